@@ -1,0 +1,10 @@
+# Warnings for our own code only: never part of what a consumer inherits.
+add_library(vexim_warnings INTERFACE)
+target_compile_options(vexim_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual
+  -Wformat=2 -Wimplicit-fallthrough -Wundef -Werror
+  $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+# GCC's sanitizer builds report false "maybe uninitialised" and "dangling pointer" findings inside inlined library code.
+target_compile_options(vexim_warnings INTERFACE
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${VEXIM_SANITIZE}>>:-Wno-maybe-uninitialized>
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${VEXIM_SANITIZE}>>:-Wno-stringop-overflow>)
