@@ -1,0 +1,29 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+
+#include "VexIMLib/Foundation/Export.h"
+
+namespace vexim {
+
+/// Where time comes from: two readings, so that tests can turn it by hand.
+class VEXIM_EXPORT Clock {
+public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    virtual ~Clock();
+    /// Monotonic, for waits and deadlines. Callable from any thread.
+    virtual TimePoint now() const = 0;
+    /// Seconds since 1970-01-01 UTC, for what goes onto the wire. Callable from any thread.
+    virtual double wallTime() const = 0;
+
+    /// The system's clock.
+    static std::shared_ptr<Clock> system();
+    /// The clock that the library reads; the system's unless another was set.
+    static std::shared_ptr<Clock> shared();
+    /// Replaces it (nullptr: the system's again). Set it before other threads use the library.
+    static void setShared(std::shared_ptr<Clock> clock);
+};
+
+}  // namespace vexim

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VexIMLib/Foundation/Export.h"
+
+namespace vexim {
+
+namespace detail {
+struct DataRep;
+}
+
+/// An immutable run of bytes. Copying shares them.
+class VEXIM_EXPORT Data {
+public:
+    Data() noexcept = default;
+    Data(const void* bytes, std::size_t size);
+    explicit Data(std::string_view bytes);
+    explicit Data(std::vector<std::uint8_t> bytes);
+    /// Takes the string's buffer over, without a copy.
+    static Data fromString(std::string&& bytes);
+
+    Data(const Data& other) noexcept;
+    Data(Data&& other) noexcept;
+    Data& operator=(const Data& other) noexcept;
+    Data& operator=(Data&& other) noexcept;
+    ~Data();
+
+    const std::uint8_t* bytes() const noexcept;
+    std::size_t size() const noexcept;
+    bool empty() const noexcept { return size() == 0; }
+    std::span<const std::uint8_t> span() const noexcept { return {bytes(), size()}; }
+    /// The same bytes as characters; valid while this object (or a copy of it) lives.
+    std::string_view view() const noexcept;
+
+    friend VEXIM_EXPORT bool operator==(const Data& a, const Data& b) noexcept;
+
+private:
+    friend class Value;
+    detail::DataRep* rep_ = nullptr;  // nullptr is the empty run
+};
+
+}  // namespace vexim

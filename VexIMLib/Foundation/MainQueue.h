@@ -1,0 +1,61 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "VexIMLib/Foundation/Clock.h"
+#include "VexIMLib/Foundation/Export.h"
+
+namespace vexim {
+
+/// The main queue: completions, progress, notifications and delegate calls arrive here, one at a time, in order.
+///
+/// The thread that runs it is the main thread; before any has, that is the process's first thread. Either let it run
+/// (`run`, `runUntil`), or drive it from a host's loop: set a wake function and call `drain()` when it was called and when
+/// `nextDeadline()` has come.
+///
+///     vexim::MainQueue::shared().runUntil([&] { return done; }, std::chrono::seconds(10));
+class VEXIM_EXPORT MainQueue {
+public:
+    using Function = std::function<void()>;
+
+    static MainQueue& shared();
+    MainQueue(const MainQueue&) = delete;
+    MainQueue& operator=(const MainQueue&) = delete;
+
+    /// Queues `function`; it runs on the main thread after everything queued before. Call from any thread.
+    void async(Function function);
+    /// Queues it once `delay` has passed by `Clock::shared()`; those of one deadline run in the order given.
+    void after(std::chrono::nanoseconds delay, Function function);
+    /// Runs `function` on the main thread and waits until it has run; on the main thread itself, in place.
+    /// False, without running it, once the process is exiting. An exception from it is rethrown to the caller.
+    bool sync(const Function& function);
+
+    /// Runs what is queued and waits for more until `quit()`.
+    void run();
+    /// Makes the innermost `run` or `runUntil` return. Call from any thread.
+    void quit();
+    /// Runs until `predicate` holds (asked after every function that ran), `quit()` was called or `timeout` has passed.
+    /// Answers the predicate's last value.
+    bool runUntil(const std::function<bool()>& predicate, std::chrono::nanoseconds timeout);
+    /// Runs what is queued or due now, not what these add, and returns how many ran. An exception leaves it with the queue
+    /// intact. May be called from inside a function that it runs.
+    std::size_t drain();
+
+    /// When the next delayed function is due: nullopt when none is; now when something is queued.
+    std::optional<Clock::TimePoint> nextDeadline() const;
+    /// `wake` is called, on any thread, when the queue gets something to run or an earlier deadline. It must be quick.
+    void setWake(Function wake);
+    bool isMainThread() const;
+
+private:
+    MainQueue();
+    ~MainQueue();
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace vexim

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace vexim {
+
+/// One sort key and its direction. Without a key it orders nothing.
+struct SortDescriptor {
+    std::optional<std::string> key;
+    bool ascending = true;
+};
+
+}  // namespace vexim
