@@ -1,0 +1,58 @@
+# What `cmake --install` puts where, and the .deb packages made of it (`cpack -G DEB` in the build folder):
+#   runtime  the shared library        dev  headers, CMake package, pkg-config file, static library        tools  vexim
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+set(VEXIM_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VexIMLib)
+
+install(TARGETS VexIMLib EXPORT VexIMLibTargets
+  LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev
+  ARCHIVE COMPONENT dev
+  FILE_SET HEADERS COMPONENT dev)
+install(EXPORT VexIMLibTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT dev)
+
+configure_package_config_file(cmake/VexIMLibConfig.cmake.in VexIMLibConfig.cmake INSTALL_DESTINATION ${VEXIM_PACKAGE_DIR})
+write_basic_package_version_file(VexIMLibConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/VexIMLibConfig.cmake ${PROJECT_BINARY_DIR}/VexIMLibConfigVersion.cmake
+  DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT dev)
+
+# The pkg-config file finds its prefix from its own place, so an installed tree can be moved.
+cmake_path(SET pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${pc_dir} OUTPUT_VARIABLE VEXIM_PC_PREFIX)
+if(NOT BUILD_SHARED_LIBS)
+  set(VEXIM_PC_CFLAGS " -DVEXIM_STATIC")
+endif()
+configure_file(cmake/VexIMLib.pc.in VexIMLib.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/VexIMLib.pc DESTINATION ${pc_dir} COMPONENT dev)
+
+if(TARGET vexim)
+  set_target_properties(vexim PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+  install(TARGETS vexim RUNTIME COMPONENT tools)
+endif()
+
+if(PROJECT_IS_TOP_LEVEL)
+  set(CPACK_GENERATOR DEB)
+  set(CPACK_PACKAGE_CONTACT "The VexIMLib authors <authors@vexim.example>")
+  set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
+  set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
+  set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+  set(CPACK_STRIP_FILES ON)
+  set(CPACK_COMPONENTS_ALL runtime dev tools)
+  set(CPACK_DEB_COMPONENT_INSTALL ON)
+  set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libveximlib${PROJECT_VERSION_MAJOR})
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS shared-mime-info)
+  set(CPACK_DEBIAN_DEV_PACKAGE_NAME libveximlib-dev)
+  set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vexim)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
+  # The development files and the tool go with the very library that they were built from.
+  set(same_library "libveximlib${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
+    "${same_library}, libcurl4-openssl-dev, libssl-dev, libpng-dev, libboost1.81-dev, libboost-json1.81-dev")
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_library}")
+  include(CPack)
+endif()
