@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# Consumes the library as its users do: the given build as installed (static, as our presets build it), then as a
+# subdirectory built shared, then that one as installed. Each installed copy is used through CMake and through pkg-config,
+# from another folder than it was installed to.
+#   run.sh SOURCE BUILD WORK COMPILER SANITIZERS
+set -euo pipefail
+source=$1 build=$2 work=$3 compiler=$4 sanitizers=$5
+consumer=$source/tests/package/consumer
+
+flags=()
+if [ -n "$sanitizers" ]; then flags=("-fsanitize=$sanitizers"); fi
+rm -rf "$work/prefix" "$work"/static* "$work"/shared*
+mkdir -p "$work"
+if command -v ccache > /dev/null; then export CMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
+
+configure() {  # configure FOLDER OPTION...
+    local folder=$1
+    shift
+    cmake -S "$consumer" -B "$folder" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" --log-level=NOTICE "$@"
+}
+
+consume() {  # consume KIND: uses the copy installed at $work/prefix
+    local kind=$1 prefix=$work/$1
+    mv "$work/prefix" "$prefix"
+
+    echo "-- $kind library, find_package"
+    configure "$work/$kind-cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="${flags[*]}"
+    cmake --build "$work/$kind-cmake"
+    "$work/$kind-cmake/consumer" "$kind"
+
+    echo "-- $kind library, pkg-config"
+    local asked=(--cflags --libs)
+    if [ "$kind" = static ]; then asked+=(--static); fi
+    local found
+    read -ra found < <(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config "${asked[@]}" VexIMLib)
+    "$compiler" -std=c++20 "${flags[@]}" "$consumer/main.cpp" -o "$work/$kind-pkg-config" "${found[@]}"
+    LD_LIBRARY_PATH=$prefix/lib "$work/$kind-pkg-config" "$kind"
+}
+
+cmake --install "$build" --component dev --prefix "$work/prefix" > "$work/install.log"
+consume static
+flags=()
+
+echo "-- subdirectory, shared"
+configure "$work/subdirectory" -DVEXIM_SOURCE="$source" -DBUILD_SHARED_LIBS=ON -DVEXIM_INSTALL=ON
+cmake --build "$work/subdirectory" -- --quiet
+"$work/subdirectory/consumer" shared
+
+for component in runtime dev; do
+    cmake --install "$work/subdirectory" --component "$component" --prefix "$work/prefix" > "$work/install.log"
+done
+consume shared
