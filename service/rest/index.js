@@ -1,0 +1,56 @@
+// The REST interface: one file a resource, each a table of paths → methods → what to do.
+// A handler gets ({ params, query, body }) and returns the answer's JSON value; nothing returned means {"success": true}.
+
+import express from 'express';
+import { ServiceError } from '../errors.js';
+import { excerpt } from '../log.js';
+import { requireSignature } from '../signature.js';
+import { system } from './system.js';
+import { users } from './users.js';
+
+const resources = [users, system];
+
+/** The Express router of all REST paths. `service` is what the resources share: store, live. */
+export function rest(service, { app, maxSignatureAge, bodyLimit }) {
+  const router = express.Router();
+  router.use(requireSignature(app, maxSignatureAge));
+  router.use(express.json({ limit: bodyLimit, verify: (request, response, bytes) => noteBody(request, bytes) }));
+  for (const resource of resources) {
+    for (const [path, methods] of Object.entries(resource(service))) addRoute(router, path, methods);
+  }
+  return router;
+}
+
+function addRoute(router, path, methods) {
+  const route = router.route(path);
+  for (const [method, handle] of Object.entries(methods)) {
+    route[method]((request, response) => {
+      const answer = handle(request);
+      response.json(answer === undefined ? { success: true } : answer);
+    });
+  }
+  route.all(() => {
+    throw new ServiceError('unknownMethod');
+  });
+}
+
+function noteBody(request, bytes) {
+  if (request.logEntry) request.logEntry.body = excerpt(bytes);
+}
+
+/** Express error middleware: every failure leaves as {"errorCode", "errorMessage"}. */
+// eslint-disable-next-line no-unused-vars -- Express tells error middleware by its four parameters
+export function answerError(error, request, response, next) {
+  if (response.headersSent) return request.socket.destroy();
+  const known = error instanceof ServiceError ? error : translate(error);
+  if (known.status >= 500) console.error(error);
+  response.status(known.status).json(known);
+}
+
+/** What Express and its body parser throw. */
+function translate(error) {
+  if (error.type === 'entity.too.large') return new ServiceError('tooLarge');
+  if (error.type !== undefined) return new ServiceError('malformedBody');
+  if (error instanceof URIError) return new ServiceError('unknownPath');
+  return new ServiceError('internal');
+}

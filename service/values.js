@@ -1,0 +1,30 @@
+// Checks of what clients send.
+
+import { must } from './errors.js';
+
+export const isObject = (value) => typeof value === 'object' && value !== null && !Array.isArray(value);
+
+/** `body` itself when it is a JSON object. */
+export function object(body) {
+  must(isObject(body), 'malformedBody', 'The body must be a JSON object.');
+  return body;
+}
+
+/** `value` itself when it is a text that is not empty. */
+export function text(value, name) {
+  must(typeof value === 'string' && value !== '', 'invalidValue', `"${name}" must be a text.`);
+  return value;
+}
+
+/** `value` itself when it is an array of texts. */
+export function texts(value, name) {
+  must(Array.isArray(value) && value.every((item) => typeof item === 'string'), 'invalidValue', `"${name}" must be an array of texts.`);
+  return value;
+}
+
+/** The whole number in the query parameter `value`: 0 or more, at most `most`; `otherwise` when there is none. */
+export function count(value, name, otherwise, most = Number.MAX_SAFE_INTEGER) {
+  if (value === undefined || value === '') return otherwise;
+  must(/^[0-9]{1,15}$/.test(value), 'invalidValue', `"${name}" must be a whole number.`);
+  return Math.min(Number(value), most);
+}
