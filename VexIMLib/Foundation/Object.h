@@ -3,6 +3,7 @@
 #include <concepts>
 #include <cstddef>
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -14,6 +15,9 @@
 namespace vexim {
 
 class Class;
+class Invocation;
+class MethodSignature;
+class Selector;
 
 namespace detail {
 class KeyValueObservers;
@@ -54,6 +58,22 @@ public:
     virtual const Class& runtimeClass() const;
     /// The root class's record.
     static const Class& staticClass();
+    /// Whether the object's class is `cls` or derives from it.
+    bool isKindOfClass(const Class& cls) const noexcept;
+
+    // Messages by name (see Foundation/Runtime). C++ callers use the typed functions; these serve what is known only by name.
+    /// Whether the class has a method of that name. A dynamic property's accessors are no methods: the answer is no.
+    bool respondsToSelector(Selector selector) const noexcept;
+    /// The types of the message, or nullptr when this object does not understand it.
+    virtual std::shared_ptr<const MethodSignature> methodSignatureForSelector(Selector selector) const;
+    /// Receives each message that the class has no method for, but that `methodSignatureForSelector` knows.
+    virtual void forwardInvocation(Invocation& invocation);
+    /// Sends a message. `arguments` are unboxed by the types of the message (missing ones are 0 or nil, those beyond are
+    /// ignored), the result is boxed. Raises NSInvalidArgumentException when the message is not understood, when an argument
+    /// does not fit its type, or when a type has no boxed form.
+    Value perform(Selector selector, std::initializer_list<Value> arguments = {});
+    /// Raises NSInvalidArgumentException: "-[VXIMUser foo]: unrecognized selector sent to instance 0x5580…".
+    [[noreturn]] void doesNotRecognizeSelector(Selector selector) const;
 
     /// "<VXIMUser: 0x5580…>"; classes with contents add them.
     virtual std::string description() const;

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+
+#include "VexIMLib/Foundation/Export.h"
+#include "VexIMLib/Foundation/Runtime/MethodSignature.h"
+#include "VexIMLib/Foundation/Runtime/Selector.h"
+#include "VexIMLib/Foundation/Value.h"
+
+namespace vexim {
+
+class Object;
+
+/// One message as a thing: receiver, selector, arguments and, once it was invoked, the result. Made for the stack: ordinary
+/// accessors need no memory beside it. Arguments and result are all zero (nil) at first.
+///
+///     Invocation invocation(*user->methodSignatureForSelector("sessionCount"), *user, "sessionCount");
+///     invocation.invoke();
+///     std::int64_t count;
+///     invocation.getReturnValue(&count);
+class VEXIM_EXPORT Invocation {
+public:
+    /// `signature` and `target` must outlive the invocation.
+    Invocation(const MethodSignature& signature, Object& target, Selector selector);
+    Invocation(const Invocation&) = delete;
+    Invocation& operator=(const Invocation&) = delete;
+    ~Invocation();
+
+    const MethodSignature& methodSignature() const noexcept { return signature_; }
+    Object& target() const noexcept { return target_; }
+    Selector selector() const noexcept { return selector_; }
+
+    // Copy as many bytes as the type has; for an object type the location is a `Value`. The first argument of one's own has
+    // index 2. Another index raises NSInvalidArgumentException.
+    void setArgument(const void* location, std::size_t index);
+    void getArgument(void* location, std::size_t index) const;
+    void setReturnValue(const void* location);
+    void getReturnValue(void* location) const;
+
+    /// Sends the message. Raises NSInvalidArgumentException when the receiver does not understand it, and whatever the method
+    /// raises.
+    void invoke();
+
+private:
+    static constexpr std::size_t kInlineSize = 64;
+
+    const MethodSignature::Slot& argument(std::size_t index) const;
+    static void copyIn(const MethodSignature::Slot& slot, std::byte* to, const void* from);
+    static void copyOut(const MethodSignature::Slot& slot, void* to, const std::byte* from);
+
+    const MethodSignature& signature_;
+    Object& target_;
+    Selector selector_;
+    std::byte* frame_;
+    std::unique_ptr<std::byte[]> heap_;  // for a frame that is larger than the inline one
+    alignas(16) std::byte inline_[kInlineSize];
+};
+
+}  // namespace vexim

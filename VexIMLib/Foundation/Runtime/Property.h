@@ -1,0 +1,43 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VexIMLib/Foundation/Export.h"
+
+namespace vexim {
+
+/// One piece of an attribute string: its letter and what follows, such as {"T", "@\"NSString\""} or {"N", ""}.
+struct PropertyAttribute {
+    std::string name;
+    std::string value;
+    friend bool operator==(const PropertyAttribute&, const PropertyAttribute&) = default;
+};
+
+/// A declared property: a name and its attributes, separated by commas.
+///
+///     T type encoding   R read-only   C copy   & retain   W weak   N nonatomic
+///     G custom getter   S custom setter   V backing instance variable   D dynamic (no accessors, no storage)
+///
+/// Example: `T@"NSString",&,D,N` is a retained, dynamic, nonatomic string.
+class VEXIM_EXPORT Property {
+public:
+    Property(std::string name, std::string attributes);
+
+    const std::string& name() const noexcept { return name_; }
+    /// The attribute string as declared.
+    const std::string& attributes() const noexcept { return attributes_; }
+    /// Its pieces in order; empty ones are left out.
+    const std::vector<PropertyAttribute>& attributeList() const noexcept { return list_; }
+    /// What follows the letter `name`, nullopt when the property has no such attribute.
+    std::optional<std::string> attributeValue(std::string_view name) const;
+
+private:
+    std::string name_;
+    std::string attributes_;
+    std::vector<PropertyAttribute> list_;
+};
+
+}  // namespace vexim

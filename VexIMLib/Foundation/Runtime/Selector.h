@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "VexIMLib/Foundation/Export.h"
+
+namespace vexim {
+
+/// The name of a message, such as "uid" or "setUid:". Each text exists once for the life of the process, so selectors compare
+/// by address and copying one is free. Making one from text takes a lock: keep those that are used often.
+class VEXIM_EXPORT Selector {
+public:
+    /// The null selector, which names no message.
+    constexpr Selector() noexcept = default;
+    Selector(std::string_view text);
+    Selector(const char* text) : Selector(std::string_view(text)) {}
+    Selector(const std::string& text) : Selector(std::string_view(text)) {}
+
+    bool isNull() const noexcept { return text_ == nullptr; }
+    /// The name; empty for the null selector.
+    const std::string& text() const noexcept;
+
+    friend bool operator==(Selector, Selector) noexcept = default;
+
+private:
+    friend struct std::hash<Selector>;
+    const std::string* text_ = nullptr;
+};
+
+}  // namespace vexim
+
+template <>
+struct std::hash<vexim::Selector> {
+    std::size_t operator()(vexim::Selector selector) const noexcept { return std::hash<const void*>()(selector.text_); }
+};
