@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "VexIMLib/Foundation/Data.h"
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/Object.h"
+#include "VexIMLib/Foundation/URL.h"
+#include "VexIMLib/internal/Platform/Stream.h"
+
+namespace vexim {
+
+/// A source of bytes, read by one thread at a time; only `interrupt` may be called meanwhile. Streams are polled, so there is
+/// nothing to schedule on a run loop. Derived classes override everything down to `streamError`.
+class InputStream : public Object {
+public:
+    using Object::Object;
+
+    static std::shared_ptr<InputStream> withData(Data data);
+    /// What cannot be opened shows as an error once `open` was called.
+    static std::shared_ptr<InputStream> withFileAtPath(std::string path);
+    /// A file URL; any other one gives a stream that fails to open.
+    static std::shared_ptr<InputStream> withURL(const URL& url);
+
+    virtual void open() = 0;
+    virtual void close() = 0;
+    /// Reads up to `maxLength` bytes: how many came, 0 at the end, -1 on an error (see `streamError`).
+    virtual std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) = 0;
+    virtual bool hasBytesAvailable() const = 0;
+    virtual StreamStatus streamStatus() const = 0;
+    virtual ErrorPtr streamError() const = 0;
+
+    /// Makes a read that waits (for a peer, a pause, another thread) return early, and later ones not wait. The stream is good
+    /// for nothing afterwards but `close`. From any thread; nothing to do for streams that never wait.
+    virtual void interrupt() {}
+
+    // What the platform's streams offer besides; nothing by default.
+    virtual bool getBuffer(std::uint8_t** buffer, std::size_t* length);  ///< false: no direct access
+    virtual Value propertyForKey(std::string_view key) const;
+    virtual bool setPropertyForKey(const Value& property, std::string_view key);
+};
+
+}  // namespace vexim

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/URL.h"
+
+namespace vexim {
+
+/// The published description of a URL loading code, for instance "The request timed out." for -1001.
+std::string_view urlErrorDescription(std::int64_t code) noexcept;
+
+/// An error in NSURLErrorDomain with its published description and, when given, the failing URL and a technical `detail` under
+/// "NSDebugDescription".
+ErrorPtr makeURLError(std::int64_t code, const std::optional<URL>& url = std::nullopt, std::string_view detail = {});
+
+/// The URL loading code for a result of the transfer library (a CURLcode); `verifyResult` is what the TLS library said about the
+/// certificate (0 when nothing).
+std::int64_t urlErrorCodeForTransferResult(int result, long verifyResult) noexcept;
+
+}  // namespace vexim
