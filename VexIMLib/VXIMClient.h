@@ -1,0 +1,165 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "VexIMLib/Foundation/Array.h"
+#include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/Foundation/Export.h"
+#include "VexIMLib/Foundation/Object.h"
+#include "VexIMLib/Foundation/URL.h"
+#include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/VXIMCompletions.h"
+
+class VXIMClientConfiguration;
+class VXIMClientDelegate;
+class VXIMMessage;
+class VXIMUser;
+
+namespace vexim {
+class SocketIOClient;
+}
+
+enum VXIMClientStatus : std::int32_t {
+    VXIMClientStatusNone = 0,
+    VXIMClientStatusOpening = 1,   ///< a login has started the connection
+    VXIMClientStatusOpened = 2,    ///< logged in, or connected again after a pause or a drop
+    VXIMClientStatusPaused = 3,    ///< the connection closed without a logout
+    VXIMClientStatusResuming = 4,  ///< `resume` was called, or a reconnect is being attempted
+    VXIMClientStatusClosing = 5,   ///< a logout has started
+    VXIMClientStatusClosed = 6,    ///< logged out
+};
+
+/// One user's connection to the service: the way into the library.
+///
+///     auto client = VXIMClient::clientWithAppId("app", "key", "installation");
+///     client->setDelegate(delegate);
+///     client->loginWithUserId("u1", [](bool succeeded, vexim::ErrorPtr error) { … });
+///     vexim::MainQueue::shared().run();
+///
+/// Completions, delegate calls and notifications arrive on the main queue. The operations may be called from any thread and do
+/// their work there too; `status`, `socketio` and `currentUser` may be read from any thread. Handlers of the connection do not
+/// keep the client alive; a running send or logout does.
+///
+/// Besides the delegate, the default notification centre hears `VXIMUserDidLoginNotification`,
+/// `VXIMClientDidReceiveMessageNotification`, `VXIMClientDidReceiveSystemMessageNotification`,
+/// `VXIMFriendOnlineNotification`, `VXIMFriendOfflineNotification`, and "socket.io.error" with the connection's troubles under
+/// "data". The sender is the client.
+class VEXIM_EXPORT VXIMClient final : public vexim::Object {
+public:
+    explicit VXIMClient(vexim::Creation);
+    ~VXIMClient() override;
+
+    /// A client with the default configuration and these credentials; nullopt leaves one unset.
+    static std::shared_ptr<VXIMClient> clientWithAppId(std::optional<std::string> appId, std::optional<std::string> clientKey,
+                                                       std::optional<std::string> installationId);
+    /// A client with this configuration, which also becomes `vxim_configuration`: the last client made decides which
+    /// credentials and which service all REST requests use. nullptr raises.
+    static std::shared_ptr<VXIMClient> clientWithConfiguration(std::shared_ptr<VXIMClientConfiguration> configuration);
+    static std::shared_ptr<VXIMClient> initWithConfiguration(std::shared_ptr<VXIMClientConfiguration> configuration);
+    /// With the default configuration.
+    static std::shared_ptr<VXIMClient> init();
+
+    VXIMClientStatus status() const noexcept;
+    /// Held weakly. Main thread only.
+    std::shared_ptr<VXIMClientDelegate> delegate() const;
+    void setDelegate(const std::shared_ptr<VXIMClientDelegate>& delegate);
+    /// The user being logged in or logged in; nullptr before the first login and after a logout.
+    std::shared_ptr<VXIMUser> currentUser() const;
+    std::shared_ptr<VXIMClientConfiguration> config() const;
+    /// The live connection; nullptr before the first login and after a logout.
+    std::shared_ptr<vexim::SocketIOClient> socketio() const;
+    /// Whether the connection is, or has been since the last logout, down for another reason than a logout.
+    bool offlineTemporally() const noexcept;
+    /// Whether a logout waits for the connection to close.
+    bool tryLogout() const noexcept;
+    /// Clears these two flags.
+    void resetFlags() noexcept;
+    /// For the application's use: the library fills neither. nullopt at first. Main thread only.
+    const std::optional<vexim::Array>& onlineFriends() const noexcept;
+    void setOnlineFriends(std::optional<vexim::Array> friends);
+    const std::optional<vexim::Dictionary>& messages() const noexcept;
+    void setMessages(std::optional<vexim::Dictionary> messages);
+
+    // Login. Each opens a new connection (an existing one is dropped without a word) and asks the service to accept the user.
+    // `completion` runs when the service answers, and never when it does not: the status then stays at Opening. It is also
+    // dropped unanswered when another login begins. Failures are in `VXIMErrorDomain`, with the service's code and its own
+    // "error" value as user information, which need not be a dictionary.
+    //
+    // A nil value (appId and clientKey of the configuration included) raises NSInvalidArgumentException at once.
+
+    /// Needs the configuration's installationId, too.
+    void loginWithUserId(std::optional<std::string> userId, VXIMBooleanCompletion completion);
+    void loginWithUsername(std::optional<std::string> username, std::optional<std::string> password,
+                           VXIMBooleanCompletion completion);
+    void loginWithPhoneNumber(std::optional<std::string> phoneNumber, std::optional<std::string> smsCode,
+                              VXIMBooleanCompletion completion);
+    /// `oauth` is what an outside identity provider gave, as it stands.
+    void loginWithThirdPartyOAuth(std::optional<vexim::Dictionary> oauth, VXIMBooleanCompletion completion);
+    /// Sends `authData` as it stands. Raises when it is no JSON.
+    void loginWithAuthData(vexim::Dictionary authData, VXIMBooleanCompletion completion);
+
+    /// Removes the device's installation from the user, then closes the connection. When the removal fails, everything stays as
+    /// it was. Without a connection `completion` never runs and the status stays at Closing.
+    void logoutWithCompletion(VXIMBooleanCompletion completion);
+    /// Removes the configuration's installation from the current user; succeeds at once when either id is missing.
+    void deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion);
+    /// Closes the connection until `resume`.
+    void pause();
+    void resume();
+
+    // Chat messages. A message counts as sent once it was handed to the connection. `completion` runs once.
+    //
+    // Without a receiver, or while not connected, it gets (false, `VXIMErrorDomain` code 1). A failed upload of the attachment
+    // gives (true, nullptr), while the message's status says failed. A receiver of nil, or a sender or receiver without its id,
+    // raises NSInvalidArgumentException at once.
+
+    void sendMessageToFriend(std::shared_ptr<VXIMMessage> message, vexim::Value friendId, VXIMBooleanCompletion completion);
+    void sendMessageToGroup(std::shared_ptr<VXIMMessage> message, vexim::Value groupId, VXIMBooleanCompletion completion);
+    void sendMessageToRoom(std::shared_ptr<VXIMMessage> message, vexim::Value roomId, VXIMBooleanCompletion completion);
+    /// Sends to the receiver that the message holds.
+    void sendMessage(std::shared_ptr<VXIMMessage> message, VXIMBooleanCompletion completion);
+    /// `progress` hears the upload of the attachment.
+    void sendMessage(std::shared_ptr<VXIMMessage> message, VXIMProgress progress, VXIMBooleanCompletion completion);
+
+    // System messages: posted to the service over REST, so no connection is needed. A failed upload or post gives
+    // (false, error). A message whose receiver is of another type is not sent and `completion` never runs; its status says failed.
+
+    void sendSystemMessageToAllUsers(std::shared_ptr<VXIMMessage> message, VXIMBooleanCompletion completion);
+    /// The message goes to a user only if its receiver had no kind yet.
+    void sendSystemMessageToUser(std::shared_ptr<VXIMMessage> message, vexim::Value userId, VXIMBooleanCompletion completion);
+    void sendSystemMessageToGroup(std::shared_ptr<VXIMMessage> message, vexim::Value groupId, VXIMBooleanCompletion completion);
+    void sendSystemMessageToRoom(std::shared_ptr<VXIMMessage> message, vexim::Value roomId, VXIMBooleanCompletion completion);
+    void sendSystemMessage(std::shared_ptr<VXIMMessage> message, VXIMProgress progress, VXIMBooleanCompletion completion);
+
+    const vexim::Class& runtimeClass() const override;
+
+    /// Gives the connection of each login.
+    using SocketFactory = std::function<std::shared_ptr<vexim::SocketIOClient>(const std::optional<vexim::URL>& url,
+                                                                               const vexim::Dictionary& options)>;
+    /// For the factories.
+    bool initialise(std::shared_ptr<VXIMClientConfiguration> configuration, SocketFactory makeSocket);
+
+private:
+    struct Impl;
+    std::shared_ptr<VXIMClient> self() { return sharedAs<VXIMClient>(); }
+
+    // Steps of a session; main thread.
+    void openConnection(const vexim::Dictionary& authData, const std::string& authText, VXIMBooleanCompletion completion);
+    void setupEventHandlers();
+    void didReceiveLoginAnswer(const vexim::Value& answer);
+    void loginDidCompleteWithSuccess(bool success, const vexim::ErrorPtr& error);
+    void socketDidDisconnect();
+    void didLogout();
+    void didReceivePresence(const char* notificationName, const vexim::Value& friendId);
+    void didReceiveOwnMessage(const vexim::Value& payload);
+    void didReceiveSystemMessage(const vexim::Value& payload);
+    void didReceiveMessage(const std::shared_ptr<VXIMMessage>& message);
+    void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress,
+                                 std::function<void(std::optional<vexim::Dictionary>, vexim::ErrorPtr)> block);
+
+    std::unique_ptr<Impl> impl_;
+};

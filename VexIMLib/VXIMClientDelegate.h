@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+
+#include "VexIMLib/Foundation/Export.h"
+
+class VXIMClient;
+class VXIMFriendInfo;
+class VXIMGroup;
+class VXIMMessage;
+class VXIMRoom;
+
+/// Hears what happens to a client. Override what matters; everything runs on the main queue.
+class VEXIM_EXPORT VXIMClientDelegate {
+public:
+    virtual ~VXIMClientDelegate();
+
+    /// The service accepted the login, also after a reconnect for which it asked again.
+    virtual void clientDidLogin(const std::shared_ptr<VXIMClient>& client);
+    /// Followed by `clientDidDisconnect`.
+    virtual void clientDidLogout(const std::shared_ptr<VXIMClient>& client);
+    virtual void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client);
+    /// The connection closed: after a pause, a drop or a logout.
+    virtual void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client);
+
+    /// A message between the current user and a friend; `from` is always the other one, also when the message is the user's
+    /// own, sent from another device. It is built from the id alone, and so are the group and the room below.
+    virtual void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
+                                                   const std::shared_ptr<VXIMMessage>& message,
+                                                   const std::shared_ptr<VXIMFriendInfo>& from);
+    virtual void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>& client,
+                                                  const std::shared_ptr<VXIMMessage>& message,
+                                                  const std::shared_ptr<VXIMGroup>& from);
+    virtual void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client,
+                                                 const std::shared_ptr<VXIMMessage>& message,
+                                                 const std::shared_ptr<VXIMRoom>& from);
+    virtual void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>& client,
+                                               const std::shared_ptr<VXIMMessage>& message);
+
+    /// `info` is built from the id alone after the event: its `online` says false here.
+    virtual void clientFriendDidOnline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info);
+    virtual void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info);
+};

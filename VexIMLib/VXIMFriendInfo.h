@@ -1,0 +1,64 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/Export.h"
+#include "VexIMLib/Foundation/Object.h"
+#include "VexIMLib/Foundation/Value.h"
+
+class VXIMFriendInfo;
+class VXIMMessage;
+
+/// On success (the friend, nullptr), on failure (nullptr, the error).
+using VXIMFriendInfoCompletion = std::function<void(std::shared_ptr<VXIMFriendInfo> info, vexim::ErrorPtr error)>;
+
+/// One entry of a user's friend list.
+///
+/// Every info keeps its own `online` current while it lives: it follows the presence notifications of any client. Infos are
+/// independent of each other; two for one friend both follow.
+class VEXIM_EXPORT VXIMFriendInfo final : public vexim::Object {
+public:
+    using Object::Object;
+    ~VXIMFriendInfo() override;
+
+    /// An info that knows the id only. nil raises NSInvalidArgumentException.
+    static std::shared_ptr<VXIMFriendInfo> infoWithId(vexim::Value uid);
+    static std::shared_ptr<VXIMFriendInfo> infoWithDictionary(const vexim::Dictionary& dictionary);
+    /// As `infoWithDictionary`. Never nullptr: without "id" the info has no uid and follows nobody.
+    static std::shared_ptr<VXIMFriendInfo> initWithDictionary(const vexim::Dictionary& dictionary);
+
+    /// Takes "online", "ts", "from", "to" and "recent" over. What is missing is cleared, but for the recent message, which
+    /// then stays.
+    void setMetadataWithDictionary(const vexim::Dictionary& dictionary);
+
+    /// The friend's user id as the service gave it.
+    const vexim::Value& uid() const noexcept { return uid_; }
+    /// Readable from any thread.
+    bool online() const noexcept { return online_.load(std::memory_order_relaxed); }
+    void setOnline(bool online) noexcept { online_.store(online, std::memory_order_relaxed); }
+    /// The time of the friendship record as sent: milliseconds since 1970; 0 when unknown.
+    std::int64_t ts() const noexcept { return ts_; }
+    const vexim::Value& from() const noexcept { return from_; }
+    const vexim::Value& to() const noexcept { return to_; }
+    /// nullptr when there is none.
+    const std::shared_ptr<VXIMMessage>& recentMessage() const noexcept { return recentMessage_; }
+
+    const vexim::Class& runtimeClass() const override;
+
+    bool initialise(const vexim::Dictionary& dictionary);
+
+private:
+    void observePresence();
+
+    vexim::Value uid_;
+    std::atomic<bool> online_{false};
+    std::int64_t ts_ = 0;
+    vexim::Value from_;
+    vexim::Value to_;
+    std::shared_ptr<VXIMMessage> recentMessage_;
+};
