@@ -5,7 +5,7 @@ import { must } from './errors.js';
 import { seed } from './seed.js';
 import { object, text } from './values.js';
 
-export function control({ store, live, log, app }) {
+export function control({ store, live, log, app, attachments, faults }) {
   const router = express.Router();
   router.use((request, response, next) => {
     must(isLoopback(request.socket.remoteAddress), 'unknownPath');
@@ -13,25 +13,35 @@ export function control({ store, live, log, app }) {
   });
   router.use(express.json({ limit: '64mb' }));
 
-  router.get('/seed', (request, response) => response.json({ ...app, ...seed }));
-  router.post('/reset', (request, response) => {
-    live.drop();
+  const add = (method, path, handle) => {
+    router[method](path, (request, response) => response.json(handle(request) ?? { success: true }));
+  };
+  add('get', '/seed', () => ({ ...app, ...seed }));
+  add('post', '/reset', () => {
+    live.reset();
+    faults.clear();
+    attachments.clear();
     store.reset(seed);
     log.clear();
-    response.json({ success: true });
   });
+  add('post', '/users', ({ body }) => ({ id: store.addUser(object(body)).id }));
 
-  router.get('/log', (request, response) => response.json(log.entries(request.query.kind)));
-  router.delete('/log', (request, response) => {
-    log.clear();
-    response.json({ success: true });
-  });
+  add('get', '/log', ({ query }) => log.entries(query.kind));
+  add('delete', '/log', () => log.clear());
 
-  router.post('/emit', ({ body }, response) => {
+  add('get', '/faults', () => faults.pending);
+  add('post', '/faults', ({ body }) => faults.add(object(body)));
+  add('delete', '/faults', () => faults.clear());
+
+  // Each of these takes {"user": id}, or nothing for everybody, and answers how many connections it met.
+  add('post', '/drop', ({ body }) => ({ connections: live.drop(body?.user) }));
+  add('post', '/stall', ({ body }) => ({ connections: live.stall(body?.user) }));
+  add('post', '/unstall', ({ body }) => ({ connections: live.unstall(body?.user) }));
+  add('post', '/emit', ({ body }) => {
     const { user, event, args = [] } = object(body);
-    response.json({ connections: live.send([text(user, 'user')], text(event, 'event'), ...args) });
+    must(Array.isArray(args), 'invalidValue', '"args" must be an array.');
+    return { connections: live.send([text(user, 'user')], text(event, 'event'), ...args) };
   });
-  router.post('/drop', ({ body }, response) => response.json({ connections: live.drop(body?.user) }));
   return router;
 }
 

@@ -21,6 +21,7 @@ const table = {
   unknownPassenger: [1601, 404, 'There is no such passenger.'],
   unknownAttribute: [1701, 404, 'There is no such attribute.'],
   unknownFile: [1801, 404, 'There is no such file.'],
+  badRange: [1802, 416, 'The file has no such range.'],
   internal: [1901, 500, 'The service failed.'],
 };
 

@@ -12,6 +12,7 @@ const require = createRequire(import.meta.url);
 export const lines = { 2: 'socket.io-2', 3: 'socket.io-3', 4: 'socket.io-4' };
 
 export class Live {
+  #links = new Set(); // every Engine.IO connection, logged in or not
   #connections = new Map(); // id of a user or passenger → its open sockets
   #store;
   #app;
@@ -24,12 +25,13 @@ export class Live {
     this.#app = app;
     this.#log = log;
     this.#io = require(lines[line])(httpServer, { serveClient: false, ...engine });
-    this.#io.engine.on('connection', (connection) => this.#record(connection));
+    this.#io.engine.on('connection', (connection) => this.#watch(connection));
     this.#io.of(namespace).on('connection', (socket) => this.#join(socket));
   }
 
-  isOnline(id) {
-    return this.#connections.has(id);
+  /** How many connections this user has; 0 is offline. */
+  sessions(id) {
+    return this.#connections.get(id)?.size ?? 0;
   }
 
   /** Sends an event to every connection of each of `ids` and returns how many those are; who is not connected misses it. */
@@ -44,28 +46,50 @@ export class Live {
     this.send(this.#connections.keys(), event, ...items);
   }
 
-  /** Cuts the connections of one user, or all, as a broken network would: no farewell. Returns how many. */
+  /** Cuts the connections of one user, or all there are, as a broken network would: no farewell. Returns how many. */
   drop(id) {
-    const sockets = id === undefined ? [...this.#connections.values()].flatMap((set) => [...set]) : [...(this.#connections.get(id) ?? [])];
-    for (const socket of sockets) cut(socket.conn);
-    return sockets.length;
+    return this.#onLinks(id, cut);
+  }
+
+  /** Stops reading and writing on the connections, or goes on with it: heartbeats then stay away though the link stands. */
+  stall(id) {
+    return this.#onLinks(id, (link) => link.transport.socket?._socket.pause().cork());
+  }
+
+  unstall(id) {
+    return this.#onLinks(id, (link) => link.transport.socket?._socket.resume().uncork());
+  }
+
+  /** Cuts everything and forgets who was here, without telling anybody. */
+  reset() {
+    this.#connections.clear();
+    this.drop();
   }
 
   close() {
     this.#io.close();
   }
 
+  #onLinks(id, act) {
+    const links = id === undefined ? [...this.#links] : [...(this.#connections.get(id) ?? [])].map((socket) => socket.conn);
+    links.forEach(act);
+    return links.length;
+  }
+
   /** A failed login leaves the connection open: the client decides what to do with it. */
   #join(socket) {
+    const { auth } = socket.handshake.query;
+    const answer = (result) => {
+      socket.emit('login', result);
+      this.#log.add('login', { auth, ...result });
+    };
     try {
-      const person = identify(this.#store, this.#app, socket.handshake.query.auth);
+      const person = identify(this.#store, this.#app, auth);
       this.#open(socket, person);
-      socket.emit('login', { success: true, id: person.id });
-      this.#log.add('login', { success: true, id: person.id });
+      answer({ success: true, id: person.id });
     } catch (error) {
       if (!(error instanceof ServiceError)) throw error;
-      socket.emit('login', { success: false, error });
-      this.#log.add('login', { success: false, error: error.toJSON() });
+      answer({ success: false, error: error.toJSON() });
     }
   }
 
@@ -73,7 +97,6 @@ export class Live {
     const sockets = this.#connections.get(person.id) ?? new Set();
     sockets.add(socket);
     this.#connections.set(person.id, sockets);
-    person.sessions = sockets.size;
     if (sockets.size === 1) this.#announce('online', person);
     socket.on('say', (payload) => this.#say(person, payload));
     socket.on('disconnect', () => this.#leave(socket, person));
@@ -82,7 +105,6 @@ export class Live {
   #leave(socket, person) {
     const sockets = this.#connections.get(person.id);
     if (!sockets?.delete(socket)) return;
-    person.sessions = sockets.size;
     if (sockets.size > 0) return;
     this.#connections.delete(person.id);
     this.#announce('offline', person);
@@ -107,7 +129,9 @@ export class Live {
   }
 
   /** Notes what comes over the wire, below namespaces and events. */
-  #record(connection) {
+  #watch(connection) {
+    this.#links.add(connection);
+    connection.on('close', () => this.#links.delete(connection));
     const { url, headers } = connection.request;
     const sid = connection.id;
     this.#log.add('open', { sid, url, headers });

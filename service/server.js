@@ -7,7 +7,8 @@ import { lines } from './live.js';
 import { startService } from './service.js';
 
 const usage = `usage: node server.js [--socketio 2|3|4] [--host 127.0.0.1] [--port 0] [--tls CERT KEY] [--app ID] [--key KEY]
-    [--nsp /chat] [--signature-age SECONDS] [--body-limit BYTES] [--ping-interval MS] [--ping-timeout MS]
+    [--nsp /chat] [--signature-age SECONDS] [--body-limit BYTES] [--attachment-limit BYTES]
+    [--ping-interval MS] [--ping-timeout MS]
     [--transports websocket,polling] [--exit-with-parent]`;
 
 const flags = {
@@ -20,6 +21,7 @@ const flags = {
   nsp: { type: 'string', default: '/chat' },
   'signature-age': { type: 'string', default: '600' },
   'body-limit': { type: 'string', default: '1048576' },
+  'attachment-limit': { type: 'string', default: '4294967296' },
   'ping-interval': { type: 'string', default: '25000' },
   'ping-timeout': { type: 'string', default: '20000' },
   transports: { type: 'string', default: 'websocket,polling' },
@@ -58,6 +60,7 @@ function readFlags() {
         },
         maxSignatureAge: number('signature-age'),
         bodyLimit: number('body-limit'),
+        attachmentLimit: number('attachment-limit'),
       },
     };
   } catch (error) {

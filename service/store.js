@@ -2,15 +2,7 @@
 
 import { randomBytes } from 'node:crypto';
 import { must } from './errors.js';
-import { isObject } from './values.js';
-
-export const limits = {
-  records: 200_000, // of each kind
-  members: 10_000, // of a group or room
-  installs: 32, // of a user
-  attributeBytes: 65_536, // of one owner, as JSON text
-  history: 1_000, // messages kept of a conversation
-};
+import { isObject, limits } from './values.js';
 
 const idPattern = /^[A-Za-z0-9._~@-]{1,64}$/; // ids are put into paths as they are
 
@@ -46,7 +38,7 @@ export class Store {
   /** Adds a user; only `id` is required. */
   addUser({ id, username, password, phone, smsCode, oauth, attributes = {} }) {
     const credentials = { username, password, phone, smsCode, oauth };
-    return this.#add(this.users, id, { ...credentials, attributes, sessions: 0, friends: new Map(), installs: new Set() });
+    return this.#add(this.users, id, { ...credentials, attributes: fitting(attributes), friends: new Map(), installs: new Set() });
   }
 
   /** Makes two users friends; nothing happens when they are. Returns the friendship, whose ends are "from" and "to". */
@@ -67,26 +59,32 @@ export class Store {
     this.user(otherId).friends.delete(oneId);
   }
 
-  /** The owner becomes a member. */
-  addGroup({ id = newId('g'), owner, members = [], attributes = {} }) {
-    this.user(owner);
-    const group = this.#add(this.groups, id, { owner, members: [], attributes });
-    this.addMembers(group, [owner, ...members]);
-    return group;
+  /** The owner becomes a member. `fields` are what the group holds beside what the service knows. */
+  addGroup({ id = newId('g'), owner, members = [], attributes = {}, fields = {} }) {
+    return this.#add(this.groups, id, {
+      owner: this.user(owner).id,
+      members: this.#knownUsers([owner, ...members]),
+      attributes: fitting(attributes),
+      fields: fitting(fields),
+    });
   }
 
   addRoom({ id = newId('r'), name, members = [], attributes = {} }) {
-    const room = this.#add(this.rooms, id, { name, members: [], attributes });
-    this.addMembers(room, members);
-    return room;
+    return this.#add(this.rooms, id, { name, members: this.#knownUsers(members), attributes: fitting(attributes) });
+  }
+
+  /** Gives a user, group, room or passenger new values for `changes`' keys; all of them, or none. */
+  change(record, { owner, members, attributes, ...changes }) {
+    if (owner !== undefined) changes.owner = this.user(owner).id;
+    if (members !== undefined) changes.members = this.#knownUsers(members);
+    if (attributes !== undefined) changes.attributes = fitting(attributes);
+    if (changes.fields !== undefined) fitting(changes.fields);
+    Object.assign(record, changes, { updated: Date.now() });
   }
 
   /** Who is a member already stays one, once. */
   addMembers(place, ids) {
-    ids.forEach(this.user);
-    const members = new Set([...place.members, ...ids]);
-    must(members.size <= limits.members, 'limitReached');
-    place.members = [...members];
+    place.members = this.#knownUsers([...place.members, ...ids]);
   }
 
   removeMembers(place, ids) {
@@ -94,17 +92,9 @@ export class Store {
     place.members = place.members.filter((id) => !leaving.has(id));
   }
 
-  addPassenger({ id = newId('p'), ...fields }) {
+  addPassenger(id = newId('p'), fields = {}) {
     must(!this.users.has(id), 'invalidValue', 'A user has this id.');
-    return this.#add(this.passengers, id, { fields });
-  }
-
-  /** Gives a user, group or room new attributes. */
-  setAttributes(owner, attributes) {
-    must(isObject(attributes), 'invalidValue', 'Attributes are a JSON object.');
-    must(JSON.stringify(attributes).length <= limits.attributeBytes, 'limitReached');
-    owner.attributes = attributes;
-    owner.updated = Date.now();
+    return this.#add(this.passengers, id, { fields: fitting(fields) });
   }
 
   /** Notes `install` as a device of the user; the oldest one makes room. */
@@ -134,6 +124,12 @@ export class Store {
     this.#conversations.delete(where);
   }
 
+  #knownUsers(ids) {
+    const known = new Set(ids.map((id) => this.user(id).id));
+    must(known.size <= limits.members, 'limitReached');
+    return [...known];
+  }
+
   #add(records, id, fields) {
     must(typeof id === 'string' && idPattern.test(id), 'invalidValue', 'An id is 1 to 64 letters, digits and . _ ~ @ -');
     must(!records.has(id), 'invalidValue', 'This id is taken.');
@@ -150,6 +146,13 @@ function find(records, id, error) {
   const record = records.get(id);
   must(record, error);
   return record;
+}
+
+/** `fields` itself when it is a JSON object of a bearable size. */
+function fitting(fields) {
+  must(isObject(fields), 'invalidValue', 'Attributes are a JSON object.');
+  must(JSON.stringify(fields).length <= limits.fieldsLength, 'limitReached');
+  return fields;
 }
 
 const newId = (prefix) => prefix + randomBytes(8).toString('hex');

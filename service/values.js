@@ -1,6 +1,16 @@
-// Checks of what clients send.
+// Bounds and checks of what clients send.
 
 import { must } from './errors.js';
+
+export const limits = {
+  records: 200_000, // of each kind
+  members: 10_000, // of a group or room
+  installs: 32, // of a user
+  fieldsLength: 65_536, // characters of one record's attributes, or other free fields, as JSON text
+  history: 1_000, // messages kept of a conversation
+  page: 20, // results, when the query does not say
+  longestPage: 1_000, // results, whatever the query says
+};
 
 export const isObject = (value) => typeof value === 'object' && value !== null && !Array.isArray(value);
 
@@ -22,9 +32,9 @@ export function texts(value, name) {
   return value;
 }
 
-/** The whole number in the query parameter `value`: 0 or more, at most `most`; `otherwise` when there is none. */
-export function count(value, name, otherwise, most = Number.MAX_SAFE_INTEGER) {
+/** The whole number in the query parameter `value`; `otherwise` when there is none. */
+export function count(value, name, otherwise) {
   if (value === undefined || value === '') return otherwise;
   must(/^[0-9]{1,15}$/.test(value), 'invalidValue', `"${name}" must be a whole number.`);
-  return Math.min(Number(value), most);
+  return Number(value);
 }

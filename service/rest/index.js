@@ -5,15 +5,22 @@ import express from 'express';
 import { ServiceError } from '../errors.js';
 import { excerpt } from '../log.js';
 import { requireSignature } from '../signature.js';
+import { files, uploads } from './attachments.js';
+import { friends } from './friends.js';
+import { groups } from './groups.js';
+import { passengers } from './passengers.js';
+import { rooms } from './rooms.js';
 import { system } from './system.js';
 import { users } from './users.js';
 
-const resources = [users, system];
+const resources = [users, friends, groups, rooms, passengers, system];
 
-/** The Express router of all REST paths. `service` is what the resources share: store, live. */
+/** The Express router of all REST paths. `service` is what the resources share: store, live, views, attachments. */
 export function rest(service, { app, maxSignatureAge, bodyLimit }) {
-  const router = express.Router();
+  const router = express.Router({ caseSensitive: true });
+  router.use(files(service));
   router.use(requireSignature(app, maxSignatureAge));
+  router.use(uploads(service));
   router.use(express.json({ limit: bodyLimit, verify: (request, response, bytes) => noteBody(request, bytes) }));
   for (const resource of resources) {
     for (const [path, methods] of Object.entries(resource(service))) addRoute(router, path, methods);
@@ -51,6 +58,7 @@ export function answerError(error, request, response, next) {
 function translate(error) {
   if (error.type === 'entity.too.large') return new ServiceError('tooLarge');
   if (error.type !== undefined) return new ServiceError('malformedBody');
+  if (error.status === 416) return new ServiceError('badRange');
   if (error instanceof URIError) return new ServiceError('unknownPath');
   return new ServiceError('internal');
 }

@@ -1,0 +1,114 @@
+// Uploaded files: streamed from the form into a directory of our own, which goes when the service ends.
+
+import busboy from 'busboy';
+import { randomBytes } from 'node:crypto';
+import { createWriteStream, mkdtempSync, rmSync } from 'node:fs';
+import { rm } from 'node:fs/promises';
+import { tmpdir } from 'node:os';
+import { extname, join } from 'node:path';
+import { pipeline } from 'node:stream/promises';
+import { ServiceError, must } from './errors.js';
+
+const formOverhead = 65_536; // boundaries, part headers and small fields around the file
+const thumbnailEdge = 256; // pixels
+const largestPicture = 40_000_000; // pixels that we are ready to decode
+
+export class Attachments {
+  #files = new Map(); // name → { name, type, size }
+  #directory = mkdtempSync(join(tmpdir(), 'vexim-service-'));
+  #limit;
+
+  /** `limit` is the size of the largest file that is taken, in bytes. */
+  constructor(limit) {
+    this.#limit = limit;
+  }
+
+  get directory() {
+    return this.#directory;
+  }
+
+  /** The file called `name`, if it is here. */
+  find = (name) => this.#files.get(name);
+
+  /** Takes the file in the field "attachment" of a multipart request and, for a picture, makes a thumbnail. Resolves to their names. */
+  async receive(request) {
+    must(!(request.headers['content-length'] > this.#limit + formOverhead), 'tooLarge');
+    const file = await this.#save(request);
+    const thumbnail = file.type.startsWith('image/') && (await this.#shrink(file));
+    return thumbnail ? [file.name, thumbnail.name] : [file.name];
+  }
+
+  clear() {
+    for (const name of this.#files.keys()) rmSync(join(this.#directory, name), { force: true });
+    this.#files.clear();
+  }
+
+  /** Removes the directory and all in it. */
+  close() {
+    rmSync(this.#directory, { recursive: true, force: true });
+  }
+
+  /** Ends as soon as it is clear how, also before the whole body is here. */
+  #save(request) {
+    const form = openForm(request.headers, this.#limit);
+    return new Promise((resolve, reject) => {
+      let saved;
+      form.on('file', (field, content, info) => {
+        if (field !== 'attachment' || saved) return content.resume();
+        saved = this.#store(content, info);
+        saved.catch(reject);
+      });
+      form.on('error', () => reject(new ServiceError('malformedBody', 'The multipart form is broken.')));
+      form.on('close', () => (saved ? saved.then(resolve, reject) : reject(new ServiceError('invalidValue', 'There is no file in the field "attachment".'))));
+      request.once('close', () => request.complete || form.destroy(new Error('The sender has gone.')));
+      request.pipe(form);
+    }).catch((error) => {
+      request.unpipe(form);
+      request.resume(); // the answer must not be lost to a reset while the client still sends
+      throw error;
+    });
+  }
+
+  async #store(content, { filename = '', mimeType }) {
+    const name = randomBytes(16).toString('hex') + safeExtension(filename);
+    const path = join(this.#directory, name);
+    try {
+      const target = createWriteStream(path, { flags: 'wx' });
+      await pipeline(content, target);
+      must(target.bytesWritten <= this.#limit, 'tooLarge'); // the parser stops at one byte more
+      return this.#note(name, mimeType, target.bytesWritten);
+    } catch (error) {
+      await rm(path, { force: true });
+      throw error;
+    }
+  }
+
+  /** A PNG that fits into a small square; nothing when the picture cannot be read. */
+  async #shrink(file) {
+    const { default: sharp } = await import('sharp'); // loaded when first needed: most runs see no picture
+    const name = `${randomBytes(16).toString('hex')}.png`;
+    try {
+      const picture = sharp(join(this.#directory, file.name), { limitInputPixels: largestPicture });
+      const { size } = await picture.resize(thumbnailEdge, thumbnailEdge, { fit: 'inside', withoutEnlargement: true }).png().toFile(join(this.#directory, name));
+      return this.#note(name, 'image/png', size);
+    } catch {
+      return undefined;
+    }
+  }
+
+  #note(name, type, size) {
+    const file = { name, type, size };
+    this.#files.set(name, file);
+    return file;
+  }
+}
+
+function openForm(headers, fileSize) {
+  try {
+    return busboy({ headers, limits: { fileSize: fileSize + 1, files: 4, fields: 16, parts: 20 } });
+  } catch {
+    throw new ServiceError('malformedBody', 'An attachment comes as multipart/form-data.');
+  }
+}
+
+const safeExtension = (filename) => /^\.[a-z0-9]{1,10}$/.exec(extname(filename).toLowerCase())?.[0] ?? '';

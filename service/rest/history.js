@@ -1,0 +1,10 @@
+// …/chats?ts&limit: the messages of a conversation, the newest first
+
+import { count, limits } from '../values.js';
+
+/** At most "limit" messages from before "ts" (milliseconds). Without them, or with a 0: the newest 20. */
+export function history(store, conversation, query) {
+  const before = count(query.ts, 'ts') || Infinity;
+  const limit = count(query.limit, 'limit') || limits.page;
+  return store.latest(conversation, before, Math.min(limit, limits.longestPage));
+}
