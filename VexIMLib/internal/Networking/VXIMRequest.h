@@ -17,7 +17,7 @@ class VXIMTransfer;
 namespace vexim {
 class InputStream;
 class OutputStream;
-class URLRequest;
+struct URLRequest;
 class URLSessionTask;
 }  // namespace vexim
 

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+namespace vexim::test {
+
+/// A certificate with its private key, as PEM.
+struct TLSIdentity {
+    std::string certificatePEM;
+    std::string privateKeyPEM;
+};
+
+/// An authority made for one test, so that no test depends on certificates that run out.
+class CertificateAuthority {
+public:
+    struct Options {
+        std::string host = "127.0.0.1";  ///< the one name or address that the certificate is for
+        std::chrono::hours startsIn{-24};
+        std::chrono::hours endsIn{24};
+    };
+
+    explicit CertificateAuthority(const std::string& name = "Test authority");
+    ~CertificateAuthority();
+
+    /// What a client must trust.
+    const std::string& certificatePEM() const { return identity_.certificatePEM; }
+    TLSIdentity issue(const Options& options) const;
+    TLSIdentity issue() const { return issue(Options{}); }
+
+private:
+    struct Keys;
+    std::unique_ptr<Keys> keys_;
+    TLSIdentity identity_;
+};
+
+}  // namespace vexim::test
