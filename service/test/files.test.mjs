@@ -1,0 +1,94 @@
+import assert from 'node:assert/strict';
+import { randomBytes } from 'node:crypto';
+import { mkdtempSync, readdirSync, rmSync } from 'node:fs';
+import { request } from 'node:http';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { after, before, describe, test } from 'node:test';
+import sharp from 'sharp';
+import { sign } from '../signature.js';
+import { start } from './support.mjs';
+
+const limit = 200_000;
+
+describe('attachments', { timeout: 60_000 }, () => {
+  let service;
+  const temporary = mkdtempSync(join(tmpdir(), 'files-test-'));
+  before(async () => {
+    process.env.TMPDIR = temporary; // where the service makes its directory
+    service = await start('--attachment-limit', String(limit));
+  });
+  after(async () => {
+    await service.stop();
+    const left = readdirSync(temporary);
+    rmSync(temporary, { recursive: true });
+    assert.deepEqual(left, [], 'the service leaves no directory behind');
+  });
+  const kept = () => readdirSync(join(temporary, readdirSync(temporary)[0]));
+  const upload = (bytes, name, type, field = 'attachment') => {
+    const form = new FormData();
+    form.append('note', 'a field before the file');
+    form.append(field, new Blob([bytes], { type }), name);
+    return service.call('POST', '/attachment', form);
+  };
+  const download = async (url, headers = {}) => {
+    const response = await fetch(url, { headers });
+    return { status: response.status, type: response.headers.get('content-type'), bytes: Buffer.from(await response.arrayBuffer()) };
+  };
+
+  test('a file comes back byte for byte, whole and in ranges', async () => {
+    for (const size of [0, 1, 65_536, limit]) {
+      const bytes = randomBytes(size);
+      const { status, body } = await upload(bytes, 'clip.MP3', 'audio/mpeg');
+      assert.equal(status, 200);
+      assert.match(body[0], /\/files\/[0-9a-f]{32}\.mp3$/);
+      assert.deepEqual(await download(body[0]), { status: 200, type: 'audio/mpeg', bytes });
+      if (size > 1000) {
+        assert.deepEqual(await download(body[0], { Range: 'bytes=1000-' }), { status: 206, type: 'audio/mpeg', bytes: bytes.subarray(1000) });
+        assert.equal((await download(body[0], { Range: `bytes=${size}-` })).status, 416);
+      }
+    }
+  });
+
+  test('a picture gets a small one beside it, unless it cannot be read', async () => {
+    const picture = await sharp({ create: { width: 800, height: 400, channels: 3, background: 'teal' } }).png().toBuffer();
+    const { body } = await upload(picture, 'a.png', 'image/png');
+    const { width, height } = await sharp((await download(body[1])).bytes).metadata();
+    assert.deepEqual([width, height], [256, 128]);
+    assert.equal((await upload(Buffer.from('no picture'), 'b.png', 'image/png')).body.length, 1);
+  });
+
+  test('what is refused leaves no file', async () => {
+    const files = kept();
+    const cases = [
+      ['one byte too many', () => upload(Buffer.alloc(limit + 1), 'a', 'a/b'), 413, 1003],
+      ['far too many', () => upload(Buffer.alloc(limit * 20), 'a', 'a/b'), 413, 1003],
+      ['another field', () => upload(Buffer.alloc(9), 'a', 'a/b', 'file'), 400, 1002],
+      ['no form', () => service.call('POST', '/attachment', { a: 1 }), 400, 1001],
+      ['a form that ends early', () => service.call('POST', '/attachment', cutForm, { 'Content-Type': 'multipart/form-data; boundary=b' }), 400, 1001],
+    ];
+    for (const [why, send, status, code] of cases) {
+      const { status: got, body } = await send();
+      assert.deepEqual([got, body.errorCode], [status, code], why);
+    }
+    assert.deepEqual(kept(), files);
+  });
+
+  test('an upload that breaks off leaves no file', async () => {
+    const files = kept();
+    const headers = { 'X-VX-AppId': 'demo-app', 'X-VX-Request-Sign': sign('demo-key'), 'Content-Type': 'multipart/form-data; boundary=b', 'Content-Length': 100_000 };
+    const upload = request(`${service.url}/attachment`, { method: 'POST', headers });
+    upload.on('error', () => {});
+    upload.write(cutForm);
+    while (kept().length === files.length) await new Promise(setImmediate);
+    upload.destroy();
+    while (kept().length > files.length) await new Promise(setImmediate);
+    assert.deepEqual(kept(), files);
+  });
+
+  test('a name that nobody was given, or that climbs, finds nothing', async () => {
+    for (const name of ['0.png', '..%2f..%2fetc%2fpasswd']) assert.equal((await download(`${service.url}/files/${name}`)).status, 404, name);
+  });
+});
+
+const cutForm = '--b\r\nContent-Disposition: form-data; name="attachment"; filename="a"\r\nContent-Type: a/b\r\n\r\nhalf a fi';

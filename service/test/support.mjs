@@ -1,0 +1,88 @@
+// Starts services and speaks to them as a client would.
+
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { existsSync } from 'node:fs';
+import { createRequire } from 'node:module';
+import { createInterface } from 'node:readline';
+import { fileURLToPath } from 'node:url';
+import { sign } from '../signature.js';
+
+const require = createRequire(import.meta.url);
+const folder = fileURLToPath(new URL('..', import.meta.url));
+const app = 'demo-app';
+const key = 'demo-key';
+
+if (!existsSync(`${folder}/node_modules`)) throw new Error('The packages are missing: run "npm ci" in service/.');
+
+/** A running service; it ends with this process at the latest. */
+export async function start(...flags) {
+  const child = spawn(process.execPath, [`${folder}/server.js`, '--exit-with-parent', ...flags], { stdio: ['pipe', 'pipe', 'inherit'] });
+  const [line] = await once(createInterface(child.stdout), 'line');
+  const url = line.replace('listening on ', '');
+  const send = async (method, path, body, headers = {}) => {
+    const isForm = body instanceof FormData;
+    const type = body === undefined || isForm ? {} : { 'Content-Type': 'application/json' };
+    const text = typeof body === 'string' || isForm || body === undefined ? body : JSON.stringify(body);
+    const response = await fetch(new URL(path, url), { method, headers: { ...type, ...headers }, body: text });
+    const answer = await response.text();
+    return { status: response.status, body: parse(answer), headers: response.headers };
+  };
+  return {
+    child,
+    url,
+    /** A signed REST request; resolves to { status, body, headers }. */
+    call: (method, path, body, headers) => send(method, path, body, { 'X-VX-AppId': app, 'X-VX-Request-Sign': sign(key), ...headers }),
+    control: async (method, path, body) => (await send(method, `/_control${path}`, body)).body,
+    async stop(signal = 'SIGTERM') {
+      if (child.exitCode !== null) return child.exitCode;
+      child.kill(signal);
+      const [code] = await once(child, 'exit');
+      return code;
+    },
+  };
+}
+
+function parse(text) {
+  try {
+    return JSON.parse(text);
+  } catch {
+    return text;
+  }
+}
+
+/** Who is to be logged in: `credentials` with what every login carries. */
+export const auth = (credentials, signature = sign(key)) => ({ app, sign: signature, ...credentials });
+
+/** A live connection of the official client of `line`. `next(event)` resolves to the event's first argument, in the order of arrival. */
+export function connect(service, line, parameter, options = {}) {
+  const query = { auth: typeof parameter === 'string' ? parameter : JSON.stringify(parameter) };
+  const socket = require(`socket.io-client-${line}`)(`${service.url}/chat`, {
+    query,
+    transports: ['websocket'],
+    forceNew: true,
+    reconnection: false,
+    ...options,
+  });
+  const queues = new Map();
+  const queue = (event) => queues.get(event) ?? queues.set(event, { items: [], waiting: [] }).get(event);
+  for (const event of ['login', 'message', 'yourself', 'sys', 'online', 'offline', 'disconnect', 'connect_error', 'custom']) {
+    socket.on(event, (item) => {
+      const { items, waiting } = queue(event);
+      if (waiting.length > 0) waiting.shift()(item);
+      else items.push(item);
+    });
+  }
+  return {
+    socket,
+    say: (payload) => socket.emit('say', payload),
+    next(event) {
+      const { items, waiting } = queue(event);
+      return items.length > 0 ? Promise.resolve(items.shift()) : new Promise((resolve) => waiting.push(resolve));
+    },
+    close: () => socket.close(),
+  };
+}
+
+/** A text to somebody: type 0 a user, 1 a group, 2 a room. */
+export const text = (body, id, type = 0, ts = 1_000) => ({ content: { media: 0, body }, ts, to: { id, type } });
