@@ -11,6 +11,11 @@
 
 namespace vexim {
 
+namespace detail {
+/// For the library's exit hook: from here on `sync` answers false, also where it is being waited for.
+VEXIM_EXPORT void endMainQueue() noexcept;
+}  // namespace detail
+
 /// The main queue: completions, progress, notifications and delegate calls arrive here, one at a time, in order.
 ///
 /// The thread that runs it is the main thread; before any has, that is the process's first thread. Either let it run
@@ -36,10 +41,10 @@ public:
 
     /// Runs what is queued and waits for more until `quit()`.
     void run();
-    /// Makes the innermost `run` or `runUntil` return. Call from any thread.
+    /// Makes the innermost `run` or `runUntil` return; does nothing when none is running. Call from any thread.
     void quit();
-    /// Runs until `predicate` holds (asked after every function that ran), `quit()` was called or `timeout` has passed.
-    /// Answers the predicate's last value.
+    /// Runs until `predicate` holds (asked after every function that ran), `quit()` was called or `timeout` (real
+    /// time, whatever clock is set) has passed. Answers the predicate's last value.
     bool runUntil(const std::function<bool()>& predicate, std::chrono::nanoseconds timeout);
     /// Runs what is queued or due now, not what these add, and returns how many ran. An exception leaves it with the queue
     /// intact. May be called from inside a function that it runs.
@@ -54,6 +59,7 @@ public:
 private:
     MainQueue();
     ~MainQueue();
+    friend void detail::endMainQueue() noexcept;
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };

@@ -1,0 +1,295 @@
+#include "VexIMLib/Foundation/MainQueue.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <exception>
+#include <queue>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/Foundation/ThreadSafety.h"
+
+namespace vexim {
+
+namespace {
+
+using Function = MainQueue::Function;
+
+/// A function in line. The number orders it among all, so that a drain can tell what was there when it began.
+struct Queued {
+    std::uint64_t number;
+    Function function;
+};
+
+struct Delayed {
+    Clock::TimePoint deadline;
+    std::uint64_t number;
+    mutable Function function;  // moved out of the heap's const top
+
+    friend bool operator<(const Delayed& a, const Delayed& b) {  // the earliest is the heap's top
+        return a.deadline != b.deadline ? a.deadline > b.deadline : a.number > b.number;
+    }
+};
+
+/// A `sync` that is being waited for.
+struct Waiter {
+    enum class State { Waiting, Running, Done, Abandoned };
+    State state = State::Waiting;
+    std::exception_ptr failure;
+};
+
+bool isFirstThreadOfProcess() { return static_cast<pid_t>(syscall(SYS_gettid)) == getpid(); }
+
+}  // namespace
+
+struct MainQueue::Impl {
+    // Never held while a queued function, a predicate or the wake function runs.
+    Mutex mutex;
+    std::condition_variable_any changed;
+    std::deque<Queued> queue VEXIM_GUARDED_BY(mutex);
+    std::priority_queue<Delayed> delayed VEXIM_GUARDED_BY(mutex);
+    std::uint64_t nextNumber VEXIM_GUARDED_BY(mutex) = 0;
+    int depth VEXIM_GUARDED_BY(mutex) = 0;  // of nested run and runUntil
+    bool quitting VEXIM_GUARDED_BY(mutex) = false;
+    bool exiting VEXIM_GUARDED_BY(mutex) = false;
+    bool wakePending VEXIM_GUARDED_BY(mutex) = false;  // the host was told, and has not drained since
+
+    Mutex wakeMutex;  // held while the wake function runs, so that setWake returns only when the old one is at rest
+    Function wake VEXIM_GUARDED_BY(wakeMutex);
+
+    std::atomic<std::thread::id> mainThread{};  // none until a thread has run the queue
+
+    void becomeMainThread() { mainThread.store(std::this_thread::get_id(), std::memory_order_relaxed); }
+
+    void push(Function function) VEXIM_REQUIRES(mutex) { queue.push_back({nextNumber++, std::move(function)}); }
+
+    /// Lines up the delayed functions whose time has come.
+    void lineUpDue(Clock::TimePoint now) VEXIM_REQUIRES(mutex) {
+        while (!delayed.empty() && delayed.top().deadline <= now) {
+            push(std::move(delayed.top().function));
+            delayed.pop();
+        }
+    }
+
+    /// To be called without the mutex after something was added.
+    void tellWaiters(bool tellHost) {
+        changed.notify_all();
+        if (!tellHost) return;
+        MutexLock lock(wakeMutex);
+        if (wake) wake();
+    }
+
+    /// The next function numbered below `end`, if any.
+    Function take(std::uint64_t end) {
+        MutexLock lock(mutex);
+        if (queue.empty() || queue.front().number >= end) return nullptr;
+        Function function = std::move(queue.front().function);
+        queue.pop_front();
+        return function;
+    }
+};
+
+MainQueue::MainQueue() : impl_(std::make_unique<Impl>()) {}
+MainQueue::~MainQueue() = default;
+
+MainQueue& MainQueue::shared() {
+    static MainQueue& queue = *new MainQueue;  // other threads may still post while the process exits
+    return queue;
+}
+
+void MainQueue::async(Function function) {
+    if (!function) return;
+    bool tellHost = false;
+    {
+        MutexLock lock(impl_->mutex);
+        impl_->push(std::move(function));
+        tellHost = !std::exchange(impl_->wakePending, true);
+    }
+    impl_->tellWaiters(tellHost);
+}
+
+void MainQueue::after(std::chrono::nanoseconds delay, Function function) {
+    if (!function) return;
+    const auto deadline = Clock::shared()->now() + delay;
+    bool earlier = false;
+    {
+        MutexLock lock(impl_->mutex);
+        earlier = impl_->delayed.empty() || deadline < impl_->delayed.top().deadline;
+        impl_->delayed.push({deadline, impl_->nextNumber++, std::move(function)});
+    }
+    if (earlier) impl_->tellWaiters(true);
+}
+
+bool MainQueue::sync(const Function& function) {
+    if (isMainThread()) {
+        function();
+        return true;
+    }
+    auto waiter = std::make_shared<Waiter>();
+    bool tellHost = false;
+    {
+        MutexLock lock(impl_->mutex);
+        if (impl_->exiting) return false;
+        impl_->push([this, waiter, &function] {  // the caller, and so `function`, stays until this has run or was abandoned
+            {
+                MutexLock started(impl_->mutex);
+                if (waiter->state == Waiter::State::Abandoned) return;
+                waiter->state = Waiter::State::Running;
+            }
+            try {
+                function();
+            } catch (...) {
+                waiter->failure = std::current_exception();
+            }
+            {
+                MutexLock finished(impl_->mutex);
+                waiter->state = Waiter::State::Done;
+            }
+            impl_->changed.notify_all();
+        });
+        tellHost = !std::exchange(impl_->wakePending, true);
+    }
+    impl_->tellWaiters(tellHost);
+
+    MutexLock lock(impl_->mutex);
+    while (waiter->state != Waiter::State::Done) {
+        if (impl_->exiting && waiter->state == Waiter::State::Waiting) {
+            waiter->state = Waiter::State::Abandoned;
+            return false;
+        }
+        impl_->changed.wait(impl_->mutex);
+    }
+    if (waiter->failure) std::rethrow_exception(waiter->failure);
+    return true;
+}
+
+void MainQueue::run() {
+    runUntil([] { return false; }, std::chrono::nanoseconds::max());
+}
+
+void MainQueue::quit() {
+    {
+        MutexLock lock(impl_->mutex);
+        if (impl_->depth == 0) return;
+        impl_->quitting = true;
+    }
+    impl_->changed.notify_all();
+}
+
+bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::nanoseconds timeout) {
+    using SteadyClock = std::chrono::steady_clock;
+    impl_->becomeMainThread();
+    const auto began = SteadyClock::now();
+    const auto end = timeout > SteadyClock::time_point::max() - began ? SteadyClock::time_point::max() : began + timeout;
+
+    struct Level {  // leaves the depth right when a function throws
+        explicit Level(Impl& owner) : impl(owner) {
+            MutexLock lock(impl.mutex);
+            ++impl.depth;
+        }
+        ~Level() {
+            MutexLock lock(impl.mutex);
+            --impl.depth;
+        }
+        Impl& impl;
+    } level(*impl_);
+
+    while (!predicate()) {
+        Function function;
+        {
+            const auto clock = Clock::shared();
+            MutexLock lock(impl_->mutex);
+            if (std::exchange(impl_->quitting, false)) return predicate();
+            impl_->wakePending = false;
+            impl_->lineUpDue(clock->now());
+            if (impl_->queue.empty()) {
+                const auto now = SteadyClock::now();
+                if (now >= end) return false;
+                auto until = end;
+                if (!impl_->delayed.empty()) until = std::min(until, now + (impl_->delayed.top().deadline - clock->now()));
+                if (until == SteadyClock::time_point::max()) {
+                    impl_->changed.wait(impl_->mutex);
+                } else {
+                    impl_->changed.wait_until(impl_->mutex, until);
+                }
+                continue;
+            }
+            function = std::move(impl_->queue.front().function);
+            impl_->queue.pop_front();
+        }
+        function();
+        function = nullptr;  // what it held goes before the predicate looks
+        if (SteadyClock::now() >= end) return predicate();
+    }
+    return true;
+}
+
+std::size_t MainQueue::drain() {
+    impl_->becomeMainThread();
+    std::uint64_t end = 0;
+    {
+        const auto now = Clock::shared()->now();
+        MutexLock lock(impl_->mutex);
+        impl_->wakePending = false;
+        impl_->lineUpDue(now);
+        end = impl_->nextNumber;
+    }
+    std::size_t count = 0;
+    try {
+        while (auto function = impl_->take(end)) {
+            ++count;
+            function();
+        }
+    } catch (...) {
+        bool rest = false;
+        {
+            MutexLock lock(impl_->mutex);
+            rest = !impl_->queue.empty() && !std::exchange(impl_->wakePending, true);
+        }
+        impl_->tellWaiters(rest);  // a host that waits for the wake function comes back for what is left
+        throw;
+    }
+    return count;
+}
+
+std::optional<Clock::TimePoint> MainQueue::nextDeadline() const {
+    const auto now = Clock::shared()->now();
+    MutexLock lock(impl_->mutex);
+    if (!impl_->queue.empty()) return now;
+    if (impl_->delayed.empty()) return std::nullopt;
+    return impl_->delayed.top().deadline;
+}
+
+void MainQueue::setWake(Function wake) {
+    {
+        MutexLock lock(impl_->wakeMutex);
+        impl_->wake.swap(wake);
+    }
+    MutexLock lock(impl_->mutex);
+    impl_->wakePending = false;  // the new host has not been told of what is queued; it drains once at its start
+}
+
+bool MainQueue::isMainThread() const {
+    const auto main = impl_->mainThread.load(std::memory_order_relaxed);
+    return main == std::thread::id() ? isFirstThreadOfProcess() : main == std::this_thread::get_id();
+}
+
+namespace detail {
+
+void endMainQueue() noexcept {
+    auto& impl = *MainQueue::shared().impl_;
+    {
+        MutexLock lock(impl.mutex);
+        impl.exiting = true;
+    }
+    impl.changed.notify_all();
+}
+
+}  // namespace detail
+
+}  // namespace vexim

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/Foundation/Export.h"
+#include "VexIMLib/Foundation/Object.h"
+#include "VexIMLib/Foundation/URL.h"
+
+/// What a client needs before it connects: the application's credentials, the service's origin and the options of the live
+/// connection. Change it on the main thread only.
+///
+///     auto configuration = VXIMClientConfiguration::defaultConfiguration();
+///     configuration->setAppId("app");
+///     configuration->setClientKey("key");
+///     configuration->setAutoReconnect(true);
+///
+/// Each connection option stands twice: in its property, and, once its setter has run, under its option name in `dictionary`,
+/// which a login hands to the connection. An option never set is not handed over, so the connection's own default applies.
+class VEXIM_EXPORT VXIMClientConfiguration final : public vexim::Object {
+public:
+    using Object::Object;
+
+    /// The service's default origin, the namespace "/chat", and WebSockets only.
+    static std::shared_ptr<VXIMClientConfiguration> defaultConfiguration();
+    /// Everything nil, false or 0, and no options.
+    static std::shared_ptr<VXIMClientConfiguration> init();
+
+    const std::optional<std::string>& appId() const noexcept { return appId_; }
+    void setAppId(std::optional<std::string> appId) { appId_ = std::move(appId); }
+    /// Signs every request and every login; never sent itself.
+    const std::optional<std::string>& clientKey() const noexcept { return clientKey_; }
+    void setClientKey(std::optional<std::string> clientKey) { clientKey_ = std::move(clientKey); }
+    /// Names this device's installation of the application.
+    const std::optional<std::string>& installationId() const noexcept { return installationId_; }
+    void setInstallationId(std::optional<std::string> installationId) { installationId_ = std::move(installationId); }
+    /// The origin of both the live connection and the REST interface.
+    const std::optional<vexim::URL>& socketURL() const noexcept { return socketURL_; }
+    void setSocketURL(std::optional<vexim::URL> url) { socketURL_ = std::move(url); }
+    /// The Socket.IO namespace.
+    const std::optional<std::string>& nsp() const noexcept { return nsp_; }
+    void setNsp(std::optional<std::string> nsp) { nsp_ = std::move(nsp); }
+
+    /// Option "forcePolling": HTTP long-polling only.
+    bool forcePolling() const noexcept { return forcePolling_; }
+    void setForcePolling(bool force);
+    /// Option "forceWebsockets": no fallback to polling.
+    bool forceWebsockets() const noexcept { return forceWebsockets_; }
+    void setForceWebsockets(bool force);
+    /// Option "log": the connection's own log.
+    bool shouldLog() const noexcept { return shouldLog_; }
+    void setShouldLog(bool log);
+    /// Option "reconnects": whether a lost connection is built up again.
+    bool autoReconnect() const noexcept { return autoReconnect_; }
+    void setAutoReconnect(bool reconnect);
+    /// Option "reconnectAttempts": how often; negative is without limit.
+    std::int64_t reconnectAttempts() const noexcept { return reconnectAttempts_; }
+    void setReconnectAttempts(std::int64_t attempts);
+    /// Option "reconnectWait": seconds before the first attempt.
+    std::int64_t reconnectWait() const noexcept { return reconnectWait_; }
+    void setReconnectWait(std::int64_t seconds);
+    /// Option "secure": TLS even where the URL is a plain one.
+    bool secure() const noexcept { return secure_; }
+    void setSecure(bool secure);
+    /// Option "selfSigned": accept a self-signed certificate.
+    bool selfSigned() const noexcept { return selfSigned_; }
+    void setSelfSigned(bool selfSigned);
+
+    /// The options by name, to be read and written in place; a login does not change them.
+    vexim::Dictionary& dictionary();
+    /// Replaces them as they stand (nullopt: an empty one at the next read). The properties stay.
+    void setDictionary(std::optional<vexim::Dictionary> dictionary);
+
+    const vexim::Class& runtimeClass() const override;
+
+private:
+    std::optional<std::string> appId_;
+    std::optional<std::string> clientKey_;
+    std::optional<std::string> installationId_;
+    std::optional<vexim::URL> socketURL_;
+    std::optional<std::string> nsp_;
+    bool forcePolling_ = false;
+    bool forceWebsockets_ = false;
+    bool shouldLog_ = false;
+    bool autoReconnect_ = false;
+    std::int64_t reconnectAttempts_ = 0;
+    std::int64_t reconnectWait_ = 0;
+    bool secure_ = false;
+    bool selfSigned_ = false;
+    std::optional<vexim::Dictionary> dictionary_;
+};
+
+namespace vexim {
+
+/// A place for a shared configuration that reads and writes like a `shared_ptr`, from any thread. Never destroyed.
+class VEXIM_EXPORT ConfigurationSlot {
+public:
+    constexpr ConfigurationSlot() noexcept = default;
+    ConfigurationSlot(const ConfigurationSlot&) = delete;
+    ConfigurationSlot& operator=(const ConfigurationSlot&) = delete;
+
+    ConfigurationSlot& operator=(std::shared_ptr<VXIMClientConfiguration> configuration);
+    std::shared_ptr<VXIMClientConfiguration> get() const;
+    operator std::shared_ptr<VXIMClientConfiguration>() const { return get(); }
+    /// Keeps the configuration alive for the whole expression.
+    std::shared_ptr<VXIMClientConfiguration> operator->() const { return get(); }
+    explicit operator bool() const { return get() != nullptr; }
+    friend bool operator==(const ConfigurationSlot& slot, const std::shared_ptr<VXIMClientConfiguration>& configuration) {
+        return slot.get() == configuration;
+    }
+    friend bool operator==(const ConfigurationSlot& slot, std::nullptr_t) { return slot.get() == nullptr; }
+};
+
+}  // namespace vexim
+
+/// The configuration of the client that was made last: every REST request takes the application id, the client key and the
+/// origin from it. nullptr before any client was made.
+VEXIM_EXPORT extern vexim::ConfigurationSlot vxim_configuration;

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "VexIMLib/Foundation/Export.h"
+
+// Names of the notifications that the client posts to the default notification centre, with itself as the sender. Each one's
+// value is its own name. VXIMClient.h tells when, and with what user information.
+VEXIM_EXPORT extern const char* const VXIMUserDidLoginNotification;
+VEXIM_EXPORT extern const char* const VXIMClientDidReceiveMessageNotification;
+VEXIM_EXPORT extern const char* const VXIMClientDidReceiveSystemMessageNotification;
+VEXIM_EXPORT extern const char* const VXIMFriendOnlineNotification;
+VEXIM_EXPORT extern const char* const VXIMFriendOfflineNotification;
+
+/// Domain of the errors that the library makes itself: a send that cannot be made (1), a refused login (the service's code),
+/// a passenger without an id (5004).
+VEXIM_EXPORT extern const char* const VXIMErrorDomain;
+
+VEXIM_EXPORT extern const double VexIMLibVersionNumber;
+VEXIM_EXPORT extern const unsigned char VexIMLibVersionString[];
+
+/// Suggested throttling for uploads over slow mobile links: bytes a packet, and seconds between packets. Nothing applies them
+/// by itself.
+VEXIM_EXPORT extern const unsigned long kVXIMAFUploadStream3GSuggestedPacketSize;
+VEXIM_EXPORT extern const double kVXIMAFUploadStream3GSuggestedDelay;
