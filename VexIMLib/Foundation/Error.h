@@ -74,6 +74,7 @@ public:
     ErrorPtr underlyingError() const;
     bool is(std::string_view domain, std::int64_t code) const noexcept { return domain_ == domain && code_ == code; }
 
+    static const Class& staticClass();
     const Class& runtimeClass() const override;
     std::string description() const override;
     bool isEqual(const Object& other) const override;

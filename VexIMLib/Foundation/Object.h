@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <concepts>
 #include <cstddef>
 #include <functional>
@@ -107,7 +108,7 @@ protected:
     friend std::shared_ptr<T> create(Arguments&&... arguments);
 
 private:
-    std::unique_ptr<detail::KeyValueObservers> observers_;  // created on first use, under a global lock
+    std::atomic<detail::KeyValueObservers*> observers_{nullptr};  // made by the first observer
 };
 
 }  // namespace vexim

@@ -44,6 +44,10 @@ public:
 
 private:
     URL() = default;
+    bool readAuthority(std::string_view authority);
+    /// "//host:port" as it stands; empty when there is none.
+    std::string authorityText() const;
+
     std::string text_;
     std::string scheme_;
     std::optional<std::string> user_;
@@ -53,6 +57,7 @@ private:
     std::string path_;
     std::optional<std::string> query_;
     std::optional<std::string> fragment_;
+    bool hasAuthority_ = false;
 };
 
 /// Escapes every UTF-8 byte except the unreserved characters of RFC 3986 (A-Z a-z 0-9 - . _ ~).

@@ -3,13 +3,16 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
 
 #include "VexIMLib/Foundation/Array.h"
+#include "VexIMLib/Foundation/Counted.h"
 #include "VexIMLib/Foundation/Data.h"
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/Export.h"
@@ -17,6 +20,13 @@
 namespace vexim {
 
 class Object;
+
+namespace detail {
+struct DictionaryItem;
+struct DictionaryRep;
+struct ObjectRep;
+struct StringRep;
+}  // namespace detail
 
 /// Any value that the library handles: what JSON can say, bytes, and objects.
 ///
@@ -27,14 +37,18 @@ class VEXIM_EXPORT Value {
 public:
     enum class Kind : std::uint8_t { Nil, Null, Boolean, Integer, Unsigned, Real, String, Data, Array, Dictionary, Object };
 
-    Value() noexcept;                ///< nil
-    Value(std::nullptr_t) noexcept;  ///< nil
-    static Value null() noexcept;    ///< JSON null
-    Value(bool value) noexcept;
+    constexpr Value() noexcept = default;                                         ///< nil
+    constexpr Value(std::nullptr_t) noexcept {}                                   ///< nil
+    static Value null() noexcept { return Value(Kind::Null, std::uint64_t{0}); }  ///< JSON null
+    Value(bool value) noexcept : Value(Kind::Boolean, std::uint64_t{value}) {}
     template <std::integral T>
     requires(!std::same_as<T, bool>) Value(T value)
     noexcept : Value(fromIntegral(value)) {}
-    Value(double value) noexcept;
+    Value(double value) noexcept : Value(Kind::Real, value) {}
+    /// Any other pointer would silently become a boolean.
+    template <class T>
+    requires(!std::same_as<std::remove_cv_t<T>, char>) Value(T* pointer)
+    = delete;
     Value(const char* text);  ///< nullptr is nil
     Value(std::string_view text);
     Value(const std::string& text);
@@ -46,13 +60,36 @@ public:
     template <std::derived_from<vexim::Object> T>
     Value(std::shared_ptr<T> object) noexcept : Value(fromObject(std::static_pointer_cast<vexim::Object>(std::move(object)))) {}
 
-    Value(const Value& other) noexcept;
-    Value(Value&& other) noexcept;
-    Value& operator=(const Value& other) noexcept;
-    Value& operator=(Value&& other) noexcept;
-    ~Value();
+    Value(const Value& other) noexcept {
+        relocate(other);
+        if (isCounted()) retain();
+    }
+    Value(Value&& other) noexcept {
+        relocate(other);
+        other.forget();
+    }
+    Value& operator=(const Value& other) noexcept {
+        Value copy(other);  // first: `other` may live inside what this value holds
+        swap(copy);
+        return *this;
+    }
+    Value& operator=(Value&& other) noexcept {
+        Value taken(std::move(other));
+        swap(taken);
+        return *this;
+    }
+    ~Value() {
+        if (isCounted()) release();
+    }
+    void swap(Value& other) noexcept {
+        Value kept;
+        kept.relocate(other);
+        other.relocate(*this);
+        relocate(kept);
+        kept.forget();
+    }
 
-    Kind kind() const noexcept;
+    Kind kind() const noexcept { return kind_; }
     bool isNil() const noexcept { return kind() == Kind::Nil; }
     bool isNull() const noexcept { return kind() == Kind::Null; }
     bool isNilOrNull() const noexcept { return kind() <= Kind::Null; }
@@ -66,12 +103,15 @@ public:
     bool isObject() const noexcept { return kind() == Kind::Object; }
 
     // The contents, when they are of that kind. Pointers and views live as long as this value is not written.
-    std::optional<std::string_view> asStringView() const noexcept;
+    std::optional<std::string_view> asStringView() const noexcept {
+        if (!isString()) return std::nullopt;
+        return textView();
+    }
     /// The text as a string of its own; nullopt when this is no string.
     std::optional<std::string> asString() const;
-    const vexim::Data* asData() const noexcept;
-    const vexim::Array* asArray() const noexcept;
-    const vexim::Dictionary* asDictionary() const noexcept;
+    const vexim::Data* asData() const noexcept { return isData() ? &held<vexim::Data>() : nullptr; }
+    const vexim::Array* asArray() const noexcept { return isArray() ? &held<vexim::Array>() : nullptr; }
+    const vexim::Dictionary* asDictionary() const noexcept { return isDictionary() ? &held<vexim::Dictionary>() : nullptr; }
     std::shared_ptr<vexim::Object> asObject() const noexcept;
     /// The object, when it is one of class T; else nullptr.
     template <class T>
@@ -121,8 +161,54 @@ private:
         }
     }
 
-    // TODO(foundation): private representation
-    alignas(8) unsigned char storage_[16];
+    // Sixteen bytes: the kind, then either a short string's text in place, or at offset 8 a number or the pointer to a
+    // shared block. Bytes without a meaning are zero, so two short strings are equal when all sixteen bytes are.
+    friend struct detail::DictionaryItem;
+    friend struct detail::DictionaryRep;
+    static constexpr std::size_t kInlineCapacity = 14;
+    static constexpr std::uint8_t kCounted = 0xFF;
+    static constexpr std::size_t kWordOffset = 6;
+
+    template <class T>
+    Value(Kind kind, T word) noexcept : kind_(kind) {
+        static_assert(sizeof(T) == 8 && std::is_trivially_copyable_v<T>);
+        std::memcpy(bytes_ + kWordOffset, &word, sizeof(word));
+    }
+    static Value counted(Kind kind, detail::Counted* block) noexcept {
+        Value value(kind, block);
+        value.inlineSize_ = kCounted;
+        return value;
+    }
+
+    template <class T>
+    T word() const noexcept {
+        T word;
+        std::memcpy(&word, bytes_ + kWordOffset, sizeof(word));
+        return word;
+    }
+    /// A container is one pointer, and lies where other kinds keep their word.
+    template <class T>
+    const T& held() const noexcept {
+        return *std::launder(reinterpret_cast<const T*>(bytes_ + kWordOffset));
+    }
+    std::string_view textView() const noexcept { return isCounted() ? sharedText() : inlineText(); }
+    std::string_view inlineText() const noexcept { return {reinterpret_cast<const char*>(bytes_), inlineSize_}; }
+    std::string_view sharedText() const noexcept;
+
+    bool isCounted() const noexcept { return inlineSize_ == kCounted; }
+    void retain() const noexcept {
+        if (auto* block = word<detail::Counted*>()) block->retain();  // an empty container has no block
+    }
+    void release() noexcept;
+    void relocate(const Value& other) noexcept { std::memcpy(static_cast<void*>(this), &other, sizeof(Value)); }
+    void forget() noexcept {
+        kind_ = Kind::Nil;
+        inlineSize_ = 0;
+    }
+
+    alignas(8) Kind kind_ = Kind::Nil;
+    std::uint8_t inlineSize_ = 0;  // of a string's text here; kCounted when the word points to a block
+    unsigned char bytes_[kInlineCapacity] = {};
 };
 
 /// Whether two ids are the same. nil equals nothing, not even nil.

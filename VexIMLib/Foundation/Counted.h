@@ -1,0 +1,21 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+
+namespace vexim::detail {
+
+/// The head of every block that values share. Owners come and go on any thread.
+struct Counted {
+    std::atomic<std::size_t> references{1};
+
+    void retain() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
+    /// True when the caller was the last owner and must destroy the block.
+    bool release() noexcept {
+        // The only owner needs no read-modify-write: nobody else is there to take a reference.
+        return references.load(std::memory_order_acquire) == 1 || references.fetch_sub(1, std::memory_order_acq_rel) == 1;
+    }
+    bool isShared() const noexcept { return references.load(std::memory_order_acquire) != 1; }
+};
+
+}  // namespace vexim::detail

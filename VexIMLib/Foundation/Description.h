@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+#include "VexIMLib/Foundation/Value.h"
+
+namespace vexim::detail {
+
+/// Appends what `%@` prints for `value`. Nesting beyond 512 is shown as "…".
+void describe(const Value& value, std::string& text);
+
+}  // namespace vexim::detail

@@ -1,0 +1,120 @@
+#include "VexIMLib/Foundation/Scalars.h"
+
+#include <charconv>
+#include <limits>
+
+namespace vexim {
+
+namespace {
+
+constexpr double kTwoTo63 = 9223372036854775808.0;
+constexpr double kTwoTo64 = 18446744073709551616.0;
+
+std::uint64_t truncateToUInt64(double value) noexcept {
+    if (!(value > 0)) return 0;  // NaN too
+    if (value >= kTwoTo64) return std::numeric_limits<std::uint64_t>::max();
+    return static_cast<std::uint64_t>(value);
+}
+
+bool isBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+template <class Number>
+bool readWhole(std::string_view text, Number& number) noexcept {
+    auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+    return result.ec == std::errc() && result.ptr == text.data() + text.size();
+}
+
+// The number that a text states, blanks around it aside; nil when it states none. Names for infinity and NaN are no numbers.
+Value numberOf(std::string_view text) noexcept {
+    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+    if (text.size() > 1 && text.front() == '+' && text[1] != '-') text.remove_prefix(1);
+    if (text.find_first_not_of("0123456789+-.eE") != std::string_view::npos) return {};
+    std::int64_t integer = 0;
+    if (readWhole(text, integer)) return integer;
+    std::uint64_t large = 0;
+    if (readWhole(text, large)) return large;
+    double real = 0;
+    if (readWhole(text, real)) return real;
+    return {};
+}
+
+Value lenientNumber(const Value& value) noexcept {
+    if (value.isNumber()) return value;
+    if (auto text = value.asStringView()) return numberOf(*text);
+    return {};
+}
+
+}  // namespace
+
+std::int64_t truncateToInt64(double value) noexcept {
+    if (value >= kTwoTo63) return std::numeric_limits<std::int64_t>::max();
+    if (value < -kTwoTo63) return std::numeric_limits<std::int64_t>::min();
+    if (value != value) return 0;
+    return static_cast<std::int64_t>(value);
+}
+
+std::optional<bool> strictBool(const Value& value) noexcept {
+    switch (value.kind()) {
+        case Value::Kind::Boolean: return value.boolean();
+        case Value::Kind::Integer: return value.integer() != 0;
+        case Value::Kind::Unsigned: return true;  // only above the signed range
+        case Value::Kind::Real: return value.real() != 0 && value.real() == value.real();
+        case Value::Kind::Nil:
+        case Value::Kind::Null:
+        case Value::Kind::String:
+        case Value::Kind::Data:
+        case Value::Kind::Array:
+        case Value::Kind::Dictionary:
+        case Value::Kind::Object: break;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::int64_t> strictInt64(const Value& value) noexcept {
+    switch (value.kind()) {
+        case Value::Kind::Boolean: return value.boolean() ? 1 : 0;
+        case Value::Kind::Integer: return value.integer();
+        case Value::Kind::Unsigned: return static_cast<std::int64_t>(value.unsignedInteger());
+        case Value::Kind::Real: return truncateToInt64(value.real());
+        case Value::Kind::Nil:
+        case Value::Kind::Null:
+        case Value::Kind::String:
+        case Value::Kind::Data:
+        case Value::Kind::Array:
+        case Value::Kind::Dictionary:
+        case Value::Kind::Object: break;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::uint64_t> strictUInt64(const Value& value) noexcept {
+    if (value.kind() == Value::Kind::Real) return truncateToUInt64(value.real());
+    if (value.kind() == Value::Kind::Unsigned) return value.unsignedInteger();
+    if (auto number = strictInt64(value)) return static_cast<std::uint64_t>(*number);
+    return std::nullopt;
+}
+
+std::optional<double> strictDouble(const Value& value) noexcept {
+    switch (value.kind()) {
+        case Value::Kind::Boolean: return value.boolean() ? 1.0 : 0.0;
+        case Value::Kind::Integer: return static_cast<double>(value.integer());
+        case Value::Kind::Unsigned: return static_cast<double>(value.unsignedInteger());
+        case Value::Kind::Real: return value.real();
+        case Value::Kind::Nil:
+        case Value::Kind::Null:
+        case Value::Kind::String:
+        case Value::Kind::Data:
+        case Value::Kind::Array:
+        case Value::Kind::Dictionary:
+        case Value::Kind::Object: break;
+    }
+    return std::nullopt;
+}
+
+bool lenientBool(const Value& value) noexcept { return strictBool(lenientNumber(value)).value_or(false); }
+std::int64_t lenientInt64(const Value& value) noexcept { return strictInt64(lenientNumber(value)).value_or(0); }
+std::uint64_t lenientUInt64(const Value& value) noexcept { return strictUInt64(lenientNumber(value)).value_or(0); }
+double lenientDouble(const Value& value) noexcept { return strictDouble(lenientNumber(value)).value_or(0); }
+
+}  // namespace vexim
