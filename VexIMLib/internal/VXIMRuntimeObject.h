@@ -70,8 +70,8 @@ public:
     vexim::Value valueForKey(std::string_view key) const override;
     /// The only writer that tells the key's observers.
     virtual void setValueForKey(vexim::Value value, std::string_view key);
-    virtual vexim::Value objectForKey(std::string_view key) const;
-    virtual void setObjectForKey(vexim::Value object, std::string_view key);
+    vexim::Value objectForKey(std::string_view key) const;
+    void setObjectForKey(vexim::Value object, std::string_view key);
     vexim::Value objectForKeyedSubscript(std::string_view key) const;
     void setObjectForKeyedSubscript(vexim::Value object, std::string_view key);
 

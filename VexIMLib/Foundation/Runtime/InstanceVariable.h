@@ -55,7 +55,8 @@ private:
     struct alignas(InstanceVariable::kSlotSize) Slot {
         std::byte bytes[InstanceVariable::kSlotSize];
     };
-    void dropObject(const InstanceVariable& variable);
+    Value* objectAt(std::size_t slot) const;
+    void dropObject(std::size_t slot);
 
     std::size_t slotCount_;
     std::unique_ptr<Slot[]> slots_;

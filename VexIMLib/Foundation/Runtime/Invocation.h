@@ -45,9 +45,10 @@ public:
 private:
     static constexpr std::size_t kInlineSize = 64;
 
-    const MethodSignature::Slot& argument(std::size_t index) const;
-    static void copyIn(const MethodSignature::Slot& slot, std::byte* to, const void* from);
-    static void copyOut(const MethodSignature::Slot& slot, void* to, const std::byte* from);
+    const MethodSignature::Slot& ownArgument(std::size_t index) const;
+    Value* object(const MethodSignature::Slot& slot) const;
+    void copyIn(const MethodSignature::Slot& slot, const void* from);
+    void copyOut(const MethodSignature::Slot& slot, void* to) const;
 
     const MethodSignature& signature_;
     Object& target_;

@@ -21,9 +21,14 @@ public:
     std::size_t numberOfArguments() const noexcept { return arguments_.size(); }
     /// The encoding of the argument at `index` (0 is the receiver); raises NSInvalidArgumentException beyond the end.
     const std::string& argumentType(std::size_t index) const;
+    /// In bytes, as an invocation holds it.
+    std::size_t argumentSize(std::size_t index) const;
     const std::string& methodReturnType() const noexcept { return result_.type; }
     /// In bytes; 0 for void.
     std::size_t methodReturnLength() const noexcept { return result_.size; }
+
+    /// The same types throughout.
+    friend VEXIM_EXPORT bool operator==(const MethodSignature& a, const MethodSignature& b) noexcept;
 
 private:
     friend class Invocation;
@@ -34,6 +39,7 @@ private:
         bool isObject = false;
     };
     MethodSignature() = default;
+    const Slot& argument(std::size_t index) const;
 
     Slot result_;
     std::vector<Slot> arguments_;

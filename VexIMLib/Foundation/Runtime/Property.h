@@ -34,6 +34,9 @@ public:
     /// What follows the letter `name`, nullopt when the property has no such attribute.
     std::optional<std::string> attributeValue(std::string_view name) const;
 
+    /// The setter's name for a property that gives none itself: "setTitle:" for "title".
+    static std::string defaultSetterName(std::string_view name);
+
 private:
     std::string name_;
     std::string attributes_;

@@ -17,19 +17,16 @@
 
 namespace vexim {
 
-struct TypeLayout {
-    std::size_t size = 0;
+/// The first type of an encoding.
+struct Type {
+    std::string_view text;  // with its qualifiers
+    std::size_t size = 0;   // in bytes; 0 for void, and for a structure or union whose members are not told
     std::size_t alignment = 1;
+    bool isObject = false;
 };
 
-/// Size and alignment of the first type in `encoding`; raises NSInvalidArgumentException when that is no type.
-VEXIM_EXPORT TypeLayout layoutOfType(std::string_view encoding);
-
-/// The first type of `encoding` with its qualifiers, without what follows; raises NSInvalidArgumentException when it is no type.
-VEXIM_EXPORT std::string_view firstType(std::string_view encoding);
-
-/// Whether the type is an object's.
-constexpr bool isObjectType(std::string_view encoding) noexcept { return encoding.starts_with('@'); }
+/// Reads the first type of `encoding`; raises NSInvalidArgumentException when there is none.
+VEXIM_EXPORT Type readType(std::string_view encoding);
 
 /// The scalar at `bytes` as a number; nullopt when the type is neither a number's nor a boolean's.
 VEXIM_EXPORT std::optional<Value> boxScalar(std::string_view encoding, const void* bytes);

@@ -41,6 +41,7 @@ public:
 private:
     struct Route;
     const Route& routeFor(VXIMRuntimeObject& object) const;
+    const Route& addRoute(VXIMRuntimeObject& object, const Class& cls) const;
 
     const Class& (*declaringClass_)();
     const char* property_;

@@ -1,0 +1,83 @@
+#include "VexIMLib/internal/MessageForwarding/DynamicProperty.h"
+
+#include <string_view>
+
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/MessageForwarding/VXIMMessageForwardProxy.h"
+
+namespace vexim::detail {
+
+/// How the message is served on one concrete class. Never changed once it is published, never destroyed.
+struct DynamicAccessor::Route {
+    const Class& cls;
+    Selector selector;
+    std::shared_ptr<const MethodSignature> signature;
+    std::shared_ptr<VXIMPropertyInfo> info;  // nullptr: the class has a method of that name
+    const Route* next;
+
+    void send(Invocation& invocation) const {
+        if (info) {
+            VXIMMessageForwardProxy::accessProperty(*info, invocation);
+        } else {
+            invocation.invoke();
+        }
+    }
+};
+
+void DynamicAccessor::get(VXIMRuntimeObject& object, void* value) const {
+    const Route& route = routeFor(object);
+    Invocation invocation(*route.signature, object, route.selector);
+    route.send(invocation);
+    invocation.getReturnValue(value);
+}
+
+void DynamicAccessor::set(VXIMRuntimeObject& object, const void* value) const {
+    const Route& route = routeFor(object);
+    Invocation invocation(*route.signature, object, route.selector);
+    // The setter's form of a read-only property is served as a getter, which has no place for the argument.
+    if (route.signature->numberOfArguments() > 2) invocation.setArgument(value, 2);
+    route.send(invocation);
+}
+
+const DynamicAccessor::Route& DynamicAccessor::routeFor(VXIMRuntimeObject& object) const {
+    const Class& cls = object.runtimeClass();
+    for (const Route* route = routes_.load(std::memory_order_acquire); route; route = route->next) {
+        if (&route->cls == &cls) return *route;
+    }
+    return addRoute(object, cls);
+}
+
+const DynamicAccessor::Route& DynamicAccessor::addRoute(VXIMRuntimeObject& object, const Class& cls) const {
+    // The message's name is settled where the property is declared, as a compiler would settle it.
+    const Property* property = declaringClass_().property(property_);
+    const auto customName = property ? property->attributeValue(kind_ == Kind::Getter ? "G" : "S") : std::nullopt;
+    const Selector selector = customName              ? Selector(*customName)
+                              : kind_ == Kind::Getter ? Selector(property_)
+                                                      : Selector(Property::defaultSetterName(property_));
+
+    const auto signature = object.methodSignatureForSelector(selector);
+    if (!signature) object.doesNotRecognizeSelector(selector);
+    const bool takesValue = signature->numberOfArguments() > 2;
+    const std::string& type = takesValue ? signature->argumentType(2) : signature->methodReturnType();
+    if (type != encoding_) {
+        throw Exception(kInternalInconsistencyException, "The property " + std::string(property_) + " of class " + cls.name() +
+                                                             " is of type " + type + ", not " + encoding_ + ".");
+    }
+    std::shared_ptr<VXIMPropertyInfo> info;
+    if (!cls.method(selector)) {
+        info = VXIMRuntimeObject::messageForwardProxy()->subclassInfoForSubclass(cls)->propertyInfoForSelector(selector);
+    }
+
+    static constinit Mutex mutex;  // one writer at a time, over all handles: it is taken once for each handle and class
+    MutexLock lock(mutex);
+    const Route* first = routes_.load(std::memory_order_relaxed);
+    for (const Route* route = first; route; route = route->next) {
+        if (&route->cls == &cls) return *route;
+    }
+    const Route* added = new Route{cls, selector, signature, std::move(info), first};
+    routes_.store(added, std::memory_order_release);
+    return *added;
+}
+
+}  // namespace vexim::detail

@@ -1,0 +1,98 @@
+#include "VexIMLib/internal/MessageForwarding/VXIMPropertyInfo.h"
+
+#include <cstddef>
+#include <utility>
+
+#include "VexIMLib/Foundation/Log.h"
+
+using vexim::Class;
+using vexim::Property;
+using vexim::Selector;
+
+std::optional<std::string> VXIMPropertyNameFromSelector(const Class& cls, Selector selector) {
+    constexpr char kCaseBit = 0x20;
+    constexpr std::size_t kPrefix = 3;      // "set"
+    constexpr std::size_t kSetterMore = 4;  // "set" and the colon at the end
+
+    std::string name = selector.text();
+    if (name.starts_with("set")) {
+        // A getter such as "settings" is mangled here as well and leads nowhere: callers rely on the plain rule.
+        name = name.size() > kSetterMore ? name.substr(kPrefix, name.size() - kSetterMore) : std::string(1, '\0');
+        name.front() = static_cast<char>(name.front() + kCaseBit);
+    }
+    name.resize(name.find('\0') == std::string::npos ? name.size() : name.find('\0'));  // the name is a C string
+    if (cls.property(name)) return name;
+    if (name.empty() || name.front() < 'a' || name.front() > 'z') return std::nullopt;
+    name.front() = static_cast<char>(name.front() - kCaseBit);
+    if (cls.property(name)) return name;
+    return std::nullopt;
+}
+
+std::shared_ptr<VXIMPropertyInfo> VXIMPropertyInfo::propertyInfoWithSelector(Selector selector, const Class& cls) {
+    return initWithClass(cls, VXIMPropertyNameFromSelector(cls, selector));
+}
+
+std::shared_ptr<VXIMPropertyInfo> VXIMPropertyInfo::initWithClass(const Class& cls, const std::optional<std::string>& name) {
+    return vexim::create<VXIMPropertyInfo>(cls, name);
+}
+
+bool VXIMPropertyInfo::initialise(const Class& cls, const std::optional<std::string>& name) {
+    const Property* property = name ? cls.property(*name) : nullptr;
+    if (!property) return false;
+    cls_ = &cls;
+    name_ = *name;
+    readAttributes(*property);
+    if (!isDynamic_) return false;
+
+    if (!setterName_ && !isReadOnly_) setterName_ = Property::defaultSetterName(name_);
+    if (setterName_) setterSelector_ = Selector(*setterName_);
+    getterSelector_ = Selector(getterName_.value_or(name_));
+    findInstanceVariable();
+    return true;
+}
+
+void VXIMPropertyInfo::readAttributes(const Property& property) {
+    for (const auto& [letter, value] : property.attributeList()) {
+        switch (letter.front()) {
+            case 'C': associationPolicy_ = AssociationPolicy::Copy; break;
+            case '&': associationPolicy_ = AssociationPolicy::Strong; break;
+            case 'W': associationPolicy_ = AssociationPolicy::Weak; break;
+            case 'D': isDynamic_ = true; break;
+            case 'R': isReadOnly_ = true; break;
+            case 'N': isAtomic_ = false; break;
+            case 'G': getterName_ = value; break;
+            case 'S': setterName_ = value; break;
+            case 'V': ivarName_ = value; break;
+            case 'T': typeEncoding_ = value; break;
+            default: vexim::log(vexim::LogLevel::Warning, "VXIMRuntimeObject: unsupported property attribute: " + letter);
+        }
+    }
+}
+
+// The first hit wins: what the property itself names, what a superclass's property of that name is backed by, and then the
+// two customary names on the class itself.
+void VXIMPropertyInfo::findInstanceVariable() {
+    if (takeInstanceVariable(*cls_, ivarName_)) return;
+    for (const Class* owner = cls_->superclass(); owner; owner = owner->superclass()) {
+        const Property* property = owner->property(name_);
+        if (property && takeInstanceVariable(*owner, property->attributeValue("V"))) return;
+    }
+    if (takeInstanceVariable(*cls_, "_" + name_)) return;
+    takeInstanceVariable(*cls_, name_);
+}
+
+bool VXIMPropertyInfo::takeInstanceVariable(const Class& owner, const std::optional<std::string>& variable) {
+    ivar_ = variable ? owner.instanceVariable(*variable) : nullptr;
+    if (!ivar_) return false;
+    vexim::log(vexim::LogLevel::Warning, "Warning: Value will be stored in ivar, because ivar `" + ivar_->name() +
+                                             "` decleared for property `" + name_ + "` was found on class `" + owner.name() + "`.");
+    return true;
+}
+
+VXIMNamedLock& VXIMPropertyInfo::valueAccesslock() const {
+    std::call_once(valueAccesslockOnce_, [this] {
+        valueAccesslock_ = std::make_unique<VXIMNamedLock>("com.vexora.clouddata.object.subclass." + cls_->name() + "." + name_ +
+                                                           ".valueAccessLock");
+    });
+    return *valueAccesslock_;
+}

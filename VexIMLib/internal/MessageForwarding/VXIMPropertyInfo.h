@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "VexIMLib/Foundation/Object.h"
+#include "VexIMLib/Foundation/Runtime/Class.h"
+
+/// The declared property of `cls` that an accessor belongs to, by its selector alone: "title" and "setTitle:" give "title",
+/// "setURL:" gives "URL". nullopt when there is none. Everything that begins with "set" is taken for a setter, getters too.
+VEXIM_EXPORT std::optional<std::string> VXIMPropertyNameFromSelector(const vexim::Class& cls, vexim::Selector selector);
+
+/// A lock with a name for whoever inspects a program that stands still. It is not recursive.
+class VXIMNamedLock {
+public:
+    explicit VXIMNamedLock(std::string name) : name_(std::move(name)) {}
+    const std::string& name() const noexcept { return name_; }
+    void lock() { mutex_.lock(); }
+    bool tryLock() { return mutex_.try_lock(); }
+    void unlock() { mutex_.unlock(); }
+
+private:
+    const std::string name_;
+    std::mutex mutex_;
+};
+
+/// What is known of one dynamic property of one concrete class. Constant once made; usable from any thread.
+class VXIMPropertyInfo final : public vexim::Object {
+public:
+    enum class AssociationPolicy : std::int64_t { Assign = 1, Weak = 2, Strong = 3, Copy = 4 };
+
+    using Object::Object;
+    /// nullptr when the selector leads to no property, or to one that is not dynamic.
+    static std::shared_ptr<VXIMPropertyInfo> propertyInfoWithSelector(vexim::Selector selector, const vexim::Class& cls);
+    /// nullptr when the class has no such property, or not as a dynamic one; nullopt names none.
+    static std::shared_ptr<VXIMPropertyInfo> initWithClass(const vexim::Class& cls, const std::optional<std::string>& name);
+    bool initialise(const vexim::Class& cls, const std::optional<std::string>& name);
+
+    /// The concrete class that was asked about, which may have inherited the property.
+    const vexim::Class& cls() const noexcept { return *cls_; }
+    const std::string& name() const noexcept { return name_; }
+    /// nullopt when the property declares none.
+    const std::optional<std::string>& typeEncoding() const noexcept { return typeEncoding_; }
+    /// Where values live instead of the store; nullptr for the store.
+    const vexim::InstanceVariable* ivar() const noexcept { return ivar_; }
+    bool isAtomic() const noexcept { return isAtomic_; }
+    /// Only Copy makes a difference: all the others are held strongly.
+    AssociationPolicy associationPolicy() const noexcept { return associationPolicy_; }
+    /// Null for a read-only property that names no setter.
+    vexim::Selector setterSelector() const noexcept { return setterSelector_; }
+    vexim::Selector getterSelector() const noexcept { return getterSelector_; }
+
+    /// Serialises the accesses of an atomic property, over all objects of the class. Made on the first call.
+    VXIMNamedLock& valueAccesslock() const;
+
+private:
+    void readAttributes(const vexim::Property& property);
+    void findInstanceVariable();
+    bool takeInstanceVariable(const vexim::Class& owner, const std::optional<std::string>& variable);
+
+    const vexim::Class* cls_ = nullptr;
+    std::string name_;
+    std::optional<std::string> typeEncoding_;
+    const vexim::InstanceVariable* ivar_ = nullptr;
+    bool isAtomic_ = true;
+    bool isDynamic_ = false;
+    bool isReadOnly_ = false;
+    AssociationPolicy associationPolicy_ = AssociationPolicy::Assign;
+    std::optional<std::string> getterName_;
+    std::optional<std::string> setterName_;
+    std::optional<std::string> ivarName_;
+    vexim::Selector setterSelector_;
+    vexim::Selector getterSelector_;
+
+    mutable std::once_flag valueAccesslockOnce_;
+    mutable std::unique_ptr<VXIMNamedLock> valueAccesslock_;
+};
