@@ -138,6 +138,15 @@ public:
 
 private:
     std::shared_ptr<VXIMRequest> self() { return sharedAs<VXIMRequest>(); }
+    /// Whether `error` is marked temporary and attempts are left.
+    bool shouldRetry(const vexim::ErrorPtr& error) const;
+    /// Runs `again` after the delay. What that raises ends the operation through `completion`: nobody could catch it.
+    void retry(std::function<void()> again, VXIMResultCompletion completion);
+    /// Passes reports on; the first one uses the retries up, since a body that was begun cannot be replayed.
+    VXIMProgress progressThatEndsRetries(VXIMProgress progress);
+    /// The end of one attempt at a transfer: another one by `again`, or the caller's completion.
+    void concludeTransfer(vexim::Value result, vexim::ErrorPtr error, const VXIMResultCompletion& completion,
+                          const std::shared_ptr<VXIMTransfer>& transfer, std::function<void()> again);
 
     std::string method_;
     std::optional<std::string> path_;

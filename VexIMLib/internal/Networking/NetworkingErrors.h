@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/Exception.h"
+
+// Every error that the HTTP transport makes.
+namespace vexim::rest {
+
+/// REST failures: the service's "errorCode", or 100 when no usable answer came.
+inline constexpr const char* kServiceDomain = "VXErrorDomain";
+inline constexpr std::int64_t kTransportFailedCode = 100;
+/// Marks, in the user information, what is worth a retry.
+inline constexpr const char* kTemporaryKey = "temporary";
+
+/// 100, with the description of `cause`.
+ErrorPtr transportFailed(const ErrorPtr& cause);
+/// -1011 "Request failed: 404 not found", with the response's URL.
+ErrorPtr badServerResponse(std::int64_t status, const Value& failingURL);
+/// -999
+ErrorPtr cancelled();
+/// 100, for a mistake that only showed while the operation was under way, where nobody can catch it.
+ErrorPtr raised(const Exception& exception);
+
+/// The same error with "temporary" = true.
+ErrorPtr markedTemporary(const ErrorPtr& error);
+bool isTemporary(const ErrorPtr& error);
+
+}  // namespace vexim::rest

@@ -1,0 +1,62 @@
+// How a request is sent: one task an attempt, three attempts at most, one call of the caller's completion.
+
+#include <chrono>
+#include <cstdint>
+#include <utility>
+
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Foundation/Random.h"
+#include "VexIMLib/internal/Networking/NetworkingErrors.h"
+#include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
+
+namespace {
+
+constexpr std::int64_t kMaxRetries = 2;
+
+/// 1 to 2 seconds, from 16 random bits.
+std::chrono::nanoseconds retryDelay(std::uint32_t random) {
+    const double seconds = static_cast<double>(random & 0xFFFF) / 65535.0 + 1.0;
+    return std::chrono::nanoseconds(static_cast<std::int64_t>(seconds * 1e9));
+}
+
+}  // namespace
+
+void VXIMRequest::sendWithCompletion(VXIMResultCompletion completion) {
+    const auto& manager = VXIMURLSessionManager::defaultManager();
+    auto task = manager->dataTaskWithRequest(
+        *this, [self = self(), completion = std::move(completion)](const vexim::Value& result, const vexim::ErrorPtr& error) {
+            if (self->shouldRetry(error)) {
+                return self->retry([self, completion] { self->sendWithCompletion(completion); }, completion);
+            }
+            if (!completion) return;
+            if (error) {
+                completion(nullptr, error);
+            } else {
+                completion(result, nullptr);
+            }
+        });
+    task->resume();
+}
+
+void VXIMRequest::makeDelayedRetry(std::function<void()> retry) {
+    ++retryCount_;
+    vexim::MainQueue::shared().after(retryDelay(vexim::Random::shared()->next32()), std::move(retry));
+}
+
+bool VXIMRequest::shouldRetry(const vexim::ErrorPtr& error) const {
+    return vexim::rest::isTemporary(error) && retryCount_ < kMaxRetries;
+}
+
+void VXIMRequest::retry(std::function<void()> again, VXIMResultCompletion completion) {
+    makeDelayedRetry([again = std::move(again), completion = std::move(completion)] {
+        vexim::ErrorPtr raised;
+        try {
+            again();
+        } catch (const vexim::Exception& exception) {
+            raised = vexim::rest::raised(exception);
+        }
+        if (raised && completion) completion(nullptr, raised);
+    });
+}

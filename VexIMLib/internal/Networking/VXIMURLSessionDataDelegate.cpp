@@ -1,0 +1,113 @@
+#include "VexIMLib/internal/Networking/VXIMURLSessionDataDelegate.h"
+
+#include <thread>
+#include <utility>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Networking/NetworkingErrors.h"
+
+const std::shared_ptr<vexim::OutputStream>& VXIMURLSessionDataDelegate::outputStream() {
+    if (!outputStream_) outputStream_ = vexim::OutputStream::toMemory();
+    return outputStream_;
+}
+
+void VXIMURLSessionDataDelegate::addStateObserverForTask(const std::shared_ptr<vexim::URLSessionTask>& task) {
+    task->addObserver(shared_from_this(), "state", [this](vexim::Object& object, const vexim::KeyValueChange& change) {
+        if (change.newValue.longLongValue() != static_cast<int>(vexim::URLSessionTaskState::Running)) return;
+        startDate_ = vexim::Date::now();
+        object.removeObserver(this, "state");
+    });
+}
+
+void VXIMURLSessionDataDelegate::openOutputStream() { outputStream()->open(); }
+
+void VXIMURLSessionDataDelegate::closeOutputStream() { outputStream()->close(); }
+
+bool VXIMURLSessionDataDelegate::writeData(const vexim::Data& bytes) {
+    const auto& stream = outputStream();
+    while (!stream->hasSpaceAvailable()) {
+        if (stream->streamError()) return false;
+        std::this_thread::yield();
+    }
+    // Handed over whole, so that a stream in memory can share the bytes instead of copying them.
+    auto written = stream->writeData(bytes);
+    for (auto rest = bytes.span(); written != -1;) {
+        rest = rest.subspan(static_cast<std::size_t>(written));
+        if (rest.empty()) return true;
+        written = stream->write(rest.data(), rest.size());
+    }
+    // The failure shows at the next write, or in what the task reports in the end.
+    return true;
+}
+
+void VXIMURLSessionDataDelegate::taskDidCancel() { closeOutputStream(); }
+
+void VXIMURLSessionDataDelegate::parseResultOfTask(const vexim::URLSessionTask& task) {
+    const auto status = statusOfTask(task);
+    if (status >= 200 && status < 300) {
+        if (result_.isNil()) result_ = outputStream()->dataWrittenToMemory();
+        return;
+    }
+    if (const auto response = task.response(); response && !error_) {
+        error_ = vexim::rest::badServerResponse(status, response->url.absoluteString());
+    }
+}
+
+void VXIMURLSessionDataDelegate::logFailedTask(const vexim::URLSessionTask&, const vexim::ErrorPtr&) {}
+
+vexim::ErrorPtr VXIMURLSessionDataDelegate::errorWithError(const vexim::ErrorPtr& error, const vexim::ErrorPtr& underlying) {
+    if (!error) return underlying;
+    if (!underlying) return error;
+    if (!error->info(vexim::kUnderlyingErrorKey).isNil()) return error;
+    auto userInfo = error->userInfo().isDictionary() ? *error->userInfo().asDictionary() : vexim::Dictionary{};
+    userInfo.set(vexim::kUnderlyingErrorKey, underlying);
+    return vexim::Error::make(error->domain(), error->code(), std::move(userInfo));
+}
+
+void VXIMURLSessionDataDelegate::dataTaskDidReceiveResponse(vexim::URLSessionTask&, const vexim::HTTPURLResponsePtr&,
+                                                            vexim::URLSessionDelegate::DispositionHandler completionHandler) {
+    openOutputStream();
+    completionHandler(vexim::URLSessionResponseDisposition::Allow);
+}
+
+void VXIMURLSessionDataDelegate::dataTaskDidReceiveData(vexim::URLSessionTask& task, const vexim::Data& data) {
+    if (!writeData(data)) task.cancel();
+}
+
+void VXIMURLSessionDataDelegate::taskDidSendBodyData(vexim::URLSessionTask&, std::int64_t, std::int64_t, std::int64_t) {}
+
+void VXIMURLSessionDataDelegate::taskDidCompleteWithError(vexim::URLSessionTask& task, const vexim::ErrorPtr& error) {
+    error_ = error;
+    if (error_ && error_->is(vexim::kURLErrorDomain, vexim::URLErrorCancelled)) {
+        auto streamError = outputStream()->streamError();
+        if (!streamError) {  // cancelled from outside
+            taskDidCancel();
+            if (completesWhenCancelled_) return deliver(nullptr, error_);
+            return dropCallbacks();
+        }
+        error_ = std::move(streamError);  // by ourselves, after a write failed
+    }
+    parseResultOfTask(task);
+    closeOutputStream();
+    duration_ = vexim::Date::now().timeIntervalSince1970() - startDate_.value_or(vexim::Date()).timeIntervalSince1970();
+    logFailedTask(task, error_);
+    deliver(result_, error_);
+}
+
+std::int64_t VXIMURLSessionDataDelegate::statusOfTask(const vexim::URLSessionTask& task) {
+    const auto response = task.response();
+    return response ? response->statusCode : 0;
+}
+
+void VXIMURLSessionDataDelegate::deliver(vexim::Value result, vexim::ErrorPtr error) {
+    vexim::MainQueue::shared().async(
+        [completion = std::exchange(completionBlock_, nullptr), result = std::move(result), error = std::move(error)] {
+            if (completion) completion(result, error);
+        });
+    dropCallbacks();
+}
+
+void VXIMURLSessionDataDelegate::dropCallbacks() {
+    // Applications' objects die where their callbacks would have run.
+    if (completionBlock_) vexim::MainQueue::shared().async([dropped = std::exchange(completionBlock_, nullptr)] {});
+}

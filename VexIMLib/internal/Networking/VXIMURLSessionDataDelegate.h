@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "VexIMLib/Foundation/Data.h"
+#include "VexIMLib/Foundation/Date.h"
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/Object.h"
+#include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/VXIMCompletions.h"
+#include "VexIMLib/internal/Platform/OutputStream.h"
+#include "VexIMLib/internal/Platform/URLSession.h"
+
+/// One task's delegate: collects the body in memory, turns a status outside 2xx into an error and delivers the completion
+/// on the main queue. Everything but the factory and the setters runs on the session's delegate queue.
+class VXIMURLSessionDataDelegate : public vexim::Object {
+public:
+    using vexim::Object::Object;
+
+    /// Called once, on the main queue, and dropped then; never for a task that was cancelled from outside, unless
+    /// `completesWhenCancelled` says so.
+    void setCompletionBlock(VXIMResultCompletion completion) { completionBlock_ = std::move(completion); }
+    /// Whether a cancellation from outside completes too, with its -999 error. False at first.
+    void setCompletesWhenCancelled(bool completes) noexcept { completesWhenCancelled_ = completes; }
+
+    /// Where body bytes go: a stream into memory unless another was set before the response came.
+    const std::shared_ptr<vexim::OutputStream>& outputStream();
+    void setOutputStream(std::shared_ptr<vexim::OutputStream> stream) { outputStream_ = std::move(stream); }
+
+    const vexim::Value& result() const noexcept { return result_; }
+    void setResult(vexim::Value result) { result_ = std::move(result); }
+    const vexim::ErrorPtr& error() const noexcept { return error_; }
+    void setError(vexim::ErrorPtr error) { error_ = std::move(error); }
+    /// When the task first ran; nullopt before.
+    const std::optional<vexim::Date>& startDate() const noexcept { return startDate_; }
+    /// Seconds from `startDate` to completion.
+    double duration() const noexcept { return duration_; }
+
+    /// Waits for the task to report that it runs, to note `startDate`.
+    void addStateObserverForTask(const std::shared_ptr<vexim::URLSessionTask>& task);
+
+    void openOutputStream();
+    void closeOutputStream();
+    /// Writes all of `bytes`, waiting for space. False when the stream failed before they could be written.
+    bool writeData(const vexim::Data& bytes);
+    virtual void taskDidCancel();
+    /// Sets `result` and `error` from what has come.
+    virtual void parseResultOfTask(const vexim::URLSessionTask& task);
+    /// Hears of every completion; does nothing.
+    virtual void logFailedTask(const vexim::URLSessionTask& task, const vexim::ErrorPtr& error);
+    /// `error` with `underlying` attached, unless it has one already; the other one when either is nullptr.
+    static vexim::ErrorPtr errorWithError(const vexim::ErrorPtr& error, const vexim::ErrorPtr& underlying);
+
+    // What the manager passes on from the session.
+    virtual void dataTaskDidReceiveResponse(vexim::URLSessionTask& task, const vexim::HTTPURLResponsePtr& response,
+                                            vexim::URLSessionDelegate::DispositionHandler completionHandler);
+    virtual void dataTaskDidReceiveData(vexim::URLSessionTask& task, const vexim::Data& data);
+    virtual void taskDidSendBodyData(vexim::URLSessionTask& task, std::int64_t sent, std::int64_t totalSent,
+                                     std::int64_t totalExpected);
+    void taskDidCompleteWithError(vexim::URLSessionTask& task, const vexim::ErrorPtr& error);
+
+protected:
+    static std::int64_t statusOfTask(const vexim::URLSessionTask& task);
+    /// Forgets every callback, so that no application object is held by a finished delegate.
+    virtual void dropCallbacks();
+
+private:
+    void deliver(vexim::Value result, vexim::ErrorPtr error);
+
+    VXIMResultCompletion completionBlock_;
+    std::shared_ptr<vexim::OutputStream> outputStream_;
+    vexim::Value result_;
+    vexim::ErrorPtr error_;
+    std::optional<vexim::Date> startDate_;
+    double duration_ = 0;
+    bool completesWhenCancelled_ = false;
+};

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <unordered_map>
+
+#include "VexIMLib/Foundation/Object.h"
+#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/VXIMCompletions.h"
+#include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "VexIMLib/internal/Platform/OperationQueue.h"
+#include "VexIMLib/internal/Platform/URLSession.h"
+
+class VXIMURLSessionDataDelegate;
+
+/// One URL session, of which it is the delegate, and a delegate of its own for each task, to which it passes on what the
+/// session says. Call from any thread.
+class VXIMURLSessionManager : public vexim::Object, public vexim::URLSessionDelegate {
+public:
+    using vexim::Object::Object;
+    using TaskPtr = std::shared_ptr<vexim::URLSessionTask>;
+
+    /// The one that requests use; made on first use, never destroyed.
+    static const std::shared_ptr<VXIMURLSessionManager>& defaultManager();
+    /// One with a session and a delegate queue of its own; nullopt is the platform's default configuration.
+    static std::shared_ptr<VXIMURLSessionManager> managerWithSessionConfiguration(
+        std::optional<vexim::URLSessionConfiguration> configuration);
+
+    const std::shared_ptr<vexim::URLSession>& session() const noexcept { return session_; }
+    const std::shared_ptr<vexim::OperationQueue>& delegateQueue() const noexcept { return delegateQueue_; }
+
+    /// Finished delegates stay, with what they collected, for the manager's life (their callbacks do not). A program that runs
+    /// for long says false here: from then on a delegate goes when its task has ended.
+    void setKeepsFinishedDelegates(bool keeps);
+
+    /// Replaces an earlier one, and lets it watch the task's state.
+    void setDelegateForTask(std::shared_ptr<VXIMURLSessionDataDelegate> delegate, const TaskPtr& task);
+    void removeDelegateForTask(const TaskPtr& task);
+    /// nullptr when there is none.
+    std::shared_ptr<VXIMURLSessionDataDelegate> delegateForTask(const TaskPtr& task) const;
+
+    // Tasks, not yet resumed. What `request` raises is raised here, and then there is no task.
+
+    TaskPtr dataTaskWithRequest(VXIMRequest& request, VXIMResultCompletion completion);
+    /// With `completesWhenCancelled`, a cancelled task completes with its -999 error; otherwise it never completes. (Also below.)
+    TaskPtr uploadTaskWithRequest(VXIMRequest& request, VXIMProgress progress, VXIMResultCompletion completion,
+                                  bool completesWhenCancelled = false);
+    TaskPtr fileDownloadTaskWithRequest(VXIMRequest& request, VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
+                                        VXIMResultCompletion completion, bool completesWhenCancelled = false);
+
+    // From the session, on its delegate queue.
+
+    void taskDidSendBodyData(vexim::URLSession& session, const TaskPtr& task, std::int64_t bytesSent, std::int64_t totalBytesSent,
+                             std::int64_t totalBytesExpectedToSend) override;
+    void taskDidCompleteWithError(vexim::URLSession& session, const TaskPtr& task, const vexim::ErrorPtr& error) override;
+    void dataTaskDidReceiveResponse(vexim::URLSession& session, const TaskPtr& task, const vexim::HTTPURLResponsePtr& response,
+                                    DispositionHandler completionHandler) override;
+    void dataTaskDidReceiveData(vexim::URLSession& session, const TaskPtr& task, const vexim::Data& data) override;
+    /// Goes to the new URL with the first request's method, headers, signature and body.
+    void taskWillPerformHTTPRedirection(vexim::URLSession& session, const TaskPtr& task, const vexim::HTTPURLResponsePtr& response,
+                                        const vexim::URLRequest& newRequest, RedirectionHandler completionHandler) override;
+    /// Nothing is cached.
+    void dataTaskWillCacheResponse(vexim::URLSession& session, const TaskPtr& task,
+                                   const vexim::CachedURLResponse& proposedResponse, CacheHandler completionHandler) override;
+
+    bool initialise(std::optional<vexim::URLSessionConfiguration> configuration);
+
+private:
+    std::shared_ptr<vexim::OperationQueue> delegateQueue_;  // constant after initialise
+    std::shared_ptr<vexim::URLSession> session_;            // constant after initialise
+
+    mutable vexim::Mutex taskDelegatesMutex_;
+    std::unordered_map<std::int64_t, std::shared_ptr<VXIMURLSessionDataDelegate>> taskDelegatesMap_
+        VEXIM_GUARDED_BY(taskDelegatesMutex_);
+    bool keepsFinishedDelegates_ VEXIM_GUARDED_BY(taskDelegatesMutex_) = true;
+};
+
+/// Runs `create` on the calling thread; below Foundation 1140.11, whose sessions could give one identifier to two tasks made at
+/// once, one at a time with all others.
+void url_session_manager_create_task_safely(const std::function<void()>& create);

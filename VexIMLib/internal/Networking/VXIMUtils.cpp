@@ -1,0 +1,33 @@
+#include "VexIMLib/internal/Networking/VXIMUtils.h"
+
+#include <cmath>
+#include <cstdint>
+
+#include "VexIMLib/Foundation/Clock.h"
+#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Platform/Digest.h"
+#include "VexIMLib/internal/Platform/FileManager.h"
+
+std::string VXIMUtils::md5FromString(std::string_view text) { return vexim::md5Hex(text); }
+
+std::optional<std::string> VXIMUtils::md5FromData(const std::optional<vexim::Data>& data) {
+    if (!data) return std::nullopt;
+    return vexim::md5Hex(*data);
+}
+
+std::optional<std::string> VXIMUtils::signatureForClientKey(const std::optional<std::string>& clientKey) {
+    if (!clientKey || clientKey->empty()) return std::nullopt;
+    const auto seconds = static_cast<std::int64_t>(std::round(vexim::Clock::shared()->wallTime()));
+    const auto timestamp = std::to_string(seconds);
+    return md5FromString(timestamp + *clientKey) + ',' + timestamp;
+}
+
+void VXIMUtils::ensureDirExist(const std::optional<std::string>& path) {
+    if (!path || path->empty()) return;
+    // Two callers may find the same file in the directory's place: only one may remove it, or it removes the other's directory.
+    static vexim::Mutex serial;
+    vexim::MutexLock lock(serial);
+    if (vexim::FileManager::isDirectory(*path)) return;
+    if (vexim::FileManager::fileExists(*path)) vexim::FileManager::remove(*path);
+    vexim::FileManager::createDirectory(*path, true);
+}
