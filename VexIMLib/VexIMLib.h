@@ -31,4 +31,5 @@
 #include "VexIMLib/VXIMPassenger.h"
 #include "VexIMLib/VXIMQuery.h"
 #include "VexIMLib/VXIMRoom.h"
+#include "VexIMLib/VXIMTransfer.h"
 #include "VexIMLib/VXIMUser.h"

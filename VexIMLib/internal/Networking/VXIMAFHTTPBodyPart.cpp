@@ -1,0 +1,139 @@
+// A part on the wire (RFC 7578, RFC 2046 section 5.1):
+//   part := opening header* CRLF contents [final]
+//   opening := "--" boundary CRLF             for the first part
+//            | CRLF "--" boundary CRLF        for the others
+//   header := name ": " value CRLF
+//   final := CRLF "--" boundary "--" CRLF     for the last part
+
+#include "VexIMLib/internal/Networking/VXIMAFHTTPBodyPart.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Foundation/Value.h"
+
+namespace {
+
+constexpr std::string_view kCRLF = "\r\n";
+
+std::shared_ptr<vexim::InputStream> streamOverBody(const VXIMAFHTTPBodyPart::Body& body) {
+    if (const auto* data = std::get_if<vexim::Data>(&body)) return vexim::InputStream::withData(*data);
+    if (const auto* url = std::get_if<vexim::URL>(&body)) return vexim::InputStream::withURL(*url);
+    if (const auto* stream = std::get_if<std::shared_ptr<vexim::InputStream>>(&body); stream && *stream) return *stream;
+    return vexim::InputStream::withData({});
+}
+
+}  // namespace
+
+std::shared_ptr<VXIMAFHTTPBodyPart> VXIMAFHTTPBodyPart::part() { return vexim::create<VXIMAFHTTPBodyPart>(); }
+
+bool VXIMAFHTTPBodyPart::initialise() { return transitionToNextPhase(); }
+
+VXIMAFHTTPBodyPart::~VXIMAFHTTPBodyPart() {
+    if (inputStream_) inputStream_->close();
+}
+
+const std::shared_ptr<vexim::InputStream>& VXIMAFHTTPBodyPart::inputStream() {
+    if (!inputStream_) inputStream_ = streamOverBody(body_);
+    return inputStream_;
+}
+
+std::string VXIMAFHTTPBodyPart::stringForHeaders() const {
+    std::string text;
+    for (const auto [name, value] : headers_) text.append(name).append(": ").append(value.description()).append(kCRLF);
+    return text.append(kCRLF);
+}
+
+std::string VXIMAFHTTPBodyPart::openingBoundary() const {
+    std::string text;
+    if (!hasInitialBoundary_) text += kCRLF;
+    return text.append("--").append(boundary_).append(kCRLF);
+}
+
+std::string VXIMAFHTTPBodyPart::finalBoundary() const {
+    if (!hasFinalBoundary_) return {};
+    return std::string(kCRLF).append("--").append(boundary_).append("--").append(kCRLF);
+}
+
+std::uint64_t VXIMAFHTTPBodyPart::contentLength() const {
+    return openingBoundary().size() + stringForHeaders().size() + bodyContentLength_ + finalBoundary().size();
+}
+
+bool VXIMAFHTTPBodyPart::hasBytesAvailable() {
+    // The final boundary is still to come although the contents are closed by then.
+    if (phase_ == Phase::FinalBoundary) return true;
+    return inputStream()->streamStatus() < vexim::StreamStatus::AtEnd;
+}
+
+std::int64_t VXIMAFHTTPBodyPart::read(std::uint8_t* buffer, std::size_t maxLength) {
+    std::size_t total = 0;
+    const auto add = [&total](std::int64_t count) {
+        if (count < 0) return false;
+        total += static_cast<std::size_t>(count);
+        return true;
+    };
+
+    if (phase_ == Phase::EncapsulationBoundary) {
+        if (!add(readData(openingBoundary(), buffer, maxLength))) return -1;
+    }
+    if (phase_ == Phase::Header) {
+        if (!add(readData(stringForHeaders(), buffer + total, maxLength - total))) return -1;
+    }
+    if (phase_ == Phase::Body) {
+        // A read of no bytes at all could not be told from the end.
+        if (total < maxLength && !add(inputStream()->read(buffer + total, maxLength - total))) return -1;
+        if (inputStream()->streamStatus() >= vexim::StreamStatus::AtEnd && !transitionToNextPhase()) return -1;
+    }
+    if (phase_ == Phase::FinalBoundary) {
+        if (!add(readData(finalBoundary(), buffer + total, maxLength - total))) return -1;
+    }
+    return static_cast<std::int64_t>(total);
+}
+
+std::int64_t VXIMAFHTTPBodyPart::readData(std::string_view section, std::uint8_t* buffer, std::size_t maxLength) {
+    const auto rest = section.substr(static_cast<std::size_t>(phaseReadOffset_));
+    const auto count = std::min(rest.size(), maxLength);
+    if (count > 0) std::memcpy(buffer, rest.data(), count);
+    phaseReadOffset_ += count;
+    if (phaseReadOffset_ >= section.size() && !transitionToNextPhase()) return -1;
+    return static_cast<std::int64_t>(count);
+}
+
+bool VXIMAFHTTPBodyPart::transitionToNextPhase() {
+    auto& mainQueue = vexim::MainQueue::shared();
+    if (!mainQueue.isMainThread()) {
+        bool moved = false;
+        return mainQueue.sync([this, &moved] { moved = transitionToNextPhase(); }) && moved;
+    }
+    switch (phase_) {
+        case Phase::None: enter(Phase::EncapsulationBoundary); break;
+        case Phase::EncapsulationBoundary: enter(Phase::Header); break;
+        case Phase::Header:
+            inputStream()->open();
+            enter(Phase::Body);
+            break;
+        case Phase::Body:
+            inputStream()->close();
+            enter(Phase::FinalBoundary);
+            break;
+        case Phase::FinalBoundary: enter(Phase::EncapsulationBoundary); break;
+    }
+    return true;
+}
+
+void VXIMAFHTTPBodyPart::enter(Phase phase) noexcept {
+    phase_ = phase;
+    phaseReadOffset_ = 0;
+}
+
+std::shared_ptr<vexim::Object> VXIMAFHTTPBodyPart::copy() const {
+    auto copy = part();
+    if (!copy) return nullptr;
+    copy->stringEncoding_ = stringEncoding_;
+    copy->headers_ = headers_;
+    copy->body_ = body_;
+    copy->bodyContentLength_ = bodyContentLength_;
+    copy->boundary_ = boundary_;
+    return copy;
+}

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "VexIMLib/Foundation/Data.h"
+#include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/Foundation/Object.h"
+#include "VexIMLib/Foundation/URL.h"
+#include "VexIMLib/internal/Platform/InputStream.h"
+
+namespace vexim {
+
+/// How boundaries and headers become bytes; the library's text is UTF-8 throughout, and so is the only encoding.
+enum class StringEncoding : std::uint64_t { UTF8 = 4 };
+
+}  // namespace vexim
+
+/// One part of a multipart body: a small machine that reads its boundary, its headers, its contents and, for the last part, the
+/// final boundary, one after the other and in pieces of any size.
+class VXIMAFHTTPBodyPart : public vexim::Object {
+public:
+    using vexim::Object::Object;
+    ~VXIMAFHTTPBodyPart() override;
+
+    /// Nothing stands for empty contents.
+    using Body = std::variant<std::monostate, vexim::Data, vexim::URL, std::shared_ptr<vexim::InputStream>>;
+    enum class Phase : std::int32_t { None = 0, EncapsulationBoundary = 1, Header = 2, Body = 3, FinalBoundary = 4 };
+
+    static std::shared_ptr<VXIMAFHTTPBodyPart> part();
+
+    vexim::StringEncoding stringEncoding() const noexcept { return stringEncoding_; }
+    void setStringEncoding(vexim::StringEncoding encoding) noexcept { stringEncoding_ = encoding; }
+    const vexim::Dictionary& headers() const noexcept { return headers_; }
+    void setHeaders(vexim::Dictionary headers) { headers_ = std::move(headers); }
+    const std::string& boundary() const noexcept { return boundary_; }
+    void setBoundary(std::string boundary) { boundary_ = std::move(boundary); }
+    const Body& body() const noexcept { return body_; }
+    void setBody(Body body) { body_ = std::move(body); }
+    /// Bytes of the contents, as announced; nothing here checks it.
+    std::uint64_t bodyContentLength() const noexcept { return bodyContentLength_; }
+    void setBodyContentLength(std::uint64_t length) noexcept { bodyContentLength_ = length; }
+    bool hasInitialBoundary() const noexcept { return hasInitialBoundary_; }
+    void setHasInitialBoundary(bool has) noexcept { hasInitialBoundary_ = has; }
+    bool hasFinalBoundary() const noexcept { return hasFinalBoundary_; }
+    void setHasFinalBoundary(bool has) noexcept { hasFinalBoundary_ = has; }
+    Phase phase() const noexcept { return phase_; }
+
+    /// The contents as a stream, made once.
+    const std::shared_ptr<vexim::InputStream>& inputStream();
+    /// "name: value" lines in the headers' order, and the empty line after them.
+    std::string stringForHeaders() const;
+    /// Bytes of the whole part, boundaries and headers included.
+    std::uint64_t contentLength() const;
+    bool hasBytesAvailable();
+    /// How many bytes came; -1 when the contents could not be read (see the input stream's error) or the process is exiting.
+    std::int64_t read(std::uint8_t* buffer, std::size_t maxLength);
+    /// On the main thread, where the contents are opened and closed; waits for it when called elsewhere. False once the process
+    /// is exiting.
+    bool transitionToNextPhase();
+
+    /// From the beginning again, and without boundary flags: the stream that it joins sets them.
+    std::shared_ptr<vexim::Object> copy() const override;
+
+    bool initialise();
+
+private:
+    std::string openingBoundary() const;
+    std::string finalBoundary() const;
+    /// Copies what is left of a fixed section; the phase moves on after its last byte. -1 when it cannot.
+    std::int64_t readData(std::string_view section, std::uint8_t* buffer, std::size_t maxLength);
+    void enter(Phase phase) noexcept;
+
+    vexim::StringEncoding stringEncoding_ = vexim::StringEncoding::UTF8;
+    vexim::Dictionary headers_;
+    std::string boundary_;
+    Body body_;
+    std::uint64_t bodyContentLength_ = 0;
+    std::shared_ptr<vexim::InputStream> inputStream_;
+    bool hasInitialBoundary_ = false;
+    bool hasFinalBoundary_ = false;
+    Phase phase_ = Phase::None;
+    std::uint64_t phaseReadOffset_ = 0;
+};

@@ -1,0 +1,100 @@
+#include "VexIMLib/internal/Networking/VXIMAFMultipartBodyStream.h"
+
+#include <algorithm>
+#include <utility>
+
+std::shared_ptr<VXIMAFMultipartBodyStream> VXIMAFMultipartBodyStream::streamWithStringEncoding(vexim::StringEncoding encoding) {
+    return vexim::create<VXIMAFMultipartBodyStream>(encoding);
+}
+
+bool VXIMAFMultipartBodyStream::initialise(vexim::StringEncoding encoding) {
+    stringEncoding_ = encoding;
+    return true;
+}
+
+void VXIMAFMultipartBodyStream::setInitialAndFinalBoundaries() {
+    if (parts_.empty()) return;
+    for (const auto& part : parts_) {
+        part->setHasInitialBoundary(false);
+        part->setHasFinalBoundary(false);
+    }
+    parts_.front()->setHasInitialBoundary(true);
+    parts_.back()->setHasFinalBoundary(true);
+}
+
+std::uint64_t VXIMAFMultipartBodyStream::contentLength() const {
+    std::uint64_t length = 0;
+    for (const auto& part : parts_) length += part->contentLength();
+    return length;
+}
+
+void VXIMAFMultipartBodyStream::open() {
+    if (streamStatus_ == vexim::StreamStatus::Open) return;
+    streamStatus_ = vexim::StreamStatus::Open;
+    setInitialAndFinalBoundaries();
+    nextPart_ = 0;
+}
+
+void VXIMAFMultipartBodyStream::close() { streamStatus_ = vexim::StreamStatus::Closed; }
+
+bool VXIMAFMultipartBodyStream::hasBytesAvailable() const { return streamStatus_ == vexim::StreamStatus::Open; }
+
+std::int64_t VXIMAFMultipartBodyStream::read(std::uint8_t* buffer, std::size_t maxLength) {
+    if (streamStatus_ == vexim::StreamStatus::Closed) return 0;
+    const auto limit = static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
+    std::size_t total = 0;
+    while (total < limit && !isInterrupted()) {
+        if (!currentPart_ || !currentPart_->hasBytesAvailable()) {
+            if (!moveToNextPart()) break;
+            continue;
+        }
+        const auto count = currentPart_->read(buffer + total, limit - total);
+        if (count == -1) {
+            streamError_ = currentPart_->inputStream()->streamError();
+            break;
+        }
+        total += static_cast<std::size_t>(count);
+        if (delay_ > 0) rest();
+    }
+    return static_cast<std::int64_t>(total);
+}
+
+bool VXIMAFMultipartBodyStream::moveToNextPart() {
+    currentPart_ = nextPart_ < parts_.size() ? parts_[nextPart_++] : nullptr;
+    vexim::MutexLock lock(interruptMutex_);
+    currentContents_ = currentPart_ ? currentPart_->inputStream() : nullptr;
+    return currentPart_ != nullptr;
+}
+
+void VXIMAFMultipartBodyStream::rest() {
+    vexim::MutexLock lock(interruptMutex_);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(delay_);
+    while (!interrupted_ && interruption_.wait_until(interruptMutex_, end) != std::cv_status::timeout) {
+    }
+}
+
+bool VXIMAFMultipartBodyStream::isInterrupted() {
+    vexim::MutexLock lock(interruptMutex_);
+    return interrupted_;
+}
+
+void VXIMAFMultipartBodyStream::interrupt() {
+    std::shared_ptr<vexim::InputStream> contents;
+    {
+        vexim::MutexLock lock(interruptMutex_);
+        interrupted_ = true;
+        contents = currentContents_;
+    }
+    interruption_.notify_all();
+    if (contents) contents->interrupt();
+}
+
+std::shared_ptr<vexim::Object> VXIMAFMultipartBodyStream::copy() const {
+    auto copy = streamWithStringEncoding(stringEncoding_);
+    for (const auto& part : parts_) {
+        if (auto partCopy = std::static_pointer_cast<VXIMAFHTTPBodyPart>(part->copy()))
+            copy->appendHTTPBodyPart(std::move(partCopy));
+    }
+    copy->setInitialAndFinalBoundaries();
+    return copy;
+}

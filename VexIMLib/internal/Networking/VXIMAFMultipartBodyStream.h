@@ -1,0 +1,72 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Networking/VXIMAFHTTPBodyPart.h"
+#include "VexIMLib/internal/Platform/InputStream.h"
+
+/// A "multipart/form-data" body as an input stream over its parts: nothing of it is ever assembled in memory.
+/// The parts' contents are opened and closed on the main thread, so reading stalls while that is blocked.
+class VXIMAFMultipartBodyStream : public vexim::InputStream {
+public:
+    using vexim::InputStream::InputStream;
+
+    static std::shared_ptr<VXIMAFMultipartBodyStream> streamWithStringEncoding(vexim::StringEncoding encoding);
+
+    /// The most that one read gives; at first there is no limit.
+    std::uint64_t numberOfBytesInPacket() const noexcept { return numberOfBytesInPacket_; }
+    void setNumberOfBytesInPacket(std::uint64_t count) noexcept { numberOfBytesInPacket_ = count; }
+    /// Seconds that the reading thread rests after each piece of a part; at first 0.
+    double delay() const noexcept { return delay_; }
+    void setDelay(double seconds) noexcept { delay_ = seconds; }
+    vexim::StringEncoding stringEncoding() const noexcept { return stringEncoding_; }
+    const std::vector<std::shared_ptr<VXIMAFHTTPBodyPart>>& HTTPBodyParts() const noexcept { return parts_; }
+
+    void appendHTTPBodyPart(std::shared_ptr<VXIMAFHTTPBodyPart> part) { parts_.push_back(std::move(part)); }
+    bool isEmpty() const noexcept { return parts_.empty(); }
+    /// Marks the first part and the last.
+    void setInitialAndFinalBoundaries();
+    /// Bytes of the whole body.
+    std::uint64_t contentLength() const;
+
+    void open() override;
+    void close() override;
+    /// Bytes read, 0 at the end. Never -1: when a part cannot be read, `streamError` says why.
+    std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) override;
+    /// True exactly while it is open.
+    bool hasBytesAvailable() const override;
+    vexim::StreamStatus streamStatus() const override { return streamStatus_; }
+    vexim::ErrorPtr streamError() const override { return streamError_; }
+    void interrupt() override;
+
+    /// The same parts from the beginning, unthrottled.
+    std::shared_ptr<vexim::Object> copy() const override;
+
+    bool initialise(vexim::StringEncoding encoding);
+
+private:
+    bool moveToNextPart();
+    void rest();
+    bool isInterrupted();
+
+    vexim::StringEncoding stringEncoding_ = vexim::StringEncoding::UTF8;
+    std::uint64_t numberOfBytesInPacket_ = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    double delay_ = 0;
+    std::vector<std::shared_ptr<VXIMAFHTTPBodyPart>> parts_;
+    std::size_t nextPart_ = 0;
+    std::shared_ptr<VXIMAFHTTPBodyPart> currentPart_;
+    vexim::StreamStatus streamStatus_ = vexim::StreamStatus::NotOpen;
+    vexim::ErrorPtr streamError_;
+
+    vexim::Mutex interruptMutex_;
+    std::condition_variable_any interruption_;
+    bool interrupted_ VEXIM_GUARDED_BY(interruptMutex_) = false;
+    std::shared_ptr<vexim::InputStream> currentContents_ VEXIM_GUARDED_BY(interruptMutex_);  // what `interrupt` passes on to
+};

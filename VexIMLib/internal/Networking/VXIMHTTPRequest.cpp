@@ -1,0 +1,86 @@
+#include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
+
+#include <utility>
+
+#include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
+#include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "VexIMLib/internal/Networking/VXIMUtils.h"
+#include "VexIMLib/internal/Platform/FileManager.h"
+#include "VexIMLib/internal/Platform/OperationQueue.h"
+
+namespace {
+
+constexpr const char* kAttachment = "attachment";  // the upload's path, and its form field
+constexpr const char* kStagingDirectory = "com.vexora.message.attachments";
+
+void sendBody(const char* method, std::string path, vexim::Value body, VXIMResultCompletion completion) {
+    auto request = VXIMRequest::request();
+    request->setMethod(method);
+    request->setBody(std::move(body));
+    request->setPath(std::move(path));
+    request->sendWithCompletion(std::move(completion));
+}
+
+/// ["image", "thumbnail"] as a dictionary; a dictionary as it is; nil for anything else.
+vexim::Value attachmentOfAnswer(const vexim::Value& answer) {
+    if (const auto* urls = answer.asArray(); urls && !urls->empty()) {
+        vexim::Dictionary attachment{{"imgUrl", urls->at(0)}};
+        if (urls->size() >= 2) attachment.set("thumbnail", urls->at(1));
+        return attachment;
+    }
+    return answer.isDictionary() ? answer : vexim::Value();
+}
+
+}  // namespace
+
+void VXIMHTTPRequest::get(std::string path, std::optional<vexim::Dictionary> params, VXIMResultCompletion completion) {
+    auto request = VXIMRequest::request();
+    request->setQueryParams(std::move(params));
+    request->setPath(std::move(path));
+    request->sendWithCompletion(std::move(completion));
+}
+
+void VXIMHTTPRequest::post(std::string path, vexim::Value body, VXIMResultCompletion completion) {
+    sendBody("POST", std::move(path), std::move(body), std::move(completion));
+}
+
+void VXIMHTTPRequest::put(std::string path, vexim::Value body, VXIMResultCompletion completion) {
+    sendBody("PUT", std::move(path), std::move(body), std::move(completion));
+}
+
+void VXIMHTTPRequest::deletePath(std::string path, vexim::Value body, VXIMResultCompletion completion) {
+    sendBody("DELETE", std::move(path), std::move(body), std::move(completion));
+}
+
+void VXIMHTTPRequest::uploadFileAtPath(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
+                                       std::shared_ptr<VXIMTransfer> transfer) {
+    auto request = VXIMRequest::request();
+    request->setMethod("POST");
+    request->setPath(kAttachment);
+    request->addHTTPHeadersFromDictionary({{"Cache-Control", "no-cache"}});
+
+    auto form = VXIMAFStreamingMultipartFormData::formDataWithURLRequest(request, vexim::StringEncoding::UTF8);
+    // A file that cannot be read leaves the form empty, and the service's answer tells.
+    form->appendPartWithFileURL(vexim::URL::fileURLWithPath(path), kAttachment, nullptr);
+    auto finalized = form->requestByFinalizingMultipartFormData();
+
+    finalized->uploadWithNewBodyStreamBlock(
+        [finalized] { return finalized->bodyStream(); }, std::move(progress),
+        [completion = std::move(completion)](const vexim::Value& result, const vexim::ErrorPtr& error) {
+            if (completion) completion(attachmentOfAnswer(result), error);
+        },
+        std::move(transfer));
+}
+
+void VXIMHTTPRequest::uploadData(vexim::Data bytes, VXIMProgress progress, VXIMResultCompletion completion,
+                                 std::shared_ptr<VXIMTransfer> transfer) {
+    auto background = vexim::OperationQueue::create("vexim-staging");  // its thread ends with this one operation
+    background->addOperation([bytes = std::move(bytes), progress = std::move(progress), completion = std::move(completion),
+                              transfer = std::move(transfer)] {
+        const auto directory = vexim::appendPathComponent(vexim::temporaryDirectory(), kStagingDirectory);
+        const auto path = vexim::appendPathComponent(directory, *VXIMUtils::md5FromData(bytes));
+        // Without the directory this fails, and an empty form is uploaded: whoever stages attachments has made it.
+        vexim::FileManager::writeAtomically(bytes, path);
+        uploadFileAtPath(path, progress, completion, transfer);
+    });
+}

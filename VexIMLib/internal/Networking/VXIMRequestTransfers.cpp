@@ -1,0 +1,109 @@
+// Uploads and downloads: attempts with progress, which a handle can cancel in each of its stages.
+//
+//   an attempt runs  --cancel-->  the task ends with -999, its delegate completes
+//   a pause before the next attempt  --cancel-->  the completion is queued, the next attempt does not start
+
+#include <utility>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Networking/DownloadFile.h"
+#include "VexIMLib/internal/Networking/NetworkingErrors.h"
+#include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "VexIMLib/internal/Networking/VXIMTransferStages.h"
+#include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
+
+namespace {
+
+constexpr std::int64_t kRetriesUsedUp = 2;
+
+void start(const std::shared_ptr<vexim::URLSessionTask>& task, const VXIMTransferStages& stages) {
+    stages.enter([task] { task->cancel(); });
+    task->resume();
+}
+
+/// The caller's completion; a cancellation through the handle wins over whatever came at the same time.
+void finish(const VXIMTransferStages& stages, vexim::Value result, vexim::ErrorPtr error, const VXIMResultCompletion& completion) {
+    if (!stages.finish()) {
+        result = nullptr;
+        error = vexim::rest::cancelled();
+    }
+    if (completion) completion(std::move(result), std::move(error));
+}
+
+}  // namespace
+
+std::shared_ptr<vexim::URLSessionTask> VXIMRequest::uploadWithNewBodyStreamBlock(VXIMNewBodyStreamBlock newBodyStream,
+                                                                                 VXIMProgress progress,
+                                                                                 VXIMResultCompletion completion,
+                                                                                 std::shared_ptr<VXIMTransfer> transfer) {
+    if (!bodyStream_ && body_.isNil() && newBodyStream) bodyStream_ = newBodyStream();
+    const VXIMTransferStages stages(transfer);
+    auto task = VXIMURLSessionManager::defaultManager()->uploadTaskWithRequest(
+        *this, progressThatEndsRetries(progress),
+        [self = self(), newBodyStream = std::move(newBodyStream), progress, completion = std::move(completion),
+         transfer = std::move(transfer)](const vexim::Value& result, const vexim::ErrorPtr& error) {
+            self->concludeTransfer(error ? vexim::Value() : result, error, completion, transfer,
+                                   [self, newBodyStream, progress, completion, transfer] {
+                                       self->uploadWithNewBodyStreamBlock(newBodyStream, progress, completion, transfer);
+                                   });
+        },
+        stages.hasHandle());
+    start(task, stages);
+    return task;
+}
+
+std::shared_ptr<vexim::URLSessionTask> VXIMRequest::downloadWithOutputStreamBlock(VXIMNewOutputStreamBlock newOutputStream,
+                                                                                  VXIMProgress progress,
+                                                                                  VXIMResultCompletion completion,
+                                                                                  std::shared_ptr<VXIMTransfer> transfer) {
+    const VXIMTransferStages stages(transfer);
+    auto task = VXIMURLSessionManager::defaultManager()->fileDownloadTaskWithRequest(
+        *this, newOutputStream, progressThatEndsRetries(progress),
+        [self = self(), newOutputStream, progress, completion = std::move(completion), transfer = std::move(transfer)](
+            const vexim::Value& result, const vexim::ErrorPtr& error) {
+            self->concludeTransfer(result, error, completion, transfer, [self, newOutputStream, progress, completion, transfer] {
+                self->downloadWithOutputStreamBlock(newOutputStream, progress, completion, transfer);
+            });
+        },
+        stages.hasHandle());
+    start(task, stages);
+    return task;
+}
+
+VXIMProgress VXIMRequest::progressThatEndsRetries(VXIMProgress progress) {
+    return [self = self(), progress = std::move(progress)](std::int32_t percent) {
+        if (self->retryCount_ < kRetriesUsedUp) self->retryCount_ += kRetriesUsedUp;
+        if (progress) progress(percent);
+    };
+}
+
+void VXIMRequest::concludeTransfer(vexim::Value result, vexim::ErrorPtr error, const VXIMResultCompletion& completion,
+                                   const std::shared_ptr<VXIMTransfer>& transfer, std::function<void()> again) {
+    const VXIMTransferStages stages(transfer);
+    if (stages.isCancelled() || !shouldRetry(error)) return finish(stages, std::move(result), std::move(error), completion);
+    stages.enter([stages, completion] {
+        vexim::MainQueue::shared().async([stages, completion] { finish(stages, nullptr, nullptr, completion); });
+    });
+    auto failed = [stages, completion](const vexim::Value&, const vexim::ErrorPtr& raised) {
+        finish(stages, nullptr, raised, completion);
+    };
+    retry(
+        [stages, again = std::move(again)] {
+            if (stages.leave()) again();
+        },
+        std::move(failed));
+}
+
+void VXIMRequest::downloadToPath(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
+                                 std::shared_ptr<VXIMTransfer> transfer) {
+    auto file = std::make_shared<vexim::rest::DownloadFile>(path);
+    downloadWithOutputStreamBlock(
+        [file](const std::string&) { return file->newStream(); }, std::move(progress),
+        [file, path = std::move(path), completion = std::move(completion)](const vexim::Value&, vexim::ErrorPtr error) {
+            if (!error) error = file->commit();
+            if (error) file->discard();
+            if (!completion) return;
+            completion(error ? vexim::Value() : vexim::Value(path), error);
+        },
+        std::move(transfer));
+}
