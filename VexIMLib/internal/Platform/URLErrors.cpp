@@ -62,7 +62,6 @@ std::int64_t urlErrorCodeForTransferResult(int result, long verifyResult) noexce
         case CURLE_SEND_FAIL_REWIND: return URLErrorRequestBodyStreamExhausted;
         case CURLE_BAD_CONTENT_ENCODING: return URLErrorCannotDecodeContentData;
         case CURLE_WEIRD_SERVER_REPLY:
-        case CURLE_UNSUPPORTED_HTTP_VERSION: return URLErrorCannotParseResponse;
         // Cut short, cut off or reset: the peer went away in the middle.
         case CURLE_GOT_NOTHING:
         case CURLE_PARTIAL_FILE:

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <source_location>
+#include <utility>
+
+namespace vexim::testing {
+
+/// Counts the calls of one completion. It fails the test at a second call and at a call off the main thread.
+class CompletionWatch {
+public:
+    enum class Runs { ExactlyOnce, AtMostOnce };
+
+    static std::shared_ptr<CompletionWatch> make(Runs runs, std::source_location where);
+    /// To be told of each call before the completion itself.
+    void called();
+
+private:
+    friend class CompletionListener;
+    CompletionWatch(Runs runs, std::source_location where) : runs_(runs), where_(where) {}
+    const Runs runs_;
+    const std::source_location where_;
+    std::atomic<int> calls_{0};
+};
+
+/// Wraps a completion: the test fails when it runs twice, off the main thread, or not at all by the test's end.
+///
+///     request->sendWithCompletion(once([&](vexim::Value result, vexim::ErrorPtr error) { … }));
+template <class Completion>
+auto once(Completion completion, std::source_location where = std::source_location::current()) {
+    return [watch = CompletionWatch::make(CompletionWatch::Runs::ExactlyOnce, where),
+            completion = std::move(completion)](auto&&... arguments) mutable {
+        watch->called();
+        return std::invoke(completion, std::forward<decltype(arguments)>(arguments)...);
+    };
+}
+
+/// For the operations that are described as sometimes never calling back.
+template <class Completion>
+auto atMostOnce(Completion completion, std::source_location where = std::source_location::current()) {
+    return [watch = CompletionWatch::make(CompletionWatch::Runs::AtMostOnce, where),
+            completion = std::move(completion)](auto&&... arguments) mutable {
+        watch->called();
+        return std::invoke(completion, std::forward<decltype(arguments)>(arguments)...);
+    };
+}
+
+/// Reports the completions that never ran, at the end of each test.
+class CompletionListener final : public ::testing::EmptyTestEventListener {
+public:
+    void OnTestEnd(const ::testing::TestInfo& test) override;
+};
+
+}  // namespace vexim::testing

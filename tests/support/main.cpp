@@ -1,0 +1,11 @@
+#include <gtest/gtest.h>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "support/Completions.h"
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    testing::UnitTest::GetInstance()->listeners().Append(new vexim::testing::CompletionListener);
+    vexim::MainQueue::shared().drain();  // the thread that runs the queue is the main thread: this one
+    return RUN_ALL_TESTS();
+}
