@@ -16,6 +16,7 @@
 
 class VXIMClientConfiguration;
 class VXIMClientDelegate;
+class VXIMFriendInfo;
 class VXIMMessage;
 class VXIMUser;
 
@@ -148,18 +149,23 @@ private:
     std::shared_ptr<VXIMClient> self() { return sharedAs<VXIMClient>(); }
 
     // Steps of a session; main thread.
-    void openConnection(const vexim::Dictionary& authData, const std::string& authText, VXIMBooleanCompletion completion);
+    void openConnection(const std::string& authText, VXIMBooleanCompletion completion);
     void setupEventHandlers();
-    void didReceiveLoginAnswer(const vexim::Value& answer);
-    void loginDidCompleteWithSuccess(bool success, const vexim::ErrorPtr& error);
+    void socketDidConnect();
     void socketDidDisconnect();
+    void didReceiveLoginAnswer(const vexim::Value& answer);
+    void loginDidCompleteWithSuccess(bool success, const std::shared_ptr<vexim::Error>& error);
     void didLogout();
-    void didReceivePresence(const char* notificationName, const vexim::Value& friendId);
+    using PresenceCall = void (VXIMClientDelegate::*)(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>&);
+    void didReceivePresence(const char* notificationName, PresenceCall delegateCall, const vexim::Value& friendId);
+    void didReceivePeerMessage(const vexim::Value& payload);
     void didReceiveOwnMessage(const vexim::Value& payload);
     void didReceiveSystemMessage(const vexim::Value& payload);
     void didReceiveMessage(const std::shared_ptr<VXIMMessage>& message);
-    void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress,
-                                 std::function<void(std::optional<vexim::Dictionary>, vexim::ErrorPtr)> block);
+
+    /// Gets the wire form once the attachment is up, or nullopt and the error.
+    using UploadBlock = std::function<void(const std::optional<vexim::Dictionary>& payload, std::shared_ptr<vexim::Error> error)>;
+    void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress, UploadBlock block);
 
     std::unique_ptr<Impl> impl_;
 };

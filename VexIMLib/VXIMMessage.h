@@ -77,28 +77,28 @@ public:
     void setStatus(VXIMMessageStatus status) noexcept { status_ = status; }
 
     /// Never nullptr. Set the target's ids and type to address a message.
-    const std::shared_ptr<VXIMMessageTarget>& sender();
+    const std::shared_ptr<VXIMMessageTarget>& sender() const;
     /// Never nullptr.
-    const std::shared_ptr<VXIMMessageTarget>& receiver();
-    bool isSystemMessage();
+    const std::shared_ptr<VXIMMessageTarget>& receiver() const;
+    bool isSystemMessage() const;
 
     /// The message's one payload, to be read and written in place.
     vexim::Dictionary& payload();
     /// Replaces it as it stands (nullopt: a fresh one at the next read). Sender and receiver stay.
     void setPayload(std::optional<vexim::Dictionary> payload);
 
-    VXIMMessageMediaType mediaType();
+    VXIMMessageMediaType mediaType() const;
     void setMediaType(VXIMMessageMediaType mediaType);
     /// The body; nullopt when there is none (or it is no string).
-    std::optional<std::string> text();
+    std::optional<std::string> text() const;
     /// nullopt removes the body.
     void setText(std::optional<std::string> text);
     /// The body of any message but a text.
-    std::optional<std::string> attachmentUrl();
+    std::optional<std::string> attachmentUrl() const;
     /// nullopt changes nothing.
     void setAttachmentUrl(std::optional<std::string> url);
     /// Seconds since 1970, to the millisecond; 0 when not sent yet.
-    double sendTimestamp();
+    double sendTimestamp() const;
     /// Truncates to whole milliseconds.
     void setSendTimestamp(double seconds);
 
@@ -113,9 +113,9 @@ public:
                             std::shared_ptr<VXIMTransfer> transfer = nullptr);
 
     /// The sender as it travels; nullopt unless it is a user, group or room. Raises when that kind's id is nil.
-    std::optional<vexim::Dictionary> senderDictionary();
+    std::optional<vexim::Dictionary> senderDictionary() const;
     /// The receiver as it travels; likewise.
-    std::optional<vexim::Dictionary> receiverDictionary();
+    std::optional<vexim::Dictionary> receiverDictionary() const;
     /// Writes receiver and sender into the payload, as far as they are set, and returns a copy of it. Raises
     /// NSInvalidArgumentException when a user, group or room lacks its id.
     vexim::Dictionary dictionaryRepresentation();
@@ -135,12 +135,15 @@ private:
     /// Uploads the file at `attachmentPath` and takes its URL over; succeeds at once when there is none.
     void uploadAttachmentWithProgress(VXIMProgress progress, VXIMBooleanCompletion completion);
     static std::shared_ptr<VXIMMessage> messageWithFile(VXIMMessageMediaType mediaType, std::optional<std::string> path);
+    const vexim::Dictionary& currentPayload() const;
+    void setBody(std::optional<std::string> body);
     void configSender();
     void configReceiver();
 
     VXIMMessageStatus status_ = VXIMMessageStatusNone;
-    std::shared_ptr<VXIMMessageTarget> sender_;
-    std::shared_ptr<VXIMMessageTarget> receiver_;
-    std::optional<vexim::Dictionary> payload_;
+    // Made when first read.
+    mutable std::shared_ptr<VXIMMessageTarget> sender_;
+    mutable std::shared_ptr<VXIMMessageTarget> receiver_;
+    mutable std::optional<vexim::Dictionary> payload_;
     std::optional<std::string> attachmentPath_;
 };

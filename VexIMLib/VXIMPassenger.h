@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -52,4 +53,7 @@ public:
     std::string_view keyPathForProperty(std::string_view property) const override;
     const vexim::Class& runtimeClass() const override;
     static const vexim::Class& staticClass();
+
+private:
+    std::shared_ptr<VXIMPassenger> self() { return sharedAs<VXIMPassenger>(); }
 };

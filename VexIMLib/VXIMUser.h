@@ -94,6 +94,7 @@ protected:
 private:
     friend class VXIMClient;  // a login fills uid
     void setUid(vexim::Value uid);
+    std::string friendPath(const vexim::Value& friendId) const;
     std::shared_ptr<VXIMUser> self() { return sharedAs<VXIMUser>(); }
 
     vexim::Value username_;

@@ -1,0 +1,254 @@
+// Messages: out as the event "say" or over REST ("/system"), in as the events "message", "yourself" and "sys".
+
+#include <utility>
+
+#include "VexIMLib/Foundation/Clock.h"
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/Log.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Foundation/NotificationCenter.h"
+#include "VexIMLib/VXIMClient.h"
+#include "VexIMLib/VXIMConstants.h"
+#include "VexIMLib/VXIMFriendInfo.h"
+#include "VexIMLib/VXIMGroup.h"
+#include "VexIMLib/VXIMMessage.h"
+#include "VexIMLib/VXIMRoom.h"
+#include "VexIMLib/internal/Client/VXIMClientImpl.h"
+#include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
+#include "VexIMLib/internal/Resources/ResourceOperations.h"
+
+using vexim::Array;
+using vexim::Dictionary;
+using vexim::ErrorPtr;
+using vexim::MainQueue;
+using vexim::NotificationCenter;
+using vexim::Value;
+
+namespace {
+
+using MessagePtr = std::shared_ptr<VXIMMessage>;
+
+double currentTime() { return vexim::Clock::shared()->wallTime(); }
+
+VXIMMessage& requireMessage(const MessagePtr& message) {
+    if (!message) throw vexim::Exception(vexim::kInvalidArgumentException, "There is no message to send.");
+    return *message;
+}
+
+/// A nil id, or a message that cannot become its wire form, is the caller's mistake and raises before anything else happens.
+Value requireId(Value id) {
+    if (id.isNilOrNull()) throw vexim::Exception(vexim::kInvalidArgumentException, "The receiver's id must not be nil.");
+    return id;
+}
+
+void requireWireForm(const MessagePtr& message) {
+    requireMessage(message).receiverDictionary();
+    message->senderDictionary();
+}
+
+/// An event's payload. What is no dictionary counts as an empty one: the message then says nothing, but it is announced.
+MessagePtr messageFrom(const Value& payload) {
+    const Dictionary* dictionary = payload.asDictionary();
+    return VXIMMessage::initWithPayloadDictionary(dictionary ? *dictionary : Dictionary());
+}
+
+/// Where a system message is posted; nullopt when no such message goes to its kind of receiver.
+std::optional<std::string> systemMessagePath(const VXIMMessageTarget& receiver) {
+    switch (receiver.type()) {
+        case VXIMMessageTargetTypeAllUsers: return "/system";
+        case VXIMMessageTargetTypeUser: return "/system/" + receiver.userId().description();
+        case VXIMMessageTargetTypeGroup: return "/system/" + receiver.groupId().description() + "?group";
+        case VXIMMessageTargetTypeRoom: return "/system/" + receiver.roomId().description() + "?room";
+        case VXIMMessageTargetTypeSystem:
+        case VXIMMessageTargetTypeUnknown: break;
+    }
+    return std::nullopt;
+}
+
+/// The group or room that a message belongs to: the peer's, else (when only the speaker was named) the receiver's.
+const Value& conversationId(const Value& peersId, const Value& receiversId) {
+    return peersId.isNilOrNull() ? receiversId : peersId;
+}
+
+}  // namespace
+
+void VXIMClient::sendMessageToFriend(MessagePtr message, Value friendId, VXIMBooleanCompletion completion) {
+    VXIMMessageTarget& receiver = *requireMessage(message).receiver();
+    receiver.setUserId(requireId(std::move(friendId)));
+    receiver.setType(VXIMMessageTargetTypeUser);
+    sendMessage(std::move(message), std::move(completion));
+}
+
+void VXIMClient::sendMessageToGroup(MessagePtr message, Value groupId, VXIMBooleanCompletion completion) {
+    VXIMMessageTarget& receiver = *requireMessage(message).receiver();
+    receiver.setGroupId(requireId(std::move(groupId)));
+    receiver.setType(VXIMMessageTargetTypeGroup);
+    sendMessage(std::move(message), std::move(completion));
+}
+
+void VXIMClient::sendMessageToRoom(MessagePtr message, Value roomId, VXIMBooleanCompletion completion) {
+    VXIMMessageTarget& receiver = *requireMessage(message).receiver();
+    receiver.setRoomId(requireId(std::move(roomId)));
+    receiver.setType(VXIMMessageTargetTypeRoom);
+    sendMessage(std::move(message), std::move(completion));
+}
+
+void VXIMClient::sendMessage(MessagePtr message, VXIMBooleanCompletion completion) {
+    sendMessage(std::move(message), nullptr, std::move(completion));
+}
+
+void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBooleanCompletion completion) {
+    requireWireForm(message);
+    message->setStatus(VXIMMessageStatusSending);
+
+    ErrorPtr error;
+    if (message->receiver()->type() < 0) error = vexim::errors::withoutReceiver();
+    const auto socket = socketio();
+    // Asked for even so: a message without a receiver reports a closed connection.
+    if (!socket || socket->status() != vexim::SocketIOStatusConnected) error = vexim::errors::disconnected();
+    if (error) {
+        message->setStatus(VXIMMessageStatusFailed);
+        MainQueue::shared().async([completion = std::move(completion), error] {
+            if (completion) completion(false, error);
+        });
+        return;
+    }
+
+    message->setSendTimestamp(currentTime());
+    uploadMessageAttachment(
+        message, std::move(progress),
+        [self = self(), message, completion = std::move(completion)](const std::optional<Dictionary>& payload, const ErrorPtr&) {
+            if (payload) {
+                if (const auto live = self->socketio()) live->emit("say", Array{*payload});
+                message->setStatus(VXIMMessageStatusSent);
+                // For this side only: the payload went out with the time of the send's beginning.
+                message->setSendTimestamp(currentTime());
+            } else {
+                message->setStatus(VXIMMessageStatusFailed);
+            }
+            // The upload's error is not passed on; the message's status tells.
+            if (completion) completion(true, nullptr);
+        });
+}
+
+void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress, UploadBlock block) {
+    auto finish = [message, block = std::move(block)](bool succeeded, ErrorPtr error) {
+        std::optional<Dictionary> payload;
+        try {
+            if (succeeded) payload = message->dictionaryRepresentation();
+        } catch (const vexim::Exception& cause) {  // the message was changed while it waited
+            error = vexim::errors::unsendable(cause);
+        }
+        block(payload, error);
+    };
+    if (message->mediaType() == VXIMMessageMediaTypeText) {
+        MainQueue::shared().async([finish = std::move(finish)] { finish(true, nullptr); });
+        return;
+    }
+    message->uploadAttachmentWithProgress(std::move(progress), std::move(finish));
+}
+
+void VXIMClient::sendSystemMessageToAllUsers(MessagePtr message, VXIMBooleanCompletion completion) {
+    requireMessage(message).receiver()->setType(VXIMMessageTargetTypeAllUsers);
+    sendSystemMessage(std::move(message), nullptr, std::move(completion));
+}
+
+void VXIMClient::sendSystemMessageToUser(MessagePtr message, Value userId, VXIMBooleanCompletion completion) {
+    requireMessage(message).receiver()->setUserId(requireId(std::move(userId)));
+    sendSystemMessage(std::move(message), nullptr, std::move(completion));
+}
+
+void VXIMClient::sendSystemMessageToGroup(MessagePtr message, Value groupId, VXIMBooleanCompletion completion) {
+    requireMessage(message).receiver()->setGroupId(requireId(std::move(groupId)));
+    sendSystemMessage(std::move(message), nullptr, std::move(completion));
+}
+
+void VXIMClient::sendSystemMessageToRoom(MessagePtr message, Value roomId, VXIMBooleanCompletion completion) {
+    requireMessage(message).receiver()->setRoomId(requireId(std::move(roomId)));
+    sendSystemMessage(std::move(message), nullptr, std::move(completion));
+}
+
+void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VXIMBooleanCompletion completion) {
+    requireWireForm(message);
+    message->setSendTimestamp(currentTime());
+    message->setStatus(VXIMMessageStatusSending);
+
+    const auto path = systemMessagePath(*message->receiver());
+    if (!path) {
+        message->setStatus(VXIMMessageStatusFailed);
+        vexim::log(vexim::LogLevel::Error, "Internal error: invalid receiver type");
+        return;  // without a word to the completion
+    }
+    uploadMessageAttachment(
+        message, std::move(progress),
+        [message, path = *path, completion = std::move(completion)](const std::optional<Dictionary>& payload, ErrorPtr error) {
+            auto finish = [message, completion](const Value&, const ErrorPtr& failure) {
+                message->setStatus(failure ? VXIMMessageStatusFailed : VXIMMessageStatusSent);
+                if (!failure) message->setSendTimestamp(currentTime());
+                if (completion) completion(failure == nullptr, failure);
+            };
+            if (!payload) return finish(nullptr, error);
+            try {
+                VXIMHTTPRequest::post(path, *payload, finish);
+            } catch (const vexim::Exception& cause) {  // a payload that is no JSON
+                finish(nullptr, vexim::errors::unsendable(cause));
+            }
+        });
+}
+
+void VXIMClient::didReceivePeerMessage(const Value& payload) { didReceiveMessage(messageFrom(payload)); }
+
+void VXIMClient::didReceiveOwnMessage(const Value& payload) {
+    const MessagePtr message = messageFrom(payload);
+    VXIMMessageTarget& sender = *message->sender();
+    const VXIMMessageTarget& receiver = *message->receiver();
+    const auto user = currentUser();
+    // The last two setters leave the sender's type at room, whatever the receiver is. Dispatch goes by the receiver's.
+    sender.setType(receiver.type());
+    sender.setUserId(user ? user->uid() : Value());
+    sender.setGroupId(receiver.groupId());
+    sender.setRoomId(receiver.roomId());
+    didReceiveMessage(message);
+}
+
+void VXIMClient::didReceiveSystemMessage(const Value& payload) {
+    const MessagePtr message = messageFrom(payload);
+    message->sender()->setType(VXIMMessageTargetTypeSystem);
+    message->receiver()->setType(VXIMMessageTargetTypeUnknown);
+    NotificationCenter::defaultCenter().post(VXIMClientDidReceiveSystemMessageNotification, self(), Dictionary{{"msg", message}});
+    impl_->tellDelegate(&VXIMClientDelegate::clientDidReceiveSystemMessage, self(), message);
+}
+
+void VXIMClient::didReceiveMessage(const MessagePtr& message) {
+    if (message->isSystemMessage()) return;
+
+    const VXIMMessageTarget& receiver = *message->receiver();
+    const auto user = currentUser();
+    const bool fromSelf = user && vexim::idsEqual(message->sender()->userId(), user->uid());
+    const VXIMMessageTarget& peer = fromSelf ? receiver : *message->sender();
+
+    switch (receiver.type()) {
+        case VXIMMessageTargetTypeRoom:
+            if (const Value& id = conversationId(peer.roomId(), receiver.roomId()); !id.isNilOrNull()) {
+                impl_->tellDelegate(&VXIMClientDelegate::clientDidReceiveMessageFromRoom, self(), message,
+                                    VXIMRoom::roomWithId(id));
+            }
+            break;
+        case VXIMMessageTargetTypeGroup:
+            if (const Value& id = conversationId(peer.groupId(), receiver.groupId()); !id.isNilOrNull()) {
+                impl_->tellDelegate(&VXIMClientDelegate::clientDidReceiveMessageFromGroup, self(), message,
+                                    VXIMGroup::groupWithId(id));
+            }
+            break;
+        case VXIMMessageTargetTypeUser:
+            if (const Value& id = peer.userId(); !id.isNilOrNull()) {
+                impl_->tellDelegate(&VXIMClientDelegate::clientDidReceiveMessageFromFriend, self(), message,
+                                    VXIMFriendInfo::infoWithId(id));
+            }
+            break;
+        case VXIMMessageTargetTypeAllUsers:
+        case VXIMMessageTargetTypeSystem:
+        case VXIMMessageTargetTypeUnknown: break;
+    }
+    NotificationCenter::defaultCenter().post(VXIMClientDidReceiveMessageNotification, self(), Dictionary{{"msg", message}});
+}

@@ -1,0 +1,236 @@
+// The session: login, the events of the connection, pause, resume, logout.
+
+#include <utility>
+
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Foundation/NotificationCenter.h"
+#include "VexIMLib/VXIMClient.h"
+#include "VexIMLib/VXIMConstants.h"
+#include "VexIMLib/VXIMFriendInfo.h"
+#include "VexIMLib/internal/Client/VXIMClientImpl.h"
+#include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
+#include "VexIMLib/internal/Networking/VXIMUtils.h"
+#include "VexIMLib/internal/Resources/ResourceOperations.h"
+
+using vexim::Array;
+using vexim::Dictionary;
+using vexim::ErrorPtr;
+using vexim::MainQueue;
+using vexim::NotificationCenter;
+using vexim::Value;
+
+namespace {
+
+constexpr const char* kSocketErrorNotification = "socket.io.error";
+
+/// "app" and "sign", which every login needs, and then its credentials. A nil one raises.
+Dictionary authDictionary(const VXIMClientConfiguration& config, const Dictionary& credentials) {
+    Dictionary auth{{"app", config.appId()}, {"sign", VXIMUtils::signatureForClientKey(config.clientKey())}};
+    auth.addEntries(credentials);
+    return auth;
+}
+
+/// A namespace as the connection reports it: with its slash, without a query.
+std::string normalisedNamespace(const std::optional<std::string>& nsp) {
+    std::string name = nsp.value_or("");
+    name = name.substr(0, name.find('?'));
+    return name.starts_with('/') ? name : "/" + name;
+}
+
+ErrorPtr loginError(const Value& error) {
+    std::int64_t code = 0;
+    if (error.isNumber()) {
+        code = error.longLongValue();
+    } else if (error.isDictionary()) {
+        code = error.get("errorCode").longLongValue();
+    }
+    return vexim::Error::make(VXIMErrorDomain, code, error);
+}
+
+}  // namespace
+
+void VXIMClient::loginWithUserId(std::optional<std::string> userId, VXIMBooleanCompletion completion) {
+    const VXIMClientConfiguration& config = *impl_->config;
+    loginWithAuthData(authDictionary(config, {{"client", userId}, {"install", config.installationId()}}), std::move(completion));
+}
+
+void VXIMClient::loginWithUsername(std::optional<std::string> username, std::optional<std::string> password,
+                                   VXIMBooleanCompletion completion) {
+    loginWithAuthData(authDictionary(*impl_->config, {{"username", username}, {"password", password}}), std::move(completion));
+}
+
+void VXIMClient::loginWithPhoneNumber(std::optional<std::string> phoneNumber, std::optional<std::string> smsCode,
+                                      VXIMBooleanCompletion completion) {
+    // The code goes under "password": so the service expects it.
+    loginWithAuthData(authDictionary(*impl_->config, {{"phone", phoneNumber}, {"password", smsCode}}), std::move(completion));
+}
+
+void VXIMClient::loginWithThirdPartyOAuth(std::optional<Dictionary> oauth, VXIMBooleanCompletion completion) {
+    const Value data = oauth ? Value(*std::move(oauth)) : Value();
+    loginWithAuthData(authDictionary(*impl_->config, {{"oauth", data}}), std::move(completion));
+}
+
+void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion completion) {
+    vexim::JSONText authText = vexim::writeJSON(authData);
+    if (authText.error) throw vexim::Exception(vexim::kInvalidArgumentException, authText.error->localizedDescription());
+
+    const Value* client = authData.find("client");
+    auto user = VXIMUser::userWithId(client ? *client : Value(""));
+    user->setUsername(authData.get("username"));
+    user->setPhoneNumber(authData.get("phone"));
+    impl_->currentUser.set(std::move(user));
+
+    MainQueue::shared().async([self = self(), authText = std::move(authText.text), completion = std::move(completion)]() mutable {
+        self->openConnection(authText, std::move(completion));
+    });
+}
+
+void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompletion completion) {
+    if (const auto former = socketio()) {
+        former->removeAllHandlers();
+        former->disconnect();
+        impl_->socketio.set(nullptr);
+    }
+    impl_->openCompletionBlock = std::move(completion);
+
+    Dictionary options = impl_->config->dictionary();
+    options.set("connectParams", Dictionary{{"auth", authText}});
+    const auto socket = impl_->makeSocket(impl_->config->socketURL(), options);
+    impl_->socketio.set(socket);
+    socket->joinNamespace(impl_->config->nsp().value_or(""));
+
+    setupEventHandlers();
+    socket->connect();
+    impl_->status = VXIMClientStatusOpening;
+}
+
+void VXIMClient::setupEventHandlers() {
+    const auto on = [this](const char* event, auto handler) {
+        socketio()->on(event, [weak = weak_from_this(), handler](const Array& arguments, const vexim::AckEmitter&) {
+            if (const auto client = std::static_pointer_cast<VXIMClient>(weak.lock())) handler(*client, arguments);
+        });
+    };
+    on("connect", [](VXIMClient& client, const Array&) { client.socketDidConnect(); });
+    on("reconnect", [](VXIMClient& client, const Array&) {
+        client.impl_->status = VXIMClientStatusResuming;
+        client.impl_->tellDelegate(&VXIMClientDelegate::clientAttemptReconnect, client.self());
+    });
+    on("disconnect", [](VXIMClient& client, const Array&) { client.socketDidDisconnect(); });
+    on("error", [](VXIMClient& client, const Array& arguments) {
+        NotificationCenter::defaultCenter().post(kSocketErrorNotification, client.self(), Dictionary{{"data", arguments}});
+    });
+    on("login", [](VXIMClient& client, const Array& arguments) { client.didReceiveLoginAnswer(arguments.get(0)); });
+    on("message", [](VXIMClient& client, const Array& arguments) { client.didReceivePeerMessage(arguments.get(0)); });
+    on("yourself", [](VXIMClient& client, const Array& arguments) { client.didReceiveOwnMessage(arguments.get(0)); });
+    on("online", [](VXIMClient& client, const Array& arguments) {
+        client.didReceivePresence(VXIMFriendOnlineNotification, &VXIMClientDelegate::clientFriendDidOnline, arguments.get(0));
+    });
+    on("offline", [](VXIMClient& client, const Array& arguments) {
+        client.didReceivePresence(VXIMFriendOfflineNotification, &VXIMClientDelegate::clientFriendDidOffline, arguments.get(0));
+    });
+    on("sys", [](VXIMClient& client, const Array& arguments) { client.didReceiveSystemMessage(arguments.get(0)); });
+}
+
+void VXIMClient::socketDidConnect() {
+    // The first connect after a login changes nothing: "login" decides that.
+    if (socketio()->nsp() != normalisedNamespace(impl_->config->nsp()) || !impl_->offlineTemporally) return;
+    if (const auto user = currentUser()) user->setOnline(true);
+    impl_->status = VXIMClientStatusOpened;
+}
+
+void VXIMClient::socketDidDisconnect() {
+    if (const auto user = currentUser()) user->setOnline(false);
+    impl_->offlineTemporally = !impl_->tryLogout;
+    if (impl_->tryLogout) {
+        didLogout();
+    } else {
+        impl_->status = VXIMClientStatusPaused;
+    }
+    impl_->tellDelegate(&VXIMClientDelegate::clientDidDisconnect, self());
+}
+
+void VXIMClient::didReceiveLoginAnswer(const Value& answer) {
+    if (!answer.get("success").boolValue()) return loginDidCompleteWithSuccess(false, loginError(answer.get("error")));
+    if (const auto user = currentUser()) {
+        user->setUid(answer.get("id"));
+        user->setOnline(true);
+    }
+    loginDidCompleteWithSuccess(true, nullptr);
+}
+
+void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error) {
+    if (const auto completion = std::exchange(impl_->openCompletionBlock, nullptr)) completion(success, error);
+    if (!success) return;  // the status stays at Opening, the connection stays open
+
+    impl_->status = VXIMClientStatusOpened;
+    Dictionary userInfo;
+    userInfo.setOrRemove("user", currentUser());
+    NotificationCenter::defaultCenter().post(VXIMUserDidLoginNotification, self(), std::move(userInfo));
+    impl_->tellDelegate(&VXIMClientDelegate::clientDidLogin, self());
+}
+
+void VXIMClient::didReceivePresence(const char* notificationName, PresenceCall delegateCall, const Value& friendId) {
+    NotificationCenter::defaultCenter().post(notificationName, self(),
+                                             Dictionary{{"id", friendId.isNilOrNull() ? Value("") : friendId}});
+    if (friendId.isNilOrNull()) return;
+    impl_->tellDelegate(delegateCall, self(), VXIMFriendInfo::infoWithId(friendId));
+}
+
+void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
+    MainQueue::shared().async([self = self(), completion = std::move(completion)]() mutable {
+        const VXIMClientStatus remembered = self->status();
+        self->impl_->status = VXIMClientStatusClosing;
+        self->deleteCurrentInstallIdCompletion(
+            [self, remembered, completion = std::move(completion)](bool succeeded, const ErrorPtr& error) {
+                if (!succeeded) {
+                    self->impl_->status = remembered;
+                    if (completion) completion(false, error);
+                    return;
+                }
+                self->impl_->tryLogout = true;
+                self->impl_->closeCompletionBlock = completion;
+                // "disconnect" goes on from here. Without a connection nothing does: the logout never ends.
+                if (const auto socket = self->socketio()) socket->disconnect();
+            });
+    });
+}
+
+void VXIMClient::deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion) {
+    const auto user = currentUser();
+    const Value uid = user ? user->uid() : Value();
+    const std::string installationId = impl_->config->installationId().value_or("");
+    if (uid.isNilOrNull() || uid == "" || installationId.empty()) {
+        MainQueue::shared().async([completion = std::move(completion)] {
+            if (completion) completion(true, nullptr);
+        });
+        return;
+    }
+    VXIMHTTPRequest::deletePath("/ctx/" + uid.description() + "/installs", Dictionary{{"installs", Array{installationId}}},
+                                vexim::resources::endingWithSuccess(std::move(completion)));
+}
+
+void VXIMClient::didLogout() {
+    impl_->status = VXIMClientStatusClosed;
+    resetFlags();
+    if (const auto socket = socketio()) socket->removeAllHandlers();
+    impl_->currentUser.set(nullptr);
+    impl_->socketio.set(nullptr);
+    if (const auto completion = std::exchange(impl_->closeCompletionBlock, nullptr)) completion(true, nullptr);
+    impl_->tellDelegate(&VXIMClientDelegate::clientDidLogout, self());
+}
+
+void VXIMClient::pause() {
+    MainQueue::shared().async([self = self()] {
+        self->impl_->offlineTemporally = true;
+        if (const auto socket = self->socketio()) socket->disconnect();
+    });
+}
+
+void VXIMClient::resume() {
+    MainQueue::shared().async([self = self()] {
+        self->impl_->status = VXIMClientStatusResuming;
+        if (const auto socket = self->socketio()) socket->connect();
+    });
+}

@@ -1,0 +1,72 @@
+#include "VexIMLib/VXIMClient.h"
+
+#include <utility>
+
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/Runtime/Class.h"
+#include "VexIMLib/internal/Client/VXIMClientImpl.h"
+
+VXIMClient::VXIMClient(vexim::Creation creation) : Object(creation), impl_(std::make_unique<Impl>()) {}
+
+VXIMClient::~VXIMClient() = default;
+
+std::shared_ptr<VXIMClient> VXIMClient::clientWithAppId(std::optional<std::string> appId, std::optional<std::string> clientKey,
+                                                        std::optional<std::string> installationId) {
+    auto configuration = VXIMClientConfiguration::defaultConfiguration();
+    configuration->setAppId(std::move(appId));
+    configuration->setClientKey(std::move(clientKey));
+    configuration->setInstallationId(std::move(installationId));
+    return clientWithConfiguration(std::move(configuration));
+}
+
+std::shared_ptr<VXIMClient> VXIMClient::clientWithConfiguration(std::shared_ptr<VXIMClientConfiguration> configuration) {
+    return initWithConfiguration(std::move(configuration));
+}
+
+std::shared_ptr<VXIMClient> VXIMClient::initWithConfiguration(std::shared_ptr<VXIMClientConfiguration> configuration) {
+    return vexim::create<VXIMClient>(std::move(configuration), &vexim::SocketIOClient::create);
+}
+
+std::shared_ptr<VXIMClient> VXIMClient::init() { return initWithConfiguration(VXIMClientConfiguration::defaultConfiguration()); }
+
+bool VXIMClient::initialise(std::shared_ptr<VXIMClientConfiguration> configuration, SocketFactory makeSocket) {
+    if (!configuration) throw vexim::Exception(vexim::kInvalidArgumentException, "A client needs a configuration.");
+    impl_->config = std::move(configuration);
+    impl_->makeSocket = std::move(makeSocket);
+    vxim_configuration = impl_->config;
+    return true;
+}
+
+VXIMClientStatus VXIMClient::status() const noexcept { return impl_->status; }
+
+std::shared_ptr<VXIMClientDelegate> VXIMClient::delegate() const { return impl_->delegate.lock(); }
+
+void VXIMClient::setDelegate(const std::shared_ptr<VXIMClientDelegate>& delegate) { impl_->delegate = delegate; }
+
+std::shared_ptr<VXIMUser> VXIMClient::currentUser() const { return impl_->currentUser.get(); }
+
+std::shared_ptr<VXIMClientConfiguration> VXIMClient::config() const { return impl_->config; }
+
+std::shared_ptr<vexim::SocketIOClient> VXIMClient::socketio() const { return impl_->socketio.get(); }
+
+bool VXIMClient::offlineTemporally() const noexcept { return impl_->offlineTemporally; }
+
+bool VXIMClient::tryLogout() const noexcept { return impl_->tryLogout; }
+
+void VXIMClient::resetFlags() noexcept {
+    impl_->offlineTemporally = false;
+    impl_->tryLogout = false;
+}
+
+const std::optional<vexim::Array>& VXIMClient::onlineFriends() const noexcept { return impl_->onlineFriends; }
+
+void VXIMClient::setOnlineFriends(std::optional<vexim::Array> friends) { impl_->onlineFriends = std::move(friends); }
+
+const std::optional<vexim::Dictionary>& VXIMClient::messages() const noexcept { return impl_->messages; }
+
+void VXIMClient::setMessages(std::optional<vexim::Dictionary> messages) { impl_->messages = std::move(messages); }
+
+const vexim::Class& VXIMClient::runtimeClass() const {
+    static const vexim::Class& cls = vexim::Class::declare("VXIMClient", &vexim::Object::staticClass());
+    return cls;
+}

@@ -1,0 +1,222 @@
+// A message's wire form, as it goes out with "say" and comes in with "message", "yourself", "sys" and histories:
+//
+//   {"content": {"media": integer, "body": string}, "ts": milliseconds,
+//    "from": {"id": user, "type": 0 | 1 | 2, "gid": group or room},  type 0 has no "gid"
+//    "to":   {"id": user, group or room, "type": 0 | 1 | 2},
+//    "speaker": user}                                                incoming only, in place of "from"
+//
+// Example, to a group: {"content":{"media":0,"body":"hi"},"ts":1450000000000,"to":{"id":"g1","type":1}}
+
+#include "VexIMLib/VXIMMessage.h"
+
+#include <utility>
+
+#include "VexIMLib/Foundation/Clock.h"
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/Runtime/Class.h"
+#include "VexIMLib/Foundation/Scalars.h"
+
+namespace {
+
+using vexim::Dictionary;
+using vexim::Value;
+
+constexpr const char* kContent = "content";
+constexpr const char* kMedia = "media";
+constexpr const char* kBody = "body";
+constexpr const char* kTimestamp = "ts";
+constexpr const char* kFrom = "from";
+constexpr const char* kTo = "to";
+constexpr const char* kSpeaker = "speaker";
+constexpr const char* kId = "id";
+constexpr const char* kType = "type";
+constexpr const char* kGroupOrRoomId = "gid";
+
+/// A kind as it travels.
+template <class Enumeration>
+Value number(Enumeration value) {
+    return static_cast<std::int32_t>(value);
+}
+
+std::int64_t millisFromSeconds(double seconds) { return vexim::truncateToInt64(seconds * 1000.0); }
+
+VXIMMessageTargetType targetType(const Value& type) { return static_cast<VXIMMessageTargetType>(type.intValue()); }
+
+/// An id for the wire, which must be there.
+const Value& present(const Value& id, const char* what) {
+    if (id.isNil()) throw vexim::Exception(vexim::kInvalidArgumentException, std::string("A message's ") + what + " has no id.");
+    return id;
+}
+
+}  // namespace
+
+std::shared_ptr<VXIMMessage> VXIMMessage::init() { return vexim::create<VXIMMessage>(); }
+
+std::shared_ptr<VXIMMessage> VXIMMessage::initWithPayloadDictionary(Dictionary payload) {
+    return vexim::create<VXIMMessage>(std::move(payload));
+}
+
+std::shared_ptr<VXIMMessage> VXIMMessage::messageWithText(std::string text) {
+    return initWithPayloadDictionary(
+        {{kContent, Dictionary{{kMedia, number(VXIMMessageMediaTypeText)}, {kBody, std::move(text)}}}});
+}
+
+bool VXIMMessage::initialise(Dictionary payload) {
+    payload_ = std::move(payload);
+    configSender();
+    configReceiver();
+    return true;
+}
+
+void VXIMMessage::configSender() {
+    const Dictionary& payload = currentPayload();
+    const Value& from = payload.get(kFrom);
+    sender_ = VXIMMessageTarget::init();
+
+    const Value& fromId = from.get(kId);
+    sender_->setUserId(fromId.isNilOrNull() ? payload.get(kSpeaker) : fromId);
+
+    const Value& fromType = from.get(kType);
+    const Value& type = fromType.isNilOrNull() ? payload.get(kTo).get(kType) : fromType;
+    sender_->setType(type.isNilOrNull() ? VXIMMessageTargetTypeUnknown : targetType(type));
+
+    if (sender_->type() == VXIMMessageTargetTypeGroup) sender_->setGroupId(from.get(kGroupOrRoomId));
+    if (sender_->type() == VXIMMessageTargetTypeRoom) sender_->setRoomId(from.get(kGroupOrRoomId));
+}
+
+void VXIMMessage::configReceiver() {
+    const Value& to = currentPayload().get(kTo);
+    receiver_ = VXIMMessageTarget::init();
+
+    const Value& type = to.get(kType);
+    if (type.isNilOrNull()) return;
+    receiver_->setType(targetType(type));
+
+    if (receiver_->type() == VXIMMessageTargetTypeUser) receiver_->setUserId(to.get(kId));
+    if (receiver_->type() == VXIMMessageTargetTypeGroup) receiver_->setGroupId(to.get(kId));
+    if (receiver_->type() == VXIMMessageTargetTypeRoom) receiver_->setRoomId(to.get(kId));
+}
+
+const std::shared_ptr<VXIMMessageTarget>& VXIMMessage::sender() const {
+    if (!sender_) sender_ = VXIMMessageTarget::init();
+    return sender_;
+}
+
+const std::shared_ptr<VXIMMessageTarget>& VXIMMessage::receiver() const {
+    if (!receiver_) receiver_ = VXIMMessageTarget::init();
+    return receiver_;
+}
+
+bool VXIMMessage::isSystemMessage() const { return sender()->type() == VXIMMessageTargetTypeSystem; }
+
+const Dictionary& VXIMMessage::currentPayload() const {
+    if (!payload_) {
+        payload_ = Dictionary{{kContent, Dictionary()}, {kTimestamp, millisFromSeconds(vexim::Clock::shared()->wallTime())}};
+    }
+    return *payload_;
+}
+
+Dictionary& VXIMMessage::payload() {
+    currentPayload();
+    return *payload_;
+}
+
+void VXIMMessage::setPayload(std::optional<Dictionary> payload) { payload_ = std::move(payload); }
+
+VXIMMessageMediaType VXIMMessage::mediaType() const {
+    return static_cast<VXIMMessageMediaType>(currentPayload().get(kContent).get(kMedia).intValue());
+}
+
+void VXIMMessage::setMediaType(VXIMMessageMediaType mediaType) {
+    payload().update(kContent, [mediaType](Value& content) {
+        if (!content.isDictionary()) content = Dictionary();
+        content.mutableDictionary().set(kMedia, number(mediaType));
+    });
+}
+
+std::optional<std::string> VXIMMessage::text() const { return currentPayload().get(kContent).get(kBody).asString(); }
+
+void VXIMMessage::setText(std::optional<std::string> text) { setBody(std::move(text)); }
+
+std::optional<std::string> VXIMMessage::attachmentUrl() const {
+    if (mediaType() <= VXIMMessageMediaTypeText) return std::nullopt;
+    return text();
+}
+
+void VXIMMessage::setAttachmentUrl(std::optional<std::string> url) {
+    if (url) setBody(std::move(url));
+}
+
+void VXIMMessage::setBody(std::optional<std::string> body) {
+    payload().update(kContent, [&body](Value& content) {
+        if (!content.isDictionary()) content = Dictionary();
+        content.mutableDictionary().setOrRemove(kBody, body);
+    });
+}
+
+double VXIMMessage::sendTimestamp() const { return currentPayload().get(kTimestamp).doubleValue() / 1000.0; }
+
+void VXIMMessage::setSendTimestamp(double seconds) { payload().set(kTimestamp, millisFromSeconds(seconds)); }
+
+std::optional<Dictionary> VXIMMessage::senderDictionary() const {
+    const VXIMMessageTarget& target = *sender();
+    switch (target.type()) {
+        case VXIMMessageTargetTypeUser:
+            return Dictionary{{kId, present(target.userId(), "sender")}, {kType, number(VXIMMessageTargetTypeUser)}};
+        case VXIMMessageTargetTypeGroup:
+            return Dictionary{{kId, present(target.userId(), "sender")},
+                              {kType, number(VXIMMessageTargetTypeGroup)},
+                              {kGroupOrRoomId, present(target.groupId(), "sender's group")}};
+        case VXIMMessageTargetTypeRoom:
+            return Dictionary{{kId, present(target.userId(), "sender")},
+                              {kType, number(VXIMMessageTargetTypeRoom)},
+                              {kGroupOrRoomId, present(target.roomId(), "sender's room")}};
+        case VXIMMessageTargetTypeAllUsers:
+        case VXIMMessageTargetTypeSystem:
+        case VXIMMessageTargetTypeUnknown: break;
+    }
+    return std::nullopt;  // also for numbers without a name, which the service may send
+}
+
+std::optional<Dictionary> VXIMMessage::receiverDictionary() const {
+    const VXIMMessageTarget& target = *receiver();
+    const auto entry = [&target](const Value& id, const char* what) {
+        return Dictionary{{kId, present(id, what)}, {kType, number(target.type())}};
+    };
+    switch (target.type()) {
+        case VXIMMessageTargetTypeUser: return entry(target.userId(), "receiver (a user)");
+        case VXIMMessageTargetTypeGroup: return entry(target.groupId(), "receiver (a group)");
+        case VXIMMessageTargetTypeRoom: return entry(target.roomId(), "receiver (a room)");
+        case VXIMMessageTargetTypeAllUsers:
+        case VXIMMessageTargetTypeSystem:
+        case VXIMMessageTargetTypeUnknown: break;
+    }
+    return std::nullopt;
+}
+
+Dictionary VXIMMessage::dictionaryRepresentation() {
+    // Both first, so that a missing id leaves the payload as it was.
+    auto to = receiverDictionary();
+    auto from = senderDictionary();
+    if (to) payload().set(kTo, *std::move(to));
+    if (from) payload().set(kFrom, *std::move(from));
+    return currentPayload();
+}
+
+std::shared_ptr<vexim::Object> VXIMMessage::copy() const { return initWithPayloadDictionary(currentPayload()); }
+
+std::string VXIMMessage::description() const {
+    Dictionary shown = currentPayload();
+    try {
+        if (auto to = receiverDictionary()) shown.set(kTo, *std::move(to));
+        if (auto from = senderDictionary()) shown.set(kFrom, *std::move(from));
+    } catch (const vexim::Exception&) {
+        // A received message may name no group or room for its sender. Logging it must not fail.
+    }
+    return Object::description() + " " + shown.description();
+}
+
+const vexim::Class& VXIMMessage::runtimeClass() const {
+    static const vexim::Class& cls = vexim::Class::declare("VXIMMessage", &vexim::Object::staticClass());
+    return cls;
+}

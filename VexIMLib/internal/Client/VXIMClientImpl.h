@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <optional>
+
+#include "VexIMLib/Foundation/Array.h"
+#include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/VXIMClient.h"
+#include "VexIMLib/VXIMClientConfiguration.h"
+#include "VexIMLib/VXIMClientDelegate.h"
+#include "VexIMLib/VXIMUser.h"
+#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+
+/// A pointer that one thread sets and any may read.
+template <class T>
+class SharedPointer {
+public:
+    std::shared_ptr<T> get() const {
+        vexim::MutexLock lock(mutex_);
+        return pointer_;
+    }
+    void set(std::shared_ptr<T> pointer) {
+        {
+            vexim::MutexLock lock(mutex_);
+            pointer_.swap(pointer);
+        }
+        // The former one is released here, outside the lock: its destructor may come back.
+    }
+
+private:
+    mutable vexim::Mutex mutex_;
+    std::shared_ptr<T> pointer_ VEXIM_GUARDED_BY(mutex_);
+};
+
+struct VXIMClient::Impl {
+    // Constant after construction.
+    std::shared_ptr<VXIMClientConfiguration> config;
+    SocketFactory makeSocket;
+
+    // Any thread.
+    std::atomic<VXIMClientStatus> status{VXIMClientStatusNone};
+    SharedPointer<VXIMUser> currentUser;  // set on the main thread, and by a login on its caller's
+    SharedPointer<vexim::SocketIOClient> socketio;
+    /// The connection is down for another reason than a logout, or has been since the last one.
+    std::atomic<bool> offlineTemporally{false};
+    /// A logout has removed the installation and waits for the connection to close.
+    std::atomic<bool> tryLogout{false};
+
+    // Main thread.
+    std::weak_ptr<VXIMClientDelegate> delegate;
+    VXIMBooleanCompletion openCompletionBlock;   // the pending login's; dropped when another login begins
+    VXIMBooleanCompletion closeCompletionBlock;  // the pending logout's; never called when nothing closes
+    std::optional<vexim::Array> onlineFriends;
+    std::optional<vexim::Dictionary> messages;
+
+    /// Calls the delegate, if there is one.
+    template <class... Parameters, class... Arguments>
+    void tellDelegate(void (VXIMClientDelegate::*call)(Parameters...), const Arguments&... arguments) const {
+        if (const auto listener = delegate.lock()) ((*listener).*call)(arguments...);
+    }
+};

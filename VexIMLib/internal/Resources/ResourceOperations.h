@@ -1,0 +1,113 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/Foundation/Array.h"
+#include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/VXIMCompletions.h"
+#include "VexIMLib/VXIMMessage.h"
+#include "VexIMLib/internal/Resources/VXIMErrors.h"
+
+// The plumbing that all operations of all resources share: what goes into paths and queries, how an answer is read, how an
+// operation ends.
+//
+// An operation reads an answer in a function that may raise: a server list with an element that makes no object would be a
+// programmer's mistake if an application had written it. From the service it is a failure of the world, so it becomes the
+// operation's error. Such a function therefore first reads everything and then changes local state.
+namespace vexim::resources {
+
+// Arguments. Raise NSInvalidArgumentException, on the caller's thread.
+
+/// `id` as it stands in a path; nil and null raise, naming `what`.
+std::string pathId(const Value& id, const char* what);
+
+/// The query of a history: "ts" in milliseconds (truncated) and "limit", both as decimal text.
+Dictionary historyParams(double timestampInSeconds, std::int32_t limit);
+
+// Answers. Raise NSInvalidArgumentException when they are of another kind.
+
+const Dictionary& requireDictionary(const Value& answer, const char* what);
+const Array& requireArray(const Value& answer, const char* what);
+/// nil is an empty list.
+const Array& requireArrayOrNil(const Value& answer, const char* what);
+
+/// The body of an answer that is no JSON object or array, as text; nullopt when it is not UTF-8.
+std::optional<std::string> textOf(const Data& body);
+/// The id of an answer that is a bare JSON string: its text without any double quote; nil when it is not UTF-8.
+Value bareId(const Data& body);
+
+/// One object for each element, made by `make`, which answers nullptr where an element makes none: that raises.
+template <class Make>
+auto objectsFrom(const Array& elements, const char* what, const Make& make) {
+    std::vector<decltype(make(Value()))> objects;
+    objects.reserve(elements.size());
+    for (const Value& element : elements) {
+        auto object = make(element);
+        if (!object) throw Exception(kInvalidArgumentException, std::string("A list element makes no ") + what + ".");
+        objects.push_back(std::move(object));
+    }
+    return objects;
+}
+
+/// A history's messages in order; an element that is no dictionary raises.
+std::vector<std::shared_ptr<VXIMMessage>> messagesFrom(const Array& history);
+
+// Member lists. nil stays nil; what is no list raises.
+
+/// `ids` after those in `members`, duplicates kept.
+Value appending(const Value& members, const Array& ids);
+/// `members` without every element that equals one of `ids`.
+Value removing(const Value& members, const Array& ids);
+
+// Endings.
+
+/// Ends an operation with what `read` makes of the answer: `Outcome read(const Value& result, ErrorPtr& error)` also runs
+/// after a failure, with a nil result. When it raises, `failure` and the error that names the cause are handed on instead.
+template <class Outcome, class Read>
+VXIMResultCompletion endingWith(std::function<void(Outcome, ErrorPtr)> completion, Outcome failure, Read read) {
+    return [completion = std::move(completion), failure = std::move(failure), read = std::move(read)](const Value& result,
+                                                                                                      ErrorPtr error) {
+        Outcome outcome = failure;
+        try {
+            outcome = read(result, error);
+        } catch (const Exception& cause) {
+            error = errors::unusableAnswer(cause);
+        }
+        if (completion) completion(std::move(outcome), std::move(error));
+    };
+}
+
+/// The most frequent ending: succeeds exactly when there was no error, after `change` has brought local state in line.
+template <class Change>
+VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion, Change change) {
+    return endingWith(std::move(completion), false, [change = std::move(change)](const Value& result, const ErrorPtr& error) {
+        if (!error) change(result);
+        return error == nullptr;
+    });
+}
+VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion);
+/// A history: its messages, or nullopt when the answer is no list.
+VXIMResultCompletion endingWithMessages(VXIMMessagesCompletion completion);
+
+/// Runs `function` in place on the main thread, queued from any other.
+void runOnMain(std::function<void()> function);
+
+/// Calls `completion` at once, on the main thread. Empty is skipped.
+template <class Outcome>
+void endAtOnce(std::function<void(Outcome, ErrorPtr)> completion, Outcome outcome, ErrorPtr error) {
+    if (!completion) return;
+    runOnMain([completion = std::move(completion), outcome = std::move(outcome), error = std::move(error)] {
+        completion(outcome, error);
+    });
+}
+
+}  // namespace vexim::resources

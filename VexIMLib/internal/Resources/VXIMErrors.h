@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/Exception.h"
+
+// Every error that the client and the resources make themselves, all in `VXIMErrorDomain`. (REST failures come from the
+// request layer as they are; a login's failure carries the service's code.)
+namespace vexim::errors {
+
+inline constexpr std::int64_t kCannotSend = 1;
+inline constexpr std::int64_t kUnusableAnswer = 2;
+inline constexpr std::int64_t kEmptyPassengerId = 5004;
+
+ErrorPtr withoutReceiver();
+ErrorPtr disconnected();
+ErrorPtr emptyPassengerId(std::string description);
+/// What the service answered cannot be made into what was asked for; `cause` says why.
+ErrorPtr unusableAnswer(const Exception& cause);
+/// A message that cannot be put on the wire any more, because it was changed after it was handed over.
+ErrorPtr unsendable(const Exception& cause);
+
+}  // namespace vexim::errors
