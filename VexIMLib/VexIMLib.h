@@ -31,5 +31,6 @@
 #include "VexIMLib/VXIMPassenger.h"
 #include "VexIMLib/VXIMQuery.h"
 #include "VexIMLib/VXIMRoom.h"
+#include "VexIMLib/VXIMSettings.h"
 #include "VexIMLib/VXIMTransfer.h"
 #include "VexIMLib/VXIMUser.h"

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "VexIMLib/Foundation/Export.h"
+
+// What an application may tell the library once, at its start.
+namespace vexim {
+
+/// Who the application is, for the User-Agent of its requests, where nil reads "(null)".
+struct ApplicationInfo {
+    std::optional<std::string> bundleIdentifier;  ///< in reverse domain notation
+    std::optional<std::string> bundleVersion;
+    std::optional<std::string> systemVersion;  ///< nil leaves the running kernel's
+};
+VEXIM_EXPORT void setApplicationInfo(ApplicationInfo info);
+
+/// Whether the session manager remembers the requests that have ended, each with the answer that it collected, for as long as
+/// the process lives. It does by default. A program that runs for long says false: from then on a request is forgotten when
+/// it has ended.
+VEXIM_EXPORT void setKeepsFinishedDelegates(bool keeps);
+
+}  // namespace vexim
