@@ -11,7 +11,7 @@
 #include <cctype>
 #include <stdexcept>
 
-namespace vexim::test {
+namespace vexim::testing {
 namespace {
 
 template <class T, void (*Free)(T*)>
@@ -96,4 +96,4 @@ TLSIdentity CertificateAuthority::issue(const Options& options) const {
     return toPEM(certificate.get(), key.get());
 }
 
-}  // namespace vexim::test
+}  // namespace vexim::testing

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-namespace vexim::test {
+namespace vexim::testing {
 
 /// A certificate with its private key, as PEM.
 struct TLSIdentity {
@@ -35,4 +35,4 @@ private:
     TLSIdentity identity_;
 };
 
-}  // namespace vexim::test
+}  // namespace vexim::testing

@@ -20,7 +20,7 @@
 #include <stdexcept>
 #include <thread>
 
-namespace vexim::test {
+namespace vexim::testing {
 namespace {
 
 bool sameName(std::string_view a, std::string_view b) {
@@ -325,4 +325,4 @@ std::uint16_t deadPort() {
     return port;
 }
 
-}  // namespace vexim::test
+}  // namespace vexim::testing

@@ -14,7 +14,7 @@
 
 #include "support/Certificates.h"
 
-namespace vexim::test {
+namespace vexim::testing {
 
 /// An HTTP/1.1 request as it came over the wire.
 struct WireRequest {
@@ -91,4 +91,4 @@ private:
 /// A loopback port on which nobody listens: taken and given back.
 std::uint16_t deadPort();
 
-}  // namespace vexim::test
+}  // namespace vexim::testing

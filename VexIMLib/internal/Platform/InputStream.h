@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -38,10 +39,17 @@ public:
     /// for nothing afterwards but `close`. From any thread; nothing to do for streams that never wait.
     virtual void interrupt() {}
 
+    /// Takes the stream for one upload: false when one has taken it before, so that no body is begun twice. From any thread.
+    bool claim() noexcept { return !claimed_.exchange(true); }
+    bool isClaimed() const noexcept { return claimed_; }
+
     // What the platform's streams offer besides; nothing by default.
     virtual bool getBuffer(std::uint8_t** buffer, std::size_t* length);  ///< false: no direct access
     virtual Value propertyForKey(std::string_view key) const;
     virtual bool setPropertyForKey(const Value& property, std::string_view key);
+
+private:
+    std::atomic<bool> claimed_{false};
 };
 
 }  // namespace vexim

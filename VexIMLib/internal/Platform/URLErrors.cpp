@@ -52,7 +52,6 @@ ErrorPtr makeURLError(std::int64_t code, const std::optional<URL>& url, std::str
 std::int64_t urlErrorCodeForTransferResult(int result, long verifyResult) noexcept {
     switch (result) {
         case CURLE_URL_MALFORMAT: return URLErrorBadURL;
-        case CURLE_UNSUPPORTED_PROTOCOL: return URLErrorUnsupportedURL;
         case CURLE_COULDNT_RESOLVE_HOST:
         case CURLE_COULDNT_RESOLVE_PROXY: return URLErrorCannotFindHost;
         case CURLE_COULDNT_CONNECT: return URLErrorCannotConnectToHost;
@@ -62,6 +61,8 @@ std::int64_t urlErrorCodeForTransferResult(int result, long verifyResult) noexce
         case CURLE_SEND_FAIL_REWIND: return URLErrorRequestBodyStreamExhausted;
         case CURLE_BAD_CONTENT_ENCODING: return URLErrorCannotDecodeContentData;
         case CURLE_WEIRD_SERVER_REPLY:
+        case CURLE_UNSUPPORTED_PROTOCOL:  // schemes are checked before: this is an answer that is no HTTP
+        case CURLE_PROXY: return URLErrorCannotParseResponse;
         // Cut short, cut off or reset: the peer went away in the middle.
         case CURLE_GOT_NOTHING:
         case CURLE_PARTIAL_FILE:

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <utility>
+
+namespace vexim {
+
+/// Owns an open file.
+class FileDescriptor {
+public:
+    FileDescriptor() = default;
+    explicit FileDescriptor(int descriptor) noexcept : descriptor_(descriptor) {}
+    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+        std::swap(descriptor_, other.descriptor_);
+        return *this;
+    }
+    ~FileDescriptor() { close(); }
+
+    explicit operator bool() const noexcept { return descriptor_ >= 0; }
+    int get() const noexcept { return descriptor_; }
+    /// False, with errno set, when the system reports a late failure to write. Closed in any case.
+    bool close() noexcept {
+        const int descriptor = std::exchange(descriptor_, -1);
+        return descriptor < 0 || ::close(descriptor) == 0;
+    }
+
+    // As the system's calls, but not ended by signals.
+    ssize_t read(void* buffer, std::size_t size) const noexcept {
+        ssize_t count = 0;
+        do count = ::read(descriptor_, buffer, size);
+        while (count < 0 && errno == EINTR);
+        return count;
+    }
+    ssize_t write(const void* bytes, std::size_t size) const noexcept {
+        ssize_t count = 0;
+        do count = ::write(descriptor_, bytes, size);
+        while (count < 0 && errno == EINTR);
+        return count;
+    }
+
+private:
+    int descriptor_ = -1;
+};
+
+}  // namespace vexim

@@ -1,0 +1,137 @@
+#include "VexIMLib/internal/Platform/LibraryThreads.h"
+
+#include <curl/curl.h>
+#include <openssl/ssl.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <list>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Foundation/ThreadSafety.h"
+
+namespace vexim::LibraryThreads {
+namespace {
+
+constexpr std::chrono::milliseconds kPatienceAtExit{50};
+
+struct Running {
+    std::thread::id id;
+    std::function<void()> interrupt;
+};
+
+struct Registry {
+    Mutex mutex;
+    std::condition_variable_any ended;
+    std::list<Running> running VEXIM_GUARDED_BY(mutex);
+    std::atomic<bool> exiting{false};
+};
+
+void exitHook();
+
+Registry& registry() {
+    static auto* const instance = [] {
+        OPENSSL_init_ssl(0, nullptr);
+        curl_global_init(CURL_GLOBAL_ALL);
+        std::atexit(exitHook);
+        return new Registry;  // never destroyed: threads that outstay the exit hook still use it
+    }();
+    return *instance;
+}
+
+void exitHook() {
+    Registry& shared = registry();
+    std::vector<std::function<void()>> interrupts;
+    {
+        const MutexLock lock(shared.mutex);
+        shared.exiting = true;
+        for (const Running& thread : shared.running) interrupts.push_back(thread.interrupt);
+    }
+    detail::endMainQueue();  // whoever waits for the main thread would wait for the one that exits
+    for (const auto& interrupt : interrupts) interrupt();
+
+    // An exit called on one of our threads (from an application's callback) must not wait for itself.
+    const auto othersEnded = [&shared]() VEXIM_REQUIRES(shared.mutex) {
+        for (const Running& thread : shared.running) {
+            if (thread.id != std::this_thread::get_id()) return false;
+        }
+        return true;
+    };
+    const auto deadline = std::chrono::steady_clock::now() + kPatienceAtExit;
+    shared.mutex.lock();
+    while (!othersEnded() && shared.ended.wait_until(shared.mutex, deadline) != std::cv_status::timeout) {
+    }
+    shared.mutex.unlock();
+}
+
+/// Signals belong to the application's threads; SIGPIPE on ours would kill the process for a peer that hung up.
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        sigset_t all;
+        ::sigfillset(&all);
+        // What a faulty instruction raises must stay deliverable.
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP}) ::sigdelset(&all, fault);
+        ::pthread_sigmask(SIG_BLOCK, &all, &before_);
+    }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+    ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_;
+};
+
+void spawn(const std::string& name, std::function<void()> body) {
+    const SignalsBlocked blocked;  // a new thread inherits the mask
+    std::thread thread([name = name.substr(0, 15), body = std::move(body)]() mutable {
+        ::pthread_setname_np(::pthread_self(), name.c_str());
+        body();
+        body = nullptr;
+    });
+    thread.detach();
+}
+
+}  // namespace
+
+void start(const std::string& name, std::function<void()> body, std::function<void()> interrupt) {
+    Registry& shared = registry();
+    std::list<Running>::iterator entry;
+    {
+        const MutexLock lock(shared.mutex);
+        if (shared.exiting) return;
+        entry = shared.running.insert(shared.running.end(), Running{{}, std::move(interrupt)});
+    }
+    spawn(name, [&shared, entry, body = std::move(body)]() mutable {
+        {
+            const MutexLock lock(shared.mutex);
+            entry->id = std::this_thread::get_id();
+        }
+        body();
+        body = nullptr;
+        const MutexLock lock(shared.mutex);
+        shared.running.erase(entry);
+        shared.ended.notify_all();
+    });
+}
+
+bool startForgotten(const std::string& name, std::function<void()> body) {
+    if (registry().exiting) return false;
+    try {
+        spawn(name, std::move(body));
+        return true;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+bool processIsExiting() noexcept { return registry().exiting; }
+
+}  // namespace vexim::LibraryThreads

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace vexim {
+
+/// The library's own threads and how they end with the process.
+///
+/// The first thread registers the process's one exit hook, after OpenSSL has registered its own, so that no thread is inside
+/// OpenSSL when that goes away. The hook wakes whoever waits for the main queue, interrupts the threads, and waits for them
+/// only briefly: one that is stuck in an application's code is left behind rather than holding up the exit.
+namespace LibraryThreads {
+
+/// Runs `body` on a detached thread called `name` that takes no signals. `interrupt` is called at exit, on the exiting thread;
+/// it must be quick and make `body` return soon. Nothing is started any more once the process is exiting.
+void start(const std::string& name, std::function<void()> body, std::function<void()> interrupt);
+
+/// The same for a thread that nobody can interrupt; exit does not wait for it. False when the system has no thread to give.
+bool startForgotten(const std::string& name, std::function<void()> body);
+
+bool processIsExiting() noexcept;
+
+}  // namespace LibraryThreads
+}  // namespace vexim

@@ -1,0 +1,100 @@
+#include "VexIMLib/internal/Platform/NetworkThread.h"
+
+#include <atomic>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Platform/LibraryThreads.h"
+#include "VexIMLib/internal/Platform/NetworkThreadAsio.h"
+
+namespace vexim {
+
+namespace asio = boost::asio;
+
+struct NetworkThread::Impl {
+    asio::io_context context{1};
+    asio::executor_work_guard<asio::io_context::executor_type> work{context.get_executor()};
+    std::atomic<std::thread::id> id;
+
+    Mutex mutex;
+    std::vector<Function> inbox VEXIM_GUARDED_BY(mutex);
+    std::vector<Function> batch;  // network thread only; keeps its capacity
+
+    void drain() {
+        {
+            const MutexLock lock(mutex);
+            batch.swap(inbox);
+        }
+        for (auto& function : batch) {
+            function();
+            function = nullptr;
+        }
+        batch.clear();
+    }
+};
+
+NetworkThread& NetworkThread::shared() {
+    static auto* const instance = new NetworkThread;
+    return *instance;
+}
+
+NetworkThread::NetworkThread() : impl_(std::make_unique<Impl>()) {
+    LibraryThreads::start(
+        "vexim-network",
+        [impl = impl_.get()] {
+            impl->id = std::this_thread::get_id();
+            impl->context.run();
+        },
+        [impl = impl_.get()] { impl->context.stop(); });
+}
+
+NetworkThread::~NetworkThread() = default;
+
+void NetworkThread::post(Function function) {
+    {
+        const MutexLock lock(impl_->mutex);
+        impl_->inbox.push_back(std::move(function));
+        if (impl_->inbox.size() > 1) return;  // whoever came first has called for the drain
+    }
+    asio::post(impl_->context, [impl = impl_.get()] { impl->drain(); });
+}
+
+bool NetworkThread::isCurrent() const noexcept { return impl_->id == std::this_thread::get_id(); }
+
+asio::io_context& NetworkThreadAsio::ioContext() { return NetworkThread::shared().impl_->context; }
+
+struct NetworkTimer::Impl {
+    asio::steady_timer timer{NetworkThreadAsio::ioContext()};
+    NetworkThread::Function function;  // empty: nothing is pending
+    std::uint64_t round = 0;           // tells a call that was already on its way from the one that is wanted
+};
+
+NetworkTimer::NetworkTimer() : impl_(std::make_shared<Impl>()) {}
+NetworkTimer::~NetworkTimer() { cancel(); }
+
+void NetworkTimer::start(std::chrono::nanoseconds delay, NetworkThread::Function function) {
+    const auto round = ++impl_->round;
+    impl_->function = std::move(function);
+    impl_->timer.expires_after(delay);
+    impl_->timer.async_wait([weak = std::weak_ptr(impl_), round](const boost::system::error_code&) {
+        const auto impl = weak.lock();
+        if (!impl || impl->round != round) return;
+        if (const auto due = std::exchange(impl->function, nullptr)) due();
+    });
+}
+
+void NetworkTimer::cancel() {
+    ++impl_->round;
+    impl_->function = nullptr;
+    impl_->timer.cancel();
+}
+
+bool NetworkTimer::isPending() const noexcept { return impl_->function != nullptr; }
+
+}  // namespace vexim

@@ -1,0 +1,91 @@
+#include "VexIMLib/internal/Platform/OperationQueue.h"
+
+#include <condition_variable>
+#include <utility>
+
+#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Platform/LibraryThreads.h"
+
+namespace vexim {
+
+struct OperationQueue::State {
+    explicit State(std::string threadName) : name(std::move(threadName)) {}
+    const std::string name;
+
+    Mutex mutex;
+    std::condition_variable_any arrived;
+    std::vector<Operation> pending VEXIM_GUARDED_BY(mutex);
+    bool threadRuns VEXIM_GUARDED_BY(mutex) = false;
+    bool threadWaits VEXIM_GUARDED_BY(mutex) = false;
+    bool closed VEXIM_GUARDED_BY(mutex) = false;   // no more operations will come
+    bool stopped VEXIM_GUARDED_BY(mutex) = false;  // the process exits: what is left is not run
+
+    void run();
+    void stop() {
+        const MutexLock lock(mutex);
+        stopped = true;
+        arrived.notify_one();
+    }
+    bool isStopped() {
+        const MutexLock lock(mutex);
+        return stopped;
+    }
+};
+
+namespace {
+thread_local const OperationQueue::State* currentQueue = nullptr;
+}
+
+void OperationQueue::State::run() {
+    currentQueue = this;
+    std::vector<Operation> batch;
+    for (;;) {
+        {
+            const MutexLock lock(mutex);
+            while (pending.empty() && !closed && !stopped) {
+                threadWaits = true;
+                arrived.wait(mutex);
+                threadWaits = false;
+            }
+            if (stopped || pending.empty()) return;
+            batch.swap(pending);
+        }
+        for (auto& operation : batch) {
+            if (isStopped()) return;
+            operation();
+            operation = nullptr;
+        }
+        batch.clear();
+    }
+}
+
+std::shared_ptr<OperationQueue> OperationQueue::create(std::string name) {
+    return std::shared_ptr<OperationQueue>(new OperationQueue(std::move(name)));
+}
+
+OperationQueue::OperationQueue(std::string name) : state_(std::make_shared<State>(std::move(name))) {}
+
+OperationQueue::~OperationQueue() {
+    const MutexLock lock(state_->mutex);
+    state_->closed = true;
+    state_->arrived.notify_one();
+}
+
+void OperationQueue::addOperation(Operation operation) {
+    bool startThread = false;
+    bool wake = false;
+    {
+        const MutexLock lock(state_->mutex);
+        state_->pending.push_back(std::move(operation));
+        startThread = !std::exchange(state_->threadRuns, true);
+        wake = state_->threadWaits;
+    }
+    if (wake) state_->arrived.notify_one();
+    if (startThread)
+        LibraryThreads::start(
+            state_->name, [state = state_] { state->run(); }, [state = state_] { state->stop(); });
+}
+
+bool OperationQueue::isCurrent() const noexcept { return currentQueue == state_.get(); }
+
+}  // namespace vexim
