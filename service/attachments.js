@@ -2,6 +2,7 @@
 
 import busboy from 'busboy';
 import { randomBytes } from 'node:crypto';
+import { once } from 'node:events';
 import { createWriteStream, mkdtempSync, rmSync } from 'node:fs';
 import { rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
@@ -39,8 +40,7 @@ export class Attachments {
   }
 
   clear() {
-    for (const name of this.#files.keys()) rmSync(join(this.#directory, name), { force: true });
-    this.#files.clear();
+    for (const name of this.#files.keys()) this.#remove(name);
   }
 
   /** Removes the directory and all in it. */
@@ -49,35 +49,42 @@ export class Attachments {
   }
 
   /** Ends as soon as it is clear how, also before the whole body is here. */
-  #save(request) {
+  async #save(request) {
     const form = openForm(request.headers, this.#limit);
-    return new Promise((resolve, reject) => {
-      let saved;
+    let saved;
+    const broken = new Promise((resolve, reject) => {
       form.on('file', (field, content, info) => {
         if (field !== 'attachment' || saved) return content.resume();
         saved = this.#store(content, info);
         saved.catch(reject);
       });
-      form.on('error', () => reject(new ServiceError('malformedBody', 'The multipart form is broken.')));
-      form.on('close', () => (saved ? saved.then(resolve, reject) : reject(new ServiceError('invalidValue', 'There is no file in the field "attachment".'))));
-      request.once('close', () => request.complete || form.destroy(new Error('The sender has gone.')));
-      request.pipe(form);
-    }).catch((error) => {
+      form.on('error', reject);
+    });
+    request.once('close', () => request.complete || form.destroy(new Error('The sender has gone.')));
+    request.pipe(form);
+    try {
+      await Promise.race([once(form, 'close'), broken]);
+      must(saved, 'invalidValue', 'There is no file in the field "attachment".');
+      return await saved;
+    } catch (error) {
       request.unpipe(form);
       request.resume(); // the answer must not be lost to a reset while the client still sends
-      throw error;
-    });
+      const file = await saved?.catch(() => undefined); // what it left is gone before the answer is out
+      if (file) this.#remove(file.name);
+      throw form.errored ? new ServiceError('malformedBody', 'The multipart form is broken.') : error;
+    }
   }
 
   async #store(content, { filename = '', mimeType }) {
     const name = randomBytes(16).toString('hex') + safeExtension(filename);
     const path = join(this.#directory, name);
+    const target = createWriteStream(path, { flags: 'wx' });
     try {
-      const target = createWriteStream(path, { flags: 'wx' });
       await pipeline(content, target);
       must(target.bytesWritten <= this.#limit, 'tooLarge'); // the parser stops at one byte more
       return this.#note(name, mimeType, target.bytesWritten);
     } catch (error) {
+      if (!target.closed) await new Promise((resolve) => target.once('close', resolve)); // it may still be about to make the file
       await rm(path, { force: true });
       throw error;
     }
@@ -94,6 +101,11 @@ export class Attachments {
     } catch {
       return undefined;
     }
+  }
+
+  #remove(name) {
+    this.#files.delete(name);
+    rmSync(join(this.#directory, name), { force: true });
   }
 
   #note(name, type, size) {
