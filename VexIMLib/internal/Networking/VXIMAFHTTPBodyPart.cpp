@@ -83,7 +83,9 @@ std::int64_t VXIMAFHTTPBodyPart::read(std::uint8_t* buffer, std::size_t maxLengt
     if (phase_ == Phase::Body) {
         // A read of no bytes at all could not be told from the end.
         if (total < maxLength && !add(inputStream()->read(buffer + total, maxLength - total))) return -1;
-        if (inputStream()->streamStatus() >= vexim::StreamStatus::AtEnd && !transitionToNextPhase()) return -1;
+        const auto status = inputStream()->streamStatus();
+        if (status == vexim::StreamStatus::Error) return -1;
+        if (status >= vexim::StreamStatus::AtEnd && !transitionToNextPhase()) return -1;
     }
     if (phase_ == Phase::FinalBoundary) {
         if (!add(readData(finalBoundary(), buffer + total, maxLength - total))) return -1;

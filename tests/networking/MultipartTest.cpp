@@ -1,0 +1,192 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
+#include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "networking/NetworkingTest.h"
+#include "support/Eventually.h"
+
+using vexim::Data;
+using vexim::Dictionary;
+using vexim::ErrorPtr;
+using vexim::InputStream;
+using vexim::URL;
+using vexim::Value;
+
+namespace {
+
+class MultipartTest : public NetworkingTest {
+protected:
+    std::shared_ptr<VXIMAFStreamingMultipartFormData> newForm() {
+        return VXIMAFStreamingMultipartFormData::formDataWithURLRequest(VXIMRequest::request(), vexim::StringEncoding::UTF8);
+    }
+
+    /// The whole body, read in pieces of `step` bytes.
+    static std::string readAll(InputStream& stream, std::size_t step) {
+        std::string bytes;
+        std::vector<std::uint8_t> buffer(step);
+        stream.open();
+        for (std::int64_t count = 0; (count = stream.read(buffer.data(), step)) > 0;) {
+            bytes.append(reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(count));
+        }
+        return bytes;
+    }
+
+    static std::shared_ptr<InputStream> copyOf(const VXIMAFMultipartBodyStream& stream) {
+        return std::static_pointer_cast<InputStream>(stream.copy());
+    }
+};
+
+TEST_F(MultipartTest, OneFileIsWrappedInItsBoundaries) {
+    const auto form = newForm();
+    ASSERT_TRUE(form->appendPartWithFileURL(URL::fileURLWithPath(makeFile("a picture.png", "PNG")), "attachment", nullptr));
+    const auto request = form->requestByFinalizingMultipartFormData();
+    const auto& token = form->boundary();
+    EXPECT_EQ(token.size(), 25u);
+    EXPECT_TRUE(token.starts_with("Boundary+"));
+    EXPECT_EQ(token.find_first_not_of("0123456789ABCDEF", 9), std::string::npos);
+
+    const auto body = readAll(*request->bodyStream(), 1 << 16);
+    EXPECT_EQ(body, "--" + token +
+                        "\r\nContent-Disposition: form-data; name=\"attachment\"; filename=\"a picture.png\"\r\n"
+                        "Content-Type: image/png\r\n\r\nPNG\r\n--" +
+                        token + "--\r\n");
+    EXPECT_EQ(request->headers().get("Content-Type"), Value("multipart/form-data; boundary=" + token));
+    EXPECT_EQ(request->headers().get("Content-Length"), Value(std::to_string(body.size())));
+    EXPECT_NE(newForm()->boundary(), token);
+}
+
+TEST_F(MultipartTest, EveryMixOfPartsReadsTheSameInPiecesOfAnySize) {
+    const auto contents = noise(40'000);
+    const auto path = makeFile("noise.unknown-type", contents);
+    const auto empty = makeFile("empty", "");
+    const auto form = newForm();
+    form->appendPartWithFormData(Data("7"), "id");
+    form->appendPartWithFileData(Data(contents), "data", "bytes.bin", "application/octet-stream");
+    ASSERT_TRUE(form->appendPartWithFileURL(URL::fileURLWithPath(path), "file", nullptr));
+    ASSERT_TRUE(form->appendPartWithFileURL(URL::fileURLWithPath(empty), "nothing", nullptr));
+    form->appendPartWithHeaders({{"X-One", "1"}, {"X-Two", "2"}}, Data());
+    form->appendPartWithFileData(Data("last"), "a\"b", "x\r\ny", "text/plain");
+    form->requestByFinalizingMultipartFormData();
+
+    const auto delimiter = "\r\n--" + form->boundary();
+    const auto expected = "--" + form->boundary() + "\r\nContent-Disposition: form-data; name=\"id\"\r\n\r\n7" + delimiter +
+                          "\r\nContent-Disposition: form-data; name=\"data\"; filename=\"bytes.bin\"\r\n"
+                          "Content-Type: application/octet-stream\r\n\r\n" +
+                          contents + delimiter +
+                          "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"noise.unknown-type\"\r\n"
+                          "Content-Type: application/octet-stream\r\n\r\n" +
+                          contents + delimiter +
+                          "\r\nContent-Disposition: form-data; name=\"nothing\"; filename=\"empty\"\r\n"
+                          "Content-Type: application/octet-stream\r\n\r\n" +
+                          delimiter + "\r\nX-One: 1\r\nX-Two: 2\r\n\r\n" + delimiter +
+                          "\r\nContent-Disposition: form-data; name=\"a%22b\"; filename=\"x%0D%0Ay\"\r\n"
+                          "Content-Type: text/plain\r\n\r\nlast" +
+                          delimiter + "--\r\n";
+    EXPECT_EQ(form->bodyStream()->contentLength(), expected.size());
+    for (const std::size_t step : {std::size_t{1}, std::size_t{7}, std::size_t{16'384}, expected.size() + 1}) {
+        EXPECT_TRUE(readAll(*copyOf(*form->bodyStream()), step) == expected) << "in pieces of " << step;
+    }
+}
+
+TEST_F(MultipartTest, APartFromAStreamIsReadOnceWithItsAnnouncedLength) {
+    const auto form = newForm();
+    form->appendPartWithInputStream(InputStream::withData(Data("stream")), "s", "s.txt", 6, "text/plain");
+    form->requestByFinalizingMultipartFormData();
+    const auto body = readAll(*form->bodyStream(), 1000);
+    EXPECT_EQ(body.size(), form->bodyStream()->contentLength());
+    EXPECT_NE(body.find("\r\n\r\nstream\r\n--"), std::string::npos);
+}
+
+TEST_F(MultipartTest, AnEmptyFormLeavesTheRequestAlone) {
+    const auto request = newForm()->requestByFinalizingMultipartFormData();
+    EXPECT_FALSE(request->bodyStream());
+    EXPECT_EQ(request->headers(), (Dictionary{{"Content-Type", "application/json"}}));
+}
+
+TEST_F(MultipartTest, RefusesWhatIsNoReachableFile) {
+    const auto form = newForm();
+    ErrorPtr error;
+    EXPECT_FALSE(form->appendPartWithFileURL(*URL::parse("https://a.example/x.png"), "f", &error));
+    EXPECT_EQ(describe(nullptr, error), "AFURLRequestSerializationErrorDomain -1000 \"Expected URL to be a file URL\"");
+    EXPECT_FALSE(form->appendPartWithFileURL(URL::fileURLWithPath((folder / "missing.png").string()), "f", &error));
+    EXPECT_EQ(describe(nullptr, error), "AFURLRequestSerializationErrorDomain -1000 \"File URL not reachable.\"");
+    EXPECT_TRUE(form->bodyStream()->isEmpty());
+}
+
+TEST_F(MultipartTest, AFileThatCannotBeReadShowsInTheStreamsError) {
+    for (const std::size_t step : {std::size_t{1}, std::size_t{1000}}) {
+        const auto path = makeFile("vanishing", "abc");
+        const auto form = newForm();
+        ASSERT_TRUE(form->appendPartWithFileURL(URL::fileURLWithPath(path), "f", nullptr));
+        form->requestByFinalizingMultipartFormData();
+        std::filesystem::remove(path);
+        EXPECT_EQ(readAll(*form->bodyStream(), step).find("--\r\n"), std::string::npos);
+        ASSERT_TRUE(form->bodyStream()->streamError()) << "in pieces of " << step;
+        EXPECT_TRUE(form->bodyStream()->streamError()->is(vexim::kCocoaErrorDomain, 260));
+    }
+}
+
+TEST_F(MultipartTest, ThrottlingBoundsEveryReadAndCopiesAreUnthrottled) {
+    const auto form = newForm();
+    form->appendPartWithFileData(Data(noise(50'000)), "f", "f", "x/y");
+    form->throttleBandwidthWithPacketSize(kVXIMAFUploadStream3GSuggestedPacketSize, 0.001);
+    form->requestByFinalizingMultipartFormData();
+    const auto& stream = form->bodyStream();
+    std::vector<std::uint8_t> buffer(100'000);
+    EXPECT_EQ(copyOf(*stream)->read(buffer.data(), 0), 0);
+    stream->open();
+    EXPECT_EQ(stream->read(buffer.data(), buffer.size()), 16'384);
+    const auto copy = copyOf(*stream);
+    copy->open();
+    EXPECT_EQ(copy->read(buffer.data(), buffer.size()), static_cast<std::int64_t>(stream->contentLength()));
+
+    stream->close();
+    EXPECT_EQ(stream->read(buffer.data(), buffer.size()), 0);
+    EXPECT_FALSE(stream->hasBytesAvailable());
+}
+
+TEST_F(MultipartTest, AReaderOnAnotherThreadMovesOnThroughTheMainThread) {
+    const auto contents = noise(100'000);
+    const auto form = newForm();
+    ASSERT_TRUE(form->appendPartWithFileURL(URL::fileURLWithPath(makeFile("f", contents)), "f", nullptr));
+    form->appendPartWithFormData(Data("x"), "y");
+    form->requestByFinalizingMultipartFormData();
+    std::string body;
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        body = readAll(*form->bodyStream(), 999);
+        done = true;
+        vexim::MainQueue::shared().async([] {});
+    });
+    EXPECT_TRUE(vexim::testing::eventually([&] { return done.load(); }));
+    reader.join();
+    EXPECT_EQ(body.size(), form->bodyStream()->contentLength());
+    EXPECT_NE(body.find(contents), std::string::npos);
+}
+
+TEST_F(MultipartTest, APauseOfThrottlingCanBeInterrupted) {
+    const auto form = newForm();
+    form->appendPartWithFormData(Data("x"), "y");
+    form->throttleBandwidthWithPacketSize(1, 3600);
+    form->requestByFinalizingMultipartFormData();
+    std::atomic<bool> done{false};
+    std::thread reader([&] {
+        readAll(*form->bodyStream(), 10);
+        done = true;
+        vexim::MainQueue::shared().async([] {});
+    });
+    form->bodyStream()->interrupt();
+    EXPECT_TRUE(vexim::testing::eventually([&] { return done.load(); }));
+    reader.join();
+}
+
+}  // namespace

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/VXIMCompletions.h"
+#include "support/ManualClock.h"
+#include "support/ScriptedServer.h"
+
+/// What a completion got, as one line: the result as JSON text, `bytes "…"`, or
+/// `domain code "description" temporary over domain code`.
+std::string describe(const vexim::Value& result, const vexim::ErrorPtr& error);
+
+/// A configuration that points at a server of the test, a clock that is turned by hand, and a folder for files.
+class NetworkingTest : public ::testing::Test {
+protected:
+    using Connection = vexim::testing::ScriptedServer::Connection;
+    using Operation = std::function<void(VXIMResultCompletion)>;
+
+    NetworkingTest();
+    ~NetworkingTest() override;
+
+    /// Requests go there from now on.
+    void serve(vexim::testing::ScriptedServer::Script script);
+    /// Answers everything so, and keeps what came.
+    void answerEverything(int status, std::string body, std::string headers = {});
+    void pointAt(const std::string& origin);
+
+    /// Runs `operation` to its end, turning the clock through its retries; answers what its completion got.
+    std::string outcomeOf(const Operation& operation);
+
+    std::vector<vexim::testing::WireRequest> requests() const;
+    std::string makeFile(const std::string& name, const std::string& contents) const;
+    static std::string contentsOf(const std::filesystem::path& path);
+
+    vexim::testing::ManualClock clock{1700000000};
+    std::unique_ptr<vexim::testing::ScriptedServer> server;
+    std::filesystem::path folder;
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<vexim::testing::WireRequest> requests_;
+};
+
+/// Bytes without a pattern, so that nothing shifted or swapped goes unnoticed; the same for the same size.
+std::string noise(std::size_t size);
