@@ -115,7 +115,8 @@ void MainQueue::async(Function function) {
 
 void MainQueue::after(std::chrono::nanoseconds delay, Function function) {
     if (!function) return;
-    const auto deadline = Clock::shared()->now() + delay;
+    const auto now = Clock::shared()->now();
+    const auto deadline = delay > Clock::TimePoint::max() - now ? Clock::TimePoint::max() : now + delay;
     bool earlier = false;
     {
         MutexLock lock(impl_->mutex);
@@ -211,7 +212,10 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
                 const auto now = SteadyClock::now();
                 if (now >= end) return false;
                 auto until = end;
-                if (!impl_->delayed.empty()) until = std::min(until, now + (impl_->delayed.top().deadline - clock->now()));
+                if (!impl_->delayed.empty()) {
+                    const auto wait = impl_->delayed.top().deadline - clock->now();
+                    if (wait < until - now) until = now + wait;
+                }
                 if (until == SteadyClock::time_point::max()) {
                     impl_->changed.wait(impl_->mutex);
                 } else {

@@ -33,7 +33,8 @@ using Ordered = std::map<std::uint64_t, RegistrationPtr>;
 struct ValueHash {
     std::size_t operator()(const Value& value) const noexcept {
         if (const auto text = value.asStringView()) return std::hash<std::string_view>()(*text);
-        return static_cast<std::size_t>(value.kind());  // ids are strings; anything else may share a bucket
+        if (value.kind() == Value::Kind::Integer) return std::hash<std::int64_t>()(value.integer());
+        return static_cast<std::size_t>(value.kind());  // ids are texts or integers; anything else may share a bucket
     }
 };
 

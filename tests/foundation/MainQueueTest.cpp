@@ -1,0 +1,218 @@
+#include "VexIMLib/Foundation/MainQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "support/Eventually.h"
+#include "support/ManualClock.h"
+
+using namespace vexim;
+using namespace std::chrono_literals;
+using vexim::testing::eventually;
+using vexim::testing::ManualClock;
+
+namespace {
+
+MainQueue& queue() { return MainQueue::shared(); }
+
+/// Each test begins and ends with an empty queue.
+class MainQueueTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(queue().drain(), 0u); }
+    void TearDown() override {
+        queue().setWake(nullptr);
+        EXPECT_EQ(clock.advanceAndDrain(24h), 0u);
+    }
+    void say(const char* word) {
+        queue().async([this, word] { said += word; });
+    }
+
+    ManualClock clock;
+    std::string said;
+};
+
+}  // namespace
+
+TEST_F(MainQueueTest, DrainRunsWhatWasThereAndNotWhatThatAdds) {
+    say("a");
+    queue().async([&] {
+        said += "b";
+        say("d");
+    });
+    say("c");
+    EXPECT_EQ(queue().drain(), 3u);
+    EXPECT_EQ(said, "abc");
+    EXPECT_EQ(queue().drain(), 1u);
+    EXPECT_EQ(said, "abcd");
+}
+
+TEST_F(MainQueueTest, DrainInsideAFunctionRunsTheRestOfTheLine) {
+    say("a");
+    queue().async([&] {
+        said += "(";
+        say("d");
+        queue().drain();
+        said += ")";
+        say("e");
+    });
+    say("b");
+    queue().drain();
+    EXPECT_EQ(said, "a(bd)");
+    queue().drain();
+    EXPECT_EQ(said, "a(bd)e");
+}
+
+TEST_F(MainQueueTest, AnExceptionLeavesTheRestAndTellsTheHost) {
+    int wakes = 0;
+    queue().setWake([&] { ++wakes; });
+    queue().async([] { throw std::runtime_error("the application's"); });
+    say("b");
+    EXPECT_EQ(wakes, 1) << "told once for both";
+    EXPECT_THROW(queue().drain(), std::runtime_error);
+    EXPECT_EQ(wakes, 2) << "there is more to run";
+    queue().drain();
+    EXPECT_EQ(said, "b");
+    queue().async([] { throw std::runtime_error("again"); });
+    EXPECT_THROW((void)eventually([] { return false; }), std::runtime_error);
+}
+
+TEST_F(MainQueueTest, DelayedFunctionsRunByDeadlineAndThenInTheOrderGiven) {
+    auto later = [&](std::chrono::nanoseconds delay, const char* word) { queue().after(delay, [this, word] { said += word; }); };
+    later(2s, "c");
+    later(1s, "a");
+    later(2s, "d");
+    later(1s, "b");
+    later(0s, "0");
+    EXPECT_EQ(queue().drain(), 1u);
+    EXPECT_EQ(queue().nextDeadline(), clock.now() + 1s);
+    clock.advanceAndDrain(1s - 1ns);
+    EXPECT_EQ(said, "0");
+    clock.advanceAndDrain(1ns);
+    EXPECT_EQ(said, "0ab");
+    clock.advanceAndDrain(1h);
+    EXPECT_EQ(said, "0abcd");
+    EXPECT_EQ(queue().nextDeadline(), std::nullopt);
+}
+
+TEST_F(MainQueueTest, WakesTheHostForAnEarlierDeadlineOnly) {
+    int wakes = 0;
+    queue().setWake([&] { ++wakes; });
+    queue().after(10s, [] {});
+    queue().after(20s, [] {});
+    EXPECT_EQ(wakes, 1);
+    queue().after(5s, [] {});
+    EXPECT_EQ(wakes, 2);
+    EXPECT_EQ(clock.advanceAndDrain(20s), 3u);
+}
+
+TEST_F(MainQueueTest, RunUntilEndsByPredicateQuitOrTime) {
+    say("a");
+    say("b");
+    EXPECT_TRUE(queue().runUntil([&] { return said == "a"; }, 10s));
+    EXPECT_EQ(said, "a") << "asked after every function";
+    EXPECT_FALSE(queue().runUntil([] { return false; }, 0s));
+    EXPECT_EQ(said, "ab") << "what is there runs even without time";
+    queue().async([&] { queue().quit(); });
+    queue().async([&] { said += "c"; });
+    EXPECT_FALSE(queue().runUntil([] { return false; }, std::chrono::nanoseconds::max()));
+    EXPECT_EQ(said, "ab");
+    queue().quit();  // nobody runs: forgotten
+    queue().async([&] { queue().quit(); });
+    queue().run();
+    EXPECT_EQ(said, "abc");
+}
+
+TEST_F(MainQueueTest, QuitEndsTheInnermostLoop) {
+    queue().async([&] {
+        queue().async([&] { queue().quit(); });
+        queue().run();
+        said += "inner ";
+    });
+    EXPECT_TRUE(queue().runUntil([&] { return said == "inner "; }, 10s));
+}
+
+TEST_F(MainQueueTest, AWaitingLoopHearsOfATurnedClock) {
+    std::atomic<bool> waiting{false};
+    bool ran = false;
+    queue().after(1h, [&] { ran = true; });
+    queue().async([&] { waiting = true; });
+    std::thread other([&] {
+        while (!waiting) std::this_thread::yield();
+        clock.advance(1h);
+    });
+    EXPECT_TRUE(eventually([&] { return ran; }));
+    other.join();
+}
+
+TEST_F(MainQueueTest, SyncRunsOnTheMainThreadAndBringsTheExceptionBack) {
+    EXPECT_TRUE(queue().sync([&] { said += "in place "; }));
+    EXPECT_EQ(said, "in place ");
+    std::atomic<bool> ended{false};
+    std::thread other([&] {
+        EXPECT_FALSE(queue().isMainThread());
+        EXPECT_TRUE(queue().sync([&] { said += queue().isMainThread() ? "main" : "other"; }));
+        EXPECT_THROW(queue().sync([] { throw std::runtime_error("x"); }), std::runtime_error);
+        ended = true;
+        queue().async([] {});
+    });
+    EXPECT_TRUE(eventually([&] { return ended.load(); }));
+    other.join();
+    queue().drain();
+    EXPECT_EQ(said, "in place main");
+}
+
+TEST_F(MainQueueTest, ManyThreadsPostAndEachKeepsItsOrder) {
+    constexpr int kThreads = 4, kEach = 2000;
+    std::vector<int> last(kThreads, -1);
+    int ran = 0;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kEach; ++i) {
+                queue().async([&, t, i] {
+                    EXPECT_EQ(std::exchange(last[static_cast<std::size_t>(t)], i), i - 1);
+                    ++ran;
+                });
+            }
+        });
+    }
+    EXPECT_TRUE(eventually([&] { return ran == kThreads * kEach; }));
+    for (auto& thread : threads) thread.join();
+}
+
+// A process of its own, because its queue ends for good.
+TEST(MainQueueDeathTest, SyncAnswersFalseOnceTheProcessExits) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            std::atomic<int> refused{0};
+            std::atomic<bool> begun{false};
+            std::thread waiting([&] {
+                begun = true;
+                if (!queue().sync([] { std::abort(); })) ++refused;
+            });
+            while (!begun) std::this_thread::yield();
+            detail::endMainQueue();
+            waiting.join();
+            std::thread late([&] { refused += !queue().sync([] { std::abort(); }); });
+            late.join();
+            queue().drain();  // what was given up does not run afterwards
+            std::_Exit(refused == 2 ? 7 : 1);
+        },
+        ::testing::ExitedWithCode(7), "");
+}
+
+TEST(MainQueueDeathTest, ADelayWithoutEndNeverComes) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            queue().after(std::chrono::nanoseconds::max(), [] { std::abort(); });
+            queue().drain();
+            std::_Exit(queue().nextDeadline() == Clock::TimePoint::max() ? 7 : 1);
+        },
+        ::testing::ExitedWithCode(7), "");
+}

@@ -1,0 +1,115 @@
+#include "VexIMLib/Foundation/Object.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/Exception.h"
+
+using namespace vexim;
+
+namespace {
+
+class Song final : public Object {
+public:
+    using Object::Object;
+    bool initialise(std::string title) {
+        title_ = std::move(title);
+        return !title_.empty();
+    }
+    Value valueForKey(std::string_view key) const override { return key == "title" ? Value(title_) : Value(); }
+    void setTitle(std::string title) {
+        willChangeValueForKey("title");
+        title_ = std::move(title);
+        didChangeValueForKey("title");
+    }
+
+private:
+    std::string title_;
+};
+
+}  // namespace
+
+TEST(Object, IsMadeOnlyWhenItsInitialiserAgrees) {
+    EXPECT_TRUE(create<Song>("a"));
+    EXPECT_EQ(create<Song>(""), nullptr);
+    EXPECT_THROW(create<Song>("a")->copy(), Exception);
+}
+
+TEST(KeyValueObserving, TellsObserversOfTheKeyInOrderWithTheNewValue) {
+    auto song = create<Song>("a");
+    auto observer = std::make_shared<int>();
+    std::string heard;
+    for (const char* name : {"1", "2", "3"}) {
+        song->addObserver(observer, "title", [&heard, name](Object&, const KeyValueChange& change) {
+            heard += name + change.key + change.newValue.description() + " ";
+        });
+    }
+    song->addObserver(observer, "artist", [&](Object&, const KeyValueChange&) { heard += "artist "; });
+    song->setTitle("b");
+    EXPECT_EQ(heard, "1titleb 2titleb 3titleb ");
+    heard.clear();
+    song->removeObserver(observer.get(), "title");
+    song->setTitle("c");
+    song->didChangeValueForKey("artist");
+    EXPECT_EQ(heard, "artist ");
+}
+
+TEST(KeyValueObserving, ForgetsAnObserverThatIsGone) {
+    auto song = create<Song>("a");
+    int calls = 0;
+    auto observer = std::make_shared<int>();
+    song->addObserver(observer, "title", [&](Object&, const KeyValueChange&) { ++calls; });
+    observer.reset();
+    song->setTitle("b");
+    EXPECT_EQ(calls, 0);
+}
+
+TEST(KeyValueObserving, HonoursWhatHappensInsideAHandler) {
+    auto song = create<Song>("a");
+    auto first = std::make_shared<int>();
+    auto second = std::make_shared<int>();
+    std::string heard;
+    song->addObserver(first, "title", [&](Object& object, const KeyValueChange&) {
+        heard += "1";
+        object.removeObserver(second.get(), "title");
+        object.addObserver(first, "title", [&](Object&, const KeyValueChange&) { heard += "new"; });
+        song.reset();  // the last reference but the one that the call keeps
+    });
+    song->addObserver(second, "title", [&](Object&, const KeyValueChange&) { heard += "2"; });
+    song->setTitle("b");
+    EXPECT_EQ(heard, "1") << "removed: not called; added: not called yet";
+    EXPECT_EQ(song, nullptr);
+}
+
+TEST(KeyValueObserving, WorksFromSeveralThreads) {
+    auto song = create<Song>("a");
+    std::atomic<int> calls{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) {
+                auto observer = std::make_shared<int>();
+                song->addObserver(observer, "title", [&](Object&, const KeyValueChange&) { ++calls; });
+                song->didChangeValueForKey("title");
+                song->removeObserver(observer.get(), "title");
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_GE(calls, 800) << "each thread's own at least";
+    const int before = calls;
+    song->didChangeValueForKey("title");
+    EXPECT_EQ(calls, before);
+}
+
+TEST(Error, DescribesItself) {
+    EXPECT_EQ(Error::withDescription("d", 7, "It failed.")->localizedDescription(), "It failed.");
+    EXPECT_EQ(Error::make("d", 7)->localizedDescription(), "The operation couldn’t be completed. (d error 7.)");
+    EXPECT_EQ(Error::make("d", 7, "the service's text")->userInfo(), "the service's text");
+    EXPECT_TRUE(Error::make("d", 7, "not a dictionary")->info("key").isNil());
+    const auto inner = Error::make("inner", 1);
+    EXPECT_EQ(Error::make("outer", 2, Dictionary{{kUnderlyingErrorKey, inner}})->underlyingError(), inner);
+}
