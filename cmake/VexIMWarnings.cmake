@@ -5,6 +5,8 @@ target_compile_options(vexim_warnings INTERFACE
   -Wformat=2 -Wimplicit-fallthrough -Wundef -Werror
   $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
 # GCC's sanitizer builds report false "maybe uninitialised" and "dangling pointer" findings inside inlined library code.
-target_compile_options(vexim_warnings INTERFACE
-  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${VEXIM_SANITIZE}>>:-Wno-maybe-uninitialized>
-  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${VEXIM_SANITIZE}>>:-Wno-stringop-overflow>)
+if(VEXIM_SANITIZE)
+  target_compile_options(vexim_warnings INTERFACE
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)
+endif()
