@@ -1,7 +1,7 @@
 // Every error that the service answers: its name, its "errorCode", the HTTP status over REST and the default text.
 // A failed login carries the same codes in its "login" event.
 
-const table = {
+export const table = {
   malformedBody: [1001, 400, 'The body is no JSON object or array.'],
   invalidValue: [1002, 400, 'A value is missing or of the wrong kind.'],
   tooLarge: [1003, 413, 'The body is too large.'],

@@ -13,7 +13,7 @@ import { rooms } from './rooms.js';
 import { system } from './system.js';
 import { users } from './users.js';
 
-const resources = [users, friends, groups, rooms, passengers, system];
+export const resources = [users, friends, groups, rooms, passengers, system];
 
 /** The Express router of all REST paths. `service` is what the resources share: store, live, views, attachments. */
 export function rest(service, { app, maxSignatureAge, bodyLimit }) {
