@@ -99,7 +99,7 @@ TEST_F(Messaging, RaisesAsThePlatformDoes) {
 
 TEST_F(Messaging, CarriesStructuresThatAreLargerThanItsOwnBuffer) {
     const auto signature = adder->methodSignatureForSelector("mirror:");
-    Invocation invocation(*signature, *adder, "mirror:");
+    Invocation invocation(signature, *adder, "mirror:");
     Rectangle rectangle{1, 2, 3, 4, 5, 6, 7, 8};
     invocation.setArgument(&rectangle, 2);
     invocation.invoke();
@@ -109,7 +109,7 @@ TEST_F(Messaging, CarriesStructuresThatAreLargerThanItsOwnBuffer) {
 
 TEST_F(Messaging, RefusesAnInvocationOfOtherTypesThanTheMethods) {
     const auto other = MethodSignature::signatureWithObjCTypes("@@:c");
-    Invocation invocation(*other, *adder, "echo:");
+    Invocation invocation(other, *adder, "echo:");
     EXPECT_NE(raised([&] { invocation.invoke(); }), "nothing");
     char c = 0;
     for (const std::size_t index : {0u, 1u, 3u}) {

@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
@@ -9,7 +10,19 @@
 namespace vexim {
 
 namespace {
+
 constexpr std::size_t kFirstOwnArgument = 2;  // after the receiver and the selector
+
+const MethodSignature& demand(const std::shared_ptr<const MethodSignature>& signature) {
+    if (!signature) throw Exception(kInvalidArgumentException, "an invocation needs a method signature");
+    return *signature;
+}
+
+}  // namespace
+
+Invocation::Invocation(std::shared_ptr<const MethodSignature> signature, Object& target, Selector selector)
+    : Invocation(demand(signature), target, selector) {
+    heldSignature_ = std::move(signature);
 }
 
 Invocation::Invocation(const MethodSignature& signature, Object& target, Selector selector)

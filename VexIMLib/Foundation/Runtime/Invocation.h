@@ -15,13 +15,15 @@ class Object;
 /// One message as a thing: receiver, selector, arguments and, once it was invoked, the result. Made for the stack: ordinary
 /// accessors need no memory beside it. Arguments and result are all zero (nil) at first.
 ///
-///     Invocation invocation(*user->methodSignatureForSelector("sessionCount"), *user, "sessionCount");
+///     Invocation invocation(user->methodSignatureForSelector("sessionCount"), *user, "sessionCount");
 ///     invocation.invoke();
 ///     std::int64_t count;
 ///     invocation.getReturnValue(&count);
 class VEXIM_EXPORT Invocation {
 public:
-    /// `signature` and `target` must outlive the invocation.
+    /// `target` must outlive the invocation. A nullptr signature raises NSInvalidArgumentException.
+    Invocation(std::shared_ptr<const MethodSignature> signature, Object& target, Selector selector);
+    /// For a signature that is kept elsewhere: it must outlive the invocation as well.
     Invocation(const MethodSignature& signature, Object& target, Selector selector);
     Invocation(const Invocation&) = delete;
     Invocation& operator=(const Invocation&) = delete;
@@ -50,6 +52,7 @@ private:
     void copyIn(const MethodSignature::Slot& slot, const void* from);
     void copyOut(const MethodSignature::Slot& slot, void* to) const;
 
+    std::shared_ptr<const MethodSignature> heldSignature_;
     const MethodSignature& signature_;
     Object& target_;
     Selector selector_;
