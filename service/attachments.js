@@ -96,7 +96,10 @@ export class Attachments {
     const name = `${randomBytes(16).toString('hex')}.png`;
     try {
       const picture = sharp(join(this.#directory, file.name), { limitInputPixels: largestPicture });
-      const { size } = await picture.resize(thumbnailEdge, thumbnailEdge, { fit: 'inside', withoutEnlargement: true }).png().toFile(join(this.#directory, name));
+      const { size } = await picture
+        .resize(thumbnailEdge, thumbnailEdge, { fit: 'inside', withoutEnlargement: true })
+        .png()
+        .toFile(join(this.#directory, name));
       return this.#note(name, 'image/png', size);
     } catch {
       return undefined;

@@ -120,7 +120,11 @@ export class Live {
     try {
       const { message, conversation, readers } = address(this.#store, sender, payload);
       if (conversation) this.#store.remember(conversation, message);
-      this.send(readers.filter((id) => id !== sender.id), 'message', message);
+      this.send(
+        readers.filter((id) => id !== sender.id),
+        'message',
+        message,
+      );
       this.send([sender.id], 'yourself', message);
     } catch (error) {
       if (!(error instanceof ServiceError)) throw error;

@@ -38,5 +38,6 @@ function credentialCheck({ username, phone, password, oauth }) {
   const same = (given, kept) => typeof given === 'string' && given === kept;
   if (username !== undefined) return (user) => same(username, user.username) && same(password, user.password);
   if (phone !== undefined) return (user) => same(phone, user.phone) && same(password, user.smsCode);
-  return (user) => isObject(oauth) && user.oauth !== undefined && Object.entries(user.oauth).every(([key, value]) => isDeepStrictEqual(oauth[key], value));
+  return (user) =>
+    isObject(oauth) && user.oauth !== undefined && Object.entries(user.oauth).every(([key, value]) => isDeepStrictEqual(oauth[key], value));
 }

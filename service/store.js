@@ -117,7 +117,10 @@ export class Store {
   /** At most `limit` messages with a "ts" below `before`, the newest first. */
   latest(where, before = Infinity, limit = 1) {
     const messages = this.#conversations.get(where) ?? [];
-    return messages.filter((message) => message.ts < before).slice(-limit).reverse();
+    return messages
+      .filter((message) => message.ts < before)
+      .slice(-limit)
+      .reverse();
   }
 
   forget(where) {

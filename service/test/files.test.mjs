@@ -76,7 +76,8 @@ describe('attachments', { timeout: 60_000 }, () => {
 
   test('an upload that breaks off leaves no file', async () => {
     const files = kept();
-    const headers = { 'X-VX-AppId': 'demo-app', 'X-VX-Request-Sign': sign('demo-key'), 'Content-Type': 'multipart/form-data; boundary=b', 'Content-Length': 100_000 };
+    const signed = { 'X-VX-AppId': 'demo-app', 'X-VX-Request-Sign': sign('demo-key') };
+    const headers = { ...signed, 'Content-Type': 'multipart/form-data; boundary=b', 'Content-Length': 100_000 };
     const upload = request(`${service.url}/attachment`, { method: 'POST', headers });
     upload.on('error', () => {});
     upload.write(cutForm);
