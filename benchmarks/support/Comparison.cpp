@@ -1,0 +1,75 @@
+#include "support/Comparison.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <iostream>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace vexim::bench {
+
+namespace {
+
+struct Comparison {
+    std::string name;
+    double limit;
+};
+
+std::vector<Comparison>& comparisons() {
+    static std::vector<Comparison> all;
+    return all;
+}
+
+/// Keeps the best repetition of each: what else the machine does can only add to it.
+class Table final : public benchmark::BenchmarkReporter {
+public:
+    bool ReportContext(const Context&) override { return true; }
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const auto& run : runs) {
+            if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
+            const double nanos = run.cpu_accumulated_time / static_cast<double>(run.iterations) * 1e9;
+            auto [best, isFirst] = best_.emplace(run.run_name.function_name, nanos);
+            if (!isFirst) best->second = std::min(best->second, nanos);
+        }
+    }
+    void Finalize() override {
+        for (const auto& [name, limit] : comparisons()) {
+            const auto ours = best_.find(name + "/ours");
+            const auto peer = best_.find(name + "/peer");
+            if (ours == best_.end() || peer == best_.end()) continue;
+            const double ratio = ours->second / peer->second;
+            std::printf("%-44s %12.1f ns %12.1f ns   ratio %5.2f   limit %5.2f   %s\n", name.c_str(), ours->second, peer->second,
+                        ratio, limit, ratio <= limit ? "ok" : "MISSED");
+        }
+    }
+
+private:
+    std::map<std::string, double> best_;
+};
+
+}  // namespace
+
+bool compare(const std::string& name, Body ours, Body peer, double limit) {
+    benchmark::RegisterBenchmark((name + "/ours").c_str(), ours);
+    benchmark::RegisterBenchmark((name + "/peer").c_str(), peer);
+    comparisons().push_back({name, limit});
+    return true;
+}
+
+}  // namespace vexim::bench
+
+int main(int argc, char** argv) {
+    // The two sides take turns, several times, so that both meet the same machine.
+    std::vector<std::string> defaults = {argv[0], "--benchmark_repetitions=7", "--benchmark_enable_random_interleaving=true",
+                                         "--benchmark_min_time=0.1"};
+    std::vector<char*> arguments;
+    for (auto& each : defaults) arguments.push_back(each.data());
+    arguments.insert(arguments.end(), argv + 1, argv + argc);  // given ones win
+    int count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 1;
+    vexim::bench::Table table;
+    benchmark::RunSpecifiedBenchmarks(&table);
+    return 0;
+}
