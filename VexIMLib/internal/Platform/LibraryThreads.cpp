@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/ThreadSafety.h"
 
@@ -89,27 +90,32 @@ private:
     sigset_t before_;
 };
 
-void spawn(const std::string& name, std::function<void()> body) {
+bool spawn(const std::string& name, std::function<void()> body) {
     const SignalsBlocked blocked;  // a new thread inherits the mask
-    std::thread thread([name = name.substr(0, 15), body = std::move(body)]() mutable {
-        ::pthread_setname_np(::pthread_self(), name.c_str());
-        body();
-        body = nullptr;
-    });
-    thread.detach();
+    try {
+        std::thread([name = name.substr(0, 15), body = std::move(body)]() mutable {
+            ::pthread_setname_np(::pthread_self(), name.c_str());
+            body();
+            body = nullptr;
+        }).detach();
+        return true;
+    } catch (const std::system_error& failure) {
+        log(LogLevel::Error, std::string("No thread for ") + name + ": " + failure.what());
+        return false;
+    }
 }
 
 }  // namespace
 
-void start(const std::string& name, std::function<void()> body, std::function<void()> interrupt) {
+bool start(const std::string& name, std::function<void()> body, std::function<void()> interrupt) {
     Registry& shared = registry();
     std::list<Running>::iterator entry;
     {
         const MutexLock lock(shared.mutex);
-        if (shared.exiting) return;
+        if (shared.exiting) return false;
         entry = shared.running.insert(shared.running.end(), Running{{}, std::move(interrupt)});
     }
-    spawn(name, [&shared, entry, body = std::move(body)]() mutable {
+    const bool spawned = spawn(name, [&shared, entry, body = std::move(body)]() mutable {
         {
             const MutexLock lock(shared.mutex);
             entry->id = std::this_thread::get_id();
@@ -120,16 +126,15 @@ void start(const std::string& name, std::function<void()> body, std::function<vo
         shared.running.erase(entry);
         shared.ended.notify_all();
     });
+    if (!spawned) {
+        const MutexLock lock(shared.mutex);
+        shared.running.erase(entry);
+    }
+    return spawned;
 }
 
 bool startForgotten(const std::string& name, std::function<void()> body) {
-    if (registry().exiting) return false;
-    try {
-        spawn(name, std::move(body));
-        return true;
-    } catch (const std::system_error&) {
-        return false;
-    }
+    return !registry().exiting && spawn(name, std::move(body));
 }
 
 bool processIsExiting() noexcept { return registry().exiting; }

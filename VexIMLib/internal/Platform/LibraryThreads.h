@@ -13,10 +13,11 @@ namespace vexim {
 namespace LibraryThreads {
 
 /// Runs `body` on a detached thread called `name` that takes no signals. `interrupt` is called at exit, on the exiting thread;
-/// it must be quick and make `body` return soon. Nothing is started any more once the process is exiting.
-void start(const std::string& name, std::function<void()> body, std::function<void()> interrupt);
+/// it must be quick and make `body` return soon. False when nothing was started: the process is exiting, or the system has no
+/// thread to give.
+bool start(const std::string& name, std::function<void()> body, std::function<void()> interrupt);
 
-/// The same for a thread that nobody can interrupt; exit does not wait for it. False when the system has no thread to give.
+/// The same for a thread that nobody can interrupt; exit does not wait for it. False as above.
 bool startForgotten(const std::string& name, std::function<void()> body);
 
 bool processIsExiting() noexcept;

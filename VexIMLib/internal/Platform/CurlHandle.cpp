@@ -1,0 +1,90 @@
+#include "VexIMLib/internal/Platform/CurlHandle.h"
+
+#include <algorithm>
+#include <new>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/internal/Platform/CurlMulti.h"
+#include "VexIMLib/internal/Platform/NetworkThreadAsio.h"
+#include "VexIMLib/internal/Platform/URLSession.h"
+
+namespace vexim {
+namespace {
+
+constexpr std::size_t kMostSpares = 64;
+
+std::vector<std::unique_ptr<CurlHandle>>& spares() {
+    static auto* const handles = new std::vector<std::unique_ptr<CurlHandle>>;  // never destroyed, like the network thread
+    return *handles;
+}
+
+bool sameAuthorities(const URLSessionConfiguration& a, const URLSessionConfiguration& b) {
+    return &a == &b ||
+           (a.certificateAuthorityPEM == b.certificateAuthorityPEM && a.certificateAuthorityFile == b.certificateAuthorityFile);
+}
+
+}  // namespace
+
+CurlMulti& CurlHandle::multi() {
+    static auto* const multi = new CurlMulti(NetworkThreadAsio::ioContext());
+    return *multi;
+}
+
+CurlMulti& CurlHandle::multiForUploads() {
+    static auto* const multi = new CurlMulti(NetworkThreadAsio::ioContext());
+    return *multi;
+}
+
+std::unique_ptr<CurlHandle> CurlHandle::take(std::shared_ptr<const URLSessionConfiguration> configuration) {
+    auto& handles = spares();
+    const auto found = std::find_if(handles.rbegin(), handles.rend(),
+                                    [&](const auto& handle) { return sameAuthorities(*handle->configuration_, *configuration); });
+    if (found != handles.rend()) {
+        std::swap(*found, handles.back());
+        auto handle = std::move(handles.back());
+        handles.pop_back();
+        handle->errorText_[0] = '\0';
+        return handle;
+    }
+    CURL* const easy = curl_easy_init();
+    if (!easy) throw std::bad_alloc();
+    return std::make_unique<CurlHandle>(easy, std::move(configuration));
+}
+
+void CurlHandle::giveBack(std::unique_ptr<CurlHandle> handle) {
+    if (spares().size() < kMostSpares) spares().push_back(std::move(handle));
+}
+
+CurlHandle::CurlHandle(CURL* easy, std::shared_ptr<const URLSessionConfiguration> configuration)
+    : easy_(easy),
+      configuration_(std::move(configuration)) {
+    curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, errorText_);
+    curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
+    curl_easy_setopt(easy_, CURLOPT_PATH_AS_IS, 1L);  // ids stand in paths as they are, also "."
+    curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // a name lookup that hangs is left behind
+    curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+    curl_easy_setopt(easy_, CURLOPT_PIPEWAIT, 1L);  // better a share of an HTTP/2 connection that is opening than one's own
+    curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
+    if (const auto& pem = configuration_->certificateAuthorityPEM; !pem.empty()) {
+        curl_blob blob{const_cast<char*>(pem.data()), pem.size(), CURL_BLOB_NOCOPY};  // the configuration outlives the handle
+        curl_easy_setopt(easy_, CURLOPT_CAINFO_BLOB, &blob);
+        curl_easy_setopt(easy_, CURLOPT_CAINFO, nullptr);
+        curl_easy_setopt(easy_, CURLOPT_CAPATH, nullptr);
+    } else if (const auto& file = configuration_->certificateAuthorityFile; !file.empty()) {
+        curl_easy_setopt(easy_, CURLOPT_CAINFO, file.c_str());
+        curl_easy_setopt(easy_, CURLOPT_CAPATH, nullptr);
+    }
+}
+
+CurlHandle::~CurlHandle() { curl_easy_cleanup(easy_); }
+
+std::string_view CurlHandle::errorText(CURLcode result) const {
+    return errorText_[0] ? std::string_view(errorText_) : std::string_view(curl_easy_strerror(result));
+}
+
+}  // namespace vexim

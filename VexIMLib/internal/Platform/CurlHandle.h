@@ -1,0 +1,41 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <string_view>
+
+namespace vexim {
+
+class CurlMulti;
+struct URLSessionConfiguration;
+
+/// An easy handle with everything set that no request changes. Handles are kept and used again: making and setting one up costs
+/// as much as a short transfer. Network thread only.
+class CurlHandle {
+public:
+    /// A spare one with these certificate authorities, or a new one.
+    static std::unique_ptr<CurlHandle> take(std::shared_ptr<const URLSessionConfiguration> configuration);
+    /// Not part of a multi any more.
+    static void giveBack(std::unique_ptr<CurlHandle> handle);
+
+    /// The connections for short exchanges and downloads, HTTP/2 where TLS offers it, and those for long uploads, HTTP/1.1.
+    static CurlMulti& multi();
+    static CurlMulti& multiForUploads();
+
+    CurlHandle(CURL* easy, std::shared_ptr<const URLSessionConfiguration> configuration);
+    CurlHandle(const CurlHandle&) = delete;
+    CurlHandle& operator=(const CurlHandle&) = delete;
+    ~CurlHandle();
+
+    CURL* easy() const noexcept { return easy_; }
+    /// What libcurl said about the failure of the last transfer.
+    std::string_view errorText(CURLcode result) const;
+
+private:
+    CURL* const easy_;
+    const std::shared_ptr<const URLSessionConfiguration> configuration_;
+    char errorText_[CURL_ERROR_SIZE] = {};
+};
+
+}  // namespace vexim

@@ -1,0 +1,149 @@
+#include "VexIMLib/internal/Platform/CurlMulti.h"
+
+#include <unistd.h>
+
+#include <boost/asio/post.hpp>
+
+namespace vexim {
+
+namespace asio = boost::asio;
+
+struct CurlMulti::Socket {
+    Socket(asio::io_context& context, curl_socket_t socket) : descriptor(context, socket) {}
+    asio::posix::stream_descriptor descriptor;
+    bool wantsRead = false;
+    bool wantsWrite = false;
+    bool readWaits = false;  // a wait is on its way; it stays when libcurl loses interest, for an idle connection's next request
+    bool writeWaits = false;
+    bool closed = false;
+};
+
+CurlMulti::CurlMulti(asio::io_context& context) : context_(context), multi_(curl_multi_init()), timer_(context) {
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &CurlMulti::onSocket);
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &CurlMulti::onTimer);
+    curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
+    // Left alone, libcurl keeps four idle connections for each running transfer and closes the rest after every burst.
+    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, 64L);
+    curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, 64L);
+}
+
+void CurlMulti::prepare(CURL* easy) {
+    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &CurlMulti::onCloseSocket);
+    curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
+}
+
+void CurlMulti::add(CURL* easy) { curl_multi_add_handle(multi_, easy); }
+
+void CurlMulti::remove(CURL* easy) { curl_multi_remove_handle(multi_, easy); }
+
+int CurlMulti::onSocket(CURL*, curl_socket_t socket, int what, void* self, void*) {
+    static_cast<CurlMulti*>(self)->watch(socket, what);
+    return 0;
+}
+
+int CurlMulti::onTimer(CURLM*, long timeoutMillis, void* self) {
+    static_cast<CurlMulti*>(self)->scheduleTimeout(std::chrono::milliseconds(timeoutMillis));
+    return 0;
+}
+
+int CurlMulti::onCloseSocket(void* self, curl_socket_t socket) {
+    auto& sockets = static_cast<CurlMulti*>(self)->sockets_;
+    if (const auto found = sockets.find(socket); found != sockets.end()) {
+        // The loop must forget the number before the system gives it to another connection.
+        found->second->closed = true;
+        found->second->descriptor.release();
+        sockets.erase(found);
+    }
+    return ::close(socket);
+}
+
+void CurlMulti::watch(curl_socket_t socket, int what) {
+    auto found = sockets_.find(socket);
+    if (found == sockets_.end()) {
+        if (what == CURL_POLL_REMOVE) return;
+        found = sockets_.emplace(socket, std::make_shared<Socket>(context_, socket)).first;
+    }
+    Socket& watched = *found->second;
+    watched.wantsRead = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
+    watched.wantsWrite = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
+    wait(found->second);
+}
+
+void CurlMulti::wait(const std::shared_ptr<Socket>& socket) {
+    if (socket->wantsRead && !socket->readWaits) {
+        socket->readWaits = true;
+        socket->descriptor.async_wait(asio::posix::descriptor_base::wait_read,
+                                      [this, socket](const boost::system::error_code& error) {
+                                          socket->readWaits = false;
+                                          if (socket->closed || !socket->wantsRead) return;
+                                          act(socket->descriptor.native_handle(), error ? CURL_CSELECT_ERR : CURL_CSELECT_IN);
+                                          if (!socket->closed) wait(socket);
+                                      });
+    }
+    if (socket->wantsWrite && !socket->writeWaits) {
+        socket->writeWaits = true;
+        socket->descriptor.async_wait(asio::posix::descriptor_base::wait_write,
+                                      [this, socket](const boost::system::error_code& error) {
+                                          socket->writeWaits = false;
+                                          if (socket->closed || !socket->wantsWrite) return;
+                                          act(socket->descriptor.native_handle(), error ? CURL_CSELECT_ERR : CURL_CSELECT_OUT);
+                                          if (!socket->closed) wait(socket);
+                                      });
+    }
+}
+
+void CurlMulti::scheduleTimeout(std::chrono::milliseconds timeout) {
+    if (timeout.count() < 0) {
+        deadline_ = Clock::time_point::max();
+    } else if (timeout.count() == 0) {
+        kickSoon();
+    } else {
+        deadline_ = Clock::now() + timeout;
+        if (deadline_ < armedFor_) armTimer();
+    }
+}
+
+void CurlMulti::armTimer() {
+    armedFor_ = deadline_;
+    timer_.expires_at(armedFor_);
+    timer_.async_wait([this](const boost::system::error_code& error) {
+        if (error) return;  // armed again for an earlier moment
+        armedFor_ = Clock::time_point::max();
+        if (deadline_ == Clock::time_point::max()) return;
+        if (deadline_ > Clock::now()) return armTimer();
+        deadline_ = Clock::time_point::max();
+        act(CURL_SOCKET_TIMEOUT, 0);
+    });
+}
+
+void CurlMulti::kickSoon() {
+    // libcurl calls from inside itself here, so it cannot be called at once.
+    if (kickPosted_) return;
+    kickPosted_ = true;
+    asio::post(context_, [this] {
+        kickPosted_ = false;
+        act(CURL_SOCKET_TIMEOUT, 0);
+    });
+}
+
+void CurlMulti::act(curl_socket_t socket, int events) {
+    int running = 0;
+    curl_multi_socket_action(multi_, socket, events, &running);
+    reportEnded();
+}
+
+void CurlMulti::reportEnded() {
+    int left = 0;
+    while (const CURLMsg* message = curl_multi_info_read(multi_, &left)) {
+        if (message->msg != CURLMSG_DONE) continue;
+        CURL* const easy = message->easy_handle;
+        const CURLcode result = message->data.result;
+        char* exchange = nullptr;
+        curl_easy_getinfo(easy, CURLINFO_PRIVATE, &exchange);
+        curl_multi_remove_handle(multi_, easy);
+        if (exchange) static_cast<Exchange*>(static_cast<void*>(exchange))->transferEnded(result);
+    }
+}
+
+}  // namespace vexim

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <chrono>
+#include <memory>
+#include <unordered_map>
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/posix/stream_descriptor.hpp>
+#include <boost/asio/steady_timer.hpp>
+
+namespace vexim {
+
+/// libcurl's multi interface on an asio loop, driven by its socket and timer callbacks. One pool of connections.
+/// Everything happens on the loop's thread. Never destroyed while the loop lives: cleaning up could wait for a name lookup.
+class CurlMulti {
+public:
+    /// What stands behind an easy handle, as its CURLOPT_PRIVATE.
+    class Exchange {
+    public:
+        /// The transfer is over; the handle is no longer part of the multi. May add and remove handles.
+        virtual void transferEnded(CURLcode result) = 0;
+
+    protected:
+        ~Exchange() = default;
+    };
+
+    explicit CurlMulti(boost::asio::io_context& context);
+    CurlMulti(const CurlMulti&) = delete;
+    CurlMulti& operator=(const CurlMulti&) = delete;
+
+    /// Sets, on a fresh easy handle, what this class needs there.
+    void prepare(CURL* easy);
+    /// Starts the transfer that the handle describes.
+    void add(CURL* easy);
+    /// Takes a handle out, cutting its transfer off if it runs. Not from inside one of libcurl's callbacks.
+    void remove(CURL* easy);
+
+private:
+    using Clock = std::chrono::steady_clock;
+    struct Socket;
+
+    static int onSocket(CURL* easy, curl_socket_t socket, int what, void* self, void* watched);
+    static int onTimer(CURLM* multi, long timeoutMillis, void* self);
+    static int onCloseSocket(void* self, curl_socket_t socket);
+
+    void watch(curl_socket_t socket, int what);
+    void wait(const std::shared_ptr<Socket>& socket);
+    void scheduleTimeout(std::chrono::milliseconds timeout);
+    void armTimer();
+    void kickSoon();
+    void act(curl_socket_t socket, int events);
+    void reportEnded();
+
+    boost::asio::io_context& context_;
+    CURLM* const multi_;
+    std::unordered_map<curl_socket_t, std::shared_ptr<Socket>> sockets_;
+
+    // Re-arming a timer at each of libcurl's many requests would cost more than the rest of a short transfer. So the timer stands
+    // where it stood unless it would fire too late, and a zero timeout is a post.
+    boost::asio::steady_timer timer_;
+    Clock::time_point deadline_ = Clock::time_point::max();  // when libcurl wants to be called
+    Clock::time_point armedFor_ = Clock::time_point::max();  // when the timer will fire
+    bool kickPosted_ = false;
+};
+
+}  // namespace vexim

@@ -1,0 +1,345 @@
+#include "VexIMLib/internal/Platform/HTTPExchange.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <charconv>
+#include <utility>
+
+#include "VexIMLib/internal/Platform/BodyReader.h"
+#include "VexIMLib/internal/Platform/CurlHandle.h"
+#include "VexIMLib/internal/Platform/CurlMulti.h"
+#include "VexIMLib/internal/Platform/URLErrors.h"
+#include "VexIMLib/internal/Platform/URLSession.h"
+
+namespace vexim {
+namespace {
+
+constexpr std::size_t kMostHeadBytes = 512 * 1024;
+/// What fits into the first flow-control window of HTTP/2. libcurl 7.88 spins when a peer answers a longer upload without reading
+/// it, so those take HTTP/1.1.
+constexpr std::size_t kMostHTTP2BodyBytes = 32 * 1024;
+
+std::optional<std::int64_t> parseLength(std::string_view text) {
+    std::int64_t length = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), length);
+    if (failure != std::errc{} || end != text.data() + text.size() || text.empty() || text[0] == '-') return std::nullopt;
+    return length;
+}
+
+std::string_view trimmed(std::string_view text) {
+    const auto first = text.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+bool isLoopback(const std::string& host) {
+    return host == "localhost" || host.starts_with("127.") || host == "::1" || host.ends_with(".localhost");
+}
+
+/// Fields that describe the framing, which is libcurl's to write.
+bool isFraming(std::string_view name) {
+    return sameHeaderName(name, "Content-Length") || sameHeaderName(name, "Transfer-Encoding") || sameHeaderName(name, "Expect");
+}
+
+}  // namespace
+
+std::optional<std::uint64_t> announcedBodyLength(const URLRequest& request) {
+    if (!request.body.empty() || !request.bodyStream) return request.body.size();
+    const std::string* const header = request.headers.find("Content-Length");
+    const auto length = header ? parseLength(trimmed(*header)) : std::nullopt;
+    if (!length) return std::nullopt;
+    return static_cast<std::uint64_t>(*length);
+}
+
+std::optional<std::int64_t> statedContentLength(const HTTPHeaderFields& headers) {
+    if (!headers.contains("Content-Length") || headers.contains("Transfer-Encoding")) return -1;
+    std::optional<std::int64_t> stated;
+    const std::string joined = *headers.value("Content-Length");
+    for (std::string_view rest = joined;;) {
+        const auto comma = std::min(rest.find(','), rest.size());
+        const auto length = parseLength(trimmed(rest.substr(0, comma)));
+        if (!length || (stated && *stated != *length)) return std::nullopt;
+        stated = length;
+        if (comma == rest.size()) return stated;
+        rest.remove_prefix(comma + 1);
+    }
+}
+
+class HTTPExchange::Impl final : public CurlMulti::Exchange {
+public:
+    Impl(Handler& handler, std::shared_ptr<const URLRequest> request, std::shared_ptr<const URLSessionConfiguration> configuration);
+    ~Impl();
+
+    void transferEnded(CURLcode result) override;
+    void resumeReceiving();
+    std::int64_t bytesMoved() const;
+    bool waitsForUs() const { return receivingPaused_ || (sendingPaused_ && reader_ && reader_->isAwaited()); }
+
+private:
+    CURL* easy() const { return handle_->easy(); }
+    void describeRequest();
+    void describeHeaders();
+    void describeBody();
+    void setCallbacks();
+
+    static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
+    static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
+    static std::size_t onRead(char* buffer, std::size_t size, std::size_t count, void* self);
+    static int onSeek(void* self, curl_off_t offset, int origin);
+
+    bool receiveHeader(std::string_view line);
+    bool finishHead();
+    std::size_t giveBody(char* buffer, std::size_t most);
+    void resumeSending();
+    void unpause();
+    void reportSent();
+    ErrorPtr describeFailure(CURLcode result) const;
+
+    Handler& handler_;
+    const std::shared_ptr<const URLRequest> request_;
+    CurlMulti& multi_;
+    std::unique_ptr<CurlHandle> handle_;
+    curl_slist* headerList_ = nullptr;
+    std::unique_ptr<BodyReader> reader_;
+    bool running_ = false;
+
+    HTTPHeaderFields fields_;
+    bool headEnded_ = false;
+    std::size_t headBytes_ = 0;
+    std::int64_t bodyBytes_ = 0;
+    std::int64_t reportedSent_ = 0;
+    bool hasBody_ = false;
+    bool receivingPaused_ = false;
+    bool sendingPaused_ = false;
+    ErrorPtr failure_;  // found by a callback that then stopped the transfer
+};
+
+namespace {
+
+bool isLongUpload(const URLRequest& request) {
+    return request.body.size() > kMostHTTP2BodyBytes || (request.body.empty() && request.bodyStream);
+}
+
+}  // namespace
+
+HTTPExchange::Impl::Impl(Handler& handler, std::shared_ptr<const URLRequest> request,
+                         std::shared_ptr<const URLSessionConfiguration> configuration)
+    : handler_(handler),
+      request_(std::move(request)),
+      // Two pools, because libcurl would put a request that wants HTTP/1.1 onto an idle HTTP/2 connection.
+      multi_(isLongUpload(*request_) ? CurlHandle::multiForUploads() : CurlHandle::multi()),
+      handle_(CurlHandle::take(std::move(configuration))) {
+    describeRequest();
+    describeHeaders();
+    describeBody();
+    setCallbacks();
+    running_ = true;
+    multi_.add(easy());
+}
+
+HTTPExchange::Impl::~Impl() {
+    if (running_) multi_.remove(easy());
+    curl_slist_free_all(headerList_);
+    CurlHandle::giveBack(std::move(handle_));
+}
+
+void HTTPExchange::Impl::describeRequest() {
+    multi_.prepare(easy());
+    curl_easy_setopt(easy(), CURLOPT_URL, request_->url->absoluteString().c_str());
+    // A proxy named in the environment cannot reach this machine's own servers as this machine sees them.
+    curl_easy_setopt(easy(), CURLOPT_PROXY, isLoopback(request_->url->host()) ? "" : nullptr);
+    curl_easy_setopt(easy(), CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_->timeout.count()));
+    const bool decodes = request_->acceptsCompression && !request_->headers.contains("Accept-Encoding");
+    curl_easy_setopt(easy(), CURLOPT_ACCEPT_ENCODING, decodes ? "gzip, deflate, br" : nullptr);
+}
+
+void HTTPExchange::Impl::describeHeaders() {
+    std::string line;
+    for (const auto& [name, value] : request_->headers) {
+        if (!isHeaderName(name) || !isHeaderValue(value) || isFraming(name)) continue;
+        line.assign(name).append(value.empty() ? ";" : ": ").append(value);  // libcurl writes an empty field for "Name;"
+        headerList_ = curl_slist_append(headerList_, line.c_str());
+    }
+    headerList_ = curl_slist_append(headerList_, "Expect:");  // a round trip that few servers answer well
+    if (!request_->headers.contains("Content-Type")) headerList_ = curl_slist_append(headerList_, "Content-Type:");
+    curl_easy_setopt(easy(), CURLOPT_HTTPHEADER, headerList_);
+}
+
+void HTTPExchange::Impl::describeBody() {
+    const std::string& method = request_->method;
+    const auto length = announcedBodyLength(*request_);
+    const bool streamed = request_->body.empty() && request_->bodyStream;
+    hasBody_ = streamed || !request_->body.empty();
+
+    curl_easy_setopt(easy(), CURLOPT_UPLOAD, 0L);
+    curl_easy_setopt(easy(), CURLOPT_HTTPGET, 1L);
+    curl_easy_setopt(easy(), CURLOPT_CUSTOMREQUEST, method.c_str());
+    if (streamed) {
+        curl_easy_setopt(easy(), CURLOPT_UPLOAD, 1L);
+        curl_easy_setopt(easy(), CURLOPT_INFILESIZE_LARGE, length ? static_cast<curl_off_t>(*length) : curl_off_t{-1});
+        curl_easy_setopt(easy(), CURLOPT_UPLOAD_BUFFERSIZE, 256L * 1024);
+        reader_ = std::make_unique<BodyReader>(request_->bodyStream, length, [this] { resumeSending(); });
+    } else if (hasBody_ || method == "POST" || method == "PUT" || method == "PATCH") {
+        curl_easy_setopt(easy(), CURLOPT_POST, 1L);
+        curl_easy_setopt(easy(), CURLOPT_POSTFIELDS, hasBody_ ? request_->body.view().data() : "");
+        curl_easy_setopt(easy(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_->body.size()));
+    } else if (method == "HEAD") {
+        curl_easy_setopt(easy(), CURLOPT_NOBODY, 1L);
+    }
+    // A connection that the peer has closed meanwhile costs a second try, which a stream cannot make: take a fresh one.
+    curl_easy_setopt(easy(), CURLOPT_FRESH_CONNECT, streamed ? 1L : 0L);
+    curl_easy_setopt(easy(), CURLOPT_HTTP_VERSION,
+                     static_cast<long>(isLongUpload(*request_) ? CURL_HTTP_VERSION_1_1 : CURL_HTTP_VERSION_2TLS));
+    // A streamed answer comes in long runs; a short one should not pay for a long buffer.
+    curl_easy_setopt(easy(), CURLOPT_BUFFERSIZE, request_->acceptsCompression ? 16L * 1024 : 256L * 1024);
+}
+
+void HTTPExchange::Impl::setCallbacks() {
+    curl_easy_setopt(easy(), CURLOPT_PRIVATE, static_cast<CurlMulti::Exchange*>(this));
+    curl_easy_setopt(easy(), CURLOPT_HEADERFUNCTION, &Impl::onHeader);
+    curl_easy_setopt(easy(), CURLOPT_HEADERDATA, this);
+    curl_easy_setopt(easy(), CURLOPT_WRITEFUNCTION, &Impl::onBody);
+    curl_easy_setopt(easy(), CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(easy(), CURLOPT_READFUNCTION, &Impl::onRead);
+    curl_easy_setopt(easy(), CURLOPT_READDATA, this);
+    curl_easy_setopt(easy(), CURLOPT_SEEKFUNCTION, &Impl::onSeek);
+    curl_easy_setopt(easy(), CURLOPT_SEEKDATA, this);
+}
+
+std::size_t HTTPExchange::Impl::onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
+    const std::size_t length = size * count;
+    return static_cast<Impl*>(self)->receiveHeader({bytes, length}) ? length : 0;
+}
+
+bool HTTPExchange::Impl::receiveHeader(std::string_view line) {
+    headBytes_ += line.size();
+    if (headBytes_ > kMostHeadBytes) {
+        failure_ = makeURLError(URLErrorCannotParseResponse, request_->url, "the head of the answer is too long");
+        return false;
+    }
+    if (headEnded_) return true;  // a trailer
+    const std::string_view text = trimmed(line);
+    if (text.empty()) return finishHead();
+    if (line.starts_with("HTTP/")) {
+        fields_.clear();  // also drops what an interim answer said
+        return true;
+    }
+    const auto colon = text.find(':');
+    if (colon == std::string_view::npos || colon == 0) return true;
+    fields_.add(std::string(text.substr(0, colon)), std::string(trimmed(text.substr(colon + 1))));
+    return true;
+}
+
+bool HTTPExchange::Impl::finishHead() {
+    long status = 0;
+    curl_easy_getinfo(easy(), CURLINFO_RESPONSE_CODE, &status);
+    if (status < 200) return true;
+    headEnded_ = true;
+    const auto length = statedContentLength(fields_);
+    if (!length) {
+        failure_ = makeURLError(URLErrorCannotParseResponse, request_->url, "the answer's lengths contradict each other");
+        return false;
+    }
+    reportSent();
+    const std::string* const encoding = fields_.find("Content-Encoding");
+    const bool encoded = encoding && !sameHeaderName(*encoding, "identity");
+    auto head = std::make_shared<HTTPURLResponse>(
+        HTTPURLResponse{*request_->url, static_cast<int>(status), std::move(fields_), encoded ? -1 : *length});
+    return handler_.exchangeReceivedHead(std::move(head)) != Flow::Abort;
+}
+
+std::size_t HTTPExchange::Impl::onBody(char* bytes, std::size_t size, std::size_t count, void* self) {
+    auto& impl = *static_cast<Impl*>(self);
+    const std::size_t length = size * count;
+    switch (impl.handler_.exchangeReceivedBody({bytes, length})) {
+        case Flow::Go: break;
+        case Flow::Pause: impl.receivingPaused_ = true; return CURL_WRITEFUNC_PAUSE;
+        case Flow::Abort: return length == 0 ? 1 : 0;
+    }
+    impl.bodyBytes_ += static_cast<std::int64_t>(length);
+    return length;
+}
+
+std::size_t HTTPExchange::Impl::onRead(char* buffer, std::size_t size, std::size_t count, void* self) {
+    return static_cast<Impl*>(self)->giveBody(buffer, size * count);
+}
+
+std::size_t HTTPExchange::Impl::giveBody(char* buffer, std::size_t most) {
+    if (!reader_) return 0;
+    reportSent();
+    const auto taken = reader_->take(buffer, most);
+    if (taken.count > 0) return taken.count;
+    if (taken.error) {
+        failure_ = taken.error;
+        return CURL_READFUNC_ABORT;
+    }
+    if (taken.atEnd) return 0;
+    sendingPaused_ = true;
+    return CURL_READFUNC_PAUSE;
+}
+
+int HTTPExchange::Impl::onSeek(void* self, curl_off_t, int) {
+    // libcurl wants to send the body again. One in memory it rewinds by itself; a stream goes once.
+    auto& impl = *static_cast<Impl*>(self);
+    impl.failure_ = makeURLError(URLErrorRequestBodyStreamExhausted, impl.request_->url);
+    return CURL_SEEKFUNC_FAIL;
+}
+
+void HTTPExchange::Impl::resumeSending() {
+    if (running_ && std::exchange(sendingPaused_, false)) unpause();
+}
+
+void HTTPExchange::Impl::resumeReceiving() {
+    if (running_ && std::exchange(receivingPaused_, false)) unpause();
+}
+
+void HTTPExchange::Impl::unpause() {
+    const int stillPaused = (receivingPaused_ ? CURLPAUSE_RECV : 0) | (sendingPaused_ ? CURLPAUSE_SEND : 0);
+    const CURLcode result = curl_easy_pause(easy(), stillPaused);
+    if (result == CURLE_OK) return;
+    // It has handed over bytes that it had kept, and they were refused; nobody else reports that.
+    multi_.remove(easy());
+    transferEnded(result);
+}
+
+std::int64_t HTTPExchange::Impl::bytesMoved() const {
+    curl_off_t sent = 0;
+    if (hasBody_) curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
+    return static_cast<std::int64_t>(headBytes_) + bodyBytes_ + sent;
+}
+
+void HTTPExchange::Impl::reportSent() {
+    if (!hasBody_) return;
+    curl_off_t sent = 0;
+    curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
+    if (sent <= reportedSent_) return;
+    reportedSent_ = sent;
+    handler_.exchangeSentBody(sent);
+}
+
+ErrorPtr HTTPExchange::Impl::describeFailure(CURLcode result) const {
+    if (failure_) return failure_;
+    long verifyResult = 0;
+    curl_easy_getinfo(easy(), CURLINFO_SSL_VERIFYRESULT, &verifyResult);
+    return makeURLError(urlErrorCodeForTransferResult(result, verifyResult), request_->url, handle_->errorText(result));
+}
+
+void HTTPExchange::Impl::transferEnded(CURLcode result) {
+    running_ = false;
+    reportSent();
+    ErrorPtr error = result == CURLE_OK && !failure_ ? nullptr : describeFailure(result);
+    if (!error && !headEnded_) error = makeURLError(URLErrorCannotParseResponse, request_->url);
+    handler_.exchangeEnded(std::move(error));  // may destroy this
+}
+
+HTTPExchange::HTTPExchange(Handler& handler, std::shared_ptr<const URLRequest> request,
+                           std::shared_ptr<const URLSessionConfiguration> configuration)
+    : impl_(std::make_unique<Impl>(handler, std::move(request), std::move(configuration))) {}
+
+HTTPExchange::~HTTPExchange() = default;
+void HTTPExchange::resumeReceiving() { impl_->resumeReceiving(); }
+std::int64_t HTTPExchange::bytesMoved() const { return impl_->bytesMoved(); }
+bool HTTPExchange::waitsForUs() const { return impl_->waitsForUs(); }
+
+}  // namespace vexim
