@@ -15,7 +15,7 @@
 namespace vexim {
 namespace {
 
-constexpr std::size_t kMostHeadBytes = 512 * 1024;
+constexpr std::size_t kMostHeadBytes = 256 * 1024;  // libcurl's own limit ends as a lost connection
 /// What fits into the first flow-control window of HTTP/2. libcurl 7.88 spins when a peer answers a longer upload without reading
 /// it, so those take HTTP/1.1.
 constexpr std::size_t kMostHTTP2BodyBytes = 32 * 1024;
@@ -320,6 +320,10 @@ void HTTPExchange::Impl::reportSent() {
 
 ErrorPtr HTTPExchange::Impl::describeFailure(CURLcode result) const {
     if (failure_) return failure_;
+    if (result == CURLE_OUT_OF_MEMORY && headBytes_ > 0 && !headEnded_) {
+        // libcurl's word for a line of the head that is longer than it keeps.
+        return makeURLError(URLErrorCannotParseResponse, request_->url, "a field of the answer is too long");
+    }
     long verifyResult = 0;
     curl_easy_getinfo(easy(), CURLINFO_SSL_VERIFYRESULT, &verifyResult);
     return makeURLError(urlErrorCodeForTransferResult(result, verifyResult), request_->url, handle_->errorText(result));
@@ -329,7 +333,8 @@ void HTTPExchange::Impl::transferEnded(CURLcode result) {
     running_ = false;
     reportSent();
     ErrorPtr error = result == CURLE_OK && !failure_ ? nullptr : describeFailure(result);
-    if (!error && !headEnded_) error = makeURLError(URLErrorCannotParseResponse, request_->url);
+    // libcurl is content with a head that breaks off.
+    if (!error && !headEnded_) error = makeURLError(URLErrorNetworkConnectionLost, request_->url, "no whole head came");
     handler_.exchangeEnded(std::move(error));  // may destroy this
 }
 

@@ -299,8 +299,7 @@ void URLLoad::end(ErrorPtr error) {
     if (phase_ == Phase::Ended) return;
     phase_ = Phase::Ended;
     LoadRunner::shared().remove(this);
-    if (!error) flushData();
-    data_.clear();
+    flushData();  // what came before a failure is delivered; who cancelled hears nothing of it
     emit(LoadEvent::End{std::move(error)});
     client_ = nullptr;
     redirection_.reset();

@@ -1,0 +1,354 @@
+// What a session does when peers behave.
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <thread>
+
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/internal/Platform/URLLoad.h"
+#include "platform/Gzip.h"
+#include "platform/SessionProbe.h"
+#include "support/ScriptedServer.h"
+
+namespace vexim::testing {
+namespace {
+
+using State = URLSessionTaskState;
+
+/// A well-kept server library on a free port.
+class HTTPServer {
+public:
+    explicit HTTPServer(const std::function<void(httplib::Server&)>& setUp) {
+        setUp(server_);
+        server_.set_keep_alive_max_count(1);  // else `stop` waits for idle connections
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
+        while (!server_.is_running()) std::this_thread::yield();
+    }
+    ~HTTPServer() {
+        server_.stop();
+        thread_.join();
+    }
+    std::string url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
+
+private:
+    httplib::Server server_;
+    int port_ = 0;
+    std::thread thread_;
+};
+
+TEST(URLSession, TellsATasksStoryInOrder) {
+    HTTPServer server([](httplib::Server& http) {
+        http.Post("/echo", [](const httplib::Request& request, httplib::Response& response) {
+            response.status = 201;
+            response.set_content(request.body + "/" + request.get_header_value("X-Key"), "application/octet-stream");
+        });
+    });
+    const auto probe = SessionProbe::make();
+    auto request = SessionProbe::request(server.url("/echo"));
+    request.method = "POST";
+    request.body = Data("hello");
+    request.headers.set("X-Key", "42");
+    const auto task = probe->session->dataTaskWithRequest(request);
+    std::vector<int> states;
+    task->addObserver(task, "state", [&](Object&, const KeyValueChange& change) { states.push_back(change.newValue.intValue()); });
+    EXPECT_EQ(task->state(), State::Suspended);
+
+    const auto story = probe->run(task);
+    EXPECT_EQ(story.calls, "srde") << story.detail();
+    EXPECT_EQ(story.status, 201);
+    EXPECT_EQ(story.body, "hello/42");
+    EXPECT_EQ(story.sent, 5);
+    EXPECT_EQ(task->countOfBytesReceived(), 8);
+    EXPECT_EQ(task->countOfBytesExpectedToReceive(), 8);
+    EXPECT_EQ(task->countOfBytesExpectedToSend(), 5);
+    EXPECT_EQ(states, (std::vector{0, 3}));
+    EXPECT_EQ(task->error(), nullptr);
+    EXPECT_EQ(task->response()->headers.value("content-type"), "application/octet-stream");
+}
+
+TEST(URLSession, SendsWhatTheRequestSaysAndNothingElse) {
+    std::vector<WireRequest> seen;
+    ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
+        seen.push_back(request);
+        return ScriptedServer::text(200, "ok", "Set-Cookie: a=b\r\nCache-Control: max-age=60\r\n");
+    }));
+    const auto probe = SessionProbe::make();
+    auto request = SessionProbe::request(server.url("/ctx/../u%2Fv?q=a&b"));
+    request.headers.set("X-First", "1");
+    request.headers.set("x-FIRST", "2");  // the same field, spelled anew
+    request.headers.set("X-Empty", "");
+    request.headers.set("X-Smuggled", "a\r\nX-Evil: 1");
+    request.headers.set("Bad Name", "x");
+    request.headers.set("Content-Length", "99");
+    for (const char* method : {"GET", "DELETE", "POST", "PUT", "HEAD"}) {
+        request.method = method;
+        EXPECT_EQ(probe->load(request).status, 200) << method;
+    }
+    ASSERT_EQ(seen.size(), 5u);
+    EXPECT_EQ(server.connectionCount(), 1) << "connections are used again";
+    EXPECT_EQ(seen[0].target, "/ctx/../u%2Fv?q=a&b") << "paths are sent as they stand";
+    for (const auto& wire : seen) {
+        EXPECT_NE(wire.head.find("x-FIRST: 2\r\nX-Empty:\r\n"), std::string::npos) << wire.head;
+        for (const char* absent : {"Evil", "Bad Name", "X-First", "Cookie", "If-", "Expect", "Content-Type", "User-Agent", "99"}) {
+            EXPECT_EQ(wire.head.find(absent), std::string::npos) << absent << " in " << wire.head;
+        }
+        const bool announcesBody = wire.method == "POST" || wire.method == "PUT";
+        EXPECT_EQ(wire.header("Content-Length"), announcesBody ? "0" : "") << wire.method;
+        EXPECT_NE(wire.header("Accept-Encoding").find("gzip"), std::string::npos);
+    }
+
+    request.acceptsCompression = false;
+    probe->load(request);
+    EXPECT_EQ(seen.back().header("Accept-Encoding"), "");
+}
+
+TEST(URLSession, DecodesCompressedAnswersUnlessAskedNotTo) {
+    const std::string gzip = gzipped("hello hello hello");
+    ScriptedServer server(ScriptedServer::answering(
+        [&](const WireRequest&) { return ScriptedServer::text(200, gzip, "Content-Encoding: gzip\r\n"); }));
+    const auto probe = SessionProbe::make();
+    const auto task = probe->task(server.url());
+    const auto story = probe->run(task);
+    EXPECT_EQ(story.body, "hello hello hello") << story.detail();
+    EXPECT_EQ(task->countOfBytesExpectedToReceive(), -1);
+
+    auto raw = SessionProbe::request(server.url());
+    raw.acceptsCompression = false;
+    EXPECT_EQ(probe->load(raw).body, gzip);
+}
+
+TEST(URLSession, LetsTheDelegateDecideAboutRedirections) {
+    struct Case {
+        const char* why;
+        int status;
+        const char* method;
+        const char* expected;  // method and body of the second request
+    };
+    const Case cases[] = {
+        {"303 is answered elsewhere", 303, "POST", "GET "},
+        {"302 turns a POST into a GET, as everyone does", 302, "POST", "GET "},
+        {"302 leaves other methods", 302, "PUT", "PUT body"},
+        {"307 keeps method and body", 307, "POST", "POST body"},
+        {"308 too", 308, "POST", "POST body"},
+    };
+    for (const auto& each : cases) {
+        ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
+            if (request.target == "/b?x=1") return ScriptedServer::text(200, request.method + " " + request.body);
+            return ScriptedServer::text(each.status, "gone", "Location: ../b?x=1\r\n");
+        }));
+        const auto probe = SessionProbe::make();
+        auto request = SessionProbe::request(server.url("/dir/a"));
+        request.method = each.method;
+        request.body = Data("body");
+        const auto task = probe->session->dataTaskWithRequest(request);
+        const auto story = probe->run(task);
+        EXPECT_EQ(story.body, each.expected) << each.why << story.detail();
+        EXPECT_EQ(story.calls.find('h'), 1u) << story.calls;
+        EXPECT_EQ(task->originalRequest()->url->path(), "/dir/a");
+        EXPECT_EQ(task->currentRequest()->url->path(), "/b");
+    }
+}
+
+TEST(URLSession, TakesARefusedRedirectionAsTheAnswer) {
+    for (const std::size_t length : {std::size_t{4}, std::size_t{3'000'000}}) {  // held back whole, and asked about in the middle
+        ScriptedServer server(ScriptedServer::answering(
+            [&](const WireRequest&) { return ScriptedServer::text(302, std::string(length, 'x'), "Location: /b\r\n"); }));
+        const auto probe = SessionProbe::make();
+        probe->onRedirection = [](auto&, auto&, auto handler) { handler(std::nullopt); };
+        const auto refused = probe->load(server.url());
+        EXPECT_EQ(refused.status, 302) << refused.detail();
+        EXPECT_EQ(refused.body.size(), length);
+
+        probe->onRedirection = [](auto&, auto&, auto) {};  // dropped without an answer
+        EXPECT_EQ(probe->load(server.url()).body.size(), length);
+    }
+}
+
+TEST(URLSession, GivesUpAfterTwentyHops) {
+    std::atomic<int> requests{0};
+    ScriptedServer server(ScriptedServer::answering([&](const WireRequest&) {
+        ++requests;
+        return ScriptedServer::text(302, "", "Location: /again\r\n");
+    }));
+    const auto probe = SessionProbe::make();
+    EXPECT_EQ(probe->load(server.url()).code(), URLErrorHTTPTooManyRedirects);
+    EXPECT_EQ(requests, 21);
+}
+
+TEST(URLSession, DropsCredentialsOnTheWayToAnotherOrigin) {
+    const HTTPURLResponse response{*URL::parse("https://a.example/"), 307, {{"Location", "https://b.example/x"}}};
+    URLRequest request;
+    request.url = response.url;
+    request.headers = {{"Authorization", "secret"}, {"X-Key", "1"}};
+    const auto next = redirectedRequest(request, response);
+    ASSERT_TRUE(next);
+    EXPECT_EQ(next->headers, (HTTPHeaderFields{{"X-Key", "1"}}));
+    EXPECT_FALSE(redirectedRequest(request, {*request.url, 304, {{"Location", "/x"}}}));
+    EXPECT_FALSE(redirectedRequest(request, {*request.url, 302, {}}));
+}
+
+TEST(URLSession, WaitsForTheDelegateToAllowAResponse) {
+    ScriptedServer server(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "body"); }));
+    const auto probe = SessionProbe::make();
+    std::function<void(URLSessionResponseDisposition)> kept;
+    std::mutex mutex;
+    probe->onResponse = [&](auto&, auto handler) {
+        const std::lock_guard lock(mutex);
+        kept = handler;
+    };
+    const auto later = probe->task(server.url());
+    later->resume();
+    ASSERT_TRUE(probe->waitUntil(later, [](const TaskStory& story) { return story.status == 200; }));
+    probe->load("nonsense://x");  // another task's story passes by on the same queue
+    EXPECT_EQ(probe->story(later).calls, "r");
+    {
+        const std::lock_guard lock(mutex);
+        std::exchange(kept, nullptr)(URLSessionResponseDisposition::Allow);
+    }
+    EXPECT_EQ(probe->waitForEnd(later).body, "body");
+
+    const auto cancelled = probe->task(server.url());
+    cancelled->resume();
+    ASSERT_TRUE(probe->waitUntil(cancelled, [](const TaskStory& story) { return story.status == 200; }));
+    cancelled->cancel();  // with the question still open
+    EXPECT_EQ(probe->waitForEnd(cancelled).code(), URLErrorCancelled);
+
+    probe->onResponse = [](auto&, auto handler) { handler(URLSessionResponseDisposition::Cancel); };
+    EXPECT_EQ(probe->load(server.url()).code(), URLErrorCancelled);
+    probe->onResponse = [](auto&, auto) {};
+    const auto dropped = probe->load(server.url());
+    EXPECT_EQ(dropped.code(), URLErrorCancelled);
+    EXPECT_EQ(dropped.calls, "re");
+}
+
+TEST(URLSession, BoundsAnswersHeldInMemory) {
+    const std::string body(300'000, 'x');
+    ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
+        if (request.target == "/chunked")
+            return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n493e0\r\n" + body + "\r\n0\r\n\r\n";
+        return ScriptedServer::text(200, body);
+    }));
+    URLSessionConfiguration configuration;
+    configuration.maximumAnswerBytes = 100'000;
+    const auto probe = SessionProbe::make(configuration);
+    for (const char* path : {"/announced", "/chunked"}) {
+        const auto story = probe->load(server.url(path));
+        EXPECT_EQ(story.code(), URLErrorDataLengthExceedsMaximum) << path;
+        EXPECT_LE(story.body.size(), 100'000u);
+
+        probe->onResponse = [](auto& task, auto handler) {
+            task->setAnswerIsStreamed(true);
+            handler(URLSessionResponseDisposition::Allow);
+        };
+        auto streamed = SessionProbe::request(server.url(path));
+        streamed.acceptsCompression = false;
+        EXPECT_EQ(probe->load(streamed).body, body) << path;
+        probe->onResponse = nullptr;
+    }
+}
+
+TEST(URLSession, PausesADownloadWhoseConsumerLags) {
+    constexpr std::size_t kTotal = 64 << 20;
+    std::atomic<std::size_t> written{0};
+    ScriptedServer server([&](ScriptedServer::Connection& connection) {
+        connection.readRequest();
+        connection.write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kTotal) + "\r\n\r\n");
+        const std::string piece(1 << 20, 'x');
+        while (written < kTotal && connection.write(piece)) written += piece.size();
+    });
+    const auto probe = SessionProbe::make();
+    std::mutex gate;
+    gate.lock();
+    std::atomic<std::size_t> largestLead{0};
+    std::atomic<std::size_t> consumed{0};
+    probe->onData = [&](auto&, const Data& data) {
+        const std::lock_guard wait(gate);
+        largestLead = std::max<std::size_t>(largestLead, written - consumed);
+        consumed += data.size();
+    };
+    auto request = SessionProbe::request(server.url());
+    request.acceptsCompression = false;
+    request.timeout = std::chrono::milliseconds(300);  // the pause is ours, so it may last
+    const auto task = probe->session->dataTaskWithRequest(request);
+    task->setAnswerIsStreamed(true);
+    task->resume();
+    ScriptedServer quick(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
+    const auto otherProbe = SessionProbe::make();
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(otherProbe->load(quick.url()).status, 200) << "the network thread goes on";
+    gate.unlock();
+    EXPECT_EQ(probe->waitForEnd(task).body.size(), kTotal) << probe->story(task).detail();
+    // One MiB on our side, the rest is what the system's socket buffers hold.
+    EXPECT_LT(largestLead, std::size_t{24} << 20);
+}
+
+TEST(URLSession, EndsACancelledTaskOnceWhereverItStands) {
+    ScriptedServer server([](ScriptedServer::Connection& connection) {
+        connection.readRequest();
+        connection.write("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
+        connection.waitForClose();
+    });
+    const auto probe = SessionProbe::make();
+    const auto suspended = probe->task(server.url());
+    suspended->cancel();
+    suspended->resume();
+    EXPECT_EQ(probe->waitForEnd(suspended).calls, "e");
+
+    const auto atOnce = probe->task(server.url());
+    atOnce->resume();
+    atOnce->cancel();
+    atOnce->cancel();
+    EXPECT_EQ(probe->waitForEnd(atOnce).code(), URLErrorCancelled);
+
+    const auto midway = probe->task(server.url());
+    midway->resume();
+    ASSERT_TRUE(probe->waitUntil(midway, [](const TaskStory& story) { return story.body == "half"; }));
+    midway->cancel();
+    EXPECT_EQ(probe->waitForEnd(midway).code(), URLErrorCancelled);
+    EXPECT_EQ(midway->state(), State::Completed);
+    midway->cancel();
+
+    probe->onData = [](auto& task, auto&) { task->cancel(); };  // from inside its own callback
+    EXPECT_EQ(probe->load(server.url()).code(), URLErrorCancelled);
+    probe->onData = [](auto&, auto&) { throw Exception(kInvalidArgumentException, "no such key"); };
+    const auto thrown = probe->load(server.url());
+    EXPECT_NE(thrown.error->localizedDescription().find("no such key"), std::string::npos);
+    for (const auto& task : {suspended, atOnce, midway}) EXPECT_EQ(probe->story(task).ends, 1);
+}
+
+TEST(URLSession, OutlivesWhoeverStartedIt) {
+    ScriptedServer server(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
+    struct Ending final : URLSessionDelegate {
+        std::shared_ptr<std::atomic<int>> ends;
+        void taskDidCompleteWithError(URLSession&, const TaskPtr&, const ErrorPtr& error) override { *ends += error ? 100 : 1; }
+    };
+    const auto ends = std::make_shared<std::atomic<int>>(0);
+    for (int i = 0; i < 20; ++i) {
+        const auto delegate = std::make_shared<Ending>();
+        delegate->ends = ends;
+        const auto session = URLSession::create({}, delegate, OperationQueue::create("short-lived"));
+        session->dataTaskWithRequest(SessionProbe::request(server.url()));  // never resumed, released
+        session->dataTaskWithRequest(SessionProbe::request(server.url()))->resume();
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (*ends != 20 && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+    EXPECT_EQ(*ends, 20);
+}
+
+TEST(URLSession, RunsManyTasksAtOnce) {
+    HTTPServer server([](httplib::Server& http) {
+        http.new_task_queue = [] { return new httplib::ThreadPool(32); };
+        http.Get(R"(/(\d+))", [](const httplib::Request& request, httplib::Response& response) {
+            response.set_content(std::string(static_cast<std::size_t>(std::stoi(request.matches[1])), 'x'), "text/plain");
+        });
+    });
+    const auto probe = SessionProbe::make();
+    std::vector<std::pair<std::size_t, std::shared_ptr<URLSessionTask>>> tasks;
+    for (std::size_t i = 0; i < 200; ++i) tasks.emplace_back(i * 37, probe->task(server.url("/" + std::to_string(i * 37))));
+    for (const auto& [size, task] : tasks) task->resume();
+    for (const auto& [size, task] : tasks) EXPECT_EQ(probe->waitForEnd(task).body.size(), size) << probe->story(task).detail();
+}
+
+}  // namespace
+}  // namespace vexim::testing
