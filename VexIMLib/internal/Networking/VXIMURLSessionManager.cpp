@@ -124,12 +124,12 @@ void VXIMURLSessionManager::taskDidSendBodyData(vexim::URLSession&, const TaskPt
 }
 
 void VXIMURLSessionManager::taskDidCompleteWithError(vexim::URLSession&, const TaskPtr& task, const vexim::ErrorPtr& error) {
-    if (auto delegate = delegateForTask(task)) delegate->taskDidCompleteWithError(*task, error);
     bool keeps = true;
-    {
+    {  // before the completion is queued, from which on the application may decide otherwise
         vexim::MutexLock lock(taskDelegatesMutex_);
         keeps = keepsFinishedDelegates_;
     }
+    if (auto delegate = delegateForTask(task)) delegate->taskDidCompleteWithError(*task, error);
     if (!keeps) removeDelegateForTask(task);
 }
 

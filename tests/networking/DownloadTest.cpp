@@ -1,0 +1,220 @@
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/VXIMTransfer.h"
+#include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "VexIMLib/internal/Networking/VXIMUtils.h"
+#include "VexIMLib/internal/Platform/FileManager.h"
+#include "VexIMLib/internal/Platform/OutputStream.h"
+#include "VexIMLib/internal/Platform/URLSessionTask.h"
+#include "networking/NetworkingTest.h"
+#include "support/Completions.h"
+#include "support/Eventually.h"
+
+using vexim::ErrorPtr;
+using vexim::MainQueue;
+using vexim::OutputStream;
+using vexim::Value;
+using vexim::testing::eventually;
+using vexim::testing::once;
+using vexim::testing::ScriptedServer;
+using vexim::testing::WireRequest;
+
+namespace {
+
+class DownloadTest : public NetworkingTest {
+protected:
+    static std::shared_ptr<VXIMRequest> requestFor(const std::string& path) {
+        auto request = VXIMRequest::request();
+        request->setPath(path);
+        return request;
+    }
+
+    std::string downloadTo(const std::filesystem::path& target, VXIMProgress progress = nullptr,
+                           std::shared_ptr<VXIMTransfer> transfer = nullptr) {
+        return outcomeOf([&](VXIMResultCompletion done) {
+            requestFor("/file")->downloadToPath(target.string(), std::move(progress), std::move(done), std::move(transfer));
+        });
+    }
+
+    std::size_t filesInFolder() const {
+        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+    }
+};
+
+TEST_F(DownloadTest, TheBodyGoesToTheStreamAndTheResultIsTheTargetPath) {
+    const auto contents = noise(3'000'000);
+    answerEverything(200, contents);
+    const auto target = vexim::temporaryDirectory() + "/vexora/" + VXIMUtils::md5FromString(server->url("/file"));
+    std::string asked;
+    std::vector<std::int32_t> percents;
+    EXPECT_EQ(outcomeOf([&](VXIMResultCompletion done) {
+                  requestFor("/file")->downloadWithOutputStreamBlock(
+                      [&](const std::string& path) {
+                          asked = path;
+                          return OutputStream::toFileAtPath((folder / "mine").string(), false);
+                      },
+                      [&](std::int32_t percent) { percents.push_back(percent); }, std::move(done));
+              }),
+              '"' + target + '"');
+    EXPECT_EQ(asked, target);
+    EXPECT_TRUE(contentsOf(folder / "mine") == contents);
+    ASSERT_FALSE(percents.empty());
+    EXPECT_TRUE(std::is_sorted(percents.begin(), percents.end()));
+    EXPECT_EQ(percents.back(), 100);
+    EXPECT_TRUE(std::filesystem::is_directory(vexim::temporaryDirectory() + "/vexora"));
+}
+
+TEST_F(DownloadTest, ARefusalNeverReachesTheStream) {
+    answerEverything(404, R"({"errorCode":404,"errorMessage":"gone"})");
+    EXPECT_EQ(outcomeOf([&](VXIMResultCompletion done) {
+                  requestFor("/file")->downloadWithOutputStreamBlock(
+                      [&](const std::string&) -> std::shared_ptr<OutputStream> {
+                          ADD_FAILURE() << "asked for a stream";
+                          return nullptr;
+                      },
+                      nullptr, std::move(done));
+              }),
+              "VXErrorDomain 404 \"gone\" over NSURLErrorDomain -1011");
+}
+
+TEST_F(DownloadTest, WithoutAStreamTheBodyStaysInMemory) {
+    answerEverything(200, "hello");
+    EXPECT_TRUE(outcomeOf([&](VXIMResultCompletion done) {
+                    requestFor("/file")->downloadWithOutputStreamBlock(nullptr, nullptr, std::move(done));
+                }).find("/vexora/") != std::string::npos);
+}
+
+TEST_F(DownloadTest, AFileAppearsUnderItsNameWhenItIsWhole) {
+    const auto contents = noise(200'000);
+    answerEverything(200, contents);
+    const auto target = folder / "photo.png";
+    makeFile("photo.png", "an older one");
+    EXPECT_EQ(downloadTo(target), '"' + target.string() + '"');
+    EXPECT_TRUE(contentsOf(target) == contents);
+
+    answerEverything(200, "");
+    EXPECT_EQ(downloadTo(folder / "empty"), '"' + (folder / "empty").string() + '"');
+    EXPECT_EQ(contentsOf(folder / "empty"), "");
+    EXPECT_EQ(filesInFolder(), 2u);
+}
+
+TEST_F(DownloadTest, AFailureLeavesTheOldFileAndNoOther) {
+    const auto contents = noise(200'000);
+    const auto head = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(contents.size()) + "\r\n\r\n";
+    const struct {
+        const char* why;
+        ScriptedServer::Script script;
+        const char* outcome;
+    } cases[] = {
+        {"refused", ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(403, ""); }), "-1011"},
+        {"cut before the head", [](Connection& connection) { connection.readRequest(); }, "-1005"},
+        {"cut after the head",
+         [&](Connection& connection) {
+             connection.readRequest();
+             connection.write(head);
+         },
+         "-1005"},
+        {"cut in the middle",
+         [&](Connection& connection) {
+             connection.readRequest();
+             connection.write(head + contents.substr(0, contents.size() / 2));
+         },
+         "-1005"},
+        {"cut before the last byte",
+         [&](Connection& connection) {
+             connection.readRequest();
+             connection.write(head + contents.substr(1));
+         },
+         "-1005"},
+    };
+    makeFile("target", "old");
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.why);
+        serve(test.script);
+        const auto outcome = downloadTo(folder / "target");
+        EXPECT_TRUE(outcome.ends_with(test.outcome)) << outcome;
+        EXPECT_EQ(contentsOf(folder / "target"), "old");
+        EXPECT_EQ(filesInFolder(), 1u);
+    }
+    answerEverything(200, contents);
+    EXPECT_NE(downloadTo(folder / "no" / "such" / "folder").find("NSCocoaErrorDomain"), std::string::npos);
+    std::filesystem::create_directories(folder / "taken" / "by");
+    EXPECT_NE(downloadTo(folder / "taken").find("NSCocoaErrorDomain"), std::string::npos) << "a directory stands there";
+    EXPECT_EQ(filesInFolder(), 2u);
+}
+
+/// While it lives no file of this process grows beyond `bytes`, as if the disk were full.
+class FullDisk {
+public:
+    explicit FullDisk(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        auto limit = before_;
+        limit.rlim_cur = bytes;
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FullDisk() {
+        ::setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+
+private:
+    void (*handler_)(int);
+    rlimit before_{};
+};
+
+TEST_F(DownloadTest, AFullDiskIsAnErrorAndLeavesNothing) {
+    for (const std::size_t size : {5'000u, 3'000'000u}) {  // one write, and many
+        SCOPED_TRACE(size);
+        answerEverything(200, noise(size));
+        std::string outcome;
+        {
+            const FullDisk disk(1000);
+            outcome = downloadTo(folder / "target");
+        }
+        EXPECT_NE(outcome.find("NSCocoaErrorDomain"), std::string::npos) << outcome;
+        EXPECT_EQ(filesInFolder(), 0u);
+    }
+}
+
+TEST_F(DownloadTest, AHandleCancelsItAndNothingStays) {
+    serve([](Connection& connection) {
+        connection.readRequest();
+        connection.write("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf");
+        connection.waitForClose();
+    });
+    auto transfer = VXIMTransfer::transfer();
+    EXPECT_TRUE(downloadTo(
+                    folder / "target",
+                    [&](std::int32_t percent) {
+                        EXPECT_EQ(percent, 4);
+                        EXPECT_EQ(filesInFolder(), 1u) << "the temporary file";
+                        EXPECT_TRUE(transfer->cancel());
+                    },
+                    transfer)
+                    .starts_with("NSURLErrorDomain -999"));
+    EXPECT_EQ(filesInFolder(), 0u);
+    EXPECT_TRUE(transfer->isFinished());
+}
+
+TEST_F(DownloadTest, CancelledWithoutAHandleItSaysNothingAndLeavesNothing) {
+    serve([](Connection& connection) {
+        connection.readRequest();
+        connection.write("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf");
+        connection.waitForClose();
+    });
+    auto object = std::make_shared<int>(5);
+    bool reported = false;
+    auto task = requestFor("/file")->downloadWithOutputStreamBlock(
+        [&](const std::string&) { return OutputStream::toMemory(); }, [&](std::int32_t) { reported = true; },
+        [object](const Value&, const ErrorPtr&) { ADD_FAILURE() << "called"; });
+    ASSERT_TRUE(eventually([&] { return reported; }));
+    task->cancel();
+    EXPECT_TRUE(eventually([&] { return object.use_count() == 1; }));
+}
+
+}  // namespace

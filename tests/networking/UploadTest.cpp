@@ -1,0 +1,319 @@
+#include <httplib.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/VXIMTransfer.h"
+#include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
+#include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
+#include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "VexIMLib/internal/Networking/VXIMUtils.h"
+#include "VexIMLib/internal/Platform/FileManager.h"
+#include "VexIMLib/internal/Platform/InputStream.h"
+#include "networking/NetworkingTest.h"
+#include "support/Completions.h"
+#include "support/Eventually.h"
+
+using namespace std::chrono_literals;
+using vexim::Data;
+using vexim::ErrorPtr;
+using vexim::InputStream;
+using vexim::MainQueue;
+using vexim::Value;
+using vexim::testing::deadPort;
+using vexim::testing::eventually;
+using vexim::testing::once;
+using vexim::testing::ScriptedServer;
+using vexim::testing::WireRequest;
+
+namespace {
+
+class UploadTest : public NetworkingTest {
+protected:
+    std::string upload(const std::string& path, VXIMProgress progress = nullptr, std::shared_ptr<VXIMTransfer> transfer = nullptr) {
+        return outcomeOf([&](VXIMResultCompletion done) {
+            VXIMHTTPRequest::uploadFileAtPath(path, std::move(progress), std::move(done), std::move(transfer));
+        });
+    }
+
+    /// A form whose one part announces `length` bytes and holds `contents`.
+    static std::shared_ptr<VXIMRequest> formAnnouncing(std::int64_t length, const std::string& contents) {
+        auto request = VXIMRequest::request();
+        request->setMethod("POST");
+        request->setPath("/attachment");
+        auto form = VXIMAFStreamingMultipartFormData::formDataWithURLRequest(request, vexim::StringEncoding::UTF8);
+        form->appendPartWithInputStream(InputStream::withData(Data(contents)), "f", "f", length, "x/y");
+        return form->requestByFinalizingMultipartFormData();
+    }
+};
+
+/// Runs cpp-httplib's server, whose multipart parser nobody here wrote.
+class ParsingServer {
+public:
+    ParsingServer() {
+        server_.Post("/attachment", [this](const httplib::Request& request, httplib::Response& response) {
+            parts = request.files;
+            response.set_content(R"(["u1","u2"])", "application/json");
+        });
+        server_.set_keep_alive_max_count(1);  // or its end waits for idle connections
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
+    }
+    ~ParsingServer() {
+        while (!server_.is_running()) std::this_thread::yield();  // a stop before that would be missed
+        server_.stop();
+        thread_.join();
+    }
+    std::string origin() const { return "http://127.0.0.1:" + std::to_string(port_); }
+
+    httplib::MultipartFormDataMap parts;  // of the last request, once it was answered
+
+private:
+    httplib::Server server_;
+    int port_ = 0;
+    std::thread thread_;
+};
+
+TEST_F(UploadTest, AnIndependentParserGetsTheFileAsItIs) {
+    ParsingServer parser;
+    pointAt(parser.origin());
+    for (const std::size_t size : {0u, 1u, 65'536u, 3'000'001u}) {
+        SCOPED_TRACE(size);
+        const auto contents = noise(size);
+        std::vector<std::int32_t> percents;
+        EXPECT_EQ(upload(makeFile("photo.png", contents), [&](std::int32_t percent) { percents.push_back(percent); }),
+                  R"({"imgUrl":"u1","thumbnail":"u2"})");
+        ASSERT_EQ(parser.parts.size(), 1u);
+        const auto& part = parser.parts.begin()->second;
+        EXPECT_EQ(part.name, "attachment");
+        EXPECT_EQ(part.filename, "photo.png");
+        EXPECT_EQ(part.content_type, "image/png");
+        EXPECT_TRUE(part.content == contents);
+        ASSERT_FALSE(percents.empty());
+        EXPECT_TRUE(std::is_sorted(percents.begin(), percents.end()));
+        EXPECT_EQ(percents.back(), 100);
+    }
+}
+
+TEST_F(UploadTest, TheAnswerIsShapedIntoAnAttachment) {
+    const std::pair<const char*, const char*> cases[] = {
+        {R"(["u1"])", R"({"imgUrl":"u1"})"},
+        {R"(["u1","u2","u3"])", R"({"imgUrl":"u1","thumbnail":"u2"})"},
+        {R"([])", ""},
+        {R"({"url":"u"})", R"({"url":"u"})"},
+        {"no JSON", ""},
+    };
+    const auto path = makeFile("a.txt", "abc");
+    for (const auto& [answer, outcome] : cases) {
+        answerEverything(200, answer);
+        EXPECT_EQ(upload(path), outcome) << answer;
+    }
+    const auto sent = requests().front();
+    EXPECT_EQ(sent.method + ' ' + sent.target, "POST /attachment");
+    EXPECT_EQ(sent.header("Cache-Control"), "no-cache");
+    EXPECT_TRUE(sent.header("Content-Type").starts_with("multipart/form-data; boundary=Boundary+"));
+    EXPECT_EQ(sent.header("Content-Length"), std::to_string(sent.body.size()));
+    EXPECT_TRUE(sent.header("X-VX-Request-Sign").ends_with(",1700000000"));
+}
+
+TEST_F(UploadTest, DataIsStagedUnderItsDigest) {
+    answerEverything(200, R"(["u"])");
+    const auto directory = vexim::appendPathComponent(vexim::temporaryDirectory(), "com.vexora.message.attachments");
+    VXIMUtils::ensureDirExist(directory);
+    EXPECT_EQ(outcomeOf([](VXIMResultCompletion done) { VXIMHTTPRequest::uploadData(Data("abc"), nullptr, std::move(done)); }),
+              R"({"imgUrl":"u"})");
+    EXPECT_NE(requests().front().body.find("filename=\"900150983cd24fb0d6963f7d28e17f72\""), std::string::npos);
+    const auto staged = vexim::appendPathComponent(directory, "900150983cd24fb0d6963f7d28e17f72");
+    EXPECT_EQ(contentsOf(staged), "abc");
+    std::filesystem::remove(staged);
+}
+
+TEST_F(UploadTest, WhatCannotBeReadIsAnEmptyFormOrAnError) {
+    answerEverything(400, R"({"errorCode":9,"errorMessage":"no file"})");
+    EXPECT_EQ(upload((folder / "missing").string()), "VXErrorDomain 9 \"no file\" over NSURLErrorDomain -1011");
+    EXPECT_EQ(requests().back().body, "");
+    EXPECT_EQ(requests().back().header("Content-Type"), "application/json");
+
+    EXPECT_TRUE(upload(folder.string()).starts_with("VXErrorDomain 100")) << "a directory";
+    EXPECT_EQ(requests().size(), 1u);
+}
+
+TEST_F(UploadTest, AFileThatIsNotAsLongAsAnnouncedIsAnError) {
+    for (const std::int64_t announced : {4, 6}) {
+        serve([](Connection& connection) {
+            connection.readRequest();
+            connection.answer(200, "[\"u\"]");
+        });
+        const auto outcome = outcomeOf([&](VXIMResultCompletion done) {
+            formAnnouncing(announced, "12345")->uploadWithNewBodyStreamBlock(nullptr, nullptr, std::move(done));
+        });
+        EXPECT_TRUE(outcome.ends_with("over NSURLErrorDomain -1021")) << outcome;
+    }
+}
+
+TEST_F(UploadTest, IsRetriedOnlyUntilProgressWasReported) {
+    std::atomic<int> attempts{0};
+    serve([&](Connection& connection) {
+        while (connection.readRequest()) {
+            ++attempts;
+            connection.answer(503, "");
+        }
+    });
+    auto sent = formAnnouncing(3, "abc");
+    EXPECT_TRUE(outcomeOf([&](VXIMResultCompletion done) {
+                    sent->uploadWithNewBodyStreamBlock(nullptr, nullptr, std::move(done));
+                }).find("temporary") != std::string::npos);
+    EXPECT_EQ(attempts, 1);
+    EXPECT_EQ(sent->retryCount(), 2);
+
+    pointAt("http://127.0.0.1:" + std::to_string(deadPort()));
+    auto unsent = formAnnouncing(3, "abc");
+    const auto before = clock.now();
+    EXPECT_TRUE(outcomeOf([&](VXIMResultCompletion done) {
+                    unsent->uploadWithNewBodyStreamBlock(nullptr, nullptr, std::move(done));
+                }).ends_with("temporary over NSURLErrorDomain -1004"));
+    EXPECT_EQ(unsent->retryCount(), 2);
+    EXPECT_GE(clock.now() - before, 2s) << "two pauses of at least a second";
+}
+
+TEST_F(UploadTest, TheStreamIsAskedForOnlyWhereThereIsNoBody) {
+    answerEverything(200, "[]");
+    const auto post = [&](const std::function<void(VXIMRequest&)>& prepare) {
+        auto request = VXIMRequest::request();
+        request->setMethod("POST");
+        prepare(*request);
+        outcomeOf([&](VXIMResultCompletion done) {
+            request->uploadWithNewBodyStreamBlock([] { return InputStream::withData(Data("new")); }, nullptr, std::move(done));
+        });
+        return requests().back().body;
+    };
+    EXPECT_EQ(post([](VXIMRequest&) {}), "new");
+    EXPECT_EQ(post([](VXIMRequest& request) { request.setBody(vexim::Array{1}); }), "[1]");
+    EXPECT_EQ(post([](VXIMRequest& request) { request.setBodyStream(InputStream::withData(Data("own"))); }), "own");
+}
+
+TEST_F(UploadTest, AnEarlyRefusalOrACutConnectionEndsIt) {
+    const auto path = makeFile("big", noise(8 << 20));
+    const struct {
+        const char* why;
+        ScriptedServer::Script script;
+        const char* outcome;
+    } cases[] = {
+        {"refused by its head",
+         [](Connection& connection) {
+             connection.readHead();
+             connection.answer(413, R"({"errorCode":413,"errorMessage":"too big"})", "Connection: close\r\n");
+             connection.waitForClose();
+         },
+         R"(VXErrorDomain 413 "too big" over NSURLErrorDomain -1011)"},
+        {"cut in the middle",
+         [](Connection& connection) {
+             connection.readHead();
+             for (std::size_t taken = 0; taken < (4 << 20);) taken += std::max<std::size_t>(connection.readSome().size(), 1);
+             connection.reset();
+         },
+         "NSURLErrorDomain -1005"},
+        {"no answer after the last byte", [](Connection& connection) { connection.readRequest(); }, "NSURLErrorDomain -1005"},
+        {"sent elsewhere after it was begun",
+         [](Connection& connection) {
+             connection.readRequest();
+             connection.answer(307, "", "Location: /other\r\n");
+             connection.waitForClose();
+         },
+         "NSURLErrorDomain -1021"},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.why);
+        serve(test.script);
+        const auto outcome = upload(path);
+        EXPECT_TRUE(outcome.ends_with(test.outcome)) << outcome;
+    }
+}
+
+TEST_F(UploadTest, AHandleCancelsItInEveryStage) {
+    const auto path = makeFile("big", noise(4 << 20));
+    constexpr auto kCancelled = "NSURLErrorDomain -999";
+
+    answerEverything(200, "[\"u\"]");
+    auto early = VXIMTransfer::transfer();
+    EXPECT_TRUE(early->cancel());
+    EXPECT_TRUE(upload(path, nullptr, early).starts_with(kCancelled)) << "before it began";
+    EXPECT_TRUE(requests().empty());
+
+    serve([](Connection& connection) {
+        connection.readHead();
+        connection.readSome();
+        connection.waitForClose();
+    });
+    auto running = VXIMTransfer::transfer();
+    EXPECT_TRUE(upload(
+                    path, [&](std::int32_t) { running->cancel(); }, running)
+                    .starts_with(kCancelled))
+        << "while it runs";
+    EXPECT_TRUE(running->isFinished());
+    EXPECT_FALSE(running->cancel());
+
+    pointAt("http://127.0.0.1:" + std::to_string(deadPort()));
+    auto pausing = VXIMTransfer::transfer();
+    std::string outcome;
+    VXIMHTTPRequest::uploadFileAtPath(
+        path, nullptr, once([&](const Value& result, const ErrorPtr& error) { outcome = describe(result, error); }), pausing);
+    ASSERT_TRUE(eventually([&] { return MainQueue::shared().nextDeadline().value_or(clock.now()) > clock.now(); }));
+    EXPECT_TRUE(pausing->cancel());
+    EXPECT_TRUE(eventually([&] { return !outcome.empty(); }));
+    EXPECT_TRUE(outcome.starts_with(kCancelled)) << "in the pause before a retry";
+    clock.advanceAndDrain(2s);
+
+    answerEverything(200, "[\"u\"]");
+    auto over = VXIMTransfer::transfer();
+    EXPECT_EQ(upload(path, nullptr, over), R"({"imgUrl":"u"})");
+    EXPECT_FALSE(over->cancel()) << "after its end";
+}
+
+TEST_F(UploadTest, AThrottledUploadDelaysNoOtherRequest) {
+    std::atomic<bool> cut{false};
+    serve([&](Connection& connection) {
+        const auto request = connection.readRequest();
+        if (!request)
+            cut = true;
+        else
+            connection.answer(200, "[1]");
+    });
+    auto form = VXIMAFStreamingMultipartFormData::formDataWithURLRequest(VXIMRequest::request(), vexim::StringEncoding::UTF8);
+    form->request()->setMethod("POST");
+    form->appendPartWithFileData(Data(noise(100'000)), "f", "f", "x/y");
+    form->throttleBandwidthWithPacketSize(1000, 3600);
+    auto transfer = VXIMTransfer::transfer();
+    bool ended = false;
+    form->requestByFinalizingMultipartFormData()->uploadWithNewBodyStreamBlock(
+        nullptr, nullptr, once([&](const Value&, const ErrorPtr&) { ended = true; }), transfer);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(outcomeOf([](VXIMResultCompletion done) { VXIMHTTPRequest::get("/x", std::nullopt, std::move(done)); }), "[1]");
+    }
+    EXPECT_FALSE(ended);
+    transfer->cancel();
+    EXPECT_TRUE(eventually([&] { return ended; }));
+    EXPECT_TRUE(eventuallyElsewhere([&] { return cut.load(); }));
+}
+
+TEST_F(UploadTest, OthersAreSentWhileTheMainThreadIsBusy) {
+    std::atomic<int> answered{0};
+    serve([&](Connection& connection) {
+        while (connection.readRequest()) {
+            connection.answer(200, "[1]");
+            ++answered;
+        }
+    });
+    int ended = 0;
+    const auto count = [&](const Value&, const ErrorPtr&) { ++ended; };
+    formAnnouncing(3, "abc")->uploadWithNewBodyStreamBlock(nullptr, nullptr, once(count));  // its phases wait for this thread
+    VXIMHTTPRequest::get("/x", std::nullopt, once(count));
+    const auto giveUp = std::chrono::steady_clock::now() + 20s;
+    while (answered < 1 && std::chrono::steady_clock::now() < giveUp) std::this_thread::yield();
+    EXPECT_EQ(answered, 1);
+    EXPECT_TRUE(eventually([&] { return ended == 2; }));
+}
+
+}  // namespace
