@@ -12,3 +12,7 @@ if(VEXIM_SANITIZE)
     $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>
     $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)
 endif()
+# asio pairs its fences with mutexes, which ThreadSanitizer does see.
+if(VEXIM_SANITIZE MATCHES "thread")
+  target_compile_options(vexim_warnings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>)
+endif()

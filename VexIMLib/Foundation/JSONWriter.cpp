@@ -1,14 +1,57 @@
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <memory>
 #include <string>
 
 #include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/Foundation/Stores.h"
 #include "VexIMLib/Foundation/UTF8.h"
 
 namespace vexim {
 
 namespace {
+
+/// Text that grows at its end. Whoever writes makes room first, then writes without further checks.
+class Output {
+public:
+    void begin() noexcept { size_ = 0; }
+    void makeRoom(std::size_t count) {
+        if (capacity_ - size_ < count) grow(count);
+    }
+    void put(char c) noexcept { block_[size_++] = c; }
+    void put(std::string_view text) noexcept {
+        std::memcpy(end(), text.data(), text.size());
+        size_ += text.size();
+    }
+    char* end() noexcept { return block_.get() + size_; }
+    void endAt(const char* end) noexcept { size_ = static_cast<std::size_t>(end - block_.get()); }
+    std::string text() const { return {block_.get(), size_}; }
+    /// Gives back what one unusually large text took.
+    void trim() noexcept {
+        if (capacity_ <= kKeptCapacity) return;
+        block_.reset();
+        capacity_ = size_ = 0;
+    }
+
+private:
+    static constexpr std::size_t kKeptCapacity = 512 * 1024;
+
+    void grow(std::size_t count) {
+        const std::size_t capacity = std::max(size_ + count, capacity_ == 0 ? std::size_t{1024} : capacity_ * 2);
+        std::unique_ptr<char[]> larger(new char[capacity]);
+        if (size_ > 0) std::memcpy(larger.get(), block_.get(), size_);
+        block_ = std::move(larger);
+        capacity_ = capacity;
+    }
+
+    std::unique_ptr<char[]> block_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+};
 
 enum class Character : std::uint8_t { Plain, Escaped, Wide };
 
@@ -21,22 +64,55 @@ constexpr std::array<Character, 256> kCharacters = [] {
     return table;
 }();
 
+// Eight bytes, each a plain character?
+bool isPlainWord(std::uint64_t word) noexcept {
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    constexpr std::uint64_t kHighBits = 0x8080808080808080;
+    const auto zeroBytes = [](std::uint64_t bytes) { return (bytes - kOnes) & ~bytes; };
+    const auto control = (word - kOnes * 0x20) & ~word;
+    const auto special = zeroBytes(word ^ kOnes * '"') | zeroBytes(word ^ kOnes * '\\');
+    return ((word | control | special) & kHighBits) == 0;
+}
+
+template <class Word>
+Word load(const char* from) noexcept {
+    Word word;
+    std::memcpy(&word, from, sizeof(word));
+    return word;
+}
+
+/// Whether a text stands as it is. Its last bytes are looked at together with some of those before, rather than one by one.
+bool isPlain(std::string_view text) noexcept {
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    if (text.size() >= 8) {
+        for (; end - at > 8; at += 8) {
+            if (!isPlainWord(load<std::uint64_t>(at))) return false;
+        }
+        return isPlainWord(load<std::uint64_t>(end - 8));
+    }
+    if (text.size() >= 4) return isPlainWord(std::uint64_t{load<std::uint32_t>(at)} << 32 | load<std::uint32_t>(end - 4));
+    for (; at != end; ++at) {
+        if (kCharacters[static_cast<unsigned char>(*at)] != Character::Plain) return false;
+    }
+    return true;
+}
+
 class Writer {
 public:
-    explicit Writer(std::string& out) : out_(out) {}
+    explicit Writer(Output& out) : out_(out) {}
 
     /// False at the first value that JSON cannot say; `problem` tells why.
     bool write(const Value& value, std::size_t depth) {
         switch (value.kind()) {
-            case Value::Kind::Null: out_ += "null"; return true;
-            case Value::Kind::Boolean: out_ += value.boolean() ? "true" : "false"; return true;
-            case Value::Kind::Integer: writeNumber(value.integer()); return true;
-            case Value::Kind::Unsigned: writeNumber(value.unsignedInteger()); return true;
+            case Value::Kind::Null: return writeWord("null");
+            case Value::Kind::Boolean: return writeWord(value.boolean() ? "true" : "false");
+            case Value::Kind::Integer: return writeNumber(value.integer());
+            case Value::Kind::Unsigned: return writeNumber(value.unsignedInteger());
             case Value::Kind::Real: return writeReal(value.real());
             case Value::Kind::String: return writeText(*value.asStringView());
-            case Value::Kind::Array: return depth < kJSONMaxDepth ? writeArray(*value.asArray(), depth + 1) : tooDeep();
-            case Value::Kind::Dictionary:
-                return depth < kJSONMaxDepth ? writeDictionary(*value.asDictionary(), depth + 1) : tooDeep();
+            case Value::Kind::Array: return writeArray(*value.asArray(), depth + 1);
+            case Value::Kind::Dictionary: return writeDictionary(*value.asDictionary(), depth + 1);
             case Value::Kind::Nil: return refuse("nil has no form");
             case Value::Kind::Data: return refuse("bytes have no form");
             case Value::Kind::Object: return refuse("an object has no form");
@@ -46,97 +122,125 @@ public:
     const char* problem() const noexcept { return problem_; }
 
 private:
+    static constexpr std::size_t kNumberRoom = 32;  // the longest double takes 24
+    static constexpr std::size_t kEscapeRoom = 6;
+
     bool refuse(const char* why) {
         problem_ = why;
         return false;
     }
-    bool tooDeep() { return refuse("it nests too deep"); }
+
+    bool writeWord(std::string_view word) {
+        out_.makeRoom(word.size());
+        out_.put(word);
+        return true;
+    }
 
     template <class Number>
-    void writeNumber(Number number) {
-        char buffer[24];
-        out_.append(buffer, std::to_chars(buffer, buffer + sizeof(buffer), number).ptr);
+    bool writeNumber(Number number) {
+        out_.makeRoom(kNumberRoom);
+        out_.endAt(std::to_chars(out_.end(), out_.end() + kNumberRoom, number).ptr);
+        return true;
     }
 
     bool writeReal(double number) {
         if (!std::isfinite(number)) return refuse("infinity and NaN have no form");
-        char buffer[32];
-        const std::string_view digits(buffer, std::to_chars(buffer, buffer + sizeof(buffer), number).ptr);
-        out_ += digits;
+        out_.makeRoom(kNumberRoom);
+        const char* begin = out_.end();
+        writeNumber(number);
         // 5.0 is written as such, not as 5: what we read back is then of the kind that was written.
-        if (digits.find_first_of(".e") == std::string_view::npos) out_ += ".0";
+        const std::string_view digits(begin, static_cast<std::size_t>(out_.end() - begin));
+        if (digits.find_first_of(".e") == std::string_view::npos) out_.put(".0");
         return true;
     }
 
     bool writeText(std::string_view text) {
-        out_ += '"';
-        std::size_t begin = 0;  // of what waits to be copied
-        for (std::size_t at = 0; at < text.size();) {
-            switch (kCharacters[static_cast<unsigned char>(text[at])]) {
-                case Character::Plain: ++at; break;
-                case Character::Escaped:
-                    out_ += text.substr(begin, at - begin);
-                    writeEscape(text[at]);
-                    begin = ++at;
-                    break;
-                case Character::Wide: {
-                    const auto length = detail::utf8SequenceLength(text.substr(at));
-                    if (length == 0) return refuse("a text is no valid UTF-8");
-                    at += length;
-                    break;
-                }
-            }
+        out_.makeRoom(text.size() + kEscapeRoom + 2);
+        out_.put('"');
+        if (isPlain(text)) {
+            out_.put(text);
+        } else if (!writeMixed(text)) {
+            return false;
         }
-        out_ += text.substr(begin);
-        out_ += '"';
+        out_.put('"');
+        return true;
+    }
+
+    // There is room for the text, one escape and the quote; each escape asks for the room of the next.
+    bool writeMixed(std::string_view text) {
+        while (!text.empty()) {
+            std::size_t length = 1;
+            switch (kCharacters[static_cast<unsigned char>(text.front())]) {
+                case Character::Plain: out_.put(text.front()); break;
+                case Character::Escaped:
+                    writeEscape(text.front());
+                    out_.makeRoom(text.size() + kEscapeRoom);
+                    break;
+                case Character::Wide:
+                    length = detail::utf8SequenceLength(text);
+                    if (length == 0) return refuse("a text is no valid UTF-8");
+                    out_.put(text.substr(0, length));
+                    break;
+            }
+            text.remove_prefix(length);
+        }
         return true;
     }
 
     void writeEscape(char c) {
-        out_ += '\\';
+        out_.put('\\');
         switch (c) {
             case '"':
-            case '\\': out_ += c; return;
-            case '\b': out_ += 'b'; return;
-            case '\f': out_ += 'f'; return;
-            case '\n': out_ += 'n'; return;
-            case '\r': out_ += 'r'; return;
-            case '\t': out_ += 't'; return;
+            case '\\': out_.put(c); return;
+            case '\b': out_.put('b'); return;
+            case '\f': out_.put('f'); return;
+            case '\n': out_.put('n'); return;
+            case '\r': out_.put('r'); return;
+            case '\t': out_.put('t'); return;
             default: break;
         }
         static constexpr char kDigits[] = "0123456789abcdef";
-        out_ += "u00";
-        out_ += kDigits[static_cast<unsigned char>(c) >> 4];
-        out_ += kDigits[c & 15];
+        out_.put("u00");
+        out_.put(kDigits[static_cast<unsigned char>(c) >> 4]);
+        out_.put(kDigits[c & 15]);
     }
 
     bool writeArray(const Array& array, std::size_t depth) {
-        out_ += '[';
-        bool isFirst = true;
-        for (const auto& element : array) {
-            if (!isFirst) out_ += ',';
-            isFirst = false;
-            if (!write(element, depth)) return false;
+        if (depth > kJSONMaxDepth) return refuse("it nests too deep");
+        const auto* store = detail::ArrayRep::of(array);
+        if (!store || store->size == 0) return writeWord("[]");
+        char before = '[';
+        for (const auto *element = store->elements(), *end = element + store->size; element != end; ++element) {
+            writeMark(before);
+            if (!write(*element, depth)) return false;
+            before = ',';
         }
-        out_ += ']';
+        writeMark(']');
         return true;
     }
 
     bool writeDictionary(const Dictionary& dictionary, std::size_t depth) {
-        out_ += '{';
-        bool isFirst = true;
-        for (const auto& [key, value] : dictionary) {
-            if (!isFirst) out_ += ',';
-            isFirst = false;
-            if (!writeText(key)) return false;
-            out_ += ':';
-            if (!write(value, depth)) return false;
+        if (depth > kJSONMaxDepth) return refuse("it nests too deep");
+        const auto* store = detail::DictionaryRep::of(dictionary);
+        if (!store || store->size == 0) return writeWord("{}");
+        char before = '{';
+        for (const auto *item = store->items(), *end = item + store->size; item != end; ++item) {
+            writeMark(before);
+            if (!writeText(item->name())) return false;
+            writeMark(':');
+            if (!write(item->value, depth)) return false;
+            before = ',';
         }
-        out_ += '}';
+        writeMark('}');
         return true;
     }
 
-    std::string& out_;
+    void writeMark(char mark) {
+        out_.makeRoom(1);
+        out_.put(mark);
+    }
+
+    Output& out_;
     const char* problem_ = "";
 };
 
@@ -152,11 +256,17 @@ JSONText writeJSON(const Value& value, JSONFragments fragments) {
     if (fragments == JSONFragments::Refuse && !value.isArray() && !value.isDictionary()) {
         return {{}, failure("the top level is neither an array nor a dictionary")};
     }
-    std::string text;
-    text.reserve(256);
-    Writer writer(text);
-    if (!writer.write(value, 0)) return {{}, failure(writer.problem())};
-    return {std::move(text), nullptr};
+    thread_local Output output;  // its memory serves text after text
+    output.begin();
+    Writer writer(output);
+    JSONText result;
+    if (writer.write(value, 0)) {
+        result.text = output.text();
+    } else {
+        result.error = failure(writer.problem());
+    }
+    output.trim();
+    return result;
 }
 
 }  // namespace vexim

@@ -59,6 +59,8 @@ struct ArrayRep : ContainerRep {
     /// Takes the `count` values at `values` over as they lie; what is left there counts as raw memory.
     static ArrayRep* adopt(Value* values, std::size_t count);
     static Array wrap(ArrayRep* rep) noexcept;
+    /// The store of an array; nullptr when it is empty.
+    static const ArrayRep* of(const Array& array) noexcept { return array.rep_; }
     static void destroy(ArrayRep* rep) noexcept;
     Value* elements() noexcept { return reinterpret_cast<Value*>(this + 1); }
     const Value* elements() const noexcept { return reinterpret_cast<const Value*>(this + 1); }
@@ -106,6 +108,8 @@ struct DictionaryRep : ContainerRep {
     /// place.
     static DictionaryRep* adopt(Value* keysAndValues, std::size_t count);
     static Dictionary wrap(DictionaryRep* rep) noexcept;
+    /// The store of a dictionary; nullptr when it is empty.
+    static const DictionaryRep* of(const Dictionary& dictionary) noexcept { return dictionary.rep_; }
     static void destroy(DictionaryRep* rep) noexcept;
     DictionaryItem* items() noexcept { return reinterpret_cast<DictionaryItem*>(this + 1); }
     const DictionaryItem* items() const noexcept { return reinterpret_cast<const DictionaryItem*>(this + 1); }

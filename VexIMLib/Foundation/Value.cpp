@@ -1,6 +1,5 @@
 #include "VexIMLib/Foundation/Value.h"
 
-#include <cassert>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -111,26 +110,6 @@ vexim::Array& Value::mutableArray() {
 vexim::Dictionary& Value::mutableDictionary() {
     if (!isDictionary()) throw Exception(kInternalInconsistencyException, "The value is not a dictionary.");
     return const_cast<vexim::Dictionary&>(held<vexim::Dictionary>());
-}
-
-bool Value::boolean() const noexcept {
-    assert(kind_ == Kind::Boolean);
-    return word<std::uint64_t>() != 0;
-}
-
-std::int64_t Value::integer() const noexcept {
-    assert(kind_ == Kind::Integer);
-    return word<std::int64_t>();
-}
-
-std::uint64_t Value::unsignedInteger() const noexcept {
-    assert(kind_ == Kind::Unsigned);
-    return word<std::uint64_t>();
-}
-
-double Value::real() const noexcept {
-    assert(kind_ == Kind::Real);
-    return word<double>();
 }
 
 bool Value::boolValue() const noexcept { return lenientBool(*this); }

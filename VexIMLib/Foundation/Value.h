@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -124,10 +125,22 @@ public:
     vexim::Dictionary& mutableDictionary();
 
     /// The exact number held, by kind; call only for that kind (asserted).
-    bool boolean() const noexcept;
-    std::int64_t integer() const noexcept;
-    std::uint64_t unsignedInteger() const noexcept;
-    double real() const noexcept;
+    bool boolean() const noexcept {
+        assert(kind_ == Kind::Boolean);
+        return word<std::uint64_t>() != 0;
+    }
+    std::int64_t integer() const noexcept {
+        assert(kind_ == Kind::Integer);
+        return word<std::int64_t>();
+    }
+    std::uint64_t unsignedInteger() const noexcept {
+        assert(kind_ == Kind::Unsigned);
+        return word<std::uint64_t>();
+    }
+    double real() const noexcept {
+        assert(kind_ == Kind::Real);
+        return word<double>();
+    }
 
     // Lenient readings, as everything from the wire is read: numbers and numeric text convert, anything else is 0 or false.
     // Narrow integers wrap, a real truncates and saturates, NaN is 0.
