@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/Gzip.h"
 #include "platform/SessionProbe.h"
 #include "support/Certificates.h"
+#include "support/Gzip.h"
 #include "support/ScriptedServer.h"
 
 namespace vexim::testing {

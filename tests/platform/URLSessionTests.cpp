@@ -7,8 +7,8 @@
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/internal/Platform/URLLoad.h"
-#include "platform/Gzip.h"
 #include "platform/SessionProbe.h"
+#include "support/Gzip.h"
 #include "support/ScriptedServer.h"
 
 namespace vexim::testing {

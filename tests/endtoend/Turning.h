@@ -1,0 +1,26 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "support/ManualClock.h"
+
+namespace vexim::testing {
+
+/// Runs the main queue until `predicate` holds, and turns the clock whenever a delayed function is all that is left to wait
+/// for: retries take no time. False when it does not hold within real seconds.
+[[nodiscard]] inline bool eventuallyTurning(ManualClock& clock, const std::function<bool()>& predicate) {
+    const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    auto& queue = MainQueue::shared();
+    while (std::chrono::steady_clock::now() < giveUp) {
+        if (queue.runUntil(predicate, std::chrono::milliseconds(2))) return true;
+        if (const auto next = queue.nextDeadline()) {
+            clock.advanceAndDrain(std::max(*next - clock.now(), Clock::TimePoint::duration(0)));
+        }
+    }
+    return predicate();
+}
+
+}  // namespace vexim::testing
