@@ -97,7 +97,8 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMBooleanCompletion completio
     sendMessage(std::move(message), nullptr, std::move(completion));
 }
 
-void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBooleanCompletion completion) {
+void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBooleanCompletion completion,
+                             std::shared_ptr<VXIMTransfer> transfer) {
     requireWireForm(message);
     message->setStatus(VXIMMessageStatusSending);
 
@@ -115,23 +116,26 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
     }
 
     message->setSendTimestamp(currentTime());
-    uploadMessageAttachment(
-        message, std::move(progress),
-        [self = self(), message, completion = std::move(completion)](const std::optional<Dictionary>& payload, const ErrorPtr&) {
-            if (payload) {
-                if (const auto live = self->socketio()) live->emit("say", Array{*payload});
-                message->setStatus(VXIMMessageStatusSent);
-                // For this side only: the payload went out with the time of the send's beginning.
-                message->setSendTimestamp(currentTime());
-            } else {
-                message->setStatus(VXIMMessageStatusFailed);
-            }
-            // The upload's error is not passed on; the message's status tells.
-            if (completion) completion(true, nullptr);
-        });
+    auto finish = [self = self(), message, completion = std::move(completion), transfer](const std::optional<Dictionary>& payload,
+                                                                                         const ErrorPtr& uploadError) {
+        if (payload) {
+            if (const auto live = self->socketio()) live->emit("say", Array{*payload});
+            message->setStatus(VXIMMessageStatusSent);
+            // For this side only: the payload went out with the time of the send's beginning.
+            message->setSendTimestamp(currentTime());
+        } else {
+            message->setStatus(VXIMMessageStatusFailed);
+        }
+        if (!completion) return;
+        // The upload's error is not passed on, the message's status tells; but who cancelled it is told.
+        if (transfer && transfer->isCancelled() && uploadError) return completion(false, uploadError);
+        completion(true, nullptr);
+    };
+    uploadMessageAttachment(message, std::move(progress), std::move(finish), std::move(transfer));
 }
 
-void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress, UploadBlock block) {
+void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress, UploadBlock block,
+                                         std::shared_ptr<VXIMTransfer> transfer) {
     auto finish = [message, block = std::move(block)](bool succeeded, ErrorPtr error) {
         std::optional<Dictionary> payload;
         try {
@@ -145,7 +149,7 @@ void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress
         MainQueue::shared().async([finish = std::move(finish)] { finish(true, nullptr); });
         return;
     }
-    message->uploadAttachmentWithProgress(std::move(progress), std::move(finish));
+    message->uploadAttachmentWithProgress(std::move(progress), std::move(finish), std::move(transfer));
 }
 
 void VXIMClient::sendSystemMessageToAllUsers(MessagePtr message, VXIMBooleanCompletion completion) {
@@ -168,7 +172,8 @@ void VXIMClient::sendSystemMessageToRoom(MessagePtr message, Value roomId, VXIMB
     sendSystemMessage(std::move(message), nullptr, std::move(completion));
 }
 
-void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VXIMBooleanCompletion completion) {
+void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VXIMBooleanCompletion completion,
+                                   std::shared_ptr<VXIMTransfer> transfer) {
     requireWireForm(message);
     message->setSendTimestamp(currentTime());
     message->setStatus(VXIMMessageStatusSending);
@@ -179,21 +184,20 @@ void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VX
         vexim::log(vexim::LogLevel::Error, "Internal error: invalid receiver type");
         return;  // without a word to the completion
     }
-    uploadMessageAttachment(
-        message, std::move(progress),
-        [message, path = *path, completion = std::move(completion)](const std::optional<Dictionary>& payload, ErrorPtr error) {
-            auto finish = [message, completion](const Value&, const ErrorPtr& failure) {
-                message->setStatus(failure ? VXIMMessageStatusFailed : VXIMMessageStatusSent);
-                if (!failure) message->setSendTimestamp(currentTime());
-                if (completion) completion(failure == nullptr, failure);
-            };
-            if (!payload) return finish(nullptr, error);
-            try {
-                VXIMHTTPRequest::post(path, *payload, finish);
-            } catch (const vexim::Exception& cause) {  // a payload that is no JSON
-                finish(nullptr, vexim::errors::unsendable(cause));
-            }
-        });
+    auto finish = [self = self(), message, completion = std::move(completion)](const Value&, const ErrorPtr& error) {
+        message->setStatus(error ? VXIMMessageStatusFailed : VXIMMessageStatusSent);
+        if (!error) message->setSendTimestamp(currentTime());
+        if (completion) completion(error == nullptr, error);
+    };
+    auto post = [path = *path, finish = std::move(finish)](const std::optional<Dictionary>& payload, const ErrorPtr& uploadError) {
+        if (!payload) return finish(nullptr, uploadError);
+        try {
+            VXIMHTTPRequest::post(path, *payload, finish);
+        } catch (const vexim::Exception& cause) {  // a payload that is no JSON
+            finish(nullptr, vexim::errors::unsendable(cause));
+        }
+    };
+    uploadMessageAttachment(message, std::move(progress), std::move(post), std::move(transfer));
 }
 
 void VXIMClient::didReceivePeerMessage(const Value& payload) { didReceiveMessage(messageFrom(payload)); }

@@ -13,6 +13,7 @@
 #include "VexIMLib/Foundation/URL.h"
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMCompletions.h"
+#include "VexIMLib/VXIMTransfer.h"
 
 class VXIMClientConfiguration;
 class VXIMClientDelegate;
@@ -123,8 +124,10 @@ public:
     void sendMessageToRoom(std::shared_ptr<VXIMMessage> message, vexim::Value roomId, VXIMBooleanCompletion completion);
     /// Sends to the receiver that the message holds.
     void sendMessage(std::shared_ptr<VXIMMessage> message, VXIMBooleanCompletion completion);
-    /// `progress` hears the upload of the attachment.
-    void sendMessage(std::shared_ptr<VXIMMessage> message, VXIMProgress progress, VXIMBooleanCompletion completion);
+    /// `progress` hears the upload of the attachment. With a `transfer` the upload can be cancelled: `completion` then gets
+    /// (false, "NSURLErrorDomain" -999).
+    void sendMessage(std::shared_ptr<VXIMMessage> message, VXIMProgress progress, VXIMBooleanCompletion completion,
+                     std::shared_ptr<VXIMTransfer> transfer = nullptr);
 
     // System messages: posted to the service over REST, so no connection is needed. A failed upload or post gives
     // (false, error). A message whose receiver is of another type is not sent and `completion` never runs; its status says failed.
@@ -134,7 +137,8 @@ public:
     void sendSystemMessageToUser(std::shared_ptr<VXIMMessage> message, vexim::Value userId, VXIMBooleanCompletion completion);
     void sendSystemMessageToGroup(std::shared_ptr<VXIMMessage> message, vexim::Value groupId, VXIMBooleanCompletion completion);
     void sendSystemMessageToRoom(std::shared_ptr<VXIMMessage> message, vexim::Value roomId, VXIMBooleanCompletion completion);
-    void sendSystemMessage(std::shared_ptr<VXIMMessage> message, VXIMProgress progress, VXIMBooleanCompletion completion);
+    void sendSystemMessage(std::shared_ptr<VXIMMessage> message, VXIMProgress progress, VXIMBooleanCompletion completion,
+                           std::shared_ptr<VXIMTransfer> transfer = nullptr);
 
     const vexim::Class& runtimeClass() const override;
 
@@ -165,7 +169,8 @@ private:
 
     /// Gets the wire form once the attachment is up, or nullopt and the error.
     using UploadBlock = std::function<void(const std::optional<vexim::Dictionary>& payload, std::shared_ptr<vexim::Error> error)>;
-    void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress, UploadBlock block);
+    void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress, UploadBlock block,
+                                 std::shared_ptr<VXIMTransfer> transfer);
 
     std::unique_ptr<Impl> impl_;
 };

@@ -32,6 +32,8 @@ constexpr const char* kId = "id";
 constexpr const char* kType = "type";
 constexpr const char* kGroupOrRoomId = "gid";
 
+constexpr const char* kPayload = "payload";  // in archives
+
 /// A kind as it travels.
 template <class Enumeration>
 Value number(Enumeration value) {
@@ -41,6 +43,9 @@ Value number(Enumeration value) {
 std::int64_t millisFromSeconds(double seconds) { return vexim::truncateToInt64(seconds * 1000.0); }
 
 VXIMMessageTargetType targetType(const Value& type) { return static_cast<VXIMMessageTargetType>(type.intValue()); }
+
+/// An id from the wire; null is none.
+Value idIn(const Value& id) { return id.isNull() ? Value() : id; }
 
 /// An id for the wire, which must be there.
 const Value& present(const Value& id, const char* what) {
@@ -73,15 +78,16 @@ void VXIMMessage::configSender() {
     const Value& from = payload.get(kFrom);
     sender_ = VXIMMessageTarget::init();
 
-    const Value& fromId = from.get(kId);
-    sender_->setUserId(fromId.isNilOrNull() ? payload.get(kSpeaker) : fromId);
+    Value userId = idIn(from.get(kId));
+    if (userId.isNil()) userId = idIn(payload.get(kSpeaker));
+    sender_->setUserId(std::move(userId));
 
     const Value& fromType = from.get(kType);
     const Value& type = fromType.isNilOrNull() ? payload.get(kTo).get(kType) : fromType;
     sender_->setType(type.isNilOrNull() ? VXIMMessageTargetTypeUnknown : targetType(type));
 
-    if (sender_->type() == VXIMMessageTargetTypeGroup) sender_->setGroupId(from.get(kGroupOrRoomId));
-    if (sender_->type() == VXIMMessageTargetTypeRoom) sender_->setRoomId(from.get(kGroupOrRoomId));
+    if (sender_->type() == VXIMMessageTargetTypeGroup) sender_->setGroupId(idIn(from.get(kGroupOrRoomId)));
+    if (sender_->type() == VXIMMessageTargetTypeRoom) sender_->setRoomId(idIn(from.get(kGroupOrRoomId)));
 }
 
 void VXIMMessage::configReceiver() {
@@ -92,9 +98,9 @@ void VXIMMessage::configReceiver() {
     if (type.isNilOrNull()) return;
     receiver_->setType(targetType(type));
 
-    if (receiver_->type() == VXIMMessageTargetTypeUser) receiver_->setUserId(to.get(kId));
-    if (receiver_->type() == VXIMMessageTargetTypeGroup) receiver_->setGroupId(to.get(kId));
-    if (receiver_->type() == VXIMMessageTargetTypeRoom) receiver_->setRoomId(to.get(kId));
+    if (receiver_->type() == VXIMMessageTargetTypeUser) receiver_->setUserId(idIn(to.get(kId)));
+    if (receiver_->type() == VXIMMessageTargetTypeGroup) receiver_->setGroupId(idIn(to.get(kId)));
+    if (receiver_->type() == VXIMMessageTargetTypeRoom) receiver_->setRoomId(idIn(to.get(kId)));
 }
 
 const std::shared_ptr<VXIMMessageTarget>& VXIMMessage::sender() const {
@@ -216,7 +222,16 @@ std::string VXIMMessage::description() const {
     return Object::description() + " " + shown.description();
 }
 
-const vexim::Class& VXIMMessage::runtimeClass() const {
+void VXIMMessage::encodeWithCoder(vexim::Coder& coder) const { coder.encode(kPayload, currentPayload()); }
+
+std::shared_ptr<VXIMMessage> VXIMMessage::initWithCoder(const vexim::Coder& coder) {
+    const Dictionary* payload = coder.decode(kPayload).asDictionary();
+    return initWithPayloadDictionary(payload ? *payload : Dictionary());
+}
+
+const vexim::Class& VXIMMessage::runtimeClass() const { return staticClass(); }
+
+const vexim::Class& VXIMMessage::staticClass() {
     static const vexim::Class& cls = vexim::Class::declare("VXIMMessage", &vexim::Object::staticClass());
     return cls;
 }

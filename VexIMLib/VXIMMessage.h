@@ -11,6 +11,7 @@
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/Export.h"
 #include "VexIMLib/Foundation/Image.h"
+#include "VexIMLib/Foundation/KeyedArchiver.h"
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMCompletions.h"
@@ -123,9 +124,18 @@ public:
     /// A message made from a copy of the payload; neither status nor `attachmentPath` is copied, nor a target that has not
     /// been written into the payload yet.
     std::shared_ptr<vexim::Object> copy() const override;
+
+    // Secure coding: the payload is kept, as a copy keeps it. See Foundation/KeyedArchiver.h:
+    //     vexim::Data kept = vexim::archivedData(*message);
+    //     auto again = vexim::unarchivedObject<VXIMMessage>(kept);
+    void encodeWithCoder(vexim::Coder& coder) const;
+    static std::shared_ptr<VXIMMessage> initWithCoder(const vexim::Coder& coder);
+    static bool supportsSecureCoding() noexcept { return true; }
+
     /// "<VXIMMessage: 0x…> {payload}"
     std::string description() const override;
     const vexim::Class& runtimeClass() const override;
+    static const vexim::Class& staticClass();
 
     bool initialise() { return true; }
     bool initialise(vexim::Dictionary payload);
@@ -133,7 +143,8 @@ public:
 private:
     friend class VXIMClient;
     /// Uploads the file at `attachmentPath` and takes its URL over; succeeds at once when there is none.
-    void uploadAttachmentWithProgress(VXIMProgress progress, VXIMBooleanCompletion completion);
+    void uploadAttachmentWithProgress(VXIMProgress progress, VXIMBooleanCompletion completion,
+                                      std::shared_ptr<VXIMTransfer> transfer);
     static std::shared_ptr<VXIMMessage> messageWithFile(VXIMMessageMediaType mediaType, std::optional<std::string> path);
     const vexim::Dictionary& currentPayload() const;
     void setBody(std::optional<std::string> body);

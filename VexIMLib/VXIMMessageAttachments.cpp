@@ -2,7 +2,11 @@
 
 #include <utility>
 
+#include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/Log.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Foundation/URL.h"
+#include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/VXIMMessage.h"
 #include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
@@ -13,6 +17,13 @@
 namespace {
 
 constexpr const char* kStagingDirectory = "com.vexora.message.attachments";
+
+bool isOfTheService(const vexim::URL& url) {
+    const auto configuration = vxim_configuration.get();
+    const auto service = configuration ? configuration->socketURL() : std::nullopt;
+    return service && url.scheme() == service->scheme() && url.host() == service->host() &&
+           url.portOrDefault() == service->portOrDefault();
+}
 
 }  // namespace
 
@@ -52,7 +63,8 @@ std::shared_ptr<VXIMMessage> VXIMMessage::messageWithVideoFileAtPath(std::option
     return messageWithFile(VXIMMessageMediaTypeVideo, std::move(path));
 }
 
-void VXIMMessage::uploadAttachmentWithProgress(VXIMProgress progress, VXIMBooleanCompletion completion) {
+void VXIMMessage::uploadAttachmentWithProgress(VXIMProgress progress, VXIMBooleanCompletion completion,
+                                               std::shared_ptr<VXIMTransfer> transfer) {
     if (!attachmentPath_) {
         vexim::log(vexim::LogLevel::Info, "No attachment to upload");
         if (completion) completion(true, nullptr);
@@ -64,12 +76,24 @@ void VXIMMessage::uploadAttachmentWithProgress(VXIMProgress progress, VXIMBoolea
                                                                              const vexim::ErrorPtr& error) {
             self->setAttachmentUrl(result.get("imgUrl").asString());  // the same key for audio and video
             if (completion) completion(error == nullptr, error);
-        });
+        },
+        std::move(transfer));
 }
 
 void VXIMMessage::downloadAttachment(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
                                      std::shared_ptr<VXIMTransfer> transfer) {
+    const auto url = attachmentUrl();
+    if (!url || url->empty()) {
+        auto error = vexim::Error::withDescription(vexim::kURLErrorDomain, vexim::URLErrorBadURL, "The message has no attachment.");
+        vexim::MainQueue::shared().async([completion = std::move(completion), error = std::move(error)] {
+            if (completion) completion(nullptr, error);
+        });
+        return;
+    }
     auto request = VXIMRequest::request();
-    request->setPath(attachmentUrl().value_or(""));
+    request->setPath(url);
+    // Whoever sent the message chose the URL: only the service itself gets to see a signature.
+    const auto composed = request->composeURLWithPath(url, nullptr);
+    if (!composed || !isOfTheService(*composed)) request->setClientKey(std::nullopt);
     request->downloadToPath(std::move(path), std::move(progress), std::move(completion), std::move(transfer));
 }

@@ -1,0 +1,43 @@
+// An archive is a JSON object: {"class": name, "values": {key: value, …}}
+// Example: {"class":"VXIMMessage","values":{"payload":{"content":{"media":0,"body":"hi"}}}}
+
+#include "VexIMLib/Foundation/KeyedArchiver.h"
+
+#include <utility>
+
+#include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/Foundation/Runtime/Class.h"
+
+namespace vexim::detail {
+
+namespace {
+
+constexpr std::int64_t kCorruptArchive = 4864;  // the platform's code for what cannot be read from a coder
+constexpr const char* kClass = "class";
+constexpr const char* kValues = "values";
+
+void report(ErrorPtr* error, ErrorPtr what) {
+    if (error) *error = std::move(what);
+}
+
+}  // namespace
+
+Data archive(const Class& cls, const Coder& coder, ErrorPtr* error) {
+    JSONText text = writeJSON(Dictionary{{kClass, cls.name()}, {kValues, coder.values()}});
+    report(error, text.error);
+    return text.error ? Data() : Data::fromString(std::move(text.text));
+}
+
+std::optional<Coder> unarchive(const Class& cls, const Data& archive, ErrorPtr* error) {
+    const JSONResult content = parseJSON(archive.view());
+    report(error, content.error);
+    if (content.error) return std::nullopt;
+    const Dictionary* values = content.value.get(kValues).asDictionary();
+    if (!values || content.value.get(kClass) != cls.name()) {
+        report(error, Error::withDescription(kCocoaErrorDomain, kCorruptArchive, "The archive holds no " + cls.name() + "."));
+        return std::nullopt;
+    }
+    return Coder(*values);
+}
+
+}  // namespace vexim::detail
