@@ -1,0 +1,44 @@
+#pragma once
+
+#include <CLI/App.hpp>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "VexIMLib/VXIMCompletions.h"
+
+class VXIMClient;
+
+/// Which service is asked, in whose name. The defaults are those of the local development service.
+struct Account {
+    std::string server;
+    std::string appId = "demo-app";
+    std::string clientKey = "demo-key";
+    std::string installation = "vexim-terminal";
+
+    /// Options by which a command of the command line fills this.
+    void addOptions(CLI::App& command);
+    /// A client that is configured but not logged in. Throws std::invalid_argument when `server` is no URL.
+    std::shared_ptr<VXIMClient> makeClient() const;
+};
+
+/// Who logs in, either way.
+struct Credentials {
+    std::optional<std::string> userId;
+    std::optional<std::string> username;
+    std::optional<std::string> password;
+
+    void addOptions(CLI::App& command);
+    /// Throws std::invalid_argument when nobody is named.
+    void logIn(VXIMClient& client, VXIMBooleanCompletion completion) const;
+};
+
+/// Whom a message goes to: a friend, a group or a room.
+struct Peer {
+    std::optional<std::string> friendId;
+    std::optional<std::string> groupId;
+    std::optional<std::string> roomId;
+
+    void addOptions(CLI::App& command);
+    bool isNamed() const { return friendId || groupId || roomId; }
+};

@@ -1,0 +1,8 @@
+#pragma once
+
+#include <string>
+
+#include "VexIMLib/Foundation/Error.h"
+
+/// An error for a person: what the service or the platform says about it, and its domain and code.
+std::string explain(const vexim::ErrorPtr& error);

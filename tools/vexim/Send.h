@@ -1,0 +1,24 @@
+#pragma once
+
+#include <CLI/App.hpp>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Account.h"
+
+class VXIMMessage;
+
+/// What is sent: a text, or a file (a picture, a sound or a film, as its ending says).
+struct SendOptions {
+    std::optional<std::string> text;
+    std::optional<std::string> file;
+
+    void addOptions(CLI::App& command);
+};
+
+/// Makes the one that `peer` names the receiver.
+void address(VXIMMessage& message, const Peer& peer);
+
+/// Logs in, sends one message with a progress bar for its file, and logs out. 0 when it was sent.
+int runSend(const Account& account, const Credentials& credentials, const Peer& peer, const SendOptions& options);

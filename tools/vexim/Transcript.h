@@ -1,0 +1,28 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+
+/// The story as it is told: one line a step, with what was observed, and a verdict at the end.
+class Transcript {
+public:
+    /// `budget` bounds the whole story: a step that begins later fails at once.
+    explicit Transcript(std::chrono::seconds budget);
+
+    /// A line that only tells.
+    void say(const std::string& line);
+    /// Runs the main queue until `reached` holds, for as long as the budget lasts but no longer than ten seconds, and
+    /// prints the step with the verdict. `seen` tells what was there instead when it did not.
+    bool expect(const std::string& step, const std::function<bool()>& reached, const std::function<std::string()>& seen);
+
+    bool allHeld() const noexcept { return failures_ == 0; }
+    /// The closing line.
+    void finish();
+
+private:
+    const std::chrono::steady_clock::time_point end_;
+    int steps_ = 0;
+    int failures_ = 0;
+};
