@@ -21,7 +21,7 @@ ROOMS = [
     ("message forwarding", 3, r"VexIMLib/internal/MessageForwarding/.*|VexIMLib/internal/VXIMRuntimeObject\.(h|cpp)"),
     ("socket.io", 3, r"VexIMLib/internal/SocketIO/.*"),
     ("platform", 2, r"VexIMLib/internal/Platform/.*"),
-    ("programs", 6, r"(tools|examples|tests|benchmarks)/.*"),
+    ("programs", 6, r"(tools|examples|tests|benchmarks|fuzz)/.*"),
 ]
 
 # What is installed. Public classes derive from the runtime object, so its header is among them.
@@ -48,7 +48,7 @@ def resolve(includer, name):
 
 
 def sources():
-    for folder in ("VexIMLib", "tools", "examples", "tests", "benchmarks"):
+    for folder in ("VexIMLib", "tools", "examples", "tests", "benchmarks", "fuzz"):
         for path in sorted((ROOT / folder).rglob("*")):
             if path.suffix in (".h", ".cpp") and "node_modules" not in path.parts:
                 yield str(path.relative_to(ROOT))
