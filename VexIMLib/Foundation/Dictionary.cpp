@@ -1,6 +1,8 @@
 #include "VexIMLib/Foundation/Dictionary.h"
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstring>
 #include <new>
 #include <utility>
@@ -32,6 +34,45 @@ void DictionaryRep::destroy(DictionaryRep* rep) noexcept {
     ::operator delete(rep);
 }
 
+namespace {
+
+template <class T>
+T load(const void* bytes) noexcept {
+    T value;
+    std::memcpy(&value, bytes, sizeof(value));
+    return value;
+}
+
+struct KeyWords {
+    std::uint64_t first;
+    std::uint64_t second;
+    friend bool operator==(const KeyWords&, const KeyWords&) = default;
+};
+
+}  // namespace
+
+/// The sixteen bytes of a short string's value. They are put together in registers: a value just made in memory, byte by
+/// byte, would hold up the comparison until its stores are through.
+static KeyWords shortKey(std::string_view text) noexcept {
+    if constexpr (std::endian::native != std::endian::little) {
+        const Value value(text);
+        return load<KeyWords>(&value);
+    }
+    const auto size = text.size();
+    const auto* bytes = text.data();
+    std::uint64_t low = 0;   // the text's first eight bytes
+    std::uint64_t high = 0;  // and the rest
+    if (size >= 8) {
+        low = load<std::uint64_t>(bytes);
+        if (size > 8) high = load<std::uint64_t>(bytes + size - 8) >> (8 * (16 - size));
+    } else if (size >= 4) {  // the two halves overlap, where they agree
+        low = load<std::uint32_t>(bytes) | (std::uint64_t{load<std::uint32_t>(bytes + size - 4)} << (8 * (size - 4)));
+    } else {
+        for (std::size_t i = 0; i < size; ++i) low |= std::uint64_t{load<unsigned char>(bytes + i)} << (8 * i);
+    }
+    return {static_cast<std::uint64_t>(Value::Kind::String) | (size << 8) | (low << 16), (low >> 48) | (high << 16)};
+}
+
 DictionaryItem* DictionaryRep::find(std::string_view key) noexcept {
     if (index) {
         auto position = index->find(items(), key);
@@ -44,9 +85,9 @@ DictionaryItem* DictionaryRep::find(std::string_view key) noexcept {
         return nullptr;
     }
     // A short key lies within its value: sixteen bytes tell.
-    const Value wanted(key);
+    const KeyWords wanted = shortKey(key);
     for (auto *item = items(), *end = item + size; item != end; ++item) {
-        if (std::memcmp(&item->key, &wanted, sizeof(Value)) == 0) return item;
+        if (load<KeyWords>(&item->key) == wanted) return item;
     }
     return nullptr;
 }
@@ -205,9 +246,11 @@ void Dictionary::set(std::string_view key, Value value) {
     if (value.isNil()) {
         throw Exception(kInvalidArgumentException, "A dictionary holds no nil (key: " + std::string(key) + ").");
     }
-    if (contains(key)) {
+    if (auto* item = rep_ ? rep_->find(key) : nullptr) {
+        const auto position = item - rep_->items();
+        if (rep_->isShared()) item = detail::own(rep_, size()).items() + position;
         // What was there goes last, when `value` dies: its destructor may look at this dictionary.
-        detail::own(rep_, size()).find(key)->value.swap(value);
+        item->value.swap(value);
         return;
     }
     Value ownKey(key);  // before the store moves: `key` may lie in it

@@ -59,8 +59,6 @@ Value Value::fromObject(std::shared_ptr<vexim::Object> object) noexcept {
     return counted(Kind::Object, new detail::ObjectRep(std::move(object)));
 }
 
-Value Value::fromSigned(std::int64_t value) noexcept { return Value(Kind::Integer, value); }
-
 Value Value::fromUnsigned(std::uint64_t value) noexcept {
     constexpr std::uint64_t kLargestSigned = std::numeric_limits<std::int64_t>::max();
     return Value(value > kLargestSigned ? Kind::Unsigned : Kind::Integer, value);

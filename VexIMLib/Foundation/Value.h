@@ -163,7 +163,7 @@ public:
 
 private:
     static Value fromObject(std::shared_ptr<vexim::Object> object) noexcept;
-    static Value fromSigned(std::int64_t value) noexcept;
+    static Value fromSigned(std::int64_t value) noexcept { return Value(Kind::Integer, value); }
     static Value fromUnsigned(std::uint64_t value) noexcept;
     template <class T>
     static Value fromIntegral(T value) noexcept {

@@ -56,12 +56,11 @@ const char* className(const Value& value) {
 
 /// Writes where every component but the last is a dictionary or missing. Each dictionary on the way is unshared, so that those
 /// who hold an earlier copy see nothing of it.
-void writePath(Dictionary& dictionary, std::string_view keyPath, Value object) {
-    const SplitPath path(keyPath);
+void writePath(Dictionary& dictionary, const SplitPath& path, Value object) {
     if (!path.rest) return dictionary.setOrRemove(path.first, std::move(object));
-    dictionary.update(path.first, [&](Value& nested) {
+    dictionary.update(path.first, [&path, &object](Value& nested) {
         if (nested.isNil()) nested = Dictionary();
-        writePath(nested.mutableDictionary(), *path.rest, std::move(object));
+        writePath(nested.mutableDictionary(), SplitPath(*path.rest), std::move(object));
     });
 }
 
@@ -125,10 +124,12 @@ Value VXIMRuntimeObject::objectForKeyPath(std::string_view keyPath) const {
 }
 
 void VXIMRuntimeObject::setObjectForKeyPath(Value object, std::string_view keyPath) {
+    const SplitPath path(keyPath);
+    if (!path.rest) return setObjectForKey(std::move(object), keyPath);
     // First the way, so that a write that cannot reach its place changes nothing.
     const Dictionary* dictionary = &dataStore_;
-    for (SplitPath path(keyPath); path.rest; path = SplitPath(*path.rest)) {
-        const Value& next = dictionary->get(path.first);
+    for (SplitPath way = path; way.rest; way = SplitPath(*way.rest)) {
+        const Value& next = dictionary->get(way.first);
         if (next.isNil()) {
             if (object.isNil()) return;  // there is nothing to remove, and nothing is made for it
             break;                       // from here on all is made
@@ -136,7 +137,7 @@ void VXIMRuntimeObject::setObjectForKeyPath(Value object, std::string_view keyPa
         dictionary = next.asDictionary();
         if (!dictionary) raiseUnknownKey(next, keyPath.substr(keyPath.rfind('.') + 1));
     }
-    writePath(dataStore_, keyPath, std::move(object));
+    writePath(dataStore_, path, std::move(object));
 }
 
 Value VXIMRuntimeObject::valueForPropertyName(std::string_view property) const {

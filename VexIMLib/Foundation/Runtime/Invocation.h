@@ -39,6 +39,9 @@ public:
     void getArgument(void* location, std::size_t index) const;
     void setReturnValue(const void* location);
     void getReturnValue(void* location) const;
+    // Where they lie, while the invocation lives.
+    const void* argumentLocation(std::size_t index) const { return frame_ + ownArgument(index).offset; }
+    void* returnValueLocation() noexcept { return frame_ + signature_.result_.offset; }
 
     /// Sends the message. Raises NSInvalidArgumentException when the receiver does not understand it, and whatever the method
     /// raises.

@@ -35,12 +35,11 @@ Value boxedReturnValue(const Invocation& invocation) {
     } else if (type.size > 0) {
         alignas(kLargestScalar) std::byte scalar[kLargestScalar] = {};
         if (type.size <= sizeof scalar) invocation.getReturnValue(scalar);
-        auto boxed = type.size <= sizeof scalar ? boxScalar(type.text, scalar) : std::nullopt;
-        if (!boxed) {
+        if (type.size <= sizeof scalar) result = boxScalar(type.text, scalar);
+        if (result.isNil()) {
             throw Exception(kInvalidArgumentException, "the result of " + invocation.selector().text() + ", of type " +
                                                            std::string(type.text) + ", has no boxed form");
         }
-        result = *std::move(boxed);
     }
     return result;
 }

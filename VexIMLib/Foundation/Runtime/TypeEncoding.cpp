@@ -151,6 +151,7 @@ bool store(T value, void* bytes) {
 /// Narrow integers wrap, as a C conversion does.
 template <class T>
 bool storeInteger(const Value& number, void* bytes) {
+    if (number.kind() == Value::Kind::Integer) return store(static_cast<T>(number.integer()), bytes);  // nearly always
     if constexpr (std::is_signed_v<T>) {
         return store(static_cast<T>(*strictInt64(number)), bytes);
     } else {
@@ -162,7 +163,7 @@ bool storeInteger(const Value& number, void* bytes) {
 
 Type readType(std::string_view encoding) { return TypeReader(encoding).read(); }
 
-std::optional<Value> boxScalar(std::string_view encoding, const void* bytes) {
+Value boxScalar(std::string_view encoding, const void* bytes) {
     switch (encoding.empty() ? '\0' : encoding.front()) {
         case 'c': return Value(load<signed char>(bytes));
         case 'C': return Value(load<unsigned char>(bytes));
@@ -178,7 +179,7 @@ std::optional<Value> boxScalar(std::string_view encoding, const void* bytes) {
         case 'f': return Value(static_cast<double>(load<float>(bytes)));
         case 'd': return Value(load<double>(bytes));
         case 'D': return Value(static_cast<double>(load<long double>(bytes)));
-        default: return std::nullopt;
+        default: return nullptr;
     }
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 #include <string_view>
 
 #include "VexIMLib/Foundation/Export.h"
@@ -28,8 +27,8 @@ struct Type {
 /// Reads the first type of `encoding`; raises NSInvalidArgumentException when there is none.
 VEXIM_EXPORT Type readType(std::string_view encoding);
 
-/// The scalar at `bytes` as a number; nullopt when the type is neither a number's nor a boolean's.
-VEXIM_EXPORT std::optional<Value> boxScalar(std::string_view encoding, const void* bytes);
+/// The scalar at `bytes` as a number, by the type's first character; nil when the type is neither a number's nor a boolean's.
+VEXIM_EXPORT Value boxScalar(std::string_view encoding, const void* bytes);
 
 /// Writes `number` to `bytes` as the type's first character says, by the strict reading of numbers.
 /// False, with nothing written, when the type is neither a number's nor a boolean's, or `number` is no number.

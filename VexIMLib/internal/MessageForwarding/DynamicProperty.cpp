@@ -15,29 +15,33 @@ struct DynamicAccessor::Route {
     std::shared_ptr<const MethodSignature> signature;
     std::shared_ptr<VXIMPropertyInfo> info;  // nullptr: the class has a method of that name
     const Route* next;
-
-    void send(Invocation& invocation) const {
-        if (info) {
-            VXIMMessageForwardProxy::accessProperty(*info, invocation);
-        } else {
-            invocation.invoke();
-        }
-    }
 };
 
 void DynamicAccessor::get(VXIMRuntimeObject& object, void* value) const {
     const Route& route = routeFor(object);
+    if (route.info) {
+        VXIMMessageForwardProxy::accessProperty(*route.info, [&] {
+            VXIMMessageForwardProxy::loadResult(*route.info, object, {encoding_, size_}, value);
+        });
+        return;
+    }
     Invocation invocation(*route.signature, object, route.selector);
-    route.send(invocation);
+    invocation.invoke();
     invocation.getReturnValue(value);
 }
 
 void DynamicAccessor::set(VXIMRuntimeObject& object, const void* value) const {
     const Route& route = routeFor(object);
+    if (route.info && route.info->setterSelector() == route.selector) {
+        VXIMMessageForwardProxy::accessProperty(*route.info, [&] {
+            VXIMMessageForwardProxy::storeArgument(*route.info, object, {encoding_, size_}, value);
+        });
+        return;
+    }
     Invocation invocation(*route.signature, object, route.selector);
     // The setter's form of a read-only property is served as a getter, which has no place for the argument.
     if (route.signature->numberOfArguments() > 2) invocation.setArgument(value, 2);
-    route.send(invocation);
+    invocation.invoke();
 }
 
 const DynamicAccessor::Route& DynamicAccessor::routeFor(VXIMRuntimeObject& object) const {
@@ -62,7 +66,7 @@ const DynamicAccessor::Route& DynamicAccessor::addRoute(VXIMRuntimeObject& objec
     const std::string& type = takesValue ? signature->argumentType(2) : signature->methodReturnType();
     if (type != encoding_) {
         throw Exception(kInternalInconsistencyException, "The property " + std::string(property_) + " of class " + cls.name() +
-                                                             " is of type " + type + ", not " + encoding_ + ".");
+                                                             " is of type " + type + ", not " + std::string(encoding_) + ".");
     }
     std::shared_ptr<VXIMPropertyInfo> info;
     if (!cls.method(selector)) {

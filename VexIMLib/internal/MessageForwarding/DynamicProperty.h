@@ -1,9 +1,11 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -28,10 +30,12 @@ class DynamicAccessor {
 public:
     enum class Kind : std::uint8_t { Getter, Setter };
 
-    constexpr DynamicAccessor(Kind kind, const Class& (*declaringClass)(), const char* property, const char* encoding) noexcept
+    constexpr DynamicAccessor(Kind kind, const Class& (*declaringClass)(), std::string_view property, std::string_view encoding,
+                              std::size_t size) noexcept
         : declaringClass_(declaringClass),
           property_(property),
           encoding_(encoding),
+          size_(size),
           kind_(kind) {}
 
     // `value` points to the C++ form of the encoding, a Value for an object.
@@ -44,15 +48,16 @@ private:
     const Route& addRoute(VXIMRuntimeObject& object, const Class& cls) const;
 
     const Class& (*declaringClass_)();
-    const char* property_;
-    const char* encoding_;
+    std::string_view property_;
+    std::string_view encoding_;
+    std::size_t size_;  // of the value, in bytes
     Kind kind_;
     mutable std::atomic<const Route*> routes_{nullptr};  // one for each concrete class; append only, read without a lock
 };
 
 /// The encoding under which a dynamic property of C++ type T is declared.
 template <class T>
-constexpr const char* encodingOf() noexcept {
+constexpr std::string_view encodingOf() noexcept {
     if constexpr (std::is_same_v<T, bool>) {
         return "B";
     } else if constexpr (std::is_same_v<T, std::int32_t>) {
@@ -100,9 +105,9 @@ Value toObject(std::optional<T> value) {
 template <class T>
 class DynamicProperty {
 public:
-    constexpr DynamicProperty(const Class& (*declaringClass)(), const char* name) noexcept
-        : getter_(detail::DynamicAccessor::Kind::Getter, declaringClass, name, detail::encodingOf<T>()),
-          setter_(detail::DynamicAccessor::Kind::Setter, declaringClass, name, detail::encodingOf<T>()) {}
+    constexpr DynamicProperty(const Class& (*declaringClass)(), std::string_view name) noexcept
+        : getter_(detail::DynamicAccessor::Kind::Getter, declaringClass, name, detail::encodingOf<T>(), kSize),
+          setter_(detail::DynamicAccessor::Kind::Setter, declaringClass, name, detail::encodingOf<T>(), kSize) {}
 
     /// A getter is a message like any other; the object is const to callers because ordinary getters only read.
     T get(const VXIMRuntimeObject& object) const {
@@ -128,6 +133,8 @@ public:
     }
 
 private:
+    static constexpr std::size_t kSize = std::is_arithmetic_v<T> ? sizeof(T) : sizeof(Value);
+
     detail::DynamicAccessor getter_;
     detail::DynamicAccessor setter_;
 };

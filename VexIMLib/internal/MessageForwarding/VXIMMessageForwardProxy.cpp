@@ -27,23 +27,12 @@ Registry& registry() {
     return shared;
 }
 
-/// Bytes of one argument or result: on the stack unless a structure is large.
-class ScratchBytes {
-public:
-    explicit ScratchBytes(std::size_t size) : heap_(size > sizeof inline_ ? new std::byte[size]() : nullptr) {}
-    std::byte* get() noexcept { return heap_ ? heap_.get() : inline_; }
-
-private:
-    alignas(16) std::byte inline_[32] = {};
-    std::unique_ptr<std::byte[]> heap_;
-};
-
 /// The two refusals read differently (an exclamation mark, a colon), and their users tell them apart by it.
-[[noreturn]] void refuseType(const std::string& type) {
-    throw Exception(vexim::kInternalInconsistencyException, "Unsupported type encoding " + type + "!");
+[[noreturn]] void refuseType(std::string_view encoding) {
+    throw Exception(vexim::kInternalInconsistencyException, "Unsupported type encoding " + std::string(encoding) + "!");
 }
-[[noreturn]] void refuseValueForType(const std::string& type) {
-    throw Exception(vexim::kInternalInconsistencyException, "Unsupported type encoding: " + type);
+[[noreturn]] void refuseValueForType(std::string_view encoding) {
+    throw Exception(vexim::kInternalInconsistencyException, "Unsupported type encoding: " + std::string(encoding));
 }
 
 /// Values are immutable copies by nature; only an object needs to be asked for one.
@@ -101,67 +90,66 @@ void VXIMMessageForwardProxy::proxyForwardInvocation(Invocation& invocation) {
     if (!classInfo) return invocation.invoke();
     const auto info = classInfo->propertyInfoForSelector(invocation.selector());
     if (!info) return invocation.invoke();
-    accessProperty(*info, invocation);
-}
-
-void VXIMMessageForwardProxy::accessProperty(const VXIMPropertyInfo& info, Invocation& invocation) {
-    // By hand and not by a guard: an exception from the access leaves the lock held, as it always has.
-    if (info.isAtomic()) info.valueAccesslock().lock();
-    if (info.setterSelector() == invocation.selector()) {
-        forwardSetterWithPropertyInfo(info, invocation);
-    } else {
-        forwardGetterWithPropertyInfo(info, invocation);
-    }
-    if (info.isAtomic()) info.valueAccesslock().unlock();
+    accessProperty(*info, [&] {
+        if (info->setterSelector() == invocation.selector()) {
+            forwardSetterWithPropertyInfo(*info, invocation);
+        } else {
+            forwardGetterWithPropertyInfo(*info, invocation);
+        }
+    });
 }
 
 void VXIMMessageForwardProxy::forwardSetterWithPropertyInfo(const VXIMPropertyInfo& info, Invocation& invocation) {
     constexpr std::size_t kValueIndex = 2;
-    if (invocation.methodSignature().numberOfArguments() != kValueIndex + 1) {
+    const vexim::MethodSignature& signature = invocation.methodSignature();
+    if (signature.numberOfArguments() != kValueIndex + 1) {
         throw Exception(vexim::kInvalidArgumentException, "Setter should only take 1 argument.");
     }
-    VXIMRuntimeObject& target = targetOf(invocation);
-    const std::string& type = invocation.methodSignature().argumentType(kValueIndex);
+    storeArgument(info, targetOf(invocation), {signature.argumentType(kValueIndex), signature.argumentSize(kValueIndex)},
+                  invocation.argumentLocation(kValueIndex));
+}
 
-    if (type.starts_with('@')) {
-        Value value;
-        invocation.getArgument(&value, kValueIndex);
+void VXIMMessageForwardProxy::forwardGetterWithPropertyInfo(const VXIMPropertyInfo& info, Invocation& invocation) {
+    const vexim::MethodSignature& signature = invocation.methodSignature();
+    if (signature.numberOfArguments() != 2) {
+        throw Exception(vexim::kInvalidArgumentException, "Getter should take no argument.");
+    }
+    loadResult(info, targetOf(invocation), {signature.methodReturnType(), signature.methodReturnLength()},
+               invocation.returnValueLocation());
+}
+
+void VXIMMessageForwardProxy::storeArgument(const VXIMPropertyInfo& info, VXIMRuntimeObject& target, Type type,
+                                            const void* argument) {
+    if (type.encoding.starts_with('@')) {
+        Value value = *static_cast<const Value*>(argument);
         if (info.associationPolicy() == VXIMPropertyInfo::AssociationPolicy::Copy) value = copied(value);
         if (info.ivar()) return target.instanceStorage().setObject(*info.ivar(), std::move(value));
         return target.setValueForPropertyName(std::move(value), info.name());
     }
-
-    const std::size_t size = invocation.methodSignature().argumentSize(kValueIndex);
-    ScratchBytes argument(size);
-    invocation.getArgument(argument.get(), kValueIndex);
-    if (info.ivar()) return target.instanceStorage().setBytes(*info.ivar(), argument.get(), size);
-    auto number = vexim::boxScalar(type, argument.get());
-    if (!number) refuseType(type);
-    target.setValueForPropertyName(*std::move(number), info.name());
+    if (info.ivar()) return target.instanceStorage().setBytes(*info.ivar(), argument, type.size);
+    Value number = vexim::boxScalar(type.encoding, argument);
+    if (number.isNil()) refuseType(type.encoding);
+    target.setValueForPropertyName(std::move(number), info.name());
 }
 
-void VXIMMessageForwardProxy::forwardGetterWithPropertyInfo(const VXIMPropertyInfo& info, Invocation& invocation) {
-    if (invocation.methodSignature().numberOfArguments() != 2) {
-        throw Exception(vexim::kInvalidArgumentException, "Getter should take no argument.");
-    }
-    VXIMRuntimeObject& target = targetOf(invocation);
-    const std::string& type = invocation.methodSignature().methodReturnType();
-
-    if (type.starts_with('@')) {
+void VXIMMessageForwardProxy::loadResult(const VXIMPropertyInfo& info, VXIMRuntimeObject& target, Type type, void* result) {
+    if (type.encoding.starts_with('@')) {
         Value value = info.ivar() ? target.instanceStorage().object(*info.ivar()) : target.valueForPropertyName(info.name());
         if (value.isNull()) value = Value();
-        return invocation.setReturnValue(&value);
+        *static_cast<Value*>(result) = std::move(value);
+        return;
     }
-
-    ScratchBytes result(invocation.methodSignature().methodReturnLength());
     if (info.ivar()) {
+        std::memset(result, 0, type.size);
         // One word whatever the type, although a setter stores all of it: a long double or a structure comes back cut short.
-        target.instanceStorage().copyBytes(*info.ivar(), result.get(), sizeof(void*));
-        return invocation.setReturnValue(result.get());
+        target.instanceStorage().copyBytes(*info.ivar(), result, std::min(type.size, sizeof(void*)));
+        return;
     }
     const Value value = target.valueForPropertyName(info.name());
-    if (!value.isNilOrNull() && !vexim::unboxScalar(value, type, result.get())) {
-        value.isNumber() ? refuseType(type) : refuseValueForType(type);
+    if (value.isNilOrNull()) {
+        std::memset(result, 0, type.size);
+        return;
     }
-    invocation.setReturnValue(result.get());
+    if (vexim::unboxScalar(value, type.encoding, result)) return;
+    value.isNumber() ? refuseType(type.encoding) : refuseValueForType(type.encoding);
 }

@@ -1,14 +1,18 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/Foundation/ThreadSafety.h"
 #include "VexIMLib/internal/MessageForwarding/VXIMClassInfo.h"
+
+class VXIMRuntimeObject;
 
 /// Carries out the accessors of dynamic properties: a setter's argument is boxed and put into the object's store, a getter's
 /// result is taken out of it and unboxed. One proxy serves a root class and everything derived from it, for the life of the
@@ -36,14 +40,32 @@ public:
     void proxyForwardInvocation(vexim::Invocation& invocation);
 
     // The steps of the above once the property is known; the target must be a VXIMRuntimeObject.
-    /// Takes the lock of an atomic property around the access. An exception leaves it held.
-    static void accessProperty(const VXIMPropertyInfo& info, vexim::Invocation& invocation);
-    /// Raises NSInvalidArgumentException unless there is one argument, NSInternalInconsistencyException for a type without a
-    /// boxed form, NSUnknownKeyException when the store has something else than a dictionary on the way.
+    /// Raises NSInvalidArgumentException unless there is one argument, and what `storeArgument` raises.
     static void forwardSetterWithPropertyInfo(const VXIMPropertyInfo& info, vexim::Invocation& invocation);
-    /// nil and null read as 0. Raises NSInvalidArgumentException when there is an argument, NSInternalInconsistencyException when
-    /// the stored value does not fit the type.
+    /// Raises NSInvalidArgumentException when there is an argument, and what `loadResult` raises.
     static void forwardGetterWithPropertyInfo(const VXIMPropertyInfo& info, vexim::Invocation& invocation);
+
+    // The same without an invocation, for callers that know the type.
+    /// A value's type encoding and its size in bytes.
+    struct Type {
+        std::string_view encoding;
+        std::size_t size;
+    };
+    /// Runs `access` under the lock of the property when that is atomic. An exception leaves the lock held.
+    template <class Access>
+    static void accessProperty(const VXIMPropertyInfo& info, Access access) {
+        // By hand and not by a guard: users of the lock have always found it held after an exception.
+        VXIMNamedLock* lock = info.isAtomic() ? &info.valueAccesslock() : nullptr;
+        if (lock) lock->lock();
+        access();
+        if (lock) lock->unlock();
+    }
+    /// Boxes the value at `argument` and puts it into the store. Raises NSInternalInconsistencyException for a type without a
+    /// boxed form, NSUnknownKeyException when the store has something else than a dictionary on the way.
+    static void storeArgument(const VXIMPropertyInfo& info, VXIMRuntimeObject& target, Type type, const void* argument);
+    /// Takes the value out of the store and unboxes it to `result`; nil and null read as 0. Raises
+    /// NSInternalInconsistencyException when the stored value does not fit the type.
+    static void loadResult(const VXIMPropertyInfo& info, VXIMRuntimeObject& target, Type type, void* result);
 
 private:
     const vexim::Class* rootClass_ = nullptr;

@@ -36,6 +36,8 @@ std::shared_ptr<VXIMPropertyInfo> VXIMPropertyInfo::initWithClass(const Class& c
     return vexim::create<VXIMPropertyInfo>(cls, name);
 }
 
+VXIMPropertyInfo::~VXIMPropertyInfo() { delete valueAccesslock_.load(std::memory_order_acquire); }
+
 bool VXIMPropertyInfo::initialise(const Class& cls, const std::optional<std::string>& name) {
     const Property* property = name ? cls.property(*name) : nullptr;
     if (!property) return false;
@@ -90,9 +92,12 @@ bool VXIMPropertyInfo::takeInstanceVariable(const Class& owner, const std::optio
 }
 
 VXIMNamedLock& VXIMPropertyInfo::valueAccesslock() const {
-    std::call_once(valueAccesslockOnce_, [this] {
-        valueAccesslock_ = std::make_unique<VXIMNamedLock>("com.vexora.clouddata.object.subclass." + cls_->name() + "." + name_ +
-                                                           ".valueAccessLock");
-    });
-    return *valueAccesslock_;
+    if (auto* lock = valueAccesslock_.load(std::memory_order_acquire)) return *lock;
+    vexim::MutexLock creation(valueAccesslockCreation_);
+    auto* lock = valueAccesslock_.load(std::memory_order_relaxed);
+    if (!lock) {
+        lock = new VXIMNamedLock("com.vexora.clouddata.object.subclass." + cls_->name() + "." + name_ + ".valueAccessLock");
+        valueAccesslock_.store(lock, std::memory_order_release);
+    }
+    return *lock;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -8,6 +9,7 @@
 
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
+#include "VexIMLib/Foundation/ThreadSafety.h"
 
 /// The declared property of `cls` that an accessor belongs to, by its selector alone: "title" and "setTitle:" give "title",
 /// "setURL:" gives "URL". nullopt when there is none. Everything that begins with "set" is taken for a setter, getters too.
@@ -33,6 +35,7 @@ public:
     enum class AssociationPolicy : std::int64_t { Assign = 1, Weak = 2, Strong = 3, Copy = 4 };
 
     using Object::Object;
+    ~VXIMPropertyInfo() override;
     /// nullptr when the selector leads to no property, or to one that is not dynamic.
     static std::shared_ptr<VXIMPropertyInfo> propertyInfoWithSelector(vexim::Selector selector, const vexim::Class& cls);
     /// nullptr when the class has no such property, or not as a dynamic one; nullopt names none.
@@ -75,6 +78,6 @@ private:
     vexim::Selector setterSelector_;
     vexim::Selector getterSelector_;
 
-    mutable std::once_flag valueAccesslockOnce_;
-    mutable std::unique_ptr<VXIMNamedLock> valueAccesslock_;
+    mutable vexim::Mutex valueAccesslockCreation_;
+    mutable std::atomic<VXIMNamedLock*> valueAccesslock_{nullptr};  // owned; set once
 };
