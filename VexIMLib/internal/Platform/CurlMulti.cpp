@@ -1,5 +1,6 @@
 #include "VexIMLib/internal/Platform/CurlMulti.h"
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <boost/asio/post.hpp>
@@ -31,6 +32,8 @@ CurlMulti::CurlMulti(asio::io_context& context) : context_(context), multi_(curl
 void CurlMulti::prepare(CURL* easy) {
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &CurlMulti::onCloseSocket);
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &CurlMulti::onOpenSocket);
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
 }
 
 void CurlMulti::add(CURL* easy) { curl_multi_add_handle(multi_, easy); }
@@ -47,15 +50,25 @@ int CurlMulti::onTimer(CURLM*, long timeoutMillis, void* self) {
     return 0;
 }
 
+curl_socket_t CurlMulti::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) {
+    const int socket = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    // libcurl closes a socket that never got connected without a word, and its number comes back here.
+    static_cast<CurlMulti*>(self)->forget(socket);
+    return socket;
+}
+
 int CurlMulti::onCloseSocket(void* self, curl_socket_t socket) {
-    auto& sockets = static_cast<CurlMulti*>(self)->sockets_;
-    if (const auto found = sockets.find(socket); found != sockets.end()) {
-        // The loop must forget the number before the system gives it to another connection.
-        found->second->closed = true;
-        found->second->descriptor.release();
-        sockets.erase(found);
-    }
+    // The loop must forget the number before the system gives it to another connection.
+    static_cast<CurlMulti*>(self)->forget(socket);
     return ::close(socket);
+}
+
+void CurlMulti::forget(curl_socket_t socket) {
+    const auto found = sockets_.find(socket);
+    if (found == sockets_.end()) return;
+    found->second->closed = true;
+    found->second->descriptor.release();
+    sockets_.erase(found);
 }
 
 void CurlMulti::watch(curl_socket_t socket, int what) {

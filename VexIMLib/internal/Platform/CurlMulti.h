@@ -43,9 +43,11 @@ private:
 
     static int onSocket(CURL* easy, curl_socket_t socket, int what, void* self, void* watched);
     static int onTimer(CURLM* multi, long timeoutMillis, void* self);
+    static curl_socket_t onOpenSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
     static int onCloseSocket(void* self, curl_socket_t socket);
 
     void watch(curl_socket_t socket, int what);
+    void forget(curl_socket_t socket);
     void wait(const std::shared_ptr<Socket>& socket);
     void scheduleTimeout(std::chrono::milliseconds timeout);
     void armTimer();
