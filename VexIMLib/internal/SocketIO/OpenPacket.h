@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace vexim {
+
+/// What a server says about a connection in its first packet.
+struct OpenPacket {
+    std::string sid;
+    bool offersWebSocket = false;
+    std::chrono::milliseconds pingInterval{25'000};
+    std::chrono::milliseconds pingTimeout{20'000};
+    /// The longest message, or polling body, that the server takes; servers since 4.5 tell.
+    std::optional<std::size_t> maxPayload;
+};
+
+/// nullopt when it is no JSON object, has no sid, or its intervals are not within 1 ms to one day.
+std::optional<OpenPacket> parseOpenPacket(std::string_view json);
+
+}  // namespace vexim

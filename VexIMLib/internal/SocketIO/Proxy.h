@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VexIMLib/Foundation/URL.h"
+
+namespace vexim {
+
+/// An HTTP proxy that is asked to CONNECT.
+struct ProxyServer {
+    std::string host;
+    std::uint16_t port = 0;
+    std::string authorization;  // value of "Proxy-Authorization"; empty for none
+
+    friend bool operator==(const ProxyServer&, const ProxyServer&) = default;
+};
+
+/// Reads an environment variable; nullptr when it is not set.
+using Environment = std::function<const char*(const char* name)>;
+
+/// The proxy that the environment names for `host`: http_proxy (lower case only, as a CGI request can set the other one),
+/// https_proxy, all_proxy, and the exceptions in no_proxy: "*", host names, which stand for their subdomains too, and
+/// addresses, separated by commas.
+std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port, const Environment& environment);
+/// The process's own environment.
+std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port);
+
+/// The request that opens a tunnel to `authority` ("host:port").
+std::string connectRequest(const ProxyServer& proxy, std::string_view authority);
+
+}  // namespace vexim
