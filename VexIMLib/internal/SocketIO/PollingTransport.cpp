@@ -1,0 +1,290 @@
+#include "VexIMLib/internal/SocketIO/PollingTransport.h"
+
+#include <curl/curl.h>
+#include <strings.h>
+
+#include <array>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "VexIMLib/internal/Platform/CurlMulti.h"
+#include "VexIMLib/internal/Platform/NetworkThreadAsio.h"
+
+namespace vexim {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kGoodbye = 1s;
+
+/// A pool of connections of their own: what the application trusts here says nothing about its other requests.
+CurlMulti& multi() {
+    static auto* const instance = new CurlMulti(NetworkThreadAsio::ioContext());
+    return *instance;
+}
+
+class LivePolling;
+
+/// One GET or POST at a time; the handle keeps its settings.
+class Request final : public CurlMulti::Exchange {
+public:
+    Request(LivePolling& owner, const TransportOptions& options);
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+    ~Request();
+
+    void start(const std::string& url, const std::string& cookies, std::chrono::milliseconds timeout,
+               std::optional<std::string> body);
+    bool isRunning() const noexcept { return isRunning_; }
+    int status() const;
+    const std::string& answer() const noexcept { return answer_; }
+    const std::vector<std::string>& cookies() const noexcept { return cookies_; }
+    bool isTooLarge() const noexcept { return isTooLarge_; }
+    std::string fault(CURLcode result) const;
+
+private:
+    static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
+    static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
+    static CURLcode onContext(CURL* easy, void* context, void* self);
+    void transferEnded(CURLcode result) override;
+
+    LivePolling& owner_;
+    const TransportOptions& options_;
+    CURL* const easy_ = curl_easy_init();
+    curl_slist* headers_ = nullptr;
+    std::array<char, CURL_ERROR_SIZE> description_{};
+    std::string body_;
+    std::string answer_;
+    std::vector<std::string> cookies_;
+    bool isRunning_ = false;
+    bool isTooLarge_ = false;
+};
+
+class LivePolling final : public std::enable_shared_from_this<LivePolling> {
+public:
+    LivePolling(TransportOptions options, TransportListener& listener)
+        : options_(std::move(options)),
+          listener_(&listener),
+          get_(*this, options_),
+          post_(*this, options_) {}
+
+    void get(const std::string& target, const std::string& cookies, std::chrono::milliseconds timeout) {
+        get_.start(urlOf(target), cookies, timeout, std::nullopt);
+    }
+    void post(const std::string& target, const std::string& cookies, std::string body) {
+        post_.start(urlOf(target), cookies, kPostTimeout, std::move(body));
+    }
+    void close(const std::string& target, const std::string& cookies, std::string body);
+    void forget() { listener_ = nullptr; }
+
+    void didEnd(Request& request, CURLcode result);
+
+private:
+    static constexpr std::chrono::milliseconds kPostTimeout{20'000};
+
+    std::string urlOf(const std::string& target) const {
+        return (options_.endpoint.isSecure ? "https://" : "http://") + options_.endpoint.authorityWithPort() + target;
+    }
+    void letGo();
+
+    const TransportOptions options_;
+    TransportListener* listener_;  // nullptr once nobody is to hear any more
+    Request get_;
+    Request post_;
+
+    // While saying goodbye it keeps itself alive.
+    std::shared_ptr<LivePolling> self_;
+    NetworkTimer goodbye_;
+    struct Farewell {
+        std::string target;
+        std::string cookies;
+        std::string body;
+    };
+    std::optional<Farewell> farewell_;
+};
+
+Request::Request(LivePolling& owner, const TransportOptions& options) : owner_(owner), options_(options) {
+    multi().prepare(easy_);
+    curl_easy_setopt(easy_, CURLOPT_PRIVATE, static_cast<CurlMulti::Exchange*>(this));
+    curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, description_.data());
+    curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
+    curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    curl_easy_setopt(easy_, CURLOPT_ACCEPT_ENCODING, "");
+    curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, &Request::onBody);
+    curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &Request::onHeader);
+    curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
+    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
+    // libcurl takes a connection over only for the same authorities and pins.
+    const TlsOptions& tls = options_.tls;
+    if (!tls.authorityPEM.empty()) {
+        curl_blob authorities{const_cast<char*>(tls.authorityPEM.data()), tls.authorityPEM.size(), CURL_BLOB_COPY};
+        curl_easy_setopt(easy_, CURLOPT_CAINFO_BLOB, &authorities);
+    } else if (!tls.authorityFile.empty()) {
+        curl_easy_setopt(easy_, CURLOPT_CAINFO, tls.authorityFile.c_str());
+    }
+    if (!tls.pins.empty()) {
+        std::string pins;
+        for (const auto& pin : tls.pins) pins += (pins.empty() ? "sha256//" : ";sha256//") + pin;
+        curl_easy_setopt(easy_, CURLOPT_PINNEDPUBLICKEY, pins.c_str());
+    }
+    if (tls.acceptSelfSigned) {
+        // It cannot compare what our hook does, so such a connection serves one request.
+        curl_easy_setopt(easy_, CURLOPT_SSL_CTX_FUNCTION, &Request::onContext);
+        curl_easy_setopt(easy_, CURLOPT_SSL_CTX_DATA, this);
+        curl_easy_setopt(easy_, CURLOPT_CA_CACHE_TIMEOUT, 0L);
+        curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, 1L);
+        curl_easy_setopt(easy_, CURLOPT_FORBID_REUSE, 1L);
+    }
+}
+
+Request::~Request() {
+    if (isRunning_) multi().remove(easy_);
+    curl_easy_cleanup(easy_);
+    curl_slist_free_all(headers_);
+}
+
+void Request::start(const std::string& url, const std::string& cookies, std::chrono::milliseconds timeout,
+                    std::optional<std::string> body) {
+    answer_.clear();
+    cookies_.clear();
+    description_.front() = '\0';
+    isTooLarge_ = false;
+    curl_slist_free_all(std::exchange(headers_, nullptr));
+    for (const auto& [name, value] : options_.headers) {
+        // libcurl takes "name;" for a header without a value.
+        headers_ = curl_slist_append(headers_, (value.empty() ? name + ";" : name + ": " + value).c_str());
+    }
+    if (!cookies.empty()) headers_ = curl_slist_append(headers_, ("Cookie: " + cookies).c_str());
+    headers_ = curl_slist_append(headers_, "Expect:");
+    if (body) {
+        headers_ = curl_slist_append(headers_, "Content-Type: text/plain;charset=UTF-8");
+        body_ = std::move(*body);
+        curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.size()));
+        curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, body_.data());
+    }
+    curl_easy_setopt(easy_, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_);
+    curl_easy_setopt(easy_, CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
+    isRunning_ = true;
+    multi().add(easy_);
+}
+
+std::size_t Request::onBody(char* bytes, std::size_t size, std::size_t count, void* self) {
+    auto& request = *static_cast<Request*>(self);
+    if (request.answer_.size() + size * count > request.options_.maxMessageBytes) {
+        request.isTooLarge_ = true;
+        return 0;
+    }
+    request.answer_.append(bytes, size * count);
+    return size * count;
+}
+
+std::size_t Request::onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
+    constexpr std::string_view kName = "set-cookie:";
+    std::string_view line(bytes, size * count);
+    if (line.size() > kName.size() && ::strncasecmp(line.data(), kName.data(), kName.size()) == 0) {
+        line.remove_prefix(kName.size());
+        while (line.ends_with('\n') || line.ends_with('\r')) line.remove_suffix(1);
+        static_cast<Request*>(self)->cookies_.emplace_back(line);
+    }
+    return size * count;
+}
+
+CURLcode Request::onContext(CURL*, void* context, void* self) {
+    const auto& tls = static_cast<Request*>(self)->options_.tls;
+    return applyTlsOptions(static_cast<ssl_ctx_st*>(context), tls) ? CURLE_OK : CURLE_SSL_CACERT_BADFILE;
+}
+
+int Request::status() const {
+    long status = 0;
+    curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
+    return static_cast<int>(status);
+}
+
+std::string Request::fault(CURLcode result) const {
+    return description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
+}
+
+void Request::transferEnded(CURLcode result) {
+    isRunning_ = false;
+    owner_.didEnd(*this, result);
+}
+
+void LivePolling::didEnd(Request& request, CURLcode result) {
+    const auto owner = shared_from_this();  // the listener may let go of it
+    if (!listener_) {
+        if (&request != &post_) return;
+        if (farewell_) {
+            const Farewell last = std::move(*farewell_);
+            farewell_.reset();
+            return post_.start(urlOf(last.target), last.cookies, kGoodbye, last.body);
+        }
+        return letGo();
+    }
+    TransportListener& listener = *listener_;
+    if (!request.cookies().empty()) listener.didReceiveCookies(request.cookies());
+    if (result != CURLE_OK) {
+        listener.didHappen(event::RequestFailed{
+            request.isTooLarge() ? "The server's answer is over the limit." : request.fault(result), request.isTooLarge()});
+    } else if (&request == &get_) {
+        const std::string body = request.answer();  // the next request is written over it
+        listener.didHappen(event::GetAnswered{request.status(), body});
+    } else {
+        const std::string body = request.answer();
+        listener.didHappen(event::PostAnswered{request.status(), body});
+    }
+    if (listener_) listener_->didEndTurn();
+}
+
+void LivePolling::close(const std::string& target, const std::string& cookies, std::string body) {
+    listener_ = nullptr;
+    self_ = shared_from_this();
+    goodbye_.start(kGoodbye, [this] { letGo(); });
+    // The GET stays: a server that loses it forgets the session, and with it what the POST holds.
+    if (post_.isRunning()) {
+        farewell_ = Farewell{target, cookies, std::move(body)};
+    } else {
+        post_.start(urlOf(target), cookies, kGoodbye, std::move(body));
+    }
+}
+
+void LivePolling::letGo() {
+    // Destroying handles is not allowed inside their own callbacks.
+    goodbye_.cancel();
+    NetworkThread::shared().post([self = std::exchange(self_, nullptr)] {});
+}
+
+/// What the link holds: letting go of it is dropping the transport, unless it is saying goodbye.
+class PollingHandle final : public PollingTransport {
+public:
+    explicit PollingHandle(std::shared_ptr<LivePolling> polling) : polling_(std::move(polling)) {}
+    ~PollingHandle() override {
+        polling_->forget();
+        NetworkThread::shared().post([polling = std::move(polling_)] {});
+    }
+    void get(const std::string& target, const std::string& cookies, std::chrono::milliseconds timeout) override {
+        polling_->get(target, cookies, timeout);
+    }
+    void post(const std::string& target, const std::string& cookies, std::string body) override {
+        polling_->post(target, cookies, std::move(body));
+    }
+    void close(const std::string& target, const std::string& cookies, std::string body) override {
+        polling_->close(target, cookies, std::move(body));
+    }
+
+private:
+    std::shared_ptr<LivePolling> polling_;
+};
+
+}  // namespace
+
+std::unique_ptr<PollingTransport> PollingTransport::create(TransportOptions options, TransportListener& listener) {
+    return std::make_unique<PollingHandle>(std::make_shared<LivePolling>(std::move(options), listener));
+}
+
+}  // namespace vexim

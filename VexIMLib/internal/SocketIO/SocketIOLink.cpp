@@ -1,0 +1,177 @@
+#include "VexIMLib/internal/SocketIO/SocketIOLink.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+#include <variant>
+
+namespace vexim {
+namespace {
+
+// What lies in the transport is out of reach of a limit; messages wait in the outbox instead.
+constexpr std::size_t kEnoughUnsent = 256 * 1024;
+// Answers to a peer that asks without end and does not read.
+constexpr std::size_t kTooMuchUnsent = std::size_t{64} << 20;
+
+}  // namespace
+
+SocketIOLink::SocketIOLink(SessionConfig session, TransportOptions transport, Owner& owner, Environment environment)
+    : options_(std::move(transport)),
+      owner_(owner),
+      environment_(std::move(environment)),
+      session_(std::move(session)) {}
+
+SocketIOLink::~SocketIOLink() { dropTransports(); }
+
+void SocketIOLink::dropTransports() {
+    if (webSocket_) webSocket_->drop();
+    webSocket_.reset();
+    polling_.reset();
+    timer_.cancel();
+}
+
+void SocketIOLink::apply(const SessionEvent& what) {
+    session_.on(what, environment_.clock->now(), actions_);
+    perform();
+    if (session_.hasEnded()) return;
+    if (webSocket_) webSocket_->flush();
+    armTimer();
+}
+
+void SocketIOLink::perform() {
+    for (std::size_t i = 0; i < actions_.size(); ++i) {
+        std::visit([this](auto& action) { carryOut(action); }, actions_[i]);
+        if (actions_.empty()) return;  // that was the end
+    }
+    actions_.clear();
+}
+
+void SocketIOLink::armTimer() {
+    const auto deadline = session_.deadline();
+    // Deadlines move with every heartbeat; a timer that fires too early costs less than setting it anew each time.
+    if (!deadline || (armedFor_ && *armedFor_ <= *deadline)) return;
+    armedFor_ = deadline;
+    const auto wait = std::max(*deadline - environment_.clock->now(), Clock::TimePoint::duration::zero());
+    timer_.start(wait, [this] {
+        armedFor_.reset();
+        const auto due = session_.deadline();
+        if (!due) return;
+        if (*due > environment_.clock->now()) return armTimer();
+        apply(event::Tick{});
+    });
+}
+
+void SocketIOLink::abort(EndCause cause, std::string why) {
+    action::Ended ended{cause, std::move(why), nullptr};
+    carryOut(ended);
+}
+
+// From the transports
+
+void SocketIOLink::didHappen(const SessionEvent& what) {
+    if (const auto* text = std::get_if<event::WebSocketText>(&what)) receivedBytes_ = text->text.size();
+    if (const auto* binary = std::get_if<event::WebSocketBinary>(&what)) receivedBytes_ += binary->bytes.size();
+    if (const auto* answer = std::get_if<event::GetAnswered>(&what)) receivedBytes_ = answer->body.size();
+    session_.on(what, environment_.clock->now(), actions_);
+    perform();
+}
+
+void SocketIOLink::didReceiveCookies(const std::vector<std::string>& cookies) {
+    for (const auto& cookie : cookies) cookies_.store(cookie);
+}
+
+void SocketIOLink::didEndTurn() {
+    if (session_.hasEnded()) return;
+    if (webSocket_ && webSocket_->unsentBytes() > kTooMuchUnsent) return abort(EndCause::LimitPassed, "The server does not read.");
+    armTimer();
+    owner_.linkDidEndTurn();
+    if (webSocket_) webSocket_->flush();
+}
+
+// Emitting
+
+bool SocketIOLink::canEmit() const {
+    if (!session_.canEmit()) return false;
+    return !session_.emitsDirectly() || webSocket_->unsentBytes() < kEnoughUnsent;
+}
+
+std::size_t SocketIOLink::emitFrom(Outbox& outbox) {
+    const auto front = outbox.front();
+    std::size_t cost = Outbox::cost(front.text);
+    if (session_.emitsDirectly()) {
+        webSocket_->writeText(front.text);
+        for (unsigned i = 0; i < front.attachments; ++i) {
+            const Data attachment = outbox.takeAttachment();
+            cost += Outbox::cost(attachment);
+            webSocket_->writeBinary(binaryPrefix(*session_.revision()), attachment.view());
+        }
+    } else {
+        EncodedPacket packet{std::string(front.text), {}};
+        for (unsigned i = 0; i < front.attachments; ++i) packet.attachments.push_back(outbox.takeAttachment());
+        cost = Outbox::cost(packet);
+        session_.on(event::Emit{std::move(packet)}, environment_.clock->now(), actions_);
+        perform();
+    }
+    outbox.pop();
+    return cost;
+}
+
+void SocketIOLink::flush() { apply(event::Flush{}); }
+
+// What the session wants done
+
+PollingTransport& SocketIOLink::polling() {
+    if (!polling_) polling_ = PollingTransport::create(options_, *this);
+    return *polling_;
+}
+
+void SocketIOLink::carryOut(action::OpenWebSocket& what) {
+    if (webSocket_) webSocket_->drop();
+    webSocket_ = WebSocketTransport::create(options_, *this, *environment_.resolver);
+    webSocket_->open(std::move(what.target), cookies_.header());
+}
+
+void SocketIOLink::carryOut(action::SendText& what) {
+    if (webSocket_) webSocket_->writeText(what.text);
+}
+
+void SocketIOLink::carryOut(action::SendBinary& what) {
+    if (webSocket_) webSocket_->writeBinary({}, what.bytes);
+}
+
+void SocketIOLink::carryOut(action::PingWebSocket&) {
+    if (webSocket_) webSocket_->writePing();
+}
+
+void SocketIOLink::carryOut(action::CloseWebSocket&) {
+    if (const auto webSocket = std::exchange(webSocket_, nullptr)) webSocket->close();
+}
+
+void SocketIOLink::carryOut(action::DropWebSocket&) {
+    if (const auto webSocket = std::exchange(webSocket_, nullptr)) webSocket->drop();
+}
+
+void SocketIOLink::carryOut(action::Get& what) { polling().get(what.target, cookies_.header(), what.timeout); }
+
+void SocketIOLink::carryOut(action::Post& what) { polling().post(what.target, cookies_.header(), std::move(what.body)); }
+
+void SocketIOLink::carryOut(action::ClosePolling& what) {
+    if (const auto polling = std::exchange(polling_, nullptr)) polling->close(what.target, cookies_.header(), std::move(what.body));
+}
+
+void SocketIOLink::carryOut(action::Joined& what) { owner_.linkDidJoin(what); }
+
+void SocketIOLink::carryOut(action::Deliver& what) {
+    owner_.linkDidReceive(std::move(what.packet), std::exchange(receivedBytes_, 0));
+}
+
+void SocketIOLink::carryOut(action::Report& what) { owner_.linkDidReport(what); }
+
+void SocketIOLink::carryOut(action::Ended& what) {
+    const action::Ended ended = std::move(what);
+    actions_.clear();
+    dropTransports();
+    owner_.linkDidEnd(ended);
+}
+
+}  // namespace vexim
