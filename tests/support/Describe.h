@@ -26,9 +26,7 @@ inline Dictionary dictionaryFrom(std::string_view text) {
 }
 
 /// "domain code", or "ok".
-inline std::string describe(const ErrorPtr& error) {
-    return error ? error->domain() + " " + std::to_string(error->code()) : "ok";
-}
+inline std::string describe(const ErrorPtr& error) { return error ? error->domain() + " " + std::to_string(error->code()) : "ok"; }
 
 /// "user u1" and the like; every id that is set is shown.
 inline std::string describe(const VXIMMessageTarget& target) {
@@ -40,8 +38,7 @@ inline std::string describe(const VXIMMessageTarget& target) {
 }
 
 inline std::string describe(const VXIMMessage& message) {
-    return "from " + describe(*message.sender()) + ", to " + describe(*message.receiver()) + ": " +
-           message.text().value_or("nil");
+    return "from " + describe(*message.sender()) + ", to " + describe(*message.receiver()) + ": " + message.text().value_or("nil");
 }
 
 }  // namespace vexim::testing
