@@ -292,10 +292,11 @@ void Dictionary::addEntries(const Dictionary& others) {
 }
 
 bool Dictionary::remove(std::string_view key) {
-    if (!contains(key)) return false;
-    const std::string name(key);  // `key` may lie in what goes
+    const auto* item = rep_ ? rep_->find(key) : nullptr;
+    if (!item) return false;
+    const auto position = item - rep_->items();
     auto& rep = detail::own(rep_, size());
-    rep.remove(rep.find(name));
+    rep.remove(rep.items() + position);
     return true;
 }
 

@@ -56,8 +56,10 @@ struct MainQueue::Impl {
     std::uint64_t nextNumber VEXIM_GUARDED_BY(mutex) = 0;
     int depth VEXIM_GUARDED_BY(mutex) = 0;  // of nested run and runUntil
     bool quitting VEXIM_GUARDED_BY(mutex) = false;
+    int waiting VEXIM_GUARDED_BY(mutex) = 0;  // threads that wait for `changed`
     bool exiting VEXIM_GUARDED_BY(mutex) = false;
-    bool wakePending VEXIM_GUARDED_BY(mutex) = false;  // the host was told, and has not drained since
+    bool exitingOnMainThread VEXIM_GUARDED_BY(mutex) = false;  // what runs there now never comes back
+    bool wakePending VEXIM_GUARDED_BY(mutex) = false;          // the host was told, and has not drained since
 
     Mutex wakeMutex;  // held while the wake function runs, so that setWake returns only when the old one is at rest
     Function wake VEXIM_GUARDED_BY(wakeMutex);
@@ -76,9 +78,20 @@ struct MainQueue::Impl {
         }
     }
 
+    /// Waits until something changed, or until a time.
+    void wait(std::chrono::steady_clock::time_point until) VEXIM_REQUIRES(mutex) {
+        ++waiting;
+        if (until == std::chrono::steady_clock::time_point::max()) {
+            changed.wait(mutex);
+        } else {
+            changed.wait_until(mutex, until);
+        }
+        --waiting;
+    }
+
     /// To be called without the mutex after something was added.
-    void tellWaiters(bool tellHost) {
-        changed.notify_all();
+    void tellWaiters(bool someoneWaits, bool tellHost) {
+        if (someoneWaits) changed.notify_all();
         if (!tellHost) return;
         MutexLock lock(wakeMutex);
         if (wake) wake();
@@ -104,13 +117,15 @@ MainQueue& MainQueue::shared() {
 
 void MainQueue::async(Function function) {
     if (!function) return;
+    bool someoneWaits = false;
     bool tellHost = false;
     {
         MutexLock lock(impl_->mutex);
         impl_->push(std::move(function));
+        someoneWaits = impl_->waiting > 0;
         tellHost = !std::exchange(impl_->wakePending, true);
     }
-    impl_->tellWaiters(tellHost);
+    impl_->tellWaiters(someoneWaits, tellHost);
 }
 
 void MainQueue::after(std::chrono::nanoseconds delay, Function function) {
@@ -123,7 +138,7 @@ void MainQueue::after(std::chrono::nanoseconds delay, Function function) {
         earlier = impl_->delayed.empty() || deadline < impl_->delayed.top().deadline;
         impl_->delayed.push({deadline, impl_->nextNumber++, std::move(function)});
     }
-    if (earlier) impl_->tellWaiters(true);
+    if (earlier) impl_->tellWaiters(true, true);
 }
 
 bool MainQueue::sync(const Function& function) {
@@ -155,15 +170,15 @@ bool MainQueue::sync(const Function& function) {
         });
         tellHost = !std::exchange(impl_->wakePending, true);
     }
-    impl_->tellWaiters(tellHost);
+    impl_->tellWaiters(true, tellHost);
 
     MutexLock lock(impl_->mutex);
     while (waiter->state != Waiter::State::Done) {
-        if (impl_->exiting && waiter->state == Waiter::State::Waiting) {
+        if (impl_->exiting && (waiter->state == Waiter::State::Waiting || impl_->exitingOnMainThread)) {
             waiter->state = Waiter::State::Abandoned;
             return false;
         }
-        impl_->changed.wait(impl_->mutex);
+        impl_->wait(std::chrono::steady_clock::time_point::max());
     }
     if (waiter->failure) std::rethrow_exception(waiter->failure);
     return true;
@@ -216,11 +231,7 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
                     const auto wait = impl_->delayed.top().deadline - clock->now();
                     if (wait < until - now) until = now + wait;
                 }
-                if (until == SteadyClock::time_point::max()) {
-                    impl_->changed.wait(impl_->mutex);
-                } else {
-                    impl_->changed.wait_until(impl_->mutex, until);
-                }
+                impl_->wait(until);
                 continue;
             }
             function = std::move(impl_->queue.front().function);
@@ -255,7 +266,7 @@ std::size_t MainQueue::drain() {
             MutexLock lock(impl_->mutex);
             rest = !impl_->queue.empty() && !std::exchange(impl_->wakePending, true);
         }
-        impl_->tellWaiters(rest);  // a host that waits for the wake function comes back for what is left
+        impl_->tellWaiters(false, rest);  // a host that waits for the wake function comes back for what is left
         throw;
     }
     return count;
@@ -287,9 +298,11 @@ namespace detail {
 
 void endMainQueue() noexcept {
     auto& impl = *MainQueue::shared().impl_;
+    const bool isMain = MainQueue::shared().isMainThread();
     {
         MutexLock lock(impl.mutex);
         impl.exiting = true;
+        impl.exitingOnMainThread = isMain;
     }
     impl.changed.notify_all();
 }

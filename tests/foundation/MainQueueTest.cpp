@@ -146,6 +146,7 @@ TEST_F(MainQueueTest, AWaitingLoopHearsOfATurnedClock) {
     });
     EXPECT_TRUE(eventually([&] { return ran; }));
     other.join();
+    queue().drain();
 }
 
 TEST_F(MainQueueTest, SyncRunsOnTheMainThreadAndBringsTheExceptionBack) {
@@ -213,6 +214,25 @@ TEST(MainQueueDeathTest, ADelayWithoutEndNeverComes) {
             queue().after(std::chrono::nanoseconds::max(), [] { std::abort(); });
             queue().drain();
             std::_Exit(queue().nextDeadline() == Clock::TimePoint::max() ? 7 : 1);
+        },
+        ::testing::ExitedWithCode(7), "");
+}
+
+TEST(MainQueueDeathTest, ExitFromInsideASyncFreesTheThreadThatWaitsForIt) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            // Static, because what the waiting thread's stack held is gone once it has been let go.
+            static std::atomic<bool> answer{true};
+            static std::thread waiting;
+            waiting = std::thread([] {
+                answer = queue().sync([] {
+                    detail::endMainQueue();  // as the exit hook does, which then joins the waiting thread
+                    waiting.join();
+                    std::_Exit(answer ? 1 : 7);
+                });
+            });
+            queue().run();
         },
         ::testing::ExitedWithCode(7), "");
 }
