@@ -18,6 +18,7 @@ constexpr int kMostHops = 20;
 constexpr std::size_t kMostHeldBody = 64 * 1024;
 constexpr std::size_t kDataPiece = 256 * 1024;
 constexpr std::int64_t kMostUnconsumed = 1024 * 1024;
+constexpr std::chrono::milliseconds kSentReportInterval{10};
 
 bool sameOrigin(const URL& a, const URL& b) {
     return a.scheme() == b.scheme() && a.host() == b.host() && a.portOrDefault() == b.portOrDefault();
@@ -192,6 +193,8 @@ void URLLoad::startHop() {
     heldBodyEnded_ = false;
     lastMove_ = Clock::now();
     lastMoved_ = 0;
+    sent_ = sentReported_ = 0;
+    nextSentReport_ = {};
     HTTPExchange::Handler& handler = *this;
     exchange_ = std::make_unique<HTTPExchange>(handler, request_, configuration_);
     LoadRunner::shared().lookAt(std::min(lastMove_ + request_->timeout, resourceDeadline_));
@@ -200,6 +203,7 @@ void URLLoad::startHop() {
 HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
     if (phase_ == Phase::Ended) return HTTPExchange::Flow::Abort;
     lastMove_ = Clock::now();
+    flushSent();
     if (auto next = redirectedRequest(*request_, *head)) {
         redirection_ = LoadEvent::Redirection{std::move(head), std::move(*next)};
         return HTTPExchange::Flow::Go;
@@ -248,7 +252,18 @@ HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
 void URLLoad::exchangeSentBody(std::int64_t total) {
     if (phase_ == Phase::Ended) return;
     lastMove_ = Clock::now();
-    emit(LoadEvent::SentBody{total});
+    sent_ = total;
+    // A report crosses two threads, and a fast connection would cause thousands in a second. The first one is never held back
+    // (it says that the body was begun), nor is the last (it goes before whatever follows).
+    if (lastMove_ < nextSentReport_) return;
+    nextSentReport_ = lastMove_ + kSentReportInterval;
+    flushSent();
+}
+
+void URLLoad::flushSent() {
+    if (sent_ == sentReported_) return;
+    sentReported_ = sent_;
+    emit(LoadEvent::SentBody{sent_});
 }
 
 void URLLoad::exchangeEnded(ErrorPtr error) {
@@ -299,6 +314,7 @@ void URLLoad::end(ErrorPtr error) {
     if (phase_ == Phase::Ended) return;
     phase_ = Phase::Ended;
     LoadRunner::shared().remove(this);
+    flushSent();
     flushData();  // what came before a failure is delivered; who cancelled hears nothing of it
     emit(LoadEvent::End{std::move(error)});
     client_ = nullptr;

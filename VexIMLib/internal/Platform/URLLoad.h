@@ -87,6 +87,7 @@ private:
     void takeRedirectionAsAnswer();
     HTTPExchange::Flow passOn(std::string_view bytes);
     void flushData();
+    void flushSent();
     void emit(LoadEvent::Any event);
     void end(ErrorPtr error);
     /// Ends it when it was silent for too long; else says when to look again.
@@ -106,6 +107,9 @@ private:
     std::int64_t received_ = 0;
     std::int64_t expected_ = -1;
     bool decoded_ = false;
+    std::int64_t sent_ = 0;  // of the request's body
+    std::int64_t sentReported_ = 0;
+    Clock::time_point nextSentReport_;
 
     // A redirection while it is asked about: its answer is held back, because it may become the real one.
     std::optional<LoadEvent::Redirection> redirection_;
