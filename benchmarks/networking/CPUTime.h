@@ -1,0 +1,53 @@
+#pragma once
+
+#include <sched.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+namespace vexim::bench {
+
+/// Seconds of CPU, user and system, of all of this process's threads (RUSAGE_SELF) or of its ended children (RUSAGE_CHILDREN).
+inline double cpuSeconds(int who) {
+    rusage usage{};
+    ::getrusage(who, &usage);
+    const auto seconds = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+/// Keeps this process, and those that it starts, on one core: hops between cores would make the figures jump.
+inline void stayOnOneCore() {
+    cpu_set_t cores;
+    CPU_ZERO(&cores);
+    CPU_SET(::sched_getcpu(), &cores);
+    ::sched_setaffinity(0, sizeof cores, &cores);
+}
+
+/// Lets both sides take turns and keeps the best of each: what else the machine does can only add to it. Prints one line.
+template <class Ours, class Peer>
+void compareCPU(const std::string& name, int rounds, int ownWho, int peerWho, double operations, double limit, Ours ours,
+                Peer peer) {
+    double best[2] = {1e9, 1e9};
+    for (int round = 0; round <= rounds; ++round) {  // the first one warms up
+        double before = cpuSeconds(ownWho);
+        ours();
+        const double own = cpuSeconds(ownWho) - before;
+        before = cpuSeconds(peerWho);
+        peer();
+        const double other = cpuSeconds(peerWho) - before;
+        if (round == 0) continue;
+        best[0] = std::min(best[0], own);
+        best[1] = std::min(best[1], other);
+    }
+    const double ratio = best[0] / best[1];
+    std::printf("%-44s %12.1f us %12.1f us   ratio %5.2f   limit %5.2f   %s\n", name.c_str(), best[0] / operations * 1e6,
+                best[1] / operations * 1e6, ratio, limit, ratio <= limit ? "ok" : "MISSED");
+    std::fflush(stdout);
+}
+
+}  // namespace vexim::bench

@@ -1,0 +1,177 @@
+// 2 GiB up and down on loopback, plain and TLS, against "curl -F" and "curl -o": CPU time and the growth of peak memory.
+//   transfer_benchmark [MiB]
+
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Foundation/URL.h"
+#include "VexIMLib/VXIMClientConfiguration.h"
+#include "VexIMLib/internal/Networking/DownloadFile.h"
+#include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
+#include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
+#include "VexIMLib/internal/Platform/URLSession.h"
+#include "VexIMLib/internal/Platform/URLSessionTask.h"
+#include "networking/BenchServer.h"
+#include "networking/CPUTime.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void fail(const std::string& why) {
+    std::fprintf(stderr, "%s\n", why.c_str());
+    std::_Exit(1);
+}
+
+/// Peak resident memory in KiB, and its mark set back to what is in use now.
+long peakMemory() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmHWM:")) return std::strtol(line.c_str() + 6, nullptr, 10);
+    }
+    return 0;
+}
+void forgetPeakMemory() { std::ofstream("/proc/self/clear_refs") << '5'; }
+
+void runCurl(std::vector<std::string> arguments) {
+    std::vector<char*> raw;
+    for (auto& argument : arguments) raw.push_back(argument.data());
+    raw.push_back(nullptr);
+    const auto child = ::fork();
+    if (child == 0) {
+        const int null = ::open("/dev/null", O_RDWR);
+        ::dup2(null, 1);
+        ::execvp("curl", raw.data());
+        std::_Exit(127);
+    }
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    if (status != 0) fail("curl failed");
+}
+
+/// One scheme's transfers; progress must never run backwards.
+class Transfers {
+public:
+    Transfers(std::string origin, const std::string& authorityPEM, fs::path source, fs::path target)
+        : source_(std::move(source)),
+          target_(std::move(target)) {
+        vxim_configuration->setSocketURL(vexim::URL::parse(origin));
+        vexim::URLSessionConfiguration configuration;
+        configuration.certificateAuthorityPEM = authorityPEM;
+        manager_ = VXIMURLSessionManager::managerWithSessionConfiguration(configuration);
+        manager_->setKeepsFinishedDelegates(false);
+    }
+
+    void upload() {
+        auto request = VXIMRequest::request();
+        request->setMethod("POST");
+        request->setPath("/attachment");
+        auto form = VXIMAFStreamingMultipartFormData::formDataWithURLRequest(request, vexim::StringEncoding::UTF8);
+        form->appendPartWithFileURL(vexim::URL::fileURLWithPath(source_.string()), "attachment", nullptr);
+        auto finalized = form->requestByFinalizingMultipartFormData();
+        finish([&](VXIMProgress progress, VXIMResultCompletion done) {
+            return manager_->uploadTaskWithRequest(*finalized, std::move(progress), std::move(done));
+        });
+    }
+
+    void download(std::uint64_t bytes) {
+        auto request = VXIMRequest::request();
+        request->setPath("/file?bytes=" + std::to_string(bytes));
+        vexim::rest::DownloadFile file(target_.string());
+        finish([&](VXIMProgress progress, VXIMResultCompletion done) {
+            return manager_->fileDownloadTaskWithRequest(
+                *request, [&](const std::string&) { return file.newStream(); }, std::move(progress), std::move(done));
+        });
+        if (file.commit() || fs::file_size(target_) != bytes) fail("the file is not whole");
+    }
+
+private:
+    template <class MakeTask>
+    void finish(MakeTask makeTask) {
+        bool done = false;
+        std::int32_t last = 0;
+        auto task = makeTask(
+            [&](std::int32_t percent) {
+                if (percent < last) fail("progress ran backwards");
+                last = percent;
+            },
+            [&](const vexim::Value&, const vexim::ErrorPtr& error) {
+                if (error) fail(error->description());
+                done = true;
+            });
+        task->resume();
+        if (!vexim::MainQueue::shared().runUntil([&] { return done; }, std::chrono::minutes(5))) fail("no end");
+        if (last != 100) fail("progress did not reach 100");
+    }
+
+    const fs::path source_;
+    const fs::path target_;
+    std::shared_ptr<VXIMURLSessionManager> manager_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::uint64_t mebibytes = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 2048;
+    const std::uint64_t bytes = mebibytes << 20;
+    vexim::bench::stayOnOneCore();
+    const vexim::bench::BenchServer server;
+    auto configuration = VXIMClientConfiguration::defaultConfiguration();
+    configuration->setAppId("app-1");
+    configuration->setClientKey("key");
+    vxim_configuration = configuration;
+
+    const auto folder = fs::temp_directory_path() / ("vexim-bench-" + std::to_string(::getpid()));
+    fs::create_directories(folder);
+    const auto source = folder / "source";
+    const auto target = folder / "target";
+    const auto authority = folder / "authority.pem";
+    std::ofstream(authority) << server.authorityPEM();
+    std::ofstream(source) << "";
+    fs::resize_file(source, bytes);  // holes: the disk's own time is nobody's merit
+
+    for (const auto& origin : {server.plainURL(), server.tlsURL()}) {
+        const std::string scheme = origin.substr(0, origin.find(':'));
+        Transfers transfers(origin, server.authorityPEM(), source, target);
+        long growth = 0;
+        const auto growing = [&](auto transfer) {
+            forgetPeakMemory();
+            const long before = peakMemory();
+            transfer();
+            growth = peakMemory() - before;
+        };
+        vexim::bench::compareCPU(
+            "upload over " + scheme, 3, RUSAGE_SELF, RUSAGE_CHILDREN, 1, 1.10, [&] { growing([&] { transfers.upload(); }); },
+            [&] {
+                runCurl({"curl", "-sS", "--fail", "--cacert", authority, "-H", "Expect:", "-F", "attachment=@" + source.string(),
+                         origin + "/attachment"});
+            });
+        std::printf("%-44s %12ld KiB   limit 4096   %s\n", "  peak memory grew by", growth, growth < 4096 ? "ok" : "MISSED");
+        vexim::bench::compareCPU(
+            "download over " + scheme, 3, RUSAGE_SELF, RUSAGE_CHILDREN, 1, 1.10,
+            [&] {
+                growing([&] { transfers.download(bytes); });
+                fs::remove(target);
+            },
+            [&] {
+                runCurl({"curl", "-sS", "--fail", "--cacert", authority, "-o", target,
+                         origin + "/file?bytes=" + std::to_string(bytes)});
+                fs::remove(target);
+            });
+        std::printf("%-44s %12ld KiB   limit 4096   %s\n", "  peak memory grew by", growth, growth < 4096 ? "ok" : "MISSED");
+    }
+    fs::remove_all(folder);
+    return 0;
+}
