@@ -15,7 +15,7 @@ namespace vexim::testing {
     const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     auto& queue = MainQueue::shared();
     while (std::chrono::steady_clock::now() < giveUp) {
-        if (queue.runUntil(predicate, std::chrono::milliseconds(2))) return true;
+        if (queue.runUntil(predicate, std::chrono::microseconds(100))) return true;
         if (const auto next = queue.nextDeadline()) {
             clock.advanceAndDrain(std::max(*next - clock.now(), Clock::TimePoint::duration(0)));
         }

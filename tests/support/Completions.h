@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <source_location>
+#include <string>
 #include <utility>
 
 namespace vexim::testing {
@@ -21,6 +22,8 @@ public:
 
 private:
     friend class CompletionListener;
+    friend std::string describePendingCompletions();
+    bool isPending() const { return runs_ == Runs::ExactlyOnce && calls_ == 0; }
     CompletionWatch(Runs runs, std::source_location where) : runs_(runs), where_(where) {}
     const Runs runs_;
     const std::source_location where_;
@@ -48,6 +51,11 @@ auto atMostOnce(Completion completion, std::source_location where = std::source_
         return std::invoke(completion, std::forward<decltype(arguments)>(arguments)...);
     };
 }
+
+/// How many completions that must run exactly once have not run yet in the running test.
+int pendingCompletions();
+/// Where these were given, for messages.
+std::string describePendingCompletions();
 
 /// Reports the completions that never ran, at the end of each test.
 class CompletionListener final : public ::testing::EmptyTestEventListener {

@@ -18,11 +18,11 @@ std::string LivePeer::acceptKeyFor(const WireRequest& request) {
 }
 
 bool LivePeer::acceptWebSocket(std::string_view fields) {
-    const auto request = connection_.readHead();
-    if (!request) return false;
+    if (!request_) request_ = connection_.readHead();
+    if (!request_) return false;
     return connection_.write(
         "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: " +
-        acceptKeyFor(*request) + "\r\n" + std::string(fields) + "\r\n");
+        acceptKeyFor(*request_) + "\r\n" + std::string(fields) + "\r\n");
 }
 
 bool LivePeer::open(std::string_view openPacket) { return acceptWebSocket() && sendText(openPacket); }

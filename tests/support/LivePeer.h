@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "support/ScriptedServer.h"
 
@@ -24,7 +25,10 @@ public:
     static constexpr const char* kOpenPacket =
         R"(0{"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":20000,"maxPayload":1000000})";
 
-    explicit LivePeer(ScriptedServer::Connection& connection) : connection_(connection) {}
+    /// `request` is the opening handshake when that was read already.
+    explicit LivePeer(ScriptedServer::Connection& connection, std::optional<WireRequest> request = std::nullopt)
+        : connection_(connection),
+          request_(std::move(request)) {}
 
     // Each is false when the peer is gone.
 
@@ -60,6 +64,7 @@ private:
     bool need(std::size_t count);
 
     ScriptedServer::Connection& connection_;
+    std::optional<WireRequest> request_;
     std::string buffer_;
     std::string nsp_ = "/chat";
 };

@@ -1,0 +1,331 @@
+// What applications see of live servers that misbehave: an error or a closed session, and nothing lost that came before.
+
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "endtoend/LiveWorld.h"
+#include "support/Certificates.h"
+#include "support/PeakMemory.h"
+#include "support/ScriptedServer.h"
+
+namespace vexim::testing {
+namespace {
+
+using Connection = ScriptedServer::Connection;
+using namespace std::chrono_literals;
+using SteadyClock = std::chrono::steady_clock;
+
+constexpr const char* kLoginAnswer = R"({"success":true,"id":"u1"})";
+constexpr const char* kMessage = R"({"content":{"media":0,"body":"before"},"from":{"id":"u2","type":0},"to":{"id":"u1","type":0}})";
+
+std::string brackets(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+
+/// Logs in at `origin` and expects the connection never to come up: one error, no more.
+void expectNoConnection(const std::string& origin, Dictionary options) {
+    auto ears = LiveClient::make(origin, options);
+    const auto start = SteadyClock::now();
+    ears->login();
+    EXPECT_TRUE(eventually([&] { return ears->errors > 0; }));
+    EXPECT_LT(SteadyClock::now() - start, 10s);
+    MainQueue::shared().drain();
+    EXPECT_EQ(ears->errors, 1);
+    EXPECT_EQ(ears->disconnects, 0);
+    EXPECT_TRUE(ears->logins.empty()) << "only the service's answer ends a login";
+    EXPECT_EQ(ears->client->status(), VXIMClientStatusOpening);
+}
+
+TEST(HostileLive, AServerThatCannotBeTalkedToIsAnError) {
+    const struct {
+        const char* why;
+        std::function<void(LivePeer&)> play;
+    } cases[] = {
+        {"it hangs up", [](LivePeer&) {}},
+        {"it resets", [](LivePeer& p) { p.connection().reset(); }},
+        {"it says nothing", [](LivePeer& p) { p.connection().waitForClose(); }},
+        {"it is no HTTP server", [](LivePeer& p) { p.connection().write("220 mail.example ESMTP\r\n"); }},
+        {"a page instead of an upgrade",
+         [](LivePeer& p) {
+             p.connection().readHead();
+             p.connection().answer(200, "<html>");
+         }},
+        {"it refuses",
+         [](LivePeer& p) {
+             p.connection().readHead();
+             p.connection().answer(403, R"({"code":4,"message":"Forbidden"})");
+         }},
+        {"it redirects",
+         [](LivePeer& p) {
+             p.connection().readHead();
+             p.connection().answer(302, "", "Location: /elsewhere\r\n");
+         }},
+        {"an upgrade for somebody else",
+         [](LivePeer& p) {
+             p.connection().readHead();
+             p.connection().write(
+                 "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+                 "Sec-WebSocket-Accept: s3pPLMBiTxaQ9kYGzzhZRbK+xOo=\r\n\r\n");  // RFC 6455's example
+             p.connection().waitForClose();
+         }},
+        {"a head byte by byte",
+         [](LivePeer& p) {
+             p.connection().readHead();
+             p.connection().write("HTTP/1.1 101 Switching Protocols\r\nX: ");
+             while (p.connection().pause(20ms) && p.connection().write("x")) continue;
+         }},
+        {"a head without end",
+         [](LivePeer& p) {
+             p.connection().readHead();
+             p.connection().write("HTTP/1.1 101 Switching Protocols\r\n");
+             while (p.connection().write("X-Padding: " + std::string(4096, 'x') + "\r\n")) continue;
+         }},
+        {"silence after the upgrade", [](LivePeer& p) { p.acceptWebSocket() && (p.waitForClose(), true); }},
+        {"closed after the upgrade", [](LivePeer& p) { p.acceptWebSocket(); }},
+        {"an open packet that is no JSON", [](LivePeer& p) { p.open("0{") && (p.waitForClose(), true); }},
+        {"an open packet of wrong types",
+         [](LivePeer& p) {
+             p.open(R"(0{"sid":5,"upgrades":"x","pingInterval":"y","pingTimeout":[]})") && (p.waitForClose(), true);
+         }},
+        {"an open packet of 100 000 levels",
+         [](LivePeer& p) { p.open("0{\"sid\":" + brackets(100'000) + "}") && (p.waitForClose(), true); }},
+        {"something else than an open packet", [](LivePeer& p) { p.open("42[\"login\",{}]") && (p.waitForClose(), true); }},
+        {"bytes instead of an open packet",
+         [](LivePeer& p) {
+             p.acceptWebSocket();
+             p.connection().write(LivePeer::frame(LivePeer::Binary, "\x04\x00"));
+             p.waitForClose();
+         }},
+        {"silence after the open packet", [](LivePeer& p) { p.open() && (p.waitForClose(), true); }},
+        {"closed after the open packet", [](LivePeer& p) { p.open(); }},
+        {"the namespace is refused",
+         [](LivePeer& p) {
+             if (!p.open() || !p.readText()) return;
+             p.sendText(R"(44/chat,{"message":"not you"})");
+             p.waitForClose();
+         }},
+        {"a refusal of a wrong type",
+         [](LivePeer& p) {
+             if (!p.open() || !p.readText()) return;
+             p.sendText("44/chat," + brackets(300));
+             p.waitForClose();
+         }},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.why);
+        ScriptedServer server([&](Connection& connection) {
+            LivePeer peer(connection);
+            each.play(peer);
+        });
+        expectNoConnection(server.url(""), {{"connectTimeout", 0.3}});
+        EXPECT_EQ(server.connectionCount(), 1);
+    }
+}
+
+TEST(HostileLive, AnUnreachableServerIsAnError) {
+    expectNoConnection("http://127.0.0.1:" + std::to_string(deadPort()), {});
+    expectNoConnection("http://name.invalid", {});  // RFC 6761: never resolves
+    expectNoConnection("gopher://127.0.0.1", {});
+}
+
+TEST(HostileLive, ACertificateMustBeTheHostsOwnValidAndKnown) {
+    const CertificateAuthority known;
+    const CertificateAuthority stranger("Stranger");
+    const std::pair<const char*, TLSIdentity> cases[] = {
+        {"for another host", known.issue({.host = "elsewhere.example"})},
+        {"expired", known.issue({.endsIn = -1h})},
+        {"by an unknown issuer", stranger.issue()},
+    };
+    const Dictionary options{{"caPEM", known.certificatePEM()}};
+    for (const auto& [why, identity] : cases) {
+        SCOPED_TRACE(why);
+        std::atomic<bool> wasTold{false};
+        ScriptedServer server([&](Connection& connection) { wasTold = connection.readHead().has_value(); }, identity);
+        expectNoConnection(server.url(""), options);
+        EXPECT_FALSE(wasTold) << "credentials must not reach the wrong server";
+    }
+    ScriptedServer mute([](Connection& connection) { connection.waitForClose(); });
+    expectNoConnection("https://127.0.0.1:" + std::to_string(mute.port()), {{"connectTimeout", 0.3}});
+
+    ScriptedServer right(
+        [](Connection& connection) {
+            LivePeer peer(connection);
+            if (peer.join()) peer.emit("login", kLoginAnswer);
+            peer.waitForClose();
+        },
+        known.issue());
+    auto ears = LiveClient::make(right.url(""), options);
+    ears->login();
+    EXPECT_TRUE(eventually([&] { return ears->client->status() == VXIMClientStatusOpened; }));
+}
+
+std::string deflated(std::string text) {
+    z_stream stream{};
+    deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
+    std::string out(deflateBound(&stream, text.size()) + 16, '\0');
+    stream.next_in = reinterpret_cast<unsigned char*>(text.data());
+    stream.avail_in = static_cast<unsigned>(text.size());
+    stream.next_out = reinterpret_cast<unsigned char*>(out.data());
+    stream.avail_out = static_cast<unsigned>(out.size());
+    deflate(&stream, Z_SYNC_FLUSH);
+    out.resize(stream.total_out - 4);  // without the flush's tail (RFC 7692, 7.2.1)
+    deflateEnd(&stream);
+    return out;
+}
+
+TEST(HostileLive, AFaultClosesTheSessionAndLosesNothingBeforeIt) {
+    const auto write = [](std::string bytes) {
+        return [bytes = std::move(bytes)](LivePeer& peer) {
+            peer.connection().write(bytes);
+            peer.waitForClose();
+        };
+    };
+    const auto text = [&](std::string_view packet) { return write(LivePeer::frame(LivePeer::Text, packet)); };
+    const std::string bomb = deflated("42/chat,[\"message\",\"" + std::string(std::size_t{64} << 20, ' ') + "\"]");
+    const struct {
+        const char* why;
+        std::function<void(LivePeer&)> play;
+    } cases[] = {
+        {"a close", [](LivePeer& p) { p.connection().write(LivePeer::frame(LivePeer::Close, "\x03\xe8")); }},
+        {"the connection ends", [](LivePeer&) {}},
+        {"the connection is reset", [](LivePeer& p) { p.connection().reset(); }},
+        {"half a frame", [](LivePeer& p) { p.connection().write(LivePeer::frame(LivePeer::Text, "2\"").substr(0, 3)); }},
+        {"a reserved bit", write(LivePeer::frame(LivePeer::Text, "2", 0xC1))},
+        {"an opcode that nobody knows", write(LivePeer::frame(LivePeer::Text, "2", 0x83))},
+        {"a masked frame", write(std::string("\x81\x81\0\0\0\0002", 7))},
+        {"a fragmented control frame", write(LivePeer::frame(LivePeer::Ping, "x", 0x09))},
+        {"a control frame of 126 bytes", write(LivePeer::frame(LivePeer::Ping, std::string(126, 'x')))},
+        {"a continuation of nothing", write(LivePeer::frame(LivePeer::Continuation, "x"))},
+        {"a close of one byte", write(LivePeer::frame(LivePeer::Close, "x"))},
+        {"text that is not UTF-8", text("42/chat,[\"message\",\"\xff\"]")},
+        {"a frame of 2^63 bytes", write(std::string("\x81\x7f\x80\0\0\0\0\0\0\0", 10))},
+        {"a frame over the limit", write(LivePeer::frame(LivePeer::Text, std::string(2'000'000, 'x')))},
+        {"fragments over the limit",
+         [](LivePeer& p) {
+             const std::string part(100'000, 'x');
+             p.connection().write(LivePeer::frame(LivePeer::Text, part, 0x01));
+             while (p.connection().write(LivePeer::frame(LivePeer::Continuation, part, 0x00))) continue;
+         }},
+        {"a compressed bomb", write(LivePeer::frame(LivePeer::Text, bomb, 0xC1))},
+        {"an engine packet that nobody knows", text("9")},
+        {"an empty text", text("")},
+        {"a packet that nobody knows", text("49/chat,")},
+        {"malformed JSON", text("42/chat,[\"message\",")},
+        {"an event that is no list", text("42/chat,{}")},
+        {"an event without a name", text("42/chat,[]")},
+        {"an event whose name is a number", text("42/chat,[{}]")},
+        {"JSON 100 000 deep", text("42/chat,[\"message\"," + brackets(100'000) + "]")},
+        {"a binary event of a million attachments", text("451000000-/chat,[\"message\"]")},
+        {"attachments beyond all counting", text("45999999999999999999999-/chat,[\"message\"]")},
+        {"an attachment that nobody announced", write(LivePeer::frame(LivePeer::Binary, "bytes"))},
+        {"text where an attachment is due",
+         [](LivePeer& p) {
+             p.sendText(R"(451-/chat,["message",{"_placeholder":true,"num":0}])");
+             p.sendText("42/chat,[\"sys\"]");
+             p.waitForClose();
+         }},
+        {"the namespace is taken away", text("41/chat,")},
+        {"the engine says goodbye", text("1")},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.why);
+        ScriptedServer server([&](Connection& connection) {
+            LivePeer peer(connection);
+            if (each.why == std::string_view("a compressed bomb")) {
+                if (!peer.acceptWebSocket("Sec-WebSocket-Extensions: permessage-deflate; server_no_context_takeover\r\n")) return;
+                if (!peer.sendText(LivePeer::kOpenPacket) || !peer.readText()) return;
+                peer.sendText(R"(40/chat,{"sid":"s2"})");
+            } else if (!peer.join()) {
+                return;
+            }
+            peer.emit("login", kLoginAnswer);
+            peer.emit("message", kMessage);
+            each.play(peer);
+        });
+        PeakMemory peak;
+        auto ears = LiveClient::make(server.url(""), {{"maxMessageSize", 1'000'000}, {"compress", true}});
+        ears->login();
+        EXPECT_TRUE(eventually([&] { return ears->disconnects > 0; }));
+        MainQueue::shared().drain();
+        EXPECT_EQ(ears->logins, std::vector<bool>{true});
+        EXPECT_EQ(ears->received, std::vector<std::string>{"before"});
+        EXPECT_EQ(ears->disconnects, 1);
+        EXPECT_EQ(ears->systemMessages, 0);
+        EXPECT_EQ(ears->client->status(), VXIMClientStatusPaused);
+        EXPECT_EQ(server.connectionCount(), 1) << "nobody asked for reconnects";
+        EXPECT_LT(peak.grownMiB(), 64);
+    }
+}
+
+TEST(HostileLive, SilenceEndsASessionThatWasAlive) {
+    ScriptedServer server([](Connection& connection) {
+        LivePeer peer(connection);
+        if (!peer.open(R"(0{"sid":"s1","upgrades":[],"pingInterval":200,"pingTimeout":200,"maxPayload":1000})") || !peer.readText())
+            return;
+        peer.sendText(R"(40/chat,{"sid":"s2"})");
+        peer.emit("login", kLoginAnswer);
+        peer.waitForClose();  // and never a ping
+    });
+    auto ears = LiveClient::make(server.url(""));
+    ears->login();
+    EXPECT_TRUE(eventually([&] { return ears->disconnects > 0; }));
+    EXPECT_EQ(ears->client->status(), VXIMClientStatusPaused);
+}
+
+TEST(HostileLive, WrongTypesInAnyFieldOfAnyEventLoseNothing) {
+    const std::string whole =
+        R"({"success":true,"id":"u1","error":5,"speaker":"u2","ts":1700000000000,)"
+        R"("content":{"media":0,"body":"text"},"from":{"id":"u2","type":1,"gid":"g1"},"to":{"id":"g1","type":1}})";
+    const std::vector<std::string> values = {"null",
+                                             "true",
+                                             "-1",
+                                             "1e300",
+                                             "18446744073709551615",
+                                             "\"\"",
+                                             "\"x\"",
+                                             "[]",
+                                             "[[]]",
+                                             "{}",
+                                             R"({"id":{},"type":{},"gid":[],"media":"x","body":7})",
+                                             brackets(400)};
+    std::vector<std::string> payloads = values;
+    for (const char* field : {"success", "id", "error", "speaker", "ts", "content", "from", "to"}) {
+        for (const auto& value : values) payloads.push_back("{\"" + std::string(field) + "\":" + value + "," + whole.substr(1));
+        for (const auto& value : values)
+            payloads.push_back(whole.substr(0, whole.size() - 1) + ",\"" + field + "\":" + value + "}");
+    }
+    const char* const inner[][2] = {{"content", "media"}, {"content", "body"}, {"from", "id"}, {"from", "type"},
+                                    {"from", "gid"},      {"to", "id"},        {"to", "type"}};
+    for (const auto& [outer, field] : inner) {
+        for (const auto& value : values) {
+            payloads.push_back("{\"to\":{\"id\":\"u1\",\"type\":0},\"" + std::string(outer) + "\":{\"" + field + "\":" + value +
+                               "}}");
+        }
+    }
+    ScriptedServer server([&](Connection& connection) {
+        LivePeer peer(connection);
+        if (!peer.join()) return;
+        peer.emit("login", kLoginAnswer);
+        for (const char* event : {"message", "yourself", "sys", "online", "offline", "login", "say", "no such event"}) {
+            peer.sendText("42/chat,[\"" + std::string(event) + "\"]");
+            for (const auto& payload : payloads) peer.emit(event, payload);
+        }
+        peer.emit("message", R"({"content":{"media":0,"body":"the end"}})");
+        peer.waitForClose();
+    });
+    auto ears = LiveClient::make(server.url(""));
+    ears->login();
+    EXPECT_TRUE(eventually([&] { return !ears->received.empty() && ears->received.back() == "the end"; }));
+    const auto each = payloads.size() + 1;
+    EXPECT_EQ(ears->received.size(), 2 * each + 1) << "\"message\" and \"yourself\"";
+    EXPECT_EQ(ears->systemMessages, static_cast<int>(each));
+    EXPECT_EQ(ears->presences, static_cast<int>(2 * each));
+    EXPECT_EQ(ears->disconnects, 0);
+    EXPECT_EQ(ears->errors, 0);
+}
+
+}  // namespace
+}  // namespace vexim::testing
