@@ -62,7 +62,9 @@ public:
     }
     bool waitUntil(const TaskPtr& task, const std::function<bool(const TaskStory&)>& predicate) {
         std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::seconds(60), [&] { return predicate(stories_[task->taskIdentifier()]); });
+        const TaskStory& story = stories_[task->taskIdentifier()];
+        changed_.wait_for(lock, std::chrono::seconds(60), [&] { return predicate(story) || story.ends > 0; });
+        return predicate(story);
     }
     TaskStory story(const TaskPtr& task) {
         const std::lock_guard lock(mutex_);
