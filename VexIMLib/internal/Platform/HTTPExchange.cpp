@@ -9,6 +9,7 @@
 #include "VexIMLib/internal/Platform/BodyReader.h"
 #include "VexIMLib/internal/Platform/CurlHandle.h"
 #include "VexIMLib/internal/Platform/CurlMulti.h"
+#include "VexIMLib/internal/Platform/NetworkThread.h"
 #include "VexIMLib/internal/Platform/URLErrors.h"
 #include "VexIMLib/internal/Platform/URLSession.h"
 
@@ -35,6 +36,11 @@ std::string_view trimmed(std::string_view text) {
 
 bool isLoopback(const std::string& host) {
     return host == "localhost" || host.starts_with("127.") || host == "::1" || host.ends_with(".localhost");
+}
+
+/// Whether its body is sent piece by piece, over HTTP/1.1.
+bool isLongUpload(const URLRequest& request) {
+    return request.body.size() > kMostHTTP2BodyBytes || (request.body.empty() && request.bodyStream);
 }
 
 /// Fields that describe the framing, which is libcurl's to write.
@@ -91,6 +97,7 @@ private:
     bool receiveHeader(std::string_view line);
     bool finishHead();
     std::size_t giveBody(char* buffer, std::size_t most);
+    void stopSending();
     void resumeSending();
     void unpause();
     void reportSent();
@@ -108,20 +115,16 @@ private:
     bool headEnded_ = false;
     std::size_t headBytes_ = 0;
     std::int64_t bodyBytes_ = 0;
-    std::int64_t reportedSent_ = 0;
     bool hasBody_ = false;
+    bool isChunked_ = false;
+    std::int64_t given_ = 0;  // of the body, to libcurl
+    std::int64_t reportedSent_ = 0;
     bool receivingPaused_ = false;
     bool sendingPaused_ = false;
+    bool sendingStopped_ = false;
+    const std::shared_ptr<void> lifeline_ = std::make_shared<char>();
     ErrorPtr failure_;  // found by a callback that then stopped the transfer
 };
-
-namespace {
-
-bool isLongUpload(const URLRequest& request) {
-    return request.body.size() > kMostHTTP2BodyBytes || (request.body.empty() && request.bodyStream);
-}
-
-}  // namespace
 
 HTTPExchange::Impl::Impl(Handler& handler, std::shared_ptr<const URLRequest> request,
                          std::shared_ptr<const URLSessionConfiguration> configuration)
@@ -175,11 +178,13 @@ void HTTPExchange::Impl::describeBody() {
     curl_easy_setopt(easy(), CURLOPT_UPLOAD, 0L);
     curl_easy_setopt(easy(), CURLOPT_HTTPGET, 1L);
     curl_easy_setopt(easy(), CURLOPT_CUSTOMREQUEST, method.c_str());
-    if (streamed) {
+    const bool longUpload = isLongUpload(*request_);
+    if (longUpload) {
         curl_easy_setopt(easy(), CURLOPT_UPLOAD, 1L);
         curl_easy_setopt(easy(), CURLOPT_INFILESIZE_LARGE, length ? static_cast<curl_off_t>(*length) : curl_off_t{-1});
         curl_easy_setopt(easy(), CURLOPT_UPLOAD_BUFFERSIZE, 256L * 1024);
-        reader_ = std::make_unique<BodyReader>(request_->bodyStream, length, [this] { resumeSending(); });
+        if (streamed) reader_ = std::make_unique<BodyReader>(request_->bodyStream, length, [this] { resumeSending(); });
+        isChunked_ = !length;
     } else if (hasBody_ || method == "POST" || method == "PUT" || method == "PATCH") {
         curl_easy_setopt(easy(), CURLOPT_POST, 1L);
         curl_easy_setopt(easy(), CURLOPT_POSTFIELDS, hasBody_ ? request_->body.view().data() : "");
@@ -189,8 +194,8 @@ void HTTPExchange::Impl::describeBody() {
     }
     // A connection that the peer has closed meanwhile costs a second try, which a stream cannot make: take a fresh one.
     curl_easy_setopt(easy(), CURLOPT_FRESH_CONNECT, streamed ? 1L : 0L);
-    curl_easy_setopt(easy(), CURLOPT_HTTP_VERSION,
-                     static_cast<long>(isLongUpload(*request_) ? CURL_HTTP_VERSION_1_1 : CURL_HTTP_VERSION_2TLS));
+    curl_easy_setopt(easy(), CURLOPT_FORBID_REUSE, 0L);
+    curl_easy_setopt(easy(), CURLOPT_HTTP_VERSION, static_cast<long>(longUpload ? CURL_HTTP_VERSION_1_1 : CURL_HTTP_VERSION_2TLS));
     // A streamed answer comes in long runs; a short one should not pay for a long buffer.
     curl_easy_setopt(easy(), CURLOPT_BUFFERSIZE, request_->acceptsCompression ? 16L * 1024 : 256L * 1024);
 }
@@ -242,6 +247,7 @@ bool HTTPExchange::Impl::finishHead() {
         return false;
     }
     reportSent();
+    if (status >= 300) stopSending();
     const std::string* const encoding = fields_.find("Content-Encoding");
     const bool encoded = encoding && !sameHeaderName(*encoding, "identity");
     auto head = std::make_shared<HTTPURLResponse>(
@@ -266,24 +272,48 @@ std::size_t HTTPExchange::Impl::onRead(char* buffer, std::size_t size, std::size
 }
 
 std::size_t HTTPExchange::Impl::giveBody(char* buffer, std::size_t most) {
-    if (!reader_) return 0;
     reportSent();
-    const auto taken = reader_->take(buffer, most);
-    if (taken.count > 0) return taken.count;
-    if (taken.error) {
-        failure_ = taken.error;
-        return CURL_READFUNC_ABORT;
+    if (sendingStopped_) return 0;
+    std::size_t count = 0;
+    if (!reader_) {
+        count = std::min(most, request_->body.size() - static_cast<std::size_t>(given_));
+        std::copy_n(request_->body.view().data() + given_, count, buffer);
+    } else {
+        const auto taken = reader_->take(buffer, most);
+        count = taken.count;
+        if (taken.error) {
+            failure_ = taken.error;
+            return CURL_READFUNC_ABORT;
+        }
+        if (count == 0 && !taken.atEnd) {
+            sendingPaused_ = true;
+            return CURL_READFUNC_PAUSE;
+        }
     }
-    if (taken.atEnd) return 0;
-    sendingPaused_ = true;
-    return CURL_READFUNC_PAUSE;
+    given_ += static_cast<std::int64_t>(count);
+    return count;
 }
 
-int HTTPExchange::Impl::onSeek(void* self, curl_off_t, int) {
-    // libcurl wants to send the body again. One in memory it rewinds by itself; a stream goes once.
+int HTTPExchange::Impl::onSeek(void* self, curl_off_t offset, int origin) {
+    // libcurl wants to send the body again, on another connection. A stream goes once.
     auto& impl = *static_cast<Impl*>(self);
+    if (!impl.reader_ && origin == SEEK_SET) {
+        impl.given_ = offset;
+        return CURL_SEEKFUNC_OK;
+    }
     impl.failure_ = makeURLError(URLErrorRequestBodyStreamExhausted, impl.request_->url);
     return CURL_SEEKFUNC_FAIL;
+}
+
+/// The answer is a refusal: the peer does not want the rest, and may never read it. The connection is of no use afterwards.
+void HTTPExchange::Impl::stopSending() {
+    if (!isLongUpload(*request_) || sendingStopped_) return;
+    sendingStopped_ = true;
+    curl_easy_setopt(easy(), CURLOPT_FORBID_REUSE, 1L);
+    // This is inside libcurl, which cannot be told here to ask for the body again.
+    NetworkThread::shared().post([this, weak = std::weak_ptr<void>(lifeline_)] {
+        if (!weak.expired()) resumeSending();
+    });
 }
 
 void HTTPExchange::Impl::resumeSending() {
@@ -311,8 +341,8 @@ std::int64_t HTTPExchange::Impl::bytesMoved() const {
 
 void HTTPExchange::Impl::reportSent() {
     if (!hasBody_) return;
-    curl_off_t sent = 0;
-    curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
+    curl_off_t sent = given_;  // when libcurl asks for more, what it was given before has gone
+    if (!isChunked_) curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);  // counts the chunks' framing too
     if (sent <= reportedSent_) return;
     reportedSent_ = sent;
     handler_.exchangeSentBody(sent);

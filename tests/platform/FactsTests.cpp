@@ -1,0 +1,137 @@
+// The platform's small facts: headers, names of types, numbers, digests, pictures, words.
+
+#include <gtest/gtest.h>
+
+#include "VexIMLib/internal/Platform/DeviceInfo.h"
+#include "VexIMLib/internal/Platform/Digest.h"
+#include "VexIMLib/internal/Platform/HTTPExchange.h"
+#include "VexIMLib/internal/Platform/HTTPHeaderFields.h"
+#include "VexIMLib/internal/Platform/MIMETypes.h"
+#include "VexIMLib/internal/Platform/NumberFormatter.h"
+#include "VexIMLib/internal/Platform/PNG.h"
+#include "VexIMLib/internal/Platform/ReasonPhrases.h"
+
+namespace vexim::testing {
+namespace {
+
+TEST(HTTPHeaderFields, CompareNamesWithoutCaseAndKeepOrderAndSpelling) {
+    HTTPHeaderFields fields{{"B", "1"}, {"A", "2"}, {"b", "3"}};
+    EXPECT_EQ(fields, (HTTPHeaderFields{{"b", "3"}, {"A", "2"}}));
+    fields.add("a", "4");
+    EXPECT_EQ(fields.value("A"), "2, 4");
+    fields.set("a", "5");
+    EXPECT_EQ(fields.size(), 2u);
+    fields.remove("B");
+    EXPECT_EQ(fields.value("b"), std::nullopt);
+    EXPECT_TRUE(isHeaderName("X-VX_1~"));
+    for (const char* bad : {"", "a b", "a:", "a\r", "\xc3\xa9"}) EXPECT_FALSE(isHeaderName(bad)) << bad;
+}
+
+TEST(ContentLength, IsOneNumberOrNone) {
+    const std::pair<HTTPHeaderFields, std::optional<std::int64_t>> cases[] = {
+        {{}, -1},
+        {{{"content-length", "12"}}, 12},
+        {{{"Content-Length", " 12 , 12"}}, 12},
+        {{{"Content-Length", "12,13"}}, std::nullopt},
+        {{{"Content-Length", "12,"}}, std::nullopt},
+        {{{"Content-Length", "-1"}}, std::nullopt},
+        {{{"Content-Length", "+1"}}, std::nullopt},
+        {{{"Content-Length", "9223372036854775808"}}, std::nullopt},
+        {{{"Content-Length", "x"}, {"Transfer-Encoding", "chunked"}}, -1},
+    };
+    for (const auto& [fields, length] : cases)
+        EXPECT_EQ(statedContentLength(fields), length) << fields.value("Content-Length").value_or("");
+}
+
+TEST(MIMETypes, TakeTheHeaviestSimplePattern) {
+    const auto types = parseMIMEGlobs(
+        "# comment\n50:image/png:*.png\n40:image/x-other:*.png\n60:text/a:*.A:cs\n50:text/b:*.a\n"
+        "50:text/x:README*\n50:text/y:*.[ch]\n:broken\nbroken\n50:text/z:*.tar.gz");
+    EXPECT_EQ(types.size(), 3u);
+    EXPECT_EQ(types.at("png"), "image/png");
+    EXPECT_EQ(types.at("a"), "text/a");
+    EXPECT_EQ(types.at("tar.gz"), "text/z");
+    EXPECT_EQ(mimeTypeForExtension("PNG"), "image/png");
+    EXPECT_EQ(mimeTypeForExtension("mp4"), "video/mp4");
+    EXPECT_EQ(mimeTypeForExtension("no-such-type"), std::nullopt);
+    EXPECT_EQ(mimeTypeForExtension(""), std::nullopt);
+}
+
+TEST(NumberFormatter, ReadsDecimalNumbersAndNothingElse) {
+    const std::pair<const char*, Value> cases[] = {
+        {"42", 42},
+        {" -7 ", -7},
+        {"+5", 5},
+        {"1,234,567", 1234567},
+        {"12.5", 12.5},
+        {".5", 0.5},
+        {"5.", 5.0},
+        {"1.5E3", 1500.0},
+        {"1e2", 100.0},
+        {"-1,234.5", -1234.5},
+        {"9223372036854775807", INT64_MAX},
+        {"18446744073709551616", 18446744073709551616.0},
+        {"", nullptr},
+        {" ", nullptr},
+        {"-", nullptr},
+        {".", nullptr},
+        {"1,23", nullptr},
+        {"12,3456", nullptr},
+        {"1234,567", nullptr},
+        {"1 2", nullptr},
+        {"0x10", nullptr},
+        {"12abc", nullptr},
+        {"nan", nullptr},
+        {"inf", nullptr},
+        {"true", nullptr},
+        {"1e", nullptr},
+        {"1e999", nullptr},
+        {"--1", nullptr},
+    };
+    for (const auto& [text, number] : cases) EXPECT_EQ(numberFromString(text), number) << '"' << text << '"';
+}
+
+TEST(Digest, IsMD5InLowerCase) {  // vectors of RFC 1321, A.5
+    EXPECT_EQ(md5Hex(""), "d41d8cd98f00b204e9800998ecf8427e");
+    EXPECT_EQ(md5Hex("message digest"), "f96b697d7cb7938d525a2f31aaf161d0");
+    EXPECT_EQ(md5Hex(Data("abc")), "900150983cd24fb0d6963f7d28e17f72");
+}
+
+TEST(PNG, IsTheSameForTheSamePixelsAndReadsBack) {
+    std::vector<std::uint8_t> pixels(5 * 3 * 4);
+    for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<std::uint8_t>(i * 7);
+    const auto image = Image::fromPixels(5, 3, pixels);
+    ASSERT_TRUE(image);
+    const Data png = encodePNG(*image);
+    EXPECT_TRUE(png.view().starts_with("\x89PNG\r\n\x1a\n"));
+    EXPECT_EQ(png, encodePNG(*image));
+    const auto back = decodePNG(png);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->width(), 5u);
+    EXPECT_EQ(back->pixels(), pixels);
+    for (std::size_t cut = 0; cut + 12 < png.size(); ++cut) {  // the last chunk only says that it is the last
+        EXPECT_FALSE(decodePNG(Data(png.bytes(), cut))) << cut;
+    }
+    std::string huge(png.view());
+    huge.replace(16, 8, std::string("\0\0\xff\xff\0\0\xff\xff", 8));
+    EXPECT_FALSE(decodePNG(Data(huge)));
+}
+
+TEST(ReasonPhrases, AreThePlatformsWords) {
+    const std::pair<int, const char*> cases[] = {
+        {200, "no error"},     {404, "not found"},  {500, "internal server error"}, {299, "success"},    {499, "client error"},
+        {599, "server error"}, {0, "server error"}, {999, "server error"},          {308, "redirected"},
+    };
+    for (const auto& [code, words] : cases) EXPECT_EQ(localizedStringForStatusCode(code), words) << code;
+}
+
+TEST(DeviceInfo, PrintsWhatIsMissingAsNil) {
+    const DeviceInfo before = deviceInfo();
+    EXPECT_NE(printed(before.systemVersion), "(null)") << "a running system has a version";
+    setDeviceInfo({"com.example.app", {}, "17.0"});
+    EXPECT_EQ(printed(deviceInfo().bundleIdentifier) + "/" + printed(deviceInfo().bundleVersion), "com.example.app/(null)");
+    setDeviceInfo(before);
+}
+
+}  // namespace
+}  // namespace vexim::testing

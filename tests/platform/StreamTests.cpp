@@ -1,0 +1,155 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <thread>
+
+#include "VexIMLib/internal/Platform/FileManager.h"
+#include "VexIMLib/internal/Platform/InputStream.h"
+#include "VexIMLib/internal/Platform/OutputStream.h"
+
+namespace vexim::testing {
+namespace {
+
+/// A directory that goes with the test.
+class ScratchDirectory {
+public:
+    ScratchDirectory() {
+        std::string name = appendPathComponent(temporaryDirectory(), "vexim-test-XXXXXX");
+        path_ = ::mkdtemp(name.data());
+    }
+    ~ScratchDirectory() { std::filesystem::remove_all(path_); }
+    std::string file(std::string_view name) const { return appendPathComponent(path_, name); }
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+std::string readAll(InputStream& stream, std::size_t piece) {
+    std::string text;
+    std::vector<std::uint8_t> buffer(piece);
+    for (std::int64_t count = 0; (count = stream.read(buffer.data(), piece)) > 0;) {
+        text.append(buffer.begin(), buffer.begin() + count);
+    }
+    return text;
+}
+
+std::int64_t write(OutputStream& stream, std::string_view text) {
+    return stream.write(reinterpret_cast<const std::uint8_t*>(text.data()), text.size());
+}
+
+TEST(Streams, ReadTheSameInAnyPieces) {
+    const ScratchDirectory scratch;
+    const std::string text = "some text of thirty-three bytes..";
+    ASSERT_EQ(FileManager::writeAtomically(Data(text), scratch.file("a b")), nullptr);
+    for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, std::size_t{4096}}) {
+        for (const auto& stream : {InputStream::withData(Data(text)), InputStream::withFileAtPath(scratch.file("a b")),
+                                   InputStream::withURL(URL::fileURLWithPath(scratch.file("a b")))}) {
+            EXPECT_EQ(stream->streamStatus(), StreamStatus::NotOpen);
+            stream->open();
+            EXPECT_TRUE(stream->hasBytesAvailable());
+            EXPECT_EQ(readAll(*stream, piece), text);
+            EXPECT_EQ(stream->streamStatus(), StreamStatus::AtEnd);
+            stream->close();
+            std::uint8_t byte = 0;
+            EXPECT_EQ(stream->read(&byte, 1), 0) << "after close";
+        }
+    }
+}
+
+TEST(Streams, FailToOpenWithAnErrorThatSaysWhy) {
+    const ScratchDirectory scratch;
+    const std::pair<std::shared_ptr<InputStream>, std::int64_t> inputs[] = {
+        {InputStream::withFileAtPath(scratch.file("none")), 260},
+        {InputStream::withFileAtPath(scratch.path()), 256},
+        {InputStream::withURL(*URL::parse("http://a.example/")), URLErrorUnsupportedURL},
+    };
+    for (const auto& [stream, code] : inputs) {
+        stream->open();
+        std::uint8_t byte = 0;
+        EXPECT_EQ(stream->read(&byte, 1), -1);
+        EXPECT_EQ(stream->streamStatus(), StreamStatus::Error);
+        ASSERT_TRUE(stream->streamError());
+        EXPECT_EQ(stream->streamError()->code(), code);
+    }
+    const auto full = OutputStream::toFileAtPath("/dev/full", false);
+    full->open();
+    EXPECT_EQ(write(*full, "x"), -1);
+    EXPECT_EQ(full->streamError()->code(), 640) << "no space left";
+    EXPECT_FALSE(full->hasSpaceAvailable());
+}
+
+TEST(Streams, WriteToMemoryAndFiles) {
+    const ScratchDirectory scratch;
+    const auto memory = OutputStream::toMemory();
+    EXPECT_EQ(write(*memory, "early"), -1) << "not open yet";
+    memory->open();
+    const Data first("first ");
+    memory->writeData(first);
+    EXPECT_EQ(memory->dataWrittenToMemory().bytes(), first.bytes()) << "one run is kept, not copied";
+    memory->writeData(Data("second "));
+    write(*memory, "third");
+    memory->close();
+    EXPECT_EQ(memory->dataWrittenToMemory().view(), "first second third");
+
+    for (const bool append : {false, true}) {
+        const auto file = OutputStream::toFileAtPath(scratch.file("out"), append);
+        file->open();
+        EXPECT_EQ(write(*file, append ? "more" : "some"), 4);
+        file->close();
+    }
+    EXPECT_EQ(FileManager::contents(scratch.file("out"))->view(), "somemore");
+}
+
+TEST(Streams, AreBoundThroughABoundedPipe) {
+    const auto ends = boundStreams(3);
+    const auto& [input, output] = ends;
+    input->open();
+    output->open();
+    std::thread writer([output = output] {
+        std::string_view rest = "a text longer than the pipe";
+        while (!rest.empty()) rest.remove_prefix(static_cast<std::size_t>(write(*output, rest)));
+        output->close();
+    });
+    EXPECT_EQ(readAll(*input, 5), "a text longer than the pipe");
+    writer.join();
+
+    const auto broken = boundStreams(3);
+    broken.first->open();
+    broken.second->open();
+    std::thread reader([stream = broken.first] { EXPECT_EQ(readAll(*stream, 4), ""); });
+    broken.first->interrupt();
+    reader.join();
+    EXPECT_EQ(write(*broken.second, "x"), -1);
+}
+
+TEST(FileManager, CreatesReplacesAndRemoves) {
+    const ScratchDirectory scratch;
+    const auto deep = scratch.file("a/b/c");
+    EXPECT_NE(FileManager::createDirectory(deep, false), nullptr);
+    EXPECT_EQ(FileManager::createDirectory(deep, true), nullptr);
+    EXPECT_EQ(FileManager::createDirectory(deep, true), nullptr) << "there already";
+    EXPECT_TRUE(FileManager::isDirectory(deep));
+
+    const auto file = appendPathComponent(deep, "f");
+    ASSERT_EQ(FileManager::writeAtomically(Data("old"), file), nullptr);
+    ASSERT_EQ(FileManager::writeAtomically(Data("newer"), file), nullptr);
+    EXPECT_EQ(FileManager::attributes(file)->size, 5u);
+    EXPECT_EQ(FileManager::contentsOfDirectory(deep), (std::vector<std::string>{"f"})) << "no temporary file is left";
+    EXPECT_NE(FileManager::createDirectory(file, true), nullptr) << "a file stands there";
+    EXPECT_EQ(FileManager::writeAtomically(Data("x"), scratch.file("none/f"))->code(), 4);
+    EXPECT_NE(FileManager::writeAtomically(Data("x"), deep), nullptr) << "a directory stands there";
+    EXPECT_EQ(FileManager::contentsOfDirectory(scratch.file("a/b")), (std::vector<std::string>{"c"}));
+
+    EXPECT_EQ(FileManager::move(file, scratch.file("moved")), nullptr);
+    EXPECT_EQ(FileManager::remove(scratch.file("a")), nullptr);
+    EXPECT_FALSE(FileManager::fileExists(deep));
+    EXPECT_EQ(FileManager::remove(deep)->code(), 4);
+    ErrorPtr error;
+    EXPECT_FALSE(FileManager::attributes(file, &error));
+    EXPECT_EQ(error->underlyingError()->domain(), kPOSIXErrorDomain);
+}
+
+}  // namespace
+}  // namespace vexim::testing
