@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -24,7 +25,7 @@ inline double cpuSeconds(int who) {
 inline void stayOnOneCore() {
     cpu_set_t cores;
     CPU_ZERO(&cores);
-    CPU_SET(::sched_getcpu(), &cores);
+    CPU_SET(static_cast<std::size_t>(::sched_getcpu()), &cores);
     ::sched_setaffinity(0, sizeof cores, &cores);
 }
 
