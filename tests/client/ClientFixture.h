@@ -1,0 +1,130 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/VexIMLib.h"
+#include "client/FakeSocket.h"
+#include "support/Completions.h"
+#include "support/Describe.h"
+#include "support/Eventually.h"
+#include "support/RecordingService.h"
+
+namespace vexim::testing {
+
+/// Writes down, in order, what a client tells its delegate, the notification centre and completions.
+class Journal final : public VXIMClientDelegate, public std::enable_shared_from_this<Journal> {
+public:
+    static std::shared_ptr<Journal> make() {
+        auto journal = std::make_shared<Journal>();
+        auto& centre = NotificationCenter::defaultCenter();
+        for (const char* name :
+             {VXIMUserDidLoginNotification, VXIMClientDidReceiveMessageNotification, VXIMClientDidReceiveSystemMessageNotification,
+              VXIMFriendOnlineNotification, VXIMFriendOfflineNotification, "socket.io.error"}) {
+            centre.addObserver(journal, name, nullptr, [weak = std::weak_ptr(journal)](const Notification& notification) {
+                if (auto self = weak.lock()) self->write("posted " + notification.name + describeInfo(notification));
+            });
+        }
+        return journal;
+    }
+
+    std::vector<std::string> take() { return std::exchange(lines_, {}); }
+    void write(std::string line) { lines_.push_back(std::move(line)); }
+    VXIMBooleanCompletion completion(std::string name) {
+        return atMostOnce([this, name](bool succeeded, const ErrorPtr& error) {
+            write(name + (succeeded ? " yes" : " no") + (error ? ", " + describe(error) : ""));
+        });
+    }
+
+    void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override { write("didLogin at " + at(client)); }
+    void clientDidLogout(const std::shared_ptr<VXIMClient>& client) override { write("didLogout at " + at(client)); }
+    void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override { write("reconnecting at " + at(client)); }
+    void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override { write("didDisconnect at " + at(client)); }
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+                                           const std::shared_ptr<VXIMFriendInfo>& from) override {
+        write("friend " + from->uid().description() + ": " + message->text().value_or("nil"));
+    }
+    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+                                          const std::shared_ptr<VXIMGroup>& from) override {
+        write("group " + from->groupId().description() + ": " + message->text().value_or("nil"));
+    }
+    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+                                         const std::shared_ptr<VXIMRoom>& from) override {
+        write("room " + from->roomId().description() + ": " + message->text().value_or("nil"));
+    }
+    void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message) override {
+        write("system: " + describe(*message));
+    }
+    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) override {
+        write("online " + info->uid().description());
+    }
+    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) override {
+        write("offline " + info->uid().description());
+    }
+
+private:
+    static std::string at(const std::shared_ptr<VXIMClient>& client) { return std::to_string(client->status()); }
+    static std::string describeInfo(const Notification& notification) {
+        const Dictionary info = notification.userInfo.value_or(Dictionary());
+        if (const auto message = info.get("msg").as<VXIMMessage>()) return " " + describe(*message);
+        if (const auto user = info.get("user").as<VXIMUser>()) return " " + user->uid().description();
+        return " " + json(info);
+    }
+
+    std::vector<std::string> lines_;
+};
+
+using Lines = std::vector<std::string>;
+
+/// A client over a fake connection and a recording REST service.
+class ClientTest : public ::testing::Test {
+protected:
+    ClientTest() {
+        client =
+            vexim::create<VXIMClient>(service.configuration(), [this](const std::optional<URL>& url, const Dictionary& options) {
+                sockets.push_back(vexim::create<FakeSocket>(url, options));
+                return sockets.back();
+            });
+        client->setDelegate(journal);
+    }
+
+    /// Runs everything that is queued on the main queue.
+    static void settle() {
+        while (MainQueue::shared().drain() > 0) continue;
+    }
+    FakeSocket& socket() { return *sockets.back(); }
+
+    /// Logs "u1" in and forgets what the journal has heard.
+    void login() {
+        client->loginWithUserId("u1", {});
+        settle();
+        socket().accept();
+        socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
+        settle();
+        journal->take();
+    }
+    /// "status, user's online, offlineTemporally, tryLogout" as one line.
+    std::string state() const {
+        const auto user = client->currentUser();
+        return std::to_string(client->status()) + (user ? user->online() ? " online" : " offline" : " nobody") +
+               (client->offlineTemporally() ? " offlineTemporally" : "") + (client->tryLogout() ? " tryLogout" : "") +
+               (client->socketio() ? "" : " no socket");
+    }
+    /// What was emitted since the last call, as "event items".
+    Lines takeEmitted() {
+        Lines lines;
+        for (const auto& [event, items] : std::exchange(socket().emitted, {})) lines.push_back(event + " " + json(items));
+        return lines;
+    }
+
+    RecordingService service;
+    std::vector<std::shared_ptr<FakeSocket>> sockets;
+    std::shared_ptr<Journal> journal = Journal::make();
+    std::shared_ptr<VXIMClient> client;
+};
+
+}  // namespace vexim::testing

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+
+namespace vexim::testing {
+
+/// A connection without a network: it keeps the state that a real one keeps, and the test plays the server. Handlers run on
+/// the main queue, in order.
+class FakeSocket final : public SocketIOClient {
+public:
+    using SocketIOClient::SocketIOClient;
+    bool initialise(const std::optional<URL>& givenURL, const Dictionary& givenOptions) {
+        url = givenURL;
+        options = givenOptions;
+        return true;
+    }
+
+    // What the client did.
+    std::optional<URL> url;
+    Dictionary options;
+    std::vector<std::pair<std::string, Array>> emitted;
+    std::vector<std::string> eventsListenedTo;
+
+    // The server's side.
+    void accept() {
+        if (status_ != SocketIOStatusConnecting) throw std::logic_error("nobody is connecting");
+        status_ = SocketIOStatusConnected;
+        deliver("connect", {nsp_});
+    }
+    void send(const std::string& event, Array arguments = {}) { deliver(event, std::move(arguments)); }
+    void drop() {
+        if (status_ != SocketIOStatusConnected) throw std::logic_error("nothing to drop");
+        status_ = SocketIOStatusDisconnected;
+        deliver("disconnect", {"transport close"});
+    }
+    void attemptReconnect() {
+        status_ = SocketIOStatusConnecting;
+        deliver("reconnect", {1});
+    }
+    bool hasHandlers() const { return !handlers_.empty(); }
+
+    // SocketIOClient.
+    void joinNamespace(std::string_view nsp) override {
+        nsp_ = nsp.substr(0, nsp.find('?'));
+        if (!nsp_.starts_with('/')) nsp_.insert(0, "/");
+    }
+    std::string nsp() const override { return nsp_; }
+    void connect() override {
+        if (status_ < SocketIOStatusConnecting) status_ = SocketIOStatusConnecting;
+    }
+    void disconnect() override {
+        if (status_ == SocketIOStatusNotConnected) return;
+        status_ = SocketIOStatusDisconnected;
+        deliver("disconnect", {"io client disconnect"});
+    }
+    SocketIOStatus status() const noexcept override { return status_; }
+    void networkDidChange() override {}
+    HandlerId on(std::string_view event, Handler handler) override {
+        eventsListenedTo.emplace_back(event);
+        handlers_.emplace(std::string(event), std::move(handler));
+        return eventsListenedTo.size();
+    }
+    void off(std::string_view event) override { handlers_.erase(std::string(event)); }
+    void off(HandlerId) override {}
+    void removeAllHandlers() override { handlers_.clear(); }
+    bool emit(std::string_view event, const Array& items) override {
+        if (status_ != SocketIOStatusConnected) return false;
+        emitted.emplace_back(event, items);
+        return true;
+    }
+    void emitWithAck(std::string_view, const Array&, std::chrono::milliseconds, AckCallback) override {
+        throw std::logic_error("the library asks for no acknowledgement");
+    }
+
+private:
+    void deliver(const std::string& event, Array arguments) {
+        MainQueue::shared().async([weak = weak_from_this(), event, arguments = std::move(arguments)] {
+            const auto self = std::static_pointer_cast<FakeSocket>(weak.lock());
+            if (!self) return;
+            const auto handlers = self->handlers_;  // a handler may remove them all
+            const auto [first, last] = handlers.equal_range(event);
+            for (auto entry = first; entry != last; ++entry) entry->second(arguments, {});
+        });
+    }
+
+    std::string nsp_ = "/";
+    SocketIOStatus status_ = SocketIOStatusNotConnected;
+    std::multimap<std::string, Handler> handlers_;
+};
+
+}  // namespace vexim::testing
