@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <sys/types.h>
+
+namespace vexim::testing {
+
+/// The development service as a child process on a free loopback port, over the Socket.IO server of one line. It ends with this
+/// object, and also when the test dies.
+class ServiceProcess {
+public:
+    explicit ServiceProcess(const std::string& socketIOLine);
+    ~ServiceProcess();
+    ServiceProcess(const ServiceProcess&) = delete;
+    ServiceProcess& operator=(const ServiceProcess&) = delete;
+
+    /// One for each line, started when first asked for.
+    static ServiceProcess& shared(const std::string& socketIOLine);
+
+    /// "http://127.0.0.1:port"
+    const std::string& origin() const { return origin_; }
+    /// A request to the control endpoint: "reset", "drop", … with a JSON body. Throws unless it answers 2xx.
+    std::string control(const std::string& what, const std::string& body = "{}") const;
+    std::string controlGet(const std::string& what) const;
+
+private:
+    pid_t pid_ = -1;
+    int standardInput_ = -1;  // while it is open the service lives
+    std::string origin_;
+};
+
+}  // namespace vexim::testing
