@@ -350,7 +350,6 @@ void SocketIOCore::attemptReconnect(Epoch epoch) {
 }
 
 void SocketIOCore::pump() {
-    armAckTimer();
     std::size_t bytes = 0;
     std::size_t messages = 0;
     for (;;) {
@@ -364,7 +363,7 @@ void SocketIOCore::pump() {
             // Without room this goes on when the link's turn ends next.
             if (sending_.empty() || !link_ || !link_->canEmit()) {
                 pumpScheduled_ = false;
-                return;
+                break;
             }
         }
         while (link_ && link_->canEmit() && !sending_.empty()) {
@@ -373,6 +372,8 @@ void SocketIOCore::pump() {
         }
         if (link_) link_->flush();
     }
+    // Last: what was queued while this ran did not call for a run of its own.
+    armAckTimer();
 }
 
 void SocketIOCore::linkDidJoin(const action::Joined& joined) {

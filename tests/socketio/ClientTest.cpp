@@ -1,0 +1,286 @@
+// The client's contract with applications, over real sockets: what is heard, in which order, and what is not heard any more.
+#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "socketio/Recorder.h"
+#include "socketio/WebSocketPeer.h"
+#include "support/Completions.h"
+
+namespace vexim::testing {
+namespace {
+
+using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
+
+std::shared_ptr<SocketIOClient> makeClient(const std::string& url, Dictionary options = {}) {
+    if (!options.contains("transports")) options.set("forceWebsockets", true);
+    auto client = SocketIOClient::create(URL::parse(url), options);
+    client->joinNamespace("/chat");
+    return client;
+}
+
+/// Joins, repeats events as "message" (but "cut", which ends the connection), and answers acknowledgements.
+void echo(ScriptedServer::Connection& connection) {
+    WebSocketPeer peer(connection);
+    if (!peer.join()) return;
+    while (const auto message = peer.next()) {
+        if (message->starts_with("42/chat,[\"cut\"")) return;
+        if (message->starts_with("42/chat,[\"say\",")) peer.send("42/chat,[\"message\"," + message->substr(15));
+        if (*message == "close") connection.write(WebSocketPeer::frame("", 0x88));
+    }
+}
+
+TEST(SocketIOClient, GivesAnErrorAloneWhenTheFirstConnectFails) {
+    for (const auto& url :
+         {"http://127.0.0.1:" + std::to_string(deadPort()), std::string("ftp://127.0.0.1"), std::string("http:///x")}) {
+        SCOPED_TRACE(url);
+        const auto client = makeClient(url);
+        EXPECT_EQ(client->status(), SocketIOStatusNotConnected);
+        Recorder heard;
+        heard.listen(*client);
+        client->connect();
+        ASSERT_TRUE(heard.waitFor("error"));
+        EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
+        EXPECT_FALSE(eventually([&] { return heard.lines().size() > 1; }, 50ms)) << heard.last();
+    }
+    const auto none = SocketIOClient::create(std::nullopt, {});
+    Recorder heard;
+    heard.listen(*none);
+    none->connect();
+    EXPECT_TRUE(heard.waitFor("error"));
+}
+
+TEST(SocketIOClient, GivesOneDisconnectForEachThatWasAskedFor) {
+    ScriptedServer server(echo);
+    const auto client = makeClient(server.url(), {{"reconnects", false}});
+    Recorder heard;
+    heard.listen(*client);
+    client->disconnect();
+    MainQueue::shared().drain();
+    EXPECT_EQ(heard.lines(), Lines{}) << "never asked to connect";
+
+    client->connect();
+    client->disconnect();
+    ASSERT_TRUE(heard.waitFor("disconnect"));
+    EXPECT_EQ(heard.lines(), Lines{"disconnect io client disconnect"}) << "while connecting";
+
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    EXPECT_EQ(client->status(), SocketIOStatusConnected);
+    heard.clear();
+    client->emit("cut", {});
+    ASSERT_TRUE(heard.waitFor("disconnect"));
+    client->disconnect();
+    ASSERT_TRUE(eventually([&] { return heard.lines().size() == 2; })) << "the link is already down";
+    client->disconnect();
+    ASSERT_TRUE(eventually([&] { return heard.lines().size() == 3; }));
+    client->connect();
+    EXPECT_TRUE(heard.waitFor("connect")) << "and it works again with the same handlers";
+}
+
+TEST(SocketIOClient, ReconnectsAfterALossAndSaysSo) {
+    ScriptedServer server(echo);
+    const auto client = makeClient(server.url());
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    for (const char* attempt : {"1", "2"}) {
+        heard.clear();
+        client->emit("cut", {});
+        ASSERT_TRUE(heard.waitFor("disconnect"));
+        EXPECT_FALSE(client->emit("say", {"nothing is queued for later"}));
+        client->networkDidChange();  // or it would wait
+        ASSERT_TRUE(heard.waitFor("connect"));
+        const Lines expected{"disconnect transport close", "error \"say\" was not sent: the socket is not connected.",
+                             std::string("reconnect ") + attempt, "connect /chat"};
+        EXPECT_EQ(heard.lines(), expected);
+    }
+}
+
+TEST(SocketIOClient, BoundsItsAttemptsAndKeepsThemApart) {
+    std::atomic<bool> up{true};
+    ScriptedServer server([&](ScriptedServer::Connection& connection) {
+        if (up) echo(connection);
+    });
+    const auto client = makeClient(server.url(), {{"reconnectAttempts", 2}});
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    up = false;
+    client->emit("cut", {});
+    ASSERT_TRUE(heard.waitFor("disconnect"));
+    for (int attempt = 1; attempt <= 2; ++attempt) {
+        EXPECT_EQ(client->status(), SocketIOStatusConnecting);
+        client->networkDidChange();
+        ASSERT_TRUE(heard.waitFor("error"));
+        heard.clear();
+    }
+    EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
+    client->networkDidChange();
+    EXPECT_FALSE(eventually([&] { return !heard.lines().empty(); }, 50ms)) << heard.last();
+}
+
+TEST(SocketIOClient, CompletesEachAcknowledgementOnce) {
+    ScriptedServer server([](ScriptedServer::Connection& connection) {
+        WebSocketPeer peer(connection);
+        if (!peer.join()) return;
+        while (const auto message = peer.next()) {
+            if (message->starts_with("42/chat,0")) {
+                peer.send("43/chat,0[1]");
+                peer.send("43/chat,0[2]");   // twice
+                peer.send("43/chat,77[3]");  // never asked for
+            }
+            if (message->starts_with("42/chat,3")) return;
+        }
+    });
+    const auto client = makeClient(server.url(), {{"reconnects", false}});
+    Recorder heard;
+    heard.listen(*client);
+    std::vector<std::string> ends;
+    const auto note = [&](const char* name) {
+        return once([&ends, name](const Array& answer, const ErrorPtr& error) {
+            ends.push_back(std::string(name) + (error ? " error " + std::to_string(error->code()) : " " + answer.description()));
+        });
+    };
+    client->emitWithAck("a", {}, 0ms, note("early"));
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    client->emitWithAck("a", {}, 0ms, note("answered"));
+    client->emitWithAck("a", {}, 20ms, note("timed out"));
+    ASSERT_TRUE(eventually([&] { return ends.size() == 3; })) << Value(Array::fromStrings(ends)).description() << heard.last();
+    client->emitWithAck("a", {}, 60s, note("lost"));
+    client->emitWithAck("cut", {}, 0ms, note("also lost"));
+    client->emitWithAck("disconnect", {}, 0ms, note("reserved"));
+    ASSERT_TRUE(eventually([&] { return ends.size() == 6; }));
+    EXPECT_EQ(ends, (Lines{"early error 1", "answered [1]", "timed out error 3", "reserved error 5", "lost error 2",
+                           "also lost error 2"}));
+
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    client->emitWithAck("a", {}, 60s, note("abandoned"));
+    const_cast<std::shared_ptr<SocketIOClient>&>(client).reset();
+    EXPECT_TRUE(eventually([&] { return ends.size() == 7; })) << "also when the client goes";
+}
+
+TEST(SocketIOClient, CallsNothingAfterRemoval) {
+    ScriptedServer server([](ScriptedServer::Connection& connection) {
+        WebSocketPeer peer(connection);
+        if (!peer.join()) return;
+        for (int i = 0; i < 3; ++i) peer.send("42/chat,[\"message\"," + std::to_string(i) + "]");
+        connection.waitForClose();
+    });
+    auto client = makeClient(server.url());
+    int first = 0;
+    int second = 0;
+    int third = 0;
+    SocketIOClient::HandlerId secondId = 0;
+    client->on("message", [&](const Array&, const AckEmitter&) {
+        if (++first == 1) client->off(secondId);
+    });
+    secondId = client->on("message", [&](const Array&, const AckEmitter&) { ++second; });
+    client->on("message", [&](const Array&, const AckEmitter&) {
+        if (++third == 2) client->removeAllHandlers();
+    });
+    client->connect();
+    ASSERT_TRUE(eventually([&] { return third == 2; }));
+    EXPECT_FALSE(eventually([&] { return first > 2 || third > 2; }, 50ms));
+    EXPECT_EQ(second, 0);
+
+    auto other = makeClient(server.url());
+    int heard = 0;
+    other->on("message", [&](const Array&, const AckEmitter&) {
+        ++heard;
+        other.reset();  // inside its own handler
+    });
+    other->connect();
+    ASSERT_TRUE(eventually([&] { return heard > 0; }));
+    EXPECT_FALSE(eventually([&] { return heard > 1; }, 50ms));
+}
+
+TEST(SocketIOClient, KeepsTheRestInLineWhenAHandlerThrows) {
+    ScriptedServer server([](ScriptedServer::Connection& connection) {
+        WebSocketPeer peer(connection);
+        if (!peer.join()) return;
+        std::string frames;
+        for (int i = 0; i < 4; ++i) frames += WebSocketPeer::frame("42/chat,[\"message\"," + std::to_string(i) + "]");
+        connection.write(frames);
+        connection.waitForClose();
+    });
+    const auto client = makeClient(server.url());
+    std::vector<std::int64_t> heard;
+    client->on("message", [&](const Array& arguments, const AckEmitter&) {
+        heard.push_back(arguments.get(0).longLongValue());
+        if (heard.size() == 2) throw std::runtime_error("from the application");
+    });
+    client->connect();
+    EXPECT_THROW((void)eventually([&] { return heard.size() == 4; }), std::runtime_error);
+    EXPECT_TRUE(eventually([&] { return heard.size() == 4; }));
+    EXPECT_EQ(heard, (std::vector<std::int64_t>{0, 1, 2, 3}));
+}
+
+TEST(SocketIOClient, BoundsWhatIsQueuedAndWhatServersTake) {
+    ScriptedServer server([](ScriptedServer::Connection& connection) {
+        WebSocketPeer peer(connection);
+        if (peer.join()) connection.pause(60s);  // and reads no more
+    });
+    const auto client = makeClient(server.url(), {{"maxQueuedBytes", 1 << 20}});
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    EXPECT_FALSE(client->emit("say", {std::string(1'000'001, 'x')}));
+    ASSERT_TRUE(heard.waitFor("error"));
+    EXPECT_EQ(heard.last(), "error \"say\" was not sent: it is longer than the server takes.");
+    const std::string big(100'000, 'x');
+    int taken = 0;
+    while (taken < 1000 && client->emit("say", {big})) ++taken;
+    EXPECT_LT(taken, 1000);
+    ASSERT_TRUE(heard.waitFor("error \"say\" was not sent: the queue is full."));
+    const auto begin = std::chrono::steady_clock::now();
+    client->disconnect();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s) << "nobody waits for a peer that does not read";
+}
+
+TEST(SocketIOClient, CanBeUsedFromEveryThreadInEveryState) {
+    ScriptedServer server(echo);
+    for (int round = 0; round < 20; ++round) {
+        auto client = makeClient(server.url());
+        std::atomic<int> heard{0};
+        client->on("message", [&](const Array&, const AckEmitter&) { ++heard; });
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 3; ++t) {
+            threads.emplace_back([client, t] {
+                for (int i = 0; i < 20; ++i) {
+                    switch ((i * 7 + t) % 6) {
+                        case 0: client->connect(); break;
+                        case 1: client->emit("say", {i}); break;
+                        case 2: client->emitWithAck("say", {i}, 1ms, nullptr); break;
+                        case 3: client->networkDidChange(); break;
+                        case 4: client->off(client->on("message", [](const Array&, const AckEmitter&) {})); break;
+                        case 5:
+                            if (i % 4 == 0) client->disconnect();
+                            break;
+                    }
+                }
+            });
+        }
+        client.reset();
+        MainQueue::shared().drain();
+        for (auto& thread : threads) thread.join();
+    }
+    EXPECT_FALSE(eventually([] { return false; }, 20ms));
+}
+
+}  // namespace
+}  // namespace vexim::testing

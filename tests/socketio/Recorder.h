@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "support/Eventually.h"
+
+namespace vexim::testing {
+
+/// Keeps what a client's handlers hear, one line an event.
+class Recorder {
+public:
+    void listen(SocketIOClient& client) {
+        for (const char* event : {"connect", "disconnect", "error", "reconnect", "message"}) {
+            client.on(event, [lines = lines_, event](const Array& arguments, const AckEmitter&) {
+                lines->push_back(std::string(event) + " " + arguments.get(0).description());
+            });
+        }
+    }
+    const std::vector<std::string>& lines() const { return *lines_; }
+    std::string last() const { return lines_->empty() ? "" : lines_->back(); }
+    [[nodiscard]] bool waitFor(std::string_view beginning) const {
+        return eventually([&] { return last().starts_with(beginning); });
+    }
+    void clear() { lines_->clear(); }
+
+private:
+    std::shared_ptr<std::vector<std::string>> lines_ = std::make_shared<std::vector<std::string>>();
+};
+
+}  // namespace vexim::testing
