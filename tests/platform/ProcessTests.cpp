@@ -1,0 +1,93 @@
+// What concerns the whole process: its exit, its environment, a name server that is gone.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <thread>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Platform/HostResolver.h"
+#include "VexIMLib/internal/Platform/NetworkThread.h"
+#include "VexIMLib/internal/Platform/OutputStream.h"
+#include "platform/SessionProbe.h"
+#include "support/ScriptedServer.h"
+
+namespace vexim::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::chrono::steady_clock::time_point exitBegan;
+
+/// Registered before the library's hook, so it runs after it. The bound only tells waiting from not waiting on a busy machine.
+void judgeExit() {
+    const auto took = std::chrono::steady_clock::now() - exitBegan;
+    if (took > 1s) ::_exit(2);
+}
+
+[[noreturn]] void exitWithEverythingPending() {
+    std::atexit(judgeExit);
+    auto& server = *new ScriptedServer([](ScriptedServer::Connection& connection) { connection.pause(60s); });
+    auto& probe = *new std::shared_ptr<SessionProbe>(SessionProbe::make());
+    probe->task(server.url())->resume();
+    probe->task("http://a.blocked.test/")->resume();
+
+    auto& ends = *new auto(boundStreams(10));  // a body that never comes
+    auto request = SessionProbe::request(server.url());
+    request.method = "POST";
+    request.bodyStream = ends.first;
+    probe->session->dataTaskWithRequest(request)->resume();
+
+    std::atomic<int> ready{0};
+    probe->session->delegateQueue()->addOperation([&ready] {  // an application's code that waits for the main thread
+        ++ready;
+        MainQueue::shared().sync([] {});
+    });
+    NetworkThread::shared().post([&ready] {
+        static const auto lookup = HostResolver::system().resolve("b.blocked.test", [](auto, auto) {});
+        ++ready;
+    });
+    while (ready < 2) std::this_thread::yield();
+    exitBegan = std::chrono::steady_clock::now();
+    std::exit(0);
+}
+
+TEST(ProcessDeathTest, ExitsWhateverIsPending) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(exitWithEverythingPending(), ::testing::ExitedWithCode(0), "");
+}
+
+TEST(ProcessDeathTest, GoesThroughTheEnvironmentsProxyButNotToItself) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto body = [] {
+        ScriptedServer proxy(ScriptedServer::answering(
+            [](const WireRequest& request) { return ScriptedServer::text(200, "proxy saw " + request.target); }));
+        ::setenv("http_proxy", proxy.url().c_str(), 1);  // before the library has started a thread
+        ::setenv("no_proxy", "direct.invalid", 1);
+        const auto probe = SessionProbe::make();
+        const bool through = probe->load("http://service.example/x").body == "proxy saw http://service.example/x";
+        const bool around = probe->load("http://direct.invalid/").code() == URLErrorCannotFindHost;
+        const bool itself = probe->load(proxy.url("/own")).body == "proxy saw /own";
+        ::_exit(through && around && itself ? 0 : 1);
+    };
+    EXPECT_EXIT(body(), ::testing::ExitedWithCode(0), "");
+}
+
+TEST(BlockedResolver, HoldsUpOnlyWhoAsked) {
+    ScriptedServer server(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
+    const auto probe = SessionProbe::make();
+    const auto cancelled = probe->task("http://c.blocked.test/");
+    cancelled->resume();
+    auto impatient = SessionProbe::request("http://d.blocked.test/");
+    impatient.timeout = 200ms;
+    EXPECT_EQ(probe->load(impatient).code(), URLErrorTimedOut);
+    EXPECT_EQ(probe->load(server.url()).body, "ok");
+    cancelled->cancel();
+    EXPECT_EQ(probe->waitForEnd(cancelled).code(), URLErrorCancelled);
+    EXPECT_EQ(probe->load(server.url()).body, "ok");
+}
+
+}  // namespace
+}  // namespace vexim::testing

@@ -1,0 +1,130 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <thread>
+
+#include "VexIMLib/internal/Platform/HostResolver.h"
+#include "VexIMLib/internal/Platform/NetworkThread.h"
+#include "VexIMLib/internal/Platform/OperationQueue.h"
+
+namespace vexim::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Runs `function` on the network thread and waits for it.
+void onNetworkThread(const std::function<void()>& function) {
+    std::promise<void> done;
+    NetworkThread::shared().post([&] {
+        function();
+        done.set_value();
+    });
+    done.get_future().get();
+}
+
+TEST(NetworkThread, RunsEveryPostInItsPostersOrder) {
+    constexpr int kPosters = 4;
+    constexpr int kPosts = 2000;
+    std::vector<int> last(kPosters, -1);
+    std::atomic<int> outOfOrder{0};
+    std::vector<std::thread> posters;
+    for (int poster = 0; poster < kPosters; ++poster) {
+        posters.emplace_back([&, poster] {
+            for (int i = 0; i < kPosts; ++i) {
+                NetworkThread::shared().post([&, poster, i] {
+                    int& before = last[static_cast<std::size_t>(poster)];
+                    if (before != i - 1 || !NetworkThread::shared().isCurrent()) ++outOfOrder;
+                    before = i;
+                });
+            }
+        });
+    }
+    for (auto& poster : posters) poster.join();
+    onNetworkThread([] {});
+    EXPECT_EQ(outOfOrder, 0);
+    for (const int each : last) EXPECT_EQ(each, kPosts - 1);
+    EXPECT_FALSE(NetworkThread::shared().isCurrent());
+}
+
+TEST(NetworkTimer, CallsOnceWhatWasStartedLast) {
+    std::promise<int> due;
+    std::atomic<int> wrong{0};
+    std::unique_ptr<NetworkTimer> timer;
+    onNetworkThread([&] {
+        NetworkTimer cancelled;
+        cancelled.start(0ns, [&] { ++wrong; });
+        {
+            NetworkTimer destroyed;
+            destroyed.start(0ns, [&] { ++wrong; });
+        }
+        timer = std::make_unique<NetworkTimer>();
+        timer->start(0ns, [&] { ++wrong; });
+        timer->start(1ms, [&] {
+            EXPECT_FALSE(timer->isPending());
+            timer->start(1ms, [&] { due.set_value(2); });  // from inside its own call
+        });
+        cancelled.cancel();
+        EXPECT_TRUE(timer->isPending());
+    });
+    EXPECT_EQ(due.get_future().get(), 2);
+    onNetworkThread([&] { timer.reset(); });
+    EXPECT_EQ(wrong, 0);
+}
+
+TEST(OperationQueue, RunsOneAtATimeAndOutlivesItsOwner) {
+    std::promise<void> done;
+    std::atomic<int> running{0};
+    std::atomic<int> overlaps{0};
+    std::vector<int> order;
+    auto queue = OperationQueue::create("test");
+    for (int i = 0; i < 100; ++i) {
+        queue->addOperation([&, i] {
+            if (++running > 1) ++overlaps;
+            order.push_back(i);
+            --running;
+        });
+    }
+    EXPECT_FALSE(queue->isCurrent());
+    // The last owner goes on the queue's own thread.
+    OperationQueue& last = *queue;
+    last.addOperation([&, own = std::move(queue)]() mutable {
+        EXPECT_TRUE(own->isCurrent());
+        own->addOperation([&] { done.set_value(); });
+        own = nullptr;
+    });
+    done.get_future().get();
+    EXPECT_EQ(overlaps, 0);
+    EXPECT_EQ(order.size(), 100u);
+    EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
+TEST(HostResolver, AnswersOnTheNetworkThreadUnlessDropped) {
+    struct Case {
+        const char* host;
+        bool found;
+    };
+    for (const Case& each : {Case{"127.0.0.1", true}, Case{"::1", true}, Case{"localhost", true}, Case{"name.invalid", false}}) {
+        std::promise<std::pair<std::vector<std::string>, ErrorPtr>> answer;
+        std::unique_ptr<HostResolver::Lookup> lookup;
+        onNetworkThread([&] {
+            lookup = HostResolver::system().resolve(each.host, [&](std::vector<std::string> addresses, ErrorPtr error) {
+                EXPECT_TRUE(NetworkThread::shared().isCurrent());
+                EXPECT_TRUE(lookup) << "never before resolve has returned";
+                answer.set_value({std::move(addresses), std::move(error)});
+            });
+        });
+        const auto [addresses, error] = answer.get_future().get();
+        EXPECT_EQ(!addresses.empty(), each.found) << each.host;
+        EXPECT_EQ(error == nullptr, each.found) << each.host;
+        EXPECT_TRUE(each.found || error->is(kURLErrorDomain, URLErrorCannotFindHost));
+    }
+    std::atomic<int> calls{0};
+    onNetworkThread([&] { HostResolver::system().resolve("127.0.0.1", [&](auto, auto) { ++calls; }); });  // dropped at once
+    onNetworkThread([] {});
+    EXPECT_EQ(calls, 0);
+}
+
+}  // namespace
+}  // namespace vexim::testing
