@@ -12,14 +12,15 @@ void Transcript::say(const std::string& line) {
     std::fflush(stdout);
 }
 
-bool Transcript::expect(const std::string& step, const std::function<bool()>& reached, const std::function<std::string()>& seen) {
+bool Transcript::expect(const std::string& step, const std::function<bool()>& arrived, const std::function<bool()>& held,
+                        const std::function<std::string()>& seen) {
     using namespace std::chrono_literals;
     const auto left = end_ - std::chrono::steady_clock::now();
-    const bool held = vexim::MainQueue::shared().runUntil(reached, std::clamp<std::chrono::nanoseconds>(left, 0ns, 10s));
+    const bool ok = vexim::MainQueue::shared().runUntil(arrived, std::clamp<std::chrono::nanoseconds>(left, 0ns, 10s)) && held();
     ++steps_;
-    if (!held) ++failures_;
-    say((held ? "  ok    " : "  FAIL  ") + step + (held ? "" : ": saw " + seen()));
-    return held;
+    if (!ok) ++failures_;
+    say((ok ? "  ok    " : "  FAIL  ") + step + (ok ? "" : ": saw " + seen()));
+    return ok;
 }
 
 void Transcript::finish() { say(std::to_string(steps_ - failures_) + " of " + std::to_string(steps_) + " steps held"); }

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Account.h"
+#include "Explain.h"
+#include "Inbox.h"
+#include "Transcript.h"
+#include "VexIMLib/VexIMLib.h"
+
+/// What an operation answered, once it has.
+struct Answer {
+    bool arrived = false;
+    bool succeeded = false;
+    vexim::Value result;
+    vexim::ErrorPtr error;
+
+    std::string text() const;
+};
+using AnswerPtr = std::shared_ptr<Answer>;
+
+/// The two users on whom the demo's chapters play, what they hear, and the checks that the chapters are made of.
+class Stage {
+public:
+    // The users, the group and the room with which the development service starts.
+    static constexpr const char* kAlice = "alice";
+    static constexpr const char* kBob = "bob";
+    static constexpr const char* kBobsPassword = "bob-secret";
+    static constexpr const char* kGroup = "demo-group";
+    static constexpr const char* kRoom = "demo-room";
+
+    explicit Stage(const Account& account);
+
+    /// Starts an operation that ends with a flag, or with a result.
+    static AnswerPtr flag(const std::function<void(VXIMBooleanCompletion)>& operation);
+    static AnswerPtr result(const std::function<void(VXIMResultCompletion)>& operation);
+
+    bool succeeds(const std::string& step, const AnswerPtr& answer);
+    void refuses(const std::string& step, const AnswerPtr& answer, const std::string& domain,
+                 const std::optional<std::string>& description = std::nullopt);
+    void expectStatus(const std::string& step, const VXIMClient& client, VXIMClientStatus status);
+    void expectHeard(const std::string& step, const Inbox& inbox, const std::string& line, std::ptrdiff_t times = 1);
+    /// Something that holds now, or does not.
+    void expectNow(const std::string& step, bool holds, const std::string& seen);
+
+    Transcript transcript{std::chrono::seconds(28)};
+    std::shared_ptr<VXIMClient> alice;
+    std::shared_ptr<VXIMClient> bob;
+    std::shared_ptr<Inbox> aliceHears = std::make_shared<Inbox>();
+    std::shared_ptr<Inbox> bobHears = std::make_shared<Inbox>();
+};
