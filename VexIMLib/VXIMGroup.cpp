@@ -21,12 +21,18 @@ constinit const vexim::DynamicProperty<Value> kMembers{&VXIMGroup::staticClass, 
 }  // namespace
 
 const vexim::Class& VXIMGroup::staticClass() {
-    static const vexim::Class& cls = vexim::Class::declare("VXIMGroup", &VXIMRuntimeObject::staticClass(),
-                                                           {{"groupId", "T@\"NSString\",&,D,N"},
-                                                            {"name", "T@\"NSString\",&,D,N"},
-                                                            {"owner", "T@\"NSString\",&,D,N"},
-                                                            {"members", "T@\"NSArray\",&,D,N"},
-                                                            {"attributes", "T@\"NSDictionary\",&,D,N"}});
+    // The getter of "members" is a method, because it does more than read; only its setter is dynamic.
+    static const vexim::Class& cls =
+        vexim::Class::declare("VXIMGroup", &VXIMRuntimeObject::staticClass(),
+                              {{"groupId", "T@\"NSString\",&,D,N"},
+                               {"name", "T@\"NSString\",&,D,N"},
+                               {"owner", "T@\"NSString\",&,D,N"},
+                               {"members", "T@\"NSArray\",&,D,N"},
+                               {"attributes", "T@\"NSDictionary\",&,D,N"}},
+                              {}, {{"members", "@@:", [](vexim::Object& self, vexim::Invocation& invocation) {
+                                        const Value members = static_cast<VXIMGroup&>(self).members();
+                                        invocation.setReturnValue(&members);
+                                    }}});
     return cls;
 }
 

@@ -34,3 +34,4 @@
 #include "VexIMLib/VXIMSettings.h"
 #include "VexIMLib/VXIMTransfer.h"
 #include "VexIMLib/VXIMUser.h"
+#include "VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector.h"

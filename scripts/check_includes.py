@@ -24,8 +24,12 @@ ROOMS = [
     ("programs", 6, r"(tools|examples|tests|benchmarks|fuzz)/.*"),
 ]
 
-# What is installed. Public classes derive from the runtime object, so its header is among them.
-PUBLIC = re.compile(r"VexIMLib/[^/]+\.h|VexIMLib/Foundation/.*\.h|VexIMLib/internal/VXIMRuntimeObject\.h")
+# What is installed. Public classes derive from the runtime object, so its header is among them; the other one declares an
+# exported function.
+PUBLIC = re.compile(
+    r"VexIMLib/[^/]+\.h|VexIMLib/Foundation/.*\.h|VexIMLib/internal/VXIMRuntimeObject\.h"
+    r"|VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector\.h"
+)
 PROGRAM_HEADERS_ONLY = re.compile(r"(tools|examples)/.*")
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)

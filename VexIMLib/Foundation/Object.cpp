@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <utility>
 
-#include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/KeyValueObservers.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
 
@@ -21,10 +20,7 @@ std::string Object::description() const {
 
 bool Object::isEqual(const Object& other) const { return this == &other; }
 
-std::shared_ptr<Object> Object::copy() const {
-    throw Exception(kInvalidArgumentException,
-                    "-[" + runtimeClass().name() + " copyWithZone:]: unrecognized selector sent to instance");
-}
+std::shared_ptr<Object> Object::copy() const { doesNotRecognizeSelector("copyWithZone:"); }
 
 Value Object::valueForKey(std::string_view) const { return {}; }
 

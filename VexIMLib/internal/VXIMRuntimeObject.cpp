@@ -1,7 +1,10 @@
 #include "VexIMLib/internal/VXIMRuntimeObject.h"
 
 #include <cstdio>
+#include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
@@ -64,12 +67,71 @@ void writePath(Dictionary& dictionary, const SplitPath& path, Value object) {
     });
 }
 
+// The class's own operations as methods, for those who send messages by name. (Keys are texts: anything else names none.)
+
+template <Value (VXIMRuntimeObject::*read)(std::string_view) const>
+vexim::Method reader(const char* selector) {
+    return {selector, "@@:@", [](vexim::Object& self, vexim::Invocation& invocation) {
+                Value key;
+                invocation.getArgument(&key, 2);
+                const Value result = (static_cast<VXIMRuntimeObject&>(self).*read)(key.asStringView().value_or(""));
+                invocation.setReturnValue(&result);
+            }};
+}
+
+template <void (VXIMRuntimeObject::*write)(Value, std::string_view)>
+vexim::Method writer(const char* selector) {
+    return {selector, "v@:@@", [](vexim::Object& self, vexim::Invocation& invocation) {
+                Value value;
+                Value key;
+                invocation.getArgument(&value, 2);
+                invocation.getArgument(&key, 3);
+                (static_cast<VXIMRuntimeObject&>(self).*write)(std::move(value), key.asStringView().value_or(""));
+            }};
+}
+
+std::vector<vexim::Method> ownMethods() {
+    using Self = VXIMRuntimeObject;
+    return {
+        {"dictionaryRepresentation", "@@:",
+         [](vexim::Object& self, vexim::Invocation& invocation) {
+             const Value dictionary = static_cast<Self&>(self).dictionaryRepresentation();
+             invocation.setReturnValue(&dictionary);
+         }},
+        {"addEntriesFromDictionary:", "v@:@",
+         [](vexim::Object& self, vexim::Invocation& invocation) {
+             Value entries;
+             invocation.getArgument(&entries, 2);
+             if (entries.isDictionary()) static_cast<Self&>(self).addEntriesFromDictionary(*entries.asDictionary());
+         }},
+        {"keyPathForProperty:", "@@:@",
+         [](vexim::Object& self, vexim::Invocation& invocation) {
+             Value property;
+             invocation.getArgument(&property, 2);
+             const Value keyPath = static_cast<Self&>(self).keyPathForProperty(property.asStringView().value_or(""));
+             invocation.setReturnValue(&keyPath);
+         }},
+        reader<&Self::valueForKey>("valueForKey:"),
+        writer<&Self::setValueForKey>("setValue:forKey:"),
+        reader<&Self::valueForKeyPath>("valueForKeyPath:"),
+        writer<&Self::setValueForKeyPath>("setValue:forKeyPath:"),
+        reader<&Self::objectForKey>("objectForKey:"),
+        writer<&Self::setObjectForKey>("setObject:forKey:"),
+        reader<&Self::objectForKeyedSubscript>("objectForKeyedSubscript:"),
+        writer<&Self::setObjectForKeyedSubscript>("setObject:forKeyedSubscript:"),
+        reader<&Self::objectForKeyPath>("objectForKeyPath:"),
+        writer<&Self::setObjectForKeyPath>("setObject:forKeyPath:"),
+        reader<&Self::valueForPropertyName>("valueForPropertyName:"),
+        writer<&Self::setValueForPropertyName>("setValue:forPropertyName:"),
+    };
+}
+
 }  // namespace
 
 VXIMRuntimeObject::~VXIMRuntimeObject() { delete instanceStorage_.load(std::memory_order_acquire); }
 
 const Class& VXIMRuntimeObject::staticClass() {
-    static const Class& cls = Class::declare("VXIMRuntimeObject", &Object::staticClass());
+    static const Class& cls = Class::declare("VXIMRuntimeObject", &Object::staticClass(), {}, {}, ownMethods());
     return cls;
 }
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "VexIMLib/internal/MessageForwarding/VXIMClassInfo.h"
+#include "VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector.h"
 #include "VexIMLib/internal/VXIMRuntimeObject.h"
 #include "support/LogCapture.h"
 

@@ -171,4 +171,17 @@ TEST_F(RuntimeObject, TellsPropertiesFromKeys) {
               traveller->Object::description() + " " + traveller->dictionaryRepresentation().description());
 }
 
+TEST_F(RuntimeObject, UnderstandsItsOwnOperationsByName) {
+    const auto traveller = vexim::create<Traveller>(Dictionary{{"id", "p1"}});
+    traveller->perform("setValue:forPropertyName:", {"Nils", "name"});
+    traveller->perform("setObject:forKeyPath:", {7, "a.b"});
+    traveller->perform("addEntriesFromDictionary:", {Dictionary{{"c", 8}}});
+    traveller->perform("setObject:forKey:", {nullptr, "id"});
+    EXPECT_EQ(traveller->perform("dictionaryRepresentation"),
+              (Dictionary{{"attributes", Dictionary{{"name", "Nils"}}}, {"a", Dictionary{{"b", 7}}}, {"c", 8}}));
+    EXPECT_EQ(traveller->perform("keyPathForProperty:", {"name"}), "attributes.name");
+    EXPECT_EQ(traveller->perform("objectForKeyPath:", {"a.b"}), 7);
+    EXPECT_TRUE(traveller->respondsToSelector("valueForKey:"));
+}
+
 }  // namespace

@@ -1,32 +1,13 @@
 #include "VexIMLib/internal/MessageForwarding/VXIMPropertyInfo.h"
 
-#include <cstddef>
 #include <utility>
 
 #include "VexIMLib/Foundation/Log.h"
+#include "VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector.h"
 
 using vexim::Class;
 using vexim::Property;
 using vexim::Selector;
-
-std::optional<std::string> VXIMPropertyNameFromSelector(const Class& cls, Selector selector) {
-    constexpr char kCaseBit = 0x20;
-    constexpr std::size_t kPrefix = 3;      // "set"
-    constexpr std::size_t kSetterMore = 4;  // "set" and the colon at the end
-
-    std::string name = selector.text();
-    if (name.starts_with("set")) {
-        // A getter such as "settings" is mangled here as well and leads nowhere: callers rely on the plain rule.
-        name = name.size() > kSetterMore ? name.substr(kPrefix, name.size() - kSetterMore) : std::string(1, '\0');
-        name.front() = static_cast<char>(name.front() + kCaseBit);
-    }
-    name.resize(name.find('\0') == std::string::npos ? name.size() : name.find('\0'));  // the name is a C string
-    if (cls.property(name)) return name;
-    if (name.empty() || name.front() < 'a' || name.front() > 'z') return std::nullopt;
-    name.front() = static_cast<char>(name.front() - kCaseBit);
-    if (cls.property(name)) return name;
-    return std::nullopt;
-}
 
 std::shared_ptr<VXIMPropertyInfo> VXIMPropertyInfo::propertyInfoWithSelector(Selector selector, const Class& cls) {
     return initWithClass(cls, VXIMPropertyNameFromSelector(cls, selector));

@@ -11,10 +11,6 @@
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/Foundation/ThreadSafety.h"
 
-/// The declared property of `cls` that an accessor belongs to, by its selector alone: "title" and "setTitle:" give "title",
-/// "setURL:" gives "URL". nullopt when there is none. Everything that begins with "set" is taken for a setter, getters too.
-VEXIM_EXPORT std::optional<std::string> VXIMPropertyNameFromSelector(const vexim::Class& cls, vexim::Selector selector);
-
 /// A lock with a name for whoever inspects a program that stands still. It is not recursive.
 class VXIMNamedLock {
 public:
