@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <limits>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "VexIMLib/Foundation/Clock.h"
+#include "VexIMLib/Foundation/Data.h"
+#include "VexIMLib/Foundation/Date.h"
+#include "VexIMLib/Foundation/Image.h"
+#include "VexIMLib/Foundation/Log.h"
+#include "VexIMLib/Foundation/Random.h"
+#include "VexIMLib/Foundation/Value.h"
+#include "support/LogCapture.h"
+#include "support/ManualClock.h"
+#include "support/SeededRandom.h"
+
+using namespace vexim;
+using namespace std::chrono_literals;
+
+TEST(Data, SharesAndTakesBuffersOver) {
+    std::string text(1000, 'x');
+    const char* buffer = text.data();
+    const auto data = Data::fromString(std::move(text));
+    const Data copy = data;
+    EXPECT_EQ(copy.view().data(), buffer);
+    std::vector<std::uint8_t> bytes(1000, 'x');
+    const auto* start = bytes.data();
+    const Data other(std::move(bytes));
+    EXPECT_EQ(other.bytes(), start);
+    EXPECT_EQ(other, copy);
+    EXPECT_NE(other, Data("x"));
+    EXPECT_EQ(Data(std::string_view()), Data());
+    EXPECT_EQ(Value(data).description().size(), std::string("{length = 1000, bytes = 0x}").size() + 48 + std::string("…").size());
+}
+
+TEST(Date, ConvertsToTheMicrosecondAndSaturates) {
+    const std::pair<double, std::chrono::microseconds> cases[] = {
+        {0.0, 0us}, {1700000000.123456, 1700000000123456us}, {-1.5, -1500000us}, {0.0000006, 1us}};
+    for (const auto& [seconds, micros] : cases) {
+        EXPECT_EQ(Date::fromTimeIntervalSince1970(seconds).timePoint().time_since_epoch(), micros) << seconds;
+    }
+    for (double endless : {1e300, -1e300}) {
+        const auto date = Date::fromTimeIntervalSince1970(endless);
+        EXPECT_EQ(date.timePoint() > std::chrono::system_clock::time_point(), endless > 0);
+    }
+    EXPECT_LT(Date::fromTimeIntervalSince1970(1), Date::fromTimeIntervalSince1970(2));
+}
+
+TEST(Clock, IsReplacedForEverybodyAndPutBack) {
+    {
+        vexim::testing::ManualClock clock(1000);
+        const auto began = Clock::shared()->now();
+        clock.advance(1500ms);
+        EXPECT_EQ(Clock::shared()->now() - began, 1500ms);
+        EXPECT_EQ(Date::now().timeIntervalSince1970(), 1001.5);
+    }
+    EXPECT_EQ(Clock::shared(), Clock::system());
+    EXPECT_GT(Date::now().timeIntervalSince1970(), 1.7e9);
+}
+
+TEST(Random, IsReplacedForEverybodyAndPutBack) {
+    std::vector<std::uint32_t> runs[2];
+    for (auto& run : runs) {
+        vexim::testing::SeededRandom random(42);
+        for (int i = 0; i < 5; ++i) run.push_back(Random::shared()->next32());
+    }
+    EXPECT_EQ(runs[0], runs[1]);
+    EXPECT_EQ(Random::shared(), Random::system());
+    std::set<std::uint32_t> drawn;  // a few refills' worth; about one pair in a thousand runs would fall together
+    for (int i = 0; i < 3000; ++i) drawn.insert(Random::system()->next32());
+    EXPECT_GT(drawn.size(), 2990u);
+}
+
+TEST(Log, GoesToTheSinkThatIsSet) {
+    {
+        vexim::testing::LogCapture capture;
+        log(LogLevel::Warning, "heard");
+        EXPECT_EQ(capture.lines(), std::vector<std::string>{"heard"});
+    }
+    log(LogLevel::Error, "to nobody");
+}
+
+TEST(Image, TakesExactlyTheRightNumberOfPixels) {
+    EXPECT_TRUE(Image::fromPixels(2, 3, std::vector<std::uint8_t>(24)));
+    EXPECT_TRUE(Image::fromPixels(65535, 1, std::vector<std::uint8_t>(65535 * 4)));
+    EXPECT_FALSE(Image::fromPixels(2, 3, std::vector<std::uint8_t>(23)));
+    EXPECT_FALSE(Image::fromPixels(0, 3, {}));
+    EXPECT_FALSE(Image::fromPixels(65536, 1, std::vector<std::uint8_t>(65536 * 4)));
+    EXPECT_FALSE(Image::fromPixels(65536, 65536, {})) << "width times height times four is 0 in 32 bits";
+}
