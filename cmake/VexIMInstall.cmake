@@ -19,7 +19,14 @@ install(FILES ${PROJECT_BINARY_DIR}/VexIMLibConfig.cmake ${PROJECT_BINARY_DIR}/V
 # The pkg-config file finds its prefix from its own place, so an installed tree can be moved.
 cmake_path(SET pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${pc_dir} OUTPUT_VARIABLE VEXIM_PC_PREFIX)
-if(NOT BUILD_SHARED_LIBS)
+# Our static library's users link what it is made of, which they normally have as shared libraries: so it is plainly required
+# then, and `--static` is left to those who link everything statically.
+set(VEXIM_PC_LIBS " -lboost_json -pthread")
+if(BUILD_SHARED_LIBS)
+  set(VEXIM_PC_PRIVATE ".private")
+  set(VEXIM_PC_LIBS_PRIVATE ${VEXIM_PC_LIBS})
+  unset(VEXIM_PC_LIBS)
+else()
   set(VEXIM_PC_CFLAGS " -DVEXIM_STATIC")
 endif()
 configure_file(cmake/VexIMLib.pc.in VexIMLib.pc @ONLY)

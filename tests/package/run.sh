@@ -29,10 +29,8 @@ consume() {  # consume KIND: uses the copy installed at $work/prefix
     "$work/$kind-cmake/consumer" "$kind"
 
     echo "-- $kind library, pkg-config"
-    local asked=(--cflags --libs)
-    if [ "$kind" = static ]; then asked+=(--static); fi
     local found
-    read -ra found < <(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config "${asked[@]}" VexIMLib)
+    read -ra found < <(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs VexIMLib)
     "$compiler" -std=c++20 "${flags[@]}" "$consumer/main.cpp" -o "$work/$kind-pkg-config" "${found[@]}"
     LD_LIBRARY_PATH=$prefix/lib "$work/$kind-pkg-config" "$kind"
 }

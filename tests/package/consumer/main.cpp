@@ -1,9 +1,11 @@
-// What an installed library must be able to do in a stranger's program: link all that it needs, and run its threads.
-#include <VexIMLib/Foundation/JSON.h>
-#include <VexIMLib/Foundation/MainQueue.h>
+// What an installed library must be able to do in a stranger's program: link all that it needs, run its threads, speak HTTP,
+// and let a program derive from its classes and catch what it throws.
+#include <VexIMLib/VexIMLib.h>
 
 #include <chrono>
 #include <cstdio>
+#include <memory>
+#include <optional>
 #include <string>
 
 #if defined(VEXIM_STATIC)
@@ -12,14 +14,33 @@ constexpr const char* kLinked = "static";
 constexpr const char* kLinked = "shared";
 #endif
 
+struct Delegate : VXIMClientDelegate {};
+
 int main(int, char** arguments) {
     if (std::string(arguments[1]) != kLinked) {
         std::printf("expected the %s library, but this is the %s one\n", arguments[1], kLinked);
         return 1;
     }
-    bool called = false;
-    vexim::MainQueue::shared().async([&called] { called = true; });
-    vexim::MainQueue::shared().runUntil([&called] { return called; }, std::chrono::seconds(10));
-    const bool parsed = vexim::parseJSON("{\"ts\": 1}").error == nullptr;
-    return called && parsed ? 0 : 1;
+    vexim::setKeepsFinishedDelegates(false);
+    const auto client = VXIMClient::clientWithAppId("app", "key", "installation");
+    client->config()->setSocketURL(vexim::URL::parse("http://127.0.0.1:0"));
+    const auto delegate = std::make_shared<Delegate>();
+    client->setDelegate(delegate);
+
+    bool raised = false;
+    try {
+        client->loginWithUserId(std::nullopt, nullptr);
+    } catch (const vexim::Exception&) {
+        raised = true;
+    }
+
+    // Nobody can listen on port 0, so the connection fails and the client says so.
+    bool heard = false;
+    vexim::NotificationCenter::defaultCenter().addObserver(delegate, "socket.io.error", client.get(),
+                                                           [&heard](const vexim::Notification&) { heard = true; });
+    client->loginWithUserId("u1", nullptr);
+    vexim::MainQueue::shared().runUntil([&heard] { return heard; }, std::chrono::seconds(20));
+
+    std::printf("%s library: raised %d, heard %d\n", kLinked, raised, heard);
+    return raised && heard ? 0 : 1;
 }
