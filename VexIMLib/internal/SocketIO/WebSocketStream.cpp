@@ -203,7 +203,6 @@ WebSocketStream::~WebSocketStream() = default;
 void WebSocketStream::startHandshake(std::string_view host, std::string_view target, const HeaderList& headers,
                                      HandshakeHandler handler) {
     impl_->handler = std::move(handler);
-    impl_->response.result(0U);  // stays so when there is no answer
     impl_->stream.set_option(websocket::stream_base::decorator([headers](websocket::request_type& request) {
         for (const auto& [name, value] : headers) request.set(name, value);
     }));
@@ -232,7 +231,9 @@ void WebSocketStream::Impl::offerHead(std::string_view bytes) {
 
 void WebSocketStream::Impl::didHandshake(error_code error) {
     HandshakeResult result;
-    result.httpStatus = static_cast<int>(response.result_int());
+    // Only Beast's own objections follow a whole answer.
+    const bool wasAnswered = !error || error.category() == make_error_code(websocket::error::upgrade_declined).category();
+    result.httpStatus = wasAnswered ? static_cast<int>(response.result_int()) : 0;
     for (auto range = response.equal_range(beast::http::field::set_cookie); range.first != range.second; ++range.first) {
         result.cookies.emplace_back(range.first->value());
     }
