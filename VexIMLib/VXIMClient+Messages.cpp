@@ -233,22 +233,16 @@ void VXIMClient::didReceiveMessage(const MessagePtr& message) {
 
     switch (receiver.type()) {
         case VXIMMessageTargetTypeRoom:
-            if (const Value& id = conversationId(peer.roomId(), receiver.roomId()); !id.isNilOrNull()) {
-                impl_->tellDelegate(&VXIMClientDelegate::clientDidReceiveMessageFromRoom, self(), message,
-                                    VXIMRoom::roomWithId(id));
-            }
+            impl_->tellDelegateAbout(conversationId(peer.roomId(), receiver.roomId()), &VXIMRoom::roomWithId,
+                                     &VXIMClientDelegate::clientDidReceiveMessageFromRoom, self(), message);
             break;
         case VXIMMessageTargetTypeGroup:
-            if (const Value& id = conversationId(peer.groupId(), receiver.groupId()); !id.isNilOrNull()) {
-                impl_->tellDelegate(&VXIMClientDelegate::clientDidReceiveMessageFromGroup, self(), message,
-                                    VXIMGroup::groupWithId(id));
-            }
+            impl_->tellDelegateAbout(conversationId(peer.groupId(), receiver.groupId()), &VXIMGroup::groupWithId,
+                                     &VXIMClientDelegate::clientDidReceiveMessageFromGroup, self(), message);
             break;
         case VXIMMessageTargetTypeUser:
-            if (const Value& id = peer.userId(); !id.isNilOrNull()) {
-                impl_->tellDelegate(&VXIMClientDelegate::clientDidReceiveMessageFromFriend, self(), message,
-                                    VXIMFriendInfo::infoWithId(id));
-            }
+            impl_->tellDelegateAbout(peer.userId(), &VXIMFriendInfo::infoWithId,
+                                     &VXIMClientDelegate::clientDidReceiveMessageFromFriend, self(), message);
             break;
         case VXIMMessageTargetTypeAllUsers:
         case VXIMMessageTargetTypeSystem:

@@ -135,7 +135,8 @@ void VXIMClient::setupEventHandlers() {
 
 void VXIMClient::socketDidConnect() {
     // The first connect after a login changes nothing: "login" decides that.
-    if (socketio()->nsp() != normalisedNamespace(impl_->config->nsp()) || !impl_->offlineTemporally) return;
+    const auto socket = socketio();
+    if (!socket || socket->nsp() != normalisedNamespace(impl_->config->nsp()) || !impl_->offlineTemporally) return;
     if (const auto user = currentUser()) user->setOnline(true);
     impl_->status = VXIMClientStatusOpened;
 }
@@ -174,8 +175,7 @@ void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error
 void VXIMClient::didReceivePresence(const char* notificationName, PresenceCall delegateCall, const Value& friendId) {
     NotificationCenter::defaultCenter().post(notificationName, self(),
                                              Dictionary{{"id", friendId.isNilOrNull() ? Value("") : friendId}});
-    if (friendId.isNilOrNull()) return;
-    impl_->tellDelegate(delegateCall, self(), VXIMFriendInfo::infoWithId(friendId));
+    impl_->tellDelegateAbout(friendId, &VXIMFriendInfo::infoWithId, delegateCall, self());
 }
 
 void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {

@@ -48,9 +48,8 @@ void VXIMFriendInfo::setMetadataWithDictionary(const Dictionary& dictionary) {
 void VXIMFriendInfo::observePresence() {
     if (uid_.isNilOrNull()) return;  // equals no event's id
     const auto follow = [this](const char* notificationName, bool online) {
-        auto handler = [weak = weak_from_this(), online](const vexim::Notification&) {
-            if (auto info = std::static_pointer_cast<VXIMFriendInfo>(weak.lock())) info->setOnline(online);
-        };
+        // The centre keeps an observer alive while its handler runs.
+        auto handler = [this, online](const vexim::Notification&) { setOnline(online); };
         NotificationCenter::defaultCenter().addObserver(shared_from_this(), notificationName, "id", uid_, std::move(handler));
     };
     follow(VXIMFriendOnlineNotification, true);

@@ -60,4 +60,12 @@ struct VXIMClient::Impl {
     void tellDelegate(void (VXIMClientDelegate::*call)(Parameters...), const Arguments&... arguments) const {
         if (const auto listener = delegate.lock()) ((*listener).*call)(arguments...);
     }
+    /// The same for a call about somebody, who is made by `makePeer(id)` only when there is a delegate to hear of it. Without
+    /// an id there is nobody to tell of.
+    template <class... Parameters, class MakePeer, class... Arguments>
+    void tellDelegateAbout(const vexim::Value& peerId, MakePeer makePeer, void (VXIMClientDelegate::*call)(Parameters...),
+                           const Arguments&... arguments) const {
+        if (peerId.isNilOrNull()) return;
+        if (const auto listener = delegate.lock()) ((*listener).*call)(arguments..., makePeer(peerId));
+    }
 };
