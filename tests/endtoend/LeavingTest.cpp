@@ -1,0 +1,218 @@
+// Leaving never waits for anybody: neither the process, nor the destructors.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "endtoend/LiveWorld.h"
+#include "support/ScriptedServer.h"
+
+extern char** environ;
+
+namespace vexim::testing {
+namespace {
+
+using Connection = ScriptedServer::Connection;
+using namespace std::chrono_literals;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr double kSlowness = 100;  // looking for leaks takes its time
+#else
+constexpr double kSlowness = 1;
+#endif
+
+/// A run of the program that exits on a word.
+class Child {
+public:
+    Child(const std::string& how, const std::string& origin) {
+        int in[2], out[2];
+        if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+        std::string words[] = {VEXIM_EXIT_CHILD, how, origin};
+        char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
+        if (::posix_spawn(&process_, VEXIM_EXIT_CHILD, &actions, nullptr, arguments, environ) != 0) std::abort();
+        posix_spawn_file_actions_destroy(&actions);
+        ::close(in[0]);
+        ::close(out[1]);
+        input_ = in[1];
+        output_ = ::fdopen(out[0], "r");
+    }
+    ~Child() {
+        std::fclose(output_);
+        ::close(input_);
+    }
+
+    std::string readLine() {
+        char line[64] = {};
+        return std::fgets(line, sizeof line, output_) ? line : "";
+    }
+    void tellToExit() {
+        if (::write(input_, "\n", 1) != 1) ADD_FAILURE() << "the child is gone";
+    }
+    /// Milliseconds from the call of exit to the end of the process.
+    double exitTime(int& status) {
+        const std::string left = readLine();
+        ::waitpid(process_, &status, 0);
+        timespec now{};
+        ::clock_gettime(CLOCK_MONOTONIC, &now);
+        return (static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec) - std::stod(left)) / 1e6;
+    }
+
+private:
+    pid_t process_ = -1;
+    int input_ = -1;
+    FILE* output_ = nullptr;
+};
+
+TEST(Leaving, TheProcessExitsAtOnceWhateverIsUnderWay) {
+    struct Case {
+        const char* how;
+        int connections;  // that the server must have seen before
+        bool resolves = true;
+    };
+    const Case cases[] = {
+        {"nothing", 0},
+        {"requests", 1},
+        {"requests, released", 1},
+        {"requests, in a callback", 1},
+        {"login", 1},
+        {"login, released", 1},
+        {"login, in a callback", 1},
+        {"upload", 1},
+        {"requests, login and upload", 3},
+        {"requests with a resolver that hangs", 0, false},
+        {"login with a resolver that hangs", 0, false},
+        {"requests and login with a resolver that hangs, released", 0, false},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.how);
+        double best = 1e9;
+        for (int run = 0; run < 3; ++run) {  // the machine may be busy with something else
+            std::atomic<int> reached{0};
+            ScriptedServer server([&](Connection& connection) {
+                connection.readHead();
+                ++reached;
+                MainQueue::shared().async([] {});       // who waits for it looks again
+                while (connection.pause(1h)) continue;  // neither reads nor answers
+            });
+            Child child(each.how, each.resolves ? server.url("") : "http://hanging.test");
+            EXPECT_EQ(child.readLine(), "begun\n");
+            EXPECT_TRUE(eventually([&] { return reached >= each.connections; }));
+            child.tellToExit();
+            int status = -1;
+            best = std::min(best, child.exitTime(status));
+            EXPECT_EQ(status, 0);
+        }
+        EXPECT_LT(best, 100 * kSlowness);
+    }
+}
+
+/// How long this thread has stood in line for a processor, in milliseconds. On a busy machine that is most of any wait.
+double millisecondsInLine() {
+    std::ifstream file("/proc/thread-self/schedstat");  // nanoseconds: run, in line; times run
+    double run = 0;
+    double inLine = 0;
+    return file >> run >> inLine ? inLine / 1e6 : 0;
+}
+
+double millisecondsOf(const std::function<void()>& work) {
+    const double before = millisecondsInLine();
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    const auto end = std::chrono::steady_clock::now();
+    return std::chrono::duration<double, std::milli>(end - start).count() - (millisecondsInLine() - before);
+}
+
+double percentile99(const std::function<double()>& measure) {
+    std::vector<double> times(100);
+    std::ranges::generate(times, measure);
+    std::ranges::sort(times);
+    return times[98];
+}
+
+TEST(Leaving, DestructorsWaitForNobody) {
+    const auto silent = [](Connection& c) { c.waitForClose(); };
+    const auto afterUpgrade = [](Connection& c) {
+        LivePeer peer(c);
+        if (peer.acceptWebSocket()) peer.waitForClose();
+    };
+    const auto flooding = [](Connection& c) {
+        LivePeer peer(c);
+        if (!peer.join()) return;
+        peer.emit("login", R"({"success":true,"id":"u1"})");
+        for (int i = 0; i < 2000 && peer.emit("message", R"({"to":{"id":"u1","type":0}})"); ++i) continue;
+        peer.waitForClose();
+    };
+    const auto deaf = [](Connection& c) {  // joins and never reads again
+        LivePeer peer(c);
+        if (!peer.join()) return;
+        peer.emit("login", R"({"success":true,"id":"u1"})");
+        while (c.pause(1h)) continue;
+    };
+    const struct {
+        const char* why;
+        ScriptedServer::Script script;
+        bool isUp;
+    } cases[] = {
+        {"silent", silent, false}, {"after the upgrade", afterUpgrade, false}, {"flooding", flooding, true}, {"deaf", deaf, true}};
+    for (const auto& each : cases) {
+        ScriptedServer server(each.script);
+        EXPECT_LT(percentile99([&] {
+                      auto ears = LiveClient::make(server.url(""));
+                      ears->login();
+                      if (each.isUp) {
+                          EXPECT_TRUE(eventually([&] { return ears->client->status() == VXIMClientStatusOpened; }));
+                          const auto message = VXIMMessage::messageWithText(std::string(100'000, 'x'));
+                          for (int i = 0; i < 10; ++i) ears->client->sendMessageToFriend(message, "u2", {});
+                      }
+                      MainQueue::shared().drain();
+                      const std::weak_ptr<VXIMClient> alive = ears->client;
+                      const double time = millisecondsOf([&] { ears->client = nullptr; });
+                      EXPECT_TRUE(eventually([&] { return alive.expired(); }));
+                      return time;
+                  }),
+                  10 * kSlowness)
+            << each.why;
+    }
+
+    ScriptedServer server(silent);
+    auto configuration = VXIMClientConfiguration::defaultConfiguration();
+    configuration->setSocketURL(URL::parse(server.url("")));
+    vxim_configuration = configuration;
+    EXPECT_LT(percentile99([&] {
+                  auto group = VXIMGroup::groupWithId("g1");
+                  auto transfer = VXIMTransfer::transfer();
+                  auto message = VXIMMessage::messageWithImageFileAtPath(std::nullopt);
+                  message->setAttachmentUrl(server.url("/files/x"));
+                  group->fetchAttributesWithCompletion({});
+                  message->downloadAttachment("/nonexistent/file", {}, once([](const Value&, const ErrorPtr&) {}), transfer);
+                  return millisecondsOf([&] {
+                      transfer->cancel();
+                      group = nullptr;
+                      message = nullptr;
+                      transfer = nullptr;
+                  });
+              }),
+              10 * kSlowness);
+    EXPECT_TRUE(eventually([] { return pendingCompletions() == 0; }));
+    vxim_configuration = nullptr;
+}
+
+}  // namespace
+}  // namespace vexim::testing

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <random>
+#include <source_location>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/VexIMLib.h"
+#include "support/Completions.h"
+#include "support/ManualClock.h"
+#include "support/ScriptedServer.h"
+
+namespace vexim::testing {
+
+/// A small application that lives at random: clients, delegates, observers, resources and transfers come, work and go at any
+/// moment, also from inside their own callbacks. One seed is one life.
+///
+/// Its requests go to the shared configuration's service, which answers by `answer`.
+class ScheduleWorld : public std::enable_shared_from_this<ScheduleWorld> {
+public:
+    /// What happens on the other side of the live connections; does nothing where real servers play.
+    using ServerAct = std::function<void(std::mt19937& chance)>;
+
+    ScheduleWorld(std::uint32_t seed, ManualClock& clock, VXIMClient::SocketFactory makeSocket, ServerAct server);
+
+    /// Lives through `steps` actions and as many as callbacks add, then lets go of everything.
+    void live(int steps);
+    /// What still lives though everybody has let go of it; empty when all is well.
+    std::string leftovers() const;
+
+    /// A service's answer by the last digit in the path, well or badly. False when it hangs up afterwards.
+    static bool answer(ScriptedServer::Connection& connection, const WireRequest& request);
+
+private:
+    class Delegate;
+    template <class T>
+    using Bag = std::vector<std::shared_ptr<T>>;
+
+    void act();
+    /// For every callback: does something more, now and then.
+    void hook();
+    std::size_t below(std::size_t bound) { return chance_() % bound; }
+    Value someId(const char* kind) { return kind + std::to_string(below(10)); }
+    std::shared_ptr<VXIMMessage> someMessage();
+    template <class T>
+    std::shared_ptr<T> pick(const Bag<T>& bag) {
+        return bag.empty() ? nullptr : bag[below(bag.size())];
+    }
+    template <class T>
+    std::shared_ptr<T> keep(Bag<T>& bag, std::shared_ptr<T> object) {
+        watched_.emplace_back(typeid(T).name(), object);
+        bag.push_back(object);
+        return object;
+    }
+    /// Lets go of one. The last reference may be this one.
+    template <class T>
+    void release(Bag<T>& bag) {
+        if (bag.empty()) return;
+        const auto at = bag.begin() + static_cast<std::ptrdiff_t>(below(bag.size()));
+        const auto last = std::exchange(*at, nullptr);
+        bag.erase(at);
+    }
+    /// A completion that lets things happen, for any signature.
+    template <class Completion>
+    Completion mustRun(std::source_location where = std::source_location::current());
+    template <class Completion>
+    Completion mayRun(std::source_location where = std::source_location::current());
+    VXIMProgress progress();
+
+    // Actions.
+    void makeClient();
+    void makeDelegate();
+    void makeObserver();
+    void makeResource();
+    void logIn();
+    void logOut();
+    void sendMessage();
+    void sendSystemMessage();
+    void sendAttachment();
+    void downloadAttachment();
+    void useUser();
+    void useGroup();
+    void useRoom();
+    void usePassenger();
+    void search();
+    void releaseSomething();
+    void actElsewhere();
+
+    std::mt19937 chance_;
+    ManualClock& clock_;
+    const VXIMClient::SocketFactory makeSocket_;
+    const ServerAct server_;
+    int actionsLeft_ = 0;
+    int depth_ = 0;
+
+    Bag<VXIMClient> clients_;
+    Bag<Delegate> delegates_;
+    Bag<Delegate> observers_;
+    Bag<VXIMUser> users_;
+    Bag<VXIMGroup> groups_;
+    Bag<VXIMRoom> rooms_;
+    Bag<VXIMPassenger> passengers_;
+    Bag<VXIMFriendInfo> friends_;
+    Bag<VXIMMessage> messages_;
+    Bag<VXIMTransfer> transfers_;
+    std::vector<std::pair<std::string, std::weak_ptr<void>>> watched_;
+};
+
+}  // namespace vexim::testing
