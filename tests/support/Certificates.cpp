@@ -64,6 +64,16 @@ bool isAddress(const std::string& host) {
     return !host.empty() && (std::isdigit(static_cast<unsigned char>(host.back())) || host.find(':') != std::string::npos);
 }
 
+/// Without an `issuer` the certificate is its own.
+TLSIdentity issueTo(EVP_PKEY* key, const CertificateAuthority::Options& options, X509* issuer, EVP_PKEY* signing) {
+    const Certificate certificate = makeCertificate(key, options.host, options.startsIn, options.endsIn);
+    X509* issuing = issuer ? issuer : certificate.get();
+    X509_set_issuer_name(certificate.get(), X509_get_subject_name(issuing));
+    addExtension(certificate.get(), issuing, NID_subject_alt_name, (isAddress(options.host) ? "IP:" : "DNS:") + options.host);
+    if (!X509_sign(certificate.get(), signing, EVP_sha256())) throw std::runtime_error("cannot sign a certificate");
+    return toPEM(certificate.get(), key);
+}
+
 }  // namespace
 
 struct CertificateAuthority::Keys {
@@ -71,16 +81,24 @@ struct CertificateAuthority::Keys {
     Certificate certificate;
 };
 
-CertificateAuthority::CertificateAuthority(const std::string& name) : keys_(std::make_unique<Keys>()) {
+CertificateAuthority::CertificateAuthority(const std::string& name) : CertificateAuthority(name, nullptr) {}
+
+CertificateAuthority::CertificateAuthority(const std::string& name, const CertificateAuthority& issuer)
+    : CertificateAuthority(name, &issuer) {}
+
+CertificateAuthority::CertificateAuthority(const std::string& name, const CertificateAuthority* issuer)
+    : keys_(std::make_unique<Keys>()) {
     keys_->key.reset(EVP_EC_gen("P-256"));
     EVP_PKEY* key = keys_->key.get();
     keys_->certificate = makeCertificate(key, name, std::chrono::hours(-48), std::chrono::hours(48));
     X509* certificate = keys_->certificate.get();
-    X509_set_issuer_name(certificate, X509_get_subject_name(certificate));
-    addExtension(certificate, certificate, NID_basic_constraints, "critical,CA:TRUE");
-    addExtension(certificate, certificate, NID_key_usage, "critical,keyCertSign");
-    addExtension(certificate, certificate, NID_subject_key_identifier, "hash");
-    if (!X509_sign(certificate, key, EVP_sha256())) throw std::runtime_error("cannot sign the authority's certificate");
+    X509* issuing = issuer ? issuer->keys_->certificate.get() : certificate;
+    X509_set_issuer_name(certificate, X509_get_subject_name(issuing));
+    addExtension(certificate, issuing, NID_basic_constraints, "critical,CA:TRUE");
+    addExtension(certificate, issuing, NID_key_usage, "critical,keyCertSign");
+    addExtension(certificate, issuing, NID_subject_key_identifier, "hash");
+    EVP_PKEY* signing = issuer ? issuer->keys_->key.get() : key;
+    if (!X509_sign(certificate, signing, EVP_sha256())) throw std::runtime_error("cannot sign the authority's certificate");
     identity_ = toPEM(certificate, key);
 }
 
@@ -88,12 +106,12 @@ CertificateAuthority::~CertificateAuthority() = default;
 
 TLSIdentity CertificateAuthority::issue(const Options& options) const {
     const Key key(EVP_EC_gen("P-256"));
-    const Certificate certificate = makeCertificate(key.get(), options.host, options.startsIn, options.endsIn);
-    X509_set_issuer_name(certificate.get(), X509_get_subject_name(keys_->certificate.get()));
-    addExtension(certificate.get(), keys_->certificate.get(), NID_subject_alt_name,
-                 (isAddress(options.host) ? "IP:" : "DNS:") + options.host);
-    if (!X509_sign(certificate.get(), keys_->key.get(), EVP_sha256())) throw std::runtime_error("cannot sign a certificate");
-    return toPEM(certificate.get(), key.get());
+    return issueTo(key.get(), options, keys_->certificate.get(), keys_->key.get());
+}
+
+TLSIdentity CertificateAuthority::selfSigned(const Options& options) {
+    const Key key(EVP_EC_gen("P-256"));
+    return issueTo(key.get(), options, nullptr, key.get());
 }
 
 }  // namespace vexim::testing

@@ -22,14 +22,20 @@ public:
     };
 
     explicit CertificateAuthority(const std::string& name = "Test authority");
+    /// One that another vouches for.
+    CertificateAuthority(const std::string& name, const CertificateAuthority& issuer);
     ~CertificateAuthority();
 
     /// What a client must trust.
     const std::string& certificatePEM() const { return identity_.certificatePEM; }
     TLSIdentity issue(const Options& options) const;
     TLSIdentity issue() const { return issue(Options{}); }
+    /// A certificate for which nobody vouches but itself.
+    static TLSIdentity selfSigned(const Options& options);
+    static TLSIdentity selfSigned() { return selfSigned(Options{}); }
 
 private:
+    CertificateAuthority(const std::string& name, const CertificateAuthority* issuer);
     struct Keys;
     std::unique_ptr<Keys> keys_;
     TLSIdentity identity_;

@@ -50,6 +50,10 @@ SSL_CTX* makeContext(const TLSIdentity& identity) {
     EVP_PKEY* key = PEM_read_bio_PrivateKey(keyText, nullptr, nullptr, nullptr);
     SSL_CTX_use_certificate(context, certificate);
     SSL_CTX_use_PrivateKey(context, key);
+    while (X509* further = PEM_read_bio_X509(certificateText, nullptr, nullptr, nullptr)) {
+        SSL_CTX_add_extra_chain_cert(context, further);  // takes it over
+    }
+    ERR_clear_error();  // the end of the text counts as one
     X509_free(certificate);
     EVP_PKEY_free(key);
     BIO_free(certificateText);
