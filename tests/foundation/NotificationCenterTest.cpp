@@ -1,6 +1,7 @@
 #include "VexIMLib/Foundation/NotificationCenter.h"
 
 #include <gtest/gtest.h>
+#include <time.h>
 
 #include <chrono>
 #include <string>
@@ -12,6 +13,13 @@
 using namespace vexim;
 
 namespace {
+
+/// This thread's own, so that a busy machine does not count.
+std::chrono::nanoseconds cpuTime() {
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+}
 
 class NotificationCenterTest : public ::testing::Test {
 protected:
@@ -116,7 +124,7 @@ TEST_F(NotificationCenterTest, AnObserverMayRemoveItselfInItsDestructor) {
 TEST_F(NotificationCenterTest, FindsOneOfManyKeyedObservers) {
     constexpr int kObservers = 100'000;
     std::vector<std::shared_ptr<void>> observers;
-    const auto began = std::chrono::steady_clock::now();
+    const auto began = cpuTime();
     for (int i = 0; i < kObservers; ++i) {
         observers.push_back(std::make_shared<int>());
         center.addObserver(observers.back(), "online", "id", i % 2 ? Value(i) : Value(std::to_string(i)), saying("."));
@@ -126,7 +134,7 @@ TEST_F(NotificationCenterTest, FindsOneOfManyKeyedObservers) {
     for (const auto& each : observers) center.removeObserver(each.get());
     EXPECT_EQ(said.size(), std::size_t{kObservers});
     // Searching would take minutes.
-    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(20));
+    EXPECT_LT(cpuTime() - began, std::chrono::seconds(20));
 }
 
 TEST_F(NotificationCenterTest, IsUsedFromSeveralThreads) {
