@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <boost/asio.hpp>
+#include <cstdlib>
 #include <thread>
 
 #include "VexIMLib/Foundation/MainQueue.h"
@@ -299,11 +301,11 @@ TEST_F(UploadTest, AThrottledUploadDelaysNoOtherRequest) {
 }
 
 TEST_F(UploadTest, OthersAreSentWhileTheMainThreadIsBusy) {
-    std::atomic<int> answered{0};
+    std::atomic<int> arrived{0};
     serve([&](Connection& connection) {
         while (connection.readRequest()) {
+            ++arrived;
             connection.answer(200, "[1]");
-            ++answered;
         }
     });
     int ended = 0;
@@ -311,9 +313,27 @@ TEST_F(UploadTest, OthersAreSentWhileTheMainThreadIsBusy) {
     formAnnouncing(3, "abc")->uploadWithNewBodyStreamBlock(nullptr, nullptr, once(count));  // its phases wait for this thread
     VXIMHTTPRequest::get("/x", std::nullopt, once(count));
     const auto giveUp = std::chrono::steady_clock::now() + 20s;
-    while (answered < 1 && std::chrono::steady_clock::now() < giveUp) std::this_thread::yield();
-    EXPECT_EQ(answered, 1);
+    while (arrived < 1 && std::chrono::steady_clock::now() < giveUp) std::this_thread::yield();
+    EXPECT_EQ(arrived, 1);
     EXPECT_TRUE(eventually([&] { return ended == 2; }));
+}
+
+using UploadDeathTest = UploadTest;
+
+TEST_F(UploadDeathTest, TheProcessEndsWhileABodyWaitsForTheMainThread) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            boost::asio::io_context context;  // a listener without a thread that the exit would have to end
+            boost::asio::ip::tcp::acceptor listener(context, {boost::asio::ip::address_v4::loopback(), 0});
+            pointAt("http://127.0.0.1:" + std::to_string(listener.local_endpoint().port()));
+            formAnnouncing(3, "abc")->uploadWithNewBodyStreamBlock(nullptr, nullptr, nullptr);
+            auto peer = listener.accept();
+            std::string head;
+            boost::asio::read_until(peer, boost::asio::dynamic_buffer(head), "\r\n\r\n");
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
