@@ -32,7 +32,8 @@ const Class& document() {
                                               {"stored", "Tq,N,V_stored"},
                                               {"état", "Tq,D,N"},
                                               {"author", "T@\"VXIMUser\",W,D,N"},
-                                              {"untyped", "D,N"}});
+                                              {"untyped", "D,N"},
+                                              {"[odd", "TB,D,N"}});
     return cls;
 }
 
@@ -65,6 +66,7 @@ TEST(PropertyNameFromSelector, MapsAccessorsToDeclaredProperties) {
         {"a prefix and a colon", document(), "set:", "nil"},
         {"the last character goes, whatever it is", document(), "setTitleX", "title"},
         {"a lower-case letter is shifted all the same", document(), "settitle:", "nil"},
+        {"what comes after the letters has no case", document(), "{odd", "nil"},
         {"only ASCII letters have a case", document(), "setÉtat:", "nil"},
         {"though the getter is found", document(), "état", "état"},
         {"a custom getter is not known here", document(), "isOpen", "nil"},
