@@ -1,0 +1,185 @@
+// The live connection against what one would write by hand, and against the official JavaScript client. All figures are CPU
+// time of the whole process, threads included; peers that serve run in processes of their own.
+
+#include <sys/resource.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "socketio/BeastClients.h"
+#include "socketio/PeerServer.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace vexim;
+using namespace vexim::bench;
+
+bool allWithin = true;
+
+double cpuMicros() {
+    rusage usage{};
+    ::getrusage(RUSAGE_SELF, &usage);
+    const auto micros = [](const timeval& time) {
+        return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_usec);
+    };
+    return micros(usage.ru_utime) + micros(usage.ru_stime);
+}
+
+template <class Work>
+double costOf(long count, Work work) {
+    const double before = cpuMicros();
+    work();
+    return (cpuMicros() - before) / static_cast<double>(count);
+}
+
+/// The smallest of some rounds: what disturbs only adds.
+template <class Work>
+double leastOf(int rounds, long count, Work work) {
+    double least = 1e18;
+    for (int i = 0; i < rounds; ++i) least = std::min(least, costOf(count, work));
+    return least;
+}
+
+void row(const char* name, double ours, const char* peerName, double peer, double limit) {
+    const double ratio = ours / peer;
+    const bool within = limit <= 0 || ratio <= limit;
+    allWithin = allWithin && within;
+    std::printf("%-26s %9.3f us   %-34s %9.3f us   ratio %5.2f", name, ours, peerName, peer, ratio);
+    if (limit > 0) std::printf("   limit %4.2f  %s", limit, within ? "within" : "OVER");
+    std::printf("\n");
+}
+
+void amount(const char* name, double value, const char* unit, double limit) {
+    const bool within = value <= limit;
+    allWithin = allWithin && within;
+    std::printf("%-26s %9.1f %s   limit %.0f  %s\n", name, value, unit, limit, within ? "within" : "OVER");
+}
+
+void wait(const std::function<bool()>& until) {
+    if (MainQueue::shared().runUntil(until, 120s)) return;
+    std::fprintf(stderr, "the benchmark hangs\n");
+    std::_Exit(1);
+}
+
+std::shared_ptr<SocketIOClient> connect(const PeerServer& server, Dictionary parameters) {
+    auto client = SocketIOClient::create(
+        URL::parse(server.url()), {{"forceWebsockets", true}, {"reconnects", false}, {"connectParams", std::move(parameters)}});
+    client->joinNamespace("/chat");
+    client->connect();
+    wait([&] { return client->status() == SocketIOStatusConnected; });
+    return client;
+}
+
+void receive(const PeerServer& server, long count) {
+    auto client =
+        SocketIOClient::create(URL::parse(server.url()),
+                               {{"forceWebsockets", true}, {"reconnects", false}, {"connectParams", Dictionary{{"flood", count}}}});
+    client->joinNamespace("/chat");
+    std::int64_t sum = 0;
+    long seen = 0;
+    client->on("message", [&](const Array& arguments, const AckEmitter&) {
+        sum += arguments.get(0).get("ts").longLongValue();
+        ++seen;
+    });
+    client->connect();
+    wait([&] { return seen == count; });
+}
+
+/// As an application that emits now and then: in turns, each handed over before the next.
+void emitInTurns(SocketIOClient& client, const Array& items, long count) {
+    for (long i = 0; i < count; ++i) {
+        while (!client.emit("say", items)) MainQueue::shared().drain();
+    }
+}
+
+long residentKiB() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("VmRSS:")) return std::strtol(line.c_str() + 6, nullptr, 10);
+    }
+    return 0;
+}
+
+double emitWithJavaScript(const PeerServer& server, long count) {
+    const std::string command = "node " VEXIM_BENCH_FOLDER "/emit.mjs " + std::to_string(server.port()) + " " +
+                                std::to_string(count) + " '" + kMessage + "'";
+    FILE* output = ::popen(command.c_str(), "r");
+    double micros = 0;
+    if (!output || std::fscanf(output, "%lf", &micros) != 1) micros = 0;
+    if (output) ::pclose(output);
+    return micros;
+}
+
+}  // namespace
+
+int main() {
+    const PeerServer server;
+    setenv("no_proxy", "*", 1);
+    constexpr long kMessages = 200'000;
+    constexpr int kRounds = 3;
+    MainQueue::shared().drain();
+    receive(server, 1000);  // the network thread starts
+
+    // First, while the heap has no free blocks to hide it in.
+    {
+        constexpr long kIdle = 2000;
+        std::vector<std::shared_ptr<SocketIOClient>> idle;
+        idle.reserve(kIdle);
+        const long before = residentKiB();
+        for (long i = 0; i < kIdle; ++i) idle.push_back(connect(server, {{"x", 1}}));
+        amount("idle connection", static_cast<double>(residentKiB() - before) / kIdle, "KiB", 20);
+        const auto threads = std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+        amount("threads with 2000", static_cast<double>(threads), "", 4);
+    }
+
+    const double asynchronous = leastOf(kRounds, kMessages, [&] { receiveWithAsyncReads(server.port(), kMessages); });
+    const double buffered = leastOf(kRounds, kMessages, [&] { receiveWithBufferedReads(server.port(), kMessages); });
+    const double received = leastOf(kRounds, kMessages, [&] { receive(server, kMessages); });
+    row("receive", received, "Beast async_read, JSON tree", asynchronous, 0.75);
+    row("receive", received, "Beast behind 64 KiB, JSON tree", buffered, 1.9);
+
+    const Array items{parseJSON(kMessage).value};
+    const double coalesced = leastOf(kRounds, kMessages, [&] { emitCoalesced(server.port(), kMessages); });
+    const auto sink = connect(server, {{"sink", 1}});
+    const double emitted = leastOf(kRounds, kMessages, [&] { emitInTurns(*sink, items, kMessages); });
+    if (const double script = emitWithJavaScript(server, kMessages); script > 0) {
+        row("emit", emitted, "official JavaScript client", script, 0.28);
+    } else {
+        std::printf("emit: the official client is not installed (npm ci in tests/interop)\n");
+    }
+    row("emit, in a burst", emitted, "coalescing writer", coalesced, 2.0);
+
+    {
+        const auto deaf = connect(server, {{"silent", 1}});
+        const long before = residentKiB();
+        for (long i = 0; i < kMessages; ++i) {
+            if (deaf->emit("say", items)) continue;
+            std::fprintf(stderr, "the queue was full\n");
+            return 1;
+        }
+        amount("200 000 queued emits", static_cast<double>(residentKiB() - before) / 1024, "MiB", 64);
+    }
+
+    {
+        constexpr long kConnects = 2000;
+        const double bare = leastOf(kRounds, kConnects, [&] {
+            for (long i = 0; i < kConnects; ++i) connectAndClose(server.port());
+        });
+        const double ours = leastOf(kRounds, kConnects, [&] {
+            for (long i = 0; i < kConnects; ++i) connect(server, {{"x", 1}});
+        });
+        row("connect", ours, "Beast connect", bare, 2.5);
+    }
+    std::fflush(stdout);
+    return allWithin ? 0 : 1;
+}
