@@ -19,7 +19,7 @@ public:
     RecordingService()
         : server_(ScriptedServer::answering([this](const WireRequest& request) {
               std::lock_guard lock(mutex_);
-              requests_.push_back(request);
+              if (records_) requests_.push_back(request);
               return ScriptedServer::text(status_, body_);
           })),
           configuration_(VXIMClientConfiguration::defaultConfiguration()) {
@@ -41,6 +41,12 @@ public:
         body_ = std::move(body);
     }
 
+    /// From here on requests are answered and forgotten.
+    void stopRecording() {
+        std::lock_guard lock(mutex_);
+        records_ = false;
+    }
+
     /// The requests since the last call, as "METHOD target body" (without a blank at the end where there is no body).
     std::vector<std::string> takeRequests() {
         std::lock_guard lock(mutex_);
@@ -55,6 +61,7 @@ private:
     std::mutex mutex_;
     int status_ = 200;
     std::string body_;
+    bool records_ = true;
     std::vector<WireRequest> requests_;
     ScriptedServer server_;  // after what its script uses
     const std::shared_ptr<VXIMClientConfiguration> configuration_;
