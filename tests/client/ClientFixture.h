@@ -83,13 +83,13 @@ using Lines = std::vector<std::string>;
 /// A client over a fake connection and a recording REST service.
 class ClientTest : public ::testing::Test {
 protected:
-    ClientTest() {
-        client =
-            vexim::create<VXIMClient>(service.configuration(), [this](const std::optional<URL>& url, const Dictionary& options) {
-                sockets.push_back(vexim::create<FakeSocket>(url, options));
-                return sockets.back();
-            });
-        client->setDelegate(journal);
+    ClientTest() : client(newClient()) { client->setDelegate(journal); }
+
+    std::shared_ptr<VXIMClient> newClient() {
+        return vexim::create<VXIMClient>(service.configuration(), [this](const std::optional<URL>& url, const Dictionary& options) {
+            sockets.push_back(vexim::create<FakeSocket>(url, options));
+            return sockets.back();
+        });
     }
 
     /// Runs everything that is queued on the main queue.

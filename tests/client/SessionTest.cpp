@@ -356,10 +356,7 @@ TEST_F(Session, CanBeReleasedInAnyCallback) {
     for (const auto& [why, end] : endings) {
         SCOPED_TRACE(why);
         journal = Journal::make();
-        client = vexim::create<VXIMClient>(service.configuration(), [&](const auto& url, const Dictionary& options) {
-            sockets.push_back(vexim::create<FakeSocket>(url, options));
-            return sockets.back();
-        });
+        client = newClient();
         client->setDelegate(journal);
         end();
         settle();
