@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <optional>
@@ -93,7 +94,7 @@ private:
     }
 
     std::string nsp_ = "/";
-    SocketIOStatus status_ = SocketIOStatusNotConnected;
+    std::atomic<SocketIOStatus> status_{SocketIOStatusNotConnected};
     std::multimap<std::string, Handler> handlers_;
 };
 
