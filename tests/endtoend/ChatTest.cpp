@@ -1,3 +1,4 @@
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -47,6 +48,14 @@ TEST_P(Chat, TwoUsersTalk) {
     EXPECT_TRUE(alice->hears("offline bob"));
     EXPECT_FALSE(bobsEntry->online());
     EXPECT_EQ(bob->client->currentUser(), nullptr);
+}
+
+TEST_P(Chat, WhatIsSentRightBeforeTheExitArrives) {
+    auto bob = loggedIn("bob");
+    // Ends its process as soon as its message counts as sent.
+    const std::string program = VEXIM_QUICK_START;
+    EXPECT_EQ(std::system((program + " " + service.origin() + " > /dev/null").c_str()), 0);
+    EXPECT_TRUE(bob->hears("friend alice: hello"));
 }
 
 TEST_P(Chat, EveryKindOfCredentials) {

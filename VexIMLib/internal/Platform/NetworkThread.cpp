@@ -51,7 +51,8 @@ NetworkThread::NetworkThread() : impl_(std::make_unique<Impl>()) {
             impl->id = std::this_thread::get_id();
             impl->context.run();
         },
-        [impl = impl_.get()] { impl->context.stop(); });
+        // Behind what was posted before, so that a message handed over right before the exit still goes out.
+        [this] { post([impl = impl_.get()] { impl->context.stop(); }); });
 }
 
 NetworkThread::~NetworkThread() = default;

@@ -13,6 +13,10 @@ namespace {
 // Events that the main queue has not taken yet. Reading goes on for the heartbeat's sake, so there must be an end to it.
 constexpr std::size_t kMaxUndeliveredBytes = std::size_t{64} << 20;
 
+// Servers hand events over one loop turn after they were read, and forget those of a client that has said goodbye by then.
+// So the goodbye keeps this distance from the last event.
+constexpr std::chrono::milliseconds kBeforeGoodbye{50};
+
 ErrorPtr makeError(SocketIOErrorCode code, std::string description) {
     return Error::withDescription(kSocketIOErrorDomain, code, std::move(description));
 }
@@ -298,8 +302,13 @@ void SocketIOCore::startLink(Epoch epoch) {
     if (preferWebSocket_ && session.transports == TransportChoice::PollingThenWebSocket) {
         session.transports = TransportChoice::WebSocketThenPolling;
     }
+    if (goodbyeTimer_ && goodbyeTimer_->isPending()) {
+        goodbyeTimer_->cancel();
+        if (link_) link_->close();
+    }
     retireLink();
     waitingFor_.reset();
+    emittedAt_.reset();
     linkEpoch_ = epoch;
     joined_ = false;
     TransportOptions transport = options_.transport;
@@ -315,10 +324,18 @@ void SocketIOCore::stopLink(Outbox leftover) {
     if (reconnectTimer_) reconnectTimer_->cancel();
     waitingFor_.reset();
     if (!link_) return;
+    const auto now = Clock::shared()->now();
+    if (!sending_.empty() || !leftover.empty()) emittedAt_ = now;
     while (!sending_.empty() && link_->canEmit()) link_->emitFrom(sending_);
     while (sending_.empty() && !leftover.empty() && link_->canEmit()) link_->emitFrom(leftover);
     sending_.clear();
-    link_->close();
+    const auto quiet = emittedAt_ ? *emittedAt_ + kBeforeGoodbye - now : Clock::TimePoint::duration::zero();
+    if (quiet <= Clock::TimePoint::duration::zero()) return link_->close();
+    link_->flush();
+    if (!goodbyeTimer_) goodbyeTimer_ = std::make_unique<NetworkTimer>();
+    goodbyeTimer_->start(quiet, [self = shared_from_this()] {
+        if (self->link_) self->link_->close();
+    });
 }
 
 /// A link cannot be destroyed from inside its own calls.
@@ -371,6 +388,7 @@ void SocketIOCore::pump() {
             ++messages;
         }
         if (link_) link_->flush();
+        emittedAt_ = Clock::shared()->now();
     }
     // Last: what was queued while this ran did not call for a run of its own.
     armAckTimer();

@@ -134,7 +134,9 @@ private:
     std::optional<Epoch> waitingFor_;  // the epoch for which the next attempt is being waited for
     Outbox sending_;
     std::vector<Delivery> turn_;
+    std::optional<Clock::TimePoint> emittedAt_;  // the link's last event
     std::unique_ptr<NetworkTimer> reconnectTimer_;
+    std::unique_ptr<NetworkTimer> goodbyeTimer_;  // keeps the core, and so the link, until the goodbye is said
     std::unique_ptr<NetworkTimer> ackTimer_;
     std::optional<Clock::TimePoint> ackArmedFor_;
 };
