@@ -162,8 +162,10 @@ void VXIMClient::didReceiveLoginAnswer(const Value& answer) {
 }
 
 void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error) {
+    const auto socket = socketio();
     if (const auto completion = std::exchange(impl_->openCompletionBlock, nullptr)) completion(success, error);
-    if (!success) return;  // the status stays at Opening, the connection stays open
+    if (!success) return;              // the status stays at Opening, the connection stays open
+    if (socketio() != socket) return;  // a completion may run the main queue, and a logout on it
 
     impl_->status = VXIMClientStatusOpened;
     Dictionary userInfo;
