@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <random>
+#include <thread>
 
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/VXIMTransfer.h"
@@ -199,6 +201,33 @@ TEST_F(DownloadTest, AHandleCancelsItAndNothingStays) {
                     .starts_with("NSURLErrorDomain -999"));
     EXPECT_EQ(filesInFolder(), 0u);
     EXPECT_TRUE(transfer->isFinished());
+}
+
+TEST_F(DownloadTest, CancelledAtAnyMomentFromAnyThreadItEndsOnceAndCleanly) {
+    const auto contents = noise(300'000);
+    answerEverything(200, contents);
+    const auto target = folder / "target";
+    std::mt19937 random(std::random_device{}());
+    const auto seed = random();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    random.seed(seed);
+    for (int round = 0; round < 100; ++round) {
+        auto transfer = VXIMTransfer::transfer();
+        std::thread canceller([transfer, yields = random() % 500] {
+            for (unsigned i = 0; i < yields; ++i) std::this_thread::yield();
+            transfer->cancel();
+        });
+        const auto outcome = downloadTo(target, nullptr, transfer);
+        canceller.join();
+        if (transfer->isCancelled()) {
+            EXPECT_TRUE(outcome.starts_with("NSURLErrorDomain -999")) << outcome;
+            EXPECT_EQ(filesInFolder(), 0u);
+        } else {
+            EXPECT_TRUE(contentsOf(target) == contents);
+            EXPECT_EQ(filesInFolder(), 1u);
+            std::filesystem::remove(target);
+        }
+    }
 }
 
 TEST_F(DownloadTest, CancelledWithoutAHandleItSaysNothingAndLeavesNothing) {
