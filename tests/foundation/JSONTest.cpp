@@ -208,6 +208,8 @@ TEST(JSON, WritesWhatItReadsBackAsTheSame) {
         EXPECT_EQ(written(value), text);
         EXPECT_EQ(read(text), value);
     }
+    const std::string controls(300'000, '\x01');
+    EXPECT_EQ(read(written(controls)), controls) << "six times as long when written";
     for (unsigned seed = 1; seed <= 200; ++seed) {
         const auto tree = RandomTree(seed).value(4);
         EXPECT_EQ(read(written(tree)), tree) << "seed " << seed;
@@ -223,6 +225,12 @@ TEST(JSON, RefusesToWriteWhatHasNoForm) {
         {"an object", Error::make("d", 1)},
         {"broken UTF-8", "a\xFFz"},
         {"UTF-8 cut short", "a\xE2\x82"},
+        {"a stray continuation byte", "plain and long\x80"},
+        {"an overlong form", "\xC0\xAF"},
+        {"an overlong form of three", "\xE0\x9F\xBF"},
+        {"an overlong form of four", "\xF0\x8F\xBF\xBF"},
+        {"a surrogate", "\xED\xA0\x80"},
+        {"beyond Unicode", "\xF4\x90\x80\x80"},
     };
     for (const auto& [why, value] : cases) {
         EXPECT_TRUE(writeJSON(value, JSONFragments::Allow).error) << why;

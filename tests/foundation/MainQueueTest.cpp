@@ -126,6 +126,13 @@ TEST_F(MainQueueTest, RunUntilEndsByPredicateQuitOrTime) {
     EXPECT_EQ(said, "abc");
 }
 
+TEST_F(MainQueueTest, WhatAFunctionHeldIsGoneWhenThePredicateLooks) {
+    auto held = std::make_shared<int>();
+    const std::weak_ptr<int> weak = held;
+    queue().async([held = std::move(held)] {});
+    EXPECT_TRUE(queue().runUntil([&] { return weak.expired(); }, 0s));
+}
+
 TEST_F(MainQueueTest, QuitEndsTheInnermostLoop) {
     queue().async([&] {
         queue().async([&] { queue().quit(); });

@@ -79,8 +79,10 @@ TEST(KeyValueObserving, HonoursWhatHappensInsideAHandler) {
         song.reset();  // the last reference but the one that the call keeps
     });
     song->addObserver(second, "title", [&](Object&, const KeyValueChange&) { heard += "2"; });
+    song->addObserver(first, "title",
+                      [&, weak = std::weak_ptr(song)](Object&, const KeyValueChange&) { heard += weak.expired() ? "dead" : "3"; });
     song->setTitle("b");
-    EXPECT_EQ(heard, "1") << "removed: not called; added: not called yet";
+    EXPECT_EQ(heard, "13") << "removed: not called; added: not called yet";
     EXPECT_EQ(song, nullptr);
 }
 
