@@ -24,6 +24,8 @@ http.on("connection", (socket) => {
 });
 const io = isOld ? module(http, config.options ?? {}) : new module.Server(http, config.options ?? {});
 
+const counted = []; // over all connections
+
 const serve = (nsp) => {
   if (config.deny) {
     nsp.use((socket, next) => {
@@ -47,6 +49,12 @@ const serve = (nsp) => {
     socket.on("flood", (count, text) => {
       for (let i = 0; i < count; ++i) socket.emit("message", i, text);
     });
+    socket.on("count", (n, answer) => {
+      counted.push(n);
+      socket.emit("message", n);
+      answer(n);
+    });
+    socket.on("counted", (answer) => answer(counted));
     socket.on("kick", (closes) => socket.disconnect(closes));
     socket.on("transport", () => socket.emit("message", socket.conn.transport.name));
     socket.on("disconnect", (reason) => config.verbose && say({ disconnected: nsp.name, reason }));
@@ -58,7 +66,10 @@ serve(io.of("/chat"));
 createInterface({ input: process.stdin })
   .on("line", (line) => {
     const command = JSON.parse(line);
-    if (command.cut) for (const socket of connections) socket.destroy();
+    if (command.cut) {
+      for (const socket of connections) socket.destroy();
+      say({ cut: true });
+    }
   })
   .on("close", () => process.exit(0));
 

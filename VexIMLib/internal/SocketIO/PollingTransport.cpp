@@ -44,6 +44,7 @@ public:
     std::string fault(CURLcode result) const;
 
 private:
+    static std::size_t onRead(char* into, std::size_t size, std::size_t count, void* self);
     static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
     static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
     static CURLcode onContext(CURL* easy, void* context, void* self);
@@ -55,6 +56,7 @@ private:
     curl_slist* headers_ = nullptr;
     std::array<char, CURL_ERROR_SIZE> description_{};
     std::string body_;
+    std::size_t bodySent_ = 0;
     std::string answer_;
     std::vector<std::string> cookies_;
     bool isRunning_ = false;
@@ -163,15 +165,27 @@ void Request::start(const std::string& url, const std::string& cookies, std::chr
     headers_ = curl_slist_append(headers_, "Expect:");
     if (body) {
         headers_ = curl_slist_append(headers_, "Content-Type: text/plain;charset=UTF-8");
+        // libcurl sends a request again when a kept connection dies under it. A body that cannot be rewound is not sent a second
+        // time, so that no message arrives twice; before its first byte the retry is welcome.
         body_ = std::move(*body);
+        bodySent_ = 0;
+        curl_easy_setopt(easy_, CURLOPT_POST, 1L);
         curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.size()));
-        curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, body_.data());
+        curl_easy_setopt(easy_, CURLOPT_READFUNCTION, &Request::onRead);
+        curl_easy_setopt(easy_, CURLOPT_READDATA, this);
     }
     curl_easy_setopt(easy_, CURLOPT_URL, url.c_str());
     curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_);
     curl_easy_setopt(easy_, CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
     isRunning_ = true;
     multi().add(easy_);
+}
+
+std::size_t Request::onRead(char* into, std::size_t size, std::size_t count, void* self) {
+    auto& request = *static_cast<Request*>(self);
+    const std::size_t copied = request.body_.copy(into, size * count, request.bodySent_);
+    request.bodySent_ += copied;
+    return copied;
 }
 
 std::size_t Request::onBody(char* bytes, std::size_t size, std::size_t count, void* self) {
