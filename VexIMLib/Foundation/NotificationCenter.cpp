@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
+#include <iterator>
 #include <map>
 #include <unordered_map>
 #include <utility>
@@ -51,9 +52,15 @@ struct NotificationCenter::Impl {
     Ordered anyName VEXIM_GUARDED_BY(mutex);
     std::unordered_map<std::string, Named> byName VEXIM_GUARDED_BY(mutex);
     std::unordered_map<const void*, Ordered> byObserver VEXIM_GUARDED_BY(mutex);
+    std::size_t count VEXIM_GUARDED_BY(mutex) = 0;  // of registrations
+    std::size_t nextSweep VEXIM_GUARDED_BY(mutex) = kFirstSweep;
+
+    static constexpr std::size_t kFirstSweep = 64;
 
     void add(RegistrationPtr registration) {
+        std::vector<RegistrationPtr> expired;  // destroyed without the lock
         MutexLock lock(mutex);
+        if (count++ >= nextSweep) sweep(expired);
         const auto number = registration->number = nextNumber++;
         byObserver[registration->identity].emplace(number, registration);
         if (registration->name.empty()) {
@@ -86,6 +93,22 @@ struct NotificationCenter::Impl {
         if (named.plain.empty() && named.keyed.empty()) byName.erase(found);
     }
 
+    /// Moves those of one observer's registrations that `which` picks into `removed`.
+    template <class Which>
+    void extract(Ordered& own, Which which, std::vector<RegistrationPtr>& removed) VEXIM_REQUIRES(mutex) {
+        for (auto next = own.begin(); next != own.end();) {
+            if (!which(*next->second)) {
+                ++next;
+                continue;
+            }
+            next->second->removed = true;
+            --count;
+            forget(*next->second);
+            removed.push_back(std::move(next->second));
+            next = own.erase(next);
+        }
+    }
+
     /// Removes the observer's registrations that `which` picks; their handlers are destroyed without the lock.
     template <class Which>
     void remove(const void* identity, Which which) {
@@ -93,18 +116,19 @@ struct NotificationCenter::Impl {
         MutexLock lock(mutex);
         const auto found = byObserver.find(identity);
         if (found == byObserver.end()) return;
-        auto& own = found->second;
-        for (auto next = own.begin(); next != own.end();) {
-            if (!which(*next->second)) {
-                ++next;
-                continue;
-            }
-            next->second->removed = true;
-            forget(*next->second);
-            removed.push_back(std::move(next->second));
-            next = own.erase(next);
+        extract(found->second, which, removed);
+        if (found->second.empty()) byObserver.erase(found);
+    }
+
+    /// Drops what observers left behind that went without a word and are not posted to. Done whenever the registrations have
+    /// doubled, it costs each of them a constant.
+    void sweep(std::vector<RegistrationPtr>& removed) VEXIM_REQUIRES(mutex) {
+        for (auto next = byObserver.begin(); next != byObserver.end();) {
+            extract(
+                next->second, [](const Registration& each) { return each.observer.expired(); }, removed);
+            next = next->second.empty() ? byObserver.erase(next) : std::next(next);
         }
-        if (own.empty()) byObserver.erase(found);
+        nextSweep = std::max(kFirstSweep, count * 2);
     }
 
     std::vector<RegistrationPtr> listeners(const Notification& notification) {

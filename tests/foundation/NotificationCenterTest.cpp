@@ -137,6 +137,20 @@ TEST_F(NotificationCenterTest, FindsOneOfManyKeyedObservers) {
     EXPECT_LT(cpuTime() - began, std::chrono::seconds(20));
 }
 
+TEST_F(NotificationCenterTest, LetsGoOfWhatObserversLeftBehind) {
+    const auto held = std::make_shared<int>();
+    center.addObserver(observer, "x", "id", -1, [held](const Notification&) {});
+    for (int i = 0; i < 10'000; ++i) {
+        // Some lie where others lay before.
+        const auto brief = i % 2 ? std::make_shared<int>() : std::shared_ptr<int>(new int);
+        center.addObserver(brief, "x", "id", i, [held](const Notification&) {});
+    }
+    EXPECT_LT(held.use_count(), 200);
+    center.addObserver(observer, "x", "id", -1, saying("a"));
+    center.post("x", nullptr, Dictionary{{"id", -1}});
+    EXPECT_EQ(said, "a");
+}
+
 TEST_F(NotificationCenterTest, IsUsedFromSeveralThreads) {
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
