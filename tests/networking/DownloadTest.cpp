@@ -71,6 +71,40 @@ TEST_F(DownloadTest, TheBodyGoesToTheStreamAndTheResultIsTheTargetPath) {
     EXPECT_TRUE(std::filesystem::is_directory(vexim::temporaryDirectory() + "/vexora"));
 }
 
+/// Has space only every other time it is asked, and takes a thousand bytes at most.
+class ReluctantStream : public OutputStream {
+public:
+    using OutputStream::OutputStream;
+    bool initialise() { return true; }
+    void open() override { status_ = vexim::StreamStatus::Open; }
+    void close() override { status_ = vexim::StreamStatus::Closed; }
+    std::int64_t write(const std::uint8_t* bytes, std::size_t length) override {
+        const auto count = std::min<std::size_t>(length, 1000);
+        taken.append(reinterpret_cast<const char*>(bytes), count);
+        return static_cast<std::int64_t>(count);
+    }
+    bool hasSpaceAvailable() const override { return asked_++ % 2 == 1; }
+    vexim::StreamStatus streamStatus() const override { return status_; }
+    ErrorPtr streamError() const override { return nullptr; }
+
+    std::string taken;
+
+private:
+    mutable int asked_ = 0;
+    vexim::StreamStatus status_ = vexim::StreamStatus::NotOpen;
+};
+
+TEST_F(DownloadTest, AStreamThatTakesLittleAtATimeGetsEverything) {
+    const auto contents = noise(100'500);
+    answerEverything(200, contents);
+    auto stream = vexim::create<ReluctantStream>();
+    outcomeOf([&](VXIMResultCompletion done) {
+        requestFor("/file")->downloadWithOutputStreamBlock([&](const std::string&) { return stream; }, nullptr, std::move(done));
+    });
+    EXPECT_TRUE(stream->taken == contents);
+    EXPECT_EQ(stream->streamStatus(), vexim::StreamStatus::Closed);
+}
+
 TEST_F(DownloadTest, ARefusalNeverReachesTheStream) {
     answerEverything(404, R"({"errorCode":404,"errorMessage":"gone"})");
     EXPECT_EQ(outcomeOf([&](VXIMResultCompletion done) {
