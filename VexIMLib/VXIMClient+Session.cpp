@@ -92,6 +92,7 @@ void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompleti
         former->removeAllHandlers();
         former->disconnect();
         impl_->socketio.set(nullptr);
+        impl_->keptUntilClosed = nullptr;  // nobody will hear that it has closed; the login keeps the client for now
     }
     impl_->openCompletionBlock = std::move(completion);
 
@@ -194,7 +195,10 @@ void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
                 self->impl_->tryLogout = true;
                 self->impl_->closeCompletionBlock = completion;
                 // "disconnect" goes on from here. Without a connection nothing does: the logout never ends.
-                if (const auto socket = self->socketio()) socket->disconnect();
+                if (const auto socket = self->socketio()) {
+                    self->impl_->keptUntilClosed = self;
+                    socket->disconnect();
+                }
             });
     });
 }
@@ -214,6 +218,7 @@ void VXIMClient::deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completi
 }
 
 void VXIMClient::didLogout() {
+    const auto kept = std::exchange(impl_->keptUntilClosed, nullptr);
     impl_->status = VXIMClientStatusClosed;
     resetFlags();
     if (const auto socket = socketio()) socket->removeAllHandlers();

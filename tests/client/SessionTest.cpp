@@ -235,6 +235,17 @@ TEST_F(Session, LogsOutOverRESTAndThenCloses) {
     EXPECT_EQ(state(), "2 online");
 }
 
+TEST_F(Session, ALogoutKeepsItsClientUntilTheConnectionHasClosed) {
+    login();
+    bool done = false;
+    client->logoutWithCompletion(once([&](bool succeeded, const vexim::ErrorPtr&) { done = succeeded; }));
+    const std::weak_ptr<VXIMClient> alive = client;
+    client = nullptr;
+    EXPECT_TRUE(eventually([&] { return done; }));
+    settle();
+    EXPECT_TRUE(alive.expired());
+}
+
 TEST_F(Session, LogsOutWhilePaused) {
     login();
     client->pause();

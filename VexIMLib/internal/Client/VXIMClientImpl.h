@@ -50,8 +50,9 @@ struct VXIMClient::Impl {
 
     // Main thread.
     std::weak_ptr<VXIMClientDelegate> delegate;
-    VXIMBooleanCompletion openCompletionBlock;   // the pending login's; dropped when another login begins
-    VXIMBooleanCompletion closeCompletionBlock;  // the pending logout's; never called when nothing closes
+    VXIMBooleanCompletion openCompletionBlock;    // the pending login's; dropped when another login begins
+    VXIMBooleanCompletion closeCompletionBlock;   // the pending logout's; never called when nothing closes
+    std::shared_ptr<VXIMClient> keptUntilClosed;  // this client, while a logout waits for its connection to close
     std::optional<vexim::Array> onlineFriends;
     std::optional<vexim::Dictionary> messages;
 
