@@ -30,13 +30,14 @@ Data archive(const Class& cls, const Coder& coder, ErrorPtr* error) {
 
 std::optional<Coder> unarchive(const Class& cls, const Data& archive, ErrorPtr* error) {
     const JSONResult content = parseJSON(archive.view());
-    report(error, content.error);
-    if (content.error) return std::nullopt;
     const Dictionary* values = content.value.get(kValues).asDictionary();
     if (!values || content.value.get(kClass) != cls.name()) {
-        report(error, Error::withDescription(kCocoaErrorDomain, kCorruptArchive, "The archive holds no " + cls.name() + "."));
+        Dictionary info{{kLocalizedDescriptionKey, "The archive holds no " + cls.name() + "."}};
+        info.setOrRemove(kUnderlyingErrorKey, content.error);
+        report(error, Error::make(kCocoaErrorDomain, kCorruptArchive, std::move(info)));
         return std::nullopt;
     }
+    report(error, nullptr);
     return Coder(*values);
 }
 
