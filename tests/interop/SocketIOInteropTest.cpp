@@ -178,6 +178,47 @@ TEST_P(SocketIOInterop, IsRefusedAnUnknownNamespace) {
     EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
 }
 
+TEST(SocketIOInteropOptions, CompressesWhenBothSidesWantIt) {
+    NodeServer server({{"version", "4.8"}, {"options", Dictionary{{"perMessageDeflate", Dictionary{{"threshold", 16}}}}}});
+    const auto client =
+        SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}, {"compress", true}, {"reconnects", false}});
+    client->joinNamespace("/chat");
+    std::vector<std::string> heard;
+    client->on("message", [&](const Array& arguments, const AckEmitter&) { heard.push_back(arguments.get(0).description()); });
+    client->connect();
+    ASSERT_TRUE(eventually([&] { return client->status() == SocketIOStatusConnected; }));
+    std::vector<std::string> sent;
+    for (const int length : {1, 100, 1000, 70'000, 500'000}) {
+        std::string text;
+        while (static_cast<int>(text.size()) < length) text += "compressible " + std::to_string(text.size() * 7919 % 1000);
+        sent.push_back(text);
+        ASSERT_TRUE(client->emit("say", {text}));
+    }
+    ASSERT_TRUE(eventually([&] { return heard.size() == sent.size(); }));
+    EXPECT_EQ(heard, sent);
+}
+
+TEST(SocketIOInteropOptions, SendsHeadersParametersAndPayloadWhereServersLook) {
+    NodeServer server({{"version", "4.8"}, {"verbose", true}, {"options", Dictionary{{"path", "/live"}}}});
+    for (const char* transport : {"forceWebsockets", "forcePolling"}) {
+        const auto client = SocketIOClient::create(URL::parse(server.url()), {{transport, true},
+                                                                              {"path", "/live"},
+                                                                              {"extraHeaders", Dictionary{{"X-Extra", "e"}}},
+                                                                              {"reconnects", false},
+                                                                              {"connectParams", Dictionary{{"n", 5}}},
+                                                                              {"joinPayload", Dictionary{{"token", "t"}}}});
+        client->joinNamespace("/");
+        client->connect();
+        const Value seen = server.nextLine();
+        EXPECT_EQ(seen.get("connected"), Value("/")) << transport;
+        EXPECT_EQ(seen.get("extra"), Value("e")) << transport;
+        EXPECT_EQ(seen.get("query").get("n"), Value("5")) << transport;
+        EXPECT_EQ(seen.get("auth").get("token"), Value("t")) << transport;
+        client->disconnect();
+        EXPECT_EQ(server.nextLine().get("disconnected"), Value("/")) << transport;
+    }
+}
+
 std::vector<Peer> peers() {
     const bool all = std::getenv("VEXIM_INTEROP_ALL") != nullptr;
     std::vector<Peer> peers;

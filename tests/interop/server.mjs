@@ -35,7 +35,7 @@ const serve = (nsp) => {
     });
   }
   nsp.on("connection", (socket) => {
-    if (config.verbose) say({ connected: nsp.name, query: socket.handshake.query, cookie: socket.handshake.headers.cookie, extra: socket.handshake.headers["x-extra"], transport: socket.conn.transport.name });
+    if (config.verbose) say({ connected: nsp.name, query: socket.handshake.query, auth: socket.handshake.auth, cookie: socket.handshake.headers.cookie, extra: socket.handshake.headers["x-extra"], transport: socket.conn.transport.name });
     socket.emit("login", { success: true, id: socket.handshake.query.auth ?? null });
     socket.on("say", (...args) => {
       const answer = typeof args[args.length - 1] === "function" ? args.pop() : null;
