@@ -171,7 +171,7 @@ void SocketIOCore::emitWithAck(std::string_view event, const Array& items, std::
 
 SocketIOCore::EmitFault SocketIOCore::enqueue(const EncodedPacket& packet) {
     if (status_ != SocketIOStatusConnected) return EmitFault::NotConnected;
-    const auto tooLarge = [this](std::size_t bytes) { return maxPayload_ > 0 && bytes > maxPayload_; };
+    const auto tooLarge = [limit = maxPayload_](std::size_t bytes) { return limit > 0 && bytes > limit; };
     if (tooLarge(packet.text.size())) return EmitFault::TooLarge;
     for (const Data& attachment : packet.attachments) {
         if (tooLarge(attachment.size())) return EmitFault::TooLarge;
