@@ -29,12 +29,13 @@ void judgeExit() {
 
 [[noreturn]] void exitWithEverythingPending() {
     std::atexit(judgeExit);
-    auto& server = *new ScriptedServer([](ScriptedServer::Connection& connection) { connection.pause(60s); });
-    auto& probe = *new std::shared_ptr<SessionProbe>(SessionProbe::make());
+    // Static, so that a leak checker sees who holds them: nothing here is ever released.
+    static auto& server = *new ScriptedServer([](ScriptedServer::Connection& connection) { connection.pause(60s); });
+    static auto& probe = *new std::shared_ptr<SessionProbe>(SessionProbe::make());
     probe->task(server.url())->resume();
     probe->task("http://a.blocked.test/")->resume();
 
-    auto& ends = *new auto(boundStreams(10));  // a body that never comes
+    static auto& ends = *new auto(boundStreams(10));  // a body that never comes
     auto request = SessionProbe::request(server.url());
     request.method = "POST";
     request.bodyStream = ends.first;
