@@ -15,7 +15,7 @@
 namespace vexim {
 namespace {
 
-constexpr std::size_t kChunkBytes = 256 * 1024;
+constexpr std::size_t kChunkBytes = 64 * 1024;
 constexpr std::size_t kMostChunks = 4;
 
 struct Chunk {
