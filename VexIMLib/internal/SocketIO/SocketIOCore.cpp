@@ -2,42 +2,20 @@
 
 #include <algorithm>
 #include <iterator>
+#include <limits>
 
-#include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/internal/Platform/HostResolver.h"
 
 namespace vexim {
-namespace {
-
-// Events that the main queue has not taken yet. Reading goes on for the heartbeat's sake, so there must be an end to it.
-constexpr std::size_t kMaxUndeliveredBytes = std::size_t{64} << 20;
-
-// Servers hand events over one loop turn after they were read, and forget those of a client that has said goodbye by then.
-// So the goodbye keeps this distance from the last event.
-constexpr std::chrono::milliseconds kBeforeGoodbye{50};
-
-ErrorPtr makeError(SocketIOErrorCode code, std::string description) {
+ErrorPtr SocketIOCore::makeError(SocketIOErrorCode code, std::string description) {
     return Error::withDescription(kSocketIOErrorDomain, code, std::move(description));
 }
-
-Array errorArguments(const std::string& description, const Value& detail) {
-    Array arguments{description};
-    if (!detail.isNilOrNull() && !(detail.isDictionary() && detail.asDictionary()->empty())) arguments.append(detail);
-    return arguments;
-}
-
-}  // namespace
 
 SocketIOCore::SocketIOCore(std::optional<Endpoint> endpoint, SocketIOOptions options)
     : endpoint_(std::move(endpoint)),
       options_(std::move(options)) {}
 
 SocketIOCore::~SocketIOCore() = default;
-
-void SocketIOCore::note(std::string_view line) const {
-    if (options_.log) log(LogLevel::Debug, "socket.io: " + std::string(line));
-}
 
 // The application's side
 
@@ -171,10 +149,10 @@ void SocketIOCore::emitWithAck(std::string_view event, const Array& items, std::
 
 SocketIOCore::EmitFault SocketIOCore::enqueue(const EncodedPacket& packet) {
     if (status_ != SocketIOStatusConnected) return EmitFault::NotConnected;
-    const auto tooLarge = [limit = maxPayload_](std::size_t bytes) { return limit > 0 && bytes > limit; };
-    if (tooLarge(packet.text.size())) return EmitFault::TooLarge;
+    const std::size_t most = maxPayload_ > 0 ? maxPayload_ : std::numeric_limits<std::size_t>::max();
+    if (packet.text.size() > most) return EmitFault::TooLarge;
     for (const Data& attachment : packet.attachments) {
-        if (tooLarge(attachment.size())) return EmitFault::TooLarge;
+        if (attachment.size() > most) return EmitFault::TooLarge;
     }
     const std::size_t cost = Outbox::cost(packet);
     const bool full = queuedBytes_ + cost > options_.maxQueuedBytes || queuedMessages_ >= options_.maxQueuedMessages;
@@ -282,254 +260,6 @@ void SocketIOCore::deliver(Delivery& delivery) {
     }
     handlers_.call(delivery.event, delivery.arguments, delivery.ack);
     delivery.arguments.clear();
-}
-
-// The network thread's side
-
-void SocketIOCore::startLink(Epoch epoch) {
-    SessionConfig session = options_.session;
-    {
-        const MutexLock lock(mutex_);
-        if (epoch != epoch_) return;
-        session.nsp = nsp_;
-        session.nspQuery = nspQuery_;
-        if (!endpoint_) {
-            ++epoch_;
-            status_ = SocketIOStatusDisconnected;
-            return pushEvent("error", {"The URL is none of a Socket.IO server."});
-        }
-    }
-    if (preferWebSocket_ && session.transports == TransportChoice::PollingThenWebSocket) {
-        session.transports = TransportChoice::WebSocketThenPolling;
-    }
-    if (goodbyeTimer_ && goodbyeTimer_->isPending()) {
-        goodbyeTimer_->cancel();
-        if (link_) link_->close();
-    }
-    retireLink();
-    waitingFor_.reset();
-    emittedAt_.reset();
-    linkEpoch_ = epoch;
-    joined_ = false;
-    TransportOptions transport = options_.transport;
-    transport.endpoint = *endpoint_;
-    transport.proxy = proxyFor(endpoint_->isSecure, endpoint_->host, endpoint_->port);
-    note("connecting to " + endpoint_->authorityWithPort());
-    link_ = std::make_shared<SocketIOLink>(std::move(session), std::move(transport), static_cast<SocketIOLink::Owner&>(*this),
-                                           SocketIOLink::Environment{Clock::shared(), &HostResolver::system()});
-    link_->start();
-}
-
-void SocketIOCore::stopLink(Outbox leftover) {
-    if (reconnectTimer_) reconnectTimer_->cancel();
-    waitingFor_.reset();
-    if (!link_) return;
-    const auto now = Clock::shared()->now();
-    if (!sending_.empty() || !leftover.empty()) emittedAt_ = now;
-    while (!sending_.empty() && link_->canEmit()) link_->emitFrom(sending_);
-    while (sending_.empty() && !leftover.empty() && link_->canEmit()) link_->emitFrom(leftover);
-    sending_.clear();
-    const auto quiet = emittedAt_ ? *emittedAt_ + kBeforeGoodbye - now : Clock::TimePoint::duration::zero();
-    if (quiet <= Clock::TimePoint::duration::zero()) return link_->close();
-    link_->flush();
-    if (!goodbyeTimer_) goodbyeTimer_ = std::make_unique<NetworkTimer>();
-    goodbyeTimer_->start(quiet, [self = shared_from_this()] {
-        if (self->link_) self->link_->close();
-    });
-}
-
-/// A link cannot be destroyed from inside its own calls.
-void SocketIOCore::retireLink() {
-    if (link_) NetworkThread::shared().post([self = shared_from_this(), link = std::exchange(link_, nullptr)] {});
-}
-
-void SocketIOCore::scheduleReconnect(Epoch epoch) {
-    const auto wait = reconnectDelay(options_.reconnect, attempt_, Random::shared()->next32());
-    if (!wait) return;
-    waitingFor_ = epoch;
-    if (!reconnectTimer_) reconnectTimer_ = std::make_unique<NetworkTimer>();
-    reconnectTimer_->start(*wait, [weak = weak_from_this(), epoch] {
-        if (const auto self = weak.lock()) self->attemptReconnect(epoch);
-    });
-}
-
-void SocketIOCore::attemptReconnect(Epoch epoch) {
-    if (waitingFor_ != epoch) return;
-    waitingFor_.reset();
-    reconnectTimer_->cancel();
-    {
-        const MutexLock lock(mutex_);
-        if (epoch != epoch_) return;
-        pushEvent("reconnect", {std::int64_t{attempt_} + 1});
-    }
-    ++attempt_;
-    startLink(epoch);
-}
-
-void SocketIOCore::pump() {
-    std::size_t bytes = 0;
-    std::size_t messages = 0;
-    for (;;) {
-        {
-            const MutexLock lock(mutex_);
-            if (linkEpoch_ == epoch_) {
-                queuedBytes_ -= std::exchange(bytes, 0);
-                queuedMessages_ -= std::exchange(messages, 0);
-                if (sending_.empty()) std::swap(sending_, outbox_);
-            }
-            // Without room this goes on when the link's turn ends next.
-            if (sending_.empty() || !link_ || !link_->canEmit()) {
-                pumpScheduled_ = false;
-                break;
-            }
-        }
-        while (link_ && link_->canEmit() && !sending_.empty()) {
-            bytes += link_->emitFrom(sending_);
-            ++messages;
-        }
-        if (link_) link_->flush();
-        emittedAt_ = Clock::shared()->now();
-    }
-    // Last: what was queued while this ran did not call for a run of its own.
-    armAckTimer();
-}
-
-void SocketIOCore::linkDidJoin(const action::Joined& joined) {
-    joined_ = true;
-    joinedAt_ = Clock::shared()->now();
-    reconnecting_ = false;
-    preferWebSocket_ = false;
-    flushTurn();
-    const MutexLock lock(mutex_);
-    if (linkEpoch_ != epoch_) return;
-    joinedNsp_ = nsp_;
-    maxPayload_ = joined.maxPayload.value_or(0);
-    status_ = SocketIOStatusConnected;
-    pushEvent("connect", {nsp_});
-}
-
-void SocketIOCore::linkDidReceive(Packet packet, std::size_t bytes) {
-    Delivery delivery;
-    delivery.bytes = bytes;
-    if (packet.type == PacketType::Ack) {
-        {
-            const MutexLock lock(mutex_);
-            const auto found = linkEpoch_ == epoch_ ? acks_.find(*packet.id) : acks_.end();
-            if (found == acks_.end()) return;  // answered before, timed out, or never asked for
-            delivery.callback = std::move(found->second.callback);
-            if (found->second.deadline) ackDeadlines_.erase({*found->second.deadline, *packet.id});
-            acks_.erase(found);
-        }
-        delivery.arguments = std::move(packet.payload.mutableArray());
-    } else {
-        Array& payload = packet.payload.mutableArray();
-        delivery.event = payload.get(0).description();
-        payload.remove(0);
-        delivery.arguments = std::move(payload);
-        if (packet.id) {
-            delivery.ack = AckEmitter([weak = weak_from_this(), epoch = linkEpoch_, id = *packet.id](const Array& items) {
-                if (const auto self = weak.lock()) self->sendAck(epoch, id, items);
-            });
-        }
-    }
-    turn_.push_back(std::move(delivery));
-}
-
-void SocketIOCore::flushTurn() {
-    if (turn_.empty()) return;
-    bool overflows = false;
-    {
-        const MutexLock lock(mutex_);
-        const bool isStale = linkEpoch_ != epoch_;
-        for (auto& delivery : turn_) {
-            if (isStale && !delivery.callback) continue;
-            push(std::move(delivery));
-        }
-        overflows = !isStale && undeliveredBytes_ > kMaxUndeliveredBytes;
-    }
-    turn_.clear();
-    if (overflows && link_) link_->abort(EndCause::LimitPassed, "The application does not keep up: too many undelivered events.");
-}
-
-void SocketIOCore::linkDidReport(const action::Report& report) {
-    flushTurn();
-    const MutexLock lock(mutex_);
-    if (linkEpoch_ == epoch_) pushEvent("error", errorArguments(report.description, report.detail));
-}
-
-void SocketIOCore::linkDidEndTurn() {
-    flushTurn();
-    {
-        const MutexLock lock(mutex_);
-        if (outbox_.empty() && sending_.empty()) return;
-    }
-    pump();
-}
-
-void SocketIOCore::linkDidEnd(const action::Ended& ended) {
-    flushTurn();
-    retireLink();
-    sending_.clear();
-    preferWebSocket_ = ended.preferWebSocket;
-    const bool wasJoined = std::exchange(joined_, false);
-    if (wasJoined && joinedAt_ && Clock::shared()->now() - *joinedAt_ >= options_.reconnect.stableAfter) attempt_ = 0;
-    note("the connection ended: " + ended.why);
-
-    const bool isFinal =
-        ended.cause == EndCause::Asked || ended.cause == EndCause::ServerDisconnect || ended.cause == EndCause::Refused;
-    const bool mayRetry = !isFinal && (wasJoined || reconnecting_);
-    const bool isFault = !wasJoined || ended.cause == EndCause::ProtocolFault || ended.cause == EndCause::LimitPassed;
-    Epoch next = 0;
-    {
-        const MutexLock lock(mutex_);
-        if (linkEpoch_ != epoch_) return;  // disconnect() has said everything
-        beginEpoch(SocketIOStatusDisconnected);
-        next = epoch_;
-        if (isFault) pushEvent("error", errorArguments(ended.why, ended.detail));
-        if (wasJoined) pushEvent("disconnect", {ended.why});
-        const auto& policy = options_.reconnect;
-        if (!mayRetry || !policy.enabled || (policy.maxAttempts && attempt_ >= *policy.maxAttempts)) return;
-        status_ = SocketIOStatusConnecting;
-    }
-    reconnecting_ = true;
-    scheduleReconnect(next);
-}
-
-// Answers that do not come
-
-void SocketIOCore::armAckTimer() {
-    std::optional<Clock::TimePoint> first;
-    {
-        const MutexLock lock(mutex_);
-        if (!ackDeadlines_.empty()) first = ackDeadlines_.begin()->first;
-    }
-    if (!first || (ackArmedFor_ && *ackArmedFor_ <= *first)) return;
-    ackArmedFor_ = first;
-    if (!ackTimer_) ackTimer_ = std::make_unique<NetworkTimer>();
-    const auto wait = std::max(*first - Clock::shared()->now(), Clock::TimePoint::duration::zero());
-    ackTimer_->start(wait, [weak = weak_from_this()] {
-        const auto self = weak.lock();
-        if (!self) return;
-        self->ackArmedFor_.reset();
-        self->expireAcks();
-        self->armAckTimer();
-    });
-}
-
-void SocketIOCore::expireAcks() {
-    const auto now = Clock::shared()->now();
-    const MutexLock lock(mutex_);
-    while (!ackDeadlines_.empty() && ackDeadlines_.begin()->first <= now) {
-        const auto id = ackDeadlines_.begin()->second;
-        ackDeadlines_.erase(ackDeadlines_.begin());
-        const auto found = acks_.find(id);
-        if (found == acks_.end()) continue;
-        Delivery expired;
-        expired.callback = std::move(found->second.callback);
-        expired.error = makeError(SocketIOErrorAckTimedOut, "The answer did not come in time.");
-        acks_.erase(found);
-        push(std::move(expired));
-    }
 }
 
 }  // namespace vexim

@@ -68,6 +68,8 @@ private:
     };
     enum class EmitFault : std::uint8_t { None, NotConnected, QueueFull, TooLarge, NotEncodable };
 
+    static ErrorPtr makeError(SocketIOErrorCode code, std::string description);
+
     // Any thread.
     EmitFault enqueue(const EncodedPacket& packet) VEXIM_REQUIRES(mutex_);
     void sendAck(Epoch epoch, std::uint64_t id, const Array& items);

@@ -1,0 +1,279 @@
+// The session's traffic: what is received and sent, the heartbeat, and the change from polling to a WebSocket.
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/internal/SocketIO/Base64.h"
+#include "VexIMLib/internal/SocketIO/EngineError.h"
+#include "VexIMLib/internal/SocketIO/EngineSession.h"
+#include "VexIMLib/internal/SocketIO/Payload.h"
+
+namespace vexim {
+namespace {
+
+using namespace std::chrono_literals;
+
+// A GET ends at the latest with the server's next ping.
+constexpr auto kGetSlack = 10s;
+constexpr auto kNudgeTimeout = 10s;
+
+}  // namespace
+
+// Receiving
+
+void EngineSession::handle(const event::WebSocketText& message) {
+    if (phase_ == Phase::Probing) return didReceiveProbeAnswer(message.text);
+    if (carrier_ != Carrier::WebSocket) return;
+    const auto packet = decodeEngineText(revision_.value_or(EngineRevision::V4), message.text);
+    if (!packet) return end(EndCause::ProtocolFault, "A packet of unknown type.");
+    didReceiveEngine(*packet);
+}
+
+void EngineSession::handle(const event::WebSocketBinary& message) {
+    if (phase_ == Phase::Probing) return abandonUpgrade();
+    if (carrier_ != Carrier::WebSocket) return;
+    const auto packet = decodeEngineBinary(revision_.value_or(EngineRevision::V4), message.bytes);
+    if (!packet) return end(EndCause::ProtocolFault, "A binary packet of unknown type.");
+    didReceiveEngine(*packet);
+}
+
+void EngineSession::handle(const event::WebSocketClosed& closed) {
+    if (phase_ == Phase::Probing || phase_ == Phase::Draining) return abandonUpgrade();
+    if (carrier_ != Carrier::WebSocket) return;
+    using Cause = event::WebSocketClosed::Cause;
+    if (phase_ == Phase::OpeningWebSocket) {
+        // Accepted, then closed before a word was said: as good as refused.
+        return refused(0, {}, closed.reason);
+    }
+    switch (closed.cause) {
+        case Cause::Peer: return end(EndCause::LinkLost, "transport close");
+        case Cause::Network: return end(EndCause::LinkLost, closed.reason.empty() ? "transport error" : closed.reason);
+        case Cause::Malformed: return end(EndCause::ProtocolFault, closed.reason);
+        case Cause::TooLarge: return end(EndCause::LimitPassed, closed.reason);
+    }
+}
+
+void EngineSession::handle(const event::WebSocketPong&) { nudgeDeadline_.reset(); }
+
+void EngineSession::handle(const event::GetAnswered& answer) {
+    getInFlight_ = false;
+    if (carrier_ != Carrier::Polling) return;
+    if (phase_ == Phase::OpeningPolling) {
+        if (answer.status != 200) {
+            return refused(answer.status, answer.body, "The server answered " + std::to_string(answer.status) + ".");
+        }
+        revision_ = detectRevision(answer.body);
+        if (!revision_) return end(EndCause::ProtocolFault, "The answer is none of a Socket.IO server.");
+    } else if (answer.status != 200) {
+        const bool unknown = parseEngineError(answer.body) == EngineError::SessionUnknown;
+        return end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed,
+                   unknown ? "The server does not know the session." : "The server answered " + std::to_string(answer.status) + ".",
+                   nullptr, unknown);
+    }
+    PayloadReader reader(*revision_, answer.body);
+    while (phase_ != Phase::Ended) {
+        const auto packet = reader.next();
+        if (!packet) break;
+        didReceiveEngine(*packet);
+    }
+    if (phase_ != Phase::Ended && reader.failed()) end(EndCause::ProtocolFault, "A malformed payload.");
+}
+
+void EngineSession::handle(const event::PostAnswered& answer) {
+    postInFlight_ = false;
+    if (carrier_ != Carrier::Polling || answer.status == 200) return;
+    if (answer.status == 413) {
+        act(action::Report{"The server refused a message as too large.", Dictionary{{"status", answer.status}}});
+        return;
+    }
+    const bool unknown = parseEngineError(answer.body) == EngineError::SessionUnknown;
+    end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed, "The server answered " + std::to_string(answer.status) + ".",
+        nullptr, unknown);
+}
+
+void EngineSession::handle(const event::RequestFailed& failure) {
+    if (carrier_ != Carrier::Polling) return;
+    if (failure.isTooLarge) return end(EndCause::LimitPassed, failure.reason);
+    end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed, failure.reason);
+}
+
+void EngineSession::didReceiveEngine(const EnginePacketView& packet) {
+    const bool opening = phase_ == Phase::OpeningWebSocket || phase_ == Phase::OpeningPolling;
+    if (opening != (packet.type == EnginePacketType::Open)) {
+        return end(EndCause::ProtocolFault, opening ? "The server did not begin with an open packet." : "A second open packet.");
+    }
+    switch (packet.type) {
+        case EnginePacketType::Open: return didReceiveOpen(packet.data);
+        case EnginePacketType::Close: return end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed, "transport close");
+        case EnginePacketType::Ping: return didReceivePing();
+        case EnginePacketType::Pong:
+            if (revision_ == EngineRevision::V3) {
+                heartbeatDeadline_.reset();
+                nudgeDeadline_.reset();
+            }
+            return;
+        case EnginePacketType::Upgrade:
+        case EnginePacketType::Noop: return;
+        case EnginePacketType::Message: break;
+    }
+    switch (packet.content) {
+        case EnginePacketView::Content::Text: return didDecode(decoder_.text(packet.data));
+        case EnginePacketView::Content::Binary: return didDecode(decoder_.attachment(Data(packet.data)));
+        case EnginePacketView::Content::Base64: {
+            auto bytes = decodeBase64(packet.data);
+            if (!bytes) return end(EndCause::ProtocolFault, "An attachment that is no base64.");
+            return didDecode(decoder_.attachment(Data::fromString(std::move(*bytes))));
+        }
+    }
+}
+
+void EngineSession::didDecode(PacketDecoder::Result result) {
+    switch (result.status) {
+        case PacketDecoder::Status::Partial: return;
+        case PacketDecoder::Status::Malformed: return end(EndCause::ProtocolFault, result.why);
+        case PacketDecoder::Status::Complete: break;
+    }
+    if (phase_ == Phase::Detecting) {
+        const auto told = revisionToldBy(result.packet);
+        if (!told) return;
+        decide(*told);
+    }
+    if (phase_ == Phase::Joining) return didReceiveWhileJoining(std::move(result.packet));
+    didReceiveWhileJoined(std::move(result.packet));
+}
+
+void EngineSession::didReceiveWhileJoined(Packet packet) {
+    if (packet.nsp != config_.nsp) return;
+    switch (packet.type) {
+        case PacketType::Event:
+        case PacketType::Ack: return act(action::Deliver{std::move(packet)});
+        case PacketType::Disconnect: return end(EndCause::ServerDisconnect, "io server disconnect");
+        case PacketType::Error:
+            return act(action::Report{packet.payload.asString().value_or("The server reported an error."), packet.payload});
+        case PacketType::Connect: return;
+    }
+}
+
+// Heartbeat: revision 3 pings and expects a pong, revision 4 is pinged. Only what is received counts.
+
+void EngineSession::didReceivePing() {
+    if (phase_ == Phase::Detecting) decide(EngineRevision::V4);  // servers of revision 3 never ping
+    if (revision_ != EngineRevision::V4) return;
+    heartbeatDeadline_ = now_ + open_.pingInterval + open_.pingTimeout;
+    nudgeDeadline_.reset();
+    send("3");
+}
+
+void EngineSession::beat() {
+    send("2");
+    if (!heartbeatDeadline_) heartbeatDeadline_ = now_ + open_.pingTimeout;
+    pingDue_ = now_ + open_.pingInterval;
+}
+
+void EngineSession::handle(const event::Nudge&) {
+    if (!isJoined() || phase_ == Phase::Draining) return;
+    if (carrier_ == Carrier::WebSocket) {
+        if (!nudgeDeadline_) nudgeDeadline_ = now_ + std::min<std::chrono::milliseconds>(open_.pingTimeout, kNudgeTimeout);
+        act(action::PingWebSocket{});
+    } else if (revision_ == EngineRevision::V3) {
+        beat();
+    }
+}
+
+void EngineSession::handle(const event::Tick&) {
+    const auto isDue = [this](const std::optional<TimePoint>& due) { return due && *due <= now_; };
+    if (isConnecting() && isDue(connectDeadline_)) {
+        const bool opening = phase_ == Phase::OpeningWebSocket || phase_ == Phase::OpeningPolling;
+        return end(EndCause::ConnectFailed,
+                   opening ? "The server did not answer in time." : "The namespace was not joined in time.");
+    }
+    if (phase_ == Phase::OpeningWebSocket && isDue(webSocketDeadline_)) {
+        act(action::DropWebSocket{});
+        return openPolling();
+    }
+    if (isDue(heartbeatDeadline_) || isDue(nudgeDeadline_)) return end(EndCause::HeartbeatMissed, "ping timeout");
+    if ((phase_ == Phase::Probing || phase_ == Phase::Draining) && isDue(upgradeDeadline_)) return abandonUpgrade();
+    if (phase_ != Phase::Draining && isDue(pingDue_)) beat();
+}
+
+// Upgrade: probe the WebSocket, let polling run dry, change over. Until then polling carries everything.
+
+void EngineSession::didReceiveProbeAnswer(std::string_view text) {
+    if (text != "3probe") return abandonUpgrade();
+    phase_ = Phase::Draining;
+}
+
+void EngineSession::abandonUpgrade() {
+    phase_ = Phase::Joined;
+    upgradeDeadline_.reset();
+    act(action::DropWebSocket{});
+}
+
+void EngineSession::finishUpgradeWhenDrained() {
+    if (getInFlight_ || postInFlight_) return;
+    phase_ = Phase::Joined;
+    carrier_ = Carrier::WebSocket;
+    upgradeDeadline_.reset();
+    act(action::SendText{"5"});
+    for (auto& text : outgoing_) act(action::SendText{std::move(text)});
+    outgoing_.clear();
+    outgoingBytes_ = 0;
+}
+
+// Sending
+
+void EngineSession::send(std::string text) {
+    if (carrier_ == Carrier::WebSocket) return act(action::SendText{std::move(text)});
+    outgoingBytes_ += text.size();
+    outgoing_.push_back(std::move(text));
+}
+
+void EngineSession::handle(const event::Emit& message) {
+    if (!isJoined()) return;
+    send(message.packet.text);
+    for (const Data& attachment : message.packet.attachments) {
+        if (carrier_ == Carrier::WebSocket) {
+            act(action::SendBinary{std::string(binaryPrefix(*revision_)) += attachment.view()});
+        } else {
+            send(encodeAttachmentAsText(*revision_, attachment.view()));
+        }
+    }
+}
+
+/// What follows from any event: polling's next requests, the start and the end of an upgrade.
+void EngineSession::settle() {
+    if (phase_ == Phase::Draining) finishUpgradeWhenDrained();
+    if (phase_ == Phase::Ended || phase_ == Phase::Idle || phase_ == Phase::Draining || carrier_ != Carrier::Polling) return;
+    if (!getInFlight_) {
+        getInFlight_ = true;
+        const auto patience = phase_ == Phase::OpeningPolling
+                                  ? config_.connectTimeout
+                                  : open_.pingInterval + open_.pingTimeout + std::chrono::milliseconds(kGetSlack);
+        act(action::Get{target("polling"), patience});
+    }
+    if (phase_ == Phase::OpeningPolling) return;
+    post();
+    const bool wanted = config_.transports == TransportChoice::PollingThenWebSocket && open_.offersWebSocket;
+    if (phase_ == Phase::Joined && wanted && !triedUpgrade_) {
+        triedUpgrade_ = true;
+        phase_ = Phase::Probing;
+        upgradeDeadline_ = now_ + config_.upgradeTimeout;
+        act(action::OpenWebSocket{target("websocket")});
+    }
+}
+
+void EngineSession::post() {
+    if (postInFlight_ || outgoing_.empty()) return;
+    PayloadWriter writer(*revision_);
+    const std::size_t limit = open_.bodyLimit();
+    while (!outgoing_.empty() && (writer.empty() || writer.sizeWith(outgoing_.front()) <= limit)) {
+        writer.add(outgoing_.front());
+        outgoingBytes_ -= outgoing_.front().size();
+        outgoing_.pop_front();
+    }
+    postInFlight_ = true;
+    act(action::Post{target("polling"), writer.take()});
+}
+
+}  // namespace vexim
