@@ -44,10 +44,7 @@ void SocketIOCore::startLink(Epoch epoch) {
     if (preferWebSocket_ && session.transports == TransportChoice::PollingThenWebSocket) {
         session.transports = TransportChoice::WebSocketThenPolling;
     }
-    if (goodbyeTimer_ && goodbyeTimer_->isPending()) {
-        goodbyeTimer_->cancel();
-        if (link_) link_->close();
-    }
+    if (std::exchange(goodbyeTimer_, nullptr) && link_) link_->close();
     retireLink();
     waitingFor_.reset();
     emittedAt_.reset();
@@ -74,9 +71,10 @@ void SocketIOCore::stopLink(Outbox leftover) {
     const auto quiet = emittedAt_ ? *emittedAt_ + kBeforeGoodbye - now : Clock::TimePoint::duration::zero();
     if (quiet <= Clock::TimePoint::duration::zero()) return link_->close();
     link_->flush();
-    if (!goodbyeTimer_) goodbyeTimer_ = std::make_unique<NetworkTimer>();
+    goodbyeTimer_ = std::make_unique<NetworkTimer>();
     goodbyeTimer_->start(quiet, [self = shared_from_this()] {
         if (self->link_) self->link_->close();
+        self->goodbyeTimer_.reset();  // here, since it belongs to this thread; the core may be destroyed on another
     });
 }
 
