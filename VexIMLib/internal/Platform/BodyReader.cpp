@@ -15,8 +15,8 @@
 namespace vexim {
 namespace {
 
-constexpr std::size_t kChunkBytes = 64 * 1024;
-constexpr std::size_t kMostChunks = 4;
+constexpr std::size_t kChunkBytes = 64 * 1024;  // with its copies, what stays in a core's cache
+constexpr std::size_t kMostChunks = 8;
 
 struct Chunk {
     std::unique_ptr<std::uint8_t[]> bytes;
@@ -180,7 +180,8 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
         if (chunk.taken < chunk.count) break;
         shared_->spare.push_back(std::move(chunk.bytes));
         shared_->filled.pop_front();
-        shared_->spaceOrEnd.notify_all();
+        // Woken for every chunk, the reader would cost a switch of threads each.
+        if (shared_->filled.size() == kMostChunks / 4) shared_->spaceOrEnd.notify_all();
     }
     if (taken.count > 0) return taken;
     taken.atEnd = shared_->atEnd && !shared_->error;

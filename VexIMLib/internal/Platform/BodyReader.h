@@ -11,7 +11,7 @@
 
 namespace vexim {
 
-/// Reads an upload's body on a thread of its own into a bounded buffer (256 KiB), because a stream may wait for a disk, a pause or
+/// Reads an upload's body on a thread of its own into a bounded buffer (512 KiB), because a stream may wait for a disk, a pause or
 /// the main thread, and the network thread may not. The stream is opened when the first bytes are asked for.
 ///
 /// Used on the network thread. Destroying it interrupts the stream and waits for nothing.
