@@ -1,6 +1,7 @@
 #include "VexIMLib/internal/Platform/LibraryThreads.h"
 
 #include <curl/curl.h>
+#include <openssl/crypto.h>
 #include <openssl/ssl.h>
 #include <pthread.h>
 #include <signal.h>
@@ -122,6 +123,8 @@ bool start(const std::string& name, std::function<void()> body, std::function<vo
         }
         body();
         body = nullptr;
+        // Now, not with the thread's own end: once the hook has seen it gone, OpenSSL may be cleaned up beneath it.
+        OPENSSL_thread_stop();
         const MutexLock lock(shared.mutex);
         shared.running.erase(entry);
         shared.ended.notify_all();
