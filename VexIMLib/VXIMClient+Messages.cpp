@@ -35,15 +35,10 @@ VXIMMessage& requireMessage(const MessagePtr& message) {
     return *message;
 }
 
-/// A nil id, or a message that cannot become its wire form, is the caller's mistake and raises before anything else happens.
+/// A nil id is the caller's mistake and raises before anything else happens.
 Value requireId(Value id) {
     if (id.isNilOrNull()) throw vexim::Exception(vexim::kInvalidArgumentException, "The receiver's id must not be nil.");
     return id;
-}
-
-void requireWireForm(const MessagePtr& message) {
-    requireMessage(message).receiverDictionary();
-    message->senderDictionary();
 }
 
 /// An event's payload. What is no dictionary counts as an empty one: the message then says nothing, but it is announced.
@@ -99,7 +94,7 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMBooleanCompletion completio
 
 void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBooleanCompletion completion,
                              std::shared_ptr<VXIMTransfer> transfer) {
-    requireWireForm(message);
+    requireMessage(message).requireIds();
     message->setStatus(VXIMMessageStatusSending);
 
     ErrorPtr error;
@@ -116,10 +111,10 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
     }
 
     message->setSendTimestamp(currentTime());
-    auto finish = [self = self(), message, completion = std::move(completion), transfer](const std::optional<Dictionary>& payload,
+    auto finish = [self = self(), message, completion = std::move(completion), transfer](std::optional<Dictionary> payload,
                                                                                          const ErrorPtr& uploadError) {
         if (payload) {
-            if (const auto live = self->socketio()) live->emit("say", Array{*payload});
+            self->say(*std::move(payload));
             message->setStatus(VXIMMessageStatusSent);
             // For this side only: the payload went out with the time of the send's beginning.
             message->setSendTimestamp(currentTime());
@@ -134,6 +129,12 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
     uploadMessageAttachment(message, std::move(progress), std::move(finish), std::move(transfer));
 }
 
+void VXIMClient::say(Dictionary payload) {
+    Array items;
+    items.append(std::move(payload));
+    if (const auto socket = socketio()) socket->emit("say", items);
+}
+
 void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress, UploadBlock block,
                                          std::shared_ptr<VXIMTransfer> transfer) {
     auto finish = [message, block = std::move(block)](bool succeeded, ErrorPtr error) {
@@ -143,7 +144,7 @@ void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress
         } catch (const vexim::Exception& cause) {  // the message was changed while it waited
             error = vexim::errors::unsendable(cause);
         }
-        block(payload, error);
+        block(std::move(payload), std::move(error));
     };
     if (message->mediaType() == VXIMMessageMediaTypeText) {
         MainQueue::shared().async([finish = std::move(finish)] { finish(true, nullptr); });
@@ -174,7 +175,7 @@ void VXIMClient::sendSystemMessageToRoom(MessagePtr message, Value roomId, VXIMB
 
 void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VXIMBooleanCompletion completion,
                                    std::shared_ptr<VXIMTransfer> transfer) {
-    requireWireForm(message);
+    requireMessage(message).requireIds();
     message->setSendTimestamp(currentTime());
     message->setStatus(VXIMMessageStatusSending);
 
@@ -189,10 +190,10 @@ void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VX
         if (!error) message->setSendTimestamp(currentTime());
         if (completion) completion(error == nullptr, error);
     };
-    auto post = [path = *path, finish = std::move(finish)](const std::optional<Dictionary>& payload, const ErrorPtr& uploadError) {
+    auto post = [path = *path, finish = std::move(finish)](std::optional<Dictionary> payload, const ErrorPtr& uploadError) {
         if (!payload) return finish(nullptr, uploadError);
         try {
-            VXIMHTTPRequest::post(path, *payload, finish);
+            VXIMHTTPRequest::post(path, *std::move(payload), finish);
         } catch (const vexim::Exception& cause) {  // a payload that is no JSON
             finish(nullptr, vexim::errors::unsendable(cause));
         }

@@ -168,9 +168,11 @@ private:
     void didReceiveMessage(const std::shared_ptr<VXIMMessage>& message);
 
     /// Gets the wire form once the attachment is up, or nullopt and the error.
-    using UploadBlock = std::function<void(const std::optional<vexim::Dictionary>& payload, std::shared_ptr<vexim::Error> error)>;
+    using UploadBlock = std::function<void(std::optional<vexim::Dictionary> payload, std::shared_ptr<vexim::Error> error)>;
     void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress, UploadBlock block,
                                  std::shared_ptr<VXIMTransfer> transfer);
+
+    void say(vexim::Dictionary payload);
 
     std::unique_ptr<Impl> impl_;
 };

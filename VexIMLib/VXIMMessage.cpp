@@ -53,6 +53,23 @@ const Value& present(const Value& id, const char* what) {
     return id;
 }
 
+/// Whether the target is a user, group or room: only those travel. (The service may send numbers that have no name.)
+bool isPeer(const VXIMMessageTarget& target) {
+    return target.type() >= VXIMMessageTargetTypeUser && target.type() <= VXIMMessageTargetTypeRoom;
+}
+
+void requireSenderIds(const VXIMMessageTarget& sender) {
+    present(sender.userId(), "sender");
+    if (sender.type() == VXIMMessageTargetTypeGroup) present(sender.groupId(), "sender's group");
+    if (sender.type() == VXIMMessageTargetTypeRoom) present(sender.roomId(), "sender's room");
+}
+
+const Value& requireReceiverId(const VXIMMessageTarget& receiver) {
+    if (receiver.type() == VXIMMessageTargetTypeGroup) return present(receiver.groupId(), "receiver (a group)");
+    if (receiver.type() == VXIMMessageTargetTypeRoom) return present(receiver.roomId(), "receiver (a room)");
+    return present(receiver.userId(), "receiver (a user)");
+}
+
 }  // namespace
 
 std::shared_ptr<VXIMMessage> VXIMMessage::init() { return vexim::create<VXIMMessage>(); }
@@ -166,38 +183,23 @@ void VXIMMessage::setSendTimestamp(double seconds) { payload().set(kTimestamp, m
 
 std::optional<Dictionary> VXIMMessage::senderDictionary() const {
     const VXIMMessageTarget& target = *sender();
-    switch (target.type()) {
-        case VXIMMessageTargetTypeUser:
-            return Dictionary{{kId, present(target.userId(), "sender")}, {kType, number(VXIMMessageTargetTypeUser)}};
-        case VXIMMessageTargetTypeGroup:
-            return Dictionary{{kId, present(target.userId(), "sender")},
-                              {kType, number(VXIMMessageTargetTypeGroup)},
-                              {kGroupOrRoomId, present(target.groupId(), "sender's group")}};
-        case VXIMMessageTargetTypeRoom:
-            return Dictionary{{kId, present(target.userId(), "sender")},
-                              {kType, number(VXIMMessageTargetTypeRoom)},
-                              {kGroupOrRoomId, present(target.roomId(), "sender's room")}};
-        case VXIMMessageTargetTypeAllUsers:
-        case VXIMMessageTargetTypeSystem:
-        case VXIMMessageTargetTypeUnknown: break;
-    }
-    return std::nullopt;  // also for numbers without a name, which the service may send
+    if (!isPeer(target)) return std::nullopt;
+    requireSenderIds(target);
+    Dictionary from{{kId, target.userId()}, {kType, number(target.type())}};
+    if (target.type() == VXIMMessageTargetTypeGroup) from.set(kGroupOrRoomId, target.groupId());
+    if (target.type() == VXIMMessageTargetTypeRoom) from.set(kGroupOrRoomId, target.roomId());
+    return from;
 }
 
 std::optional<Dictionary> VXIMMessage::receiverDictionary() const {
     const VXIMMessageTarget& target = *receiver();
-    const auto entry = [&target](const Value& id, const char* what) {
-        return Dictionary{{kId, present(id, what)}, {kType, number(target.type())}};
-    };
-    switch (target.type()) {
-        case VXIMMessageTargetTypeUser: return entry(target.userId(), "receiver (a user)");
-        case VXIMMessageTargetTypeGroup: return entry(target.groupId(), "receiver (a group)");
-        case VXIMMessageTargetTypeRoom: return entry(target.roomId(), "receiver (a room)");
-        case VXIMMessageTargetTypeAllUsers:
-        case VXIMMessageTargetTypeSystem:
-        case VXIMMessageTargetTypeUnknown: break;
-    }
-    return std::nullopt;
+    if (!isPeer(target)) return std::nullopt;
+    return Dictionary{{kId, requireReceiverId(target)}, {kType, number(target.type())}};
+}
+
+void VXIMMessage::requireIds() const {
+    if (isPeer(*sender())) requireSenderIds(*sender());
+    if (isPeer(*receiver())) requireReceiverId(*receiver());
 }
 
 Dictionary VXIMMessage::dictionaryRepresentation() {

@@ -142,6 +142,8 @@ public:
 
 private:
     friend class VXIMClient;
+    /// Raises where `dictionaryRepresentation` would.
+    void requireIds() const;
     /// Uploads the file at `attachmentPath` and takes its URL over; succeeds at once when there is none.
     void uploadAttachmentWithProgress(VXIMProgress progress, VXIMBooleanCompletion completion,
                                       std::shared_ptr<VXIMTransfer> transfer);

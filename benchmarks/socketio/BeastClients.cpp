@@ -112,6 +112,15 @@ void emitCoalesced(std::uint16_t port, long count) {
     }
 }
 
+void emitEachFrame(std::uint16_t port, long count) {
+    asio::io_context context(1);
+    beast::websocket::stream<tcp::socket> stream(context);
+    join(stream, stream.next_layer(), port, "sink");
+    const json::value message = json::parse(kMessage);
+    stream.text(true);
+    for (; count > 0; --count) stream.write(asio::buffer("42/chat,[\"say\"," + json::serialize(message) + "]"));
+}
+
 void connectAndClose(std::uint16_t port) {
     asio::io_context context(1);
     beast::websocket::stream<tcp::socket> stream(context);

@@ -13,6 +13,8 @@ void receiveWithAsyncReads(std::uint16_t port, long count);
 void receiveWithBufferedReads(std::uint16_t port, long count);
 /// Boost.JSON to text, framed and masked by hand into one buffer that is written when it is full.
 void emitCoalesced(std::uint16_t port, long count);
+/// One Beast write a frame.
+void emitEachFrame(std::uint16_t port, long count);
 /// Connects, joins and closes.
 void connectAndClose(std::uint16_t port);
 
