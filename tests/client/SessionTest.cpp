@@ -351,10 +351,10 @@ TEST_F(Session, CanBeReleasedInAnyCallback) {
          [&] {
              login();
              bool done = false;
-             client->logoutWithCompletion([&](bool, const vexim::ErrorPtr&) {
+             client->logoutWithCompletion(once([&](bool, const vexim::ErrorPtr&) {
                  client = nullptr;
                  done = true;
-             });
+             }));
              ASSERT_TRUE(eventually([&] { return done; }));
          }},
         {"its delegate, in the delegate",
