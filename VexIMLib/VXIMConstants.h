@@ -10,7 +10,8 @@ VEXIM_EXPORT extern const char* const VXIMClientDidReceiveSystemMessageNotificat
 VEXIM_EXPORT extern const char* const VXIMFriendOnlineNotification;
 VEXIM_EXPORT extern const char* const VXIMFriendOfflineNotification;
 
-/// Domain of the errors that the library makes itself: a send that cannot be made (1), a refused login (the service's code),
+/// Domain of the errors that the library makes itself: a send that cannot be made (1), an answer of the service that cannot be
+/// used, such as a list with an element that makes no object (2), a refused login (the service's code),
 /// a passenger without an id (5004).
 VEXIM_EXPORT extern const char* const VXIMErrorDomain;
 
