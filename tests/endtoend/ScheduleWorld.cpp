@@ -246,6 +246,7 @@ void ScheduleWorld::downloadAttachment() {
     auto message = keep(messages_, VXIMMessage::messageWithImageFileAtPath(std::nullopt));
     message->setAttachmentUrl(vxim_configuration->socketURL()->absoluteString() + "/files/" + std::to_string(below(10)));
     const auto transfer = below(2) == 0 ? keep(transfers_, VXIMTransfer::transfer()) : nullptr;
+    if (transfer && below(4) == 0) transfer->cancel();
     message->downloadAttachment(downloadPath(), progress(), mustRun<VXIMResultCompletion>(), transfer);
 }
 
