@@ -143,6 +143,8 @@ void VXIMClient::socketDidConnect() {
 }
 
 void VXIMClient::socketDidDisconnect() {
+    // It has closed, also where `resetFlags` made the logout be forgotten.
+    const auto kept = std::exchange(impl_->keptUntilClosed, nullptr);
     if (const auto user = currentUser()) user->setOnline(false);
     impl_->offlineTemporally = !impl_->tryLogout;
     if (impl_->tryLogout) {
@@ -218,7 +220,6 @@ void VXIMClient::deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completi
 }
 
 void VXIMClient::didLogout() {
-    const auto kept = std::exchange(impl_->keptUntilClosed, nullptr);
     impl_->status = VXIMClientStatusClosed;
     resetFlags();
     if (const auto socket = socketio()) socket->removeAllHandlers();
