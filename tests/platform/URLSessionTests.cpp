@@ -81,7 +81,7 @@ TEST(URLSession, SendsWhatTheRequestSaysAndNothingElse) {
     request.headers.set("X-Empty", "");
     request.headers.set("X-Smuggled", "a\r\nX-Evil: 1");
     request.headers.set("Bad Name", "x");
-    request.headers.set("Content-Length", "99");
+    request.headers.set("Content-Length", "987654321");
     for (const char* method : {"GET", "DELETE", "POST", "PUT", "HEAD"}) {
         request.method = method;
         EXPECT_EQ(probe->load(request).status, 200) << method;
@@ -91,7 +91,8 @@ TEST(URLSession, SendsWhatTheRequestSaysAndNothingElse) {
     EXPECT_EQ(seen[0].target, "/ctx/../u%2Fv?q=a&b") << "paths are sent as they stand";
     for (const auto& wire : seen) {
         EXPECT_NE(wire.head.find("x-FIRST: 2\r\nX-Empty:\r\n"), std::string::npos) << wire.head;
-        for (const char* absent : {"Evil", "Bad Name", "X-First", "Cookie", "If-", "Expect", "Content-Type", "User-Agent", "99"}) {
+        for (const char* absent :
+             {"Evil", "Bad Name", "X-First", "Cookie", "If-", "Expect", "Content-Type", "User-Agent", "987654321"}) {
             EXPECT_EQ(wire.head.find(absent), std::string::npos) << absent << " in " << wire.head;
         }
         const bool announcesBody = wire.method == "POST" || wire.method == "PUT";
