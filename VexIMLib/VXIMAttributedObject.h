@@ -37,11 +37,12 @@ public:
     void deleteAttributesWithCompletion(VXIMBooleanCompletion completion);
 
 protected:
+    /// What becomes of the local attributes when those on the server are replaced or deleted.
     enum class LocalCopy {
-        FollowsServer,  ///< replacing and deleting on the server is done locally, too
-        StaysAsItIs,
+        FollowsServer,  ///< they are replaced or deleted, too
+        StaysAsItIs,    ///< they are left alone
     };
-    /// Where the class's objects live on the server ("/groups"), by which id, and how their local attributes behave.
+    // Where the class's objects live on the server ("/groups"), by which id, and how their local attributes behave.
     virtual const char* pathPrefix() const = 0;
     virtual vexim::Value resourceId() const = 0;
     virtual LocalCopy localAttributes() const = 0;

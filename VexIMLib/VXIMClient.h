@@ -25,8 +25,9 @@ namespace vexim {
 class SocketIOClient;
 }
 
+/// Where a client's session stands. docs/guide/connection.md draws the ways between them.
 enum VXIMClientStatus : std::int32_t {
-    VXIMClientStatusNone = 0,
+    VXIMClientStatusNone = 0,      ///< no login yet
     VXIMClientStatusOpening = 1,   ///< a login has started the connection
     VXIMClientStatusOpened = 2,    ///< logged in, or connected again after a pause or a drop
     VXIMClientStatusPaused = 3,    ///< the connection closed without a logout
@@ -58,19 +59,22 @@ public:
     /// A client with the default configuration and these credentials; nullopt leaves one unset.
     static std::shared_ptr<VXIMClient> clientWithAppId(std::optional<std::string> appId, std::optional<std::string> clientKey,
                                                        std::optional<std::string> installationId);
-    /// A client with this configuration, which also becomes `vxim_configuration`: the last client made decides which
-    /// credentials and which service all REST requests use. nullptr raises.
+    // A client with this configuration, which also becomes `vxim_configuration`: the last client made decides which
+    // credentials and which service all REST requests use. nullptr raises.
     static std::shared_ptr<VXIMClient> clientWithConfiguration(std::shared_ptr<VXIMClientConfiguration> configuration);
     static std::shared_ptr<VXIMClient> initWithConfiguration(std::shared_ptr<VXIMClientConfiguration> configuration);
+
     /// With the default configuration.
     static std::shared_ptr<VXIMClient> init();
 
+    /// Where the session stands, now.
     VXIMClientStatus status() const noexcept;
     /// Held weakly. Main thread only.
     std::shared_ptr<VXIMClientDelegate> delegate() const;
     void setDelegate(const std::shared_ptr<VXIMClientDelegate>& delegate);
     /// The user being logged in or logged in; nullptr before the first login and after a logout.
     std::shared_ptr<VXIMUser> currentUser() const;
+    /// Never nullptr. What concerns the connection takes effect at the next login.
     std::shared_ptr<VXIMClientConfiguration> config() const;
     /// The live connection; nullptr before the first login and after a logout.
     std::shared_ptr<vexim::SocketIOClient> socketio() const;
@@ -80,7 +84,8 @@ public:
     bool tryLogout() const noexcept;
     /// Clears these two flags.
     void resetFlags() noexcept;
-    /// For the application's use: the library fills neither. nullopt at first. Main thread only.
+
+    // For the application's use: the library fills neither. nullopt at first. Main thread only.
     const std::optional<vexim::Array>& onlineFriends() const noexcept;
     void setOnlineFriends(std::optional<vexim::Array> friends);
     const std::optional<vexim::Dictionary>& messages() const noexcept;
@@ -109,8 +114,10 @@ public:
     void logoutWithCompletion(VXIMBooleanCompletion completion);
     /// Removes the configuration's installation from the current user; succeeds at once when either id is missing.
     void deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion);
-    /// Closes the connection until `resume`.
+    /// Closes the connection until `resume`; the status becomes Paused when it has closed.
     void pause();
+    /// Connects again with the credentials of the last login. The status is Resuming until the connection stands: without a
+    /// login before, for good.
     void resume();
 
     // Chat messages. A message counts as sent once it was handed to the connection. `completion` runs once.

@@ -29,6 +29,7 @@ public:
     /// Everything nil, false or 0, and no options.
     static std::shared_ptr<VXIMClientConfiguration> init();
 
+    /// Sent with every request and every login.
     const std::optional<std::string>& appId() const noexcept { return appId_; }
     void setAppId(std::optional<std::string> appId) { appId_ = std::move(appId); }
     /// Signs every request and every login; never sent itself.
@@ -102,6 +103,7 @@ public:
     ConfigurationSlot(const ConfigurationSlot&) = delete;
     ConfigurationSlot& operator=(const ConfigurationSlot&) = delete;
 
+    // nullptr empties the slot, and is what an empty one gives.
     ConfigurationSlot& operator=(std::shared_ptr<VXIMClientConfiguration> configuration);
     std::shared_ptr<VXIMClientConfiguration> get() const;
     operator std::shared_ptr<VXIMClientConfiguration>() const { return get(); }

@@ -17,14 +17,16 @@ public:
 
     /// The service accepted the login, also after a reconnect for which it asked again.
     virtual void clientDidLogin(const std::shared_ptr<VXIMClient>& client);
-    /// Followed by `clientDidDisconnect`.
+    /// A logout has ended. Followed by `clientDidDisconnect`.
     virtual void clientDidLogout(const std::shared_ptr<VXIMClient>& client);
+    /// Before each attempt to connect again after a drop.
     virtual void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client);
     /// The connection closed: after a pause, a drop or a logout.
     virtual void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client);
 
+    // The sender's side is built from the id alone: fetch what else you need.
     /// A message between the current user and a friend; `from` is always the other one, also when the message is the user's
-    /// own, sent from another device. It is built from the id alone, and so are the group and the room below.
+    /// own, sent from this or another device.
     virtual void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
                                                    const std::shared_ptr<VXIMMessage>& message,
                                                    const std::shared_ptr<VXIMFriendInfo>& from);
@@ -34,10 +36,13 @@ public:
     virtual void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client,
                                                  const std::shared_ptr<VXIMMessage>& message,
                                                  const std::shared_ptr<VXIMRoom>& from);
+
+    /// A message from the service's operators; its receiver is of unknown type.
     virtual void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>& client,
                                                const std::shared_ptr<VXIMMessage>& message);
 
-    /// `info` is built from the id alone after the event: its `online` says false here.
+    // A friend's first connection has come, or the last one has gone. `info` is built from the id alone after the event: its
+    // `online` says false in both.
     virtual void clientFriendDidOnline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info);
     virtual void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info);
 };

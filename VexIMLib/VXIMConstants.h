@@ -15,10 +15,12 @@ VEXIM_EXPORT extern const char* const VXIMFriendOfflineNotification;
 /// a passenger without an id (5004).
 VEXIM_EXPORT extern const char* const VXIMErrorDomain;
 
+// The version of the library that runs, which can be newer than the one compiled against. The string also names the library,
+// and ends with a newline.
 VEXIM_EXPORT extern const double VexIMLibVersionNumber;
 VEXIM_EXPORT extern const unsigned char VexIMLibVersionString[];
 
-/// Suggested throttling for uploads over slow mobile links: bytes a packet, and seconds between packets. Nothing applies them
-/// by itself.
+// Suggested throttling for uploads over slow mobile links: bytes a packet, and seconds between packets. Nothing applies them
+// by itself.
 VEXIM_EXPORT extern const unsigned long kVXIMAFUploadStream3GSuggestedPacketSize;
 VEXIM_EXPORT extern const double kVXIMAFUploadStream3GSuggestedDelay;

@@ -28,6 +28,7 @@ public:
 
     /// An info that knows the id only. nil raises NSInvalidArgumentException.
     static std::shared_ptr<VXIMFriendInfo> infoWithId(vexim::Value uid);
+    /// An info from a record as the service sends it: "id", and what `setMetadataWithDictionary` takes.
     static std::shared_ptr<VXIMFriendInfo> infoWithDictionary(const vexim::Dictionary& dictionary);
     /// As `infoWithDictionary`. Never nullptr: without "id" the info has no uid and follows nobody.
     static std::shared_ptr<VXIMFriendInfo> initWithDictionary(const vexim::Dictionary& dictionary);
@@ -43,8 +44,10 @@ public:
     void setOnline(bool online) noexcept { online_.store(online, std::memory_order_relaxed); }
     /// The time of the friendship record as sent: milliseconds since 1970; 0 when unknown.
     std::int64_t ts() const noexcept { return ts_; }
+    // Between which user ids the friendship was made; nil when unknown.
     const vexim::Value& from() const noexcept { return from_; }
     const vexim::Value& to() const noexcept { return to_; }
+
     /// nullptr when there is none.
     const std::shared_ptr<VXIMMessage>& recentMessage() const noexcept { return recentMessage_; }
 

@@ -40,17 +40,20 @@ public:
 
     /// A group that knows its id only. nil raises.
     static std::shared_ptr<VXIMGroup> groupWithId(vexim::Value groupId);
-    /// nullptr for a dictionary without entries.
+    // From a record as the service sends it. nullptr for a dictionary without entries.
     static std::shared_ptr<VXIMGroup> groupWithDictionary(vexim::Dictionary dictionary);
     static std::shared_ptr<VXIMGroup> initWithDictionary(vexim::Dictionary dictionary);
+
     /// A group to be created on the server; what is nil is left out. `name()` reads nil until the group was fetched or renamed:
     /// the creation form holds the name elsewhere.
     static std::shared_ptr<VXIMGroup> groupWithName(vexim::Value name, std::optional<vexim::Array> members, vexim::Value owner);
 
+    /// nil until the group was created on the server.
     vexim::Value groupId() const;
+    /// The attribute "name"; nil when not known. The setter changes the local copy only.
     vexim::Value name() const;
     void setName(vexim::Value name);
-    /// The owner's user id.
+    /// The owner's user id; nil when not known. The setter changes the local copy only.
     vexim::Value owner() const;
     void setOwner(vexim::Value owner);
     /// User ids. Never nil: reading a missing list stores an empty one.
@@ -59,6 +62,7 @@ public:
     /// The newest message, a new object at every read; nullptr when there is none.
     std::shared_ptr<VXIMMessage> recentMessage() const;
 
+    /// Creates a group on the server. nullptr without an error when it answers with anything but a bare id.
     static void createWithOwner(vexim::Value owner, vexim::Value name, VXIMGroupCompletion block);
     static void createWithOwner(vexim::Value owner, vexim::Value name, std::optional<vexim::Array> members,
                                 VXIMGroupCompletion block);
@@ -69,11 +73,13 @@ public:
     void fetchWithBlock(VXIMBooleanCompletion block);
     /// Messages before a time in seconds since 1970, `limit` at most. An answer that is no list gives (nullopt, nullptr).
     void getLatestMessagesBefore(double timestamp, std::int32_t limit, VXIMMessagesCompletion completion);
+    /// Hands the group over, on the server and then locally.
     void changeOwner(vexim::Value owner, VXIMBooleanCompletion block);
     /// Changes entries of the record itself (not of its attributes), on the server and then locally.
     void updateWithAttributes(vexim::Dictionary attributes, VXIMBooleanCompletion block);
     /// Members who are there already are listed twice afterwards.
     void addMembers(vexim::Array userIds, VXIMBooleanCompletion block);
+    /// On the server, and then locally; ids of no members change nothing locally.
     void removeMembers(vexim::Array userIds, VXIMBooleanCompletion block);
     /// Renames the group: the name is one of its attributes.
     void updateName(vexim::Value name, VXIMBooleanCompletion block);

@@ -20,6 +20,7 @@
 
 class VXIMMessage;
 
+/// What the body is: the text itself, or the URL of an attachment.
 enum VXIMMessageMediaType : std::int32_t {
     VXIMMessageMediaTypeText = 0,
     VXIMMessageMediaTypeImage = 1,
@@ -74,6 +75,7 @@ public:
     /// nullptr when nothing exists at `path`.
     static std::shared_ptr<VXIMMessage> messageWithVideoFileAtPath(std::optional<std::string> path);
 
+    /// How far its last send has come; a copy begins anew.
     VXIMMessageStatus status() const noexcept { return status_; }
     void setStatus(VXIMMessageStatus status) noexcept { status_ = status; }
 
@@ -81,6 +83,7 @@ public:
     const std::shared_ptr<VXIMMessageTarget>& sender() const;
     /// Never nullptr.
     const std::shared_ptr<VXIMMessageTarget>& receiver() const;
+    /// Whether the sender is the service itself.
     bool isSystemMessage() const;
 
     /// The message's one payload, to be read and written in place.
@@ -88,6 +91,7 @@ public:
     /// Replaces it as it stands (nullopt: a fresh one at the next read). Sender and receiver stay.
     void setPayload(std::optional<vexim::Dictionary> payload);
 
+    /// Text when the payload says nothing; any number may stand here, as it may in what the service sends.
     VXIMMessageMediaType mediaType() const;
     void setMediaType(VXIMMessageMediaType mediaType);
     /// The body; nullopt when there is none (or it is no string).

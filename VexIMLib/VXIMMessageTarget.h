@@ -28,10 +28,11 @@ public:
     /// A target of unknown type without ids.
     static std::shared_ptr<VXIMMessageTarget> init();
 
-    VXIMMessageTargetType type() const noexcept { return type_; }
     /// Any number may stand here, as it may in what the service sends.
+    VXIMMessageTargetType type() const noexcept { return type_; }
     void setType(VXIMMessageTargetType type) noexcept { type_ = type; }
 
+    // nil when not set. A target of a group's or a room's message may name the user who speaks in it, too.
     const vexim::Value& userId() const noexcept { return userId_; }
     void setUserId(vexim::Value userId);
     const vexim::Value& groupId() const noexcept { return groupId_; }

@@ -34,8 +34,10 @@ public:
     static std::shared_ptr<T> passengerWithId(vexim::Value passengerId) {
         return vexim::create<T>(vexim::Dictionary{{"id", std::move(passengerId)}});
     }
+    /// A passenger from a record as the service sends it.
     static std::shared_ptr<VXIMPassenger> initWithDictionary(vexim::Dictionary dictionary);
 
+    /// The passenger's id; nil when not known.
     vexim::Value pid() const;
     void setPid(vexim::Value pid);
 

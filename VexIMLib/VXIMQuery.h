@@ -28,6 +28,7 @@
 class VEXIM_EXPORT VXIMQuery final : public vexim::Object {
 public:
     using Object::Object;
+    // A search without conditions.
     static std::shared_ptr<VXIMQuery> query();
     static std::shared_ptr<VXIMQuery> init();
 
@@ -47,11 +48,13 @@ public:
 
     /// Replaces an earlier condition on `attribute`; nil removes it.
     void whereAttribute(std::string_view attribute, vexim::Value equalTo);
+
     // `orderBy…` forgets the sort keys so far, `add…` appends to them.
     void orderByAscending(std::string key);
     void addAscendingOrder(std::string key);
     void orderByDescending(std::string key);
     void addDescendingOrder(std::string key);
+
     /// Replaces the order; a descriptor without a key changes nothing.
     void orderBySortDescriptor(const vexim::SortDescriptor& descriptor);
     /// Appends to the order, leaving out descriptors without a key.

@@ -33,11 +33,13 @@ public:
 
     /// A room that knows its id only. nil raises.
     static std::shared_ptr<VXIMRoom> roomWithId(vexim::Value roomId);
-    /// nullptr for a dictionary without "id".
+    // From a record as the service sends it. nullptr for a dictionary without "id".
     static std::shared_ptr<VXIMRoom> roomWithDictionary(vexim::Dictionary dictionary);
     static std::shared_ptr<VXIMRoom> initWithDictionary(vexim::Dictionary dictionary);
 
+    /// The room's id.
     vexim::Value roomId() const;
+    /// nil when not known. The setter changes the local copy only.
     vexim::Value name() const;
     void setName(vexim::Value name);
     /// User ids; nil when the list is not known.
@@ -46,8 +48,8 @@ public:
     /// When the room was created: seconds since 1970; 0 when not known.
     double createTs() const;
 
-    static void createWithName(vexim::Value name, VXIMRoomCompletion block);
     /// Creates a room on the server. Fails without an error when the service answers with anything but a bare id.
+    static void createWithName(vexim::Value name, VXIMRoomCompletion block);
     static void createWithName(vexim::Value name, std::optional<vexim::Array> members, VXIMRoomCompletion block);
     /// Merges the server's record into this room.
     void fetchWithBlock(VXIMBooleanCompletion block);
@@ -55,6 +57,7 @@ public:
     void updateName(vexim::Value name, VXIMBooleanCompletion block);
     /// Members who are there already are listed twice afterwards; a list that is not known stays so.
     void addMembers(vexim::Array userIds, VXIMBooleanCompletion block);
+    /// On the server, and then locally; ids of no members change nothing locally.
     void removeMembers(vexim::Array userIds, VXIMBooleanCompletion block);
     /// Deletes it on the server; this object stays as it is.
     void deleteWithBlock(VXIMBooleanCompletion block);

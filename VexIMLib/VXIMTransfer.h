@@ -12,6 +12,7 @@
 ///     transfer->cancel();  // done(nil, "NSURLErrorDomain" -999), once, on the main queue
 class VEXIM_EXPORT VXIMTransfer {
 public:
+    /// A handle that no transfer has yet.
     static std::shared_ptr<VXIMTransfer> transfer();
     ~VXIMTransfer();
     VXIMTransfer(const VXIMTransfer&) = delete;
@@ -20,6 +21,7 @@ public:
     /// Ends the transfer: its completion gets "NSURLErrorDomain" -999. A handle cancelled beforehand ends the transfer that
     /// it is passed to. False when the completion has run already or `cancel` was called before.
     bool cancel();
+    /// Whether `cancel` was called in time.
     bool isCancelled() const;
     /// Whether the completion has run, or is running.
     bool isFinished() const;

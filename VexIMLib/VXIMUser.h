@@ -43,14 +43,17 @@ public:
     /// nullptr for a dictionary without "id".
     static std::shared_ptr<VXIMUser> initWithDictionary(vexim::Dictionary dictionary);
 
+    /// The user's id.
     vexim::Value uid() const;
+    /// How many live connections the user had when the record was fetched; 0 when not known.
     std::int64_t sessionCount() const;
+    /// Whether the user has any. Of the current user: whether this client is connected.
     bool online() const;
     void setOnline(bool online);
     /// When the record last changed; 1970-01-01 when not known.
     vexim::Date updatedAt() const;
 
-    /// What the login of the current user was made with, if it was; never sent.
+    // What the login of the current user was made with, if it was; never sent.
     const vexim::Value& username() const noexcept { return username_; }
     void setUsername(vexim::Value username) { username_ = std::move(username); }
     const vexim::Value& phoneNumber() const noexcept { return phoneNumber_; }

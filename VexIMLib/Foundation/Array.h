@@ -22,6 +22,7 @@ struct ArrayRep;
 class VEXIM_EXPORT Array {
 public:
     Array() noexcept = default;
+    /// With these elements; a nil among them raises.
     Array(std::initializer_list<Value> elements);
     explicit Array(std::vector<Value> elements);
     /// The strings as an array of string values.
@@ -33,25 +34,32 @@ public:
     Array& operator=(Array&& other) noexcept;
     ~Array();
 
+    // As a standard container's. Iterators live as long as this array is not written.
     std::size_t size() const noexcept;
     bool empty() const noexcept { return size() == 0; }
     const Value* begin() const noexcept;
     const Value* end() const noexcept;
+
     /// The element at `index`; raises NSRangeException beyond the end.
     const Value& at(std::size_t index) const;
     /// The element at `index`, nil beyond the end. The reference lives as long as this array is not written.
     const Value& get(std::size_t index) const noexcept;
+    /// Whether an element equals `value`; takes time by the length.
     bool contains(const Value& value) const;
 
+    // A nil element raises NSInvalidArgumentException, an index beyond the end NSRangeException. Nothing has changed then.
     void reserve(std::size_t count);
     void append(Value element);
     void appendAll(const Array& others);
     void set(std::size_t index, Value element);
-    /// Calls `change` with the element in place, so that a container inside it is changed without a copy.
+    /// Calls `change` with the element in place, so that a container inside it is changed without a copy. What is nil
+    /// afterwards is removed.
     void update(std::size_t index, const std::function<void(Value&)>& change);
     void remove(std::size_t index);
+
     /// Removes every element equal to `value`.
     void removeAll(const Value& value);
+    /// Leaves it empty; copies keep their elements.
     void clear() noexcept;
 
     /// Elements that are strings, in order; others are left out.
@@ -59,6 +67,7 @@ public:
     /// "[a, b]" with each element as `%@` would print it.
     std::string description() const;
 
+    /// Element by element, in order.
     friend VEXIM_EXPORT bool operator==(const Array& a, const Array& b) noexcept;
 
 private:

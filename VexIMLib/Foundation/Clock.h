@@ -10,6 +10,7 @@ namespace vexim {
 /// Where time comes from: two readings, so that tests can turn it by hand.
 class VEXIM_EXPORT Clock {
 public:
+    /// Has no relation to the calendar.
     using TimePoint = std::chrono::steady_clock::time_point;
 
     virtual ~Clock();

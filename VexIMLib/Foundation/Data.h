@@ -19,8 +19,10 @@ struct DataRep;
 class VEXIM_EXPORT Data {
 public:
     Data() noexcept = default;
+    /// A copy of these bytes.
     Data(const void* bytes, std::size_t size);
     explicit Data(std::string_view bytes);
+    /// Takes the vector's buffer over, without a copy.
     explicit Data(std::vector<std::uint8_t> bytes);
     /// Takes the string's buffer over, without a copy.
     static Data fromString(std::string&& bytes);
@@ -31,13 +33,15 @@ public:
     Data& operator=(Data&& other) noexcept;
     ~Data();
 
+    // Pointers and views are valid while this object, or a copy of it, lives.
     const std::uint8_t* bytes() const noexcept;
     std::size_t size() const noexcept;
     bool empty() const noexcept { return size() == 0; }
     std::span<const std::uint8_t> span() const noexcept { return {bytes(), size()}; }
-    /// The same bytes as characters; valid while this object (or a copy of it) lives.
+    /// The same bytes as characters.
     std::string_view view() const noexcept;
 
+    /// Byte by byte.
     friend VEXIM_EXPORT bool operator==(const Data& a, const Data& b) noexcept;
 
 private:

@@ -10,13 +10,14 @@
 
 namespace vexim {
 
-// Keys of an error's user information.
+// Keys of an error's user information: a text, an `Error`, and a text.
 inline constexpr const char* kLocalizedDescriptionKey = "NSLocalizedDescription";
 inline constexpr const char* kUnderlyingErrorKey = "NSUnderlyingError";
 inline constexpr const char* kFailingURLKey = "NSErrorFailingURLKey";
 
-// URL loading, with its published codes.
+/// Domain of what goes wrong while a URL is loaded, with the codes below.
 inline constexpr const char* kURLErrorDomain = "NSURLErrorDomain";
+/// The published codes of URL loading.
 enum URLErrorCode : std::int64_t {
     URLErrorUnknown = -1,
     URLErrorCancelled = -999,
@@ -47,8 +48,9 @@ enum URLErrorCode : std::int64_t {
     URLErrorServerCertificateNotYetValid = -1204,
 };
 
-// Files and JSON.
+/// Domain of what cannot be read or written as JSON (3840, 3851) or as an archive (3851, 4864), and of files.
 inline constexpr const char* kCocoaErrorDomain = "NSCocoaErrorDomain";
+/// Domain of the system's own errors; the code is `errno`.
 inline constexpr const char* kPOSIXErrorDomain = "NSPOSIXErrorDomain";
 
 class Error;
@@ -59,19 +61,24 @@ using ErrorPtr = std::shared_ptr<Error>;
 class VEXIM_EXPORT Error final : public Object {
 public:
     using Object::Object;
+    /// Any user information, normally a dictionary with the keys above; nil is none.
     static ErrorPtr make(std::string domain, std::int64_t code, Value userInfo = nullptr);
     /// With `description` as the only entry of the user information.
     static ErrorPtr withDescription(std::string domain, std::int64_t code, std::string description);
 
+    // Together they say what went wrong; compare with `is`.
     const std::string& domain() const noexcept { return domain_; }
     std::int64_t code() const noexcept { return code_; }
+
     /// Normally a dictionary; a service's own value may stand here as it arrived.
     const Value& userInfo() const noexcept { return userInfo_; }
     /// The entry of the user information when that is a dictionary, else nil.
     Value info(std::string_view key) const { return userInfo_.get(key); }
     /// The user information's localized description, else a sentence with domain and code.
     std::string localizedDescription() const;
+    /// What caused this error; nullptr when it does not tell.
     ErrorPtr underlyingError() const;
+    /// Whether domain and code are these.
     bool is(std::string_view domain, std::int64_t code) const noexcept { return domain_ == domain && code_ == code; }
 
     static const Class& staticClass();

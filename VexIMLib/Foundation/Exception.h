@@ -17,11 +17,14 @@ inline constexpr const char* kRangeException = "NSRangeException";
 /// Failures of the world (network, files, server answers) are never exceptions but `Error`s.
 class VEXIM_EXPORT Exception : public std::exception {
 public:
+    /// `name` is one of the constants above, `reason` a sentence.
     Exception(std::string name, std::string reason);
     ~Exception() override;
 
+    // As given.
     const std::string& name() const noexcept { return name_; }
     const std::string& reason() const noexcept { return reason_; }
+
     /// "name: reason"
     const char* what() const noexcept override { return what_.c_str(); }
 

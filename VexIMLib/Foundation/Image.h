@@ -14,6 +14,7 @@ public:
     /// nullopt unless both sides are 1 to 65535 and `pixels` holds width × height × 4 bytes.
     static std::optional<Image> fromPixels(std::uint32_t width, std::uint32_t height, std::vector<std::uint8_t> pixels);
 
+    // Width and height in pixels; the bytes are as told above.
     std::uint32_t width() const noexcept { return width_; }
     std::uint32_t height() const noexcept { return height_; }
     const std::vector<std::uint8_t>& pixels() const noexcept { return pixels_; }

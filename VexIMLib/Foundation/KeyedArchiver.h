@@ -19,12 +19,14 @@ namespace vexim {
 class VEXIM_EXPORT Coder {
 public:
     Coder() = default;
+    /// One to decode from.
     explicit Coder(Dictionary values) : values_(std::move(values)) {}
 
     /// nil leaves the key out.
     void encode(std::string_view key, Value value) { values_.setOrRemove(key, std::move(value)); }
     /// nil when there is none.
     const Value& decode(std::string_view key) const noexcept { return values_.get(key); }
+    /// All that was encoded so far.
     const Dictionary& values() const noexcept { return values_; }
 
 private:

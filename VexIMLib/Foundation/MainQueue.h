@@ -25,8 +25,10 @@ VEXIM_EXPORT void endMainQueue() noexcept;
 ///     vexim::MainQueue::shared().runUntil([&] { return done; }, std::chrono::seconds(10));
 class VEXIM_EXPORT MainQueue {
 public:
+    /// What the queue runs; an empty one is passed over.
     using Function = std::function<void()>;
 
+    /// The process's one main queue, never destroyed. Callable from any thread.
     static MainQueue& shared();
     MainQueue(const MainQueue&) = delete;
     MainQueue& operator=(const MainQueue&) = delete;
@@ -54,6 +56,7 @@ public:
     std::optional<Clock::TimePoint> nextDeadline() const;
     /// `wake` is called, on any thread, when the queue gets something to run or an earlier deadline. It must be quick.
     void setWake(Function wake);
+    /// Whether the calling thread is the main thread.
     bool isMainThread() const;
 
 private:

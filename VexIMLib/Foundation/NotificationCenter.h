@@ -13,20 +13,23 @@
 
 namespace vexim {
 
+/// What an observer hears.
 struct Notification {
-    std::string name;
-    std::shared_ptr<Object> object;  ///< the sender, or nullptr
-    std::optional<Dictionary> userInfo;
+    std::string name;                    // what observers choose by
+    std::shared_ptr<Object> object;      // the sender, or nullptr
+    std::optional<Dictionary> userInfo;  // as each name's documentation tells
 };
 
 /// Publish and subscribe by name. Callable from any thread; posting calls the handlers in registration order, on the posting
 /// thread, with no lock held. While one post runs, what is added is not called and what is removed is not called any more.
 class VEXIM_EXPORT NotificationCenter {
 public:
+    /// Runs on the posting thread.
     using Handler = std::function<void(const Notification& notification)>;
 
     /// The process-wide centre, to which the library posts.
     static NotificationCenter& defaultCenter();
+    /// A centre of its own; the library posts to the default one only.
     NotificationCenter();
     ~NotificationCenter();
     NotificationCenter(const NotificationCenter&) = delete;
@@ -43,6 +46,7 @@ public:
     void removeObserver(const void* observer);
     void removeObserver(const void* observer, std::string_view name);
 
+    /// Calls the handlers before it returns.
     void post(const Notification& notification);
     void post(std::string name, std::shared_ptr<Object> object, std::optional<Dictionary> userInfo = std::nullopt);
 

@@ -40,10 +40,10 @@ std::shared_ptr<T> create(Arguments&&... arguments) {
     return object;
 }
 
-/// What an observer of a key hears. `newValue` is nil when the object cannot read the key.
+/// What an observer of a key hears.
 struct KeyValueChange {
-    std::string key;
-    Value newValue;
+    std::string key;  // as registered
+    Value newValue;   // nil when the object cannot read the key
 };
 
 /// The root of the library's classes: shared by reference, compared by identity, observable by key.

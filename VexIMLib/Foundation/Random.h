@@ -16,6 +16,7 @@ public:
 
     /// Cryptographic quality, drawn in bulk from the crypto library's generator.
     static std::shared_ptr<Random> system();
+    /// The source that the library draws from; the system's unless another was set.
     static std::shared_ptr<Random> shared();
     /// Replaces it (nullptr: the system's again). Set it before other threads use the library.
     static void setShared(std::shared_ptr<Random> random);

@@ -17,11 +17,13 @@
 
 namespace vexim {
 
+// The strict readings: nullopt for what is no number.
 VEXIM_EXPORT std::optional<bool> strictBool(const Value& value) noexcept;
 VEXIM_EXPORT std::optional<std::int64_t> strictInt64(const Value& value) noexcept;
 VEXIM_EXPORT std::optional<std::uint64_t> strictUInt64(const Value& value) noexcept;
 VEXIM_EXPORT std::optional<double> strictDouble(const Value& value) noexcept;
 
+// The lenient readings: 0 or false for what is neither a number nor numeric text.
 VEXIM_EXPORT bool lenientBool(const Value& value) noexcept;
 VEXIM_EXPORT std::int64_t lenientInt64(const Value& value) noexcept;
 VEXIM_EXPORT std::uint64_t lenientUInt64(const Value& value) noexcept;

@@ -7,8 +7,8 @@ namespace vexim {
 
 /// One sort key and its direction. Without a key it orders nothing.
 struct SortDescriptor {
-    std::optional<std::string> key;
-    bool ascending = true;
+    std::optional<std::string> key;  // an attribute's name
+    bool ascending = true;           // smallest first
 };
 
 }  // namespace vexim

@@ -18,28 +18,36 @@ public:
     /// A "file" URL; what the path holds is escaped as needed.
     static URL fileURLWithPath(std::string_view path);
 
+    /// The text that it was made from.
     const std::string& absoluteString() const noexcept { return text_; }
     /// Lower case; empty for a relative URL.
     const std::string& scheme() const noexcept { return scheme_; }
     /// Without brackets for an IPv6 address; empty when there is none.
     const std::string& host() const noexcept { return host_; }
+    /// The stated port; nullopt when there is none.
     std::optional<std::uint16_t> port() const noexcept { return port_; }
     /// The stated port, else the scheme's own (http, ws 80; https, wss 443), else 0.
     std::uint16_t portOrDefault() const noexcept;
+    // Of the authority, percent-decoded; nullopt when there is none.
     const std::optional<std::string>& user() const noexcept { return user_; }
     const std::optional<std::string>& password() const noexcept { return password_; }
-    /// Percent-decoded for file URLs' use; `encodedPath` is the text as it stands.
+
+    /// Percent-decoded, for file URLs' use.
     std::string path() const;
+    /// The path as it stands.
     const std::string& encodedPath() const noexcept { return path_; }
     /// As it stands, without the "?"; nullopt when there is none.
     const std::optional<std::string>& query() const noexcept { return query_; }
+    /// What follows the last slash of the decoded path; a slash at its end does not count.
     std::string lastPathComponent() const;
-    /// Without the dot; empty when there is none.
+    /// Of the last component. Without the dot; empty when there is none.
     std::string pathExtension() const;
+    /// Whether the scheme is "file".
     bool isFileURL() const noexcept { return scheme_ == "file"; }
     /// `reference` (as in a Location header) resolved against this URL, RFC 3986 section 5.
     std::optional<URL> resolve(std::string_view reference) const;
 
+    /// The same text: nothing is normalised.
     friend bool operator==(const URL& a, const URL& b) noexcept { return a.text_ == b.text_; }
 
 private:

@@ -36,27 +36,34 @@ struct StringRep;
 /// Copying costs at most one counter: strings, data and containers are shared until written.
 class VEXIM_EXPORT Value {
 public:
+    /// What a value holds.
     enum class Kind : std::uint8_t { Nil, Null, Boolean, Integer, Unsigned, Real, String, Data, Array, Dictionary, Object };
 
     constexpr Value() noexcept = default;                                         ///< nil
     constexpr Value(std::nullptr_t) noexcept {}                                   ///< nil
     static Value null() noexcept { return Value(Kind::Null, std::uint64_t{0}); }  ///< JSON null
+    // A number of the kind that its type says.
     Value(bool value) noexcept : Value(Kind::Boolean, std::uint64_t{value}) {}
     template <std::integral T>
     requires(!std::same_as<T, bool>) Value(T value)
     noexcept : Value(fromIntegral(value)) {}
     Value(double value) noexcept : Value(Kind::Real, value) {}
+
     /// Any other pointer would silently become a boolean.
     template <class T>
     requires(!std::same_as<std::remove_cv_t<T>, char>) Value(T* pointer)
     = delete;
-    Value(const char* text);  ///< nullptr is nil
+    // A string; nullptr and nullopt are nil. The text is copied and taken for UTF-8, unchecked.
+    Value(const char* text);
     Value(std::string_view text);
     Value(const std::string& text);
-    Value(const std::optional<std::string>& text);  ///< nullopt is nil
+    Value(const std::optional<std::string>& text);
+
+    // Shares the bytes or the store.
     Value(vexim::Data data) noexcept;
     Value(vexim::Array array) noexcept;
     Value(vexim::Dictionary dictionary) noexcept;
+
     /// An object of any class; nullptr is nil.
     template <std::derived_from<vexim::Object> T>
     Value(std::shared_ptr<T> object) noexcept : Value(fromObject(std::static_pointer_cast<vexim::Object>(std::move(object)))) {}
@@ -82,6 +89,7 @@ public:
     ~Value() {
         if (isCounted()) release();
     }
+    /// Exchanges the contents, without touching a counter.
     void swap(Value& other) noexcept {
         Value kept;
         kept.relocate(other);
@@ -90,6 +98,7 @@ public:
         kept.forget();
     }
 
+    // Which kind it is.
     Kind kind() const noexcept { return kind_; }
     bool isNil() const noexcept { return kind() == Kind::Nil; }
     bool isNull() const noexcept { return kind() == Kind::Null; }
@@ -103,12 +112,13 @@ public:
     bool isDictionary() const noexcept { return kind() == Kind::Dictionary; }
     bool isObject() const noexcept { return kind() == Kind::Object; }
 
-    // The contents, when they are of that kind. Pointers and views live as long as this value is not written.
+    // The contents, when they are of that kind, else nullopt or nullptr. Pointers and views live as long as this value is not
+    // written.
     std::optional<std::string_view> asStringView() const noexcept {
         if (!isString()) return std::nullopt;
         return textView();
     }
-    /// The text as a string of its own; nullopt when this is no string.
+    /// The text as a string of its own.
     std::optional<std::string> asString() const;
     const vexim::Data* asData() const noexcept { return isData() ? &held<vexim::Data>() : nullptr; }
     const vexim::Array* asArray() const noexcept { return isArray() ? &held<vexim::Array>() : nullptr; }
@@ -120,11 +130,11 @@ public:
         return std::dynamic_pointer_cast<T>(asObject());
     }
 
-    /// The container itself, to be written in place; the value must be of that kind (else NSInternalInconsistencyException).
+    // The container itself, to be written in place; the value must be of that kind (else NSInternalInconsistencyException).
     vexim::Array& mutableArray();
     vexim::Dictionary& mutableDictionary();
 
-    /// The exact number held, by kind; call only for that kind (asserted).
+    // The exact number held, by kind; call only for that kind (asserted).
     bool boolean() const noexcept {
         assert(kind_ == Kind::Boolean);
         return word<std::uint64_t>() != 0;

@@ -51,7 +51,9 @@ public:
     static const vexim::Class& staticClass();
     const vexim::Class& runtimeClass() const override;
 
+    /// An object with an empty store.
     static std::shared_ptr<VXIMRuntimeObject> init();
+    /// An object whose store begins with these entries.
     static std::shared_ptr<VXIMRuntimeObject> initWithDictionary(vexim::Dictionary dictionary);
     /// What the factories run. A derived class may refuse by answering false; otherwise it calls this one.
     virtual bool initialise(vexim::Dictionary dictionary);
@@ -60,6 +62,7 @@ public:
     void addEntriesFromDictionary(const vexim::Dictionary& entries);
     /// The store as it is now; later writes do not show in it.
     vexim::Dictionary dictionaryRepresentation() const { return dataStore_; }
+    /// The store itself, to be read and written in place; observers of keys hear nothing of it.
     vexim::Dictionary& dataStore() noexcept { return dataStore_; }
     const vexim::Dictionary& dataStore() const noexcept { return dataStore_; }
 
@@ -67,14 +70,16 @@ public:
     /// must live as long as the argument.
     virtual std::string_view keyPathForProperty(std::string_view property) const;
 
+    // One key of the store; dots in it are not interpreted. Subscripts and `object…` are other names for the same place.
     vexim::Value valueForKey(std::string_view key) const override;
-    /// The only writer that tells the key's observers.
+    /// nil removes. The only writer that tells the key's observers.
     virtual void setValueForKey(vexim::Value value, std::string_view key);
     vexim::Value objectForKey(std::string_view key) const;
     void setObjectForKey(vexim::Value object, std::string_view key);
     vexim::Value objectForKeyedSubscript(std::string_view key) const;
     void setObjectForKeyedSubscript(vexim::Value object, std::string_view key);
 
+    // A place at any depth: keys, separated by dots.
     vexim::Value valueForKeyPath(std::string_view keyPath) const;
     void setValueForKeyPath(vexim::Value value, std::string_view keyPath);
     vexim::Value objectForKeyPath(std::string_view keyPath) const;

@@ -18,19 +18,21 @@ namespace vexim {
 
 /// A method that can be reached by its selector. It takes its arguments from the invocation and leaves its result there.
 struct Method {
+    /// The method's body, called on the thread that sends the message.
     using Implementation = void (*)(Object& self, Invocation& invocation);
 
+    /// `types` as for `MethodSignature::signatureWithObjCTypes`, which raises for what is no type.
     Method(Selector name, std::string_view types, Implementation body);
 
-    Selector selector;
-    std::shared_ptr<const MethodSignature> signature;
-    Implementation implementation;
+    Selector selector;                                 // its name
+    std::shared_ptr<const MethodSignature> signature;  // never nullptr
+    Implementation implementation;                     // called with the receiver and the message
 };
 
 /// An instance variable's declaration: its name and type encoding.
 struct InstanceVariableDeclaration {
-    std::string name;
-    std::string typeEncoding;
+    std::string name;          // unique among the class's
+    std::string typeEncoding;  // as TypeEncoding.h tells
 };
 
 /// The runtime's record of a class. Made once, by the class's `staticClass()`, and never changed or destroyed, so it is read
@@ -50,7 +52,9 @@ public:
     Class(const Class&) = delete;
     Class& operator=(const Class&) = delete;
 
+    /// As declared; unique in the process.
     const std::string& name() const noexcept { return name_; }
+    /// nullptr for a root class.
     const Class* superclass() const noexcept { return superclass_; }
     /// A class counts as a subclass of itself.
     bool isSubclassOf(const Class& other) const noexcept;
@@ -61,9 +65,10 @@ public:
     const Method* method(Selector selector) const noexcept;
     bool instancesRespondToSelector(Selector selector) const noexcept { return method(selector) != nullptr; }
 
-    /// Those that this class declares itself, in order.
+    // Those that this class declares itself, in order.
     const std::vector<Property>& declaredProperties() const noexcept { return properties_; }
     const std::vector<InstanceVariable>& declaredInstanceVariables() const noexcept { return instanceVariables_; }
+
     /// How many slots an instance's variables take, inherited ones first.
     std::size_t instanceSlotCount() const noexcept { return instanceSlotCount_; }
 

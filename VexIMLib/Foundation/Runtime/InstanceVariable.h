@@ -14,12 +14,16 @@ class Class;
 /// A declared instance variable. It lives in the object's storage, in slots of 16 bytes; a type that is larger takes several.
 class VEXIM_EXPORT InstanceVariable {
 public:
+    /// In bytes.
     static constexpr std::size_t kSlotSize = 16;
 
+    // As declared.
     const std::string& name() const noexcept { return name_; }
     const std::string& typeEncoding() const noexcept { return typeEncoding_; }
+
     /// Where it starts in the object's storage, in bytes; a multiple of the slot size.
     std::size_t offset() const noexcept { return firstSlot_ * kSlotSize; }
+    /// How many slots it takes.
     std::size_t slotCount() const noexcept { return slotCount_; }
 
 private:
@@ -38,6 +42,7 @@ private:
 /// Different variables may be used from different threads; one variable is its user's to guard.
 class VEXIM_EXPORT InstanceStorage {
 public:
+    /// For one object of `cls`, with the variables of its superclasses.
     explicit InstanceStorage(const Class& cls);
     InstanceStorage(const InstanceStorage&) = delete;
     InstanceStorage& operator=(const InstanceStorage&) = delete;

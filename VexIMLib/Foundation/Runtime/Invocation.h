@@ -29,6 +29,7 @@ public:
     Invocation& operator=(const Invocation&) = delete;
     ~Invocation();
 
+    // As given.
     const MethodSignature& methodSignature() const noexcept { return signature_; }
     Object& target() const noexcept { return target_; }
     Selector selector() const noexcept { return selector_; }

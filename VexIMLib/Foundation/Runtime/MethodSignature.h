@@ -23,6 +23,7 @@ public:
     const std::string& argumentType(std::size_t index) const;
     /// In bytes, as an invocation holds it.
     std::size_t argumentSize(std::size_t index) const;
+    /// The encoding of the result; "v" is none.
     const std::string& methodReturnType() const noexcept { return result_.type; }
     /// In bytes; 0 for void.
     std::size_t methodReturnLength() const noexcept { return result_.size; }

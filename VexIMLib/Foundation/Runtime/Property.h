@@ -11,8 +11,8 @@ namespace vexim {
 
 /// One piece of an attribute string: its letter and what follows, such as {"T", "@\"NSString\""} or {"N", ""}.
 struct PropertyAttribute {
-    std::string name;
-    std::string value;
+    std::string name;   // the letter
+    std::string value;  // empty for a letter that stands alone
     friend bool operator==(const PropertyAttribute&, const PropertyAttribute&) = default;
 };
 
@@ -24,8 +24,10 @@ struct PropertyAttribute {
 /// Example: `T@"NSString",&,D,N` is a retained, dynamic, nonatomic string.
 class VEXIM_EXPORT Property {
 public:
+    /// The attributes as above; what is none of them is kept, too.
     Property(std::string name, std::string attributes);
 
+    /// As declared.
     const std::string& name() const noexcept { return name_; }
     /// The attribute string as declared.
     const std::string& attributes() const noexcept { return attributes_; }

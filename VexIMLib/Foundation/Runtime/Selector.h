@@ -15,10 +15,12 @@ class VEXIM_EXPORT Selector {
 public:
     /// The null selector, which names no message.
     constexpr Selector() noexcept = default;
+    // The selector of that name; an empty one is a name like any other.
     Selector(std::string_view text);
     Selector(const char* text) : Selector(std::string_view(text)) {}
     Selector(const std::string& text) : Selector(std::string_view(text)) {}
 
+    /// Whether it is the null selector.
     bool isNull() const noexcept { return text_ == nullptr; }
     /// The name; empty for the null selector.
     const std::string& text() const noexcept;

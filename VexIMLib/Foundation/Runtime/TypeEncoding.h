@@ -18,10 +18,10 @@ namespace vexim {
 
 /// The first type of an encoding.
 struct Type {
-    std::string_view text;  // with its qualifiers
-    std::size_t size = 0;   // in bytes; 0 for void, and for a structure or union whose members are not told
-    std::size_t alignment = 1;
-    bool isObject = false;
+    std::string_view text;      // with its qualifiers
+    std::size_t size = 0;       // in bytes; 0 for void, and for a structure or union whose members are not told
+    std::size_t alignment = 1;  // in bytes
+    bool isObject = false;      // held as a `Value`
 };
 
 /// Reads the first type of `encoding`; raises NSInvalidArgumentException when there is none.
