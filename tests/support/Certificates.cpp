@@ -88,7 +88,7 @@ CertificateAuthority::CertificateAuthority(const std::string& name, const Certif
 
 CertificateAuthority::CertificateAuthority(const std::string& name, const CertificateAuthority* issuer)
     : keys_(std::make_unique<Keys>()) {
-    keys_->key.reset(EVP_EC_gen("P-256"));
+    keys_->key.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     EVP_PKEY* key = keys_->key.get();
     keys_->certificate = makeCertificate(key, name, std::chrono::hours(-48), std::chrono::hours(48));
     X509* certificate = keys_->certificate.get();
@@ -105,12 +105,12 @@ CertificateAuthority::CertificateAuthority(const std::string& name, const Certif
 CertificateAuthority::~CertificateAuthority() = default;
 
 TLSIdentity CertificateAuthority::issue(const Options& options) const {
-    const Key key(EVP_EC_gen("P-256"));
+    const Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     return issueTo(key.get(), options, keys_->certificate.get(), keys_->key.get());
 }
 
 TLSIdentity CertificateAuthority::selfSigned(const Options& options) {
-    const Key key(EVP_EC_gen("P-256"));
+    const Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
     return issueTo(key.get(), options, nullptr, key.get());
 }
 

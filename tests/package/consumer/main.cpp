@@ -1,5 +1,7 @@
 // What an installed library must be able to do in a stranger's program: link all that it needs, run its threads, speak HTTP,
 // and let a program derive from its classes and catch what it throws.
+#include <VexIMLib/Async/Coroutine.h>
+#include <VexIMLib/Async/Future.h>
 #include <VexIMLib/VexIMLib.h>
 
 #include <chrono>
@@ -41,6 +43,18 @@ int main(int, char** arguments) {
     client->loginWithUserId("u1", nullptr);
     vexim::MainQueue::shared().runUntil([&heard] { return heard; }, std::chrono::seconds(20));
 
-    std::printf("%s library: raised %d, heard %d\n", kLinked, raised, heard);
-    return raised && heard ? 0 : 1;
+    // The styles are compiled into the program; what they throw must be caught there.
+    bool refused = false;
+    try {
+        vexim::wait(vexim::call(&VXIMRoom::fetchWithBlock, VXIMRoom::roomWithId("r1")));
+    } catch (const vexim::Failure&) {
+        refused = true;
+    }
+    const auto awaiting = [](std::shared_ptr<VXIMRoom> room) -> vexim::Task<bool> {
+        co_return !co_await vexim::call(&VXIMRoom::fetchWithBlock, room).within(std::chrono::milliseconds(0));
+    };
+    const bool awaited = vexim::wait(awaiting(VXIMRoom::roomWithId("r1")));
+
+    std::printf("%s library: raised %d, heard %d, refused %d, awaited %d\n", kLinked, raised, heard, refused, awaited);
+    return raised && heard && refused && awaited ? 0 : 1;
 }

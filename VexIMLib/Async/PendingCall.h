@@ -1,0 +1,146 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stop_token>
+#include <utility>
+
+#include "VexIMLib/Async/Result.h"
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/VXIMTransfer.h"
+
+namespace vexim::detail {
+
+/// What becomes of one started call: the first of answer, deadline, cancellation and abandonment counts. It may be started on
+/// any thread; everything else happens on the main one, so that nothing here needs a lock.
+template <class T>
+class PendingCall : public std::enable_shared_from_this<PendingCall<T>> {
+public:
+    using Receiver = std::function<void(PendingCall&)>;
+
+    /// `receiver` is called once, on the main queue, when there is a result to `take`.
+    explicit PendingCall(Receiver receiver) : receiver_(std::move(receiver)) {}
+    PendingCall(const PendingCall&) = delete;
+    PendingCall& operator=(const PendingCall&) = delete;
+
+    // The start, in this order.
+
+    /// False when it has been cancelled already: then nothing is to be started.
+    bool begin(std::shared_ptr<VXIMTransfer> transfer, std::stop_token stop) {
+        transfer_ = std::move(transfer);
+        if (stop.stop_requested()) {
+            settleLater(urlError(URLErrorCancelled, "cancelled"));
+            return false;
+        }
+        if (!stop.stop_possible()) return true;
+        stopping_.emplace(std::move(stop), [weak = this->weak_from_this()] {
+            if (const auto self = weak.lock()) self->cancel();
+        });
+        return true;
+    }
+
+    /// The callback to hand to the operation. When its last copy goes unanswered, the call was abandoned.
+    std::function<void(T, ErrorPtr)> completion() {
+        return [answer = std::make_shared<Answer>(this->shared_from_this())](T value, ErrorPtr error) {
+            answer->give({std::move(value), std::move(error)});
+        };
+    }
+
+    void expireAfter(std::chrono::nanoseconds limit) {
+        MainQueue::shared().after(limit, [weak = this->weak_from_this()] {
+            if (const auto self = weak.lock()) self->expire();
+        });
+    }
+
+    /// True when the result is there and this is the main thread: whoever started it goes on in place.
+    bool started() {
+        auto phase = Phase::Starting;
+        if (phase_.compare_exchange_strong(phase, Phase::Started)) return false;  // from here on the receiver may run
+        if (MainQueue::shared().isMainThread()) {
+            receiver_ = nullptr;
+            return true;
+        }
+        MainQueue::shared().async([self = this->shared_from_this()] { self->deliver(); });
+        return false;
+    }
+
+    // Main thread.
+
+    Result<T> take() { return *std::move(result_); }
+
+    /// Nobody waits any more: a transfer ends, any other answer will be dropped.
+    void forget() {
+        receiver_ = nullptr;
+        if (transfer_ && !settled_) transfer_->cancel();
+    }
+
+private:
+    enum class Phase { Starting, Started, Settled };
+
+    /// The one answer; shared by the copies of the completion.
+    class Answer {
+    public:
+        explicit Answer(std::shared_ptr<PendingCall> call) : call_(std::move(call)) {}
+        Answer(const Answer&) = delete;
+        Answer& operator=(const Answer&) = delete;
+        ~Answer() {
+            // It may die anywhere, under whatever locks: the receiver hears of it from the queue.
+            if (call_)
+                call_->settleLater(Error::withDescription(kCallErrorDomain, CallErrorAbandoned, "The operation was abandoned."));
+        }
+        void give(Result<T> result) {
+            if (const auto call = std::exchange(call_, nullptr)) call->settle(std::move(result));
+        }
+
+    private:
+        std::shared_ptr<PendingCall> call_;
+    };
+
+    static ErrorPtr urlError(URLErrorCode code, const char* description) {
+        return Error::withDescription(kURLErrorDomain, code, description);
+    }
+
+    void settle(Result<T> result) {
+        if (!MainQueue::shared().isMainThread()) {  // an operation of the application's that answers from elsewhere
+            MainQueue::shared().async([self = this->shared_from_this(), result = std::move(result)] { self->settle(result); });
+            return;
+        }
+        if (settled_) return;
+        settled_ = true;
+        result_ = std::move(result);
+        if (phase_.exchange(Phase::Settled) != Phase::Starting) deliver();  // else the start goes on from here
+    }
+    void settleLater(ErrorPtr error) {
+        MainQueue::shared().async([self = this->shared_from_this(), error = std::move(error)] { self->settle({T{}, error}); });
+    }
+    void deliver() {
+        if (const auto receiver = std::exchange(receiver_, nullptr)) receiver(*this);
+    }
+
+    /// Any thread. A transfer that cannot be cancelled any more has its answer on the way.
+    void cancel() {
+        if (!transfer_ || transfer_->cancel()) settleLater(urlError(URLErrorCancelled, "cancelled"));
+    }
+    void expire() {
+        if (settled_) return;
+        settle({T{}, urlError(URLErrorTimedOut, "The request timed out.")});
+        if (transfer_) transfer_->cancel();
+    }
+
+    // Set by the start.
+    std::shared_ptr<VXIMTransfer> transfer_;
+    std::atomic<Phase> phase_{Phase::Starting};
+
+    // Main thread.
+    Receiver receiver_;
+    std::optional<Result<T>> result_;
+    bool settled_ = false;  // there is, or was, a result
+
+    std::optional<std::stop_callback<std::function<void()>>> stopping_;  // last: gone before the rest is
+};
+
+}  // namespace vexim::detail

@@ -1,0 +1,170 @@
+// The styles over the library's own operations: each completion's shape, and the operations that may never answer.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <stop_token>
+
+#include "VexIMLib/Async/Coroutine.h"
+#include "VexIMLib/Async/Future.h"
+#include "VexIMLib/VexIMLib.h"
+#include "client/ClientFixture.h"
+#include "support/ScriptedServer.h"
+
+using namespace vexim;
+using namespace vexim::testing;
+using namespace std::chrono_literals;
+
+namespace {
+
+class OperationsTest : public ClientTest {
+protected:
+    /// Both styles must say the same, the first as it is, the second by what `get` gives or throws.
+    template <class Make>
+    std::string both(Make make) {
+        const auto await = [](auto call) -> Task<std::string> {
+            auto [value, error] = co_await std::move(call);
+            co_return error ? vexim::testing::describe(error) : show(value);
+        };
+        const std::string awaited = vexim::wait(await(make()));
+        std::string gotten;
+        try {
+            gotten = show(vexim::wait(vexim::future(make())));
+        } catch (const Failure& failure) {
+            gotten = vexim::testing::describe(failure.error());
+            EXPECT_EQ(failure.what(), failure.error()->localizedDescription());
+        }
+        EXPECT_EQ(awaited, gotten);
+        return awaited;
+    }
+
+    static std::string show(bool value) { return value ? "yes" : "no"; }
+    static std::string show(const Value& value) { return value.description(); }
+    template <class T>
+    static std::string show(const std::shared_ptr<T>& object) {
+        return object ? std::string(object->runtimeClass().name()) : "nobody";
+    }
+    template <class T>
+    static std::string show(const std::optional<std::vector<T>>& list) {
+        return list ? std::to_string(list->size()) + " found" : "nothing";
+    }
+};
+
+}  // namespace
+
+TEST_F(OperationsTest, EveryShapeOfCompletion) {
+    const auto room = VXIMRoom::roomWithId("r1");
+    const auto user = VXIMUser::userWithId("u1");
+    const auto query = VXIMQuery::query();
+    const auto boolean = [&] { return both([&] { return vexim::call(&VXIMRoom::updateName, room, "n"); }); };
+    const auto value = [&] { return both([&] { return vexim::call(&VXIMUser::addFriendWithUser, user, "u2"); }); };
+    const auto object = [&] { return both([&] { return vexim::call(&VXIMUser::getFriendInfo, user, std::string("u2")); }); };
+    const auto objects = [&] { return both([&] { return vexim::call(&VXIMQuery::findUserWithBlock, query); }); };
+    const auto isStatic = [&] {
+        return both([&] { return vexim::call(&VXIMPassenger::createOrUpdatePassengerWithAttributes, Dictionary{{"name", "n"}}); });
+    };
+    const auto inherited = [&] { return both([&] { return vexim::call(&VXIMUser::deleteAttributesWithCompletion, user); }); };
+    const auto overloaded = [&] {
+        return both([&] { return vexim::call([](VXIMRoomCompletion done) { VXIMRoom::createWithName("n", std::move(done)); }); });
+    };
+    const struct {
+        const char* why;
+        std::function<std::string()> run;
+        const char* answer;
+        const char* outcome;
+    } cases[] = {
+        {"a flag", boolean, R"({"success":true})", "yes"},
+        {"a flag that fails without an error", boolean, "{}", "no"},
+        {"a value", value, R"(["ok"])", R"([ok])"},
+        {"an object", object, R"({"id":"u2"})", "VXIMFriendInfo"},
+        {"no object and no error", object, "[]", "nobody"},
+        {"objects, from a const operation", objects, R"([{"id":"a"},{"id":"b"}])", "2 found"},
+        {"no list and no error", objects, "{}", "nothing"},
+        {"a static operation", isStatic, R"("p1")", "VXIMPassenger"},
+        {"an operation of the base class", inherited, R"({"success":true})", "yes"},
+        {"an overloaded one", overloaded, R"("r2")", "VXIMRoom"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.why);
+        service.answerWith(200, each.answer);
+        EXPECT_EQ(each.run(), each.outcome);
+        service.answerWith(400, R"({"errorCode":42,"errorMessage":"refused"})");
+        EXPECT_NE(each.run().find("VXErrorDomain 42"), std::string::npos) << each.run();
+    }
+    EXPECT_EQ(both([] { return vexim::call(&VXIMPassenger::fetchWithCompletion, VXIMPassenger::initWithDictionary({})); }),
+              both([] { return vexim::call(&VXIMPassenger::fetchWithCompletion, VXIMPassenger::initWithDictionary({})); }))
+        << "answered at once";
+}
+
+TEST_F(OperationsTest, ALoginThatIsNeverAnsweredEndsWithItsClientOrTheNextLogin) {
+    auto first = vexim::future(&VXIMClient::loginWithUserId, client, "u1");
+    settle();
+    auto second = vexim::future(vexim::call(&VXIMClient::loginWithUserId, client, "u2"));
+    EXPECT_THROW(vexim::wait(first), Failure) << "another login began";
+    settle();
+    const std::weak_ptr<VXIMClient> released = client;
+    client = nullptr;
+    try {
+        vexim::wait(second);
+        ADD_FAILURE() << "nobody answered";
+    } catch (const Failure& failure) {
+        EXPECT_TRUE(failure.error()->is(kCallErrorDomain, CallErrorAbandoned));
+    }
+    EXPECT_TRUE(released.expired()) << "a started call holds its object no longer";
+}
+
+TEST_F(OperationsTest, ALoginIsAwaited) {
+    const auto flow = [](std::shared_ptr<VXIMClient> as) -> Task<> {
+        auto [loggedIn, error] = co_await vexim::call(&VXIMClient::loginWithUserId, as, "u1").within(30s);
+        if (loggedIn) co_await vexim::call(&VXIMClient::sendMessageToFriend, as, VXIMMessage::messageWithText("hi"), "u2");
+    };
+    auto task = flow(client);
+    task.start();
+    settle();
+    socket().accept();
+    socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
+    settle();
+    EXPECT_TRUE(task.isDone());
+    EXPECT_EQ(takeEmitted().size(), 1u);
+    const std::shared_ptr<VXIMUser> nobody;
+    EXPECT_THROW((void)vexim::call(&VXIMUser::fetchWithCompletion, nobody), Exception);
+}
+
+TEST_F(OperationsTest, ATransferIsEndedByTimeCancellationAndDestruction) {
+    // Answers the head and a part of the body, then waits for the other side to go.
+    std::atomic<int> begun{0}, left{0};
+    ScriptedServer slow([&](ScriptedServer::Connection& connection) {
+        if (!connection.readRequest()) return;
+        connection.write("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\npart");
+        ++begun;
+        MainQueue::shared().async([] {});  // the test looks again
+        connection.waitForClose();
+        ++left;
+        MainQueue::shared().async([] {});
+    });
+    const auto message =
+        VXIMMessage::initWithPayloadDictionary({{"content", Dictionary{{"media", 1}, {"body", slow.url("/a.png")}}}});
+    const std::string path = (std::filesystem::temp_directory_path() / "vexim-async-test.png").string();
+    const auto download = [&] { return vexim::call(&VXIMMessage::downloadAttachment, message, path, nullptr); };
+
+    std::stop_source stop;
+    auto cancelled = vexim::future(download().cancelledBy(stop.get_token()));
+    ASSERT_TRUE(eventually([&] { return begun == 1; }));
+    stop.request_stop();
+    EXPECT_THROW(vexim::wait(cancelled), Failure);
+    EXPECT_TRUE(eventually([&] { return left == 1; })) << "the connection was given up";
+
+    auto timedOut = vexim::future(download().within(50ms));
+    EXPECT_THROW(vexim::wait(timedOut), Failure);
+    EXPECT_TRUE(eventually([&] { return left == begun; }));
+
+    const int before = begun;
+    const auto body = [](Call<Value> call) -> Task<> { co_await std::move(call); };
+    {
+        auto task = body(download());
+        task.start();
+        ASSERT_TRUE(eventually([&] { return begun == before + 1; }));
+    }
+    EXPECT_TRUE(eventually([&] { return left == begun; })) << "as when its task is destroyed";
+}
