@@ -16,7 +16,7 @@ namespace vexim::testing {
 /// A client with everything that it tells: what the application would see of a live connection.
 class LiveClient : public VXIMClientDelegate, public std::enable_shared_from_this<LiveClient> {
 public:
-    /// `options` are those of the connection.
+    /// `options` are those of the connection, which does not come back by itself unless they say so.
     static std::shared_ptr<LiveClient> make(const std::string& origin, const Dictionary& options = {}) {
         auto ears = std::make_shared<LiveClient>();
         auto configuration = VXIMClientConfiguration::defaultConfiguration();
@@ -24,6 +24,7 @@ public:
         configuration->setClientKey("key");
         configuration->setInstallationId("install");
         configuration->setSocketURL(URL::parse(origin));
+        configuration->setAutoReconnect(false);
         configuration->dictionary().addEntries(options);
         ears->client = VXIMClient::clientWithConfiguration(configuration);
         ears->client->setDelegate(ears);
