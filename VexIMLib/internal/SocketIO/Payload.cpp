@@ -101,7 +101,7 @@ std::optional<EnginePacketView> PayloadReader::nextCounted() {
 }
 
 std::optional<EnginePacketView> PayloadReader::nextOctets() {
-    const char kind = rest_.front();
+    const auto kind = static_cast<std::uint8_t>(rest_.front());  // 0 text, 1 binary; a plain char may have no sign
     std::size_t length = 0;
     std::size_t at = 1;
     for (;; ++at) {
@@ -111,7 +111,7 @@ std::optional<EnginePacketView> PayloadReader::nextOctets() {
         if (digit > 9) return std::nullopt;
         length = length * 10 + digit;
     }
-    if (kind < 0 || kind > 1 || at == 1) return std::nullopt;
+    if (kind > 1 || at == 1) return std::nullopt;
     rest_.remove_prefix(at + 1);
     if (length > rest_.size()) return std::nullopt;
     const auto packet = rest_.substr(0, length);
