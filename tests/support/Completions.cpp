@@ -1,7 +1,7 @@
 #include "support/Completions.h"
 
 #include <mutex>
-#include <vector>
+#include <unordered_set>
 
 #include "VexIMLib/Foundation/MainQueue.h"
 
@@ -10,50 +10,51 @@ namespace vexim::testing {
 namespace {
 
 std::mutex mutex;
-std::vector<std::shared_ptr<CompletionWatch>> watches;  // of the running test
-std::atomic<int> pending{0};
+// Of the running test: those that must run and have not. What has run is forgotten, so that counting a hundred thousand
+// completions takes no memory.
+std::unordered_set<std::shared_ptr<CompletionWatch>> pending;
 
 std::string place(std::source_location where) { return std::string(where.file_name()) + ":" + std::to_string(where.line()); }
 
 }  // namespace
 
 std::shared_ptr<CompletionWatch> CompletionWatch::make(Runs runs, std::source_location where) {
-    std::shared_ptr<CompletionWatch> watch(new CompletionWatch(runs, where));
-    if (runs == Runs::ExactlyOnce) ++pending;
+    std::shared_ptr<CompletionWatch> watch(new CompletionWatch(where));
     std::lock_guard lock(mutex);
-    watches.push_back(watch);
+    if (runs == Runs::ExactlyOnce) pending.insert(watch);
     return watch;
 }
 
 void CompletionWatch::called() {
-    if (isPending()) --pending;
+    {
+        std::lock_guard lock(mutex);
+        pending.erase(shared_from_this());
+    }
     if (++calls_ > 1) ADD_FAILURE() << "the completion given at " << place(where_) << " ran " << calls_ << " times";
     if (!MainQueue::shared().isMainThread())
         ADD_FAILURE() << "the completion given at " << place(where_) << " ran off the main thread";
 }
 
-int pendingCompletions() { return pending; }
+std::size_t pendingCompletions() {
+    std::lock_guard lock(mutex);
+    return pending.size();
+}
 
 std::string describePendingCompletions() {
     std::lock_guard lock(mutex);
     std::string text;
-    for (const auto& watch : watches) {
-        if (watch->isPending()) text += (text.empty() ? "" : ", ") + place(watch->where_);
-    }
+    for (const auto& watch : pending) text += (text.empty() ? "" : ", ") + place(watch->where_);
     return text;
 }
 
 void CompletionListener::OnTestEnd(const ::testing::TestInfo&) {
-    pending = 0;
-    std::vector<std::shared_ptr<CompletionWatch>> ended;
+    std::unordered_set<std::shared_ptr<CompletionWatch>> never;
     {
         std::lock_guard lock(mutex);
-        ended.swap(watches);
+        never.swap(pending);
     }
-    for (const auto& watch : ended) {
-        if (watch->isPending()) {
-            ADD_FAILURE() << "the completion given at " << place(watch->where_) << " never ran";
-        }
+    for (const auto& watch : never) {
+        ADD_FAILURE() << "the completion given at " << place(watch->where_) << " never ran";
     }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <source_location>
@@ -12,7 +13,7 @@
 namespace vexim::testing {
 
 /// Counts the calls of one completion. It fails the test at a second call and at a call off the main thread.
-class CompletionWatch {
+class CompletionWatch : public std::enable_shared_from_this<CompletionWatch> {
 public:
     enum class Runs { ExactlyOnce, AtMostOnce };
 
@@ -23,9 +24,7 @@ public:
 private:
     friend class CompletionListener;
     friend std::string describePendingCompletions();
-    bool isPending() const { return runs_ == Runs::ExactlyOnce && calls_ == 0; }
-    CompletionWatch(Runs runs, std::source_location where) : runs_(runs), where_(where) {}
-    const Runs runs_;
+    explicit CompletionWatch(std::source_location where) : where_(where) {}
     const std::source_location where_;
     std::atomic<int> calls_{0};
 };
@@ -53,7 +52,7 @@ auto atMostOnce(Completion completion, std::source_location where = std::source_
 }
 
 /// How many completions that must run exactly once have not run yet in the running test.
-int pendingCompletions();
+std::size_t pendingCompletions();
 /// Where these were given, for messages.
 std::string describePendingCompletions();
 

@@ -13,11 +13,11 @@ public:
         std::ofstream("/proc/self/clear_refs") << "5";  // forgets the peak so far
         start_ = read("VmRSS:");
     }
-    long grownMiB() const {
+    double grownMiB() const {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
         return 0;
 #else
-        return (read("VmHWM:") - start_) / 1024;
+        return static_cast<double>(read("VmHWM:") - start_) / 1024;
 #endif
     }
 
