@@ -46,7 +46,7 @@ void VXIMFriendInfo::setMetadataWithDictionary(const Dictionary& dictionary) {
 // An application may hold very many infos. Each therefore hears the events of its own friend only, found by the id, instead of
 // comparing the id of everybody's.
 void VXIMFriendInfo::observePresence() {
-    if (uid_.isNilOrNull()) return;  // equals no event's id
+    if (!uid_.isString() && !uid_.isNumber()) return;  // equals no event's id
     const auto follow = [this](const char* notificationName, bool online) {
         // The centre keeps an observer alive while its handler runs.
         auto handler = [this, online](const vexim::Notification&) { setOnline(online); };

@@ -35,7 +35,8 @@ struct ValueHash {
     std::size_t operator()(const Value& value) const noexcept {
         if (const auto text = value.asStringView()) return std::hash<std::string_view>()(*text);
         if (value.kind() == Value::Kind::Integer) return std::hash<std::int64_t>()(value.integer());
-        return static_cast<std::size_t>(value.kind());  // ids are texts or integers; anything else may share a bucket
+        if (value.isNumber()) return std::hash<double>()(value.doubleValue());
+        return static_cast<std::size_t>(value.kind());  // ids are texts or numbers; anything else may share a bucket
     }
 };
 

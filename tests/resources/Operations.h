@@ -88,8 +88,9 @@ private:
     void end(const std::string& text, const ErrorPtr& error) {
         ended_ = true;
         error_ = error;
-        text_ = error ? text + ", " + describe(error) : text;
+        text_ = (error ? text + ", " + describe(error) : text).substr(0, kLongest);
     }
+    static constexpr std::size_t kLongest = 1 << 16;  // a test keeps many
     bool ended_ = false;
     std::string text_;
     ErrorPtr error_;

@@ -1,42 +1,18 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
-#include <list>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/VexIMLib.h"
-#include "resources/Operations.h"
+#include "resources/OperationsFixture.h"
 #include "support/Eventually.h"
-#include "support/RecordingService.h"
 
 using namespace vexim::testing;
 
 namespace {
-
-class Operations : public ::testing::Test {
-protected:
-    /// Runs the operation of that name to its end.
-    Outcome& run(const std::string& name) {
-        const auto& all = allOperations();
-        const auto operation = std::find_if(all.begin(), all.end(), [&](const Operation& o) { return name == o.name; });
-        if (operation == all.end()) throw std::invalid_argument("no operation " + name);
-        outcomes_.emplace_back();
-        Outcome& outcome = outcomes_.back();
-        operation->start(resources, outcome);
-        EXPECT_TRUE(eventually([&] { return outcome.hasEnded(); })) << name;
-        return outcome;
-    }
-
-    RecordingService service;
-    Resources resources;
-
-private:
-    std::list<Outcome> outcomes_;  // completions report into them by reference
-};
 
 TEST_F(Operations, SendWhatTheServiceExpects) {
     const std::map<std::string, std::string> expected = {
@@ -217,96 +193,6 @@ TEST_F(Operations, ConvertASingleAttribute) {
     }
     service.answerWith(200, "\"");
     EXPECT_EQ(run("user get attribute").text(), "nil, VXIMErrorDomain 2");
-}
-
-/// Whatever the service answers: the completion runs once, on the main thread, and a failure changes nothing.
-TEST_F(Operations, SurviveEveryAnswer) {
-    std::string deep = "{\"friends\":";
-    for (int i = 0; i < 400; ++i) deep += "[";
-    for (int i = 0; i < 400; ++i) deep += "]";
-    deep += "}";
-    const std::vector<std::string> answers = {
-        "",
-        " ",
-        "{}",
-        "[]",
-        "[[]]",
-        "[{}]",
-        "[null]",
-        "[5,true]",
-        R"(["u1"])",
-        R"([{"id":null}])",
-        R"([{"id":{"id":1}},5])",
-        "null",
-        "true",
-        "5",
-        "plain text",
-        "\"",
-        "\"\"",
-        "\"quoted\"",
-        "\xff\xfe",
-        "\"\xff\"",
-        "{\"cut\":",
-        R"({"id":5,"members":"none","attributes":7,"success":"maybe","friends":{},"groups":5,"rooms":"x","recent":[]})",
-        R"({"id":null,"members":null,"attributes":null,"success":null,"friends":null,"groups":null,"rooms":null})",
-        R"({"friends":[null,{}],"groups":[[]],"rooms":[{}]})",
-        R"([{"from":5,"to":[],"content":"x","ts":{},"speaker":{}}])",
-        deep,
-    };
-    for (const std::string& answer : answers) {
-        for (const Operation& operation : allOperations()) {
-            SCOPED_TRACE(std::string(operation.name) + " answered " + answer.substr(0, 80));
-            resources = Resources();
-            const std::string before = resources.describe();
-            service.answerWith(200, answer);
-            const Outcome& outcome = run(operation.name);
-            if (outcome.error()) {
-                EXPECT_EQ(resources.describe(), before) << outcome.text();
-            }
-        }
-    }
-}
-
-TEST_F(Operations, PassTheServicesErrorOnAndChangeNothing) {
-    service.answerWith(400, R"({"errorCode":4711,"errorMessage":"no"})");
-    for (const Operation& operation : allOperations()) {
-        SCOPED_TRACE(operation.name);
-        resources = Resources();
-        const std::string before = resources.describe();
-        const Outcome& outcome = run(operation.name);
-        ASSERT_TRUE(outcome.error());
-        EXPECT_EQ(describe(outcome.error()), "VXErrorDomain 4711");
-        EXPECT_EQ(resources.describe(), before);
-    }
-}
-
-TEST_F(Operations, NameWhatIsWrongWithAList) {
-    const struct {
-        const char* operation;
-        const char* answer;
-        const char* named;
-    } cases[] = {
-        {"user rooms in detail", R"([{"id":"r1"},{"name":"x"}])", "room"},
-        {"user groups in detail", R"([{}])", "group"},
-        {"user friends in detail", R"(["u1"])", "no dictionary"},
-        {"user fetch", R"({"friends":5})", "friends"},
-        {"user history", "{}", "history"},
-        {"group history", "[5]", "no dictionary"},
-        {"group fetch", "[]", "no dictionary"},
-        {"room fetch", "text", "no dictionary"},
-        {"passenger create", "{}", "id"},
-        {"find users", R"([{"name":"x"}])", "user"},
-        {"find rooms", "[[]]", "no dictionary"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.operation);
-        service.answerWith(200, c.answer);
-        const Outcome& outcome = run(c.operation);
-        ASSERT_TRUE(outcome.error());
-        EXPECT_EQ(describe(outcome.error()), "VXIMErrorDomain 2");
-        EXPECT_NE(outcome.error()->localizedDescription().find(c.named), std::string::npos)
-            << outcome.error()->localizedDescription();
-    }
 }
 
 TEST_F(Operations, RaiseForTheCallersMistakesBeforeAnyRequest) {
