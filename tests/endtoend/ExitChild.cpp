@@ -1,8 +1,6 @@
 // A program that exits while the library is at work: `exit_child HOW ORIGIN` begins what HOW says, waits for a line on its
 // standard input, prints the monotonic clock and exits.
 
-#include <dlfcn.h>
-#include <netdb.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -19,15 +17,6 @@
 #include <vector>
 
 #include "VexIMLib/VexIMLib.h"
-
-// The resolver of this program knows numbers, and never answers about a name.
-extern "C" int getaddrinfo(const char* node, const char* service, const addrinfo* hints, addrinfo** found) {
-    if (hints && (hints->ai_flags & AI_NUMERICHOST)) {
-        static const auto real = reinterpret_cast<decltype(&getaddrinfo)>(::dlsym(RTLD_NEXT, "getaddrinfo"));
-        return real(node, service, hints, found);
-    }
-    for (;;) ::pause();
-}
 
 namespace {
 

@@ -230,6 +230,22 @@ TEST_F(HostileREST, SilenceAndDribbleEndWithATimeout) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
 }
 
+TEST_F(HostileREST, AResolverThatNeverAnswersHoldsUpOnlyWhoAsked) {
+    ScriptedServer server(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "{}"); }));
+    URLSessionConfiguration impatient;
+    impatient.timeoutForResource = 2s;
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<std::unique_ptr<Load>> blocked;
+    for (const char* host : {"a", "b", "c", "d"}) {
+        blocked.push_back(std::make_unique<Load>(impatient, std::string("http://") + host + ".blocked.test"));
+    }
+    for (int i = 0; i < 10; ++i) EXPECT_EQ(chain(fetchGroup(server.url(""))), "ok");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s) << "while the others wait";
+    for (const auto& load : blocked) EXPECT_EQ(load->outcome(), "VXErrorDomain 100 < NSURLErrorDomain -1001");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+    EXPECT_EQ(chain(fetchGroup(server.url(""))), "ok");
+}
+
 TEST_F(HostileREST, ACertificateMustBeTheHostsOwnValidAndKnown) {
     const CertificateAuthority known;
     const CertificateAuthority stranger("Stranger");

@@ -111,7 +111,7 @@ TEST(Leaving, TheProcessExitsAtOnceWhateverIsUnderWay) {
                 MainQueue::shared().async([] {});       // who waits for it looks again
                 while (connection.pause(1h)) continue;  // neither reads nor answers
             });
-            Child child(each.how, each.resolves ? server.url("") : "http://hanging.test");
+            Child child(each.how, each.resolves ? server.url("") : "http://hanging.blocked.test");
             EXPECT_EQ(child.readLine(), "begun\n");
             EXPECT_TRUE(eventually([&] { return reached >= each.connections; }));
             child.tellToExit();
