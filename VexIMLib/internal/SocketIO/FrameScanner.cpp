@@ -19,6 +19,7 @@ constexpr std::size_t kMaxOverhead = 64 * 1024;
 struct Frame {
     bool isFinal = false;
     bool isControl = false;
+    bool isHeartbeat = false;  // a ping or a pong
     std::size_t headBytes = 0;
     std::uint64_t payloadBytes = 0;
 };
@@ -29,6 +30,7 @@ std::optional<Frame> readHead(std::string_view bytes) {
     Frame frame;
     frame.isFinal = (byteAt(0) & 0x80) != 0;
     frame.isControl = (byteAt(0) & 0x08) != 0;
+    frame.isHeartbeat = (byteAt(0) & 0x0F) == 9 || (byteAt(0) & 0x0F) == 10;
     const unsigned shortLength = byteAt(1) & 0x7F;
     const std::size_t lengthBytes = shortLength == 127 ? 8 : shortLength == 126 ? 2 : 0;
     const std::size_t maskBytes = (byteAt(1) & 0x80) != 0 ? 4 : 0;
@@ -52,7 +54,9 @@ FrameScanner::Result FrameScanner::scan(std::string_view buffered) {
         if (end > buffered.size()) return {};
         if (frame->isControl && scanned_ == 0) return {Verdict::Control, end};
         scanned_ = end;
-        if (frame->isFinal && !frame->isControl) return {Verdict::Message, std::exchange(scanned_, 0)};
+        // Behind a close no rest of the message comes any more.
+        const bool isLast = frame->isControl ? !frame->isHeartbeat : frame->isFinal;
+        if (isLast) return {Verdict::Message, std::exchange(scanned_, 0)};
     }
 }
 

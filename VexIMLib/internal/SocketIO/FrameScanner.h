@@ -13,7 +13,7 @@ public:
     enum class Verdict : std::uint8_t {
         Incomplete,
         Control,   // a control frame stands at the front
-        Message,   // a whole message, with the control frames between its fragments
+        Message,   // a whole message, with the pings and pongs between its fragments, or one that a close cuts short
         TooLarge,  // what is there, or is announced, is over the limit
     };
     struct Result {
