@@ -175,7 +175,6 @@ struct WebSocketStream::Impl {
     std::string fault;
     Response response;
     HandshakeHandler handler;
-    std::shared_ptr<Impl*> alive = std::make_shared<Impl*>(this);
 
     void offerHead(std::string_view bytes);
     void didHandshake(error_code error);
@@ -187,7 +186,7 @@ struct WebSocketStream::Impl {
 };
 
 WebSocketStream::WebSocketStream(const asio::any_io_executor& executor, Options options)
-    : impl_(std::make_unique<Impl>(executor, options)) {
+    : impl_(std::make_shared<Impl>(executor, options)) {
     auto& stream = impl_->stream;
     stream.auto_fragment(false);
     stream.read_message_max(options.maxMessageBytes);
@@ -198,7 +197,10 @@ WebSocketStream::WebSocketStream(const asio::any_io_executor& executor, Options 
     }
 }
 
-WebSocketStream::~WebSocketStream() = default;
+WebSocketStream::~WebSocketStream() {
+    impl_->handler = nullptr;
+    impl_->layer().end();  // the handshake comes to its end, and with it what it shares
+}
 
 void WebSocketStream::startHandshake(std::string_view host, std::string_view target, const HeaderList& headers,
                                      HandshakeHandler handler) {
@@ -208,9 +210,7 @@ void WebSocketStream::startHandshake(std::string_view host, std::string_view tar
     }));
     impl_->stream.async_handshake(
         impl_->response, beast::string_view(host.data(), host.size()), beast::string_view(target.data(), target.size()),
-        asio::bind_executor(impl_->layer().get_executor(), [weak = std::weak_ptr(impl_->alive)](error_code error) {
-            if (const auto alive = weak.lock()) (*alive)->didHandshake(error);
-        }));
+        asio::bind_executor(impl_->layer().get_executor(), [impl = impl_](error_code error) { impl->didHandshake(error); }));
 }
 
 void WebSocketStream::endOfInput() { impl_->layer().end(); }
@@ -273,24 +273,23 @@ WebSocketStream::Status WebSocketStream::receive(std::string_view bytes, Listene
         case Impl::State::Open: break;
     }
     // The common case: whole messages and nothing left over. They are read where they lie.
-    const std::weak_ptr alive = impl.alive;
+    const auto kept = impl_;
     if (impl.pending.empty()) {
         const Status status = impl.consume(bytes, listener);
-        if (!alive.expired() && status == Status::Open) impl.pending = bytes;
+        if (status == Status::Open) impl.pending = bytes;
         return status;
     }
     impl.pending += bytes;
     std::string work = std::exchange(impl.pending, {});
     std::string_view rest = work;
     const Status status = impl.consume(rest, listener);
-    if (alive.expired()) return status;
+    if (rest.empty()) return status;  // what a long message took is given back
     work.erase(0, work.size() - rest.size());
     impl.pending = std::move(work);
     return status;
 }
 
 WebSocketStream::Status WebSocketStream::Impl::consume(std::string_view& bytes, Listener& listener) {
-    const std::weak_ptr stillAlive = alive;
     stream.control_callback([&listener](websocket::frame_type kind, beast::string_view) {
         if (kind == websocket::frame_type::pong) listener.didReceivePong();
     });
@@ -321,7 +320,7 @@ WebSocketStream::Status WebSocketStream::Impl::consume(std::string_view& bytes, 
         bytes.remove_prefix(length);
         if (!isControl) {
             const bool goOn = listener.didReceiveMessage(stream.got_text(), {buffer.data(), filled});
-            if (!goOn || stillAlive.expired() || state != State::Open) return Status::Open;
+            if (!goOn || state != State::Open) return Status::Open;
         }
         if (buffer.size() > kScratchKept) std::vector<char>().swap(buffer);
     }

@@ -70,7 +70,7 @@ public:
 
 private:
     struct Impl;
-    std::unique_ptr<Impl> impl_;
+    const std::shared_ptr<Impl> impl_;  // shared with a handshake under way, which Beast may still be in the middle of
 };
 
 }  // namespace vexim
