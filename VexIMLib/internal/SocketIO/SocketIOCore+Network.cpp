@@ -31,7 +31,7 @@ void SocketIOCore::note(std::string_view line) const {
 void SocketIOCore::startLink(Epoch epoch) {
     SessionConfig session = options_.session;
     {
-        const MutexLock lock(mutex_);
+        const Section section(*this);
         if (epoch != epoch_) return;
         session.nsp = nsp_;
         session.nspQuery = nspQuery_;
@@ -98,7 +98,7 @@ void SocketIOCore::attemptReconnect(Epoch epoch) {
     waitingFor_.reset();
     reconnectTimer_->cancel();
     {
-        const MutexLock lock(mutex_);
+        const Section section(*this);
         if (epoch != epoch_) return;
         pushEvent("reconnect", {std::int64_t{attempt_} + 1});
     }
@@ -140,7 +140,7 @@ void SocketIOCore::linkDidJoin(const action::Joined& joined) {
     reconnecting_ = false;
     preferWebSocket_ = false;
     flushTurn();
-    const MutexLock lock(mutex_);
+    const Section section(*this);
     if (linkEpoch_ != epoch_) return;
     joinedNsp_ = nsp_;
     maxPayload_ = joined.maxPayload.value_or(0);
@@ -179,7 +179,7 @@ void SocketIOCore::flushTurn() {
     if (turn_.empty()) return;
     bool overflows = false;
     {
-        const MutexLock lock(mutex_);
+        const Section section(*this);
         const bool isStale = linkEpoch_ != epoch_;
         for (auto& delivery : turn_) {
             if (isStale && !delivery.callback) continue;
@@ -193,7 +193,7 @@ void SocketIOCore::flushTurn() {
 
 void SocketIOCore::linkDidReport(const action::Report& report) {
     flushTurn();
-    const MutexLock lock(mutex_);
+    const Section section(*this);
     if (linkEpoch_ == epoch_) pushEvent("error", errorArguments(report.description, report.detail));
 }
 
@@ -221,7 +221,7 @@ void SocketIOCore::linkDidEnd(const action::Ended& ended) {
     const bool isFault = !wasJoined || ended.cause == EndCause::ProtocolFault || ended.cause == EndCause::LimitPassed;
     Epoch next = 0;
     {
-        const MutexLock lock(mutex_);
+        const Section section(*this);
         if (linkEpoch_ != epoch_) return;  // disconnect() has said everything
         beginEpoch(SocketIOStatusDisconnected);
         next = epoch_;
@@ -258,7 +258,7 @@ void SocketIOCore::armAckTimer() {
 
 void SocketIOCore::expireAcks() {
     const auto now = Clock::shared()->now();
-    const MutexLock lock(mutex_);
+    const Section section(*this);
     while (!ackDeadlines_.empty() && ackDeadlines_.begin()->first <= now) {
         const auto id = ackDeadlines_.begin()->second;
         ackDeadlines_.erase(ackDeadlines_.begin());

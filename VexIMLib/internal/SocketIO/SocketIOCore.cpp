@@ -7,6 +7,14 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 
 namespace vexim {
+namespace {
+
+constexpr std::size_t kMostUnheard = 10'000;
+// As good as for ever, and far from overflowing.
+constexpr std::chrono::milliseconds kLongestPatience = std::chrono::hours(24 * 365 * 10);
+
+}  // namespace
+
 ErrorPtr SocketIOCore::makeError(SocketIOErrorCode code, std::string description) {
     return Error::withDescription(kSocketIOErrorDomain, code, std::move(description));
 }
@@ -45,7 +53,7 @@ Outbox SocketIOCore::beginEpoch(SocketIOStatus status) {
 }
 
 void SocketIOCore::connect() {
-    const MutexLock lock(mutex_);
+    const Section section(*this);
     if (closed_ || status_ == SocketIOStatusConnected) return;
     if (status_ == SocketIOStatusConnecting) {
         NetworkThread::shared().post([self = shared_from_this()] {
@@ -62,7 +70,7 @@ void SocketIOCore::connect() {
 }
 
 void SocketIOCore::disconnect() {
-    const MutexLock lock(mutex_);
+    const Section section(*this);
     if (closed_ || status_ == SocketIOStatusNotConnected) return;
     const Outbox leftover = beginEpoch(SocketIOStatusDisconnected);
     pushEvent("disconnect", {"io client disconnect"});
@@ -71,7 +79,7 @@ void SocketIOCore::disconnect() {
 
 void SocketIOCore::shutDown() {
     handlers_.removeAll();
-    const MutexLock lock(mutex_);
+    const Section section(*this);
     closed_ = true;
     const Outbox leftover = beginEpoch(SocketIOStatusDisconnected);
     NetworkThread::shared().post([self = shared_from_this(), leftover] {
@@ -114,7 +122,7 @@ bool SocketIOCore::emit(std::string_view event, const Array& items) {
 
 void SocketIOCore::emitWithAck(std::string_view event, const Array& items, std::chrono::milliseconds timeout,
                                SocketIOClient::AckCallback callback) {
-    const MutexLock lock(mutex_);
+    const Section section(*this);
     // Encoded with the lock held: the id is part of the text, and ids go out in order.
     const std::uint64_t id = nextAckId_;
     const EncodeResult encoded = encodeEvent(joinedNsp_, id, event, items);
@@ -141,7 +149,7 @@ void SocketIOCore::emitWithAck(std::string_view event, const Array& items, std::
     ++nextAckId_;
     PendingAck pending{std::move(callback), std::nullopt};
     if (timeout.count() > 0) {
-        pending.deadline = Clock::shared()->now() + timeout;
+        pending.deadline = Clock::shared()->now() + std::min(timeout, kLongestPatience);
         ackDeadlines_.emplace(*pending.deadline, id);
     }
     acks_.emplace(id, std::move(pending));
@@ -170,7 +178,7 @@ void SocketIOCore::schedulePump() {
 }
 
 void SocketIOCore::sendAck(Epoch epoch, std::uint64_t id, const Array& items) {
-    const MutexLock lock(mutex_);
+    const Section section(*this);
     if (epoch != epoch_) return;
     const EncodeResult encoded = encodeAck(joinedNsp_, id, items);
     if (encoded.fault == EncodeFault::None && enqueue(encoded.packet) == EmitFault::None) return;
@@ -190,7 +198,9 @@ void SocketIOCore::reportEmitFault(EncodeFault encodeFault, EmitFault fault, std
         case EncodeFault::TooDeep: why = "its items are nested too deeply"; break;
         case EncodeFault::TooManyAttachments: why = "it has too many attachments"; break;
     }
-    const MutexLock lock(mutex_);
+    const Section section(*this);
+    // The answer of `emit` has told already. Who emits in a loop and does not listen is not to fill the memory.
+    if (inbox_.size() >= kMostUnheard) return;
     pushEvent("error", {"\"" + std::string(event) + "\" was not sent: " + why + "."});
 }
 
@@ -207,8 +217,18 @@ void SocketIOCore::pushEvent(std::string event, Array arguments) {
 void SocketIOCore::push(Delivery delivery) {
     undeliveredBytes_ += delivery.bytes;
     inbox_.push_back(std::move(delivery));
-    if (std::exchange(deliveryScheduled_, true)) return;
-    MainQueue::shared().async([self = shared_from_this()] { self->deliverBatch(); });
+}
+
+void SocketIOCore::announce() {
+    MainQueue::shared().async([self = shared_from_this()] { self->deliverAll(); });
+}
+
+SocketIOCore::Section::Section(SocketIOCore& core) : core_(core) { core_.mutex_.lock(); }
+
+SocketIOCore::Section::~Section() {
+    const bool isNews = !core_.inbox_.empty() && !std::exchange(core_.deliveryScheduled_, true);
+    core_.mutex_.unlock();
+    if (isNews) core_.announce();
 }
 
 void SocketIOCore::failAcks(SocketIOErrorCode code) {
@@ -226,40 +246,45 @@ void SocketIOCore::failAcks(SocketIOErrorCode code) {
     ackDeadlines_.clear();
 }
 
-void SocketIOCore::deliverBatch() {
-    std::vector<Delivery> batch;
+void SocketIOCore::deliverAll() {
     {
         const MutexLock lock(mutex_);
-        batch.swap(inbox_);
+        if (ready_.empty()) {
+            ready_.swap(inbox_);
+        } else {
+            std::ranges::move(inbox_, std::back_inserter(ready_));
+            inbox_.clear();
+        }
         deliveryScheduled_ = false;
     }
-    std::size_t done = 0;
-    // An exception from a handler leaves the rest in line, before what has come meanwhile.
-    struct PutBack {
+    // Also when a handler throws: the rest stays in line.
+    struct Turn {
         SocketIOCore& core;
-        std::vector<Delivery>& batch;
-        std::size_t& done;
-        ~PutBack() {
-            const MutexLock lock(core.mutex_);
-            for (std::size_t i = 0; i < done; ++i) core.undeliveredBytes_ -= batch[i].bytes;
-            if (done == batch.size()) return;
-            batch.erase(batch.begin(), batch.begin() + static_cast<std::ptrdiff_t>(done));
-            std::ranges::move(core.inbox_, std::back_inserter(batch));
-            core.inbox_ = std::move(batch);
-            if (std::exchange(core.deliveryScheduled_, true)) return;
-            MainQueue::shared().async([self = core.shared_from_this()] { self->deliverBatch(); });
+        std::size_t bytes = 0;
+        ~Turn() {
+            bool isUnfinished = core.nextReady_ < core.ready_.size();
+            if (!isUnfinished) {
+                std::vector<Delivery>().swap(core.ready_);
+                core.nextReady_ = 0;
+            }
+            {
+                const MutexLock lock(core.mutex_);
+                core.undeliveredBytes_ -= bytes;
+                isUnfinished = isUnfinished && !std::exchange(core.deliveryScheduled_, true);
+            }
+            if (isUnfinished) core.announce();
         }
-    } putBack{*this, batch, done};
-    while (done < batch.size()) deliver(batch[done++]);
+    } turn{*this};
+    while (nextReady_ < ready_.size()) {
+        const Delivery next = std::move(ready_[nextReady_++]);
+        turn.bytes += next.bytes;
+        deliver(next);
+    }
 }
 
-void SocketIOCore::deliver(Delivery& delivery) {
-    if (delivery.callback) {
-        const auto callback = std::exchange(delivery.callback, nullptr);
-        return callback(delivery.arguments, delivery.error);
-    }
+void SocketIOCore::deliver(const Delivery& delivery) {
+    if (delivery.callback) return delivery.callback(delivery.arguments, delivery.error);
     handlers_.call(delivery.event, delivery.arguments, delivery.ack);
-    delivery.arguments.clear();
 }
 
 }  // namespace vexim

@@ -68,6 +68,19 @@ private:
     };
     enum class EmitFault : std::uint8_t { None, NotConnected, QueueFull, TooLarge, NotEncodable };
 
+    /// The mutex, held for a scope in which something may be pushed. The main queue is told once it has been let go, since that
+    /// may call a function of the host's.
+    class VEXIM_THREAD_ANNOTATION(scoped_lockable) Section {
+    public:
+        explicit Section(SocketIOCore& core) VEXIM_THREAD_ANNOTATION(acquire_capability(core.mutex_));
+        ~Section() VEXIM_THREAD_ANNOTATION(release_capability());
+        Section(const Section&) = delete;
+        Section& operator=(const Section&) = delete;
+
+    private:
+        SocketIOCore& core_;
+    };
+
     static ErrorPtr makeError(SocketIOErrorCode code, std::string description);
 
     // Any thread.
@@ -80,9 +93,11 @@ private:
     void reportEmitFault(EncodeFault encodeFault, EmitFault fault, std::string_view event);
     Outbox beginEpoch(SocketIOStatus status) VEXIM_REQUIRES(mutex_);
 
+    void announce();
+
     // Main queue.
-    void deliverBatch();
-    void deliver(Delivery& delivery);
+    void deliverAll();
+    void deliver(const Delivery& delivery);
 
     // Network thread.
     void startLink(Epoch epoch);
@@ -124,6 +139,10 @@ private:
     std::unordered_map<std::uint64_t, PendingAck> acks_ VEXIM_GUARDED_BY(mutex_);
     std::set<std::pair<Clock::TimePoint, std::uint64_t>> ackDeadlines_ VEXIM_GUARDED_BY(mutex_);
     bool closed_ VEXIM_GUARDED_BY(mutex_) = false;
+
+    // Main queue only. A handler may run the queue itself, so that the rest of a batch is delivered from inside it.
+    std::vector<Delivery> ready_;
+    std::size_t nextReady_ = 0;
 
     // Network thread only.
     std::shared_ptr<SocketIOLink> link_;
