@@ -9,28 +9,13 @@
 
 #include "VexIMLib/internal/SocketIO/Base64.h"
 #include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "socketio/Peers.h"
 #include "socketio/Recorder.h"
-#include "socketio/WebSocketPeer.h"
 
 namespace vexim::testing {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// Joins whoever comes, over either transport.
-void serve(ScriptedServer::Connection& connection) {
-    WebSocketPeer peer(connection);
-    if (peer.join()) connection.waitForClose();
-}
-
-ScriptedServer::Script servePolling() {
-    return ScriptedServer::answering([](const WireRequest& request) {
-        if (request.target.find("sid=") == std::string::npos) {
-            return ScriptedServer::text(200, R"(0{"sid":"s","upgrades":[],"pingInterval":25000,"pingTimeout":20000})");
-        }
-        return ScriptedServer::text(200, request.method == "POST" ? "ok" : R"(40/chat,{"sid":"x"})");
-    });
-}
 
 std::string pinOf(const std::string& certificatePEM) {
     BIO* bio = BIO_new_mem_buf(certificatePEM.data(), static_cast<int>(certificatePEM.size()));
@@ -92,7 +77,7 @@ TEST(Certificates, AreJudgedAlikeOnBothTransports) {
     for (const auto& row : rows) {
         for (const char* transport : {"forceWebsockets", "forcePolling"}) {
             SCOPED_TRACE(std::string(row.why) + ", " + transport);
-            ScriptedServer server(std::string(transport) == "forcePolling" ? servePolling() : serve, row.identity);
+            ScriptedServer server(serveEitherTransport(), row.identity);
             Dictionary options = row.options;
             options.set(transport, true);
             const auto client = SocketIOClient::create(URL::parse(server.url()), options);
@@ -108,7 +93,7 @@ TEST(Certificates, AreJudgedAlikeOnBothTransports) {
 
 TEST(Certificates, MakeAPlainUrlSecureWhenAsked) {
     const CertificateAuthority authority;
-    ScriptedServer server(serve, authority.issue());
+    ScriptedServer server(serveEitherTransport(), authority.issue());
     const std::string plain = "http://127.0.0.1:" + std::to_string(server.port());
     const auto client = SocketIOClient::create(
         URL::parse(plain), {{"secure", true}, {"forceWebsockets", true}, {"caPEM", authority.certificatePEM()}});

@@ -1,7 +1,11 @@
 // Rules that are pure functions: when to reconnect, through which proxy, with which cookies and options.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstring>
 #include <map>
+#include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,7 +15,7 @@
 #include "VexIMLib/internal/SocketIO/Proxy.h"
 #include "VexIMLib/internal/SocketIO/ReconnectPolicy.h"
 #include "VexIMLib/internal/SocketIO/SocketIOOptions.h"
-#include "socketio/WebSocketPeer.h"
+#include "socketio/Peers.h"
 #include "support/SeededRandom.h"
 
 namespace vexim::testing {
@@ -67,7 +71,7 @@ TEST(Proxy, IsWhatTheEnvironmentNames) {
         {"upper case could come from a CGI request", false, "h", {{"HTTP_PROXY", "http://p:3128"}}, ""},
         {"TLS", true, "h", {{"http_proxy", "http://a"}, {"HTTPS_PROXY", "b:8080"}}, "b:8080 "},
         {"for all", true, "h", {{"all_proxy", "p:1"}}, "p:1 "},
-        {"credentials", true, "h", {{"https_proxy", "http://us%40er:p%3Aw@p:1"}}, "p:1 Basic dXNAZXI6cDp3"},
+        {"credentials", true, "h", {{"https_proxy", "http://us%40er:p%3Aw@p:1"}}, "p:1 us@er:p:w"},
         {"without a port", true, "h", {{"https_proxy", "http://p"}}, "p:1080 "},
         {"a kind we do not speak", true, "h", {{"https_proxy", "socks5://p:1"}}, ""},
         {"exception", true, "im.Example.com", {{"https_proxy", "p:1"}, {"no_proxy", "a.b, example.com"}}, ""},
@@ -81,7 +85,8 @@ TEST(Proxy, IsWhatTheEnvironmentNames) {
             const auto found = row.variables.find(name);
             return found == row.variables.end() ? nullptr : found->second.c_str();
         });
-        const std::string shown = proxy ? proxy->host + ":" + std::to_string(proxy->port) + " " + proxy->authorization : "";
+        const std::string login = proxy && proxy->user ? *proxy->user + ":" + proxy->password : "";
+        const std::string shown = proxy ? proxy->host + ":" + std::to_string(proxy->port) + " " + login : "";
         EXPECT_EQ(shown, row.expected) << row.why;
     }
 }
@@ -96,25 +101,98 @@ TEST(CookieJar, SendsBackWhatItWasGiven) {
     EXPECT_EQ(jar.header(), "io=def; AWSALB=x=y");
 }
 
-TEST(Options, IgnoreWhatTheyDoNotKnowAndSayIt) {
-    const auto parsed = parseSocketIOOptions({{"forceWebsockets", true},
-                                              {"forcePolling", true},
-                                              {"reconnectAttempts", -1},
-                                              {"reconnectWait", 0},
-                                              {"connectTimeout", 2.5},
-                                              {"path", "live"},
-                                              {"log", "yes"},
-                                              {"extraHeaders", Dictionary{{"X-A", "b\r\nc"}}},
-                                              {"transports", Array{"carrier pigeon"}},
-                                              {"shouldLog", true}});
-    EXPECT_EQ(parsed.options.session.transports, TransportChoice::WebSocketOnly);
-    EXPECT_EQ(parsed.options.reconnect.maxAttempts, std::nullopt);
-    EXPECT_EQ(parsed.options.reconnect.firstWait, 1s) << "at least";
-    EXPECT_EQ(parsed.options.session.connectTimeout, 2500ms);
-    EXPECT_EQ(parsed.options.session.path, "/live/");
-    EXPECT_EQ(parsed.complaints.size(), 4u);
-    EXPECT_TRUE(parseSocketIOOptions({}).options.reconnect.enabled);
-    EXPECT_EQ(parseSocketIOOptions({{"reconnectAttempts", 0}}).options.reconnect.maxAttempts, 0u);
+/// The options as one line.
+std::string describe(const SocketIOOptions& options) {
+    static constexpr const char* kTransports[] = {"websocket,polling", "websocket", "polling", "polling,websocket"};
+    const SessionConfig& session = options.session;
+    const TlsOptions& tls = options.transport.tls;
+    std::ostringstream line;
+    line << kTransports[static_cast<int>(session.transports)] << (options.log ? " log" : "") << (options.secure ? " secure" : "")
+         << (tls.acceptSelfSigned ? " selfSigned" : "") << (options.transport.offerDeflate ? " deflate" : "")
+         << (options.reconnect.enabled ? " reconnects" : "");
+    if (options.reconnect.maxAttempts) line << " attempts=" << *options.reconnect.maxAttempts;
+    line << " wait=" << options.reconnect.firstWait.count() << ".." << options.reconnect.longestWait.count()
+         << " timeout=" << session.connectTimeout.count() << " message=" << session.maxMessageBytes << "/"
+         << options.transport.maxMessageBytes << " queue=" << options.maxQueuedBytes << " path=" << session.path;
+    if (session.revision) line << " revision=" << static_cast<int>(*session.revision);
+    if (!session.query.empty()) line << " query=" << session.query;
+    if (!session.joinPayload.isNil()) line << " join=" << session.joinPayload.description();
+    for (const auto& [name, value] : options.transport.headers) line << " " << name << ":" << value;
+    for (const auto& pin : tls.pins) line << " pin=" << pin;
+    if (!tls.authorityFile.empty()) line << " caFile=" << tls.authorityFile;
+    if (!tls.authorityPEM.empty()) line << " caPEM=" << tls.authorityPEM;
+    return line.str();
+}
+
+TEST(Options, ReadEachKeyAndIgnoreWhatIsWrongInIt) {
+    const std::string defaults =
+        "websocket,polling reconnects wait=1000..30000 timeout=20000 message=16777216/16777216 queue=67108864 path=/socket.io/";
+    EXPECT_EQ(describe(parseSocketIOOptions({}).options), defaults);
+    struct Row {
+        Dictionary options;
+        const char* from;  // what changes in the line
+        const char* to;
+        std::vector<Value> wrong = {};  // for the last key
+    };
+    const Row rows[] = {
+        {{{"forcePolling", true}}, "websocket,polling", "polling", {1, "true", Value::null()}},
+        {{{"forceWebsockets", true}}, "websocket,polling", "websocket", {1, "yes"}},
+        {{{"forcePolling", true}, {"forceWebsockets", true}}, "websocket,polling", "websocket"},
+        {{{"forceWebsockets", false}}, "", ""},
+        {{{"transports", Array{"polling", "websocket"}}},
+         "websocket,polling",
+         "polling,websocket",
+         {"polling", Array{"pigeon"}, Array{}}},
+        {{{"log", true}}, " reconnects", " log reconnects", {1, "yes"}},
+        {{{"secure", true}}, " reconnects", " secure reconnects", {"https"}},
+        {{{"selfSigned", true}}, " reconnects", " selfSigned reconnects", {1}},
+        {{{"compress", true}}, " reconnects", " deflate reconnects", {1}},
+        {{{"reconnects", false}}, " reconnects", "", {0, "no"}},
+        {{{"reconnectAttempts", 0}}, " wait", " attempts=0 wait", {true, 1.5, "3"}},
+        {{{"reconnectAttempts", 7}}, " wait", " attempts=7 wait"},
+        {{{"reconnectAttempts", -1}}, "", ""},
+        {{{"reconnectWait", 0}}, "", "", {true, "5", std::nan("")}},
+        {{{"reconnectWait", 2.5}}, "=1000..", "=2500.."},
+        {{{"reconnectWait", 60}}, "=1000..30000", "=60000..60000"},
+        {{{"reconnectWaitMax", 5}}, "30000", "5000", {"5", true}},
+        {{{"connectTimeout", 2.5}}, "=20000", "=2500", {"5", true}},
+        {{{"connectTimeout", 1e300}}, "=20000", "=315360000000"},
+        {{{"maxMessageSize", 1000}}, "16777216/16777216", "1000/1000", {0, -1, 1.5, "1"}},
+        {{{"maxQueuedBytes", 1000}}, "67108864", "1000", {0, -1, true}},
+        {{{"protocolVersion", 3}}, "io/", "io/ revision=3", {2, 5, "4", true}},
+        {{{"path", "live"}}, "/socket.io/", "/live/", {"", 5, "a?b", "a#b"}},
+        {{{"connectParams", Dictionary{{"n", 5}, {"t", true}, {"a b", "+&"}, {"l", Array{1}}}}},
+         "io/",
+         "io/ query=n=5&t=1&a%20b=%2B%26&l=%5B1%5D",
+         {"a=b", Array{}}},
+        {{{"joinPayload", Dictionary{}}}, "io/", "io/ join={}", {"t", Array{}, Dictionary{{"d", Data("x", 1)}}}},
+        {{{"extraHeaders", Dictionary{{"X-A", "b"}}}},
+         "io/",
+         "io/ X-A:b",
+         {"X-A: b", Dictionary{{"X-A", 5}}, Dictionary{{"X-A", "b\r\nc"}}, Dictionary{{"X A", "b"}}}},
+        {{{"pinnedKeys", Array{"p", "q"}}}, "io/", "io/ pin=p pin=q", {"p", Array{5}}},
+        {{{"caFile", "/f"}}, "io/", "io/ caFile=/f", {5}},
+        {{{"caPEM", "pem"}}, "io/", "io/ caPEM=pem", {5}},
+    };
+    std::set<std::string> keys;
+    for (const auto& row : rows) {
+        const std::string key(row.options.keys().back());
+        SCOPED_TRACE(key);
+        keys.insert(key);
+        std::string expected = defaults;
+        if (*row.from) expected.replace(expected.find(row.from), std::strlen(row.from), row.to);
+        const auto parsed = parseSocketIOOptions(row.options);
+        EXPECT_EQ(describe(parsed.options), expected);
+        EXPECT_EQ(parsed.complaints, std::vector<std::string>{});
+        for (const Value& wrong : row.wrong) {
+            const auto refused = parseSocketIOOptions({{key, wrong}});
+            EXPECT_EQ(describe(refused.options), defaults) << wrong.description();
+            EXPECT_EQ(refused.complaints,
+                      std::vector<std::string>{"option \"" + key + "\" with a value of the wrong type or range"});
+        }
+    }
+    EXPECT_EQ(keys.size(), 22u);
+    EXPECT_EQ(parseSocketIOOptions({{"shouldLog", true}}).complaints, std::vector<std::string>{"unknown option \"shouldLog\""});
 }
 
 TEST(Options, NeverDowngradeASecureUrl) {
@@ -150,9 +228,9 @@ TEST(Outbox, GivesBackWhatWasPutIn) {
 
 TEST(FrameScanner, FindsWholeMessagesWhereverTheyAreCut) {
     using Verdict = FrameScanner::Verdict;
-    const std::string ping = WebSocketPeer::frame("p", 0x89);
-    const std::string fragmented = WebSocketPeer::frame("ab", 0x01) + ping + WebSocketPeer::frame(std::string(300, 'c'), 0x80);
-    const std::string all = ping + WebSocketPeer::frame("text") + fragmented + WebSocketPeer::frame("");
+    const std::string ping = frame("p", 0x89);
+    const std::string fragmented = frame("ab", 0x01) + ping + frame(std::string(300, 'c'), 0x80);
+    const std::string all = ping + frame("text") + fragmented + frame("");
     for (std::size_t cut = 0; cut <= all.size(); ++cut) {
         FrameScanner scanner(1024);
         std::vector<std::size_t> found;
@@ -170,9 +248,9 @@ TEST(FrameScanner, FindsWholeMessagesWhereverTheyAreCut) {
         }
         EXPECT_EQ(found, (std::vector<std::size_t>{ping.size(), 6, fragmented.size(), 2})) << cut;
     }
-    EXPECT_EQ(FrameScanner(1024).scan(WebSocketPeer::frame(std::string(1025, 'x')).substr(0, 10)).verdict, Verdict::TooLarge);
+    EXPECT_EQ(FrameScanner(1024).scan(frame(std::string(1025, 'x')).substr(0, 10)).verdict, Verdict::TooLarge);
     std::string flood;
-    for (int i = 0; i < 40'000; ++i) flood += WebSocketPeer::frame("", 0x01);
+    for (int i = 0; i < 40'000; ++i) flood += frame("", 0x01);
     EXPECT_EQ(FrameScanner(1024).scan(flood).verdict, Verdict::TooLarge) << "fragments without end";
 }
 

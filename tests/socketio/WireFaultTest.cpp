@@ -1,69 +1,18 @@
-// Peers that misbehave on a real socket: each kind once. The client ends with the right word, in time, and can go on.
+// WebSockets that misbehave on a real socket: each kind once. The client ends with the right word, in time, and can go on.
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
-#include "socketio/Recorder.h"
-#include "socketio/WebSocketPeer.h"
+#include "socketio/WireFault.h"
 
 namespace vexim::testing {
 namespace {
 
-using namespace std::chrono_literals;
-using Connection = ScriptedServer::Connection;
-
-struct WireFault {
-    const char* name;
-    Dictionary options;
-    ScriptedServer::Script script;
-    std::string heard;  // the beginning of the last line
-};
-
-std::string closeFrame(int code) {
-    return WebSocketPeer::frame(std::string{static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)}, 0x88);
-}
-
-ScriptedServer::Script joinedThen(std::function<void(Connection&)> then) {
-    return [then](Connection& connection) {
-        WebSocketPeer peer(connection);
-        if (peer.join()) then(connection);
-    };
-}
-
-ScriptedServer::Script joinedThenSend(std::string bytes) {
-    return joinedThen([bytes](Connection& connection) {
-        connection.write(bytes);
-        connection.waitForClose();
-    });
-}
-
-ScriptedServer::Script answeringWith(std::string answer) {
-    return [answer](Connection& connection) {
-        connection.readRequest();
-        connection.write(answer);
-        connection.waitForClose();
-    };
-}
-
-void expectOutcome(const WireFault& fault, Dictionary base) {
-    SCOPED_TRACE(fault.name);
-    ScriptedServer server(fault.script);
-    Dictionary options = std::move(base);
-    options.set("reconnects", false);
-    options.addEntries(fault.options);
-    const auto client = SocketIOClient::create(URL::parse(server.url()), options);
-    client->joinNamespace("/chat");
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    EXPECT_TRUE(heard.waitFor(fault.heard)) << Value(Array::fromStrings(heard.lines())).description();
-}
-
 TEST(WireFaults, EndAWebSocketWithTheRightWord) {
-    const std::string text = WebSocketPeer::frame("42/chat,[\"message\",\"x\"]");
+    const std::string text = frame("42/chat,[\"message\",\"x\"]");
+    const std::string partial = R"(451-/chat,["message",{"_placeholder":true,"num":0}])";
     const Dictionary quick{{"connectTimeout", 0.1}};
     std::string masked = text;
     masked[1] = static_cast<char>(masked[1] | 0x80);
@@ -71,13 +20,13 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
         {"accepts and stays silent", quick, [](Connection& c) { c.waitForClose(); }, "error The server did not answer in time."},
         {"silent after the handshake", quick,
          [](Connection& c) {
-             WebSocketPeer(c).accept();
+             LivePeer(c).acceptWebSocket();
              c.waitForClose();
          },
          "error The server did not answer in time."},
         {"never answers the join", quick,
          [](Connection& c) {
-             WebSocketPeer(c).accept(WebSocketPeer::frame(R"(0{"sid":"s","pingInterval":25000,"pingTimeout":20000})"));
+             LivePeer(c).open();
              c.waitForClose();
          },
          "error The namespace was not joined in time."},
@@ -92,47 +41,30 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
          {},
          answeringWith("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nhi"),
          "error The WebSocket handshake was answered with 200."},
-        {"301",
-         {},
-         answeringWith("HTTP/1.1 301 Moved\r\nLocation: /\r\nContent-Length: 0\r\n\r\n"),
-         "error The WebSocket handshake was answered with 301."},
-        {"401",
-         {},
-         answeringWith("HTTP/1.1 401 No\r\nContent-Length: 0\r\n\r\n"),
-         "error The WebSocket handshake was answered with 401."},
-        {"403",
-         {},
-         answeringWith("HTTP/1.1 403 No\r\nContent-Length: 0\r\n\r\n"),
-         "error The WebSocket handshake was answered with 403."},
-        {"404",
-         {},
-         answeringWith("HTTP/1.1 404 No\r\nContent-Length: 0\r\n\r\n"),
-         "error The WebSocket handshake was answered with 404."},
-        {"429",
-         {},
-         answeringWith("HTTP/1.1 429 No\r\nContent-Length: 0\r\n\r\n"),
-         "error The WebSocket handshake was answered with 429."},
-        {"500",
-         {},
-         answeringWith("HTTP/1.1 500 No\r\nContent-Length: 0\r\n\r\n"),
-         "error The WebSocket handshake was answered with 500."},
         {"no HTTP at all", {}, answeringWith("SSH-2.0-OpenSSH\r\n\r\n"), "error The WebSocket handshake failed"},
         {"a head without end",
          {},
          answeringWith("HTTP/1.1 101 X\r\nA: " + std::string(200'000, 'a')),
          "error The WebSocket handshake failed"},
-        {"half-close", {}, joinedThen([](Connection&) {}), "disconnect transport close"},
+        {"closes when joined", {}, joinedThen([](Connection&) {}), "disconnect transport close"},
+        {"half-close",
+         {},
+         joinedThen([](Connection& c) {
+             c.shutDown();
+             c.waitForClose();
+         }),
+         "disconnect transport close"},
         {"reset when joined", {}, joinedThen([](Connection& c) { c.reset(); }), "disconnect"},
         {"truncated frame", {}, joinedThen([text](Connection& c) { c.write(text.substr(0, 9)); }), "disconnect transport close"},
         {"masked frame", {}, joinedThenSend(masked + "1234"), "disconnect A malformed frame"},
-        {"reserved bits", {}, joinedThenSend(WebSocketPeer::frame("x", 0xC1)), "disconnect A malformed frame"},
-        {"reserved opcode", {}, joinedThenSend(WebSocketPeer::frame("x", 0x83)), "disconnect A malformed frame"},
-        {"bad UTF-8", {}, joinedThenSend(WebSocketPeer::frame("42/chat,[\"\xff\"]")), "disconnect A malformed frame"},
-        {"a continuation of nothing", {}, joinedThenSend(WebSocketPeer::frame("x", 0x80)), "disconnect A malformed frame"},
-        {"a long ping", {}, joinedThenSend(WebSocketPeer::frame(std::string(200, 'x'), 0x89)), "disconnect A malformed frame"},
+        {"reserved bits", {}, joinedThenSend(frame("x", 0xC1)), "disconnect A malformed frame"},
+        {"reserved opcode", {}, joinedThenSend(frame("x", 0x83)), "disconnect A malformed frame"},
+        {"bad UTF-8", {}, joinedThenSend(frame("42/chat,[\"\xff\"]")), "disconnect A malformed frame"},
+        {"a continuation of nothing", {}, joinedThenSend(frame("x", 0x80)), "disconnect A malformed frame"},
+        {"a long ping", {}, joinedThenSend(frame(std::string(200, 'x'), 0x89)), "disconnect A malformed frame"},
         {"oversize",
          {{"maxMessageSize", 1000}},
-         joinedThenSend(WebSocketPeer::frame(std::string(2000, 'x'))),
+         joinedThenSend(frame(std::string(2000, 'x'))),
          "disconnect The server sent a message over the limit."},
         {"an announced exabyte",
          {},
@@ -141,53 +73,107 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
         {"missing heartbeat",
          {},
          [](Connection& c) {
-             WebSocketPeer peer(c);
-             peer.accept(WebSocketPeer::frame(R"(0{"sid":"s","pingInterval":20,"pingTimeout":20,"maxPayload":1000})"));
-             peer.next();
-             peer.send(R"(40/chat,{"sid":"x"})");
+             LivePeer peer(c);
+             peer.open(R"(0{"sid":"s","pingInterval":20,"pingTimeout":20,"maxPayload":1000})");
+             peer.readText();
+             peer.sendText(R"(40/chat,{"sid":"x"})");
              c.waitForClose();
          },
          "disconnect ping timeout"},
-        {"close 1000", {}, joinedThenSend(closeFrame(1000)), "disconnect transport close"},
-        {"close 1001", {}, joinedThenSend(closeFrame(1001)), "disconnect transport close"},
-        {"close 1009", {}, joinedThenSend(closeFrame(1009)), "disconnect transport close"},
-        {"close 1011", {}, joinedThenSend(closeFrame(1011)), "disconnect transport close"},
-        {"close 4999", {}, joinedThenSend(closeFrame(4999)), "disconnect transport close"},
-        {"close 1005, which may not be sent", {}, joinedThenSend(closeFrame(1005)), "disconnect"},
-        {"close 1015, which may not be sent", {}, joinedThenSend(closeFrame(1015)), "disconnect"},
-        {"close with one byte", {}, joinedThenSend(WebSocketPeer::frame("x", 0x88)), "disconnect A malformed frame"},
-        {"close with junk for a reason", {}, joinedThenSend(WebSocketPeer::frame("\x03\xe8\xff\xfe", 0x88)), "disconnect"},
+        {"fragments without end",
+         {{"maxMessageSize", 1000}},
+         joinedThenSend(repeated(frame("", 0x01), 40'000)),
+         "disconnect The server sent a message over the limit."},
+        {"zero for a ping interval",
+         {},
+         openingWith(R"(0{"sid":"s","pingInterval":0,"pingTimeout":20})"),
+         "error The server's open packet makes no sense."},
+        {"a huge ping timeout",
+         {},
+         openingWith(R"(0{"sid":"s","pingInterval":1,"pingTimeout":1e300})"),
+         "error The server's open packet makes no sense."},
+        {"deep JSON", {}, joinedThenSend(frame("42/chat,[\"message\"," + repeated("[", 100'000))), "disconnect"},
+        {"a count that lies",
+         {},
+         joinedThenSend(frame("451-/chat,[\"message\"]") + frame("x", 0x82) + frame("x", 0x82)),
+         "disconnect"},
+        {"attachments never sent", {}, joinedThenSend(frame(partial) + text), "disconnect"},
     };
     for (const auto& fault : faults) expectOutcome(fault, {{"forceWebsockets", true}});
 }
 
+TEST(WireFaults, HandshakesThatAreRefusedAreToldWithTheirStatus) {
+    for (const int status : {200, 301, 302, 401, 403, 404, 429, 500, 503}) {
+        const std::string line = std::to_string(status);
+        const auto answer = answeringWith(ScriptedServer::text(status, "no", "Location: http://127.0.0.1:1/\r\n"));
+        expectOutcome({line.c_str(), {}, answer, "error The WebSocket handshake was answered with " + line + "."},
+                      {{"forceWebsockets", true}});
+        expectOutcome({line.c_str(), {}, answer, status == 200 ? "error" : "error The server answered " + line + "."},
+                      {{"forcePolling", true}});
+    }
+}
+
+TEST(WireFaults, EveryCloseCodeEndsTheConnectionInEveryPhase) {
+    std::vector<int> codes{0, 999, 1016, 2999, 3000, 4999, 5000, 65535};
+    for (int code = 1000; code <= 1015; ++code) codes.push_back(code);
+    std::vector<std::pair<std::string, bool>> frames{
+        // and whether a server may send it
+        {frame("", 0x88), true},
+        {closeFrame(1000, "reason"), true},
+        {frame("x", 0x88), false},
+        {closeFrame(1000, "\xff\xfe"), false},
+        {closeFrame(1000, std::string(200, 'x')), false},
+        {frame("\x03\xe8", 0x08), false},
+    };
+    for (const int code : codes) {
+        // RFC 6455, section 7.4: some stand for what was not said, some for nobody yet. Above 4999 nothing is said.
+        const bool mayBeSent = (code >= 1000 && code <= 1003) || (code >= 1007 && code <= 1013) || code >= 3000;
+        frames.emplace_back(closeFrame(code), mayBeSent);
+    }
+    for (const auto& [bytes, mayBeSent] : frames) {
+        const std::string name = "close of " + std::to_string(static_cast<unsigned char>(bytes[2 % bytes.size()]) * 256 +
+                                                              static_cast<unsigned char>(bytes[3 % bytes.size()]));
+        const std::string heard = mayBeSent ? "disconnect transport close" : "disconnect A malformed frame";
+        const std::string begun = LivePeer::frame(LivePeer::Text, "42/chat,[\"mess", 0x01);
+        const WireFault faults[] = {
+            {name.c_str(),
+             {},
+             [bytes](Connection& c) { LivePeer(c).acceptWebSocket({}, bytes) && (c.waitForClose(), true); },
+             mayBeSent ? "error closed by the server" : "error A malformed frame"},
+            {name.c_str(), {}, joinedThenSend(bytes), heard},
+            {name.c_str(), {}, joinedThenSend(begun + bytes), heard},
+        };
+        for (const auto& fault : faults) expectOutcome(fault, {{"forceWebsockets", true}});
+    }
+}
+
 TEST(WireFaults, DoNotDisturbWhatIsOnlyUnusual) {
-    const std::string open = WebSocketPeer::frame(R"(0{"sid":"s","pingInterval":25000,"pingTimeout":20000,"maxPayload":1000})");
+    const std::string open = frame(LivePeer::kOpenPacket);
     const WireFault faults[] = {
         {"trickle",
          {},
          [&](Connection& c) {
-             WebSocketPeer peer(c);
-             peer.accept();
+             LivePeer peer(c);
+             peer.acceptWebSocket();
              for (const char byte : open) c.write({&byte, 1});
-             peer.next();
-             for (const char byte : WebSocketPeer::frame(R"(40/chat,{"sid":"x"})")) c.write({&byte, 1});
+             peer.readText();
+             for (const char byte : frame(R"(40/chat,{"sid":"x"})")) c.write({&byte, 1});
              c.waitForClose();
          },
          "connect"},
         {"fragments with pings between them",
          {},
-         joinedThenSend(WebSocketPeer::frame("42/chat,[\"mes", 0x01) + WebSocketPeer::frame("hello", 0x89) +
-                        WebSocketPeer::frame("sage\",\"\xc3", 0x00) + WebSocketPeer::frame("\xa9\"]", 0x80)),
+         joinedThenSend(frame("42/chat,[\"mes", 0x01) + frame("hello", 0x89) + frame("sage\",\"\xc3", 0x00) +
+                        frame("\xa9\"]", 0x80)),
          "message é"},
-        {"pings and pongs nobody asked for",
+        {"a storm of pongs that nobody asked for",
          {},
-         joinedThenSend(WebSocketPeer::frame("", 0x89) + WebSocketPeer::frame("x", 0x8A) +
-                        WebSocketPeer::frame("42/chat,[\"message\",1]")),
+         joinedThenSend(frame("", 0x89) + repeated(frame("x", 0x8A), 10'000) + repeated(frame("3"), 10'000) +
+                        frame("42/chat,[\"message\",1]")),
          "message 1"},
         {"a big message in small reads",
          {},
-         joinedThenSend(WebSocketPeer::frame("42/chat,[\"message\",\"" + std::string(3'000'000, 'y') + "\"]")),
+         joinedThenSend(frame("42/chat,[\"message\",\"" + std::string(3'000'000, 'y') + "\"]")),
          "message yyy"},
     };
     for (const auto& fault : faults) expectOutcome(fault, {{"forceWebsockets", true}});
@@ -196,10 +182,11 @@ TEST(WireFaults, DoNotDisturbWhatIsOnlyUnusual) {
 TEST(WireFaults, AnswerAPingWhileNothingElseComes) {
     std::string answered;
     ScriptedServer server(joinedThen([&](Connection& connection) {
-        connection.write(WebSocketPeer::frame("are you there", 0x89));
-        WebSocketPeer peer(connection);
-        answered = peer.next().value_or("nothing");
-        connection.write(WebSocketPeer::frame("42/chat,[\"message\",1]"));
+        LivePeer peer(connection, std::nullopt);
+        connection.write(frame("are you there", 0x89));
+        const auto pong = peer.readFrame();
+        answered = pong && pong->opcode == LivePeer::Pong ? pong->payload : "nothing";
+        connection.write(frame("42/chat,[\"message\",1]"));
         connection.waitForClose();
     }));
     const auto client = SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}});
@@ -209,78 +196,6 @@ TEST(WireFaults, AnswerAPingWhileNothingElseComes) {
     client->connect();
     EXPECT_TRUE(heard.waitFor("message 1"));
     EXPECT_EQ(answered, "are you there");
-}
-
-TEST(WireFaults, EndPollingWithTheRightWord) {
-    const std::string open = R"(0{"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":20000})";
-    const auto polling = [open](std::function<std::string(const WireRequest&)> afterJoin) {
-        return ScriptedServer::answering([open, afterJoin](const WireRequest& request) {
-            if (request.target.find("sid=") == std::string::npos) return ScriptedServer::text(200, open);
-            if (request.method == "POST") return ScriptedServer::text(200, "ok");
-            return afterJoin(request);
-        });
-    };
-    const WireFault faults[] = {
-        {"accepts and stays silent", {{"connectTimeout", 0.1}}, [](Connection& c) { c.waitForClose(); }, "error"},
-        {"a web page",
-         {},
-         ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "<html>"); }),
-         "error The answer is none of a Socket.IO server."},
-        {"403",
-         {},
-         ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(403, "no"); }),
-         "error The server answered 403."},
-        {"truncated body", {{"connectTimeout", 0.1}}, answeringWith("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n0{"), "error"},
-        {"a redirection is not followed",
-         {},
-         answeringWith("HTTP/1.1 302 Found\r\nLocation: http://127.0.0.1:1/\r\nContent-Length: 0\r\n\r\n"),
-         "error The server answered 302."},
-        {"unknown session",
-         {},
-         polling([](const WireRequest&) { return ScriptedServer::text(400, R"({"code":1,"message":"Session ID unknown"})"); }),
-         "error The server does not know the session."},
-        {"an answer over the limit",
-         {{"maxMessageSize", 1000}},
-         polling([](const WireRequest&) { return ScriptedServer::text(200, std::string(2000, '6')); }),
-         "error The server's answer is over the limit."},
-        {"a malformed payload",
-         {},
-         polling([](const WireRequest&) {
-             return ScriptedServer::text(200,
-                                         "40/chat,{\"sid\":\"x\"}\x1e"
-                                         "9");
-         }),
-         "disconnect"},
-    };
-    for (const auto& fault : faults) expectOutcome(fault, {{"forcePolling", true}});
-}
-
-TEST(WireFaults, FallBackToPollingWhereWebSocketsAreRefused) {
-    const std::string open = R"(0{"sid":"s1","upgrades":["websocket"],"pingInterval":25000,"pingTimeout":20000})";
-    std::vector<std::string> cookies;
-    std::mutex mutex;
-    ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
-        if (request.target.find("transport=websocket") != std::string::npos) return ScriptedServer::text(426, "");
-        {
-            const std::lock_guard lock(mutex);
-            cookies.push_back(request.header("Cookie") + "|" + request.header("X-Extra"));
-        }
-        if (request.method == "POST") return ScriptedServer::text(200, "ok");
-        if (request.target.find("sid=") == std::string::npos) {
-            return ScriptedServer::text(200, open, "Set-Cookie: AWSALB=node7; Path=/\r\n");
-        }
-        return ScriptedServer::text(200, R"(40/chat,{"sid":"x"})");
-    }));
-    const auto client = SocketIOClient::create(URL::parse(server.url()), {{"extraHeaders", Dictionary{{"X-Extra", "e"}}}});
-    client->joinNamespace("/chat");
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
-    const std::lock_guard lock(mutex);
-    ASSERT_GE(cookies.size(), 2u);
-    EXPECT_EQ(cookies[0], "|e");
-    EXPECT_EQ(cookies[1], "AWSALB=node7|e") << "the balancer's cookie goes back";
 }
 
 }  // namespace

@@ -17,15 +17,15 @@ std::string LivePeer::acceptKeyFor(const WireRequest& request) {
     return std::string(reinterpret_cast<const char*>(encoded.data()), static_cast<std::size_t>(length));
 }
 
-bool LivePeer::acceptWebSocket(std::string_view fields) {
+bool LivePeer::acceptWebSocket(std::string_view fields, std::string_view behind) {
     if (!request_) request_ = connection_.readHead();
     if (!request_) return false;
     return connection_.write(
         "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: " +
-        acceptKeyFor(*request_) + "\r\n" + std::string(fields) + "\r\n");
+        acceptKeyFor(*request_) + "\r\n" + std::string(fields) + "\r\n" + std::string(behind));
 }
 
-bool LivePeer::open(std::string_view openPacket) { return acceptWebSocket() && sendText(openPacket); }
+bool LivePeer::open(std::string_view openPacket) { return acceptWebSocket({}, frame(Text, openPacket)); }
 
 bool LivePeer::join() {
     if (!open()) return false;

@@ -32,9 +32,9 @@ public:
 
     // Each is false when the peer is gone.
 
-    /// Reads the opening handshake and answers it; `fields` are further header lines.
-    bool acceptWebSocket(std::string_view fields = {});
-    /// `acceptWebSocket`, then the open packet.
+    /// Reads the opening handshake and answers it; `fields` are further header lines, `behind` follows in the same write.
+    bool acceptWebSocket(std::string_view fields = {}, std::string_view behind = {});
+    /// `acceptWebSocket`, and the open packet right behind it.
     bool open(std::string_view openPacket = kOpenPacket);
     /// `open`, then answers the join of the namespace.
     bool join();
@@ -49,6 +49,13 @@ public:
     /// The next text that is no heartbeat; nullopt when the connection has ended.
     std::optional<std::string> readText();
 
+    struct Frame {
+        unsigned char opcode;
+        std::string payload;
+    };
+    /// The next frame, unmasked.
+    std::optional<Frame> readFrame();
+
     std::string eventText(std::string_view event, std::string_view argument) const;
     /// One unmasked frame. `first` replaces the first byte (FIN, reserved bits, opcode).
     static std::string frame(Opcode opcode, std::string_view payload, std::optional<unsigned char> first = std::nullopt);
@@ -56,11 +63,6 @@ public:
     const std::string& nsp() const { return nsp_; }
 
 private:
-    struct Frame {
-        unsigned char opcode;
-        std::string payload;
-    };
-    std::optional<Frame> readFrame();
     bool need(std::size_t count);
 
     ScriptedServer::Connection& connection_;

@@ -276,6 +276,8 @@ void ScriptedServer::Connection::waitForClose() {
     }
 }
 
+void ScriptedServer::Connection::shutDown() { ::shutdown(impl_->fd, SHUT_WR); }
+
 void ScriptedServer::Connection::reset() {
     const linger now{1, 0};
     ::setsockopt(impl_->fd, SOL_SOCKET, SO_LINGER, &now, sizeof now);

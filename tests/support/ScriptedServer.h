@@ -52,6 +52,8 @@ public:
         bool answer(int status, std::string_view body, std::string_view headers = {});
         /// Waits until the peer closes or the server ends; reads on and drops.
         void waitForClose();
+        /// Writes no more; the peer reads the end.
+        void shutDown();
         /// Ends the connection with a reset instead of an orderly close.
         void reset();
         /// Waits; false when the server ended meanwhile.

@@ -14,6 +14,9 @@ namespace {
 
 constexpr std::size_t kMostSpares = 64;
 
+// Left alone, libcurl keeps four idle connections for each running transfer and closes the rest after every burst.
+constexpr CurlMulti::Limits kLimits{.idleConnections = 64, .connectionsPerHost = 64};
+
 std::vector<std::unique_ptr<CurlHandle>>& spares() {
     static auto* const handles = new std::vector<std::unique_ptr<CurlHandle>>;  // never destroyed, like the network thread
     return *handles;
@@ -27,12 +30,12 @@ bool sameAuthorities(const URLSessionConfiguration& a, const URLSessionConfigura
 }  // namespace
 
 CurlMulti& CurlHandle::multi() {
-    static auto* const multi = new CurlMulti(NetworkThreadAsio::ioContext());
+    static auto* const multi = new CurlMulti(NetworkThreadAsio::ioContext(), kLimits);
     return *multi;
 }
 
 CurlMulti& CurlHandle::multiForUploads() {
-    static auto* const multi = new CurlMulti(NetworkThreadAsio::ioContext());
+    static auto* const multi = new CurlMulti(NetworkThreadAsio::ioContext(), kLimits);
     return *multi;
 }
 

@@ -19,14 +19,13 @@ struct CurlMulti::Socket {
     bool closed = false;
 };
 
-CurlMulti::CurlMulti(asio::io_context& context) : context_(context), multi_(curl_multi_init()), timer_(context) {
+CurlMulti::CurlMulti(asio::io_context& context, Limits limits) : context_(context), multi_(curl_multi_init()), timer_(context) {
     curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &CurlMulti::onSocket);
     curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &CurlMulti::onTimer);
     curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
-    // Left alone, libcurl keeps four idle connections for each running transfer and closes the rest after every burst.
-    curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, 64L);
-    curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, 64L);
+    if (limits.idleConnections) curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, *limits.idleConnections);
+    if (limits.connectionsPerHost) curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, *limits.connectionsPerHost);
 }
 
 void CurlMulti::prepare(CURL* easy) {

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 
 #include <boost/asio/io_context.hpp>
@@ -26,7 +27,13 @@ public:
         ~Exchange() = default;
     };
 
-    explicit CurlMulti(boost::asio::io_context& context);
+    /// What the pool may hold; nullopt leaves it to libcurl, which keeps four idle connections for each running transfer.
+    struct Limits {
+        std::optional<long> idleConnections;
+        std::optional<long> connectionsPerHost;  // nullopt: none
+    };
+
+    CurlMulti(boost::asio::io_context& context, Limits limits);
     CurlMulti(const CurlMulti&) = delete;
     CurlMulti& operator=(const CurlMulti&) = delete;
 

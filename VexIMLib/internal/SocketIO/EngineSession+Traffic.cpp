@@ -14,8 +14,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A GET ends at the latest with the server's next ping.
-constexpr auto kGetSlack = 10s;
+// A GET ends at the latest with the server's next ping. The slack leaves it to the session's own deadlines to say what is late.
+constexpr std::chrono::milliseconds kGetSlack = 10s;
 constexpr auto kNudgeTimeout = 10s;
 
 }  // namespace
@@ -247,10 +247,8 @@ void EngineSession::settle() {
     if (phase_ == Phase::Ended || phase_ == Phase::Idle || phase_ == Phase::Draining || carrier_ != Carrier::Polling) return;
     if (!getInFlight_) {
         getInFlight_ = true;
-        const auto patience = phase_ == Phase::OpeningPolling
-                                  ? config_.connectTimeout
-                                  : open_.pingInterval + open_.pingTimeout + std::chrono::milliseconds(kGetSlack);
-        act(action::Get{target("polling"), patience});
+        const auto patience = phase_ == Phase::OpeningPolling ? config_.connectTimeout : open_.pingInterval + open_.pingTimeout;
+        act(action::Get{target("polling"), patience + kGetSlack});
     }
     if (phase_ == Phase::OpeningPolling) return;
     post();
@@ -258,7 +256,7 @@ void EngineSession::settle() {
     if (phase_ == Phase::Joined && wanted && !triedUpgrade_) {
         triedUpgrade_ = true;
         phase_ = Phase::Probing;
-        upgradeDeadline_ = now_ + config_.upgradeTimeout;
+        upgradeDeadline_ = now_ + std::min(config_.upgradeTimeout, config_.connectTimeout);
         act(action::OpenWebSocket{target("websocket")});
     }
 }

@@ -18,9 +18,10 @@ using namespace std::chrono_literals;
 
 constexpr auto kGoodbye = 1s;
 
-/// A pool of connections of their own: what the application trusts here says nothing about its other requests.
+/// A pool of connections of their own: what the application trusts here says nothing about its other requests. Each client
+/// holds a GET open all the time, so a limit of connections for a host would leave the next client waiting for ever.
 CurlMulti& multi() {
-    static auto* const instance = new CurlMulti(NetworkThreadAsio::ioContext());
+    static auto* const instance = new CurlMulti(NetworkThreadAsio::ioContext(), {});
     return *instance;
 }
 
@@ -111,6 +112,7 @@ Request::Request(LivePolling& owner, const TransportOptions& options) : owner_(o
     curl_easy_setopt(easy_, CURLOPT_PRIVATE, static_cast<CurlMulti::Exchange*>(this));
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, description_.data());
     curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // a name lookup that hangs is left behind
     curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
     curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
@@ -119,10 +121,24 @@ Request::Request(LivePolling& owner, const TransportOptions& options) : owner_(o
     curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
     curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &Request::onHeader);
     curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
+    // Through the proxy that carries WebSockets, too; libcurl is not to ask the environment again.
+    curl_easy_setopt(easy_, CURLOPT_NOPROXY, "");
+    curl_easy_setopt(easy_, CURLOPT_PROXY, "");
+    if (const auto& proxy = options_.proxy) {
+        curl_easy_setopt(easy_, CURLOPT_PROXY, ("http://" + authorityOf(proxy->host, proxy->port)).c_str());
+        curl_easy_setopt(easy_, CURLOPT_HTTPPROXYTUNNEL, 1L);
+        curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+        if (proxy->user) {
+            curl_easy_setopt(easy_, CURLOPT_PROXYUSERNAME, proxy->user->c_str());
+            curl_easy_setopt(easy_, CURLOPT_PROXYPASSWORD, proxy->password.c_str());
+        }
+    }
+    curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
     // libcurl takes a connection over only for the same authorities and pins.
     const TlsOptions& tls = options_.tls;
+    if (!tls.authorityPEM.empty() || !tls.authorityFile.empty()) curl_easy_setopt(easy_, CURLOPT_CAPATH, nullptr);
     if (!tls.authorityPEM.empty()) {
         curl_blob authorities{const_cast<char*>(tls.authorityPEM.data()), tls.authorityPEM.size(), CURL_BLOB_COPY};
         curl_easy_setopt(easy_, CURLOPT_CAINFO_BLOB, &authorities);
@@ -221,6 +237,9 @@ int Request::status() const {
 }
 
 std::string Request::fault(CURLcode result) const {
+    long proxyStatus = 0;
+    curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
+    if (proxyStatus >= 300) return proxyRefusal(static_cast<int>(proxyStatus));
     return description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
 }
 

@@ -54,10 +54,10 @@ std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::u
     const auto url = URL::parse(hasScheme ? std::string(text) : "http://" + std::string(text));
     if (!url || url->scheme() != "http" || url->host().empty()) return std::nullopt;
     // 1080 is what the transfer library takes when no port is named.
-    ProxyServer proxy{url->host(), url->port().value_or(1080), {}};
+    ProxyServer proxy{url->host(), url->port().value_or(1080), std::nullopt, {}};
     if (url->user()) {
-        const std::string credentials = percentDecode(*url->user()) + ":" + percentDecode(url->password().value_or(""));
-        proxy.authorization = "Basic " + encodeBase64(credentials);
+        proxy.user = percentDecode(*url->user());
+        proxy.password = percentDecode(url->password().value_or(""));
     }
     return proxy;
 }
@@ -71,8 +71,10 @@ std::string connectRequest(const ProxyServer& proxy, std::string_view authority)
     request += authority;
     request += " HTTP/1.1\r\nHost: ";
     request += authority;
-    if (!proxy.authorization.empty()) request += "\r\nProxy-Authorization: " + proxy.authorization;
+    if (proxy.user) request += "\r\nProxy-Authorization: Basic " + encodeBase64(*proxy.user + ":" + proxy.password);
     return request + "\r\n\r\n";
 }
+
+std::string proxyRefusal(int status) { return "The proxy refused the connection: " + std::to_string(status) + "."; }
 
 }  // namespace vexim

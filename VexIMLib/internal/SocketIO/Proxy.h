@@ -14,7 +14,8 @@ namespace vexim {
 struct ProxyServer {
     std::string host;
     std::uint16_t port = 0;
-    std::string authorization;  // value of "Proxy-Authorization"; empty for none
+    std::optional<std::string> user;  // nullopt: no credentials
+    std::string password;
 
     friend bool operator==(const ProxyServer&, const ProxyServer&) = default;
 };
@@ -31,5 +32,7 @@ std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::u
 
 /// The request that opens a tunnel to `authority` ("host:port").
 std::string connectRequest(const ProxyServer& proxy, std::string_view authority);
+/// What applications are told when it was answered with `status`.
+std::string proxyRefusal(int status);
 
 }  // namespace vexim

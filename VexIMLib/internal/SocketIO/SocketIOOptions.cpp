@@ -173,7 +173,7 @@ ParsedOptions parseSocketIOOptions(const Dictionary& dictionary) {
         if (known == readers().end()) {
             complaints.push_back("unknown option \"" + std::string(key) + "\"");
         } else if (!known->second(value, reading)) {
-            complaints.push_back("option \"" + std::string(key) + "\" has a value of the wrong type or range");
+            complaints.push_back("option \"" + std::string(key) + "\" with a value of the wrong type or range");
         }
     }
     auto& options = reading.options;

@@ -2,10 +2,12 @@
 
 namespace vexim {
 
-std::string Endpoint::authorityWithPort() const {
+std::string authorityOf(const std::string& host, std::uint16_t port) {
     const bool isIPv6 = host.find(':') != std::string::npos;
     return (isIPv6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
 }
+
+std::string Endpoint::authorityWithPort() const { return authorityOf(host, port); }
 
 std::string Endpoint::authority() const {
     std::string text = authorityWithPort();

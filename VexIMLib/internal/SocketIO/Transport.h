@@ -13,6 +13,9 @@
 
 namespace vexim {
 
+/// "host:port", with brackets around an IPv6 address.
+std::string authorityOf(const std::string& host, std::uint16_t port);
+
 /// Where the server is.
 struct Endpoint {
     bool isSecure = false;

@@ -244,16 +244,12 @@ void LiveWebSocket::didReceive(std::string_view bytes) {
 void LiveWebSocket::didReceiveFromProxy(std::string_view bytes) {
     proxyAnswer_ += bytes;
     const auto end = proxyAnswer_.find("\r\n\r\n");
-    if (end == std::string::npos) {
-        if (proxyAnswer_.size() > kMaxProxyHead) fail(event::WebSocketFailed::Stage::Proxy, "The proxy's answer makes no sense.");
-        return;
-    }
-    const bool isHttp = proxyAnswer_.starts_with("HTTP/1.") && proxyAnswer_.size() > 12;
-    const int status = isHttp ? std::atoi(proxyAnswer_.c_str() + 9) : 0;
-    if (status / 100 != 2) {
-        return fail(event::WebSocketFailed::Stage::Proxy, "The proxy refused the connection: " + std::to_string(status) + ".",
-                    status);
-    }
+    const bool isWhole = end != std::string::npos;
+    if (!isWhole && proxyAnswer_.size() <= kMaxProxyHead) return;
+    const bool isHttp = isWhole && proxyAnswer_.starts_with("HTTP/1.") && proxyAnswer_.size() > 12;
+    if (!isHttp) return fail(event::WebSocketFailed::Stage::Proxy, "The proxy's answer makes no sense.");
+    const int status = std::atoi(proxyAnswer_.c_str() + 9);
+    if (status / 100 != 2) return fail(event::WebSocketFailed::Stage::Proxy, proxyRefusal(status), status);
     const std::string rest = proxyAnswer_.substr(end + 4);
     proxyAnswer_.clear();
     didReachServer();

@@ -1,0 +1,252 @@
+// A hostile peer, as event scripts: each fault in each phase. The outcome is one word; nothing crashes, nothing hangs.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "socketio/SessionScript.h"
+
+namespace vexim::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+struct Fault {
+    const char* name;
+    std::vector<std::string> frames;
+    const char* opening;  // outcome before the open packet
+    const char* idle;     // joined
+    const char* busy;     // joined, with attachments due
+};
+
+constexpr const char* kLives = "lives";
+constexpr const char* kBad = "protocol-fault";
+
+/// The end's cause among what was done.
+std::string outcomeIn(std::string_view shown) {
+    const auto end = shown.find("END ");
+    return end == shown.npos ? kLives : std::string(shown.substr(end + 4));
+}
+
+std::string outcomeOf(Script& script, const std::vector<std::string>& frames) {
+    std::string shown;
+    for (const auto& frame : frames) {
+        const bool isBinary = frame.starts_with("bytes:");
+        shown += " " + (isBinary ? script.on(event::WebSocketBinary{std::string_view(frame).substr(6)}) : script.text(frame));
+        if (script.session.hasEnded()) break;
+    }
+    return outcomeIn(shown);
+}
+
+std::string repeated(std::string_view text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) all += text;
+    return all;
+}
+
+TEST(HostileSession, MeetsEachFrameWithTheRightEnd) {
+    const std::vector<std::string> storm(1000, "3");
+    const Fault faults[] = {
+        {"nothing at all", {""}, kBad, kBad, kBad},
+        {"unknown packet type", {"9"}, kBad, kBad, kBad},
+        {"a letter for a type", {"x"}, kBad, kBad, kBad},
+        {"a second open", {kOpen, kOpen}, kBad, kBad, kBad},
+        {"open that is no JSON", {"0{"}, kBad, kBad, kBad},
+        {"open without sid", {R"(0{"pingInterval":1,"pingTimeout":1})"}, kBad, kBad, kBad},
+        {"open with an empty sid", {R"(0{"sid":"","pingInterval":1,"pingTimeout":1})"}, kBad, kBad, kBad},
+        {"zero ping interval", {R"(0{"sid":"a","pingInterval":0,"pingTimeout":1})"}, kBad, kBad, kBad},
+        {"zero ping timeout", {R"(0{"sid":"a","pingInterval":1,"pingTimeout":0})"}, kBad, kBad, kBad},
+        {"huge ping interval", {R"(0{"sid":"a","pingInterval":1e300,"pingTimeout":1})"}, kBad, kBad, kBad},
+        {"ping interval that is text", {R"(0{"sid":"a","pingInterval":"25000","pingTimeout":1})"}, kBad, kBad, kBad},
+        {"open that is an array", {"0[]"}, kBad, kBad, kBad},
+        {"close packet", {"1"}, kBad, "link-lost", "link-lost"},
+        {"noop", {"6"}, kBad, kLives, kLives},
+        {"upgrade from the server", {"5"}, kBad, kLives, kLives},
+        {"pong storm", storm, kBad, kLives, kLives},
+        {"probe answer out of place", {"3probe"}, kBad, kLives, kLives},
+        {"empty message", {"4"}, kBad, kBad, kBad},
+        {"unknown message type", {"47"}, kBad, kBad, kBad},
+        {"event without a name", {"42/chat,[]"}, kBad, kBad, kBad},
+        {"event that is an object", {"42/chat,{}"}, kBad, kBad, kBad},
+        {"event with a reserved name", {R"(42/chat,["connect"])"}, kBad, kBad, kBad},
+        {"event cut short", {R"(42/chat,["a")"}, kBad, kBad, kBad},
+        {"event for another namespace", {R"(42/other,["a"])"}, kBad, kLives, kBad},
+        {"deep JSON", {"42/chat,[\"a\"," + repeated("[", 100'000)}, kBad, kBad, kBad},
+        {"closed deep JSON", {"42/chat,[\"a\"," + repeated("[", 2000) + repeated("]", 2000) + "]"}, kBad, kBad, kBad},
+        {"bad UTF-8 in JSON", {"42/chat,[\"a\xff\"]"}, kBad, kBad, kBad},
+        {"answer for an unknown id", {"43/chat,99[]"}, kBad, kLives, kBad},
+        {"the same answer twice", {"43/chat,0[]", "43/chat,0[]"}, kBad, kLives, kBad},
+        {"answer without id", {"43/chat,[]"}, kBad, kBad, kBad},
+        {"id over 64 bits", {R"(42/chat,99999999999999999999["a"])"}, kBad, kBad, kBad},
+        {"attachment nobody announced", {"bytes:\x04xyz"}, kBad, kBad, kLives},
+        {"attachment that is no base64", {"b4!!!"}, kBad, kBad, kBad},
+        {"empty binary frame", {"bytes:"}, kBad, kBad, kBad},
+        {"count of nothing", {R"(450-/chat,["a"])"}, kBad, kBad, kBad},
+        {"huge count", {R"(4599999999999-/chat,["a"])"}, kBad, kBad, kBad},
+        {"count without a dash", {R"(451/chat,["a"])"}, kBad, kBad, kBad},
+        {"placeholder out of range", {R"(451-/chat,["a",{"_placeholder":true,"num":7}])", "bytes:\x04x"}, kBad, kBad, kBad},
+        {"placeholder below zero", {R"(451-/chat,["a",{"_placeholder":true,"num":-1}])", "bytes:\x04x"}, kBad, kBad, kBad},
+        {"more attachments than announced", {R"(451-/chat,["a"])", "bytes:\x04x", "bytes:\x04x"}, kBad, kBad, kBad},
+        {"attachments never sent", {R"(451-/chat,["a",{"_placeholder":true,"num":0}])", R"(42/chat,["b"])"}, kBad, kBad, kBad},
+        {"join answered twice", {"40/chat,"}, kBad, kLives, kBad},
+        {"namespace taken away", {"41/chat,"}, kBad, "server-disconnect", kBad},
+        {"disconnect with a payload", {R"(41/chat,{"a":1})"}, kBad, kBad, kBad},
+        {"error for the joined namespace", {R"(44/chat,"oops")"}, kBad, kLives, kBad},
+        {"raw HTTP on the open socket", {"HTTP/1.1 400 Bad Request"}, kBad, kBad, kBad},
+    };
+    for (const auto& fault : faults) {
+        SCOPED_TRACE(fault.name);
+        Script opening;
+        opening.on(event::Start{});
+        opening.on(event::WebSocketOpened{});
+        EXPECT_EQ(outcomeOf(opening, fault.frames), fault.opening);
+        Script idle;
+        idle.join(EngineRevision::V3);
+        EXPECT_EQ(outcomeOf(idle, fault.frames), fault.idle);
+        Script busy;
+        busy.join(EngineRevision::V3);
+        busy.text(R"(452-/chat,["file",{"_placeholder":true,"num":0}])");
+        EXPECT_EQ(outcomeOf(busy, fault.frames), fault.busy);
+    }
+}
+
+TEST(HostileSession, MeetsHostileAnswersToPolling) {
+    struct Row {
+        const char* name;
+        int status;
+        std::string body;
+        const char* opening;
+        const char* idle;
+        const char* busy;  // attachments are due, and a POST is under way
+    };
+    const Row rows[] = {
+        {"moved", 301, "", "connect-failed", "link-lost", "link-lost"},
+        {"not authorised", 401, "", "connect-failed", "link-lost", "link-lost"},
+        {"forbidden", 403, R"({"code":4,"message":"Forbidden"})", "connect-failed", "link-lost", "link-lost"},
+        {"not found", 404, "", "connect-failed", "link-lost", "link-lost"},
+        {"too many", 429, "", "connect-failed", "link-lost", "link-lost"},
+        {"broken", 500, "", "connect-failed", "link-lost", "link-lost"},
+        {"unknown session", 400, R"({"code":1,"message":"Session ID unknown"})", kLives, "link-lost", "link-lost"},
+        {"empty body", 200, "", kBad, kBad, kBad},
+        {"a web page", 200, "<html>", kBad, kBad, kBad},
+        {"only a separator", 200, "\x1e", kBad, kBad, kBad},
+        {"the other revision's framing", 200, "8:40/chat,", kBad, kBad, kBad},
+        {"an unknown packet behind a good one", 200,
+         "6\x1e"
+         "9",
+         kBad, kBad, kBad},
+        {"a second open", 200, std::string(kOpen) + "\x1e" + kOpen, kBad, kBad, kBad},
+        {"an attachment that is no base64", 200, "b!!!", kBad, kBad, kBad},
+        {"an attachment nobody announced", 200, "bAAAA", kBad, kBad, kLives},
+        {"another message before the attachments", 200, "42/chat,[\"a\"]", kBad, kLives, kBad},
+        {"deep JSON", 200, "42/chat,[" + repeated("[", 100'000), kBad, kBad, kBad},
+        {"close", 200, "1", kBad, "link-lost", "link-lost"},
+        {"a million packets", 200, repeated("6\x1e", 999'999) + "6", kBad, kLives, kLives},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Script opening(chat(TransportChoice::PollingOnly));
+        opening.on(event::Start{});
+        EXPECT_EQ(outcomeIn(opening.got(row.body, row.status)), row.opening);
+        Script idle(chat(TransportChoice::PollingOnly));
+        idle.joinPolling(EngineRevision::V4);
+        EXPECT_EQ(outcomeIn(idle.got(row.body, row.status)), row.idle);
+        Script busy(chat(TransportChoice::PollingOnly));
+        busy.joinPolling(EngineRevision::V4);
+        busy.got(R"(452-/chat,["file",{"_placeholder":true,"num":0}])");
+        busy.emit("42/chat,[1]");
+        EXPECT_EQ(outcomeIn(busy.got(row.body, row.status)), row.busy);
+    }
+    const std::pair<int, const char*> posts[] = {
+        {200, kLives}, {413, kLives}, {302, "link-lost"}, {400, "link-lost"}, {500, "link-lost"}};
+    for (const auto& [status, outcome] : posts) {
+        Script script(chat(TransportChoice::PollingOnly));
+        script.joinPolling(EngineRevision::V4);
+        script.emit("42/chat,[1]");
+        EXPECT_EQ(outcomeIn(script.posted(status, "anything")), outcome) << "a POST answered with " << status;
+    }
+}
+
+TEST(HostileSession, EndsWhenItsTransportDoes) {
+    using Cause = event::WebSocketClosed::Cause;
+    struct Row {
+        SessionEvent what;
+        TransportChoice transport;
+        const char* opening;
+        const char* joining;
+        const char* joined;
+    };
+    const Row rows[] = {
+        {event::WebSocketClosed{Cause::Peer, "1001"}, TransportChoice::WebSocketOnly, "connect-failed", "link-lost", "link-lost"},
+        {event::WebSocketClosed{Cause::Network, ""}, TransportChoice::WebSocketOnly, "connect-failed", "link-lost", "link-lost"},
+        {event::WebSocketClosed{Cause::Malformed, ""}, TransportChoice::WebSocketOnly, "connect-failed", kBad, kBad},
+        {event::WebSocketClosed{Cause::TooLarge, ""}, TransportChoice::WebSocketOnly, "connect-failed", "limit-passed",
+         "limit-passed"},
+        {event::RequestFailed{"reset"}, TransportChoice::PollingOnly, "connect-failed", "connect-failed", "link-lost"},
+        {event::RequestFailed{"too large", true}, TransportChoice::PollingOnly, "limit-passed", "limit-passed", "limit-passed"},
+    };
+    for (const auto& row : rows) {
+        const bool isPolling = row.transport == TransportChoice::PollingOnly;
+        SCOPED_TRACE(isPolling ? "polling" : "websocket");
+        Script opening(chat(row.transport));
+        opening.on(event::Start{});
+        EXPECT_EQ(outcomeIn(opening.on(row.what)), row.opening);
+        Script joining(chat(row.transport));
+        joining.on(event::Start{});
+        isPolling ? joining.got(kOpen) : joining.text(kOpen);
+        EXPECT_EQ(outcomeIn(joining.on(row.what)), row.joining);
+        Script joined(chat(row.transport));
+        isPolling ? joined.joinPolling(EngineRevision::V4) : joined.join(EngineRevision::V4);
+        EXPECT_EQ(outcomeIn(joined.on(row.what)), row.joined);
+    }
+}
+
+TEST(HostileSession, EndsInTimeWhenThePeerFallsSilent) {
+    struct Row {
+        const char* phase;
+        TransportChoice transports;
+        std::vector<SessionEvent> before;
+        std::chrono::seconds time;
+        const char* outcome;
+    };
+    const std::string join = R"(40/chat,{"sid":"x"})";
+    const auto polling = TransportChoice::PollingOnly;
+    const auto upgrading = TransportChoice::PollingThenWebSocket;
+    const Row rows[] = {
+        {"no handshake", TransportChoice::WebSocketOnly, {}, 20s, "connect-failed"},
+        {"no open packet", TransportChoice::WebSocketOnly, {event::WebSocketOpened{}}, 20s, "connect-failed"},
+        {"no revision", TransportChoice::WebSocketOnly, {event::WebSocketText{kOpen}}, 20s, "connect-failed"},
+        {"no join", TransportChoice::WebSocketOnly, {event::WebSocketText{kOpenWithMaxPayload}}, 20s, "connect-failed"},
+        {"no heartbeat",
+         TransportChoice::WebSocketOnly,
+         {event::WebSocketText{kOpen}, event::WebSocketText{join}},
+         45s,
+         "heartbeat-missed"},
+        {"no answer", polling, {}, 20s, "connect-failed"},
+        {"no join over polling", polling, {event::GetAnswered{200, kOpen}}, 20s, "connect-failed"},
+        {"no heartbeat over polling",
+         polling,
+         {event::GetAnswered{200, kOpen}, event::GetAnswered{200, join}},
+         45s,
+         "heartbeat-missed"},
+        {"nothing runs dry for the upgrade",
+         upgrading,
+         {event::GetAnswered{200, kOpen}, event::GetAnswered{200, join}, event::WebSocketOpened{}, event::WebSocketText{"3probe"}},
+         45s,
+         "heartbeat-missed"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.phase);
+        Script script(chat(row.transports));
+        script.on(event::Start{});
+        for (const auto& event : row.before) script.on(event);
+        EXPECT_EQ(outcomeIn(script.wait(row.time - 1s)), kLives);
+        EXPECT_EQ(outcomeIn(script.wait(1s)), row.outcome);
+    }
+}
+
+}  // namespace
+}  // namespace vexim::testing

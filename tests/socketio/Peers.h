@@ -1,0 +1,53 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "support/LivePeer.h"
+#include "support/ScriptedServer.h"
+
+namespace vexim::testing {
+
+/// A text frame as a server sends it; `first` replaces its first byte (FIN, reserved bits, opcode).
+inline std::string frame(std::string_view payload, unsigned char first = 0x81) {
+    return LivePeer::frame(LivePeer::Text, payload, first);
+}
+
+/// Joins are answered over either transport, and then nothing is said: the GET behind the answer hangs, as it should.
+inline ScriptedServer::Script serveEitherTransport() {
+    struct Sessions {
+        std::mutex mutex;
+        int count = 0;
+        std::set<std::string> joined;
+    };
+    return [sessions = std::make_shared<Sessions>()](ScriptedServer::Connection& connection) {
+        while (auto request = connection.readRequest()) {
+            if (request->header("Upgrade") == "websocket") {
+                LivePeer peer(connection, std::move(request));
+                if (peer.join()) peer.waitForClose();
+                return;
+            }
+            std::string body = "ok";
+            const auto sid = request->target.find("&sid=");
+            if (request->method == "GET") {
+                const std::lock_guard lock(sessions->mutex);
+                if (sid == std::string::npos) {
+                    body = R"(0{"sid":")" + std::to_string(++sessions->count) +
+                           R"(","upgrades":[],"pingInterval":25000,"pingTimeout":20000})";
+                } else if (sessions->joined.insert(request->target.substr(sid, request->target.find('&', sid + 1) - sid)).second) {
+                    body = R"(40/chat,{"sid":"x"})";
+                } else {
+                    body.clear();
+                }
+            }
+            if (body.empty()) return connection.waitForClose();
+            if (!connection.answer(200, body)) return;
+        }
+    };
+}
+
+}  // namespace vexim::testing

@@ -1,0 +1,218 @@
+// Polling servers and upgrades that misbehave on a real socket, and a deadline for each stage of connecting.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "socketio/WireFault.h"
+
+namespace vexim::testing {
+namespace {
+
+TEST(PollingFaults, EndPollingWithTheRightWord) {
+    const std::string open = R"(0{"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":20000})";
+    const auto polling = [open](std::function<std::string(const WireRequest&)> afterJoin) {
+        return ScriptedServer::answering([open, afterJoin](const WireRequest& request) {
+            if (request.target.find("sid=") == std::string::npos) return ScriptedServer::text(200, open);
+            if (request.method == "POST") return ScriptedServer::text(200, "ok");
+            return afterJoin(request);
+        });
+    };
+    const WireFault faults[] = {
+        {"accepts and stays silent",
+         {{"connectTimeout", 0.1}},
+         [](Connection& c) { c.waitForClose(); },
+         "error The server did not answer in time."},
+        {"a web page",
+         {},
+         ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "<html>"); }),
+         "error The answer is none of a Socket.IO server."},
+        {"truncated body", {{"connectTimeout", 0.1}}, answeringWith("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n0{"), "error"},
+        {"unknown session",
+         {},
+         polling([](const WireRequest&) { return ScriptedServer::text(400, R"({"code":1,"message":"Session ID unknown"})"); }),
+         "error The server does not know the session."},
+        {"an answer over the limit",
+         {{"maxMessageSize", 1000}},
+         polling([](const WireRequest&) { return ScriptedServer::text(200, std::string(2000, '6')); }),
+         "error The server's answer is over the limit."},
+        {"a million packets, then a malformed one",
+         {},
+         polling([](const WireRequest&) { return ScriptedServer::text(200, repeated("6\x1e", 1'000'000) + "9"); }),
+         "error A malformed payload."},
+        {"a malformed payload",
+         {},
+         polling([](const WireRequest&) {
+             return ScriptedServer::text(200,
+                                         "40/chat,{\"sid\":\"x\"}\x1e"
+                                         "9");
+         }),
+         "disconnect"},
+    };
+    for (const auto& fault : faults) expectOutcome(fault, {{"forcePolling", true}});
+}
+
+TEST(PollingFaults, FallBackToPollingWhereWebSocketsAreRefused) {
+    const std::string open = R"(0{"sid":"s1","upgrades":["websocket"],"pingInterval":25000,"pingTimeout":20000})";
+    std::vector<std::string> cookies;
+    std::mutex mutex;
+    ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
+        if (request.target.find("transport=websocket") != std::string::npos) return ScriptedServer::text(426, "");
+        {
+            const std::lock_guard lock(mutex);
+            cookies.push_back(request.header("Cookie") + "|" + request.header("X-Extra"));
+        }
+        if (request.method == "POST") return ScriptedServer::text(200, "ok");
+        if (request.target.find("sid=") == std::string::npos) {
+            return ScriptedServer::text(200, open, "Set-Cookie: AWSALB=node7; Path=/\r\n");
+        }
+        return ScriptedServer::text(200, R"(40/chat,{"sid":"x"})");
+    }));
+    const auto client = SocketIOClient::create(URL::parse(server.url()), {{"extraHeaders", Dictionary{{"X-Extra", "e"}}}});
+    client->joinNamespace("/chat");
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    const std::lock_guard lock(mutex);
+    ASSERT_GE(cookies.size(), 2u);
+    EXPECT_EQ(cookies[0], "|e");
+    EXPECT_EQ(cookies[1], "AWSALB=node7|e") << "the balancer's cookie goes back";
+}
+
+/// Offers an upgrade. Once that has been committed, or has been given up when it never answers the probe, it lets the GET go.
+class UpgradingServer {
+public:
+    explicit UpgradingServer(bool answersProbe)
+        : answersProbe_(answersProbe),
+          server_([this](Connection& connection) { serve(connection); }) {}
+    std::string url() const { return server_.url(); }
+
+private:
+    void serve(Connection& connection) {
+        while (auto request = connection.readRequest()) {
+            if (request->header("Upgrade") == "websocket") return upgrade(LivePeer(connection, std::move(request)));
+            std::string body = "ok";
+            if (request->target.find("sid=") == std::string::npos) {
+                body = R"(0{"sid":"s1","upgrades":["websocket"],"pingInterval":25000,"pingTimeout":20000})";
+            } else if (request->method == "GET" && !joined_.exchange(true)) {
+                body = R"(40/chat,{"sid":"x"})";
+            } else if (request->method == "GET") {
+                while (!isReleased_ && connection.pause(std::chrono::milliseconds(1))) continue;
+                body = R"(42/chat,["message","over polling"])";
+                isReleased_ = false;
+            }
+            connection.answer(200, body);
+        }
+    }
+    void upgrade(LivePeer peer) {
+        peer.acceptWebSocket();
+        const bool isProbed = peer.readText() == "2probe";
+        if (isProbed && answersProbe_) {
+            peer.sendText("3probe");
+            isReleased_ = true;
+            if (peer.readText() == "5") peer.sendText(R"(42/chat,["message","over the WebSocket"])");
+        }
+        peer.waitForClose();
+        isReleased_ = true;
+    }
+
+    const bool answersProbe_;
+    std::atomic<bool> joined_{false};
+    std::atomic<bool> isReleased_{false};
+    ScriptedServer server_;  // last: its connections use the rest
+};
+
+TEST(PollingFaults, UpgradesLoseNothingAndMayFail) {
+    const std::pair<bool, std::vector<std::string>> rows[] = {
+        {true, {"connect /chat", "message over polling", "message over the WebSocket"}},
+        {false, {"connect /chat", "message over polling"}},
+    };
+    for (const auto& [answersProbe, lines] : rows) {
+        UpgradingServer server(answersProbe);
+        const auto client = SocketIOClient::create(URL::parse(server.url()),
+                                                   {{"transports", Array{"polling", "websocket"}}, {"connectTimeout", 0.5}});
+        client->joinNamespace("/chat");
+        Recorder heard;
+        heard.listen(*client);
+        client->connect();
+        EXPECT_TRUE(heard.waitFor(lines.back())) << heard.last();
+        EXPECT_EQ(heard.lines(), lines);
+    }
+}
+
+/// Listens, but has no room for one more connection: whoever connects gets no answer.
+class FullListener {
+public:
+    FullListener() {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        auto* const where = reinterpret_cast<sockaddr*>(&address);
+        for (int& socket : sockets_) {
+            socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+            if (&socket == &sockets_[0]) {
+                if (::bind(socket, where, length) != 0 || ::listen(socket, 0) != 0) ADD_FAILURE() << "no listener";
+                ::getsockname(socket, where, &length);
+            } else {
+                (void)::connect(socket, where, length);  // takes the room
+            }
+        }
+        port = ntohs(address.sin_port);
+    }
+    ~FullListener() {
+        for (const int socket : sockets_) ::close(socket);
+    }
+    FullListener(const FullListener&) = delete;
+    FullListener& operator=(const FullListener&) = delete;
+
+    std::uint16_t port = 0;
+
+private:
+    int sockets_[4] = {};
+};
+
+TEST(Deadlines, EndEachStageOfConnecting) {
+    const FullListener full;
+    ScriptedServer silent([](Connection& connection) { connection.waitForClose(); });
+    ScriptedServer good(serveEitherTransport());
+    const std::string port = std::to_string(silent.port());
+    const std::pair<const char*, std::string> rows[] = {
+        {"lookup", "http://never.blocked.test:8080"},
+        {"lookup, and TLS", "https://never.blocked.test:8443"},
+        {"connect", "http://127.0.0.1:" + std::to_string(full.port)},
+        {"TLS", "https://127.0.0.1:" + port},
+        {"handshake", "http://127.0.0.1:" + port},
+    };
+    for (const auto& [stage, url] : rows) {
+        for (const auto& transports : {Array{"websocket"}, Array{"polling"}, Array{"websocket", "polling"}}) {
+            SCOPED_TRACE(std::string(stage) + " " + Value(transports).description());
+            const auto begun = std::chrono::steady_clock::now();
+            const auto client = SocketIOClient::create(
+                URL::parse(url), {{"transports", transports}, {"connectTimeout", 0.1}, {"reconnects", false}});
+            Recorder heard;
+            heard.listen(*client);
+            client->connect();
+            EXPECT_TRUE(heard.waitFor("error The server did not answer in time.")) << heard.last();
+
+            const auto other = SocketIOClient::create(URL::parse(good.url()), {{"transports", transports}});
+            other->joinNamespace("/chat");
+            Recorder elsewhere;
+            elsewhere.listen(*other);
+            other->connect();
+            EXPECT_TRUE(elsewhere.waitFor("connect")) << "it held up nobody else";
+            EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace vexim::testing

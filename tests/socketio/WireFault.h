@@ -1,0 +1,79 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "socketio/Peers.h"
+#include "socketio/Recorder.h"
+
+namespace vexim::testing {
+
+using Connection = ScriptedServer::Connection;
+
+/// A peer's script, and what a client is to hear of it.
+struct WireFault {
+    const char* name;
+    Dictionary options;
+    ScriptedServer::Script script;
+    std::string heard;  // the beginning of the last line
+};
+
+inline std::string closeFrame(int code, std::string_view reason = {}) {
+    return frame(std::string{static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)} += reason, 0x88);
+}
+
+inline std::string repeated(std::string_view text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) all += text;
+    return all;
+}
+
+inline ScriptedServer::Script joinedThen(std::function<void(Connection&)> then) {
+    return [then](Connection& connection) {
+        LivePeer peer(connection);
+        if (peer.join()) then(connection);
+    };
+}
+
+inline ScriptedServer::Script joinedThenSend(std::string bytes) {
+    return joinedThen([bytes](Connection& connection) {
+        connection.write(bytes);
+        connection.waitForClose();
+    });
+}
+
+inline ScriptedServer::Script openingWith(std::string openPacket) {
+    return [openPacket](Connection& connection) {
+        LivePeer(connection).open(openPacket);
+        connection.waitForClose();
+    };
+}
+
+inline ScriptedServer::Script answeringWith(std::string answer) {
+    return [answer](Connection& connection) {
+        connection.readRequest();
+        connection.write(answer);
+        connection.waitForClose();
+    };
+}
+
+inline void expectOutcome(const WireFault& fault, Dictionary base) {
+    SCOPED_TRACE(fault.name);
+    ScriptedServer server(fault.script);
+    Dictionary options = std::move(base);
+    options.set("reconnects", false);
+    options.addEntries(fault.options);
+    const auto client = SocketIOClient::create(URL::parse(server.url()), options);
+    client->joinNamespace("/chat");
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    EXPECT_TRUE(heard.waitFor(fault.heard)) << Value(Array::fromStrings(heard.lines())).description();
+}
+
+}  // namespace vexim::testing
