@@ -1,8 +1,10 @@
 #include "VexIMLib/Foundation/Clock.h"
 
 #include <utility>
+#include <vector>
 
 #include "VexIMLib/Foundation/SharedSlot.h"
+#include "VexIMLib/Foundation/ThreadSafety.h"
 
 namespace vexim {
 
@@ -21,6 +23,16 @@ detail::SharedSlot<Clock>& slot() {
     return slot;
 }
 
+struct TurnListeners {
+    Mutex mutex;
+    std::vector<std::weak_ptr<std::function<void()>>> all VEXIM_GUARDED_BY(mutex);
+
+    static TurnListeners& shared() {
+        static auto& listeners = *new TurnListeners;
+        return listeners;
+    }
+};
+
 }  // namespace
 
 Clock::~Clock() = default;
@@ -33,5 +45,26 @@ std::shared_ptr<Clock> Clock::system() {
 std::shared_ptr<Clock> Clock::shared() { return slot().get(); }
 
 void Clock::setShared(std::shared_ptr<Clock> clock) { slot().set(clock ? std::move(clock) : system()); }
+
+void Clock::didTurn() {
+    auto& listeners = TurnListeners::shared();
+    std::vector<std::shared_ptr<std::function<void()>>> present;
+    {
+        const MutexLock lock(listeners.mutex);
+        for (const auto& weak : listeners.all) {
+            if (auto listener = weak.lock()) present.push_back(std::move(listener));
+        }
+    }
+    for (const auto& listener : present) (*listener)();
+}
+
+std::shared_ptr<void> detail::onClockTurned(std::function<void()> listener) {
+    auto& listeners = TurnListeners::shared();
+    auto kept = std::make_shared<std::function<void()>>(std::move(listener));
+    const MutexLock lock(listeners.mutex);
+    std::erase_if(listeners.all, [](const auto& weak) { return weak.expired(); });
+    listeners.all.push_back(kept);
+    return kept;
+}
 
 }  // namespace vexim

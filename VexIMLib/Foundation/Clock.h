@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 
 #include "VexIMLib/Foundation/Export.h"
@@ -25,6 +26,13 @@ public:
     static std::shared_ptr<Clock> shared();
     /// Replaces it (nullptr: the system's again). Set it before other threads use the library.
     static void setShared(std::shared_ptr<Clock> clock);
+    /// To be called when the shared clock was turned by hand: what waits by it looks at it again. Call from any thread.
+    static void didTurn();
 };
+
+namespace detail {
+/// Has `listener` called after each turn of the clock, on the thread that turned it, until the returned handle is gone.
+VEXIM_EXPORT std::shared_ptr<void> onClockTurned(std::function<void()> listener);
+}  // namespace detail
 
 }  // namespace vexim

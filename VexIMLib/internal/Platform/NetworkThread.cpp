@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Platform/ClockTimer.h"
 #include "VexIMLib/internal/Platform/LibraryThreads.h"
 #include "VexIMLib/internal/Platform/NetworkThreadAsio.h"
 
@@ -25,6 +26,7 @@ struct NetworkThread::Impl {
     Mutex mutex;
     std::vector<Function> inbox VEXIM_GUARDED_BY(mutex);
     std::vector<Function> batch;  // network thread only; keeps its capacity
+    std::shared_ptr<void> clockListener;
 
     void drain() {
         {
@@ -53,6 +55,7 @@ NetworkThread::NetworkThread() : impl_(std::make_unique<Impl>()) {
         },
         // Behind what was posted before, so that a message handed over right before the exit still goes out.
         [this] { post([impl = impl_.get()] { impl->context.stop(); }); });
+    impl_->clockListener = detail::onClockTurned([this] { post([impl = impl_.get()] { lookAtClock(impl->context); }); });
 }
 
 NetworkThread::~NetworkThread() = default;
@@ -70,30 +73,42 @@ bool NetworkThread::isCurrent() const noexcept { return impl_->id == std::this_t
 
 asio::io_context& NetworkThreadAsio::ioContext() { return NetworkThread::shared().impl_->context; }
 
-struct NetworkTimer::Impl {
-    asio::steady_timer timer{NetworkThreadAsio::ioContext()};
+struct NetworkTimer::Impl : std::enable_shared_from_this<NetworkTimer::Impl> {
+    asio::steady_timer byRealTime{NetworkThreadAsio::ioContext()};
+    ClockTimer byClock{NetworkThreadAsio::ioContext()};
     NetworkThread::Function function;  // empty: nothing is pending
     std::uint64_t round = 0;           // tells a call that was already on its way from the one that is wanted
+
+    void wait(auto& timer, NetworkThread::Function then) {
+        function = std::move(then);
+        timer.async_wait([weak = weak_from_this(), current = round](const boost::system::error_code&) {
+            const auto self = weak.lock();
+            if (!self || self->round != current) return;
+            if (const auto due = std::exchange(self->function, nullptr)) due();
+        });
+    }
 };
 
 NetworkTimer::NetworkTimer() : impl_(std::make_shared<Impl>()) {}
 NetworkTimer::~NetworkTimer() { cancel(); }
 
 void NetworkTimer::start(std::chrono::nanoseconds delay, NetworkThread::Function function) {
-    const auto round = ++impl_->round;
-    impl_->function = std::move(function);
-    impl_->timer.expires_after(delay);
-    impl_->timer.async_wait([weak = std::weak_ptr(impl_), round](const boost::system::error_code&) {
-        const auto impl = weak.lock();
-        if (!impl || impl->round != round) return;
-        if (const auto due = std::exchange(impl->function, nullptr)) due();
-    });
+    cancel();
+    impl_->byRealTime.expires_after(delay);
+    impl_->wait(impl_->byRealTime, std::move(function));
+}
+
+void NetworkTimer::startAt(Clock::TimePoint deadline, NetworkThread::Function function) {
+    cancel();
+    impl_->byClock.expires_at(deadline);
+    impl_->wait(impl_->byClock, std::move(function));
 }
 
 void NetworkTimer::cancel() {
     ++impl_->round;
     impl_->function = nullptr;
-    impl_->timer.cancel();
+    impl_->byRealTime.cancel();
+    impl_->byClock.cancel();
 }
 
 bool NetworkTimer::isPending() const noexcept { return impl_->function != nullptr; }

@@ -4,6 +4,8 @@
 #include <functional>
 #include <memory>
 
+#include "VexIMLib/Foundation/Clock.h"
+
 namespace vexim {
 
 /// The one thread on which all network traffic runs: URL loading and every live connection. Nothing on it blocks.
@@ -39,8 +41,10 @@ public:
     NetworkTimer& operator=(const NetworkTimer&) = delete;
     ~NetworkTimer();  // a pending call does not come any more
 
-    /// Calls `function` on the network thread once `delay` has passed; replaces what was pending.
+    /// Calls `function` on the network thread once `delay` of real time has passed; replaces what was pending.
     void start(std::chrono::nanoseconds delay, NetworkThread::Function function);
+    /// The same when the shared clock says `deadline`, which a hand-turned one may do at any moment.
+    void startAt(Clock::TimePoint deadline, NetworkThread::Function function);
     /// After it returns, the pending call does not come any more.
     void cancel();
     bool isPending() const noexcept;

@@ -1,5 +1,4 @@
 // The core's half that lives on the network thread: links, reconnects, the queue's emptying, deadlines of answers.
-#include <algorithm>
 #include <utility>
 
 #include "VexIMLib/Foundation/Log.h"
@@ -88,7 +87,7 @@ void SocketIOCore::scheduleReconnect(Epoch epoch) {
     if (!wait) return;
     waitingFor_ = epoch;
     if (!reconnectTimer_) reconnectTimer_ = std::make_unique<NetworkTimer>();
-    reconnectTimer_->start(*wait, [weak = weak_from_this(), epoch] {
+    reconnectTimer_->startAt(Clock::shared()->now() + *wait, [weak = weak_from_this(), epoch] {
         if (const auto self = weak.lock()) self->attemptReconnect(epoch);
     });
 }
@@ -246,8 +245,7 @@ void SocketIOCore::armAckTimer() {
     if (!first || (ackArmedFor_ && *ackArmedFor_ <= *first)) return;
     ackArmedFor_ = first;
     if (!ackTimer_) ackTimer_ = std::make_unique<NetworkTimer>();
-    const auto wait = std::max(*first - Clock::shared()->now(), Clock::TimePoint::duration::zero());
-    ackTimer_->start(wait, [weak = weak_from_this()] {
+    ackTimer_->startAt(*first, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self) return;
         self->ackArmedFor_.reset();

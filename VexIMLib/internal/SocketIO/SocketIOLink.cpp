@@ -1,6 +1,5 @@
 #include "VexIMLib/internal/SocketIO/SocketIOLink.h"
 
-#include <algorithm>
 #include <chrono>
 #include <utility>
 #include <variant>
@@ -51,8 +50,7 @@ void SocketIOLink::armTimer() {
     // Deadlines move with every heartbeat; a timer that fires too early costs less than setting it anew each time.
     if (!deadline || (armedFor_ && *armedFor_ <= *deadline)) return;
     armedFor_ = deadline;
-    const auto wait = std::max(*deadline - environment_.clock->now(), Clock::TimePoint::duration::zero());
-    timer_.start(wait, [this] {
+    timer_.startAt(*deadline, [this] {
         armedFor_.reset();
         const auto due = session_.deadline();
         if (!due) return;
