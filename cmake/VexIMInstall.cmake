@@ -10,6 +10,10 @@ install(TARGETS VexIMLib EXPORT VexIMLibTargets
   ARCHIVE COMPONENT dev
   FILE_SET HEADERS COMPONENT dev)
 install(EXPORT VexIMLibTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT dev)
+if(TARGET VexIMTesting)
+  install(TARGETS VexIMTesting EXPORT VexIMLibTestingTargets ARCHIVE COMPONENT dev FILE_SET HEADERS COMPONENT dev)
+  install(EXPORT VexIMLibTestingTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT dev)
+endif()
 
 configure_package_config_file(cmake/VexIMLibConfig.cmake.in VexIMLibConfig.cmake INSTALL_DESTINATION ${VEXIM_PACKAGE_DIR})
 write_basic_package_version_file(VexIMLibConfigVersion.cmake COMPATIBILITY SameMajorVersion)

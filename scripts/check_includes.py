@@ -22,13 +22,14 @@ ROOMS = [
     ("socket.io", 3, r"VexIMLib/internal/SocketIO/.*"),
     ("async styles", 2, r"VexIMLib/Async/.*"),
     ("platform", 2, r"VexIMLib/internal/Platform/.*"),
-    ("programs", 6, r"(tools|examples|tests|benchmarks|fuzz)/.*"),
+    ("testing kit", 6, r"VexIMLib/Testing/.*"),
+    ("programs", 7, r"(tools|examples|tests|benchmarks|fuzz)/.*"),
 ]
 
 # What is installed. Public classes derive from the runtime object, so its header is among them; the other one declares an
 # exported function.
 PUBLIC = re.compile(
-    r"VexIMLib/[^/]+\.h|VexIMLib/(Foundation|Async)/.*\.h|VexIMLib/internal/VXIMRuntimeObject\.h"
+    r"VexIMLib/[^/]+\.h|VexIMLib/(Foundation|Async)/.*\.h|VexIMLib/Testing/[^/]+\.h|VexIMLib/internal/VXIMRuntimeObject\.h"
     r"|VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector\.h"
 )
 PROGRAM_HEADERS_ONLY = re.compile(r"(tools|examples)/.*")

@@ -2,9 +2,9 @@
 #include <string>
 
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Testing/ManualClock.h"
 #include "client/ClientFixture.h"
 #include "support/LogCapture.h"
-#include "support/ManualClock.h"
 
 using namespace vexim::testing;
 using vexim::Array;

@@ -3,8 +3,8 @@
 #include <thread>
 
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Testing/ManualClock.h"
 #include "client/ClientFixture.h"
-#include "support/ManualClock.h"
 
 using namespace vexim::testing;
 using vexim::Array;

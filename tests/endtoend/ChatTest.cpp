@@ -12,7 +12,7 @@ using vexim::Dictionary;
 namespace {
 
 class Chat : public EndToEnd {};
-INSTANTIATE_TEST_SUITE_P(Servers, Chat, ::testing::Values("2", "3", "4"), socketIOLineName);
+INSTANTIATE_TEST_SUITE_P(Services, Chat, kServices, serviceName);
 
 TEST_P(Chat, TwoUsersTalk) {
     auto alice = loggedIn("alice");
@@ -103,7 +103,7 @@ TEST_P(Chat, AReconnectBringsTheSessionBack) {
         c.setReconnectAttempts(-1);
         c.setReconnectWait(0);
     });
-    service.control("drop", R"({"user":"bob"})");
+    service.drop("bob");
     ASSERT_TRUE(bob->hears("didDisconnect"));
     ASSERT_TRUE(bob->hears("reconnecting"));
     ASSERT_TRUE(bob->hears("didLogin")) << "the service answers every connect";
@@ -112,7 +112,7 @@ TEST_P(Chat, AReconnectBringsTheSessionBack) {
 
 TEST_P(Chat, WithoutReconnectingADropPauses) {
     auto bob = loggedIn("bob");
-    service.control("drop", R"({"user":"bob"})");
+    service.drop("bob");
     ASSERT_TRUE(bob->hears("didDisconnect"));
     EXPECT_EQ(bob->client->status(), VXIMClientStatusPaused);
     EXPECT_EQ(run([&](auto done) { bob->client->logoutWithCompletion(done); }), "yes") << "also with the connection down";

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "VexIMLib/VexIMLib.h"
-#include "endtoend/ServiceProcess.h"
+#include "endtoend/ServiceUnderTest.h"
 #include "support/Completions.h"
 #include "support/Describe.h"
 #include "support/Eventually.h"
@@ -83,10 +83,10 @@ private:
     }
 };
 
-/// The library against the development service, once for each line of Socket.IO servers.
+/// The library against a service, once for each kind and each line of Socket.IO servers.
 class EndToEnd : public ::testing::TestWithParam<const char*> {
 protected:
-    EndToEnd() : service(ServiceProcess::shared(GetParam())) { service.control("reset"); }
+    EndToEnd() : service(ServiceUnderTest::shared(GetParam())) { service.reset(); }
     ~EndToEnd() override { vxim_configuration = nullptr; }
 
     std::shared_ptr<Person> newPerson(const std::function<void(VXIMClientConfiguration&)>& configure = {}) {
@@ -118,11 +118,11 @@ protected:
         return outcome;
     }
 
-    ServiceProcess& service;
+    ServiceUnderTest& service;
 };
 
-inline std::string socketIOLineName(const ::testing::TestParamInfo<const char*>& info) {
-    return std::string("SocketIO") + info.param;
-}
+inline const auto kServices = ::testing::Values("Node2", "Node3", "Node4", "Fake2", "Fake3", "Fake4");
+
+inline std::string serviceName(const ::testing::TestParamInfo<const char*>& info) { return info.param; }
 
 }  // namespace vexim::testing

@@ -10,7 +10,7 @@ namespace {
 
 // REST does not depend on the live connection's line; message history, which live messages feed, is seen with each.
 class ServerResources : public EndToEnd {};
-INSTANTIATE_TEST_SUITE_P(Servers, ServerResources, ::testing::Values("2", "3", "4"), socketIOLineName);
+INSTANTIATE_TEST_SUITE_P(Services, ServerResources, kServices, serviceName);
 
 template <class T>
 std::string ids(const std::optional<std::vector<std::shared_ptr<T>>>& objects, const char* key) {

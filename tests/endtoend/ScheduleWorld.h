@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/VexIMLib.h"
 #include "support/Completions.h"
-#include "support/ManualClock.h"
 #include "support/ScriptedServer.h"
 
 namespace vexim::testing {

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <map>
 #include <stdexcept>
 
 namespace vexim::testing {
@@ -54,13 +53,6 @@ ServiceProcess::ServiceProcess(const std::string& socketIOLine) {
 ServiceProcess::~ServiceProcess() {
     ::close(standardInput_);
     if (pid_ > 0) ::waitpid(pid_, nullptr, 0);
-}
-
-ServiceProcess& ServiceProcess::shared(const std::string& socketIOLine) {
-    static std::map<std::string, std::unique_ptr<ServiceProcess>> services;
-    auto& service = services[socketIOLine];
-    if (!service) service = std::make_unique<ServiceProcess>(socketIOLine);
-    return *service;
 }
 
 std::string ServiceProcess::control(const std::string& what, const std::string& body) const {

@@ -6,22 +6,23 @@
 
 #include <sys/types.h>
 
+#include "endtoend/ServiceUnderTest.h"
+
 namespace vexim::testing {
 
 /// The development service as a child process on a free loopback port, over the Socket.IO server of one line. It ends with this
 /// object, and also when the test dies.
-class ServiceProcess {
+class ServiceProcess final : public ServiceUnderTest {
 public:
     explicit ServiceProcess(const std::string& socketIOLine);
-    ~ServiceProcess();
+    ~ServiceProcess() override;
     ServiceProcess(const ServiceProcess&) = delete;
     ServiceProcess& operator=(const ServiceProcess&) = delete;
 
-    /// One for each line, started when first asked for.
-    static ServiceProcess& shared(const std::string& socketIOLine);
-
     /// "http://127.0.0.1:port"
-    const std::string& origin() const { return origin_; }
+    const std::string& origin() const override { return origin_; }
+    void reset() override { control("reset"); }
+    void drop(const std::string& user) override { control("drop", R"({"user":")" + user + R"("})"); }
     /// A request to the control endpoint: "reset", "drop", … with a JSON body. Throws unless it answers 2xx.
     std::string control(const std::string& what, const std::string& body = "{}") const;
     std::string controlGet(const std::string& what) const;

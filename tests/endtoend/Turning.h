@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "support/ManualClock.h"
+#include "VexIMLib/Testing/ManualClock.h"
 
 namespace vexim::testing {
 

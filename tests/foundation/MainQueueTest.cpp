@@ -7,8 +7,8 @@
 #include <string>
 #include <thread>
 
+#include "VexIMLib/Testing/ManualClock.h"
 #include "support/Eventually.h"
-#include "support/ManualClock.h"
 
 using namespace vexim;
 using namespace std::chrono_literals;

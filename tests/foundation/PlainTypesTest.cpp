@@ -13,8 +13,8 @@
 #include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/Foundation/Random.h"
 #include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/Testing/ManualClock.h"
 #include "support/LogCapture.h"
-#include "support/ManualClock.h"
 #include "support/SeededRandom.h"
 
 using namespace vexim;

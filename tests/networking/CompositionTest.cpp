@@ -11,13 +11,13 @@
 
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
 #include "VexIMLib/internal/Platform/DeviceInfo.h"
 #include "VexIMLib/internal/Platform/InputStream.h"
 #include "VexIMLib/internal/Platform/URLRequest.h"
-#include "support/ManualClock.h"
 
 using vexim::Array;
 using vexim::Data;

@@ -13,8 +13,8 @@
 
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/VXIMCompletions.h"
-#include "support/ManualClock.h"
 #include "support/ScriptedServer.h"
 
 /// What a completion got, as one line: the result as JSON text, `bytes "…"`, or

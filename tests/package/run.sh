@@ -27,6 +27,7 @@ consume() {  # consume KIND: uses the copy installed at $work/prefix
     configure "$work/$kind-cmake" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="${flags[*]}"
     cmake --build "$work/$kind-cmake"
     "$work/$kind-cmake/consumer" "$kind"
+    "$work/$kind-cmake/consumer_test"
 
     echo "-- $kind library, pkg-config"
     local found
@@ -43,6 +44,7 @@ echo "-- subdirectory, shared"
 configure "$work/subdirectory" -DVEXIM_SOURCE="$source" -DBUILD_SHARED_LIBS=ON -DVEXIM_INSTALL=ON
 cmake --build "$work/subdirectory" -- --quiet
 "$work/subdirectory/consumer" shared
+"$work/subdirectory/consumer_test"
 
 for component in runtime dev; do
     cmake --install "$work/subdirectory" --component "$component" --prefix "$work/prefix" > "$work/install.log"

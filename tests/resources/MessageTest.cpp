@@ -6,9 +6,9 @@
 #include <string>
 
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/VexIMLib.h"
 #include "support/Describe.h"
-#include "support/ManualClock.h"
 
 using namespace vexim::testing;
 using vexim::Dictionary;

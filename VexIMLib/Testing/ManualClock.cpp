@@ -1,10 +1,10 @@
-#include "support/ManualClock.h"
+#include "VexIMLib/Testing/ManualClock.h"
 
-#include <gtest/gtest.h>
-
-#include <mutex>
+#include <algorithm>
+#include <stdexcept>
 
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Foundation/ThreadSafety.h"
 
 namespace vexim::testing {
 
@@ -12,37 +12,40 @@ class ManualClock::Hand final : public Clock {
 public:
     explicit Hand(double wallTime) : start_(wallTime) {}
     TimePoint now() const override {
-        std::lock_guard lock(mutex_);
+        const MutexLock lock(mutex_);
         return TimePoint(elapsed_ + std::chrono::hours(1));  // not zero, which some code may take for "never"
     }
     double wallTime() const override {
-        std::lock_guard lock(mutex_);
+        const MutexLock lock(mutex_);
         return start_ + std::chrono::duration<double>(elapsed_).count();
     }
     void turn(std::chrono::nanoseconds by) {
-        std::lock_guard lock(mutex_);
-        elapsed_ += by;
+        {
+            const MutexLock lock(mutex_);
+            elapsed_ += by;
+        }
+        Clock::didTurn();
     }
 
 private:
-    mutable std::mutex mutex_;
+    mutable Mutex mutex_;
     const double start_;
-    std::chrono::nanoseconds elapsed_{0};
+    std::chrono::nanoseconds elapsed_ VEXIM_GUARDED_BY(mutex_){0};
 };
 
 namespace {
 
 // More than any test means to run: a function that queues itself again at once would go on for ever.
 constexpr std::size_t kMostFunctions = 1'000'000;
+// How much turned time a turn of `runUntil` takes, and how much real time the network gets in each.
+constexpr std::chrono::milliseconds kStep{100};
+constexpr std::chrono::milliseconds kPause{1};
 
 std::size_t drainAll() {
     std::size_t total = 0;
     while (const auto ran = MainQueue::shared().drain()) {
         total += ran;
-        if (total > kMostFunctions) {
-            ADD_FAILURE() << "the main queue never becomes empty";
-            break;
-        }
+        if (total > kMostFunctions) throw std::logic_error("the main queue never becomes empty");
     }
     return total;
 }
@@ -51,11 +54,14 @@ std::size_t drainAll() {
 
 ManualClock::ManualClock(double wallTime) : hand_(std::make_shared<Hand>(wallTime)) { Clock::setShared(hand_); }
 
-ManualClock::~ManualClock() { Clock::setShared(nullptr); }
+ManualClock::~ManualClock() {
+    Clock::setShared(nullptr);
+    Clock::didTurn();
+}
 
 void ManualClock::advance(std::chrono::nanoseconds by) {
     hand_->turn(by);
-    MainQueue::shared().async([] {});
+    MainQueue::shared().async([] {});  // who runs it looks again, too
 }
 
 std::size_t ManualClock::advanceAndDrain(std::chrono::nanoseconds by) {
@@ -64,10 +70,19 @@ std::size_t ManualClock::advanceAndDrain(std::chrono::nanoseconds by) {
     for (auto next = MainQueue::shared().nextDeadline(); next && *next <= target; next = MainQueue::shared().nextDeadline()) {
         if (*next > hand_->now()) hand_->turn(*next - hand_->now());
         total += drainAll();
-        if (total > kMostFunctions) return total;
     }
     if (target > hand_->now()) hand_->turn(target - hand_->now());
     return total + drainAll();
+}
+
+bool ManualClock::runUntil(const std::function<bool()>& predicate, std::chrono::nanoseconds most) {
+    auto& queue = MainQueue::shared();
+    const auto end = hand_->now() + most;
+    while (!queue.runUntil(predicate, kPause)) {
+        if (hand_->now() >= end) return false;
+        advanceAndDrain(std::min<std::chrono::nanoseconds>(kStep, end - hand_->now()));
+    }
+    return true;
 }
 
 Clock& ManualClock::clock() const noexcept { return *hand_; }

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "VexIMLib/Testing/FakeService.h"
+#include "VexIMLib/Testing/internal/LiveSession.h"
+#include "VexIMLib/Testing/internal/Store.h"
+
+namespace vexim::testing::fake {
+
+/// Throws unless `app` is the application and `signature` was made with its key; returns when it was made, in seconds:
+///   signature := md5(seconds key) ',' seconds
+double checkSignature(const FakeService::Options& options, const Value& app, const Value& signature);
+
+/// Who is connected, who may log in, and where what they say goes.
+///   in:  the connect parameter "auth", the event "say"
+///   out: "login", "message", "yourself", "sys", "online", "offline"
+class Live final : public LiveSession::Listener {
+public:
+    /// `recorded` is called after each entry in `logins` and `messages`.
+    Live(const FakeService::Options& options, Store& store, std::function<void()> recorded);
+
+    void add(LiveSession& session) { all_.insert(&session); }
+    /// Devices of this user; 0 is offline.
+    std::size_t sessions(std::string_view user) const;
+    void setOnline(const std::string& user, bool online);
+    /// Returns how many connections there are; who has none misses it.
+    std::size_t send(std::string_view user, std::string_view event, const Array& items);
+    void sendToAll(std::string_view event, const Array& items);
+    /// Delivers a message; throws when `sender` may not write there.
+    void say(const std::string& sender, const Value& payload);
+
+    std::size_t drop(std::string_view user);
+    std::size_t setSilent(bool silent, std::string_view user);
+    /// Cuts everything and forgets who was here, without telling anybody.
+    void reset();
+
+    FakeService::Logins policy = FakeService::Logins::Checked;
+    std::vector<Dictionary> logins;
+    std::vector<FakeService::Message> messages;
+
+private:
+    void sessionJoined(LiveSession& session) override;
+    void sessionSaid(LiveSession& session, const std::string& event, const Value& item) override;
+    void sessionLeft(LiveSession& session) override;
+    void sessionEnded(LiveSession& session) override { all_.erase(&session); }
+
+    /// The id of the user or passenger whose credentials these are. A signature's age is not looked at: a reconnect reuses it.
+    std::string identify(const Value& auth);
+    /// Calls `change`, and tells the user's friends when that has made a difference.
+    void watchPresence(const std::string& user, const std::function<void()>& change);
+    /// The connections of `user`, or with an empty one all.
+    std::vector<LiveSession*> links(std::string_view user) const;
+
+    const FakeService::Options& options_;
+    Store& store_;
+    const std::function<void()> recorded_;
+    std::set<LiveSession*> all_;
+    std::vector<LiveSession*> loggedIn_;
+    std::set<std::string, std::less<>> elsewhere_;
+};
+
+}  // namespace vexim::testing::fake

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "VexIMLib/Testing/FakeService.h"
+#include "VexIMLib/Testing/internal/Attachments.h"
+#include "VexIMLib/Testing/internal/Live.h"
+#include "VexIMLib/Testing/internal/Paths.h"
+#include "VexIMLib/Testing/internal/Store.h"
+
+namespace vexim::testing::fake {
+
+/// What the handler of a path gets.
+struct Call {
+    const FakeService::Request& request;
+    const Parameters& parameters;
+    const Query& query;
+    const Value& body;  // nil when there is none
+
+    const std::string& id() const { return parameters[0]; }
+};
+
+/// The REST interface: a table of methods and paths, and what each answers.
+class Rest {
+public:
+    Rest(const FakeService::Options& options, Store& store, Live& live);
+
+    /// Checks the signature, finds the path, and answers; every failure leaves as {"errorCode", "errorMessage"}.
+    FakeService::Answer answer(const FakeService::Request& request);
+
+private:
+    /// nil as an answer is {"success": true}.
+    using Handler = std::function<Value(const Call&)>;
+    void on(std::string method, std::string pattern, Handler handler);
+
+    void addUsers();
+    void addFriends();
+    void addGroups();
+    void addRooms();
+    void addPassengers();
+    void addSystem();
+    /// …/attributes, below `prefix`, which holds ":id"; `find` gives the owner.
+    void addAttributes(const std::string& prefix, const std::function<Record&(const std::string&)>& find);
+
+    FakeService::Answer find(const FakeService::Request& request);
+    Value upload(const FakeService::Request& request);
+
+    // The JSON forms of records.
+    Value user(const Person& person);
+    Value friendOf(const Person& person, const std::string& friendId);
+    Value group(const Place& group);
+    Value room(const Place& room);
+    Value passenger(const Record& passenger);
+    /// At most "limit" messages from before "ts". Without them, or with a 0: the newest 20.
+    Value history(const std::string& conversation, const Query& query);
+    void addRecent(Dictionary& record, const std::string& conversation);
+
+    struct Route {
+        std::string method;
+        std::string pattern;
+        Handler handler;
+    };
+    const FakeService::Options& options_;
+    Store& store_;
+    Live& live_;
+    Attachments attachments_;
+    std::vector<Route> routes_;
+};
+
+}  // namespace vexim::testing::fake

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <cstdint>
+#include <memory>
+
+#include "VexIMLib/Testing/internal/Service.h"
+
+namespace vexim::testing::fake {
+
+/// HTTP/1.1 and WebSockets on a loopback port, for a service. Used on the loop's thread only.
+class Server {
+public:
+    Server(boost::asio::io_context& context, Service& service);
+    ~Server();
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    /// Listens on `port`, 0 for a free one, and returns it. Throws boost::system::system_error when it is taken.
+    std::uint16_t listen(std::uint16_t port);
+    bool isListening() const;
+    /// Stops listening and cuts all connections: nothing of them is left to run but the ends of what they waited for.
+    void close();
+
+private:
+    struct Impl;
+    const std::shared_ptr<Impl> impl_;
+};
+
+}  // namespace vexim::testing::fake
