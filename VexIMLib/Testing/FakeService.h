@@ -35,9 +35,12 @@ public:
     /// How often a scripted answer or fault is used when nothing ends it.
     static constexpr std::size_t kAlways = std::numeric_limits<std::size_t>::max();
 
+    /// What the service is like.
     struct Options {
+        // The only application that it knows.
         std::string appId = "demo-app";
         std::string clientKey = "demo-key";
+
         /// The Socket.IO namespace.
         std::string nsp = "/chat";
         /// The line of Socket.IO servers that it speaks like: 2, 3 or 4.
@@ -80,10 +83,13 @@ public:
         Dictionary oauth = {};
         Dictionary attributes = {};
     };
+    /// The id must be a new one, of letters, digits and `. _ ~ @ -`.
     void addUser(User user);
+    /// Mutual; does nothing when they are friends already.
     void addFriendship(std::string_view user, std::string_view other);
-    /// The owner becomes a member. The id must be a new one, of letters, digits and `. _ ~ @ -`.
+    /// The owner becomes a member. The id must be a new one, as a user's.
     void addGroup(std::string id, std::string owner, std::vector<std::string> members = {}, Dictionary attributes = {});
+    /// Likewise, without an owner.
     void addRoom(std::string id, std::string name, std::vector<std::string> members = {}, Dictionary attributes = {});
 
     // What other people do.
@@ -103,6 +109,7 @@ public:
     // or pattern fits all. Scripts are used in the order given, each `times` times; then the service answers by itself again.
     // The path of live connections is "/socket.io/".
 
+    /// A REST request as it came.
     struct Request {
         std::string method;
         /// As it came, without the query.
@@ -116,31 +123,38 @@ public:
         /// The body as JSON; nil when it is none.
         Value json() const;
     };
+    /// What a REST request is answered.
     struct Answer {
+        /// The HTTP status.
         int status = 200;
         /// Sent as JSON, scalars too; `Data` as it stands, so that it can be anything; nil is `{"success": true}`.
         Value body = {};
         /// Instead of, or besides, the usual ones.
         Dictionary headers = {};
     };
+    /// The service does nothing but answer this.
     void answer(std::string method, std::string pattern, Answer answer, std::size_t times = 1);
     /// `make` runs on the service's thread; what it throws is answered with status 500.
     void answer(std::string method, std::string pattern, std::function<Answer(const Request&)> make, std::size_t times = kAlways);
 
+    /// How a connection can let its client down.
     enum class Fault {
         Close,     ///< the connection is closed unanswered
         CutShort,  ///< half of what the service would answer, then the connection is closed
         Silence,   ///< nothing is ever answered
     };
+    /// Such a fault instead of an answer.
     void fail(std::string method, std::string pattern, Fault fault, std::size_t times = 1);
     /// The service answers by itself, `delay` later by `Clock::shared()`.
     void delay(std::string method, std::string pattern, std::chrono::nanoseconds delay, std::size_t times = 1);
 
+    /// What becomes of live connections' logins.
     enum class Logins {
         Checked,  ///< the usual: by their credentials
         Refused,  ///< with error code 1105, whatever they hold
         Ignored,  ///< never answered
     };
+    /// For those that come from now on.
     void setLogins(Logins logins);
     /// Cuts the live connections of `user`, or with an empty one all, without a farewell; returns how many.
     std::size_t dropConnections(std::string_view user = {});
@@ -153,6 +167,7 @@ public:
     std::vector<Request> requests() const;
     /// Live connections' credentials, also those that were refused.
     std::vector<Dictionary> logins() const;
+    /// A chat message that a client sent.
     struct Message {
         std::string from;
         /// As it came.
@@ -167,6 +182,7 @@ public:
     std::vector<Message> messages() const;
     /// How many live connections `user` has, those of `setOnline` included.
     std::size_t connections(std::string_view user) const;
+    /// Of all three kinds; data, scripts and connections stay.
     void forgetWhatCame();
 
 private:
