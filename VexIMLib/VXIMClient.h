@@ -25,7 +25,7 @@ namespace vexim {
 class SocketIOClient;
 }
 
-/// Where a client's session stands. docs/guide/connection.md draws the ways between them.
+/// Where a client's session stands. docs/guide/login.md draws the ways between them.
 enum VXIMClientStatus : std::int32_t {
     VXIMClientStatusNone = 0,      ///< no login yet
     VXIMClientStatusOpening = 1,   ///< a login has started the connection

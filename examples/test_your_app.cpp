@@ -11,6 +11,7 @@
 using vexim::testing::FakeService;
 using vexim::testing::ManualClock;
 
+// [application]
 // The application: greets everybody who writes to it, by nick name.
 class Greeter final : public VXIMClientDelegate {
 public:
@@ -36,6 +37,7 @@ public:
 private:
     std::shared_ptr<VXIMClient> client_;
 };
+// [/application]
 
 // Its test: offline, and in milliseconds, though a minute goes by in it.
 void expect(bool holds, const char* what) {
@@ -44,6 +46,7 @@ void expect(bool holds, const char* what) {
 }
 
 int main() {
+    // [begin]
     ManualClock clock;    // first: it must outlive what waits by it
     FakeService service;  // alice and bob, who are friends
     auto configuration = service.configuration();
@@ -51,25 +54,32 @@ int main() {
 
     auto greeter = Greeter::start(configuration);
     expect(clock.runUntil([&] { return greeter->isOnline(); }), "it logs in");
+    // [/begin]
 
+    // [say]
     const auto greets = [&](const std::string& expected) {
         service.forgetWhatCame();
         service.say("bob", "alice", "hi");
         return clock.runUntil([&] { return !service.messages().empty(); }) && service.messages().front().body() == expected;
     };
     expect(greets("Hello Bob"), "it greets by nick name");
+    // [/say]
 
+    // [faults]
     service.answer("GET", "/ctx/:id/attributes/nick", {.status = 503}, 2);
     expect(greets("Hello Bob"), "an error that passes is waited out");
     expect(service.requests().size() == 3, "with two retries");
 
     service.answer("GET", "/ctx/:id/attributes/nick", {.status = 404, .body = vexim::Dictionary{{"errorCode", 1201}}});
     expect(greets("Hello stranger"), "an error that stays is lived with");
+    // [/faults]
 
+    // [down]
     service.stop();
     expect(clock.runUntil([&] { return !greeter->isOnline(); }), "it notices that the service is down");
     clock.advance(std::chrono::minutes(1));
     service.start();
     expect(clock.runUntil([&] { return greeter->isOnline() && service.connections("alice") == 1; }), "it comes back by itself");
+    // [/down]
     expect(greets("Hello Bob"), "and still greets");
 }

@@ -1,3 +1,4 @@
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -50,6 +51,7 @@ TEST_P(Chat, TwoUsersTalk) {
     EXPECT_EQ(bob->client->currentUser(), nullptr);
 }
 
+#ifdef VEXIM_QUICK_START
 TEST_P(Chat, WhatIsSentRightBeforeTheExitArrives) {
     auto bob = loggedIn("bob");
     // Ends its process as soon as its message counts as sent.
@@ -57,6 +59,25 @@ TEST_P(Chat, WhatIsSentRightBeforeTheExitArrives) {
     EXPECT_EQ(std::system((program + " " + service.origin() + " > /dev/null").c_str()), 0);
     EXPECT_TRUE(bob->hears("friend alice: hello"));
 }
+#endif
+
+#ifdef VEXIM_ECHO_BOT
+TEST_P(Chat, TheGuidesBotAnswersAndLeaves) {
+    auto alice = loggedIn("alice");
+    const std::string program = VEXIM_ECHO_BOT;
+    std::FILE* bot = popen((program + " " + service.origin() + " > /dev/null").c_str(), "w");
+    ASSERT_NE(bot, nullptr);
+    EXPECT_TRUE(alice->hears("online bob"));
+    for (const char* word : {"hello", "bye"}) {
+        const auto message = VXIMMessage::messageWithText(word);
+        EXPECT_EQ(run([&](auto done) { alice->client->sendMessageToFriend(message, "bob", done); }), "yes");
+        EXPECT_TRUE(alice->hears(std::string("friend bob: ") + word)) << "her own";
+        EXPECT_TRUE(alice->hears(std::string("friend bob: ") + word)) << "the bot's answer";
+    }
+    EXPECT_TRUE(alice->hears("offline bob"));
+    EXPECT_EQ(pclose(bot), 0);
+}
+#endif
 
 TEST_P(Chat, EveryKindOfCredentials) {
     const auto login = [&](const char* expected, const auto& start) {

@@ -29,6 +29,14 @@ consume() {  # consume KIND: uses the copy installed at $work/prefix
     "$work/$kind-cmake/consumer" "$kind"
     "$work/$kind-cmake/consumer_test"
 
+    echo "-- $kind library, the quick start in an empty folder"
+    mkdir "$work/$kind-hello"
+    cp "$source/examples/quick_start.cpp" "$work/$kind-hello"
+    cp "$source/examples/quick_start.cmake" "$work/$kind-hello/CMakeLists.txt"
+    consumer=$work/$kind-hello configure "$work/$kind-hello/build" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="${flags[*]}"
+    cmake --build "$work/$kind-hello/build"
+    "$source/scripts/with-service" -- "$work/$kind-hello/build/hello" URL
+
     echo "-- $kind library, pkg-config"
     local found
     read -ra found < <(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs VexIMLib)

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <VexIMLib/VexIMLib.h>
+
+#include <chrono>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+// [succeeds]
+/// Starts an operation and runs the main queue until it has called back or ten seconds have passed: for programs that do one
+/// thing after the other.
+inline bool succeeds(const std::function<void(VXIMBooleanCompletion)>& start) {
+    const auto outcome = std::make_shared<std::optional<bool>>();  // shared: the answer may come too late
+    start([outcome](bool succeeded, vexim::ErrorPtr error) {
+        if (error) std::cerr << error->description() << '\n';
+        *outcome = succeeded;
+    });
+    vexim::MainQueue::shared().runUntil([&] { return outcome->has_value(); }, std::chrono::seconds(10));
+    return outcome->value_or(false);
+}
+// [/succeeds]
+
+/// Runs the main queue until `predicate` holds; false when it does not within ten seconds.
+inline bool becomesTrue(const std::function<bool()>& predicate) {
+    return vexim::MainQueue::shared().runUntil(predicate, std::chrono::seconds(10));
+}
+
+/// A client of the local service, whose application is "demo-app".
+inline std::shared_ptr<VXIMClient> demoClient(const char* url) {
+    auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "example");
+    client->config()->setSocketURL(vexim::URL::parse(url));
+    return client;
+}

@@ -1,0 +1,96 @@
+// A bot that says back what it is told, until it is told "bye" or the system ends it.
+//   echo_bot URL [USER PASSWORD]
+
+#include <VexIMLib/VexIMLib.h>
+
+#include <chrono>
+#include <csignal>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <thread>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// [bot]
+class EchoBot final : public VXIMClientDelegate, public std::enable_shared_from_this<EchoBot> {
+public:
+    EchoBot(std::shared_ptr<VXIMClient> client, std::string name, std::string password)
+        : client_(std::move(client)),
+          name_(std::move(name)),
+          password_(std::move(password)) {}
+
+    void start() {
+        client_->setDelegate(shared_from_this());
+        logIn();
+    }
+
+    /// A logout ends when the connection has closed, and never without one: so there is a limit.
+    void stop() {
+        const auto quit = [] { vexim::MainQueue::shared().quit(); };
+        client_->logoutWithCompletion([quit](bool, vexim::ErrorPtr) { quit(); });
+        vexim::MainQueue::shared().after(5s, quit);
+    }
+
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+                                           const std::shared_ptr<VXIMFriendInfo>& from) override {
+        if (vexim::idsEqual(message->sender()->userId(), client->currentUser()->uid())) return;  // our own echo
+        const auto text = message->text().value_or("?");
+        client->sendMessageToFriend(VXIMMessage::messageWithText(text), from->uid(), [](bool sent, vexim::ErrorPtr error) {
+            if (!sent) std::cerr << "not sent: " << error->localizedDescription() << '\n';
+        });
+        if (text == "bye") stop();
+    }
+
+private:
+    void logIn() {
+        client_->loginWithUsername(name_, password_, [](bool loggedIn, vexim::ErrorPtr error) {
+            std::cout << (loggedIn ? "logged in" : "refused: " + error->description()) << std::endl;
+        });
+        // Refused, or never answered: either way the status stays, and the next login drops this one.
+        vexim::MainQueue::shared().after(1min, [weak = weak_from_this()] {
+            const auto self = weak.lock();
+            if (self && self->client_->status() == VXIMClientStatusOpening) self->logIn();
+        });
+    }
+
+    const std::shared_ptr<VXIMClient> client_;
+    const std::string name_, password_;
+};
+// [/bot]
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    if (count != 2 && count != 4) return 2;
+    // [signals]
+    sigset_t ending;
+    sigemptyset(&ending);
+    sigaddset(&ending, SIGINT);
+    sigaddset(&ending, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &ending, nullptr);  // before there are other threads, which inherit it
+    // [/signals]
+
+    // [long_running]
+    vexim::setKeepsFinishedDelegates(false);  // a request is forgotten when it has ended
+    auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "echo-bot");
+    client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
+    // [/long_running]
+
+    const auto bot = std::make_shared<EchoBot>(client, count == 4 ? arguments[2] : "bob", count == 4 ? arguments[3] : "bob-secret");
+    bot->start();
+
+    // [signal_thread]
+    std::thread([ending, weak = std::weak_ptr<EchoBot>(bot)] {
+        int signal = 0;
+        sigwait(&ending, &signal);
+        vexim::MainQueue::shared().async([weak] {
+            if (const auto running = weak.lock()) running->stop();
+        });
+    }).detach();
+    // [/signal_thread]
+
+    vexim::MainQueue::shared().run();
+}

@@ -1,0 +1,72 @@
+// What can go wrong, and how it is told.
+
+#include <VexIMLib/VexIMLib.h>
+
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "Waiting.h"
+
+namespace {
+
+// [explain]
+std::string explain(const vexim::ErrorPtr& error) {
+    if (!error) return "no reason given";
+    if (error->is(VXIMErrorDomain, 1)) return "Not connected.";
+    if (error->is("VXErrorDomain", 100)) {  // no usable answer; why, lies beneath
+        const auto cause = error->underlyingError();
+        const bool slow = cause && cause->is(vexim::kURLErrorDomain, vexim::URLErrorTimedOut);
+        return slow ? "The service is slow." : "The service cannot be reached.";
+    }
+    // A refused login carries the service's own words instead of a description.
+    return error->info("errorMessage").asString().value_or(error->localizedDescription());
+}
+// [/explain]
+
+bool failsWithoutAConnection(const std::shared_ptr<VXIMClient>& client) {
+    std::string why;
+    // [completion]
+    client->sendMessageToFriend(VXIMMessage::messageWithText("hello?"), "bob", [&why](bool sent, vexim::ErrorPtr error) {
+        if (!sent) why = explain(error);
+    });
+    // [/completion]
+    return becomesTrue([&] { return why == "Not connected."; });
+}
+
+bool asksForANobody() {
+    std::string why;
+    VXIMUser::userWithId("nobody")->fetchWithCompletion([&why](bool, vexim::ErrorPtr error) { why = explain(error); });
+    return becomesTrue([&] { return why == "There is no such user."; });
+}
+
+bool findsNoService() {
+    vxim_configuration->setSocketURL(vexim::URL::parse("http://127.0.0.1:1"));  // where nothing listens
+    std::string why;
+    VXIMUser::userWithId("bob")->fetchWithCompletion([&why](bool, vexim::ErrorPtr error) { why = explain(error); });
+    return becomesTrue([&] { return why == "The service cannot be reached."; });
+}
+
+bool raisesForAMistake(const std::shared_ptr<VXIMClient>& client) {
+    // [exception]
+    try {
+        client->loginWithUserId(std::nullopt, {});  // a programmer's mistake: raised here and now
+    } catch (const vexim::Exception& exception) {
+        std::cout << exception.what() << '\n';
+        return exception.name() == vexim::kInvalidArgumentException;
+    }
+    // [/exception]
+    return false;
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+    const auto client = demoClient(arguments[1]);
+    // [log]
+    vexim::setLogSink([](vexim::LogLevel level, std::string_view line) {  // on whatever thread logs
+        if (level >= vexim::LogLevel::Warning) std::cerr << line << '\n';
+    });
+    // [/log]
+    return raisesForAMistake(client) && failsWithoutAConnection(client) && asksForANobody() && findsNoService() ? 0 : 1;
+}

@@ -1,0 +1,98 @@
+// Every kind of login, a refusal, a pause, and the way out.
+
+#include <VexIMLib/VexIMLib.h>
+
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "Waiting.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// [configuration]
+std::shared_ptr<VXIMClient> makeClient(const std::string& url) {
+    auto configuration = VXIMClientConfiguration::defaultConfiguration();
+    configuration->setAppId("demo-app");
+    configuration->setClientKey("demo-key");         // signs requests and logins; never sent itself
+    configuration->setInstallationId("bobs-phone");  // names this device's copy of the application
+    configuration->setSocketURL(vexim::URL::parse(url));
+    return VXIMClient::clientWithConfiguration(configuration);
+}
+// [/configuration]
+
+bool logsInByEveryWay(const std::shared_ptr<VXIMClient>& client) {
+    return succeeds([&](const VXIMBooleanCompletion& done) {
+               // [user_id]
+               client->loginWithUserId("bob", done);  // vouched for by the client key alone
+               // [/user_id]
+           }) &&
+           succeeds([&](const VXIMBooleanCompletion& done) {
+               // [username]
+               client->loginWithUsername("bob", "bob-secret", done);
+               // [/username]
+           }) &&
+           succeeds([&](const VXIMBooleanCompletion& done) {
+               // [phone]
+               client->loginWithPhoneNumber("+15550100002", "100002", done);  // the code that came by SMS
+               // [/phone]
+           }) &&
+           succeeds([&](const VXIMBooleanCompletion& done) {
+               // [oauth]
+               client->loginWithThirdPartyOAuth(
+                   vexim::Dictionary{{"provider", "example"}, {"uid", "bob@example"}, {"token", "bob-token"}}, done);
+               // [/oauth]
+           });
+}
+
+bool isRefused(const std::shared_ptr<VXIMClient>& client) {
+    bool refused = false;
+    // [refused]
+    client->loginWithUsername("bob", "not-his-password", [&refused](bool loggedIn, vexim::ErrorPtr error) {
+        if (loggedIn) return;
+        refused = error->is(VXIMErrorDomain, 1105);              // the codes are the service's own
+        std::cout << error->info("errorMessage").description();  // and so are the words
+    });
+    // [/refused]
+    return becomesTrue([&] { return refused; });
+}
+
+void giveItAMinute(const std::shared_ptr<VXIMClient>& client) {
+    // [deadline]
+    vexim::MainQueue::shared().after(1min, [weak = std::weak_ptr<VXIMClient>(client)] {
+        const auto self = weak.lock();
+        if (self && self->status() == VXIMClientStatusOpening) std::cerr << "The service does not answer.\n";
+    });
+    // [/deadline]
+}
+
+bool pausesAndResumes(const std::shared_ptr<VXIMClient>& client) {
+    // [pause]
+    client->pause();  // closes the connection; a send fails at once now
+    // [/pause]
+    if (!becomesTrue([&] { return client->status() == VXIMClientStatusPaused; })) return false;
+    // [resume]
+    client->resume();  // connects again, with the credentials of the login
+    // [/resume]
+    return becomesTrue([&] { return client->status() == VXIMClientStatusOpened; });
+}
+
+bool logsOut(const std::shared_ptr<VXIMClient>& client) {
+    return succeeds([&](const VXIMBooleanCompletion& done) {
+        // [logout]
+        client->logoutWithCompletion(done);  // takes this installation off the user, then closes the connection
+        // [/logout]
+    });
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+    const auto client = makeClient(arguments[1]);
+    if (!isRefused(client)) return 1;
+    giveItAMinute(client);
+    return logsInByEveryWay(client) && pausesAndResumes(client) && logsOut(client) ? 0 : 1;
+}

@@ -1,0 +1,5 @@
+cmake_minimum_required(VERSION 3.25)
+project(hello LANGUAGES CXX)
+find_package(VexIMLib 1.0 CONFIG REQUIRED)
+add_executable(hello quick_start.cpp)
+target_link_libraries(hello PRIVATE VexIMLib::VexIMLib)

@@ -1,0 +1,110 @@
+#!/usr/bin/env python3
+"""Checks that the pages say what is so.
+
+    scripts/check_docs.py            prints what is not, and fails then
+    scripts/check_docs.py --write    takes the blocks over from their sources
+
+Every C++ and CMake block is the text of the file that the line above it names, or of a region of it, between the comments
+[name] and [/name]:
+
+    <!-- examples/login.cpp#username -->
+    ```cpp
+    client->loginWithUsername("bob", "bob-secret", done);
+    ```
+
+Links lead to files and headings that exist, scripts that are named are there, and the library's names that stand in backticks
+are names in its sources.
+"""
+
+import pathlib
+import re
+import sys
+import textwrap
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BLOCK = re.compile(r"(?:^<!-- (?P<source>[^\s#]+)(?:#(?P<region>\S+))? -->\n)?^```(?P<language>cpp|cmake)\n(?P<text>.*?)^```$", re.M | re.S)
+FENCE = re.compile(r"^```(\w*)\n(.*?)^```$", re.M | re.S)
+LINK = re.compile(r"\[[^\]]*\]\(([^)\s]+)\)")
+NAME = re.compile(r"(?<!`)`((?:VXIM\w+|vexim::\w+)[^`\n]*)`(?!`)")
+
+
+def region_of(path, name):
+    """The lines between the comments, without the indentation that they share, and without the marks of regions inside."""
+    text = path.read_text()
+    match = re.search(rf"^[ \t]*(?://|#) \[{re.escape(name)}\]\n(.*?)^[ \t]*(?://|#) \[/{re.escape(name)}\]$", text, re.M | re.S)
+    if not match:
+        return None
+    return textwrap.dedent(re.sub(r"^[ \t]*(?://|#) \[/?\w+\]\n", "", match[1], flags=re.M))
+
+
+def source_text(block):
+    """What the block must say, or a complaint."""
+    if block["source"] is None:
+        return None, f"a {block['language']} block that names no source; put <!-- examples/NAME.cpp --> above it"
+    path = ROOT / block["source"]
+    if not path.is_file():
+        return None, f"{block['source']} does not exist"
+    text = region_of(path, block["region"]) if block["region"] else path.read_text()
+    return text, None if text is not None else f"{block['source']} has no region [{block['region']}]"
+
+
+def anchors(text):
+    """The headings as GitHub names them."""
+    prose = FENCE.sub("", text)
+    return {re.sub(r"[^\w\- ]", "", line.strip("# `").lower()).replace(" ", "-") for line in re.findall(r"^#+ .*$", prose, re.M)}
+
+
+def findings(page, words):
+    text = page.read_text()
+
+    def where(at):
+        return f"{page.relative_to(ROOT)}:{text[:at].count(chr(10)) + 1}"
+
+    for block in BLOCK.finditer(text):
+        wanted, complaint = source_text(block)
+        if complaint:
+            yield f"{where(block.start())}: {complaint}"
+        elif block["text"] != wanted:
+            yield f"{where(block.start())}: differs from {block['source']} (scripts/check_docs.py --write)"
+    for script in re.finditer(r"(?<![\w/.])scripts/[\w-]+(?:\.\w+)?", text):
+        if not (ROOT / script[0]).is_file():
+            yield f"{where(script.start())}: {script[0]} does not exist"
+    prose = FENCE.sub(lambda match: re.sub(r"[^\n]", " ", match[0]), text)
+    for link in LINK.finditer(prose):
+        target, _, anchor = link[1].partition("#")
+        if re.match(r"\w+:", target):
+            continue
+        file = (page.parent / target).resolve() if target else page
+        if not file.exists():
+            yield f"{where(link.start())}: {target} does not exist"
+        elif anchor and file.suffix == ".md" and anchor not in anchors(file.read_text()):
+            yield f"{where(link.start())}: {file.name} has no heading #{anchor}"
+    for name in NAME.finditer(prose):
+        for word in re.findall(r"[A-Za-z_]\w*", name[1].split("(")[0].split("<")[0]):
+            if word not in words:
+                yield f"{where(name.start())}: the library knows no {word}"
+
+
+def pages():
+    yield from (ROOT / name for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md"))
+    yield from sorted((ROOT / "docs").rglob("*.md"))
+
+
+def refresh(page):
+    def block(match):
+        text, complaint = source_text(match)
+        return match[0] if complaint else match[0].replace(f"\n{match['text']}```", f"\n{text}```") if match["text"] else \
+            match[0].replace(f"```{match['language']}\n", f"```{match['language']}\n{text}")
+
+    page.write_text(BLOCK.sub(block, page.read_text()))
+
+
+if __name__ == "__main__":
+    if sys.argv[1:] == ["--write"]:
+        for page in pages():
+            refresh(page)
+    sources = [*(ROOT / "VexIMLib").rglob("*.h"), *(ROOT / "VexIMLib").rglob("CMakeLists.txt"), ROOT / "CMakeLists.txt"]
+    words = {word for source in sources for word in re.findall(r"[A-Za-z_]\w*", source.read_text())} | {"VXIMAF"}
+    found = [finding for page in pages() for finding in findings(page, words)]
+    print("\n".join(found))
+    sys.exit(1 if found else 0)
