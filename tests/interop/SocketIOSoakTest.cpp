@@ -2,12 +2,14 @@
 // VEXIM_INTEROP_ALL=1 runs it at full length.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/internal/SocketIO/SocketIOClient.h"
@@ -80,6 +82,24 @@ TEST(SocketIOSoak, CyclesOfConnectingAndDroppingLeaveNothingBehind) {
     if (isFullLength() && !kIsSanitized) {
         EXPECT_LE(residentKiB(), resident + 1024);
     }
+}
+
+TEST(SocketIOSoak, AHundredPollingClientsShareOneProcess) {
+    NodeServer server({{"version", "4.8"}});
+    std::vector<std::shared_ptr<SocketIOClient>> clients;
+    int heard = 0;
+    for (int i = 0; i < 100; ++i) {
+        clients.push_back(makeClient(server, "forcePolling"));
+        clients.back()->on("message",
+                           [&heard, i](const Array& arguments, const AckEmitter&) { heard += arguments.get(0) == Value(i); });
+        clients.back()->connect();
+    }
+    const auto areConnected = [&] {
+        return std::ranges::all_of(clients, [](const auto& client) { return client->status() == SocketIOStatusConnected; });
+    };
+    ASSERT_TRUE(eventually(areConnected)) << "each holds a GET open, for as long as it is connected";
+    for (int i = 0; i < 100; ++i) clients[static_cast<std::size_t>(i)]->emit("say", {i});
+    EXPECT_TRUE(eventually([&] { return heard == 100; })) << heard;
 }
 
 TEST(SocketIOSoak, CutsLoseButNeverRepeatOrReorder) {
