@@ -22,7 +22,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 # What the rooms' CMake files install.
-HEADER_SETS = re.compile(r"FILE_SET\s+HEADERS\s[^)]*?FILES\s+([^)]*)\)")
+HEADER_SETS = re.compile(r"FILE_SET\s+(?:HEADERS|loops)\s[^)]*?FILES\s+([^)]*)\)")
 OWN, RUN = re.compile(r"^\s*///(?!<)\s?(.*)$"), re.compile(r"^\s*//(?!/)\s?(.*)$")
 SCOPE = re.compile(r"^(?:template\s*<.*>\s*)?(?:inline\s+)?(namespace|class|struct|union|enum|extern\s+\"C\")\b")
 ACCESS = re.compile(r"^(public|protected|private)\s*:$")

@@ -103,13 +103,17 @@ private:
         using Bound = std::tuple<std::tuple_element_t<I, All>...>;
         auto start = [operation = std::move(operation), bound = Bound(std::forward<A>(arguments)...)](
                          typename Call<T>::Completion completion, std::shared_ptr<VXIMTransfer> transfer) mutable {
-            if constexpr (takesTransfer) {
-                static_assert(isTransfer<std::tuple_element_t<sizeof...(P) - 1, All>> && sizeof...(P) == sizeof...(A) + 2,
-                              "behind the completion only a transfer may stand");
-                operation(std::get<I>(std::move(bound))..., std::move(completion), std::move(transfer));
-            } else {
-                operation(std::get<I>(std::move(bound))..., std::move(completion));
-            }
+            std::apply(
+                [&](auto&&... each) {
+                    if constexpr (takesTransfer) {
+                        static_assert(isTransfer<std::tuple_element_t<sizeof...(P) - 1, All>> && sizeof...(P) == sizeof...(A) + 2,
+                                      "behind the completion only a transfer may stand");
+                        operation(std::move(each)..., std::move(completion), std::move(transfer));
+                    } else {
+                        operation(std::move(each)..., std::move(completion));
+                    }
+                },
+                std::move(bound));
         };
         return Call<T>(std::move(start), takesTransfer ? VXIMTransfer::transfer() : nullptr);
     }

@@ -1,13 +1,19 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 
+#include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <deque>
 #include <exception>
+#include <limits>
 #include <queue>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -43,6 +49,43 @@ struct Waiter {
     std::exception_ptr failure;
 };
 
+/// What a polling host waits for: a pipe, which every system has, with a byte in it. Made once and kept for good.
+class WakePipe {
+public:
+    /// To be called with the queue's mutex; from then on `tell` writes.
+    int open() {
+        if (reading_ >= 0) return reading_;
+        std::array<int, 2> ends{};
+        if (::pipe(ends.data()) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+        for (const int end : ends) {
+            ::fcntl(end, F_SETFD, FD_CLOEXEC);
+            ::fcntl(end, F_SETFL, O_NONBLOCK);
+        }
+        reading_ = ends[0];
+        writing_ = ends[1];
+        tell();  // the host drains once at its start
+        return reading_;
+    }
+    /// Any thread. A full pipe needs no further byte.
+    void tell() noexcept {
+        const int end = writing_;
+        if (end < 0) return;
+        while (::write(end, "", 1) < 0 && errno == EINTR) continue;
+        told_ = true;  // after the byte: whoever sees it finds one
+    }
+    /// To be called with the queue's mutex, so that no byte for what is queued later is taken along.
+    void clear() noexcept {
+        if (!told_.exchange(false)) return;
+        std::array<char, 64> bytes;
+        while (::read(reading_, bytes.data(), bytes.size()) > 0) continue;
+    }
+
+private:
+    int reading_ = -1;
+    std::atomic<int> writing_{-1};
+    std::atomic<bool> told_{false};
+};
+
 bool isFirstThreadOfProcess() { return static_cast<pid_t>(syscall(SYS_gettid)) == getpid(); }
 
 }  // namespace
@@ -60,6 +103,8 @@ struct MainQueue::Impl {
     bool exiting VEXIM_GUARDED_BY(mutex) = false;
     bool exitingOnMainThread VEXIM_GUARDED_BY(mutex) = false;  // what runs there now never comes back
     bool wakePending VEXIM_GUARDED_BY(mutex) = false;          // the host was told, and has not drained since
+
+    WakePipe pipe;
 
     Mutex wakeMutex;  // held while the wake function runs, so that setWake returns only when the old one is at rest
     Function wake VEXIM_GUARDED_BY(wakeMutex);
@@ -93,6 +138,7 @@ struct MainQueue::Impl {
     void tellWaiters(bool someoneWaits, bool tellHost) {
         if (someoneWaits) changed.notify_all();
         if (!tellHost) return;
+        pipe.tell();
         MutexLock lock(wakeMutex);
         if (wake) wake();
     }
@@ -251,6 +297,7 @@ std::size_t MainQueue::drain() {
         const auto now = Clock::shared()->now();
         MutexLock lock(impl_->mutex);
         impl_->wakePending = false;
+        impl_->pipe.clear();
         impl_->lineUpDue(now);
         end = impl_->nextNumber;
     }
@@ -278,6 +325,20 @@ std::optional<Clock::TimePoint> MainQueue::nextDeadline() const {
     if (!impl_->queue.empty()) return now;
     if (impl_->delayed.empty()) return std::nullopt;
     return impl_->delayed.top().deadline;
+}
+
+int MainQueue::fileDescriptor() {
+    MutexLock lock(impl_->mutex);
+    return impl_->pipe.open();
+}
+
+int MainQueue::pollTimeout() const {
+    const auto deadline = nextDeadline();
+    if (!deadline) return -1;
+    const auto now = Clock::shared()->now();
+    if (*deadline <= now) return 0;
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(*deadline - now).count();
+    return static_cast<int>(std::min<std::int64_t>(wait, std::numeric_limits<int>::max()));
 }
 
 void MainQueue::setWake(Function wake) {

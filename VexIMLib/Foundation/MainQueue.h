@@ -19,8 +19,8 @@ VEXIM_EXPORT void endMainQueue() noexcept;
 /// The main queue: completions, progress, notifications and delegate calls arrive here, one at a time, in order.
 ///
 /// The thread that runs it is the main thread; before any has, that is the process's first thread. Either let it run
-/// (`run`, `runUntil`), or drive it from a host's loop: set a wake function and call `drain()` when it was called and when
-/// `nextDeadline()` has come.
+/// (`run`, `runUntil`), or drive it from a host's loop: `VexIMLib/Loops/` has adapters for asio, GLib and Qt. Any other loop
+/// polls `fileDescriptor()` for `pollTimeout()` at most and then calls `drain()`; one that does not poll sets a wake function.
 ///
 ///     vexim::MainQueue::shared().runUntil([&] { return done; }, std::chrono::seconds(10));
 class VEXIM_EXPORT MainQueue {
@@ -56,6 +56,13 @@ public:
     std::optional<Clock::TimePoint> nextDeadline() const;
     /// `wake` is called, on any thread, when the queue gets something to run or an earlier deadline. It must be quick.
     void setWake(Function wake);
+    /// A descriptor that polls readable when the queue gets something to run or an earlier deadline, until the next `drain()`.
+    /// Made at the first call, of any thread; it is the queue's own, not to be read, written or closed. Throws
+    /// `std::system_error` when the process has no descriptors left.
+    int fileDescriptor();
+    /// How long to poll at most, as `poll` takes it: milliseconds until `nextDeadline()`, rounded up, 0 when something is to
+    /// run now, -1 when no time is known.
+    int pollTimeout() const;
     /// Whether the calling thread is the main thread.
     bool isMainThread() const;
 

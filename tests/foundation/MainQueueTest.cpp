@@ -1,6 +1,7 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
 
 #include <atomic>
 #include <stdexcept>
@@ -107,6 +108,37 @@ TEST_F(MainQueueTest, WakesTheHostForAnEarlierDeadlineOnly) {
     queue().after(5s, [] {});
     EXPECT_EQ(wakes, 2);
     EXPECT_EQ(clock.advanceAndDrain(20s), 3u);
+}
+
+TEST_F(MainQueueTest, TheDescriptorIsReadableWhileThereIsSomethingToDrain) {
+    const auto isReadable = [] {
+        pollfd descriptor{queue().fileDescriptor(), POLLIN, 0};
+        return poll(&descriptor, 1, 0) == 1;
+    };
+    (void)queue().fileDescriptor();
+    queue().drain();
+    EXPECT_FALSE(isReadable());
+    EXPECT_EQ(queue().pollTimeout(), -1);
+    queue().async([&] { say("later"); });
+    EXPECT_EQ(queue().pollTimeout(), 0);
+    EXPECT_TRUE(isReadable());
+    queue().drain();
+    EXPECT_TRUE(isReadable()) << "for what the first added";
+    queue().drain();
+    EXPECT_FALSE(isReadable());
+
+    queue().after(1500us, [] { throw std::runtime_error("the application's"); });
+    EXPECT_TRUE(isReadable()) << "an earlier deadline";
+    queue().after(1500us, [this] { said += "rest"; });
+    queue().drain();
+    EXPECT_FALSE(isReadable());
+    EXPECT_EQ(queue().pollTimeout(), 2) << "rounded up, or the host would turn in vain";
+    clock.advance(1500us);
+    EXPECT_EQ(queue().pollTimeout(), 0);
+    EXPECT_THROW(queue().drain(), std::runtime_error);
+    EXPECT_TRUE(isReadable()) << "an exception left something";
+    queue().drain();
+    EXPECT_EQ(said, "laterrest");
 }
 
 TEST_F(MainQueueTest, RunUntilEndsByPredicateQuitOrTime) {

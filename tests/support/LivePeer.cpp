@@ -47,6 +47,14 @@ std::optional<std::string> LivePeer::readText() {
     return std::nullopt;
 }
 
+bool LivePeer::beat() {
+    if (!sendText("2")) return false;
+    while (auto frame = readFrame()) {
+        if (frame->opcode == Text && frame->payload == "3") return true;
+    }
+    return false;
+}
+
 void LivePeer::waitForClose() {
     while (readText()) continue;
     connection_.waitForClose();

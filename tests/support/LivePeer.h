@@ -46,6 +46,8 @@ public:
     bool emit(std::string_view event, std::string_view argument) { return sendText(eventText(event, argument)); }
     /// Takes part in the heartbeat and drops the rest, until the peer closes or the server ends.
     void waitForClose();
+    /// Sends a ping and waits for its pong; what comes before it is dropped.
+    bool beat();
     /// The next text that is no heartbeat; nullopt when the connection has ended.
     std::optional<std::string> readText();
 

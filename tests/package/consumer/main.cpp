@@ -2,6 +2,7 @@
 // and let a program derive from its classes and catch what it throws.
 #include <VexIMLib/Async/Coroutine.h>
 #include <VexIMLib/Async/Future.h>
+#include <VexIMLib/Loops/Asio.h>
 #include <VexIMLib/VexIMLib.h>
 
 #include <chrono>

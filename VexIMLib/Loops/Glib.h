@@ -1,0 +1,72 @@
+#pragma once
+
+#include <glib.h>
+
+#include <exception>
+#include <functional>
+#include <utility>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+
+namespace vexim {
+
+/// Drives the main queue from a GLib main loop (GTK's, too) while it lives.
+///
+///     vexim::GlibLoop loop;
+///     g_main_loop_run(mainLoop);
+///
+/// The loop's thread becomes the main thread. Loops may be nested. One adapter at a time; make and destroy it on that thread,
+/// also inside a callback.
+class GlibLoop {
+public:
+    /// Hears what leaves a callback.
+    using ExceptionHandler = std::function<void(std::exception_ptr)>;
+
+    /// `context` nullptr is the default one. GLib is C and lets no exception through: `handler` gets it; without one, the process
+    /// is terminated.
+    explicit GlibLoop(GMainContext* context = nullptr, ExceptionHandler handler = {}) {
+        static GSourceFuncs functions{&prepare, &check, &dispatch, &finalize, nullptr, nullptr};
+        source_ = reinterpret_cast<Source*>(g_source_new(&functions, sizeof(Source)));
+        source_->handler = new ExceptionHandler(std::move(handler));
+        source_->tag = g_source_add_unix_fd(&source_->base, MainQueue::shared().fileDescriptor(), G_IO_IN);
+        g_source_set_can_recurse(&source_->base, TRUE);  // callbacks may run a dialog's loop
+        g_source_attach(&source_->base, context);
+    }
+    GlibLoop(const GlibLoop&) = delete;
+    GlibLoop& operator=(const GlibLoop&) = delete;
+    /// What is queued stays so, for `drain()` or another loop.
+    ~GlibLoop() {
+        g_source_destroy(&source_->base);
+        g_source_unref(&source_->base);
+    }
+
+private:
+    struct Source {
+        GSource base;
+        ExceptionHandler* handler;
+        gpointer tag;
+    };
+
+    static gboolean prepare(GSource*, gint* timeout) {
+        *timeout = MainQueue::shared().pollTimeout();
+        return *timeout == 0;
+    }
+    static gboolean check(GSource* base) {
+        return MainQueue::shared().pollTimeout() == 0 || g_source_query_unix_fd(base, reinterpret_cast<Source*>(base)->tag) != 0;
+    }
+    static gboolean dispatch(GSource* base, GSourceFunc, gpointer) noexcept {
+        try {
+            MainQueue::shared().drain();
+        } catch (...) {
+            const ExceptionHandler handler = *reinterpret_cast<Source*>(base)->handler;
+            if (!handler) std::terminate();  // which names the exception
+            handler(std::current_exception());
+        }
+        return G_SOURCE_CONTINUE;
+    }
+    static void finalize(GSource* base) { delete reinterpret_cast<Source*>(base)->handler; }
+
+    Source* source_;
+};
+
+}  // namespace vexim

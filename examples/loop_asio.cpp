@@ -1,0 +1,22 @@
+// The library in a program whose loop is asio's.
+#include <VexIMLib/Loops/Asio.h>
+#include <VexIMLib/VexIMLib.h>
+
+#include <boost/asio/io_context.hpp>
+#include <iostream>
+
+int main(int, char** arguments) {
+    auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
+    client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
+
+    boost::asio::io_context io;
+    vexim::AsioLoop loop(io.get_executor());
+    bool loggedIn = false;
+    client->loginWithUserId("alice", [&io, &loggedIn](bool succeeded, vexim::ErrorPtr) {
+        loggedIn = succeeded;
+        io.stop();
+    });
+    io.run();
+    std::cout << (loggedIn ? "logged in" : "not logged in") << '\n';
+    return loggedIn ? 0 : 1;
+}

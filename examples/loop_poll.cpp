@@ -1,0 +1,23 @@
+// The library in a loop of the program's own: a descriptor, a time to wait at most, and drain().
+#include <VexIMLib/VexIMLib.h>
+#include <poll.h>
+
+#include <iostream>
+#include <optional>
+
+int main(int, char** arguments) {
+    auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
+    client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
+
+    std::optional<bool> loggedIn;
+    client->loginWithUserId("alice", [&loggedIn](bool succeeded, vexim::ErrorPtr) { loggedIn = succeeded; });
+
+    auto& queue = vexim::MainQueue::shared();
+    while (!loggedIn) {
+        pollfd descriptors[] = {{queue.fileDescriptor(), POLLIN, 0}};  // and the program's own
+        poll(descriptors, 1, queue.pollTimeout());
+        queue.drain();
+    }
+    std::cout << (*loggedIn ? "logged in" : "not logged in") << '\n';
+    return *loggedIn ? 0 : 1;
+}

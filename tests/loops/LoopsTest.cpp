@@ -1,0 +1,169 @@
+// The main queue driven by loops that we did not write. Should one of them stall, the test's time limit ends it.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "VexIMLib/VexIMLib.h"
+#include "loops/Hosts.h"
+#include "support/LivePeer.h"
+#include "support/ScriptedServer.h"
+
+using namespace vexim;
+using namespace vexim::testing;
+using namespace std::chrono_literals;
+
+namespace {
+
+MainQueue& queue() { return MainQueue::shared(); }
+
+template <class Host>
+class LoopsTest : public ::testing::Test {
+protected:
+    LoopsTest() { host.attach(); }
+    ~LoopsTest() override {
+        host.detach();
+        while (queue().drain() > 0) continue;
+    }
+    /// Waits for what the host is told to run.
+    void runUntilSaid(const std::string& all) {
+        host.run([&] { return said == all; });
+    }
+    auto say(const char* word) {
+        return [this, word] { said += word; };
+    }
+
+    Host host;
+    std::string said;
+};
+
+struct Names {
+    template <class Host>
+    static std::string GetName(int) {
+        return Host::kName;
+    }
+};
+#if defined(VEXIM_TEST_GLIB_AND_QT)
+using Hosts = ::testing::Types<AsioHost, GlibHost, QtHost, PollHost>;
+#else
+using Hosts = ::testing::Types<AsioHost, PollHost>;
+#endif
+TYPED_TEST_SUITE(LoopsTest, Hosts, Names);
+
+/// Hears messages, and may hold the loop up in one.
+struct Delegate : VXIMClientDelegate {
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+                                           const std::shared_ptr<VXIMFriendInfo>&) override {
+        heard.push_back(message->text().value_or(""));
+        if (heard.back() == "hold") held.wait();
+    }
+    void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override { heard.emplace_back("disconnected"); }
+
+    std::vector<std::string> heard;
+    std::future<void> held;
+};
+
+}  // namespace
+
+TYPED_TEST(LoopsTest, RunsWhatAnyThreadQueuesAndWhatIsDue) {
+    const auto began = std::chrono::steady_clock::now();
+    queue().async(this->say("a"));
+    queue().after(1h, this->say("never "));
+    this->runUntilSaid("a");
+    std::thread other([this] {
+        queue().async(this->say("b"));
+        queue().after(30ms, this->say("d"));  // earlier than what the loop waits for
+        queue().after(20ms, this->say("c"));
+    });
+    this->runUntilSaid("abcd");
+    other.join();
+    EXPECT_GE(std::chrono::steady_clock::now() - began, 30ms);
+    EXPECT_TRUE(queue().isMainThread());
+}
+
+TYPED_TEST(LoopsTest, ACallbackMayRunTheLoop) {
+    queue().after(5ms, this->say("later "));
+    queue().after(0ms, [this] {
+        queue().async(this->say("inner "));
+        queue().after(1ms, this->say("timed "));
+        this->host.run([this] { return this->said == "behind inner timed later "; });
+        this->said += "outer";
+    });
+    queue().after(0ms, this->say("behind "));
+    this->runUntilSaid("behind inner timed later outer");
+}
+
+TYPED_TEST(LoopsTest, AnExceptionLeavesTheRestToBeRun) {
+    queue().async([] { throw std::runtime_error("the application's"); });
+    queue().async(this->say("b"));
+    queue().after(1ms, this->say("c"));
+    this->runUntilSaid("bc");
+    ASSERT_TRUE(this->host.caught);
+    EXPECT_THROW(std::rethrow_exception(this->host.caught), std::runtime_error);
+}
+
+TYPED_TEST(LoopsTest, CanBeDestroyedWithWorkPendingAlsoInItsCallback) {
+    queue().async(this->say("a"));
+    queue().after(1ms, this->say("c"));
+    this->host.detach();  // nothing has run yet
+    EXPECT_EQ(this->said, "");
+    this->host.attach();
+    this->runUntilSaid("ac");
+
+    bool destroyed = false;
+    queue().async([this, &destroyed] {
+        queue().async(this->say("e"));
+        this->host.detach();
+        destroyed = true;
+    });
+    queue().async(this->say("d"));
+    this->host.run([&] { return destroyed; });
+    EXPECT_EQ(this->said, "acd") << "a drain ends what it began";
+    this->host.attach();
+    this->runUntilSaid("acde");
+}
+
+TYPED_TEST(LoopsTest, MessagesFlowAndABlockedLoopDropsNoConnection) {
+    std::promise<void> release;
+    std::atomic<int> beats{0};
+    ScriptedServer server([&](ScriptedServer::Connection& connection) {
+        LivePeer peer(connection);
+        // The client gives the connection up when it has heard nothing for 750 ms.
+        if (!peer.open(R"(0{"sid":"s1","upgrades":[],"pingInterval":500,"pingTimeout":250,"maxPayload":1000000})")) return;
+        const auto join = peer.readText();
+        if (!join || !join->starts_with("40/chat,") || !peer.sendText(R"(40/chat,{"sid":"s2"})")) return;
+        const auto say = [&peer](const char* text) {
+            return peer.emit(
+                "message", std::string(R"({"from":{"id":"u2","type":0},"to":{"id":"u1","type":0},"content":{"media":0,"body":")") +
+                               text + "\"}}");
+        };
+        peer.emit("login", R"({"success":true,"id":"u1"})");
+        say("first");
+        say("hold");
+        // A heartbeat each 100 ms, for longer than the client would wait without; the loop is blocked all the while.
+        while (beats < 9 && peer.beat() && connection.pause(100ms)) ++beats;
+        say("meanwhile");
+        release.set_value();
+        while (peer.beat() && connection.pause(20ms)) ++beats;
+    });
+    const auto client = VXIMClient::clientWithAppId("app", "key", "installation");
+    client->config()->setSocketURL(URL::parse(server.url("")));
+    const auto delegate = std::make_shared<Delegate>();
+    delegate->held = release.get_future();
+    client->setDelegate(delegate);
+    bool loggedIn = false;
+    client->loginWithUserId("u1", [&](bool succeeded, const ErrorPtr&) { loggedIn = succeeded; });
+    this->host.run([&] { return delegate->heard.size() == 3; });
+    EXPECT_TRUE(loggedIn);
+    EXPECT_EQ(delegate->heard, (std::vector<std::string>{"first", "hold", "meanwhile"}));
+    EXPECT_GE(beats, 9);
+    EXPECT_EQ(client->status(), VXIMClientStatusOpened);
+    client->setDelegate(nullptr);
+    client->pause();
+    this->host.run([&] { return client->status() == VXIMClientStatusPaused; });
+}
