@@ -6,6 +6,7 @@
 
 using namespace std::chrono_literals;
 
+// [coroutine]
 // Coroutines outlive their caller's arguments: parameters by value.
 vexim::Task<bool> greet(std::shared_ptr<VXIMClient> client, std::string friendId) {
     auto [loggedIn, error] = co_await vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s);
@@ -22,12 +23,15 @@ vexim::Task<bool> greet(std::shared_ptr<VXIMClient> client, std::string friendId
     auto again = co_await vexim::call([&](VXIMBooleanCompletion done) { client->sendMessage(message, std::move(done)); });
     co_return static_cast<bool>(again);
 }
+// [/coroutine]
 
 int main(int, char** arguments) {
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
 
+    // [wait]
     bool sent = vexim::wait(greet(client, "bob"));  // in a program with a loop of its own: vexim::spawn(…)
+    // [/wait]
     std::cout << (sent ? "sent" : "not sent") << '\n';
     return sent ? 0 : 1;
 }

@@ -12,6 +12,7 @@ int main(int, char** arguments) try {
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
 
+    // [several]
     auto login = vexim::future(vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s));
     if (!vexim::wait(login)) return 1;  // turns the main queue; get() would wait for ever here
 
@@ -20,8 +21,10 @@ int main(int, char** arguments) try {
     auto groups = vexim::future(&VXIMUser::fetchGroupsWithDetail, alice, false);
     vexim::wait(friends);
     vexim::wait(groups);
+    // [/several]
     std::cout << alice->friends()->size() << " friends, " << alice->groups()->size() << " groups\n";
 
+    // [cancel]
     std::stop_source stop;
     auto search = vexim::future(vexim::call(&VXIMQuery::findUserWithBlock, VXIMQuery::query()).cancelledBy(stop.get_token()));
     std::jthread([&] { stop.request_stop(); }).join();
@@ -30,6 +33,7 @@ int main(int, char** arguments) try {
     } catch (const vexim::Failure& failure) {
         std::cout << failure.error()->domain() << ' ' << failure.error()->code() << ": " << failure.what() << '\n';
     }
+    // [/cancel]
     return 0;
 } catch (const vexim::Failure& failure) {
     std::cerr << failure.what() << '\n';

@@ -9,6 +9,7 @@ int main(int, char** arguments) {
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
 
+    // [loop]
     boost::asio::io_context io;
     vexim::AsioLoop loop(io.get_executor());
     bool loggedIn = false;
@@ -17,6 +18,7 @@ int main(int, char** arguments) {
         io.stop();
     });
     io.run();
+    // [/loop]
     std::cout << (loggedIn ? "logged in" : "not logged in") << '\n';
     return loggedIn ? 0 : 1;
 }

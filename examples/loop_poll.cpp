@@ -12,12 +12,14 @@ int main(int, char** arguments) {
     std::optional<bool> loggedIn;
     client->loginWithUserId("alice", [&loggedIn](bool succeeded, vexim::ErrorPtr) { loggedIn = succeeded; });
 
+    // [loop]
     auto& queue = vexim::MainQueue::shared();
     while (!loggedIn) {
         pollfd descriptors[] = {{queue.fileDescriptor(), POLLIN, 0}};  // and the program's own
         poll(descriptors, 1, queue.pollTimeout());
         queue.drain();
     }
+    // [/loop]
     std::cout << (*loggedIn ? "logged in" : "not logged in") << '\n';
     return *loggedIn ? 0 : 1;
 }
