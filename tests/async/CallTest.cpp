@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Testing/ManualClock.h"
 #include "async/Held.h"
 #include "support/Eventually.h"
-#include "support/ManualClock.h"
 
 using namespace vexim;
 using namespace vexim::testing;
