@@ -27,6 +27,7 @@ OWN, RUN = re.compile(r"^\s*///(?!<)\s?(.*)$"), re.compile(r"^\s*//(?!/)\s?(.*)$
 SCOPE = re.compile(r"^(?:template\s*<.*>\s*)?(?:inline\s+)?(namespace|class|struct|union|enum|extern\s+\"C\")\b")
 ACCESS = re.compile(r"^(public|protected|private)\s*:$")
 LITERAL = re.compile(r'"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])\'')
+HEADING = re.compile(r"^(?:[\w-]+ ){0,2}[\w-]+\. (?=[A-Z])")  # "Login. Each opens …"
 NAME = re.compile(r"(operator\s*(?:\(\)|[^\s(]+)|~?\w+)\s*\(")
 NOT_A_NAME = {"requires", "noexcept", "explicit", "alignas", "decltype", "sizeof"}
 
@@ -98,7 +99,7 @@ def filtered(lines):
                 out[index - 1] += " */"
                 seen_code = True
             else:
-                run, own, shared = one_line(text), [], ""
+                run, own, shared = HEADING.sub("", one_line(text)), [], ""
                 if index < len(lines) and not lines[index].strip():
                     index += 1
             continue
@@ -140,7 +141,7 @@ def filtered(lines):
                 words = ""
                 if own:
                     if run and not opened and not own[-1].startswith("   "):
-                        out[first - 1] += " " + run
+                        out[first - 1] += " \\details " + run
                     shared, shared_name = (one_line(own) + " " + run).strip(), name
                 elif shared and goes_with(name, shared_name):
                     words = shared

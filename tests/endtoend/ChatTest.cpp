@@ -1,3 +1,4 @@
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -62,20 +63,26 @@ TEST_P(Chat, WhatIsSentRightBeforeTheExitArrives) {
 #endif
 
 #ifdef VEXIM_ECHO_BOT
-TEST_P(Chat, TheGuidesBotAnswersAndLeaves) {
+TEST_P(Chat, TheGuidesBotAnswersAndLeavesInGoodOrder) {
     auto alice = loggedIn("alice");
-    const std::string program = VEXIM_ECHO_BOT;
-    std::FILE* bot = popen((program + " " + service.origin() + " > /dev/null").c_str(), "w");
-    ASSERT_NE(bot, nullptr);
-    EXPECT_TRUE(alice->hears("online bob"));
-    for (const char* word : {"hello", "bye"}) {
-        const auto message = VXIMMessage::messageWithText(word);
-        EXPECT_EQ(run([&](auto done) { alice->client->sendMessageToFriend(message, "bob", done); }), "yes");
+    for (const bool toldToLeave : {true, false}) {
+        const std::string program = VEXIM_ECHO_BOT;
+        std::FILE* bot = popen(("echo $$; exec " + program + " " + service.origin()).c_str(), "r");
+        ASSERT_NE(bot, nullptr);
+        pid_t process = 0;
+        ASSERT_EQ(std::fscanf(bot, "%d", &process), 1);
+        EXPECT_TRUE(alice->hears("online bob"));
+        const char* word = toldToLeave ? "bye" : "hello";
+        EXPECT_EQ(run([&](auto done) { alice->client->sendMessageToFriend(VXIMMessage::messageWithText(word), "bob", done); }),
+                  "yes");
         EXPECT_TRUE(alice->hears(std::string("friend bob: ") + word)) << "her own";
         EXPECT_TRUE(alice->hears(std::string("friend bob: ") + word)) << "the bot's answer";
+        if (!toldToLeave) {
+            EXPECT_EQ(kill(process, SIGTERM), 0);
+        }
+        EXPECT_TRUE(alice->hears("offline bob"));
+        EXPECT_EQ(pclose(bot), 0);
     }
-    EXPECT_TRUE(alice->hears("offline bob"));
-    EXPECT_EQ(pclose(bot), 0);
 }
 #endif
 
