@@ -55,6 +55,7 @@ export class Attachments {
     const broken = new Promise((resolve, reject) => {
       form.on('file', (field, content, info) => {
         if (field !== 'attachment' || saved) return content.resume();
+        if (request.logEntry) request.logEntry.file = { field, name: info.filename, type: info.mimeType };
         saved = this.#store(content, info);
         saved.catch(reject);
       });

@@ -36,9 +36,15 @@ export class Live {
 
   /** Sends an event to every connection of each of `ids` and returns how many those are; who is not connected misses it. */
   send(ids, event, ...items) {
-    const sockets = [...ids].flatMap((id) => [...(this.#connections.get(id) ?? [])]);
-    for (const socket of sockets) socket.emit(event, ...items);
-    return sockets.length;
+    let count = 0;
+    for (const id of ids) {
+      for (const socket of this.#connections.get(id) ?? []) {
+        socket.emit(event, ...items);
+        this.#log.add('event', { id, event, items });
+        count += 1;
+      }
+    }
+    return count;
   }
 
   /** Sends an event to everybody who is logged in. */
@@ -85,11 +91,12 @@ export class Live {
     };
     try {
       const person = identify(this.#store, this.#app, auth);
-      this.#open(socket, person);
       answer({ success: true, id: person.id });
+      this.#open(socket, person);
     } catch (error) {
       if (!(error instanceof ServiceError)) throw error;
       answer({ success: false, error: error.toJSON() });
+      socket.on('disconnect', () => this.#log.add('leave', {}));
     }
   }
 
@@ -105,6 +112,7 @@ export class Live {
   #leave(socket, person) {
     const sockets = this.#connections.get(person.id);
     if (!sockets?.delete(socket)) return;
+    this.#log.add('leave', { id: person.id });
     if (sockets.size > 0) return;
     this.#connections.delete(person.id);
     this.#announce('offline', person);

@@ -59,5 +59,8 @@ function noteRequest(log, request, response) {
   const { method, url, headers } = request;
   const kind = url.startsWith('/socket.io/') ? 'poll' : 'request';
   request.logEntry = log.add(kind, { method, url, headers });
-  response.on('finish', () => (request.logEntry.status = response.statusCode));
+  response.on('finish', () => {
+    const answered = { type: response.getHeader('content-type'), length: Number(response.getHeader('content-length')) };
+    Object.assign(request.logEntry, { status: response.statusCode, ...answered });
+  });
 }

@@ -18,6 +18,7 @@ export const resources = [users, friends, groups, rooms, passengers, system];
 /** The Express router of all REST paths. `service` is what the resources share: store, live, views, attachments. */
 export function rest(service, { app, maxSignatureAge, bodyLimit }) {
   const router = express.Router({ caseSensitive: true });
+  router.use(noteAnswer);
   router.use(files(service));
   router.use(requireSignature(app, maxSignatureAge));
   router.use(uploads(service));
@@ -43,6 +44,16 @@ function addRoute(router, path, methods) {
 
 function noteBody(request, bytes) {
   if (request.logEntry) request.logEntry.body = excerpt(bytes);
+}
+
+/** Express middleware: the log keeps what goes out as JSON. */
+function noteAnswer(request, response, next) {
+  const { json } = response;
+  response.json = (value) => {
+    if (request.logEntry) request.logEntry.answer = excerpt(JSON.stringify(value));
+    return json.call(response, value);
+  };
+  next();
 }
 
 /** Express error middleware: every failure leaves as {"errorCode", "errorMessage"}. */

@@ -1,0 +1,467 @@
+// docs/service.md against what really happens: the library walks through every documented path, and the page's examples must be
+// the exchanges that the service then has in its log, in that order. What differs from run to run (times, made-up ids, names of
+// files) is compared by its form.
+//
+// After a change that is meant, `VEXIM_RECORD_SERVICE_PAGE=1 endtoend_test --gtest_filter=*ServicePage*Node4` writes the exchanges
+// into the page. Each takes the place of the example that was there; a new one wants an empty example first ("GET" in an `http`
+// block, "-" in a `live` block).
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "endtoend/EndToEnd.h"
+#include "endtoend/ServiceProcess.h"
+#include "support/ServicePage.h"
+
+namespace vexim::testing {
+namespace {
+
+/// A PNG of one pixel.
+constexpr char kPicture[] =
+    "\211PNG\015\012\032\012\000\000\000\015IHDR\000\000\000\001\000\000\000\001\010\006\000\000\000\037\025\304\211\000\000\000"
+    "\015IDATx\332cd\370\317P\017\000\003\206\001\200Z4}k\000\000\000\000IEND\256B`\202";
+
+/// One request with its answer, or one step of the live connection, as the page shows it.
+using Exchange = std::pair<std::string, std::string>;  // "http" or "live", and the text
+
+/// JSON on one line if that is bearable, else an entry a line.
+std::string print(const Value& value, const std::string& indent = "") {
+    std::vector<std::string> heads;
+    std::vector<Value> items;
+    if (const Dictionary* fields = value.asDictionary()) {
+        for (const auto& [key, item] : *fields) {
+            heads.push_back(json(key) + ": ");
+            items.push_back(item);
+        }
+    } else if (const Array* elements = value.asArray()) {
+        items.assign(elements->begin(), elements->end());
+        heads.resize(items.size());
+    } else {
+        return json(value);
+    }
+    const auto join = [&](const std::string& inner, const std::string& separator) {
+        std::string text;
+        for (std::size_t i = 0; i < items.size(); ++i) text += (i == 0 ? "" : separator) + heads[i] + print(items[i], inner);
+        return text;
+    };
+    const char* brackets = value.isArray() ? "[]" : "{}";
+    const std::string flat = brackets[0] + join("", ", ") + brackets[1];
+    if (indent.size() + flat.size() <= 120 && flat.find('\n') == std::string::npos) return flat;
+    const std::string inner = indent + "  ";
+    return brackets[0] + ("\n" + inner) + join(inner, ",\n" + inner) + "\n" + indent + brackets[1];
+}
+
+Value parsed(const Value& text) { return parseJSON(text.description(), JSONFragments::Allow).value; }
+
+std::string request(const Value& entry) {
+    std::string text = entry.get("method").description() + " " + entry.get("url").description();
+    if (const Value& file = entry.get("file"); !file.isNil()) {
+        text += "\n(form field " + json(file.get("field")) + ": the file " + file.get("name").description() + ", " +
+                file.get("type").description() + ")";
+    } else if (const auto body = entry.get("body").asString(); body && !body->empty()) {
+        text += "\n" + print(parsed(*body));
+    }
+    text += "\n\n" + entry.get("status").description() + "\n";
+    if (!entry.get("answer").isNil()) return text + print(parsed(entry.get("answer")));
+    return text + "(" + entry.get("length").description() + " bytes of " + entry.get("type").description() + ")";
+}
+
+/// Who it is, for readers.
+std::string nameOf(const Value& id) {
+    if (id.isNil()) return "stranger";
+    return std::regex_match(id.description(), std::regex("p[0-9a-f]{16}")) ? "visitor" : id.description();
+}
+
+/// The log of the service, as the page would show it.
+std::vector<Exchange> recorded(const Array& log) {
+    std::vector<Exchange> exchanges;
+    for (const Value& entry : log) {
+        const Value& kind = entry.get("kind");
+        const std::string name = nameOf(entry.get("id"));
+        if (kind == "request") exchanges.emplace_back("http", request(entry));
+        if (kind == "login") {
+            Dictionary credentials = *parsed(entry.get("auth")).asDictionary();
+            credentials.remove("app");
+            credentials.remove("sign");
+            Dictionary answer = *entry.asDictionary();
+            for (const char* ofTheLog : {"kind", "number", "at", "auth"}) answer.remove(ofTheLog);
+            exchanges.emplace_back("live", name + " connects " + print(credentials));
+            exchanges.emplace_back("live", name + " < login " + print(answer));
+        }
+        if (kind == "say") exchanges.emplace_back("live", name + " > say " + print(entry.get("payload")));
+        if (kind == "event") {
+            const std::string event = entry.get("event").description();
+            exchanges.emplace_back("live", name + " < " + event + " " + print(entry.get("items").asArray()->get(0)));
+        }
+        if (kind == "leave") exchanges.emplace_back("live", name + " disconnects");
+    }
+    return exchanges;
+}
+
+/// The steps of a `live` example: a step goes on in lines that are indented or close a bracket.
+std::vector<std::string> stepsOf(const std::string& example) {
+    std::vector<std::string> steps;
+    std::istringstream lines(example);
+    for (std::string line; std::getline(lines, line);) {
+        if (steps.empty() || std::string(" }]").find(line[0]) == std::string::npos) {
+            steps.push_back(line);
+        } else {
+            steps.back() += "\n" + line;
+        }
+    }
+    return steps;
+}
+
+std::vector<Exchange> documented(const std::vector<PageExample>& examples) {
+    std::vector<Exchange> exchanges;
+    for (const PageExample& example : examples) {
+        if (example.kind == "http") {
+            exchanges.emplace_back("http", example.text);
+        } else {
+            for (const auto& step : stepsOf(example.text)) exchanges.emplace_back("live", step);
+        }
+    }
+    return exchanges;
+}
+
+/// Without what differs from run to run, and without white space, which follows the lengths.
+std::string form(std::string text) {
+    static const std::pair<std::regex, const char*> varying[] = {
+        {std::regex("(https?://[^/\"]+)?/files/[0-9a-f]{32}"), "FILE"},
+        {std::regex("\\b[grp][0-9a-f]{16}\\b"), "ID"},
+        {std::regex("\\b1[0-9]{12}\\b"), "TIME"},
+        {std::regex("\\s+"), " "},
+        {std::regex("(\\{|\\[) | (?=\\}|\\])"), "$1"},
+    };
+    for (const auto& [pattern, replacement] : varying) text = std::regex_replace(text, pattern, replacement);
+    return text;
+}
+
+/// The page with `exchanges` in the places of its examples.
+std::string pageWith(const std::string& page, const std::vector<PageExample>& examples, const std::vector<Exchange>& exchanges) {
+    std::string text;
+    std::size_t end = 0;
+    auto next = exchanges.begin();
+    for (const PageExample& example : examples) {
+        const auto count = example.kind == "http" ? 1 : stepsOf(example.text).size();
+        text += page.substr(end, example.start - end);
+        for (std::size_t i = 0; i < count; ++i, ++next) {
+            if (next == exchanges.end() || next->first != example.kind) {
+                throw std::runtime_error("the page wants " + example.kind + " for " + example.text + ", but there came " +
+                                         (next == exchanges.end() ? "nothing" : next->second));
+            }
+            text += (i == 0 ? "" : "\n") + next->second;
+        }
+        end = example.start + example.text.size();
+    }
+    if (next != exchanges.end()) throw std::runtime_error("the page has no place for " + next->second);
+    return text + page.substr(end);
+}
+
+class ServicePage : public EndToEnd {
+protected:
+    using Start = std::function<void(VXIMBooleanCompletion)>;
+
+    static void succeeds(const Start& start) { EXPECT_EQ(run(start), "yes"); }
+    static void isRefused(const Start& start) { EXPECT_TRUE(run(start).starts_with("no VX")); }
+    /// For operations that end with something else.
+    template <class T>
+    static T resultOf(const std::function<void(std::function<void(T, ErrorPtr)>)>& start) {
+        T kept{};
+        EXPECT_EQ(run<T>(start,
+                         [&](const T& result) {
+                             kept = result;
+                             return "done";
+                         }),
+                  "done");
+        return kept;
+    }
+    std::shared_ptr<Person> personAt(const char* installation) {
+        return newPerson([installation](VXIMClientConfiguration& c) { c.setInstallationId(installation); });
+    }
+    Array log(const std::string& query = "") const {
+        const auto& process = dynamic_cast<const ServiceProcess&>(service);
+        const JSONResult log = parseJSON(process.controlGet("log" + query));
+        if (!log.value.isArray()) throw std::runtime_error("the service's log is no list");
+        return *log.value.asArray();
+    }
+    /// Runs the main queue until so many connections have ended: of some, nobody hears.
+    void awaitLeaves(std::size_t count) const {
+        const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (log("?kind=leave").size() < count && std::chrono::steady_clock::now() < giveUp) MainQueue::shared().drain();
+        EXPECT_EQ(log("?kind=leave").size(), count);
+    }
+    void say(const char* text, const std::function<void(std::shared_ptr<VXIMMessage>, VXIMBooleanCompletion)>& send) {
+        succeeds([&](auto done) { send(VXIMMessage::messageWithText(text), done); });
+    }
+
+    void tellLive();
+    void tellSystemMessages();
+    void tellUsersAndFriends();
+    void tellGroups();
+    void tellRooms();
+    void tellPassengers();
+    void tellAttributes();
+    void tellHistory();
+    void tellSearches();
+    void tellAttachments();
+    void tellErrors();
+
+    std::shared_ptr<Person> alice = personAt("phone-1");
+    std::shared_ptr<Person> bob = personAt("laptop-1");
+    std::shared_ptr<VXIMUser> user = VXIMUser::userWithId("alice");
+    std::shared_ptr<VXIMGroup> group = VXIMGroup::groupWithId("demo-group");
+    std::shared_ptr<VXIMRoom> room = VXIMRoom::roomWithId("demo-room");
+};
+
+void ServicePage::tellLive() {
+    succeeds([&](auto done) { alice->client->loginWithUserId("alice", done); });
+    isRefused([&](auto done) { bob->client->loginWithPhoneNumber("+15550100002", "123456", done); });
+    bob = nullptr;
+    awaitLeaves(1);
+
+    bob = personAt("laptop-1");
+    succeeds([&](auto done) { bob->client->loginWithUsername("bob", "bob-secret", done); });
+    EXPECT_TRUE(alice->hears("online bob"));
+    bob->client->pause();
+    EXPECT_TRUE(alice->hears("offline bob"));
+    bob = personAt("laptop-1");
+    const Dictionary identity{{"provider", "example"}, {"uid", "bob@example"}, {"token", "bob-token"}};
+    succeeds([&](auto done) { bob->client->loginWithThirdPartyOAuth(identity, done); });
+    EXPECT_TRUE(alice->hears("online bob"));
+
+    say("Hello Bob", [&](auto message, auto done) { alice->client->sendMessageToFriend(message, "bob", done); });
+    EXPECT_TRUE(bob->hears("friend alice: Hello Bob") && alice->hears("friend bob: Hello Bob"));
+    say("Hello all", [&](auto message, auto done) { bob->client->sendMessageToGroup(message, "demo-group", done); });
+    EXPECT_TRUE(alice->hears("group demo-group: Hello all") && bob->hears("group demo-group: Hello all"));
+    say("Who is here?", [&](auto message, auto done) { alice->client->sendMessageToRoom(message, "demo-room", done); });
+    EXPECT_TRUE(bob->hears("room demo-room: Who is here?") && alice->hears("room demo-room: Who is here?"));
+
+    succeeds([&](auto done) { alice->client->logoutWithCompletion(done); });
+    EXPECT_TRUE(bob->hears("offline alice"));
+    alice = personAt("phone-1");
+    succeeds([&](auto done) { alice->client->loginWithUserId("alice", done); });
+    EXPECT_TRUE(bob->hears("online alice"));
+}
+
+void ServicePage::tellSystemMessages() {
+    const auto reaches = [&](const std::shared_ptr<Person>& person, const char* text) {
+        EXPECT_TRUE(person->hears(std::string("system: ") + text)) << text;
+    };
+    VXIMClient& client = *alice->client;
+    say("Down for five minutes at noon", [&](auto message, auto done) { client.sendSystemMessageToAllUsers(message, done); });
+    reaches(alice, "Down for five minutes at noon");
+    reaches(bob, "Down for five minutes at noon");
+    say("Your trial ends soon", [&](auto message, auto done) { client.sendSystemMessageToUser(message, "alice", done); });
+    reaches(alice, "Your trial ends soon");
+    say("Welcome to the group", [&](auto message, auto done) { client.sendSystemMessageToGroup(message, "demo-group", done); });
+    reaches(alice, "Welcome to the group");
+    reaches(bob, "Welcome to the group");
+    say("Welcome to the room", [&](auto message, auto done) { client.sendSystemMessageToRoom(message, "demo-room", done); });
+    reaches(alice, "Welcome to the room");
+    reaches(bob, "Welcome to the room");
+}
+
+void ServicePage::tellUsersAndFriends() {
+    succeeds([&](auto done) { user->fetchWithCompletion(done); });
+    succeeds([&](auto done) { user->fetchGroupsWithDetail(false, done); });
+    succeeds([&](auto done) { user->fetchGroupsWithDetail(true, done); });
+    succeeds([&](auto done) { user->fetchRoomsWithDetail(false, done); });
+    succeeds([&](auto done) { user->fetchRoomsWithDetail(true, done); });
+
+    const auto befriended = [&] {
+        std::string found;
+        user->getFriendInfo("bob", once([&](const auto& info, const ErrorPtr& error) { found = info ? "yes" : describe(error); }));
+        EXPECT_TRUE(eventually([&] { return !found.empty(); }));
+        return found;
+    };
+    succeeds([&](auto done) { user->fetchFriendsWithDetail(false, done); });
+    succeeds([&](auto done) { user->fetchFriendsWithDetail(true, done); });
+    EXPECT_EQ(befriended(), "yes");
+    succeeds([&](auto done) { user->deleteFriend("bob", done); });
+    EXPECT_EQ(befriended(), "VXErrorDomain 1202");
+    resultOf<Value>([&](auto done) { user->addFriendWithUser("bob", done); });
+}
+
+void ServicePage::tellGroups() {
+    const auto made = resultOf<std::shared_ptr<VXIMGroup>>(
+        [](auto done) { VXIMGroup::createWithOwner("alice", "Climbing", Array{"bob"}, done); });
+    ASSERT_TRUE(made);
+    succeeds([&](auto done) { made->fetchWithBlock(done); });
+    succeeds([&](auto done) { made->changeOwner("bob", done); });
+    succeeds([&](auto done) { made->addMembers({"alice", "bob"}, done); });
+    succeeds([&](auto done) { made->removeMembers({"alice"}, done); });
+    succeeds([&](auto done) { made->deleteWithBlock(done); });
+    isRefused([&](auto done) { made->fetchWithBlock(done); });
+}
+
+void ServicePage::tellRooms() {
+    const auto made = resultOf<std::shared_ptr<VXIMRoom>>([](auto done) { VXIMRoom::createWithName("Lobby", done); });
+    ASSERT_TRUE(made);
+    succeeds([&](auto done) { made->fetchWithBlock(done); });
+    succeeds([&](auto done) { made->updateName("Hall", done); });
+    succeeds([&](auto done) { made->addMembers({"alice", "bob"}, done); });
+    succeeds([&](auto done) { made->removeMembers({"bob"}, done); });
+    succeeds([&](auto done) { made->deleteWithBlock(done); });
+}
+
+void ServicePage::tellPassengers() {
+    const auto passenger = resultOf<std::shared_ptr<VXIMPassenger>>([](auto done) {
+        VXIMPassenger::createOrUpdatePassengerWithAttributes({{"nick", "Visitor"}}, done);
+    });
+    ASSERT_TRUE(passenger);
+    succeeds([&](auto done) { passenger->updatePassengerAttributes({{"page", "/prices"}}, done); });
+    succeeds([&](auto done) { passenger->fetchWithCompletion(done); });
+
+    const auto visitor = personAt("web-1");
+    succeeds([&](auto done) { visitor->client->loginWithUserId(passenger->pid().description(), done); });
+    say("Is anybody there?", [&](auto message, auto done) { visitor->client->sendMessageToFriend(message, "alice", done); });
+    EXPECT_TRUE(alice->hears("friend " + passenger->pid().description() + ": Is anybody there?"));
+    EXPECT_TRUE(visitor->hears("friend alice: Is anybody there?"));
+    visitor->client->pause();
+    awaitLeaves(4);
+    const double now = Clock::shared()->wallTime() + 1;
+    succeeds([&](auto done) {
+        passenger->getHistoryMessagesWithUser("alice", now, 20,
+                                              [done](const auto& list, auto error) { done(list && list->size() == 1, error); });
+    });
+}
+
+void ServicePage::tellAttributes() {
+    const auto read = [](VXIMAttributedObject& object, const char* key) {
+        resultOf<Value>([&](auto done) { object.getAttributeForKey(key, done); });
+    };
+    const auto fetch = [](VXIMAttributedObject& object) {
+        resultOf<Value>([&](auto done) { object.fetchAttributesWithCompletion(done); });
+    };
+    const auto update = [](VXIMAttributedObject& object, const Dictionary& attributes) {
+        succeeds([&](auto done) { object.updateAttributes(attributes, done); });
+    };
+    const auto replace = [](VXIMAttributedObject& object, const Dictionary& attributes) {
+        succeeds([&](auto done) { object.replaceAttributes(attributes, done); });
+    };
+    const auto clear = [](VXIMAttributedObject& object) {
+        succeeds([&](auto done) { object.deleteAttributesWithCompletion(done); });
+    };
+    const auto other = VXIMUser::userWithId("bob");
+    fetch(*other);
+    update(*other, {{"city", "Bergen"}, {"pro", true}});
+    replace(*other, {{"nick", "Bobby"}, {"age", 30}});
+    clear(*other);
+    fetch(*group);
+    update(*group, {{"name", "Renamed group"}, {"color", Value::null()}});
+    replace(*group, {{"name", "Demo group"}, {"color", "teal"}});
+    clear(*group);
+    fetch(*room);
+    update(*room, {{"floor", 2}, {"note", Value::null()}, {"tags", Array{"a", "b"}}});
+    clear(*room);
+    replace(*room, {{"floor", 3}, {"open", true}, {"note", Value::null()}, {"topic", "news"}});
+    read(*room, "topic");
+    read(*room, "floor");
+    read(*room, "note");
+    EXPECT_NE(run<Value>([&](auto done) { room->getAttributeForKey("nothing", done); }, [](const Value&) { return "found"; }),
+              "found");
+    read(*user, "nick");
+    replace(*group, {{"name", "Demo group"}, {"limits", Dictionary{{"members", 50}}}});
+    read(*group, "limits");
+}
+
+void ServicePage::tellHistory() {
+    const double now = Clock::shared()->wallTime() + 1;
+    const auto isOne = [](const VXIMBooleanCompletion& done) {
+        return [done](const std::optional<std::vector<std::shared_ptr<VXIMMessage>>>& list, const ErrorPtr& error) {
+            done(list && list->size() == 1, error);
+        };
+    };
+    succeeds([&](auto done) { user->getLatestChatsWithFriend("bob", now, 20, isOne(done)); });
+    succeeds([&](auto done) { group->getLatestMessagesBefore(now, 20, isOne(done)); });
+}
+
+void ServicePage::tellSearches() {
+    const auto counted = [](const VXIMBooleanCompletion& done, std::size_t count) {
+        return [done, count](const auto& list, const ErrorPtr& error) { done(list && list->size() == count, error); };
+    };
+    auto query = VXIMQuery::query();
+    query->whereAttribute("nick", "Alice");
+    succeeds([&](auto done) { query->findUserWithBlock(counted(done, 1)); });
+
+    query = VXIMQuery::query();
+    query->whereAttribute("name", "Demo group");
+    query->orderByAscending("name");
+    query->addDescendingOrder("ts");
+    query->setLimit(1);
+    succeeds([&](auto done) { query->findGroupWithBlock(counted(done, 1)); });
+
+    query = VXIMQuery::query();
+    query->whereAttribute("topic", "news");
+    query->whereAttribute("floor", "3");
+    query->setLimit(-1);
+    query->setSkip(-1);
+    succeeds([&](auto done) { query->findRoomWithBlock(counted(done, 1)); });
+
+    query = VXIMQuery::query();
+    query->orderByDescending("age");
+    query->addAscendingOrder("id");
+    query->setSkip(5);
+    succeeds([&](auto done) { query->findUserWithBlock(counted(done, 0)); });
+}
+
+void ServicePage::tellAttachments() {
+    const auto folder = std::filesystem::temp_directory_path() / ("vexim-page-" + std::to_string(::getpid()));
+    std::filesystem::create_directory(folder);
+    std::ofstream(folder / "dot.png", std::ios::binary).write(kPicture, sizeof kPicture - 1);
+    const auto message = VXIMMessage::messageWithImageFileAtPath((folder / "dot.png").string());
+    succeeds([&](auto done) { alice->client->sendMessageToFriend(message, "bob", done); });
+    EXPECT_TRUE(bob->hears("friend alice: " + message->attachmentUrl().value_or("")));
+    EXPECT_TRUE(alice->hears("friend bob: " + message->attachmentUrl().value_or("")));
+    resultOf<Value>([&](auto done) { bob->lastMessage->downloadAttachment((folder / "copy.png").string(), {}, done); });
+    std::filesystem::remove_all(folder);
+}
+
+void ServicePage::tellErrors() {
+    isRefused([](auto done) { VXIMUser::userWithId("nobody")->fetchWithCompletion(done); });
+    isRefused([&](auto done) { room->updateName(5, done); });
+}
+
+TEST_P(ServicePage, ShowsWhatHappens) {
+    tellLive();
+    tellSystemMessages();
+    tellUsersAndFriends();
+    tellGroups();
+    tellRooms();
+    tellPassengers();
+    tellAttributes();
+    tellHistory();
+    tellSearches();
+    tellAttachments();
+    tellErrors();
+
+    const std::string page = readServicePage();
+    const auto examples = examplesIn(page);
+    const auto happened = recorded(log());
+    if (std::getenv("VEXIM_RECORD_SERVICE_PAGE")) {
+        std::ofstream(VEXIM_SERVICE_PAGE, std::ios::binary) << pageWith(page, examples, happened);
+        return;
+    }
+    const auto shown = documented(examples);
+    for (std::size_t i = 0; i < std::min(shown.size(), happened.size()); ++i) {
+        ASSERT_EQ(form(shown[i].second), form(happened[i].second)) << "example " << i;
+    }
+    EXPECT_EQ(shown.size(), happened.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(Servers, ServicePage, ::testing::Values("Node2", "Node3", "Node4"), serviceName);
+
+}  // namespace
+}  // namespace vexim::testing
