@@ -25,7 +25,7 @@ detail::SharedSlot<Clock>& slot() {
 
 struct TurnListeners {
     Mutex mutex;
-    std::vector<std::weak_ptr<std::function<void()>>> all VEXIM_GUARDED_BY(mutex);
+    std::vector<std::weak_ptr<detail::ClockListener>> all VEXIM_GUARDED_BY(mutex);
 
     static TurnListeners& shared() {
         static auto& listeners = *new TurnListeners;
@@ -46,21 +46,24 @@ std::shared_ptr<Clock> Clock::shared() { return slot().get(); }
 
 void Clock::setShared(std::shared_ptr<Clock> clock) { slot().set(clock ? std::move(clock) : system()); }
 
-void Clock::didTurn() {
+void Clock::didTurn(std::function<void()> looked) {
     auto& listeners = TurnListeners::shared();
-    std::vector<std::shared_ptr<std::function<void()>>> present;
+    std::vector<std::shared_ptr<detail::ClockListener>> present;
     {
         const MutexLock lock(listeners.mutex);
         for (const auto& weak : listeners.all) {
             if (auto listener = weak.lock()) present.push_back(std::move(listener));
         }
     }
-    for (const auto& listener : present) (*listener)();
+    const std::shared_ptr<void> looking(nullptr, [looked = std::move(looked)](void*) {
+        if (looked) looked();
+    });
+    for (const auto& listener : present) (*listener)(looking);
 }
 
-std::shared_ptr<void> detail::onClockTurned(std::function<void()> listener) {
+std::shared_ptr<void> detail::onClockTurned(ClockListener listener) {
     auto& listeners = TurnListeners::shared();
-    auto kept = std::make_shared<std::function<void()>>(std::move(listener));
+    auto kept = std::make_shared<ClockListener>(std::move(listener));
     const MutexLock lock(listeners.mutex);
     std::erase_if(listeners.all, [](const auto& weak) { return weak.expired(); });
     listeners.all.push_back(kept);

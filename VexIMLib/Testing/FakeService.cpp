@@ -32,8 +32,10 @@ public:
     }
 
     void begin() {
-        clockListener = detail::onClockTurned([weak = weak_from_this()] {
-            if (const auto self = weak.lock()) boost::asio::post(self->context, [self] { lookAtClock(self->context); });
+        clockListener = detail::onClockTurned([weak = weak_from_this()](std::shared_ptr<void> looking) {
+            const auto self = weak.lock();
+            if (!self) return;
+            boost::asio::post(self->context, [self, looking = std::move(looking)] { lookAtClock(self->context, looking); });
         });
         thread = std::thread([this] { context.run(); });
     }

@@ -1,6 +1,7 @@
 #include "VexIMLib/Testing/ManualClock.h"
 
 #include <algorithm>
+#include <future>
 #include <stdexcept>
 
 #include "VexIMLib/Foundation/MainQueue.h"
@@ -19,12 +20,15 @@ public:
         const MutexLock lock(mutex_);
         return start_ + std::chrono::duration<double>(elapsed_).count();
     }
-    void turn(std::chrono::nanoseconds by) {
+    /// The result is there when everything that waits by the clock has looked at it.
+    std::future<void> turn(std::chrono::nanoseconds by) {
         {
             const MutexLock lock(mutex_);
             elapsed_ += by;
         }
-        Clock::didTurn();
+        auto looked = std::make_shared<std::promise<void>>();
+        Clock::didTurn([looked] { looked->set_value(); });
+        return looked->get_future();
     }
 
 private:
@@ -37,9 +41,11 @@ namespace {
 
 // More than any test means to run: a function that queues itself again at once would go on for ever.
 constexpr std::size_t kMostFunctions = 1'000'000;
-// How much turned time a turn of `runUntil` takes, and how much real time the network gets in each.
-constexpr std::chrono::milliseconds kStep{100};
-constexpr std::chrono::milliseconds kPause{1};
+// The turned time of one of `runUntil`'s steps, and the real time in it for threads that do not wait by the clock.
+constexpr std::chrono::milliseconds kStep{250};
+constexpr std::chrono::microseconds kPause{200};
+// For the network's thread to look at the clock; there is none to wait for when the process is about to exit.
+constexpr std::chrono::seconds kPatience{5};
 
 std::size_t drainAll() {
     std::size_t total = 0;
@@ -80,7 +86,8 @@ bool ManualClock::runUntil(const std::function<bool()>& predicate, std::chrono::
     const auto end = hand_->now() + most;
     while (!queue.runUntil(predicate, kPause)) {
         if (hand_->now() >= end) return false;
-        advanceAndDrain(std::min<std::chrono::nanoseconds>(kStep, end - hand_->now()));
+        // Not before everybody has looked: however slow the machine is, what answers at once answers in time.
+        hand_->turn(std::min<std::chrono::nanoseconds>(kStep, end - hand_->now())).wait_for(kPatience);
     }
     return true;
 }

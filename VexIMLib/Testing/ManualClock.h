@@ -31,8 +31,10 @@ public:
     /// Turns time and runs the main queue: each delayed function at its own moment, with everything that it queues in turn.
     /// Returns how many functions ran; throws std::logic_error when the queue never becomes empty. Main thread only.
     std::size_t advanceAndDrain(std::chrono::nanoseconds by);
-    /// Runs the main queue until `predicate` holds, and turns the clock meanwhile, a tenth of a second in each real
-    /// millisecond. False when it does not hold within `most` of turned time. Main thread only.
+    /// Runs the main queue until `predicate` holds, and turns the clock meanwhile: by a quarter of a second, and not again before
+    /// the library and every `FakeService` have done what was due then. So time goes by as fast as the machine can, and no
+    /// deadline passes only because it is slow. False when the predicate does not hold within `most` of turned time. Main
+    /// thread only.
     [[nodiscard]] bool runUntil(const std::function<bool()>& predicate, std::chrono::nanoseconds most = std::chrono::minutes(10));
 
     /// For what takes a clock by reference.

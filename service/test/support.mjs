@@ -15,9 +15,12 @@ const key = 'demo-key';
 
 if (!existsSync(`${folder}/node_modules`)) throw new Error('The packages are missing: run "npm ci" in service/.');
 
+// Another program that is to be the same service; it ends when its standard input does.
+const [program, ...given] = process.env.VEXIM_SERVICE_PROGRAM?.split(' ') ?? [process.execPath, `${folder}/server.js`, '--exit-with-parent'];
+
 /** A running service; it ends with this process at the latest. */
 export async function start(...flags) {
-  const child = spawn(process.execPath, [`${folder}/server.js`, '--exit-with-parent', ...flags], { stdio: ['pipe', 'pipe', 'inherit'] });
+  const child = spawn(program, [...given, ...flags], { stdio: ['pipe', 'pipe', 'inherit'] });
   const [line] = await once(createInterface(child.stdout), 'line');
   const url = line.replace('listening on ', '');
   const send = async (method, path, body, headers = {}) => {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -184,6 +185,7 @@ public:
             }))
             ->resume();
     }
+    bool hasEnded() const { return !outcome_.empty(); }
     /// What the completion got.
     std::string outcome() {
         EXPECT_TRUE(eventually([&] { return !outcome_.empty(); }));
@@ -216,7 +218,6 @@ TEST_F(HostileREST, SilenceAndDribbleEndWithATimeout) {
     impatient.timeoutForResource = 1s;
     std::vector<std::unique_ptr<ScriptedServer>> servers;
     std::vector<std::unique_ptr<Load>> loads;
-    const auto start = std::chrono::steady_clock::now();
     for (const auto& each : cases) {
         servers.push_back(std::make_unique<ScriptedServer>([&each](Connection& connection) {
             each.play(connection);
@@ -224,10 +225,10 @@ TEST_F(HostileREST, SilenceAndDribbleEndWithATimeout) {
         }));
         loads.push_back(std::make_unique<Load>(impatient, servers.back()->url("")));
     }
+    EXPECT_TRUE(clock.runUntil([&] { return std::ranges::all_of(loads, [](const auto& load) { return load->hasEnded(); }); }));
     for (std::size_t i = 0; i < loads.size(); ++i) {
         EXPECT_EQ(loads[i]->outcome(), "VXErrorDomain 100 < NSURLErrorDomain -1001") << cases[i].why;
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
 }
 
 TEST_F(HostileREST, AResolverThatNeverAnswersHoldsUpOnlyWhoAsked) {
@@ -241,8 +242,8 @@ TEST_F(HostileREST, AResolverThatNeverAnswersHoldsUpOnlyWhoAsked) {
     }
     for (int i = 0; i < 10; ++i) EXPECT_EQ(chain(fetchGroup(server.url(""))), "ok");
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2s) << "while the others wait";
+    EXPECT_TRUE(clock.runUntil([&] { return std::ranges::all_of(blocked, [](const auto& load) { return load->hasEnded(); }); }));
     for (const auto& load : blocked) EXPECT_EQ(load->outcome(), "VXErrorDomain 100 < NSURLErrorDomain -1001");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
     EXPECT_EQ(chain(fetchGroup(server.url(""))), "ok");
 }
 

@@ -55,7 +55,9 @@ NetworkThread::NetworkThread() : impl_(std::make_unique<Impl>()) {
         },
         // Behind what was posted before, so that a message handed over right before the exit still goes out.
         [this] { post([impl = impl_.get()] { impl->context.stop(); }); });
-    impl_->clockListener = detail::onClockTurned([this] { post([impl = impl_.get()] { lookAtClock(impl->context); }); });
+    impl_->clockListener = detail::onClockTurned([this](std::shared_ptr<void> looking) {
+        post([impl = impl_.get(), looking = std::move(looking)] { lookAtClock(impl->context, looking); });
+    });
 }
 
 NetworkThread::~NetworkThread() = default;

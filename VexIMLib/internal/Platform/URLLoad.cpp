@@ -85,10 +85,10 @@ public:
     }
 
     /// Looks at everybody's patience at `when` at the latest.
-    void lookAt(URLLoad::Clock::time_point when) {
+    void lookAt(Clock::TimePoint when) {
         if (timer_.isPending() && nextLook_ <= when) return;
         nextLook_ = when;
-        timer_.start(when - URLLoad::Clock::now(), [this] { look(); });
+        timer_.startAt(when, [this] { look(); });
     }
 
 private:
@@ -123,11 +123,11 @@ private:
     }
 
     void look() {
-        const auto now = URLLoad::Clock::now();
-        auto next = URLLoad::Clock::time_point::max();
+        const auto now = Clock::shared()->now();
+        auto next = Clock::TimePoint::max();
         const std::vector<URLLoad*> loads(running_.begin(), running_.end());  // one that ends leaves the set
         for (URLLoad* const load : loads) next = std::min(next, load->checkPatience(now));
-        if (next != URLLoad::Clock::time_point::max()) lookAt(next);
+        if (next != Clock::TimePoint::max()) lookAt(next);
     }
 
     std::unordered_set<URLLoad*> running_;
@@ -135,7 +135,7 @@ private:
     std::vector<std::shared_ptr<URLLoad>> withData_;
     bool crossingPosted_ = false;
     NetworkTimer timer_;
-    URLLoad::Clock::time_point nextLook_;
+    Clock::TimePoint nextLook_;
 };
 
 URLLoad::URLLoad(std::shared_ptr<const URLRequest> request, std::shared_ptr<const URLSessionConfiguration> configuration,
@@ -155,7 +155,7 @@ void URLLoad::begin(std::shared_ptr<Client> client) {
             return;
         }
         LoadRunner::shared().add(self.get());
-        self->resourceDeadline_ = Clock::now() + self->configuration_->timeoutForResource;
+        self->resourceDeadline_ = Clock::shared()->now() + self->configuration_->timeoutForResource;
         self->startHop();
     });
 }
@@ -201,7 +201,7 @@ void URLLoad::startHop() {
     phase_ = Phase::Exchanging;
     heldBody_.clear();
     heldBodyEnded_ = false;
-    lastMove_ = Clock::now();
+    lastMove_ = Clock::shared()->now();
     lastMoved_ = 0;
     sent_ = sentReported_ = 0;
     nextSentReport_ = {};
@@ -212,7 +212,7 @@ void URLLoad::startHop() {
 
 HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
     if (phase_ == Phase::Ended) return HTTPExchange::Flow::Abort;
-    lastMove_ = Clock::now();
+    lastMove_ = Clock::shared()->now();
     flushSent();
     if (auto next = redirectedRequest(*request_, *head)) {
         redirection_ = LoadEvent::Redirection{std::move(head), std::move(*next)};
@@ -226,7 +226,7 @@ HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
 
 HTTPExchange::Flow URLLoad::exchangeReceivedBody(std::string_view bytes) {
     if (phase_ == Phase::Ended) return HTTPExchange::Flow::Abort;
-    lastMove_ = Clock::now();
+    lastMove_ = Clock::shared()->now();
     if (!redirection_) return passOn(bytes);
     if (phase_ == Phase::Exchanging && heldBody_.size() + bytes.size() <= kMostHeldBody) {
         heldBody_.append(bytes);
@@ -263,7 +263,7 @@ HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
 
 void URLLoad::exchangeSentBody(std::int64_t total) {
     if (phase_ == Phase::Ended) return;
-    lastMove_ = Clock::now();
+    lastMove_ = Clock::shared()->now();
     sent_ = total;
     // A report crosses two threads, and a fast connection would cause thousands in a second. The first one is never held back
     // (it says that the body was begun), nor is the last (it goes before whatever follows).
@@ -339,11 +339,11 @@ void URLLoad::end(ErrorPtr error) {
                       });
 }
 
-URLLoad::Clock::time_point URLLoad::checkPatience(Clock::time_point now) {
-    if (phase_ == Phase::Ended) return Clock::time_point::max();
+Clock::TimePoint URLLoad::checkPatience(TimePoint now) {
+    if (phase_ == Phase::Ended) return TimePoint::max();
     if (now >= resourceDeadline_) {
         end(makeURLError(URLErrorTimedOut, request_->url, "the task took too long altogether"));
-        return Clock::time_point::max();
+        return TimePoint::max();
     }
     const std::int64_t moved = exchange_ ? exchange_->bytesMoved() : 0;
     // While the delegate decides, its consumer lags or the body's reader sleeps, the silence is ours.
@@ -351,7 +351,7 @@ URLLoad::Clock::time_point URLLoad::checkPatience(Clock::time_point now) {
     lastMoved_ = moved;
     if (now - lastMove_ >= request_->timeout) {
         end(makeURLError(URLErrorTimedOut, request_->url));
-        return Clock::time_point::max();
+        return TimePoint::max();
     }
     return std::min(lastMove_ + request_->timeout, resourceDeadline_);
 }

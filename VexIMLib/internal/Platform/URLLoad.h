@@ -8,6 +8,7 @@
 #include <string>
 #include <variant>
 
+#include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/Foundation/Data.h"
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/internal/Platform/HTTPExchange.h"
@@ -71,7 +72,7 @@ public:
 
 private:
     friend class LoadRunner;
-    using Clock = std::chrono::steady_clock;
+    using TimePoint = Clock::TimePoint;
     enum class Phase { Idle, Exchanging, Deciding, Ended };
 
     // Network thread only, down to the members.
@@ -91,7 +92,7 @@ private:
     void emit(LoadEvent::Any event);
     void end(ErrorPtr error);
     /// Ends it when it was silent for too long; else says when to look again.
-    Clock::time_point checkPatience(Clock::time_point now);
+    TimePoint checkPatience(TimePoint now);
 
     const std::shared_ptr<const URLSessionConfiguration> configuration_;
     const std::shared_ptr<OperationQueue> delegateQueue_;
@@ -109,7 +110,7 @@ private:
     bool decoded_ = false;
     std::int64_t sent_ = 0;  // of the request's body
     std::int64_t sentReported_ = 0;
-    Clock::time_point nextSentReport_;
+    TimePoint nextSentReport_;
 
     // A redirection while it is asked about: its answer is held back, because it may become the real one.
     std::optional<LoadEvent::Redirection> redirection_;
@@ -117,9 +118,9 @@ private:
     bool heldBodyEnded_ = false;
     int hops_ = 0;
 
-    Clock::time_point lastMove_;
+    TimePoint lastMove_;
     std::int64_t lastMoved_ = 0;
-    Clock::time_point resourceDeadline_;
+    TimePoint resourceDeadline_;
 };
 
 /// The request that a redirection asks for (RFC 9110, 15.4): after 303, and after 301 and 302 to a POST, a GET without a body;
