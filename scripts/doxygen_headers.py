@@ -6,7 +6,7 @@
     /// ...                  belongs to the declaration below it, and to what goes with that without a comment of its own:
                              the setter of a getter, overloads, the next comparison operator
     // ...                   above declarations (a blank line may stand between): belongs to all of them up to the next blank line,
-                             after what each says for itself
+                             after what each says for itself. A blank line below a title of a few words makes it no more than that
     int x;  // ...           belongs to the declaration before it
     // ... at the file's top is the page of the header
 
@@ -28,6 +28,7 @@ SCOPE = re.compile(r"^(?:template\s*<.*>\s*)?(?:inline\s+)?(namespace|class|stru
 ACCESS = re.compile(r"^(public|protected|private)\s*:$")
 LITERAL = re.compile(r'"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])\'')
 HEADING = re.compile(r"^(?:[\w-]+ ){0,2}[\w-]+\. (?=[A-Z])")  # "Login. Each opens …"
+TITLE = re.compile(r"^(?:[\w-]+ ){0,4}[\w-]+\.$")  # "What other people do."
 NAME = re.compile(r"(operator\s*(?:\(\)|[^\s(]+)|~?\w+)\s*\(")
 NOT_A_NAME = {"requires", "noexcept", "explicit", "alignas", "decltype", "sizeof"}
 
@@ -102,6 +103,8 @@ def filtered(lines):
                 run, own, shared = HEADING.sub("", one_line(text)), [], ""
                 if index < len(lines) and not lines[index].strip():
                     index += 1
+                    if TITLE.match(run):
+                        run = ""
             continue
         elif line.lstrip().startswith("#"):
             own, run = [], ""
@@ -156,6 +159,7 @@ def filtered(lines):
                 match = re.search(r"(\w+)(?:\s+final)?\s*(?::[^:].*)?\{", text)
                 kind = SCOPE.match(text)[1]
                 scopes.append((kind, match[1] if match else ""))
+                run = ""
             comment = split(lines[index])[1]
             if comment is not None and not opened and not lines[index][comment:].startswith("///"):
                 at = out[index].rfind("//")

@@ -74,13 +74,16 @@ public:
 
     /// A user and what it may log in with; only the id is required, without the others that login is refused.
     struct User {
-        std::string id;
+        std::string id;  // never changes
+        // The two belong together, as do phone and code.
         std::string username = {};
         std::string password = {};
         std::string phone = {};
         std::string smsCode = {};
+
         /// All entries must be in the login's.
         Dictionary oauth = {};
+        /// The user's custom attributes.
         Dictionary attributes = {};
     };
     /// The id must be a new one, of letters, digits and `. _ ~ @ -`.
@@ -94,10 +97,12 @@ public:
 
     // What other people do.
 
-    /// `from` writes to a friend; the message is delivered and goes into the history as if it had come over a connection.
+    // `from` writes to a friend, a group or a room; the message is delivered and goes into the history as if it had come over a
+    // connection.
     void say(std::string_view from, std::string_view to, std::string_view text);
     void sayToGroup(std::string_view from, std::string_view group, std::string_view text);
     void sayToRoom(std::string_view from, std::string_view room, std::string_view text);
+
     /// A system message to everybody who is connected.
     void saySystem(std::string_view text);
     /// `user` comes or goes on a device elsewhere; friends hear of it when that changes whether the user is online.
@@ -111,15 +116,14 @@ public:
 
     /// A REST request as it came.
     struct Request {
-        std::string method;
+        std::string method;  // in upper case
         /// As it came, without the query.
         std::string path;
         /// As it came, without the "?".
         std::string query;
         /// Names in lower case.
         Dictionary headers;
-        std::string body;
-
+        std::string body;  // as it came
         /// The body as JSON; nil when it is none.
         Value json() const;
     };
@@ -169,7 +173,7 @@ public:
     std::vector<Dictionary> logins() const;
     /// A chat message that a client sent.
     struct Message {
-        std::string from;
+        std::string from;  // the user's id
         /// As it came.
         Value payload;
         /// Why nobody got it; empty when its readers did.
