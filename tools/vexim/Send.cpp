@@ -24,15 +24,6 @@ bool isOneOf(const std::string& ending, const Endings& endings) {
     return std::any_of(endings.begin(), endings.end(), [&](const char* one) { return ending == one; });
 }
 
-std::shared_ptr<VXIMMessage> messageWithFile(const std::string& path) {
-    if (!std::filesystem::is_regular_file(path)) throw std::invalid_argument("no such file: " + path);
-    std::string ending = std::filesystem::path(path).extension();
-    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
-    if (isOneOf(ending, kAudio)) return VXIMMessage::messageWithAudioFileAtPath(path);
-    if (isOneOf(ending, kVideo)) return VXIMMessage::messageWithVideoFileAtPath(path);
-    return VXIMMessage::messageWithImageFileAtPath(path);
-}
-
 void drawProgress(std::int32_t percent) {
     constexpr int kWidth = 40;
     const int filled = std::clamp(percent, 0, 100) * kWidth / 100;
@@ -69,6 +60,16 @@ void await(const std::string& what, std::chrono::seconds limit, const std::funct
 }
 
 }  // namespace
+
+std::shared_ptr<VXIMMessage> messageWithFile(const std::string& name) {
+    if (!std::filesystem::is_regular_file(name)) throw std::invalid_argument("no such file: " + name);
+    const std::string path = std::filesystem::absolute(name);  // an upload names its file by a URL
+    std::string ending = std::filesystem::path(path).extension();
+    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (isOneOf(ending, kAudio)) return VXIMMessage::messageWithAudioFileAtPath(path);
+    if (isOneOf(ending, kVideo)) return VXIMMessage::messageWithVideoFileAtPath(path);
+    return VXIMMessage::messageWithImageFileAtPath(path);
+}
 
 void SendOptions::addOptions(CLI::App& command) {
     auto* words = command.add_option("TEXT", text, "The text");

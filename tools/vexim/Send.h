@@ -17,6 +17,10 @@ struct SendOptions {
     void addOptions(CLI::App& command);
 };
 
+/// A message that carries the file: as a sound or a film by its ending, else as a picture. Throws std::invalid_argument when
+/// there is no such file.
+std::shared_ptr<VXIMMessage> messageWithFile(const std::string& name);
+
 /// Makes the one that `peer` names the receiver.
 void address(VXIMMessage& message, const Peer& peer);
 
