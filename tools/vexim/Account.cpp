@@ -1,6 +1,11 @@
 #include "Account.h"
 
+#include <termios.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstring>
 #include <stdexcept>
 
 #include "VexIMLib/VexIMLib.h"
@@ -8,7 +13,7 @@
 void Account::addOptions(CLI::App& command) {
     command.add_option("--server", server, "The service's URL")->required();
     command.add_option("--app", appId, "Application id")->capture_default_str();
-    command.add_option("--key", clientKey, "Client key")->capture_default_str();
+    command.add_option("--key", clientKey, "Client key")->envname("VEXIM_KEY")->capture_default_str();
     command.add_option("--install", installation, "Installation id of this device")->capture_default_str();
 }
 
@@ -25,8 +30,34 @@ std::shared_ptr<VXIMClient> Account::makeClient() const {
 
 void Credentials::addOptions(CLI::App& command) {
     auto* byId = command.add_option("--user", userId, "Log in with a user id");
-    auto* byName = command.add_option("--username", username, "Log in with a user name …")->excludes(byId);
-    byName->needs(command.add_option("--password", password, "… and its password")->needs(byName));
+    command.add_option("--username", username, "Log in with a user name …")->excludes(byId);
+    command.add_option("--password", password, "… and its password; without it, it is asked for")->envname("VEXIM_PASSWORD");
+}
+
+void Credentials::askForPassword() {
+    if (!username || password) return;
+    termios before{};
+    if (tcgetattr(STDIN_FILENO, &before) != 0) throw std::invalid_argument("a --username needs a password: set VEXIM_PASSWORD");
+    termios silent = before;
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    std::fputs("Password: ", stderr);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
+    std::string typed;
+    for (int c = std::getchar(); c != EOF && c != '\n'; c = std::getchar()) typed += static_cast<char>(c);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
+    std::fputs("\n", stderr);
+    password = typed;
+}
+
+void hideSecrets(int argc, char** argv) {
+    for (int at = 1; at < argc; ++at) {
+        for (const char* name : {"--password", "--key"}) {
+            const std::size_t length = std::strlen(name);
+            if (std::strncmp(argv[at], name, length) != 0) continue;
+            if (argv[at][length] == '=') std::memset(argv[at] + length + 1, 'x', std::strlen(argv[at] + length + 1));
+            if (argv[at][length] == '\0' && at + 1 < argc) std::memset(argv[at + 1], 'x', std::strlen(argv[at + 1]));
+        }
+    }
 }
 
 void Credentials::logIn(VXIMClient& client, VXIMBooleanCompletion completion) const {

@@ -29,9 +29,14 @@ struct Credentials {
     std::optional<std::string> password;
 
     void addOptions(CLI::App& command);
+    /// Asks the terminal for a password that is missing. Throws std::invalid_argument when there is no terminal.
+    void askForPassword();
     /// Throws std::invalid_argument when nobody is named.
     void logIn(VXIMClient& client, VXIMBooleanCompletion completion) const;
 };
+
+/// Overwrites the values of `--password` and `--key` among a program's arguments, so that process lists do not show them.
+void hideSecrets(int argc, char** argv);
 
 /// Whom a message goes to: a friend, a group or a room.
 struct Peer {

@@ -41,7 +41,9 @@ int main(int argc, char** argv) {
     addResourceCommands(app, account, chosen);
 
     CLI11_PARSE(app, argc, argv);
+    hideSecrets(argc, argv);
     try {
+        credentials.askForPassword();
         return chosen();
     } catch (const std::exception& error) {
         std::fprintf(stderr, "vexim: %s\n", error.what());
