@@ -2,5 +2,8 @@
 
 #include "Account.h"
 
-/// An interactive chat on the terminal. 0 when it ended with a logout, or without one by the end of the input.
+/// A chat: on the full screen of a terminal, else line by line. 0 when it ended with a logout, or without one by the end of the
+/// input; 1 when the login was refused.
 int runChat(const Account& account, const Credentials& credentials, const Peer& peer);
+/// What `--help` says of it, below the options.
+std::string chatHelp();

@@ -1,20 +1,22 @@
 #pragma once
 
 #include <functional>
+#include <utility>
+#include <vector>
 
-/// Drives the main queue from a loop over standard input: the library wakes it through a descriptor.
+/// A loop over descriptors that drives the main queue by the queue's own.
 class HostLoop {
 public:
-    HostLoop();
-    ~HostLoop();
-    HostLoop(const HostLoop&) = delete;
-    HostLoop& operator=(const HostLoop&) = delete;
-
-    /// Runs until `quit`; `inputReady` is called whenever standard input can be read.
-    void run(const std::function<void()>& inputReady);
+    /// `ready` is called whenever `descriptor` can be read, or has nothing more to give; `isOver` tells the latter.
+    void watch(int descriptor, std::function<void(bool isOver)> ready) { watched_.emplace_back(descriptor, std::move(ready)); }
+    void unwatch(int descriptor) {
+        std::erase_if(watched_, [descriptor](const auto& one) { return one.first == descriptor; });
+    }
+    /// Runs until `quit`; `turned` is called after each turn, before it waits.
+    void run(const std::function<void()>& turned = {});
     void quit() noexcept { quit_ = true; }
 
 private:
-    int wakeup_ = -1;
+    std::vector<std::pair<int, std::function<void(bool)>>> watched_;
     bool quit_ = false;
 };

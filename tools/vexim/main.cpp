@@ -28,6 +28,7 @@ int main(int argc, char** argv) {
     account.addOptions(chat);
     credentials.addOptions(chat);
     peer.addOptions(chat);
+    chat.footer(chatHelp);
     chat.callback([&] { chosen = [&] { return runChat(account, credentials, peer); }; });
 
     SendOptions message;

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "tools/vexim/chat/Conversation.h"
+#include "tools/vexim/chat/Text.h"
+
+/// UTF-8, and midnight where the tests expect it.
+class ChatTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        ::setenv("LC_ALL", "C.UTF-8", 1);
+        ::setenv("TZ", "UTC", 1);
+        ASSERT_TRUE(chat::useUTF8());
+    }
+};
+
+inline chat::Entry messageFrom(const std::string& sender, double time, const std::string& text) {
+    chat::Entry entry;
+    entry.sender = sender;
+    entry.time = time;
+    entry.text = text;
+    return entry;
+}
+
+inline chat::Entry ownMessage(double time, const std::string& text, chat::Delivery delivery) {
+    auto entry = messageFrom("me", time, text);
+    entry.isOwn = true;
+    entry.delivery = delivery;
+    entry.handed = time;
+    return entry;
+}

@@ -1,0 +1,181 @@
+// What is painted: text from strangers, lines, pages, whole screens.
+
+#include <algorithm>
+#include <cwchar>
+#include <set>
+
+#include "tests/tools/ChatFixture.h"
+#include "tools/vexim/chat/Layout.h"
+#include "tools/vexim/chat/Page.h"
+
+namespace {
+
+using namespace chat;
+
+using ScreenTest = ChatTest;
+
+constexpr double kNoon = 1'700'049'600;
+
+TEST_F(ScreenTest, DisarmsWhatATerminalWouldObey) {
+    const struct {
+        const char* why;
+        std::string text;
+        const char* expected;
+    } cases[] = {
+        {"plain text stays", "grüße, 中文 👋\n\tnext", "grüße, 中文 👋\n\tnext"},
+        {"colours", "\033[1;31mred\033[0m", "red"},
+        {"the window's title", "\033]0;mine\007x", "x"},
+        {"a title that ends with ST", "\033]0;mine\033\\x", "x"},
+        {"a string without an end hides nothing", "\033]0;mine", "0;mine"},
+        {"a device control string", "\033Pq#0\033\\x", "x"},
+        {"one byte of C1, as UTF-8", "\u009b2Jx\u009d0;t\u009cy", "xy"},
+        {"a character set", "\033(0x", "x"},
+        {"a reset", "\033cx", "x"},
+        {"a sequence that breaks off", "\033[12", ""},
+        {"an escape inside a sequence", "\033[\033[2Jx", "x"},
+        {"an escape alone", "x\033", "x"},
+        {"controls",
+         "a\rb\bc\ad\x7f"
+         "e",
+         "abcde"},
+        {"a reading direction", "a\u202eb\u2066c", "abc"},
+        {"what cannot be seen", "a\u200bb\ufeffc\u2063d", "abcd"},
+        {"other line ends", "a\u2028b\u0085c", "a\nb\nc"},
+        {"broken UTF-8",
+         "a\xff"
+         "b\xe4\xb8",
+         "a\uFFFDb\uFFFD\uFFFD"},
+        {"a NUL", std::string("a\0b", 3), "ab"},
+    };
+    for (const auto& [why, text, expected] : cases) EXPECT_EQ(harmless(text), expected) << why;
+    EXPECT_EQ(harmlessLine("a\nb"), "a b");
+    EXPECT_EQ(harmlessLine("\033[31mbob"), "\uFFFDbob") << "not to be taken for bob";
+}
+
+TEST_F(ScreenTest, PaintsEveryCharacterAsWideAsTheTerminalDoes) {
+    for (wchar_t character = 1; character < 0x20000; ++character) {
+        if (character >= 0xD800 && character < 0xE000) continue;
+        for (const auto& cell : cellsOf(narrow(std::wstring(1, character)))) {
+            if (cell.is(L'\n')) continue;
+            ASSERT_GE(cell.characters[0], L' ');
+            ASSERT_EQ(cell.width, wcwidth(cell.characters[0])) << std::hex << static_cast<unsigned>(character);
+        }
+    }
+    const std::pair<const char*, int> cases[] = {
+        {"e\u0301", 1},  {"\u0301", 1}, {"中", 2}, {"👨‍👩‍👧", 6},  // joined or not, it is three people here
+        {"👍🏽", 2},                                                       // one thumb, whatever its colour
+        {"❤️", 1},   {"\t", 1},
+    };
+    for (const auto& [text, width] : cases) EXPECT_EQ(widthOf(cellsOf(text)), width) << text;
+    EXPECT_EQ(cellsOf("e" + std::string(2000, '\xcc') + "\x81").front().count, 1);
+    std::string tower = "e";
+    for (int mark = 0; mark < 100; ++mark) tower += "\u0301";
+    EXPECT_EQ(cellsOf(tower).front().count, Cell::kMost);
+    EXPECT_LT(cellsOf(std::string(10'000'000, 'x')).size(), 20'000u);
+}
+
+TEST_F(ScreenTest, WrapsAtBlanks) {
+    const struct {
+        const char* text;
+        int width;
+        const char* expected;
+    } cases[] = {
+        {"", 5, ""},
+        {"one two three", 7, "one two|three"},
+        {"one two three", 8, "one two|three"},
+        {"one two", 4, "one|two"},
+        {"abcdefgh", 3, "abc|def|gh"},
+        {"a bcdefgh", 3, "a|bcd|efg|h"},
+        {"a\n\nb", 5, "a||b"},
+        {"a\n", 5, "a|"},
+        {"漢字漢字", 5, "漢字|漢字"},
+        {"漢字", 1, "?|?"},
+        {"ab 漢", 4, "ab|漢"},
+    };
+    for (const auto& [text, width, expected] : cases) {
+        std::string lines;
+        for (const auto& line : wrapped(cellsOf(text), width)) lines += (lines.empty() ? "" : "|") + textOf(line);
+
+        EXPECT_EQ(lines, expected) << text << " in " << width;
+    }
+}
+
+/// A screen full of what could break it.
+void fill(Roster& roster) {
+    auto& bob = roster.open({Kind::Friend, "bob"});
+    roster.rename(bob, "a name that is longer than any list is wide 漢字漢字漢字漢字漢字漢字");
+    bob.online = true;
+    for (const char* text : {"short", "漢字漢字漢字漢字漢字 👨‍👩‍👧 e\u0301", "\033[2Jmany\nlines\n\n\nhere",
+                             "", "loooooooooooooooooooooooooooooooooooong"}) {
+        roster.receive(bob.address, messageFrom("\033]0;x\007a very long sender's name that does not end", kNoon, text));
+    }
+    roster.receive(bob.address, messageFrom("bob", kNoon + 86'400, "the next day"));
+    auto failed = ownMessage(kNoon, "never", Delivery::Failed);
+    failed.failure = "no\nreason";
+    bob.append(failed);
+    auto file = ownMessage(kNoon, "", Delivery::Sending);
+    file.file = File{"image", "/some/where/dot.png", 0, 45};
+    bob.append(file);
+    for (int number = 0; number < 20; ++number) roster.open({Kind::Group, "g" + std::to_string(number)}).unread = number * 100;
+    roster.select(bob);
+}
+
+TEST_F(ScreenTest, FitsEveryScreen) {
+    Roster roster;
+    fill(roster);
+    EditLine line;
+    line.insert(L"typed 漢字");
+    for (int columns = 1; columns <= 130; ++columns) {
+        for (int rows = 1; rows <= 30; rows += rows < 8 ? 1 : 7) {
+            const auto frame = draw(roster, {"a status that is rather long, longer than most", true}, line, {columns, rows});
+            ASSERT_EQ(static_cast<int>(frame.rows.size()), rows) << columns;
+            for (const auto& row : frame.rows) {
+                ASSERT_LE(widthOf(row), columns) << columns << "x" << rows << ": " << textOf(row);
+                ASSERT_TRUE(std::none_of(row.begin(), row.end(), [](const Cell& cell) { return cell.characters[0] < L' '; }));
+            }
+            ASSERT_TRUE(frame.cursorRow == rows - 1 && frame.cursorColumn < columns);
+        }
+    }
+    std::string screen;
+    for (const auto& row : draw(roster, {}, line, {80, 30}).rows) screen += textOf(row) + "\n";
+    for (const char* text : {"● ", "lines", "Wednesday, 15 November", "Thursday, 16 November", "(not sent: no reason; /retry)",
+                             "[image] dot.png [#########-----------] 45 %", "/cancel", "> typed 漢字"}) {
+        EXPECT_NE(screen.find(text), std::string::npos) << text << " in\n" << screen;
+    }
+}
+
+TEST_F(ScreenTest, ScrollsOverEveryLineAndStaysWhereItIs) {
+    constexpr int kWidth = 40;
+    constexpr int kHeight = 10;
+    Conversation conversation({Kind::Friend, "bob"});
+    conversation.older = Older::Nothing;
+    for (int number = 0; number < 10'000; ++number) {
+        conversation.append(messageFrom("bob", kNoon + number * 60,
+                                        number % 7 == 0 ? "a message of several lines, as they come now and then" : "m"));
+    }
+    std::size_t whole = 0;
+    for (std::size_t index = 0; index < conversation.entries().size(); ++index)
+        whole += linesOfEntry(conversation, index, kWidth).size();
+
+    // A page overlaps the one before by a line, so this many steps see all of it.
+    std::size_t steps = 1;
+    while (!scroll(conversation, kWidth, kHeight, -(kHeight - 1))) ++steps;
+    EXPECT_EQ(steps, (whole - kHeight + kHeight - 2) / (kHeight - 1));
+    const auto top = linesOf(conversation, kWidth, kHeight);
+    ASSERT_EQ(top.size(), static_cast<std::size_t>(kHeight));
+    EXPECT_EQ(textOf(top.front()), "(the beginning)");
+
+    conversation.append(messageFrom("bob", kNoon, "new"));
+    EXPECT_EQ(linesOf(conversation, kWidth, kHeight), top) << "what comes does not move the view";
+    EXPECT_TRUE(scroll(conversation, kWidth, kHeight, -5)) << "there is nothing above";
+    EXPECT_EQ(linesOf(conversation, kWidth, kHeight), top);
+
+    for (std::size_t step = 0; step < steps + 1; ++step) scroll(conversation, kWidth, kHeight, kHeight - 1);
+    EXPECT_FALSE(conversation.anchor) << "at the end it follows again";
+    EXPECT_NE(textOf(linesOf(conversation, kWidth, kHeight).back()).find("new"), std::string::npos);
+
+    scroll(conversation, kWidth, kHeight, -3);
+    EXPECT_LE(linesOf(conversation, 7, kHeight).size(), static_cast<std::size_t>(kHeight)) << "a resize wraps anew";
+}
+
+}  // namespace

@@ -1,0 +1,119 @@
+#include "Commands.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace chat {
+namespace {
+
+constexpr std::pair<const char*, const char*> kKeys[] = {
+    {"Enter", "send"},
+    {"Tab", "complete a command or a name"},
+    {"Up, Down", "lines typed before"},
+    {"PageUp, PageDown", "scroll; older messages are loaded"},
+    {"Alt-0 … Alt-9", "switch to that conversation"},
+    {"Ctrl-N, Ctrl-P", "next, previous conversation"},
+    {"Ctrl-C", "cancel the newest transfer; else empty the line"},
+    {"Ctrl-D", "leave, on an empty line"},
+    {"Ctrl-L", "paint the screen anew"},
+    {"Ctrl-Z", "suspend"},
+    {"Ctrl-A E B F, Alt-B F", "move: line, character, word"},
+    {"Ctrl-W U K, Alt-D, Ctrl-Y", "cut word, to the start, to the end, word on the right; insert it again"},
+};
+
+std::string padded(std::string text, std::size_t width) {
+    const auto begins = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; };  // a character
+    const auto columns = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
+    return text.append(std::max(columns + 1, width) - columns, ' ');
+}
+
+}  // namespace
+
+const std::vector<CommandForm>& commandForms() {
+    static const std::vector<CommandForm> forms = {
+        {"friend", "", "USER", "talk to a friend", Names::Friend},
+        {"friend", "add", "USER", "become friends", Names::Nothing},
+        {"friend", "remove", "USER", "end a friendship", Names::Friend},
+        {"group", "", "GROUP", "talk to a group", Names::Group},
+        {"group", "new", "NAME [USER …]", "found a group, and invite", Names::Friend},
+        {"group", "add", "USER …", "invite into this group", Names::Friend},
+        {"group", "remove", "USER …", "take out of this group", Names::Member},
+        {"group", "leave", "", "leave this group", Names::Nothing},
+        {"group", "members", "", "who is in this group", Names::Nothing},
+        {"group", "rename", "NAME", "name this group anew", Names::Nothing},
+        {"group", "delete", "", "delete this group, for everybody", Names::Nothing},
+        {"room", "", "ROOM", "talk to a room", Names::Room},
+        {"room", "join", "ROOM", "enter a room", Names::Nothing},
+        {"room", "new", "NAME [USER …]", "open a room, and invite", Names::Friend},
+        {"room", "add", "USER …", "invite into this room", Names::Friend},
+        {"room", "remove", "USER …", "take out of this room", Names::Member},
+        {"room", "leave", "", "leave this room", Names::Nothing},
+        {"room", "members", "", "who is in this room", Names::Nothing},
+        {"room", "rename", "NAME", "name this room anew", Names::Nothing},
+        {"room", "delete", "", "delete this room, for everybody", Names::Nothing},
+        {"send", "", "FILE", "send a picture, a sound or a film", Names::File},
+        {"save", "", "[NUMBER] [PATH]", "fetch a file: the newest, here, unless said otherwise", Names::File},
+        {"cancel", "", "", "cancel the newest transfer", Names::Nothing},
+        {"retry", "", "", "send again here what could not be sent", Names::Nothing},
+        {"refresh", "", "", "read the lists of friends, groups and rooms again", Names::Nothing},
+        {"pause", "", "", "close the connection", Names::Nothing},
+        {"resume", "", "", "open it again, or try now", Names::Nothing},
+        {"status", "", "", "where the session stands", Names::Nothing},
+        {"help", "", "", "this", Names::Nothing},
+        {"quit", "", "", "log out and leave", Names::Nothing},
+    };
+    return forms;
+}
+
+std::optional<Command> parseCommand(std::string_view line) {
+    if (!line.starts_with('/') || line.starts_with("//")) return std::nullopt;
+    std::vector<std::string> words;
+    bool isQuoted = false;
+    bool isInWord = false;
+    for (const char c : line.substr(1)) {
+        if (c == '"') {
+            isQuoted = !isQuoted;
+            if (!isInWord) words.emplace_back();
+            isInWord = true;
+        } else if (!isQuoted && (c == ' ' || c == '\n')) {
+            isInWord = false;
+        } else {
+            if (!isInWord) words.emplace_back();
+            isInWord = true;
+            words.back() += c;
+        }
+    }
+    Command command;
+    command.isUnfinished = isQuoted;
+    if (line.size() > 1 && line[1] != ' ' && !words.empty()) {
+        command.name = words.front();
+        words.erase(words.begin());
+    }
+    command.words = std::move(words);
+    return command;
+}
+
+std::string messageText(std::string_view line) {
+    if (line.starts_with("//")) line.remove_prefix(1);
+    return std::string(line);
+}
+
+std::string keysText() {
+    std::string text;
+    for (const auto& [key, does] : kKeys) text += (text.empty() ? "" : "\n") + padded("  " + std::string(key), 28) + does;
+    return text;
+}
+
+std::string helpText() {
+    std::string text = "Anything that does not begin with / is sent.";
+    for (const auto& form : commandForms()) {
+        std::string usage = "  /" + std::string(form.name);
+        for (const char* part : {form.action, form.arguments}) {
+            if (*part != '\0') usage += " " + std::string(part);
+        }
+        text += "\n" + padded(std::move(usage), 28) + form.help;
+    }
+    return text + "\n  //TEXT                    send a text that begins with /\n" + keysText();
+}
+
+}  // namespace chat

@@ -1,0 +1,91 @@
+#include "Completion.h"
+
+#include <algorithm>
+
+#include "Text.h"
+
+namespace chat {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+Strings namesOf(Names kind, const KnownNames& names, const std::string& beginning) {
+    switch (kind) {
+        case Names::Nothing:
+        case Names::Command: return {};
+        case Names::Friend: return names.friends;
+        case Names::Group: return names.groups;
+        case Names::Room: return names.rooms;
+        case Names::Member: return names.members;
+        case Names::File: return names.files ? names.files(beginning) : Strings();
+    }
+    return {};
+}
+
+/// What may stand as the word at `position` of a command (0: its name).
+Strings candidates(const Command& command, std::size_t position, const std::string& beginning, const KnownNames& names) {
+    Strings found;
+    for (const auto& form : commandForms()) {
+        if (position == 0) {
+            found.push_back(std::string("/") + form.name);
+            continue;
+        }
+        if (command.name != form.name) continue;
+        const std::string action = form.action;
+        if (position == 1 && !action.empty()) found.push_back(action);
+        const bool isArgument = action.empty() ? position >= 1 : position >= 2 && command.words.front() == action;
+        if (!isArgument || (action.empty() && position > 1 && form.names != Names::File)) continue;
+        const auto more = namesOf(form.names, names, beginning);
+        found.insert(found.end(), more.begin(), more.end());
+    }
+    return found;
+}
+
+/// How many bytes all have in common at the beginning, never part of a character.
+std::string commonBeginning(const Strings& texts) {
+    std::string common = texts.front();
+    for (const auto& text : texts) {
+        const auto differ = std::mismatch(common.begin(), common.end(), text.begin(), text.end()).first;
+        common.erase(differ, common.end());
+    }
+    const auto isContinuation = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; };
+    for (const auto& text : texts) {
+        while (!common.empty() && common.size() < text.size() && isContinuation(text[common.size()])) common.pop_back();
+    }
+    return common;
+}
+
+std::string quoted(const std::string& word) { return word.find(' ') == std::string::npos ? word : "\"" + word; }
+
+}  // namespace
+
+Completion complete(const std::wstring& line, std::size_t cursor, const KnownNames& names) {
+    const std::string typed = narrow(line.substr(0, cursor));
+    const auto command = parseCommand(typed);
+    Strings found;
+    std::size_t start = typed.find_last_of(" \n") + 1;  // of the word; 0 when there is no blank
+    std::string beginning = typed.substr(start);
+    if (command) {
+        const bool isNewWord = typed.ends_with(' ') && !command->isUnfinished;
+        const std::size_t position = command->words.size() + (isNewWord ? 1 : 0);
+        if (command->isUnfinished) start = typed.rfind('"');
+        if (command->isUnfinished && !command->words.empty()) beginning = command->words.back();
+        found = candidates(*command, position, beginning, names);
+    } else {
+        found = names.friends;
+        found.insert(found.end(), names.members.begin(), names.members.end());
+        if (beginning.empty()) found.clear();
+    }
+    std::erase_if(found, [&](const std::string& name) { return !name.starts_with(beginning); });
+    std::sort(found.begin(), found.end());
+    found.erase(std::unique(found.begin(), found.end()), found.end());
+    if (found.empty()) return {line, cursor, {}};
+
+    std::string inserted = command ? quoted(commonBeginning(found)) : commonBeginning(found);
+    if (found.size() == 1 && !inserted.ends_with('/')) inserted += inserted.starts_with('"') ? "\" " : " ";
+    const std::wstring before = wide(typed.substr(0, start) + inserted);
+    if (found.size() == 1) found.clear();
+    return {before + line.substr(cursor), before.size(), std::move(found)};
+}
+
+}  // namespace chat

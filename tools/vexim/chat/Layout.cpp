@@ -1,0 +1,145 @@
+#include "Layout.h"
+
+#include <algorithm>
+#include <string>
+
+#include "Page.h"
+
+namespace chat {
+namespace {
+
+constexpr int kRoomForList = 60;  // columns from which on the conversations are listed
+
+int listWidth(Size screen) { return screen.columns < kRoomForList ? 0 : std::clamp(screen.columns / 4, 18, 30); }
+bool hasTitle(Size screen) { return screen.rows >= 5; }
+bool hasStatus(Size screen) { return screen.rows >= 3; }
+
+Cells filled(Cells cells, int width, Style style = Style::Normal) {
+    cells = clipped(cells, width);
+    for (int used = widthOf(cells); used < width; ++used) cells += cellsOf(" ", style);
+    return cells;
+}
+
+std::string mark(const Conversation& conversation) {
+    if (conversation.gone) return "x";
+    switch (conversation.address.kind) {
+        case Kind::Console: return " ";
+        case Kind::Friend: return !conversation.online ? "?" : *conversation.online ? "●" : "○";
+        case Kind::Group: return "#";
+        case Kind::Room: return "@";
+    }
+    return " ";
+}
+
+std::string titleOf(const Conversation& conversation) { return harmlessLine(conversation.title); }
+
+/// "2 # Demo group      3": number, kind or presence, name, unread.
+Cells listRow(const Conversation& conversation, std::size_t number, bool isCurrent, int width) {
+    const Style style = isCurrent ? Style::Current : conversation.unread > 0 ? Style::Strong : Style::Normal;
+    const Style markStyle = conversation.online.value_or(false) && !isCurrent ? Style::Good : style;
+    const std::string unread = conversation.unread > 0 ? " " + std::to_string(std::min(conversation.unread, 999)) : "";
+    Cells name = cellsOf(number < 10 ? std::to_string(number) + " " : "  ", isCurrent ? style : Style::Dim);
+    name += cellsOf(mark(conversation) + " ", markStyle);
+    name += cellsOf(titleOf(conversation), style);
+    Cells row = filled(std::move(name), std::max(0, width - static_cast<int>(unread.size())), style);
+    row += cellsOf(unread, isCurrent ? style : Style::Unread);
+    return row;
+}
+
+std::string presence(const Conversation& conversation) {
+    switch (conversation.address.kind) {
+        case Kind::Console: return "";
+        case Kind::Friend:
+            if (conversation.gone) return ", gone";
+            return !conversation.online ? "" : *conversation.online ? ", online" : ", offline";
+        case Kind::Group:
+        case Kind::Room:
+            if (conversation.gone) return ", gone";
+            if (conversation.members.empty()) return "";
+            return ", " + std::to_string(conversation.members.size()) + (conversation.members.size() == 1 ? " member" : " members");
+    }
+    return "";
+}
+
+const char* kindName(Kind kind) {
+    switch (kind) {
+        case Kind::Console: return "";
+        case Kind::Friend: return "friend ";
+        case Kind::Group: return "group ";
+        case Kind::Room: return "room ";
+    }
+    return "";
+}
+
+/// The conversation at the left; at the right what waits elsewhere.
+Cells titleRow(const Roster& roster, int width) {
+    const auto& current = roster.current();
+    int elsewhere = 0;
+    for (const auto& one : roster.all()) {
+        if (one.get() != &current) elsewhere += one->unread;
+    }
+    std::string right;
+    if (current.anchor) right = current.unread > 0 ? " " + std::to_string(current.unread) + " new below " : " PageDown: newer ";
+    if (elsewhere > 0 && width < kRoomForList) right += " +" + std::to_string(elsewhere) + " ";
+    const std::string left =
+        " " + std::to_string(roster.currentIndex()) + " " + kindName(current.address.kind) + titleOf(current) + presence(current);
+    const Cells rightCells = cellsOf(right, Style::BarAlert);
+    const int room = std::max(0, width - widthOf(rightCells));
+    Cells row = filled(cellsOf(left, Style::Bar), room, Style::Bar);
+    row += rightCells;
+    return clipped(row, width);
+}
+
+/// The part of the list around the current conversation.
+std::vector<Cells> listRows(const Roster& roster, int width, int height) {
+    const auto count = static_cast<int>(roster.all().size());
+    const int first = std::clamp(static_cast<int>(roster.currentIndex()) - height / 2, 0, std::max(0, count - height));
+    std::vector<Cells> rows;
+    for (int at = first; at < count && at < first + height; ++at) {
+        const auto index = static_cast<std::size_t>(at);
+        rows.push_back(listRow(*roster.all()[index], index, index == roster.currentIndex(), width));
+    }
+    return rows;
+}
+
+}  // namespace
+
+Size pageSize(Size screen) {
+    const int list = listWidth(screen);
+    return {list == 0 ? screen.columns : screen.columns - list - 1,
+            std::max(0, screen.rows - 1 - hasTitle(screen) - hasStatus(screen))};
+}
+
+Frame draw(const Roster& roster, const StatusLine& status, const EditLine& line, Size size) {
+    Frame frame;
+    const Size page = pageSize(size);
+    if (hasTitle(size)) frame.rows.push_back(titleRow(roster, size.columns));
+
+    auto lines = linesOf(roster.current(), page.columns, page.rows);
+    lines.insert(lines.begin(), static_cast<std::size_t>(page.rows) - lines.size(), Cells());  // talk stands at the bottom
+    if (const int width = listWidth(size); width > 0) {
+        auto list = listRows(roster, width, page.rows);
+        list.resize(lines.size());
+        for (std::size_t row = 0; row < lines.size(); ++row) {
+            Cells whole = filled(std::move(list[row]), width);
+            whole += cellsOf("│", Style::Dim);
+            whole += lines[row];
+            lines[row] = std::move(whole);
+        }
+    }
+    for (auto& row : lines) frame.rows.push_back(std::move(row));
+
+    const Style style = status.isAlert ? Style::BarAlert : Style::Bar;
+    if (hasStatus(size)) frame.rows.push_back(filled(cellsOf(" " + harmlessLine(status.text), style), size.columns, style));
+
+    const Cells prompt = size.columns >= 8 ? cellsOf("> ", Style::Dim) : Cells();
+    const auto typed = line.shown(size.columns - widthOf(prompt));
+    Cells input = prompt;
+    input += typed.cells;
+    frame.cursorRow = static_cast<int>(frame.rows.size());
+    frame.cursorColumn = std::min(widthOf(prompt) + typed.cursorColumn, std::max(0, size.columns - 1));
+    frame.rows.push_back(std::move(input));
+    return frame;
+}
+
+}  // namespace chat

@@ -1,0 +1,199 @@
+#include "Page.h"
+
+#include <algorithm>
+#include <ctime>
+#include <functional>
+#include <iomanip>
+#include <sstream>
+#include <string>
+
+namespace chat {
+namespace {
+
+constexpr int kWideEnoughForTime = 24;
+
+std::tm localTime(double time) {
+    const auto seconds = static_cast<std::time_t>(std::clamp(time, 0.0, 253'402'300'799.0));
+    std::tm parts{};
+    ::localtime_r(&seconds, &parts);
+    return parts;
+}
+
+std::string formatted(double time, const char* format) {
+    const std::tm parts = localTime(time);
+    std::ostringstream text;
+    text << std::put_time(&parts, format);
+    return text.str();
+}
+
+bool isSameDay(double one, double other) {
+    const std::tm a = localTime(one);
+    const std::tm b = localTime(other);
+    return a.tm_yday == b.tm_yday && a.tm_year == b.tm_year;
+}
+
+Cells nameCells(const Entry& entry) {
+    Cells cells = cellsOf(harmlessLine(entry.sender), entry.isOwn ? Style::Own : Style::Name);
+    if (cells.size() > 24) cells = clipped(cells, 24);
+    const auto hue = static_cast<std::uint8_t>(std::hash<std::string>()(entry.sender) % 6);
+    for (auto& cell : cells) cell.hue = hue;
+    return cells;
+}
+
+std::string progressBar(int percent) {
+    constexpr int kWidth = 20;
+    const int filled = std::clamp(percent, 0, 100) * kWidth / 100;
+    return "[" + std::string(static_cast<std::size_t>(filled), '#') + std::string(static_cast<std::size_t>(kWidth - filled), '-') +
+           "] " + std::to_string(std::clamp(percent, 0, 100)) + " %";
+}
+
+/// "[image] dot.png", then how far it is, or how to get it.
+Cells fileCells(const Entry& entry) {
+    const auto& file = *entry.file;
+    const std::string& place = file.path.empty() ? entry.text : file.path;
+    const auto slash = place.find_last_of('/');
+    Cells cells = cellsOf("[" + file.kind + "] ", Style::Strong);
+    cells += cellsOf(harmlessLine(slash == std::string::npos ? place : place.substr(slash + 1)));
+    if (file.percent) {
+        cells += cellsOf(" " + progressBar(*file.percent) + " /cancel", Style::Strong);
+    } else if (file.number > 0) {
+        cells += cellsOf(" (/save " + std::to_string(file.number) + ")", Style::Dim);
+    }
+    return cells;
+}
+
+Cells deliveryCells(const Entry& entry) {
+    switch (entry.delivery) {
+        case Delivery::Received:
+        case Delivery::Handed:
+        case Delivery::Delivered: return {};
+        case Delivery::Sending: return entry.file ? Cells() : cellsOf(" …", Style::Dim);
+        case Delivery::Unconfirmed: return cellsOf(" (not confirmed yet)", Style::Bad);
+        case Delivery::Failed: return cellsOf(" (not sent: " + harmlessLine(entry.failure) + "; /retry)", Style::Bad);
+    }
+    return {};
+}
+
+Cells contentCells(const Entry& entry) {
+    if (entry.isNotice) {
+        Cells notice = cellsOf("-- ", Style::Dim);
+        return notice += cellsOf(entry.text, entry.isAlert ? Style::Bad : Style::Dim);
+    }
+    Cells cells = nameCells(entry);
+    cells += cellsOf(": ", Style::Dim);
+    cells += entry.file ? fileCells(entry) : cellsOf(entry.text);
+    return cells += deliveryCells(entry);
+}
+
+Cells dayLine(double time, int width) {
+    return clipped(cellsOf("---- " + formatted(time, "%A, %e %B %Y") + " ----", Style::Dim), width);
+}
+
+Cells topLine(const Conversation& conversation, int width) {
+    const auto say = [&](const char* words) { return clipped(cellsOf(words, Style::Dim), width); };
+    switch (conversation.older) {
+        case Older::Unknown:
+        case Older::There: return say("(PageUp loads older messages)");
+        case Older::Loading: return say("(loading …)");
+        case Older::Nothing: break;
+    }
+    if (conversation.address.kind == Kind::Console) return say("(/help tells the commands and keys)");
+    return say(conversation.hasHistory() ? "(the beginning)" : "(rooms keep no history)");
+}
+
+/// A place in the conversation: an entry and one of its lines.
+struct Place {
+    std::size_t index = 0;
+    int line = 0;
+};
+
+Place lowest(const Conversation& conversation, int width) {
+    const auto& entries = conversation.entries();
+    if (conversation.anchor) {
+        if (const auto index = conversation.indexOf(conversation.anchor->entry)) {
+            const auto count = static_cast<int>(linesOfEntry(conversation, *index, width).size());
+            return {*index, std::min(conversation.anchor->line, count - 1)};
+        }
+    }
+    const auto last = entries.size() - 1;
+    return {last, static_cast<int>(linesOfEntry(conversation, last, width).size()) - 1};
+}
+
+}  // namespace
+
+std::vector<Cells> linesOfEntry(const Conversation& conversation, std::size_t index, int width) {
+    const auto& entry = conversation.entries()[index];
+    std::vector<Cells> lines;
+    if (index == 0) lines.push_back(topLine(conversation, width));
+    if (index == 0 || !isSameDay(conversation.entries()[index - 1].time, entry.time)) lines.push_back(dayLine(entry.time, width));
+    const bool hasTime = width >= kWideEnoughForTime;
+    Cells margin = hasTime ? cellsOf(formatted(entry.time, "%H:%M "), Style::Dim) : Cells();
+    for (auto& line : wrapped(contentCells(entry), std::max(1, width - widthOf(margin)))) {
+        lines.push_back(margin);
+        lines.back() += line;
+        if (hasTime) margin = cellsOf("      ");
+    }
+    return lines;
+}
+
+std::vector<Cells> linesOf(const Conversation& conversation, int width, int height) {
+    std::vector<Cells> lines;  // the lowest first
+    if (height <= 0) return lines;
+    if (conversation.entries().empty()) return {topLine(conversation, width)};
+    const Place start = lowest(conversation, width);
+    for (std::size_t index = start.index + 1; index-- > 0 && static_cast<int>(lines.size()) < height;) {
+        auto entryLines = linesOfEntry(conversation, index, width);
+        if (index == start.index) entryLines.resize(static_cast<std::size_t>(start.line) + 1);
+        for (auto line = entryLines.rbegin(); line != entryLines.rend() && static_cast<int>(lines.size()) < height; ++line) {
+            lines.push_back(std::move(*line));
+        }
+    }
+    std::reverse(lines.begin(), lines.end());
+    return lines;
+}
+
+bool scroll(Conversation& conversation, int width, int height, int lines) {
+    const auto& entries = conversation.entries();
+    if (entries.empty()) return true;
+    Place place = lowest(conversation, width);
+    const auto count = [&](std::size_t index) { return static_cast<int>(linesOfEntry(conversation, index, width).size()); };
+    for (; lines > 0; --lines) {
+        if (place.line + 1 < count(place.index)) {
+            ++place.line;
+        } else if (place.index + 1 < entries.size()) {
+            place = {place.index + 1, 0};
+        } else {
+            break;
+        }
+    }
+    // Up only as long as a full page stands above the lowest line.
+    int above = 0;
+    const auto up = [&](Place& at) {
+        if (at.line > 0) {
+            --at.line;
+        } else if (at.index > 0) {
+            --at.index;
+            at.line = count(at.index) - 1;
+        } else {
+            return false;
+        }
+        return true;
+    };
+    Place top = place;
+    while (above < height - 1 && up(top)) ++above;
+    bool isAtTop = above < height - 1;
+    for (; lines < 0; ++lines) {
+        if (isAtTop || !up(top)) {
+            isAtTop = true;
+            break;
+        }
+        up(place);
+    }
+    if (top.index == 0 && top.line == 0) isAtTop = true;
+    const bool isAtEnd = place.index + 1 == entries.size() && place.line + 1 == count(place.index);
+    conversation.anchor.reset();
+    if (!isAtEnd) conversation.anchor = Anchor{entries[place.index].id, place.line};
+    return isAtTop;
+}
+
+}  // namespace chat

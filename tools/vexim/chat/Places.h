@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+
+#include "Commands.h"
+#include "Roster.h"
+#include "Session.h"
+
+namespace chat {
+
+/// Carries out /friend, /group and /room. What comes of it is told as a notice.
+class Places {
+public:
+    Places(Session& session, Roster& roster) : session_(session), roster_(roster) {}
+
+    /// False when `command` is none of these. Throws std::invalid_argument when its words make no sense.
+    bool obey(const Command& command);
+    /// The conversation of that kind with that id or name becomes the current one.
+    void show(Kind kind, const std::string& idOrName);
+
+private:
+    void obeyFriend(const Command& command);
+    template <class Place>
+    void obeyPlace(Kind kind, const Command& command);
+    template <class Place>
+    void found(Kind kind, const Command& command);
+    template <class Place>
+    void listMembers(const Address& address);
+
+    Address currentOf(Kind kind) const;
+    VXIMBooleanCompletion telling(std::string done, std::function<void()> next = {});
+
+    Session& session_;
+    Roster& roster_;
+};
+
+}  // namespace chat

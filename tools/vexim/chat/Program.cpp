@@ -1,0 +1,254 @@
+#include "Program.h"
+
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <exception>
+#include <functional>
+#include <map>
+#include <stdexcept>
+
+#include "Files.h"
+#include "Page.h"
+
+namespace chat {
+
+Program::Program(std::shared_ptr<VXIMClient> client, const Credentials& credentials, std::unique_ptr<Screen> screen)
+    : screen_(std::move(screen)),
+      session_(std::make_shared<Session>(std::move(client), credentials, roster_,
+                                         [this](const std::string& reason) {
+                                             complaint_ = "login failed: " + reason;
+                                             end(1);
+                                         })),
+      sender_(*session_, roster_),
+      places_(*session_, roster_) {}
+
+int Program::run(const Peer& peer, int signals) {
+    if (peer.friendId) places_.show(Kind::Friend, *peer.friendId);
+    if (peer.groupId) places_.show(Kind::Group, *peer.groupId);
+    if (peer.roomId) places_.show(Kind::Room, *peer.roomId);
+    loop_.watch(STDIN_FILENO, [this](bool isOver) { readKeys(isOver); });
+    loop_.watch(signals, [this, signals](bool) { readSignals(signals); });
+    session_->start();
+    tick();
+    loop_.run([this] { paint(); });
+    sender_.cancelAll();
+    return status_;
+}
+
+void Program::tick() {
+    session_->tick();
+    vexim::MainQueue::shared().after(std::chrono::seconds(1), [this] { tick(); });
+}
+
+void Program::paint() {
+    session_->loadNewest(roster_.current().address);
+    screen_->paint(draw(roster_, {session_->statusLine(), session_->isAlert()}, line_, screen_->size()));
+}
+
+void Program::notice(std::string text, bool isAlert) { roster_.notice(std::move(text), Session::now(), isAlert); }
+
+void Program::end(int status) {
+    status_ = status;
+    loop_.quit();
+}
+
+void Program::leave() {
+    if (isLeaving_) return end(status_);  // asked twice: do not wait
+    isLeaving_ = true;
+    sender_.cancelAll();
+    session_->leave([this] { end(status_); });
+}
+
+void Program::readSignals(int signals) {
+    signalfd_siginfo signal{};
+    while (::read(signals, &signal, sizeof(signal)) == static_cast<ssize_t>(sizeof(signal))) {
+        if (signal.ssi_signo == SIGWINCH) {
+            screen_->resize();
+        } else {
+            isLeaving_ = isLeaving_ || signal.ssi_signo == SIGHUP;  // nobody is left to wait
+            leave();
+        }
+    }
+}
+
+void Program::readKeys(bool isOver) {
+    bool any = false;
+    while (const auto key = screen_->read()) {
+        any = true;
+        try {
+            didPress(*key);
+        } catch (const std::exception& error) {
+            notice(error.what(), true);
+        }
+    }
+    // The terminal says that there is something, and then there is nothing: it has gone.
+    char byte = 0;
+    if (isOver || (!any && ::read(STDIN_FILENO, &byte, 0) < 0)) end(status_);
+}
+
+void Program::didPress(const Key& key) {
+    using Code = Key::Code;
+    if (paste_ && key.code != Code::PasteEnd) {
+        if (key.code == Code::Character) *paste_ += key.character;
+        if (key.code == Code::Enter) *paste_ += L'\n';
+        if (key.code == Code::Tab) *paste_ += L' ';
+        return;
+    }
+    switch (key.code) {
+        case Code::Character: return line_.insert(std::wstring(1, key.character));
+        case Code::Control: return didPressControl(key.character);
+        case Code::Alt: return didPressAlt(key.character);
+        case Code::Enter: return take();
+        case Code::Tab: return complete();
+        case Code::Backspace: return line_.eraseLeft();
+        case Code::Delete: return line_.eraseRight();
+        case Code::Left: return line_.left();
+        case Code::Right: return line_.right();
+        case Code::Up: return line_.previous();
+        case Code::Down: return line_.next();
+        case Code::Home: return line_.home();
+        case Code::End: return line_.end();
+        case Code::PageUp: return scrollBy(-1);
+        case Code::PageDown: return scrollBy(1);
+        case Code::PasteBegin: paste_.emplace(); return;
+        case Code::PasteEnd: return endPaste();
+        case Code::Other: return;
+    }
+}
+
+void Program::didPressControl(wchar_t letter) {
+    switch (letter) {
+        case L'a': return line_.home();
+        case L'b': return line_.left();
+        case L'c': return interrupt();
+        case L'd': return line_.isEmpty() ? leave() : line_.eraseRight();
+        case L'e': return line_.end();
+        case L'f': return line_.right();
+        case L'k': return line_.cutRight();
+        case L'l': return screen_->repaint();
+        case L'n': return roster_.selectBy(1);
+        case L'p': return roster_.selectBy(-1);
+        case L'u': return line_.cutLeft();
+        case L'w': return line_.cutWordLeft();
+        case L'y': return line_.yank();
+        case L'z': return screen_->suspend();
+        default: return;
+    }
+}
+
+void Program::didPressAlt(wchar_t character) {
+    switch (character) {
+        case L'b': return line_.wordLeft();
+        case L'f': return line_.wordRight();
+        case L'd': return line_.cutWordRight();
+        case 127: return line_.cutWordLeft();
+        default: break;
+    }
+    if (character < L'0' || character > L'9') return;
+    if (!roster_.selectAt(static_cast<std::size_t>(character - L'0'))) notice("there are not so many conversations");
+}
+
+void Program::endPaste() {
+    std::wstring pasted = wide(harmless(narrow(std::exchange(paste_, std::nullopt).value_or(L""))));
+    while (pasted.ends_with(L'\n')) pasted.pop_back();  // whoever copied a whole line does not mean its end
+    line_.insert(pasted);
+}
+
+void Program::interrupt() {
+    if (sender_.cancelNewest()) return;
+    if (!line_.isEmpty()) return line_.clear();
+    if (isLeaving_) return end(status_);
+    notice("/quit or Ctrl-D leaves");
+}
+
+void Program::scrollBy(int pages) {
+    const Size page = pageSize(screen_->size());
+    auto& conversation = roster_.current();
+    if (scroll(conversation, page.columns, page.rows, pages * std::max(1, page.rows - 1)) && pages < 0) {
+        session_->loadOlder(conversation.address);
+    }
+    if (!conversation.anchor) roster_.follow();
+}
+
+KnownNames Program::knownNames() const {
+    KnownNames names;
+    names.members = roster_.current().members;
+    names.files = matchingFiles;
+    for (const auto& one : roster_.all()) {
+        switch (one->address.kind) {
+            case Kind::Console: break;
+            case Kind::Friend: names.friends.push_back(one->address.id); break;
+            case Kind::Group: names.groups.push_back(one->title); break;
+            case Kind::Room: names.rooms.push_back(one->title); break;
+        }
+    }
+    return names;
+}
+
+void Program::complete() {
+    const auto completion = chat::complete(line_.text(), line_.cursor(), knownNames());
+    const bool isStuck = completion.text == line_.text();
+    line_.set(completion.text, completion.cursor);
+    if (!isStuck || completion.choices.empty()) return;
+    std::string choices;
+    for (const auto& choice : completion.choices) choices += (choices.empty() ? "" : "  ") + choice;
+    notice(choices);
+}
+
+void Program::take() {
+    const std::string typed = line_.take();
+    if (typed.find_first_not_of(" \n") == std::string::npos) return;
+    roster_.follow();
+    if (const auto command = parseCommand(typed)) return obey(*command);
+    sender_.sendText(roster_.current().address, messageText(typed));
+}
+
+void Program::obey(const Command& command) {
+    if (command.isUnfinished) throw std::invalid_argument("a quote is open");
+    if (places_.obey(command)) return;
+    const auto& here = roster_.current().address;
+    const std::map<std::string, std::function<void()>> commands = {
+        {"send",
+         [&] {
+             if (command.words.size() != 1) throw std::invalid_argument("it is /send FILE");
+             sender_.sendFile(here, command.words[0]);
+         }},
+        {"save", [&] { save(command); }},
+        {"cancel",
+         [&] {
+             if (!sender_.cancelNewest()) notice("nothing is being transferred");
+         }},
+        {"retry",
+         [&] {
+             if (sender_.retry(here) == 0) notice("nothing has failed here");
+         }},
+        {"refresh", [&] { session_->refresh(); }},
+        {"pause", [&] { session_->pause(); }},
+        {"resume", [&] { session_->resume(); }},
+        {"status", [&] { notice(session_->statusLine()); }},
+        {"help", [&] { notice(helpText()); }},
+        {"quit", [&] { leave(); }},
+    };
+    const auto found = commands.find(command.name);
+    if (found == commands.end()) throw std::invalid_argument("no such command: /" + command.name + "; /help tells them");
+    found->second();
+}
+
+void Program::save(const Command& command) {
+    const auto isNumber = [](const std::string& word) {
+        return !word.empty() && word.size() <= 9 && word.find_first_not_of("0123456789") == std::string::npos;
+    };
+    auto words = command.words;
+    int number = 0;
+    if (!words.empty() && isNumber(words.front())) {
+        number = std::stoi(words.front());
+        words.erase(words.begin());
+    }
+    if (words.size() > 1) throw std::invalid_argument("it is /save [NUMBER] [PATH]");
+    sender_.save(roster_.current().address, number, words.empty() ? "" : words.front());
+}
+
+}  // namespace chat

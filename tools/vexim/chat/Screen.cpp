@@ -1,0 +1,198 @@
+#include "Screen.h"
+
+// Wide characters are an option of the terminal library's, and macros are not how we call it.
+#define NCURSES_WIDECHAR 1
+#define NCURSES_NOMACROS 1
+#include <curses.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <clocale>
+#include <csignal>
+#include <cstdlib>
+
+#include "Terminal.h"
+
+namespace chat {
+namespace {
+
+constexpr int kPasteBegin = KEY_MAX + 1;
+constexpr int kPasteEnd = KEY_MAX + 2;
+constexpr int kMostPlaces = 1000;  // columns or rows; a terminal may claim more
+
+constexpr short kRed = 1, kGreen = 2, kYellow = 3, kFirstName = 4, kBar = 10, kBarAlert = 11;  // colour pairs
+
+void setBracketedPaste(bool on) {
+    std::fputs(on ? "\033[?2004h" : "\033[?2004l", stdout);  // pasted text then comes between two keys of its own
+    std::fflush(stdout);
+}
+
+/// What a terminal without UTF-8 gets instead.
+wchar_t asciiFor(wchar_t character) {
+    switch (character) {
+        case L'│': return L'|';
+        case L'…': return L'~';
+        case L'●': return L'*';
+        case L'○': return L'o';
+        case L'⏎': return L'$';
+        default: return character < 0x7F ? character : L'?';
+    }
+}
+
+std::optional<Key::Code> namedKey(wint_t key) {
+    switch (key) {
+        case KEY_ENTER: return Key::Code::Enter;
+        case KEY_BACKSPACE: return Key::Code::Backspace;
+        case KEY_DC: return Key::Code::Delete;
+        case KEY_LEFT: return Key::Code::Left;
+        case KEY_RIGHT: return Key::Code::Right;
+        case KEY_UP: return Key::Code::Up;
+        case KEY_DOWN: return Key::Code::Down;
+        case KEY_HOME: return Key::Code::Home;
+        case KEY_END: return Key::Code::End;
+        case KEY_PPAGE: return Key::Code::PageUp;
+        case KEY_NPAGE: return Key::Code::PageDown;
+        case kPasteBegin: return Key::Code::PasteBegin;
+        case kPasteEnd: return Key::Code::PasteEnd;
+        default: return std::nullopt;
+    }
+}
+
+}  // namespace
+
+struct Screen::Impl {
+    SCREEN* terminal = nullptr;
+    bool isUTF8 = true;
+    bool hasColours = false;
+
+    struct Look {
+        attr_t attributes = A_NORMAL;
+        short pair = 0;
+    };
+    Look look(const Cell& cell) const {
+        const auto coloured = [this](attr_t plain, attr_t withColour, short pair) {
+            return hasColours ? Look{withColour, pair} : Look{plain, 0};
+        };
+        switch (cell.style) {
+            case Style::Normal: return {};
+            case Style::Dim: return {A_DIM, 0};
+            case Style::Strong: return {A_BOLD, 0};
+            case Style::Bar: return coloured(A_REVERSE, A_NORMAL, kBar);
+            case Style::BarAlert: return coloured(A_REVERSE | A_BOLD, A_BOLD, kBarAlert);
+            case Style::Current: return {A_REVERSE, 0};
+            case Style::Good: return coloured(A_BOLD, A_NORMAL, kGreen);
+            case Style::Bad: return coloured(A_BOLD, A_NORMAL, kRed);
+            case Style::Unread: return coloured(A_BOLD | A_REVERSE, A_BOLD, kYellow);
+            case Style::Own: return {A_BOLD, 0};
+            case Style::Name: return coloured(A_UNDERLINE, A_NORMAL, static_cast<short>(kFirstName + cell.hue % 6));
+        }
+        return {};
+    }
+
+    void startColours() {
+        const char* refused = std::getenv("NO_COLOR");
+        if ((refused != nullptr && *refused != '\0') || !has_colors() || start_color() == ERR) return;
+        hasColours = true;
+        const short background = use_default_colors() == OK ? -1 : COLOR_BLACK;
+        init_pair(kRed, COLOR_RED, background);
+        init_pair(kGreen, COLOR_GREEN, background);
+        init_pair(kYellow, COLOR_YELLOW, background);
+        constexpr short kNames[] = {COLOR_CYAN, COLOR_GREEN, COLOR_MAGENTA, COLOR_YELLOW, COLOR_BLUE, COLOR_RED};
+        for (short name = 0; name < 6; ++name) init_pair(static_cast<short>(kFirstName + name), kNames[name], background);
+        init_pair(kBar, COLOR_WHITE, COLOR_BLUE);
+        init_pair(kBarAlert, COLOR_WHITE, COLOR_RED);
+    }
+};
+
+std::unique_ptr<Screen> Screen::open(bool isUTF8) {
+    std::unique_ptr<Screen> screen(new Screen(isUTF8));
+    return screen->impl_->terminal == nullptr ? nullptr : std::move(screen);
+}
+
+Screen::Screen(bool isUTF8) : impl_(std::make_unique<Impl>()) {
+    const char* type = std::getenv("TERM");
+    if (!hasFullScreen(type)) return;
+    impl_->terminal = newterm(type, stdout, stdin);
+    if (impl_->terminal == nullptr) return;
+    impl_->isUTF8 = isUTF8;
+    set_escdelay(25);
+    raw();  // Ctrl-C and its like are keys
+    noecho();
+    nonl();
+    keypad(stdscr, TRUE);
+    nodelay(stdscr, TRUE);
+    define_key("\033[200~", kPasteBegin);
+    define_key("\033[201~", kPasteEnd);
+    impl_->startColours();
+    setBracketedPaste(true);
+}
+
+Screen::~Screen() {
+    if (impl_->terminal == nullptr) return;
+    setBracketedPaste(false);
+    endwin();
+    delscreen(impl_->terminal);
+}
+
+Size Screen::size() const { return {std::max(1, getmaxx(stdscr)), std::max(1, getmaxy(stdscr))}; }
+
+void Screen::resize() {
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) return;
+    resizeterm(std::min<int>(size.ws_row, kMostPlaces), std::min<int>(size.ws_col, kMostPlaces));
+    repaint();  // a terminal rearranges its lines when it changes
+}
+
+void Screen::paint(const Frame& frame) {
+    erase();
+    const int columns = getmaxx(stdscr);
+    const int rows = std::min(static_cast<int>(frame.rows.size()), getmaxy(stdscr));
+    for (int row = 0; row < rows; ++row) {
+        int column = 0;
+        for (const auto& cell : frame.rows[static_cast<std::size_t>(row)]) {
+            if (column + cell.width > columns) break;
+            std::array<wchar_t, Cell::kMost + 1> characters{};
+            std::copy_n(cell.characters.begin(), cell.count, characters.begin());
+            if (!impl_->isUTF8) {
+                characters[0] = asciiFor(characters[0]);
+                characters[1] = 0;
+            }
+            const auto look = impl_->look(cell);
+            cchar_t shown{};
+            setcchar(&shown, characters.data(), look.attributes, look.pair, nullptr);
+            mvadd_wch(row, column, &shown);
+            column += cell.width;
+        }
+    }
+    move(std::min(frame.cursorRow, getmaxy(stdscr) - 1), std::min(frame.cursorColumn, columns - 1));
+    refresh();
+}
+
+void Screen::repaint() { clearok(curscr, TRUE); }
+
+std::optional<Key> Screen::read() {
+    wint_t key = 0;
+    const int kind = get_wch(&key);
+    if (kind == ERR) return std::nullopt;
+    if (kind == KEY_CODE_YES) return Key{namedKey(key).value_or(Key::Code::Other), 0};
+    if (key == 27) {
+        wint_t next = 0;
+        if (get_wch(&next) != OK || next < 0x20) return Key{};
+        return Key{Key::Code::Alt, static_cast<wchar_t>(next)};
+    }
+    if (key == '\r' || key == '\n') return Key{Key::Code::Enter, 0};
+    if (key == '\t') return Key{Key::Code::Tab, 0};
+    if (key == 8 || key == 127) return Key{Key::Code::Backspace, 0};
+    if (key < 0x20) return Key{Key::Code::Control, static_cast<wchar_t>(key + 'a' - 1)};
+    return Key{Key::Code::Character, static_cast<wchar_t>(key)};
+}
+
+void Screen::suspend() {
+    setBracketedPaste(false);
+    std::raise(SIGTSTP);  // the terminal library gives the terminal back, stops, and takes it again; without job control it goes on
+    setBracketedPaste(true);
+    resize();
+}
+
+}  // namespace chat

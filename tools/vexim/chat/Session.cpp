@@ -1,0 +1,177 @@
+// The connection: login, losses, pauses, attempts. SessionContents.cpp has what comes over it.
+
+#include "Session.h"
+
+#include <algorithm>
+#include <chrono>
+
+#include "../Explain.h"
+#include "Text.h"
+
+namespace chat {
+namespace {
+
+using namespace std::chrono_literals;
+
+// A person is watching: the library's half a minute between attempts would seem an age.
+constexpr int kLongestWait = 10;
+// After so long without a sign of what should happen by itself, it is started by hand.
+constexpr double kTooLong = 15;
+constexpr double kLoginTimeout = 30;
+
+std::string hostOf(VXIMClient& client) {
+    const auto url = client.config()->socketURL();
+    if (!url) return "?";
+    return url->host() + (url->port() ? ":" + std::to_string(*url->port()) : "");
+}
+
+}  // namespace
+
+Session::Session(std::shared_ptr<VXIMClient> client, Credentials credentials, Roster& roster,
+                 std::function<void(const std::string&)> refused)
+    : client_(std::move(client)),
+      credentials_(std::move(credentials)),
+      roster_(roster),
+      refused_(std::move(refused)),
+      state_(hostOf(*client_), kLongestWait) {}
+
+double Session::now() { return vexim::Clock::shared()->wallTime(); }
+
+void Session::start() {
+    client_->config()->dictionary().set("reconnectWaitMax", kLongestWait);
+    client_->setDelegate(shared_from_this());
+    vexim::NotificationCenter::defaultCenter().addObserver(
+        shared_from_this(), "socket.io.error", client_.get(), [this](const vexim::Notification& notification) {
+            didFail(harmlessLine(notification.userInfo.value_or(vexim::Dictionary()).get("data").get(0).description()));
+        });
+    logIn();
+}
+
+void Session::logIn() {
+    attempt_ = &Session::logIn;
+    ++attemptNumber_;
+    state_.connecting(now());
+    credentials_.logIn(*client_, [this](bool accepted, const vexim::ErrorPtr& error) {
+        if (accepted) return;
+        const std::string reason = harmlessLine(explain(error));
+        state_.refused(reason, now());
+        if (!hasLoggedIn_) refused_(reason);
+    });
+}
+
+void Session::connectAgain() {
+    attempt_ = &Session::connectAgain;
+    ++attemptNumber_;
+    state_.connecting(now());
+    client_->resume();
+}
+
+void Session::tryAgainLater(const std::string& reason) {
+    const int wait = std::min(kLongestWait, 1 << std::min(state_.attempts() - 1, 4));
+    state_.connectFailed(reason, now() + wait, now());
+    vexim::MainQueue::shared().after(std::chrono::seconds(wait), [this, number = attemptNumber_] {
+        if (number == attemptNumber_ && state_.phase() == SessionState::Phase::Waiting) (this->*attempt_)();
+    });
+}
+
+void Session::didFail(const std::string& reason) {
+    switch (state_.phase()) {
+        case SessionState::Phase::Connecting: return tryAgainLater(reason);
+        case SessionState::Phase::Lost:
+        case SessionState::Phase::Reconnecting: return state_.attemptFailed(reason, now());
+        case SessionState::Phase::Waiting:
+        case SessionState::Phase::Paused:
+        case SessionState::Phase::Leaving:
+        case SessionState::Phase::Refused: return;
+        case SessionState::Phase::Connected: return roster_.notice("connection: " + reason, now(), true);
+    }
+}
+
+void Session::pause() {
+    if (state_.phase() == SessionState::Phase::Paused || !client_->socketio()) return;
+    isPausing_ = true;
+    ++attemptNumber_;
+    client_->pause();
+}
+
+void Session::resume() {
+    switch (state_.phase()) {
+        case SessionState::Phase::Paused: return connectAgain();
+        case SessionState::Phase::Waiting: return (this->*attempt_)();
+        case SessionState::Phase::Lost:
+        case SessionState::Phase::Reconnecting: return client_->resume();  // the attempt that is waited for starts now
+        case SessionState::Phase::Refused: return logIn();
+        case SessionState::Phase::Connecting:
+        case SessionState::Phase::Connected:
+        case SessionState::Phase::Leaving: return;
+    }
+}
+
+void Session::leave(std::function<void()> left) {
+    // Without a connection a logout would never end, and a service that hangs does not answer it.
+    if (!state_.isConnected()) return left();
+    state_.leaving(now());
+    vexim::MainQueue::shared().after(3s, left);
+    client_->logoutWithCompletion([left](bool, const vexim::ErrorPtr&) { left(); });
+}
+
+void Session::tick() {
+    const double time = now();
+    for (const auto& conversation : roster_.all()) {
+        if (!conversation->doubt(time)) continue;
+        // Whether the service has it, it is asked: it says nothing of what it drops.
+        if (conversation->hasHistory()) {
+            load(conversation->address, Conversation::newestPage(time), &Conversation::takeNewest);
+        } else {
+            askRoom(conversation->address, time - kPatience);
+        }
+    }
+    oldestHanded_ = roster_.oldestHanded();
+
+    const bool isTooLong = state_.since(time) > kTooLong;
+    switch (state_.phase()) {
+        case SessionState::Phase::Lost:
+            // The service has ended it: the library does not try again then.
+            if (isTooLong) connectAgain();
+            break;
+        case SessionState::Phase::Reconnecting:
+            // Connected, but the login was not accepted: log in anew, which says why.
+            if (isTooLong && client_->status() == VXIMClientStatusOpened) logIn();
+            break;
+        case SessionState::Phase::Connecting:
+            if (state_.since(time) > kLoginTimeout) tryAgainLater("the service does not answer the login");
+            break;
+        case SessionState::Phase::Waiting:
+        case SessionState::Phase::Connected:
+        case SessionState::Phase::Paused:
+        case SessionState::Phase::Leaving:
+        case SessionState::Phase::Refused: break;
+    }
+}
+
+void Session::setPresenceUnknown() {
+    for (const auto& conversation : roster_.all()) conversation->online.reset();
+}
+
+void Session::clientDidLogin(const std::shared_ptr<VXIMClient>& client) {
+    me_ = client->currentUser()->uid().description();
+    hasLoggedIn_ = true;
+    state_.connected(harmlessLine(me_), now());
+    if (const double lostAt = std::exchange(lostAt_, 0); lostAt > 0) {
+        missedSince_ = lostAt;
+        roomsMissed(lostAt);
+    }
+    refresh();
+}
+
+void Session::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) { state_.attempting(now()); }
+
+void Session::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) {
+    if (state_.phase() == SessionState::Phase::Leaving) return;
+    setPresenceUnknown();
+    if (lostAt_ == 0) lostAt_ = now();
+    if (std::exchange(isPausing_, false)) return state_.paused(now());
+    state_.lost(now());
+}
+
+}  // namespace chat

@@ -1,0 +1,156 @@
+#include "Text.h"
+
+#include <langinfo.h>
+
+#include <clocale>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+
+namespace chat {
+namespace {
+
+constexpr wchar_t kUnknown = 0xFFFD;
+constexpr std::size_t kLongest = 16'384;  // places of one text that are painted
+
+bool isSkinTone(wchar_t c) { return c >= 0x1F3FB && c <= 0x1F3FF; }
+
+/// What terminals add up in different ways.
+bool isDisputed(wchar_t c) { return c == 0x200C || c == 0x200D || c == 0xFE0E || c == 0xFE0F; }
+
+Cell cell(wchar_t character, int width, Style style) {
+    Cell made;
+    made.characters[0] = character;
+    made.count = 1;
+    made.width = static_cast<std::uint8_t>(width);
+    made.style = style;
+    return made;
+}
+
+}  // namespace
+
+bool useUTF8() {
+    std::setlocale(LC_ALL, "");
+    if (std::strcmp(nl_langinfo(CODESET), "UTF-8") == 0) return true;
+    bool named = false;
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const char* value = std::getenv(name);
+        named = named || (value != nullptr && *value != '\0');
+    }
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    return !named;  // an environment that says nothing is taken for a modern one
+}
+
+std::wstring wide(std::string_view utf8) {
+    std::wstring text;
+    std::mbstate_t state{};
+    while (!utf8.empty()) {
+        wchar_t character = 0;
+        const std::size_t length = std::mbrtowc(&character, utf8.data(), utf8.size(), &state);
+        const bool broken = length > utf8.size();
+        if (broken) state = {};
+        text += broken ? kUnknown : character;
+        utf8.remove_prefix(broken || length == 0 ? 1 : length);
+    }
+    return text;
+}
+
+std::string narrow(std::wstring_view text) {
+    std::string utf8;
+    std::array<char, 16> bytes{};
+    for (const wchar_t character : text) {
+        std::mbstate_t state{};
+        const std::size_t length = std::wcrtomb(bytes.data(), character, &state);
+        if (length <= bytes.size()) utf8.append(bytes.data(), length);
+    }
+    return utf8;
+}
+
+Cells cellsOf(std::string_view text, Style style) {
+    Cells cells;
+    for (const wchar_t character : wide(harmless(text))) {
+        if (cells.size() >= kLongest) return cells += cellsOf("… (cut here, it is too long)", style);
+        if (character == L'\n') {
+            cells.push_back(cell(L'\n', 0, style));
+            continue;
+        }
+        if (isDisputed(character) || (isSkinTone(character) && !cells.empty() && cells.back().width == 2)) continue;
+        const wchar_t shown = character == L'\t' ? L' ' : character;
+        const int width = ::wcwidth(shown);
+        if (width < 0) {
+            cells.push_back(cell(kUnknown, 1, style));
+        } else if (width > 0) {
+            cells.push_back(cell(shown, width, style));
+        } else {  // a mark; one without a character to stand on gets a blank
+            if (cells.empty() || cells.back().width == 0) cells.push_back(cell(L' ', 1, style));
+            auto& base = cells.back();
+            if (base.count < Cell::kMost) base.characters[base.count++] = shown;
+        }
+    }
+    return cells;
+}
+
+std::string textOf(const Cells& cells) {
+    std::wstring text;
+    for (const auto& one : cells) text.append(one.characters.data(), one.count);
+    return narrow(text);
+}
+
+int widthOf(const Cells& cells) {
+    int width = 0;
+    for (const auto& one : cells) width += one.width;
+    return width;
+}
+
+Cells clipped(const Cells& cells, int width) {
+    if (widthOf(cells) <= width) return cells;
+    Cells kept;
+    int used = 0;
+    for (const auto& one : cells) {
+        if (used + one.width > width - 1) break;
+        used += one.width;
+        kept.push_back(one);
+    }
+    if (width > 0) kept.push_back(cell(L'…', 1, cells[kept.size()].style));
+    return kept;
+}
+
+std::vector<Cells> wrapped(const Cells& cells, int width) {
+    std::vector<Cells> lines;
+    Cells line;
+    int used = 0;
+    std::size_t blank = 0;  // one past the last blank in the line; 0: none
+    const auto breakAt = [&](std::size_t end, std::size_t next) {
+        Cells rest(line.begin() + static_cast<std::ptrdiff_t>(next), line.end());
+        line.resize(end);
+        lines.push_back(std::move(line));
+        line = std::move(rest);
+        used = widthOf(line);
+        blank = 0;
+    };
+    for (const auto& one : cells) {
+        if (one.is(L'\n')) {
+            breakAt(line.size(), line.size());
+            continue;
+        }
+        const Cell fitting = one.width <= width ? one : cell(L'?', 1, one.style);
+        if (fitting.is(L' ') && used + 1 > width && !line.empty()) {  // the break stands in for it
+            breakAt(line.size(), line.size());
+            continue;
+        }
+        while (used + fitting.width > width && !line.empty()) {
+            if (blank > 0) {
+                breakAt(blank - 1, blank);
+            } else {
+                breakAt(line.size(), line.size());
+            }
+        }
+        line.push_back(fitting);
+        used += fitting.width;
+        if (fitting.is(L' ')) blank = line.size();
+    }
+    lines.push_back(std::move(line));
+    return lines;
+}
+
+}  // namespace chat
