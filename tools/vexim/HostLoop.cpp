@@ -13,7 +13,7 @@ void HostLoop::run(const std::function<void()>& turned) {
         std::vector<pollfd> descriptors{{queue.fileDescriptor(), POLLIN, 0}};
         for (const auto& [descriptor, ready] : watched_) descriptors.push_back({descriptor, POLLIN, 0});
         if (poll(descriptors.data(), descriptors.size(), queue.pollTimeout()) < 0) continue;  // a signal
-        const auto watched = watched_;  // which a callback may change
+        const auto watched = watched_;                                                        // which a callback may change
         for (std::size_t at = 0; at < watched.size(); ++at) {
             const auto events = descriptors[at + 1].revents;
             if (events != 0) watched[at].second((events & POLLIN) == 0);
