@@ -14,7 +14,6 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// [bot]
 class EchoBot final : public VXIMClientDelegate, public std::enable_shared_from_this<EchoBot> {
 public:
     EchoBot(std::shared_ptr<VXIMClient> client, std::string name, std::string password)
@@ -59,30 +58,25 @@ private:
     const std::shared_ptr<VXIMClient> client_;
     const std::string name_, password_;
 };
-// [/bot]
 
 }  // namespace
 
 int main(int count, char** arguments) {
     if (count != 2 && count != 4) return 2;
-    // [signals]
+    // The signals that end programs go to one thread, which waits for them: all others, made later, inherit that they are blocked.
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGINT);
     sigaddset(&ending, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &ending, nullptr);  // before there are other threads, which inherit it
-    // [/signals]
+    pthread_sigmask(SIG_BLOCK, &ending, nullptr);
 
-    // [long_running]
     vexim::setKeepsFinishedDelegates(false);  // a request is forgotten when it has ended
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "echo-bot");
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
-    // [/long_running]
 
     const auto bot = std::make_shared<EchoBot>(client, count == 4 ? arguments[2] : "bob", count == 4 ? arguments[3] : "bob-secret");
     bot->start();
 
-    // [signal_thread]
     std::thread([ending, weak = std::weak_ptr<EchoBot>(bot)] {
         int signal = 0;
         sigwait(&ending, &signal);
@@ -90,7 +84,6 @@ int main(int count, char** arguments) {
             if (const auto running = weak.lock()) running->stop();
         });
     }).detach();
-    // [/signal_thread]
 
     vexim::MainQueue::shared().run();
 }

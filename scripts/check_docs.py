@@ -29,12 +29,10 @@ NAME = re.compile(r"(?<!`)`((?:VXIM\w+|vexim::\w+)[^`\n]*)`(?!`)")
 
 
 def region_of(path, name):
-    """The lines between the comments, without the indentation that they share, and without the marks of regions inside."""
+    """The lines between the comments, without the indentation that they share."""
     text = path.read_text()
     match = re.search(rf"^[ \t]*(?://|#) \[{re.escape(name)}\]\n(.*?)^[ \t]*(?://|#) \[/{re.escape(name)}\]$", text, re.M | re.S)
-    if not match:
-        return None
-    return textwrap.dedent(re.sub(r"^[ \t]*(?://|#) \[/?\w+\]\n", "", match[1], flags=re.M))
+    return textwrap.dedent(match[1]) if match else None
 
 
 def source_text(block):
@@ -45,7 +43,9 @@ def source_text(block):
     if not path.is_file():
         return None, f"{block['source']} does not exist"
     text = region_of(path, block["region"]) if block["region"] else path.read_text()
-    return text, None if text is not None else f"{block['source']} has no region [{block['region']}]"
+    if text is None:
+        return None, f"{block['source']} has no region [{block['region']}]"
+    return re.sub(r"^[ \t]*(?://|#) \[/?\w+\]\n", "", text, flags=re.M), None  # without the marks of regions inside
 
 
 def anchors(text):
