@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <limits>
+#include <type_traits>
 
 namespace vexim {
 
@@ -39,6 +40,25 @@ Value numberOf(std::string_view text) noexcept {
     return {};
 }
 
+/// `convert` of the number that `value` holds, a boolean being 1 or 0; nullopt when it holds none.
+template <class Result, class Convert>
+std::optional<Result> convertNumber(const Value& value, Convert convert) noexcept {
+    switch (value.kind()) {
+        case Value::Kind::Boolean: return convert(std::int64_t{value.boolean()});
+        case Value::Kind::Integer: return convert(value.integer());
+        case Value::Kind::Unsigned: return convert(value.unsignedInteger());
+        case Value::Kind::Real: return convert(value.real());
+        case Value::Kind::Nil:
+        case Value::Kind::Null:
+        case Value::Kind::String:
+        case Value::Kind::Data:
+        case Value::Kind::Array:
+        case Value::Kind::Dictionary:
+        case Value::Kind::Object: break;
+    }
+    return std::nullopt;
+}
+
 Value lenientNumber(const Value& value) noexcept {
     if (value.isNumber()) return value;
     if (auto text = value.asStringView()) return numberOf(*text);
@@ -55,61 +75,31 @@ std::int64_t truncateToInt64(double value) noexcept {
 }
 
 std::optional<bool> strictBool(const Value& value) noexcept {
-    switch (value.kind()) {
-        case Value::Kind::Boolean: return value.boolean();
-        case Value::Kind::Integer: return value.integer() != 0;
-        case Value::Kind::Unsigned: return true;  // only above the signed range
-        case Value::Kind::Real: return value.real() != 0 && value.real() == value.real();
-        case Value::Kind::Nil:
-        case Value::Kind::Null:
-        case Value::Kind::String:
-        case Value::Kind::Data:
-        case Value::Kind::Array:
-        case Value::Kind::Dictionary:
-        case Value::Kind::Object: break;
-    }
-    return std::nullopt;
+    const auto number = strictDouble(value);  // an integer loses digits on the way, but is not 0 all the same
+    if (!number) return std::nullopt;
+    return *number < 0 || *number > 0;  // and so NaN is false
 }
 
 std::optional<std::int64_t> strictInt64(const Value& value) noexcept {
-    switch (value.kind()) {
-        case Value::Kind::Boolean: return value.boolean() ? 1 : 0;
-        case Value::Kind::Integer: return value.integer();
-        case Value::Kind::Unsigned: return static_cast<std::int64_t>(value.unsignedInteger());
-        case Value::Kind::Real: return truncateToInt64(value.real());
-        case Value::Kind::Nil:
-        case Value::Kind::Null:
-        case Value::Kind::String:
-        case Value::Kind::Data:
-        case Value::Kind::Array:
-        case Value::Kind::Dictionary:
-        case Value::Kind::Object: break;
-    }
-    return std::nullopt;
+    return convertNumber<std::int64_t>(value, [](auto number) {
+        if constexpr (std::is_same_v<decltype(number), double>)
+            return truncateToInt64(number);
+        else
+            return static_cast<std::int64_t>(number);
+    });
 }
 
 std::optional<std::uint64_t> strictUInt64(const Value& value) noexcept {
-    if (value.kind() == Value::Kind::Real) return truncateToUInt64(value.real());
-    if (value.kind() == Value::Kind::Unsigned) return value.unsignedInteger();
-    if (auto number = strictInt64(value)) return static_cast<std::uint64_t>(*number);
-    return std::nullopt;
+    return convertNumber<std::uint64_t>(value, [](auto number) {
+        if constexpr (std::is_same_v<decltype(number), double>)
+            return truncateToUInt64(number);
+        else
+            return static_cast<std::uint64_t>(number);
+    });
 }
 
 std::optional<double> strictDouble(const Value& value) noexcept {
-    switch (value.kind()) {
-        case Value::Kind::Boolean: return value.boolean() ? 1.0 : 0.0;
-        case Value::Kind::Integer: return static_cast<double>(value.integer());
-        case Value::Kind::Unsigned: return static_cast<double>(value.unsignedInteger());
-        case Value::Kind::Real: return value.real();
-        case Value::Kind::Nil:
-        case Value::Kind::Null:
-        case Value::Kind::String:
-        case Value::Kind::Data:
-        case Value::Kind::Array:
-        case Value::Kind::Dictionary:
-        case Value::Kind::Object: break;
-    }
-    return std::nullopt;
+    return convertNumber<double>(value, [](auto number) { return static_cast<double>(number); });
 }
 
 bool lenientBool(const Value& value) noexcept { return strictBool(lenientNumber(value)).value_or(false); }
