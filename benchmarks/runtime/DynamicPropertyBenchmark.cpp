@@ -3,35 +3,20 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
-#include <cstdlib>
-#include <new>
 #include <string>
 #include <unordered_map>
 
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/internal/MessageForwarding/DynamicProperty.h"
 #include "support/Comparison.h"
-
-namespace {
-
-thread_local std::int64_t allocations = 0;
-
-}  // namespace
-
-// Kept out of line: inlined, GCC takes the pair for a mismatched one.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+#include "support/CountedHeap.h"
 
 namespace {
 
 using vexim::Class;
 using vexim::Dictionary;
 using vexim::DynamicProperty;
+using vexim::testing::heapAllocations;
 
 /// Declared as the user resource is, with its key path table.
 struct Account : VXIMRuntimeObject {
@@ -73,12 +58,12 @@ template <const DynamicProperty<std::int64_t>& property>
 void get(benchmark::State& state) {
     const auto account = makeAccount();
     std::int64_t sum = property.get(*account);
-    const std::int64_t before = allocations;
+    const std::int64_t before = heapAllocations();
     for (auto _ : state) {
         sum += property.get(*account);
         benchmark::DoNotOptimize(sum);
     }
-    if (allocations != before) state.SkipWithError("a get needs no memory, and this one took some");
+    if (heapAllocations() != before) state.SkipWithError("a get needs no memory, and this one took some");
 }
 
 template <const DynamicProperty<std::int64_t>& property>

@@ -2,25 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <cstdlib>
-#include <new>
-
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/internal/MessageForwarding/DynamicProperty.h"
-
-namespace {
-thread_local std::int64_t allocations = 0;
-}
-
-// Kept out of line: inlined, GCC takes the pair for a mismatched one.
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* memory = std::malloc(size)) return memory;
-    throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+#include "support/CountedHeap.h"
 
 namespace {
 
@@ -47,9 +31,9 @@ TEST(DynamicProperty, AllocatesNothingInAGet) {
     const auto meter = vexim::create<Meter>(Dictionary{});
     reading.set(*meter, 7);
     EXPECT_EQ(reading.get(*meter) + shared.get(*meter), 14) << "the first get finds the way";
-    const std::int64_t before = allocations;
+    const auto before = vexim::testing::heapAllocations();
     EXPECT_EQ(reading.get(*meter) + shared.get(*meter), 14);
-    EXPECT_EQ(allocations, before);
+    EXPECT_EQ(vexim::testing::heapAllocations(), before);
 }
 
 }  // namespace
