@@ -67,6 +67,26 @@ const Value& conversationId(const Value& peersId, const Value& receiversId) {
 
 }  // namespace
 
+// A template: each caller's block goes into the queued function as it is, without a wrapper of its own.
+template <class Block>
+void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress, Block block,
+                                         std::shared_ptr<VXIMTransfer> transfer) {
+    auto finish = [message, block = std::move(block)](bool succeeded, ErrorPtr error) {
+        std::optional<Dictionary> payload;
+        try {
+            if (succeeded) payload = message->dictionaryRepresentation();
+        } catch (const vexim::Exception& cause) {  // the message was changed while it waited
+            error = vexim::errors::unsendable(cause);
+        }
+        block(std::move(payload), std::move(error));
+    };
+    if (message->mediaType() == VXIMMessageMediaTypeText) {
+        MainQueue::shared().async([finish = std::move(finish)] { finish(true, nullptr); });
+        return;
+    }
+    message->uploadAttachmentWithProgress(std::move(progress), std::move(finish), std::move(transfer));
+}
+
 void VXIMClient::sendMessageToFriend(MessagePtr message, Value friendId, VXIMBooleanCompletion completion) {
     VXIMMessageTarget& receiver = *requireMessage(message).receiver();
     receiver.setUserId(requireId(std::move(friendId)));
@@ -130,27 +150,7 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
 }
 
 void VXIMClient::say(Dictionary payload) {
-    Array items;
-    items.append(std::move(payload));
-    if (const auto socket = socketio()) socket->emit("say", items);
-}
-
-void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress, UploadBlock block,
-                                         std::shared_ptr<VXIMTransfer> transfer) {
-    auto finish = [message, block = std::move(block)](bool succeeded, ErrorPtr error) {
-        std::optional<Dictionary> payload;
-        try {
-            if (succeeded) payload = message->dictionaryRepresentation();
-        } catch (const vexim::Exception& cause) {  // the message was changed while it waited
-            error = vexim::errors::unsendable(cause);
-        }
-        block(std::move(payload), std::move(error));
-    };
-    if (message->mediaType() == VXIMMessageMediaTypeText) {
-        MainQueue::shared().async([finish = std::move(finish)] { finish(true, nullptr); });
-        return;
-    }
-    message->uploadAttachmentWithProgress(std::move(progress), std::move(finish), std::move(transfer));
+    if (const auto socket = socketio()) socket->emit("say", {std::move(payload)});
 }
 
 void VXIMClient::sendSystemMessageToAllUsers(MessagePtr message, VXIMBooleanCompletion completion) {

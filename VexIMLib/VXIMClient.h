@@ -174,9 +174,9 @@ private:
     void didReceiveSystemMessage(const vexim::Value& payload);
     void didReceiveMessage(const std::shared_ptr<VXIMMessage>& message);
 
-    /// Gets the wire form once the attachment is up, or nullopt and the error.
-    using UploadBlock = std::function<void(std::optional<vexim::Dictionary> payload, std::shared_ptr<vexim::Error> error)>;
-    void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress, UploadBlock block,
+    /// Uploads first what is to be uploaded. `block` gets the wire form, or nullopt and the error.
+    template <class Block>
+    void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress, Block block,
                                  std::shared_ptr<VXIMTransfer> transfer);
 
     void say(vexim::Dictionary payload);

@@ -54,8 +54,8 @@ const Value& present(const Value& id, const char* what) {
 }
 
 /// Whether the target is a user, group or room: only those travel. (The service may send numbers that have no name.)
-bool isPeer(const VXIMMessageTarget& target) {
-    return target.type() >= VXIMMessageTargetTypeUser && target.type() <= VXIMMessageTargetTypeRoom;
+bool isPeer(const std::shared_ptr<VXIMMessageTarget>& target) {
+    return target && target->type() >= VXIMMessageTargetTypeUser && target->type() <= VXIMMessageTargetTypeRoom;
 }
 
 void requireSenderIds(const VXIMMessageTarget& sender) {
@@ -78,9 +78,11 @@ std::shared_ptr<VXIMMessage> VXIMMessage::initWithPayloadDictionary(Dictionary p
     return vexim::create<VXIMMessage>(std::move(payload));
 }
 
-std::shared_ptr<VXIMMessage> VXIMMessage::messageWithText(std::string text) {
-    return initWithPayloadDictionary(
-        {{kContent, Dictionary{{kMedia, number(VXIMMessageMediaTypeText)}, {kBody, std::move(text)}}}});
+std::shared_ptr<VXIMMessage> VXIMMessage::messageWithText(std::string_view text) {
+    Dictionary payload;
+    payload.reserve(3);  // the time and the receiver join when it is sent
+    payload.set(kContent, Dictionary{{kMedia, number(VXIMMessageMediaTypeText)}, {kBody, text}});
+    return initWithPayloadDictionary(std::move(payload));
 }
 
 bool VXIMMessage::initialise(Dictionary payload) {
@@ -93,14 +95,14 @@ bool VXIMMessage::initialise(Dictionary payload) {
 void VXIMMessage::configSender() {
     const Dictionary& payload = currentPayload();
     const Value& from = payload.get(kFrom);
-    sender_ = VXIMMessageTarget::init();
-
     Value userId = idIn(from.get(kId));
     if (userId.isNil()) userId = idIn(payload.get(kSpeaker));
-    sender_->setUserId(std::move(userId));
-
     const Value& fromType = from.get(kType);
     const Value& type = fromType.isNilOrNull() ? payload.get(kTo).get(kType) : fromType;
+    if (userId.isNil() && type.isNilOrNull()) return;  // nothing but what a first read makes
+
+    sender_ = VXIMMessageTarget::init();
+    sender_->setUserId(std::move(userId));
     sender_->setType(type.isNilOrNull() ? VXIMMessageTargetTypeUnknown : targetType(type));
 
     if (sender_->type() == VXIMMessageTargetTypeGroup) sender_->setGroupId(idIn(from.get(kGroupOrRoomId)));
@@ -109,10 +111,10 @@ void VXIMMessage::configSender() {
 
 void VXIMMessage::configReceiver() {
     const Value& to = currentPayload().get(kTo);
-    receiver_ = VXIMMessageTarget::init();
-
     const Value& type = to.get(kType);
     if (type.isNilOrNull()) return;
+
+    receiver_ = VXIMMessageTarget::init();
     receiver_->setType(targetType(type));
 
     if (receiver_->type() == VXIMMessageTargetTypeUser) receiver_->setUserId(idIn(to.get(kId)));
@@ -130,7 +132,7 @@ const std::shared_ptr<VXIMMessageTarget>& VXIMMessage::receiver() const {
     return receiver_;
 }
 
-bool VXIMMessage::isSystemMessage() const { return sender()->type() == VXIMMessageTargetTypeSystem; }
+bool VXIMMessage::isSystemMessage() const { return sender_ && sender_->type() == VXIMMessageTargetTypeSystem; }
 
 const Dictionary& VXIMMessage::currentPayload() const {
     if (!payload_) {
@@ -182,8 +184,8 @@ double VXIMMessage::sendTimestamp() const { return currentPayload().get(kTimesta
 void VXIMMessage::setSendTimestamp(double seconds) { payload().set(kTimestamp, millisFromSeconds(seconds)); }
 
 std::optional<Dictionary> VXIMMessage::senderDictionary() const {
-    const VXIMMessageTarget& target = *sender();
-    if (!isPeer(target)) return std::nullopt;
+    if (!isPeer(sender_)) return std::nullopt;
+    const VXIMMessageTarget& target = *sender_;
     requireSenderIds(target);
     Dictionary from{{kId, target.userId()}, {kType, number(target.type())}};
     if (target.type() == VXIMMessageTargetTypeGroup) from.set(kGroupOrRoomId, target.groupId());
@@ -192,14 +194,14 @@ std::optional<Dictionary> VXIMMessage::senderDictionary() const {
 }
 
 std::optional<Dictionary> VXIMMessage::receiverDictionary() const {
-    const VXIMMessageTarget& target = *receiver();
-    if (!isPeer(target)) return std::nullopt;
+    if (!isPeer(receiver_)) return std::nullopt;
+    const VXIMMessageTarget& target = *receiver_;
     return Dictionary{{kId, requireReceiverId(target)}, {kType, number(target.type())}};
 }
 
 void VXIMMessage::requireIds() const {
-    if (isPeer(*sender())) requireSenderIds(*sender());
-    if (isPeer(*receiver())) requireReceiverId(*receiver());
+    if (isPeer(sender_)) requireSenderIds(*sender_);
+    if (isPeer(receiver_)) requireReceiverId(*receiver_);
 }
 
 Dictionary VXIMMessage::dictionaryRepresentation() {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "VexIMLib/Foundation/Dictionary.h"
@@ -64,7 +65,7 @@ public:
     /// than expected reads as absent.
     static std::shared_ptr<VXIMMessage> initWithPayloadDictionary(vexim::Dictionary payload);
     /// It has no send time until it is sent.
-    static std::shared_ptr<VXIMMessage> messageWithText(std::string text);
+    static std::shared_ptr<VXIMMessage> messageWithText(std::string_view text);
     /// Stages the image as a PNG file in the temporary directory (the same image always in the same file) and makes a message
     /// of it; nullptr when the file cannot be made.
     static std::shared_ptr<VXIMMessage> messageWithImage(const vexim::Image& image);

@@ -37,4 +37,7 @@ struct JSONText {
 /// the bound, and a scalar at the top level unless fragments are allowed. Errors: "NSCocoaErrorDomain" 3851.
 VEXIM_EXPORT JSONText writeJSON(const Value& value, JSONFragments fragments = JSONFragments::Refuse);
 
+/// The same behind what `text` holds already; an error leaves it as it was.
+VEXIM_EXPORT ErrorPtr appendJSON(std::string& text, const Value& value, JSONFragments fragments = JSONFragments::Refuse);
+
 }  // namespace vexim

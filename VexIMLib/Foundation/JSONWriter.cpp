@@ -29,7 +29,7 @@ public:
     }
     char* end() noexcept { return block_.get() + size_; }
     void endAt(const char* end) noexcept { size_ = static_cast<std::size_t>(end - block_.get()); }
-    std::string text() const { return {block_.get(), size_}; }
+    std::string_view text() const { return {block_.get(), size_}; }
     /// Gives back what one unusually large text took.
     void trim() noexcept {
         if (capacity_ <= kKeptCapacity) return;
@@ -253,20 +253,22 @@ ErrorPtr failure(const std::string& why) {
 }  // namespace
 
 JSONText writeJSON(const Value& value, JSONFragments fragments) {
+    JSONText result;
+    result.error = appendJSON(result.text, value, fragments);
+    return result;
+}
+
+ErrorPtr appendJSON(std::string& text, const Value& value, JSONFragments fragments) {
     if (fragments == JSONFragments::Refuse && !value.isArray() && !value.isDictionary()) {
-        return {{}, failure("the top level is neither an array nor a dictionary")};
+        return failure("the top level is neither an array nor a dictionary");
     }
     thread_local Output output;  // its memory serves text after text
     output.begin();
     Writer writer(output);
-    JSONText result;
-    if (writer.write(value, 0)) {
-        result.text = output.text();
-    } else {
-        result.error = failure(writer.problem());
-    }
+    const bool written = writer.write(value, 0);
+    if (written) text += output.text();
     output.trim();
-    return result;
+    return written ? nullptr : failure(writer.problem());
 }
 
 }  // namespace vexim

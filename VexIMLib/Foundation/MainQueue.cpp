@@ -264,11 +264,14 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
     while (!predicate()) {
         Function function;
         {
-            const auto clock = Clock::shared();
+            std::shared_ptr<Clock> clock;  // asked only when something waits for a time; let go without the lock
             MutexLock lock(impl_->mutex);
             if (std::exchange(impl_->quitting, false)) return predicate();
             impl_->wakePending = false;
-            impl_->lineUpDue(clock->now());
+            if (!impl_->delayed.empty()) {
+                clock = Clock::shared();
+                impl_->lineUpDue(clock->now());
+            }
             if (impl_->queue.empty()) {
                 const auto now = SteadyClock::now();
                 if (now >= end) return false;

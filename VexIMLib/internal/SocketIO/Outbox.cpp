@@ -29,6 +29,7 @@ void Outbox::push(const EncodedPacket& packet) {
         blocks_.emplace_back().bytes.reserve(isFirst ? needed : std::max(needed, kBlockBytes));
     }
     std::string& bytes = blocks_.back().bytes;
+    if (bytes.capacity() - bytes.size() < needed) bytes.reserve(kBlockBytes);  // it is not idle: grow once, not many times
     const auto length = static_cast<std::uint32_t>(packet.text.size());
     bytes.append(reinterpret_cast<const char*>(&length), sizeof length);
     bytes += static_cast<char>(packet.attachments.size());

@@ -150,33 +150,43 @@ std::string quoted(std::string_view name) {
     return text;
 }
 
-/// `name` is empty for an ack, else quoted.
-EncodeResult encode(char plainType, char binaryType, std::string_view nsp, std::optional<std::uint64_t> id, std::string_view name,
-                    const Array& items) {
+struct Head {
+    char plainType;
+    char binaryType;
+    std::string_view nsp;
+    std::optional<std::uint64_t> id;
+    std::string_view name;  // an event's, quoted; empty for an ack
+};
+
+/// False when `items` are no JSON.
+bool write(std::string& text, const Head& head, const Array& items, std::size_t attachments) {
+    text.clear();
+    appendHead(text, attachments > 0 ? head.binaryType : head.plainType, attachments, head.nsp, head.id);
+    if (!head.name.empty()) (text += '[') += head.name;
+    const std::size_t itemsAt = text.size();
+    if (appendJSON(text, items)) return false;
+    // A name has opened the array already.
+    if (!head.name.empty() && items.empty()) text.erase(itemsAt, 1);
+    if (!head.name.empty() && !items.empty()) text[itemsAt] = ',';
+    return true;
+}
+
+EncodeResult encode(const Head& head, const Array& items) {
     EncodeResult result;
-    Value payload{items};
-    switch (inspect(payload, kJSONMaxDepth)) {
-        case Contents::Plain: break;
-        case Contents::WithData: payload = extract(payload, result.packet.attachments); break;
+    auto& [text, attachments] = result.packet;
+    if (write(text, head, items, 0)) return result;
+    // Only what JSON refuses is looked through for data.
+    switch (inspect(items, kJSONMaxDepth)) {
         case Contents::TooDeep: result.fault = EncodeFault::TooDeep; return result;
+        case Contents::Plain: result.fault = EncodeFault::NotEncodable; return result;
+        case Contents::WithData: break;
     }
-    auto& attachments = result.packet.attachments;
+    const Value marked = extract(items, attachments);
     if (attachments.size() > kMaxAttachmentsOut) {
         result.fault = EncodeFault::TooManyAttachments;
-        return result;
-    }
-    const JSONText json = writeJSON(payload);
-    if (json.error) {
+    } else if (!write(text, head, *marked.asArray(), attachments.size())) {
         result.fault = EncodeFault::NotEncodable;
-        return result;
     }
-    std::string& text = result.packet.text;
-    text.reserve(json.text.size() + name.size() + nsp.size() + 32);
-    appendHead(text, attachments.empty() ? plainType : binaryType, attachments.size(), nsp, id);
-    text += '[';
-    text += name;
-    if (!name.empty() && !items.empty()) text += ',';
-    text.append(json.text, 1);
     return result;
 }
 
@@ -245,15 +255,17 @@ EncodeResult encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id, 
     if (isReservedEventName(name)) return {{}, EncodeFault::ReservedName};
     const std::string quotedName = quoted(name);
     if (quotedName.empty()) return {{}, EncodeFault::NotEncodable};
-    return encode('2', '5', nsp, id, quotedName, items);
+    return encode({'2', '5', nsp, id, quotedName}, items);
 }
 
-EncodeResult encodeAck(std::string_view nsp, std::uint64_t id, const Array& items) { return encode('3', '6', nsp, id, {}, items); }
+EncodeResult encodeAck(std::string_view nsp, std::uint64_t id, const Array& items) {
+    return encode({'3', '6', nsp, id, {}}, items);
+}
 
 EncodedPacket encodeConnect(std::string_view nsp, const Value& payload) {
     EncodedPacket packet;
     appendHead(packet.text, '0', 0, nsp, std::nullopt);
-    if (!payload.isNil()) packet.text += writeJSON(payload).text;
+    if (!payload.isNil()) appendJSON(packet.text, payload);
     return packet;
 }
 

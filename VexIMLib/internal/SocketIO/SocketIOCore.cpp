@@ -111,10 +111,14 @@ bool SocketIOCore::emit(std::string_view event, const Array& items) {
     // Without the lock: it is the long part, and several threads may emit.
     const EncodeResult encoded = encodeEvent(nsp, std::nullopt, event, items);
     EmitFault fault = EmitFault::NotEncodable;
+    bool wakesPump = false;
     if (encoded.fault == EncodeFault::None) {
         const MutexLock lock(mutex_);
         fault = epoch == epoch_ ? enqueue(encoded.packet) : EmitFault::NotConnected;
+        wakesPump = fault == EmitFault::None && !std::exchange(pumpScheduled_, true);
     }
+    // Without the lock, or the network thread would wake up only to wait for it.
+    if (wakesPump) postPump();
     if (fault == EmitFault::None) return true;
     reportEmitFault(encoded.fault, fault, event);
     return false;
@@ -131,7 +135,7 @@ void SocketIOCore::emitWithAck(std::string_view event, const Array& items, std::
         error = makeError(SocketIOErrorNotEncodable, "The event cannot be sent.");
     } else {
         switch (enqueue(encoded.packet)) {
-            case EmitFault::None: break;
+            case EmitFault::None: schedulePump(); break;
             case EmitFault::NotConnected: error = makeError(SocketIOErrorNotConnected, "The socket is not connected."); break;
             case EmitFault::NotEncodable:
             case EmitFault::QueueFull:
@@ -168,12 +172,14 @@ SocketIOCore::EmitFault SocketIOCore::enqueue(const EncodedPacket& packet) {
     queuedBytes_ += cost;
     ++queuedMessages_;
     outbox_.push(packet);
-    schedulePump();
     return EmitFault::None;
 }
 
 void SocketIOCore::schedulePump() {
-    if (std::exchange(pumpScheduled_, true)) return;
+    if (!std::exchange(pumpScheduled_, true)) postPump();
+}
+
+void SocketIOCore::postPump() {
     NetworkThread::shared().post([self = shared_from_this()] { self->pump(); });
 }
 
@@ -181,7 +187,7 @@ void SocketIOCore::sendAck(Epoch epoch, std::uint64_t id, const Array& items) {
     const Section section(*this);
     if (epoch != epoch_) return;
     const EncodeResult encoded = encodeAck(joinedNsp_, id, items);
-    if (encoded.fault == EncodeFault::None && enqueue(encoded.packet) == EmitFault::None) return;
+    if (encoded.fault == EncodeFault::None && enqueue(encoded.packet) == EmitFault::None) return schedulePump();
     pushEvent("error", {"An acknowledgement could not be sent."});
 }
 

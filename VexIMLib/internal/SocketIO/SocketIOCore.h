@@ -87,6 +87,7 @@ private:
     EmitFault enqueue(const EncodedPacket& packet) VEXIM_REQUIRES(mutex_);
     void sendAck(Epoch epoch, std::uint64_t id, const Array& items);
     void schedulePump() VEXIM_REQUIRES(mutex_);
+    void postPump();
     void push(Delivery delivery) VEXIM_REQUIRES(mutex_);
     void pushEvent(std::string event, Array arguments) VEXIM_REQUIRES(mutex_);
     void failAcks(SocketIOErrorCode code) VEXIM_REQUIRES(mutex_);
