@@ -217,26 +217,6 @@ TEST_F(DownloadTest, AFullDiskIsAnErrorAndLeavesNothing) {
     }
 }
 
-TEST_F(DownloadTest, AHandleCancelsItAndNothingStays) {
-    serve([](Connection& connection) {
-        connection.readRequest();
-        connection.write("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf");
-        connection.waitForClose();
-    });
-    auto transfer = VXIMTransfer::transfer();
-    EXPECT_TRUE(downloadTo(
-                    folder / "target",
-                    [&](std::int32_t percent) {
-                        EXPECT_EQ(percent, 4);
-                        EXPECT_EQ(filesInFolder(), 1u) << "the temporary file";
-                        EXPECT_TRUE(transfer->cancel());
-                    },
-                    transfer)
-                    .starts_with("NSURLErrorDomain -999"));
-    EXPECT_EQ(filesInFolder(), 0u);
-    EXPECT_TRUE(transfer->isFinished());
-}
-
 TEST_F(DownloadTest, CancelledAtAnyMomentFromAnyThreadItEndsOnceAndCleanly) {
     const auto contents = noise(300'000);
     answerEverything(200, contents);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "networking/NetworkingTest.h"

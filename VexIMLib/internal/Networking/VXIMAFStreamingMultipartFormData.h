@@ -14,10 +14,6 @@
 #include "VexIMLib/internal/Networking/VXIMAFMultipartBodyStream.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 
-/// Throttling that suits slow mobile links: bytes a packet, and seconds between packets. Offered, not applied.
-inline constexpr std::size_t kVXIMAFUploadStream3GSuggestedPacketSize = 16384;
-inline constexpr double kVXIMAFUploadStream3GSuggestedDelay = 0.2;
-
 /// Builds a "multipart/form-data" body (RFC 7578) for a request, part by part; the wire keeps their order.
 class VXIMAFStreamingMultipartFormData : public vexim::Object {
 public:

@@ -116,7 +116,8 @@ public:
 
     /// Streams a body up and answers the started task. Retried like `sendWithCompletion`, but never after the first report
     /// of progress: a body that was begun cannot be replayed. Cancelling the task leaves `completion` uncalled; cancelling
-    /// through `transfer` (one handle for one upload) ends it with "NSURLErrorDomain" -999.
+    /// through `transfer` (one handle for one upload) ends it with "NSURLErrorDomain" -999. One that was cancelled before
+    /// starts nothing: the answer is nullptr.
     std::shared_ptr<vexim::URLSessionTask> uploadWithNewBodyStreamBlock(VXIMNewBodyStreamBlock newBodyStream, VXIMProgress progress,
                                                                         VXIMResultCompletion completion,
                                                                         std::shared_ptr<VXIMTransfer> transfer = nullptr);

@@ -1,5 +1,6 @@
 // Uploads and downloads: attempts with progress, which a handle can cancel in each of its stages.
 //
+//   not begun yet  --cancel-->  no task is made, the completion is queued
 //   an attempt runs  --cancel-->  the task ends with -999, its delegate completes
 //   a pause before the next attempt  --cancel-->  the completion is queued, the next attempt does not start
 
@@ -30,14 +31,23 @@ void finish(const VXIMTransferStages& stages, vexim::Value result, vexim::ErrorP
     if (completion) completion(std::move(result), std::move(error));
 }
 
+/// For a transfer that has nothing to be ended on its way to the network.
+void finishCancelled(const VXIMTransferStages& stages, const VXIMResultCompletion& completion) {
+    vexim::MainQueue::shared().async([stages, completion] { finish(stages, nullptr, nullptr, completion); });
+}
+
 }  // namespace
 
 std::shared_ptr<vexim::URLSessionTask> VXIMRequest::uploadWithNewBodyStreamBlock(VXIMNewBodyStreamBlock newBodyStream,
                                                                                  VXIMProgress progress,
                                                                                  VXIMResultCompletion completion,
                                                                                  std::shared_ptr<VXIMTransfer> transfer) {
-    if (!bodyStream_ && body_.isNil() && newBodyStream) bodyStream_ = newBodyStream();
     const VXIMTransferStages stages(transfer);
+    if (stages.isCancelled()) {
+        finishCancelled(stages, completion);
+        return nullptr;
+    }
+    if (!bodyStream_ && body_.isNil() && newBodyStream) bodyStream_ = newBodyStream();
     auto task = VXIMURLSessionManager::defaultManager()->uploadTaskWithRequest(
         *this, progressThatEndsRetries(progress),
         [self = self(), newBodyStream = std::move(newBodyStream), progress, completion = std::move(completion),
@@ -57,6 +67,10 @@ std::shared_ptr<vexim::URLSessionTask> VXIMRequest::downloadWithOutputStreamBloc
                                                                                   VXIMResultCompletion completion,
                                                                                   std::shared_ptr<VXIMTransfer> transfer) {
     const VXIMTransferStages stages(transfer);
+    if (stages.isCancelled()) {
+        finishCancelled(stages, completion);
+        return nullptr;
+    }
     auto task = VXIMURLSessionManager::defaultManager()->fileDownloadTaskWithRequest(
         *this, newOutputStream, progressThatEndsRetries(progress),
         [self = self(), newOutputStream, progress, completion = std::move(completion), transfer = std::move(transfer)](
@@ -81,9 +95,7 @@ void VXIMRequest::concludeTransfer(vexim::Value result, vexim::ErrorPtr error, c
                                    const std::shared_ptr<VXIMTransfer>& transfer, std::function<void()> again) {
     const VXIMTransferStages stages(transfer);
     if (stages.isCancelled() || !shouldRetry(error)) return finish(stages, std::move(result), std::move(error), completion);
-    stages.enter([stages, completion] {
-        vexim::MainQueue::shared().async([stages, completion] { finish(stages, nullptr, nullptr, completion); });
-    });
+    stages.enter([stages, completion] { finishCancelled(stages, completion); });
     auto failed = [stages, completion](const vexim::Value&, const vexim::ErrorPtr& raised) {
         finish(stages, nullptr, raised, completion);
     };
