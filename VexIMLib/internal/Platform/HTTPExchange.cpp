@@ -182,7 +182,7 @@ void HTTPExchange::Impl::describeBody() {
     if (longUpload) {
         curl_easy_setopt(easy(), CURLOPT_UPLOAD, 1L);
         curl_easy_setopt(easy(), CURLOPT_INFILESIZE_LARGE, length ? static_cast<curl_off_t>(*length) : curl_off_t{-1});
-        curl_easy_setopt(easy(), CURLOPT_UPLOAD_BUFFERSIZE, 64L * 1024);
+        curl_easy_setopt(easy(), CURLOPT_UPLOAD_BUFFERSIZE, 256L * 1024);
         if (streamed) reader_ = std::make_unique<BodyReader>(request_->bodyStream, length, [this] { resumeSending(); });
         isChunked_ = !length;
     } else if (hasBody_ || method == "POST" || method == "PUT" || method == "PATCH") {

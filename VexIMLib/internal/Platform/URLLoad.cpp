@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kMostHops = 20;
 constexpr std::size_t kMostHeldBody = 64 * 1024;
-constexpr std::size_t kDataPiece = 64 * 1024;  // with its copies, what stays in a core's cache
+constexpr std::size_t kDataPiece = 256 * 1024;  // each crosses to the delegate queue, and with its copies stays in a core's cache
 constexpr std::int64_t kMostUnconsumed = 1024 * 1024;
 constexpr std::chrono::milliseconds kSentReportInterval{10};
 
