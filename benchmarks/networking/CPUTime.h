@@ -5,9 +5,10 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdio>
+#include <optional>
 #include <string>
-#include <vector>
+
+#include "support/Table.h"
 
 namespace vexim::bench {
 
@@ -31,8 +32,8 @@ inline void stayOnOneCore() {
 
 /// Lets both sides take turns and keeps the best of each: what else the machine does can only add to it. Prints one line.
 template <class Ours, class Peer>
-void compareCPU(const std::string& name, int rounds, int ownWho, int peerWho, double operations, double limit, Ours ours,
-                Peer peer) {
+void compareCPU(const std::string& name, int rounds, int ownWho, int peerWho, double operations, std::optional<double> limit,
+                Ours ours, Peer peer) {
     double best[2] = {1e9, 1e9};
     for (int round = 0; round <= rounds; ++round) {  // the first one warms up
         double before = cpuSeconds(ownWho);
@@ -45,10 +46,7 @@ void compareCPU(const std::string& name, int rounds, int ownWho, int peerWho, do
         best[0] = std::min(best[0], own);
         best[1] = std::min(best[1], other);
     }
-    const double ratio = best[0] / best[1];
-    std::printf("%-44s %12.1f us %12.1f us   ratio %5.2f   limit %5.2f   %s\n", name.c_str(), best[0] / operations * 1e6,
-                best[1] / operations * 1e6, ratio, limit, ratio <= limit ? "ok" : "MISSED");
-    std::fflush(stdout);
+    printRatio(name, best[0] / operations * 1e6, best[1] / operations * 1e6, "us", limit);
 }
 
 }  // namespace vexim::bench

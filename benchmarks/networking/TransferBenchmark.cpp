@@ -158,7 +158,7 @@ int main(int argc, char** argv) {
                 runCurl({"curl", "-sS", "--fail", "--cacert", authority, "-H", "Expect:", "-F", "attachment=@" + source.string(),
                          origin + "/attachment"});
             });
-        std::printf("%-44s %12ld KiB   limit 4096   %s\n", "  peak memory grew by", growth, growth < 4096 ? "ok" : "MISSED");
+        vexim::bench::printAmount("  peak memory grew by", static_cast<double>(growth), "KiB", 4096);
         vexim::bench::compareCPU(
             "download over " + scheme, 3, RUSAGE_SELF, RUSAGE_CHILDREN, 1, 1.10,
             [&] {
@@ -170,7 +170,7 @@ int main(int argc, char** argv) {
                          origin + "/file?bytes=" + std::to_string(bytes)});
                 fs::remove(target);
             });
-        std::printf("%-44s %12ld KiB   limit 4096   %s\n", "  peak memory grew by", growth, growth < 4096 ? "ok" : "MISSED");
+        vexim::bench::printAmount("  peak memory grew by", static_cast<double>(growth), "KiB", 4096);
     }
     fs::remove_all(folder);
     return 0;

@@ -1,11 +1,12 @@
 #include "support/Comparison.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <iostream>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "support/Table.h"
 
 namespace vexim::bench {
 
@@ -38,9 +39,7 @@ public:
             const auto ours = best_.find(name + "/ours");
             const auto peer = best_.find(name + "/peer");
             if (ours == best_.end() || peer == best_.end()) continue;
-            const double ratio = ours->second / peer->second;
-            std::printf("%-44s %12.1f ns %12.1f ns   ratio %5.2f   limit %5.2f   %s\n", name.c_str(), ours->second, peer->second,
-                        ratio, limit, ratio <= limit ? "ok" : "MISSED");
+            printRatio(name, ours->second, peer->second, "ns", limit);
         }
     }
 

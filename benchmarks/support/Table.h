@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+namespace vexim::bench {
+
+// The rows of the one table that scripts/bench prints. A figure beyond its limit is marked "MISSED", which the script looks for;
+// a row without a limit is there for information.
+
+inline void printVerdict(double figure, std::optional<double> limit) {
+    if (limit) {
+        std::printf("   limit %5.2f   %s\n", *limit, figure <= *limit ? "ok" : "MISSED");
+    } else {
+        std::printf("   for information\n");
+    }
+    std::fflush(stdout);
+}
+
+/// What an operation costs us and the peer, in `unit`, and the ratio, which is to stay within `limit`.
+inline void printRatio(const std::string& name, double ours, double peer, const char* unit, std::optional<double> limit) {
+    std::printf("%-52s %12.2f %s %12.2f %s   ratio %5.2f", name.c_str(), ours, unit, peer, unit, ours / peer);
+    printVerdict(ours / peer, limit);
+}
+
+/// An amount of its own, without a peer.
+inline void printAmount(const std::string& name, double amount, const char* unit, std::optional<double> limit) {
+    std::printf("%-52s %12.1f %-3s %15s %-14s", name.c_str(), amount, unit, "", "");
+    printVerdict(amount, limit);
+}
+
+}  // namespace vexim::bench
