@@ -100,11 +100,12 @@ void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompleti
     options.set("connectParams", Dictionary{{"auth", authText}});
     const auto socket = impl_->makeSocket(impl_->config->socketURL(), options);
     impl_->socketio.set(socket);
+    socket->recordInto(impl_->record);
     socket->joinNamespace(impl_->config->nsp().value_or(""));
 
     setupEventHandlers();
     socket->connect();
-    impl_->status = VXIMClientStatusOpening;
+    impl_->enter(VXIMClientStatusOpening);
 }
 
 void VXIMClient::setupEventHandlers() {
@@ -115,7 +116,7 @@ void VXIMClient::setupEventHandlers() {
     };
     on("connect", [](VXIMClient& client, const Array&) { client.socketDidConnect(); });
     on("reconnect", [](VXIMClient& client, const Array&) {
-        client.impl_->status = VXIMClientStatusResuming;
+        client.impl_->enter(VXIMClientStatusResuming);
         client.impl_->tellDelegate(&VXIMClientDelegate::clientAttemptReconnect, client.self());
     });
     on("disconnect", [](VXIMClient& client, const Array&) { client.socketDidDisconnect(); });
@@ -139,7 +140,7 @@ void VXIMClient::socketDidConnect() {
     const auto socket = socketio();
     if (!socket || socket->nsp() != normalisedNamespace(impl_->config->nsp()) || !impl_->offlineTemporally) return;
     if (const auto user = currentUser()) user->setOnline(true);
-    impl_->status = VXIMClientStatusOpened;
+    impl_->enter(VXIMClientStatusOpened);
 }
 
 void VXIMClient::socketDidDisconnect() {
@@ -150,7 +151,7 @@ void VXIMClient::socketDidDisconnect() {
     if (impl_->tryLogout) {
         didLogout();
     } else {
-        impl_->status = VXIMClientStatusPaused;
+        impl_->enter(VXIMClientStatusPaused);
     }
     impl_->tellDelegate(&VXIMClientDelegate::clientDidDisconnect, self());
 }
@@ -166,11 +167,13 @@ void VXIMClient::didReceiveLoginAnswer(const Value& answer) {
 
 void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error) {
     const auto socket = socketio();
+    impl_->record->add("login answered",
+                       error ? Dictionary{{"accepted", success}, {"code", error->code()}} : Dictionary{{"accepted", success}});
     if (const auto completion = std::exchange(impl_->openCompletionBlock, nullptr)) completion(success, error);
     if (!success) return;              // the status stays at Opening, the connection stays open
     if (socketio() != socket) return;  // a completion may run the main queue, and a logout on it
 
-    impl_->status = VXIMClientStatusOpened;
+    impl_->enter(VXIMClientStatusOpened);
     Dictionary userInfo;
     userInfo.setOrRemove("user", currentUser());
     NotificationCenter::defaultCenter().post(VXIMUserDidLoginNotification, self(), std::move(userInfo));
@@ -186,11 +189,11 @@ void VXIMClient::didReceivePresence(const char* notificationName, PresenceCall d
 void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
     MainQueue::shared().async([self = self(), completion = std::move(completion)]() mutable {
         const VXIMClientStatus remembered = self->status();
-        self->impl_->status = VXIMClientStatusClosing;
+        self->impl_->enter(VXIMClientStatusClosing);
         self->deleteCurrentInstallIdCompletion(
             [self, remembered, completion = std::move(completion)](bool succeeded, const ErrorPtr& error) {
                 if (!succeeded) {
-                    self->impl_->status = remembered;
+                    self->impl_->enter(remembered);
                     if (completion) completion(false, error);
                     return;
                 }
@@ -220,7 +223,7 @@ void VXIMClient::deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completi
 }
 
 void VXIMClient::didLogout() {
-    impl_->status = VXIMClientStatusClosed;
+    impl_->enter(VXIMClientStatusClosed);
     resetFlags();
     if (const auto socket = socketio()) socket->removeAllHandlers();
     impl_->currentUser.set(nullptr);
@@ -238,7 +241,7 @@ void VXIMClient::pause() {
 
 void VXIMClient::resume() {
     MainQueue::shared().async([self = self()] {
-        self->impl_->status = VXIMClientStatusResuming;
+        self->impl_->enter(VXIMClientStatusResuming);
         if (const auto socket = self->socketio()) socket->connect();
     });
 }

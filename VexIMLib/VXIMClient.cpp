@@ -1,5 +1,7 @@
 #include "VexIMLib/VXIMClient.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "VexIMLib/Foundation/Exception.h"
@@ -38,6 +40,36 @@ bool VXIMClient::initialise(std::shared_ptr<VXIMClientConfiguration> configurati
 }
 
 VXIMClientStatus VXIMClient::status() const noexcept { return impl_->status; }
+
+namespace {
+
+const char* nameOf(VXIMClientStatus status) {
+    switch (status) {
+        case VXIMClientStatusNone: return "none";
+        case VXIMClientStatusOpening: return "opening";
+        case VXIMClientStatusOpened: return "opened";
+        case VXIMClientStatusPaused: return "paused";
+        case VXIMClientStatusResuming: return "resuming";
+        case VXIMClientStatusClosing: return "closing";
+        case VXIMClientStatusClosed: return "closed";
+    }
+    return "unknown";
+}
+
+}  // namespace
+
+void VXIMClient::Impl::enter(VXIMClientStatus next) {
+    const auto former = status.exchange(next);
+    if (former != next) record->add("status", {{"from", nameOf(former)}, {"to", nameOf(next)}});
+}
+
+VXIMDiagnosis VXIMClient::diagnose() const {
+    auto events = impl_->record->events();
+    auto requests = vexim::EventRecord::ofRequests().events();
+    std::ranges::move(requests, std::back_inserter(events));
+    std::ranges::stable_sort(events, {}, &VXIMDiagnosisEvent::time);
+    return VXIMDiagnosis(std::move(events));
+}
 
 std::shared_ptr<VXIMClientDelegate> VXIMClient::delegate() const { return impl_->delegate.lock(); }
 

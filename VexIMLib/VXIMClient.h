@@ -13,6 +13,7 @@
 #include "VexIMLib/Foundation/URL.h"
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMCompletions.h"
+#include "VexIMLib/VXIMDiagnosis.h"
 #include "VexIMLib/VXIMTransfer.h"
 
 class VXIMClientConfiguration;
@@ -69,6 +70,9 @@ public:
 
     /// Where the session stands, now.
     VXIMClientStatus status() const noexcept;
+    /// What has lately happened to this client, for a report of trouble, together with the REST requests of the process that
+    /// failed; redacted. Callable from any thread.
+    VXIMDiagnosis diagnose() const;
     /// Held weakly. Main thread only.
     std::shared_ptr<VXIMClientDelegate> delegate() const;
     void setDelegate(const std::shared_ptr<VXIMClientDelegate>& delegate);

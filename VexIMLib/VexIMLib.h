@@ -24,6 +24,7 @@
 #include "VexIMLib/VXIMClientDelegate.h"
 #include "VexIMLib/VXIMCompletions.h"
 #include "VexIMLib/VXIMConstants.h"
+#include "VexIMLib/VXIMDiagnosis.h"
 #include "VexIMLib/VXIMFriendInfo.h"
 #include "VexIMLib/VXIMGroup.h"
 #include "VexIMLib/VXIMMessage.h"

@@ -11,6 +11,7 @@
 #include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/VXIMClientDelegate.h"
 #include "VexIMLib/VXIMUser.h"
+#include "VexIMLib/internal/Platform/EventRecord.h"
 #include "VexIMLib/internal/SocketIO/SocketIOClient.h"
 
 /// A pointer that one thread sets and any may read.
@@ -40,6 +41,7 @@ struct VXIMClient::Impl {
     SocketFactory makeSocket;
 
     // Any thread.
+    const std::shared_ptr<vexim::EventRecord> record = std::make_shared<vexim::EventRecord>();
     std::atomic<VXIMClientStatus> status{VXIMClientStatusNone};
     SharedPointer<VXIMUser> currentUser;  // set on the main thread, and by a login on its caller's
     SharedPointer<vexim::SocketIOClient> socketio;
@@ -55,6 +57,8 @@ struct VXIMClient::Impl {
     std::shared_ptr<VXIMClient> keptUntilClosed;  // this client, while a logout waits for its connection to close
     std::optional<vexim::Array> onlineFriends;
     std::optional<vexim::Dictionary> messages;
+
+    void enter(VXIMClientStatus next);
 
     /// Calls the delegate, if there is one.
     template <class... Parameters, class... Arguments>

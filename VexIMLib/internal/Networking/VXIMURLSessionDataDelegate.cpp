@@ -1,10 +1,13 @@
 #include "VexIMLib/internal/Networking/VXIMURLSessionDataDelegate.h"
 
+#include <cmath>
 #include <thread>
 #include <utility>
 
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/internal/Networking/NetworkingErrors.h"
+#include "VexIMLib/internal/Platform/EventRecord.h"
+#include "VexIMLib/internal/Platform/URLErrors.h"
 
 const std::shared_ptr<vexim::OutputStream>& VXIMURLSessionDataDelegate::outputStream() {
     if (!outputStream_) outputStream_ = vexim::OutputStream::toMemory();
@@ -49,11 +52,21 @@ void VXIMURLSessionDataDelegate::parseResultOfTask(const vexim::URLSessionTask& 
         return;
     }
     if (const auto response = task.response(); response && !error_) {
-        error_ = vexim::rest::badServerResponse(status, response->url.absoluteString());
+        error_ = vexim::rest::badServerResponse(status, vexim::failingURLText(response->url));
     }
 }
 
-void VXIMURLSessionDataDelegate::logFailedTask(const vexim::URLSessionTask&, const vexim::ErrorPtr&) {}
+void VXIMURLSessionDataDelegate::logFailedTask(const vexim::URLSessionTask& task, const vexim::ErrorPtr& error) {
+    if (!error) return;
+    // Neither path nor query: ids and tokens stand there.
+    const auto request = task.originalRequest();
+    vexim::Dictionary details{{"method", request->method}, {"domain", error->domain()}, {"code", error->code()}};
+    if (const auto underlying = error->underlyingError()) details.set("underlying", underlying->code());
+    if (request->url) details.set("host", request->url->host());
+    if (const auto status = statusOfTask(task); status != 0) details.set("status", status);
+    details.set("seconds", std::round(duration_ * 1000) / 1000);
+    vexim::EventRecord::ofRequests().add("request failed", std::move(details));
+}
 
 vexim::ErrorPtr VXIMURLSessionDataDelegate::errorWithError(const vexim::ErrorPtr& error, const vexim::ErrorPtr& underlying) {
     if (!error) return underlying;

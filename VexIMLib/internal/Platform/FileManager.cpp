@@ -31,29 +31,25 @@ enum CocoaFileError : std::int64_t {
     FileWriteVolumeReadOnly = 642,
 };
 
-ErrorPtr fileError(std::int64_t code, int errnum, const std::string& path, std::string_view what) {
+ErrorPtr fileError(std::int64_t code, int errnum, std::string_view what) {
     const std::string reason = std::generic_category().message(errnum);
     Dictionary info;
-    info.set(kLocalizedDescriptionKey, "The file \"" + std::filesystem::path(path).filename().string() + "\" couldn't be " +
-                                           std::string(what) + ": " + reason + ".");
-    info.set("NSFilePath", path);
+    info.set(kLocalizedDescriptionKey, "The file couldn't be " + std::string(what) + ": " + reason + ".");
     info.set(kUnderlyingErrorKey, Error::withDescription(kPOSIXErrorDomain, errnum, reason));
     return Error::make(kCocoaErrorDomain, code, std::move(info));
 }
 
-ErrorPtr failIf(const std::error_code& failure, const std::string& path) {
-    return failure ? fileWriteError(failure.value(), path) : nullptr;
-}
+ErrorPtr failIf(const std::error_code& failure) { return failure ? fileWriteError(failure.value()) : nullptr; }
 
-std::nullopt_t refuse(ErrorPtr* error, const std::string& path) {
+std::nullopt_t refuse(ErrorPtr* error) {
     const int errnum = errno;
-    if (error) *error = fileReadError(errnum, path);
+    if (error) *error = fileReadError(errnum);
     return std::nullopt;
 }
 
 }  // namespace
 
-ErrorPtr fileReadError(int errnum, const std::string& path) {
+ErrorPtr fileReadError(int errnum) {
     const auto code = [errnum]() -> std::int64_t {
         switch (errnum) {
             case ENOENT:
@@ -64,10 +60,10 @@ ErrorPtr fileReadError(int errnum, const std::string& path) {
             default: return FileReadUnknown;
         }
     }();
-    return fileError(code, errnum, path, "opened");
+    return fileError(code, errnum, "opened");
 }
 
-ErrorPtr fileWriteError(int errnum, const std::string& path) {
+ErrorPtr fileWriteError(int errnum) {
     const auto code = [errnum]() -> std::int64_t {
         switch (errnum) {
             case ENOENT:
@@ -82,7 +78,7 @@ ErrorPtr fileWriteError(int errnum, const std::string& path) {
             default: return FileWriteUnknown;
         }
     }();
-    return fileError(code, errnum, path, "saved");
+    return fileError(code, errnum, "saved");
 }
 
 std::string temporaryDirectory() {
@@ -115,7 +111,7 @@ bool isReachable(const std::string& path) { return ::access(path.c_str(), R_OK) 
 
 std::optional<FileAttributes> attributes(const std::string& path, ErrorPtr* error) {
     struct stat status {};
-    if (::stat(path.c_str(), &status) != 0) return refuse(error, path);
+    if (::stat(path.c_str(), &status) != 0) return refuse(error);
     return FileAttributes{static_cast<std::uint64_t>(status.st_size), S_ISDIR(status.st_mode), S_ISREG(status.st_mode)};
 }
 
@@ -123,31 +119,31 @@ ErrorPtr createDirectory(const std::string& path, bool withIntermediates) {
     std::error_code failure;
     if (withIntermediates) {
         std::filesystem::create_directories(path, failure);
-        if (!failure && !isDirectory(path)) return fileWriteError(EEXIST, path);
+        if (!failure && !isDirectory(path)) return fileWriteError(EEXIST);
     } else if (!std::filesystem::create_directory(path, failure) && !failure) {
-        return fileWriteError(EEXIST, path);
+        return fileWriteError(EEXIST);
     }
-    return failIf(failure, path);
+    return failIf(failure);
 }
 
 ErrorPtr remove(const std::string& path) {
     std::error_code failure;
-    if (std::filesystem::remove_all(path, failure) == 0 && !failure) return fileWriteError(ENOENT, path);
-    return failIf(failure, path);
+    if (std::filesystem::remove_all(path, failure) == 0 && !failure) return fileWriteError(ENOENT);
+    return failIf(failure);
 }
 
 ErrorPtr move(const std::string& from, const std::string& to) {
-    return ::rename(from.c_str(), to.c_str()) == 0 ? nullptr : fileWriteError(errno, from);
+    return ::rename(from.c_str(), to.c_str()) == 0 ? nullptr : fileWriteError(errno);
 }
 
 std::optional<Data> contents(const std::string& path, ErrorPtr* error) {
     const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file) return refuse(error, path);
+    if (!file) return refuse(error);
     std::string bytes;
     char buffer[65536];
     for (;;) {
         const ssize_t count = file.read(buffer, sizeof buffer);
-        if (count < 0) return refuse(error, path);
+        if (count < 0) return refuse(error);
         if (count == 0) return Data::fromString(std::move(bytes));
         bytes.append(buffer, static_cast<std::size_t>(count));
     }
@@ -156,7 +152,7 @@ std::optional<Data> contents(const std::string& path, ErrorPtr* error) {
 ErrorPtr writeAtomically(const Data& data, const std::string& path) {
     std::string temporary = path + ".XXXXXX";
     FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
-    if (!file) return fileWriteError(errno, path);
+    if (!file) return fileWriteError(errno);
     std::string_view rest = data.view();
     ssize_t count = 0;
     while (!rest.empty() && (count = file.write(rest.data(), rest.size())) >= 0)
@@ -166,7 +162,7 @@ ErrorPtr writeAtomically(const Data& data, const std::string& path) {
         return nullptr;
     const int errnum = errno;
     ::unlink(temporary.c_str());
-    return fileWriteError(errnum, path);
+    return fileWriteError(errnum);
 }
 
 std::vector<std::string> contentsOfDirectory(const std::string& path) {

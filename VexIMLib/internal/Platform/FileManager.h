@@ -48,7 +48,7 @@ std::vector<std::string> contentsOfDirectory(const std::string& path);
 }  // namespace FileManager
 
 /// The errors of this file's functions and of file streams, from an errno.
-ErrorPtr fileReadError(int errnum, const std::string& path);
-ErrorPtr fileWriteError(int errnum, const std::string& path);
+ErrorPtr fileReadError(int errnum);
+ErrorPtr fileWriteError(int errnum);
 
 }  // namespace vexim

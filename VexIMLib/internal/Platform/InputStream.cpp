@@ -79,7 +79,7 @@ public:
 
 private:
     void fail(int errnum) {
-        error_ = fileReadError(errnum, path_);
+        error_ = fileReadError(errnum);
         status_ = StreamStatus::Error;
     }
 

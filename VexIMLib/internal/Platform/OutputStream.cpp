@@ -68,7 +68,7 @@ public:
         if (!file_) fail(errno);
     }
     void close() override {
-        if (!file_.close() && !error_) error_ = fileWriteError(errno, path_);
+        if (!file_.close() && !error_) error_ = fileWriteError(errno);
         status_ = StreamStatus::Closed;
     }
     std::int64_t write(const std::uint8_t* bytes, std::size_t length) override {
@@ -83,7 +83,7 @@ public:
 
 private:
     void fail(int errnum) {
-        error_ = fileWriteError(errnum, path_);
+        error_ = fileWriteError(errnum);
         status_ = StreamStatus::Error;
     }
 

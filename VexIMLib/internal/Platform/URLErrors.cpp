@@ -41,10 +41,20 @@ std::string_view urlErrorDescription(std::int64_t code) noexcept {
     }
 }
 
+std::string failingURLText(const URL& url) {
+    // An attachment's address that is no URL of ours is taken for a path: then one may stand inside it, credentials and all.
+    const bool isNested = url.encodedPath().find('@') != std::string::npos;
+    if (!isNested && !url.user() && !url.password() && !url.query()) return url.absoluteString();
+    const std::string& host = url.host();
+    return url.scheme() + "://" + (host.find(':') == std::string::npos ? host : "[" + host + "]") +
+           (url.port() ? ":" + std::to_string(*url.port()) : "") + (isNested ? "/redacted" : url.encodedPath()) +
+           (url.query() ? "?redacted" : "");
+}
+
 ErrorPtr makeURLError(std::int64_t code, const std::optional<URL>& url, std::string_view detail) {
     Dictionary info;
     info.set(kLocalizedDescriptionKey, urlErrorDescription(code));
-    if (url) info.set(kFailingURLKey, url->absoluteString());
+    if (url) info.set(kFailingURLKey, failingURLText(*url));
     if (!detail.empty()) info.set("NSDebugDescription", detail);
     return Error::make(kURLErrorDomain, code, std::move(info));
 }

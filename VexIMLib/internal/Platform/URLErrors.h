@@ -13,6 +13,9 @@ namespace vexim {
 /// The published description of a URL loading code, for instance "The request timed out." for -1001.
 std::string_view urlErrorDescription(std::int64_t code) noexcept;
 
+/// A URL as errors name it: without what may hold credentials (user and password, query, a path with a URL in it).
+std::string failingURLText(const URL& url);
+
 /// An error in NSURLErrorDomain with its published description and, when given, the failing URL and a technical `detail` under
 /// "NSDebugDescription".
 ErrorPtr makeURLError(std::int64_t code, const std::optional<URL>& url = std::nullopt, std::string_view detail = {});

@@ -5,6 +5,7 @@
 #include <exception>
 #include <utility>
 
+#include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/Foundation/ThreadSafety.h"
 #include "VexIMLib/internal/Platform/URLErrors.h"
@@ -211,8 +212,10 @@ void URLSessionTask::Impl::handle(LoadEvent::End event) {
     if (!listener) return;
     try {
         listener->taskDidCompleteWithError(*session, self(), reason);
-    } catch (const std::exception& thrown) {
-        log(LogLevel::Error, std::string("The delegate threw at a task's end: ") + thrown.what());
+    } catch (const Exception& raised) {  // its reason may quote what is nobody else's business
+        log(LogLevel::Error, "The delegate raised " + raised.name() + " at a task's end.");
+    } catch (const std::exception&) {
+        log(LogLevel::Error, "The delegate threw at a task's end.");
     }
 }
 

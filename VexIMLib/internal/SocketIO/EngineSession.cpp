@@ -153,7 +153,8 @@ void EngineSession::refused(int status, std::string_view body, std::string reaso
     Dictionary detail;
     if (status != 0) {
         detail.set("status", status);
-        detail.set("body", body.substr(0, 1024));
+        // Any other body may be a page that quotes what was asked for, credentials and all.
+        if (code) detail.set("body", body.substr(0, 1024));
     }
     end(EndCause::ConnectFailed, std::move(reason), std::move(detail), code == EngineError::SessionUnknown);
 }

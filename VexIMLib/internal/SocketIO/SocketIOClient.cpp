@@ -24,6 +24,7 @@ public:
         return true;
     }
 
+    void recordInto(std::shared_ptr<EventRecord> record) override { core_->recordInto(std::move(record)); }
     void joinNamespace(std::string_view nsp) override { core_->joinNamespace(nsp); }
     std::string nsp() const override { return core_->nsp(); }
     void connect() override { core_->connect(); }

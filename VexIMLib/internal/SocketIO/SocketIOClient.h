@@ -17,6 +17,8 @@
 
 namespace vexim {
 
+class EventRecord;
+
 /// What a client's `status()` says. Only at 3 do events go out.
 enum SocketIOStatus : std::int32_t {
     SocketIOStatusNotConnected = 0,  ///< never asked to connect
@@ -89,6 +91,9 @@ public:
     /// A client for `url` (http, https, ws or wss; nil, or another scheme: `connect` gives "error"). The options are
     /// listed in docs/socketio.md; an unknown key or a value of the wrong type is logged once and ignored.
     static std::shared_ptr<SocketIOClient> create(const std::optional<URL>& url, const Dictionary& options);
+
+    /// Where to write down what the connection goes through. To be called before the first `connect()`.
+    virtual void recordInto(std::shared_ptr<EventRecord> record) { static_cast<void>(record); }
 
     /// Chooses the namespace of the next `connect()`; "/" at first. Empty is "/", a missing leading slash is added, and a
     /// query ("/chat?x=y") goes to servers 2.x only, which alone know one.

@@ -1,4 +1,5 @@
 // The core's half that lives on the network thread: links, reconnects, the queue's emptying, deadlines of answers.
+#include <cmath>
 #include <utility>
 
 #include "VexIMLib/Foundation/Log.h"
@@ -21,10 +22,37 @@ Array errorArguments(const std::string& description, const Value& detail) {
     return arguments;
 }
 
+/// Where the server gives the reason in its own words, they stay out.
+Dictionary describeEnd(const action::Ended& ended, bool wasJoined) {
+    constexpr const char* kCauses[] = {"asked",           "server disconnect", "refused",        "connect failed",
+                                       "connection lost", "heartbeat missed",  "protocol fault", "limit passed"};
+    static_assert(static_cast<int>(EndCause::LimitPassed) == 7);
+    Dictionary details{{"cause", kCauses[static_cast<std::size_t>(ended.cause)]}, {"joined", wasJoined}};
+    if (ended.cause != EndCause::Refused) details.set("reason", ended.why);
+    if (const Value status = ended.detail.get("status"); status.isNumber()) details.set("status", status);
+    return details;
+}
+
 }  // namespace
 
-void SocketIOCore::note(std::string_view line) const {
-    if (options_.log) log(LogLevel::Debug, "socket.io: " + std::string(line));
+void SocketIOCore::note(std::string_view what, Dictionary details) const {
+    if (options_.log) log(LogLevel::Debug, "socket.io: " + VXIMDiagnosisEvent{0, std::string(what), details}.description());
+    if (record_) record_->add(what, std::move(details));
+}
+
+void SocketIOCore::linkDidTrip(const SessionEvent& what) {
+    using Stage = event::WebSocketFailed::Stage;
+    if (const auto* failed = std::get_if<event::WebSocketFailed>(&what)) {
+        constexpr const char* kStages[] = {"resolve", "connect", "tls", "proxy", "handshake"};
+        static_assert(static_cast<int>(Stage::Handshake) == 4);
+        Dictionary details{{"stage", kStages[static_cast<std::size_t>(failed->stage)]}, {"reason", failed->reason}};
+        if (failed->httpStatus != 0) details.set("status", failed->httpStatus);
+        note("websocket failed", std::move(details));
+    } else if (const auto* closed = std::get_if<event::WebSocketClosed>(&what)) {
+        note("websocket closed", {{"reason", closed->reason.empty() ? "the peer closed" : closed->reason}});
+    } else if (const auto* request = std::get_if<event::RequestFailed>(&what)) {
+        note("polling failed", {{"reason", request->reason}});
+    }
 }
 
 void SocketIOCore::startLink(Epoch epoch) {
@@ -52,7 +80,10 @@ void SocketIOCore::startLink(Epoch epoch) {
     TransportOptions transport = options_.transport;
     transport.endpoint = *endpoint_;
     transport.proxy = proxyFor(endpoint_->isSecure, endpoint_->host, endpoint_->port);
-    note("connecting to " + endpoint_->authorityWithPort());
+    note("connecting", {{"to", endpoint_->authorityWithPort()},
+                        {"tls", endpoint_->isSecure},
+                        {"proxy", transport.proxy.has_value()},
+                        {"attempt", std::int64_t{attempt_}}});
     link_ = std::make_shared<SocketIOLink>(std::move(session), std::move(transport), static_cast<SocketIOLink::Owner&>(*this),
                                            SocketIOLink::Environment{Clock::shared(), &HostResolver::system()});
     link_->start();
@@ -86,6 +117,7 @@ void SocketIOCore::scheduleReconnect(Epoch epoch) {
     const auto wait = reconnectDelay(options_.reconnect, attempt_, Random::shared()->next32());
     if (!wait) return;
     waitingFor_ = epoch;
+    note("waiting", {{"seconds", std::round(std::chrono::duration<double>(*wait).count() * 10) / 10}});
     if (!reconnectTimer_) reconnectTimer_ = std::make_unique<NetworkTimer>();
     reconnectTimer_->startAt(Clock::shared()->now() + *wait, [weak = weak_from_this(), epoch] {
         if (const auto self = weak.lock()) self->attemptReconnect(epoch);
@@ -134,6 +166,7 @@ void SocketIOCore::pump() {
 }
 
 void SocketIOCore::linkDidJoin(const action::Joined& joined) {
+    note("joined", {{"revision", joined.revision == EngineRevision::V3 ? 3 : 4}});
     joined_ = true;
     joinedAt_ = Clock::shared()->now();
     reconnecting_ = false;
@@ -212,7 +245,7 @@ void SocketIOCore::linkDidEnd(const action::Ended& ended) {
     preferWebSocket_ = ended.preferWebSocket;
     const bool wasJoined = std::exchange(joined_, false);
     if (wasJoined && joinedAt_ && Clock::shared()->now() - *joinedAt_ >= options_.reconnect.stableAfter) attempt_ = 0;
-    note("the connection ended: " + ended.why);
+    note("ended", describeEnd(ended, wasJoined));
 
     const bool isFinal =
         ended.cause == EndCause::Asked || ended.cause == EndCause::ServerDisconnect || ended.cause == EndCause::Refused;

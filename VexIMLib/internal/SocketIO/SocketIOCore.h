@@ -17,6 +17,7 @@
 #include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/Foundation/Random.h"
 #include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Platform/EventRecord.h"
 #include "VexIMLib/internal/Platform/NetworkThread.h"
 #include "VexIMLib/internal/SocketIO/EventHandlers.h"
 #include "VexIMLib/internal/SocketIO/Outbox.h"
@@ -35,6 +36,9 @@ class SocketIOCore final : public std::enable_shared_from_this<SocketIOCore>, pr
 public:
     SocketIOCore(std::optional<Endpoint> endpoint, SocketIOOptions options);
     ~SocketIOCore();
+
+    /// See SocketIOClient; before the first connect().
+    void recordInto(std::shared_ptr<EventRecord> record) { record_ = std::move(record); }
 
     // The client's operations; see SocketIOClient. Any thread.
     void joinNamespace(std::string_view nsp);
@@ -110,14 +114,16 @@ private:
     void expireAcks();
     void flushTurn();
     void retireLink();
-    void note(std::string_view line) const;
+    void note(std::string_view what, Dictionary details = {}) const;
 
     void linkDidJoin(const action::Joined& joined) override;
     void linkDidReceive(Packet packet, std::size_t bytes) override;
+    void linkDidTrip(const SessionEvent& what) override;
     void linkDidReport(const action::Report& report) override;
     void linkDidEndTurn() override;
     void linkDidEnd(const action::Ended& ended) override;
 
+    std::shared_ptr<EventRecord> record_;  // constant once connected; may be nullptr
     const std::optional<Endpoint> endpoint_;
     const SocketIOOptions options_;
     EventHandlers handlers_;

@@ -70,6 +70,10 @@ void SocketIOLink::didHappen(const SessionEvent& what) {
     if (const auto* text = std::get_if<event::WebSocketText>(&what)) receivedBytes_ = text->text.size();
     if (const auto* binary = std::get_if<event::WebSocketBinary>(&what)) receivedBytes_ += binary->bytes.size();
     if (const auto* answer = std::get_if<event::GetAnswered>(&what)) receivedBytes_ = answer->body.size();
+    if (std::holds_alternative<event::WebSocketFailed>(what) || std::holds_alternative<event::WebSocketClosed>(what) ||
+        std::holds_alternative<event::RequestFailed>(what)) {
+        owner_.linkDidTrip(what);
+    }
     session_.on(what, environment_.clock->now(), actions_);
     perform();
 }

@@ -27,6 +27,8 @@ public:
         virtual void linkDidJoin(const action::Joined& joined) = 0;
         /// `bytes` is what the packet took on the wire.
         virtual void linkDidReceive(Packet packet, std::size_t bytes) = 0;
+        /// A transport failed or closed; the session may go on with another.
+        virtual void linkDidTrip(const SessionEvent& what) = 0;
         virtual void linkDidReport(const action::Report& report) = 0;
         /// What was heard can be handed on together, and there may be room to emit.
         virtual void linkDidEndTurn() = 0;

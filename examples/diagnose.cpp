@@ -1,0 +1,21 @@
+// Tells what went wrong: live, through the log, and afterwards, as a report that can be shown to anybody.
+#include <VexIMLib/VexIMLib.h>
+
+#include <iostream>
+
+int main() {
+    vexim::setLogSink(vexim::LogLevel::Info,
+                      [](vexim::LogLevel, std::string_view line) { std::clog << "log: " + std::string(line) + "\n"; });
+
+    auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
+    client->config()->setSocketURL(vexim::URL::parse("http://127.0.0.1:1"));  // where nobody listens
+
+    auto observer = std::make_shared<int>();
+    vexim::NotificationCenter::defaultCenter().addObserver(observer, "socket.io.error", client.get(),
+                                                           [](const vexim::Notification&) { vexim::MainQueue::shared().quit(); });
+    client->loginWithUserId("alice", {});
+    vexim::MainQueue::shared().run();
+
+    std::cout << client->diagnose().text();
+    return client->diagnose().events().empty() ? 1 : 0;
+}
