@@ -16,7 +16,7 @@ void HostLoop::run(const std::function<void()>& turned) {
         const auto watched = watched_;                                                        // which a callback may change
         for (std::size_t at = 0; at < watched.size(); ++at) {
             const auto events = descriptors[at + 1].revents;
-            if (events != 0) watched[at].second((events & POLLIN) == 0);
+            if (events != 0) watched[at].second((events & (POLLHUP | POLLERR | POLLNVAL)) != 0);
         }
     }
 }

@@ -75,18 +75,14 @@ void Program::readSignals(int signals) {
 }
 
 void Program::readKeys(bool isOver) {
-    bool any = false;
     while (const auto key = screen_->read()) {
-        any = true;
         try {
             didPress(*key);
         } catch (const std::exception& error) {
             notice(error.what(), true);
         }
     }
-    // The terminal says that there is something, and then there is nothing: it has gone.
-    char byte = 0;
-    if (isOver || (!any && ::read(STDIN_FILENO, &byte, 0) < 0)) end(status_);
+    if (isOver) end(status_);
 }
 
 void Program::didPress(const Key& key) {
@@ -98,7 +94,7 @@ void Program::didPress(const Key& key) {
         return;
     }
     switch (key.code) {
-        case Code::Character: return line_.insert(std::wstring(1, key.character));
+        case Code::Character: return line_.insert(wide(harmless(narrow(std::wstring(1, key.character)))));
         case Code::Control: return didPressControl(key.character);
         case Code::Alt: return didPressAlt(key.character);
         case Code::Enter: return take();

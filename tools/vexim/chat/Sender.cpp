@@ -54,7 +54,7 @@ void Sender::sendFile(const Address& to, const std::string& path) {
 void Sender::send(const Address& to, Entry entry, const std::shared_ptr<VXIMMessage>& message) {
     address(*message, to);
     entry.isOwn = true;
-    entry.sender = session_.me();
+    entry.sender = session_.me().empty() ? "me" : session_.me();
     entry.time = Session::now();
     entry.delivery = Delivery::Sending;
     const bool isFile = entry.file.has_value();

@@ -77,9 +77,9 @@ void Session::tryAgainLater(const std::string& reason) {
 void Session::didFail(const std::string& reason) {
     switch (state_.phase()) {
         case SessionState::Phase::Connecting: return tryAgainLater(reason);
-        case SessionState::Phase::Lost:
         case SessionState::Phase::Reconnecting: return state_.attemptFailed(reason, now());
         case SessionState::Phase::Waiting:
+        case SessionState::Phase::Lost:
         case SessionState::Phase::Paused:
         case SessionState::Phase::Leaving:
         case SessionState::Phase::Refused: return;

@@ -11,7 +11,8 @@ namespace chat {
 namespace {
 
 constexpr wchar_t kUnknown = 0xFFFD;
-constexpr std::size_t kLongest = 16'384;  // places of one text that are painted
+constexpr std::size_t kLongest = 16'384;       // characters of one text that are painted …
+constexpr std::size_t kLongestBytes = 65'536;  // … and bytes that are looked at
 
 bool isSkinTone(wchar_t c) { return c >= 0x1F3FB && c <= 0x1F3FF; }
 
@@ -68,8 +69,10 @@ std::string narrow(std::wstring_view text) {
 
 Cells cellsOf(std::string_view text, Style style) {
     Cells cells;
-    for (const wchar_t character : wide(harmless(text))) {
-        if (cells.size() >= kLongest) return cells += cellsOf("… (cut here, it is too long)", style);
+    const bool isCut = text.size() > kLongestBytes;
+    std::wstring shownText = wide(harmless(text.substr(0, kLongestBytes)));
+    if (isCut || shownText.size() > kLongest) shownText = shownText.substr(0, kLongest) + L"… (cut here, it is too long)";
+    for (const wchar_t character : shownText) {
         if (character == L'\n') {
             cells.push_back(cell(L'\n', 0, style));
             continue;
