@@ -4,8 +4,10 @@
 #include <iostream>
 
 int main() {
+    // [log]
     vexim::setLogSink(vexim::LogLevel::Info,
                       [](vexim::LogLevel, std::string_view line) { std::clog << "log: " + std::string(line) + "\n"; });
+    // [/log]
 
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
     client->config()->setSocketURL(vexim::URL::parse("http://127.0.0.1:1"));  // where nobody listens
@@ -16,6 +18,8 @@ int main() {
     client->loginWithUserId("alice", {});
     vexim::MainQueue::shared().run();
 
-    std::cout << client->diagnose().text();
+    // [report]
+    std::cout << client->diagnose().text();  // or .json()
+    // [/report]
     return client->diagnose().events().empty() ? 1 : 0;
 }

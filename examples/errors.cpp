@@ -63,10 +63,5 @@ bool raisesForAMistake(const std::shared_ptr<VXIMClient>& client) {
 
 int main(int, char** arguments) {
     const auto client = demoClient(arguments[1]);
-    // [log]
-    vexim::setLogSink([](vexim::LogLevel level, std::string_view line) {  // on whatever thread logs
-        if (level >= vexim::LogLevel::Warning) std::cerr << line << '\n';
-    });
-    // [/log]
     return raisesForAMistake(client) && failsWithoutAConnection(client) && asksForANobody() && findsNoService() ? 0 : 1;
 }
