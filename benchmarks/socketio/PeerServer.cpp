@@ -1,8 +1,11 @@
 #include "socketio/PeerServer.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/evp.h>
+#include <openssl/pem.h>
 #include <openssl/sha.h>
+#include <openssl/ssl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/epoll.h>
@@ -16,6 +19,8 @@
 #include <cstdlib>
 #include <map>
 #include <string_view>
+
+#include "support/Certificates.h"
 
 namespace vexim::bench {
 
@@ -47,22 +52,25 @@ std::string frame(std::string_view payload) {
     return bytes += payload;
 }
 
-void writeAll(int socket, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const auto count = ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count <= 0) return;
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-}
-
 struct Connection {
+    int socket = -1;
+    SSL* tls = nullptr;
     std::string head;
     bool accepted = false;
     bool joined = false;
 };
 
-void join(int socket, const Connection& connection) {
-    writeAll(socket, frame(R"(40/chat,{"sid":"x"})"));
+void writeAll(const Connection& connection, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const auto count = connection.tls ? SSL_write(connection.tls, bytes.data(), static_cast<int>(bytes.size()))
+                                          : ::send(connection.socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (count <= 0) return;
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+void join(const Connection& connection) {
+    writeAll(connection, frame(R"(40/chat,{"sid":"x"})"));
     const auto flood = connection.head.find("flood=");
     if (flood == std::string::npos) return;
     const std::string event = frame(std::string("42/chat,[\"message\",") + kMessage + "]");
@@ -70,12 +78,33 @@ void join(int socket, const Connection& connection) {
     for (long left = std::atol(connection.head.c_str() + flood + 6); left > 0; --left) {
         block += event;
         if (block.size() < 64 * 1024 && left > 1) continue;
-        writeAll(socket, block);
+        writeAll(connection, block);
         block.clear();
     }
 }
 
-[[noreturn]] void serve(int listener) {
+/// What is there, at least a byte; 0 or less at the end. The socket blocks, so a record is read whole.
+ssize_t readSome(const Connection& connection, char* into, std::size_t most) {
+    if (connection.tls) return SSL_read(connection.tls, into, static_cast<int>(most));
+    return ::recv(connection.socket, into, most, 0);
+}
+
+SSL_CTX* makeContext(const testing::TLSIdentity& identity) {
+    SSL_CTX* context = SSL_CTX_new(TLS_server_method());
+    BIO* certificate = BIO_new_mem_buf(identity.certificatePEM.data(), static_cast<int>(identity.certificatePEM.size()));
+    BIO* key = BIO_new_mem_buf(identity.privateKeyPEM.data(), static_cast<int>(identity.privateKeyPEM.size()));
+    X509* x509 = PEM_read_bio_X509(certificate, nullptr, nullptr, nullptr);
+    EVP_PKEY* privateKey = PEM_read_bio_PrivateKey(key, nullptr, nullptr, nullptr);
+    if (SSL_CTX_use_certificate(context, x509) != 1 || SSL_CTX_use_PrivateKey(context, privateKey) != 1) std::abort();
+    BIO_free(certificate);
+    BIO_free(key);
+    X509_free(x509);
+    EVP_PKEY_free(privateKey);
+    return context;
+}
+
+[[noreturn]] void serve(int listener, SSL_CTX* tls) {
+    ::signal(SIGPIPE, SIG_IGN);
     const int poll = ::epoll_create1(0);
     const auto watch = [poll](int socket) {
         epoll_event event{};
@@ -93,26 +122,38 @@ void join(int socket, const Connection& connection) {
             const int socket = events[static_cast<std::size_t>(i)].data.fd;
             if (socket == listener) {
                 const int accepted = ::accept(listener, nullptr, nullptr);
-                connections[accepted];
+                const int yes = 1;  // or each answer of a TLS handshake would wait for an acknowledgement
+                ::setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
+                connections[accepted].socket = accepted;
+                if (tls) {
+                    SSL* const ssl = connections[accepted].tls = SSL_new(tls);
+                    SSL_set_fd(ssl, accepted);
+                    SSL_accept(ssl);
+                }
                 watch(accepted);
                 continue;
             }
-            const auto got = ::recv(socket, buffer.data(), buffer.size(), 0);
             Connection& connection = connections[socket];
+            const auto got = readSome(connection, buffer.data(), buffer.size());
+            // The rest of a record is no event.
+            while (connection.joined && connection.tls && SSL_pending(connection.tls) > 0) {
+                SSL_read(connection.tls, buffer.data(), static_cast<int>(buffer.size()));
+            }
             if (got <= 0) {
+                SSL_free(connection.tls);
                 ::close(socket);
                 connections.erase(socket);
             } else if (!connection.accepted) {
                 connection.head.append(buffer.data(), static_cast<std::size_t>(got));
                 if (connection.head.find("\r\n\r\n") == std::string::npos) continue;
                 connection.accepted = true;
-                writeAll(socket,
+                writeAll(connection,
                          "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: " +
                              acceptFor(connection.head) + "\r\n\r\n" +
                              frame(R"(0{"sid":"s","upgrades":[],"pingInterval":250000,"pingTimeout":20000,"maxPayload":1000000})"));
             } else if (!connection.joined) {
                 connection.joined = true;
-                join(socket, connection);
+                join(connection);
                 if (connection.head.find("silent") != std::string::npos) ::epoll_ctl(poll, EPOLL_CTL_DEL, socket, nullptr);
                 std::string().swap(connection.head);
             }
@@ -122,7 +163,13 @@ void join(int socket, const Connection& connection) {
 
 }  // namespace
 
-PeerServer::PeerServer() {
+PeerServer::PeerServer(Wire wire) {
+    SSL_CTX* tls = nullptr;
+    if (wire == Wire::Tls) {
+        const testing::CertificateAuthority authority;
+        authorityPEM_ = authority.certificatePEM();
+        tls = makeContext(authority.issue());
+    }
     const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -134,8 +181,9 @@ PeerServer::PeerServer() {
     process_ = ::fork();
     if (process_ == 0) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        serve(listener);
+        serve(listener, tls);
     }
+    SSL_CTX_free(tls);
     ::close(listener);
 }
 

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,20 +46,23 @@ void wait(const std::function<bool()>& until) {
     std::_Exit(1);
 }
 
-std::shared_ptr<SocketIOClient> connect(const PeerServer& server, Dictionary parameters) {
-    auto client = SocketIOClient::create(
-        URL::parse(server.url()), {{"forceWebsockets", true}, {"reconnects", false}, {"connectParams", std::move(parameters)}});
+std::shared_ptr<SocketIOClient> makeClient(const PeerServer& server, Dictionary parameters) {
+    Dictionary options{{"forceWebsockets", true}, {"reconnects", false}, {"connectParams", std::move(parameters)}};
+    if (server.isSecure()) options.set("caPEM", server.authorityPEM());
+    auto client = SocketIOClient::create(URL::parse(server.url()), options);
     client->joinNamespace("/chat");
+    return client;
+}
+
+std::shared_ptr<SocketIOClient> connect(const PeerServer& server, Dictionary parameters) {
+    auto client = makeClient(server, std::move(parameters));
     client->connect();
     wait([&] { return client->status() == SocketIOStatusConnected; });
     return client;
 }
 
 void receive(const PeerServer& server, long count) {
-    auto client =
-        SocketIOClient::create(URL::parse(server.url()),
-                               {{"forceWebsockets", true}, {"reconnects", false}, {"connectParams", Dictionary{{"flood", count}}}});
-    client->joinNamespace("/chat");
+    const auto client = makeClient(server, {{"flood", count}});
     std::int64_t sum = 0;
     long seen = 0;
     client->on("message", [&](const Array& arguments, const AckEmitter&) {
@@ -84,25 +88,33 @@ long residentKiB() {
     return 0;
 }
 
-double emitWithJavaScript(const PeerServer& server, long count) {
-    const std::string command = "node " VEXIM_BENCH_FOLDER "/emit.mjs " + std::to_string(server.port()) + " " +
+/// CPU microseconds of each message; nothing when the official client is not installed.
+std::optional<double> withJavaScript(const char* what, const PeerServer& server, long count) {
+    ::setenv("PEER_CA", server.authorityPEM().c_str(), 1);
+    const std::string command = std::string("node " VEXIM_BENCH_FOLDER "/client.mjs ") + what + " " + server.url() + " " +
                                 std::to_string(count) + " '" + kMessage + "'";
     FILE* output = ::popen(command.c_str(), "r");
     double micros = 0;
-    if (!output || std::fscanf(output, "%lf", &micros) != 1) micros = 0;
+    const bool isRead = output && std::fscanf(output, "%lf", &micros) == 1;
     if (output) ::pclose(output);
-    return micros;
+    if (isRead) return micros;
+    std::printf("%s: the official client is not installed (npm ci in tests/interop)\n", what);
+    return std::nullopt;
 }
 
-}  // namespace
-
-int main() {
-    const PeerServer server;
-    setenv("no_proxy", "*", 1);
+/// Limits hold for plain connections; over TLS the same rows are there for information.
+void measure(const PeerServer& server) {
     constexpr long kMessages = 200'000;
     constexpr int kRounds = 3;
-    MainQueue::shared().drain();
-    receive(server, 1000);  // the network thread starts
+    const auto compare = [&](const char* name, double ours, double peer, std::optional<double> limit) {
+        if (server.isSecure()) limit.reset();
+        printRatio(std::string(server.isSecure() ? "Socket.IO over TLS " : "Socket.IO ") + name, ours, peer, "us", limit);
+    };
+    const auto tell = [&](const char* name, double amount, const char* unit, double limit) {
+        printAmount(std::string(server.isSecure() ? "Socket.IO over TLS " : "Socket.IO ") + name, amount, unit,
+                    server.isSecure() ? std::nullopt : std::optional(limit));
+    };
+    receive(server, 1000);  // the network thread starts, or the TLS context is made
 
     // First, while the heap has no free blocks to hide it in.
     {
@@ -111,27 +123,26 @@ int main() {
         idle.reserve(kIdle);
         const long before = residentKiB();
         for (long i = 0; i < kIdle; ++i) idle.push_back(connect(server, {{"x", 1}}));
-        printAmount("Socket.IO idle connection", static_cast<double>(residentKiB() - before) / kIdle, "KiB", 20);
+        tell("idle connection", static_cast<double>(residentKiB() - before) / kIdle, "KiB", 20);
         const auto threads = std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
-        printAmount("Socket.IO threads with 2000 connections", static_cast<double>(threads), "", 4);
+        tell("threads with 2000 connections", static_cast<double>(threads), "", 4);
     }
 
-    const double asynchronous = leastOf(kRounds, kMessages, [&] { receiveWithAsyncReads(server.port(), kMessages); });
-    const double buffered = leastOf(kRounds, kMessages, [&] { receiveWithBufferedReads(server.port(), kMessages); });
+    const double asynchronous = leastOf(kRounds, kMessages, [&] { receiveWithAsyncReads(server, kMessages); });
+    const double buffered = leastOf(kRounds, kMessages, [&] { receiveWithBufferedReads(server, kMessages); });
     const double received = leastOf(kRounds, kMessages, [&] { receive(server, kMessages); });
-    printRatio("Socket.IO receive, Beast async_read and a tree", received, asynchronous, "us", 0.75);
-    printRatio("Socket.IO receive, Beast behind 64 KiB and a tree", received, buffered, "us", 1.9);
+    compare("receive, Beast async_read and a tree", received, asynchronous, 0.75);
+    compare("receive, Beast behind 64 KiB and a tree", received, buffered, 1.9);
+    const auto script = withJavaScript("receive", server, kMessages);
+    if (script) compare("receive, official JavaScript client", received, *script, std::nullopt);
 
     const Array items{parseJSON(kMessage).value};
-    const double coalesced = leastOf(kRounds, kMessages, [&] { emitCoalesced(server.port(), kMessages); });
+    const double coalesced = leastOf(kRounds, kMessages, [&] { emitCoalesced(server, kMessages); });
     const auto sink = connect(server, {{"sink", 1}});
     const double emitted = leastOf(kRounds, kMessages, [&] { emitInTurns(*sink, items, kMessages); });
-    if (const double script = emitWithJavaScript(server, kMessages); script > 0) {
-        printRatio("Socket.IO emit, official JavaScript client", emitted, script, "us", 0.28);
-    } else {
-        std::printf("emit: the official client is not installed (npm ci in tests/interop)\n");
-    }
-    printRatio("Socket.IO emit in a burst, coalescing writer", emitted, coalesced, "us", 2.0);
+    const auto scriptEmitted = withJavaScript("emit", server, kMessages);
+    if (scriptEmitted) compare("emit, official JavaScript client", emitted, *scriptEmitted, 0.28);
+    compare("emit in a burst, coalescing writer", emitted, coalesced, 2.0);
 
     {
         const auto deaf = connect(server, {{"silent", 1}});
@@ -139,20 +150,29 @@ int main() {
         for (long i = 0; i < kMessages; ++i) {
             if (deaf->emit("say", items)) continue;
             std::fprintf(stderr, "the queue was full\n");
-            return 1;
+            std::_Exit(1);
         }
-        printAmount("Socket.IO 200 000 queued emits", static_cast<double>(residentKiB() - before) / 1024, "MiB", 64);
+        tell("200 000 queued emits", static_cast<double>(residentKiB() - before) / 1024, "MiB", 64);
     }
 
-    {
-        constexpr long kConnects = 2000;
-        const double bare = leastOf(kRounds, kConnects, [&] {
-            for (long i = 0; i < kConnects; ++i) connectAndClose(server.port());
-        });
-        const double ours = leastOf(kRounds, kConnects, [&] {
-            for (long i = 0; i < kConnects; ++i) connect(server, {{"x", 1}});
-        });
-        printRatio("Socket.IO connect, Beast", ours, bare, "us", 2.5);
-    }
+    constexpr long kConnects = 2000;
+    const double bare = leastOf(kRounds, kConnects, [&] {
+        for (long i = 0; i < kConnects; ++i) connectAndClose(server);
+    });
+    const double ours = leastOf(kRounds, kConnects, [&] {
+        for (long i = 0; i < kConnects; ++i) connect(server, {{"x", 1}});
+    });
+    compare("connect, Beast", ours, bare, 2.5);
+}
+
+}  // namespace
+
+int main() {
+    const PeerServer plain(PeerServer::Wire::Plain);
+    const PeerServer secure(PeerServer::Wire::Tls);
+    ::setenv("no_proxy", "*", 1);
+    MainQueue::shared().drain();
+    measure(plain);
+    measure(secure);
     return 0;
 }
