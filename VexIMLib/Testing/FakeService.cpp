@@ -209,15 +209,15 @@ Value FakeService::Request::json() const { return parseJSON(body).value; }
 std::string FakeService::Message::body() const { return payload.get("content").get("body").asString().value_or(""); }
 
 std::vector<FakeService::Request> FakeService::requests() const {
-    return impl_->run([this] { return impl_->service.requests; });
+    return impl_->run([this] { return impl_->service.requests.all(); });
 }
 
 std::vector<Dictionary> FakeService::logins() const {
-    return impl_->run([this] { return impl_->service.live.logins; });
+    return impl_->run([this] { return impl_->service.live.logins.all(); });
 }
 
 std::vector<FakeService::Message> FakeService::messages() const {
-    return impl_->run([this] { return impl_->service.live.messages; });
+    return impl_->run([this] { return impl_->service.live.messages.all(); });
 }
 
 std::size_t FakeService::connections(std::string_view user) const {

@@ -165,7 +165,7 @@ public:
     /// Makes those that there are deaf and dumb, heartbeats included, or has them listen again; what came meanwhile is lost.
     std::size_t setSilent(bool silent, std::string_view user = {});
 
-    // What came, in order. Asking forgets nothing.
+    // What came, in order, the newest 10 000 of each kind. Asking forgets nothing.
 
     /// REST requests, also those that a script answered.
     std::vector<Request> requests() const;

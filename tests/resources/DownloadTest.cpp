@@ -1,13 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <mutex>
 #include <string>
-#include <vector>
+#include <string_view>
 
+#include "VexIMLib/Testing/FakeService.h"
 #include "resources/Operations.h"
 #include "support/Eventually.h"
-#include "support/RecordingService.h"
 
 using namespace vexim::testing;
 
@@ -25,26 +24,27 @@ std::string download(const std::string& url, const std::string& path) {
 }
 
 TEST(Download, SignsOnlyWhatGoesToTheService) {
-    std::mutex mutex;
-    std::vector<std::string> signatures;
-    const auto files = ScriptedServer::answering([&](const WireRequest& request) {
-        std::lock_guard lock(mutex);
-        signatures.push_back(request.header("X-VX-Request-Sign") + request.header("X-VX-AppId"));
-        return ScriptedServer::text(200, "the file");
-    });
-    RecordingService restored;  // puts the shared configuration in place and takes it away
-    ScriptedServer service(files);
-    ScriptedServer stranger(files);
-    restored.configuration()->setSocketURL(vexim::URL::parse(service.url("")));
+    FakeService service;
+    FakeService stranger;
+    for (FakeService* each : {&service, &stranger}) {
+        each->answer("GET", "/files/:name", {.body = vexim::Data(std::string_view("the file"))}, FakeService::kAlways);
+    }
+    vxim_configuration = service.configuration();
     const std::string path = std::filesystem::temp_directory_path() / "vexim-download-test";
 
-    EXPECT_EQ(download(service.url("/files/1"), path), "\"" + path + "\"");
+    EXPECT_EQ(download(service.url() + "/files/1", path), "\"" + path + "\"");
     EXPECT_EQ(download("/files/1", path), "\"" + path + "\"");
-    EXPECT_EQ(download(stranger.url("/files/1"), path), "\"" + path + "\"");
-    ASSERT_EQ(signatures.size(), 3u);
-    EXPECT_NE(signatures[0], "");
-    EXPECT_NE(signatures[1], "");
-    EXPECT_EQ(signatures[2], "");
+    EXPECT_EQ(download(stranger.url() + "/files/1", path), "\"" + path + "\"");
+    const auto signatures = [](const FakeService& asked) {
+        std::string text;
+        for (const auto& request : asked.requests()) {
+            for (const char* name : {"x-vx-request-sign", "x-vx-appid"}) text += request.headers.contains(name) ? "yes " : "no ";
+        }
+        return text;
+    };
+    EXPECT_EQ(signatures(service), "yes yes yes yes ");
+    EXPECT_EQ(signatures(stranger), "no no ");
+    vxim_configuration = nullptr;
     std::filesystem::remove(path);
 }
 

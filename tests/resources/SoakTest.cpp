@@ -44,7 +44,6 @@ constexpr int kThousands = 100;
 
 TEST(LongRunning, OperationsLeaveNoMemoryBehind) {
     RecordingService service;
-    service.stopRecording();
     service.answerWith(200, R"({"members":["u1","u2"],"attributes":{"a":1}})");
     vexim::setKeepsFinishedDelegates(false);
     runOperations(kThousands * 100);

@@ -6,9 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "VexIMLib/Foundation/URL.h"
-#include "VexIMLib/VXIMClientConfiguration.h"
-#include "support/ScriptedServer.h"
+#include "VexIMLib/Testing/FakeService.h"
 
 namespace vexim::testing {
 
@@ -16,17 +14,11 @@ namespace vexim::testing {
 /// shared configuration.
 class RecordingService {
 public:
-    RecordingService()
-        : server_(ScriptedServer::answering([this](const WireRequest& request) {
-              std::lock_guard lock(mutex_);
-              if (records_) requests_.push_back(request);
-              return ScriptedServer::text(status_, body_);
-          })),
-          configuration_(VXIMClientConfiguration::defaultConfiguration()) {
-        configuration_->setAppId("app");
-        configuration_->setClientKey("key");
-        configuration_->setInstallationId("installation");
-        configuration_->setSocketURL(URL::parse(server_.url("")));
+    RecordingService() {
+        service_.answer("", "", [this](const FakeService::Request&) {
+            std::lock_guard lock(mutex_);
+            return answer_;
+        });
         vxim_configuration = configuration_;
     }
     ~RecordingService() { vxim_configuration = nullptr; }
@@ -35,36 +27,26 @@ public:
 
     const std::shared_ptr<VXIMClientConfiguration>& configuration() const { return configuration_; }
 
-    void answerWith(int status, std::string body) {
+    void answerWith(int status, const std::string& body) {
         std::lock_guard lock(mutex_);
-        status_ = status;
-        body_ = std::move(body);
-    }
-
-    /// From here on requests are answered and forgotten.
-    void stopRecording() {
-        std::lock_guard lock(mutex_);
-        records_ = false;
+        answer_ = {.status = status, .body = Data(body)};
     }
 
     /// The requests since the last call, as "METHOD target body" (without a blank at the end where there is no body).
     std::vector<std::string> takeRequests() {
-        std::lock_guard lock(mutex_);
         std::vector<std::string> lines;
-        for (const auto& request : std::exchange(requests_, {})) {
-            lines.push_back(request.method + " " + request.target + (request.body.empty() ? "" : " " + request.body));
+        for (const auto& [method, path, query, headers, body] : service_.requests()) {
+            lines.push_back(method + " " + path + (query.empty() ? "" : "?" + query) + (body.empty() ? "" : " " + body));
         }
+        service_.forgetWhatCame();
         return lines;
     }
 
 private:
     std::mutex mutex_;
-    int status_ = 200;
-    std::string body_;
-    bool records_ = true;
-    std::vector<WireRequest> requests_;
-    ScriptedServer server_;  // after what its script uses
-    const std::shared_ptr<VXIMClientConfiguration> configuration_;
+    FakeService::Answer answer_{.body = Data()};
+    FakeService service_{{.appId = "app", .clientKey = "key"}};
+    const std::shared_ptr<VXIMClientConfiguration> configuration_ = service_.configuration();
 };
 
 }  // namespace vexim::testing

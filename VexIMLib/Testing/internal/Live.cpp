@@ -121,7 +121,7 @@ std::string Live::identify(const Value& value) {
 /// A refused login leaves the connection open: the client decides what to do with it.
 void Live::sessionJoined(LiveSession& session) {
     const Value auth = parseJSON(session.auth()).value;
-    logins.push_back(auth.isDictionary() ? *auth.asDictionary() : Dictionary());
+    logins.add(auth.isDictionary() ? *auth.asDictionary() : Dictionary());
     if (policy != FakeService::Logins::Ignored) {
         try {
             must(policy == FakeService::Logins::Checked, refusal::wrongCredentials);
@@ -156,7 +156,7 @@ void Live::sessionSaid(LiveSession& session, const std::string& event, const Val
     } catch (const ServiceError& error) {
         message.refusal = error.what();
     }
-    messages.push_back(std::move(message));
+    messages.add(std::move(message));
     recorded_();
 }
 

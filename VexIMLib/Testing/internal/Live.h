@@ -8,6 +8,7 @@
 
 #include "VexIMLib/Testing/FakeService.h"
 #include "VexIMLib/Testing/internal/LiveSession.h"
+#include "VexIMLib/Testing/internal/Recording.h"
 #include "VexIMLib/Testing/internal/Store.h"
 
 namespace vexim::testing::fake {
@@ -40,8 +41,8 @@ public:
     void reset();
 
     FakeService::Logins policy = FakeService::Logins::Checked;
-    std::vector<Dictionary> logins;
-    std::vector<FakeService::Message> messages;
+    Recording<Dictionary> logins;
+    Recording<FakeService::Message> messages;
 
 private:
     void sessionJoined(LiveSession& session) override;

@@ -25,7 +25,7 @@ Service::Service(const FakeService::Options& given, std::function<void()> record
 
 Reply Service::reply(const FakeService::Request& request, bool isHandshake) {
     const bool isLive = request.path.starts_with("/socket.io/");
-    if (!isLive) requests.push_back(request);
+    if (!isLive) requests.add(request);
     Reply reply;
     const auto plan = takePlan(request);
     if (plan) {

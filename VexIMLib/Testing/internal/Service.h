@@ -8,6 +8,7 @@
 
 #include "VexIMLib/Testing/FakeService.h"
 #include "VexIMLib/Testing/internal/Live.h"
+#include "VexIMLib/Testing/internal/Recording.h"
 #include "VexIMLib/Testing/internal/Rest.h"
 #include "VexIMLib/Testing/internal/Store.h"
 
@@ -46,7 +47,7 @@ public:
     Store store;
     Live live;
     std::vector<Plan> plans;
-    std::vector<FakeService::Request> requests;
+    Recording<FakeService::Request> requests;
 
 private:
     std::optional<Plan> takePlan(const FakeService::Request& request);
