@@ -226,6 +226,16 @@ TEST_F(RequestTest, ARedirectKeepsMethodHeadersAndBody) {
     }
 }
 
+/// What an application captured in a callback: notes where it died.
+class Captured {
+public:
+    explicit Captured(std::string& death) : death_(death) {}
+    ~Captured() { death_ = MainQueue::shared().isMainThread() ? "on the main thread" : "elsewhere"; }
+
+private:
+    std::string& death_;
+};
+
 TEST_F(RequestTest, ATaskCancelledFromOutsideSaysNothingAndLetsItsCallbackGo) {
     std::atomic<bool> arrived{false};
     serve([&](Connection& connection) {
@@ -234,14 +244,16 @@ TEST_F(RequestTest, ATaskCancelledFromOutsideSaysNothingAndLetsItsCallbackGo) {
         arrived = true;
         connection.waitForClose();
     });
-    auto object = std::make_shared<int>(5);
+    std::string death;
     auto request = VXIMRequest::request();
     auto task = VXIMURLSessionManager::defaultManager()->dataTaskWithRequest(
-        *request, [object](const Value&, const ErrorPtr&) { ADD_FAILURE() << "called"; });
+        *request, [object = std::make_shared<Captured>(death)](const Value&, const ErrorPtr&) { ADD_FAILURE() << "called"; });
     task->resume();
     ASSERT_TRUE(eventuallyElsewhere([&] { return arrived.load(); }));
+    EXPECT_EQ(death, "");
     task->cancel();
-    EXPECT_TRUE(eventually([&] { return object.use_count() == 1; }));
+    EXPECT_TRUE(eventually([&] { return !death.empty(); }));
+    EXPECT_EQ(death, "on the main thread");
 }
 
 TEST_F(RequestTest, FinishedDelegatesStayUnlessToldOtherwiseButNeverTheirCallbacks) {

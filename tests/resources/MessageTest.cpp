@@ -85,6 +85,7 @@ TEST(Message, RaisesForAKnownKindWithoutItsId) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.why);
         auto message = VXIMMessage::initWithPayloadDictionary(dictionaryFrom(c.payload));
+        if (message->receiver()->type() < 0) message->receiver()->setUserId("u2");  // not in the payload yet
         EXPECT_THROW(message->dictionaryRepresentation(), vexim::Exception);
         EXPECT_EQ(json(message->payload()), c.payload) << "and changes nothing";
         EXPECT_NE(message->description().find("VXIMMessage"), std::string::npos) << "but can still be logged";
