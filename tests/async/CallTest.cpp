@@ -61,7 +61,7 @@ TEST_F(CallTest, TheFirstThingThatHappensEndsIt) {
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.why);
-        std::string awaited;
+        std::string awaited = "pending";
         for (const bool asFuture : {false, true}) {
             held = {};
             stop = {};
@@ -158,7 +158,7 @@ TEST_F(CallTest, WaitTurnsTheMainQueueAndPassesAQuitOn) {
 TEST_F(CallTest, WhatTheStartRaisesReachesTheCaller) {
     const auto raising = [] { return vexim::call([](Held::Completion) { throw Exception(kRangeException, "no"); }); };
     EXPECT_THROW((void)vexim::future(raising()), Exception);
-    std::string outcome;
+    std::string outcome = "pending";
     EXPECT_THROW(vexim::wait(record(raising(), outcome)), Exception);
     EXPECT_EQ(outcome, "pending");
     settle();

@@ -47,9 +47,8 @@ inline std::string describe(std::future<int>& future) {
     }
 }
 
-/// A task that awaits one call and writes down how it ended.
+/// A task that awaits one call and, on the thread where it goes on, writes down how it ended.
 inline Task<> record(Call<int> call, std::string& into) {
-    into = "pending";
     const auto result = co_await std::move(call);
     into = describe(result) + (MainQueue::shared().isMainThread() ? "" : ", off the main thread");
 }
