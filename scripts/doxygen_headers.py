@@ -25,6 +25,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 HEADER_SETS = re.compile(r"FILE_SET\s+(?:HEADERS|loops)\s[^)]*?FILES\s+([^)]*)\)")
 OWN, RUN = re.compile(r"^\s*///(?!<)\s?(.*)$"), re.compile(r"^\s*//(?!/)\s?(.*)$")
 SCOPE = re.compile(r"^(?:template\s*<.*>\s*)?(?:inline\s+)?(namespace|class|struct|union|enum|extern\s+\"C\")\b")
+ATTRIBUTE = re.compile(r"\([^()]*\)\s*\)|alignas\([^)]*\)|VEXIM_\w+\([^{]*\)")
 ACCESS = re.compile(r"^(public|protected|private)\s*:$")
 LITERAL = re.compile(r'"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])\'')
 HEADING = re.compile(r"^(?:[\w-]+ ){0,2}[\w-]+\. (?=[A-Z])")  # "Login. Each opens …"
@@ -74,102 +75,119 @@ def one_line(text):
     return " ".join(" ".join(text).split()).replace("*/", "* /")
 
 
-def filtered(lines):
-    out, scopes = list(lines), []  # scopes: (kind, name) of every open brace
-    own, run, shared, shared_name = [], "", "", ""
-    own_at, index, seen_code = None, 0, False
-    while index < len(lines):
-        line = lines[index]
-        if not line.strip():
-            own, run, shared = [], "", ""
-        elif match := OWN.match(line):
-            if own_at is None or own_at != index - 1:
-                own, shared = [], ""
-            own.append(match[1])
-            own_at = index
-        elif RUN.match(line):
-            first, text = index, []
-            while index < len(lines) and (match := RUN.match(lines[index])):
-                text.append(match[1])
-                index += 1
-            following = lines[index].strip() if index < len(lines) else ""
-            if not seen_code and (not following or following.startswith("namespace")):  # of the file
-                out[first - 1] = "/** \\file"
-                for at, words in enumerate(text):
-                    out[first + at] = re.sub("^  ", "    ", words)
-                out[index - 1] += " */"
-                seen_code = True
+class Header:
+    """One pass over a header's lines. `own` and `run` are the comments that wait for a declaration, `shared` the one that its
+    companions may have, too."""
+
+    def __init__(self, lines):
+        self.lines, self.out = lines, list(lines)
+        self.at = 0
+        self.scopes = []  # (kind, name) of every open brace of a namespace, class, …
+        self.own, self.run, self.shared, self.shared_name = [], "", "", ""
+        self.code_seen = False
+
+    def spelled_out(self):
+        while self.at < len(self.lines):
+            line = self.lines[self.at]
+            code = split(line)[0].strip()
+            if not line.strip():
+                self.forget()
+            elif match := OWN.match(line):
+                if not self.own:
+                    self.shared = ""
+                self.own.append(match[1])
+            elif RUN.match(line):
+                self.run_comment()
+            elif code.startswith("#"):
+                self.forget()
+            elif ACCESS.match(code) or code.startswith("}"):
+                self.forget()
+                del self.scopes[len(self.scopes) - min(code.count("}"), len(self.scopes)):]
             else:
-                run, own, shared = HEADING.sub("", one_line(text)), [], ""
-                if index < len(lines) and not lines[index].strip():
-                    index += 1
-                    if TITLE.match(run):
-                        run = ""
-            continue
-        elif line.lstrip().startswith("#"):
-            own, run = [], ""
-        elif ACCESS.match(line.strip()) or split(line)[0].strip().startswith("}"):
-            own, run, shared = [], "", ""
-            for _ in range(split(line)[0].count("}")):
-                if scopes:
-                    scopes.pop()
+                self.declaration()
+            self.at += 1
+        if "/** \\file" not in self.out:
+            self.out[1] = "/** \\file */"  # without it, Doxygen passes over what is in no class
+        return self.out
+
+    def forget(self):
+        self.own, self.run, self.shared = [], "", ""
+
+    def run_comment(self):
+        first, text = self.at, []
+        while self.at < len(self.lines) and (match := RUN.match(self.lines[self.at])):
+            text.append(match[1])
+            self.at += 1
+        following = self.lines[self.at].strip() if self.at < len(self.lines) else ""
+        if not self.code_seen and (not following or following.startswith("namespace")):  # of the file
+            self.code_seen = True
+            self.out[first - 1] = "/** \\file"
+            self.out[first:self.at] = [re.sub("^  ", "    ", words) for words in text]
+            self.out[self.at - 1] += " */"
+            self.at -= 1
+            return
+        self.forget()
+        self.run = HEADING.sub("", one_line(text))
+        if following:
+            self.at -= 1
+        elif TITLE.match(self.run):
+            self.run = ""
+
+    def declaration(self):
+        """To its semicolon, over its body, or to the brace that opens a scope."""
+        self.code_seen = True
+        first, text, depth, parens, opens = self.at, "", 0, 0, False
+        scope_kind, scope = self.scopes[-1] if self.scopes else ("", "")
+        while True:
+            code = split(self.lines[self.at])[0]
+            text = (text + " " + code.strip()).strip()
+            parens += code.count("(") - code.count(")")
+            depth += code.count("{") - code.count("}")
+            opens = depth > 0 and SCOPE.match(text) is not None and "(" not in ATTRIBUTE.sub("", text)
+            ends = depth == 0 and (scope_kind == "enum" or (parens == 0 and text[-1:] in (";", "}", ",")))
+            if opens or ends or self.at + 1 == len(self.lines):
+                break
+            self.at += 1
+
+        if opens:
+            if not text.startswith("namespace"):
+                self.explain(first, name_of(text), scope, of_scope=True)
+            match = re.search(r"(\w+)(?:\s+final)?\s*(?::[^:].*)?\{", text)
+            self.scopes.append((SCOPE.match(text)[1], match[1] if match else ""))
+            self.run = ""
+        elif scope_kind != "enum":
+            if not self.own and is_no_news(text, scope):
+                self.out[first:self.at + 1] = [""] * (self.at + 1 - first)
+            else:
+                self.explain(first, name_of(text), scope)
+        if not opens:
+            self.trailing_comment()
+        self.own = []
+
+    def explain(self, first, name, scope, of_scope=False):
+        run = "" if of_scope else self.run
+        words = ""
+        if self.own:
+            if run and not self.own[-1].startswith("   "):  # not behind an example
+                self.out[first - 1] += " \\details " + run
+            self.shared, self.shared_name = (one_line(self.own) + " " + self.run).strip(), name
+        elif self.shared and goes_with(name, self.shared_name):
+            words = self.shared
+        elif name == "staticClass" and scope != "Object":
+            words = "\\copydoc vexim::Object::staticClass"
         else:
-            seen_code = True
-            # One declaration: to its semicolon, over its body, or to the brace that opens a scope.
-            first, statement, depth, parens, opened = index, "", 0, 0, False
-            while index < len(lines):
-                code, comment = split(lines[index])
-                statement += " " + code.strip()
-                parens += code.count("(") - code.count(")")
-                depth += code.count("{") - code.count("}")
-                text = statement.strip()
-                if depth > 0 and SCOPE.match(text) and "(" not in re.sub(r"\([^()]*\)\s*\)|alignas\([^)]*\)|VEXIM_\w+\([^{]*\)", "", text):
-                    opened = True
-                    break
-                if depth == 0 and parens == 0 and re.search(r"[;},]$", text):
-                    break
-                if depth == 0 and scopes and scopes[-1][0] == "enum":
-                    break
-                index += 1
-            text = statement.strip()
-            scope = scopes[-1][1] if scopes else ""
-            in_enum = bool(scopes) and scopes[-1][0] == "enum"
-            name = name_of(text)
-            if not opened and not in_enum and not own and is_no_news(text, scope):
-                for at in range(first, index + 1):
-                    out[at] = ""
-            elif in_enum:
-                pass
-            elif not opened or not text.startswith("namespace"):
-                words = ""
-                if own:
-                    if run and not opened and not own[-1].startswith("   "):
-                        out[first - 1] += " \\details " + run
-                    shared, shared_name = (one_line(own) + " " + run).strip(), name
-                elif shared and goes_with(name, shared_name):
-                    words = shared
-                elif name == "staticClass" and scope != "Object":
-                    words = "\\copydoc vexim::Object::staticClass"
-                elif run and not opened:
-                    words = run
-                if words:
-                    indent = len(out[first]) - len(out[first].lstrip())
-                    out[first] = out[first][:indent] + f"/** {words} */ " + out[first][indent:]
-            if opened:
-                match = re.search(r"(\w+)(?:\s+final)?\s*(?::[^:].*)?\{", text)
-                kind = SCOPE.match(text)[1]
-                scopes.append((kind, match[1] if match else ""))
-                run = ""
-            comment = split(lines[index])[1]
-            if comment is not None and not opened and not lines[index][comment:].startswith("///"):
-                at = out[index].rfind("//")
-                if at >= 0:
-                    out[index] = out[index][:at] + "///<" + out[index][at + 2:]
-            own = []
-        index += 1
-    if "/** \\file" not in out:
-        out[1] = "/** \\file */"  # without it, Doxygen passes over what is in no class
-    return out
+            words = run
+        if words:
+            line = self.out[first]
+            indent = len(line) - len(line.lstrip())
+            self.out[first] = f"{line[:indent]}/** {words} */ {line[indent:]}"
+
+    def trailing_comment(self):
+        comment = split(self.lines[self.at])[1]
+        if comment is None or self.lines[self.at].startswith("///", comment) or not self.out[self.at]:
+            return
+        at = self.out[self.at].rfind("//")
+        self.out[self.at] = self.out[self.at][:at] + "///<" + self.out[self.at][at + 2:]
 
 
 MAIN_PAGE = """# VexIMLib {#mainpage}
@@ -191,5 +209,5 @@ if __name__ == "__main__":
     for header in installed_headers():
         copy = folder / header.resolve().relative_to(ROOT)
         copy.parent.mkdir(parents=True, exist_ok=True)
-        copy.write_text("\n".join(filtered(header.read_text().split("\n"))))
+        copy.write_text("\n".join(Header(header.read_text().split("\n")).spelled_out()))
     (folder / "main.md").write_text(MAIN_PAGE)
