@@ -11,6 +11,7 @@
 
 #include "VexIMLib/VexIMLib.h"
 #include "loops/Hosts.h"
+#include "support/Completions.h"
 #include "support/LivePeer.h"
 #include "support/ScriptedServer.h"
 
@@ -157,7 +158,7 @@ TYPED_TEST(LoopsTest, MessagesFlowAndABlockedLoopDropsNoConnection) {
     delegate->held = release.get_future();
     client->setDelegate(delegate);
     bool loggedIn = false;
-    client->loginWithUserId("u1", [&](bool succeeded, const ErrorPtr&) { loggedIn = succeeded; });
+    client->loginWithUserId("u1", once([&](bool succeeded, const ErrorPtr&) { loggedIn = succeeded; }));
     this->host.run([&] { return delegate->heard.size() == 3; });
     EXPECT_TRUE(loggedIn);
     EXPECT_EQ(delegate->heard, (std::vector<std::string>{"first", "hold", "meanwhile"}));

@@ -10,6 +10,7 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/internal/VXIMRuntimeObject.h"
 #include "support/LogCapture.h"
+#include "support/Raised.h"
 
 namespace {
 
@@ -20,6 +21,7 @@ using vexim::Invocation;
 using vexim::MethodSignature;
 using vexim::Value;
 using vexim::testing::LogCapture;
+using vexim::testing::raised;
 
 /// One property for each way in which a value can travel.
 struct Sample : VXIMRuntimeObject {
@@ -69,16 +71,6 @@ struct Sample : VXIMRuntimeObject {
         return vexim::create<Sample>(std::move(dictionary));
     }
 };
-
-template <class F>
-std::string raised(F&& call) {
-    try {
-        call();
-    } catch (const Exception& exception) {
-        return exception.what();
-    }
-    return "nothing";
-}
 
 class ForwardProxy : public testing::Test {
 protected:

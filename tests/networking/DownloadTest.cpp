@@ -17,14 +17,8 @@
 #include "support/Completions.h"
 #include "support/Eventually.h"
 
-using vexim::ErrorPtr;
-using vexim::MainQueue;
-using vexim::OutputStream;
-using vexim::Value;
-using vexim::testing::eventually;
-using vexim::testing::once;
-using vexim::testing::ScriptedServer;
-using vexim::testing::WireRequest;
+using namespace vexim;
+using namespace vexim::testing;
 
 namespace {
 

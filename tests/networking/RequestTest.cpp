@@ -16,16 +16,8 @@
 #include "support/Eventually.h"
 
 using namespace std::chrono_literals;
-using vexim::Array;
-using vexim::Dictionary;
-using vexim::ErrorPtr;
-using vexim::MainQueue;
-using vexim::Value;
-using vexim::testing::deadPort;
-using vexim::testing::eventually;
-using vexim::testing::once;
-using vexim::testing::ScriptedServer;
-using vexim::testing::WireRequest;
+using namespace vexim;
+using namespace vexim::testing;
 
 namespace {
 

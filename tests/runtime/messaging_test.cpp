@@ -7,9 +7,12 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
+#include "support/Raised.h"
 
 namespace vexim {
 namespace {
+
+using testing::raised;
 
 using Rectangle = std::array<double, 8>;
 
@@ -54,17 +57,7 @@ struct Adder : Object {
     }
 };
 
-template <class F>
-std::string raised(F&& call) {
-    try {
-        call();
-    } catch (const Exception& exception) {
-        return exception.what();
-    }
-    return "nothing";
-}
-
-class Messaging : public testing::Test {
+class Messaging : public ::testing::Test {
 protected:
     std::shared_ptr<Adder> adder = create<Adder>();
 };

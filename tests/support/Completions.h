@@ -29,26 +29,26 @@ private:
     std::atomic<int> calls_{0};
 };
 
-/// Wraps a completion: the test fails when it runs twice, off the main thread, or not at all by the test's end.
-///
-///     request->sendWithCompletion(once([&](vexim::Value result, vexim::ErrorPtr error) { … }));
 template <class Completion>
-auto once(Completion completion, std::source_location where = std::source_location::current()) {
-    return [watch = CompletionWatch::make(CompletionWatch::Runs::ExactlyOnce, where),
-            completion = std::move(completion)](auto&&... arguments) mutable {
+auto watched(CompletionWatch::Runs runs, Completion completion, std::source_location where) {
+    return [watch = CompletionWatch::make(runs, where), completion = std::move(completion)](auto&&... arguments) mutable {
         watch->called();
         return std::invoke(completion, std::forward<decltype(arguments)>(arguments)...);
     };
 }
 
+/// Wraps a completion: the test fails when it runs twice, off the main thread, or not at all by the test's end.
+///
+///     request->sendWithCompletion(once([&](vexim::Value result, vexim::ErrorPtr error) { … }));
+template <class Completion>
+auto once(Completion completion, std::source_location where = std::source_location::current()) {
+    return watched(CompletionWatch::Runs::ExactlyOnce, std::move(completion), where);
+}
+
 /// For the operations that are described as sometimes never calling back.
 template <class Completion>
 auto atMostOnce(Completion completion, std::source_location where = std::source_location::current()) {
-    return [watch = CompletionWatch::make(CompletionWatch::Runs::AtMostOnce, where),
-            completion = std::move(completion)](auto&&... arguments) mutable {
-        watch->called();
-        return std::invoke(completion, std::forward<decltype(arguments)>(arguments)...);
-    };
+    return watched(CompletionWatch::Runs::AtMostOnce, std::move(completion), where);
 }
 
 /// How many completions that must run exactly once have not run yet in the running test.
