@@ -169,6 +169,8 @@ TEST_F(ConversationTest, SaysWhereTheSessionStandsAndWhatComesNext) {
     expect(31, "reconnecting to chat.example, attempt 1 …", true);
     state.attemptFailed("timed out", 35);
     expect(35, "attempt 1 failed: next attempt within 10 s, /resume tries now (timed out)", true);
+    state.waitingUntil(38.5);
+    expect(36, "attempt 1 failed: next attempt in 3 s, /resume tries now (timed out)", true);
     state.attempting(36);
     expect(36, "reconnecting to chat.example, attempt 2 …", true);
     state.connected("me", 40);

@@ -133,7 +133,7 @@ keys bob M-1
 keys alice M-1
 kill -KILL "$service_pid"
 wait "$service_pid" 2> /dev/null || true
-await alice 'next attempt within'
+await alice 'next attempt'
 await alice '1 ? bob'
 say alice 'while it is down'
 await alice '(not sent:'

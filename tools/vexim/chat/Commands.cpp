@@ -59,6 +59,7 @@ const std::vector<CommandForm>& commandForms() {
         {"pause", "", "", "close the connection", Names::Nothing},
         {"resume", "", "", "open it again, or try now", Names::Nothing},
         {"status", "", "", "where the session stands", Names::Nothing},
+        {"diagnose", "", "", "what the connection went through lately; holds no secret", Names::Nothing},
         {"help", "", "", "this", Names::Nothing},
         {"quit", "", "", "log out and leave", Names::Nothing},
     };

@@ -225,6 +225,7 @@ void Program::obey(const Command& command) {
         {"pause", [&] { session_->pause(); }},
         {"resume", [&] { session_->resume(); }},
         {"status", [&] { notice(session_->statusLine()); }},
+        {"diagnose", [&] { notice("what happened lately:\n" + session_->client().diagnose().text()); }},
         {"help", [&] { notice(helpText()); }},
         {"quit", [&] { leave(); }},
     };

@@ -129,6 +129,7 @@ void Session::tick() {
     oldestHanded_ = roster_.oldestHanded();
 
     const bool isTooLong = state_.since(time) > kTooLong;
+    if (state_.phase() == SessionState::Phase::Lost || state_.phase() == SessionState::Phase::Reconnecting) askForNextAttempt();
     switch (state_.phase()) {
         case SessionState::Phase::Lost:
             // The service has ended it: the library does not try again then.
@@ -147,6 +148,12 @@ void Session::tick() {
         case SessionState::Phase::Leaving:
         case SessionState::Phase::Refused: break;
     }
+}
+
+void Session::askForNextAttempt() {
+    const auto events = client_->diagnose().events();
+    const auto last = std::find_if(events.rbegin(), events.rend(), [](const auto& event) { return event.name == "waiting"; });
+    if (last != events.rend()) state_.waitingUntil(last->time + last->details.get("seconds").doubleValue());
 }
 
 void Session::setPresenceUnknown() {

@@ -68,6 +68,7 @@ private:
     void tryAgainLater(const std::string& reason);
     void didFail(const std::string& reason);
     void setPresenceUnknown();
+    void askForNextAttempt();
 
     // Contents.
     using Took = int (Conversation::*)(const Conversation::Request&, std::vector<Entry>);

@@ -37,6 +37,7 @@ void SessionState::connected(std::string user, double now) {
 
 void SessionState::lost(double now) {
     attempts_ = 0;
+    nextAttempt_ = 0;
     reason_.clear();
     enter(Phase::Lost, now);
 }
@@ -58,7 +59,10 @@ void SessionState::refused(std::string reason, double now) {
 }
 
 std::string SessionState::line(double now, double oldestHanded) const {
-    const std::string next = "next attempt within " + std::to_string(longestWait_) + " s, /resume tries now";
+    // Known to the second, or at least how long the library waits at most.
+    const bool isKnown = nextAttempt_ > now;
+    const std::string wait = isKnown ? "in " + seconds(nextAttempt_ - now) : "within " + std::to_string(longestWait_) + " s";
+    const std::string next = "next attempt " + wait + ", /resume tries now";
     const std::string attempt = attempts_ > 1 ? ", attempt " + std::to_string(attempts_) : "";
     switch (phase_) {
         case Phase::Connecting: return "connecting to " + where_ + attempt + " …";

@@ -29,6 +29,8 @@ public:
     void connected(std::string user, double now);
     void lost(double now);
     void attempting(double now);
+    /// The library's next attempt begins then.
+    void waitingUntil(double nextAttempt) { nextAttempt_ = nextAttempt; }
     /// The attempt that is under way has failed.
     void attemptFailed(std::string reason, double now);
     void paused(double now) { enter(Phase::Paused, now); }
