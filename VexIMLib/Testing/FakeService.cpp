@@ -35,7 +35,8 @@ public:
         clockListener = detail::onClockTurned([weak = weak_from_this()](std::shared_ptr<void> looking) {
             const auto self = weak.lock();
             if (!self) return;
-            boost::asio::post(self->context, [self, looking = std::move(looking)] { lookAtClock(self->context, looking); });
+            // Not `self`: what is posted after the end goes with the context.
+            boost::asio::post(self->context, [&loop = self->context, looking = std::move(looking)] { lookAtClock(loop, looking); });
         });
         thread = std::thread([this] { context.run(); });
     }
@@ -47,7 +48,6 @@ public:
             work.reset();  // the thread ends with the last handler
         });
         thread.join();
-        context.poll();  // a turn of the clock may have come in between
     }
 
     /// Runs `function` on the service's thread and waits for it.
