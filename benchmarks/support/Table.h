@@ -20,13 +20,13 @@ inline void printVerdict(double figure, std::optional<double> limit) {
 
 /// What an operation costs us and the peer, in `unit`, and the ratio, which is to stay within `limit`.
 inline void printRatio(const std::string& name, double ours, double peer, const char* unit, std::optional<double> limit) {
-    std::printf("%-52s %12.2f %s %12.2f %s   ratio %5.2f", name.c_str(), ours, unit, peer, unit, ours / peer);
+    std::printf("%-60s %12.2f %s %12.2f %s   ratio %5.2f", name.c_str(), ours, unit, peer, unit, ours / peer);
     printVerdict(ours / peer, limit);
 }
 
 /// An amount of its own, without a peer.
 inline void printAmount(const std::string& name, double amount, const char* unit, std::optional<double> limit) {
-    std::printf("%-52s %12.1f %-3s %15s %-14s", name.c_str(), amount, unit, "", "");
+    std::printf("%-60s %12.1f %-3s %15s %-14s", name.c_str(), amount, unit, "", "");
     printVerdict(amount, limit);
 }
 
