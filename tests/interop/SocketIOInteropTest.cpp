@@ -137,9 +137,9 @@ TEST_P(SocketIOInterop, KeepsOrderUnderLoad) {
     client->on("message",
                [&](const Array& arguments, const AckEmitter&) { inOrder = inOrder && arguments.get(0) == Value(next++); });
     client->emit("flood", {2000, std::string(200, 'x')});
-    ASSERT_TRUE(eventually([&] { return next == 2000; }));
+    ASSERT_TRUE(eventually([&] { return next == 2000; }, 120s));
     for (int i = 0; i < 2000; ++i) client->emit("say", {2000 + i});
-    ASSERT_TRUE(eventually([&] { return next == 4000; }));
+    ASSERT_TRUE(eventually([&] { return next == 4000; }, 120s));
     EXPECT_TRUE(inOrder);
 }
 
