@@ -29,7 +29,15 @@ constexpr const char* kAll = "c4n4ry";  // in each of them
 /// Everything that an error says: texts, user information, and what lies beneath.
 std::string textOf(const Value& value) {
     if (const auto error = value.as<Error>()) {
-        return error->description() + " " + error->localizedDescription() + " " + textOf(error->userInfo());
+        Value information = error->userInfo();
+        // A refusal names the URL that was refused, with the query that the application gave it: under this key, and nowhere else.
+        if (error->domain() == kURLErrorDomain && error->code() == -1011 && information.asDictionary()) {
+            Dictionary others = *information.asDictionary();
+            const std::string url = others.get(kFailingURLKey).asString().value_or("");
+            others.set(kFailingURLKey, url.substr(0, url.find('?')));
+            information = others;
+        }
+        return error->localizedDescription() + " " + textOf(information);
     }
     std::string text;
     if (const Dictionary* dictionary = value.asDictionary()) {

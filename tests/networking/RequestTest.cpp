@@ -102,13 +102,13 @@ TEST_F(RequestTest, AnswersBecomeResultsOrErrors) {
 TEST_F(RequestTest, TheErrorCarriesTheWholeBody) {
     answerEverything(400, R"({"errorCode":12,"errorMessage":"taken","field":"name"})");
     ErrorPtr error;
-    VXIMHTTPRequest::get("/x", std::nullopt, once([&](const Value&, const ErrorPtr& e) { error = e; }));
+    VXIMHTTPRequest::get("/x", Dictionary{{"page", "2"}}, once([&](const Value&, const ErrorPtr& e) { error = e; }));
     ASSERT_TRUE(eventually([&] { return error != nullptr; }));
     EXPECT_EQ(error->info("field"), Value("name"));
     EXPECT_EQ(error->info("errorCode"), Value(12));
     EXPECT_EQ(error->info("errorMessage"), Value("taken"));
     ASSERT_TRUE(error->underlyingError());
-    EXPECT_EQ(error->underlyingError()->info(vexim::kFailingURLKey), Value(server->url("/x")));
+    EXPECT_EQ(error->underlyingError()->info(vexim::kFailingURLKey), Value(server->url("/x?page=2")));
 }
 
 TEST_F(RequestTest, ALostConnectionIsTemporaryAndTriedThreeTimes) {

@@ -52,7 +52,8 @@ void VXIMURLSessionDataDelegate::parseResultOfTask(const vexim::URLSessionTask& 
         return;
     }
     if (const auto response = task.response(); response && !error_) {
-        error_ = vexim::rest::badServerResponse(status, vexim::failingURLText(response->url));
+        // What was asked is part of what was refused; who shows or logs the user information knows what its queries hold.
+        error_ = vexim::rest::badServerResponse(status, vexim::failingURLText(response->url, vexim::FailingQuery::Kept));
     }
 }
 

@@ -41,14 +41,15 @@ std::string_view urlErrorDescription(std::int64_t code) noexcept {
     }
 }
 
-std::string failingURLText(const URL& url) {
+std::string failingURLText(const URL& url, FailingQuery query) {
     // An attachment's address that is no URL of ours is taken for a path: then one may stand inside it, credentials and all.
     const bool isNested = url.encodedPath().find('@') != std::string::npos;
-    if (!isNested && !url.user() && !url.password() && !url.query()) return url.absoluteString();
+    const bool keepsQuery = query == FailingQuery::Kept && !isNested;
+    if (!isNested && !url.user() && !url.password() && (keepsQuery || !url.query())) return url.absoluteString();
     const std::string& host = url.host();
     return url.scheme() + "://" + (host.find(':') == std::string::npos ? host : "[" + host + "]") +
            (url.port() ? ":" + std::to_string(*url.port()) : "") + (isNested ? "/redacted" : url.encodedPath()) +
-           (url.query() ? "?redacted" : "");
+           (url.query() ? "?" + (keepsQuery ? *url.query() : "redacted") : "");
 }
 
 ErrorPtr makeURLError(std::int64_t code, const std::optional<URL>& url, std::string_view detail) {

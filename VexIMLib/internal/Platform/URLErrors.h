@@ -13,8 +13,11 @@ namespace vexim {
 /// The published description of a URL loading code, for instance "The request timed out." for -1001.
 std::string_view urlErrorDescription(std::int64_t code) noexcept;
 
-/// A URL as errors name it: without what may hold credentials (user and password, query, a path with a URL in it).
-std::string failingURLText(const URL& url);
+enum class FailingQuery { Redacted, Kept };
+
+/// A URL as errors name it: without what may hold credentials (user and password, a path with a URL in it, and the query unless
+/// it is to be kept).
+std::string failingURLText(const URL& url, FailingQuery query = FailingQuery::Redacted);
 
 /// An error in NSURLErrorDomain with its published description and, when given, the failing URL and a technical `detail` under
 /// "NSDebugDescription".
