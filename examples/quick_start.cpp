@@ -1,20 +1,19 @@
+#include <VexIMLib/Async/Future.h>
 #include <VexIMLib/VexIMLib.h>
 
+#include <chrono>
 #include <iostream>
 
-int main(int, char** arguments) {
+using namespace std::chrono_literals;
+
+int main(int, char** arguments) try {
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
-
-    bool sent = false;
-    client->loginWithUserId("alice", [client, &sent](bool loggedIn, vexim::ErrorPtr) {
-        if (!loggedIn) return vexim::MainQueue::shared().quit();
-        client->sendMessageToFriend(VXIMMessage::messageWithText("hello"), "bob", [&sent](bool success, vexim::ErrorPtr) {
-            sent = success;
-            vexim::MainQueue::shared().quit();
-        });
-    });
-    vexim::MainQueue::shared().run();
-    std::cout << (sent ? "sent" : "not sent") << '\n';
-    return sent ? 0 : 1;
+    vexim::wait(vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s));
+    auto message = VXIMMessage::messageWithText("hello");
+    vexim::wait(vexim::call(&VXIMClient::sendMessageToFriend, client, message, "bob").within(10s));
+    std::cout << "sent\n";
+} catch (const vexim::Failure& failure) {
+    std::cout << "not sent: " << failure.what() << '\n';
+    return 1;
 }

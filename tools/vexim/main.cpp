@@ -14,6 +14,7 @@
 int main(int argc, char** argv) {
     CLI::App app("Instant messaging in a terminal");
     app.require_subcommand(1);
+    app.set_version_flag("--version", "vexim " VEXIM_VERSION);
 
     Account account;
     Credentials credentials;
