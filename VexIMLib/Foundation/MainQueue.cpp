@@ -8,7 +8,6 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <deque>
 #include <exception>
 #include <limits>
@@ -93,7 +92,7 @@ bool isFirstThreadOfProcess() { return static_cast<pid_t>(syscall(SYS_gettid)) =
 struct MainQueue::Impl {
     // Never held while a queued function, a predicate or the wake function runs.
     Mutex mutex;
-    std::condition_variable_any changed;
+    ConditionVariable changed;
     std::deque<Queued> queue VEXIM_GUARDED_BY(mutex);
     std::priority_queue<Delayed> delayed VEXIM_GUARDED_BY(mutex);
     std::uint64_t nextNumber VEXIM_GUARDED_BY(mutex) = 0;
@@ -129,14 +128,14 @@ struct MainQueue::Impl {
         if (until == std::chrono::steady_clock::time_point::max()) {
             changed.wait(mutex);
         } else {
-            changed.wait_until(mutex, until);
+            changed.waitUntil(mutex, until);
         }
         --waiting;
     }
 
     /// To be called without the mutex after something was added.
     void tellWaiters(bool someoneWaits, bool tellHost) {
-        if (someoneWaits) changed.notify_all();
+        if (someoneWaits) changed.notifyAll();
         if (!tellHost) return;
         pipe.tell();
         MutexLock lock(wakeMutex);
@@ -212,7 +211,7 @@ bool MainQueue::sync(const Function& function) {
                 MutexLock finished(impl_->mutex);
                 waiter->state = Waiter::State::Done;
             }
-            impl_->changed.notify_all();
+            impl_->changed.notifyAll();
         });
         tellHost = !std::exchange(impl_->wakePending, true);
     }
@@ -240,7 +239,7 @@ void MainQueue::quit() {
         if (impl_->depth == 0) return;
         impl_->quitting = true;
     }
-    impl_->changed.notify_all();
+    impl_->changed.notifyAll();
 }
 
 bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::nanoseconds timeout) {
@@ -368,7 +367,7 @@ void endMainQueue() noexcept {
         impl.exiting = true;
         impl.exitingOnMainThread = isMain;
     }
-    impl.changed.notify_all();
+    impl.changed.notifyAll();
 }
 
 }  // namespace detail

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <mutex>
 
-// A mutex that clang's -Wthread-safety can check (libstdc++'s std::mutex carries no annotations).
+// A mutex that clang's -Wthread-safety can check (libstdc++'s std::mutex carries no annotations), and what waits on it.
 
 #if defined(__clang__)
 #define VEXIM_THREAD_ANNOTATION(x) __attribute__((x))
@@ -21,10 +23,11 @@ public:
     bool try_lock() VEXIM_THREAD_ANNOTATION(try_acquire_capability(true)) { return mutex_.try_lock(); }
 
 private:
+    friend class ConditionVariable;
     std::mutex mutex_;
 };
 
-/// Holds a Mutex for a scope. Wait on it with std::condition_variable_any.
+/// Holds a Mutex for a scope.
 class VEXIM_THREAD_ANNOTATION(scoped_lockable) MutexLock {
 public:
     explicit MutexLock(Mutex& mutex) VEXIM_THREAD_ANNOTATION(acquire_capability(mutex)) : mutex_(mutex) { mutex_.lock(); }
@@ -34,6 +37,32 @@ public:
 
 private:
     Mutex& mutex_;
+};
+
+/// Waits on a Mutex that the caller holds. (std::condition_variable_any could, too, but has a mutex of its own, on which who is
+/// woken waits again: two more system calls for each hop between threads.)
+class ConditionVariable {
+public:
+    void wait(Mutex& mutex) VEXIM_REQUIRES(mutex) {
+        Adopted lock(mutex.mutex_);
+        condition_.wait(lock.held);
+    }
+    /// False when it was over.
+    bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point until) VEXIM_REQUIRES(mutex) {
+        Adopted lock(mutex.mutex_);
+        return condition_.wait_until(lock.held, until) == std::cv_status::no_timeout;
+    }
+    void notifyOne() noexcept { condition_.notify_one(); }
+    void notifyAll() noexcept { condition_.notify_all(); }
+
+private:
+    /// Lends a held mutex to the wait and takes it back as it was.
+    struct Adopted {
+        explicit Adopted(std::mutex& mutex) : held(mutex, std::adopt_lock) {}
+        ~Adopted() { held.release(); }
+        std::unique_lock<std::mutex> held;
+    };
+    std::condition_variable condition_;
 };
 
 }  // namespace vexim

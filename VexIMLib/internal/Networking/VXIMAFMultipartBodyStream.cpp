@@ -3,6 +3,10 @@
 #include <algorithm>
 #include <utility>
 
+namespace {
+constexpr double kLongestDelay = 1e9;  // seconds; a longer one would overflow the clock's nanoseconds
+}
+
 std::shared_ptr<VXIMAFMultipartBodyStream> VXIMAFMultipartBodyStream::streamWithStringEncoding(vexim::StringEncoding encoding) {
     return vexim::create<VXIMAFMultipartBodyStream>(encoding);
 }
@@ -68,8 +72,10 @@ bool VXIMAFMultipartBodyStream::moveToNextPart() {
 
 void VXIMAFMultipartBodyStream::rest() {
     vexim::MutexLock lock(interruptMutex_);
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(delay_);
-    while (!interrupted_ && interruption_.wait_until(interruptMutex_, end) != std::cv_status::timeout) {
+    using Clock = std::chrono::steady_clock;
+    const std::chrono::duration<double> delay(std::min(delay_, kLongestDelay));
+    const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(delay);
+    while (!interrupted_ && interruption_.waitUntil(interruptMutex_, end)) {
     }
 }
 
@@ -85,7 +91,7 @@ void VXIMAFMultipartBodyStream::interrupt() {
         interrupted_ = true;
         contents = currentContents_;
     }
-    interruption_.notify_all();
+    interruption_.notifyAll();
     if (contents) contents->interrupt();
 }
 

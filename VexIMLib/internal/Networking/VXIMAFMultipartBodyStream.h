@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -66,7 +65,7 @@ private:
     vexim::ErrorPtr streamError_;
 
     vexim::Mutex interruptMutex_;
-    std::condition_variable_any interruption_;
+    vexim::ConditionVariable interruption_;
     bool interrupted_ VEXIM_GUARDED_BY(interruptMutex_) = false;
     std::shared_ptr<vexim::InputStream> currentContents_ VEXIM_GUARDED_BY(interruptMutex_);  // what `interrupt` passes on to
 };

@@ -1,7 +1,6 @@
 #include "VexIMLib/internal/Platform/BodyReader.h"
 
 #include <algorithm>
-#include <condition_variable>
 #include <cstring>
 #include <deque>
 #include <utility>
@@ -35,7 +34,7 @@ struct BodyReader::Shared : std::enable_shared_from_this<BodyReader::Shared> {
     bool started = false;         // network thread only
 
     Mutex mutex;
-    std::condition_variable_any spaceOrEnd;
+    ConditionVariable spaceOrEnd;
     std::deque<Chunk> filled VEXIM_GUARDED_BY(mutex);
     std::vector<std::unique_ptr<std::uint8_t[]>> spare VEXIM_GUARDED_BY(mutex);
     bool atEnd VEXIM_GUARDED_BY(mutex) = false;
@@ -62,7 +61,7 @@ struct BodyReader::Shared : std::enable_shared_from_this<BodyReader::Shared> {
         {
             const MutexLock lock(mutex);
             abandoned = true;
-            spaceOrEnd.notify_all();
+            spaceOrEnd.notifyAll();
         }
         stream->interrupt();
     }
@@ -183,7 +182,7 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
         shared_->spare.push_back(std::move(chunk.bytes));
         shared_->filled.pop_front();
         // Woken for every chunk, the reader would cost a switch of threads each.
-        if (shared_->filled.size() == kMostChunks / 4) shared_->spaceOrEnd.notify_all();
+        if (shared_->filled.size() == kMostChunks / 4) shared_->spaceOrEnd.notifyAll();
     }
     if (taken.count > 0) return taken;
     taken.atEnd = shared_->atEnd && !shared_->error;

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <condition_variable>
 #include <cstring>
 #include <vector>
 
@@ -23,7 +22,7 @@ public:
         std::memcpy(buffer, ring_.data() + first_, count);
         first_ = (first_ + count) % ring_.size();
         count_ -= count;
-        changed_.notify_all();
+        changed_.notifyAll();
         return count;
     }
 
@@ -36,7 +35,7 @@ public:
         const std::size_t count = std::min({length, ring_.size() - count_, ring_.size() - end});
         std::memcpy(ring_.data() + end, bytes, count);
         count_ += count;
-        changed_.notify_all();
+        changed_.notifyAll();
         return count;
     }
 
@@ -55,11 +54,11 @@ private:
     void close(bool Pipe::*side) {
         const MutexLock lock(mutex_);
         this->*side = true;
-        changed_.notify_all();
+        changed_.notifyAll();
     }
 
     Mutex mutex_;
-    std::condition_variable_any changed_;
+    ConditionVariable changed_;
     std::vector<std::uint8_t> ring_ VEXIM_GUARDED_BY(mutex_);
     std::size_t first_ VEXIM_GUARDED_BY(mutex_) = 0;
     std::size_t count_ VEXIM_GUARDED_BY(mutex_) = 0;

@@ -182,7 +182,6 @@ void HTTPExchange::Impl::describeBody() {
     if (longUpload) {
         curl_easy_setopt(easy(), CURLOPT_UPLOAD, 1L);
         curl_easy_setopt(easy(), CURLOPT_INFILESIZE_LARGE, length ? static_cast<curl_off_t>(*length) : curl_off_t{-1});
-        curl_easy_setopt(easy(), CURLOPT_UPLOAD_BUFFERSIZE, 256L * 1024);
         if (streamed) reader_ = std::make_unique<BodyReader>(request_->bodyStream, length, [this] { resumeSending(); });
         isChunked_ = !length;
     } else if (hasBody_ || method == "POST" || method == "PUT" || method == "PATCH") {
@@ -196,7 +195,9 @@ void HTTPExchange::Impl::describeBody() {
     curl_easy_setopt(easy(), CURLOPT_FRESH_CONNECT, streamed ? 1L : 0L);
     curl_easy_setopt(easy(), CURLOPT_FORBID_REUSE, 0L);
     curl_easy_setopt(easy(), CURLOPT_HTTP_VERSION, static_cast<long>(longUpload ? CURL_HTTP_VERSION_1_1 : CURL_HTTP_VERSION_2TLS));
-    // A streamed answer comes in long runs; a short one should not pay for a long buffer.
+    // Streamed bodies come and go in long runs; a short one should not pay for a long buffer, which libcurl allocates anew for
+    // each request over TLS.
+    curl_easy_setopt(easy(), CURLOPT_UPLOAD_BUFFERSIZE, longUpload ? 256L * 1024 : 16L * 1024);
     curl_easy_setopt(easy(), CURLOPT_BUFFERSIZE, request_->acceptsCompression ? 16L * 1024 : 256L * 1024);
 }
 

@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdlib>
 #include <list>
 #include <system_error>
@@ -31,7 +30,7 @@ struct Running {
 
 struct Registry {
     Mutex mutex;
-    std::condition_variable_any ended;
+    ConditionVariable ended;
     std::list<Running> running VEXIM_GUARDED_BY(mutex);
     std::atomic<bool> exiting{false};
 };
@@ -68,7 +67,7 @@ void exitHook() {
     };
     const auto deadline = std::chrono::steady_clock::now() + kPatienceAtExit;
     shared.mutex.lock();
-    while (!othersEnded() && shared.ended.wait_until(shared.mutex, deadline) != std::cv_status::timeout) {
+    while (!othersEnded() && shared.ended.waitUntil(shared.mutex, deadline)) {
     }
     shared.mutex.unlock();
 }
@@ -127,7 +126,7 @@ bool start(const std::string& name, std::function<void()> body, std::function<vo
         OPENSSL_thread_stop();
         const MutexLock lock(shared.mutex);
         shared.running.erase(entry);
-        shared.ended.notify_all();
+        shared.ended.notifyAll();
     });
     if (!spawned) {
         const MutexLock lock(shared.mutex);

@@ -1,6 +1,5 @@
 #include "VexIMLib/internal/Platform/OperationQueue.h"
 
-#include <condition_variable>
 #include <utility>
 
 #include "VexIMLib/Foundation/ThreadSafety.h"
@@ -13,7 +12,7 @@ struct OperationQueue::State {
     const std::string name;
 
     Mutex mutex;
-    std::condition_variable_any arrived;
+    ConditionVariable arrived;
     std::vector<Operation> pending VEXIM_GUARDED_BY(mutex);
     bool threadRuns VEXIM_GUARDED_BY(mutex) = false;
     bool threadWaits VEXIM_GUARDED_BY(mutex) = false;
@@ -24,7 +23,7 @@ struct OperationQueue::State {
     void stop() {
         const MutexLock lock(mutex);
         stopped = true;
-        arrived.notify_one();
+        arrived.notifyOne();
     }
     bool isStopped() {
         const MutexLock lock(mutex);
@@ -45,7 +44,6 @@ void OperationQueue::State::run() {
             while (pending.empty() && !closed && !stopped) {
                 threadWaits = true;
                 arrived.wait(mutex);
-                threadWaits = false;
             }
             if (stopped || pending.empty()) return;
             batch.swap(pending);
@@ -68,7 +66,7 @@ OperationQueue::OperationQueue(std::string name) : state_(std::make_shared<State
 OperationQueue::~OperationQueue() {
     const MutexLock lock(state_->mutex);
     state_->closed = true;
-    state_->arrived.notify_one();
+    state_->arrived.notifyOne();
 }
 
 void OperationQueue::addOperation(Operation operation) {
@@ -78,9 +76,9 @@ void OperationQueue::addOperation(Operation operation) {
         const MutexLock lock(state_->mutex);
         state_->pending.push_back(std::move(operation));
         startThread = !std::exchange(state_->threadRuns, true);
-        wake = state_->threadWaits;
+        wake = std::exchange(state_->threadWaits, false);
     }
-    if (wake) state_->arrived.notify_one();
+    if (wake) state_->arrived.notifyOne();
     if (startThread)
         LibraryThreads::start(
             state_->name, [state = state_] { state->run(); }, [state = state_] { state->stop(); });
