@@ -140,15 +140,15 @@ TEST_F(UploadTest, AFileThatShrinksOrGrowsWhileItIsSentIsAnError) {
     for (const std::uintmax_t size : {std::uintmax_t{1000}, kSize + 1}) {
         SCOPED_TRACE(size);
         std::filesystem::resize_file(path, kSize);
-        std::atomic<bool> isChanged{false};
-        serve([&](Connection& connection) {
+        const auto isChanged = std::make_shared<std::atomic<bool>>(false);  // a connection may outlive its turn of the loop
+        serve([isChanged](Connection& connection) {
             connection.readHead();
-            while (!isChanged && connection.pause(1ms)) continue;
+            while (!*isChanged && connection.pause(1ms)) continue;
             connection.waitForClose();  // reads on
         });
         const auto outcome = upload(path, [&](std::int32_t) {
-            if (!isChanged) std::filesystem::resize_file(path, size);
-            isChanged = true;
+            if (!*isChanged) std::filesystem::resize_file(path, size);
+            *isChanged = true;
         });
         EXPECT_TRUE(outcome.ends_with("over NSURLErrorDomain -1021")) << outcome;
     }
