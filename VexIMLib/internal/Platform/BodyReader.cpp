@@ -170,24 +170,29 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
         if (!shared_->started) return {0, false, makeURLError(URLErrorUnknown, std::nullopt, "no thread to read the body")};
     }
 
-    const MutexLock lock(shared_->mutex);
     Taken taken;
-    while (taken.count < most && !shared_->filled.empty()) {
-        Chunk& chunk = shared_->filled.front();
-        const std::size_t count = std::min(most - taken.count, chunk.count - chunk.taken);
-        std::memcpy(target + taken.count, chunk.bytes.get() + chunk.taken, count);
-        taken.count += count;
-        chunk.taken += count;
-        if (chunk.taken < chunk.count) break;
-        shared_->spare.push_back(std::move(chunk.bytes));
-        shared_->filled.pop_front();
-        // Woken for every chunk, the reader would cost a switch of threads each.
-        if (shared_->filled.size() == kMostChunks / 4) shared_->spaceOrEnd.notifyAll();
+    bool readerMayGoOn = false;
+    {
+        const MutexLock lock(shared_->mutex);
+        while (taken.count < most && !shared_->filled.empty()) {
+            Chunk& chunk = shared_->filled.front();
+            const std::size_t count = std::min(most - taken.count, chunk.count - chunk.taken);
+            std::memcpy(target + taken.count, chunk.bytes.get() + chunk.taken, count);
+            taken.count += count;
+            chunk.taken += count;
+            if (chunk.taken < chunk.count) break;
+            shared_->spare.push_back(std::move(chunk.bytes));
+            shared_->filled.pop_front();
+            // Woken for every chunk, the reader would cost a switch of threads each.
+            if (shared_->filled.size() == kMostChunks / 4) readerMayGoOn = true;
+        }
+        if (taken.count == 0) {
+            taken.atEnd = shared_->atEnd && !shared_->error;
+            taken.error = shared_->error;
+            shared_->awaited = !shared_->atEnd;
+        }
     }
-    if (taken.count > 0) return taken;
-    taken.atEnd = shared_->atEnd && !shared_->error;
-    taken.error = shared_->error;
-    shared_->awaited = !shared_->atEnd;
+    if (readerMayGoOn) shared_->spaceOrEnd.notifyAll();  // without the lock, for which it would have to wait at once
     return taken;
 }
 
