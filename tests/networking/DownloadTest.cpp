@@ -13,7 +13,7 @@
 #include "VexIMLib/internal/Platform/FileManager.h"
 #include "VexIMLib/internal/Platform/OutputStream.h"
 #include "VexIMLib/internal/Platform/URLSessionTask.h"
-#include "networking/NetworkingTest.h"
+#include "networking/NetworkingFixture.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"
 

@@ -12,7 +12,7 @@
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
-#include "networking/NetworkingTest.h"
+#include "networking/NetworkingFixture.h"
 #include "support/Eventually.h"
 
 using vexim::Data;

@@ -11,7 +11,7 @@
 #include "VexIMLib/internal/Networking/VXIMURLSessionDataDelegate.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
 #include "VexIMLib/internal/Platform/DeviceInfo.h"
-#include "networking/NetworkingTest.h"
+#include "networking/NetworkingFixture.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"
 

@@ -14,7 +14,7 @@
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
 #include "VexIMLib/internal/Platform/FileManager.h"
 #include "VexIMLib/internal/Platform/InputStream.h"
-#include "networking/NetworkingTest.h"
+#include "networking/NetworkingFixture.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"
 

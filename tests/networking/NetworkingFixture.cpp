@@ -1,4 +1,4 @@
-#include "networking/NetworkingTest.h"
+#include "networking/NetworkingFixture.h"
 
 #include <unistd.h>
 
