@@ -7,6 +7,7 @@ const char* const VXIMFriendOnlineNotification = "VXIMFriendOnlineNotification";
 const char* const VXIMFriendOfflineNotification = "VXIMFriendOfflineNotification";
 
 const char* const VXIMErrorDomain = "VXIMErrorDomain";
+const char* const VXErrorDomain = "VXErrorDomain";
 
 const double VexIMLibVersionNumber = 1.0;
 const unsigned char VexIMLibVersionString[] = "@(#)PROGRAM:VexIMLib  PROJECT:VexIMLib-1\n";

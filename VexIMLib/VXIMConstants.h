@@ -14,6 +14,9 @@ VEXIM_EXPORT extern const char* const VXIMFriendOfflineNotification;
 /// used, such as a list with an element that makes no object (2), a refused login (the service's code),
 /// a passenger without an id (5004).
 VEXIM_EXPORT extern const char* const VXIMErrorDomain;
+/// Domain of the errors of REST requests: what the service answered (its own code, above 0), or that no usable answer came
+/// (100), with the reason as the underlying error.
+VEXIM_EXPORT extern const char* const VXErrorDomain;
 
 // The version of the library that runs, which can be newer than the one compiled against. The string also names the library,
 // and ends with a newline.

@@ -14,7 +14,7 @@ namespace {
 std::string explain(const vexim::ErrorPtr& error) {
     if (!error) return "no reason given";
     if (error->is(VXIMErrorDomain, 1)) return "Not connected.";
-    if (error->is("VXErrorDomain", 100)) {  // no usable answer; why, lies beneath
+    if (error->is(VXErrorDomain, 100)) {  // no usable answer; why, lies beneath
         const auto cause = error->underlyingError();
         const bool slow = cause && cause->is(vexim::kURLErrorDomain, vexim::URLErrorTimedOut);
         return slow ? "The service is slow." : "The service cannot be reached.";

@@ -25,7 +25,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 BLOCK = re.compile(r"(?:^<!-- (?P<source>[^\s#]+)(?:#(?P<region>\S+))? -->\n)?^```(?P<language>cpp|cmake)\n(?P<text>.*?)^```$", re.M | re.S)
 FENCE = re.compile(r"^```(\w*)\n(.*?)^```$", re.M | re.S)
 LINK = re.compile(r"\[[^\]]*\]\(([^)\s]+)\)")
-NAME = re.compile(r"(?<!`)`((?:VXIM\w+|vexim::\w+)[^`\n]*)`(?!`)")
+NAME = re.compile(r"(?<!`)`((?:VXIM\w+|VX[A-Z][a-z]\w*|vexim::\w+)[^`\n]*)`(?!`)")
 
 
 def region_of(path, name):

@@ -68,6 +68,7 @@ TEST(VXIMConfigurationSlot, ReadsAndWritesLikeASharedPointer) {
 TEST(Constants, AreExportedWithTheirValues) {
     EXPECT_STREQ(VXIMFriendOfflineNotification, "VXIMFriendOfflineNotification");
     EXPECT_STREQ(VXIMErrorDomain, "VXIMErrorDomain");
+    EXPECT_STREQ(VXErrorDomain, "VXErrorDomain");
     EXPECT_EQ(VexIMLibVersionNumber, 1.0);
     EXPECT_TRUE(
         std::string(reinterpret_cast<const char*>(VexIMLibVersionString)).starts_with("@(#)PROGRAM:VexIMLib  PROJECT:VexIMLib-1"));

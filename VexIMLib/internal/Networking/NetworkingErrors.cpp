@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/internal/Platform/ReasonPhrases.h"
 #include "VexIMLib/internal/Platform/URLErrors.h"
 
@@ -10,7 +11,7 @@ namespace vexim::rest {
 ErrorPtr transportFailed(const ErrorPtr& cause) {
     auto description = cause->localizedDescription();
     if (description.empty()) description = "The connection to the Vexora servers failed.";
-    return Error::withDescription(kServiceDomain, kTransportFailedCode, std::move(description));
+    return Error::withDescription(VXErrorDomain, kTransportFailedCode, std::move(description));
 }
 
 ErrorPtr badServerResponse(std::int64_t status, const Value& failingURL) {
@@ -23,7 +24,7 @@ ErrorPtr badServerResponse(std::int64_t status, const Value& failingURL) {
 ErrorPtr cancelled() { return makeURLError(URLErrorCancelled); }
 
 ErrorPtr raised(const Exception& exception) {
-    return Error::withDescription(kServiceDomain, kTransportFailedCode, exception.what());
+    return Error::withDescription(VXErrorDomain, kTransportFailedCode, exception.what());
 }
 
 ErrorPtr markedTemporary(const ErrorPtr& error) {

@@ -8,8 +8,7 @@
 // Every error that the HTTP transport makes.
 namespace vexim::rest {
 
-/// REST failures: the service's "errorCode", or 100 when no usable answer came.
-inline constexpr const char* kServiceDomain = "VXErrorDomain";
+/// In `VXErrorDomain`: no usable answer came.
 inline constexpr std::int64_t kTransportFailedCode = 100;
 /// Marks, in the user information, what is worth a retry.
 inline constexpr const char* kTemporaryKey = "temporary";

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/internal/Networking/NetworkingErrors.h"
 
 namespace {
@@ -22,7 +23,7 @@ vexim::ErrorPtr serverError(const vexim::Value& json) {
     if (!json.isDictionary() || code <= 0) return nullptr;
     auto userInfo = *json.asDictionary();
     if (const auto* message = userInfo.find("errorMessage")) userInfo.set(vexim::kLocalizedDescriptionKey, vexim::Value(*message));
-    return vexim::Error::make(vexim::rest::kServiceDomain, code, std::move(userInfo));
+    return vexim::Error::make(VXErrorDomain, code, std::move(userInfo));
 }
 
 }  // namespace
