@@ -13,6 +13,7 @@
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
 #include "VexIMLib/internal/Platform/FileManager.h"
 #include "VexIMLib/internal/Platform/PNG.h"
+#include "VexIMLib/internal/Resources/ResourceOperations.h"
 
 namespace {
 
@@ -67,8 +68,7 @@ void VXIMMessage::uploadAttachmentWithProgress(VXIMProgress progress, VXIMBoolea
                                                std::shared_ptr<VXIMTransfer> transfer) {
     if (!attachmentPath_) {
         vexim::log(vexim::LogLevel::Info, "No attachment to upload");
-        if (completion) completion(true, nullptr);
-        return;
+        return vexim::resources::endAtOnce(std::move(completion), true, nullptr);
     }
     VXIMHTTPRequest::uploadFileAtPath(
         *attachmentPath_, std::move(progress),

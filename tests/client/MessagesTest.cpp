@@ -1,5 +1,6 @@
 #include <functional>
 #include <string>
+#include <thread>
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Testing/ManualClock.h"
@@ -144,7 +145,8 @@ TEST_F(Messages, ForwardAReceivedAttachmentWithoutAnUpload) {
     auto received = VXIMMessage::initWithPayloadDictionary(
         dictionaryFrom(R"({"from":{"id":"u9","type":0},"to":{"id":"u1","type":0},"content":{"media":1,"body":"http://a"}})"));
     LogCapture log;
-    client->sendMessageToFriend(received, "u2", journal->completion("send"));
+    std::thread([&] { client->sendMessageToFriend(received, "u2", journal->completion("send")); }).join();
+    EXPECT_EQ(takeEmitted(), Lines()) << "not on the caller's thread";
     settle();
     EXPECT_EQ(journal->take(), Lines{"send yes"});
     EXPECT_EQ(log.lines(), Lines{"No attachment to upload"});
