@@ -18,16 +18,10 @@ constinit const vexim::DynamicProperty<Value> kPid{&VXIMPassenger::staticClass, 
 
 bool isEmptyId(const Value& id) { return id.isNilOrNull() || id == ""; }
 
-/// The id in an answer that is a bare JSON string; nullopt for other text. An object or an array is no answer to a
-/// creation or an update: that raises.
+/// The id in an answer that is a bare JSON string; nullopt for any other.
 std::optional<std::string> quotedId(const Value& answer) {
-    if (answer.isNil()) return std::nullopt;
-    if (!answer.isData() && !answer.isString()) {
-        throw vexim::Exception(vexim::kInvalidArgumentException, "The passenger's id is no text.");
-    }
     const auto text = answer.isData() ? textOf(*answer.asData()) : answer.asString();
-    if (!text || !text->starts_with('"') || !text->ends_with('"')) return std::nullopt;
-    if (text->size() < 2) throw vexim::Exception(vexim::kRangeException, "A lone double quote is no passenger's id.");
+    if (!text || text->size() < 2 || !text->starts_with('"') || !text->ends_with('"')) return std::nullopt;
     return text->substr(1, text->size() - 2);
 }
 
@@ -59,6 +53,10 @@ void VXIMPassenger::createOrUpdatePassengerWithAttributes(Dictionary attributes,
                               std::move(completion), nullptr,
                               [attributes](const Value& result, const ErrorPtr& error) -> std::shared_ptr<VXIMPassenger> {
                                   if (error) return nullptr;
+                                  // Text may be no id, but an object or an array is no answer to a creation at all.
+                                  if (result.isDictionary() || result.isArray()) {
+                                      throw vexim::Exception(vexim::kInvalidArgumentException, "The passenger's id is no text.");
+                                  }
                                   const auto id = quotedId(result);
                                   if (!id) return nullptr;
                                   auto passenger = initWithDictionary(attributes);

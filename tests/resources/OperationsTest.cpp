@@ -141,6 +141,7 @@ TEST_F(Operations, ReadTheAnswerAndBringLocalStateInLine) {
         {"passenger create", "abc", "nil", nullptr},
         {"passenger update", "\"p2\"", "yes", R"(passenger {"id":"p2","a":1,"c":3})"},
         {"passenger update", "p2", "yes", nullptr},
+        {"passenger update", R"({"id":"p2"})", "yes", nullptr},
         {"passenger fetch", R"({"nick":"x","id":"p3"})", "yes", R"(passenger {"id":"p3","nick":"x"})"},
         {"passenger fetch", "[]", "yes", nullptr},
         {"passenger history", R"([{"speaker":"p1"},{"from":{"id":"u1","type":1,"gid":"g"}}])",
