@@ -8,6 +8,7 @@
 #include "VexIMLib/VXIMMessage.h"
 
 using vexim::Dictionary;
+using vexim::Notification;
 using vexim::NotificationCenter;
 using vexim::Value;
 
@@ -47,13 +48,25 @@ void VXIMFriendInfo::setMetadataWithDictionary(const Dictionary& dictionary) {
 // comparing the id of everybody's.
 void VXIMFriendInfo::observePresence() {
     if (!uid_.isString() && !uid_.isNumber()) return;  // equals no event's id
-    const auto follow = [this](const char* notificationName, bool online) {
+    const auto follow = [this](const char* notificationName, void (VXIMFriendInfo::*react)(const Notification&)) {
         // The centre keeps an observer alive while its handler runs.
-        auto handler = [this, online](const vexim::Notification&) { setOnline(online); };
+        auto handler = [this, react](const Notification& notification) { (this->*react)(notification); };
         NotificationCenter::defaultCenter().addObserver(shared_from_this(), notificationName, "id", uid_, std::move(handler));
     };
-    follow(VXIMFriendOnlineNotification, true);
-    follow(VXIMFriendOfflineNotification, false);
+    follow(VXIMFriendOnlineNotification, &VXIMFriendInfo::didOnline);
+    follow(VXIMFriendOfflineNotification, &VXIMFriendInfo::didOffline);
+}
+
+bool VXIMFriendInfo::isMeantBy(const Notification& notification) const {
+    return notification.userInfo && vexim::idsEqual(notification.userInfo->get("id"), uid_);
+}
+
+void VXIMFriendInfo::didOnline(const Notification& notification) {
+    if (isMeantBy(notification)) setOnline(true);
+}
+
+void VXIMFriendInfo::didOffline(const Notification& notification) {
+    if (isMeantBy(notification)) setOnline(false);
 }
 
 const vexim::Class& VXIMFriendInfo::runtimeClass() const {

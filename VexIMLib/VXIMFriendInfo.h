@@ -14,6 +14,10 @@
 class VXIMFriendInfo;
 class VXIMMessage;
 
+namespace vexim {
+struct Notification;
+}
+
 /// On success (the friend, nullptr), on failure (nullptr, the error).
 using VXIMFriendInfoCompletion = std::function<void(std::shared_ptr<VXIMFriendInfo> info, vexim::ErrorPtr error)>;
 
@@ -37,6 +41,10 @@ public:
     /// then stays.
     void setMetadataWithDictionary(const vexim::Dictionary& dictionary);
 
+    // What an info does at the notifications that it follows: changes `online`, when the user information's "id" is its `uid`.
+    void didOnline(const vexim::Notification& notification);
+    void didOffline(const vexim::Notification& notification);
+
     /// The friend's user id as the service gave it.
     const vexim::Value& uid() const noexcept { return uid_; }
     /// Readable from any thread.
@@ -57,6 +65,7 @@ public:
 
 private:
     void observePresence();
+    bool isMeantBy(const vexim::Notification& notification) const;
 
     vexim::Value uid_;
     std::atomic<bool> online_{false};

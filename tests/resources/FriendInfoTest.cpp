@@ -74,6 +74,11 @@ TEST(FriendInfo, FollowsThePresenceOfItsFriendOnly) {
     post(VXIMFriendOnlineNotification, Value::null());
     post(VXIMFriendOnlineNotification, Dictionary{{"id", "u7"}});
     EXPECT_EQ(online(), "00101") << "no id, and ids of other kinds";
+
+    first->didOnline({VXIMFriendOnlineNotification, nullptr, Dictionary{{"id", "u7"}}});
+    other->didOffline({VXIMFriendOfflineNotification, nullptr, Dictionary{{"id", "u7"}}});
+    other->didOffline({});
+    EXPECT_EQ(online(), "10101") << "handed on by hand";
 }
 
 TEST(FriendInfo, HearsInRegistrationOrderAmongOtherObservers) {
