@@ -209,6 +209,12 @@ void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
 }
 
 void VXIMClient::deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion) {
+    // The user's id and the configuration belong to the main thread.
+    if (!MainQueue::shared().isMainThread()) {
+        return MainQueue::shared().async([self = self(), completion = std::move(completion)]() mutable {
+            self->deleteCurrentInstallIdCompletion(std::move(completion));
+        });
+    }
     const auto user = currentUser();
     const Value uid = user ? user->uid() : Value();
     const std::string installationId = impl_->config->installationId().value_or("");

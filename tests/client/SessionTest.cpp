@@ -286,10 +286,11 @@ TEST_F(Session, RemovesTheInstallationOnlyWhenBothIdsAreKnown) {
     client->deleteCurrentInstallIdCompletion(journal->completion("with an empty uid"));
     settle();
     login();
+    std::thread([&] { client->deleteCurrentInstallIdCompletion(journal->completion("from another thread, later")); }).join();
     service.configuration()->setInstallationId("");
     client->deleteCurrentInstallIdCompletion(journal->completion("without an installation"));
     settle();
-    EXPECT_EQ(journal->take(), (Lines{"without an installation yes"}));
+    EXPECT_EQ(journal->take(), (Lines{"without an installation yes", "from another thread, later yes"}));
     EXPECT_EQ(service.takeRequests(), Lines());
 }
 
