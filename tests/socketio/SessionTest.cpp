@@ -77,8 +77,10 @@ TEST(EngineSession, TriesTheOtherTransportAndTheOtherRevision) {
     };
     Script script(chat(TransportChoice::WebSocketThenPolling));
     script.on(event::Start{});
-    EXPECT_EQ(script.on(refused(400, "Unsupported protocol version")), "ws(EIO=3&transport=websocket)");
-    EXPECT_EQ(script.on(refused(503, "")), "GET(EIO=3&transport=polling)");
+    EXPECT_EQ(script.on(refused(400, "what a foreign server says")), "ws(EIO=3&transport=websocket)");
+    EXPECT_EQ(script.on(refused(400, R"({"code":3,"message":"Bad request"})")), "GET(EIO=4&transport=polling)")
+        << "a proxy that takes the upgrade out of the request says nothing about the revision";
+    EXPECT_EQ(script.got(R"({"code":5,"message":"Unsupported protocol version"})", 400), "GET(EIO=3&transport=polling)");
     EXPECT_EQ(script.got("Service Unavailable", 503), "END connect-failed");
 
     Script silent(chat(TransportChoice::WebSocketThenPolling));

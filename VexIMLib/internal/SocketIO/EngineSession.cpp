@@ -20,10 +20,7 @@ constexpr std::size_t kMaxTargetBytes = 12 * 1024;
 
 }  // namespace
 
-EngineSession::EngineSession(SessionConfig config)
-    : config_(std::move(config)),
-      requested_(config_.revision.value_or(EngineRevision::V4)),
-      decoder_(config_.maxMessageBytes) {}
+EngineSession::EngineSession(SessionConfig config) : config_(std::move(config)), decoder_(config_.maxMessageBytes) {}
 
 void EngineSession::on(const SessionEvent& happened, TimePoint now, SessionActions& actions) {
     if (phase_ == Phase::Ended) return;
@@ -101,10 +98,15 @@ std::string EngineSession::target(std::string_view transport) {
     return text;
 }
 
+/// Each transport begins with the revision that every server answers: what refused the other one may have been a proxy.
+void EngineSession::begin(bool& tried) {
+    if (!std::exchange(tried, true)) requested_ = config_.revision.value_or(EngineRevision::V4);
+}
+
 void EngineSession::openWebSocket() {
     phase_ = Phase::OpeningWebSocket;
     carrier_ = Carrier::WebSocket;
-    triedWebSocket_ = true;
+    begin(triedWebSocket_);
     // A proxy may swallow the handshake without a word; then half of the time is left for polling.
     webSocketDeadline_.reset();
     if (config_.transports == TransportChoice::WebSocketThenPolling && !triedPolling_) {
@@ -118,7 +120,7 @@ void EngineSession::openWebSocket() {
 void EngineSession::openPolling() {
     phase_ = Phase::OpeningPolling;
     carrier_ = Carrier::Polling;
-    triedPolling_ = true;
+    begin(triedPolling_);
     if (target("polling").size() > kMaxTargetBytes) return end(EndCause::ConnectFailed, "The connect parameters are too long.");
 }
 
@@ -139,9 +141,8 @@ void EngineSession::handle(const event::WebSocketFailed& failure) {
 void EngineSession::refused(int status, std::string_view body, std::string reason) {
     const auto code = parseEngineError(body);
     const bool overWebSocket = phase_ == Phase::OpeningWebSocket;
-    const bool revisionRefused =
-        code == EngineError::UnsupportedRevision ||
-        (status == 400 && code && *code != EngineError::TransportUnknown && *code != EngineError::Forbidden);
+    const bool revisionRefused = code == EngineError::UnsupportedRevision ||
+                                 (status == 400 && code != EngineError::TransportUnknown && code != EngineError::Forbidden);
     if (revisionRefused && !config_.revision && requested_ == EngineRevision::V4) {
         requested_ = EngineRevision::V3;
         return overWebSocket ? openWebSocket() : openPolling();

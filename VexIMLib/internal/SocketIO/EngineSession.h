@@ -215,6 +215,7 @@ private:
     void handle(const event::Nudge&);
     void handle(const event::Close&);
 
+    void begin(bool& tried);
     void openWebSocket();
     void openPolling();
     void refused(int status, std::string_view body, std::string reason);
