@@ -21,7 +21,7 @@ struct OpenPacket {
     std::size_t bodyLimit() const noexcept { return maxPayload.value_or(1'000'000); }
 };
 
-/// nullopt when it is no JSON object, has no sid, or its intervals are not within 1 ms to one day.
+/// nullopt when it is no JSON object, has no sid, or its intervals are not within 1 to 2^31 - 1 ms.
 std::optional<OpenPacket> parseOpenPacket(std::string_view json);
 
 }  // namespace vexim
