@@ -287,6 +287,8 @@ TEST_F(BackedProxy, KeepsValuesInTheInstanceVariableInsteadOfTheStore) {
     const auto object = vexim::create<Copyable>();
     backed->perform("setTitle:", {object});
     EXPECT_NE(backed->perform("title").asObject(), object) << "the copy policy holds here too";
+    backed->perform("setTitle:", {Value::null()});
+    EXPECT_TRUE(backed->perform("title").isNull()) << "only the store's null reads as nil";
     backed->perform("setTitle:", {nullptr});
     EXPECT_TRUE(backed->perform("title").isNil());
 }

@@ -134,9 +134,9 @@ void VXIMMessageForwardProxy::storeArgument(const VXIMPropertyInfo& info, VXIMRu
 
 void VXIMMessageForwardProxy::loadResult(const VXIMPropertyInfo& info, VXIMRuntimeObject& target, Type type, void* result) {
     if (type.encoding.starts_with('@')) {
-        Value value = info.ivar() ? target.instanceStorage().object(*info.ivar()) : target.valueForPropertyName(info.name());
-        if (value.isNull()) value = Value();
-        *static_cast<Value*>(result) = std::move(value);
+        Value& value = *static_cast<Value*>(result);
+        value = info.ivar() ? target.instanceStorage().object(*info.ivar()) : target.valueForPropertyName(info.name());
+        if (!info.ivar() && value.isNull()) value = Value();  // an instance variable gives back what was put in
         return;
     }
     if (info.ivar()) {
