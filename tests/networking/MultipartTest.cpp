@@ -143,7 +143,7 @@ TEST_F(MultipartTest, ThrottlingBoundsEveryReadAndCopiesAreUnthrottled) {
     form->requestByFinalizingMultipartFormData();
     const auto& stream = form->bodyStream();
     std::vector<std::uint8_t> buffer(100'000);
-    EXPECT_EQ(copyOf(*stream)->read(buffer.data(), 0), 0);
+    EXPECT_EQ(copyOf(*stream)->read(buffer.data(), buffer.size()), 0) << "it is not open yet";
     stream->open();
     EXPECT_EQ(stream->read(buffer.data(), buffer.size()), 16'384);
     const auto copy = copyOf(*stream);

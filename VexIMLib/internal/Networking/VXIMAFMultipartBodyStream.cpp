@@ -64,7 +64,7 @@ std::int64_t VXIMAFMultipartBodyStream::read(std::uint8_t* buffer, std::size_t m
 }
 
 bool VXIMAFMultipartBodyStream::moveToNextPart() {
-    currentPart_ = nextPart_ < parts_.size() ? parts_[nextPart_++] : nullptr;
+    currentPart_ = nextPart_ && *nextPart_ < parts_.size() ? parts_[(*nextPart_)++] : nullptr;
     vexim::MutexLock lock(interruptMutex_);
     currentContents_ = currentPart_ ? currentPart_->inputStream() : nullptr;
     return currentPart_ != nullptr;

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "VexIMLib/Foundation/ThreadSafety.h"
@@ -59,7 +60,7 @@ private:
     std::uint64_t numberOfBytesInPacket_ = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     double delay_ = 0;
     std::vector<std::shared_ptr<VXIMAFHTTPBodyPart>> parts_;
-    std::size_t nextPart_ = 0;
+    std::optional<std::size_t> nextPart_;  // nullopt before the first `open`: there is nothing to read yet
     std::shared_ptr<VXIMAFHTTPBodyPart> currentPart_;
     vexim::StreamStatus streamStatus_ = vexim::StreamStatus::NotOpen;
     vexim::ErrorPtr streamError_;
