@@ -1,6 +1,8 @@
 #include "VexIMLib/Foundation/URL.h"
 
 #include <charconv>
+#include <filesystem>
+#include <system_error>
 #include <vector>
 
 namespace vexim {
@@ -168,8 +170,10 @@ bool URL::readAuthority(std::string_view authority) {
 }
 
 URL URL::fileURLWithPath(std::string_view path) {
+    std::error_code ignored;  // without a working directory, or a path, no file is named
+    const std::string whole = path.starts_with('/') ? std::string(path) : std::filesystem::absolute(path, ignored).string();
     auto stands = [](char c) { return isUnreserved(c) || contains("/!$&'()*+,=:@", c); };
-    return *parse("file://" + encode(path, stands));
+    return *parse("file://" + encode(whole, stands));
 }
 
 std::uint16_t URL::portOrDefault() const noexcept {

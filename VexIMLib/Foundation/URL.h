@@ -15,7 +15,7 @@ public:
     /// nullopt when the text holds what no URL may hold (a blank, a control or non-ASCII character, `"<>\^`{|}`, a broken
     /// percent escape, a second `#`) or its authority or port cannot be read.
     static std::optional<URL> parse(std::string_view text);
-    /// A "file" URL; what the path holds is escaped as needed.
+    /// A "file" URL; what the path holds is escaped as needed. A relative path counts from the working directory.
     static URL fileURLWithPath(std::string_view path);
 
     /// The text that it was made from.

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 using namespace vexim;
 
 namespace {
@@ -118,6 +120,8 @@ TEST(URL, NamesFiles) {
     EXPECT_EQ(url.path(), "/tmp/ü %#?/photo.final.png");
     EXPECT_EQ(url.lastPathComponent(), "photo.final.png");
     EXPECT_EQ(url.pathExtension(), "png");
+    EXPECT_EQ(URL::fileURLWithPath("a b.png").path(), std::filesystem::current_path() / "a b.png");
+    EXPECT_EQ(URL::fileURLWithPath("").path(), "");
     const std::tuple<const char*, const char*, const char*> cases[] = {{"http://h/a/b/", "b", ""},
                                                                        {"http://h/", "/", ""},
                                                                        {"http://h", "", ""},

@@ -63,12 +63,11 @@ void await(const std::string& what, std::chrono::seconds limit, const std::funct
 
 std::shared_ptr<VXIMMessage> messageWithFile(const std::string& name) {
     if (!std::filesystem::is_regular_file(name)) throw std::invalid_argument("no such file: " + name);
-    const std::string path = std::filesystem::absolute(name);  // an upload names its file by a URL
-    std::string ending = std::filesystem::path(path).extension();
+    std::string ending = std::filesystem::path(name).extension();
     std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
-    if (isOneOf(ending, kAudio)) return VXIMMessage::messageWithAudioFileAtPath(path);
-    if (isOneOf(ending, kVideo)) return VXIMMessage::messageWithVideoFileAtPath(path);
-    return VXIMMessage::messageWithImageFileAtPath(path);
+    if (isOneOf(ending, kAudio)) return VXIMMessage::messageWithAudioFileAtPath(name);
+    if (isOneOf(ending, kVideo)) return VXIMMessage::messageWithVideoFileAtPath(name);
+    return VXIMMessage::messageWithImageFileAtPath(name);
 }
 
 void SendOptions::addOptions(CLI::App& command) {
