@@ -16,6 +16,7 @@ class VXIMTransfer;
 
 namespace vexim {
 class InputStream;
+class OperationQueue;
 class OutputStream;
 struct URLRequest;
 class URLSessionTask;
@@ -84,6 +85,9 @@ public:
     void setValueForHTTPHeaderField(std::optional<std::string> value, const std::string& field);
     /// Entries of `headers` win over those that are there.
     void addHTTPHeadersFromDictionary(const vexim::Dictionary& headers);
+
+    /// Reserved: always nullptr.
+    std::shared_ptr<vexim::OperationQueue> requestQueue() const noexcept { return nullptr; }
 
     /// Retries made so far, over the life of the request: it is never reset.
     std::int64_t retryCount() const noexcept { return retryCount_; }

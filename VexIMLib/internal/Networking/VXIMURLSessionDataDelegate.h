@@ -49,7 +49,7 @@ public:
     virtual void taskDidCancel();
     /// Sets `result` and `error` from what has come.
     virtual void parseResultOfTask(const vexim::URLSessionTask& task);
-    /// Hears of every completion; does nothing.
+    /// Hears of every completion, and writes down the failed ones for diagnosis.
     virtual void logFailedTask(const vexim::URLSessionTask& task, const vexim::ErrorPtr& error);
     /// `error` with `underlying` attached, unless it has one already; the other one when either is nullptr.
     static vexim::ErrorPtr errorWithError(const vexim::ErrorPtr& error, const vexim::ErrorPtr& underlying);

@@ -24,7 +24,8 @@ std::string targetPathForURL(const std::optional<vexim::URL>& url) {
 }  // namespace
 
 void url_session_manager_create_task_safely(const std::function<void()>& create) {
-    static vexim::Mutex creation;  // stands in for a serial queue: its caller waited for it anyway
+    // Stands in for the serial queue "com.vexora.networking.session.manager.creation", whose callers would wait for it anyway.
+    static vexim::Mutex creation;
     if (vexim::deviceInfo().foundationVersionNumber < kFoundationWithUniqueTaskIdentifiers) {
         vexim::MutexLock lock(creation);
         create();
