@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <filesystem>
 #include <stop_token>
 
 #include "VexIMLib/Async/Coroutine.h"
@@ -11,6 +10,7 @@
 #include "VexIMLib/VexIMLib.h"
 #include "client/ClientFixture.h"
 #include "support/ScriptedServer.h"
+#include "support/TemporaryFolder.h"
 
 using namespace vexim;
 using namespace vexim::testing;
@@ -145,7 +145,8 @@ TEST_F(OperationsTest, ATransferIsEndedByTimeCancellationAndDestruction) {
     });
     const auto message =
         VXIMMessage::initWithPayloadDictionary({{"content", Dictionary{{"media", 1}, {"body", slow.url("/a.png")}}}});
-    const std::string path = (std::filesystem::temp_directory_path() / "vexim-async-test.png").string();
+    const TemporaryFolder folder;
+    const std::string path = folder / "photo.png";
     const auto download = [&] { return vexim::call(&VXIMMessage::downloadAttachment, message, path, nullptr); };
 
     std::stop_source stop;
@@ -167,4 +168,5 @@ TEST_F(OperationsTest, ATransferIsEndedByTimeCancellationAndDestruction) {
         ASSERT_TRUE(eventually([&] { return begun == before + 1; }));
     }
     EXPECT_TRUE(eventually([&] { return left == begun; })) << "as when its task is destroyed";
+    EXPECT_TRUE(eventually([&] { return folder.count() == 0; })) << "and what had come is gone";
 }

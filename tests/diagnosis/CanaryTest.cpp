@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <set>
@@ -18,6 +17,7 @@
 #include "support/LivePeer.h"
 #include "support/LogCapture.h"
 #include "support/ScriptedServer.h"
+#include "support/TemporaryFolder.h"
 
 using namespace vexim;
 using namespace vexim::testing;
@@ -54,11 +54,7 @@ class CanaryTest : public ::testing::Test {
 protected:
     enum class Login { Accept, Refuse, RefuseNamespace, Page, HangUp };
 
-    CanaryTest() : server([this](ScriptedServer::Connection& connection) { serve(connection); }) {
-        std::filesystem::create_directory(folder);
-        std::ofstream(file) << "bytes";
-    }
-    ~CanaryTest() override { std::filesystem::remove_all(folder); }
+    CanaryTest() : server([this](ScriptedServer::Connection& connection) { serve(connection); }) { std::ofstream(file) << "bytes"; }
 
     /// Repeats everything that it was asked where a page would.
     void serve(ScriptedServer::Connection& connection) {
@@ -158,8 +154,8 @@ protected:
     std::string sent;
     std::set<std::string> signatures;
     std::atomic<Login> login{Login::Accept};
-    const std::string folder = (std::filesystem::temp_directory_path() / ("c4n4ry-folder-" + std::to_string(::getpid()))).string();
-    const std::string file = folder + "/c4n4ry-file.png";
+    const TemporaryFolder folder{"c4n4ry-folder"};
+    const std::string file = folder / "c4n4ry-file.png";
     LogCapture log;
     std::vector<std::shared_ptr<VXIMClient>> clients;
     std::vector<std::string> said;  // by errors
@@ -204,7 +200,7 @@ TEST_F(CanaryTest, NoSecretReachesALogAnErrorOrTheRecord) {
     run([&] { client->sendMessage(text(), flag()); });
     run([&] { client->sendSystemMessageToAllUsers(text(), flag()); });
     client->sendSystemMessage(text(), {}, flag());  // to nobody: only logged
-    for (const auto& path : {file, folder + "/c4n4ry-missing.png"}) {
+    for (const auto& path : {file, std::string(folder / "c4n4ry-missing.png")}) {
         const auto message = VXIMMessage::messageWithImageFileAtPath(path);
         run([&] { client->sendSystemMessageToUser(message, "u2", flag()); });
     }

@@ -13,6 +13,7 @@
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "endtoend/LiveWorld.h"
 #include "support/Describe.h"
+#include "support/TemporaryFolder.h"
 
 namespace vexim::testing {
 namespace {
@@ -29,12 +30,10 @@ constexpr Stage kStages[] = {Stage::BeforeItsStart, Stage::AtItsStart,        St
 class Attachments : public ::testing::Test {
 protected:
     Attachments() {
-        fs::create_directories(folder);
         ears = LiveClient::make(server.url(""));
         ears->login();
         EXPECT_TRUE(eventually([&] { return ears->logins.size() == 1; }));
     }
-    ~Attachments() override { fs::remove_all(folder); }
 
     /// Plays the live connection and the service's files. What is silent takes the request and says nothing.
     void play(Connection& connection) {
@@ -102,7 +101,7 @@ protected:
         return true;
     }
 
-    const fs::path folder = fs::temp_directory_path() / ("vexim-attachments-" + std::to_string(::getpid()));
+    const TemporaryFolder folder;
     std::atomic<bool> isSilent{false};
     std::atomic<bool> halfIsSent{false};
     std::atomic<int> arrived{0};
@@ -147,12 +146,11 @@ TEST_F(Attachments, ASendIsCancelledInEveryStage) {
         }
     }
     EXPECT_EQ(fs::file_size(file), 200'000u);
-    EXPECT_EQ(std::distance(fs::directory_iterator(folder), {}), 1);
+    EXPECT_EQ(folder.count(), 1u);
 }
 
 TEST_F(Attachments, ADownloadIsCancelledInEveryStage) {
     const auto target = folder / "photo.png";
-    const auto filesInFolder = [&] { return std::distance(fs::directory_iterator(folder), {}); };
     for (const auto stage : kStages) {
         SCOPED_TRACE(static_cast<int>(stage));
         const auto transfer = transferFor(stage);
@@ -166,7 +164,7 @@ TEST_F(Attachments, ADownloadIsCancelledInEveryStage) {
             [&](std::int32_t percent) {
                 if (stage != Stage::InsideProgress) return;
                 EXPECT_EQ(percent, 4);
-                EXPECT_EQ(filesInFolder(), 1) << "the temporary file";
+                EXPECT_EQ(folder.count(), 1u) << "the temporary file";
                 EXPECT_TRUE(transfer->cancel());
             },
             once([&](const Value& result, const ErrorPtr& error) {
@@ -179,7 +177,7 @@ TEST_F(Attachments, ADownloadIsCancelledInEveryStage) {
         cancelIn(stage, transfer, ended);
         const bool isThere = stage == Stage::AfterItsEnd;
         EXPECT_EQ(outcome, isThere ? target.string() : "(null) NSURLErrorDomain -999");
-        EXPECT_EQ(filesInFolder(), isThere ? 1 : 0);
+        EXPECT_EQ(folder.count(), isThere ? 1u : 0u);
     }
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "endtoend/EndToEnd.h"
+#include "support/TemporaryFolder.h"
 
 using namespace vexim::testing;
 using vexim::Dictionary;
@@ -175,7 +176,8 @@ TEST_P(Chat, AnImageTravelsThroughTheService) {
     EXPECT_LE(last, 100);
     EXPECT_EQ(bob->lastMessage->mediaType(), VXIMMessageMediaTypeImage);
 
-    const auto file = std::filesystem::temp_directory_path() / ("vexim-endtoend-" + std::string(GetParam()) + ".png");
+    const TemporaryFolder folder;
+    const auto file = folder / "copy.png";
     EXPECT_EQ(run<vexim::Value>([&](auto done) { bob->lastMessage->downloadAttachment(file, {}, done); },
                                 [](const vexim::Value& path) { return path.description(); }),
               file.string());
@@ -185,7 +187,6 @@ TEST_P(Chat, AnImageTravelsThroughTheService) {
     };
     EXPECT_FALSE(contents(file).empty());
     EXPECT_TRUE(contents(file) == contents(*image->attachmentPath()));
-    std::filesystem::remove(file);
 
     auto forwarded = bob->lastMessage;
     EXPECT_EQ(run([&](auto done) { bob->client->sendMessageToGroup(forwarded, "demo-group", done); }), "yes");

@@ -3,30 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <thread>
 
 #include "VexIMLib/Foundation/Exception.h"
 
 namespace vexim::testing {
-namespace {
-
-/// A small file to be uploaded, the same for all.
-const std::string& attachmentPath() {
-    static const std::string path = [] {
-        auto file = std::filesystem::temp_directory_path() / "vexim-schedule-attachment.png";
-        std::ofstream(file) << "bytes of a picture";
-        return file.string();
-    }();
-    return path;
-}
-
-std::string downloadPath() { return (std::filesystem::temp_directory_path() / "vexim-schedule-download").string(); }
-
-}  // namespace
-
 /// Hears everything, as delegate or as observer, and lets things happen in each call.
 class ScheduleWorld::Delegate final : public VXIMClientDelegate {
 public:
@@ -60,9 +42,11 @@ private:
     const std::weak_ptr<ScheduleWorld> world_;
 };
 
-ScheduleWorld::ScheduleWorld(std::uint32_t seed, ManualClock& clock, VXIMClient::SocketFactory makeSocket, ServerAct server)
+ScheduleWorld::ScheduleWorld(std::uint32_t seed, ManualClock& clock, const TemporaryFolder& folder,
+                             VXIMClient::SocketFactory makeSocket, ServerAct server)
     : chance_(seed),
       clock_(clock),
+      folder_(folder),
       makeSocket_(std::move(makeSocket)),
       server_(std::move(server)) {}
 
@@ -233,7 +217,7 @@ void ScheduleWorld::sendSystemMessage() {
 void ScheduleWorld::sendAttachment() {
     const auto client = pick(clients_);
     if (!client) return;
-    const auto message = keep(messages_, VXIMMessage::messageWithImageFileAtPath(attachmentPath()));
+    const auto message = keep(messages_, VXIMMessage::messageWithImageFileAtPath(folder_ / kPicture));
     if (below(2) == 0) {
         message->receiver()->setUserId(someId("u"));
         return client->sendMessage(message, progress(), mustRun<VXIMBooleanCompletion>());
@@ -247,7 +231,7 @@ void ScheduleWorld::downloadAttachment() {
     message->setAttachmentUrl(vxim_configuration->socketURL()->absoluteString() + "/files/" + std::to_string(below(10)));
     const auto transfer = below(2) == 0 ? keep(transfers_, VXIMTransfer::transfer()) : nullptr;
     if (transfer && below(4) == 0) transfer->cancel();
-    message->downloadAttachment(downloadPath(), progress(), mustRun<VXIMResultCompletion>(), transfer);
+    message->downloadAttachment(folder_ / "download", progress(), mustRun<VXIMResultCompletion>(), transfer);
 }
 
 void ScheduleWorld::useUser() {

@@ -14,6 +14,7 @@
 #include "VexIMLib/VexIMLib.h"
 #include "support/Completions.h"
 #include "support/ScriptedServer.h"
+#include "support/TemporaryFolder.h"
 
 namespace vexim::testing {
 
@@ -26,7 +27,11 @@ public:
     /// What happens on the other side of the live connections; does nothing where real servers play.
     using ServerAct = std::function<void(std::mt19937& chance)>;
 
-    ScheduleWorld(std::uint32_t seed, ManualClock& clock, VXIMClient::SocketFactory makeSocket, ServerAct server);
+    /// The file in `folder` that is uploaded; "download" beside it is where downloads go.
+    static constexpr const char* kPicture = "picture.png";
+
+    ScheduleWorld(std::uint32_t seed, ManualClock& clock, const TemporaryFolder& folder, VXIMClient::SocketFactory makeSocket,
+                  ServerAct server);
 
     /// Lives through `steps` actions and as many as callbacks add, then lets go of everything.
     void live(int steps);
@@ -93,6 +98,7 @@ private:
 
     std::mt19937 chance_;
     ManualClock& clock_;
+    const TemporaryFolder& folder_;
     const VXIMClient::SocketFactory makeSocket_;
     const ServerAct server_;
     int actionsLeft_ = 0;

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -31,7 +32,10 @@ std::uint32_t numberFrom(const char* variable, std::uint32_t otherwise) {
 
 class Schedules : public ::testing::Test {
 protected:
-    Schedules() { setKeepsFinishedDelegates(false); }
+    Schedules() {
+        setKeepsFinishedDelegates(false);
+        std::ofstream(folder / ScheduleWorld::kPicture) << "bytes of a picture";
+    }
     ~Schedules() override { vxim_configuration = nullptr; }
 
     static void serveFrom(const ScriptedServer& server) {
@@ -46,11 +50,12 @@ protected:
     /// Lives one life to its end. False when the next need not begin.
     bool live(std::uint32_t seed, VXIMClient::SocketFactory makeSocket, ScheduleWorld::ServerAct server) {
         SCOPED_TRACE("VEXIM_SCHEDULE_SEED=" + std::to_string(seed));
-        const auto world = std::make_shared<ScheduleWorld>(seed, clock, std::move(makeSocket), std::move(server));
+        const auto world = std::make_shared<ScheduleWorld>(seed, clock, folder, std::move(makeSocket), std::move(server));
         world->live(10 + static_cast<int>(seed % 50));
         EXPECT_TRUE(eventuallyTurning(clock, [] { return pendingCompletions() == 0; }))
             << "never called: " << describePendingCompletions();
         EXPECT_TRUE(eventuallyTurning(clock, [&] { return world->leftovers().empty(); })) << "left behind: " << world->leftovers();
+        EXPECT_LE(folder.count(), 2u) << "a temporary file is left behind";
         return !HasFailure();
     }
 
@@ -67,6 +72,7 @@ protected:
     }
 
     ManualClock clock;
+    const TemporaryFolder folder;
     LogCapture log;  // many messages without a receiver are complained about
 };
 

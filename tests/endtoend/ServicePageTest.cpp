@@ -6,12 +6,9 @@
 // into the page. Each takes the place of the example that was there; a new one wants an empty example first ("GET" in an `http`
 // block, "-" in a `live` block).
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -20,6 +17,7 @@
 #include "endtoend/EndToEnd.h"
 #include "endtoend/ServicePageExchanges.h"
 #include "endtoend/ServiceProcess.h"
+#include "support/TemporaryFolder.h"
 
 namespace vexim::testing {
 namespace {
@@ -278,15 +276,13 @@ void ServicePage::tellSearches() {
 }
 
 void ServicePage::tellAttachments() {
-    const auto folder = std::filesystem::temp_directory_path() / ("vexim-page-" + std::to_string(::getpid()));
-    std::filesystem::create_directory(folder);
+    const TemporaryFolder folder;
     std::ofstream(folder / "dot.png", std::ios::binary).write(kPicture, sizeof kPicture - 1);
     const auto message = VXIMMessage::messageWithImageFileAtPath((folder / "dot.png").string());
     succeeds([&](auto done) { alice->client->sendMessageToFriend(message, "bob", done); });
     EXPECT_TRUE(bob->hears("friend alice: " + message->attachmentUrl().value_or("")));
     EXPECT_TRUE(alice->hears("friend bob: " + message->attachmentUrl().value_or("")));
     resultOf<Value>([&](auto done) { bob->lastMessage->downloadAttachment((folder / "copy.png").string(), {}, done); });
-    std::filesystem::remove_all(folder);
 }
 
 void ServicePage::tellErrors() {

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -18,6 +16,7 @@
 #include "VexIMLib/internal/Platform/DeviceInfo.h"
 #include "VexIMLib/internal/Platform/InputStream.h"
 #include "VexIMLib/internal/Platform/URLRequest.h"
+#include "support/TemporaryFolder.h"
 
 using vexim::Array;
 using vexim::Data;
@@ -75,22 +74,21 @@ TEST_F(CompositionTest, SignatureIsTheDigestOfSecondsAndKeyRoundedHalvesUp) {
 }
 
 TEST_F(CompositionTest, ADirectoryReplacesWhateverStandsInItsPlace) {
-    const auto root = fs::temp_directory_path() / ("vexim-dirs-" + VXIMUtils::md5FromString(std::to_string(::getpid())));
-    VXIMUtils::ensureDirExist((root / "a" / "b").string());
+    const vexim::testing::TemporaryFolder root;
+    VXIMUtils::ensureDirExist(root / "a" / "b");
     EXPECT_TRUE(fs::is_directory(root / "a" / "b"));
 
     std::ofstream(root / "a" / "kept") << "x";
-    VXIMUtils::ensureDirExist((root / "a").string());
+    VXIMUtils::ensureDirExist(root / "a");
     EXPECT_TRUE(fs::exists(root / "a" / "kept"));
 
     std::ofstream(root / "file") << "x";
-    VXIMUtils::ensureDirExist((root / "file").string());
+    VXIMUtils::ensureDirExist(root / "file");
     EXPECT_TRUE(fs::is_directory(root / "file"));
 
     VXIMUtils::ensureDirExist(std::nullopt);
     VXIMUtils::ensureDirExist("");
     VXIMUtils::ensureDirExist("/proc/nowhere/at/all");  // fails silently
-    fs::remove_all(root);
 }
 
 TEST_F(CompositionTest, AFreshRequestTakesItsCredentialsFromTheConfigurationOnce) {

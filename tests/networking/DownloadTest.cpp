@@ -36,10 +36,6 @@ protected:
             requestFor("/file")->downloadToPath(target.string(), std::move(progress), std::move(done), std::move(transfer));
         });
     }
-
-    std::size_t filesInFolder() const {
-        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
-    }
 };
 
 TEST_F(DownloadTest, TheBodyGoesToTheStreamAndTheResultIsTheTargetPath) {
@@ -130,7 +126,7 @@ TEST_F(DownloadTest, AFileAppearsUnderItsNameWhenItIsWhole) {
     answerEverything(200, "");
     EXPECT_EQ(downloadTo(folder / "empty"), '"' + (folder / "empty").string() + '"');
     EXPECT_EQ(contentsOf(folder / "empty"), "");
-    EXPECT_EQ(filesInFolder(), 2u);
+    EXPECT_EQ(folder.count(), 2u);
 }
 
 TEST_F(DownloadTest, AFailureLeavesTheOldFileAndNoOther) {
@@ -169,13 +165,13 @@ TEST_F(DownloadTest, AFailureLeavesTheOldFileAndNoOther) {
         const auto outcome = downloadTo(folder / "target");
         EXPECT_TRUE(outcome.ends_with(test.outcome)) << outcome;
         EXPECT_EQ(contentsOf(folder / "target"), "old");
-        EXPECT_EQ(filesInFolder(), 1u);
+        EXPECT_EQ(folder.count(), 1u);
     }
     answerEverything(200, contents);
     EXPECT_NE(downloadTo(folder / "no" / "such" / "folder").find("NSCocoaErrorDomain"), std::string::npos);
     std::filesystem::create_directories(folder / "taken" / "by");
     EXPECT_NE(downloadTo(folder / "taken").find("NSCocoaErrorDomain"), std::string::npos) << "a directory stands there";
-    EXPECT_EQ(filesInFolder(), 2u);
+    EXPECT_EQ(folder.count(), 2u);
 }
 
 /// While it lives no file of this process grows beyond `bytes`, as if the disk were full.
@@ -207,7 +203,7 @@ TEST_F(DownloadTest, AFullDiskIsAnErrorAndLeavesNothing) {
             outcome = downloadTo(folder / "target");
         }
         EXPECT_NE(outcome.find("NSCocoaErrorDomain"), std::string::npos) << outcome;
-        EXPECT_EQ(filesInFolder(), 0u);
+        EXPECT_EQ(folder.count(), 0u);
     }
 }
 
@@ -229,10 +225,10 @@ TEST_F(DownloadTest, CancelledAtAnyMomentFromAnyThreadItEndsOnceAndCleanly) {
         canceller.join();
         if (transfer->isCancelled()) {
             EXPECT_TRUE(outcome.starts_with("NSURLErrorDomain -999")) << outcome;
-            EXPECT_EQ(filesInFolder(), 0u);
+            EXPECT_EQ(folder.count(), 0u);
         } else {
             EXPECT_TRUE(contentsOf(target) == contents);
-            EXPECT_EQ(filesInFolder(), 1u);
+            EXPECT_EQ(folder.count(), 1u);
             std::filesystem::remove(target);
         }
     }

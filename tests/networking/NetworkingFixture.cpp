@@ -1,7 +1,5 @@
 #include "networking/NetworkingFixture.h"
 
-#include <unistd.h>
-
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -47,10 +45,7 @@ bool eventuallyElsewhere(const std::function<bool()>& predicate) {
     });
 }
 
-NetworkingTest::NetworkingTest()
-    : folder(fs::temp_directory_path() /
-             ("vexim-" + std::to_string(::getpid()) + '-' + ::testing::UnitTest::GetInstance()->current_test_info()->name())) {
-    fs::create_directories(folder);
+NetworkingTest::NetworkingTest() {
     auto configuration = VXIMClientConfiguration::defaultConfiguration();
     configuration->setAppId("app-1");
     configuration->setClientKey("key");
@@ -60,7 +55,6 @@ NetworkingTest::NetworkingTest()
 NetworkingTest::~NetworkingTest() {
     server = nullptr;
     vxim_configuration = nullptr;
-    fs::remove_all(folder);
 }
 
 void NetworkingTest::pointAt(const std::string& origin) { vxim_configuration->setSocketURL(vexim::URL::parse(origin)); }

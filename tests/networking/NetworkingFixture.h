@@ -16,6 +16,7 @@
 #include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/VXIMCompletions.h"
 #include "support/ScriptedServer.h"
+#include "support/TemporaryFolder.h"
 
 /// What a completion got, as one line: the result as JSON text, `bytes "…"`, or
 /// `domain code "description" temporary over domain code`.
@@ -45,7 +46,7 @@ protected:
 
     vexim::testing::ManualClock clock{1700000000};
     std::unique_ptr<vexim::testing::ScriptedServer> server;
-    std::filesystem::path folder;
+    const vexim::testing::TemporaryFolder folder;
 
 private:
     mutable std::mutex mutex_;

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/VXIMTransfer.h"
 #include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
 #include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
@@ -31,17 +32,17 @@ protected:
             VXIMHTTPRequest::uploadFileAtPath(path, std::move(progress), std::move(done), std::move(transfer));
         });
     }
-
-    /// A form whose one part announces `length` bytes and holds `contents`.
-    static std::shared_ptr<VXIMRequest> formAnnouncing(std::int64_t length, const std::string& contents) {
-        auto request = VXIMRequest::request();
-        request->setMethod("POST");
-        request->setPath("/attachment");
-        auto form = VXIMAFStreamingMultipartFormData::formDataWithURLRequest(request, vexim::StringEncoding::UTF8);
-        form->appendPartWithInputStream(InputStream::withData(Data(contents)), "f", "f", length, "x/y");
-        return form->requestByFinalizingMultipartFormData();
-    }
 };
+
+/// A form for "/attachment" that holds three bytes.
+std::shared_ptr<VXIMRequest> smallForm() {
+    auto request = VXIMRequest::request();
+    request->setMethod("POST");
+    request->setPath("/attachment");
+    auto form = VXIMAFStreamingMultipartFormData::formDataWithURLRequest(request, vexim::StringEncoding::UTF8);
+    form->appendPartWithInputStream(InputStream::withData(Data("abc")), "f", "f", 3, "x/y");
+    return form->requestByFinalizingMultipartFormData();
+}
 
 /// Runs cpp-httplib's server, whose multipart parser nobody here wrote.
 class ParsingServer {
@@ -130,7 +131,7 @@ TEST_F(UploadTest, WhatCannotBeReadIsAnEmptyFormOrAnError) {
     EXPECT_EQ(requests().back().body, "");
     EXPECT_EQ(requests().back().header("Content-Type"), "application/json");
 
-    EXPECT_TRUE(upload(folder.string()).starts_with("VXErrorDomain 100")) << "a directory";
+    EXPECT_TRUE(upload(folder.path().string()).starts_with("VXErrorDomain 100")) << "a directory";
     EXPECT_EQ(requests().size(), 1u);
 }
 
@@ -162,7 +163,7 @@ TEST_F(UploadTest, IsRetriedOnlyUntilProgressWasReported) {
             connection.answer(503, "");
         }
     });
-    auto sent = formAnnouncing(3, "abc");
+    auto sent = smallForm();
     EXPECT_TRUE(outcomeOf([&](VXIMResultCompletion done) {
                     sent->uploadWithNewBodyStreamBlock(nullptr, nullptr, std::move(done));
                 }).find("temporary") != std::string::npos);
@@ -170,7 +171,7 @@ TEST_F(UploadTest, IsRetriedOnlyUntilProgressWasReported) {
     EXPECT_EQ(sent->retryCount(), 2);
 
     pointAt("http://127.0.0.1:" + std::to_string(deadPort()));
-    auto unsent = formAnnouncing(3, "abc");
+    auto unsent = smallForm();
     const auto before = clock.now();
     EXPECT_TRUE(outcomeOf([&](VXIMResultCompletion done) {
                     unsent->uploadWithNewBodyStreamBlock(nullptr, nullptr, std::move(done));
@@ -264,16 +265,16 @@ TEST_F(UploadTest, AHandleCancelsItInThePauseBeforeARetry) {
     clock.advanceAndDrain(2s);
 }
 
-using UploadDeathTest = UploadTest;
-
-TEST_F(UploadDeathTest, TheProcessEndsWhileABodyWaitsForTheMainThread) {
+// Without the fixture, whose folder the process would leave behind.
+TEST(UploadDeathTest, TheProcessEndsWhileABodyWaitsForTheMainThread) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
             boost::asio::io_context context;  // a listener without a thread that the exit would have to end
             boost::asio::ip::tcp::acceptor listener(context, {boost::asio::ip::address_v4::loopback(), 0});
-            pointAt("http://127.0.0.1:" + std::to_string(listener.local_endpoint().port()));
-            formAnnouncing(3, "abc")->uploadWithNewBodyStreamBlock(nullptr, nullptr, nullptr);
+            vxim_configuration = VXIMClientConfiguration::defaultConfiguration();
+            vxim_configuration->setSocketURL(URL::parse("http://127.0.0.1:" + std::to_string(listener.local_endpoint().port())));
+            smallForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, nullptr);
             auto peer = listener.accept();
             std::string head;
             boost::asio::read_until(peer, boost::asio::dynamic_buffer(head), "\r\n\r\n");

@@ -1,30 +1,14 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
 #include <thread>
 
 #include "VexIMLib/internal/Platform/FileManager.h"
 #include "VexIMLib/internal/Platform/InputStream.h"
 #include "VexIMLib/internal/Platform/OutputStream.h"
+#include "support/TemporaryFolder.h"
 
 namespace vexim::testing {
 namespace {
-
-/// A directory that goes with the test.
-class ScratchDirectory {
-public:
-    ScratchDirectory() {
-        std::string name = appendPathComponent(temporaryDirectory(), "vexim-test-XXXXXX");
-        path_ = ::mkdtemp(name.data());
-    }
-    ~ScratchDirectory() { std::filesystem::remove_all(path_); }
-    std::string file(std::string_view name) const { return appendPathComponent(path_, name); }
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
 
 std::string readAll(InputStream& stream, std::size_t piece) {
     std::string text;
@@ -40,12 +24,12 @@ std::int64_t write(OutputStream& stream, std::string_view text) {
 }
 
 TEST(Streams, ReadTheSameInAnyPieces) {
-    const ScratchDirectory scratch;
+    const TemporaryFolder scratch;
     const std::string text = "some text of thirty-three bytes..";
-    ASSERT_EQ(FileManager::writeAtomically(Data(text), scratch.file("a b")), nullptr);
+    ASSERT_EQ(FileManager::writeAtomically(Data(text), scratch / "a b"), nullptr);
     for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, std::size_t{4096}}) {
-        for (const auto& stream : {InputStream::withData(Data(text)), InputStream::withFileAtPath(scratch.file("a b")),
-                                   InputStream::withURL(URL::fileURLWithPath(scratch.file("a b")))}) {
+        for (const auto& stream : {InputStream::withData(Data(text)), InputStream::withFileAtPath(scratch / "a b"),
+                                   InputStream::withURL(URL::fileURLWithPath((scratch / "a b").string()))}) {
             EXPECT_EQ(stream->streamStatus(), StreamStatus::NotOpen);
             stream->open();
             EXPECT_TRUE(stream->hasBytesAvailable());
@@ -59,9 +43,9 @@ TEST(Streams, ReadTheSameInAnyPieces) {
 }
 
 TEST(Streams, FailToOpenWithAnErrorThatSaysWhy) {
-    const ScratchDirectory scratch;
+    const TemporaryFolder scratch;
     const std::pair<std::shared_ptr<InputStream>, std::int64_t> inputs[] = {
-        {InputStream::withFileAtPath(scratch.file("none")), 260},
+        {InputStream::withFileAtPath(scratch / "none"), 260},
         {InputStream::withFileAtPath(scratch.path()), 256},
         {InputStream::withURL(*URL::parse("http://a.example/")), URLErrorUnsupportedURL},
     };
@@ -81,7 +65,7 @@ TEST(Streams, FailToOpenWithAnErrorThatSaysWhy) {
 }
 
 TEST(Streams, WriteToMemoryAndFiles) {
-    const ScratchDirectory scratch;
+    const TemporaryFolder scratch;
     const auto memory = OutputStream::toMemory();
     EXPECT_EQ(write(*memory, "early"), -1) << "not open yet";
     memory->open();
@@ -94,12 +78,12 @@ TEST(Streams, WriteToMemoryAndFiles) {
     EXPECT_EQ(memory->dataWrittenToMemory().view(), "first second third");
 
     for (const bool append : {false, true}) {
-        const auto file = OutputStream::toFileAtPath(scratch.file("out"), append);
+        const auto file = OutputStream::toFileAtPath(scratch / "out", append);
         file->open();
         EXPECT_EQ(write(*file, append ? "more" : "some"), 4);
         file->close();
     }
-    EXPECT_EQ(FileManager::contents(scratch.file("out"))->view(), "somemore");
+    EXPECT_EQ(FileManager::contents(scratch / "out")->view(), "somemore");
 }
 
 TEST(Streams, AreBoundThroughABoundedPipe) {
@@ -125,8 +109,8 @@ TEST(Streams, AreBoundThroughABoundedPipe) {
 }
 
 TEST(FileManager, CreatesReplacesAndRemoves) {
-    const ScratchDirectory scratch;
-    const auto deep = scratch.file("a/b/c");
+    const TemporaryFolder scratch;
+    const std::string deep = scratch / "a/b/c";
     EXPECT_NE(FileManager::createDirectory(deep, false), nullptr);
     EXPECT_EQ(FileManager::createDirectory(deep, true), nullptr);
     EXPECT_EQ(FileManager::createDirectory(deep, true), nullptr) << "there already";
@@ -138,12 +122,12 @@ TEST(FileManager, CreatesReplacesAndRemoves) {
     EXPECT_EQ(FileManager::attributes(file)->size, 5u);
     EXPECT_EQ(FileManager::contentsOfDirectory(deep), (std::vector<std::string>{"f"})) << "no temporary file is left";
     EXPECT_NE(FileManager::createDirectory(file, true), nullptr) << "a file stands there";
-    EXPECT_EQ(FileManager::writeAtomically(Data("x"), scratch.file("none/f"))->code(), 4);
+    EXPECT_EQ(FileManager::writeAtomically(Data("x"), scratch / "none/f")->code(), 4);
     EXPECT_NE(FileManager::writeAtomically(Data("x"), deep), nullptr) << "a directory stands there";
-    EXPECT_EQ(FileManager::contentsOfDirectory(scratch.file("a/b")), (std::vector<std::string>{"c"}));
+    EXPECT_EQ(FileManager::contentsOfDirectory(scratch / "a/b"), (std::vector<std::string>{"c"}));
 
-    EXPECT_EQ(FileManager::move(file, scratch.file("moved")), nullptr);
-    EXPECT_EQ(FileManager::remove(scratch.file("a")), nullptr);
+    EXPECT_EQ(FileManager::move(file, scratch / "moved"), nullptr);
+    EXPECT_EQ(FileManager::remove(scratch / "a"), nullptr);
     EXPECT_FALSE(FileManager::fileExists(deep));
     EXPECT_EQ(FileManager::remove(deep)->code(), 4);
     ErrorPtr error;

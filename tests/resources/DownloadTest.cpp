@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <string_view>
 
 #include "VexIMLib/Testing/FakeService.h"
 #include "resources/Operations.h"
 #include "support/Eventually.h"
+#include "support/TemporaryFolder.h"
 
 using namespace vexim::testing;
 
@@ -30,7 +30,8 @@ TEST(Download, SignsOnlyWhatGoesToTheService) {
         each->answer("GET", "/files/:name", {.body = vexim::Data(std::string_view("the file"))}, FakeService::kAlways);
     }
     vxim_configuration = service.configuration();
-    const std::string path = std::filesystem::temp_directory_path() / "vexim-download-test";
+    const TemporaryFolder folder;
+    const std::string path = folder / "file";
 
     EXPECT_EQ(download(service.url() + "/files/1", path), "\"" + path + "\"");
     EXPECT_EQ(download("/files/1", path), "\"" + path + "\"");
@@ -45,12 +46,11 @@ TEST(Download, SignsOnlyWhatGoesToTheService) {
     EXPECT_EQ(signatures(service), "yes yes yes yes ");
     EXPECT_EQ(signatures(stranger), "no no ");
     vxim_configuration = nullptr;
-    std::filesystem::remove(path);
 }
 
 TEST(Download, WithoutAnAttachmentFails) {
     Outcome outcome;
-    VXIMMessage::messageWithText("http://127.0.0.1/")->downloadAttachment("/tmp/never-made", {}, outcome.result());
+    VXIMMessage::messageWithText("http://127.0.0.1/")->downloadAttachment("/nonexistent/never-made", {}, outcome.result());
     EXPECT_FALSE(outcome.hasEnded()) << "not on the caller's turn";
     ASSERT_TRUE(eventually([&] { return outcome.hasEnded(); }));
     EXPECT_EQ(outcome.text(), "nil, NSURLErrorDomain -1000");

@@ -1,10 +1,10 @@
 // What is typed: the line, commands, completion; and names for files that others chose.
 
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
 
+#include "support/TemporaryFolder.h"
 #include "tests/tools/ChatFixture.h"
 #include "tools/vexim/chat/Completion.h"
 #include "tools/vexim/chat/EditLine.h"
@@ -184,14 +184,11 @@ TEST_F(InputTest, NamesFilesSafely) {
     for (const auto& [url, expected] : cases) EXPECT_EQ(fileNameFor(url), expected) << url;
     EXPECT_LE(fileNameFor("http://h/" + std::string(5000, 'x') + ".png").size(), 120u);
 
-    const auto folder = std::filesystem::path(testing::TempDir()) / "vexim-chat-files";
-    std::filesystem::remove_all(folder);
-    std::filesystem::create_directories(folder);
-    EXPECT_EQ(placeFor(folder, "http://h/dot.png"), folder / "dot.png");
+    const vexim::testing::TemporaryFolder folder;
+    EXPECT_EQ(placeFor(folder.path(), "http://h/dot.png"), folder / "dot.png");
     std::ofstream(folder / "dot.png") << "taken";
-    EXPECT_EQ(placeFor(folder, "http://h/dot.png"), folder / "dot (1).png");
+    EXPECT_EQ(placeFor(folder.path(), "http://h/dot.png"), folder / "dot (1).png");
     EXPECT_THROW(placeFor(folder / "dot.png", "http://h/x.png"), std::invalid_argument);
-    std::filesystem::remove_all(folder);
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ trap clean_up EXIT
 port=0
 start_service() {  # on the port that it had before
     : > "$work/service.log"
-    node "$service/server.js" --port "$port" > "$work/service.log" 2>&1 &
+    TMPDIR=$work node "$service/server.js" --port "$port" > "$work/service.log" 2>&1 &
     service_pid=$!
     await_file "$work/service.log" 'listening on'
     port=$(sed -n 's/.*listening on .*:\([0-9]*\)$/\1/p' "$work/service.log")

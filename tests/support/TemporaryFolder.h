@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdlib>
+#include <filesystem>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+namespace vexim::testing {
+
+/// A folder of the test's own; it goes with this object, and all in it.
+class TemporaryFolder {
+public:
+    /// `name` is the beginning of its name.
+    explicit TemporaryFolder(const std::string& name = "vexim-test") {
+        std::string path = std::filesystem::temp_directory_path() / (name + "-XXXXXX");
+        if (::mkdtemp(path.data()) == nullptr) throw std::runtime_error("no folder " + path);
+        path_ = path;
+    }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    const std::filesystem::path& path() const noexcept { return path_; }
+    std::filesystem::path operator/(const std::filesystem::path& name) const { return path_ / name; }
+    /// How many files and folders are in it.
+    std::size_t count() const { return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(path_), {})); }
+
+private:
+    std::filesystem::path path_;
+};
+
+}  // namespace vexim::testing
