@@ -166,6 +166,15 @@ TEST_F(Operations, ReadTheAnswerAndBringLocalStateInLine) {
     }
 }
 
+TEST_F(Operations, OnMembersThatAreNotKnownSucceed) {
+    resources.room = VXIMRoom::roomWithId("r9");
+    resources.group = VXIMGroup::groupWithId("g1");
+    for (const char* name : {"room add members", "room remove members", "group add members"})
+        EXPECT_EQ(run(name).text(), "yes") << name;
+    EXPECT_EQ(json(resources.room->members()), "nil") << "appending to no list gives none";
+    EXPECT_EQ(json(resources.group->members()), R"(["u2","u3"])") << "a group always has one";
+}
+
 TEST_F(Operations, ConvertASingleAttribute) {
     const struct {
         const char* body;
