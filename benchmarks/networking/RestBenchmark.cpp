@@ -75,7 +75,7 @@ int main() {
 
     vexim::URLSessionConfiguration session;
     session.certificateAuthorityPEM = server.authorityPEM();
-    auto manager = VXIMURLSessionManager::managerWithSessionConfiguration(session);
+    auto manager = VXIMURLSessionManager::initWithSessionConfiguration(session);
     manager->setKeepsFinishedDelegates(false);
     vexim::bench::RawCurl raw(server.tlsURL() + "/ctx/5f2b7c9e8a1d4e0012345678/friends?limit=20", server.authorityPEM());
 

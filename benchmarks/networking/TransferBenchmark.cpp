@@ -70,7 +70,7 @@ public:
         vxim_configuration->setSocketURL(vexim::URL::parse(origin));
         vexim::URLSessionConfiguration configuration;
         configuration.certificateAuthorityPEM = authorityPEM;
-        manager_ = VXIMURLSessionManager::managerWithSessionConfiguration(configuration);
+        manager_ = VXIMURLSessionManager::initWithSessionConfiguration(configuration);
         manager_->setKeepsFinishedDelegates(false);
     }
 
@@ -78,7 +78,7 @@ public:
         auto request = VXIMRequest::request();
         request->setMethod("POST");
         request->setPath("/attachment");
-        auto form = VXIMAFStreamingMultipartFormData::formDataWithURLRequest(request, vexim::StringEncoding::UTF8);
+        auto form = VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
         form->appendPartWithFileURL(vexim::URL::fileURLWithPath(source_.string()), "attachment", nullptr);
         auto finalized = form->requestByFinalizingMultipartFormData();
         finish([&](VXIMProgress progress, VXIMResultCompletion done) {

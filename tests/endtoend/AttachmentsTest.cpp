@@ -186,7 +186,7 @@ std::shared_ptr<VXIMRequest> throttledForm() {
     auto request = VXIMRequest::request();
     request->setMethod("POST");
     request->setPath("/attachment");
-    auto form = VXIMAFStreamingMultipartFormData::formDataWithURLRequest(request, StringEncoding::UTF8);
+    auto form = VXIMAFStreamingMultipartFormData::initWithURLRequest(request, StringEncoding::UTF8);
     form->appendPartWithFileData(Data(std::string(1'000'000, 'x')), "f", "f", "x/y");
     form->throttleBandwidthWithPacketSize(1000, 0.05);
     return form->requestByFinalizingMultipartFormData();

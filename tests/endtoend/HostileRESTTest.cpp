@@ -174,7 +174,7 @@ TEST_F(HostileREST, WhatTheServerKeepsSendingIsBounded) {
 class Load {
 public:
     Load(URLSessionConfiguration configuration, const std::string& origin)
-        : manager_(VXIMURLSessionManager::managerWithSessionConfiguration(std::move(configuration))) {
+        : manager_(VXIMURLSessionManager::initWithSessionConfiguration(std::move(configuration))) {
         serveRequestsFrom(origin);
         const auto request = VXIMRequest::request();
         request->setPath("/groups/g1");

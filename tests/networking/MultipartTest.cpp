@@ -27,7 +27,7 @@ namespace {
 class MultipartTest : public NetworkingTest {
 protected:
     std::shared_ptr<VXIMAFStreamingMultipartFormData> newForm() {
-        return VXIMAFStreamingMultipartFormData::formDataWithURLRequest(VXIMRequest::request(), vexim::StringEncoding::UTF8);
+        return VXIMAFStreamingMultipartFormData::initWithURLRequest(VXIMRequest::request(), vexim::StringEncoding::UTF8);
     }
 
     /// The whole body, read in pieces of `step` bytes.

@@ -250,7 +250,7 @@ TEST_F(RequestTest, ATaskCancelledFromOutsideSaysNothingAndLetsItsCallbackGo) {
 
 TEST_F(RequestTest, FinishedDelegatesStayUnlessToldOtherwiseButNeverTheirCallbacks) {
     answerEverything(200, "[1]");
-    auto manager = VXIMURLSessionManager::managerWithSessionConfiguration(std::nullopt);
+    auto manager = VXIMURLSessionManager::init();
     auto object = std::make_shared<int>(5);
     const auto finish = [&] {
         bool done = false;

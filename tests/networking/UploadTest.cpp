@@ -39,7 +39,7 @@ std::shared_ptr<VXIMRequest> smallForm() {
     auto request = VXIMRequest::request();
     request->setMethod("POST");
     request->setPath("/attachment");
-    auto form = VXIMAFStreamingMultipartFormData::formDataWithURLRequest(request, vexim::StringEncoding::UTF8);
+    auto form = VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
     form->appendPartWithInputStream(InputStream::withData(Data("abc")), "f", "f", 3, "x/y");
     return form->requestByFinalizingMultipartFormData();
 }

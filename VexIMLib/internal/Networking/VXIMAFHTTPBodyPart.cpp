@@ -26,7 +26,7 @@ std::shared_ptr<vexim::InputStream> streamOverBody(const VXIMAFHTTPBodyPart::Bod
 
 }  // namespace
 
-std::shared_ptr<VXIMAFHTTPBodyPart> VXIMAFHTTPBodyPart::part() { return vexim::create<VXIMAFHTTPBodyPart>(); }
+std::shared_ptr<VXIMAFHTTPBodyPart> VXIMAFHTTPBodyPart::init() { return vexim::create<VXIMAFHTTPBodyPart>(); }
 
 bool VXIMAFHTTPBodyPart::initialise() { return transitionToNextPhase(); }
 
@@ -130,7 +130,7 @@ void VXIMAFHTTPBodyPart::enter(Phase phase) noexcept {
 }
 
 std::shared_ptr<vexim::Object> VXIMAFHTTPBodyPart::copy() const {
-    auto copy = part();
+    auto copy = init();
     if (!copy) return nullptr;
     copy->stringEncoding_ = stringEncoding_;
     copy->headers_ = headers_;

@@ -31,7 +31,7 @@ public:
     using Body = std::variant<std::monostate, vexim::Data, vexim::URL, std::shared_ptr<vexim::InputStream>>;
     enum class Phase : std::int32_t { None = 0, EncapsulationBoundary = 1, Header = 2, Body = 3, FinalBoundary = 4 };
 
-    static std::shared_ptr<VXIMAFHTTPBodyPart> part();
+    static std::shared_ptr<VXIMAFHTTPBodyPart> init();
 
     vexim::StringEncoding stringEncoding() const noexcept { return stringEncoding_; }
     void setStringEncoding(vexim::StringEncoding encoding) noexcept { stringEncoding_ = encoding; }

@@ -7,7 +7,7 @@ namespace {
 constexpr double kLongestDelay = 1e9;  // seconds; a longer one would overflow the clock's nanoseconds
 }
 
-std::shared_ptr<VXIMAFMultipartBodyStream> VXIMAFMultipartBodyStream::streamWithStringEncoding(vexim::StringEncoding encoding) {
+std::shared_ptr<VXIMAFMultipartBodyStream> VXIMAFMultipartBodyStream::initWithStringEncoding(vexim::StringEncoding encoding) {
     return vexim::create<VXIMAFMultipartBodyStream>(encoding);
 }
 
@@ -96,7 +96,7 @@ void VXIMAFMultipartBodyStream::interrupt() {
 }
 
 std::shared_ptr<vexim::Object> VXIMAFMultipartBodyStream::copy() const {
-    auto copy = streamWithStringEncoding(stringEncoding_);
+    auto copy = initWithStringEncoding(stringEncoding_);
     for (const auto& part : parts_) {
         if (auto partCopy = std::static_pointer_cast<VXIMAFHTTPBodyPart>(part->copy()))
             copy->appendHTTPBodyPart(std::move(partCopy));

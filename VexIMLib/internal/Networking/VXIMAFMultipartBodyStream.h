@@ -18,7 +18,7 @@ class VXIMAFMultipartBodyStream : public vexim::InputStream {
 public:
     using vexim::InputStream::InputStream;
 
-    static std::shared_ptr<VXIMAFMultipartBodyStream> streamWithStringEncoding(vexim::StringEncoding encoding);
+    static std::shared_ptr<VXIMAFMultipartBodyStream> initWithStringEncoding(vexim::StringEncoding encoding);
 
     /// The most that one read gives; at first there is no limit.
     std::uint64_t numberOfBytesInPacket() const noexcept { return numberOfBytesInPacket_; }

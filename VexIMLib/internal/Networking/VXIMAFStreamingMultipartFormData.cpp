@@ -46,7 +46,7 @@ bool refuse(vexim::ErrorPtr* error, const char* description) {
 
 }  // namespace
 
-std::shared_ptr<VXIMAFStreamingMultipartFormData> VXIMAFStreamingMultipartFormData::formDataWithURLRequest(
+std::shared_ptr<VXIMAFStreamingMultipartFormData> VXIMAFStreamingMultipartFormData::initWithURLRequest(
     std::shared_ptr<VXIMRequest> request, vexim::StringEncoding encoding) {
     return vexim::create<VXIMAFStreamingMultipartFormData>(std::move(request), encoding);
 }
@@ -55,7 +55,7 @@ bool VXIMAFStreamingMultipartFormData::initialise(std::shared_ptr<VXIMRequest> r
     request_ = std::move(request);
     stringEncoding_ = encoding;
     boundary_ = newBoundary();
-    bodyStream_ = VXIMAFMultipartBodyStream::streamWithStringEncoding(encoding);
+    bodyStream_ = VXIMAFMultipartBodyStream::initWithStringEncoding(encoding);
     return true;
 }
 
@@ -97,7 +97,7 @@ void VXIMAFStreamingMultipartFormData::appendPartWithHeaders(vexim::Dictionary h
 }
 
 void VXIMAFStreamingMultipartFormData::appendPart(vexim::Dictionary headers, VXIMAFHTTPBodyPart::Body body, std::uint64_t length) {
-    auto part = VXIMAFHTTPBodyPart::part();
+    auto part = VXIMAFHTTPBodyPart::init();
     if (!part) return;  // the process is exiting
     part->setStringEncoding(stringEncoding_);
     part->setHeaders(std::move(headers));

@@ -19,8 +19,8 @@ class VXIMAFStreamingMultipartFormData : public vexim::Object {
 public:
     using vexim::Object::Object;
 
-    static std::shared_ptr<VXIMAFStreamingMultipartFormData> formDataWithURLRequest(std::shared_ptr<VXIMRequest> request,
-                                                                                    vexim::StringEncoding encoding);
+    static std::shared_ptr<VXIMAFStreamingMultipartFormData> initWithURLRequest(std::shared_ptr<VXIMRequest> request,
+                                                                                vexim::StringEncoding encoding);
 
     const std::shared_ptr<VXIMRequest>& request() const noexcept { return request_; }
     vexim::StringEncoding stringEncoding() const noexcept { return stringEncoding_; }

@@ -59,7 +59,7 @@ void VXIMHTTPRequest::uploadFileAtPath(std::string path, VXIMProgress progress, 
     request->setPath(kAttachment);
     request->addHTTPHeadersFromDictionary({{"Cache-Control", "no-cache"}});
 
-    auto form = VXIMAFStreamingMultipartFormData::formDataWithURLRequest(request, vexim::StringEncoding::UTF8);
+    auto form = VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
     // A file that cannot be read leaves the form empty, and the service's answer tells.
     form->appendPartWithFileURL(vexim::URL::fileURLWithPath(path), kAttachment, nullptr);
     auto finalized = form->requestByFinalizingMultipartFormData();

@@ -30,7 +30,7 @@ std::string escapedQueryValue(const vexim::Value& value) {
 
 }  // namespace
 
-std::shared_ptr<VXIMRequest> VXIMRequest::request() { return vexim::create<VXIMRequest>(); }
+std::shared_ptr<VXIMRequest> VXIMRequest::init() { return vexim::create<VXIMRequest>(); }
 
 bool VXIMRequest::initialise() {
     headers_ = {{"Content-Type", "application/json"}};

@@ -41,8 +41,9 @@ class VXIMRequest : public vexim::Object {
 public:
     using vexim::Object::Object;
 
-    /// A "GET" without path, with the application id and key that the shared configuration has now.
-    static std::shared_ptr<VXIMRequest> request();
+    // A "GET" without path, with the application id and key that the shared configuration has now.
+    static std::shared_ptr<VXIMRequest> request() { return init(); }
+    static std::shared_ptr<VXIMRequest> init();
 
     const std::string& method() const noexcept { return method_; }
     void setMethod(std::string method) { method_ = std::move(method); }

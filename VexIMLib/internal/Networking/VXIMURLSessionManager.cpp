@@ -35,11 +35,11 @@ void url_session_manager_create_task_safely(const std::function<void()>& create)
 }
 
 const std::shared_ptr<VXIMURLSessionManager>& VXIMURLSessionManager::defaultManager() {
-    static const auto& manager = *new auto(managerWithSessionConfiguration(std::nullopt));
+    static const auto& manager = *new auto(init());
     return manager;
 }
 
-std::shared_ptr<VXIMURLSessionManager> VXIMURLSessionManager::managerWithSessionConfiguration(
+std::shared_ptr<VXIMURLSessionManager> VXIMURLSessionManager::initWithSessionConfiguration(
     std::optional<vexim::URLSessionConfiguration> configuration) {
     return vexim::create<VXIMURLSessionManager>(std::move(configuration));
 }

@@ -24,8 +24,9 @@ public:
 
     /// The one that requests use; made on first use, never destroyed.
     static const std::shared_ptr<VXIMURLSessionManager>& defaultManager();
-    /// One with a session and a delegate queue of its own; nullopt is the platform's default configuration.
-    static std::shared_ptr<VXIMURLSessionManager> managerWithSessionConfiguration(
+    // One with a session and a delegate queue of its own; nullopt is the platform's default configuration.
+    static std::shared_ptr<VXIMURLSessionManager> init() { return initWithSessionConfiguration(std::nullopt); }
+    static std::shared_ptr<VXIMURLSessionManager> initWithSessionConfiguration(
         std::optional<vexim::URLSessionConfiguration> configuration);
 
     const std::shared_ptr<vexim::URLSession>& session() const noexcept { return session_; }
