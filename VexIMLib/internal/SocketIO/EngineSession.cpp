@@ -214,7 +214,10 @@ void EngineSession::decide(EngineRevision revision) {
 }
 
 std::string EngineSession::nspWithQuery() const {
-    return config_.nspQuery.empty() ? config_.nsp : config_.nsp + "?" + config_.nspQuery;
+    if (config_.nspQuery.empty()) return config_.nsp;
+    std::string text = config_.nsp + '?';
+    for (const char c : config_.nspQuery) c == ',' ? text += "%2C" : text += c;  // a comma would end it
+    return text;
 }
 
 void EngineSession::didReceiveWhileJoining(Packet packet) {
