@@ -58,12 +58,12 @@ TEST(EngineSession, FindsOutTheRevisionOverAWebSocket) {
 
 TEST(EngineSession, SendsQueryAndPayloadOfTheJoinWhereTheyAreKnown) {
     SessionConfig config = chat();
-    config.nspQuery = "x=y";
+    config.nspQuery = "x=y,z";
     config.joinPayload = Dictionary{{"token", "t"}};
     Script old(config);
     old.on(event::Start{});
     EXPECT_EQ(old.text(kOpen), ">40/~probe,");
-    EXPECT_EQ(old.text("40"), ">40/chat?x=y,");
+    EXPECT_EQ(old.text("40"), ">40/chat?x=y%2Cz,");
     EXPECT_EQ(old.text("40/chat,"), "joined-v3");
     Script current(config);
     current.on(event::Start{});
@@ -163,6 +163,8 @@ TEST(EngineSession, SplitsWhatIsTooLongForOneBody) {
     EXPECT_EQ(script.posted(), "POST " + big);
     EXPECT_EQ(script.posted(), "POST " + big);
     EXPECT_EQ(script.posted(413, ""), "report(The server refused a message as too large.)") << "the connection lives on";
+    const EncodedPacket withData{R"(451-/chat,["a",{"_placeholder":true,"num":0}])", {Data(std::string(800, 'x'))}};
+    EXPECT_EQ(script.on(event::Emit{withData}), "report(A message is longer than the server takes.)") << "once it is base64";
 }
 
 TEST(EngineSession, UpgradesWithoutLossOrReordering) {

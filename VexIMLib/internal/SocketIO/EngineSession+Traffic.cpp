@@ -231,14 +231,19 @@ void EngineSession::send(std::string text) {
 
 void EngineSession::handle(const event::Emit& message) {
     if (!isJoined()) return;
-    send(message.packet.text);
-    for (const Data& attachment : message.packet.attachments) {
-        if (carrier_ == Carrier::WebSocket) {
-            act(action::SendBinary{std::string(binaryPrefix(*revision_)) += attachment.view()});
-        } else {
-            send(encodeAttachmentAsText(*revision_, attachment.view()));
-        }
+    const auto& [text, attachments] = message.packet;
+    if (carrier_ == Carrier::WebSocket) {
+        send(text);
+        for (const Data& each : attachments) act(action::SendBinary{std::string(binaryPrefix(*revision_)) += each.view()});
+        return;
     }
+    std::vector<std::string> packets{text};
+    for (const Data& each : attachments) packets.push_back(encodeAttachmentAsText(*revision_, each.view()));
+    // As text an attachment is a third longer. With the half of a message the server would wait for the rest.
+    const PayloadWriter body(*revision_);
+    const auto isTooLong = [&](const std::string& packet) { return open_.maxPayload && body.sizeWith(packet) > *open_.maxPayload; };
+    if (std::ranges::any_of(packets, isTooLong)) return act(action::Report{"A message is longer than the server takes.", nullptr});
+    for (auto& packet : packets) send(std::move(packet));
 }
 
 /// What follows from any event: polling's next requests, the start and the end of an upgrade.
