@@ -116,7 +116,7 @@ public:
     /// Removes the device's installation from the user, then closes the connection. When the removal fails, everything stays as
     /// it was. Without a connection `completion` never runs and the status stays at Closing.
     void logoutWithCompletion(VXIMBooleanCompletion completion);
-    /// Removes the configuration's installation from the current user; succeeds at once when either id is missing.
+    /// Removes the configuration's installation from the current user; succeeds without a request when either id is missing.
     void deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion);
     /// Closes the connection until `resume`; the status becomes Paused when it has closed.
     void pause();
