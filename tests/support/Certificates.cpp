@@ -34,7 +34,7 @@ TLSIdentity toPEM(X509* certificate, EVP_PKEY* key) {
     BIO* keyText = BIO_new(BIO_s_mem());
     PEM_write_bio_X509(certificateText, certificate);
     PEM_write_bio_PrivateKey(keyText, key, nullptr, nullptr, 0, nullptr, nullptr);
-    return {drain(certificateText), drain(keyText)};
+    return {drain(certificateText), drain(keyText), false};
 }
 
 void addExtension(X509* certificate, X509* issuer, int kind, const std::string& value) {

@@ -10,6 +10,7 @@ namespace vexim::testing {
 struct TLSIdentity {
     std::string certificatePEM;
     std::string privateKeyPEM;
+    bool isOld = false;  ///< whose server speaks TLS 1.1 and nothing newer
 };
 
 /// An authority made for one test, so that no test depends on certificates that run out.

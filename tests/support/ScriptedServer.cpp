@@ -53,6 +53,12 @@ SSL_CTX* makeContext(const TLSIdentity& identity) {
     while (X509* further = PEM_read_bio_X509(certificateText, nullptr, nullptr, nullptr)) {
         SSL_CTX_add_extra_chain_cert(context, further);  // takes it over
     }
+    if (identity.isOld) {
+        SSL_CTX_set_security_level(context, 0);
+        SSL_CTX_set_min_proto_version(context, TLS1_1_VERSION);
+        SSL_CTX_set_max_proto_version(context, TLS1_1_VERSION);
+        SSL_CTX_set_cipher_list(context, "ALL:@SECLEVEL=0");
+    }
     ERR_clear_error();  // the end of the text counts as one
     X509_free(certificate);
     EVP_PKEY_free(key);
