@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/fsuid.h>
 
+#include <filesystem>
 #include <thread>
 
 #include "VexIMLib/internal/Platform/FileManager.h"
@@ -42,11 +44,30 @@ TEST(Streams, ReadTheSameInAnyPieces) {
     }
 }
 
+/// While it lives, this thread may do with files what anybody may: root, as whom tests run, too, is kept out by no mode.
+class AsAnybody {
+public:
+    AsAnybody() : before_(::setfsuid(65534)) {}
+    ~AsAnybody() { ::setfsuid(static_cast<uid_t>(before_)); }
+    AsAnybody(const AsAnybody&) = delete;
+    AsAnybody& operator=(const AsAnybody&) = delete;
+
+private:
+    const int before_;
+};
+
 TEST(Streams, FailToOpenWithAnErrorThatSaysWhy) {
     const TemporaryFolder scratch;
+    ASSERT_EQ(FileManager::writeAtomically(Data("x"), scratch / "mine"), nullptr);
+    std::filesystem::permissions(scratch / "mine", std::filesystem::perms::none);
+    std::filesystem::create_directory(scratch / "closed");
+    std::filesystem::permissions(scratch / "closed", std::filesystem::perms(0555));
+    std::filesystem::permissions(scratch.path(), std::filesystem::perms(0755));
+    const AsAnybody anybody;
     const std::pair<std::shared_ptr<InputStream>, std::int64_t> inputs[] = {
         {InputStream::withFileAtPath(scratch / "none"), 260},
         {InputStream::withFileAtPath(scratch.path()), 256},
+        {InputStream::withFileAtPath(scratch / "mine"), 257},
         {InputStream::withURL(*URL::parse("http://a.example/")), URLErrorUnsupportedURL},
     };
     for (const auto& [stream, code] : inputs) {
@@ -57,11 +78,18 @@ TEST(Streams, FailToOpenWithAnErrorThatSaysWhy) {
         ASSERT_TRUE(stream->streamError());
         EXPECT_EQ(stream->streamError()->code(), code);
     }
-    const auto full = OutputStream::toFileAtPath("/dev/full", false);
-    full->open();
-    EXPECT_EQ(write(*full, "x"), -1);
-    EXPECT_EQ(full->streamError()->code(), 640) << "no space left";
-    EXPECT_FALSE(full->hasSpaceAvailable());
+    const std::pair<std::shared_ptr<OutputStream>, std::int64_t> outputs[] = {
+        {OutputStream::toFileAtPath("/dev/full", false), 640},
+        {OutputStream::toFileAtPath(scratch / "mine", false), 513},
+        {OutputStream::toFileAtPath(scratch / "closed/new", false), 513},
+    };
+    for (const auto& [stream, code] : outputs) {
+        stream->open();
+        EXPECT_EQ(write(*stream, "x"), -1);
+        ASSERT_TRUE(stream->streamError());
+        EXPECT_EQ(stream->streamError()->code(), code);
+        EXPECT_FALSE(stream->hasSpaceAvailable());
+    }
 }
 
 TEST(Streams, WriteToMemoryAndFiles) {

@@ -171,6 +171,18 @@ TEST(URLSessionUpload, BeginsABodyOnceOnly) {
     EXPECT_EQ(probe->load(upload(server.url("/drop"), body, 4)).code(), URLErrorNetworkConnectionLost);
     EXPECT_EQ(probe->load(upload(server.url("/end"), body, 4)).code(), URLErrorRequestBodyStreamExhausted);
     EXPECT_EQ(body->opened, 1);
+
+    const auto late = stream("", 1, Then::Hang);  // cut before it had given a byte, it was begun all the same
+    ScriptedServer cutting([&late](Connection& connection) {
+        connection.readHead();
+        while (late->opened == 0 && connection.pause(1ms)) continue;
+        connection.reset();
+    });
+    const auto cut = probe->load(upload(cutting.url(), late, 4));
+    EXPECT_EQ(cut.code(), URLErrorNetworkConnectionLost);
+    EXPECT_EQ(cut.calls, "e") << "no progress, no answer";
+    while (!late->closed) std::this_thread::yield();
+    EXPECT_EQ(probe->load(upload(server.url("/end"), late, 4)).code(), URLErrorRequestBodyStreamExhausted);
 }
 
 TEST(URLSessionUpload, TakesARefusalBeforeTheBodyIsSent) {
