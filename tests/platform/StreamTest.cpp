@@ -2,7 +2,9 @@
 #include <sys/fsuid.h>
 
 #include <filesystem>
+#include <iterator>
 #include <thread>
+#include <vector>
 
 #include "VexIMLib/internal/Platform/FileManager.h"
 #include "VexIMLib/internal/Platform/InputStream.h"
@@ -148,11 +150,14 @@ TEST(FileManager, CreatesReplacesAndRemoves) {
     ASSERT_EQ(FileManager::writeAtomically(Data("old"), file), nullptr);
     ASSERT_EQ(FileManager::writeAtomically(Data("newer"), file), nullptr);
     EXPECT_EQ(FileManager::attributes(file)->size, 5u);
-    EXPECT_EQ(FileManager::contentsOfDirectory(deep), (std::vector<std::string>{"f"})) << "no temporary file is left";
+    const auto entriesOf = [](const std::string& path) {
+        return std::distance(std::filesystem::directory_iterator(path), std::filesystem::directory_iterator());
+    };
+    EXPECT_EQ(entriesOf(deep), 1) << "no temporary file is left";
     EXPECT_NE(FileManager::createDirectory(file, true), nullptr) << "a file stands there";
     EXPECT_EQ(FileManager::writeAtomically(Data("x"), scratch / "none/f")->code(), 4);
     EXPECT_NE(FileManager::writeAtomically(Data("x"), deep), nullptr) << "a directory stands there";
-    EXPECT_EQ(FileManager::contentsOfDirectory(scratch / "a/b"), (std::vector<std::string>{"c"}));
+    EXPECT_EQ(entriesOf(scratch / "a/b"), 1);
 
     EXPECT_EQ(FileManager::move(file, scratch / "moved"), nullptr);
     EXPECT_EQ(FileManager::remove(scratch / "a"), nullptr);

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -107,8 +106,6 @@ bool isDirectory(const std::string& path) {
     return found && found->isDirectory;
 }
 
-bool isReachable(const std::string& path) { return ::access(path.c_str(), R_OK) == 0; }
-
 std::optional<FileAttributes> attributes(const std::string& path, ErrorPtr* error) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0) return refuse(error);
@@ -163,16 +160,6 @@ ErrorPtr writeAtomically(const Data& data, const std::string& path) {
     const int errnum = errno;
     ::unlink(temporary.c_str());
     return fileWriteError(errnum);
-}
-
-std::vector<std::string> contentsOfDirectory(const std::string& path) {
-    std::vector<std::string> names;
-    std::error_code failure;
-    for (std::filesystem::directory_iterator entry(path, failure), end; !failure && entry != end; entry.increment(failure)) {
-        names.push_back(entry->path().filename().string());
-    }
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 }  // namespace FileManager

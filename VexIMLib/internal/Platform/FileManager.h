@@ -4,7 +4,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "VexIMLib/Foundation/Data.h"
 #include "VexIMLib/Foundation/Error.h"
@@ -28,8 +27,6 @@ namespace FileManager {
 
 bool fileExists(const std::string& path);
 bool isDirectory(const std::string& path);
-/// Whether a process could open it for reading now.
-bool isReachable(const std::string& path);
 /// nullopt, with `error` set when given, when they cannot be read.
 std::optional<FileAttributes> attributes(const std::string& path, ErrorPtr* error = nullptr);
 /// Creates it, with its parents when `withIntermediates`; a directory that is there already is fine then.
@@ -42,8 +39,6 @@ ErrorPtr move(const std::string& from, const std::string& to);
 std::optional<Data> contents(const std::string& path, ErrorPtr* error = nullptr);
 /// Writes under a temporary name in the same directory, then renames: at `path` stands the old file or the whole new one.
 ErrorPtr writeAtomically(const Data& data, const std::string& path);
-/// The names in a directory, sorted; empty when it cannot be read.
-std::vector<std::string> contentsOfDirectory(const std::string& path);
 
 }  // namespace FileManager
 
