@@ -117,7 +117,10 @@ void FakeService::start() {
 }
 
 void FakeService::reset() {
-    impl_->run([this] { impl_->service.reset(); });
+    impl_->run([this] {
+        impl_->service.reset();
+        impl_->server.cut();
+    });
 }
 
 // The data

@@ -65,7 +65,8 @@ public:
 
     /// Goes down: cuts all connections and refuses new ones. Data and scripts stay.
     void stop();
-    /// Comes back at the same address. Does nothing when it is up.
+    /// Comes back at the same address. Does nothing when it is up; throws std::runtime_error when somebody else has taken the
+    /// address meanwhile.
     void start();
     /// Back to the beginning: its data, no scripts, nothing recorded, all connections cut.
     void reset();

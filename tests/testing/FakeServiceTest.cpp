@@ -114,10 +114,21 @@ TEST_F(FakeServiceTest, WhatComesIsRecorded) {
     EXPECT_TRUE(request.headers.get("x-vx-request-sign").description().ends_with(",1700000000")) << "by the shared clock";
 
     for (const char* to : {"bob", "nobody"}) alice->client->sendMessageToFriend(VXIMMessage::messageWithText("hi"), to, {});
-    ASSERT_TRUE(eventually([&] { return service.messages().size() == 2; }));
+    const auto withBytes = VXIMMessage::messageWithText("bytes");
+    withBytes->payload().set("x", Data("bytes"));
+    alice->client->sendMessageToFriend(withBytes, "bob", {});
+    ASSERT_TRUE(eventually([&] { return service.messages().size() == 3; }));
     const auto messages = service.messages();
     EXPECT_EQ(messages[0].from + ": " + messages[0].body() + messages[0].refusal, "alice: hi");
     EXPECT_EQ(messages[1].refusal, "There is no such user.");
+    EXPECT_EQ(messages[2].refusal, "An event's items are JSON.");
+    std::string history;
+    alice->client->currentUser()->getLatestChatsWithFriend(
+        "bob", 2e9, 20, once([&](const auto& list, const ErrorPtr& error) {
+            history = error ? describe(error) : std::to_string(list->size()) + " " + list->front()->text().value_or("nil");
+        }));
+    ASSERT_TRUE(eventually([&] { return !history.empty(); }));
+    EXPECT_EQ(history, "1 hi") << "what was refused is nowhere";
 
     service.forgetWhatCame();
     EXPECT_TRUE(service.requests().empty() && service.logins().empty() && service.messages().empty());
@@ -177,6 +188,7 @@ TEST_F(FakeServiceTest, AConnectionThatIsRefusedOrNeverComesUpIsAnError) {
     const std::pair<const char*, std::function<void(FakeService&)>> cases[] = {
         {"an answer instead of the handshake", [](FakeService& s) { s.answer("GET", "/socket.io/", {.status = 503}); }},
         {"closed", [](FakeService& s) { s.fail("GET", "/socket.io/", Fault::Close); }},
+        {"cut short", [](FakeService& s) { s.fail("GET", "/socket.io/", Fault::CutShort); }},
         {"silent, until the deadline", [](FakeService& s) { s.fail("GET", "/socket.io/", Fault::Silence); }},
         {"down", [](FakeService& s) { s.stop(); }},
     };

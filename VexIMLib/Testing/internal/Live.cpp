@@ -1,7 +1,6 @@
 #include "VexIMLib/Testing/internal/Live.h"
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 #include "VexIMLib/Foundation/JSON.h"
@@ -194,11 +193,11 @@ void Live::say(const std::string& sender, const Value& payload) {
     message.remove("speaker");  // readers would take it for the sender
     if (!message.get("ts").isNumber()) message.set("ts", nowMillis());
     message.set("from", std::move(from));
-    if (!conversation.empty()) store_.remember(conversation, message);
     for (const auto& reader : readers) {
         if (reader != sender) send(reader, "message", {message});
     }
     send(sender, "yourself", {message});
+    if (!conversation.empty()) store_.remember(conversation, message);  // last: one that holds bytes was refused by now
 }
 
 }  // namespace vexim::testing::fake

@@ -29,6 +29,7 @@ public:
 
     /// Checks the signature, finds the path, and answers; every failure leaves as {"errorCode", "errorMessage"}.
     FakeService::Answer answer(const FakeService::Request& request);
+    void forgetFiles() { attachments_ = {}; }
 
 private:
     /// nil as an answer is {"success": true}.

@@ -12,6 +12,7 @@
 #include <set>
 #include <sstream>
 #include <utility>
+#include <vector>
 
 #include "VexIMLib/Foundation/Data.h"
 #include "VexIMLib/internal/Platform/ClockTimer.h"
@@ -71,6 +72,9 @@ std::pair<std::string, std::size_t> wireForm(const FakeService::Answer& answer, 
     const std::string text = out.str();
     return {text + body, text.size()};
 }
+
+// How the answer to a handshake begins, for one that is cut short.
+constexpr const char* kHandshake = "HTTP/1.1 101 Switching Protocols\r\n";
 
 class WebSocketChannel final : public Channel, private LiveLink {
 public:
@@ -175,7 +179,7 @@ public:
         parser_.emplace();
         parser_->body_limit(boost::none);
         http::async_read(socket_, buffer_, *parser_, [self = self()](error_code error, std::size_t) {
-            if (!error) self->received();
+            if (!error && self->socket_.is_open()) self->received();
         });
     }
 
@@ -204,10 +208,11 @@ private:
         const bool isCutShort = reply.fault == FakeService::Fault::CutShort;
         if (reply.fault == FakeService::Fault::Close) return close();
         if (reply.fault == FakeService::Fault::Silence) return read();  // it hears when the client leaves
-        if (!reply.answer) {
+        if (!reply.answer && !isCutShort) {
             return std::make_shared<WebSocketChannel>(std::move(socket_), parser_->release(), service_, channels_)->accept();
         }
-        auto [text, headSize] = wireForm(*reply.answer, keepAlive_);
+        auto [text, headSize] =
+            reply.answer ? wireForm(*reply.answer, keepAlive_) : std::pair(std::string(kHandshake), std::size_t{0});
         out_ = std::move(text);
         if (isCutShort) out_.resize(headSize + (out_.size() - headSize) / 2);
         asio::async_write(socket_, asio::buffer(out_),
@@ -233,8 +238,9 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
 
     void accept() {
         acceptor.async_accept([self = shared_from_this()](error_code error, tcp::socket socket) {
-            if (error) return;
-            socket.set_option(tcp::no_delay(true));
+            if (error || !self->acceptor.is_open()) return;  // it may have come in the moment of a `close`
+            error_code ignored;
+            socket.set_option(tcp::no_delay(true), ignored);
             std::make_shared<HttpChannel>(std::move(socket), self->service, self->channels)->read();
             self->accept();
         });
@@ -249,23 +255,25 @@ Server::Server(asio::io_context& context, Service& service) : impl_(std::make_sh
 Server::~Server() = default;
 
 std::uint16_t Server::listen(std::uint16_t port) {
-    const tcp::endpoint endpoint(asio::ip::address_v4::loopback(), port);
-    impl_->acceptor.open(endpoint.protocol());
-    impl_->acceptor.set_option(tcp::acceptor::reuse_address(true));
-    impl_->acceptor.bind(endpoint);
-    impl_->acceptor.listen();
+    // Whole or not at all: a port that is taken leaves it closed.
+    impl_->acceptor =
+        tcp::acceptor(impl_->acceptor.get_executor(), tcp::endpoint(asio::ip::address_v4::loopback(), port), true /* reuse it */);
     impl_->accept();
     return impl_->acceptor.local_endpoint().port();
 }
 
 bool Server::isListening() const { return impl_->acceptor.is_open(); }
 
-void Server::close() {
-    error_code ignored;
-    impl_->acceptor.close(ignored);
+void Server::cut() {
     std::vector<std::shared_ptr<Channel>> open;
     for (Channel* const channel : impl_->channels.all) open.push_back(channel->shared_from_this());
     for (const auto& channel : open) channel->close();
+}
+
+void Server::close() {
+    error_code ignored;
+    impl_->acceptor.close(ignored);
+    cut();
 }
 
 }  // namespace vexim::testing::fake

@@ -19,7 +19,9 @@ public:
     /// Listens on `port`, 0 for a free one, and returns it. Throws boost::system::system_error when it is taken.
     std::uint16_t listen(std::uint16_t port);
     bool isListening() const;
-    /// Stops listening and cuts all connections: nothing of them is left to run but the ends of what they waited for.
+    /// Cuts all connections: nothing of them is left to run but the ends of what they waited for.
+    void cut();
+    /// Stops listening, and cuts.
     void close();
 
 private:

@@ -33,19 +33,19 @@ Reply Service::reply(const FakeService::Request& request, bool isHandshake) {
         reply.fault = plan->fault;
     }
     const bool isLost = reply.fault && *reply.fault != FakeService::Fault::CutShort;
-    if (plan && plan->make) {
-        try {
+    try {
+        if (plan && plan->make) {
             reply.answer = plan->make(request);
-            bodyText(*reply.answer);
-        } catch (const std::exception& exception) {
-            reply.answer = {500, Dictionary{{"errorCode", 1901}, {"errorMessage", exception.what()}}, {}};
+        } else if (!isLive) {
+            reply.answer = isLost ? FakeService::Answer{} : rest_.answer(request);
+        } else if (!isHandshake) {  // polling
+            reply.answer = {400, Dictionary{{"code", 0}, {"message", "Transport unknown"}}, {}};
+        } else if (options.socketIOLine > 2 && Query(request.query).get("EIO") == "3") {
+            reply.answer = {400, Dictionary{{"code", 5}, {"message", "Unsupported protocol version"}}, {}};
         }
-    } else if (!isLive) {
-        reply.answer = isLost ? FakeService::Answer{} : rest_.answer(request);
-    } else if (!isHandshake) {  // polling
-        reply.answer = {400, Dictionary{{"code", 0}, {"message", "Transport unknown"}}, {}};
-    } else if (options.socketIOLine > 2 && Query(request.query).get("EIO") == "3") {
-        reply.answer = {400, Dictionary{{"code", 5}, {"message", "Unsupported protocol version"}}, {}};
+        if (reply.answer) bodyText(*reply.answer);  // here, where somebody hears that it cannot be sent
+    } catch (const std::exception& exception) {
+        reply.answer = {500, Dictionary{{"errorCode", 1901}, {"errorMessage", exception.what()}}, {}};
     }
     recorded_();
     return reply;
@@ -68,6 +68,7 @@ void Service::reset() {
     requests.clear();
     store = Store();
     store.seed();
+    rest_.forgetFiles();
     recorded_();
 }
 
