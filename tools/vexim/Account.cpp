@@ -38,14 +38,18 @@ void Credentials::askForPassword() {
     if (!username || password) return;
     termios before{};
     if (tcgetattr(STDIN_FILENO, &before) != 0) throw std::invalid_argument("a --username needs a password: set VEXIM_PASSWORD");
+    // Ctrl-C must not leave a silent terminal behind: it ends the line instead of the process.
     termios silent = before;
-    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
+    silent.c_cc[VEOL] = before.c_cc[VINTR];
     std::fputs("Password: ", stderr);
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     std::string typed;
-    for (int c = std::getchar(); c != EOF && c != '\n'; c = std::getchar()) typed += static_cast<char>(c);
+    int last = std::getchar();
+    for (; last != EOF && last != '\n' && last != before.c_cc[VINTR]; last = std::getchar()) typed += static_cast<char>(last);
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
     std::fputs("\n", stderr);
+    if (last != '\n') throw std::invalid_argument("no password");
     password = typed;
 }
 

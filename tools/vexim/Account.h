@@ -29,7 +29,7 @@ struct Credentials {
     std::optional<std::string> password;
 
     void addOptions(CLI::App& command);
-    /// Asks the terminal for a password that is missing. Throws std::invalid_argument when there is no terminal.
+    /// Asks the terminal for a password that is missing. Throws std::invalid_argument when there is no terminal, or no answer.
     void askForPassword();
     /// Throws std::invalid_argument when nobody is named.
     void logIn(VXIMClient& client, VXIMBooleanCompletion completion) const;

@@ -36,7 +36,6 @@ int runChat(const Account& account, const Credentials& credentials, const Peer& 
     if (!isTerminal) return runPlainChat(client, credentials, peer);
 
     const int signals = signalDescriptor();
-    vexim::setLogSink({});  // lines from elsewhere would run through the screen
     auto screen = chat::Screen::open(isUTF8);
     if (!screen || signals < 0) {
         std::fputs("vexim: this terminal has no full screen (see TERM); going on line by line\n", stderr);
@@ -45,6 +44,8 @@ int runChat(const Account& account, const Credentials& credentials, const Peer& 
         pthread_sigmask(SIG_SETMASK, &none, nullptr);
         return runPlainChat(client, credentials, peer);
     }
+    vexim::setLogSink({});  // lines from elsewhere would run through the screen
+
     std::string complaint;
     int status = 0;
     {

@@ -1,5 +1,7 @@
 #include "Operation.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -7,27 +9,31 @@
 
 #include "Explain.h"
 #include "VexIMLib/VexIMLib.h"
+#include "chat/Text.h"
 
 namespace {
 
 using vexim::Value;
 
-/// One value in one line: text as it stands, anything else as JSON.
-std::string inOneLine(const Value& value) {
-    if (const auto text = value.asString()) return *text;
-    return vexim::writeJSON(value, vexim::JSONFragments::Allow).text;
+/// Others have written it: a terminal gets nothing that it would obey, anything else gets it as it stands.
+void print(const std::string& line) {
+    static const bool isTerminal = isatty(STDOUT_FILENO) != 0;
+    std::printf("%s\n", isTerminal ? chat::harmless(line).c_str() : line.c_str());
 }
+
+std::string asJSON(const Value& value) { return vexim::writeJSON(value, vexim::JSONFragments::Allow).text; }
+
+/// One value in one line: text as it stands, anything else as JSON.
+std::string inOneLine(const Value& value) { return value.isString() ? *value.asString() : asJSON(value); }
 
 /// A dictionary as "key: value" lines, a list with a line for each element, anything else as it is.
 void printText(const Value& value) {
     if (const auto* dictionary = value.asDictionary()) {
-        for (const auto& [key, entry] : *dictionary) {
-            std::printf("%.*s: %s\n", static_cast<int>(key.size()), key.data(), inOneLine(entry).c_str());
-        }
+        for (const auto& [key, entry] : *dictionary) print(std::string(key) + ": " + inOneLine(entry));
     } else if (const auto* array = value.asArray()) {
-        for (const auto& element : *array) std::printf("%s\n", inOneLine(element).c_str());
+        for (const auto& element : *array) print(inOneLine(element));
     } else if (!value.isNil()) {
-        std::printf("%s\n", inOneLine(value).c_str());
+        print(inOneLine(value));
     }
 }
 
@@ -51,11 +57,7 @@ int perform(Output output, const std::function<void(VXIMResultCompletion)>& oper
     }
     switch (output) {
         case Output::Text: printText(outcome->result); break;
-        case Output::JSON: {
-            const Value& printed = outcome->result.isNil() ? Value::null() : outcome->result;
-            std::printf("%s\n", vexim::writeJSON(printed, vexim::JSONFragments::Allow).text.c_str());
-            break;
-        }
+        case Output::JSON: print(asJSON(outcome->result.isNil() ? Value::null() : outcome->result)); break;
     }
     return 0;
 }

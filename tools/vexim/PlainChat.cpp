@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <functional>
 #include <map>
@@ -16,6 +17,10 @@
 #include "chat/Text.h"
 
 namespace {
+
+// A service that hangs answers neither.
+constexpr std::chrono::seconds kLoginTimeout{30};
+constexpr std::chrono::seconds kLogoutTimeout{10};
 
 constexpr const char* kHelp =
     "  /friend ID   talk to a friend       /group ID   to a group       /room ID   to a room\n"
@@ -47,11 +52,14 @@ public:
 
     int run(const Credentials& credentials) {
         vexim::NotificationCenter::defaultCenter().addObserver(
-            alive_, "socket.io.error", client_.get(), [](const vexim::Notification& notification) {
+            alive_, "socket.io.error", client_.get(), [this](const vexim::Notification& notification) {
                 print("connection: " + notification.userInfo.value_or(vexim::Dictionary()).get("data").get(0).description());
+                if (!isLoggedIn_) end(1);  // a first connection that fails is not tried again, and the login never answered
             });
         credentials.logIn(*client_, [this](bool succeeded, auto error) { didLogIn(succeeded, error); });
-        loop_.watch(STDIN_FILENO, [this](bool) { read(); });
+        vexim::MainQueue::shared().after(kLoginTimeout, [this] {
+            if (!isLoggedIn_) didLogIn(false, nullptr);
+        });
         loop_.run();
         return status_;
     }
@@ -61,9 +69,13 @@ protected:
 
 private:
     void didLogIn(bool succeeded, const vexim::ErrorPtr& error) {
-        if (succeeded) return print("logged in as " + client_->currentUser()->uid().description() + "; /help tells the commands");
-        print("login failed: " + explain(error));
-        end(1);
+        if (!succeeded) {
+            print("login failed: " + explain(error));
+            return end(1);
+        }
+        isLoggedIn_ = true;
+        print("logged in as " + client_->currentUser()->uid().description() + "; /help tells the commands");
+        loop_.watch(STDIN_FILENO, [this](bool) { read(); });  // no sooner: what a script sends would go nowhere
     }
 
     void read() {
@@ -78,7 +90,7 @@ private:
         if (count > 0) return;
         if (!typed_.empty()) didType(std::exchange(typed_, {}));  // the last line needs no end
         loop_.unwatch(STDIN_FILENO);
-        leave();
+        if (!leaving_) leave();
     }
 
     void didType(const std::string& line) {
@@ -129,6 +141,7 @@ private:
         if (leaving_ || client_->status() == VXIMClientStatusClosed || !client_->socketio()) return end(status_);
         leaving_ = true;
         client_->logoutWithCompletion([this](bool, auto) { end(status_); });
+        vexim::MainQueue::shared().after(kLogoutTimeout, [this] { end(status_); });
     }
 
     void end(int status) {
@@ -141,7 +154,8 @@ private:
     HostLoop loop_;
     std::string typed_;                                     // of a line that is not whole yet
     std::shared_ptr<int> alive_ = std::make_shared<int>();  // observes as long as this lives
-    bool leaving_ = false;                                  // a second /quit does not wait for the service
+    bool isLoggedIn_ = false;
+    bool leaving_ = false;  // a second /quit does not wait for the service
     int status_ = 0;
 };
 

@@ -10,6 +10,7 @@
 #include "Demo.h"
 #include "Resources.h"
 #include "Send.h"
+#include "chat/Text.h"
 
 int main(int argc, char** argv) {
     CLI::App app("Instant messaging in a terminal");
@@ -44,11 +45,12 @@ int main(int argc, char** argv) {
 
     CLI11_PARSE(app, argc, argv);
     hideSecrets(argc, argv);
+    chat::useUTF8();
     try {
         credentials.askForPassword();
         return chosen();
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "vexim: %s\n", error.what());
+        std::fprintf(stderr, "vexim: %s\n", chat::harmless(error.what()).c_str());
         return 2;
     }
 }
