@@ -98,7 +98,10 @@ VXIMProgress ScheduleWorld::progress() {
 void ScheduleWorld::live(int steps) {
     makeClient();
     makeDelegate();
-    for (actionsLeft_ = steps; actionsLeft_ > 0;) act();
+    for (actionsLeft_ = steps; actionsLeft_ > 0;) {
+        act();
+        expectAllowedStates();
+    }
     // Lets go in any order; nobody waits for anybody.
     while (!clients_.empty() || !delegates_.empty() || !observers_.empty() || !users_.empty() || !groups_.empty() ||
            !rooms_.empty() || !passengers_.empty() || !friends_.empty() || !messages_.empty() || !transfers_.empty()) {
@@ -112,6 +115,16 @@ std::string ScheduleWorld::leftovers() const {
         if (!object.expired()) text += name + " ";
     }
     return text;
+}
+
+void ScheduleWorld::expectAllowedStates() const {
+    for (const auto& client : clients_) {
+        const bool hasSocket = client->socketio() != nullptr;
+        EXPECT_GE(client->status(), VXIMClientStatusNone);
+        EXPECT_LE(client->status(), VXIMClientStatusClosed);
+        EXPECT_TRUE(hasSocket || client->status() != VXIMClientStatusOpened);
+        EXPECT_FALSE(hasSocket && client->tryLogout() && client->status() == VXIMClientStatusClosed);
+    }
 }
 
 void ScheduleWorld::act() {
@@ -131,7 +144,7 @@ void ScheduleWorld::act() {
     if (what < 55) return logIn();
     if (what < 59) return logOut();
     if (what < 62) return client ? client->pause() : void();
-    if (what < 65) return client ? client->resume() : void();
+    if (what < 65) return client ? below(8) == 0 ? client->resetFlags() : client->resume() : void();
     if (what < 72) return sendMessage();
     if (what < 75) return sendSystemMessage();
     if (what < 77) return sendAttachment();

@@ -47,6 +47,7 @@ private:
     using Bag = std::vector<std::shared_ptr<T>>;
 
     void act();
+    void expectAllowedStates() const;
     /// For every callback: does something more, now and then.
     void hook();
     std::size_t below(std::size_t bound) { return chance_() % bound; }
