@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "endtoend/LiveWorld.h"
-#include "support/Certificates.h"
 #include "support/PeakMemory.h"
 #include "support/ScriptedServer.h"
 #include "support/WrongKinds.h"
@@ -151,37 +150,6 @@ TEST(HostileLive, AResolverThatNeverAnswersHoldsUpOnlyWhoAsked) {
     const std::weak_ptr<VXIMClient> alive = blocked->client;
     blocked->client = nullptr;
     EXPECT_TRUE(eventually([&] { return alive.expired(); }));
-}
-
-TEST(HostileLive, ACertificateMustBeTheHostsOwnValidAndKnown) {
-    const CertificateAuthority known;
-    const CertificateAuthority stranger("Stranger");
-    const std::pair<const char*, TLSIdentity> cases[] = {
-        {"for another host", known.issue({.host = "elsewhere.example"})},
-        {"expired", known.issue({.endsIn = -1h})},
-        {"by an unknown issuer", stranger.issue()},
-    };
-    const Dictionary options{{"caPEM", known.certificatePEM()}};
-    for (const auto& [why, identity] : cases) {
-        SCOPED_TRACE(why);
-        std::atomic<bool> wasTold{false};
-        ScriptedServer server([&](Connection& connection) { wasTold = connection.readHead().has_value(); }, identity);
-        expectNoConnection(server.url(""), options);
-        EXPECT_FALSE(wasTold) << "credentials must not reach the wrong server";
-    }
-    ScriptedServer mute([](Connection& connection) { connection.waitForClose(); });
-    expectNoConnection("https://127.0.0.1:" + std::to_string(mute.port()), {{"connectTimeout", 0.3}});
-
-    ScriptedServer right(
-        [](Connection& connection) {
-            LivePeer peer(connection);
-            if (peer.join()) peer.emit("login", kLoginAnswer);
-            peer.waitForClose();
-        },
-        known.issue());
-    auto ears = LiveClient::make(right.url(""), options);
-    ears->login();
-    EXPECT_TRUE(eventually([&] { return ears->client->status() == VXIMClientStatusOpened; }));
 }
 
 std::string deflated(std::string text) {

@@ -13,7 +13,6 @@
 #include "VexIMLib/VexIMLib.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
 #include "endtoend/Turning.h"
-#include "support/Certificates.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"
 #include "support/Gzip.h"
@@ -245,37 +244,6 @@ TEST_F(HostileREST, AResolverThatNeverAnswersHoldsUpOnlyWhoAsked) {
     EXPECT_TRUE(clock.runUntil([&] { return std::ranges::all_of(blocked, [](const auto& load) { return load->hasEnded(); }); }));
     for (const auto& load : blocked) EXPECT_EQ(load->outcome(), "VXErrorDomain 100 < NSURLErrorDomain -1001");
     EXPECT_EQ(chain(fetchGroup(server.url(""))), "ok");
-}
-
-TEST_F(HostileREST, ACertificateMustBeTheHostsOwnValidAndKnown) {
-    const CertificateAuthority known;
-    const CertificateAuthority stranger("Stranger");
-    const struct {
-        const char* why;
-        TLSIdentity identity;
-        const char* error;
-    } cases[] = {
-        {"as it should be", known.issue(), "ok"},
-        {"for another host", known.issue({.host = "elsewhere.example"}), "-1202"},
-        {"expired", known.issue({.endsIn = -1h}), "-1201"},
-        {"by an unknown issuer", stranger.issue(), "-1203"},
-    };
-    URLSessionConfiguration trusting;
-    trusting.certificateAuthorityPEM = known.certificatePEM();
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.why);
-        std::atomic<int> requests{0};
-        ScriptedServer server(ScriptedServer::answering([&](const WireRequest&) {
-                                  ++requests;
-                                  return ScriptedServer::text(200, "{}");
-                              }),
-                              each.identity);
-        const std::string expected =
-            each.error == std::string("ok") ? "ok" : std::string("VXErrorDomain 100 < NSURLErrorDomain ") + each.error;
-        EXPECT_EQ(Load(trusting, server.url("")).outcome(), expected);
-        EXPECT_EQ(requests, expected == "ok" ? 1 : 0) << "a signed request must not reach the wrong server";
-        EXPECT_NE(chain(fetchGroup(server.url(""))), "ok") << "the system knows none of these authorities";
-    }
 }
 
 TEST_F(HostileREST, AnUnreachableServiceIsAnError) {

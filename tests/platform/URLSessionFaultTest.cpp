@@ -158,12 +158,17 @@ TEST(URLSessionFaults, TrustsOnlyWhomItShould) {
     const auto probe = SessionProbe::make(configuration);
     const auto plain = SessionProbe::make();
     for (const auto& each : cases) {
-        ScriptedServer server(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "ok"); }),
+        std::atomic<int> requests{0};
+        ScriptedServer server(ScriptedServer::answering([&](const WireRequest&) {
+                                  ++requests;
+                                  return ScriptedServer::text(200, "ok");
+                              }),
                               each.identity);
         const auto story = probe->load(server.url());
         EXPECT_EQ(story.code(), each.code) << each.why << ": " << story.detail();
         EXPECT_EQ(story.body, each.code ? "" : "ok") << each.why;
         EXPECT_NE(plain->load(server.url()).code(), 0) << "the system knows none of them, whoever was trusted before";
+        EXPECT_EQ(requests, each.code ? 0 : 1) << "what is signed must not reach the wrong server";
     }
 }
 

@@ -4,6 +4,7 @@
 #include <openssl/sha.h>
 #include <openssl/x509.h>
 
+#include <atomic>
 #include <chrono>
 #include <string>
 
@@ -77,7 +78,9 @@ TEST(Certificates, AreJudgedAlikeOnBothTransports) {
     for (const auto& row : rows) {
         for (const char* transport : {"forceWebsockets", "forcePolling"}) {
             SCOPED_TRACE(std::string(row.why) + ", " + transport);
-            ScriptedServer server(serveEitherTransport(), row.identity);
+            std::atomic<bool> wasAsked{false};
+            const ScriptedServer::Script notAsked = [&](ScriptedServer::Connection& c) { wasAsked = c.readHead().has_value(); };
+            ScriptedServer server(row.accepted ? serveEitherTransport() : notAsked, row.identity);
             Dictionary options = row.options;
             options.set(transport, true);
             const auto client = SocketIOClient::create(URL::parse(server.url()), options);
@@ -87,6 +90,7 @@ TEST(Certificates, AreJudgedAlikeOnBothTransports) {
             client->connect();
             ASSERT_TRUE(eventually([&] { return !heard.lines().empty(); }));
             EXPECT_EQ(heard.lines()[0].substr(0, heard.lines()[0].find(' ')), row.accepted ? "connect" : "error") << heard.last();
+            EXPECT_FALSE(wasAsked) << "credentials must not reach the wrong server";
         }
     }
 }
