@@ -50,6 +50,11 @@ public:
         offset_ += count;
         return static_cast<std::int64_t>(count);
     }
+    bool readsNonBlocking() const override { return isCached; }
+    std::int64_t readNonBlocking(std::uint8_t* buffer, std::size_t maxLength) override {
+        const bool hasAny = isCached && ++tries_ % 3 != 0 && offset_ < content_.size();
+        return hasAny ? read(buffer, maxLength) : -1;
+    }
     bool hasBytesAvailable() const override { return true; }
     StreamStatus streamStatus() const override { return StreamStatus::Open; }
     ErrorPtr streamError() const override { return error_; }
@@ -61,11 +66,13 @@ public:
 
     std::atomic<int> opened{0};
     std::atomic<bool> closed{false};
+    bool isCached = false;  // most of it
 
 private:
     std::string content_;
     std::size_t piece_ = 0;
     std::size_t offset_ = 0;
+    int tries_ = 0;
     Then then_ = Then::End;
     ErrorPtr error_;
     std::mutex mutex_;
@@ -96,7 +103,7 @@ TEST(URLSessionUpload, SendsAStreamAsItIs) {
     struct Case {
         const char* why;
         std::size_t size, piece;
-        bool announced;
+        bool announced, cached = false;
     };
     const Case cases[] = {
         {"nothing", 0, 1, true},
@@ -104,10 +111,13 @@ TEST(URLSessionUpload, SendsAStreamAsItIs) {
         {"many buffers full, in odd pieces", 5'000'003, 65'537, true},
         {"without a length, in chunks", 3'000'000, 1 << 20, false},
         {"nothing, in chunks", 0, 1, false},
+        {"partly cached", 5'000'003, 65'537, true, true},
+        {"partly cached, in chunks", 3'000'000, 7'001, false, true},
     };
     for (const auto& each : cases) {
         const std::string content = pattern(each.size);
         const auto body = stream(content, each.piece);
+        body->isCached = each.cached;
         const auto task = probe->session->dataTaskWithRequest(
             upload(server.url(), body, each.announced ? std::optional(each.size) : std::nullopt));
         std::int64_t before = 0;

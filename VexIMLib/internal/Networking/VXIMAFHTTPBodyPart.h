@@ -59,6 +59,8 @@ public:
     bool hasBytesAvailable();
     /// How many bytes came; -1 when the contents could not be read (see the input stream's error) or the process is exiting.
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength);
+    /// Whether it stands inside contents that can be read so. (What begins and ends them happens on the main thread.)
+    bool readsNonBlocking() const { return phase_ == Phase::Body && inputStream_ && inputStream_->readsNonBlocking(); }
     /// On the main thread, where the contents are opened and closed; waits for it when called elsewhere. False once the process
     /// is exiting.
     bool transitionToNextPhase();

@@ -63,6 +63,16 @@ std::int64_t VXIMAFMultipartBodyStream::read(std::uint8_t* buffer, std::size_t m
     return static_cast<std::int64_t>(total);
 }
 
+bool VXIMAFMultipartBodyStream::readsNonBlocking() const {
+    return streamStatus_ == vexim::StreamStatus::Open && delay_ <= 0 && currentPart_ && currentPart_->readsNonBlocking();
+}
+
+std::int64_t VXIMAFMultipartBodyStream::readNonBlocking(std::uint8_t* buffer, std::size_t maxLength) {
+    if (!readsNonBlocking()) return -1;
+    const auto limit = static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
+    return currentPart_->inputStream()->readNonBlocking(buffer, limit);
+}
+
 bool VXIMAFMultipartBodyStream::moveToNextPart() {
     currentPart_ = nextPart_ && *nextPart_ < parts_.size() ? parts_[(*nextPart_)++] : nullptr;
     vexim::MutexLock lock(interruptMutex_);

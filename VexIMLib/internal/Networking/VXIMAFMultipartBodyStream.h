@@ -40,6 +40,9 @@ public:
     void close() override;
     /// Bytes read, 0 at the end. Never -1: when a part cannot be read, `streamError` says why.
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) override;
+    /// Inside the contents of a part whose stream does, unthrottled.
+    bool readsNonBlocking() const override;
+    std::int64_t readNonBlocking(std::uint8_t* buffer, std::size_t maxLength) override;
     /// True exactly while it is open.
     bool hasBytesAvailable() const override;
     vexim::StreamStatus streamStatus() const override { return streamStatus_; }

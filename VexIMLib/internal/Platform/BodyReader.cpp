@@ -30,24 +30,30 @@ struct Chunk {
 struct BodyReader::Shared : std::enable_shared_from_this<BodyReader::Shared> {
     std::shared_ptr<InputStream> stream;
     std::optional<std::uint64_t> length;
+    // The stream, and how far it has been read, are the reader's, or while it is `lent` the network thread's.
+    std::uint64_t position = 0;
     std::function<void()> ready;  // network thread only
     bool started = false;         // network thread only
 
     Mutex mutex;
-    ConditionVariable spaceOrEnd;
+    ConditionVariable readerMayGoOn;
     std::deque<Chunk> filled VEXIM_GUARDED_BY(mutex);
     std::vector<std::unique_ptr<std::uint8_t[]>> spare VEXIM_GUARDED_BY(mutex);
     bool atEnd VEXIM_GUARDED_BY(mutex) = false;
     ErrorPtr error VEXIM_GUARDED_BY(mutex);
     bool awaited VEXIM_GUARDED_BY(mutex) = false;
+    bool lent VEXIM_GUARDED_BY(mutex) = false;
     bool abandoned VEXIM_GUARDED_BY(mutex) = false;
 
     // The reader's thread.
     void run();
     ErrorPtr readAll();
-    ErrorPtr readChunk(Chunk& chunk, std::uint64_t before, bool& ended);
+    ErrorPtr readChunk(Chunk& chunk, bool& ended);
     bool publish(Chunk chunk);
     void finish(ErrorPtr failure);
+
+    // The network thread.
+    std::size_t readLent(char* target, std::size_t most) VEXIM_REQUIRES(mutex);
 
     std::unique_ptr<std::uint8_t[]> emptyBuffer() {
         const MutexLock lock(mutex);
@@ -61,7 +67,7 @@ struct BodyReader::Shared : std::enable_shared_from_this<BodyReader::Shared> {
         {
             const MutexLock lock(mutex);
             abandoned = true;
-            spaceOrEnd.notifyAll();
+            readerMayGoOn.notifyAll();
         }
         stream->interrupt();
     }
@@ -92,29 +98,28 @@ void BodyReader::Shared::run() {
 }
 
 ErrorPtr BodyReader::Shared::readAll() {
-    std::uint64_t total = 0;
     for (bool ended = false; !ended;) {
         Chunk chunk{emptyBuffer()};
-        if (ErrorPtr failure = readChunk(chunk, total, ended)) return failure;
-        total += chunk.count;
+        if (ErrorPtr failure = readChunk(chunk, ended)) return failure;
         if (chunk.count > 0 && !publish(std::move(chunk))) return nullptr;
     }
-    if (length && total < *length) {
+    if (length && position < *length) {
         return makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, "the body is shorter than announced");
     }
     return nullptr;
 }
 
-ErrorPtr BodyReader::Shared::readChunk(Chunk& chunk, std::uint64_t before, bool& ended) {
-    const std::uint64_t most = length ? std::min<std::uint64_t>(kChunkBytes, *length - before) : kChunkBytes;
+ErrorPtr BodyReader::Shared::readChunk(Chunk& chunk, bool& ended) {
+    const std::uint64_t most = length ? std::min<std::uint64_t>(kChunkBytes, *length - position) : kChunkBytes;
     if (most > 0) {
         const std::int64_t count = stream->read(chunk.bytes.get(), static_cast<std::size_t>(most));
         if (ErrorPtr failure = stream->streamError()) return failure;
         if (count < 0) return makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, "the body cannot be read");
         chunk.count = static_cast<std::size_t>(count);
+        position += chunk.count;
         ended = count == 0;
     }
-    if (!length || before + chunk.count < *length) return nullptr;
+    if (!length || position < *length) return nullptr;
     // The last bytes go out only when nothing follows them: the peer must not get a whole body of a file that has grown.
     std::uint8_t next = 0;
     const std::int64_t more = stream->read(&next, 1);
@@ -124,17 +129,37 @@ ErrorPtr BodyReader::Shared::readChunk(Chunk& chunk, std::uint64_t before, bool&
     return nullptr;
 }
 
+/// False when the body is not wanted any more.
 bool BodyReader::Shared::publish(Chunk chunk) {
     bool wasAwaited = false;
     {
         const MutexLock lock(mutex);
-        while (filled.size() >= kMostChunks && !abandoned) spaceOrEnd.wait(mutex);
+        while (filled.size() >= kMostChunks && !abandoned) readerMayGoOn.wait(mutex);
         if (abandoned) return false;
         filled.push_back(std::move(chunk));
+        // The network thread reads on by itself for as long as that takes no waiting. Most files that are sent were just written
+        // or looked at; for them this spares a copy and the switches of threads.
+        lent = stream->readsNonBlocking();
         wasAwaited = std::exchange(awaited, false);
     }
     wake(wasAwaited);
-    return true;
+    const MutexLock lock(mutex);
+    while (lent && !abandoned) readerMayGoOn.wait(mutex);
+    lent = false;
+    return !abandoned;
+}
+
+std::size_t BodyReader::Shared::readLent(char* target, std::size_t most) {
+    // The last bytes are left to the reader, who looks for what may follow them.
+    const bool isNearEnd = length && *length - position <= most;
+    const std::int64_t count = isNearEnd ? -1 : stream->readNonBlocking(reinterpret_cast<std::uint8_t*>(target), most);
+    if (count <= 0) {
+        lent = false;
+        readerMayGoOn.notifyAll();
+        return 0;
+    }
+    position += static_cast<std::uint64_t>(count);
+    return static_cast<std::size_t>(count);
 }
 
 void BodyReader::Shared::finish(ErrorPtr failure) {
@@ -171,7 +196,7 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
     }
 
     Taken taken;
-    bool readerMayGoOn = false;
+    bool wakesReader = false;
     {
         const MutexLock lock(shared_->mutex);
         while (taken.count < most && !shared_->filled.empty()) {
@@ -184,15 +209,16 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
             shared_->spare.push_back(std::move(chunk.bytes));
             shared_->filled.pop_front();
             // Woken for every chunk, the reader would cost a switch of threads each.
-            if (shared_->filled.size() == kMostChunks / 4) readerMayGoOn = true;
+            if (shared_->filled.size() == kMostChunks / 4) wakesReader = true;
         }
+        if (taken.count < most && shared_->lent) taken.count += shared_->readLent(target + taken.count, most - taken.count);
         if (taken.count == 0) {
             taken.atEnd = shared_->atEnd && !shared_->error;
             taken.error = shared_->error;
             shared_->awaited = !shared_->atEnd;
         }
     }
-    if (readerMayGoOn) shared_->spaceOrEnd.notifyAll();  // without the lock, for which it would have to wait at once
+    if (wakesReader) shared_->readerMayGoOn.notifyAll();  // without the lock, for which it would have to wait at once
     return taken;
 }
 

@@ -12,7 +12,8 @@
 namespace vexim {
 
 /// Reads an upload's body on a thread of its own into a bounded buffer (512 KiB), because a stream may wait for a disk, a pause or
-/// the main thread, and the network thread may not. The stream is opened when the first bytes are asked for.
+/// the main thread, and the network thread may not. The stream is opened when the first bytes are asked for. What can be read
+/// without waiting is read by whoever takes it.
 ///
 /// Used on the network thread. Destroying it interrupts the stream and waits for nothing.
 class BodyReader {

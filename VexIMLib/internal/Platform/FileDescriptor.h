@@ -1,5 +1,6 @@
 #pragma once
 
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -34,6 +35,21 @@ public:
         do count = ::read(descriptor_, buffer, size);
         while (count < 0 && errno == EINTR);
         return count;
+    }
+    /// Reads on without ever waiting for a disk or a peer: EAGAIN when the bytes are not in the system's cache, EOPNOTSUPP where
+    /// that cannot be asked.
+    ssize_t readCached(void* buffer, std::size_t size) const noexcept {
+#ifdef RWF_NOWAIT
+        const iovec range{buffer, size};
+        ssize_t count = 0;
+        do count = ::preadv2(descriptor_, &range, 1, -1, RWF_NOWAIT);
+        while (count < 0 && errno == EINTR);
+        return count;
+#else
+        static_cast<void>(buffer), static_cast<void>(size);
+        errno = EOPNOTSUPP;
+        return -1;
+#endif
     }
     ssize_t write(const void* bytes, std::size_t size) const noexcept {
         ssize_t count = 0;

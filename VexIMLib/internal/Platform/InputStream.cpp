@@ -73,6 +73,13 @@ public:
         if (count == 0 && maxLength > 0) status_ = StreamStatus::AtEnd;
         return count;
     }
+    bool readsNonBlocking() const override { return status_ == StreamStatus::Open && !blocksAlways_; }
+    std::int64_t readNonBlocking(std::uint8_t* buffer, std::size_t maxLength) override {
+        if (!readsNonBlocking()) return -1;
+        const ssize_t count = file_.readCached(buffer, maxLength);
+        if (count < 0 && errno == EOPNOTSUPP) blocksAlways_ = true;
+        return count > 0 ? count : -1;
+    }
     bool hasBytesAvailable() const override { return status_ == StreamStatus::Open; }
     StreamStatus streamStatus() const override { return status_; }
     ErrorPtr streamError() const override { return error_; }
@@ -86,6 +93,7 @@ private:
     std::string path_;
     FileDescriptor file_;
     StreamStatus status_ = StreamStatus::NotOpen;
+    bool blocksAlways_ = false;  // the file's system cannot do otherwise
     ErrorPtr error_;
 };
 

@@ -35,6 +35,11 @@ public:
     virtual StreamStatus streamStatus() const = 0;
     virtual ErrorPtr streamError() const = 0;
 
+    /// Whether the next bytes may well be had by `readNonBlocking`.
+    virtual bool readsNonBlocking() const { return false; }
+    /// Reads what is in memory already; -1 when there is nothing (at the end, too): only `read` knows more, and may wait.
+    virtual std::int64_t readNonBlocking(std::uint8_t* /*buffer*/, std::size_t /*maxLength*/) { return -1; }
+
     /// Makes a read that waits (for a peer, a pause, another thread) return early, and later ones not wait. The stream is good
     /// for nothing afterwards but `close`. From any thread; nothing to do for streams that never wait.
     virtual void interrupt() {}
