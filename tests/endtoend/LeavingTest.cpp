@@ -1,15 +1,10 @@
 // Leaving never waits for anybody: neither the process, nor the destructors.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <functional>
@@ -18,9 +13,8 @@
 #include <vector>
 
 #include "endtoend/LiveWorld.h"
+#include "support/ChildProcess.h"
 #include "support/ScriptedServer.h"
-
-extern char** environ;
 
 namespace vexim::testing {
 namespace {
@@ -34,51 +28,14 @@ constexpr double kSlowness = 100;  // looking for leaks takes its time
 constexpr double kSlowness = 1;
 #endif
 
-/// A run of the program that exits on a word.
-class Child {
-public:
-    Child(const std::string& how, const std::string& origin) {
-        int in[2], out[2];
-        if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) std::abort();
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
-        std::string words[] = {VEXIM_EXIT_CHILD, how, origin};
-        char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
-        if (::posix_spawn(&process_, VEXIM_EXIT_CHILD, &actions, nullptr, arguments, environ) != 0) std::abort();
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(in[0]);
-        ::close(out[1]);
-        input_ = in[1];
-        output_ = ::fdopen(out[0], "r");
-    }
-    ~Child() {
-        std::fclose(output_);
-        ::close(input_);
-    }
-
-    std::string readLine() {
-        char line[64] = {};
-        return std::fgets(line, sizeof line, output_) ? line : "";
-    }
-    void tellToExit() {
-        if (::write(input_, "\n", 1) != 1) ADD_FAILURE() << "the child is gone";
-    }
-    /// Milliseconds from the call of exit to the end of the process.
-    double exitTime(int& status) {
-        const std::string left = readLine();
-        ::waitpid(process_, &status, 0);
-        timespec now{};
-        ::clock_gettime(CLOCK_MONOTONIC, &now);
-        return (static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec) - std::stod(left)) / 1e6;
-    }
-
-private:
-    pid_t process_ = -1;
-    int input_ = -1;
-    FILE* output_ = nullptr;
-};
+/// Milliseconds from the call of exit, the time of which the child prints, to the end of the process.
+double exitTime(ChildProcess& child, int& status) {
+    const std::string left = child.readLine().value_or("0");
+    status = child.wait();
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return (static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec) - std::stod(left)) / 1e6;
+}
 
 TEST(Leaving, TheProcessExitsAtOnceWhateverIsUnderWay) {
     struct Case {
@@ -111,12 +68,12 @@ TEST(Leaving, TheProcessExitsAtOnceWhateverIsUnderWay) {
                 MainQueue::shared().async([] {});       // who waits for it looks again
                 while (connection.pause(1h)) continue;  // neither reads nor answers
             });
-            Child child(each.how, each.resolves ? server.url("") : "http://hanging.blocked.test");
-            EXPECT_EQ(child.readLine(), "begun\n");
+            ChildProcess child({VEXIM_EXIT_CHILD, each.how, each.resolves ? server.url("") : "http://hanging.blocked.test"});
+            EXPECT_EQ(child.readLine(), "begun");
             EXPECT_TRUE(eventually([&] { return reached >= each.connections; }));
-            child.tellToExit();
+            child.writeLine("exit");
             int status = -1;
-            best = std::min(best, child.exitTime(status));
+            best = std::min(best, exitTime(child, status));
             EXPECT_EQ(status, 0);
         }
         EXPECT_LT(best, 100 * kSlowness);

@@ -1,12 +1,9 @@
 #pragma once
 
-#include <memory>
 #include <string>
-#include <string_view>
-
-#include <sys/types.h>
 
 #include "endtoend/ServiceUnderTest.h"
+#include "support/ChildProcess.h"
 
 namespace vexim::testing {
 
@@ -28,8 +25,7 @@ public:
     std::string controlGet(const std::string& what) const;
 
 private:
-    pid_t pid_ = -1;
-    int standardInput_ = -1;  // while it is open the service lives
+    ChildProcess process_;
     std::string origin_;
 };
 

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
-#include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "VexIMLib/Foundation/Dictionary.h"
-#include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/Foundation/JSON.h"
+#include "support/ChildProcess.h"
 
 namespace vexim::testing {
 
@@ -16,25 +15,26 @@ namespace vexim::testing {
 class NodeServer {
 public:
     /// `config` is what server.mjs describes: {"version": "4.8", …}.
-    explicit NodeServer(const Dictionary& config);
-    NodeServer(const NodeServer&) = delete;
-    NodeServer& operator=(const NodeServer&) = delete;
-    ~NodeServer();
+    explicit NodeServer(const Dictionary& config)
+        : isSecure_(config.contains("tls")),
+          process_({"node", VEXIM_INTEROP_FOLDER "/server.mjs", writeJSON(config).text}),
+          port_(static_cast<std::uint16_t>(nextLine().get("port").intValue())) {
+        if (port_ == 0) throw std::runtime_error("the server does not listen");
+    }
 
-    std::uint16_t port() const noexcept { return port_; }
     /// "http(s)://127.0.0.1:port"
-    std::string url() const;
-    void command(const Dictionary& what);
+    std::string url() const { return (isSecure_ ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port_); }
+    void command(const Dictionary& what) { process_.writeLine(writeJSON(what).text); }
     /// The next line that it printed; nil when none comes within seconds.
-    Value nextLine();
+    Value nextLine() {
+        const auto line = process_.readLine();
+        return line ? parseJSON(*line).value : Value();
+    }
 
 private:
-    bool isSecure_ = false;
-    std::uint16_t port_ = 0;
-    pid_t process_ = -1;
-    int input_ = -1;   // its standard input
-    int output_ = -1;  // its standard output
-    std::string buffer_;
+    const bool isSecure_;
+    ChildProcess process_;
+    const std::uint16_t port_;
 };
 
 }  // namespace vexim::testing
