@@ -12,7 +12,7 @@ Every C++ and CMake block is the text of the file that the line above it names, 
     client->loginWithUsername("bob", "bob-secret", done);
     ```
 
-Links lead to files and headings that exist, scripts that are named are there, and the library's names that stand in backticks
+Links lead to files and headings that exist, files that are named are there, and the library's names that stand in backticks
 are names in its sources.
 """
 
@@ -66,9 +66,9 @@ def findings(page, words):
             yield f"{where(block.start())}: {complaint}"
         elif block["text"] != wanted:
             yield f"{where(block.start())}: differs from {block['source']} (scripts/check_docs.py --write)"
-    for script in re.finditer(r"(?<![\w/.])scripts/[\w-]+(?:\.\w+)?", text):
-        if not (ROOT / script[0]).is_file():
-            yield f"{where(script.start())}: {script[0]} does not exist"
+    for named in re.finditer(r"(?<![\w/.])(?:scripts|tests|examples|service|tools)/[\w./+-]*\w", text):
+        if not (ROOT / named[0]).exists():
+            yield f"{where(named.start())}: {named[0]} does not exist"
     prose = FENCE.sub(lambda match: re.sub(r"[^\n]", " ", match[0]), text)
     for link in LINK.finditer(prose):
         target, _, anchor = link[1].partition("#")

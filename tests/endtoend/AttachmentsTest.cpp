@@ -79,11 +79,11 @@ protected:
             case Stage::InsideProgress: break;
             case Stage::AtItsStart: EXPECT_TRUE(transfer->cancel()); break;
             case Stage::WhileTheServerIsSilent:
-                EXPECT_TRUE(eventually([&] { return turn() && arrived > 0; }));
+                EXPECT_TRUE(eventuallyElsewhere([&] { return arrived > 0; }));
                 EXPECT_TRUE(transfer->cancel());
                 break;
             case Stage::FromAnotherThread:
-                EXPECT_TRUE(eventually([&] { return turn() && arrived > 0; }));
+                EXPECT_TRUE(eventuallyElsewhere([&] { return arrived > 0; }));
                 std::thread([&] { EXPECT_TRUE(transfer->cancel()); }).join();
                 break;
             case Stage::AfterItsEnd: EXPECT_TRUE(eventually([&] { return ended; })); break;
@@ -94,11 +94,6 @@ protected:
         }
         EXPECT_TRUE(transfer->isFinished());
         EXPECT_FALSE(transfer->cancel()) << "a second time, or after the end";
-    }
-    /// Keeps the main queue turning while something is awaited that happens on a server's thread.
-    static bool turn() {
-        MainQueue::shared().after(1ms, [] {});
-        return true;
     }
 
     const TemporaryFolder folder;
@@ -140,7 +135,7 @@ TEST_F(Attachments, ASendIsCancelledInEveryStage) {
         const bool isSent = stage == Stage::AfterItsEnd;
         EXPECT_EQ(outcome, isSent ? "yes" : "no, NSURLErrorDomain -999");
         if (isReleased) {
-            EXPECT_TRUE(eventually([&] { return turn() && weak.expired(); }));
+            EXPECT_TRUE(eventuallyElsewhere([&] { return weak.expired(); }));
         } else {
             EXPECT_EQ(message->status(), isSent ? VXIMMessageStatusSent : VXIMMessageStatusFailed);
         }
@@ -198,15 +193,12 @@ TEST_F(Attachments, NeitherASlowUploadNorABusyMainThreadDelaysRequestsOrTheHeart
     int ended = 0;
     const auto count = [&](const Value&, const ErrorPtr&) { ++ended; };
     throttledForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, once(count), slow);
-    ASSERT_TRUE(eventually([&] { return turn() && arrived > 0; }));
+    ASSERT_TRUE(eventuallyElsewhere([&] { return arrived > 0; }));
     throttledForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, once(count), waiting);  // its phases want this thread
 
     VXIMHTTPRequest::get("/other", std::nullopt, once(count));
     beatsWanted = 20;
-    const auto giveUp = std::chrono::steady_clock::now() + 20s;
-    while ((beats < 20 || othersAnswered < 1) && std::chrono::steady_clock::now() < giveUp) std::this_thread::yield();
-    EXPECT_EQ(beats, 20);
-    EXPECT_EQ(othersAnswered, 1);
+    EXPECT_TRUE(spinUntil([&] { return beats == 20 && othersAnswered == 1; }));
     EXPECT_EQ(ended, 0) << "nothing has run on this thread";
 
     ASSERT_TRUE(eventually([&] { return ended == 1; }));

@@ -3,7 +3,6 @@
 #include <fstream>
 #include <random>
 #include <sstream>
-#include <thread>
 #include <utility>
 
 #include "VexIMLib/Foundation/JSON.h"
@@ -34,15 +33,6 @@ std::string noise(std::size_t size) {
     std::string bytes(size, '\0');
     for (char& byte : bytes) byte = static_cast<char>(generator());
     return bytes;
-}
-
-bool eventuallyElsewhere(const std::function<bool()>& predicate) {
-    return vexim::testing::eventually([&] {
-        if (predicate()) return true;
-        std::this_thread::yield();
-        vexim::MainQueue::shared().async([] {});  // ask again
-        return false;
-    });
 }
 
 NetworkingTest::NetworkingTest() {

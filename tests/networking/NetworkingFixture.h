@@ -53,8 +53,5 @@ private:
     std::vector<vexim::testing::WireRequest> requests_;
 };
 
-/// Like `eventually`, for what happens on threads that do not wake the main queue.
-[[nodiscard]] bool eventuallyElsewhere(const std::function<bool()>& predicate);
-
 /// Bytes without a pattern, so that nothing shifted or swapped goes unnoticed; the same for the same size.
 std::string noise(std::size_t size);

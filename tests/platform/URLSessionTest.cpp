@@ -8,6 +8,7 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/internal/Platform/URLLoad.h"
 #include "platform/SessionProbe.h"
+#include "support/Eventually.h"
 #include "support/Gzip.h"
 #include "support/ScriptedServer.h"
 
@@ -333,9 +334,7 @@ TEST(URLSession, OutlivesWhoeverStartedIt) {
         session->dataTaskWithRequest(SessionProbe::request(server.url()));  // never resumed, released
         session->dataTaskWithRequest(SessionProbe::request(server.url()))->resume();
     }
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (*ends != 20 && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-    EXPECT_EQ(*ends, 20);
+    EXPECT_TRUE(spinUntil([&] { return *ends == 20; })) << *ends;
 }
 
 TEST(URLSession, RunsManyTasksAtOnce) {

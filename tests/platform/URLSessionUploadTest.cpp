@@ -6,6 +6,7 @@
 
 #include "VexIMLib/internal/Platform/OutputStream.h"
 #include "platform/SessionProbe.h"
+#include "support/Eventually.h"
 #include "support/ScriptedServer.h"
 
 namespace vexim::testing {
@@ -191,7 +192,7 @@ TEST(URLSessionUpload, BeginsABodyOnceOnly) {
     const auto cut = probe->load(upload(cutting.url(), late, 4));
     EXPECT_EQ(cut.code(), URLErrorNetworkConnectionLost);
     EXPECT_EQ(cut.calls, "e") << "no progress, no answer";
-    while (!late->closed) std::this_thread::yield();
+    EXPECT_TRUE(spinUntil([&] { return late->closed.load(); }));
     EXPECT_EQ(probe->load(upload(server.url("/end"), late, 4)).code(), URLErrorRequestBodyStreamExhausted);
 }
 
@@ -208,7 +209,7 @@ TEST(URLSessionUpload, TakesARefusalBeforeTheBodyIsSent) {
         EXPECT_EQ(story.status, 413) << story.detail();
         EXPECT_EQ(story.body, "too large");
         // A refusal may come before the body was asked for at all; a reader that has begun is woken.
-        while (body->opened > 0 && !body->closed) std::this_thread::yield();
+        EXPECT_TRUE(spinUntil([&] { return body->opened == 0 || body->closed; }));
 
         auto inMemory = SessionProbe::request(server.url(path));
         inMemory.method = "POST";
@@ -243,10 +244,10 @@ TEST(URLSessionUpload, LetsGoOfABodyThatIsCancelledOrNotRead) {
     const auto hanging = stream(pattern(10), 10, Then::Hang);
     const auto cancelled = probe->session->dataTaskWithRequest(upload(server.url(), hanging, 1000));
     cancelled->resume();
-    while (hanging->opened == 0) std::this_thread::yield();
+    ASSERT_TRUE(spinUntil([&] { return hanging->opened > 0; }));
     cancelled->cancel();
     EXPECT_EQ(probe->waitForEnd(cancelled).code(), URLErrorCancelled);
-    while (!hanging->closed) std::this_thread::yield();
+    EXPECT_TRUE(spinUntil([&] { return hanging->closed.load(); }));
 
     auto request = upload(server.url(), stream(pattern(20'000'000)), 20'000'000);
     request.timeout = 300ms;

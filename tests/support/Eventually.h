@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <functional>
+#include <thread>
 
 #include "VexIMLib/Foundation/MainQueue.h"
 
@@ -12,6 +13,24 @@ namespace vexim::testing {
 [[nodiscard]] inline bool eventually(const std::function<bool()>& predicate,
                                      std::chrono::nanoseconds deadline = std::chrono::seconds(20)) {
     return MainQueue::shared().runUntil(predicate, deadline);
+}
+
+/// Like `eventually`, for what happens on threads that do not wake the main queue.
+[[nodiscard]] inline bool eventuallyElsewhere(const std::function<bool()>& predicate) {
+    return eventually([&] {
+        if (predicate()) return true;
+        std::this_thread::yield();
+        MainQueue::shared().async([] {});  // ask again
+        return false;
+    });
+}
+
+/// Waits with the main queue standing still.
+[[nodiscard]] inline bool spinUntil(const std::function<bool()>& predicate,
+                                    std::chrono::nanoseconds deadline = std::chrono::seconds(20)) {
+    const auto giveUp = std::chrono::steady_clock::now() + deadline;
+    while (!predicate() && std::chrono::steady_clock::now() < giveUp) std::this_thread::yield();
+    return predicate();
 }
 
 }  // namespace vexim::testing
