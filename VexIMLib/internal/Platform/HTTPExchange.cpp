@@ -8,6 +8,7 @@
 
 #include "VexIMLib/internal/Platform/BodyReader.h"
 #include "VexIMLib/internal/Platform/CurlHandle.h"
+#include "VexIMLib/internal/Platform/CurlHeaderList.h"
 #include "VexIMLib/internal/Platform/CurlMulti.h"
 #include "VexIMLib/internal/Platform/NetworkThread.h"
 #include "VexIMLib/internal/Platform/URLErrors.h"
@@ -107,7 +108,7 @@ private:
     const std::shared_ptr<const URLRequest> request_;
     CurlMulti& multi_;
     std::unique_ptr<CurlHandle> handle_;
-    curl_slist* headerList_ = nullptr;
+    CurlHeaderList headerList_;
     std::unique_ptr<BodyReader> reader_;
     bool running_ = false;
 
@@ -143,7 +144,6 @@ HTTPExchange::Impl::Impl(Handler& handler, std::shared_ptr<const URLRequest> req
 
 HTTPExchange::Impl::~Impl() {
     if (running_) multi_.remove(easy());
-    curl_slist_free_all(headerList_);
     CurlHandle::giveBack(std::move(handle_));
 }
 
@@ -158,15 +158,12 @@ void HTTPExchange::Impl::describeRequest() {
 }
 
 void HTTPExchange::Impl::describeHeaders() {
-    std::string line;
     for (const auto& [name, value] : request_->headers) {
-        if (!isHeaderName(name) || !isHeaderValue(value) || isFraming(name)) continue;
-        line.assign(name).append(value.empty() ? ";" : ": ").append(value);  // libcurl writes an empty field for "Name;"
-        headerList_ = curl_slist_append(headerList_, line.c_str());
+        if (isHeaderName(name) && isHeaderValue(value) && !isFraming(name)) headerList_.add(name, value);
     }
-    headerList_ = curl_slist_append(headerList_, "Expect:");  // a round trip that few servers answer well
-    if (!request_->headers.contains("Content-Type")) headerList_ = curl_slist_append(headerList_, "Content-Type:");
-    curl_easy_setopt(easy(), CURLOPT_HTTPHEADER, headerList_);
+    headerList_.suppress("Expect");  // a round trip that few servers answer well
+    if (!request_->headers.contains("Content-Type")) headerList_.suppress("Content-Type");
+    curl_easy_setopt(easy(), CURLOPT_HTTPHEADER, headerList_.get());
 }
 
 void HTTPExchange::Impl::describeBody() {

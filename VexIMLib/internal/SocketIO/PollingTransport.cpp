@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "VexIMLib/internal/Platform/CurlHeaderList.h"
 #include "VexIMLib/internal/Platform/CurlMulti.h"
 #include "VexIMLib/internal/Platform/NetworkThreadAsio.h"
 
@@ -54,7 +55,7 @@ private:
     LivePolling& owner_;
     const TransportOptions& options_;
     CURL* const easy_ = curl_easy_init();
-    curl_slist* headers_ = nullptr;
+    CurlHeaderList headers_;
     std::array<char, CURL_ERROR_SIZE> description_{};
     std::string body_;
     std::size_t bodySent_ = 0;
@@ -163,7 +164,6 @@ Request::Request(LivePolling& owner, const TransportOptions& options) : owner_(o
 Request::~Request() {
     if (isRunning_) multi().remove(easy_);
     curl_easy_cleanup(easy_);
-    curl_slist_free_all(headers_);
 }
 
 void Request::start(const std::string& url, const std::string& cookies, std::chrono::milliseconds timeout,
@@ -172,15 +172,12 @@ void Request::start(const std::string& url, const std::string& cookies, std::chr
     cookies_.clear();
     description_.front() = '\0';
     isTooLarge_ = false;
-    curl_slist_free_all(std::exchange(headers_, nullptr));
-    for (const auto& [name, value] : options_.headers) {
-        // libcurl takes "name;" for a header without a value.
-        headers_ = curl_slist_append(headers_, (value.empty() ? name + ";" : name + ": " + value).c_str());
-    }
-    if (!cookies.empty()) headers_ = curl_slist_append(headers_, ("Cookie: " + cookies).c_str());
-    headers_ = curl_slist_append(headers_, "Expect:");
+    headers_.clear();
+    for (const auto& [name, value] : options_.headers) headers_.add(name, value);
+    if (!cookies.empty()) headers_.add("Cookie", cookies);
+    headers_.suppress("Expect");
     if (body) {
-        headers_ = curl_slist_append(headers_, "Content-Type: text/plain;charset=UTF-8");
+        headers_.add("Content-Type", "text/plain;charset=UTF-8");
         // libcurl sends a request again when a kept connection dies under it. A body that cannot be rewound is not sent a second
         // time, so that no message arrives twice; before its first byte the retry is welcome.
         body_ = std::move(*body);
@@ -191,7 +188,7 @@ void Request::start(const std::string& url, const std::string& cookies, std::chr
         curl_easy_setopt(easy_, CURLOPT_READDATA, this);
     }
     curl_easy_setopt(easy_, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_);
+    curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_.get());
     curl_easy_setopt(easy_, CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
     isRunning_ = true;
     multi().add(easy_);
