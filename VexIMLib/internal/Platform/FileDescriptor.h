@@ -39,7 +39,7 @@ public:
     /// Reads on without ever waiting for a disk or a peer: EAGAIN when the bytes are not in the system's cache, EOPNOTSUPP where
     /// that cannot be asked.
     ssize_t readCached(void* buffer, std::size_t size) const noexcept {
-#ifdef RWF_NOWAIT
+#if defined(RWF_NOWAIT) && !defined(__ANDROID__)  // where preadv2 came late
         const iovec range{buffer, size};
         ssize_t count = 0;
         do count = ::preadv2(descriptor_, &range, 1, -1, RWF_NOWAIT);
