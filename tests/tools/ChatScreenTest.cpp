@@ -74,7 +74,7 @@ TEST_F(ScreenTest, PaintsEveryCharacterAsWideAsTheTerminalDoes) {
     EXPECT_LT(cellsOf(std::string(10'000'000, 'x')).size(), 20'000u);
 }
 
-TEST_F(ScreenTest, WrapsAtBlanks) {
+TEST_F(ScreenTest, WrapsAtBlanksAndBetweenWideCharacters) {
     const struct {
         const char* text;
         int width;
@@ -91,6 +91,9 @@ TEST_F(ScreenTest, WrapsAtBlanks) {
         {"漢字漢字", 5, "漢字|漢字"},
         {"漢字", 1, "?|?"},
         {"ab 漢", 4, "ab|漢"},
+        {"bob: 漢字", 7, "bob: 漢|字"},
+        {"漢字。", 4, "漢|字。"},
+        {"漢「字」", 4, "漢|「字|」"},
     };
     for (const auto& [text, width, expected] : cases) {
         std::string lines;
@@ -139,7 +142,7 @@ TEST_F(ScreenTest, FitsEveryScreen) {
     std::string screen;
     for (const auto& row : draw(roster, {}, line, {80, 30}).rows) screen += textOf(row) + "\n";
     for (const char* text : {"● ", "lines", "Wednesday, 15 November", "Thursday, 16 November", "(not sent: no reason; /retry)",
-                             "[image] dot.png [#########-----------] 45 %", "/cancel", "> typed 漢字"}) {
+                             "[image] dot.png [#########-----------] 45%", "/cancel", "> typed 漢字"}) {
         EXPECT_NE(screen.find(text), std::string::npos) << text << " in\n" << screen;
     }
 }
@@ -169,6 +172,7 @@ TEST_F(ScreenTest, ScrollsOverEveryLineAndStaysWhereItIs) {
     EXPECT_EQ(linesOf(conversation, kWidth, kHeight), top) << "what comes does not move the view";
     EXPECT_TRUE(scroll(conversation, kWidth, kHeight, -5)) << "there is nothing above";
     EXPECT_EQ(linesOf(conversation, kWidth, kHeight), top);
+    EXPECT_EQ(linesOf(conversation, kWidth, 5 * kHeight).size(), 5u * kHeight) << "a larger screen is filled from below";
 
     for (std::size_t step = 0; step < steps + 1; ++step) scroll(conversation, kWidth, kHeight, kHeight - 1);
     EXPECT_FALSE(conversation.anchor) << "at the end it follows again";

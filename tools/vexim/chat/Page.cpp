@@ -44,7 +44,7 @@ std::string progressBar(int percent) {
     constexpr int kWidth = 20;
     const int filled = std::clamp(percent, 0, 100) * kWidth / 100;
     return "[" + std::string(static_cast<std::size_t>(filled), '#') + std::string(static_cast<std::size_t>(kWidth - filled), '-') +
-           "] " + std::to_string(std::clamp(percent, 0, 100)) + " %";
+           "] " + std::to_string(std::clamp(percent, 0, 100)) + "%";
 }
 
 /// "[image] dot.png", then how far it is, or how to get it.
@@ -97,7 +97,7 @@ Cells topLine(const Conversation& conversation, int width) {
         case Older::Loading: return say("(loading …)");
         case Older::Nothing: break;
     }
-    if (conversation.address.kind == Kind::Console) return say("(/help tells the commands and keys)");
+    if (conversation.address.kind == Kind::Console) return say("(Alt-1 … Alt-9: talk to whom the list says; /help: all else)");
     return say(conversation.hasHistory() ? "(the beginning)" : "(rooms keep no history)");
 }
 
@@ -107,17 +107,41 @@ struct Place {
     int line = 0;
 };
 
-Place lowest(const Conversation& conversation, int width) {
-    const auto& entries = conversation.entries();
-    if (conversation.anchor) {
-        if (const auto index = conversation.indexOf(conversation.anchor->entry)) {
-            const auto count = static_cast<int>(linesOfEntry(conversation, *index, width).size());
-            return {*index, std::min(conversation.anchor->line, count - 1)};
-        }
+/// Walks over a conversation's lines at a width.
+class Walk {
+public:
+    Walk(const Conversation& conversation, int width) : conversation_(conversation), width_(width) {}
+
+    int count(std::size_t index) const { return static_cast<int>(linesOfEntry(conversation_, index, width_).size()); }
+    bool up(Place& place) const {
+        if (place.line == 0 && place.index == 0) return false;
+        place = place.line > 0 ? Place{place.index, place.line - 1} : Place{place.index - 1, count(place.index - 1) - 1};
+        return true;
     }
-    const auto last = entries.size() - 1;
-    return {last, static_cast<int>(linesOfEntry(conversation, last, width).size()) - 1};
-}
+    bool down(Place& place) const {
+        const bool isInside = place.line + 1 < count(place.index);
+        if (!isInside && place.index + 1 == conversation_.entries().size()) return false;
+        place = isInside ? Place{place.index, place.line + 1} : Place{place.index + 1, 0};
+        return true;
+    }
+    /// The lowest line that is shown: where the view is anchored, or below, when a page is not full above; else the last.
+    Place lowest(int height) const {
+        const auto& anchor = conversation_.anchor;
+        const auto index = anchor ? conversation_.indexOf(anchor->entry) : std::nullopt;
+        const std::size_t last = conversation_.entries().size() - 1;
+        if (!index) return {last, count(last) - 1};
+        Place place{*index, std::min(anchor->line, count(*index) - 1)};
+        Place top = place;
+        int lines = 1;
+        while (lines < height && up(top)) ++lines;
+        while (lines < height && down(place)) ++lines;
+        return place;
+    }
+
+private:
+    const Conversation& conversation_;
+    int width_;
+};
 
 }  // namespace
 
@@ -140,7 +164,7 @@ std::vector<Cells> linesOf(const Conversation& conversation, int width, int heig
     std::vector<Cells> lines;  // the lowest first
     if (height <= 0) return lines;
     if (conversation.entries().empty()) return {topLine(conversation, width)};
-    const Place start = lowest(conversation, width);
+    const Place start = Walk(conversation, width).lowest(height);
     for (std::size_t index = start.index + 1; index-- > 0 && static_cast<int>(lines.size()) < height;) {
         auto entryLines = linesOfEntry(conversation, index, width);
         if (index == start.index) entryLines.resize(static_cast<std::size_t>(start.line) + 1);
@@ -155,42 +179,20 @@ std::vector<Cells> linesOf(const Conversation& conversation, int width, int heig
 bool scroll(Conversation& conversation, int width, int height, int lines) {
     const auto& entries = conversation.entries();
     if (entries.empty()) return true;
-    Place place = lowest(conversation, width);
-    const auto count = [&](std::size_t index) { return static_cast<int>(linesOfEntry(conversation, index, width).size()); };
-    for (; lines > 0; --lines) {
-        if (place.line + 1 < count(place.index)) {
-            ++place.line;
-        } else if (place.index + 1 < entries.size()) {
-            place = {place.index + 1, 0};
-        } else {
-            break;
-        }
-    }
+    const Walk walk(conversation, width);
+    Place place = walk.lowest(height);
+    while (lines > 0 && walk.down(place)) --lines;
     // Up only as long as a full page stands above the lowest line.
-    int above = 0;
-    const auto up = [&](Place& at) {
-        if (at.line > 0) {
-            --at.line;
-        } else if (at.index > 0) {
-            --at.index;
-            at.line = count(at.index) - 1;
-        } else {
-            return false;
-        }
-        return true;
-    };
     Place top = place;
-    while (above < height - 1 && up(top)) ++above;
+    int above = 0;
+    while (above < height - 1 && walk.up(top)) ++above;
     bool isAtTop = above < height - 1;
-    for (; lines < 0; ++lines) {
-        if (isAtTop || !up(top)) {
-            isAtTop = true;
-            break;
-        }
-        up(place);
+    for (; lines < 0 && !isAtTop; ++lines) {
+        isAtTop = !walk.up(top);
+        if (!isAtTop) walk.up(place);
     }
     if (top.index == 0 && top.line == 0) isAtTop = true;
-    const bool isAtEnd = place.index + 1 == entries.size() && place.line + 1 == count(place.index);
+    const bool isAtEnd = place.index + 1 == entries.size() && place.line + 1 == walk.count(place.index);
     conversation.anchor.reset();
     if (!isAtEnd) conversation.anchor = Anchor{entries[place.index].id, place.line};
     return isAtTop;

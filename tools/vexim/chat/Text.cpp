@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <optional>
 
 namespace chat {
 namespace {
@@ -18,6 +19,16 @@ bool isSkinTone(wchar_t c) { return c >= 0x1F3FB && c <= 0x1F3FF; }
 
 /// What terminals add up in different ways.
 bool isDisputed(wchar_t c) { return c == 0x200C || c == 0x200D || c == 0xFE0E || c == 0xFE0F; }
+
+/// Chinese and Japanese are written without blanks: a line may end beside any of their characters (UAX #14), but does not
+/// begin with a closing mark or a small sign, nor end with an opening one.
+bool isBreakBetween(const Cell& one, const Cell& next) {
+    constexpr std::wstring_view kNotFirst =
+        L"、。，．！？：；）」』】〉》〕］｝…‥・ー～々ぁぃぅぇぉっゃゅょゎァィゥェォッャュョヮ.,!?:;)]}\"'";
+    constexpr std::wstring_view kNotLast = L"（「『【〈《〔［｛([{\"'";
+    if ((one.width < 2 && next.width < 2) || one.is(L' ') || next.is(L' ')) return false;
+    return kNotFirst.find(next.characters[0]) == kNotFirst.npos && kNotLast.find(one.characters[0]) == kNotLast.npos;
+}
 
 Cell cell(wchar_t character, int width, Style style) {
     Cell made;
@@ -122,35 +133,34 @@ std::vector<Cells> wrapped(const Cells& cells, int width) {
     std::vector<Cells> lines;
     Cells line;
     int used = 0;
-    std::size_t blank = 0;  // one past the last blank in the line; 0: none
-    const auto breakAt = [&](std::size_t end, std::size_t next) {
-        Cells rest(line.begin() + static_cast<std::ptrdiff_t>(next), line.end());
-        line.resize(end);
+    struct Break {
+        std::size_t end = 0;   // the line keeps what is before …
+        std::size_t next = 0;  // … and the next one begins here
+    };
+    std::optional<Break> last;
+    const auto breakAt = [&](Break at) {
+        Cells rest(line.begin() + static_cast<std::ptrdiff_t>(at.next), line.end());
+        line.resize(at.end);
         lines.push_back(std::move(line));
         line = std::move(rest);
         used = widthOf(line);
-        blank = 0;
+        last.reset();
     };
     for (const auto& one : cells) {
         if (one.is(L'\n')) {
-            breakAt(line.size(), line.size());
+            breakAt({line.size(), line.size()});
             continue;
         }
         const Cell fitting = one.width <= width ? one : cell(L'?', 1, one.style);
         if (fitting.is(L' ') && used + 1 > width && !line.empty()) {  // the break stands in for it
-            breakAt(line.size(), line.size());
+            breakAt({line.size(), line.size()});
             continue;
         }
-        while (used + fitting.width > width && !line.empty()) {
-            if (blank > 0) {
-                breakAt(blank - 1, blank);
-            } else {
-                breakAt(line.size(), line.size());
-            }
-        }
+        if (!line.empty() && isBreakBetween(line.back(), fitting)) last = {line.size(), line.size()};
+        while (used + fitting.width > width && !line.empty()) breakAt(last.value_or(Break{line.size(), line.size()}));
         line.push_back(fitting);
         used += fitting.width;
-        if (fitting.is(L' ')) blank = line.size();
+        if (fitting.is(L' ')) last = {line.size() - 1, line.size()};
     }
     lines.push_back(std::move(line));
     return lines;

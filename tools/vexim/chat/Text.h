@@ -47,7 +47,8 @@ std::string textOf(const Cells& cells);
 int widthOf(const Cells& cells);
 /// At most `width` columns; what was cut off shows as "…".
 Cells clipped(const Cells& cells, int width);
-/// Lines of at most `width` columns (at least 1), broken at blanks where there are any. Without text one empty line.
+/// Lines of at most `width` columns (at least 1), broken at blanks and between wide characters where there are any. Without
+/// text one empty line.
 std::vector<Cells> wrapped(const Cells& cells, int width);
 
 inline Cells& operator+=(Cells& cells, const Cells& more) {
