@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <stdexcept>
+#include <utility>
 
 #include "Explain.h"
 #include "VexIMLib/VexIMLib.h"
@@ -26,6 +27,8 @@ bool isOneOf(const std::string& ending, const Endings& endings) {
 
 void drawProgress(std::int32_t percent) {
     constexpr int kWidth = 40;
+    static std::int32_t drawn = -1;  // a value may come twice, and the end of the line must not
+    if (std::exchange(drawn, percent) == percent) return;
     const int filled = std::clamp(percent, 0, 100) * kWidth / 100;
     std::fprintf(stderr, "\r[%s%s] %3d %%", std::string(static_cast<std::size_t>(filled), '#').c_str(),
                  std::string(static_cast<std::size_t>(kWidth - filled), ' ').c_str(), percent);
