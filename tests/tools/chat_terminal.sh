@@ -82,6 +82,14 @@ keys alice M-1
 await alice $'bob: caf\u00e9, \u4f60\u597d \U1F44B and e\u0301'
 await_not alice 'bob 1│'
 
+step "a line waits in its conversation, and keys that nobody knows write nothing"
+keys alice 'half' M-2
+await_not alice '> half'
+keys alice M-1
+panes send-keys -t alice -l $'\033[1;9Q way'
+await alice '> half way'
+keys alice C-u
+
 step "a hostile message is only text"
 title=$(panes display-message -p -t alice '#{pane_title}')
 curl -sf "http://127.0.0.1:$port/_control/emit" -H 'Content-Type: application/json' -o /dev/null -d '{"user": "alice",

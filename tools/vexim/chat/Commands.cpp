@@ -7,7 +7,7 @@ namespace chat {
 namespace {
 
 constexpr std::pair<const char*, const char*> kKeys[] = {
-    {"Enter", "send"},
+    {"Enter", "send; with nothing typed: to the newest message"},
     {"Tab", "complete a command or a name"},
     {"Up, Down", "lines typed before"},
     {"PageUp, PageDown", "scroll; older messages are loaded"},

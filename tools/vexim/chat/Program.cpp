@@ -43,8 +43,22 @@ void Program::tick() {
     vexim::MainQueue::shared().after(std::chrono::seconds(1), [this] { tick(); });
 }
 
+/// What is being typed belongs to its conversation, lest it go to another one. From the console, where nothing can be said,
+/// it comes along.
+void Program::keepDraft() {
+    const Address& now = roster_.current().address;
+    if (now == drafting_) return;
+    auto& next = drafts_[now];
+    if (drafting_.kind != Kind::Console || !next.empty()) {
+        drafts_[drafting_] = line_.text();
+        line_.set(next, next.size());
+    }
+    drafting_ = now;
+}
+
 void Program::paint() {
     session_->loadNewest(roster_.current().address);
+    keepDraft();
     screen_->paint(draw(roster_, {session_->statusLine(), session_->isAlert()}, line_, screen_->size()));
 }
 
@@ -67,6 +81,7 @@ void Program::readSignals(int signals) {
     while (::read(signals, &signal, sizeof(signal)) == static_cast<ssize_t>(sizeof(signal))) {
         if (signal.ssi_signo == SIGWINCH) {
             screen_->resize();
+            scrollBy(0);
         } else {
             isLeaving_ = isLeaving_ || signal.ssi_signo == SIGHUP;  // nobody is left to wait
             leave();
@@ -87,10 +102,11 @@ void Program::readKeys(bool isOver) {
 
 void Program::didPress(const Key& key) {
     using Code = Key::Code;
+    keepDraft();  // the key before may have switched, and several come between two paintings
     if (paste_ && key.code != Code::PasteEnd) {
         if (key.code == Code::Character) *paste_ += key.character;
         if (key.code == Code::Enter) *paste_ += L'\n';
-        if (key.code == Code::Tab) *paste_ += L' ';
+        if (key.code == Code::Tab) *paste_ += L'\t';
         return;
     }
     switch (key.code) {
@@ -195,11 +211,13 @@ void Program::complete() {
 }
 
 void Program::take() {
-    const std::string typed = line_.take();
-    if (typed.find_first_not_of(" \n") == std::string::npos) return;
+    const std::string typed = narrow(line_.text());
     roster_.follow();
-    if (const auto command = parseCommand(typed)) return obey(*command);
-    sender_.sendText(roster_.current().address, messageText(typed));
+    if (typed.find_first_not_of(" \t\n") == std::string::npos) return line_.clear();
+    const auto command = parseCommand(typed);
+    if (!command) sender_.sendText(roster_.current().address, messageText(typed));
+    line_.take();  // a text that cannot be sent stays
+    if (command) obey(*command);
 }
 
 void Program::obey(const Command& command) {

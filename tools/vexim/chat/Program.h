@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -44,12 +45,15 @@ private:
     void leave();
     void end(int status);
     void tick();
+    void keepDraft();
     void paint();
 
     std::unique_ptr<Screen> screen_;
     HostLoop loop_;
     Roster roster_;
     EditLine line_;
+    Address drafting_;                        // the conversation that the line belongs to
+    std::map<Address, std::wstring> drafts_;  // the others' lines
     std::shared_ptr<Session> session_;
     Sender sender_;
     Places places_;

@@ -11,6 +11,7 @@
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
+#include <utility>
 
 #include "Terminal.h"
 
@@ -19,9 +20,30 @@ namespace {
 
 constexpr int kPasteBegin = KEY_MAX + 1;
 constexpr int kPasteEnd = KEY_MAX + 2;
+constexpr int kWordLeft = KEY_MAX + 3;
+constexpr int kWordRight = KEY_MAX + 4;
 constexpr int kMostPlaces = 1000;  // columns or rows; a terminal may claim more
 
 constexpr short kRed = 1, kGreen = 2, kYellow = 3, kFirstName = 4, kBar = 10, kBarAlert = 11;  // colour pairs
+
+/// What terminals send for a key whatever TERM says: over many a login the two do not agree.
+constexpr std::pair<const char*, int> kSequences[] = {
+    {"\033[200~", kPasteBegin}, {"\033[201~", kPasteEnd},  {"\033[A", KEY_UP},       {"\033OA", KEY_UP},
+    {"\033[B", KEY_DOWN},       {"\033OB", KEY_DOWN},      {"\033[C", KEY_RIGHT},    {"\033OC", KEY_RIGHT},
+    {"\033[D", KEY_LEFT},       {"\033OD", KEY_LEFT},      {"\033[H", KEY_HOME},     {"\033OH", KEY_HOME},
+    {"\033[1~", KEY_HOME},      {"\033[7~", KEY_HOME},     {"\033[F", KEY_END},      {"\033OF", KEY_END},
+    {"\033[4~", KEY_END},       {"\033[8~", KEY_END},      {"\033[3~", KEY_DC},      {"\033[5~", KEY_PPAGE},
+    {"\033[6~", KEY_NPAGE},     {"\033[1;5D", kWordLeft},  {"\033[1;3D", kWordLeft}, {"\033Od", kWordLeft},
+    {"\033[1;5C", kWordRight},  {"\033[1;3C", kWordRight}, {"\033Oc", kWordRight},
+};
+
+/// The rest of a key's sequence that nobody knows; it must not be taken for typed text.
+void skipSequence(wint_t introducer) {
+    const wint_t first = introducer == L'[' ? 0x40 : 0x20;
+    wint_t next = 0;
+    while (get_wch(&next) == OK && next >= 0x20 && next < first) {
+    }
+}
 
 void setBracketedPaste(bool on) {
     std::fputs(on ? "\033[?2004h" : "\033[?2004l", stdout);  // pasted text then comes between two keys of its own
@@ -122,8 +144,7 @@ Screen::Screen(bool isUTF8) : impl_(std::make_unique<Impl>()) {
     nonl();
     keypad(stdscr, TRUE);
     nodelay(stdscr, TRUE);
-    define_key("\033[200~", kPasteBegin);
-    define_key("\033[201~", kPasteEnd);
+    for (const auto& [sequence, key] : kSequences) define_key(sequence, key);
     impl_->startColours();
     setBracketedPaste(true);
 }
@@ -175,10 +196,16 @@ std::optional<Key> Screen::read() {
     wint_t key = 0;
     const int kind = get_wch(&key);
     if (kind == ERR) return std::nullopt;
+    if (kind == KEY_CODE_YES && key == kWordLeft) return Key{Key::Code::Alt, L'b'};
+    if (kind == KEY_CODE_YES && key == kWordRight) return Key{Key::Code::Alt, L'f'};
     if (kind == KEY_CODE_YES) return Key{namedKey(key).value_or(Key::Code::Other), 0};
     if (key == 27) {
         wint_t next = 0;
         if (get_wch(&next) != OK || next < 0x20) return Key{};
+        if (next == L'[' || next == L'O') {
+            skipSequence(next);
+            return Key{};
+        }
         return Key{Key::Code::Alt, static_cast<wchar_t>(next)};
     }
     if (key == '\r' || key == '\n') return Key{Key::Code::Enter, 0};
