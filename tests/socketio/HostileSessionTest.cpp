@@ -173,6 +173,14 @@ TEST(HostileSession, MeetsHostileAnswersToPolling) {
     }
 }
 
+TEST(HostileSession, AnswersAStormOfPingsOverPollingOnce) {
+    Script script(chat(TransportChoice::PollingOnly));
+    script.joinPolling(EngineRevision::V4);
+    script.emit("42/chat,[1]");  // its POST is never answered
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(outcomeIn(script.got(repeated("2\x1e", 1000) + "2")), kLives);
+    EXPECT_EQ(script.posted(), "POST 3") << "what waits for a POST must not grow with what a GET brings";
+}
+
 TEST(HostileSession, EndsWhenItsTransportDoes) {
     using Cause = event::WebSocketClosed::Cause;
     struct Row {

@@ -17,6 +17,7 @@ using namespace std::chrono_literals;
 // A GET ends at the latest with the server's next ping. The slack leaves it to the session's own deadlines to say what is late.
 constexpr std::chrono::milliseconds kGetSlack = 10s;
 constexpr auto kNudgeTimeout = 10s;
+constexpr const char* kPong = "3";
 
 }  // namespace
 
@@ -162,7 +163,9 @@ void EngineSession::didReceivePing() {
     if (revision_ != EngineRevision::V4) return;
     heartbeatDeadline_ = now_ + open_.pingInterval + open_.pingTimeout;
     nudgeDeadline_.reset();
-    send("3");
+    // One pong answers every ping that has come. A peer that asks without end and takes no POST is not to fill the memory.
+    if (carrier_ == Carrier::Polling && !outgoing_.empty() && outgoing_.back() == kPong) return;
+    send(kPong);
 }
 
 void EngineSession::beat() {
