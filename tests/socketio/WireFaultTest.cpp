@@ -1,11 +1,13 @@
 // WebSockets that misbehave on a real socket: each kind once. The client ends with the right word, in time, and can go on.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "socketio/WireFault.h"
+#include "support/PeakMemory.h"
 
 namespace vexim::testing {
 namespace {
@@ -177,6 +179,32 @@ TEST(WireFaults, DoNotDisturbWhatIsOnlyUnusual) {
          "message yyy"},
     };
     for (const auto& fault : faults) expectOutcome(fault, {{"forceWebsockets", true}});
+}
+
+TEST(WireFaults, KeepNothingOfWhatASlowPeerHasRead) {
+    // It always leaves some pongs unread, so that what is to be sent never runs out.
+    const std::string pings = repeated(frame(std::string(125, 'p'), 0x89), 1 << 12);
+    std::atomic<bool> isThrough{false};
+    ScriptedServer server(joinedThen([&](Connection& connection) {
+        for (int i = 0; i < 24; ++i) connection.write(pings);
+        for (int i = 0; i < 150; ++i) {
+            std::size_t read = 0;
+            while (read < pings.size()) {
+                const auto some = connection.readSome(pings.size() - read);
+                if (some.empty()) return;
+                read += some.size();
+            }
+            connection.write(pings);
+        }
+        isThrough = true;
+        connection.waitForClose();
+    }));
+    const auto client = SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}});
+    client->joinNamespace("/chat");
+    const PeakMemory peak;
+    client->connect();
+    EXPECT_TRUE(eventuallyElsewhere([&] { return isThrough.load(); }));
+    EXPECT_LT(peak.grownMiB(), 64) << "12 MiB wait, 75 MiB have gone";
 }
 
 TEST(WireFaults, AnswerAPingWhileNothingElseComes) {

@@ -337,6 +337,11 @@ void LiveWebSocket::sendRaw() {
         }
         if (error) return;  // reading finds the same, and tells after what was received before
         sent_ += count;
+        // A peer that always leaves something unread would have us keep all that it has read.
+        if (sent_ >= raw_.size() / 2 && sent_ < raw_.size()) {
+            raw_.erase(0, sent_);
+            sent_ = 0;
+        }
     }
     constexpr std::size_t kKept = 16 * 1024;
     if (raw_.capacity() > kKept) {
