@@ -15,6 +15,7 @@
 #include "socketio/Recorder.h"
 #include "support/Completions.h"
 #include "support/LogCapture.h"
+#include "support/PeakMemory.h"
 
 namespace vexim::testing {
 namespace {
@@ -329,22 +330,36 @@ TEST(SocketIOClient, BoundsWhatIsQueuedAndWhatServersTake) {
 }
 
 TEST(SocketIOClient, ClosesWhenTheApplicationDoesNotKeepUp) {
-    ScriptedServer server([](ScriptedServer::Connection& connection) {
-        LivePeer peer(connection);
-        if (!peer.join()) return;
-        const std::string big = frame("42/chat,[\"message\",\"" + std::string(1 << 20, 'x') + "\"]");
-        while (connection.write(big)) {
-        }
-    });
-    const auto client = makeClient(server.url(), {{"reconnects", false}});
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    // The main queue does not run: only the status tells.
-    ASSERT_TRUE(spinUntil([&] { return client->status() == SocketIOStatusDisconnected; }, 120s));
-    ASSERT_TRUE(heard.waitFor("disconnect The application does not keep up"));
-    EXPECT_EQ(heard.lines()[heard.lines().size() - 2].substr(0, 35), "error The application does not keep");
-    EXPECT_GE(heard.lines().size(), 64u) << "what had come before is delivered";
+    struct Row {
+        const char* name;
+        std::string packets;
+        std::size_t least;  // lines that had come before
+    };
+    const Row rows[] = {
+        {"long events", frame("42/chat,[\"message\",\"" + std::string(1 << 20, 'x') + "\"]"), 64},
+        {"short events", repeated(frame("42/chat,[\"message\"]"), 10'000), 10'000},
+        {"errors of the namespace", repeated(frame("44/chat,1"), 10'000), 10'000},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScriptedServer server([&row](ScriptedServer::Connection& connection) {
+            LivePeer peer(connection);
+            if (!peer.join()) return;
+            while (connection.write(row.packets)) {
+            }
+        });
+        const auto client = makeClient(server.url(), {{"reconnects", false}});
+        Recorder heard;
+        heard.listen(*client);
+        const PeakMemory peak;
+        client->connect();
+        // The main queue does not run: only the status tells.
+        ASSERT_TRUE(spinUntil([&] { return client->status() == SocketIOStatusDisconnected; }, 120s));
+        EXPECT_LT(peak.grownMiB(), 256) << "what events take beside their text counts, too";
+        ASSERT_TRUE(heard.waitFor("disconnect The application does not keep up"));
+        EXPECT_EQ(heard.lines()[heard.lines().size() - 2].substr(0, 35), "error The application does not keep");
+        EXPECT_GE(heard.lines().size(), row.least) << "what had come before is delivered";
+    }
 }
 
 TEST(SocketIOClient, CanBeUsedFromEveryThreadInEveryState) {

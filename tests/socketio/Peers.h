@@ -17,6 +17,12 @@ inline std::string frame(std::string_view payload, unsigned char first = 0x81) {
     return LivePeer::frame(LivePeer::Text, payload, first);
 }
 
+inline std::string repeated(std::string_view text, int times) {
+    std::string all;
+    for (int i = 0; i < times; ++i) all += text;
+    return all;
+}
+
 /// Joins are answered over either transport, and then nothing is said: the GET behind the answer hangs, as it should.
 inline ScriptedServer::Script serveEitherTransport() {
     struct Sessions {

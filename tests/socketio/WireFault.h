@@ -27,12 +27,6 @@ inline std::string closeFrame(int code, std::string_view reason = {}) {
     return frame(std::string{static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)} += reason, 0x88);
 }
 
-inline std::string repeated(std::string_view text, int times) {
-    std::string all;
-    for (int i = 0; i < times; ++i) all += text;
-    return all;
-}
-
 inline ScriptedServer::Script joinedThen(std::function<void(Connection&)> then) {
     return [then](Connection& connection) {
         LivePeer peer(connection);

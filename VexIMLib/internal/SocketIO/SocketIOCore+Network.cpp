@@ -209,18 +209,13 @@ void SocketIOCore::linkDidReceive(Packet packet, std::size_t bytes) {
 
 void SocketIOCore::flushTurn() {
     if (turn_.empty()) return;
-    bool overflows = false;
-    {
-        const Section section(*this);
-        const bool isStale = linkEpoch_ != epoch_;
-        for (auto& delivery : turn_) {
-            if (isStale && !delivery.callback) continue;
-            push(std::move(delivery));
-        }
-        overflows = !isStale && undeliveredBytes_ > kMaxUndeliveredBytes;
+    const Section section(*this);
+    const bool isStale = linkEpoch_ != epoch_;
+    for (auto& delivery : turn_) {
+        if (isStale && !delivery.callback) continue;
+        push(std::move(delivery));
     }
     turn_.clear();
-    if (overflows && link_) link_->abort(EndCause::LimitPassed, "The application does not keep up: too many undelivered events.");
 }
 
 void SocketIOCore::linkDidReport(const action::Report& report) {
@@ -231,11 +226,14 @@ void SocketIOCore::linkDidReport(const action::Report& report) {
 
 void SocketIOCore::linkDidEndTurn() {
     flushTurn();
+    bool overflows = false;
     {
         const MutexLock lock(mutex_);
-        if (outbox_.empty() && sending_.empty()) return;
+        overflows = linkEpoch_ == epoch_ && undeliveredBytes_ > kMaxUndeliveredBytes;
+        if (!overflows && outbox_.empty() && sending_.empty()) return;
     }
-    pump();
+    if (!overflows) return pump();
+    link_->abort(EndCause::LimitPassed, "The application does not keep up: too many undelivered events.");
 }
 
 void SocketIOCore::linkDidEnd(const action::Ended& ended) {

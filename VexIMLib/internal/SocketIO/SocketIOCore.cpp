@@ -10,6 +10,8 @@ namespace vexim {
 namespace {
 
 constexpr std::size_t kMostUnheard = 10'000;
+// What one takes beside its text. Of short events it is nearly all, and a peer can send millions of them.
+constexpr std::size_t kDeliveryBytes = 256;
 // As good as for ever, and far from overflowing.
 constexpr std::chrono::milliseconds kLongestPatience = std::chrono::hours(24 * 365 * 10);
 
@@ -221,6 +223,7 @@ void SocketIOCore::pushEvent(std::string event, Array arguments) {
 }
 
 void SocketIOCore::push(Delivery delivery) {
+    delivery.bytes += kDeliveryBytes;
     undeliveredBytes_ += delivery.bytes;
     inbox_.push_back(std::move(delivery));
 }
