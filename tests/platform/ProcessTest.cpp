@@ -9,6 +9,7 @@
 
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/internal/Platform/HostResolver.h"
+#include "VexIMLib/internal/Platform/LibraryThreads.h"
 #include "VexIMLib/internal/Platform/NetworkThread.h"
 #include "VexIMLib/internal/Platform/OutputStream.h"
 #include "platform/SessionProbe.h"
@@ -21,10 +22,13 @@ using namespace std::chrono_literals;
 
 std::chrono::steady_clock::time_point exitBegan;
 
+std::atomic<bool> networkThreadIsBusy{false};
+
 /// Registered before the library's hook, so it runs after it. The bound only tells waiting from not waiting on a busy machine.
 void judgeExit() {
     const auto took = std::chrono::steady_clock::now() - exitBegan;
     if (took > 1s) ::_exit(2);
+    if (networkThreadIsBusy) ::_exit(3);
 }
 
 [[noreturn]] void exitWithEverythingPending() {
@@ -49,6 +53,10 @@ void judgeExit() {
     NetworkThread::shared().post([&ready] {
         static const auto lookup = HostResolver::system().resolve("b.blocked.test", [](auto, auto) {});
         ++ready;
+        networkThreadIsBusy = true;  // as with reading a store of certificates: beyond the time that stuck threads are given
+        while (!LibraryThreads::processIsExiting()) std::this_thread::yield();
+        for (const auto begin = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - begin < 100ms;) continue;
+        networkThreadIsBusy = false;
     });
     while (ready < 2) std::this_thread::yield();
     exitBegan = std::chrono::steady_clock::now();

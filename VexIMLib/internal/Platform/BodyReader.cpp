@@ -191,7 +191,8 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
             return {0, false, makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, "the body has been read before")};
         }
         shared_->started = LibraryThreads::start(
-            "vexim-body", [shared = shared_] { shared->run(); }, [shared = shared_] { shared->abandon(); });
+            "vexim-body", LibraryThreads::AtExit::Leave, [shared = shared_] { shared->run(); },
+            [shared = shared_] { shared->abandon(); });
         if (!shared_->started) return {0, false, makeURLError(URLErrorUnknown, std::nullopt, "no thread to read the body")};
     }
 

@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -21,10 +22,17 @@
 namespace vexim::LibraryThreads {
 namespace {
 
-constexpr std::chrono::milliseconds kPatienceAtExit{50};
+constexpr std::chrono::milliseconds patienceWith(AtExit atExit) {
+    switch (atExit) {
+        case AtExit::Leave: return std::chrono::milliseconds(50);
+        case AtExit::Await: return std::chrono::seconds(3);  // an end even so: a process that cannot exit is worse
+    }
+    return {};
+}
 
 struct Running {
     std::thread::id id;
+    AtExit atExit;
     std::function<void()> interrupt;
 };
 
@@ -58,18 +66,18 @@ void exitHook() {
     detail::endMainQueue();  // whoever waits for the main thread would wait for the one that exits
     for (const auto& interrupt : interrupts) interrupt();
 
-    // An exit called on one of our threads (from an application's callback) must not wait for itself.
-    const auto othersEnded = [&shared]() VEXIM_REQUIRES(shared.mutex) {
+    const auto patience = [&shared]() VEXIM_REQUIRES(shared.mutex) {
+        std::chrono::milliseconds most{0};
         for (const Running& thread : shared.running) {
-            if (thread.id != std::this_thread::get_id()) return false;
+            // An exit called on one of our threads (from an application's callback) must not wait for itself.
+            if (thread.id != std::this_thread::get_id()) most = std::max(most, patienceWith(thread.atExit));
         }
-        return true;
+        return most;
     };
-    const auto deadline = std::chrono::steady_clock::now() + kPatienceAtExit;
-    shared.mutex.lock();
-    while (!othersEnded() && shared.ended.waitUntil(shared.mutex, deadline)) {
+    const auto begin = std::chrono::steady_clock::now();
+    const MutexLock lock(shared.mutex);
+    while (shared.ended.waitUntil(shared.mutex, begin + patience())) {
     }
-    shared.mutex.unlock();
 }
 
 /// Signals belong to the application's threads; SIGPIPE on ours would kill the process for a peer that hung up.
@@ -107,13 +115,13 @@ bool spawn(const std::string& name, std::function<void()> body) {
 
 }  // namespace
 
-bool start(const std::string& name, std::function<void()> body, std::function<void()> interrupt) {
+bool start(const std::string& name, AtExit atExit, std::function<void()> body, std::function<void()> interrupt) {
     Registry& shared = registry();
     std::list<Running>::iterator entry;
     {
         const MutexLock lock(shared.mutex);
         if (shared.exiting) return false;
-        entry = shared.running.insert(shared.running.end(), Running{{}, std::move(interrupt)});
+        entry = shared.running.insert(shared.running.end(), Running{{}, atExit, std::move(interrupt)});
     }
     const bool spawned = spawn(name, [&shared, entry, body = std::move(body)]() mutable {
         {

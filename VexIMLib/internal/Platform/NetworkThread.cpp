@@ -48,7 +48,7 @@ NetworkThread& NetworkThread::shared() {
 
 NetworkThread::NetworkThread() : impl_(std::make_unique<Impl>()) {
     LibraryThreads::start(
-        "vexim-network",
+        "vexim-network", LibraryThreads::AtExit::Await,
         [impl = impl_.get()] {
             impl->id = std::this_thread::get_id();
             impl->context.run();

@@ -81,7 +81,7 @@ void OperationQueue::addOperation(Operation operation) {
     if (wake) state_->arrived.notifyOne();
     if (startThread)
         LibraryThreads::start(
-            state_->name, [state = state_] { state->run(); }, [state = state_] { state->stop(); });
+            state_->name, LibraryThreads::AtExit::Leave, [state = state_] { state->run(); }, [state = state_] { state->stop(); });
 }
 
 bool OperationQueue::isCurrent() const noexcept { return currentQueue == state_.get(); }
