@@ -66,8 +66,9 @@ public:
     static std::shared_ptr<VXIMMessage> initWithPayloadDictionary(vexim::Dictionary payload);
     /// It has no send time until it is sent.
     static std::shared_ptr<VXIMMessage> messageWithText(std::string_view text);
-    /// Stages the image as a PNG file in the temporary directory (the same image always in the same file) and makes a message
-    /// of it; nullptr when the file cannot be made.
+    /// Stages the image as a PNG file in the temporary directory (the same image always in the same file), in a folder that only
+    /// this user can enter, and makes a message of it; nullptr when the file cannot be made, or when that folder is somebody
+    /// else's.
     static std::shared_ptr<VXIMMessage> messageWithImage(const vexim::Image& image);
     /// Does not look whether the file exists.
     static std::shared_ptr<VXIMMessage> messageWithImageFileAtPath(std::optional<std::string> path);

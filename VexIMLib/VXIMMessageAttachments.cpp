@@ -42,7 +42,7 @@ std::shared_ptr<VXIMMessage> VXIMMessage::messageWithImage(const vexim::Image& i
     if (digest.empty()) return nullptr;
 
     const std::string directory = vexim::appendPathComponent(vexim::temporaryDirectory(), kStagingDirectory);
-    if (!vexim::FileManager::fileExists(directory)) vexim::FileManager::createDirectory(directory, true);
+    if (vexim::FileManager::ensurePrivateDirectory(directory)) return nullptr;
 
     // Named by its contents: the same image is the same file, however often and by how many it is staged.
     const std::string path = vexim::appendPathComponent(directory, digest + ".png");

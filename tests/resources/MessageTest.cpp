@@ -1,7 +1,12 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 
@@ -9,6 +14,7 @@
 #include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/VexIMLib.h"
 #include "support/Describe.h"
+#include "support/TemporaryFolder.h"
 
 using namespace vexim::testing;
 using vexim::Dictionary;
@@ -170,6 +176,36 @@ TEST(Message, ACopySharesNothingAndLosesWhatIsNotInThePayload) {
     message->dictionaryRepresentation();
     EXPECT_EQ(describe(*std::static_pointer_cast<VXIMMessage>(message->copy())), "from 0, to 0 user u2: hi")
         << "a sender without a type of its own takes the receiver's";
+}
+
+TEST(Message, StagesAPictureWhereNobodyElseCanReadOrReplaceIt) {
+    // A temporary folder that all users share, and another one of them was there first.
+    const TemporaryFolder shared;
+    const TemporaryFolder elsewhere;
+    ASSERT_EQ(::setenv("TMPDIR", shared.path().c_str(), 1), 0);
+    const std::string staging = shared / "com.vexora.message.attachments";
+    const auto stage = [] { return VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255})); };
+    const auto modeOf = [](const std::string& path) {
+        struct stat status {};
+        return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+    };
+    const auto picture = stage();
+    EXPECT_EQ(modeOf(staging), 0700u);
+    EXPECT_EQ(modeOf(picture->attachmentPath().value()), 0600u);
+    ::chmod(staging.c_str(), 0777);
+    EXPECT_TRUE(stage());
+    EXPECT_EQ(modeOf(staging), 0700u) << "closed to the others";
+    if (::geteuid() == 0) {
+        ASSERT_EQ(::chown(staging.c_str(), 65534, 65534), 0);
+        EXPECT_EQ(stage(), nullptr) << "whose folder it is can put another file in the picture's place";
+    }
+    std::filesystem::rename(staging, elsewhere / "there");
+    std::filesystem::create_symlink(elsewhere / "there", staging);
+    EXPECT_EQ(stage(), nullptr) << "a link can lead anywhere";
+    std::filesystem::remove(staging);
+    std::ofstream(staging) << "a file";
+    EXPECT_EQ(stage(), nullptr);
+    ::unsetenv("TMPDIR");
 }
 
 TEST(Message, IsKeptInAnArchiveThatMakesNothingElse) {

@@ -123,6 +123,20 @@ ErrorPtr createDirectory(const std::string& path, bool withIntermediates) {
     return failIf(failure);
 }
 
+ErrorPtr ensurePrivateDirectory(const std::string& path) {
+    constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
+    if (const auto parent = std::filesystem::path(path).parent_path(); !isDirectory(parent)) {
+        if (ErrorPtr error = createDirectory(parent, true)) return error;
+    }
+    if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) return fileWriteError(errno);
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) return fileWriteError(errno);
+    if (!S_ISDIR(status.st_mode)) return fileWriteError(EEXIST);
+    if (status.st_uid != ::geteuid()) return fileWriteError(EPERM);
+    if ((status.st_mode & kOthers) != 0 && ::chmod(path.c_str(), S_IRWXU) != 0) return fileWriteError(errno);
+    return nullptr;
+}
+
 ErrorPtr remove(const std::string& path) {
     std::error_code failure;
     if (std::filesystem::remove_all(path, failure) == 0 && !failure) return fileWriteError(ENOENT);
@@ -154,9 +168,7 @@ ErrorPtr writeAtomically(const Data& data, const std::string& path) {
     ssize_t count = 0;
     while (!rest.empty() && (count = file.write(rest.data(), rest.size())) >= 0)
         rest.remove_prefix(static_cast<std::size_t>(count));
-    // mkostemp makes it private; a plain new file is readable as the process's mask allows, which cannot be asked without a race.
-    if (rest.empty() && ::fchmod(file.get(), 0644) == 0 && file.close() && ::rename(temporary.c_str(), path.c_str()) == 0)
-        return nullptr;
+    if (rest.empty() && file.close() && ::rename(temporary.c_str(), path.c_str()) == 0) return nullptr;
     const int errnum = errno;
     ::unlink(temporary.c_str());
     return fileWriteError(errnum);

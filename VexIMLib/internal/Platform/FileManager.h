@@ -31,13 +31,17 @@ bool isDirectory(const std::string& path);
 std::optional<FileAttributes> attributes(const std::string& path, ErrorPtr* error = nullptr);
 /// Creates it, with its parents when `withIntermediates`; a directory that is there already is fine then.
 ErrorPtr createDirectory(const std::string& path, bool withIntermediates);
+/// Sees to it that a directory of this user's stands at `path` which nobody else can enter: makes it, with its parents, or closes
+/// it to others. Refuses a link and what belongs to somebody else, who may have been first in a folder that all share.
+ErrorPtr ensurePrivateDirectory(const std::string& path);
 /// Removes a file, or a directory with what it holds.
 ErrorPtr remove(const std::string& path);
 /// Moves within one file system; what stands at `to` is replaced.
 ErrorPtr move(const std::string& from, const std::string& to);
 /// The whole file; nullopt, with `error` set when given, when it cannot be read.
 std::optional<Data> contents(const std::string& path, ErrorPtr* error = nullptr);
-/// Writes under a temporary name in the same directory, then renames: at `path` stands the old file or the whole new one.
+/// Writes under a temporary name in the same directory, then renames: at `path` stands the old file or the whole new one,
+/// which only this user can read.
 ErrorPtr writeAtomically(const Data& data, const std::string& path);
 
 }  // namespace FileManager
