@@ -114,7 +114,8 @@ public:
     void setAttachmentPath(std::optional<std::string> path) { attachmentPath_ = std::move(path); }
 
     /// Downloads the attachment to the file at `path`, which is the result. The file appears when it is whole; a failed download
-    /// leaves none. `completion` runs once, on the main queue; without an attachment URL it gets "NSURLErrorDomain" -1000.
+    /// leaves none. (A process that ends before `completion` has run may leave what had come, under a name that ends in ".part".)
+    /// `completion` runs once, on the main queue; without an attachment URL it gets "NSURLErrorDomain" -1000.
     /// With a `transfer` the download can be cancelled.
     void downloadAttachment(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
                             std::shared_ptr<VXIMTransfer> transfer = nullptr);

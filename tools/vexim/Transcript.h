@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <functional>
-#include <optional>
 #include <string>
 
 /// The story as it is told: one line a step, with what was observed, and a verdict at the end.

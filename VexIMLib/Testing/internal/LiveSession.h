@@ -1,8 +1,5 @@
 #pragma once
 
-#include <chrono>
-#include <cstdint>
-#include <functional>
 #include <string>
 #include <string_view>
 

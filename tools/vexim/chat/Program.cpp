@@ -35,6 +35,8 @@ int Program::run(const Peer& peer, int signals) {
     tick();
     loop_.run([this] { paint(); });
     sender_.cancelAll();
+    // What was half fetched goes with the transfer's end, which comes over the queue.
+    vexim::MainQueue::shared().runUntil([this] { return sender_.isIdle(); }, std::chrono::seconds(1));
     return status_;
 }
 

@@ -27,6 +27,8 @@ public:
     /// False when nothing is being transferred.
     bool cancelNewest();
     void cancelAll();
+    /// Whether nothing is being transferred.
+    bool isIdle() const noexcept { return transfers_.empty(); }
 
 private:
     using Transfer = std::shared_ptr<VXIMTransfer>;
