@@ -178,7 +178,7 @@ TEST_F(ConversationTest, SaysWhereTheSessionStandsAndWhatComesNext) {
     state.paused(50);
     expect(50, "paused: nothing arrives until /resume", true);
     state.refused("no such user", 60);
-    expect(60, "login refused (no such user): /quit leaves", true);
+    expect(60, "login refused (no such user): /resume tries again, /quit leaves", true);
 }
 
 }  // namespace

@@ -20,6 +20,9 @@ until history=$("$vexim" history friend alice bob --server "$url") && grep -qF '
 done
 grep -qF 'first' <<< "$history" || fail "the first line was lost: $history"
 
+if heard=$(printf 'lost' | chat --server "$url" --user alice --group nowhere); then fail "sent to nobody: $heard"; fi
+grep -qF 'the service has not sent it back: group nowhere, alice: lost' <<< "$heard" || fail "nobody says what was lost: $heard"
+
 if heard=$(chat --server "$url" --username alice --password wrong < /dev/null); then fail "a wrong password: $heard"; fi
 grep -qF 'The credentials match no user' <<< "$heard" || fail "no reason given: $heard"
 if chat --server http://127.0.0.1:1 --user alice < /dev/null > /dev/null; then fail "nobody listens there"; fi

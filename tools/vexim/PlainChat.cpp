@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <map>
@@ -21,6 +23,8 @@ namespace {
 // A service that hangs answers neither.
 constexpr std::chrono::seconds kLoginTimeout{30};
 constexpr std::chrono::seconds kLogoutTimeout{10};
+// The service drops what goes to nobody without a word, and sends back what it delivers.
+constexpr std::chrono::seconds kPatience{5};
 
 constexpr const char* kHelp =
     "  /friend ID   talk to a friend       /group ID   to a group       /room ID   to a room\n"
@@ -65,7 +69,10 @@ public:
     }
 
 protected:
-    void wrote(const std::string& line) override { print(line); }
+    void wrote(const std::string& line) override {
+        print(line);
+        didConfirm(line);
+    }
 
 private:
     void didLogIn(bool succeeded, const vexim::ErrorPtr& error) {
@@ -128,18 +135,51 @@ private:
     }
 
     void send(const std::string& text) {
+        if (leaving_) return;
         auto message = VXIMMessage::messageWithText(text);
-        const auto report = [](bool sent, const vexim::ErrorPtr& error) {
-            if (!sent) print("not sent: " + explain(error));
-        };
-        if (!peer_.isNamed()) return print("to whom? Try /friend ID, /group ID or /room ID");
+        if (!peer_.isNamed()) return didNotSend("to whom? Try /friend ID, /group ID or /room ID");
         address(*message, peer_);
-        client_->sendMessage(message, report);
+        const std::string place = peer_.friendId  ? "friend " + *peer_.friendId
+                                  : peer_.groupId ? "group " + *peer_.groupId
+                                                  : "room " + *peer_.roomId;
+        const std::string echo = place + ", " + client_->currentUser()->uid().description() + ": " + text;
+        const auto number = ++lastSent_;
+        unconfirmed_.emplace(number, echo);
+        client_->sendMessage(message, [this, number](bool sent, const vexim::ErrorPtr& error) {
+            if (!sent) didFail(number, "not sent: " + explain(error));
+        });
+        vexim::MainQueue::shared().after(kPatience, [this, number] { didFail(number, "the service has not sent it back"); });
+    }
+
+    void didConfirm(const std::string& line) {
+        const auto found =
+            std::find_if(unconfirmed_.begin(), unconfirmed_.end(), [&](const auto& one) { return one.second == line; });
+        if (found == unconfirmed_.end()) return;
+        unconfirmed_.erase(found);
+        logOutWhenConfirmed();
+    }
+
+    void didFail(std::uint64_t number, const std::string& reason) {
+        const auto found = unconfirmed_.find(number);
+        if (found == unconfirmed_.end()) return;
+        didNotSend(reason + ": " + found->second);
+        unconfirmed_.erase(found);
+        logOutWhenConfirmed();
+    }
+
+    void didNotSend(const std::string& reason) {
+        print(reason);
+        status_ = 1;
     }
 
     void leave() {
         if (leaving_ || client_->status() == VXIMClientStatusClosed || !client_->socketio()) return end(status_);
         leaving_ = true;
+        logOutWhenConfirmed();
+    }
+
+    void logOutWhenConfirmed() {
+        if (!leaving_ || !unconfirmed_.empty()) return;
         client_->logoutWithCompletion([this](bool, auto) { end(status_); });
         vexim::MainQueue::shared().after(kLogoutTimeout, [this] { end(status_); });
     }
@@ -154,6 +194,8 @@ private:
     HostLoop loop_;
     std::string typed_;                                     // of a line that is not whole yet
     std::shared_ptr<int> alive_ = std::make_shared<int>();  // observes as long as this lives
+    std::map<std::uint64_t, std::string> unconfirmed_;      // what was sent, as it will be heard
+    std::uint64_t lastSent_ = 0;
     bool isLoggedIn_ = false;
     bool leaving_ = false;  // a second /quit does not wait for the service
     int status_ = 0;

@@ -18,11 +18,18 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::array kAudio{".aac", ".amr", ".flac", ".m4a", ".mp3", ".oga", ".ogg", ".opus", ".wav"};
+constexpr std::array kPicture{".avif", ".bmp", ".gif", ".heic", ".jpeg", ".jpg", ".png", ".svg", ".tif", ".tiff", ".webp"};
 constexpr std::array kVideo{".avi", ".m4v", ".mkv", ".mov", ".mp4", ".mpeg", ".mpg", ".webm"};
 
 template <class Endings>
 bool isOneOf(const std::string& ending, const Endings& endings) {
     return std::any_of(endings.begin(), endings.end(), [&](const char* one) { return ending == one; });
+}
+
+std::string endingOf(const std::string& name) {
+    std::string ending = std::filesystem::path(name).extension();
+    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+    return ending;
 }
 
 void drawProgress(std::int32_t percent) {
@@ -66,11 +73,19 @@ void await(const std::string& what, std::chrono::seconds limit, const std::funct
 
 std::shared_ptr<VXIMMessage> messageWithFile(const std::string& name) {
     if (!std::filesystem::is_regular_file(name)) throw std::invalid_argument("no such file: " + name);
-    std::string ending = std::filesystem::path(name).extension();
-    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+    const std::string ending = endingOf(name);
     if (isOneOf(ending, kAudio)) return VXIMMessage::messageWithAudioFileAtPath(name);
     if (isOneOf(ending, kVideo)) return VXIMMessage::messageWithVideoFileAtPath(name);
     return VXIMMessage::messageWithImageFileAtPath(name);
+}
+
+const char* mediaName(std::int32_t media, const std::string& name) {
+    switch (media) {
+        case VXIMMessageMediaTypeImage: return isOneOf(endingOf(name), kPicture) ? "image" : "file";
+        case VXIMMessageMediaTypeAudio: return "audio";
+        case VXIMMessageMediaTypeVideo: return "video";
+        default: return "file";
+    }
 }
 
 void SendOptions::addOptions(CLI::App& command) {

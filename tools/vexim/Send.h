@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/App.hpp>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,6 +21,10 @@ struct SendOptions {
 /// A message that carries the file: as a sound or a film by its ending, else as a picture. Throws std::invalid_argument when
 /// there is no such file.
 std::shared_ptr<VXIMMessage> messageWithFile(const std::string& name);
+
+/// "image", "audio", "video" or "file": what a message with the file `name` carries. What is neither sound nor film travels as
+/// an image, and is called one only where its ending agrees.
+const char* mediaName(std::int32_t media, const std::string& name);
 
 /// Makes the one that `peer` names the receiver.
 void address(VXIMMessage& message, const Peer& peer);

@@ -80,6 +80,10 @@ bool Conversation::doubt(double now) {
     return found;
 }
 
+std::ptrdiff_t Conversation::failedCount() const {
+    return std::count_if(entries_.begin(), entries_.end(), [](const Entry& entry) { return entry.delivery == Delivery::Failed; });
+}
+
 void Conversation::giveUp(double handedBefore, const std::string& reason) {
     for (auto& entry : entries_) {
         if (!isWaiting(entry.delivery) || entry.handed > handedBefore) continue;

@@ -29,6 +29,7 @@ enum class Delivery : std::uint8_t {
     Unconfirmed,  ///< for longer than it should take
     Delivered,
     Failed,
+    Cancelled,  ///< as the user wished
 };
 
 /// A file that a message carries.
@@ -75,7 +76,7 @@ public:
     std::string title;                 ///< a name for people; the id until it is known
     std::optional<bool> online;        ///< of a friend; nullopt: not known
     std::vector<std::string> members;  ///< of a group or a room, as far as known
-    bool gone = false;                 ///< the service does not list it any more
+    bool gone = false;                 ///< the service does not list it, or not any more
     int unread = 0;
     Older older = Older::Unknown;
     std::optional<Anchor> anchor;
@@ -100,6 +101,7 @@ public:
     bool confirm(const Entry& echo);
     /// What was handed over longer than `kPatience` ago and has not come back is marked. Whether there was such.
     bool doubt(double now);
+    std::ptrdiff_t failedCount() const;
     /// What was handed over until then and has not come back has failed.
     void giveUp(double handedBefore, const std::string& reason);
 

@@ -50,11 +50,11 @@ std::string presence(const Conversation& conversation) {
     switch (conversation.address.kind) {
         case Kind::Console: return "";
         case Kind::Friend:
-            if (conversation.gone) return ", gone";
+            if (conversation.gone) return ", not in your list";
             return !conversation.online ? "" : *conversation.online ? ", online" : ", offline";
         case Kind::Group:
         case Kind::Room:
-            if (conversation.gone) return ", gone";
+            if (conversation.gone) return ", not in your list";
             if (conversation.members.empty()) return "";
             return ", " + std::to_string(conversation.members.size()) + (conversation.members.size() == 1 ? " member" : " members");
     }

@@ -69,6 +69,7 @@ Cells deliveryCells(const Entry& entry) {
         case Delivery::Delivered: return {};
         case Delivery::Sending: return entry.file ? Cells() : cellsOf(" …", Style::Dim);
         case Delivery::Unconfirmed: return cellsOf(" (not confirmed yet)", Style::Bad);
+        case Delivery::Cancelled: return cellsOf(" (cancelled)", Style::Dim);
         case Delivery::Failed: return cellsOf(" (not sent: " + harmlessLine(entry.failure) + "; /retry)", Style::Bad);
     }
     return {};

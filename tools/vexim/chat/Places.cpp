@@ -87,6 +87,18 @@ void Places::show(Kind kind, const std::string& idOrName) {
     session_.loadNewest(roster_.current().address);
 }
 
+/// As `show`; who or what the list does not have is said to be missing: the service drops what is sent there without a word.
+void Places::talkTo(Kind kind, const std::string& idOrName) {
+    const auto known = roster_.all().size();
+    show(kind, idOrName);
+    if (roster_.all().size() == known || session_.me().empty()) return;
+    roster_.current().gone = true;
+    std::string text = idOrName + " is not in your list; Tab completes what is";
+    if (kind == Kind::Friend) text += ", /friend add makes friends";
+    if (kind == Kind::Room) text += ", /room join enters a room";
+    roster_.notice(std::move(text), Session::now(), true);
+}
+
 bool Places::obey(const Command& command) {
     if (command.name == "friend") {
         obeyFriend(command);
@@ -102,7 +114,7 @@ bool Places::obey(const Command& command) {
 
 void Places::obeyFriend(const Command& command) {
     const auto& words = command.words;
-    if (words.size() == 1) return show(Kind::Friend, words[0]);
+    if (words.size() == 1) return talkTo(Kind::Friend, words[0]);
     if (words.size() != 2 || session_.me().empty()) misused(command);
     const auto user = VXIMUser::userWithId(session_.me());
     const std::string id = words[1];
@@ -163,7 +175,7 @@ void Places::obeyPlace(Kind kind, const Command& command) {
     }
     const bool isAction = std::any_of(commandForms().begin(), commandForms().end(),
                                       [&](const auto& form) { return command.name == form.name && action == form.action; });
-    if (!isAction) return rest.empty() ? show(kind, action) : misused(command);
+    if (!isAction) return rest.empty() ? talkTo(kind, action) : misused(command);
 
     const Address address = currentOf(kind);
     const auto place = Trait<Place>::withId(address.id);

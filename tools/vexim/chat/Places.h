@@ -19,6 +19,7 @@ public:
     void show(Kind kind, const std::string& idOrName);
 
 private:
+    void talkTo(Kind kind, const std::string& idOrName);
     void obeyFriend(const Command& command);
     template <class Place>
     void obeyPlace(Kind kind, const Command& command);

@@ -245,7 +245,11 @@ void Program::obey(const Command& command) {
         {"pause", [&] { session_->pause(); }},
         {"resume", [&] { session_->resume(); }},
         {"status", [&] { notice(session_->statusLine()); }},
-        {"diagnose", [&] { notice("what happened lately:\n" + session_->client().diagnose().text()); }},
+        {"diagnose",
+         [&] {
+             std::string text = "what happened lately:\n" + session_->client().diagnose().text();
+             notice(text.substr(0, text.find_last_not_of('\n') + 1));
+         }},
         {"help", [&] { notice(helpText()); }},
         {"quit", [&] { leave(); }},
     };

@@ -47,7 +47,7 @@ void Sender::sendFile(const Address& to, const std::string& path) {
     const std::string expanded = expandedPath(path);
     const auto message = messageWithFile(expanded);
     Entry entry;
-    entry.file = File{"file", expanded, 0, 0};
+    entry.file = File{mediaName(message->mediaType(), expanded), expanded, 0, 0};
     send(to, std::move(entry), message);
 }
 
@@ -78,13 +78,10 @@ void Sender::didSend(const Address& to, std::uint64_t id, VXIMMessage& message, 
     if (!entry) return;
     if (entry->file) entry->file->percent.reset();
     if (error || message.status() == VXIMMessageStatusFailed) {
-        entry->delivery = Delivery::Failed;
         const bool wasCancelled = error && error->is(vexim::kURLErrorDomain, vexim::URLErrorCancelled);
+        entry->delivery = wasCancelled ? Delivery::Cancelled : Delivery::Failed;
         const bool wasApart = error && error->is(VXIMErrorDomain, 1) && !session_.state().isConnected();
-        entry->failure = wasCancelled ? "cancelled"
-                         : wasApart   ? "not connected"
-                         : error      ? explain(error)
-                                      : "the file could not be uploaded";
+        entry->failure = wasApart ? "not connected" : error ? explain(error) : "the file could not be uploaded";
         return;
     }
     entry->delivery = Delivery::Handed;

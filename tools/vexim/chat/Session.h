@@ -79,6 +79,7 @@ private:
     template <class Seen>
     void markGone(Kind kind, const Seen& seen);
     void complain(const std::string& what, const vexim::ErrorPtr& error);
+    void receive(const Address& address, VXIMMessage& message);
     Entry entryOf(VXIMMessage& message);
 
     const std::shared_ptr<VXIMClient> client_;

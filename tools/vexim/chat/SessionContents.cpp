@@ -4,6 +4,8 @@
 #include <set>
 
 #include "../Explain.h"
+#include "../Send.h"
+#include "Files.h"
 #include "Session.h"
 #include "Text.h"
 
@@ -12,15 +14,6 @@ namespace {
 
 using vexim::ErrorPtr;
 
-const char* fileKind(std::int32_t media) {
-    switch (media) {
-        case VXIMMessageMediaTypeImage: return "image";
-        case VXIMMessageMediaTypeAudio: return "audio";
-        case VXIMMessageMediaTypeVideo: return "video";
-        default: return "file";
-    }
-}
-
 std::vector<std::string> idsOf(const vexim::Value& list) {
     const auto* array = list.asArray();
     return array ? array->strings() : std::vector<std::string>();
@@ -28,6 +21,9 @@ std::vector<std::string> idsOf(const vexim::Value& list) {
 
 /// A name, when the record has one.
 std::string nameOf(const vexim::Value& name) { return name.asString().value_or(""); }
+
+/// The service has answered, and its answer is no.
+bool isRefusal(const ErrorPtr& error) { return error && error->domain() == VXErrorDomain && error->code() != 100; }
 
 }  // namespace
 
@@ -41,28 +37,29 @@ Entry Session::entryOf(VXIMMessage& message) {
         entry.text = message.text().value_or("");
     } else {
         entry.text = message.attachmentUrl().value_or("");
-        entry.file = File{fileKind(message.mediaType()), "", 0, std::nullopt};
+        entry.file = File{mediaName(message.mediaType(), fileNameFor(entry.text)), "", 0, std::nullopt};
     }
     return entry;
 }
 
+void Session::receive(const Address& address, VXIMMessage& message) {
+    if (roster_.find(address) == nullptr) refresh();  // somebody has taken us in
+    roster_.receive(address, entryOf(message));
+}
+
 void Session::clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
                                                 const std::shared_ptr<VXIMFriendInfo>& from) {
-    roster_.receive({Kind::Friend, from->uid().description()}, entryOf(*message));
+    receive({Kind::Friend, from->uid().description()}, *message);
 }
 
 void Session::clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
                                                const std::shared_ptr<VXIMGroup>& from) {
-    const Address address{Kind::Group, from->groupId().description()};
-    if (roster_.find(address) == nullptr) refresh();  // somebody has taken us in
-    roster_.receive(address, entryOf(*message));
+    receive({Kind::Group, from->groupId().description()}, *message);
 }
 
 void Session::clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
                                               const std::shared_ptr<VXIMRoom>& from) {
-    const Address address{Kind::Room, from->roomId().description()};
-    if (roster_.find(address) == nullptr) refresh();
-    roster_.receive(address, entryOf(*message));
+    receive({Kind::Room, from->roomId().description()}, *message);
 }
 
 void Session::clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message) {
@@ -156,9 +153,11 @@ void Session::roomsMissed(double lostAt) {
 
 void Session::askRoom(const Address& address, double handedBefore) {
     const auto room = VXIMRoom::roomWithId(address.id);
-    room->fetchWithBlock([this, address, handedBefore](bool succeeded, const ErrorPtr&) {
+    room->fetchWithBlock([this, address, handedBefore](bool succeeded, const ErrorPtr& error) {
         auto* conversation = roster_.find(address);
-        if (succeeded && conversation) conversation->giveUp(handedBefore, "the service did not send it back");
+        if (!conversation || (!succeeded && !isRefusal(error))) return;
+        conversation->giveUp(handedBefore, "the service did not send it back");
+        refresh();  // it may be that we are no longer in
     });
 }
 
@@ -184,11 +183,14 @@ void Session::load(const Address& address, const Conversation::Request& request,
         if (!conversation) return;
         if (!messages) {
             if (conversation->older == Older::Loading) conversation->older = Older::There;
+            if (isRefusal(error)) conversation->giveUp(request.judges, "the service does not know where to");
             return complain("the messages of " + harmlessLine(conversation->title) + " could not be read", error);
         }
         std::vector<Entry> page;
         for (const auto& message : *messages) page.push_back(entryOf(*message));
+        const auto failed = conversation->failedCount();
         const int news = (conversation->*take)(request, std::move(page));
+        if (conversation->failedCount() > failed) refresh();  // it may be that we are no longer in
         const bool isSeen = conversation == &roster_.current() && !conversation->anchor;
         if (!isSeen) conversation->unread += news;
         roster_.numberFiles(*conversation);

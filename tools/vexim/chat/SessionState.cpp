@@ -77,7 +77,7 @@ std::string SessionState::line(double now, double oldestHanded) const {
             return "reconnecting to " + where_ + ", attempt " + std::to_string(attempts_) + " …";
         case Phase::Paused: return "paused: nothing arrives until /resume";
         case Phase::Leaving: return "logging out …";
-        case Phase::Refused: return "login refused" + because(reason_) + ": /quit leaves";
+        case Phase::Refused: return "login refused" + because(reason_) + ": /resume tries again, /quit leaves";
     }
     return {};
 }
