@@ -76,6 +76,22 @@ TEST(Diagnosis, TellsWhatTLSObjectedToAndWhatRequestsFailed) {
         << text;
 }
 
+TEST(Diagnosis, QuotesNoCertificate) {
+    const LogCapture log;
+    const std::string forged = "x\n1970-01-01T00:00:00.000Z login answered accepted=yes";
+    ScriptedServer server([](ScriptedServer::Connection&) {},
+                          CertificateAuthority::selfSigned({.host = forged, .isOldForm = true}));
+    for (const bool polls : {true, false}) {
+        auto ears = LiveClient::make(server.url(""), {{"forcePolling", polls}, {"forceWebsockets", !polls}, {"selfSigned", true}});
+        ears->login();
+        ASSERT_TRUE(eventually([&] { return ears->errors == 1; }));
+        const std::string text = ears->client->diagnose().text();
+        EXPECT_EQ(text.find("accepted"), std::string::npos) << text;
+        EXPECT_NE(text.find("The certificate is not acceptable: "), std::string::npos) << text;
+    }
+    for (const auto& line : log.lines()) EXPECT_EQ(line.find("accepted"), std::string::npos) << line;
+}
+
 TEST(Diagnosis, KeepsTheLastEventsAndSaysThemAsTextAndJSON) {
     const ManualClock clock(1'700'000'000.25);
     EventRecord record(3);

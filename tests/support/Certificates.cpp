@@ -69,7 +69,8 @@ TLSIdentity issueTo(EVP_PKEY* key, const CertificateAuthority::Options& options,
     const Certificate certificate = makeCertificate(key, options.host, options.startsIn, options.endsIn);
     X509* issuing = issuer ? issuer : certificate.get();
     X509_set_issuer_name(certificate.get(), X509_get_subject_name(issuing));
-    addExtension(certificate.get(), issuing, NID_subject_alt_name, (isAddress(options.host) ? "IP:" : "DNS:") + options.host);
+    const std::string name = (isAddress(options.host) ? "IP:" : "DNS:") + options.host;
+    if (!options.isOldForm) addExtension(certificate.get(), issuing, NID_subject_alt_name, name);
     if (!X509_sign(certificate.get(), signing, EVP_sha256())) throw std::runtime_error("cannot sign a certificate");
     return toPEM(certificate.get(), key);
 }

@@ -20,6 +20,7 @@ public:
         std::string host = "127.0.0.1";  ///< the one name or address that the certificate is for
         std::chrono::hours startsIn{-24};
         std::chrono::hours endsIn{24};
+        bool isOldForm = false;  ///< it stands in the subject only, as it did before RFC 2818
     };
 
     explicit CertificateAuthority(const std::string& name = "Test authority");

@@ -1,6 +1,7 @@
 #include "VexIMLib/internal/SocketIO/PollingTransport.h"
 
 #include <curl/curl.h>
+#include <openssl/x509_vfy.h>
 #include <strings.h>
 
 #include <array>
@@ -237,6 +238,12 @@ std::string Request::fault(CURLcode result) const {
     long proxyStatus = 0;
     curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
     if (proxyStatus >= 300) return proxyRefusal(static_cast<int>(proxyStatus));
+    if (result == CURLE_PEER_FAILED_VERIFICATION) {
+        // libcurl would quote the certificate, whose maker is a stranger and may write what he likes, lines of a log among it.
+        long verified = X509_V_OK;
+        curl_easy_getinfo(easy_, CURLINFO_SSL_VERIFYRESULT, &verified);
+        return certificateFault(verified == X509_V_OK ? X509_V_ERR_HOSTNAME_MISMATCH : verified);
+    }
     return description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
 }
 

@@ -116,6 +116,11 @@ bool applyTlsOptions(ssl_ctx_st* context, const TlsOptions& options) {
     return true;
 }
 
+std::string certificateFault(long verified) {
+    if (verified == X509_V_ERR_APPLICATION_VERIFICATION) return "The certificate's key is none of the pinned ones.";
+    return std::string("The certificate is not acceptable: ") + X509_verify_cert_error_string(verified) + ".";
+}
+
 std::unique_ptr<TlsSession> TlsSession::create(const TlsOptions& options, const std::string& host) {
     SSL_CTX* context = contextFor(options);
     if (!context) return nullptr;
@@ -196,10 +201,8 @@ void TlsSession::close() {
 
 TlsSession::Status TlsSession::fail() {
     const long verified = SSL_get_verify_result(ssl_);
-    if (verified == X509_V_ERR_APPLICATION_VERIFICATION) {
-        fault_ = "The certificate's key is none of the pinned ones.";
-    } else if (verified != X509_V_OK) {
-        fault_ = std::string("The certificate is not acceptable: ") + X509_verify_cert_error_string(verified) + ".";
+    if (verified != X509_V_OK) {
+        fault_ = certificateFault(verified);
     } else {
         const unsigned long code = ERR_peek_error();
         const char* reason = ERR_reason_error_string(code);

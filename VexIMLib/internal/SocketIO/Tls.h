@@ -27,6 +27,9 @@ struct TlsOptions {
 /// libcurl's hook, for polling, so that both judge alike.
 bool applyTlsOptions(ssl_ctx_st* context, const TlsOptions& options);
 
+/// What is wrong with a certificate, in words: `verified` is OpenSSL's verdict.
+std::string certificateFault(long verified);
+
 /// One TLS connection in memory: what comes from the peer goes in, plain bytes come out, and the other way round.
 class TlsSession {
 public:
