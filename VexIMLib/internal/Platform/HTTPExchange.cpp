@@ -36,7 +36,8 @@ std::string_view trimmed(std::string_view text) {
 }
 
 bool isLoopback(const std::string& host) {
-    return host == "localhost" || host.starts_with("127.") || host == "::1" || host.ends_with(".localhost");
+    const bool isAddress = host.find_first_not_of("0123456789.") == std::string::npos;  // "127.a.example" is anybody's
+    return host == "localhost" || (isAddress && host.starts_with("127.")) || host == "::1" || host.ends_with(".localhost");
 }
 
 /// Whether its body is sent piece by piece, over HTTP/1.1.
