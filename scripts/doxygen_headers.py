@@ -53,9 +53,11 @@ def is_no_news(statement, scope):
     return (
         re.search(r"=\s*(default|delete)\s*;$|^friend\s+(class|struct)\b|^(class|struct|enum)\s[\w\s:]+;$|^using (\w+)::\2;$", statement)
         or re.search(r"^using [\w:]*?(\w+)::\1;$", statement)
+        or re.search(r"\bfriend\b.*\bdetail::", statement)
         or re.search(r"\bfriend\b.*\bcreate\(|\(vexim::Creation\)|\(Creation\)", statement)
         or name.startswith("~")
         or name == "initialise"
+        or (name == scope and "detail::" in statement)
         or (name in (scope, "operator=") and re.search(rf"\(\s*{own_type}\s*\w*\s*\)", statement))
     )
 
@@ -190,10 +192,45 @@ class Header:
         self.out[self.at] = self.out[self.at][:at] + "///<" + self.out[self.at][at + 2:]
 
 
+# Classes whose names are everyday words. In our prose a name stands in backticks; at the beginning of a sentence it is the word.
+WORD = re.compile(r"(?<![\w:#%.<\\])(Array|Call|Class|Clock|Coder|Creation|Data|Date|Dictionary|Error|Exception|Failure|Image|"
+                  r"Invocation|Method|Notification|Object|Property|Random|Result|Selector|Task|Type|Value)(?![\w:(<])")
+
+
+def without_chance_links(line):
+    at = min((found for found in (line.find("///"), line.find("/**")) if found >= 0), default=None)
+    if at is None or line[at:].startswith("///     "):  # code, or an example
+        return line
+    comment, end, code = line[at:].partition("*/")
+    parts = comment.split("`")
+    parts[::2] = [WORD.sub(r"%\1", prose) for prose in parts[::2]]
+    return line[:at] + "`".join(parts) + end + code
+
+
 MAIN_PAGE = """# VexIMLib {#mainpage}
 
-What the installed headers declare. An application includes `<VexIMLib/VexIMLib.h>`; a program begins with #VXIMClient and
-vexim::MainQueue. The guide, in docs/guide/ beside the sources, shows the parts at work.
+What the installed headers declare. An application includes VexIMLib/VexIMLib.h; the guide, in docs/guide/ beside the sources,
+shows the parts at work.
+
+| for | see |
+|---|---|
+| a user's session: login, sending, pause, logout | VXIMClient, VXIMClientConfiguration |
+| what arrives | VXIMClientDelegate |
+| messages, attachments and their cancellation | VXIMMessage, VXIMMessageTarget, VXIMTransfer |
+| users, friends, groups, rooms | VXIMUser, VXIMFriendInfo, VXIMGroup, VXIMRoom, VXIMPassenger |
+| queries and attributes | VXIMQuery, VXIMAttributedObject |
+| values as they travel | vexim::Value, vexim::Dictionary, vexim::Array, vexim::Data, vexim::Date, vexim::URL |
+| what goes wrong | vexim::Error, vexim::Exception, VXIMDiagnosis, Log.h |
+| the thread on which callbacks arrive | vexim::MainQueue |
+| the event loop of a host | vexim::AsioLoop, vexim::GlibLoop, vexim::QtLoop |
+| futures and coroutines | vexim::Call, vexim::Result, vexim::Task, Future.h, Coroutine.h |
+| an application's own tests | FakeService.h, ManualClock.h |
+
+A program, whole:
+
+```cpp
+{quick_start}
+```
 """
 
 
@@ -207,7 +244,11 @@ if __name__ == "__main__":
     folder = pathlib.Path(sys.argv[1])
     shutil.rmtree(folder, ignore_errors=True)
     for header in installed_headers():
+        text = header.read_text()
+        if "namespace vexim::detail {" in text and "namespace vexim {" not in text:
+            continue  # nothing in it is anybody's to name
         copy = folder / header.resolve().relative_to(ROOT)
         copy.parent.mkdir(parents=True, exist_ok=True)
-        copy.write_text("\n".join(Header(header.read_text().split("\n")).spelled_out()))
-    (folder / "main.md").write_text(MAIN_PAGE)
+        copy.write_text("\n".join(map(without_chance_links, Header(text.split("\n")).spelled_out())))
+    quick_start = (ROOT / "examples/quick_start.cpp").read_text().rstrip()
+    (folder / "main.md").write_text(MAIN_PAGE.replace("{quick_start}", quick_start))
