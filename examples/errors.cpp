@@ -19,8 +19,7 @@ std::string explain(const vexim::ErrorPtr& error) {
         const bool slow = cause && cause->is(vexim::kURLErrorDomain, vexim::URLErrorTimedOut);
         return slow ? "The service is slow." : "The service cannot be reached.";
     }
-    // A refused login carries the service's own words instead of a description.
-    return error->info("errorMessage").asString().value_or(error->localizedDescription());
+    return error->localizedDescription();  // of a refusal: the service's own words
 }
 // [/explain]
 

@@ -53,8 +53,8 @@ bool isRefused(const std::shared_ptr<VXIMClient>& client) {
     // [refused]
     client->loginWithUsername("bob", "not-his-password", [&refused](bool loggedIn, vexim::ErrorPtr error) {
         if (loggedIn) return;
-        refused = error->is(VXIMErrorDomain, 1105);              // the codes are the service's own
-        std::cout << error->info("errorMessage").description();  // and so are the words
+        refused = error->is(VXIMErrorDomain, 1105);  // the codes are the service's own
+        std::cout << error->localizedDescription();  // and so are the words
     });
     // [/refused]
     return becomesTrue([&] { return refused; });

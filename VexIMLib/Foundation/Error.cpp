@@ -30,6 +30,7 @@ bool Error::initialise(std::string domain, std::int64_t code, Value userInfo) {
 
 std::string Error::localizedDescription() const {
     if (auto text = userInfo_.get(kLocalizedDescriptionKey).asString()) return *text;
+    if (auto text = userInfo_.get("errorMessage").asString()) return *text;  // how services say it
     return "The operation couldn’t be completed. (" + domain_ + " error " + std::to_string(code_) + ".)";
 }
 

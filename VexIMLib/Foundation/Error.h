@@ -74,7 +74,8 @@ public:
     const Value& userInfo() const noexcept { return userInfo_; }
     /// The entry of the user information when that is a dictionary, else nil.
     Value info(std::string_view key) const { return userInfo_.get(key); }
-    /// The user information's localized description, else a sentence with domain and code.
+    /// The user information's localized description, else the service's own words ("errorMessage", as a refused login has
+    /// them), else a sentence with domain and code.
     std::string localizedDescription() const;
     /// What caused this error; nullptr when it does not tell.
     ErrorPtr underlyingError() const;

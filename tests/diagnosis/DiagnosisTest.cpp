@@ -70,6 +70,10 @@ TEST(Diagnosis, TellsWhatTLSObjectedToAndWhatRequestsFailed) {
         return ears->client->diagnose().text().find(
                    "request failed method=GET domain=VXErrorDomain code=100 underlying=-1203 host=127.0.0.1 ") != std::string::npos;
     }));
+    auto nowhere = LiveClient::make("ftp://127.0.0.1");
+    nowhere->login();
+    EXPECT_TRUE(
+        eventually([&] { return nowhere->client->diagnose().text().find("none of a Socket.IO server") != std::string::npos; }));
     const std::string text = ears->client->diagnose().text();
     EXPECT_NE(text.find("websocket failed stage=tls reason=The certificate is not acceptable: self-signed certificate."),
               std::string::npos)

@@ -110,6 +110,7 @@ TEST(KeyValueObserving, WorksFromSeveralThreads) {
 TEST(Error, DescribesItself) {
     EXPECT_EQ(Error::withDescription("d", 7, "It failed.")->localizedDescription(), "It failed.");
     EXPECT_EQ(Error::make("d", 7)->localizedDescription(), "The operation couldn’t be completed. (d error 7.)");
+    EXPECT_EQ(Error::make("d", 7, Dictionary{{"errorMessage", "No."}})->localizedDescription(), "No.") << "a service's words";
     EXPECT_EQ(Error::make("d", 7, "the service's text")->userInfo(), "the service's text");
     EXPECT_TRUE(Error::make("d", 7, "not a dictionary")->info("key").isNil());
     const auto inner = Error::make("inner", 1);

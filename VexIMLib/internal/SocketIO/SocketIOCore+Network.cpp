@@ -22,6 +22,8 @@ Array errorArguments(const std::string& description, const Value& detail) {
     return arguments;
 }
 
+constexpr const char* kNoEndpoint = "The URL is none of a Socket.IO server.";
+
 /// Where the server gives the reason in its own words, they stay out.
 Dictionary describeEnd(const action::Ended& ended, bool wasJoined) {
     constexpr const char* kCauses[] = {"asked",           "server disconnect", "refused",        "connect failed",
@@ -65,9 +67,10 @@ void SocketIOCore::startLink(Epoch epoch) {
         if (!endpoint_) {
             ++epoch_;
             status_ = SocketIOStatusDisconnected;
-            return pushEvent("error", {"The URL is none of a Socket.IO server."});
+            pushEvent("error", {kNoEndpoint});
         }
     }
+    if (!endpoint_) return note("ended", {{"cause", "connect failed"}, {"joined", false}, {"reason", kNoEndpoint}});
     if (preferWebSocket_ && session.transports == TransportChoice::PollingThenWebSocket) {
         session.transports = TransportChoice::WebSocketThenPolling;
     }
