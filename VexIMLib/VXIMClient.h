@@ -97,8 +97,11 @@ public:
 
     // Login. Each opens a new connection (an existing one is dropped without a word) and asks the service to accept the user.
     // `completion` runs when the service answers, and never when it does not: the status then stays at Opening. It is also
-    // dropped unanswered when another login begins. Failures are in `VXIMErrorDomain`, with the service's code and its own
-    // "error" value as user information, which need not be a dictionary.
+    // dropped unanswered when another login begins or the client is released. Failures are in `VXIMErrorDomain`, with the
+    // service's code and its own "error" value as user information, which need not be a dictionary.
+    //
+    // The connection logs in again after each drop. Should the service refuse that, nobody is told, and the status is Opened:
+    // what is missing then is `clientDidLogin`.
     //
     // A nil value (appId and clientKey of the configuration included) raises NSInvalidArgumentException at once.
 
@@ -114,7 +117,8 @@ public:
     void loginWithAuthData(vexim::Dictionary authData, VXIMBooleanCompletion completion);
 
     /// Removes the device's installation from the user, then closes the connection. When the removal fails, everything stays as
-    /// it was. Without a connection `completion` never runs and the status stays at Closing.
+    /// it was. Without a connection `completion` never runs and the status stays at Closing. Of two logouts at once, only one
+    /// is answered.
     void logoutWithCompletion(VXIMBooleanCompletion completion);
     /// Removes the configuration's installation from the current user; succeeds without a request when either id is missing.
     void deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion);

@@ -12,9 +12,14 @@ int main() {
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
     client->config()->setSocketURL(vexim::URL::parse("http://127.0.0.1:1"));  // where nobody listens
 
-    auto observer = std::make_shared<int>();
-    vexim::NotificationCenter::defaultCenter().addObserver(observer, "socket.io.error", client.get(),
-                                                           [](const vexim::Notification&) { vexim::MainQueue::shared().quit(); });
+    auto observer = std::make_shared<int>();  // as long as it lives, it hears
+    // [trouble]
+    vexim::NotificationCenter::defaultCenter().addObserver(
+        observer, "socket.io.error", client.get(), [](const vexim::Notification& trouble) {
+            std::cerr << trouble.userInfo->get("data").get(0).description() << '\n';  // "Could not connect: Connection refused."
+            vexim::MainQueue::shared().quit();
+        });
+    // [/trouble]
     client->loginWithUserId("alice", {});
     vexim::MainQueue::shared().run();
 

@@ -24,6 +24,7 @@ public:
     void start() {
         client_->setDelegate(shared_from_this());
         logIn();
+        lookAfterTheLogin();
     }
 
     /// A logout ends when the connection has closed, and never without one: so there is a limit.
@@ -32,6 +33,9 @@ public:
         client_->logoutWithCompletion([quit](bool, vexim::ErrorPtr) { quit(); });
         vexim::MainQueue::shared().after(5s, quit);
     }
+
+    void clientDidLogin(const std::shared_ptr<VXIMClient>&) override { accepted_ = true; }  // also after a reconnect
+    void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override { accepted_ = false; }
 
     void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override {
@@ -48,15 +52,22 @@ private:
         client_->loginWithUsername(name_, password_, [](bool loggedIn, vexim::ErrorPtr error) {
             std::cout << (loggedIn ? "logged in" : "refused: " + error->description()) << std::endl;
         });
-        // Refused, or never answered: either way the status stays, and the next login drops this one.
+    }
+    /// A login that was refused, or never answered, stays at Opening. One that is refused when the connection comes back is told
+    /// to nobody, and the status is Opened. The next login drops either, and says why.
+    void lookAfterTheLogin() {
         vexim::MainQueue::shared().after(1min, [weak = weak_from_this()] {
             const auto self = weak.lock();
-            if (self && self->client_->status() == VXIMClientStatusOpening) self->logIn();
+            if (!self) return;
+            const auto status = self->client_->status();
+            if (!self->accepted_ && (status == VXIMClientStatusOpening || status == VXIMClientStatusOpened)) self->logIn();
+            self->lookAfterTheLogin();
         });
     }
 
     const std::shared_ptr<VXIMClient> client_;
     const std::string name_, password_;
+    bool accepted_ = false;
 };
 
 }  // namespace
