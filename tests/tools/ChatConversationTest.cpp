@@ -137,9 +137,10 @@ TEST_F(ConversationTest, CountsWhatIsUnread) {
     roster.follow();
     EXPECT_EQ(bob.unread, 0);
 
-    roster.selectBy(1);
+    EXPECT_TRUE(roster.selectUnread());
     EXPECT_EQ(roster.current().address.id, "g");
     EXPECT_EQ(group.unread, 0);
+    EXPECT_FALSE(roster.selectUnread());
     roster.selectBy(1);
     EXPECT_EQ(roster.current().address.kind, Kind::Console) << "around the end";
     roster.selectBy(-1);

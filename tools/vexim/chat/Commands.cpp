@@ -12,6 +12,7 @@ constexpr std::pair<const char*, const char*> kKeys[] = {
     {"Up, Down", "lines typed before"},
     {"PageUp, PageDown", "scroll; older messages are loaded"},
     {"Alt-0 … Alt-9", "switch to that conversation"},
+    {"Alt-A", "next conversation with something unread"},
     {"Ctrl-N, Ctrl-P", "next, previous conversation"},
     {"Ctrl-C", "cancel the newest transfer; else empty the line"},
     {"Ctrl-D", "leave, on an empty line"},

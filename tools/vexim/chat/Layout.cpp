@@ -71,8 +71,8 @@ const char* kindName(Kind kind) {
     return "";
 }
 
-/// The conversation at the left; at the right what waits elsewhere.
-Cells titleRow(const Roster& roster, int width) {
+/// The conversation at the left; at the right what waits elsewhere, where the list does not show all.
+Cells titleRow(const Roster& roster, int width, bool isListWhole) {
     const auto& current = roster.current();
     int elsewhere = 0;
     for (const auto& one : roster.all()) {
@@ -80,7 +80,7 @@ Cells titleRow(const Roster& roster, int width) {
     }
     std::string right;
     if (current.anchor) right = current.unread > 0 ? " " + std::to_string(current.unread) + " new below " : " PageDown: newer ";
-    if (elsewhere > 0 && width < kRoomForList) right += " +" + std::to_string(elsewhere) + " ";
+    if (elsewhere > 0 && !isListWhole) right += " +" + std::to_string(elsewhere) + " ";
     const std::string left =
         " " + std::to_string(roster.currentIndex()) + " " + kindName(current.address.kind) + titleOf(current) + presence(current);
     const Cells rightCells = cellsOf(right, Style::BarAlert);
@@ -113,7 +113,8 @@ Size pageSize(Size screen) {
 Frame draw(const Roster& roster, const StatusLine& status, const EditLine& line, Size size) {
     Frame frame;
     const Size page = pageSize(size);
-    if (hasTitle(size)) frame.rows.push_back(titleRow(roster, size.columns));
+    const bool isListWhole = listWidth(size) > 0 && static_cast<int>(roster.all().size()) <= page.rows;
+    if (hasTitle(size)) frame.rows.push_back(titleRow(roster, size.columns, isListWhole));
 
     auto lines = linesOf(roster.current(), page.columns, page.rows);
     lines.insert(lines.begin(), static_cast<std::size_t>(page.rows) - lines.size(), Cells());  // talk stands at the bottom

@@ -155,6 +155,9 @@ void Program::didPressControl(wchar_t letter) {
 
 void Program::didPressAlt(wchar_t character) {
     switch (character) {
+        case L'a':
+            if (!roster_.selectUnread()) notice("nothing is unread");
+            return;
         case L'b': return line_.wordLeft();
         case L'f': return line_.wordRight();
         case L'd': return line_.cutWordRight();

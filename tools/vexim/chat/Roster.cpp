@@ -67,6 +67,15 @@ void Roster::selectBy(int step) {
     select(*all_[static_cast<std::size_t>(((static_cast<int>(currentIndex()) + step) % count + count) % count)]);
 }
 
+bool Roster::selectUnread() {
+    const auto current = currentIndex();
+    for (std::size_t step = 1; step < all_.size(); ++step) {
+        const auto index = (current + step) % all_.size();
+        if (all_[index]->unread > 0) return selectAt(index);
+    }
+    return false;
+}
+
 void Roster::receive(const Address& address, Entry message) {
     auto& conversation = open(address);
     const bool isFile = message.file.has_value();

@@ -34,6 +34,8 @@ public:
     bool selectAt(std::size_t index);
     /// `step` places on, around the end.
     void selectBy(int step);
+    /// The next one with something unread; false without any.
+    bool selectUnread();
 
     /// Takes in a message that has just come. It counts as unread unless it is the user's own, or is being looked at.
     void receive(const Address& address, Entry message);
