@@ -1,9 +1,14 @@
 #include "VexIMLib/Testing/FakeService.h"
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "VexIMLib/Foundation/Exception.h"
@@ -234,6 +239,38 @@ TEST(FakeServiceHeartbeat, IsKeptUpByBothSidesAndMissedInSilence) {
         EXPECT_LE(clock.now() - silentSince, 46s);
         vxim_configuration = nullptr;
     }
+}
+
+TEST(FakeServiceEnd, WaitsForNobodyWhoIsJustConnecting) {
+    std::atomic<std::uint16_t> port{0};  // 0: the end
+    std::atomic<int> connected{0};
+    const auto connect = [&] {
+        std::vector<int> open;  // and silent, to the end
+        while (port != 0) {
+            sockaddr_in address{};
+            address.sin_family = AF_INET;
+            address.sin_port = htons(port);
+            address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+            const int socket = connected < 6 ? ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
+            if (::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
+                open.push_back(socket);
+                ++connected;
+            } else {
+                ::close(socket);
+            }
+        }
+        for (const int each : open) ::close(each);
+    };
+    std::thread connecting;
+    for (int i = 0; i < 100; ++i) {
+        const FakeService service;
+        port = static_cast<std::uint16_t>(std::stoi(service.url().substr(service.url().rfind(':') + 1)));
+        connected = 0;
+        if (!connecting.joinable()) connecting = std::thread(connect);
+        EXPECT_TRUE(spinUntil([&] { return connected > i % 5; }));
+    }
+    port = 0;
+    connecting.join();
 }
 
 }  // namespace
