@@ -195,7 +195,7 @@ void HTTPExchange::Impl::describeBody() {
     curl_easy_setopt(easy(), CURLOPT_HTTP_VERSION, static_cast<long>(longUpload ? CURL_HTTP_VERSION_1_1 : CURL_HTTP_VERSION_2TLS));
     // Streamed bodies come and go in long runs; a short one should not pay for a long buffer, which libcurl allocates anew for
     // each request over TLS.
-    curl_easy_setopt(easy(), CURLOPT_UPLOAD_BUFFERSIZE, longUpload ? 256L * 1024 : 16L * 1024);
+    curl_easy_setopt(easy(), CURLOPT_UPLOAD_BUFFERSIZE, longUpload ? 128L * 1024 : 16L * 1024);
     curl_easy_setopt(easy(), CURLOPT_BUFFERSIZE, request_->acceptsCompression ? 16L * 1024 : 256L * 1024);
 }
 
