@@ -1,11 +1,9 @@
 #include <VexIMLib/Async/Future.h>
 #include <VexIMLib/VexIMLib.h>
-
 #include <chrono>
 #include <iostream>
 
 using namespace std::chrono_literals;
-
 int main(int count, char** arguments) {
     if (count != 2) return 2;  // the service's URL
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
