@@ -128,6 +128,16 @@ TEST(Proxies, AreTunnelledThroughByBothTransportsAlike) {
     }
 }
 
+TEST(Proxies, OfAnotherKindAreNotPassedBy) {
+    const Variable variable("http_proxy", "socks5://127.0.0.1:1");
+    const auto client = SocketIOClient::create(URL::parse("http://im.invalid:8080"), {});
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    EXPECT_TRUE(heard.waitFor("error The environment's proxy is of a kind that is not spoken.")) << heard.last();
+    EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
+}
+
 TEST(Proxies, MayBreakWithoutBreakingTheClient) {
     struct Row {
         const char* why;

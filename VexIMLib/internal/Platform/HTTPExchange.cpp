@@ -10,6 +10,7 @@
 #include "VexIMLib/internal/Platform/CurlHandle.h"
 #include "VexIMLib/internal/Platform/CurlHeaderList.h"
 #include "VexIMLib/internal/Platform/CurlMulti.h"
+#include "VexIMLib/internal/Platform/HostResolver.h"
 #include "VexIMLib/internal/Platform/NetworkThread.h"
 #include "VexIMLib/internal/Platform/URLErrors.h"
 #include "VexIMLib/internal/Platform/URLSession.h"
@@ -33,11 +34,6 @@ std::string_view trimmed(std::string_view text) {
     const auto first = text.find_first_not_of(" \t\r\n");
     if (first == std::string_view::npos) return {};
     return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
-
-bool isLoopback(const std::string& host) {
-    const bool isAddress = host.find_first_not_of("0123456789.") == std::string::npos;  // "127.a.example" is anybody's
-    return host == "localhost" || (isAddress && host.starts_with("127.")) || host == "::1" || host.ends_with(".localhost");
 }
 
 /// Whether its body is sent piece by piece, over HTTP/1.1.
@@ -151,8 +147,7 @@ HTTPExchange::Impl::~Impl() {
 void HTTPExchange::Impl::describeRequest() {
     multi_.prepare(easy());
     curl_easy_setopt(easy(), CURLOPT_URL, request_->url->absoluteString().c_str());
-    // A proxy named in the environment cannot reach this machine's own servers as this machine sees them.
-    curl_easy_setopt(easy(), CURLOPT_PROXY, isLoopback(request_->url->host()) ? "" : nullptr);
+    curl_easy_setopt(easy(), CURLOPT_PROXY, isThisMachine(request_->url->host()) ? "" : nullptr);
     curl_easy_setopt(easy(), CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_->timeout.count()));
     const bool decodes = request_->acceptsCompression && !request_->headers.contains("Accept-Encoding");
     curl_easy_setopt(easy(), CURLOPT_ACCEPT_ENCODING, decodes ? "gzip, deflate, br" : nullptr);

@@ -79,6 +79,11 @@ public:
 
 }  // namespace
 
+bool isThisMachine(std::string_view host) noexcept {
+    const bool isAddress = host.find_first_not_of("0123456789.") == std::string_view::npos;  // "127.a.example" is anybody's
+    return host == "localhost" || (isAddress && host.starts_with("127.")) || host == "::1" || host.ends_with(".localhost");
+}
+
 HostResolver& HostResolver::system() {
     static auto* const resolver = new SystemResolver;
     return *resolver;

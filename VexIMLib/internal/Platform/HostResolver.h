@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "VexIMLib/Foundation/Error.h"
@@ -31,5 +32,9 @@ public:
     /// The system's resolver, each lookup on a detached thread. Never destroyed.
     static HostResolver& system();
 };
+
+/// Whether `host` names the machine that asks. A proxy of the environment's is passed by then: it could not reach this machine's
+/// own servers as this machine sees them.
+bool isThisMachine(std::string_view host) noexcept;
 
 }  // namespace vexim

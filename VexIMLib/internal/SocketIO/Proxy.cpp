@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "VexIMLib/internal/Platform/HostResolver.h"
 #include "VexIMLib/internal/SocketIO/Base64.h"
 
 namespace vexim {
@@ -41,6 +42,7 @@ std::string_view valueOf(const Environment& environment, std::initializer_list<c
 }  // namespace
 
 std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port, const Environment& environment) {
+    if (isThisMachine(host)) return std::nullopt;
     std::string_view exceptions = valueOf(environment, {"no_proxy", "NO_PROXY"});
     while (!exceptions.empty()) {
         const auto comma = std::min(exceptions.find(','), exceptions.size());
@@ -52,7 +54,7 @@ std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::u
     if (text.empty()) return std::nullopt;
     const bool hasScheme = text.find("://") != std::string_view::npos;
     const auto url = URL::parse(hasScheme ? std::string(text) : "http://" + std::string(text));
-    if (!url || url->scheme() != "http" || url->host().empty()) return std::nullopt;
+    if (!url || url->scheme() != "http" || url->host().empty()) return ProxyServer{};
     // 1080 is what the transfer library takes when no port is named.
     ProxyServer proxy{url->host(), url->port().value_or(1080), std::nullopt, {}};
     if (url->user()) {

@@ -22,8 +22,6 @@ Array errorArguments(const std::string& description, const Value& detail) {
     return arguments;
 }
 
-constexpr const char* kNoEndpoint = "The URL is none of a Socket.IO server.";
-
 /// Where the server gives the reason in its own words, they stay out.
 Dictionary describeEnd(const action::Ended& ended, bool wasJoined) {
     constexpr const char* kCauses[] = {"asked",           "server disconnect", "refused",        "connect failed",
@@ -59,18 +57,28 @@ void SocketIOCore::linkDidTrip(const SessionEvent& what) {
 
 void SocketIOCore::startLink(Epoch epoch) {
     SessionConfig session = options_.session;
+    TransportOptions transport = options_.transport;
+    const char* hindrance = nullptr;
+    if (endpoint_) {
+        transport.endpoint = *endpoint_;
+        transport.proxy = proxyFor(endpoint_->isSecure, endpoint_->host, endpoint_->port);
+        if (transport.proxy && transport.proxy->host.empty())
+            hindrance = "The environment's proxy is of a kind that is not spoken.";
+    } else {
+        hindrance = "The URL is none of a Socket.IO server.";
+    }
     {
         const Section section(*this);
         if (epoch != epoch_) return;
         session.nsp = nsp_;
         session.nspQuery = nspQuery_;
-        if (!endpoint_) {
+        if (hindrance) {
             ++epoch_;
             status_ = SocketIOStatusDisconnected;
-            pushEvent("error", {kNoEndpoint});
+            pushEvent("error", {hindrance});
         }
     }
-    if (!endpoint_) return note("ended", {{"cause", "connect failed"}, {"joined", false}, {"reason", kNoEndpoint}});
+    if (hindrance) return note("ended", {{"cause", "connect failed"}, {"joined", false}, {"reason", hindrance}});
     if (preferWebSocket_ && session.transports == TransportChoice::PollingThenWebSocket) {
         session.transports = TransportChoice::WebSocketThenPolling;
     }
@@ -80,9 +88,6 @@ void SocketIOCore::startLink(Epoch epoch) {
     emittedAt_.reset();
     linkEpoch_ = epoch;
     joined_ = false;
-    TransportOptions transport = options_.transport;
-    transport.endpoint = *endpoint_;
-    transport.proxy = proxyFor(endpoint_->isSecure, endpoint_->host, endpoint_->port);
     note("connecting", {{"to", endpoint_->authorityWithPort()},
                         {"tls", endpoint_->isSecure},
                         {"proxy", transport.proxy.has_value()},
