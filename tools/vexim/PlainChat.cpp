@@ -62,7 +62,9 @@ public:
             });
         credentials.logIn(*client_, [this](bool succeeded, auto error) { didLogIn(succeeded, error); });
         vexim::MainQueue::shared().after(kLoginTimeout, [this] {
-            if (!isLoggedIn_) didLogIn(false, nullptr);
+            if (isLoggedIn_) return;
+            print("login failed: no answer");
+            end(1);
         });
         loop_.run();
         return status_;
