@@ -125,6 +125,20 @@ TEST_F(UploadTest, DataIsStagedUnderItsDigest) {
     std::filesystem::remove(staged);
 }
 
+TEST_F(UploadTest, IsStartedWithoutWaitingForTheMainThread) {
+    answerEverything(200, R"(["u"])");
+    const auto path = makeFile("a.txt", "abc");
+    std::atomic<bool> isStarted{false};
+    std::atomic<bool> isDone{false};
+    std::thread worker([&] {
+        VXIMHTTPRequest::uploadFileAtPath(path, nullptr, [&](const Value&, const ErrorPtr& error) { isDone = error == nullptr; });
+        isStarted = true;
+    });
+    EXPECT_TRUE(spinUntil([&] { return isStarted.load(); }, 2s)) << "the main thread may be waiting for the worker";
+    EXPECT_TRUE(eventually([&] { return isDone.load(); }));
+    worker.join();
+}
+
 TEST_F(UploadTest, WhatCannotBeReadIsAnEmptyFormOrAnError) {
     answerEverything(400, R"({"errorCode":9,"errorMessage":"no file"})");
     EXPECT_EQ(upload((folder / "missing").string()), "VXErrorDomain 9 \"no file\" over NSURLErrorDomain -1011");

@@ -104,7 +104,9 @@ std::int64_t VXIMAFHTTPBodyPart::readData(std::string_view section, std::uint8_t
 
 bool VXIMAFHTTPBodyPart::transitionToNextPhase() {
     auto& mainQueue = vexim::MainQueue::shared();
-    if (!mainQueue.isMainThread()) {
+    // The first one touches no contents: whoever makes a part, to begin an upload, need not wait for a main thread that may be
+    // waiting for him.
+    if (phase_ != Phase::None && !mainQueue.isMainThread()) {
         bool moved = false;
         return mainQueue.sync([this, &moved] { moved = transitionToNextPhase(); }) && moved;
     }
@@ -131,7 +133,6 @@ void VXIMAFHTTPBodyPart::enter(Phase phase) noexcept {
 
 std::shared_ptr<vexim::Object> VXIMAFHTTPBodyPart::copy() const {
     auto copy = init();
-    if (!copy) return nullptr;
     copy->stringEncoding_ = stringEncoding_;
     copy->headers_ = headers_;
     copy->body_ = body_;

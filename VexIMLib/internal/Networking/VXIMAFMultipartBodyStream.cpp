@@ -107,10 +107,7 @@ void VXIMAFMultipartBodyStream::interrupt() {
 
 std::shared_ptr<vexim::Object> VXIMAFMultipartBodyStream::copy() const {
     auto copy = initWithStringEncoding(stringEncoding_);
-    for (const auto& part : parts_) {
-        if (auto partCopy = std::static_pointer_cast<VXIMAFHTTPBodyPart>(part->copy()))
-            copy->appendHTTPBodyPart(std::move(partCopy));
-    }
+    for (const auto& part : parts_) copy->appendHTTPBodyPart(std::static_pointer_cast<VXIMAFHTTPBodyPart>(part->copy()));
     copy->setInitialAndFinalBoundaries();
     return copy;
 }

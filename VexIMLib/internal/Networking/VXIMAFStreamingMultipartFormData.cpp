@@ -98,7 +98,6 @@ void VXIMAFStreamingMultipartFormData::appendPartWithHeaders(vexim::Dictionary h
 
 void VXIMAFStreamingMultipartFormData::appendPart(vexim::Dictionary headers, VXIMAFHTTPBodyPart::Body body, std::uint64_t length) {
     auto part = VXIMAFHTTPBodyPart::init();
-    if (!part) return;  // the process is exiting
     part->setStringEncoding(stringEncoding_);
     part->setHeaders(std::move(headers));
     part->setBoundary(boundary_);
