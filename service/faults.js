@@ -47,6 +47,8 @@ export class Faults {
       const { socket } = request;
       return answer(fault, request, response, proceed).catch(() => socket.destroy());
     });
+    // Without the WebSocket transport nobody listens, and Node passes a handshake on as a request, which is refused at once.
+    if (httpServer.listenerCount('upgrade') === 0) return;
     wrap(httpServer, 'upgrade', (request, socket, proceed) => {
       const fault = this.#take(request);
       return fault ? refuse(fault, socket, proceed) : proceed();

@@ -25,6 +25,7 @@ std::shared_ptr<VXIMClient> Account::makeClient() const {
     configuration->setAppId(appId);
     configuration->setClientKey(clientKey);
     configuration->setInstallationId(installation);
+    configuration->setForceWebsockets(false);  // a network may let nothing but plain requests through
     return VXIMClient::clientWithConfiguration(configuration);
 }
 
