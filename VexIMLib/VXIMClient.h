@@ -117,8 +117,8 @@ public:
     void loginWithAuthData(vexim::Dictionary authData, VXIMBooleanCompletion completion);
 
     /// Removes the device's installation from the user, then closes the connection. When the removal fails, everything stays as
-    /// it was. Without a connection `completion` never runs and the status stays at Closing. Of two logouts at once, only one
-    /// is answered.
+    /// it was. Without a connection `completion` never runs and the status stays at Closing; after a later login the first
+    /// drop would then end as that logout, unless `resetFlags` is called before. Of two logouts at once, only one is answered.
     void logoutWithCompletion(VXIMBooleanCompletion completion);
     /// Removes the configuration's installation from the current user; succeeds without a request when either id is missing.
     void deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion);

@@ -42,6 +42,14 @@ void drawProgress(std::int32_t percent) {
     if (percent >= 100) std::fputc('\n', stderr);
 }
 
+/// A chat message's completion does not tell why its upload failed; the client's report does.
+std::string whyUploadFailed(const VXIMClient& client) {
+    const auto events = client.diagnose().events();
+    const auto last =
+        std::find_if(events.rbegin(), events.rend(), [](const auto& event) { return event.name == "request failed"; });
+    return last == events.rend() ? "" : ": " + last->description();
+}
+
 /// How an operation ended; `complaint` is a connection's trouble meanwhile.
 struct Outcome {
     bool arrived = false;
@@ -112,7 +120,10 @@ int runSend(const Account& account, const Credentials& credentials, const Peer& 
     await("login", 30s, [&](auto done) { credentials.logIn(*client, done); });
     address(*message, peer);
     await("send", 24h, [&](auto done) { client->sendMessage(message, options.file ? drawProgress : VXIMProgress(), done); });
-    if (message->status() != VXIMMessageStatusSent) throw std::runtime_error("the file could not be uploaded");
+    if (message->status() != VXIMMessageStatusSent) {
+        std::fputc('\n', stderr);  // the progress stands there, unfinished
+        throw std::runtime_error("the file could not be uploaded" + whyUploadFailed(*client));
+    }
     await("logout", 30s, [&](auto done) { client->logoutWithCompletion(done); });
     return 0;
 }
