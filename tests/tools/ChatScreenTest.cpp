@@ -147,6 +147,16 @@ TEST_F(ScreenTest, FitsEveryScreen) {
     }
 }
 
+TEST_F(ScreenTest, KeepsTheColumnsOfATable) {
+    Conversation console({});
+    Entry notice = messageFrom("", kNoon, "keys:\n  a   one two three four five\n\n  no table here");
+    notice.isNotice = true;
+    console.append(notice);
+    std::string lines;
+    for (const auto& line : linesOfEntry(console, 0, 20)) lines += textOf(line) + "|";
+    EXPECT_NE(lines.find("|-- keys:|  a   one two three|      four five||  no table here|"), std::string::npos) << lines;
+}
+
 TEST_F(ScreenTest, ScrollsOverEveryLineAndStaysWhereItIs) {
     constexpr int kWidth = 40;
     constexpr int kHeight = 10;

@@ -22,6 +22,8 @@ constexpr std::pair<const char*, const char*> kKeys[] = {
     {"Ctrl-W U K, Alt-D, Ctrl-Y", "cut word, to the start, to the end, word on the right; insert it again"},
 };
 
+constexpr std::size_t kColumn = 29;  // of the explanations: two blanks after the longest of what they explain
+
 std::string padded(std::string text, std::size_t width) {
     const auto begins = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; };  // a character
     const auto columns = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
@@ -102,7 +104,7 @@ std::string messageText(std::string_view line) {
 
 std::string keysText() {
     std::string text;
-    for (const auto& [key, does] : kKeys) text += (text.empty() ? "" : "\n") + padded("  " + std::string(key), 28) + does;
+    for (const auto& [key, does] : kKeys) text += (text.empty() ? "" : "\n") + padded("  " + std::string(key), kColumn) + does;
     return text;
 }
 
@@ -113,9 +115,9 @@ std::string helpText() {
         for (const char* part : {form.action, form.arguments}) {
             if (*part != '\0') usage += " " + std::string(part);
         }
-        text += "\n" + padded(std::move(usage), 28) + form.help;
+        text += "\n" + padded(std::move(usage), kColumn) + form.help;
     }
-    return text + "\n  //TEXT                    send a text that begins with /\n" + keysText();
+    return text + "\n" + padded("  //TEXT", kColumn) + "send a text that begins with /\n" + keysText();
 }
 
 }  // namespace chat

@@ -86,6 +86,39 @@ Cells contentCells(const Entry& entry) {
     return cells += deliveryCells(entry);
 }
 
+/// Of a line of a table, "  /quit    log out and leave", where the explanation begins; 0 of any other line.
+std::size_t explanationAt(const Cells& line) {
+    const auto isBlank = [&](std::size_t at) { return at < line.size() && line[at].is(L' '); };
+    if (!isBlank(0) || !isBlank(1) || isBlank(2)) return 0;
+    for (std::size_t at = 2; at + 1 < line.size(); ++at) {
+        if (!isBlank(at) || !isBlank(at + 1)) continue;
+        while (isBlank(at)) ++at;
+        return at < line.size() ? at : 0;
+    }
+    return 0;
+}
+
+/// A notice, wrapped; a table's explanations go on below themselves.
+std::vector<Cells> wrappedNotice(const Cells& cells, int width) {
+    constexpr int kLeast = 12;  // columns for an explanation
+    std::vector<Cells> lines;
+    for (std::size_t from = 0; from <= cells.size();) {
+        const auto begin = cells.begin() + static_cast<std::ptrdiff_t>(from);
+        const Cells line(begin, std::find_if(begin, cells.end(), [](const Cell& cell) { return cell.is(L'\n'); }));
+        from += line.size() + 1;
+        const auto at = static_cast<std::ptrdiff_t>(explanationAt(line));
+        Cells margin(line.begin(), line.begin() + at);
+        if (widthOf(margin) + kLeast > width) margin.clear();
+        const auto rest = line.begin() + (margin.empty() ? 0 : at);
+        for (auto& part : wrapped(Cells(rest, line.end()), width - widthOf(margin))) {
+            lines.push_back(margin);
+            lines.back() += part;
+            margin.assign(static_cast<std::size_t>(widthOf(margin)), cellsOf(" ").front());
+        }
+    }
+    return lines;
+}
+
 Cells dayLine(double time, int width) {
     return clipped(cellsOf("---- " + formatted(time, "%A, %e %B %Y") + " ----", Style::Dim), width);
 }
@@ -153,7 +186,8 @@ std::vector<Cells> linesOfEntry(const Conversation& conversation, std::size_t in
     if (index == 0 || !isSameDay(conversation.entries()[index - 1].time, entry.time)) lines.push_back(dayLine(entry.time, width));
     const bool hasTime = width >= kWideEnoughForTime;
     Cells margin = hasTime ? cellsOf(formatted(entry.time, "%H:%M "), Style::Dim) : Cells();
-    for (auto& line : wrapped(contentCells(entry), std::max(1, width - widthOf(margin)))) {
+    const int room = std::max(1, width - widthOf(margin));
+    for (auto& line : entry.isNotice ? wrappedNotice(contentCells(entry), room) : wrapped(contentCells(entry), room)) {
         lines.push_back(margin);
         lines.back() += line;
         if (hasTime) margin = cellsOf("      ");
