@@ -28,7 +28,11 @@ std::shared_ptr<vexim::InputStream> streamOverBody(const VXIMAFHTTPBodyPart::Bod
 
 std::shared_ptr<VXIMAFHTTPBodyPart> VXIMAFHTTPBodyPart::init() { return vexim::create<VXIMAFHTTPBodyPart>(); }
 
-bool VXIMAFHTTPBodyPart::initialise() { return transitionToNextPhase(); }
+bool VXIMAFHTTPBodyPart::initialise() {
+    // Not by a transition: who begins an upload must not wait for the main thread, which may be waiting for him.
+    enter(Phase::EncapsulationBoundary);
+    return true;
+}
 
 VXIMAFHTTPBodyPart::~VXIMAFHTTPBodyPart() {
     if (inputStream_) inputStream_->close();
@@ -104,9 +108,7 @@ std::int64_t VXIMAFHTTPBodyPart::readData(std::string_view section, std::uint8_t
 
 bool VXIMAFHTTPBodyPart::transitionToNextPhase() {
     auto& mainQueue = vexim::MainQueue::shared();
-    // The first one touches no contents: whoever makes a part, to begin an upload, need not wait for a main thread that may be
-    // waiting for him.
-    if (phase_ != Phase::None && !mainQueue.isMainThread()) {
+    if (!mainQueue.isMainThread()) {
         bool moved = false;
         return mainQueue.sync([this, &moved] { moved = transitionToNextPhase(); }) && moved;
     }

@@ -61,8 +61,8 @@ public:
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength);
     /// Whether it stands inside contents that can be read so. (What begins and ends them happens on the main thread.)
     bool readsNonBlocking() const { return phase_ == Phase::Body && inputStream_ && inputStream_->readsNonBlocking(); }
-    /// On the main thread, where the contents are opened and closed; waits for it when called elsewhere, but for the first
-    /// transition. False once the process is exiting.
+    /// On the main thread, where the contents are opened and closed; waits for it when called elsewhere. False once the process
+    /// is exiting.
     bool transitionToNextPhase();
 
     /// From the beginning again, and without boundary flags: the stream that it joins sets them.
