@@ -20,7 +20,8 @@ namespace {
 std::string versionAgreedWith(const ScriptedServer& server) {
     SSL_CTX* const context = SSL_CTX_new(TLS_client_method());
     BIO* const connection = BIO_new_ssl_connect(context);
-    BIO_set_conn_hostname(connection, ("127.0.0.1:" + std::to_string(server.port())).c_str());
+    std::string address = "127.0.0.1:" + std::to_string(server.port());  // not const: OpenSSL's macro would cast that away
+    BIO_set_conn_hostname(connection, address.data());
     SSL* session = nullptr;
     BIO_get_ssl(connection, &session);
     const std::string version = BIO_do_connect(connection) == 1 ? SSL_get_version(session) : "nothing";
