@@ -22,7 +22,8 @@ struct ArrayRep;
 class VEXIM_EXPORT Array {
 public:
     Array() noexcept = default;
-    /// With these elements; a nil among them raises.
+    /// With these elements; a nil among them raises. An array of one array is `Array{Value(inner)}`: compilers do not agree on
+    /// `Array{inner}`, which for some is a copy of `inner` (CWG 2137).
     Array(std::initializer_list<Value> elements);
     explicit Array(std::vector<Value> elements);
     /// The strings as an array of string values.

@@ -22,11 +22,11 @@ TEST(Array, SharesUntilWritten) {
 }
 
 TEST(Array, ChangesAContainerInsideWithoutCopyingIt) {
-    Array outer{Array{1, 2, 3}};
+    Array outer{Value(Array{1, 2, 3})};
     const Value* before = outer.at(0).asArray()->begin();
     outer.update(0, [](Value& inner) { inner.mutableArray().set(1, 9); });
     EXPECT_EQ(outer.at(0).asArray()->begin(), before);
-    EXPECT_EQ(outer, Array({Array{1, 9, 3}}));
+    EXPECT_EQ(outer, Array{Value(Array{1, 9, 3})});
 }
 
 TEST(Array, RefusesNilAndIndexesBeyondTheEnd) {

@@ -112,10 +112,10 @@ TEST(Value, ReleasesObjectsAtOnceAlsoInsideADestructor) {
     outer->atEnd = [&] {
         auto inner = create<Witness>();
         inner->atEnd = [&] { ++gone; };
-        { Array holder{Array{Value(std::move(inner))}}; }
+        { Array holder{Value(Array{Value(std::move(inner))})}; }
         EXPECT_EQ(gone, 1);
     };
-    Value holder = Array{Array{Value(std::move(outer))}};
+    Value holder = Array{Value(Array{Value(std::move(outer))})};
     holder = nullptr;
     EXPECT_EQ(gone, 1);
 }
