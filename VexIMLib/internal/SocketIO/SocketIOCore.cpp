@@ -223,7 +223,8 @@ void SocketIOCore::pushEvent(std::string event, Array arguments) {
 }
 
 void SocketIOCore::push(Delivery delivery) {
-    delivery.bytes += kDeliveryBytes;
+    // Answers that fail are as many as the application has asked for.
+    if (!delivery.error) delivery.bytes += kDeliveryBytes;
     undeliveredBytes_ += delivery.bytes;
     inbox_.push_back(std::move(delivery));
 }
