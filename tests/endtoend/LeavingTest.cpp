@@ -22,8 +22,8 @@ namespace {
 using Connection = ScriptedServer::Connection;
 using namespace std::chrono_literals;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr double kSlowness = 100;  // looking for leaks takes its time
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(VEXIM_EMULATED)
+constexpr double kSlowness = 100;  // looking for leaks takes its time, and so does every instruction in an emulator
 #else
 constexpr double kSlowness = 1;
 #endif
