@@ -68,6 +68,7 @@ TEST_F(CompositionTest, SignatureIsTheDigestOfSecondsAndKeyRoundedHalvesUp) {
     for (const auto& test : cases) {
         vexim::testing::ManualClock then(test.time);
         EXPECT_EQ(VXIMUtils::signatureForClientKey("key"), test.signature) << test.why;
+        EXPECT_NE(VXIMUtils::signatureForClientKey("another key"), test.signature) << "of the same second";
     }
     EXPECT_EQ(VXIMUtils::signatureForClientKey(std::nullopt), std::nullopt);
     EXPECT_EQ(VXIMUtils::signatureForClientKey(""), std::nullopt);

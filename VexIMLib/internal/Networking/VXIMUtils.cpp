@@ -18,8 +18,16 @@ std::optional<std::string> VXIMUtils::md5FromData(const std::optional<vexim::Dat
 std::optional<std::string> VXIMUtils::signatureForClientKey(const std::optional<std::string>& clientKey) {
     if (!clientKey || clientKey->empty()) return std::nullopt;
     const auto seconds = static_cast<std::int64_t>(std::round(vexim::Clock::shared()->wallTime()));
-    const auto timestamp = std::to_string(seconds);
-    return md5FromString(timestamp + *clientKey) + ',' + timestamp;
+    // Requests come in bursts, and with one key they have one signature for a second.
+    thread_local struct {
+        std::int64_t seconds = 0;
+        std::string key, signature;
+    } last;
+    if (last.seconds != seconds || last.key != *clientKey) {
+        const auto timestamp = std::to_string(seconds);
+        last = {seconds, *clientKey, md5FromString(timestamp + *clientKey) + ',' + timestamp};
+    }
+    return last.signature;
 }
 
 void VXIMUtils::ensureDirExist(const std::optional<std::string>& path) {
