@@ -9,17 +9,17 @@ namespace vexim::testing {
 /// measured.
 class PeakMemory {
 public:
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    static constexpr bool kIsMeasured = false;
+#else
+    static constexpr bool kIsMeasured = true;
+#endif
+
     PeakMemory() {
         std::ofstream("/proc/self/clear_refs") << "5";  // forgets the peak so far
         start_ = read("VmRSS:");
     }
-    double grownMiB() const {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-        return 0;
-#else
-        return static_cast<double>(read("VmHWM:") - start_) / 1024;
-#endif
-    }
+    double grownMiB() const { return kIsMeasured ? static_cast<double>(read("VmHWM:") - start_) / 1024 : 0; }
 
 private:
     static long read(const std::string& key) {
