@@ -241,7 +241,7 @@ void SocketIOCore::linkDidEndTurn() {
         if (!overflows && outbox_.empty() && sending_.empty()) return;
     }
     if (!overflows) return pump();
-    link_->abort(EndCause::LimitPassed, "The application does not keep up: too many undelivered events.");
+    if (link_) link_->abort(EndCause::LimitPassed, "The application does not keep up: too many undelivered events.");
 }
 
 void SocketIOCore::linkDidEnd(const action::Ended& ended) {
