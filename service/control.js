@@ -14,17 +14,17 @@ export function control({ store, live, log, app, attachments, faults }) {
   router.use(express.json({ limit: '64mb' }));
 
   const add = (method, path, handle) => {
-    router[method](path, (request, response) => response.json(handle(request) ?? { success: true }));
+    router[method](path, async (request, response) => response.json((await handle(request)) ?? { success: true }));
   };
   add('get', '/seed', () => ({ ...app, ...seed }));
-  add('post', '/reset', () => {
-    live.reset();
+  add('post', '/reset', async () => {
+    await live.reset();
     faults.clear();
-    attachments.clear();
-    store.reset(seed);
+    await attachments.clear();
+    await store.reset(seed);
     log.clear();
   });
-  add('post', '/users', ({ body }) => ({ id: store.addUser(object(body)).id }));
+  add('post', '/users', async ({ body }) => ({ id: (await store.addUser(object(body))).id }));
 
   add('get', '/log', ({ query }) => log.entries(query.kind));
   add('delete', '/log', () => log.clear());
@@ -34,13 +34,13 @@ export function control({ store, live, log, app, attachments, faults }) {
   add('delete', '/faults', () => faults.clear());
 
   // Each of these takes {"user": id}, or nothing for everybody, and answers how many connections it met.
-  add('post', '/drop', ({ body }) => ({ connections: live.drop(body?.user) }));
-  add('post', '/stall', ({ body }) => ({ connections: live.stall(body?.user) }));
-  add('post', '/unstall', ({ body }) => ({ connections: live.unstall(body?.user) }));
-  add('post', '/emit', ({ body }) => {
+  add('post', '/drop', async ({ body }) => ({ connections: await live.drop(body?.user) }));
+  add('post', '/stall', async ({ body }) => ({ connections: await live.stall(body?.user) }));
+  add('post', '/unstall', async ({ body }) => ({ connections: await live.unstall(body?.user) }));
+  add('post', '/emit', async ({ body }) => {
     const { user, event, args = [] } = object(body);
     must(Array.isArray(args), 'invalidValue', '"args" must be an array.');
-    return { connections: live.send([text(user, 'user')], text(event, 'event'), ...args) };
+    return { connections: await live.send([text(user, 'user')], text(event, 'event'), ...args) };
   });
   return router;
 }

@@ -14,6 +14,7 @@ export const lines = { 2: 'socket.io-2', 3: 'socket.io-3', 4: 'socket.io-4' };
 export class Live {
   #links = new Set(); // every Engine.IO connection, logged in or not
   #connections = new Map(); // id of a user or passenger → its open sockets
+  #turns = new Set(); // what connections have begun to do
   #store;
   #app;
   #log;
@@ -30,12 +31,12 @@ export class Live {
   }
 
   /** How many connections this user has; 0 is offline. */
-  sessions(id) {
+  async sessions(id) {
     return this.#connections.get(id)?.size ?? 0;
   }
 
   /** Sends an event to every connection of each of `ids` and returns how many those are; who is not connected misses it. */
-  send(ids, event, ...items) {
+  async send(ids, event, ...items) {
     let count = 0;
     for (const id of ids) {
       for (const socket of this.#connections.get(id) ?? []) {
@@ -48,28 +49,29 @@ export class Live {
   }
 
   /** Sends an event to everybody who is logged in. */
-  sendToAll(event, ...items) {
-    this.send(this.#connections.keys(), event, ...items);
+  async sendToAll(event, ...items) {
+    await this.send(this.#connections.keys(), event, ...items);
   }
 
   /** Cuts the connections of one user, or all there are, as a broken network would: no farewell. Returns how many. */
-  drop(id) {
+  async drop(id) {
     return this.#onLinks(id, cut);
   }
 
   /** Stops reading and writing on the connections, or goes on with it: heartbeats then stay away though the link stands. */
-  stall(id) {
+  async stall(id) {
     return this.#onLinks(id, (link) => link.transport.socket?._socket.pause().cork());
   }
 
-  unstall(id) {
+  async unstall(id) {
     return this.#onLinks(id, (link) => link.transport.socket?._socket.resume().uncork());
   }
 
-  /** Cuts everything and forgets who was here, without telling anybody. */
-  reset() {
+  /** Cuts everything and forgets who was here, without telling anybody; what was under way has then been done. */
+  async reset() {
     this.#connections.clear();
-    this.drop();
+    await this.drop();
+    await Promise.all(this.#turns);
   }
 
   close() {
@@ -82,58 +84,71 @@ export class Live {
     return links.length;
   }
 
-  /** A failed login leaves the connection open: the client decides what to do with it. */
+  /** What a connection brings is done one after the other, from its login to its end. */
   #join(socket) {
+    let id; // of who has logged in
+    let last = Promise.resolve();
+    let hasFailed = false;
+    const inTurn = (act) => {
+      const turn = last.then(act).catch((error) => {
+        hasFailed = true;
+        console.error(error);
+        cut(socket.conn); // so that the client learns that something is lost
+      });
+      last = turn;
+      this.#turns.add(turn);
+      turn.then(() => this.#turns.delete(turn));
+    };
+    inTurn(async () => {
+      id = await this.#login(socket);
+    });
+    socket.on('say', (payload) => inTurn(() => id !== undefined && !hasFailed && this.#say(id, payload)));
+    socket.on('disconnect', () => inTurn(() => this.#leave(socket, id)));
+  }
+
+  /** Resolves to the id of who it is. A failed login leaves the connection open: the client decides what to do with it. */
+  async #login(socket) {
     const { auth } = socket.handshake.query;
     const answer = (result) => {
       socket.emit('login', result);
       this.#log.add('login', { auth, ...result });
     };
     try {
-      const person = identify(this.#store, this.#app, auth);
-      answer({ success: true, id: person.id });
-      this.#open(socket, person);
+      const id = await identify(this.#store, this.#app, auth);
+      const sockets = this.#connections.get(id) ?? new Set();
+      this.#connections.set(id, sockets.add(socket));
+      answer({ success: true, id });
+      if (sockets.size === 1) await this.#announce('online', id);
+      return id;
     } catch (error) {
       if (!(error instanceof ServiceError)) throw error;
-      answer({ success: false, error: error.toJSON() });
-      socket.on('disconnect', () => this.#log.add('leave', {}));
+      return answer({ success: false, error: error.toJSON() });
     }
   }
 
-  #open(socket, person) {
-    const sockets = this.#connections.get(person.id) ?? new Set();
-    sockets.add(socket);
-    this.#connections.set(person.id, sockets);
-    if (sockets.size === 1) this.#announce('online', person);
-    socket.on('say', (payload) => this.#say(person, payload));
-    socket.on('disconnect', () => this.#leave(socket, person));
+  async #leave(socket, id) {
+    if (id === undefined) return this.#log.add('leave', {});
+    const sockets = this.#connections.get(id);
+    if (!sockets?.delete(socket)) return undefined;
+    this.#log.add('leave', { id });
+    if (sockets.size > 0) return undefined;
+    this.#connections.delete(id);
+    return this.#announce('offline', id);
   }
 
-  #leave(socket, person) {
-    const sockets = this.#connections.get(person.id);
-    if (!sockets?.delete(socket)) return;
-    this.#log.add('leave', { id: person.id });
-    if (sockets.size > 0) return;
-    this.#connections.delete(person.id);
-    this.#announce('offline', person);
-  }
-
-  #announce(event, person) {
-    this.send(person.friends?.keys() ?? [], event, person.id);
+  async #announce(event, id) {
+    await this.send(await this.#store.friends(id), event, id);
   }
 
   /** What cannot be delivered is dropped: the client asks for no answer. The log tells why. */
-  #say(sender, payload) {
-    const entry = this.#log.add('say', { id: sender.id, payload });
+  async #say(id, payload) {
+    const entry = this.#log.add('say', { id, payload });
     try {
-      const { message, conversation, readers } = address(this.#store, sender, payload);
-      if (conversation) this.#store.remember(conversation, message);
-      this.send(
-        readers.filter((id) => id !== sender.id),
-        'message',
-        message,
-      );
-      this.send([sender.id], 'yourself', message);
+      const { message, conversation, readers } = await address(this.#store, id, payload);
+      if (conversation) await this.#store.remember(conversation, message);
+      const others = readers.filter((reader) => reader !== id);
+      await this.send(others, 'message', message);
+      await this.send([id], 'yourself', message);
     } catch (error) {
       if (!(error instanceof ServiceError)) throw error;
       entry.refused = error.toJSON();

@@ -10,30 +10,30 @@ const toRoom = 2;
 
 /**
  * The message as its readers get it, the conversation that keeps it (none for a room) and the ids of its readers.
- * Throws when `sender` may not write there.
+ * Throws when `sender`, the id of a user or passenger, may not write there.
  */
-export function address(store, sender, payload) {
+export async function address(store, sender, payload) {
   must(isObject(payload) && isObject(payload.content) && isObject(payload.to), 'invalidValue', 'A message has "content" and "to".');
   const { id, type } = payload.to;
-  const from = { id: sender.id, type, ...(type === toUser ? {} : { gid: id }) };
+  const from = { id: sender, type, ...(type === toUser ? {} : { gid: id }) };
   const message = { ...payload, ts: Number.isFinite(payload.ts) ? payload.ts : Date.now(), from };
   delete message.speaker; // readers would take it for the sender
-  if (type === toUser) return { message, conversation: conversation.between(sender.id, id), readers: [partner(store, sender, id)] };
-  if (type === toGroup) return { message, conversation: conversation.inGroup(id), readers: members(store.group(id), sender) };
+  if (type === toUser) return { message, conversation: conversation.between(sender, id), readers: [await partner(store, sender, id)] };
+  if (type === toGroup) return { message, conversation: conversation.inGroup(id), readers: members(await store.group(id), sender) };
   must(type === toRoom, 'invalidValue', '"to"."type" is 0, 1 or 2.');
-  return { message, readers: members(store.room(id), sender) };
+  return { message, readers: members(await store.room(id), sender) };
 }
 
 /** Friends talk to each other, and passengers and users. */
-function partner(store, sender, id) {
-  const isPassenger = store.passengers.has(sender.id);
-  if (store.passengers.has(id)) must(!isPassenger, 'notFriends');
-  else if (isPassenger) store.user(id);
-  else must(store.user(id) && sender.friends.has(id), 'notFriends');
+async function partner(store, sender, id) {
+  const [isPassenger, toPassenger] = [await store.isPassenger(sender), await store.isPassenger(id)];
+  if (toPassenger) must(!isPassenger, 'notFriends');
+  else await store.user(id);
+  must(isPassenger || toPassenger || (await store.friendship(sender, id)), 'notFriends');
   return id;
 }
 
 function members(place, sender) {
-  must(place.members.includes(sender.id), 'notMember');
+  must(place.members.includes(sender), 'notMember');
   return place.members;
 }

@@ -21,7 +21,8 @@ export async function startService({ host, port, tls, app, line, namespace, engi
   httpServer.requestTimeout = 0; // a slow upload is no attack here
   const log = new Log();
   const faults = new Faults();
-  const store = new Store(seed);
+  const store = new Store();
+  await store.reset(seed);
   const attachments = new Attachments(attachmentLimit);
 
   const site = express().disable('x-powered-by').disable('etag');

@@ -38,3 +38,10 @@ export function count(value, name, otherwise) {
   must(/^[0-9]{1,15}$/.test(value), 'invalidValue', `"${name}" must be a whole number.`);
   return Number(value);
 }
+
+/** What `make` makes of each of `items`, one after the other: a long list does not take the database for itself. */
+export async function inTurn(items, make) {
+  const made = [];
+  for (const item of items) made.push(await make(item));
+  return made;
+}

@@ -3,42 +3,42 @@
 import { conversation } from './store.js';
 
 export function views({ store, live }) {
-  const placesOf = (places, userId) => [...places.values()].filter((place) => place.members.includes(userId));
-  const recent = (where) => {
-    const [message] = store.latest(where);
+  const recent = async (where) => {
+    const [message] = await store.latest(where);
     return message && { recent: message };
   };
+  const idsOf = async (kind, userId) => (await store.placesOf(kind, userId)).map((place) => place.id);
 
   return {
-    groupsOf: (userId) => placesOf(store.groups, userId),
-    roomsOf: (userId) => placesOf(store.rooms, userId),
+    async user({ id, updated, attributes }) {
+      const sessions = await live.sessions(id);
+      return {
+        id,
+        online: sessions > 0,
+        sessions,
+        ts: updated,
+        attributes,
+        friends: await store.friends(id),
+        groups: await idsOf('groups', id),
+        rooms: await idsOf('rooms', id),
+      };
+    },
 
-    user: ({ id, updated, attributes, friends }) => ({
-      id,
-      online: live.sessions(id) > 0,
-      sessions: live.sessions(id),
-      ts: updated,
-      attributes,
-      friends: [...friends.keys()],
-      groups: placesOf(store.groups, id).map((group) => group.id),
-      rooms: placesOf(store.rooms, id).map((room) => room.id),
-    }),
-
-    friend: (user, friendId) => ({
+    friend: async (userId, friendId) => ({
       id: friendId,
-      online: live.sessions(friendId) > 0,
-      ...user.friends.get(friendId), // ts, from, to
-      ...recent(conversation.between(user.id, friendId)),
+      online: (await live.sessions(friendId)) > 0,
+      ...(await store.friendship(userId, friendId)), // ts, from, to
+      ...(await recent(conversation.between(userId, friendId))),
     }),
 
-    group: ({ id, created, owner, members, attributes, fields }) => ({
+    group: async ({ id, created, owner, members, attributes, fields }) => ({
       ...fields,
       id,
       owner,
       members,
       ts: created,
       attributes,
-      ...recent(conversation.inGroup(id)),
+      ...(await recent(conversation.inGroup(id))),
     }),
 
     room: ({ id, created, name, members, attributes }) => ({ id, name, members, ts: created, attributes }),

@@ -13,8 +13,8 @@ export function uploads({ attachments }) {
 
 /** GET /files/NAME, whole or in ranges. Not signed: who knows the name may read. */
 export function files({ attachments }) {
-  return express.Router().get('/files/:name', (request, response) => {
-    const file = attachments.find(request.params.name);
+  return express.Router().get('/files/:name', async (request, response) => {
+    const file = await attachments.find(request.params.name);
     must(file, 'unknownFile');
     const headers = { 'Content-Type': file.type, 'X-Content-Type-Options': 'nosniff' };
     response.sendFile(file.name, { root: attachments.directory, headers });

@@ -3,26 +3,25 @@
 import { must } from '../errors.js';
 import { object } from '../values.js';
 
-/** The attribute paths below `prefix`, which holds ":id"; `find` gives the owner for an id. */
-export const attributes = (prefix, store, find) => ({
+/** The attribute paths below `prefix`, which holds ":id"; `kind` is what carries them. */
+export const attributes = (prefix, store, kind) => ({
   [`${prefix}/attributes`]: {
-    get: ({ params }) => find(params.id).attributes,
-    post({ params, body }) {
-      const owner = find(params.id);
-      store.change(owner, { attributes: { ...owner.attributes, ...object(body) } });
+    get: async ({ params }) => (await store.find(kind, params.id)).attributes,
+    async post({ params, body }) {
+      await store.change(kind, params.id, ({ attributes }) => ({ attributes: { ...attributes, ...object(body) } }));
     },
-    put({ params, body }) {
-      store.change(find(params.id), { attributes: object(body) });
+    async put({ params, body }) {
+      await store.change(kind, params.id, () => ({ attributes: object(body) }));
     },
-    delete({ params }) {
-      store.change(find(params.id), { attributes: {} });
+    async delete({ params }) {
+      await store.change(kind, params.id, () => ({ attributes: {} }));
     },
   },
   [`${prefix}/attributes/:key`]: {
-    get({ params }) {
-      const owner = find(params.id);
-      must(Object.hasOwn(owner.attributes, params.key), 'unknownAttribute');
-      return owner.attributes[params.key];
+    async get({ params }) {
+      const { attributes } = await store.find(kind, params.id);
+      must(Object.hasOwn(attributes, params.key), 'unknownAttribute');
+      return attributes[params.key];
     },
   },
 });

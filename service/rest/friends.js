@@ -2,35 +2,38 @@
 
 import { must } from '../errors.js';
 import { conversation } from '../store.js';
+import { inTurn } from '../values.js';
 import { history } from './history.js';
 
 export const friends = ({ store, views }) => ({
   '/ctx/:id/friends': {
-    get({ params, query }) {
-      const user = store.user(params.id);
-      const ids = [...user.friends.keys()];
-      return 'detail' in query ? ids.map((id) => views.friend(user, id)) : ids;
+    async get({ params, query }) {
+      const { id } = await store.user(params.id);
+      const ids = await store.friends(id);
+      return 'detail' in query ? inTurn(ids, (friend) => views.friend(id, friend)) : ids;
     },
   },
   '/ctx/:id/friends/:friend': {
-    get: ({ params }) => views.friend(friendly(store, params), params.friend),
-    post({ params }) {
-      store.befriend(params.id, params.friend);
-      return views.friend(store.user(params.id), params.friend);
+    async get({ params }) {
+      await mustBeFriends(store, params);
+      return views.friend(params.id, params.friend);
+    },
+    async post({ params }) {
+      await store.befriend(params.id, params.friend);
+      return views.friend(params.id, params.friend);
     },
     delete: ({ params }) => store.unfriend(params.id, params.friend),
   },
   '/ctx/:id/friends/:friend/chats': {
-    get({ params, query }) {
-      friendly(store, params);
+    async get({ params, query }) {
+      await mustBeFriends(store, params);
       return history(store, conversation.between(params.id, params.friend), query);
     },
   },
 });
 
-/** The user that the path names first, who is a friend of the second. */
-function friendly(store, { id, friend }) {
-  const user = store.user(id);
-  must(user.friends.has(store.user(friend).id), 'notFriends');
-  return user;
+async function mustBeFriends(store, { id, friend }) {
+  await store.user(id);
+  await store.user(friend);
+  must(await store.friendship(id, friend), 'notFriends');
 }

@@ -1,41 +1,37 @@
 // /groups: groups, their members and messages
 
-import { must } from '../errors.js';
 import { conversation } from '../store.js';
-import { object, text, texts } from '../values.js';
+import { inTurn, object, text, texts } from '../values.js';
 import { attributes } from './attributes.js';
 import { history } from './history.js';
 import { search } from './search.js';
 
 export const groups = ({ store, views }) => ({
   '/groups': {
-    get: ({ query }) => search(store.groups.values(), query).map(views.group),
-    post({ body }) {
+    get: async ({ query }) => inTurn(await search(store, 'groups', query), views.group),
+    async post({ body }) {
       const { owner, attributes, ...rest } = split(object(body), {});
-      return store.addGroup({ owner: text(owner, 'owner'), attributes, ...rest }).id;
+      return (await store.addGroup({ owner: text(owner, 'owner'), attributes, ...rest })).id;
     },
   },
   '/groups/:id': {
-    get: ({ params }) => views.group(store.group(params.id)),
-    put({ params, body }) {
-      const group = store.group(params.id);
-      const { fields, ...known } = split(object(body), group.attributes);
-      store.change(group, { ...known, fields: { ...group.fields, ...fields } });
+    get: async ({ params }) => views.group(await store.group(params.id)),
+    async put({ params, body }) {
+      await store.change('groups', params.id, (group) => {
+        const { fields, ...known } = split(object(body), group.attributes);
+        return { ...known, fields: { ...group.fields, ...fields } };
+      });
     },
-    // Rooms are deleted here too.
-    delete({ params }) {
-      if (store.groups.delete(params.id)) store.forget(conversation.inGroup(params.id));
-      else must(store.rooms.delete(params.id), 'unknownGroup');
-    },
+    delete: ({ params }) => store.removePlace(params.id), // rooms are deleted here too
   },
   '/groups/:id/members': {
-    post: ({ params, body }) => store.addMembers(store.group(params.id), texts(object(body).members, 'members')),
-    delete: ({ params, body }) => store.removeMembers(store.group(params.id), texts(object(body).members, 'members')),
+    post: ({ params, body }) => store.addMembers('groups', params.id, texts(object(body).members, 'members')),
+    delete: ({ params, body }) => store.removeMembers('groups', params.id, texts(object(body).members, 'members')),
   },
   '/groups/:id/chats': {
-    get: ({ params, query }) => history(store, conversation.inGroup(store.group(params.id).id), query),
+    get: async ({ params, query }) => history(store, conversation.inGroup((await store.group(params.id)).id), query),
   },
-  ...attributes('/groups/:id', store, store.group),
+  ...attributes('/groups/:id', store, 'groups'),
 });
 
 /** The parts of a body. A group's name is one of its attributes; what the service itself sets is left out; all else is kept as it comes. */

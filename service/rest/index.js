@@ -1,5 +1,5 @@
 // The REST interface: one file a resource, each a table of paths → methods → what to do.
-// A handler gets ({ params, query, body }) and returns the answer's JSON value; nothing returned means {"success": true}.
+// A handler gets ({ params, query, body }) and returns the answer's JSON value, or a promise of it; nothing returned means {"success": true}.
 
 import express from 'express';
 import { ServiceError } from '../errors.js';
@@ -32,8 +32,8 @@ export function rest(service, { app, maxSignatureAge, bodyLimit }) {
 function addRoute(router, path, methods) {
   const route = router.route(path);
   for (const [method, handle] of Object.entries(methods)) {
-    route[method]((request, response) => {
-      const answer = handle(request);
+    route[method](async (request, response) => {
+      const answer = await handle(request);
       response.json(answer === undefined ? { success: true } : answer);
     });
   }

@@ -7,20 +7,21 @@ import { history } from './history.js';
 export const passengers = ({ store, views }) => ({
   '/passengers': {
     // Changes the passenger whose "id" is given, or makes one.
-    post({ body }) {
+    async post({ body }) {
       const { id, ts, ...fields } = object(body);
-      const passenger = store.passengers.get(id);
-      if (!passenger) return store.addPassenger(id, fields).id;
-      store.change(passenger, { fields: { ...passenger.fields, ...fields } });
+      if (!(await store.isPassenger(id))) return (await store.addPassenger(id, fields)).id;
+      await store.change('passengers', id, (passenger) => ({ fields: { ...passenger.fields, ...fields } }));
       return id;
     },
   },
   '/passengers/:id': {
-    get: ({ params }) => views.passenger(store.passenger(params.id)),
+    get: async ({ params }) => views.passenger(await store.passenger(params.id)),
   },
   '/passengers/:id/chats/:user': {
-    get({ params, query }) {
-      return history(store, conversation.between(store.passenger(params.id).id, store.user(params.user).id), query);
+    async get({ params, query }) {
+      await store.passenger(params.id);
+      await store.user(params.user);
+      return history(store, conversation.between(params.id, params.user), query);
     },
   },
 });

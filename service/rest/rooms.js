@@ -6,24 +6,23 @@ import { search } from './search.js';
 
 export const rooms = ({ store, views }) => ({
   '/rooms': {
-    get: ({ query }) => search(store.rooms.values(), query).map(views.room),
-    post({ body }) {
+    get: async ({ query }) => (await search(store, 'rooms', query)).map(views.room),
+    async post({ body }) {
       const { name, members } = object(body);
-      return store.addRoom({ name: text(name, 'name'), members: texts(members, 'members') }).id;
+      return (await store.addRoom({ name: text(name, 'name'), members: texts(members, 'members') })).id;
     },
   },
   '/rooms/:id': {
-    get: ({ params }) => views.room(store.room(params.id)),
-    put({ params, body }) {
-      const room = store.room(params.id);
-      room.name = text(object(body).name, 'name');
+    get: async ({ params }) => views.room(await store.room(params.id)),
+    async put({ params, body }) {
+      await store.change('rooms', params.id, () => ({ name: text(object(body).name, 'name') }));
       return { success: true }; // the client looks for it here
     },
   },
   '/rooms/:id/members': {
-    post: ({ params, body }) => store.addMembers(store.room(params.id), texts(object(body).members, 'members')),
+    post: ({ params, body }) => store.addMembers('rooms', params.id, texts(object(body).members, 'members')),
     // The bare array, unlike everywhere else.
-    delete: ({ params, body }) => store.removeMembers(store.room(params.id), texts(body, 'body')),
+    delete: ({ params, body }) => store.removeMembers('rooms', params.id, texts(body, 'body')),
   },
-  ...attributes('/rooms/:id', store, store.room),
+  ...attributes('/rooms/:id', store, 'rooms'),
 });

@@ -3,13 +3,13 @@
 
 import { count, limits } from '../values.js';
 
-/** Those of `records` that meet the conditions of `query`, sorted and paged. */
-export function search(records, query) {
+/** Those records of `kind` that meet the conditions of `query`, sorted and paged. */
+export async function search(store, kind, query) {
   const { _sort: order = '', _limit, _skip, ...conditions } = query;
   const limit = count(_limit, '_limit', limits.page);
   const skip = count(_skip, '_skip', 0);
   const wanted = Object.entries(conditions).flatMap(([name, values]) => [values].flat().map((value) => [name, value]));
-  const found = [...records].filter((record) => wanted.every(([name, value]) => matches(field(record, name), value)));
+  const found = (await store.all(kind)).filter((record) => wanted.every(([name, value]) => matches(field(record, name), value)));
   if (order !== '') found.sort(byKeys([order].flat().join(',').split(',')));
   return found.slice(skip, skip + Math.min(limit, limits.longestPage));
 }

@@ -4,19 +4,20 @@ import { object } from '../values.js';
 
 export const system = ({ store, live }) => ({
   '/system': {
-    post({ body }) {
-      live.sendToAll('sys', object(body));
+    async post({ body }) {
+      await live.sendToAll('sys', object(body));
     },
   },
   '/system/:id': {
-    post({ params, query, body }) {
-      live.send(readers(store, params.id, query), 'sys', object(body));
+    async post({ params, query, body }) {
+      await live.send(await readers(store, params.id, query), 'sys', object(body));
     },
   },
 });
 
-function readers(store, id, query) {
-  if ('group' in query) return store.group(id).members;
-  if ('room' in query) return store.room(id).members;
-  return [store.passengers.get(id) ?? store.user(id)].map((person) => person.id);
+async function readers(store, id, query) {
+  if ('group' in query) return (await store.group(id)).members;
+  if ('room' in query) return (await store.room(id)).members;
+  if (!(await store.isPassenger(id))) await store.user(id);
+  return [id];
 }

@@ -1,31 +1,30 @@
 // /ctx: users, their installations and lists
 
-import { object, texts } from '../values.js';
+import { inTurn, object, texts } from '../values.js';
 import { attributes } from './attributes.js';
 import { search } from './search.js';
 
 export const users = ({ store, views }) => ({
   '/ctx': {
-    get: ({ query }) => search(store.users.values(), query).map(views.user),
+    get: async ({ query }) => inTurn(await search(store, 'users', query), views.user),
   },
   '/ctx/:id': {
-    get: ({ params }) => views.user(store.user(params.id)),
+    get: async ({ params }) => views.user(await store.user(params.id)),
   },
   '/ctx/:id/installs': {
-    delete({ params, body }) {
-      const user = store.user(params.id);
-      // A device that is not known is already gone.
-      texts(object(body).installs, 'installs').forEach((install) => user.installs.delete(install));
-    },
+    delete: ({ params, body }) => store.removeInstalls(params.id, texts(object(body).installs, 'installs')),
   },
   '/ctx/:id/groups': {
-    get: ({ params, query }) => list(views.groupsOf(store.user(params.id).id), query, views.group),
+    get: ({ params, query }) => list(store, 'groups', params.id, query, views.group),
   },
   '/ctx/:id/rooms': {
-    get: ({ params, query }) => list(views.roomsOf(store.user(params.id).id), query, views.room),
+    get: ({ params, query }) => list(store, 'rooms', params.id, query, views.room),
   },
-  ...attributes('/ctx/:id', store, store.user),
+  ...attributes('/ctx/:id', store, 'users'),
 });
 
 /** Ids, or with "?detail" whole records. */
-const list = (records, query, view) => records.map('detail' in query ? view : ({ id }) => id);
+async function list(store, kind, userId, query, view) {
+  const places = await store.placesOf(kind, (await store.user(userId)).id);
+  return inTurn(places, 'detail' in query ? view : ({ id }) => id);
+}
