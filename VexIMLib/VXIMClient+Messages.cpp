@@ -133,24 +133,26 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
     message->setSendTimestamp(currentTime());
     auto finish = [self = self(), message, completion = std::move(completion), transfer](std::optional<Dictionary> payload,
                                                                                          const ErrorPtr& uploadError) {
-        if (payload) {
-            self->say(*std::move(payload));
-            message->setStatus(VXIMMessageStatusSent);
-            // For this side only: the payload went out with the time of the send's beginning.
-            message->setSendTimestamp(currentTime());
-        } else {
-            message->setStatus(VXIMMessageStatusFailed);
-        }
+        const ErrorPtr refusal = payload ? self->say(*std::move(payload)) : uploadError;
+        const bool taken = payload && !refusal;
+        message->setStatus(taken ? VXIMMessageStatusSent : VXIMMessageStatusFailed);
+        // For this side only: the payload went out with the time of the send's beginning.
+        if (taken) message->setSendTimestamp(currentTime());
         if (!completion) return;
-        // The upload's error is not passed on, the message's status tells; but who cancelled it is told.
-        if (transfer && transfer->isCancelled() && uploadError) return completion(false, uploadError);
-        completion(true, nullptr);
+        // Of a failed upload only the message's status tells; but who cancelled it is told.
+        const bool uploadFailed = !payload && !(refusal && refusal->is(VXIMErrorDomain, vexim::errors::kCannotSend));
+        const bool isTold = refusal && (!uploadFailed || (transfer && transfer->isCancelled()));
+        completion(!isTold, isTold ? refusal : nullptr);
     };
     uploadMessageAttachment(message, std::move(progress), std::move(finish), std::move(transfer));
 }
 
-void VXIMClient::say(Dictionary payload) {
-    if (const auto socket = socketio()) socket->emit("say", {std::move(payload)});
+ErrorPtr VXIMClient::say(Dictionary payload) {
+    const auto socket = socketio();
+    const ErrorPtr refused = socket ? socket->tryEmit("say", {std::move(payload)}) : vexim::errors::disconnected();
+    if (!refused) return nullptr;
+    const bool isGone = !socket || refused->is(vexim::kSocketIOErrorDomain, vexim::SocketIOErrorNotConnected);
+    return isGone ? vexim::errors::disconnected() : vexim::errors::notTaken(refused);
 }
 
 void VXIMClient::sendSystemMessageToAllUsers(MessagePtr message, VXIMBooleanCompletion completion) {

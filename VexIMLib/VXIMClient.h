@@ -128,10 +128,16 @@ public:
     /// login before, for good.
     void resume();
 
-    // Chat messages. A message counts as sent once it was handed to the connection. `completion` runs once.
+    // Chat messages. `completion` runs once.
     //
-    // Without a receiver, or while not connected, it gets (false, `VXIMErrorDomain` code 1). A failed upload of the attachment
-    // gives (true, nullptr), while the message's status says failed. A receiver of nil, or a sender or receiver without its id,
+    // "Sent" means that the connection has taken the message: it is valid, not too long, and the link stood. It does not mean
+    // that the service has it, as the link may break before, nor that the receiver may or will get it. What the service has
+    // accepted it sends back to the sender; `clientDidReceiveMessage…` then hears it.
+    //
+    // What the connection does not take gives (false, `VXIMErrorDomain` code 1), a sentence that names the reason, and the
+    // status Failed: there is no receiver or no connection, a text is not valid UTF-8, the message is longer than the server
+    // takes, or too much is still waiting to be sent (then `vexim::isTemporary`). A failed upload of the attachment gives
+    // (true, nullptr), while the message's status says failed. A receiver of nil, or a sender or receiver without its id,
     // raises NSInvalidArgumentException at once.
 
     void sendMessageToFriend(std::shared_ptr<VXIMMessage> message, vexim::Value friendId, VXIMBooleanCompletion completion);
@@ -187,7 +193,8 @@ private:
     void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress, Block block,
                                  std::shared_ptr<VXIMTransfer> transfer);
 
-    void say(vexim::Dictionary payload);
+    /// nullptr when the connection has taken it.
+    std::shared_ptr<vexim::Error> say(vexim::Dictionary payload);
 
     std::unique_ptr<Impl> impl_;
 };

@@ -10,8 +10,9 @@
 
 namespace vexim {
 
-// Keys of an error's user information: a text, an `Error`, and a text.
+// Keys of an error's user information: a sentence, the reason in it as a part of a sentence, an `Error`, and a text.
 inline constexpr const char* kLocalizedDescriptionKey = "NSLocalizedDescription";
+inline constexpr const char* kLocalizedFailureReasonKey = "NSLocalizedFailureReason";
 inline constexpr const char* kUnderlyingErrorKey = "NSUnderlyingError";
 inline constexpr const char* kFailingURLKey = "NSErrorFailingURLKey";
 

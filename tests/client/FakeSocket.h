@@ -30,6 +30,7 @@ public:
     Dictionary options;
     std::vector<std::pair<std::string, Array>> emitted;
     std::vector<std::string> eventsListenedTo;
+    ErrorPtr refusal;  // what a connection that stands answers to an emit
 
     // The server's side.
     void accept() {
@@ -73,11 +74,15 @@ public:
     void off(std::string_view event) override { handlers_.erase(std::string(event)); }
     void off(HandlerId) override {}
     void removeAllHandlers() override { handlers_.clear(); }
-    bool emit(std::string_view event, const Array& items) override {
-        if (status_ != SocketIOStatusConnected) return false;
+    ErrorPtr tryEmit(std::string_view event, const Array& items) override {
+        if (status_ != SocketIOStatusConnected) {
+            return Error::withDescription(kSocketIOErrorDomain, SocketIOErrorNotConnected, "the link is gone");
+        }
+        if (refusal) return refusal;
         emitted.emplace_back(event, items);
-        return true;
+        return nullptr;
     }
+    bool emit(std::string_view event, const Array& items) override { return !tryEmit(event, items); }
     void emitWithAck(std::string_view, const Array&, std::chrono::milliseconds, AckCallback) override {
         throw std::logic_error("the library asks for no acknowledgement");
     }

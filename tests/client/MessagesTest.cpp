@@ -108,7 +108,40 @@ TEST_F(Messages, ChangedWhileTheyWaitFailInsteadOfRaising) {
     settle();
     EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
     EXPECT_EQ(takeEmitted(), Lines());
-    EXPECT_EQ(journal->take(), Lines{"send yes"}) << "as a failed upload is told";
+    EXPECT_EQ(journal->take(), Lines{"send no, VXIMErrorDomain 1"});
+}
+
+TEST_F(Messages, CountAsSentOnlyWhenTheConnectionTookThem) {
+    const auto because = [](vexim::SocketIOErrorCode code, const char* reason) {
+        return vexim::Error::make(vexim::kSocketIOErrorDomain, code, Dictionary{{vexim::kLocalizedFailureReasonKey, reason}});
+    };
+    const std::string noConnection = "Message cannot send when connection disconnected";
+    struct Row {
+        const char* why;
+        std::function<void()> meanwhile;
+        std::string description;
+    };
+    const Row rows[] = {
+        {"the connection has a reason", [&] { socket().refusal = because(vexim::SocketIOErrorTooLarge, "it is far too long"); },
+         "Message cannot send: it is far too long."},
+        {"the link dropped between the check and the emit", [&] { socket().drop(); }, noConnection},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.why);
+        client = newClient();
+        login();
+        auto message = VXIMMessage::messageWithText("hi");
+        vexim::ErrorPtr told;
+        client->sendMessageToFriend(message, "u2", once([&](bool succeeded, const vexim::ErrorPtr& error) {
+                                        EXPECT_FALSE(succeeded);
+                                        told = error;
+                                    }));
+        row.meanwhile();
+        settle();
+        ASSERT_TRUE(told);
+        EXPECT_EQ(describe(told) + ": " + told->localizedDescription(), "VXIMErrorDomain 1: " + row.description);
+        EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
+    }
 }
 
 TEST_F(Messages, WithAnAttachmentUploadItFirst) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -324,6 +325,23 @@ TEST(SocketIOClient, BoundsWhatIsQueuedAndWhatServersTake) {
     while (taken < 1000 && client->emit("say", {big})) ++taken;
     EXPECT_LT(taken, 1000);
     ASSERT_TRUE(heard.waitFor("error \"say\" was not sent: the queue is full."));
+    const std::pair<Array, std::string> refusals[] = {
+        {Array{"\xff"}, "5 a text in it is not valid UTF-8"},
+        {Array{Dictionary{{"\xff", 1}}}, "5 a text in it is not valid UTF-8"},
+        {Array{std::numeric_limits<double>::quiet_NaN()}, "5 its items are not JSON"},
+        {Array{std::string(1'000'001, 'x')}, "4 it is longer than the server takes"},
+        {Array{Data(std::string(900'000, 'x')), Data(std::string(900'000, 'x'))}, "4 it is longer than the queue takes"},
+    };
+    for (const auto& [items, expected] : refusals) {
+        const ErrorPtr refused = client->tryEmit("say", items);
+        ASSERT_TRUE(refused) << expected;
+        EXPECT_EQ(std::to_string(refused->code()) + " " + refused->info(kLocalizedFailureReasonKey).description(), expected);
+        EXPECT_FALSE(refused->info("temporary").boolValue()) << expected;
+    }
+    ErrorPtr full;
+    for (taken = 0; taken < 1000 && !full; ++taken) full = client->tryEmit("say", {big});
+    ASSERT_TRUE(full);
+    EXPECT_TRUE(full->info("temporary").boolValue());
     const auto begin = std::chrono::steady_clock::now();
     client->disconnect();
     EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s) << "nobody waits for a peer that does not read";

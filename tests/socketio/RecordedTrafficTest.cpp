@@ -278,8 +278,8 @@ TEST(PacketEncoder, RefusesWhatServersWould) {
     EXPECT_EQ(fault("say", many), EncodeFault::TooManyAttachments);
     EXPECT_EQ(fault("say", {deep}), EncodeFault::TooDeep);
     EXPECT_EQ(fault("disconnect", {}), EncodeFault::ReservedName);
-    EXPECT_EQ(fault("say", {"\xff"}), EncodeFault::NotEncodable);
-    EXPECT_EQ(fault("\xff", {}), EncodeFault::NotEncodable);
+    EXPECT_EQ(fault("say", {"\xff"}), EncodeFault::NotUTF8);
+    EXPECT_EQ(fault("\xff", {}), EncodeFault::NotUTF8);
     EXPECT_EQ(encodeEvent("/", {}, "a\"b\n", {}).packet.text, "42[\"a\\\"b\\n\"]");
 }
 

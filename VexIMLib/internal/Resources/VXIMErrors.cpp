@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/VXIMConstants.h"
 
 namespace vexim::errors {
@@ -12,6 +13,14 @@ ErrorPtr withoutReceiver() {
 
 ErrorPtr disconnected() {
     return Error::withDescription(VXIMErrorDomain, kCannotSend, "Message cannot send when connection disconnected");
+}
+
+ErrorPtr notTaken(const ErrorPtr& cause) {
+    const auto reason = cause->info(kLocalizedFailureReasonKey).asString();
+    return Error::make(
+        VXIMErrorDomain, kCannotSend,
+        Dictionary{{kLocalizedDescriptionKey, "Message cannot send: " + reason.value_or("the connection refused it") + "."},
+                   {kUnderlyingErrorKey, cause}});
 }
 
 ErrorPtr emptyPassengerId(std::string description) {

@@ -16,6 +16,8 @@ inline constexpr std::int64_t kEmptyPassengerId = 5004;
 
 ErrorPtr withoutReceiver();
 ErrorPtr disconnected();
+/// The connection did not take a message, for the reason that `cause` gives.
+ErrorPtr notTaken(const ErrorPtr& cause);
 ErrorPtr emptyPassengerId(std::string description);
 /// What the service answered cannot be made into what was asked for; `cause` says why.
 ErrorPtr unusableAnswer(const Exception& cause);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/Foundation/UTF8.h"
 
 // A packet of the live connection, as text:
 //   packet := type [count '-'] [namespace ','] [id] [json]
@@ -83,10 +84,12 @@ bool restore(Value& value, const std::vector<Data>& attachments) {
     return sound;
 }
 
-enum class Contents : std::uint8_t { Plain, WithData, TooDeep };
+enum class Contents : std::uint8_t { Plain, WithData, NotUTF8, TooDeep };
 
 Contents inspect(const Value& value, std::size_t depth) {
     if (value.isData()) return Contents::WithData;
+    const auto text = value.asStringView();
+    if (text && !detail::isValidUTF8(*text)) return Contents::NotUTF8;
     Contents found = Contents::Plain;
     if (const Array* array = value.asArray()) {
         if (depth == 0) return Contents::TooDeep;
@@ -97,6 +100,7 @@ Contents inspect(const Value& value, std::size_t depth) {
     } else if (const Dictionary* dictionary = value.asDictionary()) {
         if (depth == 0) return Contents::TooDeep;
         for (const auto& [key, element] : *dictionary) {
+            if (!detail::isValidUTF8(key)) found = std::max(found, Contents::NotUTF8);
             found = std::max(found, inspect(element, depth - 1));
             if (found == Contents::TooDeep) break;
         }
@@ -175,9 +179,10 @@ EncodeResult encode(const Head& head, const Array& items) {
     EncodeResult result;
     auto& [text, attachments] = result.packet;
     if (write(text, head, items, 0)) return result;
-    // Only what JSON refuses is looked through for data.
+    // Only what JSON refuses is looked through, for data and for the reason.
     switch (inspect(items, kJSONMaxDepth)) {
         case Contents::TooDeep: result.fault = EncodeFault::TooDeep; return result;
+        case Contents::NotUTF8: result.fault = EncodeFault::NotUTF8; return result;
         case Contents::Plain: result.fault = EncodeFault::NotEncodable; return result;
         case Contents::WithData: break;
     }
@@ -254,7 +259,7 @@ PacketDecoder::Result PacketDecoder::attachment(Data bytes) {
 EncodeResult encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id, std::string_view name, const Array& items) {
     if (isReservedEventName(name)) return {{}, EncodeFault::ReservedName};
     const std::string quotedName = quoted(name);
-    if (quotedName.empty()) return {{}, EncodeFault::NotEncodable};
+    if (quotedName.empty()) return {{}, EncodeFault::NotUTF8};
     return encode({'2', '5', nsp, id, quotedName}, items);
 }
 

@@ -61,7 +61,7 @@ struct EncodedPacket {
     std::vector<Data> attachments;
 };
 
-enum class EncodeFault : std::uint8_t { None, NotEncodable, ReservedName, TooDeep, TooManyAttachments };
+enum class EncodeFault : std::uint8_t { None, NotEncodable, NotUTF8, ReservedName, TooDeep, TooManyAttachments };
 struct EncodeResult {
     EncodedPacket packet;
     EncodeFault fault = EncodeFault::None;

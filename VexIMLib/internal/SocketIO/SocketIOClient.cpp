@@ -35,6 +35,7 @@ public:
     void off(std::string_view event) override { core_->handlers().remove(event); }
     void off(HandlerId id) override { core_->handlers().remove(id); }
     void removeAllHandlers() override { core_->handlers().removeAll(); }
+    ErrorPtr tryEmit(std::string_view event, const Array& items) override { return core_->tryEmit(event, items); }
     bool emit(std::string_view event, const Array& items) override { return core_->emit(event, items); }
     void emitWithAck(std::string_view event, const Array& items, std::chrono::milliseconds timeout, AckCallback callback) override {
         core_->emitWithAck(event, items, timeout, std::move(callback));

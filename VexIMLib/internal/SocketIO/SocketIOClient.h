@@ -33,7 +33,7 @@ enum SocketIOErrorCode : std::int64_t {
     SocketIOErrorNotConnected = 1,  ///< nothing was sent: the namespace is not joined
     SocketIOErrorDisconnected = 2,  ///< the link went down before the answer came
     SocketIOErrorAckTimedOut = 3,   ///< the peer did not answer in time
-    SocketIOErrorTooLarge = 4,      ///< over a limit of size, depth, count or queue
+    SocketIOErrorTooLarge = 4,      ///< over a limit of size, depth or count; or of the queue, and then marked temporary
     SocketIOErrorNotEncodable = 5,  ///< the items hold what cannot be sent, or the event's name is reserved
 };
 
@@ -118,9 +118,11 @@ public:
     virtual void off(HandlerId id) = 0;
     virtual void removeAllHandlers() = 0;
 
-    /// Sends `event` with `items` (data values go as attachments, at most 10). Nothing is queued for a later connection:
-    /// while `status()` is not 3, or when the items cannot be sent or the queue is full, an "error" is heard and the
-    /// answer is false.
+    /// Sends `event` with `items` (data values go as attachments, at most 10). nullptr: the connection has taken it. Else the
+    /// answer is why not, with a code from above, and nothing else is heard of it: `status()` is not 3, the items cannot be
+    /// sent, the server or the queue takes nothing as long, or the queue is full. Nothing is queued for a later connection.
+    virtual ErrorPtr tryEmit(std::string_view event, const Array& items) = 0;
+    /// As `tryEmit`, for callers that do not ask why: the answer is whether it was taken, and an "error" tells the reason.
     virtual bool emit(std::string_view event, const Array& items) = 0;
     /// As `emit`, and asks for an answer. `callback` runs exactly once, on the main queue: with the answer, or with an
     /// error when `timeout` has passed, the link went down, or nothing was sent. A timeout of 0 waits as long as the link lasts.

@@ -102,7 +102,7 @@ void SocketIOCore::networkDidChange() {
     });
 }
 
-bool SocketIOCore::emit(std::string_view event, const Array& items) {
+ErrorPtr SocketIOCore::tryEmit(std::string_view event, const Array& items) {
     std::string nsp;
     Epoch epoch = 0;
     {
@@ -121,8 +121,15 @@ bool SocketIOCore::emit(std::string_view event, const Array& items) {
     }
     // Without the lock, or the network thread would wake up only to wait for it.
     if (wakesPump) postPump();
-    if (fault == EmitFault::None) return true;
-    reportEmitFault(encoded.fault, fault, event);
+    return fault == EmitFault::None ? nullptr : refusal(encoded.fault, fault, event);
+}
+
+bool SocketIOCore::emit(std::string_view event, const Array& items) {
+    const ErrorPtr refused = tryEmit(event, items);
+    if (!refused) return true;
+    const Section section(*this);
+    // The answer has told already. Who emits in a loop and does not listen is not to fill the memory.
+    if (inbox_.size() < kMostUnheard) pushEvent("error", {refused->localizedDescription()});
     return false;
 }
 
@@ -132,26 +139,14 @@ void SocketIOCore::emitWithAck(std::string_view event, const Array& items, std::
     // Encoded with the lock held: the id is part of the text, and ids go out in order.
     const std::uint64_t id = nextAckId_;
     const EncodeResult encoded = encodeEvent(joinedNsp_, id, event, items);
-    ErrorPtr error;
-    if (encoded.fault != EncodeFault::None) {
-        error = makeError(SocketIOErrorNotEncodable, "The event cannot be sent.");
-    } else {
-        switch (enqueue(encoded.packet)) {
-            case EmitFault::None: schedulePump(); break;
-            case EmitFault::NotConnected: error = makeError(SocketIOErrorNotConnected, "The socket is not connected."); break;
-            case EmitFault::NotEncodable:
-            case EmitFault::QueueFull:
-            case EmitFault::TooLarge:
-                error = makeError(SocketIOErrorTooLarge, "The message or the queue of messages is too long.");
-                break;
-        }
-    }
-    if (error) {
+    const EmitFault fault = encoded.fault == EncodeFault::None ? enqueue(encoded.packet) : EmitFault::NotEncodable;
+    if (fault != EmitFault::None) {
         Delivery refused;
         refused.callback = std::move(callback);
-        refused.error = std::move(error);
+        refused.error = refusal(encoded.fault, fault, event);
         return push(std::move(refused));
     }
+    schedulePump();
     ++nextAckId_;
     PendingAck pending{std::move(callback), std::nullopt};
     if (timeout.count() > 0) {
@@ -169,6 +164,7 @@ SocketIOCore::EmitFault SocketIOCore::enqueue(const EncodedPacket& packet) {
         if (attachment.size() > most) return EmitFault::TooLarge;
     }
     const std::size_t cost = Outbox::cost(packet);
+    if (cost > options_.maxQueuedBytes) return EmitFault::Oversize;
     const bool full = queuedBytes_ + cost > options_.maxQueuedBytes || queuedMessages_ >= options_.maxQueuedMessages;
     if (full) return EmitFault::QueueFull;
     queuedBytes_ += cost;
@@ -193,23 +189,27 @@ void SocketIOCore::sendAck(Epoch epoch, std::uint64_t id, const Array& items) {
     pushEvent("error", {"An acknowledgement could not be sent."});
 }
 
-void SocketIOCore::reportEmitFault(EncodeFault encodeFault, EmitFault fault, std::string_view event) {
-    std::string why;
+ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault, std::string_view event) const {
+    SocketIOErrorCode code = SocketIOErrorNotEncodable;
+    const char* why = "";
     switch (encodeFault) {
         case EncodeFault::None:
+            code = fault == EmitFault::NotConnected ? SocketIOErrorNotConnected : SocketIOErrorTooLarge;
             why = fault == EmitFault::NotConnected ? "the socket is not connected"
                   : fault == EmitFault::TooLarge   ? "it is longer than the server takes"
+                  : fault == EmitFault::Oversize   ? "it is longer than the queue takes"
                                                    : "the queue is full";
             break;
         case EncodeFault::NotEncodable: why = "its items are not JSON"; break;
+        case EncodeFault::NotUTF8: why = "a text in it is not valid UTF-8"; break;
         case EncodeFault::ReservedName: why = "its name is reserved"; break;
-        case EncodeFault::TooDeep: why = "its items are nested too deeply"; break;
-        case EncodeFault::TooManyAttachments: why = "it has too many attachments"; break;
+        case EncodeFault::TooDeep: code = SocketIOErrorTooLarge, why = "its items are nested too deeply"; break;
+        case EncodeFault::TooManyAttachments: code = SocketIOErrorTooLarge, why = "it has too many attachments"; break;
     }
-    const Section section(*this);
-    // The answer of `emit` has told already. Who emits in a loop and does not listen is not to fill the memory.
-    if (inbox_.size() >= kMostUnheard) return;
-    pushEvent("error", {"\"" + std::string(event) + "\" was not sent: " + why + "."});
+    Dictionary userInfo{{kLocalizedDescriptionKey, "\"" + std::string(event) + "\" was not sent: " + why + "."},
+                        {kLocalizedFailureReasonKey, why}};
+    if (encodeFault == EncodeFault::None && fault == EmitFault::QueueFull) userInfo.set("temporary", true);
+    return Error::make(kSocketIOErrorDomain, code, std::move(userInfo));
 }
 
 // To the main queue

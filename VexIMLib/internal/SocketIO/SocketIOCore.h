@@ -48,6 +48,7 @@ public:
     void networkDidChange();
     SocketIOStatus status() const noexcept { return status_.load(); }
     EventHandlers& handlers() noexcept { return handlers_; }
+    ErrorPtr tryEmit(std::string_view event, const Array& items);
     bool emit(std::string_view event, const Array& items);
     void emitWithAck(std::string_view event, const Array& items, std::chrono::milliseconds timeout,
                      SocketIOClient::AckCallback callback);
@@ -70,7 +71,7 @@ private:
         SocketIOClient::AckCallback callback;
         std::optional<Clock::TimePoint> deadline;
     };
-    enum class EmitFault : std::uint8_t { None, NotConnected, QueueFull, TooLarge, NotEncodable };
+    enum class EmitFault : std::uint8_t { None, NotConnected, QueueFull, Oversize, TooLarge, NotEncodable };
 
     /// The mutex, held for a scope in which something may be pushed. The main queue is told once it has been let go, since that
     /// may call a function of the host's.
@@ -95,7 +96,7 @@ private:
     void push(Delivery delivery) VEXIM_REQUIRES(mutex_);
     void pushEvent(std::string event, Array arguments) VEXIM_REQUIRES(mutex_);
     void failAcks(SocketIOErrorCode code) VEXIM_REQUIRES(mutex_);
-    void reportEmitFault(EncodeFault encodeFault, EmitFault fault, std::string_view event);
+    ErrorPtr refusal(EncodeFault encodeFault, EmitFault fault, std::string_view event) const;
     Outbox beginEpoch(SocketIOStatus status) VEXIM_REQUIRES(mutex_);
 
     void announce();
