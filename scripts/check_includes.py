@@ -23,6 +23,7 @@ ROOMS = [
     ("event loops", 2, r"VexIMLib/Loops/.*"),
     ("async styles", 2, r"VexIMLib/Async/.*"),
     ("platform", 2, r"VexIMLib/internal/Platform/.*"),
+    ("C interface", 6, r"VexIMLib/C/.*"),
     ("testing kit", 6, r"VexIMLib/Testing/.*"),
     ("programs", 7, r"(tools|examples|tests|benchmarks|fuzz)/.*"),
 ]
@@ -31,14 +32,14 @@ ROOMS = [
 # exported function.
 PUBLIC = re.compile(
     r"VexIMLib/[^/]+\.h|VexIMLib/(Foundation|Async|Loops)/.*\.h|VexIMLib/Testing/[^/]+\.h|VexIMLib/internal/VXIMRuntimeObject\.h"
-    r"|VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector\.h"
+    r"|VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector\.h|VexIMLib/C/vexim\.h"
 )
 # An adapter may see the loop that it is for.
 ADAPTER = re.compile(r"VexIMLib/Loops/.*")
 PROGRAM_HEADERS_ONLY = re.compile(r"(tools|examples)/.*")
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
-STANDARD = re.compile(r"[a-z0-9_]+")  # <vector>, <cstdint>: no folder, no suffix
+STANDARD = re.compile(r"[a-z0-9_]+|stdint\.h")  # <vector>, <cstdint>: no folder, no suffix; and what C has
 
 
 def room_of(path):

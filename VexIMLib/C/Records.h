@@ -1,0 +1,82 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/VXIMFriendInfo.h"
+#include "VexIMLib/VXIMGroup.h"
+#include "VexIMLib/VXIMMessage.h"
+#include "VexIMLib/VXIMPassenger.h"
+#include "VexIMLib/VXIMRoom.h"
+#include "VexIMLib/VXIMUser.h"
+
+// The library's objects as JSON, appended to a text. What is nil is left out. Main thread, but for plain values and errors.
+
+namespace vexim::c {
+
+/// Any value; what JSON has no form for, gets one: bytes {"base64": …}, objects theirs, infinity and NaN null.
+void write(std::string& out, const Value& value);
+void write(std::string& out, std::string_view text);
+void write(std::string& out, const Error& error);
+void write(std::string& out, VXIMMessage& message);
+void write(std::string& out, const VXIMMessageTarget& target);
+void write(std::string& out, const VXIMFriendInfo& info);
+void write(std::string& out, const VXIMUser& user);
+void write(std::string& out, VXIMGroup& group);
+void write(std::string& out, const VXIMRoom& room);
+void write(std::string& out, const VXIMPassenger& passenger);
+
+template <class T>
+void write(std::string& out, const std::shared_ptr<T>& object) {
+    if (object) {
+        write(out, *object);
+    } else {
+        out += "null";
+    }
+}
+
+template <class T>
+void write(std::string& out, const std::vector<T>& elements) {
+    char before = '[';
+    for (const auto& element : elements) {
+        out += before;
+        write(out, element);
+        before = ',';
+    }
+    out += elements.empty() ? "[]" : "]";
+}
+
+/// An object's entries, one after the other; closed when it goes.
+class ObjectWriter {
+public:
+    explicit ObjectWriter(std::string& out) : out_(out) {}
+    ObjectWriter(const ObjectWriter&) = delete;
+    ObjectWriter& operator=(const ObjectWriter&) = delete;
+    ~ObjectWriter() { out_ += before_ == '{' ? "{}" : "}"; }
+
+    /// `name` needs no escape.
+    template <class T>
+    ObjectWriter& add(std::string_view name, T&& value) {
+        if constexpr (std::is_same_v<std::remove_cvref_t<T>, Value>) {
+            if (value.isNil()) return *this;
+        }
+        key(name);
+        write(out_, std::forward<T>(value));
+        return *this;
+    }
+
+private:
+    void key(std::string_view name) { out_.append(1, std::exchange(before_, ',')).append("\"").append(name).append("\":"); }
+
+    std::string& out_;
+    char before_ = '{';
+};
+
+}  // namespace vexim::c

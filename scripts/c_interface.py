@@ -1,0 +1,165 @@
+#!/usr/bin/env python3
+"""What the C interface's one table, VexIMLib/C/Operations.cpp, is made into besides the dispatch.
+
+    scripts/c_interface.py --schema FILE    writes the JSON Schema of requests, answers and events
+    scripts/c_interface.py --write          renews the tables of docs/c-interface.md
+    scripts/c_interface.py --check          fails when the page differs from the table, or when a public C++ header has an operation
+                                            that the table lacks
+"""
+
+import json
+import pathlib
+import re
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+TABLE = ROOT / "VexIMLib/C/Operations.cpp"
+PAGE = ROOT / "docs/c-interface.md"
+
+STRING = r'"((?:[^"\\]|\\.)*)"'
+ROW = re.compile(r"^    \{" + ", ".join([STRING] * 4) + r", (?:Needs::(\w+), )?handlers::(\w+)\},$", re.MULTILINE)
+
+
+class Row:
+    def __init__(self, match):
+        self.name, parameters, self.result, self.doc = (text.replace('\\"', '"') for text in match.groups()[:4])
+        self.needs = match.group(5)
+        self.parameters = declared(parameters)
+
+
+def declared(text):
+    """[(name, type, whether it may be left out)] of a declaration such as "friendId: id, limit: int32?"."""
+    split = (one.split(":") for one in text.split(",") if one.strip())
+    return [(name.strip(), type_.strip().rstrip("?"), type_.strip().endswith("?")) for name, type_ in split]
+
+
+def constants(text):
+    """The declarations that are constants: the configuration, a message, a target."""
+    found = {}
+    for match in re.finditer(r"const std::string_view (k\w+) =((?:\s*\"[^\"]*\")+);", text):
+        found[match.group(1)] = declared("".join(re.findall(r'"([^"]*)"', match.group(2))))
+    return found
+
+
+def read_table():
+    text = TABLE.read_text()
+    first, second = text.split("constexpr ImmediateOperation kImmediateOperations[]")
+    rows = [Row(match) for match in ROW.finditer(first)], [Row(match) for match in ROW.finditer(second)]
+    written = len(re.findall(r"handlers::\w+\}", text))
+    if sum(map(len, rows)) != written:
+        sys.exit(f"{TABLE.name}: {written} rows, but only {sum(map(len, rows))} are written in the one shape")
+    return *rows, constants(text)
+
+
+def signature(row):
+    return ", ".join(f"`{name}`{'?' if optional else ''} {type_}" for name, type_, optional in row.parameters)
+
+
+def tables():
+    """The parts of the page between <!-- table NAME --> and <!-- end -->."""
+    requests, immediate, _ = read_table()
+    lines = lambda rows: ["| operation | arguments | result | |", "|---|---|---|---|"] + [
+        f"| `{row.name}` | {signature(row)} | {row.result} | {row.doc} |" for row in rows
+    ]
+    return {"requests": "\n".join(lines(requests)), "immediate": "\n".join(lines(immediate))}
+
+
+def renewed_page():
+    made = tables()
+    return re.sub(
+        r"(<!-- table (\w+) -->\n).*?(\n<!-- end -->)",
+        lambda match: match.group(1) + made[match.group(2)] + match.group(3),
+        PAGE.read_text(),
+        flags=re.DOTALL,
+    )
+
+
+TYPES = {
+    "any": {},
+    "id": {"anyOf": [{"type": "string", "minLength": 1}, {"type": "integer"}]},
+    "ids": {"type": "array", "items": {"$ref": "#/$defs/id"}},
+    "string": {"type": "string"},
+    "strings": {"type": "array", "items": {"type": "string"}},
+    "boolean": {"type": "boolean"},
+    "number": {"type": "number"},
+    "integer": {"type": "integer"},
+    "int32": {"type": "integer", "minimum": -(2**31), "maximum": 2**31 - 1},
+    "object": {"type": "object"},
+}
+
+
+def type_schema(name, optional):
+    plain = {"$ref": f"#/$defs/{name}"}
+    return {"anyOf": [plain, {"type": "null"}]} if optional else plain
+
+
+def object_schema(parameters, **more):
+    return {
+        "type": "object",
+        "properties": {**more, **{name: type_schema(type_, optional) for name, type_, optional in parameters}},
+        "required": [name for name in more if name == "@op"] + [name for name, _, optional in parameters if not optional],
+        "additionalProperties": False,
+    }
+
+
+def request_schema(row, timeout):
+    more = {"@op": {"const": row.name}, "@extra": {}}
+    if timeout:
+        more["@timeout"] = {"type": ["number", "null"], "minimum": 0}
+    return {"description": row.doc, "x-result": row.result, **object_schema(row.parameters, **more)}
+
+
+def schema():
+    requests, immediate, constant = read_table()
+    error = {
+        "type": "object",
+        "properties": {"domain": {"type": "string"}, "code": {"type": "integer"}, "description": {"type": "string"}, "userInfo": {}},
+        "required": ["domain", "code", "description"],
+    }
+    tagged = lambda type_, **names: {
+        "type": "object",
+        "properties": {"@type": {"const": type_}, "@extra": {}, **names},
+        "required": ["@type", *names],
+    }
+    return {
+        "$schema": "https://json-schema.org/draft/2020-12/schema",
+        "title": "The texts of <VexIMLib/C/vexim.h>",
+        "$defs": {
+            **TYPES,
+            "target": object_schema(constant["kTarget"]),
+            "message": object_schema(constant["kMessage"]),
+            "error": error,
+            "configuration": object_schema(constant["kConfiguration"] + constant["kConnectionOptions"]),
+            "request": {"oneOf": [{"$ref": f"#/$defs/requests/{row.name}"} for row in requests]},
+            "requests": {row.name: request_schema(row, True) for row in requests},
+            "execution": {"oneOf": [{"$ref": f"#/$defs/executions/{row.name}"} for row in immediate]},
+            "executions": {row.name: request_schema(row, False) for row in immediate},
+            "answer": tagged("answer", result={}),
+            "failure": tagged("error", error={"$ref": "#/$defs/error"}),
+            "event": tagged("event", name={"type": "string"}),
+        },
+    }
+
+
+def findings():
+    if renewed_page() != PAGE.read_text():
+        yield f"{PAGE.relative_to(ROOT)} differs from the table (scripts/c_interface.py --write mends it)"
+
+
+def main(arguments):
+    if arguments[:1] == ["--schema"] and len(arguments) == 2:
+        pathlib.Path(arguments[1]).write_text(json.dumps(schema(), indent=1) + "\n")
+    elif arguments == ["--write"]:
+        PAGE.write_text(renewed_page())
+    elif arguments == ["--check"]:
+        found = list(findings())
+        print("\n".join(found))
+        return 1 if found else 0
+    else:
+        print(__doc__)
+        return 2
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))
