@@ -7,6 +7,7 @@
 #include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/NotificationCenter.h"
+#include "VexIMLib/Foundation/UntoldError.h"
 #include "VexIMLib/VXIMClient.h"
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/VXIMFriendInfo.h"
@@ -123,7 +124,7 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
     // Asked for even so: a message without a receiver reports a closed connection.
     if (!socket || socket->status() != vexim::SocketIOStatusConnected) error = vexim::errors::disconnected();
     if (error) {
-        message->setStatus(VXIMMessageStatusFailed);
+        message->failWith(error);
         MainQueue::shared().async([completion = std::move(completion), error] {
             if (completion) completion(false, error);
         });
@@ -134,14 +135,18 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
     auto finish = [self = self(), message, completion = std::move(completion), transfer](std::optional<Dictionary> payload,
                                                                                          const ErrorPtr& uploadError) {
         const ErrorPtr refusal = payload ? self->say(*std::move(payload)) : uploadError;
-        const bool taken = payload && !refusal;
-        message->setStatus(taken ? VXIMMessageStatusSent : VXIMMessageStatusFailed);
-        // For this side only: the payload went out with the time of the send's beginning.
-        if (taken) message->setSendTimestamp(currentTime());
+        if (payload && !refusal) {
+            message->setStatus(VXIMMessageStatusSent);
+            // For this side only: the payload went out with the time of the send's beginning.
+            message->setSendTimestamp(currentTime());
+        } else {
+            message->failWith(refusal);
+        }
         if (!completion) return;
-        // Of a failed upload only the message's status tells; but who cancelled it is told.
+        // A failed upload's error is not passed on, the message keeps it; but who cancelled it is told.
         const bool uploadFailed = !payload && !(refusal && refusal->is(VXIMErrorDomain, vexim::errors::kCannotSend));
         const bool isTold = refusal && (!uploadFailed || (transfer && transfer->isCancelled()));
+        const vexim::UntoldError untold(isTold ? nullptr : refusal);  // for the async styles
         completion(!isTold, isTold ? refusal : nullptr);
     };
     uploadMessageAttachment(message, std::move(progress), std::move(finish), std::move(transfer));
@@ -188,8 +193,12 @@ void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VX
         return;  // without a word to the completion
     }
     auto finish = [self = self(), message, completion = std::move(completion)](const Value&, const ErrorPtr& error) {
-        message->setStatus(error ? VXIMMessageStatusFailed : VXIMMessageStatusSent);
-        if (!error) message->setSendTimestamp(currentTime());
+        if (error) {
+            message->failWith(error);
+        } else {
+            message->setStatus(VXIMMessageStatusSent);
+            message->setSendTimestamp(currentTime());
+        }
         if (completion) completion(error == nullptr, error);
     };
     auto post = [path = *path, finish = std::move(finish)](std::optional<Dictionary> payload, const ErrorPtr& uploadError) {

@@ -137,8 +137,8 @@ public:
     // What the connection does not take gives (false, `VXIMErrorDomain` code 1), a sentence that names the reason, and the
     // status Failed: there is no receiver or no connection, a text is not valid UTF-8, the message is longer than the server
     // takes, or too much is still waiting to be sent (then `vexim::isTemporary`). A failed upload of the attachment gives
-    // (true, nullptr), while the message's status says failed. A receiver of nil, or a sender or receiver without its id,
-    // raises NSInvalidArgumentException at once.
+    // (true, nullptr), while the message's status says failed and its `error` why; the async styles fail with that error. A
+    // receiver of nil, or a sender or receiver without its id, raises NSInvalidArgumentException at once.
 
     void sendMessageToFriend(std::shared_ptr<VXIMMessage> message, vexim::Value friendId, VXIMBooleanCompletion completion);
     void sendMessageToGroup(std::shared_ptr<VXIMMessage> message, vexim::Value groupId, VXIMBooleanCompletion completion);

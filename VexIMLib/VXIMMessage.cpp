@@ -122,6 +122,16 @@ void VXIMMessage::configReceiver() {
     if (receiver_->type() == VXIMMessageTargetTypeRoom) receiver_->setRoomId(idIn(to.get(kId)));
 }
 
+void VXIMMessage::setStatus(VXIMMessageStatus status) noexcept {
+    status_ = status;
+    if (status != VXIMMessageStatusFailed) error_ = nullptr;
+}
+
+void VXIMMessage::failWith(vexim::ErrorPtr error) noexcept {
+    status_ = VXIMMessageStatusFailed;
+    error_ = std::move(error);
+}
+
 const std::shared_ptr<VXIMMessageTarget>& VXIMMessage::sender() const {
     if (!sender_) sender_ = VXIMMessageTarget::init();
     return sender_;

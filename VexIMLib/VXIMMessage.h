@@ -54,7 +54,8 @@ using VXIMMessagesCompletion =
 ///      "to": {"id": "g1", "type": 1}}
 ///
 /// Further keys are kept. Sender and receiver are parsed out of the payload when a message is made from one, and written
-/// back by `dictionaryRepresentation`. Use a message from one thread at a time.
+/// back by `dictionaryRepresentation`. Use a message from one thread at a time. Sending it again before the first send has ended
+/// is allowed, but the two share one status, error, send time and attachment URL, so these tell of the send that ended last.
 class VEXIM_EXPORT VXIMMessage final : public vexim::Object {
 public:
     using Object::Object;
@@ -79,7 +80,10 @@ public:
 
     /// How far its last send has come; a copy begins anew.
     VXIMMessageStatus status() const noexcept { return status_; }
-    void setStatus(VXIMMessageStatus status) noexcept { status_ = status; }
+    /// Any status but `VXIMMessageStatusFailed` forgets the error.
+    void setStatus(VXIMMessageStatus status) noexcept;
+    /// Why the last send failed, also where its completion is not told (an attachment's upload); nullptr unless it did.
+    const vexim::ErrorPtr& error() const noexcept { return error_; }
 
     /// Never nullptr. Set the target's ids and type to address a message.
     const std::shared_ptr<VXIMMessageTarget>& sender() const;
@@ -109,7 +113,8 @@ public:
     /// Truncates to whole milliseconds.
     void setSendTimestamp(double seconds);
 
-    /// The local file that is uploaded before a message of another media type than text is sent.
+    /// The local file that is uploaded before a message of another media type than text is sent. When it cannot be read by then,
+    /// an empty form goes up in its place, and the service's refusal fails the send.
     const std::optional<std::string>& attachmentPath() const noexcept { return attachmentPath_; }
     void setAttachmentPath(std::optional<std::string> path) { attachmentPath_ = std::move(path); }
 
@@ -149,6 +154,8 @@ public:
 
 private:
     friend class VXIMClient;
+    /// The end of a send that came to nothing.
+    void failWith(vexim::ErrorPtr error) noexcept;
     /// Raises where `dictionaryRepresentation` would.
     void requireIds() const;
     /// Uploads the file at `attachmentPath` and takes its URL over; succeeds at once when there is none.
@@ -161,6 +168,7 @@ private:
     void configReceiver();
 
     VXIMMessageStatus status_ = VXIMMessageStatusNone;
+    vexim::ErrorPtr error_;
     // Made when first read.
     mutable std::shared_ptr<VXIMMessageTarget> sender_;
     mutable std::shared_ptr<VXIMMessageTarget> receiver_;

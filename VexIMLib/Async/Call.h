@@ -13,6 +13,7 @@
 #include "VexIMLib/Async/PendingCall.h"
 #include "VexIMLib/Async/Result.h"
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/UntoldError.h"
 #include "VexIMLib/VXIMTransfer.h"
 
 namespace vexim {
@@ -53,6 +54,7 @@ public:
     bool start(const std::shared_ptr<detail::PendingCall<T>>& pending) && {
         const auto transfer = std::move(transfer_);
         if (!pending->begin(transfer, std::move(stop_))) return pending->started();
+        const UntoldError none(nullptr);  // it may answer in place, from inside another one's completion
         // Released as soon as it has run: what it holds must not keep the receiver alive while the answer is awaited.
         std::exchange(start_, nullptr)(pending->completion(), transfer);
         if (limit_) pending->expireAfter(*limit_);

@@ -11,6 +11,7 @@
 #include "VexIMLib/Async/Result.h"
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Foundation/UntoldError.h"
 #include "VexIMLib/VXIMTransfer.h"
 
 namespace vexim::detail {
@@ -46,6 +47,7 @@ public:
     /// The callback to hand to the operation. When its last copy goes unanswered, the call was abandoned.
     std::function<void(T, ErrorPtr)> completion() {
         return [answer = std::make_shared<Answer>(this->shared_from_this())](T value, ErrorPtr error) {
+            if (!error && (error = UntoldError::current())) value = T{};  // a success that is none
             answer->give({std::move(value), std::move(error)});
         };
     }

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/Foundation/UntoldError.h"
 
 namespace vexim {
 
@@ -245,6 +246,7 @@ void MainQueue::quit() {
 bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::nanoseconds timeout) {
     using SteadyClock = std::chrono::steady_clock;
     impl_->becomeMainThread();
+    const UntoldError none(nullptr);  // what a callback turns here is not its own completion
     const auto began = SteadyClock::now();
     const auto end = timeout > SteadyClock::time_point::max() - began ? SteadyClock::time_point::max() : began + timeout;
 
@@ -294,6 +296,7 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
 
 std::size_t MainQueue::drain() {
     impl_->becomeMainThread();
+    const UntoldError none(nullptr);
     std::uint64_t end = 0;
     {
         const auto now = Clock::shared()->now();

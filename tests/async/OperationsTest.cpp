@@ -131,6 +131,32 @@ TEST_F(OperationsTest, ALoginIsAwaited) {
     EXPECT_THROW((void)vexim::call(&VXIMUser::fetchWithCompletion, nobody), Exception);
 }
 
+TEST_F(OperationsTest, AFailedUploadFailsTheCallThoughTheCompletionHearsOfASuccess) {
+    login();
+    service.answerWith(400, R"({"errorCode":7,"errorMessage":"no"})");
+    const auto image = VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255}));
+    EXPECT_EQ(both([&] { return vexim::call(&VXIMClient::sendMessageToFriend, client, image, "u2"); }), "VXErrorDomain 7");
+    EXPECT_EQ(both([&] {
+                  return vexim::call([&](VXIMBooleanCompletion done) {
+                      client->sendMessageToFriend(image, "u2", [done](bool sent, const ErrorPtr& error) { done(sent, error); });
+                  });
+              }),
+              "VXErrorDomain 7")
+        << "also through a callback in between";
+
+    // What else is called while such a completion runs succeeds as it did: in place, or by a turn of the queue inside it.
+    const auto inPlace = [](const std::function<void(bool, ErrorPtr)>& done) { done(true, nullptr); };
+    const auto queued = [](std::function<void(bool, ErrorPtr)> done) {
+        MainQueue::shared().async([done = std::move(done)] { done(true, nullptr); });
+    };
+    std::string inside;
+    client->sendMessageToFriend(image, "u2", [&](bool, const ErrorPtr&) {
+        inside = both([&] { return vexim::call(inPlace); }) + ", " + both([&] { return vexim::call(queued); });
+    });
+    ASSERT_TRUE(eventually([&] { return !inside.empty(); }));
+    EXPECT_EQ(inside, "yes, yes");
+}
+
 TEST_F(OperationsTest, ATransferIsEndedByTimeCancellationAndDestruction) {
     // Answers the head and a part of the body, then waits for the other side to go.
     std::atomic<int> begun{0}, left{0};

@@ -171,6 +171,9 @@ TEST_F(Messages, WithAnAttachmentUploadItFirst) {
                                 once([&](bool succeeded, const vexim::ErrorPtr& error) { done = succeeded && !error; }));
     ASSERT_TRUE(eventually([&] { return done; })) << "a failed upload counts as a success, but";
     EXPECT_EQ(failing->status(), VXIMMessageStatusFailed);
+    EXPECT_TRUE(failing->error() && failing->error()->code() == 7) << "the message knows why";
+    failing->setStatus(VXIMMessageStatusSending);
+    EXPECT_FALSE(failing->error());
 }
 
 TEST_F(Messages, ForwardAReceivedAttachmentWithoutAnUpload) {
