@@ -1,14 +1,17 @@
-// /_control: what tests need and no application may have. Unsigned, and answered to this machine only.
+// /_control: what tests need and no application may have. Unsigned, and answered to this machine only; what a proxy passes on comes
+// from elsewhere, and what a browser sends may come from any page.
 
 import express from 'express';
+import { isForwarded, isLoopback } from './address.js';
 import { must } from './errors.js';
-import { seed } from './seed.js';
+import { bears } from './secrets.js';
 import { object, text } from './values.js';
 
-export function control({ store, live, log, app, attachments, faults }) {
+/** With a `secret`, requests must bear it. */
+export function control({ store, live, log, app, seed, attachments, faults }, { secret }) {
   const router = express.Router();
   router.use((request, response, next) => {
-    must(isLoopback(request.socket.remoteAddress), 'unknownPath');
+    must(mayControl(request, secret), 'unknownPath');
     next();
   });
   router.use(express.json({ limit: '64mb' }));
@@ -45,4 +48,9 @@ export function control({ store, live, log, app, attachments, faults }) {
   return router;
 }
 
-const isLoopback = (address) => address === '::1' || /^(::ffff:)?127\./.test(address);
+function mayControl(request, secret) {
+  if (!isLoopback(request.socket.remoteAddress) || isForwarded(request)) return false;
+  if (secret !== undefined) return bears(request, secret);
+  const { origin, host = '', 'sec-fetch-site': site } = request.headers;
+  return origin === undefined && site === undefined && isLoopback(host.replace(/:[0-9]+$/, '').replace(/^\[(.*)\]$/, '$1'));
+}

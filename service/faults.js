@@ -68,7 +68,8 @@ export class Faults {
   }
 }
 
-function wrap(httpServer, event, before) {
+/** Puts `before(request, channel, proceed)` before all that listen to `event` by now. */
+export function wrap(httpServer, event, before) {
   const listeners = httpServer.listeners(event);
   httpServer.removeAllListeners(event);
   httpServer.on(event, (request, channel, ...rest) => {

@@ -5,7 +5,6 @@
 import { createRequire } from 'node:module';
 import { ServiceError } from './errors.js';
 import { excerpt } from './log.js';
-import { identify } from './login.js';
 import { address } from './messages.js';
 
 const require = createRequire(import.meta.url);
@@ -16,14 +15,19 @@ export class Live {
   #connections = new Map(); // id of a user or passenger → its open sockets
   #turns = new Set(); // what connections have begun to do
   #store;
-  #app;
+  #identify;
+  #report;
   #log;
   #io;
 
-  /** `line` is 2, 3 or 4; `engine` goes to the Socket.IO server as it is ("pingInterval", "transports" …). */
-  constructor({ httpServer, store, app, log, line, namespace, engine }) {
+  /**
+   * `line` is 2, 3 or 4; `engine` goes to the Socket.IO server as it is ("pingInterval", "transports" …). `identify` is login.js's;
+   * `report` hears of each `login(request, {id, error})`, `message(result)` and `failure(error)`, and knows `addressOf(request)`.
+   */
+  constructor({ httpServer, store, identify, report, log, line, namespace, engine }) {
     this.#store = store;
-    this.#app = app;
+    this.#identify = identify;
+    this.#report = report;
     this.#log = log;
     this.#io = require(lines[line])(httpServer, { serveClient: false, ...engine });
     this.#io.engine.on('connection', (connection) => this.#watch(connection));
@@ -74,8 +78,15 @@ export class Live {
     await Promise.all(this.#turns);
   }
 
-  close() {
+  /** How many connections there are, logged in or not. */
+  get connections() {
+    return this.#links.size;
+  }
+
+  /** Closes the connections, as going away does: clients come again. Resolves when all that they brought is done. */
+  async close() {
     this.#io.close();
+    await Promise.all(this.#turns);
   }
 
   #onLinks(id, act) {
@@ -92,7 +103,7 @@ export class Live {
     const inTurn = (act) => {
       const turn = last.then(act).catch((error) => {
         hasFailed = true;
-        console.error(error);
+        this.#report.failure(error);
         cut(socket.conn); // so that the client learns that something is lost
       });
       last = turn;
@@ -114,7 +125,8 @@ export class Live {
       this.#log.add('login', { auth, ...result });
     };
     try {
-      const id = await identify(this.#store, this.#app, auth);
+      const id = await this.#identify(auth, this.#report.addressOf(socket.request));
+      this.#report.login(socket.request, { id });
       const sockets = this.#connections.get(id) ?? new Set();
       this.#connections.set(id, sockets.add(socket));
       answer({ success: true, id });
@@ -122,6 +134,7 @@ export class Live {
       return id;
     } catch (error) {
       if (!(error instanceof ServiceError)) throw error;
+      this.#report.login(socket.request, { error });
       return answer({ success: false, error: error.toJSON() });
     }
   }
@@ -149,8 +162,10 @@ export class Live {
       const others = readers.filter((reader) => reader !== id);
       await this.send(others, 'message', message);
       await this.send([id], 'yourself', message);
+      this.#report.message('delivered');
     } catch (error) {
       if (!(error instanceof ServiceError)) throw error;
+      this.#report.message('refused');
       entry.refused = error.toJSON();
     }
   }

@@ -5,14 +5,24 @@ import { must } from './errors.js';
 import { checkSignature } from './signature.js';
 import { isObject } from './values.js';
 
-/** The id of the user (or passenger) whose credentials `parameter` holds. The signature's age is not looked at: a reconnect reuses it. */
-export async function identify(store, app, parameter) {
-  const auth = parse(parameter);
-  checkSignature(app, auth.app, auth.sign);
-  const id = await find(store, auth);
-  if (typeof auth.install === 'string' && !(await store.isPassenger(id))) await store.addInstall(id, auth.install);
-  return id;
-}
+/**
+ * A function (parameter, address) that resolves to the id of the user (or passenger) whose credentials the connect parameter holds.
+ * The signature's age is not looked at: a reconnect reuses it. `idLogin` says whose id alone is enough: "any", "passengers", "off".
+ */
+export const identifier =
+  ({ store, app, idLogin, throttle }) =>
+  (parameter, address) => {
+    const auth = parse(parameter);
+    return throttle.attempt(address, account(auth), async () => {
+      checkSignature(app, auth.app, auth.sign);
+      const id = await find(store, auth, idLogin);
+      if (typeof auth.install === 'string' && !(await store.isPassenger(id))) await store.addInstall(id, auth.install);
+      return id;
+    });
+  };
+
+/** What stands for the account whose password is tried. */
+const account = ({ username, phone }) => [username, phone].find((name) => typeof name === 'string' && name !== '');
 
 function parse(parameter) {
   let auth;
@@ -26,8 +36,12 @@ function parse(parameter) {
 }
 
 /** The id of whom the credentials belong to. */
-async function find(store, auth) {
-  if ('client' in auth) return (await store.isPassenger(auth.client)) ? auth.client : (await store.user(auth.client)).id;
+async function find(store, auth, idLogin) {
+  if ('client' in auth) {
+    const isPassenger = idLogin !== 'off' && (await store.isPassenger(auth.client));
+    must(isPassenger || idLogin === 'any', 'wrongCredentials', 'An id alone does not log in here.');
+    return isPassenger ? auth.client : (await store.user(auth.client)).id;
+  }
   const id = await store.userWith(auth);
   must(id !== undefined, 'wrongCredentials');
   return id;

@@ -1,6 +1,7 @@
-// Puts the parts together: one HTTP server that carries REST, the live part and the control endpoint.
+// Puts the parts together: one HTTP server that carries REST, the live part, the control endpoint and what watches over it.
 
 import { once } from 'node:events';
+import { readFileSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { createServer as createTlsServer } from 'node:https';
 import express from 'express';
@@ -8,60 +9,110 @@ import { Attachments } from './attachments.js';
 import { control } from './control.js';
 import { ServiceError } from './errors.js';
 import { Faults } from './faults.js';
+import { Gate } from './gate.js';
 import { Live } from './live.js';
-import { Log } from './log.js';
+import { Log, noteRequest } from './log.js';
+import { identifier } from './login.js';
+import { Metrics, makeLogger, monitoring, routeOf } from './monitoring.js';
 import { answerError, rest } from './rest/index.js';
-import { seed } from './seed.js';
 import { Store } from './store.js';
+import { LoginThrottle } from './throttle.js';
 import { views } from './views.js';
 
-/** Starts a service; resolves to its URL and a function that ends it. `tls` is {cert, key} in PEM, or nothing. */
-export async function startService({ host, port, tls, app, line, namespace, engine, attachmentLimit, maxSignatureAge, bodyLimit }) {
-  const httpServer = tls ? createTlsServer(tls) : createServer();
-  httpServer.requestTimeout = 0; // a slow upload is no attack here
-  const log = new Log();
+const nobody = { users: [], groups: [], rooms: [] };
+
+/**
+ * Starts a service with what options.js makes of the command line. Resolves to its URL, `close()`, which lets finish what runs, and
+ * `reload()`, which reads the TLS files again.
+ */
+export async function startService(options) {
+  const { host, tls, app, seed = nobody } = options;
+  const logger = makeLogger(options.logLevel);
+  const certificate = () => ({ cert: readFileSync(tls.cert), key: readFileSync(tls.key) });
+  const httpServer = tls ? createTlsServer(certificate()) : createServer();
+  httpServer.requestTimeout = 0; // the gate knows an upload, which may take its time, from a request that trickles
+  const log = new Log(options.control);
   const faults = new Faults();
   const store = new Store();
   await store.reset(seed);
-  const attachments = new Attachments(attachmentLimit);
+  const attachments = new Attachments(options.attachmentLimit);
+  const metrics = new Metrics({ connections: () => live.connections });
+  const gate = new Gate({
+    ...options.gate,
+    refuse: (limit) => metrics.refused.inc({ limit }),
+    observe: ({ request, response, address, seconds }) => {
+      const labels = { method: request.method, route: routeOf(request), status: response.statusCode };
+      metrics.requests.observe(labels, seconds);
+      logger.debug({ ...labels, seconds, address }, 'request');
+    },
+  });
 
-  const site = express().disable('x-powered-by').disable('etag');
+  const site = express().disable('x-powered-by').disable('etag').set('trust proxy', gate.isTrusted);
   httpServer.on('request', site);
-  const live = new Live({ httpServer, store, app, log, line, namespace, engine }); // takes its path before `site` sees it
-  faults.guard(httpServer, (request, response) => noteRequest(log, request, response));
+  const live = new Live({
+    ...options,
+    httpServer,
+    store,
+    log,
+    identify: identifier({ store, app, idLogin: options.idLogin, throttle: new LoginThrottle(options.loginFailures) }),
+    report: reporter({ logger, metrics, gate }),
+  }); // takes its path before `site` sees it
+  if (options.control.isOn) faults.guard(httpServer, (request, response) => noteRequest(log, request, response));
+  gate.guard(httpServer);
 
-  const service = { app, log, faults, store, live, attachments, views: views({ store, live }) };
-  site.use('/_control', control(service));
-  site.use(rest(service, { app, maxSignatureAge, bodyLimit }));
+  const service = { app, seed, log, faults, store, live, attachments, views: views({ store, live }) };
+  site.use(monitoring({ gate, metrics, metricsSecret: options.metricsSecret, ping: async () => store.ping?.() }));
+  if (options.control.isOn) site.use('/_control', control(service, options.control));
+  site.use(rest(service, options));
   site.use(() => {
     throw new ServiceError('unknownPath');
   });
-  site.use(answerError);
+  site.use(answerError(logger));
 
-  const close = () => {
-    live.close();
+  const close = async () => {
+    logger.info('ending');
+    const drained = gate.drain(options.drainSeconds);
     httpServer.close();
+    await live.close(); // clients connect again, elsewhere or when we are back
+    httpServer.closeIdleConnections();
+    if (!(await drained)) logger.warn('requests were still running');
     httpServer.closeAllConnections();
     attachments.close();
+    metrics.stop();
+    logger.info('ended');
   };
-  httpServer.listen(port, host);
-  await once(httpServer, 'listening').catch((error) => {
-    close();
+  const reload = () => {
+    if (!tls) return;
+    try {
+      httpServer.setSecureContext(certificate());
+      logger.info('the TLS files were read again');
+    } catch (error) {
+      logger.error({ error: error.message }, 'the TLS files cannot be used; the old ones stay');
+    }
+  };
+  httpServer.listen(options.port, host);
+  await once(httpServer, 'listening').catch(async (error) => {
+    await close();
     throw error;
   });
   const name = host.includes(':') ? `[${host}]` : host;
-  return {
-    url: `${tls ? 'https' : 'http'}://${name}:${httpServer.address().port}`,
-    close,
-  };
+  const url = `${tls ? 'https' : 'http'}://${name}:${httpServer.address().port}`;
+  logger.info({ url }, 'listening');
+  return { url, close, reload };
 }
 
-function noteRequest(log, request, response) {
-  const { method, url, headers } = request;
-  const kind = url.startsWith('/socket.io/') ? 'poll' : 'request';
-  request.logEntry = log.add(kind, { method, url, headers });
-  response.on('finish', () => {
-    const answered = { type: response.getHeader('content-type'), length: Number(response.getHeader('content-length')) };
-    Object.assign(request.logEntry, { status: response.statusCode, ...answered });
-  });
+/** What the live part tells: in numbers, and in the log, which names no message and no credential. */
+function reporter({ logger, metrics, gate }) {
+  return {
+    addressOf: gate.address,
+    login(request, { id, error }) {
+      metrics.logins.inc({ result: error ? error.name : 'ok' });
+      if (error?.name === 'tooMany') metrics.refused.inc({ limit: 'logins' });
+      const address = gate.address(request);
+      if (error) logger.warn({ address, reason: error.name }, 'login refused');
+      else logger.info({ address, user: id }, 'login');
+    },
+    message: (result) => metrics.messages.inc({ result }),
+    failure: (error) => logger.error({ error: error.stack }, 'failure'),
+  };
 }

@@ -4,10 +4,11 @@ import express from 'express';
 import { must } from '../errors.js';
 
 /** POST /attachment answers [URL], and for a picture [URL, URL of its thumbnail]. */
-export function uploads({ attachments }) {
+export function uploads({ attachments }, { publicUrl }) {
   return express.Router().post('/attachment', async (request, response) => {
     const names = await attachments.receive(request);
-    response.json(names.map((name) => `${request.protocol}://${request.get('host')}/files/${name}`));
+    const origin = publicUrl ?? `${request.protocol}://${request.get('host')}`;
+    response.json(names.map((name) => `${origin}/files/${name}`));
   });
 }
 
@@ -16,7 +17,9 @@ export function files({ attachments }) {
   return express.Router().get('/files/:name', async (request, response) => {
     const file = await attachments.find(request.params.name);
     must(file, 'unknownFile');
-    const headers = { 'Content-Type': file.type, 'X-Content-Type-Options': 'nosniff' };
+    // A page that somebody uploads is not to act in this origin's name.
+    const guards = { 'X-Content-Type-Options': 'nosniff', 'Content-Security-Policy': "sandbox; default-src 'none'" };
+    const headers = { 'Content-Type': file.type, ...guards };
     response.sendFile(file.name, { root: attachments.directory, headers });
   });
 }

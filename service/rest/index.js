@@ -16,12 +16,12 @@ import { users } from './users.js';
 export const resources = [users, friends, groups, rooms, passengers, system];
 
 /** The Express router of all REST paths. `service` is what the resources share: store, live, views, attachments. */
-export function rest(service, { app, maxSignatureAge, bodyLimit }) {
+export function rest(service, { app, maxSignatureAge, bodyLimit, publicUrl }) {
   const router = express.Router({ caseSensitive: true });
   router.use(noteAnswer);
   router.use(files(service));
   router.use(requireSignature(app, maxSignatureAge));
-  router.use(uploads(service));
+  router.use(uploads(service, { publicUrl }));
   router.use(express.json({ limit: bodyLimit, verify: (request, response, bytes) => noteBody(request, bytes) }));
   for (const resource of resources) {
     for (const [path, methods] of Object.entries(resource(service))) addRoute(router, path, methods);
@@ -58,12 +58,12 @@ function noteAnswer(request, response, next) {
 
 /** Express error middleware: every failure leaves as {"errorCode", "errorMessage"}. */
 // eslint-disable-next-line no-unused-vars -- Express tells error middleware by its four parameters
-export function answerError(error, request, response, next) {
+export const answerError = (logger) => (error, request, response, next) => {
   if (response.headersSent) return request.socket.destroy();
   const known = error instanceof ServiceError ? error : translate(error);
-  if (known.status >= 500) console.error(error);
+  if (known.status >= 500) logger.error({ error: error.stack, route: request.route?.path }, 'failure');
   response.status(known.status).json(known);
-}
+};
 
 /** What Express and its body parser throw. */
 function translate(error) {

@@ -20,7 +20,10 @@ const [program, ...given] = process.env.VEXIM_SERVICE_PROGRAM?.split(' ') ?? [pr
 
 /** A running service; it ends with this process at the latest. */
 export async function start(...flags) {
-  const child = spawn(program, [...given, ...flags], { stdio: ['pipe', 'pipe', 'inherit'] });
+  const child = spawn(program, [...given, ...flags], { stdio: 'pipe' });
+  const journal = [];
+  createInterface(child.stderr).on('line', (line) => (line.startsWith('{') ? journal.push(JSON.parse(line)) : console.error(line)));
+  const secret = flags.includes('--control-secret') ? { Authorization: `Bearer ${flags[flags.indexOf('--control-secret') + 1]}` } : {};
   const [line] = await once(createInterface(child.stdout), 'line');
   const url = line.replace('listening on ', '');
   const send = async (method, path, body, headers = {}) => {
@@ -34,9 +37,11 @@ export async function start(...flags) {
   return {
     child,
     url,
+    journal, // what it has logged
+    send,
     /** A signed REST request; resolves to { status, body, headers }. */
     call: (method, path, body, headers) => send(method, path, body, { 'X-VX-AppId': app, 'X-VX-Request-Sign': sign(key), ...headers }),
-    control: async (method, path, body) => (await send(method, `/_control${path}`, body)).body,
+    control: async (method, path, body) => (await send(method, `/_control${path}`, body, secret)).body,
     async stop(signal = 'SIGTERM') {
       if (child.exitCode !== null) return child.exitCode;
       child.kill(signal);
