@@ -8,7 +8,7 @@ import { bears } from './secrets.js';
 import { object, text } from './values.js';
 
 /** With a `secret`, requests must bear it. */
-export function control({ store, live, log, app, seed, attachments, faults }, { secret }) {
+export function control({ store, live, log, app, seed, attachments, faults, keyOf }, { secret }) {
   const router = express.Router();
   router.use((request, response, next) => {
     must(mayControl(request, secret), 'unknownPath');
@@ -28,6 +28,8 @@ export function control({ store, live, log, app, seed, attachments, faults }, { 
     log.clear();
   });
   add('post', '/users', async ({ body }) => ({ id: (await store.addUser(object(body))).id }));
+
+  add('get', '/users/:id/key', ({ params }) => keyOf(params.id));
 
   add('get', '/log', ({ query }) => log.entries(query.kind));
   add('delete', '/log', () => log.clear());

@@ -2,7 +2,6 @@
 //   {"client": id, "install": id}   {"username", "password"}   {"phone", "password": the SMS code}   {"oauth": {…}}
 
 import { must } from './errors.js';
-import { checkSignature } from './signature.js';
 import { isObject } from './values.js';
 
 /**
@@ -10,12 +9,13 @@ import { isObject } from './values.js';
  * The signature's age is not looked at: a reconnect reuses it. `idLogin` says whose id alone is enough: "any", "passengers", "off".
  */
 export const identifier =
-  ({ store, app, idLogin, throttle }) =>
+  ({ store, verify, idLogin, throttle }) =>
   (parameter, address) => {
     const auth = parse(parameter);
     return throttle.attempt(address, account(auth), async () => {
-      checkSignature(app, auth.app, auth.sign);
-      const id = await find(store, auth, idLogin);
+      const { user } = await verify(auth.app, auth.sign);
+      const id = await find(store, auth, user === undefined ? idLogin : 'any'); // the key has proved who it is
+      must(user === undefined || user === id, 'notAllowed', 'This key belongs to another user.');
       if (typeof auth.install === 'string' && !(await store.isPassenger(id))) await store.addInstall(id, auth.install);
       return id;
     });

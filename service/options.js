@@ -20,6 +20,7 @@ const table = {
   tls: ['list'], // certificate, key
   app: ['text', 'demo-app'],
   key: ['text', 'demo-key', undefined],
+  'user-secret': ['text'],
   nsp: ['text', '/chat'],
   seed: ['text'],
   'signature-age': ['number', 10 * minute],
@@ -131,8 +132,8 @@ function check(values) {
   oneOf('id-login', 'any', 'passengers', 'off');
   oneOf('log-level', 'debug', 'info', 'warn', 'error', 'silent');
   if (values.tls && values.tls.length !== 2) throw new UsageError('--tls takes a certificate and its key');
-  if (!values.key) throw new UsageError('--key is needed when others can reach the service or it keeps data: the demo key is known to all');
-  for (const name of ['control-secret', 'metrics-secret']) {
+  if (!values.key && !values['user-secret']) throw new UsageError('--user-secret or --key is needed: the demo key is known to all');
+  for (const name of ['control-secret', 'metrics-secret', 'user-secret']) {
     if (values[name]?.length < 16) throw new UsageError(`--${name} needs 16 characters or more`);
   }
 }
@@ -143,6 +144,7 @@ function forService(values, development) {
     port: values.port,
     tls: values.tls && { cert: values.tls[0], key: values.tls[1] },
     app: { appId: values.app, clientKey: values.key },
+    userSecret: values['user-secret'],
     line: values.socketio,
     namespace: values.nsp,
     engine: { pingInterval: values['ping-interval'], pingTimeout: values['ping-timeout'], transports: values.transports },

@@ -17,6 +17,7 @@ import { Metrics, makeLogger, monitoring, routeOf } from './monitoring.js';
 import { answerError, rest } from './rest/index.js';
 import { Store } from './store.js';
 import { LoginThrottle } from './throttle.js';
+import { keyring, verifier } from './userkeys.js';
 import { views } from './views.js';
 
 const nobody = { users: [], groups: [], rooms: [] };
@@ -36,6 +37,8 @@ export async function startService(options) {
   const store = new Store();
   await store.reset(seed);
   const attachments = new Attachments(options.attachmentLimit);
+  const keys = { store, app, userSecret: options.userSecret };
+  const verify = verifier(keys);
   const metrics = new Metrics({ connections: () => live.connections });
   const gate = new Gate({
     ...options.gate,
@@ -54,13 +57,13 @@ export async function startService(options) {
     httpServer,
     store,
     log,
-    identify: identifier({ store, app, idLogin: options.idLogin, throttle: new LoginThrottle(options.loginFailures) }),
+    identify: identifier({ store, verify, idLogin: options.idLogin, throttle: new LoginThrottle(options.loginFailures) }),
     report: reporter({ logger, metrics, gate }),
   }); // takes its path before `site` sees it
   if (options.control.isOn) faults.guard(httpServer, (request, response) => noteRequest(log, request, response));
   gate.guard(httpServer);
 
-  const service = { app, seed, log, faults, store, live, attachments, views: views({ store, live }) };
+  const service = { app, seed, log, faults, store, live, attachments, verify, keyOf: keyring(keys), views: views({ store, live }) };
   site.use(monitoring({ gate, metrics, metricsSecret: options.metricsSecret, ping: async () => store.ping?.() }));
   if (options.control.isOn) site.use('/_control', control(service, options.control));
   site.use(rest(service, options));

@@ -15,7 +15,7 @@ export function sign(clientKey, seconds = Math.round(Date.now() / 1000)) {
 /** Throws unless `app` is the application and `signature` was made with its key; returns when it was made, in seconds. */
 export function checkSignature({ appId, clientKey }, app, signature) {
   must(typeof signature === 'string' && signature !== '', 'unsigned');
-  must(app === appId, 'unknownApp');
+  must(app === appId && clientKey !== undefined, 'unknownApp');
   const match = pattern.exec(signature);
   must(match, 'badSignature');
   const seconds = Number(match[2]);
@@ -23,10 +23,14 @@ export function checkSignature({ appId, clientKey }, app, signature) {
   return seconds;
 }
 
-/** Express middleware: lets signed requests pass whose signature is at most `maxAgeSeconds` old (or early). */
-export function requireSignature(app, maxAgeSeconds) {
-  return (request, response, next) => {
-    const seconds = checkSignature(app, request.get('X-VX-AppId'), request.get('X-VX-Request-Sign'));
+/**
+ * Express middleware: lets signed requests pass whose signature is at most `maxAgeSeconds` old (or early), as `verify(app id, signature)`
+ * says; it notes whose key that was.
+ */
+export function requireSignature(verify, maxAgeSeconds) {
+  return async (request, response, next) => {
+    const { seconds, user } = await verify(request.get('X-VX-AppId'), request.get('X-VX-Request-Sign'));
+    request.user = user;
     must(Math.abs(Date.now() / 1000 - seconds) <= maxAgeSeconds, 'oldSignature');
     next();
   };

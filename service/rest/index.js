@@ -4,6 +4,7 @@
 import express from 'express';
 import { ServiceError } from '../errors.js';
 import { excerpt } from '../log.js';
+import { authorize, visible } from '../policy.js';
 import { requireSignature } from '../signature.js';
 import { files, uploads } from './attachments.js';
 import { friends } from './friends.js';
@@ -15,25 +16,26 @@ import { users } from './users.js';
 
 export const resources = [users, friends, groups, rooms, passengers, system];
 
-/** The Express router of all REST paths. `service` is what the resources share: store, live, views, attachments. */
-export function rest(service, { app, maxSignatureAge, bodyLimit, publicUrl }) {
+/** The Express router of all REST paths. `service` is what the resources share: store, live, views, attachments, verify. */
+export function rest(service, { maxSignatureAge, bodyLimit, publicUrl }) {
   const router = express.Router({ caseSensitive: true });
   router.use(noteAnswer);
   router.use(files(service));
-  router.use(requireSignature(app, maxSignatureAge));
+  router.use(requireSignature(service.verify, maxSignatureAge));
   router.use(uploads(service, { publicUrl }));
   router.use(express.json({ limit: bodyLimit, verify: (request, response, bytes) => noteBody(request, bytes) }));
   for (const resource of resources) {
-    for (const [path, methods] of Object.entries(resource(service))) addRoute(router, path, methods);
+    for (const [path, methods] of Object.entries(resource(service))) addRoute(router, path, methods, service.store);
   }
   return router;
 }
 
-function addRoute(router, path, methods) {
+function addRoute(router, path, methods, store) {
   const route = router.route(path);
   for (const [method, handle] of Object.entries(methods)) {
     route[method](async (request, response) => {
-      const answer = await handle(request);
+      await authorize(path, method, request, store);
+      const answer = visible(path, request.user, await handle(request));
       response.json(answer === undefined ? { success: true } : answer);
     });
   }

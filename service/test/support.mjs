@@ -59,6 +59,9 @@ function parse(text) {
   }
 }
 
+/** The headers of a request that this key signs. */
+export const signedBy = ({ app, key }) => ({ 'X-VX-AppId': app, 'X-VX-Request-Sign': sign(key) });
+
 /** Who is to be logged in: `credentials` with what every login carries. */
 export const auth = (credentials, signature = sign(key)) => ({ app, sign: signature, ...credentials });
 
