@@ -4,7 +4,7 @@
     scripts/check_docs.py            prints what is not, and fails then
     scripts/check_docs.py --write    takes the blocks over from their sources
 
-Every C++ and CMake block is the text of the file that the line above it names, or of a region of it, between the comments
+Every C++, CMake and Python block is the text of the file that the line above it names, or of a region of it, between the comments
 [name] and [/name]:
 
     <!-- examples/login.cpp#username -->
@@ -22,7 +22,7 @@ import sys
 import textwrap
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-BLOCK = re.compile(r"(?:^<!-- (?P<source>[^\s#]+)(?:#(?P<region>\S+))? -->\n)?^```(?P<language>cpp|cmake)\n(?P<text>.*?)^```$", re.M | re.S)
+BLOCK = re.compile(r"(?:^<!-- (?P<source>[^\s#]+)(?:#(?P<region>\S+))? -->\n)?^```(?P<language>cpp|cmake|python)\n(?P<text>.*?)^```$", re.M | re.S)
 FENCE = re.compile(r"^```(\w*)\n(.*?)^```$", re.M | re.S)
 LINK = re.compile(r"\[[^\]]*\]\(([^)\s]+)\)")
 NAME = re.compile(r"(?<!`)`((?:VXIM\w+|VX[A-Z][a-z]\w*|vexim::\w+)[^`\n]*)`(?!`)")
@@ -66,7 +66,7 @@ def findings(page, words):
             yield f"{where(block.start())}: {complaint}"
         elif block["text"] != wanted:
             yield f"{where(block.start())}: differs from {block['source']} (scripts/check_docs.py --write)"
-    for named in re.finditer(r"(?<![\w/.])(?:scripts|tests|examples|service|tools)/[\w./+-]*\w", text):
+    for named in re.finditer(r"(?<![\w/.])(?:scripts|tests|examples|service|tools|bindings)/[\w./+-]*\w", text):
         if not (ROOT / named[0]).exists():
             yield f"{where(named.start())}: {named[0]} does not exist"
     prose = FENCE.sub(lambda match: re.sub(r"[^\n]", " ", match[0]), text)

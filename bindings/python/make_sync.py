@@ -1,0 +1,195 @@
+#!/usr/bin/env python3
+"""Writes vexim/sync.py, the form without asyncio, from the asynchronous one: the same methods, which wait.
+
+    make_sync.py            writes it
+    make_sync.py --check    fails when it is not what would be written
+"""
+
+import ast
+import pathlib
+import sys
+import textwrap
+
+HERE = pathlib.Path(__file__).resolve().parent
+RESOURCES = ("Users", "Friends", "Groups", "Rooms", "Passengers")
+
+HEAD = '''"""VexIM without asyncio, for scripts and notebooks: the same methods, which wait.
+
+    with vexim.sync.Client("demo-app", "demo-key", url=URL) as client:
+        client.login(user_id="alice")
+        client.send("hello", friend="bob")
+        for message in client.messages():
+            print(message.sender, message.text)
+
+Each client has an event loop in a thread of its own. Any thread may call it; progress callbacks run in that thread, and must not
+wait for the client. Written by make_sync.py.
+"""
+
+from __future__ import annotations
+
+import os
+import pathlib
+from collections.abc import Iterable, Mapping
+from types import TracebackType
+from typing import Any, Callable
+
+from . import client as _client
+from . import resources as _resources
+from ._compose import File
+from ._library import Library
+from ._link import Progress
+from ._portal import Portal, SyncStream
+from .errors import ClosedError
+from .events import Event, PresenceChanged
+from .models import Diagnosis, Friend, Group, Message, Passenger, Room, Status, User
+
+__all__ = ["Client", "SyncStream"]
+'''
+
+CLIENT = '''
+
+class Client:
+    """One user's connection to the service: `vexim.Client`, whose methods wait.
+
+    `timeout` bounds each call in seconds, but for uploads and downloads (TimeoutError); None waits for ever. The other
+    arguments are those of `vexim.Client`.
+
+    It is open from the start. `close`, or the end of a `with`, ends it without a logout; calls of other threads that are under
+    way then raise `ClosedError`.
+    """
+
+    def __init__(
+        self,
+        app_id: str,
+        client_key: str,
+        *,
+        url: str | None = None,
+        installation_id: str | None = None,
+        namespace: str | None = None,
+        options: Mapping[str, Any] | None = None,
+        queue_size: int = 10_000,
+        timeout: float | None = 60.0,
+        library: Library | None = None,
+    ) -> None:
+        self._inner = _client.Client(app_id, client_key, url=url, installation_id=installation_id, namespace=namespace,
+                                     options=options, queue_size=queue_size, library=library)
+        self._timeout = timeout
+        self._portal = Portal()
+        try:
+            self._portal.do(self._inner.open)
+        except BaseException:
+            self._portal.close()
+            raise
+        self.users = Users(self._inner.users, self._portal, timeout)
+        self.friends = Friends(self._inner.friends, self._portal, timeout)
+        self.groups = Groups(self._inner.groups, self._portal, timeout)
+        self.rooms = Rooms(self._inner.rooms, self._portal, timeout)
+        self.passengers = Passengers(self._inner.passengers, self._portal, timeout)
+
+    def close(self) -> None:
+        """Cuts the connection without a logout, and ends the thread. Closing again does nothing."""
+        try:
+            self._portal.do(self._inner.close)
+        except ClosedError:
+            return
+        self._portal.close()
+
+    def __enter__(self) -> Client:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+        self.close()
+
+    def __repr__(self) -> str:
+        return repr(self._inner).replace("vexim.Client", "vexim.sync.Client")
+'''
+
+
+def documentation(node):
+    text = ast.get_docstring(node, clean=True) or ""
+    text = text.replace("asyncio.timeout", "the client's `timeout`") if "`asyncio" not in text else text.replace(
+        "`asyncio.timeout`", "the client's `timeout`")
+    lines = text.splitlines()
+    if len(lines) == 1:
+        return [f'"""{text}"""']
+    return [f'"""{lines[0]}', *lines[1:], '"""']
+
+
+def signature(node, returns):
+    arguments = ast.unparse(node.args)
+    text = f"def {node.name}({arguments}) -> {returns}:"
+    if len(text) <= 124:
+        return [text]
+    parts, depth, part = [], 0, ""
+    for character in arguments:
+        depth += character in "([{"
+        depth -= character in ")]}"
+        if character == "," and depth == 0:
+            parts.append(part.strip())
+            part = ""
+        else:
+            part += character
+    return [f"def {node.name}(", *(f"    {each}," for each in [*parts, part.strip()]), f") -> {returns}:"]
+
+
+def call(node):
+    names = [argument.arg for argument in node.args.args if argument.arg != "self"]
+    return ", ".join([*names, *(f"{argument.arg}={argument.arg}" for argument in node.args.kwonlyargs)])
+
+
+def method(node, inner):
+    is_async = isinstance(node, ast.AsyncFunctionDef)
+    is_property = any(ast.unparse(decorator) == "property" for decorator in node.decorator_list)
+    returns = ast.unparse(node.returns)
+    is_stream = returns.startswith("Stream[")
+    lines = ["@property"] if is_property else []
+    lines += signature(node, "Sync" + returns if is_stream else returns)
+    lines += ["    " + line if line else "" for line in documentation(node)]
+    target = f"{inner}.{node.name}"
+    if is_property:
+        body = f"return self._portal.do(lambda: {target})"
+    elif is_stream:
+        body = f"return SyncStream(self._portal, self._portal.do(lambda: {target}({call(node)})))"
+    elif is_async:
+        is_transfer = any(argument.arg == "progress" for argument in node.args.kwonlyargs)
+        body = f"self._portal.run({target}({call(node)}), {'None' if is_transfer else 'self._timeout'})"
+        body = body if returns == "None" else "return " + body
+    else:
+        body = f"return self._portal.do(lambda: {target}({call(node)}))"
+    return textwrap.indent("\n".join([*lines, "    " + body]), "    ")
+
+
+def public_methods(node, without=()):
+    return [item for item in node.body if isinstance(item, (ast.FunctionDef, ast.AsyncFunctionDef))
+            and not item.name.startswith("_") and item.name not in without]
+
+
+def classes_of(name):
+    tree = ast.parse((HERE / "vexim" / name).read_text())
+    return {node.name: node for node in tree.body if isinstance(node, ast.ClassDef)}
+
+
+def generated():
+    resources, client = classes_of("resources.py"), classes_of("client.py")["Client"]
+    parts = [HEAD]
+    for name in RESOURCES:
+        node = resources[name]
+        inherited = [method for base in node.bases for method in public_methods(resources[ast.unparse(base)])]
+        parts.append(f'\n\nclass {name}:\n    """{ast.get_docstring(node)}"""\n')
+        parts.append(f'''
+    def __init__(self, inner: _resources.{name}, portal: Portal, timeout: float | None) -> None:
+        self._inner = inner
+        self._portal = portal
+        self._timeout = timeout
+''')
+        parts += ["\n" + method(each, "self._inner") + "\n" for each in [*inherited, *public_methods(node)]]
+    parts.append(CLIENT)
+    parts += ["\n" + method(each, "self._inner") + "\n" for each in public_methods(client, without=("open", "close"))]
+    return "".join(parts)
+
+
+if __name__ == "__main__":
+    target = HERE / "vexim" / "sync.py"
+    if sys.argv[1:] == ["--check"]:
+        sys.exit(0 if target.read_text() == generated() else f"{target.name} is not what make_sync.py writes")
+    target.write_text(generated())

@@ -1,0 +1,94 @@
+"""The C library's five functions in Python: it says what a test tells it to."""
+
+import collections
+import json
+import os
+
+
+class FakeClient:
+    def __init__(self, configuration):
+        self.configuration = configuration
+        self.requests = []
+        self.readable, self.writable = os.pipe()
+        self.queue = collections.deque()
+        self.freed = False
+
+    def say(self, *texts):
+        """Lets the client receive these: objects, or bytes as they are."""
+        for text in texts:
+            self.queue.append(text if isinstance(text, bytes) else json.dumps(text).encode())
+        if self.queue and not self.freed:
+            os.write(self.writable, b"!")
+
+    def answer(self, request, result=True):
+        self.say({"@type": "answer", "@extra": request.get("@extra"), "result": result})
+
+    def refuse(self, request, **error):
+        self.say({"@type": "error", "@extra": request["@extra"], "error": error})
+
+    @property
+    def last(self):
+        return self.requests[-1]
+
+    def operations(self):
+        return [request["@op"] for request in self.requests]
+
+
+class FakeLibrary:
+    """`respond(client, request)` is called for each request; by default each is answered with true."""
+
+    def __init__(self, respond=FakeClient.answer):
+        self.clients = {}
+        self.respond = respond
+        self.first_text = None
+
+    @property
+    def client(self):
+        return self.clients[max(self.clients)]
+
+    def create(self, configuration):
+        number = len(self.clients) + 1
+        self.clients[number] = client = FakeClient(json.loads(configuration))
+        if self.first_text is not None:
+            client.say(self.first_text)
+        return number
+
+    def send(self, number, request):
+        client = self.clients[number]
+        assert not client.freed
+        client.requests.append(json.loads(request.decode("utf-8")))
+        self.respond(client, client.last)
+
+    def receive(self, number):
+        client = self.clients[number]
+        if client.queue:
+            return client.queue.popleft()
+        if not client.freed:
+            os.set_blocking(client.readable, False)
+            try:
+                os.read(client.readable, 65536)
+            except BlockingIOError:
+                pass
+        return None
+
+    def execute(self, number, request):
+        results = {"descriptor": {"descriptor": self.clients[number].readable}, "status": 2, "diagnose": []}
+        return json.dumps({"@type": "answer", "result": results[json.loads(request)["@op"]]}).encode()
+
+    def free(self, number):
+        client = self.clients[number]
+        assert not client.freed
+        client.freed = True
+        os.close(client.readable)
+        os.close(client.writable)
+
+
+def silent(client, request):
+    """Answers nothing."""
+
+
+def message_event(text, sender="bob", friend="bob", **entries):
+    message = {"text": text, "mediaType": 0, "sendTimestamp": 1.5, "isSystemMessage": False, "payload": {},
+               "sender": {"type": 0, "userId": sender} if isinstance(sender, str) else sender, "receiver": {"type": 0, "userId": "alice"}, **entries}
+    return {"@type": "event", "name": "clientDidReceiveMessageFromFriend", "message": message,
+            "from": {"uid": friend, "online": False}}

@@ -1,0 +1,363 @@
+"""The asynchronous client over a C library that misbehaves on demand."""
+
+import asyncio
+import gc
+import pickle
+import unittest
+import warnings
+
+import vexim
+from tests.fakes import FakeClient, FakeLibrary, message_event, silent
+
+
+async def turns(count=5):
+    for _ in range(count):
+        await asyncio.sleep(0)
+
+
+class ClientCase(unittest.IsolatedAsyncioTestCase):
+    def client(self, library, **arguments):
+        return vexim.Client("app", "key", library=library, **arguments)
+
+
+class CallsTest(ClientCase):
+    async def test_answers_find_their_calls_in_any_order(self):
+        library = FakeLibrary(silent)
+        async with self.client(library) as client:
+            calls = [asyncio.ensure_future(client.users.attribute("u1", key)) for key in "abc"]
+            await turns()
+            for request in reversed(library.client.requests):
+                library.client.answer(request, request["key"])
+            self.assertEqual(await asyncio.gather(*calls), ["a", "b", "c"])
+
+    async def test_texts_that_nobody_expects_change_nothing(self):
+        garbage = {
+            "not JSON": b"{",
+            "not UTF-8": b'"\xff"',
+            "nothing": b"",
+            "not an object": [1, 2],
+            "no type": {},
+            "a type nobody knows": {"@type": "question"},
+            "an event without a name": {"@type": "event"},
+            "a name that is no text": {"@type": "event", "name": [1]},
+            "a message that is no object": {"@type": "event", "name": "clientDidReceiveMessageFromFriend", "message": 7, "from": 8},
+            "fields of other types": message_event(["x"], sendTimestamp="soon", mediaType="film", sender=5, receiver=[], payload=1),
+            "presence of nobody": {"@type": "event", "name": "clientFriendDidOnline", "info": None},
+            "trouble without words": {"@type": "event", "name": "socket.io.error"},
+            "an answer to nobody": {"@type": "answer", "@extra": 99, "result": 1},
+            "an extra of another kind": {"@type": "answer", "@extra": {"a": 1}, "result": 1},
+            "an error that says nothing": {"@type": "error", "@extra": 99},
+            "progress of nobody": {"@type": "event", "name": "progress", "@extra": None, "percent": 5},
+            "overflow without numbers": {"@type": "event", "name": "overflow"},
+        }
+        library = FakeLibrary(silent)
+        async with self.client(library) as client:
+            asyncio.get_running_loop().set_exception_handler(lambda loop, context: None)
+            for why, text in garbage.items():
+                with self.subTest(why):
+                    call = asyncio.ensure_future(client.users.attribute("u1", "mood"))
+                    await turns()
+                    library.client.say(text)
+                    library.client.answer(library.client.last, why)
+                    self.assertEqual(await call, why)
+
+    async def test_what_cannot_be_sent_is_the_callers_mistake(self):
+        deep = []
+        for _ in range(600):
+            deep = [deep]
+        cases = {"not a number": float("nan"), "bytes": b"x", "half a surrogate pair": "\ud800", "too deep": deep, "a set": {1}}
+        library = FakeLibrary()
+        async with self.client(library) as client:
+            for why, value in cases.items():
+                with self.subTest(why), self.assertRaises(vexim.UsageError):
+                    await client.users.update_attributes("u1", {"a": value})
+            self.assertEqual(library.client.requests, [])
+            await client.users.update_attributes("u1", {"a": "\0 \u2028 ☃", "many": [[1]] * 600})
+            self.assertEqual(library.client.last["attributes"]["a"], "\0 \u2028 ☃")
+
+    async def test_mistakes_raise_before_anything_is_sent(self):
+        library = FakeLibrary()
+        async with self.client(library) as client:
+            cases = {
+                "no credentials": lambda: client.login(),
+                "a name without its password": lambda: client.login(username="bob"),
+                "two kinds of login": lambda: client.login(user_id="a", oauth={}),
+                "no receiver": lambda: client.send("hi"),
+                "two receivers": lambda: client.send("hi", friend="bob", room="r"),
+                "no contents": lambda: client.send(friend="bob"),
+                "two contents": lambda: client.send("hi", image=b"x", friend="bob"),
+                "a system message to nobody": lambda: client.send_system("hi"),
+                "a file of a text": lambda: client.download(vexim.Message("hi", "bob"), "/nowhere"),
+            }
+            for why, call in cases.items():
+                with self.subTest(why), self.assertRaises(ValueError):
+                    await call()
+        self.assertEqual(library.client.requests, [])
+
+    async def test_errors_become_exceptions_of_their_kind(self):
+        url = {"domain": "NSURLErrorDomain", "code": -1001, "description": "slow"}
+        cases = [  # why, error, class, temporary
+            ("a refused request", {"domain": "VXErrorDomain", "code": 1404}, vexim.ServiceError, False),
+            ("a busy service", {"domain": "VXErrorDomain", "code": 1, "userInfo": {"temporary": True}}, vexim.ServiceError, True),
+            ("no answer in time", {"domain": "VXErrorDomain", "code": 100, "userInfo": {"NSUnderlyingError": url}},
+             vexim.NetworkError, True),
+            ("a useless answer", {"domain": "VXErrorDomain", "code": 100}, vexim.ResponseError, False),
+            ("no connection", {"domain": "VXIMErrorDomain", "code": 1}, vexim.NotConnectedError, True),
+            ("no id", {"domain": "VXIMErrorDomain", "code": 5004}, vexim.UsageError, False),
+            ("a certificate", {"domain": "NSURLErrorDomain", "code": -1202}, vexim.NetworkError, False),
+            ("a wrong argument", {"domain": "VXIMInterfaceErrorDomain", "code": 4}, vexim.UsageError, False),
+            ("too much at once", {"domain": "VXIMInterfaceErrorDomain", "code": 7}, vexim.BusyError, True),
+            ("another login", {"domain": "VXIMInterfaceErrorDomain", "code": 10}, vexim.AbandonedError, False),
+            ("a domain of tomorrow", {"domain": "NewDomain", "code": 3, "userInfo": [1]}, vexim.Error, False),
+            ("nothing at all", {}, vexim.Error, False),
+        ]
+        library = FakeLibrary()
+        async with self.client(library) as client:
+            for why, error, kind, temporary in cases:
+                with self.subTest(why):
+                    library.respond = lambda client, request, error=error: client.refuse(request, description="why", **error)
+                    with self.assertRaises(vexim.Error) as raised:
+                        await client.groups.delete("g1")
+                    self.assertIs(type(raised.exception), kind)
+                    self.assertEqual(raised.exception.temporary, temporary)
+                    again = pickle.loads(pickle.dumps(raised.exception))
+                    self.assertEqual((type(again), again.code, str(again)), (kind, error.get("code", 0), str(raised.exception)))
+            library.respond = lambda client, request: client.refuse(request, domain="VXIMErrorDomain", code=1, description="no")
+            with self.assertRaises(vexim.LoginError):
+                await client.login(user_id="alice")
+
+    async def test_a_login_ends_when_the_service_cannot_be_reached(self):
+        trouble = {"@type": "event", "name": "socket.io.error", "data": ["Could not connect: Connection refused."]}
+        library = FakeLibrary(lambda client, request: client.say(trouble))
+        async with self.client(library) as client:
+            with self.assertRaisesRegex(vexim.NetworkError, "Connection refused"):
+                await client.login(user_id="alice")
+
+    async def test_a_configuration_that_cannot_be_used_raises_and_leaves_nothing(self):
+        library = FakeLibrary()
+        error = {"domain": "VXIMInterfaceErrorDomain", "code": 4, "description": "no such option"}
+        library.first_text = {"@type": "error", "@extra": None, "error": error}
+        with self.assertRaisesRegex(vexim.UsageError, "no such option"):
+            async with self.client(library, options={"forcePollin": True}):
+                self.fail("it opened")
+        self.assertTrue(library.client.freed)
+
+
+class EndsTest(ClientCase):
+    async def test_a_cancelled_call_cancels_its_request_and_ignores_the_late_answer(self):
+        library = FakeLibrary(silent)
+        async with self.client(library) as client:
+            with self.assertRaises(TimeoutError):
+                async with asyncio.timeout(0.01):
+                    await client.download(vexim.Message(None, "bob", attachment_url="http://x/y"), "/nowhere")
+            download, cancel = library.client.requests
+            self.assertEqual((cancel["@op"], cancel["extra"]), ("cancel", download["@extra"]))
+            library.client.refuse(download, domain="NSURLErrorDomain", code=-999)
+            library.respond = FakeClient.answer
+            await client.groups.delete("g1")
+
+    async def test_cancelling_at_any_moment_ends_the_task_and_leaves_no_call_behind(self):
+        async def story(client):
+            await client.login(username="bob", password="secret")
+            await client.send(image=b"x" * 10, friend="bob")
+            async for _ in client.messages():
+                pass
+
+        def respond(client, request):
+            client.answer(request)
+            if request["@op"] == "sendMessageToFriend":
+                client.say(message_event("hi"))
+
+        for steps in range(40):
+            library = FakeLibrary(respond)
+            async with self.client(library) as client:
+                task = asyncio.ensure_future(story(client))
+                await turns(steps)
+                task.cancel()
+                with self.assertRaises(asyncio.CancelledError):
+                    await task
+                self.assertEqual(client._link._calls, {}, steps)
+                await client.groups.delete("g1")
+            self.assertTrue(library.client.freed)
+
+    async def test_closing_ends_calls_and_streams(self):
+        library = FakeLibrary(silent)
+        async with self.client(library) as client:
+            call = asyncio.ensure_future(client.groups.delete("g1"))
+            stream = client.messages()
+            reader = asyncio.ensure_future(anext(stream, None))
+            await turns()
+            client.close()
+            client.close()
+            with self.assertRaises(vexim.ClosedError):
+                await call
+            self.assertIsNone(await reader)
+        for why, operation in {"a call": client.groups.delete("g1"), "a send": client.send("hi", friend="bob")}.items():
+            with self.subTest(why), self.assertRaises(vexim.ClosedError):
+                await operation
+        with self.assertRaises(vexim.ClosedError):
+            client.status
+        with self.assertRaises(ValueError):
+            client.open()
+
+    async def test_a_callback_may_close_the_client(self):
+        def respond(client, request):
+            client.say({"@type": "event", "name": "progress", "@extra": request["@extra"], "percent": 5})
+            client.answer(request)
+
+        library = FakeLibrary(respond)
+        async with self.client(library) as client:
+            with self.assertRaises(vexim.ClosedError):
+                await client.send(image=b"x", friend="bob", progress=lambda percent: client.close())
+
+    async def test_a_callback_that_raises_is_reported_and_stops_nothing(self):
+        def respond(client, request):
+            client.say({"@type": "event", "name": "progress", "@extra": request["@extra"], "percent": 5})
+            client.answer(request)
+
+        reports = []
+        asyncio.get_running_loop().set_exception_handler(lambda loop, context: reports.append(context["exception"]))
+        async with self.client(FakeLibrary(respond)) as client:
+            await client.send(image=b"x", friend="bob", progress=lambda percent: 1 / 0)
+        self.assertIsInstance(reports[0], ZeroDivisionError)
+
+    def test_a_client_that_outlives_its_loop_is_freed_with_a_warning(self):
+        library = FakeLibrary(silent)
+
+        async def leave_open():
+            client = vexim.Client("app", "key", library=library)
+            client.open()
+            call = asyncio.ensure_future(client.groups.delete("g1"))
+            await turns()
+            return client, call
+
+        loop = asyncio.new_event_loop()
+        client, call = loop.run_until_complete(leave_open())
+        call.cancel()
+        loop.run_until_complete(asyncio.gather(call, return_exceptions=True))
+        loop.close()
+        with warnings.catch_warnings(record=True) as seen:
+            warnings.simplefilter("always")
+            del client, call
+            gc.collect()
+        self.assertTrue(library.client.freed)
+        self.assertIn(ResourceWarning, [warning.category for warning in seen])
+
+    async def test_two_clients_in_one_loop_hear_their_own(self):
+        library = FakeLibrary(silent)
+        async with self.client(library) as one, self.client(library) as other:
+            calls = [asyncio.ensure_future(client.users.attribute("u", "k")) for client in (one, other)]
+            streams = [client.messages() for client in (one, other)]
+            await turns()
+            for number, client in library.clients.items():
+                client.answer(client.last, number)
+                client.say(message_event(f"for {number}"))
+            self.assertEqual(await asyncio.gather(*calls), [1, 2])
+            one.close()
+            self.assertEqual([message.text async for message in streams[0]], ["for 1"])
+            self.assertEqual((await anext(streams[1])).text, "for 2")
+
+
+class StreamsTest(ClientCase):
+    async def test_messages_wait_for_their_reader_and_say_where_to_answer(self):
+        library = FakeLibrary()
+        async with self.client(library) as client:
+            await client.login(user_id="alice")
+            group = {"type": 1, "groupId": "g1", "userId": "carol"}
+            library.client.say(
+                message_event("from bob"),
+                message_event("my own echo", sender="alice"),
+                message_event("from the group", sender=group, receiver={"type": 1, "groupId": "g1"}),
+                {**message_event("notice", isSystemMessage=True, sender={"type": -2}, receiver={"type": -1}),
+                 "name": "clientDidReceiveSystemMessage", "from": None},
+            )
+            await turns()
+            stream = client.messages()
+            first, second = await anext(stream), await anext(stream)
+            self.assertEqual((first.text, first.sender, first.friend, first.group), ("from bob", "bob", "bob", None))
+            self.assertEqual((second.text, second.sender, second.friend, second.group), ("from the group", "carol", None, "g1"))
+            await client.reply(second, "yes")
+            self.assertEqual((library.client.last["@op"], library.client.last["groupId"]), ("sendMessageToGroup", "g1"))
+            everything = [event async for event in self.ended(client, client.events())]
+            self.assertEqual([event.message.text for event in everything],
+                             ["from bob", "my own echo", "from the group", "notice"])
+
+    @staticmethod
+    def ended(client, stream):
+        client.close()
+        return stream
+
+    async def test_a_slow_reader_loses_the_oldest_and_is_told_how_many(self):
+        library = FakeLibrary()
+        async with self.client(library, queue_size=5) as client:
+            stream = client.messages()
+            library.client.say(*[message_event(str(number)) for number in range(12)])
+            await turns()
+            self.assertEqual(stream.dropped, 7)
+            self.assertEqual([(await anext(stream)).text for _ in range(5)], ["7", "8", "9", "10", "11"])
+
+    async def test_what_a_stream_left_unread_waits_for_the_next(self):
+        library = FakeLibrary()
+        async with self.client(library) as client:
+            library.client.say(*[message_event(str(number)) for number in range(4)])
+            async for message in client.messages():
+                break
+            library.client.say(message_event("4"))
+            await turns()
+            stream = client.messages()
+            self.assertEqual([(await anext(stream)).text for _ in range(4)], ["1", "2", "3", "4"])
+
+    async def test_a_flood_leaves_other_tasks_their_turns(self):
+        library = FakeLibrary()
+        async with self.client(library) as client:
+            count = 2000
+            library.client.say(*[message_event(str(number)) for number in range(count)])
+            seen, turns_of_another = 0, 0
+
+            async def another():
+                nonlocal turns_of_another
+                while seen < count:
+                    turns_of_another += 1
+                    await asyncio.sleep(0)
+
+            task = asyncio.ensure_future(another())
+            async for message in client.messages():
+                seen += 1
+                if seen == count:
+                    break
+            await task
+            self.assertGreaterEqual(turns_of_another, count // 100)
+
+    async def test_two_readers_of_one_stream_are_a_mistake(self):
+        async with self.client(FakeLibrary()) as client:
+            stream = client.messages()
+            first = asyncio.ensure_future(anext(stream))
+            await turns()
+            with self.assertRaises(RuntimeError):
+                await anext(stream)
+            first.cancel()
+
+    async def test_each_kind_of_event_has_its_class(self):
+        library = FakeLibrary()
+        async with self.client(library) as client:
+            cases = [
+                ({"name": "clientDidLogin"}, vexim.LoggedIn()),
+                ({"name": "clientDidLogout"}, vexim.LoggedOut()),
+                ({"name": "clientAttemptReconnect"}, vexim.Reconnecting()),
+                ({"name": "clientDidDisconnect"}, vexim.Disconnected()),
+                ({"name": "clientFriendDidOnline", "info": {"uid": "bob"}}, vexim.PresenceChanged("bob", True)),
+                ({"name": "clientFriendDidOffline", "info": {"uid": 7}}, vexim.PresenceChanged("7", False)),
+                ({"name": "socket.io.error", "data": ["late", 3]}, vexim.ConnectionTrouble("late", [3])),
+                ({"name": "overflow", "events": 3}, vexim.EventsDropped(3)),
+                ({"name": "tomorrow", "what": 1}, vexim.OtherEvent("tomorrow", {"what": 1})),
+            ]
+            library.client.say(*[{"@type": "event", **record} for record, _ in cases])
+            stream = client.events()
+            for _, event in cases:
+                self.assertEqual(await anext(stream), event)
+            presence = client.presence()
+            self.assertEqual([(await anext(presence)).friend for _ in range(2)], ["bob", "7"])
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,268 @@
+"""The package over the real C library and the local development service."""
+
+import asyncio
+import gc
+import os
+import pathlib
+import tempfile
+import threading
+import unittest
+
+import vexim
+import vexim.sync
+from tests.service import Service
+
+LONG = 60  # seconds that nothing should take
+
+
+class LiveCase(unittest.IsolatedAsyncioTestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.service = Service()
+        cls.addClassCleanup(cls.service.kill)
+
+    def client(self, url=None, **arguments):
+        return vexim.Client("demo-app", "demo-key", url=url or self.service.url, **arguments)
+
+    async def control(self, path, body):
+        return await asyncio.to_thread(self.service.control, path, body)
+
+    async def until(self, condition):
+        async with asyncio.timeout(LONG):
+            while not condition():
+                await asyncio.sleep(0.01)
+
+
+class SessionTest(LiveCase):
+    async def test_every_kind_of_login_and_its_refusal(self):
+        kinds = {
+            "user_id": {"user_id": "bob"},
+            "username": {"username": "bob", "password": "bob-secret"},
+            "phone": {"phone_number": "+15550100002", "sms_code": "100002"},
+            "oauth": {"oauth": {"provider": "example", "uid": "bob@example", "token": "bob-token"}},
+        }
+        async with self.client() as client, asyncio.timeout(LONG):
+            for why, credentials in kinds.items():
+                with self.subTest(why):
+                    await client.login(**credentials)
+                    self.assertEqual((client.user_id, client.status), ("bob", vexim.Status.OPENED))
+            with self.assertRaises(vexim.LoginError) as raised:
+                await client.login(username="bob", password="wrong")
+            self.assertGreater(raised.exception.code, 0)
+
+    async def test_a_service_that_is_not_there_is_a_network_error(self):
+        gone = Service()
+        gone.kill()
+        async with self.client(gone.url) as client, asyncio.timeout(LONG):
+            with self.assertRaises(vexim.NetworkError):
+                await client.login(user_id="alice")
+            with self.assertRaises(vexim.NetworkError) as raised:
+                await client.groups.fetch("demo-group")
+            self.assertTrue(raised.exception.temporary)
+            self.assertTrue(client.diagnose().events)
+            self.assertIn("Z ", str(client.diagnose()))
+
+    async def test_another_login_ends_the_first(self):
+        async with self.client() as client, asyncio.timeout(LONG):
+            first = asyncio.ensure_future(client.login(user_id="alice"))
+            await asyncio.sleep(0)
+            await client.login(user_id="bob")
+            with self.assertRaises(vexim.AbandonedError):
+                await first
+
+    async def test_a_killed_service_ends_calls_and_is_told(self):
+        service = Service()
+        async with self.client(service.url) as client, asyncio.timeout(LONG):
+            await client.login(user_id="alice")
+            await asyncio.to_thread(service.control, "faults", {"path": "/ctx", "delayMs": 100_000})
+            events = client.events()
+            call = asyncio.ensure_future(client.friends.all())
+            await asyncio.to_thread(service.control, "faults")
+            service.kill()
+            with self.assertRaises(vexim.NetworkError):
+                await call
+            async for event in events:
+                if isinstance(event, vexim.Disconnected):
+                    break
+            with self.assertRaises(vexim.NotConnectedError):
+                await client.send("hello?", friend="bob")
+
+    async def test_leaving_while_calls_are_under_way_ends_them(self):
+        async with self.client() as client, asyncio.timeout(LONG):
+            await client.login(user_id="alice")
+            calls = [asyncio.ensure_future(client.friends.all()) for _ in range(20)]
+            await asyncio.sleep(0)
+        for call in calls:
+            with self.assertRaises(vexim.ClosedError):
+                await call
+
+    async def test_many_short_lives_leave_no_descriptor(self):
+        def open_files():
+            return len(os.listdir("/proc/self/fd"))
+
+        async with self.client():
+            pass
+        gc.collect()
+        before = open_files()
+        for _ in range(300):
+            async with self.client() as client:
+                call = asyncio.ensure_future(client.login(user_id="alice"))
+                await asyncio.sleep(0)
+            await asyncio.gather(call, return_exceptions=True)
+        await self.until(lambda: open_files() <= before + 4)  # what the library keeps for its next connection
+
+    async def test_clients_in_several_loops_do_not_meet(self):
+        texts = {}
+
+        def life(name, peer):
+            async def talk():
+                async with self.client() as client, asyncio.timeout(LONG):
+                    await client.login(user_id=name)
+                    ready.wait(LONG)
+                    await client.send(f"from {name}", friend=peer)
+                    async for message in client.messages():
+                        texts[name] = message.text
+                        break
+                    ready.wait(LONG)
+
+            asyncio.run(talk())
+
+        ready = threading.Barrier(2)
+        await asyncio.gather(asyncio.to_thread(life, "alice", "bob"), asyncio.to_thread(life, "bob", "alice"))
+        self.assertEqual(texts, {"alice": "from bob", "bob": "from alice"})
+
+    def test_a_forked_child_is_told_that_its_client_is_gone(self):
+        async def parent():
+            async with self.client() as client, asyncio.timeout(LONG):
+                await client.login(user_id="alice")
+                child = os.fork()
+                if child == 0:
+                    try:
+                        client.status
+                    except vexim.ClosedError:
+                        os._exit(7)
+                    finally:
+                        os._exit(1)
+                self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), 7)
+                self.assertEqual(client.status, vexim.Status.OPENED)
+
+        asyncio.run(parent())
+
+
+class ReachTest(LiveCase):
+    """What the demo does not touch."""
+
+    async def test_the_rest_of_the_operations(self):
+        async with self.client() as alice, self.client() as bob, asyncio.timeout(LONG):
+            await asyncio.gather(alice.login(user_id="alice"), bob.login(user_id="bob"))
+            me = await alice.users.fetch()
+            self.assertIn("bob", [friend.id for friend in me.friends])
+            self.assertIn("demo-group", [group.id for group in me.groups])
+            self.assertEqual([room.id for room in me.rooms], ["demo-room"])
+            self.assertEqual((await alice.friends.get("bob")).id, "bob")
+            await self.control("users", {"id": "carol"})
+            await alice.friends.add("carol")
+            self.assertIn("carol", [friend.id for friend in await alice.friends.all(detail=False)])
+            await alice.friends.remove("carol")
+
+            await alice.users.replace_attributes("alice", {"nick": "Al", "n": 2**53 - 1})
+            self.assertEqual(await alice.users.attributes("alice"), {"nick": "Al", "n": 2**53 - 1})
+            await alice.users.delete_attributes("alice")
+            self.assertEqual(await alice.users.attributes("alice"), {})
+
+            group = await alice.groups.create("Chess", owner="alice", members=["alice", "bob"])
+            await alice.groups.remove_members(group.id, ["bob"])
+            await alice.groups.change_owner(group.id, "bob")
+            fetched = await bob.groups.fetch(group.id)
+            self.assertEqual((fetched.owner, fetched.members, fetched.name), ("bob", ("alice",), "Chess"))
+            self.assertIn("Chess", [found.name for found in await alice.groups.find({"name": "Chess"})])
+            self.assertIn("demo-group", [found.id for found in await alice.groups.joined()])
+            await alice.send("in the group", group="demo-group", payload={"replyTo": "m1"})
+            async for message in alice.messages(own=True):  # its echo: the service has it
+                if message.group == "demo-group":
+                    break
+            newest = (await alice.groups.history("demo-group", limit=1))[0]
+            self.assertEqual((newest.text, newest.group, newest.sender, newest.payload["replyTo"]),
+                             ("in the group", "demo-group", "alice", "m1"))
+            await alice.groups.delete(group.id)
+
+            room = await bob.rooms.create("Den")
+            await bob.rooms.add_members(room.id, ["alice"])
+            await bob.rooms.remove_members(room.id, ["alice"])
+            self.assertEqual((await bob.rooms.fetch(room.id)).name, "Den")
+            self.assertEqual([found.id for found in await alice.rooms.joined()], ["demo-room"])
+            await bob.rooms.find({})
+            await bob.rooms.delete(room.id)
+
+            visitor = await alice.passengers.save({"name": "Visitor"})
+            await alice.passengers.update(visitor.id, {"name": "Guest"})
+            self.assertEqual((await alice.passengers.fetch(visitor.id)).record["name"], "Guest")
+            self.assertEqual(await alice.passengers.history(visitor.id, "bob"), [])
+
+            heard = bob.messages(system=True)
+            await alice.send_system("to all", everyone=True)
+            async for message in heard:
+                if message.is_system:
+                    self.assertEqual(message.text, "to all")
+                    break
+            self.assertFalse(alice.was_offline or alice.is_logging_out)
+            self.assertEqual(alice.configuration["appId"], "demo-app")
+            self.assertNotIn("demo-key", str(alice.configuration))
+            await alice.reset_flags()
+            await alice.remove_installation()
+
+    async def test_files_arrive_as_they_were_and_a_failed_upload_raises(self):
+        contents = bytes(range(256)) * 4000
+        with tempfile.TemporaryDirectory() as folder:
+            async with self.client() as alice, self.client() as bob, asyncio.timeout(LONG):
+                await asyncio.gather(alice.login(user_id="alice"), bob.login(user_id="bob"))
+                percents = []
+                sent = await alice.send(audio=contents, name="noise.wav", friend="bob", progress=percents.append)
+                self.assertEqual((sent.media, sent.friend, percents[-1]), (vexim.Media.AUDIO, "bob", 100))
+                async for message in bob.messages():
+                    if message.media == vexim.Media.AUDIO:
+                        break
+                self.assertEqual(await bob.read(message), contents)
+                copy = await bob.download(message, pathlib.Path(folder, "copy"))
+                self.assertEqual(copy.read_bytes(), contents)
+                with self.assertRaises(ValueError):
+                    await alice.send(image=pathlib.Path(folder, "not there"), friend="bob")
+                await self.control("faults", {"method": "POST", "path": "/attachment", "status": 500, "times": 9})
+                with self.assertRaises(vexim.Error):
+                    await alice.send(image=b"x", friend="bob")
+                await self.control("reset", {})
+
+    async def test_a_cancelled_download_leaves_no_file(self):
+        with tempfile.TemporaryDirectory() as folder:
+            async with self.client() as client, asyncio.timeout(LONG):
+                await client.login(user_id="alice")
+                sent = await client.send(image=bytes(100_000), friend="bob")
+                await self.control("faults", {"method": "GET", "path": "/files", "delayMs": 100_000})
+                download = asyncio.ensure_future(client.download(sent, pathlib.Path(folder, "copy")))
+                await asyncio.sleep(0.05)
+                download.cancel()
+                with self.assertRaises(asyncio.CancelledError):
+                    await download
+                await self.until(lambda: os.listdir(folder) == [])
+                await client.friends.all()
+
+    def test_the_form_without_asyncio(self):
+        def client():
+            return vexim.sync.Client("demo-app", "demo-key", url=self.service.url, timeout=LONG)
+
+        with client() as alice, client() as bob:
+            alice.login(user_id="alice")
+            bob.login(user_id="bob")
+            stream = bob.messages()
+            alice.send("hello", friend="bob")
+            self.assertEqual(stream.get(timeout=LONG).text, "hello")
+            self.assertEqual(alice.friends.get("bob").id, "bob")
+            with self.assertRaises(vexim.ServiceError):
+                alice.groups.fetch("no-such-group")
+            with self.assertRaises(ValueError):
+                alice.groups.fetch("no id of any group")
+            alice.logout()
+
+
+if __name__ == "__main__":
+    unittest.main()

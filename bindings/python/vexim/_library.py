@@ -1,0 +1,125 @@
+"""The C library: found, loaded, and its five functions with their types."""
+
+from __future__ import annotations
+
+import ctypes
+import json
+import os
+import pathlib
+from typing import Any, Protocol
+
+from .errors import LibraryNotFoundError, error_from
+
+NAME = "libvexim-c.so.1"
+_CORE_NAME = "libVexIMLib.so.1"
+
+
+class Library(Protocol):
+    """The five functions. Texts are UTF-8."""
+
+    def create(self, configuration: bytes) -> int: ...
+    def send(self, client: int, request: bytes) -> None: ...
+    def receive(self, client: int) -> bytes | None:
+        """The next text, or None at once."""
+        ...
+    def execute(self, client: int, request: bytes) -> bytes | None: ...
+    def free(self, client: int) -> None: ...
+
+
+class CLibrary:
+    """`Library` over ctypes."""
+
+    def __init__(self, path: str) -> None:
+        # Functions that return at once keep Python's lock: giving it up costs more than they do, and with other threads
+        # running, getting it back may take milliseconds. Making and freeing a client may wait for other threads.
+        quick, waiting = ctypes.PyDLL(path), ctypes.CDLL(path)
+        self._create, self._free = waiting.vexim_create, waiting.vexim_free
+        self._send, self._receive, self._execute = quick.vexim_send, quick.vexim_receive, quick.vexim_execute
+        handle, text = ctypes.c_int64, ctypes.c_char_p
+        self._create.argtypes, self._create.restype = [text], handle
+        self._free.argtypes, self._free.restype = [handle], None
+        self._send.argtypes, self._send.restype = [handle, text], None
+        self._receive.argtypes, self._receive.restype = [handle, ctypes.c_double], text
+        self._execute.argtypes, self._execute.restype = [handle, text], text
+
+    def create(self, configuration: bytes) -> int:
+        return int(self._create(configuration))
+
+    def send(self, client: int, request: bytes) -> None:
+        self._send(client, request)
+
+    def receive(self, client: int) -> bytes | None:
+        text: bytes | None = self._receive(client, 0.0)
+        return text
+
+    def execute(self, client: int, request: bytes) -> bytes | None:
+        text: bytes | None = self._execute(client, request)
+        return text
+
+    def free(self, client: int) -> None:
+        self._free(client)
+
+
+def candidates() -> list[str]:
+    """Where the library is looked for, in this order: what VEXIM_C_LIBRARY names (and then nowhere else), beside this package
+    (a wheel), and where the system looks."""
+    named = os.environ.get("VEXIM_C_LIBRARY")
+    if named:
+        return [named]
+    beside = pathlib.Path(__file__).resolve().parent / "_lib" / NAME
+    return [str(beside), NAME] if beside.exists() else [NAME]
+
+
+_loaded: CLibrary | None = None
+
+
+def load() -> CLibrary:
+    """The library, loaded at the first call. Raises `LibraryNotFoundError`."""
+    global _loaded
+    if _loaded is None:
+        complaints = []
+        for path in candidates():
+            try:
+                core = pathlib.Path(path).parent / _CORE_NAME
+                if os.sep in path and core.exists():
+                    ctypes.CDLL(str(core))  # so that the loader takes this copy, not the system's
+                library = CLibrary(path)
+                # It would remember every request that has ended, for a look that cannot be taken from here.
+                execute(library, 0, "setKeepsFinishedDelegates", keeps=False)
+                _loaded = library
+                break
+            except (OSError, AttributeError) as error:
+                complaints.append(f"{path}: {error}")
+        else:
+            raise LibraryNotFoundError("cannot load the C library; " + "; ".join(complaints))
+    return _loaded
+
+
+def execute(library: Library, client: int, operation: str, **arguments: Any) -> Any:
+    """Runs an operation that needs no network and returns its result."""
+    text = library.execute(client, json.dumps({"@op": operation, **arguments}).encode())
+    if text is None:
+        raise MemoryError("vexim_execute")
+    answer = json.loads(text)
+    if answer.get("@type") == "error":
+        raise error_from(answer.get("error"), operation)
+    return answer.get("result")
+
+
+def library_version() -> str:
+    """What the C library that is used calls itself. Raises `LibraryNotFoundError`."""
+    result = execute(load(), 0, "version")
+    return str(result.get("text")) if isinstance(result, dict) else ""
+
+
+def set_application_info(
+    bundle_identifier: str | None = None, bundle_version: str | None = None, system_version: str | None = None
+) -> None:
+    """Says who the application is, for the User-Agent of its requests. Call it before any client is opened."""
+    given = {"bundleIdentifier": bundle_identifier, "bundleVersion": bundle_version, "systemVersion": system_version}
+    execute(load(), 0, "setApplicationInfo", **{name: value for name, value in given.items() if value is not None})
+
+
+def set_log(level: str | None) -> None:
+    """Writes the library's log to standard error from "debug", "info", "warning" or "error" on; None stops it."""
+    execute(load(), 0, "setLog", level=level)

@@ -1,0 +1,183 @@
+"""One client of the C library in an asyncio loop: requests become awaitable calls, and events go to a handler.
+
+    request := {"@op": name, "@extra": number, argument: value, …}
+    text    := {"@type": "answer" | "error" | "event", "@extra": number, …}
+
+Everything happens in the loop's thread, which waits on the client's descriptor.
+"""
+
+from __future__ import annotations
+
+import asyncio
+import json
+import logging
+from collections.abc import Callable, Mapping
+from typing import Any
+
+from ._library import Library, execute
+from .errors import INTERFACE_DOMAIN, ClosedError, Error, error_from, usage
+
+# Texts taken from the library in one turn of the loop: other tasks run in between.
+TEXTS_PER_TURN = 100
+
+Record = dict[str, Any]
+Progress = Callable[[int], object]
+
+_log = logging.getLogger("vexim")
+_encode = json.JSONEncoder(ensure_ascii=False, allow_nan=False, separators=(",", ":")).encode
+
+
+# The library refuses deeper texts as a whole, and then cannot say whose they were.
+_DEEPEST = 500
+
+
+def _bytes(value: Mapping[str, Any]) -> bytes:
+    """As JSON; raises ValueError or TypeError for what is not JSON or not UTF-8."""
+    text = _encode(value)
+    if text.count("[") + text.count("{") > _DEEPEST and _depth(value) > _DEEPEST:
+        raise ValueError("nested too deeply")
+    return text.encode()
+
+
+def _depth(value: Any) -> int:
+    depth, layer = 0, [value]
+    while layer:
+        depth += 1
+        layer = [inner for outer in layer if isinstance(outer, (dict, list, tuple))
+                 for inner in (outer.values() if isinstance(outer, dict) else outer)]
+    return depth
+
+
+class _Call:
+    __slots__ = ("answer", "operation", "progress")
+
+    def __init__(self, answer: asyncio.Future[Any], operation: str, progress: Progress | None) -> None:
+        self.answer = answer
+        self.operation = operation
+        self.progress = progress
+
+
+class Link:
+    def __init__(self, library: Library, configuration: Mapping[str, Any], on_event: Callable[[str, Record], None]) -> None:
+        """Makes the client. Raises `UsageError` for a configuration that cannot be used. Needs a running loop."""
+        self._loop = asyncio.get_running_loop()
+        self._library = library
+        self._on_event = on_event
+        self._calls: dict[int, _Call] = {}
+        self._last = 0
+        self._descriptor: int | None = None
+        self._client = library.create(_bytes(configuration))
+        if self._client == 0:
+            raise Error(INTERFACE_DOMAIN, 6, "No client can be made: the process was forked, is ending, or is out of memory.")
+        try:
+            first = library.receive(self._client)  # of a configuration that cannot be used: the error
+            if first is not None:
+                record = json.loads(first)
+                if record.get("@type") == "error":
+                    raise error_from(record.get("error"))
+            self._descriptor = int(execute(library, self._client, "descriptor")["descriptor"])
+            self._loop.add_reader(self._descriptor, self._drain)
+        except BaseException:
+            self.close()
+            raise
+
+    @property
+    def is_open(self) -> bool:
+        return self._client != 0
+
+    def close(self) -> None:
+        """Ends the client at once; calls that are open raise `ClosedError`."""
+        client, self._client = self._client, 0
+        if client == 0:
+            return
+        if self._descriptor is not None and not self._loop.is_closed():
+            self._loop.remove_reader(self._descriptor)
+        self._library.free(client)
+        calls, self._calls = self._calls, {}
+        if self._loop.is_closed():
+            return
+        for call in calls.values():
+            if not call.answer.done():
+                call.answer.set_exception(ClosedError())
+
+    def execute(self, operation: str) -> Any:
+        """What needs no network, at once."""
+        if not self.is_open:
+            raise ClosedError()
+        return execute(self._library, self._client, operation)
+
+    async def call(self, operation: str, arguments: Mapping[str, Any], progress: Progress | None = None) -> Any:
+        """The result. Cancelling the task cancels the request, and with it a transfer."""
+        if not self.is_open:
+            raise ClosedError()
+        self._last += 1
+        extra = self._last
+        request: Record = {"@op": operation, "@extra": extra}
+        request.update((name, value) for name, value in arguments.items() if value is not None)
+        if progress is not None:
+            request["progress"] = True
+        try:
+            text = _bytes(request)
+        except (TypeError, ValueError, RecursionError) as error:
+            raise usage(f"an argument cannot be sent as JSON: {error}") from error
+        call = _Call(self._loop.create_future(), operation, progress)
+        self._calls[extra] = call
+        try:
+            self._library.send(self._client, text)
+            return await call.answer
+        except asyncio.CancelledError:
+            if not call.answer.done() or call.answer.cancelled():
+                self._cancel(extra)
+            raise
+        finally:
+            self._calls.pop(extra, None)
+
+    def fail(self, prefix: str, error: Error) -> None:
+        """Ends the open calls of operations whose names begin so."""
+        for extra, call in self._calls.items():
+            if call.operation.startswith(prefix) and not call.answer.done():
+                call.answer.set_exception(error)
+                self._cancel(extra)
+
+    def _cancel(self, extra: int) -> None:
+        if self.is_open:
+            self._library.send(self._client, _bytes({"@op": "cancel", "extra": extra}))
+
+    def _drain(self) -> None:
+        library = self._library
+        for _ in range(TEXTS_PER_TURN):  # what is left keeps the descriptor readable
+            if self._client == 0:  # closed by a handler
+                return
+            text = library.receive(self._client)
+            if text is None:
+                return
+            try:
+                self._take(json.loads(text))
+            except Exception as error:
+                self._loop.call_exception_handler({"message": "vexim: an event could not be handled", "exception": error})
+
+    def _take(self, record: Any) -> None:
+        kind = record.get("@type") if isinstance(record, dict) else None
+        if kind == "event":
+            name = record.get("name")
+            if name == "progress":
+                call = self._call_of(record)
+                percent = record.get("percent")
+                if call is not None and call.progress is not None and isinstance(percent, int):
+                    call.progress(percent)
+            else:
+                self._on_event(str(name), record)
+        elif kind == "answer" or kind == "error":
+            call = self._call_of(record)
+            if call is None or call.answer.done():  # cancelled meanwhile, or the answer to "cancel"
+                return
+            if kind == "answer":
+                call.answer.set_result(record.get("result"))
+            else:
+                call.answer.set_exception(error_from(record.get("error"), call.operation))
+        else:
+            _log.warning("a text of an unknown kind was skipped")
+
+    def _call_of(self, record: Record) -> _Call | None:
+        extra = record.get("@extra")
+        return self._calls.get(extra) if isinstance(extra, int) else None

@@ -1,0 +1,128 @@
+"""An event loop in a thread of its own, for those who have none."""
+
+from __future__ import annotations
+
+import asyncio
+import concurrent.futures
+import threading
+from collections.abc import Callable, Coroutine, Iterator
+from types import TracebackType
+from typing import Any, Generic, TypeVar
+
+from .errors import ClosedError, usage
+from .events import Stream
+
+T = TypeVar("T")
+
+
+class Portal:
+    """Runs coroutines in its thread and waits for them. Any thread may ask."""
+
+    def __init__(self) -> None:
+        self._lock = threading.Lock()
+        self._closed = False
+        self._loop = asyncio.new_event_loop()
+        self._thread = threading.Thread(target=self._serve, name="vexim", daemon=True)
+        self._thread.start()
+
+    def _serve(self) -> None:
+        asyncio.set_event_loop(self._loop)
+        try:
+            self._loop.run_forever()
+            tasks = asyncio.all_tasks(self._loop)
+            for task in tasks:
+                task.cancel()
+            self._loop.run_until_complete(asyncio.gather(*tasks, return_exceptions=True))
+            self._loop.run_until_complete(self._loop.shutdown_default_executor())
+        finally:
+            self._loop.close()
+
+    def run(self, coroutine: Coroutine[Any, Any, T], timeout: float | None) -> T:
+        """The coroutine's result. It is cancelled when `timeout` seconds are over (TimeoutError), and when the waiting is
+        interrupted, as by Ctrl-C."""
+        if threading.current_thread() is self._thread:
+            coroutine.close()
+            raise usage("a callback must not wait for the client that calls it")
+
+        async def bounded() -> T:
+            async with asyncio.timeout(timeout):
+                return await coroutine
+
+        with self._lock:
+            if self._closed:
+                coroutine.close()
+                raise ClosedError()
+            future = asyncio.run_coroutine_threadsafe(bounded(), self._loop)
+        try:
+            return future.result()
+        except concurrent.futures.CancelledError:
+            coroutine.close()  # it may not have begun
+            raise ClosedError() from None
+        except BaseException:
+            future.cancel()
+            raise
+
+    def do(self, function: Callable[[], T]) -> T:
+        """Runs a function that does not wait in the loop's thread."""
+
+        async def task() -> T:
+            return function()
+
+        return self.run(task(), None)
+
+    def close(self) -> None:
+        """Cancels what runs, and ends the thread."""
+        with self._lock:
+            if self._closed:
+                return
+            self._closed = True
+        self._loop.call_soon_threadsafe(self._loop.stop)
+        if threading.current_thread() is not self._thread:
+            self._thread.join()
+
+
+class SyncStream(Iterator[T], Generic[T]):
+    """An iterator over what comes. It waits for the next item, and ends when the client is closed. See `vexim.Stream`."""
+
+    def __init__(self, portal: Portal, stream: Stream[T]) -> None:
+        self._portal = portal
+        self._stream = stream
+
+    def __iter__(self) -> SyncStream[T]:
+        return self
+
+    def __next__(self) -> T:
+        return self.get()
+
+    def get(self, timeout: float | None = None) -> T:
+        """The next item. Raises TimeoutError when none comes within so many seconds, StopIteration when the client is closed."""
+        try:
+            items = self._portal.run(self._take(), timeout)
+        except ClosedError:
+            items = []
+        if not items:
+            raise StopIteration
+        return items[0]
+
+    async def _take(self) -> list[T]:
+        async for item in self._stream:
+            return [item]
+        return []
+
+    @property
+    def dropped(self) -> int:
+        """How many items were dropped because nobody read them."""
+        return self._stream.dropped
+
+    def close(self) -> None:
+        """Ends the stream. What it still held waits for the next one of its kind."""
+        try:
+            self._portal.run(self._stream.aclose(), None)
+        except ClosedError:
+            pass
+
+    def __enter__(self) -> SyncStream[T]:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+        self.close()

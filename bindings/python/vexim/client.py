@@ -1,0 +1,391 @@
+"""One user's connection to the service."""
+
+from __future__ import annotations
+
+import base64
+import os
+import pathlib
+import uuid
+from collections.abc import Mapping
+from types import TracebackType
+from typing import Any
+
+from . import events as happened
+from ._compose import File, composed, one_of
+from ._library import Library, load
+from ._link import Link, Progress, Record
+from .errors import INTERFACE_DOMAIN, URL_DOMAIN, BusyError, ClosedError, NetworkError, usage
+from .events import Event, Hub, MessageReceived, PresenceChanged, Stream
+from .models import Diagnosis, Message, Status, diagnosis_from, identity, message_from
+from .resources import Friends, Groups, Passengers, Rooms, Users
+
+_PLAIN_EVENTS: dict[str, Event] = {
+    "clientDidLogin": happened.LoggedIn(),
+    "clientDidLogout": happened.LoggedOut(),
+    "clientAttemptReconnect": happened.Reconnecting(),
+    "clientDidDisconnect": happened.Disconnected(),
+}
+_LOGINS = {
+    frozenset({"user_id"}): "loginWithUserId",
+    frozenset({"username", "password"}): "loginWithUsername",
+    frozenset({"phone_number", "sms_code"}): "loginWithPhoneNumber",
+    frozenset({"oauth"}): "loginWithThirdPartyOAuth",
+    frozenset({"auth_data"}): "loginWithAuthData",
+}
+_CPP_NAMES = {
+    "user_id": "userId", "username": "username", "password": "password", "phone_number": "phoneNumber", "sms_code": "smsCode",
+    "oauth": "oauth", "auth_data": "authData",
+}
+
+
+class Client:
+    """One user's connection to the service, in one asyncio event loop.
+
+        async with vexim.Client("demo-app", "demo-key", url=URL) as client:
+            await client.login(user_id="alice")
+            await client.send("hello", friend="bob")
+
+    `async with` opens the client and closes it; leaving ends all its calls and streams at once, without a logout. Use it in the
+    loop that opened it, from that loop's thread. Any number may be open in one process, but all of them belong to the same
+    application: requests use the credentials of the client that was opened last.
+
+    Operations fail with `vexim.Error`. For a deadline use `asyncio.timeout`; a task that is cancelled also cancels its transfer.
+    """
+
+    def __init__(
+        self,
+        app_id: str,
+        client_key: str,
+        *,
+        url: str | None = None,
+        installation_id: str | None = None,
+        namespace: str | None = None,
+        options: Mapping[str, Any] | None = None,
+        queue_size: int = 10_000,
+        library: Library | None = None,
+    ) -> None:
+        """
+        app_id, client_key
+            The application's credentials. The key signs requests and is never sent.
+        url
+            The service's origin, such as "https://im.example.org".
+        installation_id
+            Names this device's copy of the application, for services that push to devices. None makes one up for this client:
+            a program that runs again and again should have one of its own.
+        namespace
+            The Socket.IO namespace; "/chat" by default.
+        options
+            Options of the connection by name, such as {"forcePolling": True, "reconnectWait": 2, "caFile": "/etc/ca.pem"};
+            see docs/socketio.md.
+        queue_size
+            How many items a stream holds before it drops the oldest.
+        library
+            Another implementation of the C functions, for tests.
+        """
+        self._configuration: Record = {
+            **(options or {}),
+            "appId": app_id,
+            "clientKey": client_key,
+            "installationId": installation_id or f"python-{uuid.uuid4().hex}",
+        }
+        if url is not None:
+            self._configuration["socketURL"] = url
+        if namespace is not None:
+            self._configuration["nsp"] = namespace
+        if queue_size < 1:
+            raise usage("queue_size must be at least 1")
+        self._library = library
+        self._link: Link | None = None
+        self._user_id: str | None = None
+        self._messages: Hub[Message] = Hub(queue_size)
+        self._presence: Hub[PresenceChanged] = Hub(queue_size)
+        self._events: Hub[Event] = Hub(queue_size)
+        self.users = Users(self)
+        self.friends = Friends(self)
+        self.groups = Groups(self)
+        self.rooms = Rooms(self)
+        self.passengers = Passengers(self)
+
+    # Life
+
+    def open(self) -> None:
+        """Makes the client ready for a login; `async with` does this. Needs a running event loop. A closed one stays closed."""
+        if self._link is not None:
+            raise usage("the client was opened before")
+        self._link = Link(self._library or load(), self._configuration, self._on_event)
+
+    def close(self) -> None:
+        """Cuts the connection without a logout. Calls that are under way raise `ClosedError`; streams give what they hold, then
+        end. Closing again does nothing."""
+        if self._link is not None:
+            self._link.close()
+        self._messages.end()
+        self._presence.end()
+        self._events.end()
+
+    async def __aenter__(self) -> Client:
+        self.open()
+        return self
+
+    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+        self.close()
+
+    def __del__(self) -> None:
+        link: Link | None = getattr(self, "_link", None)
+        if link is not None and link.is_open:
+            import warnings
+
+            warnings.warn(f"{self!r} was not closed", ResourceWarning, source=self)
+            link.close()
+
+    def __repr__(self) -> str:
+        state = "new" if self._link is None else "open" if self._link.is_open else "closed"
+        return f"<vexim.Client {self._user_id or 'without a user'}, {state}>"
+
+    # Session
+
+    @property
+    def status(self) -> Status:
+        """Where the session stands."""
+        return Status(self._open_link().execute("status"))
+
+    @property
+    def user_id(self) -> str | None:
+        """The user who is logged in; None before the first login and after a logout."""
+        return self._user_id
+
+    async def login(
+        self,
+        *,
+        user_id: str | None = None,
+        username: str | None = None,
+        password: str | None = None,
+        phone_number: str | None = None,
+        sms_code: str | None = None,
+        oauth: Mapping[str, Any] | None = None,
+        auth_data: Mapping[str, Any] | None = None,
+    ) -> None:
+        """Connects and logs in, with one kind of credentials:
+
+        - `user_id`: vouched for by the client key alone
+        - `username` and `password`
+        - `phone_number` and `sms_code`
+        - `oauth`: what an outside identity provider gave
+        - `auth_data`: sent as it stands
+
+        Raises `LoginError` when the service refuses, `NetworkError` when it cannot be reached. A service that takes the
+        connection and then says nothing is waited for: use `asyncio.timeout`. Another login ends this one with `AbandonedError`.
+        After a drop the client connects and logs in again by itself.
+        """
+        given = {
+            name: value
+            for name, value in (
+                ("user_id", user_id), ("username", username), ("password", password), ("phone_number", phone_number),
+                ("sms_code", sms_code), ("oauth", oauth), ("auth_data", auth_data),
+            )
+            if value is not None
+        }
+        operation = _LOGINS.get(frozenset(given))
+        if operation is None:
+            raise usage("give user_id, or username and password, or phone_number and sms_code, or oauth, or auth_data")
+        await self._call(operation, {_CPP_NAMES[name]: value for name, value in given.items()})
+        self._user_id = user_id
+        if user_id is None:
+            user = await self._call("currentUser")
+            self._user_id = identity(user.get("uid")) if isinstance(user, dict) else None
+
+    async def logout(self) -> None:
+        """Removes this device's installation from the user, then closes the connection. Needs a connection: without one it does
+        not end, so give it a deadline."""
+        await self._call("logoutWithCompletion")
+        self._user_id = None
+
+    async def pause(self) -> None:
+        """Closes the connection until `resume`."""
+        await self._call("pause")
+
+    async def resume(self) -> None:
+        """Begins to connect again, with the credentials of the last login. `status` is `Status.OPENED` when that is done."""
+        await self._call("resume")
+
+    async def remove_installation(self) -> None:
+        """Removes this device's installation from the user who is logged in, as a logout does."""
+        await self._call("deleteCurrentInstallIdCompletion")
+
+    async def reset_flags(self) -> None:
+        """Clears `was_offline` and `is_logging_out`, such as after a logout that did not end."""
+        await self._call("resetFlags")
+
+    @property
+    def was_offline(self) -> bool:
+        """Whether the connection is, or has been since the last logout, down for another reason than a logout."""
+        return bool(self._open_link().execute("offlineTemporally"))
+
+    @property
+    def is_logging_out(self) -> bool:
+        """Whether a logout waits for the connection to close."""
+        return bool(self._open_link().execute("tryLogout"))
+
+    @property
+    def configuration(self) -> dict[str, Any]:
+        """The configuration as the library has it, without the client key."""
+        return dict(self._open_link().execute("config"))
+
+    def diagnose(self) -> Diagnosis:
+        """What has lately happened to this client, for a report of trouble. Print it."""
+        return diagnosis_from(self._open_link().execute("diagnose"))
+
+    # Messages
+
+    async def send(
+        self,
+        text: str | None = None,
+        *,
+        friend: str | None = None,
+        group: str | None = None,
+        room: str | None = None,
+        image: File | None = None,
+        audio: File | None = None,
+        video: File | None = None,
+        name: str | None = None,
+        payload: Mapping[str, Any] | None = None,
+        progress: Progress | None = None,
+    ) -> Message:
+        """Sends a message to a friend, a group or a room: a text, or a file.
+
+        image, audio, video
+            The path of a file, or its bytes. It is uploaded first.
+        name
+            The file name of bytes; its ending tells the type ("photo.jpg").
+        payload
+            Keys of the application's own, which travel along.
+        progress
+            Is called with the percentage of the upload, any number of times.
+
+        Returns the message as it was sent, which is when it was handed to the connection; there is no receipt. Raises `NotConnectedError` while there is
+        no connection.
+        """
+        operation, parameter, id = one_of(
+            ("sendMessageToFriend", "friendId", friend), ("sendMessageToGroup", "groupId", group), ("sendMessageToRoom", "roomId", room)
+        )
+        message = await composed(text, image, audio, video, name, payload)
+        record = await self._call(operation, {"message": message, parameter: id}, progress)
+        return message_from(record, friend, self._user_id, author=self._user_id)
+
+    async def reply(self, message: Message, text: str) -> Message:
+        """Sends a text into the conversation that `message` came from."""
+        return await self.send(text, friend=message.friend, group=message.group, room=message.room)
+
+    async def send_system(
+        self,
+        text: str | None = None,
+        *,
+        user: str | None = None,
+        group: str | None = None,
+        room: str | None = None,
+        everyone: bool = False,
+        image: File | None = None,
+        audio: File | None = None,
+        video: File | None = None,
+        name: str | None = None,
+        payload: Mapping[str, Any] | None = None,
+        progress: Progress | None = None,
+    ) -> None:
+        """Posts a system message to a user, a group, a room or everyone. Needs no connection; whether this application may do
+        it is the service's decision. The other arguments are those of `send`."""
+        operation, parameter, id = one_of(
+            ("sendSystemMessageToUser", "userId", user), ("sendSystemMessageToGroup", "groupId", group),
+            ("sendSystemMessageToRoom", "roomId", room), ("sendSystemMessageToAllUsers", "", True if everyone else None),
+        )
+        message = await composed(text, image, audio, video, name, payload)
+        await self._call(operation, {"message": message, **({parameter: id} if parameter else {})}, progress)
+
+    async def download(self, message: Message, path: str | os.PathLike[str], *, progress: Progress | None = None) -> pathlib.Path:
+        """Downloads the message's file to `path`. The file appears when it is whole; a download that fails or is cancelled leaves
+        none. `progress` is called with percentages, any number of times."""
+        await self._download(message, {"path": os.path.abspath(os.fspath(path))}, progress)
+        return pathlib.Path(path)
+
+    async def read(self, message: Message, *, progress: Progress | None = None) -> bytes:
+        """Downloads the message's file and returns its bytes."""
+        result = await self._download(message, {}, progress)
+        return base64.b64decode(result["data"])
+
+    async def _download(self, message: Message, target: Record, progress: Progress | None) -> Any:
+        record = {"attachmentUrl": message.attachment_url, "mediaType": int(message.media)}
+        if message.attachment_url is None:
+            raise usage("the message has no file")
+        return await self._call("VXIMMessage.downloadAttachment", {"message": record, **target}, progress)
+
+    # What comes
+
+    def messages(self, *, own: bool = False, system: bool = False) -> Stream[Message]:
+        """Messages as they come, also those that came since the client was opened and that nobody has read.
+
+        own
+            With the messages of the user who is logged in, from this and other devices. A bot that answers them answers itself.
+        system
+            With the system messages.
+
+        It is bounded: see `Stream`.
+        """
+
+        def wants(message: Message) -> bool:
+            if message.is_system:
+                return system
+            return own or message.sender is None or message.sender != self._user_id
+
+        return self._messages.open(wants)
+
+    def presence(self) -> Stream[PresenceChanged]:
+        """Friends who come and go. It is bounded: see `Stream`."""
+        return self._presence.open()
+
+    def events(self) -> Stream[Event]:
+        """All that happens to the client, messages and presence included. It is bounded: see `Stream`."""
+        return self._events.open()
+
+    # Inside
+
+    def _open_link(self) -> Link:
+        if self._link is None:
+            raise ClosedError(description="The client is not open: use `async with`.")
+        return self._link
+
+    async def _call(self, operation: str, arguments: Mapping[str, Any] | None = None, progress: Progress | None = None) -> Any:
+        return await self._open_link().call(operation, arguments or {}, progress)
+
+    def _on_event(self, name: str, record: Record) -> None:
+        self._events.publish(self._event_from(name, record))
+
+    def _event_from(self, name: str, record: Record) -> Event:
+        if name in ("clientDidReceiveMessageFromFriend", "clientDidReceiveMessageFromGroup", "clientDidReceiveMessageFromRoom",
+                    "clientDidReceiveSystemMessage"):
+            peer = record.get("from")
+            friend = identity(peer.get("uid")) if isinstance(peer, dict) and "uid" in peer else None
+            message = message_from(record.get("message"), friend, self._user_id)
+            self._messages.publish(message)
+            return MessageReceived(message)
+        if name in ("clientFriendDidOnline", "clientFriendDidOffline"):
+            info = record.get("info")
+            id = identity(info.get("uid")) if isinstance(info, dict) else None
+            if id is not None:
+                presence = PresenceChanged(id, name.endswith("Online"))
+                self._presence.publish(presence)
+                return presence
+        elif name == "socket.io.error":
+            data = record.get("data")
+            words, details = (data[0], data[1:]) if isinstance(data, list) and data else (data, None)
+            trouble = happened.ConnectionTrouble(str(words), details or None)
+            # A first connection that fails is not tried again: the login would never be answered.
+            if self._link is not None:
+                self._link.fail("login", NetworkError(URL_DOMAIN, -1004, trouble.description, details or None))
+            return trouble
+        elif name == "overflow":
+            count = record.get("events")
+            if record.get("answers") and self._link is not None:  # nobody knows whose
+                self._link.fail("", BusyError(INTERFACE_DOMAIN, 7, "Answers were dropped: too much was waiting."))
+            return happened.EventsDropped(count if isinstance(count, int) else 0)
+        elif name in _PLAIN_EVENTS:
+            return _PLAIN_EVENTS[name]
+        return happened.OtherEvent(name, {key: value for key, value in record.items() if key not in ("@type", "name")})

@@ -1,0 +1,139 @@
+"""What can go wrong. Every error is a `vexim.Error`; the subclasses sort them by what a program can do about them."""
+
+from __future__ import annotations
+
+from collections.abc import Mapping
+from typing import Any
+
+# Domains of the library.
+CLIENT_DOMAIN = "VXIMErrorDomain"
+SERVICE_DOMAIN = "VXErrorDomain"
+URL_DOMAIN = "NSURLErrorDomain"
+INTERFACE_DOMAIN = "VXIMInterfaceErrorDomain"
+
+_UNDERLYING = "NSUnderlyingError"
+# Timed out, host not found, cannot connect, connection lost, name lookup failed, offline.
+_PASSING_URL_CODES = frozenset({-1001, -1003, -1004, -1005, -1006, -1009})
+
+_BAD_URL = -1000  # an id that makes no URL
+
+
+class Error(Exception):
+    """An operation failed.
+
+    `domain` and `code` name the error as the C++ library does; `description` is for people; `user_info` holds what else is
+    known, such as the service's own answer. What caused it, if known, is its `__cause__`.
+    """
+
+    def __init__(self, domain: str, code: int, description: str, user_info: Any = None) -> None:
+        super().__init__(description)
+        self.domain = domain
+        self.code = code
+        self.description = description
+        self.user_info = user_info
+
+    def __reduce__(self) -> tuple[type[Error], tuple[str, int, str, Any]]:
+        return type(self), (self.domain, self.code, self.description, self.user_info)
+
+    def __str__(self) -> str:
+        return f"{self.description} ({self.domain} {self.code})"
+
+    @property
+    def temporary(self) -> bool:
+        """Whether the same operation may well succeed later: a timeout, a lost connection, a busy service."""
+        if self.domain == URL_DOMAIN and self.code in _PASSING_URL_CODES:
+            return True
+        if isinstance(self.user_info, Mapping) and self.user_info.get("temporary") is True:
+            return True
+        return isinstance(self.__cause__, Error) and self.__cause__.temporary
+
+
+class NetworkError(Error):
+    """The service could not be reached, or the connection broke."""
+
+
+class NotConnectedError(NetworkError):
+    """A message was sent while the client was not connected."""
+
+    @property
+    def temporary(self) -> bool:
+        return True
+
+
+class LoginError(Error):
+    """The service refused the login. `code` and `user_info` are the service's own."""
+
+
+class ServiceError(Error):
+    """The service refused a request. `code` is the service's own."""
+
+
+class ResponseError(Error):
+    """The service's answer cannot be used, or the operation failed without a reason."""
+
+
+class UsageError(Error, ValueError):
+    """A mistake in the program: a missing or unusable argument."""
+
+
+class BusyError(Error):
+    """Too many requests wait already."""
+
+    @property
+    def temporary(self) -> bool:
+        return True
+
+
+class AbandonedError(Error):
+    """The operation will never be answered, for instance because another login began."""
+
+
+class ClosedError(Error):
+    """The client was closed, before the call or while it was under way."""
+
+    def __init__(self, domain: str = INTERFACE_DOMAIN, code: int = 6, description: str = "The client is closed.",
+                 user_info: Any = None) -> None:
+        super().__init__(domain, code, description, user_info)
+
+
+class LibraryNotFoundError(ImportError):
+    """The C library `libvexim-c` is not installed, or cannot be loaded."""
+
+
+def usage(description: str) -> UsageError:
+    return UsageError(INTERFACE_DOMAIN, 4, description)
+
+
+_INTERFACE_ERRORS: dict[int, type[Error]] = {6: ClosedError, 7: BusyError, 9: ResponseError, 10: AbandonedError}
+
+
+def _class_for(domain: str, code: int, operation: str, cause: Error | None) -> type[Error]:
+    if domain == INTERFACE_DOMAIN:
+        return _INTERFACE_ERRORS.get(code, UsageError)
+    if domain == CLIENT_DOMAIN:
+        if operation.startswith("login"):
+            return LoginError
+        return {1: NotConnectedError, 2: ResponseError, 5004: UsageError}.get(code, ServiceError)
+    if domain == SERVICE_DOMAIN:
+        if code != 100:
+            return ServiceError
+        if cause is None or cause.domain != URL_DOMAIN:
+            return ResponseError
+        return UsageError if cause.code == _BAD_URL else NetworkError
+    return NetworkError if domain == URL_DOMAIN else Error
+
+
+def _number(value: Any) -> int:
+    return value if isinstance(value, int) else 0
+
+
+def error_from(record: Any, operation: str = "") -> Error:
+    """The exception for an error as the C library writes it."""
+    if not isinstance(record, Mapping):
+        record = {}
+    domain, code, info = str(record.get("domain", "")), _number(record.get("code")), record.get("userInfo")
+    beneath = info.get(_UNDERLYING) if isinstance(info, Mapping) else None
+    cause = error_from(beneath) if isinstance(beneath, Mapping) and "domain" in beneath else None
+    error = _class_for(domain, code, operation, cause)(domain, code, str(record.get("description", "")), info)
+    error.__cause__ = cause
+    return error

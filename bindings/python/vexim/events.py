@@ -1,0 +1,199 @@
+"""What happens to a client, as values and as streams of them."""
+
+from __future__ import annotations
+
+import asyncio
+import collections
+import weakref
+from collections.abc import AsyncIterator, Callable, Mapping
+from dataclasses import dataclass, field
+from types import TracebackType
+from typing import Any, Generic, TypeVar
+
+from .models import Message
+
+T = TypeVar("T")
+
+
+@dataclass(frozen=True, slots=True)
+class Event:
+    """Something that happened. Match on the subclasses."""
+
+
+@dataclass(frozen=True, slots=True)
+class MessageReceived(Event):
+    """A message came, one's own included."""
+
+    message: Message
+
+
+@dataclass(frozen=True, slots=True)
+class PresenceChanged(Event):
+    """A friend's first connection has come, or the last one has gone."""
+
+    friend: str
+    online: bool
+
+
+@dataclass(frozen=True, slots=True)
+class LoggedIn(Event):
+    """The service accepted the login, also after a reconnect."""
+
+
+@dataclass(frozen=True, slots=True)
+class LoggedOut(Event):
+    """A logout has ended."""
+
+
+@dataclass(frozen=True, slots=True)
+class Reconnecting(Event):
+    """The connection is about to be tried again."""
+
+
+@dataclass(frozen=True, slots=True)
+class Disconnected(Event):
+    """The connection closed: after a pause, a drop or a logout."""
+
+
+@dataclass(frozen=True, slots=True)
+class ConnectionTrouble(Event):
+    """The connection complains, such as that the service cannot be reached."""
+
+    description: str
+    details: Any = field(default=None, hash=False)
+    """What the service said, if anything."""
+
+
+@dataclass(frozen=True, slots=True)
+class EventsDropped(Event):
+    """So many events were lost, because the program did not take them: fetch the history."""
+
+    count: int
+
+
+@dataclass(frozen=True, slots=True)
+class OtherEvent(Event):
+    """An event that this version of the package does not know."""
+
+    name: str
+    arguments: Mapping[str, Any] = field(default_factory=dict, hash=False)
+
+
+class Stream(AsyncIterator[T], Generic[T]):
+    """An asynchronous iterator over what comes, made by `Client.messages`, `Client.presence` and `Client.events`.
+
+    Each stream gets every item. It ends when the client is closed. One task at a time reads it.
+
+    It holds a bounded number of items (`queue_size` of the client). When nobody reads, the oldest are dropped, and `dropped`
+    counts them. What a stream still held when it was closed, or left by `break`, waits for the next one of its kind.
+    """
+
+    def __init__(self, hub: Hub[T], wants: Callable[[T], bool] | None) -> None:
+        self._hub = hub
+        self._wants = wants
+        self._items: collections.deque[T] = collections.deque()
+        self._waiter: asyncio.Future[None] | None = None
+        self._closed = False
+        self._run = 0
+        self.dropped = 0
+
+    def __aiter__(self) -> Stream[T]:
+        return self
+
+    async def __anext__(self) -> T:
+        self._run += 1
+        if self._run % 64 == 0:  # a long queue must not keep other tasks waiting
+            await asyncio.sleep(0)
+        while not self._items:
+            if self._closed or self._hub.ended:
+                raise StopAsyncIteration
+            if self._waiter is not None:
+                raise RuntimeError("another task is reading this stream")
+            self._waiter = asyncio.get_running_loop().create_future()
+            try:
+                await self._waiter
+            finally:
+                self._waiter = None
+        return self._items.popleft()
+
+    async def aclose(self) -> None:
+        """Ends the stream. What it still held waits for the next one of its kind."""
+        self._close()
+
+    async def __aenter__(self) -> Stream[T]:
+        return self
+
+    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+        self._close()
+
+    def __del__(self) -> None:
+        self._close()
+
+    def _close(self) -> None:
+        if not self._closed:
+            self._closed = True
+            self._hub.leave(self, self._items)
+            self._items = collections.deque()
+            self._wake()
+
+    def _wake(self) -> None:
+        if self._waiter is not None and not self._waiter.done():
+            self._waiter.set_result(None)
+
+    def _push(self, item: T) -> None:
+        if self._closed or (self._wants is not None and not self._wants(item)):
+            return
+        self._items.append(item)
+        if len(self._items) > self._hub.limit:
+            self._items.popleft()
+            self.dropped += 1
+        self._wake()
+
+
+class Hub(Generic[T]):
+    """Hands each item to every stream of a kind; keeps the newest while there is no stream."""
+
+    def __init__(self, limit: int) -> None:
+        self.limit = limit
+        self.ended = False
+        self._streams: list[weakref.ref[Stream[T]]] = []
+        self._waiting: collections.deque[T] = collections.deque()
+        self._lost = 0
+
+    def open(self, wants: Callable[[T], bool] | None = None) -> Stream[T]:
+        stream = Stream(self, wants)
+        stream.dropped, self._lost = self._lost, 0
+        for item in self._waiting:
+            stream._push(item)
+        self._waiting.clear()
+        self._streams.append(weakref.ref(stream))
+        return stream
+
+    def publish(self, item: T) -> None:
+        if not self._streams:
+            self._keep([item])
+        for reference in self._streams:
+            stream = reference()
+            if stream is not None:
+                stream._push(item)
+
+    def leave(self, stream: Stream[T], unread: collections.deque[T]) -> None:
+        # A stream that is being deleted is dead to its reference already.
+        self._streams = [reference for reference in self._streams if reference() not in (None, stream)]
+        if not self._streams and not self.ended:
+            self._keep(unread)
+
+    def end(self) -> None:
+        """Streams give what they hold, then end."""
+        self.ended = True
+        self._waiting.clear()
+        for reference in self._streams:
+            stream = reference()
+            if stream is not None:
+                stream._wake()
+
+    def _keep(self, items: collections.deque[T] | list[T]) -> None:
+        self._waiting.extend(items)
+        while len(self._waiting) > self.limit:
+            self._waiting.popleft()
+            self._lost += 1

@@ -1,0 +1,472 @@
+"""VexIM without asyncio, for scripts and notebooks: the same methods, which wait.
+
+    with vexim.sync.Client("demo-app", "demo-key", url=URL) as client:
+        client.login(user_id="alice")
+        client.send("hello", friend="bob")
+        for message in client.messages():
+            print(message.sender, message.text)
+
+Each client has an event loop in a thread of its own. Any thread may call it; progress callbacks run in that thread, and must not
+wait for the client. Written by make_sync.py.
+"""
+
+from __future__ import annotations
+
+import os
+import pathlib
+from collections.abc import Iterable, Mapping
+from types import TracebackType
+from typing import Any, Callable
+
+from . import client as _client
+from . import resources as _resources
+from ._compose import File
+from ._library import Library
+from ._link import Progress
+from ._portal import Portal, SyncStream
+from .errors import ClosedError
+from .events import Event, PresenceChanged
+from .models import Diagnosis, Friend, Group, Message, Passenger, Room, Status, User
+
+__all__ = ["Client", "SyncStream"]
+
+
+class Users:
+    """Operations on users: `client.users`."""
+
+    def __init__(self, inner: _resources.Users, portal: Portal, timeout: float | None) -> None:
+        self._inner = inner
+        self._portal = portal
+        self._timeout = timeout
+
+    def attributes(self, id: str) -> dict[str, Any]:
+        """All attributes."""
+        return self._portal.run(self._inner.attributes(id), self._timeout)
+
+    def attribute(self, id: str, key: str) -> Any:
+        """One attribute; None when there is none."""
+        return self._portal.run(self._inner.attribute(id, key), self._timeout)
+
+    def update_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
+        """Merges into the attributes; those given win."""
+        self._portal.run(self._inner.update_attributes(id, attributes), self._timeout)
+
+    def replace_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
+        """Replaces all attributes."""
+        self._portal.run(self._inner.replace_attributes(id, attributes), self._timeout)
+
+    def delete_attributes(self, id: str) -> None:
+        """Deletes all attributes."""
+        self._portal.run(self._inner.delete_attributes(id), self._timeout)
+
+    def fetch(self, id: str | None=None) -> User:
+        """The ids of a user's friends, groups and rooms; of the user who is logged in without an `id`."""
+        return self._portal.run(self._inner.fetch(id), self._timeout)
+
+    def find(self, where: Mapping[str, str] | None=None, *, order: Iterable[str]=(), skip: int=0, limit: int=20) -> list[User]:
+        """Users whose attributes are as in `where`. `order` names attributes to sort by; "-name" is descending."""
+        return self._portal.run(self._inner.find(where, order=order, skip=skip, limit=limit), self._timeout)
+
+
+class Friends:
+    """The friends of the user who is logged in: `client.friends`."""
+
+    def __init__(self, inner: _resources.Friends, portal: Portal, timeout: float | None) -> None:
+        self._inner = inner
+        self._portal = portal
+        self._timeout = timeout
+
+    def all(self, *, detail: bool=True) -> list[Friend]:
+        """The friend list. Without `detail` only ids are known."""
+        return self._portal.run(self._inner.all(detail=detail), self._timeout)
+
+    def get(self, friend: str) -> Friend:
+        """One friend. Raises `ResponseError` when the service does not give a record."""
+        return self._portal.run(self._inner.get(friend), self._timeout)
+
+    def add(self, friend: str) -> Any:
+        """Makes a user a friend; the result is the service's."""
+        return self._portal.run(self._inner.add(friend), self._timeout)
+
+    def remove(self, friend: str) -> None:
+        """Ends a friendship."""
+        self._portal.run(self._inner.remove(friend), self._timeout)
+
+    def history(self, friend: str, *, before: float | None=None, limit: int=20) -> list[Message]:
+        """Messages with a friend before a time (seconds since 1970; None is now), the newest first."""
+        return self._portal.run(self._inner.history(friend, before=before, limit=limit), self._timeout)
+
+
+class Groups:
+    """Operations on groups: `client.groups`."""
+
+    def __init__(self, inner: _resources.Groups, portal: Portal, timeout: float | None) -> None:
+        self._inner = inner
+        self._portal = portal
+        self._timeout = timeout
+
+    def attributes(self, id: str) -> dict[str, Any]:
+        """All attributes."""
+        return self._portal.run(self._inner.attributes(id), self._timeout)
+
+    def attribute(self, id: str, key: str) -> Any:
+        """One attribute; None when there is none."""
+        return self._portal.run(self._inner.attribute(id, key), self._timeout)
+
+    def update_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
+        """Merges into the attributes; those given win."""
+        self._portal.run(self._inner.update_attributes(id, attributes), self._timeout)
+
+    def replace_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
+        """Replaces all attributes."""
+        self._portal.run(self._inner.replace_attributes(id, attributes), self._timeout)
+
+    def delete_attributes(self, id: str) -> None:
+        """Deletes all attributes."""
+        self._portal.run(self._inner.delete_attributes(id), self._timeout)
+
+    def joined(self, *, detail: bool=True) -> list[Group]:
+        """The groups of the user who is logged in. Without `detail` only ids are known."""
+        return self._portal.run(self._inner.joined(detail=detail), self._timeout)
+
+    def create(self, name: str | None=None, *, owner: str | None=None, members: Iterable[str] | None=None) -> Group:
+        """Creates a group; what is left out is left to the service."""
+        return self._portal.run(self._inner.create(name, owner=owner, members=members), self._timeout)
+
+    def fetch(self, id: str) -> Group:
+        """The group as the service knows it."""
+        return self._portal.run(self._inner.fetch(id), self._timeout)
+
+    def history(self, id: str, *, before: float | None=None, limit: int=20) -> list[Message]:
+        """Messages of the group before a time (seconds since 1970; None is now), the newest first."""
+        return self._portal.run(self._inner.history(id, before=before, limit=limit), self._timeout)
+
+    def change_owner(self, id: str, owner: str) -> None:
+        """Hands the group over."""
+        self._portal.run(self._inner.change_owner(id, owner), self._timeout)
+
+    def update(self, id: str, record: Mapping[str, Any]) -> None:
+        """Changes entries of the record itself, not of its attributes."""
+        self._portal.run(self._inner.update(id, record), self._timeout)
+
+    def rename(self, id: str, name: str) -> None:
+        """Gives the group another name, which is one of its attributes."""
+        self._portal.run(self._inner.rename(id, name), self._timeout)
+
+    def add_members(self, id: str, users: Iterable[str]) -> None:
+        """Adds users by their ids."""
+        self._portal.run(self._inner.add_members(id, users), self._timeout)
+
+    def remove_members(self, id: str, users: Iterable[str]) -> None:
+        """Removes users by their ids."""
+        self._portal.run(self._inner.remove_members(id, users), self._timeout)
+
+    def delete(self, id: str) -> None:
+        """Deletes the group."""
+        self._portal.run(self._inner.delete(id), self._timeout)
+
+    def find(self, where: Mapping[str, str] | None=None, *, order: Iterable[str]=(), skip: int=0, limit: int=20) -> list[Group]:
+        """Groups whose attributes are as in `where`. `order` names attributes to sort by; "-name" is descending."""
+        return self._portal.run(self._inner.find(where, order=order, skip=skip, limit=limit), self._timeout)
+
+
+class Rooms:
+    """Operations on rooms: `client.rooms`."""
+
+    def __init__(self, inner: _resources.Rooms, portal: Portal, timeout: float | None) -> None:
+        self._inner = inner
+        self._portal = portal
+        self._timeout = timeout
+
+    def attributes(self, id: str) -> dict[str, Any]:
+        """All attributes."""
+        return self._portal.run(self._inner.attributes(id), self._timeout)
+
+    def attribute(self, id: str, key: str) -> Any:
+        """One attribute; None when there is none."""
+        return self._portal.run(self._inner.attribute(id, key), self._timeout)
+
+    def update_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
+        """Merges into the attributes; those given win."""
+        self._portal.run(self._inner.update_attributes(id, attributes), self._timeout)
+
+    def replace_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
+        """Replaces all attributes."""
+        self._portal.run(self._inner.replace_attributes(id, attributes), self._timeout)
+
+    def delete_attributes(self, id: str) -> None:
+        """Deletes all attributes."""
+        self._portal.run(self._inner.delete_attributes(id), self._timeout)
+
+    def joined(self, *, detail: bool=True) -> list[Room]:
+        """The rooms of the user who is logged in. Without `detail` only ids are known."""
+        return self._portal.run(self._inner.joined(detail=detail), self._timeout)
+
+    def create(self, name: str, *, members: Iterable[str] | None=None) -> Room:
+        """Creates a room."""
+        return self._portal.run(self._inner.create(name, members=members), self._timeout)
+
+    def fetch(self, id: str) -> Room:
+        """The room as the service knows it."""
+        return self._portal.run(self._inner.fetch(id), self._timeout)
+
+    def rename(self, id: str, name: str) -> None:
+        """Gives the room another name."""
+        self._portal.run(self._inner.rename(id, name), self._timeout)
+
+    def add_members(self, id: str, users: Iterable[str]) -> None:
+        """Adds users by their ids."""
+        self._portal.run(self._inner.add_members(id, users), self._timeout)
+
+    def remove_members(self, id: str, users: Iterable[str]) -> None:
+        """Removes users by their ids."""
+        self._portal.run(self._inner.remove_members(id, users), self._timeout)
+
+    def delete(self, id: str) -> None:
+        """Deletes the room."""
+        self._portal.run(self._inner.delete(id), self._timeout)
+
+    def find(self, where: Mapping[str, str] | None=None, *, order: Iterable[str]=(), skip: int=0, limit: int=20) -> list[Room]:
+        """Rooms whose attributes are as in `where`. `order` names attributes to sort by; "-name" is descending."""
+        return self._portal.run(self._inner.find(where, order=order, skip=skip, limit=limit), self._timeout)
+
+
+class Passengers:
+    """Operations on passengers, the anonymous visitors: `client.passengers`."""
+
+    def __init__(self, inner: _resources.Passengers, portal: Portal, timeout: float | None) -> None:
+        self._inner = inner
+        self._portal = portal
+        self._timeout = timeout
+
+    def save(self, attributes: Mapping[str, Any]) -> Passenger:
+        """Creates a passenger, or updates the one whose "id" is among the attributes."""
+        return self._portal.run(self._inner.save(attributes), self._timeout)
+
+    def update(self, id: str, attributes: Mapping[str, Any]) -> None:
+        """Changes attributes."""
+        self._portal.run(self._inner.update(id, attributes), self._timeout)
+
+    def fetch(self, id: str) -> Passenger:
+        """The passenger as the service knows it."""
+        return self._portal.run(self._inner.fetch(id), self._timeout)
+
+    def history(self, id: str, user: str, *, before: float | None=None, limit: int=20) -> list[Message]:
+        """Messages with a user before a time (seconds since 1970; None is now), the newest first."""
+        return self._portal.run(self._inner.history(id, user, before=before, limit=limit), self._timeout)
+
+
+class Client:
+    """One user's connection to the service: `vexim.Client`, whose methods wait.
+
+    `timeout` bounds each call in seconds, but for uploads and downloads (TimeoutError); None waits for ever. The other
+    arguments are those of `vexim.Client`.
+
+    It is open from the start. `close`, or the end of a `with`, ends it without a logout; calls of other threads that are under
+    way then raise `ClosedError`.
+    """
+
+    def __init__(
+        self,
+        app_id: str,
+        client_key: str,
+        *,
+        url: str | None = None,
+        installation_id: str | None = None,
+        namespace: str | None = None,
+        options: Mapping[str, Any] | None = None,
+        queue_size: int = 10_000,
+        timeout: float | None = 60.0,
+        library: Library | None = None,
+    ) -> None:
+        self._inner = _client.Client(app_id, client_key, url=url, installation_id=installation_id, namespace=namespace,
+                                     options=options, queue_size=queue_size, library=library)
+        self._timeout = timeout
+        self._portal = Portal()
+        try:
+            self._portal.do(self._inner.open)
+        except BaseException:
+            self._portal.close()
+            raise
+        self.users = Users(self._inner.users, self._portal, timeout)
+        self.friends = Friends(self._inner.friends, self._portal, timeout)
+        self.groups = Groups(self._inner.groups, self._portal, timeout)
+        self.rooms = Rooms(self._inner.rooms, self._portal, timeout)
+        self.passengers = Passengers(self._inner.passengers, self._portal, timeout)
+
+    def close(self) -> None:
+        """Cuts the connection without a logout, and ends the thread. Closing again does nothing."""
+        try:
+            self._portal.do(self._inner.close)
+        except ClosedError:
+            return
+        self._portal.close()
+
+    def __enter__(self) -> Client:
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+        self.close()
+
+    def __repr__(self) -> str:
+        return repr(self._inner).replace("vexim.Client", "vexim.sync.Client")
+
+    @property
+    def status(self) -> Status:
+        """Where the session stands."""
+        return self._portal.do(lambda: self._inner.status)
+
+    @property
+    def user_id(self) -> str | None:
+        """The user who is logged in; None before the first login and after a logout."""
+        return self._portal.do(lambda: self._inner.user_id)
+
+    def login(
+        self,
+        *,
+        user_id: str | None=None,
+        username: str | None=None,
+        password: str | None=None,
+        phone_number: str | None=None,
+        sms_code: str | None=None,
+        oauth: Mapping[str, Any] | None=None,
+        auth_data: Mapping[str, Any] | None=None,
+    ) -> None:
+        """Connects and logs in, with one kind of credentials:
+
+        - `user_id`: vouched for by the client key alone
+        - `username` and `password`
+        - `phone_number` and `sms_code`
+        - `oauth`: what an outside identity provider gave
+        - `auth_data`: sent as it stands
+
+        Raises `LoginError` when the service refuses, `NetworkError` when it cannot be reached. A service that takes the
+        connection and then says nothing is waited for: use the client's `timeout`. Another login ends this one with `AbandonedError`.
+        After a drop the client connects and logs in again by itself.
+        """
+        self._portal.run(self._inner.login(user_id=user_id, username=username, password=password, phone_number=phone_number, sms_code=sms_code, oauth=oauth, auth_data=auth_data), self._timeout)
+
+    def logout(self) -> None:
+        """Removes this device's installation from the user, then closes the connection. Needs a connection: without one it does
+        not end, so give it a deadline.
+        """
+        self._portal.run(self._inner.logout(), self._timeout)
+
+    def pause(self) -> None:
+        """Closes the connection until `resume`."""
+        self._portal.run(self._inner.pause(), self._timeout)
+
+    def resume(self) -> None:
+        """Begins to connect again, with the credentials of the last login. `status` is `Status.OPENED` when that is done."""
+        self._portal.run(self._inner.resume(), self._timeout)
+
+    def remove_installation(self) -> None:
+        """Removes this device's installation from the user who is logged in, as a logout does."""
+        self._portal.run(self._inner.remove_installation(), self._timeout)
+
+    def reset_flags(self) -> None:
+        """Clears `was_offline` and `is_logging_out`, such as after a logout that did not end."""
+        self._portal.run(self._inner.reset_flags(), self._timeout)
+
+    @property
+    def was_offline(self) -> bool:
+        """Whether the connection is, or has been since the last logout, down for another reason than a logout."""
+        return self._portal.do(lambda: self._inner.was_offline)
+
+    @property
+    def is_logging_out(self) -> bool:
+        """Whether a logout waits for the connection to close."""
+        return self._portal.do(lambda: self._inner.is_logging_out)
+
+    @property
+    def configuration(self) -> dict[str, Any]:
+        """The configuration as the library has it, without the client key."""
+        return self._portal.do(lambda: self._inner.configuration)
+
+    def diagnose(self) -> Diagnosis:
+        """What has lately happened to this client, for a report of trouble. Print it."""
+        return self._portal.do(lambda: self._inner.diagnose())
+
+    def send(
+        self,
+        text: str | None=None,
+        *,
+        friend: str | None=None,
+        group: str | None=None,
+        room: str | None=None,
+        image: File | None=None,
+        audio: File | None=None,
+        video: File | None=None,
+        name: str | None=None,
+        payload: Mapping[str, Any] | None=None,
+        progress: Progress | None=None,
+    ) -> Message:
+        """Sends a message to a friend, a group or a room: a text, or a file.
+
+        image, audio, video
+            The path of a file, or its bytes. It is uploaded first.
+        name
+            The file name of bytes; its ending tells the type ("photo.jpg").
+        payload
+            Keys of the application's own, which travel along.
+        progress
+            Is called with the percentage of the upload, any number of times.
+
+        Returns the message as it was sent, which is when it was handed to the connection; there is no receipt. Raises `NotConnectedError` while there is
+        no connection.
+        """
+        return self._portal.run(self._inner.send(text, friend=friend, group=group, room=room, image=image, audio=audio, video=video, name=name, payload=payload, progress=progress), None)
+
+    def reply(self, message: Message, text: str) -> Message:
+        """Sends a text into the conversation that `message` came from."""
+        return self._portal.run(self._inner.reply(message, text), self._timeout)
+
+    def send_system(
+        self,
+        text: str | None=None,
+        *,
+        user: str | None=None,
+        group: str | None=None,
+        room: str | None=None,
+        everyone: bool=False,
+        image: File | None=None,
+        audio: File | None=None,
+        video: File | None=None,
+        name: str | None=None,
+        payload: Mapping[str, Any] | None=None,
+        progress: Progress | None=None,
+    ) -> None:
+        """Posts a system message to a user, a group, a room or everyone. Needs no connection; whether this application may do
+        it is the service's decision. The other arguments are those of `send`.
+        """
+        self._portal.run(self._inner.send_system(text, user=user, group=group, room=room, everyone=everyone, image=image, audio=audio, video=video, name=name, payload=payload, progress=progress), None)
+
+    def download(self, message: Message, path: str | os.PathLike[str], *, progress: Progress | None=None) -> pathlib.Path:
+        """Downloads the message's file to `path`. The file appears when it is whole; a download that fails or is cancelled leaves
+        none. `progress` is called with percentages, any number of times.
+        """
+        return self._portal.run(self._inner.download(message, path, progress=progress), None)
+
+    def read(self, message: Message, *, progress: Progress | None=None) -> bytes:
+        """Downloads the message's file and returns its bytes."""
+        return self._portal.run(self._inner.read(message, progress=progress), None)
+
+    def messages(self, *, own: bool=False, system: bool=False) -> SyncStream[Message]:
+        """Messages as they come, also those that came since the client was opened and that nobody has read.
+
+        own
+            With the messages of the user who is logged in, from this and other devices. A bot that answers them answers itself.
+        system
+            With the system messages.
+
+        It is bounded: see `Stream`.
+        """
+        return SyncStream(self._portal, self._portal.do(lambda: self._inner.messages(own=own, system=system)))
+
+    def presence(self) -> SyncStream[PresenceChanged]:
+        """Friends who come and go. It is bounded: see `Stream`."""
+        return SyncStream(self._portal, self._portal.do(lambda: self._inner.presence()))
+
+    def events(self) -> SyncStream[Event]:
+        """All that happens to the client, messages and presence included. It is bounded: see `Stream`."""
+        return SyncStream(self._portal, self._portal.do(lambda: self._inner.events()))
