@@ -73,6 +73,7 @@ TEST(HostileSession, MeetsEachFrameWithTheRightEnd) {
         {"event without a name", {"42/chat,[]"}, kBad, kBad, kBad},
         {"event that is an object", {"42/chat,{}"}, kBad, kBad, kBad},
         {"event whose name is an object", {"42/chat,[{}]"}, kBad, kBad, kBad},
+        {"event whose name is a number", {"42/chat,[1]"}, kBad, kBad, kBad},
         {"event with a reserved name", {R"(42/chat,["connect"])"}, kBad, kBad, kBad},
         {"event cut short", {R"(42/chat,["a")"}, kBad, kBad, kBad},
         {"event for another namespace", {R"(42/other,["a"])"}, kBad, kLives, kBad},
@@ -98,6 +99,8 @@ TEST(HostileSession, MeetsEachFrameWithTheRightEnd) {
         {"namespace taken away", {"41/chat,"}, kBad, "server-disconnect", kBad},
         {"disconnect with a payload", {R"(41/chat,{"a":1})"}, kBad, kBad, kBad},
         {"error for the joined namespace", {R"(44/chat,"oops")"}, kBad, kLives, kBad},
+        {"error with an id", {R"(44/chat,7"oops")"}, kBad, kBad, kBad},
+        {"error with nothing but an id", {"44/chat,7"}, kBad, kBad, kBad},
         {"raw HTTP on the open socket", {"HTTP/1.1 400 Bad Request"}, kBad, kBad, kBad},
     };
     for (const auto& fault : faults) {

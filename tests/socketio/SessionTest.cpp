@@ -177,10 +177,12 @@ TEST(EngineSession, UpgradesWithoutLossOrReordering) {
     script.posted();
     EXPECT_EQ(script.emit("42/chat,[1]"), "POST 42/chat,[1]") << "polling still carries";
     EXPECT_EQ(script.text("3probe"), "") << "both requests are to come back first";
-    EXPECT_FALSE(script.session.canEmit());
+    EXPECT_EQ(script.posted(), "");
+    EXPECT_EQ(script.emit("42/chat,[2]"), "POST 42/chat,[2]") << "the server may keep the GET as long as it likes";
     EXPECT_EQ(script.got("42/chat,[\"last\"]\x1e"
                          "2"),
               R"(event["last"])");
+    EXPECT_FALSE(script.session.canEmit()) << "only this POST is still to come back";
     EXPECT_EQ(script.posted(), ">5 >3");
     EXPECT_TRUE(script.session.emitsDirectly());
     EXPECT_EQ(script.text("42/chat,[\"first\"]"), R"(event["first"])");
@@ -211,6 +213,41 @@ TEST(EngineSession, StaysOnPollingWhenTheUpgradeFails) {
     EXPECT_EQ(unanswered.wait(10s), "drop-ws");
     unanswered.got("2");
     EXPECT_EQ(unanswered.posted(), "");
+}
+
+TEST(EngineSession, SendsOnWhileAnUpgradeStalls) {
+    Script script(chat(TransportChoice::PollingThenWebSocket));
+    script.joinPolling(EngineRevision::V4);
+    script.on(event::WebSocketOpened{});
+    script.text("3probe");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(script.emit("42/chat,[1]"), "POST 42/chat,[1]");
+        EXPECT_EQ(script.posted(), "");
+    }
+    EXPECT_EQ(script.wait(10s), "drop-ws") << "the server never lets the GET go";
+    EXPECT_EQ(script.emit("42/chat,[2]"), "POST 42/chat,[2]");
+    EXPECT_EQ(script.got("2"), "GET(EIO=4&transport=polling&sid=s1)");
+}
+
+TEST(EngineSession, SlowsDownForAServerThatHoldsNoGet) {
+    constexpr const char* kGet = "GET(EIO=4&transport=polling&sid=s1)";
+    Script script(chat(TransportChoice::PollingOnly));
+    script.joinPolling(EngineRevision::V4);
+    int requests = 0;
+    bool isAsked = true;
+    for (const auto end = script.now + 10s; script.now < end; script.now += 1ms) {
+        requests += isAsked;
+        isAsked = (isAsked ? script.got("6") : script.on(event::Tick{})) == kGet;
+    }
+    EXPECT_LT(requests, 30);
+    EXPECT_GT(requests, 10) << "but is asked about once a second";
+    script.wait(1s);
+    EXPECT_EQ(script.got(R"(42/chat,["a"])"), std::string(R"(event["a"] )") + kGet)
+        << "one that has something is asked again at once";
+    for (int i = 0; i < 5; ++i) {
+        script.wait(1s);
+        EXPECT_EQ(script.got("6"), kGet) << "and so is one that held the GET";
+    }
 }
 
 TEST(EngineSession, EndsOnceWhateverHappensAfterwards) {

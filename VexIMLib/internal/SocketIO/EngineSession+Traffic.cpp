@@ -18,6 +18,17 @@ using namespace std::chrono_literals;
 constexpr std::chrono::milliseconds kGetSlack = 10s;
 constexpr auto kNudgeTimeout = 10s;
 constexpr const char* kPong = "3";
+// A GET that was held for so long was no empty promise.
+constexpr auto kHeldGet = 1s;
+
+/// How long the next GET waits after so many in a row that were answered at once with nothing: a server that holds none would
+/// have us ask without end. The first few cost nothing; servers end a GET so when they are asked to upgrade.
+std::chrono::milliseconds brakeAfter(unsigned hastyAnswers) {
+    constexpr unsigned kFree = 3;
+    constexpr unsigned kDoublings = 6;  // 16 ms to about a second
+    if (hastyAnswers < kFree) return 0ms;
+    return 16ms * (1 << std::min(hastyAnswers - kFree, kDoublings));
+}
 
 }  // namespace
 
@@ -73,11 +84,15 @@ void EngineSession::handle(const event::GetAnswered& answer) {
                    nullptr, unknown);
     }
     PayloadReader reader(*revision_, answer.body);
+    bool isIdle = true;
     while (phase_ != Phase::Ended) {
         const auto packet = reader.next();
         if (!packet) break;
+        isIdle = isIdle && packet->type != EnginePacketType::Open && packet->type != EnginePacketType::Message;
         didReceiveEngine(*packet);
     }
+    hastyAnswers_ = isIdle && now_ - getSentAt_ < kHeldGet ? hastyAnswers_ + 1 : 0;
+    if (const auto wait = brakeAfter(hastyAnswers_); wait > 0ms) getDue_ = now_ + wait;
     if (phase_ != Phase::Ended && reader.failed()) end(EndCause::ProtocolFault, "A malformed payload.");
 }
 
@@ -200,11 +215,13 @@ void EngineSession::handle(const event::Tick&) {
     if (phase_ != Phase::Draining && isDue(pingDue_)) beat();
 }
 
-// Upgrade: probe the WebSocket, let polling run dry, change over. Until then polling carries everything.
+// Upgrade: probe the WebSocket, let polling run dry, change over. Until then polling carries everything. The server decides when
+// the last GET comes back, so POSTs go on until it has: a server that keeps it holds up nothing.
 
 void EngineSession::didReceiveProbeAnswer(std::string_view text) {
     if (text != "3probe") return abandonUpgrade();
     phase_ = Phase::Draining;
+    getDue_.reset();
 }
 
 void EngineSession::abandonUpgrade() {
@@ -249,12 +266,16 @@ void EngineSession::handle(const event::Emit& message) {
     for (auto& packet : packets) send(std::move(packet));
 }
 
+bool EngineSession::mayPost() const noexcept { return phase_ != Phase::Draining || getInFlight_; }
+
 /// What follows from any event: polling's next requests, the start and the end of an upgrade.
 void EngineSession::settle() {
     if (phase_ == Phase::Draining) finishUpgradeWhenDrained();
-    if (phase_ == Phase::Ended || phase_ == Phase::Idle || phase_ == Phase::Draining || carrier_ != Carrier::Polling) return;
-    if (!getInFlight_) {
+    if (phase_ == Phase::Ended || phase_ == Phase::Idle || carrier_ != Carrier::Polling) return;
+    if (phase_ != Phase::Draining && !getInFlight_ && (!getDue_ || *getDue_ <= now_)) {
         getInFlight_ = true;
+        getSentAt_ = now_;
+        getDue_.reset();
         const auto patience = phase_ == Phase::OpeningPolling ? config_.connectTimeout : open_.pingInterval + open_.pingTimeout;
         act(action::Get{target("polling"), patience + kGetSlack});
     }
@@ -270,7 +291,7 @@ void EngineSession::settle() {
 }
 
 void EngineSession::post() {
-    if (postInFlight_ || outgoing_.empty()) return;
+    if (postInFlight_ || outgoing_.empty() || !mayPost()) return;
     PayloadWriter writer(*revision_);
     const std::size_t limit = open_.bodyLimit();
     while (!outgoing_.empty() && (writer.empty() || writer.sizeWith(outgoing_.front()) <= limit)) {

@@ -54,8 +54,7 @@ bool EngineSession::emitsDirectly() const noexcept { return phase_ == Phase::Joi
 
 bool EngineSession::canEmit() const noexcept {
     if (emitsDirectly()) return true;
-    const bool collecting = phase_ == Phase::Joined || phase_ == Phase::Probing;
-    return collecting && !postInFlight_ && outgoingBytes_ < open_.bodyLimit();
+    return isJoined() && mayPost() && !postInFlight_ && outgoingBytes_ < open_.bodyLimit();
 }
 
 std::optional<EngineSession::TimePoint> EngineSession::deadline() const {
@@ -70,6 +69,7 @@ std::optional<EngineSession::TimePoint> EngineSession::deadline() const {
     if (phase_ != Phase::Draining) consider(pingDue_);
     consider(heartbeatDeadline_);
     consider(nudgeDeadline_);
+    consider(getDue_);
     return first;
 }
 

@@ -194,7 +194,7 @@ private:
         Joining,           // revision known, a join sent
         Joined,
         Probing,   // joined on polling, a WebSocket is being tried
-        Draining,  // the WebSocket answers; the last polling requests are coming back
+        Draining,  // the WebSocket answers; the last GET is coming back, and then a POST under way
         Ended,
     };
     enum class Carrier : std::uint8_t { None, WebSocket, Polling };
@@ -226,6 +226,7 @@ private:
     void didReceiveProbeAnswer(std::string_view text);
     void abandonUpgrade();
     void finishUpgradeWhenDrained();
+    bool mayPost() const noexcept;
     void didReceiveEngine(const EnginePacketView& packet);
     void didDecode(PacketDecoder::Result result);
     void didReceiveWhileJoining(Packet packet);
@@ -275,6 +276,9 @@ private:
 
     // Polling.
     bool getInFlight_ = false;
+    TimePoint getSentAt_{};
+    unsigned hastyAnswers_ = 0;        // in a row: answered at once, with nothing in them
+    std::optional<TimePoint> getDue_;  // the next GET waits until then
     bool postInFlight_ = false;
     std::deque<std::string> outgoing_;  // packets as text, in order
     std::size_t outgoingBytes_ = 0;

@@ -38,14 +38,14 @@ const char* faultOfPayload(const Packet& packet) {
         case PacketType::Connect:
             return packet.payload.isNil() || packet.payload.isDictionary() ? nullptr : "a connect's payload is no object";
         case PacketType::Disconnect: return packet.payload.isNil() ? nullptr : "a disconnect with a payload";
-        case PacketType::Error: return nullptr;
+        case PacketType::Error: return packet.id ? "an error with an id" : nullptr;
         case PacketType::Ack:
             if (!packet.id) return "an answer without an id";
             return packet.payload.isArray() ? nullptr : "an answer's payload is no array";
         case PacketType::Event: {
-            const Value& name = packet.payload.get(std::size_t{0});
-            if (!packet.payload.isArray() || !(name.isString() || name.isNumber())) return "an event without a name";
-            if (isReservedEventName(name.asStringView().value_or(""))) return "an event with a reserved name";
+            const auto name = packet.payload.isArray() ? packet.payload.get(std::size_t{0}).asStringView() : std::nullopt;
+            if (!name) return "an event without a name";
+            if (isReservedEventName(*name)) return "an event with a reserved name";
             return nullptr;
         }
     }
@@ -225,7 +225,8 @@ PacketDecoder::Result PacketDecoder::text(std::string_view text) {
         packet.nsp = text.substr(0, comma);
         text.remove_prefix(std::min(comma + 1, text.size()));
     }
-    if (!text.empty() && text.front() >= '0' && text.front() <= '9' && packet.type != PacketType::Error) {
+    // As the other parsers read it: digits here are an id, also where a number could be the payload.
+    if (!text.empty() && text.front() >= '0' && text.front() <= '9') {
         packet.id = takeNumber(text);
         if (!packet.id) return malformed("an id out of range");
     }
