@@ -356,7 +356,7 @@ TEST(SocketIOClient, ClosesWhenTheApplicationDoesNotKeepUp) {
     const Row rows[] = {
         {"long events", frame("42/chat,[\"message\",\"" + std::string(1 << 20, 'x') + "\"]"), 64},
         {"short events", repeated(frame("42/chat,[\"message\"]"), 10'000), 10'000},
-        {"errors of the namespace", repeated(frame("44/chat,1"), 10'000), 10'000},
+        {"errors of the namespace", repeated(frame("44/chat,true"), 10'000), 10'000},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

@@ -229,32 +229,71 @@ TEST(Outbox, GivesBackWhatWasPutIn) {
     EXPECT_TRUE(outbox.empty());
 }
 
-TEST(FrameScanner, FindsWholeMessagesWhereverTheyAreCut) {
+TEST(FrameScanner, FindsWholeFramesWhereverTheyAreCut) {
     using Verdict = FrameScanner::Verdict;
-    const std::string ping = frame("p", 0x89);
-    const std::string fragmented = frame("ab", 0x01) + ping + frame(std::string(300, 'c'), 0x80);
-    const std::string all = ping + frame("text") + fragmented + frame("");
+    const std::vector<std::string> frames{frame("p", 0x89), frame("text"),       frame("ab", 0x01),
+                                          frame("p", 0x8A), frame("", 0x00),     frame(std::string(300, 'c'), 0x80),
+                                          frame(""),        frame("bytes", 0x82)};
+    std::string all;
+    for (const auto& each : frames) all += each;
     for (std::size_t cut = 0; cut <= all.size(); ++cut) {
         FrameScanner scanner(1024);
-        std::vector<std::size_t> found;
+        std::vector<std::string> found;
         std::string buffered;
         for (const auto& part : {all.substr(0, cut), all.substr(cut)}) {
             buffered += part;
             for (;;) {
                 const auto result = scanner.scan(buffered);
                 if (result.verdict == Verdict::Incomplete) break;
-                ASSERT_NE(result.verdict, Verdict::TooLarge);
-                EXPECT_EQ(result.verdict == Verdict::Control, found.empty());
-                found.push_back(result.bytes);
+                ASSERT_EQ(result.verdict, Verdict::Whole);
+                found.push_back(buffered.substr(0, result.bytes));
                 buffered.erase(0, result.bytes);
             }
         }
-        EXPECT_EQ(found, (std::vector<std::size_t>{ping.size(), 6, fragmented.size(), 2})) << cut;
+        EXPECT_EQ(found, frames) << cut;
     }
-    EXPECT_EQ(FrameScanner(1024).scan(frame(std::string(1025, 'x')).substr(0, 10)).verdict, Verdict::TooLarge);
-    std::string flood;
-    for (int i = 0; i < 40'000; ++i) flood += frame("", 0x01);
-    EXPECT_EQ(FrameScanner(1024).scan(flood).verdict, Verdict::TooLarge) << "fragments without end";
+}
+
+TEST(FrameScanner, JudgesAFrameByItsFirstBytes) {
+    using Verdict = FrameScanner::Verdict;
+    using namespace std::string_literals;
+    struct Row {
+        const char* why;
+        std::string before;
+        std::string head;
+        Verdict verdict;
+        Verdict compressed = Verdict::Malformed;  // when compression was agreed on
+    };
+    const std::string begun = frame("x", 0x01);
+    const Row rows[] = {
+        {"RSV1, which compression takes", "", "\xC1", Verdict::Malformed, Verdict::Incomplete},
+        {"RSV1 in a later fragment", begun, "\xC0", Verdict::Malformed},
+        {"RSV1 in a ping", "", "\xC9", Verdict::Malformed},
+        {"RSV2", "", "\xA1", Verdict::Malformed},
+        {"RSV3", "", "\x91", Verdict::Malformed},
+        {"the first unknown opcode", "", "\x83", Verdict::Malformed},
+        {"the last unknown opcode of data", "", "\x87", Verdict::Malformed},
+        {"an unknown control opcode", "", "\x8B", Verdict::Malformed},
+        {"a ping in fragments", "", "\x09", Verdict::Malformed},
+        {"a continuation of nothing", "", "\x80", Verdict::Malformed},
+        {"a message inside another", begun, "\x81", Verdict::Malformed},
+        {"masked", "", "\x81\x85", Verdict::Malformed},
+        {"a long ping", "", "\x89\x7E", Verdict::Malformed},
+        {"two bytes for a short length", "", "\x81\x7E\x00\x7D"s, Verdict::Malformed},
+        {"eight bytes for a length of two", "", "\x82\x7F\0\0\0\0\0\0\xFF\xFF"s, Verdict::Malformed},
+        {"over the limit", "", "\x81\x7E\x04\x01", Verdict::TooLarge, Verdict::TooLarge},
+        {"over the limit with what came before", begun, "\x00\x7E\x04\x00"s, Verdict::TooLarge, Verdict::TooLarge},
+        {"an exabyte", "", "\x81\x7F\x0F\xFF\xFF\xFF\xFF\xFF\xFF\xFF", Verdict::TooLarge, Verdict::TooLarge},
+        {"as long as allowed", "", "\x81\x7E\x04\x00"s, Verdict::Incomplete, Verdict::Incomplete},
+    };
+    for (const auto& row : rows) {
+        for (const bool compresses : {false, true}) {
+            FrameScanner scanner(1024);
+            if (compresses) scanner.allowCompression();
+            EXPECT_EQ(scanner.scan(row.before).verdict, row.before.empty() ? Verdict::Incomplete : Verdict::Whole);
+            EXPECT_EQ(scanner.scan(row.head).verdict, compresses ? row.compressed : row.verdict) << row.why;
+        }
+    }
 }
 
 }  // namespace

@@ -87,6 +87,43 @@ TEST(PollingFaults, FallBackToPollingWhereWebSocketsAreRefused) {
     EXPECT_EQ(cookies[1], "AWSALB=node7|e") << "the balancer's cookie goes back";
 }
 
+TEST(PollingFaults, CloseTheConnectionsOfAClientThatHasLeft) {
+    std::atomic<int> open{0};
+    std::atomic<int> gets{0};
+    std::atomic<bool> isReleased{false};
+    ScriptedServer server([&](Connection& connection) {
+        ++open;
+        while (const auto request = connection.readRequest()) {
+            std::string body = "ok";
+            if (request->target.find("sid=") == std::string::npos) {
+                body = R"(0{"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":20000})";
+            } else if (request->method == "GET") {
+                body = R"(40/chat,{"sid":"x"})";
+                if (++gets % 2 == 0) {
+                    while (!isReleased && connection.pause(std::chrono::milliseconds(1))) continue;
+                    body = "1";
+                }
+            }
+            connection.answer(200, body);
+        }
+        --open;
+    });
+    for (const bool isLost : {false, true}) {
+        isReleased = false;
+        const auto client = SocketIOClient::create(URL::parse(server.url()), {{"forcePolling", true}, {"reconnects", false}});
+        client->joinNamespace("/chat");
+        Recorder heard;
+        heard.listen(*client);
+        client->connect();
+        ASSERT_TRUE(heard.waitFor("connect"));
+        ASSERT_TRUE(eventuallyElsewhere([&] { return gets % 2 == 0; }));
+        if (!isLost) client->disconnect();
+        isReleased = true;
+        ASSERT_TRUE(heard.waitFor("disconnect"));
+        EXPECT_TRUE(eventuallyElsewhere([&] { return open == 0; })) << (isLost ? "lost" : "left");
+    }
+}
+
 /// Offers an upgrade. Once that has been committed, or has been given up when it never answers the probe, it lets the GET go.
 class UpgradingServer {
 public:

@@ -12,12 +12,19 @@
 namespace vexim::testing {
 namespace {
 
+ScriptedServer::Script acceptingWith(std::string fields) {
+    return [fields](Connection& c) {
+        LivePeer peer(c);
+        peer.acceptWebSocket(fields, frame(LivePeer::kOpenPacket));
+        if (const auto text = peer.readText(); text && text->starts_with("40")) peer.sendText(R"(40/chat,{"sid":"x"})");
+        peer.waitForClose();
+    };
+}
+
 TEST(WireFaults, EndAWebSocketWithTheRightWord) {
     const std::string text = frame("42/chat,[\"message\",\"x\"]");
     const std::string partial = R"(451-/chat,["message",{"_placeholder":true,"num":0}])";
     const Dictionary quick{{"connectTimeout", 0.1}};
-    std::string masked = text;
-    masked[1] = static_cast<char>(masked[1] | 0x80);
     const WireFault faults[] = {
         {"accepts and stays silent", quick, [](Connection& c) { c.waitForClose(); }, "error The server did not answer in time."},
         {"silent after the handshake", quick,
@@ -39,6 +46,22 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
          answeringWith("HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
                        "Sec-WebSocket-Accept: AAAAAAAAAAAAAAAAAAAAAAAAAAA=\r\n\r\n"),
          "error The WebSocket handshake failed"},
+        {"a subprotocol that was not asked for",
+         {{"extraHeaders", Dictionary{{"Sec-WebSocket-Protocol", "other"}}}},
+         acceptingWith("Sec-WebSocket-Protocol: chat\r\n"),
+         "error The WebSocket handshake failed: the server chose a subprotocol"},
+        {"two subprotocols",
+         {{"extraHeaders", Dictionary{{"Sec-WebSocket-Protocol", "a, b"}}}},
+         acceptingWith("Sec-WebSocket-Protocol: a\r\nSec-WebSocket-Protocol: b\r\n"),
+         "error The WebSocket handshake failed: the server chose a subprotocol"},
+        {"compression that was not asked for",
+         {},
+         acceptingWith("Sec-WebSocket-Extensions: permessage-deflate\r\n"),
+         "error The WebSocket handshake failed: the server chose an extension"},
+        {"another extension",
+         {{"compress", true}},
+         acceptingWith("Sec-WebSocket-Extensions: permessage-deflate, x-y\r\n"),
+         "error The WebSocket handshake failed: the server chose an extension"},
         {"200 instead of 101",
          {},
          answeringWith("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nhi"),
@@ -58,12 +81,13 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
          "disconnect transport close"},
         {"reset when joined", {}, joinedThen([](Connection& c) { c.reset(); }), "disconnect"},
         {"truncated frame", {}, joinedThen([text](Connection& c) { c.write(text.substr(0, 9)); }), "disconnect transport close"},
-        {"masked frame", {}, joinedThenSend(masked + "1234"), "disconnect A malformed frame"},
-        {"reserved bits", {}, joinedThenSend(frame("x", 0xC1)), "disconnect A malformed frame"},
-        {"reserved opcode", {}, joinedThenSend(frame("x", 0x83)), "disconnect A malformed frame"},
+        {"a masked frame, of which no more comes", {}, joinedThenSend("\x81\x85"), "disconnect A malformed frame"},
+        {"a reserved bit, and no more", {}, joinedThenSend("\xC1"), "disconnect A malformed frame"},
         {"bad UTF-8", {}, joinedThenSend(frame("42/chat,[\"\xff\"]")), "disconnect A malformed frame"},
-        {"a continuation of nothing", {}, joinedThenSend(frame("x", 0x80)), "disconnect A malformed frame"},
-        {"a long ping", {}, joinedThenSend(frame(std::string(200, 'x'), 0x89)), "disconnect A malformed frame"},
+        {"bad UTF-8 in fragments",
+         {},
+         joinedThenSend(frame("42/chat,[\"\xc3", 0x01) + frame("\"]", 0x80)),
+         "disconnect A malformed frame"},
         {"oversize",
          {{"maxMessageSize", 1000}},
          joinedThenSend(frame(std::string(2000, 'x'))),
@@ -84,7 +108,7 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
          "disconnect ping timeout"},
         {"fragments without end",
          {{"maxMessageSize", 1000}},
-         joinedThenSend(repeated(frame("", 0x01), 40'000)),
+         joinedThenSend(frame("", 0x01) + repeated(frame("", 0x00), 40'000)),
          "disconnect The server sent a message over the limit."},
         {"zero for a ping interval",
          {},
@@ -116,7 +140,7 @@ TEST(WireFaults, HandshakesThatAreRefusedAreToldWithTheirStatus) {
 }
 
 TEST(WireFaults, EveryCloseCodeEndsTheConnectionInEveryPhase) {
-    std::vector<int> codes{0, 999, 1016, 2999, 3000, 4999, 5000, 65535};
+    std::vector<int> codes{0, 999, 1016, 2999, 3000, 3999, 4000, 4999, 5000, 65535};
     for (int code = 1000; code <= 1015; ++code) codes.push_back(code);
     std::vector<std::pair<std::string, bool>> frames{
         // and whether a server may send it
@@ -128,8 +152,9 @@ TEST(WireFaults, EveryCloseCodeEndsTheConnectionInEveryPhase) {
         {frame("\x03\xe8", 0x08), false},
     };
     for (const int code : codes) {
-        // RFC 6455, section 7.4: some stand for what was not said, some for nobody yet. Above 4999 nothing is said.
-        const bool mayBeSent = (code >= 1000 && code <= 1003) || (code >= 1007 && code <= 1013) || code >= 3000;
+        // RFC 6455, section 7.4: some stand for what was not said, some for nobody yet.
+        const bool isRegistered = (code >= 1000 && code <= 1003) || (code >= 1007 && code <= 1014);
+        const bool mayBeSent = isRegistered || (code >= 3000 && code <= 4999);
         frames.emplace_back(closeFrame(code), mayBeSent);
     }
     for (const auto& [bytes, mayBeSent] : frames) {
@@ -162,6 +187,10 @@ TEST(WireFaults, DoNotDisturbWhatIsOnlyUnusual) {
              for (const char byte : frame(R"(40/chat,{"sid":"x"})")) c.write({&byte, 1});
              c.waitForClose();
          },
+         "connect"},
+        {"a subprotocol that was asked for",
+         {{"extraHeaders", Dictionary{{"Sec-WebSocket-Protocol", "a, b"}}}},
+         acceptingWith("Sec-WebSocket-Protocol: b\r\n"),
          "connect"},
         {"fragments with pings between them",
          {},
@@ -208,23 +237,72 @@ TEST(WireFaults, KeepNothingOfWhatASlowPeerHasRead) {
     EXPECT_LT(peak.grownMiB(), 64) << "12 MiB wait, 75 MiB have gone";
 }
 
-TEST(WireFaults, AnswerAPingWhileNothingElseComes) {
-    std::string answered;
-    ScriptedServer server(joinedThen([&](Connection& connection) {
-        LivePeer peer(connection, std::nullopt);
-        connection.write(frame("are you there", 0x89));
-        const auto pong = peer.readFrame();
-        answered = pong && pong->opcode == LivePeer::Pong ? pong->payload : "nothing";
-        connection.write(frame("42/chat,[\"message\",1]"));
-        connection.waitForClose();
-    }));
-    const auto client = SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}});
-    client->joinNamespace("/chat");
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    EXPECT_TRUE(heard.waitFor("message 1"));
-    EXPECT_EQ(answered, "are you there");
+TEST(WireFaults, AnswerAPingAtOnce) {
+    const std::pair<std::string, std::string> around[] = {
+        {"", "42/chat,[\"message\",1]"},  // while nothing else comes
+        {"42/chat,[\"mess", "age\",1]"},  // between the fragments of a message
+    };
+    for (const auto& [before, behind] : around) {
+        std::string answered;
+        ScriptedServer server(joinedThen([&](Connection& connection) {
+            LivePeer peer(connection, std::nullopt);
+            if (!before.empty()) connection.write(frame(before, 0x01));
+            connection.write(frame("are you there", 0x89));
+            const auto pong = peer.readFrame();
+            answered = pong && pong->opcode == LivePeer::Pong ? pong->payload : "nothing";
+            connection.write(frame(behind, before.empty() ? 0x81 : 0x80));
+            connection.waitForClose();
+        }));
+        const auto client = SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}});
+        client->joinNamespace("/chat");
+        Recorder heard;
+        heard.listen(*client);
+        client->connect();
+        EXPECT_TRUE(heard.waitFor("message 1"));
+        EXPECT_EQ(answered, "are you there");
+    }
+}
+
+TEST(WireFaults, KeepLittleOfAnAnswerWithoutEnd) {
+    struct Row {
+        const char* name;
+        std::string head;   // behind the status
+        std::string piece;  // again and again
+        const char* heardOverPolling;
+    };
+    const std::string some(64 * 1024, 'x');
+    const std::string chunked = "Transfer-Encoding: chunked\r\n\r\n";
+    constexpr const char* kTooLong = "error The server's answer is over the limit.";
+    const Row rows[] = {
+        {"a body", "\r\n", some, kTooLong},
+        {"a body of a terabyte", "Content-Length: 1099511627776\r\n\r\n", some, kTooLong},
+        {"chunks", chunked, "10000\r\n" + some + "\r\n", kTooLong},
+        {"a chunk's extension", chunked + "1;", some, "error The server did not answer in time."},
+        {"trailers", chunked + "0\r\n", "A: " + std::string(1000, 'x') + "\r\n", kTooLong},
+        {"headers", "", "A: " + std::string(1000, 'x') + "\r\n", kTooLong},
+        {"one header", "A: ", some, "error"},
+        {"interim answers", "\r\n", "HTTP/1.1 100 Continue\r\n\r\n", nullptr},
+    };
+    constexpr int kMost = PeakMemory::kIsMeasured ? 64 << 20 : 1 << 20;
+    for (const auto& row : rows) {
+        for (const bool isPolling : {false, true}) {
+            const auto endless = [&](Connection& connection) {
+                connection.readRequest();
+                const int status = row.heardOverPolling == nullptr ? 100 : isPolling ? 200 : 403;
+                connection.write("HTTP/1.1 " + std::to_string(status) + " X\r\n" + row.head);
+                for (std::size_t sent = 0; sent < kMost && connection.write(row.piece); sent += row.piece.size()) continue;
+                connection.waitForClose();
+            };
+            const std::string name = std::string(row.name) + (isPolling ? " over polling" : "");
+            const PeakMemory peak;
+            expectOutcome({name.c_str(),
+                           {{"connectTimeout", 1}},
+                           endless,
+                           isPolling && row.heardOverPolling ? row.heardOverPolling : "error"},
+                          {{isPolling ? "forcePolling" : "forceWebsockets", true}});
+            EXPECT_LT(peak.grownMiB(), 32) << name;
+        }
+    }
 }
 
 }  // namespace

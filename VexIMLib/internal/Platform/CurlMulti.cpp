@@ -28,6 +28,14 @@ CurlMulti::CurlMulti(asio::io_context& context, Limits limits) : context_(contex
     if (limits.connectionsPerHost) curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, *limits.connectionsPerHost);
 }
 
+CurlMulti::~CurlMulti() {
+    *isAlive_ = false;
+    curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, nullptr);
+    curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, nullptr);
+    curl_multi_cleanup(multi_);
+    while (!sockets_.empty()) forget(sockets_.begin()->first);
+}
+
 void CurlMulti::prepare(CURL* easy) {
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &CurlMulti::onCloseSocket);
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
@@ -119,8 +127,8 @@ void CurlMulti::scheduleTimeout(std::chrono::milliseconds timeout) {
 void CurlMulti::armTimer() {
     armedFor_ = deadline_;
     timer_.expires_at(armedFor_);
-    timer_.async_wait([this](const boost::system::error_code& error) {
-        if (error) return;  // armed again for an earlier moment
+    timer_.async_wait([this, isAlive = isAlive_](const boost::system::error_code& error) {
+        if (error || !*isAlive) return;  // armed again for an earlier moment
         armedFor_ = Clock::time_point::max();
         if (deadline_ == Clock::time_point::max()) return;
         if (deadline_ > Clock::now()) return armTimer();
@@ -133,7 +141,8 @@ void CurlMulti::kickSoon() {
     // libcurl calls from inside itself here, so it cannot be called at once.
     if (kickPosted_) return;
     kickPosted_ = true;
-    asio::post(context_, [this] {
+    asio::post(context_, [this, isAlive = isAlive_] {
+        if (!*isAlive) return;
         kickPosted_ = false;
         act(CURL_SOCKET_TIMEOUT, 0);
     });

@@ -14,7 +14,7 @@
 namespace vexim {
 
 /// libcurl's multi interface on an asio loop, driven by its socket and timer callbacks. One pool of connections.
-/// Everything happens on the loop's thread. Never destroyed while the loop lives: cleaning up could wait for a name lookup.
+/// Everything happens on the loop's thread.
 class CurlMulti {
 public:
     /// What stands behind an easy handle, as its CURLOPT_PRIVATE.
@@ -36,6 +36,9 @@ public:
     CurlMulti(boost::asio::io_context& context, Limits limits);
     CurlMulti(const CurlMulti&) = delete;
     CurlMulti& operator=(const CurlMulti&) = delete;
+    /// Closes the idle connections. No handle may be in it any more, and none of its calls under way. It waits for nothing when
+    /// all handles had CURLOPT_QUICK_EXIT; else it may wait for a name lookup.
+    ~CurlMulti();
 
     /// Sets, on a fresh easy handle, what this class needs there.
     void prepare(CURL* easy);
@@ -72,6 +75,9 @@ private:
     Clock::time_point deadline_ = Clock::time_point::max();  // when libcurl wants to be called
     Clock::time_point armedFor_ = Clock::time_point::max();  // when the timer will fire
     bool kickPosted_ = false;
+
+    // What has been posted looks here first.
+    const std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
 };
 
 }  // namespace vexim

@@ -12,6 +12,7 @@
 #include "VexIMLib/internal/Platform/CurlHeaderList.h"
 #include "VexIMLib/internal/Platform/CurlMulti.h"
 #include "VexIMLib/internal/Platform/NetworkThreadAsio.h"
+#include "VexIMLib/internal/SocketIO/BoundedAppend.h"
 
 namespace vexim {
 namespace {
@@ -20,19 +21,15 @@ using namespace std::chrono_literals;
 
 constexpr auto kGoodbye = 1s;
 
-/// A pool of connections of their own: what the application trusts here says nothing about its other requests. Each client
-/// holds a GET open all the time, so a limit of connections for a host would leave the next client waiting for ever.
-CurlMulti& multi() {
-    static auto* const instance = new CurlMulti(NetworkThreadAsio::ioContext(), {});
-    return *instance;
-}
+// Of an answer's head, and of the trailers behind a body in chunks (RFC 9112, section 7.1.2), together.
+constexpr std::size_t kMaxHeadBytes = 64 * 1024;
 
 class LivePolling;
 
 /// One GET or POST at a time; the handle keeps its settings.
 class Request final : public CurlMulti::Exchange {
 public:
-    Request(LivePolling& owner, const TransportOptions& options);
+    Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& options);
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
     ~Request();
@@ -41,7 +38,7 @@ public:
                std::optional<std::string> body);
     bool isRunning() const noexcept { return isRunning_; }
     int status() const;
-    const std::string& answer() const noexcept { return answer_; }
+    std::string takeAnswer() { return std::exchange(answer_, {}); }
     const std::vector<std::string>& cookies() const noexcept { return cookies_; }
     bool isTooLarge() const noexcept { return isTooLarge_; }
     std::string fault(CURLcode result) const;
@@ -54,6 +51,7 @@ private:
     void transferEnded(CURLcode result) override;
 
     LivePolling& owner_;
+    CurlMulti& multi_;
     const TransportOptions& options_;
     CURL* const easy_ = curl_easy_init();
     CurlHeaderList headers_;
@@ -61,6 +59,7 @@ private:
     std::string body_;
     std::size_t bodySent_ = 0;
     std::string answer_;
+    std::size_t headBytes_ = 0;
     std::vector<std::string> cookies_;
     bool isRunning_ = false;
     bool isTooLarge_ = false;
@@ -71,8 +70,9 @@ public:
     LivePolling(TransportOptions options, TransportListener& listener)
         : options_(std::move(options)),
           listener_(&listener),
-          get_(*this, options_),
-          post_(*this, options_) {}
+          multi_(NetworkThreadAsio::ioContext(), {}),
+          get_(*this, multi_, options_),
+          post_(*this, multi_, options_) {}
 
     void get(const std::string& target, const std::string& cookies, std::chrono::milliseconds timeout) {
         get_.start(urlOf(target), cookies, timeout, std::nullopt);
@@ -95,6 +95,9 @@ private:
 
     const TransportOptions options_;
     TransportListener* listener_;  // nullptr once nobody is to hear any more
+    // A pool of its own: what the application trusts here says nothing about its other requests, and idle connections close with
+    // their client.
+    CurlMulti multi_;
     Request get_;
     Request post_;
 
@@ -109,8 +112,11 @@ private:
     std::optional<Farewell> farewell_;
 };
 
-Request::Request(LivePolling& owner, const TransportOptions& options) : owner_(owner), options_(options) {
-    multi().prepare(easy_);
+Request::Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& options)
+    : owner_(owner),
+      multi_(multi),
+      options_(options) {
+    multi_.prepare(easy_);
     curl_easy_setopt(easy_, CURLOPT_PRIVATE, static_cast<CurlMulti::Exchange*>(this));
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, description_.data());
     curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
@@ -163,13 +169,14 @@ Request::Request(LivePolling& owner, const TransportOptions& options) : owner_(o
 }
 
 Request::~Request() {
-    if (isRunning_) multi().remove(easy_);
+    if (isRunning_) multi_.remove(easy_);
     curl_easy_cleanup(easy_);
 }
 
 void Request::start(const std::string& url, const std::string& cookies, std::chrono::milliseconds timeout,
                     std::optional<std::string> body) {
     answer_.clear();
+    headBytes_ = 0;
     cookies_.clear();
     description_.front() = '\0';
     isTooLarge_ = false;
@@ -192,7 +199,7 @@ void Request::start(const std::string& url, const std::string& cookies, std::chr
     curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_.get());
     curl_easy_setopt(easy_, CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
     isRunning_ = true;
-    multi().add(easy_);
+    multi_.add(easy_);
 }
 
 std::size_t Request::onRead(char* into, std::size_t size, std::size_t count, void* self) {
@@ -208,17 +215,23 @@ std::size_t Request::onBody(char* bytes, std::size_t size, std::size_t count, vo
         request.isTooLarge_ = true;
         return 0;
     }
-    request.answer_.append(bytes, size * count);
+    appendBounded(request.answer_, {bytes, size * count}, request.options_.maxMessageBytes);
     return size * count;
 }
 
 std::size_t Request::onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
     constexpr std::string_view kName = "set-cookie:";
+    auto& request = *static_cast<Request*>(self);
     std::string_view line(bytes, size * count);
+    request.headBytes_ += line.size();
+    if (request.headBytes_ > kMaxHeadBytes) {
+        request.isTooLarge_ = true;
+        return 0;
+    }
     if (line.size() > kName.size() && ::strncasecmp(line.data(), kName.data(), kName.size()) == 0) {
         line.remove_prefix(kName.size());
         while (line.ends_with('\n') || line.ends_with('\r')) line.remove_suffix(1);
-        static_cast<Request*>(self)->cookies_.emplace_back(line);
+        request.cookies_.emplace_back(line);
     }
     return size * count;
 }
@@ -269,10 +282,10 @@ void LivePolling::didEnd(Request& request, CURLcode result) {
         listener.didHappen(event::RequestFailed{
             request.isTooLarge() ? "The server's answer is over the limit." : request.fault(result), request.isTooLarge()});
     } else if (&request == &get_) {
-        const std::string body = request.answer();  // the next request is written over it
+        const std::string body = request.takeAnswer();  // the next request is written over it
         listener.didHappen(event::GetAnswered{request.status(), body});
     } else {
-        const std::string body = request.answer();
+        const std::string body = request.takeAnswer();
         listener.didHappen(event::PostAnswered{request.status(), body});
     }
     if (listener_) listener_->didEndTurn();

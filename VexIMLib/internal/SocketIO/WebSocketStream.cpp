@@ -4,15 +4,19 @@
 #include <array>
 #include <optional>
 
-#include <boost/asio/async_result.hpp>
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/buffer.hpp>
-#include <boost/asio/post.hpp>
-#include <boost/beast/core/bind_handler.hpp>
+#include <boost/beast/core/buffers_to_string.hpp>
+#include <boost/beast/http/dynamic_body.hpp>
+#include <boost/beast/http/parser.hpp>
+#include <boost/beast/http/rfc7230.hpp>
 #include <boost/beast/http/string_body.hpp>
 #include <boost/beast/websocket.hpp>
 
+#include "VexIMLib/Foundation/UTF8.h"
+#include "VexIMLib/internal/SocketIO/BoundedAppend.h"
 #include "VexIMLib/internal/SocketIO/FrameScanner.h"
+#include "VexIMLib/internal/SocketIO/MemoryLayer.h"
 
 namespace vexim {
 namespace {
@@ -22,127 +26,7 @@ namespace beast = boost::beast;
 namespace websocket = beast::websocket;
 using boost::system::error_code;
 
-/// What the Beast stream takes for its socket. It reads no further than a window that we open, so that no byte behind a whole
-/// message is swallowed, and writes into a string that is sent in one piece.
-class MemoryLayer {
-public:
-    using executor_type = asio::any_io_executor;
-
-    explicit MemoryLayer(executor_type executor) : executor_(std::move(executor)) {}
-    executor_type get_executor() const noexcept { return executor_; }
-
-    /// Lets `bytes`, which must outlive the reading, be read.
-    void open(std::string_view bytes) {
-        window_ = bytes;
-        resume();
-    }
-    std::string_view window() const noexcept { return window_; }
-    void end() {
-        ended_ = true;
-        resume();
-    }
-    std::string& output() noexcept { return output_; }
-
-    template <class Buffers>
-    std::size_t read_some(const Buffers& buffers, error_code& error) {
-        if (window_.empty() && asio::buffer_size(buffers) > 0) {
-            error = ended_ ? error_code(asio::error::eof) : error_code(asio::error::would_block);
-            return 0;
-        }
-        error = {};
-        const std::size_t count = asio::buffer_copy(buffers, asio::buffer(window_.data(), window_.size()));
-        window_.remove_prefix(count);
-        return count;
-    }
-    template <class Buffers>
-    std::size_t read_some(const Buffers& buffers) {
-        error_code error;
-        const std::size_t count = read_some(buffers, error);
-        if (error) throw boost::system::system_error(error);
-        return count;
-    }
-    template <class Buffers>
-    std::size_t write_some(const Buffers& buffers, error_code& error) {
-        error = {};
-        std::size_t count = 0;
-        for (auto it = asio::buffer_sequence_begin(buffers); it != asio::buffer_sequence_end(buffers); ++it) {
-            const asio::const_buffer buffer = *it;
-            output_.append(static_cast<const char*>(buffer.data()), buffer.size());
-            count += buffer.size();
-        }
-        return count;
-    }
-    template <class Buffers>
-    std::size_t write_some(const Buffers& buffers) {
-        error_code error;
-        return write_some(buffers, error);
-    }
-
-    template <class Buffers, class Token>
-    auto async_read_some(const Buffers& buffers, Token&& token) {
-        return asio::async_initiate<Token, void(error_code, std::size_t)>(
-            [this](auto handler, const Buffers& into) {
-                using Handler = decltype(handler);
-                pending_ = std::make_unique<PendingRead<Buffers, Handler>>(*this, into, std::move(handler));
-                resume();
-            },
-            token, buffers);
-    }
-    template <class Buffers, class Token>
-    auto async_write_some(const Buffers& buffers, Token&& token) {
-        return asio::async_initiate<Token, void(error_code, std::size_t)>(
-            [this](auto handler, const Buffers& from) {
-                error_code error;
-                const std::size_t count = write_some(from, error);
-                asio::post(executor_, beast::bind_front_handler(std::move(handler), error, count));
-            },
-            token, buffers);
-    }
-
-    // What Beast calls when it ends the connection; the bytes' real carrier is closed by its owner.
-    friend void teardown(beast::role_type, MemoryLayer&, error_code& error) { error = {}; }
-    template <class Handler>
-    friend void async_teardown(beast::role_type, MemoryLayer& layer, Handler&& handler) {
-        asio::post(layer.executor_, beast::bind_front_handler(std::forward<Handler>(handler), error_code{}));
-    }
-    friend void beast_close_socket(MemoryLayer&) {}
-
-private:
-    struct Pending {
-        virtual ~Pending() = default;
-        virtual void complete() = 0;
-    };
-    template <class Buffers, class Handler>
-    struct PendingRead final : Pending {
-        PendingRead(MemoryLayer& owner, Buffers into, Handler then) : layer(owner), buffers(into), handler(std::move(then)) {}
-        void complete() override {
-            error_code error;
-            const std::size_t count = layer.read_some(buffers, error);
-            asio::post(layer.executor_, beast::bind_front_handler(std::move(handler), error, count));
-        }
-        MemoryLayer& layer;
-        Buffers buffers;
-        Handler handler;
-    };
-
-    void resume() {
-        if (!pending_ || (window_.empty() && !ended_)) return;
-        const auto pending = std::move(pending_);
-        pending->complete();
-    }
-
-    executor_type executor_;
-    std::string_view window_;
-    std::string output_;
-    std::unique_ptr<Pending> pending_;
-    bool ended_ = false;
-};
-
-// An empty text message, whole. Beast reads on behind a control frame until it has a message, and running dry is an error to
-// it: this gives it one to stop at.
-constexpr std::string_view kEmptyMessage{"\x81\x00", 2};
-
-/// One buffer for all streams, since all live on the network thread; messages are read into it one at a time.
+/// One buffer for all streams, since all live on the network thread; compressed messages are read into it one at a time.
 std::vector<char>& scratch() {
     static thread_local std::vector<char> buffer;
     return buffer;
@@ -153,6 +37,38 @@ constexpr std::size_t kScratchKept = 256 * 1024;
 constexpr std::size_t kStatusAt = 9;
 constexpr std::size_t kStatusEnd = 12;
 constexpr std::size_t kMaxHeadBytes = 64 * 1024;
+// Of an answer that refuses; the reason that a Socket.IO server gives has less than a hundred bytes.
+constexpr std::size_t kMaxRefusalBytes = 64 * 1024;
+
+/// The registered codes that an endpoint may send (RFC 6455, section 7.4, and its registry), and those of libraries and
+/// applications.
+bool mayBeSent(unsigned closeCode) {
+    return (closeCode >= 1000 && closeCode <= 1003) || (closeCode >= 1007 && closeCode <= 1014) ||
+           (closeCode >= 3000 && closeCode <= 4999);
+}
+
+/// RFC 6455, section 4.1: what was not asked for must not be agreed to.
+const char* faultOfAgreement(const websocket::response_type& response, const HeaderList& asked, bool offeredDeflate) {
+    namespace http = beast::http;
+    int protocols = 0;
+    for (auto range = response.equal_range(http::field::sec_websocket_protocol); range.first != range.second; ++range.first) {
+        const auto chosen = range.first->value();
+        const auto wasAsked = [&](const auto& header) {
+            if (!beast::iequals(header.first, "Sec-WebSocket-Protocol")) return false;
+            http::token_list tokens(header.second);
+            return std::any_of(tokens.begin(), tokens.end(), [&](const auto& token) { return token == chosen; });
+        };
+        if (++protocols > 1 || std::ranges::none_of(asked, wasAsked)) return "a subprotocol that was not asked for";
+    }
+    int extensions = 0;
+    for (auto range = response.equal_range(http::field::sec_websocket_extensions); range.first != range.second; ++range.first) {
+        for (const auto& extension : http::ext_list(range.first->value())) {
+            const bool isDeflate = beast::iequals(extension.first, "permessage-deflate");
+            if (++extensions > 1 || !isDeflate || !offeredDeflate) return "an extension that was not asked for";
+        }
+    }
+    return nullptr;
+}
 
 }  // namespace
 
@@ -165,6 +81,8 @@ struct WebSocketStream::Impl {
     enum class State : std::uint8_t { Handshaking, Open, Done };
 
     using Response = websocket::response_type;
+    // A string would make room at once for as much as is announced.
+    using Refusal = beast::http::response_parser<beast::http::dynamic_body>;
 
     Options options;
     websocket::stream<MemoryLayer> stream;
@@ -172,14 +90,27 @@ struct WebSocketStream::Impl {
     State state = State::Handshaking;
     std::string pending;       // received, not yet given to the stream
     std::size_t released = 0;  // of `pending`, while handshaking
-    std::string fault;
+    std::size_t awaited = 0;   // length of the frame at its front, once that is known
+    HeaderList asked;
     Response response;
+    std::optional<Refusal> refusal;  // an answer other than 101
+    std::size_t refusalBytes = 0;
     HandshakeHandler handler;
+    // The message that has begun: the fragments' payloads, or the fragments as they came when they are compressed.
+    bool isTextMessage = false;
+    bool isCompressedMessage = false;
+    std::string fragments;
+    std::string fault;
 
     void offerHead(std::string_view bytes);
+    void readRefusal(std::string_view bytes);
     void didHandshake(error_code error);
     Status consume(std::string_view& bytes, Listener& listener);
-    Status fail(error_code error);
+    Status didReceiveControl(FrameScanner::Opcode opcode, std::string_view payload, Listener& listener);
+    Status didReceiveClose(std::string_view payload);
+    Status deliver(std::string_view message, Listener& listener);
+    Status inflateAndDeliver(std::string_view frames, Listener& listener);
+    Status fail(Status status, websocket::close_code code, std::string why);
     template <class Buffers>
     void write(bool isText, const Buffers& buffers);
     MemoryLayer& layer() { return stream.next_layer(); }
@@ -205,6 +136,7 @@ WebSocketStream::~WebSocketStream() {
 void WebSocketStream::startHandshake(std::string_view host, std::string_view target, const HeaderList& headers,
                                      HandshakeHandler handler) {
     impl_->handler = std::move(handler);
+    impl_->asked = headers;
     impl_->stream.set_option(websocket::stream_base::decorator([headers](websocket::request_type& request) {
         for (const auto& [name, value] : headers) request.set(name, value);
     }));
@@ -213,15 +145,25 @@ void WebSocketStream::startHandshake(std::string_view host, std::string_view tar
         asio::bind_executor(impl_->layer().get_executor(), [impl = impl_](error_code error) { impl->didHandshake(error); }));
 }
 
-void WebSocketStream::endOfInput() { impl_->layer().end(); }
+void WebSocketStream::endOfInput() {
+    error_code ignored;
+    if (impl_->refusal) impl_->refusal->put_eof(ignored);
+    impl_->layer().end();
+}
 
 /// During the handshake Beast may read the head of a 101 answer and not a byte more: it would keep what follows to itself.
 void WebSocketStream::Impl::offerHead(std::string_view bytes) {
-    const std::size_t consumed = released - layer().window().size();
+    if (refusal) return readRefusal(bytes);
     pending += bytes;
+    if (pending.size() >= kStatusEnd && pending.compare(kStatusAt, kStatusEnd - kStatusAt, "101") != 0) {
+        refusal.emplace();
+        refusal->body_limit(boost::none);  // ours counts the framing, too
+        refusalBytes = pending.size();
+        return readRefusal({});
+    }
     const auto headEnd = pending.find("\r\n\r\n");
-    const bool isSwitching = pending.size() < kStatusEnd || pending.compare(kStatusAt, kStatusEnd - kStatusAt, "101") == 0;
-    if (!isSwitching || pending.size() > kMaxHeadBytes) {
+    const std::size_t consumed = released - layer().window().size();
+    if (pending.size() > kMaxHeadBytes) {
         released = pending.size();
     } else if (headEnd != std::string::npos) {
         released = headEnd + 4;
@@ -229,40 +171,63 @@ void WebSocketStream::Impl::offerHead(std::string_view bytes) {
     layer().open(std::string_view(pending).substr(consumed, released - consumed));
 }
 
+/// Beast would read an answer to its end. This one ends at a limit, and what it has said by then is told.
+void WebSocketStream::Impl::readRefusal(std::string_view bytes) {
+    if (state != State::Handshaking || layer().hasEnded()) return;
+    pending += bytes;
+    refusalBytes += bytes.size();
+    error_code error;
+    std::size_t consumed = 0;
+    while (!error && !refusal->is_done() && consumed < pending.size()) {
+        consumed += refusal->put(asio::buffer(pending.data() + consumed, pending.size() - consumed), error);
+    }
+    pending.erase(0, consumed);
+    const bool needsMore = !refusal->is_done() && (!error || error == beast::http::error::need_more);
+    if (needsMore && refusalBytes <= kMaxRefusalBytes) return;
+    pending.clear();
+    layer().end();  // Beast's handshake ends, and with it ours
+}
+
 void WebSocketStream::Impl::didHandshake(error_code error) {
     HandshakeResult result;
+    if (refusal && refusal->is_header_done()) response.base() = refusal->get().base();
     // Only Beast's own objections follow a whole answer.
     const bool wasAnswered = !error || error.category() == make_error_code(websocket::error::upgrade_declined).category();
-    result.httpStatus = wasAnswered ? static_cast<int>(response.result_int()) : 0;
+    const bool wasRefused = refusal && refusal->is_header_done();
+    result.httpStatus = wasAnswered || wasRefused ? static_cast<int>(response.result_int()) : 0;
     for (auto range = response.equal_range(beast::http::field::set_cookie); range.first != range.second; ++range.first) {
         result.cookies.emplace_back(range.first->value());
     }
-    if (error) {
-        result.body = std::move(response.body());
-        result.reason = result.httpStatus != 0 && result.httpStatus != 101
-                            ? "The WebSocket handshake was answered with " + std::to_string(result.httpStatus) + "."
-                            : "The WebSocket handshake failed: " + error.message();
-        state = State::Done;
+    const char* const disagreement = error ? nullptr : faultOfAgreement(response, asked, options.offerDeflate);
+    if (wasRefused) {
+        result.body = beast::buffers_to_string(refusal->get().body().data());
+        result.reason = "The WebSocket handshake was answered with " + std::to_string(result.httpStatus) + ".";
+    } else if (refusal) {
+        result.reason = "The WebSocket handshake failed: the answer is not HTTP.";
+    } else if (error) {
+        result.reason = "The WebSocket handshake failed: " + error.message();
+    } else if (disagreement) {
+        result.reason = std::string("The WebSocket handshake failed: the server chose ") + disagreement + ".";
     } else {
         result.accepted = true;
-        state = State::Open;
-        pending.erase(0, released);
-        response = {};
+        if (response.count(beast::http::field::sec_websocket_extensions) > 0) scanner.allowCompression();
     }
+    state = result.accepted ? State::Open : State::Done;
+    pending.erase(0, result.accepted ? released : pending.size());
+    response = {};
+    refusal.reset();
+    asked.clear();
     const auto then = std::exchange(handler, nullptr);
     if (then) then(std::move(result));
 }
 
-WebSocketStream::Status WebSocketStream::Impl::fail(error_code error) {
+/// The close frame goes out; whoever owns the stream ends the connection.
+WebSocketStream::Status WebSocketStream::Impl::fail(Status status, websocket::close_code code, std::string why) {
     state = State::Done;
-    if (error == websocket::error::closed) {
-        const auto& reason = stream.reason();
-        fault = "closed by the server, code " + std::to_string(reason.code);
-        return Status::ClosedByPeer;
-    }
-    fault = error.message();
-    const bool tooLarge = error == websocket::error::message_too_big || error == websocket::error::buffer_overflow;
-    return tooLarge ? Status::TooLarge : Status::Malformed;
+    fault = std::move(why);
+    error_code ignored;
+    stream.close(code, ignored);
+    return status;
 }
 
 WebSocketStream::Status WebSocketStream::receive(std::string_view bytes, Listener& listener) {
@@ -272,59 +237,107 @@ WebSocketStream::Status WebSocketStream::receive(std::string_view bytes, Listene
         case Impl::State::Done: return Status::Open;
         case Impl::State::Open: break;
     }
-    // The common case: whole messages and nothing left over. They are read where they lie.
+    // The common case: whole frames and nothing left over. They are read where they lie.
     const auto kept = impl_;
     if (impl.pending.empty()) {
         const Status status = impl.consume(bytes, listener);
         if (status == Status::Open) impl.pending = bytes;
         return status;
     }
-    impl.pending += bytes;
+    appendBounded(impl.pending, bytes, impl.awaited);
     std::string work = std::exchange(impl.pending, {});
     std::string_view rest = work;
     const Status status = impl.consume(rest, listener);
-    if (rest.empty()) return status;  // what a long message took is given back
+    if (rest.empty()) return status;  // what a long frame took is given back
     work.erase(0, work.size() - rest.size());
     impl.pending = std::move(work);
     return status;
 }
 
 WebSocketStream::Status WebSocketStream::Impl::consume(std::string_view& bytes, Listener& listener) {
-    stream.control_callback([&listener](websocket::frame_type kind, beast::string_view) {
-        if (kind == websocket::frame_type::pong) listener.didReceivePong();
-    });
-    while (!bytes.empty()) {
-        const auto [verdict, length] = scanner.scan(bytes);
-        if (verdict == FrameScanner::Verdict::Incomplete) break;
-        if (verdict == FrameScanner::Verdict::TooLarge) {
-            error_code ignored;
-            stream.close(websocket::close_code::too_big, ignored);
-            state = State::Done;
-            fault = "a message over the limit";
-            return Status::TooLarge;
+    using Verdict = FrameScanner::Verdict;
+    while (!bytes.empty() && state == State::Open) {
+        const auto frame = scanner.scan(bytes);
+        switch (frame.verdict) {
+            case Verdict::Incomplete: awaited = frame.bytes; return Status::Open;
+            case Verdict::Malformed: return fail(Status::Malformed, websocket::close_code::protocol_error, frame.why);
+            case Verdict::TooLarge: return fail(Status::TooLarge, websocket::close_code::too_big, "a message over the limit");
+            case Verdict::Whole: break;
         }
-        const bool isControl = verdict == FrameScanner::Verdict::Control;
-        std::string controlAndStop;
-        if (isControl) controlAndStop.assign(bytes.substr(0, length)) += kEmptyMessage;
-        layer().open(isControl ? std::string_view(controlAndStop) : bytes.substr(0, length));
-
-        auto& buffer = scratch();
-        if (buffer.size() < length + 1) buffer.resize(std::max<std::size_t>(length + 1, 16 * 1024));
-        std::size_t filled = 0;
-        do {
-            error_code error;
-            if (filled == buffer.size()) buffer.resize(buffer.size() * 2);
-            filled += stream.read_some(asio::buffer(buffer.data() + filled, buffer.size() - filled), error);
-            if (error) return fail(error);
-        } while (!stream.is_message_done());
-        bytes.remove_prefix(length);
-        if (!isControl) {
-            const bool goOn = listener.didReceiveMessage(stream.got_text(), {buffer.data(), filled});
-            if (!goOn || state != State::Open) return Status::Open;
+        const auto raw = bytes.substr(0, frame.bytes);
+        const auto payload = raw.substr(frame.headBytes);
+        bytes.remove_prefix(frame.bytes);
+        Status status = Status::Open;
+        if (frame.isControl()) {
+            status = didReceiveControl(frame.opcode, payload, listener);
+        } else {
+            const bool isFirst = frame.opcode != FrameScanner::Opcode::Continuation;
+            if (isFirst) {
+                isTextMessage = frame.opcode == FrameScanner::Opcode::Text;
+                isCompressedMessage = frame.isCompressed;
+            }
+            const auto part = isCompressedMessage ? raw : payload;
+            if (!isFirst || !frame.isFinal) appendBounded(fragments, part, options.maxMessageBytes);
+            if (!frame.isFinal) continue;
+            const std::string joined = std::exchange(fragments, {});
+            status = isCompressedMessage ? inflateAndDeliver(isFirst ? part : joined, listener)
+                                         : deliver(isFirst ? part : joined, listener);
         }
-        if (buffer.size() > kScratchKept) std::vector<char>().swap(buffer);
+        if (status != Status::Open) return status;
     }
     return Status::Open;
+}
+
+/// At once, also between the fragments of a message.
+WebSocketStream::Status WebSocketStream::Impl::didReceiveControl(FrameScanner::Opcode opcode, std::string_view payload,
+                                                                 Listener& listener) {
+    if (opcode == FrameScanner::Opcode::Close) return didReceiveClose(payload);
+    if (opcode == FrameScanner::Opcode::Pong) {
+        listener.didReceivePong();
+    } else {
+        error_code ignored;
+        stream.pong(websocket::ping_data(payload.data(), payload.size()), ignored);
+    }
+    return Status::Open;
+}
+
+WebSocketStream::Status WebSocketStream::Impl::didReceiveClose(std::string_view payload) {
+    using Code = websocket::close_code;
+    if (payload.empty()) return fail(Status::ClosedByPeer, Code::normal, "closed by the server");
+    if (payload.size() == 1) return fail(Status::Malformed, Code::protocol_error, "half a close code");
+    const unsigned code = static_cast<std::uint8_t>(payload[0]) * 256U + static_cast<std::uint8_t>(payload[1]);
+    if (!mayBeSent(code)) return fail(Status::Malformed, Code::protocol_error, "a close code that may not be sent");
+    if (!detail::isValidUTF8(payload.substr(2))) {
+        return fail(Status::Malformed, Code::bad_payload, "a close reason that is not UTF-8");
+    }
+    return fail(Status::ClosedByPeer, static_cast<Code>(code), "closed by the server, code " + std::to_string(code));
+}
+
+WebSocketStream::Status WebSocketStream::Impl::deliver(std::string_view message, Listener& listener) {
+    if (isTextMessage && !detail::isValidUTF8(message)) {
+        return fail(Status::Malformed, websocket::close_code::bad_payload, "a text that is not UTF-8");
+    }
+    if (!listener.didReceiveMessage(isTextMessage, message)) state = State::Done;
+    return Status::Open;
+}
+
+WebSocketStream::Status WebSocketStream::Impl::inflateAndDeliver(std::string_view frames, Listener& listener) {
+    layer().open(frames);
+    auto& buffer = scratch();
+    if (buffer.size() < frames.size() + 1) buffer.resize(std::max<std::size_t>(frames.size() + 1, 16 * 1024));
+    std::size_t filled = 0;
+    do {
+        error_code error;
+        if (filled == buffer.size()) buffer.resize(std::min(buffer.size() * 2, options.maxMessageBytes + 1));
+        filled += stream.read_some(asio::buffer(buffer.data() + filled, buffer.size() - filled), error);
+        if (!error) continue;
+        state = State::Done;
+        fault = error.message();
+        return error == websocket::error::message_too_big ? Status::TooLarge : Status::Malformed;
+    } while (!stream.is_message_done());
+    const Status status = deliver({buffer.data(), filled}, listener);
+    if (buffer.size() > kScratchKept) std::vector<char>().swap(buffer);
+    return status;
 }
 
 const std::string& WebSocketStream::fault() const noexcept { return impl_->fault; }
