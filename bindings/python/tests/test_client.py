@@ -296,6 +296,29 @@ class StreamsTest(ClientCase):
             self.assertEqual(stream.dropped, 7)
             self.assertEqual([(await anext(stream)).text for _ in range(5)], ["7", "8", "9", "10", "11"])
 
+    async def test_a_reader_that_keeps_at_it_loses_nothing(self):
+        count = 5000
+        library = FakeLibrary()
+        async with self.client(library, queue_size=150) as client:
+            client.presence()
+            stream = client.messages()
+            library.client.say(*[message_event(str(number)) for number in range(count)])
+            for number in range(count):
+                self.assertEqual((await anext(stream)).text, str(number))
+                if number % 10 == 0:
+                    await asyncio.sleep(0)
+            self.assertEqual(stream.dropped, 0)
+
+    async def test_a_reader_that_waits_for_an_answer_behind_a_flood_gets_it(self):
+        def respond(client, request):
+            client.say(*[message_event(str(number)) for number in range(2000)])
+            client.answer(request, "fine")
+
+        async with self.client(FakeLibrary(respond), queue_size=150) as client:
+            stream = client.messages()
+            self.assertEqual(await client.users.attribute("u", "mood"), "fine")
+            self.assertEqual(stream.dropped, 1850)
+
     async def test_what_a_stream_left_unread_waits_for_the_next(self):
         library = FakeLibrary()
         async with self.client(library) as client:

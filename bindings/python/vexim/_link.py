@@ -17,9 +17,6 @@ from typing import Any
 from ._library import Library, execute
 from .errors import INTERFACE_DOMAIN, ClosedError, Error, error_from, usage
 
-# Texts taken from the library in one turn of the loop: other tasks run in between.
-TEXTS_PER_TURN = 100
-
 Record = dict[str, Any]
 Progress = Callable[[int], object]
 
@@ -58,11 +55,18 @@ class _Call:
 
 
 class Link:
-    def __init__(self, library: Library, configuration: Mapping[str, Any], on_event: Callable[[str, Record], None]) -> None:
-        """Makes the client. Raises `UsageError` for a configuration that cannot be used. Needs a running loop."""
+    def __init__(self, library: Library, configuration: Mapping[str, Any], on_event: Callable[[str, Record], None],
+                 is_busy: Callable[[], bool], texts_per_turn: int) -> None:
+        """Makes the client. Raises `UsageError` for a configuration that cannot be used. Needs a running loop.
+
+        While `is_busy` says so, nothing is taken from the library; in one turn of the loop so many texts at most, so that other
+        tasks run in between.
+        """
         self._loop = asyncio.get_running_loop()
         self._library = library
         self._on_event = on_event
+        self._is_busy = is_busy
+        self._texts_per_turn = texts_per_turn
         self._calls: dict[int, _Call] = {}
         self._last = 0
         self._descriptor: int | None = None
@@ -144,8 +148,10 @@ class Link:
             self._library.send(self._client, _bytes({"@op": "cancel", "extra": extra}))
 
     def _drain(self) -> None:
+        if self._is_busy():
+            return  # the descriptor stays readable
         library = self._library
-        for _ in range(TEXTS_PER_TURN):  # what is left keeps the descriptor readable
+        for _ in range(self._texts_per_turn):  # what is left keeps the descriptor readable
             if self._client == 0:  # closed by a handler
                 return
             text = library.receive(self._client)

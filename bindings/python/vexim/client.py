@@ -112,7 +112,8 @@ class Client:
         """Makes the client ready for a login; `async with` does this. Needs a running event loop. A closed one stays closed."""
         if self._link is not None:
             raise usage("the client was opened before")
-        self._link = Link(self._library or load(), self._configuration, self._on_event)
+        self._link = Link(self._library or load(), self._configuration, self._on_event,
+                          is_busy=self._is_catching_up, texts_per_turn=min(100, (self._messages.limit + 1) // 2))
 
     def close(self) -> None:
         """Cuts the connection without a logout. Calls that are under way raise `ClosedError`; streams give what they hold, then
@@ -354,6 +355,9 @@ class Client:
 
     async def _call(self, operation: str, arguments: Mapping[str, Any] | None = None, progress: Progress | None = None) -> Any:
         return await self._open_link().call(operation, arguments or {}, progress)
+
+    def _is_catching_up(self) -> bool:
+        return any([self._messages.is_catching_up(), self._presence.is_catching_up(), self._events.is_catching_up()])
 
     def _on_event(self, name: str, record: Record) -> None:
         self._events.publish(self._event_from(name, record))

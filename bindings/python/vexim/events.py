@@ -13,6 +13,7 @@ from typing import Any, Generic, TypeVar
 from .models import Message
 
 T = TypeVar("T")
+_TAKEN_PER_TURN = 200
 
 
 @dataclass(frozen=True, slots=True)
@@ -84,8 +85,9 @@ class Stream(AsyncIterator[T], Generic[T]):
 
     Each stream gets every item. It ends when the client is closed. One task at a time reads it.
 
-    It holds a bounded number of items (`queue_size` of the client). When nobody reads, the oldest are dropped, and `dropped`
-    counts them. What a stream still held when it was closed, or left by `break`, waits for the next one of its kind.
+    It holds a bounded number of items (`queue_size` of the client). While its reader takes them as fast as it can, more waits in
+    the library and nothing is lost. When nobody reads, or the reader waits for something else while more comes, the oldest are
+    dropped, and `dropped` counts them. What a stream still held when it was closed, or left by `break`, waits for the next one of its kind.
     """
 
     def __init__(self, hub: Hub[T], wants: Callable[[T], bool] | None) -> None:
@@ -94,15 +96,15 @@ class Stream(AsyncIterator[T], Generic[T]):
         self._items: collections.deque[T] = collections.deque()
         self._waiter: asyncio.Future[None] | None = None
         self._closed = False
-        self._run = 0
+        self._taken = self._taken_before = 0
         self.dropped = 0
 
     def __aiter__(self) -> Stream[T]:
         return self
 
     async def __anext__(self) -> T:
-        self._run += 1
-        if self._run % 64 == 0:  # a long queue must not keep other tasks waiting
+        self._taken += 1
+        if self._taken % _TAKEN_PER_TURN == 0:  # a long queue must not keep other tasks waiting
             await asyncio.sleep(0)
         while not self._items:
             if self._closed or self._hub.ended:
@@ -140,6 +142,11 @@ class Stream(AsyncIterator[T], Generic[T]):
         if self._waiter is not None and not self._waiter.done():
             self._waiter.set_result(None)
 
+    def _is_catching_up(self) -> bool:
+        """Whether much is waiting, and some was taken since this was asked last."""
+        progress, self._taken_before = self._taken != self._taken_before, self._taken
+        return progress and len(self._items) * 2 > self._hub.limit
+
     def _push(self, item: T) -> None:
         if self._closed or (self._wants is not None and not self._wants(item)):
             return
@@ -168,6 +175,12 @@ class Hub(Generic[T]):
         self._waiting.clear()
         self._streams.append(weakref.ref(stream))
         return stream
+
+    def is_catching_up(self) -> bool:
+        """Whether a stream's reader is at work and has much to do: then the next items had better wait. A reader that rests is
+        not waited for, since what it waits for may come behind these."""
+        streams = [reference() for reference in self._streams]
+        return any([stream is not None and stream._is_catching_up() for stream in streams])
 
     def publish(self, item: T) -> None:
         if not self._streams:
