@@ -1,10 +1,11 @@
-// Uploaded files: streamed from the form into a directory of our own, which goes when the service ends.
+// Uploaded files: streamed from the form into a folder. A file gets its name only when all of it is on disk, so what has a name is whole.
+// Nodes that share a database share this folder, too.
 
 import busboy from 'busboy';
 import { randomBytes } from 'node:crypto';
 import { once } from 'node:events';
-import { createWriteStream, mkdtempSync, rmSync } from 'node:fs';
-import { rm } from 'node:fs/promises';
+import { createWriteStream, mkdirSync, mkdtempSync, readdirSync, rmSync } from 'node:fs';
+import { open, rename, rm } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import { extname, join } from 'node:path';
 import { pipeline } from 'node:stream/promises';
@@ -15,21 +16,26 @@ const thumbnailEdge = 256; // pixels
 const largestPicture = 40_000_000; // pixels that we are ready to decode
 
 export class Attachments {
-  #files = new Map(); // name → { name, type, size }
-  #directory = mkdtempSync(join(tmpdir(), 'vexim-service-'));
+  #store;
+  #directory;
+  #isTemporary;
   #limit;
 
-  /** `limit` is the size of the largest file that is taken, in bytes. */
-  constructor(limit) {
+  /** `limit` is the size of the largest file that is taken, in bytes. Without a `data` folder the files are gone in the end. */
+  constructor({ store, data, limit }) {
+    this.#store = store;
     this.#limit = limit;
+    this.#isTemporary = data === undefined;
+    this.#directory = data === undefined ? mkdtempSync(join(tmpdir(), 'vexim-service-')) : join(data, 'attachments');
+    mkdirSync(this.#directory, { recursive: true, mode: 0o700 });
   }
 
   get directory() {
     return this.#directory;
   }
 
-  /** The file called `name`, if it is here. */
-  find = (name) => this.#files.get(name);
+  /** Resolves to the file called `name`, {"name", "type", "size"}, if it is here. */
+  find = (name) => this.#store.file(name);
 
   /** Takes the file in the field "attachment" of a multipart request and, for a picture, makes a thumbnail. Resolves to their names. */
   async receive(request) {
@@ -39,13 +45,13 @@ export class Attachments {
     return thumbnail ? [file.name, thumbnail.name] : [file.name];
   }
 
+  /** Removes all files; what the store knows of them is another matter. */
   clear() {
-    for (const name of this.#files.keys()) this.#remove(name);
+    for (const name of readdirSync(this.#directory)) rmSync(join(this.#directory, name), { force: true });
   }
 
-  /** Removes the directory and all in it. */
   close() {
-    rmSync(this.#directory, { recursive: true, force: true });
+    if (this.#isTemporary) rmSync(this.#directory, { recursive: true, force: true });
   }
 
   /** Ends as soon as it is clear how, also before the whole body is here. */
@@ -56,7 +62,7 @@ export class Attachments {
       form.on('file', (field, content, info) => {
         if (field !== 'attachment' || saved) return content.resume();
         if (request.logEntry) request.logEntry.file = { field, name: info.filename, type: info.mimeType };
-        saved = this.#store(content, info);
+        saved = this.#write(content, info);
         saved.catch(reject);
       });
       form.on('error', reject);
@@ -71,19 +77,19 @@ export class Attachments {
       request.unpipe(form);
       request.resume(); // the answer must not be lost to a reset while the client still sends
       const file = await saved?.catch(() => undefined); // what it left is gone before the answer is out
-      if (file) this.#remove(file.name);
+      if (file) await this.#remove(file.name);
       throw form.errored ? new ServiceError('malformedBody', 'The multipart form is broken.') : error;
     }
   }
 
-  async #store(content, { filename = '', mimeType }) {
+  async #write(content, { filename = '', mimeType }) {
     const name = randomBytes(16).toString('hex') + safeExtension(filename);
-    const path = join(this.#directory, name);
+    const path = join(this.#directory, `${name}.part`);
     const target = createWriteStream(path, { flags: 'wx' });
     try {
       await pipeline(content, target);
       must(target.bytesWritten <= this.#limit, 'tooLarge'); // the parser stops at one byte more
-      return this.#note(name, mimeType, target.bytesWritten);
+      return await this.#keep(name, mimeType, target.bytesWritten);
     } catch (error) {
       if (!target.closed) await new Promise((resolve) => target.once('close', resolve)); // it may still be about to make the file
       await rm(path, { force: true });
@@ -100,22 +106,35 @@ export class Attachments {
       const { size } = await picture
         .resize(thumbnailEdge, thumbnailEdge, { fit: 'inside', withoutEnlargement: true })
         .png()
-        .toFile(join(this.#directory, name));
-      return this.#note(name, 'image/png', size);
+        .toFile(join(this.#directory, `${name}.part`));
+      return await this.#keep(name, 'image/png', size);
     } catch {
+      await rm(join(this.#directory, `${name}.part`), { force: true });
       return undefined;
     }
   }
 
-  #remove(name) {
-    this.#files.delete(name);
-    rmSync(join(this.#directory, name), { force: true });
+  async #remove(name) {
+    await this.#store.removeFile(name);
+    await rm(join(this.#directory, name), { force: true });
   }
 
-  #note(name, type, size) {
-    const file = { name, type, size };
-    this.#files.set(name, file);
-    return file;
+  /** Gives the finished `name`.part its name, once its content is on disk, and has it known once the name is, too. */
+  async #keep(name, type, size) {
+    const path = join(this.#directory, name);
+    await flush(`${path}.part`);
+    await rename(`${path}.part`, path);
+    await flush(this.#directory);
+    return this.#store.addFile({ name, type, size });
+  }
+}
+
+async function flush(path) {
+  const handle = await open(path);
+  try {
+    await handle.sync();
+  } finally {
+    await handle.close();
   }
 }
 

@@ -3,6 +3,7 @@
 //   out: "login", "message", "yourself", "sys", "online", "offline"
 
 import { createRequire } from 'node:module';
+import { setImmediate } from 'node:timers/promises';
 import { ServiceError } from './errors.js';
 import { excerpt } from './log.js';
 import { address } from './messages.js';
@@ -75,7 +76,7 @@ export class Live {
   async reset() {
     this.#connections.clear();
     await this.drop();
-    await Promise.all(this.#turns);
+    while (this.#turns.size > 0) await Promise.all(this.#turns);
   }
 
   /** How many connections there are, logged in or not. */
@@ -86,7 +87,7 @@ export class Live {
   /** Closes the connections, as going away does: clients come again. Resolves when all that they brought is done. */
   async close() {
     this.#io.close();
-    await Promise.all(this.#turns);
+    while (this.#turns.size > 0) await Promise.all(this.#turns);
   }
 
   #onLinks(id, act) {
@@ -98,23 +99,28 @@ export class Live {
   /** What a connection brings is done one after the other, from its login to its end. */
   #join(socket) {
     let id; // of who has logged in
-    let last = Promise.resolve();
     let hasFailed = false;
-    const inTurn = (act) => {
-      const turn = last.then(act).catch((error) => {
-        hasFailed = true;
-        this.#report.failure(error);
-        cut(socket.conn); // so that the client learns that something is lost
-      });
-      last = turn;
-      this.#turns.add(turn);
-      turn.then(() => this.#turns.delete(turn));
+    const fail = (error) => {
+      hasFailed = true;
+      this.#report.failure(error);
+      cut(socket.conn); // so that the client learns that something is lost
     };
-    inTurn(async () => {
+    const queue = () => {
+      let last = Promise.resolve();
+      return (act) => {
+        const turn = last.then(setImmediate).then(act).catch(fail); // others come in between, even when the database answers at once
+        last = turn;
+        this.#turns.add(turn);
+        turn.then(() => this.#turns.delete(turn));
+      };
+    };
+    const [ask, deliver] = [queue(), queue()]; // while one message is being kept, the next may already be looked at
+    ask(async () => {
       id = await this.#login(socket);
     });
-    socket.on('say', (payload) => inTurn(() => id !== undefined && !hasFailed && this.#say(id, payload)));
-    socket.on('disconnect', () => inTurn(() => this.#leave(socket, id)));
+    const tell = (act) => deliver(() => (hasFailed ? undefined : act()));
+    socket.on('say', (payload) => ask(() => id !== undefined && !hasFailed && this.#say(id, payload, tell)));
+    socket.on('disconnect', () => ask(() => deliver(() => this.#leave(socket, id))));
   }
 
   /** Resolves to the id of who it is. A failed login leaves the connection open: the client decides what to do with it. */
@@ -153,16 +159,20 @@ export class Live {
     await this.send(await this.#store.friends(id), event, id);
   }
 
-  /** What cannot be delivered is dropped: the client asks for no answer. The log tells why. */
-  async #say(id, payload) {
+  /** What cannot be delivered is dropped: the client asks for no answer. The log tells why. `tell` takes turns. */
+  async #say(id, payload, tell) {
     const entry = this.#log.add('say', { id, payload });
     try {
       const { message, conversation, readers } = await address(this.#store, id, payload);
-      if (conversation) await this.#store.remember(conversation, message);
-      const others = readers.filter((reader) => reader !== id);
-      await this.send(others, 'message', message);
-      await this.send([id], 'yourself', message);
-      this.#report.message('delivered');
+      const kept = conversation ? this.#store.remember(conversation, message) : Promise.resolve();
+      kept.catch(() => undefined); // `tell` hears of it
+      tell(async () => {
+        await kept;
+        const others = readers.filter((reader) => reader !== id);
+        await this.send(others, 'message', message);
+        await this.send([id], 'yourself', message);
+        this.#report.message('delivered');
+      });
     } catch (error) {
       if (!(error instanceof ServiceError)) throw error;
       this.#report.message('refused');

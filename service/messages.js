@@ -26,10 +26,9 @@ export async function address(store, sender, payload) {
 
 /** Friends talk to each other, and passengers and users. */
 async function partner(store, sender, id) {
-  const [isPassenger, toPassenger] = [await store.isPassenger(sender), await store.isPassenger(id)];
-  if (toPassenger) must(!isPassenger, 'notFriends');
-  else await store.user(id);
-  must(isPassenger || toPassenger || (await store.friendship(sender, id)), 'notFriends');
+  const { fromPassenger, toPassenger, toUser, areFriends } = await store.relation(sender, id);
+  must(toPassenger || toUser, 'unknownUser');
+  must(fromPassenger ? toUser : toPassenger || areFriends, 'notFriends');
   return id;
 }
 

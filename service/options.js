@@ -1,5 +1,5 @@
 // What can be set: by flag, or by the same name in the JSON file that --config names. A flag wins over the file, the file over the default.
-// "Development" is a run that nobody else can reach and that keeps nothing. Every other run starts with the strict defaults.
+// "Development" is a run that nobody else can reach and that keeps nothing, or that says so. Every other run starts with the strict defaults.
 
 import { readFileSync } from 'node:fs';
 import { parseArgs } from 'node:util';
@@ -23,6 +23,9 @@ const table = {
   'user-secret': ['text'],
   nsp: ['text', '/chat'],
   seed: ['text'],
+  data: ['text'],
+  database: ['text'],
+  development: ['flag', false],
   'signature-age': ['number', 10 * minute],
   'body-limit': ['number', 1_048_576],
   'attachment-limit': ['number', 4_294_967_296, 268_435_456],
@@ -83,8 +86,8 @@ export function readOptions(argv) {
   return { rest, development, values, exitWithParent: values['exit-with-parent'], service: forService(values, development) };
 }
 
-function isDevelopment({ host = '127.0.0.1', 'trust-proxy': proxies }) {
-  return isLoopback(host) && proxies === undefined;
+function isDevelopment({ host = '127.0.0.1', 'trust-proxy': proxies, data, database, development }) {
+  return development || (isLoopback(host) && proxies === undefined && data === undefined && database === undefined);
 }
 
 function parse(argv) {
@@ -131,6 +134,8 @@ function check(values) {
   oneOf('socketio', ...Object.keys(lines));
   oneOf('id-login', 'any', 'passengers', 'off');
   oneOf('log-level', 'debug', 'info', 'warn', 'error', 'silent');
+  if (values.development && !isLoopback(values.host)) throw new UsageError('--development listens on loopback only');
+  if (values.database && !values.data) throw new UsageError('--database needs --data, the folder of attachments that all nodes share');
   if (values.tls && values.tls.length !== 2) throw new UsageError('--tls takes a certificate and its key');
   if (!values.key && !values['user-secret']) throw new UsageError('--user-secret or --key is needed: the demo key is known to all');
   for (const name of ['control-secret', 'metrics-secret', 'user-secret']) {
@@ -151,6 +156,8 @@ function forService(values, development) {
     maxSignatureAge: values['signature-age'],
     bodyLimit: values['body-limit'],
     attachmentLimit: values['attachment-limit'],
+    data: values.data,
+    database: values.database,
     publicUrl: values['public-url']?.replace(/\/$/, ''),
     seed: values.seed ? readSeed(values.seed) : development ? seed : undefined,
     idLogin: values['id-login'],

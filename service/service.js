@@ -15,7 +15,7 @@ import { Log, noteRequest } from './log.js';
 import { identifier } from './login.js';
 import { Metrics, makeLogger, monitoring, routeOf } from './monitoring.js';
 import { answerError, rest } from './rest/index.js';
-import { Store } from './store.js';
+import { openStore } from './store.js';
 import { LoginThrottle } from './throttle.js';
 import { keyring, verifier } from './userkeys.js';
 import { views } from './views.js';
@@ -34,9 +34,8 @@ export async function startService(options) {
   httpServer.requestTimeout = 0; // the gate knows an upload, which may take its time, from a request that trickles
   const log = new Log(options.control);
   const faults = new Faults();
-  const store = new Store();
-  await store.reset(seed);
-  const attachments = new Attachments(options.attachmentLimit);
+  const store = await openStore({ ...options, seed });
+  const attachments = new Attachments({ store, data: options.data, limit: options.attachmentLimit });
   const keys = { store, app, userSecret: options.userSecret };
   const verify = verifier(keys);
   const metrics = new Metrics({ connections: () => live.connections });
@@ -64,7 +63,7 @@ export async function startService(options) {
   gate.guard(httpServer);
 
   const service = { app, seed, log, faults, store, live, attachments, verify, keyOf: keyring(keys), views: views({ store, live }) };
-  site.use(monitoring({ gate, metrics, metricsSecret: options.metricsSecret, ping: async () => store.ping?.() }));
+  site.use(monitoring({ gate, metrics, metricsSecret: options.metricsSecret, ping: () => store.ping() }));
   if (options.control.isOn) site.use('/_control', control(service, options.control));
   site.use(rest(service, options));
   site.use(() => {
@@ -81,6 +80,7 @@ export async function startService(options) {
     if (!(await drained)) logger.warn('requests were still running');
     httpServer.closeAllConnections();
     attachments.close();
+    await store.close();
     metrics.stop();
     logger.info('ended');
   };

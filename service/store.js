@@ -1,12 +1,14 @@
-// Everything the service knows, in memory and bounded. Records are plain objects; nothing here speaks HTTP or Socket.IO.
-// All methods are asynchronous: a database may stand behind them. `kind` is 'users', 'groups', 'rooms' or 'passengers'.
+// Everything the service knows, in a database. Records are plain objects; nothing here speaks HTTP or Socket.IO.
+// All methods are asynchronous. `kind` is 'users', 'groups', 'rooms' or 'passengers'.
 
 import { randomBytes } from 'node:crypto';
-import { isDeepStrictEqual } from 'node:util';
+import { mkdirSync } from 'node:fs';
+import { isTaken, lockFolder, openDatabase } from './database.js';
 import { must } from './errors.js';
-import { isObject, limits } from './values.js';
-
-const idPattern = /^[A-Za-z0-9._~@-]{1,64}$/; // ids are put into paths as they are
+import { Messages } from './history.js';
+import { digest, hashed, identityDigests, isRight } from './passwords.js';
+import { tables } from './schema.js';
+import { bounded, idPattern, isObject, limits } from './values.js';
 
 /** Where the messages between two people, or those of one group, are kept. */
 export const conversation = {
@@ -14,22 +16,75 @@ export const conversation = {
   inGroup: (groupId) => `group ${groupId}`,
 };
 
+const unknown = { users: 'unknownUser', groups: 'unknownGroup', rooms: 'unknownRoom', passengers: 'unknownPassenger' };
+const asJson = ['attributes', 'fields', 'name', 'identity']; // columns
+const hasMembers = (kind) => kind === 'groups' || kind === 'rooms';
+const batchSize = 200; // of rows
+
+/**
+ * Opens the store. `database` is the URL of a PostgreSQL database; without it, `data` is the folder of an SQLite database; without that,
+ * everything is in memory and bounded. A new one takes in `seed`, if there is one.
+ */
+export async function openStore({ data, database, seed }) {
+  if (data) mkdirSync(data, { recursive: true, mode: 0o700 });
+  const lock = data && !database ? lockFolder(data) : undefined;
+  const db = await openDatabase({ url: database, directory: data }).catch((error) => {
+    lock?.close();
+    throw error;
+  });
+  const store = new Store(db, { lock, history: data || database ? Infinity : limits.history });
+  if (seed && !(await store.hasRecords())) await store.reset(seed);
+  return store;
+}
+
 export class Store {
+  #db; // knex, or a transaction of it
+  #lock;
+  #messages;
+
+  constructor(db, { lock, history = Infinity } = {}) {
+    this.#db = db;
+    this.#lock = lock;
+    this.#messages = new Messages(db, { kept: history });
+  }
+
+  /** The database, for what is no record: presence, the bus between nodes. */
+  get db() {
+    return this.#db;
+  }
+
+  /** Rejects when the database does not answer. */
+  async ping() {
+    await this.#db.raw('select 1');
+  }
+
+  async close() {
+    await this.#db.destroy();
+    this.#lock?.close();
+  }
+
+  async hasRecords() {
+    for (const kind of Object.keys(unknown)) if (await this.#db(kind).first('id')) return true;
+    return false;
+  }
+
   /** Forgets everything, then takes in the records of `seed`. */
   async reset(seed) {
-    this.#records = { users: new Map(), groups: new Map(), rooms: new Map(), passengers: new Map() };
-    this.#conversations = new Map();
-    for (const user of seed.users) await this.addUser(user);
-    for (const user of seed.users) for (const friend of user.friends) await this.befriend(user.id, friend);
-    for (const group of seed.groups) await this.addGroup(group);
-    for (const room of seed.rooms) await this.addRoom(room);
+    const users = await Promise.all((seed.users ?? []).map(userRecord));
+    await this.#within(async (store) => {
+      for (const table of tables) await store.#db(table).del();
+      for (const user of users) await store.#add('users', user);
+      for (const user of seed.users ?? []) for (const friend of user.friends ?? []) await store.#befriend(user.id, friend);
+      for (const group of seed.groups ?? []) await store.#addGroup(group);
+      for (const room of seed.rooms ?? []) await store.#addRoom(room);
+    });
   }
 
   /** The record of one user, group, room or passenger; throws when there is none. */
   async find(kind, id) {
-    const record = this.#records[kind].get(id);
-    must(record, unknown[kind]);
-    return record;
+    const row = await this.#row(kind, id);
+    must(row, unknown[kind]);
+    return (await this.#records(kind, [row]))[0];
   }
 
   user = (id) => this.find('users', id);
@@ -38,170 +93,293 @@ export class Store {
   passenger = (id) => this.find('passengers', id);
 
   async isPassenger(id) {
-    return this.#records.passengers.has(id);
+    return (await this.#row('passengers', id)) !== undefined;
   }
 
-  /** All records of a kind, in the order in which they were added. */
-  async all(kind) {
-    return [...this.#records[kind].values()];
+  /**
+   * The records of a kind, in the order in which they were added, or in that of `sort`, a function that compares two. `conditions` are
+   * pairs of an attribute (or "id", "ts", "name", "owner") and the text that it must print as.
+   */
+  async search(kind, conditions, { sort, skip = 0, limit }) {
+    const query = this.#db(kind).orderBy('seq');
+    for (const [name, text] of conditions) query.where((builder) => this.#matches(builder, kind, name, text));
+    if (!sort) return this.#records(kind, await query.offset(skip).limit(limit));
+    const found = (await query).map(fromRow).sort(sort); // mixed kinds of values, by rules that SQL does not have
+    return this.#withMembers(kind, found.slice(skip, skip + limit));
   }
 
   /** Adds a user; only `id` is required. */
-  async addUser({ id, username, password, phone, smsCode, oauth, attributes = {} }) {
-    const credentials = { username, password, phone, smsCode, oauth };
-    return this.#add('users', id, { ...credentials, attributes: fitting(attributes), friends: new Map(), installs: new Set() });
+  async addUser(user) {
+    const record = await userRecord(user);
+    return this.#within((store) => store.#add('users', record));
   }
 
   /** The id of the user with these credentials (see login.js); nothing when they match nobody. */
-  async userWith(credentials) {
-    const check = credentialCheck(credentials);
-    return (await this.all('users')).find(check)?.id;
+  async userWith({ username, phone, password, oauth }) {
+    if (username !== undefined) return this.#userWithSecret('username', username, 'password', password);
+    if (phone !== undefined) return this.#userWithSecret('phone', phone, 'code', password);
+    const given = identityDigests(oauth);
+    const candidates = await this.#db('users').whereIn('identity_key', given).orderBy('seq');
+    return candidates.find(({ identity }) => JSON.parse(identity).every((entry) => given.includes(entry)))?.id;
   }
 
   /** The ids of a user's friends, the oldest friendship first. */
-  async friends(id) {
-    return [...((await this.#records.users.get(id))?.friends.keys() ?? [])];
+  friends(id) {
+    return this.#db('friends').where({ user: id }).orderBy('seq').pluck('friend');
   }
 
   /** Since when two users are friends, and who asked whom: {"ts", "from", "to"}; nothing when they are not. */
-  async friendship(oneId, otherId) {
-    return this.#records.users.get(oneId)?.friends.get(otherId);
+  friendship(oneId, otherId) {
+    return this.#db('friends').where({ user: oneId, friend: otherId }).first('ts', 'from', 'to');
+  }
+
+  /** What decides whether one person may write to another, as {"fromPassenger", "toPassenger", "toUser", "areFriends"}, numbers. */
+  async relation(fromId, toId) {
+    must(typeof toId === 'string' && idPattern.test(toId), 'unknownUser');
+    const count = (table, where) => this.#db(table).where(where).count('*');
+    const numbers = await this.#db.first({
+      fromPassenger: count('passengers', { id: fromId }),
+      toPassenger: count('passengers', { id: toId }),
+      toUser: count('users', { id: toId }),
+      areFriends: count('friends', { user: fromId, friend: toId }),
+    });
+    return Object.fromEntries(Object.entries(numbers).map(([name, number]) => [name, Number(number)]));
   }
 
   /** The groups or rooms that the user is a member of, in the order in which they were added. */
   async placesOf(kind, userId) {
-    return (await this.all(kind)).filter((place) => place.members.includes(userId));
+    const ids = this.#db('members').select('place').where({ kind, user: userId });
+    return this.#records(kind, await this.#db(kind).whereIn('id', ids).orderBy('seq'));
   }
 
-  /** Makes two users friends; nothing happens when they are. Returns the friendship, whose ends are "from" and "to". */
-  async befriend(fromId, toId) {
-    const [from, to] = [await this.user(fromId), await this.user(toId)];
-    must(from !== to, 'invalidValue', 'Nobody is a friend of themselves.');
-    if (!from.friends.has(toId)) {
-      const friendship = { ts: Date.now(), from: fromId, to: toId };
-      from.friends.set(toId, friendship);
-      to.friends.set(fromId, friendship);
-    }
-    return from.friends.get(toId);
+  /** Makes two users friends; nothing happens when they are. */
+  befriend(fromId, toId) {
+    return this.#within((store) => store.#befriend(fromId, toId));
   }
 
   async unfriend(oneId, otherId) {
-    const one = await this.user(oneId);
-    must(one.friends.delete(otherId), 'notFriends');
-    (await this.user(otherId)).friends.delete(oneId);
-  }
-
-  /** The owner becomes a member. `fields` are what the group holds beside what the service knows. */
-  async addGroup({ id = newId('g'), owner, members = [], attributes = {}, fields = {} }) {
-    return this.#add('groups', id, {
-      owner: (await this.user(owner)).id,
-      members: await this.#knownUsers([owner, ...members]),
-      attributes: fitting(attributes),
-      fields: fitting(fields),
+    await this.#within(async (store) => {
+      await store.user(oneId);
+      const ends = idPattern.test(otherId) ? [oneId, otherId] : [];
+      must((await store.#db('friends').whereIn('user', ends).whereIn('friend', ends).del()) > 0, 'notFriends');
     });
   }
 
-  async addRoom({ id = newId('r'), name, members = [], attributes = {} }) {
-    return this.#add('rooms', id, { name, members: await this.#knownUsers(members), attributes: fitting(attributes) });
+  /** The owner becomes a member. `fields` are what the group holds beside what the service knows. */
+  addGroup(group) {
+    return this.#within((store) => store.#addGroup(group));
+  }
+
+  addRoom(room) {
+    return this.#within((store) => store.#addRoom(room));
   }
 
   /** Changes a record: `make` gets it and returns new values for some of its keys. All of them are taken, or none. */
   async change(kind, id, make) {
-    const record = await this.find(kind, id);
-    const { owner, members, attributes, ...changes } = make(record);
-    if (owner !== undefined) changes.owner = (await this.user(owner)).id;
-    if (members !== undefined) changes.members = await this.#knownUsers(members);
-    if (attributes !== undefined) changes.attributes = fitting(attributes);
-    if (changes.fields !== undefined) fitting(changes.fields);
-    Object.assign(record, changes, { updated: Date.now() });
+    await this.#within(async (store) => {
+      const row = await store.#row(kind, id, { forUpdate: true });
+      must(row, unknown[kind]);
+      const { owner, members, attributes, fields, name } = make((await store.#records(kind, [row]))[0]);
+      const changes = { attributes: attributes && fitting(attributes), fields: fields && fitting(fields), name };
+      if (owner !== undefined) changes.owner = (await store.user(owner)).id;
+      await store.#db(kind).where({ id }).update(toRow({ ...changes, updated: Date.now() }));
+      if (attributes) await store.#noteTerms(kind, id, attributes);
+      if (members !== undefined) {
+        await store.#db('members').where({ kind, place: id }).del();
+        await store.#join(kind, id, members);
+      }
+    });
   }
 
   /** Who is a member already stays one, once. */
   async addMembers(kind, id, ids) {
-    const place = await this.find(kind, id);
-    place.members = await this.#knownUsers([...place.members, ...ids]);
+    await this.#within(async (store) => {
+      must(await store.#row(kind, id, { forUpdate: true }), unknown[kind]);
+      await store.#join(kind, id, ids);
+    });
   }
 
   async removeMembers(kind, id, ids) {
-    const place = await this.find(kind, id);
-    const leaving = new Set(ids);
-    place.members = place.members.filter((id) => !leaving.has(id));
+    must(await this.#row(kind, id), unknown[kind]);
+    for (const some of chunks(ids.filter((one) => idPattern.test(one)))) {
+      await this.#db('members').where({ kind, place: id }).whereIn('user', some).del();
+    }
   }
 
   /** Removes the group of this id, and what was said in it, or the room. */
   async removePlace(id) {
-    if (this.#records.groups.delete(id)) this.#conversations.delete(conversation.inGroup(id));
-    else must(this.#records.rooms.delete(id), 'unknownGroup');
+    await this.#within(async (store) => {
+      const kind = (await store.#row('groups', id)) ? 'groups' : 'rooms';
+      must(await store.#row(kind, id), 'unknownGroup');
+      await store.#db(kind).where({ id }).del();
+      await store.#db('terms').where({ kind, id }).del();
+      await store.#db('members').where({ kind, place: id }).del();
+      if (kind === 'groups') await store.#db('messages').where({ conversation: conversation.inGroup(id) }).del();
+    });
   }
 
   async addPassenger(id = newId('p'), fields = {}) {
-    must(!this.#records.users.has(id), 'invalidValue', 'A user has this id.');
-    return this.#add('passengers', id, { fields: fitting(fields) });
+    return this.#within(async (store) => {
+      must(!(await store.#row('users', id)), 'invalidValue', 'A user has this id.');
+      return store.#add('passengers', { id, fields: fitting(fields) });
+    });
   }
 
   /** Notes `install` as a device of the user; the oldest one makes room. */
   async addInstall(userId, install) {
-    const user = await this.user(userId);
-    user.installs.delete(install);
-    user.installs.add(install);
-    if (user.installs.size > limits.installs) user.installs.delete(user.installs.values().next().value);
+    await this.#within(async (store) => {
+      const row = { user: (await store.user(userId)).id, install: bounded(install) };
+      const newest = await store.#db('installs').where({ user: userId }).orderBy('seq', 'desc').first('install');
+      if (newest?.install === row.install) return;
+      await store.#db('installs').where(row).del();
+      await store.#db('installs').insert(row);
+      const old = await store.#db('installs').where({ user: userId }).orderBy('seq', 'desc').offset(limits.installs).limit(100).pluck('seq');
+      if (old.length > 0) await store.#db('installs').whereIn('seq', old).del();
+    });
   }
 
   /** A device that is not known is already gone. */
   async removeInstalls(userId, installs) {
-    const user = await this.user(userId);
-    for (const install of installs) user.installs.delete(install);
+    const { id } = await this.user(userId);
+    for (const some of chunks(installs.map(bounded))) await this.#db('installs').where({ user: id }).whereIn('install', some).del();
   }
 
-  /** Keeps a message in the order of its "ts". */
-  async remember(where, message) {
-    const messages = this.#conversations.get(where) ?? [];
-    this.#conversations.set(where, messages);
-    let place = messages.length;
-    while (place > 0 && messages[place - 1].ts > message.ts) place -= 1;
-    messages.splice(place, 0, message);
-    if (messages.length > limits.history) messages.shift();
-  }
+  /** Keeps a message in the order of its "ts"; resolves when it is on disk. */
+  remember = (where, message) => this.#messages.add(where, message);
 
   /** At most `limit` messages with a "ts" below `before`, the newest first. */
-  async latest(where, before = Infinity, limit = 1) {
-    const messages = this.#conversations.get(where) ?? [];
-    return messages
-      .filter((message) => message.ts < before)
-      .slice(-limit)
-      .reverse();
+  latest = (where, before, limit) => this.#messages.latest(where, before, limit);
+
+  /** Notes an uploaded file: its "name", "type" and "size". */
+  async addFile({ name, type, size }) {
+    await this.#db('files').insert({ name, type: JSON.stringify(type), size, created: Date.now() });
+    return { name, type, size };
   }
 
-  async #knownUsers(ids) {
-    const known = new Set(ids);
-    for (const id of known) await this.user(id);
-    must(known.size <= limits.members, 'limitReached');
-    return [...known];
+  async file(name) {
+    const row = idPattern.test(name) ? await this.#db('files').where({ name }).first() : undefined;
+    return row && { name: row.name, type: JSON.parse(row.type), size: row.size };
   }
 
-  #add(kind, id, fields) {
-    const records = this.#records[kind];
+  async removeFile(name) {
+    await this.#db('files').where({ name }).del();
+  }
+
+  /** What `act` does with the store that it gets happens as a whole, or not at all. */
+  #within(act) {
+    return this.#db.transaction((trx) => act(new Store(trx)));
+  }
+
+  async #row(kind, id, { forUpdate = false } = {}) {
+    if (typeof id !== 'string' || !idPattern.test(id)) return undefined;
+    const query = this.#db(kind).where({ id }).first();
+    return forUpdate ? query.forUpdate() : query;
+  }
+
+  #records(kind, rows) {
+    return this.#withMembers(kind, rows.map(fromRow));
+  }
+
+  async #withMembers(kind, records) {
+    if (!hasMembers(kind) || records.length === 0) return records;
+    const places = new Map(records.map((record) => [record.id, Object.assign(record, { members: [] })]));
+    const rows = await this.#db('members').where({ kind }).whereIn('place', [...places.keys()]).orderBy('seq');
+    for (const { place, user } of rows) places.get(place).members.push(user);
+    return records;
+  }
+
+  /** Restricts a search: the attribute `name` prints as `text`; without such an attribute, what the service knows by this name does. */
+  #matches(builder, kind, name, text) {
+    const having = (...parts) => this.#db('terms').select('id').where({ kind, term: term(...parts) });
+    builder.whereIn('id', having(name, text));
+    const known = { id: [text, 'id'], owner: kind === 'groups' && [text, 'owner'], name: kind === 'rooms' && [JSON.stringify(text), 'name'] };
+    known.ts = String(Number(text)) === text && [Number(text), 'created'];
+    const [value, column] = (Object.hasOwn(known, name) && known[name]) || [];
+    if (column && !String(value).includes('\0')) builder.orWhere((or) => or.where({ [column]: value }).whereNotIn('id', having(name)));
+  }
+
+  async #noteTerms(kind, id, attributes) {
+    await this.#db('terms').where({ kind, id }).del();
+    const isScalar = (value) => value === null || ['string', 'number', 'boolean'].includes(typeof value);
+    const terms = Object.entries(attributes).flatMap(([key, value]) => [term(key), ...(isScalar(value) ? [term(key, String(value))] : [])]);
+    for (const some of chunks(terms)) await this.#db('terms').insert(some.map((one) => ({ kind, id, term: one })));
+  }
+
+  async #userWithSecret(column, name, secretColumn, secret) {
+    if (typeof name !== 'string' || typeof secret !== 'string') return undefined;
+    const row = await this.#db('users').where({ [column]: bounded(name) }).first('id', `${secretColumn} as hash`);
+    return (await isRight(secret, row?.hash)) ? row.id : undefined;
+  }
+
+  async #befriend(fromId, toId) {
+    for (const id of [fromId, toId].sort()) must(await this.#row('users', id, { forUpdate: true }), 'unknownUser');
+    must(fromId !== toId, 'invalidValue', 'Nobody is a friend of themselves.');
+    const friendship = { ts: Date.now(), from: fromId, to: toId };
+    const ends = [[fromId, toId], [toId, fromId]];
+    const rows = ends.map(([user, friend]) => ({ ...friendship, user, friend }));
+    await this.#db('friends').insert(rows).onConflict(['user', 'friend']).ignore();
+  }
+
+  async #addGroup({ id = newId('g'), owner, members = [], attributes = {}, fields = {} }) {
+    const group = { owner: (await this.user(owner)).id, attributes: fitting(attributes), fields: fitting(fields) };
+    return this.#add('groups', { id, ...group }, [owner, ...members]);
+  }
+
+  #addRoom({ id = newId('r'), name, members = [], attributes = {} }) {
+    return this.#add('rooms', { id, name, attributes: fitting(attributes) }, members);
+  }
+
+  async #add(kind, { id, ...fields }, members) {
     must(typeof id === 'string' && idPattern.test(id), 'invalidValue', 'An id is 1 to 64 letters, digits and . _ ~ @ -');
-    must(!records.has(id), 'invalidValue', 'This id is taken.');
-    must(records.size < limits.records, 'limitReached');
+    const [{ count }] = await this.#db(kind).count({ count: '*' });
+    must(Number(count) < limits.records, 'limitReached');
     const record = { id, ...fields, created: Date.now(), updated: Date.now() };
-    records.set(id, record);
+    await this.#db(kind)
+      .insert(toRow(record))
+      .catch((error) => must(!isTaken(error), 'invalidValue', 'This id, user name or phone number is taken.') ?? Promise.reject(error));
+    if (members) await this.#join(kind, id, members);
+    if (fields.attributes) await this.#noteTerms(kind, id, fields.attributes);
     return record;
   }
 
-  #records;
-  #conversations;
+  async #join(kind, place, ids) {
+    for (const some of chunks([...new Set(ids)])) {
+      must(some.every((id) => idPattern.test(id)), 'unknownUser');
+      const [{ count }] = await this.#db('users').whereIn('id', some).count({ count: '*' });
+      must(Number(count) === some.length, 'unknownUser');
+      const rows = some.map((user) => ({ kind, place, user }));
+      await this.#db('members').insert(rows).onConflict(['kind', 'place', 'user']).ignore();
+    }
+    const [{ count }] = await this.#db('members').where({ kind, place }).count({ count: '*' });
+    must(Number(count) <= limits.members, 'limitReached');
+  }
+
 }
 
-const unknown = { users: 'unknownUser', groups: 'unknownGroup', rooms: 'unknownRoom', passengers: 'unknownPassenger' };
-
-function credentialCheck({ username, phone, password, oauth }) {
-  const same = (given, kept) => typeof given === 'string' && given === kept;
-  if (username !== undefined) return (user) => same(username, user.username) && same(password, user.password);
-  if (phone !== undefined) return (user) => same(phone, user.phone) && same(password, user.smsCode);
-  return (user) =>
-    isObject(oauth) && user.oauth !== undefined && Object.entries(user.oauth).every(([key, value]) => isDeepStrictEqual(oauth[key], value));
+/** A user's record, its secrets hashed: that takes long, and is not done while a transaction waits. */
+async function userRecord(user) {
+  const { id, username, password, phone, smsCode, oauth, attributes = {} } = user;
+  for (const text of [username, password, phone, smsCode]) {
+    must(text === undefined || (typeof text === 'string' && text !== ''), 'invalidValue', 'Names and secrets are texts.');
+  }
+  if (!secretsOf.has(user)) secretsOf.set(user, Promise.all([hashed(password), hashed(smsCode)]));
+  const [passwordHash, code] = await secretsOf.get(user);
+  const identity = identityDigests(oauth);
+  const names = { username: username && bounded(username), phone: phone && bounded(phone) };
+  return { id, ...names, password: passwordHash, code, identity_key: identity[0], identity, attributes: fitting(attributes) };
 }
+
+const secretsOf = new WeakMap(); // a seed is taken in again and again by tests
+
+const term = (...parts) => digest(JSON.stringify(parts));
+
+const chunks = (items) => Array.from({ length: Math.ceil(items.length / batchSize) }, (_, i) => items.slice(i * batchSize, (i + 1) * batchSize));
+
+const toRow = (record) =>
+  Object.fromEntries(Object.entries(record).map(([key, value]) => [key, asJson.includes(key) && value !== undefined ? JSON.stringify(value) : value]));
+
+const fromRow = (row) =>
+  Object.fromEntries(Object.entries(row).map(([key, value]) => [key, asJson.includes(key) && value !== null ? JSON.parse(value) : value]));
 
 /** `fields` itself when it is a JSON object of a bearable size. */
 function fitting(fields) {

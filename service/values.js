@@ -1,13 +1,16 @@
 // Bounds and checks of what clients send.
 
+import { createHash } from 'node:crypto';
 import { must } from './errors.js';
+
+export const idPattern = /^[A-Za-z0-9._~@-]{1,64}$/; // ids are put into paths as they are
 
 export const limits = {
   records: 200_000, // of each kind
   members: 10_000, // of a group or room
   installs: 32, // of a user
   fieldsLength: 65_536, // characters of one record's attributes, or other free fields, as JSON text
-  history: 1_000, // messages kept of a conversation
+  history: 1_000, // messages kept of a conversation in memory; on disk there is no bound
   page: 20, // results, when the query does not say
   longestPage: 1_000, // results, whatever the query says
 };
@@ -45,3 +48,6 @@ export async function inTurn(items, make) {
   for (const item of items) made.push(await make(item));
   return made;
 }
+
+/** `text` itself, or what stands for it when it does not fit into a column. */
+export const bounded = (text) => (text.length <= 200 && !text.includes('\0') ? text : createHash('sha256').update(text).digest('hex'));

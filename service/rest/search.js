@@ -3,24 +3,20 @@
 
 import { count, limits } from '../values.js';
 
-/** Those records of `kind` that meet the conditions of `query`, sorted and paged. */
-export async function search(store, kind, query) {
+/** The records of `kind` that meet the conditions of `query`, sorted and paged. */
+export function search(store, kind, query) {
   const { _sort: order = '', _limit, _skip, ...conditions } = query;
-  const limit = count(_limit, '_limit', limits.page);
+  const limit = Math.min(count(_limit, '_limit', limits.page), limits.longestPage);
   const skip = count(_skip, '_skip', 0);
   const wanted = Object.entries(conditions).flatMap(([name, values]) => [values].flat().map((value) => [name, value]));
-  const found = (await store.all(kind)).filter((record) => wanted.every(([name, value]) => matches(field(record, name), value)));
-  if (order !== '') found.sort(byKeys([order].flat().join(',').split(',')));
-  return found.slice(skip, skip + Math.min(limit, limits.longestPage));
+  const sort = order === '' ? undefined : byKeys([order].flat().join(',').split(','));
+  return store.search(kind, wanted, { sort, skip, limit });
 }
 
 function field(record, name) {
   if (Object.hasOwn(record.attributes, name)) return record.attributes[name];
   return { id: record.id, ts: record.created, name: record.name, owner: record.owner }[name];
 }
-
-const isScalar = (value) => value === null || ['string', 'number', 'boolean'].includes(typeof value);
-const matches = (value, text) => isScalar(value) && String(value) === text;
 
 function byKeys(keys) {
   const orders = keys.map((key) => (key.startsWith('-') ? [key.slice(1), -1] : [key, 1]));

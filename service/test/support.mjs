@@ -43,7 +43,7 @@ export async function start(...flags) {
     call: (method, path, body, headers) => send(method, path, body, { 'X-VX-AppId': app, 'X-VX-Request-Sign': sign(key), ...headers }),
     control: async (method, path, body) => (await send(method, `/_control${path}`, body, secret)).body,
     async stop(signal = 'SIGTERM') {
-      if (child.exitCode !== null) return child.exitCode;
+      if (child.exitCode !== null || child.signalCode !== null) return child.exitCode;
       child.kill(signal);
       const [code] = await once(child, 'exit');
       return code;

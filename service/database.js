@@ -1,0 +1,88 @@
+// Opens the database: PostgreSQL by its URL, SQLite in a folder, or SQLite in memory. All else is one set of queries.
+
+import knex from 'knex';
+import BetterSqlite3Client from 'knex/lib/dialects/better-sqlite3/index.js';
+import { createRequire } from 'node:module';
+import { join } from 'node:path';
+import { migrationSource, sessionsIndex, sessionsTable } from './schema.js';
+
+const Sqlite = createRequire(import.meta.url)('better-sqlite3');
+const busyMillis = 10_000;
+const queryMillis = 15_000;
+
+/** A transaction takes the write lock at once: one that has read cannot wait for it any more (`service admin` may write, too). */
+class SqliteClient extends BetterSqlite3Client {
+  _query(connection, query) {
+    return super._query(connection, query.sql === 'BEGIN;' ? Object.assign(query, { sql: 'BEGIN IMMEDIATE;' }) : query);
+  }
+}
+
+/** The knex instance of a database whose tables are of this version. `url` is that of a PostgreSQL database. */
+export async function openDatabase({ url, directory }) {
+  const db = knex(url ? postgres(url) : sqlite(directory));
+  try {
+    if (url) await retryWhileStarting(() => db.raw('select 1'));
+    await db.transaction(async (trx) => {
+      if (url) await trx.raw("select pg_advisory_xact_lock(hashtext('vexim-service schema'))"); // nodes may start at once
+      await trx.migrate.latest({ migrationSource, tableName: 'schema_versions' }).catch(explain);
+      await trx.raw(sessionsTable(url ? 'unlogged' : 'temporary'));
+      await trx.raw(sessionsIndex(url ? '' : 'temp.'));
+    });
+    return db;
+  } catch (error) {
+    await db.destroy();
+    throw error;
+  }
+}
+
+function explain(error) {
+  if (!/missing/.test(error.message)) throw error;
+  throw new Error('A later version of the service has changed this database.', { cause: error });
+}
+
+function postgres(url) {
+  const connection = { connectionString: url, keepAlive: true, query_timeout: queryMillis, connectionTimeoutMillis: 5_000 };
+  return { client: 'pg', connection, pool: { min: 0, max: 10 }, acquireConnectionTimeout: queryMillis };
+}
+
+function sqlite(directory) {
+  const afterCreate = (connection, done) => {
+    connection.pragma('journal_mode = WAL');
+    connection.pragma('synchronous = FULL'); // a message that was acknowledged survives a power cut
+    connection.pragma(`busy_timeout = ${busyMillis}`);
+    done(null, connection);
+  };
+  const filename = directory ? join(directory, 'service.sqlite') : ':memory:';
+  return { client: SqliteClient, connection: { filename }, useNullAsDefault: true, pool: { min: 1, max: 1, afterCreate } };
+}
+
+/**
+ * Keeps other services away from a folder; throws when one runs there. The operating system frees the lock when the process ends, however
+ * it does.
+ */
+export function lockFolder(directory) {
+  const lock = new Sqlite(join(directory, 'lock'), { timeout: 0 });
+  try {
+    lock.pragma('locking_mode = EXCLUSIVE');
+    lock.exec('BEGIN EXCLUSIVE');
+    return lock;
+  } catch (error) {
+    lock.close();
+    throw new Error(`Another service uses ${directory} (${error.code}).`, { cause: error });
+  }
+}
+
+/** A database that has just been started answers "the database system is starting up" (SQLSTATE 57P03). */
+async function retryWhileStarting(act, tries = 50) {
+  for (let left = tries; ; left -= 1) {
+    try {
+      return await act();
+    } catch (error) {
+      if (error.code !== '57P03' || left === 0) throw error;
+      await new Promise((resolve) => setTimeout(resolve, 200));
+    }
+  }
+}
+
+/** Does this error say that a unique value is there already? */
+export const isTaken = ({ code }) => code === '23505' || code === 'SQLITE_CONSTRAINT_UNIQUE' || code === 'SQLITE_CONSTRAINT_PRIMARYKEY';

@@ -1,0 +1,59 @@
+// Passwords and SMS codes are kept as scrypt hashes (RFC 7914), in the form  scrypt$N$r$p$SALT$HASH  (base64), so that the cost can be
+// raised for new ones. What an outside identity provider vouches with is long and random: its plain SHA-256 is enough.
+
+import { createHash, createHmac, randomBytes, scrypt, timingSafeEqual } from 'node:crypto';
+import { promisify } from 'node:util';
+import { isObject } from './values.js';
+
+const cost = { N: 16_384, r: 8, p: 1 }; // 16 MiB and about 50 ms; a team may log in at once when the service comes back
+const derive = promisify(scrypt);
+const memory = ({ N, r }) => 256 * N * r;
+const keptProofs = 10_000;
+
+/** The hash of a password; nothing of nothing. */
+export async function hashed(password) {
+  if (password === undefined || password === null) return null;
+  const salt = randomBytes(16);
+  const key = await derive(password, salt, 32, { ...cost, maxmem: memory(cost) });
+  return ['scrypt', cost.N, cost.r, cost.p, salt.toString('base64'), key.toString('base64')].join('$');
+}
+
+const nobody = await hashed(randomBytes(16));
+const proven = new Set(); // keyed digests of what was right: a client that reconnects brings its password again
+const processKey = randomBytes(32);
+
+/** Is this the password of `hash`? Takes as long when there is no hash. */
+export async function isRight(password, hash) {
+  const [, N, r, p, salt, key] = (hash ?? nobody).split('$');
+  const proof = createHmac('sha256', processKey).update(`${hash}$${password}`).digest('base64');
+  if (hash && proven.has(proof)) return true;
+  const options = { N: Number(N), r: Number(r), p: Number(p) };
+  const expected = Buffer.from(key, 'base64');
+  const given = await derive(password, Buffer.from(salt, 'base64'), expected.length, { ...options, maxmem: memory(options) });
+  if (!timingSafeEqual(given, expected) || !hash) return false;
+  if (proven.size >= keptProofs) proven.delete(proven.values().next().value);
+  proven.add(proof);
+  return true;
+}
+
+/** SHA-256 of a text, in base64url. */
+export const digest = (text) => createHash('sha256').update(text).digest('base64url');
+
+/**
+ * The digests of an identity's entries, the longest entry first: that one tells most. Somebody is who they say when all of them are
+ * among the digests of what they bring; nothing when there is no entry.
+ */
+export function identityDigests(identity) {
+  if (!isObject(identity)) return [];
+  const entries = Object.entries(identity).map((entry) => canonical(entry));
+  entries.sort((a, b) => b.length - a.length || (a < b ? -1 : 1));
+  return entries.map(digest);
+}
+
+/** JSON that does not depend on the order of keys. */
+function canonical(value) {
+  if (Array.isArray(value)) return `[${value.map(canonical)}]`;
+  if (!isObject(value)) return JSON.stringify(value);
+  const keys = Object.keys(value).sort();
+  return `{${keys.map((key) => `${JSON.stringify(key)}:${canonical(value[key])}`)}}`;
+}
