@@ -4,15 +4,15 @@
 import { UsageError, readOptions, usage } from './options.js';
 import { startService } from './service.js';
 
-function fail(error) {
-  console.error(error instanceof UsageError ? `${error.message}\n${usage}` : error.message);
+function fail(error, help = usage) {
+  console.error(error instanceof UsageError ? `${error.message}\n${help}` : error.message);
   process.exit(2);
 }
 
 function read(argv) {
   try {
     const options = readOptions(argv);
-    if (options.rest?.length > 0) throw new UsageError(`unknown word: ${options.rest[0]}`);
+    if (options.rest?.length > 0 && options.rest[0] !== 'admin') throw new UsageError(`unknown word: ${options.rest[0]}`);
     return options;
   } catch (error) {
     return fail(error);
@@ -25,7 +25,13 @@ if (options.help) {
   process.exit(0);
 }
 
-const service = await startService(options.service).catch(fail);
+if (options.rest[0] === 'admin') {
+  const { admin, usage: adminUsage } = await import('./admin.js');
+  await admin(options.rest.slice(1), options).catch((error) => fail(error, adminUsage));
+  process.exit(0);
+}
+
+const service = await startService(options.service).catch((error) => fail(error));
 
 let ending = false;
 async function end() {

@@ -23,11 +23,11 @@ const batchSize = 200; // of rows
 
 /**
  * Opens the store. `database` is the URL of a PostgreSQL database; without it, `data` is the folder of an SQLite database; without that,
- * everything is in memory and bounded. A new one takes in `seed`, if there is one.
+ * everything is in memory and bounded. A new one takes in `seed`, if there is one. `isShared`: a service may be running on it.
  */
-export async function openStore({ data, database, seed }) {
+export async function openStore({ data, database, seed, isShared = false }) {
   if (data) mkdirSync(data, { recursive: true, mode: 0o700 });
-  const lock = data && !database ? lockFolder(data) : undefined;
+  const lock = data && !database && !isShared ? lockFolder(data) : undefined;
   const db = await openDatabase({ url: database, directory: data }).catch((error) => {
     lock?.close();
     throw error;

@@ -32,7 +32,10 @@ async function run(t, ...flags) {
 
 /** One login from `address`; the name of the error's code, or "ok". */
 async function login(service, credentials, address, line = '4') {
-  const client = connect(service, line, auth(credentials), { extraHeaders: address ? { 'X-Forwarded-For': address } : {} });
+  const client = connect(service, line, auth(credentials), {
+    extraHeaders: address ? { 'X-Forwarded-For': address } : {},
+    auth: { password: 'alice-secret' }, // where another client might put it
+  });
   const { success, error } = await client.next('login');
   client.close();
   return success ? 'ok' : error.errorCode;
@@ -94,7 +97,7 @@ describe('limits', { timeout: 60_000 }, () => {
 
   test('guessing passwords ends soon, and locks nobody out who was here before', async (t) => {
     const service = await run(t, ...strict, '--seed', seed, '--login-failures', '3');
-    assert.equal(await login(service, password('alice'), '192.0.2.1'), 'ok');
+    for (let i = 0; i < 4; i += 1) assert.equal(await login(service, password('alice'), '192.0.2.1'), 'ok', 'what succeeds is not counted');
     const one = [];
     for (let i = 0; i < 4; i += 1) one.push(await login(service, password('nobody', String(i)), '192.0.2.9'));
     assert.deepEqual(one, [1105, 1105, 1105, 1007], 'one address, any account');

@@ -1,0 +1,103 @@
+// "server.js admin …": what the keeper of a service does to its data, also while it runs. It works on the same database and folder.
+
+import { randomBytes } from 'node:crypto';
+import { once } from 'node:events';
+import { createInterface } from 'node:readline';
+import { backUp, restore } from './backup.js';
+import { UsageError } from './options.js';
+import { openStore } from './store.js';
+import { removeUser, setPassword } from './users.js';
+import { keyring } from './userkeys.js';
+import { limits } from './values.js';
+
+export const usage = `usage: server.js admin COMMAND [--config FILE] [--data FOLDER] [--database URL]
+  list                       the users
+  add ID [NAME] [-]          a new user, who logs in as NAME (ID, when left out)
+  password ID [-]            a new password; the user's key changes with it
+  key ID                     shows what goes where the application's id and key go
+  remove ID                  the user, the talks with friends, and groups without other members
+  backup FILE                writes everything to a tar file ("-" for standard output)
+  restore FILE               replaces everything by what such a file holds ("-" for standard input)
+With "-" the password is read from the first line of standard input; otherwise one is made up and shown.`;
+
+const commands = {
+  async list({ store, print }, words) {
+    expect(words, 0, 0);
+    for (const { id, username, created } of await store.search('users', [], { limit: limits.records })) {
+      print([id, username ?? '-', new Date(created).toISOString()].join('\t'));
+    }
+  },
+
+  async add(context, words) {
+    const chosen = await choosePassword(words);
+    expect(words, 1, 2);
+    const [id, username = id] = words;
+    await context.store.addUser({ id, username, password: chosen.password });
+    context.print(`user: ${id}\nuser name: ${username}`);
+    await showSecrets(context, id, chosen);
+  },
+
+  async password(context, words) {
+    const chosen = await choosePassword(words);
+    expect(words, 1, 1);
+    await setPassword(context.store.db, words[0], chosen.password);
+    await showSecrets(context, words[0], chosen);
+  },
+
+  async key({ keyOf, print }, words) {
+    expect(words, 1, 1);
+    if (keyOf === undefined) throw new UsageError('users have keys of their own when --user-secret is set');
+    const { app, key } = await keyOf(words[0]);
+    print(`app: ${app}\nkey: ${key}`);
+  },
+
+  async remove({ store }, words) {
+    expect(words, 1, 1);
+    await removeUser(store.db, words[0]);
+  },
+
+  async backup({ place }, words) {
+    expect(words, 1, 1);
+    await backUp(place, words[0]);
+  },
+
+  async restore({ place }, words) {
+    expect(words, 1, 1);
+    await restore(place, words[0]);
+  },
+};
+
+/** Runs the command in `words`, with what readOptions() made of the rest. Rejects with what a person can be told. */
+export async function admin(words, { service: { data, database, app, userSecret } }) {
+  const [name, ...rest] = words;
+  if (!Object.hasOwn(commands, name ?? '')) throw new UsageError('admin takes one of its commands');
+  if (data === undefined && database === undefined) throw new UsageError('--data or --database says whose users are meant');
+  const isAboutAll = name === 'backup' || name === 'restore';
+  const store = isAboutAll ? undefined : await openStore({ data, database, isShared: true });
+  try {
+    const keyOf = userSecret === undefined ? undefined : keyring({ store, app, userSecret });
+    await commands[name]({ store, keyOf, place: { data, database }, print: (text) => process.stdout.write(`${text}\n`) }, rest);
+  } finally {
+    await store?.close();
+  }
+}
+
+function expect(words, least, most) {
+  if (words.length < least || words.length > most) throw new UsageError('that command takes other words');
+}
+
+/** Takes a final "-" off `words`. */
+async function choosePassword(words) {
+  if (words.at(-1) !== '-') return { password: randomBytes(12).toString('base64url'), isMadeUp: true };
+  words.pop();
+  const [line] = await Promise.race([once(createInterface(process.stdin), 'line'), once(process.stdin, 'end').then(() => [''])]);
+  if (line === '') throw new UsageError('standard input holds no password');
+  return { password: line };
+}
+
+async function showSecrets({ keyOf, print }, id, { password, isMadeUp }) {
+  if (isMadeUp) print(`password: ${password}`);
+  if (keyOf === undefined) return;
+  const { app, key } = await keyOf(id);
+  print(`app: ${app}\nkey: ${key}`);
+}

@@ -1,0 +1,83 @@
+// A backup is a tar file: service.sqlite or service.dump (pg_dump's own format), and the folder of attachments. Both directions work
+// while services run: SQLite copies its pages under its own locks, PostgreSQL dumps and restores within a transaction.
+
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { existsSync, mkdirSync, mkdtempSync, readdirSync, renameSync, rmSync } from 'node:fs';
+import { createRequire } from 'node:module';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { openDatabase } from './database.js';
+
+const require = createRequire(import.meta.url);
+const temporaryTables = ['sessions', 'nodes']; // who is connected just now
+
+/** `place` is {"data", "database"} as for the store; `target` is a file, or "-" for standard output. */
+export async function backUp(place, target) {
+  await within(place, async (folder) => {
+    if (place.database) {
+      const left = temporaryTables.map((table) => `--exclude-table-data=${table}`);
+      await run('pg_dump', ['--format=custom', '--no-owner', ...left, `--file=${join(folder, 'service.dump')}`], postgresEnvironment(place.database));
+    } else await copy(join(place.data, 'service.sqlite'), join(folder, 'service.sqlite'));
+    // The files come last: what the database knows by now has been there.
+    const files = place.data && existsSync(join(place.data, 'attachments')) ? ['-C', place.data, '--exclude=*.part', 'attachments'] : [];
+    await run('tar', ['--create', `--file=${target}`, '-C', folder, place.database ? 'service.dump' : 'service.sqlite', ...files]);
+  });
+}
+
+/** Replaces all by what `source` holds; nothing changes when that is no backup of ours, or of a later version. */
+export async function restore(place, source) {
+  await within(place, async (folder) => {
+    await run('tar', ['--extract', `--file=${source}`, '--no-same-owner', '-C', folder]);
+    const [dump, sqlite] = ['service.dump', 'service.sqlite'].map((name) => join(folder, name));
+    if (!existsSync(place.database ? dump : sqlite)) throw new Error(`this is no backup of ${place.database ? 'PostgreSQL' : 'SQLite'}`);
+    if (!place.database) await openDatabase({ directory: folder }).then((db) => db.destroy()); // sound, and of our version now
+    takeFiles(join(folder, 'attachments'), place.data);
+    if (!place.database) return copy(sqlite, join(place.data, 'service.sqlite'));
+    const how = ['--clean', '--if-exists', '--no-owner', '--single-transaction'];
+    const environment = postgresEnvironment(place.database);
+    await run('pg_restore', [...how, `--dbname=${environment.PGDATABASE}`, dump], environment);
+    return (await openDatabase({ url: place.database })).destroy();
+  });
+}
+
+/** SQLite's online backup, from one file into another that may be in use. */
+async function copy(from, to) {
+  const Sqlite = require('better-sqlite3');
+  const source = new Sqlite(from, { fileMustExist: true, timeout: 10_000 });
+  try {
+    await source.backup(to);
+  } finally {
+    source.close();
+  }
+}
+
+/** Names are random and contents never change, so what is here already may stay. */
+function takeFiles(from, data) {
+  if (!data || !existsSync(from)) return;
+  const to = join(data, 'attachments');
+  mkdirSync(to, { recursive: true, mode: 0o700 });
+  for (const name of readdirSync(from)) renameSync(join(from, name), join(to, name));
+}
+
+async function within({ data }, act) {
+  const folder = mkdtempSync(join(data ?? tmpdir(), 'backup-'));
+  try {
+    await act(folder);
+  } finally {
+    rmSync(folder, { recursive: true, force: true });
+  }
+}
+
+async function run(program, words, environment = process.env) {
+  const child = spawn(program, words, { stdio: 'inherit', env: environment });
+  const [code] = await once(child, 'exit');
+  if (code !== 0) throw new Error(`${program} failed`);
+}
+
+/** The connection for PostgreSQL's own programs; the command line would show the password to all users of the machine. */
+function postgresEnvironment(url) {
+  const { host, port, user, password, database } = require('pg-connection-string').parse(url);
+  const set = Object.entries({ PGHOST: host, PGPORT: port, PGUSER: user, PGPASSWORD: password, PGDATABASE: database }).filter(([, value]) => value);
+  return { ...process.env, ...Object.fromEntries(set) };
+}

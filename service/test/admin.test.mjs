@@ -1,0 +1,140 @@
+// What the keeper of a service does while it runs, with the command line.
+
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { mkdtempSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { text as contentOf } from 'node:stream/consumers';
+import { after, before, describe, test } from 'node:test';
+import { fileURLToPath } from 'node:url';
+import { sign } from '../signature.js';
+import { connect, signedBy, start, text } from './support.mjs';
+
+const program = fileURLToPath(new URL('../server.js', import.meta.url));
+
+describe('admin', { timeout: 120_000 }, () => {
+  let service;
+  let flags;
+  const folder = mkdtempSync(join(tmpdir(), 'admin-test-'));
+  before(async () => {
+    flags = ['--data', join(folder, 'data'), '--user-secret', 'a-secret-of-the-tests'];
+    service = await start(...flags);
+  });
+  after(async () => {
+    await service.stop();
+    rmSync(folder, { recursive: true });
+  });
+
+  /** Resolves to {code, out, err} of "admin …". */
+  async function admin(words, { input = '', more = flags } = {}) {
+    const child = spawn(process.execPath, [program, 'admin', ...words, ...more]);
+    child.stdin.end(input);
+    const [out, err, [code]] = await Promise.all([contentOf(child.stdout), contentOf(child.stderr), once(child, 'exit')]);
+    return { code, out, err };
+  }
+  const ok = async (words, options) => {
+    const { code, out, err } = await admin(words, options);
+    assert.equal(code, 0, `${words.join(' ')}: ${err}`);
+    return Object.fromEntries(out.split('\n').filter(Boolean).map((line) => line.split(': ')));
+  };
+  const login = async ({ app, key }, username, password) => {
+    const client = connect(service, '4', { app, sign: sign(key), username, password });
+    const { id, error } = await client.next('login');
+    return { ...client, result: id ?? error.errorCode };
+  };
+  const ids = async () => (await admin(['list'])).out.split('\n').filter(Boolean).map((line) => line.split('\t')[0]);
+
+  test('users come, change their password and go while it runs', async () => {
+    const alice = await ok(['add', 'alice']);
+    const bob = await ok(['add', 'bob', 'Bobby', '-'], { input: 'chosen by bob\n' });
+    assert.equal(bob.password, undefined, 'what was chosen is not shown');
+    assert.deepEqual(await ids(), ['alice', 'bob']);
+    const [first, second] = [await login(alice, 'alice', alice.password), await login(bob, 'Bobby', 'chosen by bob')];
+    assert.deepEqual([first.result, second.result], ['alice', 'bob']);
+    second.close();
+
+    const changed = await ok(['password', 'bob']);
+    assert.notEqual(changed.key, bob.key);
+    assert.deepEqual(await ok(['key', 'bob']), { app: changed.app, key: changed.key });
+    for (const [why, key, password, expected] of [
+      ['the old key', bob, changed.password, 1102],
+      ['the old password', changed, 'chosen by bob', 1105],
+      ['both new', changed, changed.password, 'bob'],
+    ]) {
+      const client = await login(key, 'Bobby', password);
+      assert.equal(client.result, expected, why);
+      client.close();
+    }
+
+    const group = await service.call('POST', '/groups', { owner: 'bob', members: ['alice'] }, signedBy(changed));
+    await service.call('POST', '/ctx/alice/friends/bob', undefined, signedBy(alice));
+    first.say(text('before you go', 'bob'));
+    await first.next('yourself');
+    await ok(['remove', 'bob']);
+    assert.deepEqual(await ids(), ['alice']);
+    assert.equal((await login(changed, 'Bobby', changed.password)).result, 1102);
+    assert.deepEqual((await service.call('GET', '/ctx/alice/friends', undefined, signedBy(alice))).body, []);
+    const { body } = await service.call('GET', `/groups/${group.body}`, undefined, signedBy(alice));
+    assert.deepEqual([body.owner, body.members], ['alice', ['alice']], 'a group passes to who is left');
+    const again = await ok(['add', 'bob']);
+    await service.call('POST', '/ctx/bob/friends/alice', undefined, signedBy(again));
+    assert.deepEqual((await service.call('GET', '/ctx/bob/friends/alice/chats', undefined, signedBy(again))).body, [], 'a new bob does not read the old one’s talks');
+    first.close();
+  });
+
+  test('a backup brings everything back while it runs', async () => {
+    const carol = await ok(['add', 'carol', 'carol', '-'], { input: 'pw\n' });
+    const form = new FormData();
+    form.set('attachment', new Blob(['the minutes']), 'minutes.txt');
+    const [url] = (await service.call('POST', '/attachment', form, signedBy(carol))).body;
+    const [live] = [await login(carol, 'carol', 'pw')];
+    const { body: group } = await service.call('POST', '/groups', { owner: 'carol' }, signedBy(carol));
+    const say = async (body) => {
+      live.say(text(body, group, 1));
+      await live.next('yourself');
+    };
+    await say('kept');
+    const file = join(folder, 'backup.tar');
+    await ok(['backup', file]);
+    await say('lost');
+    await ok(['add', 'dave']);
+    const files = join(folder, 'data', 'attachments');
+    for (const name of readdirSync(files)) rmSync(join(files, name));
+
+    const before = await ids();
+    writeFileSync(join(folder, 'broken.tar'), readFileSync(file).subarray(0, 3_000));
+    assert.notEqual((await admin(['restore', join(folder, 'broken.tar')])).code, 0);
+    assert.deepEqual(await ids(), before, 'half a backup changes nothing');
+
+    await ok(['restore', file]);
+    assert.ok(!(await ids()).includes('dave'));
+    const history = async () => (await service.call('GET', `/groups/${group}/chats`, undefined, signedBy(carol))).body.map(({ content }) => content.body);
+    assert.deepEqual(await history(), ['kept']);
+    assert.equal((await service.send('GET', url)).body, 'the minutes');
+    await say('after');
+    assert.deepEqual(await history(), ['after', 'kept'], 'the running service goes on with it');
+    live.close();
+    assert.deepEqual(readdirSync(join(folder, 'data')).filter((name) => name.startsWith('backup-')), [], 'nothing is left lying about');
+  });
+
+  test('a mistake is told, and by its name', async () => {
+    const cases = [
+      [['add'], 2, /other words/],
+      [['add', 'alice'], 2, /taken/],
+      [['add', 'a b'], 2, /An id is/],
+      [['add', 'x', 'x', '-'], 2, /no password/],
+      [['remove', 'nobody'], 2, /no such user/],
+      [['password', 'nobody'], 2, /no such user/],
+      [['dance'], 2, /usage: server.js admin/],
+      [['restore', '/nonexistent.tar'], 2, /tar/],
+    ];
+    for (const [words, expected, message] of cases) {
+      const { code, err } = await admin(words);
+      assert.equal(code, expected, words.join(' '));
+      assert.match(err, message, words.join(' '));
+    }
+    assert.match((await admin(['list'], { more: [] })).err, /--data or --database/);
+  });
+});
