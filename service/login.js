@@ -12,8 +12,10 @@ export const identifier =
   ({ store, verify, idLogin, throttle }) =>
   (parameter, address) => {
     const auth = parse(parameter);
-    return throttle.attempt(address, account(auth), async () => {
+    return throttle.attempt(address, async (account) => {
       const { user } = await verify(auth.app, auth.sign);
+      const name = accountOf(auth);
+      if (name !== undefined) await account(name);
       const id = await find(store, auth, user === undefined ? idLogin : 'any'); // the key has proved who it is
       must(user === undefined || user === id, 'notAllowed', 'This key belongs to another user.');
       if (typeof auth.install === 'string' && !(await store.isPassenger(id))) await store.addInstall(id, auth.install);
@@ -22,7 +24,7 @@ export const identifier =
   };
 
 /** What stands for the account whose password is tried. */
-const account = ({ username, phone }) => [username, phone].find((name) => typeof name === 'string' && name !== '');
+const accountOf = ({ username, phone }) => [username, phone].find((name) => typeof name === 'string' && name !== '');
 
 function parse(parameter) {
   let auth;

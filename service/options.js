@@ -152,7 +152,12 @@ function forService(values, development) {
     userSecret: values['user-secret'],
     line: values.socketio,
     namespace: values.nsp,
-    engine: { pingInterval: values['ping-interval'], pingTimeout: values['ping-timeout'], transports: values.transports },
+    engine: {
+      pingInterval: values['ping-interval'],
+      pingTimeout: values['ping-timeout'],
+      transports: values.transports,
+      ...(development ? {} : { maxHttpBufferSize: values['body-limit'] }), // the 2.x line would take 100 MB
+    },
     maxSignatureAge: values['signature-age'],
     bodyLimit: values['body-limit'],
     attachmentLimit: values['attachment-limit'],

@@ -21,22 +21,26 @@ export class LoginThrottle {
     this.#byAccount = new RateLimiterMemory({ keyPrefix: 'account', points: failures, duration: windowSeconds });
   }
 
-  /** What `identify()` resolves to. Throws "tooMany" without asking it when there were too many failures. */
-  async attempt(address, account, identify) {
-    if (!this.#byAddress) return identify();
+  /**
+   * What `identify(account)` resolves to; it awaits `account(name)` before it looks at a password, once the signature has proved to be
+   * good: who has no key cannot use an account's count up. Throws "tooMany" when there were too many failures.
+   */
+  async attempt(address, identify) {
+    if (!this.#byAddress) return identify(() => {});
     const network = clientNetwork(address);
-    const home = `${account} ${network}`;
+    let name;
+    let isKnown = false;
     // Counted before the password is looked at, so that a hundred attempts at once are a hundred attempts.
     await this.#take(this.#byAddress, network);
-    const isKnown = account !== undefined && (await this.#known.get(home)) !== null;
-    if (account !== undefined && !isKnown) await this.#take(this.#byAccount, account);
     try {
-      const person = await identify();
+      const person = await identify(async (account) => {
+        isKnown = (await this.#known.get(`${account} ${network}`)) !== null;
+        if (!isKnown) await this.#take(this.#byAccount, account);
+        name = account;
+      });
       await this.#byAddress.reward(network);
-      if (account !== undefined) {
-        if (!isKnown) await this.#byAccount.reward(account);
-        await this.#known.set(home, 1, rememberedSeconds);
-      }
+      if (name !== undefined && !isKnown) await this.#byAccount.reward(name);
+      if (name !== undefined) await this.#known.set(`${name} ${network}`, 1, rememberedSeconds);
       return person;
     } catch (error) {
       if (!(error instanceof ServiceError)) await this.#byAddress.reward(network); // our own failure is not the client's

@@ -31,8 +31,8 @@ async function run(t, ...flags) {
 }
 
 /** One login from `address`; the name of the error's code, or "ok". */
-async function login(service, credentials, address, line = '4') {
-  const client = connect(service, line, auth(credentials), {
+async function login(service, credentials, address, line = '4', signature = undefined) {
+  const client = connect(service, line, auth(credentials, signature), {
     extraHeaders: address ? { 'X-Forwarded-For': address } : {},
     auth: { password: 'alice-secret' }, // where another client might put it
   });
@@ -102,6 +102,7 @@ describe('limits', { timeout: 60_000 }, () => {
     for (let i = 0; i < 4; i += 1) one.push(await login(service, password('nobody', String(i)), '192.0.2.9'));
     assert.deepEqual(one, [1105, 1105, 1105, 1007], 'one address, any account');
     assert.equal(await login(service, password('bob'), '192.0.2.9'), 1007, 'the right password does not help it');
+    for (let i = 0; i < 4; i += 1) await login(service, password('alice', 'x'), `198.51.101.${i}`, '4', 'no signature');
     const many = await Promise.all([1, 2, 3, 4, 5].map((i) => login(service, password('alice', 'x'), `198.51.100.${i}`)));
     assert.deepEqual(many.sort(), [1007, 1007, 1105, 1105, 1105], 'many addresses at once, one account');
     assert.equal(await login(service, password('alice'), '203.0.113.1'), 1007, 'an address that the account does not know waits');
