@@ -121,6 +121,15 @@ TEST_F(RequestTest, ALostConnectionIsTemporaryAndTriedThreeTimes) {
     EXPECT_TRUE(get().ends_with(" temporary over NSURLErrorDomain -1005"));
     EXPECT_EQ(attempts, 3);
 
+    attempts = 0;
+    serve([&](Connection& connection) {
+        if (connection.index() == 0 && connection.readRequest()) connection.answer(200, "{}");
+        attempts += connection.readRequest() ? 1 : 0;
+    });
+    EXPECT_EQ(get(), "{}");
+    EXPECT_TRUE(get().ends_with(" temporary over NSURLErrorDomain -1005"));
+    EXPECT_EQ(attempts, 3) << "also when the first one went to a kept connection";
+
     pointAt("http://127.0.0.1:" + std::to_string(deadPort()));
     EXPECT_TRUE(get().ends_with(" temporary over NSURLErrorDomain -1004"));
 }

@@ -15,6 +15,7 @@
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
 #include "VexIMLib/internal/Platform/FileManager.h"
 #include "VexIMLib/internal/Platform/InputStream.h"
+#include "VexIMLib/internal/Platform/OutputStream.h"
 #include "networking/NetworkingFixture.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"
@@ -194,6 +195,24 @@ TEST_F(UploadTest, IsRetriedOnlyUntilProgressWasReported) {
     EXPECT_GE(clock.now() - before, 2s) << "two pauses of at least a second";
 }
 
+TEST_F(UploadTest, WhatCannotBeGivenAgainEndsWithTheFirstError) {
+    const auto [input, output] = vexim::boundStreams(100);  // nothing is written: a byte comes, and no end
+    serve([](Connection& connection) {
+        connection.readHead();
+        if (connection.readSome(1).empty()) return;
+        connection.reset();
+    });
+    output->open();
+    output->write(reinterpret_cast<const std::uint8_t*>("a"), 1);
+    auto request = VXIMRequest::request();
+    request->setMethod("POST");
+    request->setPath("/x");
+    request->setBodyStream(input);
+    const auto outcome = outcomeOf([&](VXIMResultCompletion done) { request->sendWithCompletion(std::move(done)); });
+    EXPECT_TRUE(outcome.ends_with("temporary over NSURLErrorDomain -1005")) << outcome;
+    EXPECT_EQ(server->connectionCount(), 1);
+}
+
 TEST_F(UploadTest, TheStreamIsAskedForOnlyWhereThereIsNoBody) {
     answerEverything(200, "[]");
     const auto post = [&](const std::function<void(VXIMRequest&)>& prepare) {
@@ -234,13 +253,23 @@ TEST_F(UploadTest, AnEarlyRefusalOrACutConnectionEndsIt) {
          R"(VXErrorDomain 5 "broken" temporary over NSURLErrorDomain -1011)"},
         {"sent elsewhere in the middle",
          [](Connection& connection) {
-             if (connection.index() > 0) return;
              connection.readHead();
-             connection.readSome();
-             connection.answer(307, "", "Location: /other\r\n");
+             if (connection.index() == 0) {
+                 connection.readSome();
+                 connection.answer(307, "", "Location: /other\r\n");
+             } else {
+                 for (std::size_t taken = 0; taken < (8 << 20);) taken += std::max<std::size_t>(connection.readSome().size(), 1);
+                 connection.answer(200, R"(["all of it"])");
+             }
              connection.waitForClose();
          },
-         "NSURLErrorDomain -1021"},
+         R"({"imgUrl":"all of it"})"},
+        {"reset after the head",
+         [](Connection& connection) {
+             connection.readHead();
+             connection.reset();
+         },
+         "NSURLErrorDomain -1005"},
         {"cut in the middle",
          [](Connection& connection) {
              connection.readHead();
@@ -249,13 +278,17 @@ TEST_F(UploadTest, AnEarlyRefusalOrACutConnectionEndsIt) {
          },
          "NSURLErrorDomain -1005"},
         {"no answer after the last byte", [](Connection& connection) { connection.readRequest(); }, "NSURLErrorDomain -1005"},
-        {"sent elsewhere after it was begun",
+        {"sent elsewhere after it was taken",
          [](Connection& connection) {
-             connection.readRequest();
-             connection.answer(307, "", "Location: /other\r\n");
+             const auto request = connection.readRequest();
+             if (connection.index() == 0) {
+                 connection.answer(307, "", "Location: /other\r\n");
+             } else {
+                 connection.answer(200, R"([")" + std::to_string(request->body.size() > (8 << 20)) + R"("])");
+             }
              connection.waitForClose();
          },
-         "NSURLErrorDomain -1021"},
+         R"({"imgUrl":"1"})"},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.why);

@@ -4,6 +4,7 @@
 
 #include "platform/SessionProbe.h"
 #include "support/Certificates.h"
+#include "support/Eventually.h"
 #include "support/Gzip.h"
 #include "support/ScriptedServer.h"
 
@@ -52,6 +53,21 @@ TEST(URLSessionFaults, EndsWithAClearErrorOrTheAnswer) {
                  return fields;
              }(),
          URLErrorCannotParseResponse, ""},
+        {"endless trailers",
+         ok + "Transfer-Encoding: chunked\r\n\r\n2\r\nab\r\n0\r\n" +
+             [] {
+                 std::string trailers;
+                 for (int i = 0; i < 40'000; ++i) trailers += "X-Trailer: 12345678\r\n";
+                 return trailers;
+             }(),
+         URLErrorCannotParseResponse, "ab"},
+        {"endless interim answers",
+         [] {
+             std::string answers;
+             for (int i = 0; i < 20'000; ++i) answers += "HTTP/1.1 103 Hints\r\n\r\n";
+             return answers;
+         }(),
+         URLErrorCannotParseResponse, ""},
         {"a redirection to another scheme", "HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\nContent-Length: 0\r\n\r\n",
          URLErrorUnsupportedURL, ""},
         {"a redirection to nowhere", "HTTP/1.1 302 Found\r\nLocation: http://[\r\nContent-Length: 2\r\n\r\nab", 0, "ab"},
@@ -71,6 +87,186 @@ TEST(URLSessionFaults, EndsWithAClearErrorOrTheAnswer) {
             EXPECT_FALSE(story.error->localizedDescription().empty());
         }
     }
+}
+
+/// Where a connection is when its peer fails: what the peer has done by then, and how a cut ends there.
+struct FaultPhase {
+    const char* name;
+    std::optional<std::string> written;  ///< after the request's head was read; nullopt: before that
+    std::int64_t cut;
+    std::int64_t nonsense;
+};
+
+/// What its peer does then; a silent one is -1001.
+enum class Fault { Close, Reset, Silence, Nonsense };
+
+TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
+    constexpr std::int64_t kLost = URLErrorNetworkConnectionLost;
+    constexpr std::int64_t kUnparsable = URLErrorCannotParseResponse;
+    const std::string ok = "HTTP/1.1 200 OK\r\n";
+    const std::string chunked = ok + "Transfer-Encoding: chunked\r\n\r\n";
+    const FaultPhase phases[] = {
+        {"when it has accepted", std::nullopt, kLost, kUnparsable},
+        {"when it has read the head", "", kLost, kUnparsable},
+        {"in the status line", "HTTP/1.1 2", kLost, kUnparsable},
+        {"between fields", ok + "A: b\r\n", kLost, kUnparsable},
+        {"in a field", ok + "A: b\r\nContent-Le", kLost, kUnparsable},
+        {"after an interim answer", "HTTP/1.1 100 Continue\r\n\r\n", kLost, kUnparsable},
+        {"after the head", ok + "Content-Length: 99\r\n\r\n", kLost, kLost},
+        {"in the body", ok + "Content-Length: 99\r\n\r\nhalf", kLost, kLost},
+        {"in a chunk's size", chunked + "1", kLost, kLost},
+        {"in a chunk", chunked + "20\r\nhalf", kLost, kLost},
+        {"between chunks", chunked + "2\r\nab\r\n", kLost, kLost},
+        {"in the trailers", chunked + "2\r\nab\r\n0\r\nA: ", kLost, 0},
+        {"in a redirection's body", "HTTP/1.1 302 Found\r\nLocation: /x\r\nContent-Length: 99\r\n\r\nhalf", kLost, kLost},
+        {"in a refusal's body", "HTTP/1.1 500 No\r\nContent-Length: 99\r\n\r\nhalf", kLost, kLost},
+    };
+    const CertificateAuthority authority;
+    const TLSIdentity identity = authority.issue();
+    URLSessionConfiguration configuration;
+    configuration.certificateAuthorityPEM = authority.certificatePEM();
+    const auto probe = SessionProbe::make(configuration);
+
+    for (const bool tls : {false, true}) {
+        for (const Fault fault : {Fault::Close, Fault::Reset, Fault::Nonsense, Fault::Silence}) {
+            // All at once: the silent ones take their whole timeout.
+            std::vector<std::unique_ptr<ScriptedServer>> servers;
+            std::vector<std::pair<std::string, std::shared_ptr<URLSessionTask>>> tasks;
+            std::vector<std::int64_t> codes;
+            for (const FaultPhase& phase : phases) {
+                const auto script = [&phase, fault](Connection& connection) {
+                    if (phase.written && (!connection.readHead() || !connection.write(*phase.written))) return;
+                    if (!phase.written && fault == Fault::Reset)
+                        connection.readSome(1);  // or it may not have heard that it is connected
+                    switch (fault) {
+                        case Fault::Close: return connection.shutDown();
+                        case Fault::Reset: return connection.reset();
+                        case Fault::Silence: return connection.waitForClose();
+                        case Fault::Nonsense:
+                            connection.write("\x01\x02 nonsense\r\n\r\n");
+                            connection.shutDown();
+                            return connection.waitForClose();  // unread bytes would make it a reset
+                    }
+                };
+                servers.push_back(std::make_unique<ScriptedServer>(script, tls ? std::optional(identity) : std::nullopt));
+                for (const char* method : {"GET", "POST", "PUT"}) {
+                    auto request = SessionProbe::request(servers.back()->url());
+                    request.method = method;
+                    if (*method == 'P')
+                        request.body = Data(std::string(method[1] == 'O' ? 10 : 100'000, 'x'));  // in one go, or not
+                    if (fault == Fault::Silence) request.timeout = 500ms;
+                    tasks.emplace_back(std::string(tls ? "TLS " : "plain ") + method + ' ' + phase.name,
+                                       probe->session->dataTaskWithRequest(request));
+                    codes.push_back(fault == Fault::Silence    ? URLErrorTimedOut
+                                    : fault == Fault::Nonsense ? phase.nonsense
+                                                               : phase.cut);
+                    tasks.back().second->resume();
+                }
+            }
+            for (std::size_t i = 0; i < tasks.size(); ++i) {
+                const auto story = probe->waitForEnd(tasks[i].second);
+                EXPECT_EQ(story.code(), codes[i]) << tasks[i].first << ", fault " << static_cast<int>(fault) << story.detail();
+                EXPECT_EQ(story.ends, 1) << tasks[i].first;
+            }
+        }
+    }
+}
+
+TEST(URLSessionFaults, EndsAsDocumentedWhenTheHandshakeFails) {
+    const CertificateAuthority authority;
+    URLSessionConfiguration configuration;
+    configuration.certificateAuthorityPEM = authority.certificatePEM();
+    const auto probe = SessionProbe::make(configuration);
+    using Greeting = std::function<bool(Connection&)>;
+    const auto afterHello = [](Connection& connection) { return connection.readSome(); };
+    const struct {
+        const char* why;
+        Greeting greeting;
+        std::int64_t code;
+    } cases[] = {
+        {"closes at once", [](Connection&) { return false; }, URLErrorSecureConnectionFailed},
+        {"resets after the hello", [&](Connection& c) { return afterHello(c), c.reset(), false; }, URLErrorSecureConnectionFailed},
+        {"speaks HTTP", [&](Connection& c) { return afterHello(c), c.answer(400, "no"), false; }, URLErrorSecureConnectionFailed},
+        {"cuts a record short", [&](Connection& c) { return afterHello(c), c.write("\x16\x03\x03\x40"), false; },
+         URLErrorSecureConnectionFailed},
+        {"refuses by an alert",
+         [&](Connection& c) {
+             return afterHello(c), c.write({"\x15\x03\x03\x00\x02\x02\x28", 7}), false;
+         },
+         URLErrorSecureConnectionFailed},
+        {"is silent", [](Connection& c) { return c.waitForClose(), false; }, URLErrorTimedOut},
+    };
+    for (const auto& each : cases) {
+        ScriptedServer server([](Connection&) {}, authority.issue(), each.greeting);
+        auto request = SessionProbe::request(server.url());
+        if (each.code == URLErrorTimedOut) request.timeout = 300ms;
+        const auto story = probe->load(request);
+        EXPECT_EQ(story.code(), each.code) << each.why << ": " << story.detail();
+    }
+}
+
+TEST(URLSessionFaults, OneSilentAnswerHoldsUpNoOther) {
+    const CertificateAuthority authority;
+    URLSessionConfiguration configuration;
+    configuration.certificateAuthorityPEM = authority.certificatePEM();
+    const struct {
+        const char* why;
+        bool tls, handshake;
+    } cases[] = {
+        {"over plain HTTP", false, true},
+        {"over TLS, without HTTP/2", true, true},
+        {"over TLS, before it is known what the server speaks", true, false},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.why);
+        std::atomic<int> silent{0};
+        const auto beSilent = [&](Connection& connection) {
+            ++silent;
+            connection.waitForClose();
+        };
+        ScriptedServer server(
+            [&](Connection& connection) {
+                if (connection.index() == 0) return beSilent(connection);
+                while (connection.readRequest()) connection.answer(200, "ok");
+            },
+            each.tls ? std::optional(authority.issue()) : std::nullopt,
+            [&](Connection& connection) {
+                if (each.handshake || connection.index() > 0) return true;
+                beSilent(connection);
+                return false;
+            });
+        const auto probe = SessionProbe::make(configuration);
+        const auto first = probe->task(server.url());
+        first->resume();
+        ASSERT_TRUE(spinUntil([&] { return silent == 1; }));
+        std::vector<std::shared_ptr<URLSessionTask>> others;
+        for (int i = 0; i < 5; ++i) {
+            others.push_back(probe->task(server.url()));
+            others.back()->resume();
+        }
+        for (const auto& other : others) EXPECT_EQ(probe->waitForEnd(other).body, "ok") << probe->story(other).detail();
+        EXPECT_EQ(probe->story(first).ends, 0) << "it has waited all the while";
+        first->cancel();
+        probe->waitForEnd(first);
+    }
+}
+
+TEST(URLSessionFaults, SendsOnceWhatAKeptConnectionDoesNotAnswer) {
+    std::atomic<int> requests{0};
+    ScriptedServer server([&](Connection& connection) {
+        for (int i = 0; connection.readRequest(); ++i) {
+            ++requests;
+            if (connection.index() > 0 || i > 0) return;
+            connection.answer(200, "ok");
+        }
+    });
+    const auto probe = SessionProbe::make();
+    EXPECT_EQ(probe->load(server.url()).body, "ok");
+    auto request = SessionProbe::request(server.url());
+    request.method = "POST";
+    request.body = Data("pay");
+    EXPECT_EQ(probe->load(request).code(), URLErrorNetworkConnectionLost);
+    EXPECT_EQ(requests, 2) << "libcurl sends again by itself what a kept connection took";
 }
 
 TEST(URLSessionFaults, RefusesWhatIsNoRequest) {

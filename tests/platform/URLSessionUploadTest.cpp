@@ -4,10 +4,12 @@
 
 #include <condition_variable>
 
+#include "VexIMLib/internal/Platform/FileManager.h"
 #include "VexIMLib/internal/Platform/OutputStream.h"
 #include "platform/SessionProbe.h"
 #include "support/Eventually.h"
 #include "support/ScriptedServer.h"
+#include "support/TemporaryFolder.h"
 
 namespace vexim::testing {
 namespace {
@@ -194,6 +196,33 @@ TEST(URLSessionUpload, BeginsABodyOnceOnly) {
     EXPECT_EQ(cut.calls, "e") << "no progress, no answer";
     EXPECT_TRUE(spinUntil([&] { return late->closed.load(); }));
     EXPECT_EQ(probe->load(upload(server.url("/end"), late, 4)).code(), URLErrorRequestBodyStreamExhausted);
+}
+
+TEST(URLSessionUpload, GivesABodyAgainFromItsStartWhereItCan) {
+    std::vector<std::string> seen;
+    std::atomic<int> ended{0};
+    ScriptedServer server([&](Connection& connection) {
+        const auto request = connection.readRequest();
+        if (!request) return;
+        seen.push_back(request->target + " " + std::to_string(request->body.size()));
+        connection.answer(request->target == "/end" ? 200 : 307, request->body, "Location: /end\r\n");
+        connection.waitForClose();
+        ++ended;
+    });
+    const TemporaryFolder folder;
+    const std::string content = pattern(1'000'003);
+    const std::string path = folder / "body";
+    FileManager::writeAtomically(Data(content), path);
+    const auto probe = SessionProbe::make();
+    for (const auto& body : {InputStream::withData(Data(content)), InputStream::withFileAtPath(path)}) {
+        EXPECT_TRUE(probe->load(upload(server.url("/redirect"), body, content.size())).body == content);
+        EXPECT_TRUE(body->isClaimed());
+        EXPECT_TRUE(probe->load(upload(server.url("/end"), body, content.size())).body == content) << "begun before";
+    }
+    const std::string size = " 1000003";
+    EXPECT_EQ(seen,
+              (std::vector{"/redirect" + size, "/end" + size, "/end" + size, "/redirect" + size, "/end" + size, "/end" + size}));
+    EXPECT_TRUE(spinUntil([&] { return ended == server.connectionCount(); })) << "no upload leaves its connection behind";
 }
 
 TEST(URLSessionUpload, TakesARefusalBeforeTheBodyIsSent) {

@@ -81,6 +81,7 @@ struct ScriptedServer::Impl {
     int stop = ::eventfd(0, EFD_CLOEXEC);  // readable from the end of the server on
     std::uint16_t port = 0;
     Script script;
+    std::function<bool(Connection&)> beforeHandshake;
     SSL_CTX* tls = nullptr;
     std::atomic<int> connections{0};
     std::thread acceptor;
@@ -219,10 +220,9 @@ void ScriptedServer::Impl::accept() {
         ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
         const std::lock_guard lock(mutex);
         players.emplace_back([this, fd, index = connections++] {
-            auto impl = std::make_unique<Connection::Impl>(*this, fd, index);
-            const bool ready = impl->handshake();
-            Connection connection(std::move(impl));
-            if (ready) script(connection);
+            Connection connection(std::make_unique<Connection::Impl>(*this, fd, index));
+            if (beforeHandshake && !beforeHandshake(connection)) return;
+            if (connection.handshake()) script(connection);
         });
     }
 }
@@ -230,6 +230,7 @@ void ScriptedServer::Impl::accept() {
 ScriptedServer::Connection::Connection(std::unique_ptr<Impl> impl) : impl_(std::move(impl)) {}
 ScriptedServer::Connection::~Connection() = default;
 int ScriptedServer::Connection::index() const { return impl_->index; }
+bool ScriptedServer::Connection::handshake() { return impl_->handshake(); }
 
 std::optional<WireRequest> ScriptedServer::Connection::readHead() {
     auto head = impl_->takeThrough("\r\n\r\n");
@@ -295,8 +296,10 @@ bool ScriptedServer::Connection::pause(std::chrono::milliseconds time) {
     return ::poll(&stop, 1, static_cast<int>(time.count())) == 0;
 }
 
-ScriptedServer::ScriptedServer(Script script, std::optional<TLSIdentity> identity) : impl_(std::make_shared<Impl>()) {
+ScriptedServer::ScriptedServer(Script script, std::optional<TLSIdentity> identity, std::function<bool(Connection&)> beforeHandshake)
+    : impl_(std::make_shared<Impl>()) {
     impl_->script = std::move(script);
+    impl_->beforeHandshake = std::move(beforeHandshake);
     if (identity) impl_->tls = makeContext(*identity);
     impl_->listener = listenOnLoopback(impl_->port);
     impl_->acceptor = std::thread([impl = impl_.get()] { impl->accept(); });

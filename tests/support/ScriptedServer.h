@@ -61,6 +61,7 @@ public:
         /// Counts the server's connections from 0.
         int index() const;
 
+        bool handshake();
         struct Impl;
         explicit Connection(std::unique_ptr<Impl> impl);
 
@@ -69,8 +70,10 @@ public:
     };
     using Script = std::function<void(Connection&)>;
 
-    /// With an `identity` connections speak TLS; a failed handshake ends one before its script.
-    explicit ScriptedServer(Script script, std::optional<TLSIdentity> identity = std::nullopt);
+    /// With an `identity` connections speak TLS; a failed handshake ends one before its script. `beforeHandshake` plays the bare
+    /// connection; when it answers false, there is no handshake and the connection ends.
+    explicit ScriptedServer(Script script, std::optional<TLSIdentity> identity = std::nullopt,
+                            std::function<bool(Connection&)> beforeHandshake = nullptr);
     ScriptedServer(const ScriptedServer&) = delete;
     ScriptedServer& operator=(const ScriptedServer&) = delete;
     ~ScriptedServer();  // cuts every connection and waits for its script

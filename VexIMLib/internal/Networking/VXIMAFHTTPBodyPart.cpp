@@ -142,3 +142,11 @@ std::shared_ptr<vexim::Object> VXIMAFHTTPBodyPart::copy() const {
     copy->boundary_ = boundary_;
     return copy;
 }
+
+std::shared_ptr<VXIMAFHTTPBodyPart> VXIMAFHTTPBodyPart::again() const {
+    auto part = std::static_pointer_cast<VXIMAFHTTPBodyPart>(copy());
+    auto* const stream = std::get_if<std::shared_ptr<vexim::InputStream>>(&part->body_);
+    if (!stream || !*stream) return part;
+    *stream = (*stream)->again();
+    return *stream ? part : nullptr;
+}

@@ -67,6 +67,8 @@ public:
 
     /// From the beginning again, and without boundary flags: the stream that it joins sets them.
     std::shared_ptr<vexim::Object> copy() const override;
+    /// A copy that reads contents of its own; nullptr when they come from a stream that cannot be had again.
+    std::shared_ptr<VXIMAFHTTPBodyPart> again() const;
 
     bool initialise();
 

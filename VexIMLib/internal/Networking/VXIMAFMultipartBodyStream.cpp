@@ -111,3 +111,15 @@ std::shared_ptr<vexim::Object> VXIMAFMultipartBodyStream::copy() const {
     copy->setInitialAndFinalBoundaries();
     return copy;
 }
+
+std::shared_ptr<vexim::InputStream> VXIMAFMultipartBodyStream::again() const {
+    auto stream = initWithStringEncoding(stringEncoding_);
+    stream->numberOfBytesInPacket_ = numberOfBytesInPacket_;
+    stream->delay_ = delay_;
+    for (const auto& part : parts_) {
+        auto repeated = part->again();
+        if (!repeated) return nullptr;
+        stream->appendHTTPBodyPart(std::move(repeated));
+    }
+    return stream;
+}

@@ -48,6 +48,8 @@ public:
     vexim::StreamStatus streamStatus() const override { return streamStatus_; }
     vexim::ErrorPtr streamError() const override { return streamError_; }
     void interrupt() override;
+    /// As throttled as this one.
+    std::shared_ptr<vexim::InputStream> again() const override;
 
     /// The same parts from the beginning, unthrottled.
     std::shared_ptr<vexim::Object> copy() const override;

@@ -10,6 +10,7 @@
 #include "VexIMLib/internal/Networking/NetworkingErrors.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
+#include "VexIMLib/internal/Platform/InputStream.h"
 
 namespace {
 
@@ -46,7 +47,9 @@ void VXIMRequest::makeDelayedRetry(std::function<void()> retry) {
 }
 
 bool VXIMRequest::shouldRetry(const vexim::ErrorPtr& error) const {
-    return vexim::rest::isTemporary(error) && retryCount_ < kMaxRetries;
+    if (!vexim::rest::isTemporary(error) || retryCount_ >= kMaxRetries) return false;
+    // Another attempt could only report that the body is gone, and hide what went wrong.
+    return !body_.isNil() || !bodyStream_ || bodyStream_->isSendable();
 }
 
 void VXIMRequest::retry(std::function<void()> again, VXIMResultCompletion completion) {

@@ -14,8 +14,9 @@ namespace {
 
 constexpr std::size_t kMostSpares = 64;
 
-// Left alone, libcurl keeps four idle connections for each running transfer and closes the rest after every burst.
-constexpr CurlMulti::Limits kLimits{.idleConnections = 64, .connectionsPerHost = 64};
+// Left alone, libcurl keeps four idle connections for each running transfer and closes the rest after every burst. More new ones
+// at once than this overrun the accept queue of a small server, which costs seconds.
+constexpr CurlMulti::Limits kLimits{.idleConnections = 64, .connectionsPerHost = 16};
 
 std::vector<std::unique_ptr<CurlHandle>>& spares() {
     static auto* const handles = new std::vector<std::unique_ptr<CurlHandle>>;  // never destroyed, like the network thread
@@ -69,7 +70,6 @@ CurlHandle::CurlHandle(CURL* easy, std::shared_ptr<const URLSessionConfiguration
     curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // a name lookup that hangs is left behind
     curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    curl_easy_setopt(easy_, CURLOPT_PIPEWAIT, 1L);  // better a share of an HTTP/2 connection that is opening than one's own
     curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
     curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);

@@ -36,11 +36,15 @@ CurlMulti::~CurlMulti() {
     while (!sockets_.empty()) forget(sockets_.begin()->first);
 }
 
-void CurlMulti::prepare(CURL* easy) {
+void CurlMulti::prepare(CURL* easy, Exchange& exchange) {
+    exchange.multi_ = this;
+    curl_easy_setopt(easy, CURLOPT_PRIVATE, &exchange);
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &CurlMulti::onCloseSocket);
     curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
     curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &CurlMulti::onOpenSocket);
-    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+    curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, &exchange);
+    curl_easy_setopt(easy, CURLOPT_RESOLVER_START_FUNCTION, &CurlMulti::onLookup);
+    curl_easy_setopt(easy, CURLOPT_RESOLVER_START_DATA, &exchange);
 }
 
 void CurlMulti::add(CURL* easy) { curl_multi_add_handle(multi_, easy); }
@@ -57,11 +61,18 @@ int CurlMulti::onTimer(CURLM*, long timeoutMillis, void* self) {
     return 0;
 }
 
-curl_socket_t CurlMulti::onOpenSocket(void* self, curlsocktype, curl_sockaddr* address) {
+curl_socket_t CurlMulti::onOpenSocket(void* exchange, curlsocktype, curl_sockaddr* address) {
+    auto& connecting = *static_cast<Exchange*>(exchange);
+    connecting.hasBegunToConnect_ = true;
     const int socket = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
     // libcurl closes a socket that never got connected without a word, and its number comes back here.
-    static_cast<CurlMulti*>(self)->forget(socket);
+    connecting.multi_->forget(socket);
     return socket;
+}
+
+int CurlMulti::onLookup(void*, void*, void* exchange) {
+    static_cast<Exchange*>(exchange)->hasBegunToConnect_ = true;
+    return 0;
 }
 
 int CurlMulti::onCloseSocket(void* self, curl_socket_t socket) {

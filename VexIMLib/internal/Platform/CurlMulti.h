@@ -20,11 +20,18 @@ public:
     /// What stands behind an easy handle, as its CURLOPT_PRIVATE.
     class Exchange {
     public:
+        virtual ~Exchange() = default;
         /// The transfer is over; the handle is no longer part of the multi. May add and remove handles.
         virtual void transferEnded(CURLcode result) = 0;
 
     protected:
-        ~Exchange() = default;
+        /// Whether a connection is being made for it (or was), so that it does not wait for another one's.
+        bool hasBegunToConnect() const noexcept { return hasBegunToConnect_; }
+
+    private:
+        friend class CurlMulti;
+        CurlMulti* multi_ = nullptr;
+        bool hasBegunToConnect_ = false;
     };
 
     /// What the pool may hold; nullopt leaves it to libcurl, which keeps four idle connections for each running transfer.
@@ -40,8 +47,8 @@ public:
     /// all handles had CURLOPT_QUICK_EXIT; else it may wait for a name lookup.
     ~CurlMulti();
 
-    /// Sets, on a fresh easy handle, what this class needs there.
-    void prepare(CURL* easy);
+    /// Sets, on an easy handle, what this class needs there. `exchange` stands behind it until the transfer has ended.
+    void prepare(CURL* easy, Exchange& exchange);
     /// Starts the transfer that the handle describes.
     void add(CURL* easy);
     /// Takes a handle out, cutting its transfer off if it runs. Not from inside one of libcurl's callbacks.
@@ -53,7 +60,8 @@ private:
 
     static int onSocket(CURL* easy, curl_socket_t socket, int what, void* self, void* watched);
     static int onTimer(CURLM* multi, long timeoutMillis, void* self);
-    static curl_socket_t onOpenSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
+    static curl_socket_t onOpenSocket(void* exchange, curlsocktype purpose, curl_sockaddr* address);
+    static int onLookup(void* resolver, void* reserved, void* exchange);
     static int onCloseSocket(void* self, curl_socket_t socket);
 
     void watch(curl_socket_t socket, int what);

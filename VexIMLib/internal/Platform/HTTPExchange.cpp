@@ -3,7 +3,6 @@
 #include <curl/curl.h>
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
 #include "VexIMLib/internal/Platform/BodyReader.h"
@@ -23,19 +22,6 @@ constexpr std::size_t kMostHeadBytes = 256 * 1024;  // libcurl's own limit ends 
 /// it, so those take HTTP/1.1.
 constexpr std::size_t kMostHTTP2BodyBytes = 32 * 1024;
 
-std::optional<std::int64_t> parseLength(std::string_view text) {
-    std::int64_t length = 0;
-    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), length);
-    if (failure != std::errc{} || end != text.data() + text.size() || text.empty() || text[0] == '-') return std::nullopt;
-    return length;
-}
-
-std::string_view trimmed(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
-
 /// Whether its body is sent piece by piece, over HTTP/1.1.
 bool isLongUpload(const URLRequest& request) {
     return request.body.size() > kMostHTTP2BodyBytes || (request.body.empty() && request.bodyStream);
@@ -51,37 +37,29 @@ bool isFraming(std::string_view name) {
 std::optional<std::uint64_t> announcedBodyLength(const URLRequest& request) {
     if (!request.body.empty() || !request.bodyStream) return request.body.size();
     const std::string* const header = request.headers.find("Content-Length");
-    const auto length = header ? parseLength(trimmed(*header)) : std::nullopt;
+    const auto length = header ? parseContentLength(trimmedFieldValue(*header)) : std::nullopt;
     if (!length) return std::nullopt;
     return static_cast<std::uint64_t>(*length);
-}
-
-std::optional<std::int64_t> statedContentLength(const HTTPHeaderFields& headers) {
-    if (!headers.contains("Content-Length") || headers.contains("Transfer-Encoding")) return -1;
-    std::optional<std::int64_t> stated;
-    const std::string joined = *headers.value("Content-Length");
-    for (std::string_view rest = joined;;) {
-        const auto comma = std::min(rest.find(','), rest.size());
-        const auto length = parseLength(trimmed(rest.substr(0, comma)));
-        if (!length || (stated && *stated != *length)) return std::nullopt;
-        stated = length;
-        if (comma == rest.size()) return stated;
-        rest.remove_prefix(comma + 1);
-    }
 }
 
 class HTTPExchange::Impl final : public CurlMulti::Exchange {
 public:
     Impl(Handler& handler, std::shared_ptr<const URLRequest> request, std::shared_ptr<const URLSessionConfiguration> configuration);
-    ~Impl();
+    ~Impl() override;
 
     void transferEnded(CURLcode result) override;
     void resumeReceiving();
     std::int64_t bytesMoved() const;
-    bool waitsForUs() const { return receivingPaused_ || (sendingPaused_ && reader_ && reader_->isAwaited()); }
+    bool waitsForUs() const {
+        return receivingPaused_ || (sendingPaused_ && reader_ && reader_->isAwaited()) || (hasNoConnection() && !mayShare_);
+    }
+    bool waitsForAnothersConnection() const { return hasNoConnection() && mayShare_; }
+    void openOwnConnection();
+    void giveUpConnection() { curl_easy_setopt(easy(), CURLOPT_FORBID_REUSE, 1L); }
 
 private:
     CURL* easy() const { return handle_->easy(); }
+    bool hasNoConnection() const { return running_ && !hasBegunToConnect() && !requested_; }
     void describeRequest();
     void describeHeaders();
     void describeBody();
@@ -91,6 +69,7 @@ private:
     static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
     static std::size_t onRead(char* buffer, std::size_t size, std::size_t count, void* self);
     static int onSeek(void* self, curl_off_t offset, int origin);
+    static int onRequest(void* self, char* address, char* localAddress, int port, int localPort);
 
     bool receiveHeader(std::string_view line);
     bool finishHead();
@@ -108,6 +87,8 @@ private:
     CurlHeaderList headerList_;
     std::unique_ptr<BodyReader> reader_;
     bool running_ = false;
+    bool mayShare_ = false;   // a connection that another exchange is opening
+    bool requested_ = false;  // the request has gone to a connection
 
     HTTPHeaderFields fields_;
     bool headEnded_ = false;
@@ -145,7 +126,7 @@ HTTPExchange::Impl::~Impl() {
 }
 
 void HTTPExchange::Impl::describeRequest() {
-    multi_.prepare(easy());
+    multi_.prepare(easy(), *this);
     curl_easy_setopt(easy(), CURLOPT_URL, request_->url->absoluteString().c_str());
     curl_easy_setopt(easy(), CURLOPT_PROXY, isThisMachine(request_->url->host()) ? "" : nullptr);
     curl_easy_setopt(easy(), CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_->timeout.count()));
@@ -184,9 +165,13 @@ void HTTPExchange::Impl::describeBody() {
     } else if (method == "HEAD") {
         curl_easy_setopt(easy(), CURLOPT_NOBODY, 1L);
     }
-    // A connection that the peer has closed meanwhile costs a second try, which a stream cannot make: take a fresh one.
+    // A kept connection may be closing just now, and a body that was begun would be lost with it. So streams take a fresh one, and
+    // leave none behind, which no stream would take.
     curl_easy_setopt(easy(), CURLOPT_FRESH_CONNECT, streamed ? 1L : 0L);
-    curl_easy_setopt(easy(), CURLOPT_FORBID_REUSE, 0L);
+    curl_easy_setopt(easy(), CURLOPT_FORBID_REUSE, streamed ? 1L : 0L);
+    // Better a share of an HTTP/2 connection that is opening than one's own; where there is no HTTP/2 it would be a queue.
+    mayShare_ = !longUpload && request_->url->scheme() == "https";
+    curl_easy_setopt(easy(), CURLOPT_PIPEWAIT, mayShare_ ? 1L : 0L);
     curl_easy_setopt(easy(), CURLOPT_HTTP_VERSION, static_cast<long>(longUpload ? CURL_HTTP_VERSION_1_1 : CURL_HTTP_VERSION_2TLS));
     // Streamed bodies come and go in long runs; a short one should not pay for a long buffer, which libcurl allocates anew for
     // each request over TLS.
@@ -195,7 +180,6 @@ void HTTPExchange::Impl::describeBody() {
 }
 
 void HTTPExchange::Impl::setCallbacks() {
-    curl_easy_setopt(easy(), CURLOPT_PRIVATE, static_cast<CurlMulti::Exchange*>(this));
     curl_easy_setopt(easy(), CURLOPT_HEADERFUNCTION, &Impl::onHeader);
     curl_easy_setopt(easy(), CURLOPT_HEADERDATA, this);
     curl_easy_setopt(easy(), CURLOPT_WRITEFUNCTION, &Impl::onBody);
@@ -204,6 +188,26 @@ void HTTPExchange::Impl::setCallbacks() {
     curl_easy_setopt(easy(), CURLOPT_READDATA, this);
     curl_easy_setopt(easy(), CURLOPT_SEEKFUNCTION, &Impl::onSeek);
     curl_easy_setopt(easy(), CURLOPT_SEEKDATA, this);
+    curl_easy_setopt(easy(), CURLOPT_PREREQFUNCTION, &Impl::onRequest);
+    curl_easy_setopt(easy(), CURLOPT_PREREQDATA, this);
+}
+
+int HTTPExchange::Impl::onRequest(void* self, char*, char*, int, int) {
+    auto& impl = *static_cast<Impl*>(self);
+    if (!std::exchange(impl.requested_, true)) return CURL_PREREQFUNC_OK;
+    // libcurl would send again what a kept connection took and did not answer. How often a request goes out is for its author to
+    // decide: the peer may have acted on the first one.
+    impl.failure_ =
+        makeURLError(URLErrorNetworkConnectionLost, impl.request_->url, "the server closed the connection without an answer");
+    return CURL_PREREQFUNC_ABORT;
+}
+
+void HTTPExchange::Impl::openOwnConnection() {
+    if (!waitsForAnothersConnection()) return;
+    multi_.remove(easy());
+    mayShare_ = false;
+    curl_easy_setopt(easy(), CURLOPT_PIPEWAIT, 0L);
+    multi_.add(easy());
 }
 
 std::size_t HTTPExchange::Impl::onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
@@ -218,7 +222,7 @@ bool HTTPExchange::Impl::receiveHeader(std::string_view line) {
         return false;
     }
     if (headEnded_) return true;  // a trailer
-    const std::string_view text = trimmed(line);
+    const std::string_view text = trimmedFieldValue(line);
     if (text.empty()) return finishHead();
     if (line.starts_with("HTTP/")) {
         fields_.clear();  // also drops what an interim answer said
@@ -226,7 +230,7 @@ bool HTTPExchange::Impl::receiveHeader(std::string_view line) {
     }
     const auto colon = text.find(':');
     if (colon == std::string_view::npos || colon == 0) return true;
-    fields_.add(std::string(text.substr(0, colon)), std::string(trimmed(text.substr(colon + 1))));
+    fields_.add(std::string(text.substr(0, colon)), std::string(trimmedFieldValue(text.substr(colon + 1))));
     return true;
 }
 
@@ -370,5 +374,8 @@ HTTPExchange::~HTTPExchange() = default;
 void HTTPExchange::resumeReceiving() { impl_->resumeReceiving(); }
 std::int64_t HTTPExchange::bytesMoved() const { return impl_->bytesMoved(); }
 bool HTTPExchange::waitsForUs() const { return impl_->waitsForUs(); }
+bool HTTPExchange::waitsForAnothersConnection() const { return impl_->waitsForAnothersConnection(); }
+void HTTPExchange::openOwnConnection() { impl_->openOwnConnection(); }
+void HTTPExchange::giveUpConnection() { impl_->giveUpConnection(); }
 
 }  // namespace vexim

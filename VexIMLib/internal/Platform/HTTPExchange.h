@@ -45,8 +45,15 @@ public:
     void resumeReceiving();
     /// Grows with every byte that goes or comes: what does not grow is silent.
     std::int64_t bytesMoved() const;
-    /// Whether the silence is ours: the body's reader or the answer's consumer is behind.
+    /// Whether the silence is ours: the body's reader or the answer's consumer is behind, or all connections that the host may have
+    /// are taken.
     bool waitsForUs() const;
+    /// Whether it waits for a connection that another exchange with the same host is opening, to share it over HTTP/2.
+    bool waitsForAnothersConnection() const;
+    /// Ends that wait: it opens a connection of its own.
+    void openOwnConnection();
+    /// Closes the connection at the end, unless others use it: what has been silent for too long would be for the next one, too.
+    void giveUpConnection();
 
 private:
     class Impl;
@@ -55,9 +62,5 @@ private:
 
 /// The length that a request's body will have on the wire: nullopt for a stream that announces none (or no number).
 std::optional<std::uint64_t> announcedBodyLength(const URLRequest& request);
-
-/// The one length that an answer's fields state; -1 when they state none, nullopt when they contradict each other or are no
-/// numbers (RFC 9110, 8.6).
-std::optional<std::int64_t> statedContentLength(const HTTPHeaderFields& headers);
 
 }  // namespace vexim

@@ -1,6 +1,8 @@
 #include "VexIMLib/internal/Platform/HTTPHeaderFields.h"
 
 #include <algorithm>
+#include <charconv>
+#include <system_error>
 
 namespace vexim {
 namespace {
@@ -60,6 +62,33 @@ std::optional<std::string> HTTPHeaderFields::value(std::string_view name) const 
         }
     }
     return joined;
+}
+
+std::string_view trimmedFieldValue(std::string_view text) {
+    const auto first = text.find_first_not_of(" \t\r\n");
+    if (first == std::string_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+std::optional<std::int64_t> parseContentLength(std::string_view text) {
+    std::int64_t length = 0;
+    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), length);
+    if (failure != std::errc{} || end != text.data() + text.size() || text.empty() || text[0] == '-') return std::nullopt;
+    return length;
+}
+
+std::optional<std::int64_t> statedContentLength(const HTTPHeaderFields& headers) {
+    if (!headers.contains("Content-Length") || headers.contains("Transfer-Encoding")) return -1;
+    std::optional<std::int64_t> stated;
+    const std::string joined = *headers.value("Content-Length");
+    for (std::string_view rest = joined;;) {
+        const auto comma = std::min(rest.find(','), rest.size());
+        const auto length = parseContentLength(trimmedFieldValue(rest.substr(0, comma)));
+        if (!length || (stated && *stated != *length)) return std::nullopt;
+        stated = length;
+        if (comma == rest.size()) return stated;
+        rest.remove_prefix(comma + 1);
+    }
 }
 
 }  // namespace vexim

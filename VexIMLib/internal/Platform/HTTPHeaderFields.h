@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -48,5 +49,15 @@ bool sameHeaderName(std::string_view a, std::string_view b) noexcept;
 bool isHeaderName(std::string_view name) noexcept;
 /// Whether `value` can be sent: no CR, LF or NUL, which could smuggle further fields in.
 bool isHeaderValue(std::string_view value) noexcept;
+
+/// Without the white space around it.
+std::string_view trimmedFieldValue(std::string_view text);
+
+/// nullopt for what is no number, a negative one, and one beyond 63 bits.
+std::optional<std::int64_t> parseContentLength(std::string_view text);
+
+/// The one length that an answer's fields state; -1 when they state none, nullopt when they contradict each other or are no
+/// numbers (RFC 9110, 8.6).
+std::optional<std::int64_t> statedContentLength(const HTTPHeaderFields& headers);
 
 }  // namespace vexim

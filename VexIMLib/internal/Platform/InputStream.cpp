@@ -38,6 +38,7 @@ public:
     bool hasBytesAvailable() const override { return status_ == StreamStatus::Open; }
     StreamStatus streamStatus() const override { return status_; }
     ErrorPtr streamError() const override { return nullptr; }
+    std::shared_ptr<InputStream> again() const override { return withData(data_); }
 
 private:
     Data data_;
@@ -83,6 +84,10 @@ public:
     bool hasBytesAvailable() const override { return status_ == StreamStatus::Open; }
     StreamStatus streamStatus() const override { return status_; }
     ErrorPtr streamError() const override { return error_; }
+    std::shared_ptr<InputStream> again() const override {
+        const auto found = FileManager::attributes(path_);
+        return found && !found->isRegular ? nullptr : withFileAtPath(path_);  // one that is gone says so when it is opened
+    }
 
 private:
     void fail(int errnum) {

@@ -47,6 +47,11 @@ public:
     /// Takes the stream for one upload: false when one has taken it before, so that no body is begun twice. From any thread.
     bool claim() noexcept { return !claimed_.exchange(true); }
     bool isClaimed() const noexcept { return claimed_; }
+    /// Another stream over the same bytes, from their start, for what must be sent again; nullptr when nobody else can give them,
+    /// as when they come from a pipe. From any thread, also while this one is read.
+    virtual std::shared_ptr<InputStream> again() const { return nullptr; }
+    /// Whether an upload can still give its body from the start.
+    bool isSendable() const { return !isClaimed() || again() != nullptr; }
 
     // What the platform's streams offer besides; nothing by default.
     virtual bool getBuffer(std::uint8_t** buffer, std::size_t* length);  ///< false: no direct access

@@ -22,6 +22,7 @@ constexpr std::size_t kMostHeldBody = 64 * 1024;
 constexpr std::size_t kDataPiece = 256 * 1024;  // each crosses to the delegate queue, and with its copies stays in a core's cache
 constexpr std::int64_t kMostUnconsumed = 1024 * 1024;
 constexpr std::chrono::milliseconds kSentReportInterval{10};
+constexpr std::chrono::milliseconds kMostWaitToShare{300};  // as browsers do, when an HTTPS connection takes long to open
 
 bool sameOrigin(const URL& a, const URL& b) {
     return a.scheme() == b.scheme() && a.host() == b.host() && a.portOrDefault() == b.portOrDefault();
@@ -190,14 +191,24 @@ ErrorPtr URLLoad::refusal() const {
     if (url->scheme() != "http" && url->scheme() != "https") return makeURLError(URLErrorUnsupportedURL, url);
     if (url->host().empty()) return makeURLError(URLErrorBadURL, url);
     if (!isHeaderName(request_->method)) return makeURLError(URLErrorBadURL, url, "the method is no token");
-    if (request_->body.empty() && request_->bodyStream && request_->bodyStream->isClaimed()) {
-        return makeURLError(URLErrorRequestBodyStreamExhausted, url, "the body has been read before");
-    }
     return nullptr;
+}
+
+/// Gives a body that was begun before from its start, for a retry or after a redirection. False when it cannot be had again.
+bool URLLoad::rewindBody() {
+    const auto& stream = request_->bodyStream;
+    if (!request_->body.empty() || !stream || !stream->isClaimed()) return true;
+    URLRequest again = *request_;
+    again.bodyStream = stream->again();
+    request_ = std::make_shared<const URLRequest>(std::move(again));
+    return request_->bodyStream != nullptr;
 }
 
 void URLLoad::startHop() {
     if (ErrorPtr error = refusal()) return end(std::move(error));
+    if (!rewindBody()) {
+        return end(makeURLError(URLErrorRequestBodyStreamExhausted, request_->url, "the body has been read before"));
+    }
     phase_ = Phase::Exchanging;
     heldBody_.clear();
     heldBodyEnded_ = false;
@@ -207,7 +218,12 @@ void URLLoad::startHop() {
     nextSentReport_ = {};
     HTTPExchange::Handler& handler = *this;
     exchange_ = std::make_unique<HTTPExchange>(handler, request_, configuration_);
-    LoadRunner::shared().lookAt(std::min(lastMove_ + request_->timeout, resourceDeadline_));
+    LoadRunner::shared().lookAt(nextLook());
+}
+
+Clock::TimePoint URLLoad::nextLook() const {
+    const auto next = std::min(lastMove_ + request_->timeout, resourceDeadline_);
+    return exchange_ && exchange_->waitsForAnothersConnection() ? std::min(next, lastMove_ + kMostWaitToShare) : next;
 }
 
 HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
@@ -346,14 +362,16 @@ Clock::TimePoint URLLoad::checkPatience(TimePoint now) {
         return TimePoint::max();
     }
     const std::int64_t moved = exchange_ ? exchange_->bytesMoved() : 0;
-    // While the delegate decides, its consumer lags or the body's reader sleeps, the silence is ours.
+    // While the delegate decides, its consumer lags, the body's reader sleeps or no connection is free, the silence is ours.
     if (moved != lastMoved_ || phase_ == Phase::Deciding || throttled_ || (exchange_ && exchange_->waitsForUs())) lastMove_ = now;
     lastMoved_ = moved;
+    if (exchange_ && now - lastMove_ >= kMostWaitToShare) exchange_->openOwnConnection();
     if (now - lastMove_ >= request_->timeout) {
+        if (exchange_) exchange_->giveUpConnection();
         end(makeURLError(URLErrorTimedOut, request_->url));
         return TimePoint::max();
     }
-    return std::min(lastMove_ + request_->timeout, resourceDeadline_);
+    return nextLook();
 }
 
 }  // namespace vexim

@@ -83,6 +83,7 @@ private:
 
     void startHop();
     ErrorPtr refusal() const;
+    bool rewindBody();
     void askForRedirection();
     void followRedirection(std::optional<URLRequest> request);
     void takeRedirectionAsAnswer();
@@ -93,6 +94,7 @@ private:
     void end(ErrorPtr error);
     /// Ends it when it was silent for too long; else says when to look again.
     TimePoint checkPatience(TimePoint now);
+    TimePoint nextLook() const;
 
     const std::shared_ptr<const URLSessionConfiguration> configuration_;
     const std::shared_ptr<OperationQueue> delegateQueue_;

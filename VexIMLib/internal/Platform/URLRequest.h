@@ -21,9 +21,9 @@ struct URLRequest {
     /// "Expect". "Content-Length" is computed for a `body`; for a `bodyStream` it announces the length.
     HTTPHeaderFields headers;
     Data body;
-    /// Used when `body` is empty. Opened on a thread of its own when the connection first asks for it, and read once: whatever
-    /// would need it a second time fails with -1021. With a "Content-Length" header exactly that many bytes must come, or the
-    /// task fails with -1021; without one it is sent in chunks.
+    /// Used when `body` is empty. Opened on a thread of its own when the connection first asks for it. Whatever needs it a second
+    /// time (a retry, a redirection) reads it `again` from its start, or fails with -1021 when the stream cannot be had again. With
+    /// a "Content-Length" header exactly that many bytes must come, or the task fails with -1021; without one it is sent in chunks.
     std::shared_ptr<InputStream> bodyStream;
     /// How long the connection may stay silent before the task fails with -1001.
     std::chrono::milliseconds timeout{60'000};

@@ -32,7 +32,7 @@ public:
     Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& options);
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
-    ~Request();
+    ~Request() override;
 
     void start(const std::string& url, const std::string& cookies, std::chrono::milliseconds timeout,
                std::optional<std::string> body);
@@ -116,8 +116,7 @@ Request::Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& o
     : owner_(owner),
       multi_(multi),
       options_(options) {
-    multi_.prepare(easy_);
-    curl_easy_setopt(easy_, CURLOPT_PRIVATE, static_cast<CurlMulti::Exchange*>(this));
+    multi_.prepare(easy_, *this);
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, description_.data());
     curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // a name lookup that hangs is left behind
