@@ -120,8 +120,10 @@ public:
 
     /// Downloads the attachment to the file at `path`, which is the result. The file appears when it is whole; a failed download
     /// leaves none. (A process that ends before `completion` has run may leave what had come, under a name that ends in ".part".)
-    /// `completion` runs once, on the main queue; without an attachment URL it gets "NSURLErrorDomain" -1000.
-    /// With a `transfer` the download can be cancelled.
+    /// `completion` runs once, on the main queue; without an attachment URL it gets "NSURLErrorDomain" -1000. When no file can be
+    /// written there (the folder is missing or not writable, a directory stands at `path`, the disk is full), nothing is sent;
+    /// that, and a disk that fills up later, gives `VXErrorDomain` 100 with the file's error ("NSCocoaErrorDomain") beneath. With a
+    /// `transfer` the download can be cancelled, and its bytes be heard of.
     void downloadAttachment(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
                             std::shared_ptr<VXIMTransfer> transfer = nullptr);
 

@@ -1,13 +1,27 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <memory>
+#include <optional>
 
 #include "VexIMLib/Foundation/Export.h"
 
-/// A handle by which an application cancels an upload or a download. Make one, pass it to the operation, keep it.
-/// One handle serves one transfer; all operations may be called from any thread.
+/// How far a transfer has come, in bytes of the body that travels. (An attachment goes up in a form, which has a few hundred bytes
+/// more than the file.)
+struct VXIMTransferProgress {
+    std::int64_t bytes = 0;             ///< sent or received so far; from 0 again after a redirection
+    std::optional<std::int64_t> total;  ///< of all; nullopt when it is unknown, as for a download whose length is not announced
+};
+
+/// Hears how a transfer goes, any number of times.
+using VXIMTransferProgressBlock = std::function<void(VXIMTransferProgress progress)>;
+
+/// A handle by which an application cancels an upload or a download, or hears of its bytes. Make one, pass it to the operation,
+/// keep it. One handle serves one transfer; all operations may be called from any thread.
 ///
 ///     auto transfer = VXIMTransfer::transfer();
+///     transfer->setProgress([](VXIMTransferProgress progress) { … });
 ///     message->downloadAttachment("photo.png", showPercent, done, transfer);
 ///     transfer->cancel();  // done(nil, "NSURLErrorDomain" -999), once, on the main queue
 class VEXIM_EXPORT VXIMTransfer {
@@ -21,6 +35,10 @@ public:
     /// Ends the transfer: its completion gets "NSURLErrorDomain" -999. A handle cancelled beforehand ends the transfer that
     /// it is passed to. False when the completion has run already or `cancel` was called before.
     bool cancel();
+    /// Has `progress` called on the main queue whenever the operation reports its percents, beside those. Set it before the handle
+    /// is passed on. It is let go when the transfer has ended. An empty one hears nothing.
+    void setProgress(VXIMTransferProgressBlock progress);
+
     /// Whether `cancel` was called in time.
     bool isCancelled() const;
     /// Whether the completion has run, or is running.

@@ -49,6 +49,12 @@ public:
         return std::move(*this);
     }
 
+    /// Has `progress` hear of a transfer's bytes, on the main queue. What is no transfer reports nothing.
+    Call reporting(VXIMTransferProgressBlock progress) && {
+        if (transfer_) transfer_->setProgress(std::move(progress));
+        return std::move(*this);
+    }
+
     /// For the styles: starts it, on any thread. True when it ended in place, on the main thread: `pending` then holds the
     /// result and does not call its receiver. What the operation raises comes through.
     bool start(const std::shared_ptr<detail::PendingCall<T>>& pending) && {

@@ -176,8 +176,11 @@ TEST_F(OperationsTest, ATransferIsEndedByTimeCancellationAndDestruction) {
     const auto download = [&] { return vexim::call(&VXIMMessage::downloadAttachment, message, path, nullptr); };
 
     std::stop_source stop;
-    auto cancelled = vexim::future(download().cancelledBy(stop.get_token()));
-    ASSERT_TRUE(eventually([&] { return begun == 1; }));
+    std::string heard;
+    auto cancelled = vexim::future(download().cancelledBy(stop.get_token()).reporting([&](VXIMTransferProgress progress) {
+        heard = std::to_string(progress.bytes) + " of " + std::to_string(progress.total.value_or(-1));
+    }));
+    ASSERT_TRUE(eventually([&] { return heard == "4 of 1000"; }));
     stop.request_stop();
     EXPECT_THROW(vexim::wait(cancelled), Failure);
     EXPECT_TRUE(eventually([&] { return left == 1; })) << "the connection was given up";

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <random>
 #include <thread>
 
@@ -167,11 +168,65 @@ TEST_F(DownloadTest, AFailureLeavesTheOldFileAndNoOther) {
         EXPECT_EQ(contentsOf(folder / "target"), "old");
         EXPECT_EQ(folder.count(), 1u);
     }
-    answerEverything(200, contents);
-    EXPECT_NE(downloadTo(folder / "no" / "such" / "folder").find("NSCocoaErrorDomain"), std::string::npos);
+}
+
+TEST_F(DownloadTest, WhereNoFileCanBeMadeNothingIsSent) {
+    answerEverything(200, "contents");
     std::filesystem::create_directories(folder / "taken" / "by");
-    EXPECT_NE(downloadTo(folder / "taken").find("NSCocoaErrorDomain"), std::string::npos) << "a directory stands there";
+    const struct {
+        const char* why;
+        std::filesystem::path target;
+        const char* outcome;
+    } cases[] = {
+        {"no such folder", folder / "no" / "such" / "folder",
+         R"(VXErrorDomain 100 "The file couldn't be saved: No such file or directory." over NSCocoaErrorDomain 4)"},
+        {"a file in the folder's place", makeFile("file", "old") + "/x",
+         R"(VXErrorDomain 100 "The file couldn't be saved: Not a directory." over NSCocoaErrorDomain 4)"},
+        {"a directory stands there", folder / "taken",
+         R"(VXErrorDomain 100 "The file couldn't be saved: Is a directory." over NSCocoaErrorDomain 512)"},
+        {"no name at all", "",
+         R"(VXErrorDomain 100 "The file couldn't be saved: No such file or directory." over NSCocoaErrorDomain 4)"},
+    };
+    for (const auto& test : cases) EXPECT_EQ(downloadTo(test.target), test.outcome) << test.why;
     EXPECT_EQ(folder.count(), 2u);
+    const auto cancelled = VXIMTransfer::transfer();
+    cancelled->cancel();
+    EXPECT_TRUE(downloadTo(folder / "taken", nullptr, cancelled).starts_with("NSURLErrorDomain -999"));
+    EXPECT_TRUE(requests().empty());
+}
+
+TEST_F(DownloadTest, LeavesAFileAloneThatHasTheNameOfAFolderOfOurs) {
+    answerEverything(200, "contents");
+    const auto standing = makeFile("vexora", "somebody's");
+    const char* const before = std::getenv("TMPDIR");
+    const std::string kept = before ? before : "";
+    ::setenv("TMPDIR", folder.path().c_str(), 1);
+    EXPECT_EQ(downloadTo(folder / "target"), '"' + (folder / "target").string() + '"');
+    before ? ::setenv("TMPDIR", kept.c_str(), 1) : ::unsetenv("TMPDIR");
+    EXPECT_EQ(contentsOf(standing), "somebody's");
+}
+
+TEST_F(DownloadTest, AHandleHearsOfTheBytes) {
+    const auto contents = noise(300'000);
+    const auto bytesOf = [&](const std::shared_ptr<VXIMTransfer>& transfer) {
+        std::string text;
+        std::int64_t before = 0;
+        transfer->setProgress([&](VXIMTransferProgress progress) {
+            EXPECT_GT(progress.bytes, before);
+            before = progress.bytes;
+            text =
+                std::to_string(progress.bytes) + " of " + (progress.total ? std::to_string(*progress.total) : "an unknown total");
+        });
+        downloadTo(folder / "target", nullptr, transfer);
+        return text;
+    };
+    answerEverything(200, contents);
+    EXPECT_EQ(bytesOf(VXIMTransfer::transfer()), "300000 of 300000");
+    serve([&](Connection& connection) {
+        connection.readRequest();
+        connection.write("HTTP/1.1 200 OK\r\n\r\n" + contents);
+    });
+    EXPECT_EQ(bytesOf(VXIMTransfer::transfer()), "300000 of an unknown total");
 }
 
 /// While it lives no file of this process grows beyond `bytes`, as if the disk were full.
@@ -202,9 +257,14 @@ TEST_F(DownloadTest, AFullDiskIsAnErrorAndLeavesNothing) {
             const FullDisk disk(1000);
             outcome = downloadTo(folder / "target");
         }
-        EXPECT_NE(outcome.find("NSCocoaErrorDomain"), std::string::npos) << outcome;
+        EXPECT_TRUE(outcome.starts_with("VXErrorDomain 100 \"The file couldn't be saved: File too large.\" over NSCocoa"))
+            << outcome;
         EXPECT_EQ(folder.count(), 0u);
     }
+    const auto before = requests().size();
+    const FullDisk disk(0);
+    EXPECT_TRUE(downloadTo(folder / "target").starts_with("VXErrorDomain 100 \"The file couldn't be saved:"));
+    EXPECT_EQ(requests().size(), before) << "it was full from the start";
 }
 
 TEST_F(DownloadTest, CancelledAtAnyMomentFromAnyThreadItEndsOnceAndCleanly) {

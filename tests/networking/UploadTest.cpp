@@ -79,8 +79,14 @@ TEST_F(UploadTest, AnIndependentParserGetsTheFileAsItIs) {
         SCOPED_TRACE(size);
         const auto contents = noise(size);
         std::vector<std::int32_t> percents;
-        EXPECT_EQ(upload(makeFile("photo.png", contents), [&](std::int32_t percent) { percents.push_back(percent); }),
+        const auto transfer = VXIMTransfer::transfer();
+        VXIMTransferProgress last;
+        transfer->setProgress([&](VXIMTransferProgress progress) { last = progress; });
+        EXPECT_EQ(upload(
+                      makeFile("photo.png", contents), [&](std::int32_t percent) { percents.push_back(percent); }, transfer),
                   R"({"imgUrl":"u1","thumbnail":"u2"})");
+        EXPECT_EQ(last.total, last.bytes);
+        EXPECT_NEAR(static_cast<double>(last.bytes), static_cast<double>(size), 500) << "the form adds a little";
         ASSERT_EQ(parser.parts.size(), 1u);
         const auto& part = parser.parts.begin()->second;
         EXPECT_EQ(part.name, "attachment");

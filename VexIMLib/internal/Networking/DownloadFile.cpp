@@ -1,9 +1,11 @@
 #include "VexIMLib/internal/Networking/DownloadFile.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <utility>
 
 #include "VexIMLib/Foundation/Random.h"
+#include "VexIMLib/internal/Networking/NetworkingErrors.h"
 #include "VexIMLib/internal/Platform/FileManager.h"
 
 namespace vexim::rest {
@@ -20,25 +22,38 @@ std::string temporaryName(const std::string& path) {
 
 DownloadFile::DownloadFile(std::string path) : path_(std::move(path)), temporaryPath_(temporaryName(path_)) {}
 
-DownloadFile::~DownloadFile() { discard(); }
+DownloadFile::~DownloadFile() {
+    if (stream_) FileManager::remove(temporaryPath_);
+}
+
+ErrorPtr DownloadFile::check() const {
+    if (path_.empty()) return fileFailed(fileWriteError(ENOENT));
+    if (FileManager::isDirectory(path_)) return fileFailed(fileWriteError(EISDIR));
+    const auto probe = OutputStream::toFileAtPath(temporaryPath_, false);
+    probe->open();
+    const std::uint8_t byte = 0;
+    probe->write(&byte, 1);  // a full disk may still have room for a name
+    probe->close();
+    FileManager::remove(temporaryPath_);
+    return probe->streamError() ? fileFailed(probe->streamError()) : nullptr;
+}
 
 std::shared_ptr<OutputStream> DownloadFile::newStream() {
     stream_ = OutputStream::toFileAtPath(temporaryPath_, false);
     return stream_;
 }
 
-ErrorPtr DownloadFile::commit() {
-    auto stream = std::exchange(stream_, nullptr);
-    // The last write of all may have failed without anybody asking again.
-    auto error = stream ? stream->streamError() : nullptr;
-    if (!error) error = FileManager::move(temporaryPath_, path_);
-    if (error) FileManager::remove(temporaryPath_);
+ErrorPtr DownloadFile::conclude(ErrorPtr error) {
+    const auto stream = std::exchange(stream_, nullptr);
+    if (error && error->is(kURLErrorDomain, URLErrorCancelled)) {
+        // Whoever cancelled it is told so, whatever else happened.
+    } else if (stream && stream->streamError()) {
+        error = fileFailed(stream->streamError());  // also the last write of all, after which nobody has asked
+    } else if (!error) {
+        if (ErrorPtr failure = FileManager::move(temporaryPath_, path_)) error = fileFailed(failure);
+    }
+    if (error && stream) FileManager::remove(temporaryPath_);
     return error;
-}
-
-void DownloadFile::discard() {
-    if (!std::exchange(stream_, nullptr)) return;
-    FileManager::remove(temporaryPath_);
 }
 
 }  // namespace vexim::rest

@@ -14,6 +14,11 @@ ErrorPtr transportFailed(const ErrorPtr& cause) {
     return Error::withDescription(VXErrorDomain, kTransportFailedCode, std::move(description));
 }
 
+ErrorPtr fileFailed(const ErrorPtr& cause) {
+    return Error::make(VXErrorDomain, kTransportFailedCode,
+                       Dictionary{{kLocalizedDescriptionKey, cause->localizedDescription()}, {kUnderlyingErrorKey, cause}});
+}
+
 ErrorPtr badServerResponse(std::int64_t status, const Value& failingURL) {
     Dictionary userInfo{{kLocalizedDescriptionKey, "Request failed: " + std::to_string(status) + " " +
                                                        std::string(localizedStringForStatusCode(static_cast<int>(status)))}};

@@ -15,6 +15,8 @@ inline constexpr const char* kTemporaryKey = "temporary";
 
 /// 100, with the description of `cause`.
 ErrorPtr transportFailed(const ErrorPtr& cause);
+/// 100, with the description of `cause` and `cause` beneath: a file of the application's could not be written.
+ErrorPtr fileFailed(const ErrorPtr& cause);
 /// -1011 "Request failed: 404 not found", with the response's URL.
 ErrorPtr badServerResponse(std::int64_t status, const Value& failingURL);
 /// -999

@@ -133,7 +133,8 @@ public:
                                                                          std::shared_ptr<VXIMTransfer> transfer = nullptr);
 
     /// Downloads to the file at `path`, which is the result. The bytes go to a temporary name beside it that is renamed when
-    /// the answer is whole, so what stands at `path` is never half a file; after a failure the temporary one is gone.
+    /// the answer is whole, so what stands at `path` is never half a file; after a failure the temporary one is gone. Where the
+    /// file cannot be written, nothing is sent; the error is `VXErrorDomain` 100 over the file's own, and not temporary.
     void downloadToPath(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
                         std::shared_ptr<VXIMTransfer> transfer = nullptr);
 
@@ -144,10 +145,14 @@ public:
 
 private:
     std::shared_ptr<VXIMRequest> self() { return sharedAs<VXIMRequest>(); }
-    /// Whether `error` is marked temporary and attempts are left.
+    /// Whether `error` is marked temporary, attempts are left, and the body can be given from its start.
     bool shouldRetry(const vexim::ErrorPtr& error) const;
     /// Runs `again` after the delay. What that raises ends the operation through `completion`: nobody could catch it.
     void retry(std::function<void()> again, VXIMResultCompletion completion);
+    /// `downloadWithOutputStreamBlock`; nullopt leaves the target path to the manager.
+    std::shared_ptr<vexim::URLSessionTask> download(VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
+                                                    VXIMResultCompletion completion, std::shared_ptr<VXIMTransfer> transfer,
+                                                    std::optional<std::string> targetPath);
     /// Passes reports on; the first one uses the retries up, since a body that was begun cannot be replayed.
     VXIMProgress progressThatEndsRetries(VXIMProgress progress);
     /// The end of one attempt at a transfer: another one by `again`, or the caller's completion.

@@ -50,14 +50,14 @@ std::shared_ptr<vexim::URLSessionTask> VXIMRequest::uploadWithNewBodyStreamBlock
     if (!bodyStream_ && body_.isNil() && newBodyStream) bodyStream_ = newBodyStream();
     auto task = VXIMURLSessionManager::defaultManager()->uploadTaskWithRequest(
         *this, progressThatEndsRetries(progress),
-        [self = self(), newBodyStream = std::move(newBodyStream), progress, completion = std::move(completion),
-         transfer = std::move(transfer)](const vexim::Value& result, const vexim::ErrorPtr& error) {
+        [self = self(), newBodyStream = std::move(newBodyStream), progress, completion = std::move(completion), transfer](
+            const vexim::Value& result, const vexim::ErrorPtr& error) {
             self->concludeTransfer(error ? vexim::Value() : result, error, completion, transfer,
                                    [self, newBodyStream, progress, completion, transfer] {
                                        self->uploadWithNewBodyStreamBlock(newBodyStream, progress, completion, transfer);
                                    });
         },
-        stages.hasHandle());
+        transfer);
     start(task, stages);
     return task;
 }
@@ -66,6 +66,13 @@ std::shared_ptr<vexim::URLSessionTask> VXIMRequest::downloadWithOutputStreamBloc
                                                                                   VXIMProgress progress,
                                                                                   VXIMResultCompletion completion,
                                                                                   std::shared_ptr<VXIMTransfer> transfer) {
+    return download(std::move(newOutputStream), std::move(progress), std::move(completion), std::move(transfer), std::nullopt);
+}
+
+std::shared_ptr<vexim::URLSessionTask> VXIMRequest::download(VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
+                                                             VXIMResultCompletion completion,
+                                                             std::shared_ptr<VXIMTransfer> transfer,
+                                                             std::optional<std::string> targetPath) {
     const VXIMTransferStages stages(transfer);
     if (stages.isCancelled()) {
         finishCancelled(stages, completion);
@@ -73,13 +80,14 @@ std::shared_ptr<vexim::URLSessionTask> VXIMRequest::downloadWithOutputStreamBloc
     }
     auto task = VXIMURLSessionManager::defaultManager()->fileDownloadTaskWithRequest(
         *this, newOutputStream, progressThatEndsRetries(progress),
-        [self = self(), newOutputStream, progress, completion = std::move(completion), transfer = std::move(transfer)](
+        [self = self(), newOutputStream, progress, completion = std::move(completion), transfer, targetPath](
             const vexim::Value& result, const vexim::ErrorPtr& error) {
-            self->concludeTransfer(result, error, completion, transfer, [self, newOutputStream, progress, completion, transfer] {
-                self->downloadWithOutputStreamBlock(newOutputStream, progress, completion, transfer);
-            });
+            self->concludeTransfer(result, error, completion, transfer,
+                                   [self, newOutputStream, progress, completion, transfer, targetPath] {
+                                       self->download(newOutputStream, progress, completion, transfer, targetPath);
+                                   });
         },
-        stages.hasHandle());
+        transfer, targetPath);
     start(task, stages);
     return task;
 }
@@ -109,13 +117,15 @@ void VXIMRequest::concludeTransfer(vexim::Value result, vexim::ErrorPtr error, c
 void VXIMRequest::downloadToPath(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
                                  std::shared_ptr<VXIMTransfer> transfer) {
     auto file = std::make_shared<vexim::rest::DownloadFile>(path);
-    downloadWithOutputStreamBlock(
-        [file](const std::string&) { return file->newStream(); }, std::move(progress),
-        [file, path = std::move(path), completion = std::move(completion)](const vexim::Value&, vexim::ErrorPtr error) {
-            if (!error) error = file->commit();
-            if (error) file->discard();
-            if (!completion) return;
-            completion(error ? vexim::Value() : vexim::Value(path), error);
-        },
-        std::move(transfer));
+    auto conclude = [file, path, completion = std::move(completion)](const vexim::Value&, vexim::ErrorPtr error) {
+        error = file->conclude(std::move(error));
+        if (completion) completion(error ? vexim::Value() : vexim::Value(path), error);
+    };
+    if (auto error = file->check()) {
+        vexim::MainQueue::shared().async([stages = VXIMTransferStages(std::move(transfer)), error = std::move(error),
+                                          conclude = std::move(conclude)] { finish(stages, nullptr, error, conclude); });
+        return;
+    }
+    download([file](const std::string&) { return file->newStream(); }, std::move(progress), std::move(conclude),
+             std::move(transfer), std::move(path));
 }

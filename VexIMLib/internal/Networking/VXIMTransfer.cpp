@@ -11,6 +11,7 @@ struct VXIMTransfer::Impl {
     bool cancelled VEXIM_GUARDED_BY(mutex) = false;
     bool finished VEXIM_GUARDED_BY(mutex) = false;
     std::function<void()> cancelStage VEXIM_GUARDED_BY(mutex);
+    std::shared_ptr<const VXIMTransferProgressBlock> progress VEXIM_GUARDED_BY(mutex);  // shared, to be called without the lock
 };
 
 VXIMTransfer::VXIMTransfer() : impl_(std::make_unique<Impl>()) {}
@@ -28,6 +29,12 @@ bool VXIMTransfer::cancel() {
     }
     if (cancelStage) cancelStage();
     return true;
+}
+
+void VXIMTransfer::setProgress(VXIMTransferProgressBlock progress) {
+    auto shared = progress ? std::make_shared<const VXIMTransferProgressBlock>(std::move(progress)) : nullptr;
+    vexim::MutexLock lock(impl_->mutex);
+    if (!impl_->finished) std::swap(impl_->progress, shared);
 }
 
 bool VXIMTransfer::isCancelled() const {
@@ -66,8 +73,21 @@ bool VXIMTransferStages::finish() const {
     if (!transfer_) return true;
     auto& state = *transfer_->impl_;
     std::function<void()> dropped;
+    std::shared_ptr<const VXIMTransferProgressBlock> droppedProgress;
     vexim::MutexLock lock(state.mutex);
     state.finished = true;
     std::swap(state.cancelStage, dropped);
+    std::swap(state.progress, droppedProgress);
     return !state.cancelled;
+}
+
+void VXIMTransferStages::report(std::int64_t bytes, std::optional<std::int64_t> total) const {
+    if (!transfer_) return;
+    auto& state = *transfer_->impl_;
+    std::shared_ptr<const VXIMTransferProgressBlock> progress;
+    {
+        vexim::MutexLock lock(state.mutex);
+        if (!state.cancelled) progress = state.progress;
+    }
+    if (progress) (*progress)({bytes, total});
 }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "VexIMLib/VXIMTransfer.h"
@@ -12,7 +14,6 @@ class VXIMTransferStages {
 public:
     explicit VXIMTransferStages(std::shared_ptr<VXIMTransfer> transfer) : transfer_(std::move(transfer)) {}
 
-    bool hasHandle() const noexcept { return transfer_ != nullptr; }
     bool isCancelled() const { return transfer_ && transfer_->isCancelled(); }
 
     /// From now on cancelling runs `cancel`, on the cancelling thread and with no lock held; at once if it has happened.
@@ -21,6 +22,9 @@ public:
     bool leave() const;
     /// The last stage: nothing can be cancelled any more. False when it has been cancelled before, which is then the outcome.
     bool finish() const;
+
+    /// Tells the handle's owner of bytes; nullopt when the total is unknown. Main queue only.
+    void report(std::int64_t bytes, std::optional<std::int64_t> total) const;
 
 private:
     std::shared_ptr<VXIMTransfer> transfer_;

@@ -96,7 +96,7 @@ void VXIMURLSessionDataDelegate::taskDidCompleteWithError(vexim::URLSessionTask&
         auto streamError = outputStream()->streamError();
         if (!streamError) {  // cancelled from outside
             taskDidCancel();
-            if (completesWhenCancelled_) return deliver(nullptr, error_);
+            if (transfer_) return deliver(nullptr, error_);
             return dropCallbacks();
         }
         error_ = std::move(streamError);  // by ourselves, after a write failed
@@ -123,5 +123,8 @@ void VXIMURLSessionDataDelegate::deliver(vexim::Value result, vexim::ErrorPtr er
 
 void VXIMURLSessionDataDelegate::dropCallbacks() {
     // Applications' objects die where their callbacks would have run.
-    if (completionBlock_) vexim::MainQueue::shared().async([dropped = std::exchange(completionBlock_, nullptr)] {});
+    if (completionBlock_ || transfer_) {
+        vexim::MainQueue::shared().async(
+            [dropped = std::exchange(completionBlock_, nullptr), transfer = std::exchange(transfer_, nullptr)] {});
+    }
 }

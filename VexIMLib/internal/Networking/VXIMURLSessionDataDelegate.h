@@ -14,17 +14,19 @@
 #include "VexIMLib/internal/Platform/OutputStream.h"
 #include "VexIMLib/internal/Platform/URLSession.h"
 
+class VXIMTransfer;
+
 /// One task's delegate: collects the body in memory, turns a status outside 2xx into an error and delivers the completion
 /// on the main queue. Everything but the factory and the setters runs on the session's delegate queue.
 class VXIMURLSessionDataDelegate : public vexim::Object {
 public:
     using vexim::Object::Object;
 
-    /// Called once, on the main queue, and dropped then; never for a task that was cancelled from outside, unless
-    /// `completesWhenCancelled` says so.
+    /// Called once, on the main queue, and dropped then; never for a task that was cancelled from outside, unless there is a
+    /// handle for it.
     void setCompletionBlock(VXIMResultCompletion completion) { completionBlock_ = std::move(completion); }
-    /// Whether a cancellation from outside completes too, with its -999 error. False at first.
-    void setCompletesWhenCancelled(bool completes) noexcept { completesWhenCancelled_ = completes; }
+    /// With a handle a cancellation from outside completes too, with its -999 error. nullptr at first.
+    void setTransfer(std::shared_ptr<VXIMTransfer> transfer) noexcept { transfer_ = std::move(transfer); }
 
     /// Where body bytes go: a stream into memory unless another was set before the response came.
     const std::shared_ptr<vexim::OutputStream>& outputStream();
@@ -66,6 +68,7 @@ protected:
     static std::int64_t statusOfTask(const vexim::URLSessionTask& task);
     /// Forgets every callback, so that no application object is held by a finished delegate.
     virtual void dropCallbacks();
+    const std::shared_ptr<VXIMTransfer>& transfer() const noexcept { return transfer_; }
 
 private:
     void deliver(vexim::Value result, vexim::ErrorPtr error);
@@ -76,5 +79,5 @@ private:
     vexim::ErrorPtr error_;
     std::optional<vexim::Date> startDate_;
     double duration_ = 0;
-    bool completesWhenCancelled_ = false;
+    std::shared_ptr<VXIMTransfer> transfer_;
 };

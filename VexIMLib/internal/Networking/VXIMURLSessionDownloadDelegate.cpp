@@ -21,7 +21,8 @@ void VXIMURLSessionDownloadDelegate::dataTaskDidReceiveResponse(vexim::URLSessio
 
 void VXIMURLSessionDownloadDelegate::dataTaskDidReceiveData(vexim::URLSessionTask& task, const vexim::Data& data) {
     VXIMURLSessionJSONDelegate::dataTaskDidReceiveData(task, data);
-    vexim::rest::reportProgress(downloadProgressBlock_, task.countOfBytesReceived(), task.countOfBytesExpectedToReceive());
+    vexim::rest::reportProgress(downloadProgressBlock_, transfer(), task.countOfBytesReceived(),
+                                task.countOfBytesExpectedToReceive());
 }
 
 void VXIMURLSessionDownloadDelegate::parseResultOfTask(const vexim::URLSessionTask& task) {

@@ -87,22 +87,20 @@ VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::dataTaskWithRequest(VXIMRe
 
 VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::uploadTaskWithRequest(VXIMRequest& request, VXIMProgress progress,
                                                                             VXIMResultCompletion completion,
-                                                                            bool completesWhenCancelled) {
+                                                                            std::shared_ptr<VXIMTransfer> transfer) {
     TaskPtr task;
     url_session_manager_create_task_safely([&] { task = session_->dataTaskWithRequest(request.urlRequest()); });
     auto delegate = vexim::create<VXIMURLSessionUploadDelegate>();
     delegate->setUploadProgressBlock(std::move(progress));
     delegate->setCompletionBlock(std::move(completion));
-    delegate->setCompletesWhenCancelled(completesWhenCancelled);
+    delegate->setTransfer(std::move(transfer));
     setDelegateForTask(std::move(delegate), task);
     return task;
 }
 
-VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::fileDownloadTaskWithRequest(VXIMRequest& request,
-                                                                                  VXIMNewOutputStreamBlock newOutputStream,
-                                                                                  VXIMProgress progress,
-                                                                                  VXIMResultCompletion completion,
-                                                                                  bool completesWhenCancelled) {
+VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::fileDownloadTaskWithRequest(
+    VXIMRequest& request, VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress, VXIMResultCompletion completion,
+    std::shared_ptr<VXIMTransfer> transfer, std::optional<std::string> targetPath) {
     auto urlRequest = request.urlRequest();
     urlRequest.acceptsCompression = false;  // progress counts against the announced length
     TaskPtr task;
@@ -111,8 +109,8 @@ VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::fileDownloadTaskWithReques
     delegate->setNewOutputStreamBlock(std::move(newOutputStream));
     delegate->setDownloadProgressBlock(std::move(progress));
     delegate->setCompletionBlock(std::move(completion));
-    delegate->setCompletesWhenCancelled(completesWhenCancelled);
-    delegate->setTargetPath(targetPathForURL(urlRequest.url));
+    delegate->setTransfer(std::move(transfer));
+    delegate->setTargetPath(targetPath ? *std::move(targetPath) : targetPathForURL(urlRequest.url));
     setDelegateForTask(std::move(delegate), task);
     return task;
 }

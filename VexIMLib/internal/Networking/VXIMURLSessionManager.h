@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <unordered_map>
 
 #include "VexIMLib/Foundation/Object.h"
@@ -45,11 +46,14 @@ public:
     // Tasks, not yet resumed. What `request` raises is raised here, and then there is no task.
 
     TaskPtr dataTaskWithRequest(VXIMRequest& request, VXIMResultCompletion completion);
-    /// With `completesWhenCancelled`, a cancelled task completes with its -999 error; otherwise it never completes. (Also below.)
+    /// With a `transfer`, which hears of the bytes, a cancelled task completes with its -999 error; otherwise it never completes.
+    /// (Also below.)
     TaskPtr uploadTaskWithRequest(VXIMRequest& request, VXIMProgress progress, VXIMResultCompletion completion,
-                                  bool completesWhenCancelled = false);
+                                  std::shared_ptr<VXIMTransfer> transfer = nullptr);
+    /// Without a `targetPath` it is a file in the folder "vexora" of the temporary directory, named by the URL.
     TaskPtr fileDownloadTaskWithRequest(VXIMRequest& request, VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
-                                        VXIMResultCompletion completion, bool completesWhenCancelled = false);
+                                        VXIMResultCompletion completion, std::shared_ptr<VXIMTransfer> transfer = nullptr,
+                                        std::optional<std::string> targetPath = std::nullopt);
 
     // From the session, on its delegate queue.
 

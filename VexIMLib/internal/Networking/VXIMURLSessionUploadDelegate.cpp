@@ -11,7 +11,7 @@ void VXIMURLSessionUploadDelegate::setUploadProgressBlock(VXIMProgress progress)
 
 void VXIMURLSessionUploadDelegate::taskDidSendBodyData(vexim::URLSessionTask&, std::int64_t, std::int64_t totalSent,
                                                        std::int64_t totalExpected) {
-    vexim::rest::reportProgress(uploadProgressBlock_, totalSent, totalExpected);
+    vexim::rest::reportProgress(uploadProgressBlock_, transfer(), totalSent, totalExpected);
 }
 
 void VXIMURLSessionUploadDelegate::dropCallbacks() {
