@@ -1,5 +1,6 @@
 # What `cmake --install` puts where, and the .deb packages made of it (`cpack -G DEB` in the build folder):
 #   runtime  the shared library        dev  headers, CMake package, pkg-config file, static library        tools  vexim
+#   c  the shared library of the C interface        c-dev  its header, CMake package, pkg-config file and JSON Schema
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -14,6 +15,22 @@ install(EXPORT VexIMLibTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_
 if(TARGET VexIMTesting)
   install(TARGETS VexIMTesting EXPORT VexIMLibTestingTargets ARCHIVE COMPONENT dev FILE_SET HEADERS COMPONENT dev)
   install(EXPORT VexIMLibTestingTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT dev)
+endif()
+
+if(TARGET VexIMLibC)
+  set_target_properties(VexIMLibC PROPERTIES INSTALL_RPATH "$ORIGIN")
+  set(VEXIM_C_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VexIMLibC)
+  install(TARGETS VexIMLibC EXPORT VexIMLibCTargets LIBRARY COMPONENT c NAMELINK_COMPONENT c-dev FILE_SET HEADERS COMPONENT c-dev)
+  install(EXPORT VexIMLibCTargets NAMESPACE VexIMLib:: FILE VexIMLibCConfig.cmake
+    DESTINATION ${VEXIM_C_PACKAGE_DIR} COMPONENT c-dev)
+  write_basic_package_version_file(VexIMLibCConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  install(FILES ${PROJECT_BINARY_DIR}/VexIMLibCConfigVersion.cmake DESTINATION ${VEXIM_C_PACKAGE_DIR} COMPONENT c-dev)
+  find_package(Python3 REQUIRED COMPONENTS Interpreter)
+  add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/vexim-api.json
+    COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/scripts/c_interface.py --schema ${PROJECT_BINARY_DIR}/vexim-api.json
+    DEPENDS ${PROJECT_SOURCE_DIR}/scripts/c_interface.py ${PROJECT_SOURCE_DIR}/VexIMLib/C/Operations.cpp)
+  add_custom_target(vexim_api ALL DEPENDS ${PROJECT_BINARY_DIR}/vexim-api.json)
+  install(FILES ${PROJECT_BINARY_DIR}/vexim-api.json DESTINATION ${CMAKE_INSTALL_DATADIR}/vexim COMPONENT c-dev)
 endif()
 
 configure_package_config_file(cmake/VexIMLibConfig.cmake.in VexIMLibConfig.cmake INSTALL_DESTINATION ${VEXIM_PACKAGE_DIR})
@@ -37,6 +54,11 @@ endif()
 configure_file(cmake/VexIMLib.pc.in VexIMLib.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/VexIMLib.pc DESTINATION ${pc_dir} COMPONENT dev)
 
+if(TARGET VexIMLibC)
+  configure_file(cmake/vexim-c.pc.in vexim-c.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/vexim-c.pc DESTINATION ${pc_dir} COMPONENT c-dev)
+endif()
+
 if(TARGET vexim)
   set_target_properties(vexim PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
   install(TARGETS vexim RUNTIME COMPONENT tools)
@@ -50,10 +72,13 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
   set(CPACK_STRIP_FILES ON)
   set(CPACK_COMPONENTS_ALL runtime dev tools)
+  if(TARGET VexIMLibC)
+    list(APPEND CPACK_COMPONENTS_ALL c c-dev)
+  endif()
   set(CPACK_DEB_COMPONENT_INSTALL ON)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/VexIMLib/C)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libveximlib${PROJECT_VERSION_MAJOR})
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS shared-mime-info)
@@ -66,5 +91,11 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "${same_library}, libcurl4-openssl-dev, libssl-dev, libpng-dev, libboost1.81-dev, libboost-json1.81-dev")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_library}")
+  set(CPACK_DEBIAN_C_PACKAGE_NAME libvexim-c${PROJECT_VERSION_MAJOR})
+  set(CPACK_DEBIAN_C_PACKAGE_SECTION libs)
+  set(CPACK_DEBIAN_C_PACKAGE_DEPENDS shared-mime-info)
+  set(CPACK_DEBIAN_C-DEV_PACKAGE_NAME libvexim-c-dev)
+  set(CPACK_DEBIAN_C-DEV_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_C-DEV_PACKAGE_DEPENDS "libvexim-c${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
   include(CPack)
 endif()

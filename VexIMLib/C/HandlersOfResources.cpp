@@ -105,6 +105,7 @@ void groupCreateWithOwner(Request& request) {
 }
 void groupCreate(Request& request) {
     const auto object = VXIMGroup::groupWithName(request.value("name"), request.optionalArray("members"), request.value("owner"));
+    if (!object) throw Refusal({InterfaceError::MissingArgument, "A group needs a name, members or an owner."});
     object->createWithBlock(request.doneWith(object));
 }
 void groupFetch(Request& request) {
