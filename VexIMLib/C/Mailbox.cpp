@@ -161,7 +161,12 @@ bool Mailbox::receive(double seconds, std::string& text) {
 
 std::size_t Mailbox::size() const {
     const MutexLock lock(mutex_);
-    return items_.empty() ? 0 : bytes_;
+    return bytes_;
+}
+
+bool Mailbox::isSpent() const {
+    const MutexLock lock(mutex_);
+    return closed_ && items_.empty();
 }
 
 std::optional<int> Mailbox::descriptor() {

@@ -65,8 +65,10 @@ public:
     void event(std::string text);
     /// The next text into `text`, waiting for it until `seconds` are over; false when there is none.
     bool receive(double seconds, std::string& text);
-    /// How many bytes wait.
+    /// How many bytes wait, and are kept for open requests.
     std::size_t size() const;
+    /// Whether nothing will ever come any more.
+    bool isSpent() const;
     /// Polls readable while something waits. Made at the first call; nullopt when there is none to be had.
     std::optional<int> descriptor();
 

@@ -1,13 +1,14 @@
 #include "VexIMLib/C/vexim.h"
 
 #include <cstddef>
-#include <deque>
 #include <exception>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "VexIMLib/C/MainQueueThread.h"
 #include "VexIMLib/C/Operations.h"
@@ -41,54 +42,57 @@ public:
         const MutexLock lock(mutex_);
         if (const auto found = sessions_.find(client); found != sessions_.end()) return found->second->mailbox();
         const auto left = left_.find(client);
-        return left == left_.end() ? nullptr : left->second;
+        return left == left_.end() ? nullptr : left->second.mailbox;
     }
     /// Forgets the client; nullptr when there is none. Its mailbox stays for the answers.
     std::shared_ptr<Session> remove(vexim_client client) {
-        std::shared_ptr<Mailbox> dropped;  // without the lock
         const MutexLock lock(mutex_);
         const auto found = sessions_.find(client);
         if (found == sessions_.end()) return nullptr;
         auto session = std::move(found->second);
         sessions_.erase(found);
-        left_.emplace(client, session->mailbox());
+        left_[client].mailbox = session->mailbox();
         return session;
     }
-    /// Of a freed client nothing is left.
-    void forget(vexim_client client) {
-        std::shared_ptr<Mailbox> dropped;
-        const MutexLock lock(mutex_);
-        const auto found = left_.find(client);
-        if (found == left_.end()) return;
-        dropped = std::move(found->second);
-        left_.erase(found);
-    }
-    /// Of a freed client something is left. The oldest are forgotten when there are many or they are large.
+    /// So much is left of a freed client. Where it is much or they are many, the oldest are forgotten.
     void keep(vexim_client client, std::size_t bytes) {
-        std::deque<std::shared_ptr<Mailbox>> dropped;
+        std::vector<Left> dropped;  // goes without the lock
         const MutexLock lock(mutex_);
-        order_.emplace_back(client, bytes);
-        keptBytes_ += bytes;
-        while (order_.size() > kKeptClients || keptBytes_ > kKeptBytes) {
-            keptBytes_ -= order_.front().second;
-            if (const auto found = left_.find(order_.front().first); found != left_.end()) {
-                dropped.push_back(std::move(found->second));
-                left_.erase(found);
-            }
-            order_.pop_front();
+        if (const auto found = left_.find(client); found != left_.end()) {
+            found->second.bytes = bytes;
+            leftBytes_ += bytes;
         }
+        while (left_.size() > kMostLeft || (leftBytes_ > kMostLeftBytes && left_.size() > 1)) {
+            dropped.push_back(take(left_.begin()));
+        }
+    }
+    /// Nothing is left of a freed client.
+    void forget(vexim_client client) {
+        Left dropped;
+        const MutexLock lock(mutex_);
+        if (const auto found = left_.find(client); found != left_.end()) dropped = take(found);
     }
 
 private:
-    static constexpr std::size_t kKeptClients = 256;
-    static constexpr std::size_t kKeptBytes = std::size_t{64} * 1024 * 1024;
+    struct Left {
+        std::shared_ptr<Mailbox> mailbox;
+        std::size_t bytes = 0;
+    };
+    static constexpr std::size_t kMostLeft = 256;
+    static constexpr std::size_t kMostLeftBytes = std::size_t{64} * 1024 * 1024;
+
+    Left take(std::map<vexim_client, Left>::iterator found) VEXIM_REQUIRES(mutex_) {
+        Left taken = std::move(found->second);
+        leftBytes_ -= taken.bytes;
+        left_.erase(found);
+        return taken;
+    }
 
     mutable Mutex mutex_;
     vexim_client last_ VEXIM_GUARDED_BY(mutex_) = 0;
     std::unordered_map<vexim_client, std::shared_ptr<Session>> sessions_ VEXIM_GUARDED_BY(mutex_);
-    std::unordered_map<vexim_client, std::shared_ptr<Mailbox>> left_ VEXIM_GUARDED_BY(mutex_);
-    std::deque<std::pair<vexim_client, std::size_t>> order_ VEXIM_GUARDED_BY(mutex_);
-    std::size_t keptBytes_ VEXIM_GUARDED_BY(mutex_) = 0;
+    std::map<vexim_client, Left> left_ VEXIM_GUARDED_BY(mutex_);  // the oldest first
+    std::size_t leftBytes_ VEXIM_GUARDED_BY(mutex_) = 0;
 };
 
 std::string_view textOr(const char* text, std::string_view otherwise) { return text ? std::string_view(text) : otherwise; }
@@ -153,7 +157,7 @@ const char* vexim_receive(vexim_client client, double seconds) try {
     received.clear();
     if (mailbox && mailbox->receive(seconds, received)) return received.c_str();
     received.shrink_to_fit();
-    if (mailbox) Handles::shared().forget(client);
+    if (mailbox && mailbox->isSpent()) Handles::shared().forget(client);
     return nullptr;
 } catch (const std::exception&) {
     return nullptr;
@@ -171,10 +175,11 @@ void vexim_free(vexim_client client) try {
     const auto session = Handles::shared().remove(client);
     if (!session) return;
     session->end();
-    if (const auto bytes = session->mailbox()->size(); bytes > 0) {
-        Handles::shared().keep(client, bytes);
-    } else {
+    const Mailbox& mailbox = *session->mailbox();
+    if (mailbox.isSpent()) {
         Handles::shared().forget(client);
+    } else {
+        Handles::shared().keep(client, mailbox.size());
     }
 } catch (const std::exception&) {
 }
