@@ -195,12 +195,14 @@ static void beHostile(double seconds) {
         pthread_create(&receivers[i], NULL, receiveAll, &slots[i]);
     }
     for (uintptr_t i = 0; i < kSenders; ++i) pthread_create(&senders[i], NULL, sendAll, (void*)(i + 1));
+    const vexim_client idle = vexim_create(NULL);
     for (const double end = now() + seconds; now() < end && sent < kMaxRequests;) {
         require(vexim_receive(0, 0.01) == NULL, "no client gave something");
+        require(vexim_receive(idle, 0.02) == NULL, "a client that does nothing gave something");
         vexim_send(-1, "{}");
-        usleep(20000);
     }
     over = true;
+    vexim_free(idle);
     for (int i = 0; i < kSenders; ++i) pthread_join(senders[i], NULL);
     for (int i = 0; i < kSlots; ++i) {
         pthread_join(receivers[i], NULL);
