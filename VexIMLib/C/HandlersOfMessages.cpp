@@ -76,10 +76,7 @@ MessagePtr messageFrom(Request& request) {
 VXIMBooleanCompletion sent(Request& request, const MessagePtr& message) {
     return [self = request.shared_from_this(), message](bool succeeded, const ErrorPtr& error) {
         // A failed upload counts as a success to the completion; the message tells.
-        if (!error && message->status() == VXIMMessageStatusFailed) {
-            return self->fail(InterfaceError::Nothing, "The attachment could not be uploaded.");
-        }
-        self->doneWith(message)(succeeded, error);
+        self->doneWith(message)(succeeded, error ? error : message->error());
     };
 }
 

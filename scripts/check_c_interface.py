@@ -1,0 +1,123 @@
+#!/usr/bin/env python3
+"""Fails when a public C++ header has what the C interface lacks: an operation, a function of the client, a call of the delegate, a
+notification, a setting, an option, or a property of an object. What is left out on purpose, is left out here, with the reason."""
+
+import re
+import sys
+
+import c_interface
+
+ROOT = c_interface.ROOT
+
+LEFT_OUT = {
+    "VXIMClient": {
+        "clientWithAppId": "vexim_create", "clientWithConfiguration": "vexim_create", "initWithConfiguration": "vexim_create",
+        "init": "vexim_create",
+        "delegate": "events take its place", "setDelegate": "events take its place",
+        "socketio": "the connection is no public class",
+        "onlineFriends": "memory for C++ programs, which the library does not read", "setOnlineFriends": "likewise",
+        "messages": "likewise", "setMessages": "likewise",
+    },
+    "VXIMMessage": {
+        "attachmentPath": "of a message to be sent only", "status": "the answer tells", "error": "the answer tells",
+        "senderDictionary": "in the payload",
+        "receiverDictionary": "in the payload", "dictionaryRepresentation": "the payload",
+    },
+    "VXIMClientConfiguration": {"dictionary": "the options stand in the configuration themselves"},
+}
+# What every class of the runtime has, and factories.
+PLUMBING = re.compile(r"runtimeClass|staticClass|keyPathForProperty|description|copy|initialise|sharedAs|\w+With(Id|Dictionary)")
+# Parameters that the interface has other means for.
+CARRIED = {"completion", "block", "progress", "transfer"}
+# The getters whose option has another name.
+OPTION = re.compile(r'/// Option "(\w+)"[^\n]*\n(?:\s*///[^\n]*\n)*\s*[\w:]+ (\w+)\(\) const')
+
+
+def class_body(text, name):
+    """The public part of a class, without comments."""
+    found = re.search(rf"^class VEXIM_EXPORT {name}\b[^;{{]*\{{(.*?)^\}};", text, re.MULTILINE | re.DOTALL)
+    body = re.sub(r"//[^\n]*", "", found[1])
+    parts = re.split(r"^(public|protected|private):$", body, flags=re.MULTILINE)
+    return "".join(part for access, part in zip(parts[1::2], parts[2::2]) if access == "public")
+
+
+def functions(body):
+    """[(name, [parameter], result, whether it is static)]; inline bodies are dropped first."""
+    body = re.sub(r"\{[^{}]*\}", ";", body)
+    found = []
+    for statement in body.split(";"):
+        statement = " ".join(statement.split())
+        match = re.fullmatch(
+            r"(?:template <.*?> )?((?:static|virtual|explicit) )?(.*?)\b(\w+)\((.*)\)(?: const| noexcept| override| = 0)*", statement)
+        if not match or match[2].strip() in ("", "~") or statement.startswith(("friend", "using", "explicit")):
+            continue
+        depth, parameters = 0, [""]
+        for character in match[4]:
+            depth += (character in "<(") - (character in ">)")
+            if character == "," and depth == 0:
+                parameters.append("")
+            else:
+                parameters[-1] += character
+        found.append((match[3], [p.split("=")[0].strip() for p in parameters if p.strip()], match[2].strip(), match[1] == "static "))
+    return found
+
+
+def findings():
+    requests, immediate, constant = c_interface.read_table()
+    rows = {row.name: row for row in requests + immediate}
+    events = (ROOT / "VexIMLib/C/Session.cpp").read_text()
+    records = (ROOT / "VexIMLib/C/Records.cpp").read_text()
+    options = {name for name, *_ in constant["kConfiguration"] + constant["kConnectionOptions"]}
+    of_attributes = ("VXIMUser", "VXIMGroup", "VXIMRoom")
+
+    classes = ("VXIMClient", "VXIMMessage", "VXIMMessageTarget", "VXIMAttributedObject", *of_attributes, "VXIMFriendInfo",
+               "VXIMPassenger", "VXIMQuery")
+    headers = {path.stem: path.read_text() for path in (ROOT / "VexIMLib").glob("VXIM*.h")}
+    for name in classes:
+        left_out = LEFT_OUT.get(name, {})
+        for function, parameters, _, is_static in functions(class_body(headers[name], name)):
+            is_operation = any(re.match(r"VXIM\w*Completion\b", parameter) for parameter in parameters)
+            if function in left_out or (PLUMBING.fullmatch(function) and not is_operation):
+                continue
+            if is_operation or name == "VXIMClient":
+                owners = of_attributes if name == "VXIMAttributedObject" else (name,)
+                for owner in owners:
+                    operation = function if owner == "VXIMClient" else f"{owner}.{function}"
+                    row = rows.get(operation)
+                    if row is None:
+                        yield f"{name}.h: {function} is no operation of the C interface: a row \"{operation}\" is missing"
+                        continue
+                    known = {parameter for parameter, *_ in row.parameters}
+                    for parameter in (re.split(r"[\s&*]", p)[-1] for p in parameters):
+                        if parameter not in CARRIED | known:
+                            yield f"{name}.h: {function} has a parameter {parameter} that the row \"{operation}\" lacks"
+            elif name == "VXIMQuery":
+                continue  # its setters are the arguments of the searches
+            elif not parameters and not is_static and f'"{function}"' not in records:
+                yield f"{name}.h: the property {function} is not written by Records.cpp"
+    for function, *_ in functions(class_body(headers["VXIMClientDelegate"], "VXIMClientDelegate")):
+        if f'"{function}"' not in events:
+            yield f"VXIMClientDelegate.h: {function} is no event of the C interface"
+    for notification in re.findall(r"const (VXIM\w*Notification);", headers["VXIMConstants"]):
+        if notification not in events:
+            yield f"VXIMConstants.h: {notification} is no event of the C interface"
+    for setting in re.findall(r"^VEXIM_EXPORT void (\w+)\(", headers["VXIMSettings"], re.MULTILINE):
+        if setting not in rows:
+            yield f"VXIMSettings.h: {setting} is no operation of the C interface"
+    configuration = headers["VXIMClientConfiguration"]
+    by_getter = {getter: option for option, getter in OPTION.findall(configuration)}
+    for function, parameters, _, is_static in functions(class_body(configuration, "VXIMClientConfiguration")):
+        if parameters or is_static or function in LEFT_OUT["VXIMClientConfiguration"] or PLUMBING.fullmatch(function):
+            continue
+        if by_getter.get(function, function) not in options:
+            yield f"VXIMClientConfiguration.h: {function} is no name of the configuration"
+    page = (ROOT / "docs/socketio.md").read_text()
+    for option in re.findall(r'^\| "(\w+)" \|', page.split("## Events")[0], re.MULTILINE):
+        if option not in options:
+            yield f"docs/socketio.md: the option {option} is no name of the configuration"
+
+
+if __name__ == "__main__":
+    found = list(findings())
+    print("\n".join(found))
+    sys.exit(1 if found else 0)
