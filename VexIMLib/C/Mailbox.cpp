@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "VexIMLib/C/Errors.h"
+#include "VexIMLib/Foundation/MainQueue.h"
 
 namespace vexim::c {
 
@@ -176,15 +177,14 @@ std::optional<int> Mailbox::descriptor() {
     if (closed_ || ::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return std::nullopt;
     reading_ = ends[0];
     writing_ = ends[1];
-    if (!items_.empty()) tell();
+    if (!items_.empty()) wakeNow();
     return reading_;
 }
 
 void Mailbox::push(Item item) {
     bytes_ += bytesOf(item);
     items_.push_back(std::move(item));
-    tell();
-    if (waiting_ > 0) changed_.notifyOne();
+    wake();
 }
 
 void Mailbox::pushAnswer(std::string_view extra, Outcome outcome, std::string_view body) {
@@ -214,7 +214,22 @@ Mailbox::Requests::iterator Mailbox::end(Requests::iterator request, Outcome out
     return next;
 }
 
-void Mailbox::tell() {
+void Mailbox::wake() {
+    const bool pollerSleeps = writing_ >= 0 && !told_;
+    if (waking_ || (waiting_ == 0 && !pollerSleeps)) return;
+    if (!MainQueue::shared().isMainThread()) return wakeNow();
+    waking_ = true;
+    MainQueue::shared().async([weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self) return;
+        const MutexLock lock(self->mutex_);
+        self->waking_ = false;
+        if (!self->items_.empty()) self->wakeNow();
+    });
+}
+
+void Mailbox::wakeNow() {
+    if (waiting_ > 0) changed_.notifyOne();
     if (writing_ < 0 || told_) return;
     while (::write(writing_, "", 1) < 0 && errno == EINTR) continue;
     told_ = true;

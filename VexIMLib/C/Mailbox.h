@@ -23,7 +23,7 @@ enum class Outcome { Answer, Error };
 ///
 /// All of it together is bounded: beyond the limit events are dropped and new requests refused, beyond four times the limit
 /// answers are dropped, too.
-class Mailbox {
+class Mailbox : public std::enable_shared_from_this<Mailbox> {
 public:
     /// Names a request; never 0.
     using RequestId = std::uint64_t;
@@ -93,12 +93,15 @@ private:
     static constexpr std::size_t kRequestBytes = 512;
 
     void push(Item item) VEXIM_REQUIRES(mutex_);
+    /// Wakes who waits. On the main thread only after what it is doing: messages come in batches, and to change threads for each
+    /// one costs more than the message.
+    void wake() VEXIM_REQUIRES(mutex_);
+    void wakeNow() VEXIM_REQUIRES(mutex_);
     void pushAnswer(std::string_view extra, Outcome outcome, std::string_view body) VEXIM_REQUIRES(mutex_);
     void drop(Item::Kind kind) VEXIM_REQUIRES(mutex_);
     /// Answers it and takes it out of the books.
     Requests::iterator end(Requests::iterator request, Outcome outcome, std::string_view body, Transfers& transfers)
         VEXIM_REQUIRES(mutex_);
-    void tell() VEXIM_REQUIRES(mutex_);
     void untell() VEXIM_REQUIRES(mutex_);
 
     const std::size_t limit_;
@@ -113,7 +116,8 @@ private:
     bool closed_ VEXIM_GUARDED_BY(mutex_) = false;
     int reading_ VEXIM_GUARDED_BY(mutex_) = -1;
     int writing_ VEXIM_GUARDED_BY(mutex_) = -1;
-    bool told_ VEXIM_GUARDED_BY(mutex_) = false;
+    bool told_ VEXIM_GUARDED_BY(mutex_) = false;    // there is a byte in the pipe
+    bool waking_ VEXIM_GUARDED_BY(mutex_) = false;  // it has been queued
 };
 
 }  // namespace vexim::c
