@@ -66,7 +66,7 @@ def findings(page, words):
             yield f"{where(block.start())}: {complaint}"
         elif block["text"] != wanted:
             yield f"{where(block.start())}: differs from {block['source']} (scripts/check_docs.py --write)"
-    for named in re.finditer(r"(?<![\w/.])(?:scripts|tests|examples|service|tools|bindings)/[\w./+-]*\w", text):
+    for named in re.finditer(r"(?<![\w/.-])(?:scripts|tests|examples|service|tools|bindings)/[\w./+-]*\w", text):
         if not (ROOT / named[0]).exists():
             yield f"{where(named.start())}: {named[0]} does not exist"
     prose = FENCE.sub(lambda match: re.sub(r"[^\n]", " ", match[0]), text)
