@@ -72,6 +72,11 @@ vexim::Dictionary& VXIMClientConfiguration::dictionary() {
     return *dictionary_;
 }
 
+const vexim::Dictionary& VXIMClientConfiguration::dictionary() const noexcept {
+    static const vexim::Dictionary& none = *new vexim::Dictionary;
+    return dictionary_ ? *dictionary_ : none;
+}
+
 void VXIMClientConfiguration::setDictionary(std::optional<vexim::Dictionary> dictionary) { dictionary_ = std::move(dictionary); }
 
 namespace vexim {

@@ -70,8 +70,10 @@ public:
     bool selfSigned() const noexcept { return selfSigned_; }
     void setSelfSigned(bool selfSigned);
 
-    /// The options by name, to be read and written in place; a login does not change them.
+    /// The options by name, to be read and written in place; a login does not change them. docs/socketio.md lists them, and
+    /// docs/guide/trust.md says more about "caFile", "caPEM", "pinnedKeys" and "selfSigned", which count for REST, too.
     vexim::Dictionary& dictionary();
+    const vexim::Dictionary& dictionary() const noexcept;
     /// Replaces them as they stand (nullopt: an empty one at the next read). The properties stay.
     void setDictionary(std::optional<vexim::Dictionary> dictionary);
 

@@ -22,6 +22,7 @@ ROOMS = [
     ("socket.io", 3, r"VexIMLib/internal/SocketIO/.*"),
     ("event loops", 2, r"VexIMLib/Loops/.*"),
     ("async styles", 2, r"VexIMLib/Async/.*"),
+    ("trust", 1.5, r"VexIMLib/internal/Trust/.*"),
     ("platform", 2, r"VexIMLib/internal/Platform/.*"),
     ("C interface", 6, r"VexIMLib/C/.*"),
     ("testing kit", 6, r"VexIMLib/Testing/.*"),

@@ -71,11 +71,10 @@ int main() {
     configuration->setAppId("app-1");
     configuration->setClientKey("key");
     configuration->setSocketURL(vexim::URL::parse(server.tlsURL()));
+    configuration->dictionary().set("caPEM", server.authorityPEM());
     vxim_configuration = configuration;
 
-    vexim::URLSessionConfiguration session;
-    session.certificateAuthorityPEM = server.authorityPEM();
-    auto manager = VXIMURLSessionManager::initWithSessionConfiguration(session);
+    auto manager = VXIMURLSessionManager::init();
     manager->setKeepsFinishedDelegates(false);
     vexim::bench::RawCurl raw(server.tlsURL() + "/ctx/5f2b7c9e8a1d4e0012345678/friends?limit=20", server.authorityPEM());
 

@@ -68,9 +68,9 @@ public:
         : source_(std::move(source)),
           target_(std::move(target)) {
         vxim_configuration->setSocketURL(vexim::URL::parse(origin));
-        vexim::URLSessionConfiguration configuration;
-        configuration.certificateAuthorityPEM = authorityPEM;
-        manager_ = VXIMURLSessionManager::initWithSessionConfiguration(configuration);
+        vxim_configuration->setDictionary(std::nullopt);
+        if (!authorityPEM.empty()) vxim_configuration->dictionary().set("caPEM", authorityPEM);
+        manager_ = VXIMURLSessionManager::init();
         manager_->setKeepsFinishedDelegates(false);
     }
 

@@ -30,9 +30,7 @@ TEST(HTTP2, IsSpokenButForLongUploads) {
     const auto port = server.readLine();
     ASSERT_TRUE(port);
     const auto url = [&](const std::string& path) { return "https://127.0.0.1:" + *port + path; };
-    URLSessionConfiguration configuration;
-    configuration.certificateAuthorityPEM = authority.certificatePEM();
-    const auto probe = SessionProbe::make(configuration);
+    const auto probe = SessionProbe::trusting(authority.certificatePEM());
     EXPECT_EQ(probe->load(url("/")).body, "2.0 0");
 
     auto request = SessionProbe::request(url("/"));

@@ -33,15 +33,21 @@ public:
         probe->session = URLSession::create(std::move(configuration), probe, OperationQueue::create("test-delegate"));
         return probe;
     }
+    static std::shared_ptr<SessionProbe> trusting(const std::string& authorityPEM) {
+        auto probe = make();
+        probe->trust = TrustChoice::of(Dictionary{{"caPEM", authorityPEM}});
+        return probe;
+    }
 
     std::shared_ptr<URLSession> session;
+    TrustChoice trust;  ///< for the requests that this makes
     // Set before a task is resumed; empty ones do what the delegate does by itself.
     std::function<void(const TaskPtr&, DispositionHandler)> onResponse;
     std::function<void(const TaskPtr&, const Data&)> onData;
     std::function<void(const TaskPtr&)> onSent;
     std::function<void(const TaskPtr&, const URLRequest&, RedirectionHandler)> onRedirection;
 
-    TaskPtr task(const std::string& url) { return session->dataTaskWithRequest(request(url)); }
+    TaskPtr task(const std::string& url) { return session->dataTaskWithRequest(trusting(request(url))); }
     static URLRequest request(const std::string& url) {
         URLRequest request;
         request.url = URL::parse(url);
@@ -49,7 +55,7 @@ public:
         return request;
     }
     /// Resumes a task for `request` and waits for its end.
-    TaskStory load(URLRequest request) { return run(session->dataTaskWithRequest(std::move(request))); }
+    TaskStory load(URLRequest request) { return run(session->dataTaskWithRequest(trusting(std::move(request)))); }
     TaskStory load(const std::string& url) { return load(request(url)); }
     TaskStory run(const TaskPtr& task) {
         task->resume();
@@ -102,6 +108,10 @@ public:
     }
 
 private:
+    URLRequest trusting(URLRequest request) const {
+        request.trust = trust;
+        return request;
+    }
     void note(const TaskPtr& task, char call, const std::function<void(TaskStory&)>& change) {
         const std::lock_guard lock(mutex_);
         TaskStory& story = stories_[task->taskIdentifier()];

@@ -349,9 +349,7 @@ TEST(URLSessionFaults, TrustsOnlyWhomItShould) {
         {"from tomorrow on", authority.issue({.startsIn = std::chrono::hours(20)}), URLErrorServerCertificateNotYetValid},
         {"by an unknown authority", stranger.issue(), URLErrorServerCertificateHasUnknownRoot},
     };
-    URLSessionConfiguration configuration;
-    configuration.certificateAuthorityPEM = authority.certificatePEM();
-    const auto probe = SessionProbe::make(configuration);
+    const auto probe = SessionProbe::trusting(authority.certificatePEM());
     const auto plain = SessionProbe::make();
     for (const auto& each : cases) {
         std::atomic<int> requests{0};

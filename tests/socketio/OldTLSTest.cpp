@@ -43,9 +43,7 @@ std::string liveOutcome(const ScriptedServer& server, const std::string& authori
 std::string outcomes() {
     const CertificateAuthority authority;
     const auto& pem = authority.certificatePEM();
-    URLSessionConfiguration trusting;
-    trusting.certificateAuthorityPEM = pem;
-    const auto probe = SessionProbe::make(trusting);
+    const auto probe = SessionProbe::trusting(pem);
     std::string all;
     for (const bool isOld : {true, false}) {
         auto identity = authority.issue();

@@ -11,6 +11,7 @@
 #include "VexIMLib/internal/Platform/DeviceInfo.h"
 #include "VexIMLib/internal/Platform/InputStream.h"
 #include "VexIMLib/internal/Platform/URLRequest.h"
+#include "VexIMLib/internal/Trust/Trust.h"
 
 namespace {
 
@@ -57,6 +58,12 @@ std::optional<std::string> VXIMRequest::baseUrl() const {
     auto configuration = vxim_configuration.get();
     if (!configuration || !configuration->socketURL()) return std::nullopt;
     return configuration->socketURL()->absoluteString();
+}
+
+vexim::TrustChoice VXIMRequest::trust() const {
+    auto configuration = vxim_configuration.get();
+    return configuration ? vexim::TrustChoice::of(std::as_const(*configuration).dictionary())
+                         : vexim::TrustChoice::of(vexim::TrustOptions{});
 }
 
 std::optional<std::string> VXIMRequest::composeQueryString(const vexim::Value& params) const {
@@ -119,6 +126,7 @@ vexim::Dictionary VXIMRequest::buildHeaders() {
 vexim::URLRequest VXIMRequest::urlRequest() {
     vexim::URLRequest request;
     request.url = composeURLWithPath(path_, queryParams_ ? vexim::Value(*queryParams_) : nullptr);
+    request.trust = trust();
     request.method = method_;
     request.shouldHandleCookies = false;
     const auto headers = buildHeaders();

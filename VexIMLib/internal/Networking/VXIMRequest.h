@@ -18,6 +18,7 @@ namespace vexim {
 class InputStream;
 class OperationQueue;
 class OutputStream;
+struct TrustChoice;
 struct URLRequest;
 class URLSessionTask;
 }  // namespace vexim
@@ -98,6 +99,8 @@ public:
 
     /// The shared configuration's origin; nullopt when there is none.
     std::optional<std::string> baseUrl() const;
+    /// Who decides about the certificate of every host that the request goes to: the shared configuration's options.
+    vexim::TrustChoice trust() const;
     /// "key=value&…" in the dictionary's order: keys as they are, values with the platform's legacy escaping, which leaves
     /// `&`, `=`, `+` and the like alone. nullopt for what is no dictionary.
     /// A value that is no string raises NSInvalidArgumentException: convert it first.

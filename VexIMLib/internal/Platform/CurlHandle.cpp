@@ -1,13 +1,11 @@
 #include "VexIMLib/internal/Platform/CurlHandle.h"
 
-#include <algorithm>
 #include <new>
 #include <utility>
 #include <vector>
 
 #include "VexIMLib/internal/Platform/CurlMulti.h"
 #include "VexIMLib/internal/Platform/NetworkThreadAsio.h"
-#include "VexIMLib/internal/Platform/URLSession.h"
 
 namespace vexim {
 namespace {
@@ -23,11 +21,6 @@ std::vector<std::unique_ptr<CurlHandle>>& spares() {
     return *handles;
 }
 
-bool sameAuthorities(const URLSessionConfiguration& a, const URLSessionConfiguration& b) {
-    return &a == &b ||
-           (a.certificateAuthorityPEM == b.certificateAuthorityPEM && a.certificateAuthorityFile == b.certificateAuthorityFile);
-}
-
 }  // namespace
 
 CurlMulti& CurlHandle::multi() {
@@ -40,12 +33,9 @@ CurlMulti& CurlHandle::multiForUploads() {
     return *multi;
 }
 
-std::unique_ptr<CurlHandle> CurlHandle::take(std::shared_ptr<const URLSessionConfiguration> configuration) {
+std::unique_ptr<CurlHandle> CurlHandle::take() {
     auto& handles = spares();
-    const auto found = std::find_if(handles.rbegin(), handles.rend(),
-                                    [&](const auto& handle) { return sameAuthorities(*handle->configuration_, *configuration); });
-    if (found != handles.rend()) {
-        std::swap(*found, handles.back());
+    if (!handles.empty()) {
         auto handle = std::move(handles.back());
         handles.pop_back();
         handle->errorText_[0] = '\0';
@@ -53,16 +43,14 @@ std::unique_ptr<CurlHandle> CurlHandle::take(std::shared_ptr<const URLSessionCon
     }
     CURL* const easy = curl_easy_init();
     if (!easy) throw std::bad_alloc();
-    return std::make_unique<CurlHandle>(easy, std::move(configuration));
+    return std::make_unique<CurlHandle>(easy);
 }
 
 void CurlHandle::giveBack(std::unique_ptr<CurlHandle> handle) {
     if (spares().size() < kMostSpares) spares().push_back(std::move(handle));
 }
 
-CurlHandle::CurlHandle(CURL* easy, std::shared_ptr<const URLSessionConfiguration> configuration)
-    : easy_(easy),
-      configuration_(std::move(configuration)) {
+CurlHandle::CurlHandle(CURL* easy) : easy_(easy) {
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, errorText_);
     curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
@@ -71,17 +59,6 @@ CurlHandle::CurlHandle(CURL* easy, std::shared_ptr<const URLSessionConfiguration
     curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // a name lookup that hangs is left behind
     curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
-    if (const auto& pem = configuration_->certificateAuthorityPEM; !pem.empty()) {
-        curl_blob blob{const_cast<char*>(pem.data()), pem.size(), CURL_BLOB_NOCOPY};  // the configuration outlives the handle
-        curl_easy_setopt(easy_, CURLOPT_CAINFO_BLOB, &blob);
-        curl_easy_setopt(easy_, CURLOPT_CAINFO, nullptr);
-        curl_easy_setopt(easy_, CURLOPT_CAPATH, nullptr);
-    } else if (const auto& file = configuration_->certificateAuthorityFile; !file.empty()) {
-        curl_easy_setopt(easy_, CURLOPT_CAINFO, file.c_str());
-        curl_easy_setopt(easy_, CURLOPT_CAPATH, nullptr);
-    }
 }
 
 CurlHandle::~CurlHandle() { curl_easy_cleanup(easy_); }

@@ -5,17 +5,18 @@
 #include <memory>
 #include <string_view>
 
+#include "VexIMLib/internal/Platform/CurlTrust.h"
+
 namespace vexim {
 
 class CurlMulti;
-struct URLSessionConfiguration;
 
 /// An easy handle with everything set that no request changes. Handles are kept and used again: making and setting one up costs
 /// as much as a short transfer. Network thread only.
 class CurlHandle {
 public:
-    /// A spare one with these certificate authorities, or a new one.
-    static std::unique_ptr<CurlHandle> take(std::shared_ptr<const URLSessionConfiguration> configuration);
+    /// A spare one, or a new one.
+    static std::unique_ptr<CurlHandle> take();
     /// Not part of a multi any more.
     static void giveBack(std::unique_ptr<CurlHandle> handle);
 
@@ -23,18 +24,21 @@ public:
     static CurlMulti& multi();
     static CurlMulti& multiForUploads();
 
-    CurlHandle(CURL* easy, std::shared_ptr<const URLSessionConfiguration> configuration);
+    explicit CurlHandle(CURL* easy);
     CurlHandle(const CurlHandle&) = delete;
     CurlHandle& operator=(const CurlHandle&) = delete;
     ~CurlHandle();
 
     CURL* easy() const noexcept { return easy_; }
+    /// Who decides about certificates; to be told before each transfer.
+    CurlTrust& trust() noexcept { return trust_; }
+    const CurlTrust& trust() const noexcept { return trust_; }
     /// What libcurl said about the failure of the last transfer.
     std::string_view errorText(CURLcode result) const;
 
 private:
     CURL* const easy_;
-    const std::shared_ptr<const URLSessionConfiguration> configuration_;
+    CurlTrust trust_;
     char errorText_[CURL_ERROR_SIZE] = {};
 };
 

@@ -12,7 +12,6 @@
 #include "VexIMLib/internal/Platform/HostResolver.h"
 #include "VexIMLib/internal/Platform/NetworkThread.h"
 #include "VexIMLib/internal/Platform/URLErrors.h"
-#include "VexIMLib/internal/Platform/URLSession.h"
 
 namespace vexim {
 namespace {
@@ -44,7 +43,7 @@ std::optional<std::uint64_t> announcedBodyLength(const URLRequest& request) {
 
 class HTTPExchange::Impl final : public CurlMulti::Exchange {
 public:
-    Impl(Handler& handler, std::shared_ptr<const URLRequest> request, std::shared_ptr<const URLSessionConfiguration> configuration);
+    Impl(Handler& handler, std::shared_ptr<const URLRequest> request, std::shared_ptr<const Trust> trust);
     ~Impl() override;
 
     void transferEnded(CURLcode result) override;
@@ -105,13 +104,13 @@ private:
     ErrorPtr failure_;  // found by a callback that then stopped the transfer
 };
 
-HTTPExchange::Impl::Impl(Handler& handler, std::shared_ptr<const URLRequest> request,
-                         std::shared_ptr<const URLSessionConfiguration> configuration)
+HTTPExchange::Impl::Impl(Handler& handler, std::shared_ptr<const URLRequest> request, std::shared_ptr<const Trust> trust)
     : handler_(handler),
       request_(std::move(request)),
       // Two pools, because libcurl would put a request that wants HTTP/1.1 onto an idle HTTP/2 connection.
       multi_(isLongUpload(*request_) ? CurlHandle::multiForUploads() : CurlHandle::multi()),
-      handle_(CurlHandle::take(std::move(configuration))) {
+      handle_(CurlHandle::take()) {
+    handle_->trust().apply(easy(), std::move(trust), request_->url->host());
     describeRequest();
     describeHeaders();
     describeBody();
@@ -352,9 +351,11 @@ ErrorPtr HTTPExchange::Impl::describeFailure(CURLcode result) const {
         // libcurl's word for a line of the head that is longer than it keeps.
         return makeURLError(URLErrorCannotParseResponse, request_->url, "a field of the answer is too long");
     }
-    long verifyResult = 0;
-    curl_easy_getinfo(easy(), CURLINFO_SSL_VERIFYRESULT, &verifyResult);
-    return makeURLError(urlErrorCodeForTransferResult(result, verifyResult), request_->url, handle_->errorText(result));
+    const auto text = handle_->errorText(result);
+    if (const auto fault = handle_->trust().fault(easy(), result, text)) {
+        return makeTrustError(fault->code, request_->url, fault->words);
+    }
+    return makeURLError(urlErrorCodeForTransferResult(result), request_->url, text);
 }
 
 void HTTPExchange::Impl::transferEnded(CURLcode result) {
@@ -366,9 +367,8 @@ void HTTPExchange::Impl::transferEnded(CURLcode result) {
     handler_.exchangeEnded(std::move(error));  // may destroy this
 }
 
-HTTPExchange::HTTPExchange(Handler& handler, std::shared_ptr<const URLRequest> request,
-                           std::shared_ptr<const URLSessionConfiguration> configuration)
-    : impl_(std::make_unique<Impl>(handler, std::move(request), std::move(configuration))) {}
+HTTPExchange::HTTPExchange(Handler& handler, std::shared_ptr<const URLRequest> request, std::shared_ptr<const Trust> trust)
+    : impl_(std::make_unique<Impl>(handler, std::move(request), std::move(trust))) {}
 
 HTTPExchange::~HTTPExchange() = default;
 void HTTPExchange::resumeReceiving() { impl_->resumeReceiving(); }

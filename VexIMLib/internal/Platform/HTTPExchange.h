@@ -11,8 +11,6 @@
 
 namespace vexim {
 
-struct URLSessionConfiguration;
-
 /// One request and its answer on one connection, over libcurl. Follows no redirect, keeps no cookie, has no patience of its own:
 /// the owner watches `bytesMoved` and gives up by destroying it. Network thread only.
 class HTTPExchange {
@@ -35,9 +33,9 @@ public:
         ~Handler() = default;
     };
 
-    /// Starts it. `request` has a URL of scheme http or https.
-    HTTPExchange(Handler& handler, std::shared_ptr<const URLRequest> request,
-                 std::shared_ptr<const URLSessionConfiguration> configuration);
+    /// Starts it. `request` has a URL of scheme http or https; `trust` may be nullptr for http only, and takes the place of the
+    /// request's own.
+    HTTPExchange(Handler& handler, std::shared_ptr<const URLRequest> request, std::shared_ptr<const Trust> trust);
     HTTPExchange(const HTTPExchange&) = delete;
     HTTPExchange& operator=(const HTTPExchange&) = delete;
     ~HTTPExchange();  // cuts it off if it still runs; nothing is called any more

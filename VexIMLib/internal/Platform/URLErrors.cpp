@@ -1,7 +1,6 @@
 #include "VexIMLib/internal/Platform/URLErrors.h"
 
 #include <curl/curl.h>
-#include <openssl/x509_vfy.h>
 
 #include "VexIMLib/Foundation/Dictionary.h"
 
@@ -52,15 +51,27 @@ std::string failingURLText(const URL& url, FailingQuery query) {
            (url.query() ? "?" + (keepsQuery ? *url.query() : "redacted") : "");
 }
 
-ErrorPtr makeURLError(std::int64_t code, const std::optional<URL>& url, std::string_view detail) {
+namespace {
+
+ErrorPtr describedError(std::int64_t code, std::string_view description, const std::optional<URL>& url, std::string_view detail) {
     Dictionary info;
-    info.set(kLocalizedDescriptionKey, urlErrorDescription(code));
+    info.set(kLocalizedDescriptionKey, description);
     if (url) info.set(kFailingURLKey, failingURLText(*url));
     if (!detail.empty()) info.set("NSDebugDescription", detail);
     return Error::make(kURLErrorDomain, code, std::move(info));
 }
 
-std::int64_t urlErrorCodeForTransferResult(int result, long verifyResult) noexcept {
+}  // namespace
+
+ErrorPtr makeURLError(std::int64_t code, const std::optional<URL>& url, std::string_view detail) {
+    return describedError(code, urlErrorDescription(code), url, detail);
+}
+
+ErrorPtr makeTrustError(std::int64_t code, const std::optional<URL>& url, std::string_view words) {
+    return describedError(code, words, url, {});
+}
+
+std::int64_t urlErrorCodeForTransferResult(int result) noexcept {
     switch (result) {
         case CURLE_URL_MALFORMAT: return URLErrorBadURL;
         case CURLE_COULDNT_RESOLVE_HOST:
@@ -81,20 +92,7 @@ std::int64_t urlErrorCodeForTransferResult(int result, long verifyResult) noexce
         case CURLE_RECV_ERROR:
         case CURLE_HTTP2:
         case CURLE_HTTP2_STREAM: return URLErrorNetworkConnectionLost;
-        case CURLE_PEER_FAILED_VERIFICATION:
-            switch (verifyResult) {
-                case X509_V_ERR_CERT_HAS_EXPIRED: return URLErrorServerCertificateHasBadDate;
-                case X509_V_ERR_CERT_NOT_YET_VALID: return URLErrorServerCertificateNotYetValid;
-                case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
-                case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
-                case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
-                case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
-                case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE: return URLErrorServerCertificateHasUnknownRoot;
-                default: return URLErrorServerCertificateUntrusted;
-            }
-        case CURLE_SSL_CONNECT_ERROR:
         case CURLE_SSL_CIPHER:
-        case CURLE_SSL_CERTPROBLEM:
         case CURLE_SSL_CACERT_BADFILE:
         case CURLE_SSL_ENGINE_INITFAILED:
         case CURLE_SSL_INVALIDCERTSTATUS: return URLErrorSecureConnectionFailed;

@@ -23,8 +23,10 @@ std::string failingURLText(const URL& url, FailingQuery query = FailingQuery::Re
 /// "NSDebugDescription".
 ErrorPtr makeURLError(std::int64_t code, const std::optional<URL>& url = std::nullopt, std::string_view detail = {});
 
-/// The URL loading code for a result of the transfer library (a CURLcode); `verifyResult` is what the TLS library said about the
-/// certificate (0 when nothing).
-std::int64_t urlErrorCodeForTransferResult(int result, long verifyResult) noexcept;
+/// The same for what TLS found, with `words` as its description: the live connection says the same.
+ErrorPtr makeTrustError(std::int64_t code, const std::optional<URL>& url, std::string_view words);
+
+/// The URL loading code for a result of the transfer library (a CURLcode). What a trust decides has its code from there.
+std::int64_t urlErrorCodeForTransferResult(int result) noexcept;
 
 }  // namespace vexim

@@ -28,6 +28,11 @@ bool sameOrigin(const URL& a, const URL& b) {
     return a.scheme() == b.scheme() && a.host() == b.host() && a.portOrDefault() == b.portOrDefault();
 }
 
+TrustChoice trustFor(const URLRequest& request) {
+    const bool isChosen = request.trust.trust || !request.trust.fault.empty();
+    return isChosen ? request.trust : TrustChoice::of(TrustOptions{});
+}
+
 }  // namespace
 
 std::optional<URLRequest> redirectedRequest(const URLRequest& request, const HTTPURLResponse& response) {
@@ -142,6 +147,7 @@ private:
 URLLoad::URLLoad(std::shared_ptr<const URLRequest> request, std::shared_ptr<const URLSessionConfiguration> configuration,
                  std::shared_ptr<OperationQueue> delegateQueue)
     : configuration_(std::move(configuration)),
+      trust_(trustFor(*request)),
       delegateQueue_(std::move(delegateQueue)),
       request_(std::move(request)) {}
 
@@ -190,6 +196,9 @@ ErrorPtr URLLoad::refusal() const {
     if (!url || (url->scheme().empty() && url->host().empty())) return makeURLError(URLErrorBadURL, url);
     if (url->scheme() != "http" && url->scheme() != "https") return makeURLError(URLErrorUnsupportedURL, url);
     if (url->host().empty()) return makeURLError(URLErrorBadURL, url);
+    if (auto fault = trust_.hindrance(url->scheme() == "https"); !fault.empty()) {
+        return makeTrustError(URLErrorSecureConnectionFailed, url, fault);
+    }
     if (!isHeaderName(request_->method)) return makeURLError(URLErrorBadURL, url, "the method is no token");
     return nullptr;
 }
@@ -217,7 +226,7 @@ void URLLoad::startHop() {
     sent_ = sentReported_ = 0;
     nextSentReport_ = {};
     HTTPExchange::Handler& handler = *this;
-    exchange_ = std::make_unique<HTTPExchange>(handler, request_, configuration_);
+    exchange_ = std::make_unique<HTTPExchange>(handler, request_, trust_.trust);
     LoadRunner::shared().lookAt(nextLook());
 }
 

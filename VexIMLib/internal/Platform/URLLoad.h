@@ -97,6 +97,7 @@ private:
     TimePoint nextLook() const;
 
     const std::shared_ptr<const URLSessionConfiguration> configuration_;
+    const TrustChoice trust_;  // the first request's, for every hop
     const std::shared_ptr<OperationQueue> delegateQueue_;
     std::atomic<bool> streamed_{false};
     std::atomic<std::int64_t> unconsumed_{0};  // bytes handed over and not yet consumed

@@ -9,6 +9,7 @@
 #include "VexIMLib/Foundation/URL.h"
 #include "VexIMLib/internal/Platform/HTTPHeaderFields.h"
 #include "VexIMLib/internal/Platform/InputStream.h"
+#include "VexIMLib/internal/Trust/Trust.h"
 
 namespace vexim {
 
@@ -31,6 +32,9 @@ struct URLRequest {
     bool shouldHandleCookies = false;
     /// Whether to ask for a compressed answer. Downloads ask for none, or their progress could not be told.
     bool acceptsCompression = true;
+    /// Who decides about the server's certificate, and those of all it redirects to; nobody: the system's authorities. With a
+    /// fault the task fails with -1200 before anything is sent.
+    TrustChoice trust;
 };
 
 }  // namespace vexim

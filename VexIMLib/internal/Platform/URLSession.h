@@ -23,9 +23,6 @@ struct URLSessionConfiguration {
     std::int64_t maximumAnswerBytes = 64 * 1024 * 1024;
     /// How long a task may take altogether before it fails with -1001.
     std::chrono::seconds timeoutForResource{7 * 24 * 3600};
-    // Certificates are always verified, chain and host. Where the authorities come from, if not from the system:
-    std::string certificateAuthorityFile;  ///< path of a PEM file
-    std::string certificateAuthorityPEM;   ///< PEM text; wins over the file
 };
 
 enum class URLSessionResponseDisposition { Cancel = 0, Allow = 1 };

@@ -1,7 +1,6 @@
 #include "VexIMLib/internal/SocketIO/PollingTransport.h"
 
 #include <curl/curl.h>
-#include <openssl/x509_vfy.h>
 #include <strings.h>
 
 #include <array>
@@ -11,6 +10,7 @@
 
 #include "VexIMLib/internal/Platform/CurlHeaderList.h"
 #include "VexIMLib/internal/Platform/CurlMulti.h"
+#include "VexIMLib/internal/Platform/CurlTrust.h"
 #include "VexIMLib/internal/Platform/NetworkThreadAsio.h"
 #include "VexIMLib/internal/SocketIO/BoundedAppend.h"
 
@@ -47,13 +47,13 @@ private:
     static std::size_t onRead(char* into, std::size_t size, std::size_t count, void* self);
     static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
     static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
-    static CURLcode onContext(CURL* easy, void* context, void* self);
     void transferEnded(CURLcode result) override;
 
     LivePolling& owner_;
     CurlMulti& multi_;
     const TransportOptions& options_;
     CURL* const easy_ = curl_easy_init();
+    CurlTrust trust_;
     CurlHeaderList headers_;
     std::array<char, CURL_ERROR_SIZE> description_{};
     std::string body_;
@@ -141,30 +141,7 @@ Request::Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& o
         }
     }
     curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYPEER, 1L);
-    curl_easy_setopt(easy_, CURLOPT_SSL_VERIFYHOST, 2L);
-    // libcurl takes a connection over only for the same authorities and pins.
-    const TlsOptions& tls = options_.tls;
-    if (!tls.authorityPEM.empty() || !tls.authorityFile.empty()) curl_easy_setopt(easy_, CURLOPT_CAPATH, nullptr);
-    if (!tls.authorityPEM.empty()) {
-        curl_blob authorities{const_cast<char*>(tls.authorityPEM.data()), tls.authorityPEM.size(), CURL_BLOB_COPY};
-        curl_easy_setopt(easy_, CURLOPT_CAINFO_BLOB, &authorities);
-    } else if (!tls.authorityFile.empty()) {
-        curl_easy_setopt(easy_, CURLOPT_CAINFO, tls.authorityFile.c_str());
-    }
-    if (!tls.pins.empty()) {
-        std::string pins;
-        for (const auto& pin : tls.pins) pins += (pins.empty() ? "sha256//" : ";sha256//") + pin;
-        curl_easy_setopt(easy_, CURLOPT_PINNEDPUBLICKEY, pins.c_str());
-    }
-    if (tls.acceptSelfSigned) {
-        // It cannot compare what our hook does, so such a connection serves one request.
-        curl_easy_setopt(easy_, CURLOPT_SSL_CTX_FUNCTION, &Request::onContext);
-        curl_easy_setopt(easy_, CURLOPT_SSL_CTX_DATA, this);
-        curl_easy_setopt(easy_, CURLOPT_CA_CACHE_TIMEOUT, 0L);
-        curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, 1L);
-        curl_easy_setopt(easy_, CURLOPT_FORBID_REUSE, 1L);
-    }
+    trust_.apply(easy_, options_.trust.trust, options_.endpoint.host);
 }
 
 Request::~Request() {
@@ -235,11 +212,6 @@ std::size_t Request::onHeader(char* bytes, std::size_t size, std::size_t count, 
     return size * count;
 }
 
-CURLcode Request::onContext(CURL*, void* context, void* self) {
-    const auto& tls = static_cast<Request*>(self)->options_.tls;
-    return applyTlsOptions(static_cast<ssl_ctx_st*>(context), tls) ? CURLE_OK : CURLE_SSL_CACERT_BADFILE;
-}
-
 int Request::status() const {
     long status = 0;
     curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
@@ -250,12 +222,7 @@ std::string Request::fault(CURLcode result) const {
     long proxyStatus = 0;
     curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
     if (proxyStatus >= 300) return proxyRefusal(static_cast<int>(proxyStatus));
-    if (result == CURLE_PEER_FAILED_VERIFICATION) {
-        // libcurl would quote the certificate, whose maker is a stranger and may write what he likes, lines of a log among it.
-        long verified = X509_V_OK;
-        curl_easy_getinfo(easy_, CURLINFO_SSL_VERIFYRESULT, &verified);
-        return certificateFault(verified == X509_V_OK ? X509_V_ERR_HOSTNAME_MISMATCH : verified);
-    }
+    if (const auto fault = trust_.fault(easy_, result, description_.data())) return fault->words;
     return description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
 }
 

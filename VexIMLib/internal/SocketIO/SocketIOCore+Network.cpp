@@ -58,8 +58,9 @@ void SocketIOCore::linkDidTrip(const SessionEvent& what) {
 void SocketIOCore::startLink(Epoch epoch) {
     SessionConfig session = options_.session;
     TransportOptions transport = options_.transport;
-    const char* hindrance = nullptr;
+    std::string hindrance;
     if (endpoint_) {
+        hindrance = transport.trust.hindrance(endpoint_->isSecure);
         transport.endpoint = *endpoint_;
         transport.proxy = proxyFor(endpoint_->isSecure, endpoint_->host, endpoint_->port);
         if (transport.proxy && transport.proxy->host.empty())
@@ -72,13 +73,13 @@ void SocketIOCore::startLink(Epoch epoch) {
         if (epoch != epoch_) return;
         session.nsp = nsp_;
         session.nspQuery = nspQuery_;
-        if (hindrance) {
+        if (!hindrance.empty()) {
             ++epoch_;
             status_ = SocketIOStatusDisconnected;
             pushEvent("error", {hindrance});
         }
     }
-    if (hindrance) return note("ended", {{"cause", "connect failed"}, {"joined", false}, {"reason", hindrance}});
+    if (!hindrance.empty()) return note("ended", {{"cause", "connect failed"}, {"joined", false}, {"reason", hindrance}});
     if (preferWebSocket_ && session.transports == TransportChoice::PollingThenWebSocket) {
         session.transports = TransportChoice::WebSocketThenPolling;
     }

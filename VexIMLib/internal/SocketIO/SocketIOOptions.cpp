@@ -50,14 +50,8 @@ Reader seconds(double least, std::function<void(Reading&, milliseconds)> store) 
     };
 }
 
-Reader text(std::function<void(Reading&, std::string)> store) {
-    return [store = std::move(store)](const Value& value, Reading& reading) {
-        auto string = value.asString();
-        if (!string) return false;
-        store(reading, std::move(*string));
-        return true;
-    };
-}
+/// One that is read with the others of its kind, and whose faults end the connection.
+bool readByTrust(const Value&, Reading&) { return true; }
 
 bool readConnectParams(const Value& value, Reading& reading) {
     if (!value.isDictionary()) return false;
@@ -96,13 +90,6 @@ bool readTransports(const Value& value, Reading& reading) {
     return false;
 }
 
-bool readPins(const Value& value, Reading& reading) {
-    const Array* pins = value.asArray();
-    if (!pins || pins->strings().size() != pins->size()) return false;
-    reading.options.transport.tls.pins = pins->strings();
-    return true;
-}
-
 bool readPath(const Value& value, Reading& reading) {
     auto path = value.asString();
     if (!path || path->empty() || !URL::parse("http://host" + (path->starts_with('/') ? *path : "/" + *path))) return false;
@@ -119,7 +106,7 @@ const std::unordered_map<std::string_view, Reader>& readers() {
         {"forceWebsockets", boolean([](Reading& r, bool on) { r.forcesWebSockets = on; })},
         {"log", boolean([](Reading& r, bool on) { r.options.log = on; })},
         {"secure", boolean([](Reading& r, bool on) { r.options.secure = on; })},
-        {"selfSigned", boolean([](Reading& r, bool on) { r.options.transport.tls.acceptSelfSigned = on; })},
+        {"selfSigned", boolean([](Reading&, bool) {})},
         {"compress", boolean([](Reading& r, bool on) { r.options.transport.offerDeflate = on; })},
         {"reconnects", boolean([](Reading& r, bool on) { r.options.reconnect.enabled = on; })},
         {"reconnectAttempts", integer([](Reading& r, std::int64_t count) {
@@ -146,9 +133,9 @@ const std::unordered_map<std::string_view, Reader>& readers() {
              r.options.session.revision = static_cast<EngineRevision>(revision);
              return true;
          })},
-        {"caFile", text([](Reading& r, std::string path) { r.options.transport.tls.authorityFile = std::move(path); })},
-        {"caPEM", text([](Reading& r, std::string pem) { r.options.transport.tls.authorityPEM = std::move(pem); })},
-        {"pinnedKeys", readPins},
+        {"caFile", readByTrust},
+        {"caPEM", readByTrust},
+        {"pinnedKeys", readByTrust},
         {"extraHeaders", readHeaders},
         {"connectParams", readConnectParams},
         {"transports", readTransports},
@@ -179,6 +166,7 @@ ParsedOptions parseSocketIOOptions(const Dictionary& dictionary) {
     auto& options = reading.options;
     if (reading.forcesPolling) options.session.transports = TransportChoice::PollingOnly;
     if (reading.forcesWebSockets) options.session.transports = TransportChoice::WebSocketOnly;  // wins over the other
+    options.transport.trust = TrustChoice::of(dictionary);
     options.reconnect.longestWait = std::max(options.reconnect.longestWait, options.reconnect.firstWait);
     return {std::move(options), std::move(complaints)};
 }

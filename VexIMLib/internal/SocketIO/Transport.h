@@ -9,7 +9,7 @@
 #include "VexIMLib/internal/SocketIO/EngineSession.h"
 #include "VexIMLib/internal/SocketIO/HeaderList.h"
 #include "VexIMLib/internal/SocketIO/Proxy.h"
-#include "VexIMLib/internal/SocketIO/Tls.h"
+#include "VexIMLib/internal/Trust/Trust.h"
 
 namespace vexim {
 
@@ -31,7 +31,7 @@ struct Endpoint {
 /// What transports need besides the target of each request.
 struct TransportOptions {
     Endpoint endpoint;
-    TlsOptions tls;
+    TrustChoice trust;
     std::optional<ProxyServer> proxy;
     HeaderList headers;  // the application's
     std::size_t maxMessageBytes = std::size_t{16} << 20;

@@ -14,6 +14,8 @@
 
 #include "VexIMLib/internal/Platform/NetworkThreadAsio.h"
 #include "VexIMLib/internal/SocketIO/WebSocketStream.h"
+#include "VexIMLib/internal/Trust/CertificateFault.h"
+#include "VexIMLib/internal/Trust/TlsSession.h"
 
 namespace vexim {
 namespace {
@@ -167,8 +169,8 @@ void LiveWebSocket::didConnect() {
 void LiveWebSocket::didReachServer() {
     if (!options_.endpoint.isSecure) return startHandshake();
     stage_ = Stage::Securing;
-    tls_ = TlsSession::create(options_.tls, options_.endpoint.host);
-    if (!tls_) return fail(event::WebSocketFailed::Stage::Tls, "The certificate authorities cannot be read.");
+    tls_ = TlsSession::create(options_.trust.trust, options_.endpoint.host);
+    if (!tls_) return fail(event::WebSocketFailed::Stage::Tls, impossibleHost(options_.endpoint.host).words);
     if (tls_->start() != TlsSession::Status::Open) return fail(event::WebSocketFailed::Stage::Tls, tls_->fault());
     flush();
 }

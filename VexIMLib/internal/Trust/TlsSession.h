@@ -2,42 +2,25 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
+
+#include "VexIMLib/internal/Trust/Trust.h"
 
 // OpenSSL's, which only sources include.
 struct ssl_st;
-struct ssl_ctx_st;
 
 namespace vexim {
-
-/// Whom to trust. Chain, validity and host name are always verified.
-struct TlsOptions {
-    std::string authorityFile;      // PEM; empty: the system's authorities
-    std::string authorityPEM;       // PEM text; wins over the file
-    std::vector<std::string> pins;  // base64 of the SHA-256 of acceptable leaf keys (SPKI, RFC 7469); empty: any
-    bool acceptSelfSigned = false;  // a certificate that is its own only issuer; everything else still holds
-
-    friend bool operator==(const TlsOptions&, const TlsOptions&) = default;
-};
-
-/// Prepares a context for these options; false when the authorities cannot be read. Used for WebSockets and, through
-/// libcurl's hook, for polling, so that both judge alike.
-bool applyTlsOptions(ssl_ctx_st* context, const TlsOptions& options);
-
-/// What is wrong with a certificate, in words: `verified` is OpenSSL's verdict.
-std::string certificateFault(long verified);
 
 /// One TLS connection in memory: what comes from the peer goes in, plain bytes come out, and the other way round.
 class TlsSession {
 public:
     enum class Status : std::uint8_t { Open, Closed, Failed };
 
-    /// `host` is what the certificate must be for: a name (also sent as SNI) or a numeric address. nullptr when the
-    /// authorities cannot be read.
-    static std::unique_ptr<TlsSession> create(const TlsOptions& options, const std::string& host);
+    /// `host` is what the certificate must be for: a name (also sent as SNI) or a numeric address. nullptr when it can be
+    /// neither.
+    static std::unique_ptr<TlsSession> create(std::shared_ptr<const Trust> trust, std::string host);
     TlsSession(const TlsSession&) = delete;
     TlsSession& operator=(const TlsSession&) = delete;
     ~TlsSession();
@@ -57,12 +40,17 @@ public:
     const std::string& fault() const noexcept { return fault_; }
 
 private:
-    explicit TlsSession(ssl_st* ssl) : ssl_(ssl) {}
+    TlsSession(std::shared_ptr<const Trust> trust, ssl_st* ssl, std::string host)
+        : trust_(std::move(trust)),
+          ssl_(ssl),
+          host_(std::move(host)) {}
     Status advance();
     Status fail();
     void collectOutput();
 
-    ssl_st* ssl_;
+    const std::shared_ptr<const Trust> trust_;
+    ssl_st* const ssl_;
+    const std::string host_;
     std::string output_;
     std::string fault_;
     bool established_ = false;
