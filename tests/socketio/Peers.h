@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -24,14 +25,19 @@ inline std::string repeated(std::string_view text, int times) {
 }
 
 /// Joins are answered over either transport, and then nothing is said: the GET behind the answer hangs, as it should.
-inline ScriptedServer::Script serveEitherTransport() {
+/// `other` sees each request before, and answers it when it gives a text.
+inline ScriptedServer::Script serveEitherTransport(std::function<std::string(const WireRequest&)> other = nullptr) {
     struct Sessions {
         std::mutex mutex;
         int count = 0;
         std::set<std::string> joined;
     };
-    return [sessions = std::make_shared<Sessions>()](ScriptedServer::Connection& connection) {
+    return [sessions = std::make_shared<Sessions>(), other = std::move(other)](ScriptedServer::Connection& connection) {
         while (auto request = connection.readRequest()) {
+            if (const std::string answer = other ? other(*request) : ""; !answer.empty()) {
+                if (!connection.write(answer)) return;
+                continue;
+            }
             if (request->header("Upgrade") == "websocket") {
                 LivePeer peer(connection, std::move(request));
                 if (peer.join()) peer.waitForClose();

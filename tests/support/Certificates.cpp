@@ -10,6 +10,7 @@
 
 #include <cctype>
 #include <stdexcept>
+#include <string>
 
 namespace vexim::testing {
 namespace {
@@ -37,10 +38,10 @@ TLSIdentity toPEM(X509* certificate, EVP_PKEY* key) {
     return {drain(certificateText), drain(keyText), false};
 }
 
-void addExtension(X509* certificate, X509* issuer, int kind, const std::string& value) {
+void addExtension(X509* certificate, X509* issuer, const std::string& kind, const std::string& value) {
     X509V3_CTX context;
     X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
-    X509_EXTENSION* extension = X509V3_EXT_conf_nid(nullptr, &context, kind, value.c_str());
+    X509_EXTENSION* extension = X509V3_EXT_conf(nullptr, &context, kind.c_str(), value.c_str());
     if (!extension) throw std::runtime_error("bad certificate extension " + value);
     X509_add_ext(certificate, extension, -1);
     X509_EXTENSION_free(extension);
@@ -64,14 +65,48 @@ bool isAddress(const std::string& host) {
     return !host.empty() && (std::isdigit(static_cast<unsigned char>(host.back())) || host.find(':') != std::string::npos);
 }
 
+Key makeKey(const std::string& kind) {
+    EVP_PKEY* key = nullptr;
+    if (kind.starts_with("RSA")) {
+        key = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<std::size_t>(std::stoul(kind.substr(3))));
+    } else if (kind == "ED25519") {
+        key = EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519");
+    } else {
+        key = EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", kind.c_str());
+    }
+    if (!key) throw std::runtime_error("cannot make a key of kind " + kind);
+    return Key(key);
+}
+
+void sign(X509* certificate, EVP_PKEY* signing, const std::string& digest) {
+    const EVP_MD* const method = digest.empty() ? nullptr : EVP_get_digestbyname(digest.c_str());
+    if (!X509_sign(certificate, signing, method)) throw std::runtime_error("cannot sign a certificate over " + digest);
+}
+
+void addExactName(X509* certificate, const std::string& name) {
+    GENERAL_NAMES* const names = GENERAL_NAMES_new();
+    GENERAL_NAME* const entry = GENERAL_NAME_new();
+    ASN1_IA5STRING* const text = ASN1_IA5STRING_new();
+    ASN1_STRING_set(text, name.data(), static_cast<int>(name.size()));
+    GENERAL_NAME_set0_value(entry, GEN_DNS, text);
+    sk_GENERAL_NAME_push(names, entry);
+    X509_add1_ext_i2d(certificate, NID_subject_alt_name, names, 0, X509V3_ADD_DEFAULT);
+    GENERAL_NAMES_free(names);
+}
+
 /// Without an `issuer` the certificate is its own.
 TLSIdentity issueTo(EVP_PKEY* key, const CertificateAuthority::Options& options, X509* issuer, EVP_PKEY* signing) {
     const Certificate certificate = makeCertificate(key, options.host, options.startsIn, options.endsIn);
     X509* issuing = issuer ? issuer : certificate.get();
     X509_set_issuer_name(certificate.get(), X509_get_subject_name(issuing));
     const std::string name = (isAddress(options.host) ? "IP:" : "DNS:") + options.host;
-    if (!options.isOldForm) addExtension(certificate.get(), issuing, NID_subject_alt_name, name);
-    if (!X509_sign(certificate.get(), signing, EVP_sha256())) throw std::runtime_error("cannot sign a certificate");
+    if (!options.exactName.empty()) {
+        addExactName(certificate.get(), options.exactName);
+    } else if (!options.isOldForm) {
+        addExtension(certificate.get(), issuing, "subjectAltName", options.names.empty() ? name : options.names);
+    }
+    for (const auto& [kind, value] : options.extensions) addExtension(certificate.get(), issuing, kind, value);
+    sign(certificate.get(), signing, options.digest);
     return toPEM(certificate.get(), key);
 }
 
@@ -82,37 +117,45 @@ struct CertificateAuthority::Keys {
     Certificate certificate;
 };
 
-CertificateAuthority::CertificateAuthority(const std::string& name) : CertificateAuthority(name, nullptr) {}
+CertificateAuthority::CertificateAuthority(const std::string& name) : CertificateAuthority(name, nullptr, {}) {}
 
 CertificateAuthority::CertificateAuthority(const std::string& name, const CertificateAuthority& issuer)
-    : CertificateAuthority(name, &issuer) {}
+    : CertificateAuthority(name, &issuer, {}) {}
 
-CertificateAuthority::CertificateAuthority(const std::string& name, const CertificateAuthority* issuer)
+CertificateAuthority::CertificateAuthority(const std::string& name, const CertificateAuthority* issuer, const Options& options)
     : keys_(std::make_unique<Keys>()) {
-    keys_->key.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+    keys_->key = makeKey(options.key);
     EVP_PKEY* key = keys_->key.get();
-    keys_->certificate = makeCertificate(key, name, std::chrono::hours(-48), std::chrono::hours(48));
+    keys_->certificate = makeCertificate(key, name, options.startsIn, options.endsIn);
     X509* certificate = keys_->certificate.get();
     X509* issuing = issuer ? issuer->keys_->certificate.get() : certificate;
     X509_set_issuer_name(certificate, X509_get_subject_name(issuing));
-    addExtension(certificate, issuing, NID_basic_constraints, "critical,CA:TRUE");
-    addExtension(certificate, issuing, NID_key_usage, "critical,keyCertSign");
-    addExtension(certificate, issuing, NID_subject_key_identifier, "hash");
-    EVP_PKEY* signing = issuer ? issuer->keys_->key.get() : key;
-    if (!X509_sign(certificate, signing, EVP_sha256())) throw std::runtime_error("cannot sign the authority's certificate");
+    auto extensions = options.extensions;
+    if (extensions.empty()) {
+        extensions = {
+            {"basicConstraints", "critical,CA:TRUE"}, {"keyUsage", "critical,keyCertSign"}, {"subjectKeyIdentifier", "hash"}};
+    }
+    for (const auto& [kind, value] : extensions) addExtension(certificate, issuing, kind, value);
+    sign(certificate, issuer ? issuer->keys_->key.get() : key, options.digest);
     identity_ = toPEM(certificate, key);
 }
 
 CertificateAuthority::~CertificateAuthority() = default;
 
 TLSIdentity CertificateAuthority::issue(const Options& options) const {
-    const Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+    const Key key = makeKey(options.key);
     return issueTo(key.get(), options, keys_->certificate.get(), keys_->key.get());
 }
 
 TLSIdentity CertificateAuthority::selfSigned(const Options& options) {
-    const Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+    const Key key = makeKey(options.key);
     return issueTo(key.get(), options, nullptr, key.get());
+}
+
+TLSIdentity CertificateAuthority::forgedSelfSigned() {
+    const Key shown = makeKey("P-256");
+    const Key signing = makeKey("P-256");
+    return issueTo(shown.get(), {}, nullptr, signing.get());
 }
 
 }  // namespace vexim::testing

@@ -18,10 +18,10 @@ bool speaksOpenSSL() {
     return does;
 }
 
-/// OpenSSL's reason at the end of "error:0A00010B:SSL routines::wrong version number"; empty for other texts.
+/// OpenSSL's reason at the end of "OpenSSL/3.0: error:0A00010B:SSL routines::wrong version number"; empty for other texts.
 std::string_view reasonIn(std::string_view text) {
-    const auto colon = text.rfind(':');
-    return text.starts_with("error:") && colon != text.npos ? text.substr(colon + 1) : std::string_view{};
+    const auto beginning = text.find("error:");
+    return beginning == text.npos ? std::string_view{} : text.substr(text.rfind(':') + 1);
 }
 
 }  // namespace

@@ -119,7 +119,10 @@ ssl_st* Trust::newConnection(const std::string& host) const {
 
 int Trust::verify(x509_store_ctx_st* chain, void* self) {
     const auto& pins = static_cast<const Trust*>(self)->options_.pins;
+    // What it leaves in the queue of errors would stand before "certificate verify failed", and libcurl reads the first only.
+    ERR_set_mark();
     const int result = X509_verify_cert(chain);
+    ERR_pop_to_mark();
     if (result <= 0 || pins.empty()) return result;
     if (std::ranges::find(pins, keyDigest(X509_STORE_CTX_get0_cert(chain))) != pins.end()) return 1;
     X509_STORE_CTX_set_error(chain, X509_V_ERR_APPLICATION_VERIFICATION);

@@ -1,0 +1,177 @@
+// Where trust comes from, and what keeps one trust's connections from another.
+#include <gtest/gtest.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "VexIMLib/Foundation/Array.h"
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/internal/Trust/Trust.h"
+#include "trust/TrustFixture.h"
+
+namespace vexim::testing {
+namespace {
+
+void write(const std::filesystem::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+
+TEST_F(TrustTest, WhatIsMalformedIsRefusedAsAWholeAndSaysSo) {
+    const CertificateAuthority authority;
+    const CertificateAuthority stranger("Stranger");
+    const std::string good = authority.certificatePEM();
+    const std::string pin = pinOf(good);
+    const std::string second = stranger.certificatePEM();
+    write(folder / "key.pem", good + authority.issue().privateKeyPEM);
+    const auto pins = [&](const Value& value) { return Dictionary{{"caPEM", good}, {"pinnedKeys", value}}; };
+    const auto pem = [](const std::string& text) { return Dictionary{{"caPEM", text}}; };
+    const auto file = [](const std::string& path) { return Dictionary{{"caFile", path}}; };
+    const struct {
+        const char* why;
+        Dictionary options;
+        const char* words;
+    } rows[] = {
+        {"a pin that is too short", pins(Array{pin, "AAAA"}), "Entry 2 of option \"pinnedKeys\""},
+        {"a pin with another program's prefix", pins(Array{"sha256//" + pin}), "Entry 1 of option \"pinnedKeys\""},
+        {"a pin with a blank at its end", pins(Array{pin.substr(0, 43) + " "}), "Entry 1 of option \"pinnedKeys\""},
+        {"a pin whose last bits belong to no byte", pins(Array{std::string(42, 'A') + "B="}), "Entry 1 of option \"pinnedKeys\""},
+        {"a pin in the alphabet of URLs", pins(Array{"_" + std::string(42, 'A') + "="}), "Entry 1 of option \"pinnedKeys\""},
+        {"a digest in hexadecimal", pins(Array{std::string(64, 'a')}), "Entry 1 of option \"pinnedKeys\""},
+        {"a pin that is a number", pins(Array{pin, 5}), "Entry 2 of option \"pinnedKeys\""},
+        {"one pin outside a list", pins(pin), "Option \"pinnedKeys\" must be a list"},
+        {"no pin at all", pins(Array{}), "Option \"pinnedKeys\" must be a list"},
+        {"no text", pem(""), "Option \"caPEM\" must be a text"},
+        {"no path", file(""), "Option \"caFile\" must be a text"},
+        {"no certificate", pem("no certificate"), "option \"caPEM\" cannot be used: it must hold whole certificates"},
+        {"a second certificate that is cut off", pem(good + second.substr(0, second.size() - 40)), "whole certificates"},
+        {"a second certificate whose first line is damaged", pem(good + second.substr(1)), "whole certificates"},
+        {"a second certificate whose bytes are damaged", pem(good + std::string(second).replace(100, 4, "####")),
+         "whole certificates"},
+        {"a private key among them", file((folder / "key.pem").string()), "option \"caFile\" cannot be used: it must hold whole"},
+        {"a file that is not there", file((folder / "none.pem").string()), "option \"caFile\" cannot be used: No such file"},
+        {"a folder", file(folder.path().string()), "option \"caFile\" cannot be used: it is not a file"},
+    };
+    const ScriptedServer server(script(), authority.issue());
+    const ScriptedServer plain(script());
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.why);
+        for (const auto* each : {&server, &plain}) {
+            const auto said = outcome(each->url(""), row.options);
+            EXPECT_TRUE(said.find(row.words) != said.npos && !said.starts_with("differs")) << said;
+            EXPECT_EQ(lastCode(), URLErrorSecureConnectionFailed);
+        }
+    }
+    EXPECT_EQ(server.connectionCount() + plain.connectionCount(), 0) << "nobody is even asked";
+}
+
+TEST_F(TrustTest, ConnectionsAreNeverSharedAcrossTrusts) {
+    const CertificateAuthority authority;
+    const auto identity = CertificateAuthority::selfSigned();
+    const ScriptedServer server(script(), identity);
+    const Dictionary lax{{"selfSigned", true}};
+    const auto origin = server.url("");
+    const Dictionary strict[] = {
+        {},
+        {{"caPEM", authority.certificatePEM()}},
+        {{"selfSigned", true}, {"pinnedKeys", Array{pinOf(authority.certificatePEM())}}},
+    };
+    // After these, connections of the lax one are idle, and a TLS session could be resumed.
+    EXPECT_EQ(outcome(origin, lax), "accepted");
+    const int opened = server.connectionCount();
+    for (const auto& options : strict) {
+        const auto all = outcomes(origin, options);
+        for (const auto& [kind, said] : all) EXPECT_NE(said, "accepted") << kind;
+        EXPECT_EQ(outcome(origin, lax), "accepted");
+    }
+    EXPECT_GT(server.connectionCount(), opened);
+    // The other way round a connection of the same trust is taken up again: a GET needs none of its own.
+    Dictionary again{{"selfSigned", true}};
+    const auto same = TrustChoice::of(lax).trust;
+    EXPECT_EQ(TrustChoice::of(again).trust, same);
+    again.set("caPEM", authority.certificatePEM());
+    EXPECT_NE(TrustChoice::of(again).trust->identity(), same->identity());
+}
+
+TEST_F(TrustTest, FollowsRedirectsToOtherServers) {
+    const CertificateAuthority authority;
+    const CertificateAuthority stranger("Stranger");
+    const ScriptedServer elsewhere(script(), stranger.issue());
+    const ScriptedServer first(ScriptedServer::answering([&](const WireRequest&) {
+                                   return ScriptedServer::text(307, "", "Location: " + elsewhere.url("/x") + "\r\n");
+                               }),
+                               authority.issue());
+    const auto both = authority.certificatePEM() + stranger.certificatePEM();
+    EXPECT_EQ(outcomes(first.url(""), {{"caPEM", both}})[0].second, "accepted");
+    EXPECT_EQ(outcomes(first.url(""), {{"caPEM", authority.certificatePEM()}})[0].second,
+              "No trusted authority stands behind the server's certificate.");
+}
+
+TEST_F(TrustTest, TakesUpAnAuthorityFileThatWasReplaced) {
+    const CertificateAuthority authority;
+    const CertificateAuthority stranger("Stranger");
+    const ScriptedServer server(script(), authority.issue());
+    const auto path = folder / "ca.pem";
+    const Dictionary options{{"caFile", path.string()}};
+    write(path, stranger.certificatePEM());
+    EXPECT_EQ(outcome(server.url(""), options), "No trusted authority stands behind the server's certificate.");
+    write(folder / "new.pem", stranger.certificatePEM() + authority.certificatePEM());
+    std::filesystem::rename(folder / "new.pem", path);
+    EXPECT_EQ(outcome(server.url(""), options), "accepted");
+}
+
+TEST_F(TrustTest, TheEnvironmentNamesTheSystemsAuthoritiesForAllTraffic) {
+    const CertificateAuthority authority;
+    const ScriptedServer server(script(), authority.issue());
+    const ScriptedServer plain(script());
+    const auto file = folder / "ca.pem";
+    write(file, authority.certificatePEM());
+    // OpenSSL finds a certificate in a folder by the hash of its subject.
+    std::FILE* const stream = std::fopen(file.c_str(), "r");
+    X509* const certificate = PEM_read_X509(stream, nullptr, nullptr, nullptr);
+    std::fclose(stream);
+    char name[16];
+    std::snprintf(name, sizeof name, "%08lx.0", X509_subject_name_hash(certificate));
+    X509_free(certificate);
+    std::filesystem::create_directory(folder / "certs");
+    write(folder / "certs" / name, authority.certificatePEM());
+
+    ::unsetenv("SSL_CERT_DIR");
+    ::setenv("SSL_CERT_FILE", file.c_str(), 1);
+    EXPECT_EQ(outcome(server.url(""), {}), "accepted");
+    EXPECT_NE(outcome(server.url(""), {{"caPEM", CertificateAuthority("Other").certificatePEM()}}), "accepted")
+        << "an option takes its place";
+    ::setenv("SSL_CERT_FILE", (folder / "none.pem").c_str(), 1);
+    EXPECT_EQ(outcome(server.url(""), {}),
+              "The certificate authorities of the variable SSL_CERT_FILE cannot be used: No such file or directory.");
+    EXPECT_EQ(lastCode(), URLErrorSecureConnectionFailed);
+    EXPECT_EQ(outcome(plain.url(""), {}), "accepted") << "who speaks no TLS needs no authorities";
+    ::unsetenv("SSL_CERT_FILE");
+    ::setenv("SSL_CERT_DIR", (folder / "certs").c_str(), 1);
+    EXPECT_EQ(outcome(server.url(""), {}), "accepted");
+    ::unsetenv("SSL_CERT_DIR");
+    EXPECT_NE(outcome(server.url(""), {}), "accepted");
+}
+
+TEST_F(TrustTest, APlainUrlIsMadeSecureForTheLiveConnectionWhenAsked) {
+    const CertificateAuthority authority;
+    const ScriptedServer server(script(), authority.issue());
+    const auto all =
+        outcomes("http://127.0.0.1:" + std::to_string(server.port()), {{"secure", true}, {"caPEM", authority.certificatePEM()}});
+    EXPECT_EQ(all[3].second, "accepted");
+    EXPECT_EQ(all[4].second, "accepted");
+}
+
+TEST_F(TrustTest, ABrokenHandshakeIsTheSameToAllTraffic) {
+    const ScriptedServer plain(ScriptedServer::Script([](ScriptedServer::Connection& connection) {
+        connection.readSome();
+        connection.write("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
+    }));
+    EXPECT_EQ(outcome("https://127.0.0.1:" + std::to_string(plain.port()), {}), "TLS failed: wrong version number.");
+    EXPECT_EQ(lastCode(), URLErrorSecureConnectionFailed);
+}
+
+}  // namespace
+}  // namespace vexim::testing
