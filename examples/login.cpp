@@ -24,6 +24,13 @@ std::shared_ptr<VXIMClient> makeClient(const std::string& url) {
 }
 // [/configuration]
 
+// [trust]
+void trustOnly(VXIMClientConfiguration& configuration, const std::string& authorityFile, const std::string& pin) {
+    configuration.dictionary().set("caFile", authorityFile);          // instead of the system's authorities
+    configuration.dictionary().set("pinnedKeys", vexim::Array{pin});  // and only a server with this key
+}
+// [/trust]
+
 bool logsInByEveryWay(const std::shared_ptr<VXIMClient>& client) {
     return succeeds([&](const VXIMBooleanCompletion& done) {
                // [user_id]
@@ -90,8 +97,10 @@ bool logsOut(const std::shared_ptr<VXIMClient>& client) {
 
 }  // namespace
 
-int main(int, char** arguments) {
+// login URL [AUTHORITIES.pem PIN]
+int main(int count, char** arguments) {
     const auto client = makeClient(arguments[1]);
+    if (count == 4) trustOnly(*client->config(), arguments[2], arguments[3]);
     if (!isRefused(client)) return 1;
     giveItAMinute(client);
     return logsInByEveryWay(client) && pausesAndResumes(client) && logsOut(client) ? 0 : 1;

@@ -14,6 +14,10 @@ void Account::addOptions(CLI::App& command) {
     command.add_option("--server", server, "The service's URL")->required();
     command.add_option("--app", appId, "Application id")->capture_default_str();
     command.add_option("--key", clientKey, "Client key")->envname("VEXIM_KEY")->capture_default_str();
+    command.add_option("--ca", authorityFile, "Trust the certificate authorities in this PEM file, not the system's")
+        ->check(CLI::ExistingFile);
+    command.add_option("--pin", pins, "Accept only a server with this key: the base64 of its SHA-256; may be repeated")
+        ->allow_extra_args(false);  // what follows may be the command's own
     command.add_option("--install", installation, "Installation id of this device")->capture_default_str();
 }
 
@@ -25,6 +29,8 @@ std::shared_ptr<VXIMClient> Account::makeClient() const {
     configuration->setAppId(appId);
     configuration->setClientKey(clientKey);
     configuration->setInstallationId(installation);
+    if (authorityFile) configuration->dictionary().set("caFile", *authorityFile);
+    if (!pins.empty()) configuration->dictionary().set("pinnedKeys", vexim::Array::fromStrings(pins));
     configuration->setForceWebsockets(false);  // a network may let nothing but plain requests through
     return VXIMClient::clientWithConfiguration(configuration);
 }

@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "VexIMLib/VXIMCompletions.h"
 
@@ -15,6 +16,8 @@ struct Account {
     std::string appId = "demo-app";
     std::string clientKey = "demo-key";
     std::string installation = "vexim-terminal";
+    std::optional<std::string> authorityFile;  // the system's authorities without one
+    std::vector<std::string> pins;             // none: any key
 
     /// Options by which a command of the command line fills this.
     void addOptions(CLI::App& command);

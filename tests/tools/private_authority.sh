@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# TLS with an authority of one's own, made by the commands on the service's page: who trusts it gets through with all traffic,
+# everybody else is told why not.
+#   private_authority.sh VEXIM LOGIN SOURCES       the terminal client, the example, the repository
+set -euo pipefail
+vexim=$1 login=$2 sources=$3
+fail() { echo "FAILED: $1"; exit 1; }
+folder=$(mktemp -d "${TMPDIR:-/tmp}/vexim-authority-XXXXXX")
+trap 'rm -rf "$folder"' EXIT
+cd "$folder"
+
+# The page's own lines, but for the two that start something.
+page=$(awk '/^## /{inside = /TLS with a private authority/} inside' "$sources/service/README.md" | sed -n '/^```sh/,/^```/{/^```/!p}')
+[ "$(grep -c openssl <<< "$page")" -ge 4 ] || fail "the page has lost its commands"
+grep -v '^node \|^vexim ' <<< "$page" > commands
+printf 'echo "$pin"\n' >> commands
+pin=$(bash -euo pipefail commands 2> log | tail -1) || fail "the page's commands: $(cat log)"
+
+cat > checks <<'END'
+set -euo pipefail
+vexim=$1 login=$2 pin=$3 url=$4
+fail() { echo "FAILED: $1"; exit 1; }
+send() { timeout 60 "$vexim" send --server "$url" --user alice --friend bob "$@" hello; }
+refused() {  # WORDS COMMAND...
+    words=$1; shift
+    if said=$("$@" 2>&1); then fail "got through: $*"; fi
+    grep -qF "$words" <<< "$said" || fail "instead of \"$words\": $said"
+}
+send --ca ca.pem --pin "$pin" || fail "a message to a server that is trusted"
+"$vexim" history friend alice bob --server "$url" --ca ca.pem --pin "$pin" > /dev/null || fail "REST to a server that is trusted"
+timeout 60 "$login" "$url" ca.pem "$pin" || fail "the example"
+other=$(printf 'other' | openssl dgst -sha256 -binary | openssl base64)
+"$vexim" history friend alice bob --server "$url" --ca ca.pem --pin "$other" --pin "$pin" > /dev/null || fail "one of two pins"
+refused 'No trusted authority stands behind' "$vexim" history friend alice bob --server "$url"
+refused 'is not one of the pinned keys' "$vexim" history friend alice bob --server "$url" --ca ca.pem --pin "$other"
+refused 'is not one of the pinned keys' send --ca ca.pem --pin "$other"
+refused 'is not a pin' send --ca ca.pem --pin "${pin%?}"
+END
+"$sources/scripts/with-service" --tls server.pem server.key -- bash checks "$vexim" "$login" "$pin" URL
