@@ -1,7 +1,10 @@
 #include "VexIMLib/VXIMClientConfiguration.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "VexIMLib/Foundation/Array.h"
+#include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/Foundation/ThreadSafety.h"
 #include "VexIMLib/Foundation/Value.h"
@@ -60,6 +63,41 @@ void VXIMClientConfiguration::setSecure(bool secure) {
 void VXIMClientConfiguration::setSelfSigned(bool selfSigned) {
     selfSigned_ = selfSigned;
     dictionary().set("selfSigned", selfSigned);
+}
+
+void VXIMClientConfiguration::setCaFile(std::optional<std::string> path) {
+    setText("caFile", path);
+    caFile_ = std::move(path);
+}
+
+void VXIMClientConfiguration::setCaPEM(std::optional<std::string> text) {
+    setText("caPEM", text);
+    caPEM_ = std::move(text);
+}
+
+void VXIMClientConfiguration::setText(const char* option, const std::optional<std::string>& text) {
+    if (text && text->empty())
+        throw vexim::Exception(vexim::kInvalidArgumentException, std::string(option) + " must not be empty.");
+    dictionary().setOrRemove(option, text);
+}
+
+bool VXIMClientConfiguration::isPin(std::string_view text) noexcept {
+    // RFC 4648, section 4: 32 bytes take 44 characters, and the last two bits of the last one before the "=" are zero.
+    constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    return text.size() == 44 && text.find_first_not_of(kAlphabet) == 43 && text[43] == '=' && kAlphabet.find(text[42]) % 4 == 0;
+}
+
+void VXIMClientConfiguration::setPinnedKeys(std::vector<std::string> pins) {
+    if (!std::ranges::all_of(pins, isPin)) {
+        throw vexim::Exception(vexim::kInvalidArgumentException,
+                               "A pin is the base64 of a key's SHA-256 digest, which has 44 characters.");
+    }
+    if (pins.empty()) {
+        dictionary().remove("pinnedKeys");
+    } else {
+        dictionary().set("pinnedKeys", vexim::Array::fromStrings(pins));
+    }
+    pinnedKeys_ = std::move(pins);
 }
 
 const vexim::Class& VXIMClientConfiguration::runtimeClass() const {

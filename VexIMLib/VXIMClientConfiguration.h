@@ -4,6 +4,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/Export.h"
@@ -70,6 +72,23 @@ public:
     bool selfSigned() const noexcept { return selfSigned_; }
     void setSelfSigned(bool selfSigned);
 
+    // Whom to trust, for the live connection and for REST; docs/guide/trust.md says how certificates are judged. nullopt or an
+    // empty list takes the option away. Raises NSInvalidArgumentException for an empty text and for what is not a pin; what the
+    // dictionary gets past these is refused when it is used.
+
+    /// Option "caFile": path of a PEM file with the authorities to trust, instead of the system's.
+    const std::optional<std::string>& caFile() const noexcept { return caFile_; }
+    void setCaFile(std::optional<std::string> path);
+    /// Option "caPEM": the same as text; wins over the file.
+    const std::optional<std::string>& caPEM() const noexcept { return caPEM_; }
+    void setCaPEM(std::optional<std::string> text);
+    /// Option "pinnedKeys": the server's key must be one of these. Each is the base64 of the SHA-256 digest of a key (SPKI,
+    /// RFC 7469), which has 44 characters.
+    const std::vector<std::string>& pinnedKeys() const noexcept { return pinnedKeys_; }
+    void setPinnedKeys(std::vector<std::string> pins);
+    /// Whether `text` has the form of a pin.
+    static bool isPin(std::string_view text) noexcept;
+
     /// The options by name, to be read and written in place; a login does not change them. docs/socketio.md lists them, and
     /// docs/guide/trust.md says more about "caFile", "caPEM", "pinnedKeys" and "selfSigned", which count for REST, too.
     vexim::Dictionary& dictionary();
@@ -80,6 +99,8 @@ public:
     const vexim::Class& runtimeClass() const override;
 
 private:
+    void setText(const char* option, const std::optional<std::string>& text);
+
     std::optional<std::string> appId_;
     std::optional<std::string> clientKey_;
     std::optional<std::string> installationId_;
@@ -93,6 +114,9 @@ private:
     std::int64_t reconnectWait_ = 0;
     bool secure_ = false;
     bool selfSigned_ = false;
+    std::optional<std::string> caFile_;
+    std::optional<std::string> caPEM_;
+    std::vector<std::string> pinnedKeys_;
     std::optional<vexim::Dictionary> dictionary_;
 };
 

@@ -26,8 +26,8 @@ std::shared_ptr<VXIMClient> makeClient(const std::string& url) {
 
 // [trust]
 void trustOnly(VXIMClientConfiguration& configuration, const std::string& authorityFile, const std::string& pin) {
-    configuration.dictionary().set("caFile", authorityFile);          // instead of the system's authorities
-    configuration.dictionary().set("pinnedKeys", vexim::Array{pin});  // and only a server with this key
+    configuration.setCaFile(authorityFile);  // instead of the system's authorities
+    configuration.setPinnedKeys({pin});      // and only a server with this key
 }
 // [/trust]
 

@@ -4,7 +4,9 @@
 
 #include <string>
 
+#include "VexIMLib/Foundation/Array.h"
 #include "VexIMLib/VXIMConstants.h"
+#include "support/Raised.h"
 
 TEST(VXIMClientConfiguration, WritesAnOptionOnlyOnceItWasSet) {
     EXPECT_EQ(VXIMClientConfiguration::defaultConfiguration()->dictionary(), vexim::Dictionary({{"forceWebsockets", true}}));
@@ -29,6 +31,25 @@ TEST(VXIMClientConfiguration, WritesAnOptionOnlyOnceItWasSet) {
                                                       {"reconnectWait", 5},
                                                       {"secure", false},
                                                       {"selfSigned", true}}));
+}
+
+TEST(VXIMClientConfiguration, RefusesWhatWouldTrustTheWrongServer) {
+    const auto configuration = VXIMClientConfiguration::init();
+    const std::string pin = std::string(43, 'A') + "=";
+    configuration->setPinnedKeys({pin});
+    configuration->setCaFile("ca.pem");
+    const vexim::Dictionary expected{{"pinnedKeys", vexim::Array{pin}}, {"caFile", "ca.pem"}};
+    EXPECT_EQ(vexim::testing::raised([&] {
+                  configuration->setPinnedKeys({pin, "AAAA"});
+              }),
+              "NSInvalidArgumentException: A pin is the base64 of a key's SHA-256 digest, which has 44 characters.");
+    EXPECT_EQ(vexim::testing::raised([&] { configuration->setCaFile(""); }),
+              "NSInvalidArgumentException: caFile must not be empty.");
+    EXPECT_EQ(vexim::testing::raised([&] { configuration->setCaPEM(""); }), "NSInvalidArgumentException: caPEM must not be empty.");
+    EXPECT_EQ(configuration->dictionary(), expected) << "nothing of it was set";
+    configuration->setPinnedKeys({});
+    configuration->setCaFile(std::nullopt);
+    EXPECT_TRUE(configuration->dictionary().empty());
 }
 
 TEST(VXIMClientConfiguration, DictionaryIsTheOwnersOne) {

@@ -29,8 +29,8 @@ std::shared_ptr<VXIMClient> Account::makeClient() const {
     configuration->setAppId(appId);
     configuration->setClientKey(clientKey);
     configuration->setInstallationId(installation);
-    if (authorityFile) configuration->dictionary().set("caFile", *authorityFile);
-    if (!pins.empty()) configuration->dictionary().set("pinnedKeys", vexim::Array::fromStrings(pins));
+    configuration->setCaFile(authorityFile);
+    configuration->setPinnedKeys(pins);
     configuration->setForceWebsockets(false);  // a network may let nothing but plain requests through
     return VXIMClient::clientWithConfiguration(configuration);
 }

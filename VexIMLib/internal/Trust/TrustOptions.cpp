@@ -9,21 +9,15 @@
 
 #include "VexIMLib/Foundation/Array.h"
 #include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/VXIMClientConfiguration.h"
 
 namespace vexim {
 namespace {
 
-/// nullopt for anything but the one way in which base64 (RFC 4648, section 4) writes 32 bytes.
 std::optional<std::string> readPin(std::string_view text) {
-    constexpr std::size_t kLength = 44;
-    if (text.size() != kLength || !text.ends_with('=')) return std::nullopt;
-    unsigned char bytes[kLength];
-    unsigned char again[kLength + 1];
-    const auto* const encoded = reinterpret_cast<const unsigned char*>(text.data());
-    if (EVP_DecodeBlock(bytes, encoded, kLength) < SHA256_DIGEST_LENGTH) return std::nullopt;
-    // OpenSSL skips blanks and reads past stray bits at the end.
-    EVP_EncodeBlock(again, bytes, SHA256_DIGEST_LENGTH);
-    if (std::string_view(reinterpret_cast<const char*>(again), kLength) != text) return std::nullopt;
+    if (!VXIMClientConfiguration::isPin(text)) return std::nullopt;
+    unsigned char bytes[SHA256_DIGEST_LENGTH + 1];  // with what the padding decodes to
+    EVP_DecodeBlock(bytes, reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()));
     return std::string(reinterpret_cast<const char*>(bytes), SHA256_DIGEST_LENGTH);
 }
 
