@@ -61,6 +61,7 @@ class FakeLibrary:
 
     def receive(self, number):
         client = self.clients[number]
+        assert not client.freed
         if client.queue:
             return client.queue.popleft()
         if not client.freed:

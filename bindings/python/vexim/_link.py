@@ -157,10 +157,7 @@ class Link:
             text = library.receive(self._client)
             if text is None:
                 return
-            try:
-                self._take(json.loads(text))
-            except Exception as error:
-                self._loop.call_exception_handler({"message": "vexim: an event could not be handled", "exception": error})
+            self._take(json.loads(text))  # what raises here, the loop reports; then it comes back for the rest
 
     def _take(self, record: Any) -> None:
         kind = record.get("@type") if isinstance(record, dict) else None
