@@ -1,6 +1,6 @@
 # What `cmake --install` puts where, and the .deb packages made of it (`cpack -G DEB` in the build folder):
 #   runtime  the shared library        dev  headers, CMake package, pkg-config file, static library        tools  vexim
-#   c  the shared library of the C interface        c-dev  its header, CMake package, pkg-config file and JSON Schema
+#   c  the shared library of the C interface        c-dev  its header, CMake package, pkg-config file and JSON Schema        python  the package
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -73,7 +73,7 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_STRIP_FILES ON)
   set(CPACK_COMPONENTS_ALL runtime dev tools)
   if(TARGET VexIMLibC)
-    list(APPEND CPACK_COMPONENTS_ALL c c-dev)
+    list(APPEND CPACK_COMPONENTS_ALL c c-dev python)
   endif()
   set(CPACK_DEB_COMPONENT_INSTALL ON)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -97,5 +97,13 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_DEBIAN_C-DEV_PACKAGE_NAME libvexim-c-dev)
   set(CPACK_DEBIAN_C-DEV_PACKAGE_SECTION libdevel)
   set(CPACK_DEBIAN_C-DEV_PACKAGE_DEPENDS "libvexim-c${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+  # The same for every kind of processor; it compiles to bytecode as Debian's own packages do.
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-vexim)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.11), libvexim-c${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+    "${PROJECT_SOURCE_DIR}/bindings/python/debian/postinst;${PROJECT_SOURCE_DIR}/bindings/python/debian/prerm")
   include(CPack)
 endif()
