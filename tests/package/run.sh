@@ -9,7 +9,7 @@ consumer=$source/tests/package/consumer
 
 flags=()
 if [ -n "$sanitizers" ]; then flags=("-fsanitize=$sanitizers"); fi
-rm -rf "$work/prefix" "$work"/static* "$work"/shared*
+rm -rf "$work/prefix" "$work"/static* "$work"/shared* "$work"/venv "$work"/vexim-*.whl
 mkdir -p "$work"
 if command -v ccache > /dev/null; then export CMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
 
@@ -58,3 +58,10 @@ for component in runtime dev; do
     cmake --install "$work/subdirectory" --component "$component" --prefix "$work/prefix" > "$work/install.log"
 done
 consume shared
+
+echo "-- Python, from a wheel in a virtual environment"
+/usr/bin/python3 "$source/bindings/python/make_wheel.py" "$work" \
+    "$work/subdirectory/vexim/VexIMLib/C/libvexim-c.so.1" "$work/subdirectory/vexim/libVexIMLib.so.1"
+/usr/bin/python3 -m venv "$work/venv"
+"$work/venv/bin/pip" -q install --no-index "$work"/vexim-*.whl
+"$source/scripts/with-service" -- env -u PYTHONPATH "$work/venv/bin/python" "$source/bindings/python/tests/demo.py" URL

@@ -61,7 +61,6 @@ class FakeLibrary:
 
     def receive(self, number):
         client = self.clients[number]
-        assert not client.freed
         if client.queue:
             return client.queue.popleft()
         if not client.freed:
@@ -79,6 +78,8 @@ class FakeLibrary:
     def free(self, number):
         client = self.clients[number]
         assert not client.freed
+        client.queue.clear()
+        client.say(*[{"@type": "error", "@extra": request.get("@extra"), "error": {}} for request in client.requests])
         client.freed = True
         os.close(client.readable)
         os.close(client.writable)

@@ -214,6 +214,7 @@ class EndsTest(ClientCase):
             with self.assertRaises(vexim.ClosedError):
                 await call
             self.assertIsNone(await reader)
+            self.assertFalse(library.client.queue)
         for why, operation in {"a call": client.groups.delete("g1"), "a send": client.send("hi", friend="bob")}.items():
             with self.subTest(why), self.assertRaises(vexim.ClosedError):
                 await operation

@@ -97,6 +97,8 @@ class Link:
         if self._descriptor is not None and not self._loop.is_closed():
             self._loop.remove_reader(self._descriptor)
         self._library.free(client)
+        while self._library.receive(client) is not None:  # the last answers, which would be kept
+            pass
         calls, self._calls = self._calls, {}
         if self._loop.is_closed():
             return
