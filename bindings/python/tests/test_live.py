@@ -140,11 +140,12 @@ class SessionTest(LiveCase):
                     try:
                         client.status
                     except vexim.ClosedError:
+                        client.close()
                         os._exit(7)
                     finally:
                         os._exit(1)
                 self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]), 7)
-                self.assertEqual(client.status, vexim.Status.OPENED)
+                self.assertEqual([friend.id for friend in await client.friends.all()], ["bob"])
 
         asyncio.run(parent())
 

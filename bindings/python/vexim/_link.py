@@ -11,6 +11,7 @@ from __future__ import annotations
 import asyncio
 import json
 import logging
+import os
 from collections.abc import Callable, Mapping
 from typing import Any
 
@@ -70,6 +71,7 @@ class Link:
         self._calls: dict[int, _Call] = {}
         self._last = 0
         self._descriptor: int | None = None
+        self._process = os.getpid()
         self._client = library.create(_bytes(configuration))
         if self._client == 0:
             raise Error(INTERFACE_DOMAIN, 6, "No client can be made: the process was forked, is ending, or is out of memory.")
@@ -92,7 +94,7 @@ class Link:
     def close(self) -> None:
         """Ends the client at once; calls that are open raise `ClosedError`."""
         client, self._client = self._client, 0
-        if client == 0:
+        if client == 0 or os.getpid() != self._process:  # a forked child shares the loop's descriptors with its parent
             return
         if self._descriptor is not None and not self._loop.is_closed():
             self._loop.remove_reader(self._descriptor)
