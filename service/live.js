@@ -3,13 +3,17 @@
 //   out: "login", "message", "yourself", "sys", "online", "offline"
 
 import { createRequire } from 'node:module';
-import { setImmediate } from 'node:timers/promises';
+import { setImmediate, setTimeout } from 'node:timers/promises';
+import { Bus } from './bus.js';
 import { ServiceError } from './errors.js';
 import { excerpt } from './log.js';
 import { address } from './messages.js';
+import { Presence } from './presence.js';
 
 const require = createRequire(import.meta.url);
 export const lines = { 2: 'socket.io-2', 3: 'socket.io-3', 4: 'socket.io-4' };
+
+const retryMillis = 1_000;
 
 export class Live {
   #links = new Set(); // every Engine.IO connection, logged in or not
@@ -20,12 +24,15 @@ export class Live {
   #report;
   #log;
   #io;
+  #presence;
+  #bus; // none where there is one node only
+  #isClosing = false;
 
   /**
    * `line` is 2, 3 or 4; `engine` goes to the Socket.IO server as it is ("pingInterval", "transports" …). `identify` is login.js's;
    * `report` hears of each `login(request, {id, error})`, `message(result)` and `failure(error)`, and knows `addressOf(request)`.
    */
-  constructor({ httpServer, store, identify, report, log, line, namespace, engine }) {
+  constructor({ httpServer, store, identify, report, log, line, namespace, engine, database }) {
     this.#store = store;
     this.#identify = identify;
     this.#report = report;
@@ -33,50 +40,48 @@ export class Live {
     this.#io = require(lines[line])(httpServer, { serveClient: false, ...engine });
     this.#io.engine.on('connection', (connection) => this.#watch(connection));
     this.#io.of(namespace).on('connection', (socket) => this.#join(socket));
+    const onLost = () => this.#handlers.drop(); // clients come back, and read in the history what they have missed
+    this.#presence = new Presence({ db: store.db, announceEnd: (id, friends) => this.send(friends, 'offline', id), onLost });
+    const { node } = this.#presence;
+    if (database && line === '4') this.#bus = new Bus({ io: this.#io, namespace, db: store.db, url: database, node, handlers: this.#handlers, onLoss: onLost });
+  }
+
+  /** Must have resolved before anybody connects. */
+  async start() {
+    await this.#bus?.start();
+    await this.#presence.start({ alone: this.#bus === undefined });
   }
 
   /** How many connections this user has; 0 is offline. */
-  async sessions(id) {
-    return this.#connections.get(id)?.size ?? 0;
+  sessions(id) {
+    return this.#presence.sessions(id);
   }
 
-  /** Sends an event to every connection of each of `ids` and returns how many those are; who is not connected misses it. */
+  /** Sends an event to every connection of each of `ids`; who is not connected misses it. Resolves to how many are at this node. */
   async send(ids, event, ...items) {
-    let count = 0;
-    for (const id of ids) {
-      for (const socket of this.#connections.get(id) ?? []) {
-        socket.emit(event, ...items);
-        this.#log.add('event', { id, event, items });
-        count += 1;
-      }
-    }
-    return count;
+    const sent = this.#deliver(ids, event, items);
+    if (ids.length > 0) await this.#bus?.publish('send', [ids, event, items]);
+    return sent;
   }
 
   /** Sends an event to everybody who is logged in. */
   async sendToAll(event, ...items) {
-    await this.send(this.#connections.keys(), event, ...items);
+    this.#deliver([...this.#connections.keys()], event, items);
+    await this.#bus?.publish('sendToAll', [event, items]);
   }
 
-  /** Cuts the connections of one user, or all there are, as a broken network would: no farewell. Returns how many. */
-  async drop(id) {
-    return this.#onLinks(id, cut);
-  }
+  /** Cuts the connections of one user, or all there are, as a broken network would: no farewell. Resolves to how many are at this node. */
+  drop = (id) => this.#everywhere('drop', id);
 
   /** Stops reading and writing on the connections, or goes on with it: heartbeats then stay away though the link stands. */
-  async stall(id) {
-    return this.#onLinks(id, (link) => link.transport.socket?._socket.pause().cork());
-  }
-
-  async unstall(id) {
-    return this.#onLinks(id, (link) => link.transport.socket?._socket.resume().uncork());
-  }
+  stall = (id) => this.#everywhere('stall', id);
+  unstall = (id) => this.#everywhere('unstall', id);
 
   /** Cuts everything and forgets who was here, without telling anybody; what was under way has then been done. */
   async reset() {
-    this.#connections.clear();
-    await this.drop();
-    while (this.#turns.size > 0) await Promise.all(this.#turns);
+    await this.#bus?.ask('reset');
+    await this.#forget();
+    await this.#presence.clear();
   }
 
   /** How many connections there are, logged in or not. */
@@ -86,8 +91,49 @@ export class Live {
 
   /** Closes the connections, as going away does: clients come again. Resolves when all that they brought is done. */
   async close() {
+    this.#isClosing = true;
     this.#io.close();
+    await this.#idle();
+    await this.#presence.stop().catch(() => undefined); // without a database, other nodes miss our beat
+    await this.#bus?.close();
+  }
+
+  /** What nodes ask of each other. */
+  #handlers = {
+    send: ([ids, event, items]) => this.#deliver(ids, event, items),
+    sendToAll: ([event, items]) => this.#deliver([...this.#connections.keys()], event, items),
+    drop: (id) => this.#onLinks(id ?? undefined, cut),
+    stall: (id) => this.#onLinks(id ?? undefined, (link) => link.transport.socket?._socket.pause().cork()),
+    unstall: (id) => this.#onLinks(id ?? undefined, (link) => link.transport.socket?._socket.resume().uncork()),
+    reset: () => this.#forget(),
+  };
+
+  async #everywhere(kind, id) {
+    const count = this.#handlers[kind](id);
+    await this.#bus?.publish(kind, id ?? null);
+    return count;
+  }
+
+  async #forget() {
+    this.#connections.clear();
+    this.#handlers.drop();
+    await this.#idle();
+  }
+
+  async #idle() {
     while (this.#turns.size > 0) await Promise.all(this.#turns);
+  }
+
+  #deliver(ids, event, items) {
+    let count = 0;
+    for (const id of ids) {
+      for (const socket of this.#connections.get(id) ?? []) {
+        socket.emit(event, ...items);
+        this.#log.add('event', { id, event, items });
+        count += 1;
+      }
+    }
+    return count;
   }
 
   #onLinks(id, act) {
@@ -130,16 +176,20 @@ export class Live {
       socket.emit('login', result);
       this.#log.add('login', { auth, ...result });
     };
+    let id;
     try {
-      const id = await this.#identify(auth, this.#report.addressOf(socket.request));
+      id = await this.#identify(auth, this.#report.addressOf(socket.request));
+      this.#connections.set(id, (this.#connections.get(id) ?? new Set()).add(socket));
+      const isFirst = await this.#presence.enter(socket.id, id);
       this.#report.login(socket.request, { id });
-      const sockets = this.#connections.get(id) ?? new Set();
-      this.#connections.set(id, sockets.add(socket));
       answer({ success: true, id });
-      if (sockets.size === 1) await this.#announce('online', id);
+      if (isFirst) await this.send(await this.#store.friends(id), 'online', id);
       return id;
     } catch (error) {
-      if (!(error instanceof ServiceError)) throw error;
+      if (!(error instanceof ServiceError)) {
+        if (id !== undefined) await this.#leave(socket, id); // it may have come in, and only the news of it be lost
+        throw error;
+      }
       this.#report.login(socket.request, { error });
       return answer({ success: false, error: error.toJSON() });
     }
@@ -149,14 +199,22 @@ export class Live {
     if (id === undefined) return this.#log.add('leave', {});
     const sockets = this.#connections.get(id);
     if (!sockets?.delete(socket)) return undefined;
+    if (sockets.size === 0) this.#connections.delete(id);
     this.#log.add('leave', { id });
-    if (sockets.size > 0) return undefined;
-    this.#connections.delete(id);
-    return this.#announce('offline', id);
+    return this.#whenItCan(() => this.#presence.leave(socket.id, id));
   }
 
-  async #announce(event, id) {
-    await this.send(await this.#store.friends(id), event, id);
+  /** Does what must be done, also when the database is away for a while. */
+  async #whenItCan(act) {
+    for (;;) {
+      try {
+        return await act();
+      } catch (error) {
+        if (this.#isClosing) return undefined; // the other nodes will miss our beat
+        this.#report.failure(error);
+        await setTimeout(retryMillis);
+      }
+    }
   }
 
   /** What cannot be delivered is dropped: the client asks for no answer. The log tells why. `tell` takes turns. */
@@ -169,8 +227,7 @@ export class Live {
       tell(async () => {
         await kept;
         const others = readers.filter((reader) => reader !== id);
-        await this.send(others, 'message', message);
-        await this.send([id], 'yourself', message);
+        await Promise.all([this.send(others, 'message', message), this.send([id], 'yourself', message)]);
         this.#report.message('delivered');
       });
     } catch (error) {

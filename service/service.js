@@ -93,8 +93,12 @@ export async function startService(options) {
       logger.error({ error: error.message }, 'the TLS files cannot be used; the old ones stay');
     }
   };
-  httpServer.listen(options.port, host);
-  await once(httpServer, 'listening').catch(async (error) => {
+  const listening = async () => {
+    await live.start();
+    httpServer.listen(options.port, host);
+    await once(httpServer, 'listening');
+  };
+  await listening().catch(async (error) => {
     await close();
     throw error;
   });

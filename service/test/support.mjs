@@ -25,7 +25,21 @@ export async function start(...flags) {
   createInterface(child.stderr).on('line', (line) => (line.startsWith('{') ? journal.push(JSON.parse(line)) : console.error(line)));
   const secret = flags.includes('--control-secret') ? { Authorization: `Bearer ${flags[flags.indexOf('--control-secret') + 1]}` } : {};
   const [line] = await once(createInterface(child.stdout), 'line');
-  const url = line.replace('listening on ', '');
+  return {
+    child,
+    journal, // what it has logged
+    ...serviceAt(line.replace('listening on ', ''), secret),
+    async stop(signal = 'SIGTERM') {
+      if (child.exitCode !== null || child.signalCode !== null) return child.exitCode;
+      child.kill(signal);
+      const [code] = await once(child, 'exit');
+      return code;
+    },
+  };
+}
+
+/** A service that runs at `url`. */
+export function serviceAt(url, secret = {}) {
   const send = async (method, path, body, headers = {}) => {
     const isForm = body instanceof FormData;
     const type = body === undefined || isForm ? {} : { 'Content-Type': 'application/json' };
@@ -35,19 +49,11 @@ export async function start(...flags) {
     return { status: response.status, body: parse(answer), headers: response.headers };
   };
   return {
-    child,
     url,
-    journal, // what it has logged
     send,
     /** A signed REST request; resolves to { status, body, headers }. */
     call: (method, path, body, headers) => send(method, path, body, { 'X-VX-AppId': app, 'X-VX-Request-Sign': sign(key), ...headers }),
     control: async (method, path, body) => (await send(method, `/_control${path}`, body, secret)).body,
-    async stop(signal = 'SIGTERM') {
-      if (child.exitCode !== null || child.signalCode !== null) return child.exitCode;
-      child.kill(signal);
-      const [code] = await once(child, 'exit');
-      return code;
-    },
   };
 }
 

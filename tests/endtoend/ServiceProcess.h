@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "endtoend/ServiceUnderTest.h"
@@ -8,7 +9,8 @@
 namespace vexim::testing {
 
 /// The development service as a child process on a free loopback port, over the Socket.IO server of one line. It ends with this
-/// object, and also when the test dies.
+/// object, and also when the test dies. When VEXIM_SERVICE_URL and VEXIM_SERVICE_NODE are set (`scripts/cluster` does), it is what
+/// runs there instead: behind the first address, with the control endpoint at the second.
 class ServiceProcess final : public ServiceUnderTest {
 public:
     explicit ServiceProcess(const std::string& socketIOLine);
@@ -25,8 +27,9 @@ public:
     std::string controlGet(const std::string& what) const;
 
 private:
-    ChildProcess process_;
+    std::optional<ChildProcess> process_;
     std::string origin_;
+    std::string controlOrigin_;
 };
 
 }  // namespace vexim::testing
