@@ -2,7 +2,7 @@
 """Makes a wheel of the package and a built C library. It needs no network, and the same input gives the same bytes.
 
     make_wheel.py FOLDER LIBRARY...     FOLDER gets the wheel; LIBRARY is libvexim-c.so.1, and libVexIMLib.so.1 where that one is
-                                        a library of its own
+                                        a library of its own: installed ones, for those in a build folder look there
 
 The libraries go into it without symbols. What they need besides, such as libcurl, is the system's.
 """

@@ -54,14 +54,14 @@ cmake --build "$work/subdirectory" -- --quiet
 "$work/subdirectory/consumer" shared
 "$work/subdirectory/consumer_test"
 
-for component in runtime dev; do
+for component in runtime dev c; do
     cmake --install "$work/subdirectory" --component "$component" --prefix "$work/prefix" > "$work/install.log"
 done
 consume shared
 
 echo "-- Python, from a wheel in a virtual environment"
 /usr/bin/python3 "$source/bindings/python/make_wheel.py" "$work" \
-    "$work/subdirectory/vexim/VexIMLib/C/libvexim-c.so.1" "$work/subdirectory/vexim/libVexIMLib.so.1"
+    "$work/shared/lib/libvexim-c.so.1" "$work/shared/lib/libVexIMLib.so.1"
 /usr/bin/python3 -m venv "$work/venv"
 "$work/venv/bin/pip" -q install --no-index "$work"/vexim-*.whl
 "$source/scripts/with-service" -- env -u PYTHONPATH "$work/venv/bin/python" "$source/bindings/python/tests/demo.py" URL
