@@ -86,10 +86,15 @@ export class Gate {
     return proceed();
   }
 
-  async #mayPass(request) {
+  #mayPass(request) {
+    return this.allows(clientNetwork(this.address(request)));
+  }
+
+  /** Counts one thing more that `who` does: a client's request, a user's message. Resolves to false when that is one too many. */
+  async allows(who) {
     if (!this.#rate) return true;
     try {
-      await this.#rate.consume(clientNetwork(this.address(request)));
+      await this.#rate.consume(who);
       return true;
     } catch {
       this.refuse('requests');

@@ -30,7 +30,7 @@ export class Live {
 
   /**
    * `line` is 2, 3 or 4; `engine` goes to the Socket.IO server as it is ("pingInterval", "transports" …). `identify` is login.js's;
-   * `report` hears of each `login(request, {id, error})`, `message(result)` and `failure(error)`, and knows `addressOf(request)`.
+   * `report` hears of each `login(request, {id, error})`, `message(result)` and `failure(error)`, and knows `addressOf(request)` and whether one `maySay(id)` more.
    */
   constructor({ httpServer, store, identify, report, log, line, namespace, engine, database }) {
     this.#store = store;
@@ -219,6 +219,7 @@ export class Live {
 
   /** What cannot be delivered is dropped: the client asks for no answer. The log tells why. `tell` takes turns. */
   async #say(id, payload, tell) {
+    if (!(await this.#report.maySay(id))) throw new Error('This user says too much.');
     const entry = this.#log.add('say', { id, payload });
     try {
       const { message, conversation, readers } = await address(this.#store, id, payload);

@@ -112,6 +112,7 @@ export async function startService(options) {
 function reporter({ logger, metrics, gate }) {
   return {
     addressOf: gate.address,
+    maySay: (id) => gate.allows(`user ${id}`),
     login(request, { id, error }) {
       metrics.logins.inc({ result: error ? error.name : 'ok' });
       if (error?.name === 'tooMany') metrics.refused.inc({ limit: 'logins' });

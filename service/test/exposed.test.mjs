@@ -12,7 +12,7 @@ import { after, before, describe, test } from 'node:test';
 import { connect as connectTls } from 'node:tls';
 import { fileURLToPath } from 'node:url';
 import { sign } from '../signature.js';
-import { auth, connect, start } from './support.mjs';
+import { auth, connect, start, text } from './support.mjs';
 
 const program = fileURLToPath(new URL('../server.js', import.meta.url));
 const secret = 'a-secret-of-the-tests';
@@ -128,6 +128,15 @@ describe('limits', { timeout: 60_000 }, () => {
     assert.match(String((await client.next('connect_error')).context?.message ?? 'websocket error'), /429|websocket error/);
     client.close();
     assert.equal((await ask('192.0.2.2')).status, 404, 'others go on');
+  });
+
+  test('who floods others with messages is cut off', async (t) => {
+    const service = await run(t, ...strict, '--request-rate', '1', '--seed', seed);
+    const alice = connect(service, '4', auth(password('alice')));
+    await alice.next('login');
+    for (let i = 0; i < 11; i += 1) alice.say(text('x', 'bob'));
+    await alice.next('disconnect');
+    assert.match((await service.send('GET', '/metrics')).body, /vexim_messages_total\{result="refused"\} 10/, 'ten are as many as ten seconds allow');
   });
 
   test('one peer opens only so many connections', async (t) => {
