@@ -33,12 +33,12 @@ CARRIED = {"completion", "block", "progress", "transfer"}
 OPTION = re.compile(r'/// Option "(\w+)"[^\n]*\n(?:\s*///[^\n]*\n)*\s*[\w:]+ (\w+)\(\) const')
 
 
-def class_body(text, name):
-    """The public part of a class, without comments."""
+def class_body(text, name, accesses=("public",)):
+    """The public part of a class, or what else is asked for, without comments."""
     found = re.search(rf"^class VEXIM_EXPORT {name}\b[^;{{]*\{{(.*?)^\}};", text, re.MULTILINE | re.DOTALL)
     body = re.sub(r"//[^\n]*", "", found[1])
     parts = re.split(r"^(public|protected|private):$", body, flags=re.MULTILINE)
-    return "".join(part for access, part in zip(parts[1::2], parts[2::2]) if access == "public")
+    return "".join(part for access, part in zip(parts[1::2], parts[2::2]) if access in accesses)
 
 
 def functions(body):

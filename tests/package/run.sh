@@ -54,9 +54,20 @@ cmake --build "$work/subdirectory" -- --quiet
 "$work/subdirectory/consumer" shared
 "$work/subdirectory/consumer_test"
 
-for component in runtime dev c; do
+echo "-- subdirectory, shared: compatible with the last release"
+"$source/scripts/abi" "$work/subdirectory/vexim"
+
+for component in runtime dev c c-dev; do
     cmake --install "$work/subdirectory" --component "$component" --prefix "$work/prefix" > "$work/install.log"
 done
+
+echo "-- the C interface alone: pkg-config, find_package's file, the schema"
+read -ra found < <(PKG_CONFIG_PATH=$work/prefix/lib/pkgconfig pkg-config --cflags --libs vexim-c)
+"${CC:-cc}" -std=c11 "$consumer/c_only.c" -o "$work/prefix/c_only" "${found[@]}"
+LD_LIBRARY_PATH=$work/prefix/lib "$work/prefix/c_only"
+grep -q 'VexIMLib::C' "$work/prefix/lib/cmake/VexIMLibC/VexIMLibCConfig.cmake"
+python3 -m json.tool "$work/prefix/share/vexim/vexim-api.json" > /dev/null
+
 consume shared
 
 echo "-- Python, from a wheel in a virtual environment"
