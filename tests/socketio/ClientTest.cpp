@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <limits>
 #include <stdexcept>
 #include <string>
@@ -12,6 +14,7 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Platform/EventRecord.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
 #include "support/Completions.h"
@@ -96,17 +99,55 @@ TEST(SocketIOClient, ReconnectsAfterALossAndSaysSo) {
     heard.listen(*client);
     client->connect();
     ASSERT_TRUE(heard.waitFor("connect"));
-    for (const char* attempt : {"1", "2"}) {
+    const auto inHandler = client->on("disconnect", [&](const Array&, const AckEmitter&) { client->connect(); });
+    // Whoever asks for a connection that is being waited for, or made, gets one, and only one.
+    const std::function<void()> hurries[] = {
+        [] {},  // the handler has done it
+        [&] { client->networkDidChange(); },
+        [&] { client->connect(); },
+        [&] {
+            for (int i = 0; i < 20; ++i) i % 2 == 0 ? client->connect() : client->networkDidChange();
+        },
+    };
+    int attempt = 0;
+    for (const auto& hurry : hurries) {
         heard.clear();
         client->emit("cut", {});
         ASSERT_TRUE(heard.waitFor("disconnect"));
+        client->off(inHandler);
         EXPECT_FALSE(client->emit("say", {"nothing is queued for later"}));
-        client->networkDidChange();  // or it would wait
+        hurry();
         ASSERT_TRUE(heard.waitFor("connect"));
+        client->connect();
+        client->emit("say", {"here"});
+        ASSERT_TRUE(heard.waitFor("message here"));
         const Lines expected{"disconnect transport close", "error \"say\" was not sent: the socket is not connected.",
-                             std::string("reconnect ") + attempt, "connect /chat"};
+                             "reconnect " + std::to_string(++attempt), "connect /chat", "message here"};
         EXPECT_EQ(heard.lines(), expected);
     }
+}
+
+TEST(SocketIOClient, LetsNoPeerPretendToBeTheConnection) {
+    ScriptedServer server([](ScriptedServer::Connection& connection) {
+        LivePeer peer(connection);
+        if (!peer.join()) return;
+        for (int i = 0; i < 100; ++i) {
+            peer.sendText(R"(42/chat,7["error","not mine"])");
+            peer.sendText(R"(42/chat,["reconnect",1])");
+        }
+        peer.emit("message", "1");
+        peer.waitForClose();
+    });
+    const auto record = std::make_shared<EventRecord>();
+    const auto client = makeClient(server.url());
+    client->recordInto(record);
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("message 1"));
+    EXPECT_EQ(heard.lines(), (Lines{"connect /chat", "message 1"}));
+    const auto events = record->events();
+    EXPECT_EQ(std::ranges::count(events, std::string("event dropped"), [](const auto& event) { return event.name; }), 1);
 }
 
 TEST(SocketIOClient, BoundsItsAttemptsAndKeepsThemApart) {

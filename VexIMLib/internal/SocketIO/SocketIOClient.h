@@ -75,6 +75,9 @@ private:
 ///   server refused the namespace, a limit was passed, or an emit was refused.
 /// - "reconnect", [attempt]: before each attempt to reconnect; attempts count from 1.
 ///
+/// A peer cannot pretend to be the connection: its events named "error" or "reconnect" are dropped and not answered, and the
+/// first of a connection is recorded. "connect", "disconnect" and the other names that the protocol reserves are faults.
+///
 /// An interface, so that what stands on it can be tested with a fake; `create` makes the one that speaks to servers.
 class VEXIM_EXPORT SocketIOClient : public Object {
 public:

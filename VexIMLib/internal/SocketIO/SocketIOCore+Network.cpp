@@ -22,6 +22,9 @@ Array errorArguments(const std::string& description, const Value& detail) {
     return arguments;
 }
 
+/// What handlers hear of the connection itself. "connect" and "disconnect" are the protocol's, too, and a fault from a peer.
+bool isOwnEvent(std::string_view event) { return event == "error" || event == "reconnect"; }
+
 /// Where the server gives the reason in its own words, they stay out.
 Dictionary describeEnd(const action::Ended& ended, bool wasJoined) {
     constexpr const char* kCauses[] = {"asked",           "server disconnect", "refused",        "connect failed",
@@ -89,6 +92,7 @@ void SocketIOCore::startLink(Epoch epoch) {
     emittedAt_.reset();
     linkEpoch_ = epoch;
     joined_ = false;
+    notedImpostor_ = false;
     note("connecting", {{"to", endpoint_->authorityWithPort()},
                         {"tls", endpoint_->isSecure},
                         {"proxy", transport.proxy.has_value()},
@@ -204,7 +208,8 @@ void SocketIOCore::linkDidReceive(Packet packet, std::size_t bytes) {
         delivery.arguments = std::move(packet.payload.mutableArray());
     } else {
         Array& payload = packet.payload.mutableArray();
-        delivery.event = payload.get(0).description();
+        delivery.event = payload.get(0).asString().value_or("");
+        if (isOwnEvent(delivery.event)) return noteImpostor(delivery.event);
         payload.remove(0);
         delivery.arguments = std::move(payload);
         if (packet.id) {
@@ -214,6 +219,12 @@ void SocketIOCore::linkDidReceive(Packet packet, std::size_t bytes) {
         }
     }
     turn_.push_back(std::move(delivery));
+}
+
+/// Once for each connection, or a peer could push everything else out of the record.
+void SocketIOCore::noteImpostor(const std::string& event) {
+    if (!std::exchange(notedImpostor_, true))
+        note("event dropped", {{"name", event}, {"reason", "the name is the connection's own"}});
 }
 
 void SocketIOCore::flushTurn() {

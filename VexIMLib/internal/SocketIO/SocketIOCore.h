@@ -116,6 +116,7 @@ private:
     void flushTurn();
     void retireLink();
     void note(std::string_view what, Dictionary details = {}) const;
+    void noteImpostor(const std::string& event);
 
     void linkDidJoin(const action::Joined& joined) override;
     void linkDidReceive(Packet packet, std::size_t bytes) override;
@@ -156,6 +157,7 @@ private:
     std::shared_ptr<SocketIOLink> link_;
     Epoch linkEpoch_ = 0;
     bool joined_ = false;
+    bool notedImpostor_ = false;  // of this link
     std::optional<Clock::TimePoint> joinedAt_;
     std::uint32_t attempt_ = 0;  // reconnects since the last stable connection
     bool reconnecting_ = false;  // the link, or the wait for it, follows a loss
