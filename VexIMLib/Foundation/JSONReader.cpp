@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/Foundation/BoundedJSON.h"
 #include "VexIMLib/Foundation/Stores.h"
 
 // Boost.JSON's streaming parser drives a builder that keeps finished values on one stack. A container's members lie there
@@ -79,32 +79,35 @@ struct Builder {
     static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
 
     ValueStack stack;
-    std::string partial;  // the beginning of a text that comes in pieces, as one with escapes does
+    std::size_t room = 0;  // for how many values more
+    std::string partial;   // the beginning of a text that comes in pieces, as one with escapes does
 
     bool on_document_begin(json::error_code&) { return true; }
     bool on_document_end(json::error_code&) { return true; }
-    bool on_object_begin(json::error_code&) { return true; }
+    bool on_object_begin(json::error_code& error) { return count(error); }
     bool on_object_end(std::size_t count, json::error_code&) {
         auto* rep = detail::DictionaryRep::adopt(stack.release(2 * count), count);
         stack.push(detail::DictionaryRep::wrap(rep));
         return true;
     }
-    bool on_array_begin(json::error_code&) { return true; }
+    bool on_array_begin(json::error_code& error) { return count(error); }
     bool on_array_end(std::size_t count, json::error_code&) {
         auto* rep = detail::ArrayRep::adopt(stack.release(count), count);
         stack.push(detail::ArrayRep::wrap(rep));
         return true;
     }
     bool on_key_part(json::string_view text, std::size_t, json::error_code&) { return addPart(text); }
-    bool on_key(json::string_view text, std::size_t, json::error_code&) { return addText(text); }
+    bool on_key(json::string_view text, std::size_t, json::error_code& error) { return count(error) && addText(text); }
     bool on_string_part(json::string_view text, std::size_t, json::error_code&) { return addPart(text); }
-    bool on_string(json::string_view text, std::size_t, json::error_code&) { return addText(text); }
+    bool on_string(json::string_view text, std::size_t, json::error_code& error) { return count(error) && addText(text); }
     bool on_number_part(json::string_view, json::error_code&) { return true; }
-    bool on_int64(std::int64_t number, json::string_view, json::error_code&) {
+    bool on_int64(std::int64_t number, json::string_view, json::error_code& error) {
+        if (!count(error)) return false;
         stack.push(number);
         return true;
     }
-    bool on_uint64(std::uint64_t number, json::string_view, json::error_code&) {
+    bool on_uint64(std::uint64_t number, json::string_view, json::error_code& error) {
+        if (!count(error)) return false;
         stack.push(number);
         return true;
     }
@@ -119,14 +122,17 @@ struct Builder {
             }
             number = text.front() == '-' ? -0.0 : 0.0;
         }
+        if (!count(error)) return false;
         stack.push(number);
         return true;
     }
-    bool on_bool(bool value, json::error_code&) {
+    bool on_bool(bool value, json::error_code& error) {
+        if (!count(error)) return false;
         stack.push(value);
         return true;
     }
-    bool on_null(json::error_code&) {
+    bool on_null(json::error_code& error) {
+        if (!count(error)) return false;
         stack.push(Value::null());
         return true;
     }
@@ -134,6 +140,11 @@ struct Builder {
     bool on_comment(json::string_view, json::error_code&) { return true; }
 
 private:
+    bool count(json::error_code& error) {
+        if (room-- > 0) return true;
+        error = json::error::array_too_large;
+        return false;
+    }
     bool addPart(json::string_view text) {
         partial.append(text.data(), text.size());
         return true;
@@ -159,8 +170,9 @@ json::parse_options options() {
 /// One a thread: its stack's memory serves text after text.
 class Reader {
 public:
-    JSONResult read(std::string_view text, JSONFragments fragments) {
+    JSONResult read(std::string_view text, JSONFragments fragments, std::size_t maxValues) {
         auto& builder = parser_.handler();
+        builder.room = maxValues;
         parser_.reset();  // here too, because a text that exhausts the memory leaves by an exception
         builder.stack.clear();
         builder.partial.clear();
@@ -237,14 +249,18 @@ std::string withoutUnpairedSurrogates(std::string_view text) {
 }  // namespace
 
 JSONResult parseJSON(std::string_view text, JSONFragments fragments) {
+    return detail::parseBoundedJSON(text, fragments, static_cast<std::size_t>(-1));
+}
+
+JSONResult detail::parseBoundedJSON(std::string_view text, JSONFragments fragments, std::size_t maxValues) {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
     if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());  // RFC 8259 section 8.1 lets a reader skip it
     thread_local Reader reader;
-    JSONResult result = reader.read(text, fragments);
+    JSONResult result = reader.read(text, fragments, maxValues);
     if (!result.error || text.find("\\u") == std::string_view::npos) return result;
     // The parser refuses half a surrogate pair. Clients that cut a text in the middle of an emoji send them, so read again.
     std::string mended = withoutUnpairedSurrogates(text);
-    return mended == text ? result : reader.read(mended, fragments);
+    return mended == text ? result : reader.read(mended, fragments, maxValues);
 }
 
 }  // namespace vexim

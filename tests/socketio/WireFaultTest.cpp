@@ -188,6 +188,16 @@ TEST(WireFaults, DoNotDisturbWhatIsOnlyUnusual) {
              c.waitForClose();
          },
          "connect"},
+        {"much behind the answer to the handshake, at once",
+         {},
+         [&](Connection& c) {
+             LivePeer peer(c);
+             peer.acceptWebSocket({}, open + repeated(frame("6"), 60'000));
+             peer.readText();
+             peer.sendText(R"(40/chat,{"sid":"x"})");
+             peer.waitForClose();
+         },
+         "connect"},
         {"a subprotocol that was asked for",
          {{"extraHeaders", Dictionary{{"Sec-WebSocket-Protocol", "a, b"}}}},
          acceptingWith("Sec-WebSocket-Protocol: b\r\n"),

@@ -4,7 +4,7 @@
 #include <charconv>
 #include <utility>
 
-#include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/Foundation/BoundedJSON.h"
 #include "VexIMLib/Foundation/UTF8.h"
 
 // A packet of the live connection, as text:
@@ -21,6 +21,9 @@ namespace {
 constexpr char kMessage = '4';  // Engine.IO's packet type
 constexpr std::string_view kPlaceholderKey = "_placeholder";
 constexpr std::string_view kIndexKey = "num";
+
+// Values and keys in a packet's JSON. A text of 16 MiB could hold eight million, and take ten times its size.
+constexpr std::size_t kMaxValuesIn = 100'000;
 
 PacketDecoder::Result malformed(const char* why) { return {PacketDecoder::Status::Malformed, {}, why}; }
 
@@ -231,8 +234,8 @@ PacketDecoder::Result PacketDecoder::text(std::string_view text) {
         if (!packet.id) return malformed("an id out of range");
     }
     if (!text.empty()) {
-        JSONResult json = parseJSON(text, JSONFragments::Allow);
-        if (json.error) return malformed("a payload that is no JSON");
+        JSONResult json = detail::parseBoundedJSON(text, JSONFragments::Allow, kMaxValuesIn);
+        if (json.error) return malformed("a payload that is not JSON, or has too many values");
         packet.payload = std::move(json.value);
     }
     if (const char* why = faultOfPayload(packet)) return malformed(why);

@@ -245,8 +245,10 @@ void LivePolling::didEnd(Request& request, CURLcode result) {
     TransportListener& listener = *listener_;
     if (!request.cookies().empty()) listener.didReceiveCookies(request.cookies());
     if (result != CURLE_OK) {
-        listener.didHappen(event::RequestFailed{
-            request.isTooLarge() ? "The server's answer is over the limit." : request.fault(result), request.isTooLarge()});
+        // libcurl takes a header of more than 100 KB for a lack of memory.
+        const bool isTooLarge = request.isTooLarge() || result == CURLE_OUT_OF_MEMORY;
+        listener.didHappen(
+            event::RequestFailed{isTooLarge ? "The server's answer is over the limit." : request.fault(result), isTooLarge});
     } else if (&request == &get_) {
         const std::string body = request.takeAnswer();  // the next request is written over it
         listener.didHappen(event::GetAnswered{request.status(), body});

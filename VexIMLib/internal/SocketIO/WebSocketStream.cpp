@@ -163,10 +163,10 @@ void WebSocketStream::Impl::offerHead(std::string_view bytes) {
     }
     const auto headEnd = pending.find("\r\n\r\n");
     const std::size_t consumed = released - layer().window().size();
-    if (pending.size() > kMaxHeadBytes) {
+    if (headEnd != std::string::npos) {
+        released = headEnd + 4;  // however much has come behind it
+    } else if (pending.size() > kMaxHeadBytes) {
         released = pending.size();
-    } else if (headEnd != std::string::npos) {
-        released = headEnd + 4;
     }
     layer().open(std::string_view(pending).substr(consumed, released - consumed));
 }
