@@ -46,8 +46,8 @@ class Client:
             await client.send("hello", friend="bob")
 
     `async with` opens the client and closes it; leaving ends all its calls and streams at once, without a logout. Use it in the
-    loop that opened it, from that loop's thread. Any number may be open in one process, but all of them belong to the same
-    application: requests use the credentials of the client that was opened last.
+    loop that opened it, from that loop's thread. Any number may be open in one process; let them belong to one application,
+    since a request that is repeated after a failure takes the application that was used last.
 
     Operations fail with `vexim.Error`. For a deadline use `asyncio.timeout`; a task that is cancelled also cancels its transfer.
     """
