@@ -14,6 +14,9 @@ const pingMillis = 3_000; // whoever asks for our health does not wait long eith
 export const makeLogger = (level) =>
   pino({ level, base: undefined, timestamp: pino.stdTimeFunctions.isoTime, formatters: { level: (label) => ({ level: label }) } }, pino.destination({ dest: 2, sync: true }));
 
+/** Where and how something of ours failed. Not the error's message: that of a database holds the query with all its values. */
+export const failure = ({ name, code, stack = '' }) => ({ error: name, code, at: stack.match(/^ +at .*$/gm)?.map((line) => line.trim()) });
+
 export class Metrics {
   #registry = new Registry();
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env node
 // The command line: options in, one line with the address out, a clean end on SIGTERM.
 
+import { failure, makeLogger } from './monitoring.js';
 import { UsageError, readOptions, usage } from './options.js';
 import { startService } from './service.js';
 
@@ -41,6 +42,10 @@ async function end() {
   await service.close();
   process.exit(0);
 }
+process.on('uncaughtException', (error) => {
+  makeLogger('error').error(failure(error), 'crash'); // Node would print the message, and with it what users wrote
+  process.exit(1);
+});
 process.on('SIGTERM', end);
 process.on('SIGINT', end);
 process.on('SIGHUP', service.reload);

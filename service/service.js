@@ -13,7 +13,7 @@ import { Gate } from './gate.js';
 import { Live } from './live.js';
 import { Log, noteRequest } from './log.js';
 import { identifier } from './login.js';
-import { Metrics, makeLogger, monitoring, routeOf } from './monitoring.js';
+import { Metrics, failure, makeLogger, monitoring, routeOf } from './monitoring.js';
 import { answerError, rest } from './rest/index.js';
 import { openStore } from './store.js';
 import { LoginThrottle } from './throttle.js';
@@ -121,6 +121,6 @@ function reporter({ logger, metrics, gate }) {
       else logger.info({ address, user: id }, 'login');
     },
     message: (result) => metrics.messages.inc({ result }),
-    failure: (error) => logger.error({ error: error.stack }, 'failure'),
+    failure: (error) => logger.error(failure(error), 'failure'),
   };
 }

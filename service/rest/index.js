@@ -4,6 +4,7 @@
 import express from 'express';
 import { ServiceError } from '../errors.js';
 import { excerpt } from '../log.js';
+import { failure } from '../monitoring.js';
 import { authorize, visible } from '../policy.js';
 import { requireSignature } from '../signature.js';
 import { files, uploads } from './attachments.js';
@@ -63,7 +64,7 @@ function noteAnswer(request, response, next) {
 export const answerError = (logger) => (error, request, response, next) => {
   if (response.headersSent) return request.socket.destroy();
   const known = error instanceof ServiceError ? error : translate(error);
-  if (known.status >= 500) logger.error({ error: error.stack, route: request.route?.path }, 'failure');
+  if (known.status >= 500) logger.error({ ...failure(error), route: request.route?.path }, 'failure');
   response.status(known.status).json(known);
 };
 

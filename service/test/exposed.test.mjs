@@ -5,6 +5,7 @@ import assert from 'node:assert/strict';
 import { execFileSync, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
 import { copyFileSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { createRequire } from 'node:module';
 import { connect as connectPlain } from 'node:net';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
@@ -14,6 +15,7 @@ import { fileURLToPath } from 'node:url';
 import { sign } from '../signature.js';
 import { auth, connect, start, text } from './support.mjs';
 
+const Sqlite = createRequire(import.meta.url)('better-sqlite3');
 const program = fileURLToPath(new URL('../server.js', import.meta.url));
 const secret = 'a-secret-of-the-tests';
 const strict = ['--trust-proxy', 'loopback', '--key', 'demo-key'];
@@ -153,6 +155,22 @@ describe('limits', { timeout: 60_000 }, () => {
 });
 
 describe('running it', { timeout: 60_000 }, () => {
+  test('a query that fails is logged without its values', async (t) => {
+    const data = join(folder, 'data');
+    const service = await run(t, '--data', data, '--key', 'demo-key', '--seed', seed, '--request-rate', '0');
+    const alice = connect(service, '4', auth(password('alice')));
+    await alice.next('login');
+    await service.call('POST', '/ctx/alice/friends/bob');
+    const database = new Sqlite(join(data, 'service.sqlite'));
+    database.exec('drop table messages; drop table terms');
+    database.close();
+    assert.equal((await service.call('PUT', '/ctx/alice/attributes', { nick: 'confidential' })).status, 500);
+    alice.say(text('confidential', 'bob'));
+    await alice.next('disconnect');
+    assert.equal(service.journal.filter(({ level }) => level === 'error').length, 2);
+    assert.doesNotMatch(JSON.stringify(service.journal), /confidential/);
+  });
+
   test('what the configuration may not say is refused by name', () => {
     const cases = [
       ['no such key', { prot: 1, keys: 'x' }, /unknown keys: prot, keys/],
