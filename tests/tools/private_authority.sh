@@ -34,6 +34,6 @@ other=$(printf 'other' | openssl dgst -sha256 -binary | openssl base64)
 refused 'No trusted authority stands behind' "$vexim" history friend alice bob --server "$url"
 refused 'is not one of the pinned keys' "$vexim" history friend alice bob --server "$url" --ca ca.pem --pin "$other"
 refused 'is not one of the pinned keys' send --ca ca.pem --pin "$other"
-refused 'is not a pin' send --ca ca.pem --pin "${pin%?}"
+refused 'pin takes the base64' send --ca ca.pem --pin "${pin%?}"
 END
 "$sources/scripts/with-service" --tls server.pem server.key -- bash checks "$vexim" "$login" "$pin" URL

@@ -24,6 +24,10 @@ void Account::addOptions(CLI::App& command) {
 std::shared_ptr<VXIMClient> Account::makeClient() const {
     const auto url = vexim::URL::parse(server);
     if (!url || url->host().empty()) throw std::invalid_argument("not a service's URL: " + server);
+    for (const auto& pin : pins) {
+        if (VXIMClientConfiguration::isPin(pin)) continue;
+        throw std::invalid_argument("--pin takes the base64 of a key's SHA-256 digest, which has 44 characters");
+    }
     auto configuration = VXIMClientConfiguration::defaultConfiguration();
     configuration->setSocketURL(*url);
     configuration->setAppId(appId);
