@@ -43,8 +43,8 @@ bool sendsSound(const std::shared_ptr<VXIMClient>& alice, const std::string& pat
         alice->sendMessage(
             message, [](std::int32_t percent) { std::cout << percent << " %\r"; },
             [message, done](bool sent, vexim::ErrorPtr error) {
-                // A chat message whose upload failed is reported as done: its status tells.
-                done(sent && message->status() == VXIMMessageStatusSent, error);
+                // A chat message whose upload failed is reported as done: the message knows better.
+                done(sent && message->status() == VXIMMessageStatusSent, error ? error : message->error());
             });
         // [/progress]
     });

@@ -101,6 +101,8 @@ void VXIMURLSessionDataDelegate::taskDidCompleteWithError(vexim::URLSessionTask&
         }
         error_ = std::move(streamError);  // by ourselves, after a write failed
     }
+    // What is too long is no answer: neither read, which could take many times its length, nor kept.
+    if (error_ && error_->is(vexim::kURLErrorDomain, vexim::URLErrorDataLengthExceedsMaximum)) outputStream_ = nullptr;
     parseResultOfTask(task);
     closeOutputStream();
     duration_ = vexim::Date::now().timeIntervalSince1970() - startDate_.value_or(vexim::Date()).timeIntervalSince1970();
