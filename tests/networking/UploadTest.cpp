@@ -152,7 +152,9 @@ TEST_F(UploadTest, WhatCannotBeReadIsAnEmptyFormOrAnError) {
     EXPECT_EQ(requests().back().body, "");
     EXPECT_EQ(requests().back().header("Content-Type"), "application/json");
 
+    const auto before = clock.now();
     EXPECT_TRUE(upload(folder.path().string()).starts_with("VXErrorDomain 100")) << "a directory";
+    EXPECT_LT(clock.now() - before, 1s) << "no other attempt could succeed";
     EXPECT_EQ(requests().size(), 1u);
 }
 

@@ -148,7 +148,7 @@ public:
 
 private:
     std::shared_ptr<VXIMRequest> self() { return sharedAs<VXIMRequest>(); }
-    /// Whether `error` is marked temporary, attempts are left, and the body can be given from its start.
+    /// Whether `error` is marked temporary and no fault of a file's, attempts are left, and the body can be given from its start.
     bool shouldRetry(const vexim::ErrorPtr& error) const;
     /// Runs `again` after the delay. What that raises ends the operation through `completion`: nobody could catch it.
     void retry(std::function<void()> again, VXIMResultCompletion completion);

@@ -22,6 +22,12 @@ std::chrono::nanoseconds retryDelay(std::uint32_t random) {
     return std::chrono::nanoseconds(static_cast<std::int64_t>(seconds * 1e9));
 }
 
+/// Whether a file that is to be sent or written is the cause: that cannot be read, is full, or has changed meanwhile.
+bool isOfOwnFile(const vexim::ErrorPtr& cause) {
+    return cause && (cause->domain() == vexim::kCocoaErrorDomain ||
+                     cause->is(vexim::kURLErrorDomain, vexim::URLErrorRequestBodyStreamExhausted));
+}
+
 }  // namespace
 
 void VXIMRequest::sendWithCompletion(VXIMResultCompletion completion) {
@@ -47,7 +53,7 @@ void VXIMRequest::makeDelayedRetry(std::function<void()> retry) {
 }
 
 bool VXIMRequest::shouldRetry(const vexim::ErrorPtr& error) const {
-    if (!vexim::rest::isTemporary(error) || retryCount_ >= kMaxRetries) return false;
+    if (!vexim::rest::isTemporary(error) || retryCount_ >= kMaxRetries || isOfOwnFile(error->underlyingError())) return false;
     // Another attempt could only report that the body is gone, and hide what went wrong.
     return !body_.isNil() || !bodyStream_ || bodyStream_->isSendable();
 }

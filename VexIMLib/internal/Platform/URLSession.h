@@ -19,8 +19,8 @@ namespace vexim {
 
 /// What a session's tasks have in common. The defaults are the platform's.
 struct URLSessionConfiguration {
-    /// An answer that is held in memory may be this long, decoded; over it the task fails with -1103. Gathering it takes up to twice
-    /// as much for a moment.
+    /// An answer that is held in memory may be this long, decoded; over it the task fails with -1103. Gathering it takes up to
+    /// twice as much for a moment.
     std::int64_t maximumAnswerBytes = 16 * 1024 * 1024;
     /// How long a task may take altogether before it fails with -1001.
     std::chrono::seconds timeoutForResource{7 * 24 * 3600};
