@@ -3,6 +3,8 @@
 #include <fcntl.h>
 
 #include <cerrno>
+#include <utility>
+#include <vector>
 
 #include "VexIMLib/internal/Platform/FileDescriptor.h"
 #include "VexIMLib/internal/Platform/FileManager.h"
@@ -10,7 +12,8 @@
 namespace vexim {
 namespace {
 
-/// Keeps a first whole run as it came: most answers are one, and then nothing is copied.
+/// Keeps long runs as they came and gathers short ones. Nothing is copied again as it grows: the blocks that are left behind then
+/// would take as much memory as the answer.
 class MemoryOutputStream final : public OutputStream {
 public:
     using OutputStream::OutputStream;
@@ -22,33 +25,42 @@ public:
     void close() override { status_ = StreamStatus::Closed; }
     std::int64_t write(const std::uint8_t* bytes, std::size_t length) override {
         if (status_ != StreamStatus::Open) return -1;
-        gather();
-        bytes_.append(reinterpret_cast<const char*>(bytes), length);
+        gathered_.append(reinterpret_cast<const char*>(bytes), length);
+        if (gathered_.size() >= kLongRun) seal();
         return static_cast<std::int64_t>(length);
     }
     std::int64_t writeData(const Data& data) override {
-        if (status_ != StreamStatus::Open || !whole_.empty() || !bytes_.empty()) return write(data.bytes(), data.size());
-        whole_ = data;
+        const bool isFirst = runs_.empty() && gathered_.empty();  // most answers are one run
+        if (status_ != StreamStatus::Open || (data.size() < kLongRun && !isFirst)) return write(data.bytes(), data.size());
+        seal();
+        if (!data.empty()) runs_.push_back(data);
         return static_cast<std::int64_t>(data.size());
     }
     bool hasSpaceAvailable() const override { return status_ == StreamStatus::Open; }
     StreamStatus streamStatus() const override { return status_; }
     ErrorPtr streamError() const override { return nullptr; }
     Data dataWrittenToMemory() override {
-        if (!bytes_.empty()) whole_ = Data::fromString(std::exchange(bytes_, {}));
-        return whole_;
+        seal();
+        if (runs_.size() > 1) {
+            std::size_t size = 0;
+            for (const Data& run : runs_) size += run.size();
+            std::string whole;
+            whole.reserve(size);
+            for (const Data& run : runs_) whole.append(run.view());
+            runs_ = {Data::fromString(std::move(whole))};
+        }
+        return runs_.empty() ? Data() : runs_.front();
     }
 
 private:
-    void gather() {
-        if (whole_.empty()) return;
-        bytes_.assign(whole_.view());
-        whole_ = {};
+    static constexpr std::size_t kLongRun = 64 * 1024;
+
+    void seal() {
+        if (!gathered_.empty()) runs_.push_back(Data::fromString(std::exchange(gathered_, {})));
     }
 
-    // At most one of them holds something.
-    Data whole_;
-    std::string bytes_;
+    std::vector<Data> runs_;
+    std::string gathered_;  // behind them
     StreamStatus status_ = StreamStatus::NotOpen;
 };
 

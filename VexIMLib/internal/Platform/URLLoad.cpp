@@ -244,7 +244,6 @@ HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
         return HTTPExchange::Flow::Go;
     }
     expected_ = head->expectedContentLength;
-    decoded_ = head->headers.contains("Content-Encoding");
     emit(LoadEvent::Response{std::move(head)});
     return HTTPExchange::Flow::Go;
 }
@@ -263,23 +262,27 @@ HTTPExchange::Flow URLLoad::exchangeReceivedBody(std::string_view bytes) {
 }
 
 HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
-    if (unconsumed_ >= kMostUnconsumed) {
+    // An answer for memory is not held up: libcurl would keep what it has decoded by then, which can be as much again.
+    const bool isForMemory = !streamed_ && request_->acceptsCompression;
+    if (!isForMemory && unconsumed_ >= kMostUnconsumed) {
         throttled_ = true;
         // The consumer may have caught up before it could see the flag.
         if (unconsumed_ >= kMostUnconsumed || !throttled_.exchange(false)) return HTTPExchange::Flow::Pause;
     }
     received_ += static_cast<std::int64_t>(bytes.size());
-    // The delegate's side applies the bound; but a few compressed bytes can become more than may ever wait for it.
-    if (decoded_ && !streamed_ && received_ > configuration_->maximumAnswerBytes) {
+    // The delegate's side applies the bound, too, but more than that must not wait for it.
+    if (isForMemory && received_ > configuration_->maximumAnswerBytes) {
         end(makeURLError(URLErrorDataLengthExceedsMaximum, request_->url));
         return HTTPExchange::Flow::Abort;
     }
+    // libcurl's last write may make a piece longer than it had to be.
+    constexpr std::size_t kMostInAPiece = kDataPiece + CURL_MAX_WRITE_SIZE;
     if (data_.empty()) {
-        // libcurl's last write may make a piece longer than it had to be.
-        constexpr std::size_t kMostInAPiece = kDataPiece + CURL_MAX_WRITE_SIZE;
         data_.reserve(expected_ > 0 ? std::min<std::size_t>(static_cast<std::size_t>(expected_), kMostInAPiece) : bytes.size());
         LoadRunner::shared().flushSoon(shared_from_this());
     }
+    // Grown by doubling, a piece could hold twice its length.
+    if (data_.size() + bytes.size() > data_.capacity() && data_.size() >= kDataPiece / 4) data_.reserve(kMostInAPiece);
     data_.append(bytes);
     unconsumed_ += static_cast<std::int64_t>(bytes.size());
     if (data_.size() >= kDataPiece) flushData();

@@ -110,7 +110,6 @@ private:
     std::string data_;  // received, not yet handed over
     std::int64_t received_ = 0;
     std::int64_t expected_ = -1;
-    bool decoded_ = false;
     std::int64_t sent_ = 0;  // of the request's body
     std::int64_t sentReported_ = 0;
     TimePoint nextSentReport_;
