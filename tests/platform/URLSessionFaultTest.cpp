@@ -123,9 +123,7 @@ TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
     };
     const CertificateAuthority authority;
     const TLSIdentity identity = authority.issue();
-    URLSessionConfiguration configuration;
-    configuration.certificateAuthorityPEM = authority.certificatePEM();
-    const auto probe = SessionProbe::make(configuration);
+    const auto probe = SessionProbe::trusting(authority.certificatePEM());
 
     for (const bool tls : {false, true}) {
         for (const Fault fault : {Fault::Close, Fault::Reset, Fault::Nonsense, Fault::Silence}) {
@@ -152,6 +150,7 @@ TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
                 for (const char* method : {"GET", "POST", "PUT"}) {
                     auto request = SessionProbe::request(servers.back()->url());
                     request.method = method;
+                    request.trust = probe->trust;
                     if (*method == 'P')
                         request.body = Data(std::string(method[1] == 'O' ? 10 : 100'000, 'x'));  // in one go, or not
                     if (fault == Fault::Silence) request.timeout = 500ms;
@@ -174,9 +173,7 @@ TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
 
 TEST(URLSessionFaults, EndsAsDocumentedWhenTheHandshakeFails) {
     const CertificateAuthority authority;
-    URLSessionConfiguration configuration;
-    configuration.certificateAuthorityPEM = authority.certificatePEM();
-    const auto probe = SessionProbe::make(configuration);
+    const auto probe = SessionProbe::trusting(authority.certificatePEM());
     using Greeting = std::function<bool(Connection&)>;
     const auto afterHello = [](Connection& connection) { return connection.readSome(); };
     const struct {
@@ -207,8 +204,6 @@ TEST(URLSessionFaults, EndsAsDocumentedWhenTheHandshakeFails) {
 
 TEST(URLSessionFaults, OneSilentAnswerHoldsUpNoOther) {
     const CertificateAuthority authority;
-    URLSessionConfiguration configuration;
-    configuration.certificateAuthorityPEM = authority.certificatePEM();
     const struct {
         const char* why;
         bool tls, handshake;
@@ -235,7 +230,7 @@ TEST(URLSessionFaults, OneSilentAnswerHoldsUpNoOther) {
                 beSilent(connection);
                 return false;
             });
-        const auto probe = SessionProbe::make(configuration);
+        const auto probe = SessionProbe::trusting(authority.certificatePEM());
         const auto first = probe->task(server.url());
         first->resume();
         ASSERT_TRUE(spinUntil([&] { return silent == 1; }));
