@@ -4,7 +4,7 @@
     scripts/check_docs.py            prints what is not, and fails then
     scripts/check_docs.py --write    takes the blocks over from their sources
 
-Every C++, CMake and Python block is the text of the file that the line above it names, or of a region of it, between the comments
+Every C, C++, CMake and Python block is the text of the file that the line above it names, or of a region of it, between the comments
 [name] and [/name]:
 
     <!-- examples/login.cpp#username -->
@@ -22,7 +22,7 @@ import sys
 import textwrap
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-BLOCK = re.compile(r"(?:^<!-- (?P<source>[^\s#]+)(?:#(?P<region>\S+))? -->\n)?^```(?P<language>cpp|cmake|python)\n(?P<text>.*?)^```$", re.M | re.S)
+BLOCK = re.compile(r"(?:^<!-- (?P<source>[^\s#]+)(?:#(?P<region>\S+))? -->\n)?^```(?P<language>cpp|c|cmake|python)\n(?P<text>.*?)^```$", re.M | re.S)
 FENCE = re.compile(r"^```(\w*)\n(.*?)^```$", re.M | re.S)
 LINK = re.compile(r"\[[^\]]*\]\(([^)\s]+)\)")
 NAME = re.compile(r"(?<!`)`((?:VXIM\w+|VX[A-Z][a-z]\w*|vexim::\w+)[^`\n]*)`(?!`)")
