@@ -144,7 +144,7 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
         }
         if (!completion) return;
         // A failed upload's error is not passed on, the message keeps it; but who cancelled it is told.
-        const bool uploadFailed = !payload && !(refusal && refusal->is(VXIMErrorDomain, vexim::errors::kCannotSend));
+        const bool uploadFailed = !payload && !(refusal && refusal->is(VXIMErrorDomain, VXIMErrorCannotSend));
         const bool isTold = refusal && (!uploadFailed || (transfer && transfer->isCancelled()));
         const vexim::UntoldError untold(isTold ? nullptr : refusal);  // for the async styles
         completion(!isTold, isTold ? refusal : nullptr);

@@ -23,8 +23,6 @@ using vexim::Value;
 
 namespace {
 
-constexpr const char* kSocketErrorNotification = "socket.io.error";
-
 /// "app" and "sign", which every login needs, and then its credentials. A nil one raises.
 Dictionary authDictionary(const VXIMClientConfiguration& config, const Dictionary& credentials) {
     Dictionary auth{{"app", config.appId()}, {"sign", VXIMUtils::signatureForClientKey(config.clientKey())}};
@@ -121,7 +119,8 @@ void VXIMClient::setupEventHandlers() {
     });
     on("disconnect", [](VXIMClient& client, const Array&) { client.socketDidDisconnect(); });
     on("error", [](VXIMClient& client, const Array& arguments) {
-        NotificationCenter::defaultCenter().post(kSocketErrorNotification, client.self(), Dictionary{{"data", arguments}});
+        NotificationCenter::defaultCenter().post(VXIMClientConnectionErrorNotification, client.self(),
+                                                 Dictionary{{"data", arguments}});
     });
     on("login", [](VXIMClient& client, const Array& arguments) { client.didReceiveLoginAnswer(arguments.get(0)); });
     on("message", [](VXIMClient& client, const Array& arguments) { client.didReceivePeerMessage(arguments.get(0)); });

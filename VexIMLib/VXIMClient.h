@@ -50,8 +50,8 @@ enum VXIMClientStatus : std::int32_t {
 ///
 /// Besides the delegate, the default notification centre hears `VXIMUserDidLoginNotification`,
 /// `VXIMClientDidReceiveMessageNotification`, `VXIMClientDidReceiveSystemMessageNotification`,
-/// `VXIMFriendOnlineNotification`, `VXIMFriendOfflineNotification`, and "socket.io.error" with the connection's troubles under
-/// "data". The sender is the client.
+/// `VXIMFriendOnlineNotification`, `VXIMFriendOfflineNotification`, and `VXIMClientConnectionErrorNotification` with the
+/// connection's troubles. The sender is the client.
 class VEXIM_EXPORT VXIMClient final : public vexim::Object {
 public:
     explicit VXIMClient(vexim::Creation);

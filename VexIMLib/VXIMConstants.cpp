@@ -5,9 +5,7 @@ const char* const VXIMClientDidReceiveMessageNotification = "VXIMClientDidReceiv
 const char* const VXIMClientDidReceiveSystemMessageNotification = "VXIMClientDidReceiveSystemMessageNotification";
 const char* const VXIMFriendOnlineNotification = "VXIMFriendOnlineNotification";
 const char* const VXIMFriendOfflineNotification = "VXIMFriendOfflineNotification";
-
-const char* const VXIMErrorDomain = "VXIMErrorDomain";
-const char* const VXErrorDomain = "VXErrorDomain";
+const char* const VXIMClientConnectionErrorNotification = "socket.io.error";
 
 const double VexIMLibVersionNumber = 1.0;
 const unsigned char VexIMLibVersionString[] = "@(#)PROGRAM:VexIMLib  PROJECT:VexIMLib-1\n";

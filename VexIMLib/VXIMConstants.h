@@ -1,22 +1,20 @@
 #pragma once
 
 #include "VexIMLib/Foundation/Export.h"
+#include "VexIMLib/VXIMErrors.h"
 
 // Names of the notifications that the client posts to the default notification centre, with itself as the sender. Each one's
-// value is its own name. VXIMClient.h tells when, and with what user information.
+// value is its own name, but for the last. VXIMClient.h tells when, and with what user information.
 VEXIM_EXPORT extern const char* const VXIMUserDidLoginNotification;
 VEXIM_EXPORT extern const char* const VXIMClientDidReceiveMessageNotification;
 VEXIM_EXPORT extern const char* const VXIMClientDidReceiveSystemMessageNotification;
 VEXIM_EXPORT extern const char* const VXIMFriendOnlineNotification;
 VEXIM_EXPORT extern const char* const VXIMFriendOfflineNotification;
 
-/// Domain of the errors that the library makes itself: a send that cannot be made (1), an answer of the service that cannot be
-/// used, such as a list with an element that makes no object (2), a refused login (the service's code),
-/// a passenger without an id (5004).
-VEXIM_EXPORT extern const char* const VXIMErrorDomain;
-/// Domain of the errors of REST requests: what the service answered (its own code, above 0), or that no usable answer came
-/// (100), with the reason as the underlying error.
-VEXIM_EXPORT extern const char* const VXErrorDomain;
+/// The connection has a trouble that ends no operation: a connect failed, the server refused or reported something, a limit was
+/// passed. Under "data" is an array: a sentence, what the server said if anything, and last the error, in
+/// `VXIMConnectionErrorDomain` (`vexim::connectionError` takes it out). The value of this name is "socket.io.error".
+VEXIM_EXPORT extern const char* const VXIMClientConnectionErrorNotification;
 
 // The version of the library that runs, which can be newer than the one compiled against. The string also names the library,
 // and ends with a newline.

@@ -25,6 +25,7 @@
 #include "VexIMLib/VXIMCompletions.h"
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/VXIMDiagnosis.h"
+#include "VexIMLib/VXIMErrors.h"
 #include "VexIMLib/VXIMFriendInfo.h"
 #include "VexIMLib/VXIMGroup.h"
 #include "VexIMLib/VXIMMessage.h"

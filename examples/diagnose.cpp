@@ -15,8 +15,10 @@ int main() {
     auto observer = std::make_shared<int>();  // as long as it lives, it hears
     // [trouble]
     vexim::NotificationCenter::defaultCenter().addObserver(
-        observer, "socket.io.error", client.get(), [](const vexim::Notification& trouble) {
-            std::cerr << trouble.userInfo->get("data").get(0).description() << '\n';  // "Could not connect: Connection refused."
+        observer, VXIMClientConnectionErrorNotification, client.get(), [](const vexim::Notification& trouble) {
+            const auto error = vexim::connectionError(trouble);
+            std::cerr << error->localizedDescription() << '\n';  // "Could not connect: Connection refused."
+            if (error->code() == VXIMConnectionErrorUnreachable) std::cerr << "Is the service running?\n";
             vexim::MainQueue::shared().quit();
         });
     // [/trouble]

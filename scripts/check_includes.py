@@ -15,7 +15,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 # a new folder gets its floor here.
 ROOMS = [
     ("client", 5, r"VexIMLib/(VXIMClient|VXIMClientDelegate)(\w*Impl|\+\w+)?\.(h|cpp)|VexIMLib/VexIMLib\.h|VexIMLib/internal/Client/.*"),
-    ("foundation", 1, r"VexIMLib/Foundation/.*|VexIMLib/VXIM(ClientConfiguration|Constants|Completions|Settings|Transfer|Diagnosis)\.(h|cpp)"),
+    ("foundation", 1, r"VexIMLib/Foundation/.*|VexIMLib/VXIM(ClientConfiguration|Constants|Completions|Errors|Settings|Transfer|Diagnosis)\.(h|cpp)"),
     ("resources", 4, r"VexIMLib/VXIM\w+\.(h|cpp)|VexIMLib/internal/Resources/.*"),
     ("networking", 3, r"VexIMLib/internal/Networking/.*"),
     ("message forwarding", 3, r"VexIMLib/internal/MessageForwarding/.*|VexIMLib/internal/VXIMRuntimeObject\.(h|cpp)"),

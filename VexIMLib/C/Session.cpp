@@ -44,8 +44,6 @@ private:
     std::unordered_map<const Object*, std::weak_ptr<Session>> sessions_ VEXIM_GUARDED_BY(mutex_);
 };
 
-constexpr std::string_view kSocketErrorNotification = "socket.io.error";
-
 std::string begunEvent(std::string_view name) {
     std::string text;
     text.reserve(768);
@@ -206,14 +204,21 @@ void Session::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&, const s
 }
 
 void Session::didPost(const Notification& notification) {
-    const auto info = notification.userInfo.value_or(Dictionary());
+    auto info = notification.userInfo.value_or(Dictionary());
     if (!givesNotifications_) {
         // A delegate call tells the same, but for the connection's troubles and for a message to nobody known.
         const bool isMessage = notification.name == VXIMClientDidReceiveMessageNotification;
         if (isMessage && info.get("msg").as<VXIMMessage>().get() == std::exchange(announced_, nullptr)) return;
-        if (!isMessage && notification.name != kSocketErrorNotification) return;
+        if (!isMessage && notification.name != VXIMClientConnectionErrorNotification) return;
     }
     std::string text = begunEvent(notification.name);
+    if (notification.name == VXIMClientConnectionErrorNotification) {
+        // Its last argument is the error, which JSON has another place for.
+        Array arguments = info.get("data").isArray() ? *info.get("data").asArray() : Array();
+        if (!arguments.empty() && arguments.get(arguments.size() - 1).as<Error>()) arguments.remove(arguments.size() - 1);
+        info.set("data", std::move(arguments));
+        append(text, "error", *connectionError(notification));
+    }
     for (const auto [name, value] : info) append(text, name, value);
     mailbox_->event(std::move(text += '}'));
 }
@@ -222,7 +227,7 @@ void observeNotifications() {
     static const auto& observer = *new auto(std::make_shared<int>());
     for (const char* name :
          {VXIMUserDidLoginNotification, VXIMClientDidReceiveMessageNotification, VXIMClientDidReceiveSystemMessageNotification,
-          VXIMFriendOnlineNotification, VXIMFriendOfflineNotification, kSocketErrorNotification.data()}) {
+          VXIMFriendOnlineNotification, VXIMFriendOfflineNotification, VXIMClientConnectionErrorNotification}) {
         NotificationCenter::defaultCenter().addObserver(observer, name, nullptr, [](const Notification& notification) {
             if (const auto session = Senders::shared().find(notification.object.get())) session->didPost(notification);
         });

@@ -24,7 +24,7 @@ public:
         auto& centre = NotificationCenter::defaultCenter();
         for (const char* name :
              {VXIMUserDidLoginNotification, VXIMClientDidReceiveMessageNotification, VXIMClientDidReceiveSystemMessageNotification,
-              VXIMFriendOnlineNotification, VXIMFriendOfflineNotification, "socket.io.error"}) {
+              VXIMFriendOnlineNotification, VXIMFriendOfflineNotification, VXIMClientConnectionErrorNotification}) {
             centre.addObserver(journal, name, nullptr, [weak = std::weak_ptr(journal)](const Notification& notification) {
                 if (auto self = weak.lock()) self->write("posted " + notification.name + describeInfo(notification));
             });

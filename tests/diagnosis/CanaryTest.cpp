@@ -119,10 +119,11 @@ protected:
         configuration->dictionary().set("joinPayload", Data("c4n4ry-wrong"));
         configuration->dictionary().set("path", "/socket.io/ c4n4ry-path");
         auto client = VXIMClient::clientWithConfiguration(configuration);
-        NotificationCenter::defaultCenter().addObserver(client, "socket.io.error", client.get(), [this](const Notification& heard) {
-            said.push_back(textOf(heard.userInfo->get("data")));
-            ++answers;
-        });
+        NotificationCenter::defaultCenter().addObserver(client, VXIMClientConnectionErrorNotification, client.get(),
+                                                        [this](const Notification& heard) {
+                                                            said.push_back(textOf(heard.userInfo->get("data")));
+                                                            ++answers;
+                                                        });
         clients.push_back(client);
         return client;
     }

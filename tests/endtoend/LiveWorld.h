@@ -34,7 +34,7 @@ public:
                                                                 if (const auto self = weak.lock()) hear(*self, notification);
                                                             });
         };
-        listen("socket.io.error", [](LiveClient& self, const Notification&) { ++self.errors; });
+        listen(VXIMClientConnectionErrorNotification, [](LiveClient& self, const Notification&) { ++self.errors; });
         listen(VXIMClientDidReceiveMessageNotification, [](LiveClient& self, const Notification& notification) {
             const auto message = notification.userInfo->get("msg").as<VXIMMessage>();
             self.received.push_back(message->text().value_or("nil"));

@@ -174,7 +174,7 @@ TEST_P(SocketIOInterop, IsRefusedAnUnknownNamespace) {
     }
     client->connect();
     ASSERT_TRUE(eventually([&] { return !heard.empty(); }));
-    EXPECT_EQ(heard, std::vector<std::string>{"errorInvalid namespace"});
+    EXPECT_EQ(heard, std::vector<std::string>{"errorThe server refused the connection: Invalid namespace."});
     EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
 }
 

@@ -181,7 +181,7 @@ TEST(SocketIOClient, TakesAServersRefusalForAnAnswer) {
     };
     const Row rows[] = {
         {"41/chat,", {"connect /chat", "disconnect io server disconnect"}},
-        {R"(44/chat,{"message":"not you"})", {"error not you"}},
+        {R"(44/chat,{"message":"not you"})", {"error The server refused the connection: not you."}},
     };
     for (const auto& row : rows) {
         ScriptedServer server([&](ScriptedServer::Connection& connection) {

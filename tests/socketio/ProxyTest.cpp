@@ -134,7 +134,7 @@ TEST(Proxies, OfAnotherKindAreNotPassedBy) {
     Recorder heard;
     heard.listen(*client);
     client->connect();
-    EXPECT_TRUE(heard.waitFor("error The environment's proxy is of a kind that is not spoken.")) << heard.last();
+    EXPECT_TRUE(heard.waitFor("error The environment's proxy is of a kind that is not supported.")) << heard.last();
     EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,7 +16,9 @@ public:
     void listen(SocketIOClient& client) {
         for (const char* event : {"connect", "disconnect", "error", "reconnect", "message"}) {
             client.on(event, [lines = lines_, event](const Array& arguments, const AckEmitter&) {
-                lines->push_back(std::string(event) + " " + arguments.get(0).description());
+                const std::string first = arguments.get(0).description();
+                lines->push_back(std::string(event) + " " + first);
+                if (lines->back().starts_with("error ")) expectWhole(first, arguments.get(arguments.size() - 1).as<Error>());
             });
         }
     }
@@ -27,6 +30,12 @@ public:
     void clear() { lines_->clear(); }
 
 private:
+    static void expectWhole(const std::string& sentence, const ErrorPtr& error) {
+        ASSERT_TRUE(error) << sentence;
+        EXPECT_EQ(error->localizedDescription(), sentence);
+        EXPECT_TRUE(sentence.size() > 9 && sentence.ends_with('.') && !sentence.ends_with("..")) << sentence;
+    }
+
     std::shared_ptr<std::vector<std::string>> lines_ = std::make_shared<std::vector<std::string>>();
 };
 

@@ -166,7 +166,8 @@ TEST(WireFaults, EveryCloseCodeEndsTheConnectionInEveryPhase) {
             {name.c_str(),
              {},
              [bytes](Connection& c) { LivePeer(c).acceptWebSocket({}, bytes) && (c.waitForClose(), true); },
-             mayBeSent ? "error closed by the server" : "error A malformed frame"},
+             mayBeSent ? "error The address does not belong to a Socket.IO server: closed by the server"
+                       : "error A malformed frame"},
             {name.c_str(), {}, joinedThenSend(bytes), heard},
             {name.c_str(), {}, joinedThenSend(begun + bytes), heard},
         };

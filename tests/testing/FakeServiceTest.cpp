@@ -202,7 +202,7 @@ TEST_F(FakeServiceTest, AConnectionThatIsRefusedOrNeverComesUpIsAnError) {
         script(service);
         auto alice = newPerson();
         bool failed = false;
-        NotificationCenter::defaultCenter().addObserver(alice, "socket.io.error", alice->client.get(),
+        NotificationCenter::defaultCenter().addObserver(alice, VXIMClientConnectionErrorNotification, alice->client.get(),
                                                         [&failed](const Notification&) { failed = true; });
         alice->client->loginWithUserId("alice", {});
         EXPECT_TRUE(clock.runUntil([&] { return failed; }, 21s));

@@ -56,7 +56,7 @@ public:
 
     int run(const Credentials& credentials) {
         vexim::NotificationCenter::defaultCenter().addObserver(
-            alive_, "socket.io.error", client_.get(), [this](const vexim::Notification& notification) {
+            alive_, VXIMClientConnectionErrorNotification, client_.get(), [this](const vexim::Notification& notification) {
                 print("connection: " + notification.userInfo.value_or(vexim::Dictionary()).get("data").get(0).description());
                 if (!isLoggedIn_) end(1);  // a first connection that fails is not tried again, and the login never answered
             });

@@ -63,7 +63,7 @@ struct Outcome {
 void await(const std::string& what, std::chrono::seconds limit, const std::function<void(VXIMBooleanCompletion)>& operation) {
     auto outcome = std::make_shared<Outcome>();
     vexim::NotificationCenter::defaultCenter().addObserver(
-        outcome, "socket.io.error", nullptr, [seen = outcome.get()](const vexim::Notification& notification) {
+        outcome, VXIMClientConnectionErrorNotification, nullptr, [seen = outcome.get()](const vexim::Notification& notification) {
             seen->complaint = notification.userInfo.value_or(vexim::Dictionary()).get("data").get(0).description();
         });
     operation([outcome](bool succeeded, vexim::ErrorPtr error) {

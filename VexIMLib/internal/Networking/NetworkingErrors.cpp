@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "VexIMLib/VXIMConstants.h"
+#include "VexIMLib/VXIMErrors.h"
 #include "VexIMLib/internal/Platform/ReasonPhrases.h"
 #include "VexIMLib/internal/Platform/URLErrors.h"
 
@@ -11,11 +11,11 @@ namespace vexim::rest {
 ErrorPtr transportFailed(const ErrorPtr& cause) {
     auto description = cause->localizedDescription();
     if (description.empty()) description = "The connection to the Vexora servers failed.";
-    return Error::withDescription(VXErrorDomain, kTransportFailedCode, std::move(description));
+    return Error::withDescription(VXErrorDomain, VXErrorNoUsableAnswer, std::move(description));
 }
 
 ErrorPtr fileFailed(const ErrorPtr& cause) {
-    return Error::make(VXErrorDomain, kTransportFailedCode,
+    return Error::make(VXErrorDomain, VXErrorNoUsableAnswer,
                        Dictionary{{kLocalizedDescriptionKey, cause->localizedDescription()}, {kUnderlyingErrorKey, cause}});
 }
 
@@ -29,7 +29,7 @@ ErrorPtr badServerResponse(std::int64_t status, const Value& failingURL) {
 ErrorPtr cancelled() { return makeURLError(URLErrorCancelled); }
 
 ErrorPtr raised(const Exception& exception) {
-    return Error::withDescription(VXErrorDomain, kTransportFailedCode, exception.what());
+    return Error::withDescription(VXErrorDomain, VXErrorNoUsableAnswer, exception.what());
 }
 
 ErrorPtr markedTemporary(const ErrorPtr& error) {
@@ -38,6 +38,6 @@ ErrorPtr markedTemporary(const ErrorPtr& error) {
     return Error::make(error->domain(), error->code(), std::move(userInfo));
 }
 
-bool isTemporary(const ErrorPtr& error) { return error && error->info(kTemporaryKey).boolValue(); }
+bool isMarkedTemporary(const ErrorPtr& error) { return error && error->info(kTemporaryKey).boolValue(); }
 
 }  // namespace vexim::rest

@@ -8,11 +8,6 @@
 // Every error that the HTTP transport makes.
 namespace vexim::rest {
 
-/// In `VXErrorDomain`: no usable answer came.
-inline constexpr std::int64_t kTransportFailedCode = 100;
-/// Marks, in the user information, what is worth a retry.
-inline constexpr const char* kTemporaryKey = "temporary";
-
 /// 100, with the description of `cause`.
 ErrorPtr transportFailed(const ErrorPtr& cause);
 /// 100, with the description of `cause` and `cause` beneath: a file of the application's could not be written.
@@ -26,6 +21,7 @@ ErrorPtr raised(const Exception& exception);
 
 /// The same error with "temporary" = true.
 ErrorPtr markedTemporary(const ErrorPtr& error);
-bool isTemporary(const ErrorPtr& error);
+/// Whether it is so marked, and a request is to be sent again. (`vexim::isTemporary` also asks for the cause.)
+bool isMarkedTemporary(const ErrorPtr& error);
 
 }  // namespace vexim::rest

@@ -53,7 +53,7 @@ void VXIMRequest::makeDelayedRetry(std::function<void()> retry) {
 }
 
 bool VXIMRequest::shouldRetry(const vexim::ErrorPtr& error) const {
-    if (!vexim::rest::isTemporary(error) || retryCount_ >= kMaxRetries || isOfOwnFile(error->underlyingError())) return false;
+    if (!vexim::rest::isMarkedTemporary(error) || retryCount_ >= kMaxRetries || isOfOwnFile(error->underlyingError())) return false;
     // Another attempt could only report that the body is gone, and hide what went wrong.
     return !body_.isNil() || !bodyStream_ || bodyStream_->isSendable();
 }

@@ -15,7 +15,7 @@
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMCompletions.h"
 #include "VexIMLib/VXIMMessage.h"
-#include "VexIMLib/internal/Resources/VXIMErrors.h"
+#include "VexIMLib/internal/Resources/MakeErrors.h"
 
 // The plumbing that all operations of all resources share: what goes into paths and queries, how an answer is read, how an
 // operation ends.

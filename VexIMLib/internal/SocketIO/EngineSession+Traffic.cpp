@@ -56,7 +56,7 @@ void EngineSession::handle(const event::WebSocketClosed& closed) {
     using Cause = event::WebSocketClosed::Cause;
     if (phase_ == Phase::OpeningWebSocket) {
         // Accepted, then closed before a word was said: as good as refused.
-        return refused(0, {}, closed.reason);
+        return refused(event::WebSocketFailed::Stage::Handshake, 0, {}, closed.reason);
     }
     switch (closed.cause) {
         case Cause::Peer: return end(EndCause::LinkLost, "transport close");
@@ -73,7 +73,8 @@ void EngineSession::handle(const event::GetAnswered& answer) {
     if (carrier_ != Carrier::Polling) return;
     if (phase_ == Phase::OpeningPolling) {
         if (answer.status != 200) {
-            return refused(answer.status, answer.body, "The server answered " + std::to_string(answer.status) + ".");
+            return refused(event::WebSocketFailed::Stage::Handshake, answer.status, answer.body,
+                           "The server answered " + std::to_string(answer.status) + ".");
         }
         revision_ = detectRevision(answer.body);
         if (!revision_) return end(EndCause::ProtocolFault, "The answer is none of a Socket.IO server.");
@@ -81,7 +82,7 @@ void EngineSession::handle(const event::GetAnswered& answer) {
         const bool unknown = parseEngineError(answer.body) == EngineError::SessionUnknown;
         return end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed,
                    unknown ? "The server does not know the session." : "The server answered " + std::to_string(answer.status) + ".",
-                   nullptr, unknown);
+                   nullptr, unknown, VXIMConnectionErrorRefused);
     }
     PayloadReader reader(*revision_, answer.body);
     bool isIdle = true;
@@ -100,18 +101,19 @@ void EngineSession::handle(const event::PostAnswered& answer) {
     postInFlight_ = false;
     if (carrier_ != Carrier::Polling || answer.status == 200) return;
     if (answer.status == 413) {
-        act(action::Report{"The server refused a message as too large.", Dictionary{{"status", answer.status}}});
+        act(action::Report{"The server refused a message as too large.", Dictionary{{"status", answer.status}},
+                           VXIMConnectionErrorLimitPassed});
         return;
     }
     const bool unknown = parseEngineError(answer.body) == EngineError::SessionUnknown;
     end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed, "The server answered " + std::to_string(answer.status) + ".",
-        nullptr, unknown);
+        nullptr, unknown, VXIMConnectionErrorRefused);
 }
 
 void EngineSession::handle(const event::RequestFailed& failure) {
     if (carrier_ != Carrier::Polling) return;
     if (failure.isTooLarge) return end(EndCause::LimitPassed, failure.reason);
-    end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed, failure.reason);
+    end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed, failure.reason, nullptr, false, failure.kind);
 }
 
 void EngineSession::didReceiveEngine(const EnginePacketView& packet) {
@@ -121,7 +123,9 @@ void EngineSession::didReceiveEngine(const EnginePacketView& packet) {
     }
     switch (packet.type) {
         case EnginePacketType::Open: return didReceiveOpen(packet.data);
-        case EnginePacketType::Close: return end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed, "transport close");
+        case EnginePacketType::Close:
+            return isJoined() ? end(EndCause::LinkLost, "transport close")
+                              : failToConnect(VXIMConnectionErrorLost, "transport close");
         case EnginePacketType::Ping: return didReceivePing();
         case EnginePacketType::Pong:
             if (revision_ == EngineRevision::V3) {
@@ -165,8 +169,10 @@ void EngineSession::didReceiveWhileJoined(Packet packet) {
         case PacketType::Event:
         case PacketType::Ack: return act(action::Deliver{std::move(packet)});
         case PacketType::Disconnect: return end(EndCause::ServerDisconnect, "io server disconnect");
-        case PacketType::Error:
-            return act(action::Report{packet.payload.asString().value_or("The server reported an error."), packet.payload});
+        case PacketType::Error: {
+            const std::string told = packet.payload.asString().value_or("");
+            return act(action::Report{"The server reports an error" + (told.empty() ? "" : ": " + told) + ".", packet.payload});
+        }
         case PacketType::Connect: return;
     }
 }
@@ -203,8 +209,8 @@ void EngineSession::handle(const event::Tick&) {
     const auto isDue = [this](const std::optional<TimePoint>& due) { return due && *due <= now_; };
     if (isConnecting() && isDue(connectDeadline_)) {
         const bool opening = phase_ == Phase::OpeningWebSocket || phase_ == Phase::OpeningPolling;
-        return end(EndCause::ConnectFailed,
-                   opening ? "The server did not answer in time." : "The namespace was not joined in time.");
+        return failToConnect(VXIMConnectionErrorTimedOut,
+                             opening ? "The server did not answer in time." : "The namespace was not joined in time.");
     }
     if (phase_ == Phase::OpeningWebSocket && isDue(webSocketDeadline_)) {
         act(action::DropWebSocket{});

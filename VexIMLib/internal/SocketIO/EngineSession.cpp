@@ -4,6 +4,7 @@
 
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/URL.h"
+#include "VexIMLib/internal/SocketIO/ConnectionError.h"
 #include "VexIMLib/internal/SocketIO/EngineError.h"
 #include "VexIMLib/internal/SocketIO/Payload.h"
 
@@ -17,6 +18,10 @@ using namespace std::chrono_literals;
 constexpr std::string_view kProbeNamespace = "/~probe";
 // Node refuses a request head above 16 KiB; cookies and headers need some of it.
 constexpr std::size_t kMaxTargetBytes = 12 * 1024;
+
+std::string refusal(const std::optional<std::string>& serversWords) {
+    return "The server refused the connection" + (serversWords.value_or("").empty() ? "" : ": " + *serversWords) + ".";
+}
 
 }  // namespace
 
@@ -113,7 +118,8 @@ void EngineSession::openWebSocket() {
         webSocketDeadline_ = now_ + config_.connectTimeout / 2;
     }
     std::string where = target("websocket");
-    if (where.size() > kMaxTargetBytes) return end(EndCause::ConnectFailed, "The connect parameters are too long.");
+    if (where.size() > kMaxTargetBytes)
+        return failToConnect(VXIMConnectionErrorLimitPassed, "The connect parameters are too long.");
     act(action::OpenWebSocket{std::move(where)});
 }
 
@@ -121,7 +127,8 @@ void EngineSession::openPolling() {
     phase_ = Phase::OpeningPolling;
     carrier_ = Carrier::Polling;
     begin(triedPolling_);
-    if (target("polling").size() > kMaxTargetBytes) return end(EndCause::ConnectFailed, "The connect parameters are too long.");
+    if (target("polling").size() > kMaxTargetBytes)
+        return failToConnect(VXIMConnectionErrorLimitPassed, "The connect parameters are too long.");
 }
 
 void EngineSession::handle(const event::WebSocketOpened&) {
@@ -133,12 +140,12 @@ void EngineSession::handle(const event::WebSocketFailed& failure) {
     if (phase_ != Phase::OpeningWebSocket) return;
     using Stage = event::WebSocketFailed::Stage;
     const bool worthPolling = failure.stage == Stage::Handshake || failure.stage == Stage::Proxy;
-    if (!worthPolling) return end(EndCause::ConnectFailed, failure.reason);
-    refused(failure.httpStatus, failure.body, failure.reason);
+    if (!worthPolling) return failToConnect(kindOf(failure.stage, 0, std::nullopt), failure.reason);
+    refused(failure.stage, failure.httpStatus, failure.body, failure.reason);
 }
 
 /// The handshake was answered, but not as hoped: another revision or another transport may be welcome.
-void EngineSession::refused(int status, std::string_view body, std::string reason) {
+void EngineSession::refused(event::WebSocketFailed::Stage stage, int status, std::string_view body, std::string reason) {
     const auto code = parseEngineError(body);
     const bool overWebSocket = phase_ == Phase::OpeningWebSocket;
     const bool revisionRefused = code == EngineError::UnsupportedRevision ||
@@ -157,7 +164,8 @@ void EngineSession::refused(int status, std::string_view body, std::string reaso
         // Any other body may be a page that quotes what was asked for, credentials and all.
         if (code) detail.set("body", body.substr(0, 1024));
     }
-    end(EndCause::ConnectFailed, std::move(reason), std::move(detail), code == EngineError::SessionUnknown);
+    end(EndCause::ConnectFailed, std::move(reason), std::move(detail), code == EngineError::SessionUnknown,
+        kindOf(stage, status, code));
 }
 
 void EngineSession::didReceiveOpen(std::string_view json) {
@@ -227,7 +235,7 @@ void EngineSession::didReceiveWhileJoining(Packet packet) {
             case PacketType::Error: {
                 const Value& told = packet.payload;
                 const auto text = told.isDictionary() ? told.get("message").asString() : told.asString();
-                return end(EndCause::Refused, text.value_or("The server refused the namespace."), told);
+                return end(EndCause::Refused, refusal(text), told);
             }
             case PacketType::Disconnect: return end(EndCause::ServerDisconnect, "io server disconnect");
             case PacketType::Event:
@@ -238,7 +246,7 @@ void EngineSession::didReceiveWhileJoining(Packet packet) {
     if (packet.nsp == kProbeNamespace && config_.nsp == "/") return joined(nullptr);
     if (packet.nsp == "/" && packet.type == PacketType::Error) {
         // Every later join is ignored without a word.
-        return end(EndCause::Refused, packet.payload.asString().value_or("The server refused the connection."), packet.payload);
+        return end(EndCause::Refused, refusal(packet.payload.asString()), packet.payload);
     }
 }
 
@@ -267,9 +275,16 @@ void EngineSession::handle(const event::Close&) {
     end(EndCause::Asked, "io client disconnect");
 }
 
-void EngineSession::end(EndCause cause, std::string why, Value detail, bool preferWebSocket) {
+void EngineSession::end(EndCause cause, std::string why, Value detail, bool preferWebSocket,
+                        std::optional<VXIMConnectionErrorKind> kind) {
+    const bool isOpening = phase_ == Phase::OpeningWebSocket || phase_ == Phase::OpeningPolling;
+    if (isOpening && cause == EndCause::ProtocolFault) kind = VXIMConnectionErrorNotSocketIO;
     phase_ = Phase::Ended;
-    act(action::Ended{cause, std::move(why), std::move(detail), preferWebSocket});
+    act(action::Ended{cause, std::move(why), std::move(detail), preferWebSocket, kind});
+}
+
+void EngineSession::failToConnect(VXIMConnectionErrorKind kind, std::string why) {
+    end(EndCause::ConnectFailed, std::move(why), nullptr, false, kind);
 }
 
 }  // namespace vexim

@@ -13,6 +13,7 @@
 
 #include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/VXIMErrors.h"
 #include "VexIMLib/internal/SocketIO/EnginePacket.h"
 #include "VexIMLib/internal/SocketIO/OpenPacket.h"
 #include "VexIMLib/internal/SocketIO/Packet.h"
@@ -78,6 +79,7 @@ struct PostAnswered {
 struct RequestFailed {
     std::string reason;
     bool isTooLarge = false;
+    VXIMConnectionErrorKind kind = VXIMConnectionErrorLost;
 };
 /// A message of the application; see `canEmit`.
 struct Emit {
@@ -150,6 +152,7 @@ struct Deliver {
 struct Report {
     std::string description;
     Value detail;
+    VXIMConnectionErrorKind kind = VXIMConnectionErrorServerReported;
 };
 /// The last one. Whatever transport is still there is to be dropped.
 struct Ended {
@@ -157,6 +160,7 @@ struct Ended {
     std::string why;
     Value detail;                  // what the server said, or nil
     bool preferWebSocket = false;  // polling requests reach different servers: begin the next connection otherwise
+    std::optional<VXIMConnectionErrorKind> kind = std::nullopt;  // when the cause says too little
 };
 }  // namespace action
 
@@ -218,7 +222,7 @@ private:
     void begin(bool& tried);
     void openWebSocket();
     void openPolling();
-    void refused(int status, std::string_view body, std::string reason);
+    void refused(event::WebSocketFailed::Stage stage, int status, std::string_view body, std::string reason);
     void didReceiveOpen(std::string_view json);
     void decide(EngineRevision revision);
     std::optional<EngineRevision> revisionToldBy(const Packet& packet) const;
@@ -238,7 +242,9 @@ private:
     void send(std::string text);
     void settle();
     void post();
-    void end(EndCause cause, std::string why, Value detail = nullptr, bool preferWebSocket = false);
+    void end(EndCause cause, std::string why, Value detail = nullptr, bool preferWebSocket = false,
+             std::optional<VXIMConnectionErrorKind> kind = std::nullopt);
+    void failToConnect(VXIMConnectionErrorKind kind, std::string why);
     template <class Action>
     void act(Action&& action) {
         actions_->emplace_back(std::forward<Action>(action));

@@ -13,6 +13,7 @@
 #include "VexIMLib/internal/Platform/CurlTrust.h"
 #include "VexIMLib/internal/Platform/NetworkThreadAsio.h"
 #include "VexIMLib/internal/SocketIO/BoundedAppend.h"
+#include "VexIMLib/internal/SocketIO/ConnectionError.h"
 
 namespace vexim {
 namespace {
@@ -42,6 +43,7 @@ public:
     const std::vector<std::string>& cookies() const noexcept { return cookies_; }
     bool isTooLarge() const noexcept { return isTooLarge_; }
     std::string fault(CURLcode result) const;
+    VXIMConnectionErrorKind kind(CURLcode result) const;
 
 private:
     static std::size_t onRead(char* into, std::size_t size, std::size_t count, void* self);
@@ -226,6 +228,12 @@ std::string Request::fault(CURLcode result) const {
     return description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
 }
 
+VXIMConnectionErrorKind Request::kind(CURLcode result) const {
+    long proxyStatus = 0;
+    curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
+    return proxyStatus >= 300 ? VXIMConnectionErrorProxy : kindOfTransferResult(result);
+}
+
 void Request::transferEnded(CURLcode result) {
     isRunning_ = false;
     owner_.didEnd(*this, result);
@@ -247,8 +255,8 @@ void LivePolling::didEnd(Request& request, CURLcode result) {
     if (result != CURLE_OK) {
         // libcurl takes a header of more than 100 KB for a lack of memory.
         const bool isTooLarge = request.isTooLarge() || result == CURLE_OUT_OF_MEMORY;
-        listener.didHappen(
-            event::RequestFailed{isTooLarge ? "The server's answer is over the limit." : request.fault(result), isTooLarge});
+        listener.didHappen(event::RequestFailed{isTooLarge ? "The server's answer is over the limit." : request.fault(result),
+                                                isTooLarge, request.kind(result)});
     } else if (&request == &get_) {
         const std::string body = request.takeAnswer();  // the next request is written over it
         listener.didHappen(event::GetAnswered{request.status(), body});

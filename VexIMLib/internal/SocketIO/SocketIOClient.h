@@ -14,6 +14,7 @@
 #include "VexIMLib/Foundation/Export.h"
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/URL.h"
+#include "VexIMLib/VXIMErrors.h"
 
 namespace vexim {
 
@@ -25,16 +26,6 @@ enum SocketIOStatus : std::int32_t {
     SocketIOStatusDisconnected = 1,  ///< lost, refused, or closed on request
     SocketIOStatusConnecting = 2,    ///< a first connect or a reconnect is under way
     SocketIOStatusConnected = 3,     ///< the namespace is joined
-};
-
-// Errors of acknowledgements, and what the "error" event's first argument is made of.
-inline constexpr const char* kSocketIOErrorDomain = "SocketIOErrorDomain";
-enum SocketIOErrorCode : std::int64_t {
-    SocketIOErrorNotConnected = 1,  ///< nothing was sent: the namespace is not joined
-    SocketIOErrorDisconnected = 2,  ///< the link went down before the answer came
-    SocketIOErrorAckTimedOut = 3,   ///< the peer did not answer in time
-    SocketIOErrorTooLarge = 4,      ///< over a limit of size, depth or count; or of the queue, and then marked temporary
-    SocketIOErrorNotEncodable = 5,  ///< the items hold what cannot be sent, or the event's name is reserved
 };
 
 /// Answers an event whose sender asked for an acknowledgement. Cheap to copy; may outlive the handler and the client.
@@ -71,7 +62,8 @@ private:
 /// - "connect", [nsp]: the namespace is joined; `status()` is 3 since before. Also after each successful reconnect.
 /// - "disconnect", [reason]: the link was lost while connected; or, exactly once for each `disconnect()` that follows a
 ///   `connect()`, whatever the link's state was.
-/// - "error", [description, …]: a first connect failed (nothing else is heard then), an attempt to reconnect failed, the
+/// - "error", [description, what the server said if anything, the error]: a first connect failed (nothing else is heard then), an
+/// attempt to reconnect failed, the
 ///   server refused the namespace, a limit was passed, or an emit was refused.
 /// - "reconnect", [attempt]: before each attempt to reconnect; attempts count from 1.
 ///
@@ -122,7 +114,7 @@ public:
     virtual void removeAllHandlers() = 0;
 
     /// Sends `event` with `items` (data values go as attachments, at most 10). nullptr: the connection has taken it. Else the
-    /// answer is why not, with a code from above, and nothing else is heard of it: `status()` is not 3, the items cannot be
+    /// answer is why not, with a `SocketIOErrorCode`, and nothing else is heard of it: `status()` is not 3, the items cannot be
     /// sent, the server or the queue takes nothing as long, or the queue is full. Nothing is queued for a later connection.
     virtual ErrorPtr tryEmit(std::string_view event, const Array& items) = 0;
     /// As `tryEmit`, for callers that do not ask why: the answer is whether it was taken, and an "error" tells the reason.

@@ -4,6 +4,7 @@
 
 #include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/internal/Platform/HostResolver.h"
+#include "VexIMLib/internal/SocketIO/ConnectionError.h"
 #include "VexIMLib/internal/SocketIO/SocketIOCore.h"
 
 namespace vexim {
@@ -15,12 +16,6 @@ constexpr std::size_t kMaxUndeliveredBytes = std::size_t{64} << 20;
 // Servers hand events over one loop turn after they were read, and forget those of a client that has said goodbye by then.
 // So the goodbye keeps this distance from the last event.
 constexpr std::chrono::milliseconds kBeforeGoodbye{50};
-
-Array errorArguments(const std::string& description, const Value& detail) {
-    Array arguments{description};
-    if (!detail.isNilOrNull() && !(detail.isDictionary() && detail.asDictionary()->empty())) arguments.append(detail);
-    return arguments;
-}
 
 /// What handlers hear of the connection itself. "connect" and "disconnect" are the protocol's, too, and a fault from a peer.
 bool isOwnEvent(std::string_view event) { return event == "error" || event == "reconnect"; }
@@ -61,28 +56,31 @@ void SocketIOCore::linkDidTrip(const SessionEvent& what) {
 void SocketIOCore::startLink(Epoch epoch) {
     SessionConfig session = options_.session;
     TransportOptions transport = options_.transport;
-    std::string hindrance;
+    ErrorPtr hindrance;
     if (endpoint_) {
-        hindrance = transport.trust.hindrance(endpoint_->isSecure);
+        const std::string distrust = transport.trust.hindrance(endpoint_->isSecure);
+        if (!distrust.empty()) hindrance = makeConnectionError(VXIMConnectionErrorNotSecure, distrust);
         transport.endpoint = *endpoint_;
         transport.proxy = proxyFor(endpoint_->isSecure, endpoint_->host, endpoint_->port);
         if (transport.proxy && transport.proxy->host.empty())
-            hindrance = "The environment's proxy is of a kind that is not spoken.";
+            hindrance =
+                makeConnectionError(VXIMConnectionErrorProxy, "The environment's proxy is of a kind that is not supported.");
     } else {
-        hindrance = "The URL is none of a Socket.IO server.";
+        hindrance = makeConnectionError(VXIMConnectionErrorBadAddress, "it must name a host and begin with https:// or http://");
     }
     {
         const Section section(*this);
         if (epoch != epoch_) return;
         session.nsp = nsp_;
         session.nspQuery = nspQuery_;
-        if (!hindrance.empty()) {
+        if (hindrance) {
             ++epoch_;
             status_ = SocketIOStatusDisconnected;
-            pushEvent("error", {hindrance});
+            pushEvent("error", errorArguments(hindrance));
         }
     }
-    if (!hindrance.empty()) return note("ended", {{"cause", "connect failed"}, {"joined", false}, {"reason", hindrance}});
+    if (hindrance)
+        return note("ended", {{"cause", "connect failed"}, {"joined", false}, {"reason", hindrance->localizedDescription()}});
     if (preferWebSocket_ && session.transports == TransportChoice::PollingThenWebSocket) {
         session.transports = TransportChoice::WebSocketThenPolling;
     }
@@ -241,7 +239,8 @@ void SocketIOCore::flushTurn() {
 void SocketIOCore::linkDidReport(const action::Report& report) {
     flushTurn();
     const Section section(*this);
-    if (linkEpoch_ == epoch_) pushEvent("error", errorArguments(report.description, report.detail));
+    if (linkEpoch_ == epoch_)
+        pushEvent("error", errorArguments(makeConnectionError(report.kind, report.description, report.detail)));
 }
 
 void SocketIOCore::linkDidEndTurn() {
@@ -275,7 +274,10 @@ void SocketIOCore::linkDidEnd(const action::Ended& ended) {
         if (linkEpoch_ != epoch_) return;  // disconnect() has said everything
         beginEpoch(SocketIOStatusDisconnected);
         next = epoch_;
-        if (isFault) pushEvent("error", errorArguments(ended.why, ended.detail));
+        if (isFault) {
+            const auto kind = ended.kind.value_or(kindOf(ended.cause));
+            pushEvent("error", errorArguments(makeConnectionError(kind, ended.why, ended.detail)));
+        }
         if (wasJoined) pushEvent("disconnect", {ended.why});
         const auto& policy = options_.reconnect;
         if (!mayRetry || !policy.enabled || (policy.maxAttempts && attempt_ >= *policy.maxAttempts)) return;

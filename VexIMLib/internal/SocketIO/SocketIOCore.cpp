@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/SocketIO/ConnectionError.h"
 
 namespace vexim {
 namespace {
@@ -12,6 +13,8 @@ namespace {
 constexpr std::size_t kMostUnheard = 10'000;
 // What one takes beside its text. Of short events it is nearly all, and a peer can send millions of them.
 constexpr std::size_t kDeliveryBytes = 256;
+std::string quoted(std::string_view event) { return "\"" + std::string(event) + "\""; }
+
 // As good as for ever, and far from overflowing.
 constexpr std::chrono::milliseconds kLongestPatience = std::chrono::hours(24 * 365 * 10);
 
@@ -121,7 +124,7 @@ ErrorPtr SocketIOCore::tryEmit(std::string_view event, const Array& items) {
     }
     // Without the lock, or the network thread would wake up only to wait for it.
     if (wakesPump) postPump();
-    return fault == EmitFault::None ? nullptr : refusal(encoded.fault, fault, event);
+    return fault == EmitFault::None ? nullptr : refusal(encoded.fault, fault, quoted(event));
 }
 
 bool SocketIOCore::emit(std::string_view event, const Array& items) {
@@ -129,7 +132,7 @@ bool SocketIOCore::emit(std::string_view event, const Array& items) {
     if (!refused) return true;
     const Section section(*this);
     // The answer has told already. Who emits in a loop and does not listen is not to fill the memory.
-    if (inbox_.size() < kMostUnheard) pushEvent("error", {refused->localizedDescription()});
+    if (inbox_.size() < kMostUnheard) pushEvent("error", errorArguments(refused));
     return false;
 }
 
@@ -143,7 +146,7 @@ void SocketIOCore::emitWithAck(std::string_view event, const Array& items, std::
     if (fault != EmitFault::None) {
         Delivery refused;
         refused.callback = std::move(callback);
-        refused.error = refusal(encoded.fault, fault, event);
+        refused.error = refusal(encoded.fault, fault, quoted(event));
         return push(std::move(refused));
     }
     schedulePump();
@@ -185,11 +188,12 @@ void SocketIOCore::sendAck(Epoch epoch, std::uint64_t id, const Array& items) {
     const Section section(*this);
     if (epoch != epoch_) return;
     const EncodeResult encoded = encodeAck(joinedNsp_, id, items);
-    if (encoded.fault == EncodeFault::None && enqueue(encoded.packet) == EmitFault::None) return schedulePump();
-    pushEvent("error", {"An acknowledgement could not be sent."});
+    const EmitFault fault = encoded.fault == EncodeFault::None ? enqueue(encoded.packet) : EmitFault::NotEncodable;
+    if (fault == EmitFault::None) return schedulePump();
+    pushEvent("error", errorArguments(refusal(encoded.fault, fault, "An acknowledgement")));
 }
 
-ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault, std::string_view event) const {
+ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault, std::string_view what) {
     SocketIOErrorCode code = SocketIOErrorNotEncodable;
     const char* why = "";
     switch (encodeFault) {
@@ -206,9 +210,9 @@ ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault, std::st
         case EncodeFault::TooDeep: code = SocketIOErrorTooLarge, why = "its items are nested too deeply"; break;
         case EncodeFault::TooManyAttachments: code = SocketIOErrorTooLarge, why = "it has too many attachments"; break;
     }
-    Dictionary userInfo{{kLocalizedDescriptionKey, "\"" + std::string(event) + "\" was not sent: " + why + "."},
+    Dictionary userInfo{{kLocalizedDescriptionKey, std::string(what) + " was not sent: " + why + "."},
                         {kLocalizedFailureReasonKey, why}};
-    if (encodeFault == EncodeFault::None && fault == EmitFault::QueueFull) userInfo.set("temporary", true);
+    if (encodeFault == EncodeFault::None && fault == EmitFault::QueueFull) userInfo.set(kTemporaryKey, true);
     return Error::make(kSocketIOErrorDomain, code, std::move(userInfo));
 }
 

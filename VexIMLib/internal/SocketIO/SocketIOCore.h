@@ -96,7 +96,7 @@ private:
     void push(Delivery delivery) VEXIM_REQUIRES(mutex_);
     void pushEvent(std::string event, Array arguments) VEXIM_REQUIRES(mutex_);
     void failAcks(SocketIOErrorCode code) VEXIM_REQUIRES(mutex_);
-    ErrorPtr refusal(EncodeFault encodeFault, EmitFault fault, std::string_view event) const;
+    static ErrorPtr refusal(EncodeFault encodeFault, EmitFault fault, std::string_view what);
     Outbox beginEpoch(SocketIOStatus status) VEXIM_REQUIRES(mutex_);
 
     void announce();

@@ -205,7 +205,7 @@ void WebSocketStream::Impl::didHandshake(error_code error) {
     } else if (refusal) {
         result.reason = "The WebSocket handshake failed: the answer is not HTTP.";
     } else if (error) {
-        result.reason = "The WebSocket handshake failed: " + error.message();
+        result.reason = "The WebSocket handshake failed: " + error.message() + ".";
     } else if (disagreement) {
         result.reason = std::string("The WebSocket handshake failed: the server chose ") + disagreement + ".";
     } else {

@@ -268,7 +268,9 @@ void LiveWebSocket::didReceivePlain(std::string_view bytes) {
         case WebSocketStream::Status::ClosedByPeer:
             flush();  // the answer to its close frame
             return lose(Cause::Peer, stream_.fault());
-        case WebSocketStream::Status::Malformed: flush(); return lose(Cause::Malformed, "A malformed frame: " + stream_.fault());
+        case WebSocketStream::Status::Malformed:
+            flush();
+            return lose(Cause::Malformed, "A malformed frame: " + stream_.fault() + ".");
         case WebSocketStream::Status::TooLarge: flush(); return lose(Cause::TooLarge, "The server sent a message over the limit.");
     }
     if (listener_) listener_->didEndTurn();

@@ -39,7 +39,7 @@ int main(int, char** arguments) {
 
     // Nobody can listen on port 0, so the connection fails and the client says so.
     bool heard = false;
-    vexim::NotificationCenter::defaultCenter().addObserver(delegate, "socket.io.error", client.get(),
+    vexim::NotificationCenter::defaultCenter().addObserver(delegate, VXIMClientConnectionErrorNotification, client.get(),
                                                            [&heard](const vexim::Notification&) { heard = true; });
     client->loginWithUserId("u1", nullptr);
     vexim::MainQueue::shared().runUntil([&heard] { return heard; }, std::chrono::seconds(20));

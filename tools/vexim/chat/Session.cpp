@@ -41,7 +41,7 @@ void Session::start() {
     client_->config()->dictionary().set("reconnectWaitMax", kLongestWait);
     client_->setDelegate(shared_from_this());
     vexim::NotificationCenter::defaultCenter().addObserver(
-        shared_from_this(), "socket.io.error", client_.get(), [this](const vexim::Notification& notification) {
+        shared_from_this(), VXIMClientConnectionErrorNotification, client_.get(), [this](const vexim::Notification& notification) {
             didFail(harmlessLine(notification.userInfo.value_or(vexim::Dictionary()).get("data").get(0).description()));
         });
     logIn();

@@ -1,18 +1,14 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/VXIMErrors.h"
 
 // Every error that the client and the resources make themselves, all in `VXIMErrorDomain`. (REST failures come from the
 // request layer as they are; a login's failure carries the service's code.)
 namespace vexim::errors {
-
-inline constexpr std::int64_t kCannotSend = 1;
-inline constexpr std::int64_t kUnusableAnswer = 2;
-inline constexpr std::int64_t kEmptyPassengerId = 5004;
 
 ErrorPtr withoutReceiver();
 ErrorPtr disconnected();

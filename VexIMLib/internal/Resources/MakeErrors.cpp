@@ -1,39 +1,40 @@
-#include "VexIMLib/internal/Resources/VXIMErrors.h"
+#include "VexIMLib/internal/Resources/MakeErrors.h"
 
 #include <utility>
 
 #include "VexIMLib/Foundation/Dictionary.h"
-#include "VexIMLib/VXIMConstants.h"
 
 namespace vexim::errors {
 
 ErrorPtr withoutReceiver() {
-    return Error::withDescription(VXIMErrorDomain, kCannotSend, "Message cannot send without receiver infomation.");
+    return Error::withDescription(VXIMErrorDomain, VXIMErrorCannotSend, "Message cannot send without receiver infomation.");
 }
 
 ErrorPtr disconnected() {
-    return Error::withDescription(VXIMErrorDomain, kCannotSend, "Message cannot send when connection disconnected");
+    return Error::make(
+        VXIMErrorDomain, VXIMErrorCannotSend,
+        Dictionary{{kLocalizedDescriptionKey, "Message cannot send when connection disconnected"}, {kTemporaryKey, true}});
 }
 
 ErrorPtr notTaken(const ErrorPtr& cause) {
     const auto reason = cause->info(kLocalizedFailureReasonKey).asString();
     return Error::make(
-        VXIMErrorDomain, kCannotSend,
+        VXIMErrorDomain, VXIMErrorCannotSend,
         Dictionary{{kLocalizedDescriptionKey, "Message cannot send: " + reason.value_or("the connection refused it") + "."},
                    {kUnderlyingErrorKey, cause}});
 }
 
 ErrorPtr emptyPassengerId(std::string description) {
-    return Error::withDescription(VXIMErrorDomain, kEmptyPassengerId, std::move(description));
+    return Error::withDescription(VXIMErrorDomain, VXIMErrorPassengerWithoutId, std::move(description));
 }
 
 ErrorPtr unusableAnswer(const Exception& cause) {
-    return Error::withDescription(VXIMErrorDomain, kUnusableAnswer,
+    return Error::withDescription(VXIMErrorDomain, VXIMErrorUnusableAnswer,
                                   std::string("The service's answer cannot be used: ") + cause.what());
 }
 
 ErrorPtr unsendable(const Exception& cause) {
-    return Error::withDescription(VXIMErrorDomain, kCannotSend, std::string("Message cannot send: ") + cause.what());
+    return Error::withDescription(VXIMErrorDomain, VXIMErrorCannotSend, std::string("Message cannot send: ") + cause.what());
 }
 
 }  // namespace vexim::errors
