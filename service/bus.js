@@ -50,6 +50,10 @@ export class Bus {
       connect: async () => {
         const client = await this.#pool.connect();
         client.on('error', () => undefined); // the adapter hears of its end, and listens anew
+        const release = client.release.bind(client);
+        let isReleased = false; // the adapter forgets to when the connection has ended, which would use up the pool
+        client.release = (error) => isReleased || ((isReleased = true), release(error));
+        client.once('end', () => client.release(true));
         if ((this.#listens += 1) > 1) this.#restart(); // it listens again: what came meanwhile is gone
         return client;
       },

@@ -163,13 +163,40 @@ async function freePort() {
   return port;
 }
 
-// node cluster.js NODES [--round-robin] [-- FLAG...]
+const seconds = (count) => new Promise((resolve) => setTimeout(resolve, count * 1_000));
+
+/** What makes life hard for clients, once in a while. */
+const troubles = {
+  async kill(cluster, turn) {
+    await seconds(2 + Math.random() * 3);
+    await cluster.stopNode(turn % cluster.nodes.length, 'SIGKILL');
+    await cluster.startNode(turn % cluster.nodes.length);
+  },
+  async rolling(cluster, turn) {
+    await seconds(3);
+    await cluster.stopNode(turn % cluster.nodes.length);
+    await cluster.startNode(turn % cluster.nodes.length);
+  },
+  async database(cluster) {
+    await seconds(5);
+    await cluster.stopDatabase();
+    await seconds(10);
+    await cluster.startDatabase();
+  },
+};
+
+// node cluster.js NODES [--round-robin] [--trouble kill|rolling|database] [FLAG...]
 if (process.argv[1] === fileURLToPath(import.meta.url)) {
   const [count, ...rest] = process.argv.slice(2);
   const isSticky = rest[0] !== '--round-robin';
-  const flags = rest.slice(isSticky ? 0 : 1);
+  if (!isSticky) rest.shift();
+  const trouble = rest[0] === '--trouble' ? troubles[rest.splice(0, 2)[1]] : undefined;
+  const flags = rest;
   const cluster = new Cluster({ isSticky, flags });
+  let isClosing = false;
   const close = async () => {
+    if (isClosing) return;
+    isClosing = true;
     await cluster.close();
     process.exit(0);
   };
@@ -183,4 +210,5 @@ if (process.argv[1] === fileURLToPath(import.meta.url)) {
   });
   for (const { url } of cluster.nodes) console.log(`node ${url}`);
   console.log(`listening on ${cluster.url}`);
+  for (let turn = 0; trouble && !isClosing; turn += 1) await trouble(cluster, turn).catch((error) => isClosing || console.error(error.message));
 }

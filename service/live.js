@@ -187,6 +187,7 @@ export class Live {
       return id;
     } catch (error) {
       if (!(error instanceof ServiceError)) {
+        cut(socket.conn); // before the rest, which may wait for the database
         if (id !== undefined) await this.#leave(socket, id); // it may have come in, and only the news of it be lost
         throw error;
       }
