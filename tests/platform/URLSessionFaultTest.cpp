@@ -290,10 +290,10 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
     ScriptedServer server([](Connection& connection) {
         const auto request = connection.readRequest();
         if (!request) return;
-        if (request->target == "/slow") {
+        if (request->target.starts_with("/slow")) {
             connection.write("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\n");
             for (const char byte : std::string_view("slowly")) {
-                if (!connection.pause(120ms)) return;
+                if (!connection.pause(request->target == "/slow" ? 120ms : 300ms)) return;
                 connection.write({&byte, 1});
             }
             return;
@@ -313,6 +313,15 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
     auto slow = SessionProbe::request(server.url("/slow"));
     slow.timeout = 400ms;
     EXPECT_EQ(probe->load(slow).body, "slowly") << "longer than the timeout, but never silent for so long";
+
+    auto slower = SessionProbe::request(server.url("/slower"));
+    slower.timeout = 1500ms;
+    std::vector<std::shared_ptr<URLSessionTask>> crowd;  // more than a host may have connections
+    for (int i = 0; i < 20; ++i) {
+        crowd.push_back(probe->session->dataTaskWithRequest(slower));
+        crowd.back()->resume();
+    }
+    for (const auto& task : crowd) EXPECT_EQ(probe->waitForEnd(task).body, "slowly") << "who waits for a turn is not silent";
 
     configuration.timeoutForResource = 1s;
     EXPECT_EQ(SessionProbe::make(configuration)->load(server.url("/silent")).code(), URLErrorTimedOut) << "altogether";
