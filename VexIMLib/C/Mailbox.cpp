@@ -65,20 +65,21 @@ bool Mailbox::setDeadline(RequestId id, Clock::TimePoint deadline) {
     const auto found = requests_.find(id);
     if (found == requests_.end()) return false;
     found->second.deadline = deadline;
-    return deadlines_.emplace(std::pair(deadline, id), '\0').first == deadlines_.begin();
+    const auto added = deadlines_.emplace(deadline, id).first;
+    return added == deadlines_.begin();
 }
 
 std::optional<Clock::TimePoint> Mailbox::nextDeadline() const {
     const MutexLock lock(mutex_);
     if (deadlines_.empty()) return std::nullopt;
-    return deadlines_.begin()->first.first;
+    return deadlines_.begin()->first;
 }
 
 Mailbox::Transfers Mailbox::expire(Clock::TimePoint now, std::string_view error) {
     Transfers transfers;
     const MutexLock lock(mutex_);
-    while (!deadlines_.empty() && deadlines_.begin()->first.first <= now) {
-        end(requests_.find(deadlines_.begin()->first.second), Outcome::Error, error, transfers);
+    while (!deadlines_.empty() && deadlines_.begin()->first <= now) {
+        end(requests_.find(deadlines_.begin()->second), Outcome::Error, error, transfers);
     }
     return transfers;
 }

@@ -3,12 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "VexIMLib/Foundation/Clock.h"
@@ -108,7 +109,7 @@ private:
     mutable Mutex mutex_;
     ConditionVariable changed_;
     Requests requests_ VEXIM_GUARDED_BY(mutex_);
-    std::map<std::pair<Clock::TimePoint, RequestId>, char> deadlines_ VEXIM_GUARDED_BY(mutex_);
+    std::set<std::pair<Clock::TimePoint, RequestId>> deadlines_ VEXIM_GUARDED_BY(mutex_);
     RequestId lastId_ VEXIM_GUARDED_BY(mutex_) = 0;
     std::deque<Item> items_ VEXIM_GUARDED_BY(mutex_);
     std::size_t bytes_ VEXIM_GUARDED_BY(mutex_) = 0;

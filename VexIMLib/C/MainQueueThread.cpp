@@ -73,6 +73,7 @@ private:
     bool isExiting() const noexcept { return exiting_; }
 
     void stop() {
+        if (isForkedChild) return;  // the thread is the parent's, and so may be the locks
         exiting_ = true;
         MainQueue::shared().async([] {});  // it looks again
         const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);

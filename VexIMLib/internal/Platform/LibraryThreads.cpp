@@ -5,6 +5,7 @@
 #include <openssl/ssl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -41,6 +42,7 @@ struct Registry {
     ConditionVariable ended;
     std::list<Running> running VEXIM_GUARDED_BY(mutex);
     std::atomic<bool> exiting{false};
+    const pid_t process = ::getpid();
 };
 
 void exitHook();
@@ -57,6 +59,7 @@ Registry& registry() {
 
 void exitHook() {
     Registry& shared = registry();
+    if (shared.process != ::getpid()) return;  // a forked child has none of the threads, and perhaps locks that nobody opens
     std::vector<std::function<void()>> interrupts;
     {
         const MutexLock lock(shared.mutex);
