@@ -19,6 +19,17 @@ struct CurlMulti::Socket {
     bool closed = false;
 };
 
+namespace {
+
+/// libcurl closes the sockets of its name lookups, and those that are not connected, without calling `onCloseSocket`.
+bool isClosedSilently(curl_socket_t socket) {
+    sockaddr_storage peer{};
+    socklen_t size = sizeof peer;
+    return ::getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || peer.ss_family == AF_UNIX;
+}
+
+}  // namespace
+
 CurlMulti::CurlMulti(asio::io_context& context, Limits limits) : context_(context), multi_(curl_multi_init()), timer_(context) {
     curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &CurlMulti::onSocket);
     curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
@@ -95,6 +106,9 @@ void CurlMulti::watch(curl_socket_t socket, int what) {
         if (what == CURL_POLL_REMOVE) return;
         found = sockets_.emplace(socket, std::make_shared<Socket>(context_, socket)).first;
     }
+    // This is the last that we hear of it. Kept, its number would be another's by the time that the loop is told to drop it,
+    // and that one would never hear of anything again.
+    if (what == CURL_POLL_REMOVE && isClosedSilently(socket)) return forget(socket);
     Socket& watched = *found->second;
     watched.wantsRead = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
     watched.wantsWrite = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
