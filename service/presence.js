@@ -26,6 +26,7 @@ export class Presence {
 
   /** `alone` says that this node hears of no other: then there must not be one. */
   async start({ alone }) {
+    if (this.#db.client.driverName !== 'pg') await this.#db('nodes').del(); // the folder is ours alone: whoever is noted there was killed
     const others = await this.#db('nodes').where('seen', '>', Date.now() - deadMillis).first('id');
     if (alone && others) throw new Error('Another node uses this database: several need --database and --socketio 4.');
     await this.#db('nodes').insert({ id: this.node, seen: Date.now() });
