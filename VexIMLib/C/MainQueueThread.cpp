@@ -65,6 +65,8 @@ private:
             } catch (const std::exception&) {  // none of ours throws; what the host has queued, may
             }
         }
+        // Now, not with the thread's own end: once it is seen gone, OpenSSL may be cleaned up beneath it.
+        ::OPENSSL_thread_stop();
         const MutexLock lock(mutex_);
         running_ = false;
         ended_.notifyAll();
@@ -76,7 +78,8 @@ private:
         if (isForkedChild) return;  // the thread is the parent's, and so may be the locks
         exiting_ = true;
         MainQueue::shared().async([] {});  // it looks again
-        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(3);
+        const auto until =
+            std::chrono::steady_clock::now() + std::chrono::seconds(10);  // it runs nothing of the program's that could hold it up
         const MutexLock lock(mutex_);
         while (running_ && ended_.waitUntil(mutex_, until)) continue;
     }

@@ -12,7 +12,7 @@
 
 #include "VexIMLib/C/vexim.h"
 
-enum { kMaxRequests = 64, kMaxLines = 256, kMedia = 4 };
+enum { kMaxRequests = 64, kMaxLines = 256, kMedia = 4, kPatience = 30 };  // seconds
 
 typedef struct {
     vexim_client client;
@@ -116,7 +116,7 @@ static const cJSON* ask(User* user, const char* pattern, ...) {
     vexim_send(user->client, request);
     free(request);
     free(inside);
-    for (const double end = now() + 10; user->answers[extra] == NULL && now() < end;) receive(user, 1);
+    for (const double end = now() + kPatience; user->answers[extra] == NULL && now() < end;) receive(user, 1);
     return user->answers[extra];
 }
 
@@ -143,13 +143,13 @@ static int count(const User* user, const char* line) {
 }
 
 static void hears(const char* step, User* user, const char* line, int times) {
-    for (const double end = now() + 10; count(user, line) < times && now() < end;) receive(user, 1);
+    for (const double end = now() + kPatience; count(user, line) < times && now() < end;) receive(user, 1);
     tell(step, count(user, line) >= times, user->heard > 0 ? user->lines[user->heard - 1] : "nothing");
 }
 
 static void reaches(const char* step, User* user, int status) {
     int seen = -1;
-    for (const double end = now() + 10; seen != status && now() < end;) {
+    for (const double end = now() + kPatience; seen != status && now() < end;) {
         cJSON* answer = cJSON_Parse(vexim_execute(user->client, "{\"@op\":\"status\"}"));
         seen = (int)number(answer, "result");
         cJSON_Delete(answer);
@@ -201,7 +201,7 @@ static const cJSON* passOn(User* alice, User* bob, const char* what, int media, 
     alice->percent = 0;
     succeeds(step, ask(alice, "\"@op\":\"sendMessageToFriend\",\"friendId\":\"bob\",\"progress\":true,\"message\":%s", message));
     tell("its upload was followed to the end", alice->percent == 100, "less");
-    for (const double end = now() + 10; bob->last[media] == NULL && now() < end;) receive(bob, 1);
+    for (const double end = now() + kPatience; bob->last[media] == NULL && now() < end;) receive(bob, 1);
     if (!tell("bob receives it", bob->last[media] != NULL, "nothing")) return NULL;
     char* received = cJSON_PrintUnformatted(bob->last[media]);
     const cJSON* answer = ask(bob, "\"@op\":\"VXIMMessage.downloadAttachment\",\"message\":%s%s%s%s", received,
