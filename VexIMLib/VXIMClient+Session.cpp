@@ -92,6 +92,7 @@ void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompleti
         impl_->socketio.set(nullptr);
         impl_->keptUntilClosed = nullptr;  // nobody will hear that it has closed; the login keeps the client for now
     }
+    impl_->pauseAsked = false;
     impl_->openCompletionBlock = std::move(completion);
 
     Dictionary options = impl_->config->dictionary();
@@ -240,13 +241,22 @@ void VXIMClient::didLogout() {
 void VXIMClient::pause() {
     MainQueue::shared().async([self = self()] {
         self->impl_->offlineTemporally = true;
-        if (const auto socket = self->socketio()) socket->disconnect();
+        const auto socket = self->socketio();
+        if (!socket) return;
+        // Each disconnect is answered by an event, so a second pause asks for none.
+        const bool wasPaused = std::exchange(self->impl_->pauseAsked, true);
+        if (!wasPaused || socket->status() != vexim::SocketIOStatusDisconnected) socket->disconnect();
     });
 }
 
 void VXIMClient::resume() {
     MainQueue::shared().async([self = self()] {
-        self->impl_->enter(VXIMClientStatusResuming);
-        if (const auto socket = self->socketio()) socket->connect();
+        self->impl_->pauseAsked = false;
+        const auto socket = self->socketio();
+        // A connection that stands says no "connect" again, or its last one is still queued: the status is right, or will be.
+        const bool stands = socket && socket->status() == vexim::SocketIOStatusConnected;
+        if (!stands) self->impl_->enter(VXIMClientStatusResuming);
+        // Also one that stands, since it may break just now.
+        if (socket) socket->connect();
     });
 }

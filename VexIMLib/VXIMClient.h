@@ -122,10 +122,10 @@ public:
     void logoutWithCompletion(VXIMBooleanCompletion completion);
     /// Removes the configuration's installation from the current user; succeeds without a request when either id is missing.
     void deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion);
-    /// Closes the connection until `resume`; the status becomes Paused when it has closed.
+    /// Closes the connection until `resume`; the status becomes Paused when it has closed. A second one changes nothing.
     void pause();
-    /// Connects again with the credentials of the last login. The status is Resuming until the connection stands: without a
-    /// login before, for good.
+    /// Connects again with the credentials of the last login, at once where the next attempt is being waited for. The status is
+    /// Resuming until the connection stands: without a login before, for good. Where it stands already, nothing changes.
     void resume();
 
     // Chat messages. `completion` runs once.

@@ -55,6 +55,7 @@ struct VXIMClient::Impl {
     VXIMBooleanCompletion openCompletionBlock;    // the pending login's; dropped when another login begins
     VXIMBooleanCompletion closeCompletionBlock;   // the pending logout's; never called when nothing closes
     std::shared_ptr<VXIMClient> keptUntilClosed;  // this client, while a logout waits for its connection to close
+    bool pauseAsked = false;                      // and neither a resume nor a login since
     std::optional<vexim::Array> onlineFriends;
     std::optional<vexim::Dictionary> messages;
 
