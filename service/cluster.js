@@ -151,7 +151,9 @@ async function firstLine(child, beginning) {
 async function end(child, signal = 'SIGTERM') {
   if (!child || child.exitCode !== null || child.signalCode !== null) return;
   child.kill(signal);
+  const force = setTimeout(() => child.kill('SIGKILL'), 20_000);
   await once(child, 'exit');
+  clearTimeout(force);
 }
 
 async function freePort() {

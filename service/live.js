@@ -14,6 +14,7 @@ const require = createRequire(import.meta.url);
 export const lines = { 2: 'socket.io-2', 3: 'socket.io-3', 4: 'socket.io-4' };
 
 const retryMillis = 1_000;
+const longestClose = 5_000;
 
 export class Live {
   #links = new Set(); // every Engine.IO connection, logged in or not
@@ -95,7 +96,7 @@ export class Live {
     this.#io.close();
     await this.#idle();
     await this.#presence.stop().catch(() => undefined); // without a database, other nodes miss our beat
-    await this.#bus?.close();
+    await Promise.race([this.#bus?.close(), setTimeout(longestClose, undefined, { ref: false })]); // a connection may hang
   }
 
   /** What nodes ask of each other. */
