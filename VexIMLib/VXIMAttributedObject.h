@@ -12,6 +12,10 @@
 /// What users, groups and rooms share: custom attributes, a free-form dictionary that the application defines and the service
 /// stores. The operations keep the object alive until they end; each completion runs once, on the main queue, and may be
 /// empty. On an object without an id they raise NSInvalidArgumentException. After a failure nothing local has changed.
+///
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
+/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
+/// answer makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMAttributedObject : public VXIMRuntimeObject {
 public:
     using VXIMRuntimeObject::VXIMRuntimeObject;

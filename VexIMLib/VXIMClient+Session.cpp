@@ -6,6 +6,7 @@
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/NotificationCenter.h"
+#include "VexIMLib/Foundation/URL.h"
 #include "VexIMLib/VXIMClient.h"
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/VXIMFriendInfo.h"
@@ -22,6 +23,9 @@ using vexim::NotificationCenter;
 using vexim::Value;
 
 namespace {
+
+// Servers take 12 KiB before they answer 431; the rest of the URL needs some of it.
+constexpr std::size_t kMostAuthBytes = 12'000;
 
 /// "app" and "sign", which every login needs, and then its credentials. A nil one raises.
 Dictionary authDictionary(const VXIMClientConfiguration& config, const Dictionary& credentials) {
@@ -73,6 +77,11 @@ void VXIMClient::loginWithThirdPartyOAuth(std::optional<Dictionary> oauth, VXIMB
 void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion completion) {
     vexim::JSONText authText = vexim::writeJSON(authData);
     if (authText.error) throw vexim::Exception(vexim::kInvalidArgumentException, authText.error->localizedDescription());
+    if (const auto size = vexim::percentEncode(authText.text).size(); size > kMostAuthBytes) {
+        throw vexim::Exception(vexim::kInvalidArgumentException, "The login's credentials take " + std::to_string(size) +
+                                                                     " bytes in the URL; the most is " +
+                                                                     std::to_string(kMostAuthBytes) + ".");
+    }
 
     const Value* client = authData.find("client");
     auto user = VXIMUser::userWithId(client ? *client : Value(""));
@@ -80,12 +89,20 @@ void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion co
     user->setPhoneNumber(authData.get("phone"));
     impl_->currentUser.set(std::move(user));
 
-    MainQueue::shared().async([self = self(), authText = std::move(authText.text), completion = std::move(completion)]() mutable {
-        self->openConnection(authText, std::move(completion));
+    MainQueue::shared().async([self = self(), authText = std::move(authText.text), completion = std::move(completion),
+                               tellWhyNot = vexim::FailureListener::current()]() mutable {
+        self->openConnection(authText, std::move(completion), std::move(tellWhyNot));
     });
 }
 
-void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompletion completion) {
+void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompletion completion,
+                                vexim::FailureListener::Tell tellWhyNot) {
+    // A logout that waits for the former connection to close has what it waits for. This login is none of its business.
+    if (impl_->tryLogout.exchange(false)) {
+        if (auto closed = std::exchange(impl_->closeCompletionBlock, nullptr); closed && socketio()) {
+            MainQueue::shared().async([closed = std::move(closed)] { closed(true, nullptr); });
+        }
+    }
     if (const auto former = socketio()) {
         former->removeAllHandlers();
         former->disconnect();
@@ -94,6 +111,8 @@ void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompleti
     }
     impl_->pauseAsked = false;
     impl_->openCompletionBlock = std::move(completion);
+    impl_->tellWhyNotOpened = std::move(tellWhyNot);
+    impl_->isLoginPending = true;
 
     Dictionary options = impl_->config->dictionary();
     options.set("connectParams", Dictionary{{"auth", authText}});
@@ -107,6 +126,13 @@ void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompleti
     impl_->enter(VXIMClientStatusOpening);
 }
 
+void VXIMClient::Impl::loginCannotBeAnswered(const ErrorPtr& cause) {
+    const auto socket = socketio.get();
+    // Where the connection tries again, the answer may still come.
+    if (!isLoginPending || !socket || socket->status() != vexim::SocketIOStatusDisconnected) return;
+    if (const auto tell = std::exchange(tellWhyNotOpened, nullptr)) tell(cause);
+}
+
 void VXIMClient::setupEventHandlers() {
     const auto on = [this](const char* event, auto handler) {
         socketio()->on(event, [weak = weak_from_this(), handler](const Array& arguments, const vexim::AckEmitter&) {
@@ -118,10 +144,19 @@ void VXIMClient::setupEventHandlers() {
         client.impl_->enter(VXIMClientStatusResuming);
         client.impl_->tellDelegate(&VXIMClientDelegate::clientAttemptReconnect, client.self());
     });
-    on("disconnect", [](VXIMClient& client, const Array&) { client.socketDidDisconnect(); });
+    on("disconnect", [](VXIMClient& client, const Array& arguments) {
+        const auto self = client.self();
+        const bool isLost = !client.impl_->pauseAsked && !client.impl_->tryLogout;
+        client.socketDidDisconnect();
+        if (isLost) client.impl_->loginCannotBeAnswered(vexim::errors::connectionLost(arguments.get(0)));
+    });
     on("error", [](VXIMClient& client, const Array& arguments) {
-        NotificationCenter::defaultCenter().post(VXIMClientConnectionErrorNotification, client.self(),
-                                                 Dictionary{{"data", arguments}});
+        const auto self = client.self();
+        const vexim::Notification trouble{VXIMClientConnectionErrorNotification, self, Dictionary{{"data", arguments}}};
+        NotificationCenter::defaultCenter().post(trouble.name, trouble.object, *trouble.userInfo);
+        if (const auto error = vexim::connectionError(trouble); error->domain() == VXIMConnectionErrorDomain) {
+            client.impl_->loginCannotBeAnswered(error);
+        }
     });
     on("login", [](VXIMClient& client, const Array& arguments) { client.didReceiveLoginAnswer(arguments.get(0)); });
     on("message", [](VXIMClient& client, const Array& arguments) { client.didReceivePeerMessage(arguments.get(0)); });
@@ -169,8 +204,18 @@ void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error
     const auto socket = socketio();
     impl_->record->add("login answered",
                        error ? Dictionary{{"accepted", success}, {"code", error->code()}} : Dictionary{{"accepted", success}});
+    const bool isFirst = std::exchange(impl_->isLoginPending, false);
+    impl_->tellWhyNotOpened = nullptr;
+    const bool wasOpened = !success && status() == VXIMClientStatusOpened;
+    if (wasOpened) {  // by the connection alone
+        if (const auto user = currentUser()) user->setOnline(false);
+        impl_->enter(VXIMClientStatusOpening);
+    }
     if (const auto completion = std::exchange(impl_->openCompletionBlock, nullptr)) completion(success, error);
-    if (!success) return;              // the status stays at Opening, the connection stays open
+    if (!success) {  // the status is Opening, the connection stays open
+        if (wasOpened && !isFirst) impl_->tellDelegate(&VXIMClientDelegate::clientDidFailToLoginAgain, self(), error);
+        return;
+    }
     if (socketio() != socket) return;  // a completion may run the main queue, and a logout on it
 
     impl_->enter(VXIMClientStatusOpened);
@@ -190,21 +235,27 @@ void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
     MainQueue::shared().async([self = self(), completion = std::move(completion)]() mutable {
         const VXIMClientStatus remembered = self->status();
         self->impl_->enter(VXIMClientStatusClosing);
-        self->deleteCurrentInstallIdCompletion(
-            [self, remembered, completion = std::move(completion)](bool succeeded, const ErrorPtr& error) {
-                if (!succeeded) {
-                    self->impl_->enter(remembered);
-                    if (completion) completion(false, error);
-                    return;
-                }
-                self->impl_->tryLogout = true;
-                self->impl_->closeCompletionBlock = completion;
-                // "disconnect" goes on from here. Without a connection nothing does: the logout never ends.
-                if (const auto socket = self->socketio()) {
-                    self->impl_->keptUntilClosed = self;
-                    socket->disconnect();
-                }
-            });
+        self->deleteCurrentInstallIdCompletion([self, remembered, connection = self->socketio(),
+                                                completion = std::move(completion)](bool succeeded, const ErrorPtr& error) {
+            // A login has begun meanwhile, and has closed the connection that this logout was for.
+            const bool isOver = connection != self->socketio();
+            if (isOver && succeeded) {
+                if (completion) completion(true, nullptr);
+                return;
+            }
+            if (!succeeded) {
+                if (!isOver) self->impl_->enter(remembered);
+                if (completion) completion(false, error);
+                return;
+            }
+            self->impl_->tryLogout = true;
+            self->impl_->closeCompletionBlock = completion;
+            // "disconnect" goes on from here. Without a connection nothing does: the logout never ends.
+            if (const auto socket = self->socketio()) {
+                self->impl_->keptUntilClosed = self;
+                socket->disconnect();
+            }
+        });
     });
 }
 

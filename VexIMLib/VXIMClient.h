@@ -100,10 +100,14 @@ public:
     // dropped unanswered when another login begins or the client is released. Failures are in `VXIMErrorDomain`, with the
     // service's code and its own "error" value as user information, which need not be a dictionary.
     //
-    // The connection logs in again after each drop. Should the service refuse that, nobody is told, and the status is Opened:
-    // what is missing then is `clientDidLogin`.
+    // When the connection itself fails, `VXIMClientConnectionErrorNotification` tells why, at once; `completion` does not run. The
+    // async styles (`vexim::call`) then fail with that error, as soon as the connection has failed and will not try again.
     //
-    // A nil value (appId and clientKey of the configuration included) raises NSInvalidArgumentException at once.
+    // The connection logs in again after each drop. Should the service refuse that, the status goes back to Opening, as after a
+    // first login that was refused, and the delegate hears `clientDidFailToLoginAgain`.
+    //
+    // A nil value (appId and clientKey of the configuration included) raises NSInvalidArgumentException at once, and so do
+    // credentials that take more than 12 000 bytes in the URL, where they travel: servers take no more.
 
     /// Needs the configuration's installationId, too.
     void loginWithUserId(std::optional<std::string> userId, VXIMBooleanCompletion completion);
@@ -117,10 +121,11 @@ public:
     void loginWithAuthData(vexim::Dictionary authData, VXIMBooleanCompletion completion);
 
     /// Removes the device's installation from the user, then closes the connection. When the removal fails, everything stays as
-    /// it was. Without a connection `completion` never runs and the status stays at Closing; after a later login the first
-    /// drop would then end as that logout, unless `resetFlags` is called before. Of two logouts at once, only one is answered.
+    /// it was. Without a connection `completion` never runs and the status stays at Closing. A login that begins meanwhile is
+    /// not touched: the logout then ends with the former connection. Of two logouts at once, only one is answered.
     void logoutWithCompletion(VXIMBooleanCompletion completion);
     /// Removes the configuration's installation from the current user; succeeds without a request when either id is missing.
+    /// Errors, of the logout, too: `VXErrorDomain` with the service's code, or 100 when no usable answer came.
     void deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion);
     /// Closes the connection until `resume`; the status becomes Paused when it has closed. A second one changes nothing.
     void pause();
@@ -151,7 +156,8 @@ public:
                      std::shared_ptr<VXIMTransfer> transfer = nullptr);
 
     // System messages: posted to the service over REST, so no connection is needed. A failed upload or post gives
-    // (false, error). A message whose receiver is of another type is not sent and `completion` never runs; its status says failed.
+    // (false, error in `VXErrorDomain`: the service's code, or 100), a message that is no JSON by then (false, `VXIMErrorDomain`
+    // code 1). A message whose receiver is of another type is not sent and `completion` never runs; its status says failed.
 
     void sendSystemMessageToAllUsers(std::shared_ptr<VXIMMessage> message, VXIMBooleanCompletion completion);
     /// The message goes to a user only if its receiver had no kind yet.
@@ -174,7 +180,8 @@ private:
     std::shared_ptr<VXIMClient> self() { return sharedAs<VXIMClient>(); }
 
     // Steps of a session; main thread.
-    void openConnection(const std::string& authText, VXIMBooleanCompletion completion);
+    void openConnection(const std::string& authText, VXIMBooleanCompletion completion,
+                        std::function<void(const std::shared_ptr<vexim::Error>&)> tellWhyNot);
     void setupEventHandlers();
     void socketDidConnect();
     void socketDidDisconnect();

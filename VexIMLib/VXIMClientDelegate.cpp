@@ -4,6 +4,7 @@
 
 VXIMClientDelegate::~VXIMClientDelegate() = default;
 void VXIMClientDelegate::clientDidLogin(const std::shared_ptr<VXIMClient>&) {}
+void VXIMClientDelegate::clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<vexim::Error>&) {}
 void VXIMClientDelegate::clientDidLogout(const std::shared_ptr<VXIMClient>&) {}
 void VXIMClientDelegate::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) {}
 void VXIMClientDelegate::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) {}

@@ -10,6 +10,10 @@ class VXIMGroup;
 class VXIMMessage;
 class VXIMRoom;
 
+namespace vexim {
+class Error;
+}
+
 /// Hears what happens to a client. Override what matters; everything runs on the main queue.
 class VEXIM_EXPORT VXIMClientDelegate {
 public:
@@ -17,6 +21,9 @@ public:
 
     /// The service accepted the login, also after a reconnect for which it asked again.
     virtual void clientDidLogin(const std::shared_ptr<VXIMClient>& client);
+    /// The service refused the login with which the connection came back after a drop or a pause. The connection stands, but
+    /// nothing arrives: log in anew, with what the error asks for. It is in `VXIMErrorDomain` with the service's code.
+    virtual void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<vexim::Error>& error);
     /// A logout has ended. Followed by `clientDidDisconnect`.
     virtual void clientDidLogout(const std::shared_ptr<VXIMClient>& client);
     /// Before each attempt to connect again after a drop.

@@ -25,6 +25,10 @@ using VXIMFriendInfoCompletion = std::function<void(std::shared_ptr<VXIMFriendIn
 ///
 /// Every info keeps its own `online` current while it lives: it follows the presence notifications of any client. Infos are
 /// independent of each other; two for one friend both follow.
+///
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
+/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
+/// answer makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMFriendInfo final : public vexim::Object {
 public:
     using Object::Object;

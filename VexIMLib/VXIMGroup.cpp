@@ -77,7 +77,7 @@ void VXIMGroup::setMembers(Value members) { kMembers.set(*this, std::move(member
 
 Value VXIMGroup::members() {
     Value members = objectForKey("members");
-    if (!members.isNil()) return members;
+    if (!members.isNilOrNull()) return members;  // null is missing, as it is to a room
     setObjectForKey(Array(), "members");
     return Array();
 }

@@ -34,6 +34,10 @@ using VXIMGroupsCompletion =
 /// Operations keep the group alive until they end. Each block runs once, on the main queue, and may be empty; local state
 /// changes right before it, and only after a success. On a group without an id they raise NSInvalidArgumentException, as does
 /// a nil argument. Use a group on the main thread.
+///
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
+/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
+/// answer makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMGroup final : public VXIMAttributedObject {
 public:
     using VXIMAttributedObject::VXIMAttributedObject;

@@ -87,7 +87,7 @@ public:
 
     /// Never nullptr. Set the target's ids and type to address a message.
     const std::shared_ptr<VXIMMessageTarget>& sender() const;
-    /// Never nullptr.
+    /// Never nullptr. A send that names a receiver sets it here, and here it stays: also after a failure, and for the next send.
     const std::shared_ptr<VXIMMessageTarget>& receiver() const;
     /// Whether the sender is the service itself.
     bool isSystemMessage() const;
@@ -146,7 +146,8 @@ public:
     static std::shared_ptr<VXIMMessage> initWithCoder(const vexim::Coder& coder);
     static bool supportsSecureCoding() noexcept { return true; }
 
-    /// "<VXIMMessage: 0x…> {payload}"
+    /// "<VXIMMessage: 0x…> {payload}", with the payload as `dictionaryRepresentation` would give it. Writes nothing: a message
+    /// may be described anywhere, also one whose target has no id yet.
     std::string description() const override;
     const vexim::Class& runtimeClass() const override;
     static const vexim::Class& staticClass();

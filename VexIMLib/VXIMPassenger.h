@@ -24,6 +24,10 @@ using VXIMPassengerCompletion = std::function<void(std::shared_ptr<VXIMPassenger
 ///
 /// Operations keep the passenger alive until they end. Each completion runs once and may be empty; where the passenger has no
 /// id, it gets `VXIMErrorDomain` 5004 at once, otherwise it runs on the main queue. Use a passenger on the main thread.
+///
+/// Errors of all operations besides that: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer`
+/// (100) where no usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer`
+/// (2) where the answer makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMPassenger : public VXIMRuntimeObject {
 public:
     using VXIMRuntimeObject::VXIMRuntimeObject;

@@ -25,6 +25,10 @@
 ///
 /// A query may be run again and changed while a search is in flight: each takes its parameters when it starts. Build one on one
 /// thread.
+///
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
+/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
+/// answer makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMQuery final : public vexim::Object {
 public:
     using Object::Object;

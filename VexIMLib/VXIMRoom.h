@@ -27,6 +27,10 @@ using VXIMRoomsCompletion = std::function<void(std::optional<std::vector<std::sh
 /// Operations keep the room alive until they end. Each block runs once, on the main queue, and may be empty; local state
 /// changes right before it, and only after a success. A nil argument raises NSInvalidArgumentException. Use a room on the main
 /// thread.
+///
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
+/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
+/// answer makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMRoom final : public VXIMAttributedObject {
 public:
     using VXIMAttributedObject::VXIMAttributedObject;

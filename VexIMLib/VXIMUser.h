@@ -34,6 +34,10 @@ using VXIMUsersCompletion = std::function<void(std::optional<std::vector<std::sh
 /// Operations keep the user alive until they end. Each completion runs once, on the main queue, and may be empty; local state
 /// changes right before it, and only after a success. A nil argument, or a user without an id, raises
 /// NSInvalidArgumentException. Use a user on the main thread.
+///
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
+/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
+/// answer makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMUser final : public VXIMAttributedObject {
 public:
     using VXIMAttributedObject::VXIMAttributedObject;

@@ -1,6 +1,7 @@
 // A bot that says back what it is told, until it is told "bye" or the system ends it.
 //   echo_bot URL [USER PASSWORD]
 
+#include <VexIMLib/Async/Coroutine.h>
 #include <VexIMLib/VexIMLib.h>
 
 #include <chrono>
@@ -23,8 +24,7 @@ public:
 
     void start() {
         client_->setDelegate(shared_from_this());
-        logIn();
-        lookAfterTheLogin();
+        vexim::spawn(logIn(shared_from_this()));
     }
 
     /// A logout ends when the connection has closed, and never without one: so there is a limit.
@@ -34,8 +34,10 @@ public:
         vexim::MainQueue::shared().after(5s, quit);
     }
 
-    void clientDidLogin(const std::shared_ptr<VXIMClient>&) override { accepted_ = true; }  // also after a reconnect
-    void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override { accepted_ = false; }
+    /// The connection has come back, and the service refused the login with it.
+    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&, const vexim::ErrorPtr&) override {
+        vexim::spawn(logIn(shared_from_this()));
+    }
 
     void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override {
@@ -48,26 +50,19 @@ public:
     }
 
 private:
-    void logIn() {
-        client_->loginWithUsername(name_, password_, [](bool loggedIn, vexim::ErrorPtr error) {
-            std::cout << (loggedIn ? "logged in" : "refused: " + error->description()) << std::endl;
-        });
-    }
-    /// A login that was refused, or never answered, stays at Opening. One that is refused when the connection comes back is told
-    /// to nobody, and the status is Opened. The next login drops either, and says why.
-    void lookAfterTheLogin() {
-        vexim::MainQueue::shared().after(1min, [weak = weak_from_this()] {
-            const auto self = weak.lock();
-            if (!self) return;
-            const auto status = self->client_->status();
-            if (!self->accepted_ && (status == VXIMClientStatusOpening || status == VXIMClientStatusOpened)) self->logIn();
-            self->lookAfterTheLogin();
+    /// Until it succeeds. Without a connection, or when it breaks, the wait ends at once with the reason.
+    static vexim::Task<> logIn(std::shared_ptr<EchoBot> self) {
+        auto [loggedIn, error] =
+            co_await vexim::call(&VXIMClient::loginWithUsername, self->client_, self->name_, self->password_).within(1min);
+        std::cout << (loggedIn ? "logged in" : "not logged in: " + error->localizedDescription()) << std::endl;
+        if (loggedIn) co_return;
+        vexim::MainQueue::shared().after(1min, [weak = self->weak_from_this()] {
+            if (auto again = weak.lock()) vexim::spawn(logIn(std::move(again)));
         });
     }
 
     const std::shared_ptr<VXIMClient> client_;
     const std::string name_, password_;
-    bool accepted_ = false;
 };
 
 }  // namespace

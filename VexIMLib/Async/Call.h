@@ -13,6 +13,7 @@
 #include "VexIMLib/Async/PendingCall.h"
 #include "VexIMLib/Async/Result.h"
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/FailureListener.h"
 #include "VexIMLib/Foundation/UntoldError.h"
 #include "VexIMLib/VXIMTransfer.h"
 
@@ -23,8 +24,9 @@ namespace vexim {
 /// error.
 ///
 /// It ends exactly once, on the main queue: with the completion's values; with "NSURLErrorDomain" -1001 or -999 when its time is
-/// over or it was cancelled; or with `CallErrorAbandoned` when the library let go of the completion unanswered. A transfer is
-/// ended by time and cancellation; any other operation goes on unheard, and its answer is dropped.
+/// over or it was cancelled; with the cause when the library knows why the completion will not run, as of a login over a
+/// connection that failed; or with `CallErrorAbandoned` when the library let go of the completion unanswered. A transfer is ended
+/// by time and cancellation; any other operation goes on unheard, and its answer is dropped.
 template <class T>
 class [[nodiscard]] Call {
 public:
@@ -60,6 +62,7 @@ public:
     bool start(const std::shared_ptr<detail::PendingCall<T>>& pending) && {
         const auto transfer = std::move(transfer_);
         if (!pending->begin(transfer, std::move(stop_))) return pending->started();
+        const FailureListener listener(pending->failure());
         const UntoldError none(nullptr);  // it may answer in place, from inside another one's completion
         // Released as soon as it has run: what it holds must not keep the receiver alive while the answer is awaited.
         std::exchange(start_, nullptr)(pending->completion(), transfer);

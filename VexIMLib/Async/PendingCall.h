@@ -10,6 +10,7 @@
 
 #include "VexIMLib/Async/Result.h"
 #include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/Foundation/FailureListener.h"
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/UntoldError.h"
 #include "VexIMLib/VXIMTransfer.h"
@@ -49,6 +50,13 @@ public:
         return [answer = std::make_shared<Answer>(this->shared_from_this())](T value, ErrorPtr error) {
             if (!error && (error = UntoldError::current())) value = T{};  // a success that is none
             answer->give({std::move(value), std::move(error)});
+        };
+    }
+
+    /// For an operation that knows why its completion will not run.
+    FailureListener::Tell failure() {
+        return [weak = this->weak_from_this()](const ErrorPtr& cause) {
+            if (const auto self = weak.lock()) self->settle({T{}, cause});
         };
     }
 

@@ -160,6 +160,11 @@ void Session::end() {
 }
 
 void Session::clientDidLogin(const std::shared_ptr<VXIMClient>&) { mailbox_->event(begunEvent("clientDidLogin") + "}"); }
+void Session::clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&, const ErrorPtr& error) {
+    std::string text = begunEvent("clientDidFailToLoginAgain");
+    append(text, "error", *error);
+    mailbox_->event(std::move(text += '}'));
+}
 void Session::clientDidLogout(const std::shared_ptr<VXIMClient>&) { mailbox_->event(begunEvent("clientDidLogout") + "}"); }
 void Session::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) {
     mailbox_->event(begunEvent("clientAttemptReconnect") + "}");

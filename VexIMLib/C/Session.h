@@ -38,6 +38,7 @@ private:
 
     // Main thread.
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override;
+    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client, const ErrorPtr& error) override;
     void clientDidLogout(const std::shared_ptr<VXIMClient>& client) override;
     void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override;
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override;

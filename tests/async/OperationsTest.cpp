@@ -9,6 +9,8 @@
 #include "VexIMLib/Async/Future.h"
 #include "VexIMLib/VexIMLib.h"
 #include "client/ClientFixture.h"
+#include "support/Certificates.h"
+#include "support/LivePeer.h"
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"
 
@@ -112,6 +114,77 @@ TEST_F(OperationsTest, ALoginThatIsNeverAnsweredEndsWithItsClientOrTheNextLogin)
         EXPECT_TRUE(failure.error()->is(kCallErrorDomain, CallErrorAbandoned));
     }
     EXPECT_TRUE(released.expired()) << "a started call holds its object no longer";
+}
+
+TEST_F(OperationsTest, ALoginOverADeadConnectionFailsAtOnceWithItsError) {
+    const auto page = [](int status) {
+        return ScriptedServer::answering([status](const WireRequest&) { return ScriptedServer::text(status, "<html>"); });
+    };
+    const auto refusing = [](ScriptedServer::Connection& connection) {
+        LivePeer peer(connection);
+        if (peer.open() && peer.readText()) peer.sendText(R"(44/chat,{"message":"not you"})");
+    };
+    const auto leaving = [](ScriptedServer::Connection& connection) { LivePeer(connection).join(); };
+    ScriptedServer plain(page(404));
+    ScriptedServer puzzled([](ScriptedServer::Connection& connection) {
+        connection.write("HTTP/1.1 400 Bad Request\r\n\r\n");
+        connection.waitForClose();
+    });
+    ScriptedServer strange(page(404), CertificateAuthority::selfSigned());
+    ScriptedServer away(page(503));
+    ScriptedServer strict(refusing);
+    ScriptedServer brief(leaving);
+    const struct {
+        const char* why;
+        std::optional<std::string> url;
+        VXIMConnectionErrorKind kind;
+    } rows[] = {
+        {"no address", std::nullopt, VXIMConnectionErrorBadAddress},
+        {"no scheme", "im.example:8080", VXIMConnectionErrorBadAddress},
+        {"nobody listens", "http://127.0.0.1:" + std::to_string(deadPort()), VXIMConnectionErrorUnreachable},
+        {"TLS to a port without", "https://127.0.0.1:" + std::to_string(puzzled.port()), VXIMConnectionErrorNotSecure},
+        {"a stranger's certificate", strange.url(), VXIMConnectionErrorNotSecure},
+        {"a web server", plain.url(), VXIMConnectionErrorNotSocketIO},
+        {"a gateway without its server", away.url(), VXIMConnectionErrorUnreachable},
+        {"the server says no", strict.url(), VXIMConnectionErrorRefused},
+        {"the server leaves before its answer", brief.url(), VXIMConnectionErrorLost},
+    };
+    for (const bool polls : {false, true}) {
+        for (const auto& row : rows) {
+            if (polls && row.kind >= VXIMConnectionErrorRefused) continue;  // those peers speak WebSocket only
+            SCOPED_TRACE(std::string(row.why) + (polls ? ", polling" : ""));
+            auto configuration = VXIMClientConfiguration::defaultConfiguration();
+            configuration->setAppId("app");
+            configuration->setClientKey("key");
+            configuration->setInstallationId("device");
+            configuration->setSocketURL(row.url ? URL::parse(*row.url) : std::nullopt);
+            configuration->setForceWebsockets(!polls);
+            configuration->setForcePolling(polls);
+            configuration->setAutoReconnect(false);  // with it, the one who left might come back
+            const auto dead = VXIMClient::clientWithConfiguration(configuration);
+            ErrorPtr told;
+            NotificationCenter::defaultCenter().addObserver(
+                dead, VXIMClientConnectionErrorNotification, dead.get(),
+                [&told](const Notification& notification) { told = connectionError(notification); });
+            const auto began = std::chrono::steady_clock::now();
+            const auto failed = both([&] {
+                return vexim::call([dead](VXIMBooleanCompletion done) {
+                           dead->loginWithUserId("u1", [done](bool succeeded, const ErrorPtr& error) {
+                               ADD_FAILURE() << "the completion itself never runs";
+                               done(succeeded, error);
+                           });
+                       })
+                    .within(120s);
+            });
+            EXPECT_EQ(failed, "VXIMConnectionErrorDomain " + std::to_string(row.kind));
+            EXPECT_LT(std::chrono::steady_clock::now() - began, 60s);
+            EXPECT_EQ(dead->status(), row.kind == VXIMConnectionErrorLost ? VXIMClientStatusPaused : VXIMClientStatusOpening);
+            if (row.kind == VXIMConnectionErrorLost) continue;  // "disconnect" told that, and no error
+            ASSERT_TRUE(told);
+            EXPECT_EQ(told->code(), row.kind);
+            EXPECT_EQ(isTemporary(told), row.kind == VXIMConnectionErrorUnreachable);
+        }
+    }
 }
 
 TEST_F(OperationsTest, ALoginIsAwaited) {

@@ -41,6 +41,9 @@ public:
     }
 
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override { write("didLogin at " + at(client)); }
+    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client, const ErrorPtr& error) override {
+        write("refused at " + at(client) + ", " + describe(error));
+    }
     void clientDidLogout(const std::shared_ptr<VXIMClient>& client) override { write("didLogout at " + at(client)); }
     void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override { write("reconnecting at " + at(client)); }
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override { write("didDisconnect at " + at(client)); }

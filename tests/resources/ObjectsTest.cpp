@@ -52,6 +52,9 @@ TEST(Resources, AGroupAlwaysHasAMemberList) {
     EXPECT_EQ(json(group->dictionaryRepresentation()), R"({"name":"Team"})");
     EXPECT_EQ(json(group->name()), "nil") << "the creation form holds the name elsewhere";
     EXPECT_EQ(json(group->members()), "[]");
+    EXPECT_EQ(json(VXIMGroup::groupWithDictionary(vexim::Dictionary{{"id", "g"}, {"members", vexim::Value::null()}})->members()),
+              "[]")
+        << "null is missing";
     EXPECT_EQ(json(group->dictionaryRepresentation()), R"({"name":"Team","members":[]})");
 }
 

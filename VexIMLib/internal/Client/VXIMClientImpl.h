@@ -6,6 +6,7 @@
 
 #include "VexIMLib/Foundation/Array.h"
 #include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/Foundation/FailureListener.h"
 #include "VexIMLib/Foundation/ThreadSafety.h"
 #include "VexIMLib/VXIMClient.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
@@ -52,14 +53,18 @@ struct VXIMClient::Impl {
 
     // Main thread.
     std::weak_ptr<VXIMClientDelegate> delegate;
-    VXIMBooleanCompletion openCompletionBlock;    // the pending login's; dropped when another login begins
-    VXIMBooleanCompletion closeCompletionBlock;   // the pending logout's; never called when nothing closes
-    std::shared_ptr<VXIMClient> keptUntilClosed;  // this client, while a logout waits for its connection to close
-    bool pauseAsked = false;                      // and neither a resume nor a login since
+    VXIMBooleanCompletion openCompletionBlock;      // the pending login's; dropped when another login begins
+    vexim::FailureListener::Tell tellWhyNotOpened;  // the same for who waits for the login; at most once
+    bool isLoginPending = false;                    // the service has not answered this connection's first login yet
+    VXIMBooleanCompletion closeCompletionBlock;     // the pending logout's; never called when nothing closes
+    std::shared_ptr<VXIMClient> keptUntilClosed;    // this client, while a logout waits for its connection to close
+    bool pauseAsked = false;                        // and neither a resume nor a login since
     std::optional<vexim::Array> onlineFriends;
     std::optional<vexim::Dictionary> messages;
 
     void enter(VXIMClientStatus next);
+    /// The connection has ended before the login was answered, and will not come back by itself.
+    void loginCannotBeAnswered(const vexim::ErrorPtr& cause);
 
     /// Calls the delegate, if there is one.
     template <class... Parameters, class... Arguments>

@@ -24,6 +24,12 @@ ErrorPtr notTaken(const ErrorPtr& cause) {
                    {kUnderlyingErrorKey, cause}});
 }
 
+ErrorPtr connectionLost(const Value& reason) {
+    const std::string why = reason.asString().value_or("");
+    return Error::withDescription(VXIMConnectionErrorDomain, VXIMConnectionErrorLost,
+                                  "The connection was lost" + (why.empty() ? "" : ": " + why) + (why.ends_with('.') ? "" : "."));
+}
+
 ErrorPtr emptyPassengerId(std::string description) {
     return Error::withDescription(VXIMErrorDomain, VXIMErrorPassengerWithoutId, std::move(description));
 }

@@ -14,6 +14,8 @@ ErrorPtr withoutReceiver();
 ErrorPtr disconnected();
 /// The connection did not take a message, for the reason that `cause` gives.
 ErrorPtr notTaken(const ErrorPtr& cause);
+/// A connection that was lost, as the reason says; in `VXIMConnectionErrorDomain`.
+ErrorPtr connectionLost(const Value& reason);
 ErrorPtr emptyPassengerId(std::string description);
 /// What the service answered cannot be made into what was asked for; `cause` says why.
 ErrorPtr unusableAnswer(const Exception& cause);
