@@ -34,7 +34,7 @@ public:
         if (exiting_) return false;
         if (running_) return true;
         // Before our exit hook: hooks run backwards, so we are at rest when OpenSSL goes.
-        ::OPENSSL_init_crypto(0, nullptr);
+        ::OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);  // with no option it does nothing
         if (!prepared_) {
             observeNotifications();
             if (std::atexit([] { shared().stop(); }) != 0) return false;
