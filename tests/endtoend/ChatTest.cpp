@@ -140,7 +140,7 @@ TEST_P(Chat, AReconnectBringsTheSessionBack) {
 }
 
 TEST_P(Chat, WithoutReconnectingADropPauses) {
-    auto bob = loggedIn("bob");
+    auto bob = loggedIn("bob", [](VXIMClientConfiguration& c) { c.setAutoReconnect(false); });
     service.drop("bob");
     ASSERT_TRUE(bob->hears("didDisconnect"));
     EXPECT_EQ(bob->client->status(), VXIMClientStatusPaused);
