@@ -73,7 +73,7 @@ TEST(Diagnosis, TellsWhatTLSObjectedToAndWhatRequestsFailed) {
     auto nowhere = LiveClient::make("ftp://127.0.0.1");
     nowhere->login();
     EXPECT_TRUE(
-        eventually([&] { return nowhere->client->diagnose().text().find("none of a Socket.IO server") != std::string::npos; }));
+        eventually([&] { return nowhere->client->diagnose().text().find("The address cannot be used") != std::string::npos; }));
     const std::string text = ears->client->diagnose().text();
     EXPECT_NE(text.find("websocket failed stage=tls reason=The server's certificate is self-signed, and it is not trusted."),
               std::string::npos)
