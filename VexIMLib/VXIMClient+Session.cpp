@@ -1,6 +1,7 @@
 // The session: login, the events of the connection, pause, resume, logout.
 
 #include <utility>
+#include <vector>
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/JSON.h"
@@ -51,6 +52,27 @@ ErrorPtr loginError(const Value& error) {
     return vexim::Error::make(VXIMErrorDomain, code, error);
 }
 
+/// Removes this device's installation from `user`; succeeds without a request when either id is missing. Main thread.
+void removeInstallation(const VXIMClientConfiguration& config, const std::shared_ptr<VXIMUser>& user,
+                        VXIMBooleanCompletion completion) {
+    const Value uid = user ? user->uid() : Value();
+    const std::string installationId = config.installationId().value_or("");
+    if (uid.isNilOrNull() || uid == "" || installationId.empty()) {
+        MainQueue::shared().async([completion = std::move(completion)] {
+            if (completion) completion(true, nullptr);
+        });
+        return;
+    }
+    VXIMHTTPRequest::deletePath("/ctx/" + uid.description() + "/installs", Dictionary{{"installs", Array{installationId}}},
+                                vexim::resources::endingWithSuccess(std::move(completion)));
+}
+
+void succeedAll(const std::vector<VXIMBooleanCompletion>& completions) {
+    for (const auto& completion : completions) {
+        if (completion) completion(true, nullptr);
+    }
+}
+
 }  // namespace
 
 void VXIMClient::loginWithUserId(std::optional<std::string> userId, VXIMBooleanCompletion completion) {
@@ -87,22 +109,21 @@ void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion co
     auto user = VXIMUser::userWithId(client ? *client : Value(""));
     user->setUsername(authData.get("username"));
     user->setPhoneNumber(authData.get("phone"));
-    impl_->currentUser.set(std::move(user));
+    impl_->currentUser.set(user);
 
-    MainQueue::shared().async([self = self(), authText = std::move(authText.text), completion = std::move(completion),
-                               tellWhyNot = vexim::FailureListener::current()]() mutable {
+    MainQueue::shared().async([self = self(), user = std::move(user), authText = std::move(authText.text),
+                               completion = std::move(completion), tellWhyNot = vexim::FailureListener::current()]() mutable {
+        self->impl_->currentUser.set(std::move(user));  // again: a logout may have ended meanwhile and taken it away
         self->openConnection(authText, std::move(completion), std::move(tellWhyNot));
     });
 }
 
 void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompletion completion,
                                 vexim::FailureListener::Tell tellWhyNot) {
-    // A logout that waits for the former connection to close has what it waits for. This login is none of its business.
-    if (impl_->tryLogout.exchange(false)) {
-        if (auto closed = std::exchange(impl_->closeCompletionBlock, nullptr); closed && socketio()) {
-            MainQueue::shared().async([closed = std::move(closed)] { closed(true, nullptr); });
-        }
-    }
+    // A logout that waited for the former connection to close ends with it. One without a connection never ends.
+    auto overtakenLogouts = std::exchange(impl_->closeCompletionBlocks, {});
+    if (!socketio()) overtakenLogouts.clear();
+    impl_->tryLogout = false;
     if (const auto former = socketio()) {
         former->removeAllHandlers();
         former->disconnect();
@@ -124,6 +145,7 @@ void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompleti
     setupEventHandlers();
     socket->connect();
     impl_->enter(VXIMClientStatusOpening);
+    succeedAll(overtakenLogouts);
 }
 
 void VXIMClient::Impl::loginCannotBeAnswered(const ErrorPtr& cause) {
@@ -232,31 +254,34 @@ void VXIMClient::didReceivePresence(const char* notificationName, PresenceCall d
 }
 
 void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
-    MainQueue::shared().async([self = self(), completion = std::move(completion)]() mutable {
+    // The user of now: a login that is called right behind this sets another at once.
+    MainQueue::shared().async([self = self(), user = currentUser(), completion = std::move(completion)]() mutable {
         const VXIMClientStatus remembered = self->status();
         self->impl_->enter(VXIMClientStatusClosing);
-        self->deleteCurrentInstallIdCompletion([self, remembered, connection = self->socketio(),
-                                                completion = std::move(completion)](bool succeeded, const ErrorPtr& error) {
-            // A login has begun meanwhile, and has closed the connection that this logout was for.
-            const bool isOver = connection != self->socketio();
-            if (isOver && succeeded) {
-                if (completion) completion(true, nullptr);
-                return;
-            }
-            if (!succeeded) {
-                if (!isOver) self->impl_->enter(remembered);
-                if (completion) completion(false, error);
-                return;
-            }
-            self->impl_->tryLogout = true;
-            self->impl_->closeCompletionBlock = completion;
-            // "disconnect" goes on from here. Without a connection nothing does: the logout never ends.
-            if (const auto socket = self->socketio()) {
-                self->impl_->keptUntilClosed = self;
-                socket->disconnect();
-            }
-        });
+        removeInstallation(*self->impl_->config, user,
+                           [self, remembered, socket = self->socketio(), completion = std::move(completion)](
+                               bool succeeded, const ErrorPtr& error) {
+                               self->didRemoveInstallation(socket, remembered, succeeded ? nullptr : error, completion);
+                           });
     });
+}
+
+void VXIMClient::didRemoveInstallation(const std::shared_ptr<vexim::SocketIOClient>& socket, VXIMClientStatus remembered,
+                                       const ErrorPtr& error, const VXIMBooleanCompletion& completion) {
+    // A login, or another logout, may have ended the session that this logout began with. Then there is nothing left to close.
+    const bool isOver = socketio() != socket;
+    if (error || (isOver && socket)) {
+        if (!isOver && !impl_->tryLogout && status() == VXIMClientStatusClosing) impl_->enter(remembered);
+        if (completion) completion(!error, error);
+        return;
+    }
+    if (isOver) return;  // it began without a connection
+    impl_->tryLogout = true;
+    impl_->closeCompletionBlocks.push_back(completion);
+    // "disconnect" goes on from here. Without a connection nothing does: the logout never ends.
+    if (!socket) return;
+    impl_->keptUntilClosed = self();
+    socket->disconnect();
 }
 
 void VXIMClient::deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion) {
@@ -266,17 +291,7 @@ void VXIMClient::deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completi
             self->deleteCurrentInstallIdCompletion(std::move(completion));
         });
     }
-    const auto user = currentUser();
-    const Value uid = user ? user->uid() : Value();
-    const std::string installationId = impl_->config->installationId().value_or("");
-    if (uid.isNilOrNull() || uid == "" || installationId.empty()) {
-        MainQueue::shared().async([completion = std::move(completion)] {
-            if (completion) completion(true, nullptr);
-        });
-        return;
-    }
-    VXIMHTTPRequest::deletePath("/ctx/" + uid.description() + "/installs", Dictionary{{"installs", Array{installationId}}},
-                                vexim::resources::endingWithSuccess(std::move(completion)));
+    removeInstallation(*impl_->config, currentUser(), std::move(completion));
 }
 
 void VXIMClient::didLogout() {
@@ -285,7 +300,7 @@ void VXIMClient::didLogout() {
     if (const auto socket = socketio()) socket->removeAllHandlers();
     impl_->currentUser.set(nullptr);
     impl_->socketio.set(nullptr);
-    if (const auto completion = std::exchange(impl_->closeCompletionBlock, nullptr)) completion(true, nullptr);
+    succeedAll(std::exchange(impl_->closeCompletionBlocks, {}));
     impl_->tellDelegate(&VXIMClientDelegate::clientDidLogout, self());
 }
 

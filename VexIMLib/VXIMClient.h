@@ -121,8 +121,9 @@ public:
     void loginWithAuthData(vexim::Dictionary authData, VXIMBooleanCompletion completion);
 
     /// Removes the device's installation from the user, then closes the connection. When the removal fails, everything stays as
-    /// it was. Without a connection `completion` never runs and the status stays at Closing. A login that begins meanwhile is
-    /// not touched: the logout then ends with the former connection. Of two logouts at once, only one is answered.
+    /// it was. Without a connection `completion` never runs, and the status stays at Closing until the next login. A login that
+    /// begins before the logout has ended drops the connection in its place and goes on: `completion` then hears how the
+    /// removal went, and no delegate call follows. Of two logouts at once both are answered.
     void logoutWithCompletion(VXIMBooleanCompletion completion);
     /// Removes the configuration's installation from the current user; succeeds without a request when either id is missing.
     /// Errors, of the logout, too: `VXErrorDomain` with the service's code, or 100 when no usable answer came.
@@ -187,6 +188,8 @@ private:
     void socketDidDisconnect();
     void didReceiveLoginAnswer(const vexim::Value& answer);
     void loginDidCompleteWithSuccess(bool success, const std::shared_ptr<vexim::Error>& error);
+    void didRemoveInstallation(const std::shared_ptr<vexim::SocketIOClient>& socket, VXIMClientStatus remembered,
+                               const std::shared_ptr<vexim::Error>& error, const VXIMBooleanCompletion& completion);
     void didLogout();
     using PresenceCall = void (VXIMClientDelegate::*)(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>&);
     void didReceivePresence(const char* notificationName, PresenceCall delegateCall, const vexim::Value& friendId);

@@ -33,6 +33,7 @@ public:
     }
 
     std::vector<std::string> take() { return std::exchange(lines_, {}); }
+    std::size_t count() const { return lines_.size(); }
     void write(std::string line) { lines_.push_back(std::move(line)); }
     VXIMBooleanCompletion completion(std::string name) {
         return atMostOnce([this, name](bool succeeded, const ErrorPtr& error) {

@@ -1,5 +1,6 @@
 // What happens to a session at an awkward moment: twice, in between, or when the answer to something older comes.
 
+#include <algorithm>
 #include <functional>
 #include <string_view>
 #include <utility>
@@ -106,6 +107,103 @@ TEST_F(SessionRaces, TwoPausesAreToldOnce) {
         client->pause();
         settle();
         EXPECT_EQ(journal->take(), (Lines{"didDisconnect at 3", "didDisconnect at 3"})) << "a drop, a pause after " << between;
+    }
+}
+
+TEST_F(SessionRaces, AnAnswerToALogoutEndsNoLaterLogin) {
+    const struct {
+        const char* why;
+        int status;
+        const char* body;
+        const char* heard;
+    } cases[] = {
+        {"the installation is removed", 200, "{}", "logout yes"},
+        {"it is not", 400, R"({"errorCode":7,"errorMessage":"no"})", "logout no, VXErrorDomain 7"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.why);
+        login();
+        service.answerWith(c.status, c.body);
+        client->logoutWithCompletion(journal->completion("logout"));
+        client->loginWithUserId("u2", {});
+        vexim::MainQueue::shared().drain();
+        Lines heard;
+        ASSERT_TRUE(eventually([&] { return !(heard = journal->take()).empty(); }));
+        settle();
+        EXPECT_EQ(heard, Lines{c.heard});
+        EXPECT_EQ(service.takeRequests(), Lines{R"(DELETE /ctx/u1/installs {"installs":["installation"]})"});
+        EXPECT_EQ(state(), "1 offline");
+        socket().accept();
+        socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
+        socket().drop();
+        settle();
+        EXPECT_EQ(state(), "3 offline offlineTemporally");
+        client = newClient();
+        client->setDelegate(journal);
+        journal->take();
+    }
+}
+
+TEST_F(SessionRaces, ALoginThatOvertakesALogoutStays) {
+    service.configuration()->setInstallationId("");  // so no request is needed
+    const struct {
+        const char* why;
+        bool connects;
+        int turns;  // of the main queue, between the logout and the login
+        Lines heard;
+    } cases[] = {
+        {"without a connection, called at once", false, 0, {}},
+        {"without a connection, waiting for ever", false, 3, {}},
+        {"the removal is still to be answered", true, 0, {"logout yes"}},
+        {"the login runs right before the connection says that it has closed", true, 1, {"logout yes"}},
+        {"the login runs right after that", true, 2, {"logout yes", "didLogout at 6", "didDisconnect at 6"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.why);
+        client = newClient();
+        client->setDelegate(journal);
+        if (c.connects) login();
+        client->logoutWithCompletion(journal->completion("logout"));
+        for (int i = 0; i < c.turns; ++i) vexim::MainQueue::shared().drain();
+        client->loginWithUserId("u2", {});
+        settle();
+        EXPECT_EQ(journal->take(), c.heard);
+        socket().accept();
+        socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
+        settle();
+        EXPECT_EQ(state(), "2 online");
+        socket().drop();
+        settle();
+        EXPECT_EQ(state(), "3 offline offlineTemporally");
+        ASSERT_TRUE(client->currentUser());
+        EXPECT_EQ(json(client->currentUser()->uid()), "\"u2\"");
+        journal->take();
+    }
+}
+
+TEST_F(SessionRaces, BothOfTwoLogoutsAreAnswered) {
+    login();
+    service.answerWith(400, R"({"errorCode":7,"errorMessage":"no"})");
+    client->logoutWithCompletion(journal->completion("first"));
+    client->logoutWithCompletion(journal->completion("second"));
+    ASSERT_TRUE(eventually([&] { return journal->count() == 2; }));
+    settle();
+    EXPECT_EQ(state(), "2 online") << "neither succeeded";
+    journal->take();
+
+    service.answerWith(200, "{}");
+    for (const char* installation : {"installation", ""}) {  // without one no request lies between the two
+        SCOPED_TRACE(installation);
+        service.configuration()->setInstallationId(installation);
+        login();
+        client->logoutWithCompletion(journal->completion("logout"));
+        client->logoutWithCompletion(journal->completion("logout"));
+        ASSERT_TRUE(eventually([&] { return journal->count() == 4; }));
+        settle();
+        auto heard = journal->take();
+        std::ranges::sort(heard);
+        EXPECT_EQ(heard, (Lines{"didDisconnect at 6", "didLogout at 6", "logout yes", "logout yes"}));
+        EXPECT_EQ(state(), "6 nobody no socket");
     }
 }
 

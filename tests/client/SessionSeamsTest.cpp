@@ -1,8 +1,6 @@
-// Logins and logouts that meet: a login refused after a reconnect, a logout answered during the next login.
+// Logins that are refused: by the service after a reconnect, by the client before they begin.
 
-#include <functional>
 #include <string>
-#include <utility>
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "client/ClientFixture.h"
@@ -33,60 +31,6 @@ TEST_F(SessionSeams, TellsThatTheServiceRefusedTheLoginOfAConnectionThatCameBack
     settle();
     EXPECT_EQ(state(), "1 offline offlineTemporally");
     EXPECT_EQ(journal->take(), Lines{"login no, VXIMErrorDomain 7"}) << "a login of its own tells its completion alone";
-}
-
-TEST_F(SessionSeams, ALogoutsAnswerEndsNoLaterLogin) {
-    struct Row {
-        const char* why;
-        std::function<void()> beforehand;
-        int status;
-        Lines heard;
-    };
-    const Row rows[] = {
-        {"answered after the next login began", [&] { login(); }, 200, {"logout yes"}},
-        {"refused after the next login began", [&] { login(); }, 400, {"logout no, VXErrorDomain 7"}},
-        {"never to be answered, without a connection", [] {}, 200, {}},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.why);
-        client = newClient();
-        client->setDelegate(journal);
-        row.beforehand();
-        service.answerWith(row.status, row.status == 200 ? "{}" : R"({"errorCode":7,"errorMessage":"no"})");
-        client->logoutWithCompletion(journal->completion("logout"));
-        if (row.heard.empty()) settle();
-        client->loginWithUserId("u2", {});
-        Lines heard;
-        const auto isAnswered = [&] {
-            for (auto& line : journal->take()) heard.push_back(line);
-            return heard.size() >= row.heard.size();
-        };
-        ASSERT_TRUE(eventually(isAnswered));
-        settle();
-        EXPECT_EQ(client->status(), VXIMClientStatusOpening);
-        socket().accept();
-        socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
-        settle();
-        EXPECT_EQ(client->status(), VXIMClientStatusOpened);
-        socket().drop();
-        settle();
-        EXPECT_EQ(client->status(), VXIMClientStatusPaused) << "a drop is a drop";
-        EXPECT_EQ(heard, row.heard);
-        journal->take();
-    }
-}
-
-TEST_F(SessionSeams, ALogoutThatWaitsForItsConnectionIsEndedByTheNextLogin) {
-    login();
-    service.answerWith(200, "{}");
-    client->logoutWithCompletion(journal->completion("logout"));
-    ASSERT_TRUE(eventually([&] {
-        if (client->tryLogout()) client->loginWithUserId("u2", {});  // the connection has been asked to close, and has not told
-        return sockets.size() == 2 || client->status() == VXIMClientStatusClosed;
-    }));
-    settle();
-    EXPECT_FALSE(client->tryLogout());
-    EXPECT_EQ(journal->take().front(), "logout yes");
 }
 
 TEST_F(SessionSeams, RefusesCredentialsThatServersWouldNotTake) {

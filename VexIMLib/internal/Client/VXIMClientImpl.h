@@ -3,6 +3,7 @@
 #include <atomic>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "VexIMLib/Foundation/Array.h"
 #include "VexIMLib/Foundation/Dictionary.h"
@@ -56,9 +57,10 @@ struct VXIMClient::Impl {
     VXIMBooleanCompletion openCompletionBlock;      // the pending login's; dropped when another login begins
     vexim::FailureListener::Tell tellWhyNotOpened;  // the same for who waits for the login; at most once
     bool isLoginPending = false;                    // the service has not answered this connection's first login yet
-    VXIMBooleanCompletion closeCompletionBlock;     // the pending logout's; never called when nothing closes
-    std::shared_ptr<VXIMClient> keptUntilClosed;    // this client, while a logout waits for its connection to close
-    bool pauseAsked = false;                        // and neither a resume nor a login since
+    /// The pending logouts'; never called when nothing closes.
+    std::vector<VXIMBooleanCompletion> closeCompletionBlocks;
+    std::shared_ptr<VXIMClient> keptUntilClosed;  // this client, while a logout waits for its connection to close
+    bool pauseAsked = false;                      // and neither a resume nor a login since
     std::optional<vexim::Array> onlineFriends;
     std::optional<vexim::Dictionary> messages;
 
