@@ -16,6 +16,10 @@ grep -v '^node \|^vexim ' <<< "$page" > commands
 printf 'echo "$pin"\n' >> commands
 pin=$(bash -euo pipefail commands 2> log | tail -1) || fail "the page's commands: $(cat log)"
 
+openssl req -newkey rsa:2048 -nodes -keyout expired.key -out request.pem -subj /CN=localhost 2> log || fail "a request: $(cat log)"
+openssl x509 -req -in request.pem -signkey expired.key -days -1 -out expired.pem -extfile <(echo 'subjectAltName=IP:127.0.0.1') \
+    2> log || fail "an expired certificate: $(cat log)"
+
 cat > checks <<'END'
 set -euo pipefail
 vexim=$1 login=$2 pin=$3 url=$4
@@ -37,3 +41,14 @@ refused 'is not one of the pinned keys' send --ca ca.pem --pin "$other"
 refused 'pin takes the base64' send --ca ca.pem --pin "${pin%?}"
 END
 "$sources/scripts/with-service" --tls server.pem server.key -- bash checks "$vexim" "$login" "$pin" URL
+
+# Trusted, but too old; and a server with TLS that is asked without.
+cat > late <<'END'
+set -euo pipefail
+vexim=$1 url=$2
+said=$(timeout 60 "$vexim" send --server "$url" --ca expired.pem --user alice --friend bob hello 2>&1) && exit 1
+grep -qF 'has expired' <<< "$said" || { echo "$said"; exit 1; }
+said=$(timeout 60 "$vexim" send --server "${url/https:/http:}" --user alice --friend bob hello 2>&1) && exit 1
+grep -qF 'Are the address and the port right?' <<< "$said" || { echo "$said"; exit 1; }
+END
+"$sources/scripts/with-service" --tls expired.pem expired.key -- bash late "$vexim" URL || fail "an expired certificate, or no TLS"

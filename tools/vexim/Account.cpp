@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
@@ -23,7 +25,11 @@ void Account::addOptions(CLI::App& command) {
 
 std::shared_ptr<VXIMClient> Account::makeClient() const {
     const auto url = vexim::URL::parse(server);
-    if (!url || url->host().empty()) throw std::invalid_argument("not a service's URL: " + server);
+    const auto isSpoken = [&](const char* scheme) { return url->scheme() == scheme; };
+    constexpr std::array kSchemes{"http", "https", "ws", "wss"};
+    if (!url || url->host().empty() || std::none_of(kSchemes.begin(), kSchemes.end(), isSpoken)) {
+        throw std::invalid_argument("not a service's URL: \"" + server + "\"; one looks like https://chat.example.org:8443");
+    }
     for (const auto& pin : pins) {
         if (VXIMClientConfiguration::isPin(pin)) continue;
         throw std::invalid_argument("--pin takes the base64 of a key's SHA-256 digest, which has 44 characters");

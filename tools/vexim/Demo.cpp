@@ -4,7 +4,7 @@
 
 bool tellLogin(Stage& stage) {
     stage.transcript.say("Logging in");
-    auto answer = Stage::flag([&](auto done) { stage.alice->loginWithUserId(Stage::kAlice, done); });
+    auto answer = Stage::login(stage.alice, {.userId = Stage::kAlice, .username = {}, .password = {}});
     if (!stage.succeeds("alice logs in with her user id", answer)) return false;
     stage.expectStatus("her session is open", *stage.alice, VXIMClientStatusOpened);
 

@@ -1,8 +1,63 @@
 #include "Explain.h"
 
+#include "VexIMLib/VXIMErrors.h"
 #include "chat/Text.h"
+
+namespace {
+
+constexpr const char* kCheckAddress = " Are the address and the port right?";
+
+/// For a connection that never stood.
+const char* hintForConnection(std::int64_t kind) {
+    switch (kind) {
+        case VXIMConnectionErrorOther:
+        case VXIMConnectionErrorBadAddress:
+        case VXIMConnectionErrorHostNotFound:
+        case VXIMConnectionErrorUnreachable:
+        case VXIMConnectionErrorNotSocketIO:
+        case VXIMConnectionErrorLost: return kCheckAddress;
+        default: return "";
+    }
+}
+
+const char* hintForLoading(std::int64_t code) {
+    switch (code) {
+        case vexim::URLErrorBadURL:
+        case vexim::URLErrorUnsupportedURL:
+        case vexim::URLErrorCannotFindHost:
+        case vexim::URLErrorCannotConnectToHost:
+        case vexim::URLErrorNetworkConnectionLost:
+        case vexim::URLErrorBadServerResponse: return kCheckAddress;
+        default: return "";
+    }
+}
+
+/// What the service refuses for who asks, by its codes.
+const char* hintForRefusal(std::int64_t code) {
+    switch (code) {
+        case 1102:
+        case 1104: return " Check --app and --key.";
+        case 1105: return " Check the user name and the password.";
+        default: return "";
+    }
+}
+
+/// What a person can do about it; empty when nothing is likely.
+std::string hintFor(const vexim::Error& error, const std::string& words) {
+    // OpenSSL's words for an answer without TLS.
+    if (words.find("wrong version number") != std::string::npos) return " The server does not speak TLS there: is it http://?";
+    if (error.domain() == VXIMConnectionErrorDomain) return hintForConnection(error.code());
+    if (error.is(VXErrorDomain, VXErrorNoUsableAnswer)) {
+        const auto cause = error.underlyingError();
+        return cause && cause->domain() == vexim::kURLErrorDomain ? hintForLoading(cause->code()) : "";
+    }
+    return error.domain() == VXIMErrorDomain || error.domain() == VXErrorDomain ? hintForRefusal(error.code()) : "";
+}
+
+}  // namespace
 
 std::string explain(const vexim::ErrorPtr& error) {
     if (!error) return "no reason given";
-    return chat::harmless(error->localizedDescription() + " (" + error->domain() + " " + std::to_string(error->code()) + ")");
+    const std::string words = error->localizedDescription();
+    return chat::harmless(words + hintFor(*error, words) + " (" + error->domain() + " " + std::to_string(error->code()) + ")");
 }

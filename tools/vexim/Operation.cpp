@@ -2,10 +2,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "Explain.h"
 #include "VexIMLib/VexIMLib.h"
@@ -37,9 +39,26 @@ void printText(const Value& value) {
     }
 }
 
+/// Runs the main queue until `hasArrived`, for 30 seconds at most. Says so when a first attempt has failed and others follow,
+/// which takes seconds.
+bool await(const std::function<bool()>& hasArrived, const VXIMClient& client) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    bool isTold = false;
+    while (std::chrono::steady_clock::now() < end) {
+        if (vexim::MainQueue::shared().runUntil(hasArrived, std::chrono::milliseconds(500))) return true;
+        const auto events = client.diagnose().events();
+        const bool hasFailed =
+            std::any_of(events.begin(), events.end(), [](const auto& event) { return event.name == "request failed"; });
+        if (hasFailed && !std::exchange(isTold, true)) {
+            std::fprintf(stderr, "vexim: no usable answer from %s, trying again …\n", client.config()->socketURL()->host().c_str());
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
-int perform(Output output, const std::function<void(VXIMResultCompletion)>& operation) {
+int perform(const VXIMClient& client, Output output, const std::function<void(VXIMResultCompletion)>& operation) {
     struct Outcome {
         bool arrived = false;
         Value result;
@@ -47,7 +66,7 @@ int perform(Output output, const std::function<void(VXIMResultCompletion)>& oper
     };
     auto outcome = std::make_shared<Outcome>();
     operation([outcome](Value result, vexim::ErrorPtr error) { *outcome = {true, std::move(result), std::move(error)}; });
-    if (!vexim::MainQueue::shared().runUntil([&] { return outcome->arrived; }, std::chrono::seconds(30))) {
+    if (!await([&] { return outcome->arrived; }, client)) {
         std::fputs("vexim: the service did not answer\n", stderr);
         return 1;
     }

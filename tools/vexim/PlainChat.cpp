@@ -8,33 +8,39 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <functional>
 #include <map>
+#include <stdexcept>
 
 #include "Explain.h"
 #include "HostLoop.h"
 #include "Inbox.h"
+#include "Login.h"
 #include "Send.h"
 #include "VexIMLib/VexIMLib.h"
 #include "chat/Text.h"
 
 namespace {
 
-// A service that hangs answers neither.
-constexpr std::chrono::seconds kLoginTimeout{30};
+// A service that hangs does not answer.
 constexpr std::chrono::seconds kLogoutTimeout{10};
 // The service drops what goes to nobody without a word, and sends back what it delivers.
 constexpr std::chrono::seconds kPatience{5};
+
+// Bytes of a message that was not sent.
+constexpr std::size_t kLongestShown = 500;
 
 constexpr const char* kHelp =
     "  /friend ID   talk to a friend       /group ID   to a group       /room ID   to a room\n"
     "  /pause       close the connection   /resume     open it again    /status    where the session stands\n"
     "  /quit        log out and leave      anything else is sent";
 
+int printError = 0;  // why standard output does not take any more: `errno`
+
 /// Others have a say in it: what a terminal would obey is left out.
 void print(const std::string& line) {
-    std::printf("%s\n", chat::harmless(line).c_str());
-    std::fflush(stdout);
+    if (std::printf("%s\n", chat::harmless(line).c_str()) < 0 || std::fflush(stdout) != 0) printError = errno;
 }
 
 const char* name(VXIMClientStatus status) {
@@ -57,16 +63,12 @@ public:
     int run(const Credentials& credentials) {
         vexim::NotificationCenter::defaultCenter().addObserver(
             alive_, VXIMClientConnectionErrorNotification, client_.get(), [this](const vexim::Notification& notification) {
-                print("connection: " + notification.userInfo.value_or(vexim::Dictionary()).get("data").get(0).description());
-                if (!isLoggedIn_) end(1);  // a first connection that fails is not tried again, and the login never answered
+                if (isLoggedIn_) print("connection: " + vexim::connectionError(notification)->localizedDescription());
             });
-        credentials.logIn(*client_, [this](bool succeeded, auto error) { didLogIn(succeeded, error); });
-        vexim::MainQueue::shared().after(kLoginTimeout, [this] {
-            if (isLoggedIn_) return;
-            print("login failed: no answer");
-            end(1);
+        logInOnce(client_, credentials, [this](const std::string& complaint) { didLogIn(complaint); });
+        loop_.run([this] {
+            if (printError != 0) throw std::runtime_error(std::string("cannot write the output: ") + std::strerror(printError));
         });
-        loop_.run();
         return status_;
     }
 
@@ -77,9 +79,9 @@ protected:
     }
 
 private:
-    void didLogIn(bool succeeded, const vexim::ErrorPtr& error) {
-        if (!succeeded) {
-            print("login failed: " + explain(error));
+    void didLogIn(const std::string& complaint) {
+        if (!complaint.empty()) {
+            print(complaint);
             return end(1);
         }
         isLoggedIn_ = true;
@@ -88,14 +90,17 @@ private:
     }
 
     void read() {
-        std::array<char, 4096> bytes{};
+        std::array<char, 65'536> bytes{};
         const auto count = ::read(STDIN_FILENO, bytes.data(), bytes.size());
         if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
+        const auto known = typed_.size();  // a long line is not searched again and again
         if (count > 0) typed_.append(bytes.data(), static_cast<std::size_t>(count));
-        for (auto end = typed_.find('\n'); end != std::string::npos; end = typed_.find('\n')) {
-            didType(typed_.substr(0, end));
-            typed_.erase(0, end + 1);
+        std::size_t begin = 0;
+        for (auto end = typed_.find('\n', known); end != std::string::npos; end = typed_.find('\n', begin)) {
+            didType(typed_.substr(begin, end - begin));
+            begin = end + 1;
         }
+        typed_.erase(0, begin);
         if (count > 0) return;
         if (!typed_.empty()) didType(std::exchange(typed_, {}));  // the last line needs no end
         loop_.unwatch(STDIN_FILENO);
@@ -164,7 +169,8 @@ private:
     void didFail(std::uint64_t number, const std::string& reason) {
         const auto found = unconfirmed_.find(number);
         if (found == unconfirmed_.end()) return;
-        didNotSend(reason + ": " + found->second);
+        const auto& echo = found->second;
+        didNotSend(reason + ": " + (echo.size() > kLongestShown ? echo.substr(0, kLongestShown) + " …" : echo));
         unconfirmed_.erase(found);
         logOutWhenConfirmed();
     }

@@ -125,7 +125,7 @@ private:
         command.callback([arguments = arguments_, &account = account_, &chosen = chosen_, operation = std::move(operation)] {
             chosen = [arguments, &account, operation] {
                 const auto client = account.makeClient();  // its configuration is what requests are made with
-                return perform(arguments->json ? Output::JSON : Output::Text,
+                return perform(*client, arguments->json ? Output::JSON : Output::Text,
                                [&](Done done) { operation(*arguments, std::move(done)); });
             };
         });

@@ -1,21 +1,35 @@
 #include "Send.h"
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
+#include "Echo.h"
 #include "Explain.h"
+#include "Login.h"
 #include "VexIMLib/VexIMLib.h"
 
 namespace {
 
-using namespace std::chrono_literals;
+// A transfer ends by limits of its own, and so does a login.
+constexpr std::chrono::hours kForever{24};
+// The service drops what goes to nobody without a word, and sends back what it delivers.
+constexpr std::chrono::seconds kPatience{5};
+constexpr std::chrono::seconds kLogoutTimeout{3};
+// Far beyond what a service takes, so that an endless input ends.
+constexpr std::size_t kLongestText = std::size_t{16} << 20;
 
 constexpr std::array kAudio{".aac", ".amr", ".flac", ".m4a", ".mp3", ".oga", ".ogg", ".opus", ".wav"};
 constexpr std::array kPicture{".avif", ".bmp", ".gif", ".heic", ".jpeg", ".jpg", ".png", ".svg", ".tif", ".tiff", ".webp"};
@@ -42,45 +56,80 @@ void drawProgress(std::int32_t percent) {
     if (percent >= 100) std::fputc('\n', stderr);
 }
 
-/// A chat message's completion does not tell why its upload failed; the client's report does.
-std::string whyUploadFailed(const VXIMClient& client) {
-    const auto events = client.diagnose().events();
-    const auto last =
-        std::find_if(events.rbegin(), events.rend(), [](const auto& event) { return event.name == "request failed"; });
-    return last == events.rend() ? "" : ": " + last->description();
+bool waitFor(const std::function<bool()>& predicate, std::chrono::seconds limit) {
+    return vexim::MainQueue::shared().runUntil(predicate, limit);
 }
 
-/// How an operation ended; `complaint` is a connection's trouble meanwhile.
-struct Outcome {
-    bool arrived = false;
-    bool succeeded = false;
-    vexim::ErrorPtr error;
-    std::string complaint;
-};
+void logIn(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials) {
+    const auto answer = std::make_shared<std::optional<std::string>>();
+    logInOnce(client, credentials, [answer](const std::string& complaint) { *answer = complaint; });
+    waitFor([&] { return answer->has_value(); }, kForever);
+    if (!answer->value_or("").empty()) throw std::runtime_error(**answer);
+}
 
-/// Runs the main queue until an operation has ended; throws when it failed, when nothing comes, or when the connection
-/// complains: a login over a dead connection never answers.
-void await(const std::string& what, std::chrono::seconds limit, const std::function<void(VXIMBooleanCompletion)>& operation) {
-    auto outcome = std::make_shared<Outcome>();
-    vexim::NotificationCenter::defaultCenter().addObserver(
-        outcome, VXIMClientConnectionErrorNotification, nullptr, [seen = outcome.get()](const vexim::Notification& notification) {
-            seen->complaint = notification.userInfo.value_or(vexim::Dictionary()).get("data").get(0).description();
-        });
-    operation([outcome](bool succeeded, vexim::ErrorPtr error) {
-        outcome->arrived = true;
-        outcome->succeeded = succeeded;
-        outcome->error = std::move(error);
+/// Returns once the connection has it; throws when it has not.
+void handOver(VXIMClient& client, const std::shared_ptr<VXIMMessage>& message, Echo& echo) {
+    const bool isFile = message->mediaType() != VXIMMessageMediaTypeText;
+    const auto isOver = std::make_shared<bool>(false);
+    const auto refusal = std::make_shared<vexim::ErrorPtr>();
+    client.sendMessage(message, isFile ? drawProgress : VXIMProgress(), [&echo, refusal, isOver](bool, vexim::ErrorPtr error) {
+        echo.expect();
+        *refusal = std::move(error);
+        *isOver = true;
     });
-    vexim::MainQueue::shared().runUntil([&] { return outcome->arrived || !outcome->complaint.empty(); }, limit);
-    if (outcome->succeeded) return;
-    if (outcome->arrived) throw std::runtime_error(what + ": " + explain(outcome->error));
-    throw std::runtime_error(what + ": " + (outcome->complaint.empty() ? "no answer" : outcome->complaint));
+    waitFor([&] { return *isOver; }, kForever);
+    if (message->status() == VXIMMessageStatusSent) return;
+    if (isFile) std::fputc('\n', stderr);  // the progress stands there, unfinished
+    throw std::runtime_error("not sent: " + explain(*refusal ? *refusal : message->error()));
+}
+
+void awaitEcho(const Echo& echo, const Peer& peer) {
+    waitFor([&] { return echo.hasCome() || echo.isLost(); }, kPatience);
+    if (echo.hasCome()) return;
+    if (echo.isLost()) {
+        throw std::runtime_error(
+            "the connection was lost before the service had sent the message back: it may have arrived, or not");
+    }
+    const std::string doubt = peer.friendId  ? "Is there a user \"" + *peer.friendId + "\"?"
+                              : peer.groupId ? "Are you a member of a group \"" + *peer.groupId + "\"?"
+                                             : "Are you a member of a room \"" + *peer.roomId + "\"?";
+    throw std::runtime_error("not delivered: the service has not sent the message back, as it does with those that it delivers. " +
+                             doubt);
+}
+
+std::string readText() {
+    std::string text;
+    std::array<char, 65'536> bytes{};
+    while (const auto count = std::fread(bytes.data(), 1, bytes.size(), stdin)) {
+        text.append(bytes.data(), count);
+        if (text.size() > kLongestText) throw std::invalid_argument("the text is longer than 16 MiB");
+    }
+    if (std::ferror(stdin) != 0) throw std::runtime_error(std::string("cannot read the text: ") + std::strerror(errno));
+    if (text.ends_with('\n')) text.pop_back();
+    return text;
+}
+
+std::shared_ptr<VXIMMessage> messageFrom(const SendOptions& options) {
+    if (options.file) return messageWithFile(*options.file);
+    const bool isPiped = options.text ? *options.text == "-" : isatty(STDIN_FILENO) == 0;
+    if (!options.text && !isPiped) throw std::invalid_argument("say what, or name a --file");
+    const std::string text = isPiped ? readText() : *options.text;
+    if (text.empty()) throw std::invalid_argument("the text is empty");
+    if (vexim::writeJSON(vexim::Value(text), vexim::JSONFragments::Allow).error) {
+        throw std::invalid_argument("the text is not valid UTF-8");
+    }
+    return VXIMMessage::messageWithText(text);
 }
 
 }  // namespace
 
 std::shared_ptr<VXIMMessage> messageWithFile(const std::string& name) {
-    if (!std::filesystem::is_regular_file(name)) throw std::invalid_argument("no such file: " + name);
+    std::error_code error;
+    const auto status = std::filesystem::status(name, error);
+    if (!std::filesystem::exists(status)) throw std::invalid_argument("no such file: " + name);
+    if (std::filesystem::is_directory(status)) throw std::invalid_argument("this is a folder, not a file: " + name);
+    if (!std::filesystem::is_regular_file(status)) throw std::invalid_argument("this is not a plain file: " + name);
+    if (access(name.c_str(), R_OK) != 0) throw std::invalid_argument("this file cannot be read: " + name);
     const std::string ending = endingOf(name);
     if (isOneOf(ending, kAudio)) return VXIMMessage::messageWithAudioFileAtPath(name);
     if (isOneOf(ending, kVideo)) return VXIMMessage::messageWithVideoFileAtPath(name);
@@ -97,8 +146,13 @@ const char* mediaName(std::int32_t media, const std::string& name) {
 }
 
 void SendOptions::addOptions(CLI::App& command) {
-    auto* words = command.add_option("TEXT", text, "The text");
+    auto* words = command.add_option("TEXT", text, "The text; \"-\" or none: what standard input holds, as one message");
     command.add_option("--file", file, "A picture, a sound or a film to send instead")->excludes(words);
+    command.footer(
+        "All of standard input is one text, without the line end that closes it; the text must be UTF-8.\n"
+        "After a text that begins with a dash put the options in front, and \"--\" before the text.\n"
+        "The status is 0 when the service has delivered the message: it has sent it back. 1: it has not, and\n"
+        "standard error says why. 2: nothing was tried, as the command cannot be carried out.");
 }
 
 void address(VXIMMessage& message, const Peer& peer) {
@@ -113,17 +167,17 @@ void address(VXIMMessage& message, const Peer& peer) {
 }
 
 int runSend(const Account& account, const Credentials& credentials, const Peer& peer, const SendOptions& options) {
-    if (!options.text && !options.file) throw std::invalid_argument("say what, or name a --file");
     if (!peer.isNamed()) throw std::invalid_argument("say to whom with --friend, --group or --room");
-    const auto message = options.file ? messageWithFile(*options.file) : VXIMMessage::messageWithText(*options.text);
-    const auto client = account.makeClient();
-    await("login", 30s, [&](auto done) { credentials.logIn(*client, done); });
+    const auto client = account.makeClient();  // a wrong address is told before a text is waited for
+    const auto message = messageFrom(options);
+    logIn(client, credentials);
     address(*message, peer);
-    await("send", 24h, [&](auto done) { client->sendMessage(message, options.file ? drawProgress : VXIMProgress(), done); });
-    if (message->status() != VXIMMessageStatusSent) {
-        std::fputc('\n', stderr);  // the progress stands there, unfinished
-        throw std::runtime_error("the file could not be uploaded" + whyUploadFailed(*client));
-    }
-    await("logout", 30s, [&](auto done) { client->logoutWithCompletion(done); });
+    const auto echo = std::make_shared<Echo>(message, peer);
+    client->setDelegate(echo);
+    handOver(*client, message, *echo);
+    awaitEcho(*echo, peer);
+    const auto isOut = std::make_shared<bool>(false);
+    client->logoutWithCompletion([isOut](bool, const vexim::ErrorPtr&) { *isOut = true; });
+    waitFor([&] { return *isOut; }, kLogoutTimeout);  // whatever comes: the message has arrived
     return 0;
 }

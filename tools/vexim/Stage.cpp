@@ -1,9 +1,11 @@
 #include "Stage.h"
 
+#include "Login.h"
+
 std::string Answer::text() const {
     if (!arrived) return "no answer";
     if (succeeded) return "success, " + result.description();
-    return explain(error);
+    return error ? explain(error) : result.description();
 }
 
 Stage::Stage(const Account& account) : alice(account.makeClient()), bob(account.makeClient()) {
@@ -14,6 +16,14 @@ Stage::Stage(const Account& account) : alice(account.makeClient()), bob(account.
 AnswerPtr Stage::flag(const std::function<void(VXIMBooleanCompletion)>& operation) {
     auto answer = std::make_shared<Answer>();
     operation([answer](bool succeeded, vexim::ErrorPtr error) { *answer = {true, succeeded, {}, std::move(error)}; });
+    return answer;
+}
+
+AnswerPtr Stage::login(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials) {
+    auto answer = std::make_shared<Answer>();
+    logInOnce(client, credentials, [answer](const std::string& complaint) {
+        *answer = {true, complaint.empty(), complaint, nullptr};
+    });
     return answer;
 }
 

@@ -34,6 +34,8 @@ public:
 
     explicit Stage(const Account& account);
 
+    /// Starts a login; one that cannot be answered fails with the connection's error.
+    static AnswerPtr login(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials);
     /// Starts an operation that ends with a flag, or with a result.
     static AnswerPtr flag(const std::function<void(VXIMBooleanCompletion)>& operation);
     static AnswerPtr result(const std::function<void(VXIMResultCompletion)>& operation);

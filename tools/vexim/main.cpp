@@ -1,9 +1,13 @@
 // vexim: the library in a terminal.
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <functional>
+#include <stdexcept>
+#include <string>
 
 #include "Account.h"
 #include "Chat.h"
@@ -11,6 +15,24 @@
 #include "Resources.h"
 #include "Send.h"
 #include "chat/Text.h"
+
+namespace {
+
+int complain(const std::string& words, int status) {
+    std::fprintf(stderr, "vexim: %s\n", chat::harmless(words).c_str());
+    return status;
+}
+
+/// The word that stands where a command should, and is none; empty when there is no such.
+std::string misspelt(const CLI::App& app, int argc, char** argv) {
+    const CLI::App* command = &app;
+    int at = 1;
+    for (; !command->get_subcommands().empty(); ++at) command = command->get_subcommands().front();
+    const bool takesCommand = !command->get_subcommands([](const CLI::App*) { return true; }).empty();
+    return takesCommand && at < argc && argv[at][0] != '-' ? argv[at] : "";
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app("Instant messaging in a terminal");
@@ -43,14 +65,26 @@ int main(int argc, char** argv) {
 
     addResourceCommands(app, account, chosen);
 
-    CLI11_PARSE(app, argc, argv);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        const auto word = misspelt(app, argc, argv);
+        if (error.get_exit_code() != 0 && !word.empty()) return complain("no such command: " + word + "; --help lists them", 2);
+        return app.exit(error) == 0 ? 0 : 2;
+    }
     hideSecrets(argc, argv);
     chat::useUTF8();
     try {
         credentials.askForPassword();
-        return chosen();
+        const int status = chosen();
+        errno = 0;
+        if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
+        throw std::runtime_error(std::string("cannot write the output: ") + std::strerror(errno != 0 ? errno : EIO));
+    } catch (const std::invalid_argument& error) {
+        return complain(error.what(), 2);  // nothing was tried
+    } catch (const CLI::ParseError& error) {
+        return complain(error.what(), 2);
     } catch (const std::exception& error) {
-        std::fprintf(stderr, "vexim: %s\n", chat::harmless(error.what()).c_str());
-        return 2;
+        return complain(error.what(), 1);
     }
 }

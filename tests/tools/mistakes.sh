@@ -1,0 +1,88 @@
+#!/usr/bin/env bash
+# What a new user does wrong: `vexim` says why, in words, with a status that is not 0; and what "sent" means for `vexim send`.
+#   mistakes.sh VEXIM URL       where the local service is
+set -euo pipefail
+vexim=$1 url=$2
+fail() { echo "FAILED: $1"; exit 1; }
+folder=$(mktemp -d "${TMPDIR:-/tmp}/vexim-mistakes-XXXXXX")
+trap 'rm -rf "$folder"' EXIT
+printf 'caf\xe9' > "$folder/latin1"
+head -c 2000000 /dev/zero | tr '\0' x > "$folder/long"
+head -c 20000000 /dev/zero > "$folder/endless"
+head -c 5000 /dev/zero > "$folder/large.png"
+
+# status | standard input | what must be said | the command; {} is a login and a receiver
+table="
+2 | /dev/null | not a service's URL: \"localhost:80\"      | send --server localhost:80 {} hi
+2 | /dev/null | not a service's URL: \"htp://localhost\"   | history group g --server htp://localhost
+2 | /dev/null | not a service's URL: \"http://\"           | chat --server http:// {}
+2 | /dev/null | no such command: sned                      | sned --server $url {} hi
+2 | /dev/null | no such command: lits                      | friends lits alice --server $url
+2 | /dev/null | A subcommand is required                   | friends
+2 | /dev/null | --ca: File does not exist: /no/such.pem    | send --server $url {} --ca /no/such.pem hi
+1 | /dev/null | no usable answer from 127.0.0.1, trying    | friends list alice --server http://127.0.0.1:1
+1 | /dev/null | Are the address and the port right?        | friends list alice --server http://127.0.0.1:1
+1 | /dev/null | at http://127.0.0.1:1: Could not connect   | send --server http://127.0.0.1:1 {} hi
+1 | /dev/null | at http://127.0.0.1:1: Could not connect   | chat --server http://127.0.0.1:1 {}
+1 | /dev/null | at http://127.0.0.1:1: Could not connect   | demo --server http://127.0.0.1:1
+1 | /dev/null | is it http://?                             | send --server ${url/http:/https:} {} hi
+1 | /dev/null | Check the user name and the password       | send --server $url --username alice --password wrong --friend bob hi
+1 | /dev/null | Check the user name and the password       | chat --server $url --username alice --password wrong
+1 | /dev/null | Check --app and --key                      | send --server $url {} --key wrong hi
+1 | /dev/null | Check --app and --key                      | friends list alice --server $url --key wrong
+2 | /dev/null | say who you are                            | send --server $url --friend bob hi
+2 | /dev/null | say to whom                                | send --server $url --user alice hi
+2 | /dev/null | the text is empty                          | send --server $url {}
+2 | latin1    | the text is not valid UTF-8                | send --server http://127.0.0.1:1 {} -
+2 | endless   | the text is longer than 16 MiB             | send --server http://127.0.0.1:1 {}
+1 | long      | it is longer than the server takes         | send --server $url {}
+1 | long      | it is longer than the server takes         | chat --server $url {}
+2 | /dev/null | no such file: /no/such.png                 | send --server http://127.0.0.1:1 {} --file /no/such.png
+2 | /dev/null | this is a folder, not a file: /            | send --server http://127.0.0.1:1 {} --file /
+1 | /dev/null | not sent: The body is too large            | send --server $url {} --file large.png
+1 | /dev/null | Is there a user \"nobody\"?                | send --server $url --user alice --friend nobody hi
+1 | /dev/null | Are you a member of a group \"nowhere\"?   | send --server $url --user alice --group nowhere hi
+"
+cd "$folder"
+failures=0
+while IFS='|' read -r status input words command; do
+    [ -n "$command" ] || continue
+    read -r status <<< "$status"; read -r input <<< "$input"; read -r words <<< "$words"
+    got=0
+    # shellcheck disable=SC2086
+    said=$(timeout 60 "$vexim" ${command/\{\}/--user alice --friend bob} < "$input" 2>&1) || got=$?
+    [ "$got" = "$status" ] && grep -qF -- "$words" <<< "$said" && continue
+    echo "$command: status $got, not $status, or other words than \"$words\": ${said:0:500}"
+    failures=$((failures + 1))
+done <<< "$table"
+[ "$failures" = 0 ] || fail "$failures of the mistakes"
+
+# What is delivered is said to be.
+send() { timeout 60 "$vexim" send --server "$url" --user alice "$@"; }
+printf 'two\nlines é\n' | send --friend bob || fail "a text from a pipe"
+printf 'by a dash' | send --group demo-group - || fail "a text from -"
+send --room demo-room -- '-5' || fail "a text that begins with a dash"
+head -c 100 /dev/zero > small.png
+send --friend bob --file small.png 2> /dev/null || fail "a file"
+history=$("$vexim" history friend alice bob --server "$url" --json) || fail "the history"
+grep -qF '"two\nlines é"' <<< "$history" || fail "not as it was written: $history"
+
+# A second login of the same user disturbs nobody, and both hear what is said.
+await() {
+    while IFS= read -r -t 60 line <&"${first[0]}"; do [[ $line != *"$1"* ]] || return 0; done
+    fail "not heard by the first login: $1"
+}
+coproc first { exec timeout 60 "$vexim" chat --server "$url" --user alice; }
+await 'logged in as alice'
+send --friend bob 'from another login' || fail "a second login"
+await 'friend bob, alice: from another login'
+echo /quit >&"${first[1]}"
+wait "$first_PID" || fail "the first login"
+
+# A full disk.
+got=0; said=$("$vexim" friends list alice --server "$url" 2>&1 > /dev/full) || got=$?
+[ "$got" = 1 ] && grep -qF 'cannot write the output: No space left on device' <<< "$said" || fail "a full disk: $got, $said"
+mkfifo open
+exec 3<> open  # an input that does not end
+got=0; said=$(timeout 60 "$vexim" chat --server "$url" --user alice 2>&1 > /dev/full <&3) || got=$?
+[ "$got" = 1 ] && grep -qF 'cannot write the output: No space left on device' <<< "$said" || fail "a chat on a full disk: $got, $said"

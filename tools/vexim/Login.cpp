@@ -1,0 +1,45 @@
+#include "Login.h"
+
+#include <chrono>
+#include <utility>
+
+#include "Explain.h"
+#include "VexIMLib/VexIMLib.h"
+
+namespace {
+
+constexpr std::chrono::seconds kTimeout{30};  // a service that hangs does not answer
+
+struct Attempt {
+    std::string where;
+    std::function<void(const std::string&)> ended;
+
+    void end(const std::string& reason) {
+        if (const auto call = std::exchange(ended, nullptr)) {
+            call(reason.empty() ? "" : "login failed at " + where + ": " + reason);
+        }
+    }
+};
+
+std::string addressOf(const VXIMClient& client) {
+    const auto url = client.config()->socketURL();
+    if (!url) return "?";
+    return url->scheme() + "://" + url->host() + (url->port() ? ":" + std::to_string(*url->port()) : "");
+}
+
+}  // namespace
+
+void logInOnce(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials,
+               std::function<void(const std::string&)> ended) {
+    const auto attempt = std::make_shared<Attempt>(Attempt{addressOf(*client), std::move(ended)});
+    vexim::NotificationCenter::defaultCenter().addObserver(
+        attempt, VXIMClientConnectionErrorNotification, client.get(),
+        [seen = attempt.get()](const vexim::Notification& notification) {
+            const auto error = vexim::connectionError(notification);
+            // After this one the connection goes on, and the answer may still come.
+            if (!error->is(VXIMConnectionErrorDomain, VXIMConnectionErrorServerReported)) seen->end(explain(error));
+        });
+    credentials.logIn(*client,
+                      [attempt](bool accepted, const vexim::ErrorPtr& error) { attempt->end(accepted ? "" : explain(error)); });
+    vexim::MainQueue::shared().after(kTimeout, [attempt] { attempt->end("The service does not answer."); });
+}
