@@ -187,6 +187,32 @@ TEST_F(OperationsTest, ALoginOverADeadConnectionFailsAtOnceWithItsError) {
     }
 }
 
+TEST_F(OperationsTest, ALoginWaitsWhileTheConnectionTriesAgain) {
+    auto login = vexim::future(&VXIMClient::loginWithUserId, client, "u1");
+    const auto isOver = [&] { return login.wait_for(0s) == std::future_status::ready; };
+    settle();
+    socket().send("error", {"an attempt failed"});
+    settle();
+    EXPECT_FALSE(isOver());
+    socket().accept();
+    client->pause();
+    settle();
+    EXPECT_FALSE(isOver()) << "the application closed it for a while";
+    client->resume();
+    settle();
+    socket().accept();
+    socket().drop();
+    settle();
+    ASSERT_TRUE(isOver());
+    try {
+        login.get();
+        ADD_FAILURE() << "nobody answered";
+    } catch (const Failure& failure) {
+        EXPECT_TRUE(failure.error()->is(VXIMConnectionErrorDomain, VXIMConnectionErrorLost));
+        EXPECT_EQ(failure.error()->localizedDescription(), "The connection was lost: transport close.");
+    }
+}
+
 TEST_F(OperationsTest, ALoginIsAwaited) {
     const auto flow = [](std::shared_ptr<VXIMClient> as) -> Task<> {
         auto [loggedIn, error] = co_await vexim::call(&VXIMClient::loginWithUserId, as, "u1").within(30s);
