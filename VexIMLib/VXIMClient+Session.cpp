@@ -228,14 +228,13 @@ void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error
                        error ? Dictionary{{"accepted", success}, {"code", error->code()}} : Dictionary{{"accepted", success}});
     const bool isFirst = std::exchange(impl_->isLoginPending, false);
     impl_->tellWhyNotOpened = nullptr;
-    const bool wasOpened = !success && status() == VXIMClientStatusOpened;
-    if (wasOpened) {  // by the connection alone
+    if (!success) {  // a connection that came back, or a resume, may have said otherwise
         if (const auto user = currentUser()) user->setOnline(false);
         impl_->enter(VXIMClientStatusOpening);
     }
     if (const auto completion = std::exchange(impl_->openCompletionBlock, nullptr)) completion(success, error);
-    if (!success) {  // the status is Opening, the connection stays open
-        if (wasOpened && !isFirst) impl_->tellDelegate(&VXIMClientDelegate::clientDidFailToLoginAgain, self(), error);
+    if (!success) {  // the connection stays open
+        if (!isFirst) impl_->tellDelegate(&VXIMClientDelegate::clientDidFailToLoginAgain, self(), error);
         return;
     }
     if (socketio() != socket) return;  // a completion may run the main queue, and a logout on it

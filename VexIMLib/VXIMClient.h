@@ -29,7 +29,7 @@ class SocketIOClient;
 /// Where a client's session stands. docs/guide/login.md draws the ways between them.
 enum VXIMClientStatus : std::int32_t {
     VXIMClientStatusNone = 0,      ///< no login yet
-    VXIMClientStatusOpening = 1,   ///< a login has started the connection
+    VXIMClientStatusOpening = 1,   ///< a login has started the connection, or the service has refused it
     VXIMClientStatusOpened = 2,    ///< logged in, or connected again after a pause or a drop
     VXIMClientStatusPaused = 3,    ///< the connection closed without a logout
     VXIMClientStatusResuming = 4,  ///< `resume` was called, or a reconnect is being attempted

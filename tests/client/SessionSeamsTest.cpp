@@ -1,5 +1,6 @@
 // Logins that are refused: by the service after a reconnect, by the client before they begin.
 
+#include <functional>
 #include <string>
 
 #include "VexIMLib/Foundation/Exception.h"
@@ -31,6 +32,53 @@ TEST_F(SessionSeams, TellsThatTheServiceRefusedTheLoginOfAConnectionThatCameBack
     settle();
     EXPECT_EQ(state(), "1 offline offlineTemporally");
     EXPECT_EQ(journal->take(), Lines{"login no, VXIMErrorDomain 7"}) << "a login of its own tells its completion alone";
+}
+
+TEST_F(SessionSeams, ARefusedLoginIsAtOpeningWhateverCameBefore) {
+    const vexim::Array refusal{Dictionary{{"success", false}, {"error", 7}}};
+    const auto heardAfter = [&](const std::function<void()>& act) {
+        client = newClient();
+        client->setDelegate(journal);
+        act();
+        settle();
+        journal->take();
+        socket().send("login", refusal);
+        settle();
+        EXPECT_EQ(client->status(), VXIMClientStatusOpening);
+        EXPECT_FALSE(client->currentUser()->online());
+        const auto heard = journal->take();
+        socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
+        settle();
+        EXPECT_EQ(state().substr(0, 8), "2 online") << "accepted in the end";
+        journal->take();
+        return heard;
+    };
+    const auto isRefused = Lines{"refused at 1, VXIMErrorDomain 7"};
+    EXPECT_EQ(heardAfter([&] { login(); }), isRefused) << "taken back without a drop";
+    EXPECT_EQ(heardAfter([&] {
+                  login();
+                  socket().send("login", refusal);
+              }),
+              isRefused)
+        << "refused twice";
+    EXPECT_EQ(heardAfter([&] {
+                  login();
+                  socket().drop();
+                  socket().attemptReconnect();
+                  settle();
+                  client->resetFlags();  // so the status hears nothing of the connect
+                  socket().accept();
+              }),
+              isRefused);
+    const auto resumedEarly = [&] {
+        client->loginWithUserId("u1", {});
+        settle();
+        client->resume();
+        settle();
+        EXPECT_EQ(client->status(), VXIMClientStatusResuming);
+        socket().accept();
+    };
+    EXPECT_EQ(heardAfter(resumedEarly), Lines()) << "a first login";
 }
 
 TEST_F(SessionSeams, RefusesCredentialsThatServersWouldNotTake) {

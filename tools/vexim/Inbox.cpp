@@ -1,5 +1,6 @@
 #include "Inbox.h"
 
+#include "Explain.h"
 #include "VexIMLib/VexIMLib.h"
 
 namespace {
@@ -36,6 +37,9 @@ void Inbox::writeMessage(const std::string& conversation, VXIMMessage& message) 
 }
 
 void Inbox::clientDidLogin(const std::shared_ptr<VXIMClient>&) { write("login"); }
+void Inbox::clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&, const vexim::ErrorPtr& error) {
+    write("login refused: " + explain(error));
+}
 void Inbox::clientDidLogout(const std::shared_ptr<VXIMClient>&) { write("logout"); }
 void Inbox::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) { write("reconnecting"); }
 void Inbox::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) { write("disconnect"); }

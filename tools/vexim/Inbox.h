@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/VXIMClientDelegate.h"
 
 /// A delegate that writes down what it hears, one line an event: "friend alice: hello", "online bob", "logout".
@@ -17,6 +18,7 @@ public:
     std::string text() const;
 
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override;
+    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client, const vexim::ErrorPtr& error) override;
     void clientDidLogout(const std::shared_ptr<VXIMClient>& client) override;
     void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override;
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override;

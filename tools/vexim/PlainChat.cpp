@@ -46,7 +46,7 @@ void print(const std::string& line) {
 const char* name(VXIMClientStatus status) {
     switch (status) {
         case VXIMClientStatusNone: return "not logged in";
-        case VXIMClientStatusOpening: return "logging in";
+        case VXIMClientStatusOpening: return "not logged in yet, or refused";
         case VXIMClientStatusOpened: return "open";
         case VXIMClientStatusPaused: return "paused";
         case VXIMClientStatusResuming: return "resuming";

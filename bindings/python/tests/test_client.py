@@ -396,9 +396,13 @@ class StreamsTest(ClientCase):
                 ({"name": "tomorrow", "what": 1}, vexim.OtherEvent("tomorrow", {"what": 1})),
             ]
             library.client.say(*[{"@type": "event", **record} for record, _ in cases])
+            refused = {"domain": "VXIMErrorDomain", "code": 211, "description": "no", "userInfo": {"errorCode": 211}}
+            library.client.say({"@type": "event", "name": "clientDidFailToLoginAgain", "error": refused})
             stream = client.events()
             for _, event in cases:
                 self.assertEqual(await anext(stream), event)
+            refusal = (await anext(stream)).error
+            self.assertEqual((type(refusal), refusal.code, refusal.user_info), (vexim.LoginError, 211, {"errorCode": 211}))
             presence = client.presence()
             self.assertEqual([(await anext(presence)).friend for _ in range(2)], ["bob", "7"])
 

@@ -45,6 +45,7 @@ if TYPE_CHECKING:
     from .events import EventsDropped as EventsDropped
     from .events import LoggedIn as LoggedIn
     from .events import LoggedOut as LoggedOut
+    from .events import LoginRefused as LoginRefused
     from .events import MessageReceived as MessageReceived
     from .events import OtherEvent as OtherEvent
     from .events import PresenceChanged as PresenceChanged
@@ -71,8 +72,8 @@ _HOMES = {
         "NotConnectedError", "ResponseError", "ServiceError", "UsageError",
     ),
     "events": (
-        "ConnectionTrouble", "Disconnected", "Event", "EventsDropped", "LoggedIn", "LoggedOut", "MessageReceived", "OtherEvent",
-        "PresenceChanged", "Reconnecting", "Stream",
+        "ConnectionTrouble", "Disconnected", "Event", "EventsDropped", "LoggedIn", "LoggedOut", "LoginRefused", "MessageReceived",
+        "OtherEvent", "PresenceChanged", "Reconnecting", "Stream",
     ),
     "models": (
         "Diagnosis", "DiagnosisEvent", "Friend", "Group", "Media", "Message", "Passenger", "Room", "Status", "User",

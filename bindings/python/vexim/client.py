@@ -14,7 +14,7 @@ from . import events as happened
 from ._compose import File, composed, one_of
 from ._library import Library, load
 from ._link import Link, Progress, Record
-from .errors import INTERFACE_DOMAIN, URL_DOMAIN, BusyError, ClosedError, NetworkError, usage
+from .errors import INTERFACE_DOMAIN, URL_DOMAIN, BusyError, ClosedError, NetworkError, error_from, usage
 from .events import Event, Hub, MessageReceived, PresenceChanged, Stream
 from .models import Diagnosis, Message, Status, diagnosis_from, identity, message_from
 from .resources import Friends, Groups, Passengers, Rooms, Users
@@ -390,6 +390,8 @@ class Client:
             if record.get("answers") and self._link is not None:  # nobody knows whose
                 self._link.fail("", BusyError(INTERFACE_DOMAIN, 7, "Answers were dropped: too much was waiting."))
             return happened.EventsDropped(count if isinstance(count, int) else 0)
+        elif name == "clientDidFailToLoginAgain":
+            return happened.LoginRefused(error_from(record.get("error"), "login"))
         elif name in _PLAIN_EVENTS:
             return _PLAIN_EVENTS[name]
         return happened.OtherEvent(name, {key: value for key, value in record.items() if key not in ("@type", "name")})

@@ -10,6 +10,7 @@ from dataclasses import dataclass, field
 from types import TracebackType
 from typing import Any, Generic, TypeVar
 
+from .errors import Error
 from .models import Message
 
 T = TypeVar("T")
@@ -39,6 +40,13 @@ class PresenceChanged(Event):
 @dataclass(frozen=True, slots=True)
 class LoggedIn(Event):
     """The service accepted the login, also after a reconnect."""
+
+
+@dataclass(frozen=True, slots=True)
+class LoginRefused(Event):
+    """The service refused the login with which the connection came back. Nothing arrives until the next login."""
+
+    error: Error
 
 
 @dataclass(frozen=True, slots=True)

@@ -136,7 +136,7 @@ void Session::tick() {
             if (isTooLong) connectAgain();
             break;
         case SessionState::Phase::Reconnecting:
-            // Connected, but the login was not accepted: log in anew, which says why.
+            // Connected, but the service does not answer the login.
             if (isTooLong && client_->status() == VXIMClientStatusOpened) logIn();
             break;
         case SessionState::Phase::Connecting:
@@ -169,6 +169,10 @@ void Session::clientDidLogin(const std::shared_ptr<VXIMClient>& client) {
         roomsMissed(lostAt);
     }
     refresh();
+}
+
+void Session::clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&, const vexim::ErrorPtr& error) {
+    if (state_.phase() != SessionState::Phase::Leaving) state_.refused(harmlessLine(explain(error)), now());
 }
 
 void Session::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) { state_.attempting(now()); }

@@ -46,6 +46,7 @@ public:
 
     // The library's calls.
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override;
+    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client, const vexim::ErrorPtr& error) override;
     void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override;
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override;
     void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
