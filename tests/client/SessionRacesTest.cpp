@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "VexIMLib/Testing/FakeService.h"
 #include "client/ClientFixture.h"
 
 using namespace vexim::testing;
@@ -76,6 +77,41 @@ TEST_F(SessionRaces, ResumingAConnectionThatStandsEndsInOpened) {
         settle();
         EXPECT_EQ(client->status(), VXIMClientStatusOpened) << why;
         EXPECT_TRUE(client->currentUser()->online()) << why;
+    }
+}
+
+TEST_F(SessionRaces, ResumingARealConnectionMeetsItsReconnectAtAnyMoment) {
+    FakeService peer({.appId = "app", .clientKey = "key"});
+    peer.addUser({.id = "u1"});
+    client = VXIMClient::clientWithConfiguration(peer.configuration());
+    client->loginWithUserId("u1", {});
+    const auto isOpened = [&] { return client->status() == VXIMClientStatusOpened; };
+    const auto isConnected = [&] { return client->socketio()->status() == vexim::SocketIOStatusConnected; };
+    const std::pair<const char*, std::function<void()>> moments[] = {
+        {"the drop is not heard", [] {}},
+        {"the drop is known, and not heard", [&] { EXPECT_TRUE(spinUntil([&] { return !isConnected(); })); }},
+        {"the drop is heard", [&] { EXPECT_TRUE(eventually([&] { return !isOpened(); })); }},
+        {"the attempt is begun, and then over unheard",
+         [&] {
+             EXPECT_TRUE(eventually([&] { return !isOpened(); }));
+             client->resume();
+             vexim::MainQueue::shared().drain();
+             client->resume();
+             EXPECT_TRUE(spinUntil(isConnected));
+         }},
+        {"all is over",
+         [&] {
+             EXPECT_TRUE(eventually([&] { return !isOpened(); }));
+             EXPECT_TRUE(eventually(isOpened));
+         }},
+    };
+    for (const auto& [why, await] : moments) {
+        SCOPED_TRACE(why);
+        ASSERT_TRUE(eventuallyElsewhere([&] { return isOpened() && peer.dropConnections("u1") == 1; }));
+        await();
+        client->resume();
+        settle();
+        ASSERT_TRUE(eventuallyElsewhere([&] { return isOpened() && isConnected(); }));
     }
 }
 
