@@ -40,7 +40,7 @@ table="
 2 | /dev/null | no such file: /no/such.png                 | send --server http://127.0.0.1:1 {} --file /no/such.png
 2 | /dev/null | this is a folder, not a file: /            | send --server http://127.0.0.1:1 {} --file /
 1 | /dev/null | not sent: The body is too large            | send --server $url {} --file large.png
-1 | /dev/null | Is there a user \"nobody\"?                | send --server $url --user alice --friend nobody hi
+1 | /dev/null | Is \"nobody\" a friend of yours?            | send --server $url --user alice --friend nobody hi
 1 | /dev/null | Are you a member of a group \"nowhere\"?   | send --server $url --user alice --group nowhere hi
 "
 cd "$folder"
@@ -66,6 +66,21 @@ head -c 100 /dev/zero > small.png
 send --friend bob --file small.png 2> /dev/null || fail "a file"
 history=$("$vexim" history friend alice bob --server "$url" --json) || fail "the history"
 grep -qF '"two\nlines é"' <<< "$history" || fail "not as it was written: $history"
+
+# What is not the echo is not taken for it: another text, the same elsewhere, the same from the other side.
+send --friend nobody mine 2> said &
+sending=$!
+end=$((SECONDS + 60))
+until curl -sf "$url/_control/log?kind=packet" | grep -qF '\"mine\"'; do [ $SECONDS -lt $end ] || fail "never sent: $(cat said)"; done
+emit() {  # EVENT TEXT TO FROM
+    curl -sf "$url/_control/emit" -H 'Content-Type: application/json' -o /dev/null -d '{"user": "alice", "event": "'"$1"'", "args": [{
+        "content": {"media": 0, "body": "'"$2"'"}, "ts": 1, "to": {"id": "'"$3"'", "type": 0}, "from": {"id": "'"$4"'", "type": 0}}]}'
+}
+emit yourself other nobody alice
+emit yourself mine bob alice
+emit message mine alice nobody
+if wait "$sending"; then fail "taken for delivered"; fi
+grep -qF 'not delivered' said || fail "not delivered, but: $(cat said)"
 
 # A second login of the same user disturbs nobody, and both hear what is said.
 await() {

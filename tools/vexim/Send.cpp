@@ -90,7 +90,7 @@ void awaitEcho(const Echo& echo, const Peer& peer) {
         throw std::runtime_error(
             "the connection was lost before the service had sent the message back: it may have arrived, or not");
     }
-    const std::string doubt = peer.friendId  ? "Is there a user \"" + *peer.friendId + "\"?"
+    const std::string doubt = peer.friendId  ? "Is \"" + *peer.friendId + "\" a friend of yours?"
                               : peer.groupId ? "Are you a member of a group \"" + *peer.groupId + "\"?"
                                              : "Are you a member of a room \"" + *peer.roomId + "\"?";
     throw std::runtime_error("not delivered: the service has not sent the message back, as it does with those that it delivers. " +
