@@ -1,5 +1,6 @@
 #include "VexIMLib/internal/Platform/CurlMulti.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -10,7 +11,20 @@ namespace vexim {
 namespace asio = boost::asio;
 
 struct CurlMulti::Socket {
-    Socket(asio::io_context& context, curl_socket_t socket) : descriptor(context, socket) {}
+    Socket(asio::io_context& context, curl_socket_t socket)
+        : number(socket),
+          copy(::fcntl(socket, F_DUPFD_CLOEXEC, 0)),
+          descriptor(context, copy < 0 ? socket : copy) {}
+    ~Socket() { stopWatching(); }
+    void stopWatching() {
+        if (copy < 0 && descriptor.is_open()) descriptor.release();
+        boost::system::error_code ignored;
+        descriptor.close(ignored);
+    }
+    const curl_socket_t number;
+    // A number that libcurl closes without a word is soon another thread's. So the loop watches a copy that nobody else closes,
+    // as long as the process has a descriptor left for one.
+    const int copy;
     asio::posix::stream_descriptor descriptor;
     bool wantsRead = false;
     bool wantsWrite = false;
@@ -22,10 +36,10 @@ struct CurlMulti::Socket {
 namespace {
 
 /// libcurl closes the sockets of its name lookups, and those that are not connected, without calling `onCloseSocket`.
-bool isClosedSilently(curl_socket_t socket) {
+bool isClosedSilently(int descriptor) {
     sockaddr_storage peer{};
     socklen_t size = sizeof peer;
-    return ::getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || peer.ss_family == AF_UNIX;
+    return ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || peer.ss_family == AF_UNIX;
 }
 
 }  // namespace
@@ -76,8 +90,7 @@ curl_socket_t CurlMulti::onOpenSocket(void* exchange, curlsocktype, curl_sockadd
     auto& connecting = *static_cast<Exchange*>(exchange);
     connecting.hasBegunToConnect_ = true;
     const int socket = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-    // libcurl closes a socket that never got connected without a word, and its number comes back here.
-    connecting.multi_->forget(socket);
+    connecting.multi_->forget(socket);  // what the number stood for before
     return socket;
 }
 
@@ -96,7 +109,7 @@ void CurlMulti::forget(curl_socket_t socket) {
     const auto found = sockets_.find(socket);
     if (found == sockets_.end()) return;
     found->second->closed = true;
-    found->second->descriptor.release();
+    found->second->stopWatching();
     sockets_.erase(found);
 }
 
@@ -106,9 +119,8 @@ void CurlMulti::watch(curl_socket_t socket, int what) {
         if (what == CURL_POLL_REMOVE) return;
         found = sockets_.emplace(socket, std::make_shared<Socket>(context_, socket)).first;
     }
-    // This is the last that we hear of it. Kept, its number would be another's by the time that the loop is told to drop it,
-    // and that one would never hear of anything again.
-    if (what == CURL_POLL_REMOVE && isClosedSilently(socket)) return forget(socket);
+    // This is the last that we hear of it.
+    if (what == CURL_POLL_REMOVE && isClosedSilently(found->second->descriptor.native_handle())) return forget(socket);
     Socket& watched = *found->second;
     watched.wantsRead = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
     watched.wantsWrite = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
@@ -122,7 +134,7 @@ void CurlMulti::wait(const std::shared_ptr<Socket>& socket) {
                                       [this, socket](const boost::system::error_code& error) {
                                           socket->readWaits = false;
                                           if (socket->closed || !socket->wantsRead) return;
-                                          act(socket->descriptor.native_handle(), error ? CURL_CSELECT_ERR : CURL_CSELECT_IN);
+                                          act(socket->number, error ? CURL_CSELECT_ERR : CURL_CSELECT_IN);
                                           if (!socket->closed) wait(socket);
                                       });
     }
@@ -132,7 +144,7 @@ void CurlMulti::wait(const std::shared_ptr<Socket>& socket) {
                                       [this, socket](const boost::system::error_code& error) {
                                           socket->writeWaits = false;
                                           if (socket->closed || !socket->wantsWrite) return;
-                                          act(socket->descriptor.native_handle(), error ? CURL_CSELECT_ERR : CURL_CSELECT_OUT);
+                                          act(socket->number, error ? CURL_CSELECT_ERR : CURL_CSELECT_OUT);
                                           if (!socket->closed) wait(socket);
                                       });
     }
