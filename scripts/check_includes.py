@@ -25,6 +25,7 @@ ROOMS = [
     ("trust", 1.5, r"VexIMLib/internal/Trust/.*"),
     ("platform", 2, r"VexIMLib/internal/Platform/.*"),
     ("C interface", 6, r"VexIMLib/C/.*"),
+    ("store", 6, r"VexIMLib/Store/.*"),
     ("testing kit", 6, r"VexIMLib/Testing/.*"),
     ("programs", 7, r"(tools|examples|tests|benchmarks|fuzz)/.*"),
 ]
@@ -32,9 +33,11 @@ ROOMS = [
 # What is installed. Public classes derive from the runtime object, so its header is among them; the other one declares an
 # exported function.
 PUBLIC = re.compile(
-    r"VexIMLib/[^/]+\.h|VexIMLib/(Foundation|Async|Loops)/.*\.h|VexIMLib/Testing/[^/]+\.h|VexIMLib/internal/VXIMRuntimeObject\.h"
+    r"VexIMLib/[^/]+\.h|VexIMLib/(Foundation|Async|Loops)/.*\.h|VexIMLib/(Store|Testing)/[^/]+\.h|VexIMLib/internal/VXIMRuntimeObject\.h"
     r"|VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector\.h|VexIMLib/C/vexim\.h"
 )
+# What applications could have written: built on the core's public headers alone.
+ON_PUBLIC_HEADERS = re.compile(r"VexIMLib/Store/.*")
 # An adapter may see the loop that it is for.
 ADAPTER = re.compile(r"VexIMLib/Loops/.*")
 PROGRAM_HEADERS_ONLY = re.compile(r"(tools|examples)/.*")
@@ -89,6 +92,8 @@ def findings():
                 yield f"{path} ({room[0]}) includes {target} ({below[0]}), which is not below it"
             if PUBLIC.fullmatch(path) and not PUBLIC.fullmatch(target):
                 yield f"{path}: a public header includes {target}, which is not installed"
+            if ON_PUBLIC_HEADERS.fullmatch(path) and not (PUBLIC.fullmatch(target) or below == room):
+                yield f"{path}: includes {target}; this room has only the public headers of the others"
             if PROGRAM_HEADERS_ONLY.fullmatch(path) and target.startswith("VexIMLib/") and not PUBLIC.fullmatch(target):
                 yield f"{path}: a program includes {target}; applications have only the public headers"
     yield from circles(arrows)
