@@ -24,6 +24,16 @@ inline std::string repeated(std::string_view text, int times) {
     return all;
 }
 
+/// Joins, then repeats what is said as "message"; "cut" ends the connection.
+inline void echo(ScriptedServer::Connection& connection) {
+    LivePeer peer(connection);
+    if (!peer.join()) return;
+    while (const auto message = peer.readText()) {
+        if (message->starts_with("42/chat,[\"cut\"")) return;
+        if (message->starts_with("42/chat,[\"say\",")) peer.sendText("42/chat,[\"message\"," + message->substr(15));
+    }
+}
+
 /// Joins are answered over either transport, and then nothing is said: the GET behind the answer hangs, as it should.
 /// `other` sees each request before, and answers it when it gives a text.
 inline ScriptedServer::Script serveEitherTransport(std::function<std::string(const WireRequest&)> other = nullptr) {

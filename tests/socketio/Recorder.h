@@ -10,6 +10,14 @@
 
 namespace vexim::testing {
 
+/// A client of "/chat" that has not connected yet; over WebSocket if `options` name no transports.
+inline std::shared_ptr<SocketIOClient> makeClient(const std::string& url, Dictionary options = {}) {
+    if (!options.contains("transports")) options.set("forceWebsockets", true);
+    auto client = SocketIOClient::create(URL::parse(url), options);
+    client->joinNamespace("/chat");
+    return client;
+}
+
 /// Keeps what a client's handlers hear, one line an event.
 class Recorder {
 public:
