@@ -28,7 +28,7 @@ public:
     virtual void clientDidLogout(const std::shared_ptr<VXIMClient>& client);
     /// Before each attempt to connect again after a drop.
     virtual void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client);
-    /// The connection closed: after a pause, a drop or a logout.
+    /// The connection closed: after a pause, a drop or a logout; or no attempt to reconnect follows any more.
     virtual void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client);
 
     // The sender's side is built from the id alone: fetch what else you need.

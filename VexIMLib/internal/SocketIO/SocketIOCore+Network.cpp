@@ -77,6 +77,7 @@ void SocketIOCore::startLink(Epoch epoch) {
             ++epoch_;
             status_ = SocketIOStatusDisconnected;
             pushEvent("error", errorArguments(hindrance));
+            didGiveUp();
         }
     }
     if (hindrance)
@@ -146,6 +147,11 @@ void SocketIOCore::attemptReconnect(Epoch epoch) {
     }
     ++attempt_;
     startLink(epoch);
+}
+
+/// Who has heard "reconnect" waits for more.
+void SocketIOCore::didGiveUp() {
+    if (std::exchange(reconnecting_, false)) pushEvent("disconnect", {"reconnect failed"});
 }
 
 void SocketIOCore::pump() {
@@ -280,7 +286,7 @@ void SocketIOCore::linkDidEnd(const action::Ended& ended) {
         }
         if (wasJoined) pushEvent("disconnect", {ended.why});
         const auto& policy = options_.reconnect;
-        if (!mayRetry || !policy.enabled || (policy.maxAttempts && attempt_ >= *policy.maxAttempts)) return;
+        if (!mayRetry || !policy.enabled || (policy.maxAttempts && attempt_ >= *policy.maxAttempts)) return didGiveUp();
         status_ = SocketIOStatusConnecting;
     }
     reconnecting_ = true;

@@ -110,6 +110,7 @@ private:
     void stopLink(Outbox leftover);
     void attemptReconnect(Epoch epoch);
     void scheduleReconnect(Epoch epoch);
+    void didGiveUp() VEXIM_REQUIRES(mutex_);
     void pump();
     void armAckTimer();
     void expireAcks();
