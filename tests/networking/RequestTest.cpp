@@ -132,6 +132,11 @@ TEST_F(RequestTest, ALostConnectionIsTemporaryAndTriedThreeTimes) {
 
     pointAt("http://127.0.0.1:" + std::to_string(deadPort()));
     EXPECT_TRUE(get().ends_with(" temporary over NSURLErrorDomain -1004"));
+
+    serve([](Connection& connection) { connection.readSome(); });
+    pointAt("https" + server->url("").substr(4));
+    EXPECT_TRUE(get().ends_with("\"TLS failed: the peer broke off.\" temporary over NSURLErrorDomain -1005"));
+    EXPECT_EQ(server->connectionCount(), 3);
 }
 
 TEST_F(RequestTest, WithoutAUsableURLNothingIsSent) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -11,6 +12,8 @@
 #include "VexIMLib/VXIMCompletions.h"
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"
+
+class VXIMRequest;
 
 namespace vexim::testing {
 
@@ -41,6 +44,7 @@ private:
 
     std::atomic<int> asked_{0};
     std::int64_t lastCode_ = 0;
+    std::vector<std::shared_ptr<VXIMRequest>> requests_;  // the last ones: REST, upload, download
 };
 
 }  // namespace vexim::testing

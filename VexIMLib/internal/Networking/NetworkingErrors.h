@@ -21,7 +21,7 @@ ErrorPtr raised(const Exception& exception);
 
 /// The same error with "temporary" = true.
 ErrorPtr markedTemporary(const ErrorPtr& error);
-/// Whether it is so marked, and a request is to be sent again. (`vexim::isTemporary` also asks for the cause.)
+/// Whether it is so marked. (`vexim::isTemporary` also asks for the cause.)
 bool isMarkedTemporary(const ErrorPtr& error);
 
 }  // namespace vexim::rest

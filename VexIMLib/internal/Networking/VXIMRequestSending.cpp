@@ -22,10 +22,14 @@ std::chrono::nanoseconds retryDelay(std::uint32_t random) {
     return std::chrono::nanoseconds(static_cast<std::int64_t>(seconds * 1e9));
 }
 
-/// Whether a file that is to be sent or written is the cause: that cannot be read, is full, or has changed meanwhile.
-bool isOfOwnFile(const vexim::ErrorPtr& cause) {
-    return cause && (cause->domain() == vexim::kCocoaErrorDomain ||
-                     cause->is(vexim::kURLErrorDomain, vexim::URLErrorRequestBodyStreamExhausted));
+/// Whether another attempt could only end in the same way, because the reason lies with us: a file that cannot be read, is full,
+/// or has changed meanwhile; a certificate, or a handshake, that we do not accept.
+bool isOurs(const vexim::ErrorPtr& cause) {
+    if (!cause) return false;
+    if (cause->domain() != vexim::kURLErrorDomain) return cause->domain() == vexim::kCocoaErrorDomain;
+    const auto code = cause->code();
+    return code == vexim::URLErrorRequestBodyStreamExhausted ||
+           (code <= vexim::URLErrorSecureConnectionFailed && code >= vexim::URLErrorServerCertificateNotYetValid);
 }
 
 }  // namespace
@@ -53,7 +57,7 @@ void VXIMRequest::makeDelayedRetry(std::function<void()> retry) {
 }
 
 bool VXIMRequest::shouldRetry(const vexim::ErrorPtr& error) const {
-    if (!vexim::rest::isMarkedTemporary(error) || retryCount_ >= kMaxRetries || isOfOwnFile(error->underlyingError())) return false;
+    if (!vexim::rest::isMarkedTemporary(error) || retryCount_ >= kMaxRetries || isOurs(error->underlyingError())) return false;
     // Another attempt could only report that the body is gone, and hide what went wrong.
     return !body_.isNil() || !bodyStream_ || bodyStream_->isSendable();
 }

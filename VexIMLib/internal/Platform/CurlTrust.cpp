@@ -54,7 +54,7 @@ std::optional<CertificateFault> CurlTrust::fault(CURL* easy, CURLcode result, st
             return certificateFault(verified == X509_V_OK ? X509_V_ERR_UNSPECIFIED : verified, host_);
         }
         case CURLE_SSL_CERTPROBLEM: return impossibleHost(host_);
-        case CURLE_SSL_CONNECT_ERROR: return CertificateFault{URLErrorSecureConnectionFailed, handshakeFault(reasonIn(text))};
+        case CURLE_SSL_CONNECT_ERROR: return handshakeFault(reasonIn(text));
         default: return std::nullopt;
     }
 }

@@ -34,8 +34,11 @@ CertificateFault impossibleHost(std::string_view host) {
     return {URLErrorServerCertificateUntrusted, "No certificate can be for \"" + std::string(host) + "\"."};
 }
 
-std::string handshakeFault(std::string_view reason) {
-    return "TLS failed: " + std::string(reason.empty() ? "the peer broke off" : reason) + ".";
+CertificateFault handshakeFault(std::string_view reason) {
+    if (reason.empty() || reason == "unexpected eof while reading") {
+        return {URLErrorNetworkConnectionLost, "TLS failed: the peer broke off."};
+    }
+    return {URLErrorSecureConnectionFailed, "TLS failed: " + std::string(reason) + "."};
 }
 
 }  // namespace vexim

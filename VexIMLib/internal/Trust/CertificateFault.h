@@ -9,7 +9,7 @@ namespace vexim {
 /// What is wrong with a peer's certificate, or with the handshake, in the same words for every kind of traffic. Nothing of it
 /// is the certificate's own text, whose maker is a stranger and may write what he likes.
 struct CertificateFault {
-    std::int64_t code;  // of URL loading: -1201 to -1204
+    std::int64_t code;  // of URL loading: -1201 to -1204; of a handshake -1200, or -1005 when the peer just went away
     std::string words;  // a sentence
 };
 
@@ -20,6 +20,6 @@ CertificateFault certificateFault(long verified, std::string_view host);
 CertificateFault impossibleHost(std::string_view host);
 
 /// A handshake that broke for another reason: `reason` is OpenSSL's, empty when there is none.
-std::string handshakeFault(std::string_view reason);
+CertificateFault handshakeFault(std::string_view reason);
 
 }  // namespace vexim

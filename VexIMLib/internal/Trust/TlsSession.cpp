@@ -84,7 +84,7 @@ TlsSession::Status TlsSession::fail() {
         fault_ = certificateFault(verified, host_).words;
     } else {
         const char* const reason = ERR_reason_error_string(ERR_peek_error());
-        fault_ = handshakeFault(reason ? reason : "");
+        fault_ = handshakeFault(reason ? reason : "").words;
     }
     ERR_clear_error();
     return Status::Failed;
