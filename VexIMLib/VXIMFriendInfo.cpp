@@ -9,13 +9,28 @@
 
 using vexim::Dictionary;
 using vexim::Notification;
-using vexim::NotificationCenter;
 using vexim::Value;
 
-VXIMFriendInfo::~VXIMFriendInfo() { NotificationCenter::defaultCenter().removeObserver(this); }
+namespace {
+
+const vexim::detail::EmbeddedObserver::Kind& presence() {
+    static const vexim::detail::EmbeddedObserver::Kind kind{
+        {VXIMFriendOnlineNotification, VXIMFriendOfflineNotification},
+        "id",
+        [](vexim::Object& observer, const Notification& notification) {
+            auto& info = static_cast<VXIMFriendInfo&>(observer);
+            notification.name == VXIMFriendOnlineNotification ? info.didOnline(notification) : info.didOffline(notification);
+        }};
+    return kind;
+}
+
+}  // namespace
+
+VXIMFriendInfo::~VXIMFriendInfo() = default;
 
 std::shared_ptr<VXIMFriendInfo> VXIMFriendInfo::infoWithId(Value uid) {
-    return infoWithDictionary(Dictionary{{"id", std::move(uid)}});
+    if (uid.isNil()) return infoWithDictionary(Dictionary{{"id", uid}});  // raises
+    return vexim::create<VXIMFriendInfo>(std::move(uid));
 }
 
 std::shared_ptr<VXIMFriendInfo> VXIMFriendInfo::infoWithDictionary(const Dictionary& dictionary) {
@@ -27,9 +42,13 @@ std::shared_ptr<VXIMFriendInfo> VXIMFriendInfo::initWithDictionary(const Diction
 }
 
 bool VXIMFriendInfo::initialise(const Dictionary& dictionary) {
-    uid_ = dictionary.get("id");
     setMetadataWithDictionary(dictionary);
-    observePresence();
+    return initialise(dictionary.get("id"));
+}
+
+bool VXIMFriendInfo::initialise(Value uid) {
+    uid_ = std::move(uid);
+    presence_.join(presence(), *this, uid_);
     return true;
 }
 
@@ -42,19 +61,6 @@ void VXIMFriendInfo::setMetadataWithDictionary(const Dictionary& dictionary) {
     if (recent.isNilOrNull()) return;
     const Dictionary* payload = recent.asDictionary();
     recentMessage_ = VXIMMessage::initWithPayloadDictionary(payload ? *payload : Dictionary());
-}
-
-// An application may hold very many infos. Each therefore hears the events of its own friend only, found by the id, instead of
-// comparing the id of everybody's.
-void VXIMFriendInfo::observePresence() {
-    if (!uid_.isString() && !uid_.isNumber()) return;  // equals no event's id
-    const auto follow = [this](const char* notificationName, void (VXIMFriendInfo::*react)(const Notification&)) {
-        // The centre keeps an observer alive while its handler runs.
-        auto handler = [this, react](const Notification& notification) { (this->*react)(notification); };
-        NotificationCenter::defaultCenter().addObserver(shared_from_this(), notificationName, "id", uid_, std::move(handler));
-    };
-    follow(VXIMFriendOnlineNotification, &VXIMFriendInfo::didOnline);
-    follow(VXIMFriendOfflineNotification, &VXIMFriendInfo::didOffline);
 }
 
 bool VXIMFriendInfo::isMeantBy(const Notification& notification) const {

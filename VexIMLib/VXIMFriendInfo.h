@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/Foundation/EmbeddedObserver.h"
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/Export.h"
 #include "VexIMLib/Foundation/Object.h"
@@ -24,7 +25,8 @@ using VXIMFriendInfoCompletion = std::function<void(std::shared_ptr<VXIMFriendIn
 /// One entry of a user's friend list.
 ///
 /// Every info keeps its own `online` current while it lives: it follows the presence notifications of any client. Infos are
-/// independent of each other; two for one friend both follow.
+/// independent of each other; two for one friend both follow. An application may hold very many: each takes less than 400 bytes
+/// besides its texts and its message, and an event finds those that it is about. Infos may be made and released on any thread.
 ///
 /// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
 /// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
@@ -65,10 +67,11 @@ public:
 
     const vexim::Class& runtimeClass() const override;
 
+    // For the factories.
     bool initialise(const vexim::Dictionary& dictionary);
+    bool initialise(vexim::Value uid);
 
 private:
-    void observePresence();
     bool isMeantBy(const vexim::Notification& notification) const;
 
     vexim::Value uid_;
@@ -77,4 +80,5 @@ private:
     vexim::Value from_;
     vexim::Value to_;
     std::shared_ptr<VXIMMessage> recentMessage_;
+    vexim::detail::EmbeddedObserver presence_;  // last: it leaves before anything that an event reads
 };

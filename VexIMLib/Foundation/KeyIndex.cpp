@@ -44,7 +44,9 @@ struct SipState {
     }
 };
 
-std::uint32_t hash(std::string_view text) noexcept {
+}  // namespace
+
+std::uint32_t hashOfKey(std::string_view text) noexcept {
     static const HashKey key = makeHashKey();
     SipState state{key.first ^ 0x736f6d6570736575, key.second ^ 0x646f72616e646f6d, key.first ^ 0x6c7967656e657261,
                    key.second ^ 0x7465646279746573};
@@ -62,10 +64,8 @@ std::uint32_t hash(std::string_view text) noexcept {
     return static_cast<std::uint32_t>(state.v0 ^ state.v1 ^ state.v2 ^ state.v3);
 }
 
-}  // namespace
-
 KeyIndex::KeyIndex(const DictionaryItem* items, std::size_t count) : slots_(std::bit_ceil(count * 4)) {
-    for (; used_ < count; ++used_) place(hash(items[used_].name()), used_);
+    for (; used_ < count; ++used_) place(hashOfKey(items[used_].name()), used_);
 }
 
 void KeyIndex::insert(const DictionaryItem* items, std::size_t position) {
@@ -75,7 +75,7 @@ void KeyIndex::insert(const DictionaryItem* items, std::size_t position) {
             if (slot.position != 0) place(slot.hash, slot.position - 1);
         }
     }
-    place(hash(items[position].name()), position);
+    place(hashOfKey(items[position].name()), position);
     ++used_;
 }
 
@@ -108,7 +108,7 @@ void KeyIndex::place(std::uint32_t hashed, std::size_t position) noexcept {
 }
 
 std::size_t KeyIndex::find(const DictionaryItem* items, std::string_view key) const noexcept {
-    const std::uint32_t hashed = hash(key);
+    const std::uint32_t hashed = hashOfKey(key);
     const std::size_t mask = slots_.size() - 1;
     for (std::size_t at = hashed & mask; slots_[at].position != 0; at = (at + 1) & mask) {
         const std::size_t position = slots_[at].position - 1;

@@ -13,6 +13,10 @@
 
 namespace vexim {
 
+namespace detail {
+class EmbeddedObserver;
+}
+
 /// What an observer hears.
 struct Notification {
     std::string name;                    // what observers choose by
@@ -38,9 +42,6 @@ public:
     /// `observer` is held weakly and is the registration's identity. An empty `name` hears every name; a nullptr `sender`
     /// hears any sender (a sender's address is compared, nothing is held).
     void addObserver(const std::shared_ptr<void>& observer, std::string name, const Object* sender, Handler handler);
-    /// Hears only notifications of `name` whose user information holds `value` under "key": found in constant expected time
-    /// however many such observers there are, each keeping its place in registration order among the others.
-    void addObserver(const std::shared_ptr<void>& observer, std::string name, std::string key, Value value, Handler handler);
 
     /// Removes all of the observer's registrations. Safe in the observer's own destructor.
     void removeObserver(const void* observer);
@@ -51,6 +52,10 @@ public:
     void post(std::string name, std::shared_ptr<Object> object, std::optional<Dictionary> userInfo = std::nullopt);
 
 private:
+    friend class detail::EmbeddedObserver;
+    void add(detail::EmbeddedObserver& observer);
+    void remove(detail::EmbeddedObserver& observer) noexcept;
+
     struct Impl;
     std::unique_ptr<Impl> impl_;
 };

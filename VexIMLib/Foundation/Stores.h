@@ -73,6 +73,9 @@ struct DictionaryItem {
     std::string_view name() const noexcept { return key.textView(); }
 };
 
+/// Keyed once a process, so that whoever chooses the texts cannot make them collide.
+std::uint32_t hashOfKey(std::string_view text) noexcept;
+
 /// Finds items by key once there are many: open addressing, at most half full, seeded against chosen collisions.
 class KeyIndex {
 public:

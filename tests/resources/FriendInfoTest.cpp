@@ -1,7 +1,13 @@
 #include <gtest/gtest.h>
+#include <malloc.h>
+#include <time.h>
 
+#include <atomic>
+#include <chrono>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "VexIMLib/VexIMLib.h"
@@ -107,6 +113,94 @@ TEST(FriendInfo, MayBeReleasedAnywhereAlsoByWhatHearsTheSamePost) {
     EXPECT_TRUE(fourth->online());
     post(VXIMFriendOfflineNotification, "u7");
     EXPECT_FALSE(fourth->online());
+}
+
+TEST(FriendInfo, FollowsNoMoreWhatAnApplicationRemovedFromTheCentre) {
+    auto& center = NotificationCenter::defaultCenter();
+    auto first = VXIMFriendInfo::infoWithId("u7");
+    auto second = VXIMFriendInfo::infoWithId("u7");
+    auto third = VXIMFriendInfo::infoWithId("u7");
+    auto observer = std::make_shared<int>();
+    center.removeObserver(first.get());
+    center.removeObserver(second.get(), VXIMFriendOfflineNotification);
+    post(VXIMFriendOnlineNotification, "u7");
+    EXPECT_EQ(std::to_string(first->online()) + std::to_string(second->online()) + std::to_string(third->online()), "011");
+    post(VXIMFriendOfflineNotification, "u7");
+    EXPECT_EQ(std::to_string(second->online()) + std::to_string(third->online()), "10");
+
+    center.addObserver(observer, VXIMFriendOnlineNotification, nullptr,
+                       [&](const vexim::Notification&) { center.removeObserver(third.get()); });
+    auto later = VXIMFriendInfo::infoWithId("u7");
+    center.addObserver(observer, VXIMFriendOfflineNotification, nullptr,
+                       [&](const vexim::Notification&) { center.removeObserver(later.get()); });
+    later = VXIMFriendInfo::infoWithId("u7");
+    later->setOnline(true);
+    post(VXIMFriendOfflineNotification, "u7");
+    EXPECT_TRUE(later->online()) << "removed while the same event was told";
+}
+
+// Made, found and released in disorder, many share a friend, and ids of all kinds that are equal to none of another kind.
+TEST(FriendInfo, IsFoundAmongVeryMany) {
+    constexpr int kInfos = 100'000;
+    const auto idOf = [](int i) {
+        switch (i % 4) {
+            case 0: return Value(std::int64_t{i} << 20);  // numbers that differ in their upper bits only
+            case 1: return Value(std::to_string(i));
+            case 2: return Value(i + 0.5);
+            default: return Value("the same friend");
+        }
+    };
+    const auto cpuTime = [] {  // this thread's own, so that a busy machine does not count
+        timespec now{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+        return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+    };
+    std::vector<std::shared_ptr<VXIMFriendInfo>> infos;
+    infos.reserve(kInfos);
+    const auto began = cpuTime();
+    const auto heapBefore = mallinfo2().uordblks;
+    for (int i = 0; i < kInfos; ++i) infos.push_back(VXIMFriendInfo::infoWithId(idOf(i)));
+    EXPECT_LE((mallinfo2().uordblks - heapBefore) / kInfos, 400U) << "bytes of heap for an info (0 under a sanitizer)";
+    for (std::size_t i = 1; i < infos.size(); i += 4) infos[i] = nullptr;
+    std::chrono::nanoseconds took[3];
+    for (int kind = 0; kind < 3; ++kind) {
+        const auto start = cpuTime();
+        for (int i = kind; i < kInfos; i += 4) post(VXIMFriendOnlineNotification, idOf(i));
+        took[kind] = cpuTime() - start;
+    }
+    EXPECT_LT(took[0], 10 * took[2]) << "such numbers are as far apart as any";
+    post(VXIMFriendOnlineNotification, "the same friend");
+    for (const auto& info : infos) ASSERT_TRUE(!info || info->online()) << info->uid().description();
+    post(VXIMFriendOfflineNotification, "the same friend");
+    for (std::size_t i = 0; i < infos.size(); ++i) ASSERT_TRUE(!infos[i] || infos[i]->online() == (i % 4 != 3)) << i;
+    infos.clear();
+    EXPECT_LT(cpuTime() - began, std::chrono::seconds(20)) << "searching would take minutes";
+}
+
+TEST(FriendInfo, IsMadeAndReleasedOnAnyThreadWhileEventsArrive) {
+    std::mutex mutex;
+    std::shared_ptr<VXIMFriendInfo> handedOn;  // guarded by it
+    std::atomic<bool> isOver{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 1000; ++i) {
+                auto info = VXIMFriendInfo::infoWithId(i % 3 == 0 ? Value("u7") : Value("u" + std::to_string(i * 3 + t)));
+                const std::lock_guard lock(mutex);
+                if (i % 2) handedOn.swap(info);  // the other thread's is released here, perhaps while it is being told
+            }
+        });
+    }
+    std::thread poster([&] {
+        for (bool online = false; !isOver; online = !online)
+            post(online ? VXIMFriendOnlineNotification : VXIMFriendOfflineNotification, "u7");
+    });
+    for (auto& thread : threads) thread.join();
+    auto last = VXIMFriendInfo::infoWithId("u7");
+    isOver = true;
+    poster.join();
+    post(VXIMFriendOnlineNotification, "u7");
+    EXPECT_TRUE(last->online());
 }
 
 }  // namespace
