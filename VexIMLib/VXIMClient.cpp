@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/NotificationCenter.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
+#include "VexIMLib/VXIMStatusNotification.h"
 #include "VexIMLib/internal/Client/VXIMClientImpl.h"
 
 VXIMClient::VXIMClient(vexim::Creation creation) : Object(creation), impl_(std::make_unique<Impl>()) {}
@@ -33,6 +35,7 @@ std::shared_ptr<VXIMClient> VXIMClient::init() { return initWithConfiguration(VX
 
 bool VXIMClient::initialise(std::shared_ptr<VXIMClientConfiguration> configuration, SocketFactory makeSocket) {
     if (!configuration) throw vexim::Exception(vexim::kInvalidArgumentException, "A client needs a configuration.");
+    impl_->owner = std::static_pointer_cast<VXIMClient>(shared_from_this());
     impl_->config = std::move(configuration);
     impl_->makeSocket = std::move(makeSocket);
     vxim_configuration = impl_->config;
@@ -60,7 +63,10 @@ const char* nameOf(VXIMClientStatus status) {
 
 void VXIMClient::Impl::enter(VXIMClientStatus next) {
     const auto former = status.exchange(next);
-    if (former != next) record->add("status", {{"from", nameOf(former)}, {"to", nameOf(next)}});
+    if (former == next) return;
+    record->add("status", {{"from", nameOf(former)}, {"to", nameOf(next)}});
+    vexim::NotificationCenter::defaultCenter().post(VXIMClientDidChangeStatusNotification, owner.lock(),
+                                                    vexim::Dictionary{{"status", static_cast<std::int32_t>(next)}});
 }
 
 VXIMDiagnosis VXIMClient::diagnose() const {

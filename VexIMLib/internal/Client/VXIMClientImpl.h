@@ -39,6 +39,7 @@ private:
 
 struct VXIMClient::Impl {
     // Constant after construction.
+    std::weak_ptr<VXIMClient> owner;
     std::shared_ptr<VXIMClientConfiguration> config;
     SocketFactory makeSocket;
 
