@@ -22,4 +22,10 @@ enum VXIMStoreErrorCode : std::int64_t {
     VXIMStoreErrorOtherOwner = 9,  ///< the file belongs to another user or another service
     VXIMStoreErrorNotFound = 10,   ///< there is no such message
     VXIMStoreErrorUnusable = 11,   ///< a message has no conversation, or its payload cannot be written as JSON
+
+    // Of messages that were not sent, and of what sends them.
+    VXIMStoreErrorNotAccepted = 20,  ///< the service has neither sent the message back nor keeps it
+    VXIMStoreErrorFateUnknown = 21,  ///< the connection was lost before the echo came, and there is no history to look into
+    VXIMStoreErrorTooOld = 22,       ///< it has waited longer than the limit
+    VXIMStoreErrorOutboxFull = 23,   ///< more would wait than the limit
 };

@@ -1,0 +1,320 @@
+#include "VexIMLib/Store/internal/CatchUp.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "VexIMLib/Foundation/Clock.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/VXIMErrors.h"
+#include "VexIMLib/VXIMGroup.h"
+#include "VexIMLib/VXIMUser.h"
+
+namespace vexim::store {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::size_t kMostAtOnce = 4;
+constexpr std::int32_t kFirstPage = 50;
+constexpr std::int32_t kLongestPage = 500;
+constexpr std::int32_t kMostOfOneMillisecond = 1'000;
+// Senders' clocks differ, so a message may lie before others that came earlier: so many known ones in a row are known ground.
+constexpr int kEnoughKnown = 50;
+constexpr std::int64_t kDoubtMillis = 60'000;
+// From after everything: a sender's clock may be ahead. (2100-01-01)
+constexpr std::int64_t kEndOfTime = 4'102'444'800'000;
+constexpr std::chrono::seconds kLongestPause = 60s;
+
+std::int64_t wallMillis() { return static_cast<std::int64_t>(Clock::shared()->wallTime() * 1000.0); }
+std::int64_t timeOf(const Dictionary& payload) { return payload.get("ts").longLongValue(); }
+bool hasHistory(const VXIMConversationId& conversation) {
+    return conversation.kind == VXIMConversationKindFriend || conversation.kind == VXIMConversationKindGroup;
+}
+std::chrono::seconds pauseAfter(int failures) {
+    return std::min<std::chrono::seconds>(kLongestPause, std::chrono::seconds(1 << std::min(failures, 6)));
+}
+
+}  // namespace
+
+CatchUp::CatchUp(std::shared_ptr<VXIMMessageStore> store, Surroundings surroundings, Limits limits)
+    : store_(std::move(store)),
+      operations_(store_),
+      surroundings_(std::move(surroundings)),
+      limits_(limits) {}
+
+void CatchUp::linkDidOpen() {
+    linkDidClose();
+    isOpen_ = true;
+    isTold_ = false;
+    result_ = {};
+    isListing_ = true;
+    const auto link = link_;
+    store_->conversations(
+        [weak = weak_from_this(), link](std::optional<std::vector<VXIMConversation>> known, const ErrorPtr& error) {
+            const auto self = weak.lock();
+            if (!self || self->isStale(link)) return;
+            if (error) self->result_.error = error;
+            self->begin(std::move(known).value_or(std::vector<VXIMConversation>()));
+        });
+}
+
+void CatchUp::linkDidClose() {
+    // While the connection stood nothing was missed, so the next login need not go back farther than to its end.
+    for (const auto& [conversation, millis] : std::exchange(live_, {})) {
+        if (!complete_.contains(conversation)) continue;
+        operations_.ground(conversation, [weak = weak_from_this(), conversation = conversation,
+                                          until = std::min(millis, wallMillis())](std::optional<Ground> ground, const ErrorPtr&) {
+            const auto self = weak.lock();
+            if (!self || !ground || ground->knownUntilMillis >= until) return;
+            ground->knownUntilMillis = until;
+            self->operations_.setGround(conversation, *std::move(ground), nullptr);
+        });
+    }
+    complete_.clear();
+    readings_.clear();
+    queue_.clear();
+    runningCount_ = 0;
+    isOpen_ = false;
+    ++link_;
+}
+
+void CatchUp::read(const VXIMConversationId& conversation, std::int64_t sinceMillis) {
+    Reading& reading = readings_[conversation];
+    reading.sinceMillis = std::min(reading.sinceMillis, sinceMillis);
+    want(conversation);
+    startSome();
+}
+
+void CatchUp::didStoreLive(const VXIMConversationId& conversation, std::int64_t sentAtMillis) {
+    auto& newest = live_[conversation];
+    newest = std::max(newest, sentAtMillis);
+}
+
+void CatchUp::begin(std::vector<VXIMConversation> known) {
+    isFresh_ = known.empty();
+    for (const auto& conversation : known) {
+        if (hasHistory(conversation.id)) wantOnce(conversation.id);
+        if (conversation.id.kind != VXIMConversationKindRoom) continue;
+        markRoom(conversation.id, conversation.lastMessage ? conversation.lastMessage->sentAtMillis : 0);
+    }
+    list(0);
+    startSome();
+}
+
+/// Asks the service for the conversations that there are.
+void CatchUp::list(int failures) {
+    const auto user = VXIMUser::userWithId(store_->userId());  // of our own: the application's lists are the application's
+    user->fetchWithCompletion([weak = weak_from_this(), user, link = link_, failures](bool, const ErrorPtr& error) {
+        const auto self = weak.lock();
+        if (!self || self->isStale(link)) return;
+        if (isTemporary(error)) {
+            return MainQueue::shared().after(pauseAfter(failures), [weak, link, failures] {
+                const auto later = weak.lock();
+                if (later && !later->isStale(link)) later->list(failures + 1);
+            });
+        }
+        if (error) self->result_.error = error;
+        for (const auto& info : user->friends().value_or(std::vector<std::shared_ptr<VXIMFriendInfo>>())) {
+            self->wantOnce({VXIMConversationKindFriend, info->uid().description()});
+        }
+        for (const auto& group : user->groups().value_or(std::vector<std::shared_ptr<VXIMGroup>>())) {
+            self->wantOnce({VXIMConversationKindGroup, group->groupId().description()});
+        }
+        self->isListing_ = false;
+        self->startSome();
+        self->tellWhenDone();
+    });
+}
+
+/// From the end of the history, also when it is being read: what came since is wanted, too.
+void CatchUp::want(const VXIMConversationId& conversation) {
+    Reading& reading = readings_[conversation];
+    if (std::exchange(reading.isWanted, true)) return;
+    if (!reading.isRunning) queue_.push_back(conversation);
+}
+
+/// For each login.
+void CatchUp::wantOnce(const VXIMConversationId& conversation) {
+    if (!readings_.contains(conversation) && !complete_.contains(conversation)) want(conversation);
+}
+
+void CatchUp::startSome() {
+    while (isOpen_ && runningCount_ < kMostAtOnce && !queue_.empty()) {
+        const VXIMConversationId conversation = queue_.front();
+        queue_.pop_front();
+        ++runningCount_;
+        start(conversation);
+    }
+}
+
+void CatchUp::start(const VXIMConversationId& conversation) {
+    Reading& reading = readings_[conversation];
+    Reading fresh;
+    fresh.isRunning = true;
+    fresh.untilMillis = std::min(reading.sinceMillis, reading.isRunning ? reading.untilMillis : INT64_MAX);
+    fresh.failures = reading.failures;
+    reading = std::move(fresh);
+    reading.beforeMillis = kEndOfTime;
+    reading.pageSize = kFirstPage;
+    operations_.ground(conversation,
+                       [weak = weak_from_this(), conversation, link = link_](std::optional<Ground> ground, const ErrorPtr& error) {
+                           const auto self = weak.lock();
+                           if (!self || self->isStale(link)) return;
+                           if (error || !ground) return self->tryAgainLater(conversation, error);
+                           self->readings_[conversation].ground = *std::move(ground);
+                           self->requestPage(conversation);
+                       });
+}
+
+void CatchUp::requestPage(const VXIMConversationId& conversation) {
+    const Reading& reading = readings_[conversation];
+    auto done = [weak = weak_from_this(), conversation, link = link_](const std::optional<Messages>& page, const ErrorPtr& error) {
+        const auto self = weak.lock();
+        if (!self || self->isStale(link)) return;
+        if (isTemporary(error)) return self->tryAgainLater(conversation, error);
+        if (error) return self->end(conversation, error);
+        self->didGetPage(conversation, page.value_or(Messages()));
+    };
+    const double before = (static_cast<double>(reading.beforeMillis) + 0.5) / 1000.0;  // is truncated to milliseconds again
+    if (conversation.kind == VXIMConversationKindGroup) {
+        return VXIMGroup::groupWithId(conversation.id)->getLatestMessagesBefore(before, reading.pageSize, std::move(done));
+    }
+    VXIMUser::userWithId(store_->userId())->getLatestChatsWithFriend(conversation.id, before, reading.pageSize, std::move(done));
+}
+
+void CatchUp::didGetPage(const VXIMConversationId& conversation, const Messages& page) {
+    Reading& reading = readings_[conversation];
+    const bool isNews = reading.ground.knownUntilMillis != 0 || !isFresh_;
+    std::vector<Arrival> arrivals;
+    for (auto message = page.rbegin(); message != page.rend(); ++message) {  // the oldest first
+        Arrival arrival;
+        arrival.conversation = conversation;
+        arrival.payload = (*message)->payload();
+        if (isWrittenBy(arrival.payload, store_->userId())) arrival.direction = VXIMStoredMessageOutgoing;
+        arrival.countsAsUnread = isNews;
+        arrivals.push_back(std::move(arrival));
+    }
+    std::ranges::stable_sort(arrivals, {}, [](const Arrival& arrival) { return timeOf(arrival.payload); });
+    const bool bringsOlder = !arrivals.empty() && timeOf(arrivals.front().payload) < reading.oldestMillis;
+    if (arrivals.empty()) return finish(conversation, false);
+
+    auto shared = std::make_shared<const std::vector<Arrival>>(arrivals);
+    surroundings_.insert(std::move(arrivals), [weak = weak_from_this(), conversation, link = link_, shared, bringsOlder](
+                                                  const std::optional<std::vector<Merged>>& merged, const ErrorPtr& error) {
+        const auto self = weak.lock();
+        if (!self || self->isStale(link)) return;
+        if (error || !merged) {  // a full disk, say: nothing is marked as known, so this is read once more
+            return self->tryAgainLater(conversation, error);
+        }
+        self->didStorePage(conversation, *shared, *merged, bringsOlder);
+    });
+}
+
+void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::vector<Arrival>& page,
+                           const std::vector<Merged>& merged, bool bringsOlder) {
+    Reading& reading = readings_[conversation];
+    const std::int64_t known = reading.ground.knownUntilMillis;
+    for (std::size_t i = page.size(); i-- > 0;) {  // the newest first
+        const bool isInserted = merged[i].outcome == Outcome::Inserted;
+        const bool isOfKnownTime = timeOf(page[i].payload) <= known;
+        reading.knownRun = isOfKnownTime && merged[i].outcome == Outcome::Known ? reading.knownRun + 1 : 0;
+        if (isInserted && page[i].countsAsUnread && page[i].direction == VXIMStoredMessageIncoming) ++result_.missedCount;
+        if (isInserted) ++reading.count;
+    }
+    const std::int64_t oldest = timeOf(page.front().payload);
+    reading.oldestMillis = std::min(reading.oldestMillis, oldest);
+    reading.newestMillis = std::max(reading.newestMillis, timeOf(page.back().payload));
+
+    const bool isFull = static_cast<std::int32_t>(page.size()) >= reading.pageSize;
+    if (!bringsOlder && !isFull) return finish(conversation, false);  // the beginning of the history
+    const bool isFarEnough = reading.untilMillis == INT64_MAX || oldest < reading.untilMillis - kDoubtMillis;
+    if (isFarEnough && known != 0 && oldest <= known && reading.knownRun >= kEnoughKnown) return finish(conversation, false);
+    const bool isTooFar = oldest < wallMillis() - limits_.farthest.count();
+    if (isFarEnough && (reading.count >= limits_.mostMessages || isTooFar)) return finish(conversation, oldest > known);
+
+    // Messages of the oldest millisecond may lie on both sides of the page's end.
+    if (!bringsOlder && reading.pageSize < kMostOfOneMillisecond) {
+        reading.pageSize = kMostOfOneMillisecond;
+    } else {
+        reading.beforeMillis = bringsOlder ? oldest + 1 : oldest;
+        reading.pageSize = std::min(kLongestPage, reading.pageSize * 2);
+    }
+    requestPage(conversation);
+}
+
+/// From the beginning: what was stored is known by then.
+void CatchUp::tryAgainLater(const VXIMConversationId& conversation, const ErrorPtr& error) {
+    result_.error = error;
+    const auto wait = pauseAfter(readings_[conversation].failures++);
+    MainQueue::shared().after(wait, [weak = weak_from_this(), conversation, link = link_] {
+        const auto self = weak.lock();
+        if (self && !self->isStale(link)) self->start(conversation);
+    });
+}
+
+void CatchUp::finish(const VXIMConversationId& conversation, bool isCutOff) {
+    Reading& reading = readings_[conversation];
+    Ground ground = reading.ground;
+    if (isCutOff) {
+        ground.gaps.push_back({ground.knownUntilMillis, reading.oldestMillis});
+        ++result_.gapCount;
+    }
+    // Not beyond now, whatever a sender's clock says: what comes next may carry an earlier time.
+    const std::int64_t reached = std::min(reading.newestMillis, wallMillis());
+    ground.knownUntilMillis = std::max({ground.knownUntilMillis, reached, std::int64_t{1}});
+    if (ground.knownUntilMillis == reading.ground.knownUntilMillis && !isCutOff) return end(conversation, nullptr);
+    operations_.setGround(conversation, std::move(ground),
+                          [weak = weak_from_this(), conversation, link = link_](bool, const ErrorPtr& error) {
+                              const auto self = weak.lock();
+                              if (!self || self->isStale(link)) return;
+                              if (error) self->result_.error = error;  // all is stored, and read again next time
+                              self->end(conversation, nullptr);
+                          });
+}
+
+void CatchUp::end(const VXIMConversationId& conversation, const ErrorPtr& error) {
+    if (error) {
+        result_.error = error;
+    } else {
+        complete_.insert(conversation);
+    }
+    --runningCount_;
+    Reading& reading = readings_[conversation];
+    reading.isRunning = false;
+    if (reading.isWanted) {  // again
+        queue_.push_back(conversation);
+    } else {
+        readings_.erase(conversation);
+        surroundings_.didRead(conversation, error);
+    }
+    startSome();
+    tellWhenDone();
+}
+
+/// A room has no history: what was said in it since is not to be had.
+void CatchUp::markRoom(const VXIMConversationId& conversation, std::int64_t lastMillis) {
+    operations_.ground(conversation, [weak = weak_from_this(), conversation, lastMillis, link = link_](std::optional<Ground> ground,
+                                                                                                       const ErrorPtr& error) {
+        const auto self = weak.lock();
+        if (!self || self->isStale(link) || error || !ground) return;
+        const std::int64_t now = wallMillis();
+        const std::int64_t after = std::max(ground->knownUntilMillis, lastMillis);
+        if (!ground->gaps.empty() && ground->gaps.back().beforeMillis >= after) {
+            ground->gaps.back().beforeMillis = now;  // nothing was heard in between
+        } else if (after != 0) {
+            ground->gaps.push_back({after, now});
+            ++self->result_.gapCount;
+        }
+        ground->knownUntilMillis = now;
+        self->operations_.setGround(conversation, *std::move(ground), nullptr);
+        self->complete_.insert(conversation);
+    });
+}
+
+void CatchUp::tellWhenDone() {
+    if (isTold_ || isListing_ || runningCount_ > 0 || !queue_.empty()) return;
+    isTold_ = true;
+    surroundings_.didCatchUp(result_);
+}
+
+}  // namespace vexim::store

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "VexIMLib/Store/internal/Operations.h"
+#include "VexIMLib/VXIMMessage.h"
+
+class VXIMUser;
+
+namespace vexim::store {
+
+/// Reads the histories back to what the store knows already, after each login and whenever it is asked. Main thread only.
+///
+/// A history is read from its end backwards, page by page, and each page is stored at once; only when known ground is reached is
+/// the conversation's mark moved. So a program that ends in between leaves no hole: the next one begins from the old mark.
+class CatchUp : public std::enable_shared_from_this<CatchUp> {
+public:
+    struct Limits {
+        std::int64_t mostMessages = 2'000;   // of one conversation at one time
+        std::chrono::milliseconds farthest;  // back from now
+    };
+    /// What one catching up has brought.
+    struct Result {
+        std::int64_t missedCount = 0;
+        std::int64_t gapCount = 0;
+        ErrorPtr error;
+    };
+    struct Surroundings {
+        std::function<void(std::vector<Arrival>, MergedCompletion)> insert;
+        /// A history that `read` asked for is read; with an error: it will not be.
+        std::function<void(const VXIMConversationId&, const ErrorPtr&)> didRead;
+        /// All that a login has begun is done.
+        std::function<void(const Result&)> didCatchUp;
+    };
+
+    CatchUp(std::shared_ptr<VXIMMessageStore> store, Surroundings surroundings, Limits limits);
+
+    /// The service has accepted the login.
+    void linkDidOpen();
+    void linkDidClose();
+    /// Reads a history back to known ground, and at least to this time.
+    void read(const VXIMConversationId& conversation, std::int64_t sinceMillis);
+    /// A live message was stored: while the connection stands, nothing is missing before it.
+    void didStoreLive(const VXIMConversationId& conversation, std::int64_t sentAtMillis);
+
+private:
+    struct Reading {
+        bool isRunning = false;
+        bool isWanted = false;  // (again) from the end of the history
+        std::int64_t sinceMillis = INT64_MAX;
+
+        // Of the present run.
+        Ground ground;
+        std::int64_t untilMillis = INT64_MAX;
+        std::int64_t beforeMillis = 0;
+        std::int32_t pageSize = 0;
+        std::int64_t oldestMillis = INT64_MAX;
+        std::int64_t newestMillis = 0;
+        std::int64_t count = 0;
+        int knownRun = 0;
+        int failures = 0;
+    };
+    using Messages = std::vector<std::shared_ptr<VXIMMessage>>;
+
+    bool isStale(std::uint64_t link) const noexcept { return link != link_ || !isOpen_; }
+    void list(int failures);
+    void begin(std::vector<VXIMConversation> known);
+    void want(const VXIMConversationId& conversation);
+    void wantOnce(const VXIMConversationId& conversation);
+    void startSome();
+    void start(const VXIMConversationId& conversation);
+    void requestPage(const VXIMConversationId& conversation);
+    void didGetPage(const VXIMConversationId& conversation, const Messages& page);
+    void didStorePage(const VXIMConversationId& conversation, const std::vector<Arrival>& page, const std::vector<Merged>& merged,
+                      bool bringsOlder);
+    void tryAgainLater(const VXIMConversationId& conversation, const ErrorPtr& error);
+    void finish(const VXIMConversationId& conversation, bool isCutOff);
+    void end(const VXIMConversationId& conversation, const ErrorPtr& error);
+    void markRoom(const VXIMConversationId& conversation, std::int64_t lastMillis);
+    void tellWhenDone();
+
+    const std::shared_ptr<VXIMMessageStore> store_;
+    Operations operations_;
+    const Surroundings surroundings_;
+    const Limits limits_;
+    std::map<VXIMConversationId, Reading> readings_;
+    std::deque<VXIMConversationId> queue_;
+    std::size_t runningCount_ = 0;
+    bool isOpen_ = false;
+    bool isListing_ = false;
+    bool isFresh_ = false;  // the store knew no conversation: what is read is not news
+    bool isTold_ = true;
+    std::uint64_t link_ = 0;
+    Result result_;
+    std::map<VXIMConversationId, std::int64_t> live_;  // the newest time of live messages since the mark
+    std::set<VXIMConversationId> complete_;            // read in this connection
+};
+
+}  // namespace vexim::store

@@ -1,0 +1,34 @@
+#include "VexIMLib/Store/internal/OutboxErrors.h"
+
+#include <string>
+
+#include "VexIMLib/Foundation/Dictionary.h"
+
+namespace vexim::store::errors {
+namespace {
+
+ErrorPtr make(VXIMStoreErrorCode code, std::string description, const ErrorPtr& cause = nullptr) {
+    Dictionary userInfo{{kLocalizedDescriptionKey, std::move(description)}};
+    if (cause) userInfo.set(kUnderlyingErrorKey, cause);
+    return Error::make(VXIMStoreErrorDomain, code, std::move(userInfo));
+}
+
+}  // namespace
+
+ErrorPtr notAccepted(const ErrorPtr& cause) {
+    return make(VXIMStoreErrorNotAccepted, "The service has not delivered the message: it neither sent it back nor keeps it.",
+                cause);
+}
+
+ErrorPtr fateUnknown(const ErrorPtr& cause) {
+    return make(VXIMStoreErrorFateUnknown,
+                "The connection was lost before the service sent the message back: it may have arrived, or not.", cause);
+}
+
+ErrorPtr tooOld() { return make(VXIMStoreErrorTooOld, "The message has waited too long to be sent."); }
+ErrorPtr outboxFull() { return make(VXIMStoreErrorOutboxFull, "Too many messages wait to be sent."); }
+ErrorPtr notFound() { return make(VXIMStoreErrorNotFound, "There is no such message that failed or waits."); }
+ErrorPtr notOpen() { return make(VXIMStoreErrorClosed, "The store is not open."); }
+ErrorPtr otherUser() { return make(VXIMStoreErrorOtherOwner, "Another user has logged in than the one whose store this is."); }
+
+}  // namespace vexim::store::errors
