@@ -68,7 +68,8 @@ export class Bus {
       answer(true);
     });
     this.#timer = setInterval(() => {
-      this.#send([]).catch(() => undefined);
+      // A beat that overtook a message would tell the others that they have missed it.
+      this.#sending = this.#sending.then(() => this.#send([])).catch(() => undefined);
       this.#db('parcels').where('at', '<', Date.now() - parcelMillis).del().catch(() => undefined);
     }, beatMillis).unref();
   }

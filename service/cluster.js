@@ -56,7 +56,7 @@ export class Cluster {
 
   async startDatabase() {
     const settings = [`-cunix_socket_directories=${this.#path('socket')}`, '-clisten_addresses=', '-cmax_connections=200'];
-    this.#database = spawn(postgres('postgres'), ['-D', this.#path('database'), ...settings], { ...postgresUser(), stdio: 'ignore' });
+    this.#database = spawnWithUs('SIGQUIT', postgres('postgres'), ['-D', this.#path('database'), ...settings], { ...postgresUser(), stdio: 'ignore' });
     const isReady = () => spawnSync(postgres('pg_isready'), ['-q', '-h', this.#path('socket')]).status === 0;
     for (let left = 300; !isReady(); left -= 1) {
       if (left === 0 || this.#database.exitCode !== null) throw new Error('The database does not start.');
@@ -120,7 +120,7 @@ http {
 }
 `,
     );
-    this.#proxy = spawn('/usr/sbin/nginx', ['-p', this.#folder, '-c', this.#path('nginx.conf'), '-e', 'error.log'], { stdio: ['ignore', 'ignore', 'inherit'] });
+    this.#proxy = spawnWithUs('SIGTERM', '/usr/sbin/nginx', ['-p', this.#folder, '-c', this.#path('nginx.conf'), '-e', 'error.log'], { stdio: ['ignore', 'ignore', 'inherit'] });
     this.url = `http://127.0.0.1:${port}`;
     for (let left = 100; ; left -= 1) {
       const answer = await fetch(`${this.url}/health`).catch(() => undefined);
@@ -132,6 +132,9 @@ http {
 }
 
 const postgres = (name) => join(installed, readdirSync(installed).sort().at(-1), 'bin', name);
+
+/** A child that gets `signal` when we end without close(), however we do. */
+const spawnWithUs = (signal, program, words, options) => spawn('setpriv', ['--pdeathsig', signal.slice(3), '--', program, ...words], options);
 
 /** PostgreSQL refuses to run as root: it then runs as the user that its package made. */
 function postgresUser() {

@@ -6,12 +6,12 @@ import { createRequire } from 'node:module';
 import { setImmediate, setTimeout } from 'node:timers/promises';
 import { Bus } from './bus.js';
 import { ServiceError } from './errors.js';
+import { lines } from './lines.js';
 import { excerpt } from './log.js';
 import { address } from './messages.js';
 import { Presence } from './presence.js';
 
 const require = createRequire(import.meta.url);
-export const lines = { 2: 'socket.io-2', 3: 'socket.io-3', 4: 'socket.io-4' };
 
 const retryMillis = 1_000;
 const longestClose = 5_000;

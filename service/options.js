@@ -4,7 +4,7 @@
 import { readFileSync } from 'node:fs';
 import { parseArgs } from 'node:util';
 import { isLoopback } from './address.js';
-import { lines } from './live.js';
+import { lines } from './lines.js';
 import { seed } from './seed.js';
 
 /** A mistake of whoever starts the service. */

@@ -1,9 +1,7 @@
 #!/usr/bin/env node
 // The command line: options in, one line with the address out, a clean end on SIGTERM.
 
-import { failure, makeLogger } from './monitoring.js';
 import { UsageError, readOptions, usage } from './options.js';
-import { startService } from './service.js';
 
 function fail(error, help = usage) {
   console.error(error instanceof UsageError ? `${error.message}\n${help}` : error.message);
@@ -32,6 +30,8 @@ if (options.rest[0] === 'admin') {
   process.exit(0);
 }
 
+const { failure, makeLogger } = await import('./monitoring.js'); // "admin", and whoever made a mistake, do without
+const { startService } = await import('./service.js');
 const service = await startService(options.service).catch((error) => fail(error));
 
 let ending = false;

@@ -12,6 +12,7 @@ import { join } from 'node:path';
 import { after, before, describe, test } from 'node:test';
 import { connect as connectTls } from 'node:tls';
 import { fileURLToPath } from 'node:url';
+import { readOptions } from '../options.js';
 import { sign } from '../signature.js';
 import { auth, connect, start, text } from './support.mjs';
 
@@ -182,13 +183,12 @@ describe('running it', { timeout: 60_000 }, () => {
       ['the known key, reachable by others', { host: '0.0.0.0' }, /--key is needed/],
       ['no object', [], /no JSON object/],
       ['a seed of something else', { seed: write('other.json', { people: [] }) }, /arrays users/],
-      ['a proxy that is no address', { 'trust-proxy': 'nginx', key: 'k' }, /invalid IP address: nginx/],
     ];
-    for (const [why, content, message] of cases) {
-      const { status, stderr } = spawnSync(process.execPath, [program, '--config', write('config.json', content)], { encoding: 'utf8', timeout: 10_000 });
-      assert.equal(status, 2, why);
-      assert.match(stderr, message, why);
-    }
+    for (const [why, content, message] of cases) assert.throws(() => readOptions(['--config', write('config.json', content)]), message, why);
+    const noAddress = ['--trust-proxy', 'nginx', '--key', 'k'];
+    const { status, stderr } = spawnSync(process.execPath, [program, ...noAddress], { encoding: 'utf8', timeout: 60_000 });
+    assert.equal(status, 2);
+    assert.match(stderr, /invalid IP address: nginx/);
   });
 
   test('a flag wins over the file', async (t) => {

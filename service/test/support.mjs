@@ -12,6 +12,13 @@ const require = createRequire(import.meta.url);
 const folder = fileURLToPath(new URL('..', import.meta.url));
 const app = 'demo-app';
 const key = 'demo-key';
+const longest = 270_000; // more than a suite is given
+
+// Before Node 20, a suite whose time is up leaves out its after(), and what it has started would keep us here for ever.
+setTimeout(() => {
+  console.error('These tests do not end.');
+  process.exit(1);
+}, longest).unref();
 
 if (!existsSync(`${folder}/node_modules`)) throw new Error('The packages are missing: run "npm ci" in service/.');
 
@@ -24,7 +31,8 @@ export async function start(...flags) {
   const journal = [];
   createInterface(child.stderr).on('line', (line) => (line.startsWith('{') ? journal.push(JSON.parse(line)) : console.error(line)));
   const secret = flags.includes('--control-secret') ? { Authorization: `Bearer ${flags[flags.indexOf('--control-secret') + 1]}` } : {};
-  const [line] = await once(createInterface(child.stdout), 'line');
+  const ended = once(child, 'exit').then(([code]) => Promise.reject(new Error(`The service ended with ${code}.`)));
+  const [line] = await Promise.race([once(createInterface(child.stdout), 'line'), ended]);
   return {
     child,
     journal, // what it has logged
@@ -71,7 +79,10 @@ export const signedBy = ({ app, key }) => ({ 'X-VX-AppId': app, 'X-VX-Request-Si
 /** Who is to be logged in: `credentials` with what every login carries. */
 export const auth = (credentials, signature = sign(key)) => ({ app, sign: signature, ...credentials });
 
-/** A live connection of the official client of `line`. `next(event)` resolves to the event's first argument, in the order of arrival. */
+/**
+ * A live connection of the official client of `line`. `next(event)` resolves to the event's first argument, in the order of arrival; it
+ * rejects when the connection ends instead.
+ */
 export function connect(service, line, parameter, options = {}) {
   const query = { auth: typeof parameter === 'string' ? parameter : JSON.stringify(parameter) };
   const socket = require(`socket.io-client-${line}`)(`${service.url}/chat`, {
@@ -83,11 +94,15 @@ export function connect(service, line, parameter, options = {}) {
   });
   const queues = new Map();
   const queue = (event) => queues.get(event) ?? queues.set(event, { items: [], waiting: [] }).get(event);
+  let end;
   for (const event of ['login', 'message', 'yourself', 'sys', 'online', 'offline', 'disconnect', 'connect_error', 'custom']) {
     socket.on(event, (item) => {
       const { items, waiting } = queue(event);
-      if (waiting.length > 0) waiting.shift()(item);
+      if (waiting.length > 0) waiting.shift().resolve(item);
       else items.push(item);
+      if (event !== 'disconnect' && event !== 'connect_error') return;
+      end = `${event} (${item?.message ?? item})`;
+      for (const [other, { waiting: others }] of queues) others.splice(0).forEach(({ reject }) => reject(new Error(`${end} instead of ${other}`)));
     });
   }
   return {
@@ -95,7 +110,8 @@ export function connect(service, line, parameter, options = {}) {
     say: (payload) => socket.emit('say', payload),
     next(event) {
       const { items, waiting } = queue(event);
-      return items.length > 0 ? Promise.resolve(items.shift()) : new Promise((resolve) => waiting.push(resolve));
+      if (items.length > 0) return Promise.resolve(items.shift());
+      return end ? Promise.reject(new Error(`${end} instead of ${event}`)) : new Promise((resolve, reject) => waiting.push({ resolve, reject }));
     },
     close: () => socket.close(),
   };
