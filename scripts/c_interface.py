@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""What the C interface's one table, VexIMLib/C/Operations.cpp, is made into besides the dispatch.
+"""What the C interface's one table, VexIMLib/C/Operations.cpp, is made into besides the dispatch. What comes out of the interface is
+declared in c_interface_shapes.py.
 
     scripts/c_interface.py --schema FILE    writes the JSON Schema of requests, answers and events
     scripts/c_interface.py --write          renews the tables of docs/c-interface.md
@@ -11,6 +12,8 @@ import json
 import pathlib
 import re
 import sys
+
+import c_interface_shapes as shapes
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 TABLE = ROOT / "VexIMLib/C/Operations.cpp"
@@ -52,7 +55,11 @@ def read_table():
 
 
 def signature(row):
-    return ", ".join(f"`{name}`{'?' if optional else ''} {type_}" for name, type_, optional in row.parameters)
+    return entries(row.parameters)
+
+
+def entries(declaration):
+    return ", ".join(f"`{name}`{'?' if optional else ''} {type_}" for name, type_, optional in declaration)
 
 
 def tables():
@@ -61,7 +68,15 @@ def tables():
     lines = lambda rows: ["| operation | arguments | result | |", "|---|---|---|---|"] + [
         f"| `{row.name}` | {signature(row)} | {row.result} | {row.doc} |" for row in rows
     ]
-    return {"requests": "\n".join(lines(requests)), "immediate": "\n".join(lines(immediate))}
+    objects = ["| object | names | |", "|---|---|---|"] + [
+        f"| {name} | {entries(declared(text))} | {doc} |" for name, (text, doc) in shapes.OBJECTS.items()
+    ]
+    events = ["| event | arguments | when |", "|---|---|---|"] + [
+        f"| `{name}` | {entries(declared(text))} | {when or ('With `notifications`.' if asked else '')} |"
+        for name, (text, when, asked) in shapes.EVENTS.items()
+    ]
+    made = {"requests": lines(requests), "immediate": lines(immediate), "objects": objects, "events": events}
+    return {name: "\n".join(line.replace(" |  |", " | |") for line in table) for name, table in made.items()}
 
 
 def renewed_page():
@@ -106,37 +121,53 @@ def request_schema(row, timeout):
     more = {"@op": {"const": row.name}, "@extra": {}}
     if timeout:
         more["@timeout"] = {"type": ["number", "null"], "minimum": 0}
-    return {"description": row.doc, "x-result": row.result, **object_schema(row.parameters, **more)}
+    return {"description": row.doc, **object_schema(row.parameters, **more)}
+
+
+def given_schema(parameters, doc="", **more):
+    """Of what comes out: nothing is null there, and a later version may add names."""
+    made = {
+        "type": "object",
+        "properties": {**more, **{name: {"$ref": f"#/$defs/{type_}"} for name, type_, _ in parameters}},
+        "required": [*more, *(name for name, _, optional in parameters if not optional)],
+    }
+    return {"description": doc, **made} if doc else made
+
+
+def answer_schema(result):
+    """Of an operation's answer; a question mark: the result may be null."""
+    shape = {"$ref": f"#/$defs/{result.rstrip('?')}"}
+    if result.endswith("?"):
+        shape = {"anyOf": [shape, {"type": "null"}]}
+    return given_schema([], **{"@type": {"const": "answer"}, "@extra": {}, "result": shape})
+
+
+def event_schema(name, declaration, doc):
+    return given_schema(declared(declaration), doc, **{"@type": {"const": "event"}, "name": {"const": name}})
 
 
 def schema():
     requests, immediate, constant = read_table()
-    error = {
-        "type": "object",
-        "properties": {"domain": {"type": "string"}, "code": {"type": "integer"}, "description": {"type": "string"}, "userInfo": {}},
-        "required": ["domain", "code", "description"],
-    }
-    tagged = lambda type_, **names: {
-        "type": "object",
-        "properties": {"@type": {"const": type_}, "@extra": {}, **names},
-        "required": ["@type", *names],
-    }
+    one_of = lambda kind, names: {"oneOf": [{"$ref": f"#/$defs/{kind}/{name}"} for name in names]}
     return {
         "$schema": "https://json-schema.org/draft/2020-12/schema",
         "title": "The texts of <VexIMLib/C/vexim.h>",
         "$defs": {
             **TYPES,
-            "target": object_schema(constant["kTarget"]),
-            "message": object_schema(constant["kMessage"]),
-            "error": error,
-            "configuration": object_schema(constant["kConfiguration"] + constant["kConnectionOptions"]),
-            "request": {"oneOf": [{"$ref": f"#/$defs/requests/{row.name}"} for row in requests]},
+            **shapes.TYPES,
+            "address": object_schema(constant["kTarget"]),
+            "newMessage": object_schema(constant["kMessage"]),
+            "newConfiguration": object_schema(constant["kConfiguration"] + constant["kConnectionOptions"]),
+            "request": one_of("requests", [row.name for row in requests]),
             "requests": {row.name: request_schema(row, True) for row in requests},
-            "execution": {"oneOf": [{"$ref": f"#/$defs/executions/{row.name}"} for row in immediate]},
+            "execution": one_of("executions", [row.name for row in immediate]),
             "executions": {row.name: request_schema(row, False) for row in immediate},
-            "answer": tagged("answer", result={}),
-            "failure": tagged("error", error={"$ref": "#/$defs/error"}),
-            "event": tagged("event", name={"type": "string"}),
+            "answer": answer_schema("any"),
+            "answers": {row.name: answer_schema(row.result) for row in requests + immediate},
+            "failure": given_schema(declared("error: error"), **{"@type": {"const": "error"}, "@extra": {}}),
+            "event": one_of("events", shapes.EVENTS),
+            "events": {name: event_schema(name, text, doc) for name, (text, doc, _) in shapes.EVENTS.items()},
+            **{name: given_schema(declared(text), doc) for name, (text, doc) in shapes.OBJECTS.items()},
         },
     }
 

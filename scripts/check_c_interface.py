@@ -6,6 +6,7 @@ import re
 import sys
 
 import c_interface
+import c_interface_shapes as shapes
 
 ROOT = c_interface.ROOT
 
@@ -95,11 +96,15 @@ def findings():
                 continue  # its setters are the arguments of the searches
             elif not parameters and not is_static and f'"{function}"' not in records:
                 yield f"{name}.h: the property {function} is not written by Records.cpp"
-    for function, *_ in functions(class_body(headers["VXIMClientDelegate"], "VXIMClientDelegate")):
-        if f'"{function}"' not in events:
+    for function, parameters, *_ in functions(class_body(headers["VXIMClientDelegate"], "VXIMClientDelegate")):
+        declared = [name for name, *_ in c_interface.declared(shapes.EVENTS.get(function, ("",))[0])]
+        if f'"{function}"' not in events or function not in shapes.EVENTS:
             yield f"VXIMClientDelegate.h: {function} is no event of the C interface"
+        elif declared != [re.split(r"[\s&*]", p)[-1] for p in parameters if not p.endswith("client")]:
+            yield f"VXIMClientDelegate.h: {function} has other parameters than the event: {', '.join(declared)}"
+    notifications = dict(re.findall(r'const (VXIM\w*Notification) = "(.*)";', (ROOT / "VexIMLib/VXIMConstants.cpp").read_text()))
     for notification in re.findall(r"const (VXIM\w*Notification);", headers["VXIMConstants"]):
-        if notification not in events:
+        if notification not in events or not {notification, notifications[notification]} & set(shapes.EVENTS):
             yield f"VXIMConstants.h: {notification} is no event of the C interface"
     for setting in re.findall(r"^VEXIM_EXPORT void (\w+)\(", headers["VXIMSettings"], re.MULTILINE):
         if setting not in rows:

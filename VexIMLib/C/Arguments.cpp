@@ -57,7 +57,7 @@ bool hasType(const Value& value, std::string_view type) {
     if (type == "integer") return value.kind() == Value::Kind::Integer;
     if (type == "int32")
         return value.kind() == Value::Kind::Integer && value.integer() == static_cast<std::int32_t>(value.integer());
-    return value.isDictionary();  // "object", "message", "target"
+    return value.isDictionary();  // "object", "newMessage", "address"
 }
 
 std::optional<Problem> findProblem(const std::vector<Parameter>& parameters, const Dictionary& arguments) {
@@ -73,7 +73,7 @@ std::optional<Problem> findProblem(const std::vector<Parameter>& parameters, con
         }
     }
     for (const auto [name, value] : arguments) {
-        if (name.starts_with('@')) continue;
+        if (name == "@op" || name == "@extra" || name == "@timeout") continue;
         const auto isMeant = [name = name](const Parameter& parameter) { return parameter.name == name; };
         if (std::ranges::none_of(parameters, isMeant)) {
             return Problem{InterfaceError::UnknownArgument, "The operation has no argument " + quoted(name) + "."};

@@ -73,23 +73,16 @@ MessagePtr messageFrom(Request& request) {
     return message;
 }
 
-VXIMBooleanCompletion sent(Request& request, const MessagePtr& message) {
-    return [self = request.shared_from_this(), message](bool succeeded, const ErrorPtr& error) {
-        // A failed upload counts as a success to the completion; the message tells.
-        self->doneWith(message)(succeeded, error ? error : message->error());
-    };
-}
-
 std::shared_ptr<VXIMTransfer> transferOf(Request& request, const VXIMMessage& message) {
     return message.attachmentPath() ? request.transfer() : nullptr;
 }
 
 void send(Request& request, const MessagePtr& message) {
-    request.client().sendMessage(message, request.progress(), sent(request, message), transferOf(request, *message));
+    request.client().sendMessage(message, request.progress(), request.doneWith(message), transferOf(request, *message));
 }
 
 void sendSystem(Request& request, const MessagePtr& message) {
-    request.client().sendSystemMessage(message, request.progress(), sent(request, message), transferOf(request, *message));
+    request.client().sendSystemMessage(message, request.progress(), request.doneWith(message), transferOf(request, *message));
 }
 
 }  // namespace

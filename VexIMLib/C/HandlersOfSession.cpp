@@ -92,7 +92,9 @@ std::optional<Problem> diagnose(const Asker& asker, const Dictionary&, std::stri
 std::optional<Problem> version(const Asker&, const Dictionary&, std::string& result) {
     std::string text = reinterpret_cast<const char*>(VexIMLibVersionString);
     while (text.ends_with('\n')) text.pop_back();
-    ObjectWriter(result).add("number", Value(VexIMLibVersionNumber)).add("text", std::string_view(text));
+    ObjectWriter object(result);
+    object.add("version", std::string_view(VEXIM_VERSION)).add("number", Value(VexIMLibVersionNumber));
+    object.add("text", std::string_view(text));
     return std::nullopt;
 }
 

@@ -2,8 +2,9 @@
 // it for the JSON Schema and for the page, and compares it with the C++ headers, so a row is written in one shape:
 // {"name", "parameter: type, parameter: type?", "result", "What it does.", function}
 //
-// Types: id (a string that is not empty, or an integer), ids, string, strings, boolean, number, integer, int32, object, message,
-// target, any. A question mark: may be left out.
+// Types: id (a string that is not empty, or an integer), ids, string, strings, boolean, number, integer, int32, object, newMessage,
+// address, any. A question mark: may be left out. The types of results are those of scripts/c_interface_shapes.py; a question mark
+// there: may be null.
 
 #include "VexIMLib/C/Operations.h"
 
@@ -27,7 +28,7 @@ const std::string_view kConnectionOptions =
 // What a received message holds beside is let pass, so that one can be given as it came.
 const std::string_view kMessage =
     "text: string?, mediaType: int32?, attachmentPath: string?, attachmentData: string?, attachmentName: string?, "
-    "attachmentUrl: string?, sendTimestamp: number?, receiver: target?, payload: object?, sender: target?, isSystemMessage: "
+    "attachmentUrl: string?, sendTimestamp: number?, receiver: address?, payload: object?, sender: address?, isSystemMessage: "
     "boolean?";
 
 const std::string_view kTarget = "type: int32?, userId: id?, groupId: id?, roomId: id?";
@@ -47,26 +48,26 @@ constexpr Operation kOperations[] = {
     {"pause", "", "true", "Closes the connection until `resume`.", handlers::pause},
     {"resume", "", "true", "Connects again with the credentials of the last login.", handlers::resume},
     {"resetFlags", "", "true", "Clears `offlineTemporally` and `tryLogout`.", handlers::resetFlags},
-    {"currentUser", "", "user", "The user who is logged in, as far as the client knows; null when there is none.", handlers::currentUser},
+    {"currentUser", "", "user?", "The user who is logged in, as far as the client knows; null when there is none.", handlers::currentUser},
     {"cancel", "extra: any", "integer", "Cancels the open requests with this `@extra`; tells how many there were.", handlers::cancel},
 
     // Messages. The result is the message as it was sent.
-    {"sendMessageToFriend", "friendId: id, message: message, progress: boolean?", "message", "Sends to a user.", handlers::sendMessageToFriend},
-    {"sendMessageToGroup", "groupId: id, message: message, progress: boolean?", "message", "Sends to a group.", handlers::sendMessageToGroup},
-    {"sendMessageToRoom", "roomId: id, message: message, progress: boolean?", "message", "Sends to a room.", handlers::sendMessageToRoom},
-    {"sendMessage", "message: message, progress: boolean?", "message", "Sends to the receiver that the message names.", handlers::sendMessage},
-    {"sendSystemMessageToAllUsers", "message: message, progress: boolean?", "message", "Posts a system message to everybody.", handlers::sendSystemMessageToAllUsers},
-    {"sendSystemMessageToUser", "userId: id, message: message, progress: boolean?", "message", "Posts a system message to a user.", handlers::sendSystemMessageToUser},
-    {"sendSystemMessageToGroup", "groupId: id, message: message, progress: boolean?", "message", "Posts a system message to a group.", handlers::sendSystemMessageToGroup},
-    {"sendSystemMessageToRoom", "roomId: id, message: message, progress: boolean?", "message", "Posts a system message to a room.", handlers::sendSystemMessageToRoom},
-    {"sendSystemMessage", "message: message, progress: boolean?", "message", "Posts a system message to the receiver that the message names.", handlers::sendSystemMessage},
-    {"VXIMMessage.downloadAttachment", "message: message, path: string?, progress: boolean?", "download", "Downloads a message's attachment to the file `path`. Without one the result holds the bytes.", handlers::downloadAttachment},
+    {"sendMessageToFriend", "friendId: id, message: newMessage, progress: boolean?", "message", "Sends to a user.", handlers::sendMessageToFriend},
+    {"sendMessageToGroup", "groupId: id, message: newMessage, progress: boolean?", "message", "Sends to a group.", handlers::sendMessageToGroup},
+    {"sendMessageToRoom", "roomId: id, message: newMessage, progress: boolean?", "message", "Sends to a room.", handlers::sendMessageToRoom},
+    {"sendMessage", "message: newMessage, progress: boolean?", "message", "Sends to the receiver that the message names.", handlers::sendMessage},
+    {"sendSystemMessageToAllUsers", "message: newMessage, progress: boolean?", "message", "Posts a system message to everybody.", handlers::sendSystemMessageToAllUsers},
+    {"sendSystemMessageToUser", "userId: id, message: newMessage, progress: boolean?", "message", "Posts a system message to a user.", handlers::sendSystemMessageToUser},
+    {"sendSystemMessageToGroup", "groupId: id, message: newMessage, progress: boolean?", "message", "Posts a system message to a group.", handlers::sendSystemMessageToGroup},
+    {"sendSystemMessageToRoom", "roomId: id, message: newMessage, progress: boolean?", "message", "Posts a system message to a room.", handlers::sendSystemMessageToRoom},
+    {"sendSystemMessage", "message: newMessage, progress: boolean?", "message", "Posts a system message to the receiver that the message names.", handlers::sendSystemMessage},
+    {"VXIMMessage.downloadAttachment", "message: newMessage, path: string?, progress: boolean?", "download", "Downloads a message's attachment to the file `path`. Without one the result holds the bytes.", handlers::downloadAttachment},
 
     // A user; without an id, the one who is logged in.
     {"VXIMUser.fetchWithCompletion", "id: id?", "user", "Fetches the ids of friends, groups and rooms.", handlers::userFetch},
     {"VXIMUser.fetchFriendsWithDetail", "id: id?, detail: boolean", "friends", "Fetches the friends: with `detail` as records, without as ids.", handlers::userFetchFriends},
     {"VXIMUser.fetchGroupsWithDetail", "id: id?, detail: boolean", "groups", "Fetches the groups of the user.", handlers::userFetchGroups},
-    {"VXIMUser.fetchRoomsWithDetail", "id: id?, detail: boolean", "rooms", "Fetches the rooms of the user.", handlers::userFetchRooms},
+    {"VXIMUser.fetchRoomsWithDetail", "id: id?, detail: boolean", "roomsOrIds", "Fetches the rooms of the user.", handlers::userFetchRooms},
     {"VXIMUser.addFriendWithUser", "id: id?, friendId: id", "any", "Makes a friendship. The result is the service's.", handlers::userAddFriend},
     {"VXIMUser.getFriendInfo", "id: id?, friendId: id", "friend", "Fetches one entry of the friend list.", handlers::userGetFriendInfo},
     {"VXIMUser.deleteFriend", "id: id?, friendId: id", "true", "Ends a friendship.", handlers::userDeleteFriend},
@@ -125,8 +126,8 @@ constexpr ImmediateOperation kImmediateOperations[] = {
     {"status", "", "integer", "Where the session stands: 0 none, 1 opening, 2 opened, 3 paused, 4 resuming, 5 closing, 6 closed.", Needs::Client, handlers::status},
     {"offlineTemporally", "", "boolean", "Whether the connection is, or has been since the last logout, down for another reason than a logout.", Needs::Client, handlers::offlineTemporally},
     {"tryLogout", "", "boolean", "Whether a logout waits for the connection to close.", Needs::Client, handlers::tryLogout},
-    {"config", "", "object", "The configuration: appId, installationId, socketURL and nsp. The client key is not told.", Needs::Client, handlers::config},
-    {"diagnose", "", "array", "What the client has lately gone through, redacted: an object an event.", Needs::Client, handlers::diagnose},
+    {"config", "", "configuration", "The configuration: appId, installationId, socketURL and nsp. The client key is not told.", Needs::Client, handlers::config},
+    {"diagnose", "", "diagnosis", "What the client has lately gone through, redacted: an object an event.", Needs::Client, handlers::diagnose},
     {"version", "", "version", "The version of the library.", Needs::Nothing, handlers::version},
     {"setApplicationInfo", "bundleIdentifier: string?, bundleVersion: string?, systemVersion: string?", "true", "Who the application is, for the User-Agent of requests. Before any client is made.", Needs::Nothing, handlers::setApplicationInfo},
     {"setKeepsFinishedDelegates", "keeps: boolean", "true", "Whether requests that have ended are remembered as long as the process lives. A program that runs for long says false.", Needs::Nothing, handlers::setKeepsFinishedDelegates},

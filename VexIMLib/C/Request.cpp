@@ -6,6 +6,8 @@
 #include <system_error>
 
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/FailureListener.h"
+#include "VexIMLib/Foundation/UntoldError.h"
 
 namespace vexim::c {
 
@@ -24,6 +26,10 @@ Request::~Request() {
 void Request::start(void (*operation)(Request&), std::shared_ptr<VXIMClient> client) {
     if (!mailbox_->isOpen(id_)) return;
     client_ = std::move(client);
+    // Weak: the completions keep the request, and when they are let go of, it was abandoned.
+    const FailureListener listener([weak = weak_from_this()](const ErrorPtr& cause) {
+        if (const auto self = weak.lock()) self->fail(errorBody(*cause));
+    });
     try {
         operation(*this);
     } catch (const Refusal& refusal) {
@@ -67,7 +73,7 @@ void Request::succeed(std::string_view result) { mailbox_->answer(id_, Outcome::
 void Request::fail(std::string_view error) { mailbox_->answer(id_, Outcome::Error, error); }
 
 void Request::end(bool succeeded, const ErrorPtr& error, const std::function<void(std::string&)>& write) {
-    if (error) return fail(errorBody(*error));
+    if (const ErrorPtr failure = error ? error : UntoldError::current()) return fail(errorBody(*failure));
     if (!succeeded) return fail(InterfaceError::Nothing, "The operation failed, or gave nothing, without saying why.");
     std::string result;
     write(result);

@@ -148,6 +148,7 @@ TEST(Arguments, AreCheckedAgainstTheTable) {
              {"too large for 32 bits", R"({"id":"g","limit":2147483648})", InterfaceError::WrongArgument},
              {"an array with something else", R"({"id":"g","members":["a",null]})", InterfaceError::WrongArgument},
              {"unknown", R"({"id":"g","member":[]})", InterfaceError::UnknownArgument},
+             {"a typo behind the @", R"({"id":"g","@timout":1})", InterfaceError::UnknownArgument},
          }) {
         const auto found = findProblem(parameters, *parseJSON(arguments).value.asDictionary());
         EXPECT_EQ(found ? std::optional(found->code) : std::nullopt, problem) << why;

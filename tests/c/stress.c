@@ -224,6 +224,20 @@ static void beHostile(double seconds) {
     require(twice <= all / 500, "requests were answered twice");  // a damaged text may carry another's number
 }
 
+/// A login without a time limit over a connection that fails is answered with the connection's error, and so is the next.
+static void failToConnect(void) {
+    const vexim_client client = makeClient(0);
+    for (int i = 0; i < 2; ++i) {
+        vexim_send(client, "{\"@op\":\"loginWithUserId\",\"userId\":\"alice\"}");
+        const char* text = NULL;
+        do text = vexim_receive(client, 60);
+        while (text != NULL && strstr(text, "\"@type\":\"error\"") == NULL);
+        require(text != NULL && strstr(text, "VXIMConnectionErrorDomain") != NULL,
+                "a login is not told that its connection failed");
+    }
+    vexim_free(client);
+}
+
 static int descriptors(void) {
     DIR* directory = opendir("/proc/self/fd");
     int count = 0;
@@ -268,6 +282,7 @@ int main(int argc, char** argv) {
     vexim_execute(0, "{\"@op\":\"setLog\"}");
     vexim_execute(0, "{\"@op\":\"setKeepsFinishedDelegates\",\"keeps\":false}");
 
+    failToConnect();
     makeMany(clients / 10);
     const int descriptorsBefore = descriptors();
     const long memoryBefore = residentKiB();

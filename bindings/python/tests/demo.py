@@ -202,8 +202,11 @@ async def tell_logout(stage):
     await stage.succeeds("bob logs out", stage.bob.logout())
 
 
-async def main(url):
-    async with vexim.Client("demo-app", "demo-key", url=url) as alice, vexim.Client("demo-app", "demo-key", url=url) as bob:
+async def main(url, **arguments):
+    def client():
+        return vexim.Client("demo-app", "demo-key", url=url, **arguments)
+
+    async with client() as alice, client() as bob:
         stage = Stage(alice, bob)
         async with asyncio.timeout(100):
             for tell in (tell_login, tell_chat, tell_attachments, tell_resources, tell_pause_and_resume, tell_logout):

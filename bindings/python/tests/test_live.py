@@ -1,7 +1,9 @@
 """The package over the real C library and the local development service."""
 
 import asyncio
+import contextlib
 import gc
+import io
 import os
 import pathlib
 import tempfile
@@ -10,9 +12,18 @@ import unittest
 
 import vexim
 import vexim.sync
+from tests import demo
+from tests.checked import CheckedLibrary
 from tests.service import Service
+from vexim._library import execute
 
 LONG = 60  # seconds that nothing should take
+LOGINS_OF_BOB = [
+    {"user_id": "bob"},
+    {"username": "bob", "password": "bob-secret"},
+    {"phone_number": "+15550100002", "sms_code": "100002"},
+    {"oauth": {"provider": "example", "uid": "bob@example", "token": "bob-token"}},
+]
 
 
 class LiveCase(unittest.IsolatedAsyncioTestCase):
@@ -22,7 +33,11 @@ class LiveCase(unittest.IsolatedAsyncioTestCase):
         cls.addClassCleanup(cls.service.kill)
 
     def client(self, url=None, **arguments):
-        return vexim.Client("demo-app", "demo-key", url=url or self.service.url, **arguments)
+        return vexim.Client("demo-app", "demo-key", url=url or self.service.url, library=CheckedLibrary(), **arguments)
+
+    def tearDown(self):
+        wrong, CheckedLibrary.wrong[:] = CheckedLibrary.wrong[:], []
+        self.assertEqual(wrong, [])
 
     async def control(self, path, body):
         return await asyncio.to_thread(self.service.control, path, body)
@@ -35,15 +50,9 @@ class LiveCase(unittest.IsolatedAsyncioTestCase):
 
 class SessionTest(LiveCase):
     async def test_every_kind_of_login_and_its_refusal(self):
-        kinds = {
-            "user_id": {"user_id": "bob"},
-            "username": {"username": "bob", "password": "bob-secret"},
-            "phone": {"phone_number": "+15550100002", "sms_code": "100002"},
-            "oauth": {"oauth": {"provider": "example", "uid": "bob@example", "token": "bob-token"}},
-        }
         async with self.client() as client, asyncio.timeout(LONG):
-            for why, credentials in kinds.items():
-                with self.subTest(why):
+            for credentials in LOGINS_OF_BOB:
+                with self.subTest(credentials):
                     await client.login(**credentials)
                     self.assertEqual((client.user_id, client.status), ("bob", vexim.Status.OPENED))
             with self.assertRaises(vexim.LoginError) as raised:
@@ -54,8 +63,13 @@ class SessionTest(LiveCase):
         gone = Service()
         gone.kill()
         async with self.client(gone.url) as client, asyncio.timeout(LONG):
-            with self.assertRaises(vexim.NetworkError):
-                await client.login(user_id="alice")
+            events = client.events()
+            for again in (False, True):
+                with self.subTest(again=again), self.assertRaises(vexim.NetworkError) as raised:
+                    await client.login(user_id="alice")
+                self.assertEqual((raised.exception.domain, raised.exception.code, raised.exception.temporary),
+                                 ("VXIMConnectionErrorDomain", 3, True))
+                self.assertEqual((await anext(events)).error.code, 3)
             with self.assertRaises(vexim.NetworkError) as raised:
                 await client.groups.fetch("demo-group")
             self.assertTrue(raised.exception.temporary)
@@ -151,10 +165,19 @@ class SessionTest(LiveCase):
 
 
 class ReachTest(LiveCase):
-    """What the demo does not touch."""
+    async def test_every_operation_and_event_is_as_the_schema_says(self):
+        with contextlib.redirect_stdout(io.StringIO()) as said:
+            self.assertEqual(await demo.main(self.service.url, library=CheckedLibrary()), 0, said)
+        await self.tell_the_rest()
+        for operation, arguments in {"version": {}, "setLog": {"level": None}, "setKeepsFinishedDelegates": {"keeps": False},
+                                     "setApplicationInfo": {"bundleVersion": "7"}}.items():
+            execute(CheckedLibrary(), 0, operation, **arguments)
+        elsewhere = {"loginWithAuthData", "overflow", "socket.io.error", "clientAttemptReconnect", "clientDidFailToLoginAgain"}
+        self.assertEqual({path for path in CheckedLibrary.unseen() if not elsewhere.intersection(path)}, set())
 
-    async def test_the_rest_of_the_operations(self):
-        async with self.client() as alice, self.client() as bob, asyncio.timeout(LONG):
+    async def tell_the_rest(self):
+        """What the demo does not touch."""
+        async with self.client() as alice, self.client(options={"notifications": True}) as bob, asyncio.timeout(LONG):
             await asyncio.gather(alice.login(user_id="alice"), bob.login(user_id="bob"))
             me = await alice.users.fetch()
             self.assertIn("bob", [friend.id for friend in me.friends])
@@ -171,7 +194,13 @@ class ReachTest(LiveCase):
             await alice.users.delete_attributes("alice")
             self.assertEqual(await alice.users.attributes("alice"), {})
 
+            for resource, id in ((alice.groups, "demo-group"), (alice.rooms, "demo-room")):
+                await resource.replace_attributes(id, {"a": [1.5, None]})
+                await resource.update_attributes(id, {"b": "x"})
+                self.assertEqual((await resource.attributes(id), await resource.attribute(id, "b")), ({"a": [1.5, None], "b": "x"}, "x"))
+                await resource.delete_attributes(id)
             group = await alice.groups.create("Chess", owner="alice", members=["alice", "bob"])
+            await alice.groups.update(group.id, {"subject": "openings"})
             await alice.groups.remove_members(group.id, ["bob"])
             await alice.groups.change_owner(group.id, "bob")
             fetched = await bob.groups.fetch(group.id)
@@ -195,22 +224,41 @@ class ReachTest(LiveCase):
             await bob.rooms.find({})
             await bob.rooms.delete(room.id)
 
+            # What the package has no use for, as others do the same.
+            record = {"text": "hi", "receiver": {"type": 0, "userId": "bob"}}
+            await alice._call("sendMessage", {"message": record})
+            await alice._call("sendSystemMessage", {"message": record})
+            made = await alice._call("VXIMGroup.createWithOwner", {"owner": "alice", "name": "Go"})
+            await alice.groups.delete(made["groupId"])
+            await alice.send_system("to all", group="demo-group")
+            await alice.send_system("to all", room="demo-room")
+
             visitor = await alice.passengers.save({"name": "Visitor"})
             await alice.passengers.update(visitor.id, {"name": "Guest"})
             self.assertEqual((await alice.passengers.fetch(visitor.id)).record["name"], "Guest")
             self.assertEqual(await alice.passengers.history(visitor.id, "bob"), [])
 
             heard = bob.messages(system=True)
-            await alice.send_system("to all", everyone=True)
+            await alice.send_system("to everyone", everyone=True)
             async for message in heard:
-                if message.is_system:
-                    self.assertEqual(message.text, "to all")
+                if message.text == "to everyone":
+                    self.assertTrue(message.is_system)
                     break
             self.assertFalse(alice.was_offline or alice.is_logging_out)
             self.assertEqual(alice.configuration["appId"], "demo-app")
             self.assertNotIn("demo-key", str(alice.configuration))
             await alice.reset_flags()
             await alice.remove_installation()
+            for credentials in LOGINS_OF_BOB:
+                await alice.login(**credentials)
+            await alice.login(user_id="alice")
+            alice.diagnose()
+            alice.close()
+            came = False
+            async for presence in bob.presence():
+                came = came or presence.online
+                if came and not presence.online:
+                    break
 
     async def test_files_arrive_as_they_were_and_a_failed_upload_raises(self):
         contents = bytes(range(256)) * 4000

@@ -107,9 +107,9 @@ def execute(library: Library, client: int, operation: str, **arguments: Any) -> 
 
 
 def library_version() -> str:
-    """What the C library that is used calls itself. Raises `LibraryNotFoundError`."""
+    """The version of the C library that is used, such as "1.0.0". Raises `LibraryNotFoundError`."""
     result = execute(load(), 0, "version")
-    return str(result.get("text")) if isinstance(result, dict) else ""
+    return str(result.get("version")) if isinstance(result, dict) else ""
 
 
 def set_application_info(

@@ -140,10 +140,10 @@ class Link:
         finally:
             self._calls.pop(extra, None)
 
-    def fail(self, prefix: str, error: Error) -> None:
-        """Ends the open calls of operations whose names begin so."""
+    def fail(self, error: Error) -> None:
+        """Ends all open calls."""
         for extra, call in self._calls.items():
-            if call.operation.startswith(prefix) and not call.answer.done():
+            if not call.answer.done():
                 call.answer.set_exception(error)
                 self._cancel(extra)
 

@@ -14,7 +14,7 @@ from . import events as happened
 from ._compose import File, composed, one_of
 from ._library import Library, load
 from ._link import Link, Progress, Record
-from .errors import INTERFACE_DOMAIN, URL_DOMAIN, BusyError, ClosedError, NetworkError, error_from, usage
+from .errors import INTERFACE_DOMAIN, BusyError, ClosedError, error_from, usage
 from .events import Event, Hub, MessageReceived, PresenceChanged, Stream
 from .models import Diagnosis, Message, Status, diagnosis_from, identity, message_from
 from .resources import Friends, Groups, Passengers, Rooms, Users
@@ -380,15 +380,11 @@ class Client:
         elif name == "socket.io.error":
             data = record.get("data")
             words, details = (data[0], data[1:]) if isinstance(data, list) and data else (data, None)
-            trouble = happened.ConnectionTrouble(str(words), details or None)
-            # A first connection that fails is not tried again: the login would never be answered.
-            if self._link is not None:
-                self._link.fail("login", NetworkError(URL_DOMAIN, -1004, trouble.description, details or None))
-            return trouble
+            return happened.ConnectionTrouble(str(words), details or None, error_from(record.get("error")))
         elif name == "overflow":
             count = record.get("events")
             if record.get("answers") and self._link is not None:  # nobody knows whose
-                self._link.fail("", BusyError(INTERFACE_DOMAIN, 7, "Answers were dropped: too much was waiting."))
+                self._link.fail(BusyError(INTERFACE_DOMAIN, 7, "Answers were dropped: too much was waiting."))
             return happened.EventsDropped(count if isinstance(count, int) else 0)
         elif name == "clientDidFailToLoginAgain":
             return happened.LoginRefused(error_from(record.get("error"), "login"))

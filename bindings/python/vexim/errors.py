@@ -9,11 +9,14 @@ from typing import Any
 CLIENT_DOMAIN = "VXIMErrorDomain"
 SERVICE_DOMAIN = "VXErrorDomain"
 URL_DOMAIN = "NSURLErrorDomain"
+CONNECTION_DOMAIN = "VXIMConnectionErrorDomain"
 INTERFACE_DOMAIN = "VXIMInterfaceErrorDomain"
 
 _UNDERLYING = "NSUnderlyingError"
 # Timed out, host not found, cannot connect, connection lost, name lookup failed, offline.
 _PASSING_URL_CODES = frozenset({-1001, -1003, -1004, -1005, -1006, -1009})
+# Host not found, unreachable, timed out, lost.
+_PASSING_CONNECTION_CODES = frozenset({2, 3, 4, 11})
 
 _BAD_URL = -1000  # an id that makes no URL
 
@@ -41,7 +44,8 @@ class Error(Exception):
     @property
     def temporary(self) -> bool:
         """Whether the same operation may well succeed later: a timeout, a lost connection, a busy service."""
-        if self.domain == URL_DOMAIN and self.code in _PASSING_URL_CODES:
+        passing = {URL_DOMAIN: _PASSING_URL_CODES, CONNECTION_DOMAIN: _PASSING_CONNECTION_CODES}
+        if self.code in passing.get(self.domain, ()):
             return True
         if isinstance(self.user_info, Mapping) and self.user_info.get("temporary") is True:
             return True
@@ -120,7 +124,7 @@ def _class_for(domain: str, code: int, operation: str, cause: Error | None) -> t
         if cause is None or cause.domain != URL_DOMAIN:
             return ResponseError
         return UsageError if cause.code == _BAD_URL else NetworkError
-    return NetworkError if domain == URL_DOMAIN else Error
+    return NetworkError if domain in (URL_DOMAIN, CONNECTION_DOMAIN) else Error
 
 
 def _number(value: Any) -> int:

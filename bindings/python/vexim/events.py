@@ -71,6 +71,8 @@ class ConnectionTrouble(Event):
     description: str
     details: Any = field(default=None, hash=False)
     """What the service said, if anything."""
+    error: Error | None = field(default=None, hash=False, compare=False)
+    """The same as an exception: its domain is "VXIMConnectionErrorDomain", its code tells the kind, and `temporary` whether it may pass."""
 
 
 @dataclass(frozen=True, slots=True)

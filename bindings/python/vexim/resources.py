@@ -10,6 +10,7 @@ import time
 from collections.abc import Iterable, Mapping
 from typing import Any, Protocol
 
+from .errors import usage
 from .models import (
     Friend,
     Group,
@@ -49,7 +50,7 @@ class _Operations:
         return await self._client._call(f"{self._class}.{operation}", arguments)
 
     async def _find(self, operation: str, where: Mapping[str, str] | None, order: Iterable[str], skip: int, limit: int) -> list[Any]:
-        query = {"where": dict(where or {}), "order": list(order), "skip": skip, "limit": limit}
+        query = {"where": dict(where or {}), "order": _strings(order), "skip": skip, "limit": limit}
         return _list(await self._client._call(f"VXIMQuery.{operation}", query))
 
 
@@ -134,7 +135,7 @@ class Groups(_Attributed):
 
     async def create(self, name: str | None = None, *, owner: str | None = None, members: Iterable[str] | None = None) -> Group:
         """Creates a group; what is left out is left to the service."""
-        listed = None if members is None else list(members)
+        listed = None if members is None else _strings(members)
         return group_from(await self._call("createWithBlock", name=name, members=listed, owner=owner))
 
     async def fetch(self, id: str) -> Group:
@@ -160,11 +161,11 @@ class Groups(_Attributed):
 
     async def add_members(self, id: str, users: Iterable[str]) -> None:
         """Adds users by their ids."""
-        await self._call("addMembers", id=id, userIds=list(users))
+        await self._call("addMembers", id=id, userIds=_strings(users))
 
     async def remove_members(self, id: str, users: Iterable[str]) -> None:
         """Removes users by their ids."""
-        await self._call("removeMembers", id=id, userIds=list(users))
+        await self._call("removeMembers", id=id, userIds=_strings(users))
 
     async def delete(self, id: str) -> None:
         """Deletes the group."""
@@ -189,7 +190,7 @@ class Rooms(_Attributed):
 
     async def create(self, name: str, *, members: Iterable[str] | None = None) -> Room:
         """Creates a room."""
-        listed = None if members is None else list(members)
+        listed = None if members is None else _strings(members)
         return room_from(await self._call("createWithName", name=name, members=listed))
 
     async def fetch(self, id: str) -> Room:
@@ -202,11 +203,11 @@ class Rooms(_Attributed):
 
     async def add_members(self, id: str, users: Iterable[str]) -> None:
         """Adds users by their ids."""
-        await self._call("addMembers", id=id, userIds=list(users))
+        await self._call("addMembers", id=id, userIds=_strings(users))
 
     async def remove_members(self, id: str, users: Iterable[str]) -> None:
         """Removes users by their ids."""
-        await self._call("removeMembers", id=id, userIds=list(users))
+        await self._call("removeMembers", id=id, userIds=_strings(users))
 
     async def delete(self, id: str) -> None:
         """Deletes the room."""
@@ -240,6 +241,12 @@ class Passengers(_Operations):
         """Messages with a user before a time (seconds since 1970; None is now), the newest first."""
         result = await self._call("getHistoryMessagesWithUser", id=id, userId=user, beforeTime=_before(before), limit=limit)
         return [message_from(item, user, id) for item in _list(result)]
+
+
+def _strings(strings: Iterable[str]) -> list[str]:
+    if isinstance(strings, str):  # an iterable of its letters
+        raise usage(f"give a list: [{strings!r}]")
+    return list(strings)
 
 
 def _before(seconds: float | None) -> float:

@@ -1,0 +1,94 @@
+"""The real C library, with every text that goes in or comes out held against the JSON Schema of the C interface."""
+
+import json
+import pathlib
+import sys
+
+import jsonschema
+
+from vexim._library import load
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[3] / "scripts"))
+import c_interface  # noqa: E402
+
+
+def strict(schema):
+    """What the service of these tests gives: what is normal, and no name that the schema lacks."""
+    if isinstance(schema, list):
+        return [strict(one) for one in schema]
+    if not isinstance(schema, dict):
+        return schema
+    schema = {name: strict(one) for name, one in {**schema, **schema.get("x-normally", {})}.items()}
+    return {"additionalProperties": False, **schema} if "properties" in schema and "@op" not in schema["properties"] else schema
+
+
+def validators():
+    definitions = strict(c_interface.schema())["$defs"]
+    del definitions["diagnosisEvent"]["additionalProperties"]  # it says that there is more
+
+    def validator(*path):
+        return jsonschema.Draft202012Validator({"$ref": "#/$defs/" + "/".join(path), "$defs": definitions})
+
+    jsonschema.Draft202012Validator.check_schema(c_interface.schema())
+    kinds = ("requests", "executions", "answers", "events")
+    return {(kind, name): validator(kind, name) for kind in kinds for name in definitions[kind]} | {
+        (name,): validator(name) for name in ("newConfiguration", "failure")
+    }
+
+
+class CheckedLibrary:
+    """Only what has been sent by it can be received by it. `seen` holds the names of what was valid, `wrong` says what was not."""
+
+    seen = set()
+    wrong = []
+    _validators = None
+
+    def __init__(self):
+        self._library = load()
+        self._operations = {}
+        CheckedLibrary._validators = CheckedLibrary._validators or validators()
+
+    @classmethod
+    def unseen(cls):
+        return set(cls._validators) - cls.seen
+
+    def _check(self, value, *path):
+        found = self._validators.get(path)
+        errors = [f"{error.message} at {error.json_path}" for error in found.iter_errors(value)] if found else ["of no known name"]
+        self.wrong.extend(f"{' '.join(path)}: {error}; in {json.dumps(value)}" for error in errors)
+        if not errors:
+            self.seen.add(path)
+
+    def _check_answer(self, answer, operation):
+        self._check(answer, *(("failure",) if answer["@type"] == "error" else ("answers", operation)))
+
+    def create(self, configuration):
+        self._check(json.loads(configuration), "newConfiguration")
+        return self._library.create(configuration)
+
+    def send(self, client, request):
+        value = json.loads(request)
+        self._check(value, "requests", value["@op"])
+        if "@extra" in value:
+            self._operations[client, value["@extra"]] = value["@op"]
+        self._library.send(client, request)
+
+    def receive(self, client):
+        text = self._library.receive(client)
+        if text is not None:
+            value = json.loads(text)
+            if value["@type"] == "event":
+                self._check(value, "events", value["name"])
+            else:
+                self._check_answer(value, self._operations.get((client, value["@extra"]), "cancel"))
+        return text
+
+    def execute(self, client, request):
+        value = json.loads(request)
+        self._check(value, "executions", value["@op"])
+        text = self._library.execute(client, request)
+        self._check_answer(json.loads(text), value["@op"])
+        return text
+
+    def free(self, client):
+        self._library.free(client)
