@@ -1,72 +1,167 @@
 #include "VexIMLib/Store/VXIMMessageStore.h"
 
+#include <limits>
 #include <utility>
 
-#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Store/internal/Engine.h"
+#include "VexIMLib/Store/internal/Export.h"
+#include "VexIMLib/Store/internal/Housekeeping.h"
+#include "VexIMLib/Store/internal/Reading.h"
 
-namespace {
+using vexim::store::Mode;
+using vexim::store::Tables;
 
-/// Everything ends so until the engine is there.
-template <class Completion>
-void refuse(Completion completion) {
-    if (!completion) return;
-    vexim::MainQueue::shared().async([completion = std::move(completion)] {
-        completion({}, vexim::Error::withDescription(VXIMStoreErrorDomain, VXIMStoreErrorFailed, "The store is not built yet."));
+void VXIMMessageStore::open(VXIMMessageStoreOptions options, VXIMMessageStoreCompletion completion) {
+    const std::string service = options.service;
+    vexim::store::Engine::open(
+        std::move(options), [service, completion = std::move(completion)](std::shared_ptr<vexim::store::Engine> engine,
+                                                                          std::string path, vexim::ErrorPtr error) {
+            const std::shared_ptr<VXIMMessageStore> store(engine ? new VXIMMessageStore(std::move(engine), std::move(path), service)
+                                                                 : nullptr);
+            if (completion) completion(store, std::move(error));
+        });
+}
+
+VXIMMessageStore::VXIMMessageStore(std::shared_ptr<vexim::store::Engine> engine, std::string path, std::string service)
+    : engine_(std::move(engine)),
+      path_(std::move(path)),
+      service_(std::move(service)) {}
+
+VXIMMessageStore::~VXIMMessageStore() { engine_->close({}); }
+
+void VXIMMessageStore::close(VXIMBooleanCompletion completion) { engine_->close(std::move(completion)); }
+
+std::string VXIMMessageStore::userId() const { return engine_->userId(); }
+
+std::optional<VXIMStoreDamage> VXIMMessageStore::damage() const { return engine_->damage(); }
+
+void VXIMMessageStore::conversations(VXIMConversationsCompletion completion) const {
+    engine_->run(Mode::Read, std::move(completion), [](Tables& tables) {
+        std::vector<VXIMConversation> conversations;
+        for (const Tables::Conversation* const each : tables.all()) conversations.push_back(tables.conversation(*each));
+        return conversations;
     });
 }
 
-}  // namespace
-
-namespace vexim::store {
-class Engine {};
-}  // namespace vexim::store
-
-VXIMStoreObservation::VXIMStoreObservation(std::weak_ptr<vexim::store::Engine> engine, std::int64_t number)
-    : engine_(std::move(engine)),
-      number_(number) {}
-VXIMStoreObservation::~VXIMStoreObservation() = default;
-void VXIMStoreObservation::setLimit(std::int32_t) {}
-
-VXIMMessageStore::VXIMMessageStore(std::shared_ptr<vexim::store::Engine> engine, const VXIMMessageStoreOptions& options,
-                                   std::string path)
-    : engine_(std::move(engine)),
-      path_(std::move(path)),
-      userId_(options.userId),
-      service_(options.service) {}
-VXIMMessageStore::~VXIMMessageStore() = default;
-void VXIMMessageStore::open(VXIMMessageStoreOptions, VXIMMessageStoreCompletion completion) { refuse(std::move(completion)); }
-void VXIMMessageStore::close(VXIMBooleanCompletion completion) { refuse(std::move(completion)); }
-std::optional<VXIMStoreDamage> VXIMMessageStore::damage() const { return std::nullopt; }
-void VXIMMessageStore::conversations(VXIMConversationsCompletion completion) const { refuse(std::move(completion)); }
-void VXIMMessageStore::conversation(VXIMConversationId, VXIMConversationCompletion completion) const {
-    refuse(std::move(completion));
+void VXIMMessageStore::conversation(VXIMConversationId id, VXIMConversationCompletion completion) const {
+    engine_->run(Mode::Read, std::move(completion), [id = std::move(id)](Tables& tables) -> std::optional<VXIMConversation> {
+        const Tables::Conversation* const found = tables.find(id);
+        if (!found) return std::nullopt;
+        return tables.conversation(*found);
+    });
 }
-void VXIMMessageStore::messagesBefore(VXIMConversationId, std::optional<VXIMStorePosition>, std::int32_t,
+
+void VXIMMessageStore::messagesBefore(VXIMConversationId id, std::optional<VXIMStorePosition> position, std::int32_t limit,
                                       VXIMStoredMessagesCompletion completion) const {
-    refuse(std::move(completion));
+    engine_->run(Mode::Read, std::move(completion), [id = std::move(id), position, limit](Tables& tables) {
+        return vexim::store::messagesBefore(tables, id, position, limit);
+    });
 }
-void VXIMMessageStore::messagesAfter(VXIMConversationId, std::optional<VXIMStorePosition>, std::int32_t,
+
+void VXIMMessageStore::messagesAfter(VXIMConversationId id, std::optional<VXIMStorePosition> position, std::int32_t limit,
                                      VXIMStoredMessagesCompletion completion) const {
-    refuse(std::move(completion));
+    engine_->run(Mode::Read, std::move(completion), [id = std::move(id), position, limit](Tables& tables) {
+        return vexim::store::messagesAfter(tables, id, position, limit);
+    });
 }
-void VXIMMessageStore::message(std::int64_t, VXIMStoredMessageCompletion completion) const { refuse(std::move(completion)); }
-void VXIMMessageStore::search(VXIMMessageSearch, VXIMStoredMessagesCompletion completion) const { refuse(std::move(completion)); }
-void VXIMMessageStore::gaps(VXIMConversationId, VXIMStoredGapsCompletion completion) const { refuse(std::move(completion)); }
-void VXIMMessageStore::markRead(VXIMConversationId, std::optional<VXIMStorePosition>, VXIMBooleanCompletion completion) {
-    refuse(std::move(completion));
+
+void VXIMMessageStore::message(std::int64_t localId, VXIMStoredMessageCompletion completion) const {
+    engine_->run(Mode::Read, std::move(completion), [localId](Tables& tables) { return tables.message(localId); });
 }
-void VXIMMessageStore::setDraft(VXIMConversationId, std::string, VXIMBooleanCompletion completion) {
-    refuse(std::move(completion));
+
+void VXIMMessageStore::search(VXIMMessageSearch search, VXIMStoredMessagesCompletion completion) const {
+    engine_->run(Mode::Read, std::move(completion),
+                 [search = std::move(search)](Tables& tables) { return vexim::store::search(tables, search); });
 }
-void VXIMMessageStore::removeConversation(VXIMConversationId, VXIMBooleanCompletion completion) { refuse(std::move(completion)); }
-void VXIMMessageStore::setRetention(VXIMRetention, VXIMCountCompletion completion) { refuse(std::move(completion)); }
-void VXIMMessageStore::exportJSONLines(std::string, std::optional<VXIMConversationId>, VXIMCountCompletion completion) const {
-    refuse(std::move(completion));
+
+void VXIMMessageStore::gaps(VXIMConversationId id, VXIMStoredGapsCompletion completion) const {
+    engine_->run(Mode::Read, std::move(completion),
+                 [id = std::move(id)](Tables& tables) { return vexim::store::gaps(tables, id); });
 }
-std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeConversations(std::int32_t, VXIMConversationsObserver) {
-    return nullptr;
+
+void VXIMMessageStore::markRead(VXIMConversationId id, std::optional<VXIMStorePosition> upTo, VXIMBooleanCompletion completion) {
+    engine_->run(Mode::Write, std::move(completion), [id = std::move(id), upTo](Tables& tables) {
+        vexim::store::markRead(tables, id, upTo);
+        return true;
+    });
 }
-std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeMessages(VXIMConversationId, std::int32_t, VXIMMessagesObserver) {
-    return nullptr;
+
+void VXIMMessageStore::setDraft(VXIMConversationId id, std::string draft, VXIMBooleanCompletion completion) {
+    engine_->run(Mode::Write, std::move(completion), [id = std::move(id), draft = std::move(draft)](Tables& tables) {
+        vexim::store::setDraft(tables, id, draft);
+        return true;
+    });
 }
-std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeDamage(VXIMStoreDamageObserver) { return nullptr; }
+
+void VXIMMessageStore::removeConversation(VXIMConversationId id, VXIMBooleanCompletion completion) {
+    engine_->run(Mode::Write, std::move(completion), [id = std::move(id)](Tables& tables) {
+        vexim::store::removeConversation(tables, id);
+        return true;
+    });
+}
+
+void VXIMMessageStore::setRetention(VXIMRetention retention, VXIMCountCompletion completion) {
+    engine_->run(Mode::Write, std::move(completion), [retention](Tables& tables) {
+        vexim::store::setRetention(tables, retention);
+        return vexim::store::enforceRetention(tables, std::numeric_limits<std::int64_t>::max());
+    });
+}
+
+void VXIMMessageStore::exportJSONLines(std::string path, std::optional<VXIMConversationId> conversation,
+                                       VXIMCountCompletion completion) const {
+    vexim::store::exportLines(engine_, std::move(path), std::move(conversation), std::move(completion));
+}
+
+/// Holds the observer; the engine knows it weakly.
+struct VXIMStoreObservation::Impl {
+    std::shared_ptr<vexim::store::Listener> listener = std::make_shared<vexim::store::Listener>();
+    std::weak_ptr<vexim::store::Engine> engine;
+
+    void look(VXIMConversationId conversation) {
+        const auto running = engine.lock();
+        if (!running) return;
+        running->run(Mode::Read, VXIMBooleanCompletion(),
+                     [engine = running.get(), heard = std::weak_ptr(listener), conversation = std::move(conversation)](Tables&) {
+                         engine->observers().add(heard, conversation);  // the list is told when the group has ended
+                         return true;
+                     });
+    }
+};
+
+VXIMStoreObservation::VXIMStoreObservation() : impl_(std::make_unique<Impl>()) {}
+VXIMStoreObservation::~VXIMStoreObservation() = default;
+
+void VXIMStoreObservation::setLimit(std::int32_t limit) {
+    impl_->listener->limit = limit;
+    if (const auto engine = impl_->engine.lock()) {
+        engine->run(Mode::Read, VXIMBooleanCompletion(), [](Tables&) { return true; });  // the lists are looked at behind it
+    }
+}
+
+std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeConversations(std::int32_t limit,
+                                                                             VXIMConversationsObserver observer) {
+    std::shared_ptr<VXIMStoreObservation> observation(new VXIMStoreObservation);
+    observation->impl_->listener->observer = std::move(observer);
+    observation->impl_->listener->limit = limit;
+    observation->impl_->engine = engine_;
+    observation->impl_->look({});
+    return observation;
+}
+
+std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeMessages(VXIMConversationId id, std::int32_t limit,
+                                                                        VXIMMessagesObserver observer) {
+    std::shared_ptr<VXIMStoreObservation> observation(new VXIMStoreObservation);
+    observation->impl_->listener->observer = std::move(observer);
+    observation->impl_->listener->limit = limit;
+    observation->impl_->engine = engine_;
+    observation->impl_->look(std::move(id));
+    return observation;
+}
+
+std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeDamage(VXIMStoreDamageObserver observer) {
+    std::shared_ptr<VXIMStoreObservation> observation(new VXIMStoreObservation);
+    observation->impl_->listener->observer = std::move(observer);
+    observation->impl_->engine = engine_;
+    observation->impl_->look({});
+    return observation;
+}

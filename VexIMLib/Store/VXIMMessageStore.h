@@ -25,10 +25,10 @@ using VXIMMessageStoreCompletion = std::function<void(std::shared_ptr<VXIMMessag
 struct VXIMMessageStoreOptions {
     /// A file, made when it is missing; or a folder that exists (or a path that ends in "/"), where each user of each service gets
     /// a file of its own. Folders are not made.
-    std::string path;
-    std::string userId;     ///< whose messages these are
-    std::string service;    ///< the service's origin, as in `VXIMClientConfiguration::socketURL`
-    bool readOnly = false;  ///< for a look beside the program that writes: reads, searches and exports only
+    std::string path = {};
+    std::string userId = {};   ///< whose messages these are; empty, for a file only: of whoever is recorded in it
+    std::string service = {};  ///< the service's origin, as in `VXIMClientConfiguration::socketURL`
+    bool readOnly = false;     ///< for a look beside the program that writes: reads, searches and exports only
 };
 
 /// Keeps an observer: it hears no more once this is released, or the store is.
@@ -42,9 +42,9 @@ public:
 
 private:
     friend class VXIMMessageStore;
-    VXIMStoreObservation(std::weak_ptr<vexim::store::Engine> engine, std::int64_t number);
-    std::weak_ptr<vexim::store::Engine> engine_;
-    std::int64_t number_;
+    VXIMStoreObservation();
+    struct Impl;
+    std::unique_ptr<Impl> impl_;
 };
 
 /// A user's messages on this device: conversations, messages, drafts, and a search over all texts, in one SQLite file (mode 0600).
@@ -72,8 +72,9 @@ public:
 
     // As it was opened; `path` is the file's, also when a folder was named.
     const std::string& path() const noexcept { return path_; }
-    const std::string& userId() const noexcept { return userId_; }
     const std::string& service() const noexcept { return service_; }
+    /// The recorded one when the options named none; empty when there is none yet.
+    std::string userId() const;
     /// What was set aside when the store was opened or since; nullopt normally.
     std::optional<VXIMStoreDamage> damage() const;
 
@@ -125,9 +126,8 @@ public:
 
 private:
     friend class vexim::store::Operations;
-    VXIMMessageStore(std::shared_ptr<vexim::store::Engine> engine, const VXIMMessageStoreOptions& options, std::string path);
+    VXIMMessageStore(std::shared_ptr<vexim::store::Engine> engine, std::string path, std::string service);
     const std::shared_ptr<vexim::store::Engine> engine_;
     const std::string path_;
-    const std::string userId_;
     const std::string service_;
 };

@@ -27,7 +27,7 @@ enum VXIMConversationKind : std::int32_t {
 /// Names a conversation.
 struct VXIMConversationId {
     VXIMConversationKind kind = VXIMConversationKindFriend;  ///< whose id it is
-    std::string id;                                          ///< of the friend, the group or the room
+    std::string id = {};                                     ///< of the friend, the group or the room
     friend auto operator<=>(const VXIMConversationId&, const VXIMConversationId&) = default;
 };
 
@@ -56,18 +56,19 @@ struct VXIMStorePosition {
 /// A message as it is stored.
 struct VXIMStoredMessage {
     std::int64_t localId = 0;                                          ///< stays the same as long as the message is stored
-    VXIMConversationId conversation;                                   ///< where it stands
-    std::optional<std::string> key;                                    ///< its sender's key, nullopt when it has none
-    std::optional<std::string> serviceId;                              ///< the service's id, where the service gives one
-    vexim::Dictionary payload;                                         ///< as it travels
-    std::string sender;                                                ///< a user's id; empty: the service itself
-    std::string receiver;                                              ///< of a user, group or room; empty: everybody
+    VXIMConversationId conversation = {};                              ///< where it stands
+    std::optional<std::string> key = {};                               ///< its sender's key, nullopt when it has none
+    std::optional<std::string> serviceId = {};                         ///< the service's id, where the service gives one
+    vexim::Dictionary payload = {};                                    ///< as it travels
+    std::string sender = {};                                           ///< a user's id; empty: the service itself
+    std::string receiver = {};                                         ///< of a user, group or room; empty: everybody
     VXIMMessageMediaType mediaType = VXIMMessageMediaTypeText;         ///< what the body is
     std::int64_t sentAtMillis = 0;                                     ///< milliseconds since 1970
     VXIMStoredMessageDirection direction = VXIMStoredMessageIncoming;  ///< who wrote it
     VXIMStoredMessageState state = VXIMStoredMessageConfirmed;         ///< how far it has come
-    vexim::ErrorPtr error;                                             ///< why it failed or waits; nullptr: no reason
-    std::vector<std::string> attachmentFiles;                          ///< the store's copies, until it is confirmed
+    vexim::ErrorPtr error = {};                                        ///< why it failed or waits; nullptr: no reason
+    std::int32_t attempts = 0;                                         ///< how often it was tried to send it
+    std::vector<std::string> attachmentFiles = {};                     ///< the store's copies, until it is confirmed
 
     /// The text; empty for any other kind of message.
     VEXIM_EXPORT std::string text() const;
@@ -79,10 +80,10 @@ struct VXIMStoredMessage {
 
 /// A conversation as a list shows it.
 struct VXIMConversation {
-    VXIMConversationId id;                         ///< whom one talks with
-    std::optional<VXIMStoredMessage> lastMessage;  ///< the newest one; nullopt when there is none
-    std::int64_t unreadCount = 0;                  ///< incoming messages that came since it was read
-    std::string draft;                             ///< what the user has begun to write; empty: nothing
+    VXIMConversationId id = {};                         ///< whom one talks with
+    std::optional<VXIMStoredMessage> lastMessage = {};  ///< the newest one; nullopt when there is none
+    std::int64_t unreadCount = 0;                       ///< incoming messages that came since it was read
+    std::string draft = {};                             ///< what the user has begun to write; empty: nothing
 };
 
 /// A stretch of a conversation whose messages could not be had from the service any more.
@@ -96,23 +97,23 @@ struct VXIMStoredGap {
 struct VXIMMessageSearch {
     /// Words that must all occur, in any order. A word that ends in "*" is the beginning of one; words in double quotes must
     /// stand together. Letter case and accents make no difference. Without any letter or digit nothing is found.
-    std::string text;
-    std::optional<VXIMConversationId> conversation;  ///< nullopt: in all of them
-    std::optional<std::int64_t> sinceMillis;         ///< from this time on
-    std::optional<std::int64_t> untilMillis;         ///< before this time
-    std::optional<VXIMStorePosition> before;         ///< for the next page: the position of the last one found
-    std::int32_t limit = 50;                         ///< how many at most
+    std::string text = {};
+    std::optional<VXIMConversationId> conversation = {};  ///< nullopt: in all of them
+    std::optional<std::int64_t> sinceMillis = {};         ///< from this time on
+    std::optional<std::int64_t> untilMillis = {};         ///< before this time
+    std::optional<VXIMStorePosition> before = {};         ///< for the next page: the position of the last one found
+    std::int32_t limit = 50;                              ///< how many at most
 };
 
 /// How much is kept. What has not been sent and confirmed yet is never removed, nor is a conversation itself.
 struct VXIMRetention {
-    std::optional<std::chrono::hours> maximumAge;  ///< older messages are removed; nullopt: none for their age
-    std::optional<std::int64_t> maximumCount;      ///< of each conversation, the newest; nullopt: any number
+    std::optional<std::chrono::hours> maximumAge = {};  ///< older messages are removed; nullopt: none for their age
+    std::optional<std::int64_t> maximumCount = {};      ///< of each conversation, the newest; nullopt: any number
 };
 
 /// That a damaged file was set aside.
 struct VXIMStoreDamage {
-    std::string setAsideAs;          ///< the path of the damaged file, for whoever wants to look at it
+    std::string setAsideAs = {};     ///< the path of the damaged file, for whoever wants to look at it
     std::int64_t messagesSaved = 0;  ///< how many could be read from it and are in the fresh one
 };
 
@@ -120,10 +121,10 @@ struct VXIMStoreDamage {
 /// into it, from the first to the last, and read `changed` anew. What has moved is removed and inserted. At first all is inserted.
 template <class T>
 struct VXIMListChange {
-    std::vector<T> list;                ///< the whole list as it is now
-    std::vector<std::size_t> removed;   ///< positions in the list as it was, rising
-    std::vector<std::size_t> inserted;  ///< positions in `list`, rising
-    std::vector<std::size_t> changed;   ///< positions in `list`, rising
+    std::vector<T> list = {};                ///< the whole list as it is now
+    std::vector<std::size_t> removed = {};   ///< positions in the list as it was, rising
+    std::vector<std::size_t> inserted = {};  ///< positions in `list`, rising
+    std::vector<std::size_t> changed = {};   ///< positions in `list`, rising
 };
 
 // The shapes of the completions and observers. All of them run on the main queue; an empty one is allowed and skipped. On failure

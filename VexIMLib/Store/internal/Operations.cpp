@@ -2,55 +2,126 @@
 
 #include <utility>
 
-#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Store/internal/Engine.h"
+#include "VexIMLib/Store/internal/Housekeeping.h"
+#include "VexIMLib/Store/internal/Merge.h"
+#include "VexIMLib/Store/internal/Reading.h"
+#include "VexIMLib/Store/internal/Schema.h"
 
 namespace vexim::store {
-namespace {
-
-template <class Completion>
-void refuse(Completion completion) {
-    if (!completion) return;
-    MainQueue::shared().async([completion = std::move(completion)] {
-        completion({}, Error::withDescription(VXIMStoreErrorDomain, VXIMStoreErrorFailed, "The store is not built yet."));
-    });
-}
-
-}  // namespace
 
 bool isWrittenBy(const Dictionary& payload, const std::string& userId) {
-    const Value from = payload.get("from").get("id");
+    const Value& from = payload.get("from").get("id");
     return (from.isNilOrNull() ? payload.get("speaker") : from) == Value(userId);
 }
 
 std::optional<VXIMConversationId> conversationOf(const Dictionary& payload, const std::string& userId) {
-    const Value end = payload.get(isWrittenBy(payload, userId) ? "to" : "from");
-    const Value to = payload.get("to");
-    const std::int64_t type = to.get("type").longLongValue();
-    if (type == VXIMMessageTargetTypeGroup || type == VXIMMessageTargetTypeRoom) {
-        const auto id = to.get("id").asString();
-        if (!id) return std::nullopt;
-        return VXIMConversationId{type == VXIMMessageTargetTypeGroup ? VXIMConversationKindGroup : VXIMConversationKindRoom, *id};
+    const auto idOf = [](const Value& end) { return end.get("id").asString(); };
+    const Value& to = payload.get("to");
+    switch (to.get("type").longLongValue()) {
+        case VXIMMessageTargetTypeGroup:
+            if (auto id = idOf(to)) return VXIMConversationId{VXIMConversationKindGroup, std::move(*id)};
+            return std::nullopt;
+        case VXIMMessageTargetTypeRoom:
+            if (auto id = idOf(to)) return VXIMConversationId{VXIMConversationKindRoom, std::move(*id)};
+            return std::nullopt;
+        default: break;
     }
-    const auto id = end.get("id").asString();
-    if (!id) return std::nullopt;
-    return VXIMConversationId{VXIMConversationKindFriend, *id};
+    const bool isOwn = isWrittenBy(payload, userId);
+    auto other = idOf(isOwn ? to : payload.get("from"));
+    if (!other && !isOwn) other = payload.get("speaker").asString();
+    if (!other) return std::nullopt;
+    return VXIMConversationId{VXIMConversationKindFriend, std::move(*other)};
 }
 
-void Operations::insert(std::vector<Arrival>, MergedCompletion completion) { refuse(std::move(completion)); }
-void Operations::addOutgoing(VXIMConversationId, Dictionary, std::vector<std::string>, VXIMStoredMessageCompletion completion) {
-    refuse(std::move(completion));
+void Operations::insert(std::vector<Arrival> arrivals, MergedCompletion completion) {
+    store_->engine_->run(Mode::Write, std::move(completion),
+                         [arrivals = std::move(arrivals)](Tables& tables) { return insertArrivals(tables, arrivals); });
 }
-void Operations::setState(std::int64_t, VXIMStoredMessageState, ErrorPtr, std::optional<Dictionary>,
-                          VXIMStoredMessageCompletion completion) {
-    refuse(std::move(completion));
+
+void Operations::addOutgoing(VXIMConversationId conversation, Dictionary payload, std::vector<std::string> files,
+                             VXIMStoredMessageCompletion completion) {
+    store_->engine_->run(Mode::DurableWrite, std::move(completion),
+                         [conversation = std::move(conversation), payload = std::move(payload), files = std::move(files)](
+                             Tables& tables) { return store::addOutgoing(tables, conversation, payload, files); });
 }
-void Operations::remove(std::int64_t, VXIMBooleanCompletion completion) { refuse(std::move(completion)); }
-void Operations::waiting(VXIMStoredMessagesCompletion completion) { refuse(std::move(completion)); }
-void Operations::findByKey(std::string, VXIMStoredMessageCompletion completion) { refuse(std::move(completion)); }
-void Operations::findEchoCandidate(VXIMConversationId, Dictionary, VXIMStoredMessageCompletion completion) {
-    refuse(std::move(completion));
+
+void Operations::change(std::int64_t localId, Change change, VXIMStoredMessageCompletion completion) {
+    store_->engine_->run(Mode::Write, std::move(completion),
+                         [localId, change = std::move(change)](Tables& tables) { return changeMessage(tables, localId, change); });
 }
-void Operations::ground(VXIMConversationId, GroundCompletion completion) { refuse(std::move(completion)); }
-void Operations::setGround(VXIMConversationId, Ground, VXIMBooleanCompletion completion) { refuse(std::move(completion)); }
+
+void Operations::remove(std::int64_t localId, VXIMBooleanCompletion completion) {
+    store_->engine_->run(Mode::Write, std::move(completion), [localId](Tables& tables) {
+        removeMessage(tables, localId);
+        return true;
+    });
+}
+
+void Operations::waiting(VXIMStoredMessagesCompletion completion) {
+    store_->engine_->run(Mode::Read, std::move(completion), [](Tables& tables) { return store::waiting(tables); });
+}
+
+void Operations::findByKey(std::string key, VXIMStoredMessageCompletion completion) {
+    store_->engine_->run(Mode::Read, std::move(completion),
+                         [key = std::move(key)](Tables& tables) { return store::findByKey(tables, key); });
+}
+
+void Operations::findEchoCandidate(VXIMConversationId conversation, Dictionary content, VXIMStoredMessageCompletion completion) {
+    store_->engine_->run(Mode::Read, std::move(completion),
+                         [conversation = std::move(conversation), content = std::move(content)](Tables& tables) {
+                             return store::findEchoCandidate(tables, conversation, Value(content));
+                         });
+}
+
+void Operations::ground(VXIMConversationId conversation, GroundCompletion completion) {
+    store_->engine_->run(Mode::Read, std::move(completion), [conversation = std::move(conversation)](Tables& tables) {
+        const Tables::Conversation* const found = tables.find(conversation);
+        return found ? store::ground(tables, *found) : Ground();
+    });
+}
+
+void Operations::grounds(GroundsCompletion completion) {
+    store_->engine_->run(Mode::Read, std::move(completion), [](Tables& tables) {
+        std::vector<std::pair<VXIMConversationId, Ground>> grounds;
+        for (const Tables::Conversation* const each : tables.all()) grounds.emplace_back(each->id, store::ground(tables, *each));
+        return grounds;
+    });
+}
+
+void Operations::setGround(VXIMConversationId conversation, Ground ground, VXIMBooleanCompletion completion) {
+    store_->engine_->run(Mode::Write, std::move(completion),
+                         [conversation = std::move(conversation), ground = std::move(ground)](Tables& tables) {
+                             store::setGround(tables, conversation, ground);
+                             return true;
+                         });
+}
+
+void Operations::ensureConversation(VXIMConversationId conversation, VXIMBooleanCompletion completion) {
+    store_->engine_->run(Mode::Write, std::move(completion), [conversation = std::move(conversation)](Tables& tables) {
+        tables.findOrMake(conversation);
+        return true;
+    });
+}
+
+void Operations::meta(std::string name, MetaCompletion completion) {
+    store_->engine_->run(Mode::Read, std::move(completion),
+                         [name = std::move(name)](Tables& tables) { return store::meta(tables.database, name); });
+}
+
+void Operations::setMeta(std::string name, std::string value, VXIMBooleanCompletion completion) {
+    store_->engine_->run(Mode::Write, std::move(completion), [name = std::move(name), value = std::move(value)](Tables& tables) {
+        store::setMeta(tables.database, name, value);
+        return true;
+    });
+}
+
+void Operations::claim(std::string userId, VXIMBooleanCompletion completion) {
+    store_->engine_->run(Mode::Write, std::move(completion),
+                         [engine = store_->engine_.get(), userId = std::move(userId)](Tables& tables) {
+                             engine->claim(tables, userId);
+                             return true;
+                         });
+}
 
 }  // namespace vexim::store

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "VexIMLib/Store/VXIMMessageStore.h"
@@ -22,10 +23,20 @@ bool isWrittenBy(const Dictionary& payload, const std::string& userId);
 
 /// A message that the service has: live, an echo, or out of a history.
 struct Arrival {
-    VXIMConversationId conversation;
-    Dictionary payload;
+    VXIMConversationId conversation = {};
+    Dictionary payload = {};
     VXIMStoredMessageDirection direction = VXIMStoredMessageIncoming;
     bool countsAsUnread = true;  // an incoming one that is new
+    bool mayBeEcho = true;       // an own one without a key may be told by its content
+    bool isHistory = false;      // of a conversation that was removed, only what is newer is taken: else Known, with id 0
+};
+
+/// What to change in an own message that is not confirmed.
+struct Change {
+    std::optional<VXIMStoredMessageState> state = {};
+    ErrorPtr error = {};                     // replaces the present one, also by none
+    std::optional<Dictionary> payload = {};  // the message's time follows its "ts"
+    std::optional<std::int32_t> attempts = {};
 };
 
 /// What became of an arrival.
@@ -43,8 +54,11 @@ using MergedCompletion = std::function<void(std::optional<std::vector<Merged>> m
 /// How far a conversation's history is known.
 struct Ground {
     std::int64_t knownUntilMillis = 0;  // everything up to here is stored, or in a marked gap; 0: nothing is
-    std::vector<VXIMStoredGap> gaps;
+    std::vector<VXIMStoredGap> gaps = {};
 };
+using GroundsCompletion =
+    std::function<void(std::optional<std::vector<std::pair<VXIMConversationId, Ground>>> grounds, ErrorPtr error)>;
+using MetaCompletion = std::function<void(std::optional<std::string> value, ErrorPtr error)>;
 using GroundCompletion = std::function<void(std::optional<Ground> ground, ErrorPtr error)>;
 
 /// What outbox and catch-up do with a store, beside the public operations: the same threads, the same errors.
@@ -53,9 +67,10 @@ public:
     explicit Operations(std::shared_ptr<VXIMMessageStore> store) : store_(std::move(store)) {}
 
     /// Stores what arrived, in one transaction; give a history's messages oldest first. For each, the first of these that is
-    /// there is the same message: one with its service id; one with its key; one of this conversation, writer, time and content
-    /// (unless both have keys, and different ones); and for an own one without a key, the oldest unconfirmed one of that content
-    /// that was sent. The merged one is confirmed and takes the service's payload and time, keeping what only it had.
+    /// there, in this conversation and by this writer, is the same message: one with its service id; one with its key; one of its
+    /// time and content (unless both have keys, and different ones); and for an own one without a key, the oldest in state Sending
+    /// or Sent of that content, unless it was written more than a minute later. An unconfirmed one is then confirmed, with the
+    /// service's payload and time and what only it had; of two copies the smaller time stays, so that it is the same everywhere.
     /// `Unusable` (nothing stored) when a payload cannot be written as JSON. One result for each arrival, in order.
     void insert(std::vector<Arrival> arrivals, MergedCompletion completion);
 
@@ -66,10 +81,9 @@ public:
     /// done.
     void addOutgoing(VXIMConversationId conversation, Dictionary payload, std::vector<std::string> files,
                      VXIMStoredMessageCompletion completion);
-    /// NotFound when it is not there any more. `payload`, if given, replaces the present one (an uploaded attachment's URL). A
-    /// confirmed message stays confirmed: an echo may overtake the "sent", and the answer is then the message as it is.
-    void setState(std::int64_t localId, VXIMStoredMessageState state, ErrorPtr error, std::optional<Dictionary> payload,
-                  VXIMStoredMessageCompletion completion);
+    /// NotFound when it is not there any more. A confirmed message stays as it is (an echo may overtake the "sent"): the answer
+    /// tells.
+    void change(std::int64_t localId, Change change, VXIMStoredMessageCompletion completion);
     /// Takes it back: the message goes, with its files. NotFound as above.
     void remove(std::int64_t localId, VXIMBooleanCompletion completion);
 
@@ -81,8 +95,19 @@ public:
     void findEchoCandidate(VXIMConversationId conversation, Dictionary content, VXIMStoredMessageCompletion completion);
 
     void ground(VXIMConversationId conversation, GroundCompletion completion);
+    /// Of all conversations.
+    void grounds(GroundsCompletion completion);
     /// Replaces it; makes the conversation when there is none.
     void setGround(VXIMConversationId conversation, Ground ground, VXIMBooleanCompletion completion);
+
+    /// Makes a conversation that has no message yet.
+    void ensureConversation(VXIMConversationId conversation, VXIMBooleanCompletion completion);
+
+    /// What the whole file says under a name of one's own (which begins with the class's); empty: nothing.
+    void meta(std::string name, MetaCompletion completion);
+    void setMeta(std::string name, std::string value, VXIMBooleanCompletion completion);
+    /// For a store that was opened without a user: from now on it is `userId`'s. OtherOwner when it is another's.
+    void claim(std::string userId, VXIMBooleanCompletion completion);
 
 private:
     std::shared_ptr<VXIMMessageStore> store_;

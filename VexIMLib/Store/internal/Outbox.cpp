@@ -418,12 +418,12 @@ void Outbox::write(const Item& item, VXIMStoredMessageState state, const ErrorPt
                    VXIMStoredMessageCompletion completion) {
     std::optional<Dictionary> payload;
     if (withPayload) payload = item.row.payload;
-    operations_.setState(item.row.localId, state, error, std::move(payload),
-                         [complain = surroundings_.complain, completion = std::move(completion)](
-                             const std::optional<VXIMStoredMessage>& row, const ErrorPtr& why) {
-                             if (why && !why->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) complain(why);
-                             if (completion) completion(row, why);
-                         });
+    operations_.change(item.row.localId, {.state = state, .error = error, .payload = std::move(payload), .attempts = std::nullopt},
+                       [complain = surroundings_.complain, completion = std::move(completion)](
+                           const std::optional<VXIMStoredMessage>& row, const ErrorPtr& why) {
+                           if (why && !why->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) complain(why);
+                           if (completion) completion(row, why);
+                       });
 }
 
 void Outbox::awaitEchoes(const VXIMConversationId& conversation, Lane& lane) {

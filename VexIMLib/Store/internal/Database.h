@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VexIMLib/Foundation/Error.h"
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace vexim::store {
+
+/// What goes wrong on the store's thread; it becomes the completion's error at that thread's rim.
+struct Failure {
+    ErrorPtr error;
+};
+/// One of the codes of `VXIMStoreErrorDomain`.
+[[noreturn]] void fail(std::int64_t code, const std::string& sentence, ErrorPtr cause = nullptr);
+/// What the system said.
+[[noreturn]] void failWithSystem(std::int64_t code, const std::string& sentence, int number);
+bool isDamage(const ErrorPtr& error);
+
+/// A prepared statement in use: bound from 1, read from 0, free for the next use when this is gone.
+class Statement {
+public:
+    Statement(sqlite3* database, sqlite3_stmt* statement) : database_(database), statement_(statement) {}
+    ~Statement();
+    Statement(Statement&& other) noexcept : database_(other.database_), statement_(std::exchange(other.statement_, nullptr)) {}
+    Statement& operator=(Statement&&) = delete;
+
+    Statement& bind(int place, std::int64_t number);
+    /// The text must live until the statement is reset or gone.
+    Statement& bind(int place, std::string_view text);
+    Statement& bind(int place, std::optional<std::int64_t> number);
+
+    /// Whether there is a row.
+    bool step();
+    /// For what gives no rows.
+    void run();
+    /// For the next use; what was bound stays.
+    void reset();
+
+    std::int64_t integer(int column) const;
+    std::string_view text(int column) const;  // until the next step
+    bool isNull(int column) const;
+
+private:
+    sqlite3* const database_;
+    sqlite3_stmt* statement_;
+};
+
+/// A connection to an SQLite file, for one thread. Everything fails with `Failure`.
+class Database {
+public:
+    enum class Access { ReadWrite, ReadOnly };
+    Database(const std::string& path, Access access);
+    ~Database();
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    void execute(const char* sql);
+    /// Prepared once for each text; not to be used again while a statement of the same text is in use.
+    Statement prepare(std::string_view sql);
+    std::int64_t integer(std::string_view sql);  // the first column of the first row; 0 without one
+
+    bool isInTransaction() const;
+    bool isReadOnly() const;
+    std::int64_t changes() const;
+
+private:
+    sqlite3* database_ = nullptr;
+    std::map<std::string, sqlite3_stmt*, std::less<>> statements_;
+};
+
+}  // namespace vexim::store

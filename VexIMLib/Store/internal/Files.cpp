@@ -1,0 +1,170 @@
+#include "VexIMLib/Store/internal/Files.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+
+#include "VexIMLib/Store/VXIMStoreErrors.h"
+
+namespace vexim::store {
+namespace {
+
+constexpr mode_t kOursAlone = S_IRUSR | S_IWUSR;
+
+class Descriptor {
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    ~Descriptor() {
+        if (number_ >= 0) ::close(number_);
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int number() const { return number_; }
+
+private:
+    const int number_;
+};
+
+void sync(const std::string& path) {
+    const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (file.number() < 0 || ::fsync(file.number()) != 0) {
+        failWithSystem(VXIMStoreErrorFailed, "A file could not be written for good.", errno);
+    }
+}
+
+/// What of a user's id may stand in a file's name.
+std::string plain(const std::string& id) {
+    std::string name;
+    for (const char c : id) {
+        const bool isPlain = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '-' || c == '_';
+        name += isPlain ? c : '_';
+    }
+    return name.substr(0, 64);
+}
+
+std::string digitsOf(std::string_view text) {
+    std::uint64_t hash = 0xcbf29ce484222325U;  // FNV-1a; whose file it is stands in the file, too
+    for (const char each : text) hash = (hash ^ static_cast<unsigned char>(each)) * 0x100000001b3U;
+    char digits[17];
+    std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(hash));
+    return digits;
+}
+
+}  // namespace
+
+std::string originOf(const std::string& service) {
+    std::string origin = service;
+    while (origin.ends_with('/')) origin.pop_back();
+    return origin;
+}
+
+Location locate(const VXIMMessageStoreOptions& options) {
+    if (options.path.empty()) fail(VXIMStoreErrorCannotOpen, "The message store has no path.");
+    if (options.path == ":memory:") return {options.path};
+    std::error_code ignored;
+    const bool isFolder = std::filesystem::is_directory(options.path, ignored);
+    if (!isFolder && !options.path.ends_with('/')) return {options.path};
+    const std::string whose = originOf(options.service) + '\n' + options.userId;
+    return {(std::filesystem::path(options.path) / (plain(options.userId) + "-" + digitsOf(whose) + ".vexim")).string()};
+}
+
+bool isThere(const std::string& path) {
+    struct stat found {};
+    if (::stat(path.c_str(), &found) != 0) {
+        if (errno == ENOENT) return false;
+        failWithSystem(VXIMStoreErrorCannotOpen, "The message store's file cannot be reached.", errno);
+    }
+    if (!S_ISREG(found.st_mode)) fail(VXIMStoreErrorCannotOpen, "What stands at the message store's path is not a file.");
+    return true;
+}
+
+void prepareFile(const Location& location) {
+    if (location.isInMemory()) return;
+    const bool isNew = !isThere(location.path);
+    if (isNew) {
+        // Of a file that is gone: SQLite must not take it for this one's.
+        removeFile(location.path + "-wal");
+        removeFile(location.path + "-shm");
+    }
+    const Descriptor file(::open(location.path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOursAlone));
+    if (file.number() < 0) {
+        const bool cannotWrite = errno == EROFS || (errno == EACCES && !isNew);
+        failWithSystem(cannotWrite ? VXIMStoreErrorReadOnly : VXIMStoreErrorCannotOpen,
+                       "The message store's file cannot be opened.", errno);
+    }
+    struct stat now {};
+    const bool isOpenToOthers = ::fstat(file.number(), &now) == 0 && (now.st_mode & 0777) != kOursAlone;
+    // SQLite gives the files beside it the same mode.
+    if (isOpenToOthers && ::fchmod(file.number(), kOursAlone) != 0) {
+        failWithSystem(VXIMStoreErrorCannotOpen, "The message store's file belongs to another user of this system.", errno);
+    }
+}
+
+void finishRescue(const Location& location) {
+    if (location.isInMemory() || !isThere(location.rescue())) return;
+    if (isThere(location.path)) return removeFile(location.rescue());
+    if (::rename(location.rescue().c_str(), location.path.c_str()) != 0) {
+        failWithSystem(VXIMStoreErrorFailed, "The rescued messages could not be put in place.", errno);
+    }
+}
+
+void removeFile(const std::string& path) noexcept { ::unlink(path.c_str()); }
+
+FileLock::FileLock(const std::string& path) : descriptor_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOursAlone)) {
+    if (descriptor_ < 0) {
+        const bool cannotWrite = errno == EROFS || errno == EACCES;
+        failWithSystem(cannotWrite ? VXIMStoreErrorReadOnly : VXIMStoreErrorCannotOpen,
+                       "The message store's folder cannot be written, or is not there.", errno);
+    }
+    if (::flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return;
+    const int number = errno;
+    ::close(descriptor_);
+    if (number == EWOULDBLOCK) fail(VXIMStoreErrorLocked, "Another program has the message store open.");
+    failWithSystem(VXIMStoreErrorFailed, "The message store could not be locked.", number);
+}
+
+FileLock::~FileLock() { ::close(descriptor_); }
+
+std::string keepCopy(const std::string& folder, const std::string& file, const std::string& name) {
+    if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+        failWithSystem(VXIMStoreErrorFailed, "There is no folder for the attachments.", errno);
+    }
+    const std::string copyName = name + std::filesystem::path(file).extension().string();
+    const std::string copy = folder + "/" + copyName;
+    try {
+        std::filesystem::copy_file(file, copy, std::filesystem::copy_options::overwrite_existing);
+        ::chmod(copy.c_str(), kOursAlone);
+        sync(copy);
+        sync(folder);
+    } catch (const std::filesystem::filesystem_error& failure) {
+        removeFile(copy);
+        failWithSystem(VXIMStoreErrorFailed, "The attachment could not be copied.", failure.code().value());
+    } catch (const Failure&) {
+        removeFile(copy);
+        throw;
+    }
+    return copyName;
+}
+
+void removeOthers(const std::string& folder, const std::vector<std::string>& names) noexcept {
+    try {
+        std::error_code ignored;
+        std::vector<std::filesystem::path> others;
+        for (const auto& each : std::filesystem::directory_iterator(folder, ignored)) {
+            if (std::ranges::find(names, each.path().filename().string()) == names.end()) others.push_back(each.path());
+        }
+        for (const auto& each : others) std::filesystem::remove(each, ignored);
+        ::rmdir(folder.c_str());
+    } catch (...) {  // another time
+    }
+}
+
+}  // namespace vexim::store

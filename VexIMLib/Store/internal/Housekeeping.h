@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "VexIMLib/Store/internal/Messages.h"
+#include "VexIMLib/Store/internal/Operations.h"
+
+namespace vexim::store {
+
+// The operations on whole conversations, on the store's thread; see VXIMMessageStore.h and Operations.h.
+void markRead(Tables& tables, const VXIMConversationId& id, const std::optional<VXIMStorePosition>& upTo);
+void setDraft(Tables& tables, const VXIMConversationId& id, const std::string& draft);
+void removeConversation(Tables& tables, const VXIMConversationId& id);
+Ground ground(Tables& tables, const Tables::Conversation& conversation);
+void setGround(Tables& tables, const VXIMConversationId& id, const Ground& ground);
+/// Nothing is known any more: what was read of the histories may have gone with a damaged file.
+void forgetGrounds(Tables& tables);
+
+void setRetention(Tables& tables, const VXIMRetention& retention);
+/// Removes what is beyond the limits, `most` messages at most; how many these were.
+std::int64_t enforceRetention(Tables& tables, std::int64_t most);
+
+/// Removes attachment files that belong to no message.
+void removeOrphans(Tables& tables);
+
+}  // namespace vexim::store

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "VexIMLib/Store/VXIMStoreTypes.h"
+#include "VexIMLib/Store/internal/Messages.h"
+
+namespace vexim::store {
+
+/// Positions of what is in one list and not, or elsewhere, in the other; `changed` names what is to be read anew. As few are moved
+/// as possible.
+struct Difference {
+    std::vector<std::size_t> removed, inserted, changed;
+    bool isEmpty() const { return removed.empty() && inserted.empty() && changed.empty(); }
+};
+Difference differenceOf(const std::vector<std::int64_t>& before, const std::vector<std::int64_t>& now,
+                        const std::set<std::int64_t>& touched);
+
+/// An observer, owned by its `VXIMStoreObservation`: so it is released there, on the application's thread.
+struct Listener {
+    std::variant<VXIMConversationsObserver, VXIMMessagesObserver, VXIMStoreDamageObserver> observer;
+    std::atomic<std::int32_t> limit{0};
+};
+
+/// The lists that are observed, as they were last told. For the store's thread.
+class Observers {
+public:
+    void add(std::weak_ptr<Listener> listener, VXIMConversationId conversation);
+    /// Tells those whose list differs from what they have heard. `all`: whatever was touched.
+    void refresh(Tables& tables, const Touched& touched, bool all);
+    void tell(const VXIMStoreDamage& damage);
+
+private:
+    struct List {
+        std::weak_ptr<Listener> listener;
+        VXIMConversationId conversation;  // of a list of messages
+        bool isNew = true;
+        std::int32_t limit = 0;
+        std::vector<std::int64_t> shown;  // rows of conversations or ids of messages
+    };
+    static void refresh(Tables& tables, const Touched& touched, bool all, List& list, Listener& listener);
+
+    std::vector<List> lists_ = {};
+};
+
+}  // namespace vexim::store

@@ -1,0 +1,154 @@
+#include "VexIMLib/Store/internal/Rescue.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <functional>
+#include <optional>
+#include <utility>
+
+#include "VexIMLib/Foundation/Clock.h"
+#include "VexIMLib/Store/VXIMStoreErrors.h"
+#include "VexIMLib/Store/internal/Housekeeping.h"
+#include "VexIMLib/Store/internal/Messages.h"
+#include "VexIMLib/Store/internal/Schema.h"
+
+namespace vexim::store {
+namespace {
+
+/// Each row that can be read: from the first on, and when damage stops that, from the last back.
+void eachRow(Database& from, const std::string& sql, const std::string& order, const std::function<void(const Statement&)>& take) {
+    for (const char* const direction : {"", " DESC"}) {
+        std::optional<Statement> rows;
+        const auto next = [&]() -> std::optional<bool> {
+            try {
+                if (!rows) rows.emplace(from.prepare(sql + " ORDER BY " + order + direction));
+                return rows->step();
+            } catch (const Failure&) {
+                return std::nullopt;  // a missing table or column is damage, too
+            }
+        };
+        std::optional<bool> hasRow;
+        while ((hasRow = next()).value_or(false)) take(*rows);
+        if (hasRow) return;
+    }
+}
+
+class Copier {
+public:
+    Copier(Database& from, Tables& to) : from_(from), to_(to) {}
+
+    std::int64_t copyAll() {
+        eachRow(from_, "SELECT name, value FROM meta", "name",
+                [this](const Statement& row) { setMeta(to_.database, row.text(0), row.text(1)); });
+        eachRow(from_, "SELECT id, kind, name, unread, draft FROM conversation", "id", [this](const Statement& row) {
+            to_.database.prepare("INSERT OR IGNORE INTO conversation(id, kind, name, unread, draft) VALUES(?1, ?2, ?3, ?4, ?5)")
+                .bind(1, row.integer(0))
+                .bind(2, row.integer(1))
+                .bind(3, row.text(2))
+                .bind(4, row.integer(3))
+                .bind(5, row.text(4))
+                .run();
+        });
+        eachRow(from_, "SELECT kind, name, until FROM cleared", "kind, name", [this](const Statement& row) {
+            to_.database.prepare("INSERT OR IGNORE INTO cleared(kind, name, until) VALUES(?1, ?2, ?3)")
+                .bind(1, row.integer(0))
+                .bind(2, row.text(1))
+                .bind(3, row.integer(2))
+                .run();
+        });
+        // A file of the first version has no attempts.
+        eachRow(from_, "SELECT id, conversation, sent_at, direction, state, payload, error, 0 FROM message", "id",
+                [this](const Statement& row) { copyMessage(row); });
+        eachRow(from_, "SELECT message, number, name FROM attachment", "message, number", [this](const Statement& row) {
+            to_.database.prepare("INSERT OR IGNORE INTO attachment(message, number, name) VALUES(?1, ?2, ?3)")
+                .bind(1, row.integer(0))
+                .bind(2, row.integer(1))
+                .bind(3, row.text(2))
+                .run();
+        });
+        to_.forget();
+        for (Tables::Conversation* const each : to_.all()) to_.repair(*each);
+        return copied_;
+    }
+
+private:
+    void copyMessage(const Statement& statement) {
+        Tables::Row row = readRow(statement);
+        std::optional<Dictionary> payload;
+        try {
+            payload = fromJSON(row.payload);
+            if (to_.row(row.id)) return;  // read from the other side already
+            adopt(row, *payload);
+        } catch (const Failure& failure) {
+            if (!isDamage(failure.error)) throw;
+            return;
+        }
+        to_.restore(row, *payload);
+        ++copied_;
+    }
+
+    /// Sees to it that its conversation is there; when that was lost, the message tells which it is.
+    void adopt(Tables::Row& row, const Dictionary& payload) {
+        Statement known = to_.database.prepare("SELECT 1 FROM conversation WHERE id = ?1");
+        if (known.bind(1, row.conversation).step()) return;
+        if (const auto id = conversationOf(payload, to_.userId))
+            row.conversation = to_.findOrMake(*id).row;
+        else
+            fail(VXIMStoreErrorDamaged, "A message has no conversation.");
+    }
+
+    Database& from_;
+    Tables& to_;
+    std::int64_t copied_ = 0;
+};
+
+void move(const std::string& from, const std::string& to) {
+    if (::rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT) {
+        failWithSystem(VXIMStoreErrorFailed, "The damaged file could not be set aside.", errno);
+    }
+}
+
+std::string freeName(const std::string& path) {
+    const auto seconds = static_cast<std::int64_t>(Clock::shared()->wallTime());
+    for (int number = 0;; ++number) {
+        const std::string name = path + "-damaged-" + std::to_string(seconds) + (number ? "-" + std::to_string(number) : "");
+        if (!isThere(name)) return name;
+    }
+}
+
+}  // namespace
+
+VXIMStoreDamage rescue(const Location& location, const std::string& userId, const std::string& service) {
+    const Location fresh{location.rescue()};
+    for (const char* const suffix : {"", "-journal"}) removeFile(fresh.path + suffix);
+    prepareFile(fresh);
+    VXIMStoreDamage damage{.setAsideAs = freeName(location.path)};
+    {
+        // Not in WAL mode: it is to be one file, whole, before it takes its place.
+        Database to(fresh.path, Database::Access::ReadWrite);
+        migrate(to);
+        Tables tables(to, userId, location.attachments());
+        to.execute("BEGIN IMMEDIATE");
+        setMeta(to, "user", userId);
+        setMeta(to, "service", service);
+        try {
+            // Writable, as what was written last is in the "-wal" beside it.
+            Database from(location.path, Database::Access::ReadWrite);
+            damage.messagesSaved = Copier(from, tables).copyAll();
+        } catch (const Failure& failure) {
+            if (!isDamage(failure.error) && !failure.error->is(VXIMStoreErrorDomain, VXIMStoreErrorCannotOpen)) throw;
+        }
+        to.execute("COMMIT");
+    }
+    // The "-wal" first: it must never lie beside another file than its own.
+    move(location.path + "-wal", damage.setAsideAs + "-wal");
+    removeFile(location.path + "-shm");
+    move(location.path, damage.setAsideAs);
+    move(fresh.path, location.path);
+    return damage;
+}
+
+}  // namespace vexim::store

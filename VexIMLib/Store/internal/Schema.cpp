@@ -1,0 +1,111 @@
+#include "VexIMLib/Store/internal/Schema.h"
+
+#include <array>
+
+#include "VexIMLib/Store/VXIMStoreErrors.h"
+
+// The file, an SQLite database:
+//   meta          what the whole file says: "user", "service", the retention limits, "drift"
+//   conversation  "kind" as in VXIMConversationKind, "name" its id; the newest message, by time; how far its history is known
+//   message       "id" begins with the hour of the message's time (see Messages.cpp); "state" and "direction" as their
+//                 enumerations; "key" and "service_id" are numbers made from these texts, which stand in the payload
+//   gap           stretches that the service does not have any more
+//   attachment    names of files in the folder beside the database
+//   cleared       conversations that were removed, and the time of the last message then
+//   words         the full-text index over the texts; "place" has one word for the conversation. It holds no text of its own.
+namespace vexim::store {
+namespace {
+
+constexpr std::int64_t kApplicationId = 0x7665786d;  // "vexm"
+
+// Each brings a file of the version that is its place (0: an empty one) to the next. Files of every version are out there: what
+// stands here is never changed.
+constexpr std::array kSteps = {
+    R"(
+    CREATE TABLE meta(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
+    CREATE TABLE conversation(
+        id INTEGER PRIMARY KEY, kind INTEGER NOT NULL, name TEXT NOT NULL,
+        last_at INTEGER NOT NULL DEFAULT 0, last_id INTEGER NOT NULL DEFAULT 0,
+        unread INTEGER NOT NULL DEFAULT 0, draft TEXT NOT NULL DEFAULT '', known_until INTEGER NOT NULL DEFAULT 0,
+        UNIQUE(kind, name));
+    CREATE TABLE message(
+        id INTEGER PRIMARY KEY, conversation INTEGER NOT NULL, sent_at INTEGER NOT NULL, direction INTEGER NOT NULL,
+        state INTEGER NOT NULL, payload TEXT NOT NULL, key INTEGER, service_id INTEGER, error TEXT);
+    CREATE INDEX message_time ON message(conversation, sent_at);
+    CREATE INDEX message_key ON message(key) WHERE key IS NOT NULL;
+    CREATE INDEX message_service_id ON message(service_id) WHERE service_id IS NOT NULL;
+    CREATE INDEX message_waiting ON message(conversation, sent_at) WHERE direction = 1 AND state <> 3;
+    CREATE TABLE gap(
+        conversation INTEGER NOT NULL, after INTEGER NOT NULL, before INTEGER NOT NULL,
+        PRIMARY KEY(conversation, after)) WITHOUT ROWID;
+    CREATE TABLE attachment(
+        message INTEGER NOT NULL, number INTEGER NOT NULL, name TEXT NOT NULL, PRIMARY KEY(message, number)) WITHOUT ROWID;
+    CREATE VIRTUAL TABLE words USING fts5(
+        body, place, content='', columnsize=0, tokenize='unicode61 remove_diacritics 2');
+    )",
+    R"(
+    ALTER TABLE message ADD COLUMN attempts INTEGER NOT NULL DEFAULT 0;
+    CREATE TABLE cleared(
+        kind INTEGER NOT NULL, name TEXT NOT NULL, until INTEGER NOT NULL, PRIMARY KEY(kind, name)) WITHOUT ROWID;
+    )",
+};
+static_assert(kSteps.size() == kSchemaVersion);
+
+std::int64_t presentVersion(Database& database) {
+    const std::int64_t version = database.integer("PRAGMA user_version");
+    const std::int64_t application = database.integer("PRAGMA application_id");
+    if (application != kApplicationId && database.integer("SELECT count(*) FROM sqlite_schema") > 0) {
+        fail(VXIMStoreErrorCannotOpen, "The file is the database of another program.");
+    }
+    if (version > kSchemaVersion) fail(VXIMStoreErrorNewer, "A newer version of this library wrote the message store.");
+    return version;
+}
+
+/// Touches every table, so that a file that lacks one is found out now.
+void requireTables(Database& database) {
+    try {
+        for (const char* const sql :
+             {"SELECT name, value FROM meta LIMIT 1", "SELECT id, known_until FROM conversation LIMIT 1",
+              "SELECT id, attempts FROM message ORDER BY id DESC LIMIT 1",
+              "SELECT sent_at FROM message ORDER BY conversation DESC, sent_at DESC LIMIT 1", "SELECT after FROM gap LIMIT 1",
+              "SELECT name FROM attachment LIMIT 1", "SELECT until FROM cleared LIMIT 1",
+              "SELECT rowid FROM words WHERE words MATCH 'place : c1' LIMIT 1"}) {
+            database.integer(sql);
+        }
+    } catch (const Failure& failure) {
+        if (!failure.error->is(VXIMStoreErrorDomain, VXIMStoreErrorFailed)) throw;
+        fail(VXIMStoreErrorDamaged, "The message store's file lacks a part.", failure.error);
+    }
+}
+
+}  // namespace
+
+void migrate(Database& database) {
+    std::int64_t version = presentVersion(database);
+    if (version < kSchemaVersion) {
+        database.execute("BEGIN IMMEDIATE");
+        for (; version < kSchemaVersion; ++version) database.execute(kSteps.at(static_cast<std::size_t>(version)));
+        database.execute(("PRAGMA application_id = " + std::to_string(kApplicationId)).c_str());
+        database.execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
+        database.execute("COMMIT");
+    }
+    requireTables(database);
+}
+
+void requireSchema(Database& database) {
+    if (presentVersion(database) < kSchemaVersion) {
+        fail(VXIMStoreErrorReadOnly, "An earlier version of this library wrote the message store: open it for writing once.");
+    }
+    requireTables(database);
+}
+
+std::string meta(Database& database, std::string_view name) {
+    Statement statement = database.prepare("SELECT value FROM meta WHERE name = ?1");
+    return statement.bind(1, name).step() ? std::string(statement.text(0)) : std::string();
+}
+
+void setMeta(Database& database, std::string_view name, std::string_view value) {
+    database.prepare("INSERT OR REPLACE INTO meta(name, value) VALUES(?1, ?2)").bind(1, name).bind(2, value).run();
+}
+
+}  // namespace vexim::store
