@@ -1,4 +1,4 @@
-// The library in a loop of the program's own: a descriptor, a time to wait at most, and drain().
+// The library in a loop of the program's own: a descriptor, a time to wait at most, and turn().
 #include <VexIMLib/VexIMLib.h>
 #include <poll.h>
 
@@ -17,7 +17,7 @@ int main(int, char** arguments) {
     while (!loggedIn) {
         pollfd descriptors[] = {{queue.fileDescriptor(), POLLIN, 0}};  // and the program's own
         poll(descriptors, 1, queue.pollTimeout());
-        queue.drain();
+        queue.turn();
     }
     // [/loop]
     std::cout << (*loggedIn ? "logged in" : "not logged in") << '\n';

@@ -26,10 +26,17 @@ namespace {
 
 using Function = MainQueue::Function;
 
-/// A function in line. The number orders it among all, so that a drain can tell what was there when it began.
+using SteadyClock = std::chrono::steady_clock;
+using Step = std::function<bool()>;
+
+/// A function in line, or a step, which stays there until it is through. The number orders it among all, so that a drain can
+/// tell what was there when it began.
 struct Queued {
-    std::uint64_t number;
+    std::uint64_t number = 0;
     Function function;
+    std::shared_ptr<Step> step;
+
+    explicit operator bool() const noexcept { return function || step; }
 };
 
 struct Delayed {
@@ -111,9 +118,13 @@ struct MainQueue::Impl {
 
     std::atomic<std::thread::id> mainThread{};  // none until a thread has run the queue
 
+    // Main thread only.
+    std::chrono::nanoseconds turnLimit = std::chrono::milliseconds(4);
+    SteadyClock::time_point turnEnd = SteadyClock::time_point::max();  // of the innermost turn
+
     void becomeMainThread() { mainThread.store(std::this_thread::get_id(), std::memory_order_relaxed); }
 
-    void push(Function function) VEXIM_REQUIRES(mutex) { queue.push_back({nextNumber++, std::move(function)}); }
+    void push(Function function) VEXIM_REQUIRES(mutex) { queue.push_back({nextNumber++, std::move(function), nullptr}); }
 
     /// Lines up the delayed functions whose time has come.
     void lineUpDue(Clock::TimePoint now) VEXIM_REQUIRES(mutex) {
@@ -143,13 +154,90 @@ struct MainQueue::Impl {
         if (wake) wake();
     }
 
-    /// The next function numbered below `end`, if any.
-    Function take(std::uint64_t end) {
-        MutexLock lock(mutex);
-        if (queue.empty() || queue.front().number >= end) return nullptr;
-        Function function = std::move(queue.front().function);
+    void append(Queued queued) {
+        bool someoneWaits = false;
+        bool tellHost = false;
+        {
+            MutexLock lock(mutex);
+            queued.number = nextNumber++;
+            queue.push_back(std::move(queued));
+            someoneWaits = waiting > 0;
+            tellHost = !std::exchange(wakePending, true);
+        }
+        tellWaiters(someoneWaits, tellHost);
+    }
+
+    /// The first in line.
+    Queued takeFront() VEXIM_REQUIRES(mutex) {
+        if (queue.front().step) return queue.front();
+        Queued next = std::move(queue.front());
         queue.pop_front();
-        return function;
+        return next;
+    }
+
+    /// The next one numbered below `end`, if any.
+    Queued take(std::uint64_t end) {
+        MutexLock lock(mutex);
+        if (queue.empty() || queue.front().number >= end) return {};
+        return takeFront();
+    }
+
+    void call(const Queued& next) {
+        if (next.function) return next.function();
+        if ((*next.step)()) return;
+        MutexLock lock(mutex);
+        // A loop that ran inside it may have found it through.
+        if (!queue.empty() && queue.front().number == next.number) queue.pop_front();
+    }
+
+    /// Runs what is queued or due now, and answers how many that were; none begins after `until`.
+    std::size_t runTurn(SteadyClock::time_point until, bool& isRestLeft) {
+        struct Turn {  // also when a function throws
+            Turn(Impl& owner, SteadyClock::time_point end) : impl(owner), outer(std::exchange(owner.turnEnd, end)) {}
+            ~Turn() { impl.turnEnd = outer; }
+            Impl& impl;
+            const SteadyClock::time_point outer;
+        } turn(*this, until);
+        std::uint64_t end = 0;
+        {
+            const auto now = Clock::shared()->now();
+            MutexLock lock(mutex);
+            wakePending = false;
+            pipe.clear();
+            lineUpDue(now);
+            end = nextNumber;
+        }
+        std::size_t count = 0;
+        try {
+            while (const auto next = take(end)) {
+                ++count;
+                call(next);
+                if (until != SteadyClock::time_point::max() && SteadyClock::now() >= until) break;
+            }
+        } catch (...) {
+            tellRest();
+            throw;
+        }
+        isRestLeft = tellRest();
+        return count;
+    }
+
+    /// Answers whether something is left.
+    bool tellRest() {
+        bool isLeft = false;
+        bool tellHost = false;
+        {
+            MutexLock lock(mutex);
+            isLeft = !queue.empty();
+            tellHost = isLeft && !std::exchange(wakePending, true);
+        }
+        tellWaiters(false, tellHost);
+        return isLeft;
+    }
+
+    SteadyClock::time_point endOfTurn() const {
+        const auto now = SteadyClock::now();
+        return turnLimit > SteadyClock::time_point::max() - now ? SteadyClock::time_point::max() : now + turnLimit;
     }
 };
 
@@ -162,16 +250,16 @@ MainQueue& MainQueue::shared() {
 }
 
 void MainQueue::async(Function function) {
-    if (!function) return;
-    bool someoneWaits = false;
-    bool tellHost = false;
-    {
-        MutexLock lock(impl_->mutex);
-        impl_->push(std::move(function));
-        someoneWaits = impl_->waiting > 0;
-        tellHost = !std::exchange(impl_->wakePending, true);
-    }
-    impl_->tellWaiters(someoneWaits, tellHost);
+    if (function) impl_->append({0, std::move(function), nullptr});
+}
+
+void detail::asyncSteps(std::function<bool()> step) {
+    MainQueue::shared().impl_->append({0, nullptr, std::make_shared<Step>(std::move(step))});
+}
+
+bool detail::isTurnOver() noexcept {
+    const auto end = MainQueue::shared().impl_->turnEnd;
+    return end != SteadyClock::time_point::max() && SteadyClock::now() >= end;
 }
 
 void MainQueue::after(std::chrono::nanoseconds delay, Function function) {
@@ -244,26 +332,27 @@ void MainQueue::quit() {
 }
 
 bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::nanoseconds timeout) {
-    using SteadyClock = std::chrono::steady_clock;
     impl_->becomeMainThread();
     const UntoldError none(nullptr);  // what a callback turns here is not its own completion
     const auto began = SteadyClock::now();
     const auto end = timeout > SteadyClock::time_point::max() - began ? SteadyClock::time_point::max() : began + timeout;
 
     struct Level {  // leaves the depth right when a function throws
-        explicit Level(Impl& owner) : impl(owner) {
+        explicit Level(Impl& owner) : impl(owner), outerEnd(owner.turnEnd) {
             MutexLock lock(impl.mutex);
             ++impl.depth;
         }
         ~Level() {
+            impl.turnEnd = outerEnd;
             MutexLock lock(impl.mutex);
             --impl.depth;
         }
         Impl& impl;
+        const SteadyClock::time_point outerEnd;
     } level(*impl_);
 
     while (!predicate()) {
-        Function function;
+        Queued next;
         {
             std::shared_ptr<Clock> clock;  // asked only when something waits for a time; let go without the lock
             MutexLock lock(impl_->mutex);
@@ -284,11 +373,11 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
                 impl_->wait(until);
                 continue;
             }
-            function = std::move(impl_->queue.front().function);
-            impl_->queue.pop_front();
+            next = impl_->takeFront();
         }
-        function();
-        function = nullptr;  // what it held goes before the predicate looks
+        if (next.step) impl_->turnEnd = impl_->endOfTurn();
+        impl_->call(next);
+        next = {};  // what it held goes before the predicate looks
         if (SteadyClock::now() >= end) return predicate();
     }
     return true;
@@ -297,32 +386,21 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
 std::size_t MainQueue::drain() {
     impl_->becomeMainThread();
     const UntoldError none(nullptr);
-    std::uint64_t end = 0;
-    {
-        const auto now = Clock::shared()->now();
-        MutexLock lock(impl_->mutex);
-        impl_->wakePending = false;
-        impl_->pipe.clear();
-        impl_->lineUpDue(now);
-        end = impl_->nextNumber;
-    }
-    std::size_t count = 0;
-    try {
-        while (auto function = impl_->take(end)) {
-            ++count;
-            function();
-        }
-    } catch (...) {
-        bool rest = false;
-        {
-            MutexLock lock(impl_->mutex);
-            rest = !impl_->queue.empty() && !std::exchange(impl_->wakePending, true);
-        }
-        impl_->tellWaiters(false, rest);  // a host that waits for the wake function comes back for what is left
-        throw;
-    }
-    return count;
+    bool isRestLeft = false;
+    return impl_->runTurn(SteadyClock::time_point::max(), isRestLeft);
 }
+
+bool MainQueue::turn() {
+    impl_->becomeMainThread();
+    const UntoldError none(nullptr);
+    bool isRestLeft = false;
+    impl_->runTurn(impl_->endOfTurn(), isRestLeft);
+    return isRestLeft;
+}
+
+std::chrono::nanoseconds MainQueue::turnLimit() const { return impl_->turnLimit; }
+
+void MainQueue::setTurnLimit(std::chrono::nanoseconds limit) { impl_->turnLimit = std::max(limit, std::chrono::nanoseconds(0)); }
 
 std::optional<Clock::TimePoint> MainQueue::nextDeadline() const {
     const auto now = Clock::shared()->now();

@@ -11,7 +11,7 @@
 
 namespace vexim {
 
-/// Drives the main queue from an asio loop while it lives.
+/// Drives the main queue from an asio loop while it lives, a turn at a time (`MainQueue::turnLimit()`).
 ///
 ///     boost::asio::io_context io;
 ///     vexim::AsioLoop loop(io.get_executor());
@@ -28,7 +28,7 @@ public:
     }
     AsioLoop(const AsioLoop&) = delete;
     AsioLoop& operator=(const AsioLoop&) = delete;
-    /// What is queued stays so, for `drain()` or another loop.
+    /// What is queued stays so, for another loop.
     ~AsioLoop() { driver_->stop(); }
 
 private:
@@ -45,7 +45,7 @@ private:
                                        const auto self = weak.lock();
                                        if (!self || error) return;
                                        self->awaitWake();  // before callbacks: one may throw, or run the loop
-                                       self->drain();
+                                       self->turn();
                                    });
         }
         void stop() {
@@ -55,9 +55,10 @@ private:
         }
 
     private:
-        void drain() {
+        void turn() {
             awaitDeadline();  // likewise
-            MainQueue::shared().drain();
+            // The descriptor tells of what is left; with the timer, too, there would be two turns before the loop's other work.
+            if (MainQueue::shared().turn()) return static_cast<void>(timer_.cancel());
             awaitDeadline();
         }
         void awaitDeadline() {
@@ -67,7 +68,7 @@ private:
             timer_.expires_after(*deadline - Clock::shared()->now());
             timer_.async_wait([weak = weak_from_this()](const boost::system::error_code& error) {
                 const auto self = weak.lock();
-                if (self && !error) self->drain();
+                if (self && !error) self->turn();
             });
         }
 

@@ -10,7 +10,8 @@
 
 namespace vexim {
 
-/// Drives the main queue from a GLib main loop (GTK's, too) while it lives.
+/// Drives the main queue from a GLib main loop (GTK's, too) while it lives, a turn at a time (`MainQueue::turnLimit()`). What a
+/// turn leaves waits behind GTK's drawing.
 ///
 ///     vexim::GlibLoop loop;
 ///     g_main_loop_run(mainLoop);
@@ -34,7 +35,7 @@ public:
     }
     GlibLoop(const GlibLoop&) = delete;
     GlibLoop& operator=(const GlibLoop&) = delete;
-    /// What is queued stays so, for `drain()` or another loop.
+    /// What is queued stays so, for another loop.
     ~GlibLoop() {
         g_source_destroy(&source_->base);
         g_source_unref(&source_->base);
@@ -56,13 +57,19 @@ private:
     }
     static gboolean dispatch(GSource* base, GSourceFunc, gpointer) noexcept {
         try {
-            MainQueue::shared().drain();
+            const bool isRestLeft = MainQueue::shared().turn();
+            // GLib gives idle work no time while anything above it is ready, and GTK draws as idle work (G_PRIORITY_HIGH_IDLE +
+            // 20).
+            if (!g_source_is_destroyed(base)) setPriority(base, isRestLeft ? G_PRIORITY_HIGH_IDLE + 30 : G_PRIORITY_DEFAULT);
         } catch (...) {
             const ExceptionHandler handler = *reinterpret_cast<Source*>(base)->handler;
             if (!handler) std::terminate();  // which names the exception
             handler(std::current_exception());
         }
         return G_SOURCE_CONTINUE;
+    }
+    static void setPriority(GSource* base, gint priority) {
+        if (g_source_get_priority(base) != priority) g_source_set_priority(base, priority);
     }
     static void finalize(GSource* base) { delete reinterpret_cast<Source*>(base)->handler; }
 

@@ -12,7 +12,7 @@
 
 namespace vexim {
 
-/// Drives the main queue from a Qt event loop while it lives.
+/// Drives the main queue from a Qt event loop while it lives, a turn at a time (`MainQueue::turnLimit()`).
 ///
 ///     QCoreApplication application(argc, argv);
 ///     vexim::QtLoop loop;
@@ -28,27 +28,28 @@ public:
     /// Qt lets no exception through its loop: `handler` gets it; without one, the process is terminated.
     explicit QtLoop(ExceptionHandler handler = {}) : driver_(std::make_shared<Driver>(std::move(handler))) {
         // The driver outlives a callback that destroys the adapter.
-        const auto drain = [weak = std::weak_ptr(driver_)] {
-            if (const auto driver = weak.lock()) driver->drain();
+        const auto turn = [weak = std::weak_ptr(driver_)] {
+            if (const auto driver = weak.lock()) driver->turn();
         };
-        QObject::connect(&driver_->notifier, &QSocketNotifier::activated, drain);
-        QObject::connect(&driver_->timer, &QTimer::timeout, drain);
+        QObject::connect(&driver_->notifier, &QSocketNotifier::activated, turn);
+        QObject::connect(&driver_->timer, &QTimer::timeout, turn);
         driver_->timer.setSingleShot(true);
         driver_->timer.setTimerType(Qt::PreciseTimer);
     }
     QtLoop(const QtLoop&) = delete;
     QtLoop& operator=(const QtLoop&) = delete;
-    /// What is queued stays so, for `drain()` or another loop.
+    /// What is queued stays so, for another loop.
     ~QtLoop() { driver_->stop(); }
 
 private:
     struct Driver {
         explicit Driver(ExceptionHandler given) : handler(std::move(given)) {}
 
-        void drain() noexcept {
+        void turn() noexcept {
             awaitDeadline();  // before callbacks: one may run a loop
             try {
-                MainQueue::shared().drain();
+                // The notifier tells of what is left; with the timer, too, there would be two turns before the loop's other work.
+                if (MainQueue::shared().turn()) return timer.stop();
             } catch (...) {
                 if (!handler) std::terminate();  // which names the exception
                 handler(std::current_exception());

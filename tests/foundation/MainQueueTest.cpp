@@ -26,6 +26,7 @@ protected:
     void SetUp() override { queue().drain(); }
     void TearDown() override {
         queue().setWake(nullptr);
+        queue().setTurnLimit(4ms);
         EXPECT_EQ(clock.advanceAndDrain(24h), 0u);
     }
     void say(const char* word) {
@@ -79,6 +80,67 @@ TEST_F(MainQueueTest, AnExceptionLeavesTheRestAndTellsTheHost) {
     EXPECT_EQ(said, "b");
     queue().async([] { throw std::runtime_error("again"); });
     EXPECT_THROW((void)eventually([] { return false; }), std::runtime_error);
+}
+
+TEST_F(MainQueueTest, ATurnLeavesTheRestInLineAndTellsTheHost) {
+    int wakes = 0;
+    queue().setWake([&] { ++wakes; });
+    queue().setTurnLimit(0ns);
+    say("a");
+    int left = 3;
+    detail::asyncSteps([&] {
+        said += "s";
+        return --left > 0;
+    });
+    say("b");
+    std::string turns;
+    while (queue().turn()) turns += said + " ";
+    EXPECT_EQ(turns, "a as ass asss ") << "what is not through keeps its place";
+    EXPECT_EQ(said, "asssb");
+    EXPECT_EQ(wakes, 5) << "for each turn";
+    EXPECT_EQ(queue().pollTimeout(), -1);
+    queue().setTurnLimit(std::chrono::nanoseconds::max());
+    say("c");
+    queue().async([&] { say("d"); });
+    EXPECT_TRUE(queue().turn()) << "what was added waits for the next one";
+    EXPECT_FALSE(queue().turn());
+    EXPECT_EQ(said, "asssbcd");
+}
+
+TEST_F(MainQueueTest, AStepGoesOnWherePredicatesLoopsAndExceptionsComeBetween) {
+    int steps = 0;
+    bool throws = false;
+    bool nests = false;
+    const auto countTo = [&](int most) {
+        steps = 0;
+        detail::asyncSteps([&, most] {
+            if (steps == most) return false;  // a loop inside has done it all
+            ++steps;
+            if (std::exchange(throws, false)) throw std::runtime_error("the application's");
+            if (std::exchange(nests, false)) {
+                EXPECT_TRUE(eventually([&] { return steps == most; }));
+            }
+            return steps < most;
+        });
+        say("!");
+    };
+    countTo(3);
+    EXPECT_TRUE(eventually([&] { return steps == 2; })) << "asked after each";
+    EXPECT_EQ(said, "");
+    queue().drain();
+    EXPECT_EQ(steps, 3);
+    EXPECT_EQ(said, "!");
+    throws = true;
+    countTo(2);
+    EXPECT_THROW(queue().drain(), std::runtime_error);
+    EXPECT_EQ(said, "!");
+    queue().drain();
+    EXPECT_EQ(steps, 2);
+    EXPECT_EQ(said, "!!");
+    nests = true;
+    countTo(4);
+    EXPECT_EQ(queue().drain(), 2u) << "the other steps ran inside the first";
+    EXPECT_EQ(said, "!!!");
 }
 
 TEST_F(MainQueueTest, DelayedFunctionsRunByDeadlineAndThenInTheOrderGiven) {

@@ -1,7 +1,7 @@
 #pragma once
 
 // One host a loop, all alike: `run` turns the loop until the predicate holds, also inside a callback; `adapter` can be destroyed
-// and made anew; what leaves a callback is kept in `caught`.
+// and made anew; what leaves a callback is kept in `caught`; `after` is a timer of the loop's own.
 
 #include "VexIMLib/Loops/Asio.h"
 #if defined(VEXIM_TEST_GLIB_AND_QT)
@@ -14,9 +14,12 @@
 #include <poll.h>
 
 #include <boost/asio/io_context.hpp>
+#include <chrono>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <utility>
 
 namespace vexim::testing {
 
@@ -37,7 +40,13 @@ struct AsioHost {
         }
     }
 
+    void after(std::chrono::milliseconds delay, std::function<void()> then) {
+        timer.expires_after(delay);
+        timer.async_wait([then = std::move(then)](const boost::system::error_code&) { then(); });
+    }
+
     boost::asio::io_context io;
+    boost::asio::steady_timer timer{io};
     std::optional<AsioLoop> adapter;
     std::exception_ptr caught;
 };
@@ -53,6 +62,17 @@ struct GlibHost {
         while (!done()) g_main_context_iteration(nullptr, TRUE);
     }
 
+    /// With the priority at which GTK draws.
+    void after(std::chrono::milliseconds delay, std::function<void()> then) {
+        const auto call = [](gpointer given) -> gboolean {
+            const std::unique_ptr<std::function<void()>> function(static_cast<std::function<void()>*>(given));
+            (*function)();
+            return G_SOURCE_REMOVE;
+        };
+        g_timeout_add_full(G_PRIORITY_HIGH_IDLE + 20, static_cast<guint>(delay.count()), call,
+                           new std::function<void()>(std::move(then)), nullptr);
+    }
+
     std::optional<GlibLoop> adapter;
     std::exception_ptr caught;
 };
@@ -65,6 +85,10 @@ struct QtHost {
     void detach() { adapter.reset(); }
     void run(const Predicate& done) {
         while (!done()) QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+    }
+
+    void after(std::chrono::milliseconds delay, std::function<void()> then) {
+        QTimer::singleShot(delay, Qt::PreciseTimer, std::move(then));
     }
 
     int count = 1;
@@ -85,19 +109,27 @@ struct PollHost {
     void run(const Predicate& done) {
         auto& queue = MainQueue::shared();
         while (!done()) {
+            if (timer && std::chrono::steady_clock::now() >= due) std::exchange(timer, nullptr)();
             pollfd waiting{attached ? queue.fileDescriptor() : -1, POLLIN, 0};
             ::poll(&waiting, 1, attached ? queue.pollTimeout() : 1);
             if (!attached) continue;
             try {
-                queue.drain();
+                queue.turn();
             } catch (...) {
                 caught = std::current_exception();
             }
         }
     }
 
+    void after(std::chrono::milliseconds delay, std::function<void()> then) {
+        due = std::chrono::steady_clock::now() + delay;
+        timer = std::move(then);
+    }
+
     bool attached = false;
     std::exception_ptr caught;
+    std::chrono::steady_clock::time_point due;
+    std::function<void()> timer;
 };
 
 }  // namespace vexim::testing

@@ -131,6 +131,26 @@ TYPED_TEST(LoopsTest, CanBeDestroyedWithWorkPendingAlsoInItsCallback) {
     this->runUntilSaid("acde");
 }
 
+TYPED_TEST(LoopsTest, AFloodLeavesTheLoopItsTimers) {
+    constexpr int kAll = 200;
+    constexpr int kTurn = 5;  // of 4 ms: the last function begins before it is over
+    int ran = 0;
+    int ranWhenDue = -1;
+    int ranAtTimer = -1;
+    const auto due = std::chrono::steady_clock::now() + 16ms;
+    this->host.after(16ms, [&] { ranAtTimer = ran; });
+    for (int i = 0; i < kAll; ++i) {
+        queue().async([&] {  // takes a millisecond at least, so that counting is measuring
+            const auto end = std::chrono::steady_clock::now() + 1ms;
+            while (std::chrono::steady_clock::now() < end) continue;
+            ++ran;
+            if (ranWhenDue < 0 && end >= due) ranWhenDue = ran;
+        });
+    }
+    this->host.run([&] { return ran == kAll && ranAtTimer >= 0; });
+    EXPECT_LE(ranAtTimer - ranWhenDue, 2 * kTurn) << "the turn that it came due in, and one more";
+}
+
 TYPED_TEST(LoopsTest, MessagesFlowAndABlockedLoopDropsNoConnection) {
     std::promise<void> release;
     std::atomic<int> beats{0};

@@ -7,7 +7,7 @@
 void HostLoop::run(const std::function<void()>& turned) {
     auto& queue = vexim::MainQueue::shared();
     while (!quit_) {
-        queue.drain();
+        queue.turn();
         if (turned) turned();
         if (quit_) return;
         std::vector<pollfd> descriptors{{queue.fileDescriptor(), POLLIN, 0}};
