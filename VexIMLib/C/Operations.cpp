@@ -23,7 +23,7 @@ const std::string_view kConnectionOptions =
     "reconnectAttempts: integer?, reconnectWait: number?, reconnectWaitMax: number?, secure: boolean?, selfSigned: boolean?, "
     "caFile: string?, caPEM: string?, pinnedKeys: strings?, connectParams: object?, joinPayload: object?, path: string?, "
     "extraHeaders: object?, protocolVersion: integer?, connectTimeout: number?, maxMessageSize: integer?, "
-    "maxQueuedBytes: integer?, compress: boolean?";
+    "maxQueuedBytes: integer?, maxReadAhead: integer?, compress: boolean?";
 
 // What a received message holds beside is let pass, so that one can be given as it came.
 const std::string_view kMessage =

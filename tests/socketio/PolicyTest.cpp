@@ -114,7 +114,8 @@ std::string describe(const SocketIOOptions& options) {
     if (options.reconnect.maxAttempts) line << " attempts=" << *options.reconnect.maxAttempts;
     line << " wait=" << options.reconnect.firstWait.count() << ".." << options.reconnect.longestWait.count()
          << " timeout=" << session.connectTimeout.count() << " message=" << session.maxMessageBytes << "/"
-         << options.transport.maxMessageBytes << " queue=" << options.maxQueuedBytes << " path=" << session.path;
+         << options.transport.maxMessageBytes << " queue=" << options.maxQueuedBytes << " ahead=" << options.maxReadAhead
+         << " path=" << session.path;
     if (session.revision) line << " revision=" << static_cast<int>(*session.revision);
     if (!session.query.empty()) line << " query=" << session.query;
     if (!session.joinPayload.isNil()) line << " join=" << session.joinPayload.description();
@@ -124,7 +125,8 @@ std::string describe(const SocketIOOptions& options) {
 
 TEST(Options, ReadEachKeyAndIgnoreWhatIsWrongInIt) {
     const std::string defaults =
-        "websocket,polling reconnects wait=1000..30000 timeout=20000 message=16777216/16777216 queue=67108864 path=/socket.io/";
+        "websocket,polling reconnects wait=1000..30000 timeout=20000 message=16777216/16777216 queue=67108864 ahead=1048576 "
+        "path=/socket.io/";
     EXPECT_EQ(describe(parseSocketIOOptions({}).options), defaults);
     struct Row {
         Dictionary options;
@@ -157,6 +159,8 @@ TEST(Options, ReadEachKeyAndIgnoreWhatIsWrongInIt) {
         {{{"connectTimeout", 1e300}}, "=20000", "=315360000000"},
         {{{"maxMessageSize", 1000}}, "16777216/16777216", "1000/1000", {0, -1, 1.5, "1"}},
         {{{"maxQueuedBytes", 1000}}, "67108864", "1000", {0, -1, true}},
+        {{{"maxReadAhead", 1000}}, "1048576", "1000", {0, -1, "1"}},
+        {{{"maxReadAhead", std::int64_t{1} << 40}}, "1048576", "33554432"},
         {{{"protocolVersion", 3}}, "io/", "io/ revision=3", {2, 5, "4", true}},
         {{{"path", "live"}}, "/socket.io/", "/live/", {"", 5, "a?b", "a#b"}},
         {{{"connectParams", Dictionary{{"n", 5}, {"t", true}, {"a b", "+&"}, {"l", Array{1}}}}},
@@ -189,7 +193,7 @@ TEST(Options, ReadEachKeyAndIgnoreWhatIsWrongInIt) {
                       std::vector<std::string>{"option \"" + key + "\" with a value of the wrong type or range"});
         }
     }
-    EXPECT_EQ(keys.size(), 22u);
+    EXPECT_EQ(keys.size(), 23u);
     EXPECT_EQ(parseSocketIOOptions({{"shouldLog", true}}).complaints, std::vector<std::string>{"unknown option \"shouldLog\""});
 }
 

@@ -42,6 +42,7 @@ struct Describe {
     std::string operator()(const action::SendText& a) const { return ">" + a.text; }
     std::string operator()(const action::SendBinary& a) const { return ">bytes:" + std::to_string(a.bytes.size()); }
     std::string operator()(const action::PingWebSocket&) const { return "ping-ws"; }
+    std::string operator()(const action::ReadOn&) const { return "read-on"; }
     std::string operator()(const action::CloseWebSocket&) const { return "close-ws"; }
     std::string operator()(const action::DropWebSocket&) const { return "drop-ws"; }
     std::string operator()(const action::Get& a) const { return "GET(" + request(a.target) + ")"; }

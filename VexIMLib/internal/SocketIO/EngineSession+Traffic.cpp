@@ -20,6 +20,14 @@ constexpr auto kNudgeTimeout = 10s;
 constexpr const char* kPong = "3";
 // A GET that was held for so long was no empty promise.
 constexpr auto kHeldGet = 1s;
+// Of an answer that is gone through in one go, for which each packet counts a quarter of a KiB more: it takes about that.
+constexpr std::size_t kPortionBytes = 256 * 1024;
+constexpr std::size_t kPacketBytes = 256;
+// An answer that is no longer than this is not worth parting.
+constexpr std::size_t kShortAnswer = 16 * 1024;
+// What lies before a ping that waits unread are the buffers of two systems, some MiB: 64 KiB each time, so often within the
+// server's patience, are enough.
+constexpr int kPortionsInPatience = 4096;
 
 /// How long the next GET waits after so many in a row that were answered at once with nothing: a server that holds none would
 /// have us ask without end. The first few cost nothing; servers end a GET so when they are asked to upgrade.
@@ -68,6 +76,12 @@ void EngineSession::handle(const event::WebSocketClosed& closed) {
 
 void EngineSession::handle(const event::WebSocketPong&) { nudgeDeadline_.reset(); }
 
+void EngineSession::handle(const event::WebSocketPing&) {
+    const auto since = webSocketPings_.last ? now_ - *webSocketPings_.last : std::chrono::nanoseconds(open_.pingInterval);
+    webSocketPings_.heard(now_, std::max<std::chrono::nanoseconds>(since, 1s));
+    if (isPaused_) expectPing();
+}
+
 void EngineSession::handle(const event::GetAnswered& answer) {
     getInFlight_ = false;
     if (carrier_ != Carrier::Polling) return;
@@ -84,17 +98,44 @@ void EngineSession::handle(const event::GetAnswered& answer) {
                    unknown ? "The server does not know the session." : "The server answered " + std::to_string(answer.status) + ".",
                    nullptr, unknown, VXIMConnectionErrorRefused);
     }
-    PayloadReader reader(*revision_, answer.body);
-    bool isIdle = true;
-    while (phase_ != Phase::Ended) {
-        const auto packet = reader.next();
-        if (!packet) break;
-        isIdle = isIdle && packet->type != EnginePacketType::Open && packet->type != EnginePacketType::Message;
+    isIdleAnswer_ = true;
+    if (isPaused_ || (isJoined() && answer.body.size() > kShortAnswer)) {
+        answer_ = answer.body;
+        reader_.emplace(*revision_, answer_);
+        if (!isPaused_) readPortion();
+        return;
+    }
+    reader_.emplace(*revision_, answer.body);
+    readToTheEnd();
+}
+
+/// Stops before a message's packets are too many to be delivered together; what is left of the answer waits.
+void EngineSession::readPortion() {
+    for (std::size_t cost = 0; cost < kPortionBytes && phase_ != Phase::Ended;) {
+        const auto packet = reader_->next();
+        if (!packet) return didEndAnswer(reader_->failed());
+        cost += packet->data.size() + kPacketBytes;
+        isIdleAnswer_ = isIdleAnswer_ && packet->type != EnginePacketType::Open && packet->type != EnginePacketType::Message;
         didReceiveEngine(*packet);
     }
-    hastyAnswers_ = isIdle && now_ - getSentAt_ < kHeldGet ? hastyAnswers_ + 1 : 0;
+    if (phase_ == Phase::Ended) didEndAnswer(false);
+}
+
+void EngineSession::didEndAnswer(bool isMalformed) {
+    reader_.reset();
+    std::string().swap(answer_);
+    hastyAnswers_ = isIdleAnswer_ && now_ - getSentAt_ < kHeldGet ? hastyAnswers_ + 1 : 0;
     if (const auto wait = brakeAfter(hastyAnswers_); wait > 0ms) getDue_ = now_ + wait;
-    if (phase_ != Phase::Ended && reader.failed()) end(EndCause::ProtocolFault, "A malformed payload.");
+    if (phase_ != Phase::Ended && isMalformed) end(EndCause::ProtocolFault, "A malformed payload.");
+}
+
+void EngineSession::handle(const event::ReadOn&) {
+    if (reader_) readPortion();
+}
+
+/// What had come before a fault is delivered before it is told.
+void EngineSession::readToTheEnd() {
+    while (reader_) readPortion();
 }
 
 void EngineSession::handle(const event::PostAnswered& answer) {
@@ -105,6 +146,8 @@ void EngineSession::handle(const event::PostAnswered& answer) {
                            VXIMConnectionErrorLimitPassed});
         return;
     }
+    readToTheEnd();
+    if (phase_ == Phase::Ended) return;
     const bool unknown = parseEngineError(answer.body) == EngineError::SessionUnknown;
     end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed, "The server answered " + std::to_string(answer.status) + ".",
         nullptr, unknown, VXIMConnectionErrorRefused);
@@ -112,6 +155,8 @@ void EngineSession::handle(const event::PostAnswered& answer) {
 
 void EngineSession::handle(const event::RequestFailed& failure) {
     if (carrier_ != Carrier::Polling) return;
+    readToTheEnd();
+    if (phase_ == Phase::Ended) return;
     if (failure.isTooLarge) return end(EndCause::LimitPassed, failure.reason);
     end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed, failure.reason, nullptr, false, failure.kind);
 }
@@ -137,6 +182,7 @@ void EngineSession::didReceiveEngine(const EnginePacketView& packet) {
         case EnginePacketType::Noop: return;
         case EnginePacketType::Message: break;
     }
+    receivedBytes_ += packet.data.size();
     switch (packet.content) {
         case EnginePacketView::Content::Text: return didDecode(decoder_.text(packet.data));
         case EnginePacketView::Content::Binary: return didDecode(decoder_.attachment(Data(packet.data)));
@@ -167,7 +213,7 @@ void EngineSession::didReceiveWhileJoined(Packet packet) {
     if (packet.nsp != config_.nsp) return;
     switch (packet.type) {
         case PacketType::Event:
-        case PacketType::Ack: return act(action::Deliver{std::move(packet)});
+        case PacketType::Ack: return act(action::Deliver{std::move(packet), std::exchange(receivedBytes_, 0)});
         case PacketType::Disconnect: return end(EndCause::ServerDisconnect, "io server disconnect");
         case PacketType::Error: {
             const std::string told = packet.payload.asString().value_or("");
@@ -184,6 +230,8 @@ void EngineSession::didReceivePing() {
     if (revision_ != EngineRevision::V4) return;
     heartbeatDeadline_ = now_ + open_.pingInterval + open_.pingTimeout;
     nudgeDeadline_.reset();
+    enginePings_.heard(now_, open_.pingInterval);
+    if (isPaused_) expectPing();
     // One pong answers every ping that has come. A peer that asks without end and takes no POST is not to fill the memory.
     if (carrier_ == Carrier::Polling && !outgoing_.empty() && outgoing_.back() == kPong) return;
     send(kPong);
@@ -216,9 +264,52 @@ void EngineSession::handle(const event::Tick&) {
         act(action::DropWebSocket{});
         return openPolling();
     }
-    if (isDue(heartbeatDeadline_) || isDue(nudgeDeadline_)) return end(EndCause::HeartbeatMissed, "ping timeout");
+    // What we do not read says nothing about the peer.
+    if (!isPaused_ && (isDue(heartbeatDeadline_) || isDue(nudgeDeadline_))) return end(EndCause::HeartbeatMissed, "ping timeout");
     if ((phase_ == Phase::Probing || phase_ == Phase::Draining) && isDue(upgradeDeadline_)) return abandonUpgrade();
     if (phase_ != Phase::Draining && isDue(pingDue_)) beat();
+    if (isPaused_ && isDue(readOnDue_)) readOnForPing();
+}
+
+// Back-pressure: while the application does not keep up, nothing is read but what lies before the peer's pings, so that it hears
+// our pongs. Our own deadlines stand still.
+
+/// Half of a delay is taken back: some servers ping at fixed times, others so long after our pong.
+void EngineSession::Rhythm::heard(TimePoint now, std::chrono::nanoseconds interval) {
+    const auto late = next && now > *next ? std::min<std::chrono::nanoseconds>(now - *next, interval) : 0ns;
+    last = now;
+    next = now + interval - late / 2;
+}
+
+void EngineSession::handle(const event::Pause&) {
+    if (!isJoined() || std::exchange(isPaused_, true)) return;
+    expectPing();
+}
+
+void EngineSession::handle(const event::Resume&) {
+    if (!std::exchange(isPaused_, false)) return;
+    readOnDue_.reset();
+    wantsGet_ = false;
+    if (heartbeatDeadline_) heartbeatDeadline_ = std::max(*heartbeatDeadline_, now_ + open_.pingTimeout);
+    if (nudgeDeadline_) nudgeDeadline_ = now_ + std::min<std::chrono::milliseconds>(open_.pingTimeout, kNudgeTimeout);
+}
+
+void EngineSession::expectPing() {
+    readOnDue_.reset();
+    for (auto* rhythm : {&enginePings_, &webSocketPings_}) {
+        // A ping that does not come is not looked for any longer than the server would wait for the answer.
+        if (rhythm->next && now_ > *rhythm->next + open_.pingTimeout) rhythm->next.reset();
+        if (rhythm->next && (!readOnDue_ || *rhythm->next < *readOnDue_)) readOnDue_ = rhythm->next;
+    }
+}
+
+void EngineSession::readOnForPing() {
+    expectPing();
+    if (!readOnDue_ || *readOnDue_ > now_) return;
+    readOnDue_ = now_ + std::max<std::chrono::nanoseconds>(open_.pingTimeout / kPortionsInPatience, 1ms);
+    if (carrier_ == Carrier::WebSocket) return act(action::ReadOn{});
+    if (reader_) return readPortion();
+    wantsGet_ = !getInFlight_;
 }
 
 // Upgrade: probe the WebSocket, let polling run dry, change over. Until then polling carries everything. The server decides when
@@ -237,7 +328,7 @@ void EngineSession::abandonUpgrade() {
 }
 
 void EngineSession::finishUpgradeWhenDrained() {
-    if (getInFlight_ || postInFlight_) return;
+    if (getInFlight_ || postInFlight_ || reader_) return;
     phase_ = Phase::Joined;
     carrier_ = Carrier::WebSocket;
     upgradeDeadline_.reset();
@@ -278,8 +369,10 @@ bool EngineSession::mayPost() const noexcept { return phase_ != Phase::Draining 
 void EngineSession::settle() {
     if (phase_ == Phase::Draining) finishUpgradeWhenDrained();
     if (phase_ == Phase::Ended || phase_ == Phase::Idle || carrier_ != Carrier::Polling) return;
-    if (phase_ != Phase::Draining && !getInFlight_ && (!getDue_ || *getDue_ <= now_)) {
+    const bool mayGet = isPaused_ ? wantsGet_ : !getDue_ || *getDue_ <= now_;
+    if (phase_ != Phase::Draining && !getInFlight_ && !reader_ && mayGet) {
         getInFlight_ = true;
+        wantsGet_ = false;
         getSentAt_ = now_;
         getDue_.reset();
         const auto patience = phase_ == Phase::OpeningPolling ? config_.connectTimeout : open_.pingInterval + open_.pingTimeout;

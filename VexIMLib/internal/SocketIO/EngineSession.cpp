@@ -72,9 +72,13 @@ std::optional<EngineSession::TimePoint> EngineSession::deadline() const {
     if (phase_ == Phase::OpeningWebSocket) consider(webSocketDeadline_);
     if (phase_ == Phase::Probing || phase_ == Phase::Draining) consider(upgradeDeadline_);
     if (phase_ != Phase::Draining) consider(pingDue_);
-    consider(heartbeatDeadline_);
-    consider(nudgeDeadline_);
-    consider(getDue_);
+    if (isPaused_) {
+        consider(readOnDue_);
+    } else {
+        consider(heartbeatDeadline_);
+        consider(nudgeDeadline_);
+        consider(getDue_);
+    }
     return first;
 }
 
@@ -208,6 +212,7 @@ void EngineSession::decide(EngineRevision revision) {
         pingDue_ = now_ + open_.pingInterval;
     } else {
         heartbeatDeadline_ = now_ + open_.pingInterval + open_.pingTimeout;
+        enginePings_.heard(now_, open_.pingInterval);
     }
     if (joinIsOut) return;
     if (revision == EngineRevision::V4) {

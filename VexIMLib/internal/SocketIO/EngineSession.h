@@ -17,6 +17,7 @@
 #include "VexIMLib/internal/SocketIO/EnginePacket.h"
 #include "VexIMLib/internal/SocketIO/OpenPacket.h"
 #include "VexIMLib/internal/SocketIO/Packet.h"
+#include "VexIMLib/internal/SocketIO/Payload.h"
 
 namespace vexim {
 
@@ -67,6 +68,8 @@ struct WebSocketClosed {
 };
 /// Answer to a ping of the WebSocket itself.
 struct WebSocketPong {};
+/// The peer's own; the transport has answered it.
+struct WebSocketPing {};
 struct GetAnswered {
     int status = 200;
     std::string_view body;
@@ -91,14 +94,20 @@ struct Flush {};
 struct Tick {};
 /// The network changed: ask the peer for a sign of life.
 struct Nudge {};
+/// The application does not keep up: nothing more is to be read but what the peer's heartbeat needs.
+struct Pause {};
+/// It has caught up.
+struct Resume {};
+/// To go on with an answer; see `hasMoreToRead`.
+struct ReadOn {};
 /// The application leaves.
 struct Close {};
 }  // namespace event
 
-using SessionEvent =
-    std::variant<event::Start, event::WebSocketOpened, event::WebSocketFailed, event::WebSocketText, event::WebSocketBinary,
-                 event::WebSocketClosed, event::WebSocketPong, event::GetAnswered, event::PostAnswered, event::RequestFailed,
-                 event::Emit, event::Flush, event::Tick, event::Nudge, event::Close>;
+using SessionEvent = std::variant<event::Start, event::WebSocketOpened, event::WebSocketFailed, event::WebSocketText,
+                                  event::WebSocketBinary, event::WebSocketClosed, event::WebSocketPong, event::WebSocketPing,
+                                  event::GetAnswered, event::PostAnswered, event::RequestFailed, event::Emit, event::Flush,
+                                  event::Tick, event::Nudge, event::Pause, event::Resume, event::ReadOn, event::Close>;
 
 enum class EndCause : std::uint8_t {
     Asked,             // event::Close
@@ -123,6 +132,8 @@ struct SendBinary {
     std::string bytes;
 };
 struct PingWebSocket {};
+/// A portion, although reading is paused.
+struct ReadOn {};
 /// Flush, say goodbye, and let go within a second.
 struct CloseWebSocket {};
 /// Let go at once.
@@ -147,6 +158,7 @@ struct Joined {
 };
 struct Deliver {
     Packet packet;
+    std::size_t bytes = 0;  // that it took on the wire
 };
 /// An error that ends nothing.
 struct Report {
@@ -165,8 +177,8 @@ struct Ended {
 }  // namespace action
 
 using SessionAction = std::variant<action::OpenWebSocket, action::SendText, action::SendBinary, action::PingWebSocket,
-                                   action::CloseWebSocket, action::DropWebSocket, action::Get, action::Post, action::ClosePolling,
-                                   action::Joined, action::Deliver, action::Report, action::Ended>;
+                                   action::ReadOn, action::CloseWebSocket, action::DropWebSocket, action::Get, action::Post,
+                                   action::ClosePolling, action::Joined, action::Deliver, action::Report, action::Ended>;
 using SessionActions = std::vector<SessionAction>;
 
 /// One connection to one namespace, from the first request to its end: detection of the revision, join, heartbeat, upgrade,
@@ -186,6 +198,10 @@ public:
     bool canEmit() const noexcept;
     /// Whether a message may go straight to the WebSocket, without an Emit: nothing of this session stands before it.
     bool emitsDirectly() const noexcept;
+    /// Whether the WebSocket is to read nothing but what ReadOn asks for.
+    bool pausesWebSocket() const noexcept { return isPaused_ && emitsDirectly(); }
+    /// Whether ReadOn is welcome: a long answer is gone through in portions, so that a pause can come between.
+    bool hasMoreToRead() const noexcept { return reader_ && !isPaused_ && !hasEnded(); }
     std::optional<EngineRevision> revision() const noexcept { return revision_; }
     bool hasEnded() const noexcept { return phase_ == Phase::Ended; }
 
@@ -210,6 +226,7 @@ private:
     void handle(const event::WebSocketBinary&);
     void handle(const event::WebSocketClosed&);
     void handle(const event::WebSocketPong&);
+    void handle(const event::WebSocketPing&);
     void handle(const event::GetAnswered&);
     void handle(const event::PostAnswered&);
     void handle(const event::RequestFailed&);
@@ -217,6 +234,9 @@ private:
     void handle(const event::Flush&) {}
     void handle(const event::Tick&);
     void handle(const event::Nudge&);
+    void handle(const event::Pause&);
+    void handle(const event::Resume&);
+    void handle(const event::ReadOn&);
     void handle(const event::Close&);
 
     void begin(bool& tried);
@@ -239,6 +259,11 @@ private:
     void didReceivePing();
 
     void beat();
+    void readPortion();
+    void readToTheEnd();
+    void didEndAnswer(bool isMalformed);
+    void expectPing();
+    void readOnForPing();
     void send(std::string text);
     void settle();
     void post();
@@ -280,11 +305,28 @@ private:
     std::optional<TimePoint> heartbeatDeadline_;  // a pong (3) or a ping (4) must have come
     std::optional<TimePoint> nudgeDeadline_;
 
+    // The application does not keep up.
+    /// When pings of one kind come, as far as that can be told.
+    struct Rhythm {
+        std::optional<TimePoint> last;
+        std::optional<TimePoint> next;
+        void heard(TimePoint now, std::chrono::nanoseconds interval);
+    };
+    bool isPaused_ = false;
+    Rhythm enginePings_;                  // revision 4: the server's
+    Rhythm webSocketPings_;               // of the WebSocket itself, should the peer send such
+    std::optional<TimePoint> readOnDue_;  // while paused: a ping is waiting to be read
+
     // Polling.
     bool getInFlight_ = false;
     TimePoint getSentAt_{};
     unsigned hastyAnswers_ = 0;        // in a row: answered at once, with nothing in them
     std::optional<TimePoint> getDue_;  // the next GET waits until then
+    bool wantsGet_ = false;            // although reading is paused
+    std::string answer_;               // the one that `reader_` walks
+    std::optional<PayloadReader> reader_;
+    bool isIdleAnswer_ = false;
+    std::size_t receivedBytes_ = 0;  // of the message that is coming in
     bool postInFlight_ = false;
     std::deque<std::string> outgoing_;  // packets as text, in order
     std::size_t outgoingBytes_ = 0;

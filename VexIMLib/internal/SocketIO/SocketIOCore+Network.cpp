@@ -10,7 +10,8 @@
 namespace vexim {
 namespace {
 
-// Events that the main queue has not taken yet. Reading goes on for the heartbeat's sake, so there must be an end to it.
+// Events that the main queue has not taken yet. Also while reading is paused some is read for the heartbeat's sake, so there must
+// be an end to it.
 constexpr std::size_t kMaxUndeliveredBytes = std::size_t{64} << 20;
 
 // Servers hand events over one loop turn after they were read, and forget those of a client that has said goodbye by then.
@@ -252,13 +253,30 @@ void SocketIOCore::linkDidReport(const action::Report& report) {
 void SocketIOCore::linkDidEndTurn() {
     flushTurn();
     bool overflows = false;
+    bool isFull = false;
+    bool hasToSend = false;
     {
         const MutexLock lock(mutex_);
-        overflows = linkEpoch_ == epoch_ && undeliveredBytes_ > kMaxUndeliveredBytes;
-        if (!overflows && outbox_.empty() && sending_.empty()) return;
+        const bool isCurrent = linkEpoch_ == epoch_;
+        overflows = isCurrent && undeliveredBytes_ > kMaxUndeliveredBytes;
+        // Only once joined: what opens a connection is short, and its deadline runs.
+        isFull = isCurrent && joined_ && undeliveredBytes_ >= options_.maxReadAhead;
+        if (isFull && !pausedSince_) pausedSince_ = Clock::shared()->now();
+        hasToSend = !outbox_.empty() || !sending_.empty();
     }
-    if (!overflows) return pump();
-    if (link_) link_->abort(EndCause::LimitPassed, "The application does not keep up: too many undelivered events.");
+    if (!link_) return;
+    if (overflows) return link_->abort(EndCause::LimitPassed, "The application does not keep up: too many undelivered events.");
+    if (isFull) link_->pauseReading();
+    if (hasToSend) pump();
+}
+
+void SocketIOCore::resumeReading() {
+    {
+        const MutexLock lock(mutex_);
+        if (pausedSince_) return;  // full again; the next one resumes
+    }
+    if (link_) link_->resumeReading();
+    armAckTimer();
 }
 
 void SocketIOCore::linkDidEnd(const action::Ended& ended) {
@@ -299,7 +317,7 @@ void SocketIOCore::armAckTimer() {
     std::optional<Clock::TimePoint> first;
     {
         const MutexLock lock(mutex_);
-        if (!ackDeadlines_.empty()) first = ackDeadlines_.begin()->first;
+        if (!ackDeadlines_.empty() && !pausedSince_) first = ackDeadlines_.begin()->first + pausedBefore_;
     }
     if (!first || (ackArmedFor_ && *ackArmedFor_ <= *first)) return;
     ackArmedFor_ = first;
@@ -316,7 +334,7 @@ void SocketIOCore::armAckTimer() {
 void SocketIOCore::expireAcks() {
     const auto now = Clock::shared()->now();
     const Section section(*this);
-    while (!ackDeadlines_.empty() && ackDeadlines_.begin()->first <= now) {
+    while (!pausedSince_ && !ackDeadlines_.empty() && ackDeadlines_.begin()->first + pausedBefore_ <= now) {
         const auto id = ackDeadlines_.begin()->second;
         ackDeadlines_.erase(ackDeadlines_.begin());
         const auto found = acks_.find(id);

@@ -53,6 +53,7 @@ Outbox SocketIOCore::beginEpoch(SocketIOStatus status) {
     status_ = status;
     queuedBytes_ = 0;
     queuedMessages_ = 0;
+    endPause();
     failAcks(SocketIOErrorDisconnected);
     return std::exchange(outbox_, {});
 }
@@ -153,7 +154,8 @@ void SocketIOCore::emitWithAck(std::string_view event, const Array& items, std::
     ++nextAckId_;
     PendingAck pending{std::move(callback), std::nullopt};
     if (timeout.count() > 0) {
-        pending.deadline = Clock::shared()->now() + std::min(timeout, kLongestPatience);
+        const auto now = Clock::shared()->now();
+        pending.deadline = now - pausedFor(now) + std::min(timeout, kLongestPatience);
         ackDeadlines_.emplace(*pending.deadline, id);
     }
     acks_.emplace(id, std::move(pending));
@@ -234,7 +236,8 @@ void SocketIOCore::push(Delivery delivery) {
 }
 
 void SocketIOCore::announce() {
-    MainQueue::shared().async([self = shared_from_this()] { self->deliverAll(); });
+    detail::asyncSteps(
+        [self = shared_from_this(), began = false]() mutable { return self->deliverSome(std::exchange(began, true)); });
 }
 
 SocketIOCore::Section::Section(SocketIOCore& core) : core_(core) { core_.mutex_.lock(); }
@@ -260,40 +263,57 @@ void SocketIOCore::failAcks(SocketIOErrorCode code) {
     ackDeadlines_.clear();
 }
 
-void SocketIOCore::deliverAll() {
+/// Delivers what was there when it began, for as long as the main queue's turn lasts; true when some of it is left. A handler
+/// may run the queue, and so call this from inside itself.
+bool SocketIOCore::deliverSome(bool isContinued) {
     {
         const MutexLock lock(mutex_);
-        if (ready_.empty()) {
-            ready_.swap(inbox_);
-        } else {
-            std::ranges::move(inbox_, std::back_inserter(ready_));
-            inbox_.clear();
+        countDelivered();  // the event whose handler calls this, too: nobody is to wait for its end
+        if (!isContinued) {
+            if (ready_.empty()) {
+                ready_.swap(inbox_);
+            } else {
+                std::ranges::move(inbox_, std::back_inserter(ready_));
+                inbox_.clear();
+            }
+            deliveryScheduled_ = false;
         }
-        deliveryScheduled_ = false;
     }
-    // Also when a handler throws: the rest stays in line.
-    struct Turn {
+    struct Turn {  // also when a handler throws: the rest stays in line
         SocketIOCore& core;
-        std::size_t bytes = 0;
         ~Turn() {
-            bool isUnfinished = core.nextReady_ < core.ready_.size();
-            if (!isUnfinished) {
+            if (core.nextReady_ == core.ready_.size()) {
                 std::vector<Delivery>().swap(core.ready_);
                 core.nextReady_ = 0;
             }
-            {
-                const MutexLock lock(core.mutex_);
-                core.undeliveredBytes_ -= bytes;
-                isUnfinished = isUnfinished && !std::exchange(core.deliveryScheduled_, true);
-            }
-            if (isUnfinished) core.announce();
+            const MutexLock lock(core.mutex_);
+            core.countDelivered();
         }
     } turn{*this};
     while (nextReady_ < ready_.size()) {
         const Delivery next = std::move(ready_[nextReady_++]);
-        turn.bytes += next.bytes;
+        deliveredBytes_ += next.bytes;
         deliver(next);
+        if (detail::isTurnOver()) break;
     }
+    return nextReady_ < ready_.size();
+}
+
+/// Half of the room must be free before reading goes on, or each event would stop and start it.
+void SocketIOCore::countDelivered() {
+    undeliveredBytes_ -= std::exchange(deliveredBytes_, 0);
+    if (!pausedSince_ || undeliveredBytes_ > options_.maxReadAhead / 2) return;
+    endPause();
+    NetworkThread::shared().post([self = shared_from_this()] { self->resumeReading(); });
+}
+
+Clock::TimePoint::duration SocketIOCore::pausedFor(Clock::TimePoint now) const {
+    return pausedBefore_ + (pausedSince_ ? now - *pausedSince_ : Clock::TimePoint::duration::zero());
+}
+
+void SocketIOCore::endPause() {
+    if (pausedSince_) pausedBefore_ = pausedFor(Clock::shared()->now());
+    pausedSince_.reset();
 }
 
 void SocketIOCore::deliver(const Delivery& delivery) {

@@ -98,16 +98,20 @@ private:
     void failAcks(SocketIOErrorCode code) VEXIM_REQUIRES(mutex_);
     static ErrorPtr refusal(EncodeFault encodeFault, EmitFault fault, std::string_view what);
     Outbox beginEpoch(SocketIOStatus status) VEXIM_REQUIRES(mutex_);
+    Clock::TimePoint::duration pausedFor(Clock::TimePoint now) const VEXIM_REQUIRES(mutex_);
+    void endPause() VEXIM_REQUIRES(mutex_);
 
     void announce();
 
     // Main queue.
-    void deliverAll();
+    bool deliverSome(bool isContinued);
+    void countDelivered() VEXIM_REQUIRES(mutex_);
     void deliver(const Delivery& delivery);
 
     // Network thread.
     void startLink(Epoch epoch);
     void stopLink(Outbox leftover);
+    void resumeReading();
     void attemptReconnect(Epoch epoch);
     void scheduleReconnect(Epoch epoch);
     void didGiveUp() VEXIM_REQUIRES(mutex_);
@@ -145,14 +149,18 @@ private:
     std::vector<Delivery> inbox_ VEXIM_GUARDED_BY(mutex_);
     std::size_t undeliveredBytes_ VEXIM_GUARDED_BY(mutex_) = 0;
     bool deliveryScheduled_ VEXIM_GUARDED_BY(mutex_) = false;
+    std::optional<Clock::TimePoint> pausedSince_ VEXIM_GUARDED_BY(mutex_);  // reading waits for the application
+    Clock::TimePoint::duration pausedBefore_ VEXIM_GUARDED_BY(mutex_){};
     std::uint64_t nextAckId_ VEXIM_GUARDED_BY(mutex_) = 0;
     std::unordered_map<std::uint64_t, PendingAck> acks_ VEXIM_GUARDED_BY(mutex_);
+    // By a clock that stands still while reading is paused: an answer that we do not read is not late.
     std::set<std::pair<Clock::TimePoint, std::uint64_t>> ackDeadlines_ VEXIM_GUARDED_BY(mutex_);
     bool closed_ VEXIM_GUARDED_BY(mutex_) = false;
 
     // Main queue only. A handler may run the queue itself, so that the rest of a batch is delivered from inside it.
     std::vector<Delivery> ready_;
     std::size_t nextReady_ = 0;
+    std::size_t deliveredBytes_ = 0;  // not counted off yet
 
     // Network thread only.
     std::shared_ptr<SocketIOLink> link_;

@@ -32,9 +32,17 @@ void SocketIOLink::dropTransports() {
 void SocketIOLink::apply(const SessionEvent& what) {
     session_.on(what, environment_.clock->now(), actions_);
     perform();
-    if (session_.hasEnded()) return;
-    if (webSocket_) webSocket_->flush();
+    if (isOver_) return;
+    if (webSocket_) {
+        webSocket_->setPaused(session_.pausesWebSocket());
+        webSocket_->flush();
+    }
     armTimer();
+}
+
+void SocketIOLink::resumeReading() {
+    apply(event::Resume{});
+    didEndTurn();
 }
 
 void SocketIOLink::perform() {
@@ -56,6 +64,7 @@ void SocketIOLink::armTimer() {
         if (!due) return;
         if (*due > environment_.clock->now()) return armTimer();
         apply(event::Tick{});
+        didEndTurn();
     });
 }
 
@@ -67,9 +76,6 @@ void SocketIOLink::abort(EndCause cause, std::string why) {
 // From the transports
 
 void SocketIOLink::didHappen(const SessionEvent& what) {
-    if (const auto* text = std::get_if<event::WebSocketText>(&what)) receivedBytes_ = text->text.size();
-    if (const auto* binary = std::get_if<event::WebSocketBinary>(&what)) receivedBytes_ += binary->bytes.size();
-    if (const auto* answer = std::get_if<event::GetAnswered>(&what)) receivedBytes_ = answer->body.size();
     if (std::holds_alternative<event::WebSocketFailed>(what) || std::holds_alternative<event::WebSocketClosed>(what) ||
         std::holds_alternative<event::RequestFailed>(what)) {
         owner_.linkDidTrip(what);
@@ -83,11 +89,17 @@ void SocketIOLink::didReceiveCookies(const std::vector<std::string>& cookies) {
 }
 
 void SocketIOLink::didEndTurn() {
-    if (session_.hasEnded()) return;
+    if (isOver_) return;
     if (webSocket_ && webSocket_->unsentBytes() > kTooMuchUnsent) return abort(EndCause::LimitPassed, "The server does not read.");
     armTimer();
     owner_.linkDidEndTurn();
-    if (webSocket_) webSocket_->flush();
+    while (!isOver_ && session_.hasMoreToRead()) {
+        apply(event::ReadOn{});
+        if (!isOver_) owner_.linkDidEndTurn();
+    }
+    if (!webSocket_ || isOver_) return;
+    webSocket_->setPaused(session_.pausesWebSocket());  // it may have taken over from polling
+    webSocket_->flush();
 }
 
 // Emitting
@@ -145,6 +157,10 @@ void SocketIOLink::carryOut(action::PingWebSocket&) {
     if (webSocket_) webSocket_->writePing();
 }
 
+void SocketIOLink::carryOut(action::ReadOn&) {
+    if (webSocket_) webSocket_->readOn();
+}
+
 void SocketIOLink::carryOut(action::CloseWebSocket&) {
     if (const auto webSocket = std::exchange(webSocket_, nullptr)) webSocket->close();
 }
@@ -163,14 +179,13 @@ void SocketIOLink::carryOut(action::ClosePolling& what) {
 
 void SocketIOLink::carryOut(action::Joined& what) { owner_.linkDidJoin(what); }
 
-void SocketIOLink::carryOut(action::Deliver& what) {
-    owner_.linkDidReceive(std::move(what.packet), std::exchange(receivedBytes_, 0));
-}
+void SocketIOLink::carryOut(action::Deliver& what) { owner_.linkDidReceive(std::move(what.packet), what.bytes); }
 
 void SocketIOLink::carryOut(action::Report& what) { owner_.linkDidReport(what); }
 
 void SocketIOLink::carryOut(action::Ended& what) {
     const action::Ended ended = std::move(what);
+    isOver_ = true;
     actions_.clear();
     dropTransports();
     owner_.linkDidEnd(ended);

@@ -56,6 +56,9 @@ public:
     std::size_t emitFrom(Outbox& outbox);
     void flush();
     void nudge() { apply(event::Nudge{}); }
+    /// No more is read but what the peer's heartbeat needs. To be called from `linkDidEndTurn` only.
+    void pauseReading() { apply(event::Pause{}); }
+    void resumeReading();
     /// Says goodbye in the background. `linkDidEnd` comes at once.
     void close() { apply(event::Close{}); }
     /// Breaks the link off for a reason of the owner's.
@@ -76,6 +79,7 @@ private:
     void carryOut(action::SendText& what);
     void carryOut(action::SendBinary& what);
     void carryOut(action::PingWebSocket& what);
+    void carryOut(action::ReadOn& what);
     void carryOut(action::CloseWebSocket& what);
     void carryOut(action::DropWebSocket& what);
     void carryOut(action::Get& what);
@@ -90,8 +94,8 @@ private:
     Owner& owner_;
     const Environment environment_;
     EngineSession session_;
+    bool isOver_ = false;     // as the owner has been told
     SessionActions actions_;  // empty between events; keeps its capacity
-    std::size_t receivedBytes_ = 0;
     CookieJar cookies_;
     std::shared_ptr<WebSocketTransport> webSocket_;
     std::unique_ptr<PollingTransport> polling_;

@@ -128,6 +128,12 @@ const std::unordered_map<std::string_view, Reader>& readers() {
              r.options.maxQueuedBytes = static_cast<std::size_t>(bytes);
              return true;
          })},
+        {"maxReadAhead", integer([](Reading& r, std::int64_t bytes) {
+             constexpr std::int64_t kMost = 32 << 20;  // leaves as much again for what is read while the application stands still
+             if (bytes <= 0) return false;
+             r.options.maxReadAhead = static_cast<std::size_t>(std::min(bytes, kMost));
+             return true;
+         })},
         {"protocolVersion", integer([](Reading& r, std::int64_t revision) {
              if (revision != 3 && revision != 4) return false;
              r.options.session.revision = static_cast<EngineRevision>(revision);

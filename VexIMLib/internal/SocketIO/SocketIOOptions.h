@@ -22,6 +22,7 @@ struct SocketIOOptions {
     bool log = false;
     std::size_t maxQueuedBytes = std::size_t{64} << 20;
     std::size_t maxQueuedMessages = 1'000'000;
+    std::size_t maxReadAhead = std::size_t{1} << 20;  // of undelivered events; then reading pauses
 };
 
 struct ParsedOptions {

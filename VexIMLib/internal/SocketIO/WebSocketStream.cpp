@@ -99,6 +99,7 @@ struct WebSocketStream::Impl {
     // The message that has begun: the fragments' payloads, or the fragments as they came when they are compressed.
     bool isTextMessage = false;
     bool isCompressedMessage = false;
+    bool isPaused = false;
     std::string fragments;
     std::string fault;
 
@@ -239,6 +240,7 @@ WebSocketStream::Status WebSocketStream::receive(std::string_view bytes, Listene
     }
     // The common case: whole frames and nothing left over. They are read where they lie.
     const auto kept = impl_;
+    impl.isPaused = false;
     if (impl.pending.empty()) {
         const Status status = impl.consume(bytes, listener);
         if (status == Status::Open) impl.pending = bytes;
@@ -256,7 +258,7 @@ WebSocketStream::Status WebSocketStream::receive(std::string_view bytes, Listene
 
 WebSocketStream::Status WebSocketStream::Impl::consume(std::string_view& bytes, Listener& listener) {
     using Verdict = FrameScanner::Verdict;
-    while (!bytes.empty() && state == State::Open) {
+    while (!bytes.empty() && state == State::Open && !isPaused) {
         const auto frame = scanner.scan(bytes);
         switch (frame.verdict) {
             case Verdict::Incomplete: awaited = frame.bytes; return Status::Open;
@@ -297,6 +299,7 @@ WebSocketStream::Status WebSocketStream::Impl::didReceiveControl(FrameScanner::O
     } else {
         error_code ignored;
         stream.pong(websocket::ping_data(payload.data(), payload.size()), ignored);
+        listener.didReceivePing();
     }
     return Status::Open;
 }
@@ -317,7 +320,9 @@ WebSocketStream::Status WebSocketStream::Impl::deliver(std::string_view message,
     if (isTextMessage && !detail::isValidUTF8(message)) {
         return fail(Status::Malformed, websocket::close_code::bad_payload, "a text that is not UTF-8");
     }
-    if (!listener.didReceiveMessage(isTextMessage, message)) state = State::Done;
+    const auto next = listener.didReceiveMessage(isTextMessage, message);
+    if (next == Listener::Next::Stop) state = State::Done;
+    isPaused = next == Listener::Next::Pause;
     return Status::Open;
 }
 

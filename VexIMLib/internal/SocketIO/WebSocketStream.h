@@ -36,8 +36,15 @@ public:
     class Listener {
     public:
         virtual ~Listener() = default;
-        /// `bytes` live during the call. Answer false to be given no more.
-        virtual bool didReceiveMessage(bool isText, std::string_view bytes) = 0;
+        enum class Next : std::uint8_t {
+            GoOn,
+            Pause,  // the rest is kept, for `receive` to go on with
+            Stop,   // nothing is given any more
+        };
+        /// `bytes` live during the call.
+        virtual Next didReceiveMessage(bool isText, std::string_view bytes) = 0;
+        /// It has been answered.
+        virtual void didReceivePing() = 0;
         virtual void didReceivePong() = 0;
     };
 
@@ -52,7 +59,7 @@ public:
     /// The peer's end of the connection is closed: a handshake under way ends.
     void endOfInput();
 
-    /// Takes bytes from the peer. Before the handshake has ended they are kept; call it with none when it has.
+    /// Takes bytes from the peer. Before the handshake has ended they are kept; call it with none when it has, and after a pause.
     Status receive(std::string_view bytes, Listener& listener);
     /// What was wrong when `receive` did not answer Open; for a peer's close its code and reason.
     const std::string& fault() const noexcept;

@@ -31,6 +31,10 @@ constexpr auto kGoodbye = 1s;
 constexpr std::size_t kMaxProxyHead = 16 * 1024;
 // Reads in one go, so that a busy connection leaves room for the others.
 constexpr int kReadsPerTurn = 4;
+// Of messages delivered together, for which each counts a quarter of a KiB more: it takes about that. A read of compressed ones
+// can be a thousand times as long as it looks.
+constexpr std::size_t kPortionBytes = 256 * 1024;
+constexpr std::size_t kMessageBytes = 256;
 
 /// Where sockets are read into: one for all, since nothing of it is kept between two turns.
 std::vector<char>& readBuffer() {
@@ -54,6 +58,8 @@ public:
     void writePing() override { stream_.writePing(); }
     void flush() override;
     std::size_t unsentBytes() const override { return raw_.size() - sent_ + stream_.outputBytes(); }
+    void setPaused(bool paused) override;
+    void readOn() override;
     void close() override;
     void drop() override;
 
@@ -70,15 +76,18 @@ private:
     void didHandshake(WebSocketStream::HandshakeResult result);
 
     void awaitInput();
-    void readInput();
+    void readInput(int times);
+    void goOnReading();
+    bool deliverKept();
     void didReceive(std::string_view bytes);
     void didReceiveFromProxy(std::string_view bytes);
     void didReceivePlain(std::string_view bytes);
     void inputEnded(std::string reason);
     void sendRaw();
 
-    bool didReceiveMessage(bool isText, std::string_view bytes) override;
-    void didReceivePong() override;
+    Next didReceiveMessage(bool isText, std::string_view bytes) override;
+    void didReceivePing() override { report(event::WebSocketPing{}); }
+    void didReceivePong() override { report(event::WebSocketPong{}); }
 
     void fail(event::WebSocketFailed::Stage stage, std::string reason, int httpStatus = 0, std::string body = {});
     void lose(event::WebSocketClosed::Cause cause, std::string reason);
@@ -104,6 +113,12 @@ private:
     std::string raw_;  // on its way to the system
     std::size_t sent_ = 0;
     bool awaitsRoom_ = false;
+
+    bool isPaused_ = false;
+    bool awaitsInput_ = false;
+    std::size_t portion_ = 0;         // what the messages of this one cost
+    bool keepsRest_ = false;          // of a portion, in the stream
+    std::optional<std::string> end_;  // of the input, behind that rest: the reason
 };
 
 void LiveWebSocket::open(std::string target, const std::string& cookies) {
@@ -200,22 +215,49 @@ void LiveWebSocket::didHandshake(WebSocketStream::HandshakeResult result) {
 // Input
 
 void LiveWebSocket::awaitInput() {
+    if (isPaused_ || end_ || std::exchange(awaitsInput_, true)) return;
     socket_.async_wait(tcp::socket::wait_read, [self = self()](error_code error) {
-        if (error || self->stage_ == Stage::Closed) return;
-        self->readInput();
+        self->awaitsInput_ = false;
+        if (error || self->isPaused_ || self->stage_ == Stage::Closed) return;
+        self->readInput(kReadsPerTurn);
     });
 }
 
-void LiveWebSocket::readInput() {
+void LiveWebSocket::setPaused(bool paused) {
+    if (std::exchange(isPaused_, paused) == paused || paused) return;
+    asio::post(socket_.get_executor(), [self = self()] { self->goOnReading(); });
+}
+
+void LiveWebSocket::readOn() {
+    asio::post(socket_.get_executor(), [self = self()] {
+        if (self->stage_ == Stage::Open && self->isPaused_ && self->deliverKept()) self->readInput(1);
+    });
+}
+
+void LiveWebSocket::goOnReading() {
+    if (stage_ != Stage::Closed && !isPaused_ && deliverKept()) awaitInput();
+}
+
+/// True when nothing is left to deliver, so that the socket may be read.
+bool LiveWebSocket::deliverKept() {
+    if (!keepsRest_) return true;
+    didReceivePlain({});
+    if (keepsRest_ || stage_ == Stage::Closed) return false;
+    if (!end_) return !isPaused_;
+    inputEnded(*std::exchange(end_, std::nullopt));
+    return false;
+}
+
+void LiveWebSocket::readInput(int times) {
     auto& buffer = readBuffer();
     const auto owner = self();
-    for (int i = 0; i < kReadsPerTurn; ++i) {
+    for (int i = 0; i < times; ++i) {
         error_code error;
         const std::size_t count = socket_.read_some(asio::buffer(buffer), error);
         if (error == asio::error::would_block || error == asio::error::try_again) break;
         if (error) return inputEnded(error == asio::error::eof ? "" : error.message());
         didReceive({buffer.data(), count});
-        if (stage_ == Stage::Closed) return;
+        if (stage_ == Stage::Closed || isPaused_ || end_) return;
         if (count < buffer.size()) break;
     }
     awaitInput();
@@ -260,36 +302,45 @@ void LiveWebSocket::didReceiveFromProxy(std::string_view bytes) {
 
 void LiveWebSocket::didReceivePlain(std::string_view bytes) {
     const auto owner = self();
-    const auto status = stream_.receive(bytes, *this);
-    if (stage_ == Stage::Closed) return;
-    using Cause = event::WebSocketClosed::Cause;
-    switch (status) {
-        case WebSocketStream::Status::Open: break;
-        case WebSocketStream::Status::ClosedByPeer:
-            flush();  // the answer to its close frame
-            return lose(Cause::Peer, stream_.fault());
-        case WebSocketStream::Status::Malformed:
-            flush();
-            return lose(Cause::Malformed, "A malformed frame: " + stream_.fault() + ".");
-        case WebSocketStream::Status::TooLarge: flush(); return lose(Cause::TooLarge, "The server sent a message over the limit.");
-    }
-    if (listener_) listener_->didEndTurn();
-    if (stage_ != Stage::Closed) flush();
+    do {
+        portion_ = 0;
+        keepsRest_ = false;
+        const auto status = stream_.receive(std::exchange(bytes, {}), *this);
+        if (stage_ == Stage::Closed) return;
+        using Cause = event::WebSocketClosed::Cause;
+        switch (status) {
+            case WebSocketStream::Status::Open: break;
+            case WebSocketStream::Status::ClosedByPeer:
+                flush();  // the answer to its close frame
+                return lose(Cause::Peer, stream_.fault());
+            case WebSocketStream::Status::Malformed:
+                flush();
+                return lose(Cause::Malformed, "A malformed frame: " + stream_.fault() + ".");
+            case WebSocketStream::Status::TooLarge:
+                flush();
+                return lose(Cause::TooLarge, "The server sent a message over the limit.");
+        }
+        if (listener_) listener_->didEndTurn();
+        if (stage_ == Stage::Closed) return;
+    } while (keepsRest_ && !isPaused_);
+    flush();
 }
 
-bool LiveWebSocket::didReceiveMessage(bool isText, std::string_view bytes) {
+WebSocketStream::Listener::Next LiveWebSocket::didReceiveMessage(bool isText, std::string_view bytes) {
     if (isText) {
         report(event::WebSocketText{bytes});
     } else {
         report(event::WebSocketBinary{bytes});
     }
-    return listener_ != nullptr && stage_ == Stage::Open;
+    if (!listener_ || stage_ != Stage::Open) return Next::Stop;
+    portion_ += bytes.size() + kMessageBytes;
+    keepsRest_ = portion_ >= kPortionBytes;
+    return keepsRest_ ? Next::Pause : Next::GoOn;
 }
-
-void LiveWebSocket::didReceivePong() { report(event::WebSocketPong{}); }
 
 void LiveWebSocket::inputEnded(std::string reason) {
     using Failed = event::WebSocketFailed::Stage;
+    if (keepsRest_ && stage_ == Stage::Open) return void(end_ = std::move(reason));
     switch (stage_) {
         case Stage::Resolving:
         case Stage::Connecting: return fail(Failed::Connect, std::move(reason));
@@ -364,6 +415,9 @@ void LiveWebSocket::close() {
     stage_ = Stage::Closing;
     stream_.writeClose();
     flush();
+    if (end_) return drop();
+    keepsRest_ = false;
+    setPaused(false);  // what comes is dropped, up to the peer's answer
     timer_.expires_after(kGoodbye);
     timer_.async_wait([self = self()](error_code cancelled) {
         if (!cancelled) self->drop();

@@ -30,6 +30,11 @@ public:
     /// Written, but not taken by the system yet. When it has sunk, `didEndTurn` is called.
     virtual std::size_t unsentBytes() const = 0;
 
+    /// While paused, nothing is read but what `readOn` asks for.
+    virtual void setPaused(bool paused) = 0;
+    /// Reads a portion, soon: 64 KiB of the wire at most.
+    virtual void readOn() = 0;
+
     /// Sends what was written and a close frame, waits at most a second for the peer's, and lets go.
     virtual void close() = 0;
     /// Lets go at once.

@@ -1,0 +1,310 @@
+// A program that is slower than its peer: reading waits for it, nothing is lost or overtaken, and the peer hears its pongs.
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Testing/ManualClock.h"
+#include "VexIMLib/internal/Platform/NetworkThread.h"
+#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "socketio/Peers.h"
+#include "socketio/Recorder.h"
+#include "support/PeakMemory.h"
+
+namespace vexim::testing {
+namespace {
+
+using namespace std::chrono_literals;
+using Lines = std::vector<std::string>;
+
+// The server pings often, and is patient, for slow machines.
+constexpr const char* kPings = R"({"sid":"s1","upgrades":[],"pingInterval":100,"pingTimeout":20000})";
+
+// Alone more than is read ahead; and where memory is measured, so much that it would show.
+constexpr int kRound = PeakMemory::kIsMeasured ? 10'000 : 4'000;
+
+/// "message" with its number and some 200 bytes.
+std::string numbered(int number) {
+    return "42/chat,[\"message\"," + std::to_string(number) + ",\"" + std::string(200, 'x') + "\"]";
+}
+
+/// Hears numbered messages, and says what was wrong with them.
+class Counter {
+public:
+    explicit Counter(SocketIOClient& client) {
+        client.on("message", [this](const Array& arguments, const AckEmitter&) {
+            if (arguments.get(0).longLongValue() != heard++) inOrder = false;
+            const auto end = std::chrono::steady_clock::now() + work;
+            while (std::chrono::steady_clock::now() < end) continue;
+        });
+        for (const char* name : {"disconnect", "error"}) {
+            client.on(name, [this, name](const Array& arguments, const AckEmitter&) {
+                trouble += std::string(name) + " " + arguments.get(0).description() + " ";
+            });
+        }
+    }
+    std::chrono::microseconds work{0};
+    std::int64_t heard = 0;
+    bool inOrder = true;
+    std::string trouble;
+};
+
+/// What has been posted to the network thread is done.
+void awaitNetworkThread() {
+    std::atomic<bool> done{false};
+    NetworkThread::shared().post([&] { done = true; });
+    ASSERT_TRUE(spinUntil([&] { return done.load(); }));
+}
+
+/// Floods over either transport, in `rounds` with a ping behind each, and goes on when the pong has come.
+struct Flood {
+    int rounds = 1;
+    int perRound = 1;
+    int perAnswer = 5000;  // polling
+    std::atomic<int> pongs{0};
+
+    ScriptedServer::Script script() {
+        return [this](ScriptedServer::Connection& connection) {
+            auto request = connection.readRequest();
+            if (!request) return;
+            if (request->header("Upgrade") == "websocket") {
+                floodWebSocket(connection, std::move(request));
+            } else {
+                answer(connection, std::move(request));
+            }
+        };
+    }
+
+private:
+    void floodWebSocket(ScriptedServer::Connection& connection, std::optional<WireRequest> request) {
+        LivePeer peer(connection, std::move(request));
+        if (!peer.open(std::string("0") + kPings) || !peer.readText() || !peer.sendText(R"(40/chat,{"sid":"s2"})")) return;
+        for (int round = 0; round < rounds; ++round) {
+            std::string frames;
+            for (int i = 0; i < perRound; ++i) {
+                frames += frame(numbered(next_++));
+                if (frames.size() < 65536 && i + 1 < perRound) continue;
+                if (!connection.write(frames)) return;
+                frames.clear();
+            }
+            if (!peer.beat()) return;
+            ++pongs;
+        }
+        peer.waitForClose();
+    }
+
+    void answer(ScriptedServer::Connection& connection, std::optional<WireRequest> request) {
+        for (; request; request = connection.readRequest()) {
+            std::string body = "ok";
+            if (request->method == "POST") {
+                if (request->body == "3") ++pongs;
+            } else if (request->target.find("sid=") == std::string::npos) {
+                body = std::string("0") + kPings;
+            } else {
+                body = nextPayload();
+            }
+            if (body.empty()) return connection.waitForClose();
+            if (!connection.answer(200, body)) return;
+        }
+    }
+
+    /// The ping is the last packet of a round, and the next one begins behind the pong.
+    std::string nextPayload() {
+        const std::lock_guard lock(mutex_);
+        if (!std::exchange(hasJoined_, true)) return R"(40/chat,{"sid":"s2"})";
+        if (pongs == rounds) return "";
+        const int end = perRound * (pongs + 1);
+        std::string body;
+        for (int i = 0; i < perAnswer && next_ < end; ++i) body += (i > 0 ? "\x1e" : "") + numbered(next_++);
+        if (next_ == end && pinged_ == pongs) {
+            body += body.empty() ? "2"
+                                 : "\x1e"
+                                   "2";
+            ++pinged_;
+        }
+        return body.empty() ? "6" : body;
+    }
+
+    std::mutex mutex_;
+    bool hasJoined_ = false;
+    int pinged_ = 0;
+    int next_ = 0;
+};
+
+struct Way {
+    const char* name;
+    bool isSecure;
+    bool polls;
+};
+constexpr Way kWays[] = {
+    {"WebSocket", false, false}, {"WebSocket over TLS", true, false}, {"polling", false, true}, {"polling over TLS", true, true}};
+
+struct Connected {
+    Connected(Flood& flood, const Way& way, Dictionary options = {})
+        : server(flood.script(), way.isSecure ? std::optional(CertificateAuthority::selfSigned()) : std::nullopt) {
+        options.set("selfSigned", true);
+        options.set("reconnects", false);
+        options.set("transports", Array{way.polls ? "polling" : "websocket"});
+        client = makeClient(server.url(), options);
+    }
+    ScriptedServer server;
+    std::shared_ptr<SocketIOClient> client;
+};
+
+}  // namespace
+
+TEST(Flow, AFloodIsDeliveredWholeAndTakesLittleMemory) {
+    for (const auto& way : kWays) {
+        SCOPED_TRACE(way.name);
+        Flood flood;
+        flood.rounds = 4;
+        flood.perRound = kRound;
+        Connected connected(flood, way);
+        Counter counter(*connected.client);
+        counter.work = 5us;
+        const PeakMemory peak;
+        connected.client->connect();
+        EXPECT_TRUE(eventually([&] { return counter.heard == 4 * kRound || !counter.trouble.empty(); }, 200s));
+        EXPECT_TRUE(counter.inOrder);
+        EXPECT_EQ(counter.heard, 4 * kRound);
+        EXPECT_EQ(counter.trouble, "");
+        EXPECT_LT(peak.grownMiB(), 16);
+    }
+}
+
+TEST(Flow, ThePeerHearsItsPongsWhileTheProgramStandsStill) {
+    for (const auto& way : kWays) {
+        SCOPED_TRACE(way.name);
+        Flood flood;
+        flood.rounds = 3;
+        flood.perRound = kRound;
+        Connected connected(flood, way);
+        Counter counter(*connected.client);
+        connected.client->connect();
+        EXPECT_TRUE(spinUntil([&] { return flood.pongs == 3; }, 200s)) << flood.pongs;
+        EXPECT_EQ(connected.client->status(), SocketIOStatusConnected);
+        EXPECT_TRUE(eventually([&] { return counter.heard == 3 * kRound; }, 60s));
+        EXPECT_TRUE(counter.inOrder);
+        EXPECT_EQ(counter.trouble, "");
+    }
+}
+
+// With one byte of room each event stops the reading until it is delivered.
+
+TEST(Flow, AnAnswerThatWaitsUnreadIsNotLate) {
+    ManualClock clock;
+    std::atomic<bool> goesOn{false};
+    std::atomic<bool> answered{false};
+    ScriptedServer server([&](ScriptedServer::Connection& connection) {
+        LivePeer peer(connection);
+        if (!peer.join() || !peer.readText() || !peer.sendText(numbered(0))) return;
+        while (!goesOn && connection.pause(1ms)) continue;
+        peer.sendText("43/chat,0[\"in time\"]");
+        answered = true;
+        peer.waitForClose();
+    });
+    const auto client = makeClient(server.url(), {{"maxReadAhead", 1}});
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    client->on("message", [&](const Array&, const AckEmitter&) {
+        awaitNetworkThread();  // which has paused by then
+        goesOn = true;
+        ASSERT_TRUE(spinUntil([&] { return answered.load(); }));
+        clock.advance(1h);
+        awaitNetworkThread();
+    });
+    std::string answer;
+    client->emitWithAck("ask", {}, 10s, [&](const Array& items, const ErrorPtr& error) {
+        answer = error ? error->localizedDescription() : items.description();
+    });
+    ASSERT_TRUE(eventually([&] { return !answer.empty(); }));
+    EXPECT_EQ(answer, "[in time]");
+    client->emitWithAck("ask again", {}, 10s, [&](const Array&, const ErrorPtr& error) { answer = error ? "late" : "?"; });
+    EXPECT_TRUE(clock.runUntil([&] { return answer == "late"; })) << "time goes on afterwards";
+}
+
+TEST(Flow, AHandlerMayWaitForTheNextEventOrLeave) {
+    std::atomic<int> goodbyes{0};
+    ScriptedServer server([&](ScriptedServer::Connection& connection) {
+        LivePeer peer(connection);
+        if (!peer.join()) return;
+        std::string frames;
+        for (int i = 0; i < 4; ++i) frames += frame(numbered(i));
+        if (!connection.write(frames)) return;
+        for (int i = 4; i < 1000; ++i) {
+            if (!peer.sendText(numbered(i))) return;
+        }
+        while (const auto text = peer.readText()) goodbyes += text->starts_with("41/chat") ? 1 : 0;
+    });
+    const auto client = makeClient(server.url(), {{"maxReadAhead", 1}, {"reconnects", false}});
+    Counter counter(*client);
+    int connects = 0;
+    client->on("connect", [&](const Array&, const AckEmitter&) { ++connects; });
+    int inside = 0;
+    client->on("message", [&](const Array&, const AckEmitter&) {
+        if (counter.heard != 1 && counter.heard != 10) return;
+        const auto end = counter.heard + 8;  // more than came together
+        EXPECT_TRUE(eventually([&] { return counter.heard >= end; }));
+        ++inside;
+    });
+    client->connect();
+    ASSERT_TRUE(eventually([&] { return counter.heard >= 100; }));
+    EXPECT_EQ(inside, 2);
+    EXPECT_TRUE(counter.inOrder);
+    client->disconnect();
+    ASSERT_TRUE(eventually([&] { return counter.trouble == "disconnect io client disconnect "; }));
+    EXPECT_TRUE(eventuallyElsewhere([&] { return goodbyes == 1; })) << "also while reading waits";
+    counter.heard = 0;
+    client->connect();
+    EXPECT_TRUE(eventually([&] { return connects == 2 && counter.heard >= 1000; })) << "and the next connection is not held up";
+}
+
+TEST(Flow, ShortFramesOfLongMessagesWaitToo) {
+    // 96 MiB that take 100 KiB on the wire, and the end of the connection right behind them.
+    const std::string text = "42/chat,[\"message\",0,\"" + std::string(1 << 20, 'x') + "\"]";
+    std::string deflated(4096, '\0');
+    z_stream stream{};
+    ASSERT_EQ(deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY), Z_OK);
+    stream.next_in = reinterpret_cast<unsigned char*>(const_cast<char*>(text.data()));
+    stream.avail_in = static_cast<unsigned>(text.size());
+    stream.next_out = reinterpret_cast<unsigned char*>(deflated.data());
+    stream.avail_out = static_cast<unsigned>(deflated.size());
+    ASSERT_EQ(deflate(&stream, Z_SYNC_FLUSH), Z_OK);
+    deflated.resize(stream.total_out - 4);  // RFC 7692, section 7.2.1
+    deflateEnd(&stream);
+    for (const bool isSecure : {false, true}) {
+        SCOPED_TRACE(isSecure);
+        ScriptedServer server(
+            [&](ScriptedServer::Connection& connection) {
+                LivePeer peer(connection);
+                const bool isOpen = peer.acceptWebSocket(
+                    "Sec-WebSocket-Extensions: permessage-deflate; client_no_context_takeover; server_no_context_takeover\r\n",
+                    frame(LivePeer::kOpenPacket));
+                if (!isOpen || !peer.readFrame() || !peer.sendText(R"(40/chat,{"sid":"s2"})")) return;
+                connection.write(repeated(frame(deflated, 0xC1), 96));
+            },
+            isSecure ? std::optional(CertificateAuthority::selfSigned()) : std::nullopt);
+        const auto client = makeClient(server.url(), {{"compress", true}, {"reconnects", false}, {"selfSigned", true}});
+        Recorder heard;
+        int messages = 0;
+        client->on("message", [&](const Array&, const AckEmitter&) { ++messages; });
+        client->on("disconnect", [&](const Array& arguments, const AckEmitter&) {
+            EXPECT_EQ(arguments.get(0), Value("transport close"));
+            EXPECT_EQ(std::exchange(messages, -1), 96);
+        });
+        const PeakMemory peak;
+        client->connect();
+        EXPECT_TRUE(eventually([&] { return messages == -1; }, 60s));
+        EXPECT_LT(peak.grownMiB(), 32);
+    }
+}
+
+}  // namespace vexim::testing
