@@ -69,14 +69,14 @@ std::optional<Problem> findProblem(const std::vector<Parameter>& parameters, con
         }
         if (!hasType(value, parameter.type)) {
             return Problem{InterfaceError::WrongArgument,
-                           "The argument " + quoted(parameter.name) + " must be of type " + std::string(parameter.type) + "."};
+                           quoted(parameter.name) + " must be of type " + std::string(parameter.type) + "."};
         }
     }
     for (const auto [name, value] : arguments) {
         if (name == "@op" || name == "@extra" || name == "@timeout") continue;
         const auto isMeant = [name = name](const Parameter& parameter) { return parameter.name == name; };
         if (std::ranges::none_of(parameters, isMeant)) {
-            return Problem{InterfaceError::UnknownArgument, "The operation has no argument " + quoted(name) + "."};
+            return Problem{InterfaceError::UnknownArgument, quoted(name) + " is not known here."};
         }
     }
     return std::nullopt;

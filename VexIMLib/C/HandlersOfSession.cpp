@@ -11,14 +11,34 @@
 
 namespace vexim::c::handlers {
 
-void loginWithUserId(Request& request) { request.client().loginWithUserId(request.text("userId"), request.done()); }
+namespace {
+
+/// In C++ a lack of these raises, in words about dictionaries.
+void requireConfigured(Request& request) {
+    const auto config = request.client().config();
+    const char* missing = !config->appId() ? "appId" : config->clientKey().value_or("").empty() ? "clientKey" : nullptr;
+    if (missing) throw Refusal({InterfaceError::MissingArgument, std::string("The configuration has no \"") + missing + "\"."});
+}
+
+}  // namespace
+
+void loginWithUserId(Request& request) {
+    requireConfigured(request);
+    if (!request.client().config()->installationId()) {
+        throw Refusal({InterfaceError::MissingArgument, "The configuration has no \"installationId\", which this login needs."});
+    }
+    request.client().loginWithUserId(request.text("userId"), request.done());
+}
 void loginWithUsername(Request& request) {
+    requireConfigured(request);
     request.client().loginWithUsername(request.text("username"), request.text("password"), request.done());
 }
 void loginWithPhoneNumber(Request& request) {
+    requireConfigured(request);
     request.client().loginWithPhoneNumber(request.text("phoneNumber"), request.text("smsCode"), request.done());
 }
 void loginWithThirdPartyOAuth(Request& request) {
+    requireConfigured(request);
     request.client().loginWithThirdPartyOAuth(request.dictionary("oauth"), request.done());
 }
 void loginWithAuthData(Request& request) { request.client().loginWithAuthData(request.dictionary("authData"), request.done()); }

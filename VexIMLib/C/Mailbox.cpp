@@ -196,7 +196,7 @@ void Mailbox::pushAnswer(std::string_view extra, Outcome outcome, std::string_vi
     item.text.reserve(kAnswer.size() + extra.size() + body.size() + 16);
     item.text.append(failed ? kError : kAnswer).append(extra);
     item.text.append(failed ? R"(,"error":)" : R"(,"result":)").append(body).append("}");
-    if (bytes_ + bytesOf(item) > 4 * limit_) return drop(Item::Kind::Answer);
+    if ((bytes_ + bytesOf(item)) / 4 > limit_) return drop(Item::Kind::Answer);
     push(std::move(item));
 }
 

@@ -156,6 +156,12 @@ Found<Row> find(const Row (&rows)[N], std::string_view name) {
 
 }  // namespace
 
+std::string unknownOperation(std::optional<std::string_view> name) {
+    if (!name) return "\"@op\" must name an operation.";
+    constexpr std::size_t kShown = 60;
+    return name->size() > kShown ? "There is no such operation." : "There is no operation \"" + std::string(*name) + "\".";
+}
+
 Found<Operation> findOperation(std::string_view name) { return find(kOperations, name); }
 Found<ImmediateOperation> findImmediateOperation(std::string_view name) { return find(kImmediateOperations, name); }
 

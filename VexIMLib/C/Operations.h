@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,6 +44,8 @@ struct Found {
     const Row* row = nullptr;  // nullptr when there is none of that name
     const std::vector<Parameter>* parameters = nullptr;
 };
+/// For people: that nothing has this name.
+std::string unknownOperation(std::optional<std::string_view> name);
 Found<Operation> findOperation(std::string_view name);
 Found<ImmediateOperation> findImmediateOperation(std::string_view name);
 

@@ -106,7 +106,11 @@ void Session::send(std::string_view text) {
     }
     const auto name = arguments->get("@op").asStringView();
     const auto operation = name ? findOperation(*name) : Found<Operation>();
-    if (!operation.row) return refuse(InterfaceError::UnknownOperation, "There is no operation of the name that \"@op\" says.");
+    if (!operation.row) {
+        const bool isImmediate = name && findImmediateOperation(*name).row;
+        return refuse(InterfaceError::UnknownOperation,
+                      isImmediate ? "This operation is one of vexim_execute." : unknownOperation(name));
+    }
     if (const auto problem = findProblem(*operation.parameters, *arguments)) return refuse(problem->code, problem->description);
 
     if (const Value& timeout = arguments->get("@timeout"); !timeout.isNilOrNull()) {

@@ -100,6 +100,14 @@ TEST(Mailbox, RefusesRequestsAndAtLastDropsAnswersWhenNobodyReceives) {
     EXPECT_NE(taken(*box).find("error 7, overflow 0 "), std::string::npos);
 }
 
+TEST(Mailbox, TakesAnyLimit) {
+    for (const std::size_t limit : {std::size_t{1} << 62, ~std::size_t{0} / 2}) {
+        const auto box = std::make_shared<Mailbox>(limit);
+        box->answer(box->open("1", 10).value(), Outcome::Answer, "true");
+        EXPECT_EQ(taken(*box), "answer 1") << limit;
+    }
+}
+
 TEST(Mailbox, ItsDescriptorIsReadableWhileSomethingWaits) {
     const auto box = std::make_shared<Mailbox>(kRoomy);
     box->event(event("before"));
