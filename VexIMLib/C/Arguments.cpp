@@ -27,6 +27,10 @@ bool isArrayOf(const Value& value, Test test) {
     return array && std::all_of(array->begin(), array->end(), test);
 }
 
+std::string described(std::string_view type) {
+    return type == "id" ? "a string that is not empty, or an integer" : "of type " + std::string(type);
+}
+
 std::string quoted(std::string_view name) { return "\"" + std::string(name) + "\""; }
 
 }  // namespace
@@ -68,8 +72,7 @@ std::optional<Problem> findProblem(const std::vector<Parameter>& parameters, con
             return Problem{InterfaceError::MissingArgument, "The argument " + quoted(parameter.name) + " is missing."};
         }
         if (!hasType(value, parameter.type)) {
-            return Problem{InterfaceError::WrongArgument,
-                           quoted(parameter.name) + " must be of type " + std::string(parameter.type) + "."};
+            return Problem{InterfaceError::WrongArgument, quoted(parameter.name) + " must be " + described(parameter.type) + "."};
         }
     }
     for (const auto [name, value] : arguments) {

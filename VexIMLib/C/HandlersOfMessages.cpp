@@ -35,7 +35,7 @@ void address(VXIMMessageTarget& target, const Dictionary& given) {
 std::optional<std::string> attachmentOf(Request& request, const Dictionary& given) {
     if (const auto path = given.get("attachmentPath").asString()) {
         std::error_code failed;
-        if (!std::filesystem::is_regular_file(*path, failed)) refuse("There is no file at \"attachmentPath\".");
+        if (!std::filesystem::is_regular_file(*path, failed)) refuse("There is no file \"" + *path + "\".");
         return path;
     }
     const auto data = given.get("attachmentData").asStringView();

@@ -104,6 +104,7 @@ class CallsTest(ClientCase):
                 "no contents": lambda: client.send(friend="bob"),
                 "two contents": lambda: client.send("hi", image=b"x", friend="bob"),
                 "a text as a list of members": lambda: client.groups.create("Go", members="bob"),
+                "a search for a number": lambda: client.users.find({"age": 5}),
                 "a system message to nobody": lambda: client.send_system("hi"),
                 "a file of a text": lambda: client.download(vexim.Message("hi", "bob"), "/nowhere"),
             }

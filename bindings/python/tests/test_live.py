@@ -128,10 +128,18 @@ class SessionTest(LiveCase):
     async def test_clients_in_several_loops_do_not_meet(self):
         texts = {}
 
+        def use(client):
+            async def ask():
+                await client.friends.all()
+
+            with self.assertRaises(vexim.UsageError):
+                asyncio.run(ask())
+
         def life(name, peer):
             async def talk():
                 async with self.client() as client, asyncio.timeout(LONG):
                     await client.login(user_id=name)
+                    await asyncio.to_thread(use, client)  # it is this loop's
                     ready.wait(LONG)
                     await client.send(f"from {name}", friend=peer)
                     async for message in client.messages():

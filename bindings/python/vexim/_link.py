@@ -118,6 +118,8 @@ class Link:
         """The result. Cancelling the task cancels the request, and with it a transfer."""
         if not self.is_open:
             raise ClosedError()
+        if asyncio.get_running_loop() is not self._loop:
+            raise usage("the client belongs to the event loop that opened it")
         self._last += 1
         extra = self._last
         request: Record = {"@op": operation, "@extra": extra}

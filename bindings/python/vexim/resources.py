@@ -50,7 +50,10 @@ class _Operations:
         return await self._client._call(f"{self._class}.{operation}", arguments)
 
     async def _find(self, operation: str, where: Mapping[str, str] | None, order: Iterable[str], skip: int, limit: int) -> list[Any]:
-        query = {"where": dict(where or {}), "order": _strings(order), "skip": skip, "limit": limit}
+        where = where or {}
+        if not isinstance(where, Mapping) or not all(isinstance(value, str) for value in where.values()):
+            raise usage("give the attributes to search for as a dictionary of strings")
+        query = {"where": dict(where), "order": _strings(order), "skip": skip, "limit": limit}
         return _list(await self._client._call(f"VXIMQuery.{operation}", query))
 
 
