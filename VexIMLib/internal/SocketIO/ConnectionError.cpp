@@ -56,6 +56,7 @@ VXIMConnectionErrorKind kindOf(event::WebSocketFailed::Stage stage, int httpStat
         case Stage::Connect: return VXIMConnectionErrorUnreachable;
         case Stage::Tls: return VXIMConnectionErrorNotSecure;
         case Stage::Proxy: return VXIMConnectionErrorProxy;
+        case Stage::Cut: return VXIMConnectionErrorLost;
         case Stage::Handshake: break;
     }
     const bool isClosed = httpStatus == 401 || httpStatus == 403;
@@ -64,24 +65,31 @@ VXIMConnectionErrorKind kindOf(event::WebSocketFailed::Stage stage, int httpStat
     return isOverloaded ? VXIMConnectionErrorUnreachable : VXIMConnectionErrorNotSocketIO;
 }
 
-VXIMConnectionErrorKind kindOfTransferResult(int result) noexcept {
+TransferFault faultOfTransfer(int result, std::string_view text) noexcept {
     switch (result) {
-        case CURLE_COULDNT_RESOLVE_HOST: return VXIMConnectionErrorHostNotFound;
-        case CURLE_COULDNT_CONNECT: return VXIMConnectionErrorUnreachable;
-        case CURLE_OPERATION_TIMEDOUT: return VXIMConnectionErrorTimedOut;
+        case CURLE_COULDNT_RESOLVE_HOST: return {VXIMConnectionErrorHostNotFound, "The host could not be found."};
+        case CURLE_COULDNT_CONNECT: return {VXIMConnectionErrorUnreachable, text};
+        case CURLE_OPERATION_TIMEDOUT: return {VXIMConnectionErrorTimedOut, "The server did not answer in time."};
         case CURLE_COULDNT_RESOLVE_PROXY:
-        case CURLE_PROXY: return VXIMConnectionErrorProxy;
+        case CURLE_PROXY: return {VXIMConnectionErrorProxy, text};
         case CURLE_PEER_FAILED_VERIFICATION:
         case CURLE_SSL_CONNECT_ERROR:
         case CURLE_SSL_CIPHER:
         case CURLE_SSL_CERTPROBLEM:
         case CURLE_SSL_CACERT_BADFILE:
         case CURLE_SSL_ENGINE_INITFAILED:
-        case CURLE_SSL_INVALIDCERTSTATUS: return VXIMConnectionErrorNotSecure;
+        case CURLE_SSL_INVALIDCERTSTATUS: return {VXIMConnectionErrorNotSecure, text};
         case CURLE_UNSUPPORTED_PROTOCOL:
-        case CURLE_WEIRD_SERVER_REPLY: return VXIMConnectionErrorNotSocketIO;
-        default: return VXIMConnectionErrorLost;
+        case CURLE_WEIRD_SERVER_REPLY: return {VXIMConnectionErrorNotSocketIO, "The server's answer is not HTTP."};
+        case CURLE_BAD_CONTENT_ENCODING: return {VXIMConnectionErrorProtocolFault, "The server's answer is compressed wrongly."};
+        case CURLE_GOT_NOTHING: return {VXIMConnectionErrorLost, kCutOff};
+        case CURLE_PARTIAL_FILE: return {VXIMConnectionErrorLost, "The server broke off in the middle of an answer."};
+        default: break;
     }
+    // libcurl has one code for all that goes wrong while it reads, a lack of memory for trailers that are too long among it.
+    if (text.find("chunked") != text.npos)
+        return {VXIMConnectionErrorProtocolFault, "The server's answer is not framed as HTTP is."};
+    return {VXIMConnectionErrorLost, text};
 }
 
 ErrorPtr makeConnectionError(VXIMConnectionErrorKind kind, std::string_view reason, const Value& detail) {

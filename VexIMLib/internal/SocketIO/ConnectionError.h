@@ -16,8 +16,16 @@ namespace vexim {
 VXIMConnectionErrorKind kindOf(EndCause cause) noexcept;
 /// A WebSocket that did not open; `code` is what a Socket.IO server gave as its reason.
 VXIMConnectionErrorKind kindOf(event::WebSocketFailed::Stage stage, int httpStatus, std::optional<EngineError> code) noexcept;
-/// A polling request that got no answer, by the transfer library's result (a CURLcode).
-VXIMConnectionErrorKind kindOfTransferResult(int result) noexcept;
+/// What a polling request that got no answer is called.
+struct TransferFault {
+    VXIMConnectionErrorKind kind;
+    std::string_view words;
+};
+/// By the transfer library's result (a CURLcode) and its `text`, which the words may be.
+TransferFault faultOfTransfer(int result, std::string_view text) noexcept;
+
+/// Of a peer that was reached and went away.
+inline constexpr const char* kCutOff = "The server closed the connection before it answered.";
 
 /// `reason` is a whole sentence, which then is the description, or a part of one or nothing: then the kind begins the sentence.
 /// `detail` is what the server said, or nil.

@@ -64,7 +64,9 @@ void EngineSession::handle(const event::WebSocketClosed& closed) {
     using Cause = event::WebSocketClosed::Cause;
     if (phase_ == Phase::OpeningWebSocket) {
         // Accepted, then closed before a word was said: as good as refused.
-        return refused(event::WebSocketFailed::Stage::Handshake, 0, {}, closed.reason);
+        using Stage = event::WebSocketFailed::Stage;
+        const bool isCut = closed.cause == Cause::Peer || closed.cause == Cause::Network;
+        return refused(isCut ? Stage::Cut : Stage::Handshake, 0, {}, closed.reason);
     }
     switch (closed.cause) {
         case Cause::Peer: return end(EndCause::LinkLost, "transport close");
@@ -363,8 +365,6 @@ void EngineSession::handle(const event::Emit& message) {
     for (auto& packet : packets) send(std::move(packet));
 }
 
-bool EngineSession::mayPost() const noexcept { return phase_ != Phase::Draining || getInFlight_; }
-
 /// What follows from any event: polling's next requests, the start and the end of an upgrade.
 void EngineSession::settle() {
     if (phase_ == Phase::Draining) finishUpgradeWhenDrained();
@@ -390,7 +390,7 @@ void EngineSession::settle() {
 }
 
 void EngineSession::post() {
-    if (postInFlight_ || outgoing_.empty() || !mayPost()) return;
+    if (postInFlight_ || outgoing_.empty()) return;
     PayloadWriter writer(*revision_);
     const std::size_t limit = open_.bodyLimit();
     while (!outgoing_.empty() && (writer.empty() || writer.sizeWith(outgoing_.front()) <= limit)) {

@@ -59,7 +59,7 @@ bool EngineSession::emitsDirectly() const noexcept { return phase_ == Phase::Joi
 
 bool EngineSession::canEmit() const noexcept {
     if (emitsDirectly()) return true;
-    return isJoined() && mayPost() && !postInFlight_ && outgoingBytes_ < open_.bodyLimit();
+    return isJoined() && !postInFlight_ && outgoingBytes_ < open_.bodyLimit();
 }
 
 std::optional<EngineSession::TimePoint> EngineSession::deadline() const {
@@ -143,7 +143,7 @@ void EngineSession::handle(const event::WebSocketFailed& failure) {
     if (phase_ == Phase::Probing) return abandonUpgrade();
     if (phase_ != Phase::OpeningWebSocket) return;
     using Stage = event::WebSocketFailed::Stage;
-    const bool worthPolling = failure.stage == Stage::Handshake || failure.stage == Stage::Proxy;
+    const bool worthPolling = failure.stage >= Stage::Proxy;
     if (!worthPolling) return failToConnect(kindOf(failure.stage, 0, std::nullopt), failure.reason);
     refused(failure.stage, failure.httpStatus, failure.body, failure.reason);
 }

@@ -48,7 +48,8 @@ struct Start {};
 struct WebSocketOpened {};
 /// It never opened.
 struct WebSocketFailed {
-    enum class Stage : std::uint8_t { Resolve, Connect, Tls, Proxy, Handshake };
+    /// Cut: the peer was reached, and went away without an answer.
+    enum class Stage : std::uint8_t { Resolve, Connect, Tls, Proxy, Handshake, Cut };
     Stage stage = Stage::Handshake;
     std::string reason;
     int httpStatus = 0;  // 0 when there was no HTTP answer
@@ -250,7 +251,6 @@ private:
     void didReceiveProbeAnswer(std::string_view text);
     void abandonUpgrade();
     void finishUpgradeWhenDrained();
-    bool mayPost() const noexcept;
     void didReceiveEngine(const EnginePacketView& packet);
     void didDecode(PacketDecoder::Result result);
     void didReceiveWhileJoining(Packet packet);

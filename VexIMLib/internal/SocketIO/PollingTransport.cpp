@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/internal/Platform/CurlHeaderList.h"
 #include "VexIMLib/internal/Platform/CurlMulti.h"
 #include "VexIMLib/internal/Platform/CurlTrust.h"
@@ -41,9 +42,7 @@ public:
     int status() const;
     std::string takeAnswer() { return std::exchange(answer_, {}); }
     const std::vector<std::string>& cookies() const noexcept { return cookies_; }
-    bool isTooLarge() const noexcept { return isTooLarge_; }
-    std::string fault(CURLcode result) const;
-    VXIMConnectionErrorKind kind(CURLcode result) const;
+    event::RequestFailed failure(CURLcode result) const;
 
 private:
     static std::size_t onRead(char* into, std::size_t size, std::size_t count, void* self);
@@ -220,18 +219,21 @@ int Request::status() const {
     return static_cast<int>(status);
 }
 
-std::string Request::fault(CURLcode result) const {
+event::RequestFailed Request::failure(CURLcode result) const {
+    // libcurl takes a header of more than 100 KB for a lack of memory.
+    if (isTooLarge_ || result == CURLE_OUT_OF_MEMORY) {
+        return {"The server's answer is over the limit.", true, VXIMConnectionErrorLimitPassed};
+    }
     long proxyStatus = 0;
     curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
-    if (proxyStatus >= 300) return proxyRefusal(static_cast<int>(proxyStatus));
-    if (const auto fault = trust_.fault(easy_, result, description_.data())) return fault->words;
-    return description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
-}
-
-VXIMConnectionErrorKind Request::kind(CURLcode result) const {
-    long proxyStatus = 0;
-    curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
-    return proxyStatus >= 300 ? VXIMConnectionErrorProxy : kindOfTransferResult(result);
+    if (proxyStatus >= 300) return {proxyRefusal(static_cast<int>(proxyStatus)), false, VXIMConnectionErrorProxy};
+    const std::string_view text = description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
+    if (const auto fault = trust_.fault(easy_, result, text)) {
+        const bool isCut = fault->code == URLErrorNetworkConnectionLost;
+        return {fault->words, false, isCut ? VXIMConnectionErrorLost : VXIMConnectionErrorNotSecure};
+    }
+    const TransferFault fault = faultOfTransfer(result, text);
+    return {std::string(fault.words), false, fault.kind};
 }
 
 void Request::transferEnded(CURLcode result) {
@@ -253,10 +255,7 @@ void LivePolling::didEnd(Request& request, CURLcode result) {
     TransportListener& listener = *listener_;
     if (!request.cookies().empty()) listener.didReceiveCookies(request.cookies());
     if (result != CURLE_OK) {
-        // libcurl takes a header of more than 100 KB for a lack of memory.
-        const bool isTooLarge = request.isTooLarge() || result == CURLE_OUT_OF_MEMORY;
-        listener.didHappen(event::RequestFailed{isTooLarge ? "The server's answer is over the limit." : request.fault(result),
-                                                isTooLarge, request.kind(result)});
+        listener.didHappen(request.failure(result));
     } else if (&request == &get_) {
         const std::string body = request.takeAnswer();  // the next request is written over it
         listener.didHappen(event::GetAnswered{request.status(), body});

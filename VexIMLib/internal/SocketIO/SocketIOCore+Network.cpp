@@ -42,8 +42,8 @@ void SocketIOCore::note(std::string_view what, Dictionary details) const {
 void SocketIOCore::linkDidTrip(const SessionEvent& what) {
     using Stage = event::WebSocketFailed::Stage;
     if (const auto* failed = std::get_if<event::WebSocketFailed>(&what)) {
-        constexpr const char* kStages[] = {"resolve", "connect", "tls", "proxy", "handshake"};
-        static_assert(static_cast<int>(Stage::Handshake) == 4);
+        constexpr const char* kStages[] = {"resolve", "connect", "tls", "proxy", "handshake", "cut"};
+        static_assert(static_cast<int>(Stage::Cut) == 5);
         Dictionary details{{"stage", kStages[static_cast<std::size_t>(failed->stage)]}, {"reason", failed->reason}};
         if (failed->httpStatus != 0) details.set("status", failed->httpStatus);
         note("websocket failed", std::move(details));

@@ -1,5 +1,6 @@
 #include "VexIMLib/internal/SocketIO/SocketIOLink.h"
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 #include <variant>
@@ -9,8 +10,8 @@ namespace {
 
 // What lies in the transport is out of reach of a limit; messages wait in the outbox instead.
 constexpr std::size_t kEnoughUnsent = 256 * 1024;
-// Answers to a peer that asks without end and does not read.
-constexpr std::size_t kTooMuchUnsent = std::size_t{64} << 20;
+// Pongs for a peer that pings without end and does not read. What the application emits comes on top.
+constexpr std::size_t kMostUnreadPongs = std::size_t{4} << 20;
 
 }  // namespace
 
@@ -90,7 +91,9 @@ void SocketIOLink::didReceiveCookies(const std::vector<std::string>& cookies) {
 
 void SocketIOLink::didEndTurn() {
     if (isOver_) return;
-    if (webSocket_ && webSocket_->unsentBytes() > kTooMuchUnsent) return abort(EndCause::LimitPassed, "The server does not read.");
+    const std::size_t unsent = webSocket_ ? webSocket_->unsentBytes() : 0;
+    if (unsent > emittedBytes_ + kMostUnreadPongs) return abort(EndCause::LimitPassed, "The server does not read.");
+    if (unsent == 0) emittedBytes_ = 0;
     armTimer();
     owner_.linkDidEndTurn();
     while (!isOver_ && session_.hasMoreToRead()) {
@@ -113,12 +116,14 @@ std::size_t SocketIOLink::emitFrom(Outbox& outbox) {
     const auto front = outbox.front();
     std::size_t cost = Outbox::cost(front.text);
     if (session_.emitsDirectly()) {
+        const std::size_t unsent = webSocket_->unsentBytes();
         webSocket_->writeText(front.text);
         for (unsigned i = 0; i < front.attachments; ++i) {
             const Data attachment = outbox.takeAttachment();
             cost += Outbox::cost(attachment);
             webSocket_->writeBinary(binaryPrefix(*session_.revision()), attachment.view());
         }
+        emittedBytes_ = std::min(emittedBytes_, unsent) + cost;
     } else {
         EncodedPacket packet{std::string(front.text), {}};
         for (unsigned i = 0; i < front.attachments; ++i) packet.attachments.push_back(outbox.takeAttachment());
@@ -146,11 +151,16 @@ void SocketIOLink::carryOut(action::OpenWebSocket& what) {
 }
 
 void SocketIOLink::carryOut(action::SendText& what) {
-    if (webSocket_) webSocket_->writeText(what.text);
+    if (!webSocket_) return;
+    constexpr std::size_t kPacket = 1;  // a heartbeat's
+    if (what.text.size() > kPacket) emittedBytes_ += what.text.size();
+    webSocket_->writeText(what.text);
 }
 
 void SocketIOLink::carryOut(action::SendBinary& what) {
-    if (webSocket_) webSocket_->writeBinary({}, what.bytes);
+    if (!webSocket_) return;
+    emittedBytes_ += what.bytes.size();
+    webSocket_->writeBinary({}, what.bytes);
 }
 
 void SocketIOLink::carryOut(action::PingWebSocket&) {

@@ -94,8 +94,9 @@ private:
     Owner& owner_;
     const Environment environment_;
     EngineSession session_;
-    bool isOver_ = false;     // as the owner has been told
-    SessionActions actions_;  // empty between events; keeps its capacity
+    bool isOver_ = false;           // as the owner has been told
+    SessionActions actions_;        // empty between events; keeps its capacity
+    std::size_t emittedBytes_ = 0;  // of what is unsent, at most
     CookieJar cookies_;
     std::shared_ptr<WebSocketTransport> webSocket_;
     std::unique_ptr<PollingTransport> polling_;

@@ -15,6 +15,7 @@
 
 #include "VexIMLib/Foundation/UTF8.h"
 #include "VexIMLib/internal/SocketIO/BoundedAppend.h"
+#include "VexIMLib/internal/SocketIO/ConnectionError.h"
 #include "VexIMLib/internal/SocketIO/FrameScanner.h"
 #include "VexIMLib/internal/SocketIO/MemoryLayer.h"
 
@@ -205,6 +206,9 @@ void WebSocketStream::Impl::didHandshake(error_code error) {
         result.reason = "The WebSocket handshake was answered with " + std::to_string(result.httpStatus) + ".";
     } else if (refusal) {
         result.reason = "The WebSocket handshake failed: the answer is not HTTP.";
+    } else if (error == beast::http::error::end_of_stream || error == beast::http::error::partial_message) {
+        result.isCutOff = true;
+        result.reason = kCutOff;
     } else if (error) {
         result.reason = "The WebSocket handshake failed: " + error.message() + ".";
     } else if (disagreement) {

@@ -25,7 +25,8 @@ public:
     };
     struct HandshakeResult {
         bool accepted = false;
-        int httpStatus = 0;  // 0 when there was no HTTP answer
+        bool isCutOff = false;  // the peer went away before it had answered
+        int httpStatus = 0;     // 0 when there was no HTTP answer
         std::string body;
         std::vector<std::string> cookies;  // values of "Set-Cookie"
         std::string reason;

@@ -205,7 +205,9 @@ void LiveWebSocket::didHandshake(WebSocketStream::HandshakeResult result) {
     if (stage_ != Stage::Handshaking) return;
     if (listener_ && !result.cookies.empty()) listener_->didReceiveCookies(result.cookies);
     if (!result.accepted) {
-        return fail(event::WebSocketFailed::Stage::Handshake, std::move(result.reason), result.httpStatus, std::move(result.body));
+        using Failed = event::WebSocketFailed::Stage;
+        const auto stage = result.isCutOff ? Failed::Cut : Failed::Handshake;
+        return fail(stage, std::move(result.reason), result.httpStatus, std::move(result.body));
     }
     stage_ = Stage::Open;
     report(event::WebSocketOpened{});
@@ -345,7 +347,7 @@ void LiveWebSocket::inputEnded(std::string reason) {
         case Stage::Resolving:
         case Stage::Connecting: return fail(Failed::Connect, std::move(reason));
         case Stage::Proxying: return fail(Failed::Proxy, "The proxy closed the connection.");
-        case Stage::Securing: return fail(Failed::Tls, "The server closed the connection during the TLS handshake.");
+        case Stage::Securing: return fail(Failed::Cut, handshakeFault({}).words);
         case Stage::Handshaking: return stream_.endOfInput();  // an answer without a length ends with the connection
         case Stage::Open:
             return lose(reason.empty() ? event::WebSocketClosed::Cause::Peer : event::WebSocketClosed::Cause::Network,
