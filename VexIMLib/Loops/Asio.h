@@ -56,9 +56,12 @@ private:
 
     private:
         void turn() {
+            // The descriptor tells of what a turn has left. The loop may call us before what came due meanwhile, so it is let go
+            // once.
+            if (std::exchange(yields_, false)) return;
             awaitDeadline();  // likewise
-            // The descriptor tells of what is left; with the timer, too, there would be two turns before the loop's other work.
-            if (MainQueue::shared().turn()) return static_cast<void>(timer_.cancel());
+            yields_ = MainQueue::shared().turn();
+            if (yields_) return static_cast<void>(timer_.cancel());
             awaitDeadline();
         }
         void awaitDeadline() {
@@ -75,6 +78,7 @@ private:
         boost::asio::posix::stream_descriptor descriptor_;
         boost::asio::steady_timer timer_;
         bool stopped_ = false;
+        bool yields_ = false;
     };
 
     std::shared_ptr<Driver> driver_;

@@ -46,10 +46,13 @@ private:
         explicit Driver(ExceptionHandler given) : handler(std::move(given)) {}
 
         void turn() noexcept {
+            // The notifier tells of what a turn has left. The loop may call us before what came due meanwhile, so it is let go
+            // once.
+            if (std::exchange(yields, false)) return;
             awaitDeadline();  // before callbacks: one may run a loop
             try {
-                // The notifier tells of what is left; with the timer, too, there would be two turns before the loop's other work.
-                if (MainQueue::shared().turn()) return timer.stop();
+                yields = MainQueue::shared().turn();
+                if (yields) return timer.stop();
             } catch (...) {
                 if (!handler) std::terminate();  // which names the exception
                 handler(std::current_exception());
@@ -71,6 +74,7 @@ private:
         QTimer timer;
         ExceptionHandler handler;
         bool stopped = false;
+        bool yields = false;
     };
 
     std::shared_ptr<Driver> driver_;

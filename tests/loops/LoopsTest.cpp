@@ -137,8 +137,8 @@ TYPED_TEST(LoopsTest, AFloodLeavesTheLoopItsTimers) {
     int ran = 0;
     int ranWhenDue = -1;
     int ranAtTimer = -1;
-    const auto due = std::chrono::steady_clock::now() + 16ms;
     this->host.after(16ms, [&] { ranAtTimer = ran; });
+    const auto due = std::chrono::steady_clock::now() + 16ms;
     for (int i = 0; i < kAll; ++i) {
         queue().async([&] {  // takes a millisecond at least, so that counting is measuring
             const auto end = std::chrono::steady_clock::now() + 1ms;
@@ -148,7 +148,8 @@ TYPED_TEST(LoopsTest, AFloodLeavesTheLoopItsTimers) {
         });
     }
     this->host.run([&] { return ran == kAll && ranAtTimer >= 0; });
-    EXPECT_LE(ranAtTimer - ranWhenDue, 2 * kTurn) << "the turn that it came due in, and one more";
+    // It waits for the turn that it came due in; a timer that the system tells late may miss the next look.
+    EXPECT_LE(ranAtTimer - ranWhenDue, 2 * kTurn);
 }
 
 TYPED_TEST(LoopsTest, MessagesFlowAndABlockedLoopDropsNoConnection) {
