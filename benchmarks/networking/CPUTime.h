@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "support/Selection.h"
 #include "support/Table.h"
 
 namespace vexim::bench {
@@ -34,6 +35,7 @@ inline void stayOnOneCore() {
 template <class Ours, class Peer>
 void compareCPU(const std::string& name, int rounds, int ownWho, int peerWho, double operations, std::optional<double> limit,
                 Ours ours, Peer peer) {
+    if (Selection::handles(name, operations, ours, peer)) return;
     double best[2] = {1e9, 1e9};
     for (int round = 0; round <= rounds; ++round) {  // the first one warms up
         double before = cpuSeconds(ownWho);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "support/Selection.h"
 #include "support/Table.h"
 
 namespace vexim::bench {
@@ -14,6 +15,8 @@ namespace {
 
 struct Comparison {
     std::string name;
+    Body ours;
+    Body peer;
     double limit;
 };
 
@@ -35,7 +38,7 @@ public:
         }
     }
     void Finalize() override {
-        for (const auto& [name, limit] : comparisons()) {
+        for (const auto& [name, ownBody, peerBody, limit] : comparisons()) {
             const auto ours = best_.find(name + "/ours");
             const auto peer = best_.find(name + "/peer");
             if (ours == best_.end() || peer == best_.end()) continue;
@@ -50,11 +53,26 @@ private:
 }  // namespace
 
 bool compare(const std::string& name, Body ours, Body peer, double limit) {
-    benchmark::RegisterBenchmark((name + "/ours").c_str(), ours);
-    benchmark::RegisterBenchmark((name + "/peer").c_str(), peer);
-    comparisons().push_back({name, limit});
+    comparisons().push_back({name, ours, peer, limit});
     return true;
 }
+
+namespace {
+
+void registerAll() {
+    for (const auto& [name, ours, peer, limit] : comparisons()) {
+        if (const auto& asked = Selection::asked()) {
+            if (asked->isList) Selection::list(name, 1);
+            if (asked->row == name)
+                benchmark::RegisterBenchmark(name.c_str(), asked->isOurs ? ours : peer)->Iterations(asked->rounds)->Repetitions(1);
+        } else {
+            benchmark::RegisterBenchmark((name + "/ours").c_str(), ours);
+            benchmark::RegisterBenchmark((name + "/peer").c_str(), peer);
+        }
+    }
+}
+
+}  // namespace
 
 }  // namespace vexim::bench
 
@@ -68,6 +86,7 @@ int main(int argc, char** argv) {
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 1;
+    vexim::bench::registerAll();
     vexim::bench::Table table;
     benchmark::RunSpecifiedBenchmarks(&table);
     return 0;
