@@ -92,6 +92,15 @@ DictionaryItem* DictionaryRep::find(std::string_view key) noexcept {
     return nullptr;
 }
 
+DictionaryItem* DictionaryRep::findKey(const Value& key) noexcept {
+    if (index || key.isCounted()) return find(key.textView());
+    const auto wanted = load<KeyWords>(&key);
+    for (auto *item = items(), *end = item + size; item != end; ++item) {
+        if (load<KeyWords>(&item->key) == wanted) return item;
+    }
+    return nullptr;
+}
+
 void DictionaryRep::append(Value key, Value value) {
     auto* item = new (items() + size) DictionaryItem{std::move(key), std::move(value)};
     if (index) {
@@ -128,7 +137,7 @@ DictionaryRep* DictionaryRep::adopt(Value* keysAndValues, std::size_t count) {
     auto* items = rep->items();
     // Each item joins after those before it were searched for its key.
     for (std::size_t i = 0; i < count; ++i) {
-        if (auto* first = rep->find(items[i].name())) {
+        if (auto* first = rep->findKey(items[i].key)) {
             first->value = std::move(items[i].value);
             items[i].~DictionaryItem();
             continue;

@@ -68,10 +68,11 @@ constexpr std::array<Character, 256> kCharacters = [] {
 bool isPlainWord(std::uint64_t word) noexcept {
     constexpr std::uint64_t kOnes = 0x0101010101010101;
     constexpr std::uint64_t kHighBits = 0x8080808080808080;
-    const auto zeroBytes = [](std::uint64_t bytes) { return (bytes - kOnes) & ~bytes; };
-    const auto control = (word - kOnes * 0x20) & ~word;
-    const auto special = zeroBytes(word ^ kOnes * '"') | zeroBytes(word ^ kOnes * '\\');
-    return ((word | control | special) & kHighBits) == 0;
+    const auto below = [](std::uint64_t bytes, std::uint64_t bound) { return (bytes - kOnes * bound) & ~bytes; };
+    // With this bit turned, the quote comes right above the control characters, and the two between them go higher.
+    const auto controlOrQuote = below(word ^ kOnes * 2, 0x21);
+    const auto backslash = below(word ^ kOnes * '\\', 1);
+    return ((word | controlOrQuote | backslash) & kHighBits) == 0;
 }
 
 template <class Word>
@@ -81,21 +82,37 @@ Word load(const char* from) noexcept {
     return word;
 }
 
-/// Whether a text stands as it is. Its last bytes are looked at together with some of those before, rather than one by one.
-bool isPlain(std::string_view text) noexcept {
+/// Copies a text that stands as it is, word by word, and answers where the copy ends; nullptr at the first word that does not.
+/// The last bytes go together with some of those before, rather than one by one.
+char* copyPlain(std::string_view text, char* to) noexcept {
     const char* at = text.data();
     const char* const end = at + text.size();
     if (text.size() >= 8) {
-        for (; end - at > 8; at += 8) {
-            if (!isPlainWord(load<std::uint64_t>(at))) return false;
+        for (; end - at > 8; at += 8, to += 8) {
+            const auto word = load<std::uint64_t>(at);
+            if (!isPlainWord(word)) return nullptr;
+            std::memcpy(to, &word, sizeof word);
         }
-        return isPlainWord(load<std::uint64_t>(end - 8));
+        const auto word = load<std::uint64_t>(end - 8);
+        if (!isPlainWord(word)) return nullptr;
+        to += end - at;
+        std::memcpy(to - 8, &word, sizeof word);
+        return to;
     }
-    if (text.size() >= 4) return isPlainWord(std::uint64_t{load<std::uint32_t>(at)} << 32 | load<std::uint32_t>(end - 4));
-    for (; at != end; ++at) {
-        if (kCharacters[static_cast<unsigned char>(*at)] != Character::Plain) return false;
+    if (text.size() >= 4) {
+        const auto first = load<std::uint32_t>(at);
+        const auto last = load<std::uint32_t>(end - 4);
+        if (!isPlainWord(std::uint64_t{first} << 32 | last)) return nullptr;
+        std::memcpy(to, &first, sizeof first);
+        to += text.size();
+        std::memcpy(to - 4, &last, sizeof last);
+        return to;
     }
-    return true;
+    for (; at != end; ++at, ++to) {
+        if (kCharacters[static_cast<unsigned char>(*at)] != Character::Plain) return nullptr;
+        *to = *at;
+    }
+    return to;
 }
 
 class Writer {
@@ -154,11 +171,13 @@ private:
         return true;
     }
 
-    bool writeText(std::string_view text) {
-        out_.makeRoom(text.size() + kEscapeRoom + 2);
+    /// `before` stands before the text, if it is not 0, and there is room for one character behind.
+    bool writeText(std::string_view text, char before = 0) {
+        out_.makeRoom(text.size() + kEscapeRoom + 4);
+        if (before != 0) out_.put(before);
         out_.put('"');
-        if (isPlain(text)) {
-            out_.put(text);
+        if (const char* end = copyPlain(text, out_.end())) {
+            out_.endAt(end);
         } else if (!writeMixed(text)) {
             return false;
         }
@@ -166,7 +185,7 @@ private:
         return true;
     }
 
-    // There is room for the text, one escape and the quote; each escape asks for the room of the next.
+    // There is room for the text, one escape and two characters; each escape asks for the room of the next.
     bool writeMixed(std::string_view text) {
         while (!text.empty()) {
             std::size_t length = 1;
@@ -174,7 +193,7 @@ private:
                 case Character::Plain: out_.put(text.front()); break;
                 case Character::Escaped:
                     writeEscape(text.front());
-                    out_.makeRoom(text.size() + kEscapeRoom);
+                    out_.makeRoom(text.size() + kEscapeRoom + 2);
                     break;
                 case Character::Wide:
                     length = detail::utf8SequenceLength(text);
@@ -225,9 +244,8 @@ private:
         if (!store || store->size == 0) return writeWord("{}");
         char before = '{';
         for (const auto *item = store->items(), *end = item + store->size; item != end; ++item) {
-            writeMark(before);
-            if (!writeText(item->name())) return false;
-            writeMark(':');
+            if (!writeText(item->name(), before)) return false;
+            out_.put(':');
             if (!write(item->value, depth)) return false;
             before = ',';
         }

@@ -1,10 +1,13 @@
 #include "VexIMLib/Foundation/NotificationCenter.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <iterator>
 #include <map>
+#include <memory_resource>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -111,12 +114,13 @@ struct NotificationCenter::Impl {
 
     /// Those that are to hear the notification, each kind in order of registration.
     struct Listeners {
-        std::vector<RegistrationPtr> registrations;
+        std::array<std::byte, 128> memory;  // enough for the few that there mostly are
+        std::pmr::monotonic_buffer_resource resource{memory.data(), memory.size()};
+        std::pmr::vector<RegistrationPtr> registrations{&resource};
         std::vector<detail::EmbeddedObservers::Listener> embedded;
     };
 
-    Listeners listeners(const Notification& notification) {
-        Listeners found;
+    void find(const Notification& notification, Listeners& found) {
         auto& registrations = found.registrations;
         const auto take = [&](const Ordered& those) {
             for (const auto& [number, registration] : those) {
@@ -132,7 +136,6 @@ struct NotificationCenter::Impl {
         std::inplace_merge(registrations.begin(), registrations.begin() + middle, registrations.end(),
                            [](const auto& a, const auto& b) { return a->number < b->number; });
         found.embedded = embedded.listeners(notification);
-        return found;
     }
 
     void call(const Registration& registration, const Notification& notification) {
@@ -186,7 +189,8 @@ void NotificationCenter::remove(detail::EmbeddedObserver& observer) noexcept {
 }
 
 void NotificationCenter::post(const Notification& notification) {
-    const auto listeners = impl_->listeners(notification);
+    Impl::Listeners listeners;
+    impl_->find(notification, listeners);
     auto next = listeners.embedded.begin();
     for (const auto& registration : listeners.registrations) {
         while (next != listeners.embedded.end() && next->number < registration->number) (next++)->hear(notification);

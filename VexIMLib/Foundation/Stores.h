@@ -118,6 +118,8 @@ struct DictionaryRep : ContainerRep {
     const DictionaryItem* items() const noexcept { return reinterpret_cast<const DictionaryItem*>(this + 1); }
 
     DictionaryItem* find(std::string_view key) noexcept;
+    /// The same for a key that is a value already.
+    DictionaryItem* findKey(const Value& key) noexcept;
     /// Appends; there must be room, and no item of that key.
     void append(Value key, Value value);
     void remove(DictionaryItem* item) noexcept;

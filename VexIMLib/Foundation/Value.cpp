@@ -21,6 +21,21 @@ static_assert(sizeof(Value) == 16);
 static_assert(sizeof(Array) == sizeof(void*) && sizeof(Dictionary) == sizeof(void*) && sizeof(Data) == sizeof(void*),
               "a container lies in a value's word");
 
+/// Copies 14 bytes at most, by words that may overlap: a call of memcpy costs more than the copy.
+static void copyShort(unsigned char* to, std::string_view text) noexcept {
+    const char* const from = text.data();
+    const std::size_t size = text.size();
+    if (size >= 8) {
+        std::memcpy(to, from, 8);
+        std::memcpy(to + size - 8, from + size - 8, 8);
+    } else if (size >= 4) {
+        std::memcpy(to, from, 4);
+        std::memcpy(to + size - 4, from + size - 4, 4);
+    } else {
+        for (std::size_t i = 0; i < size; ++i) to[i] = static_cast<unsigned char>(from[i]);
+    }
+}
+
 Value::Value(const char* text) {
     if (text != nullptr) *this = Value(std::string_view(text));
 }
@@ -28,7 +43,7 @@ Value::Value(const char* text) {
 Value::Value(std::string_view text) : kind_(Kind::String) {
     if (text.size() <= kInlineCapacity) {
         inlineSize_ = static_cast<std::uint8_t>(text.size());
-        if (!text.empty()) std::memcpy(bytes_, text.data(), text.size());
+        copyShort(bytes_, text);
         return;
     }
     auto* block = static_cast<detail::Counted*>(detail::StringRep::make(text));

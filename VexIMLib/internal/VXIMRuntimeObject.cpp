@@ -1,6 +1,8 @@
 #include "VexIMLib/internal/VXIMRuntimeObject.h"
 
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <utility>
@@ -27,6 +29,29 @@ struct SplitPath {
         if (dot != std::string_view::npos) rest = path.substr(dot + 1);
     }
 };
+
+/// Whether a key path has one component only. Eight bytes at once: most are short, and a call of memchr costs more.
+bool isKey(std::string_view path) noexcept {
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    if (path.size() < 8) {
+        for (const char c : path) {
+            if (c == '.') return false;
+        }
+        return true;
+    }
+    const auto hasDot = [](const char* bytes) {
+        std::uint64_t word;
+        std::memcpy(&word, bytes, sizeof word);
+        word ^= kOnes * '.';
+        return ((word - kOnes) & ~word & kOnes * 0x80) != 0;
+    };
+    const char* at = path.data();
+    const char* const end = at + path.size();
+    for (; end - at > 8; at += 8) {
+        if (hasDot(at)) return false;
+    }
+    return !hasDot(end - 8);  // with some of those before
+}
 
 /// The platform's name for the class that would hold such a value.
 const char* className(const Value& value) {
@@ -203,11 +228,15 @@ void VXIMRuntimeObject::setObjectForKeyPath(Value object, std::string_view keyPa
 }
 
 Value VXIMRuntimeObject::valueForPropertyName(std::string_view property) const {
-    return objectForKeyPath(keyPathForProperty(property));
+    const std::string_view path = keyPathForProperty(property);
+    return isKey(path) ? dataStore_.get(path) : objectForKeyPath(path);
 }
 
 void VXIMRuntimeObject::setValueForPropertyName(Value value, std::string_view property) {
-    setObjectForKeyPath(std::move(value), keyPathForProperty(property));
+    const std::string_view path = keyPathForProperty(property);
+    if (!isKey(path)) return setObjectForKeyPath(std::move(value), path);
+    if (value.isNil()) return setObjectForKey(Value(), path);
+    dataStore_.set(path, std::move(value));
 }
 
 std::string VXIMRuntimeObject::description() const { return Object::description() + " " + dataStore_.description(); }

@@ -210,6 +210,17 @@ TEST(JSON, WritesWhatItReadsBackAsTheSame) {
     }
     const std::string controls(300'000, '\x01');
     EXPECT_EQ(read(written(controls)), controls) << "six times as long when written";
+    // Texts are looked at and copied eight bytes at once.
+    for (std::size_t length = 0; length <= 18; ++length) {
+        for (std::size_t at = 0; at <= length; ++at) {
+            for (int byte = 0; byte < 0x80; ++byte) {
+                const std::string text = std::string(at, ' ') + static_cast<char>(byte) + std::string(length - at, '!');
+                const bool isPlain = byte >= 0x20 && byte != '"' && byte != '\\';
+                ASSERT_EQ(read(written(text)), text) << length << " " << at << " " << byte;
+                ASSERT_EQ(written(text) == '"' + text + '"', isPlain) << length << " " << at << " " << byte;
+            }
+        }
+    }
     for (unsigned seed = 1; seed <= 200; ++seed) {
         const auto tree = RandomTree(seed).value(4);
         EXPECT_EQ(read(written(tree)), tree) << "seed " << seed;

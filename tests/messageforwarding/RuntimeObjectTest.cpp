@@ -49,6 +49,24 @@ TEST_F(RuntimeObject, IsMadeOfADictionaryWhoseKeysAreTakenAsTheyStand) {
     EXPECT_EQ(vexim::create<Traveller>(Dictionary{}), nullptr) << "a derived class may refuse";
 }
 
+TEST_F(RuntimeObject, TellsKeysFromKeyPathsWhereverTheDotStands) {
+    for (std::size_t length = 0; length <= 18; ++length) {
+        for (std::size_t at = 0; at <= length; ++at) {
+            const std::string path = std::string(at, '/') + '.' + std::string(length - at, 'k');
+            object->setValueForPropertyName(Value(length), path);
+            EXPECT_EQ(object->objectForKeyPath(path), Value(length)) << path;
+            EXPECT_EQ(object->valueForPropertyName(path), Value(length)) << path;
+            EXPECT_TRUE(object->objectForKey(path).isNil()) << path;
+        }
+        const std::string key(length, '/');
+        object->setValueForPropertyName("whole", key);
+        EXPECT_EQ(object->objectForKey(key), "whole") << key;
+        EXPECT_EQ(object->valueForPropertyName(key), "whole") << key;
+        object->setValueForPropertyName(nullptr, key);
+        EXPECT_TRUE(object->dataStore().find(key) == nullptr) << key;
+    }
+}
+
 TEST_F(RuntimeObject, ReadsKeyPaths) {
     object->addEntriesFromDictionary({{"text", "x"},
                                       {"null", Value::null()},

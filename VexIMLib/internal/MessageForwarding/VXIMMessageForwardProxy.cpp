@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -33,6 +34,14 @@ Registry& registry() {
 }
 [[noreturn]] void refuseValueForType(std::string_view encoding) {
     throw Exception(vexim::kInternalInconsistencyException, "Unsupported type encoding: " + std::string(encoding));
+}
+
+// Most numbers are of this type, and need no conversion.
+constexpr std::string_view kInt64 = "q";
+std::int64_t loadInt64(const void* bytes) noexcept {
+    std::int64_t number;
+    std::memcpy(&number, bytes, sizeof number);
+    return number;
 }
 
 /// Values are immutable copies by nature; only an object needs to be asked for one.
@@ -127,7 +136,7 @@ void VXIMMessageForwardProxy::storeArgument(const VXIMPropertyInfo& info, VXIMRu
         return target.setValueForPropertyName(std::move(value), info.name());
     }
     if (info.ivar()) return target.instanceStorage().setBytes(*info.ivar(), argument, type.size);
-    Value number = vexim::boxScalar(type.encoding, argument);
+    Value number = type.encoding == kInt64 ? Value(loadInt64(argument)) : vexim::boxScalar(type.encoding, argument);
     if (number.isNil()) refuseType(type.encoding);
     target.setValueForPropertyName(std::move(number), info.name());
 }
@@ -148,6 +157,11 @@ void VXIMMessageForwardProxy::loadResult(const VXIMPropertyInfo& info, VXIMRunti
     const Value value = target.valueForPropertyName(info.name());
     if (value.isNilOrNull()) {
         std::memset(result, 0, type.size);
+        return;
+    }
+    if (value.kind() == Value::Kind::Integer && type.encoding == kInt64) {
+        const std::int64_t number = value.integer();
+        std::memcpy(result, &number, sizeof number);
         return;
     }
     if (vexim::unboxScalar(value, type.encoding, result)) return;
