@@ -27,7 +27,8 @@ bool isFull(int number) { return number == ENOSPC || number == EDQUOT || number 
 
 [[noreturn]] void failWithSQLite(sqlite3* database, int code) {
     const int extended = database ? sqlite3_extended_errcode(database) : code;
-    const int number = database ? sqlite3_system_errno(database) : 0;
+    // SQLite does not keep the number of a failed write; it still stands where the system left it, see `step`.
+    const int number = errno;
     // SQLite's own words tell which table or rule; they never quote what is stored.
     const ErrorPtr cause = Error::withDescription(kSQLiteErrorDomain, extended, sqlite3_errstr(extended));
     switch (code & 0xff) {
@@ -36,7 +37,8 @@ bool isFull(int number) { return number == ENOSPC || number == EDQUOT || number 
             if (isFull(number)) fail(VXIMStoreErrorDiskFull, "There is no room left for the message store.", cause);
             break;
         case SQLITE_BUSY:
-        case SQLITE_LOCKED: fail(VXIMStoreErrorLocked, "Another program is using the message store.", cause);
+        case SQLITE_LOCKED:
+            fail(VXIMStoreErrorLocked, "Another program is using the message store.");  // a cause would not be temporary
         case SQLITE_READONLY: fail(VXIMStoreErrorReadOnly, "The message store cannot be written.", cause);
         case SQLITE_CORRUPT:
         case SQLITE_NOTADB: fail(VXIMStoreErrorDamaged, "The message store's file is damaged.", cause);
@@ -82,6 +84,7 @@ Statement& Statement::bind(int place, std::optional<std::int64_t> number) {
 }
 
 bool Statement::step() {
+    errno = 0;
     const int code = sqlite3_step(statement_);
     if (code == SQLITE_ROW) return true;
     if (code == SQLITE_DONE) return false;
@@ -105,6 +108,7 @@ bool Statement::isNull(int column) const { return sqlite3_column_type(statement_
 Database::Database(const std::string& path, Access access) {
     const int flags = (access == Access::ReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) |
                       SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+    errno = 0;
     const int code = sqlite3_open_v2(path.c_str(), &database_, flags, nullptr);
     if (code != SQLITE_OK) {
         sqlite3* const opened = std::exchange(database_, nullptr);
@@ -113,7 +117,11 @@ Database::Database(const std::string& path, Access access) {
     }
     sqlite3_busy_timeout(database_, kBusyMillis);
     // A file may come from anywhere: nothing that its schema says is run.
-    sqlite3_db_config(database_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    if (access == Access::Rescue) {
+        sqlite3_db_config(database_, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr);  // reads files that are shorter than they say
+    } else {
+        sqlite3_db_config(database_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+    }
     sqlite3_db_config(database_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
 }
 
@@ -123,6 +131,7 @@ Database::~Database() {
 }
 
 void Database::execute(const char* sql) {
+    errno = 0;
     const int code = sqlite3_exec(database_, sql, nullptr, nullptr, nullptr);
     if (code != SQLITE_OK) failWithSQLite(database_, code);
 }

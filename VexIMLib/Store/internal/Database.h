@@ -57,7 +57,11 @@ private:
 /// A connection to an SQLite file, for one thread. Everything fails with `Failure`.
 class Database {
 public:
-    enum class Access { ReadWrite, ReadOnly };
+    enum class Access {
+        ReadWrite,
+        ReadOnly,
+        Rescue,  // reads what can be read of a damaged file
+    };
     Database(const std::string& path, Access access);
     ~Database();
     Database(const Database&) = delete;

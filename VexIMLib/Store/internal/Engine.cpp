@@ -222,15 +222,14 @@ void Engine::runGroup(const Group& group) {
         }
         ErrorPtr damage;
         const std::size_t behind = runTransaction(group, first, damage);
-        refreshObservers();
-        for (; first < behind; ++first) deliver(*group[first]);
         if (damage) {
-            const ErrorPtr failed = errorOf([&] { setAside(damage); });
-            if (failed) {
-                closeFile();
-                broken_ = failed;
-            }
+            // Before anybody is told: who hears of the damage finds the fresh file.
+            broken_ = errorOf([&] { setAside(damage); });
+            if (broken_) closeFile();
+        } else {
+            refreshObservers();
         }
+        for (; first < behind; ++first) deliver(*group[first]);
     }
 }
 

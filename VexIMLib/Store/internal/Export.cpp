@@ -21,15 +21,23 @@ constexpr std::int32_t kSlice = 1000;
 class Lines {
 public:
     Lines(std::string path, std::optional<VXIMConversationId> only) : path_(std::move(path)), only_(std::move(only)) {}
-    ~Lines() {
-        if (descriptor_ >= 0) ::close(descriptor_);
-        if (!isWhole_ && isBegun_) removeFile(partial());
-    }
+    ~Lines() { discard(); }
     Lines(const Lines&) = delete;
     Lines& operator=(const Lines&) = delete;
 
     /// True at the end.
     bool writeSome(Tables& tables) {
+        try {
+            return tryToWriteSome(tables);
+        } catch (const Failure&) {
+            discard();  // before anybody is told
+            throw;
+        }
+    }
+    std::int64_t count() const { return count_; }
+
+private:
+    bool tryToWriteSome(Tables& tables) {
         if (!isBegun_) begin(tables);
         if (conversations_.empty()) {
             finish();
@@ -38,7 +46,7 @@ public:
         const auto messages = messagesAfter(tables, conversations_.back(), position_, kSlice);
         std::string text;
         for (const VXIMStoredMessage& each : messages) text += jsonLine(each) + '\n';
-        write(text);
+        writeAll(descriptor_, text, "The file of the export cannot be written.");
         count_ += static_cast<std::int64_t>(messages.size());
         if (messages.size() < static_cast<std::size_t>(kSlice)) {
             conversations_.pop_back();
@@ -48,9 +56,12 @@ public:
         }
         return false;
     }
-    std::int64_t count() const { return count_; }
 
-private:
+    void discard() {
+        if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+        if (!isWhole_ && std::exchange(isBegun_, false)) removeFile(partial());
+    }
+
     std::string partial() const { return path_ + ".part"; }
 
     void begin(Tables& tables) {
@@ -63,15 +74,6 @@ private:
         if (descriptor_ < 0) failWithSystem(VXIMStoreErrorFailed, "The file of the export cannot be made.", errno);
         isBegun_ = true;
         if (::fchmod(descriptor_, 0600) != 0) failWithSystem(VXIMStoreErrorFailed, "The file of the export is not ours.", errno);
-    }
-
-    void write(std::string_view text) {
-        while (!text.empty()) {
-            const ssize_t written = ::write(descriptor_, text.data(), text.size());
-            if (written < 0 && errno == EINTR) continue;
-            if (written < 0) failWithSystem(VXIMStoreErrorFailed, "The file of the export cannot be written.", errno);
-            text.remove_prefix(static_cast<std::size_t>(written));
-        }
     }
 
     void finish() {

@@ -19,20 +19,6 @@ namespace {
 
 constexpr mode_t kOursAlone = S_IRUSR | S_IWUSR;
 
-class Descriptor {
-public:
-    explicit Descriptor(int number) : number_(number) {}
-    ~Descriptor() {
-        if (number_ >= 0) ::close(number_);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    int number() const { return number_; }
-
-private:
-    const int number_;
-};
-
 void sync(const std::string& path) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (file.number() < 0 || ::fsync(file.number()) != 0) {
@@ -59,6 +45,19 @@ std::string digitsOf(std::string_view text) {
 }
 
 }  // namespace
+
+Descriptor::~Descriptor() {
+    if (number_ >= 0) ::close(number_);
+}
+
+void writeAll(int descriptor, std::string_view bytes, const char* sentence) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) failWithSystem(VXIMStoreErrorFailed, sentence, errno);
+        bytes.remove_prefix(static_cast<std::size_t>(written));
+    }
+}
 
 std::string originOf(const std::string& service) {
     std::string origin = service;
@@ -139,14 +138,22 @@ std::string keepCopy(const std::string& folder, const std::string& file, const s
     }
     const std::string copyName = name + std::filesystem::path(file).extension().string();
     const std::string copy = folder + "/" + copyName;
+    constexpr const char* kSentence = "The attachment could not be copied.";
     try {
-        std::filesystem::copy_file(file, copy, std::filesystem::copy_options::overwrite_existing);
-        ::chmod(copy.c_str(), kOursAlone);
-        sync(copy);
+        const Descriptor from(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
+        if (from.number() < 0) failWithSystem(VXIMStoreErrorFailed, kSentence, errno);
+        const Descriptor to(::open(copy.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kOursAlone));
+        if (to.number() < 0) failWithSystem(VXIMStoreErrorFailed, kSentence, errno);
+        std::string piece(256 * 1024, '\0');
+        for (;;) {
+            const ssize_t size = ::read(from.number(), piece.data(), piece.size());
+            if (size < 0 && errno == EINTR) continue;
+            if (size < 0) failWithSystem(VXIMStoreErrorFailed, kSentence, errno);
+            if (size == 0) break;
+            writeAll(to.number(), std::string_view(piece).substr(0, static_cast<std::size_t>(size)), kSentence);
+        }
+        if (::fsync(to.number()) != 0) failWithSystem(VXIMStoreErrorFailed, kSentence, errno);
         sync(folder);
-    } catch (const std::filesystem::filesystem_error& failure) {
-        removeFile(copy);
-        failWithSystem(VXIMStoreErrorFailed, "The attachment could not be copied.", failure.code().value());
     } catch (const Failure&) {
         removeFile(copy);
         throw;

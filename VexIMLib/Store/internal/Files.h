@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "VexIMLib/Store/VXIMMessageStore.h"
@@ -42,6 +43,21 @@ public:
 private:
     int descriptor_ = -1;
 };
+
+/// A descriptor, closed with this object.
+class Descriptor {
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    ~Descriptor();
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    int number() const { return number_; }
+
+private:
+    const int number_;
+};
+/// Writes all of it; `sentence` says what failed.
+void writeAll(int descriptor, std::string_view bytes, const char* sentence);
 
 /// Copies a message's file into the folder, which is made when it is missing; the copy's name. It survives a power cut.
 std::string keepCopy(const std::string& folder, const std::string& file, const std::string& name);

@@ -135,8 +135,7 @@ VXIMStoreDamage rescue(const Location& location, const std::string& userId, cons
         setMeta(to, "user", userId);
         setMeta(to, "service", service);
         try {
-            // Writable, as what was written last is in the "-wal" beside it.
-            Database from(location.path, Database::Access::ReadWrite);
+            Database from(location.path, Database::Access::Rescue);
             damage.messagesSaved = Copier(from, tables).copyAll();
         } catch (const Failure& failure) {
             if (!isDamage(failure.error) && !failure.error->is(VXIMStoreErrorDomain, VXIMStoreErrorCannotOpen)) throw;

@@ -1,0 +1,323 @@
+// What a file, a disk and other programs may do to a store.
+#include <sqlite3.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "store/StoreFixture.h"
+#include "support/ChildProcess.h"
+
+namespace vexim::testing {
+namespace {
+
+std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void setContent(const std::string& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
+
+/// What another program does to the file.
+class Other {
+public:
+    explicit Other(const std::string& path) { sqlite3_open(path.c_str(), &database_); }
+    ~Other() { sqlite3_close(database_); }
+    Other(const Other&) = delete;
+    Other& operator=(const Other&) = delete;
+    void execute(const std::string& sql) {
+        char* why = nullptr;
+        EXPECT_EQ(sqlite3_exec(database_, sql.c_str(), nullptr, nullptr, &why), SQLITE_OK) << (why ? why : "");
+        sqlite3_free(why);
+    }
+
+private:
+    sqlite3* database_ = nullptr;
+};
+
+using StoreFaults = StoreTest;
+
+TEST_F(StoreFaults, RefusesWhatItMustNotOpenAndLeavesItAsItIs) {
+    open();
+    receive("kept", kNoon);
+    shut();
+    struct Case {
+        const char* why;
+        std::string sql;
+        std::int64_t code;
+        VXIMMessageStoreOptions options = {};
+    };
+    const Case cases[] = {
+        {"a newer version", "PRAGMA user_version = 4711", VXIMStoreErrorNewer},
+        {"another user's", "UPDATE meta SET value = 'mallory' WHERE name = 'user'", VXIMStoreErrorOtherOwner},
+        {"another service's", "UPDATE meta SET value = 'https://else' WHERE name = 'service'", VXIMStoreErrorOtherOwner},
+        {"another program's", "PRAGMA application_id = 1", VXIMStoreErrorCannotOpen},
+        {"no folder", "", VXIMStoreErrorCannotOpen, {.path = folder / "none/alice.vexim"}},
+        {"no folder to look into", "", VXIMStoreErrorCannotOpen, {.path = folder / "none/"}},
+        {"a file in a file", "", VXIMStoreErrorCannotOpen, {.path = path() + "/x"}},
+        {"nothing to look at", "", VXIMStoreErrorCannotOpen, {.path = folder / "other", .readOnly = true}},
+        {"no path", "", VXIMStoreErrorCannotOpen, {.path = "/dev/null"}},
+    };
+    const std::string good = contentOf(path());
+    for (const Case& each : cases) {
+        setContent(path(), good);
+        if (!each.sql.empty()) Other(path()).execute(each.sql);
+        const std::string before = contentOf(path());
+        EXPECT_EQ(codeOfOpening(each.options), each.code) << each.why;
+        EXPECT_TRUE(contentOf(path()) == before) << each.why << ": the file was changed";
+    }
+    setContent(path(), good);
+    open();
+    EXPECT_EQ(texts(after({}, 9)), "kept");
+    std::size_t files = 0;
+    for (const auto& each : std::filesystem::directory_iterator(folder.path()))
+        files += each.path().string().find("damaged") != std::string::npos;
+    EXPECT_EQ(files, 0u) << "nothing of it was damage";
+}
+
+TEST_F(StoreFaults, GivesEachUserOfEachServiceAFileThatOnlyHeCanRead) {
+    ::umask(0);
+    const auto opened = [this](const char* user, const char* service) {
+        open({.path = folder.path(), .userId = user, .service = service});
+        receive(std::string(user) + "@" + service, kNoon);
+        for (const char* const suffix : {"", "-wal", "-shm", "-lock"}) {
+            struct stat file {};
+            EXPECT_EQ(::stat((store->path() + suffix).c_str(), &file), 0) << suffix;
+            EXPECT_EQ(file.st_mode & 0777, 0600u) << suffix;
+        }
+        return std::pair(store->path(), texts(after({}, 9)));
+    };
+    const auto first = opened("alice", "https://a");
+    EXPECT_EQ(first.second, "alice@https://a");
+    EXPECT_EQ(opened("alice", "https://b").second, "alice@https://b");
+    EXPECT_EQ(opened("../../al ice", "https://a").second, "../../al ice@https://a");
+    EXPECT_EQ(opened("alice", "https://a/").first, first.first) << "the slash at the end means nothing";
+    ::chmod(first.first.c_str(), 0644);
+    opened("alice", "https://a");
+    open({.path = first.first, .service = "https://a"});
+    EXPECT_EQ(store->userId(), "alice");
+}
+
+TEST_F(StoreFaults, SaysWhenAnotherHasTheFileAndGoesOnWhenHeIsGone) {
+    open();
+    receive("mine", kNoon);
+    std::shared_ptr<VXIMMessageStore> second;
+    EXPECT_EQ(codeOf([&] {
+                  second = wait(call(&VXIMMessageStore::open, VXIMMessageStoreOptions{path(), "alice", "https://im.example"}));
+              }),
+              VXIMStoreErrorLocked);
+    auto reader = wait(call(&VXIMMessageStore::open, VXIMMessageStoreOptions{path(), "alice", "https://im.example", true}));
+    EXPECT_EQ(texts(*wait(call(&VXIMMessageStore::messagesAfter, reader, bob, std::nullopt, 9))), "mine");
+    EXPECT_EQ(codeOf([&] { wait(call(&VXIMMessageStore::setDraft, reader, bob, "x")); }), VXIMStoreErrorReadOnly);
+    {
+        Other other(path());
+        other.execute("BEGIN IMMEDIATE");
+        try {
+            receive("not now", kNoon + 1);
+            FAIL() << "it was locked";
+        } catch (const Failure& failure) {
+            EXPECT_TRUE(failure.error()->is(VXIMStoreErrorDomain, VXIMStoreErrorLocked));
+            EXPECT_TRUE(isTemporary(failure.error()));
+        }
+        EXPECT_EQ(texts(after({}, 9)), "mine") << "reading goes on";
+    }
+    receive("now", kNoon + 2);
+    EXPECT_EQ(texts(after({}, 9)), "mine now");
+    wait(call(&VXIMMessageStore::close, store));
+    EXPECT_EQ(codeOf([&] { receive("closed", kNoon); }), VXIMStoreErrorClosed);
+    EXPECT_TRUE(wait(call(&VXIMMessageStore::close, store))) << "twice is once";
+}
+
+/// While this lives, no file grows beyond `bytes`.
+class FullDisk {
+public:
+    explicit FullDisk(rlim_t bytes) {
+        ::getrlimit(RLIMIT_FSIZE, &before_);
+        handler_ = std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit small{bytes, before_.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &small);
+    }
+    ~FullDisk() {
+        ::setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+    FullDisk(const FullDisk&) = delete;
+    FullDisk& operator=(const FullDisk&) = delete;
+
+private:
+    rlimit before_{};
+    void (*handler_)(int) = nullptr;
+};
+
+TEST_F(StoreFaults, TellsOfAFullDiskWritesNothingHalfAndLivesOn) {
+    open();
+    receive("before", kNoon);
+    setContent(folder / "picture", std::string(300'000, 'x'));
+    {
+        const FullDisk full(120'000);
+        // The disk fills up somewhere in one of these: each is stored whole, or an error.
+        std::size_t stored = 0, refused = 0;
+        for (int i = 0; i < 40; ++i) {
+            const std::string text = "m" + std::to_string(i) + std::string(4000, 'y');
+            const std::int64_t code = codeOf([&] {
+                insert({{.conversation = team, .payload = payload(text, kNoon + 2 * i, "bob")},
+                        {.conversation = team, .payload = payload(text + "2", kNoon + 2 * i + 1, "bob")}});
+            });
+            code == 0 ? ++stored : ++refused;
+            EXPECT_TRUE(code == 0 || code == VXIMStoreErrorDiskFull) << code;
+        }
+        EXPECT_GT(stored, 0u);
+        EXPECT_GT(refused, 0u);
+        EXPECT_EQ(after({}, 100, team).size(), 2 * stored);
+        EXPECT_EQ(texts(after({}, 9)), "before");
+        EXPECT_EQ(conversations().front().unreadCount, static_cast<std::int64_t>(2 * stored));
+        EXPECT_EQ(codeOf([&] { write("picture", kNoon, {}, {folder / "picture"}); }), VXIMStoreErrorDiskFull);
+        const FullDisk fuller(1000);
+        EXPECT_EQ(codeOf([&] { wait(call(&VXIMMessageStore::exportJSONLines, store, folder / "all", std::nullopt)); }),
+                  VXIMStoreErrorDiskFull);
+        EXPECT_FALSE(std::filesystem::exists(folder / "all.part"));
+    }
+    write("after", kNoon + 1, {}, {folder / "picture"});
+    open();
+    EXPECT_EQ(texts(after({}, 9)), "before after");
+    EXPECT_FALSE(store->damage());
+}
+
+TEST_F(StoreFaults, SetsADamagedFileAsideWithAllThatCanBeReadInTheNewOne) {
+    open();
+    for (int i = 0; i < 400; ++i) {
+        operations->insert(
+            {{.conversation = bob, .payload = payload("text " + std::to_string(i) + std::string(200, 'z'), kNoon + i, "bob")}}, {});
+    }
+    setContent(folder / "picture", "png");
+    const auto unsent = write("unsent", kNoon + 1000, "k1", {folder / "picture"});
+    wait(call(&Operations::setGround, shared(), bob, store::Ground{.knownUntilMillis = kNoon, .gaps = {}}));
+    wait(call(&VXIMMessageStore::setDraft, store, bob, "draft"));
+    shut();
+    const std::string good = contentOf(path());
+    ASSERT_GT(good.size(), 100'000u);
+    const auto overwritten = [&good](std::size_t at, std::size_t size) {
+        std::string damaged = good;
+        for (std::size_t i = at; i < std::min(at + size, damaged.size()); ++i) damaged[i] = static_cast<char>(i * 37);
+        return damaged;
+    };
+    struct Case {
+        const char* why;
+        std::string content;
+        std::size_t atLeast;  // how many of the 401 must be saved
+    };
+    const Case cases[] = {
+        {"no database at all", std::string(8192, 'x'), 0},
+        {"the schema's page", overwritten(100, 3000), 0},
+        {"cut in the middle", good.substr(0, good.size() / 2), 100},
+        {"cut within a page", good.substr(0, good.size() * 3 / 4 + 100), 100},
+        {"a stretch in the middle", overwritten(good.size() / 2, 20'000), 200},
+        {"the end", overwritten(good.size() - 9000, 9000), 200},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.why);
+        setContent(path(), each.content);
+        std::vector<VXIMStoreDamage> told;
+        open();
+        const auto observation = store->observeDamage([&](const VXIMStoreDamage& damage) { told.push_back(damage); });
+        // Some damage is only found where it lies.
+        for (int tries = 0; tries < 3 && !store->damage(); ++tries) {
+            const std::int64_t code = codeOf([&] {
+                after({}, 1000);
+                search({.text = "text", .limit = 1000});
+                receive("new", kNoon + 2000);
+                wait(call(&VXIMMessageStore::removeConversation, store, bob));
+            });
+            EXPECT_TRUE(code == 0 || code == VXIMStoreErrorDamaged) << code;
+            if (code == 0) break;
+        }
+        const auto damage = store->damage();
+        ASSERT_TRUE(damage);
+        EXPECT_TRUE(contentOf(damage->setAsideAs).substr(0, 50) == each.content.substr(0, 50));
+        EXPECT_GE(damage->messagesSaved, static_cast<std::int64_t>(each.atLeast));
+        EXPECT_EQ(after({}, 1000).size(), static_cast<std::size_t>(damage->messagesSaved));
+        EXPECT_EQ(search({.text = "text", .limit = 1000}).size() +
+                      (wait(call(&VXIMMessageStore::message, store, unsent.localId)) ? 1 : 0),
+                  static_cast<std::size_t>(damage->messagesSaved));
+        EXPECT_EQ(wait(call(&Operations::ground, shared(), bob))->knownUntilMillis, 0) << "the histories are to be read again";
+        EXPECT_NE(receive("goes on", kNoon + 3000).localId, 0);
+        open();
+        EXPECT_FALSE(store->damage()) << "the fresh file is sound";
+        std::filesystem::remove(damage->setAsideAs);
+        for (const char* const suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path() + suffix);
+        shut();
+        for (const char* const suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path() + suffix);
+    }
+}
+
+TEST_F(StoreFaults, BringsAFileOfTheFirstVersionToThePresentOne) {
+    Other(path()).execute(contentOf(VEXIM_TEST_FILES "/version1.sql"));
+    open();
+    EXPECT_EQ(texts(after({}, 9)), "hello unsent");
+    EXPECT_EQ(texts(search({.text = "hel*"})), "hello");
+    EXPECT_EQ(texts(*wait(call(&Operations::waiting, shared()))), "unsent");
+    EXPECT_EQ(conversations().front().draft, "a draft");
+    EXPECT_EQ(conversations().front().unreadCount, 1);
+    EXPECT_EQ(wait(call(&Operations::ground, shared(), bob))->gaps, (std::vector<VXIMStoredGap>{{1000, 2000}}));
+    change(after({}, 9).back().localId, {.state = VXIMStoredMessageSending, .attempts = 3});
+    receive("new", kNoon + 5000);
+    open();
+    EXPECT_EQ(after({}, 9).at(1).attempts, 3);
+    EXPECT_FALSE(store->damage());
+}
+
+TEST_F(StoreFaults, HasAfterAKillAllThatItToldAsDone) {
+    ::setenv("VEXIM_STORE_TO_FILL", path().c_str(), 1);
+    for (const int lines : {1, 17, 60}) {
+        std::size_t told = 0;
+        {
+            ChildProcess child({"/proc/self/exe", "--gtest_also_run_disabled_tests", "--gtest_filter=*DISABLED_FillsAStore"});
+            while (told < static_cast<std::size_t>(lines)) {
+                const auto line = child.readLine();
+                ASSERT_TRUE(line);
+                told += *line == "written";
+            }
+        }  // here it is killed
+        open();
+        EXPECT_GE(after({}, 100'000).size(), told);
+        EXPECT_FALSE(store->damage());
+        wait(call(&VXIMMessageStore::removeConversation, store, bob));
+        shut();
+    }
+    ::unsetenv("VEXIM_STORE_TO_FILL");
+}
+
+TEST_F(StoreFaults, DISABLED_FillsAStore) {
+    const char* const file = std::getenv("VEXIM_STORE_TO_FILL");
+    if (file) open({.path = file});
+    for (bool goesOn = file; goesOn; goesOn = ::write(1, "written\n", 8) == 8) write("text", kNoon);
+}
+
+TEST_F(StoreFaults, AnswersAForkedChildThatItHasNoStore) {
+    open();
+    receive("mine", kNoon);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        bool isRefused = false;
+        store->conversations(
+            [&](const auto&, const ErrorPtr& error) { isRefused = error && error->code() == VXIMStoreErrorClosed; });
+        store->close({});
+        store = nullptr;
+        MainQueue::shared().drain();
+        ::_exit(isRefused ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(texts(after({}, 9)), "mine");
+}
+
+}  // namespace
+}  // namespace vexim::testing
