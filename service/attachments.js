@@ -2,24 +2,30 @@
 // Nodes that share a database share this folder, too.
 
 import busboy from 'busboy';
+import { execFile } from 'node:child_process';
 import { randomBytes } from 'node:crypto';
 import { once } from 'node:events';
 import { createWriteStream, mkdirSync, mkdtempSync, readdirSync, rmSync } from 'node:fs';
-import { open, rename, rm } from 'node:fs/promises';
+import { open, rename, rm, stat } from 'node:fs/promises';
 import { tmpdir } from 'node:os';
 import { extname, join } from 'node:path';
 import { pipeline } from 'node:stream/promises';
+import { promisify } from 'node:util';
 import { ServiceError, must } from './errors.js';
 
 const formOverhead = 65_536; // boundaries, part headers and small fields around the file
 const thumbnailEdge = 256; // pixels
-const largestPicture = 40_000_000; // pixels that we are ready to decode
+const thumbnailLimits = ['--cpu=5', `--as=${2 ** 30}`]; // seconds, bytes
+// Formats whose readers were not made for the files of strangers are left out.
+const thumbnailRun = { timeout: 60_000, killSignal: 'SIGKILL', env: { ...process.env, VIPS_BLOCK_UNTRUSTED: '1', VIPS_CONCURRENCY: '1' } };
+const runFile = promisify(execFile);
 
 export class Attachments {
   #store;
   #directory;
   #isTemporary;
   #limit;
+  #shrinking = Promise.resolve();
 
   /** `limit` is the size of the largest file that is taken, in bytes. Without a `data` folder the files are gone in the end. */
   constructor({ store, data, limit }) {
@@ -97,21 +103,25 @@ export class Attachments {
     }
   }
 
-  /** A PNG that fits into a small square; nothing when the picture cannot be read. */
-  async #shrink(file) {
-    const { default: sharp } = await import('sharp'); // loaded when first needed: most runs see no picture
-    const name = `${randomBytes(16).toString('hex')}.png`;
-    try {
-      const picture = sharp(join(this.#directory, file.name), { limitInputPixels: largestPicture });
-      const { size } = await picture
-        .resize(thumbnailEdge, thumbnailEdge, { fit: 'inside', withoutEnlargement: true })
-        .png()
-        .toFile(join(this.#directory, `${name}.part`));
-      return await this.#keep(name, 'image/png', size);
-    } catch {
-      await rm(join(this.#directory, `${name}.part`), { force: true });
-      return undefined;
-    }
+  /**
+   * A PNG that fits into a small square; nothing when the picture cannot be read. A program of its own reads what a stranger made: one
+   * picture at a time, with as much time and memory as any photograph needs.
+   */
+  #shrink(file) {
+    const shrunk = this.#shrinking.then(async () => {
+      const name = randomBytes(16).toString('hex');
+      const [from, made, path] = [file.name, `${name}.part.png`, `${name}.png`].map((one) => join(this.#directory, one));
+      try {
+        await runFile('prlimit', [...thumbnailLimits, '--', 'vipsthumbnail', `--size=${thumbnailEdge}x${thumbnailEdge}>`, `--output=${made}`, from], thumbnailRun);
+        await rename(made, `${path}.part`);
+        return await this.#keep(`${name}.png`, 'image/png', (await stat(`${path}.part`)).size);
+      } catch {
+        for (const left of [made, `${path}.part`]) await rm(left, { force: true });
+        return undefined;
+      }
+    });
+    this.#shrinking = shrunk;
+    return shrunk;
   }
 
   async #remove(name) {

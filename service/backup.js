@@ -20,7 +20,7 @@ export async function backUp(place, target) {
       await run('pg_dump', ['--format=custom', '--no-owner', ...left, `--file=${join(folder, 'service.dump')}`], postgresEnvironment(place.database));
     } else await copy(join(place.data, 'service.sqlite'), join(folder, 'service.sqlite'));
     // The files come last: what the database knows by now has been there.
-    const files = place.data && existsSync(join(place.data, 'attachments')) ? ['-C', place.data, '--exclude=*.part', 'attachments'] : [];
+    const files = place.data && existsSync(join(place.data, 'attachments')) ? ['-C', place.data, '--exclude=*.part*', 'attachments'] : [];
     await run('tar', ['--create', `--file=${target}`, '-C', folder, place.database ? 'service.dump' : 'service.sqlite', ...files]);
   });
 }

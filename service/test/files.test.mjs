@@ -5,7 +5,7 @@ import { request } from 'node:http';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { after, before, describe, test } from 'node:test';
-import sharp from 'sharp';
+import { deflateSync } from 'node:zlib';
 import { sign } from '../signature.js';
 import { start } from './support.mjs';
 
@@ -51,11 +51,22 @@ describe('attachments', { timeout: 60_000 }, () => {
   });
 
   test('a picture gets a small one beside it, unless it cannot be read', async () => {
-    const picture = await sharp({ create: { width: 800, height: 400, channels: 3, background: 'teal' } }).png().toBuffer();
-    const { body } = await upload(picture, 'a.png', 'image/png');
-    const { width, height } = await sharp((await download(body[1])).bytes).metadata();
-    assert.deepEqual([width, height], [256, 128]);
-    assert.equal((await upload(Buffer.from('no picture'), 'b.png', 'image/png')).body.length, 1);
+    const cases = [
+      ['a large one', png(800, 400), [256, 128]],
+      ['a small one stays as it is', png(10, 20), [10, 20]],
+      ['no picture', Buffer.from('no picture')],
+      ['one that promises more than there is', png(40_000, 40_000, 10)],
+      ['one that would run a program', Buffer.from('push graphic-context\nimage over 0,0 0,0 "|id"\npop graphic-context')],
+    ];
+    const answers = await Promise.all(cases.map(([, bytes]) => upload(bytes, 'a.png', 'image/png'))); // at once
+    for (const [i, [why, , size]] of cases.entries()) {
+      const { status, body } = answers[i];
+      assert.deepEqual([status, body.length], [200, size ? 2 : 1], why);
+      if (!size) continue;
+      const { bytes } = await download(body[1]);
+      assert.deepEqual([bytes.readUInt32BE(16), bytes.readUInt32BE(20)], size, why);
+    }
+    assert.deepEqual(kept().filter((name) => name.includes('.part')), []);
   });
 
   test('what is refused leaves no file', async () => {
@@ -93,3 +104,16 @@ describe('attachments', { timeout: 60_000 }, () => {
 });
 
 const cutForm = '--b\r\nContent-Disposition: form-data; name="attachment"; filename="a"\r\nContent-Type: a/b\r\n\r\nhalf a fi';
+
+/** A grey picture (RFC 2083) of which `rows` are there. */
+function png(width, height, rows = height) {
+  const number = (value) => Buffer.from([24, 16, 8, 0].map((shift) => value >>> shift));
+  const shifted = (sum) => [...Array(8)].reduce((value) => (value >>> 1) ^ (value & 1 ? 0xedb88320 : 0), sum);
+  const chunk = (type, data) => {
+    const content = Buffer.concat([Buffer.from(type), data]);
+    return Buffer.concat([number(data.length), content, number(~content.reduce((sum, byte) => shifted(sum ^ byte), -1))]);
+  };
+  const header = Buffer.concat([number(width), number(height), Buffer.from([8, 0, 0, 0, 0])]);
+  const data = deflateSync(Buffer.alloc(rows * (width + 1)));
+  return Buffer.concat([Buffer.from('89504e470d0a1a0a', 'hex'), chunk('IHDR', header), chunk('IDAT', data), chunk('IEND', Buffer.alloc(0))]);
+}
