@@ -20,7 +20,7 @@ table="
 2 | /dev/null | no such command: lits                      | friends lits alice --server $url
 2 | /dev/null | A subcommand is required                   | friends
 2 | /dev/null | --ca: File does not exist: /no/such.pem    | send --server $url {} --ca /no/such.pem hi
-1 | /dev/null | no usable answer from 127.0.0.1, trying    | friends list alice --server http://127.0.0.1:1
+1 | /dev/null | from 127.0.0.1 (cannot connect), trying    | friends list alice --server http://127.0.0.1:1
 1 | /dev/null | Are the address and the port right?        | friends list alice --server http://127.0.0.1:1
 1 | /dev/null | at http://127.0.0.1:1: Could not connect   | send --server http://127.0.0.1:1 {} hi
 1 | /dev/null | at http://127.0.0.1:1: Could not connect   | chat --server http://127.0.0.1:1 {}
@@ -33,6 +33,8 @@ table="
 2 | /dev/null | say who you are                            | send --server $url --friend bob hi
 2 | /dev/null | say to whom                                | send --server $url --user alice hi
 2 | /dev/null | the text is empty                          | send --server $url {}
+2 | /dev/null | argument 5 is not valid UTF-8              | send --server $url --user $(printf 'al\xe9ce') --friend bob hi
+2 | /dev/null | credentials take 12                        | send --server $url --user $(head -c 12000 "$folder/long") --friend bob hi
 2 | latin1    | the text is not valid UTF-8                | send --server http://127.0.0.1:1 {} -
 2 | endless   | the text is longer than 16 MiB             | send --server http://127.0.0.1:1 {}
 1 | long      | it is longer than the server takes         | send --server $url {}

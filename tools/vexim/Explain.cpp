@@ -7,6 +7,9 @@ namespace {
 
 constexpr const char* kCheckAddress = " Are the address and the port right?";
 
+// What speaks TLS hangs up on a request that does not.
+constexpr const char* kCheckScheme = " Are the address and the port right? Or is it https://?";
+
 /// For a connection that never stood.
 const char* hintForConnection(std::int64_t kind) {
     switch (kind) {
@@ -14,8 +17,8 @@ const char* hintForConnection(std::int64_t kind) {
         case VXIMConnectionErrorBadAddress:
         case VXIMConnectionErrorHostNotFound:
         case VXIMConnectionErrorUnreachable:
-        case VXIMConnectionErrorNotSocketIO:
-        case VXIMConnectionErrorLost: return kCheckAddress;
+        case VXIMConnectionErrorNotSocketIO: return kCheckAddress;
+        case VXIMConnectionErrorLost: return kCheckScheme;
         default: return "";
     }
 }
@@ -26,8 +29,8 @@ const char* hintForLoading(std::int64_t code) {
         case vexim::URLErrorUnsupportedURL:
         case vexim::URLErrorCannotFindHost:
         case vexim::URLErrorCannotConnectToHost:
-        case vexim::URLErrorNetworkConnectionLost:
         case vexim::URLErrorBadServerResponse: return kCheckAddress;
+        case vexim::URLErrorNetworkConnectionLost: return kCheckScheme;
         default: return "";
     }
 }
@@ -46,6 +49,7 @@ const char* hintForRefusal(std::int64_t code) {
 std::string hintFor(const vexim::Error& error, const std::string& words) {
     // OpenSSL's words for an answer without TLS.
     if (words.find("wrong version number") != std::string::npos) return " The server does not speak TLS there: is it http://?";
+    if (words.starts_with("TLS failed")) return kCheckAddress;
     if (error.domain() == VXIMConnectionErrorDomain) return hintForConnection(error.code());
     if (error.is(VXErrorDomain, VXErrorNoUsableAnswer)) {
         const auto cause = error.underlyingError();

@@ -39,6 +39,18 @@ void printText(const Value& value) {
     }
 }
 
+/// Why an attempt got no answer, as far as the record tells.
+std::string reasonOf(const VXIMDiagnosisEvent& failure) {
+    if (const auto status = failure.details.get("status"); status.isNumber()) return "status " + status.description();
+    switch (failure.details.get("underlying").longLongValue()) {
+        case vexim::URLErrorCannotFindHost: return "no such host";
+        case vexim::URLErrorCannotConnectToHost: return "cannot connect";
+        case vexim::URLErrorNetworkConnectionLost: return "the connection was lost";
+        case vexim::URLErrorTimedOut: return "not in time";
+        default: return "see below";
+    }
+}
+
 /// Runs the main queue until `hasArrived`, for 30 seconds at most. Says so when a first attempt has failed and others follow,
 /// which takes seconds.
 bool await(const std::function<bool()>& hasArrived, const VXIMClient& client) {
@@ -47,10 +59,10 @@ bool await(const std::function<bool()>& hasArrived, const VXIMClient& client) {
     while (std::chrono::steady_clock::now() < end) {
         if (vexim::MainQueue::shared().runUntil(hasArrived, std::chrono::milliseconds(500))) return true;
         const auto events = client.diagnose().events();
-        const bool hasFailed =
-            std::any_of(events.begin(), events.end(), [](const auto& event) { return event.name == "request failed"; });
-        if (hasFailed && !std::exchange(isTold, true)) {
-            std::fprintf(stderr, "vexim: no usable answer from %s, trying again …\n", client.config()->socketURL()->host().c_str());
+        const auto failure = std::ranges::find(events, "request failed", &VXIMDiagnosisEvent::name);
+        if (failure != events.end() && !std::exchange(isTold, true)) {
+            std::fprintf(stderr, "vexim: no usable answer from %s (%s), trying again …\n",
+                         client.config()->socketURL()->host().c_str(), reasonOf(*failure).c_str());
         }
     }
     return false;

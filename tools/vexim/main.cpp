@@ -1,5 +1,7 @@
 // vexim: the library in a terminal.
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <cerrno>
 #include <cstdio>
@@ -14,6 +16,7 @@
 #include "Demo.h"
 #include "Resources.h"
 #include "Send.h"
+#include "VexIMLib/VexIMLib.h"
 #include "chat/Text.h"
 
 namespace {
@@ -72,6 +75,10 @@ int main(int argc, char** argv) {
         if (error.get_exit_code() != 0 && !word.empty()) return complain("no such command: " + word + "; --help lists them", 2);
         return app.exit(error) == 0 ? 0 : 2;
     }
+    for (int i = 1; i < argc; ++i) {  // a file's name may have any bytes
+        const bool isText = !vexim::writeJSON(vexim::Value(argv[i]), vexim::JSONFragments::Allow).error;
+        if (!isText && ::access(argv[i], F_OK) != 0) return complain("argument " + std::to_string(i) + " is not valid UTF-8", 2);
+    }
     hideSecrets(argc, argv);
     chat::useUTF8();
     try {
@@ -84,6 +91,8 @@ int main(int argc, char** argv) {
         return complain(error.what(), 2);  // nothing was tried
     } catch (const CLI::ParseError& error) {
         return complain(error.what(), 2);
+    } catch (const vexim::Exception& exception) {
+        return complain(exception.reason(), 2);
     } catch (const std::exception& error) {
         return complain(error.what(), 1);
     }
