@@ -148,6 +148,7 @@ void VXIMConversations::Impl::didOpen(std::shared_ptr<VXIMMessageStore> opened, 
     const auto insert = [weak](std::vector<Arrival> arrivals, vexim::store::MergedCompletion completion) {
         const auto self = weak.lock();
         if (!self) return;
+        for (auto& arrival : arrivals) arrival.mayBeEcho = self->outbox->mayLoseKeys();
         const auto kept = std::make_shared<const std::vector<Arrival>>(arrivals);
         vexim::store::Operations(self->store)
             .insert(std::move(arrivals), [weak, kept, completion = std::move(completion)](
@@ -238,6 +239,7 @@ void VXIMConversations::Impl::storeArrival(Arrival arrival) {
         }
         return unstored.push_back(std::move(arrival));
     }
+    arrival.mayBeEcho = outbox->mayLoseKeys();
     const auto kept = std::make_shared<const Arrival>(arrival);
     vexim::store::Operations(store).insert(
         {std::move(arrival)},

@@ -16,9 +16,9 @@ class VXIMMessage;
 /// What `VXIMConversations` keeps where, and how long it tries.
 struct VXIMConversationsOptions {
     /// As `VXIMMessageStoreOptions::path`: a file, or a folder with a file for each user of each service.
-    std::string path;
+    std::string path = {};
     /// Whose messages these are. Empty: the user that logs in first, and the store opens then.
-    std::string userId;
+    std::string userId = {};
 
     // Limits of what waits to be sent: a message beyond `mostUnsent` is not taken; one that has waited for `longestWait` fails.
     std::int32_t mostUnsent = 10'000;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Store/internal/WallTime.h"
 #include "VexIMLib/VXIMErrors.h"
 #include "VexIMLib/VXIMGroup.h"
 #include "VexIMLib/VXIMUser.h"
@@ -25,7 +25,6 @@ constexpr std::int64_t kDoubtMillis = 60'000;
 constexpr std::int64_t kEndOfTime = 4'102'444'800'000;
 constexpr std::chrono::seconds kLongestPause = 60s;
 
-std::int64_t wallMillis() { return static_cast<std::int64_t>(Clock::shared()->wallTime() * 1000.0); }
 std::int64_t timeOf(const Dictionary& payload) { return payload.get("ts").longLongValue(); }
 bool hasHistory(const VXIMConversationId& conversation) {
     return conversation.kind == VXIMConversationKindFriend || conversation.kind == VXIMConversationKindGroup;
@@ -192,6 +191,7 @@ void CatchUp::didGetPage(const VXIMConversationId& conversation, const Messages&
         arrival.payload = (*message)->payload();
         if (isWrittenBy(arrival.payload, store_->userId())) arrival.direction = VXIMStoredMessageOutgoing;
         arrival.countsAsUnread = isNews;
+        arrival.isHistory = true;
         arrivals.push_back(std::move(arrival));
     }
     std::ranges::stable_sort(arrivals, {}, [](const Arrival& arrival) { return timeOf(arrival.payload); });

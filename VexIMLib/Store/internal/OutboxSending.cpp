@@ -1,0 +1,259 @@
+// The way out, conversation by conversation: looked up when in doubt, written, handed to the client, sent back by the service.
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Store/internal/Outbox.h"
+#include "VexIMLib/Store/internal/OutboxErrors.h"
+#include "VexIMLib/Store/internal/WallTime.h"
+#include "VexIMLib/VXIMErrors.h"
+#include "VexIMLib/VXIMMessageTarget.h"
+
+namespace vexim::store {
+namespace {
+
+using namespace std::chrono_literals;
+
+// How many messages of a conversation wait for their echoes at once, and how many are written ahead: a message costs no round
+// trip of its own then.
+constexpr std::size_t kMostHanded = 64;
+constexpr std::size_t kMostWrittenAhead = 16;
+constexpr int kMostMissedEchoes = 2;
+constexpr std::chrono::seconds kLongestPause = 60s;
+// A clock that was set back by more than this is not waited for.
+constexpr std::int64_t kMostClockStepMillis = 1'000;
+
+bool mayPass(const ErrorPtr& error) {
+    return isTemporary(error) || (error && error->is(kURLErrorDomain, URLErrorCancelled));  // we cancel when the connection goes
+}
+
+}  // namespace
+
+void Outbox::pumpAll() {
+    std::vector<VXIMConversationId> all;
+    for (const auto& [conversation, lane] : lanes_) all.push_back(conversation);
+    for (const auto& conversation : all) pump(conversation);
+}
+
+void Outbox::pump(const VXIMConversationId& conversation) {
+    Lane& lane = laneOf(conversation);
+    if (!isOpen_ || lane.isPaused || lane.isLookingUp) return;
+    if (!resolveDoubts(conversation, lane)) return;
+    writeAhead(conversation, lane);
+    handOver(conversation, lane);
+}
+
+/// False while something must be found out first.
+bool Outbox::resolveDoubts(const VXIMConversationId& conversation, Lane& lane) {
+    std::int64_t since = INT64_MAX;
+    for (const auto& [localId, item] : lane.items) {
+        if (item.stage == Stage::Handing) return true;  // it ends first
+        if (item.stage == Stage::Doubtful) since = std::min(since, item.row.sentAtMillis);
+    }
+    if (since == INT64_MAX) return true;
+    if (conversation.kind != VXIMConversationKindRoom) {
+        lane.isLookingUp = true;
+        surroundings_.lookUp(conversation, since);
+        return false;
+    }
+    // A room has no history. Where keys arrive, a second copy is recognised; elsewhere the user decides.
+    std::vector<std::int64_t> doubtful;
+    for (const auto& [localId, item] : lane.items) {
+        if (item.stage == Stage::Doubtful) doubtful.push_back(localId);
+    }
+    for (const auto localId : doubtful) {
+        if (!keepsKeys_) {
+            fail(conversation, localId, errors::fateUnknown(nullptr));
+            continue;
+        }
+        lane.items.at(localId).stage = Stage::Waiting;
+    }
+    return true;
+}
+
+void Outbox::writeAhead(const VXIMConversationId& conversation, Lane& lane) {
+    std::size_t ahead = 0;
+    std::vector<std::int64_t> tooOld;
+    for (auto& [localId, item] : lane.items) {
+        if (item.stage == Stage::Writing || item.stage == Stage::Ready) ++ahead;
+        if (ahead >= kMostWrittenAhead) break;
+        if (item.stage == Stage::Waiting) {
+            if (wallMillis() - item.row.sentAtMillis > limits_.longestWait.count()) {
+                tooOld.push_back(localId);
+                continue;
+            }
+            ++ahead;
+            item.stage = Stage::Writing;
+            write(
+                item, VXIMStoredMessageSending, nullptr, false,
+                [weak = weak_from_this(), conversation, localId = localId](const std::optional<VXIMStoredMessage>& written,
+                                                                           const ErrorPtr& error) {
+                    const auto self = weak.lock();
+                    Item* const ours = self ? self->find(conversation, localId) : nullptr;
+                    if (!ours || ours->stage != Stage::Writing) return;
+                    if (written && written->state == VXIMStoredMessageConfirmed) {  // a late echo of an earlier attempt
+                        self->drop(conversation, localId);
+                    } else if (error && error->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) {  // its conversation was removed
+                        self->drop(conversation, localId);
+                    } else if (error) {
+                        ours->stage = Stage::Waiting;  // nothing goes out that is not written first
+                        self->pause(conversation, self->laneOf(conversation));
+                    } else {
+                        ours->stage = Stage::Ready;
+                    }
+                    self->pump(conversation);
+                });
+        }
+        if (item.stage != Stage::Handed && !item.row.attachmentFiles.empty())
+            break;  // what stands behind an upload is not being sent yet
+    }
+    for (const auto localId : tooOld) fail(conversation, localId, errors::tooOld());
+}
+
+void Outbox::handOver(const VXIMConversationId& conversation, Lane& lane) {
+    std::size_t handed = 0;
+    for (auto& [localId, item] : lane.items) {
+        switch (item.stage) {
+            case Stage::Handed:
+                if (++handed >= kMostHanded) return;
+                break;
+            case Stage::Ready: return hand(conversation, lane, item);
+            case Stage::Waiting:
+            case Stage::Writing:
+            case Stage::Handing:
+            case Stage::Doubtful: return;  // one after the other
+        }
+    }
+}
+
+void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item) {
+    // No two of a conversation carry the same time: their order is then the same for everybody.
+    if (const auto ahead = lane.lastMillis - wallMillis(); ahead >= 0 && ahead < kMostClockStepMillis) {
+        return MainQueue::shared().after(1ms, [weak = weak_from_this(), conversation] {
+            if (const auto self = weak.lock()) self->pump(conversation);
+        });
+    }
+    const auto localId = item.row.localId;
+    auto message = VXIMMessage::initWithPayloadDictionary(item.row.payload);
+    message->sender()->setType(VXIMMessageTargetTypeUnknown);  // the service says who it is
+    if (!item.row.attachmentFiles.empty() && !message->attachmentUrl()) {
+        const std::string& path = item.row.attachmentFiles.front();
+        std::error_code ignored;
+        if (!std::filesystem::exists(path, ignored)) {
+            fail(conversation, localId,
+                 Error::withDescription(kURLErrorDomain, URLErrorFileDoesNotExist, "The file is gone: " + path));
+            return pump(conversation);
+        }
+        message->setAttachmentPath(path);
+        item.transfer = VXIMTransfer::transfer();
+    }
+    item.stage = Stage::Handing;
+    const auto sent = std::make_shared<Dictionary>();
+    auto done = [weak = weak_from_this(), conversation, localId, link = link_, sent, message](bool, const ErrorPtr& error) {
+        MainQueue::shared().async([weak, conversation, localId, link, sent, message, error] {  // `say` may answer at once
+            if (const auto self = weak.lock()) self->didHand(conversation, localId, link, *sent, message, error);
+        });
+    };
+    try {
+        surroundings_.say(message, item.progress, std::move(done), item.transfer);
+    } catch (const Exception& cause) {
+        fail(conversation, localId, Error::withDescription(VXIMErrorDomain, VXIMErrorCannotSend, cause.what()));
+        return pump(conversation);
+    }
+    *sent = message->payload();  // with the time that it goes out with; afterwards the client writes another
+    lane.lastMillis = sent->get("ts").longLongValue();
+}
+
+void Outbox::didHand(const VXIMConversationId& conversation, std::int64_t localId, std::uint64_t link, Dictionary sent,
+                     const std::shared_ptr<VXIMMessage>& message, const ErrorPtr& error) {
+    Item* const item = find(conversation, localId);
+    if (!item || item->stage != Stage::Handing) return pump(conversation);  // cancelled, or an echo was faster
+    Lane& lane = laneOf(conversation);
+    item->transfer = nullptr;
+    if (const auto url = message->attachmentUrl()) {  // not uploaded again
+        sent.set("content", message->payload().get("content"));
+        item->row.payload = sent;
+    }
+    if (message->status() == VXIMMessageStatusSent) {
+        lane.failures = 0;
+        item->row.payload = std::move(sent);
+        item->row.sentAtMillis = lane.lastMillis;
+        item->handedAt = Clock::shared()->now();
+        item->stage = isOpen_ && link == link_ ? Stage::Handed : Stage::Doubtful;
+        write(*item, VXIMStoredMessageSent, nullptr, true, nullptr);
+        awaitEchoes(conversation, lane);
+    } else {
+        const ErrorPtr cause = error ? error : message->error();
+        if (!cause || mayPass(cause)) {
+            hold(conversation, lane, *item, cause);
+        } else {
+            fail(conversation, localId, cause);
+        }
+    }
+    pump(conversation);
+}
+
+/// It waits, and what stands behind it.
+void Outbox::hold(const VXIMConversationId& conversation, Lane& lane, Item& item, const ErrorPtr& error) {
+    item.stage = Stage::Waiting;
+    write(item, VXIMStoredMessageQueued, error, true, nullptr);
+    pause(conversation, lane);
+}
+
+void Outbox::pause(const VXIMConversationId& conversation, Lane& lane) {
+    if (!isOpen_) return;  // the next connection ends it
+    lane.isPaused = true;
+    const auto wait = std::min<std::chrono::seconds>(kLongestPause, std::chrono::seconds(1 << std::min(lane.failures++, 6)));
+    MainQueue::shared().after(wait, [weak = weak_from_this(), conversation, link = link_] {
+        const auto self = weak.lock();
+        if (!self || link != self->link_) return;
+        self->laneOf(conversation).isPaused = false;
+        self->pump(conversation);
+    });
+}
+
+void Outbox::awaitEchoes(const VXIMConversationId& conversation, Lane& lane) {
+    if (std::exchange(lane.isTimerSet, true)) return;
+    MainQueue::shared().after(limits_.echoTimeout, [weak = weak_from_this(), conversation] {
+        const auto self = weak.lock();
+        if (!self) return;
+        self->laneOf(conversation).isTimerSet = false;
+        self->checkEchoes(conversation);
+    });
+}
+
+void Outbox::checkEchoes(const VXIMConversationId& conversation) {
+    Lane& lane = laneOf(conversation);
+    const auto now = Clock::shared()->now();
+    std::int64_t since = INT64_MAX;
+    bool areAwaited = false;
+    for (const auto& [localId, item] : lane.items) {
+        if (item.stage != Stage::Handed) continue;
+        areAwaited = true;
+        if (now - item.handedAt >= limits_.echoTimeout) since = std::min(since, item.row.sentAtMillis);
+    }
+    if (areAwaited) awaitEchoes(conversation, lane);
+    if (since == INT64_MAX || lane.isAskingForEchoes) return;
+    if (conversation.kind == VXIMConversationKindRoom) return didMissEchoes(conversation, nullptr);
+    lane.isAskingForEchoes = true;
+    surroundings_.lookUp(conversation, since);
+}
+
+void Outbox::didMissEchoes(const VXIMConversationId& conversation, const ErrorPtr& cause) {
+    const auto now = Clock::shared()->now();
+    std::vector<std::int64_t> lost;
+    for (auto& [localId, item] : laneOf(conversation).items) {
+        if (item.stage != Stage::Handed || now - item.handedAt < limits_.echoTimeout) continue;
+        item.handedAt = now;
+        if (++item.missedEchoes >= kMostMissedEchoes || cause) lost.push_back(localId);
+    }
+    for (const auto localId : lost) fail(conversation, localId, errors::notAccepted(cause));
+    if (!lost.empty()) pump(conversation);
+}
+
+}  // namespace vexim::store
