@@ -102,6 +102,7 @@ Mailbox::Transfers Mailbox::close(std::string_view error) {
     Transfers transfers;
     const MutexLock lock(mutex_);
     if (std::exchange(closed_, true)) return transfers;
+    blanks_ = {};
     std::erase_if(items_, [](const Item& item) { return item.kind == Item::Kind::Event; });
     bytes_ = 0;
     for (const Item& item : items_) bytes_ += bytesOf(item);
@@ -151,6 +152,9 @@ bool Mailbox::receive(double seconds, std::string& text) {
         }
         item = std::move(items_.front());
         items_.pop_front();
+        if (text.capacity() >= kItemBytes && text.capacity() <= kLargestBlank && blanks_.size() < kMostBlanks && !closed_) {
+            blanks_.push_back(std::move(text));
+        }
         bytes_ -= bytesOf(item);
         if (item.kind == Item::Kind::Overflow) {
             item.text = R"({"@type":"event","name":"overflow","events":)" + std::to_string(item.events) + R"(,"answers":)" +
@@ -159,6 +163,16 @@ bool Mailbox::receive(double seconds, std::string& text) {
     }
     text = std::move(item.text);
     return true;
+}
+
+std::string Mailbox::blank() {
+    std::string text;
+    const MutexLock lock(mutex_);
+    if (blanks_.empty()) return text;
+    text = std::move(blanks_.back());
+    blanks_.pop_back();
+    text.clear();
+    return text;
 }
 
 std::size_t Mailbox::size() const {

@@ -64,8 +64,12 @@ public:
     // What waits to be received.
 
     void event(std::string text);
-    /// The next text into `text`, waiting for it until `seconds` are over; false when there is none.
+    /// The next text into `text`, waiting for it until `seconds` are over; false when there is none. Takes the memory that `text`
+    /// had.
     bool receive(double seconds, std::string& text);
+    /// A text to write an event into, with the memory of one that has been received: what one thread allocates and another frees
+    /// costs both.
+    std::string blank();
     /// How many bytes wait, and are kept for open requests.
     std::size_t size() const;
     /// Whether nothing will ever come any more.
@@ -92,6 +96,8 @@ private:
     static std::size_t bytesOf(const Item& item) noexcept { return item.text.size() + kItemBytes; }
     static constexpr std::size_t kItemBytes = 128;  // beside the text, about
     static constexpr std::size_t kRequestBytes = 512;
+    static constexpr std::size_t kMostBlanks = 128;
+    static constexpr std::size_t kLargestBlank = 2048;
 
     void push(Item item) VEXIM_REQUIRES(mutex_);
     /// Wakes who waits. On the main thread only after what it is doing: messages come in batches, and to change threads for each
@@ -112,6 +118,7 @@ private:
     std::set<std::pair<Clock::TimePoint, RequestId>> deadlines_ VEXIM_GUARDED_BY(mutex_);
     RequestId lastId_ VEXIM_GUARDED_BY(mutex_) = 0;
     std::deque<Item> items_ VEXIM_GUARDED_BY(mutex_);
+    std::vector<std::string> blanks_ VEXIM_GUARDED_BY(mutex_);
     std::size_t bytes_ VEXIM_GUARDED_BY(mutex_) = 0;
     int waiting_ VEXIM_GUARDED_BY(mutex_) = 0;
     bool closed_ VEXIM_GUARDED_BY(mutex_) = false;

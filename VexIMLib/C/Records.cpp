@@ -1,11 +1,15 @@
 #include "VexIMLib/C/Records.h"
 
+#include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <utility>
 
 #include "VexIMLib/C/Errors.h"
 #include "VexIMLib/Foundation/Array.h"
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/Foundation/PlainText.h"
 #include "VexIMLib/VXIMMessageTarget.h"
 #include "VexIMLib/internal/SocketIO/Base64.h"
 
@@ -76,16 +80,49 @@ void writeAnyhow(std::string& out, const Value& value) {
 }  // namespace
 
 void write(std::string& out, const Value& value) {
+    if (const auto text = value.asStringView()) return write(out, *text);
     if (value.isObject() || value.isNil() || appendJSON(out, value, JSONFragments::Allow)) writeAnyhow(out, value);
 }
 
 void write(std::string& out, std::string_view text) {
+    // Most ids and names: the way through a value and the JSON writer costs several times the writing.
+    char quoted[48];
+    constexpr std::size_t kShort = sizeof quoted - 2;
+    if (text.size() <= kShort) {
+        quoted[0] = '"';
+        if (char* end = detail::copyPlain(text, quoted + 1)) {
+            *end++ = '"';
+            out.append(quoted, end);
+            return;
+        }
+    }
     if (appendJSON(out, text, JSONFragments::Allow)) appendJSON(out, inASCII(text), JSONFragments::Allow);
+}
+
+void write(std::string& out, std::int64_t number) {
+    if (number >= 0 && number < 10) {
+        out += static_cast<char>('0' + number);
+        return;
+    }
+    char digits[24];
+    out.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+
+void write(std::string& out, double number) {
+    // Times have three decimals at most, which are quick to write.
+    const double thousandths = std::round(number * 1000);
+    if (thousandths < 1000 || thousandths > 9e14 || thousandths / 1000 != number) return write(out, Value(number));
+    const auto whole = static_cast<std::int64_t>(thousandths);
+    write(out, whole / 1000);
+    const auto rest = static_cast<int>(whole % 1000);
+    const char decimals[] = {'.', static_cast<char>('0' + rest / 100), static_cast<char>('0' + rest / 10 % 10),
+                             static_cast<char>('0' + rest % 10)};
+    out.append(decimals, rest % 10 != 0 ? 4 : rest % 100 != 0 ? 3 : 2);
 }
 
 void write(std::string& out, const Error& error) {
     ObjectWriter object(out);
-    object.add("domain", std::string_view(error.domain())).add("code", Value(error.code()));
+    object.add("domain", std::string_view(error.domain())).add("code", error.code());
     object.add("description", std::string_view(error.localizedDescription()));
     const Value& info = error.userInfo();
     const auto* entries = info.asDictionary();
@@ -106,33 +143,37 @@ std::string errorBody(InterfaceError code, std::string description) {
 
 void write(std::string& out, const VXIMMessageTarget& target) {
     ObjectWriter object(out);
-    object.add("type", Value(static_cast<std::int32_t>(target.type())));
+    object.add("type", static_cast<std::int32_t>(target.type()));
     object.add("userId", target.userId()).add("groupId", target.groupId()).add("roomId", target.roomId());
 }
 
 void write(std::string& out, VXIMMessage& message) {
     ObjectWriter object(out);
-    const bool isText = message.mediaType() == VXIMMessageMediaTypeText;
-    object.add(isText ? "text" : "attachmentUrl", Value(message.text()));
-    object.add("mediaType", Value(static_cast<std::int32_t>(message.mediaType())));
-    object.add("sendTimestamp", Value(message.sendTimestamp()));
-    object.add("isSystemMessage", Value(message.isSystemMessage()));
+    const VXIMMessageMediaType mediaType = message.mediaType();
+    if (mediaType == VXIMMessageMediaTypeText) {
+        object.add("text", message.text());
+    } else {
+        object.add("attachmentUrl", message.text());
+    }
+    object.add("mediaType", static_cast<std::int32_t>(mediaType));
+    object.add("sendTimestamp", message.sendTimestamp());
+    object.add("isSystemMessage", message.isSystemMessage());
     object.add("sender", *message.sender()).add("receiver", *message.receiver());
     object.add("payload", Value(message.payload()));
 }
 
 void write(std::string& out, const VXIMFriendInfo& info) {
     ObjectWriter object(out);
-    object.add("uid", info.uid()).add("online", Value(info.online()));
-    if (info.ts() != 0) object.add("ts", Value(info.ts()));
+    object.add("uid", info.uid()).add("online", info.online());
+    if (info.ts() != 0) object.add("ts", info.ts());
     object.add("from", info.from()).add("to", info.to());
     if (const auto& message = info.recentMessage()) object.add("recentMessage", *message);
 }
 
 void write(std::string& out, const VXIMUser& user) {
     ObjectWriter object(out);
-    object.add("uid", user.uid()).add("sessionCount", Value(user.sessionCount())).add("online", Value(user.online()));
-    if (const double updated = user.updatedAt().timeIntervalSince1970(); updated != 0) object.add("updatedAt", Value(updated));
+    object.add("uid", user.uid()).add("sessionCount", user.sessionCount()).add("online", user.online());
+    if (const double updated = user.updatedAt().timeIntervalSince1970(); updated != 0) object.add("updatedAt", updated);
     object.add("attributes", user.attributes()).add("username", user.username()).add("phoneNumber", user.phoneNumber());
     if (const auto& friends = user.friends()) object.add("friends", *friends);
     if (const auto& groups = user.groups()) object.add("groups", *groups);
@@ -151,7 +192,7 @@ void write(std::string& out, VXIMGroup& group) {
 void write(std::string& out, const VXIMRoom& room) {
     ObjectWriter object(out);
     object.add("roomId", room.roomId()).add("name", room.name()).add("members", room.members());
-    if (room.createTs() != 0) object.add("createTs", Value(room.createTs()));
+    if (room.createTs() != 0) object.add("createTs", room.createTs());
     object.add("attributes", room.attributes()).add("record", Value(room.dictionaryRepresentation()));
 }
 

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +28,10 @@ namespace vexim::c {
 /// Any value; what JSON has no form for, gets one: bytes {"base64": …}, objects theirs, infinity and NaN null.
 void write(std::string& out, const Value& value);
 void write(std::string& out, std::string_view text);
+void write(std::string& out, std::same_as<bool> auto value) { out += value ? "true" : "false"; }
+void write(std::string& out, std::int64_t number);
+inline void write(std::string& out, std::int32_t number) { write(out, std::int64_t{number}); }
+void write(std::string& out, double number);
 void write(std::string& out, const Error& error);
 void write(std::string& out, VXIMMessage& message);
 void write(std::string& out, const VXIMMessageTarget& target);
@@ -61,19 +69,34 @@ public:
     ObjectWriter& operator=(const ObjectWriter&) = delete;
     ~ObjectWriter() { out_ += before_ == '{' ? "{}" : "}"; }
 
-    /// `name` needs no escape.
-    template <class T>
-    ObjectWriter& add(std::string_view name, T&& value) {
-        if constexpr (std::is_same_v<std::remove_cvref_t<T>, Value>) {
+    /// `name` is a literal that needs no escape. nil is left out.
+    template <std::size_t N, class T>
+    ObjectWriter& add(const char (&name)[N], T&& value) {
+        using Plain = std::remove_cvref_t<T>;
+        if constexpr (std::is_same_v<Plain, Value>) {
             if (value.isNil()) return *this;
         }
-        key(name);
-        write(out_, std::forward<T>(value));
-        return *this;
+        if constexpr (std::is_same_v<Plain, std::optional<std::string>>) {
+            return value ? add(name, std::string_view(*value)) : *this;
+        } else {
+            key(name);
+            write(out_, std::forward<T>(value));
+            return *this;
+        }
     }
 
 private:
-    void key(std::string_view name) { out_.append(1, std::exchange(before_, ',')).append("\"").append(name).append("\":"); }
+    // In one piece: an event has a dozen of them.
+    template <std::size_t N>
+    void key(const char (&name)[N]) {
+        char text[N + 3];
+        text[0] = std::exchange(before_, ',');
+        text[1] = '"';
+        std::memcpy(text + 2, name, N - 1);
+        text[N + 1] = '"';
+        text[N + 2] = ':';
+        out_.append(text, sizeof text);
+    }
 
     std::string& out_;
     char before_ = '{';

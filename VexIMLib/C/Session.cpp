@@ -44,10 +44,10 @@ private:
     std::unordered_map<const Object*, std::weak_ptr<Session>> sessions_ VEXIM_GUARDED_BY(mutex_);
 };
 
-std::string begunEvent(std::string_view name) {
-    std::string text;
+std::string begunEvent(std::string_view name, std::string text = {}) {
     text.reserve(768);
-    return text.append(R"({"@type":"event","name":")").append(name).append("\"");
+    text.append(R"({"@type":"event","name":")").append(name) += '"';
+    return text;
 }
 
 template <class T>
@@ -177,9 +177,9 @@ void Session::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) { mailbox_
 
 template <class From>
 void Session::didReceiveMessage(std::string_view name, const std::shared_ptr<VXIMMessage>& message, const From& from) {
-    std::string text = begunEvent(name);
-    append(text, "message", message);
-    append(text, "from", from);
+    std::string text = begunEvent(name, mailbox_->blank());
+    write(text += R"(,"message":)", message);
+    write(text += R"(,"from":)", from);
     mailbox_->event(std::move(text += '}'));
     announced_ = message.get();
 }
@@ -213,13 +213,14 @@ void Session::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&, const s
 }
 
 void Session::didPost(const Notification& notification) {
-    auto info = notification.userInfo.value_or(Dictionary());
     if (!givesNotifications_) {
         // A delegate call tells the same, but for the connection's troubles and for a message to nobody known.
         const bool isMessage = notification.name == VXIMClientDidReceiveMessageNotification;
-        if (isMessage && info.get("msg").as<VXIMMessage>().get() == std::exchange(announced_, nullptr)) return;
+        const auto message = isMessage && notification.userInfo ? notification.userInfo->get("msg").asObject() : nullptr;
+        if (isMessage && message.get() == std::exchange(announced_, nullptr)) return;
         if (!isMessage && notification.name != VXIMClientConnectionErrorNotification) return;
     }
+    auto info = notification.userInfo.value_or(Dictionary());
     std::string text = begunEvent(notification.name);
     if (notification.name == VXIMClientConnectionErrorNotification) {
         // Its last argument is the error, which JSON has another place for.

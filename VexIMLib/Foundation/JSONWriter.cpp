@@ -8,6 +8,7 @@
 #include <string>
 
 #include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/Foundation/PlainText.h"
 #include "VexIMLib/Foundation/Stores.h"
 #include "VexIMLib/Foundation/UTF8.h"
 
@@ -63,57 +64,6 @@ constexpr std::array<Character, 256> kCharacters = [] {
     table['"'] = table['\\'] = Character::Escaped;
     return table;
 }();
-
-// Eight bytes, each a plain character?
-bool isPlainWord(std::uint64_t word) noexcept {
-    constexpr std::uint64_t kOnes = 0x0101010101010101;
-    constexpr std::uint64_t kHighBits = 0x8080808080808080;
-    const auto below = [](std::uint64_t bytes, std::uint64_t bound) { return (bytes - kOnes * bound) & ~bytes; };
-    // With this bit turned, the quote comes right above the control characters, and the two between them go higher.
-    const auto controlOrQuote = below(word ^ kOnes * 2, 0x21);
-    const auto backslash = below(word ^ kOnes * '\\', 1);
-    return ((word | controlOrQuote | backslash) & kHighBits) == 0;
-}
-
-template <class Word>
-Word load(const char* from) noexcept {
-    Word word;
-    std::memcpy(&word, from, sizeof(word));
-    return word;
-}
-
-/// Copies a text that stands as it is, word by word, and answers where the copy ends; nullptr at the first word that does not.
-/// The last bytes go together with some of those before, rather than one by one.
-char* copyPlain(std::string_view text, char* to) noexcept {
-    const char* at = text.data();
-    const char* const end = at + text.size();
-    if (text.size() >= 8) {
-        for (; end - at > 8; at += 8, to += 8) {
-            const auto word = load<std::uint64_t>(at);
-            if (!isPlainWord(word)) return nullptr;
-            std::memcpy(to, &word, sizeof word);
-        }
-        const auto word = load<std::uint64_t>(end - 8);
-        if (!isPlainWord(word)) return nullptr;
-        to += end - at;
-        std::memcpy(to - 8, &word, sizeof word);
-        return to;
-    }
-    if (text.size() >= 4) {
-        const auto first = load<std::uint32_t>(at);
-        const auto last = load<std::uint32_t>(end - 4);
-        if (!isPlainWord(std::uint64_t{first} << 32 | last)) return nullptr;
-        std::memcpy(to, &first, sizeof first);
-        to += text.size();
-        std::memcpy(to - 4, &last, sizeof last);
-        return to;
-    }
-    for (; at != end; ++at, ++to) {
-        if (kCharacters[static_cast<unsigned char>(*at)] != Character::Plain) return nullptr;
-        *to = *at;
-    }
-    return to;
-}
 
 class Writer {
 public:
@@ -176,7 +126,7 @@ private:
         out_.makeRoom(text.size() + kEscapeRoom + 4);
         if (before != 0) out_.put(before);
         out_.put('"');
-        if (const char* end = copyPlain(text, out_.end())) {
+        if (const char* end = detail::copyPlain(text, out_.end())) {
             out_.endAt(end);
         } else if (!writeMixed(text)) {
             return false;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "VexIMLib/C/Arguments.h"
+#include "VexIMLib/C/Records.h"
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/Foundation/MainQueue.h"
 
@@ -134,6 +135,39 @@ TEST(Mailbox, WakesWhoWaitsAlsoWhenItIsClosed) {
     std::thread([&box] { box->close(kError); }).join();
     receiver.join();  // before its minute is over
     EXPECT_EQ(got.size(), 1u);
+}
+
+TEST(Records, WriteWhatIsShortByThemselves) {
+    for (const double number : {0.0, 0.5, 1.0, 12.345, 999.999, 1700000000.0, 1700000000.1, 1700000000.12, 1700000000.123,
+                                1700000000.1234, 9e11, 9e15, 0.0005, -1.5, 0.1 + 0.2, 1e300}) {
+        std::string text = "[";
+        write(text, number);
+        EXPECT_EQ(parseJSON(text + "]").value.get(0), Value(number)) << text;
+    }
+    const std::string letters(46, 'x');
+    for (const std::string& words :
+         {std::string(), std::string("a"), std::string("b\"c"), std::string("d\\e"), std::string("\n"), std::string("\0f", 2),
+          std::string("\x7f"), std::string("gr\xc3\xbc\xc3\x9f e"), letters, letters + "y", letters.substr(1) + "\""}) {
+        std::string text;
+        write(text, std::string_view(words));
+        EXPECT_EQ(text, writeJSON(Value(words), JSONFragments::Allow).text);
+    }
+    std::string broken;
+    write(broken, std::string_view("\xff!"));
+    EXPECT_EQ(broken, "\"?!\"");
+}
+
+TEST(Mailbox, GivesMemoryBackForTheNextEvent) {
+    const auto box = std::make_shared<Mailbox>(kRoomy);
+    std::string received(500, 'x');
+    const void* const memory = received.data();
+    box->event(event("a"));
+    ASSERT_TRUE(box->receive(0, received));
+    EXPECT_EQ(received, event("a"));
+    const std::string blank = box->blank();
+    EXPECT_EQ(blank, "");
+    EXPECT_EQ(blank.data(), memory);
+    EXPECT_EQ(box->blank().capacity(), std::string().capacity()) << "there was one";
 }
 
 TEST(Arguments, AreCheckedAgainstTheTable) {
