@@ -48,6 +48,14 @@ MessagePtr messageFrom(const Value& payload) {
     return VXIMMessage::initWithPayloadDictionary(dictionary ? *dictionary : Dictionary());
 }
 
+/// A notification's user information.
+Dictionary about(const MessagePtr& message) {
+    Dictionary userInfo;
+    userInfo.reserve(1);
+    userInfo.set("msg", message);
+    return userInfo;
+}
+
 /// Where a system message is posted; nullopt when no such message goes to its kind of receiver.
 std::optional<std::string> systemMessagePath(const VXIMMessageTarget& receiver) {
     switch (receiver.type()) {
@@ -231,7 +239,7 @@ void VXIMClient::didReceiveSystemMessage(const Value& payload) {
     const MessagePtr message = messageFrom(payload);
     message->sender()->setType(VXIMMessageTargetTypeSystem);
     message->receiver()->setType(VXIMMessageTargetTypeUnknown);
-    NotificationCenter::defaultCenter().post(VXIMClientDidReceiveSystemMessageNotification, self(), Dictionary{{"msg", message}});
+    NotificationCenter::defaultCenter().post(VXIMClientDidReceiveSystemMessageNotification, self(), about(message));
     impl_->tellDelegate(&VXIMClientDelegate::clientDidReceiveSystemMessage, self(), message);
 }
 
@@ -260,5 +268,5 @@ void VXIMClient::didReceiveMessage(const MessagePtr& message) {
         case VXIMMessageTargetTypeSystem:
         case VXIMMessageTargetTypeUnknown: break;
     }
-    NotificationCenter::defaultCenter().post(VXIMClientDidReceiveMessageNotification, self(), Dictionary{{"msg", message}});
+    NotificationCenter::defaultCenter().post(VXIMClientDidReceiveMessageNotification, self(), about(message));
 }

@@ -201,7 +201,13 @@ Dictionary::const_iterator Dictionary::const_iterator::operator++(int) noexcept 
 
 Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries) : Dictionary() {
     reserve(entries.size());
-    for (const auto& [key, value] : entries) set(key, value);
+    for (const auto& [key, value] : entries) {
+        if (value.isNil() || rep_->find(key) != nullptr) {
+            set(key, value);
+        } else {
+            rep_->append(Value(key), value);
+        }
+    }
 }
 
 Dictionary::Dictionary(const Dictionary& other) noexcept : rep_(other.rep_) {

@@ -41,7 +41,6 @@ void EmbeddedObserver::join(const Kind& kind, Object& object, const Value& value
     if (!canBeMeant(value)) return;
     object_ = &object;
     value_ = &value;
-    hash_ = hashOf(value);
     silenced_ = 0;
     kind_ = &kind;
     try {
@@ -64,31 +63,50 @@ void EmbeddedObservers::Listener::hear(const Notification& notification) const {
 
 void EmbeddedObservers::add(EmbeddedObserver& observer, std::uint64_t number) {
     if (std::ranges::find(kinds_, observer.kind_) == kinds_.end()) kinds_.push_back(observer.kind_);
-    byValue_.makeRoom();
-    byAddress_.makeRoom();
+    if (newCount_ == kMostNew) settle();
+    byValue_.makeRoom(newCount_ + 1);
+    byAddress_.makeRoom(newCount_ + 1);
     observer.number_ = number;
-    byValue_.add(observer);
-    byAddress_.add(observer);
+    push<&EmbeddedObserver::byValue_>(newest_, observer);
+    ++newCount_;
+}
+
+void EmbeddedObservers::settle() noexcept {
+    while (newest_ != nullptr) {
+        EmbeddedObserver& observer = *newest_;
+        take<&EmbeddedObserver::byValue_>(observer);
+        observer.hash_ = hashOf(*observer.value_);
+        byValue_.add(observer);
+        byAddress_.add(observer);
+    }
+    newCount_ = 0;
 }
 
 void EmbeddedObservers::remove(EmbeddedObserver& observer) noexcept {
+    if (observer.byAddress_.at == nullptr) {
+        take<&EmbeddedObserver::byValue_>(observer);
+        --newCount_;
+        return;
+    }
     byValue_.remove(observer);
     byAddress_.remove(observer);
 }
 
 void EmbeddedObservers::silence(const void* identity, std::string_view name) noexcept {
+    settle();
     for (auto* each = byAddress_.chain(hashOfAddress(identity)); each != nullptr; each = each->byAddress_.next) {
         if (each->object_ == identity) each->silenced_ |= bitsOf(*each->kind_, name);
     }
 }
 
-std::vector<EmbeddedObservers::Listener> EmbeddedObservers::listeners(const Notification& notification) const {
+std::vector<EmbeddedObservers::Listener> EmbeddedObservers::listeners(const Notification& notification) {
     std::vector<Listener> found;
     if (!notification.userInfo) return found;
     for (const auto* kind : kinds_) {
         if (std::ranges::find(kind->names, notification.name) == kind->names.end()) continue;
         const Value& value = notification.userInfo->get(kind->key);
         if (!canBeMeant(value)) continue;
+        settle();
         const std::uint8_t name = bitsOf(*kind, notification.name);
         const std::size_t hash = hashOf(value);
         for (auto* each = byValue_.chain(hash); each != nullptr; each = each->byValue_.next) {

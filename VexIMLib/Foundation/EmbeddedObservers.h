@@ -1,9 +1,11 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "VexIMLib/Foundation/EmbeddedObserver.h"
@@ -11,6 +13,9 @@
 namespace vexim::detail {
 
 /// A notification centre's table of the observers that bring their own entries. To be called with the centre's lock.
+///
+/// The newest wait in a chain of their own until they are searched for or are many: most live for one call of a delegate, and
+/// need no hashing at all.
 class EmbeddedObservers {
 public:
     /// One that is to hear a notification, if it still lives by then.
@@ -30,19 +35,34 @@ public:
     /// when it is empty, nothing.
     void silence(const void* identity, std::string_view name) noexcept;
     /// Those that are to hear the notification, by number.
-    std::vector<Listener> listeners(const Notification& notification) const;
+    std::vector<Listener> listeners(const Notification& notification);
 
 private:
     using Link = EmbeddedObserver::Link;
+
+    static constexpr std::size_t kMostNew = 64;
+
+    template <Link EmbeddedObserver::*link>
+    static void push(EmbeddedObserver*& head, EmbeddedObserver& observer) noexcept {
+        observer.*link = {head, &head};
+        if (head != nullptr) (head->*link).at = &(observer.*link).next;
+        head = &observer;
+    }
+    template <Link EmbeddedObserver::*link>
+    static void take(EmbeddedObserver& observer) noexcept {
+        const Link mine = std::exchange(observer.*link, {});
+        *mine.at = mine.next;
+        if (mine.next != nullptr) (mine.next->*link).at = mine.at;
+    }
 
     /// Buckets of chains: a power of two, and at least as many as there are entries.
     template <Link EmbeddedObserver::*link, auto hashOf>
     class Chains {
     public:
-        /// For one more.
-        void makeRoom() {
-            if (count_ < heads_.size()) return;
-            std::vector<EmbeddedObserver*> former(heads_.empty() ? 64 : heads_.size() * 2);
+        /// For so many more.
+        void makeRoom(std::size_t count) {
+            if (count_ + count <= heads_.size()) return;
+            std::vector<EmbeddedObserver*> former(std::max(kMostNew, heads_.size() * 2));
             former.swap(heads_);
             count_ = 0;
             for (auto* observer : former) {
@@ -54,16 +74,11 @@ private:
             }
         }
         void add(EmbeddedObserver& observer) noexcept {
-            EmbeddedObserver*& head = heads_[hashOf(observer) & (heads_.size() - 1)];
-            observer.*link = {head, &head};
-            if (head != nullptr) (head->*link).at = &(observer.*link).next;
-            head = &observer;
+            push<link>(heads_[hashOf(observer) & (heads_.size() - 1)], observer);
             ++count_;
         }
         void remove(EmbeddedObserver& observer) noexcept {
-            const Link mine = observer.*link;
-            *mine.at = mine.next;
-            if (mine.next != nullptr) (mine.next->*link).at = mine.at;
+            take<link>(observer);
             --count_;
         }
         /// The first of those whose hash may be this one.
@@ -76,10 +91,15 @@ private:
         std::size_t count_ = 0;
     };
 
+    /// Brings the newest into their places, for which there is room.
+    void settle() noexcept;
+
     static std::size_t valueHash(const EmbeddedObserver& observer) noexcept { return observer.hash_; }
     static std::size_t addressHash(const EmbeddedObserver& observer) noexcept;
 
     std::vector<const EmbeddedObserver::Kind*> kinds_;  // that have ever joined
+    EmbeddedObserver* newest_ = nullptr;                // chained by `byValue_`; their `byAddress_` is not set
+    std::size_t newCount_ = 0;
     Chains<&EmbeddedObserver::byValue_, &valueHash> byValue_;
     Chains<&EmbeddedObserver::byAddress_, &addressHash> byAddress_;
 };
