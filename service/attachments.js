@@ -64,6 +64,7 @@ export class Attachments {
   async #save(request) {
     const form = openForm(request.headers, this.#limit);
     let saved;
+    let fault; // of the form
     const broken = new Promise((resolve, reject) => {
       form.on('file', (field, content, info) => {
         if (field !== 'attachment' || saved) return content.resume();
@@ -71,7 +72,7 @@ export class Attachments {
         saved = this.#write(content, info);
         saved.catch(reject);
       });
-      form.on('error', reject);
+      form.on('error', (error) => reject((fault = error)));
     });
     request.once('close', () => request.complete || form.destroy(new Error('The sender has gone.')));
     request.pipe(form);
@@ -84,7 +85,7 @@ export class Attachments {
       request.resume(); // the answer must not be lost to a reset while the client still sends
       const file = await saved?.catch(() => undefined); // what it left is gone before the answer is out
       if (file) await this.#remove(file.name);
-      throw form.errored ? new ServiceError('malformedBody', 'The multipart form is broken.') : error;
+      throw fault ?? form.errored ? new ServiceError('malformedBody', 'The multipart form is broken.') : error;
     }
   }
 

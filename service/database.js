@@ -31,13 +31,19 @@ export async function openDatabase({ url, directory }) {
     return db;
   } catch (error) {
     await db.destroy();
-    throw error;
+    throw directory && !url ? explainDamage(error, directory) : error;
   }
 }
 
 function explain(error) {
   if (!/missing/.test(error.message)) throw error;
   throw new Error('A later version of the service has changed this database.', { cause: error });
+}
+
+/** SQLite does not say which file it means. */
+function explainDamage(error, directory) {
+  if (!/^SQLITE_(CORRUPT|NOTADB)/.test(error.code)) return error;
+  return new Error(`${join(directory, 'service.sqlite')} is damaged (${error.message}). Move it away, with its -wal and -shm, and restore a backup.`, { cause: error });
 }
 
 function postgres(url) {
@@ -53,7 +59,7 @@ function sqlite(directory) {
     done(null, connection);
   };
   const filename = directory ? join(directory, 'service.sqlite') : ':memory:';
-  return { client: SqliteClient, connection: { filename }, useNullAsDefault: true, pool: { min: 1, max: 1, afterCreate } };
+  return { client: SqliteClient, connection: { filename }, useNullAsDefault: true, log: { warn: () => undefined }, pool: { min: 1, max: 1, afterCreate } };
 }
 
 /**

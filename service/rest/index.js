@@ -73,6 +73,7 @@ function translate(error) {
   if (error.type === 'entity.too.large') return new ServiceError('tooLarge');
   if (error.type !== undefined) return new ServiceError('malformedBody');
   if (error.status === 416) return new ServiceError('badRange');
+  if (error instanceof RangeError) return new ServiceError('invalidValue', 'The values are nested too deep.'); // for JSON.stringify
   if (error instanceof URIError) return new ServiceError('unknownPath');
   return new ServiceError('internal');
 }

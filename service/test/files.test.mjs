@@ -75,6 +75,7 @@ describe('attachments', { timeout: 60_000 }, () => {
       ['one byte too many', () => upload(Buffer.alloc(limit + 1), 'a', 'a/b'), 413, 1003],
       ['far too many', () => upload(Buffer.alloc(limit * 20), 'a', 'a/b'), 413, 1003],
       ['another field', () => upload(Buffer.alloc(9), 'a', 'a/b', 'file'), 400, 1002],
+      ['a name that no header may hold', () => upload(Buffer.alloc(9), 'a\0.png', 'a/b'), 400, 1001],
       ['no form', () => service.call('POST', '/attachment', { a: 1 }), 400, 1001],
       ['a form that ends early', () => service.call('POST', '/attachment', cutForm, { 'Content-Type': 'multipart/form-data; boundary=b' }), 400, 1001],
     ];

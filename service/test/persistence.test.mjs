@@ -2,7 +2,7 @@
 
 import assert from 'node:assert/strict';
 import { execFileSync, spawnSync } from 'node:child_process';
-import { mkdtempSync, readFileSync, readdirSync, rmSync } from 'node:fs';
+import { mkdtempSync, readFileSync, readdirSync, rmSync, truncateSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { afterEach, beforeEach, describe, test } from 'node:test';
@@ -98,7 +98,7 @@ describe('a service with a folder', { timeout: 120_000 }, () => {
     }
   });
 
-  test('a folder is left alone that another service uses, or a later version has changed', async () => {
+  test('a folder is left alone that another service uses, that a later version has changed, or that is damaged', async () => {
     const refused = () => {
       const program = fileURLToPath(new URL('../server.js', import.meta.url));
       const { status, stderr } = spawnSync(process.execPath, [program, '--development', '--data', data], { encoding: 'utf8', timeout: 30_000 });
@@ -111,5 +111,7 @@ describe('a service with a folder', { timeout: 120_000 }, () => {
     const script = `new (require('better-sqlite3'))(process.argv[1]).exec("${insert}")`;
     execFileSync(process.execPath, ['-e', script, join(data, 'service.sqlite')], { cwd: fileURLToPath(new URL('..', import.meta.url)) });
     assert.match(refused(), /later version/);
+    truncateSync(join(data, 'service.sqlite'), 5_000);
+    assert.match(refused(), /^\S*service\.sqlite is damaged \(.*\)\. Move it away[^]*\n$/);
   });
 });

@@ -33,6 +33,7 @@ describe('REST', { timeout: 60_000 }, () => {
       ['no body', 'POST', '/groups', undefined, {}, 400, 1001],
       ['a body of another type', 'POST', '/groups', '{"owner":"alice"}', { 'Content-Type': 'text/plain' }, 400, 1001],
       ['a body that is too large', 'POST', '/groups', { owner: 'a'.repeat(30_000) }, {}, 413, 1003],
+      ['a body that is nested too deep', 'POST', '/groups', `{"owner":"alice","x":${'['.repeat(9_000)}${']'.repeat(9_000)}}`, {}, 400, 1002],
       ['an unknown user', 'GET', '/ctx/zed', undefined, {}, 404, 1201],
       ['a limit that is no number', 'GET', '/ctx?_limit=ten', undefined, {}, 400, 1002],
     ];
