@@ -266,20 +266,18 @@ void SocketIOCore::failAcks(SocketIOErrorCode code) {
 /// Delivers what was there when it began, for as long as the main queue's turn lasts; true when some of it is left. A handler
 /// may run the queue, and so call this from inside itself.
 bool SocketIOCore::deliverSome(bool isContinued) {
-    {
+    if (!isContinued) {
         const MutexLock lock(mutex_);
-        countDelivered();  // the event whose handler calls this, too: nobody is to wait for its end
-        if (!isContinued) {
-            if (ready_.empty()) {
-                ready_.swap(inbox_);
-            } else {
-                std::ranges::move(inbox_, std::back_inserter(ready_));
-                inbox_.clear();
-            }
-            deliveryScheduled_ = false;
+        if (ready_.empty()) {
+            ready_.swap(inbox_);
+        } else {
+            std::ranges::move(inbox_, std::back_inserter(ready_));
+            inbox_.clear();
         }
+        deliveryScheduled_ = false;
     }
-    struct Turn {  // also when a handler throws: the rest stays in line
+    // Also when a handler throws: the rest stays in line. Inside a handler it counts off that handler's event, too.
+    struct Turn {
         SocketIOCore& core;
         ~Turn() {
             if (core.nextReady_ == core.ready_.size()) {
