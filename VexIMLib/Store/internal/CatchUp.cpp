@@ -20,6 +20,7 @@ constexpr std::int32_t kLongestPage = 500;
 constexpr std::int32_t kMostOfOneMillisecond = 1'000;
 // Senders' clocks differ, so a message may lie before others that came earlier: so many known ones in a row are known ground.
 constexpr int kEnoughKnown = 50;
+constexpr int kMostIdlePages = 4;
 constexpr std::int64_t kDoubtMillis = 60'000;
 // From after everything: a sender's clock may be ahead. (2100-01-01)
 constexpr std::int64_t kEndOfTime = 4'102'444'800'000;
@@ -61,13 +62,14 @@ void CatchUp::linkDidClose() {
     // While the connection stood nothing was missed, so the next login need not go back farther than to its end.
     for (const auto& [conversation, millis] : std::exchange(live_, {})) {
         if (!complete_.contains(conversation)) continue;
-        operations_.ground(conversation, [weak = weak_from_this(), conversation = conversation,
-                                          until = std::min(millis, wallMillis())](std::optional<Ground> ground, const ErrorPtr&) {
-            const auto self = weak.lock();
-            if (!self || !ground || ground->knownUntilMillis >= until) return;
-            ground->knownUntilMillis = until;
-            self->operations_.setGround(conversation, *std::move(ground), nullptr);
-        });
+        // Without `weak`: this may be the end of the program's use of the store.
+        operations_.ground(conversation,
+                           [operations = operations_, conversation = conversation, until = std::min(millis, wallMillis())](
+                               std::optional<Ground> ground, const ErrorPtr&) mutable {
+                               if (!ground || ground->knownUntilMillis >= until) return;
+                               ground->knownUntilMillis = until;
+                               operations.setGround(conversation, *std::move(ground), nullptr);
+                           });
     }
     complete_.clear();
     readings_.clear();
@@ -195,7 +197,10 @@ void CatchUp::didGetPage(const VXIMConversationId& conversation, const Messages&
         arrivals.push_back(std::move(arrival));
     }
     std::ranges::stable_sort(arrivals, {}, [](const Arrival& arrival) { return timeOf(arrival.payload); });
-    const bool bringsOlder = !arrivals.empty() && timeOf(arrivals.front().payload) < reading.oldestMillis;
+    const bool bringsOlder = std::ranges::any_of(arrivals, [&](const Arrival& arrival) {
+        const auto millis = timeOf(arrival.payload);
+        return millis > 0 && millis < reading.oldestMillis;
+    });
     if (arrivals.empty()) return finish(conversation, false);
 
     auto shared = std::make_shared<const std::vector<Arrival>>(arrivals);
@@ -221,12 +226,16 @@ void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::ve
         if (isInserted && page[i].countsAsUnread && page[i].direction == VXIMStoredMessageIncoming) ++result_.missedCount;
         if (isInserted) ++reading.count;
     }
-    const std::int64_t oldest = timeOf(page.front().payload);
+    const auto dated = std::ranges::find_if(page, [](const Arrival& arrival) { return timeOf(arrival.payload) > 0; });
+    if (dated == page.end()) return finish(conversation, false);
+    const std::int64_t oldest = timeOf(dated->payload);
     reading.oldestMillis = std::min(reading.oldestMillis, oldest);
     reading.newestMillis = std::max(reading.newestMillis, timeOf(page.back().payload));
 
     const bool isFull = static_cast<std::int32_t>(page.size()) >= reading.pageSize;
-    if (!bringsOlder && !isFull) return finish(conversation, false);  // the beginning of the history
+    reading.idlePages = bringsOlder ? 0 : reading.idlePages + 1;
+    // The beginning of the history, or a service that goes round in circles.
+    if (!bringsOlder && (!isFull || reading.idlePages > kMostIdlePages)) return finish(conversation, false);
     const bool isFarEnough = reading.untilMillis == INT64_MAX || oldest < reading.untilMillis - kDoubtMillis;
     if (isFarEnough && known != 0 && oldest <= known && reading.knownRun >= kEnoughKnown) return finish(conversation, false);
     const bool isTooFar = oldest < wallMillis() - limits_.farthest.count();

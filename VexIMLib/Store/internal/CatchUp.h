@@ -66,6 +66,7 @@ private:
         std::int64_t newestMillis = 0;
         std::int64_t count = 0;
         int knownRun = 0;
+        int idlePages = 0;  // in a row that brought nothing older
         int failures = 0;
     };
     using Messages = std::vector<std::shared_ptr<VXIMMessage>>;

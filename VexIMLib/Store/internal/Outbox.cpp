@@ -69,6 +69,7 @@ void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message, V
     }
     address(message, conversation);
     Dictionary payload = message.dictionaryRepresentation();
+    for (const char* const field : {"ts", "from", "speaker", kServiceIdField}) payload.remove(field);  // of one that is passed on
     payload.set(kKeyField, newKey());
     const bool isFile = message.mediaType() != VXIMMessageMediaTypeText && message.attachmentPath();
     std::vector<std::string> files;
