@@ -86,6 +86,7 @@ TEST_F(HostileREST, EveryAnswerEndsTheOperationOnce) {
         {"two lengths", ok + "Content-Length: 2\r\nContent-Length: 3\r\n\r\n{}", unparsable, 3},
         {"a length that is none", ok + "Content-Length: -1\r\n\r\n{}", unparsable, 3},
         {"a bad chunk", ok + "Transfer-Encoding: chunked\r\n\r\nxyz\r\n{}\r\n", lost, 3},
+        {"a first line without end", std::string(200'000, 'A'), unparsable, 3},
         {"a chunk without end", ok + "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n", lost, 3},
         {"malformed JSON", ScriptedServer::text(200, R"({"id":"g1",)"), useless, 1},
         {"two JSON texts", ScriptedServer::text(200, "{}{}"), useless, 1},

@@ -347,9 +347,9 @@ void HTTPExchange::Impl::reportSent() {
 
 ErrorPtr HTTPExchange::Impl::describeFailure(CURLcode result) const {
     if (failure_) return failure_;
-    if (result == CURLE_OUT_OF_MEMORY && headBytes_ > 0 && !headEnded_) {
-        // libcurl's word for a line of the head that is longer than it keeps.
-        return makeURLError(URLErrorCannotParseResponse, request_->url, "a field of the answer is too long");
+    if (result == CURLE_OUT_OF_MEMORY) {
+        // libcurl's word for a line of the head, or of trailers, that is longer than it keeps.
+        return makeURLError(URLErrorCannotParseResponse, request_->url, "a line of the answer is too long");
     }
     const auto text = handle_->errorText(result);
     if (const auto fault = handle_->trust().fault(easy(), result, text)) {
