@@ -181,11 +181,11 @@ TEST(URLSessionFaults, EndsAsDocumentedWhenTheHandshakeFails) {
         Greeting greeting;
         std::int64_t code;
     } cases[] = {
-        {"closes at once", [](Connection&) { return false; }, URLErrorSecureConnectionFailed},
-        {"resets after the hello", [&](Connection& c) { return afterHello(c), c.reset(), false; }, URLErrorSecureConnectionFailed},
+        {"closes at once", [](Connection&) { return false; }, URLErrorNetworkConnectionLost},
+        {"resets after the hello", [&](Connection& c) { return afterHello(c), c.reset(), false; }, URLErrorNetworkConnectionLost},
         {"speaks HTTP", [&](Connection& c) { return afterHello(c), c.answer(400, "no"), false; }, URLErrorSecureConnectionFailed},
         {"cuts a record short", [&](Connection& c) { return afterHello(c), c.write("\x16\x03\x03\x40"), false; },
-         URLErrorSecureConnectionFailed},
+         URLErrorNetworkConnectionLost},
         {"refuses by an alert",
          [&](Connection& c) {
              return afterHello(c), c.write({"\x15\x03\x03\x00\x02\x02\x28", 7}), false;
