@@ -26,6 +26,9 @@ using Lines = std::vector<std::string>;
 // The server pings often, and is patient, for slow machines.
 constexpr const char* kPings = R"({"sid":"s1","upgrades":[],"pingInterval":100,"pingTimeout":20000})";
 
+// No ping is due in the test's time, so nothing is read on for one.
+constexpr const char* kRarePings = R"({"sid":"s1","upgrades":[],"pingInterval":600000,"pingTimeout":20000})";
+
 // Alone more than is read ahead; and where memory is measured, so much that it would show.
 constexpr int kRound = PeakMemory::kIsMeasured ? 10'000 : 4'000;
 // Of messages of 1 MiB, which sanitizers make slow.
@@ -167,6 +170,7 @@ TEST(Flow, AFloodIsDeliveredWholeAndTakesLittleMemory) {
     for (const auto& way : kWays) {
         SCOPED_TRACE(way.name);
         Flood flood;
+        flood.open = kRarePings;
         flood.rounds = 4;
         flood.perRound = kRound;
         Connected connected(flood, way);
@@ -178,7 +182,7 @@ TEST(Flow, AFloodIsDeliveredWholeAndTakesLittleMemory) {
         EXPECT_TRUE(counter.inOrder);
         EXPECT_EQ(counter.heard, 4 * kRound);
         EXPECT_EQ(counter.trouble, "");
-        EXPECT_LT(peak.grownMiB(), 16);
+        EXPECT_LT(peak.grownMiB(), 32) << "with what the server has in hand";
     }
 }
 
@@ -186,7 +190,7 @@ TEST(Flow, NothingIsReadAheadForAProgramThatStandsStill) {
     for (const auto& way : kWays) {
         SCOPED_TRACE(way.name);
         Flood flood;
-        flood.open = R"({"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":20000})";
+        flood.open = kRarePings;
         flood.perRound = kLong;  // more than may ever be undelivered
         flood.perAnswer = 1;
         flood.bytes = 1 << 20;
