@@ -136,7 +136,9 @@ void VXIMMessageForwardProxy::storeArgument(const VXIMPropertyInfo& info, VXIMRu
         return target.setValueForPropertyName(std::move(value), info.name());
     }
     if (info.ivar()) return target.instanceStorage().setBytes(*info.ivar(), argument, type.size);
-    Value number = type.encoding == kInt64 ? Value(loadInt64(argument)) : vexim::boxScalar(type.encoding, argument);
+    // Made where it is handed over: to move what has just been written byte by byte would wait for those writes.
+    if (type.encoding == kInt64) return target.setValueForPropertyName(loadInt64(argument), info.name());
+    Value number = vexim::boxScalar(type.encoding, argument);
     if (number.isNil()) refuseType(type.encoding);
     target.setValueForPropertyName(std::move(number), info.name());
 }
