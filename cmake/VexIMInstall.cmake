@@ -1,5 +1,6 @@
 # What `cmake --install` puts where, and the .deb packages made of it (`cpack -G DEB` in the build folder):
 #   runtime  the shared library        dev  headers, CMake package, pkg-config file, static library        tools  vexim
+#   store  the shared library of the store        store-dev  its headers, CMake target, pkg-config file, static library
 #   c  the shared library of the C interface        c-dev  its header, CMake package, pkg-config file and JSON Schema        python  the package
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -15,6 +16,15 @@ install(EXPORT VexIMLibTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_
 if(TARGET VexIMTesting)
   install(TARGETS VexIMTesting EXPORT VexIMLibTestingTargets ARCHIVE COMPONENT dev FILE_SET HEADERS COMPONENT dev)
   install(EXPORT VexIMLibTestingTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT dev)
+endif()
+
+if(TARGET VexIMStore)
+  set_target_properties(VexIMStore PROPERTIES INSTALL_RPATH "$ORIGIN")
+  install(TARGETS VexIMStore EXPORT VexIMLibStoreTargets
+    LIBRARY COMPONENT store NAMELINK_COMPONENT store-dev
+    ARCHIVE COMPONENT store-dev
+    FILE_SET HEADERS COMPONENT store-dev)
+  install(EXPORT VexIMLibStoreTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT store-dev)
 endif()
 
 if(TARGET VexIMLibC)
@@ -54,6 +64,12 @@ endif()
 configure_file(cmake/VexIMLib.pc.in VexIMLib.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/VexIMLib.pc DESTINATION ${pc_dir} COMPONENT dev)
 
+if(TARGET VexIMStore)
+  # A static one's users link SQLite themselves.
+  configure_file(cmake/VexIMLibStore.pc.in VexIMLibStore.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/VexIMLibStore.pc DESTINATION ${pc_dir} COMPONENT store-dev)
+endif()
+
 if(TARGET VexIMLibC)
   configure_file(cmake/vexim-c.pc.in vexim-c.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/vexim-c.pc DESTINATION ${pc_dir} COMPONENT c-dev)
@@ -72,13 +88,16 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
   set(CPACK_STRIP_FILES ON)
   set(CPACK_COMPONENTS_ALL runtime dev tools)
+  if(TARGET VexIMStore)
+    list(APPEND CPACK_COMPONENTS_ALL store store-dev)
+  endif()
   if(TARGET VexIMLibC)
     list(APPEND CPACK_COMPONENTS_ALL c c-dev python)
   endif()
   set(CPACK_DEB_COMPONENT_INSTALL ON)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/VexIMLib/C)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/VexIMLib/Store ${PROJECT_BINARY_DIR}/VexIMLib/C)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libveximlib${PROJECT_VERSION_MAJOR})
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS shared-mime-info)
@@ -91,6 +110,13 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
     "${same_library}, libcurl4-openssl-dev, libssl-dev, libpng-dev, libboost1.81-dev, libboost-json1.81-dev")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_library}")
+  set(CPACK_DEBIAN_STORE_PACKAGE_NAME libveximlib-store${PROJECT_VERSION_MAJOR})
+  set(CPACK_DEBIAN_STORE_PACKAGE_SECTION libs)
+  set(CPACK_DEBIAN_STORE_PACKAGE_DEPENDS "${same_library}")
+  set(CPACK_DEBIAN_STORE-DEV_PACKAGE_NAME libveximlib-store-dev)
+  set(CPACK_DEBIAN_STORE-DEV_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_STORE-DEV_PACKAGE_DEPENDS
+    "libveximlib-store${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}), libveximlib-dev (= ${PROJECT_VERSION}), libsqlite3-dev")
   set(CPACK_DEBIAN_C_PACKAGE_NAME libvexim-c${PROJECT_VERSION_MAJOR})
   set(CPACK_DEBIAN_C_PACKAGE_SECTION libs)
   set(CPACK_DEBIAN_C_PACKAGE_DEPENDS shared-mime-info)

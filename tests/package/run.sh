@@ -9,7 +9,7 @@ consumer=$source/tests/package/consumer
 
 flags=()
 if [ -n "$sanitizers" ]; then flags=("-fsanitize=$sanitizers"); fi
-rm -rf "$work/prefix" "$work"/static* "$work"/shared* "$work"/venv "$work"/vexim-*.whl
+rm -rf "$work/prefix" "$work"/*.vexim* "$work"/static* "$work"/shared* "$work"/venv "$work"/vexim-*.whl
 mkdir -p "$work"
 if command -v ccache > /dev/null; then export CMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
 
@@ -28,6 +28,7 @@ consume() {  # consume KIND: uses the copy installed at $work/prefix
     cmake --build "$work/$kind-cmake"
     "$work/$kind-cmake/consumer" "$kind"
     "$work/$kind-cmake/consumer_test"
+    "$work/$kind-cmake/consumer_store" "$work/$kind.vexim"
 
     echo "-- $kind library, the quick start in an empty folder"
     mkdir "$work/$kind-hello"
@@ -42,9 +43,14 @@ consume() {  # consume KIND: uses the copy installed at $work/prefix
     read -ra found < <(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs VexIMLib)
     "$compiler" -std=c++20 "${flags[@]}" "$consumer/main.cpp" -o "$work/$kind-pkg-config" "${found[@]}"
     LD_LIBRARY_PATH=$prefix/lib "$work/$kind-pkg-config" "$kind"
+    read -ra found < <(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs VexIMLibStore)
+    "$compiler" -std=c++20 "${flags[@]}" "$consumer/store.cpp" -o "$work/$kind-pkg-config-store" "${found[@]}"
+    LD_LIBRARY_PATH=$prefix/lib "$work/$kind-pkg-config-store" "$work/$kind.vexim"
 }
 
-cmake --install "$build" --component dev --prefix "$work/prefix" > "$work/install.log"
+for component in dev store-dev; do
+    cmake --install "$build" --component "$component" --prefix "$work/prefix" > "$work/install.log"
+done
 consume static
 flags=()
 
@@ -53,11 +59,12 @@ configure "$work/subdirectory" -DVEXIM_SOURCE="$source" -DBUILD_SHARED_LIBS=ON -
 cmake --build "$work/subdirectory" -- --quiet
 "$work/subdirectory/consumer" shared
 "$work/subdirectory/consumer_test"
+"$work/subdirectory/consumer_store" "$work/subdirectory.vexim"
 
 echo "-- subdirectory, shared: compatible with the last release"
 "$source/scripts/abi" "$work/subdirectory/vexim"
 
-for component in runtime dev c c-dev; do
+for component in runtime dev store store-dev c c-dev; do
     cmake --install "$work/subdirectory" --component "$component" --prefix "$work/prefix" > "$work/install.log"
 done
 
