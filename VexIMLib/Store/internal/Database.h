@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <utility>
 
 #include "VexIMLib/Foundation/Error.h"
 
@@ -78,7 +80,11 @@ public:
 
 private:
     sqlite3* database_ = nullptr;
-    std::map<std::string, sqlite3_stmt*, std::less<>> statements_;
+    struct Hash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>()(text); }
+    };
+    std::unordered_map<std::string, sqlite3_stmt*, Hash, std::equal_to<>> statements_;
 };
 
 }  // namespace vexim::store
