@@ -117,12 +117,14 @@ struct VXIMStoreObservation::Impl {
     std::shared_ptr<vexim::store::Listener> listener = std::make_shared<vexim::store::Listener>();
     std::weak_ptr<vexim::store::Engine> engine;
 
-    void look(VXIMConversationId conversation) {
+    void look(vexim::store::Observers::Kind kind, VXIMConversationId conversation) {
         const auto running = engine.lock();
         if (!running) return;
         running->run(Mode::Read, VXIMBooleanCompletion(),
-                     [engine = running.get(), heard = std::weak_ptr(listener), conversation = std::move(conversation)](Tables&) {
-                         engine->observers().add(heard, conversation);  // the list is told when the group has ended
+                     [engine = running.get(), kind, heard = std::weak_ptr(listener), limit = listener->limit,
+                      conversation = std::move(conversation)](Tables&) {
+                         // The list is told when the group has ended.
+                         engine->observers().add({.kind = kind, .listener = heard, .limit = limit, .conversation = conversation});
                          return true;
                      });
     }
@@ -132,7 +134,7 @@ VXIMStoreObservation::VXIMStoreObservation() : impl_(std::make_unique<Impl>()) {
 VXIMStoreObservation::~VXIMStoreObservation() = default;
 
 void VXIMStoreObservation::setLimit(std::int32_t limit) {
-    impl_->listener->limit = limit;
+    *impl_->listener->limit = limit;
     if (const auto engine = impl_->engine.lock()) {
         engine->run(Mode::Read, VXIMBooleanCompletion(), [](Tables&) { return true; });  // the lists are looked at behind it
     }
@@ -142,9 +144,9 @@ std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeConversations(std
                                                                              VXIMConversationsObserver observer) {
     std::shared_ptr<VXIMStoreObservation> observation(new VXIMStoreObservation);
     observation->impl_->listener->observer = std::move(observer);
-    observation->impl_->listener->limit = limit;
+    *observation->impl_->listener->limit = limit;
     observation->impl_->engine = engine_;
-    observation->impl_->look({});
+    observation->impl_->look(vexim::store::Observers::Kind::Conversations, {});
     return observation;
 }
 
@@ -152,9 +154,9 @@ std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeMessages(VXIMConv
                                                                         VXIMMessagesObserver observer) {
     std::shared_ptr<VXIMStoreObservation> observation(new VXIMStoreObservation);
     observation->impl_->listener->observer = std::move(observer);
-    observation->impl_->listener->limit = limit;
+    *observation->impl_->listener->limit = limit;
     observation->impl_->engine = engine_;
-    observation->impl_->look(std::move(id));
+    observation->impl_->look(vexim::store::Observers::Kind::Messages, std::move(id));
     return observation;
 }
 
@@ -162,6 +164,6 @@ std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeDamage(VXIMStoreD
     std::shared_ptr<VXIMStoreObservation> observation(new VXIMStoreObservation);
     observation->impl_->listener->observer = std::move(observer);
     observation->impl_->engine = engine_;
-    observation->impl_->look({});
+    observation->impl_->look(vexim::store::Observers::Kind::Damage, {});
     return observation;
 }

@@ -192,10 +192,12 @@ TEST_F(StoreFaults, TellsOfAFullDiskWritesNothingHalfAndLivesOn) {
 
 TEST_F(StoreFaults, SetsADamagedFileAsideWithAllThatCanBeReadInTheNewOne) {
     open();
+    std::vector<Arrival> arrivals;  // in one transaction, so that the file is the same each time
     for (int i = 0; i < 400; ++i) {
-        operations->insert(
-            {{.conversation = bob, .payload = payload("text " + std::to_string(i) + std::string(200, 'z'), kNoon + i, "bob")}}, {});
+        arrivals.push_back(
+            {.conversation = bob, .payload = payload("text " + std::to_string(i) + std::string(200, 'z'), kNoon + i, "bob")});
     }
+    insert(arrivals);
     setContent(folder / "picture", "png");
     const auto unsent = write("unsent", kNoon + 1000, "k1", {folder / "picture"});
     wait(call(&Operations::setGround, shared(), bob, store::Ground{.knownUntilMillis = kNoon, .gaps = {}}));

@@ -74,31 +74,24 @@ Difference differenceOf(const std::vector<std::int64_t>& before, const std::vect
     return difference;
 }
 
-void Observers::add(std::weak_ptr<Listener> listener, VXIMConversationId conversation) {
-    List list;
-    list.listener = std::move(listener);
-    list.conversation = std::move(conversation);
-    lists_.push_back(std::move(list));
-}
+void Observers::add(List list) { lists_.push_back(std::move(list)); }
 
 void Observers::refresh(Tables& tables, const Touched& touched, bool all) {
     std::erase_if(lists_, [](const List& each) { return each.listener.expired(); });
-    for (List& list : lists_) {
-        if (const auto listener = list.listener.lock()) refresh(tables, touched, all, list, *listener);
-    }
+    for (List& list : lists_) refresh(tables, touched, all, list);
 }
 
-void Observers::refresh(Tables& tables, const Touched& touched, bool all, List& list, Listener& listener) {
-    const std::int32_t limit = std::max(listener.limit.load(), 0);
-    const bool must = all || std::exchange(list.isNew, false) || std::exchange(list.limit, limit) != limit;
+void Observers::refresh(Tables& tables, const Touched& touched, bool all, List& list) {
+    const std::int32_t limit = std::max(list.limit->load(), 0);
+    const bool must = all || std::exchange(list.isNew, false) || std::exchange(list.toldLimit, limit) != limit;
     const bool isFirst = list.shown.empty() && must;
-    list.limit = limit;
+    list.toldLimit = limit;
     const auto show = [&list](std::vector<std::int64_t> rows, const std::set<std::int64_t>& changed) {
         Difference difference = differenceOf(list.shown, rows, changed);
         list.shown = std::move(rows);
         return difference;
     };
-    if (std::holds_alternative<VXIMConversationsObserver>(listener.observer)) {
+    if (list.kind == Kind::Conversations) {
         if (!must && !touched.list && touched.conversations.empty()) return;
         std::vector<Tables::Conversation*> newest = tables.all();
         if (newest.size() > static_cast<std::size_t>(limit)) newest.resize(static_cast<std::size_t>(limit));
@@ -109,7 +102,7 @@ void Observers::refresh(Tables& tables, const Touched& touched, bool all, List& 
         std::vector<VXIMConversation> conversations;
         for (const Tables::Conversation* const each : newest) conversations.push_back(tables.conversation(*each));
         post<VXIMConversationsObserver>(list.listener, changeOf(std::move(conversations), std::move(difference)));
-    } else if (std::holds_alternative<VXIMMessagesObserver>(listener.observer)) {
+    } else if (list.kind == Kind::Messages) {
         const Tables::Conversation* const conversation = tables.find(list.conversation);
         if (!must && !touched.list && !(conversation && touched.conversations.contains(conversation->row))) return;
         std::vector<VXIMStoredMessage> messages = messagesBefore(tables, list.conversation, std::nullopt, limit);
@@ -123,10 +116,7 @@ void Observers::refresh(Tables& tables, const Touched& touched, bool all, List& 
 
 void Observers::tell(const VXIMStoreDamage& damage) {
     for (const List& list : lists_) {
-        const auto listener = list.listener.lock();
-        if (listener && std::holds_alternative<VXIMStoreDamageObserver>(listener->observer)) {
-            post<VXIMStoreDamageObserver>(list.listener, damage);
-        }
+        if (list.kind == Kind::Damage) post<VXIMStoreDamageObserver>(list.listener, damage);
     }
 }
 

@@ -28,26 +28,30 @@ Difference differenceOf(const std::vector<std::int64_t>& before, const std::vect
 /// An observer, owned by its `VXIMStoreObservation`: so it is released there, on the application's thread.
 struct Listener {
     std::variant<VXIMConversationsObserver, VXIMMessagesObserver, VXIMStoreDamageObserver> observer;
-    std::atomic<std::int32_t> limit{0};
+    const std::shared_ptr<std::atomic<std::int32_t>> limit = std::make_shared<std::atomic<std::int32_t>>(0);
 };
 
 /// The lists that are observed, as they were last told. For the store's thread.
 class Observers {
 public:
-    void add(std::weak_ptr<Listener> listener, VXIMConversationId conversation);
+    enum class Kind { Conversations, Messages, Damage };
+    struct List {
+        Kind kind = Kind::Damage;
+        std::weak_ptr<Listener> listener = {};  // never locked here: it must not be released on this thread
+        std::shared_ptr<const std::atomic<std::int32_t>> limit = {};
+        VXIMConversationId conversation = {};  // of a list of messages
+        bool isNew = true;
+        std::int32_t toldLimit = 0;
+        std::vector<std::int64_t> shown = {};  // rows of conversations or ids of messages
+    };
+
+    void add(List list);
     /// Tells those whose list differs from what they have heard. `all`: whatever was touched.
     void refresh(Tables& tables, const Touched& touched, bool all);
     void tell(const VXIMStoreDamage& damage);
 
 private:
-    struct List {
-        std::weak_ptr<Listener> listener;
-        VXIMConversationId conversation;  // of a list of messages
-        bool isNew = true;
-        std::int32_t limit = 0;
-        std::vector<std::int64_t> shown;  // rows of conversations or ids of messages
-    };
-    static void refresh(Tables& tables, const Touched& touched, bool all, List& list, Listener& listener);
+    static void refresh(Tables& tables, const Touched& touched, bool all, List& list);
 
     std::vector<List> lists_ = {};
 };
