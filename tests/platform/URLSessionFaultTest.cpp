@@ -293,7 +293,7 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
         if (request->target.starts_with("/slow")) {
             connection.write("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\n");
             for (const char byte : std::string_view("slowly")) {
-                if (!connection.pause(request->target == "/slow" ? 120ms : 300ms)) return;
+                if (!connection.pause(request->target == "/slow" ? 250ms : 500ms)) return;
                 connection.write({&byte, 1});
             }
             return;
@@ -311,11 +311,11 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
         EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
     }
     auto slow = SessionProbe::request(server.url("/slow"));
-    slow.timeout = 400ms;
+    slow.timeout = 1200ms;
     EXPECT_EQ(probe->load(slow).body, "slowly") << "longer than the timeout, but never silent for so long";
 
     auto slower = SessionProbe::request(server.url("/slower"));
-    slower.timeout = 1500ms;
+    slower.timeout = 2500ms;
     std::vector<std::shared_ptr<URLSessionTask>> crowd;  // more than a host may have connections
     for (int i = 0; i < 20; ++i) {
         crowd.push_back(probe->session->dataTaskWithRequest(slower));
