@@ -4,6 +4,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include <boost/asio/post.hpp>
 
 namespace vexim {
@@ -17,14 +19,14 @@ struct CurlMulti::Socket {
           descriptor(context, copy < 0 ? socket : copy) {}
     ~Socket() { stopWatching(); }
     void stopWatching() {
-        if (copy < 0 && descriptor.is_open()) descriptor.release();
-        boost::system::error_code ignored;
-        descriptor.close(ignored);
+        // Not asio's own close, which leaves it to the system to drop a descriptor: libcurl's keeps the connection open.
+        if (descriptor.is_open()) descriptor.release();
+        if (const int mine = std::exchange(copy, -1); mine >= 0) ::close(mine);
     }
     const curl_socket_t number;
     // A number that libcurl closes without a word is soon another thread's. So the loop watches a copy that nobody else closes,
     // as long as the process has a descriptor left for one.
-    const int copy;
+    int copy;
     asio::posix::stream_descriptor descriptor;
     bool wantsRead = false;
     bool wantsWrite = false;
