@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/NotificationCenter.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/VXIMStatusNotification.h"
@@ -65,8 +66,13 @@ void VXIMClient::Impl::enter(VXIMClientStatus next) {
     const auto former = status.exchange(next);
     if (former == next) return;
     record->add("status", {{"from", nameOf(former)}, {"to", nameOf(next)}});
-    vexim::NotificationCenter::defaultCenter().post(VXIMClientDidChangeStatusNotification, owner.lock(),
-                                                    vexim::Dictionary{{"status", static_cast<std::int32_t>(next)}});
+    // Not here: the client is in the middle of a step, and an observer may call it.
+    vexim::MainQueue::shared().async([weak = owner, next] {
+        const auto client = weak.lock();
+        if (!client) return;
+        vexim::NotificationCenter::defaultCenter().post(VXIMClientDidChangeStatusNotification, client,
+                                                        vexim::Dictionary{{"status", static_cast<std::int32_t>(next)}});
+    });
 }
 
 VXIMDiagnosis VXIMClient::diagnose() const {

@@ -79,7 +79,7 @@ struct VXIMConversations::Impl : std::enable_shared_from_this<Impl> {
     void open();
     void didOpen(std::shared_ptr<VXIMMessageStore> opened, const ErrorPtr& error);
     void answerOpeners(const ErrorPtr& error);
-    void didChangeStatus();
+    void didEnter(std::int64_t status);
     void didLogIn();
     void link();
     void unlink();
@@ -105,7 +105,9 @@ void VXIMConversations::Impl::observe() {
                            });
     };
     on(VXIMUserDidLoginNotification, [](Impl& self, const vexim::Notification&) { self.didLogIn(); });
-    on(VXIMClientDidChangeStatusNotification, [](Impl& self, const vexim::Notification&) { self.didChangeStatus(); });
+    on(VXIMClientDidChangeStatusNotification, [](Impl& self, const vexim::Notification& notification) {
+        self.didEnter(notification.userInfo->get("status").longLongValue());
+    });
     on(VXIMClientDidReceiveMessageNotification,
        [](Impl& self, const vexim::Notification& notification) { self.didReceive(notification, false); });
     on(VXIMClientDidReceiveSystemMessageNotification,
@@ -186,9 +188,10 @@ void VXIMConversations::Impl::answerOpeners(const ErrorPtr& error) {
     }
 }
 
-void VXIMConversations::Impl::didChangeStatus() {
+void VXIMConversations::Impl::didEnter(std::int64_t status) {
     const auto count = ++statusCount;
-    if (client->status() != VXIMClientStatusOpened) return unlink();
+    // Not the client's status of now: a cut that is over already has left messages in doubt, too.
+    if (status != VXIMClientStatusOpened) return unlink();
     MainQueue::shared().after(kLoginPatience, [weak = weak_from_this(), count] {
         const auto self = weak.lock();
         if (self && count == self->statusCount && !self->isLoggedIn) self->didLogIn();
