@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "VexIMLib/Testing/FakeService.h"
+#include "VexIMLib/VXIMStatusNotification.h"
 #include "client/ClientFixture.h"
 
 using namespace vexim::testing;
@@ -241,6 +242,26 @@ TEST_F(SessionRaces, BothOfTwoLogoutsAreAnswered) {
         EXPECT_EQ(heard, (Lines{"didDisconnect at 6", "didLogout at 6", "logout yes", "logout yes"}));
         EXPECT_EQ(state(), "6 nobody no socket");
     }
+}
+
+TEST_F(SessionRaces, WhoHearsOfTheStatusMayCallTheClientAndRunTheQueue) {
+    login();
+    service.configuration()->setInstallationId("");
+    Lines heard;
+    const auto observer = std::make_shared<int>();
+    vexim::NotificationCenter::defaultCenter().addObserver(observer, VXIMClientDidChangeStatusNotification, client.get(),
+                                                           [&](const vexim::Notification& notification) {
+                                                               heard.push_back(notification.userInfo->get("status").description());
+                                                               client->logoutWithCompletion({});
+                                                               settle();
+                                                           });
+    client->logoutWithCompletion({});
+    settle();
+    EXPECT_EQ(heard, (Lines{"5", "6", "5"}));
+    EXPECT_EQ(state(), "5 nobody tryLogout no socket") << "the last of them began without a connection";
+    const std::weak_ptr<VXIMClient> released = client;
+    client = nullptr;
+    EXPECT_TRUE(released.expired());
 }
 
 }  // namespace
