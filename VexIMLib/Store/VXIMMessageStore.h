@@ -61,7 +61,7 @@ class VEXIM_EXPORT VXIMMessageStore : public std::enable_shared_from_this<VXIMMe
 public:
     /// Opens a store, or makes it. A file of an earlier version is brought to the present one. A damaged file is renamed and a
     /// fresh one made, with all that could be read; `damage` then says so. Errors: CannotOpen, Newer, OtherOwner, ReadOnly, Locked
-    /// (at once when another program has it, after five seconds when SQLite says so), DiskFull.
+    /// (at once when another program has it, after two seconds when SQLite says so), DiskFull.
     static void open(VXIMMessageStoreOptions options, VXIMMessageStoreCompletion completion);
     ~VXIMMessageStore();
     VXIMMessageStore(const VXIMMessageStore&) = delete;
