@@ -291,7 +291,7 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
         const auto request = connection.readRequest();
         if (!request) return;
         if (request->target.starts_with("/slow")) {
-            connection.write("HTTP/1.1 200 OK\r\nContent-Length: 6\r\n\r\n");
+            connection.write("HTTP/1.1 200 OK\r\nContent-Length: 6\r\nConnection: close\r\n\r\n");
             for (const char byte : std::string_view("slowly")) {
                 if (!connection.pause(request->target == "/slow" ? 250ms : 500ms)) return;
                 connection.write({&byte, 1});
