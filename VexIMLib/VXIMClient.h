@@ -134,7 +134,7 @@ public:
     /// Resuming until the connection stands: without a login before, for good. Where it stands already, nothing changes.
     void resume();
 
-    // Chat messages. `completion` runs once.
+    // Chat messages. `completion` runs once. Sent twice at once, a message goes to the receiver named last, twice: send a copy.
     //
     // "Sent" means that the connection has taken the message: it is valid, not too long, and the link stood. It does not mean
     // that the service has it, as the link may break before, nor that the receiver may or will get it. What the service has
