@@ -104,7 +104,12 @@ void VXIMConversations::Impl::observe() {
                                if (const auto self = weak.lock()) act(*self, notification);
                            });
     };
-    on(VXIMUserDidLoginNotification, [](Impl& self, const vexim::Notification&) { self.didLogIn(); });
+    on(VXIMUserDidLoginNotification, [](Impl& self, const vexim::Notification&) {
+        // Behind the changes of the status that came before it, which are told by way of the queue.
+        MainQueue::shared().async([weak = self.weak_from_this()] {
+            if (const auto alive = weak.lock()) alive->didLogIn();
+        });
+    });
     on(VXIMClientDidChangeStatusNotification, [](Impl& self, const vexim::Notification& notification) {
         self.didEnter(notification.userInfo->get("status").longLongValue());
     });
