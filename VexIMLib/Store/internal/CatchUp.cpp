@@ -4,15 +4,13 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/Store/internal/WallTime.h"
+#include "VexIMLib/Store/internal/Times.h"
 #include "VexIMLib/VXIMErrors.h"
 #include "VexIMLib/VXIMGroup.h"
 #include "VexIMLib/VXIMUser.h"
 
 namespace vexim::store {
 namespace {
-
-using namespace std::chrono_literals;
 
 constexpr std::size_t kMostAtOnce = 4;
 constexpr std::int32_t kFirstPage = 50;
@@ -24,14 +22,10 @@ constexpr int kMostIdlePages = 4;
 constexpr std::int64_t kDoubtMillis = 60'000;
 // From after everything: a sender's clock may be ahead. (2100-01-01)
 constexpr std::int64_t kEndOfTime = 4'102'444'800'000;
-constexpr std::chrono::seconds kLongestPause = 60s;
 
 std::int64_t timeOf(const Dictionary& payload) { return payload.get("ts").longLongValue(); }
 bool hasHistory(const VXIMConversationId& conversation) {
     return conversation.kind == VXIMConversationKindFriend || conversation.kind == VXIMConversationKindGroup;
-}
-std::chrono::seconds pauseAfter(int failures) {
-    return std::min<std::chrono::seconds>(kLongestPause, std::chrono::seconds(1 << std::min(failures, 6)));
 }
 
 }  // namespace

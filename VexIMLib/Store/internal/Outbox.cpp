@@ -8,7 +8,7 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/Random.h"
 #include "VexIMLib/Store/internal/OutboxErrors.h"
-#include "VexIMLib/Store/internal/WallTime.h"
+#include "VexIMLib/Store/internal/Times.h"
 #include "VexIMLib/VXIMMessageTarget.h"
 
 namespace vexim::store {

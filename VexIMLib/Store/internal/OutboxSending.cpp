@@ -10,7 +10,7 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Store/internal/Outbox.h"
 #include "VexIMLib/Store/internal/OutboxErrors.h"
-#include "VexIMLib/Store/internal/WallTime.h"
+#include "VexIMLib/Store/internal/Times.h"
 #include "VexIMLib/VXIMErrors.h"
 #include "VexIMLib/VXIMMessageTarget.h"
 
@@ -24,7 +24,6 @@ using namespace std::chrono_literals;
 constexpr std::size_t kMostHanded = 64;
 constexpr std::size_t kMostWrittenAhead = 16;
 constexpr int kMostMissedEchoes = 2;
-constexpr std::chrono::seconds kLongestPause = 60s;
 // A clock that was set back by more than this is not waited for.
 constexpr std::int64_t kMostClockStepMillis = 1'000;
 
@@ -208,8 +207,7 @@ void Outbox::hold(const VXIMConversationId& conversation, Lane& lane, Item& item
 void Outbox::pause(const VXIMConversationId& conversation, Lane& lane) {
     if (!isOpen_) return;  // the next connection ends it
     lane.isPaused = true;
-    const auto wait = std::min<std::chrono::seconds>(kLongestPause, std::chrono::seconds(1 << std::min(lane.failures++, 6)));
-    MainQueue::shared().after(wait, [weak = weak_from_this(), conversation, link = link_] {
+    MainQueue::shared().after(pauseAfter(lane.failures++), [weak = weak_from_this(), conversation, link = link_] {
         const auto self = weak.lock();
         if (!self || link != self->link_) return;
         self->laneOf(conversation).isPaused = false;
