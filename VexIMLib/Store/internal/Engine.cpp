@@ -102,15 +102,6 @@ std::string Engine::userId() const {
     return userId_;
 }
 
-void Engine::claim(Tables& tables, const std::string& userId) {
-    const std::string recorded = meta(tables.database, "user");
-    if (!recorded.empty() && recorded != userId) fail(VXIMStoreErrorOtherOwner, "The message store belongs to another user.");
-    if (recorded.empty()) setMeta(tables.database, "user", userId);
-    tables.userId = userId;
-    const MutexLock lock(mutex_);
-    userId_ = userId;
-}
-
 void Engine::work(Worker::Jobs jobs) {
     Group group;
     const auto finishGroup = [&] {

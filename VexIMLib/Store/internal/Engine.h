@@ -53,8 +53,6 @@ public:
 
     std::optional<VXIMStoreDamage> damage() const;
     std::string userId() const;
-    /// On the store's thread: from now on it is this user's.
-    void claim(Tables& tables, const std::string& userId);
     Observers& observers() noexcept { return observers_; }
 
 private:

@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/Store/internal/Files.h"
 #include "VexIMLib/Store/internal/Reading.h"
 #include "VexIMLib/Store/internal/Schema.h"
+#include "VexIMLib/Store/internal/Times.h"
 
 namespace vexim::store {
 namespace {
@@ -37,8 +37,7 @@ std::int64_t removeRows(Tables& tables, Statement& rows, std::int64_t most) {
 }
 
 std::int64_t removeOld(Tables& tables, std::int64_t hours, std::int64_t most) {
-    const auto now = static_cast<std::int64_t>(Clock::shared()->wallTime() * 1000);
-    const std::int64_t before = now - hours * kMillisOfHour;
+    const std::int64_t before = wallMillis() - hours * kMillisOfHour;
     Statement rows = tables.database.prepare(
         "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message "
         "WHERE id < ?1 AND sent_at < ?2 AND NOT (direction = 1 AND state <> 3) ORDER BY id");

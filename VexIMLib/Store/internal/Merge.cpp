@@ -4,22 +4,15 @@
 #include <set>
 #include <utility>
 
-#include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/Store/VXIMStoreErrors.h"
 #include "VexIMLib/Store/internal/Files.h"
+#include "VexIMLib/Store/internal/Times.h"
 
 namespace vexim::store {
 namespace {
 
 // How far the service's clock may be behind when an echo is told by its content.
 constexpr std::int64_t kEchoToleranceMillis = 60'000;
-
-std::int64_t nowMillis() { return static_cast<std::int64_t>(Clock::shared()->wallTime() * 1000); }
-
-Value writerOf(const Dictionary& payload) {
-    const Value& from = payload.get("from").get("id");
-    return from.isNilOrNull() ? payload.get("speaker") : from;
-}
 
 /// Finds out whether an arrival is in the store.
 class Finder {
@@ -138,7 +131,7 @@ std::vector<Merged> insertArrivals(Tables& tables, const std::vector<Arrival>& a
     std::set<Tables::Conversation*> grown;
     std::set<Tables::Conversation*> moved;
     for (const Arrival& arrival : arrivals) {
-        const std::int64_t sentAt = timeOf(arrival.payload).value_or(nowMillis());
+        const std::int64_t sentAt = timeOf(arrival.payload).value_or(wallMillis());
         if (arrival.isHistory && wasCleared(tables, arrival, sentAt)) {
             answer.push_back({Outcome::Known, 0});
             continue;
@@ -172,7 +165,7 @@ std::vector<Merged> insertArrivals(Tables& tables, const std::vector<Arrival>& a
 VXIMStoredMessage addOutgoing(Tables& tables, const VXIMConversationId& id, Dictionary payload,
                               const std::vector<std::string>& files) {
     Tables::Conversation& conversation = tables.findOrMake(id);
-    std::int64_t sentAt = timeOf(payload).value_or(nowMillis());
+    std::int64_t sentAt = timeOf(payload).value_or(wallMillis());
     {
         Statement later =
             tables.database.prepare("SELECT max(sent_at) FROM message WHERE conversation = ?1 AND sent_at >= ?2 AND direction = 1");
@@ -221,31 +214,6 @@ void removeMessage(Tables& tables, std::int64_t localId) {
     if (!row) fail(VXIMStoreErrorNotFound, "There is no such message.");
     tables.remove(*row);
     tables.repair(tables.ofRow(row->conversation));
-}
-
-std::optional<VXIMStoredMessage> findByKey(Tables& tables, const std::string& key) {
-    Statement rows = tables.database.prepare(
-        "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message WHERE key = ?1");
-    rows.bind(1, keyNumber(key));
-    while (rows.step()) {
-        auto message = tables.message(readRow(rows));
-        if (message.key == key) return message;
-    }
-    return std::nullopt;
-}
-
-std::optional<VXIMStoredMessage> findEchoCandidate(Tables& tables, const VXIMConversationId& id, const Value& content) {
-    const Tables::Conversation* const conversation = tables.find(id);
-    if (!conversation) return std::nullopt;
-    Statement rows = tables.database.prepare(
-        "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message "
-        "WHERE conversation = ?1 AND direction = 1 AND state <> 3 AND state IN (1, 2) ORDER BY sent_at, id");
-    rows.bind(1, conversation->row);
-    while (rows.step()) {
-        auto message = tables.message(readRow(rows));
-        if (message.payload.get("content") == content) return message;
-    }
-    return std::nullopt;
 }
 
 }  // namespace vexim::store

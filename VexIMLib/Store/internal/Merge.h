@@ -16,7 +16,5 @@ VXIMStoredMessage addOutgoing(Tables& tables, const VXIMConversationId& id, Dict
                               const std::vector<std::string>& files);
 VXIMStoredMessage changeMessage(Tables& tables, std::int64_t localId, const Change& change);
 void removeMessage(Tables& tables, std::int64_t localId);
-std::optional<VXIMStoredMessage> findByKey(Tables& tables, const std::string& key);
-std::optional<VXIMStoredMessage> findEchoCandidate(Tables& tables, const VXIMConversationId& id, const Value& content);
 
 }  // namespace vexim::store

@@ -63,6 +63,11 @@ Dictionary fromJSON(std::string_view json) {
     return *read.value.asDictionary();
 }
 
+const Value& writerOf(const Dictionary& payload) {
+    const Value& from = payload.get("from").get("id");
+    return from.isNilOrNull() ? payload.get("speaker") : from;
+}
+
 std::string errorToJSON(const ErrorPtr& error) {
     if (!error) return {};
     Dictionary info{{kLocalizedDescriptionKey, error->localizedDescription()}};
@@ -97,9 +102,7 @@ VXIMStoredMessage Tables::message(const Row& row) {
     message.payload = fromJSON(row.payload);
     message.key = textOf(message.payload, kKeyField);
     message.serviceId = textOf(message.payload, kServiceIdField);
-    const Value& from = message.payload.get("from").get("id");
-    message.sender =
-        row.direction == VXIMStoredMessageOutgoing ? userId : idText(from.isNilOrNull() ? message.payload.get("speaker") : from);
+    message.sender = row.direction == VXIMStoredMessageOutgoing ? userId : idText(writerOf(message.payload));
     message.receiver = idText(message.payload.get("to").get("id"));
     message.mediaType = static_cast<VXIMMessageMediaType>(message.payload.get("content").get("media").longLongValue());
     message.sentAtMillis = row.sentAt;

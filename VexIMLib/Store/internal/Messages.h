@@ -105,6 +105,8 @@ std::int64_t hourOf(std::int64_t millis);
 
 /// The time in a payload, in milliseconds; nullopt when it has none.
 std::optional<std::int64_t> timeOf(const Dictionary& payload);
+/// Who wrote it: the id in "from", or "speaker".
+const Value& writerOf(const Dictionary& payload);
 /// The key or service id in it; nullopt when it has none.
 std::optional<std::string> textOf(const Dictionary& payload, const char* field);
 /// A number that stands for a key in the index: keys that begin with rising digits give rising numbers.

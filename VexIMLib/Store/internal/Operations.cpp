@@ -10,10 +10,7 @@
 
 namespace vexim::store {
 
-bool isWrittenBy(const Dictionary& payload, const std::string& userId) {
-    const Value& from = payload.get("from").get("id");
-    return (from.isNilOrNull() ? payload.get("speaker") : from) == Value(userId);
-}
+bool isWrittenBy(const Dictionary& payload, const std::string& userId) { return writerOf(payload) == Value(userId); }
 
 std::optional<VXIMConversationId> conversationOf(const Dictionary& payload, const std::string& userId) {
     const auto idOf = [](const Value& end) { return end.get("id").asString(); };
@@ -62,18 +59,6 @@ void Operations::waiting(VXIMStoredMessagesCompletion completion) {
     store_->engine_->run(Mode::Read, std::move(completion), [](Tables& tables) { return store::waiting(tables); });
 }
 
-void Operations::findByKey(std::string key, VXIMStoredMessageCompletion completion) {
-    store_->engine_->run(Mode::Read, std::move(completion),
-                         [key = std::move(key)](Tables& tables) { return store::findByKey(tables, key); });
-}
-
-void Operations::findEchoCandidate(VXIMConversationId conversation, Dictionary content, VXIMStoredMessageCompletion completion) {
-    store_->engine_->run(Mode::Read, std::move(completion),
-                         [conversation = std::move(conversation), content = std::move(content)](Tables& tables) {
-                             return store::findEchoCandidate(tables, conversation, Value(content));
-                         });
-}
-
 void Operations::ground(VXIMConversationId conversation, GroundCompletion completion) {
     store_->engine_->run(Mode::Read, std::move(completion), [conversation = std::move(conversation)](Tables& tables) {
         const Tables::Conversation* const found = tables.find(conversation);
@@ -81,45 +66,10 @@ void Operations::ground(VXIMConversationId conversation, GroundCompletion comple
     });
 }
 
-void Operations::grounds(GroundsCompletion completion) {
-    store_->engine_->run(Mode::Read, std::move(completion), [](Tables& tables) {
-        std::vector<std::pair<VXIMConversationId, Ground>> grounds;
-        for (const Tables::Conversation* const each : tables.all()) grounds.emplace_back(each->id, store::ground(tables, *each));
-        return grounds;
-    });
-}
-
 void Operations::setGround(VXIMConversationId conversation, Ground ground, VXIMBooleanCompletion completion) {
     store_->engine_->run(Mode::Write, std::move(completion),
                          [conversation = std::move(conversation), ground = std::move(ground)](Tables& tables) {
                              store::setGround(tables, conversation, ground);
-                             return true;
-                         });
-}
-
-void Operations::ensureConversation(VXIMConversationId conversation, VXIMBooleanCompletion completion) {
-    store_->engine_->run(Mode::Write, std::move(completion), [conversation = std::move(conversation)](Tables& tables) {
-        tables.findOrMake(conversation);
-        return true;
-    });
-}
-
-void Operations::meta(std::string name, MetaCompletion completion) {
-    store_->engine_->run(Mode::Read, std::move(completion),
-                         [name = std::move(name)](Tables& tables) { return store::meta(tables.database, name); });
-}
-
-void Operations::setMeta(std::string name, std::string value, VXIMBooleanCompletion completion) {
-    store_->engine_->run(Mode::Write, std::move(completion), [name = std::move(name), value = std::move(value)](Tables& tables) {
-        store::setMeta(tables.database, name, value);
-        return true;
-    });
-}
-
-void Operations::claim(std::string userId, VXIMBooleanCompletion completion) {
-    store_->engine_->run(Mode::Write, std::move(completion),
-                         [engine = store_->engine_.get(), userId = std::move(userId)](Tables& tables) {
-                             engine->claim(tables, userId);
                              return true;
                          });
 }

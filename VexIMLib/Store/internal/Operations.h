@@ -56,9 +56,6 @@ struct Ground {
     std::int64_t knownUntilMillis = 0;  // everything up to here is stored, or in a marked gap; 0: nothing is
     std::vector<VXIMStoredGap> gaps = {};
 };
-using GroundsCompletion =
-    std::function<void(std::optional<std::vector<std::pair<VXIMConversationId, Ground>>> grounds, ErrorPtr error)>;
-using MetaCompletion = std::function<void(std::optional<std::string> value, ErrorPtr error)>;
 using GroundCompletion = std::function<void(std::optional<Ground> ground, ErrorPtr error)>;
 
 /// What outbox and catch-up do with a store, beside the public operations: the same threads, the same errors.
@@ -76,9 +73,8 @@ public:
 
     /// Adds an own message in state Queued. Its time is the payload's "ts" or now, made later than the user's last message in the
     /// conversation by a millisecond if need be, so that the order is the same everywhere; the payload gets it. The files are
-    /// copied
-    /// (`Failed` when one cannot be) and kept until the message is confirmed or removed. Safe against a power cut once told as
-    /// done.
+    /// copied (`Failed` when one cannot be) and kept until the message is confirmed or removed. Safe against a power cut once told
+    /// as done.
     void addOutgoing(VXIMConversationId conversation, Dictionary payload, std::vector<std::string> files,
                      VXIMStoredMessageCompletion completion);
     /// NotFound when it is not there any more. A confirmed message stays as it is (an echo may overtake the "sent"): the answer
@@ -89,25 +85,9 @@ public:
 
     /// All own messages that are not confirmed (queued, sending, sent, failed), by conversation and in each in their order.
     void waiting(VXIMStoredMessagesCompletion completion);
-    /// nullopt without an error when there is none.
-    void findByKey(std::string key, VXIMStoredMessageCompletion completion);
-    /// The oldest own message of a conversation in state Sending or Sent whose content is this one; nullopt as above.
-    void findEchoCandidate(VXIMConversationId conversation, Dictionary content, VXIMStoredMessageCompletion completion);
-
     void ground(VXIMConversationId conversation, GroundCompletion completion);
-    /// Of all conversations.
-    void grounds(GroundsCompletion completion);
     /// Replaces it; makes the conversation when there is none.
     void setGround(VXIMConversationId conversation, Ground ground, VXIMBooleanCompletion completion);
-
-    /// Makes a conversation that has no message yet.
-    void ensureConversation(VXIMConversationId conversation, VXIMBooleanCompletion completion);
-
-    /// What the whole file says under a name of one's own (which begins with the class's); empty: nothing.
-    void meta(std::string name, MetaCompletion completion);
-    void setMeta(std::string name, std::string value, VXIMBooleanCompletion completion);
-    /// For a store that was opened without a user: from now on it is `userId`'s. OtherOwner when it is another's.
-    void claim(std::string userId, VXIMBooleanCompletion completion);
 
 private:
     std::shared_ptr<VXIMMessageStore> store_;
