@@ -2,6 +2,7 @@
 #   runtime  the shared library        dev  headers, CMake package, pkg-config file, static library        tools  vexim
 #   store  the shared library of the store        store-dev  its headers, CMake target, pkg-config file, static library
 #   c  the shared library of the C interface        c-dev  its header, CMake package, pkg-config file and JSON Schema        python  the package
+#   c-store  the one with the store        c-store-dev  its CMake package and pkg-config file
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -38,9 +39,20 @@ if(TARGET VexIMLibC)
   find_package(Python3 REQUIRED COMPONENTS Interpreter)
   add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/vexim-api.json
     COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/scripts/c_interface.py --schema ${PROJECT_BINARY_DIR}/vexim-api.json
-    DEPENDS ${PROJECT_SOURCE_DIR}/scripts/c_interface.py ${PROJECT_SOURCE_DIR}/scripts/c_interface_shapes.py ${PROJECT_SOURCE_DIR}/VexIMLib/C/Operations.cpp)
+    DEPENDS ${PROJECT_SOURCE_DIR}/scripts/c_interface.py ${PROJECT_SOURCE_DIR}/scripts/c_interface_shapes.py ${PROJECT_SOURCE_DIR}/VexIMLib/C/Operations.cpp
+      ${PROJECT_SOURCE_DIR}/VexIMLib/C/Store/StoreOperations.cpp)
   add_custom_target(vexim_api ALL DEPENDS ${PROJECT_BINARY_DIR}/vexim-api.json)
   install(FILES ${PROJECT_BINARY_DIR}/vexim-api.json DESTINATION ${CMAKE_INSTALL_DATADIR}/vexim COMPONENT c-dev)
+endif()
+
+if(TARGET VexIMLibCStore)
+  set_target_properties(VexIMLibCStore PROPERTIES INSTALL_RPATH "$ORIGIN")
+  set(VEXIM_C_STORE_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VexIMLibCStore)
+  install(TARGETS VexIMLibCStore EXPORT VexIMLibCStoreTargets LIBRARY COMPONENT c-store NAMELINK_COMPONENT c-store-dev)
+  install(EXPORT VexIMLibCStoreTargets NAMESPACE VexIMLib:: FILE VexIMLibCStoreConfig.cmake
+    DESTINATION ${VEXIM_C_STORE_PACKAGE_DIR} COMPONENT c-store-dev)
+  write_basic_package_version_file(VexIMLibCStoreConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  install(FILES ${PROJECT_BINARY_DIR}/VexIMLibCStoreConfigVersion.cmake DESTINATION ${VEXIM_C_STORE_PACKAGE_DIR} COMPONENT c-store-dev)
 endif()
 
 configure_package_config_file(cmake/VexIMLibConfig.cmake.in VexIMLibConfig.cmake INSTALL_DESTINATION ${VEXIM_PACKAGE_DIR})
@@ -71,8 +83,15 @@ if(TARGET VexIMStore)
 endif()
 
 if(TARGET VexIMLibC)
+  set(VEXIM_PC_C_NAME vexim-c)
   configure_file(cmake/vexim-c.pc.in vexim-c.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/vexim-c.pc DESTINATION ${pc_dir} COMPONENT c-dev)
+endif()
+if(TARGET VexIMLibCStore)
+  set(VEXIM_PC_C_NAME vexim-c-store)
+  set(VEXIM_PC_C_WITH " with the store")
+  configure_file(cmake/vexim-c.pc.in vexim-c-store.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/vexim-c-store.pc DESTINATION ${pc_dir} COMPONENT c-store-dev)
 endif()
 
 if(TARGET vexim)
@@ -93,6 +112,9 @@ if(PROJECT_IS_TOP_LEVEL)
   endif()
   if(TARGET VexIMLibC)
     list(APPEND CPACK_COMPONENTS_ALL c c-dev python)
+  endif()
+  if(TARGET VexIMLibCStore)
+    list(APPEND CPACK_COMPONENTS_ALL c-store c-store-dev)
   endif()
   set(CPACK_DEB_COMPONENT_INSTALL ON)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
@@ -126,12 +148,24 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_DEBIAN_C-DEV_PACKAGE_NAME libvexim-c-dev)
   set(CPACK_DEBIAN_C-DEV_PACKAGE_SECTION libdevel)
   set(CPACK_DEBIAN_C-DEV_PACKAGE_DEPENDS "libvexim-c${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_C-STORE_PACKAGE_NAME libvexim-c-store${PROJECT_VERSION_MAJOR})
+  set(CPACK_DEBIAN_C-STORE_PACKAGE_SECTION libs)
+  set(CPACK_DEBIAN_C-STORE_PACKAGE_DEPENDS shared-mime-info)
+  if(BUILD_SHARED_LIBS)
+    set(CPACK_DEBIAN_C-STORE_PACKAGE_DEPENDS "${same_library}, libveximlib-store${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+  endif()
+  set(CPACK_DEBIAN_C-STORE-DEV_PACKAGE_NAME libvexim-c-store-dev)
+  set(CPACK_DEBIAN_C-STORE-DEV_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_C-STORE-DEV_PACKAGE_DEPENDS
+    "libvexim-c-store${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}), libvexim-c-dev (= ${PROJECT_VERSION})")
   # The same for every kind of processor; it compiles to bytecode as Debian's own packages do.
   set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-vexim)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.11), libvexim-c${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.11), \
+libvexim-c${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION}) | libvexim-c-store${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION})")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "libvexim-c-store${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION})")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
     "${PROJECT_SOURCE_DIR}/bindings/python/debian/postinst;${PROJECT_SOURCE_DIR}/bindings/python/debian/prerm")
   include(CPack)

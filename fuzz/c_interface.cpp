@@ -1,5 +1,6 @@
 // Anything through the C interface: the input's lines are sent as requests, executed, and used as configurations. Each request has
-// exactly one answer, the answers are JSON, and when all clients are freed nothing comes any more.
+// exactly one answer, the answers are JSON, and when all clients are freed nothing comes any more. Operations of the store go to a
+// client that has one in memory, too.
 
 #include <cstdint>
 #include <cstdlib>
@@ -25,11 +26,34 @@ bool isAnswer(const char* text) {
     return type != "event";
 }
 
+/// A client with a store and an observation of each kind. It never logs in.
+vexim_client clientWithStore() {
+    const auto client = vexim_create(R"({"socketURL":"http://127.0.0.1:1"})");
+    const char* const requests[] = {
+        R"({"@op":"VXIMConversations.open","path":":memory:","userId":"alice"})",
+        R"({"@op":"VXIMMessageStore.observeMessages","id":{"kind":"friend","id":"bob"},"limit":5})",
+        R"({"@op":"VXIMMessageStore.observeConversations","limit":5})",
+        R"({"@op":"VXIMMessageStore.observeDamage"})",
+    };
+    for (const char* request : requests) vexim_send(client, request);
+    return client;
+}
+
+/// Whether the store answers it soon, and goes on afterwards.
+bool isForStore(const std::string& line) {
+    const std::string name = vexim::parseJSON(line).value.get("@op").asString().value_or("");
+    const bool isOfStore = name.starts_with("VXIMConversations.") || name.starts_with("VXIMMessageStore.") ||
+                           name.starts_with("VXIMStoreObservation.");
+    return isOfStore && !name.ends_with(".open") && !name.ends_with(".close");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size) {
     static const bool isQuiet = (vexim::setLogSink([](vexim::LogLevel, std::string_view) {}), true);
     require(isQuiet);
+    static const vexim_client keeper = clientWithStore();
+    static int openAtKeeper = 4;
     // Nobody listens at that address.
     auto client = vexim_create(R"({"appId":"app","clientKey":"key","installationId":"i","socketURL":"http://127.0.0.1:1"})");
     int open = 0;
@@ -47,6 +71,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         require(other != 0);
         vexim_free(other);
         while (const char* text = vexim_receive(client, 0)) open -= isAnswer(text);
+        if (!isForStore(line)) continue;
+        vexim_send(keeper, line.c_str());
+        ++openAtKeeper;
+        while (openAtKeeper > 0) {
+            const char* text = vexim_receive(keeper, 60);
+            require(text != nullptr);
+            openAtKeeper -= isAnswer(text);
+        }
     }
     vexim_free(client);
     while (const char* text = vexim_receive(client, 0)) open -= isAnswer(text);

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""What the C interface's one table, VexIMLib/C/Operations.cpp, is made into besides the dispatch. What comes out of the interface is
-declared in c_interface_shapes.py.
+"""What the C interface's table, VexIMLib/C/Operations.cpp with the store's part in C/Store/StoreOperations.cpp, is made into besides the
+dispatch. What comes out of the interface is declared in c_interface_shapes.py.
 
     scripts/c_interface.py --schema FILE    writes the JSON Schema of requests, answers and events
     scripts/c_interface.py --write          renews the tables of docs/c-interface.md
@@ -17,6 +17,7 @@ import c_interface_shapes as shapes
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 TABLE = ROOT / "VexIMLib/C/Operations.cpp"
+STORE_TABLE = ROOT / "VexIMLib/C/Store/StoreOperations.cpp"
 PAGE = ROOT / "docs/c-interface.md"
 
 STRING = r'"((?:[^"\\]|\\.)*)"'
@@ -37,7 +38,7 @@ def declared(text):
 
 
 def constants(text):
-    """The declarations that are constants: the configuration, a message, a target."""
+    """The declarations that are constants: the configuration, a message, a target, a conversation's id."""
     found = {}
     for match in re.finditer(r"const std::string_view (k\w+) =((?:\s*\"[^\"]*\")+);", text):
         found[match.group(1)] = declared("".join(re.findall(r'"([^"]*)"', match.group(2))))
@@ -45,9 +46,11 @@ def constants(text):
 
 
 def read_table():
-    text = TABLE.read_text()
+    """The rows for vexim_send, those of the store, those for vexim_execute, and the constants."""
+    text = TABLE.read_text() + STORE_TABLE.read_text()
     first, second = text.split("constexpr ImmediateOperation kImmediateOperations[]")
-    rows = [Row(match) for match in ROW.finditer(first)], [Row(match) for match in ROW.finditer(second)]
+    second, third = second.split("constexpr Operation kStoreOperations[]")
+    rows = [[Row(match) for match in ROW.finditer(part)] for part in (first, third, second)]
     written = len(re.findall(r"handlers::\w+\}", text))
     if sum(map(len, rows)) != written:
         sys.exit(f"{TABLE.name}: {written} rows, but only {sum(map(len, rows))} are written in the one shape")
@@ -64,26 +67,29 @@ def entries(declaration):
 
 def tables():
     """The parts of the page between <!-- table NAME --> and <!-- end -->."""
-    requests, immediate, _ = read_table()
+    requests, of_store, immediate, _ = read_table()
     lines = lambda rows: ["| operation | arguments | result | |", "|---|---|---|---|"] + [
         f"| `{row.name}` | {signature(row)} | {row.result} | {row.doc} |" for row in rows
     ]
-    objects = ["| object | names | |", "|---|---|---|"] + [
-        f"| {name} | {entries(declared(text))} | {doc} |" for name, (text, doc) in shapes.OBJECTS.items()
+    objects = lambda of: ["| object | names | |", "|---|---|---|"] + [
+        f"| {name} | {entries(declared(text))} | {doc} |" for name, (text, doc) in of.items()
     ]
-    events = ["| event | arguments | when |", "|---|---|---|"] + [
+    events = lambda of: ["| event | arguments | when |", "|---|---|---|"] + [
         f"| `{name}` | {entries(declared(text))} | {when or ('With `notifications`.' if asked else '')} |"
-        for name, (text, when, asked) in shapes.EVENTS.items()
+        for name, (text, when, asked) in of.items()
     ]
-    made = {"requests": lines(requests), "immediate": lines(immediate), "objects": objects, "events": events}
+    made = {
+        "requests": lines(requests), "immediate": lines(immediate), "objects": objects(shapes.OBJECTS), "events": events(shapes.EVENTS),
+        "store": lines(of_store), "storeobjects": objects(shapes.STORE_OBJECTS), "storeevents": events(shapes.STORE_EVENTS),
+    }
     return {name: "\n".join(line.replace(" |  |", " | |") for line in table) for name, table in made.items()}
 
 
 def renewed_page():
     made = tables()
     return re.sub(
-        r"(<!-- table (\w+) -->\n).*?(\n<!-- end -->)",
-        lambda match: match.group(1) + made[match.group(2)] + match.group(3),
+        r"(<!-- table (\w+) -->\n).*?(<!-- end -->)",
+        lambda match: match.group(1) + made[match.group(2)] + "\n" + match.group(3),
         PAGE.read_text(),
         flags=re.DOTALL,
     )
@@ -100,6 +106,7 @@ TYPES = {
     "integer": {"type": "integer"},
     "int32": {"type": "integer", "minimum": -(2**31), "maximum": 2**31 - 1},
     "object": {"type": "object"},
+    "conversationKind": {"enum": ["friend", "group", "room", "system"]},
 }
 
 
@@ -147,7 +154,9 @@ def event_schema(name, declaration, doc):
 
 
 def schema():
-    requests, immediate, constant = read_table()
+    requests, of_store, immediate, constant = read_table()
+    requests += of_store
+    all_events = {**shapes.EVENTS, **shapes.STORE_EVENTS}
     one_of = lambda kind, names: {"oneOf": [{"$ref": f"#/$defs/{kind}/{name}"} for name in names]}
     return {
         "$schema": "https://json-schema.org/draft/2020-12/schema",
@@ -157,6 +166,8 @@ def schema():
             **shapes.TYPES,
             "address": object_schema(constant["kTarget"]),
             "newMessage": object_schema(constant["kMessage"]),
+            "conversationId": object_schema(constant["kConversationId"]),
+            "storePosition": object_schema(constant["kStorePosition"]),
             "newConfiguration": object_schema(constant["kConfiguration"] + constant["kConnectionOptions"]),
             "request": one_of("requests", [row.name for row in requests]),
             "requests": {row.name: request_schema(row, True) for row in requests},
@@ -165,9 +176,9 @@ def schema():
             "answer": answer_schema("any"),
             "answers": {row.name: answer_schema(row.result) for row in requests + immediate},
             "failure": given_schema(declared("error: error"), **{"@type": {"const": "error"}, "@extra": {}}),
-            "event": one_of("events", shapes.EVENTS),
-            "events": {name: event_schema(name, text, doc) for name, (text, doc, _) in shapes.EVENTS.items()},
-            **{name: given_schema(declared(text), doc) for name, (text, doc) in shapes.OBJECTS.items()},
+            "event": one_of("events", all_events),
+            "events": {name: event_schema(name, text, doc) for name, (text, doc, _) in all_events.items()},
+            **{name: given_schema(declared(text), doc) for name, (text, doc) in {**shapes.OBJECTS, **shapes.STORE_OBJECTS}.items()},
         },
     }
 

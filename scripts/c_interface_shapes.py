@@ -24,6 +24,14 @@ TYPES = {
     "rooms": list_of("room"),
     "roomsOrIds": list_of("room", "serviceId"),
     "diagnosis": list_of("diagnosisEvent"),
+    "integers": list_of("integer"),
+    "conversations": list_of("conversation"),
+    "storedMessages": list_of("storedMessage"),
+    "storedGaps": list_of("storedGap"),
+    "conversationsAt": list_of("conversationAt"),
+    "messagesAt": list_of("messageAt"),
+    "direction": {"enum": ["incoming", "outgoing"]},
+    "state": {"enum": ["queued", "sending", "sent", "confirmed", "failed"]},
 }
 
 OBJECTS = {  # name: (entries, what to know of them)
@@ -78,4 +86,35 @@ EVENTS = {  # name: (arguments, when, whether only the configuration's "notifica
     "VXIMClientDidReceiveSystemMessageNotification": ("msg: message", "", True),
     "VXIMFriendOnlineNotification": ("id: serviceId", "", True),
     "VXIMFriendOfflineNotification": ("id: serviceId", "", True),
+}
+
+# Of the library with the store.
+
+STORE_OBJECTS = {
+    "store": (
+        "store: integer, path: string, service: string, userId: string, damage: storeDamage?",
+        "`store` names it in requests. `damage` where a damaged file was set aside."),
+    "storedMessage": (
+        "localId: integer, conversation: conversationId, text: string?, attachmentUrl: string?, mediaType: int32, sentAtMillis: integer, "
+        "direction: direction, state: state, sender: string, receiver: string, key: string?, serviceId: string?, error: error?, "
+        "attempts: integer, attachmentFiles: strings?, payload: object",
+        "`sentAtMillis` in milliseconds since 1970; with `localId` it is the message's position. `direction` is \"incoming\" or "
+        "\"outgoing\"; `state` \"queued\", \"sending\", \"sent\", \"confirmed\" or \"failed\", then with `error`. `attachmentFiles` are the "
+        "store's copies, until it is confirmed."),
+    "conversation": (
+        "id: conversationId, lastMessage: storedMessage?, unreadCount: integer, draft: string",
+        ""),
+    "storedGap": ("afterMillis: integer, beforeMillis: integer", "Messages between these times are missing; `afterMillis` 0: from the beginning."),
+    "storeDamage": ("setAsideAs: string, messagesSaved: integer", "The damaged file's new name, and how many messages were read from it."),
+    "messageAt": ("position: integer, message: storedMessage", ""),
+    "conversationAt": ("position: integer, conversation: conversation", ""),
+}
+
+STORE_EVENTS = {
+    "conversationsDidCatchUp": ("missedCount: integer, gapCount: integer, error: error?", "After each login and reconnect, when the histories have been read. `missedCount` messages of others came meanwhile; `gapCount` conversations miss some for good. `error`: what could not be read.", False),
+    "conversationsDidMeetTrouble": ("error: error", "The store did not take a change, which is tried again; or another user has logged in, of whom nothing is stored.", False),
+    "conversationsProgress": ("localId: integer, percent: integer", "An upload goes on whose request said `\"progress\": true`.", False),
+    "observedMessagesDidChange": ("observation: integer, whole: boolean, count: integer, removed: integers, inserted: messagesAt, changed: messagesAt", "At first, and after each change.", False),
+    "observedConversationsDidChange": ("observation: integer, whole: boolean, count: integer, removed: integers, inserted: conversationsAt, changed: conversationsAt", "At first, and after each change.", False),
+    "observedStoreWasDamaged": ("observation: integer, damage: storeDamage", "The open file was found damaged, set aside and replaced.", False),
 }

@@ -26,6 +26,20 @@ LEFT_OUT = {
     },
     "VXIMClientConfiguration": {"dictionary": "the options stand in the configuration themselves"},
 }
+STORE_LEFT_OUT = {
+    "VXIMConversations": {
+        "conversationsWithClient": "VXIMConversations.open", "client": "the handle",
+        "setCaughtUpHandler": "an event", "setTroubleHandler": "an event",
+    },
+    "VXIMMessageStore": {"path": "in the object", "service": "in the object", "userId": "in the object", "damage": "in the object"},
+}
+# Structs whose fields are arguments themselves, and what the others are here.
+STORE_SPREAD = {"VXIMConversationsOptions", "VXIMMessageStoreOptions", "VXIMMessageSearch", "VXIMRetention"}
+STORE_OBJECTS = {
+    "VXIMConversationId": "kConversationId", "VXIMStorePosition": "kStorePosition", "VXIMStoredMessage": "storedMessage",
+    "VXIMConversation": "conversation", "VXIMStoredGap": "storedGap", "VXIMStoreDamage": "storeDamage",
+    "VXIMListChange": "observedMessagesDidChange", "VXIMCaughtUp": "conversationsDidCatchUp",
+}
 # What every class of the runtime has, and factories.
 PLUMBING = re.compile(r"runtimeClass|staticClass|keyPathForProperty|description|copy|initialise|sharedAs|\w+With(Id|Dictionary)")
 # Parameters that the interface has other means for.
@@ -64,8 +78,8 @@ def functions(body):
 
 
 def findings():
-    requests, immediate, constant = c_interface.read_table()
-    rows = {row.name: row for row in requests + immediate}
+    requests, of_store, immediate, constant = c_interface.read_table()
+    rows = {row.name: row for row in requests + of_store + immediate}
     events = (ROOT / "VexIMLib/C/Session.cpp").read_text()
     records = (ROOT / "VexIMLib/C/Records.cpp").read_text()
     options = {name for name, *_ in constant["kConfiguration"] + constant["kConnectionOptions"]}
@@ -116,10 +130,52 @@ def findings():
             continue
         if by_getter.get(function, function) not in options:
             yield f"VXIMClientConfiguration.h: {function} is no name of the configuration"
+    yield from findings_of_store(rows)
     page = (ROOT / "docs/socketio.md").read_text()
     for option in re.findall(r'^\| "(\w+)" \|', page.split("## Events")[0], re.MULTILINE):
         if option not in options:
             yield f"docs/socketio.md: the option {option} is no name of the configuration"
+
+
+def fields(headers):
+    """{struct: [its field]} of plain structs."""
+    found = {}
+    for name, body in re.findall(r"^struct (VXIM\w+) \{(.*?)^\};", headers, re.MULTILINE | re.DOTALL):
+        body = re.sub(r"//[^\n]*", "", body)
+        found[name] = re.findall(r"\b(\w+)(?: = [^;]*|\{[^;]*\})?;", re.sub(r"^\s*(?:friend|VEXIM_EXPORT) [^;]*;|^\s*VXIMStorePosition \w+\(.*", "", body, flags=re.MULTILINE))
+    return found
+
+
+def findings_of_store(rows):
+    texts = {path.stem: path.read_text() for path in sorted((ROOT / "VexIMLib/Store").glob("*.h"))}
+    structs = fields("".join(texts.values()))
+    for header, text in texts.items():
+        for name in re.findall(r"^class VEXIM_EXPORT (\w+)\b[^;{]*\{", text, re.MULTILINE):
+            for function, parameters, *_ in functions(class_body(text, name)):
+                if function in STORE_LEFT_OUT.get(name, {}):
+                    continue
+                row = rows.get(f"{name}.{function}")
+                if row is None:
+                    yield f"{header}.h: {function} is no operation of the C interface: a row \"{name}.{function}\" is missing"
+                    continue
+                known = {parameter for parameter, *_ in row.parameters}
+                for parameter in parameters:
+                    type_, _, given = re.fullmatch(r"(.*?)([\s&*]+)(\w+)", parameter).groups()
+                    wanted = structs[type_] if type_ in STORE_SPREAD else [given]
+                    for each in wanted:
+                        if each not in CARRIED | {"observer"} | known:
+                            yield f"{header}.h: {function} has {each}, which the row \"{name}.{function}\" lacks"
+    for struct, names in structs.items():
+        if struct in STORE_SPREAD:
+            continue
+        if struct not in STORE_OBJECTS:
+            yield f"VexIMLib/Store: {struct} is no object of the C interface"
+            continue
+        declared = c_interface.constants(c_interface.STORE_TABLE.read_text()).get(STORE_OBJECTS[struct]) or c_interface.declared(
+            {**shapes.STORE_OBJECTS, **shapes.STORE_EVENTS}[STORE_OBJECTS[struct]][0])
+        for field in names:
+            if field not in {name for name, *_ in declared} | {"list"}:
+                yield f"VexIMLib/Store: {struct} has {field}, which \"{STORE_OBJECTS[struct]}\" lacks"
 
 
 if __name__ == "__main__":

@@ -24,6 +24,7 @@ ROOMS = [
     ("async styles", 2, r"VexIMLib/Async/.*"),
     ("trust", 1.5, r"VexIMLib/internal/Trust/.*"),
     ("platform", 2, r"VexIMLib/internal/Platform/.*"),
+    ("C interface with the store", 6.5, r"VexIMLib/C/Store/.*"),
     ("C interface", 6, r"VexIMLib/C/.*"),
     ("store", 6, r"VexIMLib/Store/.*"),
     ("testing kit", 6, r"VexIMLib/Testing/.*"),

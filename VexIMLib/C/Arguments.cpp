@@ -54,14 +54,14 @@ bool hasType(const Value& value, std::string_view type) {
     if (type == "any") return true;
     if (type == "id") return isId(value);
     if (type == "ids") return isArrayOf(value, isId);
-    if (type == "string") return value.isString();
+    if (type == "string" || type == "conversationKind") return value.isString();
     if (type == "strings") return isArrayOf(value, [](const Value& element) { return element.isString(); });
     if (type == "boolean") return value.isBoolean();
     if (type == "number") return value.isNumber() && !value.isBoolean();
     if (type == "integer") return value.kind() == Value::Kind::Integer;
     if (type == "int32")
         return value.kind() == Value::Kind::Integer && value.integer() == static_cast<std::int32_t>(value.integer());
-    return value.isDictionary();  // "object", "newMessage", "address"
+    return value.isDictionary();  // "object", "newMessage", "address", "conversationId", "storePosition"
 }
 
 std::optional<Problem> findProblem(const std::vector<Parameter>& parameters, const Dictionary& arguments) {

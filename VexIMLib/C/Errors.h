@@ -21,6 +21,8 @@ enum class InterfaceError : std::int64_t {
     Raised = 8,
     Nothing = 9,
     Abandoned = 10,
+    WithoutStore = 11,
+    NoSuchStore = 12,
 };
 
 /// What is wrong with a request.

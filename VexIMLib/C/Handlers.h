@@ -1,7 +1,9 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "VexIMLib/C/Errors.h"
 #include "VexIMLib/C/Request.h"
@@ -11,6 +13,14 @@ namespace vexim::c {
 
 // What the rows of the table run, under the operations' names.
 namespace handlers {
+
+// For arguments that are objects themselves; what is wrong with them is thrown as a `Refusal`.
+
+/// Checks them against a declaration such as `kMessage`.
+void require(const Dictionary& given, std::string_view declaration);
+[[noreturn]] void refuse(std::string description);
+/// The request's "message"; bytes for it are staged in the request's folder.
+std::shared_ptr<VXIMMessage> messageFrom(Request& request);
 
 // Main thread.
 using Handler = void(Request& request);

@@ -15,12 +15,6 @@ namespace {
 
 using MessagePtr = std::shared_ptr<VXIMMessage>;
 
-void require(const Dictionary& given, std::string_view declaration) {
-    if (auto problem = findProblem(parseParameters(declaration), given)) throw Refusal(*std::move(problem));
-}
-
-[[noreturn]] void refuse(std::string description) { throw Refusal({InterfaceError::WrongArgument, std::move(description)}); }
-
 void address(VXIMMessageTarget& target, const Dictionary& given) {
     require(given, kTarget);
     if (const Value& id = given.get("userId"); !id.isNilOrNull()) target.setUserId(id);
@@ -51,6 +45,14 @@ std::optional<std::string> attachmentOf(Request& request, const Dictionary& give
     return path;
 }
 
+}  // namespace
+
+void require(const Dictionary& given, std::string_view declaration) {
+    if (auto problem = findProblem(parseParameters(declaration), given)) throw Refusal(*std::move(problem));
+}
+
+void refuse(std::string description) { throw Refusal({InterfaceError::WrongArgument, std::move(description)}); }
+
 MessagePtr messageFrom(Request& request) {
     const Dictionary given = request.dictionary("message");
     require(given, kMessage);
@@ -72,6 +74,8 @@ MessagePtr messageFrom(Request& request) {
     }
     return message;
 }
+
+namespace {
 
 std::shared_ptr<VXIMTransfer> transferOf(Request& request, const VXIMMessage& message) {
     return message.attachmentPath() ? request.transfer() : nullptr;

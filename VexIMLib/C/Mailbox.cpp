@@ -123,12 +123,16 @@ Mailbox::Transfers Mailbox::close(std::string_view error) {
     return transfers;
 }
 
-void Mailbox::event(std::string text) {
+bool Mailbox::event(std::string text) {
     Item item{Item::Kind::Event, std::move(text)};
     const MutexLock lock(mutex_);
-    if (closed_) return;
-    if (bytes_ + bytesOf(item) > limit_) return drop(Item::Kind::Event);
+    if (closed_) return false;
+    if (bytes_ + bytesOf(item) > limit_) {
+        drop(Item::Kind::Event);
+        return false;
+    }
     push(std::move(item));
+    return true;
 }
 
 bool Mailbox::receive(double seconds, std::string& text) {

@@ -63,7 +63,8 @@ public:
 
     // What waits to be received.
 
-    void event(std::string text);
+    /// False when it was dropped.
+    bool event(std::string text);
     /// The next text into `text`, waiting for it until `seconds` are over; false when there is none. Takes the memory that `text`
     /// had.
     bool receive(double seconds, std::string& text);

@@ -1,5 +1,6 @@
-// The one table of what the C interface can do. It drives the dispatch and the checks of arguments; scripts/c_interface.py reads
-// it for the JSON Schema and for the page, and compares it with the C++ headers, so a row is written in one shape:
+// The table of what the C interface can do; Store/StoreOperations.cpp has the store's. It drives the dispatch and the checks of
+// arguments; scripts/c_interface.py reads it for the JSON Schema and for the page, and compares it with the C++ headers, so a row
+// is written in one shape:
 // {"name", "parameter: type, parameter: type?", "result", "What it does.", function}
 //
 // Types: id (a string that is not empty, or an integer), ids, string, strings, boolean, number, integer, int32, object, newMessage,
@@ -9,7 +10,6 @@
 #include "VexIMLib/C/Operations.h"
 
 #include <string>
-#include <unordered_map>
 #include <utility>
 
 namespace vexim::c {
@@ -135,34 +135,36 @@ constexpr ImmediateOperation kImmediateOperations[] = {
 };
 // clang-format on
 
-template <class Row>
-struct Prepared {
-    const Row* row;
-    std::vector<Parameter> parameters;
-};
-
-template <class Row, std::size_t N>
-Found<Row> find(const Row (&rows)[N], std::string_view name) {
-    using Table = std::unordered_map<std::string_view, Prepared<Row>>;
-    static const Table& table = *[&rows] {
-        auto* made = new Table;  // never destroyed: requests may come while the process exits
-        for (const Row& row : rows) made->emplace(row.name, Prepared<Row>{&row, parseParameters(row.parameters)});
-        return made;
-    }();
-    const auto found = table.find(name);
-    if (found == table.end()) return {};
-    return {found->second.row, &found->second.parameters};
+/// What the store's operations are called by.
+bool isOfStore(std::string_view name) {
+    return name.starts_with("VXIMConversations.") || name.starts_with("VXIMMessageStore.") ||
+           name.starts_with("VXIMStoreObservation.");
 }
 
 }  // namespace
 
-std::string unknownOperation(std::optional<std::string_view> name) {
-    if (!name) return "\"@op\" must name an operation.";
+Problem unknownOperation(std::optional<std::string_view> name) {
+    if (!name) return {InterfaceError::UnknownOperation, "\"@op\" must name an operation."};
     constexpr std::size_t kShown = 60;
-    return name->size() > kShown ? "There is no such operation." : "There is no operation \"" + std::string(*name) + "\".";
+    if (name->size() > kShown) return {InterfaceError::UnknownOperation, "There is no such operation."};
+    const std::string quoted = "\"" + std::string(*name) + "\"";
+    if (kHasStore || !isOfStore(*name)) return {InterfaceError::UnknownOperation, "There is no operation " + quoted + "."};
+    return {InterfaceError::WithoutStore, quoted +
+                                              " is an operation of the store, which this library is without: use "
+                                              "libvexim-c-store.so.1 in its place (Debian package libvexim-c-store1)."};
 }
 
-Found<Operation> findOperation(std::string_view name) { return find(kOperations, name); }
-Found<ImmediateOperation> findImmediateOperation(std::string_view name) { return find(kImmediateOperations, name); }
+// The tables are never destroyed: requests may come while the process exits.
+
+Found<Operation> findOperation(std::string_view name) {
+    static const auto& table = *new Table<Operation>(kOperations);
+    const auto found = table.find(name);
+    return found.row ? found : findStoreOperation(name);
+}
+
+Found<ImmediateOperation> findImmediateOperation(std::string_view name) {
+    static const auto& table = *new Table<ImmediateOperation>(kImmediateOperations);
+    return table.find(name);
+}
 
 }  // namespace vexim::c

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "VexIMLib/C/Arguments.h"
@@ -44,9 +46,35 @@ struct Found {
     const Row* row = nullptr;  // nullptr when there is none of that name
     const std::vector<Parameter>* parameters = nullptr;
 };
-/// For people: that nothing has this name.
-std::string unknownOperation(std::optional<std::string_view> name);
+/// That nothing has this name, or nothing in this library.
+Problem unknownOperation(std::optional<std::string_view> name);
+/// Rows by name.
+template <class Row>
+class Table {
+public:
+    template <std::size_t N>
+    explicit Table(const Row (&rows)[N]) {
+        for (const Row& row : rows) rows_.emplace(row.name, Prepared{&row, parseParameters(row.parameters)});
+    }
+    Found<Row> find(std::string_view name) const {
+        const auto found = rows_.find(name);
+        if (found == rows_.end()) return {};
+        return {found->second.row, &found->second.parameters};
+    }
+
+private:
+    struct Prepared {
+        const Row* row;
+        std::vector<Parameter> parameters;
+    };
+    std::unordered_map<std::string_view, Prepared> rows_;
+};
+
 Found<Operation> findOperation(std::string_view name);
 Found<ImmediateOperation> findImmediateOperation(std::string_view name);
+
+// The store's rows: in Store/StoreOperations.cpp for the library that has it, in WithoutStore.cpp for the other one.
+extern const bool kHasStore;
+Found<Operation> findStoreOperation(std::string_view name);
 
 }  // namespace vexim::c

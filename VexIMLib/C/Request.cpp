@@ -23,9 +23,10 @@ Request::~Request() {
     std::filesystem::remove_all(folder_, ignored);
 }
 
-void Request::start(void (*operation)(Request&), std::shared_ptr<VXIMClient> client) {
+void Request::start(void (*operation)(Request&), std::shared_ptr<VXIMClient> client, std::shared_ptr<StoreSeat>& stores) {
     if (!mailbox_->isOpen(id_)) return;
     client_ = std::move(client);
+    stores_ = &stores;
     // Weak: the completions keep the request, and when they are let go of, it was abandoned.
     const FailureListener listener([weak = weak_from_this()](const ErrorPtr& cause) {
         if (const auto self = weak.lock()) self->fail(errorBody(*cause));
@@ -43,6 +44,7 @@ void Request::start(void (*operation)(Request&), std::shared_ptr<VXIMClient> cli
         fail(InterfaceError::Raised, failure.what());
     }
     client_ = nullptr;
+    stores_ = nullptr;
 }
 
 const Value& Request::value(std::string_view name) const {

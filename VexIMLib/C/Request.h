@@ -19,6 +19,15 @@
 
 namespace vexim::c {
 
+/// What a client keeps of its stores; only the library with the store makes one. Main thread.
+class StoreSeat {
+public:
+    StoreSeat() = default;
+    StoreSeat(const StoreSeat&) = delete;
+    StoreSeat& operator=(const StoreSeat&) = delete;
+    virtual ~StoreSeat() = default;
+};
+
 /// One request under way, as an operation of the table sees it: the arguments, which have been checked against the table, and the
 /// completions to hand to the library. The completions keep it alive; when the last has gone unanswered, the answer is that the
 /// operation was abandoned. Main thread.
@@ -30,10 +39,14 @@ public:
     Request& operator=(const Request&) = delete;
 
     /// Runs the operation, unless the request has been answered meanwhile. What it raises is the answer.
-    void start(void (*operation)(Request&), std::shared_ptr<VXIMClient> client);
+    void start(void (*operation)(Request&), std::shared_ptr<VXIMClient> client, std::shared_ptr<StoreSeat>& stores);
 
-    /// Only while `start` runs: a client that held a completion that held the client would never go.
+    // Only while `start` runs: a client that held a completion that held the client would never go.
+    const std::shared_ptr<VXIMClient>& sharedClient() const { return client_; }
     VXIMClient& client() const { return *client_; }
+    std::shared_ptr<StoreSeat>& stores() const { return *stores_; }
+
+    const std::shared_ptr<Mailbox>& sharedMailbox() const { return mailbox_; }
     Mailbox& mailbox() const { return *mailbox_; }
     Mailbox::RequestId id() const noexcept { return id_; }
 
@@ -64,6 +77,16 @@ public:
     }
     /// The result is the value; nil is null.
     VXIMResultCompletion result();
+    /// The result is what `write` makes of the value; null when there is none, and no error.
+    template <class T>
+    std::function<void(std::optional<T>, ErrorPtr)> optional(void (*write)(std::string&, const T&)) {
+        return [self = shared_from_this(), write](const std::optional<T>& value, const ErrorPtr& error) {
+            self->end(true, error, [&value, write](std::string& out) {
+                if (value) return write(out, *value);
+                out = "null";
+            });
+        };
+    }
     /// The result is the object.
     template <class T>
     std::function<void(std::shared_ptr<T>, ErrorPtr)> object() {
@@ -95,6 +118,7 @@ private:
     const std::shared_ptr<Mailbox> mailbox_;
     const Mailbox::RequestId id_;
     std::shared_ptr<VXIMClient> client_;
+    std::shared_ptr<StoreSeat>* stores_ = nullptr;
     const Dictionary arguments_;
     std::string folder_;
 };

@@ -107,9 +107,10 @@ void Session::send(std::string_view text) {
     const auto name = arguments->get("@op").asStringView();
     const auto operation = name ? findOperation(*name) : Found<Operation>();
     if (!operation.row) {
-        const bool isImmediate = name && findImmediateOperation(*name).row;
-        return refuse(InterfaceError::UnknownOperation,
-                      isImmediate ? "This operation is one of vexim_execute." : unknownOperation(name));
+        const auto problem = name && findImmediateOperation(*name).row
+                                 ? Problem{InterfaceError::UnknownOperation, "This operation is one of vexim_execute."}
+                                 : unknownOperation(name);
+        return refuse(problem.code, problem.description);
     }
     if (const auto problem = findProblem(*operation.parameters, *arguments)) return refuse(problem->code, problem->description);
 
@@ -128,7 +129,7 @@ void Session::send(std::string_view text) {
         if (!client) return;  // freed: it has been answered
         // REST requests take the application and the origin from here.
         vxim_configuration = client->config();
-        request->start(run, std::move(client));
+        request->start(run, std::move(client), self->stores_);
     });
 }
 
@@ -159,6 +160,7 @@ void Session::end() {
     // It goes on the main thread, where what it owns lives.
     MainQueue::shared().async([self = shared_from_this(), client = std::move(client)]() mutable {
         client->setDelegate(nullptr);
+        self->stores_ = nullptr;
         client = nullptr;
     });
 }

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "VexIMLib/C/Mailbox.h"
+#include "VexIMLib/C/Request.h"
 #include "VexIMLib/Foundation/NotificationCenter.h"
 #include "VexIMLib/Foundation/ThreadSafety.h"
 #include "VexIMLib/VXIMClient.h"
@@ -57,6 +58,7 @@ private:
     const std::shared_ptr<Mailbox> mailbox_;
     std::string problem_;  // why there is no client; empty when there is or was one
     bool givesNotifications_ = false;
+    std::shared_ptr<StoreSeat> stores_;       // main thread; nullptr: none was opened
     const VXIMMessage* announced_ = nullptr;  // the message of the last event, only to be compared
 
     mutable Mutex mutex_;

@@ -112,9 +112,8 @@ std::string execute(vexim_client client, std::string_view text) {
     const auto name = arguments->get("@op").asStringView();
     const auto operation = name ? findImmediateOperation(*name) : Found<ImmediateOperation>();
     if (!operation.row) {
-        const bool isSent = name && findOperation(*name).row;
-        return failure(
-            {InterfaceError::UnknownOperation, isSent ? "This operation is one of vexim_send." : unknownOperation(name)});
+        if (!name || !findOperation(*name).row) return failure(unknownOperation(name));
+        return failure({InterfaceError::UnknownOperation, "This operation is one of vexim_send."});
     }
     if (const auto problem = findProblem(*operation.parameters, *arguments)) return failure(*problem);
     const auto session = Handles::shared().session(client);

@@ -1,9 +1,12 @@
 // Hostile texts into every operation from several threads, clients that are freed at random moments, and many clients one after the
-// other. Checks that each request is answered once and that nothing is left; sanitizers check the rest.
+// other. Checks that each request is answered once and that nothing is left; sanitizers check the rest. It works in a folder of its
+// own, where files come and go.
 //   c_stress URL API-FILE SECONDS CLIENTS
 
+#define _XOPEN_SOURCE 700
 #include <cjson/cJSON.h>
 #include <dirent.h>
+#include <ftw.h>
 #include <pthread.h>
 #include <stdatomic.h>
 #include <stdbool.h>
@@ -11,6 +14,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -47,6 +51,13 @@ static double now(void) {
 static unsigned next(unsigned* state) { return (*state = *state * 1664525U + 1013904223U) >> 8; }
 
 static const char* const kValues[] = {"null",
+                                      "1",
+                                      "2",
+                                      "{\"kind\":\"friend\",\"id\":\"bob\"}",
+                                      "{\"kind\":\"room\",\"id\":5}",
+                                      "{\"kind\":\"system\"}",
+                                      "{\"sentAtMillis\":-9223372036854775808,\"localId\":1}",
+                                      "\":memory:\"",
                                       "true",
                                       "0",
                                       "-1",
@@ -143,11 +154,23 @@ static vexim_client makeClient(unsigned kind) {
     return vexim_create(kind % 8 == 7 ? "[]" : configuration);
 }
 
+/// One that has a store, so that requests find one; with the library that is without it, an error is the answer.
+static vexim_client makeHostile(unsigned kind) {
+    const vexim_client client = makeClient(kind);
+    const int extra = atomic_fetch_add(&sent, 1);
+    if (extra >= kMaxRequests) return client;
+    char request[128];
+    snprintf(request, sizeof request,
+             "{\"@extra\":%d,\"@op\":\"VXIMConversations.open\",\"path\":\":memory:\",\"userId\":\"alice\"}", extra);
+    vexim_send(client, request);
+    return client;
+}
+
 static void freeAndDrain(Slot* slot, unsigned kind) {
     pthread_rwlock_wrlock(&slot->lock);
     const vexim_client former = slot->client;
     vexim_free(former);
-    slot->client = makeClient(kind);
+    slot->client = makeHostile(kind);
     pthread_rwlock_unlock(&slot->lock);
     while (receiveOne(former, 1)) continue;
     require(vexim_receive(former, 1) == NULL, "a client that is gone gave something");
@@ -191,7 +214,7 @@ static void beHostile(double seconds) {
     pthread_t receivers[kSlots];
     for (int i = 0; i < kSlots; ++i) {
         pthread_rwlock_init(&slots[i].lock, NULL);
-        slots[i].client = makeClient((unsigned)i);
+        slots[i].client = makeHostile((unsigned)i);
         pthread_create(&receivers[i], NULL, receiveAll, &slots[i]);
     }
     for (uintptr_t i = 0; i < kSenders; ++i) pthread_create(&senders[i], NULL, sendAll, (void*)(i + 1));
@@ -209,6 +232,7 @@ static void beHostile(double seconds) {
         freeAndDrain(&slots[i], 0);
         freeAndDrain(&slots[i], 0);
         vexim_free(slots[i].client);
+        while (receiveOne(slots[i].client, 1)) continue;
     }
     const int all = sent < kMaxRequests ? (int)sent : kMaxRequests;
     int answers = 0;
@@ -274,11 +298,18 @@ static void makeMany(int count) {
     vexim_free(last);
 }
 
+static int removeOne(const char* path, const struct stat* status, int type, struct FTW* where) {
+    (void)status, (void)type, (void)where;
+    return remove(path);
+}
+
 int main(int argc, char** argv) {
     require(argc == 5, "usage: c_stress URL API-FILE SECONDS CLIENTS");
     url = argv[1];
     readOperations(argv[2]);
     const int clients = atoi(argv[4]);
+    char folder[] = "/tmp/c_stress.XXXXXX";
+    require(mkdtemp(folder) != NULL && chdir(folder) == 0 && mkdir("inner", 0700) == 0 && chdir("inner") == 0, "no folder");
     vexim_execute(0, "{\"@op\":\"setLog\"}");
     vexim_execute(0, "{\"@op\":\"setKeepsFinishedDelegates\",\"keeps\":false}");
 
@@ -301,5 +332,5 @@ int main(int argc, char** argv) {
         free(operations[i]);
         for (int j = 0; j < 16; ++j) free(arguments[i][j]);
     }
-    return 0;
+    return nftw(folder, removeOne, 16, FTW_DEPTH | FTW_PHYS);
 }

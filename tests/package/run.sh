@@ -64,22 +64,25 @@ cmake --build "$work/subdirectory" -- --quiet
 echo "-- subdirectory, shared: compatible with the last release"
 "$source/scripts/abi" "$work/subdirectory/vexim"
 
-for component in runtime dev store store-dev c c-dev; do
+for component in runtime dev store store-dev c c-dev c-store c-store-dev; do
     cmake --install "$work/subdirectory" --component "$component" --prefix "$work/prefix" > "$work/install.log"
 done
 
 echo "-- the C interface alone: pkg-config, find_package's file, the schema"
-read -ra found < <(PKG_CONFIG_PATH=$work/prefix/lib/pkgconfig pkg-config --cflags --libs vexim-c)
-"${CC:-cc}" -std=c11 "$consumer/c_only.c" -o "$work/prefix/c_only" "${found[@]}"
-LD_LIBRARY_PATH=$work/prefix/lib "$work/prefix/c_only"
+for name in vexim-c vexim-c-store; do
+    read -ra found < <(PKG_CONFIG_PATH=$work/prefix/lib/pkgconfig pkg-config --cflags --libs "$name")
+    "${CC:-cc}" -std=c11 "$consumer/c_only.c" -o "$work/prefix/c_only" "${found[@]}"
+    LD_LIBRARY_PATH=$work/prefix/lib "$work/prefix/c_only" "$name"
+done
 grep -q 'VexIMLib::C' "$work/prefix/lib/cmake/VexIMLibC/VexIMLibCConfig.cmake"
+grep -q 'VexIMLib::CStore' "$work/prefix/lib/cmake/VexIMLibCStore/VexIMLibCStoreConfig.cmake"
 python3 -m json.tool "$work/prefix/share/vexim/vexim-api.json" > /dev/null
 
 consume shared
 
 echo "-- Python, from a wheel in a virtual environment"
 /usr/bin/python3 "$source/bindings/python/make_wheel.py" "$work" \
-    "$work/shared/lib/libvexim-c.so.1" "$work/shared/lib/libVexIMLib.so.1"
+    "$work"/shared/lib/{libvexim-c,libvexim-c-store,libVexIMLib,libVexIMLibStore}.so.1
 /usr/bin/python3 -m venv "$work/venv"
 "$work/venv/bin/pip" -q install --no-index "$work"/vexim-*.whl
 "$source/scripts/with-service" -- env -u PYTHONPATH "$work/venv/bin/python" "$source/bindings/python/tests/demo.py" URL
