@@ -41,6 +41,23 @@ protected:
         return bytes;
     }
 
+    /// The same by a reader that waits for nothing itself; `pieces` gets the length of each piece that a pause follows.
+    static std::string readPieces(InputStream& stream, std::size_t step, std::vector<std::int64_t>* pieces = nullptr) {
+        std::string bytes;
+        std::vector<std::uint8_t> buffer(step);
+        stream.open();
+        for (std::int64_t sum = 0;;) {
+            const auto piece = stream.readPiece(buffer.data(), step);
+            bytes.append(reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(piece.count));
+            if (piece.count == 0 && !piece.isAwaiting()) return bytes;
+            if (piece.onMain) piece.onMain();
+            sum += piece.count;
+            if (piece.rest.count() == 0) continue;
+            if (pieces) pieces->push_back(sum);
+            sum = 0;
+        }
+    }
+
     static std::shared_ptr<InputStream> copyOf(const VXIMAFMultipartBodyStream& stream) {
         return std::static_pointer_cast<InputStream>(stream.copy());
     }
@@ -95,6 +112,7 @@ TEST_F(MultipartTest, EveryMixOfPartsReadsTheSameInPiecesOfAnySize) {
     EXPECT_EQ(form->bodyStream()->contentLength(), expected.size());
     for (const std::size_t step : {std::size_t{1}, std::size_t{7}, std::size_t{16'384}, expected.size() + 1}) {
         EXPECT_TRUE(readAll(*copyOf(*form->bodyStream()), step) == expected) << "in pieces of " << step;
+        EXPECT_TRUE(readPieces(*copyOf(*form->bodyStream()), step) == expected) << "in pieces of " << step;
     }
 }
 
@@ -149,6 +167,13 @@ TEST_F(MultipartTest, ThrottlingBoundsEveryReadAndCopiesAreUnthrottled) {
     const auto copy = copyOf(*stream);
     copy->open();
     EXPECT_EQ(copy->read(buffer.data(), buffer.size()), static_cast<std::int64_t>(stream->contentLength()));
+
+    // Who waits by himself gets the same packets.
+    const auto again = std::static_pointer_cast<InputStream>(stream->again());
+    std::vector<std::int64_t> packets;
+    EXPECT_EQ(readPieces(*again, buffer.size(), &packets).size(), stream->contentLength());
+    EXPECT_EQ(packets,
+              (std::vector<std::int64_t>{16'384, 16'384, 16'384, static_cast<std::int64_t>(stream->contentLength()) - 3 * 16'384}));
 
     stream->close();
     EXPECT_EQ(stream->read(buffer.data(), buffer.size()), 0);

@@ -72,38 +72,45 @@ bool VXIMAFHTTPBodyPart::hasBytesAvailable() {
 
 std::int64_t VXIMAFHTTPBodyPart::read(std::uint8_t* buffer, std::size_t maxLength) {
     std::size_t total = 0;
-    const auto add = [&total](std::int64_t count) {
-        if (count < 0) return false;
+    for (bool isLast = false; !isLast;) {
+        const std::int64_t count = readPhase(buffer + total, maxLength - total);
+        if (count < 0) return -1;
         total += static_cast<std::size_t>(count);
-        return true;
-    };
-
-    if (phase_ == Phase::EncapsulationBoundary) {
-        if (!add(readData(openingBoundary(), buffer, maxLength))) return -1;
-    }
-    if (phase_ == Phase::Header) {
-        if (!add(readData(stringForHeaders(), buffer + total, maxLength - total))) return -1;
-    }
-    if (phase_ == Phase::Body) {
-        // A read of no bytes at all could not be told from the end.
-        if (total < maxLength && !add(inputStream()->read(buffer + total, maxLength - total))) return -1;
-        const auto status = inputStream()->streamStatus();
-        if (status == vexim::StreamStatus::Error) return -1;
-        if (status >= vexim::StreamStatus::AtEnd && !transitionToNextPhase()) return -1;
-    }
-    if (phase_ == Phase::FinalBoundary) {
-        if (!add(readData(finalBoundary(), buffer + total, maxLength - total))) return -1;
+        if (!isPhaseOver()) break;
+        isLast = phase_ == Phase::FinalBoundary;
+        if (!transitionToNextPhase()) return -1;
     }
     return static_cast<std::int64_t>(total);
 }
 
-std::int64_t VXIMAFHTTPBodyPart::readData(std::string_view section, std::uint8_t* buffer, std::size_t maxLength) {
-    const auto rest = section.substr(static_cast<std::size_t>(phaseReadOffset_));
-    const auto count = std::min(rest.size(), maxLength);
-    if (count > 0) std::memcpy(buffer, rest.data(), count);
-    phaseReadOffset_ += count;
-    if (phaseReadOffset_ >= section.size() && !transitionToNextPhase()) return -1;
-    return static_cast<std::int64_t>(count);
+std::int64_t VXIMAFHTTPBodyPart::readPhase(std::uint8_t* buffer, std::size_t maxLength) {
+    if (phase_ != Phase::Body) {
+        const std::string text = section();
+        const auto rest = std::string_view(text).substr(static_cast<std::size_t>(phaseReadOffset_));
+        const auto count = std::min(rest.size(), maxLength);
+        if (count > 0) std::memcpy(buffer, rest.data(), count);
+        phaseReadOffset_ += count;
+        return static_cast<std::int64_t>(count);
+    }
+    // A read of no bytes at all could not be told from the end.
+    const std::int64_t count = maxLength > 0 ? inputStream()->read(buffer, maxLength) : 0;
+    return inputStream()->streamStatus() == vexim::StreamStatus::Error ? -1 : count;
+}
+
+bool VXIMAFHTTPBodyPart::isPhaseOver() {
+    if (phase_ == Phase::Body) return inputStream()->streamStatus() >= vexim::StreamStatus::AtEnd;
+    return phaseReadOffset_ >= section().size();
+}
+
+std::string VXIMAFHTTPBodyPart::section() const {
+    switch (phase_) {
+        case Phase::EncapsulationBoundary: return openingBoundary();
+        case Phase::Header: return stringForHeaders();
+        case Phase::FinalBoundary: return finalBoundary();
+        case Phase::None:
+        case Phase::Body: break;
+    }
+    return {};
 }
 
 bool VXIMAFHTTPBodyPart::transitionToNextPhase() {

@@ -59,6 +59,10 @@ public:
     bool hasBytesAvailable();
     /// How many bytes came; -1 when the contents could not be read (see the input stream's error) or the process is exiting.
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength);
+    /// The same up to the end of the present phase, without waiting for the main thread. When the phase is over,
+    /// `transitionToNextPhase` comes next.
+    std::int64_t readPhase(std::uint8_t* buffer, std::size_t maxLength);
+    bool isPhaseOver();
     /// Whether it stands inside contents that can be read so. (What begins and ends them happens on the main thread.)
     bool readsNonBlocking() const { return phase_ == Phase::Body && inputStream_ && inputStream_->readsNonBlocking(); }
     /// On the main thread, where the contents are opened and closed; waits for it when called elsewhere. False once the process
@@ -75,8 +79,8 @@ public:
 private:
     std::string openingBoundary() const;
     std::string finalBoundary() const;
-    /// Copies what is left of a fixed section; the phase moves on after its last byte. -1 when it cannot.
-    std::int64_t readData(std::string_view section, std::uint8_t* buffer, std::size_t maxLength);
+    /// The fixed text that the phase reads; empty for the contents.
+    std::string section() const;
     void enter(Phase phase) noexcept;
 
     vexim::StringEncoding stringEncoding_ = vexim::StringEncoding::UTF8;

@@ -47,11 +47,7 @@ std::int64_t VXIMAFMultipartBodyStream::read(std::uint8_t* buffer, std::size_t m
     if (streamStatus_ == vexim::StreamStatus::Closed) return 0;
     const auto limit = static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
     std::size_t total = 0;
-    while (total < limit && !isInterrupted()) {
-        if (!currentPart_ || !currentPart_->hasBytesAvailable()) {
-            if (!moveToNextPart()) break;
-            continue;
-        }
+    while (total < limit && !isInterrupted() && moveToUnreadPart()) {
         const auto count = currentPart_->read(buffer + total, limit - total);
         if (count == -1) {
             streamError_ = currentPart_->inputStream()->streamError();
@@ -61,6 +57,26 @@ std::int64_t VXIMAFMultipartBodyStream::read(std::uint8_t* buffer, std::size_t m
         if (delay_ > 0) rest();
     }
     return static_cast<std::int64_t>(total);
+}
+
+vexim::InputStream::Piece VXIMAFMultipartBodyStream::readPiece(std::uint8_t* buffer, std::size_t maxLength) {
+    if (streamStatus_ == vexim::StreamStatus::Closed || isInterrupted() || !moveToUnreadPart()) return {};
+    auto limit = static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
+    if (limit == 0) return {};
+    if (delay_ > 0) limit -= std::min(limit, inPacket_);
+    Piece piece{currentPart_->readPhase(buffer, limit)};
+    if (piece.count < 0) {
+        streamError_ = currentPart_->inputStream()->streamError();
+        return {};
+    }
+    inPacket_ += static_cast<std::size_t>(piece.count);
+    const bool isPhaseOver = currentPart_->isPhaseOver();
+    if (isPhaseOver) piece.onMain = [part = currentPart_] { part->transitionToNextPhase(); };
+    // What a part gives at once, up to a packet, is one piece, also when it has to stop at the main thread meanwhile.
+    if (isPhaseOver && currentPart_->phase() != VXIMAFHTTPBodyPart::Phase::FinalBoundary) return piece;
+    inPacket_ = 0;
+    if (delay_ > 0) piece.rest = pause();
+    return piece;
 }
 
 bool VXIMAFMultipartBodyStream::readsNonBlocking() const {
@@ -73,6 +89,14 @@ std::int64_t VXIMAFMultipartBodyStream::readNonBlocking(std::uint8_t* buffer, st
     return currentPart_->inputStream()->readNonBlocking(buffer, limit);
 }
 
+/// False when all were read.
+bool VXIMAFMultipartBodyStream::moveToUnreadPart() {
+    while (!currentPart_ || !currentPart_->hasBytesAvailable()) {
+        if (!moveToNextPart()) return false;
+    }
+    return true;
+}
+
 bool VXIMAFMultipartBodyStream::moveToNextPart() {
     currentPart_ = nextPart_ && *nextPart_ < parts_.size() ? parts_[(*nextPart_)++] : nullptr;
     vexim::MutexLock lock(interruptMutex_);
@@ -80,11 +104,13 @@ bool VXIMAFMultipartBodyStream::moveToNextPart() {
     return currentPart_ != nullptr;
 }
 
+std::chrono::nanoseconds VXIMAFMultipartBodyStream::pause() const {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(std::min(delay_, kLongestDelay)));
+}
+
 void VXIMAFMultipartBodyStream::rest() {
     vexim::MutexLock lock(interruptMutex_);
-    using Clock = std::chrono::steady_clock;
-    const std::chrono::duration<double> delay(std::min(delay_, kLongestDelay));
-    const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(delay);
+    const auto end = std::chrono::steady_clock::now() + pause();
     while (!interrupted_ && interruption_.waitUntil(interruptMutex_, end)) {
     }
 }

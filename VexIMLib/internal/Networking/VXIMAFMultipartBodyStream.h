@@ -13,7 +13,7 @@
 #include "VexIMLib/internal/Platform/InputStream.h"
 
 /// A "multipart/form-data" body as an input stream over its parts: nothing of it is ever assembled in memory.
-/// The parts' contents are opened and closed on the main thread, so reading stalls while that is blocked.
+/// The parts' contents are opened and closed on the main thread, for which `read` waits.
 class VXIMAFMultipartBodyStream : public vexim::InputStream {
 public:
     using vexim::InputStream::InputStream;
@@ -40,6 +40,8 @@ public:
     void close() override;
     /// Bytes read, 0 at the end. Never -1: when a part cannot be read, `streamError` says why.
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) override;
+    /// The parts' contents are opened and closed between two pieces.
+    Piece readPiece(std::uint8_t* buffer, std::size_t maxLength) override;
     /// Inside the contents of a part whose stream does, unthrottled.
     bool readsNonBlocking() const override;
     std::int64_t readNonBlocking(std::uint8_t* buffer, std::size_t maxLength) override;
@@ -57,7 +59,9 @@ public:
     bool initialise(vexim::StringEncoding encoding);
 
 private:
+    bool moveToUnreadPart();
     bool moveToNextPart();
+    std::chrono::nanoseconds pause() const;
     void rest();
     bool isInterrupted();
 
@@ -65,6 +69,7 @@ private:
     std::uint64_t numberOfBytesInPacket_ = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     double delay_ = 0;
     std::vector<std::shared_ptr<VXIMAFHTTPBodyPart>> parts_;
+    std::size_t inPacket_ = 0;             // of the piece that `readPiece` is at
     std::optional<std::size_t> nextPart_;  // nullopt before the first `open`: there is nothing to read yet
     std::shared_ptr<VXIMAFHTTPBodyPart> currentPart_;
     vexim::StreamStatus streamStatus_ = vexim::StreamStatus::NotOpen;

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/ThreadSafety.h"
-#include "VexIMLib/internal/Platform/LibraryThreads.h"
 #include "VexIMLib/internal/Platform/NetworkThread.h"
 #include "VexIMLib/internal/Platform/URLErrors.h"
 
@@ -27,16 +27,39 @@ struct Chunk {
 
 }  // namespace
 
-struct BodyReader::Shared : std::enable_shared_from_this<BodyReader::Shared> {
-    std::shared_ptr<InputStream> stream;
-    std::optional<std::uint64_t> length;
+struct BodyReader::Shared final : ReaderPool::Work, std::enable_shared_from_this<BodyReader::Shared> {
+    /// Who reads next, and what that waits for.
+    enum class Phase {
+        Parked,      // the network thread, which has enough for now or reads by itself
+        Queued,      // a thread of the pool, or it is there already
+        AwaitsMain,  // the main thread
+        Rests,       // the timer
+        Ended,
+    };
+
+    Shared(std::shared_ptr<InputStream> body, std::optional<std::uint64_t> announced, std::function<void()> call,
+           ReaderPool& threads)
+        : stream(std::move(body)),
+          length(announced),
+          pool(threads),
+          ready(std::move(call)) {}
+
+    const std::shared_ptr<InputStream> stream;
+    const std::optional<std::uint64_t> length;
+    ReaderPool& pool;
+
     // The stream, and how far it has been read, are the reader's, or while it is `lent` the network thread's.
+    bool opened = false;
+    Chunk current;
     std::uint64_t position = 0;
-    std::function<void()> ready;  // network thread only
-    bool started = false;         // network thread only
+
+    // Network thread only.
+    std::function<void()> ready;
+    std::unique_ptr<NetworkTimer> pause = std::make_unique<NetworkTimer>();
+    bool started = false;
 
     Mutex mutex;
-    ConditionVariable readerMayGoOn;
+    Phase phase VEXIM_GUARDED_BY(mutex) = Phase::Parked;
     std::deque<Chunk> filled VEXIM_GUARDED_BY(mutex);
     std::vector<std::unique_ptr<std::uint8_t[]>> spare VEXIM_GUARDED_BY(mutex);
     bool atEnd VEXIM_GUARDED_BY(mutex) = false;
@@ -45,15 +68,30 @@ struct BodyReader::Shared : std::enable_shared_from_this<BodyReader::Shared> {
     bool lent VEXIM_GUARDED_BY(mutex) = false;
     bool abandoned VEXIM_GUARDED_BY(mutex) = false;
 
-    // The reader's thread.
-    void run();
-    ErrorPtr readAll();
-    ErrorPtr readChunk(Chunk& chunk, bool& ended);
-    bool publish(Chunk chunk);
+    // The pool's thread.
+    void turn() noexcept override;
+    void interrupt() override;
+    bool open();
+    bool mayReadOn();
+    bool readOn();
+    bool publish(bool mayLend);
+    void wait(InputStream::Piece piece);
     void finish(ErrorPtr failure);
 
     // The network thread.
+    void rest(std::chrono::nanoseconds duration);
+    void abandon();
     std::size_t readLent(char* target, std::size_t most) VEXIM_REQUIRES(mutex);
+
+    /// Has a thread of the pool go on, if `from` is still what it waits for.
+    bool goOn(Phase from) {
+        {
+            const MutexLock lock(mutex);
+            if (phase != from) return true;
+            phase = Phase::Queued;
+        }
+        return pool.add(shared_from_this());
+    }
 
     std::unique_ptr<std::uint8_t[]> emptyBuffer() {
         const MutexLock lock(mutex);
@@ -61,20 +99,6 @@ struct BodyReader::Shared : std::enable_shared_from_this<BodyReader::Shared> {
         auto buffer = std::move(spare.back());
         spare.pop_back();
         return buffer;
-    }
-
-    void abandon() {
-        {
-            const MutexLock lock(mutex);
-            abandoned = true;
-            readerMayGoOn.notifyAll();
-        }
-        stream->interrupt();
-    }
-
-    bool isAbandoned() {
-        const MutexLock lock(mutex);
-        return abandoned;
     }
 
     /// To be called with what `awaited` was when something was added.
@@ -88,65 +112,152 @@ struct BodyReader::Shared : std::enable_shared_from_this<BodyReader::Shared> {
     }
 };
 
-void BodyReader::Shared::run() {
-    if (isAbandoned()) return;
-    stream->open();
-    ErrorPtr failure = stream->streamError();
-    if (!failure) failure = readAll();
-    stream->close();
-    finish(std::move(failure));
+void BodyReader::Shared::turn() noexcept {
+    if (!open()) return;
+    while (mayReadOn() && readOn()) {
+    }
 }
 
-ErrorPtr BodyReader::Shared::readAll() {
-    for (bool ended = false; !ended;) {
-        Chunk chunk{emptyBuffer()};
-        if (ErrorPtr failure = readChunk(chunk, ended)) return failure;
-        if (chunk.count > 0 && !publish(std::move(chunk))) return nullptr;
-    }
-    if (length && position < *length) {
-        return makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, "the body is shorter than announced");
-    }
-    return nullptr;
-}
-
-ErrorPtr BodyReader::Shared::readChunk(Chunk& chunk, bool& ended) {
-    const std::uint64_t most = length ? std::min<std::uint64_t>(kChunkBytes, *length - position) : kChunkBytes;
-    if (most > 0) {
-        const std::int64_t count = stream->read(chunk.bytes.get(), static_cast<std::size_t>(most));
-        if (ErrorPtr failure = stream->streamError()) return failure;
-        if (count < 0) return makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, "the body cannot be read");
-        chunk.count = static_cast<std::size_t>(count);
-        position += chunk.count;
-        ended = count == 0;
-    }
-    if (!length || position < *length) return nullptr;
-    // The last bytes go out only when nothing follows them: the peer must not get a whole body of a file that has grown.
-    std::uint8_t next = 0;
-    const std::int64_t more = stream->read(&next, 1);
-    if (ErrorPtr failure = stream->streamError()) return failure;
-    if (more > 0) return makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, "the body is longer than announced");
-    ended = true;
-    return nullptr;
-}
-
-/// False when the body is not wanted any more.
-bool BodyReader::Shared::publish(Chunk chunk) {
-    bool wasAwaited = false;
+/// What is not wanted any more by then is not opened. False when there is nothing to read.
+bool BodyReader::Shared::open() {
+    if (std::exchange(opened, true)) return true;
     {
         const MutexLock lock(mutex);
-        while (filled.size() >= kMostChunks && !abandoned) readerMayGoOn.wait(mutex);
-        if (abandoned) return false;
-        filled.push_back(std::move(chunk));
-        // The network thread reads on by itself for as long as that takes no waiting. Most files that are sent were just written
-        // or looked at; for them this spares a copy and the switches of threads.
-        lent = stream->readsNonBlocking();
+        if (abandoned) {
+            phase = Phase::Ended;
+            return false;
+        }
+    }
+    stream->open();
+    ErrorPtr failure = stream->streamError();
+    if (!failure) return true;
+    finish(std::move(failure));
+    return false;
+}
+
+/// Otherwise it is parked, or over.
+bool BodyReader::Shared::mayReadOn() {
+    {
+        const MutexLock lock(mutex);
+        if (!abandoned) {
+            if (filled.size() >= kMostChunks) phase = Phase::Parked;
+            return phase == Phase::Queued;
+        }
+    }
+    finish(nullptr);
+    return false;
+}
+
+/// Reads one piece into the current chunk. False when it waits for something else now, or is over.
+bool BodyReader::Shared::readOn() {
+    if (!current.bytes) current.bytes = emptyBuffer();
+    // The last bytes go out only when nothing follows them: the peer must not get a whole body of a file that has grown.
+    std::uint8_t next = 0;
+    const bool isWhole = length && position == *length;
+    const std::size_t room = kChunkBytes - current.count;
+    const std::size_t most = length ? static_cast<std::size_t>(std::min<std::uint64_t>(room, *length - position)) : room;
+    auto piece = isWhole ? stream->readPiece(&next, 1) : stream->readPiece(current.bytes.get() + current.count, most);
+    if (ErrorPtr failure = stream->streamError()) return finish(std::move(failure)), false;
+    const auto fail = [this](const char* words) {
+        finish(makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, words));
+        return false;
+    };
+    if (piece.count < 0) return fail("the body cannot be read");
+    if (isWhole && piece.count > 0) return fail("the body is longer than announced");
+    current.count += static_cast<std::size_t>(piece.count);
+    position += static_cast<std::uint64_t>(piece.count);
+
+    if (piece.count == 0 && !piece.isAwaiting()) {
+        if (length && position < *length) return fail("the body is shorter than announced");
+        publish(false);
+        finish(nullptr);
+        return false;
+    }
+    // What comes before and after a stop at the main thread goes out together.
+    const bool goesOnSoon = piece.onMain && piece.rest.count() <= 0 && current.count < kChunkBytes;
+    const bool isHeldBack = goesOnSoon || (length && position == *length);
+    const bool isLent = !isHeldBack && publish(!piece.isAwaiting());
+    if (piece.isAwaiting()) return wait(std::move(piece)), false;
+    return !isLent;
+}
+
+/// Hands the current chunk over; true when the network thread reads on by itself, for as long as that takes no waiting. Most files
+/// that are sent were just written or looked at; for them this spares a copy and the switches of threads.
+bool BodyReader::Shared::publish(bool mayLend) {
+    if (current.count == 0) return false;
+    bool wasAwaited = false;
+    bool isLent = false;
+    {
+        const MutexLock lock(mutex);
+        filled.push_back(std::exchange(current, {}));
+        isLent = lent = mayLend && !abandoned && stream->readsNonBlocking();
+        if (lent) phase = Phase::Parked;
         wasAwaited = std::exchange(awaited, false);
     }
     wake(wasAwaited);
-    const MutexLock lock(mutex);
-    while (lent && !abandoned) readerMayGoOn.wait(mutex);
-    lent = false;
-    return !abandoned;
+    return isLent;
+}
+
+void BodyReader::Shared::wait(InputStream::Piece piece) {
+    {
+        const MutexLock lock(mutex);
+        phase = piece.onMain ? Phase::AwaitsMain : Phase::Rests;
+    }
+    auto thenRest = [self = shared_from_this(), duration = piece.rest] {
+        NetworkThread::shared().post([self, duration] { self->rest(duration); });
+    };
+    if (!piece.onMain) return thenRest();
+    MainQueue::shared().async([self = shared_from_this(), piece = std::move(piece), thenRest = std::move(thenRest)] {
+        piece.onMain();
+        if (piece.rest.count() <= 0) {
+            self->goOn(Phase::AwaitsMain);
+            return;
+        }
+        {
+            const MutexLock lock(self->mutex);
+            self->phase = Phase::Rests;
+        }
+        thenRest();
+    });
+}
+
+/// Once the reader is gone, and its timer with it, what remains is to close the stream.
+void BodyReader::Shared::rest(std::chrono::nanoseconds duration) {
+    if (!pause) {
+        goOn(Phase::Rests);
+        return;
+    }
+    pause->start(duration, [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) self->goOn(Phase::Rests);
+    });
+}
+
+void BodyReader::Shared::finish(ErrorPtr failure) {
+    stream->close();
+    bool wasAwaited = false;
+    {
+        const MutexLock lock(mutex);
+        phase = Phase::Ended;
+        atEnd = true;
+        error = std::move(failure);
+        wasAwaited = std::exchange(awaited, false);
+    }
+    wake(wasAwaited);
+}
+
+void BodyReader::Shared::interrupt() {
+    {
+        const MutexLock lock(mutex);
+        abandoned = true;
+    }
+    stream->interrupt();
+}
+
+void BodyReader::Shared::abandon() {
+    pause.reset();
+    interrupt();
+    pool.giveUp(*this);
+    if (!goOn(Phase::Parked) || !goOn(Phase::Rests)) stream->close();
 }
 
 std::size_t BodyReader::Shared::readLent(char* target, std::size_t most) {
@@ -155,30 +266,15 @@ std::size_t BodyReader::Shared::readLent(char* target, std::size_t most) {
     const std::int64_t count = isNearEnd ? -1 : stream->readNonBlocking(reinterpret_cast<std::uint8_t*>(target), most);
     if (count <= 0) {
         lent = false;
-        readerMayGoOn.notifyAll();
         return 0;
     }
     position += static_cast<std::uint64_t>(count);
     return static_cast<std::size_t>(count);
 }
 
-void BodyReader::Shared::finish(ErrorPtr failure) {
-    bool wasAwaited = false;
-    {
-        const MutexLock lock(mutex);
-        atEnd = true;
-        error = std::move(failure);
-        wasAwaited = std::exchange(awaited, false);
-    }
-    wake(wasAwaited);
-}
-
-BodyReader::BodyReader(std::shared_ptr<InputStream> stream, std::optional<std::uint64_t> length, std::function<void()> ready)
-    : shared_(std::make_shared<Shared>()) {
-    shared_->stream = std::move(stream);
-    shared_->length = length;
-    shared_->ready = std::move(ready);
-}
+BodyReader::BodyReader(std::shared_ptr<InputStream> stream, std::optional<std::uint64_t> length, std::function<void()> ready,
+                       ReaderPool& pool)
+    : shared_(std::make_shared<Shared>(std::move(stream), length, std::move(ready), pool)) {}
 
 BodyReader::~BodyReader() {
     shared_->ready = nullptr;
@@ -190,14 +286,12 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
         if (!shared_->stream->claim()) {
             return {0, false, makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, "the body has been read before")};
         }
-        shared_->started = LibraryThreads::start(
-            "vexim-body", LibraryThreads::AtExit::Leave, [shared = shared_] { shared->run(); },
-            [shared = shared_] { shared->abandon(); });
+        shared_->started = shared_->goOn(Shared::Phase::Parked);
         if (!shared_->started) return {0, false, makeURLError(URLErrorUnknown, std::nullopt, "no thread to read the body")};
     }
 
     Taken taken;
-    bool wakesReader = false;
+    bool isReaderDue = false;
     {
         const MutexLock lock(shared_->mutex);
         while (taken.count < most && !shared_->filled.empty()) {
@@ -209,17 +303,19 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
             if (chunk.taken < chunk.count) break;
             shared_->spare.push_back(std::move(chunk.bytes));
             shared_->filled.pop_front();
-            // Woken for every chunk, the reader would cost a switch of threads each.
-            if (shared_->filled.size() == kMostChunks / 4) wakesReader = true;
         }
         if (taken.count < most && shared_->lent) taken.count += shared_->readLent(target + taken.count, most - taken.count);
+        // Called for every chunk, the reader would cost a switch of threads each.
+        isReaderDue = !shared_->lent && shared_->filled.size() <= kMostChunks / 4;
         if (taken.count == 0) {
             taken.atEnd = shared_->atEnd && !shared_->error;
             taken.error = shared_->error;
             shared_->awaited = !shared_->atEnd;
         }
     }
-    if (wakesReader) shared_->readerMayGoOn.notifyAll();  // without the lock, for which it would have to wait at once
+    if (isReaderDue && !shared_->goOn(Shared::Phase::Parked)) {
+        return {0, false, makeURLError(URLErrorUnknown, std::nullopt, "no thread to read the body")};
+    }
     return taken;
 }
 

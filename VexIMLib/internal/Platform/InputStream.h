@@ -1,8 +1,10 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -34,6 +36,16 @@ public:
     virtual bool hasBytesAvailable() const = 0;
     virtual StreamStatus streamStatus() const = 0;
     virtual ErrorPtr streamError() const = 0;
+
+    /// What one read found, and what comes before the next one.
+    struct Piece {
+        std::int64_t count = 0;                  ///< as from `read`; 0 is the end only when nothing is to be awaited
+        std::chrono::nanoseconds rest{0};        ///< a pause
+        std::function<void()> onMain = nullptr;  ///< to be run on the main thread, before the pause
+        bool isAwaiting() const { return onMain || rest.count() > 0; }
+    };
+    /// As `read`, but leaves it to the reader, who has other streams to read meanwhile, to wait for a pause or the main thread.
+    virtual Piece readPiece(std::uint8_t* buffer, std::size_t maxLength) { return {read(buffer, maxLength)}; }
 
     /// Whether the next bytes may well be had by `readNonBlocking`.
     virtual bool readsNonBlocking() const { return false; }

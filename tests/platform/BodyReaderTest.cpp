@@ -1,0 +1,211 @@
+// How many threads read the bodies of uploads, and who waits for whom.
+
+#include "VexIMLib/internal/Platform/BodyReader.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Platform/NetworkThread.h"
+#include "support/Eventually.h"
+
+namespace vexim::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Gives three bytes, one by one. What comes before the next one is up to the test.
+class Body final : public InputStream {
+public:
+    enum class Before { Nothing, Pause, LongPause, MainThread, Release };
+    using InputStream::InputStream;
+    bool initialise(Before before) {
+        before_ = before;
+        return true;
+    }
+
+    void open() override {}
+    void close() override { closed = true; }
+    std::int64_t read(std::uint8_t* buffer, std::size_t) override {
+        if (before_ == Before::Release) {
+            std::unique_lock lock(mutex_);
+            isBlocked = true;
+            changed_.wait(lock, [this] { return released_; });
+        }
+        if (given_ == 3) return 0;
+        *buffer = static_cast<std::uint8_t>('a' + given_++);
+        return 1;
+    }
+    Piece readPiece(std::uint8_t* buffer, std::size_t most) override {
+        Piece piece{read(buffer, most)};
+        if (piece.count == 0) return piece;
+        if (before_ == Before::Pause) piece.rest = 1ms;
+        if (before_ == Before::LongPause) piece.rest = 1h;
+        if (before_ == Before::MainThread) {
+            piece.onMain = [this] { calledOnMain = MainQueue::shared().isMainThread(); };
+        }
+        return piece;
+    }
+    bool hasBytesAvailable() const override { return true; }
+    StreamStatus streamStatus() const override { return StreamStatus::Open; }
+    ErrorPtr streamError() const override { return nullptr; }
+
+    /// Not by `interrupt`: no one can interrupt what waits for a disk.
+    void release() {
+        const std::lock_guard lock(mutex_);
+        released_ = true;
+        changed_.notify_all();
+    }
+
+    std::atomic<bool> closed{false};
+    std::atomic<bool> isBlocked{false};
+    std::atomic<bool> calledOnMain{false};
+
+private:
+    Before before_ = Before::Nothing;
+    int given_ = 0;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool released_ = false;
+};
+using Before = Body::Before;
+
+ReaderPool& newPool(std::chrono::milliseconds patience) {
+    static auto& kept = *new std::vector<ReaderPool*>;  // a pool outlives its threads, which outlive the test
+    return *kept.emplace_back(new ReaderPool(patience));
+}
+
+/// A body on its way to a connection that takes whatever there is.
+class Upload : public std::enable_shared_from_this<Upload> {
+public:
+    static std::shared_ptr<Upload> begin(ReaderPool& pool, Before before, std::optional<std::uint64_t> length = 3) {
+        auto upload = std::make_shared<Upload>();
+        upload->body = create<Body>(before);
+        NetworkThread::shared().post([upload, length, &pool] {
+            const auto ready = [weak = std::weak_ptr<Upload>(upload)] {
+                if (const auto self = weak.lock()) self->takeAll();
+            };
+            upload->reader_ = std::make_unique<BodyReader>(upload->body, length, ready, pool);
+            upload->takeAll();
+        });
+        return upload;
+    }
+    /// Returns when the reader is gone.
+    void cancel() {
+        std::atomic<bool> gone{false};
+        NetworkThread::shared().post([self = shared_from_this(), &gone] {
+            self->reader_ = nullptr;
+            gone = true;
+        });
+        EXPECT_TRUE(spinUntil([&] { return gone.load(); }));
+    }
+
+    std::shared_ptr<Body> body;
+    std::atomic<bool> ended{false};
+    std::string taken;  // whole when it has ended
+
+private:
+    void takeAll() {
+        if (!reader_) return;
+        char buffer[2];
+        for (;;) {
+            const auto found = reader_->take(buffer, sizeof buffer);
+            taken.append(buffer, found.count);
+            if (found.count > 0) continue;
+            if (!found.atEnd && !found.error) return;
+            reader_ = nullptr;
+            ended = true;
+            return;
+        }
+    }
+    std::unique_ptr<BodyReader> reader_;
+};
+using Uploads = std::vector<std::shared_ptr<Upload>>;
+
+Uploads begin(std::size_t count, ReaderPool& pool, Before before) {
+    Uploads uploads;
+    for (std::size_t i = 0; i < count; ++i) uploads.push_back(Upload::begin(pool, before));
+    return uploads;
+}
+
+bool areDone(const Uploads& uploads) {
+    return std::all_of(uploads.begin(), uploads.end(), [](const auto& each) { return each->ended && each->taken == "abc"; });
+}
+
+TEST(BodyReader, EightHundredBodiesNeedFourThreads) {
+    for (const auto before : {Before::Nothing, Before::Pause, Before::MainThread}) {
+        auto& pool = newPool(1h);
+        const auto uploads = begin(800, pool, before);
+        std::size_t most = 0;
+        EXPECT_TRUE(eventuallyElsewhere([&] {
+            most = std::max(most, pool.threadCount());
+            return areDone(uploads);
+        }));
+        EXPECT_LE(most, ReaderPool::kReaders) << static_cast<int>(before);
+        EXPECT_EQ(uploads.front()->body->calledOnMain, before == Before::MainThread);
+    }
+}
+
+TEST(BodyReader, WaitingTakesNoThread) {
+    for (const auto before : {Before::LongPause, Before::MainThread}) {
+        auto& pool = newPool(1h);
+        const auto waiting = begin(8, pool, before);
+        const auto other = Upload::begin(pool, Before::Nothing);
+        EXPECT_TRUE(spinUntil([&] { return other->ended.load(); })) << "the main queue stands still";
+        for (const auto& upload : waiting) {
+            EXPECT_FALSE(upload->ended);
+            upload->cancel();
+        }
+        // What waits for the main thread may be inside the stream; it is closed when that is through.
+        EXPECT_TRUE(eventuallyElsewhere([&] {
+            return std::all_of(waiting.begin(), waiting.end(), [](const auto& each) { return each->body->closed.load(); });
+        }));
+    }
+}
+
+TEST(BodyReader, FourBlockedBodiesLetAFifthThrough) {
+    auto& pool = newPool(1ms);
+    const auto blocked = begin(ReaderPool::kReaders, pool, Before::Release);
+    const auto others = begin(20, pool, Before::Nothing);
+    EXPECT_TRUE(spinUntil([&] { return areDone(others); }));
+    EXPECT_GT(pool.threadCount(), ReaderPool::kReaders);
+    for (const auto& upload : blocked) upload->body->release();
+    EXPECT_TRUE(spinUntil([&] { return areDone(blocked) && pool.threadCount() <= ReaderPool::kReaders; }));
+}
+
+TEST(BodyReader, ABlockedBodyThatIsCancelledIsNotWaitedFor) {
+    auto& pool = newPool(1h);
+    const auto blocked = begin(ReaderPool::kReaders, pool, Before::Release);
+    for (const auto& upload : blocked) EXPECT_TRUE(spinUntil([&] { return upload->body->isBlocked.load(); }));
+    const auto other = Upload::begin(pool, Before::Nothing);
+    for (const auto& upload : blocked) upload->cancel();
+    EXPECT_TRUE(spinUntil([&] { return other->ended.load(); }));
+    EXPECT_LE(pool.threadCount(), ReaderPool::kReaders);
+    for (const auto& upload : blocked) {
+        upload->body->release();
+        EXPECT_TRUE(spinUntil([&] { return upload->body->closed.load(); }));
+        EXPECT_FALSE(upload->ended);
+    }
+}
+
+TEST(BodyReader, NoMoreThreadsThanItsBoundAreBlocked) {
+    auto& pool = newPool(1ms);
+    const auto blocked = begin(ReaderPool::kMostThreads + 1, pool, Before::Release);
+    EXPECT_TRUE(spinUntil([&] { return pool.threadCount() == ReaderPool::kMostThreads; }));
+    EXPECT_TRUE(spinUntil([&] {
+        const auto inside =
+            std::count_if(blocked.begin(), blocked.end(), [](const auto& each) { return each->body->isBlocked.load(); });
+        return inside == std::int64_t{ReaderPool::kMostThreads};
+    }));
+    for (const auto& upload : blocked) upload->body->release();
+    EXPECT_TRUE(spinUntil([&] { return areDone(blocked) && pool.threadCount() <= ReaderPool::kReaders; }));
+}
+
+}  // namespace
+}  // namespace vexim::testing
