@@ -17,7 +17,8 @@ using detail::ArrayRep;
 namespace detail {
 
 ArrayRep* ArrayRep::make(std::size_t capacity) {
-    return new (::operator new(sizeof(ArrayRep) + capacity * sizeof(Value))) ArrayRep(capacity);
+    const Block block = Block::take(sizeof(ArrayRep) + capacity * sizeof(Value));
+    return new (block.at) ArrayRep(capacity, block.offset);
 }
 
 ArrayRep* ArrayRep::adopt(Value* values, std::size_t count) {
@@ -35,9 +36,10 @@ Array ArrayRep::wrap(ArrayRep* rep) noexcept {
 }
 
 void ArrayRep::destroy(ArrayRep* rep) noexcept {
+    const Block block{rep, rep->offset};
     std::destroy_n(rep->elements(), rep->size);
     rep->~ArrayRep();
-    ::operator delete(rep);
+    block.giveBack();
 }
 
 namespace {

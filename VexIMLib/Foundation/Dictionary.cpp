@@ -19,7 +19,8 @@ using detail::DictionaryRep;
 namespace detail {
 
 DictionaryRep* DictionaryRep::make(std::size_t capacity) {
-    return new (::operator new(sizeof(DictionaryRep) + capacity * sizeof(DictionaryItem))) DictionaryRep(capacity);
+    const Block block = Block::take(sizeof(DictionaryRep) + capacity * sizeof(DictionaryItem));
+    return new (block.at) DictionaryRep(capacity, block.offset);
 }
 
 Dictionary DictionaryRep::wrap(DictionaryRep* rep) noexcept {
@@ -29,9 +30,10 @@ Dictionary DictionaryRep::wrap(DictionaryRep* rep) noexcept {
 }
 
 void DictionaryRep::destroy(DictionaryRep* rep) noexcept {
+    const Block block{rep, rep->offset};
     std::destroy_n(rep->items(), rep->size);
     rep->~DictionaryRep();
-    ::operator delete(rep);
+    block.giveBack();
 }
 
 namespace {

@@ -2,6 +2,7 @@
 #include <charconv>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -185,10 +186,19 @@ public:
 
 private:
     static constexpr std::size_t kKeptText = 64 * 1024;
+    // A message takes nearly four times its text; what takes more has the rest from the heap. Shorter texts have hardly a block.
+    static constexpr std::size_t kSlabBytesPerByte = 4;
+    static constexpr std::size_t kLeastSlabText = 64;
+    static constexpr std::size_t kMostSlabText = detail::Slab::kMostBytes / kSlabBytesPerByte;
 
     JSONResult parse(std::string_view text, JSONFragments fragments) {
         json::error_code error;
-        std::size_t read = parser_.write_some(false, text.data(), text.size(), error);
+        std::size_t read = 0;
+        {
+            std::optional<detail::Slab::Scope> slab;
+            if (text.size() >= kLeastSlabText && text.size() <= kMostSlabText) slab.emplace(text.size() * kSlabBytesPerByte);
+            read = parser_.write_some(false, text.data(), text.size(), error);
+        }
         if (!error && read < text.size()) error = json::error::extra_data;
         if (error) return {{}, failure(error.message(), read)};
         Value value = parser_.handler().stack.pop();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -17,14 +18,51 @@
 
 namespace vexim::detail {
 
+/// What the texts and containers of one short JSON text lie in together, since they are made and mostly go together: one piece of
+/// memory in place of many, which are dear where one thread takes them and another gives them back. It goes with the last of its
+/// blocks, so who keeps a part of the text keeps the memory of the whole.
+class Slab {
+public:
+    /// While it lives, the blocks that this thread makes lie in a slab of `bytes`, as far as these reach.
+    class Scope {
+    public:
+        explicit Scope(std::size_t bytes);
+        ~Scope();
+        Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
+    };
+    static constexpr std::size_t kMostBytes = 4096;  // of a scope
+
+    void letGo() noexcept;
+
+private:
+    friend struct Block;
+    explicit Slab(std::size_t bytes) noexcept : size_(sizeof(Slab) + bytes) {}
+    std::atomic<std::size_t> owners_{1};  // the blocks, and the scope
+    const std::size_t size_;
+    std::size_t used_ = sizeof(Slab);
+};
+
+/// Memory of a store: one of the heap's own, or a part of a slab.
+struct Block {
+    void* at;
+    std::uint16_t offset;  // from the slab's begin; 0 of one that is the heap's
+
+    static Block take(std::size_t bytes);
+    void giveBack() const noexcept;
+};
+
 struct StringRep : Counted {
-    std::size_t size = 0;
+    StringRep(std::uint16_t blockOffset, std::size_t length) noexcept : size(length & kMostSize), offset(blockOffset) {}
+    static constexpr std::uint64_t kMostSize = (std::uint64_t{1} << 48) - 1;  // more than there are addresses
+    const std::uint64_t size : 48;
+    const std::uint64_t offset : 16;  // the block's
 
     static StringRep* make(std::string_view text);
     static void destroy(StringRep* rep) noexcept;
     char* text() noexcept { return reinterpret_cast<char*>(this + 1); }
     const char* text() const noexcept { return reinterpret_cast<const char*>(this + 1); }
-    std::string_view view() const noexcept { return {text(), size}; }
+    std::string_view view() const noexcept { return {text(), static_cast<std::size_t>(size)}; }
 };
 
 struct DataRep : Counted {
@@ -40,9 +78,10 @@ struct ObjectRep : Counted {
 
 /// An array's or dictionary's store. The last owner hands it to `bury`.
 struct ContainerRep : Counted {
-    explicit ContainerRep(bool dictionary) noexcept : isDictionary(dictionary) {}
+    ContainerRep(bool dictionary, std::uint16_t blockOffset) noexcept : isDictionary(dictionary), offset(blockOffset) {}
     ContainerRep* nextDead = nullptr;
     const bool isDictionary;
+    const std::uint16_t offset;  // the block's
 };
 
 /// Destroys a store that nobody owns any more, in place of recursion: a list nested a million deep must not exhaust the stack.
@@ -51,7 +90,7 @@ void bury(ContainerRep* rep) noexcept;
 void releaseObject(ObjectRep* rep) noexcept;
 
 struct ArrayRep : ContainerRep {
-    explicit ArrayRep(std::size_t room) noexcept : ContainerRep(false), capacity(room) {}
+    ArrayRep(std::size_t room, std::uint16_t blockOffset) noexcept : ContainerRep(false, blockOffset), capacity(room) {}
     std::size_t size = 0;
     std::size_t capacity;
 
@@ -98,7 +137,7 @@ private:
 };
 
 struct DictionaryRep : ContainerRep {
-    explicit DictionaryRep(std::size_t room) noexcept : ContainerRep(true), capacity(room) {}
+    DictionaryRep(std::size_t room, std::uint16_t blockOffset) noexcept : ContainerRep(true, blockOffset), capacity(room) {}
     std::size_t size = 0;
     std::size_t capacity;
     std::unique_ptr<KeyIndex> index;  // from kIndexedSize items on

@@ -8,6 +8,11 @@ namespace vexim::detail {
 namespace {
 
 bool isBetween(unsigned char byte, unsigned least, unsigned most) noexcept { return byte >= least && byte <= most; }
+bool isASCII(const char* eight) noexcept {
+    std::uint64_t word = 0;
+    std::memcpy(&word, eight, sizeof(word));
+    return (word & 0x8080808080808080) == 0;
+}
 bool isContinuation(unsigned char byte) noexcept { return (byte & 0xC0) == 0x80; }
 
 }  // namespace
@@ -34,18 +39,15 @@ std::size_t utf8SequenceLength(std::string_view text) noexcept {
 }
 
 bool isValidUTF8(std::string_view text) noexcept {
-    while (!text.empty()) {
-        std::uint64_t word = 0;
-        if (text.size() >= sizeof(word)) {  // eight plain characters at a time
-            std::memcpy(&word, text.data(), sizeof(word));
-            if ((word & 0x8080808080808080) == 0) {
-                text.remove_prefix(sizeof(word));
-                continue;
-            }
-        }
-        const auto length = utf8SequenceLength(text);
+    const char* at = text.data();
+    const char* const end = at + text.size();
+    while (at != end) {
+        // Most text is plain: eight characters at a time.
+        while (end - at >= 8 && isASCII(at)) at += 8;
+        if (at == end) return true;
+        const auto length = utf8SequenceLength({at, static_cast<std::size_t>(end - at)});
         if (length == 0) return false;
-        text.remove_prefix(length);
+        at += length;
     }
     return true;
 }

@@ -6,6 +6,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <thread>
 
 using namespace vexim;
 
@@ -179,6 +180,32 @@ TEST(JSON, LetsTheLastOfRepeatedKeysWinInTheFirstPlace) {
         EXPECT_EQ(key, std::to_string(i));
         EXPECT_EQ(value, 200 + i++);
     }
+}
+
+TEST(JSON, PartsOfAShortTextOutliveTheRest) {
+    // Its values lie in memory together; the numbers take more than that has, so that some lie elsewhere.
+    const std::string kLong = "a text too long for a value of its own";
+    const std::string text = R"({"one":{"id":")" + kLong + R"("},"one":[")" + kLong + R"(","b"],"numbers":[)" + repeated("1,", 60) +
+                             R"(0],"two":{"id":")" + kLong + R"("}})";
+    const auto overwriteFreeMemory = [&] { read(repeated(" ", text.size() - 60) + "[\"" + repeated("x", 40) + "\",\"y\"]"); };
+
+    const Value id = read(text).get("two").get("id");
+    Value list = read(text).get("one");
+    const Value numbers = read(text).get("numbers");
+    std::thread([&] {
+        overwriteFreeMemory();
+        list.mutableArray().append(kLong);
+        Value().swap(list);
+    }).join();
+    EXPECT_TRUE(parseJSON(text.substr(0, text.size() - 1)).error);  // a text that breaks off gives its memory back
+    overwriteFreeMemory();
+    EXPECT_EQ(id, Value(kLong));
+    EXPECT_EQ(numbers.asArray()->size(), 61U);
+
+    Value owned = read(text).get("one");
+    owned.mutableArray().append(1);
+    overwriteFreeMemory();
+    EXPECT_EQ(written(owned), "[\"" + kLong + "\",\"b\",1]");
 }
 
 TEST(JSON, BoundsDepthBothWays) {

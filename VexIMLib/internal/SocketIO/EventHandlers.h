@@ -1,9 +1,10 @@
 #pragma once
 
-#include <map>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "VexIMLib/Foundation/Array.h"
@@ -26,7 +27,11 @@ public:
 private:
     struct Registration;
     using List = std::vector<std::shared_ptr<Registration>>;
-    using Lists = std::map<std::string, std::shared_ptr<const List>, std::less<>>;  // lists are never written, but replaced
+    struct Hash : std::hash<std::string_view> {
+        using is_transparent = void;  // finds by a view, too
+    };
+    // Lists are never written, but replaced.
+    using Lists = std::unordered_map<std::string, std::shared_ptr<const List>, Hash, std::equal_to<>>;
 
     mutable Mutex mutex_;
     SocketIOClient::HandlerId lastId_ VEXIM_GUARDED_BY(mutex_) = 0;

@@ -1,5 +1,7 @@
 // The core's half that lives on the network thread: links, reconnects, the queue's emptying, deadlines of answers.
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <utility>
 
 #include "VexIMLib/Foundation/Log.h"
@@ -213,8 +215,9 @@ void SocketIOCore::linkDidReceive(Packet packet, std::size_t bytes) {
         delivery.arguments = std::move(packet.payload.mutableArray());
     } else {
         Array& payload = packet.payload.mutableArray();
-        delivery.event = payload.get(0).asString().value_or("");
-        if (isOwnEvent(delivery.event)) return noteImpostor(delivery.event);
+        delivery.event = payload.get(0);
+        const std::string_view name = delivery.event.asStringView().value_or("");
+        if (isOwnEvent(name)) return noteImpostor(name);
         payload.remove(0);
         delivery.arguments = std::move(payload);
         if (packet.id) {
@@ -227,7 +230,7 @@ void SocketIOCore::linkDidReceive(Packet packet, std::size_t bytes) {
 }
 
 /// Once for each connection, or a peer could push everything else out of the record.
-void SocketIOCore::noteImpostor(const std::string& event) {
+void SocketIOCore::noteImpostor(std::string_view event) {
     if (!std::exchange(notedImpostor_, true))
         note("event dropped", {{"name", event}, {"reason", "the name is the connection's own"}});
 }
@@ -235,12 +238,14 @@ void SocketIOCore::noteImpostor(const std::string& event) {
 void SocketIOCore::flushTurn() {
     if (turn_.empty()) return;
     const Section section(*this);
-    const bool isStale = linkEpoch_ != epoch_;
-    for (auto& delivery : turn_) {
-        if (isStale && !delivery.callback) continue;
-        push(std::move(delivery));
+    if (linkEpoch_ != epoch_) std::erase_if(turn_, [](const Delivery& delivery) { return !delivery.callback; });
+    for (auto& delivery : turn_) countUndelivered(delivery);
+    if (inbox_.empty()) {
+        inbox_.swap(turn_);
+    } else {
+        std::ranges::move(turn_, std::back_inserter(inbox_));
+        turn_.clear();
     }
-    turn_.clear();
 }
 
 void SocketIOCore::linkDidReport(const action::Report& report) {

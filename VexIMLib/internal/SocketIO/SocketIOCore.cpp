@@ -220,19 +220,23 @@ ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault, std::st
 
 // To the main queue
 
-void SocketIOCore::pushEvent(std::string event, Array arguments) {
+void SocketIOCore::pushEvent(const char* event, Array arguments) {
     if (closed_) return;
     Delivery delivery;
-    delivery.event = std::move(event);
+    delivery.event = event;
     delivery.arguments = std::move(arguments);
     push(std::move(delivery));
 }
 
 void SocketIOCore::push(Delivery delivery) {
+    countUndelivered(delivery);
+    inbox_.push_back(std::move(delivery));
+}
+
+void SocketIOCore::countUndelivered(Delivery& delivery) {
     // Answers that fail are as many as the application has asked for.
     if (!delivery.error) delivery.bytes += kDeliveryBytes;
     undeliveredBytes_ += delivery.bytes;
-    inbox_.push_back(std::move(delivery));
 }
 
 void SocketIOCore::announce() {
@@ -280,11 +284,14 @@ bool SocketIOCore::deliverSome(bool isContinued) {
     struct Turn {
         SocketIOCore& core;
         ~Turn() {
-            if (core.nextReady_ == core.ready_.size()) {
-                std::vector<Delivery>().swap(core.ready_);
+            const bool isThrough = core.nextReady_ == core.ready_.size();
+            if (isThrough) {
+                core.ready_.clear();
                 core.nextReady_ = 0;
             }
             const MutexLock lock(core.mutex_);
+            // While events keep coming their list's memory goes round; an idle connection keeps none.
+            if (isThrough && core.inbox_.empty()) std::vector<Delivery>().swap(core.ready_);
             core.countDelivered();
         }
     } turn{*this};
@@ -316,7 +323,7 @@ void SocketIOCore::endPause() {
 
 void SocketIOCore::deliver(const Delivery& delivery) {
     if (delivery.callback) return delivery.callback(delivery.arguments, delivery.error);
-    handlers_.call(delivery.event, delivery.arguments, delivery.ack);
+    handlers_.call(delivery.event.asStringView().value_or(""), delivery.arguments, delivery.ack);
 }
 
 }  // namespace vexim

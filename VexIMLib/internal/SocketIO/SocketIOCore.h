@@ -60,7 +60,7 @@ private:
 
     /// Something for the main queue: an event, or an answer to `callback`.
     struct Delivery {
-        std::string event;
+        Value event;  // its name
         Array arguments;
         AckEmitter ack;
         SocketIOClient::AckCallback callback;
@@ -94,7 +94,8 @@ private:
     void schedulePump() VEXIM_REQUIRES(mutex_);
     void postPump();
     void push(Delivery delivery) VEXIM_REQUIRES(mutex_);
-    void pushEvent(std::string event, Array arguments) VEXIM_REQUIRES(mutex_);
+    void countUndelivered(Delivery& delivery) VEXIM_REQUIRES(mutex_);
+    void pushEvent(const char* event, Array arguments) VEXIM_REQUIRES(mutex_);
     void failAcks(SocketIOErrorCode code) VEXIM_REQUIRES(mutex_);
     static ErrorPtr refusal(EncodeFault encodeFault, EmitFault fault, std::string_view what);
     Outbox beginEpoch(SocketIOStatus status) VEXIM_REQUIRES(mutex_);
@@ -121,7 +122,7 @@ private:
     void flushTurn();
     void retireLink();
     void note(std::string_view what, Dictionary details = {}) const;
-    void noteImpostor(const std::string& event);
+    void noteImpostor(std::string_view event);
 
     void linkDidJoin(const action::Joined& joined) override;
     void linkDidReceive(Packet packet, std::size_t bytes) override;
