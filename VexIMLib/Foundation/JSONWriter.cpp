@@ -19,39 +19,43 @@ namespace {
 /// Text that grows at its end. Whoever writes makes room first, then writes without further checks.
 class Output {
 public:
-    void begin() noexcept { size_ = 0; }
+    void begin() noexcept { end_ = block_.get(); }
     void makeRoom(std::size_t count) {
-        if (capacity_ - size_ < count) grow(count);
+        if (static_cast<std::size_t>(limit_ - end_) < count) grow(count);
     }
-    void put(char c) noexcept { block_[size_++] = c; }
+    void put(char c) noexcept { *end_++ = c; }
     void put(std::string_view text) noexcept {
-        std::memcpy(end(), text.data(), text.size());
-        size_ += text.size();
+        std::memcpy(end_, text.data(), text.size());
+        end_ += text.size();
     }
-    char* end() noexcept { return block_.get() + size_; }
-    void endAt(const char* end) noexcept { size_ = static_cast<std::size_t>(end - block_.get()); }
-    std::string_view text() const { return {block_.get(), size_}; }
+    char* end() noexcept { return end_; }
+    void endAt(char* end) noexcept { end_ = end; }
+    std::string_view text() const { return {block_.get(), size()}; }
     /// Gives back what one unusually large text took.
     void trim() noexcept {
-        if (capacity_ <= kKeptCapacity) return;
+        if (static_cast<std::size_t>(limit_ - block_.get()) <= kKeptCapacity) return;
         block_.reset();
-        capacity_ = size_ = 0;
+        end_ = limit_ = nullptr;
     }
 
 private:
     static constexpr std::size_t kKeptCapacity = 512 * 1024;
 
+    std::size_t size() const noexcept { return static_cast<std::size_t>(end_ - block_.get()); }
     void grow(std::size_t count) {
-        const std::size_t capacity = std::max(size_ + count, capacity_ == 0 ? std::size_t{1024} : capacity_ * 2);
+        const std::size_t former = size();
+        const std::size_t capacity =
+            std::max({former + count, static_cast<std::size_t>(limit_ - block_.get()) * 2, std::size_t{1024}});
         std::unique_ptr<char[]> larger(new char[capacity]);
-        if (size_ > 0) std::memcpy(larger.get(), block_.get(), size_);
+        if (former > 0) std::memcpy(larger.get(), block_.get(), former);
         block_ = std::move(larger);
-        capacity_ = capacity;
+        end_ = block_.get() + former;
+        limit_ = block_.get() + capacity;
     }
 
     std::unique_ptr<char[]> block_;
-    std::size_t size_ = 0;
-    std::size_t capacity_ = 0;
+    char* end_ = nullptr;
+    char* limit_ = nullptr;
 };
 
 enum class Character : std::uint8_t { Plain, Escaped, Wide };
@@ -121,16 +125,33 @@ private:
         return true;
     }
 
-    /// `before` stands before the text, if it is not 0, and there is room for one character behind.
-    bool writeText(std::string_view text, char before = 0) {
-        out_.makeRoom(text.size() + kEscapeRoom + 4);
-        if (before != 0) out_.put(before);
-        out_.put('"');
-        if (const char* end = detail::copyPlain(text, out_.end())) {
+    bool writeText(std::string_view text) {
+        out_.makeRoom(text.size() + kEscapeRoom + 2);
+        char* to = out_.end();
+        *to++ = '"';
+        return writeRest(text, to);
+    }
+
+    /// `before` stands before the key.
+    bool writeKey(std::string_view key, char before) {
+        out_.makeRoom(key.size() + kEscapeRoom + 4);
+        char* to = out_.end();
+        *to++ = before;
+        *to++ = '"';
+        if (!writeRest(key, to)) return false;
+        out_.put(':');
+        return true;
+    }
+
+    /// What comes behind a text's first quote, at `to`.
+    bool writeRest(std::string_view text, char* to) {
+        if (char* end = detail::copyPlain(text, to)) {
+            *end++ = '"';
             out_.endAt(end);
-        } else if (!writeMixed(text)) {
-            return false;
+            return true;
         }
+        out_.endAt(to);
+        if (!writeMixed(text)) return false;
         out_.put('"');
         return true;
     }
@@ -194,8 +215,7 @@ private:
         if (!store || store->size == 0) return writeWord("{}");
         char before = '{';
         for (const auto *item = store->items(), *end = item + store->size; item != end; ++item) {
-            if (!writeText(item->name(), before)) return false;
-            out_.put(':');
+            if (!writeKey(item->name(), before)) return false;
             if (!write(item->value, depth)) return false;
             before = ',';
         }
