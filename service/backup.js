@@ -7,7 +7,7 @@ import { existsSync, mkdirSync, mkdtempSync, readdirSync, renameSync, rmSync } f
 import { createRequire } from 'node:module';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
-import { openDatabase } from './database.js';
+import { databaseFile, openDatabase } from './database.js';
 
 const require = createRequire(import.meta.url);
 const temporaryTables = ['sessions', 'nodes']; // who is connected just now
@@ -18,7 +18,7 @@ export async function backUp(place, target) {
     if (place.database) {
       const left = temporaryTables.map((table) => `--exclude-table-data=${table}`);
       await run('pg_dump', ['--format=custom', '--no-owner', ...left, `--file=${join(folder, 'service.dump')}`], postgresEnvironment(place.database));
-    } else await copy(join(place.data, 'service.sqlite'), join(folder, 'service.sqlite'));
+    } else await copy(databaseFile(place.data), join(folder, 'service.sqlite'));
     // The files come last: what the database knows by now has been there.
     const files = place.data && existsSync(join(place.data, 'attachments')) ? ['-C', place.data, '--exclude=*.part*', 'attachments'] : [];
     await run('tar', ['--create', `--file=${target}`, '-C', folder, place.database ? 'service.dump' : 'service.sqlite', ...files]);

@@ -2,9 +2,10 @@
 
 import knex from 'knex';
 import BetterSqlite3Client from 'knex/lib/dialects/better-sqlite3/index.js';
+import { statSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { join } from 'node:path';
-import { migrationSource, sessionsIndex, sessionsTable } from './schema.js';
+import { migrations as released, sessionsIndex, sessionsTable, sourceOf } from './schema.js';
 
 const Sqlite = createRequire(import.meta.url)('better-sqlite3');
 const busyMillis = 10_000;
@@ -17,14 +18,23 @@ class SqliteClient extends BetterSqlite3Client {
   }
 }
 
-/** The knex instance of a database whose tables are of this version. `url` is that of a PostgreSQL database. */
-export async function openDatabase({ url, directory }) {
+/** Where a folder's SQLite database is, or will be. Throws when an empty file is there: SQLite would take what was cut off for new. */
+export function databaseFile(directory) {
+  const file = join(directory, 'service.sqlite');
+  if (statSync(file, { throwIfNoEntry: false })?.size === 0) throw new Error(`${file} is empty. ${advice} Without a backup, and for a new service, only move it away.`);
+  return file;
+}
+
+const advice = 'Move it away, with its -wal and -shm, and restore a backup.';
+
+/** The knex instance of a database whose tables are of this version, brought there by `migrations`. `url` is that of a PostgreSQL database. */
+export async function openDatabase({ url, directory, migrations = released }) {
   const db = knex(url ? postgres(url) : sqlite(directory));
   try {
     if (url) await retryWhileStarting(() => db.raw('select 1'));
     await db.transaction(async (trx) => {
       if (url) await trx.raw("select pg_advisory_xact_lock(hashtext('vexim-service schema'))"); // nodes may start at once
-      await trx.migrate.latest({ migrationSource, tableName: 'schema_versions' }).catch(explain);
+      await trx.migrate.latest({ migrationSource: sourceOf(migrations), tableName: 'schema_versions' }).catch(explain);
       await trx.raw(sessionsTable(url ? 'unlogged' : 'temporary'));
       await trx.raw(sessionsIndex(url ? '' : 'temp.'));
     });
@@ -43,7 +53,7 @@ function explain(error) {
 /** SQLite does not say which file it means. */
 function explainDamage(error, directory) {
   if (!/^SQLITE_(CORRUPT|NOTADB)/.test(error.code)) return error;
-  return new Error(`${join(directory, 'service.sqlite')} is damaged (${error.message}). Move it away, with its -wal and -shm, and restore a backup.`, { cause: error });
+  return new Error(`${databaseFile(directory)} is damaged (${error.message}). ${advice}`, { cause: error });
 }
 
 function postgres(url) {
@@ -58,7 +68,7 @@ function sqlite(directory) {
     connection.pragma(`busy_timeout = ${busyMillis}`);
     done(null, connection);
   };
-  const filename = directory ? join(directory, 'service.sqlite') : ':memory:';
+  const filename = directory ? databaseFile(directory) : ':memory:';
   return { client: SqliteClient, connection: { filename }, useNullAsDefault: true, log: { warn: () => undefined }, pool: { min: 1, max: 1, afterCreate } };
 }
 

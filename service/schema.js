@@ -74,14 +74,15 @@ async function first(db) {
   });
 }
 
-const migrations = [['1-first', first]];
+/** Name and function of each. */
+export const migrations = [['1-first', first]];
 
-/** For knex: where the migrations are found. */
-export const migrationSource = {
-  getMigrations: async () => migrations,
+/** For knex: where these migrations are found. */
+export const sourceOf = (given) => ({
+  getMigrations: async () => given,
   getMigrationName: ([name]) => name,
   getMigration: async ([, up]) => ({ up, down: () => undefined }),
-};
+});
 
 /** All tables that hold what users made. */
 export const tables = [...kinds, 'terms', 'members', 'friends', 'installs', 'messages', 'files'];

@@ -99,9 +99,9 @@ describe('a service with a folder', { timeout: 120_000 }, () => {
   });
 
   test('a folder is left alone that another service uses, that a later version has changed, or that is damaged', async () => {
-    const refused = () => {
+    const refused = (...words) => {
       const program = fileURLToPath(new URL('../server.js', import.meta.url));
-      const { status, stderr } = spawnSync(process.execPath, [program, '--development', '--data', data], { encoding: 'utf8', timeout: 30_000 });
+      const { status, stderr } = spawnSync(process.execPath, [program, ...words, '--development', '--data', data], { encoding: 'utf8', timeout: 30_000 });
       assert.equal(status, 2);
       return stderr;
     };
@@ -113,5 +113,7 @@ describe('a service with a folder', { timeout: 120_000 }, () => {
     assert.match(refused(), /later version/);
     truncateSync(join(data, 'service.sqlite'), 5_000);
     assert.match(refused(), /^\S*service\.sqlite is damaged \(.*\)\. Move it away[^]*\n$/);
+    truncateSync(join(data, 'service.sqlite'), 0);
+    for (const words of [[], ['admin', 'list'], ['admin', 'backup', join(data, 'backup.tar')]]) assert.match(refused(...words), /service\.sqlite is empty/, words.join(' '));
   });
 });
