@@ -1,23 +1,29 @@
 // Carries events between the nodes that share a PostgreSQL database, over Socket.IO's own adapter for it. What the adapter leaves to us:
 // - order: it would fetch a large event from a table while smaller ones overtake it. We put the large ones into a table of our own, and
 //   take what comes in turn.
-// - loss: it drops what it cannot send, or hear. We number what a node sends; where a number is missing, `onLoss` is called.
+// - loss: it drops what it cannot send, or hear. We number what a node sends, and listen with a connection that we watch. Where a number is
+//   missing, and when we listen anew, `onLoss` is called before anything that was sent later comes.
 
+import { once } from 'node:events';
 import { createAdapter } from '@socket.io/postgres-adapter';
 import pg from 'pg';
+import { Listener } from './listener.js';
 
 const largest = 7_000; // bytes; a notification of PostgreSQL carries 8000
 const beatMillis = 3_000;
 const youngMillis = 15_000; // who is older has heard of every node
 const parcelMillis = 60_000;
-const listenMillis = 1_000; // until the adapter surely hears again
+const deafMillis = 15_000; // a database that restarts should cost clients one connection, not one for each try to come back
+const echoMillis = 10_000;
 const never = 2 ** 31 - 1;
 
 export class Bus {
   #io;
   #db;
   #namespace;
-  #pool;
+  #pool; // that sends
+  #listener;
+  #hears = false;
   #node;
   #handlers;
   #onLoss;
@@ -27,8 +33,8 @@ export class Bus {
   #number = 0;
   #numbers = new Map(); // node → the last number heard
   #hearing = Promise.resolve();
-  #since = Date.now();
-  #listens = 0;
+  #since; // we hear
+  #deafness; // a timer
   #timer;
 
   /** `handlers` are functions by the kind of event; `onLoss` hears that events from other nodes are missing. */
@@ -41,22 +47,19 @@ export class Bus {
     this.#onLoss = onLoss;
     this.#pool = new pg.Pool({ connectionString: url, max: 3, keepAlive: true, connectionTimeoutMillis: 5_000, query_timeout: 10_000 });
     this.#pool.on('error', () => undefined); // an idle connection has ended; the next query opens another
+    this.#listener = new Listener(url);
+  }
+
+  /** Does this node hear what the others send? While it does not, nobody gets in, and who is connected gets nothing until `onLoss`. */
+  get hears() {
+    return this.#hears;
   }
 
   async start() {
     await this.#db.raw('create unlogged table if not exists parcels (id bigserial primary key, at double precision not null, text text not null)');
     const pool = {
       query: (...query) => (this.#query = this.#pool.query(...query)),
-      connect: async () => {
-        const client = await this.#pool.connect();
-        client.on('error', () => undefined); // the adapter hears of its end, and listens anew
-        const release = client.release.bind(client);
-        let isReleased = false; // the adapter forgets to when the connection has ended, which would use up the pool
-        client.release = (error) => isReleased || ((isReleased = true), release(error));
-        client.once('end', () => client.release(true));
-        if ((this.#listens += 1) > 1) this.#restart(); // it listens again: what came meanwhile is gone
-        return client;
-      },
+      connect: async () => this.#listener,
     };
     this.#io.adapter(createAdapter(pool, { errorHandler: () => undefined, cleanupInterval: never }));
     const space = this.#io.of(this.#namespace);
@@ -67,6 +70,15 @@ export class Bus {
       await this.#handlers[kind]?.();
       answer(true);
     });
+    this.#listener.on('deaf', () => {
+      this.#hears = false;
+      this.#deafness = setTimeout(this.#onLoss, deafMillis).unref();
+    });
+    // In its turn: what was heard before the loss comes first.
+    this.#listener.on('hears', () => (this.#hearing = this.#hearing.then(() => this.#begin())));
+    await this.#listener.start();
+    await this.#echo();
+    await this.#hearing;
     this.#timer = setInterval(() => {
       // A beat that overtook a message would tell the others that they have missed it.
       this.#sending = this.#sending.then(() => this.#send([])).catch(() => undefined);
@@ -92,7 +104,16 @@ export class Bus {
   async close() {
     clearInterval(this.#timer);
     await this.#sending;
+    this.#listener.close();
     await this.#pool.end();
+  }
+
+  /** A pooler that lends connections for a transaction each takes our LISTEN, and passes on nothing. */
+  async #echo() {
+    const heard = once(this.#listener, 'notification', { signal: AbortSignal.timeout(echoMillis) }).catch((error) => {
+      throw new Error('What PostgreSQL notifies does not come through: a pooler in between must lend whole sessions.', { cause: error });
+    });
+    await Promise.all([heard, this.#send([])]);
   }
 
   /** Sends what waits, as much as fits into one notification. */
@@ -123,10 +144,12 @@ export class Bus {
     await this.#query; // the adapter tells nobody whether it worked
   }
 
-  #restart() {
+  #begin() {
+    clearTimeout(this.#deafness);
+    if (this.#since) this.#onLoss();
     this.#numbers.clear();
     this.#since = Date.now();
-    setTimeout(this.#onLoss, listenMillis).unref();
+    this.#hears = this.#listener.hears;
   }
 
   async #hear(node, number, text) {

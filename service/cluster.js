@@ -38,13 +38,23 @@ export class Cluster {
   }
 
   get database() {
-    return `postgresql:///postgres?host=${encodeURIComponent(this.#path('socket'))}&user=vexim`;
+    return this.databaseAt();
   }
 
-  async startNode(i) {
+  databaseAt(socket = this.socket) {
+    return `postgresql:///postgres?host=${encodeURIComponent(socket)}&user=vexim`;
+  }
+
+  /** The folder of the database's Unix socket. */
+  get socket() {
+    return this.#path('socket');
+  }
+
+  /** `socket` is a folder with another way to the database, which a test can obstruct. */
+  async startNode(i, { socket } = {}) {
     const node = this.nodes[i];
     const port = node.url ? new URL(node.url).port : '0';
-    const own = ['--development', '--port', port, '--database', this.database, '--data', this.#path('data'), '--exit-with-parent'];
+    const own = ['--development', '--port', port, '--database', this.databaseAt(socket), '--data', this.#path('data'), '--exit-with-parent'];
     node.process = spawn(process.execPath, [program, ...own, ...this.#flags], { stdio: ['pipe', 'pipe', 'inherit'] });
     node.process.stdin.on('error', () => undefined);
     node.url = (await firstLine(node.process, 'listening on ')).replace('listening on ', '');
@@ -55,9 +65,9 @@ export class Cluster {
   }
 
   async startDatabase() {
-    const settings = [`-cunix_socket_directories=${this.#path('socket')}`, '-clisten_addresses=', '-cmax_connections=200'];
+    const settings = [`-cunix_socket_directories=${this.socket}`, '-clisten_addresses=', '-cmax_connections=200'];
     this.#database = spawnWithUs('SIGQUIT', postgres('postgres'), ['-D', this.#path('database'), ...settings], { ...postgresUser(), stdio: 'ignore' });
-    const isReady = () => spawnSync(postgres('pg_isready'), ['-q', '-h', this.#path('socket')]).status === 0;
+    const isReady = () => spawnSync(postgres('pg_isready'), ['-q', '-h', this.socket]).status === 0;
     for (let left = 300; !isReady(); left -= 1) {
       if (left === 0 || this.#database.exitCode !== null) throw new Error('The database does not start.');
       await new Promise((resolve) => setTimeout(resolve, 100));

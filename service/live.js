@@ -31,7 +31,7 @@ export class Live {
 
   /**
    * `line` is 2, 3 or 4; `engine` goes to the Socket.IO server as it is ("pingInterval", "transports" …). `identify` is login.js's;
-   * `report` hears of each `login(request, {id, error})`, `message(result)` and `failure(error)`, and knows `addressOf(request)` and whether one `maySay(id)` more.
+   * `report` hears of each `login(request, {id, error})`, `message(result)`, `loss()` and `failure(error)`, and knows `addressOf(request)` and whether one `maySay(id)` more.
    */
   constructor({ httpServer, store, identify, report, log, line, namespace, engine, database }) {
     this.#store = store;
@@ -41,7 +41,10 @@ export class Live {
     this.#io = require(lines[line])(httpServer, { serveClient: false, ...engine });
     this.#io.engine.on('connection', (connection) => this.#watch(connection));
     this.#io.of(namespace).on('connection', (socket) => this.#join(socket));
-    const onLost = () => this.#handlers.drop(); // clients come back, and read in the history what they have missed
+    const onLost = () => {
+      this.#report.loss();
+      this.#handlers.drop(); // clients come back, and read in the history what they have missed
+    };
     this.#presence = new Presence({ db: store.db, announceEnd: (id, friends) => this.send(friends, 'offline', id), onLost });
     const { node } = this.#presence;
     if (database && line === '4') this.#bus = new Bus({ io: this.#io, namespace, db: store.db, url: database, node, handlers: this.#handlers, onLoss: onLost });
@@ -56,6 +59,12 @@ export class Live {
   /** How many connections this user has; 0 is offline. */
   sessions(id) {
     return this.#presence.sessions(id);
+  }
+
+  /** Rejects when nobody can come in: the database does not answer, or nothing that other nodes send arrives here. */
+  async ping() {
+    await this.#store.ping();
+    this.#mustHear();
   }
 
   /** Sends an event to every connection of each of `ids`; who is not connected misses it. Resolves to how many are at this node. */
@@ -121,11 +130,20 @@ export class Live {
     await this.#idle();
   }
 
+  get #hears() {
+    return this.#bus?.hears ?? true;
+  }
+
+  #mustHear() {
+    if (!this.#hears) throw new Error('This node does not hear the others.');
+  }
+
   async #idle() {
     while (this.#turns.size > 0) await Promise.all(this.#turns);
   }
 
   #deliver(ids, event, items) {
+    if (!this.#hears) return 0; // or they would take what they miss for older than what they know
     let count = 0;
     for (const id of ids) {
       for (const socket of this.#connections.get(id) ?? []) {
@@ -180,6 +198,7 @@ export class Live {
     let id;
     try {
       id = await this.#identify(auth, this.#report.addressOf(socket.request));
+      this.#mustHear();
       this.#connections.set(id, (this.#connections.get(id) ?? new Set()).add(socket));
       const isFirst = await this.#presence.enter(socket.id, id);
       this.#report.login(socket.request, { id });
@@ -222,6 +241,7 @@ export class Live {
   /** What cannot be delivered is dropped: the client asks for no answer. The log tells why. `tell` takes turns. */
   async #say(id, payload, tell) {
     if (!(await this.#report.maySay(id))) throw new Error('This user says too much.');
+    this.#mustHear();
     const entry = this.#log.add('say', { id, payload });
     try {
       const { message, conversation, readers } = await address(this.#store, id, payload);
@@ -230,7 +250,8 @@ export class Live {
       tell(async () => {
         await kept;
         const others = readers.filter((reader) => reader !== id);
-        await Promise.all([this.send(others, 'message', message), this.send([id], 'yourself', message)]);
+        await Promise.all([this.send(others, 'message', message), this.#bus?.publish('send', [[id], 'yourself', [message]])]);
+        this.#deliver([id], 'yourself', [message]); // last: were we killed before, nobody else would miss what the sender takes for sent
         this.#report.message('delivered');
       });
     } catch (error) {

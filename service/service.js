@@ -63,7 +63,7 @@ export async function startService(options) {
   gate.guard(httpServer);
 
   const service = { app, seed, log, faults, store, live, attachments, verify, keyOf: keyring(keys), views: views({ store, live }) };
-  site.use(monitoring({ gate, metrics, metricsSecret: options.metricsSecret, ping: () => store.ping() }));
+  site.use(monitoring({ gate, metrics, metricsSecret: options.metricsSecret, ping: () => live.ping() }));
   if (options.control.isOn) site.use('/_control', control(service, options.control));
   site.use(rest(service, options));
   site.use(() => {
@@ -121,6 +121,7 @@ function reporter({ logger, metrics, gate }) {
       else logger.info({ address, user: id }, 'login');
     },
     message: (result) => metrics.messages.inc({ result }),
+    loss: () => logger.warn('events of other nodes may be missing: all connections are cut'),
     failure: (error) => logger.error(failure(error), 'failure'),
   };
 }

@@ -1,13 +1,64 @@
 // Nodes that share a database are one service. Needs what `scripts/bootstrap cluster` installs.
 
 import assert from 'node:assert/strict';
-import { existsSync } from 'node:fs';
+import { existsSync, mkdtempSync, rmSync } from 'node:fs';
+import { createConnection, createServer } from 'node:net';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
 import { after, before, beforeEach, describe, test } from 'node:test';
 import pg from 'pg';
 import { Cluster } from '../cluster.js';
+import { openDatabase } from '../database.js';
+import { migrations } from '../schema.js';
 import { auth, connect, serviceAt, text } from './support.mjs';
 
 const skip = existsSync('/usr/lib/postgresql') && existsSync('/usr/sbin/nginx') ? false : 'run scripts/bootstrap cluster';
+
+/** A way to the database on which statements can be held up. */
+class Obstruction {
+  folder = mkdtempSync(join(tmpdir(), 'obstruction-'));
+  #held; // which statements
+  #waiting = []; // what would let them go
+  #server;
+
+  constructor(database) {
+    const name = '.s.PGSQL.5432';
+    this.links = new Set();
+    this.#server = createServer((client) => {
+      const server = createConnection(join(database, name));
+      const link = { client, server, heard: '' };
+      this.links.add(link);
+      client.on('data', (data) => {
+        link.heard += data;
+        const pass = () => server.write(data);
+        if (this.#held && data.includes(this.#held)) this.#waiting.push(pass);
+        else pass();
+      });
+      server.on('data', (data) => link.isStalled || client.write(data));
+      for (const [one, other] of [[client, server], [server, client]]) one.on('error', () => undefined).on('close', () => (other.destroy(), this.links.delete(link)));
+    }).listen(join(this.folder, name));
+  }
+
+  hold(statement) {
+    this.#held = statement;
+  }
+
+  release() {
+    this.#held = undefined;
+    this.#waiting.splice(0).forEach((pass) => pass());
+  }
+
+  /** Resolves when something waits. */
+  async holds() {
+    while (this.#waiting.length === 0) await new Promise(setImmediate);
+  }
+
+  close() {
+    for (const { client } of this.links) client.destroy();
+    this.#server.close();
+    rmSync(this.folder, { recursive: true });
+  }
+}
 
 describe('a cluster', { timeout: 240_000, skip }, () => {
   const cluster = new Cluster({ isSticky: false });
@@ -90,6 +141,87 @@ describe('a cluster', { timeout: 240_000, skip }, () => {
     const back = await login(2, 'alice');
     assert.equal(await bob.next('online'), 'alice');
     for (const connection of [again, back, bob]) connection.close();
+  });
+
+  describe('with an obstructed way to its database', () => {
+    let way;
+    before(async () => {
+      way = new Obstruction(cluster.socket);
+      await cluster.stopNode(2);
+      await cluster.startNode(2, { socket: way.folder });
+    });
+    after(async () => {
+      await cluster.stopNode(2);
+      way.close();
+      await cluster.startNode(2);
+    });
+
+    const listening = () => [...way.links].find(({ heard }) => heard.includes('LISTEN'));
+    const deafness = {
+      'the connection ends': () => listening().client.destroy(),
+      'the connection dies without a word': () => (listening().isStalled = true),
+    };
+    for (const [why, deafen] of Object.entries(deafness)) {
+      test(`a node that does not hear the others tells nobody anything before the loss: ${why}`, async () => {
+        const [alice, phone, bob] = [await login(0, 'alice'), await login(2, 'alice'), await login(2, 'bob')];
+        way.hold('LISTEN');
+        deafen();
+        await way.holds();
+        await assert.rejects(login(2, 'bob'), /disconnect/);
+        assert.equal((await nodes[2].send('GET', '/health')).status, 503);
+        phone.say(text('lost', 'bob', 0, 1));
+        await phone.next('disconnect');
+        alice.say(text('missed', 'bob', 0, 2));
+        await alice.next('yourself');
+        await nodes[2].call('POST', '/system', { content: { body: 'later' } });
+        way.release();
+        await Promise.all(['sys', 'message'].map((event) => assert.rejects(bob.next(event), /disconnect/)));
+        while ((await nodes[2].send('GET', '/health')).status !== 200);
+        const again = await login(2, 'bob');
+        alice.say(text('heard', 'bob', 0, 3));
+        assert.equal((await again.next('message')).content.body, 'heard');
+        assert.deepEqual(bodies((await nodes[2].call('GET', '/ctx/bob/friends/alice/chats')).body), ['heard', 'missed']);
+        alice.close();
+        again.close();
+      });
+    }
+
+    test('who is told that a message is sent knows that the other nodes hear of it', async () => {
+      const [alice, bob] = [await login(2, 'alice'), await login(0, 'bob')];
+      way.hold('pg_notify');
+      alice.say(text('kept', 'bob', 0, 1));
+      while ((await nodes[0].call('GET', '/ctx/bob/friends/alice/chats')).body.length === 0);
+      await way.holds();
+      await cluster.stopNode(2, 'SIGKILL');
+      await assert.rejects(alice.next('yourself'), /disconnect/);
+      way.release();
+      await cluster.startNode(2, { socket: way.folder });
+      bob.close();
+    });
+  });
+
+  test('tables are changed as a whole, once, and keep what is in them', async () => {
+    const keeper = new pg.Client({ connectionString: cluster.database });
+    await keeper.connect();
+    await keeper.query('create database upgrade');
+    await keeper.end();
+    const url = cluster.database.replace('/postgres?', '/upgrade?');
+    const opened = [];
+    const open = async (given) => opened[opened.push(await openDatabase({ url, migrations: given })) - 1];
+    const later = [...migrations, ['2-later', (db) => db.schema.alterTable('users', (table) => table.text('later').notNullable().defaultTo('new'))]];
+    const failing = [...later, ['3-failing', (db) => db.raw('drop table users; select 1 / 0')]];
+    const user = { id: 'alice', created: 1, updated: 1, attributes: '{}' };
+
+    const first = await open();
+    await first('users').insert(user);
+    await assert.rejects(open(failing), /division by zero/);
+    await assert.rejects(first('users').select('later'), { code: '42703' }, 'nothing of it stays, so the old version still runs');
+    await open();
+    const nodes = await Promise.all([open(later), open(later), open(later)]);
+    for (const db of nodes) assert.deepEqual(await db('users').select('id', 'later'), [{ id: 'alice', later: 'new' }]);
+    assert.deepEqual(await first('schema_versions').pluck('name'), ['1-first', '2-later']);
+    await assert.rejects(open(), /later version/);
+    await Promise.all(opened.map((db) => db.destroy()));
   });
 
   test('a database that goes away costs connections, and no message that was acknowledged', async () => {
