@@ -74,6 +74,9 @@ describe('a cluster', { timeout: 240_000, skip }, () => {
     assert.equal((await connection.next('login')).success, true);
     return connection;
   };
+  const healthy = async (node) => {
+    while ((await nodes[node].send('GET', '/health')).status !== 200);
+  };
   const bodies = (messages) => messages.map((message) => message.content.body);
 
   test('messages cross from node to node in order, however large', async () => {
@@ -176,7 +179,7 @@ describe('a cluster', { timeout: 240_000, skip }, () => {
         await nodes[2].call('POST', '/system', { content: { body: 'later' } });
         way.release();
         await Promise.all(['sys', 'message'].map((event) => assert.rejects(bob.next(event), /disconnect/)));
-        while ((await nodes[2].send('GET', '/health')).status !== 200);
+        await healthy(2);
         const again = await login(2, 'bob');
         alice.say(text('heard', 'bob', 0, 3));
         assert.equal((await again.next('message')).content.body, 'heard');
@@ -234,6 +237,7 @@ describe('a cluster', { timeout: 240_000, skip }, () => {
     await alice.next('disconnect');
     await cluster.startDatabase();
     await bob.next('disconnect'); // who may have missed something is told by it
+    await Promise.all([healthy(0), healthy(1)]);
     const [again, reader] = [await login(0, 'alice'), await login(1, 'bob')];
     again.say(text('after', 'bob', 0, 3));
     assert.equal((await reader.next('message')).content.body, 'after');
