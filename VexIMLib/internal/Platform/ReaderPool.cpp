@@ -1,6 +1,7 @@
 #include "VexIMLib/internal/Platform/ReaderPool.h"
 
 #include <utility>
+#include <vector>
 
 #include "VexIMLib/internal/Platform/LibraryThreads.h"
 #include "VexIMLib/internal/Platform/NetworkThread.h"
@@ -67,7 +68,7 @@ bool ReaderPool::startWhatIsMissing() {
             ++idle_;  // it is about to take something
         }
         const bool started = LibraryThreads::start(
-            "vexim-body", LibraryThreads::AtExit::Leave, [this, worker] { run(worker); }, [this, worker] { interrupt(worker); });
+            "vexim-body", LibraryThreads::AtExit::Leave, [this, worker] { run(worker); }, [this] { interrupt(); });
         if (started) continue;
         const MutexLock lock(mutex_);
         workers_.erase(worker);
@@ -134,15 +135,17 @@ void ReaderPool::look() {
     startWhatIsMissing();
 }
 
-void ReaderPool::interrupt(Place worker) {
-    std::shared_ptr<Work> work;
+void ReaderPool::interrupt() {
+    std::vector<std::shared_ptr<Work>> turns;
     {
         const MutexLock lock(mutex_);
-        isExiting_ = true;
-        work = worker->work;
+        if (std::exchange(isExiting_, true)) return;
+        for (const Worker& worker : workers_) {
+            if (worker.work) turns.push_back(worker.work);
+        }
         added_.notifyAll();
     }
-    if (work) work->interrupt();
+    for (const auto& work : turns) work->interrupt();
 }
 
 }  // namespace vexim

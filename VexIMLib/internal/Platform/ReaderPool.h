@@ -59,7 +59,8 @@ private:
     bool mayStartThread() VEXIM_REQUIRES(mutex_);
     void watchSoon() VEXIM_REQUIRES(mutex_);
     void look();
-    void interrupt(Place worker);
+    /// At exit, of all threads at once: when the hook asks for the second one, its worker may be gone.
+    void interrupt();
     void uncount(Place worker) VEXIM_REQUIRES(mutex_);
 
     const std::chrono::milliseconds patience_;
