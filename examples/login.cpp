@@ -24,6 +24,12 @@ std::shared_ptr<VXIMClient> makeClient(const std::string& url) {
 }
 // [/configuration]
 
+void allowPolling(const std::shared_ptr<VXIMClientConfiguration>& configuration) {
+    // [fallback]
+    configuration->setForceWebsockets(false);  // WebSocket first, HTTP polling where that is refused
+    // [/fallback]
+}
+
 // [trust]
 void trustOnly(VXIMClientConfiguration& configuration, const std::string& authorityFile, const std::string& pin) {
     configuration.setCaFile(authorityFile);  // instead of the system's authorities
@@ -99,7 +105,11 @@ bool logsOut(const std::shared_ptr<VXIMClient>& client) {
 
 // login URL [AUTHORITIES.pem PIN]
 int main(int count, char** arguments) {
+    // [application]
+    vexim::setApplicationInfo({.bundleIdentifier = "org.example.chat", .bundleVersion = "142", .systemVersion = {}});
+    // [/application]
     const auto client = makeClient(arguments[1]);
+    allowPolling(client->config());
     if (count == 4) trustOnly(*client->config(), arguments[2], arguments[3]);
     if (!isRefused(client)) return 1;
     giveItAMinute(client);

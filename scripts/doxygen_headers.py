@@ -207,33 +207,6 @@ def without_chance_links(line):
     return line[:at] + "`".join(parts) + end + code
 
 
-MAIN_PAGE = """# VexIMLib {#mainpage}
-
-What the installed headers declare. An application includes VexIMLib/VexIMLib.h; the guide, in docs/guide/ beside the sources,
-shows the parts at work.
-
-| for | see |
-|---|---|
-| a user's session: login, sending, pause, logout | VXIMClient, VXIMClientConfiguration |
-| what arrives | VXIMClientDelegate |
-| messages, attachments and their cancellation | VXIMMessage, VXIMMessageTarget, VXIMTransfer |
-| users, friends, groups, rooms | VXIMUser, VXIMFriendInfo, VXIMGroup, VXIMRoom, VXIMPassenger |
-| queries and attributes | VXIMQuery, VXIMAttributedObject |
-| values as they travel | vexim::Value, vexim::Dictionary, vexim::Array, vexim::Data, vexim::Date, vexim::URL |
-| what goes wrong | vexim::Error, vexim::Exception, VXIMDiagnosis, Log.h |
-| the thread on which callbacks arrive | vexim::MainQueue |
-| the event loop of a host | vexim::AsioLoop, vexim::GlibLoop, vexim::QtLoop |
-| futures and coroutines | vexim::Call, vexim::Result, vexim::Task, Future.h, Coroutine.h |
-| an application's own tests | FakeService.h, ManualClock.h |
-
-A program, whole:
-
-```cpp
-{quick_start}
-```
-"""
-
-
 def installed_headers():
     for room in sorted((ROOT / "VexIMLib").rglob("CMakeLists.txt")):
         for names in HEADER_SETS.findall(room.read_text()):
@@ -249,6 +222,5 @@ if __name__ == "__main__":
             continue  # nothing in it is anybody's to name
         copy = folder / header.resolve().relative_to(ROOT)
         copy.parent.mkdir(parents=True, exist_ok=True)
+        text = re.sub(r"(?<=\d)'(?=\d{3})", "", text)  # Doxygen would put blanks into 1'000
         copy.write_text("\n".join(map(without_chance_links, Header(text.split("\n")).spelled_out())))
-    quick_start = (ROOT / "examples/quick_start.cpp").read_text().rstrip()
-    (folder / "main.md").write_text(MAIN_PAGE.replace("{quick_start}", quick_start))

@@ -1,0 +1,170 @@
+"""The site that scripts/docs builds: our pages as Sphinx reads them with MyST, and the reference that Breathe makes of Doxygen's XML."""
+
+import json
+import pathlib
+import re
+
+from docutils import nodes
+from pygments.lexers.special import TextLexer
+from sphinx import addnodes
+
+SITE = pathlib.Path(__file__).resolve().parent
+BUILD = SITE.parent.parent / "build/docs"
+
+project, html_title, language = "VexIMLib", "VexIMLib", "en"
+extensions = ["myst_parser", "breathe"]
+exclude_patterns = ["docs/site/*"]
+templates_path = [str(SITE / "templates")]
+primary_domain, highlight_language = "cpp", "text"
+myst_heading_anchors = 4
+breathe_show_enumvalue_initializer = True
+breathe_projects, breathe_default_project = {"VexIMLib": str(BUILD / "xml")}, "VexIMLib"
+smartquotes = False
+suppress_warnings = [
+    "myst.header",
+    "misc.highlighting_failure",  # our blocks of "http" are a notation of our own
+]
+
+html_theme = "furo"
+html_static_path = [str(SITE / "static"), "/usr/share/javascript/lunr/lunr.min.js"]
+html_css_files, html_js_files = ["site.css"], ["lunr.min.js", "pages.js", "search.js"]
+html_copy_source = html_show_sphinx = html_show_copyright = html_use_index = False
+html_theme_options = {"top_of_page_button": None}
+pygments_style, pygments_dark_style = "default", "github-dark"
+
+PRIVATE = re.compile(r'<sectiondef kind="private-.*?</sectiondef>|<innerclass [^>]*prot="private">.*?</innerclass>|<innernamespace.*?>\n', re.S)
+FOLDERS = {  # of the headers: the title of each, in the order of the navigation
+    "VexIMLib": "Client, messages, people",
+    "VexIMLib/Foundation": "Values, queue, errors",
+    "VexIMLib/Async": "Futures and coroutines",
+    "VexIMLib/Loops": "Event loops",
+    "VexIMLib/Store": "Store and outbox",
+    "VexIMLib/Testing": "Test kit",
+    "VexIMLib/C": "C interface",
+    "VexIMLib/Foundation/Runtime": "Dynamic properties",
+    "VexIMLib/internal": "Beneath them",
+}
+
+
+def reference_pages(app):
+    """A page for each header, and one for each folder."""
+    headers = sorted((BUILD / "headers/VexIMLib").rglob("*.h"))
+    for folder, title in FOLDERS.items():
+        inside = [header.relative_to(BUILD / "headers") for header in headers if folder_of(header) == folder]
+        place = pathlib.Path(app.srcdir) / "reference" / folder.replace("/", "-")
+        place.mkdir(parents=True, exist_ok=True)
+        for header in inside:
+            (place / f"{header.stem}.rst").write_text(
+                f"{header.stem}\n{'=' * 40}\n\n``#include <{header}>``\n\n.. doxygenfile:: {header}\n")
+        names = "".join(f"   {place.name}/{header.stem}\n" for header in inside)
+        place.with_suffix(".rst").write_text(f"{title}\n{'=' * 40}\n\n.. toctree::\n   :maxdepth: 1\n\n{names}")
+
+
+def folder_of(header):
+    folder = header.parent.relative_to(BUILD / "headers").as_posix()
+    return folder if folder in FOLDERS else "VexIMLib/internal"
+
+
+def without_private_parts(app):
+    """Doxygen writes private members into its XML, whatever its options say; and Breathe would repeat a namespace for each header."""
+    for page in (BUILD / "xml").glob("*.xml"):
+        text = page.read_text()
+        shorter = PRIVATE.sub("", text)
+        if shorter != text:
+            page.write_text(shorter)
+
+
+def navigation(app, docname, source):
+    """README.md is the first page, here index.md; below it hangs the tree of pages."""
+    source[0] = source[0].replace("../README.md", "../index.md")
+    if docname == "index":
+        source[0] += (SITE / "navigation.txt").read_text()
+
+
+def linked_names(app, doctree):
+    """A name of the library in backticks leads to its place in the reference, a page that a comment names to that page."""
+    for literal in list(doctree.findall(nodes.literal)):
+        name = re.match(r"(?:vexim::|VX)[\w:]+", literal.astext())
+        if name and not isinstance(literal.parent, (nodes.reference, addnodes.pending_xref)):
+            link = addnodes.pending_xref("", refdomain="cpp", reftype="any", reftarget=name[0], refwarn=False, refexplicit=True)
+            literal.replace_self(link)
+            link += literal
+    for text in list(doctree.findall(nodes.Text)):
+        parts = re.split(r"\bdocs/([\w/-]+)\.md", text)
+        if len(parts) > 1 and isinstance(text.parent, nodes.paragraph):
+            text.parent.replace(text, [nodes.Text(part) if at % 2 == 0 else page_link(part) for at, part in enumerate(parts)])
+
+
+def page_link(page):
+    return addnodes.pending_xref("", nodes.inline(), refdomain="std", reftype="doc", reftarget=f"/docs/{page}", refwarn=True, refexplicit=False)
+
+
+def named_rows(app, doctree):
+    """Rows of tables can be linked to, so that a search leads to the option and not only to its page."""
+    for number, row in enumerate(doctree.findall(nodes.row)):
+        row["ids"].append(f"row-{number}")
+
+
+def searchable(app, error):
+    """What search.js looks through: each section, each name of the reference, each row of a table."""
+    entries = []
+    for docname in sorted(app.env.found_docs):
+        tree, page = app.env.get_doctree(docname), app.builder.get_target_uri(docname)
+        title = app.env.titles[docname].astext()
+        for node in tree.findall(lambda node: isinstance(node, (nodes.section, nodes.row, addnodes.desc))):
+            if isinstance(node, addnodes.desc):
+                signature = next(node.findall(addnodes.desc_signature))
+                if not signature["ids"]:
+                    continue
+                name, anchor = "".join(part.astext() for part in signature.findall(addnodes.desc_name)), signature["ids"][0]
+            elif isinstance(node, nodes.row):
+                if isinstance(node.parent, nodes.thead):
+                    continue
+                name, anchor = next(filter(None, (cell.astext() for cell in node)), ""), node["ids"][0]
+            else:
+                name, anchor = node[node.first_child_matching_class(nodes.title)].astext(), node["ids"][0]
+            kind = {nodes.section: "section", nodes.row: "row"}.get(type(node), "name")
+            entries.append([name[:120], title, f"{page}#{anchor}", own_text(node)[:4000], kind])
+    pathlib.Path(app.outdir, "_static/pages.js").write_text("window.pages = " + json.dumps(entries, ensure_ascii=False))
+
+
+def own_text(node):
+    """Without what is an entry of its own."""
+    inside = (nodes.section, nodes.row, addnodes.desc, nodes.title, addnodes.desc_signature, nodes.comment, nodes.raw)
+    children = node.children[1:] if isinstance(node, nodes.row) else node.children
+    words = [text.astext() for child in children if not isinstance(child, inside)
+             for text in child.findall(nodes.Text) if not any(isinstance(above, inside) for above in parents(text, node))]
+    return " ".join(" ".join(words).split())
+
+
+def parents(text, top):
+    while (text := text.parent) is not top:
+        yield text
+
+
+def mended_theme(app, error):
+    """Debian's Furo lacks what its build would bundle: Gumshoe in its script, normalize.css, and the dark colours of the system's choice."""
+    static = pathlib.Path(app.outdir, "_static")
+    script = static / "scripts/furo.js"
+    if "import Gumshoe" in script.read_text():
+        bundled = (static / "scripts/gumshoe-patched.js").read_text() + re.sub(r"^import .*$", "", script.read_text(), flags=re.M)
+        script.write_text(bundled)
+    style = static / "styles/furo.css"
+    text = style.read_text()
+    if "prefers-color-scheme" not in text:
+        dark = re.search(r'body\[data-theme="dark"\] \{(.*?)\}', text, re.S)[1]
+        text += f'@media not print {{ @media (prefers-color-scheme: dark) {{ body:not([data-theme="light"]) {{ {dark} }} }} }}\n'
+    normal = pathlib.Path("/usr/share/nodejs/normalize.css/normalize.css").read_text
+    text = re.sub(r"@import url\(/javascript/normalize[^;]*;", lambda _: normal(), text)
+    style.write_text(text)
+
+
+def setup(app):
+    without_private_parts(app)
+    reference_pages(app)
+    app.add_lexer("live", TextLexer)
+    app.connect("source-read", navigation)
+    app.connect("doctree-read", named_rows)
+    app.connect("doctree-read", linked_names)
+    app.connect("build-finished", searchable)
+    app.connect("build-finished", mended_theme)
