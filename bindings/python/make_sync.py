@@ -27,6 +27,7 @@ wait for the client. Written by make_sync.py.
 
 from __future__ import annotations
 
+import datetime
 import os
 import pathlib
 from collections.abc import Iterable, Mapping
@@ -38,12 +39,14 @@ from . import resources as _resources
 from ._compose import File
 from ._library import Library
 from ._link import Progress
-from ._portal import Portal, SyncStream
+from . import store as _store
+from ._portal import Portal, SyncObservation, SyncStream
 from .errors import ClosedError
 from .events import Event, PresenceChanged
 from .models import Diagnosis, Friend, Group, Message, Passenger, Room, Status, User
+from .stored import Conversation, Gap, Peer, Position, StoreDamage, StoredMessage
 
-__all__ = ["Client", "SyncStream"]
+__all__ = ["Client", "Store", "SyncObservation", "SyncStream"]
 '''
 
 CLIENT = '''
@@ -104,6 +107,36 @@ class Client:
         return repr(self._inner).replace("vexim.Client", "vexim.sync.Client")
 '''
 
+STORE = '''
+
+class Store:
+    """A user's messages on this device, in one SQLite file: `vexim.Store`, whose methods wait. Made by `Client.open_store`; `with` opens
+    it and closes it."""
+
+    def __init__(self, inner: _store.Store, portal: Portal, timeout: float | None) -> None:
+        self._inner = inner
+        self._portal = portal
+        self._timeout = timeout
+
+    def close(self) -> None:
+        """Does what was asked for before, then closes the file. What waits to be sent waits for the next time. Closing again does
+        nothing."""
+        try:
+            self._portal.run(self._inner.close(), self._timeout)
+        except ClosedError:
+            pass
+
+    def __enter__(self) -> Store:
+        self.open()
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+        self.close()
+
+    def __repr__(self) -> str:
+        return repr(self._inner).replace("vexim.Store", "vexim.sync.Store")
+'''
+
 
 def documentation(node):
     text = ast.get_docstring(node, clean=True) or ""
@@ -141,7 +174,7 @@ def method(node, inner):
     is_async = isinstance(node, ast.AsyncFunctionDef)
     is_property = any(ast.unparse(decorator) == "property" for decorator in node.decorator_list)
     returns = ast.unparse(node.returns)
-    is_stream = returns.startswith("Stream[")
+    is_stream = returns.startswith(("Stream[", "Observation["))
     lines = ["@property"] if is_property else []
     lines += signature(node, "Sync" + returns if is_stream else returns)
     lines += ["    " + line if line else "" for line in documentation(node)]
@@ -149,9 +182,12 @@ def method(node, inner):
     if is_property:
         body = f"return self._portal.do(lambda: {target})"
     elif is_stream:
-        body = f"return SyncStream(self._portal, self._portal.do(lambda: {target}({call(node)})))"
+        body = f"return Sync{returns.split('[')[0]}(self._portal, self._portal.do(lambda: {target}({call(node)})))"
+    elif returns == "Store":
+        body = f"return Store(self._portal.do(lambda: {target}({call(node)})), self._portal, self._timeout)"
     elif is_async:
-        is_transfer = any(argument.arg == "progress" for argument in node.args.kwonlyargs)
+        # A stored message is written at once, and uploaded later.
+        is_transfer = any(argument.arg == "progress" for argument in node.args.kwonlyargs) and returns != "StoredMessage"
         body = f"self._portal.run({target}({call(node)}), {'None' if is_transfer else 'self._timeout'})"
         body = body if returns == "None" else "return " + body
     else:
@@ -185,6 +221,8 @@ def generated():
         parts += ["\n" + method(each, "self._inner") + "\n" for each in [*inherited, *public_methods(node)]]
     parts.append(CLIENT)
     parts += ["\n" + method(each, "self._inner") + "\n" for each in public_methods(client, without=("open", "close"))]
+    parts.append(STORE)
+    parts += ["\n" + method(each, "self._inner") + "\n" for each in public_methods(classes_of("store.py")["Store"], without=("close",))]
     return "".join(parts)
 
 

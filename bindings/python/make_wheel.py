@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Makes a wheel of the package and a built C library. It needs no network, and the same input gives the same bytes.
 
-    make_wheel.py FOLDER LIBRARY...     FOLDER gets the wheel; LIBRARY is libvexim-c.so.1, and libVexIMLib.so.1 where that one is
-                                        a library of its own: installed ones, for those in a build folder look there
+    make_wheel.py FOLDER LIBRARY...     FOLDER gets the wheel; LIBRARY is libvexim-c.so.1, libvexim-c-store.so.1 or both, and
+                                        libVexIMLib.so.1 and libVexIMLibStore.so.1 where these are libraries of their own:
+                                        installed ones, for those in a build folder look there
 
-The libraries go into it without symbols. What they need besides, such as libcurl, is the system's.
+The libraries go into it without symbols. What they need besides, such as libcurl and SQLite, is the system's. Where SQLite is missing,
+the package takes the one without the store.
 """
 
 import base64

@@ -6,7 +6,6 @@
 #include <utility>
 #include <vector>
 
-#include "VexIMLib/C/Handlers.h"
 #include "VexIMLib/C/Store/StoreRecords.h"
 
 namespace vexim::c {
@@ -56,9 +55,8 @@ auto listTeller(std::string_view name, std::int64_t observation, std::shared_ptr
         append(text, "count", static_cast<std::int64_t>(change.list.size()));
         text += ",\"removed\":[";
         if (!whole) {
-            for (const std::size_t position : change.removed) {
-                if (&position != change.removed.data()) text += ',';
-                text += std::to_string(position);
+            for (std::size_t i = 0; i < change.removed.size(); ++i) {
+                text.append(i == 0 ? "" : ",").append(std::to_string(change.removed[i]));
             }
         }
         text += ']';
@@ -77,8 +75,20 @@ std::shared_ptr<Stores> Stores::of(Request& request) {
 }
 
 void Stores::open(Request& request, VXIMConversationsOptions options) {
-    if (conversations_) handlers::refuse("The client has a store already, or is opening one: close it first.");
-    conversations_ = VXIMConversations::conversationsWithClient(request.sharedClient(), std::move(options));
+    auto begin = [this, self = request.shared_from_this(), client = request.sharedClient(), options = std::move(options)] {
+        if (self->mailbox().isOpen(self->id())) open(self, client, options);
+    };
+    // The file may be ours until the store before is closed.
+    if (closing_ > 0) return waiting_.push_back(std::move(begin));
+    begin();
+}
+
+void Stores::open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& client, const VXIMConversationsOptions& options) {
+    if (conversations_) {
+        return self->fail(InterfaceError::WrongArgument, "The client has a store already, or is opening one: close it first.");
+    }
+    waitsForLogin_ = options.userId.empty();
+    conversations_ = VXIMConversations::conversationsWithClient(client, options);
     conversations_->setCaughtUpHandler([mailbox = mailbox_](const VXIMCaughtUp& caughtUp) {
         std::string text = begunEvent("conversationsDidCatchUp");
         append(text, "missedCount", caughtUp.missedCount);
@@ -91,8 +101,7 @@ void Stores::open(Request& request, VXIMConversationsOptions options) {
         append(text, "error", *error);
         mailbox->event(std::move(text += '}'));
     });
-    conversations_->open([weak = weak_from_this(), held = std::weak_ptr(conversations_), self = request.shared_from_this()](
-                             bool opened, const ErrorPtr& error) {
+    conversations_->open([weak = weak_from_this(), held = std::weak_ptr(conversations_), self](bool opened, const ErrorPtr& error) {
         const auto stores = weak.lock();
         const auto conversations = held.lock();
         if (!stores || !conversations || stores->conversations_ != conversations) return;  // closed meanwhile
@@ -122,10 +131,7 @@ void Stores::open(Request& request, VXIMMessageStoreOptions options) {
 
 void Stores::close(Request& request) {
     const bool isOwn = request.value("store").isNil() || request.value("store").longLongValue() == own_;
-    if (isOwn && conversations_ && own_ == 0) {  // not open yet
-        conversations_ = nullptr;
-        return request.succeed("true");
-    }
+    if (isOwn && conversations_ && own_ == 0) return closeBeforeOpen(request);
     const std::int64_t number = numberOf(request);
     const auto closed = stores_.extract(number);
     std::erase_if(observations_, [number](const auto& each) { return each.second.store == number; });
@@ -133,7 +139,27 @@ void Stores::close(Request& request) {
         conversations_ = nullptr;
         own_ = 0;
     }
-    closed.mapped()->close(request.done());
+    closed.mapped()->close(closing(request));
+}
+
+VXIMBooleanCompletion Stores::closing(Request& request) {
+    ++closing_;
+    return [weak = weak_from_this(), done = request.done()](bool closed, const ErrorPtr& error) {
+        done(closed, error);
+        const auto stores = weak.lock();
+        if (!stores || --stores->closing_ > 0) return;
+        for (const auto& begin : std::exchange(stores->waiting_, {})) begin();
+    };
+}
+
+void Stores::closeBeforeOpen(Request& request) {
+    const auto conversations = std::exchange(conversations_, nullptr);
+    if (waitsForLogin_) return request.succeed("true");
+    // The file is ours until it has been opened and closed, and who is answered may open it again.
+    conversations->open([conversations, done = closing(request)](bool opened, const ErrorPtr&) {
+        if (opened) return conversations->store()->close(done);
+        done(true, nullptr);
+    });
 }
 
 VXIMConversations& Stores::conversations() const {

@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
+#include <utility>
+#include <vector>
 
 #include "VexIMLib/C/Request.h"
 #include "VexIMLib/Store/VXIMConversations.h"
@@ -46,6 +49,10 @@ private:
         std::shared_ptr<VXIMStoreObservation> held;
     };
 
+    void open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& client, const VXIMConversationsOptions& options);
+    /// Answers, and lets go on who waits for the end of it.
+    VXIMBooleanCompletion closing(Request& request);
+    void closeBeforeOpen(Request& request);
     std::int64_t numberOf(const Request& request) const;
     std::int64_t keep(std::shared_ptr<VXIMMessageStore> store);
     template <class Observe>
@@ -53,10 +60,13 @@ private:
 
     const std::shared_ptr<Mailbox> mailbox_;
     std::shared_ptr<VXIMConversations> conversations_;  // nullptr: none was opened
+    bool waitsForLogin_ = false;                        // before it opens
     std::int64_t own_ = 0;                              // the number of its store, once that is open
     std::map<std::int64_t, std::shared_ptr<VXIMMessageStore>> stores_;
     std::map<std::int64_t, Observation> observations_;
     std::int64_t last_ = 0;
+    int closing_ = 0;
+    std::vector<std::function<void()>> waiting_;  // to open
 };
 
 }  // namespace vexim::c

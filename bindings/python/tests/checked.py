@@ -52,6 +52,11 @@ class CheckedLibrary:
     def unseen(cls):
         return set(cls._validators) - cls.seen
 
+    @staticmethod
+    def is_of_store(path):
+        _, of_store, _, _ = c_interface.read_table()
+        return path[-1] in {row.name for row in of_store} | set(c_interface.shapes.STORE_EVENTS)
+
     def _check(self, value, *path):
         found = self._validators.get(path)
         errors = [f"{error.message} at {error.json_path}" for error in found.iter_errors(value)] if found else ["of no known name"]

@@ -14,24 +14,27 @@ import vexim.sync
 from tests.service import Service, clean_environment
 
 HERE = pathlib.Path(__file__).resolve().parents[1]
-OPERATIONS = os.environ.get("VEXIM_API_SOURCE", HERE.parents[1] / "VexIMLib/C/Operations.cpp")
+OPERATIONS = pathlib.Path(os.environ.get("VEXIM_API_SOURCE", HERE.parents[1] / "VexIMLib/C"))
 
 
 class PackageTest(unittest.TestCase):
     def test_every_operation_of_the_library_is_used(self):
-        table = re.findall(r'^ +\{"([\w.]+)", "', pathlib.Path(OPERATIONS).read_text(), re.M)
-        self.assertGreater(len(table), 60)
+        text = "".join((OPERATIONS / name).read_text() for name in ("Operations.cpp", "Store/StoreOperations.cpp"))
+        table = re.findall(r'^ +\{"([\w.]+)", "', text, re.M)
+        self.assertGreater(len(table), 90)
         sources = "".join(path.read_text() for path in (HERE / "vexim").glob("*.py"))
         classes = re.findall(r'_class = "(\w+)"', sources)
         elsewhere = {
             "sendMessage": "the others name the receiver",
             "sendSystemMessage": "likewise",
             "VXIMGroup.createWithOwner": "createWithBlock takes the same, and less",
+            "VXIMConversations.sendText": "send does it, too",
+            "VXIMConversations.store": "Store knows it",
         }
         for operation in table:
             owner, _, name = operation.rpartition(".")
             if operation not in elsewhere:
-                self.assertTrue(f'"{operation}"' in sources or (owner in (*classes, "VXIMQuery") and f'"{name}"' in sources), operation)
+                self.assertTrue(f'"{operation}"' in sources or (owner in (*classes, "VXIMQuery", "VXIMMessageStore") and f'"{name}"' in sources), operation)
 
     def test_the_form_without_asyncio_is_what_is_written_from_the_other(self):
         subprocess.run([sys.executable, HERE / "make_sync.py", "--check"], check=True, env=clean_environment())
@@ -47,7 +50,8 @@ class PackageTest(unittest.TestCase):
         for name in vexim.__all__:
             value = getattr(vexim, name)
             self.assertTrue(inspect.getdoc(value), name)
-        for kind in [vexim.Client, vexim.sync.Client, vexim.Stream, vexim.sync.SyncStream, type(vexim.Client("a", "k").groups)]:
+        for kind in [vexim.Client, vexim.sync.Client, vexim.Stream, vexim.sync.SyncStream, vexim.Store, vexim.sync.Store,
+                     vexim.Observation, type(vexim.Client("a", "k").groups)]:
             for name, value in inspect.getmembers(kind):
                 if not name.startswith("_"):
                     self.assertTrue(inspect.getdoc(value), f"{kind.__name__}.{name}")

@@ -38,7 +38,9 @@ if TYPE_CHECKING:
     from .errors import NotConnectedError as NotConnectedError
     from .errors import ResponseError as ResponseError
     from .errors import ServiceError as ServiceError
+    from .errors import StoreError as StoreError
     from .errors import UsageError as UsageError
+    from .events import CaughtUp as CaughtUp
     from .events import ConnectionTrouble as ConnectionTrouble
     from .events import Disconnected as Disconnected
     from .events import Event as Event
@@ -50,6 +52,8 @@ if TYPE_CHECKING:
     from .events import OtherEvent as OtherEvent
     from .events import PresenceChanged as PresenceChanged
     from .events import Reconnecting as Reconnecting
+    from .events import StoreDamaged as StoreDamaged
+    from .events import StoreTrouble as StoreTrouble
     from .events import Stream as Stream
     from .models import Diagnosis as Diagnosis
     from .models import DiagnosisEvent as DiagnosisEvent
@@ -61,6 +65,16 @@ if TYPE_CHECKING:
     from .models import Room as Room
     from .models import Status as Status
     from .models import User as User
+    from .store import Observation as Observation
+    from .store import Store as Store
+    from .stored import Conversation as Conversation
+    from .stored import Gap as Gap
+    from .stored import ListChange as ListChange
+    from .stored import Peer as Peer
+    from .stored import Position as Position
+    from .stored import State as State
+    from .stored import StoreDamage as StoreDamage
+    from .stored import StoredMessage as StoredMessage
 
 __version__ = "1.0.0"
 
@@ -69,14 +83,18 @@ _HOMES = {
     "client": ("Client",),
     "errors": (
         "AbandonedError", "BusyError", "ClosedError", "Error", "LibraryNotFoundError", "LoginError", "NetworkError",
-        "NotConnectedError", "ResponseError", "ServiceError", "UsageError",
+        "NotConnectedError", "ResponseError", "ServiceError", "StoreError", "UsageError",
     ),
     "events": (
-        "ConnectionTrouble", "Disconnected", "Event", "EventsDropped", "LoggedIn", "LoggedOut", "LoginRefused", "MessageReceived",
-        "OtherEvent", "PresenceChanged", "Reconnecting", "Stream",
+        "CaughtUp", "ConnectionTrouble", "Disconnected", "Event", "EventsDropped", "LoggedIn", "LoggedOut", "LoginRefused", "MessageReceived",
+        "OtherEvent", "PresenceChanged", "Reconnecting", "StoreDamaged", "StoreTrouble", "Stream",
     ),
     "models": (
         "Diagnosis", "DiagnosisEvent", "Friend", "Group", "Media", "Message", "Passenger", "Room", "Status", "User",
+    ),
+    "store": ("Observation", "Store"),
+    "stored": (
+        "Conversation", "Gap", "ListChange", "Peer", "Position", "State", "StoreDamage", "StoredMessage",
     ),
     "_library": ("library_version", "set_application_info", "set_log"),
 }

@@ -11,7 +11,8 @@ from typing import Any, Protocol
 from .errors import LibraryNotFoundError, error_from
 
 NAME = "libvexim-c.so.1"
-_CORE_NAME = "libVexIMLib.so.1"
+NAME_WITH_STORE = "libvexim-c-store.so.1"
+_BENEATH = ("libVexIMLib.so.1", "libVexIMLibStore.so.1")
 
 
 class Library(Protocol):
@@ -62,12 +63,13 @@ class CLibrary:
 
 def candidates() -> list[str]:
     """Where the library is looked for, in this order: what VEXIM_C_LIBRARY names (and then nowhere else), beside this package
-    (a wheel), and where the system looks."""
+    (a wheel), and where the system looks; in both places the one with the store first."""
     named = os.environ.get("VEXIM_C_LIBRARY")
     if named:
         return [named]
-    beside = pathlib.Path(__file__).resolve().parent / "_lib" / NAME
-    return [str(beside), NAME] if beside.exists() else [NAME]
+    names = [NAME_WITH_STORE, NAME]
+    beside = [pathlib.Path(__file__).resolve().parent / "_lib" / name for name in names]
+    return [str(path) for path in beside if path.exists()] + names
 
 
 _loaded: CLibrary | None = None
@@ -80,9 +82,9 @@ def load() -> CLibrary:
         complaints = []
         for path in candidates():
             try:
-                core = pathlib.Path(path).parent / _CORE_NAME
-                if os.sep in path and core.exists():
-                    ctypes.CDLL(str(core))  # so that the loader takes this copy, not the system's
+                for beneath in (pathlib.Path(path).parent / name for name in _BENEATH):
+                    if os.sep in path and beneath.exists():
+                        ctypes.CDLL(str(beneath))  # so that the loader takes this copy, not the system's
                 library = CLibrary(path)
                 # It would remember every request that has ended, for a look that cannot be taken from here.
                 execute(library, 0, "setKeepsFinishedDelegates", keeps=False)

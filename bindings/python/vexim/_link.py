@@ -47,12 +47,14 @@ def _depth(value: Any) -> int:
 
 
 class _Call:
-    __slots__ = ("answer", "operation", "progress")
+    __slots__ = ("answer", "on_answer", "operation", "progress")
 
-    def __init__(self, answer: asyncio.Future[Any], operation: str, progress: Progress | None) -> None:
+    def __init__(self, answer: asyncio.Future[Any], operation: str, progress: Progress | None,
+                 on_answer: Callable[[Any], None] | None) -> None:
         self.answer = answer
         self.operation = operation
         self.progress = progress
+        self.on_answer = on_answer
 
 
 class Link:
@@ -114,8 +116,10 @@ class Link:
             raise ClosedError()
         return execute(self._library, self._client, operation)
 
-    async def call(self, operation: str, arguments: Mapping[str, Any], progress: Progress | None = None) -> Any:
-        """The result. Cancelling the task cancels the request, and with it a transfer."""
+    async def call(self, operation: str, arguments: Mapping[str, Any], progress: Progress | None = None,
+                   on_answer: Callable[[Any], None] | None = None) -> Any:
+        """The result, which `on_answer` gets before the events behind it are taken. Cancelling the task cancels the request, and with it
+        a transfer."""
         if not self.is_open:
             raise ClosedError()
         if asyncio.get_running_loop() is not self._loop:
@@ -130,7 +134,7 @@ class Link:
             text = _bytes(request)
         except (TypeError, ValueError, RecursionError) as error:
             raise usage(f"an argument cannot be sent as JSON: {error}") from error
-        call = _Call(self._loop.create_future(), operation, progress)
+        call = _Call(self._loop.create_future(), operation, progress, on_answer)
         self._calls[extra] = call
         try:
             self._library.send(self._client, text)
@@ -149,9 +153,14 @@ class Link:
                 call.answer.set_exception(error)
                 self._cancel(extra)
 
-    def _cancel(self, extra: int) -> None:
+    def tell(self, operation: str, **arguments: Any) -> None:
+        """Sends a request whose answer nobody waits for."""
         if self.is_open:
-            self._library.send(self._client, _bytes({"@op": "cancel", "extra": extra}))
+            self._last += 1
+            self._library.send(self._client, _bytes({"@op": operation, "@extra": self._last, **arguments}))
+
+    def _cancel(self, extra: int) -> None:
+        self.tell("cancel", extra=extra)
 
     def _drain(self) -> None:
         if self._is_busy():
@@ -181,6 +190,8 @@ class Link:
             if call is None or call.answer.done():  # cancelled meanwhile, or the answer to "cancel"
                 return
             if kind == "answer":
+                if call.on_answer is not None:
+                    call.on_answer(record.get("result"))
                 call.answer.set_result(record.get("result"))
             else:
                 call.answer.set_exception(error_from(record.get("error"), call.operation))

@@ -5,14 +5,17 @@ from __future__ import annotations
 import asyncio
 import concurrent.futures
 import threading
-from collections.abc import Callable, Coroutine, Iterator
+from collections.abc import AsyncIterator, Callable, Coroutine, Iterator
 from types import TracebackType
-from typing import Any, Generic, TypeVar
+from typing import Any, Generic, Protocol, TypeVar
 
 from .errors import ClosedError, usage
 from .events import Stream
+from .store import Observation
+from .stored import ListChange
 
 T = TypeVar("T")
+Item = TypeVar("Item", covariant=True)
 
 
 class Portal:
@@ -81,21 +84,21 @@ class Portal:
             self._thread.join()
 
 
-class SyncStream(Iterator[T], Generic[T]):
-    """An iterator over what comes. It waits for the next item, and ends when the client is closed. See `vexim.Stream`."""
+class _Closable(Protocol[Item]):
+    def __aiter__(self) -> AsyncIterator[Item]: ...
+    async def aclose(self) -> None: ...
 
-    def __init__(self, portal: Portal, stream: Stream[T]) -> None:
+
+class _SyncIterator(Iterator[T], Generic[T]):
+    def __init__(self, portal: Portal, inner: _Closable[T]) -> None:
         self._portal = portal
-        self._stream = stream
-
-    def __iter__(self) -> SyncStream[T]:
-        return self
+        self._inner = inner
 
     def __next__(self) -> T:
         return self.get()
 
     def get(self, timeout: float | None = None) -> T:
-        """The next item. Raises TimeoutError when none comes within so many seconds, StopIteration when the client is closed."""
+        """The next item. Raises TimeoutError when none comes within so many seconds, StopIteration when it has ended."""
         try:
             items = self._portal.run(self._take(), timeout)
         except ClosedError:
@@ -105,24 +108,53 @@ class SyncStream(Iterator[T], Generic[T]):
         return items[0]
 
     async def _take(self) -> list[T]:
-        async for item in self._stream:
+        async for item in self._inner:
             return [item]
         return []
+
+    def close(self) -> None:
+        """Ends it. What a stream still held waits for the next one of its kind."""
+        try:
+            self._portal.run(self._inner.aclose(), None)
+        except ClosedError:
+            pass
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+        self.close()
+
+
+class SyncStream(_SyncIterator[T]):
+    """An iterator over what comes. It waits for the next item, and ends when the client is closed. See `vexim.Stream`."""
+
+    def __init__(self, portal: Portal, stream: Stream[T]) -> None:
+        super().__init__(portal, stream)
+        self._stream = stream
+
+    def __iter__(self) -> SyncStream[T]:
+        return self
+
+    def __enter__(self) -> SyncStream[T]:
+        return self
 
     @property
     def dropped(self) -> int:
         """How many items were dropped because nobody read them."""
         return self._stream.dropped
 
-    def close(self) -> None:
-        """Ends the stream. What it still held waits for the next one of its kind."""
-        try:
-            self._portal.run(self._stream.aclose(), None)
-        except ClosedError:
-            pass
 
-    def __enter__(self) -> SyncStream[T]:
+class SyncObservation(_SyncIterator[ListChange[T]], Generic[T]):
+    """An iterator over the changes of a list. It waits for the next one, and ends when the store is closed. See `vexim.Observation`."""
+
+    def __init__(self, portal: Portal, observation: Observation[T]) -> None:
+        super().__init__(portal, observation)
+        self._observation = observation
+
+    def __iter__(self) -> SyncObservation[T]:
         return self
 
-    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
-        self.close()
+    def __enter__(self) -> SyncObservation[T]:
+        return self
+
+    def set_limit(self, limit: int) -> None:
+        """Makes the list longer or shorter, as when the user scrolls to its end."""
+        self._portal.run(self._observation.set_limit(limit), None)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import base64
+import datetime
 import os
 import pathlib
 import uuid
@@ -10,21 +11,16 @@ from collections.abc import Mapping
 from types import TracebackType
 from typing import Any
 
-from . import events as happened
 from ._compose import File, composed, one_of
 from ._library import Library, load
 from ._link import Link, Progress, Record
-from .errors import INTERFACE_DOMAIN, BusyError, ClosedError, error_from, usage
-from .events import Event, Hub, MessageReceived, PresenceChanged, Stream
+from ._translate import event_from
+from .errors import INTERFACE_DOMAIN, BusyError, ClosedError, usage
+from .events import Event, EventsDropped, Hub, MessageReceived, PresenceChanged, Stream
 from .models import Diagnosis, Message, Status, diagnosis_from, identity, message_from
 from .resources import Friends, Groups, Passengers, Rooms, Users
+from .store import Store, Stores, hours
 
-_PLAIN_EVENTS: dict[str, Event] = {
-    "clientDidLogin": happened.LoggedIn(),
-    "clientDidLogout": happened.LoggedOut(),
-    "clientAttemptReconnect": happened.Reconnecting(),
-    "clientDidDisconnect": happened.Disconnected(),
-}
 _LOGINS = {
     frozenset({"user_id"}): "loginWithUserId",
     frozenset({"username", "password"}): "loginWithUsername",
@@ -96,6 +92,7 @@ class Client:
             raise usage("queue_size must be at least 1")
         self._library = library
         self._link: Link | None = None
+        self._stores = Stores()
         self._user_id: str | None = None
         self._messages: Hub[Message] = Hub(queue_size)
         self._presence: Hub[PresenceChanged] = Hub(queue_size)
@@ -120,6 +117,7 @@ class Client:
         end. Closing again does nothing."""
         if self._link is not None:
             self._link.close()
+        self._stores.end()
         self._messages.end()
         self._presence.end()
         self._events.end()
@@ -346,6 +344,49 @@ class Client:
         """All that happens to the client, messages and presence included. It is bounded: see `Stream`."""
         return self._events.open()
 
+    # The store
+
+    def open_store(
+        self,
+        path: str | os.PathLike[str],
+        *,
+        user_id: str | None = None,
+        read_only: bool = False,
+        most_unsent: int | None = None,
+        longest_wait: datetime.timedelta | None = None,
+        echo_timeout: int | None = None,
+        most_caught_up: int | None = None,
+        farthest_caught_up: datetime.timedelta | None = None,
+    ) -> Store:
+        """The client's store: a memory of its conversations, and an outbox. `async with` opens it and closes it; a client has one at a
+        time. It needs the C library with the store (`libvexim-c-store`), and raises `StoreError` without it.
+
+        path
+            A file, made when it is missing; or a folder that exists, where each user of each service gets a file of its own.
+        user_id
+            Whose messages these are; the user who is logged in without one. Give it to open the store before the login.
+        read_only
+            Only to look: nothing is sent or received. Another program may have the file open for writing, and this client another store.
+        most_unsent, longest_wait
+            How many messages may wait to be sent (10 000), and how long one waits before it fails (a week; in whole hours).
+        echo_timeout
+            How many seconds the service may take to send a message back until it is asked for it (15).
+        most_caught_up, farthest_caught_up
+            How far back a conversation is read after a login: messages (2 000) and time (30 days; in whole hours).
+        """
+        user = user_id or self._user_id
+        given = os.fspath(path)
+        place = os.path.abspath(given) + (os.sep if given.endswith(os.sep) else "")
+        if read_only:
+            service = self.configuration.get("socketURL")
+            return Store(self, "VXIMMessageStore.open", {"path": place, "userId": user, "service": service, "readOnly": True})
+        if user is None:
+            raise usage("log in before, or give user_id")
+        return Store(self, "VXIMConversations.open", {
+            "path": place, "userId": user, "mostUnsent": most_unsent, "longestWait": hours(longest_wait), "echoTimeout": echo_timeout,
+            "mostCaughtUp": most_caught_up, "farthestCaughtUp": hours(farthest_caught_up),
+        })
+
     # Inside
 
     def _open_link(self) -> Link:
@@ -360,34 +401,13 @@ class Client:
         return any([self._messages.is_catching_up(), self._presence.is_catching_up(), self._events.is_catching_up()])
 
     def _on_event(self, name: str, record: Record) -> None:
-        self._events.publish(self._event_from(name, record))
-
-    def _event_from(self, name: str, record: Record) -> Event:
-        if name in ("clientDidReceiveMessageFromFriend", "clientDidReceiveMessageFromGroup", "clientDidReceiveMessageFromRoom",
-                    "clientDidReceiveSystemMessage"):
-            peer = record.get("from")
-            friend = identity(peer.get("uid")) if isinstance(peer, dict) and "uid" in peer else None
-            message = message_from(record.get("message"), friend, self._user_id)
-            self._messages.publish(message)
-            return MessageReceived(message)
-        if name in ("clientFriendDidOnline", "clientFriendDidOffline"):
-            info = record.get("info")
-            id = identity(info.get("uid")) if isinstance(info, dict) else None
-            if id is not None:
-                presence = PresenceChanged(id, name.endswith("Online"))
-                self._presence.publish(presence)
-                return presence
-        elif name == "socket.io.error":
-            data = record.get("data")
-            words, details = (data[0], data[1:]) if isinstance(data, list) and data else (data, None)
-            return happened.ConnectionTrouble(str(words), details or None, error_from(record.get("error")))
-        elif name == "overflow":
-            count = record.get("events")
-            if record.get("answers") and self._link is not None:  # nobody knows whose
-                self._link.fail(BusyError(INTERFACE_DOMAIN, 7, "Answers were dropped: too much was waiting."))
-            return happened.EventsDropped(count if isinstance(count, int) else 0)
-        elif name == "clientDidFailToLoginAgain":
-            return happened.LoginRefused(error_from(record.get("error"), "login"))
-        elif name in _PLAIN_EVENTS:
-            return _PLAIN_EVENTS[name]
-        return happened.OtherEvent(name, {key: value for key, value in record.items() if key not in ("@type", "name")})
+        if self._stores.take(name, record):
+            return
+        event = event_from(name, record, self._user_id)
+        if isinstance(event, MessageReceived):
+            self._messages.publish(event.message)
+        elif isinstance(event, PresenceChanged):
+            self._presence.publish(event)
+        elif isinstance(event, EventsDropped) and record.get("answers") and self._link is not None:  # nobody knows whose
+            self._link.fail(BusyError(INTERFACE_DOMAIN, 7, "Answers were dropped: too much was waiting."))
+        self._events.publish(event)

@@ -11,6 +11,7 @@ SERVICE_DOMAIN = "VXErrorDomain"
 URL_DOMAIN = "NSURLErrorDomain"
 CONNECTION_DOMAIN = "VXIMConnectionErrorDomain"
 INTERFACE_DOMAIN = "VXIMInterfaceErrorDomain"
+STORE_DOMAIN = "VXIMStoreErrorDomain"
 
 _UNDERLYING = "NSUnderlyingError"
 # Timed out, host not found, cannot connect, connection lost, name lookup failed, offline.
@@ -100,6 +101,16 @@ class ClosedError(Error):
         super().__init__(domain, code, description, user_info)
 
 
+class StoreError(Error):
+    """A store could not be opened, read or written, or the C library is without it. Codes of the domain "VXIMStoreErrorDomain" are
+    listed in docs/c-interface.md: 6 is a full disk, 8 a file that another program has open, 10 a message that is not there."""
+
+    @staticmethod
+    def not_open() -> StoreError:
+        """That the store is not open."""
+        return StoreError(INTERFACE_DOMAIN, 12, "The store is not open: use `async with`.")
+
+
 class LibraryNotFoundError(ImportError):
     """The C library `libvexim-c` is not installed, or cannot be loaded."""
 
@@ -108,7 +119,8 @@ def usage(description: str) -> UsageError:
     return UsageError(INTERFACE_DOMAIN, 4, description)
 
 
-_INTERFACE_ERRORS: dict[int, type[Error]] = {6: ClosedError, 7: BusyError, 9: ResponseError, 10: AbandonedError}
+_INTERFACE_ERRORS: dict[int, type[Error]] = {6: ClosedError, 7: BusyError, 9: ResponseError, 10: AbandonedError,
+                                            11: StoreError, 12: StoreError}
 
 
 def _class_for(domain: str, code: int, operation: str, cause: Error | None) -> type[Error]:
@@ -124,6 +136,8 @@ def _class_for(domain: str, code: int, operation: str, cause: Error | None) -> t
         if cause is None or cause.domain != URL_DOMAIN:
             return ResponseError
         return UsageError if cause.code == _BAD_URL else NetworkError
+    if domain == STORE_DOMAIN:
+        return StoreError
     return NetworkError if domain in (URL_DOMAIN, CONNECTION_DOMAIN) else Error
 
 

@@ -12,6 +12,7 @@ from typing import Any, Generic, TypeVar
 
 from .errors import Error
 from .models import Message
+from .stored import StoreDamage
 
 T = TypeVar("T")
 _TAKEN_PER_TURN = 200
@@ -80,6 +81,32 @@ class EventsDropped(Event):
     """So many events were lost, because the program did not take them: fetch the history."""
 
     count: int
+
+
+@dataclass(frozen=True, slots=True)
+class CaughtUp(Event):
+    """The histories were read into the store, after a login or a reconnect."""
+
+    missed: int
+    """Messages of others that came while this program was not connected."""
+    gaps: int = 0
+    """Conversations in which some can no longer be had; `Store.gaps` has them."""
+    error: Error | None = field(default=None, hash=False, compare=False)
+    """What could not be read."""
+
+
+@dataclass(frozen=True, slots=True)
+class StoreTrouble(Event):
+    """The store did not take a change, which is tried again; or another user has logged in, of whom nothing is stored."""
+
+    error: Error = field(hash=False, compare=False)
+
+
+@dataclass(frozen=True, slots=True)
+class StoreDamaged(Event):
+    """The open file was found damaged, set aside and replaced."""
+
+    damage: StoreDamage
 
 
 @dataclass(frozen=True, slots=True)

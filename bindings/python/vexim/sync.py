@@ -12,6 +12,7 @@ wait for the client. Written by make_sync.py.
 
 from __future__ import annotations
 
+import datetime
 import os
 import pathlib
 from collections.abc import Iterable, Mapping
@@ -23,12 +24,14 @@ from . import resources as _resources
 from ._compose import File
 from ._library import Library
 from ._link import Progress
-from ._portal import Portal, SyncStream
+from . import store as _store
+from ._portal import Portal, SyncObservation, SyncStream
 from .errors import ClosedError
 from .events import Event, PresenceChanged
 from .models import Diagnosis, Friend, Group, Message, Passenger, Room, Status, User
+from .stored import Conversation, Gap, Peer, Position, StoreDamage, StoredMessage
 
-__all__ = ["Client", "SyncStream"]
+__all__ = ["Client", "Store", "SyncObservation", "SyncStream"]
 
 
 class Users:
@@ -470,3 +473,186 @@ class Client:
     def events(self) -> SyncStream[Event]:
         """All that happens to the client, messages and presence included. It is bounded: see `Stream`."""
         return SyncStream(self._portal, self._portal.do(lambda: self._inner.events()))
+
+    def open_store(
+        self,
+        path: str | os.PathLike[str],
+        *,
+        user_id: str | None=None,
+        read_only: bool=False,
+        most_unsent: int | None=None,
+        longest_wait: datetime.timedelta | None=None,
+        echo_timeout: int | None=None,
+        most_caught_up: int | None=None,
+        farthest_caught_up: datetime.timedelta | None=None,
+    ) -> Store:
+        """The client's store: a memory of its conversations, and an outbox. `async with` opens it and closes it; a client has one at a
+        time. It needs the C library with the store (`libvexim-c-store`), and raises `StoreError` without it.
+
+        path
+            A file, made when it is missing; or a folder that exists, where each user of each service gets a file of its own.
+        user_id
+            Whose messages these are; the user who is logged in without one. Give it to open the store before the login.
+        read_only
+            Only to look: nothing is sent or received. Another program may have the file open for writing, and this client another store.
+        most_unsent, longest_wait
+            How many messages may wait to be sent (10 000), and how long one waits before it fails (a week; in whole hours).
+        echo_timeout
+            How many seconds the service may take to send a message back until it is asked for it (15).
+        most_caught_up, farthest_caught_up
+            How far back a conversation is read after a login: messages (2 000) and time (30 days; in whole hours).
+        """
+        return Store(self._portal.do(lambda: self._inner.open_store(path, user_id=user_id, read_only=read_only, most_unsent=most_unsent, longest_wait=longest_wait, echo_timeout=echo_timeout, most_caught_up=most_caught_up, farthest_caught_up=farthest_caught_up)), self._portal, self._timeout)
+
+
+class Store:
+    """A user's messages on this device, in one SQLite file: `vexim.Store`, whose methods wait. Made by `Client.open_store`; `with` opens
+    it and closes it."""
+
+    def __init__(self, inner: _store.Store, portal: Portal, timeout: float | None) -> None:
+        self._inner = inner
+        self._portal = portal
+        self._timeout = timeout
+
+    def close(self) -> None:
+        """Does what was asked for before, then closes the file. What waits to be sent waits for the next time. Closing again does
+        nothing."""
+        try:
+            self._portal.run(self._inner.close(), self._timeout)
+        except ClosedError:
+            pass
+
+    def __enter__(self) -> Store:
+        self.open()
+        return self
+
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+        self.close()
+
+    def __repr__(self) -> str:
+        return repr(self._inner).replace("vexim.Store", "vexim.sync.Store")
+
+    def open(self) -> None:
+        """Opens the file, or makes it; `async with` does this. A damaged file is set aside, see `damage`."""
+        self._portal.run(self._inner.open(), self._timeout)
+
+    @property
+    def path(self) -> str:
+        """The file's path, also when a folder was named."""
+        return self._portal.do(lambda: self._inner.path)
+
+    @property
+    def user_id(self) -> str:
+        """Whose messages these are."""
+        return self._portal.do(lambda: self._inner.user_id)
+
+    @property
+    def damage(self) -> StoreDamage | None:
+        """What was set aside when the store was opened; None normally. Later damage is told by `StoreDamaged` of `Client.events`."""
+        return self._portal.do(lambda: self._inner.damage)
+
+    def conversations(self) -> list[Conversation]:
+        """All conversations, the one with the newest message first."""
+        return self._portal.run(self._inner.conversations(), self._timeout)
+
+    def conversation(self, peer: Peer) -> Conversation | None:
+        """One conversation; None when there is none."""
+        return self._portal.run(self._inner.conversation(peer), self._timeout)
+
+    def messages_before(
+        self,
+        peer: Peer,
+        position: Position | StoredMessage | None=None,
+        *,
+        limit: int=50,
+    ) -> list[StoredMessage]:
+        """The messages right before a position (None: the newest), the oldest first."""
+        return self._portal.run(self._inner.messages_before(peer, position, limit=limit), self._timeout)
+
+    def messages_after(
+        self,
+        peer: Peer,
+        position: Position | StoredMessage | None=None,
+        *,
+        limit: int=50,
+    ) -> list[StoredMessage]:
+        """The messages right behind a position (None: the oldest), the oldest first."""
+        return self._portal.run(self._inner.messages_after(peer, position, limit=limit), self._timeout)
+
+    def message(self, local_id: int) -> StoredMessage | None:
+        """One message; None when there is none."""
+        return self._portal.run(self._inner.message(local_id), self._timeout)
+
+    def search(
+        self,
+        text: str,
+        *,
+        peer: Peer | None=None,
+        since: datetime.datetime | None=None,
+        until: datetime.datetime | None=None,
+        before: Position | StoredMessage | None=None,
+        limit: int=50,
+    ) -> list[StoredMessage]:
+        """Texts in which all words occur, the newest first. A word that ends in "*" is the beginning of one; words in double quotes
+        stand together. `before`, the last one found, gives the next page.
+        """
+        return self._portal.run(self._inner.search(text, peer=peer, since=since, until=until, before=before, limit=limit), self._timeout)
+
+    def gaps(self, peer: Peer) -> list[Gap]:
+        """Where messages are missing that the service does not have any more."""
+        return self._portal.run(self._inner.gaps(peer), self._timeout)
+
+    def export(self, path: str | os.PathLike[str], peer: Peer | None=None) -> int:
+        """Writes all messages, or those of one conversation, to a file: a JSON object a line. Returns how many."""
+        return self._portal.run(self._inner.export(path, peer), self._timeout)
+
+    def send(
+        self,
+        peer: Peer,
+        text: str | None=None,
+        *,
+        image: File | None=None,
+        audio: File | None=None,
+        video: File | None=None,
+        name: str | None=None,
+        payload: Mapping[str, Any] | None=None,
+        progress: Progress | None=None,
+    ) -> StoredMessage:
+        """Queues a message, as `Client.send` takes one, and returns it as it was written: from then on it is not lost. How far it comes
+        is told by `observe`. `progress` hears the upload, as long as this program runs.
+        """
+        return self._portal.run(self._inner.send(peer, text, image=image, audio=audio, video=video, name=name, payload=payload, progress=progress), self._timeout)
+
+    def retry(self, message: StoredMessage | int) -> None:
+        """Sends a failed message again, at its old place; one that waits after a failure is tried at once."""
+        self._portal.run(self._inner.retry(message), self._timeout)
+
+    def cancel(self, message: StoredMessage | int) -> None:
+        """Takes back a message that is not confirmed. What the service has by then it keeps, and its echo brings it back."""
+        self._portal.run(self._inner.cancel(message), self._timeout)
+
+    def mark_read(self, peer: Peer, up_to: Position | StoredMessage | None=None) -> None:
+        """Counts the messages up to a position (None: all) as read."""
+        self._portal.run(self._inner.mark_read(peer, up_to), self._timeout)
+
+    def set_draft(self, peer: Peer, draft: str) -> None:
+        """Keeps what the user has begun to write; empty: nothing."""
+        self._portal.run(self._inner.set_draft(peer, draft), self._timeout)
+
+    def remove(self, peer: Peer) -> None:
+        """Removes a conversation with its messages, unsent ones too, from this device."""
+        self._portal.run(self._inner.remove(peer), self._timeout)
+
+    def set_retention(self, *, max_age: datetime.timedelta | None=None, max_count: int | None=None) -> int:
+        """Keeps messages no longer than `max_age` (in whole hours), and `max_count` of each conversation; None: no limit. Returns how many
+        were removed now. What is not confirmed is never removed.
+        """
+        return self._portal.run(self._inner.set_retention(max_age=max_age, max_count=max_count), self._timeout)
+
+    def observe(self, peer: Peer, *, limit: int=50) -> SyncObservation[StoredMessage]:
+        """How the newest messages of a conversation change, the oldest first."""
+        return SyncObservation(self._portal, self._portal.do(lambda: self._inner.observe(peer, limit=limit)))
+
+    def observe_conversations(self, *, limit: int=50) -> SyncObservation[Conversation]:
+        """How the list of conversations changes, the one with the newest message first."""
+        return SyncObservation(self._portal, self._portal.do(lambda: self._inner.observe_conversations(limit=limit)))

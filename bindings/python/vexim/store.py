@@ -1,0 +1,410 @@
+"""A client with a memory: conversations on this device, and an outbox."""
+
+from __future__ import annotations
+
+import asyncio
+import collections
+import datetime
+import math
+import os
+from collections.abc import AsyncIterator, Awaitable, Callable, Mapping
+from types import TracebackType
+from typing import TYPE_CHECKING, Any, Generic, TypeVar
+
+from ._compose import File, composed
+from ._link import Link, Progress, Record
+from .errors import StoreError, usage
+from .stored import (
+    Conversation,
+    Gap,
+    ListChange,
+    Peer,
+    Position,
+    StoreDamage,
+    StoredMessage,
+    conversation_from,
+    damage_from,
+    gap_from,
+    peer_record,
+    position_record,
+    stored_message_from,
+)
+
+if TYPE_CHECKING:
+    from .client import Client
+
+T = TypeVar("T")
+_MOST_PENDING = 100  # changes that nobody has taken; then they become one
+
+
+class Store:
+    """A user's messages on this device, in one SQLite file: made by `Client.open_store`.
+
+        async with client.open_store("messages/", user_id="alice") as store:
+            await store.send(Peer.friend("bob"), "hello")
+            async for change in store.observe(Peer.friend("bob")):
+                for message in change.items: ...
+
+    What comes while it is open is stored, and what was missed is read after each login. What is sent is written first, and goes out
+    when it can: now, after a reconnect, after the next login, or when the program runs the next time.
+
+    Operations fail with `vexim.StoreError`. What a completed call has written outlives the process's sudden end.
+    """
+
+    def __init__(self, client: Client, operation: str, arguments: Mapping[str, Any]) -> None:
+        self._client = client
+        self._operation = operation
+        self._arguments = arguments
+        self._sends = operation == "VXIMConversations.open"
+        self._record: Record | None = None
+        self._observations: dict[int, Observation[Any]] = {}
+
+    # Life
+
+    async def open(self) -> None:
+        """Opens the file, or makes it; `async with` does this. A damaged file is set aside, see `damage`."""
+        if self._record is not None:
+            raise usage("the store was opened before")
+        link = self._client._open_link()
+        if self._sends and self._client._stores.sends:
+            raise usage("the client has a store already: close it first")
+        self._client._stores.add(self)
+        try:
+            self._record = await link.call(self._operation, self._arguments)
+            await link.call("VXIMMessageStore.observeDamage", {"store": self._number})
+        except BaseException as error:
+            self._end()
+            if self._record is not None:
+                link.tell("VXIMMessageStore.close", store=self._number)
+            elif self._sends and isinstance(error, asyncio.CancelledError):  # it would open later
+                link.tell("VXIMMessageStore.close")
+            self._record = None
+            raise
+
+    async def close(self) -> None:
+        """Does what was asked for before, then closes the file. What waits to be sent waits for the next time. Closing again does
+        nothing."""
+        record, self._record = self._record, None
+        self._end()
+        link = self._client._link
+        if record is not None and link is not None and link.is_open:
+            await link.call("VXIMMessageStore.close", {"store": record["store"]})
+
+    async def __aenter__(self) -> Store:
+        await self.open()
+        return self
+
+    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+        await self.close()
+
+    def __repr__(self) -> str:
+        return f"<vexim.Store {self._record['path'] if self._record else 'not open'}>"
+
+    @property
+    def path(self) -> str:
+        """The file's path, also when a folder was named."""
+        return str(self._opened()["path"])
+
+    @property
+    def user_id(self) -> str:
+        """Whose messages these are."""
+        return str(self._opened()["userId"])
+
+    @property
+    def damage(self) -> StoreDamage | None:
+        """What was set aside when the store was opened; None normally. Later damage is told by `StoreDamaged` of `Client.events`."""
+        record = self._opened().get("damage")
+        return damage_from(record) if record is not None else None
+
+    # Reading
+
+    async def conversations(self) -> list[Conversation]:
+        """All conversations, the one with the newest message first."""
+        return [conversation_from(record) for record in await self._call("conversations")]
+
+    async def conversation(self, peer: Peer) -> Conversation | None:
+        """One conversation; None when there is none."""
+        record = await self._call("conversation", id=peer_record(peer))
+        return conversation_from(record) if record is not None else None
+
+    async def messages_before(self, peer: Peer, position: Position | StoredMessage | None = None, *,
+                              limit: int = 50) -> list[StoredMessage]:
+        """The messages right before a position (None: the newest), the oldest first."""
+        return await self._messages("messagesBefore", id=peer_record(peer), position=position_record(position), limit=limit)
+
+    async def messages_after(self, peer: Peer, position: Position | StoredMessage | None = None, *,
+                             limit: int = 50) -> list[StoredMessage]:
+        """The messages right behind a position (None: the oldest), the oldest first."""
+        return await self._messages("messagesAfter", id=peer_record(peer), position=position_record(position), limit=limit)
+
+    async def message(self, local_id: int) -> StoredMessage | None:
+        """One message; None when there is none."""
+        record = await self._call("message", localId=local_id)
+        return stored_message_from(record) if record is not None else None
+
+    async def search(self, text: str, *, peer: Peer | None = None, since: datetime.datetime | None = None,
+                     until: datetime.datetime | None = None, before: Position | StoredMessage | None = None,
+                     limit: int = 50) -> list[StoredMessage]:
+        """Texts in which all words occur, the newest first. A word that ends in "*" is the beginning of one; words in double quotes
+        stand together. `before`, the last one found, gives the next page."""
+        return await self._messages("search", text=text, conversation=peer_record(peer) if peer else None, sinceMillis=_millis(since),
+                                    untilMillis=_millis(until), before=position_record(before), limit=limit)
+
+    async def gaps(self, peer: Peer) -> list[Gap]:
+        """Where messages are missing that the service does not have any more."""
+        return [gap_from(record) for record in await self._call("gaps", id=peer_record(peer))]
+
+    async def export(self, path: str | os.PathLike[str], peer: Peer | None = None) -> int:
+        """Writes all messages, or those of one conversation, to a file: a JSON object a line. Returns how many."""
+        return int(await self._call("exportJSONLines", path=os.path.abspath(os.fspath(path)),
+                                    conversation=peer_record(peer) if peer else None))
+
+    # Writing
+
+    async def send(
+        self,
+        peer: Peer,
+        text: str | None = None,
+        *,
+        image: File | None = None,
+        audio: File | None = None,
+        video: File | None = None,
+        name: str | None = None,
+        payload: Mapping[str, Any] | None = None,
+        progress: Progress | None = None,
+    ) -> StoredMessage:
+        """Queues a message, as `Client.send` takes one, and returns it as it was written: from then on it is not lost. How far it comes
+        is told by `observe`. `progress` hears the upload, as long as this program runs."""
+        self._needs_outbox()
+        message = await composed(text, image, audio, video, name, payload)
+        arguments = {"conversation": peer_record(peer), "message": message, "progress": True if progress is not None else None}
+
+        def queued(record: Any) -> None:
+            if progress is not None:
+                self._client._stores.uploads[record["localId"]] = progress
+
+        return stored_message_from(await self._link().call("VXIMConversations.send", arguments, on_answer=queued))
+
+    async def retry(self, message: StoredMessage | int) -> None:
+        """Sends a failed message again, at its old place; one that waits after a failure is tried at once."""
+        self._needs_outbox()
+        await self._link().call("VXIMConversations.retry", {"localId": _local_id(message)})
+
+    async def cancel(self, message: StoredMessage | int) -> None:
+        """Takes back a message that is not confirmed. What the service has by then it keeps, and its echo brings it back."""
+        self._needs_outbox()
+        await self._link().call("VXIMConversations.cancel", {"localId": _local_id(message)})
+
+    async def mark_read(self, peer: Peer, up_to: Position | StoredMessage | None = None) -> None:
+        """Counts the messages up to a position (None: all) as read."""
+        await self._call("markRead", id=peer_record(peer), upTo=position_record(up_to))
+
+    async def set_draft(self, peer: Peer, draft: str) -> None:
+        """Keeps what the user has begun to write; empty: nothing."""
+        await self._call("setDraft", id=peer_record(peer), draft=draft)
+
+    async def remove(self, peer: Peer) -> None:
+        """Removes a conversation with its messages, unsent ones too, from this device."""
+        await self._call("removeConversation", id=peer_record(peer))
+
+    async def set_retention(self, *, max_age: datetime.timedelta | None = None, max_count: int | None = None) -> int:
+        """Keeps messages no longer than `max_age` (in whole hours), and `max_count` of each conversation; None: no limit. Returns how many
+        were removed now. What is not confirmed is never removed."""
+        return int(await self._call("setRetention", maximumAge=hours(max_age), maximumCount=max_count))
+
+    # Observing
+
+    def observe(self, peer: Peer, *, limit: int = 50) -> Observation[StoredMessage]:
+        """How the newest messages of a conversation change, the oldest first."""
+        return Observation(self, "observeMessages", {"id": peer_record(peer), "limit": limit}, "message", stored_message_from)
+
+    def observe_conversations(self, *, limit: int = 50) -> Observation[Conversation]:
+        """How the list of conversations changes, the one with the newest message first."""
+        return Observation(self, "observeConversations", {"limit": limit}, "conversation", conversation_from)
+
+    # Inside
+
+    def _opened(self) -> Record:
+        if self._record is None:
+            raise StoreError.not_open()
+        return self._record
+
+    @property
+    def _number(self) -> int:
+        return int(self._opened()["store"])
+
+    def _link(self) -> Link:
+        self._opened()
+        return self._client._open_link()
+
+    def _needs_outbox(self) -> None:
+        if not self._sends:
+            raise usage("the store was opened to read only")
+
+    def _call(self, operation: str, **arguments: Any) -> Awaitable[Any]:
+        return self._link().call(f"VXIMMessageStore.{operation}", {"store": self._number, **arguments})
+
+    async def _messages(self, operation: str, **arguments: Any) -> list[StoredMessage]:
+        return [stored_message_from(record) for record in await self._call(operation, **arguments)]
+
+    def _end(self) -> None:
+        observations, self._observations = self._observations, {}
+        for observation in observations.values():
+            observation._end()
+        self._client._stores.remove(self)
+
+
+class Observation(AsyncIterator[ListChange[T]], Generic[T]):
+    """An asynchronous iterator over the changes of a list, made by `Store.observe` and `Store.observe_conversations`.
+
+    The first change has the whole list as it is. A reader that is slow loses nothing: changes that wait for it become one. It ends
+    when the store is closed. One task at a time reads it.
+    """
+
+    def __init__(self, store: Store, operation: str, arguments: Mapping[str, Any], item: str, read: Callable[[Any], T]) -> None:
+        self._store = store
+        self._operation = operation
+        self._arguments = arguments
+        self._item = item
+        self._read = read
+        self._number: int | None = None
+        self._items: list[T] = []
+        self._taken: tuple[T, ...] = ()  # the list as the reader has it
+        self._pending: collections.deque[ListChange[T]] = collections.deque()
+        self._waiter: asyncio.Future[None] | None = None
+        self._closed = False
+
+    def __aiter__(self) -> Observation[T]:
+        return self
+
+    async def __anext__(self) -> ListChange[T]:
+        if self._number is None and not self._closed:
+            await self._begin()
+        while not self._pending:
+            if self._closed:
+                raise StopAsyncIteration
+            if self._waiter is not None:
+                raise RuntimeError("another task is reading this observation")
+            self._waiter = asyncio.get_running_loop().create_future()
+            try:
+                await self._waiter
+            finally:
+                self._waiter = None
+        change = self._pending.popleft()
+        self._taken = tuple(change.items)
+        return change
+
+    async def set_limit(self, limit: int) -> None:
+        """Makes the list longer or shorter, as when the user scrolls to its end."""
+        self._arguments = {**self._arguments, "limit": limit}
+        if self._number is not None and not self._closed:
+            await self._store._link().call("VXIMStoreObservation.setLimit", {"observation": self._number, "limit": limit})
+
+    async def aclose(self) -> None:
+        """Ends the observation."""
+        self._release()
+
+    async def __aenter__(self) -> Observation[T]:
+        return self
+
+    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+        self._release()
+
+    async def _begin(self) -> None:
+        def began(number: Any) -> None:
+            self._number = int(number)
+            self._store._observations[self._number] = self
+
+        arguments = {"store": self._store._number, **self._arguments}
+        await self._store._link().call(f"VXIMMessageStore.{self._operation}", arguments, on_answer=began)
+
+    def _release(self) -> None:
+        if self._number is not None and self._store._observations.pop(self._number, None) is not None:
+            link = self._store._client._link
+            if link is not None:
+                link.tell("VXIMStoreObservation.release", observation=self._number)
+        self._end()
+
+    def _end(self) -> None:
+        self._closed = True
+        self._pending.clear()
+        self._wake()
+
+    def _wake(self) -> None:
+        if self._waiter is not None and not self._waiter.done():
+            self._waiter.set_result(None)
+
+    def _push(self, record: Record) -> None:
+        if self._closed:
+            return
+        before = len(self._items)
+        removed = list(range(before)) if record["whole"] else list(record["removed"])
+        for position in reversed(removed):
+            del self._items[position]
+        for each in record["inserted"]:
+            self._items.insert(each["position"], self._read(each[self._item]))
+        for each in record["changed"]:
+            self._items[each["position"]] = self._read(each[self._item])
+        items = tuple(self._items)
+        if len(self._pending) >= _MOST_PENDING:
+            self._pending.clear()
+            self._pending.append(ListChange(items, tuple(range(len(self._taken))), tuple(range(len(items))), ()))
+        else:
+            inserted, changed = (tuple(each["position"] for each in record[name]) for name in ("inserted", "changed"))
+            self._pending.append(ListChange(items, tuple(removed), inserted, changed))
+        self._wake()
+
+
+class Stores:
+    """The open stores of a client, and what their events go to."""
+
+    def __init__(self) -> None:
+        self.uploads: dict[int, Progress] = {}  # by local id, of the one that sends
+        self._open: list[Store] = []
+
+    @property
+    def sends(self) -> bool:
+        """Whether one is there, or being opened, that sends."""
+        return any(store._sends for store in self._open)
+
+    def add(self, store: Store) -> None:
+        self._open.append(store)
+
+    def remove(self, store: Store) -> None:
+        self._open = [each for each in self._open if each is not store]
+        if store._sends:
+            self.uploads.clear()
+
+    def end(self) -> None:
+        for store in list(self._open):
+            store._end()
+
+    def take(self, name: str, record: Record) -> bool:
+        """Whether it was an event that goes to one place only."""
+        if name in ("observedMessagesDidChange", "observedConversationsDidChange"):
+            for store in self._open:
+                observation = store._observations.get(record["observation"])
+                if observation is not None:
+                    observation._push(record)
+            return True
+        if name == "conversationsProgress":
+            progress = self.uploads.get(record["localId"])
+            if progress is not None:
+                progress(record["percent"])
+                if record["percent"] == 100:
+                    self.uploads.pop(record["localId"], None)
+            return True
+        return False
+
+
+def hours(time: datetime.timedelta | None) -> int | None:
+    """In whole ones."""
+    return None if time is None else math.ceil(time / datetime.timedelta(hours=1))
+
+
+def _millis(time: datetime.datetime | None) -> int | None:
+    return None if time is None else math.floor(time.timestamp() * 1000)
+
+
+def _local_id(message: StoredMessage | int) -> int:
+    return message if isinstance(message, int) else message.local_id
