@@ -58,8 +58,10 @@ class SessionTest(LiveCase):
 
     async def test_another_login_ends_the_first(self):
         async with self.client() as client, asyncio.timeout(LONG):
+            await self.control("faults", {"path": "/socket.io", "delayMs": 100_000})
             first = asyncio.ensure_future(client.login(user_id="alice"))
-            await asyncio.sleep(0)
+            while await asyncio.to_thread(self.service.control, "faults"):  # the first has met it
+                await asyncio.sleep(0.01)
             await client.login(user_id="bob")
             with self.assertRaises(vexim.AbandonedError):
                 await first
