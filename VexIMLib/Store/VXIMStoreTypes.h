@@ -96,8 +96,7 @@ struct VXIMStoredGap {
 /// What to search for.
 struct VXIMMessageSearch {
     /// Words that must all occur, in any order. A word that ends in "*" is the beginning of one; words in double quotes must
-    /// stand together. The beginning of very many words takes long in a large store (seconds: give three letters or more). Letter
-    /// case and accents make no difference. Without any letter or digit nothing is found.
+    /// stand together. Letter case and accents make no difference. Without any letter or digit nothing is found.
     std::string text = {};
     std::optional<VXIMConversationId> conversation = {};  ///< nullopt: in all of them
     std::optional<std::int64_t> sinceMillis = {};         ///< from this time on

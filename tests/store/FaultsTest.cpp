@@ -263,20 +263,28 @@ TEST_F(StoreFaults, SetsADamagedFileAsideWithAllThatCanBeReadInTheNewOne) {
     }
 }
 
-TEST_F(StoreFaults, BringsAFileOfTheFirstVersionToThePresentOne) {
-    Other(path()).execute(contentOf(VEXIM_TEST_FILES "/version1.sql"));
-    open();
-    EXPECT_EQ(texts(after({}, 9)), "hello unsent");
-    EXPECT_EQ(texts(search({.text = "hel*"})), "hello");
-    EXPECT_EQ(texts(*wait(call(&Operations::waiting, shared()))), "unsent");
-    EXPECT_EQ(conversations().front().draft, "a draft");
-    EXPECT_EQ(conversations().front().unreadCount, 1);
-    EXPECT_EQ(wait(call(&Operations::ground, shared(), bob))->gaps, (std::vector<VXIMStoredGap>{{1000, 2000}}));
-    change(after({}, 9).back().localId, {.state = VXIMStoredMessageSending, .attempts = 3});
-    receive("new", kNoon + 5000);
-    open();
-    EXPECT_EQ(after({}, 9).at(1).attempts, 3);
-    EXPECT_FALSE(store->damage());
+TEST_F(StoreFaults, BringsAFileOfEveryEarlierVersionToThePresentOne) {
+    for (const char* const version : {"/version1.sql", "/version2.sql"}) {
+        SCOPED_TRACE(version);
+        Other(path()).execute(contentOf(std::string(VEXIM_TEST_FILES) + version));
+        EXPECT_EQ(codeOfOpening({.path = path(), .readOnly = true}), VXIMStoreErrorReadOnly);
+        open();
+        EXPECT_EQ(texts(after({}, 9)), "hello unsent");
+        for (const char* const word : {"h*", "hell*", "hello"}) EXPECT_EQ(texts(search({.text = word})), "hello") << word;
+        EXPECT_EQ(texts(*wait(call(&Operations::waiting, shared()))), "unsent");
+        EXPECT_EQ(conversations().front().draft, "a draft");
+        EXPECT_EQ(conversations().front().unreadCount, 1);
+        EXPECT_EQ(wait(call(&Operations::ground, shared(), bob))->gaps, (std::vector<VXIMStoredGap>{{1000, 2000}}));
+        change(after({}, 9).back().localId, {.state = VXIMStoredMessageSending, .attempts = 3});
+        receive("new", kNoon + 5000);
+        open();
+        EXPECT_EQ(after({}, 9).at(1).attempts, 3);
+        EXPECT_FALSE(store->damage());
+        wait(call(&VXIMMessageStore::removeConversation, store, bob));
+        EXPECT_TRUE(search({.text = "hel*"}).empty()) << "the words went with the messages";
+        shut();
+        std::filesystem::remove(path());
+    }
 }
 
 TEST_F(StoreFaults, HasAfterAKillAllThatItToldAsDone) {

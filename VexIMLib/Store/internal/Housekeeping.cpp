@@ -38,9 +38,7 @@ std::int64_t removeRows(Tables& tables, Statement& rows, std::int64_t most) {
 
 std::int64_t removeOld(Tables& tables, std::int64_t hours, std::int64_t most) {
     const std::int64_t before = wallMillis() - hours * kMillisOfHour;
-    Statement rows = tables.database.prepare(
-        "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message "
-        "WHERE id < ?1 AND sent_at < ?2 AND NOT (direction = 1 AND state <> 3) ORDER BY id");
+    Statement rows = tables.select("WHERE id < ?1 AND sent_at < ?2 AND NOT (direction = 1 AND state <> 3) ORDER BY id");
     rows.bind(1, (hourOf(before) + tables.drift() + 1) << kHourBits).bind(2, before);
     return removeRows(tables, rows, most);
 }
@@ -51,8 +49,7 @@ std::int64_t removeMany(Tables& tables, const Tables::Conversation& conversation
     if (!oldest.bind(1, conversation.row).bind(2, std::max<std::int64_t>(count, 0)).step()) return 0;
     const VXIMStorePosition last{oldest.integer(0), oldest.integer(1)};
     oldest.reset();
-    Statement rows = tables.database.prepare(
-        "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message "
+    Statement rows = tables.select(
         "WHERE conversation = ?1 AND (sent_at, id) <= (?2, ?3) AND NOT (direction = 1 AND state <> 3) ORDER BY sent_at, id");
     rows.bind(1, conversation.row).bind(2, last.sentAtMillis).bind(3, last.localId);
     return removeRows(tables, rows, most);
@@ -89,9 +86,7 @@ void removeConversation(Tables& tables, const VXIMConversationId& id) {
     if (!found) return;
     const Tables::Conversation conversation = *found;
     for (std::int64_t removed = 1; removed > 0;) {
-        Statement rows = tables.database.prepare(
-            "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message "
-            "WHERE conversation = ?1 ORDER BY sent_at");
+        Statement rows = tables.select("WHERE conversation = ?1 ORDER BY sent_at");
         rows.bind(1, conversation.row);
         std::vector<Tables::Row> some;  // not all at once: there may be many
         while (some.size() < 1000 && rows.step()) some.push_back(readRow(rows));

@@ -28,27 +28,22 @@ public:
     std::optional<Tables::Row> find() const {
         std::optional<Tables::Row> found;
         if (serviceId_) {
-            Statement rows = tables_.database.prepare(
-                "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message WHERE service_id = ?1");
+            Statement rows = tables_.select("WHERE service_id = ?1");
             rows.bind(1, keyNumber(*serviceId_));
             found = first(rows, [&](const Dictionary& payload) { return textOf(payload, kServiceIdField) == serviceId_; });
         }
         if (!found && key_) {
-            Statement rows = tables_.database.prepare(
-                "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message WHERE key = ?1");
+            Statement rows = tables_.select("WHERE key = ?1");
             rows.bind(1, keyNumber(*key_));
             found = first(rows, [&](const Dictionary& payload) { return textOf(payload, kKeyField) == key_; });
         }
-        if (!found) {
-            Statement rows = tables_.database.prepare(
-                "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message "
-                "WHERE conversation = ?1 AND sent_at = ?2 ORDER BY id");
+        if (!found && sentAt_ <= conversation_.last.sentAtMillis) {
+            Statement rows = tables_.select("WHERE conversation = ?1 AND sent_at = ?2 ORDER BY id");
             rows.bind(1, conversation_.row).bind(2, sentAt_);
             found = first(rows, [&](const Dictionary& payload) { return hasSameContent(payload); });
         }
         if (!found && !key_ && arrival_.mayBeEcho && arrival_.direction == VXIMStoredMessageOutgoing) {
-            Statement rows = tables_.database.prepare(
-                "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message "
+            Statement rows = tables_.select(
                 "WHERE conversation = ?1 AND direction = 1 AND state <> 3 AND state IN (1, 2) AND sent_at <= ?2 "
                 "ORDER BY sent_at, id");
             rows.bind(1, conversation_.row).bind(2, sentAt_ + kEchoToleranceMillis);

@@ -1,14 +1,11 @@
 #include "VexIMLib/Store/internal/Messages.h"
 
 #include <algorithm>
-#include <charconv>
 #include <utility>
 
-#include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/Store/VXIMStoreErrors.h"
+#include "VexIMLib/Store/internal/Index.h"
 #include "VexIMLib/Store/internal/Schema.h"
-#include "VexIMLib/Store/internal/Words.h"
-#include "VexIMLib/VXIMErrors.h"
 
 // A message's id begins with the hour of its time, so that the full-text index, which knows nothing but ids, gives its hits in the
 // order of time, nearly: what a time later set to another hour, or a full hour, makes of it is "drift" (in hours, in meta).
@@ -24,59 +21,6 @@ std::int64_t hourOf(std::int64_t millis) {
     return std::clamp<std::int64_t>(millis / kMillisOfHour, 0, (std::int64_t{1} << 40) - 1);
 }
 
-std::optional<std::int64_t> timeOf(const Dictionary& payload) {
-    const Value& time = payload.get("ts");
-    const std::int64_t millis = time.longLongValue();
-    if (time.isNilOrNull() || millis <= 0) return std::nullopt;
-    return millis;
-}
-
-std::optional<std::string> textOf(const Dictionary& payload, const char* field) {
-    const Value& value = payload.get(field);
-    if (value.kind() == Value::Kind::Integer) return std::to_string(value.integer());
-    auto text = value.asString();
-    if (!text || text->empty()) return std::nullopt;
-    return text;
-}
-
-std::int64_t keyNumber(std::string_view key) {
-    constexpr std::size_t kDigits = 15;  // 60 bits
-    std::int64_t number = 0;
-    if (key.size() >= kDigits) {
-        const auto read = std::from_chars(key.data(), key.data() + kDigits, number, 16);
-        if (read.ec == std::errc() && read.ptr == key.data() + kDigits) return number;
-    }
-    std::uint64_t hash = 0xcbf29ce484222325U;  // FNV-1a
-    for (const char each : key) hash = (hash ^ static_cast<unsigned char>(each)) * 0x100000001b3U;
-    return static_cast<std::int64_t>(hash);
-}
-
-std::string toJSON(const Dictionary& payload) {
-    JSONText json = writeJSON(payload);
-    if (json.error) fail(VXIMStoreErrorUnusable, "The message's payload cannot be written as JSON.", json.error);
-    return std::move(json.text);
-}
-
-Dictionary fromJSON(std::string_view json) {
-    const JSONResult read = parseJSON(json);
-    if (!read.value.isDictionary()) fail(VXIMStoreErrorDamaged, "A stored message is not readable.", read.error);
-    return *read.value.asDictionary();
-}
-
-const Value& writerOf(const Dictionary& payload) {
-    const Value& from = payload.get("from").get("id");
-    return from.isNilOrNull() ? payload.get("speaker") : from;
-}
-
-std::string errorToJSON(const ErrorPtr& error) {
-    if (!error) return {};
-    Dictionary info{{kLocalizedDescriptionKey, error->localizedDescription()}};
-    if (isTemporary(error)) info.set(kTemporaryKey, true);
-    const JSONText json = writeJSON(Dictionary{{"domain", error->domain()}, {"code", error->code()}, {"info", info}});
-    // What a service says may be no proper text; domain and code always are.
-    return json.error ? writeJSON(Dictionary{{"domain", error->domain()}, {"code", error->code()}}).text : json.text;
-}
-
 Tables::Row readRow(const Statement& statement) {
     return {.id = statement.integer(0),
             .conversation = statement.integer(1),
@@ -88,9 +32,14 @@ Tables::Row readRow(const Statement& statement) {
             .attempts = statement.integer(7)};
 }
 
+Statement Tables::select(std::string_view rest) {
+    std::string sql = "SELECT ";
+    sql.append(kFirstRowColumns).append(", attempts FROM message ").append(rest);
+    return database.prepare(sql);
+}
+
 std::optional<Tables::Row> Tables::row(std::int64_t id) {
-    Statement found =
-        database.prepare("SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message WHERE id = ?1");
+    Statement found = select("WHERE id = ?1");
     if (!found.bind(1, id).step()) return std::nullopt;
     return readRow(found);
 }
@@ -158,24 +107,6 @@ void Tables::noteDrift(std::int64_t idHour, std::int64_t sentAt) {
     setMeta(database, "drift", std::to_string(hours));
 }
 
-void Tables::indexWords(std::int64_t id, std::int64_t conversation, const Dictionary& payload, bool add) {
-    const Value& content = payload.get("content");
-    if (content.get("media").longLongValue() != VXIMMessageMediaTypeText) return;
-    const Value& body = content.get("body");
-    const auto text = body.asStringView();
-    if (!text || text->empty()) return;
-    const std::string words = separateIdeographs(*text);
-    const std::string place = placeWord(conversation);
-    // The index holds no text: to remove a message from it, it must be told the same words again.
-    database
-        .prepare(add ? "INSERT INTO words(rowid, body, place) VALUES(?1, ?2, ?3)"
-                     : "INSERT INTO words(words, rowid, body, place) VALUES('delete', ?1, ?2, ?3)")
-        .bind(1, id)
-        .bind(2, words)
-        .bind(3, place)
-        .run();
-}
-
 std::int64_t Tables::insert(Conversation& conversation, std::int64_t sentAt, VXIMStoredMessageDirection direction,
                             VXIMStoredMessageState state, const Dictionary& payload, const std::string& json) {
     const std::int64_t id = freshId(sentAt);
@@ -210,7 +141,7 @@ void Tables::write(std::int64_t id, std::int64_t conversation, std::int64_t sent
         .bind(7, number(kKeyField))
         .bind(8, number(kServiceIdField))
         .run();
-    indexWords(id, conversation, payload, true);
+    addWords(database, id, conversation, payload);
 }
 
 void Tables::update(const Row& row, const std::optional<Dictionary>& payload) {
@@ -221,13 +152,15 @@ void Tables::update(const Row& row, const std::optional<Dictionary>& payload) {
     noteDrift(row.id >> kHourBits, row.sentAt);
     touched.messages.insert(row.id);
     touched.conversations.insert(row.conversation);
+    Conversation& conversation = ofRow(row.conversation);
+    conversation.last = std::max(conversation.last, VXIMStorePosition{row.sentAt, row.id});  // never too small, see `Finder`
     if (!payload) return;
     const std::string json = toJSON(*payload);
     if (json == row.payload) return;
     const Dictionary former = fromJSON(row.payload);
     if (former.get("content") != payload->get("content")) {
-        indexWords(row.id, row.conversation, former, false);
-        indexWords(row.id, row.conversation, *payload, true);
+        removeWords(database, row.id, row.conversation, former);
+        addWords(database, row.id, row.conversation, *payload);
     }
     const auto key = textOf(*payload, kKeyField);
     const auto serviceId = textOf(*payload, kServiceIdField);
@@ -240,7 +173,7 @@ void Tables::update(const Row& row, const std::optional<Dictionary>& payload) {
 }
 
 void Tables::remove(const Row& row) {
-    indexWords(row.id, row.conversation, fromJSON(row.payload), false);
+    removeWords(database, row.id, row.conversation, fromJSON(row.payload));
     if (row.direction == VXIMStoredMessageOutgoing) releaseFiles(row.id);
     database.prepare("DELETE FROM message WHERE id = ?1").bind(1, row.id).run();
     touched.conversations.insert(row.conversation);

@@ -5,11 +5,13 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "VexIMLib/Store/VXIMStoreTypes.h"
 #include "VexIMLib/Store/internal/Database.h"
 #include "VexIMLib/Store/internal/Operations.h"
+#include "VexIMLib/Store/internal/Payloads.h"
 
 namespace vexim::store {
 
@@ -64,6 +66,8 @@ public:
         std::string error;  // as JSON; empty: none
         std::int64_t attempts = 0;
     };
+    /// The messages that `rest`, which stands behind "FROM message", names; for `readRow`.
+    Statement select(std::string_view rest);
     std::optional<Row> row(std::int64_t id);
     VXIMStoredMessage message(const Row& row);
     std::optional<VXIMStoredMessage> message(std::int64_t id);
@@ -89,7 +93,6 @@ private:
     Conversation& remember(Conversation conversation);
     std::int64_t freshId(std::int64_t sentAt);
     void noteDrift(std::int64_t idHour, std::int64_t sentAt);
-    void indexWords(std::int64_t id, std::int64_t conversation, const Dictionary& payload, bool add);
 
     std::map<VXIMConversationId, Conversation> known_;
     std::map<std::int64_t, VXIMConversationId> byRow_;
@@ -103,20 +106,8 @@ inline constexpr int kHourBits = 20;
 inline constexpr std::int64_t kMillisOfHour = 3'600'000;
 std::int64_t hourOf(std::int64_t millis);
 
-/// The time in a payload, in milliseconds; nullopt when it has none.
-std::optional<std::int64_t> timeOf(const Dictionary& payload);
-/// Who wrote it: the id in "from", or "speaker".
-const Value& writerOf(const Dictionary& payload);
-/// The key or service id in it; nullopt when it has none.
-std::optional<std::string> textOf(const Dictionary& payload, const char* field);
-/// A number that stands for a key in the index: keys that begin with rising digits give rising numbers.
-std::int64_t keyNumber(std::string_view key);
-/// As JSON; fails with Unusable.
-std::string toJSON(const Dictionary& payload);
-Dictionary fromJSON(std::string_view json);
-std::string errorToJSON(const ErrorPtr& error);
-
-/// From the columns id, conversation, sent_at, direction, state, payload, error, attempts.
+// What `readRow` reads, in this order, and behind it "attempts", which a file of the first version does not have.
+inline constexpr std::string_view kFirstRowColumns = "id, conversation, sent_at, direction, state, payload, error";
 Tables::Row readRow(const Statement& statement);
 
 }  // namespace vexim::store

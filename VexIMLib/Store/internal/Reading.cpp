@@ -15,11 +15,11 @@ namespace {
 constexpr VXIMStorePosition kBeforeAll{std::numeric_limits<std::int64_t>::min(), 0};
 constexpr VXIMStorePosition kBehindAll{std::numeric_limits<std::int64_t>::max(), std::numeric_limits<std::int64_t>::max()};
 
-std::vector<VXIMStoredMessage> page(Tables& tables, const char* sql, const VXIMConversationId& id,
+std::vector<VXIMStoredMessage> page(Tables& tables, const char* which, const VXIMConversationId& id,
                                     const VXIMStorePosition& position, std::int32_t limit) {
     const Tables::Conversation* const conversation = tables.find(id);
     if (!conversation || limit <= 0) return {};
-    Statement rows = tables.database.prepare(sql);
+    Statement rows = tables.select(which);
     rows.bind(1, conversation->row).bind(2, position.sentAtMillis).bind(3, position.localId).bind(4, std::int64_t{limit});
     std::vector<VXIMStoredMessage> messages;
     while (rows.step()) messages.push_back(tables.message(readRow(rows)));
@@ -51,20 +51,16 @@ const char* nameOf(VXIMStoredMessageState state) {
 
 std::vector<VXIMStoredMessage> messagesBefore(Tables& tables, const VXIMConversationId& id,
                                               const std::optional<VXIMStorePosition>& position, std::int32_t limit) {
-    auto messages = page(tables,
-                         "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message "
-                         "WHERE conversation = ?1 AND (sent_at, id) < (?2, ?3) ORDER BY sent_at DESC, id DESC LIMIT ?4",
-                         id, position.value_or(kBehindAll), limit);
+    auto messages = page(tables, "WHERE conversation = ?1 AND (sent_at, id) < (?2, ?3) ORDER BY sent_at DESC, id DESC LIMIT ?4", id,
+                         position.value_or(kBehindAll), limit);
     std::ranges::reverse(messages);
     return messages;
 }
 
 std::vector<VXIMStoredMessage> messagesAfter(Tables& tables, const VXIMConversationId& id,
                                              const std::optional<VXIMStorePosition>& position, std::int32_t limit) {
-    return page(tables,
-                "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message "
-                "WHERE conversation = ?1 AND (sent_at, id) > (?2, ?3) ORDER BY sent_at, id LIMIT ?4",
-                id, position.value_or(kBeforeAll), limit);
+    return page(tables, "WHERE conversation = ?1 AND (sent_at, id) > (?2, ?3) ORDER BY sent_at, id LIMIT ?4", id,
+                position.value_or(kBeforeAll), limit);
 }
 
 std::vector<VXIMStoredMessage> search(Tables& tables, const VXIMMessageSearch& search) {
@@ -121,9 +117,7 @@ std::vector<VXIMStoredGap> gaps(Tables& tables, const VXIMConversationId& id) {
 }
 
 std::vector<VXIMStoredMessage> waiting(Tables& tables) {
-    Statement rows = tables.database.prepare(
-        "SELECT id, conversation, sent_at, direction, state, payload, error, attempts FROM message "
-        "WHERE direction = 1 AND state <> 3 ORDER BY conversation, sent_at, id");
+    Statement rows = tables.select("WHERE direction = 1 AND state <> 3 ORDER BY conversation, sent_at, id");
     std::vector<VXIMStoredMessage> answer;
     while (rows.step()) answer.push_back(tables.message(readRow(rows)));
     return answer;

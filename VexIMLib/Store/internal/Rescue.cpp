@@ -60,7 +60,7 @@ public:
                 .run();
         });
         // A file of the first version has no attempts.
-        eachRow(from_, "SELECT id, conversation, sent_at, direction, state, payload, error, 0 FROM message", "id",
+        eachRow(from_, "SELECT " + std::string(kFirstRowColumns) + ", 0 FROM message", "id",
                 [this](const Statement& row) { copyMessage(row); });
         eachRow(from_, "SELECT message, number, name FROM attachment", "message, number", [this](const Statement& row) {
             to_.database.prepare("INSERT OR IGNORE INTO attachment(message, number, name) VALUES(?1, ?2, ?3)")

@@ -8,7 +8,7 @@
 namespace vexim::store {
 
 /// The version of the file that this library writes ("user_version").
-inline constexpr std::int64_t kSchemaVersion = 2;
+inline constexpr std::int64_t kSchemaVersion = 3;
 
 /// Brings a file to the present version, a new one too, in one transaction. Failures: Newer, CannotOpen for another program's
 /// file, Damaged when it says that it is ours but is not whole.

@@ -1,5 +1,6 @@
 #include "VexIMLib/Store/internal/Words.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace vexim::store {
@@ -53,6 +54,9 @@ bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r') || c == '\0';
 }  // namespace
 
 std::string separateIdeographs(std::string_view text) {
+    // Of most texts nothing changes: the first ideograph is U+3040.
+    const auto isOrdinary = [](char c) { return c != '\0' && static_cast<unsigned char>(c) < 0xe3; };
+    if (std::ranges::all_of(text, isOrdinary)) return std::string(text);
     std::string answer;
     answer.reserve(text.size());
     while (!text.empty()) {
