@@ -4,6 +4,7 @@ import { once } from 'node:events';
 import { readFileSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { createServer as createTlsServer } from 'node:https';
+import { setTimeout } from 'node:timers/promises';
 import express from 'express';
 import { Attachments } from './attachments.js';
 import { control } from './control.js';
@@ -19,6 +20,8 @@ import { openStore } from './store.js';
 import { LoginThrottle } from './throttle.js';
 import { keyring, verifier } from './userkeys.js';
 import { views } from './views.js';
+
+const longestClose = 10_000; // beyond what requests may take
 
 const nobody = { users: [], groups: [], rooms: [] };
 
@@ -71,8 +74,7 @@ export async function startService(options) {
   });
   site.use(answerError(logger));
 
-  const close = async () => {
-    logger.info('ending');
+  const finish = async () => {
     const drained = gate.drain(options.drainSeconds);
     httpServer.close();
     await live.close(); // clients connect again, elsewhere or when we are back
@@ -81,6 +83,11 @@ export async function startService(options) {
     httpServer.closeAllConnections();
     attachments.close();
     await store.close();
+  };
+  const close = async () => {
+    logger.info('ending');
+    const late = setTimeout(options.drainSeconds * 1_000 + longestClose, 'late', { ref: false });
+    if ((await Promise.race([finish(), late])) === 'late') logger.warn('not all is done: the database does not answer'); // nothing of it was acknowledged
     metrics.stop();
     logger.info('ended');
   };
