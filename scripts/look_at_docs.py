@@ -19,11 +19,14 @@ SEARCHES = [
     ("connectTimeout", "docs/socketio.html#row-", "an option in a table"),
     ("upload", "docs/guide/attachments.html", "a subject of the guide"),
     ("proxy", "docs/socketio.html#proxies", "a section"),
-    ("jitter", "docs/guide/long-running.html", "a word that no name has"),
-    ("pinnedKeys", "docs/guide/trust.html#row-", "an option's own name"),
+    ("jitter", "docs/guide/long-running.html#reconnects", "a word that no name has"),
+    ("how do I reconnect", "docs/guide/long-running.html#reconnects", "a question"),
+    ("pinnedKeys", "reference/VexIMLib/VXIMClientConfiguration.html#", "a property's own name"),
     ("loginWithUserId", "reference/VexIMLib/VXIMClient.html#", "a function's own name"),
     ("reconn", "docs/", "the beginning of a word"),
-    ("group member", "docs/guide/", "two words"),
+    ("is it thread safe", "docs/guide/threads.html", "what a heading does not say"),
+    ("add friend", "docs/guide/resources.html", "two words"),
+    ("wrong password", "docs/guide/login.html", "a case among others"),
 ]
 
 

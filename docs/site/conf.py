@@ -1,5 +1,6 @@
 """The site that scripts/docs builds: our pages as Sphinx reads them with MyST, and the reference that Breathe makes of Doxygen's XML."""
 
+import itertools
 import json
 import pathlib
 import re
@@ -17,7 +18,7 @@ exclude_patterns = ["docs/site/*"]
 templates_path = [str(SITE / "templates")]
 primary_domain, highlight_language = "cpp", "text"
 myst_heading_anchors = 4
-breathe_show_enumvalue_initializer = True
+breathe_show_enumvalue_initializer, breathe_show_include = True, False
 breathe_projects, breathe_default_project = {"VexIMLib": str(BUILD / "xml")}, "VexIMLib"
 smartquotes = False
 suppress_warnings = [
@@ -99,6 +100,26 @@ def page_link(page):
     return addnodes.pending_xref("", nodes.inline(), refdomain="std", reftype="doc", reftarget=f"/docs/{page}", refwarn=True, refexplicit=False)
 
 
+def members_beside(app, doctree):
+    """The classes and members of a header stand in the list beside its page, each name once."""
+    seen = set()
+    for signature in doctree.findall(addnodes.desc_signature):
+        above = [each for each in ancestors(signature) if isinstance(each, addnodes.desc)]
+        parts = tuple(name_of(next(each.findall(addnodes.desc_signature))) for each in reversed(above))
+        if above and above[0]["objtype"] != "enumerator" and parts not in seen:
+            seen.add(parts)
+            signature["_toc_name"], signature["_toc_parts"] = parts[-1], parts
+
+
+def ancestors(node):
+    while (node := node.parent) is not None:
+        yield node
+
+
+def name_of(signature):
+    return "".join(part.astext() for part in signature.findall(addnodes.desc_name))
+
+
 def named_rows(app, doctree):
     """Rows of tables can be linked to, so that a search leads to the option and not only to its page."""
     for number, row in enumerate(doctree.findall(nodes.row)):
@@ -116,7 +137,7 @@ def searchable(app, error):
                 signature = next(node.findall(addnodes.desc_signature))
                 if not signature["ids"]:
                     continue
-                name, anchor = "".join(part.astext() for part in signature.findall(addnodes.desc_name)), signature["ids"][0]
+                name, anchor = name_of(signature), signature["ids"][0]
             elif isinstance(node, nodes.row):
                 if isinstance(node.parent, nodes.thead):
                     continue
@@ -133,13 +154,9 @@ def own_text(node):
     inside = (nodes.section, nodes.row, addnodes.desc, nodes.title, addnodes.desc_signature, nodes.comment, nodes.raw)
     children = node.children[1:] if isinstance(node, nodes.row) else node.children
     words = [text.astext() for child in children if not isinstance(child, inside)
-             for text in child.findall(nodes.Text) if not any(isinstance(above, inside) for above in parents(text, node))]
+             for text in child.findall(nodes.Text)
+             if not any(isinstance(above, inside) for above in itertools.takewhile(lambda above: above is not node, ancestors(text)))]
     return " ".join(" ".join(words).split())
-
-
-def parents(text, top):
-    while (text := text.parent) is not top:
-        yield text
 
 
 def mended_theme(app, error):
@@ -164,6 +181,7 @@ def setup(app):
     reference_pages(app)
     app.add_lexer("live", TextLexer)
     app.connect("source-read", navigation)
+    app.connect("doctree-read", members_beside, priority=400)  # before the list is made
     app.connect("doctree-read", named_rows)
     app.connect("doctree-read", linked_names)
     app.connect("build-finished", searchable)

@@ -16,28 +16,36 @@ function find(words) {
         this.ref("id");
         window.pages.forEach(([name, title, url, text, kind], id) => {
             // The guide tells more than a name that is the same word, and both more than figures.
-            const boost = /guide|socketio|index/.test(url) ? 1.5 : /^(reference|service)|c-interface|chat/.test(url) ? 0.5 : 0.3;
+            const boost = (kind === "section" ? 2 : 1) *
+                (/^(reference|service)|c-interface|python/.test(url) ? 0.5 : /guide|socketio|index/.test(url) ? 1.5 : 0.3);
             this.add({ id, name, parts: `${separate(name)} ${kind === "section" ? title : ""}`, text: `${text} ${separate(text)}` }, { boost });
         });
     });
-    const terms = separate(words).toLowerCase().split(/\s+/).filter(Boolean);
-    const whole = lunr.tokenizer(words.trim().toLowerCase());
+    const terms = wordsOf(words), typed = words.trim().toLowerCase();
+    const score = (entry) => 100 * terms.filter((term) => has(entry, term)).length + 50 * has(entry, typed) + 1000 * isNamed(entry, words);
     return engine.query((query) => {
-        for (const term of new Set([...terms, ...whole.map(String)])) {
+        for (const term of new Set([...terms, ...typed.split(/\s+/).filter(isTelling)])) {
             query.term(term, { boost: 10 });
             query.term(term, { boost: 4, usePipeline: false, wildcard: lunr.Query.wildcard.TRAILING });
         }
-    }).map(({ ref, score }) => ({ entry: window.pages[ref], score }))
-        .map(({ entry, score }) => ({ entry, score: score + 100 * terms.filter((term) => has(entry, term)).length + (isNamed(entry, words) ? 1000 : 0) }))
+    }).map((found) => ({ entry: window.pages[found.ref], score: found.score + score(window.pages[found.ref]) }))
         .sort((a, b) => b.score - a.score).map(({ entry }) => entry);
 }
 
+// Without those that stand everywhere, unless there are no others.
+function wordsOf(text) {
+    const all = separate(text).toLowerCase().split(/\s+/).filter(Boolean);
+    const telling = all.filter(isTelling);
+    return telling.length ? telling : all;
+}
+
+const isTelling = (word) => lunr.stopWordFilter(new lunr.Token(word, {})) !== undefined;
 const has = ([name, title, , text], term) => `${name} ${title} ${text}`.toLowerCase().includes(term);
 // A function, a class, or a constant that somebody copied from a program.
 const isNamed = ([name, , , , kind], words) => kind === "name" && /[A-Z_:]/.test(words) && name === words.trim().replace(/^.*::|\(.*$/g, "");
 
 function marked(text, words) {
-    const terms = separate(words).split(/\s+/).filter(Boolean).map((term) => term.replace(/[.*+?^${}()|[\]\\]/g, "\\$&"));
+    const terms = wordsOf(words).map((term) => term.replace(/[.*+?^${}()|[\]\\]/g, "\\$&"));
     const out = document.createDocumentFragment();
     text.split(new RegExp(`(${terms.join("|")})`, "i")).forEach((part, at) => {
         out.append(at % 2 ? Object.assign(document.createElement("mark"), { textContent: part }) : part);
@@ -50,7 +58,7 @@ function shown(words, most) {
     list.className = "found";
     const found = words.trim() ? find(words) : [];
     for (const [name, title, url, text] of found.slice(0, most)) {
-        const first = Math.max(0, text.toLowerCase().indexOf(separate(words).trim().split(/\s+/)[0].toLowerCase()) - 50);
+        const first = Math.max(0, text.toLowerCase().indexOf(wordsOf(words)[0]) - 50);
         const link = Object.assign(document.createElement("a"), { href: root + url });
         const parts = [["strong", name], ["small", name === title ? "" : title], ["span", (first ? "… " : "") + text.slice(first, first + 160)]];
         for (const [tag, words_] of parts) {
