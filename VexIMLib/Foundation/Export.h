@@ -6,3 +6,7 @@
 #else
 #define VEXIM_EXPORT __attribute__((visibility("default")))
 #endif
+
+#if __cplusplus < 202002L
+#error "VexIMLib needs C++20: compile with -std=c++20"
+#endif

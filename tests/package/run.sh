@@ -43,6 +43,10 @@ consume() {  # consume KIND: uses the copy installed at $work/prefix
     read -ra found < <(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs VexIMLib)
     "$compiler" -std=c++20 "${flags[@]}" "$consumer/main.cpp" -o "$work/$kind-pkg-config" "${found[@]}"
     LD_LIBRARY_PATH=$prefix/lib "$work/$kind-pkg-config" "$kind"
+    echo "-- $kind library, pkg-config, without the language: it must say what is missing"
+    local said
+    said=$("$compiler" -std=c++17 -fsyntax-only "$consumer/main.cpp" "${found[@]}" 2>&1 || true)
+    [[ $said == *"compile with -std=c++20"* ]]
     read -ra found < <(PKG_CONFIG_PATH=$prefix/lib/pkgconfig pkg-config --cflags --libs VexIMLibStore)
     "$compiler" -std=c++20 "${flags[@]}" "$consumer/store.cpp" -o "$work/$kind-pkg-config-store" "${found[@]}"
     LD_LIBRARY_PATH=$prefix/lib "$work/$kind-pkg-config-store" "$work/$kind.vexim"
