@@ -8,6 +8,7 @@
 #include "VexIMLib/internal/Platform/HostResolver.h"
 #include "VexIMLib/internal/Platform/NetworkThread.h"
 #include "VexIMLib/internal/Platform/OperationQueue.h"
+#include "support/Eventually.h"
 
 namespace vexim::testing {
 namespace {
@@ -98,6 +99,54 @@ TEST(OperationQueue, RunsOneAtATimeAndOutlivesItsOwner) {
     EXPECT_EQ(overlaps, 0);
     EXPECT_EQ(order.size(), 100u);
     EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
+TEST(OperationQueue, RunsOnTheCallersThreadOnlyWhereNothingIsBefore) {
+    const auto here = std::this_thread::get_id();
+    auto queue = OperationQueue::create("test");
+    std::vector<int> order;
+    queue->runOrAdd([&] {
+        EXPECT_EQ(std::this_thread::get_id(), here);
+        EXPECT_TRUE(queue->isCurrent());
+        queue->runOrAdd([&] {
+            EXPECT_NE(std::this_thread::get_id(), here) << "the first one runs still";
+            order.push_back(1);
+        });
+        order.push_back(0);
+    });
+    std::promise<void> begun, release, done;
+    queue->addOperation([&] {
+        begun.set_value();
+        release.get_future().get();
+        order.push_back(2);
+    });
+    begun.get_future().get();
+    queue->runOrAdd([&] { order.push_back(3); });  // goes behind what runs elsewhere, and does not wait for it
+    queue->addOperation([&] {
+        order.push_back(4);
+        done.set_value();
+    });
+    release.set_value();
+    done.get_future().get();
+    EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4}));
+
+    // From many threads: still one at a time, none lost, and the last ones outlive the queue.
+    std::atomic<int> running{0}, overlaps{0}, ran{0};
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 4; ++i) {
+        callers.emplace_back([&, own = queue] {
+            const auto operation = [&] {
+                if (++running > 1) ++overlaps;
+                --running;
+                ++ran;
+            };
+            for (int n = 0; n < 500; ++n) n % 2 ? own->runOrAdd(operation) : own->addOperation(operation);
+        });
+    }
+    queue = nullptr;
+    for (auto& caller : callers) caller.join();
+    EXPECT_TRUE(spinUntil([&] { return ran == 2000; }));
+    EXPECT_EQ(overlaps, 0);
 }
 
 TEST(HostResolver, AnswersOnTheNetworkThreadUnlessDropped) {

@@ -17,7 +17,7 @@
 class VXIMTransfer;
 
 /// One task's delegate: collects the body in memory, turns a status outside 2xx into an error and delivers the completion
-/// on the main queue. Everything but the factory and the setters runs on the session's delegate queue.
+/// on the main queue. Everything but the factory and the setters runs on the session's delegate queue, one at a time.
 class VXIMURLSessionDataDelegate : public vexim::Object {
 public:
     using vexim::Object::Object;

@@ -58,6 +58,7 @@ void VXIMURLSessionManager::setKeepsFinishedDelegates(bool keeps) {
 void VXIMURLSessionManager::setDelegateForTask(std::shared_ptr<VXIMURLSessionDataDelegate> delegate, const TaskPtr& task) {
     vexim::MutexLock lock(taskDelegatesMutex_);
     delegate->addStateObserverForTask(task);
+    task->setIsHeardQuickly(false);
     taskDelegatesMap_.insert_or_assign(task->taskIdentifier(), std::move(delegate));
 }
 
@@ -82,6 +83,7 @@ VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::dataTaskWithRequest(VXIMRe
     auto delegate = vexim::create<VXIMURLSessionJSONDelegate>();
     delegate->setCompletionBlock(std::move(completion));
     setDelegateForTask(std::move(delegate), task);
+    task->setIsHeardQuickly(true);  // it parses, and leaves the rest to the main queue
     return task;
 }
 

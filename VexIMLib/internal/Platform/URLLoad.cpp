@@ -21,6 +21,7 @@ constexpr int kMostHops = 20;
 constexpr std::size_t kMostHeldBody = 64 * 1024;
 constexpr std::size_t kDataPiece = 256 * 1024;  // each crosses to the delegate queue, and with its copies stays in a core's cache
 constexpr std::int64_t kMostUnconsumed = 1024 * 1024;
+constexpr std::int64_t kMostHeardQuickly = 64 * 1024;  // takes a fraction of a millisecond to parse
 constexpr std::chrono::milliseconds kSentReportInterval{10};
 constexpr std::chrono::milliseconds kMostWaitToShare{300};  // as browsers do, when an HTTPS connection takes long to open
 
@@ -77,11 +78,13 @@ public:
     void add(URLLoad* load) { running_.insert(load); }
     void remove(URLLoad* load) { running_.erase(load); }
 
-    void emit(const std::shared_ptr<OperationQueue>& queue, std::shared_ptr<URLLoad::Client> client, LoadEvent::Any event) {
+    void emit(const std::shared_ptr<OperationQueue>& queue, std::shared_ptr<URLLoad::Client> client, LoadEvent::Any event,
+              bool isHeardQuickly) {
         crossingSoon();
         auto batch = std::find_if(batches_.begin(), batches_.end(), [&](const Batch& each) { return each.queue == queue; });
-        if (batch == batches_.end()) batch = batches_.insert(batches_.end(), Batch{queue, {}});
+        if (batch == batches_.end()) batch = batches_.insert(batches_.end(), Batch{queue, {}, true});
         batch->events.push_back({std::move(client), std::move(event)});
+        batch->isHeardQuickly = batch->isHeardQuickly && isHeardQuickly;
     }
 
     /// Has `load` hand its data over at the end of this turn.
@@ -105,12 +108,17 @@ private:
     struct Batch {
         std::shared_ptr<OperationQueue> queue;
         std::vector<Event> events;
+        bool isHeardQuickly;
     };
 
     void crossingSoon() {
         if (std::exchange(crossingPosted_, true)) return;
-        // Comes after the handlers that are ready now: this turn of the loop.
-        boost::asio::post(NetworkThreadAsio::ioContext(), [this] { cross(); });
+        // Comes after the handlers that are ready now: this turn of the loop. Where other answers may arrive meanwhile, after those
+        // that are ready then, because each crossing costs a switch of threads.
+        boost::asio::post(NetworkThreadAsio::ioContext(), [this] {
+            if (running_.size() <= 1) return cross();
+            boost::asio::post(NetworkThreadAsio::ioContext(), [this] { cross(); });
+        });
     }
 
     void cross() {
@@ -119,12 +127,17 @@ private:
         for (auto& batch : std::exchange(batches_, {})) {
             // Shared, because a std::function must be copyable.
             auto events = std::make_shared<std::vector<Event>>(std::move(batch.events));
-            batch.queue->addOperation([events = std::move(events)] {
+            auto deliver = [events = std::move(events)] {
                 for (auto& [client, event] : *events) {
                     client->loadDidProgress(std::move(event));
                     client = nullptr;
                 }
-            });
+            };
+            if (batch.isHeardQuickly) {
+                batch.queue->runOrAdd(std::move(deliver));
+            } else {
+                batch.queue->addOperation(std::move(deliver));
+            }
         }
     }
 
@@ -348,7 +361,9 @@ void URLLoad::flushData() {
     if (!data_.empty()) emit(LoadEvent::Received{Data::fromString(std::exchange(data_, {}))});
 }
 
-void URLLoad::emit(LoadEvent::Any event) { LoadRunner::shared().emit(delegateQueue_, client_, std::move(event)); }
+void URLLoad::emit(LoadEvent::Any event) {
+    LoadRunner::shared().emit(delegateQueue_, client_, std::move(event), heardQuickly_ && received_ <= kMostHeardQuickly);
+}
 
 void URLLoad::end(ErrorPtr error) {
     if (phase_ == Phase::Ended) return;

@@ -69,6 +69,8 @@ public:
     /// Lifts the bound on the answer's length.
     void setAnswerIsStreamed(bool streamed) noexcept { streamed_ = streamed; }
     bool answerIsStreamed() const noexcept { return streamed_; }
+    /// Says that the client is quick with short answers: it may hear them on the network thread, in the delegate queue's place.
+    void setIsHeardQuickly(bool quickly) noexcept { heardQuickly_ = quickly; }
 
 private:
     friend class LoadRunner;
@@ -100,6 +102,7 @@ private:
     const TrustChoice trust_;  // the first request's, for every hop
     const std::shared_ptr<OperationQueue> delegateQueue_;
     std::atomic<bool> streamed_{false};
+    std::atomic<bool> heardQuickly_{false};
     std::atomic<std::int64_t> unconsumed_{0};  // bytes handed over and not yet consumed
     std::atomic<bool> throttled_{false};       // receiving pauses until enough is consumed
 

@@ -275,6 +275,7 @@ std::int64_t URLSessionTask::countOfBytesExpectedToReceive() const noexcept { re
 std::int64_t URLSessionTask::countOfBytesSent() const noexcept { return impl_->bytesSent; }
 std::int64_t URLSessionTask::countOfBytesExpectedToSend() const noexcept { return impl_->bytesExpectedToSend; }
 void URLSessionTask::setAnswerIsStreamed(bool streamed) noexcept { impl_->load->setAnswerIsStreamed(streamed); }
+void URLSessionTask::setIsHeardQuickly(bool quickly) noexcept { impl_->load->setIsHeardQuickly(quickly); }
 bool URLSessionTask::answerIsStreamed() const noexcept { return impl_->load->answerIsStreamed(); }
 
 Value URLSessionTask::valueForKey(std::string_view key) const {

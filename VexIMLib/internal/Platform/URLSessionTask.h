@@ -48,6 +48,9 @@ public:
     /// delegate's dataTaskDidReceiveResponse when the request accepts no compression.
     void setAnswerIsStreamed(bool streamed) noexcept;
     bool answerIsStreamed() const noexcept;
+    /// Says that the delegate is quick with short answers and calls nobody else's code: while the delegate queue has nothing to do,
+    /// its operations for this task may run on the network thread.
+    void setIsHeardQuickly(bool quickly) noexcept;
 
     Value valueForKey(std::string_view key) const override;
     std::string description() const override;
