@@ -79,10 +79,11 @@ std::shared_ptr<VXIMMessage> VXIMMessage::initWithPayloadDictionary(Dictionary p
 }
 
 std::shared_ptr<VXIMMessage> VXIMMessage::messageWithText(std::string_view text) {
-    Dictionary payload;
+    auto message = init();
+    Dictionary& payload = message->payload_.emplace();
     payload.reserve(3);  // the time and the receiver join when it is sent
     payload.set(kContent, Dictionary{{kMedia, number(VXIMMessageMediaTypeText)}, {kBody, text}});
-    return initWithPayloadDictionary(std::move(payload));
+    return message;
 }
 
 bool VXIMMessage::initialise(Dictionary payload) {

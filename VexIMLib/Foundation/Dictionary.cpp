@@ -204,10 +204,11 @@ Dictionary::const_iterator Dictionary::const_iterator::operator++(int) noexcept 
 Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries) : Dictionary() {
     reserve(entries.size());
     for (const auto& [key, value] : entries) {
-        if (value.isNil() || rep_->find(key) != nullptr) {
+        Value ownKey(key);
+        if (value.isNil() || rep_->findKey(ownKey) != nullptr) {
             set(key, value);
         } else {
-            rep_->append(Value(key), value);
+            rep_->append(std::move(ownKey), value);
         }
     }
 }

@@ -58,8 +58,8 @@ void writePeer(benchmark::State& state) {
 
 using vexim::bench::compare;
 const bool kRegistered = compare("JSON in, one message", readOurs<kMessage>, readPeer<kMessage>, 1.0) &&
-                         compare("JSON out, one message", writeOurs<kMessage>, writePeer<kMessage>, 1.5) &&
+                         compare("JSON out, one message", writeOurs<kMessage>, writePeer<kMessage>, 0.9) &&
                          compare("JSON in, history of 1000", readOurs<kHistory>, readPeer<kHistory>, 1.0) &&
-                         compare("JSON out, history of 1000", writeOurs<kHistory>, writePeer<kHistory>, 1.5);
+                         compare("JSON out, history of 1000", writeOurs<kHistory>, writePeer<kHistory>, 0.8);
 
 }  // namespace

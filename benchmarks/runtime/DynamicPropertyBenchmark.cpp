@@ -90,8 +90,8 @@ void lookUp(benchmark::State& state) {
 }
 
 using vexim::bench::compare;
-const bool kRegistered = compare("dynamic property, get", get<kSessionCount>, lookUp, 5.0) &&
-                         compare("dynamic property, set", set<kSessionCount>, lookUp, 5.0) &&
+const bool kRegistered = compare("dynamic property, get", get<kSessionCount>, lookUp, 3.5) &&
+                         compare("dynamic property, set", set<kSessionCount>, lookUp, 4.0) &&
                          compare("dynamic property, get atomic", get<kAtomicCount>, lookUp, 10.0) &&
                          compare("dynamic property, set atomic", set<kAtomicCount>, lookUp, 10.0) &&
                          compare("dynamic property, get by key path", get<kNestedCount>, lookUp, 10.0) &&
