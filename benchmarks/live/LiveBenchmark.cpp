@@ -20,6 +20,7 @@
 #include "VexIMLib/VexIMLib.h"
 #include "live/LiveServer.h"
 #include "networking/CPUTime.h"
+#include "networking/PeakMemory.h"
 
 namespace {
 
@@ -58,11 +59,17 @@ public:
         return ours;
     }
 
-    void receive() {
+    void receive() { receive(1, {}); }
+
+    /// So many floods behind one another; each message takes the program that long.
+    void receive(int floods, std::chrono::microseconds handling) {
         heard_ = posted_ = 0;
-        say("flood");
-        await([&] { return posted_ == LiveServer::kFlood && heard_ == LiveServer::kFlood; });
+        handling_ = handling;
+        for (int i = 0; i < floods; ++i) say("flood");
+        await([&] { return posted_ == floods * LiveServer::kFlood && heard_ == posted_; });
     }
+    /// Whether a connection ended in between.
+    bool wasDisconnected() const { return wasDisconnected_; }
 
     void send() {
         posted_ = sent_ = 0;
@@ -77,7 +84,11 @@ public:
     void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>&,
                                            const std::shared_ptr<VXIMFriendInfo>&) override {
         ++heard_;
+        if (handling_.count() == 0) return;
+        const auto until = std::chrono::steady_clock::now() + handling_;
+        while (std::chrono::steady_clock::now() < until) continue;
     }
+    void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override { wasDisconnected_ = true; }
 
 private:
     static void await(const std::function<bool()>& predicate) {
@@ -94,6 +105,8 @@ private:
     int heard_ = 0;
     int posted_ = 0;
     int sent_ = 0;
+    bool wasDisconnected_ = false;
+    std::chrono::microseconds handling_{};
 };
 
 class Peer {
@@ -174,5 +187,14 @@ int main() {
         "live: a message sent", kSends, std::nullopt, [&] { ours->send(); }, [&] { peer.sendTrees(); });
     compare(
         "live: a message sent, peer with ready text", kSends, 2.0, [&] { ours->send(); }, [&] { peer.sendReadyText(); });
+    if (vexim::bench::Selection::asked()) return 0;
+    // Whatever is lost, or comes twice, keeps the wait from ending well.
+    constexpr int kMillion = 1'000'000 / LiveServer::kFlood;
+    vexim::bench::forgetPeakMemory();
+    const long before = vexim::bench::peakMemory();
+    ours->receive(kMillion, std::chrono::microseconds(5));
+    vexim::bench::printAmount("live: a million messages, peak memory grew by",
+                              static_cast<double>(vexim::bench::peakMemory() - before) / 1024, "MiB", 16);
+    if (ours->wasDisconnected()) fail("the connection ended under a flood");
     return 0;
 }

@@ -25,6 +25,7 @@
 #include "VexIMLib/internal/Platform/URLSessionTask.h"
 #include "networking/BenchServer.h"
 #include "networking/CPUTime.h"
+#include "networking/PeakMemory.h"
 
 namespace {
 
@@ -34,16 +35,6 @@ namespace fs = std::filesystem;
     std::fprintf(stderr, "%s\n", why.c_str());
     std::_Exit(1);
 }
-
-/// Peak resident memory in KiB, and its mark set back to what is in use now.
-long peakMemory() {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("VmHWM:")) return std::strtol(line.c_str() + 6, nullptr, 10);
-    }
-    return 0;
-}
-void forgetPeakMemory() { std::ofstream("/proc/self/clear_refs") << '5'; }
 
 void runCurl(std::vector<std::string> arguments) {
     std::vector<char*> raw;
@@ -147,10 +138,10 @@ int main(int argc, char** argv) {
         Transfers transfers(origin, server.authorityPEM(), source, target);
         long growth = 0;
         const auto growing = [&](auto transfer) {
-            forgetPeakMemory();
-            const long before = peakMemory();
+            vexim::bench::forgetPeakMemory();
+            const long before = vexim::bench::peakMemory();
             transfer();
-            growth = peakMemory() - before;
+            growth = vexim::bench::peakMemory() - before;
         };
         vexim::bench::compareCPU(
             "upload over " + scheme, 3, RUSAGE_SELF, RUSAGE_CHILDREN, 1, 1.10, [&] { growing([&] { transfers.upload(); }); },
