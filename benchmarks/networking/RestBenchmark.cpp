@@ -82,7 +82,7 @@ int main() {
         const char* name;
         int inFlight;
         double limit;
-    } cases[] = {{"REST over HTTPS, 1 in flight", 1, 2.0}, {"REST over HTTPS, 32 in flight", 32, 1.35}};
+    } cases[] = {{"REST over HTTPS, 1 in flight", 1, 1.5}, {"REST over HTTPS, 32 in flight", 32, 1.15}};
     for (const auto& test : cases) {
         constexpr int kCount = 4000;
         vexim::bench::compareCPU(
