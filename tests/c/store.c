@@ -124,6 +124,16 @@ static void awaitConfirmed(User* user, int expected) {
     require(inState(user, "confirmed") == expected && user->count == expected, "not everything is confirmed");
 }
 
+static void awaitText(User* user, const char* words) {
+    bool heard = false;
+    for (const double end = now() + kPatience; !heard && now() < end;) {
+        cJSON* item = receive(user);
+        heard = strcmp(text(item, "@type"), "event") == 0 && strcmp(text(get(item, "message"), "text"), words) == 0;
+        cJSON_Delete(item);
+    }
+    require(heard, "a message did not come");
+}
+
 static User make(const char* installation) {
     char configuration[512];
     snprintf(
@@ -193,6 +203,7 @@ static void end(const char* folder) {
     User bob = make("bob's");
     tell(&bob, "\"@op\":\"loginWithUserId\",\"userId\":\"bob\"");
     tell(&bob, "\"@op\":\"sendMessageToFriend\",\"friendId\":\"alice\",\"message\":{\"text\":\"while you were away\"}");
+    awaitText(&bob, "while you were away");  // its echo: the service has it
 
     User alice = openStore(folder);
     require(ask(&alice, "\"@op\":\"VXIMMessageStore.message\",\"localId\":1")->type == cJSON_NULL, "a message that never was");

@@ -164,6 +164,9 @@ class StoreTest(LiveCase):
                         last = await store.send(BOB, "before the end")
                         self.assertEqual(last.state, State.QUEUED)
                 await bob.send("while you were away", friend="alice")
+                async for message in bob.messages(own=True):  # its echo: the service has it
+                    if message.text == "while you were away":
+                        break
 
                 async with self.client() as alice, alice.open_store(folder, user_id="alice") as store:
                     events, watch = alice.events(), Watch(store.observe(BOB))
@@ -183,8 +186,15 @@ class StoreTest(LiveCase):
         with tempfile.TemporaryDirectory() as folder:
             async with self.client() as client, client.open_store(folder, user_id="alice") as store, asyncio.timeout(LONG):
                 slow, ended = Watch(store.observe_conversations(limit=1000)), Watch(store.observe_conversations())
+                given_up = store.observe_conversations()
+                with self.assertRaises(TimeoutError):
+                    async with asyncio.timeout(0):
+                        await anext(given_up)
+                self.assertEqual((await anext(given_up)).items, ())
+                del given_up  # nobody looks any more: it is released
                 await slow.next()  # it begins
                 await ended.next()
+                self.assertEqual(len(store._observations), 2)
                 for i in range(250):
                     await store.set_draft(Peer.room(f"r{i}"), "draft")
                 await slow.until(lambda items: len(items) == 250)

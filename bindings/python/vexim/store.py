@@ -7,6 +7,7 @@ import collections
 import datetime
 import math
 import os
+import weakref
 from collections.abc import AsyncIterator, Awaitable, Callable, Mapping
 from types import TracebackType
 from typing import TYPE_CHECKING, Any, Generic, TypeVar
@@ -57,7 +58,7 @@ class Store:
         self._arguments = arguments
         self._sends = operation == "VXIMConversations.open"
         self._record: Record | None = None
-        self._observations: dict[int, Observation[Any]] = {}
+        self._observations: dict[int, weakref.ref[Observation[Any]]] = {}
 
     # Life
 
@@ -249,8 +250,10 @@ class Store:
 
     def _end(self) -> None:
         observations, self._observations = self._observations, {}
-        for observation in observations.values():
-            observation._end()
+        for reference in observations.values():
+            observation = reference()
+            if observation is not None:
+                observation._end()
         self._client._stores.remove(self)
 
 
@@ -273,13 +276,16 @@ class Observation(AsyncIterator[ListChange[T]], Generic[T]):
         self._pending: collections.deque[ListChange[T]] = collections.deque()
         self._waiter: asyncio.Future[None] | None = None
         self._closed = False
+        self._beginning: asyncio.Task[None] | None = None
 
     def __aiter__(self) -> Observation[T]:
         return self
 
     async def __anext__(self) -> ListChange[T]:
         if self._number is None and not self._closed:
-            await self._begin()
+            if self._beginning is None or self._beginning.done():
+                self._beginning = asyncio.ensure_future(self._begin())
+            await asyncio.shield(self._beginning)  # it begins once, also when the wait for the first change is given up
         while not self._pending:
             if self._closed:
                 raise StopAsyncIteration
@@ -310,10 +316,13 @@ class Observation(AsyncIterator[ListChange[T]], Generic[T]):
     async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
         self._release()
 
+    def __del__(self) -> None:
+        self._release()
+
     async def _begin(self) -> None:
         def began(number: Any) -> None:
             self._number = int(number)
-            self._store._observations[self._number] = self
+            self._store._observations[self._number] = weakref.ref(self)
 
         arguments = {"store": self._store._number, **self._arguments}
         await self._store._link().call(f"VXIMMessageStore.{self._operation}", arguments, on_answer=began)
@@ -383,7 +392,8 @@ class Stores:
         """Whether it was an event that goes to one place only."""
         if name in ("observedMessagesDidChange", "observedConversationsDidChange"):
             for store in self._open:
-                observation = store._observations.get(record["observation"])
+                reference = store._observations.get(record["observation"])
+                observation = reference() if reference is not None else None
                 if observation is not None:
                     observation._push(record)
             return True
