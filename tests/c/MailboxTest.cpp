@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "VexIMLib/C/Arguments.h"
+#include "VexIMLib/C/Operations.h"
 #include "VexIMLib/C/Records.h"
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/Foundation/MainQueue.h"
@@ -195,6 +196,13 @@ TEST(Arguments, AreCheckedAgainstTheTable) {
         const auto found = findProblem(parameters, *parseJSON(arguments).value.asDictionary());
         EXPECT_EQ(found ? std::optional(found->code) : std::nullopt, problem) << why;
     }
+}
+
+TEST(Operations, OfTheStoreAreKnownAsSuchWithoutIt) {
+    const auto problem = unknownOperation("VXIMMessageStore.open");
+    EXPECT_EQ(problem.code, InterfaceError::WithoutStore);
+    EXPECT_NE(problem.description.find("libvexim-c-store1"), std::string::npos) << problem.description;
+    EXPECT_EQ(unknownOperation("VXIMMessageStores.open").code, InterfaceError::UnknownOperation);
 }
 
 }  // namespace

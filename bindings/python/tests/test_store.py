@@ -205,6 +205,21 @@ class StoreTest(LiveCase):
                 while True:
                     await ended.next()
 
+    async def test_an_observation_whose_change_was_dropped_is_told_the_whole_list(self):
+        with tempfile.TemporaryDirectory() as folder:
+            async with self.client(options={"queueBytes": 4000}) as client, asyncio.timeout(LONG):
+                async with client.open_store(folder, user_id="alice") as store:
+                    rooms = [Peer.room(name) for name in "abc"]
+                    for room in rooms:
+                        await store.set_draft(room, "x" * 1500)
+                    watch, events = Watch(store.observe_conversations()), client.events()
+                    first = asyncio.ensure_future(watch.next())
+                    self.assertIsInstance(await anext(events), vexim.EventsDropped)  # the three are too much
+                    await store.set_draft(rooms[0], "short")
+                    await store.set_draft(rooms[1], "short")
+                    await first
+                    self.assertEqual({each.peer for each in watch.items}, set(rooms))
+
     async def test_files_that_cannot_be_opened_and_stores_that_are_closed(self):
         with tempfile.TemporaryDirectory() as folder:
             file = pathlib.Path(folder, "alice.vexim")
