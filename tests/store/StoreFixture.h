@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,6 +24,12 @@ using store::Change;
 using store::Merged;
 using store::Operations;
 using store::Outcome;
+
+inline std::string contentOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+inline void setContent(const std::string& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
 
 /// A store of alice's, and shortcuts that wait for each operation. They throw `vexim::Failure`.
 class StoreTest : public ::testing::Test {

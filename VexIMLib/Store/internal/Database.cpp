@@ -142,6 +142,8 @@ Statement Database::prepare(std::string_view sql) {
         sqlite3_stmt* statement = nullptr;
         const int code =
             sqlite3_prepare_v3(database_, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+        // Our statements are right, so it is the schema that lacks something.
+        if (code == SQLITE_ERROR) fail(VXIMStoreErrorDamaged, "The message store's file lacks a part.");
         if (code != SQLITE_OK) failWithSQLite(database_, code);
         found = statements_.emplace(sql, statement).first;
     }

@@ -133,10 +133,16 @@ void Engine::openFile() {
         if (!isThere(location_.path)) fail(VXIMStoreErrorCannotOpen, "There is no message store at this path.");
         return openTables();
     }
+    const bool wasOpened = !location_.isInMemory() && isThere(location_.path + "-lock");
     if (!location_.isInMemory()) lock_ = std::make_unique<FileLock>(location_.path + "-lock");
     finishRescue(location_);
+    const bool isEmptied = wasOpened && isEmpty(location_);
     prepareFile(location_);
-    const ErrorPtr error = errorOf([this] { openTables(); });
+    const ErrorPtr error = errorOf([&] {
+        // SQLite would take it for a new one, and remove the log beside it.
+        if (isEmptied) fail(VXIMStoreErrorDamaged, "The message store's file was emptied.");
+        openTables();
+    });
     if (!error) return;
     if (!isDamage(error)) throw Failure{error};
     setAside(error);
@@ -161,28 +167,22 @@ void Engine::openTables() {
     database_->execute("PRAGMA cache_size = -4096");  // KiB
     tables_ = std::make_unique<Tables>(*database_, userId(), location_.attachments());
     if (options_.readOnly) {
-        requireOwner();
+        recordOwner();
         return;
     }
     database_->execute("BEGIN IMMEDIATE");
-    requireOwner();
+    recordOwner();
     enforceRetention(*tables_, kRetentionSlice);
     database_->execute("COMMIT");
     for (const std::string& file : std::exchange(tables_->touched, {}).files) removeFile(file);
     removeOrphans(*tables_);
 }
 
-void Engine::requireOwner() {
-    const std::string user = meta(*database_, "user");
-    const std::string service = meta(*database_, "service");
-    if (!options_.userId.empty() && !user.empty() && user != options_.userId) {
-        fail(VXIMStoreErrorOtherOwner, "The message store belongs to another user.");
-    }
+void Engine::recordOwner() {
     const std::string origin = originOf(options_.service);
-    if (!origin.empty() && !service.empty() && service != origin) {
-        fail(VXIMStoreErrorOtherOwner, "The message store belongs to another service.");
-    }
-    if (!options_.readOnly && service.empty()) setMeta(*database_, "service", origin);
+    requireOwner(*database_, options_.userId, origin);
+    const std::string user = meta(*database_, "user");
+    if (!options_.readOnly && meta(*database_, "service").empty()) setMeta(*database_, "service", origin);
     if (!options_.readOnly && user.empty()) setMeta(*database_, "user", options_.userId);
     if (!user.empty()) {
         tables_->userId = user;

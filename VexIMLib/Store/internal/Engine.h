@@ -95,7 +95,7 @@ private:
     /// Opens the file, sets it aside first if it is damaged.
     void openFile();
     void openTables();
-    void requireOwner();
+    void recordOwner();
     void closeFile() noexcept;
     void runGroup(const Group& group);
     /// Runs those from `first` on, as long as it is short; where it has stopped. None is delivered yet.

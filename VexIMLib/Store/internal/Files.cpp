@@ -99,12 +99,21 @@ void prepareFile(const Location& location) {
         failWithSystem(cannotWrite ? VXIMStoreErrorReadOnly : VXIMStoreErrorCannotOpen,
                        "The message store's file cannot be opened.", errno);
     }
+    const std::string folder = std::filesystem::path(location.path).parent_path().string();
+    if (::faccessat(AT_FDCWD, folder.empty() ? "." : folder.c_str(), W_OK, AT_EACCESS) != 0) {
+        failWithSystem(VXIMStoreErrorReadOnly, "The message store's folder cannot be written.", errno);  // the log is made in it
+    }
     struct stat now {};
     const bool isOpenToOthers = ::fstat(file.number(), &now) == 0 && (now.st_mode & 0777) != kOursAlone;
     // SQLite gives the files beside it the same mode.
     if (isOpenToOthers && ::fchmod(file.number(), kOursAlone) != 0) {
         failWithSystem(VXIMStoreErrorCannotOpen, "The message store's file belongs to another user of this system.", errno);
     }
+}
+
+bool isEmpty(const Location& location) {
+    struct stat found {};
+    return isThere(location.path) && ::stat(location.path.c_str(), &found) == 0 && found.st_size == 0;
 }
 
 void finishRescue(const Location& location) {

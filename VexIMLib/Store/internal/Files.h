@@ -25,6 +25,8 @@ Location locate(const VXIMMessageStoreOptions& options);
 
 /// Makes the file for this user alone (0600), when there is none. CannotOpen, ReadOnly, DiskFull.
 void prepareFile(const Location& location);
+/// Whether the file is there, but nothing is in it.
+bool isEmpty(const Location& location);
 /// "-rescue" takes the file's place when a rescue was complete; otherwise it is begun anew.
 void finishRescue(const Location& location);
 void removeFile(const std::string& path) noexcept;  // in silence

@@ -126,7 +126,7 @@ VXIMStoreDamage rescue(const Location& location, const std::string& userId, cons
     for (const char* const suffix : {"", "-journal"}) removeFile(fresh.path + suffix);
     prepareFile(fresh);
     VXIMStoreDamage damage{.setAsideAs = freeName(location.path)};
-    {
+    try {
         // Not in WAL mode: it is to be one file, whole, before it takes its place.
         Database to(fresh.path, Database::Access::ReadWrite);
         migrate(to);
@@ -140,7 +140,11 @@ VXIMStoreDamage rescue(const Location& location, const std::string& userId, cons
         } catch (const Failure& failure) {
             if (!isDamage(failure.error) && !failure.error->is(VXIMStoreErrorDomain, VXIMStoreErrorCannotOpen)) throw;
         }
+        requireOwner(to, userId, service);  // before anything is moved: it may be another's file
         to.execute("COMMIT");
+    } catch (const Failure&) {
+        removeFile(fresh.path);
+        throw;
     }
     // The "-wal" first: it must never lie beside another file than its own.
     move(location.path + "-wal", damage.setAsideAs + "-wal");

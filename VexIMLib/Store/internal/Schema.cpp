@@ -72,18 +72,13 @@ std::int64_t presentVersion(Database& database) {
 
 /// Touches every table, so that a file that lacks one is found out now.
 void requireTables(Database& database) {
-    try {
-        for (const char* const sql :
-             {"SELECT name, value FROM meta LIMIT 1", "SELECT id, known_until FROM conversation LIMIT 1",
-              "SELECT id, attempts FROM message ORDER BY id DESC LIMIT 1",
-              "SELECT sent_at FROM message ORDER BY conversation DESC, sent_at DESC LIMIT 1", "SELECT after FROM gap LIMIT 1",
-              "SELECT name FROM attachment LIMIT 1", "SELECT until FROM cleared LIMIT 1",
-              "SELECT rowid FROM words WHERE words MATCH 'place : c1' LIMIT 1"}) {
-            database.integer(sql);
-        }
-    } catch (const Failure& failure) {
-        if (!failure.error->is(VXIMStoreErrorDomain, VXIMStoreErrorFailed)) throw;
-        fail(VXIMStoreErrorDamaged, "The message store's file lacks a part.", failure.error);
+    for (const char* const sql :
+         {"SELECT name, value FROM meta LIMIT 1", "SELECT id, known_until FROM conversation LIMIT 1",
+          "SELECT id, attempts FROM message ORDER BY id DESC LIMIT 1",
+          "SELECT sent_at FROM message ORDER BY conversation DESC, sent_at DESC LIMIT 1", "SELECT after FROM gap LIMIT 1",
+          "SELECT name FROM attachment LIMIT 1", "SELECT until FROM cleared LIMIT 1",
+          "SELECT rowid FROM words WHERE words MATCH 'place : c1' LIMIT 1"}) {
+        database.integer(sql);
     }
 }
 
@@ -108,6 +103,15 @@ void requireSchema(Database& database) {
         fail(VXIMStoreErrorReadOnly, "An earlier version of this library wrote the message store: open it for writing once.");
     }
     requireTables(database);
+}
+
+void requireOwner(Database& database, const std::string& userId, const std::string& origin) {
+    const auto differs = [&database](const char* name, const std::string& asked) {
+        const std::string recorded = meta(database, name);
+        return !asked.empty() && !recorded.empty() && recorded != asked;
+    };
+    if (differs("user", userId)) fail(VXIMStoreErrorOtherOwner, "The message store belongs to another user.");
+    if (differs("service", origin)) fail(VXIMStoreErrorOtherOwner, "The message store belongs to another service.");
 }
 
 std::string meta(Database& database, std::string_view name) {

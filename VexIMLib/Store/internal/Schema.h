@@ -16,6 +16,8 @@ void migrate(Database& database);
 /// The same without writing: a file of an earlier version is `ReadOnly`.
 void requireSchema(Database& database);
 
+/// OtherOwner when the file says that it is another user's or another service's; an empty one is not compared.
+void requireOwner(Database& database, const std::string& userId, const std::string& origin);
 std::string meta(Database& database, std::string_view name);  // empty without one
 void setMeta(Database& database, std::string_view name, std::string_view value);
 
