@@ -71,6 +71,7 @@ const commands = {
 export async function admin(words, { service: { data, database, app, userSecret } }) {
   const [name, ...rest] = words;
   if (!Object.hasOwn(commands, name ?? '')) throw new UsageError('admin takes one of its commands');
+  process.umask(0o077); // a backup holds what people wrote
   if (data === undefined && database === undefined) throw new UsageError('--data or --database says whose users are meant');
   const isAboutAll = name === 'backup' || name === 'restore';
   const store = isAboutAll ? undefined : await openStore({ data, database, isShared: true });

@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import { mkdtempSync, readFileSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
+import { mkdtempSync, readFileSync, readdirSync, rmSync, statSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { text as contentOf } from 'node:stream/consumers';
@@ -100,6 +100,7 @@ describe('admin', { timeout: 120_000 }, () => {
     await say('kept');
     const file = join(folder, 'backup.tar');
     await ok(['backup', file]);
+    assert.equal(statSync(file).mode & 0o077, 0, 'it is for nobody else to read');
     await say('lost');
     await ok(['add', 'dave']);
     const files = join(folder, 'data', 'attachments');
