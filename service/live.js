@@ -18,6 +18,7 @@ const longestClose = 5_000;
 
 export class Live {
   #links = new Set(); // every Engine.IO connection, logged in or not
+  #known = new WeakSet(); // those who logged in
   #connections = new Map(); // id of a user or passenger → its open sockets
   #turns = new Set(); // what connections have begun to do
   #store;
@@ -31,7 +32,7 @@ export class Live {
 
   /**
    * `line` is 2, 3 or 4; `engine` goes to the Socket.IO server as it is ("pingInterval", "transports" …). `identify` is login.js's;
-   * `report` hears of each `login(request, {id, error})`, `message(result)`, `loss()` and `failure(error)`, and knows `addressOf(request)` and whether one `maySay(id)` more.
+   * `report` hears of each `login(request, {id, error})`, `message(result)`, `loss()` and `failure(error)`, and knows `addressOf(request)` and whether somebody `maySay(who)` more.
    */
   constructor({ httpServer, store, identify, report, log, line, namespace, engine, database }) {
     this.#store = store;
@@ -199,6 +200,7 @@ export class Live {
     try {
       id = await this.#identify(auth, this.#report.addressOf(socket.request));
       this.#mustHear();
+      this.#known.add(socket.conn);
       this.#connections.set(id, (this.#connections.get(id) ?? new Set()).add(socket));
       const isFirst = await this.#presence.enter(socket.id, id);
       this.#report.login(socket.request, { id });
@@ -268,7 +270,10 @@ export class Live {
     const { url, headers } = connection.request;
     const sid = connection.id;
     this.#log.add('open', { sid, url, headers });
-    connection.on('data', (data) => this.#log.add('packet', { sid, data: excerpt(data) }));
+    connection.on('data', async (data) => {
+      this.#log.add('packet', { sid, data: excerpt(data) });
+      if (!this.#known.has(connection) && !(await this.#report.maySay(`nobody ${sid}`))) cut(connection);
+    });
     connection.on('close', (reason) => this.#log.add('close', { sid, reason }));
   }
 }

@@ -133,13 +133,17 @@ describe('limits', { timeout: 60_000 }, () => {
     assert.equal((await ask('192.0.2.2')).status, 404, 'others go on');
   });
 
-  test('who floods others with messages is cut off', async (t) => {
+  test('who floods others with messages is cut off, and who floods the service without having logged in', async (t) => {
     const service = await run(t, ...strict, '--request-rate', '1', '--seed', seed);
     const alice = connect(service, '4', auth(password('alice')));
     await alice.next('login');
     for (let i = 0; i < 11; i += 1) alice.say(text('x', 'bob'));
     await alice.next('disconnect');
     assert.match((await service.send('GET', '/metrics')).body, /vexim_messages_total\{result="refused"\} 10/, 'ten are as many as ten seconds allow');
+    const stranger = connect(service, '4', auth({ username: 'alice', password: 'wrong' }));
+    assert.equal((await stranger.next('login')).success, false);
+    for (let i = 0; i < 11; i += 1) stranger.say(text('x', 'bob'));
+    await stranger.next('disconnect');
   });
 
   test('one peer opens only so many connections', async (t) => {
