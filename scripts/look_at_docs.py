@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Looks at the site that scripts/docs has built.
 
-    look_at_docs.py FOLDER              its links, without a browser: each leads to a file and an anchor that exist
+    look_at_docs.py FOLDER              without a browser: each link leads to a file and an anchor that exist, no name is missing
     look_at_docs.py FOLDER --browser    its pages in Chromium, narrow and wide, light and dark; and its search
 
 Prints what it finds, and fails then.
@@ -12,6 +12,7 @@ import pathlib
 import re
 import sys
 import urllib.parse
+import xml.etree.ElementTree
 
 # What a reader types, and what must come first. `at` is a part of the URL, which tells the place.
 SEARCHES = [
@@ -42,6 +43,17 @@ class Page(html.parser.HTMLParser):
                 self.anchors.add(value)
             elif name in ("href", "src") and value and tag != "use":
                 self.links.append((tag, value))
+
+
+def missing_names(folder, headers):
+    """What Doxygen has found in the headers and the site does not show."""
+    shown = set().union(*(Page(path).anchors for path in (folder / "reference").rglob("*.html")))
+    for path in headers.glob("*.xml"):
+        compound = xml.etree.ElementTree.parse(path).find("compounddef")
+        if compound is not None and compound.get("prot") != "private":
+            for member in compound.iter("memberdef"):
+                if member.get("id") not in shown:
+                    yield f"the reference has no {member.findtext('qualifiedname') or member.findtext('name')}"
 
 
 def broken_links(folder):
@@ -100,10 +112,10 @@ def seen(browser, folder):
         for width in (360, 1400):
             browser.open(path.as_uri(), width)
             where = f"{path.relative_to(folder)} at {width} px"
-            wide = browser.run("""const width = document.documentElement.clientWidth;
+            wide = browser.run("""const width = arguments[0];  // a phone widens the page's own width to what it finds
                 if (document.documentElement.scrollWidth <= width) return null;
                 return [...document.querySelectorAll('.main *')].filter((each) => each.getBoundingClientRect().right > width + 1)
-                    .slice(0, 3).map((each) => `${each.tagName}.${each.className}: ${each.textContent.slice(0, 40)}`)""")
+                    .slice(0, 3).map((each) => `${each.tagName}.${each.className}: ${each.textContent.slice(0, 40)}`)""", width)
             if wide is not None:
                 yield f"{where}: wider than the screen: {wide}"
             if broken := browser.run("return [...document.images].filter((each) => !each.complete || !each.naturalWidth).map((each) => each.src)"):
@@ -150,7 +162,7 @@ def switched(browser, folder):
 
 if __name__ == "__main__":
     site = pathlib.Path(sys.argv[1]).resolve()
-    findings = list(broken_links(site))
+    findings = [*broken_links(site), *missing_names(site, site.parent / "xml")]
     if "--browser" in sys.argv:
         chromium = Browser()
         try:

@@ -2,6 +2,7 @@
 
 import itertools
 import json
+import logging
 import pathlib
 import re
 
@@ -33,7 +34,7 @@ html_copy_source = html_show_sphinx = html_show_copyright = html_use_index = Fal
 html_theme_options = {"top_of_page_button": None}
 pygments_style, pygments_dark_style = "default", "github-dark"
 
-PRIVATE = re.compile(r'<sectiondef kind="private-.*?</sectiondef>|<innerclass [^>]*prot="private">.*?</innerclass>|<innernamespace.*?>\n', re.S)
+PRIVATE = re.compile(r'<sectiondef kind="private-.*?</sectiondef>|<innerclass [^>]*prot="private">.*?</innerclass>', re.S)
 FOLDERS = {  # of the headers: the title of each, in the order of the navigation
     "VexIMLib": "Client, messages, people",
     "VexIMLib/Foundation": "Values, queue, errors",
@@ -67,7 +68,7 @@ def folder_of(header):
 
 
 def without_private_parts(app):
-    """Doxygen writes private members into its XML, whatever its options say; and Breathe would repeat a namespace for each header."""
+    """Doxygen writes private members into its XML, whatever its options say."""
     for page in (BUILD / "xml").glob("*.xml"):
         text = page.read_text()
         shorter = PRIVATE.sub("", text)
@@ -86,7 +87,7 @@ def linked_names(app, doctree):
     """A name of the library in backticks leads to its place in the reference, a page that a comment names to that page."""
     for literal in list(doctree.findall(nodes.literal)):
         name = re.match(r"(?:vexim::|VX)[\w:]+", literal.astext())
-        if name and not isinstance(literal.parent, (nodes.reference, addnodes.pending_xref)):
+        if name and [type(each) for each in literal] == [nodes.Text] and not isinstance(literal.parent, (nodes.reference, addnodes.pending_xref)):
             link = addnodes.pending_xref("", refdomain="cpp", reftype="any", reftarget=name[0], refwarn=False, refexplicit=True)
             literal.replace_self(link)
             link += literal
@@ -128,6 +129,8 @@ def named_rows(app, doctree):
 
 def searchable(app, error):
     """What search.js looks through: each section, each name of the reference, each row of a table."""
+    if error:
+        return
     entries = []
     for docname in sorted(app.env.found_docs):
         tree, page = app.env.get_doctree(docname), app.builder.get_target_uri(docname)
@@ -161,6 +164,8 @@ def own_text(node):
 
 def mended_theme(app, error):
     """Debian's Furo lacks what its build would bundle: Gumshoe in its script, normalize.css, and the dark colours of the system's choice."""
+    if error:
+        return
     static = pathlib.Path(app.outdir, "_static")
     script = static / "scripts/furo.js"
     if "import Gumshoe" in script.read_text():
@@ -177,6 +182,8 @@ def mended_theme(app, error):
 
 
 def setup(app):
+    # A namespace is declared in every header.
+    logging.getLogger("sphinx.sphinx.domains.cpp").addFilter(lambda record: "Duplicate C++ declaration" not in str(record.msg))
     without_private_parts(app)
     reference_pages(app)
     app.add_lexer("live", TextLexer)
