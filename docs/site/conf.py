@@ -118,7 +118,7 @@ def ancestors(node):
 
 
 def name_of(signature):
-    return "".join(part.astext() for part in signature.findall(addnodes.desc_name))
+    return [part.astext() for part in signature.findall(addnodes.desc_name)][-1]  # before it stand those of a template's parameters
 
 
 def named_rows(app, doctree):
