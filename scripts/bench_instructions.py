@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """For scripts/bench --instructions: prints how many instructions an operation takes, all threads of the process together. That is
 what valgrind's callgrind counts in a long run, less what it counts in a short one, over the operations between. Unlike times, it
-hardly changes with the machine and its load.
+hardly changes with the machine and its load. Fails when a figure is beyond its limit.
 
     scripts/bench_instructions.py NAME...     programs of the release build
 """
@@ -14,6 +14,16 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
+# Of the ratio, and of our instructions; where the kernel does much of the work, limits stand on time (scripts/bench).
+LIMITS = {
+    "live: a message received": (1.0, 14_000),
+    "JSON in, one message": (1.0, None),
+    "JSON out, one message": (0.9, None),
+    "JSON in, history of 1000": (1.0, None),
+    "JSON out, history of 1000": (0.8, None),
+    "dynamic property, get": (3.5, None),
+    "dynamic property, set": (4.0, None),
+}
 ENOUGH = 20_000_000  # instructions between two runs, so that what differs from run to run does not matter
 
 
@@ -43,13 +53,25 @@ def slope(program, side, row, operations):
         many = few + (many - few) * min(1000, max(2, 1 + round(1.2 * ENOUGH / max(between, 1))))
 
 
+def verdict(row, ours, peer):
+    if row not in LIMITS:
+        return "for information"
+    ratio, most = LIMITS[row]
+    limit = f"limit {ratio:.2f}" + (f" and {most}" if most else "")
+    return f"{limit}   {'ok' if ours <= ratio * peer and ours <= (most or ours) else 'MISSED'}"
+
+
 def main():
+    missed = False
     for name in sys.argv[1:]:
         program = next(path for path in (ROOT / "build/release/benchmarks").rglob(f"{name}_benchmark") if path.is_file())
         for line in ask(program, "list").splitlines():
             row, operations = line.split("\t")
             ours, peer = (slope(program, side, row, int(operations)) for side in ("ours", "peer"))
-            print(f"{row:60} {ours:12.0f} {peer:15.0f}     ratio {ours / peer:5.2f}", flush=True)
+            said = verdict(row, ours, peer)
+            missed = missed or said.endswith("MISSED")
+            print(f"{row:60} {ours:12.0f} {peer:15.0f}     ratio {ours / peer:5.2f}   {said}", flush=True)
+    sys.exit(missed)
 
 
 main()

@@ -1,4 +1,6 @@
-// Typed access to a dynamic 64-bit property against one look-up in a hash table by name, which is what it replaces.
+// Typed access to a dynamic 64-bit property against one look-up in a hash table by name, which is what it replaces. Both are a few
+// nanoseconds, of which what the processor does at once is another part on each machine: the narrow limits stand on instructions,
+// in scripts/bench_instructions.py.
 
 #include <benchmark/benchmark.h>
 
@@ -90,8 +92,8 @@ void lookUp(benchmark::State& state) {
 }
 
 using vexim::bench::compare;
-const bool kRegistered = compare("dynamic property, get", get<kSessionCount>, lookUp, 3.5) &&
-                         compare("dynamic property, set", set<kSessionCount>, lookUp, 4.0) &&
+const bool kRegistered = compare("dynamic property, get", get<kSessionCount>, lookUp, 5.0) &&
+                         compare("dynamic property, set", set<kSessionCount>, lookUp, 5.0) &&
                          compare("dynamic property, get atomic", get<kAtomicCount>, lookUp, 10.0) &&
                          compare("dynamic property, set atomic", set<kAtomicCount>, lookUp, 10.0) &&
                          compare("dynamic property, get by key path", get<kNestedCount>, lookUp, 10.0) &&
