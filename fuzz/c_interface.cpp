@@ -1,11 +1,13 @@
 // Anything through the C interface: the input's lines are sent as requests, executed, and used as configurations. Each request has
 // exactly one answer, the answers are JSON, and when all clients are freed nothing comes any more. Operations of the store go to a
-// client that has one in memory, too.
+// client that has one, too, in a folder that goes in the end.
 
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "VexIMLib/C/vexim.h"
 #include "VexIMLib/Foundation/JSON.h"
@@ -28,14 +30,20 @@ bool isAnswer(const char* text) {
 
 /// A client with a store and an observation of each kind. It never logs in.
 vexim_client clientWithStore() {
+    static std::string folder = (std::filesystem::temp_directory_path() / "fuzz-XXXXXX").string();
+    require(::mkdtemp(folder.data()) != nullptr);
+    std::atexit([] {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder, ignored);
+    });
     const auto client = vexim_create(R"({"socketURL":"http://127.0.0.1:1"})");
-    const char* const requests[] = {
-        R"({"@op":"VXIMConversations.open","path":":memory:","userId":"alice"})",
+    const std::string requests[] = {
+        R"({"@op":"VXIMConversations.open","userId":"alice","path":")" + folder + R"("})",
         R"({"@op":"VXIMMessageStore.observeMessages","id":{"kind":"friend","id":"bob"},"limit":5})",
         R"({"@op":"VXIMMessageStore.observeConversations","limit":5})",
         R"({"@op":"VXIMMessageStore.observeDamage"})",
     };
-    for (const char* request : requests) vexim_send(client, request);
+    for (const auto& request : requests) vexim_send(client, request.c_str());
     return client;
 }
 
