@@ -146,7 +146,7 @@ void measure(const PeerServer& server) {
         idle.reserve(kIdle);
         const long before = residentKiB();
         for (long i = 0; i < kIdle; ++i) idle.push_back(connect(server, {{"x", 1}}));
-        tell("idle connection", static_cast<double>(residentKiB() - before) / kIdle, "KiB", 20);
+        tell("idle connection", static_cast<double>(residentKiB() - before) / kIdle, "KiB", 12);
         const auto threads = std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
         tell("threads with 2000 connections", static_cast<double>(threads), "", 4);
     }

@@ -127,6 +127,9 @@ WebSocketStream::WebSocketStream(const asio::any_io_executor& executor, Options 
         websocket::permessage_deflate deflate;
         deflate.client_enable = true;
         stream.set_option(deflate);
+    } else {
+        // Beast keeps a buffer for masking, and masks a longer message in several goes. Compressed, each go would be a frame.
+        stream.write_buffer_bytes(512);
     }
 }
 
