@@ -176,7 +176,9 @@ void VXIMConversations::Impl::didOpen(std::shared_ptr<VXIMMessageStore> opened, 
                                         CatchUp::Limits{options.mostCaughtUp, options.farthestCaughtUp});
     damage = store->observeDamage([weak](const VXIMStoreDamage&) {
         const auto self = weak.lock();
-        if (self && self->isLinked) self->catchUp->linkDidOpen();  // what could not be saved is read again
+        if (!self) return;
+        self->outbox->reload();
+        if (self->isLinked) self->catchUp->linkDidOpen();  // what could not be saved is read again
     });
     outbox->load([weak](bool, const ErrorPtr& why) {
         const auto self = weak.lock();
@@ -342,6 +344,17 @@ void VXIMConversations::retry(std::int64_t localId, VXIMBooleanCompletion comple
 void VXIMConversations::cancel(std::int64_t localId, VXIMBooleanCompletion completion) {
     if (!impl_->outbox) return refuse(std::move(completion));
     impl_->outbox->cancel(localId, std::move(completion));
+}
+
+void VXIMConversations::readGap(VXIMConversationId conversation, VXIMStoredGap gap, VXIMCountCompletion completion) {
+    auto told = [completion = std::move(completion)](std::optional<std::int64_t> count, const ErrorPtr& error) {
+        if (completion) completion(count, error);
+    };
+    const bool hasHistory = conversation.kind == VXIMConversationKindFriend || conversation.kind == VXIMConversationKindGroup;
+    if (impl_->catchUp && hasHistory) return impl_->catchUp->fill(conversation, gap, std::move(told));
+    MainQueue::shared().async([isOpen = impl_->catchUp != nullptr, told = std::move(told)] {
+        isOpen ? told(0, nullptr) : told(std::nullopt, vexim::store::errors::notOpen());
+    });
 }
 
 void VXIMConversations::setCaughtUpHandler(std::function<void(const VXIMCaughtUp&)> handler) {

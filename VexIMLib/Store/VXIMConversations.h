@@ -84,6 +84,12 @@ public:
     /// Takes back a message that is not confirmed. What the service has by then it keeps, and its echo brings it back.
     void cancel(std::int64_t localId, VXIMBooleanCompletion completion);
 
+    /// Reads from the service what is missing in one of `VXIMMessageStore::gaps`, up to 100 messages from its newer end: as when
+    /// the user scrolls back to it. The gap becomes shorter, or goes with its last message. `completion` gets how many were stored.
+    /// Errors: those of the request and of the store, Closed before the store is open. A room has no history: its gaps stay, and
+    /// the number is 0.
+    void readGap(VXIMConversationId conversation, VXIMStoredGap gap, VXIMCountCompletion completion);
+
     /// Runs after each login and reconnect, when the histories have been read.
     void setCaughtUpHandler(std::function<void(const VXIMCaughtUp&)> handler);
     /// Hears what no completion tells: the store did not take a change (it is tried again), or another user has logged in

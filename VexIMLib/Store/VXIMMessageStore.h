@@ -24,7 +24,7 @@ using VXIMMessageStoreCompletion = std::function<void(std::shared_ptr<VXIMMessag
 /// Which store to open.
 struct VXIMMessageStoreOptions {
     /// A file, made when it is missing; or a folder that exists (or a path that ends in "/"), where each user of each service gets
-    /// a file of its own. Folders are not made.
+    /// a file of its own. Folders are not made. ":memory:": no file; all is gone with the store.
     std::string path = {};
     std::string userId = {};   ///< whose messages these are; empty, for a file only: of whoever is recorded in it
     std::string service = {};  ///< the service's origin, as in `VXIMClientConfiguration::socketURL`

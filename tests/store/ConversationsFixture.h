@@ -60,8 +60,8 @@ protected:
         return true;
     }
 
-    /// The program starts.
-    void start(VXIMConversationsOptions options = {}) {
+    /// The program starts, and has not opened its store.
+    void create(VXIMConversationsOptions options = {}) {
         if (options.path.empty()) options.path = folder / "alice.db";
         options.userId = "alice";
         options.echoTimeout = echoTimeout;
@@ -72,6 +72,10 @@ protected:
         conversations = VXIMConversations::conversationsWithClient(client, options);
         conversations->setCaughtUpHandler([this](const VXIMCaughtUp& caughtUp) { reports.push_back(caughtUp); });
         conversations->setTroubleHandler([this](const ErrorPtr& error) { troubles.push_back(error->localizedDescription()); });
+    }
+    /// The program starts.
+    void start(VXIMConversationsOptions options = {}) {
+        create(std::move(options));
         ErrorPtr why;
         bool isOpen = false;
         conversations->open(once([&](bool opened, const ErrorPtr& error) { isOpen = opened, why = error; }));

@@ -1,38 +1,19 @@
 // What a file, a disk and other programs may do to a store.
-#include <sqlite3.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <sstream>
 #include <tuple>
 
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "store/Damages.h"
 #include "store/StoreFixture.h"
 #include "support/ChildProcess.h"
 
 namespace vexim::testing {
 namespace {
-
-/// What another program does to the file.
-class Other {
-public:
-    explicit Other(const std::string& path) { sqlite3_open(path.c_str(), &database_); }
-    ~Other() { sqlite3_close(database_); }
-    Other(const Other&) = delete;
-    Other& operator=(const Other&) = delete;
-    void execute(const std::string& sql) {
-        char* why = nullptr;
-        EXPECT_EQ(sqlite3_exec(database_, sql.c_str(), nullptr, nullptr, &why), SQLITE_OK) << (why ? why : "");
-        sqlite3_free(why);
-    }
-
-private:
-    sqlite3* database_ = nullptr;
-};
 
 using StoreFaults = StoreTest;
 
@@ -127,27 +108,6 @@ TEST_F(StoreFaults, SaysWhenAnotherHasTheFileAndGoesOnWhenHeIsGone) {
     EXPECT_TRUE(wait(call(&VXIMMessageStore::close, store))) << "twice is once";
 }
 
-/// While this lives, no file grows beyond `bytes`.
-class FullDisk {
-public:
-    explicit FullDisk(rlim_t bytes) {
-        ::getrlimit(RLIMIT_FSIZE, &before_);
-        handler_ = std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit small{bytes, before_.rlim_max};
-        ::setrlimit(RLIMIT_FSIZE, &small);
-    }
-    ~FullDisk() {
-        ::setrlimit(RLIMIT_FSIZE, &before_);
-        std::signal(SIGXFSZ, handler_);
-    }
-    FullDisk(const FullDisk&) = delete;
-    FullDisk& operator=(const FullDisk&) = delete;
-
-private:
-    rlimit before_{};
-    void (*handler_)(int) = nullptr;
-};
-
 TEST_F(StoreFaults, TellsOfAFullDiskWritesNothingHalfAndLivesOn) {
     open();
     receive("before", kNoon);
@@ -235,6 +195,9 @@ TEST_F(StoreFaults, BringsAFileOfEveryEarlierVersionToThePresentOne) {
 
 TEST_F(StoreFaults, HasAfterAKillAllThatItToldAsDone) {
     ::setenv("VEXIM_STORE_TO_FILL", path().c_str(), 1);
+    const char* const formerly = std::getenv("TMPDIR");
+    const std::string temporary = formerly ? formerly : "/tmp";
+    ::setenv("TMPDIR", folder.path().c_str(), 1);  // what the killed one cannot remove goes with our folder
     for (const int lines : {1, 17, 60}) {
         std::size_t told = 0;
         {
@@ -252,6 +215,7 @@ TEST_F(StoreFaults, HasAfterAKillAllThatItToldAsDone) {
         shut();
     }
     ::unsetenv("VEXIM_STORE_TO_FILL");
+    ::setenv("TMPDIR", temporary.c_str(), 1);
 }
 
 TEST_F(StoreFaults, DISABLED_FillsAStore) {

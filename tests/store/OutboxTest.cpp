@@ -135,6 +135,18 @@ TEST_F(OutboxTest, LooksUpWhatACutLeftInDoubtBeforeItSendsAgain) {
              t.answerHistories({.status = 503}, 7);
          },
          "two", "one:confirmed two:sent"},
+        {"the history is asked too often",
+         [](OutboxTest& t) {
+             t.setHistory({t.arrived(0)});
+             t.answerHistories({.status = 429, .body = Dictionary{{"errorCode", 1300}}}, 3);
+         },
+         "two", "one:confirmed two:sent"},
+        {"the history is behind",
+         [](OutboxTest& t) {
+             t.setHistory({t.arrived(0), t.arrived(1)});
+             t.answerHistories({.body = Array()}, 1);
+         },
+         "", "one:confirmed two:confirmed"},
         {"they are no friends any more",
          [](OutboxTest& t) {
              t.answerHistories({.status = 404, .body = Dictionary{{"errorCode", 1202}}}, 1);

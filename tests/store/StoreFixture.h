@@ -15,6 +15,7 @@
 #include "VexIMLib/Store/VXIMMessageStore.h"
 #include "VexIMLib/Store/internal/Operations.h"
 #include "VexIMLib/VXIMErrors.h"
+#include "store/Damages.h"
 #include "support/TemporaryFolder.h"
 
 namespace vexim::testing {
@@ -24,12 +25,6 @@ using store::Change;
 using store::Merged;
 using store::Operations;
 using store::Outcome;
-
-inline std::string contentOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-inline void setContent(const std::string& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
 
 /// A store of alice's, and shortcuts that wait for each operation. They throw `vexim::Failure`.
 class StoreTest : public ::testing::Test {

@@ -146,6 +146,11 @@ void cancelStored(Request& request) {
     Stores::of(request)->conversations().cancel(request.value("localId").longLongValue(), request.done());
 }
 
+void readStoredGap(Request& request) {
+    const VXIMStoredGap gap{request.value("afterMillis").longLongValue(), request.value("beforeMillis").longLongValue()};
+    Stores::of(request)->conversations().readGap(conversationOf(request, "conversation"), gap, counted(request));
+}
+
 void openStore(Request& request) {
     VXIMMessageStoreOptions options;
     options.path = pathOf(request);

@@ -23,6 +23,7 @@ constexpr Operation kStoreOperations[] = {
     {"VXIMConversations.sendText", "conversation: conversationId, text: string", "storedMessage", "Queues a text.", handlers::sendStoredText},
     {"VXIMConversations.retry", "localId: integer", "true", "Sends a failed message again, or one that waits after a failure at once.", handlers::retryStored},
     {"VXIMConversations.cancel", "localId: integer", "true", "Takes back a message that is not confirmed.", handlers::cancelStored},
+    {"VXIMConversations.readGap", "conversation: conversationId, afterMillis: integer, beforeMillis: integer", "integer", "Reads up to 100 messages from the newer end of a gap, which becomes shorter or goes; tells how many were stored.", handlers::readStoredGap},
 
     // Any store.
     {"VXIMMessageStore.open", "path: string, userId: string?, service: string?, readOnly: boolean?", "store", "Opens a store beside the client's, for a look or for work without a connection: nothing is sent from it.", handlers::openStore},

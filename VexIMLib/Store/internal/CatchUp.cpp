@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Store/internal/OutboxErrors.h"
 #include "VexIMLib/Store/internal/Times.h"
-#include "VexIMLib/VXIMErrors.h"
 #include "VexIMLib/VXIMGroup.h"
 #include "VexIMLib/VXIMUser.h"
 
@@ -15,6 +15,7 @@ namespace {
 constexpr std::size_t kMostAtOnce = 4;
 constexpr std::int32_t kFirstPage = 50;
 constexpr std::int32_t kLongestPage = 500;
+constexpr std::int32_t kPageOfGap = 100;
 constexpr std::int32_t kMostOfOneMillisecond = 1'000;
 // Senders' clocks differ, so a message may lie before others that came earlier: so many known ones in a row are known ground.
 constexpr int kEnoughKnown = 50;
@@ -102,7 +103,7 @@ void CatchUp::list(int failures) {
     user->fetchWithCompletion([weak = weak_from_this(), user, link = link_, failures](bool, const ErrorPtr& error) {
         const auto self = weak.lock();
         if (!self || self->isStale(link)) return;
-        if (isTemporary(error)) {
+        if (errors::mayPass(error)) {
             return MainQueue::shared().after(pauseAfter(failures), [weak, link, failures] {
                 const auto later = weak.lock();
                 if (later && !later->isStale(link)) later->list(failures + 1);
@@ -166,20 +167,23 @@ void CatchUp::requestPage(const VXIMConversationId& conversation) {
     auto done = [weak = weak_from_this(), conversation, link = link_](const std::optional<Messages>& page, const ErrorPtr& error) {
         const auto self = weak.lock();
         if (!self || self->isStale(link)) return;
-        if (isTemporary(error)) return self->tryAgainLater(conversation, error);
+        if (errors::mayPass(error)) return self->tryAgainLater(conversation, error);
         if (error) return self->end(conversation, error);
         self->didGetPage(conversation, page.value_or(Messages()));
     };
-    const double before = (static_cast<double>(reading.beforeMillis) + 0.5) / 1000.0;  // is truncated to milliseconds again
-    if (conversation.kind == VXIMConversationKindGroup) {
-        return VXIMGroup::groupWithId(conversation.id)->getLatestMessagesBefore(before, reading.pageSize, std::move(done));
-    }
-    VXIMUser::userWithId(store_->userId())->getLatestChatsWithFriend(conversation.id, before, reading.pageSize, std::move(done));
+    request(conversation, reading.beforeMillis, reading.pageSize, std::move(done));
 }
 
-void CatchUp::didGetPage(const VXIMConversationId& conversation, const Messages& page) {
-    Reading& reading = readings_[conversation];
-    const bool isNews = reading.ground.knownUntilMillis != 0 || !isFresh_;
+void CatchUp::request(const VXIMConversationId& conversation, std::int64_t beforeMillis, std::int32_t size,
+                      PageCompletion done) const {
+    const double before = (static_cast<double>(beforeMillis) + 0.5) / 1000.0;  // is truncated to milliseconds again
+    if (conversation.kind == VXIMConversationKindGroup) {
+        return VXIMGroup::groupWithId(conversation.id)->getLatestMessagesBefore(before, size, std::move(done));
+    }
+    VXIMUser::userWithId(store_->userId())->getLatestChatsWithFriend(conversation.id, before, size, std::move(done));
+}
+
+std::vector<Arrival> CatchUp::arrivalsOf(const VXIMConversationId& conversation, const Messages& page, bool isNews) const {
     std::vector<Arrival> arrivals;
     for (auto message = page.rbegin(); message != page.rend(); ++message) {  // the oldest first
         Arrival arrival;
@@ -191,6 +195,12 @@ void CatchUp::didGetPage(const VXIMConversationId& conversation, const Messages&
         arrivals.push_back(std::move(arrival));
     }
     std::ranges::stable_sort(arrivals, {}, [](const Arrival& arrival) { return timeOf(arrival.payload); });
+    return arrivals;
+}
+
+void CatchUp::didGetPage(const VXIMConversationId& conversation, const Messages& page) {
+    Reading& reading = readings_[conversation];
+    auto arrivals = arrivalsOf(conversation, page, reading.ground.knownUntilMillis != 0 || !isFresh_);
     const bool bringsOlder = std::ranges::any_of(arrivals, [&](const Arrival& arrival) {
         const auto millis = timeOf(arrival.payload);
         return millis > 0 && millis < reading.oldestMillis;
@@ -292,6 +302,50 @@ void CatchUp::end(const VXIMConversationId& conversation, const ErrorPtr& error)
     }
     startSome();
     tellWhenDone();
+}
+
+void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap, VXIMCountCompletion completion) {
+    // Messages of the same millisecond as the first one behind the gap may be missing, too.
+    request(conversation, gap.beforeMillis + 1, kPageOfGap,
+            [weak = weak_from_this(), conversation, gap, completion = std::move(completion)](const std::optional<Messages>& page,
+                                                                                             const ErrorPtr& error) {
+                const auto self = weak.lock();
+                if (!self) return;
+                if (error) return completion(std::nullopt, error);
+                auto arrivals = self->arrivalsOf(conversation, page.value_or(Messages()), false);
+                const bool isFull = arrivals.size() >= static_cast<std::size_t>(kPageOfGap);
+                const std::int64_t oldest = arrivals.empty() ? 0 : timeOf(arrivals.front().payload);
+                // A page of one millisecond: what else there is in it cannot be had.
+                const std::int64_t reached = !isFull ? gap.afterMillis : std::min(oldest, gap.beforeMillis - 1);
+                self->surroundings_.insert(std::move(arrivals),
+                                           [weak, conversation, gap, reached, completion](
+                                               const std::optional<std::vector<Merged>>& merged, const ErrorPtr& why) {
+                                               const auto alive = weak.lock();
+                                               if (!alive) return;
+                                               if (why || !merged) return completion(std::nullopt, why);
+                                               const auto count = std::ranges::count(*merged, Outcome::Inserted, &Merged::outcome);
+                                               alive->narrow(conversation, gap, reached, count, completion);
+                                           });
+            });
+}
+
+void CatchUp::narrow(const VXIMConversationId& conversation, VXIMStoredGap gap, std::int64_t reachedMillis, std::int64_t count,
+                     VXIMCountCompletion completion) {
+    operations_.ground(conversation,
+                       [operations = operations_, conversation, gap, reachedMillis, count, completion = std::move(completion)](
+                           std::optional<Ground> ground, const ErrorPtr& error) mutable {
+                           if (error || !ground) return completion(std::nullopt, error);
+                           const auto found = std::ranges::find(ground->gaps, gap);
+                           if (found == ground->gaps.end()) return completion(count, nullptr);
+                           if (reachedMillis <= gap.afterMillis) {
+                               ground->gaps.erase(found);
+                           } else {
+                               found->beforeMillis = reachedMillis;
+                           }
+                           operations.setGround(conversation, *std::move(ground), [count, completion](bool, const ErrorPtr& why) {
+                               completion(why ? std::nullopt : std::optional(count), why);
+                           });
+                       });
 }
 
 /// A room has no history: what was said in it since is not to be had.

@@ -48,6 +48,8 @@ public:
     void linkDidClose();
     /// Reads a history back to known ground, and at least to this time.
     void read(const VXIMConversationId& conversation, std::int64_t sinceMillis);
+    /// Reads the newer end of a gap. `completion` gets how many messages were stored.
+    void fill(const VXIMConversationId& conversation, VXIMStoredGap gap, VXIMCountCompletion completion);
     /// A live message was stored: while the connection stands, nothing is missing before it.
     void didStoreLive(const VXIMConversationId& conversation, std::int64_t sentAtMillis);
 
@@ -69,7 +71,7 @@ private:
         int idlePages = 0;  // in a row that brought nothing older
         int failures = 0;
     };
-    using Messages = std::vector<std::shared_ptr<VXIMMessage>>;
+    using Messages = std::vector<std::shared_ptr<VXIMMessage>>;  // the newest first, as a history gives them
 
     bool isStale(std::uint64_t link) const noexcept { return link != link_ || !isOpen_; }
     void list(int failures);
@@ -78,7 +80,12 @@ private:
     void wantOnce(const VXIMConversationId& conversation);
     void startSome();
     void start(const VXIMConversationId& conversation);
+    using PageCompletion = std::function<void(const std::optional<Messages>& page, const ErrorPtr& error)>;
+    void request(const VXIMConversationId& conversation, std::int64_t beforeMillis, std::int32_t size, PageCompletion done) const;
     void requestPage(const VXIMConversationId& conversation);
+    std::vector<Arrival> arrivalsOf(const VXIMConversationId& conversation, const Messages& page, bool isNews) const;
+    void narrow(const VXIMConversationId& conversation, VXIMStoredGap gap, std::int64_t reachedMillis, std::int64_t count,
+                VXIMCountCompletion completion);
     void didGetPage(const VXIMConversationId& conversation, const Messages& page);
     void didStorePage(const VXIMConversationId& conversation, const std::vector<Arrival>& page, const std::vector<Merged>& merged,
                       bool bringsOlder);

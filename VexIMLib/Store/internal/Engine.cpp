@@ -192,6 +192,7 @@ void Engine::recordOwner() {
 }
 
 void Engine::closeFile() noexcept {
+    if (tables_ && location_.isInMemory()) removeOthers(tables_->filesFolder, {});
     tables_ = nullptr;
     database_ = nullptr;
 }

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
 
@@ -44,6 +45,12 @@ std::string digitsOf(std::string_view text) {
     return digits;
 }
 
+std::string temporaryFolder() {
+    std::string path = (std::filesystem::temp_directory_path() / "vexim-XXXXXX").string();
+    if (::mkdtemp(path.data()) == nullptr) failWithSystem(VXIMStoreErrorFailed, "There is no folder for the attachments.", errno);
+    return path;
+}
+
 }  // namespace
 
 Descriptor::~Descriptor() {
@@ -67,12 +74,12 @@ std::string originOf(const std::string& service) {
 
 Location locate(const VXIMMessageStoreOptions& options) {
     if (options.path.empty()) fail(VXIMStoreErrorCannotOpen, "The message store has no path.");
-    if (options.path == ":memory:") return {options.path};
+    if (options.path == ":memory:") return {options.path, temporaryFolder()};
     std::error_code ignored;
     const bool isFolder = std::filesystem::is_directory(options.path, ignored);
-    if (!isFolder && !options.path.ends_with('/')) return {options.path};
+    if (!isFolder && !options.path.ends_with('/')) return {options.path, {}};
     const std::string whose = originOf(options.service) + '\n' + options.userId;
-    return {(std::filesystem::path(options.path) / (plain(options.userId) + "-" + digitsOf(whose) + ".vexim")).string()};
+    return {(std::filesystem::path(options.path) / (plain(options.userId) + "-" + digitsOf(whose) + ".vexim")).string(), {}};
 }
 
 bool isThere(const std::string& path) {

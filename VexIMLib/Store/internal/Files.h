@@ -12,9 +12,10 @@ namespace vexim::store {
 
 /// Where a store lies.
 struct Location {
-    std::string path;  // of the database; ":memory:" is none
+    std::string path = {};       // of the database; ":memory:" is none
+    std::string temporary = {};  // the folder of the attachments of such a one
     bool isInMemory() const { return path == ":memory:"; }
-    std::string attachments() const { return path + "-files"; }
+    std::string attachments() const { return isInMemory() ? temporary : path + "-files"; }
     std::string rescue() const { return path + "-rescue"; }
 };
 

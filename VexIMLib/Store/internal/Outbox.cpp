@@ -2,6 +2,8 @@
 
 #include "VexIMLib/Store/internal/Outbox.h"
 
+#include <filesystem>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -58,6 +60,49 @@ void Outbox::load(VXIMBooleanCompletion completion) {
         if (completion) completion(error == nullptr, error);
         self->pumpAll();
     });
+}
+
+void Outbox::reload() {
+    std::vector<std::int64_t> all;  // of each conversation in its order
+    for (const auto& [conversation, lane] : lanes_) {
+        for (const auto& [localId, item] : lane.items) all.push_back(localId);
+    }
+    for (const auto localId : all) {
+        ++reloading_;
+        store_->message(localId,
+                        [weak = weak_from_this(), localId](const std::optional<VXIMStoredMessage>& row, const ErrorPtr& error) {
+                            const auto self = weak.lock();
+                            if (!self) return;
+                            --self->reloading_;
+                            if (!row && !error) self->restore(localId);
+                        });
+    }
+}
+
+void Outbox::restore(std::int64_t localId) {
+    const auto place = places_.find(localId);
+    if (place == places_.end()) return;
+    const VXIMConversationId conversation = place->second;
+    const Item lost = *find(conversation, localId);
+    if (lost.transfer) lost.transfer->cancel();
+    drop(conversation, localId);
+    const bool mayBeOut = lost.stage == Stage::Handing || lost.stage == Stage::Handed || lost.stage == Stage::Doubtful;
+    std::vector<std::string> files;
+    std::error_code ignored;
+    for (const auto& file : lost.row.attachmentFiles) {
+        if (std::filesystem::exists(file, ignored)) files.push_back(file);
+    }
+    ++adding_;
+    operations_.addOutgoing(conversation, lost.row.payload, std::move(files),
+                            [weak = weak_from_this(), conversation, mayBeOut, progress = lost.progress](
+                                const std::optional<VXIMStoredMessage>& row, const ErrorPtr& error) {
+                                const auto self = weak.lock();
+                                if (!self) return;
+                                --self->adding_;
+                                if (error) return self->surroundings_.complain(error);
+                                if (row) self->take(*row, mayBeOut ? Stage::Doubtful : Stage::Waiting, progress);
+                                self->pump(conversation);
+                            });
 }
 
 void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message, VXIMProgress progress,
@@ -141,7 +186,7 @@ void Outbox::linkDidOpen() {
 void Outbox::linkDidClose() {
     isOpen_ = false;
     for (auto& [conversation, lane] : lanes_) {
-        lane.isLookingUp = lane.isAskingForEchoes = lane.isPaused = false;
+        lane.isLookingUp = lane.hasLookedTwice = lane.isAskingForEchoes = lane.isPaused = false;
         lane.failures = 0;
         for (auto& [localId, item] : lane.items) {
             switch (item.stage) {
@@ -174,7 +219,8 @@ void Outbox::didConfirm(std::int64_t localId, bool withItsKey) {
 void Outbox::didLookUp(const VXIMConversationId& conversation, const ErrorPtr& error) {
     Lane& lane = laneOf(conversation);
     if (std::exchange(lane.isAskingForEchoes, false)) didMissEchoes(conversation, error);
-    if (!std::exchange(lane.isLookingUp, false)) return;
+    if (!lane.isLookingUp || (!error && looksOnceMore(conversation, lane))) return;
+    lane.isLookingUp = lane.hasLookedTwice = false;
     std::vector<std::int64_t> doubtful;
     for (const auto& [localId, item] : lane.items) {
         if (item.stage == Stage::Doubtful) doubtful.push_back(localId);

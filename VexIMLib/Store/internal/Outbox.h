@@ -39,6 +39,8 @@ public:
 
     /// Takes over what earlier runs of the program have left.
     void load(VXIMBooleanCompletion completion);
+    /// The store's file was damaged, and what could not be saved is missing in it: what waits here is put back.
+    void reload();
     /// `completion` runs when the message is written.
     void add(const VXIMConversationId& conversation, VXIMMessage& message, VXIMProgress progress,
              VXIMStoredMessageCompletion completion);
@@ -76,6 +78,7 @@ private:
     struct Lane {
         std::map<std::int64_t, Item> items;  // by local id, which is the order of sending
         bool isLookingUp = false;            // before anything else is sent
+        bool hasLookedTwice = false;
         bool isAskingForEchoes = false;
         bool isPaused = false;  // after a failure that may pass
         int failures = 0;       // in a row
@@ -90,6 +93,9 @@ private:
     void pump(const VXIMConversationId& conversation);
     void pumpAll();
     bool resolveDoubts(const VXIMConversationId& conversation, Lane& lane);
+    static std::int64_t oldestDoubt(const Lane& lane);
+    bool looksOnceMore(const VXIMConversationId& conversation, Lane& lane);
+    void restore(std::int64_t localId);
     void writeAhead(const VXIMConversationId& conversation, Lane& lane);
     void handOver(const VXIMConversationId& conversation, Lane& lane);
     void hand(const VXIMConversationId& conversation, Lane& lane, Item& item);
@@ -111,6 +117,7 @@ private:
     std::map<VXIMConversationId, Lane> lanes_;
     std::unordered_map<std::int64_t, VXIMConversationId> places_;  // of all items
     std::size_t adding_ = 0;                                       // those that the store has not answered yet
+    std::size_t reloading_ = 0;                                    // those of which `reload` does not know yet
     bool isOpen_ = false;
     std::uint64_t link_ = 0;  // counts connections
     bool keepsKeys_ = false;

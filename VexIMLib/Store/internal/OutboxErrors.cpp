@@ -3,6 +3,7 @@
 #include <string>
 
 #include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/VXIMErrors.h"
 
 namespace vexim::store::errors {
 namespace {
@@ -30,5 +31,12 @@ ErrorPtr outboxFull() { return make(VXIMStoreErrorOutboxFull, "Too many messages
 ErrorPtr notFound() { return make(VXIMStoreErrorNotFound, "There is no such message that failed or waits."); }
 ErrorPtr notOpen() { return make(VXIMStoreErrorClosed, "The store is not open."); }
 ErrorPtr otherUser() { return make(VXIMStoreErrorOtherOwner, "Another user has logged in than the one whose store this is."); }
+
+bool mayPass(const ErrorPtr& error) {
+    if (!error || isTemporary(error)) return error != nullptr;
+    const auto cause = error->underlyingError();
+    return cause && cause->is(kURLErrorDomain, URLErrorBadServerResponse) &&
+           cause->localizedDescription().starts_with("Request failed: 429 ");
+}
 
 }  // namespace vexim::store::errors

@@ -16,4 +16,8 @@ ErrorPtr notFound();
 ErrorPtr notOpen();
 ErrorPtr otherUser();
 
+/// Whether the same may succeed later by itself: a temporary error, or a service that is asked too often (RFC 6585, 4), which the
+/// core calls a refusal as any other 4xx.
+bool mayPass(const ErrorPtr& error);
+
 }  // namespace vexim::store::errors

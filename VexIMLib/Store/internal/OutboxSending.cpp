@@ -24,11 +24,13 @@ using namespace std::chrono_literals;
 constexpr std::size_t kMostHanded = 64;
 constexpr std::size_t kMostWrittenAhead = 16;
 constexpr int kMostMissedEchoes = 2;
+// How far a history may be behind what was sent.
+constexpr std::chrono::seconds kHistoryLag = 3s;
 // A clock that was set back by more than this is not waited for.
 constexpr std::int64_t kMostClockStepMillis = 1'000;
 
 bool mayPass(const ErrorPtr& error) {
-    return isTemporary(error) || (error && error->is(kURLErrorDomain, URLErrorCancelled));  // we cancel when the connection goes
+    return errors::mayPass(error) || error->is(kURLErrorDomain, URLErrorCancelled);  // we cancel when the connection goes
 }
 
 }  // namespace
@@ -47,13 +49,33 @@ void Outbox::pump(const VXIMConversationId& conversation) {
     handOver(conversation, lane);
 }
 
-/// False while something must be found out first.
-bool Outbox::resolveDoubts(const VXIMConversationId& conversation, Lane& lane) {
+std::int64_t Outbox::oldestDoubt(const Lane& lane) {
     std::int64_t since = INT64_MAX;
     for (const auto& [localId, item] : lane.items) {
-        if (item.stage == Stage::Handing) return true;  // it ends first
         if (item.stage == Stage::Doubtful) since = std::min(since, item.row.sentAtMillis);
     }
+    return since;
+}
+
+/// A history may be behind. Where no key tells a second copy from the first one, it is asked once more before anything is sent
+/// again. False: it has been.
+bool Outbox::looksOnceMore(const VXIMConversationId& conversation, Lane& lane) {
+    if (keepsKeys_ || oldestDoubt(lane) == INT64_MAX || std::exchange(lane.hasLookedTwice, true)) return false;
+    MainQueue::shared().after(kHistoryLag, [weak = weak_from_this(), conversation, link = link_] {
+        const auto self = weak.lock();
+        if (!self || link != self->link_ || !self->isOpen_) return;
+        // Also when all were found meanwhile: the answer lets the others go on.
+        self->surroundings_.lookUp(conversation, self->oldestDoubt(self->laneOf(conversation)));
+    });
+    return true;
+}
+
+/// False while something must be found out first.
+bool Outbox::resolveDoubts(const VXIMConversationId& conversation, Lane& lane) {
+    for (const auto& [localId, item] : lane.items) {
+        if (item.stage == Stage::Handing) return true;  // it ends first
+    }
+    const auto since = oldestDoubt(lane);
     if (since == INT64_MAX) return true;
     if (conversation.kind != VXIMConversationKindRoom) {
         lane.isLookingUp = true;
@@ -88,25 +110,26 @@ void Outbox::writeAhead(const VXIMConversationId& conversation, Lane& lane) {
             }
             ++ahead;
             item.stage = Stage::Writing;
-            write(
-                item, VXIMStoredMessageSending, nullptr, false,
-                [weak = weak_from_this(), conversation, localId = localId](const std::optional<VXIMStoredMessage>& written,
-                                                                           const ErrorPtr& error) {
-                    const auto self = weak.lock();
-                    Item* const ours = self ? self->find(conversation, localId) : nullptr;
-                    if (!ours || ours->stage != Stage::Writing) return;
-                    if (written && written->state == VXIMStoredMessageConfirmed) {  // a late echo of an earlier attempt
-                        self->drop(conversation, localId);
-                    } else if (error && error->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) {  // its conversation was removed
-                        self->drop(conversation, localId);
-                    } else if (error) {
-                        ours->stage = Stage::Waiting;  // nothing goes out that is not written first
-                        self->pause(conversation, self->laneOf(conversation));
-                    } else {
-                        ours->stage = Stage::Ready;
-                    }
-                    self->pump(conversation);
-                });
+            write(item, VXIMStoredMessageSending, nullptr, false,
+                  [weak = weak_from_this(), conversation, localId = localId](const std::optional<VXIMStoredMessage>& written,
+                                                                             const ErrorPtr& error) {
+                      const auto self = weak.lock();
+                      Item* const ours = self ? self->find(conversation, localId) : nullptr;
+                      if (!ours || ours->stage != Stage::Writing) return;
+                      if (written && written->state == VXIMStoredMessageConfirmed) {  // a late echo of an earlier attempt
+                          self->drop(conversation, localId);
+                      } else if (error && error->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) {
+                          ours->stage = Stage::Waiting;
+                          if (self->reloading_ > 0) return;   // it went with a damaged file, and is about to be put back
+                          self->drop(conversation, localId);  // its conversation was removed
+                      } else if (error) {
+                          ours->stage = Stage::Waiting;  // nothing goes out that is not written first
+                          self->pause(conversation, self->laneOf(conversation));
+                      } else {
+                          ours->stage = Stage::Ready;
+                      }
+                      self->pump(conversation);
+                  });
         }
         if (item.stage != Stage::Handed && !item.row.attachmentFiles.empty())
             break;  // what stands behind an upload is not being sent yet

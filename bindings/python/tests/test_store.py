@@ -105,6 +105,7 @@ async def tell_the_store(case):
                 case.assertEqual([found.text for found in await store.search("sec* ", peer=BOB, before=newest[0])], ["second"])
                 case.assertEqual(await store.search("second", until=older[0].sent_at), [])
                 case.assertEqual(await store.gaps(BOB), [])
+                case.assertEqual(await store.read_gap(BOB, vexim.Gap(None, newest[0].sent_at)), 0)  # what it would read is there
                 await store.mark_read(BOB, newest[0])
                 await store.set_draft(BOB, "dear Bob")
                 found = await store.conversation(BOB)

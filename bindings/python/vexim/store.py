@@ -155,6 +155,13 @@ class Store:
         """Where messages are missing that the service does not have any more."""
         return [gap_from(record) for record in await self._call("gaps", id=peer_record(peer))]
 
+    async def read_gap(self, peer: Peer, gap: Gap) -> int:
+        """Reads up to 100 messages from the newer end of a gap, as when the user scrolls back to it: it becomes shorter, or goes. Returns how
+        many were stored."""
+        self._needs_outbox()
+        return int(await self._link().call("VXIMConversations.readGap", {
+            "conversation": peer_record(peer), "afterMillis": _millis(gap.after) or 0, "beforeMillis": _millis(gap.before) or 0}))
+
     async def export(self, path: str | os.PathLike[str], peer: Peer | None = None) -> int:
         """Writes all messages, or those of one conversation, to a file: a JSON object a line. Returns how many."""
         return int(await self._call("exportJSONLines", path=os.path.abspath(os.fspath(path)),
@@ -413,7 +420,7 @@ def hours(time: datetime.timedelta | None) -> int | None:
 
 
 def _millis(time: datetime.datetime | None) -> int | None:
-    return None if time is None else math.floor(time.timestamp() * 1000)
+    return None if time is None else round(time.timestamp() * 1000)
 
 
 def _local_id(message: StoredMessage | int) -> int:

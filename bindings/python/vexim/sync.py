@@ -602,6 +602,12 @@ class Store:
         """Where messages are missing that the service does not have any more."""
         return self._portal.run(self._inner.gaps(peer), self._timeout)
 
+    def read_gap(self, peer: Peer, gap: Gap) -> int:
+        """Reads up to 100 messages from the newer end of a gap, as when the user scrolls back to it: it becomes shorter, or goes. Returns how
+        many were stored.
+        """
+        return self._portal.run(self._inner.read_gap(peer, gap), self._timeout)
+
     def export(self, path: str | os.PathLike[str], peer: Peer | None=None) -> int:
         """Writes all messages, or those of one conversation, to a file: a JSON object a line. Returns how many."""
         return self._portal.run(self._inner.export(path, peer), self._timeout)
