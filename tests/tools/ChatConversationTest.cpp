@@ -1,6 +1,4 @@
-// Conversations: what is confirmed, what failed, how history and live messages become one; and the session's state.
-
-#include <algorithm>
+// Conversations: messages as the store has them, notices between them, files, what is unread; and the session's state.
 
 #include "tests/tools/ChatFixture.h"
 #include "tools/vexim/chat/Roster.h"
@@ -14,110 +12,68 @@ using ConversationTest = ChatTest;
 
 constexpr double kNow = 1'700'000'000;
 
-/// Keeps messages in the order of their time, and answers as the service does: the newest first, none at or after `before`.
-class History {
-public:
-    void add(const Entry& message) { messages_.push_back(message); }
-
-    std::vector<Entry> answer(const Conversation::Request& request) const {
-        std::vector<Entry> page;
-        for (auto message = messages_.rbegin(); message != messages_.rend(); ++message) {
-            const bool isBefore = request.before == 0 || message->time < request.before - 0.0005;
-            if (isBefore && static_cast<int>(page.size()) < request.limit) page.push_back(*message);
-        }
-        return page;
-    }
-
-private:
-    std::vector<Entry> messages_;
-};
-
 std::string texts(const Conversation& conversation) {
     std::string all;
     for (const auto& entry : conversation.entries()) all += (all.empty() ? "" : " ") + entry.text;
     return all;
 }
 
-const Entry& last(const Conversation& conversation) { return conversation.entries().back(); }
-
-TEST_F(ConversationTest, PagesThroughAHistoryWithoutAGapOrADouble) {
-    History history;
-    std::string expected;
-    for (int number = 0; number < 1000; ++number) {
-        // Twelve at a time bear one time, and a hundred in the middle do.
-        const int time = number / 12 * 12;
-        history.add(messageFrom("bob", kNow + (number >= 400 && number < 500 ? 400 : time), "m" + std::to_string(number)));
-        expected += (number == 0 ? "m" : " m") + std::to_string(number);
-    }
-    Conversation conversation({Kind::Friend, "bob"});
-    conversation.takeNewest(Conversation::newestPage(kNow + 5000), history.answer(Conversation::newestPage(kNow + 5000)));
-    for (int pages = 0; conversation.older == Older::There; ++pages) {
-        ASSERT_LT(pages, 50) << "no end of it";
-        const auto request = conversation.olderPage();
-        conversation.takeOlder(request, history.answer(request));
-    }
-    EXPECT_EQ(conversation.older, Older::Nothing);
-    EXPECT_EQ(texts(conversation), expected);
-}
-
-TEST_F(ConversationTest, KnowsOwnMessagesWhenTheyComeBack) {
-    Conversation conversation({Kind::Friend, "bob"});
-    conversation.append(ownMessage(kNow, "one", Delivery::Handed));
-    conversation.append(ownMessage(kNow + 0.001, "one", Delivery::Handed));
-    EXPECT_FALSE(conversation.confirm(messageFrom("me", kNow, "two"))) << "sent from another device";
-    EXPECT_TRUE(conversation.confirm(messageFrom("me", kNow + 0.001, "one")));
-    EXPECT_EQ(conversation.entries()[0].delivery, Delivery::Handed);
-    EXPECT_EQ(conversation.entries()[1].delivery, Delivery::Delivered);
-    EXPECT_FALSE(conversation.confirm(messageFrom("me", kNow + 0.001, "one"))) << "once only";
-
-    EXPECT_FALSE(conversation.doubt(kNow + 1));
-    EXPECT_TRUE(conversation.doubt(kNow + kPatience + 1));
-    EXPECT_FALSE(conversation.doubt(kNow + kPatience + 2)) << "said already";
-    EXPECT_EQ(conversation.entries()[0].delivery, Delivery::Unconfirmed);
-}
-
-TEST_F(ConversationTest, AfterALossTellsWhatArrivedFromWhatDidNot) {
-    History history;
+TEST_F(ConversationTest, StandsNoticesWhereTheyBelongWhateverTheStoreHas) {
     Conversation conversation({Kind::Group, "g"});
-    for (const char* text : {"a", "b"}) {
-        history.add(messageFrom("bob", kNow, text));
-        conversation.append(messageFrom("bob", kNow, text));
-    }
-    conversation.append(ownMessage(kNow + 1, "arrived", Delivery::Handed));
-    conversation.append(ownMessage(kNow + 2, "lost", Delivery::Handed));
-    conversation.append(ownMessage(kNow + 58, "just handed over", Delivery::Handed));
-    history.add(messageFrom("me", kNow + 1, "arrived"));
-    history.add(messageFrom("bob", kNow + 20, "missed"));
-
-    auto request = Conversation::newestPage(kNow + 60);
-    request.newsAfter = kNow + 10;
-    EXPECT_EQ(conversation.takeNewest(request, history.answer(request)), 1);
-    EXPECT_EQ(texts(conversation), "a b arrived lost missed just handed over");
-    EXPECT_EQ(conversation.entries()[2].delivery, Delivery::Delivered);
-    EXPECT_EQ(conversation.entries()[3].delivery, Delivery::Failed);
-    EXPECT_EQ(last(conversation).delivery, Delivery::Handed) << "too fresh to judge";
+    conversation.notice(messageFrom("", kNow + 15, "[notice]"));
+    EXPECT_EQ(texts(conversation), "[notice]") << "before the store is open";
+    std::vector<Entry> messages = {messageFrom("bob", kNow, "a"), messageFrom("bob", kNow + 10, "b"),
+                                   messageFrom("bob", kNow + 20, "c")};
+    conversation.show(numbered(messages));
+    EXPECT_EQ(texts(conversation), "a b [notice] c");
+    auto gap = messageFrom("", kNow + 9.9995, "[gap]");
+    gap.isNotice = true;
+    conversation.showGaps({gap});
+    conversation.showGaps({gap});
+    EXPECT_EQ(texts(conversation), "a [gap] b [notice] c") << "each once";
+    messages.insert(messages.begin(), messageFrom("bob", kNow - 10, "older"));
+    conversation.show(numbered(messages));
+    conversation.showGaps({});
+    EXPECT_EQ(texts(conversation), "older a b [notice] c");
+    conversation.notice(messageFrom("", kNow + 1, "[late]"));
+    EXPECT_EQ(conversation.entries().back().text, "[late]") << "what is said now stands at the end, whatever others' clocks say";
 }
 
-TEST_F(ConversationTest, ShowsNoGap) {
-    History history;
-    Conversation conversation({Kind::Friend, "bob"});
-    conversation.append(messageFrom("bob", kNow, "before"));
-    conversation.append(ownMessage(kNow + 1, "failed", Delivery::Failed));
-    conversation.older = Older::Nothing;
-    for (int number = 0; number < 200; ++number) history.add(messageFrom("bob", kNow + 10 + number, "m"));
-    const auto request = Conversation::newestPage(kNow + 1000);
-    conversation.takeNewest(request, history.answer(request));
-    EXPECT_EQ(conversation.entries().front().text, "failed") << "it is nowhere else";
-    EXPECT_EQ(conversation.entries().size(), 1u + static_cast<std::size_t>(request.limit));
-    EXPECT_EQ(conversation.older, Older::There) << "the way back is through the history again";
+TEST_F(ConversationTest, KeepsWhatItKnowsOfAFileWhenTheStoreTellsOfItAgain) {
+    Roster roster;
+    auto& bob = roster.open({Kind::Friend, "bob"});
+    auto sent = ownMessage(kNow, "", Delivery::Sending);
+    sent.file = File{"image", "/store/12-0.png", 0, std::nullopt};
+    auto received = messageFrom("bob", kNow + 1, "http://service/1.png");
+    received.file = File{"image", "", 0, std::nullopt};
+    const auto messages = numbered({sent, received});
+    bob.show(messages);
+    roster.numberFiles(bob);
+    bob.find(1)->file->path = "/pictures/dot.png";
+    bob.find(1)->file->percent = 45;
+    bob.find(2)->file->percent = 10;  // being fetched
+    bob.show(messages);
+    roster.numberFiles(bob);
+    EXPECT_EQ(bob.find(1)->file->path, "/pictures/dot.png");
+    EXPECT_EQ(bob.find(1)->file->percent, 45);
+    EXPECT_EQ(bob.findFile(1), bob.find(2)) << "the same number";
+    EXPECT_EQ(bob.find(2)->file->percent, 10);
+
+    auto delivered = messages;
+    delivered[0].delivery = Delivery::Delivered;
+    delivered[0].text = "http://service/2.png";
+    bob.show(delivered);
+    roster.numberFiles(bob);
+    EXPECT_FALSE(bob.find(1)->file->percent);
+    EXPECT_EQ(bob.findFile(2), bob.find(1));
 }
 
-TEST_F(ConversationTest, BoundsWhatItKeeps) {
+TEST_F(ConversationTest, DoubtsWhatHasNotComeBackInTime) {
     Conversation conversation({Kind::Friend, "bob"});
-    conversation.older = Older::Nothing;
-    for (std::size_t number = 0; number < Conversation::kMost + 10; ++number) conversation.append(messageFrom("bob", kNow, "m"));
-    EXPECT_EQ(conversation.entries().size(), Conversation::kMost);
-    EXPECT_EQ(conversation.older, Older::There);
+    conversation.show(numbered({ownMessage(kNow, "one", Delivery::Handed), ownMessage(kNow + 4, "two", Delivery::Handed)}));
+    conversation.doubt(kNow + kPatience + 1);
+    EXPECT_EQ(conversation.entries()[0].delivery, Delivery::Unconfirmed);
+    EXPECT_EQ(conversation.entries()[1].delivery, Delivery::Handed);
 }
 
 TEST_F(ConversationTest, CountsWhatIsUnread) {
@@ -125,14 +81,14 @@ TEST_F(ConversationTest, CountsWhatIsUnread) {
     auto& bob = roster.open({Kind::Friend, "bob"});
     auto& group = roster.open({Kind::Group, "g"});
     roster.select(bob);
-    roster.receive(bob.address, messageFrom("bob", kNow, "seen"));
-    roster.receive(group.address, messageFrom("bob", kNow, "elsewhere"));
-    roster.receive(group.address, ownMessage(kNow, "from another device", Delivery::Delivered));
-    EXPECT_EQ(bob.unread, 0);
+    roster.setUnread(bob, 1);
+    roster.setUnread(group, 1);
+    EXPECT_EQ(bob.unread, 0) << "it is being looked at";
     EXPECT_EQ(group.unread, 1);
 
+    bob.show(numbered({messageFrom("bob", kNow, "seen")}));
     bob.anchor = Anchor{bob.entries().front().id, 0};
-    roster.receive(bob.address, messageFrom("bob", kNow + 1, "below the screen"));
+    roster.setUnread(bob, 1);  // below the screen
     EXPECT_EQ(bob.unread, 1);
     roster.follow();
     EXPECT_EQ(bob.unread, 0);
@@ -144,8 +100,12 @@ TEST_F(ConversationTest, CountsWhatIsUnread) {
     roster.selectBy(1);
     EXPECT_EQ(roster.current().address.kind, Kind::Console) << "around the end";
     roster.selectBy(-1);
-    roster.close(group.address);
+    const Address closed = group.address;
+    roster.close(closed);
     EXPECT_EQ(&roster.current(), &bob);
+    EXPECT_TRUE(roster.wasClosed(closed));
+    roster.open(closed);
+    EXPECT_FALSE(roster.wasClosed(closed));
 }
 
 TEST_F(ConversationTest, SaysWhereTheSessionStandsAndWhatComesNext) {

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "tools/vexim/chat/Conversation.h"
 #include "tools/vexim/chat/Text.h"
@@ -26,10 +27,16 @@ inline chat::Entry messageFrom(const std::string& sender, double time, const std
     return entry;
 }
 
+/// With ids from 1 on, as a store gives them.
+inline std::vector<chat::Entry> numbered(std::vector<chat::Entry> messages) {
+    std::uint64_t id = 0;
+    for (auto& message : messages) message.id = ++id;
+    return messages;
+}
+
 inline chat::Entry ownMessage(double time, const std::string& text, chat::Delivery delivery) {
     auto entry = messageFrom("me", time, text);
     entry.isOwn = true;
     entry.delivery = delivery;
-    entry.handed = time;
     return entry;
 }

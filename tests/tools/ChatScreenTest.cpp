@@ -108,17 +108,19 @@ void fill(Roster& roster) {
     auto& bob = roster.open({Kind::Friend, "bob"});
     roster.rename(bob, "a name that is longer than any list is wide 漢字漢字漢字漢字漢字漢字");
     bob.online = true;
+    std::vector<Entry> messages;
     for (const char* text : {"short", "漢字漢字漢字漢字漢字 👨‍👩‍👧 e\u0301", "\033[2Jmany\nlines\n\n\nhere",
                              "", "loooooooooooooooooooooooooooooooooooong"}) {
-        roster.receive(bob.address, messageFrom("\033]0;x\007a very long sender's name that does not end", kNoon, text));
+        messages.push_back(messageFrom("\033]0;x\007a very long sender's name that does not end", kNoon, text));
     }
-    roster.receive(bob.address, messageFrom("bob", kNoon + 86'400, "the next day"));
-    auto failed = ownMessage(kNoon, "never", Delivery::Failed);
-    failed.failure = "no\nreason";
-    bob.append(failed);
-    auto file = ownMessage(kNoon, "", Delivery::Sending);
-    file.file = File{"image", "/some/where/dot.png", 0, 45};
-    bob.append(file);
+    messages.push_back(messageFrom("bob", kNoon + 86'400, "the next day"));
+    messages.push_back(ownMessage(kNoon, "never", Delivery::Failed));
+    messages.back().failure = "no\nreason";
+    messages.push_back(ownMessage(kNoon, "later", Delivery::Waiting));
+    messages.back().failure = "no connection";
+    messages.push_back(ownMessage(kNoon, "", Delivery::Sending));
+    messages.back().file = File{"image", "/some/where/dot.png", 0, 45};
+    bob.show(numbered(std::move(messages)));
     for (int number = 0; number < 20; ++number) roster.open({Kind::Group, "g" + std::to_string(number)}).unread = number * 100;
     roster.select(bob);
 }
@@ -141,8 +143,9 @@ TEST_F(ScreenTest, FitsEveryScreen) {
     }
     std::string screen;
     for (const auto& row : draw(roster, {}, line, {80, 30}).rows) screen += textOf(row) + "\n";
-    for (const char* text : {"● ", "lines", "Wednesday, 15 November", "Thursday, 16 November", "(not sent: no reason; /retry)",
-                             "[image] dot.png [#########-----------] 45%", "/cancel", "> typed 漢字"}) {
+    for (const char* text :
+         {"● ", "lines", "Wednesday, 15 November", "Thursday, 16 November", "(not sent: no reason; /retry)",
+          "later (waits to be sent: no connection)", "[image] dot.png [#########-----------] 45%", "/cancel", "> typed 漢字"}) {
         EXPECT_NE(screen.find(text), std::string::npos) << text << " in\n" << screen;
     }
 }
@@ -150,8 +153,7 @@ TEST_F(ScreenTest, FitsEveryScreen) {
 TEST_F(ScreenTest, KeepsTheColumnsOfATable) {
     Conversation console({});
     Entry notice = messageFrom("", kNoon, "keys:\n  a   one two three four five\n\n  no table here");
-    notice.isNotice = true;
-    console.append(notice);
+    console.notice(notice);
     std::string lines;
     for (const auto& line : linesOfEntry(console, 0, 20)) lines += textOf(line) + "|";
     EXPECT_NE(lines.find("|-- keys:|  a   one two three|      four five||  no table here|"), std::string::npos) << lines;
@@ -162,10 +164,12 @@ TEST_F(ScreenTest, ScrollsOverEveryLineAndStaysWhereItIs) {
     constexpr int kHeight = 10;
     Conversation conversation({Kind::Friend, "bob"});
     conversation.older = Older::Nothing;
+    std::vector<Entry> messages;
     for (int number = 0; number < 10'000; ++number) {
-        conversation.append(messageFrom("bob", kNoon + number * 60,
-                                        number % 7 == 0 ? "a message of several lines, as they come now and then" : "m"));
+        const char* const text = number % 7 == 0 ? "a message of several lines, as they come now and then" : "m";
+        messages.push_back(messageFrom("bob", kNoon + number * 60, text));
     }
+    conversation.show(numbered(messages));
     std::size_t whole = 0;
     for (std::size_t index = 0; index < conversation.entries().size(); ++index)
         whole += linesOfEntry(conversation, index, kWidth).size();
@@ -178,7 +182,8 @@ TEST_F(ScreenTest, ScrollsOverEveryLineAndStaysWhereItIs) {
     ASSERT_EQ(top.size(), static_cast<std::size_t>(kHeight));
     EXPECT_EQ(textOf(top.front()), "(the beginning)");
 
-    conversation.append(messageFrom("bob", kNoon, "new"));
+    messages.push_back(messageFrom("bob", kNoon, "new"));
+    conversation.show(numbered(messages));
     EXPECT_EQ(linesOf(conversation, kWidth, kHeight), top) << "what comes does not move the view";
     EXPECT_TRUE(scroll(conversation, kWidth, kHeight, -5)) << "there is nothing above";
     EXPECT_EQ(linesOf(conversation, kWidth, kHeight), top);

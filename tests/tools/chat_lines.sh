@@ -21,7 +21,37 @@ done
 grep -qF 'first' <<< "$history" || fail "the first line was lost: $history"
 
 if heard=$(printf 'lost' | chat --server "$url" --user alice --group nowhere); then fail "sent to nobody: $heard"; fi
-grep -qF 'the service has not sent it back: group nowhere, alice: lost' <<< "$heard" || fail "nobody says what was lost: $heard"
+grep -qF 'group nowhere, alice: lost' <<< "$heard" || fail "nobody says what was lost: $heard"
+
+# With a store: what waits goes out in the next run, and what came meanwhile is told at its start.
+folder=$(mktemp -d "${TMPDIR:-/tmp}/vexim-chat-XXXXXX")
+trap 'rm -rf "$folder"' EXIT
+keeping() { chat --server "$url" --user alice --friend bob --store "$folder/alice.vexim"; }
+heard=$(printf '/pause\nwritten on a train\n' | keeping) || fail "a chat that ends without a connection: $heard"
+grep -qF '1 message waits in the store' <<< "$heard" || fail "nobody says that it waits: $heard"
+"$vexim" send --server "$url" --user bob --friend alice 'are you there?' || fail "bob cannot send"
+coproc alice { exec timeout 60 "$vexim" chat --server "$url" --user alice --friend bob --store "$folder/alice.vexim"; }
+for line in 'while you were away: 1 message' 'friend bob, bob: are you there?' 'friend bob, alice: written on a train'; do
+    heard=
+    # The last one may come before the others.
+    grep -qF "$line" "$folder/heard" 2> /dev/null || until grep -qF "$line" "$folder/heard" 2> /dev/null; do
+        IFS= read -r -t 60 heard <&"${alice[0]}" || fail "not said in the next run: $line, but: $(cat "$folder/heard")"
+        printf '%s\n' "$heard" >> "$folder/heard"
+    done
+done
+# Beside a chat that has it open.
+found=$("$vexim" search 'wri* TRAIN' --store "$folder/alice.vexim" --friend bob --since 2020-01-01) || fail "the search"
+grep -qF 'friend bob, alice: written on a train' <<< "$found" || fail "not found, but: $found"
+[ -z "$("$vexim" search train --store "$folder/alice.vexim" --until 2020-01-01)" ] || fail "found in another year"
+[ -z "$("$vexim" search train --store "$folder/alice.vexim" --group bob)" ] || fail "found in another conversation"
+"$vexim" search there --json --store "$folder/alice.vexim" | grep -qF '"direction":"incoming"' || fail "the search as JSON"
+"$vexim" export --store "$folder/alice.vexim" | grep -qF '"written on a train"' || fail "the export"
+"$vexim" export "$folder/all.jsonl" --store "$folder/alice.vexim" --group bob || fail "the export of one conversation"
+[ -e "$folder/all.jsonl" ] && [ ! -s "$folder/all.jsonl" ] || fail "there was nothing to export"
+if heard=$(keeping < /dev/null); then fail "two programs have the store: $heard"; fi
+grep -qF 'no store: Another program has the message store open' <<< "$heard" || fail "no reason given: $heard"
+echo /quit >&"${alice[1]}"
+wait "$alice_PID" || fail "the chat with a store"
 
 if heard=$(chat --server "$url" --username alice --password wrong < /dev/null); then fail "a wrong password: $heard"; fi
 grep -qF 'The credentials match no user' <<< "$heard" || fail "no reason given: $heard"

@@ -139,7 +139,7 @@ kill -CONT "$service_pid"
 await_not alice '(not confirmed yet)'
 await alice 'alice connected to'
 
-step "the service dies: what cannot be sent says so"
+step "the service dies: what cannot be sent waits"
 keys bob M-1
 keys alice M-1
 kill -KILL "$service_pid"
@@ -147,16 +147,17 @@ wait "$service_pid" 2> /dev/null || true
 await alice 'next attempt'
 await alice '1 ? bob'
 say alice 'while it is down'
-await alice '(not sent:'
+await alice 'while it is down (waits to be sent'
 
 step "it comes back, and so do they"
 start_service
 await alice 'alice connected to'
 await bob 'bob connected to'
 await alice '1 ● bob'
-say alice '/retry'
-await_not alice '(not sent:'
+await_not alice '(waits to be sent'
 await bob 'alice: while it is down'
+say alice '/search WHILE down'
+await alice 'found, the newest first:'
 
 step "paused and resumed"
 say alice '/pause'

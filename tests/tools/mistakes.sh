@@ -43,6 +43,16 @@ table="
 2 | /dev/null | this is a folder, not a file: /            | send --server http://127.0.0.1:1 {} --file /
 1 | /dev/null | not sent: The body is too large            | send --server $url {} --file large.png
 1 | /dev/null | Is \"nobody\" a friend of yours?            | send --server $url --user alice --friend nobody hi
+2 | /dev/null | not \"tomorrow\"                           | search hi --store alice.vexim --since tomorrow
+2 | /dev/null | no letter or digit to search for in \"...\" | search ... --store latin1
+2 | /dev/null | --store is a folder                        | search hi --store .
+2 | /dev/null | --store is a folder                        | export --store . --user alice
+2 | /dev/null | --store is required                        | search hi
+2 | /dev/null | TEXT is required                           | search --store alice.vexim
+1 | /dev/null | There is no message store at this path     | search hi --store nothing.vexim
+1 | /dev/null | There is no message store at this path     | export --store nothing.vexim
+1 | /dev/null | VXIMStoreErrorDomain                       | search hi --store latin1
+1 | /dev/null | no store: The message store's folder       | chat --server $url {} --store none/alice.vexim
 1 | /dev/null | Are you a member of a group \"nowhere\"?   | send --server $url --user alice --group nowhere hi
 "
 cd "$folder"

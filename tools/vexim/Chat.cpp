@@ -3,14 +3,21 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 
 #include "PlainChat.h"
+#include "VexIMLib/Store/VXIMConversations.h"
 #include "VexIMLib/VexIMLib.h"
 #include "chat/Program.h"
 
 namespace {
+
+// The service drops what goes to nobody without a word, and sends back what it delivers.
+constexpr std::chrono::seconds kEchoTimeout{5};
+// Of each conversation, where nothing is kept: the rest comes when it is scrolled to.
+constexpr std::int32_t kMostRead = 50;
 
 /// A descriptor that tells of resizes and of requests to end, in place of handlers. From here on these signals reach no thread
 /// that is started afterwards.
@@ -25,15 +32,19 @@ int signalDescriptor() {
 }  // namespace
 
 std::string chatHelp() {
-    return "On a terminal it takes the whole screen; otherwise it reads and prints lines.\nNO_COLOR does without colours.\n\n" +
+    return "On a terminal it takes the whole screen; otherwise it reads and prints lines.\nNO_COLOR does without colours.\n"
+           "With --store the messages are kept: what could not be sent goes out in the next run, and what was missed is read.\n\n" +
            chat::helpText();
 }
 
-int runChat(const Account& account, const Credentials& credentials, const Peer& peer) {
+int runChat(const Account& account, const Credentials& credentials, const Peer& peer, const std::optional<std::string>& store) {
     const bool isUTF8 = chat::useUTF8();
-    auto client = account.makeClient();
+    VXIMConversationsOptions options{.path = store.value_or(":memory:"), .userId = credentials.userId.value_or("")};
+    options.echoTimeout = kEchoTimeout;
+    if (!store) options.mostCaughtUp = kMostRead;
+    auto conversations = VXIMConversations::conversationsWithClient(account.makeClient(), std::move(options));
     const bool isTerminal = isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
-    if (!isTerminal) return runPlainChat(client, credentials, peer);
+    if (!isTerminal) return runPlainChat(conversations, credentials, peer, store);
 
     const int signals = signalDescriptor();
     auto screen = chat::Screen::open(isUTF8);
@@ -42,14 +53,14 @@ int runChat(const Account& account, const Credentials& credentials, const Peer& 
         sigset_t none;
         sigemptyset(&none);
         pthread_sigmask(SIG_SETMASK, &none, nullptr);
-        return runPlainChat(client, credentials, peer);
+        return runPlainChat(conversations, credentials, peer, store);
     }
     vexim::setLogSink({});  // lines from elsewhere would run through the screen
 
     std::string complaint;
     int status = 0;
     {
-        chat::Program program(client, credentials, std::move(screen));
+        chat::Program program(conversations, credentials, std::move(screen));
         status = program.run(peer, signals);
         complaint = program.complaint();
     }

@@ -31,9 +31,8 @@ void Inbox::write(std::string line) {
     wrote(lines_.back());
 }
 
-void Inbox::writeMessage(const std::string& conversation, VXIMMessage& message) {
-    const auto speaker = message.sender()->userId().description();
-    write(conversation + ", " + speaker + ": " + contents(message));
+std::string Inbox::lineOf(const std::string& conversation, VXIMMessage& message) {
+    return conversation + ", " + message.sender()->userId().description() + ": " + contents(message);
 }
 
 void Inbox::clientDidLogin(const std::shared_ptr<VXIMClient>&) { write("login"); }
@@ -46,17 +45,17 @@ void Inbox::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) { write("dis
 
 void Inbox::clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
                                               const std::shared_ptr<VXIMFriendInfo>& from) {
-    writeMessage("friend " + from->uid().description(), *message);
+    write(lineOf("friend " + from->uid().description(), *message));
 }
 
 void Inbox::clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
                                              const std::shared_ptr<VXIMGroup>& from) {
-    writeMessage("group " + from->groupId().description(), *message);
+    write(lineOf("group " + from->groupId().description(), *message));
 }
 
 void Inbox::clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
                                             const std::shared_ptr<VXIMRoom>& from) {
-    writeMessage("room " + from->roomId().description(), *message);
+    write(lineOf("room " + from->roomId().description(), *message));
 }
 
 void Inbox::clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message) {

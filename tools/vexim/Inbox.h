@@ -33,12 +33,14 @@ public:
     void clientFriendDidOnline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info) override;
     void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info) override;
 
+    /// The line that stands for a message.
+    static std::string lineOf(const std::string& conversation, VXIMMessage& message);
+
 protected:
     /// Hears each line as it is written down.
     virtual void wrote(const std::string& line);
 
 private:
     void write(std::string line);
-    void writeMessage(const std::string& conversation, VXIMMessage& message);
     std::vector<std::string> lines_;
 };

@@ -11,13 +11,16 @@
 #include <cstring>
 #include <functional>
 #include <map>
+#include <optional>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "Explain.h"
 #include "HostLoop.h"
 #include "Inbox.h"
 #include "Login.h"
-#include "Send.h"
+#include "VexIMLib/Store/VXIMConversations.h"
 #include "VexIMLib/VexIMLib.h"
 #include "chat/Text.h"
 
@@ -25,8 +28,12 @@ namespace {
 
 // A service that hangs does not answer.
 constexpr std::chrono::seconds kLogoutTimeout{10};
-// The service drops what goes to nobody without a word, and sends back what it delivers.
-constexpr std::chrono::seconds kPatience{5};
+// What leaves is waited for so long at the end.
+constexpr std::chrono::seconds kPatience{20};
+constexpr std::chrono::seconds kClosingTimeout{5};
+constexpr std::int32_t kObserved = 200;
+constexpr std::int32_t kMostConversations = 10'000;
+constexpr std::int64_t kMostMissed = 500;  // of one conversation, that are printed
 
 // Bytes of a message that was not sent.
 constexpr std::size_t kLongestShown = 500;
@@ -56,16 +63,48 @@ const char* name(VXIMClientStatus status) {
     return "unknown";
 }
 
+std::string placeOf(const VXIMConversationId& id) {
+    switch (id.kind) {
+        case VXIMConversationKindFriend: return "friend " + id.id;
+        case VXIMConversationKindGroup: return "group " + id.id;
+        case VXIMConversationKindRoom: return "room " + id.id;
+        case VXIMConversationKindSystem: break;
+    }
+    return "system";
+}
+
+VXIMConversationId conversationOf(const Peer& peer) {
+    if (peer.friendId) return {VXIMConversationKindFriend, *peer.friendId};
+    if (peer.groupId) return {VXIMConversationKindGroup, *peer.groupId};
+    return {VXIMConversationKindRoom, *peer.roomId};
+}
+
 class PlainChat : public Inbox {
 public:
-    PlainChat(std::shared_ptr<VXIMClient> client, Peer peer) : client_(std::move(client)), peer_(std::move(peer)) {}
+    PlainChat(std::shared_ptr<VXIMConversations> conversations, Peer peer, bool isKept)
+        : conversations_(std::move(conversations)),
+          client_(conversations_->client()),
+          peer_(std::move(peer)),
+          isKept_(isKept) {}
 
     int run(const Credentials& credentials) {
         vexim::NotificationCenter::defaultCenter().addObserver(
             alive_, VXIMClientConnectionErrorNotification, client_.get(), [this](const vexim::Notification& notification) {
                 if (isLoggedIn_) print("connection: " + vexim::connectionError(notification)->localizedDescription());
             });
-        logInOnce(client_, credentials, [this](const std::string& complaint) { didLogIn(complaint); });
+        conversations_->setCaughtUpHandler([this](const VXIMCaughtUp& caughtUp) { didCatchUp(caughtUp); });
+        conversations_->setTroubleHandler([](const vexim::ErrorPtr& error) { print("store: " + explain(error)); });
+        conversations_->open([this](bool opened, const vexim::ErrorPtr& error) {
+            if (!opened) return refuse("no store: " + explain(error));
+            list_ = store()->observeConversations(
+                kMostConversations, [this](const VXIMListChange<VXIMConversation>& change) { didChange(change.list); });
+            begin();
+        });
+        logInOnce(client_, credentials, [this](const std::string& complaint) {
+            if (!complaint.empty()) return refuse(complaint);
+            isLoggedIn_ = true;
+            begin();
+        });
         loop_.run([this] {
             if (printError != 0) throw std::runtime_error(std::string("cannot write the output: ") + std::strerror(printError));
         });
@@ -74,19 +113,68 @@ public:
 
 protected:
     void wrote(const std::string& line) override {
+        if (line == "login") {
+            isCaughtUp_ = false;
+            heardBefore_ = lines().size();
+        }
         print(line);
-        didConfirm(line);
     }
 
 private:
-    void didLogIn(const std::string& complaint) {
-        if (!complaint.empty()) {
-            print(complaint);
-            return end(1);
-        }
-        isLoggedIn_ = true;
+    std::shared_ptr<VXIMMessageStore> store() const { return conversations_->store(); }
+
+    void refuse(const std::string& complaint) {
+        print(complaint);
+        status_ = 1;
+        loop_.quit();
+    }
+
+    /// Once the user is logged in and the store is open: what a script sent before would go nowhere.
+    void begin() {
+        if (!isLoggedIn_ || !store()) return;
         print("logged in as " + client_->currentUser()->uid().description() + "; /help tells the commands");
-        loop_.watch(STDIN_FILENO, [this](bool) { read(); });  // no sooner: what a script sends would go nowhere
+        loop_.watch(STDIN_FILENO, [this](bool) { read(); });
+    }
+
+    /// What came while nobody listened is printed now; the rest has been printed as it came.
+    void didCatchUp(const VXIMCaughtUp& caughtUp) {
+        if (caughtUp.missedCount > 0) {
+            const bool isOne = caughtUp.missedCount == 1;
+            print("while you were away: " + std::to_string(caughtUp.missedCount) + (isOne ? " message" : " messages"));
+        }
+        store()->conversations([this](const std::optional<std::vector<VXIMConversation>>& found, const vexim::ErrorPtr&) {
+            for (const auto& one : found.value_or(std::vector<VXIMConversation>())) {
+                if (one.unreadCount > 0) printMissed(one);
+            }
+            isCaughtUp_ = true;
+        });
+    }
+
+    void printMissed(const VXIMConversation& conversation) {
+        const auto id = conversation.id;
+        const auto limit = static_cast<std::int32_t>(std::min<std::int64_t>(2 * conversation.unreadCount, kMostMissed));
+        store()->messagesBefore(id, std::nullopt, limit,
+                                [this, id, unread = conversation.unreadCount](
+                                    const std::optional<std::vector<VXIMStoredMessage>>& messages, const vexim::ErrorPtr&) {
+                                    if (!messages) return;
+                                    std::vector<std::string> missed;  // the newest first
+                                    std::int64_t count = 0;
+                                    for (auto one = messages->rbegin(); one != messages->rend() && count < unread; ++one) {
+                                        if (one->direction != VXIMStoredMessageIncoming) continue;
+                                        ++count;
+                                        const auto line = lineOf(placeOf(id), *one->message());
+                                        const auto begin = lines().begin() + static_cast<std::ptrdiff_t>(heardBefore_);
+                                        if (std::find(begin, lines().end(), line) == lines().end()) missed.push_back(line);
+                                    }
+                                    for (auto line = missed.rbegin(); line != missed.rend(); ++line) print(*line);
+                                    store()->markRead(id, std::nullopt, nullptr);
+                                });
+    }
+
+    void didChange(const std::vector<VXIMConversation>& list) {
+        for (const auto& one : list) {
+            if (isCaughtUp_ && one.unreadCount > 0) store()->markRead(one.id, std::nullopt, nullptr);
+        }
     }
 
     void read() {
@@ -143,36 +231,53 @@ private:
 
     void send(const std::string& text) {
         if (leaving_) return;
-        auto message = VXIMMessage::messageWithText(text);
         if (!peer_.isNamed()) return didNotSend("to whom? Try /friend ID, /group ID or /room ID");
-        address(*message, peer_);
-        const std::string place = peer_.friendId  ? "friend " + *peer_.friendId
-                                  : peer_.groupId ? "group " + *peer_.groupId
-                                                  : "room " + *peer_.roomId;
-        const std::string echo = place + ", " + client_->currentUser()->uid().description() + ": " + text;
-        const auto number = ++lastSent_;
-        unconfirmed_.emplace(number, echo);
-        client_->sendMessage(message, [this, number](bool sent, const vexim::ErrorPtr& error) {
-            if (!sent) didFail(number, "not sent: " + explain(error));
+        const auto to = conversationOf(peer_);
+        ++adding_;
+        conversations_->sendText(text, to, [this, to, text](const auto& stored, const vexim::ErrorPtr& error) {
+            --adding_;
+            if (!stored) {
+                didNotSend("not taken: " + explain(error) + ": " + shown(to, text));
+            } else {
+                if (client_->status() != VXIMClientStatusOpened) print("it waits for a connection: " + shown(to, text));
+                unsettled_.emplace(stored->localId, to);
+                observe(to);
+                ask(stored->localId);
+            }
+            logOutWhenSettled();
         });
-        vexim::MainQueue::shared().after(kPatience, [this, number] { didFail(number, "the service has not sent it back"); });
     }
 
-    void didConfirm(const std::string& line) {
-        const auto found =
-            std::find_if(unconfirmed_.begin(), unconfirmed_.end(), [&](const auto& one) { return one.second == line; });
-        if (found == unconfirmed_.end()) return;
-        unconfirmed_.erase(found);
-        logOutWhenConfirmed();
+    std::string shown(const VXIMConversationId& to, const std::string& text) const {
+        const std::string line = placeOf(to) + ", " + client_->currentUser()->uid().description() + ": " + text;
+        return line.size() > kLongestShown ? line.substr(0, kLongestShown) + " …" : line;
     }
 
-    void didFail(std::uint64_t number, const std::string& reason) {
-        const auto found = unconfirmed_.find(number);
-        if (found == unconfirmed_.end()) return;
-        const auto& echo = found->second;
-        didNotSend(reason + ": " + (echo.size() > kLongestShown ? echo.substr(0, kLongestShown) + " …" : echo));
-        unconfirmed_.erase(found);
-        logOutWhenConfirmed();
+    void observe(const VXIMConversationId& conversation) {
+        auto& observed = observed_[conversation];
+        if (observed) return;
+        observed = store()->observeMessages(conversation, kObserved, [this, conversation](const auto& change) {
+            for (const auto& message : change.list) settle(message);
+            for (const auto& [localId, to] : unsettled_) {
+                const auto isIt = [id = localId](const VXIMStoredMessage& message) { return message.localId == id; };
+                if (to == conversation && std::none_of(change.list.begin(), change.list.end(), isIt)) ask(localId);
+            }
+        });
+    }
+
+    void ask(std::int64_t localId) {
+        store()->message(localId, [this](const std::optional<VXIMStoredMessage>& message, const vexim::ErrorPtr&) {
+            if (message) settle(*message);
+        });
+    }
+
+    /// Delivered, or not to be.
+    void settle(const VXIMStoredMessage& message) {
+        const bool isFailed = message.state == VXIMStoredMessageFailed;
+        if (!isFailed && message.state != VXIMStoredMessageConfirmed) return;
+        if (unsettled_.erase(message.localId) == 0) return;
+        if (isFailed) didNotSend("not sent: " + explain(message.error) + ": " + shown(message.conversation, message.text()));
+        logOutWhenSettled();
     }
 
     void didNotSend(const std::string& reason) {
@@ -181,38 +286,62 @@ private:
     }
 
     void leave() {
-        if (leaving_ || client_->status() == VXIMClientStatusClosed || !client_->socketio()) return end(status_);
+        if (leaving_ || client_->status() == VXIMClientStatusClosed || !client_->socketio()) return end();
         leaving_ = true;
-        logOutWhenConfirmed();
+        vexim::MainQueue::shared().after(kPatience, [this] { logOut(); });
+        logOutWhenSettled();
     }
 
-    void logOutWhenConfirmed() {
-        if (!leaving_ || !unconfirmed_.empty()) return;
-        client_->logoutWithCompletion([this](bool, auto) { end(status_); });
-        vexim::MainQueue::shared().after(kLogoutTimeout, [this] { end(status_); });
+    void logOutWhenSettled() {
+        const bool isConnected = client_->status() == VXIMClientStatusOpened;
+        if (leaving_ && adding_ == 0 && (unsettled_.empty() || !isConnected)) logOut();
     }
 
-    void end(int status) {
-        status_ = status;
-        loop_.quit();
+    void logOut() {
+        if (std::exchange(isLoggingOut_, true)) return;
+        client_->logoutWithCompletion([this](bool, auto) { end(); });
+        vexim::MainQueue::shared().after(kLogoutTimeout, [this] { end(); });
     }
 
-    std::shared_ptr<VXIMClient> client_;
+    void end() {
+        if (std::exchange(isEnding_, true)) return;
+        if (const auto count = unsettled_.size(); count > 0 && isKept_) {
+            print(std::to_string(count) + (count == 1 ? " message waits" : " messages wait") +
+                  " in the store, and will be sent in the next run");
+        } else if (count > 0) {
+            didNotSend(std::to_string(count) + (count == 1 ? " message was" : " messages were") + " not sent, or not sent back");
+        }
+        list_ = nullptr;
+        observed_.clear();
+        store()->close([this](bool, const vexim::ErrorPtr&) { loop_.quit(); });
+        vexim::MainQueue::shared().after(kClosingTimeout, [this] { loop_.quit(); });
+    }
+
+    const std::shared_ptr<VXIMConversations> conversations_;
+    const std::shared_ptr<VXIMClient> client_;
     Peer peer_;
+    const bool isKept_;  // beyond the end of this run
     HostLoop loop_;
     std::string typed_;                                     // of a line that is not whole yet
     std::shared_ptr<int> alive_ = std::make_shared<int>();  // observes as long as this lives
-    std::map<std::uint64_t, std::string> unconfirmed_;      // what was sent, as it will be heard
-    std::uint64_t lastSent_ = 0;
+    std::shared_ptr<VXIMStoreObservation> list_;
+    std::map<VXIMConversationId, std::shared_ptr<VXIMStoreObservation>> observed_;
+    std::map<std::int64_t, VXIMConversationId> unsettled_;  // queued in this run, and neither delivered nor failed
+    std::size_t adding_ = 0;                                // those that the store has not answered yet
+    std::size_t heardBefore_ = 0;                           // lines, at the last login
+    bool isCaughtUp_ = false;
     bool isLoggedIn_ = false;
     bool leaving_ = false;  // a second /quit does not wait for the service
+    bool isLoggingOut_ = false;
+    bool isEnding_ = false;
     int status_ = 0;
 };
 
 }  // namespace
 
-int runPlainChat(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials, const Peer& peer) {
-    auto chat = std::make_shared<PlainChat>(client, peer);
-    client->setDelegate(chat);
+int runPlainChat(const std::shared_ptr<VXIMConversations>& conversations, const Credentials& credentials, const Peer& peer,
+                 const std::optional<std::string>& store) {
+    auto chat = std::make_shared<PlainChat>(conversations, peer, store.has_value());
+    conversations->client()->setDelegate(chat);
     return chat->run(credentials);
 }

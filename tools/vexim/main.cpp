@@ -12,10 +12,10 @@
 #include <string>
 
 #include "Account.h"
-#include "Chat.h"
 #include "Demo.h"
 #include "Resources.h"
 #include "Send.h"
+#include "StoreCommands.h"
 #include "VexIMLib/VexIMLib.h"
 #include "chat/Text.h"
 
@@ -51,12 +51,7 @@ int main(int argc, char** argv) {
     account.addOptions(demo);
     demo.callback([&] { chosen = [&] { return runDemo(account); }; });
 
-    auto& chat = *app.add_subcommand("chat", "Chat from this terminal");
-    account.addOptions(chat);
-    credentials.addOptions(chat);
-    peer.addOptions(chat);
-    chat.footer(chatHelp);
-    chat.callback([&] { chosen = [&] { return runChat(account, credentials, peer); }; });
+    addStoreCommands(app, account, credentials, peer, chosen);
 
     SendOptions message;
     auto& send = *app.add_subcommand("send", "Send one message");

@@ -24,12 +24,12 @@ struct Address {
 /// How far a message has come. The service sends a user's own messages back: only then are they known to be delivered.
 enum class Delivery : std::uint8_t {
     Received,
+    Waiting,      ///< goes out by itself when it can
     Sending,      ///< being uploaded, or handed to the connection
     Handed,       ///< handed to the connection
     Unconfirmed,  ///< for longer than it should take
     Delivered,
     Failed,
-    Cancelled,  ///< as the user wished
 };
 
 /// A file that a message carries.
@@ -42,16 +42,15 @@ struct File {
 
 /// One thing in a conversation: a message, or a notice of this program's.
 struct Entry {
-    std::uint64_t id = 0;  ///< unique and rising within a conversation's life, given by it
+    std::uint64_t id = 0;  ///< unique within a conversation; a message's is the store's
     double time = 0;       ///< seconds since 1970
-    double handed = 0;     ///< when an own message was handed over; its time is when that began
     bool isNotice = false;
     bool isAlert = false;  ///< of a notice: something went wrong
     bool isOwn = false;
     std::string sender;
     std::string text;  ///< as it travelled: not to be painted as it is. A file's URL.
     Delivery delivery = Delivery::Received;
-    std::string failure;  ///< why it has failed
+    std::string failure;  ///< why it has failed, or waits
     std::optional<File> file;
 };
 
@@ -67,9 +66,6 @@ struct Anchor {
 /// A friend, a group or a room, and what was said there.
 class Conversation {
 public:
-    /// The oldest entries go when there are more.
-    static constexpr std::size_t kMost = 20'000;
-
     explicit Conversation(Address address);
 
     const Address address;
@@ -94,44 +90,22 @@ public:
     /// The file of that number; 0: the newest one that has a number.
     Entry* findFile(int number);
 
-    /// Puts it at the end, and returns its id.
-    std::uint64_t append(Entry entry);
-    void remove(std::uint64_t id);
-    /// An own message came back: the entry that waits for it is delivered. False when none does (it was sent elsewhere).
-    bool confirm(const Entry& echo);
-    /// What was handed over longer than `kPatience` ago and has not come back is marked. Whether there was such.
-    bool doubt(double now);
-    std::ptrdiff_t failedCount() const;
-    /// What was handed over until then and has not come back has failed.
-    void giveUp(double handedBefore, const std::string& reason);
-
-    struct Request {
-        double before = 0;  ///< seconds since 1970; 0: now
-        int limit = 0;
-        double judges = 0;     ///< own messages handed over until then would be there
-        double newsAfter = 0;  ///< what others wrote after that is news
-    };
-    /// The page before the oldest message. Several messages can bear its time, so that one is asked for again.
-    Request olderPage() const;
-    static Request newestPage(double now);
-    /// Takes in a page of messages, the newest first, as the service answered `request`. Those known are not doubled. Returns
-    /// how many of them are news.
-    int takeOlder(const Request& request, std::vector<Entry> page);
-    /// As above, after a time in which messages may have been missed: own ones that `request` judges and that are not there
-    /// have failed, and what is not known to be without a gap is dropped.
-    int takeNewest(const Request& request, std::vector<Entry> page);
-
-    /// The time of the newest message; 0 without any.
-    double newestTime() const;
+    /// The messages as they are now, in their order, instead of those before. What this program knows of a file stays.
+    void show(std::vector<Entry> messages);
+    /// Where messages are missing: a notice each, at its time.
+    void showGaps(std::vector<Entry> notices);
+    /// Adds a notice; it stands behind what is older.
+    void notice(Entry notice);
+    /// What was handed over longer than `kPatience` ago and has not come back is marked.
+    void doubt(double now);
 
 private:
-    int merge(const Request& request, const std::vector<Entry>& page);
+    void arrange(std::deque<Entry> messages);
 
-    std::deque<Entry> entries_;  // by time as far as they come from the history, then in the order of arrival
-    std::uint64_t lastId_ = 0;
+    std::deque<Entry> entries_;  // messages in their order, notices between them by time
+    std::vector<Entry> gaps_;
+    std::vector<Entry> notices_;
+    std::uint64_t lastNotice_ = 0;
 };
-
-/// Whether two are the same message: its time, sender and text say so, as there is no id.
-bool isSameMessage(const Entry& one, const Entry& other);
 
 }  // namespace chat

@@ -67,9 +67,11 @@ Cells deliveryCells(const Entry& entry) {
         case Delivery::Received:
         case Delivery::Handed:
         case Delivery::Delivered: return {};
+        case Delivery::Waiting:
+            return cellsOf(" (waits to be sent" + (entry.failure.empty() ? "" : ": " + harmlessLine(entry.failure)) + ")",
+                           Style::Bad);
         case Delivery::Sending: return entry.file ? Cells() : cellsOf(" …", Style::Dim);
         case Delivery::Unconfirmed: return cellsOf(" (not confirmed yet)", Style::Bad);
-        case Delivery::Cancelled: return cellsOf(" (cancelled)", Style::Dim);
         case Delivery::Failed: return cellsOf(" (not sent: " + harmlessLine(entry.failure) + "; /retry)", Style::Bad);
     }
     return {};

@@ -84,7 +84,6 @@ void Places::show(Kind kind, const std::string& idOrName) {
         if (!chosen && one->address.kind == kind && one->title == idOrName) chosen = one.get();
     }
     roster_.select(chosen ? *chosen : roster_.open({kind, idOrName}));
-    session_.loadNewest(roster_.current().address);
 }
 
 /// As `show`; who or what the list does not have is said to be missing: the service drops what is sent there without a word.

@@ -15,11 +15,11 @@
 
 namespace chat {
 
-Program::Program(std::shared_ptr<VXIMClient> client, const Credentials& credentials, std::unique_ptr<Screen> screen)
+Program::Program(std::shared_ptr<VXIMConversations> conversations, const Credentials& credentials, std::unique_ptr<Screen> screen)
     : screen_(std::move(screen)),
-      session_(std::make_shared<Session>(std::move(client), credentials, roster_,
+      session_(std::make_shared<Session>(std::move(conversations), credentials, roster_,
                                          [this](const std::string& reason) {
-                                             complaint_ = "login failed: " + reason;
+                                             complaint_ = reason;
                                              end(1);
                                          })),
       sender_(*session_, roster_),
@@ -36,7 +36,9 @@ int Program::run(const Peer& peer, int signals) {
     loop_.run([this] { paint(); });
     sender_.cancelAll();
     // What was half fetched goes with the transfer's end, which comes over the queue.
-    vexim::MainQueue::shared().runUntil([this] { return sender_.isIdle(); }, std::chrono::seconds(1));
+    const auto isClosed = std::make_shared<bool>(false);
+    session_->closeStore([isClosed] { *isClosed = true; });
+    vexim::MainQueue::shared().runUntil([this, isClosed] { return sender_.isIdle() && *isClosed; }, std::chrono::seconds(5));
     return status_;
 }
 
@@ -59,7 +61,7 @@ void Program::keepDraft() {
 }
 
 void Program::paint() {
-    session_->loadNewest(roster_.current().address);
+    session_->look(roster_.current());
     keepDraft();
     screen_->paint(draw(roster_, {session_->statusLine(), session_->isAlert()}, line_, screen_->size()));
 }
@@ -238,11 +240,19 @@ void Program::obey(const Command& command) {
         {"save", [&] { save(command); }},
         {"cancel",
          [&] {
-             if (!sender_.cancelNewest()) notice("nothing is being transferred");
+             if (!sender_.cancelNewest() && !sender_.cancelWaiting(here))
+                 notice("nothing is being transferred, and nothing waits here");
          }},
         {"retry",
          [&] {
              if (sender_.retry(here) == 0) notice("nothing has failed here");
+         }},
+        {"search",
+         [&] {
+             std::string words;
+             for (const auto& word : command.words) words += (words.empty() ? "" : " ") + word;
+             if (words.empty()) throw std::invalid_argument("it is /search WORD …");
+             session_->search(words);
          }},
         {"refresh", [&] { session_->refresh(); }},
         {"pause", [&] { session_->pause(); }},

@@ -23,6 +23,7 @@ Conversation* Roster::find(const Address& address) {
 
 Conversation& Roster::open(const Address& address) {
     if (auto* known = find(address)) return *known;
+    closed_.erase(address);
     all_.push_back(std::make_unique<Conversation>(address));
     auto& made = *all_.back();
     sort();
@@ -35,6 +36,7 @@ void Roster::close(const Address& address) {
     if (found == all_.end()) return;
     const bool wasCurrent = found->get() == current_;
     const auto next = all_.erase(found);
+    closed_.insert(address);
     if (wasCurrent) select(**std::prev(next));
 }
 
@@ -76,17 +78,6 @@ bool Roster::selectUnread() {
     return false;
 }
 
-void Roster::receive(const Address& address, Entry message) {
-    auto& conversation = open(address);
-    const bool isFile = message.file.has_value();
-    if (!message.isOwn || !conversation.confirm(message)) {
-        const bool isSeen = message.isOwn || (&conversation == current_ && !conversation.anchor);
-        if (!isSeen) ++conversation.unread;
-        conversation.append(std::move(message));
-    }
-    if (isFile) numberFiles(conversation);
-}
-
 void Roster::numberFiles(Conversation& conversation) {
     conversation.eachEntry([this](Entry& entry) {
         const bool isThere = entry.delivery == Delivery::Received || entry.delivery == Delivery::Delivered;
@@ -96,11 +87,10 @@ void Roster::numberFiles(Conversation& conversation) {
 
 void Roster::notice(std::string text, double time, bool isAlert) {
     Entry entry;
-    entry.isNotice = true;
     entry.isAlert = isAlert;
     entry.time = time;
     entry.text = std::move(text);
-    current_->append(std::move(entry));
+    current_->notice(std::move(entry));
 }
 
 void Roster::follow() {
@@ -113,7 +103,7 @@ double Roster::oldestHanded() const {
     for (const auto& conversation : all_) {
         for (const auto& entry : conversation->entries()) {
             const bool waits = entry.delivery == Delivery::Handed || entry.delivery == Delivery::Unconfirmed;
-            if (waits && (oldest == 0 || entry.handed < oldest)) oldest = entry.handed;
+            if (waits && (oldest == 0 || entry.time < oldest)) oldest = entry.time;
         }
     }
     return oldest;

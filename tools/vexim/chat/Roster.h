@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,8 @@ public:
     Conversation& open(const Address& address);
     /// Removes it, unless it is the console. The current one's place is taken by the one before it.
     void close(const Address& address);
+    /// Whether it was closed, and not opened since: what the store still has of it does not bring it back.
+    bool wasClosed(const Address& address) const { return closed_.contains(address); }
     /// Gives it a name, and its place by it.
     void rename(Conversation& conversation, std::string title);
 
@@ -37,8 +40,9 @@ public:
     /// The next one with something unread; false without any.
     bool selectUnread();
 
-    /// Takes in a message that has just come. It counts as unread unless it is the user's own, or is being looked at.
-    void receive(const Address& address, Entry message);
+    /// Whether the user looks at its end, so that nothing there is unread.
+    bool isRead(const Conversation& conversation) const { return &conversation == current_ && !conversation.anchor; }
+    void setUnread(Conversation& conversation, int count) { conversation.unread = isRead(conversation) ? 0 : count; }
     /// To the current conversation, except that trouble may come when nobody looks.
     void notice(std::string text, double time, bool isAlert = false);
     /// The current conversation follows its end again, and is read.
@@ -54,6 +58,7 @@ private:
 
     std::vector<std::unique_ptr<Conversation>> all_;
     Conversation* current_;
+    std::set<Address> closed_;
     int lastFile_ = 0;
 };
 

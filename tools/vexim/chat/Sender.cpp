@@ -1,5 +1,6 @@
 #include "Sender.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "../Explain.h"
@@ -10,15 +11,7 @@
 namespace chat {
 namespace {
 
-void address(VXIMMessage& message, const Address& to) {
-    switch (to.kind) {
-        case Kind::Console: break;
-        case Kind::Friend: return message.receiver()->setUserId(to.id);
-        case Kind::Group: return message.receiver()->setGroupId(to.id);
-        case Kind::Room: return message.receiver()->setRoomId(to.id);
-    }
-    throw std::invalid_argument("to whom? Alt-1 … Alt-9, or /friend USER, /group GROUP, /room ROOM");
-}
+bool isUnsent(const Entry& entry) { return entry.delivery == Delivery::Waiting || entry.delivery == Delivery::Sending; }
 
 }  // namespace
 
@@ -27,83 +20,47 @@ Entry* Sender::find(const Address& where, std::uint64_t id) {
     return conversation ? conversation->find(id) : nullptr;
 }
 
-VXIMProgress Sender::showProgress(const Address& where, std::uint64_t id) {
-    return [this, where, id](std::int32_t percent) {
-        auto* entry = find(where, id);
-        if (entry && entry->file && entry->file->percent) entry->file->percent = percent;
+VXIMProgress Sender::showProgress(const Address& where, std::shared_ptr<const std::uint64_t> id) {
+    return [this, where, id = std::move(id)](std::int32_t percent) {
+        auto* entry = find(where, *id);
+        if (entry && entry->file && (!entry->isOwn || isUnsent(*entry))) entry->file->percent = percent;
     };
 }
 
 void Sender::forget(const Transfer& transfer) { std::erase(transfers_, transfer); }
 
-void Sender::sendText(const Address& to, std::string text) {
-    const auto message = VXIMMessage::messageWithText(text);
-    Entry entry;
-    entry.text = std::move(text);
-    send(to, std::move(entry), message);
-}
+void Sender::sendText(const Address& to, std::string text) { send(to, VXIMMessage::messageWithText(text), ""); }
 
 void Sender::sendFile(const Address& to, const std::string& path) {
     const std::string expanded = expandedPath(path);
-    const auto message = messageWithFile(expanded);
-    Entry entry;
-    entry.file = File{mediaName(message->mediaType(), expanded), expanded, 0, 0};
-    send(to, std::move(entry), message);
+    send(to, messageWithFile(expanded), expanded);
 }
 
-void Sender::send(const Address& to, Entry entry, const std::shared_ptr<VXIMMessage>& message) {
-    address(*message, to);
-    entry.isOwn = true;
-    entry.sender = session_.me().empty() ? "me" : session_.me();
-    entry.time = Session::now();
-    entry.delivery = Delivery::Sending;
-    const bool isFile = entry.file.has_value();
-    const auto id = roster_.open(to).append(std::move(entry));
-    const Transfer transfer = isFile ? VXIMTransfer::transfer() : nullptr;
-    if (transfer) transfers_.push_back(transfer);
-    session_.client().sendMessage(
-        message, isFile ? showProgress(to, id) : VXIMProgress(),
-        [this, to, id, message, transfer](bool, const vexim::ErrorPtr& error) {
-            forget(transfer);
-            didSend(to, id, *message, error);
-        },
-        transfer);
-    // The time by which it will be known when it comes back.
-    auto* sent = find(to, id);
-    if (sent && message->sendTimestamp() > 0) sent->time = message->sendTimestamp();
-}
-
-void Sender::didSend(const Address& to, std::uint64_t id, VXIMMessage& message, const vexim::ErrorPtr& error) {
-    auto* entry = find(to, id);
-    if (!entry) return;
-    if (entry->file) entry->file->percent.reset();
-    if (error || message.status() == VXIMMessageStatusFailed) {
-        const bool wasCancelled = error && error->is(vexim::kURLErrorDomain, vexim::URLErrorCancelled);
-        entry->delivery = wasCancelled ? Delivery::Cancelled : Delivery::Failed;
-        const bool wasApart = error && error->is(VXIMErrorDomain, 1) && !session_.state().isConnected();
-        entry->failure = wasApart ? "not connected" : error ? explain(error) : "the file could not be uploaded";
-        return;
+void Sender::send(const Address& to, const std::shared_ptr<VXIMMessage>& message, const std::string& path) {
+    if (to.kind == Kind::Console) {
+        throw std::invalid_argument("to whom? Alt-1 … Alt-9, or /friend USER, /group GROUP, /room ROOM");
     }
-    entry->delivery = Delivery::Handed;
-    entry->handed = Session::now();
-    if (entry->file) entry->text = message.attachmentUrl().value_or("");
+    const auto id = std::make_shared<std::uint64_t>(0);
+    session_.conversations().send(
+        message, conversationOf(to), path.empty() ? VXIMProgress() : showProgress(to, id),
+        [this, to, id, path](const std::optional<VXIMStoredMessage>& stored, const vexim::ErrorPtr& error) {
+            if (!stored) return roster_.notice("not taken: " + explain(error), Session::now(), true);
+            *id = static_cast<std::uint64_t>(stored->localId);
+            auto* entry = find(to, *id);
+            if (!entry || !entry->file) return;
+            entry->file->path = path;  // the store's copy has another name
+            if (isUnsent(*entry) && !entry->file->percent) entry->file->percent = 0;
+        });
 }
 
 std::size_t Sender::retry(const Address& to) {
-    std::vector<Entry> failed;
-    auto& conversation = roster_.open(to);
-    for (const auto& entry : conversation.entries()) {
-        if (entry.delivery == Delivery::Failed) failed.push_back(entry);
+    std::vector<std::uint64_t> ids;
+    for (const auto& entry : roster_.open(to).entries()) {
+        const bool waits = entry.delivery == Delivery::Waiting && !entry.failure.empty();
+        if (entry.delivery == Delivery::Failed || waits) ids.push_back(entry.id);
     }
-    for (const auto& entry : failed) {
-        if (entry.file) {
-            sendFile(to, entry.file->path);
-        } else {
-            sendText(to, entry.text);
-        }
-        conversation.remove(entry.id);  // now that another stands for it
-    }
-    return failed.size();
+    for (const auto id : ids) session_.conversations().retry(static_cast<std::int64_t>(id), nullptr);
+    return ids.size();
 }
 
 void Sender::save(const Address& from, int number, const std::string& path) {
@@ -124,7 +81,7 @@ void Sender::save(const Address& from, int number, const std::string& path) {
     entry->file->percent = 0;
     const auto id = entry->id;
     message->downloadAttachment(
-        place, showProgress(from, id),
+        place, showProgress(from, std::make_shared<const std::uint64_t>(id)),
         [this, from, id, place, transfer](const vexim::Value&, const vexim::ErrorPtr& error) {
             forget(transfer);
             auto* saved = find(from, id);
@@ -138,10 +95,36 @@ void Sender::save(const Address& from, int number, const std::string& path) {
         transfer);
 }
 
+void Sender::takeBack(std::uint64_t id) {
+    session_.conversations().cancel(static_cast<std::int64_t>(id), [this](bool cancelled, const vexim::ErrorPtr& error) {
+        roster_.notice(cancelled ? "taken back" : "not taken back: " + explain(error), Session::now(), !cancelled);
+    });
+}
+
 bool Sender::cancelNewest() {
-    if (transfers_.empty()) return false;
-    const auto newest = transfers_.back();  // its completion takes it out
-    newest->cancel();
+    if (!transfers_.empty()) {
+        const auto newest = transfers_.back();  // its completion takes it out
+        newest->cancel();
+        return true;
+    }
+    const Entry* newest = nullptr;
+    for (const auto& conversation : roster_.all()) {
+        conversation->eachEntry([&](const Entry& entry) {
+            const bool isSent = entry.isOwn && entry.file && isUnsent(entry);
+            if (isSent && (!newest || entry.time > newest->time)) newest = &entry;
+        });
+    }
+    if (newest) takeBack(newest->id);
+    return newest != nullptr;
+}
+
+bool Sender::cancelWaiting(const Address& to) {
+    const auto& entries = roster_.open(to).entries();
+    const auto newest = std::find_if(entries.rbegin(), entries.rend(), [](const Entry& entry) {
+        return entry.delivery == Delivery::Waiting || entry.delivery == Delivery::Failed;
+    });
+    if (newest == entries.rend()) return false;
+    takeBack(newest->id);
     return true;
 }
 

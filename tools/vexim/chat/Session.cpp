@@ -27,13 +27,15 @@ std::string hostOf(VXIMClient& client) {
 
 }  // namespace
 
-Session::Session(std::shared_ptr<VXIMClient> client, Credentials credentials, Roster& roster,
-                 std::function<void(const std::string&)> refused)
-    : client_(std::move(client)),
+Session::Session(std::shared_ptr<VXIMConversations> conversations, Credentials credentials, Roster& roster,
+                 std::function<void(const std::string&)> failed)
+    : conversations_(std::move(conversations)),
+      client_(conversations_->client()),
       credentials_(std::move(credentials)),
       roster_(roster),
-      refused_(std::move(refused)),
-      state_(hostOf(*client_), kLongestWait) {}
+      failed_(std::move(failed)),
+      state_(hostOf(*client_), kLongestWait),
+      me_(credentials_.userId.value_or("")) {}
 
 double Session::now() { return vexim::Clock::shared()->wallTime(); }
 
@@ -44,6 +46,12 @@ void Session::start() {
         shared_from_this(), VXIMClientConnectionErrorNotification, client_.get(), [this](const vexim::Notification& notification) {
             didFail(harmlessLine(notification.userInfo.value_or(vexim::Dictionary()).get("data").get(0).description()));
         });
+    conversations_->setCaughtUpHandler([this](const VXIMCaughtUp& caughtUp) { didCatchUp(caughtUp); });
+    conversations_->setTroubleHandler([this](const vexim::ErrorPtr& error) { complain("the store has a trouble", error); });
+    conversations_->open([this](bool opened, const vexim::ErrorPtr& error) {
+        if (!opened) return failed_("no store: " + harmlessLine(explain(error)));
+        didOpenStore();
+    });
     logIn();
 }
 
@@ -55,7 +63,7 @@ void Session::logIn() {
         if (accepted) return;
         const std::string reason = harmlessLine(explain(error));
         state_.refused(reason, now());
-        if (!hasLoggedIn_) refused_(reason);
+        if (!hasLoggedIn_) failed_("login failed: " + reason);
     });
 }
 
@@ -115,17 +123,16 @@ void Session::leave(std::function<void()> left) {
     client_->logoutWithCompletion([left](bool, const vexim::ErrorPtr&) { left(); });
 }
 
+void Session::closeStore(const std::function<void()>& closed) {
+    list_ = nullptr;
+    shown_.clear();
+    if (const auto store = conversations_->store()) return store->close([closed](bool, const vexim::ErrorPtr&) { closed(); });
+    closed();
+}
+
 void Session::tick() {
     const double time = now();
-    for (const auto& conversation : roster_.all()) {
-        if (!conversation->doubt(time)) continue;
-        // Whether the service has it, it is asked: it says nothing of what it drops.
-        if (conversation->hasHistory()) {
-            load(conversation->address, Conversation::newestPage(time), &Conversation::takeNewest);
-        } else {
-            askRoom(conversation->address, time - kPatience);
-        }
-    }
+    for (const auto& conversation : roster_.all()) conversation->doubt(time);
     oldestHanded_ = roster_.oldestHanded();
 
     const bool isTooLong = state_.since(time) > kTooLong;
@@ -164,10 +171,6 @@ void Session::clientDidLogin(const std::shared_ptr<VXIMClient>& client) {
     me_ = client->currentUser()->uid().description();
     hasLoggedIn_ = true;
     state_.connected(harmlessLine(me_), now());
-    if (const double lostAt = std::exchange(lostAt_, 0); lostAt > 0) {
-        missedSince_ = lostAt;
-        roomsMissed(lostAt);
-    }
     refresh();
 }
 
@@ -180,7 +183,6 @@ void Session::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) { state
 void Session::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) {
     if (state_.phase() == SessionState::Phase::Leaving) return;
     setPresenceUnknown();
-    if (lostAt_ == 0) lostAt_ = now();
     if (std::exchange(isPausing_, false)) return state_.paused(now());
     state_.lost(now());
 }

@@ -1,25 +1,31 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "../Account.h"
 #include "Roster.h"
 #include "SessionState.h"
+#include "VexIMLib/Store/VXIMConversations.h"
 #include "VexIMLib/VexIMLib.h"
 
 namespace chat {
 
-/// The user's session with the service: logs in and stays logged in, and keeps `roster` as the service has it: friends, groups
-/// and rooms, messages as they come, history as it is asked for. Main thread only.
+/// What the store calls it; the console is the conversation with the service's operators.
+VXIMConversationId conversationOf(const Address& address);
+
+/// The user's session with the service: logs in and stays logged in, and keeps `roster` as the service and the store have it:
+/// friends, groups and rooms from the one, messages from the other. Main thread only.
 ///
 /// What it starts must not outlive the program's run of the main queue: answers find it by its address.
 class Session : public VXIMClientDelegate, public std::enable_shared_from_this<Session> {
 public:
-    /// `refused` is called when the service does not accept the first login.
-    Session(std::shared_ptr<VXIMClient> client, Credentials credentials, Roster& roster,
-            std::function<void(const std::string& reason)> refused);
+    /// `failed` is called when the service does not accept the first login, or the store cannot be opened.
+    Session(std::shared_ptr<VXIMConversations> conversations, Credentials credentials, Roster& roster,
+            std::function<void(const std::string& reason)> failed);
 
     void start();
     void pause();
@@ -27,10 +33,13 @@ public:
     void resume();
     /// Logs out if it can, and calls `left`: after three seconds at the latest.
     void leave(std::function<void()> left);
+    /// What was asked of the store before is done then.
+    void closeStore(const std::function<void()>& closed);
     /// To be called about once a second.
     void tick();
 
     VXIMClient& client() { return *client_; }
+    VXIMConversations& conversations() { return *conversations_; }
     const SessionState& state() const noexcept { return state_; }
     std::string statusLine() const { return state_.line(now(), oldestHanded_); }
     bool isAlert() const { return state_.isAlert(now(), oldestHanded_); }
@@ -40,23 +49,17 @@ public:
 
     /// Reads the lists of friends, groups and rooms again.
     void refresh();
-    /// Sees to it that the newest messages are there; nothing happens when they are.
-    void loadNewest(const Address& address);
+    /// The user looks at this one: its messages are there from now on, and are read.
+    void look(Conversation& conversation);
     void loadOlder(const Address& address);
+    /// Tells what the store finds, as a notice.
+    void search(const std::string& words);
 
     // The library's calls.
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override;
     void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client, const vexim::ErrorPtr& error) override;
     void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override;
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override;
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
-                                           const std::shared_ptr<VXIMFriendInfo>& from) override;
-    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
-                                          const std::shared_ptr<VXIMGroup>& from) override;
-    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
-                                         const std::shared_ptr<VXIMRoom>& from) override;
-    void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>& client,
-                                       const std::shared_ptr<VXIMMessage>& message) override;
     void clientFriendDidOnline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info) override;
     void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info) override;
 
@@ -72,30 +75,38 @@ private:
     void askForNextAttempt();
 
     // Contents.
-    using Took = int (Conversation::*)(const Conversation::Request&, std::vector<Entry>);
-    void load(const Address& address, const Conversation::Request& request, Took take);
-    void catchUp(Conversation& conversation, const std::shared_ptr<VXIMMessage>& recent);
-    void roomsMissed(double lostAt);
-    void askRoom(const Address& address, double handedBefore);
+    /// The messages of a conversation that are shown.
+    struct Shown {
+        std::shared_ptr<VXIMStoreObservation> observation;
+        std::int32_t limit = 0;
+        std::int64_t unread = 0;  // as the store counts
+        std::vector<VXIMStoredGap> gaps;
+    };
+    void didOpenStore();
+    void didCatchUp(const VXIMCaughtUp& caughtUp);
+    void showList(const std::vector<VXIMConversation>& list);
+    void showMessages(const Address& address, const std::vector<VXIMStoredMessage>& messages);
+    void showGaps(const Address& address);
+    void setOlder(Conversation& conversation);
     template <class Seen>
     void markGone(Kind kind, const Seen& seen);
     void complain(const std::string& what, const vexim::ErrorPtr& error);
-    void receive(const Address& address, VXIMMessage& message);
-    Entry entryOf(VXIMMessage& message);
+    Entry entryOf(const VXIMStoredMessage& message) const;
 
+    const std::shared_ptr<VXIMConversations> conversations_;
     const std::shared_ptr<VXIMClient> client_;
     const Credentials credentials_;
     Roster& roster_;
-    const std::function<void(const std::string&)> refused_;
+    const std::function<void(const std::string&)> failed_;
     SessionState state_;
     std::string me_;
     bool hasLoggedIn_ = false;
     bool isPausing_ = false;
     Attempt attempt_ = &Session::logIn;  // what an own attempt does
     unsigned attemptNumber_ = 0;         // tells a timer whether it is still the one
-    double lostAt_ = 0;                  // when the connection was lost; 0: it stands
-    double missedSince_ = 0;             // when it was lost the last time; 0: never
     double oldestHanded_ = 0;
+    std::shared_ptr<VXIMStoreObservation> list_;
+    std::map<Address, Shown> shown_;
 };
 
 }  // namespace chat

@@ -1,7 +1,10 @@
-// What comes over the connection and over REST: lists, messages, history.
+// What the store and the service have: messages, lists.
 
 #include <algorithm>
+#include <ctime>
+#include <iomanip>
 #include <set>
+#include <sstream>
 
 #include "../Explain.h"
 #include "../Send.h"
@@ -22,50 +25,201 @@ std::vector<std::string> idsOf(const vexim::Value& list) {
 /// A name, when the record has one.
 std::string nameOf(const vexim::Value& name) { return name.asString().value_or(""); }
 
-/// The service has answered, and its answer is no.
-bool isRefusal(const ErrorPtr& error) { return error && error->domain() == VXErrorDomain && error->code() != 100; }
+constexpr std::int32_t kPage = 100;
+constexpr std::int32_t kMostListed = 10'000;
+constexpr std::int32_t kMostFound = 20;
+
+double seconds(std::int64_t millis) { return static_cast<double>(millis) / 1000; }
+
+Address addressOf(const VXIMConversationId& id) {
+    switch (id.kind) {
+        case VXIMConversationKindFriend: return {Kind::Friend, id.id};
+        case VXIMConversationKindGroup: return {Kind::Group, id.id};
+        case VXIMConversationKindRoom: return {Kind::Room, id.id};
+        case VXIMConversationKindSystem: break;
+    }
+    return {};
+}
+
+Delivery deliveryOf(const VXIMStoredMessage& message, double now) {
+    if (message.direction == VXIMStoredMessageIncoming) return Delivery::Received;
+    switch (message.state) {
+        case VXIMStoredMessageQueued: return Delivery::Waiting;
+        case VXIMStoredMessageSending: return Delivery::Sending;
+        case VXIMStoredMessageSent:
+            return seconds(message.sentAtMillis) > now - kPatience ? Delivery::Handed : Delivery::Unconfirmed;
+        case VXIMStoredMessageConfirmed: return Delivery::Delivered;
+        case VXIMStoredMessageFailed: return Delivery::Failed;
+    }
+    return Delivery::Received;
+}
+
+std::string timeText(std::int64_t millis) {
+    const auto time = static_cast<std::time_t>(millis / 1000);
+    std::tm parts{};
+    ::localtime_r(&time, &parts);
+    std::ostringstream text;
+    text << std::put_time(&parts, "%e %b %H:%M");
+    return text.str();
+}
 
 }  // namespace
 
-Entry Session::entryOf(VXIMMessage& message) {
+VXIMConversationId conversationOf(const Address& address) {
+    switch (address.kind) {
+        case Kind::Friend: return {VXIMConversationKindFriend, address.id};
+        case Kind::Group: return {VXIMConversationKindGroup, address.id};
+        case Kind::Room: return {VXIMConversationKindRoom, address.id};
+        case Kind::Console: break;
+    }
+    return {VXIMConversationKindSystem, ""};
+}
+
+Entry Session::entryOf(const VXIMStoredMessage& message) const {
     Entry entry;
-    entry.time = message.sendTimestamp() > 0 ? message.sendTimestamp() : now();
-    entry.sender = message.sender()->userId().description();
-    entry.isOwn = entry.sender == me_;
-    entry.delivery = entry.isOwn ? Delivery::Delivered : Delivery::Received;
-    if (message.mediaType() == VXIMMessageMediaTypeText) {
-        entry.text = message.text().value_or("");
+    entry.id = static_cast<std::uint64_t>(message.localId);
+    entry.time = seconds(message.sentAtMillis);
+    entry.isOwn = message.direction == VXIMStoredMessageOutgoing;
+    entry.sender = message.sender;
+    if (entry.isOwn && entry.sender.empty()) entry.sender = me_.empty() ? "me" : me_;
+    if (message.conversation.kind == VXIMConversationKindSystem) entry.sender = "system";
+    entry.delivery = deliveryOf(message, now());
+    if (message.error) entry.failure = explain(message.error);
+    if (message.mediaType == VXIMMessageMediaTypeText) {
+        entry.text = message.text();
     } else {
-        entry.text = message.attachmentUrl().value_or("");
-        entry.file = File{mediaName(message.mediaType(), fileNameFor(entry.text)), "", 0, std::nullopt};
+        entry.text = message.message()->attachmentUrl().value_or("");
+        const std::string path = message.attachmentFiles.empty() ? "" : message.attachmentFiles.front();
+        const std::string& name = entry.text.empty() ? path : entry.text;
+        entry.file = File{mediaName(message.mediaType, fileNameFor(name)), entry.text.empty() ? path : "", 0, std::nullopt};
     }
     return entry;
 }
 
-void Session::receive(const Address& address, VXIMMessage& message) {
-    if (roster_.find(address) == nullptr) refresh();  // somebody has taken us in
-    roster_.receive(address, entryOf(message));
+void Session::didOpenStore() {
+    list_ = conversations_->store()->observeConversations(
+        kMostListed, [this](const VXIMListChange<VXIMConversation>& change) { showList(change.list); });
+    if (const auto damage = conversations_->store()->damage()) {
+        roster_.notice("the store was damaged: " + std::to_string(damage->messagesSaved) +
+                           " messages were saved, the old file is " + damage->setAsideAs,
+                       now(), true);
+    }
 }
 
-void Session::clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
-                                                const std::shared_ptr<VXIMFriendInfo>& from) {
-    receive({Kind::Friend, from->uid().description()}, *message);
+void Session::didCatchUp(const VXIMCaughtUp& caughtUp) {
+    if (caughtUp.missedCount > 0) {
+        roster_.notice("while you were away: " + std::to_string(caughtUp.missedCount) +
+                           (caughtUp.missedCount == 1 ? " message" : " messages") + "; Alt-A goes to them",
+                       now());
+    }
+    if (caughtUp.error) complain("not all histories could be read", caughtUp.error);
+    for (const auto& [address, shown] : shown_) {
+        if (shown.observation) showGaps(address);
+    }
 }
 
-void Session::clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
-                                               const std::shared_ptr<VXIMGroup>& from) {
-    receive({Kind::Group, from->groupId().description()}, *message);
+void Session::showList(const std::vector<VXIMConversation>& list) {
+    bool isNew = false;
+    for (const auto& one : list) {
+        const Address address = addressOf(one.id);
+        const bool isKnown = roster_.find(address) != nullptr;
+        if (!isKnown && roster_.wasClosed(address) && one.unreadCount == 0) continue;
+        roster_.setUnread(roster_.open(address), static_cast<int>(one.unreadCount));
+        shown_[address].unread = one.unreadCount;
+        isNew = isNew || !isKnown;
+    }
+    if (isNew && state_.isConnected()) refresh();  // somebody has taken us in
 }
 
-void Session::clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
-                                              const std::shared_ptr<VXIMRoom>& from) {
-    receive({Kind::Room, from->roomId().description()}, *message);
+void Session::look(Conversation& conversation) {
+    const auto store = conversations_->store();
+    if (!store) return;
+    const Address address = conversation.address;
+    auto& shown = shown_[address];
+    if (shown.unread > 0 && roster_.isRead(conversation)) {
+        shown.unread = 0;
+        store->markRead(conversationOf(address), std::nullopt, nullptr);
+    }
+    if (shown.observation) return;
+    shown.limit = kPage;
+    shown.observation = store->observeMessages(
+        conversationOf(address), shown.limit,
+        [this, address](const VXIMListChange<VXIMStoredMessage>& change) { showMessages(address, change.list); });
 }
 
-void Session::clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message) {
-    Entry entry = entryOf(*message);
-    entry.sender = "system";
-    roster_.receive({}, std::move(entry));
+void Session::showMessages(const Address& address, const std::vector<VXIMStoredMessage>& messages) {
+    auto* conversation = roster_.find(address);
+    if (!conversation) return;
+    std::vector<Entry> entries;
+    for (const auto& message : messages) entries.push_back(entryOf(message));
+    conversation->show(std::move(entries));
+    roster_.numberFiles(*conversation);
+    showGaps(address);
+}
+
+/// Where messages are missing behind the oldest one that is shown.
+void Session::showGaps(const Address& address) {
+    conversations_->store()->gaps(
+        conversationOf(address), [this, address](const std::optional<std::vector<VXIMStoredGap>>& gaps, const ErrorPtr&) {
+            auto* conversation = roster_.find(address);
+            if (!conversation || !gaps) return;
+            shown_[address].gaps = *gaps;
+            const auto& entries = conversation->entries();
+            const auto first = std::ranges::find(entries, false, &Entry::isNotice);
+            std::vector<Entry> notices;
+            for (const auto& gap : *gaps) {
+                if (gap.afterMillis == 0 || first == entries.end() || seconds(gap.beforeMillis) <= first->time) continue;
+                Entry notice;
+                notice.isNotice = true;
+                notice.time = seconds(gap.beforeMillis) - 0.0005;
+                const std::string span = timeText(gap.afterMillis) + " to " + timeText(gap.beforeMillis);
+                notice.text = conversation->hasHistory() ? "messages are missing here, " + span + "; PageUp reads them"
+                                                         : "not connected, " + span + ": what was said here is not known";
+                notices.push_back(std::move(notice));
+            }
+            conversation->showGaps(std::move(notices));
+            setOlder(*conversation);
+        });
+}
+
+void Session::setOlder(Conversation& conversation) {
+    const auto& shown = shown_[conversation.address];
+    const auto count = std::count_if(conversation.entries().begin(), conversation.entries().end(),
+                                     [](const Entry& entry) { return !entry.isNotice; });
+    const bool hasMore = count >= shown.limit || (conversation.hasHistory() && !shown.gaps.empty());
+    conversation.older = hasMore ? Older::There : Older::Nothing;
+}
+
+void Session::loadOlder(const Address& address) {
+    auto* conversation = roster_.find(address);
+    const auto shown = shown_.find(address);
+    if (!conversation || shown == shown_.end() || !shown->second.observation || conversation->older != Older::There) return;
+    conversation->older = Older::Loading;
+    shown->second.limit += kPage;
+    shown->second.observation->setLimit(shown->second.limit);
+    // What the store lacks, the service may have.
+    const auto& gaps = shown->second.gaps;
+    if (!conversation->hasHistory() || gaps.empty()) return showGaps(address);
+    conversations_->readGap(conversationOf(address), gaps.back(), [this, address](const auto&, const ErrorPtr& error) {
+        if (error) complain("older messages could not be read", error);
+        showGaps(address);
+    });
+}
+
+void Session::search(const std::string& words) {
+    const auto store = conversations_->store();
+    if (!store) return roster_.notice("the store is not open yet", now(), true);
+    store->search({.text = words, .limit = kMostFound},
+                  [this, words](const std::optional<std::vector<VXIMStoredMessage>>& found, const ErrorPtr& error) {
+                      if (error) return complain("that failed", error);
+                      std::string text = found->empty() ? "nothing found: " + words : "found, the newest first:";
+                      for (const auto& message : *found) {
+                          const auto* place = roster_.find(addressOf(message.conversation));
+                          text += "\n  " + timeText(message.sentAtMillis) + "  " + harmlessLine(place ? place->title : "") + ", " +
+                                  harmlessLine(entryOf(message).sender) + ": " + harmlessLine(message.text());
+                      }
+                      roster_.notice(std::move(text), now());
+                  });
 }
 
 void Session::clientFriendDidOnline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) {
@@ -97,7 +251,6 @@ void Session::refresh() {
             auto& conversation = roster_.open({Kind::Friend, info->uid().description()});
             seen.insert(conversation.address.id);
             if (state_.isConnected()) conversation.online = info->online();
-            catchUp(conversation, info->recentMessage());
         }
         markGone(Kind::Friend, seen);
     });
@@ -109,7 +262,6 @@ void Session::refresh() {
             seen.insert(conversation.address.id);
             conversation.members = idsOf(group->members());
             roster_.rename(conversation, nameOf(group->name()));
-            catchUp(conversation, group->recentMessage());
         }
         markGone(Kind::Group, seen);
     });
@@ -126,79 +278,6 @@ void Session::refresh() {
         }
         markGone(Kind::Room, seen);
     });
-}
-
-/// Reads the newest messages of a conversation that was read before, or that got one while the connection was down.
-void Session::catchUp(Conversation& conversation, const std::shared_ptr<VXIMMessage>& recent) {
-    const bool wasRead = conversation.older == Older::There || conversation.older == Older::Nothing;
-    const bool missed = missedSince_ > 0 && recent && recent->sendTimestamp() > missedSince_;
-    const bool isLookedAt = &conversation == &roster_.current();
-    auto request = Conversation::newestPage(now());
-    if (missedSince_ > 0) request.newsAfter = missedSince_;
-    if (wasRead || missed || isLookedAt) load(conversation.address, request, &Conversation::takeNewest);
-}
-
-void Session::roomsMissed(double lostAt) {
-    for (const auto& conversation : roster_.all()) {
-        if (conversation->address.kind != Kind::Room || conversation->entries().empty()) continue;
-        Entry notice;
-        notice.isNotice = true;
-        notice.time = now();
-        notice.text = "not connected for " + std::to_string(std::max(1, static_cast<int>(notice.time - lostAt))) +
-                      " s: what was said here meanwhile is not known";
-        conversation->giveUp(lostAt, "the connection was lost");
-        conversation->append(std::move(notice));
-    }
-}
-
-void Session::askRoom(const Address& address, double handedBefore) {
-    const auto room = VXIMRoom::roomWithId(address.id);
-    room->fetchWithBlock([this, address, handedBefore](bool succeeded, const ErrorPtr& error) {
-        auto* conversation = roster_.find(address);
-        if (!conversation || (!succeeded && !isRefusal(error))) return;
-        conversation->giveUp(handedBefore, "the service did not send it back");
-        refresh();  // it may be that we are no longer in
-    });
-}
-
-void Session::loadNewest(const Address& address) {
-    auto* conversation = roster_.find(address);
-    if (!conversation || conversation->older != Older::Unknown || me_.empty()) return;
-    conversation->older = Older::Loading;
-    load(address, Conversation::newestPage(now()), &Conversation::takeNewest);
-}
-
-void Session::loadOlder(const Address& address) {
-    auto* conversation = roster_.find(address);
-    if (!conversation || me_.empty()) return;
-    if (conversation->older == Older::Unknown) return loadNewest(address);
-    if (conversation->older != Older::There) return;
-    conversation->older = Older::Loading;
-    load(address, conversation->olderPage(), &Conversation::takeOlder);
-}
-
-void Session::load(const Address& address, const Conversation::Request& request, Took take) {
-    const auto done = [this, address, request, take](const auto& messages, const ErrorPtr& error) {
-        auto* conversation = roster_.find(address);
-        if (!conversation) return;
-        if (!messages) {
-            if (conversation->older == Older::Loading) conversation->older = Older::There;
-            if (isRefusal(error)) conversation->giveUp(request.judges, "the service does not know where to");
-            return complain("the messages of " + harmlessLine(conversation->title) + " could not be read", error);
-        }
-        std::vector<Entry> page;
-        for (const auto& message : *messages) page.push_back(entryOf(*message));
-        const auto failed = conversation->failedCount();
-        const int news = (conversation->*take)(request, std::move(page));
-        if (conversation->failedCount() > failed) refresh();  // it may be that we are no longer in
-        const bool isSeen = conversation == &roster_.current() && !conversation->anchor;
-        if (!isSeen) conversation->unread += news;
-        roster_.numberFiles(*conversation);
-    };
-    const double before = request.before > 0 ? request.before : now();
-    if (address.kind == Kind::Group)
-        return VXIMGroup::groupWithId(address.id)->getLatestMessagesBefore(before, request.limit, done);
-    VXIMUser::userWithId(me_)->getLatestChatsWithFriend(address.id, before, request.limit, done);
 }
 
 }  // namespace chat
