@@ -111,6 +111,9 @@ TEST_F(StoreDamage, NeverEmptiesInSilenceAFileWithFlippedBytes) {
         for (auto flips = 1 + random() % 200; flips > 0; --flips)
             damaged[first + random() % stretch] ^= static_cast<char>(1 + random() % 255);
         setContent(path(), damaged);
+        const std::string picture = path() + "-files/" + std::to_string(unsent_) + "-0";
+        std::filesystem::create_directory(path() + "-files");
+        setContent(picture, "png");
         const std::int64_t code = codeOfOpening();
         if (code == 0) {
             std::int64_t looked = 0;
@@ -119,6 +122,11 @@ TEST_F(StoreDamage, NeverEmptiesInSilenceAFileWithFlippedBytes) {
             const auto damage = store->damage();
             if (damage) {
                 EXPECT_EQ(contentOf(damage->setAsideAs).size(), good.size());
+                const auto unsent = wait(call(&VXIMMessageStore::message, store, unsent_));
+                if (unsent && unsent->state == VXIMStoredMessageQueued && unsent->direction == VXIMStoredMessageOutgoing) {
+                    EXPECT_TRUE(std::filesystem::exists(picture)) << "it is still to be sent";
+                    EXPECT_EQ(unsent->attachmentFiles, std::vector<std::string>{picture});
+                }
             } else {
                 EXPECT_GE(after({}, 1000).size(), kFilled) << "nobody was told";
             }

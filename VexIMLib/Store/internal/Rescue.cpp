@@ -4,9 +4,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <optional>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "VexIMLib/Foundation/Clock.h"
@@ -62,19 +66,40 @@ public:
         // A file of the first version has no attempts.
         eachRow(from_, "SELECT " + std::string(kFirstRowColumns) + ", 0 FROM message", "id",
                 [this](const Statement& row) { copyMessage(row); });
-        eachRow(from_, "SELECT message, number, name FROM attachment", "message, number", [this](const Statement& row) {
-            to_.database.prepare("INSERT OR IGNORE INTO attachment(message, number, name) VALUES(?1, ?2, ?3)")
-                .bind(1, row.integer(0))
-                .bind(2, row.integer(1))
-                .bind(3, row.text(2))
-                .run();
-        });
+        eachRow(from_, "SELECT message, number, name FROM attachment", "message, number",
+                [this](const Statement& row) { addAttachment(row.integer(0), row.integer(1), row.text(2)); });
+        adoptFiles();
         to_.forget();
         for (Tables::Conversation* const each : to_.all()) to_.repair(*each);
         return copied_;
     }
 
 private:
+    void addAttachment(std::int64_t message, std::int64_t number, std::string_view name) {
+        to_.database.prepare("INSERT OR IGNORE INTO attachment(message, number, name) VALUES(?1, ?2, ?3)")
+            .bind(1, message)
+            .bind(2, number)
+            .bind(3, name)
+            .run();
+    }
+
+    /// Files whose entries were lost: their names begin with the message's id and a number, see `addOutgoing`.
+    void adoptFiles() {
+        std::error_code ignored;
+        for (const auto& each : std::filesystem::directory_iterator(to_.filesFolder, ignored)) {
+            const std::string name = each.path().filename().string();
+            const char* const end = name.data() + name.size();
+            std::int64_t id = 0;
+            std::int64_t number = 0;
+            const auto first = std::from_chars(name.data(), end, id);
+            if (first.ec != std::errc() || first.ptr == end || *first.ptr != '-') continue;
+            if (std::from_chars(first.ptr + 1, end, number).ec != std::errc()) continue;
+            const auto row = to_.row(id);
+            if (!row || row->direction != VXIMStoredMessageOutgoing || row->state == VXIMStoredMessageConfirmed) continue;
+            addAttachment(id, number, name);
+        }
+    }
+
     void copyMessage(const Statement& statement) {
         Tables::Row row = readRow(statement);
         std::optional<Dictionary> payload;
