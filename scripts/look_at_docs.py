@@ -112,8 +112,8 @@ def seen(browser, folder):
         for width in (360, 1400):
             browser.open(path.as_uri(), width)
             where = f"{path.relative_to(folder)} at {width} px"
-            wide = browser.run("""const width = arguments[0];  // a phone widens the page's own width to what it finds
-                if (document.documentElement.scrollWidth <= width) return null;
+            wide = browser.run("""const width = arguments[0], content = document.querySelector('.content');  // which scrolls by itself
+                if (document.documentElement.scrollWidth <= width && content.scrollWidth <= content.clientWidth) return null;
                 return [...document.querySelectorAll('.main *')].filter((each) => each.getBoundingClientRect().right > width + 1)
                     .slice(0, 3).map((each) => `${each.tagName}.${each.className}: ${each.textContent.slice(0, 40)}`)""", width)
             if wide is not None:

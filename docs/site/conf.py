@@ -77,10 +77,12 @@ def without_private_parts(app):
 
 
 def navigation(app, docname, source):
-    """README.md is the first page, here index.md; below it hangs the tree of pages."""
+    """README.md is the first page, here index.md; below it hangs the tree of pages, at its end those that navigation.txt does not name."""
     source[0] = source[0].replace("../README.md", "../index.md")
     if docname == "index":
-        source[0] += (SITE / "navigation.txt").read_text()
+        named = (SITE / "navigation.txt").read_text()
+        others = [page for page in sorted(app.env.found_docs) if page not in {"index", *named.split()} and not page.startswith("reference/")]
+        source[0] += named.rstrip().removesuffix("```") + "\n".join(others) + "\n```\n"
 
 
 def linked_names(app, doctree):
