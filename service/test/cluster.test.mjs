@@ -190,7 +190,8 @@ describe('a cluster', { timeout: 240_000, skip }, () => {
     }
 
     test('who is told that a message is sent knows that the other nodes hear of it', async () => {
-      const [alice, bob] = [await login(2, 'alice'), await login(0, 'bob')];
+      const [bob, alice] = [await login(0, 'bob'), await login(2, 'alice')];
+      await bob.next('online'); // until then her login is not through, and what she says waits for it
       way.hold('pg_notify');
       alice.say(text('kept', 'bob', 0, 1));
       while ((await nodes[0].call('GET', '/ctx/bob/friends/alice/chats')).body.length === 0);
