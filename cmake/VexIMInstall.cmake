@@ -48,7 +48,8 @@ endif()
 if(TARGET VexIMLibCStore)
   set_target_properties(VexIMLibCStore PROPERTIES INSTALL_RPATH "$ORIGIN")
   set(VEXIM_C_STORE_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VexIMLibCStore)
-  install(TARGETS VexIMLibCStore EXPORT VexIMLibCStoreTargets LIBRARY COMPONENT c-store NAMELINK_COMPONENT c-store-dev)
+  install(TARGETS VexIMLibCStore EXPORT VexIMLibCStoreTargets LIBRARY COMPONENT c-store NAMELINK_COMPONENT c-store-dev
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   install(EXPORT VexIMLibCStoreTargets NAMESPACE VexIMLib:: FILE VexIMLibCStoreConfig.cmake
     DESTINATION ${VEXIM_C_STORE_PACKAGE_DIR} COMPONENT c-store-dev)
   write_basic_package_version_file(VexIMLibCStoreConfigVersion.cmake COMPATIBILITY SameMajorVersion)
