@@ -1,6 +1,7 @@
 // Files with bytes lost, flipped or cut off.
 #include <algorithm>
 #include <cstdlib>
+#include <numeric>
 #include <random>
 
 #include "store/StoreFixture.h"
@@ -101,8 +102,12 @@ TEST_F(StoreDamage, SetsADamagedFileAsideWithAllThatCanBeReadInTheNewOne) {
 TEST_F(StoreDamage, NeverEmptiesInSilenceAFileWithFlippedBytes) {
     const std::string good = fill();
     const char* const given = std::getenv("VEXIM_SEEDS");
-    const unsigned seeds = given ? static_cast<unsigned>(std::atoi(given)) : 12;
-    for (unsigned seed = 1; seed <= seeds; ++seed) {
+    std::vector<unsigned> seeds{2, 3, 4, 5, 6, 8, 10, 33};  // 5 hits the schema, 33 the list of attachments
+    if (given) {
+        seeds.resize(static_cast<std::size_t>(std::atoi(given)));
+        std::iota(seeds.begin(), seeds.end(), 1U);
+    }
+    for (const unsigned seed : seeds) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         std::string damaged = good;

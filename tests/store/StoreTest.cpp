@@ -124,6 +124,12 @@ TEST_F(StoreTest, TakesAnOwnMessageThroughItsStatesToTheEcho) {
     EXPECT_EQ(echo(payload("two", kNoon + 9)).localId, second.localId) << "by its content: the service dropped the key";
     EXPECT_EQ(echo(payload("two", kNoon + 9)).outcome, Outcome::Known) << "the history's copy";
     EXPECT_EQ(echo(payload("two", kNoon + 20)).outcome, Outcome::Inserted) << "another device's";
+    const auto moved = write("moved", kNoon + 30);
+    change(moved.localId, {.state = VXIMStoredMessageSent});
+    Arrival late{.conversation = bob, .payload = payload("moved", kNoon + 60'000, "alice"), .direction = VXIMStoredMessageOutgoing};
+    const auto twice = insert({late, late});
+    EXPECT_EQ(twice[0].outcome, Outcome::Confirmed);
+    EXPECT_EQ(twice[1].outcome, Outcome::Known) << "it stands behind all others since the first copy";
     const auto third = write("three", kNoon + 120'000);
     EXPECT_EQ(echo(payload("three", kNoon)).outcome, Outcome::Inserted) << "never sent, so nobody can have it";
     change(third.localId, {.state = VXIMStoredMessageSending});
