@@ -18,6 +18,7 @@
 #include "VexIMLib/VexIMLib.h"
 #include "client/FakeSocket.h"
 #include "support/Completions.h"
+#include "support/Eventually.h"
 #include "support/TemporaryFolder.h"
 
 namespace vexim::testing {
@@ -129,7 +130,7 @@ protected:
                                 localId = stored ? stored->localId : -1;
                                 if (error) troubles.push_back(error->localizedDescription());
                             }));
-        EXPECT_TRUE(reaches([&] { return localId.has_value(); }));
+        EXPECT_TRUE(eventually([&] { return localId.has_value(); }));  // with the clock at rest: no pause ends meanwhile
         return localId.value_or(-1);
     }
 

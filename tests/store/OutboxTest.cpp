@@ -87,7 +87,7 @@ TEST_F(OutboxTest, HoldsTheConversationOfAPassingFailureAndNoOther) {
     send("two");
     socket->refusal = nullptr;
     send("other", kGroup);
-    ASSERT_TRUE(reaches([&] { return !said().empty(); }));
+    ASSERT_TRUE(eventually([&] { return !said().empty(); })) << "before the pause of \"one\" is over";
     EXPECT_TRUE(says("other one two")) << saidTexts();
 }
 

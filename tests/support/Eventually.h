@@ -11,7 +11,7 @@ namespace vexim::testing {
 /// Runs the main queue until `predicate` holds; false when it does not within real seconds. For what really runs on other
 /// threads: the deadline only ends a broken test.
 [[nodiscard]] inline bool eventually(const std::function<bool()>& predicate,
-                                     std::chrono::nanoseconds deadline = std::chrono::seconds(20)) {
+                                     std::chrono::nanoseconds deadline = std::chrono::seconds(60)) {
     return MainQueue::shared().runUntil(predicate, deadline);
 }
 
@@ -27,7 +27,7 @@ namespace vexim::testing {
 
 /// Waits with the main queue standing still.
 [[nodiscard]] inline bool spinUntil(const std::function<bool()>& predicate,
-                                    std::chrono::nanoseconds deadline = std::chrono::seconds(20)) {
+                                    std::chrono::nanoseconds deadline = std::chrono::seconds(60)) {
     const auto giveUp = std::chrono::steady_clock::now() + deadline;
     while (!predicate() && std::chrono::steady_clock::now() < giveUp) std::this_thread::yield();
     return predicate();
