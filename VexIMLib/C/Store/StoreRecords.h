@@ -26,6 +26,8 @@ struct Stored {
     const T& value;
 };
 template <class T>
+Stored(const T&) -> Stored<T>;  // clang 16 finds none by itself for an aggregate
+template <class T>
 void write(std::string& out, const Stored<T>& stored) {
     writeStored(out, stored.value);
 }
