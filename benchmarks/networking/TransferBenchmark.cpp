@@ -85,7 +85,7 @@ public:
             return manager_->fileDownloadTaskWithRequest(
                 *request, [&](const std::string&) { return file.newStream(); }, std::move(progress), std::move(done));
         });
-        if (file.commit() || fs::file_size(target_) != bytes) fail("the file is not whole");
+        if (file.conclude(nullptr) || fs::file_size(target_) != bytes) fail("the file is not whole");
     }
 
 private:
