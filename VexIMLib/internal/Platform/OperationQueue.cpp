@@ -92,17 +92,18 @@ OperationQueue::~OperationQueue() {
 }
 
 void OperationQueue::addOperation(Operation operation) {
+    const auto state = state_;  // the operation may release the queue, before this function has returned
     State::Call call;
     {
-        const MutexLock lock(state_->mutex);
-        state_->pending.push_back(std::move(operation));
-        call = state_->callForThread();
+        const MutexLock lock(state->mutex);
+        state->pending.push_back(std::move(operation));
+        call = state->callForThread();
     }
-    state_->make(call);
+    state->make(call);
 }
 
 void OperationQueue::runOrAdd(Operation operation) {
-    const auto state = state_;  // the operation may release the queue
+    const auto state = state_;  // as above
     {
         const MutexLock lock(state->mutex);
         if (state->isRunning || !state->pending.empty() || state->stopped) {
