@@ -26,6 +26,19 @@ std::string inASCII(std::string_view text) {
     return plain;
 }
 
+/// Most ids and names: the way through a value and the JSON writer costs several times the writing. False: it must take that way.
+bool writeShort(std::string& out, std::string_view text) {
+    char quoted[48];
+    constexpr std::size_t kShort = sizeof quoted - 2;
+    if (text.size() > kShort) return false;
+    quoted[0] = '"';
+    char* end = detail::copyPlain(text, quoted + 1);
+    if (!end) return false;
+    *end++ = '"';
+    out.append(quoted, end);
+    return true;
+}
+
 void writeObject(std::string& out, const Value& value) {
     if (const auto error = value.as<Error>()) return write(out, *error);
     if (const auto message = value.as<VXIMMessage>()) return write(out, *message);
@@ -80,22 +93,12 @@ void writeAnyhow(std::string& out, const Value& value) {
 }  // namespace
 
 void write(std::string& out, const Value& value) {
-    if (const auto text = value.asStringView()) return write(out, *text);
+    if (const auto text = value.asStringView(); text && writeShort(out, *text)) return;
     if (value.isObject() || value.isNil() || appendJSON(out, value, JSONFragments::Allow)) writeAnyhow(out, value);
 }
 
 void write(std::string& out, std::string_view text) {
-    // Most ids and names: the way through a value and the JSON writer costs several times the writing.
-    char quoted[48];
-    constexpr std::size_t kShort = sizeof quoted - 2;
-    if (text.size() <= kShort) {
-        quoted[0] = '"';
-        if (char* end = detail::copyPlain(text, quoted + 1)) {
-            *end++ = '"';
-            out.append(quoted, end);
-            return;
-        }
-    }
+    if (writeShort(out, text)) return;
     if (appendJSON(out, text, JSONFragments::Allow)) appendJSON(out, inASCII(text), JSONFragments::Allow);
 }
 
@@ -150,10 +153,9 @@ void write(std::string& out, const VXIMMessageTarget& target) {
 void write(std::string& out, VXIMMessage& message) {
     ObjectWriter object(out);
     const VXIMMessageMediaType mediaType = message.mediaType();
-    if (mediaType == VXIMMessageMediaTypeText) {
-        object.add("text", message.text());
-    } else {
-        object.add("attachmentUrl", message.text());
+    // As the payload holds it: `text` would copy it.
+    if (const Value& text = message.payload().get("content").get("body"); text.isString()) {
+        mediaType == VXIMMessageMediaTypeText ? object.add("text", text) : object.add("attachmentUrl", text);
     }
     object.add("mediaType", static_cast<std::int32_t>(mediaType));
     object.add("sendTimestamp", message.sendTimestamp());
