@@ -83,14 +83,14 @@ struct BodyReader::Shared final : ReaderPool::Work, std::enable_shared_from_this
     void abandon();
     std::size_t readLent(char* target, std::size_t most) VEXIM_REQUIRES(mutex);
 
-    /// Has a thread of the pool go on, if `from` is still what it waits for.
-    bool goOn(Phase from) {
+    /// Has a thread of the pool go on, if `from` is still what it waits for. Where there is none, it is over.
+    void goOn(Phase from) {
         {
             const MutexLock lock(mutex);
-            if (phase != from) return true;
+            if (phase != from) return;
             phase = Phase::Queued;
         }
-        return pool.add(shared_from_this());
+        if (!pool.add(shared_from_this())) finish(makeURLError(URLErrorUnknown, std::nullopt, "no thread to read the body"));
     }
 
     std::unique_ptr<std::uint8_t[]> emptyBuffer() {
@@ -257,7 +257,8 @@ void BodyReader::Shared::abandon() {
     pause.reset();
     interrupt();
     pool.giveUp(*this);
-    if (!goOn(Phase::Parked) || !goOn(Phase::Rests)) stream->close();
+    goOn(Phase::Parked);
+    goOn(Phase::Rests);
 }
 
 std::size_t BodyReader::Shared::readLent(char* target, std::size_t most) {
@@ -286,8 +287,8 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
         if (!shared_->stream->claim()) {
             return {0, false, makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, "the body has been read before")};
         }
-        shared_->started = shared_->goOn(Shared::Phase::Parked);
-        if (!shared_->started) return {0, false, makeURLError(URLErrorUnknown, std::nullopt, "no thread to read the body")};
+        shared_->started = true;
+        shared_->goOn(Shared::Phase::Parked);
     }
 
     Taken taken;
@@ -313,9 +314,7 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
             shared_->awaited = !shared_->atEnd;
         }
     }
-    if (isReaderDue && !shared_->goOn(Shared::Phase::Parked)) {
-        return {0, false, makeURLError(URLErrorUnknown, std::nullopt, "no thread to read the body")};
-    }
+    if (isReaderDue) shared_->goOn(Shared::Phase::Parked);
     return taken;
 }
 
