@@ -123,6 +123,12 @@ void write(std::string& out, double number) {
     out.append(decimals, rest % 10 != 0 ? 4 : rest % 100 != 0 ? 3 : 2);
 }
 
+std::string begunEvent(std::string_view name, std::string text) {
+    text.reserve(768);
+    text.append(R"({"@type":"event","name":")").append(name) += '"';
+    return text;
+}
+
 void write(std::string& out, const Error& error) {
     ObjectWriter object(out);
     object.add("domain", std::string_view(error.domain())).add("code", error.code());

@@ -61,6 +61,14 @@ void write(std::string& out, const std::vector<T>& elements) {
     out += elements.empty() ? "[]" : "]";
 }
 
+/// An event's text up to its name, in the memory that `text` has; its arguments are to be appended, and the closing brace.
+std::string begunEvent(std::string_view name, std::string text = {});
+template <class T>
+void append(std::string& text, std::string_view name, const T& argument) {
+    text.append(",\"").append(name).append("\":");
+    write(text, argument);
+}
+
 /// An object's entries, one after the other; closed when it goes.
 class ObjectWriter {
 public:

@@ -44,18 +44,6 @@ private:
     std::unordered_map<const Object*, std::weak_ptr<Session>> sessions_ VEXIM_GUARDED_BY(mutex_);
 };
 
-std::string begunEvent(std::string_view name, std::string text = {}) {
-    text.reserve(768);
-    text.append(R"({"@type":"event","name":")").append(name) += '"';
-    return text;
-}
-
-template <class T>
-void append(std::string& text, std::string_view name, const T& argument) {
-    text.append(",\"").append(name).append("\":");
-    write(text, argument);
-}
-
 std::string goneBody() { return errorBody(InterfaceError::ClientGone, "The client was freed."); }
 
 constexpr double kLongestTimeout = 1e8;  // three years, in seconds

@@ -23,6 +23,8 @@ enum VXIMConversationKind : std::int32_t {
     VXIMConversationKindRoom = 2,
     VXIMConversationKindSystem = 3,  ///< the messages of the service's operators: one conversation, its id is empty
 };
+/// "friend", "group", "room" or "system", the word for it in exports; "unknown" for any other number.
+VEXIM_EXPORT const char* VXIMConversationKindName(VXIMConversationKind kind);
 
 /// Names a conversation.
 struct VXIMConversationId {
@@ -45,6 +47,8 @@ enum VXIMStoredMessageState : std::int32_t {
     VXIMStoredMessageConfirmed = 3,  ///< the service has it; so are all incoming ones
     VXIMStoredMessageFailed = 4,     ///< refused; `error` says why
 };
+/// "queued", "sending", "sent", "confirmed" or "failed", the word for it in exports; "unknown" for any other number.
+VEXIM_EXPORT const char* VXIMStoredMessageStateName(VXIMStoredMessageState state);
 
 /// A place in a conversation, in the order of time.
 struct VXIMStorePosition {
@@ -76,6 +80,8 @@ struct VXIMStoredMessage {
     VXIMStorePosition position() const { return {sentAtMillis, localId}; }
     /// A message object made of the payload, as the client would deliver it.
     VEXIM_EXPORT std::shared_ptr<VXIMMessage> message() const;
+    /// What an export writes of it; `VXIMMessageStore::exportJSONLines` names the fields.
+    VEXIM_EXPORT vexim::Dictionary record() const;
 };
 
 /// A conversation as a list shows it.

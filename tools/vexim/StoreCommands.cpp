@@ -104,32 +104,14 @@ std::optional<std::int64_t> timeOf(const char* option, const std::string& word) 
                                 "seconds since 1970, not \"" + word + "\"");
 }
 
-std::string kindOf(const VXIMStoredMessage& message) {
-    constexpr std::array kKinds{"friend", "group", "room", "system"};
-    return kKinds.at(static_cast<std::size_t>(message.conversation.kind));
-}
-
-/// With the fields of an export.
-Value recordOf(const VXIMStoredMessage& message) {
-    constexpr std::array kStates{"queued", "sending", "sent", "confirmed", "failed"};
-    const bool isOwn = message.direction == VXIMStoredMessageOutgoing;
-    return vexim::Dictionary{{"conversation", vexim::Dictionary{{"kind", kindOf(message)}, {"id", message.conversation.id}}},
-                             {"localId", message.localId},
-                             {"sentAt", message.sentAtMillis},
-                             {"direction", isOwn ? "outgoing" : "incoming"},
-                             {"state", kStates.at(static_cast<std::size_t>(message.state))},
-                             {"sender", message.sender},
-                             {"receiver", message.receiver},
-                             {"payload", message.payload}};
-}
-
 std::string lineOf(const VXIMStoredMessage& message) {
     const auto time = static_cast<std::time_t>(message.sentAtMillis / 1000);
     std::tm parts{};
     ::localtime_r(&time, &parts);
     std::array<char, 32> day{};
     std::strftime(day.data(), day.size(), "%Y-%m-%d %H:%M", &parts);
-    const std::string place = kindOf(message) + (message.conversation.id.empty() ? "" : " " + message.conversation.id);
+    const std::string place = std::string(VXIMConversationKindName(message.conversation.kind)) +
+                              (message.conversation.id.empty() ? "" : " " + message.conversation.id);
     return std::string(day.data()) + "  " + place + ", " + message.sender + ": " + message.text();
 }
 
@@ -147,7 +129,7 @@ int runSearch(const Arguments& arguments, const Peer& peer) {
         resultOf<std::optional<std::vector<VXIMStoredMessage>>>([&](auto done) { store->search(search, done); }).value();
     if (arguments.json) {
         vexim::Array records;
-        for (const auto& message : found) records.append(recordOf(message));
+        for (const auto& message : found) records.append(message.record());
         std::printf("%s\n", vexim::writeJSON(records).text.c_str());
     } else {
         for (const auto& message : found) std::printf("%s\n", chat::harmless(lineOf(message)).c_str());

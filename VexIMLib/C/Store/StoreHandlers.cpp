@@ -37,13 +37,10 @@ std::string pathOf(const Request& request) {
 
 VXIMConversationId conversationFrom(const Dictionary& given) {
     require(given, kConversationId);
-    static constexpr std::pair<std::string_view, VXIMConversationKind> kKinds[] = {{"friend", VXIMConversationKindFriend},
-                                                                                   {"group", VXIMConversationKindGroup},
-                                                                                   {"room", VXIMConversationKindRoom},
-                                                                                   {"system", VXIMConversationKindSystem}};
     const auto word = given.get("kind").asStringView();
-    for (const auto& [name, kind] : kKinds) {
-        if (word != name) continue;
+    for (const auto kind :
+         {VXIMConversationKindFriend, VXIMConversationKindGroup, VXIMConversationKindRoom, VXIMConversationKindSystem}) {
+        if (word != VXIMConversationKindName(kind)) continue;
         VXIMConversationId id{kind, given.get("id").asString().value_or("")};
         if (id.id.empty() != (kind == VXIMConversationKindSystem)) {
             refuse("A conversation needs an \"id\", but for that of kind \"system\", which has none.");

@@ -5,33 +5,8 @@
 
 namespace vexim::c {
 
-namespace {
-
-std::string_view wordOf(VXIMConversationKind kind) {
-    switch (kind) {
-        case VXIMConversationKindFriend: return "friend";
-        case VXIMConversationKindGroup: return "group";
-        case VXIMConversationKindRoom: return "room";
-        case VXIMConversationKindSystem: return "system";
-    }
-    return "unknown";
-}
-
-std::string_view wordOf(VXIMStoredMessageState state) {
-    switch (state) {
-        case VXIMStoredMessageQueued: return "queued";
-        case VXIMStoredMessageSending: return "sending";
-        case VXIMStoredMessageSent: return "sent";
-        case VXIMStoredMessageConfirmed: return "confirmed";
-        case VXIMStoredMessageFailed: return "failed";
-    }
-    return "unknown";
-}
-
-}  // namespace
-
 void writeStored(std::string& out, const VXIMConversationId& id) {
-    ObjectWriter(out).add("kind", wordOf(id.kind)).add("id", std::string_view(id.id));
+    ObjectWriter(out).add("kind", std::string_view(VXIMConversationKindName(id.kind))).add("id", std::string_view(id.id));
 }
 
 void writeStored(std::string& out, const VXIMStorePosition& position) {
@@ -48,7 +23,8 @@ void writeStored(std::string& out, const VXIMStoredMessage& message) {
     }
     object.add("mediaType", static_cast<std::int32_t>(message.mediaType)).add("sentAtMillis", message.sentAtMillis);
     object.add("direction", std::string_view(message.direction == VXIMStoredMessageOutgoing ? "outgoing" : "incoming"));
-    object.add("state", wordOf(message.state)).add("sender", std::string_view(message.sender));
+    object.add("state", std::string_view(VXIMStoredMessageStateName(message.state)))
+        .add("sender", std::string_view(message.sender));
     object.add("receiver", std::string_view(message.receiver)).add("key", message.key).add("serviceId", message.serviceId);
     if (message.error) object.add("error", *message.error);
     object.add("attempts", message.attempts);

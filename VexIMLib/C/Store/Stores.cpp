@@ -14,16 +14,6 @@ namespace {
 
 [[noreturn]] void refuseStore(std::string description) { throw Refusal({InterfaceError::NoSuchStore, std::move(description)}); }
 
-std::string begunEvent(std::string_view name) {
-    std::string text = R"({"@type":"event","name":")";
-    return text.append(name) += '"';
-}
-
-void append(std::string& text, std::string_view name, const auto& value) {
-    text.append(",\"").append(name).append("\":");
-    write(text, value);
-}
-
 template <class T>
 constexpr std::string_view kItemName = "message";
 template <>

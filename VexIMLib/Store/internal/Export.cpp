@@ -45,7 +45,7 @@ private:
         }
         const auto messages = messagesAfter(tables, conversations_.back(), position_, kSlice);
         std::string text;
-        for (const VXIMStoredMessage& each : messages) text += jsonLine(each) + '\n';
+        for (const VXIMStoredMessage& each : messages) text += toJSON(each.record()) + '\n';
         writeAll(descriptor_, text, "The file of the export cannot be written.");
         count_ += static_cast<std::int64_t>(messages.size());
         if (messages.size() < static_cast<std::size_t>(kSlice)) {

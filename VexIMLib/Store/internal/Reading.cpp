@@ -26,27 +26,6 @@ std::vector<VXIMStoredMessage> page(Tables& tables, const char* which, const VXI
     return messages;
 }
 
-const char* nameOf(VXIMConversationKind kind) {
-    switch (kind) {
-        case VXIMConversationKindFriend: return "friend";
-        case VXIMConversationKindGroup: return "group";
-        case VXIMConversationKindRoom: return "room";
-        case VXIMConversationKindSystem: return "system";
-    }
-    return "unknown";
-}
-
-const char* nameOf(VXIMStoredMessageState state) {
-    switch (state) {
-        case VXIMStoredMessageQueued: return "queued";
-        case VXIMStoredMessageSending: return "sending";
-        case VXIMStoredMessageSent: return "sent";
-        case VXIMStoredMessageConfirmed: return "confirmed";
-        case VXIMStoredMessageFailed: return "failed";
-    }
-    return "unknown";
-}
-
 }  // namespace
 
 std::vector<VXIMStoredMessage> messagesBefore(Tables& tables, const VXIMConversationId& id,
@@ -121,25 +100,6 @@ std::vector<VXIMStoredMessage> waiting(Tables& tables) {
     std::vector<VXIMStoredMessage> answer;
     while (rows.step()) answer.push_back(tables.message(readRow(rows)));
     return answer;
-}
-
-std::string jsonLine(const VXIMStoredMessage& message) {
-    Dictionary line{
-        {"conversation", Dictionary{{"kind", nameOf(message.conversation.kind)}, {"id", message.conversation.id}}},
-        {"localId", message.localId},
-        {"sentAt", message.sentAtMillis},
-        {"direction", message.direction == VXIMStoredMessageOutgoing ? "outgoing" : "incoming"},
-        {"state", nameOf(message.state)},
-        {"sender", message.sender},
-        {"receiver", message.receiver},
-        {"payload", message.payload},
-    };
-    if (message.error) {
-        line.set("error", Dictionary{{"domain", message.error->domain()},
-                                     {"code", message.error->code()},
-                                     {"description", message.error->localizedDescription()}});
-    }
-    return toJSON(line);
 }
 
 }  // namespace vexim::store

@@ -21,7 +21,4 @@ std::vector<VXIMStoredGap> gaps(Tables& tables, const VXIMConversationId& id);
 /// Own messages that are not confirmed, by conversation, each in its order.
 std::vector<VXIMStoredMessage> waiting(Tables& tables);
 
-/// A message as one line of JSON, without the line's end.
-std::string jsonLine(const VXIMStoredMessage& message);
-
 }  // namespace vexim::store
