@@ -2,8 +2,6 @@
 
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <openssl/evp.h>
-#include <openssl/sha.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/epoll.h>
@@ -18,30 +16,10 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "support/WebSocketFrames.h"
+
 namespace vexim::bench {
 namespace {
-
-std::string acceptFor(std::string_view request) {
-    const std::string_view name = "Sec-WebSocket-Key: ";
-    const auto at = request.find(name) + name.size();
-    const std::string salted =
-        std::string(request.substr(at, request.find('\r', at) - at)) + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
-    std::array<unsigned char, SHA_DIGEST_LENGTH> digest{};
-    SHA1(reinterpret_cast<const unsigned char*>(salted.data()), salted.size(), digest.data());
-    std::array<unsigned char, 32> text{};
-    EVP_EncodeBlock(text.data(), digest.data(), SHA_DIGEST_LENGTH);
-    return reinterpret_cast<const char*>(text.data());
-}
-
-std::string frame(std::string_view payload) {
-    std::string bytes = "\x81";
-    if (payload.size() < 126) {
-        bytes += static_cast<char>(payload.size());
-    } else {
-        bytes += {126, static_cast<char>(payload.size() >> 8), static_cast<char>(payload.size() & 0xFF)};
-    }
-    return bytes += payload;
-}
 
 /// Everything that is sent is short, so the socket's buffer takes it whole.
 void write(int socket, std::string_view bytes) { (void)!::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL); }

@@ -4,7 +4,6 @@
 #include <netinet/tcp.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
-#include <openssl/sha.h>
 #include <openssl/ssl.h>
 #include <poll.h>
 #include <signal.h>
@@ -21,6 +20,7 @@
 #include <string_view>
 
 #include "support/Certificates.h"
+#include "support/WebSocketFrames.h"
 
 namespace vexim::bench {
 
@@ -29,28 +29,6 @@ const char* const kMessage =
     R"("ts":1700000000123,"from":{"id":"5f1d7a2b9c3e","type":0},"to":{"id":"60aa11bb22cc","type":1},"id":"m-00017"})";
 
 namespace {
-
-std::string acceptFor(std::string_view request) {
-    const std::string_view name = "Sec-WebSocket-Key: ";
-    const auto at = request.find(name) + name.size();
-    const std::string salted =
-        std::string(request.substr(at, request.find('\r', at) - at)) + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
-    std::array<unsigned char, SHA_DIGEST_LENGTH> digest{};
-    SHA1(reinterpret_cast<const unsigned char*>(salted.data()), salted.size(), digest.data());
-    std::array<unsigned char, 32> text{};
-    EVP_EncodeBlock(text.data(), digest.data(), SHA_DIGEST_LENGTH);
-    return reinterpret_cast<const char*>(text.data());
-}
-
-std::string frame(std::string_view payload) {
-    std::string bytes = "\x81";
-    if (payload.size() < 126) {
-        bytes += static_cast<char>(payload.size());
-    } else {
-        bytes += {126, static_cast<char>(payload.size() >> 8), static_cast<char>(payload.size() & 0xFF)};
-    }
-    return bytes += payload;
-}
 
 struct Connection {
     int socket = -1;

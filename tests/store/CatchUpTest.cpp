@@ -125,6 +125,15 @@ TEST_F(CatchUpTest, MarksWhatItDoesNotReadAsAGap) {
     }
     EXPECT_EQ(stored(), named(1, 500));
     EXPECT_EQ(unread(), unreadBefore);
+
+    // Who lets go meanwhile is told.
+    ErrorPtr why;
+    conversations->readGap(kBob, found[0], once([&](auto, const ErrorPtr& error) { why = error; }));
+    const auto store = std::exchange(conversations, nullptr)->store();
+    EXPECT_TRUE(reaches([&] { return why && why->is(VXIMStoreErrorDomain, VXIMStoreErrorClosed); }));
+    bool isClosed = false;
+    store->close(once([&](bool, const ErrorPtr&) { isClosed = true; }));
+    EXPECT_TRUE(reaches([&] { return isClosed; }));
 }
 
 TEST_F(CatchUpTest, MarksWhatARoomMayHaveSaidMeanwhile) {

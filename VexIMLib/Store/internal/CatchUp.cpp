@@ -310,8 +310,7 @@ void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap, VX
             [weak = weak_from_this(), conversation, gap, completion = std::move(completion)](const std::optional<Messages>& page,
                                                                                              const ErrorPtr& error) {
                 const auto self = weak.lock();
-                if (!self) return;
-                if (error) return completion(std::nullopt, error);
+                if (error || !self) return completion(std::nullopt, error ? error : errors::notOpen());
                 auto arrivals = self->arrivalsOf(conversation, page.value_or(Messages()), false);
                 const bool isFull = arrivals.size() >= static_cast<std::size_t>(kPageOfGap);
                 const std::int64_t oldest = arrivals.empty() ? 0 : timeOf(arrivals.front().payload);
@@ -321,8 +320,8 @@ void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap, VX
                                            [weak, conversation, gap, reached, completion](
                                                const std::optional<std::vector<Merged>>& merged, const ErrorPtr& why) {
                                                const auto alive = weak.lock();
-                                               if (!alive) return;
                                                if (why || !merged) return completion(std::nullopt, why);
+                                               if (!alive) return completion(std::nullopt, errors::notOpen());
                                                const auto count = std::ranges::count(*merged, Outcome::Inserted, &Merged::outcome);
                                                alive->narrow(conversation, gap, reached, count, completion);
                                            });
