@@ -7,7 +7,7 @@
 #include "VexIMLib/Foundation/Export.h"
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMCompletions.h"
-#include "VexIMLib/internal/VXIMRuntimeObject.h"
+#include "VexIMLib/VXIMRuntimeObject.h"
 
 /// What users, groups and rooms share: custom attributes, a free-form dictionary that the application defines and the service
 /// stores. The operations keep the object alive until they end; each completion runs once, on the main queue, and may be

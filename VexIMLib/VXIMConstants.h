@@ -16,6 +16,11 @@ VEXIM_EXPORT extern const char* const VXIMFriendOfflineNotification;
 /// `VXIMConnectionErrorDomain` (`vexim::connectionError` takes it out). The value of this name is "socket.io.error".
 VEXIM_EXPORT extern const char* const VXIMClientConnectionErrorNotification;
 
+/// Posted to the default notification centre, with the client as the sender, whenever a client's status has changed: for what
+/// stands beside the application and leaves it its delegate. Under "status" is the new one, a number of `VXIMClientStatus`.
+/// Observers run on the main queue, behind the step that changed it: `status()` may have gone on meanwhile.
+inline constexpr const char* VXIMClientDidChangeStatusNotification = "VXIMClientDidChangeStatusNotification";
+
 // The version of the library that runs, which can be newer than the one compiled against. The string also names the library,
 // and ends with a newline.
 VEXIM_EXPORT extern const double VexIMLibVersionNumber;

@@ -13,7 +13,7 @@
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMCompletions.h"
 #include "VexIMLib/VXIMMessage.h"
-#include "VexIMLib/internal/VXIMRuntimeObject.h"
+#include "VexIMLib/VXIMRuntimeObject.h"
 
 class VXIMPassenger;
 

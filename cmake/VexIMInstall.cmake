@@ -39,8 +39,8 @@ if(TARGET VexIMLibC)
   find_package(Python3 REQUIRED COMPONENTS Interpreter)
   add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/vexim-api.json
     COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/scripts/c_interface.py --schema ${PROJECT_BINARY_DIR}/vexim-api.json
-    DEPENDS ${PROJECT_SOURCE_DIR}/scripts/c_interface.py ${PROJECT_SOURCE_DIR}/scripts/c_interface_shapes.py ${PROJECT_SOURCE_DIR}/VexIMLib/C/Operations.cpp
-      ${PROJECT_SOURCE_DIR}/VexIMLib/C/Store/StoreOperations.cpp)
+    DEPENDS ${PROJECT_SOURCE_DIR}/scripts/c_interface.py ${PROJECT_SOURCE_DIR}/scripts/c_interface_shapes.py ${PROJECT_SOURCE_DIR}/VexIMLib/C/internal/Operations.cpp
+      ${PROJECT_SOURCE_DIR}/VexIMLib/C/internal/Store/StoreOperations.cpp)
   add_custom_target(vexim_api ALL DEPENDS ${PROJECT_BINARY_DIR}/vexim-api.json)
   install(FILES ${PROJECT_BINARY_DIR}/vexim-api.json DESTINATION ${CMAKE_INSTALL_DATADIR}/vexim COMPONENT c-dev)
 endif()

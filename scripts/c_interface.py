@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the C interface's table, VexIMLib/C/Operations.cpp with the store's part in C/Store/StoreOperations.cpp, is made into besides the
+"""What the C interface's table, VexIMLib/C/internal/Operations.cpp with the store's part in C/internal/Store/StoreOperations.cpp, is made into besides the
 dispatch. What comes out of the interface is declared in c_interface_shapes.py.
 
     scripts/c_interface.py --schema FILE    writes the JSON Schema of requests, answers and events
@@ -16,8 +16,8 @@ import sys
 import c_interface_shapes as shapes
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-TABLE = ROOT / "VexIMLib/C/Operations.cpp"
-STORE_TABLE = ROOT / "VexIMLib/C/Store/StoreOperations.cpp"
+TABLE = ROOT / "VexIMLib/C/internal/Operations.cpp"
+STORE_TABLE = ROOT / "VexIMLib/C/internal/Store/StoreOperations.cpp"
 PAGE = ROOT / "docs/c-interface.md"
 
 STRING = r'"((?:[^"\\]|\\.)*)"'

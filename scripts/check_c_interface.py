@@ -80,8 +80,8 @@ def functions(body):
 def findings():
     requests, of_store, immediate, constant = c_interface.read_table()
     rows = {row.name: row for row in requests + of_store + immediate}
-    events = (ROOT / "VexIMLib/C/Session.cpp").read_text()
-    records = (ROOT / "VexIMLib/C/Records.cpp").read_text()
+    events = (ROOT / "VexIMLib/C/internal/Session.cpp").read_text()
+    records = (ROOT / "VexIMLib/C/internal/Records.cpp").read_text()
     options = {name for name, *_ in constant["kConfiguration"] + constant["kConnectionOptions"]}
     of_attributes = ("VXIMUser", "VXIMGroup", "VXIMRoom")
 
@@ -116,7 +116,7 @@ def findings():
             yield f"VXIMClientDelegate.h: {function} is no event of the C interface"
         elif declared != [re.split(r"[\s&*]", p)[-1] for p in parameters if not p.endswith("client")]:
             yield f"VXIMClientDelegate.h: {function} has other parameters than the event: {', '.join(declared)}"
-    notifications = dict(re.findall(r'const (VXIM\w*Notification) = "(.*)";', (ROOT / "VexIMLib/VXIMConstants.cpp").read_text()))
+    notifications = dict(re.findall(r'const (VXIM\w*Notification) = "(.*)";', (ROOT / "VexIMLib/internal/Configuration/VXIMConstants.cpp").read_text()))
     for notification in re.findall(r"const (VXIM\w*Notification);", headers["VXIMConstants"]):
         if notification not in events or not {notification, notifications[notification]} & set(shapes.EVENTS):
             yield f"VXIMConstants.h: {notification} is no event of the C interface"

@@ -13,7 +13,7 @@
 
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "networking/CPUTime.h"
 #include "socketio/BeastClients.h"
 #include "socketio/PeerServer.h"

@@ -1,6 +1,6 @@
 // What waits to be received: one answer for each request, whatever ends it first; bounds; the descriptor; waking.
 
-#include "VexIMLib/C/Mailbox.h"
+#include "VexIMLib/C/internal/Mailbox.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -11,9 +11,9 @@
 #include <thread>
 #include <vector>
 
-#include "VexIMLib/C/Arguments.h"
-#include "VexIMLib/C/Operations.h"
-#include "VexIMLib/C/Records.h"
+#include "VexIMLib/C/internal/Arguments.h"
+#include "VexIMLib/C/internal/Operations.h"
+#include "VexIMLib/C/internal/Records.h"
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/Foundation/MainQueue.h"
 

@@ -10,7 +10,7 @@
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 
 namespace vexim::testing {
 

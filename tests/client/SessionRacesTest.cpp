@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "VexIMLib/Testing/FakeService.h"
-#include "VexIMLib/VXIMStatusNotification.h"
+#include "VexIMLib/VXIMConstants.h"
 #include "client/ClientFixture.h"
 
 using namespace vexim::testing;

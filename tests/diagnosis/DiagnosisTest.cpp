@@ -7,7 +7,7 @@
 
 #include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/Testing/ManualClock.h"
-#include "VexIMLib/internal/Platform/EventRecord.h"
+#include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 #include "endtoend/LiveWorld.h"
 #include "support/Certificates.h"
 #include "support/LogCapture.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "endtoend/LiveWorld.h"
 
 namespace vexim::testing {

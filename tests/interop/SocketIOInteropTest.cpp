@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "interop/NodeServer.h"
 #include "support/Certificates.h"
 #include "support/Completions.h"

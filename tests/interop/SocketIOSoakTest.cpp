@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "interop/NodeServer.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"

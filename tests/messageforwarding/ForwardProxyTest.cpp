@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "VexIMLib/Foundation/Exception.h"
-#include "VexIMLib/internal/VXIMRuntimeObject.h"
+#include "VexIMLib/VXIMRuntimeObject.h"
 #include "support/LogCapture.h"
 #include "support/Raised.h"
 

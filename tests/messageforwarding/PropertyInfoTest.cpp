@@ -6,9 +6,9 @@
 #include <thread>
 #include <vector>
 
+#include "VexIMLib/VXIMPropertyNameFromSelector.h"
+#include "VexIMLib/VXIMRuntimeObject.h"
 #include "VexIMLib/internal/MessageForwarding/VXIMClassInfo.h"
-#include "VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector.h"
-#include "VexIMLib/internal/VXIMRuntimeObject.h"
 #include "support/LogCapture.h"
 
 namespace {

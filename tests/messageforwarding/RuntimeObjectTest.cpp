@@ -1,4 +1,4 @@
-#include "VexIMLib/internal/VXIMRuntimeObject.h"
+#include "VexIMLib/VXIMRuntimeObject.h"
 
 #include <gtest/gtest.h>
 

@@ -13,9 +13,9 @@
 #include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
-#include "VexIMLib/internal/Platform/DeviceInfo.h"
-#include "VexIMLib/internal/Platform/InputStream.h"
-#include "VexIMLib/internal/Platform/URLRequest.h"
+#include "VexIMLib/internal/Platform/Facts/DeviceInfo.h"
+#include "VexIMLib/internal/Platform/Files/InputStream.h"
+#include "VexIMLib/internal/Platform/Loading/URLRequest.h"
 #include "support/TemporaryFolder.h"
 
 using vexim::Array;

@@ -10,7 +10,7 @@
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionDataDelegate.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
-#include "VexIMLib/internal/Platform/DeviceInfo.h"
+#include "VexIMLib/internal/Platform/Facts/DeviceInfo.h"
 #include "networking/NetworkingFixture.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"

@@ -1,6 +1,6 @@
 // How many threads read the bodies of uploads, and who waits for whom.
 
-#include "VexIMLib/internal/Platform/BodyReader.h"
+#include "VexIMLib/internal/Platform/Loading/BodyReader.h"
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/internal/Platform/NetworkThread.h"
+#include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
 #include "support/Eventually.h"
 
 namespace vexim::testing {

@@ -2,14 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include "VexIMLib/internal/Platform/DeviceInfo.h"
-#include "VexIMLib/internal/Platform/Digest.h"
-#include "VexIMLib/internal/Platform/HTTPExchange.h"
-#include "VexIMLib/internal/Platform/HTTPHeaderFields.h"
-#include "VexIMLib/internal/Platform/MIMETypes.h"
-#include "VexIMLib/internal/Platform/NumberFormatter.h"
-#include "VexIMLib/internal/Platform/PNG.h"
-#include "VexIMLib/internal/Platform/ReasonPhrases.h"
+#include "VexIMLib/internal/Platform/Facts/DeviceInfo.h"
+#include "VexIMLib/internal/Platform/Facts/Digest.h"
+#include "VexIMLib/internal/Platform/Facts/NumberFormatter.h"
+#include "VexIMLib/internal/Platform/Facts/ReasonPhrases.h"
+#include "VexIMLib/internal/Platform/Files/MIMETypes.h"
+#include "VexIMLib/internal/Platform/Files/PNG.h"
+#include "VexIMLib/internal/Platform/Loading/HTTPExchange.h"
+#include "VexIMLib/internal/Platform/Loading/HTTPHeaderFields.h"
 
 namespace vexim::testing {
 namespace {

@@ -8,10 +8,10 @@
 #include <thread>
 
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/internal/Platform/HostResolver.h"
-#include "VexIMLib/internal/Platform/LibraryThreads.h"
-#include "VexIMLib/internal/Platform/NetworkThread.h"
-#include "VexIMLib/internal/Platform/OutputStream.h"
+#include "VexIMLib/internal/Platform/Files/OutputStream.h"
+#include "VexIMLib/internal/Platform/Threads/HostResolver.h"
+#include "VexIMLib/internal/Platform/Threads/LibraryThreads.h"
+#include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
 #include "platform/SessionProbe.h"
 #include "support/ScriptedServer.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "VexIMLib/internal/Platform/URLSession.h"
+#include "VexIMLib/internal/Platform/Loading/URLSession.h"
 
 namespace vexim::testing {
 

@@ -6,9 +6,9 @@
 #include <thread>
 #include <vector>
 
-#include "VexIMLib/internal/Platform/FileManager.h"
-#include "VexIMLib/internal/Platform/InputStream.h"
-#include "VexIMLib/internal/Platform/OutputStream.h"
+#include "VexIMLib/internal/Platform/Files/FileManager.h"
+#include "VexIMLib/internal/Platform/Files/InputStream.h"
+#include "VexIMLib/internal/Platform/Files/OutputStream.h"
 #include "support/TemporaryFolder.h"
 
 namespace vexim::testing {

@@ -5,9 +5,9 @@
 #include <future>
 #include <thread>
 
-#include "VexIMLib/internal/Platform/HostResolver.h"
-#include "VexIMLib/internal/Platform/NetworkThread.h"
-#include "VexIMLib/internal/Platform/OperationQueue.h"
+#include "VexIMLib/internal/Platform/Threads/HostResolver.h"
+#include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
+#include "VexIMLib/internal/Platform/Threads/OperationQueue.h"
 #include "support/Eventually.h"
 
 namespace vexim::testing {

@@ -4,8 +4,8 @@
 
 #include <condition_variable>
 
-#include "VexIMLib/internal/Platform/FileManager.h"
-#include "VexIMLib/internal/Platform/OutputStream.h"
+#include "VexIMLib/internal/Platform/Files/FileManager.h"
+#include "VexIMLib/internal/Platform/Files/OutputStream.h"
 #include "platform/SessionProbe.h"
 #include "support/Eventually.h"
 #include "support/ScriptedServer.h"

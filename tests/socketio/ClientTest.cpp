@@ -1,5 +1,5 @@
 // The client's contract with applications, over real sockets: connections, their ends, reconnects and answers.
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "VexIMLib/internal/Platform/EventRecord.h"
+#include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
 #include "support/Completions.h"

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
 #include "support/LogCapture.h"

@@ -10,9 +10,9 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "VexIMLib/Testing/ManualClock.h"
-#include "VexIMLib/internal/Platform/NetworkThread.h"
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
 #include "support/PeakMemory.h"

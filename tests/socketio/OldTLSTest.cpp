@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "platform/SessionProbe.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"

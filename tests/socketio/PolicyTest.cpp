@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "VexIMLib/internal/SocketIO/CookieJar.h"
-#include "VexIMLib/internal/SocketIO/FrameScanner.h"
-#include "VexIMLib/internal/SocketIO/Outbox.h"
-#include "VexIMLib/internal/SocketIO/Proxy.h"
-#include "VexIMLib/internal/SocketIO/ReconnectPolicy.h"
-#include "VexIMLib/internal/SocketIO/SocketIOOptions.h"
+#include "VexIMLib/internal/SocketIO/Client/Outbox.h"
+#include "VexIMLib/internal/SocketIO/Client/SocketIOOptions.h"
+#include "VexIMLib/internal/SocketIO/Protocol/CookieJar.h"
+#include "VexIMLib/internal/SocketIO/Protocol/FrameScanner.h"
+#include "VexIMLib/internal/SocketIO/Protocol/ReconnectPolicy.h"
+#include "VexIMLib/internal/SocketIO/Transports/Proxy.h"
 #include "socketio/Peers.h"
 #include "support/SeededRandom.h"
 

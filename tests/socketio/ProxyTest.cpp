@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
 

@@ -8,11 +8,11 @@
 
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/Foundation/URL.h"
-#include "VexIMLib/internal/SocketIO/Base64.h"
-#include "VexIMLib/internal/SocketIO/OpenPacket.h"
-#include "VexIMLib/internal/SocketIO/Packet.h"
-#include "VexIMLib/internal/SocketIO/Payload.h"
-#include "VexIMLib/internal/SocketIO/SocketIOOptions.h"
+#include "VexIMLib/internal/SocketIO/Client/SocketIOOptions.h"
+#include "VexIMLib/internal/SocketIO/Protocol/Base64.h"
+#include "VexIMLib/internal/SocketIO/Protocol/OpenPacket.h"
+#include "VexIMLib/internal/SocketIO/Protocol/Packet.h"
+#include "VexIMLib/internal/SocketIO/Protocol/Payload.h"
 
 namespace vexim::testing {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "support/Eventually.h"
 
 namespace vexim::testing {

@@ -8,7 +8,7 @@
 #include <variant>
 
 #include "VexIMLib/Foundation/JSON.h"
-#include "VexIMLib/internal/SocketIO/EngineSession.h"
+#include "VexIMLib/internal/SocketIO/Protocol/EngineSession.h"
 
 namespace vexim::testing {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
 

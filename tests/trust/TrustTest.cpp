@@ -11,7 +11,7 @@
 
 #include "VexIMLib/Foundation/Array.h"
 #include "VexIMLib/Foundation/Error.h"
-#include "VexIMLib/internal/Trust/Trust.h"
+#include "VexIMLib/internal/Platform/Trust/Trust.h"
 #include "trust/TrustFixture.h"
 
 namespace vexim::testing {

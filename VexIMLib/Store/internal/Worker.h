@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 
 namespace vexim::store {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/JSON.h"
-#include "VexIMLib/internal/Platform/Digest.h"
+#include "VexIMLib/internal/Platform/Facts/Digest.h"
 
 namespace vexim::testing::fake {
 

@@ -7,7 +7,7 @@
 #include "VexIMLib/Foundation/Data.h"
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Testing/FakeService.h"
-#include "VexIMLib/internal/SocketIO/Packet.h"
+#include "VexIMLib/internal/SocketIO/Protocol/Packet.h"
 
 namespace vexim::testing::fake {
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/Data.h"
-#include "VexIMLib/internal/Platform/ClockTimer.h"
+#include "VexIMLib/internal/Platform/Threads/ClockTimer.h"
 
 namespace vexim::testing::fake {
 

@@ -8,13 +8,13 @@
 #include "VexIMLib/Foundation/Array.h"
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/FailureListener.h"
-#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/SocketIOClient.h"
 #include "VexIMLib/VXIMClient.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/VXIMClientDelegate.h"
 #include "VexIMLib/VXIMUser.h"
-#include "VexIMLib/internal/Platform/EventRecord.h"
-#include "VexIMLib/internal/SocketIO/SocketIOClient.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
+#include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 
 /// A pointer that one thread sets and any may read.
 template <class T>

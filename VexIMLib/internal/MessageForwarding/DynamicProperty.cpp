@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "VexIMLib/Foundation/Exception.h"
-#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 #include "VexIMLib/internal/MessageForwarding/VXIMMessageForwardProxy.h"
 
 namespace vexim::detail {

@@ -11,7 +11,7 @@
 
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/Foundation/Value.h"
-#include "VexIMLib/internal/VXIMRuntimeObject.h"
+#include "VexIMLib/VXIMRuntimeObject.h"
 
 // Typed access to dynamic properties. An accessor is a message that is forwarded to the store; a handle remembers, for each
 // concrete class, what the forwarding found out, so that locks and look-ups by name are paid once. Handles are static

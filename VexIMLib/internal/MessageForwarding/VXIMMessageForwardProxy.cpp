@@ -9,7 +9,7 @@
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Runtime/TypeEncoding.h"
-#include "VexIMLib/internal/VXIMRuntimeObject.h"
+#include "VexIMLib/VXIMRuntimeObject.h"
 
 using vexim::Class;
 using vexim::Exception;

@@ -9,7 +9,7 @@
 
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
-#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 #include "VexIMLib/internal/MessageForwarding/VXIMClassInfo.h"
 
 class VXIMRuntimeObject;

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/Log.h"
-#include "VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector.h"
+#include "VexIMLib/VXIMPropertyNameFromSelector.h"
 
 using vexim::Class;
 using vexim::Property;

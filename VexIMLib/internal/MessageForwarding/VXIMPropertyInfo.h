@@ -9,7 +9,7 @@
 
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
-#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 
 /// A lock with a name for whoever inspects a program that stands still. It is not recursive.
 class VXIMNamedLock {

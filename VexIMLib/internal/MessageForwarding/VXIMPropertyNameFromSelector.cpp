@@ -1,4 +1,4 @@
-#include "VexIMLib/internal/MessageForwarding/VXIMPropertyNameFromSelector.h"
+#include "VexIMLib/VXIMPropertyNameFromSelector.h"
 
 #include <cstddef>
 

@@ -6,7 +6,7 @@
 
 #include "VexIMLib/Foundation/Random.h"
 #include "VexIMLib/internal/Networking/NetworkingErrors.h"
-#include "VexIMLib/internal/Platform/FileManager.h"
+#include "VexIMLib/internal/Platform/Files/FileManager.h"
 
 namespace vexim::rest {
 

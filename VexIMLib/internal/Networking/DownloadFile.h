@@ -4,7 +4,7 @@
 #include <string>
 
 #include "VexIMLib/Foundation/Error.h"
-#include "VexIMLib/internal/Platform/OutputStream.h"
+#include "VexIMLib/internal/Platform/Files/OutputStream.h"
 
 namespace vexim::rest {
 

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "VexIMLib/VXIMErrors.h"
-#include "VexIMLib/internal/Platform/ReasonPhrases.h"
-#include "VexIMLib/internal/Platform/URLErrors.h"
+#include "VexIMLib/internal/Platform/Facts/ReasonPhrases.h"
+#include "VexIMLib/internal/Platform/Facts/URLErrors.h"
 
 namespace vexim::rest {
 

@@ -11,7 +11,7 @@
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/URL.h"
-#include "VexIMLib/internal/Platform/InputStream.h"
+#include "VexIMLib/internal/Platform/Files/InputStream.h"
 
 namespace vexim {
 

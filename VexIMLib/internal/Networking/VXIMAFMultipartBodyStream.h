@@ -8,9 +8,9 @@
 #include <optional>
 #include <vector>
 
-#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 #include "VexIMLib/internal/Networking/VXIMAFHTTPBodyPart.h"
-#include "VexIMLib/internal/Platform/InputStream.h"
+#include "VexIMLib/internal/Platform/Files/InputStream.h"
 
 /// A "multipart/form-data" body as an input stream over its parts: nothing of it is ever assembled in memory.
 /// The parts' contents are opened and closed on the main thread, for which `read` waits.

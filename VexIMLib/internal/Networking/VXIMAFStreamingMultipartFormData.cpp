@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/Random.h"
-#include "VexIMLib/internal/Platform/FileManager.h"
-#include "VexIMLib/internal/Platform/MIMETypes.h"
+#include "VexIMLib/internal/Platform/Files/FileManager.h"
+#include "VexIMLib/internal/Platform/Files/MIMETypes.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
-#include "VexIMLib/internal/Platform/FileManager.h"
-#include "VexIMLib/internal/Platform/OperationQueue.h"
+#include "VexIMLib/internal/Platform/Files/FileManager.h"
+#include "VexIMLib/internal/Platform/Threads/OperationQueue.h"
 
 namespace {
 

@@ -8,10 +8,10 @@
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
-#include "VexIMLib/internal/Platform/DeviceInfo.h"
-#include "VexIMLib/internal/Platform/InputStream.h"
-#include "VexIMLib/internal/Platform/URLRequest.h"
-#include "VexIMLib/internal/Trust/Trust.h"
+#include "VexIMLib/internal/Platform/Facts/DeviceInfo.h"
+#include "VexIMLib/internal/Platform/Files/InputStream.h"
+#include "VexIMLib/internal/Platform/Loading/URLRequest.h"
+#include "VexIMLib/internal/Platform/Trust/Trust.h"
 
 namespace {
 

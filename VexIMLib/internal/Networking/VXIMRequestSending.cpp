@@ -10,7 +10,7 @@
 #include "VexIMLib/internal/Networking/NetworkingErrors.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
-#include "VexIMLib/internal/Platform/InputStream.h"
+#include "VexIMLib/internal/Platform/Files/InputStream.h"
 
 namespace {
 

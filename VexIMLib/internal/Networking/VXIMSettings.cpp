@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
-#include "VexIMLib/internal/Platform/DeviceInfo.h"
+#include "VexIMLib/internal/Platform/Facts/DeviceInfo.h"
 
 namespace vexim {
 

@@ -3,7 +3,7 @@
 #include <functional>
 #include <utility>
 
-#include "VexIMLib/Foundation/ThreadSafety.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 #include "VexIMLib/internal/Networking/VXIMTransferStages.h"
 
 struct VXIMTransfer::Impl {

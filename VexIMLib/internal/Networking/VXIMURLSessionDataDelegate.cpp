@@ -6,8 +6,8 @@
 
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/internal/Networking/NetworkingErrors.h"
-#include "VexIMLib/internal/Platform/EventRecord.h"
-#include "VexIMLib/internal/Platform/URLErrors.h"
+#include "VexIMLib/internal/Platform/Facts/EventRecord.h"
+#include "VexIMLib/internal/Platform/Facts/URLErrors.h"
 
 const std::shared_ptr<vexim::OutputStream>& VXIMURLSessionDataDelegate::outputStream() {
     if (!outputStream_) outputStream_ = vexim::OutputStream::toMemory();

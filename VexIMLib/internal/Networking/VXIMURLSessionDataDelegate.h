@@ -11,8 +11,8 @@
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMCompletions.h"
-#include "VexIMLib/internal/Platform/OutputStream.h"
-#include "VexIMLib/internal/Platform/URLSession.h"
+#include "VexIMLib/internal/Platform/Files/OutputStream.h"
+#include "VexIMLib/internal/Platform/Loading/URLSession.h"
 
 class VXIMTransfer;
 

@@ -7,8 +7,8 @@
 #include "VexIMLib/internal/Networking/VXIMURLSessionJSONDelegate.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionUploadDelegate.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
-#include "VexIMLib/internal/Platform/DeviceInfo.h"
-#include "VexIMLib/internal/Platform/FileManager.h"
+#include "VexIMLib/internal/Platform/Facts/DeviceInfo.h"
+#include "VexIMLib/internal/Platform/Files/FileManager.h"
 
 namespace {
 

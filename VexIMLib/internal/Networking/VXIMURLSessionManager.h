@@ -8,11 +8,11 @@
 #include <unordered_map>
 
 #include "VexIMLib/Foundation/Object.h"
-#include "VexIMLib/Foundation/ThreadSafety.h"
 #include "VexIMLib/VXIMCompletions.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
-#include "VexIMLib/internal/Platform/OperationQueue.h"
-#include "VexIMLib/internal/Platform/URLSession.h"
+#include "VexIMLib/internal/Platform/Loading/URLSession.h"
+#include "VexIMLib/internal/Platform/Threads/OperationQueue.h"
 
 class VXIMURLSessionDataDelegate;
 

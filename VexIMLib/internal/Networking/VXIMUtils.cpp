@@ -4,9 +4,9 @@
 #include <cstdint>
 
 #include "VexIMLib/Foundation/Clock.h"
-#include "VexIMLib/Foundation/ThreadSafety.h"
-#include "VexIMLib/internal/Platform/Digest.h"
-#include "VexIMLib/internal/Platform/FileManager.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
+#include "VexIMLib/internal/Platform/Facts/Digest.h"
+#include "VexIMLib/internal/Platform/Files/FileManager.h"
 
 std::string VXIMUtils::md5FromString(std::string_view text) { return vexim::md5Hex(text); }
 

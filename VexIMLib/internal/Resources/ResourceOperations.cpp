@@ -4,7 +4,7 @@
 
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/Scalars.h"
-#include "VexIMLib/Foundation/UTF8.h"
+#include "VexIMLib/internal/Foundation/Text/UTF8.h"
 
 namespace vexim::resources {
 

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "VexIMLib/C/internal/Errors.h"
+#include "VexIMLib/VXIMClientConfiguration.h"
+
+namespace vexim::c {
+
+/// What `vexim_create` was given.
+struct Configuration {
+    std::shared_ptr<VXIMClientConfiguration> client;  // nullptr with a problem
+    bool notifications = false;
+    std::size_t queueBytes = std::size_t{64} * 1024 * 1024;
+    std::optional<Problem> problem;
+};
+
+Configuration readConfiguration(std::string_view text);
+
+}  // namespace vexim::c

@@ -1,0 +1,100 @@
+#include "VexIMLib/C/internal/MainQueueThread.h"
+
+#include <openssl/crypto.h>
+#include <pthread.h>
+#include <signal.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <exception>
+#include <system_error>
+#include <thread>
+
+#include "VexIMLib/C/internal/Session.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
+
+namespace vexim::c {
+
+namespace {
+
+std::atomic<bool> isForkedChild{false};
+
+/// The one thread. It serves until the process exits, and exit waits for what it is doing.
+class Turner {
+public:
+    static Turner& shared() {
+        static Turner& turner = *new Turner;
+        return turner;
+    }
+
+    bool start() {
+        const MutexLock lock(mutex_);
+        if (exiting_) return false;
+        if (running_) return true;
+        // Before our exit hook: hooks run backwards, so we are at rest when OpenSSL goes.
+        ::OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);  // with no option it does nothing
+        if (!prepared_) {
+            observeNotifications();
+            if (std::atexit([] { shared().stop(); }) != 0) return false;
+            ::pthread_atfork(nullptr, nullptr, [] { isForkedChild = true; });
+            prepared_ = true;
+        }
+        sigset_t all;
+        sigset_t before;
+        ::sigfillset(&all);
+        // What a faulty instruction raises must stay deliverable.
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP}) ::sigdelset(&all, fault);
+        ::pthread_sigmask(SIG_BLOCK, &all, &before);  // a new thread inherits the mask
+        try {
+            std::thread([this] { turn(); }).detach();
+            running_ = true;
+        } catch (const std::system_error&) {
+        }
+        ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        return running_;
+    }
+
+private:
+    void turn() {
+        ::pthread_setname_np(::pthread_self(), "vexim-main");
+        while (!isExiting()) {
+            try {
+                MainQueue::shared().runUntil([this] { return isExiting(); }, std::chrono::nanoseconds::max());
+            } catch (const std::exception&) {  // none of ours throws; what the host has queued, may
+            }
+        }
+        // Now, not with the thread's own end: once it is seen gone, OpenSSL may be cleaned up beneath it.
+        ::OPENSSL_thread_stop();
+        const MutexLock lock(mutex_);
+        running_ = false;
+        ended_.notifyAll();
+    }
+
+    bool isExiting() const noexcept { return exiting_; }
+
+    void stop() {
+        if (isForkedChild) return;  // the thread is the parent's, and so may be the locks
+        exiting_ = true;
+        MainQueue::shared().async([] {});  // it looks again
+        const auto until =
+            std::chrono::steady_clock::now() + std::chrono::seconds(10);  // it runs nothing of the program's that could hold it up
+        const MutexLock lock(mutex_);
+        while (running_ && ended_.waitUntil(mutex_, until)) continue;
+    }
+
+    Mutex mutex_;
+    ConditionVariable ended_;
+    std::atomic<bool> exiting_{false};
+    bool prepared_ VEXIM_GUARDED_BY(mutex_) = false;
+    bool running_ VEXIM_GUARDED_BY(mutex_) = false;
+};
+
+}  // namespace
+
+bool isAtHome() noexcept { return !isForkedChild; }
+
+bool turnMainQueue() { return Turner::shared().start(); }
+
+}  // namespace vexim::c

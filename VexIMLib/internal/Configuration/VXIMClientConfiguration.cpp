@@ -1,0 +1,152 @@
+#include "VexIMLib/VXIMClientConfiguration.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "VexIMLib/Foundation/Array.h"
+#include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/Runtime/Class.h"
+#include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
+
+#ifndef VEXIM_DEFAULT_BASE_URL
+#error "the build names the service's default origin"
+#endif
+
+std::shared_ptr<VXIMClientConfiguration> VXIMClientConfiguration::init() { return vexim::create<VXIMClientConfiguration>(); }
+
+std::shared_ptr<VXIMClientConfiguration> VXIMClientConfiguration::defaultConfiguration() {
+    auto configuration = init();
+    configuration->setSocketURL(vexim::URL::parse(VEXIM_DEFAULT_BASE_URL));
+    configuration->setNsp("/chat");
+    configuration->setForceWebsockets(true);
+    return configuration;
+}
+
+// Each writes its option also when the value is the default: an explicit "no" is passed on, one that was never said is not.
+
+void VXIMClientConfiguration::setForcePolling(bool force) {
+    forcePolling_ = force;
+    dictionary().set("forcePolling", force);
+}
+
+void VXIMClientConfiguration::setForceWebsockets(bool force) {
+    forceWebsockets_ = force;
+    dictionary().set("forceWebsockets", force);
+}
+
+void VXIMClientConfiguration::setShouldLog(bool log) {
+    shouldLog_ = log;
+    dictionary().set("log", log);
+}
+
+void VXIMClientConfiguration::setAutoReconnect(bool reconnect) {
+    autoReconnect_ = reconnect;
+    dictionary().set("reconnects", reconnect);
+}
+
+void VXIMClientConfiguration::setReconnectAttempts(std::int64_t attempts) {
+    reconnectAttempts_ = attempts;
+    dictionary().set("reconnectAttempts", attempts);
+}
+
+void VXIMClientConfiguration::setReconnectWait(std::int64_t seconds) {
+    reconnectWait_ = seconds;
+    dictionary().set("reconnectWait", seconds);
+}
+
+void VXIMClientConfiguration::setSecure(bool secure) {
+    secure_ = secure;
+    dictionary().set("secure", secure);
+}
+
+void VXIMClientConfiguration::setSelfSigned(bool selfSigned) {
+    selfSigned_ = selfSigned;
+    dictionary().set("selfSigned", selfSigned);
+}
+
+void VXIMClientConfiguration::setCaFile(std::optional<std::string> path) {
+    setText("caFile", path);
+    caFile_ = std::move(path);
+}
+
+void VXIMClientConfiguration::setCaPEM(std::optional<std::string> text) {
+    setText("caPEM", text);
+    caPEM_ = std::move(text);
+}
+
+void VXIMClientConfiguration::setText(const char* option, const std::optional<std::string>& text) {
+    if (text && text->empty())
+        throw vexim::Exception(vexim::kInvalidArgumentException, std::string(option) + " must not be empty.");
+    dictionary().setOrRemove(option, text);
+}
+
+bool VXIMClientConfiguration::isPin(std::string_view text) noexcept {
+    // RFC 4648, section 4: 32 bytes take 44 characters, and the last two bits of the last one before the "=" are zero.
+    constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    return text.size() == 44 && text.find_first_not_of(kAlphabet) == 43 && text[43] == '=' && kAlphabet.find(text[42]) % 4 == 0;
+}
+
+void VXIMClientConfiguration::setPinnedKeys(std::vector<std::string> pins) {
+    if (!std::ranges::all_of(pins, isPin)) {
+        throw vexim::Exception(vexim::kInvalidArgumentException,
+                               "A pin is the base64 of a key's SHA-256 digest, which has 44 characters.");
+    }
+    if (pins.empty()) {
+        dictionary().remove("pinnedKeys");
+    } else {
+        dictionary().set("pinnedKeys", vexim::Array::fromStrings(pins));
+    }
+    pinnedKeys_ = std::move(pins);
+}
+
+const vexim::Class& VXIMClientConfiguration::runtimeClass() const {
+    static const vexim::Class& cls = vexim::Class::declare("VXIMClientConfiguration", &Object::staticClass());
+    return cls;
+}
+
+vexim::Dictionary& VXIMClientConfiguration::dictionary() {
+    if (!dictionary_) dictionary_.emplace();
+    return *dictionary_;
+}
+
+const vexim::Dictionary& VXIMClientConfiguration::dictionary() const noexcept {
+    static const vexim::Dictionary& none = *new vexim::Dictionary;
+    return dictionary_ ? *dictionary_ : none;
+}
+
+void VXIMClientConfiguration::setDictionary(std::optional<vexim::Dictionary> dictionary) { dictionary_ = std::move(dictionary); }
+
+namespace vexim {
+
+namespace {
+
+struct Slot {
+    Mutex mutex;
+    std::shared_ptr<VXIMClientConfiguration> configuration VEXIM_GUARDED_BY(mutex);
+};
+
+/// Requests may still be built while the process exits, so it is never destroyed.
+Slot& slot() {
+    static Slot& slot = *new Slot;
+    return slot;
+}
+
+}  // namespace
+
+ConfigurationSlot& ConfigurationSlot::operator=(std::shared_ptr<VXIMClientConfiguration> configuration) {
+    {
+        MutexLock lock(slot().mutex);
+        slot().configuration.swap(configuration);
+    }
+    return *this;  // the previous one, if it was the last reference, is released here, without the lock
+}
+
+std::shared_ptr<VXIMClientConfiguration> ConfigurationSlot::get() const {
+    MutexLock lock(slot().mutex);
+    return slot().configuration;
+}
+
+}  // namespace vexim
+
+constinit vexim::ConfigurationSlot vxim_configuration;

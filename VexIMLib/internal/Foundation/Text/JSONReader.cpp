@@ -1,0 +1,276 @@
+#include <boost/json/basic_parser_impl.hpp>
+#include <charconv>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "VexIMLib/internal/Foundation/Text/BoundedJSON.h"
+#include "VexIMLib/internal/Foundation/Values/Stores.h"
+
+// Boost.JSON's streaming parser drives a builder that keeps finished values on one stack. A container's members lie there
+// side by side, keys before their values, just as its store wants them, so closing one is a single copy of its bytes.
+
+namespace vexim {
+
+namespace {
+
+namespace json = boost::json;
+
+/// The stack of finished values, as raw memory: values come and go by their bytes.
+class ValueStack {
+public:
+    ValueStack() = default;
+    ValueStack(const ValueStack&) = delete;
+    ValueStack& operator=(const ValueStack&) = delete;
+    ~ValueStack() { clear(); }
+
+    template <class... Arguments>
+    void push(Arguments&&... arguments) {
+        if (size_ == capacity_) grow();
+        new (data() + size_) Value(std::forward<Arguments>(arguments)...);
+        ++size_;
+    }
+    /// The topmost `count` values, which the stack forgets: the caller has them now.
+    Value* release(std::size_t count) noexcept {
+        size_ -= count;
+        return data() + size_;
+    }
+    Value pop() noexcept {
+        Value value = std::move(data()[--size_]);
+        return value;
+    }
+    bool empty() const noexcept { return size_ == 0; }
+    void clear() noexcept {
+        while (size_ > 0) pop();
+    }
+    /// Gives back what one unusually large text took.
+    void trim() noexcept {
+        if (capacity_ <= kKeptCapacity) return;
+        block_.reset();
+        capacity_ = 0;
+    }
+
+private:
+    static constexpr std::size_t kKeptCapacity = 4096;
+    struct Slot {
+        alignas(Value) unsigned char bytes[sizeof(Value)];
+    };
+
+    Value* data() noexcept { return reinterpret_cast<Value*>(block_.get()); }
+    void grow() {
+        const std::size_t room = capacity_ == 0 ? 64 : capacity_ * 2;
+        std::unique_ptr<Slot[]> larger(new Slot[room]);
+        if (size_ > 0) std::memcpy(larger.get(), block_.get(), size_ * sizeof(Slot));
+        block_ = std::move(larger);
+        capacity_ = room;
+    }
+
+    std::unique_ptr<Slot[]> block_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
+};
+
+/// What the parser calls, in the order of the text.
+struct Builder {
+    static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
+    static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
+    static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
+    static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
+
+    ValueStack stack;
+    std::size_t room = 0;  // for how many values more
+    std::string partial;   // the beginning of a text that comes in pieces, as one with escapes does
+
+    bool on_document_begin(json::error_code&) { return true; }
+    bool on_document_end(json::error_code&) { return true; }
+    bool on_object_begin(json::error_code& error) { return count(error); }
+    bool on_object_end(std::size_t count, json::error_code&) {
+        auto* rep = detail::DictionaryRep::adopt(stack.release(2 * count), count);
+        stack.push(detail::DictionaryRep::wrap(rep));
+        return true;
+    }
+    bool on_array_begin(json::error_code& error) { return count(error); }
+    bool on_array_end(std::size_t count, json::error_code&) {
+        auto* rep = detail::ArrayRep::adopt(stack.release(count), count);
+        stack.push(detail::ArrayRep::wrap(rep));
+        return true;
+    }
+    bool on_key_part(json::string_view text, std::size_t, json::error_code&) { return addPart(text); }
+    bool on_key(json::string_view text, std::size_t, json::error_code& error) { return count(error) && addText(text); }
+    bool on_string_part(json::string_view text, std::size_t, json::error_code&) { return addPart(text); }
+    bool on_string(json::string_view text, std::size_t, json::error_code& error) { return count(error) && addText(text); }
+    bool on_number_part(json::string_view, json::error_code&) { return true; }
+    bool on_int64(std::int64_t number, json::string_view, json::error_code& error) {
+        if (!count(error)) return false;
+        stack.push(number);
+        return true;
+    }
+    bool on_uint64(std::uint64_t number, json::string_view, json::error_code& error) {
+        if (!count(error)) return false;
+        stack.push(number);
+        return true;
+    }
+    bool on_double(double approximate, json::string_view text, json::error_code& error) {
+        // The parser's own conversion may miss the nearest double by a bit or two.
+        double number = 0;
+        auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+        if (result.ec == std::errc::result_out_of_range) {
+            if (approximate > 1 || approximate < -1) {
+                error = json::error::exponent_overflow;
+                return false;
+            }
+            number = text.front() == '-' ? -0.0 : 0.0;
+        }
+        if (!count(error)) return false;
+        stack.push(number);
+        return true;
+    }
+    bool on_bool(bool value, json::error_code& error) {
+        if (!count(error)) return false;
+        stack.push(value);
+        return true;
+    }
+    bool on_null(json::error_code& error) {
+        if (!count(error)) return false;
+        stack.push(Value::null());
+        return true;
+    }
+    bool on_comment_part(json::string_view, json::error_code&) { return true; }
+    bool on_comment(json::string_view, json::error_code&) { return true; }
+
+private:
+    bool count(json::error_code& error) {
+        if (room-- > 0) return true;
+        error = json::error::array_too_large;
+        return false;
+    }
+    bool addPart(json::string_view text) {
+        partial.append(text.data(), text.size());
+        return true;
+    }
+    bool addText(json::string_view text) {
+        if (partial.empty()) {
+            stack.push(std::string_view(text.data(), text.size()));
+            return true;
+        }
+        partial.append(text.data(), text.size());
+        stack.push(std::string_view(partial));
+        partial.clear();
+        return true;
+    }
+};
+
+json::parse_options options() {
+    json::parse_options options;
+    options.max_depth = kJSONMaxDepth;
+    return options;
+}
+
+/// One a thread: its stack's memory serves text after text.
+class Reader {
+public:
+    JSONResult read(std::string_view text, JSONFragments fragments, std::size_t maxValues) {
+        auto& builder = parser_.handler();
+        builder.room = maxValues;
+        parser_.reset();  // here too, because a text that exhausts the memory leaves by an exception
+        builder.stack.clear();
+        builder.partial.clear();
+        JSONResult result = parse(text, fragments);
+        builder.stack.clear();
+        builder.stack.trim();
+        if (builder.partial.capacity() > kKeptText) std::string().swap(builder.partial);
+        return result;
+    }
+
+private:
+    static constexpr std::size_t kKeptText = 64 * 1024;
+    // A message takes nearly four times its text; what takes more has the rest from the heap. Shorter texts have hardly a block.
+    static constexpr std::size_t kSlabBytesPerByte = 4;
+    static constexpr std::size_t kLeastSlabText = 64;
+    static constexpr std::size_t kMostSlabText = detail::Slab::kMostBytes / kSlabBytesPerByte;
+
+    JSONResult parse(std::string_view text, JSONFragments fragments) {
+        json::error_code error;
+        std::size_t read = 0;
+        {
+            std::optional<detail::Slab::Scope> slab;
+            if (text.size() >= kLeastSlabText && text.size() <= kMostSlabText) slab.emplace(text.size() * kSlabBytesPerByte);
+            read = parser_.write_some(false, text.data(), text.size(), error);
+        }
+        if (!error && read < text.size()) error = json::error::extra_data;
+        if (error) return {{}, failure(error.message(), read)};
+        Value value = parser_.handler().stack.pop();
+        if (fragments == JSONFragments::Refuse && !value.isArray() && !value.isDictionary()) {
+            return {{}, failure("the top level is neither an array nor a dictionary", 0)};
+        }
+        return {std::move(value), nullptr};
+    }
+
+    static ErrorPtr failure(const std::string& what, std::size_t offset) {
+        constexpr std::int64_t kPropertyListReadCorrupt = 3840;
+        return Error::withDescription(kCocoaErrorDomain, kPropertyListReadCorrupt,
+                                      "The text is not valid JSON: " + what + " (at byte " + std::to_string(offset) + ").");
+    }
+
+    json::basic_parser<Builder> parser_{options()};
+};
+
+int hexDigit(char c) noexcept {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+// The code unit of the escape \uXXXX at `at`, or -1 when there is none.
+int escapedUnit(std::string_view text, std::size_t at) noexcept {
+    if (at + 6 > text.size() || text[at] != '\\' || text[at + 1] != 'u') return -1;
+    int unit = 0;
+    for (std::size_t i = at + 2; i < at + 6; ++i) {
+        int digit = hexDigit(text[i]);
+        if (digit < 0) return -1;
+        unit = unit * 16 + digit;
+    }
+    return unit;
+}
+
+bool isLeading(int unit) noexcept { return unit >= 0xD800 && unit <= 0xDBFF; }
+bool isTrailing(int unit) noexcept { return unit >= 0xDC00 && unit <= 0xDFFF; }
+
+// The text with every escape of half a surrogate pair made one of U+FFFD; nothing moves, so offsets stay true.
+std::string withoutUnpairedSurrogates(std::string_view text) {
+    std::string mended(text);
+    for (std::size_t at = mended.find('\\'); at != std::string::npos; at = mended.find('\\', at)) {
+        const int unit = escapedUnit(mended, at);
+        if (unit < 0) {
+            at += 2;  // another escape, a second backslash above all
+        } else if (isLeading(unit) && isTrailing(escapedUnit(mended, at + 6))) {
+            at += 12;
+        } else {
+            if (isLeading(unit) || isTrailing(unit)) mended.replace(at + 2, 4, "FFFD");
+            at += 6;
+        }
+    }
+    return mended;
+}
+
+}  // namespace
+
+JSONResult parseJSON(std::string_view text, JSONFragments fragments) {
+    return detail::parseBoundedJSON(text, fragments, static_cast<std::size_t>(-1));
+}
+
+JSONResult detail::parseBoundedJSON(std::string_view text, JSONFragments fragments, std::size_t maxValues) {
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());  // RFC 8259 section 8.1 lets a reader skip it
+    thread_local Reader reader;
+    JSONResult result = reader.read(text, fragments, maxValues);
+    if (!result.error || text.find("\\u") == std::string_view::npos) return result;
+    // The parser refuses half a surrogate pair. Clients that cut a text in the middle of an emoji send them, so read again.
+    std::string mended = withoutUnpairedSurrogates(text);
+    return mended == text ? result : reader.read(mended, fragments, maxValues);
+}
+
+}  // namespace vexim

@@ -1,0 +1,96 @@
+#include "VexIMLib/internal/Foundation/Values/Stores.h"
+
+#include <cstring>
+#include <new>
+#include <utility>
+
+namespace vexim::detail {
+
+namespace {
+
+// Into which this thread's blocks go.
+thread_local constinit Slab* openSlab = nullptr;
+
+}  // namespace
+
+Slab::Scope::Scope(std::size_t bytes) { openSlab = new (::operator new(sizeof(Slab) + bytes)) Slab(bytes); }
+
+Slab::Scope::~Scope() { std::exchange(openSlab, nullptr)->letGo(); }
+
+void Slab::letGo() noexcept {
+    // The last owner needs no read-modify-write.
+    if (owners_.load(std::memory_order_acquire) != 1 && owners_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    this->~Slab();
+    ::operator delete(this);
+}
+
+Block Block::take(std::size_t bytes) {
+    constexpr std::size_t kAlignment = alignof(Value);
+    Slab* const slab = openSlab;
+    const std::size_t rounded = (bytes + kAlignment - 1) / kAlignment * kAlignment;
+    if (slab == nullptr || rounded > slab->size_ - slab->used_) return {::operator new(bytes), 0};
+    const std::size_t offset = std::exchange(slab->used_, slab->used_ + rounded);
+    // Nobody else has a block of it before the scope ends.
+    slab->owners_.store(slab->owners_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    return {reinterpret_cast<std::byte*>(slab) + offset, static_cast<std::uint16_t>(offset)};
+}
+
+void Block::giveBack() const noexcept {
+    if (offset == 0) return ::operator delete(at);
+    std::launder(reinterpret_cast<Slab*>(static_cast<std::byte*>(at) - offset))->letGo();
+}
+
+StringRep* StringRep::make(std::string_view text) {
+    const Block block = Block::take(sizeof(StringRep) + text.size());
+    auto* rep = new (block.at) StringRep(block.offset, text.size());
+    std::memcpy(rep->text(), text.data(), text.size());
+    return rep;
+}
+
+void StringRep::destroy(StringRep* rep) noexcept {
+    const Block block{rep, static_cast<std::uint16_t>(rep->offset)};
+    rep->~StringRep();
+    block.giveBack();
+}
+
+namespace {
+
+// Stores that this thread has still to destroy. Plain words: they work until the thread's very end.
+struct Burials {
+    ContainerRep* pending = nullptr;
+    bool underWay = false;
+};
+thread_local constinit Burials burials;
+
+void destroy(ContainerRep* rep) noexcept {
+    if (rep->isDictionary) {
+        DictionaryRep::destroy(static_cast<DictionaryRep*>(rep));
+    } else {
+        ArrayRep::destroy(static_cast<ArrayRep*>(rep));
+    }
+}
+
+}  // namespace
+
+void bury(ContainerRep* rep) noexcept {
+    auto& mine = burials;
+    if (mine.underWay) {  // we are inside another store's destruction, which sees to this one next
+        rep->nextDead = std::exchange(mine.pending, rep);
+        return;
+    }
+    mine.underWay = true;
+    destroy(rep);
+    while (auto* next = mine.pending) {
+        mine.pending = next->nextDead;
+        destroy(next);
+    }
+    mine.underWay = false;
+}
+
+void releaseObject(ObjectRep* rep) noexcept {
+    auto outer = std::exchange(burials, Burials{});
+    delete rep;
+    burials = outer;
+}
+
+}  // namespace vexim::detail

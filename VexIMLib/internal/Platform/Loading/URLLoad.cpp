@@ -1,0 +1,404 @@
+#include "VexIMLib/internal/Platform/Loading/URLLoad.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <boost/asio/post.hpp>
+#include <cstdlib>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "VexIMLib/internal/Platform/Facts/URLErrors.h"
+#include "VexIMLib/internal/Platform/Loading/URLSession.h"
+#include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
+#include "VexIMLib/internal/Platform/Threads/NetworkThreadAsio.h"
+
+namespace vexim {
+namespace {
+
+constexpr int kMostHops = 20;
+constexpr std::size_t kMostHeldBody = 64 * 1024;
+constexpr std::size_t kDataPiece = 256 * 1024;  // each crosses to the delegate queue, and with its copies stays in a core's cache
+constexpr std::int64_t kMostUnconsumed = 1024 * 1024;
+constexpr std::int64_t kMostHeardQuickly = 64 * 1024;  // takes a fraction of a millisecond to parse
+constexpr std::chrono::milliseconds kSentReportInterval{10};
+constexpr std::chrono::milliseconds kMostWaitToShare{300};  // as browsers do, when an HTTPS connection takes long to open
+
+bool sameOrigin(const URL& a, const URL& b) {
+    return a.scheme() == b.scheme() && a.host() == b.host() && a.portOrDefault() == b.portOrDefault();
+}
+
+TrustChoice trustFor(const URLRequest& request) {
+    const bool isChosen = request.trust.trust || !request.trust.fault.empty();
+    return isChosen ? request.trust : TrustChoice::of(TrustOptions{});
+}
+
+}  // namespace
+
+std::optional<URLRequest> redirectedRequest(const URLRequest& request, const HTTPURLResponse& response) {
+    const int status = response.statusCode;
+    const bool redirects = status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+    const std::string* const location = redirects ? response.headers.find("Location") : nullptr;
+    auto target = location ? request.url->resolve(*location) : std::nullopt;
+    if (!target) return std::nullopt;
+
+    URLRequest next = request;
+    const bool becomesGet = status == 303 ? request.method != "HEAD" : (status <= 302 && request.method == "POST");
+    if (becomesGet) {
+        next.method = "GET";
+        next.body = {};
+        next.bodyStream = nullptr;
+        for (const char* field : {"Content-Type", "Content-Length", "Content-Encoding", "Transfer-Encoding"})
+            next.headers.remove(field);
+    }
+    if (!sameOrigin(*request.url, *target)) {
+        for (const char* field : {"Authorization", "Cookie", "Proxy-Authorization"}) next.headers.remove(field);
+    }
+    next.url = std::move(target);
+    return next;
+}
+
+/// What the loads share on the network thread: events gathered for one crossing in each turn of the loop, and one timer for
+/// everybody's patience.
+class LoadRunner {
+public:
+    LoadRunner() {
+        // glibc returns free memory to the system eagerly until one large block was freed. A long download would pay for fresh
+        // pages with every piece.
+        void* volatile block = std::malloc(4 * 1024 * 1024);
+        std::free(block);
+    }
+
+    static LoadRunner& shared() {
+        static auto* const runner = new LoadRunner;  // never destroyed, like the network thread
+        return *runner;
+    }
+
+    void add(URLLoad* load) { running_.insert(load); }
+    void remove(URLLoad* load) { running_.erase(load); }
+
+    void emit(const std::shared_ptr<OperationQueue>& queue, std::shared_ptr<URLLoad::Client> client, LoadEvent::Any event,
+              bool isHeardQuickly) {
+        crossingSoon();
+        auto batch = std::find_if(batches_.begin(), batches_.end(), [&](const Batch& each) { return each.queue == queue; });
+        if (batch == batches_.end()) batch = batches_.insert(batches_.end(), Batch{queue, {}, true});
+        batch->events.push_back({std::move(client), std::move(event)});
+        batch->isHeardQuickly = batch->isHeardQuickly && isHeardQuickly;
+    }
+
+    /// Has `load` hand its data over at the end of this turn.
+    void flushSoon(std::shared_ptr<URLLoad> load) {
+        crossingSoon();
+        withData_.push_back(std::move(load));
+    }
+
+    /// Looks at everybody's patience at `when` at the latest.
+    void lookAt(Clock::TimePoint when) {
+        if (timer_.isPending() && nextLook_ <= when) return;
+        nextLook_ = when;
+        timer_.startAt(when, [this] { look(); });
+    }
+
+private:
+    struct Event {
+        std::shared_ptr<URLLoad::Client> client;
+        LoadEvent::Any event;
+    };
+    struct Batch {
+        std::shared_ptr<OperationQueue> queue;
+        std::vector<Event> events;
+        bool isHeardQuickly;
+    };
+
+    void crossingSoon() {
+        if (std::exchange(crossingPosted_, true)) return;
+        // Comes after the handlers that are ready now: this turn of the loop. Where other answers may arrive meanwhile, after those
+        // that are ready then, because each crossing costs a switch of threads.
+        boost::asio::post(NetworkThreadAsio::ioContext(), [this] {
+            if (running_.size() <= 1) return cross();
+            boost::asio::post(NetworkThreadAsio::ioContext(), [this] { cross(); });
+        });
+    }
+
+    void cross() {
+        for (const auto& load : std::exchange(withData_, {})) load->flushData();
+        crossingPosted_ = false;
+        for (auto& batch : std::exchange(batches_, {})) {
+            // Shared, because a std::function must be copyable.
+            auto events = std::make_shared<std::vector<Event>>(std::move(batch.events));
+            auto deliver = [events = std::move(events)] {
+                for (auto& [client, event] : *events) {
+                    client->loadDidProgress(std::move(event));
+                    client = nullptr;
+                }
+            };
+            if (batch.isHeardQuickly) {
+                batch.queue->runOrAdd(std::move(deliver));
+            } else {
+                batch.queue->addOperation(std::move(deliver));
+            }
+        }
+    }
+
+    void look() {
+        const auto now = Clock::shared()->now();
+        auto next = Clock::TimePoint::max();
+        const std::vector<URLLoad*> loads(running_.begin(), running_.end());  // one that ends leaves the set
+        for (URLLoad* const load : loads) next = std::min(next, load->checkPatience(now));
+        if (next != Clock::TimePoint::max()) lookAt(next);
+    }
+
+    std::unordered_set<URLLoad*> running_;
+    std::vector<Batch> batches_;
+    std::vector<std::shared_ptr<URLLoad>> withData_;
+    bool crossingPosted_ = false;
+    NetworkTimer timer_;
+    Clock::TimePoint nextLook_;
+};
+
+URLLoad::URLLoad(std::shared_ptr<const URLRequest> request, std::shared_ptr<const URLSessionConfiguration> configuration,
+                 std::shared_ptr<OperationQueue> delegateQueue)
+    : configuration_(std::move(configuration)),
+      trust_(trustFor(*request)),
+      delegateQueue_(std::move(delegateQueue)),
+      request_(std::move(request)) {}
+
+URLLoad::~URLLoad() = default;
+
+void URLLoad::begin(std::shared_ptr<Client> client) {
+    NetworkThread::shared().post([self = shared_from_this(), client = std::move(client)]() mutable {
+        self->client_ = std::move(client);
+        if (self->phase_ == Phase::Ended) {
+            self->emit(LoadEvent::End{makeURLError(URLErrorCancelled, self->request_->url)});
+            self->client_ = nullptr;
+            return;
+        }
+        LoadRunner::shared().add(self.get());
+        self->resourceDeadline_ = Clock::shared()->now() + self->configuration_->timeoutForResource;
+        self->startHop();
+    });
+}
+
+void URLLoad::cancel() {
+    NetworkThread::shared().post([self = shared_from_this()] {
+        if (self->phase_ == Phase::Idle) {
+            self->phase_ = Phase::Ended;  // before its begin, which will say so
+        } else {
+            self->end(makeURLError(URLErrorCancelled, self->request_->url));
+        }
+    });
+}
+
+void URLLoad::decideRedirection(std::optional<URLRequest> request) {
+    NetworkThread::shared().post([self = shared_from_this(), request = std::move(request)]() mutable {
+        if (self->phase_ == Phase::Deciding) self->followRedirection(std::move(request));
+    });
+}
+
+void URLLoad::consumed(std::size_t bytes) {
+    const auto left = unconsumed_.fetch_sub(static_cast<std::int64_t>(bytes)) - static_cast<std::int64_t>(bytes);
+    if (left > kMostUnconsumed / 2 || !throttled_.exchange(false)) return;
+    NetworkThread::shared().post([self = shared_from_this()] {
+        if (self->exchange_ && self->phase_ == Phase::Exchanging) self->exchange_->resumeReceiving();
+    });
+}
+
+ErrorPtr URLLoad::refusal() const {
+    const auto& url = request_->url;
+    if (!url || (url->scheme().empty() && url->host().empty())) return makeURLError(URLErrorBadURL, url);
+    if (url->scheme() != "http" && url->scheme() != "https") return makeURLError(URLErrorUnsupportedURL, url);
+    if (url->host().empty()) return makeURLError(URLErrorBadURL, url);
+    if (auto fault = trust_.hindrance(url->scheme() == "https"); !fault.empty()) {
+        return makeTrustError(URLErrorSecureConnectionFailed, url, fault);
+    }
+    if (!isHeaderName(request_->method)) return makeURLError(URLErrorBadURL, url, "the method is no token");
+    return nullptr;
+}
+
+/// Gives a body that was begun before from its start, for a retry or after a redirection. False when it cannot be had again.
+bool URLLoad::rewindBody() {
+    const auto& stream = request_->bodyStream;
+    if (!request_->body.empty() || !stream || !stream->isClaimed()) return true;
+    URLRequest again = *request_;
+    again.bodyStream = stream->again();
+    request_ = std::make_shared<const URLRequest>(std::move(again));
+    return request_->bodyStream != nullptr;
+}
+
+void URLLoad::startHop() {
+    if (ErrorPtr error = refusal()) return end(std::move(error));
+    if (!rewindBody()) {
+        return end(makeURLError(URLErrorRequestBodyStreamExhausted, request_->url, "the body has been read before"));
+    }
+    phase_ = Phase::Exchanging;
+    heldBody_.clear();
+    heldBodyEnded_ = false;
+    lastMove_ = Clock::shared()->now();
+    lastMoved_ = 0;
+    sent_ = sentReported_ = 0;
+    nextSentReport_ = {};
+    HTTPExchange::Handler& handler = *this;
+    exchange_ = std::make_unique<HTTPExchange>(handler, request_, trust_.trust);
+    LoadRunner::shared().lookAt(nextLook());
+}
+
+Clock::TimePoint URLLoad::nextLook() const {
+    const auto next = std::min(lastMove_ + request_->timeout, resourceDeadline_);
+    return exchange_ && exchange_->waitsForAnothersConnection() ? std::min(next, lastMove_ + kMostWaitToShare) : next;
+}
+
+HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
+    if (phase_ == Phase::Ended) return HTTPExchange::Flow::Abort;
+    lastMove_ = Clock::shared()->now();
+    flushSent();
+    if (auto next = redirectedRequest(*request_, *head)) {
+        redirection_ = LoadEvent::Redirection{std::move(head), std::move(*next)};
+        return HTTPExchange::Flow::Go;
+    }
+    expected_ = head->expectedContentLength;
+    emit(LoadEvent::Response{std::move(head)});
+    return HTTPExchange::Flow::Go;
+}
+
+HTTPExchange::Flow URLLoad::exchangeReceivedBody(std::string_view bytes) {
+    if (phase_ == Phase::Ended) return HTTPExchange::Flow::Abort;
+    lastMove_ = Clock::shared()->now();
+    if (!redirection_) return passOn(bytes);
+    if (phase_ == Phase::Exchanging && heldBody_.size() + bytes.size() <= kMostHeldBody) {
+        heldBody_.append(bytes);
+        return HTTPExchange::Flow::Go;
+    }
+    // A long body: ask now, and let the rest wait.
+    if (phase_ == Phase::Exchanging) askForRedirection();
+    return HTTPExchange::Flow::Pause;
+}
+
+HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
+    // An answer for memory is not held up: libcurl would keep what it has decoded by then, which can be as much again.
+    const bool isForMemory = !streamed_ && request_->acceptsCompression;
+    if (!isForMemory && unconsumed_ >= kMostUnconsumed) {
+        throttled_ = true;
+        // The consumer may have caught up before it could see the flag.
+        if (unconsumed_ >= kMostUnconsumed || !throttled_.exchange(false)) return HTTPExchange::Flow::Pause;
+    }
+    received_ += static_cast<std::int64_t>(bytes.size());
+    // The delegate's side applies the bound, too, but more than that must not wait for it.
+    if (isForMemory && received_ > configuration_->maximumAnswerBytes) {
+        end(makeURLError(URLErrorDataLengthExceedsMaximum, request_->url));
+        return HTTPExchange::Flow::Abort;
+    }
+    // libcurl's last write may make a piece longer than it had to be.
+    constexpr std::size_t kMostInAPiece = kDataPiece + CURL_MAX_WRITE_SIZE;
+    if (data_.empty()) {
+        data_.reserve(expected_ > 0 ? std::min<std::size_t>(static_cast<std::size_t>(expected_), kMostInAPiece) : bytes.size());
+        LoadRunner::shared().flushSoon(shared_from_this());
+    }
+    // Grown by doubling, a piece could hold twice its length.
+    if (data_.size() + bytes.size() > data_.capacity() && data_.size() >= kDataPiece / 4) data_.reserve(kMostInAPiece);
+    data_.append(bytes);
+    unconsumed_ += static_cast<std::int64_t>(bytes.size());
+    if (data_.size() >= kDataPiece) flushData();
+    return HTTPExchange::Flow::Go;
+}
+
+void URLLoad::exchangeSentBody(std::int64_t total) {
+    if (phase_ == Phase::Ended) return;
+    lastMove_ = Clock::shared()->now();
+    sent_ = total;
+    // A report crosses two threads, and a fast connection would cause thousands in a second. The first one is never held back
+    // (it says that the body was begun), nor is the last (it goes before whatever follows).
+    if (lastMove_ < nextSentReport_) return;
+    nextSentReport_ = lastMove_ + kSentReportInterval;
+    flushSent();
+}
+
+void URLLoad::flushSent() {
+    if (sent_ == sentReported_) return;
+    sentReported_ = sent_;
+    emit(LoadEvent::SentBody{sent_});
+}
+
+void URLLoad::exchangeEnded(ErrorPtr error) {
+    if (phase_ == Phase::Ended) return;
+    if (error || !redirection_) return end(std::move(error));
+    heldBodyEnded_ = true;
+    if (phase_ == Phase::Exchanging) askForRedirection();
+}
+
+void URLLoad::askForRedirection() {
+    if (hops_ >= kMostHops) {
+        // Not at once: this may be inside the exchange, which `end` destroys.
+        boost::asio::post(NetworkThreadAsio::ioContext(), [self = shared_from_this()] {
+            self->end(makeURLError(URLErrorHTTPTooManyRedirects, self->request_->url));
+        });
+        return;
+    }
+    phase_ = Phase::Deciding;
+    emit(*redirection_);
+}
+
+void URLLoad::followRedirection(std::optional<URLRequest> request) {
+    if (!request) return takeRedirectionAsAnswer();
+    ++hops_;
+    redirection_.reset();
+    exchange_.reset();
+    request_ = std::make_shared<const URLRequest>(std::move(*request));
+    startHop();
+}
+
+void URLLoad::takeRedirectionAsAnswer() {
+    phase_ = Phase::Exchanging;
+    const auto response = std::exchange(redirection_, std::nullopt)->response;
+    expected_ = response->expectedContentLength;
+    emit(LoadEvent::Response{response});
+    if (!heldBody_.empty()) passOn(std::exchange(heldBody_, {}));
+    if (heldBodyEnded_) return end(nullptr);
+    exchange_->resumeReceiving();
+}
+
+void URLLoad::flushData() {
+    if (!data_.empty()) emit(LoadEvent::Received{Data::fromString(std::exchange(data_, {}))});
+}
+
+void URLLoad::emit(LoadEvent::Any event) {
+    LoadRunner::shared().emit(delegateQueue_, client_, std::move(event), heardQuickly_ && received_ <= kMostHeardQuickly);
+}
+
+void URLLoad::end(ErrorPtr error) {
+    if (phase_ == Phase::Ended) return;
+    phase_ = Phase::Ended;
+    LoadRunner::shared().remove(this);
+    flushSent();
+    flushData();  // what came before a failure is delivered; who cancelled hears nothing of it
+    emit(LoadEvent::End{std::move(error)});
+    client_ = nullptr;
+    redirection_.reset();
+    if (!exchange_) return;
+    // This may be one of its own calls. Until it is gone, this object must hear it.
+    boost::asio::post(NetworkThreadAsio::ioContext(),
+                      [self = shared_from_this(), exchange = std::shared_ptr<HTTPExchange>(std::move(exchange_))]() mutable {
+                          exchange = nullptr;
+                      });
+}
+
+Clock::TimePoint URLLoad::checkPatience(TimePoint now) {
+    if (phase_ == Phase::Ended) return TimePoint::max();
+    if (now >= resourceDeadline_) {
+        end(makeURLError(URLErrorTimedOut, request_->url, "the task took too long altogether"));
+        return TimePoint::max();
+    }
+    const std::int64_t moved = exchange_ ? exchange_->bytesMoved() : 0;
+    // While the delegate decides, its consumer lags, the body's reader sleeps or no connection is free, the silence is ours.
+    if (moved != lastMoved_ || phase_ == Phase::Deciding || throttled_ || (exchange_ && exchange_->waitsForUs())) lastMove_ = now;
+    lastMoved_ = moved;
+    if (exchange_ && now - lastMove_ >= kMostWaitToShare) exchange_->openOwnConnection();
+    if (now - lastMove_ >= request_->timeout) {
+        if (exchange_) exchange_->giveUpConnection();
+        end(makeURLError(URLErrorTimedOut, request_->url));
+        return TimePoint::max();
+    }
+    return nextLook();
+}
+
+}  // namespace vexim

@@ -1,0 +1,135 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "VexIMLib/Foundation/Clock.h"
+#include "VexIMLib/Foundation/Data.h"
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/internal/Platform/Loading/HTTPExchange.h"
+#include "VexIMLib/internal/Platform/Loading/URLRequest.h"
+#include "VexIMLib/internal/Platform/Loading/URLResponse.h"
+#include "VexIMLib/internal/Platform/Threads/OperationQueue.h"
+
+namespace vexim {
+
+struct URLSessionConfiguration;
+
+/// What a load goes through, in order: bodies sent and redirections, then a response, data, and always one end.
+namespace LoadEvent {
+struct SentBody {
+    std::int64_t total = 0;
+};
+struct Redirection {
+    HTTPURLResponsePtr response;
+    URLRequest newRequest;
+};
+struct Response {
+    HTTPURLResponsePtr response;
+};
+struct Received {
+    Data data;
+};
+struct End {
+    ErrorPtr error;
+};
+using Any = std::variant<SentBody, Redirection, Response, Received, End>;
+}  // namespace LoadEvent
+
+/// One task's life on the network thread: its hops, its patience, and the answer on its way to the delegate queue. Public
+/// functions may be called from any thread unless they say otherwise.
+class URLLoad final : public std::enable_shared_from_this<URLLoad>, private HTTPExchange::Handler {
+public:
+    class Client {
+    public:
+        /// Called on the delegate queue, one event at a time.
+        virtual void loadDidProgress(LoadEvent::Any event) = 0;
+
+    protected:
+        ~Client() = default;
+    };
+
+    URLLoad(std::shared_ptr<const URLRequest> request, std::shared_ptr<const URLSessionConfiguration> configuration,
+            std::shared_ptr<OperationQueue> delegateQueue);
+    ~URLLoad();
+
+    /// Keeps `client` until the end was delivered.
+    void begin(std::shared_ptr<Client> client);
+    /// Ends it with -999, unless its end is on its way already.
+    void cancel();
+    /// After a `Redirection`: what to do; nullopt takes it as the answer. Only the first call for each counts.
+    void decideRedirection(std::optional<URLRequest> request);
+    /// The delegate is done with so many bytes: what waits for it may go on.
+    void consumed(std::size_t bytes);
+    /// Lifts the bound on the answer's length.
+    void setAnswerIsStreamed(bool streamed) noexcept { streamed_ = streamed; }
+    bool answerIsStreamed() const noexcept { return streamed_; }
+    /// Says that the client is quick with short answers: it may hear them on the network thread, in the delegate queue's place.
+    void setIsHeardQuickly(bool quickly) noexcept { heardQuickly_ = quickly; }
+
+private:
+    friend class LoadRunner;
+    using TimePoint = Clock::TimePoint;
+    enum class Phase { Idle, Exchanging, Deciding, Ended };
+
+    // Network thread only, down to the members.
+    HTTPExchange::Flow exchangeReceivedHead(HTTPURLResponsePtr head) override;
+    HTTPExchange::Flow exchangeReceivedBody(std::string_view bytes) override;
+    void exchangeSentBody(std::int64_t total) override;
+    void exchangeEnded(ErrorPtr error) override;
+
+    void startHop();
+    ErrorPtr refusal() const;
+    bool rewindBody();
+    void askForRedirection();
+    void followRedirection(std::optional<URLRequest> request);
+    void takeRedirectionAsAnswer();
+    HTTPExchange::Flow passOn(std::string_view bytes);
+    void flushData();
+    void flushSent();
+    void emit(LoadEvent::Any event);
+    void end(ErrorPtr error);
+    /// Ends it when it was silent for too long; else says when to look again.
+    TimePoint checkPatience(TimePoint now);
+    TimePoint nextLook() const;
+
+    const std::shared_ptr<const URLSessionConfiguration> configuration_;
+    const TrustChoice trust_;  // the first request's, for every hop
+    const std::shared_ptr<OperationQueue> delegateQueue_;
+    std::atomic<bool> streamed_{false};
+    std::atomic<bool> heardQuickly_{false};
+    std::atomic<std::int64_t> unconsumed_{0};  // bytes handed over and not yet consumed
+    std::atomic<bool> throttled_{false};       // receiving pauses until enough is consumed
+
+    Phase phase_ = Phase::Idle;
+    std::shared_ptr<Client> client_;
+    std::shared_ptr<const URLRequest> request_;
+    std::unique_ptr<HTTPExchange> exchange_;
+    std::string data_;  // received, not yet handed over
+    std::int64_t received_ = 0;
+    std::int64_t expected_ = -1;
+    std::int64_t sent_ = 0;  // of the request's body
+    std::int64_t sentReported_ = 0;
+    TimePoint nextSentReport_;
+
+    // A redirection while it is asked about: its answer is held back, because it may become the real one.
+    std::optional<LoadEvent::Redirection> redirection_;
+    std::string heldBody_;
+    bool heldBodyEnded_ = false;
+    int hops_ = 0;
+
+    TimePoint lastMove_;
+    std::int64_t lastMoved_ = 0;
+    TimePoint resourceDeadline_;
+};
+
+/// The request that a redirection asks for (RFC 9110, 15.4): after 303, and after 301 and 302 to a POST, a GET without a body;
+/// otherwise the same again. Credentials do not go to another origin. nullopt when the answer is no redirection.
+std::optional<URLRequest> redirectedRequest(const URLRequest& request, const HTTPURLResponse& response);
+
+}  // namespace vexim

@@ -1,0 +1,155 @@
+#include "VexIMLib/internal/Platform/Threads/LibraryThreads.h"
+
+#include <curl/curl.h>
+#include <openssl/crypto.h>
+#include <openssl/ssl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <list>
+#include <system_error>
+#include <thread>
+#include <vector>
+
+#include "VexIMLib/Foundation/Log.h"
+#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
+
+namespace vexim::LibraryThreads {
+namespace {
+
+constexpr std::chrono::milliseconds patienceWith(AtExit atExit) {
+    switch (atExit) {
+        case AtExit::Leave: return std::chrono::milliseconds(50);
+        case AtExit::Await: return std::chrono::seconds(3);  // an end even so: a process that cannot exit is worse
+    }
+    return {};
+}
+
+struct Running {
+    std::thread::id id;
+    AtExit atExit;
+    std::function<void()> interrupt;
+};
+
+struct Registry {
+    Mutex mutex;
+    ConditionVariable ended;
+    std::list<Running> running VEXIM_GUARDED_BY(mutex);
+    std::atomic<bool> exiting{false};
+    const pid_t process = ::getpid();
+};
+
+void exitHook();
+
+Registry& registry() {
+    static auto* const instance = [] {
+        OPENSSL_init_ssl(0, nullptr);
+        curl_global_init(CURL_GLOBAL_ALL);
+        std::atexit(exitHook);
+        return new Registry;  // never destroyed: threads that outstay the exit hook still use it
+    }();
+    return *instance;
+}
+
+void exitHook() {
+    Registry& shared = registry();
+    if (shared.process != ::getpid()) return;  // a forked child has none of the threads, and perhaps locks that nobody opens
+    std::vector<std::function<void()>> interrupts;
+    {
+        const MutexLock lock(shared.mutex);
+        shared.exiting = true;
+        for (const Running& thread : shared.running) interrupts.push_back(thread.interrupt);
+    }
+    detail::endMainQueue();  // whoever waits for the main thread would wait for the one that exits
+    for (const auto& interrupt : interrupts) interrupt();
+
+    const auto patience = [&shared]() VEXIM_REQUIRES(shared.mutex) {
+        std::chrono::milliseconds most{0};
+        for (const Running& thread : shared.running) {
+            // An exit called on one of our threads (from an application's callback) must not wait for itself.
+            if (thread.id != std::this_thread::get_id()) most = std::max(most, patienceWith(thread.atExit));
+        }
+        return most;
+    };
+    const auto begin = std::chrono::steady_clock::now();
+    const MutexLock lock(shared.mutex);
+    while (shared.ended.waitUntil(shared.mutex, begin + patience())) {
+    }
+}
+
+/// Signals belong to the application's threads; SIGPIPE on ours would kill the process for a peer that hung up.
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        sigset_t all;
+        ::sigfillset(&all);
+        // What a faulty instruction raises must stay deliverable.
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP}) ::sigdelset(&all, fault);
+        ::pthread_sigmask(SIG_BLOCK, &all, &before_);
+    }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+    ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+
+private:
+    sigset_t before_;
+};
+
+bool spawn(const std::string& name, std::function<void()> body) {
+    const SignalsBlocked blocked;  // a new thread inherits the mask
+    try {
+        std::thread([name = name.substr(0, 15), body = std::move(body)]() mutable {
+            ::pthread_setname_np(::pthread_self(), name.c_str());
+            body();
+            body = nullptr;
+        }).detach();
+        return true;
+    } catch (const std::system_error& failure) {
+        log(LogLevel::Error, std::string("No thread for ") + name + ": " + failure.what());
+        return false;
+    }
+}
+
+}  // namespace
+
+bool start(const std::string& name, AtExit atExit, std::function<void()> body, std::function<void()> interrupt) {
+    Registry& shared = registry();
+    std::list<Running>::iterator entry;
+    {
+        const MutexLock lock(shared.mutex);
+        if (shared.exiting) return false;
+        entry = shared.running.insert(shared.running.end(), Running{{}, atExit, std::move(interrupt)});
+    }
+    const bool spawned = spawn(name, [&shared, entry, body = std::move(body)]() mutable {
+        {
+            const MutexLock lock(shared.mutex);
+            entry->id = std::this_thread::get_id();
+        }
+        body();
+        body = nullptr;
+        // Now, not with the thread's own end: once the hook has seen it gone, OpenSSL may be cleaned up beneath it.
+        OPENSSL_thread_stop();
+        const MutexLock lock(shared.mutex);
+        shared.running.erase(entry);
+        shared.ended.notifyAll();
+    });
+    if (!spawned) {
+        const MutexLock lock(shared.mutex);
+        shared.running.erase(entry);
+    }
+    return spawned;
+}
+
+bool startForgotten(const std::string& name, std::function<void()> body) {
+    return !registry().exiting && spawn(name, std::move(body));
+}
+
+bool processIsExiting() noexcept { return registry().exiting; }
+
+}  // namespace vexim::LibraryThreads

@@ -1,0 +1,64 @@
+#include "VexIMLib/internal/SocketIO/Client/Outbox.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace vexim {
+namespace {
+
+constexpr std::size_t kBlockBytes = 16 * 1024;
+constexpr std::size_t kHeadBytes = sizeof(std::uint32_t) + 1;
+
+}  // namespace
+
+std::size_t Outbox::cost(std::string_view text) noexcept { return kHeadBytes + text.size(); }
+
+std::size_t Outbox::cost(const Data& attachment) noexcept { return sizeof(Data) + attachment.size(); }
+
+std::size_t Outbox::cost(const EncodedPacket& packet) noexcept {
+    std::size_t bytes = cost(std::string_view(packet.text));
+    for (const Data& attachment : packet.attachments) bytes += cost(attachment);
+    return bytes;
+}
+
+void Outbox::push(const EncodedPacket& packet) {
+    const std::size_t needed = kHeadBytes + packet.text.size();
+    if (blocks_.empty() || blocks_.back().bytes.size() + needed > kBlockBytes) {
+        const bool isFirst = blocks_.empty();  // an idle connection needs no whole block
+        blocks_.emplace_back().bytes.reserve(isFirst ? needed : std::max(needed, kBlockBytes));
+    }
+    std::string& bytes = blocks_.back().bytes;
+    if (bytes.capacity() - bytes.size() < needed) bytes.reserve(kBlockBytes);  // it is not idle: grow once, not many times
+    const auto length = static_cast<std::uint32_t>(packet.text.size());
+    bytes.append(reinterpret_cast<const char*>(&length), sizeof length);
+    bytes += static_cast<char>(packet.attachments.size());
+    bytes += packet.text;
+    attachments_.insert(attachments_.end(), packet.attachments.begin(), packet.attachments.end());
+    ++count_;
+}
+
+Outbox::Front Outbox::front() const {
+    const Block& block = blocks_.front();
+    std::uint32_t length = 0;
+    std::memcpy(&length, block.bytes.data() + block.read, sizeof length);
+    const auto attachments = static_cast<std::uint8_t>(block.bytes[block.read + sizeof length]);
+    return {std::string_view(block.bytes).substr(block.read + kHeadBytes, length), attachments};
+}
+
+Data Outbox::takeAttachment() {
+    Data data = std::move(attachments_.front());
+    attachments_.pop_front();
+    return data;
+}
+
+void Outbox::pop() {
+    Block& block = blocks_.front();
+    block.read += kHeadBytes + front().text.size();
+    if (block.read == block.bytes.size()) blocks_.pop_front();
+    --count_;
+}
+
+void Outbox::clear() { *this = {}; }
+
+}  // namespace vexim

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <string_view>
+
+#include "VexIMLib/Foundation/Data.h"
+#include "VexIMLib/internal/SocketIO/Protocol/Packet.h"
+
+namespace vexim {
+
+/// Packets on their way out, packed into blocks: a queue of hundreds of thousands costs little more than their texts.
+class Outbox {
+public:
+    struct Front {
+        std::string_view text;
+        std::uint8_t attachments = 0;  // to be taken with `takeAttachment` before `pop`
+    };
+
+    void push(const EncodedPacket& packet);
+    bool empty() const noexcept { return count_ == 0; }
+    std::size_t count() const noexcept { return count_; }
+    Front front() const;
+    Data takeAttachment();
+    void pop();
+    void clear();
+
+    /// What a packet counts for in a limit.
+    static std::size_t cost(const EncodedPacket& packet) noexcept;
+    static std::size_t cost(std::string_view text) noexcept;
+    static std::size_t cost(const Data& attachment) noexcept;
+
+private:
+    struct Block {
+        std::string bytes;  // (length, 4 bytes; attachments, 1 byte; text)*
+        std::size_t read = 0;
+    };
+
+    std::deque<Block> blocks_;
+    std::deque<Data> attachments_;
+    std::size_t count_ = 0;
+};
+
+}  // namespace vexim

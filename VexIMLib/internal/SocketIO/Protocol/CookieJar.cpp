@@ -1,0 +1,44 @@
+#include "VexIMLib/internal/SocketIO/Protocol/CookieJar.h"
+
+#include <algorithm>
+
+namespace vexim {
+namespace {
+
+// What a server may make us keep and send along.
+constexpr std::size_t kMaxCookies = 32;
+constexpr std::size_t kMaxCookieBytes = 4096;
+
+}  // namespace
+
+void CookieJar::store(std::string_view setCookie) {
+    const std::string_view pair = setCookie.substr(0, setCookie.find(';'));
+    const auto equals = pair.find('=');
+    if (equals == std::string_view::npos || pair.size() > kMaxCookieBytes) return;
+    const auto trimmed = [](std::string_view text) {
+        while (text.starts_with(' ') || text.starts_with('\t')) text.remove_prefix(1);
+        while (text.ends_with(' ') || text.ends_with('\t')) text.remove_suffix(1);
+        return std::string(text);
+    };
+    std::string name = trimmed(pair.substr(0, equals));
+    std::string value = trimmed(pair.substr(equals + 1));
+    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
+    if (name.empty() || std::ranges::any_of(name, isControl) || std::ranges::any_of(value, isControl)) return;
+    const auto known = std::ranges::find(cookies_, name, &std::pair<std::string, std::string>::first);
+    if (known != cookies_.end()) {
+        known->second = std::move(value);
+    } else if (cookies_.size() < kMaxCookies) {
+        cookies_.emplace_back(std::move(name), std::move(value));
+    }
+}
+
+std::string CookieJar::header() const {
+    std::string text;
+    for (const auto& [name, value] : cookies_) {
+        if (!text.empty()) text += "; ";
+        text += name + "=" + value;
+    }
+    return text;
+}
+
+}  // namespace vexim

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "VexIMLib/internal/SocketIO/Protocol/EnginePacket.h"
+
+namespace vexim {
+
+/// Which revision the first polling answer is in, by its form; nullopt when it is in none.
+std::optional<EngineRevision> detectRevision(std::string_view firstBody);
+
+/// Walks the packets of one polling answer, which must outlive it.
+///
+///     PayloadReader reader(revision, body);
+///     while (auto packet = reader.next()) { … }
+///     if (reader.failed()) …  // what came before the fault was sound
+class PayloadReader {
+public:
+    PayloadReader(EngineRevision revision, std::string_view body);
+
+    /// The next packet; nullopt at the end or at a fault. An empty body is a fault.
+    std::optional<EnginePacketView> next();
+    bool failed() const noexcept { return failed_; }
+
+private:
+    std::optional<EnginePacketView> fail();
+    std::optional<EnginePacketView> nextCounted();
+    std::optional<EnginePacketView> nextOctets();
+    std::optional<EnginePacketView> nextSeparated();
+
+    const EngineRevision revision_;
+    const bool octets_;  // revision 3's binary form
+    std::string_view rest_;
+    bool finished_ = false;
+    bool failed_ = false;
+};
+
+/// Collects packets, each given as its text, into the body of one POST.
+class PayloadWriter {
+public:
+    explicit PayloadWriter(EngineRevision revision) : revision_(revision) {}
+
+    void add(std::string_view packet);
+    /// How long the body would be with `packet`.
+    std::size_t sizeWith(std::string_view packet) const;
+    bool empty() const noexcept { return body_.empty(); }
+    std::string take();
+
+private:
+    const EngineRevision revision_;
+    std::string body_;
+};
+
+/// The bytes that hold the first `units` UTF-16 code units of `utf8`; nullopt when it is shorter, when they end inside a
+/// surrogate pair, or when the bytes are no UTF-8.
+std::optional<std::size_t> bytesOfUtf16Units(std::string_view utf8, std::size_t units);
+/// The length of well-formed UTF-8 in UTF-16 code units.
+std::size_t utf16Length(std::string_view utf8) noexcept;
+
+}  // namespace vexim

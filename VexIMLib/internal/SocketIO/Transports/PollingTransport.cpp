@@ -1,0 +1,315 @@
+#include "VexIMLib/internal/SocketIO/Transports/PollingTransport.h"
+
+#include <curl/curl.h>
+#include <strings.h>
+
+#include <array>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/internal/Platform/Loading/CurlHeaderList.h"
+#include "VexIMLib/internal/Platform/Loading/CurlMulti.h"
+#include "VexIMLib/internal/Platform/Loading/CurlTrust.h"
+#include "VexIMLib/internal/Platform/Threads/NetworkThreadAsio.h"
+#include "VexIMLib/internal/SocketIO/Protocol/BoundedAppend.h"
+#include "VexIMLib/internal/SocketIO/Protocol/ConnectionError.h"
+
+namespace vexim {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kGoodbye = 1s;
+
+// Of an answer's head, and of the trailers behind a body in chunks (RFC 9112, section 7.1.2), together.
+constexpr std::size_t kMaxHeadBytes = 64 * 1024;
+
+class LivePolling;
+
+/// One GET or POST at a time; the handle keeps its settings.
+class Request final : public CurlMulti::Exchange {
+public:
+    Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& options);
+    Request(const Request&) = delete;
+    Request& operator=(const Request&) = delete;
+    ~Request() override;
+
+    void start(const std::string& url, const std::string& cookies, std::chrono::milliseconds timeout,
+               std::optional<std::string> body);
+    bool isRunning() const noexcept { return isRunning_; }
+    int status() const;
+    std::string takeAnswer() { return std::exchange(answer_, {}); }
+    const std::vector<std::string>& cookies() const noexcept { return cookies_; }
+    event::RequestFailed failure(CURLcode result) const;
+
+private:
+    static std::size_t onRead(char* into, std::size_t size, std::size_t count, void* self);
+    static std::size_t onBody(char* bytes, std::size_t size, std::size_t count, void* self);
+    static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* self);
+    void transferEnded(CURLcode result) override;
+
+    LivePolling& owner_;
+    CurlMulti& multi_;
+    const TransportOptions& options_;
+    CURL* const easy_ = curl_easy_init();
+    CurlTrust trust_;
+    CurlHeaderList headers_;
+    std::array<char, CURL_ERROR_SIZE> description_{};
+    std::string body_;
+    std::size_t bodySent_ = 0;
+    std::string answer_;
+    std::size_t headBytes_ = 0;
+    std::vector<std::string> cookies_;
+    bool isRunning_ = false;
+    bool isTooLarge_ = false;
+};
+
+class LivePolling final : public std::enable_shared_from_this<LivePolling> {
+public:
+    LivePolling(TransportOptions options, TransportListener& listener)
+        : options_(std::move(options)),
+          listener_(&listener),
+          multi_(NetworkThreadAsio::ioContext(), {}),
+          get_(*this, multi_, options_),
+          post_(*this, multi_, options_) {}
+
+    void get(const std::string& target, const std::string& cookies, std::chrono::milliseconds timeout) {
+        get_.start(urlOf(target), cookies, timeout, std::nullopt);
+    }
+    void post(const std::string& target, const std::string& cookies, std::string body) {
+        post_.start(urlOf(target), cookies, kPostTimeout, std::move(body));
+    }
+    void close(const std::string& target, const std::string& cookies, std::string body);
+    void forget() { listener_ = nullptr; }
+
+    void didEnd(Request& request, CURLcode result);
+
+private:
+    static constexpr std::chrono::milliseconds kPostTimeout{20'000};
+
+    std::string urlOf(const std::string& target) const {
+        return (options_.endpoint.isSecure ? "https://" : "http://") + options_.endpoint.authorityWithPort() + target;
+    }
+    void letGo();
+
+    const TransportOptions options_;
+    TransportListener* listener_;  // nullptr once nobody is to hear any more
+    // A pool of its own: what the application trusts here says nothing about its other requests, and idle connections close with
+    // their client.
+    CurlMulti multi_;
+    Request get_;
+    Request post_;
+
+    // While saying goodbye it keeps itself alive.
+    std::shared_ptr<LivePolling> self_;
+    NetworkTimer goodbye_;
+    struct Farewell {
+        std::string target;
+        std::string cookies;
+        std::string body;
+    };
+    std::optional<Farewell> farewell_;
+};
+
+Request::Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& options)
+    : owner_(owner),
+      multi_(multi),
+      options_(options) {
+    multi_.prepare(easy_, *this);
+    curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, description_.data());
+    curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
+    curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // a name lookup that hangs is left behind
+    curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
+    curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+    curl_easy_setopt(easy_, CURLOPT_ACCEPT_ENCODING, "");
+    curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, &Request::onBody);
+    curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &Request::onHeader);
+    curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
+    // Through the proxy that carries WebSockets, too; libcurl is not to ask the environment again.
+    curl_easy_setopt(easy_, CURLOPT_NOPROXY, "");
+    curl_easy_setopt(easy_, CURLOPT_PROXY, "");
+    if (const auto& proxy = options_.proxy) {
+        curl_easy_setopt(easy_, CURLOPT_PROXY, ("http://" + authorityOf(proxy->host, proxy->port)).c_str());
+        curl_easy_setopt(easy_, CURLOPT_HTTPPROXYTUNNEL, 1L);
+        curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+        if (proxy->user) {
+            curl_easy_setopt(easy_, CURLOPT_PROXYUSERNAME, proxy->user->c_str());
+            curl_easy_setopt(easy_, CURLOPT_PROXYPASSWORD, proxy->password.c_str());
+        }
+    }
+    curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    trust_.apply(easy_, options_.trust.trust, options_.endpoint.host);
+}
+
+Request::~Request() {
+    if (isRunning_) multi_.remove(easy_);
+    curl_easy_cleanup(easy_);
+}
+
+void Request::start(const std::string& url, const std::string& cookies, std::chrono::milliseconds timeout,
+                    std::optional<std::string> body) {
+    answer_.clear();
+    headBytes_ = 0;
+    cookies_.clear();
+    description_.front() = '\0';
+    isTooLarge_ = false;
+    headers_.clear();
+    for (const auto& [name, value] : options_.headers) headers_.add(name, value);
+    if (!cookies.empty()) headers_.add("Cookie", cookies);
+    headers_.suppress("Expect");
+    if (body) {
+        headers_.add("Content-Type", "text/plain;charset=UTF-8");
+        // libcurl sends a request again when a kept connection dies under it. A body that cannot be rewound is not sent a second
+        // time, so that no message arrives twice; before its first byte the retry is welcome.
+        body_ = std::move(*body);
+        bodySent_ = 0;
+        curl_easy_setopt(easy_, CURLOPT_POST, 1L);
+        curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.size()));
+        curl_easy_setopt(easy_, CURLOPT_READFUNCTION, &Request::onRead);
+        curl_easy_setopt(easy_, CURLOPT_READDATA, this);
+    }
+    curl_easy_setopt(easy_, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_.get());
+    curl_easy_setopt(easy_, CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
+    isRunning_ = true;
+    multi_.add(easy_);
+}
+
+std::size_t Request::onRead(char* into, std::size_t size, std::size_t count, void* self) {
+    auto& request = *static_cast<Request*>(self);
+    const std::size_t copied = request.body_.copy(into, size * count, request.bodySent_);
+    request.bodySent_ += copied;
+    return copied;
+}
+
+std::size_t Request::onBody(char* bytes, std::size_t size, std::size_t count, void* self) {
+    auto& request = *static_cast<Request*>(self);
+    if (request.answer_.size() + size * count > request.options_.maxMessageBytes) {
+        request.isTooLarge_ = true;
+        return 0;
+    }
+    appendBounded(request.answer_, {bytes, size * count}, request.options_.maxMessageBytes);
+    return size * count;
+}
+
+std::size_t Request::onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
+    constexpr std::string_view kName = "set-cookie:";
+    auto& request = *static_cast<Request*>(self);
+    std::string_view line(bytes, size * count);
+    request.headBytes_ += line.size();
+    if (request.headBytes_ > kMaxHeadBytes) {
+        request.isTooLarge_ = true;
+        return 0;
+    }
+    if (line.size() > kName.size() && ::strncasecmp(line.data(), kName.data(), kName.size()) == 0) {
+        line.remove_prefix(kName.size());
+        while (line.ends_with('\n') || line.ends_with('\r')) line.remove_suffix(1);
+        request.cookies_.emplace_back(line);
+    }
+    return size * count;
+}
+
+int Request::status() const {
+    long status = 0;
+    curl_easy_getinfo(easy_, CURLINFO_RESPONSE_CODE, &status);
+    return static_cast<int>(status);
+}
+
+event::RequestFailed Request::failure(CURLcode result) const {
+    // libcurl takes a header of more than 100 KB for a lack of memory.
+    if (isTooLarge_ || result == CURLE_OUT_OF_MEMORY) {
+        return {"The server's answer is over the limit.", true, VXIMConnectionErrorLimitPassed};
+    }
+    long proxyStatus = 0;
+    curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
+    if (proxyStatus >= 300) return {proxyRefusal(static_cast<int>(proxyStatus)), false, VXIMConnectionErrorProxy};
+    const std::string_view text = description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
+    if (const auto fault = trust_.fault(easy_, result, text)) {
+        const bool isCut = fault->code == URLErrorNetworkConnectionLost;
+        return {fault->words, false, isCut ? VXIMConnectionErrorLost : VXIMConnectionErrorNotSecure};
+    }
+    const TransferFault fault = faultOfTransfer(result, text);
+    return {std::string(fault.words), false, fault.kind};
+}
+
+void Request::transferEnded(CURLcode result) {
+    isRunning_ = false;
+    owner_.didEnd(*this, result);
+}
+
+void LivePolling::didEnd(Request& request, CURLcode result) {
+    const auto owner = shared_from_this();  // the listener may let go of it
+    if (!listener_) {
+        if (&request != &post_) return;
+        if (farewell_) {
+            const Farewell last = std::move(*farewell_);
+            farewell_.reset();
+            return post_.start(urlOf(last.target), last.cookies, kGoodbye, last.body);
+        }
+        return letGo();
+    }
+    TransportListener& listener = *listener_;
+    if (!request.cookies().empty()) listener.didReceiveCookies(request.cookies());
+    if (result != CURLE_OK) {
+        listener.didHappen(request.failure(result));
+    } else if (&request == &get_) {
+        const std::string body = request.takeAnswer();  // the next request is written over it
+        listener.didHappen(event::GetAnswered{request.status(), body});
+    } else {
+        const std::string body = request.takeAnswer();
+        listener.didHappen(event::PostAnswered{request.status(), body});
+    }
+    if (listener_) listener_->didEndTurn();
+}
+
+void LivePolling::close(const std::string& target, const std::string& cookies, std::string body) {
+    listener_ = nullptr;
+    self_ = shared_from_this();
+    goodbye_.start(kGoodbye, [this] { letGo(); });
+    // The GET stays: a server that loses it forgets the session, and with it what the POST holds.
+    if (post_.isRunning()) {
+        farewell_ = Farewell{target, cookies, std::move(body)};
+    } else {
+        post_.start(urlOf(target), cookies, kGoodbye, std::move(body));
+    }
+}
+
+void LivePolling::letGo() {
+    // Destroying handles is not allowed inside their own callbacks.
+    goodbye_.cancel();
+    NetworkThread::shared().post([self = std::exchange(self_, nullptr)] {});
+}
+
+/// What the link holds: letting go of it is dropping the transport, unless it is saying goodbye.
+class PollingHandle final : public PollingTransport {
+public:
+    explicit PollingHandle(std::shared_ptr<LivePolling> polling) : polling_(std::move(polling)) {}
+    ~PollingHandle() override {
+        polling_->forget();
+        NetworkThread::shared().post([polling = std::move(polling_)] {});
+    }
+    void get(const std::string& target, const std::string& cookies, std::chrono::milliseconds timeout) override {
+        polling_->get(target, cookies, timeout);
+    }
+    void post(const std::string& target, const std::string& cookies, std::string body) override {
+        polling_->post(target, cookies, std::move(body));
+    }
+    void close(const std::string& target, const std::string& cookies, std::string body) override {
+        polling_->close(target, cookies, std::move(body));
+    }
+
+private:
+    std::shared_ptr<LivePolling> polling_;
+};
+
+}  // namespace
+
+std::unique_ptr<PollingTransport> PollingTransport::create(TransportOptions options, TransportListener& listener) {
+    return std::make_unique<PollingHandle>(std::make_shared<LivePolling>(std::move(options), listener));
+}
+
+}  // namespace vexim

@@ -1,0 +1,82 @@
+#include "VexIMLib/internal/SocketIO/Transports/Proxy.h"
+
+#include <strings.h>
+
+#include <cstdlib>
+
+#include "VexIMLib/internal/Platform/Threads/HostResolver.h"
+#include "VexIMLib/internal/SocketIO/Protocol/Base64.h"
+
+namespace vexim {
+namespace {
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+    return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
+}
+
+bool isException(std::string_view rule, std::string_view host, std::uint16_t port) {
+    while (rule.starts_with(' ')) rule.remove_prefix(1);
+    while (rule.ends_with(' ')) rule.remove_suffix(1);
+    if (rule == "*") return true;
+    const auto colon = rule.rfind(':');
+    if (colon != std::string_view::npos && rule.find(':') == colon) {
+        if (rule.substr(colon + 1) != std::to_string(port)) return false;
+        rule = rule.substr(0, colon);
+    }
+    if (rule.starts_with("[") && rule.ends_with("]")) rule = rule.substr(1, rule.size() - 2);
+    if (rule.starts_with('.')) rule.remove_prefix(1);
+    if (rule.empty()) return false;
+    if (equalsIgnoringCase(rule, host)) return true;
+    return host.size() > rule.size() && host[host.size() - rule.size() - 1] == '.' &&
+           equalsIgnoringCase(rule, host.substr(host.size() - rule.size()));
+}
+
+std::string_view valueOf(const Environment& environment, std::initializer_list<const char*> names) {
+    for (const char* name : names) {
+        const char* value = environment(name);
+        if (value && *value != '\0') return value;
+    }
+    return {};
+}
+
+}  // namespace
+
+std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port, const Environment& environment) {
+    if (isThisMachine(host)) return std::nullopt;
+    std::string_view exceptions = valueOf(environment, {"no_proxy", "NO_PROXY"});
+    while (!exceptions.empty()) {
+        const auto comma = std::min(exceptions.find(','), exceptions.size());
+        if (isException(exceptions.substr(0, comma), host, port)) return std::nullopt;
+        exceptions.remove_prefix(std::min(comma + 1, exceptions.size()));
+    }
+    std::string_view text = isSecure ? valueOf(environment, {"https_proxy", "HTTPS_PROXY"}) : valueOf(environment, {"http_proxy"});
+    if (text.empty()) text = valueOf(environment, {"all_proxy", "ALL_PROXY"});
+    if (text.empty()) return std::nullopt;
+    const bool hasScheme = text.find("://") != std::string_view::npos;
+    const auto url = URL::parse(hasScheme ? std::string(text) : "http://" + std::string(text));
+    if (!url || url->scheme() != "http" || url->host().empty()) return ProxyServer{};
+    // 1080 is what the transfer library takes when no port is named.
+    ProxyServer proxy{url->host(), url->port().value_or(1080), std::nullopt, {}};
+    if (url->user()) {
+        proxy.user = percentDecode(*url->user());
+        proxy.password = percentDecode(url->password().value_or(""));
+    }
+    return proxy;
+}
+
+std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port) {
+    return proxyFor(isSecure, host, port, [](const char* name) { return std::getenv(name); });
+}
+
+std::string connectRequest(const ProxyServer& proxy, std::string_view authority) {
+    std::string request = "CONNECT ";
+    request += authority;
+    request += " HTTP/1.1\r\nHost: ";
+    request += authority;
+    if (proxy.user) request += "\r\nProxy-Authorization: Basic " + encodeBase64(*proxy.user + ":" + proxy.password);
+    return request + "\r\n\r\n";
+}
+
+std::string proxyRefusal(int status) { return "The proxy refused the connection: " + std::to_string(status) + "."; }
+
+}  // namespace vexim

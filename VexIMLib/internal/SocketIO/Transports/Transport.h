@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VexIMLib/internal/Platform/Trust/Trust.h"
+#include "VexIMLib/internal/SocketIO/Protocol/EngineSession.h"
+#include "VexIMLib/internal/SocketIO/Protocol/HeaderList.h"
+#include "VexIMLib/internal/SocketIO/Transports/Proxy.h"
+
+namespace vexim {
+
+/// "host:port", with brackets around an IPv6 address.
+std::string authorityOf(const std::string& host, std::uint16_t port);
+
+/// Where the server is.
+struct Endpoint {
+    bool isSecure = false;
+    std::string host;  // without brackets
+    std::uint16_t port = 0;
+
+    /// As "Host" wants it: brackets around IPv6, no port where it is the scheme's own.
+    std::string authority() const;
+    /// Always with the port.
+    std::string authorityWithPort() const;
+};
+
+/// What transports need besides the target of each request.
+struct TransportOptions {
+    Endpoint endpoint;
+    TrustChoice trust;
+    std::optional<ProxyServer> proxy;
+    HeaderList headers;  // the application's
+    std::size_t maxMessageBytes = std::size_t{16} << 20;
+    bool offerDeflate = false;
+};
+
+/// Hears what transports go through, on the network thread, never from inside a call to the transport.
+class TransportListener {
+public:
+    virtual void didHappen(const SessionEvent& what) = 0;
+    /// Values of "Set-Cookie" in an answer.
+    virtual void didReceiveCookies(const std::vector<std::string>& cookies) = 0;
+    /// The end of a series of `didHappen`: what follows from them can be sent and delivered together.
+    virtual void didEndTurn() = 0;
+
+protected:
+    ~TransportListener() = default;
+};
+
+}  // namespace vexim

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <boost/asio/any_io_executor.hpp>
+
+#include "VexIMLib/internal/SocketIO/Protocol/HeaderList.h"
+
+namespace vexim {
+
+/// The client's side of one WebSocket (RFC 6455), in memory: received bytes go in, messages and bytes to send come out.
+/// It wraps the Beast stream, which is instantiated in this class's source alone.
+class WebSocketStream {
+public:
+    struct Options {
+        std::size_t maxMessageBytes = std::size_t{16} << 20;
+        bool offerDeflate = false;
+    };
+    struct HandshakeResult {
+        bool accepted = false;
+        bool isCutOff = false;  // the peer went away before it had answered
+        int httpStatus = 0;     // 0 when there was no HTTP answer
+        std::string body;
+        std::vector<std::string> cookies;  // values of "Set-Cookie"
+        std::string reason;
+    };
+    /// Never called from inside a function of the stream.
+    using HandshakeHandler = std::function<void(HandshakeResult)>;
+
+    class Listener {
+    public:
+        virtual ~Listener() = default;
+        enum class Next : std::uint8_t {
+            GoOn,
+            Pause,  // the rest is kept, for `receive` to go on with
+            Stop,   // nothing is given any more
+        };
+        /// `bytes` live during the call.
+        virtual Next didReceiveMessage(bool isText, std::string_view bytes) = 0;
+        /// It has been answered.
+        virtual void didReceivePing() = 0;
+        virtual void didReceivePong() = 0;
+    };
+
+    enum class Status : std::uint8_t { Open, ClosedByPeer, Malformed, TooLarge };
+
+    WebSocketStream(const boost::asio::any_io_executor& executor, Options options);
+    WebSocketStream(const WebSocketStream&) = delete;
+    WebSocketStream& operator=(const WebSocketStream&) = delete;
+    ~WebSocketStream();  // a handshake's handler is not called any more
+
+    void startHandshake(std::string_view host, std::string_view target, const HeaderList& headers, HandshakeHandler handler);
+    /// The peer's end of the connection is closed: a handshake under way ends.
+    void endOfInput();
+
+    /// Takes bytes from the peer. Before the handshake has ended they are kept; call it with none when it has, and after a pause.
+    Status receive(std::string_view bytes, Listener& listener);
+    /// What was wrong when `receive` did not answer Open; for a peer's close its code and reason.
+    const std::string& fault() const noexcept;
+
+    // Before the handshake has ended, and after a close or a fault, these do nothing.
+    void writeText(std::string_view text);
+    /// `prefix` and `bytes` make one message.
+    void writeBinary(std::string_view prefix, std::string_view bytes);
+    void writePing();
+    void writeClose();
+
+    /// Bytes to be sent; whoever sends them takes them.
+    std::string& output() noexcept;
+    std::size_t outputBytes() const noexcept;
+
+private:
+    struct Impl;
+    const std::shared_ptr<Impl> impl_;  // shared with a handshake under way, which Beast may still be in the middle of
+};
+
+}  // namespace vexim
