@@ -12,16 +12,17 @@
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/URL.h"
 
-/// What a client needs before it connects: the application's credentials, the service's origin and the options of the live
-/// connection. Change it on the main thread only.
+/// What a client needs before it connects: the application's credentials, the service's origin and
+/// the options of the live connection. Change it on the main thread only.
 ///
 ///     auto configuration = VXIMClientConfiguration::defaultConfiguration();
 ///     configuration->setAppId("app");
 ///     configuration->setClientKey("key");
 ///     configuration->setAutoReconnect(true);
 ///
-/// Each connection option stands twice: in its property, and, once its setter has run, under its option name in `dictionary`,
-/// which a login hands to the connection. An option never set is not handed over, so the connection's own default applies.
+/// Each connection option stands twice: in its property, and, once its setter has run, under its
+/// option name in `dictionary`, which a login hands to the connection. An option never set is not
+/// handed over, so the connection's own default applies.
 class VEXIM_EXPORT VXIMClientConfiguration final : public vexim::Object {
 public:
     using Object::Object;
@@ -39,7 +40,9 @@ public:
     void setClientKey(std::optional<std::string> clientKey) { clientKey_ = std::move(clientKey); }
     /// Names this device's installation of the application.
     const std::optional<std::string>& installationId() const noexcept { return installationId_; }
-    void setInstallationId(std::optional<std::string> installationId) { installationId_ = std::move(installationId); }
+    void setInstallationId(std::optional<std::string> installationId) {
+        installationId_ = std::move(installationId);
+    }
     /// The origin of both the live connection and the REST interface.
     const std::optional<vexim::URL>& socketURL() const noexcept { return socketURL_; }
     void setSocketURL(std::optional<vexim::URL> url) { socketURL_ = std::move(url); }
@@ -72,9 +75,10 @@ public:
     bool selfSigned() const noexcept { return selfSigned_; }
     void setSelfSigned(bool selfSigned);
 
-    // Whom to trust, for the live connection and for REST; docs/guide/trust.md says how certificates are judged. nullopt or an
-    // empty list takes the option away. Raises NSInvalidArgumentException for an empty text and for what is not a pin; what the
-    // dictionary gets past these is refused when it is used.
+    // Whom to trust, for the live connection and for REST; docs/guide/trust.md says how
+    // certificates are judged. nullopt or an empty list takes the option away. Raises
+    // NSInvalidArgumentException for an empty text and for what is not a pin; what the dictionary
+    // gets past these is refused when it is used.
 
     /// Option "caFile": path of a PEM file with the authorities to trust, instead of the system's.
     const std::optional<std::string>& caFile() const noexcept { return caFile_; }
@@ -82,15 +86,16 @@ public:
     /// Option "caPEM": the same as text; wins over the file.
     const std::optional<std::string>& caPEM() const noexcept { return caPEM_; }
     void setCaPEM(std::optional<std::string> text);
-    /// Option "pinnedKeys": the server's key must be one of these. Each is the base64 of the SHA-256 digest of a key (SPKI,
-    /// RFC 7469), which has 44 characters.
+    /// Option "pinnedKeys": the server's key must be one of these. Each is the base64 of the
+    /// SHA-256 digest of a key (SPKI, RFC 7469), which has 44 characters.
     const std::vector<std::string>& pinnedKeys() const noexcept { return pinnedKeys_; }
     void setPinnedKeys(std::vector<std::string> pins);
     /// Whether `text` has the form of a pin.
     static bool isPin(std::string_view text) noexcept;
 
-    /// The options by name, to be read and written in place; a login does not change them. docs/socketio.md lists them, and
-    /// docs/guide/trust.md says more about "caFile", "caPEM", "pinnedKeys" and "selfSigned", which count for REST, too.
+    /// The options by name, to be read and written in place; a login does not change them.
+    /// docs/socketio.md lists them, and docs/guide/trust.md says more about "caFile", "caPEM",
+    /// "pinnedKeys" and "selfSigned", which count for REST, too.
     vexim::Dictionary& dictionary();
     const vexim::Dictionary& dictionary() const noexcept;
     /// Replaces them as they stand (nullopt: an empty one at the next read). The properties stay.
@@ -122,7 +127,8 @@ private:
 
 namespace vexim {
 
-/// A place for a shared configuration that reads and writes like a `shared_ptr`, from any thread. Never destroyed.
+/// A place for a shared configuration that reads and writes like a `shared_ptr`, from any thread.
+/// Never destroyed.
 class VEXIM_EXPORT ConfigurationSlot {
 public:
     constexpr ConfigurationSlot() noexcept = default;
@@ -136,14 +142,17 @@ public:
     /// Keeps the configuration alive for the whole expression.
     std::shared_ptr<VXIMClientConfiguration> operator->() const { return get(); }
     explicit operator bool() const { return get() != nullptr; }
-    friend bool operator==(const ConfigurationSlot& slot, const std::shared_ptr<VXIMClientConfiguration>& configuration) {
+    friend bool operator==(const ConfigurationSlot& slot,
+                           const std::shared_ptr<VXIMClientConfiguration>& configuration) {
         return slot.get() == configuration;
     }
-    friend bool operator==(const ConfigurationSlot& slot, std::nullptr_t) { return slot.get() == nullptr; }
+    friend bool operator==(const ConfigurationSlot& slot, std::nullptr_t) {
+        return slot.get() == nullptr;
+    }
 };
 
 }  // namespace vexim
 
-/// The configuration of the client that was made last: every REST request takes the application id, the client key and the
-/// origin from it. nullptr before any client was made.
+/// The configuration of the client that was made last: every REST request takes the application id,
+/// the client key and the origin from it. nullptr before any client was made.
 VEXIM_EXPORT extern vexim::ConfigurationSlot vxim_configuration;

@@ -10,21 +10,25 @@
 
 /// One thing that happened.
 struct VXIMDiagnosisEvent {
-    double time = 0;            ///< seconds since 1970
-    std::string name;           ///< "status", "connecting", "joined", "ended", "waiting", "login answered", "request failed", …
-    vexim::Dictionary details;  ///< fixed words, numbers and host names only
+    /// seconds since 1970
+    double time = 0;
+    /// "status", "connecting", "joined", "ended", "waiting", "login answered", "request failed", …
+    std::string name;
+    /// fixed words, numbers and host names only
+    vexim::Dictionary details;
 
     /// "waiting seconds=1.7"
     VEXIM_EXPORT std::string description() const;
 };
 
-/// What a client has lately gone through, for a report of trouble: changes of status, attempts to connect, the waits between
-/// them, why connections ended, what TLS objected to, and REST requests that failed. A copy, which does not change any more.
+/// What a client has lately gone through, for a report of trouble: changes of status, attempts to
+/// connect, the waits between them, why connections ended, what TLS objected to, and REST requests
+/// that failed. A copy, which does not change any more.
 ///
 ///     std::cerr << client->diagnose().text();
 ///
-/// It can be shown to anybody: it holds no credential, signature, id, message, file name, path or query, and nothing that the
-/// service said but numbers.
+/// It can be shown to anybody: it holds no credential, signature, id, message, file name, path or
+/// query, and nothing that the service said but numbers.
 class VEXIM_EXPORT VXIMDiagnosis {
 public:
     /// For `VXIMClient::diagnose`.

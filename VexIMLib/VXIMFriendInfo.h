@@ -20,17 +20,21 @@ struct Notification;
 }
 
 /// On success (the friend, nullptr), on failure (nullptr, the error).
-using VXIMFriendInfoCompletion = std::function<void(std::shared_ptr<VXIMFriendInfo> info, vexim::ErrorPtr error)>;
+using VXIMFriendInfoCompletion =
+    std::function<void(std::shared_ptr<VXIMFriendInfo> info, vexim::ErrorPtr error)>;
 
 /// One entry of a user's friend list.
 ///
-/// Every info keeps its own `online` current while it lives: it follows the presence notifications of any client. Infos are
-/// independent of each other; two for one friend both follow. An application may hold very many: each takes less than 400 bytes
-/// besides its texts and its message, and an event finds those that it is about. Infos may be made and released on any thread.
+/// Every info keeps its own `online` current while it lives: it follows the presence notifications
+/// of any client. Infos are independent of each other; two for one friend both follow. An
+/// application may hold very many: each takes less than 400 bytes besides its texts and its
+/// message, and an event finds those that it is about. Infos may be made and released on any
+/// thread.
 ///
-/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
-/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
-/// answer makes no object. `vexim::isTemporary` tells which may pass.
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or
+/// `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
+/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
+/// makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMFriendInfo final : public vexim::Object {
 public:
     using Object::Object;
@@ -38,16 +42,18 @@ public:
 
     /// An info that knows the id only. nil raises NSInvalidArgumentException.
     static std::shared_ptr<VXIMFriendInfo> infoWithId(vexim::Value uid);
-    /// An info from a record as the service sends it: "id", and what `setMetadataWithDictionary` takes.
+    /// An info from a record as the service sends it: "id", and what `setMetadataWithDictionary`
+    /// takes.
     static std::shared_ptr<VXIMFriendInfo> infoWithDictionary(const vexim::Dictionary& dictionary);
     /// As `infoWithDictionary`. Never nullptr: without "id" the info has no uid and follows nobody.
     static std::shared_ptr<VXIMFriendInfo> initWithDictionary(const vexim::Dictionary& dictionary);
 
-    /// Takes "online", "ts", "from", "to" and "recent" over. What is missing is cleared, but for the recent message, which
-    /// then stays.
+    /// Takes "online", "ts", "from", "to" and "recent" over. What is missing is cleared, but for
+    /// the recent message, which then stays.
     void setMetadataWithDictionary(const vexim::Dictionary& dictionary);
 
-    // What an info does at the notifications that it follows: changes `online`, when the user information's "id" is its `uid`.
+    // What an info does at the notifications that it follows: changes `online`, when the user
+    // information's "id" is its `uid`.
     void didOnline(const vexim::Notification& notification);
     void didOffline(const vexim::Notification& notification);
 
@@ -80,5 +86,6 @@ private:
     vexim::Value from_;
     vexim::Value to_;
     std::shared_ptr<VXIMMessage> recentMessage_;
-    vexim::detail::EmbeddedObserver presence_;  // last: it leaves before anything that an event reads
+    // last: it leaves before anything that an event reads
+    vexim::detail::EmbeddedObserver presence_;
 };

@@ -20,24 +20,29 @@
 class VXIMGroup;
 
 /// On success (the group, nullptr); on failure nullptr and the error, which can be nullptr, too.
-using VXIMGroupCompletion = std::function<void(std::shared_ptr<VXIMGroup> group, vexim::ErrorPtr error)>;
+using VXIMGroupCompletion =
+    std::function<void(std::shared_ptr<VXIMGroup> group, vexim::ErrorPtr error)>;
 /// On success (the groups in the service's order, nullptr), on failure (nullopt, the error).
-using VXIMGroupsCompletion =
-    std::function<void(std::optional<std::vector<std::shared_ptr<VXIMGroup>>> groups, vexim::ErrorPtr error)>;
+using VXIMGroupsCompletion = std::function<void(
+    std::optional<std::vector<std::shared_ptr<VXIMGroup>>> groups, vexim::ErrorPtr error)>;
 
-/// A chat group: members with an owner, custom attributes (its name is one of them) and a message history.
+/// A chat group: members with an owner, custom attributes (its name is one of them) and a message
+/// history.
 ///
-///     VXIMGroup::createWithOwner("u1", "Reading circle", {"u1", "u2"}, [](auto group, vexim::ErrorPtr error) {
+///     VXIMGroup::createWithOwner("u1", "Reading circle", {"u1", "u2"}, [](auto group,
+///     vexim::ErrorPtr error) {
 ///         if (group) group->addMembers({"u3"}, {});
 ///     });
 ///
-/// Operations keep the group alive until they end. Each block runs once, on the main queue, and may be empty; local state
-/// changes right before it, and only after a success. On a group without an id they raise NSInvalidArgumentException, as does
-/// a nil argument. Use a group on the main thread.
+/// Operations keep the group alive until they end. Each block runs once, on the main queue, and may
+/// be empty; local state changes right before it, and only after a success. On a group without an
+/// id they raise NSInvalidArgumentException, as does a nil argument. Use a group on the main
+/// thread.
 ///
-/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
-/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
-/// answer makes no object. `vexim::isTemporary` tells which may pass.
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or
+/// `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
+/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
+/// makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMGroup final : public VXIMAttributedObject {
 public:
     using VXIMAttributedObject::VXIMAttributedObject;
@@ -48,9 +53,11 @@ public:
     static std::shared_ptr<VXIMGroup> groupWithDictionary(vexim::Dictionary dictionary);
     static std::shared_ptr<VXIMGroup> initWithDictionary(vexim::Dictionary dictionary);
 
-    /// A group to be created on the server; what is nil is left out. `name()` reads nil until the group was fetched or renamed:
-    /// the creation form holds the name elsewhere.
-    static std::shared_ptr<VXIMGroup> groupWithName(vexim::Value name, std::optional<vexim::Array> members, vexim::Value owner);
+    /// A group to be created on the server; what is nil is left out. `name()` reads nil until the
+    /// group was fetched or renamed: the creation form holds the name elsewhere.
+    static std::shared_ptr<VXIMGroup> groupWithName(vexim::Value name,
+                                                    std::optional<vexim::Array> members,
+                                                    vexim::Value owner);
 
     /// nil until the group was created on the server.
     vexim::Value groupId() const;
@@ -66,20 +73,24 @@ public:
     /// The newest message, a new object at every read; nullptr when there is none.
     std::shared_ptr<VXIMMessage> recentMessage() const;
 
-    /// Creates a group on the server. nullptr without an error when it answers with anything but a bare id.
+    /// Creates a group on the server. nullptr without an error when it answers with anything but a
+    /// bare id.
     static void createWithOwner(vexim::Value owner, vexim::Value name, VXIMGroupCompletion block);
-    static void createWithOwner(vexim::Value owner, vexim::Value name, std::optional<vexim::Array> members,
-                                VXIMGroupCompletion block);
-    /// Creates the group on the server and takes its id over. Fails without an error when the service answers with anything but
-    /// a bare id.
+    static void createWithOwner(vexim::Value owner, vexim::Value name,
+                                std::optional<vexim::Array> members, VXIMGroupCompletion block);
+    /// Creates the group on the server and takes its id over. Fails without an error when the
+    /// service answers with anything but a bare id.
     void createWithBlock(VXIMBooleanCompletion block);
     /// Merges the server's record into this group.
     void fetchWithBlock(VXIMBooleanCompletion block);
-    /// Messages before a time in seconds since 1970, `limit` at most. An answer that is no list gives (nullopt, nullptr).
-    void getLatestMessagesBefore(double timestamp, std::int32_t limit, VXIMMessagesCompletion completion);
+    /// Messages before a time in seconds since 1970, `limit` at most. An answer that is no list
+    /// gives (nullopt, nullptr).
+    void getLatestMessagesBefore(double timestamp, std::int32_t limit,
+                                 VXIMMessagesCompletion completion);
     /// Hands the group over, on the server and then locally.
     void changeOwner(vexim::Value owner, VXIMBooleanCompletion block);
-    /// Changes entries of the record itself (not of its attributes), on the server and then locally.
+    /// Changes entries of the record itself (not of its attributes), on the server and then
+    /// locally.
     void updateWithAttributes(vexim::Dictionary attributes, VXIMBooleanCompletion block);
     /// Members who are there already are listed twice afterwards.
     void addMembers(vexim::Array userIds, VXIMBooleanCompletion block);

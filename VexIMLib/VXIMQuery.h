@@ -23,12 +23,13 @@
 ///     query->setLimit(50);
 ///     query->findUserWithBlock([](auto users, vexim::ErrorPtr error) { … });
 ///
-/// A query may be run again and changed while a search is in flight: each takes its parameters when it starts. Build one on one
-/// thread.
+/// A query may be run again and changed while a search is in flight: each takes its parameters when
+/// it starts. Build one on one thread.
 ///
-/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
-/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
-/// answer makes no object. `vexim::isTemporary` tells which may pass.
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or
+/// `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
+/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
+/// makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMQuery final : public vexim::Object {
 public:
     using Object::Object;
@@ -45,8 +46,8 @@ public:
     /// The sort keys by priority, to be written in place; a leading "-" means descending.
     std::vector<std::string>& order() noexcept { return order_; }
     void setOrder(std::vector<std::string> order) { order_ = std::move(order); }
-    /// The value that each named attribute must have, to be written in place. Values must be strings: anything else raises when
-    /// the search starts.
+    /// The value that each named attribute must have, to be written in place. Values must be
+    /// strings: anything else raises when the search starts.
     vexim::Dictionary& where() noexcept { return where_; }
     void setWhere(vexim::Dictionary where) { where_ = std::move(where); }
 
@@ -64,12 +65,12 @@ public:
     /// Appends to the order, leaving out descriptors without a key.
     void orderBySortDescriptors(const std::vector<vexim::SortDescriptor>& descriptors);
 
-    /// The parameters of the request: "_sort", the conditions by their names, "_limit", "_skip"; a later one overwrites an
-    /// earlier one of the same name.
+    /// The parameters of the request: "_sort", the conditions by their names, "_limit", "_skip"; a
+    /// later one overwrites an earlier one of the same name.
     vexim::Dictionary combinedParams() const;
 
-    // `block` runs once on the main queue: (what was found, nullptr), or (nullopt, the error). An answer that is no list gives
-    // (nullopt, nullptr).
+    // `block` runs once on the main queue: (what was found, nullptr), or (nullopt, the error). An
+    // answer that is no list gives (nullopt, nullptr).
     void findUserWithBlock(VXIMUsersCompletion block) const;
     void findGroupWithBlock(VXIMGroupsCompletion block) const;
     void findRoomWithBlock(VXIMRoomsCompletion block) const;

@@ -18,19 +18,22 @@
 class VXIMRoom;
 
 /// On success (the room, nullptr); on failure nullptr and the error, which can be nullptr, too.
-using VXIMRoomCompletion = std::function<void(std::shared_ptr<VXIMRoom> room, vexim::ErrorPtr error)>;
+using VXIMRoomCompletion =
+    std::function<void(std::shared_ptr<VXIMRoom> room, vexim::ErrorPtr error)>;
 /// On success (the rooms in the service's order, nullptr), on failure (nullopt, the error).
-using VXIMRoomsCompletion = std::function<void(std::optional<std::vector<std::shared_ptr<VXIMRoom>>> rooms, vexim::ErrorPtr error)>;
+using VXIMRoomsCompletion = std::function<void(
+    std::optional<std::vector<std::shared_ptr<VXIMRoom>>> rooms, vexim::ErrorPtr error)>;
 
 /// A chat room: members, a creation time and custom attributes, without an owner.
 ///
-/// Operations keep the room alive until they end. Each block runs once, on the main queue, and may be empty; local state
-/// changes right before it, and only after a success. A nil argument raises NSInvalidArgumentException. Use a room on the main
-/// thread.
+/// Operations keep the room alive until they end. Each block runs once, on the main queue, and may
+/// be empty; local state changes right before it, and only after a success. A nil argument raises
+/// NSInvalidArgumentException. Use a room on the main thread.
 ///
-/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
-/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
-/// answer makes no object. `vexim::isTemporary` tells which may pass.
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or
+/// `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
+/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
+/// makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMRoom final : public VXIMAttributedObject {
 public:
     using VXIMAttributedObject::VXIMAttributedObject;
@@ -52,14 +55,17 @@ public:
     /// When the room was created: seconds since 1970; 0 when not known.
     double createTs() const;
 
-    /// Creates a room on the server. Fails without an error when the service answers with anything but a bare id.
+    /// Creates a room on the server. Fails without an error when the service answers with anything
+    /// but a bare id.
     static void createWithName(vexim::Value name, VXIMRoomCompletion block);
-    static void createWithName(vexim::Value name, std::optional<vexim::Array> members, VXIMRoomCompletion block);
+    static void createWithName(vexim::Value name, std::optional<vexim::Array> members,
+                               VXIMRoomCompletion block);
     /// Merges the server's record into this room.
     void fetchWithBlock(VXIMBooleanCompletion block);
     /// Fails without an error when the service does not say "success".
     void updateName(vexim::Value name, VXIMBooleanCompletion block);
-    /// Members who are there already are listed twice afterwards; a list that is not known stays so.
+    /// Members who are there already are listed twice afterwards; a list that is not known stays
+    /// so.
     void addMembers(vexim::Array userIds, VXIMBooleanCompletion block);
     /// On the server, and then locally; ids of no members change nothing locally.
     void removeMembers(vexim::Array userIds, VXIMBooleanCompletion block);

@@ -17,9 +17,9 @@ struct ApplicationInfo {
 /// Takes effect with the next request. Call it before other threads use the library.
 VEXIM_EXPORT void setApplicationInfo(ApplicationInfo info);
 
-/// Whether the session manager remembers the requests that have ended, each with the answer that it collected, for as long as
-/// the process lives. It does by default. A program that runs for long says false: from then on a request is forgotten when
-/// it has ended.
+/// Whether the session manager remembers the requests that have ended, each with the answer that it
+/// collected, for as long as the process lives. It does by default. A program that runs for long
+/// says false: from then on a request is forgotten when it has ended.
 VEXIM_EXPORT void setKeepsFinishedDelegates(bool keeps);
 
 }  // namespace vexim

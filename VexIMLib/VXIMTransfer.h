@@ -7,18 +7,21 @@
 
 #include "VexIMLib/Foundation/Export.h"
 
-/// How far a transfer has come, in bytes of the body that travels. (An attachment goes up in a form, which has a few hundred bytes
-/// more than the file.)
+/// How far a transfer has come, in bytes of the body that travels. (An attachment goes up in a
+/// form, which has a few hundred bytes more than the file.)
 struct VXIMTransferProgress {
-    std::int64_t bytes = 0;             ///< sent or received so far; from 0 again after a redirection
-    std::optional<std::int64_t> total;  ///< of all; nullopt when it is unknown, as for a download whose length is not announced
+    /// sent or received so far; from 0 again after a redirection
+    std::int64_t bytes = 0;
+    /// of all; nullopt when it is unknown, as for a download whose length is not announced
+    std::optional<std::int64_t> total;
 };
 
 /// Hears how a transfer goes, any number of times.
 using VXIMTransferProgressBlock = std::function<void(VXIMTransferProgress progress)>;
 
-/// A handle by which an application cancels an upload or a download, or hears of its bytes. Make one, pass it to the operation,
-/// keep it. One handle serves one transfer; all operations may be called from any thread.
+/// A handle by which an application cancels an upload or a download, or hears of its bytes. Make
+/// one, pass it to the operation, keep it. One handle serves one transfer; all operations may be
+/// called from any thread.
 ///
 ///     auto transfer = VXIMTransfer::transfer();
 ///     transfer->setProgress([](VXIMTransferProgress progress) { … });
@@ -32,11 +35,13 @@ public:
     VXIMTransfer(const VXIMTransfer&) = delete;
     VXIMTransfer& operator=(const VXIMTransfer&) = delete;
 
-    /// Ends the transfer: its completion gets "NSURLErrorDomain" -999. A handle cancelled beforehand ends the transfer that
-    /// it is passed to. False when the completion has run already or `cancel` was called before.
+    /// Ends the transfer: its completion gets "NSURLErrorDomain" -999. A handle cancelled
+    /// beforehand ends the transfer that it is passed to. False when the completion has run already
+    /// or `cancel` was called before.
     bool cancel();
-    /// Has `progress` called on the main queue whenever the operation reports its percents, beside those. Set it before the handle
-    /// is passed on. It is let go when the transfer has ended. An empty one hears nothing.
+    /// Has `progress` called on the main queue whenever the operation reports its percents, beside
+    /// those. Set it before the handle is passed on. It is let go when the transfer has ended. An
+    /// empty one hears nothing.
     void setProgress(VXIMTransferProgressBlock progress);
 
     /// Whether `cancel` was called in time.

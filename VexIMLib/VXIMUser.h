@@ -23,21 +23,25 @@
 class VXIMUser;
 
 /// On success (the users in the service's order, nullptr), on failure (nullopt, the error).
-using VXIMUsersCompletion = std::function<void(std::optional<std::vector<std::shared_ptr<VXIMUser>>> users, vexim::ErrorPtr error)>;
+using VXIMUsersCompletion = std::function<void(
+    std::optional<std::vector<std::shared_ptr<VXIMUser>>> users, vexim::ErrorPtr error)>;
 
-/// A user of the service: the record, the lists of friends, groups and rooms, and the chat history with a friend.
+/// A user of the service: the record, the lists of friends, groups and rooms, and the chat history
+/// with a friend.
 ///
-///     client->currentUser()->fetchFriendsWithDetail(true, [user](bool succeeded, vexim::ErrorPtr error) {
+///     client->currentUser()->fetchFriendsWithDetail(true, [user](bool succeeded, vexim::ErrorPtr
+///     error) {
 ///         for (const auto& info : user->friends().value_or({})) …
 ///     });
 ///
-/// Operations keep the user alive until they end. Each completion runs once, on the main queue, and may be empty; local state
-/// changes right before it, and only after a success. A nil argument, or a user without an id, raises
-/// NSInvalidArgumentException. Use a user on the main thread.
+/// Operations keep the user alive until they end. Each completion runs once, on the main queue, and
+/// may be empty; local state changes right before it, and only after a success. A nil argument, or
+/// a user without an id, raises NSInvalidArgumentException. Use a user on the main thread.
 ///
-/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or `VXErrorNoUsableAnswer` (100) where no
-/// usable answer came, with the cause beneath ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the
-/// answer makes no object. `vexim::isTemporary` tells which may pass.
+/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or
+/// `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
+/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
+/// makes no object. `vexim::isTemporary` tells which may pass.
 class VEXIM_EXPORT VXIMUser final : public VXIMAttributedObject {
 public:
     using VXIMAttributedObject::VXIMAttributedObject;
@@ -64,16 +68,22 @@ public:
     void setPhoneNumber(vexim::Value phoneNumber) { phoneNumber_ = std::move(phoneNumber); }
 
     // Replaced as a whole by the fetches below; nullopt until the first has succeeded.
-    const std::optional<std::vector<std::shared_ptr<VXIMFriendInfo>>>& friends() const noexcept { return friends_; }
-    const std::optional<std::vector<std::shared_ptr<VXIMGroup>>>& groups() const noexcept { return groups_; }
-    /// Objects of class `VXIMRoom` after `fetchRoomsWithDetail`, bare room ids after `fetchWithCompletion`.
+    const std::optional<std::vector<std::shared_ptr<VXIMFriendInfo>>>& friends() const noexcept {
+        return friends_;
+    }
+    const std::optional<std::vector<std::shared_ptr<VXIMGroup>>>& groups() const noexcept {
+        return groups_;
+    }
+    /// Objects of class `VXIMRoom` after `fetchRoomsWithDetail`, bare room ids after
+    /// `fetchWithCompletion`.
     const std::optional<vexim::Array>& rooms() const noexcept { return rooms_; }
 
-    /// Fetches the ids of friends, groups and rooms. Nothing else of the record is stored. An answer that is no dictionary
-    /// changes nothing and counts as a success.
+    /// Fetches the ids of friends, groups and rooms. Nothing else of the record is stored. An
+    /// answer that is no dictionary changes nothing and counts as a success.
     void fetchWithCompletion(VXIMBooleanCompletion completion);
-    // With `detail` the service sends records, without it ids. An answer that is no list changes nothing and counts as a
-    // success; a list with an element that makes no friend, group or room is an error.
+    // With `detail` the service sends records, without it ids. An answer that is no list changes
+    // nothing and counts as a success; a list with an element that makes no friend, group or room
+    // is an error.
     void fetchFriendsWithDetail(bool detail, VXIMBooleanCompletion completion);
     void fetchGroupsWithDetail(bool detail, VXIMBooleanCompletion completion);
     void fetchRoomsWithDetail(bool detail, VXIMBooleanCompletion completion);
@@ -84,8 +94,10 @@ public:
     void getFriendInfo(vexim::Value friendId, VXIMFriendInfoCompletion completion);
     /// `friends` stays as it is.
     void deleteFriend(vexim::Value friendId, VXIMBooleanCompletion completion);
-    /// Messages with a friend before a time in seconds since 1970, `limit` at most. An answer that is no list is an error.
-    void getLatestChatsWithFriend(vexim::Value friendId, double timestamp, std::int32_t limit, VXIMMessagesCompletion block);
+    /// Messages with a friend before a time in seconds since 1970, `limit` at most. An answer that
+    /// is no list is an error.
+    void getLatestChatsWithFriend(vexim::Value friendId, double timestamp, std::int32_t limit,
+                                  VXIMMessagesCompletion block);
 
     std::string_view keyPathForProperty(std::string_view property) const override;
     const vexim::Class& runtimeClass() const override;

@@ -9,15 +9,17 @@
 #include <optional>
 
 // [succeeds]
-/// Starts an operation and runs the main queue until it has called back or ten seconds have passed: for programs that do one
-/// thing after the other.
+/// Starts an operation and runs the main queue until it has called back or ten seconds have passed:
+/// for programs that do one thing after the other.
 inline bool succeeds(const std::function<void(VXIMBooleanCompletion)>& start) {
-    const auto outcome = std::make_shared<std::optional<bool>>();  // shared: the answer may come too late
+    // shared: the answer may come too late
+    const auto outcome = std::make_shared<std::optional<bool>>();
     start([outcome](bool succeeded, vexim::ErrorPtr error) {
         if (error) std::cerr << error->description() << '\n';
         *outcome = succeeded;
     });
-    vexim::MainQueue::shared().runUntil([&] { return outcome->has_value(); }, std::chrono::seconds(10));
+    vexim::MainQueue::shared().runUntil([&] { return outcome->has_value(); },
+                                        std::chrono::seconds(10));
     return outcome->value_or(false);
 }
 // [/succeeds]

@@ -9,7 +9,8 @@ using namespace std::chrono_literals;
 // [coroutine]
 // Coroutines outlive their caller's arguments: parameters by value.
 vexim::Task<bool> greet(std::shared_ptr<VXIMClient> client, std::string friendId) {
-    auto [loggedIn, error] = co_await vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s);
+    auto [loggedIn, error] =
+        co_await vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s);
     if (!loggedIn) {
         std::cerr << "no login: " << (error ? error->localizedDescription() : "refused") << '\n';
         co_return false;
@@ -20,7 +21,8 @@ vexim::Task<bool> greet(std::shared_ptr<VXIMClient> client, std::string friendId
     if (!sent) co_return false;
 
     // A name that is overloaded is called in a lambda, which names the completion's shape.
-    auto again = co_await vexim::call([&](VXIMBooleanCompletion done) { client->sendMessage(message, std::move(done)); });
+    auto again = co_await vexim::call(
+        [&](VXIMBooleanCompletion done) { client->sendMessage(message, std::move(done)); });
     co_return static_cast<bool>(again);
 }
 // [/coroutine]
@@ -30,7 +32,8 @@ int main(int, char** arguments) {
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
 
     // [wait]
-    bool sent = vexim::wait(greet(client, "bob"));  // in a program with a loop of its own: vexim::spawn(…)
+    // in a program with a loop of its own: vexim::spawn(…)
+    bool sent = vexim::wait(greet(client, "bob"));
     // [/wait]
     std::cout << (sent ? "sent" : "not sent") << '\n';
     return sent ? 0 : 1;

@@ -13,7 +13,8 @@ int main(int, char** arguments) try {
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
 
     // [several]
-    auto login = vexim::future(vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s));
+    auto login =
+        vexim::future(vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s));
     if (!vexim::wait(login)) return 1;  // turns the main queue; get() would wait for ever here
 
     auto alice = client->currentUser();
@@ -26,12 +27,14 @@ int main(int, char** arguments) try {
 
     // [cancel]
     std::stop_source stop;
-    auto search = vexim::future(vexim::call(&VXIMQuery::findUserWithBlock, VXIMQuery::query()).cancelledBy(stop.get_token()));
+    auto search = vexim::future(vexim::call(&VXIMQuery::findUserWithBlock, VXIMQuery::query())
+                                    .cancelledBy(stop.get_token()));
     std::jthread([&] { stop.request_stop(); }).join();
     try {
         vexim::wait(search);
     } catch (const vexim::Failure& failure) {
-        std::cout << failure.error()->domain() << ' ' << failure.error()->code() << ": " << failure.what() << '\n';
+        std::cout << failure.error()->domain() << ' ' << failure.error()->code() << ": "
+                  << failure.what() << '\n';
     }
     // [/cancel]
     return 0;

@@ -19,7 +19,8 @@ namespace {
 class Receiver final : public VXIMClientDelegate {
 public:
     std::shared_ptr<VXIMMessage> last;
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>&) override {
         last = message;
     }
@@ -29,7 +30,8 @@ bool sendsPicture(const std::shared_ptr<VXIMClient>& alice) {
     std::vector<std::uint8_t> pixels(64 * 64 * 4, 200);
     return succeeds([&](const VXIMBooleanCompletion& done) {
         // [picture]
-        const auto image = vexim::Image::fromPixels(64, 64, pixels);  // red, green, blue, alpha; rows from the top
+        // red, green, blue, alpha; rows from the top
+        const auto image = vexim::Image::fromPixels(64, 64, pixels);
         alice->sendMessageToFriend(VXIMMessage::messageWithImage(*image), "bob", done);
         // [/picture]
     });
@@ -38,13 +40,15 @@ bool sendsPicture(const std::shared_ptr<VXIMClient>& alice) {
 bool sendsSound(const std::shared_ptr<VXIMClient>& alice, const std::string& path) {
     return succeeds([&](const VXIMBooleanCompletion& done) {
         // [progress]
-        auto message = VXIMMessage::messageWithAudioFileAtPath(path);  // nullptr when there is no such file
+        // nullptr when there is no such file
+        auto message = VXIMMessage::messageWithAudioFileAtPath(path);
         message->receiver()->setUserId("bob");
         alice->sendMessage(
             message, [](std::int32_t percent) { std::cout << percent << " %\r"; },
             [message, done](bool sent, vexim::ErrorPtr error) {
                 // A chat message whose upload failed is reported as done: the message knows better.
-                done(sent && message->status() == VXIMMessageStatusSent, error ? error : message->error());
+                done(sent && message->status() == VXIMMessageStatusSent,
+                     error ? error : message->error());
             });
         // [/progress]
     });
@@ -55,7 +59,8 @@ bool downloads(const std::shared_ptr<VXIMMessage>& message, const std::string& p
     // [download]
     message->downloadAttachment(path, {}, [&ended](vexim::Value file, vexim::ErrorPtr error) {
         ended = error == nullptr;
-        if (*ended) std::cout << "saved as " << file.description() << '\n';  // the path; it appears when it is whole
+        // the path; it appears when it is whole
+        if (*ended) std::cout << "saved as " << file.description() << '\n';
     });
     // [/download]
     return becomesTrue([&] { return ended.has_value(); }) && *ended;
@@ -69,7 +74,8 @@ bool isCalledOff(const std::shared_ptr<VXIMMessage>& message, const std::string&
     // [cancel]
     auto transfer = VXIMTransfer::transfer();
     message->downloadAttachment(path, {}, ended, transfer);
-    transfer->cancel();  // from any thread; `ended` gets "NSURLErrorDomain" -999, and no file is left
+    // from any thread; `ended` gets "NSURLErrorDomain" -999, and no file is left
+    transfer->cancel();
     // [/cancel]
     return becomesTrue([&] { return cancelled; }) && !std::filesystem::exists(path);
 }
@@ -77,7 +83,8 @@ bool isCalledOff(const std::shared_ptr<VXIMMessage>& message, const std::string&
 }  // namespace
 
 int main(int, char** arguments) {
-    const auto folder = std::filesystem::temp_directory_path() / ("attachments-" + std::to_string(std::random_device{}()));
+    const auto folder = std::filesystem::temp_directory_path() /
+                        ("attachments-" + std::to_string(std::random_device{}()));
     std::filesystem::create_directory(folder);
     const std::string sound = folder / "tone.wav", copy = folder / "copy.wav";
     std::ofstream(sound, std::ios::binary) << "RIFF" << std::string(100'000, '\x55');
@@ -88,11 +95,13 @@ int main(int, char** arguments) {
     const auto arrives = [&](VXIMMessageMediaType type) {
         return becomesTrue([&] { return receiver->last && receiver->last->mediaType() == type; });
     };
-    const bool done = succeeds([&](auto completion) { bob->loginWithUserId("bob", completion); }) &&
-                      succeeds([&](auto completion) { alice->loginWithUserId("alice", completion); }) && sendsPicture(alice) &&
-                      arrives(VXIMMessageMediaTypeImage) && sendsSound(alice, sound) && arrives(VXIMMessageMediaTypeAudio) &&
-                      downloads(receiver->last, copy) && std::filesystem::file_size(copy) == std::filesystem::file_size(sound) &&
-                      isCalledOff(receiver->last, folder / "never.wav");
+    const bool done =
+        succeeds([&](auto completion) { bob->loginWithUserId("bob", completion); }) &&
+        succeeds([&](auto completion) { alice->loginWithUserId("alice", completion); }) &&
+        sendsPicture(alice) && arrives(VXIMMessageMediaTypeImage) && sendsSound(alice, sound) &&
+        arrives(VXIMMessageMediaTypeAudio) && downloads(receiver->last, copy) &&
+        std::filesystem::file_size(copy) == std::filesystem::file_size(sound) &&
+        isCalledOff(receiver->last, folder / "never.wav");
     std::filesystem::remove_all(folder);
     return done ? 0 : 1;
 }

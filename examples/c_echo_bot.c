@@ -1,4 +1,5 @@
-// A bot that says back to its friends what they say, in C with the JSON library cJSON. It leaves when somebody says "bye".
+// A bot that says back to its friends what they say, in C with the JSON library cJSON. It leaves
+// when somebody says "bye".
 //   c_echo_bot URL
 
 #include <VexIMLib/C/vexim.h>
@@ -25,28 +26,37 @@ static void say(vexim_client client, const char* to, const char* words) {
 int main(int argc, char** argv) {
     if (argc != 2) return 2;
     char configuration[1000];
-    snprintf(configuration, sizeof configuration,
-             "{\"appId\": \"demo-app\", \"clientKey\": \"demo-key\", \"installationId\": \"bot\", \"socketURL\": \"%s\"}", argv[1]);
+    snprintf(
+        configuration, sizeof configuration,
+        "{\"appId\": \"demo-app\", \"clientKey\": \"demo-key\", \"installationId\": \"bot\", \"socketURL\": \"%s\"}",
+        argv[1]);
     vexim_client client = vexim_create(configuration);
-    vexim_send(client, "{\"@op\": \"loginWithUserId\", \"userId\": \"bob\", \"@extra\": \"login\", \"@timeout\": 20}");
+    vexim_send(
+        client,
+        "{\"@op\": \"loginWithUserId\", \"userId\": \"bob\", \"@extra\": \"login\", \"@timeout\": 20}");
     puts("echoing");
     for (int over = 0; !over;) {
-        cJSON* item = cJSON_Parse(vexim_receive(client, 60));  // NULL when a minute has passed: an empty item
+        // NULL when a minute has passed: an empty item
+        cJSON* item = cJSON_Parse(vexim_receive(client, 60));
         const cJSON* message = cJSON_GetObjectItem(item, "message");
         const char* speaker = text_of(cJSON_GetObjectItem(item, "from"), "uid");
         const char* sender = text_of(cJSON_GetObjectItem(message, "sender"), "userId");
         if (strcmp(text_of(item, "@type"), "error") == 0) {
             fprintf(stderr, "%s\n", text_of(cJSON_GetObjectItem(item, "error"), "description"));
             over = strcmp(text_of(item, "@extra"), "login") == 0;
-        } else if (strcmp(text_of(item, "name"), "clientDidReceiveMessageFromFriend") == 0 && strcmp(sender, speaker) == 0) {
-            say(client, speaker, text_of(message, "text"));  // our own messages come, too, with us as the sender
+        } else if (strcmp(text_of(item, "name"), "clientDidReceiveMessageFromFriend") == 0 &&
+                   strcmp(sender, speaker) == 0) {
+            // our own messages come, too, with us as the sender
+            say(client, speaker, text_of(message, "text"));
             over = strcmp(text_of(message, "text"), "bye") == 0;
         }
         fflush(stdout);
         cJSON_Delete(item);
     }
     // The last answer is awaited: what is freed sends nothing any more.
-    for (const char* text; (text = vexim_receive(client, 5)) != NULL && strstr(text, "\"@type\":\"answer\"") == NULL;) continue;
+    for (const char* text;
+         (text = vexim_receive(client, 5)) != NULL && strstr(text, "\"@type\":\"answer\"") == NULL;)
+        continue;
     vexim_free(client);
     return 0;
 }

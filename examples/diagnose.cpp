@@ -1,24 +1,30 @@
-// Tells what went wrong: live, through the log, and afterwards, as a report that can be shown to anybody.
+// Tells what went wrong: live, through the log, and afterwards, as a report that can be shown to
+// anybody.
 #include <VexIMLib/VexIMLib.h>
 
 #include <iostream>
 
 int main() {
     // [log]
-    vexim::setLogSink(vexim::LogLevel::Info,
-                      [](vexim::LogLevel, std::string_view line) { std::clog << "log: " + std::string(line) + "\n"; });
+    vexim::setLogSink(vexim::LogLevel::Info, [](vexim::LogLevel, std::string_view line) {
+        std::clog << "log: " + std::string(line) + "\n";
+    });
     // [/log]
 
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
-    client->config()->setSocketURL(vexim::URL::parse("http://127.0.0.1:1"));  // where nobody listens
+    // where nobody listens
+    client->config()->setSocketURL(vexim::URL::parse("http://127.0.0.1:1"));
 
     auto observer = std::make_shared<int>();  // as long as it lives, it hears
     // [trouble]
     vexim::NotificationCenter::defaultCenter().addObserver(
-        observer, VXIMClientConnectionErrorNotification, client.get(), [](const vexim::Notification& trouble) {
+        observer, VXIMClientConnectionErrorNotification, client.get(),
+        [](const vexim::Notification& trouble) {
             const auto error = vexim::connectionError(trouble);
-            std::cerr << error->localizedDescription() << '\n';  // "Could not connect: Connection refused."
-            if (error->code() == VXIMConnectionErrorUnreachable) std::cerr << "Is the service running?\n";
+            // "Could not connect: Connection refused."
+            std::cerr << error->localizedDescription() << '\n';
+            if (error->code() == VXIMConnectionErrorUnreachable)
+                std::cerr << "Is the service running?\n";
             vexim::MainQueue::shared().quit();
         });
     // [/trouble]

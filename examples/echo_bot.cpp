@@ -35,26 +35,33 @@ public:
     }
 
     /// The connection has come back, and the service refused the login with it.
-    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&, const vexim::ErrorPtr&) override {
+    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&,
+                                   const vexim::ErrorPtr&) override {
         vexim::spawn(logIn(shared_from_this()));
     }
 
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override {
-        if (vexim::idsEqual(message->sender()->userId(), client->currentUser()->uid())) return;  // our own echo
+        // our own echo
+        if (vexim::idsEqual(message->sender()->userId(), client->currentUser()->uid())) return;
         const auto text = message->text().value_or("?");
-        client->sendMessageToFriend(VXIMMessage::messageWithText(text), from->uid(), [](bool sent, vexim::ErrorPtr error) {
-            if (!sent) std::cerr << "not sent: " << error->localizedDescription() << '\n';
-        });
+        client->sendMessageToFriend(
+            VXIMMessage::messageWithText(text), from->uid(), [](bool sent, vexim::ErrorPtr error) {
+                if (!sent) std::cerr << "not sent: " << error->localizedDescription() << '\n';
+            });
         if (text == "bye") stop();
     }
 
 private:
-    /// Until it succeeds. Without a connection, or when it breaks, the wait ends at once with the reason.
+    /// Until it succeeds. Without a connection, or when it breaks, the wait ends at once with the
+    /// reason.
     static vexim::Task<> logIn(std::shared_ptr<EchoBot> self) {
-        auto [loggedIn, error] =
-            co_await vexim::call(&VXIMClient::loginWithUsername, self->client_, self->name_, self->password_).within(1min);
-        std::cout << (loggedIn ? "logged in" : "not logged in: " + error->localizedDescription()) << std::endl;
+        auto [loggedIn, error] = co_await vexim::call(&VXIMClient::loginWithUsername, self->client_,
+                                                      self->name_, self->password_)
+                                     .within(1min);
+        std::cout << (loggedIn ? "logged in" : "not logged in: " + error->localizedDescription())
+                  << std::endl;
         if (loggedIn) co_return;
         vexim::MainQueue::shared().after(1min, [weak = self->weak_from_this()] {
             if (auto again = weak.lock()) vexim::spawn(logIn(std::move(again)));
@@ -69,7 +76,8 @@ private:
 
 int main(int count, char** arguments) {
     if (count != 2 && count != 4) return 2;
-    // The signals that end programs go to one thread, which waits for them: all others, made later, inherit that they are blocked.
+    // The signals that end programs go to one thread, which waits for them: all others, made later,
+    // inherit that they are blocked.
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGINT);
@@ -80,7 +88,8 @@ int main(int count, char** arguments) {
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "echo-bot");
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
 
-    const auto bot = std::make_shared<EchoBot>(client, count == 4 ? arguments[2] : "bob", count == 4 ? arguments[3] : "bob-secret");
+    const auto bot = std::make_shared<EchoBot>(client, count == 4 ? arguments[2] : "bob",
+                                               count == 4 ? arguments[3] : "bob-secret");
     bot->start();
 
     std::thread([ending, weak = std::weak_ptr<EchoBot>(bot)] {

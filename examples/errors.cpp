@@ -26,23 +26,27 @@ std::string explain(const vexim::ErrorPtr& error) {
 bool failsWithoutAConnection(const std::shared_ptr<VXIMClient>& client) {
     std::string why;
     // [completion]
-    client->sendMessageToFriend(VXIMMessage::messageWithText("hello?"), "bob", [&why](bool sent, vexim::ErrorPtr error) {
-        if (!sent) why = explain(error);
-    });
+    client->sendMessageToFriend(VXIMMessage::messageWithText("hello?"), "bob",
+                                [&why](bool sent, vexim::ErrorPtr error) {
+                                    if (!sent) why = explain(error);
+                                });
     // [/completion]
     return becomesTrue([&] { return why == "Not connected."; });
 }
 
 bool asksForANobody() {
     std::string why;
-    VXIMUser::userWithId("nobody")->fetchWithCompletion([&why](bool, vexim::ErrorPtr error) { why = explain(error); });
+    VXIMUser::userWithId("nobody")->fetchWithCompletion(
+        [&why](bool, vexim::ErrorPtr error) { why = explain(error); });
     return becomesTrue([&] { return why == "There is no such user."; });
 }
 
 bool findsNoService() {
-    vxim_configuration->setSocketURL(vexim::URL::parse("http://127.0.0.1:1"));  // where nothing listens
+    // where nothing listens
+    vxim_configuration->setSocketURL(vexim::URL::parse("http://127.0.0.1:1"));
     std::string why;
-    VXIMUser::userWithId("bob")->fetchWithCompletion([&why](bool, vexim::ErrorPtr error) { why = explain(error); });
+    VXIMUser::userWithId("bob")->fetchWithCompletion(
+        [&why](bool, vexim::ErrorPtr error) { why = explain(error); });
     return becomesTrue([&] { return why == "The service cannot be reached."; });
 }
 
@@ -62,5 +66,8 @@ bool raisesForAMistake(const std::shared_ptr<VXIMClient>& client) {
 
 int main(int, char** arguments) {
     const auto client = demoClient(arguments[1]);
-    return raisesForAMistake(client) && failsWithoutAConnection(client) && asksForANobody() && findsNoService() ? 0 : 1;
+    return raisesForAMistake(client) && failsWithoutAConnection(client) && asksForANobody() &&
+                   findsNoService()
+               ? 0
+               : 1;
 }

@@ -26,12 +26,14 @@ std::shared_ptr<VXIMClient> makeClient(const std::string& url) {
 
 void allowPolling(const std::shared_ptr<VXIMClientConfiguration>& configuration) {
     // [fallback]
-    configuration->setForceWebsockets(false);  // WebSocket first, HTTP polling where that is refused
+    // WebSocket first, HTTP polling where that is refused
+    configuration->setForceWebsockets(false);
     // [/fallback]
 }
 
 // [trust]
-void trustOnly(VXIMClientConfiguration& configuration, const std::string& authorityFile, const std::string& pin) {
+void trustOnly(VXIMClientConfiguration& configuration, const std::string& authorityFile,
+               const std::string& pin) {
     configuration.setCaFile(authorityFile);  // instead of the system's authorities
     configuration.setPinnedKeys({pin});      // and only a server with this key
 }
@@ -50,13 +52,16 @@ bool logsInByEveryWay(const std::shared_ptr<VXIMClient>& client) {
            }) &&
            succeeds([&](const VXIMBooleanCompletion& done) {
                // [phone]
-               client->loginWithPhoneNumber("+15550100002", "100002", done);  // the code that came by SMS
+               // the code that came by SMS
+               client->loginWithPhoneNumber("+15550100002", "100002", done);
                // [/phone]
            }) &&
            succeeds([&](const VXIMBooleanCompletion& done) {
                // [oauth]
                client->loginWithThirdPartyOAuth(
-                   vexim::Dictionary{{"provider", "example"}, {"uid", "bob@example"}, {"token", "bob-token"}}, done);
+                   vexim::Dictionary{
+                       {"provider", "example"}, {"uid", "bob@example"}, {"token", "bob-token"}},
+                   done);
                // [/oauth]
            });
 }
@@ -64,11 +69,12 @@ bool logsInByEveryWay(const std::shared_ptr<VXIMClient>& client) {
 bool isRefused(const std::shared_ptr<VXIMClient>& client) {
     bool refused = false;
     // [refused]
-    client->loginWithUsername("bob", "not-his-password", [&refused](bool loggedIn, vexim::ErrorPtr error) {
-        if (loggedIn) return;
-        refused = error->is(VXIMErrorDomain, 1105);  // the codes are the service's own
-        std::cout << error->localizedDescription();  // and so are the words
-    });
+    client->loginWithUsername(
+        "bob", "not-his-password", [&refused](bool loggedIn, vexim::ErrorPtr error) {
+            if (loggedIn) return;
+            refused = error->is(VXIMErrorDomain, 1105);  // the codes are the service's own
+            std::cout << error->localizedDescription();  // and so are the words
+        });
     // [/refused]
     return becomesTrue([&] { return refused; });
 }
@@ -77,7 +83,8 @@ void giveItAMinute(const std::shared_ptr<VXIMClient>& client) {
     // [deadline]
     vexim::MainQueue::shared().after(1min, [weak = std::weak_ptr<VXIMClient>(client)] {
         const auto self = weak.lock();
-        if (self && self->status() == VXIMClientStatusOpening) std::cerr << "The service does not answer.\n";
+        if (self && self->status() == VXIMClientStatusOpening)
+            std::cerr << "The service does not answer.\n";
     });
     // [/deadline]
 }
@@ -96,7 +103,8 @@ bool pausesAndResumes(const std::shared_ptr<VXIMClient>& client) {
 bool logsOut(const std::shared_ptr<VXIMClient>& client) {
     return succeeds([&](const VXIMBooleanCompletion& done) {
         // [logout]
-        client->logoutWithCompletion(done);  // takes this installation off the user, then closes the connection
+        // takes this installation off the user, then closes the connection
+        client->logoutWithCompletion(done);
         // [/logout]
     });
 }
@@ -106,7 +114,8 @@ bool logsOut(const std::shared_ptr<VXIMClient>& client) {
 // login URL [AUTHORITIES.pem PIN]
 int main(int count, char** arguments) {
     // [application]
-    vexim::setApplicationInfo({.bundleIdentifier = "org.example.chat", .bundleVersion = "142", .systemVersion = {}});
+    vexim::setApplicationInfo(
+        {.bundleIdentifier = "org.example.chat", .bundleVersion = "142", .systemVersion = {}});
     // [/application]
     const auto client = makeClient(arguments[1]);
     allowPolling(client->config());

@@ -10,7 +10,8 @@ int main(int, char** arguments) {
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
 
     std::optional<bool> loggedIn;
-    client->loginWithUserId("alice", [&loggedIn](bool succeeded, vexim::ErrorPtr) { loggedIn = succeeded; });
+    client->loginWithUserId("alice",
+                            [&loggedIn](bool succeeded, vexim::ErrorPtr) { loggedIn = succeeded; });
 
     // [loop]
     auto& queue = vexim::MainQueue::shared();

@@ -11,7 +11,8 @@ int main(int count, char** arguments) {
     try {
         vexim::wait(vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s));
         auto message = VXIMMessage::messageWithText("hello");
-        vexim::wait(vexim::call(&VXIMClient::sendMessageToFriend, client, message, "bob").within(10s));
+        vexim::wait(
+            vexim::call(&VXIMClient::sendMessageToFriend, client, message, "bob").within(10s));
         std::cout << "sent\n";
     } catch (const vexim::Failure& failure) {
         std::cout << "not sent: " << failure.what() << '\n' << client->diagnose().text();

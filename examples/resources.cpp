@@ -1,4 +1,5 @@
-// Users and friends, groups, rooms, attributes, searches. None of it needs a live connection, but for the current user.
+// Users and friends, groups, rooms, attributes, searches. None of it needs a live connection, but
+// for the current user.
 
 #include <VexIMLib/VexIMLib.h>
 
@@ -16,7 +17,8 @@ void printFriends(const std::shared_ptr<VXIMUser>& user, const VXIMBooleanComple
     user->fetchFriendsWithDetail(true, [user, done](bool succeeded, vexim::ErrorPtr error) {
         if (user->friends()) {
             for (const auto& info : *user->friends()) {
-                std::cout << info->uid().description() << (info->online() ? " is online\n" : " is offline\n");
+                std::cout << info->uid().description()
+                          << (info->online() ? " is online\n" : " is offline\n");
             }
         }
         done(succeeded, error);
@@ -29,7 +31,8 @@ bool readsAndWritesAttributes(const std::shared_ptr<VXIMUser>& user) {
     // [attributes]
     user->updateAttributes({{"mood", "fine"}}, [user, &mood](bool succeeded, vexim::ErrorPtr) {
         if (!succeeded) return;
-        user->getAttributeForKey("mood", [&mood](vexim::Value value, vexim::ErrorPtr) { mood = value.asString(); });
+        user->getAttributeForKey(
+            "mood", [&mood](vexim::Value value, vexim::ErrorPtr) { mood = value.asString(); });
     });
     // [/attributes]
     return becomesTrue([&] { return mood == "fine"; });
@@ -38,10 +41,13 @@ bool readsAndWritesAttributes(const std::shared_ptr<VXIMUser>& user) {
 bool foundsAGroup() {
     std::shared_ptr<VXIMGroup> group;
     // [group]
-    VXIMGroup::createWithOwner("alice", "Reading circle", vexim::Array{"alice"}, [&group](auto created, vexim::ErrorPtr) {
-        if (created)
-            created->addMembers({"bob"}, [&group, created](bool added, vexim::ErrorPtr) { group = added ? created : nullptr; });
-    });
+    VXIMGroup::createWithOwner(
+        "alice", "Reading circle", vexim::Array{"alice"}, [&group](auto created, vexim::ErrorPtr) {
+            if (created)
+                created->addMembers({"bob"}, [&group, created](bool added, vexim::ErrorPtr) {
+                    group = added ? created : nullptr;
+                });
+        });
     // [/group]
     if (!becomesTrue([&] { return group != nullptr; })) return false;
     return succeeds([&](const VXIMBooleanCompletion& done) {
@@ -55,16 +61,19 @@ bool foundsAGroup() {
 bool opensARoom() {
     std::shared_ptr<VXIMRoom> room;
     // [room]
-    VXIMRoom::createWithName("Lounge", vexim::Array{"alice", "bob"}, [&room](auto created, vexim::ErrorPtr) { room = created; });
+    VXIMRoom::createWithName("Lounge", vexim::Array{"alice", "bob"},
+                             [&room](auto created, vexim::ErrorPtr) { room = created; });
     // [/room]
-    return becomesTrue([&] { return room != nullptr; }) && succeeds([&](auto done) { room->deleteWithBlock(done); });
+    return becomesTrue([&] { return room != nullptr; }) &&
+           succeeds([&](auto done) { room->deleteWithBlock(done); });
 }
 
 bool welcomesAVisitor() {
     std::shared_ptr<VXIMPassenger> visitor;
     // [passenger]
-    VXIMPassenger::createOrUpdatePassengerWithAttributes({{"name", "Visitor"}},
-                                                         [&visitor](auto passenger, vexim::ErrorPtr) { visitor = passenger; });
+    VXIMPassenger::createOrUpdatePassengerWithAttributes(
+        {{"name", "Visitor"}},
+        [&visitor](auto passenger, vexim::ErrorPtr) { visitor = passenger; });
     // [/passenger]
     return becomesTrue([&] { return visitor != nullptr; });
 }
@@ -90,7 +99,8 @@ int main(int, char** arguments) {
     const auto client = demoClient(arguments[1]);
     if (!succeeds([&](auto done) { client->loginWithUserId("alice", done); })) return 1;
     const auto user = client->currentUser();
-    const bool done = succeeds([&](auto completion) { printFriends(user, completion); }) && readsAndWritesAttributes(user) &&
-                      foundsAGroup() && opensARoom() && welcomesAVisitor() && findsBob();
+    const bool done = succeeds([&](auto completion) { printFriends(user, completion); }) &&
+                      readsAndWritesAttributes(user) && foundsAGroup() && opensARoom() &&
+                      welcomesAVisitor() && findsBob();
     return done ? 0 : 1;
 }

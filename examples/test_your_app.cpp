@@ -15,23 +15,30 @@ using vexim::testing::ManualClock;
 // The application: greets everybody who writes to it, by nick name.
 class Greeter final : public VXIMClientDelegate {
 public:
-    static std::shared_ptr<Greeter> start(const std::shared_ptr<VXIMClientConfiguration>& configuration) {
+    static std::shared_ptr<Greeter> start(
+        const std::shared_ptr<VXIMClientConfiguration>& configuration) {
         auto greeter = std::make_shared<Greeter>();
         greeter->client_ = VXIMClient::clientWithConfiguration(configuration);
         greeter->client_->setDelegate(greeter);
         greeter->client_->loginWithUserId("alice", {});
         return greeter;
     }
-    bool isOnline() const { return client_->status() == VXIMClientStatusOpened && client_->currentUser()->online(); }
+    bool isOnline() const {
+        return client_->status() == VXIMClientStatusOpened && client_->currentUser()->online();
+    }
 
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override {
-        if (vexim::idsEqual(message->sender()->userId(), client->currentUser()->uid())) return;  // our own, on its way back
+        // our own, on its way back
+        if (vexim::idsEqual(message->sender()->userId(), client->currentUser()->uid())) return;
         auto user = VXIMUser::userWithId(from->uid());
-        user->getAttributeForKey("nick", [client, user](const vexim::Value& nick, const vexim::ErrorPtr&) {
-            const auto hello = VXIMMessage::messageWithText("Hello " + nick.asString().value_or("stranger"));
-            client->sendMessageToFriend(hello, user->uid().asString(), {});
-        });
+        user->getAttributeForKey(
+            "nick", [client, user](const vexim::Value& nick, const vexim::ErrorPtr&) {
+                const auto hello =
+                    VXIMMessage::messageWithText("Hello " + nick.asString().value_or("stranger"));
+                client->sendMessageToFriend(hello, user->uid().asString(), {});
+            });
     }
 
 private:
@@ -60,7 +67,8 @@ int main() {
     const auto greets = [&](const std::string& expected) {
         service.forgetWhatCame();
         service.say("bob", "alice", "hi");
-        return clock.runUntil([&] { return !service.messages().empty(); }) && service.messages().front().body() == expected;
+        return clock.runUntil([&] { return !service.messages().empty(); }) &&
+               service.messages().front().body() == expected;
     };
     expect(greets("Hello Bob"), "it greets by nick name");
     // [/say]
@@ -70,16 +78,19 @@ int main() {
     expect(greets("Hello Bob"), "an error that passes is waited out");
     expect(service.requests().size() == 3, "with two retries");
 
-    service.answer("GET", "/ctx/:id/attributes/nick", {.status = 404, .body = vexim::Dictionary{{"errorCode", 1201}}});
+    service.answer("GET", "/ctx/:id/attributes/nick",
+                   {.status = 404, .body = vexim::Dictionary{{"errorCode", 1201}}});
     expect(greets("Hello stranger"), "an error that stays is lived with");
     // [/faults]
 
     // [down]
     service.stop();
-    expect(clock.runUntil([&] { return !greeter->isOnline(); }), "it notices that the service is down");
+    expect(clock.runUntil([&] { return !greeter->isOnline(); }),
+           "it notices that the service is down");
     clock.advance(std::chrono::minutes(1));
     service.start();
-    expect(clock.runUntil([&] { return greeter->isOnline() && service.connections("alice") == 1; }), "it comes back by itself");
+    expect(clock.runUntil([&] { return greeter->isOnline() && service.connections("alice") == 1; }),
+           "it comes back by itself");
     // [/down]
     expect(greets("Hello Bob"), "and still greets");
 }

@@ -116,7 +116,8 @@ def findings():
             yield f"VXIMClientDelegate.h: {function} is no event of the C interface"
         elif declared != [re.split(r"[\s&*]", p)[-1] for p in parameters if not p.endswith("client")]:
             yield f"VXIMClientDelegate.h: {function} has other parameters than the event: {', '.join(declared)}"
-    notifications = dict(re.findall(r'const (VXIM\w*Notification) = "(.*)";', (ROOT / "VexIMLib/internal/Configuration/VXIMConstants.cpp").read_text()))
+    constants = (ROOT / "VexIMLib/internal/Configuration/VXIMConstants.cpp").read_text()
+    notifications = dict(re.findall(r'const (VXIM\w*Notification)\s*=\s*"(.*)";', constants))
     for notification in re.findall(r"const (VXIM\w*Notification);", headers["VXIMConstants"]):
         if notification not in events or not {notification, notifications[notification]} & set(shapes.EVENTS):
             yield f"VXIMConstants.h: {notification} is no event of the C interface"

@@ -6,8 +6,9 @@
 //     …
 //     bool loggedIn = vexim::wait(login);
 //
-// A future becomes ready on the main queue. On the thread that runs it, `get()` on one that is not ready would wait for ever:
-// use `wait`, which turns the queue meanwhile. On any other thread `get()` is right.
+// A future becomes ready on the main queue. On the thread that runs it, `get()` on one that is not
+// ready would wait for ever: use `wait`, which turns the queue meanwhile. On any other thread
+// `get()` is right.
 
 #include <chrono>
 #include <exception>
@@ -41,8 +42,9 @@ std::future<T> futureOf(Call<T> call) {
 
 }  // namespace detail
 
-/// Starts an operation, given as to `vexim::call` or by a call. `get()` gives the completion's value, or throws `Failure` with
-/// its error; an operation that fails without an error gives false, nullptr or nullopt. Call from any thread.
+/// Starts an operation, given as to `vexim::call` or by a call. `get()` gives the completion's
+/// value, or throws `Failure` with its error; an operation that fails without an error gives false,
+/// nullptr or nullopt. Call from any thread.
 ///
 ///     vexim::future(vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s))
 template <class... A>
@@ -50,12 +52,14 @@ auto future(A&&... arguments) {
     return detail::futureOf(call(std::forward<A>(arguments)...));
 }
 
-/// `get()` for any thread: on the main thread it turns the main queue until the future is ready. The future must be one that
-/// the main queue makes ready, as those of `vexim::future` are. A `quit()` meanwhile counts for the loop around this one.
+/// `get()` for any thread: on the main thread it turns the main queue until the future is ready.
+/// The future must be one that the main queue makes ready, as those of `vexim::future` are. A
+/// `quit()` meanwhile counts for the loop around this one.
 template <class T>
 T wait(std::future<T>& future) {
     if (MainQueue::shared().isMainThread()) {
-        detail::turnMainQueueUntil([&] { return future.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
+        detail::turnMainQueueUntil(
+            [&] { return future.wait_for(std::chrono::seconds(0)) == std::future_status::ready; });
     }
     return future.get();
 }
@@ -63,7 +67,8 @@ template <class T>
 T wait(std::future<T>&& future) {
     return wait(future);
 }
-/// Starts an operation and waits for it: `vexim::wait(vexim::call(&VXIMClient::loginWithUserId, client, "alice"))`.
+/// Starts an operation and waits for it: `vexim::wait(vexim::call(&VXIMClient::loginWithUserId,
+/// client, "alice"))`.
 template <class T>
 T wait(Call<T> call) {
     return wait(detail::futureOf(std::move(call)));

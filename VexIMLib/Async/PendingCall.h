@@ -17,8 +17,9 @@
 
 namespace vexim::detail {
 
-/// What becomes of one started call: the first of answer, deadline, cancellation and abandonment counts. It may be started on
-/// any thread; everything else happens on the main one, so that nothing here needs a lock.
+/// What becomes of one started call: the first of answer, deadline, cancellation and abandonment
+/// counts. It may be started on any thread; everything else happens on the main one, so that
+/// nothing here needs a lock.
 template <class T>
 class PendingCall : public std::enable_shared_from_this<PendingCall<T>> {
 public:
@@ -45,12 +46,15 @@ public:
         return true;
     }
 
-    /// The callback to hand to the operation. When its last copy goes unanswered, the call was abandoned.
+    /// The callback to hand to the operation. When its last copy goes unanswered, the call was
+    /// abandoned.
     std::function<void(T, ErrorPtr)> completion() {
-        return [answer = std::make_shared<Answer>(this->shared_from_this())](T value, ErrorPtr error) {
-            if (!error && (error = UntoldError::current())) value = T{};  // a success that is none
-            answer->give({std::move(value), std::move(error)});
-        };
+        return
+            [answer = std::make_shared<Answer>(this->shared_from_this())](T value, ErrorPtr error) {
+                if (!error && (error = UntoldError::current()))
+                    value = T{};  // a success that is none
+                answer->give({std::move(value), std::move(error)});
+            };
     }
 
     /// For an operation that knows why its completion will not run.
@@ -66,10 +70,12 @@ public:
         });
     }
 
-    /// True when the result is there and this is the main thread: whoever started it goes on in place.
+    /// True when the result is there and this is the main thread: whoever started it goes on in
+    /// place.
     bool started() {
         auto phase = Phase::Starting;
-        if (phase_.compare_exchange_strong(phase, Phase::Started)) return false;  // from here on the receiver may run
+        // from here on the receiver may run
+        if (phase_.compare_exchange_strong(phase, Phase::Started)) return false;
         if (MainQueue::shared().isMainThread()) {
             receiver_ = nullptr;
             return true;
@@ -100,7 +106,8 @@ private:
         ~Answer() {
             // It may die anywhere, under whatever locks: the receiver hears of it from the queue.
             if (call_)
-                call_->settleLater(Error::withDescription(kCallErrorDomain, CallErrorAbandoned, "The operation was abandoned."));
+                call_->settleLater(Error::withDescription(kCallErrorDomain, CallErrorAbandoned,
+                                                          "The operation was abandoned."));
         }
         void give(Result<T> result) {
             if (const auto call = std::exchange(call_, nullptr)) call->settle(std::move(result));
@@ -115,17 +122,22 @@ private:
     }
 
     void settle(Result<T> result) {
-        if (!MainQueue::shared().isMainThread()) {  // an operation of the application's that answers from elsewhere
-            MainQueue::shared().async([self = this->shared_from_this(), result = std::move(result)] { self->settle(result); });
+        // an operation of the application's that answers from elsewhere
+        if (!MainQueue::shared().isMainThread()) {
+            MainQueue::shared().async([self = this->shared_from_this(),
+                                       result = std::move(result)] { self->settle(result); });
             return;
         }
         if (settled_) return;
         settled_ = true;
         result_ = std::move(result);
-        if (phase_.exchange(Phase::Settled) != Phase::Starting) deliver();  // else the start goes on from here
+        // else the start goes on from here
+        if (phase_.exchange(Phase::Settled) != Phase::Starting) deliver();
     }
     void settleLater(ErrorPtr error) {
-        MainQueue::shared().async([self = this->shared_from_this(), error = std::move(error)] { self->settle({T{}, error}); });
+        MainQueue::shared().async([self = this->shared_from_this(), error = std::move(error)] {
+            self->settle({T{}, error});
+        });
     }
     void deliver() {
         if (const auto receiver = std::exchange(receiver_, nullptr)) receiver(*this);
@@ -133,7 +145,8 @@ private:
 
     /// Any thread. A transfer that cannot be cancelled any more has its answer on the way.
     void cancel() {
-        if (!transfer_ || transfer_->cancel()) settleLater(urlError(URLErrorCancelled, "cancelled"));
+        if (!transfer_ || transfer_->cancel())
+            settleLater(urlError(URLErrorCancelled, "cancelled"));
     }
     void expire() {
         if (settled_) return;
@@ -150,7 +163,8 @@ private:
     std::optional<Result<T>> result_;
     bool settled_ = false;  // there is, or was, a result
 
-    std::optional<std::stop_callback<std::function<void()>>> stopping_;  // last: gone before the rest is
+    // last: gone before the rest is
+    std::optional<std::stop_callback<std::function<void()>>> stopping_;
 };
 
 }  // namespace vexim::detail

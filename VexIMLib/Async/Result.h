@@ -16,15 +16,19 @@ namespace vexim {
 inline constexpr const char* kCallErrorDomain = "VXIMCallErrorDomain";
 /// The codes of that domain.
 enum CallErrorCode : std::int64_t {
-    /// The library let go of the completion without calling it: another login began, the client was released, …
+    /// The library let go of the completion without calling it: another login began, the client was
+    /// released, …
     CallErrorAbandoned = 1,
 };
 
-/// A failure of the world where a style has no other place for it: thrown by `std::future::get` and `Result::orThrow`.
+/// A failure of the world where a style has no other place for it: thrown by `std::future::get` and
+/// `Result::orThrow`.
 class VEXIM_EXPORT Failure : public std::exception {
 public:
     /// `error` must not be nullptr.
-    explicit Failure(ErrorPtr error) : error_(std::move(error)), what_(error_->localizedDescription()) {}
+    explicit Failure(ErrorPtr error)
+        : error_(std::move(error)),
+          what_(error_->localizedDescription()) {}
     /// Never nullptr.
     const ErrorPtr& error() const noexcept { return error_; }
     /// The error's description.
@@ -43,8 +47,8 @@ struct Result {
     T value{};       ///< with an error: false, nil, nullptr or nullopt
     ErrorPtr error;  ///< nullptr is success, or a failure without an error
 
-    /// Whether there is no error and something to show: true, an object, a list. (A few operations fail without an error.)
-    /// A `Value` may be nil.
+    /// Whether there is no error and something to show: true, an object, a list. (A few operations
+    /// fail without an error.) A `Value` may be nil.
     explicit operator bool() const {
         if constexpr (std::is_same_v<T, Value>) {
             return !error;

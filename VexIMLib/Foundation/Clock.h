@@ -26,13 +26,14 @@ public:
     static std::shared_ptr<Clock> shared();
     /// Replaces it (nullptr: the system's again). Set it before other threads use the library.
     static void setShared(std::shared_ptr<Clock> clock);
-    /// To be called when the shared clock was turned by hand: what waits by it looks at it again. `looked` is called once all
-    /// have, on any thread; it may be empty. Call from any thread.
+    /// To be called when the shared clock was turned by hand: what waits by it looks at it again.
+    /// `looked` is called once all have, on any thread; it may be empty. Call from any thread.
     static void didTurn(std::function<void()> looked = {});
 };
 
 namespace detail {
-/// Is called after a turn of the clock, on the thread that turned it; lets go of `looking` when it has looked.
+/// Is called after a turn of the clock, on the thread that turned it; lets go of `looking` when it
+/// has looked.
 using ClockListener = std::function<void(std::shared_ptr<void> looking)>;
 /// Calls `listener` until the returned handle is gone.
 VEXIM_EXPORT std::shared_ptr<void> onClockTurned(ClockListener listener);

@@ -13,7 +13,8 @@ struct Counted {
     /// True when the caller was the last owner and must destroy the block.
     bool release() noexcept {
         // The only owner needs no read-modify-write: nobody else is there to take a reference.
-        return references.load(std::memory_order_acquire) == 1 || references.fetch_sub(1, std::memory_order_acq_rel) == 1;
+        return references.load(std::memory_order_acquire) == 1 ||
+               references.fetch_sub(1, std::memory_order_acq_rel) == 1;
     }
     bool isShared() const noexcept { return references.load(std::memory_order_acquire) != 1; }
 };

@@ -20,10 +20,11 @@ struct DictionaryRep;
 struct DictionaryItem;
 }  // namespace detail
 
-/// Values by string key, itself a value: copying shares the store, writing to a shared one unshares it first.
-/// Iterates in insertion order (overwriting keeps the place), finds in constant expected time, compares without order.
-/// Values are never nil: setting nil raises NSInvalidArgumentException (use `remove`, or `setOrRemove`).
-/// A copy may be used from another thread; one object may not be written while another thread uses it.
+/// Values by string key, itself a value: copying shares the store, writing to a shared one unshares
+/// it first. Iterates in insertion order (overwriting keeps the place), finds in constant expected
+/// time, compares without order. Values are never nil: setting nil raises
+/// NSInvalidArgumentException (use `remove`, or `setOrRemove`). A copy may be used from another
+/// thread; one object may not be written while another thread uses it.
 class VEXIM_EXPORT Dictionary {
 public:
     /// What iteration yields; valid while the dictionary is not written.
@@ -72,11 +73,13 @@ public:
     /// In insertion order.
     std::vector<std::string> keys() const;
 
-    /// The value under `key`, or nullptr. The pointer lives as long as this dictionary is not written.
+    /// The value under `key`, or nullptr. The pointer lives as long as this dictionary is not
+    /// written.
     const Value* find(std::string_view key) const noexcept;
     /// Whether there is a value under `key`, JSON null included.
     bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
-    /// The value under `key`, nil when there is none. The reference lives as long as this dictionary is not written.
+    /// The value under `key`, nil when there is none. The reference lives as long as this
+    /// dictionary is not written.
     const Value& get(std::string_view key) const noexcept;
 
     /// Makes room for `count` entries in all.
@@ -85,8 +88,8 @@ public:
     void set(std::string_view key, Value value);
     /// As `set`; nil removes the key.
     void setOrRemove(std::string_view key, Value value);
-    /// Calls `change` with the value in place (nil when there is none), so that a container inside it is changed without
-    /// a copy. What is nil afterwards is removed.
+    /// Calls `change` with the value in place (nil when there is none), so that a container inside
+    /// it is changed without a copy. What is nil afterwards is removed.
     void update(std::string_view key, const std::function<void(Value&)>& change);
     /// Copies every entry of `others`; they win over entries of the same key.
     void addEntries(const Dictionary& others);

@@ -18,15 +18,17 @@ namespace detail {
 
 class EmbeddedObservers;
 
-/// A registration with the default notification centre that lives in its observer, an object of which there may be very many:
-/// it takes no memory from the heap, and coming and going costs next to nothing. It hears the notifications that hold its value,
-/// in its place among the centre's other observers.
+/// A registration with the default notification centre that lives in its observer, an object of
+/// which there may be very many: it takes no memory from the heap, and coming and going costs next
+/// to nothing. It hears the notifications that hold its value, in its place among the centre's
+/// other observers.
 class VEXIM_EXPORT EmbeddedObserver {
 public:
     /// What the observers of one class hear. Constant, and never destroyed.
     struct Kind {
         std::array<std::string_view, 2> names;  // of notifications
-        std::string_view key;                   // under which their user information holds the value
+        // under which their user information holds the value
+        std::string_view key;
         void (*hear)(Object& observer, const Notification& notification);
     };
 
@@ -38,8 +40,8 @@ public:
         if (kind_ != nullptr) leave();
     }
 
-    /// Begins to hear, as the youngest of all observers. `object` holds this, and `value` stays as it is. What is neither a string
-    /// nor a number is never heard of.
+    /// Begins to hear, as the youngest of all observers. `object` holds this, and `value` stays as
+    /// it is. What is neither a string nor a number is never heard of.
     void join(const Kind& kind, Object& object, const Value& value);
 
 private:

@@ -10,7 +10,8 @@
 
 namespace vexim {
 
-// Keys of an error's user information: a sentence, the reason in it as a part of a sentence, an `Error`, and a text.
+// Keys of an error's user information: a sentence, the reason in it as a part of a sentence, an
+// `Error`, and a text.
 inline constexpr const char* kLocalizedDescriptionKey = "NSLocalizedDescription";
 inline constexpr const char* kLocalizedFailureReasonKey = "NSLocalizedFailureReason";
 inline constexpr const char* kUnderlyingErrorKey = "NSUnderlyingError";
@@ -49,7 +50,8 @@ enum URLErrorCode : std::int64_t {
     URLErrorServerCertificateNotYetValid = -1204,
 };
 
-/// Domain of what cannot be read or written as JSON (3840, 3851) or as an archive (3851, 4864), and of files.
+/// Domain of what cannot be read or written as JSON (3840, 3851) or as an archive (3851, 4864), and
+/// of files.
 inline constexpr const char* kCocoaErrorDomain = "NSCocoaErrorDomain";
 /// Domain of the system's own errors; the code is `errno`.
 inline constexpr const char* kPOSIXErrorDomain = "NSPOSIXErrorDomain";
@@ -75,13 +77,15 @@ public:
     const Value& userInfo() const noexcept { return userInfo_; }
     /// The entry of the user information when that is a dictionary, else nil.
     Value info(std::string_view key) const { return userInfo_.get(key); }
-    /// The user information's localized description, else the service's own words ("errorMessage", as a refused login has
-    /// them), else a sentence with domain and code.
+    /// The user information's localized description, else the service's own words ("errorMessage",
+    /// as a refused login has them), else a sentence with domain and code.
     std::string localizedDescription() const;
     /// What caused this error; nullptr when it does not tell.
     ErrorPtr underlyingError() const;
     /// Whether domain and code are these.
-    bool is(std::string_view domain, std::int64_t code) const noexcept { return domain_ == domain && code_ == code; }
+    bool is(std::string_view domain, std::int64_t code) const noexcept {
+        return domain_ == domain && code_ == code;
+    }
 
     static const Class& staticClass();
     const Class& runtimeClass() const override;

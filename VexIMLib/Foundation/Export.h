@@ -1,6 +1,7 @@
 #pragma once
 
-/// Marks what applications may call: it is visible in the shared library, and everything else is hidden.
+/// Marks what applications may call: it is visible in the shared library, and everything else is
+/// hidden.
 #if defined(VEXIM_STATIC)
 #define VEXIM_EXPORT
 #else

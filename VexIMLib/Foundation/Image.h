@@ -8,11 +8,13 @@
 
 namespace vexim {
 
-/// A bitmap: rows from the top, four bytes a pixel (red, green, blue, alpha; not premultiplied), sRGB.
+/// A bitmap: rows from the top, four bytes a pixel (red, green, blue, alpha; not premultiplied),
+/// sRGB.
 class VEXIM_EXPORT Image {
 public:
     /// nullopt unless both sides are 1 to 65535 and `pixels` holds width × height × 4 bytes.
-    static std::optional<Image> fromPixels(std::uint32_t width, std::uint32_t height, std::vector<std::uint8_t> pixels);
+    static std::optional<Image> fromPixels(std::uint32_t width, std::uint32_t height,
+                                           std::vector<std::uint8_t> pixels);
 
     // Width and height in pixels; the bytes are as told above.
     std::uint32_t width() const noexcept { return width_; }

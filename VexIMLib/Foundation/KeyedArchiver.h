@@ -33,9 +33,11 @@ private:
     Dictionary values_;
 };
 
-/// A class whose objects can be kept: they encode themselves, and a coder makes them again (nullptr: what it holds is no T).
+/// A class whose objects can be kept: they encode themselves, and a coder makes them again
+/// (nullptr: what it holds is no T).
 template <class T>
-concept SecureCoding = std::derived_from<T, Object> && requires(const T& object, Coder& coder, const Coder& archive) {
+concept SecureCoding = std::derived_from<T, Object> &&
+    requires(const T& object, Coder& coder, const Coder& archive) {
     object.encodeWithCoder(coder);
     { T::initWithCoder(archive) } -> std::same_as<std::shared_ptr<T>>;
     { T::supportsSecureCoding() } -> std::same_as<bool>;
@@ -47,8 +49,8 @@ VEXIM_EXPORT Data archive(const Class& cls, const Coder& coder, ErrorPtr* error)
 VEXIM_EXPORT std::optional<Coder> unarchive(const Class& cls, const Data& archive, ErrorPtr* error);
 }  // namespace detail
 
-/// An object as bytes to be kept: JSON that names the class. Empty, with `error` set when given ("NSCocoaErrorDomain" 3851), when
-/// the object holds what JSON cannot say.
+/// An object as bytes to be kept: JSON that names the class. Empty, with `error` set when given
+/// ("NSCocoaErrorDomain" 3851), when the object holds what JSON cannot say.
 template <SecureCoding T>
 Data archivedData(const T& object, ErrorPtr* error = nullptr) {
     Coder coder;
@@ -56,8 +58,8 @@ Data archivedData(const T& object, ErrorPtr* error = nullptr) {
     return detail::archive(T::staticClass(), coder, error);
 }
 
-/// The object kept in `archive`. Only a T is ever made of it: nullptr, with `error` set when given ("NSCocoaErrorDomain" 4864),
-/// for what is damaged or names another class.
+/// The object kept in `archive`. Only a T is ever made of it: nullptr, with `error` set when given
+/// ("NSCocoaErrorDomain" 4864), for what is damaged or names another class.
 template <SecureCoding T>
 std::shared_ptr<T> unarchivedObject(const Data& archive, ErrorPtr* error = nullptr) {
     const auto coder = detail::unarchive(T::staticClass(), archive, error);

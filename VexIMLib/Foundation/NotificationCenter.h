@@ -24,8 +24,9 @@ struct Notification {
     std::optional<Dictionary> userInfo;  // as each name's documentation tells
 };
 
-/// Publish and subscribe by name. Callable from any thread; posting calls the handlers in registration order, on the posting
-/// thread, with no lock held. While one post runs, what is added is not called and what is removed is not called any more.
+/// Publish and subscribe by name. Callable from any thread; posting calls the handlers in
+/// registration order, on the posting thread, with no lock held. While one post runs, what is added
+/// is not called and what is removed is not called any more.
 class VEXIM_EXPORT NotificationCenter {
 public:
     /// Runs on the posting thread.
@@ -39,9 +40,10 @@ public:
     NotificationCenter(const NotificationCenter&) = delete;
     NotificationCenter& operator=(const NotificationCenter&) = delete;
 
-    /// `observer` is held weakly and is the registration's identity. An empty `name` hears every name; a nullptr `sender`
-    /// hears any sender (a sender's address is compared, nothing is held).
-    void addObserver(const std::shared_ptr<void>& observer, std::string name, const Object* sender, Handler handler);
+    /// `observer` is held weakly and is the registration's identity. An empty `name` hears every
+    /// name; a nullptr `sender` hears any sender (a sender's address is compared, nothing is held).
+    void addObserver(const std::shared_ptr<void>& observer, std::string name, const Object* sender,
+                     Handler handler);
 
     /// Removes all of the observer's registrations. Safe in the observer's own destructor.
     void removeObserver(const void* observer);
@@ -49,7 +51,8 @@ public:
 
     /// Calls the handlers before it returns.
     void post(const Notification& notification);
-    void post(std::string name, std::shared_ptr<Object> object, std::optional<Dictionary> userInfo = std::nullopt);
+    void post(std::string name, std::shared_ptr<Object> object,
+              std::optional<Dictionary> userInfo = std::nullopt);
 
 private:
     friend class detail::EmbeddedObserver;

@@ -9,11 +9,12 @@
 
 // The two ways to read a scalar out of a Value, in one place.
 //
-// strict   for dynamic properties: only numbers convert; what is not a number is refused (nullopt), and the caller raises.
-// lenient  for everything read from the wire: numbers and numeric text convert, anything else is 0 or false.
+// strict   for dynamic properties: only numbers convert; what is not a number is refused (nullopt),
+// and the caller raises. lenient  for everything read from the wire: numbers and numeric text
+// convert, anything else is 0 or false.
 //
-// In both: narrow integers wrap (as a C conversion), a real truncates toward zero and saturates at the 64-bit range,
-// NaN is 0, and a boolean target is "not 0".
+// In both: narrow integers wrap (as a C conversion), a real truncates toward zero and saturates at
+// the 64-bit range, NaN is 0, and a boolean target is "not 0".
 
 namespace vexim {
 

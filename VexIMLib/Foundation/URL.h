@@ -12,10 +12,11 @@ namespace vexim {
 /// An absolute or relative URL (RFC 3986) that keeps the text it was made from.
 class VEXIM_EXPORT URL {
 public:
-    /// nullopt when the text holds what no URL may hold (a blank, a control or non-ASCII character, `"<>\^`{|}`, a broken
-    /// percent escape, a second `#`) or its authority or port cannot be read.
+    /// nullopt when the text holds what no URL may hold (a blank, a control or non-ASCII character,
+    /// `"<>\^`{|}`, a broken percent escape, a second `#`) or its authority or port cannot be read.
     static std::optional<URL> parse(std::string_view text);
-    /// A "file" URL; what the path holds is escaped as needed. A relative path counts from the working directory.
+    /// A "file" URL; what the path holds is escaped as needed. A relative path counts from the
+    /// working directory.
     static URL fileURLWithPath(std::string_view path);
 
     /// The text that it was made from.
@@ -70,8 +71,8 @@ private:
 
 /// Escapes every UTF-8 byte except the unreserved characters of RFC 3986 (A-Z a-z 0-9 - . _ ~).
 VEXIM_EXPORT std::string percentEncode(std::string_view text);
-/// The platform's legacy escaping: only what RFC 2396 does not allow in a URL (so also `%`, `#`, `[`, `]`), leaving its
-/// reserved characters (`; / ? : @ & = + $ ,`) as they are.
+/// The platform's legacy escaping: only what RFC 2396 does not allow in a URL (so also `%`, `#`,
+/// `[`, `]`), leaving its reserved characters (`; / ? : @ & = + $ ,`) as they are.
 VEXIM_EXPORT std::string percentEscapeLegacy(std::string_view text);
 /// Undoes percent escapes; a broken escape stays as it is.
 VEXIM_EXPORT std::string percentDecode(std::string_view text);

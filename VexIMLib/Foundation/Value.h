@@ -31,13 +31,26 @@ struct StringRep;
 
 /// Any value that the library handles: what JSON can say, bytes, and objects.
 ///
-/// nil (absent) and null (JSON null) differ. A boolean is not the number 1, an integer is not a real, and no 64-bit integer
-/// passes through a double. `Unsigned` is used only above the signed range, so that 5 is one kind.
-/// Copying costs at most one counter: strings, data and containers are shared until written.
+/// nil (absent) and null (JSON null) differ. A boolean is not the number 1, an integer is not a
+/// real, and no 64-bit integer passes through a double. `Unsigned` is used only above the signed
+/// range, so that 5 is one kind. Copying costs at most one counter: strings, data and containers
+/// are shared until written.
 class VEXIM_EXPORT Value {
 public:
     /// What a value holds.
-    enum class Kind : std::uint8_t { Nil, Null, Boolean, Integer, Unsigned, Real, String, Data, Array, Dictionary, Object };
+    enum class Kind : std::uint8_t {
+        Nil,
+        Null,
+        Boolean,
+        Integer,
+        Unsigned,
+        Real,
+        String,
+        Data,
+        Array,
+        Dictionary,
+        Object
+    };
 
     constexpr Value() noexcept = default;                                         ///< nil
     constexpr Value(std::nullptr_t) noexcept {}                                   ///< nil
@@ -66,7 +79,8 @@ public:
 
     /// An object of any class; nullptr is nil.
     template <std::derived_from<vexim::Object> T>
-    Value(std::shared_ptr<T> object) noexcept : Value(fromObject(std::static_pointer_cast<vexim::Object>(std::move(object)))) {}
+    Value(std::shared_ptr<T> object) noexcept
+        : Value(fromObject(std::static_pointer_cast<vexim::Object>(std::move(object)))) {}
 
     Value(const Value& other) noexcept {
         relocate(other);
@@ -112,8 +126,8 @@ public:
     bool isDictionary() const noexcept { return kind() == Kind::Dictionary; }
     bool isObject() const noexcept { return kind() == Kind::Object; }
 
-    // The contents, when they are of that kind, else nullopt or nullptr. Pointers and views live as long as this value is not
-    // written.
+    // The contents, when they are of that kind, else nullopt or nullptr. Pointers and views live as
+    // long as this value is not written.
     std::optional<std::string_view> asStringView() const noexcept {
         if (!isString()) return std::nullopt;
         return textView();
@@ -121,8 +135,12 @@ public:
     /// The text as a string of its own.
     std::optional<std::string> asString() const;
     const vexim::Data* asData() const noexcept { return isData() ? &held<vexim::Data>() : nullptr; }
-    const vexim::Array* asArray() const noexcept { return isArray() ? &held<vexim::Array>() : nullptr; }
-    const vexim::Dictionary* asDictionary() const noexcept { return isDictionary() ? &held<vexim::Dictionary>() : nullptr; }
+    const vexim::Array* asArray() const noexcept {
+        return isArray() ? &held<vexim::Array>() : nullptr;
+    }
+    const vexim::Dictionary* asDictionary() const noexcept {
+        return isDictionary() ? &held<vexim::Dictionary>() : nullptr;
+    }
     std::shared_ptr<vexim::Object> asObject() const noexcept;
     /// The object, when it is one of class T; else nullptr.
     template <class T>
@@ -130,7 +148,8 @@ public:
         return std::dynamic_pointer_cast<T>(asObject());
     }
 
-    // The container itself, to be written in place; the value must be of that kind (else NSInternalInconsistencyException).
+    // The container itself, to be written in place; the value must be of that kind (else
+    // NSInternalInconsistencyException).
     vexim::Array& mutableArray();
     vexim::Dictionary& mutableDictionary();
 
@@ -152,8 +171,8 @@ public:
         return word<double>();
     }
 
-    // Lenient readings, as everything from the wire is read: numbers and numeric text convert, anything else is 0 or false.
-    // Narrow integers wrap, a real truncates and saturates, NaN is 0.
+    // Lenient readings, as everything from the wire is read: numbers and numeric text convert,
+    // anything else is 0 or false. Narrow integers wrap, a real truncates and saturates, NaN is 0.
     bool boolValue() const noexcept;
     std::int32_t intValue() const noexcept;
     std::int64_t longLongValue() const noexcept;
@@ -165,10 +184,12 @@ public:
     /// The element at `index` when this is an array that has one, else nil.
     const Value& get(std::size_t index) const noexcept;
 
-    /// What `%@` prints: "(null)" for nil, "<null>" for null, 1 and 0 for booleans, a string as it stands.
+    /// What `%@` prints: "(null)" for nil, "<null>" for null, 1 and 0 for booleans, a string as it
+    /// stands.
     std::string description() const;
 
-    /// Deep equality within one kind (5 and 5.0 differ; nil equals nil here, see `idsEqual` for ids). Objects by `isEqual`.
+    /// Deep equality within one kind (5 and 5.0 differ; nil equals nil here, see `idsEqual` for
+    /// ids). Objects by `isEqual`.
     friend VEXIM_EXPORT bool operator==(const Value& a, const Value& b) noexcept;
 
 private:
@@ -184,8 +205,9 @@ private:
         }
     }
 
-    // Sixteen bytes: the kind, then either a short string's text in place, or at offset 8 a number or the pointer to a
-    // shared block. Bytes without a meaning are zero, so two short strings are equal when all sixteen bytes are.
+    // Sixteen bytes: the kind, then either a short string's text in place, or at offset 8 a number
+    // or the pointer to a shared block. Bytes without a meaning are zero, so two short strings are
+    // equal when all sixteen bytes are.
     friend struct detail::DictionaryItem;
     friend struct detail::DictionaryRep;
     static constexpr std::size_t kInlineCapacity = 14;
@@ -215,27 +237,34 @@ private:
         return *std::launder(reinterpret_cast<const T*>(bytes_ + kWordOffset));
     }
     std::string_view textView() const noexcept { return isCounted() ? sharedText() : inlineText(); }
-    std::string_view inlineText() const noexcept { return {reinterpret_cast<const char*>(bytes_), inlineSize_}; }
+    std::string_view inlineText() const noexcept {
+        return {reinterpret_cast<const char*>(bytes_), inlineSize_};
+    }
     std::string_view sharedText() const noexcept;
 
     bool isCounted() const noexcept { return inlineSize_ == kCounted; }
     void retain() const noexcept {
-        if (auto* block = word<detail::Counted*>()) block->retain();  // an empty container has no block
+        // an empty container has no block
+        if (auto* block = word<detail::Counted*>()) block->retain();
     }
     void release() noexcept;
-    void relocate(const Value& other) noexcept { std::memcpy(static_cast<void*>(this), &other, sizeof(Value)); }
+    void relocate(const Value& other) noexcept {
+        std::memcpy(static_cast<void*>(this), &other, sizeof(Value));
+    }
     void forget() noexcept {
         kind_ = Kind::Nil;
         inlineSize_ = 0;
     }
 
     alignas(8) Kind kind_ = Kind::Nil;
-    std::uint8_t inlineSize_ = 0;  // of a string's text here; kCounted when the word points to a block
+    // of a string's text here; kCounted when the word points to a block
+    std::uint8_t inlineSize_ = 0;
     unsigned char bytes_[kInlineCapacity] = {};
 };
 
 /// Whether two ids are the same. nil equals nothing, not even nil.
 VEXIM_EXPORT bool idsEqual(const Value& a, const Value& b) noexcept;
-VEXIM_EXPORT bool idsEqual(const std::optional<std::string>& a, const std::optional<std::string>& b) noexcept;
+VEXIM_EXPORT bool idsEqual(const std::optional<std::string>& a,
+                           const std::optional<std::string>& b) noexcept;
 
 }  // namespace vexim

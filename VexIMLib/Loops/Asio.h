@@ -11,19 +11,23 @@
 
 namespace vexim {
 
-/// Drives the main queue from an asio loop while it lives, a turn at a time (`MainQueue::turnLimit()`).
+/// Drives the main queue from an asio loop while it lives, a turn at a time
+/// (`MainQueue::turnLimit()`).
 ///
 ///     boost::asio::io_context io;
 ///     vexim::AsioLoop loop(io.get_executor());
-///     io.run();  // has work as long as `loop` lives: end it with io.stop(), or by destroying `loop`
+///     io.run();  // has work as long as `loop` lives: end it with io.stop(), or by destroying
+///     `loop`
 ///
-/// The loop's thread becomes the main thread; let one thread run it. An exception from a callback leaves `io.run()`, which may
-/// then be called again. Loops may be nested. One adapter at a time; make and destroy it on the loop's thread or while no
-/// thread runs the loop, also inside a callback, and before the loop itself goes.
+/// The loop's thread becomes the main thread; let one thread run it. An exception from a callback
+/// leaves `io.run()`, which may then be called again. Loops may be nested. One adapter at a time;
+/// make and destroy it on the loop's thread or while no thread runs the loop, also inside a
+/// callback, and before the loop itself goes.
 class AsioLoop {
 public:
     /// Runs what is queued already as soon as the loop runs.
-    explicit AsioLoop(const boost::asio::any_io_executor& executor) : driver_(std::make_shared<Driver>(executor)) {
+    explicit AsioLoop(const boost::asio::any_io_executor& executor)
+        : driver_(std::make_shared<Driver>(executor)) {
         driver_->awaitWake();
     }
     AsioLoop(const AsioLoop&) = delete;
@@ -40,13 +44,15 @@ private:
         ~Driver() { stop(); }
 
         void awaitWake() {
-            descriptor_.async_wait(boost::asio::posix::stream_descriptor::wait_read,
-                                   [weak = weak_from_this()](const boost::system::error_code& error) {
-                                       const auto self = weak.lock();
-                                       if (!self || error) return;
-                                       self->awaitWake();  // before callbacks: one may throw, or run the loop
-                                       self->turn();
-                                   });
+            descriptor_.async_wait(
+                boost::asio::posix::stream_descriptor::wait_read,
+                [weak = weak_from_this()](const boost::system::error_code& error) {
+                    const auto self = weak.lock();
+                    if (!self || error) return;
+                    // before callbacks: one may throw, or run the loop
+                    self->awaitWake();
+                    self->turn();
+                });
         }
         void stop() {
             if (std::exchange(stopped_, true)) return;
@@ -56,8 +62,8 @@ private:
 
     private:
         void turn() {
-            // The descriptor tells of what a turn has left. The loop may call us before what came due meanwhile, so it is let go
-            // once.
+            // The descriptor tells of what a turn has left. The loop may call us before what came
+            // due meanwhile, so it is let go once.
             if (std::exchange(yields_, false)) return;
             awaitDeadline();  // likewise
             yields_ = MainQueue::shared().turn();

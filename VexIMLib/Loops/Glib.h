@@ -10,26 +10,27 @@
 
 namespace vexim {
 
-/// Drives the main queue from a GLib main loop (GTK's, too) while it lives, a turn at a time (`MainQueue::turnLimit()`). What a
-/// turn leaves waits behind GTK's drawing.
+/// Drives the main queue from a GLib main loop (GTK's, too) while it lives, a turn at a time
+/// (`MainQueue::turnLimit()`). What a turn leaves waits behind GTK's drawing.
 ///
 ///     vexim::GlibLoop loop;
 ///     g_main_loop_run(mainLoop);
 ///
-/// The loop's thread becomes the main thread. Loops may be nested. One adapter at a time; make and destroy it on that thread,
-/// also inside a callback.
+/// The loop's thread becomes the main thread. Loops may be nested. One adapter at a time; make and
+/// destroy it on that thread, also inside a callback.
 class GlibLoop {
 public:
     /// Hears what leaves a callback.
     using ExceptionHandler = std::function<void(std::exception_ptr)>;
 
-    /// `context` nullptr is the default one. GLib is C and lets no exception through: `handler` gets it; without one, the process
-    /// is terminated.
+    /// `context` nullptr is the default one. GLib is C and lets no exception through: `handler`
+    /// gets it; without one, the process is terminated.
     explicit GlibLoop(GMainContext* context = nullptr, ExceptionHandler handler = {}) {
         static GSourceFuncs functions{&prepare, &check, &dispatch, &finalize, nullptr, nullptr};
         source_ = reinterpret_cast<Source*>(g_source_new(&functions, sizeof(Source)));
         source_->handler = new ExceptionHandler(std::move(handler));
-        source_->tag = g_source_add_unix_fd(&source_->base, MainQueue::shared().fileDescriptor(), G_IO_IN);
+        source_->tag =
+            g_source_add_unix_fd(&source_->base, MainQueue::shared().fileDescriptor(), G_IO_IN);
         g_source_set_can_recurse(&source_->base, TRUE);  // callbacks may run a dialog's loop
         g_source_attach(&source_->base, context);
     }
@@ -53,14 +54,16 @@ private:
         return *timeout == 0;
     }
     static gboolean check(GSource* base) {
-        return MainQueue::shared().pollTimeout() == 0 || g_source_query_unix_fd(base, reinterpret_cast<Source*>(base)->tag) != 0;
+        return MainQueue::shared().pollTimeout() == 0 ||
+               g_source_query_unix_fd(base, reinterpret_cast<Source*>(base)->tag) != 0;
     }
     static gboolean dispatch(GSource* base, GSourceFunc, gpointer) noexcept {
         try {
             const bool isRestLeft = MainQueue::shared().turn();
-            // GLib gives idle work no time while anything above it is ready, and GTK draws as idle work (G_PRIORITY_HIGH_IDLE +
-            // 20).
-            if (!g_source_is_destroyed(base)) setPriority(base, isRestLeft ? G_PRIORITY_HIGH_IDLE + 30 : G_PRIORITY_DEFAULT);
+            // GLib gives idle work no time while anything above it is ready, and GTK draws as idle
+            // work (G_PRIORITY_HIGH_IDLE + 20).
+            if (!g_source_is_destroyed(base))
+                setPriority(base, isRestLeft ? G_PRIORITY_HIGH_IDLE + 30 : G_PRIORITY_DEFAULT);
         } catch (...) {
             const ExceptionHandler handler = *reinterpret_cast<Source*>(base)->handler;
             if (!handler) std::terminate();  // which names the exception

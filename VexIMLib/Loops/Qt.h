@@ -12,21 +12,25 @@
 
 namespace vexim {
 
-/// Drives the main queue from a Qt event loop while it lives, a turn at a time (`MainQueue::turnLimit()`).
+/// Drives the main queue from a Qt event loop while it lives, a turn at a time
+/// (`MainQueue::turnLimit()`).
 ///
 ///     QCoreApplication application(argc, argv);
 ///     vexim::QtLoop loop;
 ///     return application.exec();
 ///
-/// The loop's thread becomes the main thread. Loops may be nested (a dialog's `exec()`). One adapter at a time; make and destroy
-/// it on that thread, also inside a callback, while the application object lives.
+/// The loop's thread becomes the main thread. Loops may be nested (a dialog's `exec()`). One
+/// adapter at a time; make and destroy it on that thread, also inside a callback, while the
+/// application object lives.
 class QtLoop {
 public:
     /// Hears what leaves a callback.
     using ExceptionHandler = std::function<void(std::exception_ptr)>;
 
-    /// Qt lets no exception through its loop: `handler` gets it; without one, the process is terminated.
-    explicit QtLoop(ExceptionHandler handler = {}) : driver_(std::make_shared<Driver>(std::move(handler))) {
+    /// Qt lets no exception through its loop: `handler` gets it; without one, the process is
+    /// terminated.
+    explicit QtLoop(ExceptionHandler handler = {})
+        : driver_(std::make_shared<Driver>(std::move(handler))) {
         // The driver outlives a callback that destroys the adapter.
         const auto turn = [weak = std::weak_ptr(driver_)] {
             if (const auto driver = weak.lock()) driver->turn();
@@ -46,8 +50,8 @@ private:
         explicit Driver(ExceptionHandler given) : handler(std::move(given)) {}
 
         void turn() noexcept {
-            // The notifier tells of what a turn has left. The loop may call us before what came due meanwhile, so it is let go
-            // once.
+            // The notifier tells of what a turn has left. The loop may call us before what came due
+            // meanwhile, so it is let go once.
             if (std::exchange(yields, false)) return;
             awaitDeadline();  // before callbacks: one may run a loop
             try {

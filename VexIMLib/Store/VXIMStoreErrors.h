@@ -4,28 +4,44 @@
 
 #include "VexIMLib/Foundation/Export.h"
 
-/// Domain of what goes wrong in a message store. The codes are below; beneath lies what SQLite ("SQLiteErrorDomain", its extended
-/// result code) or the system ("NSPOSIXErrorDomain") said, where it was one of these. After any of them nothing is half-written.
+/// Domain of what goes wrong in a message store. The codes are below; beneath lies what SQLite
+/// ("SQLiteErrorDomain", its extended result code) or the system ("NSPOSIXErrorDomain") said, where
+/// it was one of these. After any of them nothing is half-written.
 VEXIM_EXPORT extern const char* const VXIMStoreErrorDomain;
 
-/// Codes in `VXIMStoreErrorDomain`. Any operation may end with Closed, Damaged, Locked or Failed, and any that writes with
-/// DiskFull or ReadOnly as well; the others are named where they occur.
+/// Codes in `VXIMStoreErrorDomain`. Any operation may end with Closed, Damaged, Locked or Failed,
+/// and any that writes with DiskFull or ReadOnly as well; the others are named where they occur.
 enum VXIMStoreErrorCode : std::int64_t {
-    VXIMStoreErrorFailed = 1,      ///< the system refused or SQLite failed in a way that has no code of its own
-    VXIMStoreErrorClosed = 2,      ///< the store was closed before, or this process is a forked child of the one that opened it
-    VXIMStoreErrorCannotOpen = 3,  ///< the folder is missing or not ours, or what stands at the path is not a file
-    VXIMStoreErrorNewer = 4,       ///< a newer version of the library wrote the file; it is left as it is
-    VXIMStoreErrorDamaged = 5,     ///< the file is damaged; it is set aside, and a fresh one is in its place for what comes next
-    VXIMStoreErrorDiskFull = 6,    ///< there is no room for the change, which was not made at all
-    VXIMStoreErrorReadOnly = 7,    ///< the file or its folder cannot be written, or the store was opened read-only
-    VXIMStoreErrorLocked = 8,      ///< another program has the file; marked temporary (`vexim::isTemporary`)
-    VXIMStoreErrorOtherOwner = 9,  ///< the file belongs to another user or another service
-    VXIMStoreErrorNotFound = 10,   ///< there is no such message
-    VXIMStoreErrorUnusable = 11,   ///< a message has no conversation, or its payload cannot be written as JSON
+    /// the system refused or SQLite failed in a way that has no code of its own
+    VXIMStoreErrorFailed = 1,
+    /// the store was closed before, or this process is a forked child of the one that opened it
+    VXIMStoreErrorClosed = 2,
+    /// the folder is missing or not ours, or what stands at the path is not a file
+    VXIMStoreErrorCannotOpen = 3,
+    /// a newer version of the library wrote the file; it is left as it is
+    VXIMStoreErrorNewer = 4,
+    /// the file is damaged; it is set aside, and a fresh one is in its place for what comes next
+    VXIMStoreErrorDamaged = 5,
+    /// there is no room for the change, which was not made at all
+    VXIMStoreErrorDiskFull = 6,
+    /// the file or its folder cannot be written, or the store was opened read-only
+    VXIMStoreErrorReadOnly = 7,
+    /// another program has the file; marked temporary (`vexim::isTemporary`)
+    VXIMStoreErrorLocked = 8,
+    /// the file belongs to another user or another service
+    VXIMStoreErrorOtherOwner = 9,
+    /// there is no such message
+    VXIMStoreErrorNotFound = 10,
+    /// a message has no conversation, or its payload cannot be written as JSON
+    VXIMStoreErrorUnusable = 11,
 
     // Of messages that were not sent, and of what sends them.
-    VXIMStoreErrorNotAccepted = 20,  ///< the service has neither sent the message back nor keeps it
-    VXIMStoreErrorFateUnknown = 21,  ///< the connection was lost before the echo came, and there is no history to look into
-    VXIMStoreErrorTooOld = 22,       ///< it has waited longer than the limit
-    VXIMStoreErrorOutboxFull = 23,   ///< more would wait than the limit
+    /// the service has neither sent the message back nor keeps it
+    VXIMStoreErrorNotAccepted = 20,
+    /// the connection was lost before the echo came, and there is no history to look into
+    VXIMStoreErrorFateUnknown = 21,
+    /// it has waited longer than the limit
+    VXIMStoreErrorTooOld = 22,
+    /// more would wait than the limit
+    VXIMStoreErrorOutboxFull = 23,
 };

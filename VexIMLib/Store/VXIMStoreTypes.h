@@ -14,22 +14,27 @@
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/VXIMMessage.h"
 
-// What a message store keeps and gives. All of these are values: copies that do not change when the store does.
+// What a message store keeps and gives. All of these are values: copies that do not change when the
+// store does.
 
 /// Whom one talks with. The numbers are kept in files.
 enum VXIMConversationKind : std::int32_t {
     VXIMConversationKindFriend = 0,
     VXIMConversationKindGroup = 1,
     VXIMConversationKindRoom = 2,
-    VXIMConversationKindSystem = 3,  ///< the messages of the service's operators: one conversation, its id is empty
+    /// the messages of the service's operators: one conversation, its id is empty
+    VXIMConversationKindSystem = 3,
 };
-/// "friend", "group", "room" or "system", the word for it in exports; "unknown" for any other number.
+/// "friend", "group", "room" or "system", the word for it in exports; "unknown" for any other
+/// number.
 VEXIM_EXPORT const char* VXIMConversationKindName(VXIMConversationKind kind);
 
 /// Names a conversation.
 struct VXIMConversationId {
-    VXIMConversationKind kind = VXIMConversationKindFriend;  ///< whose id it is
-    std::string id = {};                                     ///< of the friend, the group or the room
+    /// whose id it is
+    VXIMConversationKind kind = VXIMConversationKindFriend;
+    /// of the friend, the group or the room
+    std::string id = {};
     friend auto operator<=>(const VXIMConversationId&, const VXIMConversationId&) = default;
 };
 
@@ -41,13 +46,19 @@ enum VXIMStoredMessageDirection : std::int32_t {
 
 /// How far a message has come. The numbers are kept in files.
 enum VXIMStoredMessageState : std::int32_t {
-    VXIMStoredMessageQueued = 0,     ///< waits to be sent
-    VXIMStoredMessageSending = 1,    ///< being sent; after a cut, its fate is not known
-    VXIMStoredMessageSent = 2,       ///< given to the connection, the service has not been heard of it
-    VXIMStoredMessageConfirmed = 3,  ///< the service has it; so are all incoming ones
-    VXIMStoredMessageFailed = 4,     ///< refused; `error` says why
+    /// waits to be sent
+    VXIMStoredMessageQueued = 0,
+    /// being sent; after a cut, its fate is not known
+    VXIMStoredMessageSending = 1,
+    /// given to the connection, the service has not been heard of it
+    VXIMStoredMessageSent = 2,
+    /// the service has it; so are all incoming ones
+    VXIMStoredMessageConfirmed = 3,
+    /// refused; `error` says why
+    VXIMStoredMessageFailed = 4,
 };
-/// "queued", "sending", "sent", "confirmed" or "failed", the word for it in exports; "unknown" for any other number.
+/// "queued", "sending", "sent", "confirmed" or "failed", the word for it in exports; "unknown" for
+/// any other number.
 VEXIM_EXPORT const char* VXIMStoredMessageStateName(VXIMStoredMessageState state);
 
 /// A place in a conversation, in the order of time.
@@ -59,20 +70,34 @@ struct VXIMStorePosition {
 
 /// A message as it is stored.
 struct VXIMStoredMessage {
-    std::int64_t localId = 0;                                          ///< stays the same as long as the message is stored
-    VXIMConversationId conversation = {};                              ///< where it stands
-    std::optional<std::string> key = {};                               ///< its sender's key, nullopt when it has none
-    std::optional<std::string> serviceId = {};                         ///< the service's id, where the service gives one
-    vexim::Dictionary payload = {};                                    ///< as it travels
-    std::string sender = {};                                           ///< a user's id; empty: the service itself
-    std::string receiver = {};                                         ///< of a user, group or room; empty: everybody
-    VXIMMessageMediaType mediaType = VXIMMessageMediaTypeText;         ///< what the body is
-    std::int64_t sentAtMillis = 0;                                     ///< milliseconds since 1970
-    VXIMStoredMessageDirection direction = VXIMStoredMessageIncoming;  ///< who wrote it
-    VXIMStoredMessageState state = VXIMStoredMessageConfirmed;         ///< how far it has come
-    vexim::ErrorPtr error = {};                                        ///< why it failed or waits; nullptr: no reason
-    std::int32_t attempts = 0;                                         ///< how often it was tried to send it
-    std::vector<std::string> attachmentFiles = {};                     ///< the store's copies, until it is confirmed
+    /// stays the same as long as the message is stored
+    std::int64_t localId = 0;
+    /// where it stands
+    VXIMConversationId conversation = {};
+    /// its sender's key, nullopt when it has none
+    std::optional<std::string> key = {};
+    /// the service's id, where the service gives one
+    std::optional<std::string> serviceId = {};
+    /// as it travels
+    vexim::Dictionary payload = {};
+    /// a user's id; empty: the service itself
+    std::string sender = {};
+    /// of a user, group or room; empty: everybody
+    std::string receiver = {};
+    /// what the body is
+    VXIMMessageMediaType mediaType = VXIMMessageMediaTypeText;
+    /// milliseconds since 1970
+    std::int64_t sentAtMillis = 0;
+    /// who wrote it
+    VXIMStoredMessageDirection direction = VXIMStoredMessageIncoming;
+    /// how far it has come
+    VXIMStoredMessageState state = VXIMStoredMessageConfirmed;
+    /// why it failed or waits; nullptr: no reason
+    vexim::ErrorPtr error = {};
+    /// how often it was tried to send it
+    std::int32_t attempts = 0;
+    /// the store's copies, until it is confirmed
+    std::vector<std::string> attachmentFiles = {};
 
     /// The text; empty for any other kind of message.
     VEXIM_EXPORT std::string text() const;
@@ -86,10 +111,14 @@ struct VXIMStoredMessage {
 
 /// A conversation as a list shows it.
 struct VXIMConversation {
-    VXIMConversationId id = {};                         ///< whom one talks with
-    std::optional<VXIMStoredMessage> lastMessage = {};  ///< the newest one; nullopt when there is none
-    std::int64_t unreadCount = 0;                       ///< incoming messages that came since it was read
-    std::string draft = {};                             ///< what the user has begun to write; empty: nothing
+    /// whom one talks with
+    VXIMConversationId id = {};
+    /// the newest one; nullopt when there is none
+    std::optional<VXIMStoredMessage> lastMessage = {};
+    /// incoming messages that came since it was read
+    std::int64_t unreadCount = 0;
+    /// what the user has begun to write; empty: nothing
+    std::string draft = {};
 };
 
 /// A stretch of a conversation whose messages could not be had from the service any more.
@@ -101,30 +130,42 @@ struct VXIMStoredGap {
 
 /// What to search for.
 struct VXIMMessageSearch {
-    /// Words that must all occur, in any order. A word that ends in "*" is the beginning of one; words in double quotes must
-    /// stand together. Letter case and accents make no difference. Without any letter or digit nothing is found.
+    /// Words that must all occur, in any order. A word that ends in "*" is the beginning of one;
+    /// words in double quotes must stand together. Letter case and accents make no difference.
+    /// Without any letter or digit nothing is found.
     std::string text = {};
-    std::optional<VXIMConversationId> conversation = {};  ///< nullopt: in all of them
-    std::optional<std::int64_t> sinceMillis = {};         ///< from this time on
-    std::optional<std::int64_t> untilMillis = {};         ///< before this time
-    std::optional<VXIMStorePosition> before = {};         ///< for the next page: the position of the last one found
-    std::int32_t limit = 50;                              ///< how many at most
+    /// nullopt: in all of them
+    std::optional<VXIMConversationId> conversation = {};
+    /// from this time on
+    std::optional<std::int64_t> sinceMillis = {};
+    /// before this time
+    std::optional<std::int64_t> untilMillis = {};
+    /// for the next page: the position of the last one found
+    std::optional<VXIMStorePosition> before = {};
+    /// how many at most
+    std::int32_t limit = 50;
 };
 
-/// How much is kept. What has not been sent and confirmed yet is never removed, nor is a conversation itself.
+/// How much is kept. What has not been sent and confirmed yet is never removed, nor is a
+/// conversation itself.
 struct VXIMRetention {
-    std::optional<std::chrono::hours> maximumAge = {};  ///< older messages are removed; nullopt: none for their age
-    std::optional<std::int64_t> maximumCount = {};      ///< of each conversation, the newest; nullopt: any number
+    /// older messages are removed; nullopt: none for their age
+    std::optional<std::chrono::hours> maximumAge = {};
+    /// of each conversation, the newest; nullopt: any number
+    std::optional<std::int64_t> maximumCount = {};
 };
 
 /// That a damaged file was set aside.
 struct VXIMStoreDamage {
-    std::string setAsideAs = {};     ///< the path of the damaged file, for whoever wants to look at it
-    std::int64_t messagesSaved = 0;  ///< how many could be read from it and are in the fresh one
+    /// the path of the damaged file, for whoever wants to look at it
+    std::string setAsideAs = {};
+    /// how many could be read from it and are in the fresh one
+    std::int64_t messagesSaved = 0;
 };
 
-/// What has changed in an observed list: take `removed` out of the old list, from the last position to the first, put `inserted`
-/// into it, from the first to the last, and read `changed` anew. What has moved is removed and inserted. At first all is inserted.
+/// What has changed in an observed list: take `removed` out of the old list, from the last position
+/// to the first, put `inserted` into it, from the first to the last, and read `changed` anew. What
+/// has moved is removed and inserted. At first all is inserted.
 template <class T>
 struct VXIMListChange {
     std::vector<T> list = {};                ///< the whole list as it is now
@@ -133,26 +174,32 @@ struct VXIMListChange {
     std::vector<std::size_t> changed = {};   ///< positions in `list`, rising
 };
 
-// The shapes of the completions and observers. All of them run on the main queue; an empty one is allowed and skipped. On failure
-// the first argument is empty (nullopt, nullptr), and the error says why.
+// The shapes of the completions and observers. All of them run on the main queue; an empty one is
+// allowed and skipped. On failure the first argument is empty (nullopt, nullptr), and the error
+// says why.
 
 /// The messages in the order that the operation names.
-using VXIMStoredMessagesCompletion =
-    std::function<void(std::optional<std::vector<VXIMStoredMessage>> messages, vexim::ErrorPtr error)>;
+using VXIMStoredMessagesCompletion = std::function<void(
+    std::optional<std::vector<VXIMStoredMessage>> messages, vexim::ErrorPtr error)>;
 /// One message; nullopt also when there is no such one, then without an error.
-using VXIMStoredMessageCompletion = std::function<void(std::optional<VXIMStoredMessage> message, vexim::ErrorPtr error)>;
+using VXIMStoredMessageCompletion =
+    std::function<void(std::optional<VXIMStoredMessage> message, vexim::ErrorPtr error)>;
 /// Conversations, the one with the newest message first.
-using VXIMConversationsCompletion =
-    std::function<void(std::optional<std::vector<VXIMConversation>> conversations, vexim::ErrorPtr error)>;
+using VXIMConversationsCompletion = std::function<void(
+    std::optional<std::vector<VXIMConversation>> conversations, vexim::ErrorPtr error)>;
 /// One conversation; nullopt also when there is no such one, then without an error.
-using VXIMConversationCompletion = std::function<void(std::optional<VXIMConversation> conversation, vexim::ErrorPtr error)>;
+using VXIMConversationCompletion =
+    std::function<void(std::optional<VXIMConversation> conversation, vexim::ErrorPtr error)>;
 /// Gaps in the order of time.
-using VXIMStoredGapsCompletion = std::function<void(std::optional<std::vector<VXIMStoredGap>> gaps, vexim::ErrorPtr error)>;
+using VXIMStoredGapsCompletion =
+    std::function<void(std::optional<std::vector<VXIMStoredGap>> gaps, vexim::ErrorPtr error)>;
 /// A number of messages.
-using VXIMCountCompletion = std::function<void(std::optional<std::int64_t> count, vexim::ErrorPtr error)>;
+using VXIMCountCompletion =
+    std::function<void(std::optional<std::int64_t> count, vexim::ErrorPtr error)>;
 /// Hears how a list of messages changes.
 using VXIMMessagesObserver = std::function<void(const VXIMListChange<VXIMStoredMessage>& change)>;
 /// Hears how the list of conversations changes.
-using VXIMConversationsObserver = std::function<void(const VXIMListChange<VXIMConversation>& change)>;
+using VXIMConversationsObserver =
+    std::function<void(const VXIMListChange<VXIMConversation>& change)>;
 /// Hears that the file was found damaged while it was open.
 using VXIMStoreDamageObserver = std::function<void(const VXIMStoreDamage& damage)>;

@@ -1,4 +1,5 @@
-// One friend's presence event, while an application holds very many friends' infos and while it holds a few.
+// One friend's presence event, while an application holds very many friends' infos and while it
+// holds a few.
 
 #include <benchmark/benchmark.h>
 
@@ -15,7 +16,8 @@ namespace {
 const std::vector<std::shared_ptr<VXIMFriendInfo>>& infosAlive(std::size_t count) {
     static std::vector<std::shared_ptr<VXIMFriendInfo>> infos;
     while (infos.size() > count) infos.pop_back();
-    while (infos.size() < count) infos.push_back(VXIMFriendInfo::infoWithId("user" + std::to_string(infos.size())));
+    while (infos.size() < count)
+        infos.push_back(VXIMFriendInfo::infoWithId("user" + std::to_string(infos.size())));
     return infos;
 }
 
@@ -32,7 +34,8 @@ void presenceEvents(benchmark::State& state, std::size_t count) {
 }
 
 const bool kPresence = vexim::bench::compare(
-    "presence event, 100 000 infos against 10", [](benchmark::State& state) { presenceEvents(state, 100'000); },
+    "presence event, 100 000 infos against 10",
+    [](benchmark::State& state) { presenceEvents(state, 100'000); },
     [](benchmark::State& state) { presenceEvents(state, 10); }, 2.0);
 
 }  // namespace

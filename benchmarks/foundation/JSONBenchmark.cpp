@@ -23,7 +23,8 @@ const std::string kHistory = history();
 
 template <const std::string& text>
 void readOurs(benchmark::State& state) {
-    if (text.size() != 206 && text.size() < 100'000) state.SkipWithError("the message is not the one agreed on");
+    if (text.size() != 206 && text.size() < 100'000)
+        state.SkipWithError("the message is not the one agreed on");
     for (auto _ : state) {
         auto result = vexim::parseJSON(text);
         benchmark::DoNotOptimize(result);
@@ -57,9 +58,10 @@ void writePeer(benchmark::State& state) {
 }
 
 using vexim::bench::compare;
-const bool kRegistered = compare("JSON in, one message", readOurs<kMessage>, readPeer<kMessage>, 1.0) &&
-                         compare("JSON out, one message", writeOurs<kMessage>, writePeer<kMessage>, 0.9) &&
-                         compare("JSON in, history of 1000", readOurs<kHistory>, readPeer<kHistory>, 1.0) &&
-                         compare("JSON out, history of 1000", writeOurs<kHistory>, writePeer<kHistory>, 0.8);
+const bool kRegistered =
+    compare("JSON in, one message", readOurs<kMessage>, readPeer<kMessage>, 1.0) &&
+    compare("JSON out, one message", writeOurs<kMessage>, writePeer<kMessage>, 0.9) &&
+    compare("JSON in, history of 1000", readOurs<kHistory>, readPeer<kHistory>, 1.0) &&
+    compare("JSON out, history of 1000", writeOurs<kHistory>, writePeer<kHistory>, 0.8);
 
 }  // namespace

@@ -1,6 +1,7 @@
-// A message received through the C interface against one received in C++: both through a client that has logged in, from the same
-// server. CPU time of all threads. The C interface turns the main queue on a thread of its own, so C++ comes first.
-//   cinterface_benchmark [c|cpp]     with a word: receives that side's messages once, for a profiler
+// A message received through the C interface against one received in C++: both through a client
+// that has logged in, from the same server. CPU time of all threads. The C interface turns the main
+// queue on a thread of its own, so C++ comes first.
+// cinterface_benchmark [c|cpp]     with a word: receives that side's messages once, for a profiler
 
 #include <chrono>
 #include <cstdio>
@@ -35,10 +36,12 @@ public:
         configuration->setSocketURL(vexim::URL::parse("http://127.0.0.1:" + std::to_string(port)));
         client_ = VXIMClient::clientWithConfiguration(configuration);
         client_->setDelegate(shared_from_this());
-        vexim::NotificationCenter::defaultCenter().addObserver(shared_from_this(), VXIMClientDidReceiveMessageNotification,
-                                                               client_.get(), [this](const vexim::Notification&) { ++posted_; });
+        vexim::NotificationCenter::defaultCenter().addObserver(
+            shared_from_this(), VXIMClientDidReceiveMessageNotification, client_.get(),
+            [this](const vexim::Notification&) { ++posted_; });
         bool isIn = false;
-        client_->loginWithUserId("u1", [&](bool succeeded, const vexim::ErrorPtr&) { isIn = succeeded; });
+        client_->loginWithUserId("u1",
+                                 [&](bool succeeded, const vexim::ErrorPtr&) { isIn = succeeded; });
         await([&] { return isIn; });
     }
     void receive() {
@@ -46,14 +49,16 @@ public:
         client_->sendMessageToFriend(VXIMMessage::messageWithText("flood"), "u2", {});
         await([&] { return posted_ == LiveServer::kFlood && heard_ == LiveServer::kFlood; });
     }
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>&,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                           const std::shared_ptr<VXIMMessage>&,
                                            const std::shared_ptr<VXIMFriendInfo>&) override {
         ++heard_;
     }
 
 private:
     static void await(const std::function<bool()>& predicate) {
-        if (!MainQueue::shared().runUntil(predicate, std::chrono::minutes(2))) fail("the C++ client did not get through");
+        if (!MainQueue::shared().runUntil(predicate, std::chrono::minutes(2)))
+            fail("the C++ client did not get through");
     }
     std::shared_ptr<VXIMClient> client_;
     int heard_ = 0;
@@ -63,9 +68,10 @@ private:
 class InC {
 public:
     explicit InC(std::uint16_t port)
-        : client_(vexim_create((R"({"appId":"app","clientKey":"key","installationId":"install","socketURL":"http://127.0.0.1:)" +
-                                std::to_string(port) + "\"}")
-                                   .c_str())) {
+        : client_(vexim_create(
+              (R"({"appId":"app","clientKey":"key","installationId":"install","socketURL":"http://127.0.0.1:)" +
+               std::to_string(port) + "\"}")
+                  .c_str())) {
         vexim_send(client_, R"({"@op":"loginWithUserId","userId":"u1"})");
         await(R"({"@type":"event","name":"clientDidLogin")", 1);
     }
@@ -74,7 +80,8 @@ public:
     InC& operator=(const InC&) = delete;
 
     void receive() {
-        vexim_send(client_, R"({"@op":"sendMessageToFriend","friendId":"u2","message":{"text":"flood"}})");
+        vexim_send(client_,
+                   R"({"@op":"sendMessageToFriend","friendId":"u2","message":{"text":"flood"}})");
         await(R"({"@type":"event","name":"clientDidReceiveMessageFromFriend")", LiveServer::kFlood);
     }
 
@@ -117,6 +124,7 @@ int main(int argc, char** argv) {
     InC c(server.port());
     if (only == "c") return c.receive(), 0;
     const double scale = 1e6 / LiveServer::kFlood;
-    vexim::bench::printRatio("C interface: a message received, against C++", secondsOf(c) * scale, inCpp * scale, "us", 1.5);
+    vexim::bench::printRatio("C interface: a message received, against C++", secondsOf(c) * scale,
+                             inCpp * scale, "us", 1.5);
     return 0;
 }

@@ -1,8 +1,9 @@
-// A message received through VXIMClient (message object, delegate, notification) against a Beast async_read loop that parses each
-// frame into a Boost.JSON tree; one sent, from its text to the wire, against a Beast write for each frame, of a text that was ready
-// before. That peer makes nothing, but calls the system for each frame, as we do for each turn; the mirror image of receiving, a
-// peer that serialises a Boost.JSON tree made of the message, is shown for information. CPU time of all threads; the server is
-// another process.
+// A message received through VXIMClient (message object, delegate, notification) against a Beast
+// async_read loop that parses each frame into a Boost.JSON tree; one sent, from its text to the
+// wire, against a Beast write for each frame, of a text that was ready before. That peer makes
+// nothing, but calls the system for each frame, as we do for each turn; the mirror image of
+// receiving, a peer that serialises a Boost.JSON tree made of the message, is shown for
+// information. CPU time of all threads; the server is another process.
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -53,8 +54,9 @@ public:
             ours, VXIMClientDidReceiveMessageNotification, ours->client_.get(),
             [self = ours.get()](const vexim::Notification&) { ++self->posted_; });
         bool isIn = false;
-        ours->client_->loginWithUserId("5f2b7c9e8a1d4e00deadbeef",
-                                       [&](bool succeeded, const vexim::ErrorPtr&) { isIn = succeeded; });
+        ours->client_->loginWithUserId(
+            "5f2b7c9e8a1d4e00deadbeef",
+            [&](bool succeeded, const vexim::ErrorPtr&) { isIn = succeeded; });
         await([&] { return isIn; });
         return ours;
     }
@@ -81,24 +83,29 @@ public:
         await([&] { return posted_ == 1; });
     }
 
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>&,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                           const std::shared_ptr<VXIMMessage>&,
                                            const std::shared_ptr<VXIMFriendInfo>&) override {
         ++heard_;
         if (handling_.count() == 0) return;
         const auto until = std::chrono::steady_clock::now() + handling_;
         while (std::chrono::steady_clock::now() < until) continue;
     }
-    void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override { wasDisconnected_ = true; }
+    void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override {
+        wasDisconnected_ = true;
+    }
 
 private:
     static void await(const std::function<bool()>& predicate) {
-        if (!MainQueue::shared().runUntil(predicate, std::chrono::minutes(2))) fail("the client did not get through");
+        if (!MainQueue::shared().runUntil(predicate, std::chrono::minutes(2)))
+            fail("the client did not get through");
     }
     void say(const char* text) {
-        client_->sendMessageToFriend(VXIMMessage::messageWithText(text), kFriend, [this](bool succeeded, const vexim::ErrorPtr&) {
-            if (!succeeded) fail("a message was not sent");
-            ++sent_;
-        });
+        client_->sendMessageToFriend(VXIMMessage::messageWithText(text), kFriend,
+                                     [this](bool succeeded, const vexim::ErrorPtr&) {
+                                         if (!succeeded) fail("a message was not sent");
+                                         ++sent_;
+                                     });
     }
 
     std::shared_ptr<VXIMClient> client_;
@@ -138,8 +145,10 @@ public:
 
 private:
     static std::string makeEvent() {
-        const boost::json::array event = {
-            "say", {{"content", {{"media", 0}, {"body", kText}}}, {"ts", 1700000000123}, {"to", {{"id", kFriend}, {"type", 0}}}}};
+        const boost::json::array event = {"say",
+                                          {{"content", {{"media", 0}, {"body", kText}}},
+                                           {"ts", 1700000000123},
+                                           {"to", {{"id", kFriend}, {"type", 0}}}}};
         return "42/chat," + boost::json::serialize(event);
     }
 
@@ -159,7 +168,8 @@ private:
             const auto bytes = buffer_.cdata();
             const std::string_view text(static_cast<const char*>(bytes.data()), bytes.size());
             const auto json = text.substr(text.find('['));
-            if (boost::json::parse({json.data(), json.size()}).as_array().size() != 2) fail("the peer read something else");
+            if (boost::json::parse({json.data(), json.size()}).as_array().size() != 2)
+                fail("the peer read something else");
             buffer_.consume(buffer_.size());
             if (--left_ > 0) read();
         });
@@ -178,15 +188,19 @@ int main() {
     const LiveServer server;
     const auto ours = Ours::logIn(server.port());
     Peer peer(server.port());
-    const auto compare = [](const char* name, double count, std::optional<double> limit, auto own, auto other) {
+    const auto compare = [](const char* name, double count, std::optional<double> limit, auto own,
+                            auto other) {
         vexim::bench::compareCPU(name, 5, RUSAGE_SELF, RUSAGE_SELF, count, limit, own, other);
     };
     compare(
-        "live: a message received", LiveServer::kFlood, 1.0, [&] { ours->receive(); }, [&] { peer.receive(); });
+        "live: a message received", LiveServer::kFlood, 1.0, [&] { ours->receive(); },
+        [&] { peer.receive(); });
     compare(
-        "live: a message sent", kSends, std::nullopt, [&] { ours->send(); }, [&] { peer.sendTrees(); });
+        "live: a message sent", kSends, std::nullopt, [&] { ours->send(); },
+        [&] { peer.sendTrees(); });
     compare(
-        "live: a message sent, peer with ready text", kSends, 2.0, [&] { ours->send(); }, [&] { peer.sendReadyText(); });
+        "live: a message sent, peer with ready text", kSends, 2.0, [&] { ours->send(); },
+        [&] { peer.sendReadyText(); });
     if (vexim::bench::Selection::asked()) return 0;
     // Whatever is lost, or comes twice, keeps the wait from ending well.
     constexpr int kMillion = 1'000'000 / LiveServer::kFlood;
@@ -194,7 +208,8 @@ int main() {
     const long before = vexim::bench::peakMemory();
     ours->receive(kMillion, std::chrono::microseconds(5));
     vexim::bench::printAmount("live: a million messages, peak memory grew by",
-                              static_cast<double>(vexim::bench::peakMemory() - before) / 1024, "MiB", 16);
+                              static_cast<double>(vexim::bench::peakMemory() - before) / 1024,
+                              "MiB", 16);
     if (ours->wasDisconnected()) fail("the connection ended under a flood");
     return 0;
 }

@@ -23,7 +23,8 @@ using testing::LivePeer;
 
 /// Logs the client in. The server pings nobody, and whoever counts instructions needs minutes.
 bool letIn(LivePeer& peer) {
-    return peer.open(R"(0{"sid":"s1","upgrades":[],"pingInterval":3600000,"pingTimeout":20000,"maxPayload":1000000})") &&
+    return peer.open(
+               R"(0{"sid":"s1","upgrades":[],"pingInterval":3600000,"pingTimeout":20000,"maxPayload":1000000})") &&
            peer.readText() && peer.sendText(R"(40/chat,{"sid":"s2"})") &&
            peer.sendText(R"(42/chat,["login",{"success":true,"id":"5f2b7c9e8a1d4e00deadbeef"}])");
 }
@@ -45,7 +46,8 @@ void serve(testing::ScriptedServer::Connection& connection) {
         if (text->find("\"flood\"") != text->npos) {
             int left = LiveServer::kFlood;
             for (; left >= perWrite; left -= perWrite) connection.write(events);
-            connection.write(std::string_view(events).substr(0, event.size() * static_cast<std::size_t>(left)));
+            connection.write(
+                std::string_view(events).substr(0, event.size() * static_cast<std::size_t>(left)));
         } else if (text->find("\"end\"") != text->npos) {
             connection.write(event);
         }

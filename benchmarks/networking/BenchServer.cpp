@@ -30,11 +30,14 @@ constexpr std::string_view kMessage =
 
 std::uint64_t numberAfter(std::string_view text, std::string_view label) {
     const auto at = text.find(label);
-    return at == std::string_view::npos ? 0 : std::strtoull(text.data() + at + label.size(), nullptr, 10);
+    return at == std::string_view::npos
+               ? 0
+               : std::strtoull(text.data() + at + label.size(), nullptr, 10);
 }
 
 std::string head(std::uint64_t length) {
-    return "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n";
+    return "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
+           std::to_string(length) + "\r\n\r\n";
 }
 
 /// One connection, request after request, until the peer goes (which throws).
@@ -58,7 +61,8 @@ void serve(Stream& stream) {
             asio::write(stream, asio::buffer(head(left)));
             std::fill(block.begin(), block.end(), '\0');
             while (left > 0) {
-                const auto most = static_cast<std::size_t>(std::min<std::uint64_t>(left, block.size()));
+                const auto most =
+                    static_cast<std::size_t>(std::min<std::uint64_t>(left, block.size()));
                 left -= asio::write(stream, asio::buffer(block, most));
             }
         } else {
@@ -93,9 +97,12 @@ void acceptForEver(tcp::acceptor& acceptor, Play play) {
     tls.use_certificate_chain(asio::buffer(identity.certificatePEM));
     tls.use_private_key(asio::buffer(identity.privateKeyPEM), asio::ssl::context::pem);
 
-    const std::array<std::uint16_t, 2> ports{plain.local_endpoint().port(), secure.local_endpoint().port()};
+    const std::array<std::uint16_t, 2> ports{plain.local_endpoint().port(),
+                                             secure.local_endpoint().port()};
     if (::write(portsPipe, ports.data(), sizeof ports) != sizeof ports) std::_Exit(1);
-    std::thread([&plain] { acceptForEver(plain, [](tcp::socket socket) { serve(socket); }); }).detach();
+    std::thread([&plain] {
+        acceptForEver(plain, [](tcp::socket socket) { serve(socket); });
+    }).detach();
     acceptForEver(secure, [&tls](tcp::socket socket) {
         asio::ssl::stream<tcp::socket> stream(std::move(socket), tls);
         stream.handshake(asio::ssl::stream_base::server);
@@ -116,7 +123,8 @@ BenchServer::BenchServer() {
     if (process_ == 0) run(identity, ends[1]);
     ::close(ends[1]);
     std::array<std::uint16_t, 2> ports{};
-    if (process_ < 0 || ::read(ends[0], ports.data(), sizeof ports) != sizeof ports) throw std::runtime_error("no server");
+    if (process_ < 0 || ::read(ends[0], ports.data(), sizeof ports) != sizeof ports)
+        throw std::runtime_error("no server");
     ::close(ends[0]);
     plainPort_ = ports[0];
     tlsPort_ = ports[1];

@@ -7,8 +7,8 @@
 
 namespace vexim::bench {
 
-/// An HTTP/1.1 server in a process of its own, so that its time and memory are not counted. It listens on two free loopback ports
-/// (plain and TLS), keeps connections, and answers
+/// An HTTP/1.1 server in a process of its own, so that its time and memory are not counted. It
+/// listens on two free loopback ports (plain and TLS), keeps connections, and answers
 ///     GET  /file?bytes=N   N zero bytes
 ///     GET  anything else   a JSON object of 206 bytes
 ///     POST anything        ["u"], once the body has been read

@@ -13,7 +13,8 @@
 
 namespace vexim::bench {
 
-/// Seconds of CPU, user and system, of all of this process's threads (RUSAGE_SELF) or of its ended children (RUSAGE_CHILDREN).
+/// Seconds of CPU, user and system, of all of this process's threads (RUSAGE_SELF) or of its ended
+/// children (RUSAGE_CHILDREN).
 inline double cpuSeconds(int who) {
     rusage usage{};
     ::getrusage(who, &usage);
@@ -23,7 +24,8 @@ inline double cpuSeconds(int who) {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-/// Keeps this process, and those that it starts, on one core: hops between cores would make the figures jump.
+/// Keeps this process, and those that it starts, on one core: hops between cores would make the
+/// figures jump.
 inline void stayOnOneCore() {
     cpu_set_t cores;
     CPU_ZERO(&cores);
@@ -31,10 +33,11 @@ inline void stayOnOneCore() {
     ::sched_setaffinity(0, sizeof cores, &cores);
 }
 
-/// Lets both sides take turns and keeps the best of each: what else the machine does can only add to it. Prints one line.
+/// Lets both sides take turns and keeps the best of each: what else the machine does can only add
+/// to it. Prints one line.
 template <class Ours, class Peer>
-void compareCPU(const std::string& name, int rounds, int ownWho, int peerWho, double operations, std::optional<double> limit,
-                Ours ours, Peer peer) {
+void compareCPU(const std::string& name, int rounds, int ownWho, int peerWho, double operations,
+                std::optional<double> limit, Ours ours, Peer peer) {
     if (Selection::handles(name, operations, ours, peer)) return;
     double best[2] = {1e9, 1e9};
     for (int round = 0; round <= rounds; ++round) {  // the first one warms up

@@ -30,7 +30,8 @@ RawCurl::RawCurl(std::string url, const std::string& authorityPEM)
       multi_(curl_multi_init()) {
     curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(
-        multi_, CURLMOPT_SOCKETFUNCTION, +[](CURL*, curl_socket_t socket, int what, void* self, void*) {
+        multi_, CURLMOPT_SOCKETFUNCTION,
+        +[](CURL*, curl_socket_t socket, int what, void* self, void*) {
             static_cast<RawCurl*>(self)->watch(socket, what);
             return 0;
         });
@@ -57,20 +58,23 @@ void RawCurl::start() {
     --toStart_;
     ++running_;
     auto* const transfer = new Transfer;
-    for (const char* line : {"User-Agent: com.example.chat/42 iOS/17.1", "Content-Type: application/json", "X-VX-AppId: app-1",
-                             "X-VX-Request-Sign: e8991b63f68a1799f9d206a8c4608ff3,1700000000"}) {
+    for (const char* line :
+         {"User-Agent: com.example.chat/42 iOS/17.1", "Content-Type: application/json",
+          "X-VX-AppId: app-1", "X-VX-Request-Sign: e8991b63f68a1799f9d206a8c4608ff3,1700000000"}) {
         transfer->headers = curl_slist_append(transfer->headers, line);
     }
     CURL* const easy = curl_easy_init();
     curl_easy_setopt(easy, CURLOPT_URL, url_.c_str());
     curl_easy_setopt(easy, CURLOPT_HTTPHEADER, transfer->headers);
     curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "");
-    curl_blob authority{const_cast<char*>(authorityPEM_.data()), authorityPEM_.size(), CURL_BLOB_NOCOPY};
+    curl_blob authority{const_cast<char*>(authorityPEM_.data()), authorityPEM_.size(),
+                        CURL_BLOB_NOCOPY};
     curl_easy_setopt(easy, CURLOPT_CAINFO_BLOB, &authority);
     curl_easy_setopt(easy, CURLOPT_PRIVATE, transfer);
     curl_easy_setopt(easy, CURLOPT_WRITEDATA, transfer);
     curl_easy_setopt(
-        easy, CURLOPT_WRITEFUNCTION, +[](char* bytes, std::size_t size, std::size_t count, void* target) {
+        easy, CURLOPT_WRITEFUNCTION,
+        +[](char* bytes, std::size_t size, std::size_t count, void* target) {
             static_cast<Transfer*>(target)->body.append(bytes, size * count);
             return size * count;
         });
@@ -103,8 +107,10 @@ void RawCurl::wait(const std::shared_ptr<Socket>& socket, bool forWriting) {
     const int interest = forWriting ? CURL_POLL_OUT : CURL_POLL_IN;
     if (socket->closed || !(socket->wants & interest) || socket->waits[forWriting]) return;
     socket->waits[forWriting] = true;
-    const auto kind = forWriting ? asio::posix::descriptor_base::wait_write : asio::posix::descriptor_base::wait_read;
-    socket->descriptor.async_wait(kind, [this, socket, forWriting, interest](const boost::system::error_code&) {
+    const auto kind = forWriting ? asio::posix::descriptor_base::wait_write
+                                 : asio::posix::descriptor_base::wait_read;
+    socket->descriptor.async_wait(kind, [this, socket, forWriting,
+                                         interest](const boost::system::error_code&) {
         socket->waits[forWriting] = false;
         if (socket->closed || !(socket->wants & interest)) return;
         act(socket->descriptor.native_handle(), forWriting ? CURL_CSELECT_OUT : CURL_CSELECT_IN);
@@ -113,7 +119,8 @@ void RawCurl::wait(const std::shared_ptr<Socket>& socket, bool forWriting) {
 }
 
 void RawCurl::schedule(long timeoutMillis) {
-    if (timeoutMillis != 0 || kickPosted_) return;  // nothing here takes so long that a timeout could matter
+    // nothing here takes so long that a timeout could matter
+    if (timeoutMillis != 0 || kickPosted_) return;
     kickPosted_ = true;
     asio::post(context_, [this] {
         kickPosted_ = false;

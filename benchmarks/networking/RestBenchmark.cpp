@@ -1,5 +1,6 @@
-// A REST request over HTTPS, composed, signed, sent, its answer parsed and delivered on the main queue, against libcurl's multi
-// interface on asio doing no more than getting the bytes. CPU time of all threads; the server is another process.
+// A REST request over HTTPS, composed, signed, sent, its answer parsed and delivered on the main
+// queue, against libcurl's multi interface on asio doing no more than getting the bytes. CPU time
+// of all threads; the server is another process.
 
 #include <chrono>
 #include <cstdlib>
@@ -32,7 +33,9 @@ public:
 
     void run() {
         for (int i = 0; i < inFlight_; ++i) start();
-        if (!MainQueue::shared().runUntil([this] { return toFinish_ == 0; }, std::chrono::minutes(2))) fail();
+        if (!MainQueue::shared().runUntil([this] { return toFinish_ == 0; },
+                                          std::chrono::minutes(2)))
+            fail();
     }
 
 private:
@@ -43,12 +46,13 @@ private:
         request->setPath("/ctx/5f2b7c9e8a1d4e0012345678/friends");
         request->setQueryParams(vexim::Dictionary{{"limit", "20"}});
         manager_
-            ->dataTaskWithRequest(*request,
-                                  [this, request](const vexim::Value& result, const vexim::ErrorPtr&) {
-                                      if (result.get("ts").longLongValue() != 1700000000123) fail();
-                                      --toFinish_;
-                                      start();
-                                  })
+            ->dataTaskWithRequest(
+                *request,
+                [this, request](const vexim::Value& result, const vexim::ErrorPtr&) {
+                    if (result.get("ts").longLongValue() != 1700000000123) fail();
+                    --toFinish_;
+                    start();
+                })
             ->resume();
     }
     [[noreturn]] static void fail() {
@@ -76,17 +80,20 @@ int main() {
 
     auto manager = VXIMURLSessionManager::init();
     manager->setKeepsFinishedDelegates(false);
-    vexim::bench::RawCurl raw(server.tlsURL() + "/ctx/5f2b7c9e8a1d4e0012345678/friends?limit=20", server.authorityPEM());
+    vexim::bench::RawCurl raw(server.tlsURL() + "/ctx/5f2b7c9e8a1d4e0012345678/friends?limit=20",
+                              server.authorityPEM());
 
     const struct {
         const char* name;
         int inFlight;
         double limit;
-    } cases[] = {{"REST over HTTPS, 1 in flight", 1, 1.5}, {"REST over HTTPS, 32 in flight", 32, 1.15}};
+    } cases[] = {{"REST over HTTPS, 1 in flight", 1, 1.5},
+                 {"REST over HTTPS, 32 in flight", 32, 1.15}};
     for (const auto& test : cases) {
         constexpr int kCount = 4000;
         vexim::bench::compareCPU(
-            test.name, 5, RUSAGE_SELF, RUSAGE_SELF, kCount, test.limit, [&] { Requests(manager, kCount, test.inFlight).run(); },
+            test.name, 5, RUSAGE_SELF, RUSAGE_SELF, kCount, test.limit,
+            [&] { Requests(manager, kCount, test.inFlight).run(); },
             [&] {
                 if (!raw.run(kCount, test.inFlight)) std::_Exit(1);
             });

@@ -1,4 +1,5 @@
-// 2 GiB up and down on loopback, plain and TLS, against "curl -F" and "curl -o": CPU time and the growth of peak memory.
+// 2 GiB up and down on loopback, plain and TLS, against "curl -F" and "curl -o": CPU time and the
+// growth of peak memory.
 //   transfer_benchmark [MiB]
 
 #include <fcntl.h>
@@ -69,11 +70,14 @@ public:
         auto request = VXIMRequest::request();
         request->setMethod("POST");
         request->setPath("/attachment");
-        auto form = VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
-        form->appendPartWithFileURL(vexim::URL::fileURLWithPath(source_.string()), "attachment", nullptr);
+        auto form = VXIMAFStreamingMultipartFormData::initWithURLRequest(
+            request, vexim::StringEncoding::UTF8);
+        form->appendPartWithFileURL(vexim::URL::fileURLWithPath(source_.string()), "attachment",
+                                    nullptr);
         auto finalized = form->requestByFinalizingMultipartFormData();
         finish([&](VXIMProgress progress, VXIMResultCompletion done) {
-            return manager_->uploadTaskWithRequest(*finalized, std::move(progress), std::move(done));
+            return manager_->uploadTaskWithRequest(*finalized, std::move(progress),
+                                                   std::move(done));
         });
     }
 
@@ -83,9 +87,11 @@ public:
         vexim::rest::DownloadFile file(target_.string());
         finish([&](VXIMProgress progress, VXIMResultCompletion done) {
             return manager_->fileDownloadTaskWithRequest(
-                *request, [&](const std::string&) { return file.newStream(); }, std::move(progress), std::move(done));
+                *request, [&](const std::string&) { return file.newStream(); }, std::move(progress),
+                std::move(done));
         });
-        if (file.conclude(nullptr) || fs::file_size(target_) != bytes) fail("the file is not whole");
+        if (file.conclude(nullptr) || fs::file_size(target_) != bytes)
+            fail("the file is not whole");
     }
 
 private:
@@ -103,7 +109,8 @@ private:
                 done = true;
             });
         task->resume();
-        if (!vexim::MainQueue::shared().runUntil([&] { return done; }, std::chrono::minutes(5))) fail("no end");
+        if (!vexim::MainQueue::shared().runUntil([&] { return done; }, std::chrono::minutes(5)))
+            fail("no end");
         if (last != 100) fail("progress did not reach 100");
     }
 
@@ -144,12 +151,14 @@ int main(int argc, char** argv) {
             growth = vexim::bench::peakMemory() - before;
         };
         vexim::bench::compareCPU(
-            "upload over " + scheme, 3, RUSAGE_SELF, RUSAGE_CHILDREN, 1, 1.10, [&] { growing([&] { transfers.upload(); }); },
+            "upload over " + scheme, 3, RUSAGE_SELF, RUSAGE_CHILDREN, 1, 1.10,
+            [&] { growing([&] { transfers.upload(); }); },
             [&] {
-                runCurl({"curl", "-sS", "--fail", "--cacert", authority, "-H", "Expect:", "-F", "attachment=@" + source.string(),
-                         origin + "/attachment"});
+                runCurl({"curl", "-sS", "--fail", "--cacert", authority, "-H", "Expect:", "-F",
+                         "attachment=@" + source.string(), origin + "/attachment"});
             });
-        vexim::bench::printAmount("  peak memory grew by", static_cast<double>(growth), "KiB", 4096);
+        vexim::bench::printAmount("  peak memory grew by", static_cast<double>(growth), "KiB",
+                                  4096);
         vexim::bench::compareCPU(
             "download over " + scheme, 3, RUSAGE_SELF, RUSAGE_CHILDREN, 1, 1.10,
             [&] {
@@ -161,7 +170,8 @@ int main(int argc, char** argv) {
                          origin + "/file?bytes=" + std::to_string(bytes)});
                 fs::remove(target);
             });
-        vexim::bench::printAmount("  peak memory grew by", static_cast<double>(growth), "KiB", 4096);
+        vexim::bench::printAmount("  peak memory grew by", static_cast<double>(growth), "KiB",
+                                  4096);
     }
     fs::remove_all(folder);
     return 0;

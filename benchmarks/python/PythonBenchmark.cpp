@@ -1,5 +1,6 @@
-// A message received through the Python package, from the frame to `async for`: CPU time of all threads of a Python process,
-// against the 50 microseconds that 20 000 messages a second leave of one core. The server is another process.
+// A message received through the Python package, from the frame to `async for`: CPU time of all
+// threads of a Python process, against the 50 microseconds that 20 000 messages a second leave of
+// one core. The server is another process.
 
 #include <cstdio>
 #include <cstdlib>
@@ -11,10 +12,12 @@
 int main() {
     vexim::bench::stayOnOneCore();
     const vexim::bench::LiveServer server;
-    const std::string command = VEXIM_PYTHON_COMMAND " " + std::to_string(server.port()) + " " + std::to_string(server.kFlood);
+    const std::string command = VEXIM_PYTHON_COMMAND " " + std::to_string(server.port()) + " " +
+                                std::to_string(server.kFlood);
     FILE* const output = ::popen(command.c_str(), "r");
     double microseconds = 0;
-    if (output == nullptr || std::fscanf(output, "%lf", &microseconds) != 1 || ::pclose(output) != 0) {
+    if (output == nullptr || std::fscanf(output, "%lf", &microseconds) != 1 ||
+        ::pclose(output) != 0) {
         std::fprintf(stderr, "python benchmark: the program failed\n");
         return 1;
     }

@@ -1,6 +1,6 @@
-// Typed access to a dynamic 64-bit property against one look-up in a hash table by name, which is what it replaces. Both are a few
-// nanoseconds, of which what the processor does at once is another part on each machine: the narrow limits stand on instructions,
-// in scripts/bench_instructions.py.
+// Typed access to a dynamic 64-bit property against one look-up in a hash table by name, which is
+// what it replaces. Both are a few nanoseconds, of which what the processor does at once is another
+// part on each machine: the narrow limits stand on instructions, in scripts/bench_instructions.py.
 
 #include <benchmark/benchmark.h>
 
@@ -48,12 +48,13 @@ constinit const DynamicProperty<std::int64_t> kAtomicCount{&Account::staticClass
 constinit const DynamicProperty<std::int64_t> kNestedCount{&Account::staticClass, "nestedCount"};
 
 std::shared_ptr<Account> makeAccount() {
-    return vexim::create<Account>(Dictionary{{"id", "5f2b7c9e8a1d4e0012345678"},
-                                             {"sessions", 3},
-                                             {"online", true},
-                                             {"ts", 1700000000123},
-                                             {"atomicCount", 4},
-                                             {"attributes", Dictionary{{"name", "Anne"}, {"count", 5}}}});
+    return vexim::create<Account>(
+        Dictionary{{"id", "5f2b7c9e8a1d4e0012345678"},
+                   {"sessions", 3},
+                   {"online", true},
+                   {"ts", 1700000000123},
+                   {"atomicCount", 4},
+                   {"attributes", Dictionary{{"name", "Anne"}, {"count", 5}}}});
 }
 
 template <const DynamicProperty<std::int64_t>& property>
@@ -65,7 +66,8 @@ void get(benchmark::State& state) {
         sum += property.get(*account);
         benchmark::DoNotOptimize(sum);
     }
-    if (heapAllocations() != before) state.SkipWithError("a get needs no memory, and this one took some");
+    if (heapAllocations() != before)
+        state.SkipWithError("a get needs no memory, and this one took some");
 }
 
 template <const DynamicProperty<std::int64_t>& property>
@@ -80,8 +82,9 @@ void set(benchmark::State& state) {
 
 // A map this small is searched without hashing, which makes the peer as fast as it can be.
 void lookUp(benchmark::State& state) {
-    const std::unordered_map<std::string, std::int64_t> map{{"id", 1},          {"sessions", 3},    {"online", 1},
-                                                            {"ts", 1700000000}, {"atomicCount", 4}, {"attributes", 5}};
+    const std::unordered_map<std::string, std::int64_t> map{{"id", 1},          {"sessions", 3},
+                                                            {"online", 1},      {"ts", 1700000000},
+                                                            {"atomicCount", 4}, {"attributes", 5}};
     std::string key = "sessions";
     std::int64_t sum = 0;
     for (auto _ : state) {
@@ -92,11 +95,12 @@ void lookUp(benchmark::State& state) {
 }
 
 using vexim::bench::compare;
-const bool kRegistered = compare("dynamic property, get", get<kSessionCount>, lookUp, 5.0) &&
-                         compare("dynamic property, set", set<kSessionCount>, lookUp, 5.0) &&
-                         compare("dynamic property, get atomic", get<kAtomicCount>, lookUp, 10.0) &&
-                         compare("dynamic property, set atomic", set<kAtomicCount>, lookUp, 10.0) &&
-                         compare("dynamic property, get by key path", get<kNestedCount>, lookUp, 10.0) &&
-                         compare("dynamic property, set by key path", set<kNestedCount>, lookUp, 20.0);
+const bool kRegistered =
+    compare("dynamic property, get", get<kSessionCount>, lookUp, 5.0) &&
+    compare("dynamic property, set", set<kSessionCount>, lookUp, 5.0) &&
+    compare("dynamic property, get atomic", get<kAtomicCount>, lookUp, 10.0) &&
+    compare("dynamic property, set atomic", set<kAtomicCount>, lookUp, 10.0) &&
+    compare("dynamic property, get by key path", get<kNestedCount>, lookUp, 10.0) &&
+    compare("dynamic property, set by key path", set<kNestedCount>, lookUp, 20.0);
 
 }  // namespace

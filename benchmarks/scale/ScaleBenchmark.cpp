@@ -1,5 +1,6 @@
-// Very many users in one process, as in a gateway: what one costs while nothing happens, a message and a heartbeat while they do,
-// how long all take to log in, and to be back after the service cut everybody off. The server is another process.
+// Very many users in one process, as in a gateway: what one costs while nothing happens, a message
+// and a heartbeat while they do, how long all take to log in, and to be back after the service cut
+// everybody off. The server is another process.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -24,7 +25,8 @@ using namespace std::chrono_literals;
 using vexim::MainQueue;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::size_t kAtOnce = 256;  // logins under way: more would overrun a service's queue of connections to accept
+// logins under way: more would overrun a service's queue of connections to accept
+constexpr std::size_t kAtOnce = 256;
 constexpr int kRounds = 10;
 
 [[noreturn]] void fail(const char* what) {
@@ -44,7 +46,9 @@ double residentKiB() {
     return 0;
 }
 
-double secondsSince(Clock::time_point begin) { return std::chrono::duration<double>(Clock::now() - begin).count(); }
+double secondsSince(Clock::time_point begin) {
+    return std::chrono::duration<double>(Clock::now() - begin).count();
+}
 
 class Gateway final : public VXIMClientDelegate, public std::enable_shared_from_this<Gateway> {
 public:
@@ -74,11 +78,13 @@ public:
             MainQueue::shared().runUntil([] { return false; }, 10ms);
         }
         for (const auto& client : clients_) {
-            await([&] { return client->status() == VXIMClientStatusOpened; }, "a client was not logged in again");
+            await([&] { return client->status() == VXIMClientStatusOpened; },
+                  "a client was not logged in again");
         }
     }
 
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>&,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                           const std::shared_ptr<VXIMMessage>&,
                                            const std::shared_ptr<VXIMFriendInfo>&) override {
         ++heard_;
     }
@@ -91,13 +97,15 @@ private:
         configuration->setClientKey("key");
         configuration->setInstallationId("gateway-" + std::to_string(clients_.size()));
         configuration->setSocketURL(url_);
-        const auto& client = clients_.emplace_back(VXIMClient::clientWithConfiguration(configuration));
+        const auto& client =
+            clients_.emplace_back(VXIMClient::clientWithConfiguration(configuration));
         client->setDelegate(shared_from_this());
-        client->loginWithUserId("user-" + std::to_string(clients_.size()), [this](bool succeeded, const vexim::ErrorPtr&) {
-            if (!succeeded) fail("a login was refused");
-            ++loggedIn_;
-            logNextIn();
-        });
+        client->loginWithUserId("user-" + std::to_string(clients_.size()),
+                                [this](bool succeeded, const vexim::ErrorPtr&) {
+                                    if (!succeeded) fail("a login was refused");
+                                    ++loggedIn_;
+                                    logNextIn();
+                                });
     }
 
     const ScaleServer& server_;
@@ -137,9 +145,10 @@ Costs measure(std::size_t count) {
     const double cpuBefore = cpuSeconds(RUSAGE_SELF);
     gateway->logAllIn();
     const double loginSeconds = secondsSince(begin);
-    const double loginCost = (cpuSeconds(RUSAGE_SELF) - cpuBefore) / static_cast<double>(count) * 1e6;
-    printAmount(who + "memory of each", (residentKiB() - before) / static_cast<double>(count), "KiB",
-                isMost ? std::optional(24.0) : std::nullopt);
+    const double loginCost =
+        (cpuSeconds(RUSAGE_SELF) - cpuBefore) / static_cast<double>(count) * 1e6;
+    printAmount(who + "memory of each", (residentKiB() - before) / static_cast<double>(count),
+                "KiB", isMost ? std::optional(24.0) : std::nullopt);
     printAmount(who + "all logged in", loginSeconds, "s", std::nullopt);
     printAmount(who + "CPU of a login", loginCost, "us", std::nullopt);
 
@@ -195,7 +204,9 @@ int main() {
     const Costs few = measureApart(100);
     measureApart(1000);
     const Costs many = measureApart(10'000);
-    printRatio("scale: a message, among 10 000 against among 100", many.message, few.message, "us", std::nullopt);
-    printRatio("scale: a heartbeat, among 10 000 against among 100", many.heartbeat, few.heartbeat, "us", 1.5);
+    printRatio("scale: a message, among 10 000 against among 100", many.message, few.message, "us",
+               std::nullopt);
+    printRatio("scale: a heartbeat, among 10 000 against among 100", many.heartbeat, few.heartbeat,
+               "us", 1.5);
     return 0;
 }

@@ -22,7 +22,9 @@ namespace vexim::bench {
 namespace {
 
 /// Everything that is sent is short, so the socket's buffer takes it whole.
-void write(int socket, std::string_view bytes) { (void)!::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
+void write(int socket, std::string_view bytes) {
+    (void)!::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+}
 
 class Loop {
 public:
@@ -38,7 +40,8 @@ public:
     [[noreturn]] void run() {
         for (;;) {
             std::array<epoll_event, 256> events{};
-            const int count = ::epoll_wait(poll_, events.data(), static_cast<int>(events.size()), -1);
+            const int count =
+                ::epoll_wait(poll_, events.data(), static_cast<int>(events.size()), -1);
             for (int i = 0; i < count; ++i) {
                 const int ready = events[static_cast<std::size_t>(i)].data.fd;
                 if (ready == listener_) {
@@ -109,16 +112,21 @@ private:
                 connection.head.append(buffer.data(), static_cast<std::size_t>(got));
                 if (connection.head.find("\r\n\r\n") == std::string::npos) return;
                 connection.state = Connection::State::Joining;
-                write(socket,
-                      "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: " +
-                          acceptFor(connection.head) + "\r\n\r\n" +
-                          frame(R"(0{"sid":"s","upgrades":[],"pingInterval":600000,"pingTimeout":600000,"maxPayload":1000000})"));
+                write(
+                    socket,
+                    "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: " +
+                        acceptFor(connection.head) + "\r\n\r\n" +
+                        frame(
+                            R"(0{"sid":"s","upgrades":[],"pingInterval":600000,"pingTimeout":600000,"maxPayload":1000000})"));
                 std::string().swap(connection.head);
                 return;
             case Connection::State::Joining:
                 connection.state = Connection::State::In;
-                write(socket, frame(R"(40/chat,{"sid":"t"})") +
-                                  frame(R"(42/chat,["login",{"success":true,"id":"5f2b7c9e8a1d4e00deadbeef"}])"));
+                write(
+                    socket,
+                    frame(R"(40/chat,{"sid":"t"})") +
+                        frame(
+                            R"(42/chat,["login",{"success":true,"id":"5f2b7c9e8a1d4e00deadbeef"}])"));
                 if (++in_ == wanted_) report();
                 return;
             case Connection::State::In:
@@ -154,7 +162,9 @@ ScaleServer::ScaleServer() {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
-    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 || ::listen(listener, 4096) != 0) std::abort();
+    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+        ::listen(listener, 4096) != 0)
+        std::abort();
     ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
     port_ = ntohs(address.sin_port);
     int commands[2];

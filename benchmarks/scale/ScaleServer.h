@@ -7,8 +7,8 @@
 
 namespace vexim::bench {
 
-/// A live server of few words for very many clients, in a process of its own: one loop over epoll that lets everybody in and
-/// logs them in, and otherwise does what it is told.
+/// A live server of few words for very many clients, in a process of its own: one loop over epoll
+/// that lets everybody in and logs them in, and otherwise does what it is told.
 class ScaleServer {
 public:
     /// To be made before this process has threads.
@@ -22,7 +22,8 @@ public:
     void sendMessages() const { tell('m'); }
     /// Sends everybody a ping, and waits for all pongs.
     void beat() const;
-    /// Cuts everybody off, as a restart does. `isEverybodyBack` tells when so many are logged in again.
+    /// Cuts everybody off, as a restart does. `isEverybodyBack` tells when so many are logged in
+    /// again.
     void cutOff() const { tell('c'); }
     bool isEverybodyBack() const;
 

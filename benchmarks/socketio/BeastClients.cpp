@@ -63,11 +63,13 @@ void withSocket(const PeerServer& server, Work work) {
 }
 
 template <class Stream>
-void join(beast::websocket::stream<Stream>& stream, const PeerServer& server, const std::string& query) {
+void join(beast::websocket::stream<Stream>& stream, const PeerServer& server,
+          const std::string& query) {
     auto& socket = beast::get_lowest_layer(stream);
     socket.connect({asio::ip::address_v4::loopback(), server.port()});
     socket.set_option(tcp::no_delay(true));
-    if constexpr (std::is_same_v<Stream, TlsSocket>) stream.next_layer().handshake(asio::ssl::stream_base::client);
+    if constexpr (std::is_same_v<Stream, TlsSocket>)
+        stream.next_layer().handshake(asio::ssl::stream_base::client);
     if constexpr (std::is_same_v<Stream, Buffered<TlsSocket>>) {
         stream.next_layer().next_layer().handshake(asio::ssl::stream_base::client);
     }
@@ -140,7 +142,8 @@ void emitCoalesced(const PeerServer& server, long count) {
             out.append(key, sizeof key);
             const std::size_t at = out.size();
             out += text;
-            for (std::size_t i = 0; i < text.size(); ++i) out[at + i] = static_cast<char>(out[at + i] ^ key[i % 4]);
+            for (std::size_t i = 0; i < text.size(); ++i)
+                out[at + i] = static_cast<char>(out[at + i] ^ key[i % 4]);
             if (out.size() < 64 * 1024 && count > 1) continue;
             asio::write(stream.next_layer(), asio::buffer(out));
             out.clear();

@@ -40,8 +40,9 @@ struct Connection {
 
 void writeAll(const Connection& connection, std::string_view bytes) {
     while (!bytes.empty()) {
-        const auto count = connection.tls ? SSL_write(connection.tls, bytes.data(), static_cast<int>(bytes.size()))
-                                          : ::send(connection.socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        const auto count =
+            connection.tls ? SSL_write(connection.tls, bytes.data(), static_cast<int>(bytes.size()))
+                           : ::send(connection.socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         if (count <= 0) return;
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
@@ -61,7 +62,8 @@ void join(const Connection& connection) {
     }
 }
 
-/// What is there, at least a byte; 0 or less at the end. The socket blocks, so a record is read whole.
+/// What is there, at least a byte; 0 or less at the end. The socket blocks, so a record is read
+/// whole.
 ssize_t readSome(const Connection& connection, char* into, std::size_t most) {
     if (connection.tls) return SSL_read(connection.tls, into, static_cast<int>(most));
     return ::recv(connection.socket, into, most, 0);
@@ -69,11 +71,15 @@ ssize_t readSome(const Connection& connection, char* into, std::size_t most) {
 
 SSL_CTX* makeContext(const testing::TLSIdentity& identity) {
     SSL_CTX* context = SSL_CTX_new(TLS_server_method());
-    BIO* certificate = BIO_new_mem_buf(identity.certificatePEM.data(), static_cast<int>(identity.certificatePEM.size()));
-    BIO* key = BIO_new_mem_buf(identity.privateKeyPEM.data(), static_cast<int>(identity.privateKeyPEM.size()));
+    BIO* certificate = BIO_new_mem_buf(identity.certificatePEM.data(),
+                                       static_cast<int>(identity.certificatePEM.size()));
+    BIO* key = BIO_new_mem_buf(identity.privateKeyPEM.data(),
+                               static_cast<int>(identity.privateKeyPEM.size()));
     X509* x509 = PEM_read_bio_X509(certificate, nullptr, nullptr, nullptr);
     EVP_PKEY* privateKey = PEM_read_bio_PrivateKey(key, nullptr, nullptr, nullptr);
-    if (SSL_CTX_use_certificate(context, x509) != 1 || SSL_CTX_use_PrivateKey(context, privateKey) != 1) std::abort();
+    if (SSL_CTX_use_certificate(context, x509) != 1 ||
+        SSL_CTX_use_PrivateKey(context, privateKey) != 1)
+        std::abort();
     BIO_free(certificate);
     BIO_free(key);
     X509_free(x509);
@@ -100,7 +106,8 @@ SSL_CTX* makeContext(const testing::TLSIdentity& identity) {
             const int socket = events[static_cast<std::size_t>(i)].data.fd;
             if (socket == listener) {
                 const int accepted = ::accept(listener, nullptr, nullptr);
-                const int yes = 1;  // or each answer of a TLS handshake would wait for an acknowledgement
+                // or each answer of a TLS handshake would wait for an acknowledgement
+                const int yes = 1;
                 ::setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
                 connections[accepted].socket = accepted;
                 if (tls) {
@@ -125,14 +132,17 @@ SSL_CTX* makeContext(const testing::TLSIdentity& identity) {
                 connection.head.append(buffer.data(), static_cast<std::size_t>(got));
                 if (connection.head.find("\r\n\r\n") == std::string::npos) continue;
                 connection.accepted = true;
-                writeAll(connection,
-                         "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: " +
-                             acceptFor(connection.head) + "\r\n\r\n" +
-                             frame(R"(0{"sid":"s","upgrades":[],"pingInterval":250000,"pingTimeout":20000,"maxPayload":1000000})"));
+                writeAll(
+                    connection,
+                    "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Accept: " +
+                        acceptFor(connection.head) + "\r\n\r\n" +
+                        frame(
+                            R"(0{"sid":"s","upgrades":[],"pingInterval":250000,"pingTimeout":20000,"maxPayload":1000000})"));
             } else if (!connection.joined) {
                 connection.joined = true;
                 join(connection);
-                if (connection.head.find("silent") != std::string::npos) ::epoll_ctl(poll, EPOLL_CTL_DEL, socket, nullptr);
+                if (connection.head.find("silent") != std::string::npos)
+                    ::epoll_ctl(poll, EPOLL_CTL_DEL, socket, nullptr);
                 std::string().swap(connection.head);
             }
         }
@@ -153,7 +163,9 @@ PeerServer::PeerServer(Wire wire) {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
-    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 || ::listen(listener, 4096) != 0) std::abort();
+    if (::bind(listener, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+        ::listen(listener, 4096) != 0)
+        std::abort();
     ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
     port_ = ntohs(address.sin_port);
     process_ = ::fork();

@@ -7,8 +7,9 @@
 
 namespace vexim::bench {
 
-/// A WebSocket server of few words in a process of its own, so that its CPU time is not ours. It joins whoever comes and then
-/// does what the request's query says: "flood=N" sends N events, "silent" reads no more, nothing else is answered.
+/// A WebSocket server of few words in a process of its own, so that its CPU time is not ours. It
+/// joins whoever comes and then does what the request's query says: "flood=N" sends N events,
+/// "silent" reads no more, nothing else is answered.
 class PeerServer {
 public:
     enum class Wire : std::uint8_t { Plain, Tls };
@@ -23,7 +24,9 @@ public:
     bool isSecure() const noexcept { return !authorityPEM_.empty(); }
     /// Who vouches for it; empty when it speaks no TLS.
     const std::string& authorityPEM() const noexcept { return authorityPEM_; }
-    std::string url() const { return (isSecure() ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port_); }
+    std::string url() const {
+        return (isSecure() ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port_);
+    }
 
 private:
     pid_t process_ = -1;

@@ -1,5 +1,6 @@
-// The live connection against what one would write by hand, and against the official JavaScript client. All figures are CPU
-// time of the whole process, threads included; peers that serve run in processes of their own.
+// The live connection against what one would write by hand, and against the official JavaScript
+// client. All figures are CPU time of the whole process, threads included; peers that serve run in
+// processes of their own.
 
 #include <chrono>
 #include <cstdio>
@@ -48,7 +49,8 @@ void wait(const std::function<bool()>& until) {
 }
 
 std::shared_ptr<SocketIOClient> makeClient(const PeerServer& server, Dictionary parameters) {
-    Dictionary options{{"forceWebsockets", true}, {"reconnects", false}, {"connectParams", std::move(parameters)}};
+    Dictionary options{
+        {"forceWebsockets", true}, {"reconnects", false}, {"connectParams", std::move(parameters)}};
     if (server.isSecure()) options.set("caPEM", server.authorityPEM());
     auto client = SocketIOClient::create(URL::parse(server.url()), options);
     client->joinNamespace("/chat");
@@ -92,8 +94,9 @@ long residentKiB() {
 /// CPU microseconds of each message; nothing when the official client is not installed.
 std::optional<double> withJavaScript(const char* what, const PeerServer& server, long count) {
     ::setenv("PEER_CA", server.authorityPEM().c_str(), 1);
-    const std::string command = std::string("node " VEXIM_BENCH_FOLDER "/client.mjs ") + what + " " + server.url() + " " +
-                                std::to_string(count) + " '" + kMessage + "'";
+    const std::string command = std::string("node " VEXIM_BENCH_FOLDER "/client.mjs ") + what +
+                                " " + server.url() + " " + std::to_string(count) + " '" + kMessage +
+                                "'";
     FILE* output = ::popen(command.c_str(), "r");
     double micros = 0;
     const bool isRead = output && std::fscanf(output, "%lf", &micros) == 1;
@@ -120,8 +123,10 @@ bool doneAsSelected(const PeerServer& server) {
         for (int i = 0; i < kConnects; ++i) connectAndClose(server);
     };
     // Each does its own row only, so both are called.
-    const bool isReceive = Selection::handles(group + kReceive, kMessages, receiveOurs, receivePeer);
-    const bool isConnect = Selection::handles(group + kConnect, kConnects, connectOurs, connectPeer);
+    const bool isReceive =
+        Selection::handles(group + kReceive, kMessages, receiveOurs, receivePeer);
+    const bool isConnect =
+        Selection::handles(group + kConnect, kConnects, connectOurs, connectPeer);
     return isReceive || isConnect;
 }
 
@@ -129,13 +134,15 @@ bool doneAsSelected(const PeerServer& server) {
 void measure(const PeerServer& server) {
     constexpr long kMessages = 200'000;
     constexpr int kRounds = 3;
-    const auto compare = [&](const char* name, double ours, double peer, std::optional<double> limit) {
+    const auto compare = [&](const char* name, double ours, double peer,
+                             std::optional<double> limit) {
         if (server.isSecure()) limit.reset();
-        printRatio(std::string(server.isSecure() ? "Socket.IO over TLS " : "Socket.IO ") + name, ours, peer, "us", limit);
+        printRatio(std::string(server.isSecure() ? "Socket.IO over TLS " : "Socket.IO ") + name,
+                   ours, peer, "us", limit);
     };
     const auto tell = [&](const char* name, double amount, const char* unit, double limit) {
-        printAmount(std::string(server.isSecure() ? "Socket.IO over TLS " : "Socket.IO ") + name, amount, unit,
-                    server.isSecure() ? std::nullopt : std::optional(limit));
+        printAmount(std::string(server.isSecure() ? "Socket.IO over TLS " : "Socket.IO ") + name,
+                    amount, unit, server.isSecure() ? std::nullopt : std::optional(limit));
     };
     receive(server, 1000);  // the network thread starts, or the TLS context is made
 
@@ -147,12 +154,15 @@ void measure(const PeerServer& server) {
         const long before = residentKiB();
         for (long i = 0; i < kIdle; ++i) idle.push_back(connect(server, {{"x", 1}}));
         tell("idle connection", static_cast<double>(residentKiB() - before) / kIdle, "KiB", 12);
-        const auto threads = std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+        const auto threads =
+            std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
         tell("threads with 2000 connections", static_cast<double>(threads), "", 4);
     }
 
-    const double asynchronous = leastOf(kRounds, kMessages, [&] { receiveWithAsyncReads(server, kMessages); });
-    const double buffered = leastOf(kRounds, kMessages, [&] { receiveWithBufferedReads(server, kMessages); });
+    const double asynchronous =
+        leastOf(kRounds, kMessages, [&] { receiveWithAsyncReads(server, kMessages); });
+    const double buffered =
+        leastOf(kRounds, kMessages, [&] { receiveWithBufferedReads(server, kMessages); });
     const double received = leastOf(kRounds, kMessages, [&] { receive(server, kMessages); });
     compare("receive, Beast async_read and a tree", received, asynchronous, 0.75);
     compare(kReceive, received, buffered, 0.7);
@@ -162,7 +172,8 @@ void measure(const PeerServer& server) {
     const Array items{parseJSON(kMessage).value};
     const double coalesced = leastOf(kRounds, kMessages, [&] { emitCoalesced(server, kMessages); });
     const auto sink = connect(server, {{"sink", 1}});
-    const double emitted = leastOf(kRounds, kMessages, [&] { emitInTurns(*sink, items, kMessages); });
+    const double emitted =
+        leastOf(kRounds, kMessages, [&] { emitInTurns(*sink, items, kMessages); });
     const auto scriptEmitted = withJavaScript("emit", server, kMessages);
     if (scriptEmitted) compare("emit, official JavaScript client", emitted, *scriptEmitted, 0.28);
     compare("emit in a burst, coalescing writer", emitted, coalesced, 2.0);

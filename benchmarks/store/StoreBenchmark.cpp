@@ -1,6 +1,6 @@
-// A million messages in a store: what it costs to put them there, beside SQLite alone with the same tables and rows, and what it
-// costs to look at them. The messages are of a year, in 200 conversations, with a key each and texts of words as frequent as in a
-// language (Zipf's law).
+// A million messages in a store: what it costs to put them there, beside SQLite alone with the same
+// tables and rows, and what it costs to look at them. The messages are of a year, in 200
+// conversations, with a key each and texts of words as frequent as in a language (Zipf's law).
 #include <malloc.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
@@ -150,9 +150,12 @@ public:
             const std::int64_t sentAt = each.payload.get("ts").longLongValue();
             const std::int64_t conversation = std::stoll(each.conversation.id.substr(7)) + 1;
             static std::int64_t number = 0;
-            rows.push_back({vexim::store::hourOf(sentAt) << vexim::store::kHourBits | (number++ & 0xfffff), conversation, sentAt,
-                            vexim::store::keyNumber(*each.payload.get("key").asString()), vexim::writeJSON(each.payload).text,
-                            *each.payload.get("content").get("body").asString(), vexim::store::placeWord(conversation)});
+            rows.push_back(
+                {vexim::store::hourOf(sentAt) << vexim::store::kHourBits | (number++ & 0xfffff),
+                 conversation, sentAt, vexim::store::keyNumber(*each.payload.get("key").asString()),
+                 vexim::writeJSON(each.payload).text,
+                 *each.payload.get("content").get("body").asString(),
+                 vexim::store::placeWord(conversation)});
         }
         return rows;
     }
@@ -162,13 +165,16 @@ public:
             sqlite3_bind_int64(message_, 1, row.id);
             sqlite3_bind_int64(message_, 2, row.conversation);
             sqlite3_bind_int64(message_, 3, row.sentAt);
-            sqlite3_bind_text(message_, 4, row.payload.data(), static_cast<int>(row.payload.size()), SQLITE_STATIC);
+            sqlite3_bind_text(message_, 4, row.payload.data(), static_cast<int>(row.payload.size()),
+                              SQLITE_STATIC);
             sqlite3_bind_int64(message_, 5, row.key);
             check(sqlite3_step(message_));
             sqlite3_reset(message_);
             sqlite3_bind_int64(words_, 1, row.id);
-            sqlite3_bind_text(words_, 2, row.text.data(), static_cast<int>(row.text.size()), SQLITE_STATIC);
-            sqlite3_bind_text(words_, 3, row.place.data(), static_cast<int>(row.place.size()), SQLITE_STATIC);
+            sqlite3_bind_text(words_, 2, row.text.data(), static_cast<int>(row.text.size()),
+                              SQLITE_STATIC);
+            sqlite3_bind_text(words_, 3, row.place.data(), static_cast<int>(row.place.size()),
+                              SQLITE_STATIC);
             check(sqlite3_step(words_));
             sqlite3_reset(words_);
         }
@@ -198,9 +204,10 @@ public:
 
 private:
     std::shared_ptr<VXIMMessageStore> open() {
-        return vexim::wait(
-            vexim::call(&VXIMMessageStore::open,
-                        VXIMMessageStoreOptions{.path = folder_ / "store", .userId = "alice", .service = "https://im"}));
+        return vexim::wait(vexim::call(
+            &VXIMMessageStore::open,
+            VXIMMessageStoreOptions{
+                .path = folder_ / "store", .userId = "alice", .service = "https://im"}));
     }
     static void row(const char* name, double amount, const char* unit, double limit) {
         vexim::bench::printAmount(name, amount, unit, limit);
@@ -218,21 +225,25 @@ private:
             const auto rows = Raw::rowsOf(batch);
             for (const auto& each : rows) payloads += static_cast<double>(each.payload.size());
             const double before = cpuSeconds();
-            elapsed.push_back(secondsOf([&] { vexim::wait(vexim::call(&Operations::insert, operations, batch)); }));
+            elapsed.push_back(secondsOf(
+                [&] { vexim::wait(vexim::call(&Operations::insert, operations, batch)); }));
             const double between = cpuSeconds();
             raw.insert(rows);
             cpu.push_back(between - before);
             ours += between - before;
             peers += cpuSeconds() - between;
         }
-        vexim::bench::printRatio("store: a message stored, in batches of 1000", ours / kMessages * 1e6, peers / kMessages * 1e6,
-                                 "us", 2.0);
-        row("store: 50 000 messages stored, CPU time of the best 100 batches", millisOf50000(cpu), "ms", 1000);
-        row("store: 50 000 messages stored, on the clock, as above", millisOf50000(elapsed), "ms", 1000);
+        vexim::bench::printRatio("store: a message stored, in batches of 1000",
+                                 ours / kMessages * 1e6, peers / kMessages * 1e6, "us", 2.0);
+        row("store: 50 000 messages stored, CPU time of the best 100 batches", millisOf50000(cpu),
+            "ms", 1000);
+        row("store: 50 000 messages stored, on the clock, as above", millisOf50000(elapsed), "ms",
+            1000);
         operations = nullptr;
         vexim::wait(vexim::call(&VXIMMessageStore::close, store));
         const auto size = static_cast<double>(std::filesystem::file_size(folder_ / "store"));
-        row("store: the file's size against the payloads'", size / payloads, "x", 1.5 + indexShare(payloads));
+        row("store: the file's size against the payloads'", size / payloads, "x",
+            1.5 + indexShare(payloads));
     }
 
     /// By the best hundred batches in a row: what else the machine does can only add to it.
@@ -250,8 +261,10 @@ private:
         sqlite3* database = nullptr;
         check(sqlite3_open((folder_ / "store").c_str(), &database));
         sqlite3_stmt* sizes = nullptr;
-        check(sqlite3_prepare_v2(database, "SELECT sum(pgsize) FROM dbstat WHERE name LIKE 'message_%' OR name LIKE 'words%'", -1,
-                                 &sizes, nullptr));
+        check(sqlite3_prepare_v2(
+            database,
+            "SELECT sum(pgsize) FROM dbstat WHERE name LIKE 'message_%' OR name LIKE 'words%'", -1,
+            &sizes, nullptr));
         check(sqlite3_step(sizes));
         const double share = sqlite3_column_double(sizes, 0) / payloads;
         sqlite3_finalize(sizes);
@@ -262,21 +275,25 @@ private:
 
     void look() {
         const VXIMConversationId first{VXIMConversationKindFriend, "friend-0"};
-        ::malloc_trim(0);  // or what filling the store left would be used again, and hide what this takes
+        // or what filling the store left would be used again, and hide what this takes
+        ::malloc_trim(0);
         const double before = residentMiB();
         std::shared_ptr<VXIMMessageStore> store;
         row("store: open, and show the newest page",
             1000 * secondsOf([&] {
                 store = open();
                 vexim::wait(vexim::call(&VXIMMessageStore::conversations, store));
-                vexim::wait(vexim::call(&VXIMMessageStore::messagesBefore, store, first, std::nullopt, 50));
+                vexim::wait(
+                    vexim::call(&VXIMMessageStore::messagesBefore, store, first, std::nullopt, 50));
             }),
             "ms", 50);
         double longest = 0;
         std::optional<VXIMStorePosition> position;
         for (std::vector<VXIMStoredMessage> page;;) {
             longest = std::max(longest, bestMillisOf([&] {
-                                   page = *vexim::wait(vexim::call(&VXIMMessageStore::messagesBefore, store, first, position, 50));
+                                   page =
+                                       *vexim::wait(vexim::call(&VXIMMessageStore::messagesBefore,
+                                                                store, first, position, 50));
                                }));
             if (page.empty()) break;
             position = page.front().position();
@@ -292,21 +309,25 @@ private:
             {"store: search, the beginning of 1111 words", {.text = "w19*"}},
             {"store: search, the beginning of 111 words", {.text = "w199*"}},
             {"store: search, the beginnings of two frequent words", {.text = "w1* w2*"}},
-            {"store: search, a frequent word in one conversation", {.text = "w0", .conversation = first}},
+            {"store: search, a frequent word in one conversation",
+             {.text = "w0", .conversation = first}},
             {"store: search, a frequent word of one week",
              {.text = "w0", .sinceMillis = kBegin, .untilMillis = kBegin + 604'800'000}},
             {"store: search, the page before a moment", {.text = "w3", .before = position}},
         };
         for (const auto& [name, search] : searches) {
-            row(name, bestMillisOf([&, &what = search] { vexim::wait(vexim::call(&VXIMMessageStore::search, store, what)); }), "ms",
-                30);
+            row(name, bestMillisOf([&, &what = search] {
+                    vexim::wait(vexim::call(&VXIMMessageStore::search, store, what));
+                }),
+                "ms", 30);
         }
         auto operations = std::make_shared<Operations>(store);
         Messages again;
         for (int i = 0; i < 20; ++i) {
             auto batch = again.batch();
             for (Arrival& each : batch)
-                each.payload.set("ts", each.payload.get("ts").longLongValue() + kMessages * kStep), each.payload.remove("key");
+                each.payload.set("ts", each.payload.get("ts").longLongValue() + kMessages * kStep),
+                    each.payload.remove("key");
             vexim::wait(vexim::call(&Operations::insert, operations, std::move(batch)));
         }
         row("store: memory of an open store, after all this", residentMiB() - before, "MiB", 16);

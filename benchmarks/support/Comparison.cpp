@@ -32,7 +32,8 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const auto& run : runs) {
             if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-            const double nanos = run.cpu_accumulated_time / static_cast<double>(run.iterations) * 1e9;
+            const double nanos =
+                run.cpu_accumulated_time / static_cast<double>(run.iterations) * 1e9;
             auto [best, isFirst] = best_.emplace(run.run_name.function_name, nanos);
             if (!isFirst) best->second = std::min(best->second, nanos);
         }
@@ -64,7 +65,9 @@ void registerAll() {
         if (const auto& asked = Selection::asked()) {
             if (asked->isList) Selection::list(name, 1);
             if (asked->row == name)
-                benchmark::RegisterBenchmark(name.c_str(), asked->isOurs ? ours : peer)->Iterations(asked->rounds)->Repetitions(1);
+                benchmark::RegisterBenchmark(name.c_str(), asked->isOurs ? ours : peer)
+                    ->Iterations(asked->rounds)
+                    ->Repetitions(1);
         } else {
             benchmark::RegisterBenchmark((name + "/ours").c_str(), ours);
             benchmark::RegisterBenchmark((name + "/peer").c_str(), peer);
@@ -78,7 +81,8 @@ void registerAll() {
 
 int main(int argc, char** argv) {
     // The two sides take turns, several times, so that both meet the same machine.
-    std::vector<std::string> defaults = {argv[0], "--benchmark_repetitions=7", "--benchmark_enable_random_interleaving=true",
+    std::vector<std::string> defaults = {argv[0], "--benchmark_repetitions=7",
+                                         "--benchmark_enable_random_interleaving=true",
                                          "--benchmark_min_time=0.1"};
     std::vector<char*> arguments;
     for (auto& each : defaults) arguments.push_back(each.data());

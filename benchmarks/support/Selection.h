@@ -7,8 +7,9 @@
 
 namespace vexim::bench {
 
-/// What scripts/bench_instructions.py asks of a program through the variable VEXIM_BENCH: "list" prints its rows, and for example
-/// "ours 3 live: a message sent" does nothing but three rounds of one side of one row.
+/// What scripts/bench_instructions.py asks of a program through the variable VEXIM_BENCH: "list"
+/// prints its rows, and for example "ours 3 live: a message sent" does nothing but three rounds of
+/// one side of one row.
 struct Selection {
     bool isList = false;
     bool isOurs = false;
@@ -31,14 +32,18 @@ struct Selection {
     }
 
     /// `operations` in each round.
-    static void list(const std::string& name, double operations) { std::printf("%s\t%.0f\n", name.c_str(), operations); }
+    static void list(const std::string& name, double operations) {
+        std::printf("%s\t%.0f\n", name.c_str(), operations);
+    }
 
-    /// True when the program is asked for one row, or for the list, and this did what concerns the row of that name.
+    /// True when the program is asked for one row, or for the list, and this did what concerns the
+    /// row of that name.
     template <class Ours, class Peer>
     static bool handles(const std::string& name, double operations, Ours& ours, Peer& peer) {
         if (!asked()) return false;
         if (asked()->isList) list(name, operations);
-        for (int round = 0; asked()->row == name && round < asked()->rounds; ++round) asked()->isOurs ? ours() : peer();
+        for (int round = 0; asked()->row == name && round < asked()->rounds; ++round)
+            asked()->isOurs ? ours() : peer();
         return true;
     }
 };

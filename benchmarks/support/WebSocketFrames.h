@@ -9,12 +9,13 @@
 
 namespace vexim::bench {
 
-/// What a server answers to a client's opening handshake under Sec-WebSocket-Accept (RFC 6455, 4.2.2).
+/// What a server answers to a client's opening handshake under Sec-WebSocket-Accept (RFC 6455,
+/// 4.2.2).
 inline std::string acceptFor(std::string_view request) {
     const std::string_view name = "Sec-WebSocket-Key: ";
     const auto at = request.find(name) + name.size();
-    const std::string salted =
-        std::string(request.substr(at, request.find('\r', at) - at)) + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
+    const std::string salted = std::string(request.substr(at, request.find('\r', at) - at)) +
+                               "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
     std::array<unsigned char, SHA_DIGEST_LENGTH> digest{};
     SHA1(reinterpret_cast<const unsigned char*>(salted.data()), salted.size(), digest.data());
     std::array<unsigned char, 32> text{};
@@ -28,7 +29,8 @@ inline std::string frame(std::string_view payload) {
     if (payload.size() < 126) {
         bytes += static_cast<char>(payload.size());
     } else {
-        bytes += {126, static_cast<char>(payload.size() >> 8), static_cast<char>(payload.size() & 0xFF)};
+        bytes +=
+            {126, static_cast<char>(payload.size() >> 8), static_cast<char>(payload.size() & 0xFF)};
     }
     return bytes += payload;
 }

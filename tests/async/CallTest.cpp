@@ -1,4 +1,5 @@
-// How one call ends: answer, deadline, cancellation, abandonment, in every order; the same for futures and coroutines.
+// How one call ends: answer, deadline, cancellation, abandonment, in every order; the same for
+// futures and coroutines.
 
 #include <gtest/gtest.h>
 
@@ -127,7 +128,10 @@ TEST_F(CallTest, EndsOnceWhenThreadsAnswerCancelAndLetTimeRunOutAtTheSameMoment)
         answering.join();
         settle();
         EXPECT_EQ(ends, 1);
-        ++(how == kCancelled ? cancelled : how == kTimedOut ? timedOut : how == kAbandoned ? abandoned : answered);
+        ++(how == kCancelled   ? cancelled
+           : how == kTimedOut  ? timedOut
+           : how == kAbandoned ? abandoned
+                               : answered);
     }
     EXPECT_EQ(answered + cancelled + timedOut + abandoned, 300);
     EXPECT_GT(answered, 0);
@@ -146,7 +150,8 @@ TEST_F(CallTest, WaitTurnsTheMainQueueAndPassesAQuitOn) {
     EXPECT_TRUE(outerEnded);
 
     held.answer(6);
-    EXPECT_EQ(vexim::wait(vexim::call([](Held::Completion done) { done(6, nullptr); })), 6) << "in place";
+    EXPECT_EQ(vexim::wait(vexim::call([](Held::Completion done) { done(6, nullptr); })), 6)
+        << "in place";
     std::thread other([&] {
         EXPECT_THROW(vexim::wait(vexim::call([](Held::Completion) {})), Failure);
         MainQueue::shared().async([&] { outerEnded = false; });
@@ -156,7 +161,9 @@ TEST_F(CallTest, WaitTurnsTheMainQueueAndPassesAQuitOn) {
 }
 
 TEST_F(CallTest, WhatTheStartRaisesReachesTheCaller) {
-    const auto raising = [] { return vexim::call([](Held::Completion) { throw Exception(kRangeException, "no"); }); };
+    const auto raising = [] {
+        return vexim::call([](Held::Completion) { throw Exception(kRangeException, "no"); });
+    };
     EXPECT_THROW((void)vexim::future(raising()), Exception);
     std::string outcome = "pending";
     EXPECT_THROW(vexim::wait(record(raising(), outcome)), Exception);

@@ -18,7 +18,9 @@ namespace {
 struct Trace {
     std::string* log;
     std::string name;
-    Trace(std::string& into, std::string called) : log(&into), name(std::move(called)) { *log += "+" + name; }
+    Trace(std::string& into, std::string called) : log(&into), name(std::move(called)) {
+        *log += "+" + name;
+    }
     Trace(const Trace&) = delete;
     ~Trace() { *log += "-" + name; }
 };
@@ -45,10 +47,14 @@ TEST(Task, AwaitsTasksAndGivesTheirResult) {
     std::string log;
     const auto answerBoth = [&held]() -> Task<> {
         while (held.starts < 1)
-            co_await vexim::call([](Held::Completion done) { MainQueue::shared().async([done] { done(0, nullptr); }); });
+            co_await vexim::call([](Held::Completion done) {
+                MainQueue::shared().async([done] { done(0, nullptr); });
+            });
         held.answer(1);
         while (held.starts < 2)
-            co_await vexim::call([](Held::Completion done) { MainQueue::shared().async([done] { done(0, nullptr); }); });
+            co_await vexim::call([](Held::Completion done) {
+                MainQueue::shared().async([done] { done(0, nullptr); });
+            });
         held.answer(2);
     };
     spawn(answerBoth());
@@ -96,7 +102,8 @@ TEST(Task, AnExceptionGoesToWhoeverWaitsAndElseToTheMainQueue) {
     for (const char* way : {"awaited", "waited for", "spawned", "started", "as Failure"}) {
         SCOPED_TRACE(way);
         const std::string_view name = way;
-        MainQueue::shared().async([&held] { held.completion(1, Error::withDescription("d", 1, "refused")); });
+        MainQueue::shared().async(
+            [&held] { held.completion(1, Error::withDescription("d", 1, "refused")); });
         if (name == "awaited") {
             EXPECT_EQ(vexim::wait(catching(held)), "from the coroutine");
         }
@@ -122,7 +129,9 @@ TEST(Task, StartedOnAnotherThreadGoesOnOnTheMainOne) {
     std::string immediately, later;
     std::thread other([&] {
         // Answered before the start has returned, and after.
-        spawn(record(vexim::call([](Held::Completion done) { MainQueue::shared().sync([&done] { done(1, nullptr); }); }),
+        spawn(record(vexim::call([](Held::Completion done) {
+                         MainQueue::shared().sync([&done] { done(1, nullptr); });
+                     }),
                      immediately));
         spawn(record(held.call(), later));
         held.answer(2);
@@ -143,7 +152,8 @@ TEST(Task, IsWaitedForOnTheMainThreadOnly) {
 TEST(Task, ManyAnswersInPlaceNeedNoStack) {
     const auto body = []() -> Task<int> {
         int sum = 0;
-        for (int i = 0; i < 200'000; ++i) sum += (co_await vexim::call([](Held::Completion done) { done(1, nullptr); })).value;
+        for (int i = 0; i < 200'000; ++i)
+            sum += (co_await vexim::call([](Held::Completion done) { done(1, nullptr); })).value;
         co_return sum;
     };
     EXPECT_EQ(vexim::wait(body()), 200'000);

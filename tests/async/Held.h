@@ -23,7 +23,8 @@ struct Held {
     }
     /// As the library answers: on the main queue.
     void answer(int value, ErrorPtr error = nullptr) {
-        MainQueue::shared().async([done = completion, value, error = std::move(error)] { done(value, error); });
+        MainQueue::shared().async(
+            [done = completion, value, error = std::move(error)] { done(value, error); });
     }
 
     int starts = 0;
@@ -36,7 +37,8 @@ inline void settle() {
 
 /// "7", "NSURLErrorDomain -999", …
 inline std::string describe(const Result<int>& result) {
-    return result.error ? result.error->domain() + " " + std::to_string(result.error->code()) : std::to_string(result.value);
+    return result.error ? result.error->domain() + " " + std::to_string(result.error->code())
+                        : std::to_string(result.value);
 }
 inline std::string describe(std::future<int>& future) {
     if (future.wait_for(std::chrono::seconds(0)) != std::future_status::ready) return "pending";

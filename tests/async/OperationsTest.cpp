@@ -1,4 +1,5 @@
-// The styles over the library's own operations: each completion's shape, and the operations that may never answer.
+// The styles over the library's own operations: each completion's shape, and the operations that
+// may never answer.
 
 #include <gtest/gtest.h>
 
@@ -59,16 +60,32 @@ TEST_F(OperationsTest, EveryShapeOfCompletion) {
     const auto room = VXIMRoom::roomWithId("r1");
     const auto user = VXIMUser::userWithId("u1");
     const auto query = VXIMQuery::query();
-    const auto boolean = [&] { return both([&] { return vexim::call(&VXIMRoom::updateName, room, "n"); }); };
-    const auto value = [&] { return both([&] { return vexim::call(&VXIMUser::addFriendWithUser, user, "u2"); }); };
-    const auto object = [&] { return both([&] { return vexim::call(&VXIMUser::getFriendInfo, user, std::string("u2")); }); };
-    const auto objects = [&] { return both([&] { return vexim::call(&VXIMQuery::findUserWithBlock, query); }); };
-    const auto isStatic = [&] {
-        return both([&] { return vexim::call(&VXIMPassenger::createOrUpdatePassengerWithAttributes, Dictionary{{"name", "n"}}); });
+    const auto boolean = [&] {
+        return both([&] { return vexim::call(&VXIMRoom::updateName, room, "n"); });
     };
-    const auto inherited = [&] { return both([&] { return vexim::call(&VXIMUser::deleteAttributesWithCompletion, user); }); };
+    const auto value = [&] {
+        return both([&] { return vexim::call(&VXIMUser::addFriendWithUser, user, "u2"); });
+    };
+    const auto object = [&] {
+        return both([&] { return vexim::call(&VXIMUser::getFriendInfo, user, std::string("u2")); });
+    };
+    const auto objects = [&] {
+        return both([&] { return vexim::call(&VXIMQuery::findUserWithBlock, query); });
+    };
+    const auto isStatic = [&] {
+        return both([&] {
+            return vexim::call(&VXIMPassenger::createOrUpdatePassengerWithAttributes,
+                               Dictionary{{"name", "n"}});
+        });
+    };
+    const auto inherited = [&] {
+        return both([&] { return vexim::call(&VXIMUser::deleteAttributesWithCompletion, user); });
+    };
     const auto overloaded = [&] {
-        return both([&] { return vexim::call([](VXIMRoomCompletion done) { VXIMRoom::createWithName("n", std::move(done)); }); });
+        return both([&] {
+            return vexim::call(
+                [](VXIMRoomCompletion done) { VXIMRoom::createWithName("n", std::move(done)); });
+        });
     };
     const struct {
         const char* why;
@@ -95,7 +112,8 @@ TEST_F(OperationsTest, EveryShapeOfCompletion) {
         EXPECT_NE(each.run().find("VXErrorDomain 42"), std::string::npos) << each.run();
     }
     const auto nobody = VXIMPassenger::initWithDictionary({});
-    EXPECT_EQ(both([&] { return vexim::call(&VXIMPassenger::fetchWithCompletion, nobody); }), "VXIMErrorDomain 5004")
+    EXPECT_EQ(both([&] { return vexim::call(&VXIMPassenger::fetchWithCompletion, nobody); }),
+              "VXIMErrorDomain 5004")
         << "answered at once, in place";
 }
 
@@ -118,13 +136,16 @@ TEST_F(OperationsTest, ALoginThatIsNeverAnsweredEndsWithItsClientOrTheNextLogin)
 
 TEST_F(OperationsTest, ALoginOverADeadConnectionFailsAtOnceWithItsError) {
     const auto page = [](int status) {
-        return ScriptedServer::answering([status](const WireRequest&) { return ScriptedServer::text(status, "<html>"); });
+        return ScriptedServer::answering(
+            [status](const WireRequest&) { return ScriptedServer::text(status, "<html>"); });
     };
     const auto refusing = [](ScriptedServer::Connection& connection) {
         LivePeer peer(connection);
         if (peer.open() && peer.readText()) peer.sendText(R"(44/chat,{"message":"not you"})");
     };
-    const auto leaving = [](ScriptedServer::Connection& connection) { LivePeer(connection).join(); };
+    const auto leaving = [](ScriptedServer::Connection& connection) {
+        LivePeer(connection).join();
+    };
     ScriptedServer plain(page(404));
     ScriptedServer puzzled([](ScriptedServer::Connection& connection) {
         connection.write("HTTP/1.1 400 Bad Request\r\n\r\n");
@@ -141,8 +162,10 @@ TEST_F(OperationsTest, ALoginOverADeadConnectionFailsAtOnceWithItsError) {
     } rows[] = {
         {"no address", std::nullopt, VXIMConnectionErrorBadAddress},
         {"no scheme", "im.example:8080", VXIMConnectionErrorBadAddress},
-        {"nobody listens", "http://127.0.0.1:" + std::to_string(deadPort()), VXIMConnectionErrorUnreachable},
-        {"TLS to a port without", "https://127.0.0.1:" + std::to_string(puzzled.port()), VXIMConnectionErrorNotSecure},
+        {"nobody listens", "http://127.0.0.1:" + std::to_string(deadPort()),
+         VXIMConnectionErrorUnreachable},
+        {"TLS to a port without", "https://127.0.0.1:" + std::to_string(puzzled.port()),
+         VXIMConnectionErrorNotSecure},
         {"a stranger's certificate", strange.url(), VXIMConnectionErrorNotSecure},
         {"a web server", plain.url(), VXIMConnectionErrorNotSocketIO},
         {"a gateway without its server", away.url(), VXIMConnectionErrorUnreachable},
@@ -151,7 +174,8 @@ TEST_F(OperationsTest, ALoginOverADeadConnectionFailsAtOnceWithItsError) {
     };
     for (const bool polls : {false, true}) {
         for (const auto& row : rows) {
-            if (polls && row.kind >= VXIMConnectionErrorRefused) continue;  // those peers speak WebSocket only
+            // those peers speak WebSocket only
+            if (polls && row.kind >= VXIMConnectionErrorRefused) continue;
             SCOPED_TRACE(std::string(row.why) + (polls ? ", polling" : ""));
             auto configuration = VXIMClientConfiguration::defaultConfiguration();
             configuration->setAppId("app");
@@ -165,21 +189,27 @@ TEST_F(OperationsTest, ALoginOverADeadConnectionFailsAtOnceWithItsError) {
             ErrorPtr told;
             NotificationCenter::defaultCenter().addObserver(
                 dead, VXIMClientConnectionErrorNotification, dead.get(),
-                [&told](const Notification& notification) { told = connectionError(notification); });
+                [&told](const Notification& notification) {
+                    told = connectionError(notification);
+                });
             const auto began = std::chrono::steady_clock::now();
             const auto failed = both([&] {
                 return vexim::call([dead](VXIMBooleanCompletion done) {
-                           dead->loginWithUserId("u1", [done](bool succeeded, const ErrorPtr& error) {
-                               ADD_FAILURE() << "the completion itself never runs";
-                               done(succeeded, error);
-                           });
+                           dead->loginWithUserId(
+                               "u1", [done](bool succeeded, const ErrorPtr& error) {
+                                   ADD_FAILURE() << "the completion itself never runs";
+                                   done(succeeded, error);
+                               });
                        })
                     .within(120s);
             });
             EXPECT_EQ(failed, "VXIMConnectionErrorDomain " + std::to_string(row.kind));
             EXPECT_LT(std::chrono::steady_clock::now() - began, 60s);
-            EXPECT_EQ(dead->status(), row.kind == VXIMConnectionErrorLost ? VXIMClientStatusPaused : VXIMClientStatusOpening);
-            if (row.kind == VXIMConnectionErrorLost) continue;  // "disconnect" told that, and no error
+            EXPECT_EQ(dead->status(), row.kind == VXIMConnectionErrorLost
+                                          ? VXIMClientStatusPaused
+                                          : VXIMClientStatusOpening);
+            // "disconnect" told that, and no error
+            if (row.kind == VXIMConnectionErrorLost) continue;
             ASSERT_TRUE(told);
             EXPECT_EQ(told->code(), row.kind);
             EXPECT_EQ(isTemporary(told), row.kind == VXIMConnectionErrorUnreachable);
@@ -209,14 +239,18 @@ TEST_F(OperationsTest, ALoginWaitsWhileTheConnectionTriesAgain) {
         ADD_FAILURE() << "nobody answered";
     } catch (const Failure& failure) {
         EXPECT_TRUE(failure.error()->is(VXIMConnectionErrorDomain, VXIMConnectionErrorLost));
-        EXPECT_EQ(failure.error()->localizedDescription(), "The connection was lost: transport close.");
+        EXPECT_EQ(failure.error()->localizedDescription(),
+                  "The connection was lost: transport close.");
     }
 }
 
 TEST_F(OperationsTest, ALoginIsAwaited) {
     const auto flow = [](std::shared_ptr<VXIMClient> as) -> Task<> {
-        auto [loggedIn, error] = co_await vexim::call(&VXIMClient::loginWithUserId, as, "u1").within(30s);
-        if (loggedIn) co_await vexim::call(&VXIMClient::sendMessageToFriend, as, VXIMMessage::messageWithText("hi"), "u2");
+        auto [loggedIn, error] =
+            co_await vexim::call(&VXIMClient::loginWithUserId, as, "u1").within(30s);
+        if (loggedIn)
+            co_await vexim::call(&VXIMClient::sendMessageToFriend, as,
+                                 VXIMMessage::messageWithText("hi"), "u2");
     };
     auto task = flow(client);
     task.start();
@@ -233,24 +267,33 @@ TEST_F(OperationsTest, ALoginIsAwaited) {
 TEST_F(OperationsTest, AFailedUploadFailsTheCallThoughTheCompletionHearsOfASuccess) {
     login();
     service.answerWith(400, R"({"errorCode":7,"errorMessage":"no"})");
-    const auto image = VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255}));
-    EXPECT_EQ(both([&] { return vexim::call(&VXIMClient::sendMessageToFriend, client, image, "u2"); }), "VXErrorDomain 7");
+    const auto image =
+        VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255}));
+    EXPECT_EQ(
+        both([&] { return vexim::call(&VXIMClient::sendMessageToFriend, client, image, "u2"); }),
+        "VXErrorDomain 7");
     EXPECT_EQ(both([&] {
                   return vexim::call([&](VXIMBooleanCompletion done) {
-                      client->sendMessageToFriend(image, "u2", [done](bool sent, const ErrorPtr& error) { done(sent, error); });
+                      client->sendMessageToFriend(
+                          image, "u2",
+                          [done](bool sent, const ErrorPtr& error) { done(sent, error); });
                   });
               }),
               "VXErrorDomain 7")
         << "also through a callback in between";
 
-    // What else is called while such a completion runs succeeds as it did: in place, or by a turn of the queue inside it.
-    const auto inPlace = [](const std::function<void(bool, ErrorPtr)>& done) { done(true, nullptr); };
+    // What else is called while such a completion runs succeeds as it did: in place, or by a turn
+    // of the queue inside it.
+    const auto inPlace = [](const std::function<void(bool, ErrorPtr)>& done) {
+        done(true, nullptr);
+    };
     const auto queued = [](std::function<void(bool, ErrorPtr)> done) {
         MainQueue::shared().async([done = std::move(done)] { done(true, nullptr); });
     };
     std::string inside;
     client->sendMessageToFriend(image, "u2", [&](bool, const ErrorPtr&) {
-        inside = both([&] { return vexim::call(inPlace); }) + ", " + both([&] { return vexim::call(queued); });
+        inside = both([&] { return vexim::call(inPlace); }) + ", " +
+                 both([&] { return vexim::call(queued); });
     });
     ASSERT_TRUE(eventually([&] { return !inside.empty(); }));
     EXPECT_EQ(inside, "yes, yes");
@@ -268,17 +311,21 @@ TEST_F(OperationsTest, ATransferIsEndedByTimeCancellationAndDestruction) {
         ++left;
         MainQueue::shared().async([] {});
     });
-    const auto message =
-        VXIMMessage::initWithPayloadDictionary({{"content", Dictionary{{"media", 1}, {"body", slow.url("/a.png")}}}});
+    const auto message = VXIMMessage::initWithPayloadDictionary(
+        {{"content", Dictionary{{"media", 1}, {"body", slow.url("/a.png")}}}});
     const TemporaryFolder folder;
     const std::string path = folder / "photo.png";
-    const auto download = [&] { return vexim::call(&VXIMMessage::downloadAttachment, message, path, nullptr); };
+    const auto download = [&] {
+        return vexim::call(&VXIMMessage::downloadAttachment, message, path, nullptr);
+    };
 
     std::stop_source stop;
     std::string heard;
-    auto cancelled = vexim::future(download().cancelledBy(stop.get_token()).reporting([&](VXIMTransferProgress progress) {
-        heard = std::to_string(progress.bytes) + " of " + std::to_string(progress.total.value_or(-1));
-    }));
+    auto cancelled = vexim::future(
+        download().cancelledBy(stop.get_token()).reporting([&](VXIMTransferProgress progress) {
+            heard = std::to_string(progress.bytes) + " of " +
+                    std::to_string(progress.total.value_or(-1));
+        }));
     ASSERT_TRUE(eventually([&] { return heard == "4 of 1000"; }));
     stop.request_stop();
     EXPECT_THROW(vexim::wait(cancelled), Failure);

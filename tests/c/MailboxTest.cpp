@@ -1,4 +1,5 @@
-// What waits to be received: one answer for each request, whatever ends it first; bounds; the descriptor; waking.
+// What waits to be received: one answer for each request, whatever ends it first; bounds; the
+// descriptor; waking.
 
 #include "VexIMLib/C/internal/Mailbox.h"
 
@@ -33,7 +34,8 @@ std::string taken(Mailbox& box) {
         if (item.get("name") == "overflow") {
             lines += "overflow " + part("events") + " " + part("answers");
         } else {
-            lines += part("@type") + " " + (item.get("@type") == "event" ? part("name") : part("@extra"));
+            lines += part("@type") + " " +
+                     (item.get("@type") == "event" ? part("name") : part("@extra"));
         }
     }
     return lines;
@@ -52,7 +54,8 @@ TEST(Mailbox, AnswersEachRequestOnceWhateverEndsItFirst) {
     std::vector<Mailbox::RequestId> ids;
     for (const char* extra : {"1", "2", "3", "4"}) ids.push_back(box->open(extra, 10).value());
     EXPECT_TRUE(box->setDeadline(ids[1], now));
-    EXPECT_FALSE(box->setDeadline(ids[2], now + std::chrono::seconds(1))) << "a later one needs no other timer";
+    EXPECT_FALSE(box->setDeadline(ids[2], now + std::chrono::seconds(1)))
+        << "a later one needs no other timer";
 
     box->answer(ids[0], Outcome::Answer, "true");
     box->expire(now, kError);
@@ -82,7 +85,8 @@ TEST(Mailbox, DropsEventsBeforeAnswersAndSaysHowMany) {
     const auto box = std::make_shared<Mailbox>(2000);
     const auto id = box->open("1", 10).value();
     box->event(event("first"));
-    for (int i = 0; i < 50; ++i) box->event(event("one of many, with a name that is not short at all"));
+    for (int i = 0; i < 50; ++i)
+        box->event(event("one of many, with a name that is not short at all"));
     box->answer(id, Outcome::Answer, "true");
     const std::string lines = taken(*box);
     EXPECT_TRUE(lines.starts_with("event first, event one of many")) << lines;
@@ -139,16 +143,18 @@ TEST(Mailbox, WakesWhoWaitsAlsoWhenItIsClosed) {
 }
 
 TEST(Records, WriteWhatIsShortByThemselves) {
-    for (const double number : {0.0, 0.5, 1.0, 12.345, 999.999, 1700000000.0, 1700000000.1, 1700000000.12, 1700000000.123,
-                                1700000000.1234, 9e11, 9e15, 0.0005, -1.5, 0.1 + 0.2, 1e300}) {
+    for (const double number :
+         {0.0, 0.5, 1.0, 12.345, 999.999, 1700000000.0, 1700000000.1, 1700000000.12, 1700000000.123,
+          1700000000.1234, 9e11, 9e15, 0.0005, -1.5, 0.1 + 0.2, 1e300}) {
         std::string text = "[";
         write(text, number);
         EXPECT_EQ(parseJSON(text + "]").value.get(0), Value(number)) << text;
     }
     const std::string letters(46, 'x');
     for (const std::string& words :
-         {std::string(), std::string("a"), std::string("b\"c"), std::string("d\\e"), std::string("\n"), std::string("\0f", 2),
-          std::string("\x7f"), std::string("gr\xc3\xbc\xc3\x9f e"), letters, letters + "y", letters.substr(1) + "\""}) {
+         {std::string(), std::string("a"), std::string("b\"c"), std::string("d\\e"),
+          std::string("\n"), std::string("\0f", 2), std::string("\x7f"),
+          std::string("gr\xc3\xbc\xc3\x9f e"), letters, letters + "y", letters.substr(1) + "\""}) {
         std::string text;
         write(text, std::string_view(words));
         EXPECT_EQ(text, writeJSON(Value(words), JSONFragments::Allow).text);
@@ -177,9 +183,11 @@ TEST(Arguments, AreCheckedAgainstTheTable) {
         const char* arguments;
         std::optional<InterfaceError> problem;
     };
-    const auto parameters = parseParameters("id: id, members: ids?, limit: int32?, detail: boolean?");
+    const auto parameters =
+        parseParameters("id: id, members: ids?, limit: int32?, detail: boolean?");
     for (const auto& [why, arguments, problem] : std::initializer_list<Case>{
-             {"all there", R"({"id":"g","members":["a",1],"limit":-3,"detail":false,"@extra":1})", std::nullopt},
+             {"all there", R"({"id":"g","members":["a",1],"limit":-3,"detail":false,"@extra":1})",
+              std::nullopt},
              {"a number is an id", R"({"id":7})", std::nullopt},
              {"null is left out", R"({"id":"g","limit":null})", std::nullopt},
              {"missing", R"({})", InterfaceError::MissingArgument},
@@ -188,8 +196,10 @@ TEST(Arguments, AreCheckedAgainstTheTable) {
              {"a real is no id", R"({"id":1.0})", InterfaceError::WrongArgument},
              {"true is no number", R"({"id":"g","limit":true})", InterfaceError::WrongArgument},
              {"1 is no boolean", R"({"id":"g","detail":1})", InterfaceError::WrongArgument},
-             {"too large for 32 bits", R"({"id":"g","limit":2147483648})", InterfaceError::WrongArgument},
-             {"an array with something else", R"({"id":"g","members":["a",null]})", InterfaceError::WrongArgument},
+             {"too large for 32 bits", R"({"id":"g","limit":2147483648})",
+              InterfaceError::WrongArgument},
+             {"an array with something else", R"({"id":"g","members":["a",null]})",
+              InterfaceError::WrongArgument},
              {"unknown", R"({"id":"g","member":[]})", InterfaceError::UnknownArgument},
              {"a typo behind the @", R"({"id":"g","@timout":1})", InterfaceError::UnknownArgument},
          }) {
@@ -201,7 +211,8 @@ TEST(Arguments, AreCheckedAgainstTheTable) {
 TEST(Operations, OfTheStoreAreKnownAsSuchWithoutIt) {
     const auto problem = unknownOperation("VXIMMessageStore.open");
     EXPECT_EQ(problem.code, InterfaceError::WithoutStore);
-    EXPECT_NE(problem.description.find("libvexim-c-store1"), std::string::npos) << problem.description;
+    EXPECT_NE(problem.description.find("libvexim-c-store1"), std::string::npos)
+        << problem.description;
     EXPECT_EQ(unknownOperation("VXIMMessageStores.open").code, InterfaceError::UnknownOperation);
 }
 

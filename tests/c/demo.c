@@ -1,5 +1,5 @@
-// The story that `vexim demo` tells, told through the C interface: two users log in, chat, send files, work with resources, pause
-// and log out. One line a step; the status is 0 when all held.
+// The story that `vexim demo` tells, told through the C interface: two users log in, chat, send
+// files, work with resources, pause and log out. One line a step; the status is 0 when all held.
 //   c_demo URL FOLDER
 
 #include <cjson/cJSON.h>
@@ -46,9 +46,13 @@ static const char* text(const cJSON* object, const char* name) {
     return value != NULL ? value : "";
 }
 
-static const cJSON* get(const cJSON* object, const char* name) { return cJSON_GetObjectItemCaseSensitive(object, name); }
+static const cJSON* get(const cJSON* object, const char* name) {
+    return cJSON_GetObjectItemCaseSensitive(object, name);
+}
 
-static double number(const cJSON* object, const char* name) { return cJSON_GetNumberValue(get(object, name)); }
+static double number(const cJSON* object, const char* name) {
+    return cJSON_GetNumberValue(get(object, name));
+}
 
 static char* format(const char* pattern, va_list arguments) {
     va_list again;
@@ -69,8 +73,8 @@ static void note(User* user, const char* pattern, ...) {
 
 static void noteMessage(User* user, const char* kind, const char* who, const cJSON* event) {
     const cJSON* message = get(event, "message");
-    note(user, "%s%s%s%s%s: %s", kind, *who ? " " : "", who, *who ? ", " : "", *who ? text(get(message, "sender"), "userId") : "",
-         text(message, "text"));
+    note(user, "%s%s%s%s%s: %s", kind, *who ? " " : "", who, *who ? ", " : "",
+         *who ? text(get(message, "sender"), "userId") : "", text(message, "text"));
     const int media = (int)number(message, "mediaType");
     if (media < 0 || media >= kMedia) return;
     cJSON_Delete(user->last[media]);
@@ -80,12 +84,17 @@ static void noteMessage(User* user, const char* kind, const char* who, const cJS
 static void noteEvent(User* user, const cJSON* event) {
     const char* name = text(event, "name");
     const cJSON* from = get(event, "from");
-    if (strcmp(name, "clientDidReceiveMessageFromFriend") == 0) noteMessage(user, "friend", text(from, "uid"), event);
-    if (strcmp(name, "clientDidReceiveMessageFromGroup") == 0) noteMessage(user, "group", text(from, "groupId"), event);
-    if (strcmp(name, "clientDidReceiveMessageFromRoom") == 0) noteMessage(user, "room", text(from, "roomId"), event);
+    if (strcmp(name, "clientDidReceiveMessageFromFriend") == 0)
+        noteMessage(user, "friend", text(from, "uid"), event);
+    if (strcmp(name, "clientDidReceiveMessageFromGroup") == 0)
+        noteMessage(user, "group", text(from, "groupId"), event);
+    if (strcmp(name, "clientDidReceiveMessageFromRoom") == 0)
+        noteMessage(user, "room", text(from, "roomId"), event);
     if (strcmp(name, "clientDidReceiveSystemMessage") == 0) noteMessage(user, "system", "", event);
-    if (strcmp(name, "clientFriendDidOnline") == 0) note(user, "online %s", text(get(event, "info"), "uid"));
-    if (strcmp(name, "clientFriendDidOffline") == 0) note(user, "offline %s", text(get(event, "info"), "uid"));
+    if (strcmp(name, "clientFriendDidOnline") == 0)
+        note(user, "online %s", text(get(event, "info"), "uid"));
+    if (strcmp(name, "clientFriendDidOffline") == 0)
+        note(user, "offline %s", text(get(event, "info"), "uid"));
     if (strcmp(name, "progress") == 0) user->percent = (int)number(event, "percent");
 }
 
@@ -99,7 +108,8 @@ static void receive(User* user, double seconds) {
         return;
     }
     const int extra = (int)number(item, "@extra");
-    if (extra < 0 || extra >= kMaxRequests || user->answers[extra] != NULL) abort();  // one answer for each request
+    // one answer for each request
+    if (extra < 0 || extra >= kMaxRequests || user->answers[extra] != NULL) abort();
     user->answers[extra] = item;
 }
 
@@ -116,21 +126,26 @@ static const cJSON* ask(User* user, const char* pattern, ...) {
     vexim_send(user->client, request);
     free(request);
     free(inside);
-    for (const double end = now() + kPatience; user->answers[extra] == NULL && now() < end;) receive(user, 1);
+    for (const double end = now() + kPatience; user->answers[extra] == NULL && now() < end;)
+        receive(user, 1);
     return user->answers[extra];
 }
 
 static const char* shown(const cJSON* item) {
     static char line[2000];
-    if (item == NULL || !cJSON_PrintPreallocated((cJSON*)(uintptr_t)item, line, sizeof line, false)) return "nothing";
+    if (item == NULL || !cJSON_PrintPreallocated((cJSON*)(uintptr_t)item, line, sizeof line, false))
+        return "nothing";
     return line;
 }
 
 static bool hasWorked(const cJSON* answer) { return strcmp(text(answer, "@type"), "answer") == 0; }
 
-static bool succeeds(const char* step, const cJSON* answer) { return tell(step, hasWorked(answer), shown(answer)); }
+static bool succeeds(const char* step, const cJSON* answer) {
+    return tell(step, hasWorked(answer), shown(answer));
+}
 
-static void refuses(const char* step, const cJSON* answer, const char* domain, const char* description) {
+static void refuses(const char* step, const cJSON* answer, const char* domain,
+                    const char* description) {
     const cJSON* error = get(answer, "error");
     const bool fits = description == NULL || strcmp(text(error, "description"), description) == 0;
     tell(step, strcmp(text(error, "domain"), domain) == 0 && fits, shown(answer));
@@ -143,8 +158,10 @@ static int count(const User* user, const char* line) {
 }
 
 static void hears(const char* step, User* user, const char* line, int times) {
-    for (const double end = now() + kPatience; count(user, line) < times && now() < end;) receive(user, 1);
-    tell(step, count(user, line) >= times, user->heard > 0 ? user->lines[user->heard - 1] : "nothing");
+    for (const double end = now() + kPatience; count(user, line) < times && now() < end;)
+        receive(user, 1);
+    tell(step, count(user, line) >= times,
+         user->heard > 0 ? user->lines[user->heard - 1] : "nothing");
 }
 
 static void reaches(const char* step, User* user, int status) {
@@ -168,44 +185,59 @@ static bool contains(const cJSON* list, const char* name, const char* value) {
 
 static bool tellLogin(User* alice, User* bob) {
     puts("Logging in");
-    if (!succeeds("alice logs in with her user id", ask(alice, "\"@op\":\"loginWithUserId\",\"userId\":\"alice\""))) return false;
+    if (!succeeds("alice logs in with her user id",
+                  ask(alice, "\"@op\":\"loginWithUserId\",\"userId\":\"alice\"")))
+        return false;
     reaches("her session is open", alice, 2);
     const char* login = "\"@op\":\"loginWithUsername\",\"username\":\"bob\",\"password\":\"%s\"";
-    refuses("bob is refused with a wrong password", ask(bob, login, "not-his-password"), "VXIMErrorDomain", NULL);
-    if (!succeeds("bob logs in with user name and password", ask(bob, login, "bob-secret"))) return false;
+    refuses("bob is refused with a wrong password", ask(bob, login, "not-his-password"),
+            "VXIMErrorDomain", NULL);
+    if (!succeeds("bob logs in with user name and password", ask(bob, login, "bob-secret")))
+        return false;
     hears("alice sees bob come online", alice, "online bob", 1);
     return true;
 }
 
 static void tellChat(User* alice, User* bob) {
     puts("Chatting");
-    const char* toFriend = "\"@op\":\"sendMessageToFriend\",\"friendId\":\"bob\",\"message\":{\"text\":\"hello, bob\"}";
+    const char* toFriend =
+        "\"@op\":\"sendMessageToFriend\",\"friendId\":\"bob\",\"message\":{\"text\":\"hello, bob\"}";
     succeeds("alice sends a text to her friend bob", ask(alice, toFriend));
     hears("bob receives it from his friend alice", bob, "friend alice, alice: hello, bob", 1);
     hears("alice gets the echo of her own message", alice, "friend bob, alice: hello, bob", 1);
-    const char* toGroup = "\"@op\":\"sendMessageToGroup\",\"groupId\":\"demo-group\",\"message\":{\"text\":\"hello, group\"}";
+    const char* toGroup =
+        "\"@op\":\"sendMessageToGroup\",\"groupId\":\"demo-group\",\"message\":{\"text\":\"hello, group\"}";
     succeeds("bob sends a text to the group", ask(bob, toGroup));
     hears("alice receives it from the group", alice, "group demo-group, bob: hello, group", 1);
-    const char* toRoom = "\"@op\":\"sendMessageToRoom\",\"roomId\":\"demo-room\",\"message\":{\"text\":\"hello, room\"}";
+    const char* toRoom =
+        "\"@op\":\"sendMessageToRoom\",\"roomId\":\"demo-room\",\"message\":{\"text\":\"hello, room\"}";
     succeeds("alice sends a text to the room", ask(alice, toRoom));
     hears("bob receives it from the room", bob, "room demo-room, alice: hello, room", 1);
-    const char* system = "\"@op\":\"sendSystemMessageToUser\",\"userId\":\"bob\",\"message\":{\"text\":\"maintenance at noon\"}";
+    const char* system =
+        "\"@op\":\"sendSystemMessageToUser\",\"userId\":\"bob\",\"message\":{\"text\":\"maintenance at noon\"}";
     succeeds("a system message for bob is posted", ask(alice, system));
     hears("bob receives the system message", bob, "system: maintenance at noon", 1);
 }
 
 /// alice sends what `message` describes; bob receives it. The download's answer, or NULL.
-static const cJSON* passOn(User* alice, User* bob, const char* what, int media, const char* message, const char* path) {
+static const cJSON* passOn(User* alice, User* bob, const char* what, int media, const char* message,
+                           const char* path) {
     char step[64];
     snprintf(step, sizeof step, "alice sends %s", what);
     alice->percent = 0;
-    succeeds(step, ask(alice, "\"@op\":\"sendMessageToFriend\",\"friendId\":\"bob\",\"progress\":true,\"message\":%s", message));
+    succeeds(
+        step,
+        ask(alice,
+            "\"@op\":\"sendMessageToFriend\",\"friendId\":\"bob\",\"progress\":true,\"message\":%s",
+            message));
     tell("its upload was followed to the end", alice->percent == 100, "less");
-    for (const double end = now() + kPatience; bob->last[media] == NULL && now() < end;) receive(bob, 1);
+    for (const double end = now() + kPatience; bob->last[media] == NULL && now() < end;)
+        receive(bob, 1);
     if (!tell("bob receives it", bob->last[media] != NULL, "nothing")) return NULL;
     char* received = cJSON_PrintUnformatted(bob->last[media]);
-    const cJSON* answer = ask(bob, "\"@op\":\"VXIMMessage.downloadAttachment\",\"message\":%s%s%s%s", received,
-                              path ? ",\"path\":\"" : "", path ? path : "", path ? "\"" : "");
+    const cJSON* answer =
+        ask(bob, "\"@op\":\"VXIMMessage.downloadAttachment\",\"message\":%s%s%s%s", received,
+            path ? ",\"path\":\"" : "", path ? path : "", path ? "\"" : "");
     cJSON_free(received);
     return succeeds("bob downloads it", answer) ? answer : NULL;
 }
@@ -225,13 +257,17 @@ static bool sameContents(const char* one, const char* other) {
 
 static void tellAttachments(User* alice, User* bob, const char* folder) {
     puts("Sending pictures and sound");
-    const char* picture = "iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR42mP8z8BQDwAEhQGAhKmMIQAAAABJRU5ErkJggg==";
+    const char* picture =
+        "iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR42mP8z8BQDwAEhQGAhKmMIQAAAABJRU5ErkJggg==";
     char message[512];
-    snprintf(message, sizeof message, "{\"mediaType\":1,\"attachmentName\":\"picture.png\",\"attachmentData\":\"%s\"}", picture);
+    snprintf(message, sizeof message,
+             "{\"mediaType\":1,\"attachmentName\":\"picture.png\",\"attachmentData\":\"%s\"}",
+             picture);
     tell("a picture becomes a message", strlen(message) > strlen(picture), "none");
     const cJSON* downloaded = passOn(alice, bob, "the picture", 1, message, NULL);
     if (downloaded != NULL) {
-        tell("byte for byte the same", strcmp(text(get(downloaded, "result"), "data"), picture) == 0, shown(downloaded));
+        tell("byte for byte the same",
+             strcmp(text(get(downloaded, "result"), "data"), picture) == 0, shown(downloaded));
     }
 
     char sound[256];
@@ -253,7 +289,8 @@ static void tellAttachments(User* alice, User* bob, const char* folder) {
 }
 
 static void tellUser(User* alice, User* bob) {
-    const cJSON* friends = ask(alice, "\"@op\":\"VXIMUser.fetchFriendsWithDetail\",\"detail\":true");
+    const cJSON* friends =
+        ask(alice, "\"@op\":\"VXIMUser.fetchFriendsWithDetail\",\"detail\":true");
     if (succeeds("alice fetches her friends", friends)) {
         bool isOnline = false;
         const cJSON* info;
@@ -262,15 +299,20 @@ static void tellUser(User* alice, User* bob) {
         }
         tell("bob is among them, online", isOnline, shown(friends));
     }
-    succeeds("alice sets an attribute of hers",
-             ask(alice, "\"@op\":\"VXIMUser.updateAttributes\",\"attributes\":{\"mood\":\"fine\"}"));
+    succeeds(
+        "alice sets an attribute of hers",
+        ask(alice, "\"@op\":\"VXIMUser.updateAttributes\",\"attributes\":{\"mood\":\"fine\"}"));
     const cJSON* mood = ask(alice, "\"@op\":\"VXIMUser.getAttributeForKey\",\"key\":\"mood\"");
-    if (succeeds("and reads it back", mood)) tell("it is the same", strcmp(text(mood, "result"), "fine") == 0, shown(mood));
+    if (succeeds("and reads it back", mood))
+        tell("it is the same", strcmp(text(mood, "result"), "fine") == 0, shown(mood));
 
-    const cJSON* history =
-        ask(bob, "\"@op\":\"VXIMUser.getLatestChatsWithFriend\",\"friendId\":\"alice\",\"timestamp\":%.3f,\"limit\":20", now() + 1);
+    const cJSON* history = ask(
+        bob,
+        "\"@op\":\"VXIMUser.getLatestChatsWithFriend\",\"friendId\":\"alice\",\"timestamp\":%.3f,\"limit\":20",
+        now() + 1);
     if (succeeds("bob reads his history with alice", history)) {
-        tell("her first text is in it", contains(get(history, "result"), "text", "hello, bob"), shown(history));
+        tell("her first text is in it", contains(get(history, "result"), "text", "hello, bob"),
+             shown(history));
     }
 }
 
@@ -280,38 +322,52 @@ static void tellGroup(User* alice, User* bob) {
     const cJSON* made = ask(alice, create);
     if (!succeeds("alice creates a group", made)) return;
     const char* id = text(get(made, "result"), "groupId");
-    succeeds("she adds bob", ask(alice, "\"@op\":\"VXIMGroup.addMembers\",\"id\":\"%s\",\"userIds\":[\"bob\"]", id));
-    succeeds("she renames it", ask(alice, "\"@op\":\"VXIMGroup.updateName\",\"id\":\"%s\",\"name\":\"Book club\"", id));
+    succeeds(
+        "she adds bob",
+        ask(alice, "\"@op\":\"VXIMGroup.addMembers\",\"id\":\"%s\",\"userIds\":[\"bob\"]", id));
+    succeeds(
+        "she renames it",
+        ask(alice, "\"@op\":\"VXIMGroup.updateName\",\"id\":\"%s\",\"name\":\"Book club\"", id));
     const cJSON* fetched = ask(bob, "\"@op\":\"VXIMGroup.fetchWithBlock\",\"id\":\"%s\"", id);
     if (succeeds("bob fetches it", fetched)) {
         const cJSON* group = get(fetched, "result");
         const cJSON* members = get(group, "members");
-        const bool both = cJSON_GetArraySize(members) == 2 &&
-                          strcmp(cJSON_GetStringValue(cJSON_GetArrayItem(members, 0)), "alice") == 0 &&
-                          strcmp(cJSON_GetStringValue(cJSON_GetArrayItem(members, 1)), "bob") == 0;
-        tell("with its new name and both members", both && strcmp(text(group, "name"), "Book club") == 0, shown(fetched));
+        const bool both =
+            cJSON_GetArraySize(members) == 2 &&
+            strcmp(cJSON_GetStringValue(cJSON_GetArrayItem(members, 0)), "alice") == 0 &&
+            strcmp(cJSON_GetStringValue(cJSON_GetArrayItem(members, 1)), "bob") == 0;
+        tell("with its new name and both members",
+             both && strcmp(text(group, "name"), "Book club") == 0, shown(fetched));
     }
-    succeeds("alice deletes it", ask(alice, "\"@op\":\"VXIMGroup.deleteWithBlock\",\"id\":\"%s\"", id));
+    succeeds("alice deletes it",
+             ask(alice, "\"@op\":\"VXIMGroup.deleteWithBlock\",\"id\":\"%s\"", id));
 }
 
 static void tellRoomPassengerAndSearch(User* alice, User* bob) {
-    const cJSON* made = ask(bob, "\"@op\":\"VXIMRoom.createWithName\",\"name\":\"Lounge\",\"members\":[\"bob\"]");
+    const cJSON* made =
+        ask(bob, "\"@op\":\"VXIMRoom.createWithName\",\"name\":\"Lounge\",\"members\":[\"bob\"]");
     if (succeeds("bob creates a room", made)) {
         const char* id = text(get(made, "result"), "roomId");
-        succeeds("he renames it", ask(bob, "\"@op\":\"VXIMRoom.updateName\",\"id\":\"%s\",\"name\":\"Lobby\"", id));
-        succeeds("he deletes it", ask(bob, "\"@op\":\"VXIMRoom.deleteWithBlock\",\"id\":\"%s\"", id));
+        succeeds("he renames it",
+                 ask(bob, "\"@op\":\"VXIMRoom.updateName\",\"id\":\"%s\",\"name\":\"Lobby\"", id));
+        succeeds("he deletes it",
+                 ask(bob, "\"@op\":\"VXIMRoom.deleteWithBlock\",\"id\":\"%s\"", id));
     }
-    const cJSON* passenger =
-        ask(alice, "\"@op\":\"VXIMPassenger.createOrUpdatePassengerWithAttributes\",\"attributes\":{\"name\":\"Visitor\"}");
-    tell("a passenger comes aboard", *text(get(passenger, "result"), "pid") != '\0', shown(passenger));
-    const cJSON* found = ask(alice, "\"@op\":\"VXIMQuery.findUserWithBlock\",\"where\":{\"city\":\"Oslo\"}");
+    const cJSON* passenger = ask(
+        alice,
+        "\"@op\":\"VXIMPassenger.createOrUpdatePassengerWithAttributes\",\"attributes\":{\"name\":\"Visitor\"}");
+    tell("a passenger comes aboard", *text(get(passenger, "result"), "pid") != '\0',
+         shown(passenger));
+    const cJSON* found =
+        ask(alice, "\"@op\":\"VXIMQuery.findUserWithBlock\",\"where\":{\"city\":\"Oslo\"}");
     if (succeeds("a search for users in Oslo", found))
         tell("finds bob", contains(get(found, "result"), "uid", "bob"), shown(found));
 }
 
 static void tellPauseAndResume(User* alice, User* bob) {
     puts("Pausing and resuming");
-    const char* toAlice = "\"@op\":\"sendMessageToFriend\",\"friendId\":\"alice\",\"message\":{\"text\":\"%s\"}";
+    const char* toAlice =
+        "\"@op\":\"sendMessageToFriend\",\"friendId\":\"alice\",\"message\":{\"text\":\"%s\"}";
     ask(bob, "\"@op\":\"pause\"");
     reaches("bob pauses", bob, 3);
     hears("alice sees bob go offline", alice, "offline bob", 1);
@@ -334,9 +390,10 @@ static void tellLogout(User* alice, User* bob) {
 
 static void begin(User* user, const char* url, const char* installation) {
     char configuration[512];
-    snprintf(configuration, sizeof configuration,
-             "{\"appId\":\"demo-app\",\"clientKey\":\"demo-key\",\"installationId\":\"%s\",\"socketURL\":\"%s\",\"nsp\":\"/chat\"}",
-             installation, url);
+    snprintf(
+        configuration, sizeof configuration,
+        "{\"appId\":\"demo-app\",\"clientKey\":\"demo-key\",\"installationId\":\"%s\",\"socketURL\":\"%s\",\"nsp\":\"/chat\"}",
+        installation, url);
     user->client = vexim_create(configuration);
 }
 

@@ -1,6 +1,7 @@
-// Hostile texts into every operation from several threads, clients that are freed at random moments, and many clients one after the
-// other. Checks that each request is answered once and that nothing is left; sanitizers check the rest. It works in a folder of its
-// own, where files come and go.
+// Hostile texts into every operation from several threads, clients that are freed at random
+// moments, and many clients one after the other. Checks that each request is answered once and that
+// nothing is left; sanitizers check the rest. It works in a folder of its own, where files come and
+// go.
 //   c_stress URL API-FILE SECONDS CLIENTS
 
 #define _XOPEN_SOURCE 700
@@ -23,7 +24,8 @@
 enum { kSlots = 3, kSenders = 3, kMaxRequests = 1 << 20, kMaxOperations = 128 };
 
 typedef struct {
-    pthread_rwlock_t lock;  // sending under it, freeing alone: then it is known what must be answered
+    // sending under it, freeing alone: then it is known what must be answered
+    pthread_rwlock_t lock;
     _Atomic vexim_client client;
 } Slot;
 
@@ -50,59 +52,65 @@ static double now(void) {
 
 static unsigned next(unsigned* state) { return (*state = *state * 1664525U + 1013904223U) >> 8; }
 
-static const char* const kValues[] = {"null",
-                                      "1",
-                                      "2",
-                                      "{\"kind\":\"friend\",\"id\":\"bob\"}",
-                                      "{\"kind\":\"room\",\"id\":5}",
-                                      "{\"kind\":\"system\"}",
-                                      "{\"sentAtMillis\":-9223372036854775808,\"localId\":1}",
-                                      "\":memory:\"",
-                                      "true",
-                                      "0",
-                                      "-1",
-                                      "2147483648",
-                                      "18446744073709551615",
-                                      "1e308",
-                                      "-0.5",
-                                      "\"\"",
-                                      "\"alice\"",
-                                      "\"demo-group\"",
-                                      "\"\\u0000\"",
-                                      "\"../..?x#y\"",
-                                      "\"\\ud800\"",
-                                      "\"\xff\xfe\"",
-                                      "[]",
-                                      "[[]]",
-                                      "[\"bob\",7]",
-                                      "{}",
-                                      "{\"text\":\"hi\"}",
-                                      "{\"text\":5}",
-                                      "{\"mediaType\":1,\"attachmentData\":\"aGk=\"}",
-                                      "{\"mediaType\":1,\"attachmentData\":\"?\"}",
-                                      "{\"mediaType\":9,\"attachmentPath\":\"/nowhere\"}",
-                                      "{\"payload\":{\"from\":[],\"to\":{\"id\":{},\"type\":\"x\"}}}",
-                                      "{\"receiver\":{\"type\":-3,\"groupId\":\"\"}}",
-                                      "{\"receiver\":{\"type\":99,\"userId\":1}}",
-                                      "{\"a\":{\"b\":[null,1e400]}}",
-                                      "{\"a\":NaN}",
-                                      "{\"\":\"\",\"\":1}",
-                                      "[",
-                                      "\"\\x\""};
+static const char* const kValues[] = {
+    "null",
+    "1",
+    "2",
+    "{\"kind\":\"friend\",\"id\":\"bob\"}",
+    "{\"kind\":\"room\",\"id\":5}",
+    "{\"kind\":\"system\"}",
+    "{\"sentAtMillis\":-9223372036854775808,\"localId\":1}",
+    "\":memory:\"",
+    "true",
+    "0",
+    "-1",
+    "2147483648",
+    "18446744073709551615",
+    "1e308",
+    "-0.5",
+    "\"\"",
+    "\"alice\"",
+    "\"demo-group\"",
+    "\"\\u0000\"",
+    "\"../..?x#y\"",
+    "\"\\ud800\"",
+    "\"\xff\xfe\"",
+    "[]",
+    "[[]]",
+    "[\"bob\",7]",
+    "{}",
+    "{\"text\":\"hi\"}",
+    "{\"text\":5}",
+    "{\"mediaType\":1,\"attachmentData\":\"aGk=\"}",
+    "{\"mediaType\":1,\"attachmentData\":\"?\"}",
+    "{\"mediaType\":9,\"attachmentPath\":\"/nowhere\"}",
+    "{\"payload\":{\"from\":[],\"to\":{\"id\":{},\"type\":\"x\"}}}",
+    "{\"receiver\":{\"type\":-3,\"groupId\":\"\"}}",
+    "{\"receiver\":{\"type\":99,\"userId\":1}}",
+    "{\"a\":{\"b\":[null,1e400]}}",
+    "{\"a\":NaN}",
+    "{\"\":\"\",\"\":1}",
+    "[",
+    "\"\\x\""};
 
 /// A text with this "@extra", about one time in eight not even JSON; the room is enough for any.
 static void makeRequest(char* text, size_t room, int extra, unsigned* state) {
     const int operation = (int)(next(state) % (unsigned)operationCount);
-    int length = snprintf(text, room, "{\"@extra\":%d,\"@op\":\"%s\"", extra, operations[operation]);
-    if (next(state) % 4 == 0) length += snprintf(text + length, room - (size_t)length, ",\"@timeout\":%u", next(state) % 3);
+    int length =
+        snprintf(text, room, "{\"@extra\":%d,\"@op\":\"%s\"", extra, operations[operation]);
+    if (next(state) % 4 == 0)
+        length +=
+            snprintf(text + length, room - (size_t)length, ",\"@timeout\":%u", next(state) % 3);
     for (int i = 0; i < 16 && arguments[operation][i] != NULL; ++i) {
         if (next(state) % 8 == 0) continue;
         // The last ones make the text no JSON.
         const unsigned known = sizeof kValues / sizeof *kValues - (next(state) % 8 ? 6 : 0);
         const char* value = kValues[next(state) % known];
-        length += snprintf(text + length, room - (size_t)length, ",\"%s\":%s", arguments[operation][i], value);
+        length += snprintf(text + length, room - (size_t)length, ",\"%s\":%s",
+                           arguments[operation][i], value);
     }
-    if (next(state) % 16 == 0) length += snprintf(text + length, room - (size_t)length, ",\"surprise\":1");
+    if (next(state) % 16 == 0)
+        length += snprintf(text + length, room - (size_t)length, ",\"surprise\":1");
     snprintf(text + length, room - (size_t)length, "}");
     if (next(state) % 32 == 0) text[next(state) % strlen(text)] = (char)(1 + next(state) % 255);
 }
@@ -118,7 +126,8 @@ static void* sendAll(void* seed) {
         pthread_rwlock_rdlock(&slot->lock);
         vexim_send(slot->client, text);
         const char* answer = vexim_execute(slot->client, text);
-        require(answer != NULL && strstr(answer, "\"@type\":\"error\"") != NULL, "a request for vexim_send was executed");
+        require(answer != NULL && strstr(answer, "\"@type\":\"error\"") != NULL,
+                "a request for vexim_send was executed");
         pthread_rwlock_unlock(&slot->lock);
         if (extra % 16 == 0) vexim_execute(slot->client, "{\"@op\":\"diagnose\"}");
     }
@@ -154,14 +163,17 @@ static vexim_client makeClient(unsigned kind) {
     return vexim_create(kind % 8 == 7 ? "[]" : configuration);
 }
 
-/// One that has a store, so that requests find one; with the library that is without it, an error is the answer.
+/// One that has a store, so that requests find one; with the library that is without it, an error
+/// is the answer.
 static vexim_client makeHostile(unsigned kind) {
     const vexim_client client = makeClient(kind);
     const int extra = atomic_fetch_add(&sent, 1);
     if (extra >= kMaxRequests) return client;
     char request[128];
-    snprintf(request, sizeof request,
-             "{\"@extra\":%d,\"@op\":\"VXIMConversations.open\",\"path\":\":memory:\",\"userId\":\"alice\"}", extra);
+    snprintf(
+        request, sizeof request,
+        "{\"@extra\":%d,\"@op\":\"VXIMConversations.open\",\"path\":\":memory:\",\"userId\":\"alice\"}",
+        extra);
     vexim_send(client, request);
     return client;
 }
@@ -181,7 +193,8 @@ static void* receiveAll(void* argument) {
     Slot* slot = argument;
     unsigned state = (unsigned)(slot - slots) + 77;
     for (unsigned round = 0; !over; ++round) {
-        for (unsigned left = next(&state) % 300; left > 0 && !over; --left) receiveOne(slot->client, 0.02);
+        for (unsigned left = next(&state) % 300; left > 0 && !over; --left)
+            receiveOne(slot->client, 0.02);
         freeAndDrain(slot, round + (unsigned)(slot - slots));
     }
     return NULL;
@@ -201,7 +214,8 @@ static void readOperations(const char* path) {
         const cJSON* parameter;
         int i = 0;
         cJSON_ArrayForEach(parameter, cJSON_GetObjectItem(one, "properties")) {
-            if (parameter->string[0] != '@' && i < 15) arguments[operationCount][i++] = strdup(parameter->string);
+            if (parameter->string[0] != '@' && i < 15)
+                arguments[operationCount][i++] = strdup(parameter->string);
         }
         ++operationCount;
     }
@@ -217,7 +231,8 @@ static void beHostile(double seconds) {
         slots[i].client = makeHostile((unsigned)i);
         pthread_create(&receivers[i], NULL, receiveAll, &slots[i]);
     }
-    for (uintptr_t i = 0; i < kSenders; ++i) pthread_create(&senders[i], NULL, sendAll, (void*)(i + 1));
+    for (uintptr_t i = 0; i < kSenders; ++i)
+        pthread_create(&senders[i], NULL, sendAll, (void*)(i + 1));
     const vexim_client idle = vexim_create(NULL);
     for (const double end = now() + seconds; now() < end && sent < kMaxRequests;) {
         require(vexim_receive(0, 0.01) == NULL, "no client gave something");
@@ -241,14 +256,16 @@ static void beHostile(double seconds) {
         answers += answered[i];
         twice += answered[i] > 1;
     }
-    printf("%d requests, %d answers, %d of them without a number; %d unusable clients\n", all, answers + without - unusable,
-           without - unusable, (int)unusable);
+    printf("%d requests, %d answers, %d of them without a number; %d unusable clients\n", all,
+           answers + without - unusable, without - unusable, (int)unusable);
     fflush(stdout);
     require(answers + without - unusable == all, "there are not as many answers as requests");
-    require(twice <= all / 500, "requests were answered twice");  // a damaged text may carry another's number
+    // a damaged text may carry another's number
+    require(twice <= all / 500, "requests were answered twice");
 }
 
-/// A login without a time limit over a connection that fails is answered with the connection's error, and so is the next.
+/// A login without a time limit over a connection that fails is answered with the connection's
+/// error, and so is the next.
 static void failToConnect(void) {
     const vexim_client client = makeClient(0);
     for (int i = 0; i < 2; ++i) {
@@ -283,7 +300,8 @@ static void makeMany(int count) {
     for (int i = 0; i < count; ++i) {
         const vexim_client client = makeClient(i % 2 ? 0U : 2U);  // nothing listens there
         vexim_execute(client, "{\"@op\":\"descriptor\"}");
-        if (i % 3 == 0) vexim_send(client, "{\"@op\":\"loginWithUserId\",\"userId\":\"alice\",\"@extra\":1}");
+        if (i % 3 == 0)
+            vexim_send(client, "{\"@op\":\"loginWithUserId\",\"userId\":\"alice\",\"@extra\":1}");
         if (i % 5 == 0) vexim_send(client, "{\"@op\":\"currentUser\"}");
         if (i % 7 == 0) vexim_receive(client, 0);
         vexim_free(client);
@@ -291,7 +309,8 @@ static void makeMany(int count) {
             while (vexim_receive(client, 0) != NULL) continue;
         }
     }
-    // What was freed goes on the library's thread, in order: once a last client has answered, it is gone.
+    // What was freed goes on the library's thread, in order: once a last client has answered, it is
+    // gone.
     const vexim_client last = vexim_create(NULL);
     vexim_send(last, "{\"@op\":\"currentUser\"}");
     require(vexim_receive(last, 60) != NULL, "the last client does not answer");
@@ -309,7 +328,9 @@ int main(int argc, char** argv) {
     readOperations(argv[2]);
     const int clients = atoi(argv[4]);
     char folder[] = "/tmp/c_stress.XXXXXX";
-    require(mkdtemp(folder) != NULL && chdir(folder) == 0 && mkdir("inner", 0700) == 0 && chdir("inner") == 0, "no folder");
+    require(mkdtemp(folder) != NULL && chdir(folder) == 0 && mkdir("inner", 0700) == 0 &&
+                chdir("inner") == 0,
+            "no folder");
     vexim_execute(0, "{\"@op\":\"setLog\"}");
     vexim_execute(0, "{\"@op\":\"setKeepsFinishedDelegates\",\"keeps\":false}");
 
@@ -320,10 +341,12 @@ int main(int argc, char** argv) {
     makeMany(clients);
     // The last sockets are still being closed.
     const vexim_client idle = vexim_create(NULL);
-    for (const double end = now() + 120; descriptors() > descriptorsBefore + 8 && now() < end;) vexim_receive(idle, 0.05);
+    for (const double end = now() + 120; descriptors() > descriptorsBefore + 8 && now() < end;)
+        vexim_receive(idle, 0.05);
     vexim_free(idle);
     const long growth = residentKiB() - memoryBefore;
-    printf("%d clients: %d descriptors more, %ld KiB more\n", clients, descriptors() - descriptorsBefore, growth);
+    printf("%d clients: %d descriptors more, %ld KiB more\n", clients,
+           descriptors() - descriptorsBefore, growth);
     require(descriptors() <= descriptorsBefore + 8, "descriptors are left");
     if (clients >= 10000) require(growth < 20 * 1024, "memory is left");
 
@@ -332,7 +355,8 @@ int main(int argc, char** argv) {
         free(operations[i]);
         for (int j = 0; j < 16; ++j) free(arguments[i][j]);
     }
-    // Stores that were freed just now may still be writing: what they leave is the system's to remove.
+    // Stores that were freed just now may still be writing: what they leave is the system's to
+    // remove.
     nftw(folder, removeOne, 16, FTW_DEPTH | FTW_PHYS);
     return 0;
 }

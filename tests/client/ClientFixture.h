@@ -16,18 +16,23 @@
 
 namespace vexim::testing {
 
-/// Writes down, in order, what a client tells its delegate, the notification centre and completions.
+/// Writes down, in order, what a client tells its delegate, the notification centre and
+/// completions.
 class Journal final : public VXIMClientDelegate, public std::enable_shared_from_this<Journal> {
 public:
     static std::shared_ptr<Journal> make() {
         auto journal = std::make_shared<Journal>();
         auto& centre = NotificationCenter::defaultCenter();
         for (const char* name :
-             {VXIMUserDidLoginNotification, VXIMClientDidReceiveMessageNotification, VXIMClientDidReceiveSystemMessageNotification,
-              VXIMFriendOnlineNotification, VXIMFriendOfflineNotification, VXIMClientConnectionErrorNotification}) {
-            centre.addObserver(journal, name, nullptr, [weak = std::weak_ptr(journal)](const Notification& notification) {
-                if (auto self = weak.lock()) self->write("posted " + notification.name + describeInfo(notification));
-            });
+             {VXIMUserDidLoginNotification, VXIMClientDidReceiveMessageNotification,
+              VXIMClientDidReceiveSystemMessageNotification, VXIMFriendOnlineNotification,
+              VXIMFriendOfflineNotification, VXIMClientConnectionErrorNotification}) {
+            centre.addObserver(
+                journal, name, nullptr,
+                [weak = std::weak_ptr(journal)](const Notification& notification) {
+                    if (auto self = weak.lock())
+                        self->write("posted " + notification.name + describeInfo(notification));
+                });
         }
         return journal;
     }
@@ -41,41 +46,59 @@ public:
         });
     }
 
-    void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override { write("didLogin at " + at(client)); }
-    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client, const ErrorPtr& error) override {
+    void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override {
+        write("didLogin at " + at(client));
+    }
+    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client,
+                                   const ErrorPtr& error) override {
         write("refused at " + at(client) + ", " + describe(error));
     }
-    void clientDidLogout(const std::shared_ptr<VXIMClient>& client) override { write("didLogout at " + at(client)); }
-    void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override { write("reconnecting at " + at(client)); }
-    void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override { write("didDisconnect at " + at(client)); }
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidLogout(const std::shared_ptr<VXIMClient>& client) override {
+        write("didLogout at " + at(client));
+    }
+    void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override {
+        write("reconnecting at " + at(client));
+    }
+    void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override {
+        write("didDisconnect at " + at(client));
+    }
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override {
         write("friend " + from->uid().description() + ": " + message->text().value_or("nil"));
     }
-    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&,
+                                          const std::shared_ptr<VXIMMessage>& message,
                                           const std::shared_ptr<VXIMGroup>& from) override {
         write("group " + from->groupId().description() + ": " + message->text().value_or("nil"));
     }
-    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&,
+                                         const std::shared_ptr<VXIMMessage>& message,
                                          const std::shared_ptr<VXIMRoom>& from) override {
         write("room " + from->roomId().description() + ": " + message->text().value_or("nil"));
     }
-    void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message) override {
+    void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&,
+                                       const std::shared_ptr<VXIMMessage>& message) override {
         write("system: " + describe(*message));
     }
-    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) override {
+    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>&,
+                               const std::shared_ptr<VXIMFriendInfo>& info) override {
         write("online " + info->uid().description());
     }
-    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) override {
+    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>&,
+                                const std::shared_ptr<VXIMFriendInfo>& info) override {
         write("offline " + info->uid().description());
     }
 
 private:
-    static std::string at(const std::shared_ptr<VXIMClient>& client) { return std::to_string(client->status()); }
+    static std::string at(const std::shared_ptr<VXIMClient>& client) {
+        return std::to_string(client->status());
+    }
     static std::string describeInfo(const Notification& notification) {
         const Dictionary info = notification.userInfo.value_or(Dictionary());
         if (const auto message = info.get("msg").as<VXIMMessage>()) return " " + describe(*message);
-        if (const auto user = info.get("user").as<VXIMUser>()) return " " + user->uid().description();
+        if (const auto user = info.get("user").as<VXIMUser>())
+            return " " + user->uid().description();
         return " " + json(info);
     }
 
@@ -90,10 +113,12 @@ protected:
     ClientTest() : client(newClient()) { client->setDelegate(journal); }
 
     std::shared_ptr<VXIMClient> newClient() {
-        return vexim::create<VXIMClient>(service.configuration(), [this](const std::optional<URL>& url, const Dictionary& options) {
-            sockets.push_back(vexim::create<FakeSocket>(url, options));
-            return sockets.back();
-        });
+        return vexim::create<VXIMClient>(
+            service.configuration(),
+            [this](const std::optional<URL>& url, const Dictionary& options) {
+                sockets.push_back(vexim::create<FakeSocket>(url, options));
+                return sockets.back();
+            });
     }
 
     /// Runs everything that is queued on the main queue.
@@ -114,14 +139,16 @@ protected:
     /// "status, user's online, offlineTemporally, tryLogout" as one line.
     std::string state() const {
         const auto user = client->currentUser();
-        return std::to_string(client->status()) + (user ? user->online() ? " online" : " offline" : " nobody") +
-               (client->offlineTemporally() ? " offlineTemporally" : "") + (client->tryLogout() ? " tryLogout" : "") +
-               (client->socketio() ? "" : " no socket");
+        return std::to_string(client->status()) +
+               (user ? user->online() ? " online" : " offline" : " nobody") +
+               (client->offlineTemporally() ? " offlineTemporally" : "") +
+               (client->tryLogout() ? " tryLogout" : "") + (client->socketio() ? "" : " no socket");
     }
     /// What was emitted since the last call, as "event items".
     Lines takeEmitted() {
         Lines lines;
-        for (const auto& [event, items] : std::exchange(socket().emitted, {})) lines.push_back(event + " " + json(items));
+        for (const auto& [event, items] : std::exchange(socket().emitted, {}))
+            lines.push_back(event + " " + json(items));
         return lines;
     }
 

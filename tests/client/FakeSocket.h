@@ -14,8 +14,8 @@
 
 namespace vexim::testing {
 
-/// A connection without a network: it keeps the state that a real one keeps, and the test plays the server. Handlers run on
-/// the main queue, in order.
+/// A connection without a network: it keeps the state that a real one keeps, and the test plays the
+/// server. Handlers run on the main queue, in order.
 class FakeSocket final : public SocketIOClient {
 public:
     using SocketIOClient::SocketIOClient;
@@ -38,7 +38,9 @@ public:
         status_ = SocketIOStatusConnected;
         deliver("connect", {nsp_});
     }
-    void send(const std::string& event, Array arguments = {}) { deliver(event, std::move(arguments)); }
+    void send(const std::string& event, Array arguments = {}) {
+        deliver(event, std::move(arguments));
+    }
     void drop() {
         if (status_ != SocketIOStatusConnected) throw std::logic_error("nothing to drop");
         status_ = SocketIOStatusDisconnected;
@@ -76,26 +78,31 @@ public:
     void removeAllHandlers() override { handlers_.clear(); }
     ErrorPtr tryEmit(std::string_view event, const Array& items) override {
         if (status_ != SocketIOStatusConnected) {
-            return Error::withDescription(kSocketIOErrorDomain, SocketIOErrorNotConnected, "the link is gone");
+            return Error::withDescription(kSocketIOErrorDomain, SocketIOErrorNotConnected,
+                                          "the link is gone");
         }
         if (refusal) return refusal;
         emitted.emplace_back(event, items);
         return nullptr;
     }
-    bool emit(std::string_view event, const Array& items) override { return !tryEmit(event, items); }
-    void emitWithAck(std::string_view, const Array&, std::chrono::milliseconds, AckCallback) override {
+    bool emit(std::string_view event, const Array& items) override {
+        return !tryEmit(event, items);
+    }
+    void emitWithAck(std::string_view, const Array&, std::chrono::milliseconds,
+                     AckCallback) override {
         throw std::logic_error("the library asks for no acknowledgement");
     }
 
 private:
     void deliver(const std::string& event, Array arguments) {
-        MainQueue::shared().async([weak = weak_from_this(), event, arguments = std::move(arguments)] {
-            const auto self = std::static_pointer_cast<FakeSocket>(weak.lock());
-            if (!self) return;
-            const auto handlers = self->handlers_;  // a handler may remove them all
-            const auto [first, last] = handlers.equal_range(event);
-            for (auto entry = first; entry != last; ++entry) entry->second(arguments, {});
-        });
+        MainQueue::shared().async(
+            [weak = weak_from_this(), event, arguments = std::move(arguments)] {
+                const auto self = std::static_pointer_cast<FakeSocket>(weak.lock());
+                if (!self) return;
+                const auto handlers = self->handlers_;  // a handler may remove them all
+                const auto [first, last] = handlers.equal_range(event);
+                for (auto entry = first; entry != last; ++entry) entry->second(arguments, {});
+            });
     }
 
     std::string nsp_ = "/";

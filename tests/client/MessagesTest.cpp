@@ -25,9 +25,12 @@ TEST_F(Messages, GoOutWithTheirReceiverAndTime) {
     client->sendMessageToRoom(text(), "r1", journal->completion("room"));
     EXPECT_EQ(takeEmitted(), Lines()) << "not on the caller's turn";
     settle();
-    EXPECT_EQ(takeEmitted(), (Lines{R"(say [{"content":{"media":0,"body":"hi"},"ts":1450000000000,"to":{"id":"u2","type":0}}])",
-                                    R"(say [{"content":{"media":0,"body":"hi"},"ts":1450000000000,"to":{"id":"g1","type":1}}])",
-                                    R"(say [{"content":{"media":0,"body":"hi"},"ts":1450000000000,"to":{"id":"r1","type":2}}])"}));
+    EXPECT_EQ(
+        takeEmitted(),
+        (Lines{
+            R"(say [{"content":{"media":0,"body":"hi"},"ts":1450000000000,"to":{"id":"u2","type":0}}])",
+            R"(say [{"content":{"media":0,"body":"hi"},"ts":1450000000000,"to":{"id":"g1","type":1}}])",
+            R"(say [{"content":{"media":0,"body":"hi"},"ts":1450000000000,"to":{"id":"r1","type":2}}])"}));
     EXPECT_EQ(journal->take(), (Lines{"friend yes", "group yes", "room yes"}));
 }
 
@@ -64,7 +67,8 @@ TEST_F(Messages, AreRefusedWithoutAReceiverOrAConnection) {
     EXPECT_EQ(description, noConnection) << "nobody is logged in";
 
     login();
-    for (auto type : {VXIMMessageTargetTypeAllUsers, VXIMMessageTargetTypeSystem, VXIMMessageTargetTypeUnknown}) {
+    for (auto type : {VXIMMessageTargetTypeAllUsers, VXIMMessageTargetTypeSystem,
+                      VXIMMessageTargetTypeUnknown}) {
         auto message = VXIMMessage::messageWithText("hi");
         message->receiver()->setType(type);
         send(message);
@@ -113,7 +117,8 @@ TEST_F(Messages, ChangedWhileTheyWaitFailInsteadOfRaising) {
 
 TEST_F(Messages, CountAsSentOnlyWhenTheConnectionTookThem) {
     const auto because = [](vexim::SocketIOErrorCode code, const char* reason) {
-        return vexim::Error::make(vexim::kSocketIOErrorDomain, code, Dictionary{{vexim::kLocalizedFailureReasonKey, reason}});
+        return vexim::Error::make(vexim::kSocketIOErrorDomain, code,
+                                  Dictionary{{vexim::kLocalizedFailureReasonKey, reason}});
     };
     const std::string noConnection = "Message cannot send when connection disconnected";
     struct Row {
@@ -122,7 +127,8 @@ TEST_F(Messages, CountAsSentOnlyWhenTheConnectionTookThem) {
         std::string description;
     };
     const Row rows[] = {
-        {"the connection has a reason", [&] { socket().refusal = because(vexim::SocketIOErrorTooLarge, "it is far too long"); },
+        {"the connection has a reason",
+         [&] { socket().refusal = because(vexim::SocketIOErrorTooLarge, "it is far too long"); },
          "Message cannot send: it is far too long."},
         {"the link dropped between the check and the emit", [&] { socket().drop(); }, noConnection},
     };
@@ -132,14 +138,16 @@ TEST_F(Messages, CountAsSentOnlyWhenTheConnectionTookThem) {
         login();
         auto message = VXIMMessage::messageWithText("hi");
         vexim::ErrorPtr told;
-        client->sendMessageToFriend(message, "u2", once([&](bool succeeded, const vexim::ErrorPtr& error) {
+        client->sendMessageToFriend(message, "u2",
+                                    once([&](bool succeeded, const vexim::ErrorPtr& error) {
                                         EXPECT_FALSE(succeeded);
                                         told = error;
                                     }));
         row.meanwhile();
         settle();
         ASSERT_TRUE(told);
-        EXPECT_EQ(describe(told) + ": " + told->localizedDescription(), "VXIMErrorDomain 1: " + row.description);
+        EXPECT_EQ(describe(told) + ": " + told->localizedDescription(),
+                  "VXIMErrorDomain 1: " + row.description);
         EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
     }
 }
@@ -154,21 +162,25 @@ TEST_F(Messages, WithAnAttachmentUploadItFirst) {
     auto image = VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255}));
     ASSERT_TRUE(image);
     EXPECT_TRUE(image->attachmentPath()->ends_with(".png"));
-    EXPECT_EQ(VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255}))->attachmentPath(),
+    EXPECT_EQ(VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255}))
+                  ->attachmentPath(),
               image->attachmentPath());
     bool done = false;
-    client->sendMessageToFriend(image, "u2", once([&](bool succeeded, const vexim::ErrorPtr&) { done = succeeded; }));
+    client->sendMessageToFriend(
+        image, "u2", once([&](bool succeeded, const vexim::ErrorPtr&) { done = succeeded; }));
     EXPECT_EQ(takeEmitted(), Lines());
     ASSERT_TRUE(eventually([&] { return done; }));
-    EXPECT_EQ(socket().emitted.at(0).second.get(0).get("content").get("body").description(), "http://files/1");
+    EXPECT_EQ(socket().emitted.at(0).second.get(0).get("content").get("body").description(),
+              "http://files/1");
     EXPECT_TRUE(service.takeRequests().at(0).starts_with("POST /attachment "));
     EXPECT_EQ(image->status(), VXIMMessageStatusSent);
 
     service.answerWith(400, R"({"errorCode":7,"errorMessage":"no"})");
     auto failing = VXIMMessage::messageWithImageFileAtPath(image->attachmentPath());
     done = false;
-    client->sendMessageToFriend(failing, "u2",
-                                once([&](bool succeeded, const vexim::ErrorPtr& error) { done = succeeded && !error; }));
+    client->sendMessageToFriend(
+        failing, "u2",
+        once([&](bool succeeded, const vexim::ErrorPtr& error) { done = succeeded && !error; }));
     ASSERT_TRUE(eventually([&] { return done; })) << "a failed upload counts as a success, but";
     EXPECT_EQ(failing->status(), VXIMMessageStatusFailed);
     EXPECT_TRUE(failing->error() && failing->error()->code() == 7) << "the message knows why";
@@ -178,10 +190,12 @@ TEST_F(Messages, WithAnAttachmentUploadItFirst) {
 
 TEST_F(Messages, ForwardAReceivedAttachmentWithoutAnUpload) {
     login();
-    auto received = VXIMMessage::initWithPayloadDictionary(
-        dictionaryFrom(R"({"from":{"id":"u9","type":0},"to":{"id":"u1","type":0},"content":{"media":1,"body":"http://a"}})"));
+    auto received = VXIMMessage::initWithPayloadDictionary(dictionaryFrom(
+        R"({"from":{"id":"u9","type":0},"to":{"id":"u1","type":0},"content":{"media":1,"body":"http://a"}})"));
     LogCapture log;
-    std::thread([&] { client->sendMessageToFriend(received, "u2", journal->completion("send")); }).join();
+    std::thread([&] {
+        client->sendMessageToFriend(received, "u2", journal->completion("send"));
+    }).join();
     EXPECT_EQ(takeEmitted(), Lines()) << "not on the caller's thread";
     settle();
     EXPECT_EQ(journal->take(), Lines{"send yes"});
@@ -227,10 +241,11 @@ TEST_F(Messages, OfTheSystemTellTheServicesError) {
     service.answerWith(400, R"({"errorCode":7,"errorMessage":"no"})");
     auto message = VXIMMessage::messageWithText("hi");
     bool done = false;
-    client->sendSystemMessageToUser(message, "u2", once([&](bool succeeded, const vexim::ErrorPtr& error) {
-                                        EXPECT_EQ(std::to_string(succeeded) + " " + describe(error), "0 VXErrorDomain 7");
-                                        done = true;
-                                    }));
+    client->sendSystemMessageToUser(
+        message, "u2", once([&](bool succeeded, const vexim::ErrorPtr& error) {
+            EXPECT_EQ(std::to_string(succeeded) + " " + describe(error), "0 VXErrorDomain 7");
+            done = true;
+        }));
     ASSERT_TRUE(eventually([&] { return done; }));
     EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
 }
@@ -258,45 +273,57 @@ TEST_F(Messages, ArriveAsWhoTheyAreFrom) {
         {"a friend's",
          "message",
          R"({"from":{"id":"u2","type":0},"to":{"id":"u1","type":0},"content":{"body":"hi"}})",
-         {"friend u2: hi", "posted VXIMClientDidReceiveMessageNotification from 0 user u2, to 0 user u1: hi"}},
+         {"friend u2: hi",
+          "posted VXIMClientDidReceiveMessageNotification from 0 user u2, to 0 user u1: hi"}},
         {"one's own, from another device",
          "message",
          R"({"from":{"id":"u1","type":0},"to":{"id":"u2","type":0}})",
-         {"friend u2: nil", "posted VXIMClientDidReceiveMessageNotification from 0 user u1, to 0 user u2: nil"}},
+         {"friend u2: nil",
+          "posted VXIMClientDidReceiveMessageNotification from 0 user u1, to 0 user u2: nil"}},
         {"a group's",
          "message",
          R"({"from":{"id":"u2","type":1,"gid":"g1"},"to":{"id":"g1","type":1}})",
-         {"group g1: nil", "posted VXIMClientDidReceiveMessageNotification from 1 user u2 group g1, to 1 group g1: nil"}},
+         {"group g1: nil",
+          "posted VXIMClientDidReceiveMessageNotification from 1 user u2 group g1, to 1 group g1: nil"}},
         {"a group's, by its speaker",
          "message",
          R"({"speaker":"u2","to":{"id":"g1","type":1}})",
-         {"group g1: nil", "posted VXIMClientDidReceiveMessageNotification from 1 user u2, to 1 group g1: nil"}},
+         {"group g1: nil",
+          "posted VXIMClientDidReceiveMessageNotification from 1 user u2, to 1 group g1: nil"}},
         {"a room's",
          "message",
          R"({"from":{"id":"u2","type":2,"gid":"r1"},"to":{"id":"r1","type":2}})",
-         {"room r1: nil", "posted VXIMClientDidReceiveMessageNotification from 2 user u2 room r1, to 2 room r1: nil"}},
+         {"room r1: nil",
+          "posted VXIMClientDidReceiveMessageNotification from 2 user u2 room r1, to 2 room r1: nil"}},
         {"a room's, by its speaker",
          "message",
          R"({"speaker":"u2","to":{"id":"r1","type":2}})",
-         {"room r1: nil", "posted VXIMClientDidReceiveMessageNotification from 2 user u2, to 2 room r1: nil"}},
+         {"room r1: nil",
+          "posted VXIMClientDidReceiveMessageNotification from 2 user u2, to 2 room r1: nil"}},
         {"an echo to a friend",
          "yourself",
          R"({"to":{"id":"u2","type":0},"content":{"body":"hi"}})",
-         {"friend u2: hi", "posted VXIMClientDidReceiveMessageNotification from 2 user u1, to 0 user u2: hi"}},
+         {"friend u2: hi",
+          "posted VXIMClientDidReceiveMessageNotification from 2 user u1, to 0 user u2: hi"}},
         {"an echo to a group",
          "yourself",
          R"({"to":{"id":"g1","type":1}})",
-         {"group g1: nil", "posted VXIMClientDidReceiveMessageNotification from 2 user u1 group g1, to 1 group g1: nil"}},
+         {"group g1: nil",
+          "posted VXIMClientDidReceiveMessageNotification from 2 user u1 group g1, to 1 group g1: nil"}},
         {"an echo to a room",
          "yourself",
          R"({"to":{"id":"r1","type":2}})",
-         {"room r1: nil", "posted VXIMClientDidReceiveMessageNotification from 2 user u1 room r1, to 2 room r1: nil"}},
+         {"room r1: nil",
+          "posted VXIMClientDidReceiveMessageNotification from 2 user u1 room r1, to 2 room r1: nil"}},
         {"a system message",
          "sys",
          R"({"from":{"id":"u2","type":0},"to":{"id":"u1","type":0},"content":{"body":"hi"}})",
          {"posted VXIMClientDidReceiveSystemMessageNotification from -2 user u2, to -1 user u1: hi",
           "system: from -2 user u2, to -1 user u1: hi"}},
-        {"a system message in disguise", "message", R"({"from":{"id":"u2","type":-2},"to":{"id":"u1","type":0}})", {}},
+        {"a system message in disguise",
+         "message",
+         R"({"from":{"id":"u2","type":-2},"to":{"id":"u1","type":0}})",
+         {}},
         {"to nobody",
          "message",
          R"({"from":{"id":"u2","type":0}})",
@@ -343,13 +370,16 @@ TEST_F(Messages, OfAnyShapeHarmNobody) {
                                   R"({"type":99999999999})",
                                   deep};
     login();
-    for (const char* event : {"message", "yourself", "sys", "login", "online", "offline", "error", "connect", "reconnect"}) {
+    for (const char* event : {"message", "yourself", "sys", "login", "online", "offline", "error",
+                              "connect", "reconnect"}) {
         socket().send(event);
         for (const std::string& value : values) {
             socket().send(event, *vexim::parseJSON("[" + value + "]").value.asArray());
-            for (const char* key : {"from", "to", "content", "ts", "speaker", "success", "error", "id"}) {
-                const std::string payload = R"([{"from":{"id":"u2","type":1,"gid":"g1"},"to":{"id":"u1","type":1},")" +
-                                            std::string(key) + "\":" + value + "}]";
+            for (const char* key :
+                 {"from", "to", "content", "ts", "speaker", "success", "error", "id"}) {
+                const std::string payload =
+                    R"([{"from":{"id":"u2","type":1,"gid":"g1"},"to":{"id":"u1","type":1},")" +
+                    std::string(key) + "\":" + value + "}]";
                 socket().send(event, *vexim::parseJSON(payload).value.asArray());
             }
         }

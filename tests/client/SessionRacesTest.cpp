@@ -1,4 +1,5 @@
-// What happens to a session at an awkward moment: twice, in between, or when the answer to something older comes.
+// What happens to a session at an awkward moment: twice, in between, or when the answer to
+// something older comes.
 
 #include <algorithm>
 #include <functional>
@@ -87,10 +88,13 @@ TEST_F(SessionRaces, ResumingARealConnectionMeetsItsReconnectAtAnyMoment) {
     client = VXIMClient::clientWithConfiguration(peer.configuration());
     client->loginWithUserId("u1", {});
     const auto isOpened = [&] { return client->status() == VXIMClientStatusOpened; };
-    const auto isConnected = [&] { return client->socketio()->status() == vexim::SocketIOStatusConnected; };
+    const auto isConnected = [&] {
+        return client->socketio()->status() == vexim::SocketIOStatusConnected;
+    };
     const std::pair<const char*, std::function<void()>> moments[] = {
         {"the drop is not heard", [] {}},
-        {"the drop is known, and not heard", [&] { EXPECT_TRUE(spinUntil([&] { return !isConnected(); })); }},
+        {"the drop is known, and not heard",
+         [&] { EXPECT_TRUE(spinUntil([&] { return !isConnected(); })); }},
         {"the drop is heard", [&] { EXPECT_TRUE(eventually([&] { return !isOpened(); })); }},
         {"the attempt is begun, and then over unheard",
          [&] {
@@ -108,7 +112,8 @@ TEST_F(SessionRaces, ResumingARealConnectionMeetsItsReconnectAtAnyMoment) {
     };
     for (const auto& [why, await] : moments) {
         SCOPED_TRACE(why);
-        ASSERT_TRUE(eventuallyElsewhere([&] { return isOpened() && peer.dropConnections("u1") == 1; }));
+        ASSERT_TRUE(
+            eventuallyElsewhere([&] { return isOpened() && peer.dropConnections("u1") == 1; }));
         await();
         client->resume();
         settle();
@@ -143,7 +148,8 @@ TEST_F(SessionRaces, TwoPausesAreToldOnce) {
         socket().drop();
         client->pause();
         settle();
-        EXPECT_EQ(journal->take(), (Lines{"didDisconnect at 3", "didDisconnect at 3"})) << "a drop, a pause after " << between;
+        EXPECT_EQ(journal->take(), (Lines{"didDisconnect at 3", "didDisconnect at 3"}))
+            << "a drop, a pause after " << between;
     }
 }
 
@@ -168,7 +174,8 @@ TEST_F(SessionRaces, AnAnswerToALogoutEndsNoLaterLogin) {
         ASSERT_TRUE(eventually([&] { return !(heard = journal->take()).empty(); }));
         settle();
         EXPECT_EQ(heard, Lines{c.heard});
-        EXPECT_EQ(service.takeRequests(), Lines{R"(DELETE /ctx/u1/installs {"installs":["installation"]})"});
+        EXPECT_EQ(service.takeRequests(),
+                  Lines{R"(DELETE /ctx/u1/installs {"installs":["installation"]})"});
         EXPECT_EQ(state(), "1 offline");
         socket().accept();
         socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
@@ -192,8 +199,14 @@ TEST_F(SessionRaces, ALoginThatOvertakesALogoutStays) {
         {"without a connection, called at once", false, 0, {}},
         {"without a connection, waiting for ever", false, 3, {}},
         {"the removal is still to be answered", true, 0, {"logout yes"}},
-        {"the login runs right before the connection says that it has closed", true, 1, {"logout yes"}},
-        {"the login runs right after that", true, 2, {"logout yes", "didLogout at 6", "didDisconnect at 6"}},
+        {"the login runs right before the connection says that it has closed",
+         true,
+         1,
+         {"logout yes"}},
+        {"the login runs right after that",
+         true,
+         2,
+         {"logout yes", "didLogout at 6", "didDisconnect at 6"}},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.why);
@@ -229,7 +242,8 @@ TEST_F(SessionRaces, BothOfTwoLogoutsAreAnswered) {
     journal->take();
 
     service.answerWith(200, "{}");
-    for (const char* installation : {"installation", ""}) {  // without one no request lies between the two
+    // without one no request lies between the two
+    for (const char* installation : {"installation", ""}) {
         SCOPED_TRACE(installation);
         service.configuration()->setInstallationId(installation);
         login();
@@ -239,7 +253,8 @@ TEST_F(SessionRaces, BothOfTwoLogoutsAreAnswered) {
         settle();
         auto heard = journal->take();
         std::ranges::sort(heard);
-        EXPECT_EQ(heard, (Lines{"didDisconnect at 6", "didLogout at 6", "logout yes", "logout yes"}));
+        EXPECT_EQ(heard,
+                  (Lines{"didDisconnect at 6", "didLogout at 6", "logout yes", "logout yes"}));
         EXPECT_EQ(state(), "6 nobody no socket");
     }
 }
@@ -253,13 +268,16 @@ TEST_F(SessionRaces, WhoHearsOfTheStatusMayCallTheClientAndRunTheQueue) {
         heard.push_back(notification.userInfo->get("status").description());
         if (heard != Lines{"5", "6"}) return;
         client->logoutWithCompletion({});
-        for (int turn = 0; turn < 2; ++turn) vexim::MainQueue::shared().drain();  // until it has looked for the connection
+        // until it has looked for the connection
+        for (int turn = 0; turn < 2; ++turn) vexim::MainQueue::shared().drain();
     };
-    vexim::NotificationCenter::defaultCenter().addObserver(observer, VXIMClientDidChangeStatusNotification, client.get(), hear);
+    vexim::NotificationCenter::defaultCenter().addObserver(
+        observer, VXIMClientDidChangeStatusNotification, client.get(), hear);
     client->logoutWithCompletion({});
     settle();
     EXPECT_EQ(heard, (Lines{"5", "6", "5"}));
-    EXPECT_EQ(state(), "5 nobody tryLogout no socket") << "the last of them began without a connection";
+    EXPECT_EQ(state(), "5 nobody tryLogout no socket")
+        << "the last of them began without a connection";
     const std::weak_ptr<VXIMClient> released = client;
     client = nullptr;
     EXPECT_TRUE(released.expired());

@@ -20,10 +20,12 @@ TEST_F(SessionSeams, TellsThatTheServiceRefusedTheLoginOfAConnectionThatCameBack
         settle();
         socket().attemptReconnect();
         socket().accept();
-        socket().send("login", {Dictionary{{"success", false}, {"error", Dictionary{{"errorCode", 211}}}}});
+        socket().send("login",
+                      {Dictionary{{"success", false}, {"error", Dictionary{{"errorCode", 211}}}}});
         settle();
         EXPECT_EQ(state(), "1 offline offlineTemporally");
-        EXPECT_EQ(journal->take(), (Lines{"didDisconnect at 3", "reconnecting at 4", "refused at 1, VXIMErrorDomain 211"}));
+        EXPECT_EQ(journal->take(), (Lines{"didDisconnect at 3", "reconnecting at 4",
+                                          "refused at 1, VXIMErrorDomain 211"}));
     }
     client->loginWithUserId("u1", journal->completion("login"));
     settle();
@@ -31,7 +33,8 @@ TEST_F(SessionSeams, TellsThatTheServiceRefusedTheLoginOfAConnectionThatCameBack
     socket().send("login", {Dictionary{{"success", false}, {"error", 7}}});
     settle();
     EXPECT_EQ(state(), "1 offline offlineTemporally");
-    EXPECT_EQ(journal->take(), Lines{"login no, VXIMErrorDomain 7"}) << "a login of its own tells its completion alone";
+    EXPECT_EQ(journal->take(), Lines{"login no, VXIMErrorDomain 7"})
+        << "a login of its own tells its completion alone";
 }
 
 TEST_F(SessionSeams, ARefusedLoginIsAtOpeningWhateverCameBefore) {
@@ -82,8 +85,10 @@ TEST_F(SessionSeams, ARefusedLoginIsAtOpeningWhateverCameBefore) {
 }
 
 TEST_F(SessionSeams, RefusesCredentialsThatServersWouldNotTake) {
-    EXPECT_THROW(client->loginWithAuthData(Dictionary{{"oauth", std::string(12'000, 'x')}}, {}), vexim::Exception);
-    EXPECT_THROW(client->loginWithAuthData(Dictionary{{"oauth", std::string(4'000, '"')}}, {}), vexim::Exception)
+    EXPECT_THROW(client->loginWithAuthData(Dictionary{{"oauth", std::string(12'000, 'x')}}, {}),
+                 vexim::Exception);
+    EXPECT_THROW(client->loginWithAuthData(Dictionary{{"oauth", std::string(4'000, '"')}}, {}),
+                 vexim::Exception)
         << "as they stand in the URL";
     settle();
     EXPECT_TRUE(sockets.empty());

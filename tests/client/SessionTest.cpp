@@ -18,41 +18,51 @@ class Session : public ClientTest {};
 TEST_F(Session, LoginsCarryTheirCredentials) {
     ManualClock clock(1450000000);
     // MD5 of "1450000000key", from another implementation.
-    const std::string common = R"({"app":"app","sign":"0b8c19c14752af29fc6dace579afc437,1450000000",)";
+    const std::string common =
+        R"({"app":"app","sign":"0b8c19c14752af29fc6dace579afc437,1450000000",)";
     const struct {
         const char* why;
         std::function<void()> login;
         std::string auth;
         const char* user;
     } cases[] = {
-        {"user id", [&] { client->loginWithUserId("u1", {}); }, common + R"("client":"u1","install":"installation"})",
-         "\"u1\" nil nil"},
-        {"user name", [&] { client->loginWithUsername("joe", "secret", {}); }, common + R"("username":"joe","password":"secret"})",
-         "\"\" \"joe\" nil"},
-        {"phone: the code goes under password", [&] { client->loginWithPhoneNumber("123", "4711", {}); },
+        {"user id", [&] { client->loginWithUserId("u1", {}); },
+         common + R"("client":"u1","install":"installation"})", "\"u1\" nil nil"},
+        {"user name", [&] { client->loginWithUsername("joe", "secret", {}); },
+         common + R"("username":"joe","password":"secret"})", "\"\" \"joe\" nil"},
+        {"phone: the code goes under password",
+         [&] { client->loginWithPhoneNumber("123", "4711", {}); },
          common + R"("phone":"123","password":"4711"})", "\"\" nil \"123\""},
         {"an outside provider",
          [&] {
              client->loginWithThirdPartyOAuth(Dictionary{{"token", "t"}}, {});
          },
          common + R"("oauth":{"token":"t"}})", "\"\" nil nil"},
-        {"the caller's own", [&] { client->loginWithAuthData(dictionaryFrom(R"({"client":5,"username":"é","x":[1]})"), {}); },
+        {"the caller's own",
+         [&] {
+             client->loginWithAuthData(dictionaryFrom(R"({"client":5,"username":"é","x":[1]})"),
+                                       {});
+         },
          R"({"client":5,"username":"é","x":[1]})", "5 \"é\" nil"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.why);
         c.login();
         const auto user = client->currentUser();
-        EXPECT_EQ(json(user->uid()) + " " + json(user->username()) + " " + json(user->phoneNumber()), c.user);
+        EXPECT_EQ(
+            json(user->uid()) + " " + json(user->username()) + " " + json(user->phoneNumber()),
+            c.user);
         settle();
         EXPECT_EQ(socket().options.get("connectParams").get("auth").description(), c.auth);
         EXPECT_EQ(socket().nsp(), "/chat");
         EXPECT_EQ(socket().url, service.configuration()->socketURL());
         EXPECT_EQ(state(), "1 offline");
     }
-    EXPECT_EQ(json(service.configuration()->dictionary()), R"({"forceWebsockets":true})") << "a login changes no option";
+    EXPECT_EQ(json(service.configuration()->dictionary()), R"({"forceWebsockets":true})")
+        << "a login changes no option";
     EXPECT_EQ(socket().eventsListenedTo,
-              (Lines{"connect", "reconnect", "disconnect", "error", "login", "message", "yourself", "online", "offline", "sys"}));
+              (Lines{"connect", "reconnect", "disconnect", "error", "login", "message", "yourself",
+                     "online", "offline", "sys"}));
 }
 
 TEST_F(Session, RaisesForAMissingCredentialAtOnce) {
@@ -91,24 +101,26 @@ TEST_F(Session, RaisesForAMissingCredentialAtOnce) {
 }
 
 TEST_F(Session, ASuccessfulLoginIsToldInOrder) {
-    client->loginWithUsername(
-        "joe", "secret", once([&](bool succeeded, const vexim::ErrorPtr&) {
-            journal->write("completion " + std::to_string(succeeded) + " at " + std::to_string(client->status()));
-        }));
+    client->loginWithUsername("joe", "secret", once([&](bool succeeded, const vexim::ErrorPtr&) {
+                                  journal->write("completion " + std::to_string(succeeded) +
+                                                 " at " + std::to_string(client->status()));
+                              }));
     settle();
     socket().accept();
     settle();
     EXPECT_EQ(state(), "1 offline") << "the first connect decides nothing";
     socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
     settle();
-    EXPECT_EQ(journal->take(), (Lines{"completion 1 at 1", "posted VXIMUserDidLoginNotification u1", "didLogin at 2"}));
+    EXPECT_EQ(journal->take(), (Lines{"completion 1 at 1", "posted VXIMUserDidLoginNotification u1",
+                                      "didLogin at 2"}));
     EXPECT_EQ(state(), "2 online");
     EXPECT_EQ(json(client->currentUser()->uid()), "\"u1\"");
     EXPECT_EQ(json(client->currentUser()->username()), "\"joe\"");
 
     socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
     settle();
-    EXPECT_EQ(journal->take(), (Lines{"posted VXIMUserDidLoginNotification u1", "didLogin at 2"})) << "again, without a caller";
+    EXPECT_EQ(journal->take(), (Lines{"posted VXIMUserDidLoginNotification u1", "didLogin at 2"}))
+        << "again, without a caller";
 }
 
 TEST_F(Session, AFailedLoginNamesTheServicesCode) {
@@ -117,7 +129,8 @@ TEST_F(Session, AFailedLoginNamesTheServicesCode) {
         std::int64_t code;
         const char* userInfo;
     } cases[] = {
-        {R"([{"success":false,"error":{"errorCode":211,"x":1}}])", 211, R"({"errorCode":211,"x":1})"},
+        {R"([{"success":false,"error":{"errorCode":211,"x":1}}])", 211,
+         R"({"errorCode":211,"x":1})"},
         {R"([{"success":false,"error":90}])", 90, "90"},
         {R"([{"error":"text"}])", 0, "\"text\""},
         {R"([{"success":null,"error":{"errorCode":"12"}}])", 12, R"({"errorCode":"12"})"},
@@ -162,7 +175,8 @@ TEST_F(Session, ASecondLoginDropsTheFirstConnectionSilently) {
     socket().accept();
     socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
     settle();
-    EXPECT_EQ(journal->take(), (Lines{"second yes", "posted VXIMUserDidLoginNotification u2", "didLogin at 2"}));
+    EXPECT_EQ(journal->take(),
+              (Lines{"second yes", "posted VXIMUserDidLoginNotification u2", "didLogin at 2"}));
 }
 
 TEST_F(Session, PausesAndResumes) {
@@ -179,7 +193,8 @@ TEST_F(Session, PausesAndResumes) {
     EXPECT_EQ(sockets.size(), 1u) << "the same connection";
     socket().accept();
     settle();
-    EXPECT_EQ(state(), "2 online offlineTemporally") << "without a new login; the flag stays until a logout";
+    EXPECT_EQ(state(), "2 online offlineTemporally")
+        << "without a new login; the flag stays until a logout";
     EXPECT_EQ(journal->take(), Lines());
 }
 
@@ -222,13 +237,16 @@ TEST_F(Session, ResumesInANamespaceWrittenLoosely) {
 
 TEST_F(Session, LogsOutOverRESTAndThenCloses) {
     login();
-    client->logoutWithCompletion(once(
-        [&](bool succeeded, const vexim::ErrorPtr&) { journal->write("logout " + std::to_string(succeeded) + ", " + state()); }));
+    client->logoutWithCompletion(once([&](bool succeeded, const vexim::ErrorPtr&) {
+        journal->write("logout " + std::to_string(succeeded) + ", " + state());
+    }));
     EXPECT_EQ(state(), "2 online");
     ASSERT_TRUE(eventually([&] { return client->status() == VXIMClientStatusClosed; }));
     settle();
-    EXPECT_EQ(service.takeRequests(), Lines{R"(DELETE /ctx/u1/installs {"installs":["installation"]})"});
-    EXPECT_EQ(journal->take(), (Lines{"logout 1, 6 nobody no socket", "didLogout at 6", "didDisconnect at 6"}));
+    EXPECT_EQ(service.takeRequests(),
+              Lines{R"(DELETE /ctx/u1/installs {"installs":["installation"]})"});
+    EXPECT_EQ(journal->take(),
+              (Lines{"logout 1, 6 nobody no socket", "didLogout at 6", "didDisconnect at 6"}));
     EXPECT_FALSE(sockets[0]->hasHandlers());
 
     login();
@@ -238,7 +256,8 @@ TEST_F(Session, LogsOutOverRESTAndThenCloses) {
 TEST_F(Session, ALogoutKeepsItsClientUntilTheConnectionHasClosed) {
     login();
     bool done = false;
-    client->logoutWithCompletion(once([&](bool succeeded, const vexim::ErrorPtr&) { done = succeeded; }));
+    client->logoutWithCompletion(
+        once([&](bool succeeded, const vexim::ErrorPtr&) { done = succeeded; }));
     const std::weak_ptr<VXIMClient> alive = client;
     client = nullptr;
     EXPECT_TRUE(eventually([&] { return done; }));
@@ -286,11 +305,14 @@ TEST_F(Session, RemovesTheInstallationOnlyWhenBothIdsAreKnown) {
     client->deleteCurrentInstallIdCompletion(journal->completion("with an empty uid"));
     settle();
     login();
-    std::thread([&] { client->deleteCurrentInstallIdCompletion(journal->completion("from another thread, later")); }).join();
+    std::thread([&] {
+        client->deleteCurrentInstallIdCompletion(journal->completion("from another thread, later"));
+    }).join();
     service.configuration()->setInstallationId("");
     client->deleteCurrentInstallIdCompletion(journal->completion("without an installation"));
     settle();
-    EXPECT_EQ(journal->take(), (Lines{"without an installation yes", "from another thread, later yes"}));
+    EXPECT_EQ(journal->take(),
+              (Lines{"without an installation yes", "from another thread, later yes"}));
     EXPECT_EQ(service.takeRequests(), Lines());
 }
 
@@ -300,12 +322,18 @@ TEST_F(Session, TellsPresenceAndErrors) {
         const char* arguments;
         Lines heard;
     } cases[] = {
-        {"online", R"(["u2"])", {R"(posted VXIMFriendOnlineNotification {"id":"u2"})", "online u2"}},
-        {"offline", R"(["u2",5])", {R"(posted VXIMFriendOfflineNotification {"id":"u2"})", "offline u2"}},
+        {"online",
+         R"(["u2"])",
+         {R"(posted VXIMFriendOnlineNotification {"id":"u2"})", "online u2"}},
+        {"offline",
+         R"(["u2",5])",
+         {R"(posted VXIMFriendOfflineNotification {"id":"u2"})", "offline u2"}},
         {"online", "[]", {R"(posted VXIMFriendOnlineNotification {"id":""})"}},
         {"offline", "[null]", {R"(posted VXIMFriendOfflineNotification {"id":""})"}},
         {"online", "[7]", {R"(posted VXIMFriendOnlineNotification {"id":7})", "online 7"}},
-        {"online", R"([{"id":"u2"}])", {R"(posted VXIMFriendOnlineNotification {"id":{"id":"u2"}})", "online {id = u2}"}},
+        {"online",
+         R"([{"id":"u2"}])",
+         {R"(posted VXIMFriendOnlineNotification {"id":{"id":"u2"}})", "online {id = u2}"}},
         {"error", R"(["boom",{"x":1}])", {R"(posted socket.io.error {"data":["boom",{"x":1}]})"}},
         {"error", "[]", {R"(posted socket.io.error {"data":[]})"}},
     };
@@ -330,7 +358,8 @@ TEST_F(Session, CanBeReleasedInAnyCallback) {
     const std::pair<const char*, std::function<void()>> endings[] = {
         {"in the login's completion",
          [&] {
-             client->loginWithUserId("u1", once([&](bool, const vexim::ErrorPtr&) { client = nullptr; }));
+             client->loginWithUserId("u1",
+                                     once([&](bool, const vexim::ErrorPtr&) { client = nullptr; }));
              settle();
              socket().accept();
              socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});

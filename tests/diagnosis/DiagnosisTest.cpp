@@ -18,8 +18,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// The names and details of some of a client's events, without times. What happens on different threads has no fixed order.
-std::vector<std::string> storyOf(const VXIMClient& client, const std::set<std::string_view>& names) {
+/// The names and details of some of a client's events, without times. What happens on different
+/// threads has no fixed order.
+std::vector<std::string> storyOf(const VXIMClient& client,
+                                 const std::set<std::string_view>& names) {
     std::vector<std::string> lines;
     for (const auto& event : client.diagnose().events()) {
         if (!names.contains(event.name)) continue;
@@ -27,7 +29,8 @@ std::vector<std::string> storyOf(const VXIMClient& client, const std::set<std::s
         for (const char* key : {"from", "to", "stage", "cause", "code", "accepted", "attempt"}) {
             if (key != std::string_view("to") || event.name == "status") {
                 if (const Value detail = event.details.get(key); !detail.isNil())
-                    line += " " + (detail.isBoolean() ? std::string(detail.boolean() ? "yes" : "no") : detail.description());
+                    line += " " + (detail.isBoolean() ? std::string(detail.boolean() ? "yes" : "no")
+                                                      : detail.description());
             }
         }
         lines.push_back(line);
@@ -48,15 +51,20 @@ TEST(Diagnosis, TellsHowAConnectionWasMadeLostAndMadeAgain) {
     });
     auto ears = LiveClient::make(server.url(""), {{"reconnects", true}, {"reconnectWait", 1}});
     ears->login();
-    ASSERT_TRUE(eventually([&] { return ears->disconnects == 1 && ears->client->status() == VXIMClientStatusOpened; }));
+    ASSERT_TRUE(eventually([&] {
+        return ears->disconnects == 1 && ears->client->status() == VXIMClientStatusOpened;
+    }));
     const VXIMClient& client = *ears->client;
     EXPECT_EQ(storyOf(client, {"status", "login answered"}),
-              (std::vector<std::string>{"status none opening", "login answered yes", "status opening opened",
-                                        "status opened paused", "status paused resuming", "status resuming opened"}));
-    EXPECT_EQ(storyOf(client, {"connecting", "joined", "websocket closed", "ended", "waiting"}),
-              (std::vector<std::string>{"connecting 0", "joined", "websocket closed", "ended connection lost", "waiting",
-                                        "connecting 1", "joined"}));
-    EXPECT_NE(ears->client->diagnose().text().find("code 1011"), std::string::npos) << ears->client->diagnose().text();
+              (std::vector<std::string>{"status none opening", "login answered yes",
+                                        "status opening opened", "status opened paused",
+                                        "status paused resuming", "status resuming opened"}));
+    EXPECT_EQ(
+        storyOf(client, {"connecting", "joined", "websocket closed", "ended", "waiting"}),
+        (std::vector<std::string>{"connecting 0", "joined", "websocket closed",
+                                  "ended connection lost", "waiting", "connecting 1", "joined"}));
+    EXPECT_NE(ears->client->diagnose().text().find("code 1011"), std::string::npos)
+        << ears->client->diagnose().text();
 }
 
 TEST(Diagnosis, TellsWhatTLSObjectedToAndWhatRequestsFailed) {
@@ -64,19 +72,25 @@ TEST(Diagnosis, TellsWhatTLSObjectedToAndWhatRequestsFailed) {
     auto ears = LiveClient::make(server.url(""));
     ears->login();
     ASSERT_TRUE(eventually([&] { return ears->errors == 1; }));
-    VXIMMessage::initWithPayloadDictionary({{"content", Dictionary{{"media", 1}, {"body", server.url("/picture")}}}})
+    VXIMMessage::initWithPayloadDictionary(
+        {{"content", Dictionary{{"media", 1}, {"body", server.url("/picture")}}}})
         ->downloadAttachment("/nonexistent/x", {}, {});
     EXPECT_TRUE(eventually([&] {  // at its first attempt
         return ears->client->diagnose().text().find(
-                   "request failed method=GET domain=VXErrorDomain code=100 underlying=-1203 host=127.0.0.1 ") != std::string::npos;
+                   "request failed method=GET domain=VXErrorDomain code=100 underlying=-1203 host=127.0.0.1 ") !=
+               std::string::npos;
     }));
     auto nowhere = LiveClient::make("ftp://127.0.0.1");
     nowhere->login();
-    EXPECT_TRUE(
-        eventually([&] { return nowhere->client->diagnose().text().find("The address cannot be used") != std::string::npos; }));
+    EXPECT_TRUE(eventually([&] {
+        return nowhere->client->diagnose().text().find("The address cannot be used") !=
+               std::string::npos;
+    }));
     const std::string text = ears->client->diagnose().text();
-    EXPECT_NE(text.find("websocket failed stage=tls reason=The server's certificate is self-signed, and it is not trusted."),
-              std::string::npos)
+    EXPECT_NE(
+        text.find(
+            "websocket failed stage=tls reason=The server's certificate is self-signed, and it is not trusted."),
+        std::string::npos)
         << text;
 }
 
@@ -86,14 +100,19 @@ TEST(Diagnosis, QuotesNoCertificate) {
     ScriptedServer server([](ScriptedServer::Connection&) {},
                           CertificateAuthority::selfSigned({.host = forged, .isOldForm = true}));
     for (const bool polls : {true, false}) {
-        auto ears = LiveClient::make(server.url(""), {{"forcePolling", polls}, {"forceWebsockets", !polls}, {"selfSigned", true}});
+        auto ears = LiveClient::make(
+            server.url(""),
+            {{"forcePolling", polls}, {"forceWebsockets", !polls}, {"selfSigned", true}});
         ears->login();
         ASSERT_TRUE(eventually([&] { return ears->errors == 1; }));
         const std::string text = ears->client->diagnose().text();
         EXPECT_EQ(text.find("accepted"), std::string::npos) << text;
-        EXPECT_NE(text.find("The server's certificate is not for \"127.0.0.1\"."), std::string::npos) << text;
+        EXPECT_NE(text.find("The server's certificate is not for \"127.0.0.1\"."),
+                  std::string::npos)
+            << text;
     }
-    for (const auto& line : log.lines()) EXPECT_EQ(line.find("accepted"), std::string::npos) << line;
+    for (const auto& line : log.lines())
+        EXPECT_EQ(line.find("accepted"), std::string::npos) << line;
 }
 
 TEST(Diagnosis, KeepsTheLastEventsAndSaysThemAsTextAndJSON) {
@@ -116,7 +135,8 @@ TEST(Diagnosis, IsReadAndWrittenByManyThreads) {
         for (int i = 0; i < 200; ++i) (void)client->diagnose().json();
     });
     std::thread logging([] {
-        for (int i = 0; i < 200; ++i) setLogSink(i % 2 == 0 ? LogSink([](LogLevel, std::string_view) {}) : LogSink());
+        for (int i = 0; i < 200; ++i)
+            setLogSink(i % 2 == 0 ? LogSink([](LogLevel, std::string_view) {}) : LogSink());
     });
     for (int i = 0; i < 200; ++i) EventRecord::ofRequests().add("something", {{"number", i}});
     reading.join();

@@ -1,4 +1,5 @@
-// Attachments of a whole client: cancelled through their handle in every stage, and what a slow one must not hold up.
+// Attachments of a whole client: cancelled through their handle in every stage, and what a slow one
+// must not hold up.
 
 #include <gtest/gtest.h>
 
@@ -23,9 +24,17 @@ using Connection = ScriptedServer::Connection;
 using namespace std::chrono_literals;
 
 /// Where a transfer is cancelled.
-enum class Stage { BeforeItsStart, AtItsStart, WhileTheServerIsSilent, InsideProgress, FromAnotherThread, AfterItsEnd };
-constexpr Stage kStages[] = {Stage::BeforeItsStart, Stage::AtItsStart,        Stage::WhileTheServerIsSilent,
-                             Stage::InsideProgress, Stage::FromAnotherThread, Stage::AfterItsEnd};
+enum class Stage {
+    BeforeItsStart,
+    AtItsStart,
+    WhileTheServerIsSilent,
+    InsideProgress,
+    FromAnotherThread,
+    AfterItsEnd
+};
+constexpr Stage kStages[] = {Stage::BeforeItsStart,         Stage::AtItsStart,
+                             Stage::WhileTheServerIsSilent, Stage::InsideProgress,
+                             Stage::FromAnotherThread,      Stage::AfterItsEnd};
 
 class Attachments : public ::testing::Test {
 protected:
@@ -35,13 +44,17 @@ protected:
         EXPECT_TRUE(eventually([&] { return ears->logins.size() == 1; }));
     }
 
-    /// Plays the live connection and the service's files. What is silent takes the request and says nothing.
+    /// Plays the live connection and the service's files. What is silent takes the request and says
+    /// nothing.
     void play(Connection& connection) {
         auto request = connection.readHead();
         if (!request) return;
-        if (request->target.starts_with("/socket.io")) return playLive(connection, std::move(*request));
-        if (request->target.starts_with("/other")) return void(connection.answer(200, "[1]") && ++othersAnswered);
-        for (auto left = std::strtoull(request->header("Content-Length").c_str(), nullptr, 10); left > 0;) {
+        if (request->target.starts_with("/socket.io"))
+            return playLive(connection, std::move(*request));
+        if (request->target.starts_with("/other"))
+            return void(connection.answer(200, "[1]") && ++othersAnswered);
+        for (auto left = std::strtoull(request->header("Content-Length").c_str(), nullptr, 10);
+             left > 0;) {
             const auto taken = connection.readSome().size();
             if (taken == 0) return;
             left -= taken;
@@ -49,7 +62,8 @@ protected:
         }
         ++arrived;
         const bool isUpload = request->method == "POST";
-        if (isSilent && !isUpload && halfIsSent) connection.write("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf");
+        if (isSilent && !isUpload && halfIsSent)
+            connection.write("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nhalf");
         if (isSilent) return connection.waitForClose();
         connection.answer(200, isUpload ? R"(["http://files/1"])" : "the file");
         connection.waitForClose();
@@ -69,7 +83,8 @@ protected:
         halfIsSent = stage == Stage::InsideProgress;
         arrived = 0;
         auto transfer = VXIMTransfer::transfer();
-        EXPECT_EQ(stage == Stage::BeforeItsStart && transfer->cancel(), stage == Stage::BeforeItsStart);
+        EXPECT_EQ(stage == Stage::BeforeItsStart && transfer->cancel(),
+                  stage == Stage::BeforeItsStart);
         return transfer;
     }
     /// To be called when the transfer was started; `ended` turns true at its completion.
@@ -129,7 +144,8 @@ TEST_F(Attachments, ASendIsCancelledInEveryStage) {
             transfer);
         EXPECT_FALSE(ended) << "not on the caller's turn";
         const std::weak_ptr<VXIMMessage> weak = message;
-        const bool isReleased = stage == Stage::WhileTheServerIsSilent;  // by its sender; the operation keeps it
+        // by its sender; the operation keeps it
+        const bool isReleased = stage == Stage::WhileTheServerIsSilent;
         if (isReleased) message = nullptr;
         cancelIn(stage, transfer, ended);
         const bool isSent = stage == Stage::AfterItsEnd;
@@ -194,7 +210,8 @@ TEST_F(Attachments, NeitherASlowUploadNorABusyMainThreadDelaysRequestsOrTheHeart
     const auto count = [&](const Value&, const ErrorPtr&) { ++ended; };
     throttledForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, once(count), slow);
     ASSERT_TRUE(eventuallyElsewhere([&] { return arrived > 0; }));
-    throttledForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, once(count), waiting);  // its phases want this thread
+    // its phases want this thread
+    throttledForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, once(count), waiting);
 
     VXIMHTTPRequest::get("/other", std::nullopt, once(count));
     beatsWanted = 20;

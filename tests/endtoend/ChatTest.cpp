@@ -21,7 +21,8 @@ TEST_P(Chat, TwoUsersTalk) {
     auto alice = loggedIn("alice");
     auto bobsEntry = VXIMFriendInfo::infoWithId("bob");
     auto bob = newPerson();
-    EXPECT_EQ(run([&](auto done) { bob->client->loginWithUsername("bob", "bob-secret", done); }), "yes");
+    EXPECT_EQ(run([&](auto done) { bob->client->loginWithUsername("bob", "bob-secret", done); }),
+              "yes");
     EXPECT_EQ(json(bob->client->currentUser()->uid()), "\"bob\"");
     EXPECT_TRUE(alice->hears("online bob"));
     EXPECT_TRUE(bobsEntry->online());
@@ -29,21 +30,38 @@ TEST_P(Chat, TwoUsersTalk) {
     const auto send = [&](const char* text, auto to) {
         return run([&](auto done) { to(VXIMMessage::messageWithText(text), done); });
     };
-    EXPECT_EQ(send("hi \xF0\x9F\x98\x80", [&](auto m, auto d) { alice->client->sendMessageToFriend(m, "bob", d); }), "yes");
+    EXPECT_EQ(send("hi \xF0\x9F\x98\x80",
+                   [&](auto m, auto d) { alice->client->sendMessageToFriend(m, "bob", d); }),
+              "yes");
     EXPECT_TRUE(bob->hears("friend alice: hi \xF0\x9F\x98\x80"));
-    EXPECT_TRUE(alice->hears("friend bob: hi \xF0\x9F\x98\x80")) << "her own, as the service sends it back";
-    EXPECT_EQ(send("to the group", [&](auto m, auto d) { bob->client->sendMessageToGroup(m, "demo-group", d); }), "yes");
+    EXPECT_TRUE(alice->hears("friend bob: hi \xF0\x9F\x98\x80"))
+        << "her own, as the service sends it back";
+    EXPECT_EQ(send("to the group",
+                   [&](auto m, auto d) { bob->client->sendMessageToGroup(m, "demo-group", d); }),
+              "yes");
     EXPECT_TRUE(alice->hears("group demo-group: to the group"));
     EXPECT_TRUE(bob->hears("group demo-group: to the group"));
-    EXPECT_EQ(send("to the room", [&](auto m, auto d) { bob->client->sendMessageToRoom(m, "demo-room", d); }), "yes");
+    EXPECT_EQ(send("to the room",
+                   [&](auto m, auto d) { bob->client->sendMessageToRoom(m, "demo-room", d); }),
+              "yes");
     EXPECT_TRUE(alice->hears("room demo-room: to the room"));
-    EXPECT_EQ(send("attention", [&](auto m, auto d) { alice->client->sendSystemMessageToUser(m, "bob", d); }), "yes");
+    EXPECT_EQ(send("attention",
+                   [&](auto m, auto d) { alice->client->sendSystemMessageToUser(m, "bob", d); }),
+              "yes");
     EXPECT_TRUE(bob->hears("system: attention"));
-    EXPECT_EQ(send("all", [&](auto m, auto d) { alice->client->sendSystemMessageToAllUsers(m, d); }), "yes");
+    EXPECT_EQ(
+        send("all", [&](auto m, auto d) { alice->client->sendSystemMessageToAllUsers(m, d); }),
+        "yes");
     EXPECT_TRUE(bob->hears("system: all"));
-    EXPECT_EQ(send("group", [&](auto m, auto d) { alice->client->sendSystemMessageToGroup(m, "demo-group", d); }), "yes");
+    EXPECT_EQ(
+        send("group",
+             [&](auto m, auto d) { alice->client->sendSystemMessageToGroup(m, "demo-group", d); }),
+        "yes");
     EXPECT_TRUE(bob->hears("system: group"));
-    EXPECT_EQ(send("room", [&](auto m, auto d) { alice->client->sendSystemMessageToRoom(m, "demo-room", d); }), "yes");
+    EXPECT_EQ(
+        send("room",
+             [&](auto m, auto d) { alice->client->sendSystemMessageToRoom(m, "demo-room", d); }),
+        "yes");
     EXPECT_TRUE(bob->hears("system: room"));
 
     EXPECT_EQ(run([&](auto done) { bob->client->logoutWithCompletion(done); }), "yes");
@@ -74,7 +92,10 @@ TEST_P(Chat, TheGuidesBotAnswersAndLeavesInGoodOrder) {
         ASSERT_EQ(std::fscanf(bot, "%d", &process), 1);
         EXPECT_TRUE(alice->hears("online bob"));
         const char* word = toldToLeave ? "bye" : "hello";
-        EXPECT_EQ(run([&](auto done) { alice->client->sendMessageToFriend(VXIMMessage::messageWithText(word), "bob", done); }),
+        EXPECT_EQ(run([&](auto done) {
+                      alice->client->sendMessageToFriend(VXIMMessage::messageWithText(word), "bob",
+                                                         done);
+                  }),
                   "yes");
         EXPECT_TRUE(alice->hears(std::string("friend bob: ") + word)) << "her own";
         EXPECT_TRUE(alice->hears(std::string("friend bob: ") + word)) << "the bot's answer";
@@ -92,17 +113,24 @@ TEST_P(Chat, EveryKindOfCredentials) {
         auto person = newPerson();
         EXPECT_EQ(run([&](auto done) { start(*person->client, done); }), expected);
         const auto user = person->client->currentUser();
-        return json(user->uid()) + (user->online() ? " online" : " offline") + " at " + std::to_string(person->client->status());
+        return json(user->uid()) + (user->online() ? " online" : " offline") + " at " +
+               std::to_string(person->client->status());
     };
-    EXPECT_EQ(login("yes", [](VXIMClient& c, auto done) { c.loginWithPhoneNumber("+15550100001", "100001", done); }),
-              "\"alice\" online at 2");
-    EXPECT_EQ(login("yes",
-                    [](VXIMClient& c, auto done) {
-                        c.loginWithThirdPartyOAuth(
-                            dictionaryFrom(R"({"provider":"example","uid":"bob@example","token":"bob-token"})"), done);
-                    }),
-              "\"bob\" online at 2");
-    EXPECT_EQ(login("no VXIMErrorDomain 1105", [](VXIMClient& c, auto done) { c.loginWithUsername("bob", "wrong", done); }),
+    EXPECT_EQ(
+        login("yes", [](VXIMClient& c,
+                        auto done) { c.loginWithPhoneNumber("+15550100001", "100001", done); }),
+        "\"alice\" online at 2");
+    EXPECT_EQ(
+        login("yes",
+              [](VXIMClient& c, auto done) {
+                  c.loginWithThirdPartyOAuth(
+                      dictionaryFrom(
+                          R"({"provider":"example","uid":"bob@example","token":"bob-token"})"),
+                      done);
+              }),
+        "\"bob\" online at 2");
+    EXPECT_EQ(login("no VXIMErrorDomain 1105",
+                    [](VXIMClient& c, auto done) { c.loginWithUsername("bob", "wrong", done); }),
               "\"\" offline at 1");
 }
 
@@ -115,13 +143,19 @@ TEST_P(Chat, PausesAndComesBack) {
     ASSERT_TRUE(bob->hears("didDisconnect"));
     EXPECT_EQ(bob->client->status(), VXIMClientStatusPaused);
     ASSERT_TRUE(alice->hears("offline bob"));
-    EXPECT_EQ(run([&](auto done) { bob->client->sendMessageToFriend(VXIMMessage::messageWithText("x"), "alice", done); }),
+    EXPECT_EQ(run([&](auto done) {
+                  bob->client->sendMessageToFriend(VXIMMessage::messageWithText("x"), "alice",
+                                                   done);
+              }),
               "no VXIMErrorDomain 1");
 
     bob->client->resume();
     ASSERT_TRUE(bob->reaches(VXIMClientStatusOpened));
     ASSERT_TRUE(alice->hears("online bob"));
-    EXPECT_EQ(run([&](auto done) { alice->client->sendMessageToFriend(VXIMMessage::messageWithText("back?"), "bob", done); }),
+    EXPECT_EQ(run([&](auto done) {
+                  alice->client->sendMessageToFriend(VXIMMessage::messageWithText("back?"), "bob",
+                                                     done);
+              }),
               "yes");
     EXPECT_TRUE(bob->hears("friend alice: back?"));
 }
@@ -144,7 +178,8 @@ TEST_P(Chat, WithoutReconnectingADropPauses) {
     service.drop("bob");
     ASSERT_TRUE(bob->hears("didDisconnect"));
     EXPECT_EQ(bob->client->status(), VXIMClientStatusPaused);
-    EXPECT_EQ(run([&](auto done) { bob->client->logoutWithCompletion(done); }), "yes") << "also with the connection down";
+    EXPECT_EQ(run([&](auto done) { bob->client->logoutWithCompletion(done); }), "yes")
+        << "also with the connection down";
 }
 
 TEST_P(Chat, ASecondLoginTakesOver) {
@@ -152,7 +187,8 @@ TEST_P(Chat, ASecondLoginTakesOver) {
     EXPECT_EQ(run([&](auto done) { alice->client->loginWithUserId("bob", done); }), "yes");
     EXPECT_EQ(json(alice->client->currentUser()->uid()), "\"bob\"");
     EXPECT_EQ(alice->client->status(), VXIMClientStatusOpened);
-    EXPECT_EQ(std::count(alice->heard.begin(), alice->heard.end(), "didDisconnect"), 0) << "the first is dropped silently";
+    EXPECT_EQ(std::count(alice->heard.begin(), alice->heard.end(), "didDisconnect"), 0)
+        << "the first is dropped silently";
 }
 
 TEST_P(Chat, AnImageTravelsThroughTheService) {
@@ -178,9 +214,10 @@ TEST_P(Chat, AnImageTravelsThroughTheService) {
 
     const TemporaryFolder folder;
     const auto file = folder / "copy.png";
-    EXPECT_EQ(run<vexim::Value>([&](auto done) { bob->lastMessage->downloadAttachment(file, {}, done); },
-                                [](const vexim::Value& path) { return path.description(); }),
-              file.string());
+    EXPECT_EQ(
+        run<vexim::Value>([&](auto done) { bob->lastMessage->downloadAttachment(file, {}, done); },
+                          [](const vexim::Value& path) { return path.description(); }),
+        file.string());
     const auto contents = [](const std::string& path) {
         std::ifstream stream(path, std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(stream), {});
@@ -189,8 +226,11 @@ TEST_P(Chat, AnImageTravelsThroughTheService) {
     EXPECT_TRUE(contents(file) == contents(*image->attachmentPath()));
 
     auto forwarded = bob->lastMessage;
-    EXPECT_EQ(run([&](auto done) { bob->client->sendMessageToGroup(forwarded, "demo-group", done); }), "yes");
-    EXPECT_TRUE(alice->hears("group demo-group: " + *forwarded->attachmentUrl())) << "without another upload";
+    EXPECT_EQ(
+        run([&](auto done) { bob->client->sendMessageToGroup(forwarded, "demo-group", done); }),
+        "yes");
+    EXPECT_TRUE(alice->hears("group demo-group: " + *forwarded->attachmentUrl()))
+        << "without another upload";
 }
 
 }  // namespace

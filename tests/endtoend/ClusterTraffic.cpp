@@ -1,6 +1,6 @@
 // The library while nodes, and their database, come and go (`scripts/cluster 3 --trouble kill --
-// build/dev/tests/endtoend/cluster_traffic`): completions come exactly once, no message twice or out of its sender's order, and
-// every loss is told.
+// build/dev/tests/endtoend/cluster_traffic`): completions come exactly once, no message twice or
+// out of its sender's order, and every loss is told.
 
 #include <chrono>
 #include <cstdlib>
@@ -22,7 +22,9 @@ int secondsToRun() {
 }
 
 struct Traffic {
-    explicit Traffic(const std::string& origin) : alice(join(origin, "alice")), bob(join(origin, "bob")) {}
+    explicit Traffic(const std::string& origin)
+        : alice(join(origin, "alice")),
+          bob(join(origin, "bob")) {}
 
     static std::shared_ptr<Person> join(const std::string& origin, const std::string& user) {
         auto person = Person::make(origin, [](VXIMClientConfiguration& c) {
@@ -31,7 +33,8 @@ struct Traffic {
             c.setReconnectWait(1);
         });
         bool isIn = false;
-        person->client->loginWithUserId(user, [&](bool succeeded, const ErrorPtr&) { isIn = succeeded; });
+        person->client->loginWithUserId(user,
+                                        [&](bool succeeded, const ErrorPtr&) { isIn = succeeded; });
         EXPECT_TRUE(eventually([&] { return isIn; }));
         return person;
     }
@@ -39,21 +42,30 @@ struct Traffic {
     static int count(const Person& person, const std::string& line) {
         return static_cast<int>(std::count(person.heard.begin(), person.heard.end(), line));
     }
-    static bool isIn(const Person& person) { return person.client->status() == VXIMClientStatusOpened; }
+    static bool isIn(const Person& person) {
+        return person.client->status() == VXIMClientStatusOpened;
+    }
 
-    /// Sends a burst, and waits until all of it has come back or the connection has told that it may not.
+    /// Sends a burst, and waits until all of it has come back or the connection has told that it
+    /// may not.
     void sendBurst() {
         ASSERT_TRUE(eventually([&] { return isIn(*alice); }, kPatience)) << "the client comes back";
         const int cuts = count(*alice, "didDisconnect");
         std::string last;
         for (int i = 0; i < kBurst; ++i) {
             last = std::to_string(++sent);
-            alice->client->sendMessageToFriend(VXIMMessage::messageWithText(last), "bob",
-                                               once([this](bool, const ErrorPtr&) { ++completed; }));
+            alice->client->sendMessageToFriend(
+                VXIMMessage::messageWithText(last), "bob",
+                once([this](bool, const ErrorPtr&) { ++completed; }));
         }
-        ASSERT_TRUE(eventually([&] { return completed == sent; }, kPatience)) << "each completion comes";
-        ASSERT_TRUE(eventually([&] { return count(*alice, "friend bob: " + last) > 0 || count(*alice, "didDisconnect") > cuts; },
-                               kPatience))
+        ASSERT_TRUE(eventually([&] { return completed == sent; }, kPatience))
+            << "each completion comes";
+        ASSERT_TRUE(eventually(
+            [&] {
+                return count(*alice, "friend bob: " + last) > 0 ||
+                       count(*alice, "didDisconnect") > cuts;
+            },
+            kPatience))
             << "message " << last << " is neither acknowledged nor is its loss told";
     }
 
@@ -63,8 +75,10 @@ struct Traffic {
     int completed = 0;
 };
 
-/// The numbers that a person heard, which must rise. `cuts` gets how many disconnects came before each.
-std::vector<int> numbersIn(const Person& person, const std::string& prefix, std::map<int, int>& cuts) {
+/// The numbers that a person heard, which must rise. `cuts` gets how many disconnects came before
+/// each.
+std::vector<int> numbersIn(const Person& person, const std::string& prefix,
+                           std::map<int, int>& cuts) {
     std::vector<int> numbers;
     int disconnects = 0;
     for (const std::string& line : person.heard) {
@@ -85,10 +99,13 @@ std::vector<int> history() {
     std::vector<int> numbers;
     bool isDone = false;
     VXIMUser::userWithId("alice")->getLatestChatsWithFriend(
-        "bob", 0, 1000, [&](const std::optional<std::vector<std::shared_ptr<VXIMMessage>>>& list, const ErrorPtr& error) {
+        "bob", 0, 1000,
+        [&](const std::optional<std::vector<std::shared_ptr<VXIMMessage>>>& list,
+            const ErrorPtr& error) {
             EXPECT_FALSE(error);
             if (list) {
-                for (const auto& message : *list) numbers.push_back(std::stoi(message->text().value_or("0")));
+                for (const auto& message : *list)
+                    numbers.push_back(std::stoi(message->text().value_or("0")));
             }
             isDone = true;
         });
@@ -101,16 +118,20 @@ TEST(ClusterTraffic, EveryLossIsTold) {
     ASSERT_NE(url, nullptr) << "run it with scripts/cluster";
     Traffic traffic(url);
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(secondsToRun());
-    while (std::chrono::steady_clock::now() < end && !::testing::Test::HasFatalFailure()) traffic.sendBurst();
+    while (std::chrono::steady_clock::now() < end && !::testing::Test::HasFatalFailure())
+        traffic.sendBurst();
     ASSERT_FALSE(::testing::Test::HasFatalFailure());
 
     // Until one goes the whole way: what was before it is decided.
-    const auto isThrough = [&] { return Traffic::count(*traffic.bob, "friend alice: " + std::to_string(traffic.sent)) > 0; };
+    const auto isThrough = [&] {
+        return Traffic::count(*traffic.bob, "friend alice: " + std::to_string(traffic.sent)) > 0;
+    };
     for (int tries = 0; tries < 20 && !isThrough(); ++tries) {
         ASSERT_TRUE(eventually([&] { return Traffic::isIn(*traffic.bob); }, kPatience));
         traffic.sendBurst();
         ASSERT_FALSE(::testing::Test::HasFatalFailure());
-        (void)eventually([&] { return isThrough() || !Traffic::isIn(*traffic.bob); }, std::chrono::seconds(5));
+        (void)eventually([&] { return isThrough() || !Traffic::isIn(*traffic.bob); },
+                         std::chrono::seconds(5));
     }
     ASSERT_TRUE(isThrough());
 
@@ -124,17 +145,21 @@ TEST(ClusterTraffic, EveryLossIsTold) {
             ++missed;
             const bool senderKnows = !acknowledgedAt.contains(number);
             const bool readerKnows = receivedAt[received[i]] > receivedAt[received[i - 1]];
-            EXPECT_TRUE(senderKnows || readerKnows) << "message " << number << " was acknowledged, and is missing without a word";
+            EXPECT_TRUE(senderKnows || readerKnows)
+                << "message " << number << " was acknowledged, and is missing without a word";
         }
     }
     std::set<int> kept;
-    for (const int number : history()) EXPECT_TRUE(kept.insert(number).second) << "kept twice: " << number;
+    for (const int number : history())
+        EXPECT_TRUE(kept.insert(number).second) << "kept twice: " << number;
     for (const int number : acknowledged) {
         const bool isOnThisPage = !kept.empty() && number >= *kept.begin();
-        EXPECT_TRUE(!isOnThisPage || kept.contains(number)) << "acknowledged and not kept: " << number;
+        EXPECT_TRUE(!isOnThisPage || kept.contains(number))
+            << "acknowledged and not kept: " << number;
     }
-    std::cout << "sent " << traffic.sent << ", acknowledged " << acknowledged.size() << ", received " << received.size()
-              << ", missed " << missed << "; disconnects of the sender " << Traffic::count(*traffic.alice, "didDisconnect")
+    std::cout << "sent " << traffic.sent << ", acknowledged " << acknowledged.size()
+              << ", received " << received.size() << ", missed " << missed
+              << "; disconnects of the sender " << Traffic::count(*traffic.alice, "didDisconnect")
               << ", of the reader " << Traffic::count(*traffic.bob, "didDisconnect") << std::endl;
     EXPECT_GT(received.size(), 10u);
 }

@@ -1,4 +1,5 @@
-// Ten thousand numbered messages through a client whose connection is cut two hundred times, at random and in every way.
+// Ten thousand numbered messages through a client whose connection is cut two hundred times, at
+// random and in every way.
 
 #include <gtest/gtest.h>
 
@@ -44,7 +45,8 @@ private:
             const std::lock_guard lock(mutex_);
             index = connections_.size();
             connections_.emplace_back();
-            left = index < kCuts ? std::uniform_int_distribution(0, kMessages / kCuts)(random_) : kMessages;
+            left = index < kCuts ? std::uniform_int_distribution(0, kMessages / kCuts)(random_)
+                                 : kMessages;
             way = std::uniform_int_distribution(0, 4)(random_);
         }
         for (; left > 0; --left) {
@@ -57,14 +59,20 @@ private:
                 connections_[index].push_back(number);
             }
             last_ = number;
-            peer.emit("message", R"({"content":{"media":0,"body":"number )" + std::to_string(number) +
-                                     R"("},"from":{"id":"u2","type":0},"to":{"id":"u1","type":0}})");
+            peer.emit("message",
+                      R"({"content":{"media":0,"body":"number )" + std::to_string(number) +
+                          R"("},"from":{"id":"u2","type":0},"to":{"id":"u1","type":0}})");
         }
         switch (way) {
             case 0: return;  // an orderly close, with what was sent unread
             case 1: return connection.reset();
-            case 2: peer.connection().write(LivePeer::frame(LivePeer::Close, "")); return peer.waitForClose();
-            case 3: peer.connection().write(LivePeer::frame(LivePeer::Text, "42/chat,[\"message\"").substr(0, 9)); return;
+            case 2:
+                peer.connection().write(LivePeer::frame(LivePeer::Close, ""));
+                return peer.waitForClose();
+            case 3:
+                peer.connection().write(
+                    LivePeer::frame(LivePeer::Text, "42/chat,[\"message\"").substr(0, 9));
+                return;
             case 4: peer.sendText("1"); return connection.waitForClose();  // and the peer closes
         }
     }
@@ -83,7 +91,8 @@ TEST(Cuts, LoseAtMostWhatWasOnItsWayAndRepeatNothing) {
     const auto reconnected = [&] {
         // The wait before an attempt would last; after one that failed there is another.
         return eventually([&] {
-            if (ears->client->socketio()->status() == SocketIOStatusConnecting) ears->client->socketio()->networkDidChange();
+            if (ears->client->socketio()->status() == SocketIOStatusConnecting)
+                ears->client->socketio()->networkDidChange();
             return ears->client->status() == VXIMClientStatusOpened &&
                    ears->client->socketio()->status() == SocketIOStatusConnected;
         });
@@ -96,19 +105,22 @@ TEST(Cuts, LoseAtMostWhatWasOnItsWayAndRepeatNothing) {
     int losses = 0;
     for (int number = 0; number < kMessages;) {
         const auto isDown = [&] {
-            return ears->disconnects > losses || ears->client->socketio()->status() != SocketIOStatusConnected;
+            return ears->disconnects > losses ||
+                   ears->client->socketio()->status() != SocketIOStatusConnected;
         };
-        ASSERT_TRUE(eventually([&] { return isDown() || number - std::max(server.last(), begun) <= kOnTheirWay; }));
+        ASSERT_TRUE(eventually(
+            [&] { return isDown() || number - std::max(server.last(), begun) <= kOnTheirWay; }));
         if (ears->disconnects > losses) begun = number;
         losses = ears->disconnects;
         const auto message = VXIMMessage::messageWithText("number " + std::to_string(number));
-        ears->client->sendMessageToFriend(message, "u2", once([&](bool succeeded, const ErrorPtr& error) {
-                                              if (succeeded) return;
-                                              ++refusals;
-                                              EXPECT_TRUE(error->is(VXIMErrorDomain, 1));
-                                              EXPECT_EQ(error->localizedDescription(),
-                                                        "Message cannot send when connection disconnected");
-                                          }));
+        ears->client->sendMessageToFriend(
+            message, "u2", once([&](bool succeeded, const ErrorPtr& error) {
+                if (succeeded) return;
+                ++refusals;
+                EXPECT_TRUE(error->is(VXIMErrorDomain, 1));
+                EXPECT_EQ(error->localizedDescription(),
+                          "Message cannot send when connection disconnected");
+            }));
         const bool wasRefused = message->status() == VXIMMessageStatusFailed;
         MainQueue::shared().drain();
         if (wasRefused) {
@@ -117,7 +129,8 @@ TEST(Cuts, LoseAtMostWhatWasOnItsWayAndRepeatNothing) {
             ++number;
         }
     }
-    ASSERT_TRUE(eventually([&] { return server.last() == kMessages - 1 && pendingCompletions() == 0; }));
+    ASSERT_TRUE(
+        eventually([&] { return server.last() == kMessages - 1 && pendingCompletions() == 0; }));
 
     int next = 0;
     std::vector<int> arrived;
@@ -127,7 +140,8 @@ TEST(Cuts, LoseAtMostWhatWasOnItsWayAndRepeatNothing) {
         for (const int& number : numbers) {
             EXPECT_GE(number, next) << "twice, or out of order";
             if (&number == &numbers.front()) {
-                EXPECT_LE(number - next, cutsBefore * (kOnTheirWay + 1)) << "lost, but not just before a cut";
+                EXPECT_LE(number - next, cutsBefore * (kOnTheirWay + 1))
+                    << "lost, but not just before a cut";
             } else {
                 EXPECT_EQ(number, next) << "lost on a connection that lived";
             }
@@ -141,7 +155,8 @@ TEST(Cuts, LoseAtMostWhatWasOnItsWayAndRepeatNothing) {
     EXPECT_GT(refusals, kCuts / 2);
     EXPECT_GT(arrived.size(), kMessages / 2u);
 
-    ASSERT_TRUE(eventually([&] { return ears->received.back() == "number " + std::to_string(kMessages - 1); }));
+    ASSERT_TRUE(eventually(
+        [&] { return ears->received.back() == "number " + std::to_string(kMessages - 1); }));
     int lastHeard = -1;
     for (const auto& text : ears->received) {
         const int number = std::atoi(text.c_str() + 7);

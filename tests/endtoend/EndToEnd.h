@@ -20,7 +20,8 @@ namespace vexim::testing {
 /// A user of the library: a client and what its delegate heard.
 class Person final : public VXIMClientDelegate {
 public:
-    static std::shared_ptr<Person> make(const std::string& origin, const std::function<void(VXIMClientConfiguration&)>& configure) {
+    static std::shared_ptr<Person> make(
+        const std::string& origin, const std::function<void(VXIMClientConfiguration&)>& configure) {
         auto configuration = VXIMClientConfiguration::defaultConfiguration();
         configuration->setAppId("demo-app");
         configuration->setClientKey("demo-key");
@@ -50,34 +51,49 @@ public:
     std::vector<std::string> heard;
     std::shared_ptr<VXIMMessage> lastMessage;
 
-    void clientDidLogin(const std::shared_ptr<VXIMClient>&) override { heard.emplace_back("didLogin"); }
-    void clientDidLogout(const std::shared_ptr<VXIMClient>&) override { heard.emplace_back("didLogout"); }
-    void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override { heard.emplace_back("didDisconnect"); }
-    void clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) override { heard.emplace_back("reconnecting"); }
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidLogin(const std::shared_ptr<VXIMClient>&) override {
+        heard.emplace_back("didLogin");
+    }
+    void clientDidLogout(const std::shared_ptr<VXIMClient>&) override {
+        heard.emplace_back("didLogout");
+    }
+    void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override {
+        heard.emplace_back("didDisconnect");
+    }
+    void clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) override {
+        heard.emplace_back("reconnecting");
+    }
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override {
         hear("friend", from->uid(), message);
     }
-    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&,
+                                          const std::shared_ptr<VXIMMessage>& message,
                                           const std::shared_ptr<VXIMGroup>& from) override {
         hear("group", from->groupId(), message);
     }
-    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&,
+                                         const std::shared_ptr<VXIMMessage>& message,
                                          const std::shared_ptr<VXIMRoom>& from) override {
         hear("room", from->roomId(), message);
     }
-    void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message) override {
+    void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&,
+                                       const std::shared_ptr<VXIMMessage>& message) override {
         heard.push_back("system: " + message->text().value_or("nil"));
     }
-    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) override {
+    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>&,
+                               const std::shared_ptr<VXIMFriendInfo>& info) override {
         heard.push_back("online " + info->uid().description());
     }
-    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) override {
+    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>&,
+                                const std::shared_ptr<VXIMFriendInfo>& info) override {
         heard.push_back("offline " + info->uid().description());
     }
 
 private:
-    void hear(const std::string& kind, const Value& id, const std::shared_ptr<VXIMMessage>& message) {
+    void hear(const std::string& kind, const Value& id,
+              const std::shared_ptr<VXIMMessage>& message) {
         heard.push_back(kind + " " + id.description() + ": " + message->text().value_or("nil"));
         lastMessage = message;
     }
@@ -89,17 +105,21 @@ protected:
     EndToEnd() : service(ServiceUnderTest::shared(GetParam())) { service.reset(); }
     ~EndToEnd() override { vxim_configuration = nullptr; }
 
-    std::shared_ptr<Person> newPerson(const std::function<void(VXIMClientConfiguration&)>& configure = {}) {
+    std::shared_ptr<Person> newPerson(
+        const std::function<void(VXIMClientConfiguration&)>& configure = {}) {
         return Person::make(service.origin(), configure);
     }
-    std::shared_ptr<Person> loggedIn(const std::string& user, const std::function<void(VXIMClientConfiguration&)>& configure = {}) {
+    std::shared_ptr<Person> loggedIn(
+        const std::string& user,
+        const std::function<void(VXIMClientConfiguration&)>& configure = {}) {
         auto person = newPerson(configure);
         EXPECT_EQ(run([&](auto done) { person->client->loginWithUserId(user, done); }), "yes");
         EXPECT_TRUE(person->hears("didLogin"));
         return person;
     }
 
-    /// Starts an operation with a boolean completion and runs it to its end: "yes", or "no" with the error.
+    /// Starts an operation with a boolean completion and runs it to its end: "yes", or "no" with
+    /// the error.
     static std::string run(const std::function<void(VXIMBooleanCompletion)>& start) {
         std::string outcome;
         start(once([&](bool succeeded, const ErrorPtr& error) {
@@ -113,7 +133,9 @@ protected:
     static std::string run(const std::function<void(std::function<void(T, ErrorPtr)>)>& start,
                            const std::function<std::string(const T&)>& read) {
         std::string outcome;
-        start(once([&](const T& result, const ErrorPtr& error) { outcome = error ? "error " + describe(error) : read(result); }));
+        start(once([&](const T& result, const ErrorPtr& error) {
+            outcome = error ? "error " + describe(error) : read(result);
+        }));
         EXPECT_TRUE(eventually([&] { return !outcome.empty(); }));
         return outcome;
     }
@@ -121,8 +143,11 @@ protected:
     ServiceUnderTest& service;
 };
 
-inline const auto kServices = ::testing::Values("Node2", "Node3", "Node4", "Fake2", "Fake3", "Fake4");
+inline const auto kServices =
+    ::testing::Values("Node2", "Node3", "Node4", "Fake2", "Fake3", "Fake4");
 
-inline std::string serviceName(const ::testing::TestParamInfo<const char*>& info) { return info.param; }
+inline std::string serviceName(const ::testing::TestParamInfo<const char*>& info) {
+    return info.param;
+}
 
 }  // namespace vexim::testing

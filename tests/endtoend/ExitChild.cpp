@@ -1,5 +1,5 @@
-// A program that exits while the library is at work: `exit_child HOW ORIGIN` begins what HOW says, waits for a line on its
-// standard input, prints the monotonic clock and exits.
+// A program that exits while the library is at work: `exit_child HOW ORIGIN` begins what HOW says,
+// waits for a line on its standard input, prints the monotonic clock and exits.
 
 #include <poll.h>
 #include <unistd.h>
@@ -39,7 +39,8 @@ void logIn() {
 }
 
 void upload() {
-    const auto path = std::filesystem::temp_directory_path() / ("vexim-exit-" + std::to_string(::getpid()));
+    const auto path =
+        std::filesystem::temp_directory_path() / ("vexim-exit-" + std::to_string(::getpid()));
     std::ofstream(path) << std::string(20'000'000, 'x');
     auto client = VXIMClient::clientWithConfiguration(vxim_configuration.get());
     const auto message = VXIMMessage::messageWithVideoFileAtPath(path.string());
@@ -47,8 +48,10 @@ void upload() {
     client->sendSystemMessage(
         message, [](std::int32_t) {}, [](bool, const vexim::ErrorPtr&) {});
     MainQueue::shared().after(std::chrono::seconds(1), [path] { std::filesystem::remove(path); });
-    std::atexit(
-        [] { std::filesystem::remove(std::filesystem::temp_directory_path() / ("vexim-exit-" + std::to_string(::getpid()))); });
+    std::atexit([] {
+        std::filesystem::remove(std::filesystem::temp_directory_path() /
+                                ("vexim-exit-" + std::to_string(::getpid())));
+    });
 }
 
 bool toldToExit() {
@@ -86,7 +89,8 @@ int main(int, char** argv) {
     std::puts("begun");
     std::fflush(stdout);
     MainQueue::shared().runUntil([] { return false; }, std::chrono::milliseconds(1));
-    while (!toldToExit()) MainQueue::shared().runUntil([] { return false; }, std::chrono::milliseconds(1));
+    while (!toldToExit())
+        MainQueue::shared().runUntil([] { return false; }, std::chrono::milliseconds(1));
     if (how.find("released") != how.npos) held.clear();
     if (how.find("callback") != how.npos) {
         MainQueue::shared().async([] { leave(); });

@@ -1,5 +1,6 @@
-// What applications see of live servers that misbehave: an error or a closed session, and nothing lost that came before. Each fault
-// for itself is tried in tests/socketio; here, each way in which one can end a whole client's session.
+// What applications see of live servers that misbehave: an error or a closed session, and nothing
+// lost that came before. Each fault for itself is tried in tests/socketio; here, each way in which
+// one can end a whole client's session.
 
 #include <gtest/gtest.h>
 #include <zlib.h>
@@ -22,9 +23,12 @@ using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr const char* kLoginAnswer = R"({"success":true,"id":"u1"})";
-constexpr const char* kMessage = R"({"content":{"media":0,"body":"before"},"from":{"id":"u2","type":0},"to":{"id":"u1","type":0}})";
+constexpr const char* kMessage =
+    R"({"content":{"media":0,"body":"before"},"from":{"id":"u2","type":0},"to":{"id":"u1","type":0}})";
 
-std::string brackets(std::size_t depth) { return std::string(depth, '[') + std::string(depth, ']'); }
+std::string brackets(std::size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+}
 
 /// Logs in at `origin` and expects the connection never to come up: one error, no more.
 void expectNoConnection(const std::string& origin, Dictionary options) {
@@ -55,7 +59,9 @@ TEST(HostileLive, AServerThatCannotBeTalkedToIsAnError) {
          }},
         {"closed after the upgrade", [](LivePeer& p) { p.acceptWebSocket(); }},
         {"an open packet of 100 000 levels",
-         [](LivePeer& p) { p.open("0{\"sid\":" + brackets(100'000) + "}") && (p.waitForClose(), true); }},
+         [](LivePeer& p) {
+             p.open("0{\"sid\":" + brackets(100'000) + "}") && (p.waitForClose(), true);
+         }},
         {"closed after the open packet", [](LivePeer& p) { p.open(); }},
         {"a refusal of a wrong type",
          [](LivePeer& p) {
@@ -123,24 +129,33 @@ TEST(HostileLive, AFaultClosesTheSessionAndLosesNothingBeforeIt) {
             peer.waitForClose();
         };
     };
-    const auto text = [&](std::string_view packet) { return write(LivePeer::frame(LivePeer::Text, packet)); };
-    const std::string bomb = deflated("42/chat,[\"message\",\"" + std::string(std::size_t{64} << 20, ' ') + "\"]");
+    const auto text = [&](std::string_view packet) {
+        return write(LivePeer::frame(LivePeer::Text, packet));
+    };
+    const std::string bomb =
+        deflated("42/chat,[\"message\",\"" + std::string(std::size_t{64} << 20, ' ') + "\"]");
     const struct {
         const char* why;
         std::function<void(LivePeer&)> play;
     } cases[] = {
-        {"a close", [](LivePeer& p) { p.connection().write(LivePeer::frame(LivePeer::Close, "\x03\xe8")); }},
+        {"a close",
+         [](LivePeer& p) { p.connection().write(LivePeer::frame(LivePeer::Close, "\x03\xe8")); }},
         {"the connection ends", [](LivePeer&) {}},
         {"the connection is reset", [](LivePeer& p) { p.connection().reset(); }},
-        {"half a frame", [](LivePeer& p) { p.connection().write(LivePeer::frame(LivePeer::Text, "2\"").substr(0, 3)); }},
+        {"half a frame",
+         [](LivePeer& p) {
+             p.connection().write(LivePeer::frame(LivePeer::Text, "2\"").substr(0, 3));
+         }},
         {"a masked frame", write(std::string("\x81\x81\0\0\0\0002", 7))},
         {"a frame of 2^63 bytes", write(std::string("\x81\x7f\x80\0\0\0\0\0\0\0", 10))},
-        {"a frame over the limit", write(LivePeer::frame(LivePeer::Text, std::string(2'000'000, 'x')))},
+        {"a frame over the limit",
+         write(LivePeer::frame(LivePeer::Text, std::string(2'000'000, 'x')))},
         {"fragments over the limit",
          [](LivePeer& p) {
              const std::string part(100'000, 'x');
              p.connection().write(LivePeer::frame(LivePeer::Text, part, 0x01));
-             while (p.connection().write(LivePeer::frame(LivePeer::Continuation, part, 0x00))) continue;
+             while (p.connection().write(LivePeer::frame(LivePeer::Continuation, part, 0x00)))
+                 continue;
          }},
         {"a compressed bomb", write(LivePeer::frame(LivePeer::Text, bomb, 0xC1))},
         {"malformed JSON", text("42/chat,[\"message\",")},
@@ -158,7 +173,9 @@ TEST(HostileLive, AFaultClosesTheSessionAndLosesNothingBeforeIt) {
         ScriptedServer server([&](Connection& connection) {
             LivePeer peer(connection);
             if (each.why == std::string_view("a compressed bomb")) {
-                if (!peer.acceptWebSocket("Sec-WebSocket-Extensions: permessage-deflate; server_no_context_takeover\r\n")) return;
+                if (!peer.acceptWebSocket(
+                        "Sec-WebSocket-Extensions: permessage-deflate; server_no_context_takeover\r\n"))
+                    return;
                 if (!peer.sendText(LivePeer::kOpenPacket) || !peer.readText()) return;
                 peer.sendText(R"(40/chat,{"sid":"s2"})");
             } else if (!peer.join()) {
@@ -169,7 +186,8 @@ TEST(HostileLive, AFaultClosesTheSessionAndLosesNothingBeforeIt) {
             each.play(peer);
         });
         PeakMemory peak;
-        auto ears = LiveClient::make(server.url(""), {{"maxMessageSize", 1'000'000}, {"compress", true}});
+        auto ears =
+            LiveClient::make(server.url(""), {{"maxMessageSize", 1'000'000}, {"compress", true}});
         ears->login();
         EXPECT_TRUE(eventually([&] { return ears->disconnects > 0; }));
         MainQueue::shared().drain();
@@ -186,7 +204,9 @@ TEST(HostileLive, AFaultClosesTheSessionAndLosesNothingBeforeIt) {
 TEST(HostileLive, SilenceEndsASessionThatWasAlive) {
     ScriptedServer server([](Connection& connection) {
         LivePeer peer(connection);
-        if (!peer.open(R"(0{"sid":"s1","upgrades":[],"pingInterval":200,"pingTimeout":200,"maxPayload":1000})") || !peer.readText())
+        if (!peer.open(
+                R"(0{"sid":"s1","upgrades":[],"pingInterval":200,"pingTimeout":200,"maxPayload":1000})") ||
+            !peer.readText())
             return;
         peer.sendText(R"(40/chat,{"sid":"s2"})");
         peer.emit("login", kLoginAnswer);
@@ -200,9 +220,9 @@ TEST(HostileLive, SilenceEndsASessionThatWasAlive) {
 
 TEST(HostileLive, WrongTypesInAnyFieldOfAnyEventLoseNothing) {
     // What the events carry, all in one.
-    const JSONResult whole =
-        parseJSON(R"({"success":true,"id":"u1","error":{"errorCode":5,"errorMessage":"no"},"speaker":"u2","ts":1700000000000,)"
-                  R"("content":{"media":0,"body":"text"},"from":{"id":"u2","type":1,"gid":"g1"},"to":{"id":"g1","type":1}})");
+    const JSONResult whole = parseJSON(
+        R"({"success":true,"id":"u1","error":{"errorCode":5,"errorMessage":"no"},"speaker":"u2","ts":1700000000000,)"
+        R"("content":{"media":0,"body":"text"},"from":{"id":"u2","type":1,"gid":"g1"},"to":{"id":"g1","type":1}})");
     std::vector<std::string> payloads = {brackets(400)};
     for (const Wrong& wrong : everyWrongKind(whole.value)) {
         if (!wrong.text.empty()) payloads.push_back(wrong.text);
@@ -211,7 +231,8 @@ TEST(HostileLive, WrongTypesInAnyFieldOfAnyEventLoseNothing) {
         LivePeer peer(connection);
         if (!peer.join()) return;
         peer.emit("login", kLoginAnswer);
-        for (const char* event : {"message", "yourself", "sys", "online", "offline", "login", "say", "no such event"}) {
+        for (const char* event :
+             {"message", "yourself", "sys", "online", "offline", "login", "say", "no such event"}) {
             peer.sendText("42/chat,[\"" + std::string(event) + "\"]");
             for (const auto& payload : payloads) peer.emit(event, payload);
         }
@@ -220,7 +241,8 @@ TEST(HostileLive, WrongTypesInAnyFieldOfAnyEventLoseNothing) {
     });
     auto ears = LiveClient::make(server.url(""));
     ears->login();
-    EXPECT_TRUE(eventually([&] { return !ears->received.empty() && ears->received.back() == "the end"; }));
+    EXPECT_TRUE(
+        eventually([&] { return !ears->received.empty() && ears->received.back() == "the end"; }));
     const auto each = payloads.size() + 1;
     EXPECT_EQ(ears->received.size(), 2 * each + 1) << "\"message\" and \"yourself\"";
     EXPECT_EQ(ears->systemMessages, static_cast<int>(each));

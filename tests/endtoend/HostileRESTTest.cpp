@@ -1,4 +1,5 @@
-// What applications see of REST servers that misbehave: one clear error, in bounded time and memory.
+// What applications see of REST servers that misbehave: one clear error, in bounded time and
+// memory.
 
 #include <gtest/gtest.h>
 
@@ -37,7 +38,8 @@ void serveRequestsFrom(const std::string& origin) {
 std::string chain(const ErrorPtr& error) {
     if (!error) return "ok";
     const ErrorPtr below = error->underlyingError();
-    return error->domain() + " " + std::to_string(error->code()) + (below ? " < " + chain(below) : "");
+    return error->domain() + " " + std::to_string(error->code()) +
+           (below ? " < " + chain(below) : "");
 }
 
 class HostileREST : public ::testing::Test {
@@ -82,7 +84,8 @@ TEST_F(HostileREST, EveryAnswerEndsTheOperationOnce) {
         {"as it should be", ScriptedServer::text(200, R"({"id":"g1"})"), "ok", 1},
         {"nothing", "", lost, 3},
         {"a body cut short", ok + "Content-Length: 12\r\n\r\n{\"id\":\"g1\"", lost, 3},
-        {"a body that is too long", ok + "Content-Length: 11\r\n\r\n{\"id\":\"g1\"}HTTP/1.1 500 Oops\r\n\r\n", "ok", 1},
+        {"a body that is too long",
+         ok + "Content-Length: 11\r\n\r\n{\"id\":\"g1\"}HTTP/1.1 500 Oops\r\n\r\n", "ok", 1},
         {"two lengths", ok + "Content-Length: 2\r\nContent-Length: 3\r\n\r\n{}", unparsable, 3},
         {"a length that is none", ok + "Content-Length: -1\r\n\r\n{}", unparsable, 3},
         {"a bad chunk", ok + "Transfer-Encoding: chunked\r\n\r\nxyz\r\n{}\r\n", lost, 3},
@@ -101,21 +104,28 @@ TEST_F(HostileREST, EveryAnswerEndsTheOperationOnce) {
                               }()),
          useless, 1},
         {"broken UTF-8", ScriptedServer::text(200, "{\"id\":\"\xff\"}"), useless, 1},
-        {"a number beyond all bounds", ScriptedServer::text(200, "{\"id\":1e999999999}"), useless, 1},
-        {"an error code of a wrong type", ScriptedServer::text(400, R"({"errorCode":{},"errorMessage":[]})"),
+        {"a number beyond all bounds", ScriptedServer::text(200, "{\"id\":1e999999999}"), useless,
+         1},
+        {"an error code of a wrong type",
+         ScriptedServer::text(400, R"({"errorCode":{},"errorMessage":[]})"),
          "VXErrorDomain 100 < NSURLErrorDomain -1011", 1},
-        {"an error code as text", ScriptedServer::text(400, R"({"errorCode":"77","errorMessage":null})"),
+        {"an error code as text",
+         ScriptedServer::text(400, R"({"errorCode":"77","errorMessage":null})"),
          "VXErrorDomain 77 < NSURLErrorDomain -1011", 1},
-        {"an error code with a success", ScriptedServer::text(200, R"({"errorCode":5})"), "VXErrorDomain 5", 3},
-        {"a status beyond all classes", ScriptedServer::text(999, "{}"), "VXErrorDomain 100 < NSURLErrorDomain -1011", 3},
-        {"an unusable redirection", "HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\nContent-Length: 0\r\n\r\n",
+        {"an error code with a success", ScriptedServer::text(200, R"({"errorCode":5})"),
+         "VXErrorDomain 5", 3},
+        {"a status beyond all classes", ScriptedServer::text(999, "{}"),
+         "VXErrorDomain 100 < NSURLErrorDomain -1011", 3},
+        {"an unusable redirection",
+         "HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\nContent-Length: 0\r\n\r\n",
          "VXErrorDomain 100 < NSURLErrorDomain -1002", 3},
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.why);
         // Said beforehand, or an attempt may meet the kept connection just as it goes.
         std::string answer = each.answer;
-        if (const auto line = answer.find("\r\n"); line != std::string::npos) answer.insert(line, "\r\nConnection: close");
+        if (const auto line = answer.find("\r\n"); line != std::string::npos)
+            answer.insert(line, "\r\nConnection: close");
         ScriptedServer server([&](Connection& connection) {
             if (connection.readRequest()) connection.write(answer);
         });
@@ -142,7 +152,8 @@ TEST_F(HostileREST, WhatTheServerKeepsSendingIsBounded) {
         std::function<void(Connection&)> answer;
         const char* error;
     } cases[] = {
-        {"256 MiB in 256 KiB", [&](Connection& c) { c.answer(200, bomb, "Content-Encoding: gzip\r\n"); }, "-1103"},
+        {"256 MiB in 256 KiB",
+         [&](Connection& c) { c.answer(200, bomb, "Content-Encoding: gzip\r\n"); }, "-1103"},
         {"a body without end",
          [&](Connection& c) {
              c.write("HTTP/1.1 200 OK\r\n\r\n");
@@ -176,7 +187,8 @@ TEST_F(HostileREST, WhatTheServerKeepsSendingIsBounded) {
             if (connection.readRequest()) each.answer(connection);
         });
         PeakMemory peak;
-        EXPECT_EQ(chain(fetchGroup(server.url(""))), std::string("VXErrorDomain 100 < NSURLErrorDomain ") + each.error);
+        EXPECT_EQ(chain(fetchGroup(server.url(""))),
+                  std::string("VXErrorDomain 100 < NSURLErrorDomain ") + each.error);
         EXPECT_LT(peak.grownMiB(), 32) << "16 MiB are kept at most, and let go when there is more";
     }
 }
@@ -217,8 +229,12 @@ TEST_F(HostileREST, SilenceAndDribbleEndWithATimeout) {
         {"nothing is answered", [](Connection& c) { c.readRequest(); }},
         {"half a status line", [](Connection& c) { c.write("HTTP/1."); }},
         {"half a head", [](Connection& c) { c.write("HTTP/1.1 200 OK\r\nContent-Le"); }},
-        {"half a body", [](Connection& c) { c.write("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n{}"); }},
-        {"half a chunk", [](Connection& c) { c.write("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\n{}"); }},
+        {"half a body",
+         [](Connection& c) { c.write("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n{}"); }},
+        {"half a chunk",
+         [](Connection& c) {
+             c.write("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\n{}");
+         }},
         {"byte by byte, and never done",
          [](Connection& c) {
              if (!c.write("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n")) return;
@@ -236,32 +252,44 @@ TEST_F(HostileREST, SilenceAndDribbleEndWithATimeout) {
         }));
         loads.push_back(std::make_unique<Load>(impatient, servers.back()->url("")));
     }
-    EXPECT_TRUE(clock.runUntil([&] { return std::ranges::all_of(loads, [](const auto& load) { return load->hasEnded(); }); }));
+    EXPECT_TRUE(clock.runUntil([&] {
+        return std::ranges::all_of(loads, [](const auto& load) { return load->hasEnded(); });
+    }));
     for (std::size_t i = 0; i < loads.size(); ++i) {
-        EXPECT_EQ(loads[i]->outcome(), "VXErrorDomain 100 < NSURLErrorDomain -1001") << cases[i].why;
+        EXPECT_EQ(loads[i]->outcome(), "VXErrorDomain 100 < NSURLErrorDomain -1001")
+            << cases[i].why;
     }
 }
 
 TEST_F(HostileREST, AResolverThatNeverAnswersHoldsUpOnlyWhoAsked) {
-    ScriptedServer server(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "{}"); }));
+    ScriptedServer server(ScriptedServer::answering(
+        [](const WireRequest&) { return ScriptedServer::text(200, "{}"); }));
     URLSessionConfiguration impatient;
     impatient.timeoutForResource = 2s;
     const auto start = std::chrono::steady_clock::now();
     std::vector<std::unique_ptr<Load>> blocked;
     for (const char* host : {"a", "b", "c", "d"}) {
-        blocked.push_back(std::make_unique<Load>(impatient, std::string("http://") + host + ".blocked.test"));
+        blocked.push_back(
+            std::make_unique<Load>(impatient, std::string("http://") + host + ".blocked.test"));
     }
     for (int i = 0; i < 10; ++i) EXPECT_EQ(chain(fetchGroup(server.url(""))), "ok");
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2s) << "while the others wait";
-    EXPECT_TRUE(clock.runUntil([&] { return std::ranges::all_of(blocked, [](const auto& load) { return load->hasEnded(); }); }));
-    for (const auto& load : blocked) EXPECT_EQ(load->outcome(), "VXErrorDomain 100 < NSURLErrorDomain -1001");
+    EXPECT_TRUE(clock.runUntil([&] {
+        return std::ranges::all_of(blocked, [](const auto& load) { return load->hasEnded(); });
+    }));
+    for (const auto& load : blocked)
+        EXPECT_EQ(load->outcome(), "VXErrorDomain 100 < NSURLErrorDomain -1001");
     EXPECT_EQ(chain(fetchGroup(server.url(""))), "ok");
 }
 
 TEST_F(HostileREST, AnUnreachableServiceIsAnError) {
-    EXPECT_EQ(chain(fetchGroup("http://127.0.0.1:" + std::to_string(deadPort()))), "VXErrorDomain 100 < NSURLErrorDomain -1004");
-    EXPECT_EQ(chain(fetchGroup("http://name.invalid")), "VXErrorDomain 100 < NSURLErrorDomain -1003");  // RFC 6761: never resolves
-    EXPECT_EQ(chain(fetchGroup("gopher://127.0.0.1")), "VXErrorDomain 100 < NSURLErrorDomain -1002");
+    EXPECT_EQ(chain(fetchGroup("http://127.0.0.1:" + std::to_string(deadPort()))),
+              "VXErrorDomain 100 < NSURLErrorDomain -1004");
+    // RFC 6761: never resolves
+    EXPECT_EQ(chain(fetchGroup("http://name.invalid")),
+              "VXErrorDomain 100 < NSURLErrorDomain -1003");
+    EXPECT_EQ(chain(fetchGroup("gopher://127.0.0.1")),
+              "VXErrorDomain 100 < NSURLErrorDomain -1002");
 }
 
 }  // namespace

@@ -23,18 +23,22 @@ using Connection = ScriptedServer::Connection;
 using namespace std::chrono_literals;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(VEXIM_EMULATED)
-constexpr double kSlowness = 100;  // looking for leaks takes its time, and so does every instruction in an emulator
+// looking for leaks takes its time, and so does every instruction in an emulator
+constexpr double kSlowness = 100;
 #else
 constexpr double kSlowness = 1;
 #endif
 
-/// Milliseconds from the call of exit, the time of which the child prints, to the end of the process.
+/// Milliseconds from the call of exit, the time of which the child prints, to the end of the
+/// process.
 double exitTime(ChildProcess& child, int& status) {
     const std::string left = child.readLine().value_or("0");
     status = child.wait();
     timespec now{};
     ::clock_gettime(CLOCK_MONOTONIC, &now);
-    return (static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec) - std::stod(left)) / 1e6;
+    return (static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec) -
+            std::stod(left)) /
+           1e6;
 }
 
 TEST(Leaving, TheProcessExitsAtOnceWhateverIsUnderWay) {
@@ -68,7 +72,8 @@ TEST(Leaving, TheProcessExitsAtOnceWhateverIsUnderWay) {
                 MainQueue::shared().async([] {});       // who waits for it looks again
                 while (connection.pause(1h)) continue;  // neither reads nor answers
             });
-            ChildProcess child({VEXIM_EXIT_CHILD, each.how, each.resolves ? server.url("") : "http://hanging.blocked.test"});
+            ChildProcess child({VEXIM_EXIT_CHILD, each.how,
+                                each.resolves ? server.url("") : "http://hanging.blocked.test"});
             EXPECT_EQ(child.readLine(), "begun");
             EXPECT_TRUE(eventually([&] { return reached >= each.connections; }));
             child.writeLine("exit");
@@ -80,7 +85,8 @@ TEST(Leaving, TheProcessExitsAtOnceWhateverIsUnderWay) {
     }
 }
 
-/// How long this thread has stood in line for a processor, in milliseconds. On a busy machine that is most of any wait.
+/// How long this thread has stood in line for a processor, in milliseconds. On a busy machine that
+/// is most of any wait.
 double millisecondsInLine() {
     std::ifstream file("/proc/thread-self/schedstat");  // nanoseconds: run, in line; times run
     double run = 0;
@@ -93,7 +99,8 @@ double millisecondsOf(const std::function<void()>& work) {
     const auto start = std::chrono::steady_clock::now();
     work();
     const auto end = std::chrono::steady_clock::now();
-    return std::chrono::duration<double, std::milli>(end - start).count() - (millisecondsInLine() - before);
+    return std::chrono::duration<double, std::milli>(end - start).count() -
+           (millisecondsInLine() - before);
 }
 
 double percentile99(const std::function<double()>& measure) {
@@ -113,7 +120,8 @@ TEST(Leaving, DestructorsWaitForNobody) {
         LivePeer peer(c);
         if (!peer.join()) return;
         peer.emit("login", R"({"success":true,"id":"u1"})");
-        for (int i = 0; i < 2000 && peer.emit("message", R"({"to":{"id":"u1","type":0}})"); ++i) continue;
+        for (int i = 0; i < 2000 && peer.emit("message", R"({"to":{"id":"u1","type":0}})"); ++i)
+            continue;
         peer.waitForClose();
     };
     const auto deaf = [](Connection& c) {  // joins and never reads again
@@ -126,17 +134,22 @@ TEST(Leaving, DestructorsWaitForNobody) {
         const char* why;
         ScriptedServer::Script script;
         bool isUp;
-    } cases[] = {
-        {"silent", silent, false}, {"after the upgrade", afterUpgrade, false}, {"flooding", flooding, true}, {"deaf", deaf, true}};
+    } cases[] = {{"silent", silent, false},
+                 {"after the upgrade", afterUpgrade, false},
+                 {"flooding", flooding, true},
+                 {"deaf", deaf, true}};
     for (const auto& each : cases) {
         ScriptedServer server(each.script);
         EXPECT_LT(percentile99([&] {
                       auto ears = LiveClient::make(server.url(""));
                       ears->login();
                       if (each.isUp) {
-                          EXPECT_TRUE(eventually([&] { return ears->client->status() == VXIMClientStatusOpened; }));
-                          const auto message = VXIMMessage::messageWithText(std::string(100'000, 'x'));
-                          for (int i = 0; i < 10; ++i) ears->client->sendMessageToFriend(message, "u2", {});
+                          EXPECT_TRUE(eventually(
+                              [&] { return ears->client->status() == VXIMClientStatusOpened; }));
+                          const auto message =
+                              VXIMMessage::messageWithText(std::string(100'000, 'x'));
+                          for (int i = 0; i < 10; ++i)
+                              ears->client->sendMessageToFriend(message, "u2", {});
                       }
                       MainQueue::shared().drain();
                       const std::weak_ptr<VXIMClient> alive = ears->client;
@@ -158,7 +171,8 @@ TEST(Leaving, DestructorsWaitForNobody) {
                   auto message = VXIMMessage::messageWithImageFileAtPath(std::nullopt);
                   message->setAttachmentUrl(server.url("/files/x"));
                   group->fetchAttributesWithCompletion({});
-                  message->downloadAttachment("/nonexistent/file", {}, once([](const Value&, const ErrorPtr&) {}), transfer);
+                  message->downloadAttachment("/nonexistent/file", {},
+                                              once([](const Value&, const ErrorPtr&) {}), transfer);
                   return millisecondsOf([&] {
                       transfer->cancel();
                       group = nullptr;

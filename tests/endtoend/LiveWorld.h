@@ -16,8 +16,10 @@ namespace vexim::testing {
 /// A client with everything that it tells: what the application would see of a live connection.
 class LiveClient : public VXIMClientDelegate, public std::enable_shared_from_this<LiveClient> {
 public:
-    /// `options` are those of the connection, which does not come back by itself unless they say so.
-    static std::shared_ptr<LiveClient> make(const std::string& origin, const Dictionary& options = {}) {
+    /// `options` are those of the connection, which does not come back by itself unless they say
+    /// so.
+    static std::shared_ptr<LiveClient> make(const std::string& origin,
+                                            const Dictionary& options = {}) {
         auto ears = std::make_shared<LiveClient>();
         auto configuration = VXIMClientConfiguration::defaultConfiguration();
         configuration->setAppId("app");
@@ -29,24 +31,32 @@ public:
         ears->client = VXIMClient::clientWithConfiguration(configuration);
         ears->client->setDelegate(ears);
         const auto listen = [&](const char* name, auto hear) {
-            NotificationCenter::defaultCenter().addObserver(ears, name, ears->client.get(),
-                                                            [weak = std::weak_ptr(ears), hear](const Notification& notification) {
-                                                                if (const auto self = weak.lock()) hear(*self, notification);
-                                                            });
+            NotificationCenter::defaultCenter().addObserver(
+                ears, name, ears->client.get(),
+                [weak = std::weak_ptr(ears), hear](const Notification& notification) {
+                    if (const auto self = weak.lock()) hear(*self, notification);
+                });
         };
-        listen(VXIMClientConnectionErrorNotification, [](LiveClient& self, const Notification&) { ++self.errors; });
-        listen(VXIMClientDidReceiveMessageNotification, [](LiveClient& self, const Notification& notification) {
-            const auto message = notification.userInfo->get("msg").as<VXIMMessage>();
-            self.received.push_back(message->text().value_or("nil"));
-        });
-        listen(VXIMClientDidReceiveSystemMessageNotification, [](LiveClient& self, const Notification&) { ++self.systemMessages; });
-        listen(VXIMFriendOnlineNotification, [](LiveClient& self, const Notification&) { ++self.presences; });
-        listen(VXIMFriendOfflineNotification, [](LiveClient& self, const Notification&) { ++self.presences; });
+        listen(VXIMClientConnectionErrorNotification,
+               [](LiveClient& self, const Notification&) { ++self.errors; });
+        listen(VXIMClientDidReceiveMessageNotification,
+               [](LiveClient& self, const Notification& notification) {
+                   const auto message = notification.userInfo->get("msg").as<VXIMMessage>();
+                   self.received.push_back(message->text().value_or("nil"));
+               });
+        listen(VXIMClientDidReceiveSystemMessageNotification,
+               [](LiveClient& self, const Notification&) { ++self.systemMessages; });
+        listen(VXIMFriendOnlineNotification,
+               [](LiveClient& self, const Notification&) { ++self.presences; });
+        listen(VXIMFriendOfflineNotification,
+               [](LiveClient& self, const Notification&) { ++self.presences; });
         return ears;
     }
 
     void login() {
-        client->loginWithUserId("u1", atMostOnce([this](bool succeeded, const ErrorPtr&) { logins.push_back(succeeded); }));
+        client->loginWithUserId("u1", atMostOnce([this](bool succeeded, const ErrorPtr&) {
+                                    logins.push_back(succeeded);
+                                }));
     }
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override { ++disconnects; }
 

@@ -17,21 +17,33 @@ public:
     void clientDidLogout(const std::shared_ptr<VXIMClient>&) override { hook(); }
     void clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) override { hook(); }
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override { hook(); }
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>&,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                           const std::shared_ptr<VXIMMessage>&,
                                            const std::shared_ptr<VXIMFriendInfo>&) override {
         hook();
     }
-    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>&,
+    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&,
+                                          const std::shared_ptr<VXIMMessage>&,
                                           const std::shared_ptr<VXIMGroup>&) override {
         hook();
     }
-    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>&,
+    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&,
+                                         const std::shared_ptr<VXIMMessage>&,
                                          const std::shared_ptr<VXIMRoom>&) override {
         hook();
     }
-    void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>&) override { hook(); }
-    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>&) override { hook(); }
-    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>&) override { hook(); }
+    void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&,
+                                       const std::shared_ptr<VXIMMessage>&) override {
+        hook();
+    }
+    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>&,
+                               const std::shared_ptr<VXIMFriendInfo>&) override {
+        hook();
+    }
+    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>&,
+                                const std::shared_ptr<VXIMFriendInfo>&) override {
+        hook();
+    }
 
     void hook() const {
         EXPECT_TRUE(MainQueue::shared().isMainThread());
@@ -51,15 +63,19 @@ ScheduleWorld::ScheduleWorld(std::uint32_t seed, ManualClock& clock, const Tempo
       server_(std::move(server)) {}
 
 bool ScheduleWorld::answer(ScriptedServer::Connection& connection, const WireRequest& request) {
-    if (request.target == "/attachment") return connection.answer(200, R"(["http://)" + request.header("Host") + R"(/files/1"])");
+    if (request.target == "/attachment")
+        return connection.answer(200, R"(["http://)" + request.header("Host") + R"(/files/1"])");
     const auto digit = request.target.find_last_of("0123456789");
     switch (digit == std::string::npos ? '0' : request.target[digit]) {
         case '5': return connection.answer(400, R"({"errorCode":1,"errorMessage":"no"})");
         case '6': return connection.answer(503, "");
         case '7': return false;
         case '8': return connection.answer(200, R"([null,{"id":[]}])");
-        case '9': return connection.write("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}") && false;
-        default: return connection.answer(200, R"({"id":"x1","members":["u1"],"attributes":{"a":1},"success":true})");
+        case '9':
+            return connection.write("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}") && false;
+        default:
+            return connection.answer(
+                200, R"({"id":"x1","members":["u1"],"attributes":{"a":1},"success":true})");
     }
 }
 
@@ -103,8 +119,9 @@ void ScheduleWorld::live(int steps) {
         expectAllowedStates();
     }
     // Lets go in any order; nobody waits for anybody.
-    while (!clients_.empty() || !delegates_.empty() || !observers_.empty() || !users_.empty() || !groups_.empty() ||
-           !rooms_.empty() || !passengers_.empty() || !friends_.empty() || !messages_.empty() || !transfers_.empty()) {
+    while (!clients_.empty() || !delegates_.empty() || !observers_.empty() || !users_.empty() ||
+           !groups_.empty() || !rooms_.empty() || !passengers_.empty() || !friends_.empty() ||
+           !messages_.empty() || !transfers_.empty()) {
         releaseSomething();
     }
 }
@@ -123,7 +140,8 @@ void ScheduleWorld::expectAllowedStates() const {
         EXPECT_GE(client->status(), VXIMClientStatusNone);
         EXPECT_LE(client->status(), VXIMClientStatusClosed);
         EXPECT_TRUE(hasSocket || client->status() != VXIMClientStatusOpened);
-        EXPECT_FALSE(hasSocket && client->tryLogout() && client->status() == VXIMClientStatusClosed);
+        EXPECT_FALSE(hasSocket && client->tryLogout() &&
+                     client->status() == VXIMClientStatusClosed);
     }
 }
 
@@ -133,9 +151,11 @@ void ScheduleWorld::act() {
     const auto what = below(100);
     if (what < 12) return server_(chance_);
     if (what < 30) return static_cast<void>(MainQueue::shared().drain());
-    if (what < 32) return static_cast<void>(clock_.advanceAndDrain(std::chrono::milliseconds(below(3000))));
+    if (what < 32)
+        return static_cast<void>(clock_.advanceAndDrain(std::chrono::milliseconds(below(3000))));
     if (what < 34) {  // lets the network catch up
-        return static_cast<void>(MainQueue::shared().runUntil([] { return true; }, std::chrono::milliseconds(1)));
+        return static_cast<void>(
+            MainQueue::shared().runUntil([] { return true; }, std::chrono::milliseconds(1)));
     }
     if (what < 38) return makeClient();
     if (what < 41) return makeDelegate();
@@ -163,19 +183,21 @@ void ScheduleWorld::act() {
 }
 
 void ScheduleWorld::makeClient() {
-    if (clients_.size() < 3) keep(clients_, vexim::create<VXIMClient>(vxim_configuration.get(), makeSocket_));
+    if (clients_.size() < 3)
+        keep(clients_, vexim::create<VXIMClient>(vxim_configuration.get(), makeSocket_));
 }
 
 void ScheduleWorld::makeDelegate() {
-    if (const auto client = pick(clients_)) client->setDelegate(keep(delegates_, std::make_shared<Delegate>(weak_from_this())));
+    if (const auto client = pick(clients_))
+        client->setDelegate(keep(delegates_, std::make_shared<Delegate>(weak_from_this())));
 }
 
 void ScheduleWorld::makeObserver() {
     const auto observer = keep(observers_, std::make_shared<Delegate>(weak_from_this()));
-    NotificationCenter::defaultCenter().addObserver(observer, "", nullptr,
-                                                    [weak = std::weak_ptr<Delegate>(observer)](const Notification&) {
-                                                        if (const auto self = weak.lock()) self->hook();
-                                                    });
+    NotificationCenter::defaultCenter().addObserver(
+        observer, "", nullptr, [weak = std::weak_ptr<Delegate>(observer)](const Notification&) {
+            if (const auto self = weak.lock()) self->hook();
+        });
 }
 
 void ScheduleWorld::makeResource() {
@@ -191,12 +213,14 @@ void ScheduleWorld::makeResource() {
 void ScheduleWorld::logIn() {
     const auto client = pick(clients_);
     if (!client) return;
-    if (below(4) == 0) return client->loginWithUsername("name", "password", mayRun<VXIMBooleanCompletion>());
+    if (below(4) == 0)
+        return client->loginWithUsername("name", "password", mayRun<VXIMBooleanCompletion>());
     client->loginWithUserId("u" + std::to_string(below(10)), mayRun<VXIMBooleanCompletion>());
 }
 
 void ScheduleWorld::logOut() {
-    if (const auto client = pick(clients_)) client->logoutWithCompletion(mayRun<VXIMBooleanCompletion>());
+    if (const auto client = pick(clients_))
+        client->logoutWithCompletion(mayRun<VXIMBooleanCompletion>());
 }
 
 std::shared_ptr<VXIMMessage> ScheduleWorld::someMessage() {
@@ -208,10 +232,18 @@ void ScheduleWorld::sendMessage() {
     const auto client = pick(clients_);
     if (!client) return;
     switch (below(4)) {
-        case 0: return client->sendMessageToFriend(someMessage(), someId("u"), mustRun<VXIMBooleanCompletion>());
-        case 1: return client->sendMessageToGroup(someMessage(), someId("g"), mustRun<VXIMBooleanCompletion>());
-        case 2: return client->sendMessageToRoom(someMessage(), someId("r"), mustRun<VXIMBooleanCompletion>());
-        default: return client->sendMessage(VXIMMessage::messageWithText("to nobody"), mustRun<VXIMBooleanCompletion>());
+        case 0:
+            return client->sendMessageToFriend(someMessage(), someId("u"),
+                                               mustRun<VXIMBooleanCompletion>());
+        case 1:
+            return client->sendMessageToGroup(someMessage(), someId("g"),
+                                              mustRun<VXIMBooleanCompletion>());
+        case 2:
+            return client->sendMessageToRoom(someMessage(), someId("r"),
+                                             mustRun<VXIMBooleanCompletion>());
+        default:
+            return client->sendMessage(VXIMMessage::messageWithText("to nobody"),
+                                       mustRun<VXIMBooleanCompletion>());
     }
 }
 
@@ -219,18 +251,26 @@ void ScheduleWorld::sendSystemMessage() {
     const auto client = pick(clients_);
     if (!client) return;
     switch (below(4)) {
-        case 0: return client->sendSystemMessageToAllUsers(someMessage(), mustRun<VXIMBooleanCompletion>());
-        case 1: return client->sendSystemMessageToGroup(someMessage(), someId("g"), mustRun<VXIMBooleanCompletion>());
-        case 2: return client->sendSystemMessageToRoom(someMessage(), someId("r"), mustRun<VXIMBooleanCompletion>());
+        case 0:
+            return client->sendSystemMessageToAllUsers(someMessage(),
+                                                       mustRun<VXIMBooleanCompletion>());
+        case 1:
+            return client->sendSystemMessageToGroup(someMessage(), someId("g"),
+                                                    mustRun<VXIMBooleanCompletion>());
+        case 2:
+            return client->sendSystemMessageToRoom(someMessage(), someId("r"),
+                                                   mustRun<VXIMBooleanCompletion>());
         default:  // goes nowhere, without a word
-            return client->sendSystemMessage(VXIMMessage::messageWithText("x"), nullptr, mayRun<VXIMBooleanCompletion>());
+            return client->sendSystemMessage(VXIMMessage::messageWithText("x"), nullptr,
+                                             mayRun<VXIMBooleanCompletion>());
     }
 }
 
 void ScheduleWorld::sendAttachment() {
     const auto client = pick(clients_);
     if (!client) return;
-    const auto message = keep(messages_, VXIMMessage::messageWithImageFileAtPath(folder_ / kPicture));
+    const auto message =
+        keep(messages_, VXIMMessage::messageWithImageFileAtPath(folder_ / kPicture));
     if (below(2) == 0) {
         message->receiver()->setUserId(someId("u"));
         return client->sendMessage(message, progress(), mustRun<VXIMBooleanCompletion>());
@@ -241,10 +281,12 @@ void ScheduleWorld::sendAttachment() {
 
 void ScheduleWorld::downloadAttachment() {
     auto message = keep(messages_, VXIMMessage::messageWithImageFileAtPath(std::nullopt));
-    message->setAttachmentUrl(vxim_configuration->socketURL()->absoluteString() + "/files/" + std::to_string(below(10)));
+    message->setAttachmentUrl(vxim_configuration->socketURL()->absoluteString() + "/files/" +
+                              std::to_string(below(10)));
     const auto transfer = below(2) == 0 ? keep(transfers_, VXIMTransfer::transfer()) : nullptr;
     if (transfer && below(4) == 0) transfer->cancel();
-    message->downloadAttachment(folder_ / "download", progress(), mustRun<VXIMResultCompletion>(), transfer);
+    message->downloadAttachment(folder_ / "download", progress(), mustRun<VXIMResultCompletion>(),
+                                transfer);
 }
 
 void ScheduleWorld::useUser() {
@@ -252,9 +294,12 @@ void ScheduleWorld::useUser() {
     if (!user) return;
     switch (below(4)) {
         case 0: return user->fetchWithCompletion(mustRun<VXIMBooleanCompletion>());
-        case 1: return user->fetchFriendsWithDetail(below(2) == 0, mustRun<VXIMBooleanCompletion>());
+        case 1:
+            return user->fetchFriendsWithDetail(below(2) == 0, mustRun<VXIMBooleanCompletion>());
         case 2: return user->addFriendWithUser(someId("u"), mustRun<VXIMResultCompletion>());
-        default: return user->getLatestChatsWithFriend(someId("u"), 1, 5, mustRun<VXIMMessagesCompletion>());
+        default:
+            return user->getLatestChatsWithFriend(someId("u"), 1, 5,
+                                                  mustRun<VXIMMessagesCompletion>());
     }
 }
 
@@ -265,7 +310,9 @@ void ScheduleWorld::useGroup() {
         switch (below(4)) {
             case 0: return group->fetchWithBlock(mustRun<VXIMBooleanCompletion>());
             case 1: return group->addMembers({"u2"}, mustRun<VXIMBooleanCompletion>());
-            case 2: return VXIMGroup::createWithOwner("u1", someId("n"), mustRun<VXIMGroupCompletion>());
+            case 2:
+                return VXIMGroup::createWithOwner("u1", someId("n"),
+                                                  mustRun<VXIMGroupCompletion>());
             default: return group->updateAttributes({{"a", 2}}, mustRun<VXIMBooleanCompletion>());
         }
     } catch (const Exception& exception) {

@@ -18,27 +18,29 @@
 
 namespace vexim::testing {
 
-/// A small application that lives at random: clients, delegates, observers, resources and transfers come, work and go at any
-/// moment, also from inside their own callbacks. One seed is one life.
+/// A small application that lives at random: clients, delegates, observers, resources and transfers
+/// come, work and go at any moment, also from inside their own callbacks. One seed is one life.
 ///
 /// Its requests go to the shared configuration's service, which answers by `answer`.
 class ScheduleWorld : public std::enable_shared_from_this<ScheduleWorld> {
 public:
-    /// What happens on the other side of the live connections; does nothing where real servers play.
+    /// What happens on the other side of the live connections; does nothing where real servers
+    /// play.
     using ServerAct = std::function<void(std::mt19937& chance)>;
 
     /// The file in `folder` that is uploaded; "download" beside it is where downloads go.
     static constexpr const char* kPicture = "picture.png";
 
-    ScheduleWorld(std::uint32_t seed, ManualClock& clock, const TemporaryFolder& folder, VXIMClient::SocketFactory makeSocket,
-                  ServerAct server);
+    ScheduleWorld(std::uint32_t seed, ManualClock& clock, const TemporaryFolder& folder,
+                  VXIMClient::SocketFactory makeSocket, ServerAct server);
 
     /// Lives through `steps` actions and as many as callbacks add, then lets go of everything.
     void live(int steps);
     /// What still lives though everybody has let go of it; empty when all is well.
     std::string leftovers() const;
 
-    /// A service's answer by the last digit in the path, well or badly. False when it hangs up afterwards.
+    /// A service's answer by the last digit in the path, well or badly. False when it hangs up
+    /// afterwards.
     static bool answer(ScriptedServer::Connection& connection, const WireRequest& request);
 
 private:

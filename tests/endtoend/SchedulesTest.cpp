@@ -1,4 +1,5 @@
-// Ten thousand random lives of an application: nobody is called twice, nobody is forgotten, nobody is left behind.
+// Ten thousand random lives of an application: nobody is called twice, nobody is forgotten, nobody
+// is left behind.
 //
 //   VEXIM_SCHEDULE_SEED=n    lives the life of that seed only
 //   VEXIM_SCHEDULES=n        lives so many
@@ -23,7 +24,8 @@
 namespace vexim::testing {
 namespace {
 
-constexpr const char* kMessage = R"({"content":{"media":0,"body":"hi"},"from":{"id":"u2","type":0},"to":{"id":"u1","type":0}})";
+constexpr const char* kMessage =
+    R"({"content":{"media":0,"body":"hi"},"from":{"id":"u2","type":0},"to":{"id":"u1","type":0}})";
 
 std::uint32_t numberFrom(const char* variable, std::uint32_t otherwise) {
     const char* text = std::getenv(variable);
@@ -48,13 +50,16 @@ protected:
     }
 
     /// Lives one life to its end. False when the next need not begin.
-    bool live(std::uint32_t seed, VXIMClient::SocketFactory makeSocket, ScheduleWorld::ServerAct server) {
+    bool live(std::uint32_t seed, VXIMClient::SocketFactory makeSocket,
+              ScheduleWorld::ServerAct server) {
         SCOPED_TRACE("VEXIM_SCHEDULE_SEED=" + std::to_string(seed));
-        const auto world = std::make_shared<ScheduleWorld>(seed, clock, folder, std::move(makeSocket), std::move(server));
+        const auto world = std::make_shared<ScheduleWorld>(
+            seed, clock, folder, std::move(makeSocket), std::move(server));
         world->live(10 + static_cast<int>(seed % 50));
         EXPECT_TRUE(eventuallyTurning(clock, [] { return pendingCompletions() == 0; }))
             << "never called: " << describePendingCompletions();
-        EXPECT_TRUE(eventuallyTurning(clock, [&] { return world->leftovers().empty(); })) << "left behind: " << world->leftovers();
+        EXPECT_TRUE(eventuallyTurning(clock, [&] { return world->leftovers().empty(); }))
+            << "left behind: " << world->leftovers();
         EXPECT_LE(folder.count(), 2u) << "a temporary file is left behind";
         return !HasFailure();
     }
@@ -88,9 +93,14 @@ void play(std::mt19937& chance, const std::vector<std::weak_ptr<FakeSocket>>& so
             break;
         case 2: socket->send("login", {Dictionary{{"success", true}, {"id", "u1"}}}); break;
         case 3: socket->send("login", {Dictionary{{"success", false}, {"error", 5}}}); break;
-        case 4: socket->send(chance() % 2 ? "message" : "yourself", {parseJSON(kMessage).value}); break;
+        case 4:
+            socket->send(chance() % 2 ? "message" : "yourself", {parseJSON(kMessage).value});
+            break;
         case 5: socket->send("sys", {parseJSON(kMessage).value}); break;
-        case 6: socket->send(chance() % 2 ? "online" : "offline", {"u" + std::to_string(chance() % 10)}); break;
+        case 6:
+            socket->send(chance() % 2 ? "online" : "offline",
+                         {"u" + std::to_string(chance() % 10)});
+            break;
         case 7: socket->send("error", {"trouble"}); break;
         case 8:
             if (isConnected) socket->drop();
@@ -103,10 +113,12 @@ void play(std::mt19937& chance, const std::vector<std::weak_ptr<FakeSocket>>& so
 TEST_F(Schedules, OverFakeConnections) {
     std::unique_ptr<ScriptedServer> server;
     forEachSeed(10'000, [&](std::uint32_t seed) {
-        if (!server || seed % 200 == 0) {  // each connection is a thread there until the server ends
+        // each connection is a thread there until the server ends
+        if (!server || seed % 200 == 0) {
             server = std::make_unique<ScriptedServer>([](ScriptedServer::Connection& connection) {
                 auto request = connection.readRequest();
-                while (request && ScheduleWorld::answer(connection, *request)) request = connection.readRequest();
+                while (request && ScheduleWorld::answer(connection, *request))
+                    request = connection.readRequest();
             });
             serveFrom(*server);
         }
@@ -147,15 +159,17 @@ TEST_F(Schedules, OverRealConnections) {
     std::unique_ptr<ScriptedServer> server;
     forEachSeed(300, [&](std::uint32_t seed) {
         if (!server || seed % 50 == 0) {
-            server = std::make_unique<ScriptedServer>([seed](ScriptedServer::Connection& connection) {
-                while (const auto request = connection.readRequest()) {
-                    if (!request->header("Upgrade").empty()) {
-                        LivePeer peer(connection, request);
-                        return playLive(peer, seed + static_cast<std::uint32_t>(connection.index()));
+            server =
+                std::make_unique<ScriptedServer>([seed](ScriptedServer::Connection& connection) {
+                    while (const auto request = connection.readRequest()) {
+                        if (!request->header("Upgrade").empty()) {
+                            LivePeer peer(connection, request);
+                            return playLive(peer,
+                                            seed + static_cast<std::uint32_t>(connection.index()));
+                        }
+                        if (!ScheduleWorld::answer(connection, *request)) return;
                     }
-                    if (!ScheduleWorld::answer(connection, *request)) return;
-                }
-            });
+                });
             serveFrom(*server);
         }
         return live(seed, &SocketIOClient::create, [](std::mt19937&) {});

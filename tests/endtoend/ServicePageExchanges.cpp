@@ -29,7 +29,8 @@ std::string print(const Value& value, const std::string& indent = "") {
     }
     const auto join = [&](const std::string& inner, const std::string& separator) {
         std::string text;
-        for (std::size_t i = 0; i < items.size(); ++i) text += (i == 0 ? "" : separator) + heads[i] + print(items[i], inner);
+        for (std::size_t i = 0; i < items.size(); ++i)
+            text += (i == 0 ? "" : separator) + heads[i] + print(items[i], inner);
         return text;
     };
     const char* brackets = value.isArray() ? "[]" : "{}";
@@ -39,25 +40,29 @@ std::string print(const Value& value, const std::string& indent = "") {
     return brackets[0] + ("\n" + inner) + join(inner, ",\n" + inner) + "\n" + indent + brackets[1];
 }
 
-Value parsed(const Value& text) { return parseJSON(text.description(), JSONFragments::Allow).value; }
+Value parsed(const Value& text) {
+    return parseJSON(text.description(), JSONFragments::Allow).value;
+}
 
 std::string request(const Value& entry) {
     std::string text = entry.get("method").description() + " " + entry.get("url").description();
     if (const Value& file = entry.get("file"); !file.isNil()) {
-        text += "\n(form field " + json(file.get("field")) + ": the file " + file.get("name").description() + ", " +
-                file.get("type").description() + ")";
+        text += "\n(form field " + json(file.get("field")) + ": the file " +
+                file.get("name").description() + ", " + file.get("type").description() + ")";
     } else if (const auto body = entry.get("body").asString(); body && !body->empty()) {
         text += "\n" + print(parsed(*body));
     }
     text += "\n\n" + entry.get("status").description() + "\n";
     if (!entry.get("answer").isNil()) return text + print(parsed(entry.get("answer")));
-    return text + "(" + entry.get("length").description() + " bytes of " + entry.get("type").description() + ")";
+    return text + "(" + entry.get("length").description() + " bytes of " +
+           entry.get("type").description() + ")";
 }
 
 /// Who it is, for readers.
 std::string nameOf(const Value& id) {
     if (id.isNil()) return "stranger";
-    return std::regex_match(id.description(), std::regex("p[0-9a-f]{16}")) ? "visitor" : id.description();
+    return std::regex_match(id.description(), std::regex("p[0-9a-f]{16}")) ? "visitor"
+                                                                           : id.description();
 }
 
 }  // namespace
@@ -77,10 +82,12 @@ std::vector<Exchange> recorded(const Array& log) {
             exchanges.emplace_back("live", name + " connects " + print(credentials));
             exchanges.emplace_back("live", name + " < login " + print(answer));
         }
-        if (kind == "say") exchanges.emplace_back("live", name + " > say " + print(entry.get("payload")));
+        if (kind == "say")
+            exchanges.emplace_back("live", name + " > say " + print(entry.get("payload")));
         if (kind == "event") {
             const std::string event = entry.get("event").description();
-            exchanges.emplace_back("live", name + " < " + event + " " + print(entry.get("items").asArray()->get(0)));
+            exchanges.emplace_back(
+                "live", name + " < " + event + " " + print(entry.get("items").asArray()->get(0)));
         }
         if (kind == "leave") exchanges.emplace_back("live", name + " disconnects");
     }
@@ -125,11 +132,13 @@ std::string form(std::string text) {
         {std::regex("\\s+"), " "},
         {std::regex("(\\{|\\[) | (?=\\}|\\])"), "$1"},
     };
-    for (const auto& [pattern, replacement] : varying) text = std::regex_replace(text, pattern, replacement);
+    for (const auto& [pattern, replacement] : varying)
+        text = std::regex_replace(text, pattern, replacement);
     return text;
 }
 
-std::string pageWith(const std::string& page, const std::vector<PageExample>& examples, const std::vector<Exchange>& exchanges) {
+std::string pageWith(const std::string& page, const std::vector<PageExample>& examples,
+                     const std::vector<Exchange>& exchanges) {
     std::string text;
     std::size_t end = 0;
     auto next = exchanges.begin();
@@ -138,14 +147,16 @@ std::string pageWith(const std::string& page, const std::vector<PageExample>& ex
         text += page.substr(end, example.start - end);
         for (std::size_t i = 0; i < count; ++i, ++next) {
             if (next == exchanges.end() || next->first != example.kind) {
-                throw std::runtime_error("the page wants " + example.kind + " for " + example.text + ", but there came " +
+                throw std::runtime_error("the page wants " + example.kind + " for " + example.text +
+                                         ", but there came " +
                                          (next == exchanges.end() ? "nothing" : next->second));
             }
             text += (i == 0 ? "" : "\n") + next->second;
         }
         end = example.start + example.text.size();
     }
-    if (next != exchanges.end()) throw std::runtime_error("the page has no place for " + next->second);
+    if (next != exchanges.end())
+        throw std::runtime_error("the page has no place for " + next->second);
     return text + page.substr(end);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
-// What docs/service.md shows and what the service's log holds, in one form, so that they can be compared.
+// What docs/service.md shows and what the service's log holds, in one form, so that they can be
+// compared.
 
 #include <string>
 #include <utility>
@@ -11,16 +12,19 @@
 
 namespace vexim::testing {
 
-/// One request with its answer, or one step of the live connection, as the page shows it: "http" or "live", and the text.
+/// One request with its answer, or one step of the live connection, as the page shows it: "http" or
+/// "live", and the text.
 using Exchange = std::pair<std::string, std::string>;
 
 /// The log of the service, as the page would show it.
 std::vector<Exchange> recorded(const Array& log);
 /// What the page shows; a `live` example is as many exchanges as it has steps.
 std::vector<Exchange> documented(const std::vector<PageExample>& examples);
-/// An exchange without what differs from run to run, and without white space, which follows the lengths.
+/// An exchange without what differs from run to run, and without white space, which follows the
+/// lengths.
 std::string form(std::string text);
 /// The page with `exchanges` in the places of its examples; throws where one does not fit.
-std::string pageWith(const std::string& page, const std::vector<PageExample>& examples, const std::vector<Exchange>& exchanges);
+std::string pageWith(const std::string& page, const std::vector<PageExample>& examples,
+                     const std::vector<Exchange>& exchanges);
 
 }  // namespace vexim::testing

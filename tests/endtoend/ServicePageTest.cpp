@@ -1,10 +1,11 @@
-// docs/service.md against what really happens: the library walks through every documented path, and the page's examples must be
-// the exchanges that the service then has in its log, in that order. What differs from run to run (times, made-up ids, names of
-// files) is compared by its form.
+// docs/service.md against what really happens: the library walks through every documented path, and
+// the page's examples must be the exchanges that the service then has in its log, in that order.
+// What differs from run to run (times, made-up ids, names of files) is compared by its form.
 //
-// After a change that is meant, `VEXIM_RECORD_SERVICE_PAGE=1 endtoend_test --gtest_filter=*ServicePage*Node4` writes the exchanges
-// into the page. Each takes the place of the example that was there; a new one wants an empty example first ("GET" in an `http`
-// block, "-" in a `live` block).
+// After a change that is meant, `VEXIM_RECORD_SERVICE_PAGE=1 endtoend_test
+// --gtest_filter=*ServicePage*Node4` writes the exchanges into the page. Each takes the place of
+// the example that was there; a new one wants an empty example first ("GET" in an `http` block, "-"
+// in a `live` block).
 
 #include <algorithm>
 #include <chrono>
@@ -46,7 +47,8 @@ protected:
         return kept;
     }
     std::shared_ptr<Person> personAt(const char* installation) {
-        return newPerson([installation](VXIMClientConfiguration& c) { c.setInstallationId(installation); });
+        return newPerson(
+            [installation](VXIMClientConfiguration& c) { c.setInstallationId(installation); });
     }
     Array log(const std::string& query = "") const {
         const auto& process = dynamic_cast<const ServiceProcess&>(service);
@@ -57,10 +59,12 @@ protected:
     /// Runs the main queue until so many connections have ended: of some, nobody hears.
     void awaitLeaves(std::size_t count) const {
         const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (log("?kind=leave").size() < count && std::chrono::steady_clock::now() < giveUp) MainQueue::shared().drain();
+        while (log("?kind=leave").size() < count && std::chrono::steady_clock::now() < giveUp)
+            MainQueue::shared().drain();
         EXPECT_EQ(log("?kind=leave").size(), count);
     }
-    void say(const char* text, const std::function<void(std::shared_ptr<VXIMMessage>, VXIMBooleanCompletion)>& send) {
+    void say(const char* text,
+             const std::function<void(std::shared_ptr<VXIMMessage>, VXIMBooleanCompletion)>& send) {
         succeeds([&](auto done) { send(VXIMMessage::messageWithText(text), done); });
     }
 
@@ -85,7 +89,8 @@ protected:
 
 void ServicePage::tellLive() {
     succeeds([&](auto done) { alice->client->loginWithUserId("alice", done); });
-    isRefused([&](auto done) { bob->client->loginWithPhoneNumber("+15550100002", "123456", done); });
+    isRefused(
+        [&](auto done) { bob->client->loginWithPhoneNumber("+15550100002", "123456", done); });
     bob = nullptr;
     awaitLeaves(1);
 
@@ -95,16 +100,24 @@ void ServicePage::tellLive() {
     bob->client->pause();
     EXPECT_TRUE(alice->hears("offline bob"));
     bob = personAt("laptop-1");
-    const Dictionary identity{{"provider", "example"}, {"uid", "bob@example"}, {"token", "bob-token"}};
+    const Dictionary identity{
+        {"provider", "example"}, {"uid", "bob@example"}, {"token", "bob-token"}};
     succeeds([&](auto done) { bob->client->loginWithThirdPartyOAuth(identity, done); });
     EXPECT_TRUE(alice->hears("online bob"));
 
-    say("Hello Bob", [&](auto message, auto done) { alice->client->sendMessageToFriend(message, "bob", done); });
+    say("Hello Bob",
+        [&](auto message, auto done) { alice->client->sendMessageToFriend(message, "bob", done); });
     EXPECT_TRUE(bob->hears("friend alice: Hello Bob") && alice->hears("friend bob: Hello Bob"));
-    say("Hello all", [&](auto message, auto done) { bob->client->sendMessageToGroup(message, "demo-group", done); });
-    EXPECT_TRUE(alice->hears("group demo-group: Hello all") && bob->hears("group demo-group: Hello all"));
-    say("Who is here?", [&](auto message, auto done) { alice->client->sendMessageToRoom(message, "demo-room", done); });
-    EXPECT_TRUE(bob->hears("room demo-room: Who is here?") && alice->hears("room demo-room: Who is here?"));
+    say("Hello all", [&](auto message, auto done) {
+        bob->client->sendMessageToGroup(message, "demo-group", done);
+    });
+    EXPECT_TRUE(alice->hears("group demo-group: Hello all") &&
+                bob->hears("group demo-group: Hello all"));
+    say("Who is here?", [&](auto message, auto done) {
+        alice->client->sendMessageToRoom(message, "demo-room", done);
+    });
+    EXPECT_TRUE(bob->hears("room demo-room: Who is here?") &&
+                alice->hears("room demo-room: Who is here?"));
 
     succeeds([&](auto done) { alice->client->logoutWithCompletion(done); });
     EXPECT_TRUE(bob->hears("offline alice"));
@@ -118,15 +131,21 @@ void ServicePage::tellSystemMessages() {
         EXPECT_TRUE(person->hears(std::string("system: ") + text)) << text;
     };
     VXIMClient& client = *alice->client;
-    say("Down for five minutes at noon", [&](auto message, auto done) { client.sendSystemMessageToAllUsers(message, done); });
+    say("Down for five minutes at noon",
+        [&](auto message, auto done) { client.sendSystemMessageToAllUsers(message, done); });
     reaches(alice, "Down for five minutes at noon");
     reaches(bob, "Down for five minutes at noon");
-    say("Your trial ends soon", [&](auto message, auto done) { client.sendSystemMessageToUser(message, "alice", done); });
+    say("Your trial ends soon",
+        [&](auto message, auto done) { client.sendSystemMessageToUser(message, "alice", done); });
     reaches(alice, "Your trial ends soon");
-    say("Welcome to the group", [&](auto message, auto done) { client.sendSystemMessageToGroup(message, "demo-group", done); });
+    say("Welcome to the group", [&](auto message, auto done) {
+        client.sendSystemMessageToGroup(message, "demo-group", done);
+    });
     reaches(alice, "Welcome to the group");
     reaches(bob, "Welcome to the group");
-    say("Welcome to the room", [&](auto message, auto done) { client.sendSystemMessageToRoom(message, "demo-room", done); });
+    say("Welcome to the room", [&](auto message, auto done) {
+        client.sendSystemMessageToRoom(message, "demo-room", done);
+    });
     reaches(alice, "Welcome to the room");
     reaches(bob, "Welcome to the room");
 }
@@ -140,7 +159,9 @@ void ServicePage::tellUsersAndFriends() {
 
     const auto befriended = [&] {
         std::string found;
-        user->getFriendInfo("bob", once([&](const auto& info, const ErrorPtr& error) { found = info ? "yes" : describe(error); }));
+        user->getFriendInfo("bob", once([&](const auto& info, const ErrorPtr& error) {
+                                found = info ? "yes" : describe(error);
+                            }));
         EXPECT_TRUE(eventually([&] { return !found.empty(); }));
         return found;
     };
@@ -165,7 +186,8 @@ void ServicePage::tellGroups() {
 }
 
 void ServicePage::tellRooms() {
-    const auto made = resultOf<std::shared_ptr<VXIMRoom>>([](auto done) { VXIMRoom::createWithName("Lobby", done); });
+    const auto made = resultOf<std::shared_ptr<VXIMRoom>>(
+        [](auto done) { VXIMRoom::createWithName("Lobby", done); });
     ASSERT_TRUE(made);
     succeeds([&](auto done) { made->fetchWithBlock(done); });
     succeeds([&](auto done) { made->updateName("Hall", done); });
@@ -183,16 +205,20 @@ void ServicePage::tellPassengers() {
     succeeds([&](auto done) { passenger->fetchWithCompletion(done); });
 
     const auto visitor = personAt("web-1");
-    succeeds([&](auto done) { visitor->client->loginWithUserId(passenger->pid().description(), done); });
-    say("Is anybody there?", [&](auto message, auto done) { visitor->client->sendMessageToFriend(message, "alice", done); });
+    succeeds(
+        [&](auto done) { visitor->client->loginWithUserId(passenger->pid().description(), done); });
+    say("Is anybody there?", [&](auto message, auto done) {
+        visitor->client->sendMessageToFriend(message, "alice", done);
+    });
     EXPECT_TRUE(alice->hears("friend " + passenger->pid().description() + ": Is anybody there?"));
     EXPECT_TRUE(visitor->hears("friend alice: Is anybody there?"));
     visitor->client->pause();
     awaitLeaves(4);
     const double now = Clock::shared()->wallTime() + 1;
     succeeds([&](auto done) {
-        passenger->getHistoryMessagesWithUser("alice", now, 20,
-                                              [done](const auto& list, auto error) { done(list && list->size() == 1, error); });
+        passenger->getHistoryMessagesWithUser(
+            "alice", now, 20,
+            [done](const auto& list, auto error) { done(list && list->size() == 1, error); });
     });
 }
 
@@ -228,7 +254,8 @@ void ServicePage::tellAttributes() {
     read(*room, "topic");
     read(*room, "floor");
     read(*room, "note");
-    EXPECT_NE(run<Value>([&](auto done) { room->getAttributeForKey("nothing", done); }, [](const Value&) { return "found"; }),
+    EXPECT_NE(run<Value>([&](auto done) { room->getAttributeForKey("nothing", done); },
+                         [](const Value&) { return "found"; }),
               "found");
     read(*user, "nick");
     replace(*group, {{"name", "Demo group"}, {"limits", Dictionary{{"members", 50}}}});
@@ -238,9 +265,8 @@ void ServicePage::tellAttributes() {
 void ServicePage::tellHistory() {
     const double now = Clock::shared()->wallTime() + 1;
     const auto isOne = [](const VXIMBooleanCompletion& done) {
-        return [done](const std::optional<std::vector<std::shared_ptr<VXIMMessage>>>& list, const ErrorPtr& error) {
-            done(list && list->size() == 1, error);
-        };
+        return [done](const std::optional<std::vector<std::shared_ptr<VXIMMessage>>>& list,
+                      const ErrorPtr& error) { done(list && list->size() == 1, error); };
     };
     succeeds([&](auto done) { user->getLatestChatsWithFriend("bob", now, 20, isOne(done)); });
     succeeds([&](auto done) { group->getLatestMessagesBefore(now, 20, isOne(done)); });
@@ -248,7 +274,9 @@ void ServicePage::tellHistory() {
 
 void ServicePage::tellSearches() {
     const auto counted = [](const VXIMBooleanCompletion& done, std::size_t count) {
-        return [done, count](const auto& list, const ErrorPtr& error) { done(list && list->size() == count, error); };
+        return [done, count](const auto& list, const ErrorPtr& error) {
+            done(list && list->size() == count, error);
+        };
     };
     auto query = VXIMQuery::query();
     query->whereAttribute("nick", "Alice");
@@ -282,7 +310,9 @@ void ServicePage::tellAttachments() {
     succeeds([&](auto done) { alice->client->sendMessageToFriend(message, "bob", done); });
     EXPECT_TRUE(bob->hears("friend alice: " + message->attachmentUrl().value_or("")));
     EXPECT_TRUE(alice->hears("friend bob: " + message->attachmentUrl().value_or("")));
-    resultOf<Value>([&](auto done) { bob->lastMessage->downloadAttachment((folder / "copy.png").string(), {}, done); });
+    resultOf<Value>([&](auto done) {
+        bob->lastMessage->downloadAttachment((folder / "copy.png").string(), {}, done);
+    });
 }
 
 void ServicePage::tellErrors() {
@@ -317,7 +347,8 @@ TEST_P(ServicePage, ShowsWhatHappens) {
     EXPECT_EQ(shown.size(), happened.size());
 }
 
-INSTANTIATE_TEST_SUITE_P(Servers, ServicePage, ::testing::Values("Node2", "Node3", "Node4"), serviceName);
+INSTANTIATE_TEST_SUITE_P(Servers, ServicePage, ::testing::Values("Node2", "Node3", "Node4"),
+                         serviceName);
 
 }  // namespace
 }  // namespace vexim::testing

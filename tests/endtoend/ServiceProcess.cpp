@@ -11,7 +11,8 @@ namespace vexim::testing {
 namespace {
 
 std::string checked(const httplib::Result& answer, const std::string& what) {
-    if (!answer || answer->status < 200 || answer->status > 299) throw std::runtime_error("the service refuses: " + what);
+    if (!answer || answer->status < 200 || answer->status > 299)
+        throw std::runtime_error("the service refuses: " + what);
     return answer->body;
 }
 
@@ -25,12 +26,13 @@ ServiceProcess::ServiceProcess(const std::string& socketIOLine) {
         controlOrigin_ = node;
         return;
     }
-    const std::vector<std::string> command{"node", VEXIM_SERVICE_DIRECTORY "/server.js", "--exit-with-parent", "--socketio",
-                                           socketIOLine};
+    const std::vector<std::string> command{"node", VEXIM_SERVICE_DIRECTORY "/server.js",
+                                           "--exit-with-parent", "--socketio", socketIOLine};
     process_.emplace(command);
     const std::string line = process_->readLine().value_or("");
     const auto address = line.find("http://");
-    if (address == std::string::npos) throw std::runtime_error("the service did not start (has \"npm ci\" run in service/?)");
+    if (address == std::string::npos)
+        throw std::runtime_error("the service did not start (has \"npm ci\" run in service/?)");
     origin_ = controlOrigin_ = line.substr(address);
 }
 

@@ -8,9 +8,10 @@
 
 namespace vexim::testing {
 
-/// The development service as a child process on a free loopback port, over the Socket.IO server of one line. It ends with this
-/// object, and also when the test dies. When VEXIM_SERVICE_URL and VEXIM_SERVICE_NODE are set (`scripts/cluster` does), it is what
-/// runs there instead: behind the first address, with the control endpoint at the second.
+/// The development service as a child process on a free loopback port, over the Socket.IO server of
+/// one line. It ends with this object, and also when the test dies. When VEXIM_SERVICE_URL and
+/// VEXIM_SERVICE_NODE are set (`scripts/cluster` does), it is what runs there instead: behind the
+/// first address, with the control endpoint at the second.
 class ServiceProcess final : public ServiceUnderTest {
 public:
     explicit ServiceProcess(const std::string& socketIOLine);
@@ -21,8 +22,11 @@ public:
     /// "http://127.0.0.1:port"
     const std::string& origin() const override { return origin_; }
     void reset() override { control("reset"); }
-    void drop(const std::string& user) override { control("drop", R"({"user":")" + user + R"("})"); }
-    /// A request to the control endpoint: "reset", "drop", … with a JSON body. Throws unless it answers 2xx.
+    void drop(const std::string& user) override {
+        control("drop", R"({"user":")" + user + R"("})");
+    }
+    /// A request to the control endpoint: "reset", "drop", … with a JSON body. Throws unless it
+    /// answers 2xx.
     std::string control(const std::string& what, const std::string& body = "{}") const;
     std::string controlGet(const std::string& what) const;
 

@@ -4,11 +4,13 @@
 
 namespace vexim::testing {
 
-/// The service that the end-to-end tests run against: the one in Node, and the test kit's, which must not differ.
+/// The service that the end-to-end tests run against: the one in Node, and the test kit's, which
+/// must not differ.
 class ServiceUnderTest {
 public:
     virtual ~ServiceUnderTest() = default;
-    /// One of each kind and line of Socket.IO servers, "Node2" to "Fake4"; started when first asked for.
+    /// One of each kind and line of Socket.IO servers, "Node2" to "Fake4"; started when first asked
+    /// for.
     static ServiceUnderTest& shared(const std::string& name);
 
     /// "http://127.0.0.1:port"

@@ -9,9 +9,11 @@
 
 namespace vexim::testing {
 
-/// Runs the main queue until `predicate` holds, and turns the clock whenever a delayed function is all that is left to wait
-/// for: retries take no time. False when it does not hold within real seconds.
-[[nodiscard]] inline bool eventuallyTurning(ManualClock& clock, const std::function<bool()>& predicate) {
+/// Runs the main queue until `predicate` holds, and turns the clock whenever a delayed function is
+/// all that is left to wait for: retries take no time. False when it does not hold within real
+/// seconds.
+[[nodiscard]] inline bool eventuallyTurning(ManualClock& clock,
+                                            const std::function<bool()>& predicate) {
     const auto giveUp = std::chrono::steady_clock::now() + std::chrono::minutes(2);
     auto& queue = MainQueue::shared();
     while (std::chrono::steady_clock::now() < giveUp) {

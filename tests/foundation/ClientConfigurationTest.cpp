@@ -9,7 +9,8 @@
 #include "support/Raised.h"
 
 TEST(VXIMClientConfiguration, WritesAnOptionOnlyOnceItWasSet) {
-    EXPECT_EQ(VXIMClientConfiguration::defaultConfiguration()->dictionary(), vexim::Dictionary({{"forceWebsockets", true}}));
+    EXPECT_EQ(VXIMClientConfiguration::defaultConfiguration()->dictionary(),
+              vexim::Dictionary({{"forceWebsockets", true}}));
 
     const auto plain = VXIMClientConfiguration::init();
     EXPECT_FALSE(plain->socketURL());
@@ -39,13 +40,15 @@ TEST(VXIMClientConfiguration, RefusesWhatWouldTrustTheWrongServer) {
     configuration->setPinnedKeys({pin});
     configuration->setCaFile("ca.pem");
     const vexim::Dictionary expected{{"pinnedKeys", vexim::Array{pin}}, {"caFile", "ca.pem"}};
-    EXPECT_EQ(vexim::testing::raised([&] {
-                  configuration->setPinnedKeys({pin, "AAAA"});
-              }),
-              "NSInvalidArgumentException: A pin is the base64 of a key's SHA-256 digest, which has 44 characters.");
+    EXPECT_EQ(
+        vexim::testing::raised([&] {
+            configuration->setPinnedKeys({pin, "AAAA"});
+        }),
+        "NSInvalidArgumentException: A pin is the base64 of a key's SHA-256 digest, which has 44 characters.");
     EXPECT_EQ(vexim::testing::raised([&] { configuration->setCaFile(""); }),
               "NSInvalidArgumentException: caFile must not be empty.");
-    EXPECT_EQ(vexim::testing::raised([&] { configuration->setCaPEM(""); }), "NSInvalidArgumentException: caPEM must not be empty.");
+    EXPECT_EQ(vexim::testing::raised([&] { configuration->setCaPEM(""); }),
+              "NSInvalidArgumentException: caPEM must not be empty.");
     EXPECT_EQ(configuration->dictionary(), expected) << "nothing of it was set";
     configuration->setPinnedKeys({});
     configuration->setCaFile(std::nullopt);
@@ -91,8 +94,8 @@ TEST(Constants, AreExportedWithTheirValues) {
     EXPECT_STREQ(VXIMErrorDomain, "VXIMErrorDomain");
     EXPECT_STREQ(VXErrorDomain, "VXErrorDomain");
     EXPECT_EQ(VexIMLibVersionNumber, 1.0);
-    EXPECT_TRUE(
-        std::string(reinterpret_cast<const char*>(VexIMLibVersionString)).starts_with("@(#)PROGRAM:VexIMLib  PROJECT:VexIMLib-1"));
+    EXPECT_TRUE(std::string(reinterpret_cast<const char*>(VexIMLibVersionString))
+                    .starts_with("@(#)PROGRAM:VexIMLib  PROJECT:VexIMLib-1"));
     EXPECT_EQ(kVXIMAFUploadStream3GSuggestedPacketSize, 16384u);
     EXPECT_EQ(kVXIMAFUploadStream3GSuggestedDelay, 0.2);
 }

@@ -15,7 +15,9 @@ using vexim::testing::once;
 
 namespace {
 
-void endTest() { CompletionListener().OnTestEnd(*::testing::UnitTest::GetInstance()->current_test_info()); }
+void endTest() {
+    CompletionListener().OnTestEnd(*::testing::UnitTest::GetInstance()->current_test_info());
+}
 
 }  // namespace
 

@@ -79,7 +79,8 @@ TEST(Dictionary, UpdatesInPlaceAndRemovesWhatBecomesNil) {
     EXPECT_EQ(dictionary, Dictionary({{"inner", Dictionary{{"x", 1}, {"y", 2}}}, {"new", 3}}));
     EXPECT_EQ(kept, Dictionary({{"inner", Dictionary{{"x", 1}}}, {"gone", 2}}));
 
-    EXPECT_THROW(dictionary.update("new", [](Value&) { throw std::runtime_error("no"); }), std::runtime_error);
+    EXPECT_THROW(dictionary.update("new", [](Value&) { throw std::runtime_error("no"); }),
+                 std::runtime_error);
     EXPECT_EQ(dictionary.get("new"), 3) << "an exception loses nothing";
 }
 
@@ -94,7 +95,8 @@ TEST(Dictionary, RefusesNil) {
 
 TEST(Dictionary, TakesItsOwnKeysAsArguments) {
     Dictionary dictionary;
-    for (int i = 0; i < 40; ++i) dictionary.set("a key that does not lie inline " + std::to_string(i), i);
+    for (int i = 0; i < 40; ++i)
+        dictionary.set("a key that does not lie inline " + std::to_string(i), i);
     while (!dictionary.empty()) dictionary.remove((*dictionary.begin()).key);
     dictionary.set("x", "a text that does not lie inline");
     for (int i = 0; i < 20; ++i) dictionary.set(*dictionary.get("x").asStringView(), i);
@@ -102,7 +104,8 @@ TEST(Dictionary, TakesItsOwnKeysAsArguments) {
     EXPECT_EQ(dictionary.size(), 2u);
 }
 
-// Against a plain model: few keys and many, short and long, so that the hash index comes and its probes collide.
+// Against a plain model: few keys and many, short and long, so that the hash index comes and its
+// probes collide.
 TEST(Dictionary, AgreesWithAModelOverRandomOperations) {
     for (unsigned seed = 1; seed <= 30; ++seed) {
         SCOPED_TRACE(seed);
@@ -113,8 +116,10 @@ TEST(Dictionary, AgreesWithAModelOverRandomOperations) {
         std::vector<std::pair<Dictionary, std::size_t>> snapshots;
         for (int step = 0; step < 2000; ++step) {
             auto number = random() % keyCount;
-            std::string key = number % 2 ? std::to_string(number) : "some longer key, number " + std::to_string(number);
-            auto at = std::find_if(model.begin(), model.end(), [&](const auto& entry) { return entry.first == key; });
+            std::string key = number % 2 ? std::to_string(number)
+                                         : "some longer key, number " + std::to_string(number);
+            auto at = std::find_if(model.begin(), model.end(),
+                                   [&](const auto& entry) { return entry.first == key; });
             ASSERT_EQ(dictionary.contains(key), at != model.end());
             if (random() % 3 == 0) {
                 ASSERT_EQ(dictionary.remove(key), at != model.end());
@@ -142,13 +147,15 @@ TEST(Dictionary, AgreesWithAModelOverRandomOperations) {
 
 TEST(Containers, CopiesAreUsedFromSeveralThreads) {
     Dictionary shared;
-    for (int i = 0; i < 50; ++i) shared.set(std::to_string(i), Array{"a text that does not lie inline", i});
+    for (int i = 0; i < 50; ++i)
+        shared.set(std::to_string(i), Array{"a text that does not lie inline", i});
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([mine = shared, t]() mutable {
             for (int i = 0; i < 500; ++i) {
                 Dictionary copy = mine;
-                copy.update(std::to_string(i % 50), [&](Value& value) { value.mutableArray().append(t); });
+                copy.update(std::to_string(i % 50),
+                            [&](Value& value) { value.mutableArray().append(t); });
                 mine = copy;
             }
         });

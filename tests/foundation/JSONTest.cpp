@@ -44,12 +44,14 @@ public:
             case 6: return text();
             case 7: {
                 Array array;
-                for (auto count = random_() % 20; count > 0; --count) array.append(value(depth - 1));
+                for (auto count = random_() % 20; count > 0; --count)
+                    array.append(value(depth - 1));
                 return array;
             }
             default: {
                 Dictionary dictionary;
-                for (auto count = random_() % 30; count > 0; --count) dictionary.set(text(), value(depth - 1));
+                for (auto count = random_() % 30; count > 0; --count)
+                    dictionary.set(text(), value(depth - 1));
                 return dictionary;
             }
         }
@@ -65,9 +67,11 @@ private:
         }
     }
     std::string text() {
-        static const char* const kPieces[] = {"a", "\"", "\\", "/", "\n", "\x01", "\x7f", "ü", "€", "😀", "\0", "longer piece"};
+        static const char* const kPieces[] = {"a",    "\"", "\\", "/", "\n", "\x01",
+                                              "\x7f", "ü",  "€",  "😀", "\0", "longer piece"};
         std::string text;
-        for (auto count = random_() % 8; count > 0; --count) text += kPieces[random_() % std::size(kPieces)];
+        for (auto count = random_() % 8; count > 0; --count)
+            text += kPieces[random_() % std::size(kPieces)];
         return text;
     }
     std::mt19937_64 random_;
@@ -142,7 +146,8 @@ TEST(JSON, RefusesWhatTheStandardDoesNotKnow) {
 TEST(JSON, RefusesATextCutAnywhere) {
     const std::string text =
         R"({"key":[1.5e3,"\u00e9\ud83d\ude00",true,null,{"a long key, not inline":"a long text, not inline"}]})";
-    for (std::size_t cut = 0; cut < text.size(); ++cut) EXPECT_TRUE(parseJSON(text.substr(0, cut)).error) << cut;
+    for (std::size_t cut = 0; cut < text.size(); ++cut)
+        EXPECT_TRUE(parseJSON(text.substr(0, cut)).error) << cut;
     EXPECT_FALSE(parseJSON(text).error) << "the reader is whole after so many failures";
 }
 
@@ -170,9 +175,11 @@ TEST(JSON, ReplacesHalvesOfSurrogatePairs) {
 }
 
 TEST(JSON, LetsTheLastOfRepeatedKeysWinInTheFirstPlace) {
-    EXPECT_EQ(written(read(R"({"a":1,"b":2,"a":{"x":3},"c":4,"b":5})")), R"({"a":{"x":3},"b":5,"c":4})");
+    EXPECT_EQ(written(read(R"({"a":1,"b":2,"a":{"x":3},"c":4,"b":5})")),
+              R"({"a":{"x":3},"b":5,"c":4})");
     std::string text = "{";
-    for (int i = 0; i < 300; ++i) text += (i ? ",\"" : "\"") + std::to_string(i % 100) + "\":" + std::to_string(i);
+    for (int i = 0; i < 300; ++i)
+        text += (i ? ",\"" : "\"") + std::to_string(i % 100) + "\":" + std::to_string(i);
     const auto many = read(text + "}");
     ASSERT_EQ(many.asDictionary()->size(), 100u);
     int i = 0;
@@ -183,11 +190,15 @@ TEST(JSON, LetsTheLastOfRepeatedKeysWinInTheFirstPlace) {
 }
 
 TEST(JSON, PartsOfAShortTextOutliveTheRest) {
-    // Its values lie in memory together; the numbers take more than that has, so that some lie elsewhere.
+    // Its values lie in memory together; the numbers take more than that has, so that some lie
+    // elsewhere.
     const std::string kLong = "a text too long for a value of its own";
-    const std::string text = R"({"one":{"id":")" + kLong + R"("},"one":[")" + kLong + R"(","b"],"numbers":[)" + repeated("1,", 60) +
-                             R"(0],"two":{"id":")" + kLong + R"("}})";
-    const auto overwriteFreeMemory = [&] { read(repeated(" ", text.size() - 60) + "[\"" + repeated("x", 40) + "\",\"y\"]"); };
+    const std::string text = R"({"one":{"id":")" + kLong + R"("},"one":[")" + kLong +
+                             R"(","b"],"numbers":[)" + repeated("1,", 60) + R"(0],"two":{"id":")" +
+                             kLong + R"("}})";
+    const auto overwriteFreeMemory = [&] {
+        read(repeated(" ", text.size() - 60) + "[\"" + repeated("x", 40) + "\",\"y\"]");
+    };
 
     const Value id = read(text).get("two").get("id");
     Value list = read(text).get("one");
@@ -197,7 +208,8 @@ TEST(JSON, PartsOfAShortTextOutliveTheRest) {
         list.mutableArray().append(kLong);
         Value().swap(list);
     }).join();
-    EXPECT_TRUE(parseJSON(text.substr(0, text.size() - 1)).error);  // a text that breaks off gives its memory back
+    // a text that breaks off gives its memory back
+    EXPECT_TRUE(parseJSON(text.substr(0, text.size() - 1)).error);
     overwriteFreeMemory();
     EXPECT_EQ(id, Value(kLong));
     EXPECT_EQ(numbers.asArray()->size(), 61U);
@@ -210,7 +222,9 @@ TEST(JSON, PartsOfAShortTextOutliveTheRest) {
 
 TEST(JSON, BoundsDepthBothWays) {
     for (const auto& [open, close] : {std::pair("[", "]"), std::pair(R"({"a":)", "}")}) {
-        auto text = [&, o = open, c = close](std::size_t depth) { return repeated(o, depth - 1) + "[]" + repeated(c, depth - 1); };
+        auto text = [&, o = open, c = close](std::size_t depth) {
+            return repeated(o, depth - 1) + "[]" + repeated(c, depth - 1);
+        };
         const auto deepest = parseJSON(text(kJSONMaxDepth));
         ASSERT_FALSE(deepest.error);
         EXPECT_EQ(written(deepest.value), text(kJSONMaxDepth));
@@ -229,7 +243,8 @@ TEST(JSON, WritesWhatItReadsBackAsTheSame) {
         {0.1, "0.1"},
         {100000.0, "1e+05"},
         {"a/\"\\\b\f\n\r\t\x1f\x7fü", "\"a/\\\"\\\\\\b\\f\\n\\r\\t\\u001f\x7fü\""},
-        {Dictionary{{"b", Array{true, Value::null()}}, {"a", Dictionary()}}, R"({"b":[true,null],"a":{}})"},
+        {Dictionary{{"b", Array{true, Value::null()}}, {"a", Dictionary()}},
+         R"({"b":[true,null],"a":{}})"},
     };
     for (const auto& [value, text] : cases) {
         EXPECT_EQ(written(value), text);
@@ -241,10 +256,12 @@ TEST(JSON, WritesWhatItReadsBackAsTheSame) {
     for (std::size_t length = 0; length <= 18; ++length) {
         for (std::size_t at = 0; at <= length; ++at) {
             for (int byte = 0; byte < 0x80; ++byte) {
-                const std::string text = std::string(at, ' ') + static_cast<char>(byte) + std::string(length - at, '!');
+                const std::string text =
+                    std::string(at, ' ') + static_cast<char>(byte) + std::string(length - at, '!');
                 const bool isPlain = byte >= 0x20 && byte != '"' && byte != '\\';
                 ASSERT_EQ(read(written(text)), text) << length << " " << at << " " << byte;
-                ASSERT_EQ(written(text) == '"' + text + '"', isPlain) << length << " " << at << " " << byte;
+                ASSERT_EQ(written(text) == '"' + text + '"', isPlain)
+                    << length << " " << at << " " << byte;
             }
         }
     }

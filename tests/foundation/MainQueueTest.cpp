@@ -144,7 +144,9 @@ TEST_F(MainQueueTest, AStepGoesOnWherePredicatesLoopsAndExceptionsComeBetween) {
 }
 
 TEST_F(MainQueueTest, DelayedFunctionsRunByDeadlineAndThenInTheOrderGiven) {
-    auto later = [&](std::chrono::nanoseconds delay, const char* word) { queue().after(delay, [this, word] { said += word; }); };
+    auto later = [&](std::chrono::nanoseconds delay, const char* word) {
+        queue().after(delay, [this, word] { said += word; });
+    };
     later(2s, "c");
     later(1s, "a");
     later(2s, "d");
@@ -328,7 +330,8 @@ TEST(MainQueueDeathTest, ExitFromInsideASyncFreesTheThreadThatWaitsForIt) {
             static std::thread waiting;
             waiting = std::thread([] {
                 answer = queue().sync([] {
-                    detail::endMainQueue();  // as the exit hook does, which then joins the waiting thread
+                    // as the exit hook does, which then joins the waiting thread
+                    detail::endMainQueue();
                     waiting.join();
                     std::_Exit(answer ? 1 : 7);
                 });

@@ -19,7 +19,9 @@ public:
         title_ = std::move(title);
         return !title_.empty();
     }
-    Value valueForKey(std::string_view key) const override { return key == "title" ? Value(title_) : Value(); }
+    Value valueForKey(std::string_view key) const override {
+        return key == "title" ? Value(title_) : Value();
+    }
     void setTitle(std::string title) {
         willChangeValueForKey("title");
         title_ = std::move(title);
@@ -47,7 +49,8 @@ TEST(KeyValueObserving, TellsObserversOfTheKeyInOrderWithTheNewValue) {
             heard += name + change.key + change.newValue.description() + " ";
         });
     }
-    song->addObserver(observer, "artist", [&](Object&, const KeyValueChange&) { heard += "artist "; });
+    song->addObserver(observer, "artist",
+                      [&](Object&, const KeyValueChange&) { heard += "artist "; });
     song->setTitle("b");
     EXPECT_EQ(heard, "1titleb 2titleb 3titleb ");
     heard.clear();
@@ -80,7 +83,9 @@ TEST(KeyValueObserving, HonoursWhatHappensInsideAHandler) {
     });
     song->addObserver(second, "title", [&](Object&, const KeyValueChange&) { heard += "2"; });
     song->addObserver(first, "title",
-                      [&, weak = std::weak_ptr(song)](Object&, const KeyValueChange&) { heard += weak.expired() ? "dead" : "3"; });
+                      [&, weak = std::weak_ptr(song)](Object&, const KeyValueChange&) {
+                          heard += weak.expired() ? "dead" : "3";
+                      });
     song->setTitle("b");
     EXPECT_EQ(heard, "13") << "removed: not called; added: not called yet";
     EXPECT_EQ(song, nullptr);
@@ -94,7 +99,8 @@ TEST(KeyValueObserving, WorksFromSeveralThreads) {
         threads.emplace_back([&] {
             for (int i = 0; i < 200; ++i) {
                 auto observer = std::make_shared<int>();
-                song->addObserver(observer, "title", [&](Object&, const KeyValueChange&) { ++calls; });
+                song->addObserver(observer, "title",
+                                  [&](Object&, const KeyValueChange&) { ++calls; });
                 song->didChangeValueForKey("title");
                 song->removeObserver(observer.get(), "title");
             }
@@ -109,10 +115,14 @@ TEST(KeyValueObserving, WorksFromSeveralThreads) {
 
 TEST(Error, DescribesItself) {
     EXPECT_EQ(Error::withDescription("d", 7, "It failed.")->localizedDescription(), "It failed.");
-    EXPECT_EQ(Error::make("d", 7)->localizedDescription(), "The operation couldn’t be completed. (d error 7.)");
-    EXPECT_EQ(Error::make("d", 7, Dictionary{{"errorMessage", "No."}})->localizedDescription(), "No.") << "a service's words";
+    EXPECT_EQ(Error::make("d", 7)->localizedDescription(),
+              "The operation couldn’t be completed. (d error 7.)");
+    EXPECT_EQ(Error::make("d", 7, Dictionary{{"errorMessage", "No."}})->localizedDescription(),
+              "No.")
+        << "a service's words";
     EXPECT_EQ(Error::make("d", 7, "the service's text")->userInfo(), "the service's text");
     EXPECT_TRUE(Error::make("d", 7, "not a dictionary")->info("key").isNil());
     const auto inner = Error::make("inner", 1);
-    EXPECT_EQ(Error::make("outer", 2, Dictionary{{kUnderlyingErrorKey, inner}})->underlyingError(), inner);
+    EXPECT_EQ(Error::make("outer", 2, Dictionary{{kUnderlyingErrorKey, inner}})->underlyingError(),
+              inner);
 }

@@ -33,14 +33,16 @@ TEST(Data, SharesAndTakesBuffersOver) {
     EXPECT_EQ(other, copy);
     EXPECT_NE(other, Data("x"));
     EXPECT_EQ(Data(std::string_view()), Data());
-    EXPECT_EQ(Value(data).description().size(), std::string("{length = 1000, bytes = 0x}").size() + 48 + std::string("…").size());
+    EXPECT_EQ(Value(data).description().size(),
+              std::string("{length = 1000, bytes = 0x}").size() + 48 + std::string("…").size());
 }
 
 TEST(Date, ConvertsToTheMicrosecondAndSaturates) {
     const std::pair<double, std::chrono::microseconds> cases[] = {
         {0.0, 0us}, {1700000000.123456, 1700000000123456us}, {-1.5, -1500000us}, {0.0000006, 1us}};
     for (const auto& [seconds, micros] : cases) {
-        EXPECT_EQ(Date::fromTimeIntervalSince1970(seconds).timePoint().time_since_epoch(), micros) << seconds;
+        EXPECT_EQ(Date::fromTimeIntervalSince1970(seconds).timePoint().time_since_epoch(), micros)
+            << seconds;
     }
     for (double endless : {1e300, -1e300}) {
         const auto date = Date::fromTimeIntervalSince1970(endless);
@@ -69,7 +71,8 @@ TEST(Random, IsReplacedForEverybodyAndPutBack) {
     }
     EXPECT_EQ(runs[0], runs[1]);
     EXPECT_EQ(Random::shared(), Random::system());
-    std::set<std::uint32_t> drawn;  // a few refills' worth; about one pair in a thousand runs would fall together
+    // a few refills' worth; about one pair in a thousand runs would fall together
+    std::set<std::uint32_t> drawn;
     for (int i = 0; i < 3000; ++i) drawn.insert(Random::system()->next32());
     EXPECT_GT(drawn.size(), 2990u);
 }
@@ -89,5 +92,6 @@ TEST(Image, TakesExactlyTheRightNumberOfPixels) {
     EXPECT_FALSE(Image::fromPixels(2, 3, std::vector<std::uint8_t>(23)));
     EXPECT_FALSE(Image::fromPixels(0, 3, {}));
     EXPECT_FALSE(Image::fromPixels(65536, 1, std::vector<std::uint8_t>(65536 * 4)));
-    EXPECT_FALSE(Image::fromPixels(65536, 65536, {})) << "width times height times four is 0 in 32 bits";
+    EXPECT_FALSE(Image::fromPixels(65536, 65536, {}))
+        << "width times height times four is 0 in 32 bits";
 }

@@ -11,8 +11,9 @@ namespace {
 // "scheme|user|password|host|port|path|query", with "-" for what is absent.
 std::string parts(const URL& url) {
     const auto text = [](const std::optional<std::string>& part) { return part ? *part : "-"; };
-    return url.scheme() + "|" + text(url.user()) + "|" + text(url.password()) + "|" + url.host() + "|" +
-           (url.port() ? std::to_string(*url.port()) : "-") + "|" + url.encodedPath() + "|" + text(url.query());
+    return url.scheme() + "|" + text(url.user()) + "|" + text(url.password()) + "|" + url.host() +
+           "|" + (url.port() ? std::to_string(*url.port()) : "-") + "|" + url.encodedPath() + "|" +
+           text(url.query());
 }
 
 }  // namespace
@@ -109,8 +110,10 @@ TEST(URL, ResolvesAsTheStandardsExamplesDo) {
         {"g#s/../x", "http://a/b/c/g#s/../x"},
         {"http:g", "http:g"},
     };
-    for (const auto& [reference, expected] : cases) EXPECT_EQ(base->resolve(reference)->absoluteString(), expected) << reference;
-    EXPECT_EQ(URL::parse("https://u@h:8443")->resolve("x/y")->absoluteString(), "https://u@h:8443/x/y");
+    for (const auto& [reference, expected] : cases)
+        EXPECT_EQ(base->resolve(reference)->absoluteString(), expected) << reference;
+    EXPECT_EQ(URL::parse("https://u@h:8443")->resolve("x/y")->absoluteString(),
+              "https://u@h:8443/x/y");
     EXPECT_FALSE(base->resolve("a b"));
 }
 
@@ -122,11 +125,12 @@ TEST(URL, NamesFiles) {
     EXPECT_EQ(url.pathExtension(), "png");
     EXPECT_EQ(URL::fileURLWithPath("a b.png").path(), std::filesystem::current_path() / "a b.png");
     EXPECT_EQ(URL::fileURLWithPath("").path(), "");
-    const std::tuple<const char*, const char*, const char*> cases[] = {{"http://h/a/b/", "b", ""},
-                                                                       {"http://h/", "/", ""},
-                                                                       {"http://h", "", ""},
-                                                                       {"http://h/.hidden", ".hidden", ""},
-                                                                       {"x.y/z", "z", ""}};
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        {"http://h/a/b/", "b", ""},
+        {"http://h/", "/", ""},
+        {"http://h", "", ""},
+        {"http://h/.hidden", ".hidden", ""},
+        {"x.y/z", "z", ""}};
     for (const auto& [text, last, extension] : cases) {
         EXPECT_EQ(URL::parse(text)->lastPathComponent(), last) << text;
         EXPECT_EQ(URL::parse(text)->pathExtension(), extension) << text;

@@ -1,6 +1,7 @@
-// Anything through the C interface: the input's lines are sent as requests, executed, and used as configurations. Each request has
-// exactly one answer, the answers are JSON, and when all clients are freed nothing comes any more. Operations of the store go to a
-// client that has one, too, in a folder that goes in the end.
+// Anything through the C interface: the input's lines are sent as requests, executed, and used as
+// configurations. Each request has exactly one answer, the answers are JSON, and when all clients
+// are freed nothing comes any more. Operations of the store go to a client that has one, too, in a
+// folder that goes in the end.
 
 #include <cstdint>
 #include <cstdlib>
@@ -50,7 +51,8 @@ vexim_client clientWithStore() {
 /// Whether the store answers it soon, and goes on afterwards.
 bool isForStore(const std::string& line) {
     const std::string name = vexim::parseJSON(line).value.get("@op").asString().value_or("");
-    const bool isOfStore = name.starts_with("VXIMConversations.") || name.starts_with("VXIMMessageStore.") ||
+    const bool isOfStore = name.starts_with("VXIMConversations.") ||
+                           name.starts_with("VXIMMessageStore.") ||
                            name.starts_with("VXIMStoreObservation.");
     return isOfStore && !name.ends_with(".open") && !name.ends_with(".close");
 }
@@ -63,7 +65,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     static const vexim_client keeper = clientWithStore();
     static int openAtKeeper = 4;
     // Nobody listens at that address.
-    auto client = vexim_create(R"({"appId":"app","clientKey":"key","installationId":"i","socketURL":"http://127.0.0.1:1"})");
+    auto client = vexim_create(
+        R"({"appId":"app","clientKey":"key","installationId":"i","socketURL":"http://127.0.0.1:1"})");
     int open = 0;
     std::string_view rest(reinterpret_cast<const char*>(bytes), size);
     while (!rest.empty()) {
@@ -71,7 +74,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         const std::string line(rest.substr(0, end));
         rest.remove_prefix(end == rest.npos ? rest.size() : end + 1);
         // What writes files or to the terminal is left out.
-        if (line.find("path") != line.npos || line.find("Path") != line.npos || line.find("setLog") != line.npos) continue;
+        if (line.find("path") != line.npos || line.find("Path") != line.npos ||
+            line.find("setLog") != line.npos)
+            continue;
         vexim_send(client, line.c_str());
         ++open;
         require(isAnswer(vexim_execute(client, line.c_str())));

@@ -1,5 +1,5 @@
-// Any bytes as JSON: what is read is written, read again and must be the same; what is accepted agrees with Boost.JSON's own
-// reader, but for the differences that are ours on purpose.
+// Any bytes as JSON: what is read is written, read again and must be the same; what is accepted
+// agrees with Boost.JSON's own reader, but for the differences that are ours on purpose.
 
 #include <boost/json.hpp>
 #include <cstdint>
@@ -30,11 +30,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (read.error) {
         require(read.value.isNil());
         // A number beyond every double: the peer makes it infinity.
-        require(!peerAccepts(text) || read.error->localizedDescription().find("exponent overflow") != std::string::npos);
+        require(!peerAccepts(text) ||
+                read.error->localizedDescription().find("exponent overflow") != std::string::npos);
         return 0;
     }
     // Halves of surrogate pairs are mended, and a byte order mark is skipped.
-    require(peerAccepts(text) || text.find("\\u") != std::string_view::npos || text.starts_with("\xEF\xBB\xBF"));
+    require(peerAccepts(text) || text.find("\\u") != std::string_view::npos ||
+            text.starts_with("\xEF\xBB\xBF"));
 
     const auto written = vexim::writeJSON(read.value, vexim::JSONFragments::Allow);
     require(!written.error);

@@ -1,5 +1,5 @@
-// Any JSON object as a message's payload: it makes a message, whatever its fields hold; every property can be read; and what is
-// written back reads as the same message.
+// Any JSON object as a message's payload: it makes a message, whatever its fields hold; every
+// property can be read; and what is written back reads as the same message.
 
 #include <cstdint>
 #include <cstdlib>
@@ -70,7 +70,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         const vexim::Dictionary written = message->dictionaryRepresentation();
         const auto again = VXIMMessage::initWithPayloadDictionary(written);
         require(again->receiver()->type() == message->receiver()->type());
-        require(again->text() == message->text() && again->sendTimestamp() == message->sendTimestamp());
+        require(again->text() == message->text() &&
+                again->sendTimestamp() == message->sendTimestamp());
         require(again->dictionaryRepresentation() == written);
     } catch (const vexim::Exception&) {  // a known kind without its id
     }

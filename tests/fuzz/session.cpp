@@ -1,8 +1,9 @@
-// Any script of what an application does and a server says, through a client over a connection without a network: completions
-// run at most once, the status is always one of those that exist, and in the end nothing is left.
+// Any script of what an application does and a server says, through a client over a connection
+// without a network: completions run at most once, the status is always one of those that exist,
+// and in the end nothing is left.
 //
-// The input is read line by line. A letter is a step (see `step`); a line that begins with another character is JSON, an array of
-// an event's name and its arguments, which the server sends.
+// The input is read line by line. A letter is a step (see `step`); a line that begins with another
+// character is JSON, an array of an event's name and its arguments, which the server sends.
 
 #include <cstdint>
 #include <cstdlib>
@@ -36,11 +37,12 @@ public:
         configuration->setAppId("app");  // and no installation: a logout then needs no request
         configuration->setClientKey("key");
         // A login may still be queued when this object is gone.
-        client_ = vexim::create<VXIMClient>(configuration, [weak = weak_from_this()](const auto& url, const auto& options) {
-            auto socket = vexim::create<FakeSocket>(url, options);
-            if (const auto self = weak.lock()) self->socket_ = socket;
-            return socket;
-        });
+        client_ = vexim::create<VXIMClient>(
+            configuration, [weak = weak_from_this()](const auto& url, const auto& options) {
+                auto socket = vexim::create<FakeSocket>(url, options);
+                if (const auto self = weak.lock()) self->socket_ = socket;
+                return socket;
+            });
         client_->setDelegate(shared_from_this());
     }
 
@@ -52,12 +54,14 @@ public:
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override { check(client); }
     void clientDidLogout(const std::shared_ptr<VXIMClient>& client) override { check(client); }
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override { check(client); }
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override {
         check(client);
         require(message && from && !from->uid().isNilOrNull());
     }
-    void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message) override {
+    void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&,
+                                       const std::shared_ptr<VXIMMessage>& message) override {
         require(message->isSystemMessage());
     }
 
@@ -66,13 +70,15 @@ private:
         switch (letter) {
             case 'd': vexim::MainQueue::shared().drain(); return;
             case 'c':
-                if (socket_ && socket_->status() == vexim::SocketIOStatusConnecting) socket_->accept();
+                if (socket_ && socket_->status() == vexim::SocketIOStatusConnecting)
+                    socket_->accept();
                 return;
             case 'x':
                 if (socket_ && socket_->status() == vexim::SocketIOStatusConnected) socket_->drop();
                 return;
             case 'a':
-                if (socket_ && socket_->status() == vexim::SocketIOStatusDisconnected) socket_->attemptReconnect();
+                if (socket_ && socket_->status() == vexim::SocketIOStatusDisconnected)
+                    socket_->attemptReconnect();
                 return;
             default: break;
         }
@@ -82,7 +88,10 @@ private:
             case 'o': client_->logoutWithCompletion(atMostOnce()); return;
             case 'p': client_->pause(); return;
             case 'r': client_->resume(); return;
-            case 's': client_->sendMessageToFriend(VXIMMessage::messageWithText("hi"), "u2", atMostOnce()); return;
+            case 's':
+                client_->sendMessageToFriend(VXIMMessage::messageWithText("hi"), "u2",
+                                             atMostOnce());
+                return;
             case 'k': client_ = nullptr; return;
             default: check(client_);
         }
@@ -98,7 +107,8 @@ private:
     }
 
     static void check(const std::shared_ptr<VXIMClient>& client) {
-        require(client->status() >= VXIMClientStatusNone && client->status() <= VXIMClientStatusClosed);
+        require(client->status() >= VXIMClientStatusNone &&
+                client->status() <= VXIMClientStatusClosed);
     }
 
     std::shared_ptr<VXIMClient> client_;

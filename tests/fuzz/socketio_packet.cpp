@@ -1,4 +1,5 @@
-// Any bytes as a Socket.IO packet with attachments: what is accepted is written as a packet, read again and must be the same.
+// Any bytes as a Socket.IO packet with attachments: what is accepted is written as a packet, read
+// again and must be the same.
 
 #include <cstdint>
 #include <cstdlib>
@@ -16,7 +17,8 @@ void require(bool condition) {
 
 vexim::PacketDecoder::Result decode(const vexim::EncodedPacket& packet) {
     vexim::PacketDecoder decoder(1 << 20);
-    auto result = decoder.text(std::string_view(packet.text).substr(1));  // without Engine.IO's type
+    // without Engine.IO's type
+    auto result = decoder.text(std::string_view(packet.text).substr(1));
     for (const auto& attachment : packet.attachments) {
         require(result.status == Status::Partial);
         result = decoder.attachment(attachment);
@@ -36,7 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     };
     vexim::PacketDecoder decoder(1 << 20);
     auto result = decoder.text(takeLine());
-    while (result.status == Status::Partial && !rest.empty()) result = decoder.attachment(vexim::Data(takeLine()));
+    while (result.status == Status::Partial && !rest.empty())
+        result = decoder.attachment(vexim::Data(takeLine()));
     require((result.status == Status::Malformed) == (result.why != nullptr));
     const vexim::Packet& packet = result.packet;
     if (result.status != Status::Complete || !packet.payload.isArray()) return 0;
@@ -48,14 +51,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     } else if (packet.type == vexim::PacketType::Event && items.get(0).isString()) {
         vexim::Array arguments = items;
         arguments.remove(0);
-        encoded = vexim::encodeEvent(packet.nsp, packet.id, *items.get(0).asStringView(), arguments);
+        encoded =
+            vexim::encodeEvent(packet.nsp, packet.id, *items.get(0).asStringView(), arguments);
     } else {
         return 0;
     }
     // What cannot go out again: more attachments than peers take.
     if (encoded.fault != vexim::EncodeFault::None) return 0;
     const auto again = decode(encoded.packet);
-    // A plain packet may hold what looks like a placeholder; beside real attachments it is taken for one.
+    // A plain packet may hold what looks like a placeholder; beside real attachments it is taken
+    // for one.
     if (again.status != Status::Complete) {
         require(!encoded.packet.attachments.empty());
         return 0;

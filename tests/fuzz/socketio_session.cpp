@@ -1,5 +1,6 @@
-// Any bytes as the life of a session: each line is an event, its first character says which. Whatever comes, the session
-// ends at most once, keeps at most one GET and one POST in flight, and never wants to be woken in the past for ever.
+// Any bytes as the life of a session: each line is an event, its first character says which.
+// Whatever comes, the session ends at most once, keeps at most one GET and one POST in flight, and
+// never wants to be woken in the past for ever.
 
 #include <algorithm>
 #include <chrono>
@@ -31,7 +32,9 @@ public:
             case 't': return happen(event::WebSocketText{rest});
             case 'b': return happen(event::WebSocketBinary{rest});
             case 'o': return happen(event::WebSocketOpened{});
-            case 'f': return happen(event::WebSocketFailed{event::WebSocketFailed::Stage::Handshake, "f", 400, std::string(rest)});
+            case 'f':
+                return happen(event::WebSocketFailed{event::WebSocketFailed::Stage::Handshake, "f",
+                                                     400, std::string(rest)});
             case 'c': return happen(event::WebSocketClosed{});
             case 'p': return happen(event::WebSocketPong{});
             case 'g':
@@ -69,8 +72,10 @@ private:
         require(!ended_ || actions.empty());
         for (const auto& action : actions) {
             require(!ended_);
-            if (std::holds_alternative<action::Get>(action)) require(!std::exchange(getInFlight_, true));
-            if (std::holds_alternative<action::Post>(action)) require(!std::exchange(postInFlight_, true));
+            if (std::holds_alternative<action::Get>(action))
+                require(!std::exchange(getInFlight_, true));
+            if (std::holds_alternative<action::Post>(action))
+                require(!std::exchange(postInFlight_, true));
             if (std::holds_alternative<action::Ended>(action)) ended_ = true;
         }
         require(ended_ == session_.hasEnded());

@@ -1,5 +1,5 @@
-// Any path, key and value as a request's URL: what comes out is a URL that reads again as itself, or none at all; and neither
-// path nor query can leave the service's origin or break out of a line.
+// Any path, key and value as a request's URL: what comes out is a URL that reads again as itself,
+// or none at all; and neither path nor query can leave the service's origin or break out of a line.
 
 #include <cstdint>
 #include <cstdlib>
@@ -54,6 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     for (const char c : text) require(static_cast<unsigned char>(c) > ' ' && c != '\x7f');
     const auto again = vexim::URL::parse(text);
     require(again && again->absoluteString() == text);
-    if (!path.starts_with("http") && (path.empty() || path.starts_with('/'))) require(url->host() == "im.vexim.example");
+    if (!path.starts_with("http") && (path.empty() || path.starts_with('/')))
+        require(url->host() == "im.vexim.example");
     return 0;
 }

@@ -10,8 +10,8 @@
 
 namespace vexim::testing {
 
-/// An official Socket.IO server in a process of its own, on a free loopback port. It ends with this object, and with this
-/// process, whatever becomes of it.
+/// An official Socket.IO server in a process of its own, on a free loopback port. It ends with this
+/// object, and with this process, whatever becomes of it.
 class NodeServer {
 public:
     /// `config` is what server.mjs describes: {"version": "4.8", …}.
@@ -23,7 +23,9 @@ public:
     }
 
     /// "http(s)://127.0.0.1:port"
-    std::string url() const { return (isSecure_ ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port_); }
+    std::string url() const {
+        return (isSecure_ ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port_);
+    }
     void command(const Dictionary& what) { process_.writeLine(writeJSON(what).text); }
     /// The next line that it printed; nil when none comes within seconds.
     Value nextLine() {

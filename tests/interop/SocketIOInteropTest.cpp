@@ -1,4 +1,5 @@
-// The client against the official servers, on both transports: what is said here must hold for each of them alike.
+// The client against the official servers, on both transports: what is said here must hold for each
+// of them alike.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -23,7 +24,8 @@ struct Peer {
 };
 
 std::string nameOf(const ::testing::TestParamInfo<Peer>& info) {
-    std::string name = std::string("v") + info.param.version + "_" + info.param.transport + (info.param.isSecure ? "_tls" : "");
+    std::string name = std::string("v") + info.param.version + "_" + info.param.transport +
+                       (info.param.isSecure ? "_tls" : "");
     for (char& c : name) {
         if (c == '.') c = '_';
     }
@@ -38,7 +40,8 @@ protected:
         Dictionary config{{"version", GetParam().version}, {"verbose", true}};
         if (GetParam().isSecure) {
             const auto identity = authority_.issue();
-            config.set("tls", Dictionary{{"cert", identity.certificatePEM}, {"key", identity.privateKeyPEM}});
+            config.set("tls", Dictionary{{"cert", identity.certificatePEM},
+                                         {"key", identity.privateKeyPEM}});
         }
         // Heartbeats come soon enough to be seen.
         config.set("options", Dictionary{{"pingInterval", 200}, {"pingTimeout", 2000}});
@@ -46,7 +49,9 @@ protected:
     }
 
     Dictionary options() const {
-        Dictionary options{{"reconnects", false}, {"connectParams", Dictionary{{"auth", R"({"token":"a+b c&d","é":"€"})"}}}};
+        Dictionary options{
+            {"reconnects", false},
+            {"connectParams", Dictionary{{"auth", R"({"token":"a+b c&d","é":"€"})"}}}};
         const std::string transport = GetParam().transport;
         if (transport == "websocket") options.set("forceWebsockets", true);
         if (transport == "polling") options.set("forcePolling", true);
@@ -58,14 +63,16 @@ protected:
     std::shared_ptr<SocketIOClient> connect(const char* nsp) {
         auto client = SocketIOClient::create(URL::parse(server_.url()), options());
         client->joinNamespace(nsp);
-        for (const char* event : {"connect", "disconnect", "error", "reconnect", "login", "message"}) {
+        for (const char* event :
+             {"connect", "disconnect", "error", "reconnect", "login", "message"}) {
             client->on(event, [this, event](const Array& arguments, const AckEmitter&) {
                 heard_.emplace_back(std::string(event) + " " + Value(arguments).description());
                 arguments_ = arguments;
             });
         }
         client->connect();
-        EXPECT_TRUE(eventually([&] { return heard_.size() >= 2; })) << Value(Array::fromStrings(heard_)).description();
+        EXPECT_TRUE(eventually([&] { return heard_.size() >= 2; }))
+            << Value(Array::fromStrings(heard_)).description();
         EXPECT_EQ(client->status(), SocketIOStatusConnected);
         return client;
     }
@@ -109,15 +116,17 @@ TEST_P(SocketIOInterop, AnswersAndAsksForAcknowledgements) {
     const auto client = connect("/chat");
     Array answer;
     int answers = 0;
-    client->emitWithAck("say", {"x", Data("\x07", 1)}, 10s, once([&](const Array& items, const ErrorPtr& error) {
+    client->emitWithAck("say", {"x", Data("\x07", 1)}, 10s,
+                        once([&](const Array& items, const ErrorPtr& error) {
                             EXPECT_FALSE(error);
                             answer = items;
                             ++answers;
                         }));
-    client->emitWithAck("silent", {}, 50ms, once([&](const Array&, const ErrorPtr& error) {
-                            EXPECT_TRUE(error && error->is(kSocketIOErrorDomain, SocketIOErrorAckTimedOut));
-                            ++answers;
-                        }));
+    client->emitWithAck(
+        "silent", {}, 50ms, once([&](const Array&, const ErrorPtr& error) {
+            EXPECT_TRUE(error && error->is(kSocketIOErrorDomain, SocketIOErrorAckTimedOut));
+            ++answers;
+        }));
     ASSERT_TRUE(eventually([&] { return answers == 2; }));
     EXPECT_EQ(answer, (Array{"x", Data("\x07", 1)}));
 
@@ -134,8 +143,9 @@ TEST_P(SocketIOInterop, KeepsOrderUnderLoad) {
     std::int64_t next = 0;
     bool inOrder = true;
     client->off("message");
-    client->on("message",
-               [&](const Array& arguments, const AckEmitter&) { inOrder = inOrder && arguments.get(0) == Value(next++); });
+    client->on("message", [&](const Array& arguments, const AckEmitter&) {
+        inOrder = inOrder && arguments.get(0) == Value(next++);
+    });
     client->emit("flood", {2000, std::string(200, 'x')});
     ASSERT_TRUE(eventually([&] { return next == 2000; }, 120s));
     for (int i = 0; i < 2000; ++i) client->emit("say", {2000 + i});
@@ -148,7 +158,8 @@ TEST_P(SocketIOInterop, LivesThroughHeartbeats) {
     // Longer than interval and timeout together: without heartbeats one side would have given up.
     EXPECT_FALSE(eventually([&] { return heard_.back().starts_with("disconnect"); }, 2500ms));
     EXPECT_EQ(ask(*client, "say", {"still here"}), (Array{"still here"}));
-    const std::string expected = std::string(GetParam().transport) == "polling" ? "polling" : "websocket";
+    const std::string expected =
+        std::string(GetParam().transport) == "polling" ? "polling" : "websocket";
     EXPECT_EQ(ask(*client, "transport", {}), (Array{expected}));
 }
 
@@ -174,23 +185,30 @@ TEST_P(SocketIOInterop, IsRefusedAnUnknownNamespace) {
     }
     client->connect();
     ASSERT_TRUE(eventually([&] { return !heard.empty(); }));
-    EXPECT_EQ(heard, std::vector<std::string>{"errorThe server refused the connection: Invalid namespace."});
+    EXPECT_EQ(heard, std::vector<std::string>{
+                         "errorThe server refused the connection: Invalid namespace."});
     EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
 }
 
 TEST(SocketIOInteropOptions, CompressesWhenBothSidesWantIt) {
-    NodeServer server({{"version", "4.8"}, {"options", Dictionary{{"perMessageDeflate", Dictionary{{"threshold", 16}}}}}});
-    const auto client =
-        SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}, {"compress", true}, {"reconnects", false}});
+    NodeServer server(
+        {{"version", "4.8"},
+         {"options", Dictionary{{"perMessageDeflate", Dictionary{{"threshold", 16}}}}}});
+    const auto client = SocketIOClient::create(
+        URL::parse(server.url()),
+        {{"forceWebsockets", true}, {"compress", true}, {"reconnects", false}});
     client->joinNamespace("/chat");
     std::vector<std::string> heard;
-    client->on("message", [&](const Array& arguments, const AckEmitter&) { heard.push_back(arguments.get(0).description()); });
+    client->on("message", [&](const Array& arguments, const AckEmitter&) {
+        heard.push_back(arguments.get(0).description());
+    });
     client->connect();
     ASSERT_TRUE(eventually([&] { return client->status() == SocketIOStatusConnected; }));
     std::vector<std::string> sent;
     for (const int length : {1, 100, 1000, 70'000, 500'000}) {
         std::string text;
-        while (static_cast<int>(text.size()) < length) text += "compressible " + std::to_string(text.size() * 7919 % 1000);
+        while (static_cast<int>(text.size()) < length)
+            text += "compressible " + std::to_string(text.size() * 7919 % 1000);
         sent.push_back(text);
         ASSERT_TRUE(client->emit("say", {text}));
     }
@@ -199,14 +217,16 @@ TEST(SocketIOInteropOptions, CompressesWhenBothSidesWantIt) {
 }
 
 TEST(SocketIOInteropOptions, SendsHeadersParametersAndPayloadWhereServersLook) {
-    NodeServer server({{"version", "4.8"}, {"verbose", true}, {"options", Dictionary{{"path", "/live"}}}});
+    NodeServer server(
+        {{"version", "4.8"}, {"verbose", true}, {"options", Dictionary{{"path", "/live"}}}});
     for (const char* transport : {"forceWebsockets", "forcePolling"}) {
-        const auto client = SocketIOClient::create(URL::parse(server.url()), {{transport, true},
-                                                                              {"path", "/live"},
-                                                                              {"extraHeaders", Dictionary{{"X-Extra", "e"}}},
-                                                                              {"reconnects", false},
-                                                                              {"connectParams", Dictionary{{"n", 5}}},
-                                                                              {"joinPayload", Dictionary{{"token", "t"}}}});
+        const auto client = SocketIOClient::create(URL::parse(server.url()),
+                                                   {{transport, true},
+                                                    {"path", "/live"},
+                                                    {"extraHeaders", Dictionary{{"X-Extra", "e"}}},
+                                                    {"reconnects", false},
+                                                    {"connectParams", Dictionary{{"n", 5}}},
+                                                    {"joinPayload", Dictionary{{"token", "t"}}}});
         client->joinNamespace("/");
         client->connect();
         const Value seen = server.nextLine();
@@ -227,7 +247,8 @@ std::vector<Peer> peers() {
             for (const bool isSecure : {false, true}) {
                 // The small set: each server and each way once, TLS where the transports differ.
                 const bool isLine = std::string(version) == "2.5" || std::string(version) == "4.8";
-                const bool isChosen = isSecure ? std::string(version) == "4.8" : isLine || std::string(transport) == "websocket";
+                const bool isChosen = isSecure ? std::string(version) == "4.8"
+                                               : isLine || std::string(transport) == "websocket";
                 if (all || isChosen) peers.push_back({version, transport, isSecure});
             }
         }

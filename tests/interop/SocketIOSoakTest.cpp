@@ -1,5 +1,5 @@
-// The client over thousands of connections: nothing is left behind, nothing comes twice or out of order.
-// VEXIM_INTEROP_ALL=1 runs it at full length.
+// The client over thousands of connections: nothing is left behind, nothing comes twice or out of
+// order. VEXIM_INTEROP_ALL=1 runs it at full length.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -31,7 +31,8 @@ using namespace std::chrono_literals;
 bool isFullLength() { return std::getenv("VEXIM_INTEROP_ALL") != nullptr; }
 
 long entriesOf(const char* folder) {
-    return static_cast<long>(std::distance(std::filesystem::directory_iterator(folder), std::filesystem::directory_iterator{}));
+    return static_cast<long>(std::distance(std::filesystem::directory_iterator(folder),
+                                           std::filesystem::directory_iterator{}));
 }
 
 long residentKiB() {
@@ -60,7 +61,8 @@ TEST(SocketIOSoak, CyclesOfConnectingAndDroppingLeaveNothingBehind) {
         client->on("disconnect", [&](const Array&, const AckEmitter&) { gone = true; });
         client->connect();
         if (cycle % 10 != 9) {  // the others are dropped while they connect
-            ASSERT_TRUE(eventually([&] { return client->status() == SocketIOStatusConnected; })) << cycle;
+            ASSERT_TRUE(eventually([&] { return client->status() == SocketIOStatusConnected; }))
+                << cycle;
         }
         if (cycle % 3 == 0) {
             client->disconnect();
@@ -90,14 +92,18 @@ TEST(SocketIOSoak, AHundredPollingClientsShareOneProcess) {
     int heard = 0;
     for (int i = 0; i < 100; ++i) {
         clients.push_back(makeClient(server, "forcePolling"));
-        clients.back()->on("message",
-                           [&heard, i](const Array& arguments, const AckEmitter&) { heard += arguments.get(0) == Value(i); });
+        clients.back()->on("message", [&heard, i](const Array& arguments, const AckEmitter&) {
+            heard += arguments.get(0) == Value(i);
+        });
         clients.back()->connect();
     }
     const auto areConnected = [&] {
-        return std::ranges::all_of(clients, [](const auto& client) { return client->status() == SocketIOStatusConnected; });
+        return std::ranges::all_of(clients, [](const auto& client) {
+            return client->status() == SocketIOStatusConnected;
+        });
     };
-    ASSERT_TRUE(eventually(areConnected)) << "each holds a GET open, for as long as it is connected";
+    ASSERT_TRUE(eventually(areConnected))
+        << "each holds a GET open, for as long as it is connected";
     for (int i = 0; i < 100; ++i) clients[static_cast<std::size_t>(i)]->emit("say", {i});
     EXPECT_TRUE(eventually([&] { return heard == 100; })) << heard;
 }
@@ -133,7 +139,8 @@ TEST(SocketIOSoak, CutsLoseButNeverRepeatOrReorder) {
         int nextCut = gap(random);
         for (int n = 0; n < messages; ++n) {
             ASSERT_TRUE(eventually([&] { return client->status() == SocketIOStatusConnected; }));
-            client->emitWithAck("count", {n}, 30s, once([&, n](const Array& answer, const ErrorPtr& error) {
+            client->emitWithAck("count", {n}, 30s,
+                                once([&, n](const Array& answer, const ErrorPtr& error) {
                                     if (error) {
                                         ++lost;
                                     } else {
@@ -148,13 +155,16 @@ TEST(SocketIOSoak, CutsLoseButNeverRepeatOrReorder) {
                 ASSERT_FALSE(server.nextLine().isNil());
                 // Polling may live through a cut between two requests: then everything is answered.
                 const bool mustLose = std::string(transport) == "forceWebsockets";
-                ASSERT_TRUE(
-                    eventually([&] { return mustLose ? losses == cutsDone : static_cast<int>(answered.size()) + lost == n + 1; }));
+                ASSERT_TRUE(eventually([&] {
+                    return mustLose ? losses == cutsDone
+                                    : static_cast<int>(answered.size()) + lost == n + 1;
+                }));
                 nextCut = n + gap(random);
             }
             if (n % 7 == 0) MainQueue::shared().drain();
         }
-        ASSERT_TRUE(eventually([&] { return static_cast<int>(answered.size()) + lost == messages; }));
+        ASSERT_TRUE(
+            eventually([&] { return static_cast<int>(answered.size()) + lost == messages; }));
         EXPECT_GT(cutsDone, cuts / 2);
         EXPECT_GT(losses, cuts / 5);
         EXPECT_TRUE(isOrdered) << "a message came twice or late";
@@ -164,7 +174,8 @@ TEST(SocketIOSoak, CutsLoseButNeverRepeatOrReorder) {
         for (int attempt = 0; attempt < 3 && counted.empty(); ++attempt) {
             ASSERT_TRUE(eventually([&] { return client->status() == SocketIOStatusConnected; }));
             bool done = false;
-            client->emitWithAck("counted", {}, 30s, once([&](const Array& answer, const ErrorPtr& error) {
+            client->emitWithAck("counted", {}, 30s,
+                                once([&](const Array& answer, const ErrorPtr& error) {
                                     if (!error) counted = *answer.get(0).asArray();
                                     done = true;
                                 }));

@@ -1,7 +1,8 @@
 #pragma once
 
-// One host a loop, all alike: `run` turns the loop until the predicate holds, also inside a callback; `adapter` can be destroyed
-// and made anew; what leaves a callback is kept in `caught`; `after` is a timer of the loop's own.
+// One host a loop, all alike: `run` turns the loop until the predicate holds, also inside a
+// callback; `adapter` can be destroyed and made anew; what leaves a callback is kept in `caught`;
+// `after` is a timer of the loop's own.
 
 #include "VexIMLib/Loops/Asio.h"
 #if defined(VEXIM_TEST_GLIB_AND_QT)
@@ -65,7 +66,8 @@ struct GlibHost {
     /// With the priority at which GTK draws.
     void after(std::chrono::milliseconds delay, std::function<void()> then) {
         const auto call = [](gpointer given) -> gboolean {
-            const std::unique_ptr<std::function<void()>> function(static_cast<std::function<void()>*>(given));
+            const std::unique_ptr<std::function<void()>> function(
+                static_cast<std::function<void()>*>(given));
             (*function)();
             return G_SOURCE_REMOVE;
         };
@@ -84,7 +86,8 @@ struct QtHost {
     }
     void detach() { adapter.reset(); }
     void run(const Predicate& done) {
-        while (!done()) QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
+        while (!done())
+            QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents);
     }
 
     void after(std::chrono::milliseconds delay, std::function<void()> then) {

@@ -1,4 +1,5 @@
-// The main queue driven by loops that we did not write. Should one of them stall, the test's time limit ends it.
+// The main queue driven by loops that we did not write. Should one of them stall, the test's time
+// limit ends it.
 
 #include <gtest/gtest.h>
 
@@ -59,12 +60,15 @@ TYPED_TEST_SUITE(LoopsTest, Hosts, Names);
 
 /// Hears messages, and may hold the loop up in one.
 struct Delegate : VXIMClientDelegate {
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>&) override {
         heard.push_back(message->text().value_or(""));
         if (heard.back() == "hold") held.wait();
     }
-    void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override { heard.emplace_back("disconnected"); }
+    void clientDidDisconnect(const std::shared_ptr<VXIMClient>&) override {
+        heard.emplace_back("disconnected");
+    }
 
     std::vector<std::string> heard;
     std::future<void> held;
@@ -82,7 +86,8 @@ TYPED_TEST(LoopsTest, RunsWhatAnyThreadQueuesAndWhatIsDue) {
         queue().after(30ms, this->say("d"));  // earlier than what the loop waits for
         queue().after(20ms, this->say("c"));
     });
-    this->host.run([this] { return this->said.size() == 4; });  // on a slow machine, d may be due before c is queued
+    // on a slow machine, d may be due before c is queued
+    this->host.run([this] { return this->said.size() == 4; });
     other.join();
     EXPECT_GE(std::chrono::steady_clock::now() - began, 30ms);
     EXPECT_TRUE(queue().isMainThread());
@@ -94,7 +99,9 @@ TYPED_TEST(LoopsTest, ACallbackMayRunTheLoop) {
         queue().async(this->say("inner "));
         queue().after(1ms, this->say("timed "));
         // All of it, in an order that a slow machine may change.
-        this->host.run([this] { return this->said.size() == std::string_view("behind inner timed later ").size(); });
+        this->host.run([this] {
+            return this->said.size() == std::string_view("behind inner timed later ").size();
+        });
         this->said += "outer";
     });
     queue().after(0ms, this->say("behind "));
@@ -148,7 +155,8 @@ TYPED_TEST(LoopsTest, AFloodLeavesTheLoopItsTimers) {
         });
     }
     this->host.run([&] { return ran == kAll && ranAtTimer >= 0; });
-    // It waits for the turn that it came due in; a timer that the system tells late may miss the next look.
+    // It waits for the turn that it came due in; a timer that the system tells late may miss the
+    // next look.
     EXPECT_LE(ranAtTimer - ranWhenDue, 2 * kTurn);
 }
 
@@ -158,18 +166,24 @@ TYPED_TEST(LoopsTest, MessagesFlowAndABlockedLoopDropsNoConnection) {
     ScriptedServer server([&](ScriptedServer::Connection& connection) {
         LivePeer peer(connection);
         // The client gives the connection up when it has heard nothing for 750 ms.
-        if (!peer.open(R"(0{"sid":"s1","upgrades":[],"pingInterval":500,"pingTimeout":250,"maxPayload":1000000})")) return;
+        if (!peer.open(
+                R"(0{"sid":"s1","upgrades":[],"pingInterval":500,"pingTimeout":250,"maxPayload":1000000})"))
+            return;
         const auto join = peer.readText();
-        if (!join || !join->starts_with("40/chat,") || !peer.sendText(R"(40/chat,{"sid":"s2"})")) return;
+        if (!join || !join->starts_with("40/chat,") || !peer.sendText(R"(40/chat,{"sid":"s2"})"))
+            return;
         const auto say = [&peer](const char* text) {
             return peer.emit(
-                "message", std::string(R"({"from":{"id":"u2","type":0},"to":{"id":"u1","type":0},"content":{"media":0,"body":")") +
-                               text + "\"}}");
+                "message",
+                std::string(
+                    R"({"from":{"id":"u2","type":0},"to":{"id":"u1","type":0},"content":{"media":0,"body":")") +
+                    text + "\"}}");
         };
         peer.emit("login", R"({"success":true,"id":"u1"})");
         say("first");
         say("hold");
-        // A heartbeat each 100 ms, for longer than the client would wait without; the loop is blocked all the while.
+        // A heartbeat each 100 ms, for longer than the client would wait without; the loop is
+        // blocked all the while.
         while (beats < 9 && peer.beat() && connection.pause(100ms)) ++beats;
         say("meanwhile");
         release.set_value();
@@ -181,7 +195,8 @@ TYPED_TEST(LoopsTest, MessagesFlowAndABlockedLoopDropsNoConnection) {
     delegate->held = release.get_future();
     client->setDelegate(delegate);
     bool loggedIn = false;
-    client->loginWithUserId("u1", once([&](bool succeeded, const ErrorPtr&) { loggedIn = succeeded; }));
+    client->loginWithUserId("u1",
+                            once([&](bool succeeded, const ErrorPtr&) { loggedIn = succeeded; }));
     this->host.run([&] { return delegate->heard.size() == 3; });
     EXPECT_TRUE(loggedIn);
     EXPECT_EQ(delegate->heard, (std::vector<std::string>{"first", "hold", "meanwhile"}));

@@ -1,4 +1,5 @@
-// Counts what the program takes from the heap, to hold readers of dynamic properties to their promise.
+// Counts what the program takes from the heap, to hold readers of dynamic properties to their
+// promise.
 
 #include <gtest/gtest.h>
 
@@ -15,8 +16,8 @@ struct Meter : VXIMRuntimeObject {
     using VXIMRuntimeObject::VXIMRuntimeObject;
 
     static const Class& staticClass() {
-        static const Class& cls =
-            Class::declare("Meter", &VXIMRuntimeObject::staticClass(), {{"reading", "Tq,D,N"}, {"shared", "Tq,D"}});
+        static const Class& cls = Class::declare("Meter", &VXIMRuntimeObject::staticClass(),
+                                                 {{"reading", "Tq,D,N"}, {"shared", "Tq,D"}});
         return cls;
     }
     const Class& runtimeClass() const override { return staticClass(); }
@@ -26,8 +27,10 @@ struct Meter : VXIMRuntimeObject {
 };
 
 TEST(DynamicProperty, AllocatesNothingInAGet) {
-    static constinit const vexim::DynamicProperty<std::int64_t> reading{&Meter::staticClass, "reading"};
-    static constinit const vexim::DynamicProperty<std::int64_t> shared{&Meter::staticClass, "shared"};
+    static constinit const vexim::DynamicProperty<std::int64_t> reading{&Meter::staticClass,
+                                                                        "reading"};
+    static constinit const vexim::DynamicProperty<std::int64_t> shared{&Meter::staticClass,
+                                                                       "shared"};
     const auto meter = vexim::create<Meter>(Dictionary{});
     reading.set(*meter, 7);
     EXPECT_EQ(reading.get(*meter) + shared.get(*meter), 14) << "the first get finds the way";

@@ -46,11 +46,12 @@ struct NestedAccount : Account {
     using Account::Account;
 
     static const Class& staticClass() {
-        static const Class& cls = Class::declare("NestedAccount", &Account::staticClass(), {}, {},
-                                                 {{"count", "q@:", [](vexim::Object&, vexim::Invocation& invocation) {
-                                                       const std::int64_t computed = 99;
-                                                       invocation.setReturnValue(&computed);
-                                                   }}});
+        static const Class& cls =
+            Class::declare("NestedAccount", &Account::staticClass(), {}, {},
+                           {{"count", "q@:", [](vexim::Object&, vexim::Invocation& invocation) {
+                                 const std::int64_t computed = 99;
+                                 invocation.setReturnValue(&computed);
+                             }}});
         return cls;
     }
     const Class& runtimeClass() const override { return staticClass(); }
@@ -65,7 +66,8 @@ constinit const DynamicProperty<std::int32_t> kLevel{&Account::staticClass, "lev
 constinit const DynamicProperty<bool> kOnline{&Account::staticClass, "online"};
 constinit const DynamicProperty<double> kRatio{&Account::staticClass, "ratio"};
 constinit const DynamicProperty<std::uint64_t> kTotal{&Account::staticClass, "total"};
-constinit const DynamicProperty<std::optional<Dictionary>> kAttributes{&Account::staticClass, "attributes"};
+constinit const DynamicProperty<std::optional<Dictionary>> kAttributes{&Account::staticClass,
+                                                                       "attributes"};
 constinit const DynamicProperty<std::optional<vexim::Array>> kTags{&Account::staticClass, "tags"};
 constinit const DynamicProperty<Value> kAnyUid{&Account::staticClass, "uid"};
 constinit const DynamicProperty<std::int64_t> kFixed{&Account::staticClass, "fixed"};
@@ -90,13 +92,14 @@ TEST(DynamicProperty, ReadsAndWritesTheStoreInItsOwnType) {
     kTotal.set(*account, std::numeric_limits<std::uint64_t>::max());
     kAttributes.set(*account, Dictionary{{"a", 1}});
     kTags.set(*account, vexim::Array{"x"});
-    EXPECT_EQ(account->dictionaryRepresentation(), (Dictionary{{"id", "u1"},
-                                                               {"count", std::numeric_limits<std::int64_t>::min()},
-                                                               {"level", -3},
-                                                               {"ratio", 0.25},
-                                                               {"total", std::numeric_limits<std::uint64_t>::max()},
-                                                               {"attributes", Dictionary{{"a", 1}}},
-                                                               {"tags", vexim::Array{"x"}}}));
+    EXPECT_EQ(account->dictionaryRepresentation(),
+              (Dictionary{{"id", "u1"},
+                          {"count", std::numeric_limits<std::int64_t>::min()},
+                          {"level", -3},
+                          {"ratio", 0.25},
+                          {"total", std::numeric_limits<std::uint64_t>::max()},
+                          {"attributes", Dictionary{{"a", 1}}},
+                          {"tags", vexim::Array{"x"}}}));
     EXPECT_EQ(kUid.get(*account), "u1");
     EXPECT_EQ(kCount.get(*account), std::numeric_limits<std::int64_t>::min());
     EXPECT_EQ(kLevel.get(*account), -3);
@@ -109,8 +112,8 @@ TEST(DynamicProperty, ReadsAndWritesTheStoreInItsOwnType) {
 }
 
 TEST(DynamicProperty, ConvertsNoObjects) {
-    const auto account =
-        vexim::create<Account>(Dictionary{{"id", 5}, {"attributes", "x"}, {"tags", Value::null()}, {"level", "5"}});
+    const auto account = vexim::create<Account>(
+        Dictionary{{"id", 5}, {"attributes", "x"}, {"tags", Value::null()}, {"level", "5"}});
     EXPECT_EQ(kUid.get(*account), std::nullopt);
     EXPECT_EQ(kAnyUid.get(*account), 5);
     EXPECT_EQ(kAttributes.get(*account), std::nullopt);
@@ -120,7 +123,8 @@ TEST(DynamicProperty, ConvertsNoObjects) {
 
 TEST(DynamicProperty, FollowsTheConcreteClass) {
     const auto account = vexim::create<Account>(Dictionary{{"count", 1}, {"level", 2}});
-    const auto nested = vexim::create<NestedAccount>(Dictionary{{"count", 1}, {"nested", Dictionary{{"level", 3}}}});
+    const auto nested = vexim::create<NestedAccount>(
+        Dictionary{{"count", 1}, {"nested", Dictionary{{"level", 3}}}});
     for (int again = 0; again < 2; ++again) {
         EXPECT_EQ(kCount.get(*account), 1);
         EXPECT_EQ(kCount.get(*nested), 99) << "a method goes before forwarding";
@@ -133,19 +137,22 @@ TEST(DynamicProperty, FollowsTheConcreteClass) {
 
 TEST(DynamicProperty, SendsTheMessagesThatACompilerWould) {
     const auto account = vexim::create<Account>(Dictionary{{"online", true}, {"fixed", 4}});
-    EXPECT_EQ(raised([&] { kOnline.get(*account); }), "NSInvalidArgumentException") << "isOnline is not known yet";
+    EXPECT_EQ(raised([&] { kOnline.get(*account); }), "NSInvalidArgumentException")
+        << "isOnline is not known yet";
     kOnline.set(*account, true);
     EXPECT_TRUE(kOnline.get(*account)) << "it is since the property was reached";
     kFixed.set(*account, 5);
     EXPECT_EQ(kFixed.get(*account), 4) << "the setter's form of a read-only property reads";
 
-    static constinit const DynamicProperty<std::int64_t> settings{&Account::staticClass, "settings"};
+    static constinit const DynamicProperty<std::int64_t> settings{&Account::staticClass,
+                                                                  "settings"};
     EXPECT_EQ(raised([&] { settings.get(*account); }), "NSInvalidArgumentException")
         << "a getter that begins with set leads nowhere";
     static constinit const DynamicProperty<std::int64_t> missing{&Account::staticClass, "missing"};
     EXPECT_EQ(raised([&] { missing.set(*account, 1); }), "NSInvalidArgumentException");
     static constinit const DynamicProperty<std::int64_t> wrong{&Account::staticClass, "level"};
-    EXPECT_EQ(raised([&] { wrong.get(*account); }), "NSInternalInconsistencyException") << "declared with another type";
+    EXPECT_EQ(raised([&] { wrong.get(*account); }), "NSInternalInconsistencyException")
+        << "declared with another type";
 }
 
 TEST(DynamicProperty, IsFoundOutOnceByManyThreads) {

@@ -108,8 +108,8 @@ TEST_F(ForwardProxy, BoxesAndUnboxesEachScalar) {
 }
 
 TEST_F(ForwardProxy, ReadsAbsentAndNullAsZero) {
-    for (const char* property :
-         {"asChar", "asBool", "asInt", "asLongLong", "asUnsignedLongLong", "asFloat", "asDouble", "asLongDouble", "text"}) {
+    for (const char* property : {"asChar", "asBool", "asInt", "asLongLong", "asUnsignedLongLong",
+                                 "asFloat", "asDouble", "asLongDouble", "text"}) {
         sample->setObjectForKey(nullptr, property);
         const Value absent = sample->perform(property);
         sample->setObjectForKey(Value::null(), property);
@@ -125,8 +125,13 @@ TEST_F(ForwardProxy, ReadsAbsentAndNullAsZero) {
 }
 
 TEST_F(ForwardProxy, RefusesTypesAndValuesInTheirOwnWords) {
-    sample->addEntriesFromDictionary(
-        {{"asInt", "5"}, {"asBool", vexim::Array()}, {"frame", 5}, {"kind", 5}, {"bits", "5"}, {"untyped", true}, {"text", 5}});
+    sample->addEntriesFromDictionary({{"asInt", "5"},
+                                      {"asBool", vexim::Array()},
+                                      {"frame", 5},
+                                      {"kind", 5},
+                                      {"bits", "5"},
+                                      {"untyped", true},
+                                      {"text", 5}});
     const std::pair<const char*, const char*> cases[] = {
         {"asInt", "NSInternalInconsistencyException: Unsupported type encoding: i"},
         {"asBool", "NSInternalInconsistencyException: Unsupported type encoding: B"},
@@ -144,7 +149,8 @@ TEST_F(ForwardProxy, RefusesTypesAndValuesInTheirOwnWords) {
         {"setChoice:", "NSInternalInconsistencyException: Unsupported type encoding (U=iq)!"},
         {"setBits:", "NSInternalInconsistencyException: Unsupported type encoding b3!"},
     };
-    for (const auto& [selector, exception] : cases) EXPECT_EQ(raised([&] { sample->perform(selector); }), exception) << selector;
+    for (const auto& [selector, exception] : cases)
+        EXPECT_EQ(raised([&] { sample->perform(selector); }), exception) << selector;
     EXPECT_EQ(sample->perform("text"), 5) << "an object is returned whatever its class";
 }
 
@@ -177,7 +183,10 @@ TEST_F(ForwardProxy, LearnsACustomNameWithThePlainOne) {
         const Class& runtimeClass() const override { return cls; }
     };
     auto fresh = vexim::create<FreshSample>(Dictionary{{"open", true}});
-    EXPECT_NE(raised([&] { fresh->perform("isOpen"); }).find("-[FreshSample isOpen]: unrecognized selector"), std::string::npos);
+    EXPECT_NE(raised([&] {
+                  fresh->perform("isOpen");
+              }).find("-[FreshSample isOpen]: unrecognized selector"),
+              std::string::npos);
     EXPECT_EQ(fresh->perform("open"), true);
     EXPECT_EQ(fresh->perform("isOpen"), true);
 }
@@ -200,7 +209,8 @@ TEST_F(ForwardProxy, CopiesOnlyWhereThePolicySaysSo) {
     mine.set("a", 2);
     EXPECT_EQ(sample->perform("copied").get("a"), 1);
     sample->perform("setCopied:", {nullptr});
-    EXPECT_FALSE(sample->dictionaryRepresentation().contains("copied")) << "nil stays nil and removes the key";
+    EXPECT_FALSE(sample->dictionaryRepresentation().contains("copied"))
+        << "nil stays nil and removes the key";
 }
 
 TEST_F(ForwardProxy, LeavesTheLockOfAnAtomicPropertyHeldAfterAnException) {
@@ -210,15 +220,18 @@ TEST_F(ForwardProxy, LeavesTheLockOfAnAtomicPropertyHeldAfterAnException) {
         const Class& runtimeClass() const override { return cls; }
     };
     auto stuck = vexim::create<StuckSample>(Dictionary{{"other", "text"}, {"counters", "text"}});
-    auto& other = proxy->subclassInfoForSubclass(cls)->propertyInfoForSelector("other")->valueAccesslock();
-    auto& guarded = proxy->subclassInfoForSubclass(cls)->propertyInfoForSelector("guarded")->valueAccesslock();
+    auto& other =
+        proxy->subclassInfoForSubclass(cls)->propertyInfoForSelector("other")->valueAccesslock();
+    auto& guarded =
+        proxy->subclassInfoForSubclass(cls)->propertyInfoForSelector("guarded")->valueAccesslock();
 
     EXPECT_NE(raised([&] { stuck->perform("other"); }), "nothing");
     EXPECT_FALSE(other.tryLock());
     stuck->perform("setAsInt:", {1});
     EXPECT_EQ(stuck->perform("guarded"), 0) << "another property's lock is its own";
     other.unlock();
-    EXPECT_NE(raised([&] { stuck->perform("setGuarded:", {1}); }), "nothing") << "the store's exception too";
+    EXPECT_NE(raised([&] { stuck->perform("setGuarded:", {1}); }), "nothing")
+        << "the store's exception too";
     EXPECT_FALSE(guarded.tryLock());
     guarded.unlock();
 
@@ -250,19 +263,23 @@ struct Backed : VXIMRuntimeObject {
     using VXIMRuntimeObject::VXIMRuntimeObject;
 
     static const Class& staticClass() {
-        static const Class& base =
-            Class::declare("BackedByBase", &VXIMRuntimeObject::staticClass(), {{"inherited", "Ti,N,V_kept"}}, {{"_kept", "i"}});
-        static const Class& cls = Class::declare(
-            "BackedSample", &base,
-            {{"inherited", "Ti,D,N"},
-             {"title", "T@,C,D,N"},
-             {"wide", "TD,D,N"},
-             {"frame", "T{CGRect=dddd},D,N"},
-             {"plain", "Tq,D,N"},
-             {"clash", "Tq,D,N"},
-             {"first", "Tq,D"},
-             {"second", "Tq,D"}},
-            {{"_title", "@"}, {"_wide", "D"}, {"_frame", "{CGRect=dddd}"}, {"_clash", "@"}, {"_first", "q"}, {"_second", "q"}});
+        static const Class& base = Class::declare("BackedByBase", &VXIMRuntimeObject::staticClass(),
+                                                  {{"inherited", "Ti,N,V_kept"}}, {{"_kept", "i"}});
+        static const Class& cls = Class::declare("BackedSample", &base,
+                                                 {{"inherited", "Ti,D,N"},
+                                                  {"title", "T@,C,D,N"},
+                                                  {"wide", "TD,D,N"},
+                                                  {"frame", "T{CGRect=dddd},D,N"},
+                                                  {"plain", "Tq,D,N"},
+                                                  {"clash", "Tq,D,N"},
+                                                  {"first", "Tq,D"},
+                                                  {"second", "Tq,D"}},
+                                                 {{"_title", "@"},
+                                                  {"_wide", "D"},
+                                                  {"_frame", "{CGRect=dddd}"},
+                                                  {"_clash", "@"},
+                                                  {"_first", "q"},
+                                                  {"_second", "q"}});
         return cls;
     }
     const Class& runtimeClass() const override { return staticClass(); }
@@ -271,7 +288,8 @@ struct Backed : VXIMRuntimeObject {
 class BackedProxy : public testing::Test {
 protected:
     LogCapture log;  // the warnings are another test's matter
-    std::shared_ptr<Backed> backed = vexim::create<Backed>(Dictionary{{"title", "in the store"}, {"inherited", 1}});
+    std::shared_ptr<Backed> backed =
+        vexim::create<Backed>(Dictionary{{"title", "in the store"}, {"inherited", 1}});
 };
 
 TEST_F(BackedProxy, KeepsValuesInTheInstanceVariableInsteadOfTheStore) {
@@ -282,7 +300,8 @@ TEST_F(BackedProxy, KeepsValuesInTheInstanceVariableInsteadOfTheStore) {
     backed->perform("setPlain:", {6});
     EXPECT_EQ(backed->perform("title"), "in the object");
     EXPECT_EQ(backed->perform("inherited"), -5);
-    EXPECT_EQ(backed->dictionaryRepresentation(), (Dictionary{{"title", "in the store"}, {"inherited", 1}, {"plain", 6}}));
+    EXPECT_EQ(backed->dictionaryRepresentation(),
+              (Dictionary{{"title", "in the store"}, {"inherited", 1}, {"plain", 6}}));
 
     const auto object = vexim::create<Copyable>();
     backed->perform("setTitle:", {object});
@@ -310,7 +329,8 @@ TEST_F(BackedProxy, ReadsOneWordOfWhatIsStoredWhole) {
     EXPECT_EQ(backed->perform("clash"), 5) << "no type is checked";
 }
 
-// Two atomic properties have a lock each, so their first accesses may meet where the object makes its storage.
+// Two atomic properties have a lock each, so their first accesses may meet where the object makes
+// its storage.
 TEST_F(BackedProxy, MakesItsStorageOnceAcrossThreads) {
     for (int round = 0; round < 50; ++round) {
         auto object = vexim::create<Backed>(Dictionary{});
@@ -331,9 +351,11 @@ TEST(ForwardProxyRegistry, KeepsOneProxyForEachRootClass) {
     VXIMMessageForwardProxy::addProxy(nullptr);
     const auto second = VXIMMessageForwardProxy::initWithRootClass(root);
     VXIMMessageForwardProxy::addProxy(second);
-    EXPECT_EQ(VXIMMessageForwardProxy::proxyForRootClass(root), second) << "a later one replaces an earlier";
+    EXPECT_EQ(VXIMMessageForwardProxy::proxyForRootClass(root), second)
+        << "a later one replaces an earlier";
 
-    EXPECT_EQ(second->subclassInfoForSubclass(Sample::staticClass()), nullptr) << "not derived from its root";
+    EXPECT_EQ(second->subclassInfoForSubclass(Sample::staticClass()), nullptr)
+        << "not derived from its root";
     EXPECT_EQ(second->methodSignatureForSelector("asInt", Sample::staticClass()), nullptr);
     ASSERT_NE(second->subclassInfoForSubclass(root), nullptr) << "a class is its own subclass";
     EXPECT_EQ(second->subclassInfoForSubclass(root), second->subclassInfoForSubclass(root));
@@ -350,7 +372,9 @@ TEST_F(ForwardProxy, InvokesWhatIsNotItsOwnAsItIs) {
     EXPECT_EQ(result, 3);
 
     Invocation unknown(MethodSignature::signatureWithObjCTypes("q@:"), *sample, "foo");
-    EXPECT_NE(raised([&] { proxy->proxyForwardInvocation(unknown); }).find("-[Sample foo]: unrecognized selector"),
+    EXPECT_NE(raised([&] {
+                  proxy->proxyForwardInvocation(unknown);
+              }).find("-[Sample foo]: unrecognized selector"),
               std::string::npos);
 }
 

@@ -77,7 +77,8 @@ TEST(PropertyNameFromSelector, MapsAccessorsToDeclaredProperties) {
         {"the empty name", document(), "", "nil"},
     };
     for (const auto& [why, cls, selector, name] : cases) {
-        EXPECT_EQ(orNil(VXIMPropertyNameFromSelector(cls, selector)), name) << why << ": " << selector;
+        EXPECT_EQ(orNil(VXIMPropertyNameFromSelector(cls, selector)), name)
+            << why << ": " << selector;
     }
     EXPECT_EQ(VXIMPropertyNameFromSelector(document(), Selector()), std::nullopt);
 }
@@ -85,9 +86,10 @@ TEST(PropertyNameFromSelector, MapsAccessorsToDeclaredProperties) {
 /// A record as one line.
 std::string describe(const std::shared_ptr<VXIMPropertyInfo>& info) {
     if (!info) return "nil";
-    return info->name() + " " + orNil(info->typeEncoding()) + (info->isAtomic() ? " atomic" : "") + " policy " +
-           std::to_string(static_cast<std::int64_t>(info->associationPolicy())) + " get " + info->getterSelector().text() +
-           " set " + (info->setterSelector().isNull() ? "nil" : info->setterSelector().text());
+    return info->name() + " " + orNil(info->typeEncoding()) + (info->isAtomic() ? " atomic" : "") +
+           " policy " + std::to_string(static_cast<std::int64_t>(info->associationPolicy())) +
+           " get " + info->getterSelector().text() + " set " +
+           (info->setterSelector().isNull() ? "nil" : info->setterSelector().text());
 }
 
 TEST(PropertyInfo, ReadsItsAttributes) {
@@ -103,36 +105,44 @@ TEST(PropertyInfo, ReadsItsAttributes) {
         {"stored", "nil"},
         {"missing", "nil"},
     };
-    for (const auto& [name, expected] : cases) EXPECT_EQ(describe(VXIMPropertyInfo::initWithClass(letter(), name)), expected);
+    for (const auto& [name, expected] : cases)
+        EXPECT_EQ(describe(VXIMPropertyInfo::initWithClass(letter(), name)), expected);
     EXPECT_EQ(VXIMPropertyInfo::initWithClass(letter(), std::nullopt), nullptr);
-    EXPECT_EQ(&VXIMPropertyInfo::initWithClass(letter(), "title")->cls(), &letter()) << "the class that was asked about";
+    EXPECT_EQ(&VXIMPropertyInfo::initWithClass(letter(), "title")->cls(), &letter())
+        << "the class that was asked about";
 }
 
 TEST(PropertyInfo, LogsAttributesThatItDoesNotKnowAndLetsTheLastPolicyWin) {
-    static const Class& cls = Class::declare("OddlyDeclared", &VXIMRuntimeObject::staticClass(),
-                                             {{"odd", "Ti,E,C,&,?x,D,N,b"}, {"copied", "T@,&,W,C,D,N"}});
+    static const Class& cls =
+        Class::declare("OddlyDeclared", &VXIMRuntimeObject::staticClass(),
+                       {{"odd", "Ti,E,C,&,?x,D,N,b"}, {"copied", "T@,&,W,C,D,N"}});
     LogCapture log;
-    EXPECT_EQ(describe(VXIMPropertyInfo::initWithClass(cls, "odd")), "odd i policy 3 get odd set setOdd:");
-    EXPECT_EQ(describe(VXIMPropertyInfo::initWithClass(cls, "copied")), "copied @ policy 4 get copied set setCopied:");
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{"VXIMRuntimeObject: unsupported property attribute: E",
-                                                     "VXIMRuntimeObject: unsupported property attribute: ?",
-                                                     "VXIMRuntimeObject: unsupported property attribute: b"}));
+    EXPECT_EQ(describe(VXIMPropertyInfo::initWithClass(cls, "odd")),
+              "odd i policy 3 get odd set setOdd:");
+    EXPECT_EQ(describe(VXIMPropertyInfo::initWithClass(cls, "copied")),
+              "copied @ policy 4 get copied set setCopied:");
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{"VXIMRuntimeObject: unsupported property attribute: E",
+                                        "VXIMRuntimeObject: unsupported property attribute: ?",
+                                        "VXIMRuntimeObject: unsupported property attribute: b"}));
 }
 
 TEST(PropertyInfo, FindsABackingInstanceVariable) {
     static const Class& base =
         Class::declare("BackedBase", &VXIMRuntimeObject::staticClass(),
-                       {{"a", "Tq,N,Vmine"}, {"b", "Tq,N,Vmine"}, {"e", "Tq,N,Vnowhere"}}, {{"mine", "q"}, {"_f", "q"}});
+                       {{"a", "Tq,N,Vmine"}, {"b", "Tq,N,Vmine"}, {"e", "Tq,N,Vnowhere"}},
+                       {{"mine", "q"}, {"_f", "q"}});
     static const Class& middle = Class::declare("BackedMiddle", &base);
-    static const Class& cls = Class::declare("Backed", &middle,
-                                             {{"a", "Tq,D,N,Vown"},
-                                              {"b", "Tq,D,N"},
-                                              {"c", "Tq,D,N"},
-                                              {"d", "Tq,D,N,Vgone"},
-                                              {"e", "Tq,D,N"},
-                                              {"f", "Tq,D,N"},
-                                              {"g", "Tq,D,N"}},
-                                             {{"own", "q"}, {"_b", "q"}, {"_c", "q"}, {"c", "q"}, {"d", "q"}});
+    static const Class& cls =
+        Class::declare("Backed", &middle,
+                       {{"a", "Tq,D,N,Vown"},
+                        {"b", "Tq,D,N"},
+                        {"c", "Tq,D,N"},
+                        {"d", "Tq,D,N,Vgone"},
+                        {"e", "Tq,D,N"},
+                        {"f", "Tq,D,N"},
+                        {"g", "Tq,D,N"}},
+                       {{"own", "q"}, {"_b", "q"}, {"_c", "q"}, {"c", "q"}, {"d", "q"}});
     const struct {
         const char* why;
         const char* name;
@@ -140,7 +150,8 @@ TEST(PropertyInfo, FindsABackingInstanceVariable) {
         const char* owner;
     } cases[] = {
         {"the property's own, before a superclass's", "a", "own", "Backed"},
-        {"a superclass's property of that name, as the nearest superclass sees it", "b", "mine", "BackedMiddle"},
+        {"a superclass's property of that name, as the nearest superclass sees it", "b", "mine",
+         "BackedMiddle"},
         {"an underscore, before the plain name", "c", "_c", "Backed"},
         {"the plain name, when what the property names does not exist", "d", "d", "Backed"},
         {"a superclass's name that does not exist", "e", nullptr, nullptr},
@@ -159,8 +170,9 @@ TEST(PropertyInfo, FindsABackingInstanceVariable) {
         ASSERT_NE(info->ivar(), nullptr);
         EXPECT_EQ(info->ivar()->name(), variable);
         EXPECT_EQ(log.lines(),
-                  std::vector<std::string>{"Warning: Value will be stored in ivar, because ivar `" + std::string(variable) +
-                                           "` decleared for property `" + name + "` was found on class `" + owner + "`."});
+                  std::vector<std::string>{"Warning: Value will be stored in ivar, because ivar `" +
+                                           std::string(variable) + "` decleared for property `" +
+                                           name + "` was found on class `" + owner + "`."});
     }
 }
 
@@ -169,10 +181,12 @@ TEST(PropertyInfo, HasOneLock) {
     std::vector<VXIMNamedLock*> locks(4);
     {
         std::vector<std::jthread> threads;
-        for (auto& lock : locks) threads.emplace_back([&info, &lock] { lock = &info->valueAccesslock(); });
+        for (auto& lock : locks)
+            threads.emplace_back([&info, &lock] { lock = &info->valueAccesslock(); });
     }
     for (const auto* lock : locks) EXPECT_EQ(lock, locks.front());
-    EXPECT_EQ(locks.front()->name(), "com.vexora.clouddata.object.subclass.Letter.title.valueAccessLock");
+    EXPECT_EQ(locks.front()->name(),
+              "com.vexora.clouddata.object.subclass.Letter.title.valueAccessLock");
 }
 
 TEST(ClassInfo, RemembersWhatItFoundAndNothingElse) {
@@ -188,8 +202,10 @@ TEST(ClassInfo, RemembersWhatItFoundAndNothingElse) {
     const auto open = info->propertyInfoForSelector("setOpen:");
     ASSERT_NE(open, nullptr);
     EXPECT_EQ(info->propertyNamesKeyedBySeletor(),
-              (VXIMClassInfo::Map<std::string>{{"setOpen:", "open"}, {"isOpen", "open"}, {"makeOpen:", "open"}}));
-    EXPECT_EQ(info->propertyInfoForSelector("isOpen"), open) << "custom names work once the property was reached";
+              (VXIMClassInfo::Map<std::string>{
+                  {"setOpen:", "open"}, {"isOpen", "open"}, {"makeOpen:", "open"}}));
+    EXPECT_EQ(info->propertyInfoForSelector("isOpen"), open)
+        << "custom names work once the property was reached";
     EXPECT_EQ(info->propertyInfoForSelector("makeOpen:"), open);
 }
 
@@ -213,7 +229,8 @@ TEST(ClassInfo, SynthesisesSignatures) {
         const auto signature = info->forwardMethodSignatureForSelector(selector);
         ASSERT_NE(signature, nullptr) << why;
         EXPECT_TRUE(*signature == *vexim::MethodSignature::signatureWithObjCTypes(types)) << why;
-        EXPECT_EQ(info->forwardMethodSignatureForSelector(selector), signature) << why << ", made once";
+        EXPECT_EQ(info->forwardMethodSignatureForSelector(selector), signature)
+            << why << ", made once";
     }
 }
 

@@ -20,8 +20,9 @@ struct Traveller : VXIMRuntimeObject {
     using VXIMRuntimeObject::VXIMRuntimeObject;
 
     static const Class& staticClass() {
-        static const Class& cls = Class::declare("Traveller", &VXIMRuntimeObject::staticClass(),
-                                                 {{"pid", "T@\"NSString\",&,D,N"}, {"name", "T@\"NSString\",&,D,N"}});
+        static const Class& cls =
+            Class::declare("Traveller", &VXIMRuntimeObject::staticClass(),
+                           {{"pid", "T@\"NSString\",&,D,N"}, {"name", "T@\"NSString\",&,D,N"}});
         return cls;
     }
     const Class& runtimeClass() const override { return staticClass(); }
@@ -42,10 +43,12 @@ protected:
 
 TEST_F(RuntimeObject, IsMadeOfADictionaryWhoseKeysAreTakenAsTheyStand) {
     EXPECT_TRUE(object->dictionaryRepresentation().empty());
-    const auto made = VXIMRuntimeObject::initWithDictionary({{"a.b", 1}, {"a", Dictionary{{"b", 2}}}});
+    const auto made =
+        VXIMRuntimeObject::initWithDictionary({{"a.b", 1}, {"a", Dictionary{{"b", 2}}}});
     EXPECT_EQ(made->objectForKey("a.b"), 1);
     EXPECT_EQ(made->objectForKeyPath("a.b"), 2);
-    EXPECT_EQ(made->dictionaryRepresentation().keys(), (std::vector<std::string>{"a.b", "a"})) << "in the dictionary's order";
+    EXPECT_EQ(made->dictionaryRepresentation().keys(), (std::vector<std::string>{"a.b", "a"}))
+        << "in the dictionary's order";
     EXPECT_EQ(vexim::create<Traveller>(Dictionary{}), nullptr) << "a derived class may refuse";
 }
 
@@ -97,13 +100,33 @@ TEST_F(RuntimeObject, WritesKeyPaths) {
         Dictionary after;
     } cases[] = {
         {"a path without a dot", {}, "a", 1, {{"a", 1}}},
-        {"missing dictionaries are made", {}, "a.b.c", 1, {{"a", Dictionary{{"b", Dictionary{{"c", 1}}}}}}},
-        {"neighbours stay", {{"a", Dictionary{{"x", 1}}}}, "a.b", 2, {{"a", Dictionary{{"x", 1}, {"b", 2}}}}},
-        {"a dictionary at the end is replaced", {{"a", Dictionary{{"x", 1}}}}, "a", Dictionary(), {{"a", Dictionary()}}},
+        {"missing dictionaries are made",
+         {},
+         "a.b.c",
+         1,
+         {{"a", Dictionary{{"b", Dictionary{{"c", 1}}}}}}},
+        {"neighbours stay",
+         {{"a", Dictionary{{"x", 1}}}},
+         "a.b",
+         2,
+         {{"a", Dictionary{{"x", 1}, {"b", 2}}}}},
+        {"a dictionary at the end is replaced",
+         {{"a", Dictionary{{"x", 1}}}},
+         "a",
+         Dictionary(),
+         {{"a", Dictionary()}}},
         {"null is a value", {}, "a.b", Value::null(), {{"a", Dictionary{{"b", Value::null()}}}}},
         {"nil makes nothing", {}, "a.b", nullptr, {}},
-        {"nil makes nothing further down", {{"a", Dictionary()}}, "a.b.c", nullptr, {{"a", Dictionary()}}},
-        {"nil removes, and leaves the dictionary", {{"a", Dictionary{{"b", 1}}}}, "a.b", nullptr, {{"a", Dictionary()}}},
+        {"nil makes nothing further down",
+         {{"a", Dictionary()}},
+         "a.b.c",
+         nullptr,
+         {{"a", Dictionary()}}},
+        {"nil removes, and leaves the dictionary",
+         {{"a", Dictionary{{"b", 1}}}},
+         "a.b",
+         nullptr,
+         {{"a", Dictionary()}}},
         {"nil removes a dictionary", {{"a", Dictionary{{"b", 1}}}}, "a", nullptr, {}},
         {"an empty component is a key", {}, "a.", 1, {{"a", Dictionary{{"", 1}}}}},
     };
@@ -119,12 +142,15 @@ TEST_F(RuntimeObject, RaisesWhereAPathMeetsNoDictionaryAndChangesNothing) {
         Value inTheWay;
         const char* className;
     } cases[] = {
-        {"text", "__NSCFString"}, {5, "__NSCFNumber"},           {0.5, "__NSCFNumber"},
-        {true, "__NSCFBoolean"},  {Value::null(), "NSNull"},     {vexim::Data("x"), "NSConcreteData"},
-        {Array{1}, "__NSArrayM"}, {object, "VXIMRuntimeObject"},
+        {"text", "__NSCFString"},  {5, "__NSCFNumber"},
+        {0.5, "__NSCFNumber"},     {true, "__NSCFBoolean"},
+        {Value::null(), "NSNull"}, {vexim::Data("x"), "NSConcreteData"},
+        {Array{1}, "__NSArrayM"},  {object, "VXIMRuntimeObject"},
     };
     for (const auto& [inTheWay, className] : cases) {
-        for (const auto& [path, value] : {std::pair<const char*, Value>{"a.b.name", 1}, {"a.b.name", nullptr}, {"a.b.x.name", 1}}) {
+        for (const auto& [path, value] : {std::pair<const char*, Value>{"a.b.name", 1},
+                                          {"a.b.name", nullptr},
+                                          {"a.b.x.name", 1}}) {
             SCOPED_TRACE(className);
             const Dictionary before{{"a", Dictionary{{"b", inTheWay}}}};
             const auto made = VXIMRuntimeObject::initWithDictionary(before);
@@ -133,10 +159,13 @@ TEST_F(RuntimeObject, RaisesWhereAPathMeetsNoDictionaryAndChangesNothing) {
                 ADD_FAILURE() << "nothing raised";
             } catch (const vexim::Exception& exception) {
                 EXPECT_EQ(exception.name(), "NSUnknownKeyException");
-                EXPECT_EQ(exception.reason().find("[<" + std::string(className) + " 0x"), 0u) << exception.reason();
-                EXPECT_NE(exception.reason().find("> setValue:forUndefinedKey:]: this class is not key value coding-compliant for "
-                                                  "the key name."),
-                          std::string::npos);
+                EXPECT_EQ(exception.reason().find("[<" + std::string(className) + " 0x"), 0u)
+                    << exception.reason();
+                EXPECT_NE(
+                    exception.reason().find(
+                        "> setValue:forUndefinedKey:]: this class is not key value coding-compliant for "
+                        "the key name."),
+                    std::string::npos);
             }
             EXPECT_EQ(made->dictionaryRepresentation(), before);
         }
@@ -158,9 +187,10 @@ TEST_F(RuntimeObject, TellsObserversOfSetValueForKeyAlone) {
     const auto observer = std::make_shared<int>();
     std::vector<std::string> heard;
     for (const char* key : {"k", "a.b"}) {
-        object->addObserver(observer, key, [&heard](vexim::Object&, const vexim::KeyValueChange& change) {
-            heard.push_back(change.key + "=" + change.newValue.description());
-        });
+        object->addObserver(observer, key,
+                            [&heard](vexim::Object&, const vexim::KeyValueChange& change) {
+                                heard.push_back(change.key + "=" + change.newValue.description());
+                            });
     }
     object->setObjectForKey(1, "k");
     object->setObjectForKeyedSubscript(2, "k");
@@ -175,18 +205,22 @@ TEST_F(RuntimeObject, TellsObserversOfSetValueForKeyAlone) {
 }
 
 TEST_F(RuntimeObject, TellsPropertiesFromKeys) {
-    const auto traveller = vexim::create<Traveller>(Dictionary{{"id", "p1"}, {"name", "a store's key"}});
+    const auto traveller =
+        vexim::create<Traveller>(Dictionary{{"id", "p1"}, {"name", "a store's key"}});
     EXPECT_EQ(traveller->perform("pid"), "p1");
     EXPECT_TRUE(traveller->valueForKey("pid").isNil());
     EXPECT_EQ(traveller->valueForKey("id"), "p1");
     EXPECT_TRUE(traveller->perform("name").isNil());
     traveller->perform("setName:", {"Nils"});
     EXPECT_EQ(traveller->dictionaryRepresentation(),
-              (Dictionary{{"id", "p1"}, {"name", "a store's key"}, {"attributes", Dictionary{{"name", "Nils"}}}}));
+              (Dictionary{{"id", "p1"},
+                          {"name", "a store's key"},
+                          {"attributes", Dictionary{{"name", "Nils"}}}}));
     EXPECT_FALSE(traveller->respondsToSelector("pid"));
     EXPECT_TRUE(traveller->respondsToSelector("description"));
     EXPECT_EQ(traveller->perform("description"),
-              traveller->Object::description() + " " + traveller->dictionaryRepresentation().description());
+              traveller->Object::description() + " " +
+                  traveller->dictionaryRepresentation().description());
 }
 
 TEST_F(RuntimeObject, UnderstandsItsOwnOperationsByName) {
@@ -195,8 +229,10 @@ TEST_F(RuntimeObject, UnderstandsItsOwnOperationsByName) {
     traveller->perform("setObject:forKeyPath:", {7, "a.b"});
     traveller->perform("addEntriesFromDictionary:", {Dictionary{{"c", 8}}});
     traveller->perform("setObject:forKey:", {nullptr, "id"});
-    EXPECT_EQ(traveller->perform("dictionaryRepresentation"),
-              (Dictionary{{"attributes", Dictionary{{"name", "Nils"}}}, {"a", Dictionary{{"b", 7}}}, {"c", 8}}));
+    EXPECT_EQ(
+        traveller->perform("dictionaryRepresentation"),
+        (Dictionary{
+            {"attributes", Dictionary{{"name", "Nils"}}}, {"a", Dictionary{{"b", 7}}}, {"c", 8}}));
     EXPECT_EQ(traveller->perform("keyPathForProperty:", {"name"}), "attributes.name");
     EXPECT_EQ(traveller->perform("objectForKeyPath:", {"a.b"}), 7);
     EXPECT_TRUE(traveller->respondsToSelector("valueForKey:"));

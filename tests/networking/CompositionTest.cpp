@@ -68,7 +68,8 @@ TEST_F(CompositionTest, SignatureIsTheDigestOfSecondsAndKeyRoundedHalvesUp) {
     for (const auto& test : cases) {
         vexim::testing::ManualClock then(test.time);
         EXPECT_EQ(VXIMUtils::signatureForClientKey("key"), test.signature) << test.why;
-        EXPECT_NE(VXIMUtils::signatureForClientKey("another key"), test.signature) << "of the same second";
+        EXPECT_NE(VXIMUtils::signatureForClientKey("another key"), test.signature)
+            << "of the same second";
     }
     EXPECT_EQ(VXIMUtils::signatureForClientKey(std::nullopt), std::nullopt);
     EXPECT_EQ(VXIMUtils::signatureForClientKey(""), std::nullopt);
@@ -129,16 +130,21 @@ TEST_F(CompositionTest, ComposesAbsoluteURLs) {
         {"a slash is added", "users", nullptr, "https://im.example:8443/users"},
         {"a slash is kept", "/users", nullptr, "https://im.example:8443/users"},
         {"no path", std::nullopt, nullptr, "https://im.example:8443"},
-        {"no path but a query", std::nullopt, Dictionary{{"a", "1"}}, "https://im.example:8443?a=1"},
+        {"no path but a query", std::nullopt, Dictionary{{"a", "1"}},
+         "https://im.example:8443?a=1"},
         {"an absolute URL stands alone", "http://else/where", nullptr, "http://else/where"},
-        {"anything that begins with http counts as absolute", "https://x/?a=1", Dictionary{{"b", "2"}}, "https://x/?a=1&b=2"},
-        {"parameters in their own order", "/q", Dictionary{{"z", "1"}, {"a", "2"}}, "https://im.example:8443/q?z=1&a=2"},
-        {"a path with a query gets an ampersand", "/q?a=1", Dictionary{{"b", "2"}}, "https://im.example:8443/q?a=1&b=2"},
+        {"anything that begins with http counts as absolute", "https://x/?a=1",
+         Dictionary{{"b", "2"}}, "https://x/?a=1&b=2"},
+        {"parameters in their own order", "/q", Dictionary{{"z", "1"}, {"a", "2"}},
+         "https://im.example:8443/q?z=1&a=2"},
+        {"a path with a query gets an ampersand", "/q?a=1", Dictionary{{"b", "2"}},
+         "https://im.example:8443/q?a=1&b=2"},
         {"no question mark for nothing", "/q", Dictionary{}, "https://im.example:8443/q"},
         {"what is no dictionary adds nothing", "/q", Array{"a"}, "https://im.example:8443/q"},
         {"an id with a blank makes no URL", "/ctx/a b", nullptr, "no URL"},
     };
-    for (const auto& test : cases) EXPECT_EQ(composed(test.path, test.params), test.url) << test.why;
+    for (const auto& test : cases)
+        EXPECT_EQ(composed(test.path, test.params), test.url) << test.why;
 
     vxim_configuration.get()->setSocketURL(vexim::URL::parse("https://im.example/"));
     EXPECT_EQ(composed("users"), "https://im.example//users") << "nothing is normalised";
@@ -156,7 +162,8 @@ TEST_F(CompositionTest, QueryValuesAreEscapedWeaklyAndKeysNotAtAll) {
         {"\xC3\xA9\xE2\x82\xAC", "k=%C3%A9%E2%82%AC"},
         {"", "k="},
     };
-    for (const auto& [value, query] : cases) EXPECT_EQ(request->composeQueryString(Dictionary{{"k", value}}), query);
+    for (const auto& [value, query] : cases)
+        EXPECT_EQ(request->composeQueryString(Dictionary{{"k", value}}), query);
     EXPECT_EQ(request->composeQueryString(Dictionary{{"a b", "1"}}), "a b=1");
     EXPECT_EQ(request->composeQueryString(Dictionary{}), "");
     EXPECT_EQ(request->composeQueryString(nullptr), std::nullopt);
@@ -173,7 +180,8 @@ TEST_F(CompositionTest, HeadersOfACallerWinAndEveryBuildSignsAnew) {
     auto request = VXIMRequest::request();
     auto headers = request->buildHeaders();
     EXPECT_EQ(headers.keys().front(), "User-Agent");
-    EXPECT_EQ(headers.get("X-VX-Request-Sign"), Value("e8991b63f68a1799f9d206a8c4608ff3,1700000000"));
+    EXPECT_EQ(headers.get("X-VX-Request-Sign"),
+              Value("e8991b63f68a1799f9d206a8c4608ff3,1700000000"));
     EXPECT_EQ(headers.get("X-VX-AppId"), Value("app-1"));
     EXPECT_EQ(headers.get("Content-Type"), Value("application/json"));
     EXPECT_FALSE(headers.contains("X-VX-Session-Token"));
@@ -183,7 +191,8 @@ TEST_F(CompositionTest, HeadersOfACallerWinAndEveryBuildSignsAnew) {
     request->headers().set("User-Agent", "mine");
     request->setValueForHTTPHeaderField(std::nullopt, "Content-Type");
     headers = request->buildHeaders();
-    EXPECT_EQ(headers.get("X-VX-Request-Sign"), Value("a975a25a739db41db75768732914dbc3,1700000001"));
+    EXPECT_EQ(headers.get("X-VX-Request-Sign"),
+              Value("a975a25a739db41db75768732914dbc3,1700000001"));
     EXPECT_EQ(headers.get("X-VX-Session-Token"), Value("token"));
     EXPECT_EQ(headers.get("User-Agent"), Value("mine"));
     EXPECT_FALSE(headers.contains("Content-Type"));
@@ -242,7 +251,9 @@ TEST_F(CompositionTest, ABodyThatIsNoJSONRaisesWithItsReason) {
         FAIL() << "must raise";
     } catch (const vexim::Exception& exception) {
         EXPECT_EQ(exception.name(), vexim::kInternalInconsistencyException);
-        EXPECT_TRUE(exception.reason().starts_with("failed to serialize request body object, error: ")) << exception.reason();
+        EXPECT_TRUE(
+            exception.reason().starts_with("failed to serialize request body object, error: "))
+            << exception.reason();
     }
 }
 

@@ -34,7 +34,8 @@ protected:
     std::string downloadTo(const std::filesystem::path& target, VXIMProgress progress = nullptr,
                            std::shared_ptr<VXIMTransfer> transfer = nullptr) {
         return outcomeOf([&](VXIMResultCompletion done) {
-            requestFor("/file")->downloadToPath(target.string(), std::move(progress), std::move(done), std::move(transfer));
+            requestFor("/file")->downloadToPath(target.string(), std::move(progress),
+                                                std::move(done), std::move(transfer));
         });
     }
 };
@@ -42,7 +43,8 @@ protected:
 TEST_F(DownloadTest, TheBodyGoesToTheStreamAndTheResultIsTheTargetPath) {
     const auto contents = noise(3'000'000);
     answerEverything(200, contents);
-    const auto target = vexim::temporaryDirectory() + "/vexora/" + VXIMUtils::md5FromString(server->url("/file"));
+    const auto target =
+        vexim::temporaryDirectory() + "/vexora/" + VXIMUtils::md5FromString(server->url("/file"));
     std::string asked;
     std::vector<std::int32_t> percents;
     EXPECT_EQ(outcomeOf([&](VXIMResultCompletion done) {
@@ -90,7 +92,8 @@ TEST_F(DownloadTest, AStreamThatTakesLittleAtATimeGetsEverything) {
     answerEverything(200, contents);
     auto stream = vexim::create<ReluctantStream>();
     outcomeOf([&](VXIMResultCompletion done) {
-        requestFor("/file")->downloadWithOutputStreamBlock([&](const std::string&) { return stream; }, nullptr, std::move(done));
+        requestFor("/file")->downloadWithOutputStreamBlock(
+            [&](const std::string&) { return stream; }, nullptr, std::move(done));
     });
     EXPECT_TRUE(stream->taken == contents);
     EXPECT_EQ(stream->streamStatus(), vexim::StreamStatus::Closed);
@@ -112,7 +115,8 @@ TEST_F(DownloadTest, ARefusalNeverReachesTheStream) {
 TEST_F(DownloadTest, WithoutAStreamTheBodyStaysInMemory) {
     answerEverything(200, "hello");
     EXPECT_TRUE(outcomeOf([&](VXIMResultCompletion done) {
-                    requestFor("/file")->downloadWithOutputStreamBlock(nullptr, nullptr, std::move(done));
+                    requestFor("/file")->downloadWithOutputStreamBlock(nullptr, nullptr,
+                                                                       std::move(done));
                 }).find("/vexora/") != std::string::npos);
 }
 
@@ -132,13 +136,17 @@ TEST_F(DownloadTest, AFileAppearsUnderItsNameWhenItIsWhole) {
 
 TEST_F(DownloadTest, AFailureLeavesTheOldFileAndNoOther) {
     const auto contents = noise(200'000);
-    const auto head = "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(contents.size()) + "\r\n\r\n";
+    const auto head =
+        "HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(contents.size()) + "\r\n\r\n";
     const struct {
         const char* why;
         ScriptedServer::Script script;
         const char* outcome;
     } cases[] = {
-        {"refused", ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(403, ""); }), "-1011"},
+        {"refused", ScriptedServer::answering([](const WireRequest&) {
+             return ScriptedServer::text(403, "");
+         }),
+         "-1011"},
         {"cut before the head", [](Connection& connection) { connection.readRequest(); }, "-1005"},
         {"cut after the head",
          [&](Connection& connection) {
@@ -191,7 +199,8 @@ TEST_F(DownloadTest, WhereNoFileCanBeMadeNothingIsSent) {
     EXPECT_EQ(folder.count(), 2u);
     const auto cancelled = VXIMTransfer::transfer();
     cancelled->cancel();
-    EXPECT_TRUE(downloadTo(folder / "taken", nullptr, cancelled).starts_with("NSURLErrorDomain -999"));
+    EXPECT_TRUE(
+        downloadTo(folder / "taken", nullptr, cancelled).starts_with("NSURLErrorDomain -999"));
     EXPECT_TRUE(requests().empty());
 }
 
@@ -214,8 +223,8 @@ TEST_F(DownloadTest, AHandleHearsOfTheBytes) {
         transfer->setProgress([&](VXIMTransferProgress progress) {
             EXPECT_GT(progress.bytes, before);
             before = progress.bytes;
-            text =
-                std::to_string(progress.bytes) + " of " + (progress.total ? std::to_string(*progress.total) : "an unknown total");
+            text = std::to_string(progress.bytes) + " of " +
+                   (progress.total ? std::to_string(*progress.total) : "an unknown total");
         });
         downloadTo(folder / "target", nullptr, transfer);
         return text;
@@ -257,13 +266,15 @@ TEST_F(DownloadTest, AFullDiskIsAnErrorAndLeavesNothing) {
             const FullDisk disk(1000);
             outcome = downloadTo(folder / "target");
         }
-        EXPECT_TRUE(outcome.starts_with("VXErrorDomain 100 \"The file couldn't be saved: File too large.\" over NSCocoa"))
+        EXPECT_TRUE(outcome.starts_with(
+            "VXErrorDomain 100 \"The file couldn't be saved: File too large.\" over NSCocoa"))
             << outcome;
         EXPECT_EQ(folder.count(), 0u);
     }
     const auto before = requests().size();
     const FullDisk disk(0);
-    EXPECT_TRUE(downloadTo(folder / "target").starts_with("VXErrorDomain 100 \"The file couldn't be saved:"));
+    EXPECT_TRUE(downloadTo(folder / "target")
+                    .starts_with("VXErrorDomain 100 \"The file couldn't be saved:"));
     EXPECT_EQ(requests().size(), before) << "it was full from the start";
 }
 
@@ -303,7 +314,8 @@ TEST_F(DownloadTest, CancelledWithoutAHandleItSaysNothingAndLeavesNothing) {
     auto object = std::make_shared<int>(5);
     bool reported = false;
     auto task = requestFor("/file")->downloadWithOutputStreamBlock(
-        [&](const std::string&) { return OutputStream::toMemory(); }, [&](std::int32_t) { reported = true; },
+        [&](const std::string&) { return OutputStream::toMemory(); },
+        [&](std::int32_t) { reported = true; },
         [object](const Value&, const ErrorPtr&) { ADD_FAILURE() << "called"; });
     ASSERT_TRUE(eventually([&] { return reported; }));
     task->cancel();

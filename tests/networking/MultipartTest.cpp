@@ -27,7 +27,8 @@ namespace {
 class MultipartTest : public NetworkingTest {
 protected:
     std::shared_ptr<VXIMAFStreamingMultipartFormData> newForm() {
-        return VXIMAFStreamingMultipartFormData::initWithURLRequest(VXIMRequest::request(), vexim::StringEncoding::UTF8);
+        return VXIMAFStreamingMultipartFormData::initWithURLRequest(VXIMRequest::request(),
+                                                                    vexim::StringEncoding::UTF8);
     }
 
     /// The whole body, read in pieces of `step` bytes.
@@ -36,19 +37,23 @@ protected:
         std::vector<std::uint8_t> buffer(step);
         stream.open();
         for (std::int64_t count = 0; (count = stream.read(buffer.data(), step)) > 0;) {
-            bytes.append(reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(count));
+            bytes.append(reinterpret_cast<const char*>(buffer.data()),
+                         static_cast<std::size_t>(count));
         }
         return bytes;
     }
 
-    /// The same by a reader that waits for nothing itself; `pieces` gets the length of each piece that a pause follows.
-    static std::string readPieces(InputStream& stream, std::size_t step, std::vector<std::int64_t>* pieces = nullptr) {
+    /// The same by a reader that waits for nothing itself; `pieces` gets the length of each piece
+    /// that a pause follows.
+    static std::string readPieces(InputStream& stream, std::size_t step,
+                                  std::vector<std::int64_t>* pieces = nullptr) {
         std::string bytes;
         std::vector<std::uint8_t> buffer(step);
         stream.open();
         for (std::int64_t sum = 0;;) {
             const auto piece = stream.readPiece(buffer.data(), step);
-            bytes.append(reinterpret_cast<const char*>(buffer.data()), static_cast<std::size_t>(piece.count));
+            bytes.append(reinterpret_cast<const char*>(buffer.data()),
+                         static_cast<std::size_t>(piece.count));
             if (piece.count == 0 && !piece.isAwaiting()) return bytes;
             if (piece.onMain) piece.onMain();
             sum += piece.count;
@@ -65,7 +70,8 @@ protected:
 
 TEST_F(MultipartTest, OneFileIsWrappedInItsBoundaries) {
     const auto form = newForm();
-    ASSERT_TRUE(form->appendPartWithFileURL(URL::fileURLWithPath(makeFile("a picture.png", "PNG")), "attachment", nullptr));
+    ASSERT_TRUE(form->appendPartWithFileURL(URL::fileURLWithPath(makeFile("a picture.png", "PNG")),
+                                            "attachment", nullptr));
     const auto request = form->requestByFinalizingMultipartFormData();
     const auto& token = form->boundary();
     EXPECT_EQ(token.size(), 25u);
@@ -73,11 +79,14 @@ TEST_F(MultipartTest, OneFileIsWrappedInItsBoundaries) {
     EXPECT_EQ(token.find_first_not_of("0123456789ABCDEF", 9), std::string::npos);
 
     const auto body = readAll(*request->bodyStream(), 1 << 16);
-    EXPECT_EQ(body, "--" + token +
-                        "\r\nContent-Disposition: form-data; name=\"attachment\"; filename=\"a picture.png\"\r\n"
-                        "Content-Type: image/png\r\n\r\nPNG\r\n--" +
-                        token + "--\r\n");
-    EXPECT_EQ(request->headers().get("Content-Type"), Value("multipart/form-data; boundary=" + token));
+    EXPECT_EQ(
+        body,
+        "--" + token +
+            "\r\nContent-Disposition: form-data; name=\"attachment\"; filename=\"a picture.png\"\r\n"
+            "Content-Type: image/png\r\n\r\nPNG\r\n--" +
+            token + "--\r\n");
+    EXPECT_EQ(request->headers().get("Content-Type"),
+              Value("multipart/form-data; boundary=" + token));
     EXPECT_EQ(request->headers().get("Content-Length"), Value(std::to_string(body.size())));
     EXPECT_NE(newForm()->boundary(), token);
 }
@@ -96,29 +105,35 @@ TEST_F(MultipartTest, EveryMixOfPartsReadsTheSameInPiecesOfAnySize) {
     form->requestByFinalizingMultipartFormData();
 
     const auto delimiter = "\r\n--" + form->boundary();
-    const auto expected = "--" + form->boundary() + "\r\nContent-Disposition: form-data; name=\"id\"\r\n\r\n7" + delimiter +
-                          "\r\nContent-Disposition: form-data; name=\"data\"; filename=\"bytes.bin\"\r\n"
-                          "Content-Type: application/octet-stream\r\n\r\n" +
-                          contents + delimiter +
-                          "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"noise.unknown-type\"\r\n"
-                          "Content-Type: application/octet-stream\r\n\r\n" +
-                          contents + delimiter +
-                          "\r\nContent-Disposition: form-data; name=\"nothing\"; filename=\"empty\"\r\n"
-                          "Content-Type: application/octet-stream\r\n\r\n" +
-                          delimiter + "\r\nX-One: 1\r\nX-Two: 2\r\n\r\n" + delimiter +
-                          "\r\nContent-Disposition: form-data; name=\"a%22b\"; filename=\"x%0D%0Ay\"\r\n"
-                          "Content-Type: text/plain\r\n\r\nlast" +
-                          delimiter + "--\r\n";
+    const auto expected =
+        "--" + form->boundary() + "\r\nContent-Disposition: form-data; name=\"id\"\r\n\r\n7" +
+        delimiter +
+        "\r\nContent-Disposition: form-data; name=\"data\"; filename=\"bytes.bin\"\r\n"
+        "Content-Type: application/octet-stream\r\n\r\n" +
+        contents + delimiter +
+        "\r\nContent-Disposition: form-data; name=\"file\"; filename=\"noise.unknown-type\"\r\n"
+        "Content-Type: application/octet-stream\r\n\r\n" +
+        contents + delimiter +
+        "\r\nContent-Disposition: form-data; name=\"nothing\"; filename=\"empty\"\r\n"
+        "Content-Type: application/octet-stream\r\n\r\n" +
+        delimiter + "\r\nX-One: 1\r\nX-Two: 2\r\n\r\n" + delimiter +
+        "\r\nContent-Disposition: form-data; name=\"a%22b\"; filename=\"x%0D%0Ay\"\r\n"
+        "Content-Type: text/plain\r\n\r\nlast" +
+        delimiter + "--\r\n";
     EXPECT_EQ(form->bodyStream()->contentLength(), expected.size());
-    for (const std::size_t step : {std::size_t{1}, std::size_t{7}, std::size_t{16'384}, expected.size() + 1}) {
-        EXPECT_TRUE(readAll(*copyOf(*form->bodyStream()), step) == expected) << "in pieces of " << step;
-        EXPECT_TRUE(readPieces(*copyOf(*form->bodyStream()), step) == expected) << "in pieces of " << step;
+    for (const std::size_t step :
+         {std::size_t{1}, std::size_t{7}, std::size_t{16'384}, expected.size() + 1}) {
+        EXPECT_TRUE(readAll(*copyOf(*form->bodyStream()), step) == expected)
+            << "in pieces of " << step;
+        EXPECT_TRUE(readPieces(*copyOf(*form->bodyStream()), step) == expected)
+            << "in pieces of " << step;
     }
 }
 
 TEST_F(MultipartTest, APartFromAStreamIsReadOnceWithItsAnnouncedLength) {
     const auto form = newForm();
-    form->appendPartWithInputStream(InputStream::withData(Data("stream")), "s", "s.txt", 6, "text/plain");
+    form->appendPartWithInputStream(InputStream::withData(Data("stream")), "s", "s.txt", 6,
+                                    "text/plain");
     form->requestByFinalizingMultipartFormData();
     const auto body = readAll(*form->bodyStream(), 1000);
     EXPECT_EQ(body.size(), form->bodyStream()->contentLength());
@@ -135,9 +150,12 @@ TEST_F(MultipartTest, RefusesWhatIsNoReachableFile) {
     const auto form = newForm();
     ErrorPtr error;
     EXPECT_FALSE(form->appendPartWithFileURL(*URL::parse("https://a.example/x.png"), "f", &error));
-    EXPECT_EQ(describe(nullptr, error), "AFURLRequestSerializationErrorDomain -1000 \"Expected URL to be a file URL\"");
-    EXPECT_FALSE(form->appendPartWithFileURL(URL::fileURLWithPath((folder / "missing.png").string()), "f", &error));
-    EXPECT_EQ(describe(nullptr, error), "AFURLRequestSerializationErrorDomain -1000 \"File URL not reachable.\"");
+    EXPECT_EQ(describe(nullptr, error),
+              "AFURLRequestSerializationErrorDomain -1000 \"Expected URL to be a file URL\"");
+    EXPECT_FALSE(form->appendPartWithFileURL(
+        URL::fileURLWithPath((folder / "missing.png").string()), "f", &error));
+    EXPECT_EQ(describe(nullptr, error),
+              "AFURLRequestSerializationErrorDomain -1000 \"File URL not reachable.\"");
     EXPECT_TRUE(form->bodyStream()->isEmpty());
 }
 
@@ -166,14 +184,16 @@ TEST_F(MultipartTest, ThrottlingBoundsEveryReadAndCopiesAreUnthrottled) {
     EXPECT_EQ(stream->read(buffer.data(), buffer.size()), 16'384);
     const auto copy = copyOf(*stream);
     copy->open();
-    EXPECT_EQ(copy->read(buffer.data(), buffer.size()), static_cast<std::int64_t>(stream->contentLength()));
+    EXPECT_EQ(copy->read(buffer.data(), buffer.size()),
+              static_cast<std::int64_t>(stream->contentLength()));
 
     // Who waits by himself gets the same packets.
     const auto again = std::static_pointer_cast<InputStream>(stream->again());
     std::vector<std::int64_t> packets;
     EXPECT_EQ(readPieces(*again, buffer.size(), &packets).size(), stream->contentLength());
-    EXPECT_EQ(packets,
-              (std::vector<std::int64_t>{16'384, 16'384, 16'384, static_cast<std::int64_t>(stream->contentLength()) - 3 * 16'384}));
+    EXPECT_EQ(packets, (std::vector<std::int64_t>{
+                           16'384, 16'384, 16'384,
+                           static_cast<std::int64_t>(stream->contentLength()) - 3 * 16'384}));
 
     stream->close();
     EXPECT_EQ(stream->read(buffer.data(), buffer.size()), 0);
@@ -183,7 +203,8 @@ TEST_F(MultipartTest, ThrottlingBoundsEveryReadAndCopiesAreUnthrottled) {
 TEST_F(MultipartTest, AReaderOnAnotherThreadMovesOnThroughTheMainThread) {
     const auto contents = noise(100'000);
     const auto form = newForm();
-    ASSERT_TRUE(form->appendPartWithFileURL(URL::fileURLWithPath(makeFile("f", contents)), "f", nullptr));
+    ASSERT_TRUE(
+        form->appendPartWithFileURL(URL::fileURLWithPath(makeFile("f", contents)), "f", nullptr));
     form->appendPartWithFormData(Data("x"), "y");
     form->requestByFinalizingMultipartFormData();
     std::string body;

@@ -18,12 +18,15 @@ using vexim::testing::WireRequest;
 
 std::string describe(const vexim::Value& result, const vexim::ErrorPtr& error) {
     if (!error) {
-        if (const auto* bytes = result.asData()) return "bytes \"" + std::string(bytes->view()) + '"';
+        if (const auto* bytes = result.asData())
+            return "bytes \"" + std::string(bytes->view()) + '"';
         return vexim::writeJSON(result, vexim::JSONFragments::Allow).text;
     }
-    auto line = error->domain() + ' ' + std::to_string(error->code()) + " \"" + error->localizedDescription() + '"';
+    auto line = error->domain() + ' ' + std::to_string(error->code()) + " \"" +
+                error->localizedDescription() + '"';
     if (error->info("temporary").boolValue()) line += " temporary";
-    if (auto cause = error->underlyingError()) line += " over " + cause->domain() + ' ' + std::to_string(cause->code());
+    if (auto cause = error->underlyingError())
+        line += " over " + cause->domain() + ' ' + std::to_string(cause->code());
     if (!result.isNil()) line += " and a result";
     return line;
 }
@@ -47,7 +50,9 @@ NetworkingTest::~NetworkingTest() {
     vxim_configuration = nullptr;
 }
 
-void NetworkingTest::pointAt(const std::string& origin) { vxim_configuration->setSocketURL(vexim::URL::parse(origin)); }
+void NetworkingTest::pointAt(const std::string& origin) {
+    vxim_configuration->setSocketURL(vexim::URL::parse(origin));
+}
 
 void NetworkingTest::serve(ScriptedServer::Script script) {
     server = std::make_unique<ScriptedServer>(std::move(script));
@@ -55,12 +60,12 @@ void NetworkingTest::serve(ScriptedServer::Script script) {
 }
 
 void NetworkingTest::answerEverything(int status, std::string body, std::string headers) {
-    serve(
-        ScriptedServer::answering([this, status, body = std::move(body), headers = std::move(headers)](const WireRequest& request) {
-            std::lock_guard lock(mutex_);
-            requests_.push_back(request);
-            return ScriptedServer::text(status, body, headers);
-        }));
+    serve(ScriptedServer::answering([this, status, body = std::move(body),
+                                     headers = std::move(headers)](const WireRequest& request) {
+        std::lock_guard lock(mutex_);
+        requests_.push_back(request);
+        return ScriptedServer::text(status, body, headers);
+    }));
 }
 
 std::vector<WireRequest> NetworkingTest::requests() const {
@@ -70,12 +75,17 @@ std::vector<WireRequest> NetworkingTest::requests() const {
 
 std::string NetworkingTest::outcomeOf(const Operation& operation) {
     std::optional<std::string> outcome;
-    operation(vexim::testing::once(
-        [&outcome](const vexim::Value& result, const vexim::ErrorPtr& error) { outcome = describe(result, error); }));
+    operation(
+        vexim::testing::once([&outcome](const vexim::Value& result, const vexim::ErrorPtr& error) {
+            outcome = describe(result, error);
+        }));
     auto& mainQueue = vexim::MainQueue::shared();
-    const auto retryIsWaiting = [&] { return mainQueue.nextDeadline().value_or(clock.now()) > clock.now(); };
+    const auto retryIsWaiting = [&] {
+        return mainQueue.nextDeadline().value_or(clock.now()) > clock.now();
+    };
     while (!outcome) {
-        if (!vexim::testing::eventually([&] { return outcome || retryIsWaiting(); })) return "no completion";
+        if (!vexim::testing::eventually([&] { return outcome || retryIsWaiting(); }))
+            return "no completion";
         if (!outcome) clock.advanceAndDrain(std::chrono::seconds(2));
     }
     return *outcome;

@@ -22,7 +22,8 @@
 /// `domain code "description" temporary over domain code`.
 std::string describe(const vexim::Value& result, const vexim::ErrorPtr& error);
 
-/// A configuration that points at a server of the test, a clock that is turned by hand, and a folder for files.
+/// A configuration that points at a server of the test, a clock that is turned by hand, and a
+/// folder for files.
 class NetworkingTest : public ::testing::Test {
 protected:
     using Connection = vexim::testing::ScriptedServer::Connection;
@@ -37,7 +38,8 @@ protected:
     void answerEverything(int status, std::string body, std::string headers = {});
     void pointAt(const std::string& origin);
 
-    /// Runs `operation` to its end, turning the clock through its retries; answers what its completion got.
+    /// Runs `operation` to its end, turning the clock through its retries; answers what its
+    /// completion got.
     std::string outcomeOf(const Operation& operation);
 
     std::vector<vexim::testing::WireRequest> requests() const;
@@ -53,5 +55,6 @@ private:
     std::vector<vexim::testing::WireRequest> requests_;
 };
 
-/// Bytes without a pattern, so that nothing shifted or swapped goes unnoticed; the same for the same size.
+/// Bytes without a pattern, so that nothing shifted or swapped goes unnoticed; the same for the
+/// same size.
 std::string noise(std::size_t size);

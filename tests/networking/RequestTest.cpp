@@ -24,7 +24,9 @@ namespace {
 class RequestTest : public NetworkingTest {
 protected:
     std::string get(const std::string& path = "/thing") {
-        return outcomeOf([&](VXIMResultCompletion done) { VXIMHTTPRequest::get(path, std::nullopt, std::move(done)); });
+        return outcomeOf([&](VXIMResultCompletion done) {
+            VXIMHTTPRequest::get(path, std::nullopt, std::move(done));
+        });
     }
 };
 
@@ -33,17 +35,26 @@ TEST_F(RequestTest, TheShortcutsSendMethodPathQueryHeadersAndBody) {
     outcomeOf([](VXIMResultCompletion done) {
         VXIMHTTPRequest::get("/rooms", Dictionary{{"name", "a b"}, {"q", "x&y"}}, std::move(done));
     });
-    outcomeOf([](VXIMResultCompletion done) { VXIMHTTPRequest::get("rooms", std::nullopt, std::move(done)); });
-    outcomeOf([](VXIMResultCompletion done) { VXIMHTTPRequest::post("/groups", Dictionary{{"n", 1}}, std::move(done)); });
-    outcomeOf([](VXIMResultCompletion done) { VXIMHTTPRequest::put("/groups/1", Array{"a", true}, std::move(done)); });
+    outcomeOf([](VXIMResultCompletion done) {
+        VXIMHTTPRequest::get("rooms", std::nullopt, std::move(done));
+    });
+    outcomeOf([](VXIMResultCompletion done) {
+        VXIMHTTPRequest::post("/groups", Dictionary{{"n", 1}}, std::move(done));
+    });
+    outcomeOf([](VXIMResultCompletion done) {
+        VXIMHTTPRequest::put("/groups/1", Array{"a", true}, std::move(done));
+    });
     outcomeOf([](VXIMResultCompletion done) {
         VXIMHTTPRequest::deletePath("/groups/1", Dictionary{{"ids", Array{"7"}}}, std::move(done));
     });
-    outcomeOf([](VXIMResultCompletion done) { VXIMHTTPRequest::post("/empty", nullptr, std::move(done)); });
+    outcomeOf([](VXIMResultCompletion done) {
+        VXIMHTTPRequest::post("/empty", nullptr, std::move(done));
+    });
 
     const auto sent = requests();
     const char* expected[] = {
-        "GET /rooms?name=a%20b&q=x&y ",      "GET /rooms ",  R"(POST /groups {"n":1})", R"(PUT /groups/1 ["a",true])",
+        "GET /rooms?name=a%20b&q=x&y ",      "GET /rooms ",
+        R"(POST /groups {"n":1})",           R"(PUT /groups/1 ["a",true])",
         R"(DELETE /groups/1 {"ids":["7"]})", "POST /empty ",
     };
     ASSERT_EQ(sent.size(), std::size(expected));
@@ -51,7 +62,8 @@ TEST_F(RequestTest, TheShortcutsSendMethodPathQueryHeadersAndBody) {
         EXPECT_EQ(sent[i].method + ' ' + sent[i].target + ' ' + sent[i].body, expected[i]);
         EXPECT_EQ(sent[i].header("Content-Type"), "application/json");
         EXPECT_EQ(sent[i].header("X-VX-AppId"), "app-1");
-        EXPECT_EQ(sent[i].header("X-VX-Request-Sign"), "e8991b63f68a1799f9d206a8c4608ff3,1700000000");
+        EXPECT_EQ(sent[i].header("X-VX-Request-Sign"),
+                  "e8991b63f68a1799f9d206a8c4608ff3,1700000000");
         EXPECT_NE(sent[i].header("User-Agent").find(" iOS/"), std::string::npos);
         EXPECT_EQ(sent[i].head.find("Cookie"), std::string::npos);
         EXPECT_EQ(sent[i].head.find("Expect:"), std::string::npos);
@@ -70,25 +82,29 @@ TEST_F(RequestTest, AnswersBecomeResultsOrErrors) {
         {"a list", 201, R"(["u1","u2"])", R"(["u1","u2"])", 1},
         {"an error code of 0 is none", 200, R"({"errorCode":0})", R"({"errorCode":0})", 1},
         {"a negative one neither", 200, R"({"errorCode":-5})", R"({"errorCode":-5})", 1},
-        {"what is no number counts as 0", 200, R"({"errorCode":{"a":1}})", R"({"errorCode":{"a":1}})", 1},
+        {"what is no number counts as 0", 200, R"({"errorCode":{"a":1}})",
+         R"({"errorCode":{"a":1}})", 1},
         {"not JSON", 200, "hello", "bytes \"hello\"", 1},
         {"a fragment is not JSON", 200, "5", "bytes \"5\"", 1},
         {"nothing", 204, "", "bytes \"\"", 1},
         {"an error in a success is temporary", 200, R"({"errorCode":1001,"errorMessage":"x"})",
          R"(VXErrorDomain 1001 "x" temporary)", 3},
-        {"a code in text counts", 200, R"({"errorCode":"1001","errorMessage":"x"})", R"(VXErrorDomain 1001 "x" temporary)", 3},
+        {"a code in text counts", 200, R"({"errorCode":"1001","errorMessage":"x"})",
+         R"(VXErrorDomain 1001 "x" temporary)", 3},
         {"a refusal is final", 404, R"({"errorCode":404,"errorMessage":"no group"})",
          R"(VXErrorDomain 404 "no group" over NSURLErrorDomain -1011)", 1},
-        {"a refusal without JSON", 404, "gone", R"(VXErrorDomain 100 "Request failed: 404 not found" over NSURLErrorDomain -1011)",
-         1},
+        {"a refusal without JSON", 404, "gone",
+         R"(VXErrorDomain 100 "Request failed: 404 not found" over NSURLErrorDomain -1011)", 1},
         {"a refusal with other JSON", 499, "[1]",
          R"(VXErrorDomain 100 "Request failed: 499 client error" over NSURLErrorDomain -1011)", 1},
         {"a failure without a body", 500, "",
-         R"(VXErrorDomain 100 "Request failed: 500 internal server error" temporary over NSURLErrorDomain -1011)", 3},
+         R"(VXErrorDomain 100 "Request failed: 500 internal server error" temporary over NSURLErrorDomain -1011)",
+         3},
         {"a failure with a code", 503, R"({"errorCode":7,"errorMessage":"busy"})",
          R"(VXErrorDomain 7 "busy" temporary over NSURLErrorDomain -1011)", 3},
         {"a redirection to nowhere", 304, "",
-         R"(VXErrorDomain 100 "Request failed: 304 not modified" temporary over NSURLErrorDomain -1011)", 3},
+         R"(VXErrorDomain 100 "Request failed: 304 not modified" temporary over NSURLErrorDomain -1011)",
+         3},
     };
     for (const auto& test : cases) {
         SCOPED_TRACE(test.why);
@@ -102,13 +118,15 @@ TEST_F(RequestTest, AnswersBecomeResultsOrErrors) {
 TEST_F(RequestTest, TheErrorCarriesTheWholeBody) {
     answerEverything(400, R"({"errorCode":12,"errorMessage":"taken","field":"name"})");
     ErrorPtr error;
-    VXIMHTTPRequest::get("/x", Dictionary{{"page", "2"}}, once([&](const Value&, const ErrorPtr& e) { error = e; }));
+    VXIMHTTPRequest::get("/x", Dictionary{{"page", "2"}},
+                         once([&](const Value&, const ErrorPtr& e) { error = e; }));
     ASSERT_TRUE(eventually([&] { return error != nullptr; }));
     EXPECT_EQ(error->info("field"), Value("name"));
     EXPECT_EQ(error->info("errorCode"), Value(12));
     EXPECT_EQ(error->info("errorMessage"), Value("taken"));
     ASSERT_TRUE(error->underlyingError());
-    EXPECT_EQ(error->underlyingError()->info(vexim::kFailingURLKey), Value(server->url("/x?page=2")));
+    EXPECT_EQ(error->underlyingError()->info(vexim::kFailingURLKey),
+              Value(server->url("/x?page=2")));
 }
 
 TEST_F(RequestTest, ALostConnectionIsTemporaryAndTriedThreeTimes) {
@@ -135,13 +153,15 @@ TEST_F(RequestTest, ALostConnectionIsTemporaryAndTriedThreeTimes) {
 
     serve([](Connection& connection) { connection.readSome(); });
     pointAt("https" + server->url("").substr(4));
-    EXPECT_TRUE(get().ends_with("\"TLS failed: the peer broke off.\" temporary over NSURLErrorDomain -1005"));
+    EXPECT_TRUE(get().ends_with(
+        "\"TLS failed: the peer broke off.\" temporary over NSURLErrorDomain -1005"));
     EXPECT_EQ(server->connectionCount(), 3);
 }
 
 TEST_F(RequestTest, WithoutAUsableURLNothingIsSent) {
     answerEverything(200, "{}");
-    EXPECT_TRUE(get("/ctx/a b").ends_with("over NSURLErrorDomain -1000")) << "an id with a blank makes no URL";
+    EXPECT_TRUE(get("/ctx/a b").ends_with("over NSURLErrorDomain -1000"))
+        << "an id with a blank makes no URL";
     vxim_configuration = nullptr;
     EXPECT_TRUE(get().starts_with("VXErrorDomain 100")) << "no client, no origin";
     EXPECT_TRUE(requests().empty());
@@ -160,12 +180,14 @@ private:
 
 TEST_F(RequestTest, RetriesComeAfterOneToTwoSecondsEachSignedAnew) {
     answerEverything(500, "");
-    vexim::Random::setShared(std::make_shared<FixedRandom>(std::vector<std::uint32_t>{0xABCD0000, 0xABCDFFFF}));
+    vexim::Random::setShared(
+        std::make_shared<FixedRandom>(std::vector<std::uint32_t>{0xABCD0000, 0xABCDFFFF}));
     auto request = VXIMRequest::request();
     int reports = 0;
     request->sendWithCompletion(once([&](const Value&, const ErrorPtr&) { ++reports; }));
     const auto waitsFor = [&](std::chrono::nanoseconds delay) {
-        return eventually([&] { return MainQueue::shared().nextDeadline() == clock.now() + delay; });
+        return eventually(
+            [&] { return MainQueue::shared().nextDeadline() == clock.now() + delay; });
     };
 
     EXPECT_TRUE(waitsFor(1s)) << "16 random bits of 0";
@@ -207,7 +229,8 @@ TEST_F(RequestTest, AMistakeThatOnlyARetryMeetsEndsInTheCompletion) {
         request->sendWithCompletion(std::move(done));
         request->setBody(Dictionary{{"x", std::numeric_limits<double>::infinity()}});
     });
-    EXPECT_NE(outcome.find("failed to serialize request body object"), std::string::npos) << outcome;
+    EXPECT_NE(outcome.find("failed to serialize request body object"), std::string::npos)
+        << outcome;
     EXPECT_EQ(requests().size(), 1u);
 }
 
@@ -217,7 +240,8 @@ TEST_F(RequestTest, ARedirectKeepsMethodHeadersAndBody) {
         std::vector<WireRequest> seen;
         serve(ScriptedServer::answering([&](const WireRequest& request) {
             seen.push_back(request);
-            if (request.target == "/first") return ScriptedServer::text(status, "", "Location: /second?x=1\r\n");
+            if (request.target == "/first")
+                return ScriptedServer::text(status, "", "Location: /second?x=1\r\n");
             return ScriptedServer::text(200, "[]");
         }));
         EXPECT_EQ(outcomeOf([](VXIMResultCompletion done) {
@@ -226,7 +250,8 @@ TEST_F(RequestTest, ARedirectKeepsMethodHeadersAndBody) {
                   "[]");
         server = nullptr;
         ASSERT_EQ(seen.size(), 2u);
-        EXPECT_EQ(seen[1].method + ' ' + seen[1].target + ' ' + seen[1].body, R"(PUT /second?x=1 {"a":1})");
+        EXPECT_EQ(seen[1].method + ' ' + seen[1].target + ' ' + seen[1].body,
+                  R"(PUT /second?x=1 {"a":1})");
         EXPECT_EQ(seen[1].header("X-VX-Request-Sign"), seen[0].header("X-VX-Request-Sign"));
         EXPECT_EQ(seen[1].header("Content-Type"), "application/json");
     }
@@ -236,7 +261,9 @@ TEST_F(RequestTest, ARedirectKeepsMethodHeadersAndBody) {
 class Captured {
 public:
     explicit Captured(std::string& death) : death_(death) {}
-    ~Captured() { death_ = MainQueue::shared().isMainThread() ? "on the main thread" : "elsewhere"; }
+    ~Captured() {
+        death_ = MainQueue::shared().isMainThread() ? "on the main thread" : "elsewhere";
+    }
 
 private:
     std::string& death_;
@@ -253,7 +280,9 @@ TEST_F(RequestTest, ATaskCancelledFromOutsideSaysNothingAndLetsItsCallbackGo) {
     std::string death;
     auto request = VXIMRequest::request();
     auto task = VXIMURLSessionManager::defaultManager()->dataTaskWithRequest(
-        *request, [object = std::make_shared<Captured>(death)](const Value&, const ErrorPtr&) { ADD_FAILURE() << "called"; });
+        *request, [object = std::make_shared<Captured>(death)](const Value&, const ErrorPtr&) {
+            ADD_FAILURE() << "called";
+        });
     task->resume();
     ASSERT_TRUE(eventuallyElsewhere([&] { return arrived.load(); }));
     EXPECT_EQ(death, "");
@@ -268,8 +297,9 @@ TEST_F(RequestTest, FinishedDelegatesStayUnlessToldOtherwiseButNeverTheirCallbac
     auto object = std::make_shared<int>(5);
     const auto finish = [&] {
         bool done = false;
-        auto task = manager->dataTaskWithRequest(*VXIMRequest::request(),
-                                                 once([&, object](const Value&, const ErrorPtr&) { done = true; }));
+        auto task = manager->dataTaskWithRequest(
+            *VXIMRequest::request(),
+            once([&, object](const Value&, const ErrorPtr&) { done = true; }));
         task->resume();
         EXPECT_TRUE(eventually([&] { return done && object.use_count() == 1; }));
         return task;
@@ -316,7 +346,8 @@ TEST_F(RequestTest, OperationsOutliveWhoeverStartedThem) {
     std::vector<std::string> outcomes;
     std::thread starter([&] {
         for (int i = 0; i < 20; ++i) {
-            VXIMHTTPRequest::get("/x", std::nullopt, once([&](const Value& result, const ErrorPtr& error) {
+            VXIMHTTPRequest::get("/x", std::nullopt,
+                                 once([&](const Value& result, const ErrorPtr& error) {
                                      outcomes.push_back(describe(result, error));
                                  }));
         }

@@ -28,9 +28,11 @@ namespace {
 
 class UploadTest : public NetworkingTest {
 protected:
-    std::string upload(const std::string& path, VXIMProgress progress = nullptr, std::shared_ptr<VXIMTransfer> transfer = nullptr) {
+    std::string upload(const std::string& path, VXIMProgress progress = nullptr,
+                       std::shared_ptr<VXIMTransfer> transfer = nullptr) {
         return outcomeOf([&](VXIMResultCompletion done) {
-            VXIMHTTPRequest::uploadFileAtPath(path, std::move(progress), std::move(done), std::move(transfer));
+            VXIMHTTPRequest::uploadFileAtPath(path, std::move(progress), std::move(done),
+                                              std::move(transfer));
         });
     }
 };
@@ -40,7 +42,8 @@ std::shared_ptr<VXIMRequest> smallForm() {
     auto request = VXIMRequest::request();
     request->setMethod("POST");
     request->setPath("/attachment");
-    auto form = VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
+    auto form =
+        VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
     form->appendPartWithInputStream(InputStream::withData(Data("abc")), "f", "f", 3, "x/y");
     return form->requestByFinalizingMultipartFormData();
 }
@@ -49,16 +52,18 @@ std::shared_ptr<VXIMRequest> smallForm() {
 class ParsingServer {
 public:
     ParsingServer() {
-        server_.Post("/attachment", [this](const httplib::Request& request, httplib::Response& response) {
-            parts = request.files;
-            response.set_content(R"(["u1","u2"])", "application/json");
-        });
+        server_.Post("/attachment",
+                     [this](const httplib::Request& request, httplib::Response& response) {
+                         parts = request.files;
+                         response.set_content(R"(["u1","u2"])", "application/json");
+                     });
         server_.set_keep_alive_max_count(1);  // or its end waits for idle connections
         port_ = server_.bind_to_any_port("127.0.0.1");
         thread_ = std::thread([this] { server_.listen_after_bind(); });
     }
     ~ParsingServer() {
-        while (!server_.is_running()) std::this_thread::yield();  // a stop before that would be missed
+        // a stop before that would be missed
+        while (!server_.is_running()) std::this_thread::yield();
         server_.stop();
         thread_.join();
     }
@@ -83,10 +88,12 @@ TEST_F(UploadTest, AnIndependentParserGetsTheFileAsItIs) {
         VXIMTransferProgress last;
         transfer->setProgress([&](VXIMTransferProgress progress) { last = progress; });
         EXPECT_EQ(upload(
-                      makeFile("photo.png", contents), [&](std::int32_t percent) { percents.push_back(percent); }, transfer),
+                      makeFile("photo.png", contents),
+                      [&](std::int32_t percent) { percents.push_back(percent); }, transfer),
                   R"({"imgUrl":"u1","thumbnail":"u2"})");
         EXPECT_EQ(last.total, last.bytes);
-        EXPECT_NEAR(static_cast<double>(last.bytes), static_cast<double>(size), 500) << "the form adds a little";
+        EXPECT_NEAR(static_cast<double>(last.bytes), static_cast<double>(size), 500)
+            << "the form adds a little";
         ASSERT_EQ(parser.parts.size(), 1u);
         const auto& part = parser.parts.begin()->second;
         EXPECT_EQ(part.name, "attachment");
@@ -122,11 +129,15 @@ TEST_F(UploadTest, TheAnswerIsShapedIntoAnAttachment) {
 
 TEST_F(UploadTest, DataIsStagedUnderItsDigest) {
     answerEverything(200, R"(["u"])");
-    const auto directory = vexim::appendPathComponent(vexim::temporaryDirectory(), "com.vexora.message.attachments");
+    const auto directory =
+        vexim::appendPathComponent(vexim::temporaryDirectory(), "com.vexora.message.attachments");
     VXIMUtils::ensureDirExist(directory);
-    EXPECT_EQ(outcomeOf([](VXIMResultCompletion done) { VXIMHTTPRequest::uploadData(Data("abc"), nullptr, std::move(done)); }),
+    EXPECT_EQ(outcomeOf([](VXIMResultCompletion done) {
+                  VXIMHTTPRequest::uploadData(Data("abc"), nullptr, std::move(done));
+              }),
               R"({"imgUrl":"u"})");
-    EXPECT_NE(requests().front().body.find("filename=\"900150983cd24fb0d6963f7d28e17f72\""), std::string::npos);
+    EXPECT_NE(requests().front().body.find("filename=\"900150983cd24fb0d6963f7d28e17f72\""),
+              std::string::npos);
     const auto staged = vexim::appendPathComponent(directory, "900150983cd24fb0d6963f7d28e17f72");
     EXPECT_EQ(contentsOf(staged), "abc");
     std::filesystem::remove(staged);
@@ -138,17 +149,20 @@ TEST_F(UploadTest, IsStartedWithoutWaitingForTheMainThread) {
     std::atomic<bool> isStarted{false};
     std::atomic<bool> isDone{false};
     std::thread worker([&] {
-        VXIMHTTPRequest::uploadFileAtPath(path, nullptr, [&](const Value&, const ErrorPtr& error) { isDone = error == nullptr; });
+        VXIMHTTPRequest::uploadFileAtPath(
+            path, nullptr, [&](const Value&, const ErrorPtr& error) { isDone = error == nullptr; });
         isStarted = true;
     });
-    EXPECT_TRUE(spinUntil([&] { return isStarted.load(); }, 2s)) << "the main thread may be waiting for the worker";
+    EXPECT_TRUE(spinUntil([&] { return isStarted.load(); }, 2s))
+        << "the main thread may be waiting for the worker";
     EXPECT_TRUE(eventually([&] { return isDone.load(); }));
     worker.join();
 }
 
 TEST_F(UploadTest, WhatCannotBeReadIsAnEmptyFormOrAnError) {
     answerEverything(400, R"({"errorCode":9,"errorMessage":"no file"})");
-    EXPECT_EQ(upload((folder / "missing").string()), "VXErrorDomain 9 \"no file\" over NSURLErrorDomain -1011");
+    EXPECT_EQ(upload((folder / "missing").string()),
+              "VXErrorDomain 9 \"no file\" over NSURLErrorDomain -1011");
     EXPECT_EQ(requests().back().body, "");
     EXPECT_EQ(requests().back().header("Content-Type"), "application/json");
 
@@ -164,7 +178,8 @@ TEST_F(UploadTest, AFileThatShrinksOrGrowsWhileItIsSentIsAnError) {
     for (const std::uintmax_t size : {std::uintmax_t{1000}, kSize + 1}) {
         SCOPED_TRACE(size);
         std::filesystem::resize_file(path, kSize);
-        const auto isChanged = std::make_shared<std::atomic<bool>>(false);  // a connection may outlive its turn of the loop
+        // a connection may outlive its turn of the loop
+        const auto isChanged = std::make_shared<std::atomic<bool>>(false);
         serve([isChanged](Connection& connection) {
             connection.readHead();
             while (!*isChanged && connection.pause(1ms)) continue;
@@ -204,7 +219,8 @@ TEST_F(UploadTest, IsRetriedOnlyUntilProgressWasReported) {
 }
 
 TEST_F(UploadTest, WhatCannotBeGivenAgainEndsWithTheFirstError) {
-    const auto [input, output] = vexim::boundStreams(100);  // nothing is written: a byte comes, and no end
+    // nothing is written: a byte comes, and no end
+    const auto [input, output] = vexim::boundStreams(100);
     serve([](Connection& connection) {
         connection.readHead();
         if (connection.readSome(1).empty()) return;
@@ -216,7 +232,8 @@ TEST_F(UploadTest, WhatCannotBeGivenAgainEndsWithTheFirstError) {
     request->setMethod("POST");
     request->setPath("/x");
     request->setBodyStream(input);
-    const auto outcome = outcomeOf([&](VXIMResultCompletion done) { request->sendWithCompletion(std::move(done)); });
+    const auto outcome =
+        outcomeOf([&](VXIMResultCompletion done) { request->sendWithCompletion(std::move(done)); });
     EXPECT_TRUE(outcome.ends_with("temporary over NSURLErrorDomain -1005")) << outcome;
     EXPECT_EQ(server->connectionCount(), 1);
 }
@@ -228,13 +245,17 @@ TEST_F(UploadTest, TheStreamIsAskedForOnlyWhereThereIsNoBody) {
         request->setMethod("POST");
         prepare(*request);
         outcomeOf([&](VXIMResultCompletion done) {
-            request->uploadWithNewBodyStreamBlock([] { return InputStream::withData(Data("new")); }, nullptr, std::move(done));
+            request->uploadWithNewBodyStreamBlock([] { return InputStream::withData(Data("new")); },
+                                                  nullptr, std::move(done));
         });
         return requests().back().body;
     };
     EXPECT_EQ(post([](VXIMRequest&) {}), "new");
     EXPECT_EQ(post([](VXIMRequest& request) { request.setBody(vexim::Array{1}); }), "[1]");
-    EXPECT_EQ(post([](VXIMRequest& request) { request.setBodyStream(InputStream::withData(Data("own"))); }), "own");
+    EXPECT_EQ(post([](VXIMRequest& request) {
+                  request.setBodyStream(InputStream::withData(Data("own")));
+              }),
+              "own");
 }
 
 TEST_F(UploadTest, AnEarlyRefusalOrACutConnectionEndsIt) {
@@ -247,7 +268,8 @@ TEST_F(UploadTest, AnEarlyRefusalOrACutConnectionEndsIt) {
         {"refused by its head",
          [](Connection& connection) {
              connection.readHead();
-             connection.answer(413, R"({"errorCode":413,"errorMessage":"too big"})", "Connection: close\r\n");
+             connection.answer(413, R"({"errorCode":413,"errorMessage":"too big"})",
+                               "Connection: close\r\n");
              connection.waitForClose();
          },
          R"(VXErrorDomain 413 "too big" over NSURLErrorDomain -1011)"},
@@ -255,7 +277,8 @@ TEST_F(UploadTest, AnEarlyRefusalOrACutConnectionEndsIt) {
          [](Connection& connection) {
              connection.readHead();
              connection.readSome();
-             connection.answer(500, R"({"errorCode":5,"errorMessage":"broken"})", "Connection: close\r\n");
+             connection.answer(500, R"({"errorCode":5,"errorMessage":"broken"})",
+                               "Connection: close\r\n");
              connection.waitForClose();
          },
          R"(VXErrorDomain 5 "broken" temporary over NSURLErrorDomain -1011)"},
@@ -266,7 +289,8 @@ TEST_F(UploadTest, AnEarlyRefusalOrACutConnectionEndsIt) {
                  connection.readSome();
                  connection.answer(307, "", "Location: /other\r\n");
              } else {
-                 for (std::size_t taken = 0; taken < (8 << 20);) taken += std::max<std::size_t>(connection.readSome().size(), 1);
+                 for (std::size_t taken = 0; taken < (8 << 20);)
+                     taken += std::max<std::size_t>(connection.readSome().size(), 1);
                  connection.answer(200, R"(["all of it"])");
              }
              connection.waitForClose();
@@ -281,18 +305,21 @@ TEST_F(UploadTest, AnEarlyRefusalOrACutConnectionEndsIt) {
         {"cut in the middle",
          [](Connection& connection) {
              connection.readHead();
-             for (std::size_t taken = 0; taken < (4 << 20);) taken += std::max<std::size_t>(connection.readSome().size(), 1);
+             for (std::size_t taken = 0; taken < (4 << 20);)
+                 taken += std::max<std::size_t>(connection.readSome().size(), 1);
              connection.reset();
          },
          "NSURLErrorDomain -1005"},
-        {"no answer after the last byte", [](Connection& connection) { connection.readRequest(); }, "NSURLErrorDomain -1005"},
+        {"no answer after the last byte", [](Connection& connection) { connection.readRequest(); },
+         "NSURLErrorDomain -1005"},
         {"sent elsewhere after it was taken",
          [](Connection& connection) {
              const auto request = connection.readRequest();
              if (connection.index() == 0) {
                  connection.answer(307, "", "Location: /other\r\n");
              } else {
-                 connection.answer(200, R"([")" + std::to_string(request->body.size() > (8 << 20)) + R"("])");
+                 connection.answer(
+                     200, R"([")" + std::to_string(request->body.size() > (8 << 20)) + R"("])");
              }
              connection.waitForClose();
          },
@@ -311,9 +338,12 @@ TEST_F(UploadTest, AHandleCancelsItInThePauseBeforeARetry) {
     auto transfer = VXIMTransfer::transfer();
     std::string outcome;
     VXIMHTTPRequest::uploadFileAtPath(makeFile("file", "contents"), nullptr,
-                                      once([&](const Value& result, const ErrorPtr& error) { outcome = describe(result, error); }),
+                                      once([&](const Value& result, const ErrorPtr& error) {
+                                          outcome = describe(result, error);
+                                      }),
                                       transfer);
-    ASSERT_TRUE(eventually([&] { return MainQueue::shared().nextDeadline().value_or(clock.now()) > clock.now(); }));
+    ASSERT_TRUE(eventually(
+        [&] { return MainQueue::shared().nextDeadline().value_or(clock.now()) > clock.now(); }));
     EXPECT_TRUE(transfer->cancel());
     EXPECT_TRUE(eventually([&] { return !outcome.empty(); }));
     EXPECT_TRUE(outcome.starts_with("NSURLErrorDomain -999"));
@@ -325,10 +355,13 @@ TEST(UploadDeathTest, TheProcessEndsWhileABodyWaitsForTheMainThread) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            boost::asio::io_context context;  // a listener without a thread that the exit would have to end
-            boost::asio::ip::tcp::acceptor listener(context, {boost::asio::ip::address_v4::loopback(), 0});
+            // a listener without a thread that the exit would have to end
+            boost::asio::io_context context;
+            boost::asio::ip::tcp::acceptor listener(context,
+                                                    {boost::asio::ip::address_v4::loopback(), 0});
             vxim_configuration = VXIMClientConfiguration::defaultConfiguration();
-            vxim_configuration->setSocketURL(URL::parse("http://127.0.0.1:" + std::to_string(listener.local_endpoint().port())));
+            vxim_configuration->setSocketURL(
+                URL::parse("http://127.0.0.1:" + std::to_string(listener.local_endpoint().port())));
             smallForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, nullptr);
             auto peer = listener.accept();
             std::string head;

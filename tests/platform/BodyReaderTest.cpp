@@ -77,14 +77,16 @@ private:
 using Before = Body::Before;
 
 ReaderPool& newPool(std::chrono::milliseconds patience) {
-    static auto& kept = *new std::vector<ReaderPool*>;  // a pool outlives its threads, which outlive the test
+    // a pool outlives its threads, which outlive the test
+    static auto& kept = *new std::vector<ReaderPool*>;
     return *kept.emplace_back(new ReaderPool(patience));
 }
 
 /// A body on its way to a connection that takes whatever there is.
 class Upload : public std::enable_shared_from_this<Upload> {
 public:
-    static std::shared_ptr<Upload> begin(ReaderPool& pool, Before before, std::optional<std::uint64_t> length = 3) {
+    static std::shared_ptr<Upload> begin(ReaderPool& pool, Before before,
+                                         std::optional<std::uint64_t> length = 3) {
         auto upload = std::make_shared<Upload>();
         upload->body = create<Body>(before);
         NetworkThread::shared().post([upload, length, &pool] {
@@ -135,7 +137,8 @@ Uploads begin(std::size_t count, ReaderPool& pool, Before before) {
 }
 
 bool areDone(const Uploads& uploads) {
-    return std::all_of(uploads.begin(), uploads.end(), [](const auto& each) { return each->ended && each->taken == "abc"; });
+    return std::all_of(uploads.begin(), uploads.end(),
+                       [](const auto& each) { return each->ended && each->taken == "abc"; });
 }
 
 TEST(BodyReader, EightHundredBodiesNeedFourThreads) {
@@ -157,14 +160,17 @@ TEST(BodyReader, WaitingTakesNoThread) {
         auto& pool = newPool(1h);
         const auto waiting = begin(8, pool, before);
         const auto other = Upload::begin(pool, Before::Nothing);
-        EXPECT_TRUE(spinUntil([&] { return other->ended.load(); })) << "the main queue stands still";
+        EXPECT_TRUE(spinUntil([&] { return other->ended.load(); }))
+            << "the main queue stands still";
         for (const auto& upload : waiting) {
             EXPECT_FALSE(upload->ended);
             upload->cancel();
         }
-        // What waits for the main thread may be inside the stream; it is closed when that is through.
+        // What waits for the main thread may be inside the stream; it is closed when that is
+        // through.
         EXPECT_TRUE(eventuallyElsewhere([&] {
-            return std::all_of(waiting.begin(), waiting.end(), [](const auto& each) { return each->body->closed.load(); });
+            return std::all_of(waiting.begin(), waiting.end(),
+                               [](const auto& each) { return each->body->closed.load(); });
         }));
     }
 }
@@ -176,13 +182,15 @@ TEST(BodyReader, FourBlockedBodiesLetAFifthThrough) {
     EXPECT_TRUE(spinUntil([&] { return areDone(others); }));
     EXPECT_GT(pool.threadCount(), ReaderPool::kReaders);
     for (const auto& upload : blocked) upload->body->release();
-    EXPECT_TRUE(spinUntil([&] { return areDone(blocked) && pool.threadCount() <= ReaderPool::kReaders; }));
+    EXPECT_TRUE(
+        spinUntil([&] { return areDone(blocked) && pool.threadCount() <= ReaderPool::kReaders; }));
 }
 
 TEST(BodyReader, ABlockedBodyThatIsCancelledIsNotWaitedFor) {
     auto& pool = newPool(1h);
     const auto blocked = begin(ReaderPool::kReaders, pool, Before::Release);
-    for (const auto& upload : blocked) EXPECT_TRUE(spinUntil([&] { return upload->body->isBlocked.load(); }));
+    for (const auto& upload : blocked)
+        EXPECT_TRUE(spinUntil([&] { return upload->body->isBlocked.load(); }));
     const auto other = Upload::begin(pool, Before::Nothing);
     for (const auto& upload : blocked) upload->cancel();
     EXPECT_TRUE(spinUntil([&] { return other->ended.load(); }));
@@ -199,12 +207,14 @@ TEST(BodyReader, NoMoreThreadsThanItsBoundAreBlocked) {
     const auto blocked = begin(ReaderPool::kMostThreads + 1, pool, Before::Release);
     EXPECT_TRUE(spinUntil([&] { return pool.threadCount() == ReaderPool::kMostThreads; }));
     EXPECT_TRUE(spinUntil([&] {
-        const auto inside =
-            std::count_if(blocked.begin(), blocked.end(), [](const auto& each) { return each->body->isBlocked.load(); });
+        const auto inside = std::count_if(blocked.begin(), blocked.end(), [](const auto& each) {
+            return each->body->isBlocked.load();
+        });
         return inside == std::int64_t{ReaderPool::kMostThreads};
     }));
     for (const auto& upload : blocked) upload->body->release();
-    EXPECT_TRUE(spinUntil([&] { return areDone(blocked) && pool.threadCount() <= ReaderPool::kReaders; }));
+    EXPECT_TRUE(
+        spinUntil([&] { return areDone(blocked) && pool.threadCount() <= ReaderPool::kReaders; }));
 }
 
 }  // namespace

@@ -24,7 +24,8 @@ TEST(HTTPHeaderFields, CompareNamesWithoutCaseAndKeepOrderAndSpelling) {
     fields.remove("B");
     EXPECT_EQ(fields.value("b"), std::nullopt);
     EXPECT_TRUE(isHeaderName("X-VX_1~"));
-    for (const char* bad : {"", "a b", "a:", "a\r", "\xc3\xa9"}) EXPECT_FALSE(isHeaderName(bad)) << bad;
+    for (const char* bad : {"", "a b", "a:", "a\r", "\xc3\xa9"})
+        EXPECT_FALSE(isHeaderName(bad)) << bad;
 }
 
 TEST(ContentLength, IsOneNumberOrNone) {
@@ -40,7 +41,8 @@ TEST(ContentLength, IsOneNumberOrNone) {
         {{{"Content-Length", "x"}, {"Transfer-Encoding", "chunked"}}, -1},
     };
     for (const auto& [fields, length] : cases)
-        EXPECT_EQ(statedContentLength(fields), length) << fields.value("Content-Length").value_or("");
+        EXPECT_EQ(statedContentLength(fields), length)
+            << fields.value("Content-Length").value_or("");
 }
 
 TEST(MIMETypes, TakeTheHeaviestSimplePattern) {
@@ -88,7 +90,8 @@ TEST(NumberFormatter, ReadsDecimalNumbersAndNothingElse) {
         {"1e999", nullptr},
         {"--1", nullptr},
     };
-    for (const auto& [text, number] : cases) EXPECT_EQ(numberFromString(text), number) << '"' << text << '"';
+    for (const auto& [text, number] : cases)
+        EXPECT_EQ(numberFromString(text), number) << '"' << text << '"';
 }
 
 TEST(Digest, IsMD5InLowerCase) {  // vectors of RFC 1321, A.5
@@ -109,7 +112,8 @@ TEST(PNG, IsTheSameForTheSamePixelsAndReadsBack) {
     ASSERT_TRUE(back);
     EXPECT_EQ(back->width(), 5u);
     EXPECT_EQ(back->pixels(), pixels);
-    for (std::size_t cut = 0; cut + 12 < png.size(); ++cut) {  // the last chunk only says that it is the last
+    // the last chunk only says that it is the last
+    for (std::size_t cut = 0; cut + 12 < png.size(); ++cut) {
         EXPECT_FALSE(decodePNG(Data(png.bytes(), cut))) << cut;
     }
     std::string huge(png.view());
@@ -119,17 +123,20 @@ TEST(PNG, IsTheSameForTheSamePixelsAndReadsBack) {
 
 TEST(ReasonPhrases, AreThePlatformsWords) {
     const std::pair<int, const char*> cases[] = {
-        {200, "no error"},     {404, "not found"},  {500, "internal server error"}, {299, "success"},    {499, "client error"},
-        {599, "server error"}, {0, "server error"}, {999, "server error"},          {308, "redirected"},
+        {200, "no error"},   {404, "not found"},    {500, "internal server error"},
+        {299, "success"},    {499, "client error"}, {599, "server error"},
+        {0, "server error"}, {999, "server error"}, {308, "redirected"},
     };
-    for (const auto& [code, words] : cases) EXPECT_EQ(localizedStringForStatusCode(code), words) << code;
+    for (const auto& [code, words] : cases)
+        EXPECT_EQ(localizedStringForStatusCode(code), words) << code;
 }
 
 TEST(DeviceInfo, PrintsWhatIsMissingAsNil) {
     const DeviceInfo before = deviceInfo();
     EXPECT_NE(printed(before.systemVersion), "(null)") << "a running system has a version";
     setDeviceInfo({"com.example.app", {}, "17.0"});
-    EXPECT_EQ(printed(deviceInfo().bundleIdentifier) + "/" + printed(deviceInfo().bundleVersion), "com.example.app/(null)");
+    EXPECT_EQ(printed(deviceInfo().bundleIdentifier) + "/" + printed(deviceInfo().bundleVersion),
+              "com.example.app/(null)");
     setDeviceInfo(before);
 }
 

@@ -26,7 +26,9 @@ TEST(HTTP2, IsSpokenButForLongUploads) {
     const CertificateAuthority authority;
     const TLSIdentity identity = authority.issue();
     ChildProcess server(
-        {"node", "-e", kServer, writeJSON(Dictionary{{"cert", identity.certificatePEM}, {"key", identity.privateKeyPEM}}).text});
+        {"node", "-e", kServer,
+         writeJSON(Dictionary{{"cert", identity.certificatePEM}, {"key", identity.privateKeyPEM}})
+             .text});
     const auto port = server.readLine();
     ASSERT_TRUE(port);
     const auto url = [&](const std::string& path) { return "https://127.0.0.1:" + *port + path; };

@@ -24,7 +24,8 @@ std::chrono::steady_clock::time_point exitBegan;
 
 std::atomic<bool> networkThreadIsBusy{false};
 
-/// Registered before the library's hook, so it runs after it. The bound only tells waiting from not waiting on a busy machine.
+/// Registered before the library's hook, so it runs after it. The bound only tells waiting from not
+/// waiting on a busy machine.
 void judgeExit() {
     const auto took = std::chrono::steady_clock::now() - exitBegan;
     if (took > 1s) ::_exit(2);
@@ -34,7 +35,8 @@ void judgeExit() {
 [[noreturn]] void exitWithEverythingPending() {
     std::atexit(judgeExit);
     // Static, so that a leak checker sees who holds them: nothing here is ever released.
-    static auto& server = *new ScriptedServer([](ScriptedServer::Connection& connection) { connection.pause(60s); });
+    static auto& server =
+        *new ScriptedServer([](ScriptedServer::Connection& connection) { connection.pause(60s); });
     static auto& probe = *new std::shared_ptr<SessionProbe>(SessionProbe::make());
     probe->task(server.url())->resume();
     probe->task("http://a.blocked.test/")->resume();
@@ -46,16 +48,21 @@ void judgeExit() {
     probe->session->dataTaskWithRequest(request)->resume();
 
     std::atomic<int> ready{0};
-    probe->session->delegateQueue()->addOperation([&ready] {  // an application's code that waits for the main thread
+    // an application's code that waits for the main thread
+    probe->session->delegateQueue()->addOperation([&ready] {
         ++ready;
         MainQueue::shared().sync([] {});
     });
     NetworkThread::shared().post([&ready] {
-        static const auto lookup = HostResolver::system().resolve("b.blocked.test", [](auto, auto) {});
+        static const auto lookup =
+            HostResolver::system().resolve("b.blocked.test", [](auto, auto) {});
         ++ready;
-        networkThreadIsBusy = true;  // as with reading a store of certificates: beyond the time that stuck threads are given
+        // as with reading a store of certificates: beyond the time that stuck threads are given
+        networkThreadIsBusy = true;
         while (!LibraryThreads::processIsExiting()) std::this_thread::yield();
-        for (const auto begin = std::chrono::steady_clock::now(); std::chrono::steady_clock::now() - begin < 100ms;) continue;
+        for (const auto begin = std::chrono::steady_clock::now();
+             std::chrono::steady_clock::now() - begin < 100ms;)
+            continue;
         networkThreadIsBusy = false;
     });
     while (ready < 2) std::this_thread::yield();
@@ -71,8 +78,9 @@ TEST(ProcessDeathTest, ExitsWhateverIsPending) {
 TEST(ProcessDeathTest, GoesThroughTheEnvironmentsProxyButNotToItself) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto body = [] {
-        ScriptedServer proxy(ScriptedServer::answering(
-            [](const WireRequest& request) { return ScriptedServer::text(200, "proxy saw " + request.target); }));
+        ScriptedServer proxy(ScriptedServer::answering([](const WireRequest& request) {
+            return ScriptedServer::text(200, "proxy saw " + request.target);
+        }));
         ::setenv("http_proxy", proxy.url().c_str(), 1);  // before the library has started a thread
         ::setenv("no_proxy", "direct.invalid", 1);
         const auto probe = SessionProbe::make();
@@ -88,7 +96,8 @@ TEST(ProcessDeathTest, GoesThroughTheEnvironmentsProxyButNotToItself) {
 }
 
 TEST(BlockedResolver, HoldsUpOnlyWhoAsked) {
-    ScriptedServer server(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
+    ScriptedServer server(ScriptedServer::answering(
+        [](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
     const auto probe = SessionProbe::make();
     const auto cancelled = probe->task("http://c.blocked.test/");
     cancelled->resume();

@@ -30,7 +30,8 @@ class SessionProbe : public URLSessionDelegate, public std::enable_shared_from_t
 public:
     static std::shared_ptr<SessionProbe> make(URLSessionConfiguration configuration = {}) {
         auto probe = std::make_shared<SessionProbe>();
-        probe->session = URLSession::create(std::move(configuration), probe, OperationQueue::create("test-delegate"));
+        probe->session = URLSession::create(std::move(configuration), probe,
+                                            OperationQueue::create("test-delegate"));
         return probe;
     }
     static std::shared_ptr<SessionProbe> trusting(const std::string& authorityPEM) {
@@ -47,7 +48,9 @@ public:
     std::function<void(const TaskPtr&)> onSent;
     std::function<void(const TaskPtr&, const URLRequest&, RedirectionHandler)> onRedirection;
 
-    TaskPtr task(const std::string& url) { return session->dataTaskWithRequest(trusting(request(url))); }
+    TaskPtr task(const std::string& url) {
+        return session->dataTaskWithRequest(trusting(request(url)));
+    }
     static URLRequest request(const std::string& url) {
         URLRequest request;
         request.url = URL::parse(url);
@@ -55,7 +58,9 @@ public:
         return request;
     }
     /// Resumes a task for `request` and waits for its end.
-    TaskStory load(URLRequest request) { return run(session->dataTaskWithRequest(trusting(std::move(request)))); }
+    TaskStory load(URLRequest request) {
+        return run(session->dataTaskWithRequest(trusting(std::move(request))));
+    }
     TaskStory load(const std::string& url) { return load(request(url)); }
     TaskStory run(const TaskPtr& task) {
         task->resume();
@@ -63,13 +68,15 @@ public:
     }
     TaskStory waitForEnd(const TaskPtr& task) {
         std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, std::chrono::seconds(60), [&] { return stories_[task->taskIdentifier()].ends > 0; });
+        changed_.wait_for(lock, std::chrono::seconds(60),
+                          [&] { return stories_[task->taskIdentifier()].ends > 0; });
         return stories_[task->taskIdentifier()];
     }
     bool waitUntil(const TaskPtr& task, const std::function<bool(const TaskStory&)>& predicate) {
         std::unique_lock lock(mutex_);
         const TaskStory& story = stories_[task->taskIdentifier()];
-        changed_.wait_for(lock, std::chrono::seconds(60), [&] { return predicate(story) || story.ends > 0; });
+        changed_.wait_for(lock, std::chrono::seconds(60),
+                          [&] { return predicate(story) || story.ends > 0; });
         return predicate(story);
     }
     TaskStory story(const TaskPtr& task) {
@@ -77,14 +84,16 @@ public:
         return stories_[task->taskIdentifier()];
     }
 
-    void taskDidSendBodyData(URLSession&, const TaskPtr& task, std::int64_t bytes, std::int64_t total, std::int64_t) override {
+    void taskDidSendBodyData(URLSession&, const TaskPtr& task, std::int64_t bytes,
+                             std::int64_t total, std::int64_t) override {
         note(task, 's', [&](TaskStory& story) {
             story.sent += bytes;
             if (story.sent != total) story.calls += '!';
         });
         if (onSent) onSent(task);
     }
-    void dataTaskDidReceiveResponse(URLSession&, const TaskPtr& task, const HTTPURLResponsePtr& response,
+    void dataTaskDidReceiveResponse(URLSession&, const TaskPtr& task,
+                                    const HTTPURLResponsePtr& response,
                                     DispositionHandler completionHandler) override {
         note(task, 'r', [&](TaskStory& story) { story.status = response->statusCode; });
         if (onResponse) return onResponse(task, std::move(completionHandler));
@@ -94,13 +103,15 @@ public:
         if (onData) onData(task, data);
         note(task, 'd', [&](TaskStory& story) { story.body.append(data.view()); });
     }
-    void taskWillPerformHTTPRedirection(URLSession&, const TaskPtr& task, const HTTPURLResponsePtr&, const URLRequest& newRequest,
+    void taskWillPerformHTTPRedirection(URLSession&, const TaskPtr& task, const HTTPURLResponsePtr&,
+                                        const URLRequest& newRequest,
                                         RedirectionHandler completionHandler) override {
         note(task, 'h', [](TaskStory&) {});
         if (onRedirection) return onRedirection(task, newRequest, std::move(completionHandler));
         completionHandler(newRequest);
     }
-    void taskDidCompleteWithError(URLSession&, const TaskPtr& task, const ErrorPtr& error) override {
+    void taskDidCompleteWithError(URLSession&, const TaskPtr& task,
+                                  const ErrorPtr& error) override {
         note(task, 'e', [&](TaskStory& story) {
             ++story.ends;
             story.error = error;
@@ -115,7 +126,8 @@ private:
     void note(const TaskPtr& task, char call, const std::function<void(TaskStory&)>& change) {
         const std::lock_guard lock(mutex_);
         TaskStory& story = stories_[task->taskIdentifier()];
-        if (story.calls.empty() || story.calls.back() != call || call == 'e' || call == 'h') story.calls += call;
+        if (story.calls.empty() || story.calls.back() != call || call == 'e' || call == 'h')
+            story.calls += call;
         change(story);
         changed_.notify_all();
     }

@@ -32,8 +32,9 @@ TEST(Streams, ReadTheSameInAnyPieces) {
     const std::string text = "some text of thirty-three bytes..";
     ASSERT_EQ(FileManager::writeAtomically(Data(text), scratch / "a b"), nullptr);
     for (const std::size_t piece : {std::size_t{1}, std::size_t{7}, std::size_t{4096}}) {
-        for (const auto& stream : {InputStream::withData(Data(text)), InputStream::withFileAtPath(scratch / "a b"),
-                                   InputStream::withURL(URL::fileURLWithPath((scratch / "a b").string()))}) {
+        for (const auto& stream :
+             {InputStream::withData(Data(text)), InputStream::withFileAtPath(scratch / "a b"),
+              InputStream::withURL(URL::fileURLWithPath((scratch / "a b").string()))}) {
             EXPECT_EQ(stream->streamStatus(), StreamStatus::NotOpen);
             stream->open();
             EXPECT_TRUE(stream->hasBytesAvailable());
@@ -46,7 +47,8 @@ TEST(Streams, ReadTheSameInAnyPieces) {
     }
 }
 
-/// While it lives, this thread may do with files what anybody may: root, as whom tests run, too, is kept out by no mode.
+/// While it lives, this thread may do with files what anybody may: root, as whom tests run, too, is
+/// kept out by no mode.
 class AsAnybody {
 public:
     AsAnybody() : before_(::setfsuid(65534)) {}
@@ -101,7 +103,8 @@ TEST(Streams, WriteToMemoryAndFiles) {
     memory->open();
     const Data first("first ");
     memory->writeData(first);
-    EXPECT_EQ(memory->dataWrittenToMemory().bytes(), first.bytes()) << "one run is kept, not copied";
+    EXPECT_EQ(memory->dataWrittenToMemory().bytes(), first.bytes())
+        << "one run is kept, not copied";
     memory->writeData(Data("second "));
     write(*memory, "third");
     memory->close();
@@ -151,7 +154,8 @@ TEST(FileManager, CreatesReplacesAndRemoves) {
     ASSERT_EQ(FileManager::writeAtomically(Data("newer"), file), nullptr);
     EXPECT_EQ(FileManager::attributes(file)->size, 5u);
     const auto entriesOf = [](const std::string& path) {
-        return std::distance(std::filesystem::directory_iterator(path), std::filesystem::directory_iterator());
+        return std::distance(std::filesystem::directory_iterator(path),
+                             std::filesystem::directory_iterator());
     };
     EXPECT_EQ(entriesOf(deep), 1) << "no temporary file is left";
     EXPECT_NE(FileManager::createDirectory(file, true), nullptr) << "a file stands there";

@@ -121,7 +121,8 @@ TEST(OperationQueue, RunsOnTheCallersThreadOnlyWhereNothingIsBefore) {
         order.push_back(2);
     });
     begun.get_future().get();
-    queue->runOrAdd([&] { order.push_back(3); });  // goes behind what runs elsewhere, and does not wait for it
+    // goes behind what runs elsewhere, and does not wait for it
+    queue->runOrAdd([&] { order.push_back(3); });
     queue->addOperation([&] {
         order.push_back(4);
         done.set_value();
@@ -140,7 +141,8 @@ TEST(OperationQueue, RunsOnTheCallersThreadOnlyWhereNothingIsBefore) {
                 --running;
                 ++ran;
             };
-            for (int n = 0; n < 500; ++n) n % 2 ? own->runOrAdd(operation) : own->addOperation(operation);
+            for (int n = 0; n < 500; ++n)
+                n % 2 ? own->runOrAdd(operation) : own->addOperation(operation);
         });
     }
     queue = nullptr;
@@ -154,15 +156,17 @@ TEST(HostResolver, AnswersOnTheNetworkThreadUnlessDropped) {
         const char* host;
         bool found;
     };
-    for (const Case& each : {Case{"127.0.0.1", true}, Case{"::1", true}, Case{"localhost", true}, Case{"name.invalid", false}}) {
+    for (const Case& each : {Case{"127.0.0.1", true}, Case{"::1", true}, Case{"localhost", true},
+                             Case{"name.invalid", false}}) {
         std::promise<std::pair<std::vector<std::string>, ErrorPtr>> answer;
         std::unique_ptr<HostResolver::Lookup> lookup;
         onNetworkThread([&] {
-            lookup = HostResolver::system().resolve(each.host, [&](std::vector<std::string> addresses, ErrorPtr error) {
-                EXPECT_TRUE(NetworkThread::shared().isCurrent());
-                EXPECT_TRUE(lookup) << "never before resolve has returned";
-                answer.set_value({std::move(addresses), std::move(error)});
-            });
+            lookup = HostResolver::system().resolve(
+                each.host, [&](std::vector<std::string> addresses, ErrorPtr error) {
+                    EXPECT_TRUE(NetworkThread::shared().isCurrent());
+                    EXPECT_TRUE(lookup) << "never before resolve has returned";
+                    answer.set_value({std::move(addresses), std::move(error)});
+                });
         });
         const auto [addresses, error] = answer.get_future().get();
         EXPECT_EQ(!addresses.empty(), each.found) << each.host;
@@ -170,7 +174,9 @@ TEST(HostResolver, AnswersOnTheNetworkThreadUnlessDropped) {
         EXPECT_TRUE(each.found || error->is(kURLErrorDomain, URLErrorCannotFindHost));
     }
     std::atomic<int> calls{0};
-    onNetworkThread([&] { HostResolver::system().resolve("127.0.0.1", [&](auto, auto) { ++calls; }); });  // dropped at once
+    // dropped at once
+    onNetworkThread(
+        [&] { HostResolver::system().resolve("127.0.0.1", [&](auto, auto) { ++calls; }); });
     onNetworkThread([] {});
     EXPECT_EQ(calls, 0);
 }

@@ -26,30 +26,45 @@ TEST(URLSessionFaults, EndsWithAClearErrorOrTheAnswer) {
         {"nothing at all", "", URLErrorNetworkConnectionLost, ""},
         {"no HTTP", "SSH-2.0-OpenSSH_9.2\r\n", URLErrorCannotParseResponse, ""},
         {"a head cut short", "HTTP/1.1 200 OK\r\nContent-", URLErrorNetworkConnectionLost, ""},
-        {"a body cut short", ok + "Content-Length: 10\r\n\r\nhalf", URLErrorNetworkConnectionLost, "half"},
+        {"a body cut short", ok + "Content-Length: 10\r\n\r\nhalf", URLErrorNetworkConnectionLost,
+         "half"},
         {"no length, ended by closing", ok + "\r\nall of it", 0, "all of it"},
-        {"more than announced", ok + "Content-Length: 3\r\n\r\nabcHTTP/1.1 200 OK\r\n\r\n", 0, "abc"},
+        {"more than announced", ok + "Content-Length: 3\r\n\r\nabcHTTP/1.1 200 OK\r\n\r\n", 0,
+         "abc"},
         {"the same length twice", ok + "Content-Length: 2\r\nContent-Length: 2\r\n\r\nab", 0, "ab"},
-        {"two lengths", ok + "Content-Length: 2\r\nContent-Length: 3\r\n\r\nab", URLErrorCannotParseResponse, ""},
-        {"two lengths in one", ok + "Content-Length: 2, 3\r\n\r\nab", URLErrorCannotParseResponse, ""},
+        {"two lengths", ok + "Content-Length: 2\r\nContent-Length: 3\r\n\r\nab",
+         URLErrorCannotParseResponse, ""},
+        {"two lengths in one", ok + "Content-Length: 2, 3\r\n\r\nab", URLErrorCannotParseResponse,
+         ""},
         {"a negative length", ok + "Content-Length: -5\r\n\r\nab", URLErrorCannotParseResponse, ""},
-        {"a length that is no number", ok + "Content-Length: 2x\r\n\r\nab", URLErrorCannotParseResponse, ""},
-        {"a length beyond 64 bits", ok + "Content-Length: 99999999999999999999\r\n\r\nab", URLErrorCannotParseResponse, ""},
-        {"chunks win over a length", ok + "Content-Length: 99\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab\r\n0\r\n\r\n", 0, "ab"},
-        {"a chunk size that is none", ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\n", URLErrorNetworkConnectionLost, ""},
-        {"a chunk cut short", ok + "Transfer-Encoding: chunked\r\n\r\n9\r\nab", URLErrorNetworkConnectionLost, "ab"},
-        {"no last chunk", ok + "Transfer-Encoding: chunked\r\n\r\n2\r\nab\r\n", URLErrorNetworkConnectionLost, "ab"},
-        {"no gzip though it says so", ok + "Content-Encoding: gzip\r\nContent-Length: 5\r\n\r\nplain",
+        {"a length that is no number", ok + "Content-Length: 2x\r\n\r\nab",
+         URLErrorCannotParseResponse, ""},
+        {"a length beyond 64 bits", ok + "Content-Length: 99999999999999999999\r\n\r\nab",
+         URLErrorCannotParseResponse, ""},
+        {"chunks win over a length",
+         ok + "Content-Length: 99\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nab\r\n0\r\n\r\n", 0,
+         "ab"},
+        {"a chunk size that is none", ok + "Transfer-Encoding: chunked\r\n\r\nzz\r\n",
+         URLErrorNetworkConnectionLost, ""},
+        {"a chunk cut short", ok + "Transfer-Encoding: chunked\r\n\r\n9\r\nab",
+         URLErrorNetworkConnectionLost, "ab"},
+        {"no last chunk", ok + "Transfer-Encoding: chunked\r\n\r\n2\r\nab\r\n",
+         URLErrorNetworkConnectionLost, "ab"},
+        {"no gzip though it says so",
+         ok + "Content-Encoding: gzip\r\nContent-Length: 5\r\n\r\nplain",
          URLErrorCannotDecodeContentData, ""},
         {"interim answers first",
-         "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Hints\r\nX: y\r\n\r\n" + ok + "Content-Length: 2\r\n\r\nok", 0, "ok"},
+         "HTTP/1.1 100 Continue\r\n\r\nHTTP/1.1 103 Hints\r\nX: y\r\n\r\n" + ok +
+             "Content-Length: 2\r\n\r\nok",
+         0, "ok"},
         {"no content", "HTTP/1.1 204 No Content\r\n\r\n", 0, ""},
         {"a head without end", ok + std::string(2'000'000, 'x'), URLErrorCannotParseResponse, ""},
         {"endless fields",
          ok +
              [] {
                  std::string fields;
-                 for (int i = 0; i < 40'000; ++i) fields += "X-Field-Number: " + std::to_string(i) + "\r\n";
+                 for (int i = 0; i < 40'000; ++i)
+                     fields += "X-Field-Number: " + std::to_string(i) + "\r\n";
                  return fields;
              }(),
          URLErrorCannotParseResponse, ""},
@@ -68,9 +83,11 @@ TEST(URLSessionFaults, EndsWithAClearErrorOrTheAnswer) {
              return answers;
          }(),
          URLErrorCannotParseResponse, ""},
-        {"a redirection to another scheme", "HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\nContent-Length: 0\r\n\r\n",
+        {"a redirection to another scheme",
+         "HTTP/1.1 302 Found\r\nLocation: file:///etc/passwd\r\nContent-Length: 0\r\n\r\n",
          URLErrorUnsupportedURL, ""},
-        {"a redirection to nowhere", "HTTP/1.1 302 Found\r\nLocation: http://[\r\nContent-Length: 2\r\n\r\nab", 0, "ab"},
+        {"a redirection to nowhere",
+         "HTTP/1.1 302 Found\r\nLocation: http://[\r\nContent-Length: 2\r\n\r\nab", 0, "ab"},
     };
     const auto probe = SessionProbe::make();
     for (const auto& each : cases) {
@@ -89,10 +106,12 @@ TEST(URLSessionFaults, EndsWithAClearErrorOrTheAnswer) {
     }
 }
 
-/// Where a connection is when its peer fails: what the peer has done by then, and how a cut ends there.
+/// Where a connection is when its peer fails: what the peer has done by then, and how a cut ends
+/// there.
 struct FaultPhase {
     const char* name;
-    std::optional<std::string> written;  ///< after the request's head was read; nullopt: before that
+    /// after the request's head was read; nullopt: before that
+    std::optional<std::string> written;
     std::int64_t cut;
     std::int64_t nonsense;
 };
@@ -118,7 +137,8 @@ TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
         {"in a chunk", chunked + "20\r\nhalf", kLost, kLost},
         {"between chunks", chunked + "2\r\nab\r\n", kLost, kLost},
         {"in the trailers", chunked + "2\r\nab\r\n0\r\nA: ", kLost, 0},
-        {"in a redirection's body", "HTTP/1.1 302 Found\r\nLocation: /x\r\nContent-Length: 99\r\n\r\nhalf", kLost, kLost},
+        {"in a redirection's body",
+         "HTTP/1.1 302 Found\r\nLocation: /x\r\nContent-Length: 99\r\n\r\nhalf", kLost, kLost},
         {"in a refusal's body", "HTTP/1.1 500 No\r\nContent-Length: 99\r\n\r\nhalf", kLost, kLost},
     };
     const CertificateAuthority authority;
@@ -133,7 +153,9 @@ TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
             std::vector<std::int64_t> codes;
             for (const FaultPhase& phase : phases) {
                 const auto script = [&phase, fault](Connection& connection) {
-                    if (phase.written && (!connection.readHead() || !connection.write(*phase.written))) return;
+                    if (phase.written &&
+                        (!connection.readHead() || !connection.write(*phase.written)))
+                        return;
                     if (!phase.written && fault == Fault::Reset)
                         connection.readSome(1);  // or it may not have heard that it is connected
                     switch (fault) {
@@ -146,16 +168,19 @@ TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
                             return connection.waitForClose();  // unread bytes would make it a reset
                     }
                 };
-                servers.push_back(std::make_unique<ScriptedServer>(script, tls ? std::optional(identity) : std::nullopt));
+                servers.push_back(std::make_unique<ScriptedServer>(
+                    script, tls ? std::optional(identity) : std::nullopt));
                 for (const char* method : {"GET", "POST", "PUT"}) {
                     auto request = SessionProbe::request(servers.back()->url());
                     request.method = method;
                     request.trust = probe->trust;
                     if (*method == 'P')
-                        request.body = Data(std::string(method[1] == 'O' ? 10 : 100'000, 'x'));  // in one go, or not
+                        request.body = Data(std::string(method[1] == 'O' ? 10 : 100'000,
+                                                        'x'));  // in one go, or not
                     if (fault == Fault::Silence) request.timeout = 500ms;
-                    tasks.emplace_back(std::string(tls ? "TLS " : "plain ") + method + ' ' + phase.name,
-                                       probe->session->dataTaskWithRequest(request));
+                    tasks.emplace_back(
+                        std::string(tls ? "TLS " : "plain ") + method + ' ' + phase.name,
+                        probe->session->dataTaskWithRequest(request));
                     codes.push_back(fault == Fault::Silence    ? URLErrorTimedOut
                                     : fault == Fault::Nonsense ? phase.nonsense
                                                                : phase.cut);
@@ -164,7 +189,8 @@ TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
             }
             for (std::size_t i = 0; i < tasks.size(); ++i) {
                 const auto story = probe->waitForEnd(tasks[i].second);
-                EXPECT_EQ(story.code(), codes[i]) << tasks[i].first << ", fault " << static_cast<int>(fault) << story.detail();
+                EXPECT_EQ(story.code(), codes[i])
+                    << tasks[i].first << ", fault " << static_cast<int>(fault) << story.detail();
                 EXPECT_EQ(story.ends, 1) << tasks[i].first;
             }
         }
@@ -182,9 +208,12 @@ TEST(URLSessionFaults, EndsAsDocumentedWhenTheHandshakeFails) {
         std::int64_t code;
     } cases[] = {
         {"closes at once", [](Connection&) { return false; }, URLErrorNetworkConnectionLost},
-        {"resets after the hello", [&](Connection& c) { return afterHello(c), c.reset(), false; }, URLErrorNetworkConnectionLost},
-        {"speaks HTTP", [&](Connection& c) { return afterHello(c), c.answer(400, "no"), false; }, URLErrorSecureConnectionFailed},
-        {"cuts a record short", [&](Connection& c) { return afterHello(c), c.write("\x16\x03\x03\x40"), false; },
+        {"resets after the hello", [&](Connection& c) { return afterHello(c), c.reset(), false; },
+         URLErrorNetworkConnectionLost},
+        {"speaks HTTP", [&](Connection& c) { return afterHello(c), c.answer(400, "no"), false; },
+         URLErrorSecureConnectionFailed},
+        {"cuts a record short",
+         [&](Connection& c) { return afterHello(c), c.write("\x16\x03\x03\x40"), false; },
          URLErrorNetworkConnectionLost},
         {"refuses by an alert",
          [&](Connection& c) {
@@ -239,7 +268,8 @@ TEST(URLSessionFaults, OneSilentAnswerHoldsUpNoOther) {
             others.push_back(probe->task(server.url()));
             others.back()->resume();
         }
-        for (const auto& other : others) EXPECT_EQ(probe->waitForEnd(other).body, "ok") << probe->story(other).detail();
+        for (const auto& other : others)
+            EXPECT_EQ(probe->waitForEnd(other).body, "ok") << probe->story(other).detail();
         EXPECT_EQ(probe->story(first).ends, 0) << "it has waited all the while";
         first->cancel();
         probe->waitForEnd(first);
@@ -276,8 +306,10 @@ TEST(URLSessionFaults, RefusesWhatIsNoRequest) {
 
 TEST(URLSessionFaults, SaysWhatIsWrongWithTheWayToTheServer) {
     const auto probe = SessionProbe::make();
-    EXPECT_EQ(probe->load("http://127.0.0.1:" + std::to_string(deadPort()) + "/").code(), URLErrorCannotConnectToHost);
-    EXPECT_EQ(probe->load("http://name.invalid/").code(), URLErrorCannotFindHost);  // RFC 6761: never resolves
+    EXPECT_EQ(probe->load("http://127.0.0.1:" + std::to_string(deadPort()) + "/").code(),
+              URLErrorCannotConnectToHost);
+    // RFC 6761: never resolves
+    EXPECT_EQ(probe->load("http://name.invalid/").code(), URLErrorCannotFindHost);
 
     ScriptedServer resetting([](Connection& connection) {
         connection.readRequest();
@@ -298,7 +330,8 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
             }
             return;
         }
-        if (request->target == "/middle") connection.write("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
+        if (request->target == "/middle")
+            connection.write("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
         connection.waitForClose();
     });
     URLSessionConfiguration configuration;
@@ -312,7 +345,8 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
     }
     auto slow = SessionProbe::request(server.url("/slow"));
     slow.timeout = 1200ms;
-    EXPECT_EQ(probe->load(slow).body, "slowly") << "longer than the timeout, but never silent for so long";
+    EXPECT_EQ(probe->load(slow).body, "slowly")
+        << "longer than the timeout, but never silent for so long";
 
     auto slower = SessionProbe::request(server.url("/slower"));
     slower.timeout = 2500ms;
@@ -321,16 +355,20 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
         crowd.push_back(probe->session->dataTaskWithRequest(slower));
         crowd.back()->resume();
     }
-    for (const auto& task : crowd) EXPECT_EQ(probe->waitForEnd(task).body, "slowly") << "who waits for a turn is not silent";
+    for (const auto& task : crowd)
+        EXPECT_EQ(probe->waitForEnd(task).body, "slowly") << "who waits for a turn is not silent";
 
     configuration.timeoutForResource = 1s;
-    EXPECT_EQ(SessionProbe::make(configuration)->load(server.url("/silent")).code(), URLErrorTimedOut) << "altogether";
+    EXPECT_EQ(SessionProbe::make(configuration)->load(server.url("/silent")).code(),
+              URLErrorTimedOut)
+        << "altogether";
 }
 
 TEST(URLSessionFaults, BoundsACompressedBomb) {
     const std::string bomb = gzipped(std::string(std::size_t{128} << 20, '\0'));
-    ScriptedServer server(ScriptedServer::answering(
-        [&](const WireRequest&) { return ScriptedServer::text(200, bomb, "Content-Encoding: gzip\r\n"); }));
+    ScriptedServer server(ScriptedServer::answering([&](const WireRequest&) {
+        return ScriptedServer::text(200, bomb, "Content-Encoding: gzip\r\n");
+    }));
     URLSessionConfiguration configuration;
     configuration.maximumAnswerBytes = 8 << 20;
     const auto story = SessionProbe::make(configuration)->load(server.url());
@@ -348,9 +386,12 @@ TEST(URLSessionFaults, TrustsOnlyWhomItShould) {
     };
     const Case cases[] = {
         {"as it should be", authority.issue(), 0},
-        {"for another host", authority.issue({.host = "other.example"}), URLErrorServerCertificateUntrusted},
-        {"expired", authority.issue({.endsIn = std::chrono::hours(-1)}), URLErrorServerCertificateHasBadDate},
-        {"from tomorrow on", authority.issue({.startsIn = std::chrono::hours(20)}), URLErrorServerCertificateNotYetValid},
+        {"for another host", authority.issue({.host = "other.example"}),
+         URLErrorServerCertificateUntrusted},
+        {"expired", authority.issue({.endsIn = std::chrono::hours(-1)}),
+         URLErrorServerCertificateHasBadDate},
+        {"from tomorrow on", authority.issue({.startsIn = std::chrono::hours(20)}),
+         URLErrorServerCertificateNotYetValid},
         {"by an unknown authority", stranger.issue(), URLErrorServerCertificateHasUnknownRoot},
     };
     const auto probe = SessionProbe::trusting(authority.certificatePEM());
@@ -365,7 +406,8 @@ TEST(URLSessionFaults, TrustsOnlyWhomItShould) {
         const auto story = probe->load(server.url());
         EXPECT_EQ(story.code(), each.code) << each.why << ": " << story.detail();
         EXPECT_EQ(story.body, each.code ? "" : "ok") << each.why;
-        EXPECT_NE(plain->load(server.url()).code(), 0) << "the system knows none of them, whoever was trusted before";
+        EXPECT_NE(plain->load(server.url()).code(), 0)
+            << "the system knows none of them, whoever was trusted before";
         EXPECT_EQ(requests, each.code ? 0 : 1) << "what is signed must not reach the wrong server";
     }
 }

@@ -31,7 +31,9 @@ public:
         server_.stop();
         thread_.join();
     }
-    std::string url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
+    std::string url(const std::string& path) const {
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    }
 
 private:
     httplib::Server server_;
@@ -43,7 +45,8 @@ TEST(URLSession, TellsATasksStoryInOrder) {
     HTTPServer server([](httplib::Server& http) {
         http.Post("/echo", [](const httplib::Request& request, httplib::Response& response) {
             response.status = 201;
-            response.set_content(request.body + "/" + request.get_header_value("X-Key"), "application/octet-stream");
+            response.set_content(request.body + "/" + request.get_header_value("X-Key"),
+                                 "application/octet-stream");
         });
     });
     const auto probe = SessionProbe::make();
@@ -53,7 +56,9 @@ TEST(URLSession, TellsATasksStoryInOrder) {
     request.headers.set("X-Key", "42");
     const auto task = probe->session->dataTaskWithRequest(request);
     std::vector<int> states;
-    task->addObserver(task, "state", [&](Object&, const KeyValueChange& change) { states.push_back(change.newValue.intValue()); });
+    task->addObserver(task, "state", [&](Object&, const KeyValueChange& change) {
+        states.push_back(change.newValue.intValue());
+    });
     EXPECT_EQ(task->state(), State::Suspended);
 
     const auto story = probe->run(task);
@@ -92,8 +97,8 @@ TEST(URLSession, SendsWhatTheRequestSaysAndNothingElse) {
     EXPECT_EQ(seen[0].target, "/ctx/../u%2Fv?q=a&b") << "paths are sent as they stand";
     for (const auto& wire : seen) {
         EXPECT_NE(wire.head.find("x-FIRST: 2\r\nX-Empty:\r\n"), std::string::npos) << wire.head;
-        for (const char* absent :
-             {"Evil", "Bad Name", "X-First", "Cookie", "If-", "Expect", "Content-Type", "User-Agent", "987654321"}) {
+        for (const char* absent : {"Evil", "Bad Name", "X-First", "Cookie", "If-", "Expect",
+                                   "Content-Type", "User-Agent", "987654321"}) {
             EXPECT_EQ(wire.head.find(absent), std::string::npos) << absent << " in " << wire.head;
         }
         const bool announcesBody = wire.method == "POST" || wire.method == "PUT";
@@ -108,8 +113,9 @@ TEST(URLSession, SendsWhatTheRequestSaysAndNothingElse) {
 
 TEST(URLSession, DecodesCompressedAnswersUnlessAskedNotTo) {
     const std::string gzip = gzipped("hello hello hello");
-    ScriptedServer server(ScriptedServer::answering(
-        [&](const WireRequest&) { return ScriptedServer::text(200, gzip, "Content-Encoding: gzip\r\n"); }));
+    ScriptedServer server(ScriptedServer::answering([&](const WireRequest&) {
+        return ScriptedServer::text(200, gzip, "Content-Encoding: gzip\r\n");
+    }));
     const auto probe = SessionProbe::make();
     const auto task = probe->task(server.url());
     const auto story = probe->run(task);
@@ -137,7 +143,8 @@ TEST(URLSession, LetsTheDelegateDecideAboutRedirections) {
     };
     for (const auto& each : cases) {
         ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
-            if (request.target == "/b?x=1") return ScriptedServer::text(200, request.method + " " + request.body);
+            if (request.target == "/b?x=1")
+                return ScriptedServer::text(200, request.method + " " + request.body);
             return ScriptedServer::text(each.status, "gone", "Location: ../b?x=1\r\n");
         }));
         const auto probe = SessionProbe::make();
@@ -154,9 +161,11 @@ TEST(URLSession, LetsTheDelegateDecideAboutRedirections) {
 }
 
 TEST(URLSession, TakesARefusedRedirectionAsTheAnswer) {
-    for (const std::size_t length : {std::size_t{4}, std::size_t{3'000'000}}) {  // held back whole, and asked about in the middle
-        ScriptedServer server(ScriptedServer::answering(
-            [&](const WireRequest&) { return ScriptedServer::text(302, std::string(length, 'x'), "Location: /b\r\n"); }));
+    // held back whole, and asked about in the middle
+    for (const std::size_t length : {std::size_t{4}, std::size_t{3'000'000}}) {
+        ScriptedServer server(ScriptedServer::answering([&](const WireRequest&) {
+            return ScriptedServer::text(302, std::string(length, 'x'), "Location: /b\r\n");
+        }));
         const auto probe = SessionProbe::make();
         probe->onRedirection = [](auto&, auto&, auto handler) { handler(std::nullopt); };
         const auto refused = probe->load(server.url());
@@ -180,7 +189,8 @@ TEST(URLSession, GivesUpAfterTwentyHops) {
 }
 
 TEST(URLSession, DropsCredentialsOnTheWayToAnotherOrigin) {
-    const HTTPURLResponse response{*URL::parse("https://a.example/"), 307, {{"Location", "https://b.example/x"}}};
+    const HTTPURLResponse response{
+        *URL::parse("https://a.example/"), 307, {{"Location", "https://b.example/x"}}};
     URLRequest request;
     request.url = response.url;
     request.headers = {{"Authorization", "secret"}, {"X-Key", "1"}};
@@ -192,7 +202,8 @@ TEST(URLSession, DropsCredentialsOnTheWayToAnotherOrigin) {
 }
 
 TEST(URLSession, WaitsForTheDelegateToAllowAResponse) {
-    ScriptedServer server(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "body"); }));
+    ScriptedServer server(ScriptedServer::answering(
+        [](const WireRequest&) { return ScriptedServer::text(200, "body"); }));
     const auto probe = SessionProbe::make();
     std::function<void(URLSessionResponseDisposition)> kept;
     std::mutex mutex;
@@ -202,7 +213,8 @@ TEST(URLSession, WaitsForTheDelegateToAllowAResponse) {
     };
     const auto later = probe->task(server.url());
     later->resume();
-    ASSERT_TRUE(probe->waitUntil(later, [](const TaskStory& story) { return story.status == 200; }));
+    ASSERT_TRUE(
+        probe->waitUntil(later, [](const TaskStory& story) { return story.status == 200; }));
     probe->load("nonsense://x");  // another task's story passes by on the same queue
     EXPECT_EQ(probe->story(later).calls, "r");
     {
@@ -213,7 +225,8 @@ TEST(URLSession, WaitsForTheDelegateToAllowAResponse) {
 
     const auto cancelled = probe->task(server.url());
     cancelled->resume();
-    ASSERT_TRUE(probe->waitUntil(cancelled, [](const TaskStory& story) { return story.status == 200; }));
+    ASSERT_TRUE(
+        probe->waitUntil(cancelled, [](const TaskStory& story) { return story.status == 200; }));
     cancelled->cancel();  // with the question still open
     EXPECT_EQ(probe->waitForEnd(cancelled).code(), URLErrorCancelled);
 
@@ -229,7 +242,8 @@ TEST(URLSession, BoundsAnswersHeldInMemory) {
     const std::string body(300'000, 'x');
     ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
         if (request.target == "/chunked")
-            return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n493e0\r\n" + body + "\r\n0\r\n\r\n";
+            return "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n493e0\r\n" + body +
+                   "\r\n0\r\n\r\n";
         return ScriptedServer::text(200, body);
     }));
     URLSessionConfiguration configuration;
@@ -256,7 +270,8 @@ TEST(URLSession, PausesADownloadWhoseConsumerLags) {
     std::atomic<std::size_t> written{0};
     ScriptedServer server([&](ScriptedServer::Connection& connection) {
         connection.readRequest();
-        connection.write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kTotal) + "\r\n\r\n");
+        connection.write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kTotal) +
+                         "\r\n\r\n");
         const std::string piece(1 << 20, 'x');
         while (written < kTotal && connection.write(piece)) written += piece.size();
     });
@@ -267,7 +282,8 @@ TEST(URLSession, PausesADownloadWhoseConsumerLags) {
     std::atomic<std::size_t> consumed{0};
     probe->onData = [&](auto&, const Data& data) {
         const std::lock_guard wait(gate);
-        const std::size_t sent = std::max<std::size_t>(written, consumed);  // what was read may not be counted as written yet
+        // what was read may not be counted as written yet
+        const std::size_t sent = std::max<std::size_t>(written, consumed);
         largestLead = std::max<std::size_t>(largestLead, sent - consumed);
         consumed += data.size();
     };
@@ -277,9 +293,11 @@ TEST(URLSession, PausesADownloadWhoseConsumerLags) {
     const auto task = probe->session->dataTaskWithRequest(request);
     task->setAnswerIsStreamed(true);
     task->resume();
-    ScriptedServer quick(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
+    ScriptedServer quick(ScriptedServer::answering(
+        [](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
     const auto otherProbe = SessionProbe::make();
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(otherProbe->load(quick.url()).status, 200) << "the network thread goes on";
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(otherProbe->load(quick.url()).status, 200) << "the network thread goes on";
     gate.unlock();
     EXPECT_EQ(probe->waitForEnd(task).body.size(), kTotal) << probe->story(task).detail();
     // One MiB on our side, the rest is what the system's socket buffers hold.
@@ -306,7 +324,8 @@ TEST(URLSession, EndsACancelledTaskOnceWhereverItStands) {
 
     const auto midway = probe->task(server.url());
     midway->resume();
-    ASSERT_TRUE(probe->waitUntil(midway, [](const TaskStory& story) { return story.body == "half"; }));
+    ASSERT_TRUE(
+        probe->waitUntil(midway, [](const TaskStory& story) { return story.body == "half"; }));
     midway->cancel();
     EXPECT_EQ(probe->waitForEnd(midway).code(), URLErrorCancelled);
     EXPECT_EQ(midway->state(), State::Completed);
@@ -321,17 +340,22 @@ TEST(URLSession, EndsACancelledTaskOnceWhereverItStands) {
 }
 
 TEST(URLSession, OutlivesWhoeverStartedIt) {
-    ScriptedServer server(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
+    ScriptedServer server(ScriptedServer::answering(
+        [](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
     struct Ending final : URLSessionDelegate {
         std::shared_ptr<std::atomic<int>> ends;
-        void taskDidCompleteWithError(URLSession&, const TaskPtr&, const ErrorPtr& error) override { *ends += error ? 100 : 1; }
+        void taskDidCompleteWithError(URLSession&, const TaskPtr&, const ErrorPtr& error) override {
+            *ends += error ? 100 : 1;
+        }
     };
     const auto ends = std::make_shared<std::atomic<int>>(0);
     for (int i = 0; i < 20; ++i) {
         const auto delegate = std::make_shared<Ending>();
         delegate->ends = ends;
-        const auto session = URLSession::create({}, delegate, OperationQueue::create("short-lived"));
-        session->dataTaskWithRequest(SessionProbe::request(server.url()));  // never resumed, released
+        const auto session =
+            URLSession::create({}, delegate, OperationQueue::create("short-lived"));
+        // never resumed, released
+        session->dataTaskWithRequest(SessionProbe::request(server.url()));
         session->dataTaskWithRequest(SessionProbe::request(server.url()))->resume();
     }
     EXPECT_TRUE(spinUntil([&] { return *ends == 20; })) << *ends;
@@ -341,14 +365,18 @@ TEST(URLSession, RunsManyTasksAtOnce) {
     HTTPServer server([](httplib::Server& http) {
         http.new_task_queue = [] { return new httplib::ThreadPool(32); };
         http.Get(R"(/(\d+))", [](const httplib::Request& request, httplib::Response& response) {
-            response.set_content(std::string(static_cast<std::size_t>(std::stoi(request.matches[1])), 'x'), "text/plain");
+            response.set_content(
+                std::string(static_cast<std::size_t>(std::stoi(request.matches[1])), 'x'),
+                "text/plain");
         });
     });
     const auto probe = SessionProbe::make();
     std::vector<std::pair<std::size_t, std::shared_ptr<URLSessionTask>>> tasks;
-    for (std::size_t i = 0; i < 200; ++i) tasks.emplace_back(i * 37, probe->task(server.url("/" + std::to_string(i * 37))));
+    for (std::size_t i = 0; i < 200; ++i)
+        tasks.emplace_back(i * 37, probe->task(server.url("/" + std::to_string(i * 37))));
     for (const auto& [size, task] : tasks) task->resume();
-    for (const auto& [size, task] : tasks) EXPECT_EQ(probe->waitForEnd(task).body.size(), size) << probe->story(task).detail();
+    for (const auto& [size, task] : tasks)
+        EXPECT_EQ(probe->waitForEnd(task).body.size(), size) << probe->story(task).detail();
 }
 
 }  // namespace

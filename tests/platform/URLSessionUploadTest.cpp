@@ -84,11 +84,13 @@ private:
 };
 using Then = ScriptedStream::Then;
 
-std::shared_ptr<ScriptedStream> stream(std::string content, std::size_t piece = 1 << 20, Then then = Then::End) {
+std::shared_ptr<ScriptedStream> stream(std::string content, std::size_t piece = 1 << 20,
+                                       Then then = Then::End) {
     return create<ScriptedStream>(std::move(content), piece, then);
 }
 
-URLRequest upload(const std::string& url, std::shared_ptr<InputStream> body, std::optional<std::size_t> length) {
+URLRequest upload(const std::string& url, std::shared_ptr<InputStream> body,
+                  std::optional<std::size_t> length) {
     URLRequest request = SessionProbe::request(url);
     request.method = "POST";
     request.bodyStream = std::move(body);
@@ -131,8 +133,10 @@ TEST(URLSessionUpload, SendsAStreamAsItIs) {
         const auto story = probe->run(task);
         EXPECT_EQ(story.body, "thanks") << each.why << story.detail();
         EXPECT_TRUE(seen.body == content) << each.why << ": " << seen.body.size() << " bytes";
-        EXPECT_EQ(seen.header("Content-Length"), each.announced ? std::to_string(each.size) : "") << each.why;
-        EXPECT_EQ(task->countOfBytesExpectedToSend(), each.announced ? static_cast<std::int64_t>(each.size) : -1);
+        EXPECT_EQ(seen.header("Content-Length"), each.announced ? std::to_string(each.size) : "")
+            << each.why;
+        EXPECT_EQ(task->countOfBytesExpectedToSend(),
+                  each.announced ? static_cast<std::int64_t>(each.size) : -1);
         EXPECT_EQ(story.sent, static_cast<std::int64_t>(each.size)) << each.why;
         EXPECT_LE(body->opened, 1);
         probe->onSent = nullptr;
@@ -153,8 +157,10 @@ TEST(URLSessionUpload, FailsWhenTheBodyIsNotWhatWasAnnounced) {
         std::int64_t code;
     };
     const Case cases[] = {
-        {"a byte too few", stream(pattern(999)), kURLErrorDomain, URLErrorRequestBodyStreamExhausted},
-        {"a byte too many", stream(pattern(1001)), kURLErrorDomain, URLErrorRequestBodyStreamExhausted},
+        {"a byte too few", stream(pattern(999)), kURLErrorDomain,
+         URLErrorRequestBodyStreamExhausted},
+        {"a byte too many", stream(pattern(1001)), kURLErrorDomain,
+         URLErrorRequestBodyStreamExhausted},
         {"a failure in the middle", stream(pattern(500), 100, Then::Fail), kCocoaErrorDomain, 256},
         {"no such file", InputStream::withFileAtPath("/nonexistent/file"), kCocoaErrorDomain, 260},
         {"a directory", InputStream::withFileAtPath("/"), kCocoaErrorDomain, 256},
@@ -175,17 +181,22 @@ TEST(URLSessionUpload, BeginsABodyOnceOnly) {
         connection.answer(request->target == "/end" ? 200 : 307, "", "Location: /end\r\n");
     });
     const auto probe = SessionProbe::make();
-    EXPECT_EQ(probe->load(upload(server.url("/redirect"), stream("body"), 4)).code(), URLErrorRequestBodyStreamExhausted);
+    EXPECT_EQ(probe->load(upload(server.url("/redirect"), stream("body"), 4)).code(),
+              URLErrorRequestBodyStreamExhausted);
 
     const auto body = stream("body");
-    EXPECT_EQ(probe->load(upload("http://127.0.0.1:" + std::to_string(deadPort()) + "/", body, 4)).code(),
-              URLErrorCannotConnectToHost);
+    EXPECT_EQ(
+        probe->load(upload("http://127.0.0.1:" + std::to_string(deadPort()) + "/", body, 4)).code(),
+        URLErrorCannotConnectToHost);
     EXPECT_EQ(body->opened, 0) << "nobody has asked for it, so it can be tried again";
-    EXPECT_EQ(probe->load(upload(server.url("/drop"), body, 4)).code(), URLErrorNetworkConnectionLost);
-    EXPECT_EQ(probe->load(upload(server.url("/end"), body, 4)).code(), URLErrorRequestBodyStreamExhausted);
+    EXPECT_EQ(probe->load(upload(server.url("/drop"), body, 4)).code(),
+              URLErrorNetworkConnectionLost);
+    EXPECT_EQ(probe->load(upload(server.url("/end"), body, 4)).code(),
+              URLErrorRequestBodyStreamExhausted);
     EXPECT_EQ(body->opened, 1);
 
-    const auto late = stream("", 1, Then::Hang);  // cut before it had given a byte, it was begun all the same
+    // cut before it had given a byte, it was begun all the same
+    const auto late = stream("", 1, Then::Hang);
     ScriptedServer cutting([&late](Connection& connection) {
         connection.readHead();
         while (late->opened == 0 && connection.pause(1ms)) continue;
@@ -195,7 +206,8 @@ TEST(URLSessionUpload, BeginsABodyOnceOnly) {
     EXPECT_EQ(cut.code(), URLErrorNetworkConnectionLost);
     EXPECT_EQ(cut.calls, "e") << "no progress, no answer";
     EXPECT_TRUE(spinUntil([&] { return late->closed.load(); }));
-    EXPECT_EQ(probe->load(upload(server.url("/end"), late, 4)).code(), URLErrorRequestBodyStreamExhausted);
+    EXPECT_EQ(probe->load(upload(server.url("/end"), late, 4)).code(),
+              URLErrorRequestBodyStreamExhausted);
 }
 
 TEST(URLSessionUpload, GivesABodyAgainFromItsStartWhereItCan) {
@@ -205,7 +217,8 @@ TEST(URLSessionUpload, GivesABodyAgainFromItsStartWhereItCan) {
         const auto request = connection.readRequest();
         if (!request) return;
         seen.push_back(request->target + " " + std::to_string(request->body.size()));
-        connection.answer(request->target == "/end" ? 200 : 307, request->body, "Location: /end\r\n");
+        connection.answer(request->target == "/end" ? 200 : 307, request->body,
+                          "Location: /end\r\n");
         connection.waitForClose();
         ++ended;
     });
@@ -214,21 +227,26 @@ TEST(URLSessionUpload, GivesABodyAgainFromItsStartWhereItCan) {
     const std::string path = folder / "body";
     FileManager::writeAtomically(Data(content), path);
     const auto probe = SessionProbe::make();
-    for (const auto& body : {InputStream::withData(Data(content)), InputStream::withFileAtPath(path)}) {
-        EXPECT_TRUE(probe->load(upload(server.url("/redirect"), body, content.size())).body == content);
+    for (const auto& body :
+         {InputStream::withData(Data(content)), InputStream::withFileAtPath(path)}) {
+        EXPECT_TRUE(probe->load(upload(server.url("/redirect"), body, content.size())).body ==
+                    content);
         EXPECT_TRUE(body->isClaimed());
-        EXPECT_TRUE(probe->load(upload(server.url("/end"), body, content.size())).body == content) << "begun before";
+        EXPECT_TRUE(probe->load(upload(server.url("/end"), body, content.size())).body == content)
+            << "begun before";
     }
     const std::string size = " 1000003";
-    EXPECT_EQ(seen,
-              (std::vector{"/redirect" + size, "/end" + size, "/end" + size, "/redirect" + size, "/end" + size, "/end" + size}));
-    EXPECT_TRUE(spinUntil([&] { return ended == server.connectionCount(); })) << "no upload leaves its connection behind";
+    EXPECT_EQ(seen, (std::vector{"/redirect" + size, "/end" + size, "/end" + size,
+                                 "/redirect" + size, "/end" + size, "/end" + size}));
+    EXPECT_TRUE(spinUntil([&] { return ended == server.connectionCount(); }))
+        << "no upload leaves its connection behind";
 }
 
 TEST(URLSessionUpload, TakesARefusalBeforeTheBodyIsSent) {
     ScriptedServer server([](Connection& connection) {
         const auto head = connection.readHead();
-        connection.answer(413, "too large", head->target == "/closing" ? "Connection: close\r\n" : "");
+        connection.answer(413, "too large",
+                          head->target == "/closing" ? "Connection: close\r\n" : "");
         connection.pause(60s);  // neither reads nor closes
     });
     const auto probe = SessionProbe::make();
@@ -237,7 +255,8 @@ TEST(URLSessionUpload, TakesARefusalBeforeTheBodyIsSent) {
         const auto story = probe->load(upload(server.url(path), body, 50'000'000));
         EXPECT_EQ(story.status, 413) << story.detail();
         EXPECT_EQ(story.body, "too large");
-        // A refusal may come before the body was asked for at all; a reader that has begun is woken.
+        // A refusal may come before the body was asked for at all; a reader that has begun is
+        // woken.
         EXPECT_TRUE(spinUntil([&] { return body->opened == 0 || body->closed; }));
 
         auto inMemory = SessionProbe::request(server.url(path));
@@ -248,7 +267,8 @@ TEST(URLSessionUpload, TakesARefusalBeforeTheBodyIsSent) {
 }
 
 TEST(URLSessionUpload, WaitsForASlowBodyWithoutHoldingUpAnythingElse) {
-    ScriptedServer server(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
+    ScriptedServer server(ScriptedServer::answering(
+        [](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
     const auto probe = SessionProbe::make();
     const auto [input, output] = boundStreams(100);
     auto request = upload(server.url(), input, 10);
@@ -256,7 +276,8 @@ TEST(URLSessionUpload, WaitsForASlowBodyWithoutHoldingUpAnythingElse) {
     const auto slow = probe->session->dataTaskWithRequest(request);
     slow->resume();
     const auto start = std::chrono::steady_clock::now();
-    while (std::chrono::steady_clock::now() - start < 500ms) EXPECT_EQ(probe->load(server.url()).body, "ok");
+    while (std::chrono::steady_clock::now() - start < 500ms)
+        EXPECT_EQ(probe->load(server.url()).body, "ok");
     EXPECT_EQ(probe->story(slow).ends, 0) << "the silence is ours";
     output->open();
     output->write(reinterpret_cast<const std::uint8_t*>("0123456789"), 10);
@@ -280,7 +301,8 @@ TEST(URLSessionUpload, LetsGoOfABodyThatIsCancelledOrNotRead) {
 
     auto request = upload(server.url(), stream(pattern(20'000'000)), 20'000'000);
     request.timeout = 300ms;
-    EXPECT_EQ(probe->load(request).code(), URLErrorTimedOut) << "what the peer does not take is its silence";
+    EXPECT_EQ(probe->load(request).code(), URLErrorTimedOut)
+        << "what the peer does not take is its silence";
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// Answers that are not what an operation expects: its completion runs once, on the main thread, and a failure changes nothing.
+// Answers that are not what an operation expects: its completion runs once, on the main thread, and
+// a failure changes nothing.
 
 #include <algorithm>
 #include <ctime>
@@ -30,7 +31,8 @@ protected:
         service.answerWith(status, answer);
         const Outcome& outcome = run(operation.name);
         if (outcome.error()) {
-            EXPECT_TRUE(outcome.text().starts_with("no, ") || outcome.text().starts_with("nil, ")) << outcome.text();
+            EXPECT_TRUE(outcome.text().starts_with("no, ") || outcome.text().starts_with("nil, "))
+                << outcome.text();
             EXPECT_EQ(resources.describe(), before) << outcome.text();
         }
         return outcome;
@@ -80,7 +82,10 @@ TEST_F(Answers, OfAnyShapeEndTheOperation) {
 
 TEST_F(Answers, PassTheServicesErrorOn) {
     for (const Operation& operation : allOperations()) {
-        EXPECT_EQ(describe(runAgainst(operation, 400, R"({"errorCode":4711,"errorMessage":"no"})").error()), "VXErrorDomain 4711")
+        EXPECT_EQ(
+            describe(
+                runAgainst(operation, 400, R"({"errorCode":4711,"errorMessage":"no"})").error()),
+            "VXErrorDomain 4711")
             << operation.name;
     }
 }
@@ -116,10 +121,13 @@ TEST_F(Answers, AnErrorNamesWhatIsWrongWithAList) {
 
 TEST_F(Answers, OfTenMegabytesAreReadLikeOthers) {
     Array records;
-    for (int i = 0; i < 1000; ++i) records.append(Dictionary{{"id", "u" + std::to_string(i)}, {"name", std::string(10'000, 'x')}});
+    for (int i = 0; i < 1000; ++i)
+        records.append(
+            Dictionary{{"id", "u" + std::to_string(i)}, {"name", std::string(10'000, 'x')}});
     const std::string list = json(records);
     const std::string text = '"' + std::string(10 << 20, 'x') + '"';
-    const std::string record = R"({"id":"g1","success":true,"members":)" + list + R"(,"friends":["u1"]})";
+    const std::string record =
+        R"({"id":"g1","success":true,"members":)" + list + R"(,"friends":["u1"]})";
     for (const std::string* answer : {&list, &text, &record}) {
         for (const Operation& operation : allOperations()) {
             SCOPED_TRACE(std::string(operation.name) + " answered " + answer->substr(0, 30));
@@ -128,7 +136,8 @@ TEST_F(Answers, OfTenMegabytesAreReadLikeOthers) {
     }
 }
 
-/// Every friend listens for its presence by its id: a service must not be able to make that quadratic.
+/// Every friend listens for its presence by its id: a service must not be able to make that
+/// quadratic.
 TEST_F(Answers, ManyIdsOfAnyKindTakeTheirTimeOnly) {
     const auto cost = [&](const std::function<std::string(int)>& id) {
         std::string list = "[";
@@ -145,25 +154,29 @@ TEST_F(Answers, ManyIdsOfAnyKindTakeTheirTimeOnly) {
     EXPECT_LT(cost([](int i) { return "[" + std::to_string(i) + "]"; }), 10 * texts);
 }
 
-/// "POST /groups/:/members" of "POST /groups/g1/members?x {…}": every second part of a path is an id.
+/// "POST /groups/:/members" of "POST /groups/g1/members?x {…}": every second part of a path is an
+/// id.
 std::string shapeOf(const std::string& request) {
     std::istringstream words(request);
     std::string method, target, part, shape;
     words >> method >> target;
     const auto query = std::min(target.find('?'), target.size());
     std::istringstream parts(target.substr(1, query - 1));
-    for (bool isId = false; std::getline(parts, part, '/'); isId = !isId) shape += "/" + (isId ? ":" : part);
+    for (bool isId = false; std::getline(parts, part, '/'); isId = !isId)
+        shape += "/" + (isId ? ":" : part);
     return method + " " + shape + (target.substr(query) == "?detail" ? "?detail" : "");
 }
 
-/// What the service was recorded to answer, by the shape of the request; by "error" what it refused.
+/// What the service was recorded to answer, by the shape of the request; by "error" what it
+/// refused.
 std::multimap<std::string, std::string> recordedAnswers() {
     std::multimap<std::string, std::string> answers;
     for (const PageExample& example : examplesIn(readServicePage())) {
         if (example.kind != "http") continue;
         const auto status = example.text.find("\n\n") + 2;
         const auto answer = example.text.find('\n', status) + 1;
-        answers.emplace(example.text[status] == '2' ? shapeOf(example.text) : "error", example.text.substr(answer));
+        answers.emplace(example.text[status] == '2' ? shapeOf(example.text) : "error",
+                        example.text.substr(answer));
     }
     return answers;
 }
@@ -229,7 +242,8 @@ TEST_F(Answers, EveryWrongKindInEveryPlaceOfARecordedAnswer) {
             const Outcome& right = runAgainst(operation, 200, answer->second);
             EXPECT_FALSE(right.error()) << operation.name << ": " << right.text();
             const std::string after = resources.describe();
-            for (const Wrong& wrong : everyWrongKind(parseJSON(answer->second, JSONFragments::Allow).value)) {
+            for (const Wrong& wrong :
+                 everyWrongKind(parseJSON(answer->second, JSONFragments::Allow).value)) {
                 SCOPED_TRACE(operation.name + (": " + wrong.what));
                 const Outcome& outcome = runAgainst(operation, 200, wrong.text);
                 readEverything(resources);
@@ -259,7 +273,8 @@ TEST_F(Answers, LocalFieldsOfAWrongKindFailAnOperationAtMost) {
     const auto tryAll = [&](const char* which, const Dictionary& record, auto place) {
         for (const Wrong& wrong : everyWrongKind(record)) {
             const JSONResult parsed = parseJSON(wrong.text);
-            if (parsed.value.get("id") != record.get("id")) continue;  // no object, or no path to it
+            // no object, or no path to it
+            if (parsed.value.get("id") != record.get("id")) continue;
             for (const Operation& operation : allOperations()) {
                 if (!std::string(operation.name).starts_with(which)) continue;
                 SCOPED_TRACE(operation.name + (" with " + wrong.what));
@@ -273,12 +288,15 @@ TEST_F(Answers, LocalFieldsOfAWrongKindFailAnOperationAtMost) {
         }
     };
     service.answerWith(200, R"({"success":true})");
-    tryAll("user", right.user->dictionaryRepresentation(),
-           [&](const Dictionary& record) { resources.user = VXIMUser::initWithDictionary(record); });
-    tryAll("group", right.group->dictionaryRepresentation(),
-           [&](const Dictionary& record) { resources.group = VXIMGroup::groupWithDictionary(record); });
-    tryAll("room", right.room->dictionaryRepresentation(),
-           [&](const Dictionary& record) { resources.room = VXIMRoom::roomWithDictionary(record); });
+    tryAll("user", right.user->dictionaryRepresentation(), [&](const Dictionary& record) {
+        resources.user = VXIMUser::initWithDictionary(record);
+    });
+    tryAll("group", right.group->dictionaryRepresentation(), [&](const Dictionary& record) {
+        resources.group = VXIMGroup::groupWithDictionary(record);
+    });
+    tryAll("room", right.room->dictionaryRepresentation(), [&](const Dictionary& record) {
+        resources.room = VXIMRoom::roomWithDictionary(record);
+    });
 }
 
 }  // namespace

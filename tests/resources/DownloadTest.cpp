@@ -27,7 +27,8 @@ TEST(Download, SignsOnlyWhatGoesToTheService) {
     FakeService service;
     FakeService stranger;
     for (FakeService* each : {&service, &stranger}) {
-        each->answer("GET", "/files/:name", {.body = vexim::Data(std::string_view("the file"))}, FakeService::kAlways);
+        each->answer("GET", "/files/:name", {.body = vexim::Data(std::string_view("the file"))},
+                     FakeService::kAlways);
     }
     vxim_configuration = service.configuration();
     const TemporaryFolder folder;
@@ -39,7 +40,8 @@ TEST(Download, SignsOnlyWhatGoesToTheService) {
     const auto signatures = [](const FakeService& asked) {
         std::string text;
         for (const auto& request : asked.requests()) {
-            for (const char* name : {"x-vx-request-sign", "x-vx-appid"}) text += request.headers.contains(name) ? "yes " : "no ";
+            for (const char* name : {"x-vx-request-sign", "x-vx-appid"})
+                text += request.headers.contains(name) ? "yes " : "no ";
         }
         return text;
     };
@@ -50,7 +52,8 @@ TEST(Download, SignsOnlyWhatGoesToTheService) {
 
 TEST(Download, WithoutAnAttachmentFails) {
     Outcome outcome;
-    VXIMMessage::messageWithText("http://127.0.0.1/")->downloadAttachment("/nonexistent/never-made", {}, outcome.result());
+    VXIMMessage::messageWithText("http://127.0.0.1/")
+        ->downloadAttachment("/nonexistent/never-made", {}, outcome.result());
     EXPECT_FALSE(outcome.hasEnded()) << "not on the caller's turn";
     ASSERT_TRUE(eventually([&] { return outcome.hasEnded(); }));
     EXPECT_EQ(outcome.text(), "nil, NSURLErrorDomain -1000");

@@ -20,11 +20,15 @@ using vexim::Value;
 
 namespace {
 
-void post(const char* name, const Value& id) { NotificationCenter::defaultCenter().post(name, nullptr, Dictionary{{"id", id}}); }
+void post(const char* name, const Value& id) {
+    NotificationCenter::defaultCenter().post(name, nullptr, Dictionary{{"id", id}});
+}
 
 std::string describe(const VXIMFriendInfo& info) {
-    return json(info.uid()) + (info.online() ? " online " : " offline ") + std::to_string(info.ts()) + " " + json(info.from()) +
-           " " + json(info.to()) + " " + (info.recentMessage() ? info.recentMessage()->text().value_or("without text") : "nothing");
+    return json(info.uid()) + (info.online() ? " online " : " offline ") +
+           std::to_string(info.ts()) + " " + json(info.from()) + " " + json(info.to()) + " " +
+           (info.recentMessage() ? info.recentMessage()->text().value_or("without text")
+                                 : "nothing");
 }
 
 TEST(FriendInfo, ReadsItsRecordLeniently) {
@@ -43,13 +47,15 @@ TEST(FriendInfo, ReadsItsRecordLeniently) {
         {"null is no message", R"({"id":"u7","recent":null})", R"("u7" offline 0 nil nil nothing)"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(describe(*VXIMFriendInfo::infoWithDictionary(dictionaryFrom(c.record))), c.expected) << c.why;
+        EXPECT_EQ(describe(*VXIMFriendInfo::infoWithDictionary(dictionaryFrom(c.record))),
+                  c.expected)
+            << c.why;
     }
 }
 
 TEST(FriendInfo, MetadataWithoutARecentMessageKeepsTheOldOne) {
-    auto info = VXIMFriendInfo::infoWithDictionary(
-        dictionaryFrom(R"({"id":"u7","online":true,"ts":1,"from":"a","to":"b","recent":{"content":{"body":"hi"}}})"));
+    auto info = VXIMFriendInfo::infoWithDictionary(dictionaryFrom(
+        R"({"id":"u7","online":true,"ts":1,"from":"a","to":"b","recent":{"content":{"body":"hi"}}})"));
     info->setMetadataWithDictionary(dictionaryFrom(R"({"id":"u8","ts":2})"));
     EXPECT_EQ(describe(*info), R"("u7" offline 2 nil nil hi)");
 }
@@ -62,13 +68,15 @@ TEST(FriendInfo, FollowsThePresenceOfItsFriendOnly) {
     auto empty = VXIMFriendInfo::infoWithId("");
     const auto online = [&] {
         std::string text;
-        for (const auto& info : {first, second, other, nobody, empty}) text += info->online() ? "1" : "0";
+        for (const auto& info : {first, second, other, nobody, empty})
+            text += info->online() ? "1" : "0";
         return text;
     };
 
     post(VXIMFriendOnlineNotification, "u7");
     EXPECT_EQ(online(), "11000");
-    EXPECT_FALSE(VXIMFriendInfo::infoWithId("u7")->online()) << "what was posted before is not heard";
+    EXPECT_FALSE(VXIMFriendInfo::infoWithId("u7")->online())
+        << "what was posted before is not heard";
     post(VXIMFriendOnlineNotification, "u8");
     post(VXIMFriendOfflineNotification, "u7");
     EXPECT_EQ(online(), "00100");
@@ -91,11 +99,13 @@ TEST(FriendInfo, HearsInRegistrationOrderAmongOtherObservers) {
     auto info = VXIMFriendInfo::infoWithId("u7");
     std::string seen;
     auto observer = std::make_shared<int>();
-    NotificationCenter::defaultCenter().addObserver(observer, VXIMFriendOnlineNotification, nullptr,
-                                                    [&](const vexim::Notification&) { seen += info->online() ? "1" : "0"; });
+    NotificationCenter::defaultCenter().addObserver(
+        observer, VXIMFriendOnlineNotification, nullptr,
+        [&](const vexim::Notification&) { seen += info->online() ? "1" : "0"; });
     auto later = VXIMFriendInfo::infoWithId("u7");
-    NotificationCenter::defaultCenter().addObserver(observer, VXIMFriendOfflineNotification, nullptr,
-                                                    [&](const vexim::Notification&) { seen += later->online() ? "1" : "0"; });
+    NotificationCenter::defaultCenter().addObserver(
+        observer, VXIMFriendOfflineNotification, nullptr,
+        [&](const vexim::Notification&) { seen += later->online() ? "1" : "0"; });
     post(VXIMFriendOnlineNotification, "u7");
     later->setOnline(true);
     post(VXIMFriendOfflineNotification, "u7");
@@ -106,8 +116,9 @@ TEST(FriendInfo, MayBeReleasedAnywhereAlsoByWhatHearsTheSamePost) {
     auto second = VXIMFriendInfo::infoWithId("u7");
     auto observer = std::make_shared<int>();
     auto third = VXIMFriendInfo::infoWithId("u7");
-    NotificationCenter::defaultCenter().addObserver(observer, VXIMFriendOnlineNotification, nullptr,
-                                                    [&](const vexim::Notification&) { second = third = nullptr; });
+    NotificationCenter::defaultCenter().addObserver(
+        observer, VXIMFriendOnlineNotification, nullptr,
+        [&](const vexim::Notification&) { second = third = nullptr; });
     auto fourth = VXIMFriendInfo::infoWithId("u7");
     post(VXIMFriendOnlineNotification, "u7");
     EXPECT_TRUE(fourth->online());
@@ -124,7 +135,9 @@ TEST(FriendInfo, FollowsNoMoreWhatAnApplicationRemovedFromTheCentre) {
     center.removeObserver(first.get());
     center.removeObserver(second.get(), VXIMFriendOfflineNotification);
     post(VXIMFriendOnlineNotification, "u7");
-    EXPECT_EQ(std::to_string(first->online()) + std::to_string(second->online()) + std::to_string(third->online()), "011");
+    EXPECT_EQ(std::to_string(first->online()) + std::to_string(second->online()) +
+                  std::to_string(third->online()),
+              "011");
     post(VXIMFriendOfflineNotification, "u7");
     EXPECT_EQ(std::to_string(second->online()) + std::to_string(third->online()), "10");
 
@@ -139,12 +152,14 @@ TEST(FriendInfo, FollowsNoMoreWhatAnApplicationRemovedFromTheCentre) {
     EXPECT_TRUE(later->online()) << "removed while the same event was told";
 }
 
-// Made, found and released in disorder, many share a friend, and ids of all kinds that are equal to none of another kind.
+// Made, found and released in disorder, many share a friend, and ids of all kinds that are equal to
+// none of another kind.
 TEST(FriendInfo, IsFoundAmongVeryMany) {
     constexpr int kInfos = 100'000;
     const auto idOf = [](int i) {
         switch (i % 4) {
-            case 0: return Value(std::int64_t{i} << 20);  // numbers that differ in their upper bits only
+            // numbers that differ in their upper bits only
+            case 0: return Value(std::int64_t{i} << 20);
             case 1: return Value(std::to_string(i));
             case 2: return Value(i + 0.5);
             default: return Value("the same friend");
@@ -160,7 +175,8 @@ TEST(FriendInfo, IsFoundAmongVeryMany) {
     const auto began = cpuTime();
     const auto heapBefore = mallinfo2().uordblks;
     for (int i = 0; i < kInfos; ++i) infos.push_back(VXIMFriendInfo::infoWithId(idOf(i)));
-    EXPECT_LE((mallinfo2().uordblks - heapBefore) / kInfos, 400U) << "bytes of heap for an info (0 under a sanitizer)";
+    EXPECT_LE((mallinfo2().uordblks - heapBefore) / kInfos, 400U)
+        << "bytes of heap for an info (0 under a sanitizer)";
     for (std::size_t i = 1; i < infos.size(); i += 4) infos[i] = nullptr;
     std::chrono::nanoseconds took[3];
     for (int kind = 0; kind < 3; ++kind) {
@@ -170,9 +186,11 @@ TEST(FriendInfo, IsFoundAmongVeryMany) {
     }
     EXPECT_LT(took[0], 10 * took[2]) << "such numbers are as far apart as any";
     post(VXIMFriendOnlineNotification, "the same friend");
-    for (const auto& info : infos) ASSERT_TRUE(!info || info->online()) << info->uid().description();
+    for (const auto& info : infos)
+        ASSERT_TRUE(!info || info->online()) << info->uid().description();
     post(VXIMFriendOfflineNotification, "the same friend");
-    for (std::size_t i = 0; i < infos.size(); ++i) ASSERT_TRUE(!infos[i] || infos[i]->online() == (i % 4 != 3)) << i;
+    for (std::size_t i = 0; i < infos.size(); ++i)
+        ASSERT_TRUE(!infos[i] || infos[i]->online() == (i % 4 != 3)) << i;
     infos.clear();
     EXPECT_LT(cpuTime() - began, std::chrono::seconds(20)) << "searching would take minutes";
 }
@@ -185,9 +203,11 @@ TEST(FriendInfo, IsMadeAndReleasedOnAnyThreadWhileEventsArrive) {
     for (int t = 0; t < 3; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < 1000; ++i) {
-                auto info = VXIMFriendInfo::infoWithId(i % 3 == 0 ? Value("u7") : Value("u" + std::to_string(i * 3 + t)));
+                auto info = VXIMFriendInfo::infoWithId(
+                    i % 3 == 0 ? Value("u7") : Value("u" + std::to_string(i * 3 + t)));
                 const std::lock_guard lock(mutex);
-                if (i % 2) handedOn.swap(info);  // the other thread's is released here, perhaps while it is being told
+                // the other thread's is released here, perhaps while it is being told
+                if (i % 2) handedOn.swap(info);
             }
         });
     }

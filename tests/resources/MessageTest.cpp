@@ -32,28 +32,38 @@ TEST(Message, ParsesSenderAndReceiver) {
         const char* payload;
         const char* expected;
     } cases[] = {
-        {"a friend", R"({"from":{"id":"u1","type":0},"to":{"id":"u2","type":0},"content":{"media":0,"body":"hi"}})",
+        {"a friend",
+         R"({"from":{"id":"u1","type":0},"to":{"id":"u2","type":0},"content":{"media":0,"body":"hi"}})",
          "from 0 user u1, to 0 user u2: hi"},
         {"a group", R"({"from":{"id":"u1","type":1,"gid":"g1"},"to":{"id":"g1","type":1}})",
          "from 1 user u1 group g1, to 1 group g1: nil"},
         {"a room", R"({"from":{"id":"u1","type":2,"gid":"r1"},"to":{"id":"r1","type":2}})",
          "from 2 user u1 room r1, to 2 room r1: nil"},
         {"the older form names a speaker, and no group",
-         R"({"speaker":"u1","to":{"id":"g1","type":1},"content":{"media":0,"body":"hi"}})", "from 1 user u1, to 1 group g1: hi"},
-        {"a sender wins over a speaker", R"({"speaker":"u9","from":{"id":"u1"}})", "from -1 user u1, to -1: nil"},
-        {"the sender's type wins over the receiver's", R"({"from":{"id":"u1","type":0},"to":{"id":"g1","type":1}})",
+         R"({"speaker":"u1","to":{"id":"g1","type":1},"content":{"media":0,"body":"hi"}})",
+         "from 1 user u1, to 1 group g1: hi"},
+        {"a sender wins over a speaker", R"({"speaker":"u9","from":{"id":"u1"}})",
+         "from -1 user u1, to -1: nil"},
+        {"the sender's type wins over the receiver's",
+         R"({"from":{"id":"u1","type":0},"to":{"id":"g1","type":1}})",
          "from 0 user u1, to 1 group g1: nil"},
-        {"an id without a type", R"({"from":{"id":"u1"},"to":{"id":"u2"}})", "from -1 user u1, to -1: nil"},
+        {"an id without a type", R"({"from":{"id":"u1"},"to":{"id":"u2"}})",
+         "from -1 user u1, to -1: nil"},
         {"a kind that nobody knows", R"({"to":{"id":"x","type":7}})", "from 7, to 7: nil"},
         {"a type as text", R"({"to":{"id":"g1","type":"1"}})", "from 1, to 1 group g1: nil"},
-        {"a type beyond 32 bits wraps", R"({"to":{"id":"g1","type":4294967297}})", "from 1, to 1 group g1: nil"},
+        {"a type beyond 32 bits wraps", R"({"to":{"id":"g1","type":4294967297}})",
+         "from 1, to 1 group g1: nil"},
         {"a system message", R"({"from":{"id":"u1","type":-2}})", "from -2 user u1, to -1: nil"},
         {"nothing at all", "{}", "from -1, to -1: nil"},
-        {"null everywhere", R"({"from":null,"to":null,"content":null,"speaker":null,"ts":null})", "from -1, to -1: nil"},
-        {"null inside counts as absent", R"({"speaker":"u1","from":{"id":null,"type":null},"to":{"id":"g1","type":1}})",
+        {"null everywhere", R"({"from":null,"to":null,"content":null,"speaker":null,"ts":null})",
+         "from -1, to -1: nil"},
+        {"null inside counts as absent",
+         R"({"speaker":"u1","from":{"id":null,"type":null},"to":{"id":"g1","type":1}})",
          "from 1 user u1, to 1 group g1: nil"},
-        {"text where objects belong", R"({"from":"u1","to":"u2","content":"hi"})", "from -1, to -1: nil"},
-        {"lists where objects belong", R"({"from":[{"id":"u1"}],"to":[1],"content":[2]})", "from -1, to -1: nil"},
+        {"text where objects belong", R"({"from":"u1","to":"u2","content":"hi"})",
+         "from -1, to -1: nil"},
+        {"lists where objects belong", R"({"from":[{"id":"u1"}],"to":[1],"content":[2]})",
+         "from -1, to -1: nil"},
         {"an id that is a number stays one", R"({"from":{"id":5,"type":0},"to":{"id":6,"type":0}})",
          "from 0 user 5, to 0 user 6: nil"},
         {"a body that is no text", R"({"content":{"media":0,"body":5}})", "from -1, to -1: nil"},
@@ -62,19 +72,22 @@ TEST(Message, ParsesSenderAndReceiver) {
 }
 
 TEST(Message, WritesTargetsIntoThePayloadAndKeepsTheRest) {
-    auto message = VXIMMessage::initWithPayloadDictionary(
-        dictionaryFrom(R"({"from":{"id":"u1","type":0},"to":{"id":"u2","type":0},"content":{"body":"hi"},"custom":[1],"ts":5})"));
-    EXPECT_EQ(json(message->dictionaryRepresentation()),
-              R"({"from":{"id":"u1","type":0},"to":{"id":"u2","type":0},"content":{"body":"hi"},"custom":[1],"ts":5})");
+    auto message = VXIMMessage::initWithPayloadDictionary(dictionaryFrom(
+        R"({"from":{"id":"u1","type":0},"to":{"id":"u2","type":0},"content":{"body":"hi"},"custom":[1],"ts":5})"));
+    EXPECT_EQ(
+        json(message->dictionaryRepresentation()),
+        R"({"from":{"id":"u1","type":0},"to":{"id":"u2","type":0},"content":{"body":"hi"},"custom":[1],"ts":5})");
 
     message->receiver()->setGroupId("g1");
-    EXPECT_EQ(json(message->payload().get("to")), R"({"id":"u2","type":0})") << "not before it is asked for";
+    EXPECT_EQ(json(message->payload().get("to")), R"({"id":"u2","type":0})")
+        << "not before it is asked for";
     EXPECT_EQ(json(message->dictionaryRepresentation().get("to")), R"({"id":"g1","type":1})");
     EXPECT_EQ(json(message->payload().get("to")), R"({"id":"g1","type":1})");
 
     message->receiver()->setType(VXIMMessageTargetTypeUnknown);
     message->sender()->setType(VXIMMessageTargetTypeSystem);
-    EXPECT_EQ(json(message->dictionaryRepresentation().get("to")), R"({"id":"g1","type":1})") << "an earlier target stays";
+    EXPECT_EQ(json(message->dictionaryRepresentation().get("to")), R"({"id":"g1","type":1})")
+        << "an earlier target stays";
     EXPECT_TRUE(message->isSystemMessage());
 }
 
@@ -91,10 +104,12 @@ TEST(Message, RaisesForAKnownKindWithoutItsId) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.why);
         auto message = VXIMMessage::initWithPayloadDictionary(dictionaryFrom(c.payload));
-        if (message->receiver()->type() < 0) message->receiver()->setUserId("u2");  // not in the payload yet
+        // not in the payload yet
+        if (message->receiver()->type() < 0) message->receiver()->setUserId("u2");
         EXPECT_THROW(message->dictionaryRepresentation(), vexim::Exception);
         EXPECT_EQ(json(message->payload()), c.payload) << "and changes nothing";
-        EXPECT_NE(message->description().find("VXIMMessage"), std::string::npos) << "but can still be logged";
+        EXPECT_NE(message->description().find("VXIMMessage"), std::string::npos)
+            << "but can still be logged";
     }
 }
 
@@ -134,8 +149,9 @@ TEST(Message, AFreshPayloadCarriesTheTime) {
 }
 
 TEST(Message, TruncatesTheSendTime) {
-    const std::pair<double, std::int64_t> cases[] = {{1.0015, 1001},     {-1.0015, -1001},    {0, 0},
-                                                     {1e300, INT64_MAX}, {-1e300, INT64_MIN}, {std::nan(""), 0}};
+    const std::pair<double, std::int64_t> cases[] = {
+        {1.0015, 1001},     {-1.0015, -1001},    {0, 0},
+        {1e300, INT64_MAX}, {-1e300, INT64_MIN}, {std::nan(""), 0}};
     auto message = VXIMMessage::messageWithText("hi");
     for (const auto& [seconds, millis] : cases) {
         message->setSendTimestamp(seconds);
@@ -146,7 +162,8 @@ TEST(Message, TruncatesTheSendTime) {
 }
 
 TEST(Message, WritesContentInPlace) {
-    auto message = VXIMMessage::initWithPayloadDictionary(dictionaryFrom(R"({"content":{"media":1,"body":"http://a","w":3}})"));
+    auto message = VXIMMessage::initWithPayloadDictionary(
+        dictionaryFrom(R"({"content":{"media":1,"body":"http://a","w":3}})"));
     EXPECT_EQ(message->attachmentUrl(), "http://a");
     message->setAttachmentUrl(std::nullopt);
     EXPECT_EQ(message->attachmentUrl(), "http://a");
@@ -174,7 +191,8 @@ TEST(Message, ACopySharesNothingAndLosesWhatIsNotInThePayload) {
     copy->setText("changed");
     EXPECT_EQ(message->text(), "hi");
     message->dictionaryRepresentation();
-    EXPECT_EQ(describe(*std::static_pointer_cast<VXIMMessage>(message->copy())), "from 0, to 0 user u2: hi")
+    EXPECT_EQ(describe(*std::static_pointer_cast<VXIMMessage>(message->copy())),
+              "from 0, to 0 user u2: hi")
         << "a sender without a type of its own takes the receiver's";
 }
 
@@ -184,7 +202,9 @@ TEST(Message, StagesAPictureWhereNobodyElseCanReadOrReplaceIt) {
     const TemporaryFolder elsewhere;
     ASSERT_EQ(::setenv("TMPDIR", shared.path().c_str(), 1), 0);
     const std::string staging = shared / "com.vexora.message.attachments";
-    const auto stage = [] { return VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255})); };
+    const auto stage = [] {
+        return VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255}));
+    };
     const auto modeOf = [](const std::string& path) {
         struct stat status {};
         return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
@@ -197,7 +217,8 @@ TEST(Message, StagesAPictureWhereNobodyElseCanReadOrReplaceIt) {
     EXPECT_EQ(modeOf(staging), 0700u) << "closed to the others";
     if (::geteuid() == 0) {
         ASSERT_EQ(::chown(staging.c_str(), 65534, 65534), 0);
-        EXPECT_EQ(stage(), nullptr) << "whose folder it is can put another file in the picture's place";
+        EXPECT_EQ(stage(), nullptr)
+            << "whose folder it is can put another file in the picture's place";
     }
     std::filesystem::rename(staging, elsewhere / "there");
     std::filesystem::create_symlink(elsewhere / "there", staging);
@@ -209,25 +230,32 @@ TEST(Message, StagesAPictureWhereNobodyElseCanReadOrReplaceIt) {
 }
 
 TEST(Message, IsKeptInAnArchiveThatMakesNothingElse) {
-    auto message = VXIMMessage::initWithPayloadDictionary(
-        dictionaryFrom(R"({"from":{"id":"u1","type":0},"content":{"body":"é\u0000"},"ts":9007199254740993,"x":[null,true,1.5]})"));
+    auto message = VXIMMessage::initWithPayloadDictionary(dictionaryFrom(
+        R"({"from":{"id":"u1","type":0},"content":{"body":"é\u0000"},"ts":9007199254740993,"x":[null,true,1.5]})"));
     const vexim::Data kept = vexim::archivedData(*message);
-    EXPECT_EQ(json(vexim::unarchivedObject<VXIMMessage>(kept)->payload()), json(message->payload()));
+    EXPECT_EQ(json(vexim::unarchivedObject<VXIMMessage>(kept)->payload()),
+              json(message->payload()));
 
     const std::string archive(kept.view());
     for (std::size_t cut = 0; cut < archive.size(); ++cut) {
         vexim::ErrorPtr error;
-        EXPECT_EQ(vexim::unarchivedObject<VXIMMessage>(vexim::Data(archive.substr(0, cut)), &error), nullptr);
+        EXPECT_EQ(vexim::unarchivedObject<VXIMMessage>(vexim::Data(archive.substr(0, cut)), &error),
+                  nullptr);
         EXPECT_EQ(describe(error), "NSCocoaErrorDomain 4864") << cut;
     }
-    for (const char* other : {R"({"class":"VXIMUser","values":{"payload":{}}})", R"({"class":["VXIMMessage"],"values":{}})",
-                              R"({"class":"VXIMMessage","values":[]})", R"({"values":{"payload":{}}})", "[]"}) {
+    for (const char* other :
+         {R"({"class":"VXIMUser","values":{"payload":{}}})",
+          R"({"class":["VXIMMessage"],"values":{}})", R"({"class":"VXIMMessage","values":[]})",
+          R"({"values":{"payload":{}}})", "[]"}) {
         vexim::ErrorPtr error;
-        EXPECT_EQ(vexim::unarchivedObject<VXIMMessage>(vexim::Data(std::string_view(other)), &error), nullptr) << other;
+        EXPECT_EQ(
+            vexim::unarchivedObject<VXIMMessage>(vexim::Data(std::string_view(other)), &error),
+            nullptr)
+            << other;
         EXPECT_EQ(describe(error), "NSCocoaErrorDomain 4864") << other;
     }
-    EXPECT_EQ(describe(*vexim::unarchivedObject<VXIMMessage>(
-                  vexim::Data(std::string_view(R"({"class":"VXIMMessage","values":{"payload":7}})")))),
+    EXPECT_EQ(describe(*vexim::unarchivedObject<VXIMMessage>(vexim::Data(
+                  std::string_view(R"({"class":"VXIMMessage","values":{"payload":7}})")))),
               "from -1, to -1: nil");
 
     message->payload().set("x", vexim::Data("bytes"));

@@ -14,13 +14,14 @@ TEST(Resources, RefuseRecordsThatNameNobody) {
     EXPECT_EQ(VXIMUser::initWithDictionary(dictionaryFrom(R"({"name":"x"})")), nullptr);
     EXPECT_EQ(VXIMRoom::roomWithDictionary(dictionaryFrom(R"({"name":"x"})")), nullptr);
     EXPECT_EQ(VXIMGroup::groupWithDictionary({}), nullptr);
-    EXPECT_EQ(json(VXIMGroup::groupWithDictionary(dictionaryFrom(R"({"name":"x"})"))->groupId()), "nil");
+    EXPECT_EQ(json(VXIMGroup::groupWithDictionary(dictionaryFrom(R"({"name":"x"})"))->groupId()),
+              "nil");
     EXPECT_NE(VXIMUser::userWithId("u1"), VXIMUser::userWithId("u1"));
 }
 
 TEST(Resources, ReadTheirRecordsThroughTheirKeyPaths) {
-    auto user = VXIMUser::initWithDictionary(
-        dictionaryFrom(R"({"id":"u1","sessions":3,"online":true,"ts":1450000000000,"attributes":{"a":1}})"));
+    auto user = VXIMUser::initWithDictionary(dictionaryFrom(
+        R"({"id":"u1","sessions":3,"online":true,"ts":1450000000000,"attributes":{"a":1}})"));
     EXPECT_EQ(json(user->uid()), "\"u1\"");
     EXPECT_EQ(user->sessionCount(), 3);
     EXPECT_TRUE(user->online());
@@ -28,15 +29,16 @@ TEST(Resources, ReadTheirRecordsThroughTheirKeyPaths) {
     EXPECT_EQ(json(user->attributes()), R"({"a":1})");
     EXPECT_EQ(VXIMUser::userWithId("u1")->updatedAt(), vexim::Date());
 
-    auto group = VXIMGroup::groupWithDictionary(
-        dictionaryFrom(R"({"id":"g1","name":"top","attributes":{"name":"nested"},"recent":{"content":{"body":"hi"}}})"));
+    auto group = VXIMGroup::groupWithDictionary(dictionaryFrom(
+        R"({"id":"g1","name":"top","attributes":{"name":"nested"},"recent":{"content":{"body":"hi"}}})"));
     EXPECT_EQ(json(group->name()), "\"nested\"");
     group->setName("changed");
     EXPECT_EQ(json(group->dictionaryRepresentation().get("attributes")), R"({"name":"changed"})");
     EXPECT_EQ(group->recentMessage()->text(), "hi");
     EXPECT_NE(group->recentMessage(), group->recentMessage());
 
-    auto room = VXIMRoom::roomWithDictionary(dictionaryFrom(R"({"id":"r1","name":"top","ts":1450000000123})"));
+    auto room = VXIMRoom::roomWithDictionary(
+        dictionaryFrom(R"({"id":"r1","name":"top","ts":1450000000123})"));
     EXPECT_EQ(json(room->name()), "\"top\"");
     EXPECT_EQ(room->createTs(), 1450000000.123);
     EXPECT_EQ(json(room->members()), "nil");
@@ -52,7 +54,9 @@ TEST(Resources, AGroupAlwaysHasAMemberList) {
     EXPECT_EQ(json(group->dictionaryRepresentation()), R"({"name":"Team"})");
     EXPECT_EQ(json(group->name()), "nil") << "the creation form holds the name elsewhere";
     EXPECT_EQ(json(group->members()), "[]");
-    EXPECT_EQ(json(VXIMGroup::groupWithDictionary(vexim::Dictionary{{"id", "g"}, {"members", vexim::Value::null()}})->members()),
+    EXPECT_EQ(json(VXIMGroup::groupWithDictionary(
+                       vexim::Dictionary{{"id", "g"}, {"members", vexim::Value::null()}})
+                       ->members()),
               "[]")
         << "null is missing";
     EXPECT_EQ(json(group->dictionaryRepresentation()), R"({"name":"Team","members":[]})");
@@ -77,7 +81,8 @@ TEST(Resources, MergeAttributesLocally) {
 }
 
 TEST(Resources, KeyPathsOverWhatIsNoDictionary) {
-    auto group = VXIMGroup::groupWithDictionary(dictionaryFrom(R"({"id":"g1","attributes":"text"})"));
+    auto group =
+        VXIMGroup::groupWithDictionary(dictionaryFrom(R"({"id":"g1","attributes":"text"})"));
     EXPECT_EQ(json(group->name()), "nil");
     EXPECT_THROW(group->setName("x"), vexim::Exception);
 }
@@ -100,7 +105,8 @@ TEST(Query, CombinesItsParameters) {
         const char* params;
     } cases[] = {
         {"a new one", [](VXIMQuery&) {}, R"({"_limit":"20","_skip":"0"})"},
-        {"a condition", [](VXIMQuery& q) { q.whereAttribute("gender", "f"); }, R"({"gender":"f","_limit":"20","_skip":"0"})"},
+        {"a condition", [](VXIMQuery& q) { q.whereAttribute("gender", "f"); },
+         R"({"gender":"f","_limit":"20","_skip":"0"})"},
         {"the last condition of an attribute counts, nil removes it",
          [](VXIMQuery& q) {
              q.whereAttribute("a", "1");

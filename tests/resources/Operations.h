@@ -10,40 +10,48 @@
 #include "support/Completions.h"
 #include "support/Describe.h"
 
-// Every operation of the resources by one name, each ending in one line of text: what its completion got.
+// Every operation of the resources by one name, each ending in one line of text: what its
+// completion got.
 
 namespace vexim::testing {
 
 /// One object of each class, with some local state.
 struct Resources {
-    std::shared_ptr<VXIMUser> user = VXIMUser::initWithDictionary(dictionaryFrom(R"({"id":"u1","attributes":{"a":0,"b":2}})"));
-    std::shared_ptr<VXIMGroup> group =
-        VXIMGroup::groupWithDictionary(dictionaryFrom(R"({"id":"g1","members":["u1","u2","u1"],"attributes":{"a":0,"b":2}})"));
-    std::shared_ptr<VXIMRoom> room =
-        VXIMRoom::roomWithDictionary(dictionaryFrom(R"({"id":"r9","name":"old","members":["u1","u2","u1"],"attributes":{"a":0}})"));
+    std::shared_ptr<VXIMUser> user =
+        VXIMUser::initWithDictionary(dictionaryFrom(R"({"id":"u1","attributes":{"a":0,"b":2}})"));
+    std::shared_ptr<VXIMGroup> group = VXIMGroup::groupWithDictionary(
+        dictionaryFrom(R"({"id":"g1","members":["u1","u2","u1"],"attributes":{"a":0,"b":2}})"));
+    std::shared_ptr<VXIMRoom> room = VXIMRoom::roomWithDictionary(dictionaryFrom(
+        R"({"id":"r9","name":"old","members":["u1","u2","u1"],"attributes":{"a":0}})"));
     std::shared_ptr<VXIMPassenger> passenger = VXIMPassenger::passengerWithId("p1");
 
     std::string describe() const {
-        return "user " + json(user->dictionaryRepresentation()) + list(" friends ", user->friends()) +
-               list(" groups ", user->groups()) + (user->rooms() ? " rooms " + describeAll(*user->rooms()) : "") + "\ngroup " +
-               json(group->dictionaryRepresentation()) + "\nroom " + json(room->dictionaryRepresentation()) + "\npassenger " +
+        return "user " + json(user->dictionaryRepresentation()) +
+               list(" friends ", user->friends()) + list(" groups ", user->groups()) +
+               (user->rooms() ? " rooms " + describeAll(*user->rooms()) : "") + "\ngroup " +
+               json(group->dictionaryRepresentation()) + "\nroom " +
+               json(room->dictionaryRepresentation()) + "\npassenger " +
                json(passenger->dictionaryRepresentation());
     }
 
     template <class T>
-    static std::string list(const char* name, const std::optional<std::vector<std::shared_ptr<T>>>& objects) {
+    static std::string list(const char* name,
+                            const std::optional<std::vector<std::shared_ptr<T>>>& objects) {
         return objects ? name + describeAll(*objects) : "";
     }
     template <class List>
     static std::string describeAll(const List& elements) {
         std::string text;
-        for (const auto& element : elements) text += (text.empty() ? "[" : ", ") + describeOne(element);
+        for (const auto& element : elements)
+            text += (text.empty() ? "[" : ", ") + describeOne(element);
         return text.empty() ? "[]" : text + "]";
     }
     static std::string describeOne(const std::shared_ptr<VXIMFriendInfo>& info) {
         return info->uid().description() + (info->online() ? " online" : "");
     }
-    static std::string describeOne(const std::shared_ptr<VXIMMessage>& message) { return testing::describe(*message); }
+    static std::string describeOne(const std::shared_ptr<VXIMMessage>& message) {
+        return testing::describe(*message);
+    }
     template <std::derived_from<VXIMRuntimeObject> T>
     static std::string describeOne(const std::shared_ptr<T>& object) {
         return json(object->dictionaryRepresentation());
@@ -58,11 +66,14 @@ struct Resources {
 class Outcome {
 public:
     VXIMBooleanCompletion boolean() {
-        return once([this](bool succeeded, const ErrorPtr& error) { end(succeeded ? "yes" : "no", error); });
+        return once([this](bool succeeded, const ErrorPtr& error) {
+            end(succeeded ? "yes" : "no", error);
+        });
     }
     VXIMResultCompletion result() {
         return once([this](const Value& result, const ErrorPtr& error) {
-            end(result.isData() ? "data " + std::string(result.asData()->view()) : json(result), error);
+            end(result.isData() ? "data " + std::string(result.asData()->view()) : json(result),
+                error);
         });
     }
     /// For completions that get an object, or nullptr.
@@ -75,7 +86,8 @@ public:
     /// For completions that get a list, or nullopt.
     template <class T>
     std::function<void(std::optional<std::vector<std::shared_ptr<T>>>, ErrorPtr)> objects() {
-        return once([this](const std::optional<std::vector<std::shared_ptr<T>>>& objects, const ErrorPtr& error) {
+        return once([this](const std::optional<std::vector<std::shared_ptr<T>>>& objects,
+                           const ErrorPtr& error) {
             end(objects ? Resources::describeAll(*objects) : "nil", error);
         });
     }
@@ -106,69 +118,125 @@ inline const std::vector<Operation>& allOperations() {
     static const Dictionary some{{"a", 1}, {"c", 3}};
     static const std::vector<Operation> operations = {
         {"user fetch", [](Resources& r, Outcome& o) { r.user->fetchWithCompletion(o.boolean()); }},
-        {"user friends", [](Resources& r, Outcome& o) { r.user->fetchFriendsWithDetail(false, o.boolean()); }},
-        {"user friends in detail", [](Resources& r, Outcome& o) { r.user->fetchFriendsWithDetail(true, o.boolean()); }},
-        {"user groups", [](Resources& r, Outcome& o) { r.user->fetchGroupsWithDetail(false, o.boolean()); }},
-        {"user groups in detail", [](Resources& r, Outcome& o) { r.user->fetchGroupsWithDetail(true, o.boolean()); }},
-        {"user rooms", [](Resources& r, Outcome& o) { r.user->fetchRoomsWithDetail(false, o.boolean()); }},
-        {"user rooms in detail", [](Resources& r, Outcome& o) { r.user->fetchRoomsWithDetail(true, o.boolean()); }},
-        {"user add friend", [](Resources& r, Outcome& o) { r.user->addFriendWithUser("u2", o.result()); }},
-        {"user friend info", [](Resources& r, Outcome& o) { r.user->getFriendInfo("u2", o.object<VXIMFriendInfo>()); }},
-        {"user delete friend", [](Resources& r, Outcome& o) { r.user->deleteFriend("u2", o.boolean()); }},
+        {"user friends",
+         [](Resources& r, Outcome& o) { r.user->fetchFriendsWithDetail(false, o.boolean()); }},
+        {"user friends in detail",
+         [](Resources& r, Outcome& o) { r.user->fetchFriendsWithDetail(true, o.boolean()); }},
+        {"user groups",
+         [](Resources& r, Outcome& o) { r.user->fetchGroupsWithDetail(false, o.boolean()); }},
+        {"user groups in detail",
+         [](Resources& r, Outcome& o) { r.user->fetchGroupsWithDetail(true, o.boolean()); }},
+        {"user rooms",
+         [](Resources& r, Outcome& o) { r.user->fetchRoomsWithDetail(false, o.boolean()); }},
+        {"user rooms in detail",
+         [](Resources& r, Outcome& o) { r.user->fetchRoomsWithDetail(true, o.boolean()); }},
+        {"user add friend",
+         [](Resources& r, Outcome& o) { r.user->addFriendWithUser("u2", o.result()); }},
+        {"user friend info",
+         [](Resources& r, Outcome& o) { r.user->getFriendInfo("u2", o.object<VXIMFriendInfo>()); }},
+        {"user delete friend",
+         [](Resources& r, Outcome& o) { r.user->deleteFriend("u2", o.boolean()); }},
         {"user history",
-         [](Resources& r, Outcome& o) { r.user->getLatestChatsWithFriend("u2", 1.5, 20, o.objects<VXIMMessage>()); }},
-        {"user update attributes", [](Resources& r, Outcome& o) { r.user->updateAttributes(some, o.boolean()); }},
-        {"user replace attributes", [](Resources& r, Outcome& o) { r.user->replaceAttributes(some, o.boolean()); }},
-        {"user fetch attributes", [](Resources& r, Outcome& o) { r.user->fetchAttributesWithCompletion(o.result()); }},
-        {"user get attribute", [](Resources& r, Outcome& o) { r.user->getAttributeForKey("a", o.result()); }},
-        {"user delete attributes", [](Resources& r, Outcome& o) { r.user->deleteAttributesWithCompletion(o.boolean()); }},
+         [](Resources& r, Outcome& o) {
+             r.user->getLatestChatsWithFriend("u2", 1.5, 20, o.objects<VXIMMessage>());
+         }},
+        {"user update attributes",
+         [](Resources& r, Outcome& o) { r.user->updateAttributes(some, o.boolean()); }},
+        {"user replace attributes",
+         [](Resources& r, Outcome& o) { r.user->replaceAttributes(some, o.boolean()); }},
+        {"user fetch attributes",
+         [](Resources& r, Outcome& o) { r.user->fetchAttributesWithCompletion(o.result()); }},
+        {"user get attribute",
+         [](Resources& r, Outcome& o) { r.user->getAttributeForKey("a", o.result()); }},
+        {"user delete attributes",
+         [](Resources& r, Outcome& o) { r.user->deleteAttributesWithCompletion(o.boolean()); }},
         {"group create",
-         [](Resources&, Outcome& o) { VXIMGroup::createWithOwner("u1", "Team", vexim::Array{"u2"}, o.object<VXIMGroup>()); }},
+         [](Resources&, Outcome& o) {
+             VXIMGroup::createWithOwner("u1", "Team", vexim::Array{"u2"}, o.object<VXIMGroup>());
+         }},
         {"group create without members",
-         [](Resources&, Outcome& o) { VXIMGroup::createWithOwner("u1", "Team", o.object<VXIMGroup>()); }},
+         [](Resources&, Outcome& o) {
+             VXIMGroup::createWithOwner("u1", "Team", o.object<VXIMGroup>());
+         }},
         {"group fetch", [](Resources& r, Outcome& o) { r.group->fetchWithBlock(o.boolean()); }},
         {"group history",
-         [](Resources& r, Outcome& o) { r.group->getLatestMessagesBefore(1450000000.5, 5, o.objects<VXIMMessage>()); }},
+         [](Resources& r, Outcome& o) {
+             r.group->getLatestMessagesBefore(1450000000.5, 5, o.objects<VXIMMessage>());
+         }},
         {"group owner", [](Resources& r, Outcome& o) { r.group->changeOwner("u2", o.boolean()); }},
-        {"group update", [](Resources& r, Outcome& o) { r.group->updateWithAttributes(some, o.boolean()); }},
+        {"group update",
+         [](Resources& r, Outcome& o) { r.group->updateWithAttributes(some, o.boolean()); }},
         {"group add members",
          [](Resources& r, Outcome& o) {
              r.group->addMembers({"u2", "u3"}, o.boolean());
          }},
-        {"group remove members", [](Resources& r, Outcome& o) { r.group->removeMembers({"u1"}, o.boolean()); }},
-        {"group rename", [](Resources& r, Outcome& o) { r.group->updateName("Team", o.boolean()); }},
+        {"group remove members",
+         [](Resources& r, Outcome& o) { r.group->removeMembers({"u1"}, o.boolean()); }},
+        {"group rename",
+         [](Resources& r, Outcome& o) { r.group->updateName("Team", o.boolean()); }},
         {"group delete", [](Resources& r, Outcome& o) { r.group->deleteWithBlock(o.boolean()); }},
-        {"group update attributes", [](Resources& r, Outcome& o) { r.group->updateAttributes(some, o.boolean()); }},
-        {"group replace attributes", [](Resources& r, Outcome& o) { r.group->replaceAttributes(some, o.boolean()); }},
-        {"group fetch attributes", [](Resources& r, Outcome& o) { r.group->fetchAttributesWithCompletion(o.result()); }},
-        {"group get attribute", [](Resources& r, Outcome& o) { r.group->getAttributeForKey("a", o.result()); }},
-        {"group delete attributes", [](Resources& r, Outcome& o) { r.group->deleteAttributesWithCompletion(o.boolean()); }},
-        {"room create", [](Resources&, Outcome& o) { VXIMRoom::createWithName("Hall", vexim::Array{"u2"}, o.object<VXIMRoom>()); }},
-        {"room create without members", [](Resources&, Outcome& o) { VXIMRoom::createWithName("Hall", o.object<VXIMRoom>()); }},
+        {"group update attributes",
+         [](Resources& r, Outcome& o) { r.group->updateAttributes(some, o.boolean()); }},
+        {"group replace attributes",
+         [](Resources& r, Outcome& o) { r.group->replaceAttributes(some, o.boolean()); }},
+        {"group fetch attributes",
+         [](Resources& r, Outcome& o) { r.group->fetchAttributesWithCompletion(o.result()); }},
+        {"group get attribute",
+         [](Resources& r, Outcome& o) { r.group->getAttributeForKey("a", o.result()); }},
+        {"group delete attributes",
+         [](Resources& r, Outcome& o) { r.group->deleteAttributesWithCompletion(o.boolean()); }},
+        {"room create",
+         [](Resources&, Outcome& o) {
+             VXIMRoom::createWithName("Hall", vexim::Array{"u2"}, o.object<VXIMRoom>());
+         }},
+        {"room create without members",
+         [](Resources&, Outcome& o) { VXIMRoom::createWithName("Hall", o.object<VXIMRoom>()); }},
         {"room fetch", [](Resources& r, Outcome& o) { r.room->fetchWithBlock(o.boolean()); }},
         {"room rename", [](Resources& r, Outcome& o) { r.room->updateName("new", o.boolean()); }},
         {"room add members",
          [](Resources& r, Outcome& o) {
              r.room->addMembers({"u2", "u3"}, o.boolean());
          }},
-        {"room remove members", [](Resources& r, Outcome& o) { r.room->removeMembers({"u1"}, o.boolean()); }},
+        {"room remove members",
+         [](Resources& r, Outcome& o) { r.room->removeMembers({"u1"}, o.boolean()); }},
         {"room delete", [](Resources& r, Outcome& o) { r.room->deleteWithBlock(o.boolean()); }},
-        {"room update attributes", [](Resources& r, Outcome& o) { r.room->updateAttributes(some, o.boolean()); }},
-        {"room replace attributes", [](Resources& r, Outcome& o) { r.room->replaceAttributes(some, o.boolean()); }},
-        {"room fetch attributes", [](Resources& r, Outcome& o) { r.room->fetchAttributesWithCompletion(o.result()); }},
-        {"room get attribute", [](Resources& r, Outcome& o) { r.room->getAttributeForKey("a", o.result()); }},
-        {"room delete attributes", [](Resources& r, Outcome& o) { r.room->deleteAttributesWithCompletion(o.boolean()); }},
+        {"room update attributes",
+         [](Resources& r, Outcome& o) { r.room->updateAttributes(some, o.boolean()); }},
+        {"room replace attributes",
+         [](Resources& r, Outcome& o) { r.room->replaceAttributes(some, o.boolean()); }},
+        {"room fetch attributes",
+         [](Resources& r, Outcome& o) { r.room->fetchAttributesWithCompletion(o.result()); }},
+        {"room get attribute",
+         [](Resources& r, Outcome& o) { r.room->getAttributeForKey("a", o.result()); }},
+        {"room delete attributes",
+         [](Resources& r, Outcome& o) { r.room->deleteAttributesWithCompletion(o.boolean()); }},
         {"passenger create",
-         [](Resources&, Outcome& o) { VXIMPassenger::createOrUpdatePassengerWithAttributes(some, o.object<VXIMPassenger>()); }},
-        {"passenger update", [](Resources& r, Outcome& o) { r.passenger->updatePassengerAttributes(some, o.boolean()); }},
-        {"passenger fetch", [](Resources& r, Outcome& o) { r.passenger->fetchWithCompletion(o.boolean()); }},
+         [](Resources&, Outcome& o) {
+             VXIMPassenger::createOrUpdatePassengerWithAttributes(some, o.object<VXIMPassenger>());
+         }},
+        {"passenger update",
+         [](Resources& r, Outcome& o) {
+             r.passenger->updatePassengerAttributes(some, o.boolean());
+         }},
+        {"passenger fetch",
+         [](Resources& r, Outcome& o) { r.passenger->fetchWithCompletion(o.boolean()); }},
         {"passenger history",
          [](Resources& r, Outcome& o) {
-             r.passenger->getHistoryMessagesWithUser("u1", 1450000000.5, 0, o.objects<VXIMMessage>());
+             r.passenger->getHistoryMessagesWithUser("u1", 1450000000.5, 0,
+                                                     o.objects<VXIMMessage>());
          }},
-        {"find users", [](Resources&, Outcome& o) { VXIMQuery::query()->findUserWithBlock(o.objects<VXIMUser>()); }},
-        {"find groups", [](Resources&, Outcome& o) { VXIMQuery::query()->findGroupWithBlock(o.objects<VXIMGroup>()); }},
-        {"find rooms", [](Resources&, Outcome& o) { VXIMQuery::query()->findRoomWithBlock(o.objects<VXIMRoom>()); }},
+        {"find users",
+         [](Resources&, Outcome& o) {
+             VXIMQuery::query()->findUserWithBlock(o.objects<VXIMUser>());
+         }},
+        {"find groups",
+         [](Resources&, Outcome& o) {
+             VXIMQuery::query()->findGroupWithBlock(o.objects<VXIMGroup>());
+         }},
+        {"find rooms",
+         [](Resources&, Outcome& o) {
+             VXIMQuery::query()->findRoomWithBlock(o.objects<VXIMRoom>());
+         }},
     };
     return operations;
 }

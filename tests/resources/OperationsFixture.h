@@ -19,7 +19,8 @@ protected:
     /// Runs the operation of that name to its end.
     const Outcome& run(const std::string& name) {
         const auto& all = allOperations();
-        const auto operation = std::find_if(all.begin(), all.end(), [&](const Operation& o) { return name == o.name; });
+        const auto operation = std::find_if(all.begin(), all.end(),
+                                            [&](const Operation& o) { return name == o.name; });
         if (operation == all.end()) throw std::invalid_argument("no operation " + name);
         outcomes_.emplace_back();
         Outcome& outcome = outcomes_.back();

@@ -14,14 +14,15 @@ namespace vexim {
 namespace {
 
 const Class& animal() {
-    static const Class& cls =
-        Class::declare("Animal", &Object::staticClass(), {{"name", "T@\"NSString\",C,D,N"}, {"legs", "Ti,D,N"}},
-                       {{"_tag", "q"}, {"_box", "{R=dddd}"}, {"_owner", "@"}});
+    static const Class& cls = Class::declare(
+        "Animal", &Object::staticClass(), {{"name", "T@\"NSString\",C,D,N"}, {"legs", "Ti,D,N"}},
+        {{"_tag", "q"}, {"_box", "{R=dddd}"}, {"_owner", "@"}});
     return cls;
 }
 
 const Class& bird() {
-    static const Class& cls = Class::declare("Bird", &animal(), {{"legs", "Tq,R,D"}}, {{"_tag", "d"}, {"_song", "@"}});
+    static const Class& cls =
+        Class::declare("Bird", &animal(), {{"legs", "Tq,R,D"}}, {{"_tag", "d"}, {"_song", "@"}});
     return cls;
 }
 
@@ -35,7 +36,8 @@ TEST(Selector, IsOneForEachText) {
     std::vector<Selector> seen(4);
     {
         std::vector<std::jthread> threads;
-        for (Selector& one : seen) threads.emplace_back([&one] { one = Selector("madeOnFourThreadsAtOnce"); });
+        for (Selector& one : seen)
+            threads.emplace_back([&one] { one = Selector("madeOnFourThreadsAtOnce"); });
     }
     for (const Selector one : seen) EXPECT_EQ(one, seen.front());
 }
@@ -44,11 +46,13 @@ TEST(Property, SplitsItsAttributes) {
     using List = std::vector<PropertyAttribute>;
     const std::pair<const char*, List> cases[] = {
         {"T@\"NSString\",&,D,N", {{"T", "@\"NSString\""}, {"&", ""}, {"D", ""}, {"N", ""}}},
-        {"TB,GisOpen,SmakeOpen:,V_open", {{"T", "B"}, {"G", "isOpen"}, {"S", "makeOpen:"}, {"V", "_open"}}},
+        {"TB,GisOpen,SmakeOpen:,V_open",
+         {{"T", "B"}, {"G", "isOpen"}, {"S", "makeOpen:"}, {"V", "_open"}}},
         {",,D,", {{"D", ""}}},
         {"", {}},
     };
-    for (const auto& [attributes, list] : cases) EXPECT_EQ(Property("p", attributes).attributeList(), list) << attributes;
+    for (const auto& [attributes, list] : cases)
+        EXPECT_EQ(Property("p", attributes).attributeList(), list) << attributes;
     EXPECT_EQ(Property("p", "TB,D").attributeValue("D"), "");
     EXPECT_EQ(Property("p", "TB,D").attributeValue("V"), std::nullopt);
 }
@@ -59,7 +63,8 @@ TEST(Property, NamesItsSetter) {
         {"état", "setÉtat:"},   {"ßig", "setSSig:"}, {"жук", "setЖук:"}, {"9lives", "set9lives:"},
     };
     for (const auto& [name, setter] : cases) EXPECT_EQ(Property::defaultSetterName(name), setter);
-    EXPECT_EQ(Property::defaultSetterName("\xC3"), "set\xC3:") << "text that is cut short stays as it is";
+    EXPECT_EQ(Property::defaultSetterName("\xC3"), "set\xC3:")
+        << "text that is cut short stays as it is";
 }
 
 TEST(Class, LooksUpwards) {
@@ -124,7 +129,8 @@ TEST_F(InstanceStorageTest, StartsAtZeroAndReleasesItsObjects) {
     EXPECT_TRUE(watch.expired());
 }
 
-// Declarations and properties may disagree about a type: then values read as something else, but nothing is torn or leaked.
+// Declarations and properties may disagree about a type: then values read as something else, but
+// nothing is torn or leaked.
 TEST_F(InstanceStorageTest, SurvivesTypesThatDisagree) {
     const std::weak_ptr<Object> watch = [this] {
         auto song = create<Thing>();
@@ -137,7 +143,8 @@ TEST_F(InstanceStorageTest, SurvivesTypesThatDisagree) {
     EXPECT_TRUE(storage.object(variable("_song")).isNil());
 
     storage.setObject(variable("_tag"), "a text that is too long to lie in place");
-    EXPECT_EQ(storage.object(variable("_tag")).asString(), "a text that is too long to lie in place");
+    EXPECT_EQ(storage.object(variable("_tag")).asString(),
+              "a text that is too long to lie in place");
 
     unsigned char large[64];
     std::memset(large, 0xFF, sizeof large);

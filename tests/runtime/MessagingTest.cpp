@@ -22,32 +22,34 @@ struct Adder : Object {
     std::int64_t sum = 0;
 
     static const Class& staticClass() {
-        static const Class& cls = Class::declare("Adder", &Object::staticClass(), {}, {},
-                                                 {{"add:and:", "v@:qi",
-                                                   [](Object& self, Invocation& invocation) {
-                                                       std::int64_t wide;
-                                                       std::int32_t narrow;
-                                                       invocation.getArgument(&wide, 2);
-                                                       invocation.getArgument(&narrow, 3);
-                                                       static_cast<Adder&>(self).sum += wide + narrow;
-                                                   }},
-                                                  {"echo:", "@@:@",
-                                                   [](Object&, Invocation& invocation) {
-                                                       Value value;
-                                                       invocation.getArgument(&value, 2);
-                                                       invocation.setReturnValue(&value);
-                                                   }},
-                                                  {"mirror:", "{R=dddddddd}@:{R=dddddddd}", [](Object&, Invocation& invocation) {
-                                                       Rectangle rectangle;
-                                                       invocation.getArgument(&rectangle, 2);
-                                                       std::swap(rectangle.front(), rectangle.back());
-                                                       invocation.setReturnValue(&rectangle);
-                                                   }}});
+        static const Class& cls = Class::declare(
+            "Adder", &Object::staticClass(), {}, {},
+            {{"add:and:", "v@:qi",
+              [](Object& self, Invocation& invocation) {
+                  std::int64_t wide;
+                  std::int32_t narrow;
+                  invocation.getArgument(&wide, 2);
+                  invocation.getArgument(&narrow, 3);
+                  static_cast<Adder&>(self).sum += wide + narrow;
+              }},
+             {"echo:", "@@:@",
+              [](Object&, Invocation& invocation) {
+                  Value value;
+                  invocation.getArgument(&value, 2);
+                  invocation.setReturnValue(&value);
+              }},
+             {"mirror:", "{R=dddddddd}@:{R=dddddddd}", [](Object&, Invocation& invocation) {
+                  Rectangle rectangle;
+                  invocation.getArgument(&rectangle, 2);
+                  std::swap(rectangle.front(), rectangle.back());
+                  invocation.setReturnValue(&rectangle);
+              }}});
         return cls;
     }
     const Class& runtimeClass() const override { return staticClass(); }
 
-    std::shared_ptr<const MethodSignature> methodSignatureForSelector(Selector selector) const override {
+    std::shared_ptr<const MethodSignature> methodSignatureForSelector(
+        Selector selector) const override {
         if (selector == Selector("answer")) return MethodSignature::signatureWithObjCTypes("q@:");
         return Object::methodSignatureForSelector(selector);
     }
@@ -81,12 +83,18 @@ TEST_F(Messaging, PassesObjectsThrough) {
 }
 
 TEST_F(Messaging, RaisesAsThePlatformDoes) {
-    const std::string instance = adder->description().substr(std::string("<Adder: ").size(), std::string::npos);
+    const std::string instance =
+        adder->description().substr(std::string("<Adder: ").size(), std::string::npos);
     EXPECT_EQ(raised([&] { adder->perform("foo"); }),
               "NSInvalidArgumentException: -[Adder foo]: unrecognized selector sent to instance " +
                   instance.substr(0, instance.size() - 1));
-    EXPECT_NE(raised([&] { adder->perform("add:and:", {"1", 2}); }), "nothing") << "text is no number";
-    EXPECT_NE(raised([&] { adder->perform("mirror:", {1}); }), "nothing") << "a structure cannot be passed boxed";
+    EXPECT_NE(raised([&] {
+                  adder->perform("add:and:", {"1", 2});
+              }),
+              "nothing")
+        << "text is no number";
+    EXPECT_NE(raised([&] { adder->perform("mirror:", {1}); }), "nothing")
+        << "a structure cannot be passed boxed";
     EXPECT_NE(raised([&] { adder->perform("mirror:"); }), "nothing") << "nor returned";
 }
 

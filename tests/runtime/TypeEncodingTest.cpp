@@ -47,8 +47,8 @@ TEST(TypeEncoding, ReadsTheFirstTypeAndKnowsItsSize) {
 }
 
 TEST(TypeEncoding, RefusesWhatIsNoType) {
-    for (const char* encoding :
-         {"", "z", "r", "^", "{S=q", "{S=z}", "(U=i", "[3", "[3i", "@\"NSString", "[99999999i]", "\xC3\xA9"}) {
+    for (const char* encoding : {"", "z", "r", "^", "{S=q", "{S=z}", "(U=i", "[3", "[3i",
+                                 "@\"NSString", "[99999999i]", "\xC3\xA9"}) {
         EXPECT_THROW(readType(encoding), Exception) << encoding;
     }
 }
@@ -58,7 +58,8 @@ std::string throughType(const Value& number, const char* type) {
     alignas(16) unsigned char bytes[16];
     std::memset(bytes, 0xA5, sizeof bytes);
     if (!unboxScalar(number, type, bytes)) return "refused";
-    for (std::size_t i = readType(type).size; i < sizeof bytes; ++i) EXPECT_EQ(bytes[i], 0xA5) << type << " writes too much";
+    for (std::size_t i = readType(type).size; i < sizeof bytes; ++i)
+        EXPECT_EQ(bytes[i], 0xA5) << type << " writes too much";
     return boxScalar(type, bytes).description();
 }
 
@@ -75,10 +76,12 @@ TEST(TypeEncoding, UnboxesNumbersAsADeclaredScalar) {
         {"unsigned short wraps", 65537, "S", "1"},
         {"int wraps", std::int64_t{1} << 32, "i", "0"},
         {"unsigned int wraps", -1, "I", "4294967295"},
-        {"long keeps 64 bits", std::numeric_limits<std::int64_t>::min(), "l", "-9223372036854775808"},
+        {"long keeps 64 bits", std::numeric_limits<std::int64_t>::min(), "l",
+         "-9223372036854775808"},
         {"unsigned long wraps", -1, "L", "18446744073709551615"},
         {"no 64-bit integer passes through a double", 9007199254740993, "q", "9007199254740993"},
-        {"above the signed range", std::numeric_limits<std::uint64_t>::max(), "Q", "18446744073709551615"},
+        {"above the signed range", std::numeric_limits<std::uint64_t>::max(), "Q",
+         "18446744073709551615"},
         {"a real is truncated", -2.9, "q", "-2"},
         {"a real saturates", 1e300, "q", "9223372036854775807"},
         {"not a number is 0", std::numeric_limits<double>::quiet_NaN(), "q", "0"},
@@ -94,7 +97,8 @@ TEST(TypeEncoding, UnboxesNumbersAsADeclaredScalar) {
         {"an object is no scalar", 5, "@", "refused"},
         {"nothing is no scalar", 5, "v", "refused"},
     };
-    for (const auto& [why, number, type, result] : cases) EXPECT_EQ(throughType(number, type), result) << why;
+    for (const auto& [why, number, type, result] : cases)
+        EXPECT_EQ(throughType(number, type), result) << why;
 }
 
 TEST(MethodSignature, ReadsResultAndArguments) {
@@ -110,9 +114,12 @@ TEST(MethodSignature, ReadsResultAndArguments) {
     EXPECT_EQ(withOffsets->argumentType(2), "[2i]");
     EXPECT_EQ(withOffsets->argumentType(3), "q");
 
-    EXPECT_TRUE(*MethodSignature::signatureWithObjCTypes("q16@0:8") == *MethodSignature::signatureWithObjCTypes("q@:"));
-    EXPECT_FALSE(*MethodSignature::signatureWithObjCTypes("q@:") == *MethodSignature::signatureWithObjCTypes("q@:q"));
-    for (const char* types : {"", "v@:z", "16"}) EXPECT_THROW(MethodSignature::signatureWithObjCTypes(types), Exception) << types;
+    EXPECT_TRUE(*MethodSignature::signatureWithObjCTypes("q16@0:8") ==
+                *MethodSignature::signatureWithObjCTypes("q@:"));
+    EXPECT_FALSE(*MethodSignature::signatureWithObjCTypes("q@:") ==
+                 *MethodSignature::signatureWithObjCTypes("q@:q"));
+    for (const char* types : {"", "v@:z", "16"})
+        EXPECT_THROW(MethodSignature::signatureWithObjCTypes(types), Exception) << types;
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// The client's contract with applications, over real sockets: connections, their ends, reconnects and answers.
+// The client's contract with applications, over real sockets: connections, their ends, reconnects
+// and answers.
 #include "VexIMLib/SocketIOClient.h"
 
 #include <gtest/gtest.h>
@@ -22,8 +23,8 @@ using namespace std::chrono_literals;
 using Lines = std::vector<std::string>;
 
 TEST(SocketIOClient, GivesAnErrorAloneWhenTheFirstConnectFails) {
-    for (const auto& url :
-         {"http://127.0.0.1:" + std::to_string(deadPort()), std::string("ftp://127.0.0.1"), std::string("http:///x")}) {
+    for (const auto& url : {"http://127.0.0.1:" + std::to_string(deadPort()),
+                            std::string("ftp://127.0.0.1"), std::string("http:///x")}) {
         SCOPED_TRACE(url);
         const auto client = makeClient(url);
         EXPECT_EQ(client->status(), SocketIOStatusNotConnected);
@@ -62,7 +63,8 @@ TEST(SocketIOClient, GivesOneDisconnectForEachThatWasAskedFor) {
     client->emit("cut", {});
     ASSERT_TRUE(heard.waitFor("disconnect"));
     client->disconnect();
-    ASSERT_TRUE(eventually([&] { return heard.lines().size() == 2; })) << "the link is already down";
+    ASSERT_TRUE(eventually([&] { return heard.lines().size() == 2; }))
+        << "the link is already down";
     client->disconnect();
     ASSERT_TRUE(eventually([&] { return heard.lines().size() == 3; }));
     client->connect();
@@ -76,14 +78,16 @@ TEST(SocketIOClient, ReconnectsAfterALossAndSaysSo) {
     heard.listen(*client);
     client->connect();
     ASSERT_TRUE(heard.waitFor("connect"));
-    const auto inHandler = client->on("disconnect", [&](const Array&, const AckEmitter&) { client->connect(); });
+    const auto inHandler =
+        client->on("disconnect", [&](const Array&, const AckEmitter&) { client->connect(); });
     // Whoever asks for a connection that is being waited for, or made, gets one, and only one.
     const std::function<void()> hurries[] = {
         [] {},  // the handler has done it
         [&] { client->networkDidChange(); },
         [&] { client->connect(); },
         [&] {
-            for (int i = 0; i < 20; ++i) i % 2 == 0 ? client->connect() : client->networkDidChange();
+            for (int i = 0; i < 20; ++i)
+                i % 2 == 0 ? client->connect() : client->networkDidChange();
         },
     };
     int attempt = 0;
@@ -98,8 +102,10 @@ TEST(SocketIOClient, ReconnectsAfterALossAndSaysSo) {
         client->connect();
         client->emit("say", {"here"});
         ASSERT_TRUE(heard.waitFor("message here"));
-        const Lines expected{"disconnect transport close", "error \"say\" was not sent: the socket is not connected.",
-                             "reconnect " + std::to_string(++attempt), "connect /chat", "message here"};
+        const Lines expected{"disconnect transport close",
+                             "error \"say\" was not sent: the socket is not connected.",
+                             "reconnect " + std::to_string(++attempt), "connect /chat",
+                             "message here"};
         EXPECT_EQ(heard.lines(), expected);
     }
 }
@@ -124,7 +130,9 @@ TEST(SocketIOClient, LetsNoPeerPretendToBeTheConnection) {
     ASSERT_TRUE(heard.waitFor("message 1"));
     EXPECT_EQ(heard.lines(), (Lines{"connect /chat", "message 1"}));
     const auto events = record->events();
-    EXPECT_EQ(std::ranges::count(events, std::string("event dropped"), [](const auto& event) { return event.name; }), 1);
+    EXPECT_EQ(std::ranges::count(events, std::string("event dropped"),
+                                 [](const auto& event) { return event.name; }),
+              1);
 }
 
 TEST(SocketIOClient, BoundsItsAttemptsAndKeepsThemApart) {
@@ -201,22 +209,25 @@ TEST(SocketIOClient, CompletesEachAcknowledgementOnce) {
     std::vector<std::string> ends;
     const auto note = [&](const char* name) {
         return once([&ends, name](const Array& answer, const ErrorPtr& error) {
-            ends.push_back(std::string(name) + (error ? " error " + std::to_string(error->code()) : " " + answer.description()));
+            ends.push_back(std::string(name) + (error ? " error " + std::to_string(error->code())
+                                                      : " " + answer.description()));
         });
     };
     client->emitWithAck("a", {}, 0ms, note("early"));
     client->connect();
     ASSERT_TRUE(heard.waitFor("connect"));
     client->emitWithAck("a", {}, 0ms, note("answered"));
-    ASSERT_TRUE(eventually([&] { return ends.size() == 2; })) << "before a deadline that a busy machine may pass first";
+    ASSERT_TRUE(eventually([&] { return ends.size() == 2; }))
+        << "before a deadline that a busy machine may pass first";
     client->emitWithAck("a", {}, 20ms, note("timed out"));
-    ASSERT_TRUE(eventually([&] { return ends.size() == 3; })) << Value(Array::fromStrings(ends)).description() << heard.last();
+    ASSERT_TRUE(eventually([&] { return ends.size() == 3; }))
+        << Value(Array::fromStrings(ends)).description() << heard.last();
     client->emitWithAck("a", {}, std::chrono::milliseconds::max(), note("lost"));
     client->emitWithAck("disconnect", {}, 0ms, note("reserved"));
     client->emitWithAck("cut", {}, 0ms, note("also lost"));
     ASSERT_TRUE(eventually([&] { return ends.size() == 6; }));
-    EXPECT_EQ(ends, (Lines{"early error 1", "answered [1]", "timed out error 3", "reserved error 5", "lost error 2",
-                           "also lost error 2"}));
+    EXPECT_EQ(ends, (Lines{"early error 1", "answered [1]", "timed out error 3", "reserved error 5",
+                           "lost error 2", "also lost error 2"}));
 
     client->connect();
     ASSERT_TRUE(heard.waitFor("connect"));

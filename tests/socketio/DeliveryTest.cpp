@@ -1,4 +1,5 @@
-// How events go between a connection and the application: handlers, order, the bounds of both queues, threads.
+// How events go between a connection and the application: handlers, order, the bounds of both
+// queues, threads.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -26,7 +27,8 @@ TEST(SocketIOClient, CallsNothingAfterRemoval) {
     ScriptedServer server([](ScriptedServer::Connection& connection) {
         LivePeer peer(connection);
         if (!peer.join()) return;
-        for (int i = 0; i < 3; ++i) peer.sendText("42/chat,[\"message\"," + std::to_string(i) + "]");
+        for (int i = 0; i < 3; ++i)
+            peer.sendText("42/chat,[\"message\"," + std::to_string(i) + "]");
         connection.waitForClose();
     });
     auto client = makeClient(server.url());
@@ -62,7 +64,8 @@ TEST(SocketIOClient, KeepsTheRestInLineWhenAHandlerThrows) {
         LivePeer peer(connection);
         if (!peer.join()) return;
         std::string frames;
-        for (int i = 0; i < 4; ++i) frames += frame("42/chat,[\"message\"," + std::to_string(i) + "]");
+        for (int i = 0; i < 4; ++i)
+            frames += frame("42/chat,[\"message\"," + std::to_string(i) + "]");
         connection.write(frames);
         connection.waitForClose();
     });
@@ -121,8 +124,10 @@ TEST(SocketIOClient, BoundsTheComplaintsThatNobodyHears) {
     for (int i = 0; i < 20'000; ++i) EXPECT_FALSE(client->emit("say", {}));
     MainQueue::shared().drain();
     EXPECT_EQ(heard.lines().size(), 10'000u);
-    EXPECT_EQ(log.lines(), (Lines{"socket.io: ignored an unknown option \"carrierPigeon\"",
-                                  "socket.io: ignored an option \"log\" with a value of the wrong type or range"}))
+    EXPECT_EQ(
+        log.lines(),
+        (Lines{"socket.io: ignored an unknown option \"carrierPigeon\"",
+               "socket.io: ignored an option \"log\" with a value of the wrong type or range"}))
         << "said once";
 }
 
@@ -149,12 +154,15 @@ TEST(SocketIOClient, BoundsWhatIsQueuedAndWhatServersTake) {
         {Array{Dictionary{{"\xff", 1}}}, "5 a text in it is not valid UTF-8"},
         {Array{std::numeric_limits<double>::quiet_NaN()}, "5 its items are not JSON"},
         {Array{std::string(1'000'001, 'x')}, "4 it is longer than the server takes"},
-        {Array{Data(std::string(900'000, 'x')), Data(std::string(900'000, 'x'))}, "4 it is longer than the queue takes"},
+        {Array{Data(std::string(900'000, 'x')), Data(std::string(900'000, 'x'))},
+         "4 it is longer than the queue takes"},
     };
     for (const auto& [items, expected] : refusals) {
         const ErrorPtr refused = client->tryEmit("say", items);
         ASSERT_TRUE(refused) << expected;
-        EXPECT_EQ(std::to_string(refused->code()) + " " + refused->info(kLocalizedFailureReasonKey).description(), expected);
+        EXPECT_EQ(std::to_string(refused->code()) + " " +
+                      refused->info(kLocalizedFailureReasonKey).description(),
+                  expected);
         EXPECT_FALSE(refused->info("temporary").boolValue()) << expected;
     }
     ErrorPtr full;
@@ -163,7 +171,8 @@ TEST(SocketIOClient, BoundsWhatIsQueuedAndWhatServersTake) {
     EXPECT_TRUE(full->info("temporary").boolValue());
     const auto begin = std::chrono::steady_clock::now();
     client->disconnect();
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s) << "nobody waits for a peer that does not read";
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s)
+        << "nobody waits for a peer that does not read";
 }
 
 TEST(SocketIOClient, ClosesWhenTheApplicationDoesNotKeepUp) {
@@ -180,9 +189,12 @@ TEST(SocketIOClient, ClosesWhenTheApplicationDoesNotKeepUp) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         ScriptedServer server([&row](ScriptedServer::Connection& connection) {
-            // With pings all the time: while the program stands still, only what lies before one is read.
+            // With pings all the time: while the program stands still, only what lies before one is
+            // read.
             LivePeer peer(connection);
-            if (!peer.open(R"(0{"sid":"s1","upgrades":[],"pingInterval":1,"pingTimeout":8000})") || !peer.readText()) return;
+            if (!peer.open(R"(0{"sid":"s1","upgrades":[],"pingInterval":1,"pingTimeout":8000})") ||
+                !peer.readText())
+                return;
             if (!peer.sendText(R"(40/chat,{"sid":"s2"})")) return;
             const std::string packets = row.packets + frame("2");
             while (connection.write(packets)) {
@@ -194,10 +206,12 @@ TEST(SocketIOClient, ClosesWhenTheApplicationDoesNotKeepUp) {
         const PeakMemory peak;
         client->connect();
         // The main queue does not run: only the status tells.
-        ASSERT_TRUE(spinUntil([&] { return client->status() == SocketIOStatusDisconnected; }, 120s));
+        ASSERT_TRUE(
+            spinUntil([&] { return client->status() == SocketIOStatusDisconnected; }, 120s));
         EXPECT_LT(peak.grownMiB(), 256) << "what events take beside their text counts, too";
         ASSERT_TRUE(heard.waitFor("disconnect The application does not keep up"));
-        EXPECT_EQ(heard.lines()[heard.lines().size() - 2].substr(0, 35), "error The application does not keep");
+        EXPECT_EQ(heard.lines()[heard.lines().size() - 2].substr(0, 35),
+                  "error The application does not keep");
         EXPECT_GE(heard.lines().size(), row.least) << "what had come before is delivered";
         EXPECT_LT(heard.lines().size(), 300'000u) << "each counts a quarter of a KiB at least";
     }
@@ -218,7 +232,10 @@ TEST(SocketIOClient, CanBeUsedFromEveryThreadInEveryState) {
                         case 1: client->emit("say", {i}); break;
                         case 2: client->emitWithAck("say", {i}, 1ms, nullptr); break;
                         case 3: client->networkDidChange(); break;
-                        case 4: client->off(client->on("message", [](const Array&, const AckEmitter&) {})); break;
+                        case 4:
+                            client->off(
+                                client->on("message", [](const Array&, const AckEmitter&) {}));
+                            break;
                         case 5:
                             if (i % 4 == 0) client->disconnect();
                             break;

@@ -1,4 +1,5 @@
-// A program that is slower than its peer: reading waits for it, nothing is lost or overtaken, and the peer hears its pongs.
+// A program that is slower than its peer: reading waits for it, nothing is lost or overtaken, and
+// the peer hears its pongs.
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -24,10 +25,12 @@ using namespace std::chrono_literals;
 using Lines = std::vector<std::string>;
 
 // The server pings often, and is patient, for slow machines.
-constexpr const char* kPings = R"({"sid":"s1","upgrades":[],"pingInterval":100,"pingTimeout":20000})";
+constexpr const char* kPings =
+    R"({"sid":"s1","upgrades":[],"pingInterval":100,"pingTimeout":20000})";
 
 // No ping is due in the test's time, so nothing is read on for one.
-constexpr const char* kRarePings = R"({"sid":"s1","upgrades":[],"pingInterval":600000,"pingTimeout":20000})";
+constexpr const char* kRarePings =
+    R"({"sid":"s1","upgrades":[],"pingInterval":600000,"pingTimeout":20000})";
 
 // Alone more than is read ahead; and where memory is measured, so much that it would show.
 constexpr int kRound = PeakMemory::kIsMeasured ? 10'000 : 4'000;
@@ -36,7 +39,8 @@ constexpr int kLong = PeakMemory::kIsMeasured ? 96 : 16;
 
 /// "message" with its number and some 200 bytes.
 std::string numbered(int number, std::size_t bytes = 200) {
-    return "42/chat,[\"message\"," + std::to_string(number) + ",\"" + std::string(bytes, 'x') + "\"]";
+    return "42/chat,[\"message\"," + std::to_string(number) + ",\"" + std::string(bytes, 'x') +
+           "\"]";
 }
 
 /// Hears numbered messages, and says what was wrong with them.
@@ -67,7 +71,8 @@ void awaitNetworkThread() {
     ASSERT_TRUE(spinUntil([&] { return done.load(); }));
 }
 
-/// Floods over either transport, in `rounds` with a ping behind each, and goes on when the pong has come.
+/// Floods over either transport, in `rounds` with a ping behind each, and goes on when the pong has
+/// come.
 struct Flood {
     int rounds = 1;
     int perRound = 1;
@@ -89,9 +94,12 @@ struct Flood {
     }
 
 private:
-    void floodWebSocket(ScriptedServer::Connection& connection, std::optional<WireRequest> request) {
+    void floodWebSocket(ScriptedServer::Connection& connection,
+                        std::optional<WireRequest> request) {
         LivePeer peer(connection, std::move(request));
-        if (!peer.open(std::string("0") + open) || !peer.readText() || !peer.sendText(R"(40/chat,{"sid":"s2"})")) return;
+        if (!peer.open(std::string("0") + open) || !peer.readText() ||
+            !peer.sendText(R"(40/chat,{"sid":"s2"})"))
+            return;
         for (int round = 0; round < rounds; ++round) {
             std::string frames;
             for (int i = 0; i < perRound; ++i) {
@@ -128,7 +136,8 @@ private:
         if (pongs == rounds) return "";
         const int end = perRound * (pongs + 1);
         std::string body;
-        for (int i = 0; i < perAnswer && next_ < end; ++i) body += (i > 0 ? "\x1e" : "") + numbered(next_++, bytes);
+        for (int i = 0; i < perAnswer && next_ < end; ++i)
+            body += (i > 0 ? "\x1e" : "") + numbered(next_++, bytes);
         if (next_ == end && pinged_ == pongs) {
             body += body.empty() ? "2"
                                  : "\x1e"
@@ -149,12 +158,15 @@ struct Way {
     bool isSecure;
     bool polls;
 };
-constexpr Way kWays[] = {
-    {"WebSocket", false, false}, {"WebSocket over TLS", true, false}, {"polling", false, true}, {"polling over TLS", true, true}};
+constexpr Way kWays[] = {{"WebSocket", false, false},
+                         {"WebSocket over TLS", true, false},
+                         {"polling", false, true},
+                         {"polling over TLS", true, true}};
 
 struct Connected {
     Connected(Flood& flood, const Way& way, Dictionary options = {})
-        : server(flood.script(), way.isSecure ? std::optional(CertificateAuthority::selfSigned()) : std::nullopt) {
+        : server(flood.script(),
+                 way.isSecure ? std::optional(CertificateAuthority::selfSigned()) : std::nullopt) {
         options.set("selfSigned", true);
         options.set("reconnects", false);
         options.set("transports", Array{way.polls ? "polling" : "websocket"});
@@ -178,7 +190,8 @@ TEST(Flow, AFloodIsDeliveredWholeAndTakesLittleMemory) {
         counter.work = 5us;
         const PeakMemory peak;
         connected.client->connect();
-        EXPECT_TRUE(eventually([&] { return counter.heard == 4 * kRound || !counter.trouble.empty(); }, 200s));
+        EXPECT_TRUE(eventually(
+            [&] { return counter.heard == 4 * kRound || !counter.trouble.empty(); }, 200s));
         EXPECT_TRUE(counter.inOrder);
         EXPECT_EQ(counter.heard, 4 * kRound);
         EXPECT_EQ(counter.trouble, "");
@@ -198,8 +211,10 @@ TEST(Flow, NothingIsReadAheadForAProgramThatStandsStill) {
         Counter counter(*connected.client);
         const PeakMemory peak;
         connected.client->connect();
-        EXPECT_TRUE(spinUntil([&] { return connected.client->status() == SocketIOStatusConnected; }));
-        EXPECT_FALSE(spinUntil([&] { return connected.client->status() != SocketIOStatusConnected; }, 500ms));
+        EXPECT_TRUE(
+            spinUntil([&] { return connected.client->status() == SocketIOStatusConnected; }));
+        EXPECT_FALSE(spinUntil(
+            [&] { return connected.client->status() != SocketIOStatusConnected; }, 500ms));
         EXPECT_TRUE(eventually([&] { return counter.heard == kLong; }, 100s));
         EXPECT_TRUE(counter.inOrder);
         EXPECT_EQ(counter.trouble, "");
@@ -273,7 +288,9 @@ TEST(Flow, AnAnswerThatWaitsUnreadIsNotLate) {
     });
     ASSERT_TRUE(eventually([&] { return !answer.empty(); }));
     EXPECT_EQ(answer, "[in time]");
-    client->emitWithAck("ask again", {}, 10s, [&](const Array&, const ErrorPtr& error) { answer = error ? "late" : "?"; });
+    client->emitWithAck("ask again", {}, 10s, [&](const Array&, const ErrorPtr& error) {
+        answer = error ? "late" : "?";
+    });
     EXPECT_TRUE(clock.runUntil([&] { return answer == "late"; })) << "time goes on afterwards";
 }
 
@@ -315,7 +332,8 @@ TEST(Flow, AHandlerMayWaitForTheNextEventOrLeave) {
     EXPECT_TRUE(eventuallyElsewhere([&] { return goodbyes == 1; })) << "also while reading waits";
     counter.heard = 0;
     client->connect();
-    EXPECT_TRUE(eventually([&] { return connects == 2 && counter.heard == 400; })) << "and the next connection is not held up";
+    EXPECT_TRUE(eventually([&] { return connects == 2 && counter.heard == 400; }))
+        << "and the next connection is not held up";
 }
 
 TEST(Flow, ShortFramesOfLongMessagesWaitToo) {
@@ -323,7 +341,8 @@ TEST(Flow, ShortFramesOfLongMessagesWaitToo) {
     const std::string text = "42/chat,[\"message\",0,\"" + std::string(1 << 20, 'x') + "\"]";
     std::string deflated(4096, '\0');
     z_stream stream{};
-    ASSERT_EQ(deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY), Z_OK);
+    ASSERT_EQ(deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY),
+              Z_OK);
     stream.next_in = reinterpret_cast<unsigned char*>(const_cast<char*>(text.data()));
     stream.avail_in = static_cast<unsigned>(text.size());
     stream.next_out = reinterpret_cast<unsigned char*>(deflated.data());
@@ -339,11 +358,13 @@ TEST(Flow, ShortFramesOfLongMessagesWaitToo) {
                 const bool isOpen = peer.acceptWebSocket(
                     "Sec-WebSocket-Extensions: permessage-deflate; client_no_context_takeover; server_no_context_takeover\r\n",
                     frame(LivePeer::kOpenPacket));
-                if (!isOpen || !peer.readFrame() || !peer.sendText(R"(40/chat,{"sid":"s2"})")) return;
+                if (!isOpen || !peer.readFrame() || !peer.sendText(R"(40/chat,{"sid":"s2"})"))
+                    return;
                 connection.write(repeated(frame(deflated, 0xC1), kLong));
             },
             isSecure ? std::optional(CertificateAuthority::selfSigned()) : std::nullopt);
-        const auto client = makeClient(server.url(), {{"compress", true}, {"reconnects", false}, {"selfSigned", true}});
+        const auto client = makeClient(
+            server.url(), {{"compress", true}, {"reconnects", false}, {"selfSigned", true}});
         Recorder heard;
         int messages = 0;
         client->on("message", [&](const Array&, const AckEmitter&) { ++messages; });
@@ -353,7 +374,8 @@ TEST(Flow, ShortFramesOfLongMessagesWaitToo) {
         });
         const PeakMemory peak;
         client->connect();
-        EXPECT_FALSE(spinUntil([&] { return client->status() == SocketIOStatusDisconnected; }, 500ms));
+        EXPECT_FALSE(
+            spinUntil([&] { return client->status() == SocketIOStatusDisconnected; }, 500ms));
         EXPECT_TRUE(eventually([&] { return messages == -1; }, 100s));
         EXPECT_LT(peak.grownMiB(), 24);
     }

@@ -1,4 +1,5 @@
-// A hostile peer, as event scripts: each fault in each phase. The outcome is one word; nothing crashes, nothing hangs.
+// A hostile peer, as event scripts: each fault in each phase. The outcome is one word; nothing
+// crashes, nothing hangs.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -35,7 +36,9 @@ std::string outcomeOf(Script& script, const std::vector<std::string>& frames) {
     std::string shown;
     for (const auto& frame : frames) {
         const bool isBinary = frame.starts_with("bytes:");
-        shown += " " + (isBinary ? script.on(event::WebSocketBinary{std::string_view(frame).substr(6)}) : script.text(frame));
+        shown +=
+            " " + (isBinary ? script.on(event::WebSocketBinary{std::string_view(frame).substr(6)})
+                            : script.text(frame));
         if (script.session.hasEnded()) break;
     }
     return outcomeIn(shown);
@@ -56,12 +59,36 @@ TEST(HostileSession, MeetsEachFrameWithTheRightEnd) {
         {"a second open", {kOpen, kOpen}, kBad, kBad, kBad},
         {"open that is no JSON", {"0{"}, kBad, kBad, kBad},
         {"open without sid", {R"(0{"pingInterval":1,"pingTimeout":1})"}, kBad, kBad, kBad},
-        {"open with an empty sid", {R"(0{"sid":"","pingInterval":1,"pingTimeout":1})"}, kBad, kBad, kBad},
-        {"zero ping interval", {R"(0{"sid":"a","pingInterval":0,"pingTimeout":1})"}, kBad, kBad, kBad},
-        {"zero ping timeout", {R"(0{"sid":"a","pingInterval":1,"pingTimeout":0})"}, kBad, kBad, kBad},
-        {"ping interval over 31 bits", {R"(0{"sid":"a","pingInterval":2147483648,"pingTimeout":1})"}, kBad, kBad, kBad},
-        {"the longest ping interval", {R"(0{"sid":"a","pingInterval":2147483647,"pingTimeout":1})"}, kLives, kBad, kBad},
-        {"ping interval that is text", {R"(0{"sid":"a","pingInterval":"25000","pingTimeout":1})"}, kBad, kBad, kBad},
+        {"open with an empty sid",
+         {R"(0{"sid":"","pingInterval":1,"pingTimeout":1})"},
+         kBad,
+         kBad,
+         kBad},
+        {"zero ping interval",
+         {R"(0{"sid":"a","pingInterval":0,"pingTimeout":1})"},
+         kBad,
+         kBad,
+         kBad},
+        {"zero ping timeout",
+         {R"(0{"sid":"a","pingInterval":1,"pingTimeout":0})"},
+         kBad,
+         kBad,
+         kBad},
+        {"ping interval over 31 bits",
+         {R"(0{"sid":"a","pingInterval":2147483648,"pingTimeout":1})"},
+         kBad,
+         kBad,
+         kBad},
+        {"the longest ping interval",
+         {R"(0{"sid":"a","pingInterval":2147483647,"pingTimeout":1})"},
+         kLives,
+         kBad,
+         kBad},
+        {"ping interval that is text",
+         {R"(0{"sid":"a","pingInterval":"25000","pingTimeout":1})"},
+         kBad,
+         kBad,
+         kBad},
         {"open that is an array", {"0[]"}, kBad, kBad, kBad},
         {"close packet", {"1"}, kBad, "link-lost", "link-lost"},
         {"noop", {"6"}, kBad, kLives, kLives},
@@ -78,10 +105,22 @@ TEST(HostileSession, MeetsEachFrameWithTheRightEnd) {
         {"event cut short", {R"(42/chat,["a")"}, kBad, kBad, kBad},
         {"event for another namespace", {R"(42/other,["a"])"}, kBad, kLives, kBad},
         {"deep JSON", {"42/chat,[\"a\"," + repeated("[", 100'000)}, kBad, kBad, kBad},
-        {"closed deep JSON", {"42/chat,[\"a\"," + repeated("[", 2000) + repeated("]", 2000) + "]"}, kBad, kBad, kBad},
-        {"as many values as are taken", {"42/chat,[\"a\"" + repeated(",0", 99'998) + "]"}, kBad, kLives, kBad},
+        {"closed deep JSON",
+         {"42/chat,[\"a\"," + repeated("[", 2000) + repeated("]", 2000) + "]"},
+         kBad,
+         kBad,
+         kBad},
+        {"as many values as are taken",
+         {"42/chat,[\"a\"" + repeated(",0", 99'998) + "]"},
+         kBad,
+         kLives,
+         kBad},
         {"one value more", {"42/chat,[\"a\"" + repeated(",0", 99'999) + "]"}, kBad, kBad, kBad},
-        {"one key more", {"42/chat,[\"a\",{\"k\":0" + repeated(",\"k\":0", 49'998) + "}]"}, kBad, kBad, kBad},
+        {"one key more",
+         {"42/chat,[\"a\",{\"k\":0" + repeated(",\"k\":0", 49'998) + "}]"},
+         kBad,
+         kBad,
+         kBad},
         {"bad UTF-8 in JSON", {"42/chat,[\"a\xff\"]"}, kBad, kBad, kBad},
         {"answer for an unknown id", {"43/chat,99[]"}, kBad, kLives, kBad},
         {"the same answer twice", {"43/chat,0[]", "43/chat,0[]"}, kBad, kLives, kBad},
@@ -94,10 +133,26 @@ TEST(HostileSession, MeetsEachFrameWithTheRightEnd) {
         {"huge count", {R"(4599999999999-/chat,["a"])"}, kBad, kBad, kBad},
         {"count over 64 bits", {R"(4599999999999999999999999-/chat,["a"])"}, kBad, kBad, kBad},
         {"count without a dash", {R"(451/chat,["a"])"}, kBad, kBad, kBad},
-        {"placeholder out of range", {R"(451-/chat,["a",{"_placeholder":true,"num":7}])", "bytes:\x04x"}, kBad, kBad, kBad},
-        {"placeholder below zero", {R"(451-/chat,["a",{"_placeholder":true,"num":-1}])", "bytes:\x04x"}, kBad, kBad, kBad},
-        {"more attachments than announced", {R"(451-/chat,["a"])", "bytes:\x04x", "bytes:\x04x"}, kBad, kBad, kBad},
-        {"attachments never sent", {R"(451-/chat,["a",{"_placeholder":true,"num":0}])", R"(42/chat,["b"])"}, kBad, kBad, kBad},
+        {"placeholder out of range",
+         {R"(451-/chat,["a",{"_placeholder":true,"num":7}])", "bytes:\x04x"},
+         kBad,
+         kBad,
+         kBad},
+        {"placeholder below zero",
+         {R"(451-/chat,["a",{"_placeholder":true,"num":-1}])", "bytes:\x04x"},
+         kBad,
+         kBad,
+         kBad},
+        {"more attachments than announced",
+         {R"(451-/chat,["a"])", "bytes:\x04x", "bytes:\x04x"},
+         kBad,
+         kBad,
+         kBad},
+        {"attachments never sent",
+         {R"(451-/chat,["a",{"_placeholder":true,"num":0}])", R"(42/chat,["b"])"},
+         kBad,
+         kBad,
+         kBad},
         {"join answered twice", {"40/chat,"}, kBad, kLives, kBad},
         {"namespace taken away", {"41/chat,"}, kBad, "server-disconnect", kBad},
         {"disconnect with a payload", {R"(41/chat,{"a":1})"}, kBad, kBad, kBad},
@@ -134,11 +189,13 @@ TEST(HostileSession, MeetsHostileAnswersToPolling) {
     const Row rows[] = {
         {"moved", 301, "", "connect-failed", "link-lost", "link-lost"},
         {"not authorised", 401, "", "connect-failed", "link-lost", "link-lost"},
-        {"forbidden", 403, R"({"code":4,"message":"Forbidden"})", "connect-failed", "link-lost", "link-lost"},
+        {"forbidden", 403, R"({"code":4,"message":"Forbidden"})", "connect-failed", "link-lost",
+         "link-lost"},
         {"not found", 404, "", "connect-failed", "link-lost", "link-lost"},
         {"too many", 429, "", "connect-failed", "link-lost", "link-lost"},
         {"broken", 500, "", "connect-failed", "link-lost", "link-lost"},
-        {"unknown session", 400, R"({"code":1,"message":"Session ID unknown"})", kLives, "link-lost", "link-lost"},
+        {"unknown session", 400, R"({"code":1,"message":"Session ID unknown"})", kLives,
+         "link-lost", "link-lost"},
         {"empty body", 200, "", kBad, kBad, kBad},
         {"a web page", 200, "<html>", kBad, kBad, kBad},
         {"only a separator", 200, "\x1e", kBad, kBad, kBad},
@@ -175,7 +232,8 @@ TEST(HostileSession, MeetsHostileAnswersToPolling) {
         Script script(chat(TransportChoice::PollingOnly));
         script.joinPolling(EngineRevision::V4);
         script.emit("42/chat,[1]");
-        EXPECT_EQ(outcomeIn(script.posted(status, "anything")), outcome) << "a POST answered with " << status;
+        EXPECT_EQ(outcomeIn(script.posted(status, "anything")), outcome)
+            << "a POST answered with " << status;
     }
 }
 
@@ -183,8 +241,10 @@ TEST(HostileSession, AnswersAStormOfPingsOverPollingOnce) {
     Script script(chat(TransportChoice::PollingOnly));
     script.joinPolling(EngineRevision::V4);
     script.emit("42/chat,[1]");  // its POST is never answered
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(outcomeIn(script.got(repeated("2\x1e", 1000) + "2")), kLives);
-    EXPECT_EQ(script.posted(), "POST 3") << "what waits for a POST must not grow with what a GET brings";
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(outcomeIn(script.got(repeated("2\x1e", 1000) + "2")), kLives);
+    EXPECT_EQ(script.posted(), "POST 3")
+        << "what waits for a POST must not grow with what a GET brings";
 }
 
 TEST(HostileSession, EndsWhenItsTransportDoes) {
@@ -197,13 +257,18 @@ TEST(HostileSession, EndsWhenItsTransportDoes) {
         const char* joined;
     };
     const Row rows[] = {
-        {event::WebSocketClosed{Cause::Peer, "1001"}, TransportChoice::WebSocketOnly, "connect-failed", "link-lost", "link-lost"},
-        {event::WebSocketClosed{Cause::Network, ""}, TransportChoice::WebSocketOnly, "connect-failed", "link-lost", "link-lost"},
-        {event::WebSocketClosed{Cause::Malformed, ""}, TransportChoice::WebSocketOnly, "connect-failed", kBad, kBad},
-        {event::WebSocketClosed{Cause::TooLarge, ""}, TransportChoice::WebSocketOnly, "connect-failed", "limit-passed",
-         "limit-passed"},
-        {event::RequestFailed{"reset"}, TransportChoice::PollingOnly, "connect-failed", "connect-failed", "link-lost"},
-        {event::RequestFailed{"too large", true}, TransportChoice::PollingOnly, "limit-passed", "limit-passed", "limit-passed"},
+        {event::WebSocketClosed{Cause::Peer, "1001"}, TransportChoice::WebSocketOnly,
+         "connect-failed", "link-lost", "link-lost"},
+        {event::WebSocketClosed{Cause::Network, ""}, TransportChoice::WebSocketOnly,
+         "connect-failed", "link-lost", "link-lost"},
+        {event::WebSocketClosed{Cause::Malformed, ""}, TransportChoice::WebSocketOnly,
+         "connect-failed", kBad, kBad},
+        {event::WebSocketClosed{Cause::TooLarge, ""}, TransportChoice::WebSocketOnly,
+         "connect-failed", "limit-passed", "limit-passed"},
+        {event::RequestFailed{"reset"}, TransportChoice::PollingOnly, "connect-failed",
+         "connect-failed", "link-lost"},
+        {event::RequestFailed{"too large", true}, TransportChoice::PollingOnly, "limit-passed",
+         "limit-passed", "limit-passed"},
     };
     for (const auto& row : rows) {
         const bool isPolling = row.transport == TransportChoice::PollingOnly;
@@ -234,9 +299,21 @@ TEST(HostileSession, EndsInTimeWhenThePeerFallsSilent) {
     const auto upgrading = TransportChoice::PollingThenWebSocket;
     const Row rows[] = {
         {"no handshake", TransportChoice::WebSocketOnly, {}, 20s, "connect-failed"},
-        {"no open packet", TransportChoice::WebSocketOnly, {event::WebSocketOpened{}}, 20s, "connect-failed"},
-        {"no revision", TransportChoice::WebSocketOnly, {event::WebSocketText{kOpen}}, 20s, "connect-failed"},
-        {"no join", TransportChoice::WebSocketOnly, {event::WebSocketText{kOpenWithMaxPayload}}, 20s, "connect-failed"},
+        {"no open packet",
+         TransportChoice::WebSocketOnly,
+         {event::WebSocketOpened{}},
+         20s,
+         "connect-failed"},
+        {"no revision",
+         TransportChoice::WebSocketOnly,
+         {event::WebSocketText{kOpen}},
+         20s,
+         "connect-failed"},
+        {"no join",
+         TransportChoice::WebSocketOnly,
+         {event::WebSocketText{kOpenWithMaxPayload}},
+         20s,
+         "connect-failed"},
         {"no heartbeat",
          TransportChoice::WebSocketOnly,
          {event::WebSocketText{kOpen}, event::WebSocketText{join}},
@@ -244,7 +321,8 @@ TEST(HostileSession, EndsInTimeWhenThePeerFallsSilent) {
          "heartbeat-missed"},
         {"no pong to an old server's client, which pings again meanwhile",
          TransportChoice::WebSocketOnly,
-         {event::WebSocketText{R"(0{"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":60000})"},
+         {event::WebSocketText{
+              R"(0{"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":60000})"},
           event::WebSocketText{"40/chat,"}},
          85s,
          "heartbeat-missed"},
@@ -257,7 +335,8 @@ TEST(HostileSession, EndsInTimeWhenThePeerFallsSilent) {
          "heartbeat-missed"},
         {"nothing runs dry for the upgrade",
          upgrading,
-         {event::GetAnswered{200, kOpen}, event::GetAnswered{200, join}, event::WebSocketOpened{}, event::WebSocketText{"3probe"}},
+         {event::GetAnswered{200, kOpen}, event::GetAnswered{200, join}, event::WebSocketOpened{},
+          event::WebSocketText{"3probe"}},
          45s,
          "heartbeat-missed"},
     };

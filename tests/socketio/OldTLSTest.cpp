@@ -1,4 +1,5 @@
-// Versions of TLS before 1.2 are refused by the library itself: here the system's own policy lets them pass.
+// Versions of TLS before 1.2 are refused by the library itself: here the system's own policy lets
+// them pass.
 #include <gtest/gtest.h>
 #include <openssl/bio.h>
 #include <openssl/ssl.h>
@@ -16,27 +17,34 @@
 namespace vexim::testing {
 namespace {
 
-/// What a client without a will of its own agrees on with the server, as "TLSv1.1"; "nothing" when there is no connection.
+/// What a client without a will of its own agrees on with the server, as "TLSv1.1"; "nothing" when
+/// there is no connection.
 std::string versionAgreedWith(const ScriptedServer& server) {
     SSL_CTX* const context = SSL_CTX_new(TLS_client_method());
     BIO* const connection = BIO_new_ssl_connect(context);
-    std::string address = "127.0.0.1:" + std::to_string(server.port());  // not const: OpenSSL's macro would cast that away
+    // not const: OpenSSL's macro would cast that away
+    std::string address = "127.0.0.1:" + std::to_string(server.port());
     BIO_set_conn_hostname(connection, address.data());
     SSL* session = nullptr;
     BIO_get_ssl(connection, &session);
-    const std::string version = BIO_do_connect(connection) == 1 ? SSL_get_version(session) : "nothing";
+    const std::string version =
+        BIO_do_connect(connection) == 1 ? SSL_get_version(session) : "nothing";
     BIO_free_all(connection);
     SSL_CTX_free(context);
     return version;
 }
 
-std::string liveOutcome(const ScriptedServer& server, const std::string& authority, const char* transport) {
-    const auto client = SocketIOClient::create(URL::parse(server.url()), {{transport, true}, {"caPEM", authority}});
+std::string liveOutcome(const ScriptedServer& server, const std::string& authority,
+                        const char* transport) {
+    const auto client =
+        SocketIOClient::create(URL::parse(server.url()), {{transport, true}, {"caPEM", authority}});
     client->joinNamespace("/chat");
     Recorder heard;
     heard.listen(*client);
     client->connect();
-    return eventually([&] { return !heard.lines().empty(); }) ? heard.lines()[0].substr(0, heard.lines()[0].find(' ')) : "nothing";
+    return eventually([&] { return !heard.lines().empty(); })
+               ? heard.lines()[0].substr(0, heard.lines()[0].find(' '))
+               : "nothing";
 }
 
 /// A line for a server that speaks TLS 1.1 only, and one for a server of today.
@@ -48,11 +56,15 @@ std::string outcomes() {
     for (const bool isOld : {true, false}) {
         auto identity = authority.issue();
         identity.isOld = isOld;
-        const ScriptedServer files(ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "{}"); }),
+        const ScriptedServer files(ScriptedServer::answering([](const WireRequest&) {
+                                       return ScriptedServer::text(200, "{}");
+                                   }),
                                    identity);
         const ScriptedServer live(serveEitherTransport(), identity);
-        all += versionAgreedWith(files) + ": REST " + std::to_string(probe->load(files.url()).code()) + ", WebSocket " +
-               liveOutcome(live, pem, "forceWebsockets") + ", polling " + liveOutcome(live, pem, "forcePolling") + "; ";
+        all += versionAgreedWith(files) + ": REST " +
+               std::to_string(probe->load(files.url()).code()) + ", WebSocket " +
+               liveOutcome(live, pem, "forceWebsockets") + ", polling " +
+               liveOutcome(live, pem, "forcePolling") + "; ";
     }
     return all;
 }

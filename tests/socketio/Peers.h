@@ -30,19 +30,22 @@ inline void echo(ScriptedServer::Connection& connection) {
     if (!peer.join()) return;
     while (const auto message = peer.readText()) {
         if (message->starts_with("42/chat,[\"cut\"")) return;
-        if (message->starts_with("42/chat,[\"say\",")) peer.sendText("42/chat,[\"message\"," + message->substr(15));
+        if (message->starts_with("42/chat,[\"say\","))
+            peer.sendText("42/chat,[\"message\"," + message->substr(15));
     }
 }
 
-/// Joins are answered over either transport, and then nothing is said: the GET behind the answer hangs, as it should.
-/// `other` sees each request before, and answers it when it gives a text.
-inline ScriptedServer::Script serveEitherTransport(std::function<std::string(const WireRequest&)> other = nullptr) {
+/// Joins are answered over either transport, and then nothing is said: the GET behind the answer
+/// hangs, as it should. `other` sees each request before, and answers it when it gives a text.
+inline ScriptedServer::Script serveEitherTransport(
+    std::function<std::string(const WireRequest&)> other = nullptr) {
     struct Sessions {
         std::mutex mutex;
         int count = 0;
         std::set<std::string> joined;
     };
-    return [sessions = std::make_shared<Sessions>(), other = std::move(other)](ScriptedServer::Connection& connection) {
+    return [sessions = std::make_shared<Sessions>(),
+            other = std::move(other)](ScriptedServer::Connection& connection) {
         while (auto request = connection.readRequest()) {
             if (const std::string answer = other ? other(*request) : ""; !answer.empty()) {
                 if (!connection.write(answer)) return;
@@ -60,7 +63,10 @@ inline ScriptedServer::Script serveEitherTransport(std::function<std::string(con
                 if (sid == std::string::npos) {
                     body = R"(0{"sid":")" + std::to_string(++sessions->count) +
                            R"(","upgrades":[],"pingInterval":25000,"pingTimeout":20000})";
-                } else if (sessions->joined.insert(request->target.substr(sid, request->target.find('&', sid + 1) - sid)).second) {
+                } else if (sessions->joined
+                               .insert(request->target.substr(
+                                   sid, request->target.find('&', sid + 1) - sid))
+                               .second) {
                     body = R"(40/chat,{"sid":"x"})";
                 } else {
                     body.clear();

@@ -1,4 +1,5 @@
-// Rules that are pure functions: when to reconnect, through which proxy, with which cookies and options.
+// Rules that are pure functions: when to reconnect, through which proxy, with which cookies and
+// options.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -45,7 +46,8 @@ TEST(ReconnectPolicy, DoublesToACapAndDrawsBelowIt) {
 TEST(ReconnectPolicy, SpreadsAThousandClientsThatWereDroppedTogether) {
     SeededRandom random(7);
     const ReconnectPolicy policy;
-    std::map<std::pair<std::uint32_t, std::int64_t>, int> slots;  // by attempt, after the fifth, and second
+    // by attempt, after the fifth, and second
+    std::map<std::pair<std::uint32_t, std::int64_t>, int> slots;
     for (int client = 0; client < 1000; ++client) {
         milliseconds at = 0ms;
         for (std::uint32_t attempt = 0; attempt < 12; ++attempt) {
@@ -53,7 +55,8 @@ TEST(ReconnectPolicy, SpreadsAThousandClientsThatWereDroppedTogether) {
             if (attempt > 5) ++slots[{attempt, at / 1s}];
         }
     }
-    for (const auto& [slot, count] : slots) EXPECT_LE(count, 80) << "attempt " << slot.first << " in second " << slot.second;
+    for (const auto& [slot, count] : slots)
+        EXPECT_LE(count, 80) << "attempt " << slot.first << " in second " << slot.second;
 }
 
 TEST(Proxy, IsWhatTheEnvironmentNames) {
@@ -68,7 +71,11 @@ TEST(Proxy, IsWhatTheEnvironmentNames) {
     const Row rows[] = {
         {"none", false, "h", {}, ""},
         {"plain", false, "h", {{"http_proxy", "http://p:3128"}}, "p:3128 "},
-        {"upper case could come from a CGI request", false, "h", {{"HTTP_PROXY", "http://p:3128"}}, ""},
+        {"upper case could come from a CGI request",
+         false,
+         "h",
+         {{"HTTP_PROXY", "http://p:3128"}},
+         ""},
         {"TLS", true, "h", {{"http_proxy", "http://a"}, {"HTTPS_PROXY", "b:8080"}}, "b:8080 "},
         {"for all", true, "h", {{"all_proxy", "p:1"}}, "p:1 "},
         {"credentials", true, "h", {{"https_proxy", "http://us%40er:p%3Aw@p:1"}}, "p:1 us@er:p:w"},
@@ -76,20 +83,42 @@ TEST(Proxy, IsWhatTheEnvironmentNames) {
         {"a kind we do not speak", true, "h", {{"https_proxy", "socks5://p:1"}}, ":0 "},
         {"nor pass by where all is asked for", false, "h", {{"all_proxy", "https://p:1"}}, ":0 "},
         {"this machine", true, "127.0.0.1", {{"https_proxy", "socks5://p:1"}}, ""},
-        {"a name that looks like this machine", true, "127.0.0.1.example", {{"https_proxy", "p:1"}}, "p:1 "},
-        {"exception", true, "im.Example.com", {{"https_proxy", "p:1"}, {"no_proxy", "a.b, example.com"}}, ""},
-        {"no exception for a mere suffix", true, "badexample.com", {{"https_proxy", "p:1"}, {"no_proxy", "example.com"}}, "p:1 "},
-        {"exception with a dot", true, "im.example.com", {{"https_proxy", "p:1"}, {"NO_PROXY", ".example.com"}}, ""},
-        {"exception for a port", true, "h", {{"https_proxy", "p:1"}, {"no_proxy", "h:444"}}, "p:1 "},
+        {"a name that looks like this machine",
+         true,
+         "127.0.0.1.example",
+         {{"https_proxy", "p:1"}},
+         "p:1 "},
+        {"exception",
+         true,
+         "im.Example.com",
+         {{"https_proxy", "p:1"}, {"no_proxy", "a.b, example.com"}},
+         ""},
+        {"no exception for a mere suffix",
+         true,
+         "badexample.com",
+         {{"https_proxy", "p:1"}, {"no_proxy", "example.com"}},
+         "p:1 "},
+        {"exception with a dot",
+         true,
+         "im.example.com",
+         {{"https_proxy", "p:1"}, {"NO_PROXY", ".example.com"}},
+         ""},
+        {"exception for a port",
+         true,
+         "h",
+         {{"https_proxy", "p:1"}, {"no_proxy", "h:444"}},
+         "p:1 "},
         {"exception for all", true, "h", {{"https_proxy", "p:1"}, {"no_proxy", "*"}}, ""},
     };
     for (const auto& row : rows) {
-        const auto proxy = proxyFor(row.isSecure, row.host, 443, [&](const char* name) -> const char* {
-            const auto found = row.variables.find(name);
-            return found == row.variables.end() ? nullptr : found->second.c_str();
-        });
+        const auto proxy =
+            proxyFor(row.isSecure, row.host, 443, [&](const char* name) -> const char* {
+                const auto found = row.variables.find(name);
+                return found == row.variables.end() ? nullptr : found->second.c_str();
+            });
         const std::string login = proxy && proxy->user ? *proxy->user + ":" + proxy->password : "";
-        const std::string shown = proxy ? proxy->host + ":" + std::to_string(proxy->port) + " " + login : "";
+        const std::string shown =
+            proxy ? proxy->host + ":" + std::to_string(proxy->port) + " " + login : "";
         EXPECT_EQ(shown, row.expected) << row.why;
     }
 }
@@ -97,8 +126,8 @@ TEST(Proxy, IsWhatTheEnvironmentNames) {
 TEST(CookieJar, SendsBackWhatItWasGiven) {
     CookieJar jar;
     EXPECT_EQ(jar.header(), "");
-    for (const char* cookie :
-         {" io=abc; Path=/; HttpOnly", "AWSALB=x=y; Expires=Wed", "io=def", "junk", "=nameless", "a=b\r\nX: y"}) {
+    for (const char* cookie : {" io=abc; Path=/; HttpOnly", "AWSALB=x=y; Expires=Wed", "io=def",
+                               "junk", "=nameless", "a=b\r\nX: y"}) {
         jar.store(cookie);
     }
     EXPECT_EQ(jar.header(), "io=def; AWSALB=x=y");
@@ -106,15 +135,18 @@ TEST(CookieJar, SendsBackWhatItWasGiven) {
 
 /// The options as one line.
 std::string describe(const SocketIOOptions& options) {
-    static constexpr const char* kTransports[] = {"websocket,polling", "websocket", "polling", "polling,websocket"};
+    static constexpr const char* kTransports[] = {"websocket,polling", "websocket", "polling",
+                                                  "polling,websocket"};
     const SessionConfig& session = options.session;
     std::ostringstream line;
-    line << kTransports[static_cast<int>(session.transports)] << (options.log ? " log" : "") << (options.secure ? " secure" : "")
-         << (options.transport.offerDeflate ? " deflate" : "") << (options.reconnect.enabled ? " reconnects" : "");
+    line << kTransports[static_cast<int>(session.transports)] << (options.log ? " log" : "")
+         << (options.secure ? " secure" : "") << (options.transport.offerDeflate ? " deflate" : "")
+         << (options.reconnect.enabled ? " reconnects" : "");
     if (options.reconnect.maxAttempts) line << " attempts=" << *options.reconnect.maxAttempts;
-    line << " wait=" << options.reconnect.firstWait.count() << ".." << options.reconnect.longestWait.count()
-         << " timeout=" << session.connectTimeout.count() << " message=" << session.maxMessageBytes << "/"
-         << options.transport.maxMessageBytes << " queue=" << options.maxQueuedBytes << " ahead=" << options.maxReadAhead
+    line << " wait=" << options.reconnect.firstWait.count() << ".."
+         << options.reconnect.longestWait.count() << " timeout=" << session.connectTimeout.count()
+         << " message=" << session.maxMessageBytes << "/" << options.transport.maxMessageBytes
+         << " queue=" << options.maxQueuedBytes << " ahead=" << options.maxReadAhead
          << " path=" << session.path;
     if (session.revision) line << " revision=" << static_cast<int>(*session.revision);
     if (!session.query.empty()) line << " query=" << session.query;
@@ -167,11 +199,15 @@ TEST(Options, ReadEachKeyAndIgnoreWhatIsWrongInIt) {
          "io/",
          "io/ query=n=5&t=1&a%20b=%2B%26&l=%5B1%5D",
          {"a=b", Array{}}},
-        {{{"joinPayload", Dictionary{}}}, "io/", "io/ join={}", {"t", Array{}, Dictionary{{"d", Data("x", 1)}}}},
+        {{{"joinPayload", Dictionary{}}},
+         "io/",
+         "io/ join={}",
+         {"t", Array{}, Dictionary{{"d", Data("x", 1)}}}},
         {{{"extraHeaders", Dictionary{{"X-A", "b"}}}},
          "io/",
          "io/ X-A:b",
-         {"X-A: b", Dictionary{{"X-A", 5}}, Dictionary{{"X-A", "b\r\nc"}}, Dictionary{{"X A", "b"}}}},
+         {"X-A: b", Dictionary{{"X-A", 5}}, Dictionary{{"X-A", "b\r\nc"}},
+          Dictionary{{"X A", "b"}}}},
         {{{"pinnedKeys", 5}}, "", ""},  // what is wrong with these ends the connection
         {{{"caFile", 5}}, "", ""},
         {{{"caPEM", 5}}, "", ""},
@@ -190,15 +226,18 @@ TEST(Options, ReadEachKeyAndIgnoreWhatIsWrongInIt) {
             const auto refused = parseSocketIOOptions({{key, wrong}});
             EXPECT_EQ(describe(refused.options), defaults) << wrong.description();
             EXPECT_EQ(refused.complaints,
-                      std::vector<std::string>{"option \"" + key + "\" with a value of the wrong type or range"});
+                      std::vector<std::string>{"option \"" + key +
+                                               "\" with a value of the wrong type or range"});
         }
     }
     EXPECT_EQ(keys.size(), 23u);
-    EXPECT_EQ(parseSocketIOOptions({{"shouldLog", true}}).complaints, std::vector<std::string>{"unknown option \"shouldLog\""});
+    EXPECT_EQ(parseSocketIOOptions({{"shouldLog", true}}).complaints,
+              std::vector<std::string>{"unknown option \"shouldLog\""});
 }
 
 TEST(Options, NeverDowngradeASecureUrl) {
-    const std::pair<const char*, bool> rows[] = {{"https://h", false}, {"wss://h", false}, {"http://h", true}, {"ws://h", true}};
+    const std::pair<const char*, bool> rows[] = {
+        {"https://h", false}, {"wss://h", false}, {"http://h", true}, {"ws://h", true}};
     for (const auto& [url, secure] : rows) {
         const auto endpoint = endpointOf(URL::parse(url), secure);
         ASSERT_TRUE(endpoint) << url;
@@ -212,7 +251,8 @@ TEST(Options, NeverDowngradeASecureUrl) {
 TEST(Outbox, GivesBackWhatWasPutIn) {
     Outbox outbox;
     for (int i = 0; i < 5000; ++i) {
-        EncodedPacket packet{std::string(static_cast<std::size_t>(i % 97), 'x') + std::to_string(i), {}};
+        EncodedPacket packet{std::string(static_cast<std::size_t>(i % 97), 'x') + std::to_string(i),
+                             {}};
         if (i % 10 == 0) packet.attachments.push_back(Data(std::to_string(i)));
         outbox.push(packet);
     }
@@ -230,9 +270,10 @@ TEST(Outbox, GivesBackWhatWasPutIn) {
 
 TEST(FrameScanner, FindsWholeFramesWhereverTheyAreCut) {
     using Verdict = FrameScanner::Verdict;
-    const std::vector<std::string> frames{frame("p", 0x89), frame("text"),       frame("ab", 0x01),
-                                          frame("p", 0x8A), frame("", 0x00),     frame(std::string(300, 'c'), 0x80),
-                                          frame(""),        frame("bytes", 0x82)};
+    const std::vector<std::string> frames{frame("p", 0x89),  frame("text"),
+                                          frame("ab", 0x01), frame("p", 0x8A),
+                                          frame("", 0x00),   frame(std::string(300, 'c'), 0x80),
+                                          frame(""),         frame("bytes", 0x82)};
     std::string all;
     for (const auto& each : frames) all += each;
     for (std::size_t cut = 0; cut <= all.size(); ++cut) {
@@ -279,18 +320,23 @@ TEST(FrameScanner, JudgesAFrameByItsFirstBytes) {
         {"masked", "", "\x81\x85", Verdict::Malformed},
         {"a long ping", "", "\x89\x7E", Verdict::Malformed},
         {"two bytes for a short length", "", "\x81\x7E\x00\x7D"s, Verdict::Malformed},
-        {"eight bytes for a length of two", "", "\x82\x7F\0\0\0\0\0\0\xFF\xFF"s, Verdict::Malformed},
+        {"eight bytes for a length of two", "", "\x82\x7F\0\0\0\0\0\0\xFF\xFF"s,
+         Verdict::Malformed},
         {"over the limit", "", "\x81\x7E\x04\x01", Verdict::TooLarge, Verdict::TooLarge},
-        {"over the limit with what came before", begun, "\x00\x7E\x04\x00"s, Verdict::TooLarge, Verdict::TooLarge},
-        {"an exabyte", "", "\x81\x7F\x0F\xFF\xFF\xFF\xFF\xFF\xFF\xFF", Verdict::TooLarge, Verdict::TooLarge},
+        {"over the limit with what came before", begun, "\x00\x7E\x04\x00"s, Verdict::TooLarge,
+         Verdict::TooLarge},
+        {"an exabyte", "", "\x81\x7F\x0F\xFF\xFF\xFF\xFF\xFF\xFF\xFF", Verdict::TooLarge,
+         Verdict::TooLarge},
         {"as long as allowed", "", "\x81\x7E\x04\x00"s, Verdict::Incomplete, Verdict::Incomplete},
     };
     for (const auto& row : rows) {
         for (const bool compresses : {false, true}) {
             FrameScanner scanner(1024);
             if (compresses) scanner.allowCompression();
-            EXPECT_EQ(scanner.scan(row.before).verdict, row.before.empty() ? Verdict::Incomplete : Verdict::Whole);
-            EXPECT_EQ(scanner.scan(row.head).verdict, compresses ? row.compressed : row.verdict) << row.why;
+            EXPECT_EQ(scanner.scan(row.before).verdict,
+                      row.before.empty() ? Verdict::Incomplete : Verdict::Whole);
+            EXPECT_EQ(scanner.scan(row.head).verdict, compresses ? row.compressed : row.verdict)
+                << row.why;
         }
     }
 }

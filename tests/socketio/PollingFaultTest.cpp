@@ -1,4 +1,5 @@
-// Polling servers and upgrades that misbehave on a real socket, and a deadline for each stage of connecting.
+// Polling servers and upgrades that misbehave on a real socket, and a deadline for each stage of
+// connecting.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -17,10 +18,12 @@ namespace vexim::testing {
 namespace {
 
 TEST(PollingFaults, EndPollingWithTheRightWord) {
-    const std::string open = R"(0{"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":20000})";
+    const std::string open =
+        R"(0{"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":20000})";
     const auto polling = [open](std::function<std::string(const WireRequest&)> afterJoin) {
         return ScriptedServer::answering([open, afterJoin](const WireRequest& request) {
-            if (request.target.find("sid=") == std::string::npos) return ScriptedServer::text(200, open);
+            if (request.target.find("sid=") == std::string::npos)
+                return ScriptedServer::text(200, open);
             if (request.method == "POST") return ScriptedServer::text(200, "ok");
             return afterJoin(request);
         });
@@ -32,9 +35,13 @@ TEST(PollingFaults, EndPollingWithTheRightWord) {
          "error The server did not answer in time."},
         {"a web page",
          {},
-         ScriptedServer::answering([](const WireRequest&) { return ScriptedServer::text(200, "<html>"); }),
+         ScriptedServer::answering(
+             [](const WireRequest&) { return ScriptedServer::text(200, "<html>"); }),
          "error The answer is none of a Socket.IO server."},
-        {"truncated body", {{"connectTimeout", 0.1}}, answeringWith("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n0{"), "error"},
+        {"truncated body",
+         {{"connectTimeout", 0.1}},
+         answeringWith("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n0{"),
+         "error"},
         {"closes at once",
          {},
          [](Connection& c) { c.readRequest(); },
@@ -46,26 +53,35 @@ TEST(PollingFaults, EndPollingWithTheRightWord) {
              c.write("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n0{");
          },
          "error The server broke off in the middle of an answer."},
-        {"no HTTP at all", {}, answeringWith("SSH-2.0-OpenSSH\r\n\r\n"), "error The server's answer is not HTTP."},
+        {"no HTTP at all",
+         {},
+         answeringWith("SSH-2.0-OpenSSH\r\n\r\n"),
+         "error The server's answer is not HTTP."},
         {"a chunk that is none",
          {},
          answeringWith("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nxyz\r\n"),
          "error The server's answer is not framed as HTTP is."},
         {"compressed by half",
          {},
-         answeringWith("HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 4\r\n\r\nnone"),
+         answeringWith(
+             "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 4\r\n\r\nnone"),
          "error The server's answer is compressed wrongly."},
         {"unknown session",
          {},
-         polling([](const WireRequest&) { return ScriptedServer::text(400, R"({"code":1,"message":"Session ID unknown"})"); }),
+         polling([](const WireRequest&) {
+             return ScriptedServer::text(400, R"({"code":1,"message":"Session ID unknown"})");
+         }),
          "error The server does not know the session."},
         {"an answer over the limit",
          {{"maxMessageSize", 1000}},
-         polling([](const WireRequest&) { return ScriptedServer::text(200, std::string(2000, '6')); }),
+         polling(
+             [](const WireRequest&) { return ScriptedServer::text(200, std::string(2000, '6')); }),
          "error The server's answer is over the limit."},
         {"a million packets, then a malformed one",
          {},
-         polling([](const WireRequest&) { return ScriptedServer::text(200, repeated("6\x1e", 1'000'000) + "9"); }),
+         polling([](const WireRequest&) {
+             return ScriptedServer::text(200, repeated("6\x1e", 1'000'000) + "9");
+         }),
          "error A malformed payload."},
         {"a malformed payload",
          {},
@@ -80,11 +96,13 @@ TEST(PollingFaults, EndPollingWithTheRightWord) {
 }
 
 TEST(PollingFaults, FallBackToPollingWhereWebSocketsAreRefused) {
-    const std::string open = R"(0{"sid":"s1","upgrades":["websocket"],"pingInterval":25000,"pingTimeout":20000})";
+    const std::string open =
+        R"(0{"sid":"s1","upgrades":["websocket"],"pingInterval":25000,"pingTimeout":20000})";
     std::vector<std::string> cookies;
     std::mutex mutex;
     ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
-        if (request.target.find("transport=websocket") != std::string::npos) return ScriptedServer::text(426, "");
+        if (request.target.find("transport=websocket") != std::string::npos)
+            return ScriptedServer::text(426, "");
         {
             const std::lock_guard lock(mutex);
             cookies.push_back(request.header("Cookie") + "|" + request.header("X-Extra"));
@@ -95,7 +113,8 @@ TEST(PollingFaults, FallBackToPollingWhereWebSocketsAreRefused) {
         }
         return ScriptedServer::text(200, R"(40/chat,{"sid":"x"})");
     }));
-    const auto client = SocketIOClient::create(URL::parse(server.url()), {{"extraHeaders", Dictionary{{"X-Extra", "e"}}}});
+    const auto client = SocketIOClient::create(URL::parse(server.url()),
+                                               {{"extraHeaders", Dictionary{{"X-Extra", "e"}}}});
     client->joinNamespace("/chat");
     Recorder heard;
     heard.listen(*client);
@@ -130,7 +149,8 @@ TEST(PollingFaults, CloseTheConnectionsOfAClientThatHasLeft) {
     });
     for (const bool isLost : {false, true}) {
         isReleased = false;
-        const auto client = SocketIOClient::create(URL::parse(server.url()), {{"forcePolling", true}, {"reconnects", false}});
+        const auto client = SocketIOClient::create(URL::parse(server.url()),
+                                                   {{"forcePolling", true}, {"reconnects", false}});
         client->joinNamespace("/chat");
         Recorder heard;
         heard.listen(*client);
@@ -144,7 +164,8 @@ TEST(PollingFaults, CloseTheConnectionsOfAClientThatHasLeft) {
     }
 }
 
-/// Offers an upgrade. Once that has been committed, or has been given up when it never answers the probe, it lets the GET go.
+/// Offers an upgrade. Once that has been committed, or has been given up when it never answers the
+/// probe, it lets the GET go.
 class UpgradingServer {
 public:
     explicit UpgradingServer(bool answersProbe)
@@ -155,10 +176,12 @@ public:
 private:
     void serve(Connection& connection) {
         while (auto request = connection.readRequest()) {
-            if (request->header("Upgrade") == "websocket") return upgrade(LivePeer(connection, std::move(request)));
+            if (request->header("Upgrade") == "websocket")
+                return upgrade(LivePeer(connection, std::move(request)));
             std::string body = "ok";
             if (request->target.find("sid=") == std::string::npos) {
-                body = R"(0{"sid":"s1","upgrades":["websocket"],"pingInterval":25000,"pingTimeout":20000})";
+                body =
+                    R"(0{"sid":"s1","upgrades":["websocket"],"pingInterval":25000,"pingTimeout":20000})";
             } else if (request->method == "GET" && !joined_.exchange(true)) {
                 body = R"(40/chat,{"sid":"x"})";
             } else if (request->method == "GET") {
@@ -175,7 +198,8 @@ private:
         if (isProbed && answersProbe_) {
             peer.sendText("3probe");
             isReleased_ = true;
-            if (peer.readText() == "5") peer.sendText(R"(42/chat,["message","over the WebSocket"])");
+            if (peer.readText() == "5")
+                peer.sendText(R"(42/chat,["message","over the WebSocket"])");
         }
         peer.waitForClose();
         isReleased_ = true;
@@ -194,8 +218,9 @@ TEST(PollingFaults, UpgradesLoseNothingAndMayFail) {
     };
     for (const auto& [answersProbe, lines] : rows) {
         UpgradingServer server(answersProbe);
-        const auto client = SocketIOClient::create(URL::parse(server.url()),
-                                                   {{"transports", Array{"polling", "websocket"}}, {"connectTimeout", 0.5}});
+        const auto client = SocketIOClient::create(
+            URL::parse(server.url()),
+            {{"transports", Array{"polling", "websocket"}}, {"connectTimeout", 0.5}});
         client->joinNamespace("/chat");
         Recorder heard;
         heard.listen(*client);
@@ -217,7 +242,8 @@ public:
         for (int& socket : sockets_) {
             socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
             if (&socket == &sockets_[0]) {
-                if (::bind(socket, where, length) != 0 || ::listen(socket, 0) != 0) ADD_FAILURE() << "no listener";
+                if (::bind(socket, where, length) != 0 || ::listen(socket, 0) != 0)
+                    ADD_FAILURE() << "no listener";
                 ::getsockname(socket, where, &length);
             } else {
                 (void)::connect(socket, where, length);  // takes the room
@@ -250,17 +276,20 @@ TEST(Deadlines, EndEachStageOfConnecting) {
         {"handshake", "http://127.0.0.1:" + port},
     };
     for (const auto& [stage, url] : rows) {
-        for (const auto& transports : {Array{"websocket"}, Array{"polling"}, Array{"websocket", "polling"}}) {
+        for (const auto& transports :
+             {Array{"websocket"}, Array{"polling"}, Array{"websocket", "polling"}}) {
             SCOPED_TRACE(std::string(stage) + " " + Value(transports).description());
             const auto begun = std::chrono::steady_clock::now();
             const auto client = SocketIOClient::create(
-                URL::parse(url), {{"transports", transports}, {"connectTimeout", 0.1}, {"reconnects", false}});
+                URL::parse(url),
+                {{"transports", transports}, {"connectTimeout", 0.1}, {"reconnects", false}});
             Recorder heard;
             heard.listen(*client);
             client->connect();
             EXPECT_TRUE(heard.waitFor("error The server did not answer in time.")) << heard.last();
 
-            const auto other = SocketIOClient::create(URL::parse(good.url()), {{"transports", transports}});
+            const auto other =
+                SocketIOClient::create(URL::parse(good.url()), {{"transports", transports}});
             other->joinNamespace("/chat");
             Recorder elsewhere;
             elsewhere.listen(*other);

@@ -1,4 +1,5 @@
-// Both transports through a proxy that nobody helps: it reads CONNECT, checks the password, and passes bytes on.
+// Both transports through a proxy that nobody helps: it reads CONNECT, checks the password, and
+// passes bytes on.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -19,14 +20,17 @@
 namespace vexim::testing {
 namespace {
 
-/// Leads every tunnel to one loopback port, whatever name it was asked for: lookups are the proxy's business.
+/// Leads every tunnel to one loopback port, whatever name it was asked for: lookups are the proxy's
+/// business.
 class ConnectProxy {
 public:
     explicit ConnectProxy(std::uint16_t target)
         : target_(target),
           server_([this](ScriptedServer::Connection& connection) { serve(connection); }) {}
 
-    std::string url(const std::string& login) const { return "http://" + login + "127.0.0.1:" + std::to_string(server_.port()); }
+    std::string url(const std::string& login) const {
+        return "http://" + login + "127.0.0.1:" + std::to_string(server_.port());
+    }
     std::vector<std::string> takeAsked() {
         const std::lock_guard lock(mutex_);
         return std::exchange(asked_, {});
@@ -38,7 +42,8 @@ private:
         if (!request) return;
         {
             const std::lock_guard lock(mutex_);
-            asked_.push_back(request->method + " " + request->target + request->header("Cookie") + request->header("X-Extra"));
+            asked_.push_back(request->method + " " + request->target + request->header("Cookie") +
+                             request->header("X-Extra"));
         }
         if (request->header("Proxy-Authorization") != "Basic dXNlcjpwQHNz") {  // user:p@ss
             client.answer(407, "no", "Proxy-Authenticate: Basic realm=\"test\"\r\n");
@@ -73,10 +78,13 @@ private:
     ScriptedServer server_;  // last: its connections use the rest
 };
 
-/// An environment variable for a scope. No other thread reads the environment meanwhile: clients do when they connect.
+/// An environment variable for a scope. No other thread reads the environment meanwhile: clients do
+/// when they connect.
 class Variable {
 public:
-    Variable(const char* name, const std::string& value) : name_(name) { ::setenv(name, value.c_str(), 1); }
+    Variable(const char* name, const std::string& value) : name_(name) {
+        ::setenv(name, value.c_str(), 1);
+    }
     ~Variable() { ::unsetenv(name_); }
     Variable(const Variable&) = delete;
     Variable& operator=(const Variable&) = delete;
@@ -91,17 +99,19 @@ TEST(Proxies, AreTunnelledThroughByBothTransportsAlike) {
         for (const char* transport : {"forceWebsockets", "forcePolling"}) {
             SCOPED_TRACE(std::string(transport) + (isSecure ? " over TLS" : ""));
             const auto identity =
-                isSecure ? std::optional(authority.issue(
-                               {.host = "im.example", .startsIn = -std::chrono::hours(1), .endsIn = std::chrono::hours(1)}))
+                isSecure ? std::optional(authority.issue({.host = "im.example",
+                                                          .startsIn = -std::chrono::hours(1),
+                                                          .endsIn = std::chrono::hours(1)}))
                          : std::nullopt;
             ScriptedServer server(serveEitherTransport(), identity);
             ConnectProxy proxy(server.port());
             const auto connect = [&](const std::string& host) {
-                const auto client = SocketIOClient::create(URL::parse((isSecure ? "https://" : "http://") + host),
-                                                           {{transport, true},
-                                                            {"reconnects", false},
-                                                            {"extraHeaders", Dictionary{{"X-Extra", "for the server alone"}}},
-                                                            {"caPEM", authority.certificatePEM()}});
+                const auto client = SocketIOClient::create(
+                    URL::parse((isSecure ? "https://" : "http://") + host),
+                    {{transport, true},
+                     {"reconnects", false},
+                     {"extraHeaders", Dictionary{{"X-Extra", "for the server alone"}}},
+                     {"caPEM", authority.certificatePEM()}});
                 client->joinNamespace("/chat");
                 Recorder heard;
                 heard.listen(*client);
@@ -112,7 +122,8 @@ TEST(Proxies, AreTunnelledThroughByBothTransportsAlike) {
             const char* const name = isSecure ? "https_proxy" : "http_proxy";
             {
                 const Variable wrong(name, proxy.url("user:wrong@"));
-                EXPECT_EQ(connect("im.example:8080"), "error The proxy refused the connection: 407.");
+                EXPECT_EQ(connect("im.example:8080"),
+                          "error The proxy refused the connection: 407.");
             }
             EXPECT_EQ(server.connectionCount(), 0);
             EXPECT_EQ(proxy.takeAsked(), std::vector<std::string>{"CONNECT im.example:8080"});
@@ -121,7 +132,8 @@ TEST(Proxies, AreTunnelledThroughByBothTransportsAlike) {
             EXPECT_EQ(connect("im.example:8080"), "connect /chat");
 
             const Variable exception("no_proxy", "localhost, 127.0.0.1");
-            EXPECT_EQ(connect("127.0.0.1:" + std::to_string(server.port())).substr(0, 5), isSecure ? "error" : "conne")
+            EXPECT_EQ(connect("127.0.0.1:" + std::to_string(server.port())).substr(0, 5),
+                      isSecure ? "error" : "conne")
                 << "the certificate is for another host";
             for (const auto& asked : proxy.takeAsked()) EXPECT_EQ(asked, "CONNECT im.example:8080");
         }
@@ -134,7 +146,8 @@ TEST(Proxies, OfAnotherKindAreNotPassedBy) {
     Recorder heard;
     heard.listen(*client);
     client->connect();
-    EXPECT_TRUE(heard.waitFor("error The environment's proxy is of a kind that is not supported.")) << heard.last();
+    EXPECT_TRUE(heard.waitFor("error The environment's proxy is of a kind that is not supported."))
+        << heard.last();
     EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
 }
 
@@ -146,10 +159,13 @@ TEST(Proxies, MayBreakWithoutBreakingTheClient) {
     };
     const Row rows[] = {
         {"hangs up", [](ScriptedServer::Connection&) {}, "error The proxy closed the connection."},
-        {"says nothing", [](ScriptedServer::Connection& c) { c.waitForClose(); }, "error The server did not answer in time."},
-        {"refuses with a page", [](ScriptedServer::Connection& c) { c.readHead() && c.answer(503, "<html>"); },
+        {"says nothing", [](ScriptedServer::Connection& c) { c.waitForClose(); },
+         "error The server did not answer in time."},
+        {"refuses with a page",
+         [](ScriptedServer::Connection& c) { c.readHead() && c.answer(503, "<html>"); },
          "error The proxy refused the connection: 503."},
-        {"speaks something else", [](ScriptedServer::Connection& c) { c.readHead() && c.write("SSH-2.0-x\r\n\r\n"); },
+        {"speaks something else",
+         [](ScriptedServer::Connection& c) { c.readHead() && c.write("SSH-2.0-x\r\n\r\n"); },
          "error The proxy's answer makes no sense."},
         {"talks without end",
          [](ScriptedServer::Connection& c) {
@@ -163,12 +179,15 @@ TEST(Proxies, MayBreakWithoutBreakingTheClient) {
             SCOPED_TRACE(std::string(row.why) + ", " + transport);
             ScriptedServer proxy(row.script);
             const Variable variable("http_proxy", proxy.url());
-            const auto client = SocketIOClient::create(URL::parse("http://im.example:8080"),
-                                                       {{transport, true}, {"reconnects", false}, {"connectTimeout", 0.2}});
+            const auto client = SocketIOClient::create(
+                URL::parse("http://im.example:8080"),
+                {{transport, true}, {"reconnects", false}, {"connectTimeout", 0.2}});
             Recorder heard;
             heard.listen(*client);
             client->connect();
-            EXPECT_TRUE(heard.waitFor(std::string(transport) == "forceWebsockets" ? row.heard : "error")) << heard.last();
+            EXPECT_TRUE(
+                heard.waitFor(std::string(transport) == "forceWebsockets" ? row.heard : "error"))
+                << heard.last();
         }
     }
 }

@@ -1,4 +1,5 @@
-// The codecs against traffic recorded with real servers, in both directions, and against what is malformed.
+// The codecs against traffic recorded with real servers, in both directions, and against what is
+// malformed.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -70,7 +71,8 @@ Value withData(const Value& value) {
     return value;
 }
 
-/// Reads wire bytes the way a session does, and describes them the way the recording does. nil for a protocol error.
+/// Reads wire bytes the way a session does, and describes them the way the recording does. nil for
+/// a protocol error.
 class Reader {
 public:
     explicit Reader(EngineRevision revision) : revision_(revision) {}
@@ -93,7 +95,8 @@ public:
 private:
     void readFrame(const Value& frame) {
         const std::string bytes = bytesOf(frame);
-        const auto packet = frame.isString() ? decodeEngineText(revision_, bytes) : decodeEngineBinary(revision_, bytes);
+        const auto packet = frame.isString() ? decodeEngineText(revision_, bytes)
+                                             : decodeEngineBinary(revision_, bytes);
         if (packet) {
             read(*packet);
         } else {
@@ -102,7 +105,8 @@ private:
     }
 
     void read(const EnginePacketView& packet) {
-        constexpr const char* kNames[] = {"open", "close", "ping", "pong", "message", "upgrade", "noop"};
+        constexpr const char* kNames[] = {"open",    "close",   "ping", "pong",
+                                          "message", "upgrade", "noop"};
         Dictionary described{{"type", kNames[static_cast<int>(packet.type)]}};
         if (packet.type == EnginePacketType::Message) return readMessage(packet);
         if (packet.type == EnginePacketType::Open) {
@@ -127,8 +131,10 @@ private:
         if (result.status == PacketDecoder::Status::Malformed) failed_ = true;
         if (result.status != PacketDecoder::Status::Complete) return;
         constexpr const char* kNames[] = {"CONNECT", "DISCONNECT", "EVENT", "ACK", "ERROR"};
-        Dictionary sio{{"type", kNames[static_cast<int>(result.packet.type)]}, {"nsp", result.packet.nsp}};
-        if (result.packet.type == PacketType::Error && revision_ == EngineRevision::V4) sio.set("type", "CONNECT_ERROR");
+        Dictionary sio{{"type", kNames[static_cast<int>(result.packet.type)]},
+                       {"nsp", result.packet.nsp}};
+        if (result.packet.type == PacketType::Error && revision_ == EngineRevision::V4)
+            sio.set("type", "CONNECT_ERROR");
         if (result.packet.id) sio.set("id", *result.packet.id);
         sio.setOrRemove("data", withMarkedData(result.packet.payload));
         packets_.append(Dictionary{{"type", "message"}, {"sio", sio}});
@@ -151,14 +157,16 @@ TEST(RecordedTraffic, IsReadAsItWasMeantAndMalformedTrafficIsRefused) {
         Reader reader(static_cast<EngineRevision>(vector.get("eio").intValue()));
         reader.read(*vector.get("transport").asString(), vector.get("wire"));
         if (*vector.get("verdict").asString() == "ok") {
-            EXPECT_TRUE(same(reader.result(), vector.get("decoded"))) << reader.result().description();
+            EXPECT_TRUE(same(reader.result(), vector.get("decoded")))
+                << reader.result().description();
         } else {
             EXPECT_TRUE(reader.result().isNil()) << reader.result().description();
         }
     }
 }
 
-/// What we would send for a recorded packet: the Engine.IO packets as text or, for attachments, as {"b64"}.
+/// What we would send for a recorded packet: the Engine.IO packets as text or, for attachments, as
+/// {"b64"}.
 std::vector<Value> encode(const Value& packet, EngineRevision revision, bool asText) {
     const Value& sio = packet.get("sio");
     const std::string type = sio.get("type").asString().value_or("");
@@ -172,7 +180,8 @@ std::vector<Value> encode(const Value& packet, EngineRevision revision, bool asT
         if (!sio.get("id").isNil()) id = sio.get("id").unsignedLongLongValue();
         const std::string name = type == "EVENT" ? items.get(0).description() : "";
         if (type == "EVENT") items.remove(0);
-        const auto result = type == "EVENT" ? encodeEvent(nsp, id, name, items) : encodeAck(nsp, *id, items);
+        const auto result =
+            type == "EVENT" ? encodeEvent(nsp, id, name, items) : encodeAck(nsp, *id, items);
         EXPECT_EQ(result.fault, EncodeFault::None);
         encoded = result.packet;
     }
@@ -188,19 +197,24 @@ std::vector<Value> encode(const Value& packet, EngineRevision revision, bool asT
 TEST(RecordedTraffic, IsWhatTheCodecsWrite) {
     int compared = 0;
     for (const Value& vector : table("vectors")) {
-        if (*vector.get("direction").asString() != "out" || *vector.get("verdict").asString() != "ok") continue;
+        if (*vector.get("direction").asString() != "out" ||
+            *vector.get("verdict").asString() != "ok")
+            continue;
         SCOPED_TRACE(vector.get("name").description());
         const auto revision = static_cast<EngineRevision>(vector.get("eio").intValue());
         const bool isPolling = *vector.get("transport").asString() == "polling";
-        const bool asText = isPolling || vector.get("name").description().find("as base64 text") != std::string::npos;
+        const bool asText = isPolling || vector.get("name").description().find("as base64 text") !=
+                                             std::string::npos;
         std::vector<Value> wires;
         bool isMessage = true;
         for (const Value& packet : *vector.get("decoded").asArray()) {
             isMessage = isMessage && *packet.get("type").asString() == "message";
             for (auto& wire : encode(packet, revision, asText)) wires.push_back(std::move(wire));
         }
-        // Attachments are numbered in the order of the walk, which need not be the recording client's.
-        if (!isMessage || vector.get("name").description().find("nested") != std::string::npos) continue;
+        // Attachments are numbered in the order of the walk, which need not be the recording
+        // client's.
+        if (!isMessage || vector.get("name").description().find("nested") != std::string::npos)
+            continue;
         ++compared;
         if (isPolling) {
             PayloadWriter writer(revision);
@@ -213,7 +227,8 @@ TEST(RecordedTraffic, IsWhatTheCodecsWrite) {
             EXPECT_EQ(body, bytesOf(vector.get("wire")));
             EXPECT_EQ(body.size(), expectedSize);
         } else {
-            const Value expected = vector.get("wire").isArray() ? vector.get("wire") : Value(Array{vector.get("wire")});
+            const Value expected = vector.get("wire").isArray() ? vector.get("wire")
+                                                                : Value(Array{vector.get("wire")});
             EXPECT_EQ(Value(Array(wires)), expected);
         }
     }
@@ -226,13 +241,15 @@ TEST(RecordedTraffic, TellsTheRevisionByTheFirstPollingAnswer) {
         const auto revision = detectRevision(*row.get("wire").asStringView());
         const bool isAnswered = row.get("status").intValue() == 200;
         EXPECT_EQ(revision.has_value(), isAnswered) << row.description();
-        EXPECT_EQ(isAnswered ? static_cast<int>(*revision) : 0, isAnswered ? row.get("detected").intValue() : 0);
+        EXPECT_EQ(isAnswered ? static_cast<int>(*revision) : 0,
+                  isAnswered ? row.get("detected").intValue() : 0);
     }
 }
 
 TEST(RecordedTraffic, ParametersReachTheServerUnchanged) {
     for (const Value& row : table("query")) {
-        EXPECT_EQ(encodeConnectParams({{"auth", row.get("value")}}), "auth=" + *row.get("encoded").asString());
+        EXPECT_EQ(encodeConnectParams({{"auth", row.get("value")}}),
+                  "auth=" + *row.get("encoded").asString());
     }
     const Dictionary kinds{{"n", 5}, {"on", true}, {"list", Array{1, "a"}}};
     EXPECT_EQ(encodeConnectParams(kinds), "n=5&on=1&list=%5B1%2C%22a%22%5D");
@@ -241,36 +258,45 @@ TEST(RecordedTraffic, ParametersReachTheServerUnchanged) {
 TEST(PayloadReader, SurvivesEveryCut) {
     for (const auto revision : {EngineRevision::V3, EngineRevision::V4}) {
         PayloadWriter writer(revision);
-        for (const char* packet : {"40/chat,", "42/chat,[\"say\",\"é€😀\"]", "b4AQID/w=="}) writer.add(packet);
+        for (const char* packet : {"40/chat,", "42/chat,[\"say\",\"é€😀\"]", "b4AQID/w=="})
+            writer.add(packet);
         const std::string body = writer.take();
         for (std::size_t cut = 0; cut < body.size(); ++cut) {
             PayloadReader reader(revision, std::string_view(body).substr(0, cut));
             int packets = 0;
             while (reader.next()) ++packets;
             EXPECT_LE(packets, 3);
-            // Lengths tell a cut anywhere but between packets; separators tell those that leave nothing behind them.
+            // Lengths tell a cut anywhere but between packets; separators tell those that leave
+            // nothing behind them.
             EXPECT_TRUE(reader.failed() || packets > 0) << cut;
         }
     }
 }
 
 TEST(PacketDecoder, HoldsToItsLimits) {
-    const auto verdict = [](const std::string& text) { return PacketDecoder(1024).text(text).status; };
+    const auto verdict = [](const std::string& text) {
+        return PacketDecoder(1024).text(text).status;
+    };
     using Status = PacketDecoder::Status;
     EXPECT_EQ(verdict("564-[\"a\"]"), Status::Partial);
     EXPECT_EQ(verdict("565-[\"a\"]"), Status::Malformed) << "more attachments than we take";
-    EXPECT_EQ(verdict("2[\"a\"," + std::string(600, '[') + std::string(600, ']') + "]"), Status::Malformed) << "deep JSON";
+    EXPECT_EQ(verdict("2[\"a\"," + std::string(600, '[') + std::string(600, ']') + "]"),
+              Status::Malformed)
+        << "deep JSON";
     EXPECT_EQ(verdict("218446744073709551615[\"a\"]"), Status::Complete) << "the highest id";
     EXPECT_EQ(verdict("218446744073709551616[\"a\"]"), Status::Malformed);
 
     PacketDecoder decoder(4);
     EXPECT_EQ(decoder.text("52-[\"a\",{\"_placeholder\":true,\"num\":1}]").status, Status::Partial);
     EXPECT_EQ(decoder.attachment(Data("123", 3)).status, Status::Partial);
-    EXPECT_EQ(decoder.attachment(Data("45", 2)).status, Status::Malformed) << "attachments over the limit";
+    EXPECT_EQ(decoder.attachment(Data("45", 2)).status, Status::Malformed)
+        << "attachments over the limit";
 }
 
 TEST(PacketEncoder, RefusesWhatServersWould) {
-    const auto fault = [](std::string_view name, const Array& items) { return encodeEvent("/", {}, name, items).fault; };
+    const auto fault = [](std::string_view name, const Array& items) {
+        return encodeEvent("/", {}, name, items).fault;
+    };
     Array many;
     for (int i = 0; i < 11; ++i) many.append(Data("x", 1));
     Value deep = Array{};

@@ -26,7 +26,8 @@ public:
             client.on(event, [lines = lines_, event](const Array& arguments, const AckEmitter&) {
                 const std::string first = arguments.get(0).description();
                 lines->push_back(std::string(event) + " " + first);
-                if (lines->back().starts_with("error ")) expectWhole(first, arguments.get(arguments.size() - 1).as<Error>());
+                if (lines->back().starts_with("error "))
+                    expectWhole(first, arguments.get(arguments.size() - 1).as<Error>());
             });
         }
     }
@@ -41,7 +42,8 @@ private:
     static void expectWhole(const std::string& sentence, const ErrorPtr& error) {
         ASSERT_TRUE(error) << sentence;
         EXPECT_EQ(error->localizedDescription(), sentence);
-        EXPECT_TRUE(sentence.size() > 9 && sentence.ends_with('.') && !sentence.ends_with("..")) << sentence;
+        EXPECT_TRUE(sentence.size() > 9 && sentence.ends_with('.') && !sentence.ends_with(".."))
+            << sentence;
     }
 
     std::shared_ptr<std::vector<std::string>> lines_ = std::make_shared<std::vector<std::string>>();

@@ -12,7 +12,8 @@
 
 namespace vexim::testing {
 
-inline constexpr const char* kOpen = R"(0{"sid":"s1","upgrades":["websocket"],"pingInterval":25000,"pingTimeout":20000})";
+inline constexpr const char* kOpen =
+    R"(0{"sid":"s1","upgrades":["websocket"],"pingInterval":25000,"pingTimeout":20000})";
 inline constexpr const char* kOpenWithMaxPayload =
     R"(0{"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":20000,"maxPayload":1000})";
 
@@ -38,9 +39,13 @@ struct Describe {
         if (const auto t = shown.find("&b64=1&t="); t != shown.npos) shown.erase(t);
         return shown;
     }
-    std::string operator()(const action::OpenWebSocket& a) const { return "ws(" + request(a.target) + ")"; }
+    std::string operator()(const action::OpenWebSocket& a) const {
+        return "ws(" + request(a.target) + ")";
+    }
     std::string operator()(const action::SendText& a) const { return ">" + a.text; }
-    std::string operator()(const action::SendBinary& a) const { return ">bytes:" + std::to_string(a.bytes.size()); }
+    std::string operator()(const action::SendBinary& a) const {
+        return ">bytes:" + std::to_string(a.bytes.size());
+    }
     std::string operator()(const action::PingWebSocket&) const { return "ping-ws"; }
     std::string operator()(const action::ReadOn&) const { return "read-on"; }
     std::string operator()(const action::CloseWebSocket&) const { return "close-ws"; }
@@ -48,14 +53,21 @@ struct Describe {
     std::string operator()(const action::Get& a) const { return "GET(" + request(a.target) + ")"; }
     std::string operator()(const action::Post& a) const { return "POST " + a.body; }
     std::string operator()(const action::ClosePolling& a) const { return "last-POST " + a.body; }
-    std::string operator()(const action::Joined& a) const { return "joined-v" + std::to_string(static_cast<int>(a.revision)); }
+    std::string operator()(const action::Joined& a) const {
+        return "joined-v" + std::to_string(static_cast<int>(a.revision));
+    }
     std::string operator()(const action::Deliver& a) const {
         const bool isAck = a.packet.type == PacketType::Ack;
-        return std::string(isAck ? "ack" : "event") + (a.packet.id ? std::to_string(*a.packet.id) : std::string()) +
+        return std::string(isAck ? "ack" : "event") +
+               (a.packet.id ? std::to_string(*a.packet.id) : std::string()) +
                writeJSON(a.packet.payload).text;
     }
-    std::string operator()(const action::Report& a) const { return "report(" + a.description + ")"; }
-    std::string operator()(const action::Ended& a) const { return std::string("END ") + nameOf(a.cause); }
+    std::string operator()(const action::Report& a) const {
+        return "report(" + a.description + ")";
+    }
+    std::string operator()(const action::Ended& a) const {
+        return std::string("END ") + nameOf(a.cause);
+    }
 };
 
 inline SessionConfig chat(TransportChoice transports = TransportChoice::WebSocketOnly) {
@@ -74,13 +86,20 @@ public:
         SessionActions actions;
         session.on(what, now, actions);
         std::string shown;
-        for (const auto& action : actions) shown += (shown.empty() ? "" : " ") + std::visit(Describe{}, action);
+        for (const auto& action : actions)
+            shown += (shown.empty() ? "" : " ") + std::visit(Describe{}, action);
         return shown;
     }
     std::string text(std::string_view frame) { return on(event::WebSocketText{frame}); }
-    std::string got(std::string_view body, int status = 200) { return on(event::GetAnswered{status, body}); }
-    std::string posted(int status = 200, std::string_view body = "ok") { return on(event::PostAnswered{status, body}); }
-    std::string emit(std::string text) { return on(event::Emit{{std::move(text), {}}}) + on(event::Flush{}); }
+    std::string got(std::string_view body, int status = 200) {
+        return on(event::GetAnswered{status, body});
+    }
+    std::string posted(int status = 200, std::string_view body = "ok") {
+        return on(event::PostAnswered{status, body});
+    }
+    std::string emit(std::string text) {
+        return on(event::Emit{{std::move(text), {}}}) + on(event::Flush{});
+    }
     /// Turns the clock, with a Tick at each deadline on the way.
     std::string wait(std::chrono::milliseconds time) {
         const auto end = now + time;

@@ -1,4 +1,5 @@
-// The session machine as event scripts: what happens goes in, what it wants done is compared as text.
+// The session machine as event scripts: what happens goes in, what it wants done is compared as
+// text.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -25,9 +26,15 @@ TEST(EngineSession, FindsOutTheRevisionOverAWebSocket) {
         {"an announced limit is revision 4's",
          "/chat",
          {{kOpenWithMaxPayload, ">40/chat,"}, {R"(40/chat,{"sid":"x"})", "joined-v4"}}},
-        {"2.x joins the root by itself", "/chat", {{kOpen, ">40/chat,"}, {"40", ""}, {"40/chat,", "joined-v3"}}},
-        {"2.0 does not announce the root", "/chat", {{kOpen, ">40/chat,"}, {"40/chat,", "joined-v3"}}},
-        {"an answer with a sid is revision 4's", "/chat", {{kOpen, ">40/chat,"}, {R"(40/chat,{"sid":"x"})", "joined-v4"}}},
+        {"2.x joins the root by itself",
+         "/chat",
+         {{kOpen, ">40/chat,"}, {"40", ""}, {"40/chat,", "joined-v3"}}},
+        {"2.0 does not announce the root",
+         "/chat",
+         {{kOpen, ">40/chat,"}, {"40/chat,", "joined-v3"}}},
+        {"an answer with a sid is revision 4's",
+         "/chat",
+         {{kOpen, ">40/chat,"}, {R"(40/chat,{"sid":"x"})", "joined-v4"}}},
         {"a ping before the answer is revision 4's",
          "/chat",
          {{kOpen, ">40/chat,"}, {"2", ">3"}, {R"(40/chat,{"sid":"x"})", "joined-v4"}}},
@@ -39,11 +46,21 @@ TEST(EngineSession, FindsOutTheRevisionOverAWebSocket) {
          {{kOpen, ">40/~probe,"}, {R"(44/~probe,"Invalid namespace")", "joined-v3"}}},
         {"the root on 3.x is joined once the probe has told",
          "/",
-         {{kOpen, ">40/~probe,"}, {R"(44/~probe,{"message":"Invalid namespace"})", ">40"}, {R"(40{"sid":"x"})", "joined-v4"}}},
-        {"a refusal with a text is 2.x's", "/chat", {{kOpen, ">40/chat,"}, {"40", ""}, {R"(44/chat,"no")", "END refused"}}},
-        {"a refusal with an object is 3.x's", "/chat", {{kOpen, ">40/chat,"}, {R"(44/chat,{"message":"no"})", "END refused"}}},
-        {"a refused root on 2.x refuses everything", "/chat", {{kOpen, ">40/chat,"}, {R"(44"root no")", "END refused"}}},
-        {"other namespaces tell nothing", "/chat", {{kOpen, ">40/chat,"}, {R"(42/other,["a"])", ""}, {"40/chat,", "joined-v3"}}},
+         {{kOpen, ">40/~probe,"},
+          {R"(44/~probe,{"message":"Invalid namespace"})", ">40"},
+          {R"(40{"sid":"x"})", "joined-v4"}}},
+        {"a refusal with a text is 2.x's",
+         "/chat",
+         {{kOpen, ">40/chat,"}, {"40", ""}, {R"(44/chat,"no")", "END refused"}}},
+        {"a refusal with an object is 3.x's",
+         "/chat",
+         {{kOpen, ">40/chat,"}, {R"(44/chat,{"message":"no"})", "END refused"}}},
+        {"a refused root on 2.x refuses everything",
+         "/chat",
+         {{kOpen, ">40/chat,"}, {R"(44"root no")", "END refused"}}},
+        {"other namespaces tell nothing",
+         "/chat",
+         {{kOpen, ">40/chat,"}, {R"(42/other,["a"])", ""}, {"40/chat,", "joined-v3"}}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.why);
@@ -52,7 +69,8 @@ TEST(EngineSession, FindsOutTheRevisionOverAWebSocket) {
         Script script(config);
         EXPECT_EQ(script.on(event::Start{}), "ws(EIO=4&transport=websocket)");
         script.on(event::WebSocketOpened{});
-        for (const auto& [received, wanted] : row.script) EXPECT_EQ(script.text(received), wanted) << received;
+        for (const auto& [received, wanted] : row.script)
+            EXPECT_EQ(script.text(received), wanted) << received;
     }
 }
 
@@ -77,29 +95,36 @@ TEST(EngineSession, TriesTheOtherTransportAndTheOtherRevision) {
     };
     Script script(chat(TransportChoice::WebSocketThenPolling));
     script.on(event::Start{});
-    EXPECT_EQ(script.on(refused(400, "what a foreign server says")), "ws(EIO=3&transport=websocket)");
-    EXPECT_EQ(script.on(refused(400, R"({"code":3,"message":"Bad request"})")), "GET(EIO=4&transport=polling)")
+    EXPECT_EQ(script.on(refused(400, "what a foreign server says")),
+              "ws(EIO=3&transport=websocket)");
+    EXPECT_EQ(script.on(refused(400, R"({"code":3,"message":"Bad request"})")),
+              "GET(EIO=4&transport=polling)")
         << "a proxy that takes the upgrade out of the request says nothing about the revision";
-    EXPECT_EQ(script.got(R"({"code":5,"message":"Unsupported protocol version"})", 400), "GET(EIO=3&transport=polling)");
+    EXPECT_EQ(script.got(R"({"code":5,"message":"Unsupported protocol version"})", 400),
+              "GET(EIO=3&transport=polling)");
     EXPECT_EQ(script.got("Service Unavailable", 503), "END connect-failed");
 
     Script silent(chat(TransportChoice::WebSocketThenPolling));
     silent.on(event::Start{});
-    EXPECT_EQ(silent.wait(10s), "drop-ws GET(EIO=4&transport=polling)") << "a proxy that swallows the handshake";
+    EXPECT_EQ(silent.wait(10s), "drop-ws GET(EIO=4&transport=polling)")
+        << "a proxy that swallows the handshake";
     EXPECT_EQ(silent.wait(10s), "END connect-failed");
 
     Script unreachable(chat(TransportChoice::WebSocketThenPolling));
     unreachable.on(event::Start{});
-    EXPECT_EQ(unreachable.on(event::WebSocketFailed{Stage::Connect, "refused", 0, ""}), "END connect-failed")
+    EXPECT_EQ(unreachable.on(event::WebSocketFailed{Stage::Connect, "refused", 0, ""}),
+              "END connect-failed")
         << "no better elsewhere";
 
     Script forced;
     forced.on(event::Start{});
-    EXPECT_EQ(forced.on(refused(400, R"({"code":0,"message":"Transport unknown"})")), "END connect-failed");
+    EXPECT_EQ(forced.on(refused(400, R"({"code":0,"message":"Transport unknown"})")),
+              "END connect-failed");
 
     Script polling(chat(TransportChoice::PollingThenWebSocket));
     polling.on(event::Start{});
-    EXPECT_EQ(polling.got(R"({"code":0,"message":"Transport unknown"})", 400), "ws(EIO=4&transport=websocket)");
+    EXPECT_EQ(polling.got(R"({"code":0,"message":"Transport unknown"})", 400),
+              "ws(EIO=4&transport=websocket)");
 }
 
 // Heartbeat
@@ -110,7 +135,8 @@ TEST(EngineSession, PingsOldServersAndExpectsTheirPong) {
     EXPECT_EQ(script.wait(25s), ">2");
     EXPECT_EQ(script.text("3"), "");
     EXPECT_EQ(script.wait(25s), ">2");
-    EXPECT_EQ(script.text("42/chat,[\"other traffic is no pong\"]"), R"(event["other traffic is no pong"])");
+    EXPECT_EQ(script.text("42/chat,[\"other traffic is no pong\"]"),
+              R"(event["other traffic is no pong"])");
     EXPECT_EQ(script.wait(19s), "");
     EXPECT_EQ(script.wait(1s), "END heartbeat-missed");
 }
@@ -141,11 +167,13 @@ TEST(EngineSession, KeepsOneGetAndOnePostInFlight) {
     Script script(chat(TransportChoice::PollingOnly));
     EXPECT_EQ(script.on(event::Start{}), "GET(EIO=4&transport=polling)");
     EXPECT_EQ(script.got(kOpen), "GET(EIO=4&transport=polling&sid=s1) POST 40/chat,");
-    EXPECT_EQ(script.got(R"(40/chat,{"sid":"x"})"), "joined-v4 GET(EIO=4&transport=polling&sid=s1)");
+    EXPECT_EQ(script.got(R"(40/chat,{"sid":"x"})"),
+              "joined-v4 GET(EIO=4&transport=polling&sid=s1)");
     EXPECT_FALSE(script.session.canEmit()) << "the join's POST is under way";
     EXPECT_EQ(script.posted(), "");
     EXPECT_EQ(script.emit("42/chat,[1]"), "POST 42/chat,[1]");
-    EXPECT_EQ(script.got("2"), "GET(EIO=4&transport=polling&sid=s1)") << "the pong waits for the POST";
+    EXPECT_EQ(script.got("2"), "GET(EIO=4&transport=polling&sid=s1)")
+        << "the pong waits for the POST";
     EXPECT_EQ(script.posted(), "POST 3");
     EXPECT_EQ(script.on(event::Close{}),
               "last-POST 41/chat,\x1e"
@@ -162,9 +190,13 @@ TEST(EngineSession, SplitsWhatIsTooLongForOneBody) {
     script.on(event::Emit{{big, {}}});
     EXPECT_EQ(script.posted(), "POST " + big);
     EXPECT_EQ(script.posted(), "POST " + big);
-    EXPECT_EQ(script.posted(413, ""), "report(The server refused a message as too large.)") << "the connection lives on";
-    const EncodedPacket withData{R"(451-/chat,["a",{"_placeholder":true,"num":0}])", {Data(std::string(800, 'x'))}};
-    EXPECT_EQ(script.on(event::Emit{withData}), "report(A message is longer than the server takes.)") << "once it is base64";
+    EXPECT_EQ(script.posted(413, ""), "report(The server refused a message as too large.)")
+        << "the connection lives on";
+    const EncodedPacket withData{R"(451-/chat,["a",{"_placeholder":true,"num":0}])",
+                                 {Data(std::string(800, 'x'))}};
+    EXPECT_EQ(script.on(event::Emit{withData}),
+              "report(A message is longer than the server takes.)")
+        << "once it is base64";
 }
 
 TEST(EngineSession, UpgradesWithoutLossOrReordering) {
@@ -178,7 +210,8 @@ TEST(EngineSession, UpgradesWithoutLossOrReordering) {
     EXPECT_EQ(script.emit("42/chat,[1]"), "POST 42/chat,[1]") << "polling still carries";
     EXPECT_EQ(script.text("3probe"), "") << "both requests are to come back first";
     EXPECT_EQ(script.posted(), "");
-    EXPECT_EQ(script.emit("42/chat,[2]"), "POST 42/chat,[2]") << "the server may keep the GET as long as it likes";
+    EXPECT_EQ(script.emit("42/chat,[2]"), "POST 42/chat,[2]")
+        << "the server may keep the GET as long as it likes";
     EXPECT_EQ(script.got("42/chat,[\"last\"]\x1e"
                          "2"),
               R"(event["last"])");
@@ -191,11 +224,13 @@ TEST(EngineSession, UpgradesWithoutLossOrReordering) {
 
 TEST(EngineSession, StaysOnPollingWhenTheUpgradeFails) {
     const std::pair<const char*, std::vector<SessionEvent>> rows[] = {
-        {"refused", {event::WebSocketFailed{event::WebSocketFailed::Stage::Handshake, "no", 400, ""}}},
+        {"refused",
+         {event::WebSocketFailed{event::WebSocketFailed::Stage::Handshake, "no", 400, ""}}},
         {"a wrong answer", {event::WebSocketOpened{}, event::WebSocketText{"3nope"}}},
         {"bytes for an answer", {event::WebSocketOpened{}, event::WebSocketBinary{"3probe"}}},
         {"closed", {event::WebSocketOpened{}, event::WebSocketClosed{}}},
-        {"closed while draining", {event::WebSocketOpened{}, event::WebSocketText{"3probe"}, event::WebSocketClosed{}}},
+        {"closed while draining",
+         {event::WebSocketOpened{}, event::WebSocketText{"3probe"}, event::WebSocketClosed{}}},
     };
     for (const auto& [why, events] : rows) {
         SCOPED_TRACE(why);
@@ -205,7 +240,8 @@ TEST(EngineSession, StaysOnPollingWhenTheUpgradeFails) {
         for (const auto& event : events) last = script.on(event);
         EXPECT_EQ(last, "drop-ws");
         EXPECT_EQ(script.emit("42/chat,[1]"), "POST 42/chat,[1]");
-        EXPECT_EQ(script.got("6"), "GET(EIO=4&transport=polling&sid=s1)") << "and it is not tried again";
+        EXPECT_EQ(script.got("6"), "GET(EIO=4&transport=polling&sid=s1)")
+            << "and it is not tried again";
     }
     Script unanswered(chat(TransportChoice::PollingThenWebSocket));
     unanswered.joinPolling(EngineRevision::V4);
@@ -251,7 +287,8 @@ TEST(EngineSession, SlowsDownForAServerThatHoldsNoGet) {
 }
 
 TEST(EngineSession, EndsOnceWhateverHappensAfterwards) {
-    const SessionEvent ends[] = {event::Close{}, event::WebSocketClosed{}, event::WebSocketText{"9"}};
+    const SessionEvent ends[] = {event::Close{}, event::WebSocketClosed{},
+                                 event::WebSocketText{"9"}};
     for (const auto& end : ends) {
         Script script;
         script.join(EngineRevision::V4);
@@ -285,7 +322,8 @@ TEST(EngineSession, WhilePausedReadsNothingButUpToTheServersPings) {
     EXPECT_EQ(script.wait(24s), "");
     EXPECT_TRUE(script.wait(2s).starts_with("read-on"));
     const std::string rest = script.wait(1h);
-    EXPECT_EQ(rest.find_first_not_of("read-on "), rest.npos) << "a ping that we do not read is no loss";
+    EXPECT_EQ(rest.find_first_not_of("read-on "), rest.npos)
+        << "a ping that we do not read is no loss";
     EXPECT_EQ(script.wait(1h), "") << "and is not looked for any longer than the server waits";
     EXPECT_EQ(script.on(event::Resume{}), "");
     EXPECT_FALSE(script.session.pausesWebSocket());
@@ -323,7 +361,8 @@ TEST(EngineSession, WhilePausedPollingAsksOnlyForPings) {
     EXPECT_EQ(script.got(R"(42/chat,["a"])"), "") << "nothing is delivered, and nothing asked for";
     EXPECT_EQ(script.wait(25s - 1ms), "");
     EXPECT_EQ(script.wait(1ms), R"(event["a"])");
-    EXPECT_EQ(script.wait(5ms), "GET(EIO=4&transport=polling&sid=s1)") << "once all is read, and once";
+    EXPECT_EQ(script.wait(5ms), "GET(EIO=4&transport=polling&sid=s1)")
+        << "once all is read, and once";
     EXPECT_EQ(script.wait(1s), "");
     EXPECT_EQ(script.got("2"), "");
     EXPECT_EQ(script.wait(10ms), "POST 3");
@@ -338,7 +377,8 @@ TEST(EngineSession, WhilePausedPollingAsksOnlyForPings) {
     EXPECT_TRUE(script.session.hasMoreToRead()) << "a long answer is delivered in portions";
     script.on(event::Pause{});
     EXPECT_FALSE(script.session.hasMoreToRead());
-    EXPECT_EQ(script.on(event::RequestFailed{"a POST", false, VXIMConnectionErrorLost}), R"(event["c"] event["d"] END link-lost)")
+    EXPECT_EQ(script.on(event::RequestFailed{"a POST", false, VXIMConnectionErrorLost}),
+              R"(event["c"] event["d"] END link-lost)")
         << "what came before the loss";
 }
 

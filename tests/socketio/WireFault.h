@@ -24,7 +24,8 @@ struct WireFault {
 };
 
 inline std::string closeFrame(int code, std::string_view reason = {}) {
-    return frame(std::string{static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)} += reason, 0x88);
+    return frame(
+        std::string{static_cast<char>(code >> 8), static_cast<char>(code & 0xFF)} += reason, 0x88);
 }
 
 inline ScriptedServer::Script joinedThen(std::function<void(Connection&)> then) {
@@ -67,7 +68,8 @@ inline void expectOutcome(const WireFault& fault, Dictionary base) {
     Recorder heard;
     heard.listen(*client);
     client->connect();
-    EXPECT_TRUE(heard.waitFor(fault.heard)) << Value(Array::fromStrings(heard.lines())).description();
+    EXPECT_TRUE(heard.waitFor(fault.heard))
+        << Value(Array::fromStrings(heard.lines())).description();
 }
 
 }  // namespace vexim::testing

@@ -1,4 +1,5 @@
-// WebSockets that misbehave on a real socket: each kind once. The client ends with the right word, in time, and can go on.
+// WebSockets that misbehave on a real socket: each kind once. The client ends with the right word,
+// in time, and can go on.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -16,7 +17,8 @@ ScriptedServer::Script acceptingWith(std::string fields) {
     return [fields](Connection& c) {
         LivePeer peer(c);
         peer.acceptWebSocket(fields, frame(LivePeer::kOpenPacket));
-        if (const auto text = peer.readText(); text && text->starts_with("40")) peer.sendText(R"(40/chat,{"sid":"x"})");
+        if (const auto text = peer.readText(); text && text->starts_with("40"))
+            peer.sendText(R"(40/chat,{"sid":"x"})");
         peer.waitForClose();
     };
 }
@@ -26,7 +28,8 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
     const std::string partial = R"(451-/chat,["message",{"_placeholder":true,"num":0}])";
     const Dictionary quick{{"connectTimeout", 0.1}};
     const WireFault faults[] = {
-        {"accepts and stays silent", quick, [](Connection& c) { c.waitForClose(); }, "error The server did not answer in time."},
+        {"accepts and stays silent", quick, [](Connection& c) { c.waitForClose(); },
+         "error The server did not answer in time."},
         {"silent after the handshake", quick,
          [](Connection& c) {
              LivePeer(c).acceptWebSocket();
@@ -39,7 +42,10 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
              c.waitForClose();
          },
          "error The namespace was not joined in time."},
-        {"closes at once", {}, [](Connection&) {}, "error The server closed the connection before it answered."},
+        {"closes at once",
+         {},
+         [](Connection&) {},
+         "error The server closed the connection before it answered."},
         {"closes in the middle of its answer",
          {},
          [](Connection& c) {
@@ -50,8 +56,9 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
         {"resets", {}, [](Connection& c) { c.reset(); }, "error"},
         {"wrong accept",
          {},
-         answeringWith("HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-                       "Sec-WebSocket-Accept: AAAAAAAAAAAAAAAAAAAAAAAAAAA=\r\n\r\n"),
+         answeringWith(
+             "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+             "Sec-WebSocket-Accept: AAAAAAAAAAAAAAAAAAAAAAAAAAA=\r\n\r\n"),
          "error The WebSocket handshake failed"},
         {"a subprotocol that was not asked for",
          {{"extraHeaders", Dictionary{{"Sec-WebSocket-Protocol", "other"}}}},
@@ -73,7 +80,10 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
          {},
          answeringWith("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nhi"),
          "error The WebSocket handshake was answered with 200."},
-        {"no HTTP at all", {}, answeringWith("SSH-2.0-OpenSSH\r\n\r\n"), "error The WebSocket handshake failed"},
+        {"no HTTP at all",
+         {},
+         answeringWith("SSH-2.0-OpenSSH\r\n\r\n"),
+         "error The WebSocket handshake failed"},
         {"a head without end",
          {},
          answeringWith("HTTP/1.1 101 X\r\nA: " + std::string(200'000, 'a')),
@@ -87,10 +97,19 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
          }),
          "disconnect transport close"},
         {"reset when joined", {}, joinedThen([](Connection& c) { c.reset(); }), "disconnect"},
-        {"truncated frame", {}, joinedThen([text](Connection& c) { c.write(text.substr(0, 9)); }), "disconnect transport close"},
-        {"a masked frame, of which no more comes", {}, joinedThenSend("\x81\x85"), "disconnect A malformed frame"},
+        {"truncated frame",
+         {},
+         joinedThen([text](Connection& c) { c.write(text.substr(0, 9)); }),
+         "disconnect transport close"},
+        {"a masked frame, of which no more comes",
+         {},
+         joinedThenSend("\x81\x85"),
+         "disconnect A malformed frame"},
         {"a reserved bit, and no more", {}, joinedThenSend("\xC1"), "disconnect A malformed frame"},
-        {"bad UTF-8", {}, joinedThenSend(frame("42/chat,[\"\xff\"]")), "disconnect A malformed frame"},
+        {"bad UTF-8",
+         {},
+         joinedThenSend(frame("42/chat,[\"\xff\"]")),
+         "disconnect A malformed frame"},
         {"bad UTF-8 in fragments",
          {},
          joinedThenSend(frame("42/chat,[\"\xc3", 0x01) + frame("\"]", 0x80)),
@@ -125,7 +144,10 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
          {},
          openingWith(R"(0{"sid":"s","pingInterval":1,"pingTimeout":1e300})"),
          "error The server's open packet makes no sense."},
-        {"deep JSON", {}, joinedThenSend(frame("42/chat,[\"message\"," + repeated("[", 100'000))), "disconnect"},
+        {"deep JSON",
+         {},
+         joinedThenSend(frame("42/chat,[\"message\"," + repeated("[", 100'000))),
+         "disconnect"},
         {"a count that lies",
          {},
          joinedThenSend(frame("451-/chat,[\"message\"]") + frame("x", 0x82) + frame("x", 0x82)),
@@ -138,10 +160,17 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
 TEST(WireFaults, HandshakesThatAreRefusedAreToldWithTheirStatus) {
     for (const int status : {200, 301, 302, 401, 403, 404, 429, 500, 503}) {
         const std::string line = std::to_string(status);
-        const auto answer = answeringWith(ScriptedServer::text(status, "no", "Location: http://127.0.0.1:1/\r\n"));
-        expectOutcome({line.c_str(), {}, answer, "error The WebSocket handshake was answered with " + line + "."},
+        const auto answer =
+            answeringWith(ScriptedServer::text(status, "no", "Location: http://127.0.0.1:1/\r\n"));
+        expectOutcome({line.c_str(),
+                       {},
+                       answer,
+                       "error The WebSocket handshake was answered with " + line + "."},
                       {{"forceWebsockets", true}});
-        expectOutcome({line.c_str(), {}, answer, status == 200 ? "error" : "error The server answered " + line + "."},
+        expectOutcome({line.c_str(),
+                       {},
+                       answer,
+                       status == 200 ? "error" : "error The server answered " + line + "."},
                       {{"forcePolling", true}});
     }
 }
@@ -165,15 +194,20 @@ TEST(WireFaults, EveryCloseCodeEndsTheConnectionInEveryPhase) {
         frames.emplace_back(closeFrame(code), mayBeSent);
     }
     for (const auto& [bytes, mayBeSent] : frames) {
-        const std::string name = "close of " + std::to_string(static_cast<unsigned char>(bytes[2 % bytes.size()]) * 256 +
-                                                              static_cast<unsigned char>(bytes[3 % bytes.size()]));
-        const std::string heard = mayBeSent ? "disconnect transport close" : "disconnect A malformed frame";
+        const std::string name =
+            "close of " + std::to_string(static_cast<unsigned char>(bytes[2 % bytes.size()]) * 256 +
+                                         static_cast<unsigned char>(bytes[3 % bytes.size()]));
+        const std::string heard =
+            mayBeSent ? "disconnect transport close" : "disconnect A malformed frame";
         const std::string begun = LivePeer::frame(LivePeer::Text, "42/chat,[\"mess", 0x01);
         const WireFault faults[] = {
             {name.c_str(),
              {},
-             [bytes](Connection& c) { LivePeer(c).acceptWebSocket({}, bytes) && (c.waitForClose(), true); },
-             mayBeSent ? "error The connection was lost: closed by the server" : "error A malformed frame"},
+             [bytes](Connection& c) {
+                 LivePeer(c).acceptWebSocket({}, bytes) && (c.waitForClose(), true);
+             },
+             mayBeSent ? "error The connection was lost: closed by the server"
+                       : "error A malformed frame"},
             {name.c_str(), {}, joinedThenSend(bytes), heard},
             {name.c_str(), {}, joinedThenSend(begun + bytes), heard},
         };
@@ -211,13 +245,13 @@ TEST(WireFaults, DoNotDisturbWhatIsOnlyUnusual) {
          "connect"},
         {"fragments with pings between them",
          {},
-         joinedThenSend(frame("42/chat,[\"mes", 0x01) + frame("hello", 0x89) + frame("sage\",\"\xc3", 0x00) +
-                        frame("\xa9\"]", 0x80)),
+         joinedThenSend(frame("42/chat,[\"mes", 0x01) + frame("hello", 0x89) +
+                        frame("sage\",\"\xc3", 0x00) + frame("\xa9\"]", 0x80)),
          "message é"},
         {"a storm of pongs that nobody asked for",
          {},
-         joinedThenSend(frame("", 0x89) + repeated(frame("x", 0x8A), 10'000) + repeated(frame("3"), 10'000) +
-                        frame("42/chat,[\"message\",1]")),
+         joinedThenSend(frame("", 0x89) + repeated(frame("x", 0x8A), 10'000) +
+                        repeated(frame("3"), 10'000) + frame("42/chat,[\"message\",1]")),
          "message 1"},
         {"a big message in small reads",
          {},
@@ -246,7 +280,8 @@ TEST(WireFaults, KeepNothingOfWhatASlowPeerHasRead) {
         isThrough = true;
         connection.waitForClose();
     }));
-    const auto client = SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}});
+    const auto client =
+        SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}});
     client->joinNamespace("/chat");
     const PeakMemory peak;
     client->connect();
@@ -271,7 +306,9 @@ TEST(WireFaults, BoundThePongsThatAPeerDoesNotRead) {
     const std::string message(20'000'000, 'x');
     ScriptedServer server([&](Connection& connection) {
         LivePeer peer(connection);
-        if (!peer.open(R"(0{"sid":"s","pingInterval":25000,"pingTimeout":20000,"maxPayload":100000000})") || !peer.readText())
+        if (!peer.open(
+                R"(0{"sid":"s","pingInterval":25000,"pingTimeout":20000,"maxPayload":100000000})") ||
+            !peer.readText())
             return;
         peer.sendText(R"(40/chat,{"sid":"x"})");
         std::size_t read = connection.readSome().size();
@@ -305,7 +342,8 @@ TEST(WireFaults, AnswerAPingAtOnce) {
             connection.write(frame(behind, before.empty() ? 0x81 : 0x80));
             connection.waitForClose();
         }));
-        const auto client = SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}});
+        const auto client =
+            SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}});
         client->joinNamespace("/chat");
         Recorder heard;
         heard.listen(*client);
@@ -342,7 +380,9 @@ TEST(WireFaults, KeepLittleOfAnAnswerWithoutEnd) {
                 connection.readRequest();
                 const int status = row.heardOverPolling == nullptr ? 100 : isPolling ? 200 : 403;
                 connection.write("HTTP/1.1 " + std::to_string(status) + " X\r\n" + row.head);
-                for (std::size_t sent = 0; sent < kMost && connection.write(row.piece); sent += row.piece.size()) continue;
+                for (std::size_t sent = 0; sent < kMost && connection.write(row.piece);
+                     sent += row.piece.size())
+                    continue;
                 connection.waitForClose();
             };
             const std::string name = std::string(row.name) + (isPolling ? " over polling" : "");

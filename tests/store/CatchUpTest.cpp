@@ -8,16 +8,19 @@ using namespace std::chrono_literals;
 class CatchUpTest : public ConversationsTest {
 protected:
     /// `count` messages of Bob, a second apart, the last one `ago`: "n1" is the first.
-    std::vector<Dictionary> messages(int first, int last, std::chrono::milliseconds ago = 0ms) const {
+    std::vector<Dictionary> messages(int first, int last,
+                                     std::chrono::milliseconds ago = 0ms) const {
         std::vector<Dictionary> all;
         for (int i = first; i <= last; ++i) {
-            all.push_back(payloadOf("bob", "n" + std::to_string(i), nowMillis() - ago.count() - (last - i) * 1000, "alice"));
+            all.push_back(payloadOf("bob", "n" + std::to_string(i),
+                                    nowMillis() - ago.count() - (last - i) * 1000, "alice"));
         }
         return all;
     }
     static std::string named(int first, int last) {
         std::string line;
-        for (int i = first; i <= last; ++i) line += (line.empty() ? "<n" : " <n") + std::to_string(i);
+        for (int i = first; i <= last; ++i)
+            line += (line.empty() ? "<n" : " <n") + std::to_string(i);
         return line;
     }
     [[nodiscard]] bool isReported(std::size_t count) {
@@ -25,16 +28,18 @@ protected:
     }
     std::vector<VXIMStoredGap> gaps(const VXIMConversationId& conversation) {
         std::optional<std::vector<VXIMStoredGap>> found;
-        conversations->store()->gaps(
-            conversation, once([&](auto answer, const ErrorPtr&) { found = answer.value_or(std::vector<VXIMStoredGap>()); }));
+        conversations->store()->gaps(conversation, once([&](auto answer, const ErrorPtr&) {
+                                         found = answer.value_or(std::vector<VXIMStoredGap>());
+                                     }));
         EXPECT_TRUE(reaches([&] { return found.has_value(); }));
         return *found;
     }
     std::int64_t unread() {
         std::optional<std::int64_t> count;
-        conversations->store()->conversation(kBob, once([&](const std::optional<VXIMConversation>& found, const ErrorPtr&) {
-                                                 count = found ? found->unreadCount : -1;
-                                             }));
+        conversations->store()->conversation(
+            kBob, once([&](const std::optional<VXIMConversation>& found, const ErrorPtr&) {
+                count = found ? found->unreadCount : -1;
+            }));
         EXPECT_TRUE(reaches([&] { return count.has_value(); }));
         return *count;
     }
@@ -119,7 +124,9 @@ TEST_F(CatchUpTest, MarksWhatItDoesNotReadAsAGap) {
     for (std::size_t pages = 0; !gaps(kBob).empty(); ++pages) {
         ASSERT_LT(pages, 9u);
         std::optional<std::int64_t> count;
-        conversations->readGap(kBob, gaps(kBob).front(), once([&](auto read, const ErrorPtr&) { count = read.value_or(-1); }));
+        conversations->readGap(kBob, gaps(kBob).front(), once([&](auto read, const ErrorPtr&) {
+                                   count = read.value_or(-1);
+                               }));
         ASSERT_TRUE(reaches([&] { return count.has_value(); }));
         ASSERT_GE(*count, 0);
     }
@@ -130,7 +137,8 @@ TEST_F(CatchUpTest, MarksWhatItDoesNotReadAsAGap) {
     ErrorPtr why;
     conversations->readGap(kBob, found[0], once([&](auto, const ErrorPtr& error) { why = error; }));
     const auto store = std::exchange(conversations, nullptr)->store();
-    EXPECT_TRUE(reaches([&] { return why && why->is(VXIMStoreErrorDomain, VXIMStoreErrorClosed); }));
+    EXPECT_TRUE(
+        reaches([&] { return why && why->is(VXIMStoreErrorDomain, VXIMStoreErrorClosed); }));
     bool isClosed = false;
     store->close(once([&](bool, const ErrorPtr&) { isClosed = true; }));
     EXPECT_TRUE(reaches([&] { return isClosed; }));
@@ -167,7 +175,8 @@ TEST_F(CatchUpTest, ReadsAllWhatServicesAnswerOddly) {
              service.answer("GET", "/ctx/alice", {.status = 429}, 2);
              answerHistories({.status = 429}, 3);
          }},
-        {"the list of friends is refused", [this] { service.answer("GET", "/ctx/alice", {.status = 403}); }},
+        {"the list of friends is refused",
+         [this] { service.answer("GET", "/ctx/alice", {.status = 403}); }},
     };
     for (const auto& [why, script] : cases) {
         SCOPED_TRACE(why);
@@ -191,7 +200,8 @@ TEST_F(CatchUpTest, ReadsAllWhatServicesAnswerOddly) {
 TEST_F(CatchUpTest, LeavesADelegateAndAnotherUserAlone) {
     struct Delegate : VXIMClientDelegate {
         int messages = 0;
-        void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>&,
+        void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                               const std::shared_ptr<VXIMMessage>&,
                                                const std::shared_ptr<VXIMFriendInfo>&) override {
             ++messages;
         }

@@ -27,8 +27,8 @@ inline const VXIMConversationId kBob{VXIMConversationKindFriend, "bob"};
 inline const VXIMConversationId kGroup{VXIMConversationKindGroup, "demo-group"};
 inline const VXIMConversationId kRoom{VXIMConversationKindRoom, "demo-room"};
 
-inline Dictionary payloadOf(const std::string& from, const std::string& text, std::int64_t millis, const std::string& to = "bob",
-                            const std::string& key = "") {
+inline Dictionary payloadOf(const std::string& from, const std::string& text, std::int64_t millis,
+                            const std::string& to = "bob", const std::string& key = "") {
     Dictionary payload{{"content", Dictionary{{"media", 0}, {"body", text}}},
                        {"ts", millis},
                        {"to", Dictionary{{"id", to}, {"type", 0}}},
@@ -37,21 +37,23 @@ inline Dictionary payloadOf(const std::string& from, const std::string& text, st
     return payload;
 }
 
-/// Alice's program with a store, over a connection whose server is the test. REST goes to a real service in this process, whose
-/// history with Bob is what the test says.
+/// Alice's program with a store, over a connection whose server is the test. REST goes to a real
+/// service in this process, whose history with Bob is what the test says.
 class ConversationsTest : public ::testing::Test {
 protected:
     ConversationsTest() {
-        service.answer("GET", "/ctx/:id/friends/:other/chats",
-                       [this](const FakeService::Request& request) { return historyPage(request.query); });
+        service.answer(
+            "GET", "/ctx/:id/friends/:other/chats",
+            [this](const FakeService::Request& request) { return historyPage(request.query); });
     }
     ~ConversationsTest() override {
         end();
         vxim_configuration = nullptr;
     }
 
-    /// Runs the main queue until `predicate` holds, and lets a quarter of a second go by every two real milliseconds: the store's
-    /// thread works in real time, and must not be outrun by the waits.
+    /// Runs the main queue until `predicate` holds, and lets a quarter of a second go by every two
+    /// real milliseconds: the store's thread works in real time, and must not be outrun by the
+    /// waits.
     [[nodiscard]] bool reaches(const std::function<bool()>& predicate) {
         const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (!MainQueue::shared().runUntil(predicate, std::chrono::milliseconds(2))) {
@@ -66,20 +68,24 @@ protected:
         if (options.path.empty()) options.path = folder / "alice.db";
         options.userId = "alice";
         options.echoTimeout = echoTimeout;
-        client = vexim::create<VXIMClient>(service.configuration(), [this](const auto& url, const auto& socketOptions) {
-            socket = vexim::create<FakeSocket>(url, socketOptions);
-            return socket;
-        });
+        client = vexim::create<VXIMClient>(
+            service.configuration(), [this](const auto& url, const auto& socketOptions) {
+                socket = vexim::create<FakeSocket>(url, socketOptions);
+                return socket;
+            });
         conversations = VXIMConversations::conversationsWithClient(client, options);
-        conversations->setCaughtUpHandler([this](const VXIMCaughtUp& caughtUp) { reports.push_back(caughtUp); });
-        conversations->setTroubleHandler([this](const ErrorPtr& error) { troubles.push_back(error->localizedDescription()); });
+        conversations->setCaughtUpHandler(
+            [this](const VXIMCaughtUp& caughtUp) { reports.push_back(caughtUp); });
+        conversations->setTroubleHandler(
+            [this](const ErrorPtr& error) { troubles.push_back(error->localizedDescription()); });
     }
     /// The program starts.
     void start(VXIMConversationsOptions options = {}) {
         create(std::move(options));
         ErrorPtr why;
         bool isOpen = false;
-        conversations->open(once([&](bool opened, const ErrorPtr& error) { isOpen = opened, why = error; }));
+        conversations->open(
+            once([&](bool opened, const ErrorPtr& error) { isOpen = opened, why = error; }));
         ASSERT_TRUE(reaches([&] { return isOpen || why; }));
         ASSERT_FALSE(why) << why->description();
     }
@@ -123,27 +129,32 @@ protected:
     std::int64_t send(const std::string& text, const VXIMConversationId& conversation = kBob) {
         return send(VXIMMessage::messageWithText(text), conversation);
     }
-    std::int64_t send(const std::shared_ptr<VXIMMessage>& message, const VXIMConversationId& conversation = kBob) {
+    std::int64_t send(const std::shared_ptr<VXIMMessage>& message,
+                      const VXIMConversationId& conversation = kBob) {
         std::optional<std::int64_t> localId;
-        conversations->send(message, conversation, nullptr,
-                            once([&](const std::optional<VXIMStoredMessage>& stored, const ErrorPtr& error) {
-                                localId = stored ? stored->localId : -1;
-                                if (error) troubles.push_back(error->localizedDescription());
-                            }));
-        EXPECT_TRUE(eventually([&] { return localId.has_value(); }));  // with the clock at rest: no pause ends meanwhile
+        conversations->send(
+            message, conversation, nullptr,
+            once([&](const std::optional<VXIMStoredMessage>& stored, const ErrorPtr& error) {
+                localId = stored ? stored->localId : -1;
+                if (error) troubles.push_back(error->localizedDescription());
+            }));
+        // with the clock at rest: no pause ends meanwhile
+        EXPECT_TRUE(eventually([&] { return localId.has_value(); }));
         return localId.value_or(-1);
     }
 
     /// The payloads that the connection has taken, of this and former connections.
     std::vector<Dictionary> said() const {
         std::vector<Dictionary> payloads;
-        for (const auto& [event, items] : socket->emitted) payloads.push_back(*items.get(0).asDictionary());
+        for (const auto& [event, items] : socket->emitted)
+            payloads.push_back(*items.get(0).asDictionary());
         return payloads;
     }
     /// Their texts, in order: "one two".
     std::string saidTexts() const {
         std::string texts;
-        for (const auto& payload : said()) texts += (texts.empty() ? "" : " ") + payload.get("content").get("body").description();
+        for (const auto& payload : said())
+            texts += (texts.empty() ? "" : " ") + payload.get("content").get("body").description();
         return texts;
     }
     [[nodiscard]] bool says(const std::string& texts) {
@@ -156,22 +167,27 @@ protected:
         socket->send("yourself", {payload});
     }
 
-    /// What the store has of a conversation, oldest first: "one:confirmed two:failed", incoming ones as "<text".
+    /// What the store has of a conversation, oldest first: "one:confirmed two:failed", incoming
+    /// ones as "<text".
     std::string stored(const VXIMConversationId& conversation = kBob) {
         std::optional<std::string> line;
         conversations->store()->messagesBefore(
             conversation, std::nullopt, 10'000,
-            once([&](const std::optional<std::vector<VXIMStoredMessage>>& messages, const ErrorPtr&) {
+            once([&](const std::optional<std::vector<VXIMStoredMessage>>& messages,
+                     const ErrorPtr&) {
                 line = "";
-                for (const auto& message : messages.value_or(std::vector<VXIMStoredMessage>())) *line += describe(message);
+                for (const auto& message : messages.value_or(std::vector<VXIMStoredMessage>()))
+                    *line += describe(message);
             }));
         EXPECT_TRUE(reaches([&] { return line.has_value(); }));
         return line->empty() ? "nothing" : line->substr(1);
     }
-    [[nodiscard]] bool becomes(const std::string& wanted, const VXIMConversationId& conversation = kBob) {
+    [[nodiscard]] bool becomes(const std::string& wanted,
+                               const VXIMConversationId& conversation = kBob) {
         std::string now;
         const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while ((now = stored(conversation)) != wanted && std::chrono::steady_clock::now() < giveUp) {
+        while ((now = stored(conversation)) != wanted &&
+               std::chrono::steady_clock::now() < giveUp) {
             int turns = 0;
             (void)reaches([&] { return ++turns > 4; });
         }
@@ -204,7 +220,8 @@ private:
     static std::string describe(const VXIMStoredMessage& message) {
         if (message.direction == VXIMStoredMessageIncoming) return " <" + message.text();
         static const char* const names[] = {"queued", "sending", "sent", "confirmed", "failed"};
-        return " " + (message.mediaType == VXIMMessageMediaTypeText ? message.text() : "file") + ":" + names[message.state];
+        return " " + (message.mediaType == VXIMMessageMediaTypeText ? message.text() : "file") +
+               ":" + names[message.state];
     }
     static std::int64_t number(const std::string& query, const std::string& name) {
         return std::stoll(query.substr(query.find(name + "=") + name.size() + 1));
@@ -217,7 +234,9 @@ private:
             return answer;
         }
         auto sorted = served;
-        std::ranges::stable_sort(sorted, {}, [](const Dictionary& payload) { return payload.get("ts").longLongValue(); });
+        std::ranges::stable_sort(sorted, {}, [](const Dictionary& payload) {
+            return payload.get("ts").longLongValue();
+        });
         Array page;
         for (auto message = sorted.rbegin(); message != sorted.rend(); ++message) {
             if (message->get("ts").longLongValue() >= number(query, "ts")) continue;

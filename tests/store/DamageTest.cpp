@@ -16,20 +16,25 @@ protected:
     /// A file with 400 messages of bob's and an unsent one, the last; its content.
     std::string fill() {
         open();
-        std::vector<Arrival> arrivals;  // in one transaction, so that the file is the same each time
+        // in one transaction, so that the file is the same each time
+        std::vector<Arrival> arrivals;
         for (int i = 0; i < 400; ++i) {
             arrivals.push_back(
-                {.conversation = bob, .payload = payload("text " + std::to_string(i) + std::string(200, 'z'), kNoon + i, "bob")});
+                {.conversation = bob,
+                 .payload = payload("text " + std::to_string(i) + std::string(200, 'z'), kNoon + i,
+                                    "bob")});
         }
         insert(arrivals);
         setContent(folder / "picture", "png");
         unsent_ = write("unsent", kNoon + 1000, "k1", {folder / "picture"}).localId;
-        wait(call(&Operations::setGround, shared(), bob, store::Ground{.knownUntilMillis = kNoon, .gaps = {}}));
+        wait(call(&Operations::setGround, shared(), bob,
+                  store::Ground{.knownUntilMillis = kNoon, .gaps = {}}));
         wait(call(&VXIMMessageStore::setDraft, store, bob, "draft"));
         shut();
         return contentOf(path());
     }
-    /// Looks everywhere: some damage is only found where it lies. The code of the error; 0 for none.
+    /// Looks everywhere: some damage is only found where it lies. The code of the error; 0 for
+    /// none.
     std::int64_t lookEverywhere() {
         return codeOf([&] {
             after({}, 1000);
@@ -39,7 +44,8 @@ protected:
     }
     void removeFiles() {
         shut();
-        for (const char* const suffix : {"", "-wal", "-shm"}) std::filesystem::remove(path() + suffix);
+        for (const char* const suffix : {"", "-wal", "-shm"})
+            std::filesystem::remove(path() + suffix);
     }
 
     std::int64_t unsent_ = 0;
@@ -50,7 +56,8 @@ TEST_F(StoreDamage, SetsADamagedFileAsideWithAllThatCanBeReadInTheNewOne) {
     ASSERT_GT(good.size(), 100'000u);
     const auto overwritten = [&good](std::size_t at, std::size_t size) {
         std::string damaged = good;
-        for (std::size_t i = at; i < std::min(at + size, damaged.size()); ++i) damaged[i] = static_cast<char>(i * 37);
+        for (std::size_t i = at; i < std::min(at + size, damaged.size()); ++i)
+            damaged[i] = static_cast<char>(i * 37);
         return damaged;
     };
     struct Case {
@@ -72,10 +79,13 @@ TEST_F(StoreDamage, SetsADamagedFileAsideWithAllThatCanBeReadInTheNewOne) {
         setContent(path(), each.content);
         std::vector<VXIMStoreDamage> told;
         open();
-        const auto observation = store->observeDamage([&](const VXIMStoreDamage& damage) { told.push_back(damage); });
+        const auto observation =
+            store->observeDamage([&](const VXIMStoreDamage& damage) { told.push_back(damage); });
         for (int tries = 0; tries < 3 && !store->damage(); ++tries) {
             std::int64_t code = lookEverywhere();
-            if (code == 0) code = codeOf([&] { wait(call(&VXIMMessageStore::removeConversation, store, bob)); });
+            if (code == 0)
+                code =
+                    codeOf([&] { wait(call(&VXIMMessageStore::removeConversation, store, bob)); });
             EXPECT_TRUE(code == 0 || code == VXIMStoreErrorDamaged) << code;
             if (code == 0) break;
         }
@@ -84,13 +94,16 @@ TEST_F(StoreDamage, SetsADamagedFileAsideWithAllThatCanBeReadInTheNewOne) {
         EXPECT_TRUE(contentOf(damage->setAsideAs).substr(0, 50) == each.content.substr(0, 50));
         EXPECT_GE(damage->messagesSaved, static_cast<std::int64_t>(each.atLeast));
         EXPECT_EQ(after({}, 1000).size(), static_cast<std::size_t>(damage->messagesSaved));
-        EXPECT_EQ(search({.text = "text", .limit = 1000}).size() + (wait(call(&VXIMMessageStore::message, store, unsent_)) ? 1 : 0),
+        EXPECT_EQ(search({.text = "text", .limit = 1000}).size() +
+                      (wait(call(&VXIMMessageStore::message, store, unsent_)) ? 1 : 0),
                   static_cast<std::size_t>(damage->messagesSaved));
         if (each.content.size() == good.size() && each.atLeast > 0 &&
             each.content.substr(good.size() - 100) == good.substr(good.size() - 100)) {
-            EXPECT_TRUE(wait(call(&VXIMMessageStore::message, store, unsent_))) << "what stands behind the damage";
+            EXPECT_TRUE(wait(call(&VXIMMessageStore::message, store, unsent_)))
+                << "what stands behind the damage";
         }
-        EXPECT_EQ(wait(call(&Operations::ground, shared(), bob))->knownUntilMillis, 0) << "the histories are to be read again";
+        EXPECT_EQ(wait(call(&Operations::ground, shared(), bob))->knownUntilMillis, 0)
+            << "the histories are to be read again";
         EXPECT_NE(receive("goes on", kNoon + 3000).localId, 0);
         open();
         EXPECT_FALSE(store->damage()) << "the fresh file is sound";
@@ -102,7 +115,8 @@ TEST_F(StoreDamage, SetsADamagedFileAsideWithAllThatCanBeReadInTheNewOne) {
 TEST_F(StoreDamage, NeverEmptiesInSilenceAFileWithFlippedBytes) {
     const std::string good = fill();
     const char* const given = std::getenv("VEXIM_SEEDS");
-    std::vector<unsigned> seeds{2, 3, 4, 5, 6, 8, 10, 33};  // 5 hits the schema, 33 the list of attachments
+    // 5 hits the schema, 33 the list of attachments
+    std::vector<unsigned> seeds{2, 3, 4, 5, 6, 8, 10, 33};
     if (given) {
         seeds.resize(static_cast<std::size_t>(std::atoi(given)));
         std::iota(seeds.begin(), seeds.end(), 1U);
@@ -111,7 +125,8 @@ TEST_F(StoreDamage, NeverEmptiesInSilenceAFileWithFlippedBytes) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         std::string damaged = good;
-        const std::size_t stretch = seed % 2 ? damaged.size() : 4096;  // all over the file, or in one page
+        // all over the file, or in one page
+        const std::size_t stretch = seed % 2 ? damaged.size() : 4096;
         const std::size_t first = random() % (damaged.size() - stretch + 1);
         for (auto flips = 1 + random() % 200; flips > 0; --flips)
             damaged[first + random() % stretch] ^= static_cast<char>(1 + random() % 255);
@@ -122,13 +137,15 @@ TEST_F(StoreDamage, NeverEmptiesInSilenceAFileWithFlippedBytes) {
         const std::int64_t code = codeOfOpening();
         if (code == 0) {
             std::int64_t looked = 0;
-            for (int tries = 0; tries < 3 && (looked = lookEverywhere()); ++tries) EXPECT_EQ(looked, VXIMStoreErrorDamaged);
+            for (int tries = 0; tries < 3 && (looked = lookEverywhere()); ++tries)
+                EXPECT_EQ(looked, VXIMStoreErrorDamaged);
             EXPECT_EQ(looked, 0) << "it goes on after damage";
             const auto damage = store->damage();
             if (damage) {
                 EXPECT_EQ(contentOf(damage->setAsideAs).size(), good.size());
                 const auto unsent = wait(call(&VXIMMessageStore::message, store, unsent_));
-                if (unsent && unsent->state == VXIMStoredMessageQueued && unsent->direction == VXIMStoredMessageOutgoing) {
+                if (unsent && unsent->state == VXIMStoredMessageQueued &&
+                    unsent->direction == VXIMStoredMessageOutgoing) {
                     EXPECT_TRUE(std::filesystem::exists(picture)) << "it is still to be sent";
                     EXPECT_EQ(unsent->attachmentFiles, std::vector<std::string>{picture});
                 }
@@ -140,7 +157,8 @@ TEST_F(StoreDamage, NeverEmptiesInSilenceAFileWithFlippedBytes) {
         }
         removeFiles();
         for (const auto& each : std::filesystem::directory_iterator(folder.path())) {
-            if (each.path().string().find("damaged") != std::string::npos) std::filesystem::remove(each.path());
+            if (each.path().string().find("damaged") != std::string::npos)
+                std::filesystem::remove(each.path());
         }
     }
 }
@@ -152,11 +170,13 @@ TEST_F(StoreDamage, HasWholeChangesInTheirOrderAfterAPowerCut) {
     removeFiles();
     const std::string all = "0 1 2 3 4 5 6 7 8 9 10 11";
     std::size_t seen = 0;
-    for (std::size_t cut = 0; cut <= log.size(); cut = cut == log.size() ? cut + 1 : std::min(cut + 9973, log.size())) {
+    for (std::size_t cut = 0; cut <= log.size();
+         cut = cut == log.size() ? cut + 1 : std::min(cut + 9973, log.size())) {
         for (const bool isTorn : {false, true}) {  // the rest is missing, or was never written over
             SCOPED_TRACE(cut);
             setContent(path(), main);
-            setContent(path() + "-wal", log.substr(0, cut) + (isTorn ? std::string(5000, 'x') : ""));
+            setContent(path() + "-wal",
+                       log.substr(0, cut) + (isTorn ? std::string(5000, 'x') : ""));
             open();
             const std::string there = texts(after({}, 100));
             EXPECT_TRUE(all.starts_with(there)) << there;

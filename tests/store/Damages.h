@@ -18,7 +18,9 @@ inline std::string contentOf(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-inline void setContent(const std::string& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
+inline void setContent(const std::string& path, const std::string& content) {
+    std::ofstream(path, std::ios::binary) << content;
+}
 
 /// What another program does to the file.
 class Other {
@@ -29,7 +31,8 @@ public:
     Other& operator=(const Other&) = delete;
     void execute(const std::string& sql) {
         char* why = nullptr;
-        EXPECT_EQ(sqlite3_exec(database_, sql.c_str(), nullptr, nullptr, &why), SQLITE_OK) << (why ? why : "");
+        EXPECT_EQ(sqlite3_exec(database_, sql.c_str(), nullptr, nullptr, &why), SQLITE_OK)
+            << (why ? why : "");
         sqlite3_free(why);
     }
 

@@ -29,13 +29,18 @@ TEST_F(StoreFaults, RefusesWhatItMustNotOpenAndLeavesItAsItIs) {
     };
     const Case cases[] = {
         {"a newer version", "PRAGMA user_version = 4711", VXIMStoreErrorNewer},
-        {"another user's", "UPDATE meta SET value = 'mallory' WHERE name = 'user'", VXIMStoreErrorOtherOwner},
-        {"another service's", "UPDATE meta SET value = 'https://else' WHERE name = 'service'", VXIMStoreErrorOtherOwner},
+        {"another user's", "UPDATE meta SET value = 'mallory' WHERE name = 'user'",
+         VXIMStoreErrorOtherOwner},
+        {"another service's", "UPDATE meta SET value = 'https://else' WHERE name = 'service'",
+         VXIMStoreErrorOtherOwner},
         {"another program's", "PRAGMA application_id = 1", VXIMStoreErrorCannotOpen},
         {"no folder", "", VXIMStoreErrorCannotOpen, {.path = folder / "none/alice.vexim"}},
         {"no folder to look into", "", VXIMStoreErrorCannotOpen, {.path = folder / "none/"}},
         {"a file in a file", "", VXIMStoreErrorCannotOpen, {.path = path() + "/x"}},
-        {"nothing to look at", "", VXIMStoreErrorCannotOpen, {.path = folder / "other", .readOnly = true}},
+        {"nothing to look at",
+         "",
+         VXIMStoreErrorCannotOpen,
+         {.path = folder / "other", .readOnly = true}},
         {"no path", "", VXIMStoreErrorCannotOpen, {.path = "/dev/null"}},
     };
     const std::string good = contentOf(path());
@@ -71,7 +76,8 @@ TEST_F(StoreFaults, GivesEachUserOfEachServiceAFileThatOnlyHeCanRead) {
     EXPECT_EQ(first.second, "alice@https://a");
     EXPECT_EQ(opened("alice", "https://b").second, "alice@https://b");
     EXPECT_EQ(opened("../../al ice", "https://a").second, "../../al ice@https://a");
-    EXPECT_EQ(opened("alice", "https://a/").first, first.first) << "the slash at the end means nothing";
+    EXPECT_EQ(opened("alice", "https://a/").first, first.first)
+        << "the slash at the end means nothing";
     ::chmod(first.first.c_str(), 0644);
     opened("alice", "https://a");
     open({.path = first.first, .service = "https://a"});
@@ -83,12 +89,17 @@ TEST_F(StoreFaults, SaysWhenAnotherHasTheFileAndGoesOnWhenHeIsGone) {
     receive("mine", kNoon);
     std::shared_ptr<VXIMMessageStore> second;
     EXPECT_EQ(codeOf([&] {
-                  second = wait(call(&VXIMMessageStore::open, VXIMMessageStoreOptions{path(), "alice", "https://im.example"}));
+                  second =
+                      wait(call(&VXIMMessageStore::open,
+                                VXIMMessageStoreOptions{path(), "alice", "https://im.example"}));
               }),
               VXIMStoreErrorLocked);
-    auto reader = wait(call(&VXIMMessageStore::open, VXIMMessageStoreOptions{path(), "alice", "https://im.example", true}));
-    EXPECT_EQ(texts(*wait(call(&VXIMMessageStore::messagesAfter, reader, bob, std::nullopt, 9))), "mine");
-    EXPECT_EQ(codeOf([&] { wait(call(&VXIMMessageStore::setDraft, reader, bob, "x")); }), VXIMStoreErrorReadOnly);
+    auto reader = wait(call(&VXIMMessageStore::open,
+                            VXIMMessageStoreOptions{path(), "alice", "https://im.example", true}));
+    EXPECT_EQ(texts(*wait(call(&VXIMMessageStore::messagesAfter, reader, bob, std::nullopt, 9))),
+              "mine");
+    EXPECT_EQ(codeOf([&] { wait(call(&VXIMMessageStore::setDraft, reader, bob, "x")); }),
+              VXIMStoreErrorReadOnly);
     {
         Other other(path());
         other.execute("BEGIN IMMEDIATE");
@@ -120,7 +131,8 @@ TEST_F(StoreFaults, TellsOfAFullDiskWritesNothingHalfAndLivesOn) {
             const std::string text = "m" + std::to_string(i) + std::string(4000, 'y');
             const std::int64_t code = codeOf([&] {
                 insert({{.conversation = team, .payload = payload(text, kNoon + 2 * i, "bob")},
-                        {.conversation = team, .payload = payload(text + "2", kNoon + 2 * i + 1, "bob")}});
+                        {.conversation = team,
+                         .payload = payload(text + "2", kNoon + 2 * i + 1, "bob")}});
             });
             code == 0 ? ++stored : ++refused;
             EXPECT_TRUE(code == 0 || code == VXIMStoreErrorDiskFull) << code;
@@ -130,10 +142,14 @@ TEST_F(StoreFaults, TellsOfAFullDiskWritesNothingHalfAndLivesOn) {
         EXPECT_EQ(after({}, 100, team).size(), 2 * stored);
         EXPECT_EQ(texts(after({}, 9)), "before");
         EXPECT_EQ(conversations().front().unreadCount, static_cast<std::int64_t>(2 * stored));
-        EXPECT_EQ(codeOf([&] { write("picture", kNoon, {}, {folder / "picture"}); }), VXIMStoreErrorDiskFull);
-        const FullDisk fuller(1000);
-        EXPECT_EQ(codeOf([&] { wait(call(&VXIMMessageStore::exportJSONLines, store, folder / "all", std::nullopt)); }),
+        EXPECT_EQ(codeOf([&] { write("picture", kNoon, {}, {folder / "picture"}); }),
                   VXIMStoreErrorDiskFull);
+        const FullDisk fuller(1000);
+        EXPECT_EQ(
+            codeOf([&] {
+                wait(call(&VXIMMessageStore::exportJSONLines, store, folder / "all", std::nullopt));
+            }),
+            VXIMStoreErrorDiskFull);
         EXPECT_FALSE(std::filesystem::exists(folder / "all.part"));
     }
     write("after", kNoon + 1, {}, {folder / "picture"});
@@ -176,11 +192,13 @@ TEST_F(StoreFaults, BringsAFileOfEveryEarlierVersionToThePresentOne) {
         EXPECT_EQ(codeOfOpening({.path = path(), .readOnly = true}), VXIMStoreErrorReadOnly);
         open();
         EXPECT_EQ(texts(after({}, 9)), "hello unsent");
-        for (const char* const word : {"h*", "hell*", "hello"}) EXPECT_EQ(texts(search({.text = word})), "hello") << word;
+        for (const char* const word : {"h*", "hell*", "hello"})
+            EXPECT_EQ(texts(search({.text = word})), "hello") << word;
         EXPECT_EQ(texts(*wait(call(&Operations::waiting, shared()))), "unsent");
         EXPECT_EQ(conversations().front().draft, "a draft");
         EXPECT_EQ(conversations().front().unreadCount, 1);
-        EXPECT_EQ(wait(call(&Operations::ground, shared(), bob))->gaps, (std::vector<VXIMStoredGap>{{1000, 2000}}));
+        EXPECT_EQ(wait(call(&Operations::ground, shared(), bob))->gaps,
+                  (std::vector<VXIMStoredGap>{{1000, 2000}}));
         change(after({}, 9).back().localId, {.state = VXIMStoredMessageSending, .attempts = 3});
         receive("new", kNoon + 5000);
         open();
@@ -197,11 +215,13 @@ TEST_F(StoreFaults, HasAfterAKillAllThatItToldAsDone) {
     ::setenv("VEXIM_STORE_TO_FILL", path().c_str(), 1);
     const char* const formerly = std::getenv("TMPDIR");
     const std::string temporary = formerly ? formerly : "/tmp";
-    ::setenv("TMPDIR", folder.path().c_str(), 1);  // what the killed one cannot remove goes with our folder
+    ::setenv("TMPDIR", folder.path().c_str(),
+             1);  // what the killed one cannot remove goes with our folder
     for (const int lines : {1, 17, 60}) {
         std::size_t told = 0;
         {
-            ChildProcess child({"/proc/self/exe", "--gtest_also_run_disabled_tests", "--gtest_filter=*DISABLED_FillsAStore"});
+            ChildProcess child({"/proc/self/exe", "--gtest_also_run_disabled_tests",
+                                "--gtest_filter=*DISABLED_FillsAStore"});
             while (told < static_cast<std::size_t>(lines)) {
                 const auto line = child.readLine();
                 ASSERT_TRUE(line);
@@ -230,8 +250,9 @@ TEST_F(StoreFaults, AnswersAForkedChildThatItHasNoStore) {
     const pid_t child = ::fork();
     if (child == 0) {
         bool isRefused = false;
-        store->conversations(
-            [&](const auto&, const ErrorPtr& error) { isRefused = error && error->code() == VXIMStoreErrorClosed; });
+        store->conversations([&](const auto&, const ErrorPtr& error) {
+            isRefused = error && error->code() == VXIMStoreErrorClosed;
+        });
         store->close({});
         store = nullptr;
         MainQueue::shared().drain();

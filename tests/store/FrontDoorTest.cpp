@@ -1,4 +1,5 @@
-// What services, connections, disks and the system may do to a program that has nothing but the front door.
+// What services, connections, disks and the system may do to a program that has nothing but the
+// front door.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -29,7 +30,8 @@ protected:
     /// Opens once more; the code it ends with, 0 for none.
     std::int64_t codeOfOpening() {
         std::optional<std::int64_t> code;
-        conversations->open(once([&](bool, const ErrorPtr& error) { code = error ? error->code() : 0; }));
+        conversations->open(
+            once([&](bool, const ErrorPtr& error) { code = error ? error->code() : 0; }));
         EXPECT_TRUE(reaches([&] { return code.has_value(); }));
         return code.value_or(-1);
     }
@@ -38,23 +40,28 @@ protected:
 TEST_F(FrontDoorTest, ConfirmsEachMessageOnceWhateverBecomesOfItsEcho) {
     const std::vector<std::string> texts = {"a", "ok", "b", "ok", "c", "d"};
     const std::string all = "a ok b ok c d";
-    const std::string confirmed = "a:confirmed ok:confirmed b:confirmed ok:confirmed c:confirmed d:confirmed";
+    const std::string confirmed =
+        "a:confirmed ok:confirmed b:confirmed ok:confirmed c:confirmed d:confirmed";
     echoTimeout = 15s;
     for (std::uint32_t seed = 0; seed < 6; ++seed) {
         const bool withKeys = seed % 2 == 0;
-        SCOPED_TRACE("seed " + std::to_string(seed) + (withKeys ? "" : ", a service that drops keys"));
+        SCOPED_TRACE("seed " + std::to_string(seed) +
+                     (withKeys ? "" : ", a service that drops keys"));
         std::mt19937 chance(seed);
         reports.clear();
         setHistory({});
         startAndLogIn({.path = folder / std::to_string(seed)});
         for (const auto& text : texts) send(text);
         ASSERT_TRUE(says(all));
-        // The history has all of them; of the echoes some come, some twice, in any order, some only after it was asked.
+        // The history has all of them; of the echoes some come, some twice, in any order, some only
+        // after it was asked.
         std::vector<Dictionary> kept;
         for (const auto& payload : said()) kept.push_back(asKept(payload, withKeys));
         auto echoes = kept;
-        for (std::size_t i = 0; i < 3; ++i) echoes[chance() % echoes.size()] = echoes[chance() % echoes.size()];
-        for (std::size_t i = echoes.size(); i-- > 1;) std::swap(echoes[i], echoes[chance() % (i + 1)]);
+        for (std::size_t i = 0; i < 3; ++i)
+            echoes[chance() % echoes.size()] = echoes[chance() % echoes.size()];
+        for (std::size_t i = echoes.size(); i-- > 1;)
+            std::swap(echoes[i], echoes[chance() % (i + 1)]);
         const std::size_t delayed = chance() % echoes.size();
         for (std::size_t i = delayed; i < echoes.size(); ++i) echo(echoes[i]);
         setHistory(kept);
@@ -75,14 +82,16 @@ TEST_F(FrontDoorTest, HasAllOfAHistoryThatIsIncompleteRepeatedAndOutOfOrderAtFir
     std::vector<Dictionary> whole;
     std::string wanted;
     for (int i = 0; i < 90; ++i) {
-        whole.push_back(payloadOf("bob", "n" + std::to_string(i), nowMillis() - (90 - i) * 1000, "alice"));
+        whole.push_back(
+            payloadOf("bob", "n" + std::to_string(i), nowMillis() - (90 - i) * 1000, "alice"));
         wanted += (i ? " <n" : "<n") + std::to_string(i);
     }
     for (std::uint32_t seed = 0; seed < 5; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 chance(seed);
         auto lagging = whole;
-        for (int i = 0; i < 20; ++i) lagging.erase(lagging.end() - 1 - static_cast<std::ptrdiff_t>(chance() % 40));
+        for (int i = 0; i < 20; ++i)
+            lagging.erase(lagging.end() - 1 - static_cast<std::ptrdiff_t>(chance() % 40));
         for (int i = 0; i < 10; ++i) lagging.push_back(lagging[chance() % lagging.size()]);
         reports.clear();
         setHistory(lagging);
@@ -127,7 +136,8 @@ TEST_F(FrontDoorTest, SaysWhatIsWrongWithAFileAndLosesNothingMeanwhile) {
         std::int64_t code;
         std::function<void()> spoil, mend;
     } cases[] = {
-        {"a newer version wrote it", VXIMStoreErrorNewer, [&] { Other(file()).execute("PRAGMA user_version = 4711"); },
+        {"a newer version wrote it", VXIMStoreErrorNewer,
+         [&] { Other(file()).execute("PRAGMA user_version = 4711"); },
          [&] { setContent(file(), good); }},
         {"it is another user's", VXIMStoreErrorOtherOwner,
          [&] { Other(file()).execute("UPDATE meta SET value = 'mallory' WHERE name = 'user'"); },
@@ -182,7 +192,8 @@ TEST_F(FrontDoorTest, KeepsWhatArrivesOnAFullDiskUntilThereIsRoom) {
         EXPECT_EQ(send("no room"), -1);
         echo(payload);
         for (int i = 0; i < 30; ++i) {
-            socket->send("message", {payloadOf("bob", "n" + std::to_string(i), nowMillis() + i, "alice")});
+            socket->send("message",
+                         {payloadOf("bob", "n" + std::to_string(i), nowMillis() + i, "alice")});
         }
         ASSERT_TRUE(reaches([&] { return troubles.size() > 40; })) << "tried again and again";
         EXPECT_EQ(client->status(), VXIMClientStatusOpened);
@@ -236,7 +247,8 @@ TEST_F(FrontDoorTest, SendsAPictureThatAKillInterrupted) {
     };
     {
         ::setenv("VEXIM_FRONT_DOOR", (service.url() + "\n" + file() + "\n" + picture).c_str(), 1);
-        const ChildProcess child({"/proc/self/exe", "--gtest_also_run_disabled_tests", "--gtest_filter=*DISABLED_SendsAPicture"});
+        const ChildProcess child({"/proc/self/exe", "--gtest_also_run_disabled_tests",
+                                  "--gtest_filter=*DISABLED_SendsAPicture"});
         ::unsetenv("VEXIM_FRONT_DOOR");
         ASSERT_TRUE(MainQueue::shared().runUntil([&] { return uploads().size() == 1; }, 60s));
     }  // here it is killed
@@ -260,9 +272,11 @@ TEST(FrontDoor, DISABLED_SendsAPicture) {
     const auto configuration = names.configuration();
     configuration->setSocketURL(URL::parse(url));
     const auto client = VXIMClient::clientWithConfiguration(configuration);
-    const auto conversations = VXIMConversations::conversationsWithClient(client, {.path = file, .userId = "alice"});
+    const auto conversations =
+        VXIMConversations::conversationsWithClient(client, {.path = file, .userId = "alice"});
     conversations->open([&](bool, const ErrorPtr&) {
-        conversations->send(VXIMMessage::messageWithImageFileAtPath(picture), kBob, nullptr, nullptr);
+        conversations->send(VXIMMessage::messageWithImageFileAtPath(picture), kBob, nullptr,
+                            nullptr);
     });
     client->loginWithUserId("alice", nullptr);
     MainQueue::shared().run();  // until it is killed

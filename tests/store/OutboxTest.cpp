@@ -14,7 +14,9 @@ public:
     using ConversationsTest::setHistory;
 
     /// What was said in the former connection, as the service's history has it.
-    Dictionary arrived(std::size_t number, bool withKey = true) const { return arrivedOf(former.at(number), withKey); }
+    Dictionary arrived(std::size_t number, bool withKey = true) const {
+        return arrivedOf(former.at(number), withKey);
+    }
     static Dictionary arrivedOf(Dictionary payload, bool withKey = true) {
         payload.set("from", Dictionary{{"id", "alice"}, {"type", 0}});
         if (!withKey) payload.remove("key");
@@ -57,7 +59,8 @@ TEST_F(OutboxTest, TakesNothingButTheEchoForTheEcho) {
              payload.set("ts", payload.get("ts").longLongValue() + 700);
          },
          "hi:confirmed"},
-        {"another device said the same", [](Dictionary& payload) { payload.set("key", std::string(32, 'f')); },
+        {"another device said the same",
+         [](Dictionary& payload) { payload.set("key", std::string(32, 'f')); },
          "hi:sent hi:confirmed"},
         {"another text",
          [&](Dictionary& payload) {
@@ -81,13 +84,15 @@ TEST_F(OutboxTest, TakesNothingButTheEchoForTheEcho) {
 
 TEST_F(OutboxTest, HoldsTheConversationOfAPassingFailureAndNoOther) {
     startAndLogIn();
-    socket->refusal = Error::make(kSocketIOErrorDomain, SocketIOErrorTooLarge, Dictionary{{kTemporaryKey, true}});
+    socket->refusal =
+        Error::make(kSocketIOErrorDomain, SocketIOErrorTooLarge, Dictionary{{kTemporaryKey, true}});
     send("one");
     ASSERT_TRUE(becomes("one:queued"));
     send("two");
     socket->refusal = nullptr;
     send("other", kGroup);
-    ASSERT_TRUE(eventually([&] { return !said().empty(); })) << "before the pause of \"one\" is over";
+    ASSERT_TRUE(eventually([&] { return !said().empty(); }))
+        << "before the pause of \"one\" is over";
     EXPECT_TRUE(says("other one two")) << saidTexts();
 }
 
@@ -118,7 +123,8 @@ TEST_F(OutboxTest, LooksUpWhatACutLeftInDoubtBeforeItSendsAgain) {
         const char* stored;
     } cases[] = {
         {"nothing arrived", [](OutboxTest&) {}, "one two", "one:sent two:sent"},
-        {"the first arrived", [](OutboxTest& t) { t.setHistory({t.arrived(0)}); }, "two", "one:confirmed two:sent"},
+        {"the first arrived", [](OutboxTest& t) { t.setHistory({t.arrived(0)}); }, "two",
+         "one:confirmed two:sent"},
         {"both arrived",
          [](OutboxTest& t) {
              t.setHistory({t.arrived(0), t.arrived(1)});
@@ -157,7 +163,8 @@ TEST_F(OutboxTest, LooksUpWhatACutLeftInDoubtBeforeItSendsAgain) {
         SCOPED_TRACE(why);
         for (const bool isRestarted : {false, true}) {
             SCOPED_TRACE(isRestarted ? "the program ended" : "the connection was lost");
-            const VXIMConversationsOptions options{.path = folder / (std::string(why) + (isRestarted ? "2" : "1"))};
+            const VXIMConversationsOptions options{
+                .path = folder / (std::string(why) + (isRestarted ? "2" : "1"))};
             reports.clear();
             setHistory({});
             startAndLogIn(options);
@@ -209,12 +216,14 @@ TEST_F(OutboxTest, KeepsAnAttachmentUntilItIsConfirmed) {
     service.fail("POST", "/attachment", FakeService::Fault::Close, 3);  // a passing failure
     start();
     logIn();
-    ASSERT_TRUE(reaches([&] { return said().size() == 2; })) << saidTexts() << ", stored: " << stored();
+    ASSERT_TRUE(reaches([&] { return said().size() == 2; }))
+        << saidTexts() << ", stored: " << stored();
     const std::string url = said()[0].get("content").get("body").description();
     EXPECT_TRUE(url.ends_with(".png")) << url;
     EXPECT_EQ(said()[1].get("content").get("body"), Value("behind it"));
     const auto uploads = [&] {
-        return std::ranges::count_if(service.requests(), [](const auto& request) { return request.path == "/attachment"; });
+        return std::ranges::count_if(
+            service.requests(), [](const auto& request) { return request.path == "/attachment"; });
     };
     const auto uploadsSoFar = uploads();
     ASSERT_TRUE(becomes("file:sent behind it:sent"));
@@ -285,7 +294,8 @@ TEST_F(OutboxTest, HasLimits) {
     EXPECT_EQ(send("three"), -1);
     EXPECT_EQ(stored(), "one:queued two:queued");
     bool isGone = false;
-    conversations->cancel(second, once([&](bool cancelled, const ErrorPtr&) { isGone = cancelled; }));
+    conversations->cancel(second,
+                          once([&](bool cancelled, const ErrorPtr&) { isGone = cancelled; }));
     ASSERT_TRUE(reaches([&] { return isGone; }));
     clock.advance(2h);
     const auto late = send("four");

@@ -1,7 +1,8 @@
-// One of the two programs of scripts/soak: has a store, says numbered messages to the other one, and may be killed at any moment.
-//   soak_program URL USER PEER FILE RATE
-// Standard input: "target N" (say as many, in all), "end" (close the store, write FILE.jsonl and leave).
-// Standard output: "open", then now and then "SAID CONFIRMED HEARD".
+// One of the two programs of scripts/soak: has a store, says numbered messages to the other one,
+// and may be killed at any moment.
+// soak_program URL USER PEER FILE RATE Standard input: "target N" (say as many, in all), "end"
+// (close the store, write FILE.jsonl and leave). Standard output: "open", then now and then "SAID
+// CONFIRMED HEARD".
 
 #include <algorithm>
 #include <chrono>
@@ -24,7 +25,8 @@ using namespace std::chrono_literals;
 
 class Soak {
 public:
-    Soak(std::shared_ptr<VXIMClient> client, std::string user, const std::string& peer, std::string path, double rate)
+    Soak(std::shared_ptr<VXIMClient> client, std::string user, const std::string& peer,
+         std::string path, double rate)
         : client_(std::move(client)),
           user_(std::move(user)),
           peer_{VXIMConversationKindFriend, peer},
@@ -43,15 +45,17 @@ public:
             count();
             std::thread([this] { read(); }).detach();
         });
-        conversations_->setTroubleHandler(
-            [](const vexim::ErrorPtr& error) { std::fprintf(stderr, "trouble: %s\n", error->localizedDescription().c_str()); });
+        conversations_->setTroubleHandler([](const vexim::ErrorPtr& error) {
+            std::fprintf(stderr, "trouble: %s\n", error->localizedDescription().c_str());
+        });
         logIn();
     }
 
 private:
     void logIn() {
         if (client_->status() <= VXIMClientStatusOpening) client_->loginWithUserId(user_, nullptr);
-        if (client_->status() == VXIMClientStatusPaused) client_->resume();  // the service closed it in good order
+        // the service closed it in good order
+        if (client_->status() == VXIMClientStatusPaused) client_->resume();
         vexim::MainQueue::shared().after(1s, [this] { logIn(); });
     }
 
@@ -75,7 +79,8 @@ private:
     void count() {
         conversations_->store()->messagesBefore(
             peer_, std::nullopt, 1'000'000,
-            [this](const std::optional<std::vector<VXIMStoredMessage>>& messages, const vexim::ErrorPtr& error) {
+            [this](const std::optional<std::vector<VXIMStoredMessage>>& messages,
+                   const vexim::ErrorPtr& error) {
                 if (!messages) return fail(error);
                 std::int64_t confirmed = 0;
                 std::int64_t heard = 0;
@@ -85,16 +90,19 @@ private:
                         continue;
                     }
                     confirmed += message.state == VXIMStoredMessageConfirmed;
-                    said_ = std::max(said_, static_cast<std::int64_t>(std::atoll(message.text().c_str() + user_.size() + 1)));
-                    if (message.state == VXIMStoredMessageFailed) conversations_->retry(message.localId, nullptr);
+                    said_ = std::max(said_, static_cast<std::int64_t>(std::atoll(
+                                                message.text().c_str() + user_.size() + 1)));
+                    if (message.state == VXIMStoredMessageFailed)
+                        conversations_->retry(message.localId, nullptr);
                 }
                 if (!isCounted_) std::puts("open");
                 isCounted_ = true;
-                std::printf("%lld %lld %lld\n", static_cast<long long>(said_), static_cast<long long>(confirmed),
-                            static_cast<long long>(heard));
+                std::printf("%lld %lld %lld\n", static_cast<long long>(said_),
+                            static_cast<long long>(confirmed), static_cast<long long>(heard));
                 std::fflush(stdout);
                 sayNext();
-                vexim::MainQueue::shared().after(200ms + std::chrono::microseconds(20 * messages->size()), [this] { count(); });
+                vexim::MainQueue::shared().after(
+                    200ms + std::chrono::microseconds(20 * messages->size()), [this] { count(); });
             });
     }
 
@@ -114,9 +122,11 @@ private:
 
     void end() {
         conversations_->store()->exportJSONLines(
-            path_ + ".jsonl", std::nullopt, [this](const auto& exported, const vexim::ErrorPtr& error) {
+            path_ + ".jsonl", std::nullopt,
+            [this](const auto& exported, const vexim::ErrorPtr& error) {
                 if (!exported) return fail(error);
-                conversations_->store()->close([](bool, const auto&) { vexim::MainQueue::shared().quit(); });
+                conversations_->store()->close(
+                    [](bool, const auto&) { vexim::MainQueue::shared().quit(); });
             });
     }
 
@@ -136,7 +146,8 @@ private:
 
 int main(int count, char** arguments) {
     if (count != 6) return 2;
-    auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", std::string("soak-") + arguments[2]);
+    auto client =
+        VXIMClient::clientWithAppId("demo-app", "demo-key", std::string("soak-") + arguments[2]);
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
     client->config()->setReconnectWait(1);
     client->config()->dictionary().set("reconnectWaitMax", 1);

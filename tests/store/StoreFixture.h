@@ -67,8 +67,8 @@ protected:
         }
     }
 
-    static Dictionary payload(const std::string& text, std::int64_t sentAt, const std::string& from = {},
-                              const std::string& key = {}) {
+    static Dictionary payload(const std::string& text, std::int64_t sentAt,
+                              const std::string& from = {}, const std::string& key = {}) {
         Dictionary made{{"content", Dictionary{{"media", 0}, {"body", text}}}, {"ts", sentAt}};
         if (!from.empty()) made.set("from", Dictionary{{"id", from}, {"type", 0}});
         if (!key.empty()) made.set("key", key);
@@ -76,18 +76,26 @@ protected:
     }
     std::vector<Merged> insert(std::vector<Arrival> arrivals) {
         using Result = std::optional<std::vector<Merged>>;
-        return *wait(call([&](std::function<void(Result, ErrorPtr)> done) { operations->insert(arrivals, std::move(done)); }));
+        return *wait(call([&](std::function<void(Result, ErrorPtr)> done) {
+            operations->insert(arrivals, std::move(done));
+        }));
     }
-    Merged receive(const std::string& text, std::int64_t sentAt, const VXIMConversationId& conversation = bob) {
-        return insert({{.conversation = conversation, .payload = payload(text, sentAt, "bob")}}).front();
+    Merged receive(const std::string& text, std::int64_t sentAt,
+                   const VXIMConversationId& conversation = bob) {
+        return insert({{.conversation = conversation, .payload = payload(text, sentAt, "bob")}})
+            .front();
     }
     Merged echo(Dictionary sent, const VXIMConversationId& conversation = bob) {
         sent.set("from", Dictionary{{"id", "alice"}, {"type", 0}});
-        return insert({{.conversation = conversation, .payload = sent, .direction = VXIMStoredMessageOutgoing}}).front();
+        return insert({{.conversation = conversation,
+                        .payload = sent,
+                        .direction = VXIMStoredMessageOutgoing}})
+            .front();
     }
-    VXIMStoredMessage write(const std::string& text, std::int64_t sentAt, const std::string& key = {},
-                            std::vector<std::string> files = {}) {
-        return *wait(call(&Operations::addOutgoing, shared(), bob, payload(text, sentAt, {}, key), std::move(files)));
+    VXIMStoredMessage write(const std::string& text, std::int64_t sentAt,
+                            const std::string& key = {}, std::vector<std::string> files = {}) {
+        return *wait(call(&Operations::addOutgoing, shared(), bob, payload(text, sentAt, {}, key),
+                          std::move(files)));
     }
     VXIMStoredMessage change(std::int64_t id, Change what) {
         return *wait(call(&Operations::change, shared(), id, std::move(what)));
@@ -96,11 +104,16 @@ protected:
                                           const VXIMConversationId& id = bob) {
         return *wait(call(&VXIMMessageStore::messagesBefore, store, id, position, limit));
     }
-    std::vector<VXIMStoredMessage> after(std::optional<VXIMStorePosition> position, int limit, const VXIMConversationId& id = bob) {
+    std::vector<VXIMStoredMessage> after(std::optional<VXIMStorePosition> position, int limit,
+                                         const VXIMConversationId& id = bob) {
         return *wait(call(&VXIMMessageStore::messagesAfter, store, id, position, limit));
     }
-    std::vector<VXIMStoredMessage> search(VXIMMessageSearch what) { return *wait(call(&VXIMMessageStore::search, store, what)); }
-    std::vector<VXIMConversation> conversations() { return *wait(call(&VXIMMessageStore::conversations, store)); }
+    std::vector<VXIMStoredMessage> search(VXIMMessageSearch what) {
+        return *wait(call(&VXIMMessageStore::search, store, what));
+    }
+    std::vector<VXIMConversation> conversations() {
+        return *wait(call(&VXIMMessageStore::conversations, store));
+    }
     std::shared_ptr<Operations> shared() { return {std::shared_ptr<void>(), &*operations}; }
 
     /// "one two": the texts, in their order.

@@ -38,7 +38,8 @@ TLSIdentity toPEM(X509* certificate, EVP_PKEY* key) {
     return {drain(certificateText), drain(keyText), false};
 }
 
-void addExtension(X509* certificate, X509* issuer, const std::string& kind, const std::string& value) {
+void addExtension(X509* certificate, X509* issuer, const std::string& kind,
+                  const std::string& value) {
     X509V3_CTX context;
     X509V3_set_ctx(&context, issuer, certificate, nullptr, nullptr, 0);
     X509_EXTENSION* extension = X509V3_EXT_conf(nullptr, &context, kind.c_str(), value.c_str());
@@ -47,7 +48,8 @@ void addExtension(X509* certificate, X509* issuer, const std::string& kind, cons
     X509_EXTENSION_free(extension);
 }
 
-Certificate makeCertificate(EVP_PKEY* key, const std::string& name, std::chrono::hours startsIn, std::chrono::hours endsIn) {
+Certificate makeCertificate(EVP_PKEY* key, const std::string& name, std::chrono::hours startsIn,
+                            std::chrono::hours endsIn) {
     Certificate certificate(X509_new());
     X509_set_version(certificate.get(), 2);
     std::uint64_t serial = 0;
@@ -62,13 +64,15 @@ Certificate makeCertificate(EVP_PKEY* key, const std::string& name, std::chrono:
 }
 
 bool isAddress(const std::string& host) {
-    return !host.empty() && (std::isdigit(static_cast<unsigned char>(host.back())) || host.find(':') != std::string::npos);
+    return !host.empty() && (std::isdigit(static_cast<unsigned char>(host.back())) ||
+                             host.find(':') != std::string::npos);
 }
 
 Key makeKey(const std::string& kind) {
     EVP_PKEY* key = nullptr;
     if (kind.starts_with("RSA")) {
-        key = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<std::size_t>(std::stoul(kind.substr(3))));
+        key = EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA",
+                                static_cast<std::size_t>(std::stoul(kind.substr(3))));
     } else if (kind == "ED25519") {
         key = EVP_PKEY_Q_keygen(nullptr, nullptr, "ED25519");
     } else {
@@ -80,7 +84,8 @@ Key makeKey(const std::string& kind) {
 
 void sign(X509* certificate, EVP_PKEY* signing, const std::string& digest) {
     const EVP_MD* const method = digest.empty() ? nullptr : EVP_get_digestbyname(digest.c_str());
-    if (!X509_sign(certificate, signing, method)) throw std::runtime_error("cannot sign a certificate over " + digest);
+    if (!X509_sign(certificate, signing, method))
+        throw std::runtime_error("cannot sign a certificate over " + digest);
 }
 
 void addExactName(X509* certificate, const std::string& name) {
@@ -95,17 +100,21 @@ void addExactName(X509* certificate, const std::string& name) {
 }
 
 /// Without an `issuer` the certificate is its own.
-TLSIdentity issueTo(EVP_PKEY* key, const CertificateAuthority::Options& options, X509* issuer, EVP_PKEY* signing) {
-    const Certificate certificate = makeCertificate(key, options.host, options.startsIn, options.endsIn);
+TLSIdentity issueTo(EVP_PKEY* key, const CertificateAuthority::Options& options, X509* issuer,
+                    EVP_PKEY* signing) {
+    const Certificate certificate =
+        makeCertificate(key, options.host, options.startsIn, options.endsIn);
     X509* issuing = issuer ? issuer : certificate.get();
     X509_set_issuer_name(certificate.get(), X509_get_subject_name(issuing));
     const std::string name = (isAddress(options.host) ? "IP:" : "DNS:") + options.host;
     if (!options.exactName.empty()) {
         addExactName(certificate.get(), options.exactName);
     } else if (!options.isOldForm) {
-        addExtension(certificate.get(), issuing, "subjectAltName", options.names.empty() ? name : options.names);
+        addExtension(certificate.get(), issuing, "subjectAltName",
+                     options.names.empty() ? name : options.names);
     }
-    for (const auto& [kind, value] : options.extensions) addExtension(certificate.get(), issuing, kind, value);
+    for (const auto& [kind, value] : options.extensions)
+        addExtension(certificate.get(), issuing, kind, value);
     sign(certificate.get(), signing, options.digest);
     return toPEM(certificate.get(), key);
 }
@@ -117,12 +126,16 @@ struct CertificateAuthority::Keys {
     Certificate certificate;
 };
 
-CertificateAuthority::CertificateAuthority(const std::string& name) : CertificateAuthority(name, nullptr, {}) {}
+CertificateAuthority::CertificateAuthority(const std::string& name)
+    : CertificateAuthority(name, nullptr, {}) {}
 
-CertificateAuthority::CertificateAuthority(const std::string& name, const CertificateAuthority& issuer)
+CertificateAuthority::CertificateAuthority(const std::string& name,
+                                           const CertificateAuthority& issuer)
     : CertificateAuthority(name, &issuer, {}) {}
 
-CertificateAuthority::CertificateAuthority(const std::string& name, const CertificateAuthority* issuer, const Options& options)
+CertificateAuthority::CertificateAuthority(const std::string& name,
+                                           const CertificateAuthority* issuer,
+                                           const Options& options)
     : keys_(std::make_unique<Keys>()) {
     keys_->key = makeKey(options.key);
     EVP_PKEY* key = keys_->key.get();
@@ -132,8 +145,9 @@ CertificateAuthority::CertificateAuthority(const std::string& name, const Certif
     X509_set_issuer_name(certificate, X509_get_subject_name(issuing));
     auto extensions = options.extensions;
     if (extensions.empty()) {
-        extensions = {
-            {"basicConstraints", "critical,CA:TRUE"}, {"keyUsage", "critical,keyCertSign"}, {"subjectKeyIdentifier", "hash"}};
+        extensions = {{"basicConstraints", "critical,CA:TRUE"},
+                      {"keyUsage", "critical,keyCertSign"},
+                      {"subjectKeyIdentifier", "hash"}};
     }
     for (const auto& [kind, value] : extensions) addExtension(certificate, issuing, kind, value);
     sign(certificate, issuer ? issuer->keys_->key.get() : key, options.digest);

@@ -22,10 +22,14 @@ public:
         std::string host = "127.0.0.1";  ///< the one name or address that the certificate is for
         std::chrono::hours startsIn{-24};
         std::chrono::hours endsIn{24};
-        bool isOldForm = false;   ///< it stands in the subject only, as it did before RFC 2818
-        std::string names{};      ///< in place of the host: "DNS:a.example,IP:10.0.0.1", as in OpenSSL's configuration files
-        std::string exactName{};  ///< a DNS name whose bytes those files could not hold
-        /// Further ones: OpenSSL's name for each, and its value. For an authority they take the place of the usual ones.
+        /// it stands in the subject only, as it did before RFC 2818
+        bool isOldForm = false;
+        /// in place of the host: "DNS:a.example,IP:10.0.0.1", as in OpenSSL's configuration files
+        std::string names{};
+        /// a DNS name whose bytes those files could not hold
+        std::string exactName{};
+        /// Further ones: OpenSSL's name for each, and its value. For an authority they take the
+        /// place of the usual ones.
         std::vector<std::pair<std::string, std::string>> extensions{};
         std::string key{"P-256"};      ///< a curve's name, "ED25519", or "RSA" and a number of bits
         std::string digest{"SHA256"};  ///< that its issuer signs; empty for ED25519
@@ -34,8 +38,10 @@ public:
     explicit CertificateAuthority(const std::string& name = "Test authority");
     /// One that another vouches for.
     CertificateAuthority(const std::string& name, const CertificateAuthority& issuer);
-    /// One with flaws; `options` counts but for the host and its names. Without an `issuer` it is a root.
-    CertificateAuthority(const std::string& name, const CertificateAuthority* issuer, const Options& options);
+    /// One with flaws; `options` counts but for the host and its names. Without an `issuer` it is a
+    /// root.
+    CertificateAuthority(const std::string& name, const CertificateAuthority* issuer,
+                         const Options& options);
     ~CertificateAuthority();
 
     /// What a client must trust.

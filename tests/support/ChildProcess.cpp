@@ -17,7 +17,8 @@ namespace vexim::testing {
 
 ChildProcess::ChildProcess(std::vector<std::string> words) {
     std::array<int, 2> in{}, out{};
-    if (::pipe2(in.data(), O_CLOEXEC) != 0 || ::pipe2(out.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    if (::pipe2(in.data(), O_CLOEXEC) != 0 || ::pipe2(out.data(), O_CLOEXEC) != 0)
+        throw std::runtime_error("no pipe");
     posix_spawn_file_actions_t actions;
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
@@ -25,7 +26,8 @@ ChildProcess::ChildProcess(std::vector<std::string> words) {
     std::vector<char*> arguments;
     for (auto& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
-    const int failure = ::posix_spawnp(&process_, arguments[0], &actions, nullptr, arguments.data(), environ);
+    const int failure =
+        ::posix_spawnp(&process_, arguments[0], &actions, nullptr, arguments.data(), environ);
     ::posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);
@@ -64,7 +66,8 @@ std::optional<std::string> ChildProcess::readLine() {
 
 void ChildProcess::writeLine(std::string line) {
     line += '\n';
-    if (::write(input_, line.data(), line.size()) < 0) throw std::runtime_error("the child is gone");
+    if (::write(input_, line.data(), line.size()) < 0)
+        throw std::runtime_error("the child is gone");
 }
 
 void ChildProcess::closeInput() {

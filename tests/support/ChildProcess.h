@@ -8,16 +8,19 @@
 
 namespace vexim::testing {
 
-/// A program that runs beside the test, which talks with it in lines. It is killed with this object, if it has not ended.
+/// A program that runs beside the test, which talks with it in lines. It is killed with this
+/// object, if it has not ended.
 class ChildProcess {
 public:
-    /// `words` are the program, looked for in the PATH, and its arguments. Throws std::runtime_error when it cannot be started.
+    /// `words` are the program, looked for in the PATH, and its arguments. Throws
+    /// std::runtime_error when it cannot be started.
     explicit ChildProcess(std::vector<std::string> words);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    /// The next line of its standard output, without the end; nullopt when none comes within seconds.
+    /// The next line of its standard output, without the end; nullopt when none comes within
+    /// seconds.
     std::optional<std::string> readLine();
     /// To its standard input. Throws std::runtime_error when it is gone.
     void writeLine(std::string line);

@@ -10,11 +10,13 @@ namespace vexim::testing {
 namespace {
 
 std::mutex mutex;
-// Of the running test: those that must run and have not. What has run is forgotten, so that counting a hundred thousand
-// completions takes no memory.
+// Of the running test: those that must run and have not. What has run is forgotten, so that
+// counting a hundred thousand completions takes no memory.
 std::unordered_set<std::shared_ptr<CompletionWatch>> pending;
 
-std::string place(std::source_location where) { return std::string(where.file_name()) + ":" + std::to_string(where.line()); }
+std::string place(std::source_location where) {
+    return std::string(where.file_name()) + ":" + std::to_string(where.line());
+}
 
 }  // namespace
 
@@ -30,7 +32,9 @@ void CompletionWatch::called() {
         std::lock_guard lock(mutex);
         pending.erase(shared_from_this());
     }
-    if (++calls_ > 1) ADD_FAILURE() << "the completion given at " << place(where_) << " ran " << calls_ << " times";
+    if (++calls_ > 1)
+        ADD_FAILURE() << "the completion given at " << place(where_) << " ran " << calls_
+                      << " times";
     if (!MainQueue::shared().isMainThread())
         ADD_FAILURE() << "the completion given at " << place(where_) << " ran off the main thread";
 }

@@ -12,7 +12,8 @@
 
 namespace vexim::testing {
 
-/// Counts the calls of one completion. It fails the test at a second call and at a call off the main thread.
+/// Counts the calls of one completion. It fails the test at a second call and at a call off the
+/// main thread.
 class CompletionWatch : public std::enable_shared_from_this<CompletionWatch> {
 public:
     enum class Runs { ExactlyOnce, AtMostOnce };
@@ -31,13 +32,15 @@ private:
 
 template <class Completion>
 auto watched(CompletionWatch::Runs runs, Completion completion, std::source_location where) {
-    return [watch = CompletionWatch::make(runs, where), completion = std::move(completion)](auto&&... arguments) mutable {
+    return [watch = CompletionWatch::make(runs, where),
+            completion = std::move(completion)](auto&&... arguments) mutable {
         watch->called();
         return std::invoke(completion, std::forward<decltype(arguments)>(arguments)...);
     };
 }
 
-/// Wraps a completion: the test fails when it runs twice, off the main thread, or not at all by the test's end.
+/// Wraps a completion: the test fails when it runs twice, off the main thread, or not at all by the
+/// test's end.
 ///
 ///     request->sendWithCompletion(once([&](vexim::Value result, vexim::ErrorPtr error) { … }));
 template <class Completion>
@@ -47,7 +50,8 @@ auto once(Completion completion, std::source_location where = std::source_locati
 
 /// For the operations that are described as sometimes never calling back.
 template <class Completion>
-auto atMostOnce(Completion completion, std::source_location where = std::source_location::current()) {
+auto atMostOnce(Completion completion,
+                std::source_location where = std::source_location::current()) {
     return watched(CompletionWatch::Runs::AtMostOnce, std::move(completion), where);
 }
 

@@ -21,12 +21,15 @@ inline std::string json(const Value& value) {
 
 inline Dictionary dictionaryFrom(std::string_view text) {
     const JSONResult result = parseJSON(text);
-    if (!result.value.isDictionary()) throw std::invalid_argument("no JSON object: " + std::string(text));
+    if (!result.value.isDictionary())
+        throw std::invalid_argument("no JSON object: " + std::string(text));
     return *result.value.asDictionary();
 }
 
 /// "domain code", or "ok".
-inline std::string describe(const ErrorPtr& error) { return error ? error->domain() + " " + std::to_string(error->code()) : "ok"; }
+inline std::string describe(const ErrorPtr& error) {
+    return error ? error->domain() + " " + std::to_string(error->code()) : "ok";
+}
 
 /// "user u1" and the like; every id that is set is shown.
 inline std::string describe(const VXIMMessageTarget& target) {
@@ -38,7 +41,8 @@ inline std::string describe(const VXIMMessageTarget& target) {
 }
 
 inline std::string describe(const VXIMMessage& message) {
-    return "from " + describe(*message.sender()) + ", to " + describe(*message.receiver()) + ": " + message.text().value_or("nil");
+    return "from " + describe(*message.sender()) + ", to " + describe(*message.receiver()) + ": " +
+           message.text().value_or("nil");
 }
 
 }  // namespace vexim::testing

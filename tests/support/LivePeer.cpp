@@ -9,12 +9,15 @@
 namespace vexim::testing {
 
 std::string LivePeer::acceptKeyFor(const WireRequest& request) {
-    const std::string text = request.header("Sec-WebSocket-Key") + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";  // RFC 6455, 4.2.2
+    // RFC 6455, 4.2.2
+    const std::string text =
+        request.header("Sec-WebSocket-Key") + "258EAFA5-E914-47DA-95CA-C5AB0DC85B11";
     std::array<unsigned char, SHA_DIGEST_LENGTH> digest{};
     SHA1(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest.data());
     std::array<unsigned char, 4 * ((SHA_DIGEST_LENGTH + 2) / 3) + 1> encoded{};
     const int length = EVP_EncodeBlock(encoded.data(), digest.data(), SHA_DIGEST_LENGTH);
-    return std::string(reinterpret_cast<const char*>(encoded.data()), static_cast<std::size_t>(length));
+    return std::string(reinterpret_cast<const char*>(encoded.data()),
+                       static_cast<std::size_t>(length));
 }
 
 bool LivePeer::acceptWebSocket(std::string_view fields, std::string_view behind) {
@@ -25,7 +28,9 @@ bool LivePeer::acceptWebSocket(std::string_view fields, std::string_view behind)
         acceptKeyFor(*request_) + "\r\n" + std::string(fields) + "\r\n" + std::string(behind));
 }
 
-bool LivePeer::open(std::string_view openPacket) { return acceptWebSocket({}, frame(Text, openPacket)); }
+bool LivePeer::open(std::string_view openPacket) {
+    return acceptWebSocket({}, frame(Text, openPacket));
+}
 
 bool LivePeer::join() {
     if (!open()) return false;
@@ -60,14 +65,16 @@ void LivePeer::waitForClose() {
     connection_.waitForClose();
 }
 
-std::string LivePeer::frame(Opcode opcode, std::string_view payload, std::optional<unsigned char> first) {
+std::string LivePeer::frame(Opcode opcode, std::string_view payload,
+                            std::optional<unsigned char> first) {
     std::string bytes(1, static_cast<char>(first.value_or(0x80 | opcode)));
     if (payload.size() < 126) {
         bytes += static_cast<char>(payload.size());
     } else {
         const bool isLong = payload.size() > 0xFFFF;
         bytes += static_cast<char>(isLong ? 127 : 126);
-        for (int shift = isLong ? 56 : 8; shift >= 0; shift -= 8) bytes += static_cast<char>(payload.size() >> shift);
+        for (int shift = isLong ? 56 : 8; shift >= 0; shift -= 8)
+            bytes += static_cast<char>(payload.size() >> shift);
     }
     return bytes.append(payload);
 }

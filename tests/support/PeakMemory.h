@@ -5,8 +5,8 @@
 
 namespace vexim::testing {
 
-/// How far the process's resident memory has risen above where it stood. Sanitizers keep freed memory: with one, nothing is
-/// measured.
+/// How far the process's resident memory has risen above where it stood. Sanitizers keep freed
+/// memory: with one, nothing is measured.
 class PeakMemory {
 public:
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -19,7 +19,9 @@ public:
         std::ofstream("/proc/self/clear_refs") << "5";  // forgets the peak so far
         start_ = read("VmRSS:");
     }
-    double grownMiB() const { return kIsMeasured ? static_cast<double>(read("VmHWM:") - start_) / 1024 : 0; }
+    double grownMiB() const {
+        return kIsMeasured ? static_cast<double>(read("VmHWM:") - start_) / 1024 : 0;
+    }
 
 private:
     static long read(const std::string& key) {

@@ -10,8 +10,8 @@
 
 namespace vexim::testing {
 
-/// A REST service that answers every request alike and remembers what it was asked. While it lives it is the service of the
-/// shared configuration.
+/// A REST service that answers every request alike and remembers what it was asked. While it lives
+/// it is the service of the shared configuration.
 class RecordingService {
 public:
     RecordingService() {
@@ -32,11 +32,13 @@ public:
         answer_ = {.status = status, .body = Data(body)};
     }
 
-    /// The requests since the last call, as "METHOD target body" (without a blank at the end where there is no body).
+    /// The requests since the last call, as "METHOD target body" (without a blank at the end where
+    /// there is no body).
     std::vector<std::string> takeRequests() {
         std::vector<std::string> lines;
         for (const auto& [method, path, query, headers, body] : service_.requests()) {
-            lines.push_back(method + " " + path + (query.empty() ? "" : "?" + query) + (body.empty() ? "" : " " + body));
+            lines.push_back(method + " " + path + (query.empty() ? "" : "?" + query) +
+                            (body.empty() ? "" : " " + body));
         }
         service_.forgetWhatCame();
         return lines;

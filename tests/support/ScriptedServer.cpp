@@ -24,8 +24,9 @@ namespace vexim::testing {
 namespace {
 
 bool sameName(std::string_view a, std::string_view b) {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](unsigned char x, unsigned char y) {
+        return std::tolower(x) == std::tolower(y);
+    });
 }
 
 int listenOnLoopback(std::uint16_t& port) {
@@ -34,8 +35,10 @@ int listenOnLoopback(std::uint16_t& port) {
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
-    if (listener < 0 || ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener, 256) != 0 || ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+    if (listener < 0 ||
+        ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(listener, 256) != 0 ||
+        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
         throw std::runtime_error("cannot listen on loopback");
     }
     port = ntohs(address.sin_port);
@@ -45,8 +48,10 @@ int listenOnLoopback(std::uint16_t& port) {
 SSL_CTX* makeContext(const TLSIdentity& identity) {
     SSL_CTX* context = SSL_CTX_new(TLS_server_method());
     SSL_CTX_set_security_level(context, 0);  // what is too weak is for the client to say
-    BIO* certificateText = BIO_new_mem_buf(identity.certificatePEM.data(), static_cast<int>(identity.certificatePEM.size()));
-    BIO* keyText = BIO_new_mem_buf(identity.privateKeyPEM.data(), static_cast<int>(identity.privateKeyPEM.size()));
+    BIO* certificateText = BIO_new_mem_buf(identity.certificatePEM.data(),
+                                           static_cast<int>(identity.certificatePEM.size()));
+    BIO* keyText = BIO_new_mem_buf(identity.privateKeyPEM.data(),
+                                   static_cast<int>(identity.privateKeyPEM.size()));
     X509* certificate = PEM_read_bio_X509(certificateText, nullptr, nullptr, nullptr);
     EVP_PKEY* key = PEM_read_bio_PrivateKey(keyText, nullptr, nullptr, nullptr);
     SSL_CTX_use_certificate(context, certificate);
@@ -111,7 +116,10 @@ struct ScriptedServer::Connection::Impl {
     SSL* ssl = nullptr;
     std::string buffer;  // read, not asked for yet
 
-    Impl(ScriptedServer::Impl& owner, int socket, int number) : server(owner), fd(socket), index(number) {}
+    Impl(ScriptedServer::Impl& owner, int socket, int number)
+        : server(owner),
+          fd(socket),
+          index(number) {}
     ~Impl() {
         if (ssl) {
             if (fd >= 0) SSL_shutdown(ssl);
@@ -160,8 +168,11 @@ struct ScriptedServer::Connection::Impl {
         while (!bytes.empty() && fd >= 0) {
             ssize_t count = 0;
             if (ssl) {
-                count = repeat(
-                    [&] { return SSL_write(ssl, bytes.data(), static_cast<int>(std::min<std::size_t>(bytes.size(), 1 << 20))); });
+                count = repeat([&] {
+                    return SSL_write(
+                        ssl, bytes.data(),
+                        static_cast<int>(std::min<std::size_t>(bytes.size(), 1 << 20)));
+                });
             } else {
                 count = ::send(fd, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
                 if (count < 0 && errno == EAGAIN) {
@@ -248,7 +259,8 @@ std::optional<WireRequest> ScriptedServer::Connection::readHead() {
         } else {
             const auto colon = line.find(':');
             const auto value = line.find_first_not_of(' ', colon + 1);
-            request.headers.emplace_back(line.substr(0, colon), value == std::string::npos ? "" : line.substr(value));
+            request.headers.emplace_back(line.substr(0, colon),
+                                         value == std::string::npos ? "" : line.substr(value));
         }
     }
     return request;
@@ -274,7 +286,8 @@ std::string ScriptedServer::Connection::readSome(std::size_t most) {
 
 bool ScriptedServer::Connection::write(std::string_view bytes) { return impl_->write(bytes); }
 
-bool ScriptedServer::Connection::answer(int status, std::string_view body, std::string_view headers) {
+bool ScriptedServer::Connection::answer(int status, std::string_view body,
+                                        std::string_view headers) {
     return write(text(status, body, headers));
 }
 
@@ -296,7 +309,8 @@ bool ScriptedServer::Connection::pause(std::chrono::milliseconds time) {
     return ::poll(&stop, 1, static_cast<int>(time.count())) == 0;
 }
 
-ScriptedServer::ScriptedServer(Script script, std::optional<TLSIdentity> identity, std::function<bool(Connection&)> beforeHandshake)
+ScriptedServer::ScriptedServer(Script script, std::optional<TLSIdentity> identity,
+                               std::function<bool(Connection&)> beforeHandshake)
     : impl_(std::make_shared<Impl>()) {
     impl_->script = std::move(script);
     impl_->beforeHandshake = std::move(beforeHandshake);
@@ -316,10 +330,12 @@ std::uint16_t ScriptedServer::port() const { return impl_->port; }
 int ScriptedServer::connectionCount() const { return impl_->connections; }
 
 std::string ScriptedServer::url(std::string_view path) const {
-    return (impl_->tls ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(impl_->port) + std::string(path);
+    return (impl_->tls ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(impl_->port) +
+           std::string(path);
 }
 
-ScriptedServer::Script ScriptedServer::answering(std::function<std::string(const WireRequest&)> answer) {
+ScriptedServer::Script ScriptedServer::answering(
+    std::function<std::string(const WireRequest&)> answer) {
     return [answer = std::move(answer)](Connection& connection) {
         while (const auto request = connection.readRequest()) {
             if (!connection.write(answer(*request))) return;
@@ -328,8 +344,8 @@ ScriptedServer::Script ScriptedServer::answering(std::function<std::string(const
 }
 
 std::string ScriptedServer::text(int status, std::string_view body, std::string_view headers) {
-    std::string text =
-        "HTTP/1.1 " + std::to_string(status) + " Scripted\r\nContent-Length: " + std::to_string(body.size()) + "\r\n";
+    std::string text = "HTTP/1.1 " + std::to_string(status) +
+                       " Scripted\r\nContent-Length: " + std::to_string(body.size()) + "\r\n";
     text.append(headers).append("\r\n").append(body);
     return text;
 }

@@ -28,12 +28,13 @@ struct WireRequest {
     std::string header(std::string_view name) const;
 };
 
-/// A server on a free loopback port whose every connection is played by a script, on a thread of its own: what a well-kept
-/// server library would never send can be sent here. Plain or TLS.
+/// A server on a free loopback port whose every connection is played by a script, on a thread of
+/// its own: what a well-kept server library would never send can be sent here. Plain or TLS.
 ///
 ///     ScriptedServer server([](ScriptedServer::Connection& connection) {
 ///         connection.readRequest();
-///         connection.write("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhal");  // and the connection ends
+///         connection.write("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhal");  // and the
+///         connection ends
 ///     });
 class ScriptedServer {
 public:
@@ -70,8 +71,9 @@ public:
     };
     using Script = std::function<void(Connection&)>;
 
-    /// With an `identity` connections speak TLS; a failed handshake ends one before its script. `beforeHandshake` plays the bare
-    /// connection; when it answers false, there is no handshake and the connection ends.
+    /// With an `identity` connections speak TLS; a failed handshake ends one before its script.
+    /// `beforeHandshake` plays the bare connection; when it answers false, there is no handshake
+    /// and the connection ends.
     explicit ScriptedServer(Script script, std::optional<TLSIdentity> identity = std::nullopt,
                             std::function<bool(Connection&)> beforeHandshake = nullptr);
     ScriptedServer(const ScriptedServer&) = delete;
@@ -83,7 +85,8 @@ public:
     std::string url(std::string_view path = "/") const;
     int connectionCount() const;
 
-    /// A script that answers every request, on one connection after the other, by `answer`: status, headers and body as a whole.
+    /// A script that answers every request, on one connection after the other, by `answer`: status,
+    /// headers and body as a whole.
     static Script answering(std::function<std::string(const WireRequest&)> answer);
     /// The same as text: "HTTP/1.1 200 OK", Content-Length, `headers`, `body`.
     static std::string text(int status, std::string_view body, std::string_view headers = {});

@@ -22,7 +22,9 @@ private:
 
 }  // namespace
 
-SeededRandom::SeededRandom(std::uint32_t seed) : source_(std::make_shared<Source>(seed)) { Random::setShared(source_); }
+SeededRandom::SeededRandom(std::uint32_t seed) : source_(std::make_shared<Source>(seed)) {
+    Random::setShared(source_);
+}
 
 SeededRandom::~SeededRandom() { Random::setShared(nullptr); }
 

@@ -31,7 +31,8 @@ inline std::vector<PageExample> examplesIn(const std::string& page) {
         end = page.find(fence, start - 1);
         if (start == 0 || end == std::string::npos) break;
         const std::string name = page.substr(kind, start - 1 - kind);
-        if (name == "http" || name == "live") examples.push_back({name, page.substr(start, end - start), start});
+        if (name == "http" || name == "live")
+            examples.push_back({name, page.substr(start, end - start), start});
         end += fence.size();
     }
     return examples;

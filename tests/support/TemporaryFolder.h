@@ -27,9 +27,14 @@ public:
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     const std::filesystem::path& path() const noexcept { return path_; }
-    std::filesystem::path operator/(const std::filesystem::path& name) const { return path_ / name; }
+    std::filesystem::path operator/(const std::filesystem::path& name) const {
+        return path_ / name;
+    }
     /// How many files and folders are in it.
-    std::size_t count() const { return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(path_), {})); }
+    std::size_t count() const {
+        return static_cast<std::size_t>(
+            std::distance(std::filesystem::directory_iterator(path_), {}));
+    }
 
 private:
     std::filesystem::path path_;

@@ -15,25 +15,38 @@ struct Wrong {
     std::string text;
 };
 
-/// `right` with every wrong kind in every place, one at a time: the whole, each field at each depth, each element. In the last
-/// one of a place nothing stands there at all.
+/// `right` with every wrong kind in every place, one at a time: the whole, each field at each
+/// depth, each element. In the last one of a place nothing stands there at all.
 inline std::vector<Wrong> everyWrongKind(const Value& right) {
     // As text, because some are more than a Value holds.
-    static const std::vector<std::string> kinds = {
-        "null",  "true",         "-1", "0.5",       "1e300", "18446744073709551615",           "123456789012345678901234567890",
-        R"("")", R"("x\u0000")", "[]", "[null,{}]", "{}",    R"({"id":[],"type":{},"name":0})"};
+    static const std::vector<std::string> kinds = {"null",
+                                                   "true",
+                                                   "-1",
+                                                   "0.5",
+                                                   "1e300",
+                                                   "18446744073709551615",
+                                                   "123456789012345678901234567890",
+                                                   R"("")",
+                                                   R"("x\u0000")",
+                                                   "[]",
+                                                   "[null,{}]",
+                                                   "{}",
+                                                   R"({"id":[],"type":{},"name":0})"};
     static const std::string mark = "wrong kind";
     std::vector<Wrong> all;
     // `rebuild` puts a value into the place and gives the whole.
-    const std::function<void(const Value&, const std::string&, const std::function<Value(Value)>&)> visit =
-        [&](const Value& node, const std::string& place, const std::function<Value(Value)>& rebuild) {
+    const std::function<void(const Value&, const std::string&, const std::function<Value(Value)>&)>
+        visit = [&](const Value& node, const std::string& place,
+                    const std::function<Value(Value)>& rebuild) {
             const std::string marked = writeJSON(rebuild(mark), JSONFragments::Allow).text;
             const auto start = marked.find('"' + mark + '"');
             for (const auto& kind : kinds) {
-                all.push_back({place + " " + kind, std::string(marked).replace(start, mark.size() + 2, kind)});
+                all.push_back({place + " " + kind,
+                               std::string(marked).replace(start, mark.size() + 2, kind)});
             }
             const Value without = rebuild(nullptr);
-            all.push_back({place + " absent", without.isNil() ? "" : writeJSON(without, JSONFragments::Allow).text});
+            all.push_back({place + " absent",
+                           without.isNil() ? "" : writeJSON(without, JSONFragments::Allow).text});
             if (const Dictionary* fields = node.asDictionary()) {
                 for (const auto& [key, field] : *fields) {
                     visit(field, place + "/" + std::string(key), [&, key = key](Value value) {

@@ -6,6 +6,7 @@
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new vexim::testing::CompletionListener);
-    vexim::MainQueue::shared().drain();  // the thread that runs the queue is the main thread: this one
+    // the thread that runs the queue is the main thread: this one
+    vexim::MainQueue::shared().drain();
     return RUN_ALL_TESTS();
 }

@@ -26,10 +26,13 @@ class FakeServiceTest : public ::testing::Test {
 protected:
     ~FakeServiceTest() override { vxim_configuration = nullptr; }
 
-    std::shared_ptr<Person> newPerson(const std::function<void(VXIMClientConfiguration&)>& configure = {}) {
+    std::shared_ptr<Person> newPerson(
+        const std::function<void(VXIMClientConfiguration&)>& configure = {}) {
         return Person::make(service.url(), configure);
     }
-    std::shared_ptr<Person> loggedIn(const std::string& user, const std::function<void(VXIMClientConfiguration&)>& configure = {}) {
+    std::shared_ptr<Person> loggedIn(
+        const std::string& user,
+        const std::function<void(VXIMClientConfiguration&)>& configure = {}) {
         auto person = newPerson(configure);
         person->client->loginWithUserId(user, {});
         EXPECT_TRUE(person->hears("didLogin"));
@@ -42,7 +45,8 @@ protected:
         const auto group = VXIMGroup::groupWithId("demo-group");
         group->fetchWithBlock(once([&](bool, const ErrorPtr& error) {
             outcome = describe(error);
-            if (error && error->underlyingError()) outcome += " < " + describe(error->underlyingError());
+            if (error && error->underlyingError())
+                outcome += " < " + describe(error->underlyingError());
         }));
         EXPECT_TRUE(clock.runUntil([&] { return !outcome.empty(); }));
         return outcome;
@@ -60,9 +64,12 @@ TEST_F(FakeServiceTest, ScriptsAndFaultsHitTheRequestsTheyFitAsOftenAsTheySay) {
         std::size_t requests;  // 0: libcurl may have repeated some by itself
     } cases[] = {
         {"nothing is scripted", [](FakeService&) {}, "ok", 1},
-        {"another method", [](FakeService& s) { s.answer("PUT", "/groups/:id", {.status = 404}); }, "ok", 1},
-        {"another path", [](FakeService& s) { s.answer("GET", "/groups/:id/members", {.status = 404}); }, "ok", 1},
-        {"another part", [](FakeService& s) { s.answer("GET", "/groups/other", {.status = 404}); }, "ok", 1},
+        {"another method", [](FakeService& s) { s.answer("PUT", "/groups/:id", {.status = 404}); },
+         "ok", 1},
+        {"another path",
+         [](FakeService& s) { s.answer("GET", "/groups/:id/members", {.status = 404}); }, "ok", 1},
+        {"another part", [](FakeService& s) { s.answer("GET", "/groups/other", {.status = 404}); },
+         "ok", 1},
         {"any method and path", [](FakeService& s) { s.answer("", "", {.status = 404}); },
          "VXErrorDomain 100 < NSURLErrorDomain -1011", 1},
         {"never", [](FakeService& s) { s.answer("", "", {.status = 404}, 0); }, "ok", 1},
@@ -76,8 +83,9 @@ TEST_F(FakeServiceTest, ScriptsAndFaultsHitTheRequestsTheyFitAsOftenAsTheySay) {
          "VXErrorDomain 7 < NSURLErrorDomain -1011", 3},
         {"always", [](FakeService& s) { s.answer("", "", {.status = 503}, FakeService::kAlways); },
          "VXErrorDomain 100 < NSURLErrorDomain -1011", 3},
-        {"what is no JSON", [](FakeService& s) { s.answer("", "", {.body = Data(std::string_view("{"))}); }, "VXIMErrorDomain 2",
-         1},
+        {"what is no JSON",
+         [](FakeService& s) { s.answer("", "", {.body = Data(std::string_view("{"))}); },
+         "VXIMErrorDomain 2", 1},
         {"made for the request",
          [](FakeService& s) {
              s.answer("GET", "/groups/:id", [](const FakeService::Request& request) {
@@ -86,13 +94,21 @@ TEST_F(FakeServiceTest, ScriptsAndFaultsHitTheRequestsTheyFitAsOftenAsTheySay) {
          },
          "VXErrorDomain 100 < NSURLErrorDomain -1011", 1},
         {"a script that throws",
-         [](FakeService& s) { s.answer("", "", [](const FakeService::Request&) -> Answer { throw std::runtime_error("oops"); }); },
+         [](FakeService& s) {
+             s.answer("", "", [](const FakeService::Request&) -> Answer {
+                 throw std::runtime_error("oops");
+             });
+         },
          "VXErrorDomain 1901 < NSURLErrorDomain -1011", 3},
         {"closed once", [](FakeService& s) { s.fail("", "", Fault::Close); }, "ok", 0},
-        {"closed", [](FakeService& s) { s.fail("", "", Fault::Close, 9); }, "VXErrorDomain 100 < NSURLErrorDomain -1005", 0},
-        {"cut short", [](FakeService& s) { s.fail("", "", Fault::CutShort, 9); }, "VXErrorDomain 100 < NSURLErrorDomain -1005", 3},
-        {"silence", [](FakeService& s) { s.fail("", "", Fault::Silence, 9); }, "VXErrorDomain 100 < NSURLErrorDomain -1001", 3},
-        {"too late", [](FakeService& s) { s.delay("", "", 10min, 9); }, "VXErrorDomain 100 < NSURLErrorDomain -1001", 3},
+        {"closed", [](FakeService& s) { s.fail("", "", Fault::Close, 9); },
+         "VXErrorDomain 100 < NSURLErrorDomain -1005", 0},
+        {"cut short", [](FakeService& s) { s.fail("", "", Fault::CutShort, 9); },
+         "VXErrorDomain 100 < NSURLErrorDomain -1005", 3},
+        {"silence", [](FakeService& s) { s.fail("", "", Fault::Silence, 9); },
+         "VXErrorDomain 100 < NSURLErrorDomain -1001", 3},
+        {"too late", [](FakeService& s) { s.delay("", "", 10min, 9); },
+         "VXErrorDomain 100 < NSURLErrorDomain -1001", 3},
         {"late", [](FakeService& s) { s.delay("", "", 50s); }, "ok", 1},
     };
     for (const auto& each : cases) {
@@ -116,9 +132,11 @@ TEST_F(FakeServiceTest, WhatComesIsRecorded) {
     const auto request = service.requests()[0];
     EXPECT_EQ(request.method + " " + request.path + " " + json(request.json()),
               R"(POST /groups/demo-group/attributes {"name":"New name"})");
-    EXPECT_TRUE(request.headers.get("x-vx-request-sign").description().ends_with(",1700000000")) << "by the shared clock";
+    EXPECT_TRUE(request.headers.get("x-vx-request-sign").description().ends_with(",1700000000"))
+        << "by the shared clock";
 
-    for (const char* to : {"bob", "nobody"}) alice->client->sendMessageToFriend(VXIMMessage::messageWithText("hi"), to, {});
+    for (const char* to : {"bob", "nobody"})
+        alice->client->sendMessageToFriend(VXIMMessage::messageWithText("hi"), to, {});
     const auto withBytes = VXIMMessage::messageWithText("bytes");
     withBytes->payload().set("x", Data("bytes"));
     alice->client->sendMessageToFriend(withBytes, "bob", {});
@@ -130,13 +148,16 @@ TEST_F(FakeServiceTest, WhatComesIsRecorded) {
     std::string history;
     alice->client->currentUser()->getLatestChatsWithFriend(
         "bob", 2e9, 20, once([&](const auto& list, const ErrorPtr& error) {
-            history = error ? describe(error) : std::to_string(list->size()) + " " + list->front()->text().value_or("nil");
+            history =
+                error ? describe(error)
+                      : std::to_string(list->size()) + " " + list->front()->text().value_or("nil");
         }));
     ASSERT_TRUE(eventually([&] { return !history.empty(); }));
     EXPECT_EQ(history, "1 hi") << "what was refused is nowhere";
 
     service.forgetWhatCame();
-    EXPECT_TRUE(service.requests().empty() && service.logins().empty() && service.messages().empty());
+    EXPECT_TRUE(service.requests().empty() && service.logins().empty() &&
+                service.messages().empty());
 }
 
 TEST_F(FakeServiceTest, OtherPeopleActWithoutClients) {
@@ -165,19 +186,23 @@ TEST_F(FakeServiceTest, OtherPeopleActWithoutClients) {
     EXPECT_THROW(service.sayToGroup("bob", "g1", "no member"), std::invalid_argument);
     EXPECT_THROW(service.addFriendship("carol", "nobody"), std::invalid_argument);
     EXPECT_THROW(service.addUser({.id = "alice"}), std::invalid_argument);
-    EXPECT_THROW(service.answer("", "", {.body = std::numeric_limits<double>::quiet_NaN()}), std::invalid_argument);
+    EXPECT_THROW(service.answer("", "", {.body = std::numeric_limits<double>::quiet_NaN()}),
+                 std::invalid_argument);
 }
 
 TEST_F(FakeServiceTest, LoginsAreRefusedOrIgnoredWhenAsked) {
     const auto login = [&] {
         auto person = newPerson();
         std::string outcome;
-        person->client->loginWithUserId("alice", atMostOnce([&](bool succeeded, const ErrorPtr& error) {
-                                            outcome = (succeeded ? "yes " : "no ") + describe(error);
-                                        }));
+        person->client->loginWithUserId(
+            "alice", atMostOnce([&](bool succeeded, const ErrorPtr& error) {
+                outcome = (succeeded ? "yes " : "no ") + describe(error);
+            }));
         const auto logins = service.logins().size();
-        EXPECT_TRUE(eventually([&] { return !outcome.empty() || service.logins().size() > logins; }));
-        if (outcome.empty()) static_cast<void>(clock.runUntil([&] { return !outcome.empty(); }, 1min));
+        EXPECT_TRUE(
+            eventually([&] { return !outcome.empty() || service.logins().size() > logins; }));
+        if (outcome.empty())
+            static_cast<void>(clock.runUntil([&] { return !outcome.empty(); }, 1min));
         return outcome;
     };
     EXPECT_EQ(login(), "yes ok");
@@ -191,10 +216,12 @@ TEST_F(FakeServiceTest, LoginsAreRefusedOrIgnoredWhenAsked) {
 
 TEST_F(FakeServiceTest, AConnectionThatIsRefusedOrNeverComesUpIsAnError) {
     const std::pair<const char*, std::function<void(FakeService&)>> cases[] = {
-        {"an answer instead of the handshake", [](FakeService& s) { s.answer("GET", "/socket.io/", {.status = 503}); }},
+        {"an answer instead of the handshake",
+         [](FakeService& s) { s.answer("GET", "/socket.io/", {.status = 503}); }},
         {"closed", [](FakeService& s) { s.fail("GET", "/socket.io/", Fault::Close); }},
         {"cut short", [](FakeService& s) { s.fail("GET", "/socket.io/", Fault::CutShort); }},
-        {"silent, until the deadline", [](FakeService& s) { s.fail("GET", "/socket.io/", Fault::Silence); }},
+        {"silent, until the deadline",
+         [](FakeService& s) { s.fail("GET", "/socket.io/", Fault::Silence); }},
         {"down", [](FakeService& s) { s.stop(); }},
     };
     for (const auto& [why, script] : cases) {
@@ -202,8 +229,9 @@ TEST_F(FakeServiceTest, AConnectionThatIsRefusedOrNeverComesUpIsAnError) {
         script(service);
         auto alice = newPerson();
         bool failed = false;
-        NotificationCenter::defaultCenter().addObserver(alice, VXIMClientConnectionErrorNotification, alice->client.get(),
-                                                        [&failed](const Notification&) { failed = true; });
+        NotificationCenter::defaultCenter().addObserver(
+            alice, VXIMClientConnectionErrorNotification, alice->client.get(),
+            [&failed](const Notification&) { failed = true; });
         alice->client->loginWithUserId("alice", {});
         EXPECT_TRUE(clock.runUntil([&] { return failed; }, 21s));
         EXPECT_EQ(service.logins().size(), 0u);
@@ -217,7 +245,8 @@ TEST_F(FakeServiceTest, WhoLosesTheServiceComesBackWhenTheClockIsTurned) {
     EXPECT_EQ(service.dropConnections("bob"), 1u);
     EXPECT_EQ(service.connections("bob"), 0u);
     ASSERT_TRUE(bob->hears("didDisconnect"));
-    EXPECT_FALSE(MainQueue::shared().runUntil([&] { return service.connections("bob") > 0; }, 20ms)) << "time stands still";
+    EXPECT_FALSE(MainQueue::shared().runUntil([&] { return service.connections("bob") > 0; }, 20ms))
+        << "time stands still";
     EXPECT_TRUE(clock.runUntil([&] { return service.connections("bob") > 0; }, 2s));
     EXPECT_TRUE(bob->hears("didLogin"));
 }
@@ -230,11 +259,13 @@ TEST(FakeServiceHeartbeat, IsKeptUpByBothSidesAndMissedInSilence) {
         auto alice = Person::make(service.url(), {});
         alice->client->loginWithUserId("alice", {});
         ASSERT_TRUE(alice->hears("didLogin"));
-        EXPECT_FALSE(clock.runUntil([&] { return alice->client->status() != VXIMClientStatusOpened; }, 2min));
+        EXPECT_FALSE(clock.runUntil(
+            [&] { return alice->client->status() != VXIMClientStatusOpened; }, 2min));
 
         EXPECT_EQ(service.setSilent(true), 1u);
         const auto silentSince = clock.now();
-        EXPECT_TRUE(clock.runUntil([&] { return alice->client->status() == VXIMClientStatusPaused; }, 1min));
+        EXPECT_TRUE(clock.runUntil(
+            [&] { return alice->client->status() == VXIMClientStatusPaused; }, 1min));
         EXPECT_GE(clock.now() - silentSince, 20s);
         EXPECT_LE(clock.now() - silentSince, 46s);
         vxim_configuration = nullptr;
@@ -251,7 +282,8 @@ TEST(FakeServiceEnd, WaitsForNobodyWhoIsJustConnecting) {
             address.sin_family = AF_INET;
             address.sin_port = htons(port);
             address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-            const int socket = connected < 6 ? ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
+            const int socket =
+                connected < 6 ? ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
             if (::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0) {
                 open.push_back(socket);
                 ++connected;
@@ -264,7 +296,8 @@ TEST(FakeServiceEnd, WaitsForNobodyWhoIsJustConnecting) {
     std::thread connecting;
     for (int i = 0; i < 100; ++i) {
         const FakeService service;
-        port = static_cast<std::uint16_t>(std::stoi(service.url().substr(service.url().rfind(':') + 1)));
+        port = static_cast<std::uint16_t>(
+            std::stoi(service.url().substr(service.url().rfind(':') + 1)));
         connected = 0;
         if (!connecting.joinable()) connecting = std::thread(connect);
         EXPECT_TRUE(spinUntil([&] { return connected > i % 5; }));

@@ -1,4 +1,5 @@
-// Conversations: messages as the store has them, notices between them, files, what is unread; and the session's state.
+// Conversations: messages as the store has them, notices between them, files, what is unread; and
+// the session's state.
 
 #include "tests/tools/ChatFixture.h"
 #include "tools/vexim/chat/Roster.h"
@@ -22,7 +23,8 @@ TEST_F(ConversationTest, StandsNoticesWhereTheyBelongWhateverTheStoreHas) {
     Conversation conversation({Kind::Group, "g"});
     conversation.notice(messageFrom("", kNow + 15, "[notice]"));
     EXPECT_EQ(texts(conversation), "[notice]") << "before the store is open";
-    std::vector<Entry> messages = {messageFrom("bob", kNow, "a"), messageFrom("bob", kNow + 10, "b"),
+    std::vector<Entry> messages = {messageFrom("bob", kNow, "a"),
+                                   messageFrom("bob", kNow + 10, "b"),
                                    messageFrom("bob", kNow + 20, "c")};
     conversation.show(numbered(messages));
     EXPECT_EQ(texts(conversation), "a b [notice] c");
@@ -36,7 +38,8 @@ TEST_F(ConversationTest, StandsNoticesWhereTheyBelongWhateverTheStoreHas) {
     conversation.showGaps({});
     EXPECT_EQ(texts(conversation), "older a b [notice] c");
     conversation.notice(messageFrom("", kNow + 1, "[late]"));
-    EXPECT_EQ(conversation.entries().back().text, "[late]") << "what is said now stands at the end, whatever others' clocks say";
+    EXPECT_EQ(conversation.entries().back().text, "[late]")
+        << "what is said now stands at the end, whatever others' clocks say";
 }
 
 TEST_F(ConversationTest, KeepsWhatItKnowsOfAFileWhenTheStoreTellsOfItAgain) {
@@ -70,7 +73,8 @@ TEST_F(ConversationTest, KeepsWhatItKnowsOfAFileWhenTheStoreTellsOfItAgain) {
 
 TEST_F(ConversationTest, DoubtsWhatHasNotComeBackInTime) {
     Conversation conversation({Kind::Friend, "bob"});
-    conversation.show(numbered({ownMessage(kNow, "one", Delivery::Handed), ownMessage(kNow + 4, "two", Delivery::Handed)}));
+    conversation.show(numbered({ownMessage(kNow, "one", Delivery::Handed),
+                                ownMessage(kNow + 4, "two", Delivery::Handed)}));
     conversation.doubt(kNow + kPatience + 1);
     EXPECT_EQ(conversation.entries()[0].delivery, Delivery::Unconfirmed);
     EXPECT_EQ(conversation.entries()[1].delivery, Delivery::Handed);
@@ -135,7 +139,8 @@ TEST_F(ConversationTest, SaysWhereTheSessionStandsAndWhatComesNext) {
     state.attempting(36);
     expect(36, "reconnecting to chat.example, attempt 2 …", true);
     state.connected("me", 40);
-    expect(41, "me connected to chat.example", false, 25);  // handed over before: not yet the service's fault
+    // handed over before: not yet the service's fault
+    expect(41, "me connected to chat.example", false, 25);
     state.paused(50);
     expect(50, "paused: nothing arrives until /resume", true);
     state.refused("no such user", 60);

@@ -22,8 +22,8 @@ std::string describe(const std::wstring& text, std::size_t cursor) {
 }
 
 TEST_F(InputTest, EditsTheLine) {
-    // One letter a key: < > move, ( ) by words, ^ $ to the ends, - + erase, w W cut words, u k cut to the ends, y inserts,
-    // p n go through the past, ! sends.
+    // One letter a key: < > move, ( ) by words, ^ $ to the ends, - + erase, w W cut words, u k cut
+    // to the ends, y inserts, p n go through the past, ! sends.
     const auto press = [](EditLine& line, const std::string& keys) {
         for (const char key : keys) {
             switch (key) {
@@ -158,13 +158,16 @@ TEST_F(InputTest, CompletesCommandsAndNames) {
 
 TEST_F(InputTest, IsWrittenDownInItsPage) {
     std::ifstream file(VEXIM_CHAT_PAGE);
-    const std::string page((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const std::string page((std::istreambuf_iterator<char>(file)),
+                           std::istreambuf_iterator<char>());
     std::istringstream help(helpText());
     for (std::string line; std::getline(help, line);) {
         if (!line.starts_with("  ")) continue;
         const auto words = line.substr(0, line.find("  ", 3)).substr(2);  // the key or the command
         const auto known = words.size() > 25 ? words.substr(0, 25) : words;
-        EXPECT_NE(page.find("| " + std::string(known[0] == '/' ? "`" : "") + known), std::string::npos) << known;
+        EXPECT_NE(page.find("| " + std::string(known[0] == '/' ? "`" : "") + known),
+                  std::string::npos)
+            << known;
     }
 }
 

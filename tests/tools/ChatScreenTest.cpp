@@ -58,13 +58,20 @@ TEST_F(ScreenTest, PaintsEveryCharacterAsWideAsTheTerminalDoes) {
         for (const auto& cell : cellsOf(narrow(std::wstring(1, character)))) {
             if (cell.is(L'\n')) continue;
             ASSERT_GE(cell.characters[0], L' ');
-            ASSERT_EQ(cell.width, wcwidth(cell.characters[0])) << std::hex << static_cast<unsigned>(character);
+            ASSERT_EQ(cell.width, wcwidth(cell.characters[0]))
+                << std::hex << static_cast<unsigned>(character);
         }
     }
     const std::pair<const char*, int> cases[] = {
-        {"e\u0301", 1},  {"\u0301", 1}, {"中", 2}, {"👨‍👩‍👧", 6},  // joined or not, it is three people here
-        {"👍🏽", 2},                                                       // one thumb, whatever its colour
-        {"❤️", 1},   {"\t", 1},
+        // joined or not, it is three people here
+        {"e\u0301", 1},
+        {"\u0301", 1},
+        {"中", 2},
+        {"👨‍👩‍👧", 6},
+        // one thumb, whatever its colour
+        {"👍🏽", 2},
+        {"❤️", 1},
+        {"\t", 1},
     };
     for (const auto& [text, width] : cases) EXPECT_EQ(widthOf(cellsOf(text)), width) << text;
     EXPECT_EQ(cellsOf("e" + std::string(2000, '\xcc') + "\x81").front().count, 1);
@@ -97,7 +104,8 @@ TEST_F(ScreenTest, WrapsAtBlanksAndBetweenWideCharacters) {
     };
     for (const auto& [text, width, expected] : cases) {
         std::string lines;
-        for (const auto& line : wrapped(cellsOf(text), width)) lines += (lines.empty() ? "" : "|") + textOf(line);
+        for (const auto& line : wrapped(cellsOf(text), width))
+            lines += (lines.empty() ? "" : "|") + textOf(line);
 
         EXPECT_EQ(lines, expected) << text << " in " << width;
     }
@@ -109,9 +117,11 @@ void fill(Roster& roster) {
     roster.rename(bob, "a name that is longer than any list is wide 漢字漢字漢字漢字漢字漢字");
     bob.online = true;
     std::vector<Entry> messages;
-    for (const char* text : {"short", "漢字漢字漢字漢字漢字 👨‍👩‍👧 e\u0301", "\033[2Jmany\nlines\n\n\nhere",
-                             "", "loooooooooooooooooooooooooooooooooooong"}) {
-        messages.push_back(messageFrom("\033]0;x\007a very long sender's name that does not end", kNoon, text));
+    for (const char* text :
+         {"short", "漢字漢字漢字漢字漢字 👨‍👩‍👧 e\u0301",
+          "\033[2Jmany\nlines\n\n\nhere", "", "loooooooooooooooooooooooooooooooooooong"}) {
+        messages.push_back(
+            messageFrom("\033]0;x\007a very long sender's name that does not end", kNoon, text));
     }
     messages.push_back(messageFrom("bob", kNoon + 86'400, "the next day"));
     messages.push_back(ownMessage(kNoon, "never", Delivery::Failed));
@@ -121,7 +131,8 @@ void fill(Roster& roster) {
     messages.push_back(ownMessage(kNoon, "", Delivery::Sending));
     messages.back().file = File{"image", "/some/where/dot.png", 0, 45};
     bob.show(numbered(std::move(messages)));
-    for (int number = 0; number < 20; ++number) roster.open({Kind::Group, "g" + std::to_string(number)}).unread = number * 100;
+    for (int number = 0; number < 20; ++number)
+        roster.open({Kind::Group, "g" + std::to_string(number)}).unread = number * 100;
     roster.select(bob);
 }
 
@@ -132,11 +143,15 @@ TEST_F(ScreenTest, FitsEveryScreen) {
     line.insert(L"typed 漢字");
     for (int columns = 1; columns <= 130; ++columns) {
         for (int rows = 1; rows <= 30; rows += rows < 8 ? 1 : 7) {
-            const auto frame = draw(roster, {"a status that is rather long, longer than most", true}, line, {columns, rows});
+            const auto frame =
+                draw(roster, {"a status that is rather long, longer than most", true}, line,
+                     {columns, rows});
             ASSERT_EQ(static_cast<int>(frame.rows.size()), rows) << columns;
             for (const auto& row : frame.rows) {
                 ASSERT_LE(widthOf(row), columns) << columns << "x" << rows << ": " << textOf(row);
-                ASSERT_TRUE(std::none_of(row.begin(), row.end(), [](const Cell& cell) { return cell.characters[0] < L' '; }));
+                ASSERT_TRUE(std::none_of(row.begin(), row.end(), [](const Cell& cell) {
+                    return cell.characters[0] < L' ';
+                }));
             }
             ASSERT_TRUE(frame.cursorRow == rows - 1 && frame.cursorColumn < columns);
         }
@@ -144,19 +159,23 @@ TEST_F(ScreenTest, FitsEveryScreen) {
     std::string screen;
     for (const auto& row : draw(roster, {}, line, {80, 30}).rows) screen += textOf(row) + "\n";
     for (const char* text :
-         {"● ", "lines", "Wednesday, 15 November", "Thursday, 16 November", "(not sent: no reason; /retry)",
-          "later (waits to be sent: no connection)", "[image] dot.png [#########-----------] 45%", "/cancel", "> typed 漢字"}) {
+         {"● ", "lines", "Wednesday, 15 November", "Thursday, 16 November",
+          "(not sent: no reason; /retry)", "later (waits to be sent: no connection)",
+          "[image] dot.png [#########-----------] 45%", "/cancel", "> typed 漢字"}) {
         EXPECT_NE(screen.find(text), std::string::npos) << text << " in\n" << screen;
     }
 }
 
 TEST_F(ScreenTest, KeepsTheColumnsOfATable) {
     Conversation console({});
-    Entry notice = messageFrom("", kNoon, "keys:\n  a   one two three four five\n\n  no table here");
+    Entry notice =
+        messageFrom("", kNoon, "keys:\n  a   one two three four five\n\n  no table here");
     console.notice(notice);
     std::string lines;
     for (const auto& line : linesOfEntry(console, 0, 20)) lines += textOf(line) + "|";
-    EXPECT_NE(lines.find("|-- keys:|  a   one two three|      four five||  no table here|"), std::string::npos) << lines;
+    EXPECT_NE(lines.find("|-- keys:|  a   one two three|      four five||  no table here|"),
+              std::string::npos)
+        << lines;
 }
 
 TEST_F(ScreenTest, ScrollsOverEveryLineAndStaysWhereItIs) {
@@ -166,7 +185,8 @@ TEST_F(ScreenTest, ScrollsOverEveryLineAndStaysWhereItIs) {
     conversation.older = Older::Nothing;
     std::vector<Entry> messages;
     for (int number = 0; number < 10'000; ++number) {
-        const char* const text = number % 7 == 0 ? "a message of several lines, as they come now and then" : "m";
+        const char* const text =
+            number % 7 == 0 ? "a message of several lines, as they come now and then" : "m";
         messages.push_back(messageFrom("bob", kNoon + number * 60, text));
     }
     conversation.show(numbered(messages));
@@ -187,14 +207,17 @@ TEST_F(ScreenTest, ScrollsOverEveryLineAndStaysWhereItIs) {
     EXPECT_EQ(linesOf(conversation, kWidth, kHeight), top) << "what comes does not move the view";
     EXPECT_TRUE(scroll(conversation, kWidth, kHeight, -5)) << "there is nothing above";
     EXPECT_EQ(linesOf(conversation, kWidth, kHeight), top);
-    EXPECT_EQ(linesOf(conversation, kWidth, 5 * kHeight).size(), 5u * kHeight) << "a larger screen is filled from below";
+    EXPECT_EQ(linesOf(conversation, kWidth, 5 * kHeight).size(), 5u * kHeight)
+        << "a larger screen is filled from below";
 
-    for (std::size_t step = 0; step < steps + 1; ++step) scroll(conversation, kWidth, kHeight, kHeight - 1);
+    for (std::size_t step = 0; step < steps + 1; ++step)
+        scroll(conversation, kWidth, kHeight, kHeight - 1);
     EXPECT_FALSE(conversation.anchor) << "at the end it follows again";
     EXPECT_NE(textOf(linesOf(conversation, kWidth, kHeight).back()).find("new"), std::string::npos);
 
     scroll(conversation, kWidth, kHeight, -3);
-    EXPECT_LE(linesOf(conversation, 7, kHeight).size(), static_cast<std::size_t>(kHeight)) << "a resize wraps anew";
+    EXPECT_LE(linesOf(conversation, 7, kHeight).size(), static_cast<std::size_t>(kHeight))
+        << "a resize wraps anew";
 }
 
 }  // namespace

@@ -36,7 +36,8 @@ std::shared_ptr<VXIMRequest> requestOf(const char* method) {
 }  // namespace
 
 std::string pinOf(const std::string& certificatePEM) {
-    BIO* const bio = BIO_new_mem_buf(certificatePEM.data(), static_cast<int>(certificatePEM.size()));
+    BIO* const bio =
+        BIO_new_mem_buf(certificatePEM.data(), static_cast<int>(certificatePEM.size()));
     X509* const certificate = PEM_read_bio_X509(bio, nullptr, nullptr, nullptr);
     BIO_free(bio);
     unsigned char* der = nullptr;
@@ -61,7 +62,8 @@ TrustTest::~TrustTest() { vxim_configuration = nullptr; }
 ScriptedServer::Script TrustTest::script() {
     return serveEitherTransport([this](const WireRequest& request) {
         ++asked_;
-        return request.target.starts_with("/socket.io/") ? std::string() : ScriptedServer::text(200, "{}");
+        return request.target.starts_with("/socket.io/") ? std::string()
+                                                         : ScriptedServer::text(200, "{}");
     });
 }
 
@@ -73,28 +75,34 @@ VXIMResultCompletion TrustTest::keep(std::string& outcome) {
     });
 }
 
-std::vector<std::pair<std::string, std::string>> TrustTest::outcomes(const std::string& origin, const Dictionary& options) {
+std::vector<std::pair<std::string, std::string>> TrustTest::outcomes(const std::string& origin,
+                                                                     const Dictionary& options) {
     std::vector<std::pair<std::string, std::string>> all{
         {"REST", ""}, {"upload", ""}, {"download", ""}, {"WebSocket", ""}, {"polling", ""}};
     vxim_configuration->setSocketURL(URL::parse(origin));
     vxim_configuration->setDictionary(options);
     requests_ = {requestOf("GET"), requestOf("POST"), requestOf("GET")};
     requests_[0]->sendWithCompletion(keep(all[0].second));
-    requests_[1]->uploadWithNewBodyStreamBlock([] { return InputStream::withData(Data("abc")); }, nullptr, keep(all[1].second));
+    requests_[1]->uploadWithNewBodyStreamBlock([] { return InputStream::withData(Data("abc")); },
+                                               nullptr, keep(all[1].second));
     requests_[2]->downloadToPath((folder / "file").string(), nullptr, keep(all[2].second));
     std::vector<std::shared_ptr<SocketIOClient>> clients;
-    for (const auto& [transport, outcome] :
-         {std::pair{"forceWebsockets", &all[3].second}, std::pair{"forcePolling", &all[4].second}}) {
+    for (const auto& [transport, outcome] : {std::pair{"forceWebsockets", &all[3].second},
+                                             std::pair{"forcePolling", &all[4].second}}) {
         Dictionary live = options;
         live.set(transport, true);
         live.set("reconnects", false);
         const auto& client = clients.emplace_back(SocketIOClient::create(URL::parse(origin), live));
         client->joinNamespace("/chat");
         client->on("connect", [outcome](const Array&, const AckEmitter&) { *outcome = kAccepted; });
-        client->on("error", [outcome](const Array& arguments, const AckEmitter&) { *outcome = arguments.get(0).description(); });
+        client->on("error", [outcome](const Array& arguments, const AckEmitter&) {
+            *outcome = arguments.get(0).description();
+        });
         client->connect();
     }
-    EXPECT_TRUE(eventually([&] { return std::ranges::none_of(all, [](const auto& each) { return each.second.empty(); }); }));
+    EXPECT_TRUE(eventually([&] {
+        return std::ranges::none_of(all, [](const auto& each) { return each.second.empty(); });
+    }));
     for (const auto& client : clients) client->removeAllHandlers();
     return all;
 }
@@ -102,9 +110,11 @@ std::vector<std::pair<std::string, std::string>> TrustTest::outcomes(const std::
 std::string TrustTest::outcome(const std::string& origin, const Dictionary& options) {
     const auto all = outcomes(origin, options);
     for (std::size_t i = 0; i < requests_.size(); ++i) {
-        EXPECT_TRUE(all[i].second == kAccepted || requests_[i]->retryCount() == 0) << all[i].first << " tells at once";
+        EXPECT_TRUE(all[i].second == kAccepted || requests_[i]->retryCount() == 0)
+            << all[i].first << " tells at once";
     }
-    if (std::ranges::all_of(all, [&](const auto& each) { return each.second == all[0].second; })) return all[0].second;
+    if (std::ranges::all_of(all, [&](const auto& each) { return each.second == all[0].second; }))
+        return all[0].second;
     std::string text = "differs";
     for (const auto& [kind, outcome] : all) text += "; " + kind + ": " + outcome;
     return text;

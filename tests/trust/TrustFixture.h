@@ -29,8 +29,10 @@ protected:
     /// Answers live connections and everything else; counts what is asked.
     ScriptedServer::Script script();
 
-    /// What came of each kind of traffic to `origin` under `options`: "accepted", or the words of its failure.
-    std::vector<std::pair<std::string, std::string>> outcomes(const std::string& origin, const Dictionary& options);
+    /// What came of each kind of traffic to `origin` under `options`: "accepted", or the words of
+    /// its failure.
+    std::vector<std::pair<std::string, std::string>> outcomes(const std::string& origin,
+                                                              const Dictionary& options);
     /// The same as one text, if all kinds agree; else the differences.
     std::string outcome(const std::string& origin, const Dictionary& options);
     /// The code of URL loading behind the last REST failure; 0 after a success.

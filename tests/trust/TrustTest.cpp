@@ -17,7 +17,9 @@
 namespace vexim::testing {
 namespace {
 
-void write(const std::filesystem::path& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+void write(const std::filesystem::path& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
 
 TEST_F(TrustTest, WhatIsMalformedIsRefusedAsAWholeAndSaysSo) {
     const CertificateAuthority authority;
@@ -26,7 +28,9 @@ TEST_F(TrustTest, WhatIsMalformedIsRefusedAsAWholeAndSaysSo) {
     const std::string pin = pinOf(good);
     const std::string second = stranger.certificatePEM();
     write(folder / "key.pem", good + authority.issue().privateKeyPEM);
-    const auto pins = [&](const Value& value) { return Dictionary{{"caPEM", good}, {"pinnedKeys", value}}; };
+    const auto pins = [&](const Value& value) {
+        return Dictionary{{"caPEM", good}, {"pinnedKeys", value}};
+    };
     const auto pem = [](const std::string& text) { return Dictionary{{"caPEM", text}}; };
     const auto file = [](const std::string& path) { return Dictionary{{"caFile", path}}; };
     const struct {
@@ -35,24 +39,35 @@ TEST_F(TrustTest, WhatIsMalformedIsRefusedAsAWholeAndSaysSo) {
         const char* words;
     } rows[] = {
         {"a pin that is too short", pins(Array{pin, "AAAA"}), "Entry 2 of option \"pinnedKeys\""},
-        {"a pin with another program's prefix", pins(Array{"sha256//" + pin}), "Entry 1 of option \"pinnedKeys\""},
-        {"a pin with a blank at its end", pins(Array{pin.substr(0, 43) + " "}), "Entry 1 of option \"pinnedKeys\""},
-        {"a pin whose last bits belong to no byte", pins(Array{std::string(42, 'A') + "B="}), "Entry 1 of option \"pinnedKeys\""},
-        {"a pin in the alphabet of URLs", pins(Array{"_" + std::string(42, 'A') + "="}), "Entry 1 of option \"pinnedKeys\""},
-        {"a digest in hexadecimal", pins(Array{std::string(64, 'a')}), "Entry 1 of option \"pinnedKeys\""},
+        {"a pin with another program's prefix", pins(Array{"sha256//" + pin}),
+         "Entry 1 of option \"pinnedKeys\""},
+        {"a pin with a blank at its end", pins(Array{pin.substr(0, 43) + " "}),
+         "Entry 1 of option \"pinnedKeys\""},
+        {"a pin whose last bits belong to no byte", pins(Array{std::string(42, 'A') + "B="}),
+         "Entry 1 of option \"pinnedKeys\""},
+        {"a pin in the alphabet of URLs", pins(Array{"_" + std::string(42, 'A') + "="}),
+         "Entry 1 of option \"pinnedKeys\""},
+        {"a digest in hexadecimal", pins(Array{std::string(64, 'a')}),
+         "Entry 1 of option \"pinnedKeys\""},
         {"a pin that is a number", pins(Array{pin, 5}), "Entry 2 of option \"pinnedKeys\""},
         {"one pin outside a list", pins(pin), "Option \"pinnedKeys\" must be a list"},
         {"no pin at all", pins(Array{}), "Option \"pinnedKeys\" must be a list"},
         {"no text", pem(""), "Option \"caPEM\" must be a text"},
         {"no path", file(""), "Option \"caFile\" must be a text"},
-        {"no certificate", pem("no certificate"), "option \"caPEM\" cannot be used: it must hold whole certificates"},
-        {"a second certificate that is cut off", pem(good + second.substr(0, second.size() - 40)), "whole certificates"},
-        {"a second certificate whose first line is damaged", pem(good + second.substr(1)), "whole certificates"},
-        {"a second certificate whose bytes are damaged", pem(good + std::string(second).replace(100, 4, "####")),
+        {"no certificate", pem("no certificate"),
+         "option \"caPEM\" cannot be used: it must hold whole certificates"},
+        {"a second certificate that is cut off", pem(good + second.substr(0, second.size() - 40)),
          "whole certificates"},
-        {"a private key among them", file((folder / "key.pem").string()), "option \"caFile\" cannot be used: it must hold whole"},
-        {"a file that is not there", file((folder / "none.pem").string()), "option \"caFile\" cannot be used: No such file"},
-        {"a folder", file(folder.path().string()), "option \"caFile\" cannot be used: it is not a file"},
+        {"a second certificate whose first line is damaged", pem(good + second.substr(1)),
+         "whole certificates"},
+        {"a second certificate whose bytes are damaged",
+         pem(good + std::string(second).replace(100, 4, "####")), "whole certificates"},
+        {"a private key among them", file((folder / "key.pem").string()),
+         "option \"caFile\" cannot be used: it must hold whole"},
+        {"a file that is not there", file((folder / "none.pem").string()),
+         "option \"caFile\" cannot be used: No such file"},
+        {"a folder", file(folder.path().string()),
+         "option \"caFile\" cannot be used: it is not a file"},
     };
     const ScriptedServer server(script(), authority.issue());
     const ScriptedServer plain(script());
@@ -87,7 +102,8 @@ TEST_F(TrustTest, ConnectionsAreNeverSharedAcrossTrusts) {
         EXPECT_EQ(outcome(origin, lax), "accepted");
     }
     EXPECT_GT(server.connectionCount(), opened);
-    // The other way round a connection of the same trust is taken up again: a GET needs none of its own.
+    // The other way round a connection of the same trust is taken up again: a GET needs none of its
+    // own.
     Dictionary again{{"selfSigned", true}};
     const auto same = TrustChoice::of(lax).trust;
     EXPECT_EQ(TrustChoice::of(again).trust, same);
@@ -100,7 +116,8 @@ TEST_F(TrustTest, FollowsRedirectsToOtherServers) {
     const CertificateAuthority stranger("Stranger");
     const ScriptedServer elsewhere(script(), stranger.issue());
     const ScriptedServer first(ScriptedServer::answering([&](const WireRequest&) {
-                                   return ScriptedServer::text(307, "", "Location: " + elsewhere.url("/x") + "\r\n");
+                                   return ScriptedServer::text(
+                                       307, "", "Location: " + elsewhere.url("/x") + "\r\n");
                                }),
                                authority.issue());
     const auto both = authority.certificatePEM() + stranger.certificatePEM();
@@ -116,7 +133,8 @@ TEST_F(TrustTest, TakesUpAnAuthorityFileThatWasReplaced) {
     const auto path = folder / "ca.pem";
     const Dictionary options{{"caFile", path.string()}};
     write(path, stranger.certificatePEM());
-    EXPECT_EQ(outcome(server.url(""), options), "No trusted authority stands behind the server's certificate.");
+    EXPECT_EQ(outcome(server.url(""), options),
+              "No trusted authority stands behind the server's certificate.");
     write(folder / "new.pem", stranger.certificatePEM() + authority.certificatePEM());
     std::filesystem::rename(folder / "new.pem", path);
     EXPECT_EQ(outcome(server.url(""), options), "accepted");
@@ -141,11 +159,13 @@ TEST_F(TrustTest, TheEnvironmentNamesTheSystemsAuthoritiesForAllTraffic) {
     ::unsetenv("SSL_CERT_DIR");
     ::setenv("SSL_CERT_FILE", file.c_str(), 1);
     EXPECT_EQ(outcome(server.url(""), {}), "accepted");
-    EXPECT_NE(outcome(server.url(""), {{"caPEM", CertificateAuthority("Other").certificatePEM()}}), "accepted")
+    EXPECT_NE(outcome(server.url(""), {{"caPEM", CertificateAuthority("Other").certificatePEM()}}),
+              "accepted")
         << "an option takes its place";
     ::setenv("SSL_CERT_FILE", (folder / "none.pem").c_str(), 1);
-    EXPECT_EQ(outcome(server.url(""), {}),
-              "The certificate authorities of the variable SSL_CERT_FILE cannot be used: No such file or directory.");
+    EXPECT_EQ(
+        outcome(server.url(""), {}),
+        "The certificate authorities of the variable SSL_CERT_FILE cannot be used: No such file or directory.");
     EXPECT_EQ(lastCode(), URLErrorSecureConnectionFailed);
     EXPECT_EQ(outcome(plain.url(""), {}), "accepted") << "who speaks no TLS needs no authorities";
     ::unsetenv("SSL_CERT_FILE");
@@ -158,8 +178,8 @@ TEST_F(TrustTest, TheEnvironmentNamesTheSystemsAuthoritiesForAllTraffic) {
 TEST_F(TrustTest, APlainUrlIsMadeSecureForTheLiveConnectionWhenAsked) {
     const CertificateAuthority authority;
     const ScriptedServer server(script(), authority.issue());
-    const auto all =
-        outcomes("http://127.0.0.1:" + std::to_string(server.port()), {{"secure", true}, {"caPEM", authority.certificatePEM()}});
+    const auto all = outcomes("http://127.0.0.1:" + std::to_string(server.port()),
+                              {{"secure", true}, {"caPEM", authority.certificatePEM()}});
     EXPECT_EQ(all[3].second, "accepted");
     EXPECT_EQ(all[4].second, "accepted");
 }
@@ -169,7 +189,8 @@ TEST_F(TrustTest, ABrokenHandshakeIsTheSameToAllTraffic) {
         connection.readSome();
         connection.write("HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n");
     }));
-    EXPECT_EQ(outcome("https://127.0.0.1:" + std::to_string(plain.port()), {}), "TLS failed: wrong version number.");
+    EXPECT_EQ(outcome("https://127.0.0.1:" + std::to_string(plain.port()), {}),
+              "TLS failed: wrong version number.");
     EXPECT_EQ(lastCode(), URLErrorSecureConnectionFailed);
 }
 

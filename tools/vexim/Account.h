@@ -21,7 +21,8 @@ struct Account {
 
     /// Options by which a command of the command line fills this.
     void addOptions(CLI::App& command);
-    /// A client that is configured but not logged in. Throws std::invalid_argument when `server` is no URL.
+    /// A client that is configured but not logged in. Throws std::invalid_argument when `server` is
+    /// no URL.
     std::shared_ptr<VXIMClient> makeClient() const;
 };
 
@@ -32,13 +33,15 @@ struct Credentials {
     std::optional<std::string> password;
 
     void addOptions(CLI::App& command);
-    /// Asks the terminal for a password that is missing. Throws std::invalid_argument when there is no terminal, or no answer.
+    /// Asks the terminal for a password that is missing. Throws std::invalid_argument when there is
+    /// no terminal, or no answer.
     void askForPassword();
     /// Throws std::invalid_argument when nobody is named.
     void logIn(VXIMClient& client, VXIMBooleanCompletion completion) const;
 };
 
-/// Overwrites the values of `--password` and `--key` among a program's arguments, so that process lists do not show them.
+/// Overwrites the values of `--password` and `--key` among a program's arguments, so that process
+/// lists do not show them.
 void hideSecrets(int argc, char** argv);
 
 /// Whom a message goes to: a friend, a group or a room.

@@ -19,8 +19,8 @@ constexpr std::chrono::seconds kEchoTimeout{5};
 // Of each conversation, where nothing is kept: the rest comes when it is scrolled to.
 constexpr std::int32_t kMostRead = 50;
 
-/// A descriptor that tells of resizes and of requests to end, in place of handlers. From here on these signals reach no thread
-/// that is started afterwards.
+/// A descriptor that tells of resizes and of requests to end, in place of handlers. From here on
+/// these signals reach no thread that is started afterwards.
 int signalDescriptor() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -37,19 +37,23 @@ std::string chatHelp() {
            chat::helpText();
 }
 
-int runChat(const Account& account, const Credentials& credentials, const Peer& peer, const std::optional<std::string>& store) {
+int runChat(const Account& account, const Credentials& credentials, const Peer& peer,
+            const std::optional<std::string>& store) {
     const bool isUTF8 = chat::useUTF8();
-    VXIMConversationsOptions options{.path = store.value_or(":memory:"), .userId = credentials.userId.value_or("")};
+    VXIMConversationsOptions options{.path = store.value_or(":memory:"),
+                                     .userId = credentials.userId.value_or("")};
     options.echoTimeout = kEchoTimeout;
     if (!store) options.mostCaughtUp = kMostRead;
-    auto conversations = VXIMConversations::conversationsWithClient(account.makeClient(), std::move(options));
+    auto conversations =
+        VXIMConversations::conversationsWithClient(account.makeClient(), std::move(options));
     const bool isTerminal = isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
     if (!isTerminal) return runPlainChat(conversations, credentials, peer, store);
 
     const int signals = signalDescriptor();
     auto screen = chat::Screen::open(isUTF8);
     if (!screen || signals < 0) {
-        std::fputs("vexim: this terminal has no full screen (see TERM); going on line by line\n", stderr);
+        std::fputs("vexim: this terminal has no full screen (see TERM); going on line by line\n",
+                   stderr);
         sigset_t none;
         sigemptyset(&none);
         pthread_sigmask(SIG_SETMASK, &none, nullptr);

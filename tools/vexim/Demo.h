@@ -4,11 +4,12 @@
 
 class Stage;
 
-/// Tells the library's whole story with two users of the local development service, checks each step, and prints it.
-/// Ends within 30 seconds. 0 when every step held.
+/// Tells the library's whole story with two users of the local development service, checks each
+/// step, and prints it. Ends within 30 seconds. 0 when every step held.
 int runDemo(const Account& account);
 
-// The chapters, in the order in which they are told; each stands on the one before. False when the story cannot go on.
+// The chapters, in the order in which they are told; each stands on the one before. False when the
+// story cannot go on.
 bool tellLogin(Stage& stage);
 bool tellChat(Stage& stage);
 bool tellAttachments(Stage& stage);

@@ -12,27 +12,32 @@ bool isSameContent(VXIMMessage& one, VXIMMessage& other) {
 
 }  // namespace
 
-void Echo::compare(const VXIMClient& client, VXIMMessage& heard, const std::optional<std::string>& wanted,
-                   const std::string& place) {
+void Echo::compare(const VXIMClient& client, VXIMMessage& heard,
+                   const std::optional<std::string>& wanted, const std::string& place) {
     if (!isExpected_ || wanted != place) return;
     const auto user = client.currentUser();
     const bool isOwn = user && heard.sender()->userId().description() == user->uid().description();
     hasCome_ = hasCome_ || (isOwn && isSameContent(heard, *message_));
 }
 
-void Echo::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) { isLost_ = isLost_ || isExpected_; }
+void Echo::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) {
+    isLost_ = isLost_ || isExpected_;
+}
 
-void Echo::clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+void Echo::clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
+                                             const std::shared_ptr<VXIMMessage>& message,
                                              const std::shared_ptr<VXIMFriendInfo>& from) {
     compare(*client, *message, peer_.friendId, from->uid().description());
 }
 
-void Echo::clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+void Echo::clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>& client,
+                                            const std::shared_ptr<VXIMMessage>& message,
                                             const std::shared_ptr<VXIMGroup>& from) {
     compare(*client, *message, peer_.groupId, from->groupId().description());
 }
 
-void Echo::clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+void Echo::clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMRoom>& from) {
     compare(*client, *message, peer_.roomId, from->roomId().description());
 }

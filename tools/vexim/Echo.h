@@ -8,27 +8,35 @@
 
 class VXIMMessage;
 
-/// A delegate that waits for one message to come back: the service sends a user's own messages back, and only then are they
-/// known to be delivered. They have no id: the first own one with this content at this place is it.
+/// A delegate that waits for one message to come back: the service sends a user's own messages
+/// back, and only then are they known to be delivered. They have no id: the first own one with this
+/// content at this place is it.
 class Echo : public VXIMClientDelegate {
 public:
-    Echo(std::shared_ptr<VXIMMessage> message, Peer peer) : message_(std::move(message)), peer_(std::move(peer)) {}
+    Echo(std::shared_ptr<VXIMMessage> message, Peer peer)
+        : message_(std::move(message)),
+          peer_(std::move(peer)) {}
 
-    /// The connection has the message: what comes from here on may be its echo, and what breaks may have cost it.
+    /// The connection has the message: what comes from here on may be its echo, and what breaks may
+    /// have cost it.
     void expect() noexcept { isExpected_ = true; }
     bool hasCome() const noexcept { return hasCome_; }
     bool isLost() const noexcept { return isLost_; }
 
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override;
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override;
-    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>& client,
+                                          const std::shared_ptr<VXIMMessage>& message,
                                           const std::shared_ptr<VXIMGroup>& from) override;
-    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client,
+                                         const std::shared_ptr<VXIMMessage>& message,
                                          const std::shared_ptr<VXIMRoom>& from) override;
 
 private:
-    void compare(const VXIMClient& client, VXIMMessage& heard, const std::optional<std::string>& wanted, const std::string& place);
+    void compare(const VXIMClient& client, VXIMMessage& heard,
+                 const std::optional<std::string>& wanted, const std::string& place);
 
     const std::shared_ptr<VXIMMessage> message_;
     const Peer peer_;

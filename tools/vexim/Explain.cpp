@@ -48,14 +48,18 @@ const char* hintForRefusal(std::int64_t code) {
 /// What a person can do about it; empty when nothing is likely.
 std::string hintFor(const vexim::Error& error, const std::string& words) {
     // OpenSSL's words for an answer without TLS.
-    if (words.find("wrong version number") != std::string::npos) return " The server does not speak TLS there: is it http://?";
+    if (words.find("wrong version number") != std::string::npos)
+        return " The server does not speak TLS there: is it http://?";
     if (words.starts_with("TLS failed")) return kCheckAddress;
     if (error.domain() == VXIMConnectionErrorDomain) return hintForConnection(error.code());
     if (error.is(VXErrorDomain, VXErrorNoUsableAnswer)) {
         const auto cause = error.underlyingError();
-        return cause && cause->domain() == vexim::kURLErrorDomain ? hintForLoading(cause->code()) : "";
+        return cause && cause->domain() == vexim::kURLErrorDomain ? hintForLoading(cause->code())
+                                                                  : "";
     }
-    return error.domain() == VXIMErrorDomain || error.domain() == VXErrorDomain ? hintForRefusal(error.code()) : "";
+    return error.domain() == VXIMErrorDomain || error.domain() == VXErrorDomain
+               ? hintForRefusal(error.code())
+               : "";
 }
 
 }  // namespace
@@ -63,5 +67,6 @@ std::string hintFor(const vexim::Error& error, const std::string& words) {
 std::string explain(const vexim::ErrorPtr& error) {
     if (!error) return "no reason given";
     const std::string words = error->localizedDescription();
-    return chat::harmless(words + hintFor(*error, words) + " (" + error->domain() + " " + std::to_string(error->code()) + ")");
+    return chat::harmless(words + hintFor(*error, words) + " (" + error->domain() + " " +
+                          std::to_string(error->code()) + ")");
 }

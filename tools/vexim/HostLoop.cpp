@@ -11,9 +11,12 @@ void HostLoop::run(const std::function<void()>& turned) {
         if (turned) turned();
         if (quit_) return;
         std::vector<pollfd> descriptors{{queue.fileDescriptor(), POLLIN, 0}};
-        for (const auto& [descriptor, ready] : watched_) descriptors.push_back({descriptor, POLLIN, 0});
-        if (poll(descriptors.data(), descriptors.size(), queue.pollTimeout()) < 0) continue;  // a signal
-        const auto watched = watched_;                                                        // which a callback may change
+        for (const auto& [descriptor, ready] : watched_)
+            descriptors.push_back({descriptor, POLLIN, 0});
+        // a signal
+        if (poll(descriptors.data(), descriptors.size(), queue.pollTimeout()) < 0) continue;
+        // which a callback may change
+        const auto watched = watched_;
         for (std::size_t at = 0; at < watched.size(); ++at) {
             const auto events = descriptors[at + 1].revents;
             if (events != 0) watched[at].second((events & (POLLHUP | POLLERR | POLLNVAL)) != 0);

@@ -32,40 +32,48 @@ void Inbox::write(std::string line) {
 }
 
 std::string Inbox::lineOf(const std::string& conversation, VXIMMessage& message) {
-    return conversation + ", " + message.sender()->userId().description() + ": " + contents(message);
+    return conversation + ", " + message.sender()->userId().description() + ": " +
+           contents(message);
 }
 
 void Inbox::clientDidLogin(const std::shared_ptr<VXIMClient>&) { write("login"); }
-void Inbox::clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&, const vexim::ErrorPtr& error) {
+void Inbox::clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&,
+                                      const vexim::ErrorPtr& error) {
     write("login refused: " + explain(error));
 }
 void Inbox::clientDidLogout(const std::shared_ptr<VXIMClient>&) { write("logout"); }
 void Inbox::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) { write("reconnecting"); }
 void Inbox::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) { write("disconnect"); }
 
-void Inbox::clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+void Inbox::clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                              const std::shared_ptr<VXIMMessage>& message,
                                               const std::shared_ptr<VXIMFriendInfo>& from) {
     write(lineOf("friend " + from->uid().description(), *message));
 }
 
-void Inbox::clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+void Inbox::clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&,
+                                             const std::shared_ptr<VXIMMessage>& message,
                                              const std::shared_ptr<VXIMGroup>& from) {
     write(lineOf("group " + from->groupId().description(), *message));
 }
 
-void Inbox::clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+void Inbox::clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&,
+                                            const std::shared_ptr<VXIMMessage>& message,
                                             const std::shared_ptr<VXIMRoom>& from) {
     write(lineOf("room " + from->roomId().description(), *message));
 }
 
-void Inbox::clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message) {
+void Inbox::clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&,
+                                          const std::shared_ptr<VXIMMessage>& message) {
     write("system: " + contents(*message));
 }
 
-void Inbox::clientFriendDidOnline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) {
+void Inbox::clientFriendDidOnline(const std::shared_ptr<VXIMClient>&,
+                                  const std::shared_ptr<VXIMFriendInfo>& info) {
     write("online " + info->uid().description());
 }
 
-void Inbox::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) {
+void Inbox::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&,
+                                   const std::shared_ptr<VXIMFriendInfo>& info) {
     write("offline " + info->uid().description());
 }

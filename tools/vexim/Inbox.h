@@ -7,31 +7,42 @@
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/VXIMClientDelegate.h"
 
-/// A delegate that writes down what it hears, one line an event: "friend alice: hello", "online bob", "logout".
+/// A delegate that writes down what it hears, one line an event: "friend alice: hello", "online
+/// bob", "logout".
 class Inbox : public VXIMClientDelegate {
 public:
     const std::vector<std::string>& lines() const noexcept { return lines_; }
-    bool has(const std::string& line) const { return std::find(lines_.begin(), lines_.end(), line) != lines_.end(); }
+    bool has(const std::string& line) const {
+        return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
+    }
     /// How often `line` was heard.
-    std::ptrdiff_t count(const std::string& line) const { return std::count(lines_.begin(), lines_.end(), line); }
+    std::ptrdiff_t count(const std::string& line) const {
+        return std::count(lines_.begin(), lines_.end(), line);
+    }
     /// All lines in one, for a complaint.
     std::string text() const;
 
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override;
-    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client, const vexim::ErrorPtr& error) override;
+    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client,
+                                   const vexim::ErrorPtr& error) override;
     void clientDidLogout(const std::shared_ptr<VXIMClient>& client) override;
     void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override;
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override;
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override;
-    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>& client,
+                                          const std::shared_ptr<VXIMMessage>& message,
                                           const std::shared_ptr<VXIMGroup>& from) override;
-    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client,
+                                         const std::shared_ptr<VXIMMessage>& message,
                                          const std::shared_ptr<VXIMRoom>& from) override;
     void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>& client,
                                        const std::shared_ptr<VXIMMessage>& message) override;
-    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info) override;
-    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info) override;
+    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>& client,
+                               const std::shared_ptr<VXIMFriendInfo>& info) override;
+    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client,
+                                const std::shared_ptr<VXIMFriendInfo>& info) override;
 
     /// The line that stands for a message.
     static std::string lineOf(const std::string& conversation, VXIMMessage& message);

@@ -24,7 +24,8 @@ struct Attempt {
 std::string addressOf(const VXIMClient& client) {
     const auto url = client.config()->socketURL();
     if (!url) return "?";
-    return url->scheme() + "://" + url->host() + (url->port() ? ":" + std::to_string(*url->port()) : "");
+    return url->scheme() + "://" + url->host() +
+           (url->port() ? ":" + std::to_string(*url->port()) : "");
 }
 
 }  // namespace
@@ -37,9 +38,12 @@ void logInOnce(const std::shared_ptr<VXIMClient>& client, const Credentials& cre
         [seen = attempt.get()](const vexim::Notification& notification) {
             const auto error = vexim::connectionError(notification);
             // After this one the connection goes on, and the answer may still come.
-            if (!error->is(VXIMConnectionErrorDomain, VXIMConnectionErrorServerReported)) seen->end(explain(error));
+            if (!error->is(VXIMConnectionErrorDomain, VXIMConnectionErrorServerReported))
+                seen->end(explain(error));
         });
-    credentials.logIn(*client,
-                      [attempt](bool accepted, const vexim::ErrorPtr& error) { attempt->end(accepted ? "" : explain(error)); });
-    vexim::MainQueue::shared().after(kTimeout, [attempt] { attempt->end("The service does not answer."); });
+    credentials.logIn(*client, [attempt](bool accepted, const vexim::ErrorPtr& error) {
+        attempt->end(accepted ? "" : explain(error));
+    });
+    vexim::MainQueue::shared().after(kTimeout,
+                                     [attempt] { attempt->end("The service does not answer."); });
 }

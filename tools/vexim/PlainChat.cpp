@@ -47,7 +47,8 @@ int printError = 0;  // why standard output does not take any more: `errno`
 
 /// Others have a say in it: what a terminal would obey is left out.
 void print(const std::string& line) {
-    if (std::printf("%s\n", chat::harmless(line).c_str()) < 0 || std::fflush(stdout) != 0) printError = errno;
+    if (std::printf("%s\n", chat::harmless(line).c_str()) < 0 || std::fflush(stdout) != 0)
+        printError = errno;
 }
 
 const char* name(VXIMClientStatus status) {
@@ -89,15 +90,21 @@ public:
 
     int run(const Credentials& credentials) {
         vexim::NotificationCenter::defaultCenter().addObserver(
-            alive_, VXIMClientConnectionErrorNotification, client_.get(), [this](const vexim::Notification& notification) {
-                if (isLoggedIn_) print("connection: " + vexim::connectionError(notification)->localizedDescription());
+            alive_, VXIMClientConnectionErrorNotification, client_.get(),
+            [this](const vexim::Notification& notification) {
+                if (isLoggedIn_)
+                    print("connection: " +
+                          vexim::connectionError(notification)->localizedDescription());
             });
-        conversations_->setCaughtUpHandler([this](const VXIMCaughtUp& caughtUp) { didCatchUp(caughtUp); });
-        conversations_->setTroubleHandler([](const vexim::ErrorPtr& error) { print("store: " + explain(error)); });
+        conversations_->setCaughtUpHandler(
+            [this](const VXIMCaughtUp& caughtUp) { didCatchUp(caughtUp); });
+        conversations_->setTroubleHandler(
+            [](const vexim::ErrorPtr& error) { print("store: " + explain(error)); });
         conversations_->open([this](bool opened, const vexim::ErrorPtr& error) {
             if (!opened) return refuse("no store: " + explain(error));
             list_ = store()->observeConversations(
-                kMostConversations, [this](const VXIMListChange<VXIMConversation>& change) { didChange(change.list); });
+                kMostConversations,
+                [this](const VXIMListChange<VXIMConversation>& change) { didChange(change.list); });
             begin();
         });
         logInOnce(client_, credentials, [this](const std::string& complaint) {
@@ -106,7 +113,9 @@ public:
             begin();
         });
         loop_.run([this] {
-            if (printError != 0) throw std::runtime_error(std::string("cannot write the output: ") + std::strerror(printError));
+            if (printError != 0)
+                throw std::runtime_error(std::string("cannot write the output: ") +
+                                         std::strerror(printError));
         });
         return status_;
     }
@@ -129,10 +138,12 @@ private:
         loop_.quit();
     }
 
-    /// Once the user is logged in and the store is open: what a script sent before would go nowhere.
+    /// Once the user is logged in and the store is open: what a script sent before would go
+    /// nowhere.
     void begin() {
         if (!isLoggedIn_ || !store()) return;
-        print("logged in as " + client_->currentUser()->uid().description() + "; /help tells the commands");
+        print("logged in as " + client_->currentUser()->uid().description() +
+              "; /help tells the commands");
         loop_.watch(STDIN_FILENO, [this](bool) { read(); });
     }
 
@@ -140,9 +151,11 @@ private:
     void didCatchUp(const VXIMCaughtUp& caughtUp) {
         if (caughtUp.missedCount > 0) {
             const bool isOne = caughtUp.missedCount == 1;
-            print("while you were away: " + std::to_string(caughtUp.missedCount) + (isOne ? " message" : " messages"));
+            print("while you were away: " + std::to_string(caughtUp.missedCount) +
+                  (isOne ? " message" : " messages"));
         }
-        store()->conversations([this](const std::optional<std::vector<VXIMConversation>>& found, const vexim::ErrorPtr&) {
+        store()->conversations([this](const std::optional<std::vector<VXIMConversation>>& found,
+                                      const vexim::ErrorPtr&) {
             for (const auto& one : found.value_or(std::vector<VXIMConversation>())) {
                 if (one.unreadCount > 0) printMissed(one);
             }
@@ -152,28 +165,34 @@ private:
 
     void printMissed(const VXIMConversation& conversation) {
         const auto id = conversation.id;
-        const auto limit = static_cast<std::int32_t>(std::min<std::int64_t>(2 * conversation.unreadCount, kMostMissed));
-        store()->messagesBefore(id, std::nullopt, limit,
-                                [this, id, unread = conversation.unreadCount](
-                                    const std::optional<std::vector<VXIMStoredMessage>>& messages, const vexim::ErrorPtr&) {
-                                    if (!messages) return;
-                                    std::vector<std::string> missed;  // the newest first
-                                    std::int64_t count = 0;
-                                    for (auto one = messages->rbegin(); one != messages->rend() && count < unread; ++one) {
-                                        if (one->direction != VXIMStoredMessageIncoming) continue;
-                                        ++count;
-                                        const auto line = lineOf(placeOf(id), *one->message());
-                                        const auto begin = lines().begin() + static_cast<std::ptrdiff_t>(heardBefore_);
-                                        if (std::find(begin, lines().end(), line) == lines().end()) missed.push_back(line);
-                                    }
-                                    for (auto line = missed.rbegin(); line != missed.rend(); ++line) print(*line);
-                                    store()->markRead(id, std::nullopt, nullptr);
-                                });
+        const auto limit = static_cast<std::int32_t>(
+            std::min<std::int64_t>(2 * conversation.unreadCount, kMostMissed));
+        store()->messagesBefore(
+            id, std::nullopt, limit,
+            [this, id, unread = conversation.unreadCount](
+                const std::optional<std::vector<VXIMStoredMessage>>& messages,
+                const vexim::ErrorPtr&) {
+                if (!messages) return;
+                std::vector<std::string> missed;  // the newest first
+                std::int64_t count = 0;
+                for (auto one = messages->rbegin(); one != messages->rend() && count < unread;
+                     ++one) {
+                    if (one->direction != VXIMStoredMessageIncoming) continue;
+                    ++count;
+                    const auto line = lineOf(placeOf(id), *one->message());
+                    const auto begin = lines().begin() + static_cast<std::ptrdiff_t>(heardBefore_);
+                    if (std::find(begin, lines().end(), line) == lines().end())
+                        missed.push_back(line);
+                }
+                for (auto line = missed.rbegin(); line != missed.rend(); ++line) print(*line);
+                store()->markRead(id, std::nullopt, nullptr);
+            });
     }
 
     void didChange(const std::vector<VXIMConversation>& list) {
         for (const auto& one : list) {
-            if (isCaughtUp_ && one.unreadCount > 0) store()->markRead(one.id, std::nullopt, nullptr);
+            if (isCaughtUp_ && one.unreadCount > 0)
+                store()->markRead(one.id, std::nullopt, nullptr);
         }
     }
 
@@ -184,7 +203,8 @@ private:
         const auto known = typed_.size();  // a long line is not searched again and again
         if (count > 0) typed_.append(bytes.data(), static_cast<std::size_t>(count));
         std::size_t begin = 0;
-        for (auto end = typed_.find('\n', known); end != std::string::npos; end = typed_.find('\n', begin)) {
+        for (auto end = typed_.find('\n', known); end != std::string::npos;
+             end = typed_.find('\n', begin)) {
             didType(typed_.substr(begin, end - begin));
             begin = end + 1;
         }
@@ -234,39 +254,48 @@ private:
         if (!peer_.isNamed()) return didNotSend("to whom? Try /friend ID, /group ID or /room ID");
         const auto to = conversationOf(peer_);
         ++adding_;
-        conversations_->sendText(text, to, [this, to, text](const auto& stored, const vexim::ErrorPtr& error) {
-            --adding_;
-            if (!stored) {
-                didNotSend("not taken: " + explain(error) + ": " + shown(to, text));
-            } else {
-                if (client_->status() != VXIMClientStatusOpened) print("it waits for a connection: " + shown(to, text));
-                unsettled_.emplace(stored->localId, to);
-                observe(to);
-                ask(stored->localId);
-            }
-            logOutWhenSettled();
-        });
+        conversations_->sendText(
+            text, to, [this, to, text](const auto& stored, const vexim::ErrorPtr& error) {
+                --adding_;
+                if (!stored) {
+                    didNotSend("not taken: " + explain(error) + ": " + shown(to, text));
+                } else {
+                    if (client_->status() != VXIMClientStatusOpened)
+                        print("it waits for a connection: " + shown(to, text));
+                    unsettled_.emplace(stored->localId, to);
+                    observe(to);
+                    ask(stored->localId);
+                }
+                logOutWhenSettled();
+            });
     }
 
     std::string shown(const VXIMConversationId& to, const std::string& text) const {
-        const std::string line = placeOf(to) + ", " + client_->currentUser()->uid().description() + ": " + text;
+        const std::string line =
+            placeOf(to) + ", " + client_->currentUser()->uid().description() + ": " + text;
         return line.size() > kLongestShown ? line.substr(0, kLongestShown) + " …" : line;
     }
 
     void observe(const VXIMConversationId& conversation) {
         auto& observed = observed_[conversation];
         if (observed) return;
-        observed = store()->observeMessages(conversation, kObserved, [this, conversation](const auto& change) {
-            for (const auto& message : change.list) settle(message);
-            for (const auto& [localId, to] : unsettled_) {
-                const auto isIt = [id = localId](const VXIMStoredMessage& message) { return message.localId == id; };
-                if (to == conversation && std::none_of(change.list.begin(), change.list.end(), isIt)) ask(localId);
-            }
-        });
+        observed = store()->observeMessages(
+            conversation, kObserved, [this, conversation](const auto& change) {
+                for (const auto& message : change.list) settle(message);
+                for (const auto& [localId, to] : unsettled_) {
+                    const auto isIt = [id = localId](const VXIMStoredMessage& message) {
+                        return message.localId == id;
+                    };
+                    if (to == conversation &&
+                        std::none_of(change.list.begin(), change.list.end(), isIt))
+                        ask(localId);
+                }
+            });
     }
 
     void ask(std::int64_t localId) {
-        store()->message(localId, [this](const std::optional<VXIMStoredMessage>& message, const vexim::ErrorPtr&) {
+        store()->message(localId, [this](const std::optional<VXIMStoredMessage>& message,
+                                         const vexim::ErrorPtr&) {
             if (message) settle(*message);
         });
     }
@@ -276,7 +305,9 @@ private:
         const bool isFailed = message.state == VXIMStoredMessageFailed;
         if (!isFailed && message.state != VXIMStoredMessageConfirmed) return;
         if (unsettled_.erase(message.localId) == 0) return;
-        if (isFailed) didNotSend("not sent: " + explain(message.error) + ": " + shown(message.conversation, message.text()));
+        if (isFailed)
+            didNotSend("not sent: " + explain(message.error) + ": " +
+                       shown(message.conversation, message.text()));
         logOutWhenSettled();
     }
 
@@ -286,7 +317,8 @@ private:
     }
 
     void leave() {
-        if (leaving_ || client_->status() == VXIMClientStatusClosed || !client_->socketio()) return end();
+        if (leaving_ || client_->status() == VXIMClientStatusClosed || !client_->socketio())
+            return end();
         leaving_ = true;
         vexim::MainQueue::shared().after(kPatience, [this] { logOut(); });
         logOutWhenSettled();
@@ -309,7 +341,8 @@ private:
             print(std::to_string(count) + (count == 1 ? " message waits" : " messages wait") +
                   " in the store, and will be sent in the next run");
         } else if (count > 0) {
-            didNotSend(std::to_string(count) + (count == 1 ? " message was" : " messages were") + " not sent, or not sent back");
+            didNotSend(std::to_string(count) + (count == 1 ? " message was" : " messages were") +
+                       " not sent, or not sent back");
         }
         list_ = nullptr;
         observed_.clear();
@@ -326,9 +359,11 @@ private:
     std::shared_ptr<int> alive_ = std::make_shared<int>();  // observes as long as this lives
     std::shared_ptr<VXIMStoreObservation> list_;
     std::map<VXIMConversationId, std::shared_ptr<VXIMStoreObservation>> observed_;
-    std::map<std::int64_t, VXIMConversationId> unsettled_;  // queued in this run, and neither delivered nor failed
-    std::size_t adding_ = 0;                                // those that the store has not answered yet
-    std::size_t heardBefore_ = 0;                           // lines, at the last login
+    // queued in this run, and neither delivered nor failed
+    std::map<std::int64_t, VXIMConversationId> unsettled_;
+    // those that the store has not answered yet
+    std::size_t adding_ = 0;
+    std::size_t heardBefore_ = 0;  // lines, at the last login
     bool isCaughtUp_ = false;
     bool isLoggedIn_ = false;
     bool leaving_ = false;  // a second /quit does not wait for the service
@@ -339,7 +374,8 @@ private:
 
 }  // namespace
 
-int runPlainChat(const std::shared_ptr<VXIMConversations>& conversations, const Credentials& credentials, const Peer& peer,
+int runPlainChat(const std::shared_ptr<VXIMConversations>& conversations,
+                 const Credentials& credentials, const Peer& peer,
                  const std::optional<std::string>& store) {
     auto chat = std::make_shared<PlainChat>(conversations, peer, store.has_value());
     conversations->client()->setDelegate(chat);

@@ -4,7 +4,8 @@
 
 class VXIMConversations;
 
-/// A chat line by line, for scripts and simple terminals: what is read from standard input is sent or obeyed, what happens is
-/// printed.
-int runPlainChat(const std::shared_ptr<VXIMConversations>& conversations, const Credentials& credentials, const Peer& peer,
+/// A chat line by line, for scripts and simple terminals: what is read from standard input is sent
+/// or obeyed, what happens is printed.
+int runPlainChat(const std::shared_ptr<VXIMConversations>& conversations,
+                 const Credentials& credentials, const Peer& peer,
                  const std::optional<std::string>& store);

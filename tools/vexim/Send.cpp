@@ -31,18 +31,22 @@ constexpr std::chrono::seconds kLogoutTimeout{3};
 // Far beyond what a service takes, so that an endless input ends.
 constexpr std::size_t kLongestText = std::size_t{16} << 20;
 
-constexpr std::array kAudio{".aac", ".amr", ".flac", ".m4a", ".mp3", ".oga", ".ogg", ".opus", ".wav"};
-constexpr std::array kPicture{".avif", ".bmp", ".gif", ".heic", ".jpeg", ".jpg", ".png", ".svg", ".tif", ".tiff", ".webp"};
+constexpr std::array kAudio{".aac", ".amr", ".flac", ".m4a", ".mp3",
+                            ".oga", ".ogg", ".opus", ".wav"};
+constexpr std::array kPicture{".avif", ".bmp", ".gif", ".heic", ".jpeg", ".jpg",
+                              ".png",  ".svg", ".tif", ".tiff", ".webp"};
 constexpr std::array kVideo{".avi", ".m4v", ".mkv", ".mov", ".mp4", ".mpeg", ".mpg", ".webm"};
 
 template <class Endings>
 bool isOneOf(const std::string& ending, const Endings& endings) {
-    return std::any_of(endings.begin(), endings.end(), [&](const char* one) { return ending == one; });
+    return std::any_of(endings.begin(), endings.end(),
+                       [&](const char* one) { return ending == one; });
 }
 
 std::string endingOf(const std::string& name) {
     std::string ending = std::filesystem::path(name).extension();
-    std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+    std::transform(ending.begin(), ending.end(), ending.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
     return ending;
 }
 
@@ -51,7 +55,8 @@ void drawProgress(std::int32_t percent) {
     static std::int32_t drawn = -1;  // a value may come twice, and the end of the line must not
     if (std::exchange(drawn, percent) == percent) return;
     const int filled = std::clamp(percent, 0, 100) * kWidth / 100;
-    std::fprintf(stderr, "\r[%s%s] %3d %%", std::string(static_cast<std::size_t>(filled), '#').c_str(),
+    std::fprintf(stderr, "\r[%s%s] %3d %%",
+                 std::string(static_cast<std::size_t>(filled), '#').c_str(),
                  std::string(static_cast<std::size_t>(kWidth - filled), ' ').c_str(), percent);
     if (percent >= 100) std::fputc('\n', stderr);
 }
@@ -72,11 +77,12 @@ void handOver(VXIMClient& client, const std::shared_ptr<VXIMMessage>& message, E
     const bool isFile = message->mediaType() != VXIMMessageMediaTypeText;
     const auto isOver = std::make_shared<bool>(false);
     const auto refusal = std::make_shared<vexim::ErrorPtr>();
-    client.sendMessage(message, isFile ? drawProgress : VXIMProgress(), [&echo, refusal, isOver](bool, vexim::ErrorPtr error) {
-        echo.expect();
-        *refusal = std::move(error);
-        *isOver = true;
-    });
+    client.sendMessage(message, isFile ? drawProgress : VXIMProgress(),
+                       [&echo, refusal, isOver](bool, vexim::ErrorPtr error) {
+                           echo.expect();
+                           *refusal = std::move(error);
+                           *isOver = true;
+                       });
     waitFor([&] { return *isOver; }, kForever);
     if (message->status() == VXIMMessageStatusSent) return;
     if (isFile) std::fputc('\n', stderr);  // the progress stands there, unfinished
@@ -90,11 +96,13 @@ void awaitEcho(const Echo& echo, const Peer& peer) {
         throw std::runtime_error(
             "the connection was lost before the service had sent the message back: it may have arrived, or not");
     }
-    const std::string doubt = peer.friendId  ? "Is \"" + *peer.friendId + "\" a friend of yours?"
-                              : peer.groupId ? "Are you a member of a group \"" + *peer.groupId + "\"?"
-                                             : "Are you a member of a room \"" + *peer.roomId + "\"?";
-    throw std::runtime_error("not delivered: the service has not sent the message back, as it does with those that it delivers. " +
-                             doubt);
+    const std::string doubt = peer.friendId ? "Is \"" + *peer.friendId + "\" a friend of yours?"
+                              : peer.groupId
+                                  ? "Are you a member of a group \"" + *peer.groupId + "\"?"
+                                  : "Are you a member of a room \"" + *peer.roomId + "\"?";
+    throw std::runtime_error(
+        "not delivered: the service has not sent the message back, as it does with those that it delivers. " +
+        doubt);
 }
 
 std::string readText() {
@@ -102,9 +110,11 @@ std::string readText() {
     std::array<char, 65'536> bytes{};
     while (const auto count = std::fread(bytes.data(), 1, bytes.size(), stdin)) {
         text.append(bytes.data(), count);
-        if (text.size() > kLongestText) throw std::invalid_argument("the text is longer than 16 MiB");
+        if (text.size() > kLongestText)
+            throw std::invalid_argument("the text is longer than 16 MiB");
     }
-    if (std::ferror(stdin) != 0) throw std::runtime_error(std::string("cannot read the text: ") + std::strerror(errno));
+    if (std::ferror(stdin) != 0)
+        throw std::runtime_error(std::string("cannot read the text: ") + std::strerror(errno));
     if (text.ends_with('\n')) text.pop_back();
     return text;
 }
@@ -127,9 +137,12 @@ std::shared_ptr<VXIMMessage> messageWithFile(const std::string& name) {
     std::error_code error;
     const auto status = std::filesystem::status(name, error);
     if (!std::filesystem::exists(status)) throw std::invalid_argument("no such file: " + name);
-    if (std::filesystem::is_directory(status)) throw std::invalid_argument("this is a folder, not a file: " + name);
-    if (!std::filesystem::is_regular_file(status)) throw std::invalid_argument("this is not a plain file: " + name);
-    if (access(name.c_str(), R_OK) != 0) throw std::invalid_argument("this file cannot be read: " + name);
+    if (std::filesystem::is_directory(status))
+        throw std::invalid_argument("this is a folder, not a file: " + name);
+    if (!std::filesystem::is_regular_file(status))
+        throw std::invalid_argument("this is not a plain file: " + name);
+    if (access(name.c_str(), R_OK) != 0)
+        throw std::invalid_argument("this file cannot be read: " + name);
     const std::string ending = endingOf(name);
     if (isOneOf(ending, kAudio)) return VXIMMessage::messageWithAudioFileAtPath(name);
     if (isOneOf(ending, kVideo)) return VXIMMessage::messageWithVideoFileAtPath(name);
@@ -146,8 +159,10 @@ const char* mediaName(std::int32_t media, const std::string& name) {
 }
 
 void SendOptions::addOptions(CLI::App& command) {
-    auto* words = command.add_option("TEXT", text, "The text; \"-\" or none: what standard input holds, as one message");
-    command.add_option("--file", file, "A picture, a sound or a film to send instead")->excludes(words);
+    auto* words = command.add_option(
+        "TEXT", text, "The text; \"-\" or none: what standard input holds, as one message");
+    command.add_option("--file", file, "A picture, a sound or a film to send instead")
+        ->excludes(words);
     command.footer(
         "All of standard input is one text, without the line end that closes it; the text must be UTF-8.\n"
         "After a text that begins with a dash put the options in front, and \"--\" before the text.\n"
@@ -166,9 +181,12 @@ void address(VXIMMessage& message, const Peer& peer) {
     }
 }
 
-int runSend(const Account& account, const Credentials& credentials, const Peer& peer, const SendOptions& options) {
-    if (!peer.isNamed()) throw std::invalid_argument("say to whom with --friend, --group or --room");
-    const auto client = account.makeClient();  // a wrong address is told before a text is waited for
+int runSend(const Account& account, const Credentials& credentials, const Peer& peer,
+            const SendOptions& options) {
+    if (!peer.isNamed())
+        throw std::invalid_argument("say to whom with --friend, --group or --room");
+    // a wrong address is told before a text is waited for
+    const auto client = account.makeClient();
     const auto message = messageFrom(options);
     logIn(client, credentials);
     address(*message, peer);

@@ -15,7 +15,9 @@ Stage::Stage(const Account& account) : alice(account.makeClient()), bob(account.
 
 AnswerPtr Stage::flag(const std::function<void(VXIMBooleanCompletion)>& operation) {
     auto answer = std::make_shared<Answer>();
-    operation([answer](bool succeeded, vexim::ErrorPtr error) { *answer = {true, succeeded, {}, std::move(error)}; });
+    operation([answer](bool succeeded, vexim::ErrorPtr error) {
+        *answer = {true, succeeded, {}, std::move(error)};
+    });
     return answer;
 }
 
@@ -29,13 +31,16 @@ AnswerPtr Stage::login(const std::shared_ptr<VXIMClient>& client, const Credenti
 
 AnswerPtr Stage::result(const std::function<void(VXIMResultCompletion)>& operation) {
     auto answer = std::make_shared<Answer>();
-    operation([answer](vexim::Value result, vexim::ErrorPtr error) { *answer = {true, !error, std::move(result), error}; });
+    operation([answer](vexim::Value result, vexim::ErrorPtr error) {
+        *answer = {true, !error, std::move(result), error};
+    });
     return answer;
 }
 
 bool Stage::succeeds(const std::string& step, const AnswerPtr& answer) {
     return transcript.expect(
-        step, [&] { return answer->arrived; }, [&] { return answer->succeeded; }, [&] { return answer->text(); });
+        step, [&] { return answer->arrived; }, [&] { return answer->succeeded; },
+        [&] { return answer->text(); });
 }
 
 void Stage::refuses(const std::string& step, const AnswerPtr& answer, const std::string& domain,
@@ -48,12 +53,15 @@ void Stage::refuses(const std::string& step, const AnswerPtr& answer, const std:
         step, [&] { return answer->arrived; }, refused, [&] { return answer->text(); });
 }
 
-void Stage::expectStatus(const std::string& step, const VXIMClient& client, VXIMClientStatus status) {
+void Stage::expectStatus(const std::string& step, const VXIMClient& client,
+                         VXIMClientStatus status) {
     const auto reached = [&] { return client.status() == status; };
-    transcript.expect(step, reached, reached, [&] { return "status " + std::to_string(client.status()); });
+    transcript.expect(step, reached, reached,
+                      [&] { return "status " + std::to_string(client.status()); });
 }
 
-void Stage::expectHeard(const std::string& step, const Inbox& inbox, const std::string& line, std::ptrdiff_t times) {
+void Stage::expectHeard(const std::string& step, const Inbox& inbox, const std::string& line,
+                        std::ptrdiff_t times) {
     const auto heard = [&] { return inbox.count(line) >= times; };
     transcript.expect(step, heard, heard, [&] { return inbox.text(); });
 }

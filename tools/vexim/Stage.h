@@ -22,7 +22,8 @@ struct Answer {
 };
 using AnswerPtr = std::shared_ptr<Answer>;
 
-/// The two users on whom the demo's chapters play, what they hear, and the checks that the chapters are made of.
+/// The two users on whom the demo's chapters play, what they hear, and the checks that the chapters
+/// are made of.
 class Stage {
 public:
     // The users, the group and the room with which the development service starts.
@@ -35,7 +36,8 @@ public:
     explicit Stage(const Account& account);
 
     /// Starts a login; one that cannot be answered fails with the connection's error.
-    static AnswerPtr login(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials);
+    static AnswerPtr login(const std::shared_ptr<VXIMClient>& client,
+                           const Credentials& credentials);
     /// Starts an operation that ends with a flag, or with a result.
     static AnswerPtr flag(const std::function<void(VXIMBooleanCompletion)>& operation);
     static AnswerPtr result(const std::function<void(VXIMResultCompletion)>& operation);
@@ -44,7 +46,8 @@ public:
     void refuses(const std::string& step, const AnswerPtr& answer, const std::string& domain,
                  const std::optional<std::string>& description = std::nullopt);
     void expectStatus(const std::string& step, const VXIMClient& client, VXIMClientStatus status);
-    void expectHeard(const std::string& step, const Inbox& inbox, const std::string& line, std::ptrdiff_t times = 1);
+    void expectHeard(const std::string& step, const Inbox& inbox, const std::string& line,
+                     std::ptrdiff_t times = 1);
     /// Something that holds now, or does not.
     void expectNow(const std::string& step, bool holds, const std::string& seen);
 

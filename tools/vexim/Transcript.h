@@ -12,10 +12,11 @@ public:
 
     /// A line that only tells.
     void say(const std::string& line);
-    /// Runs the main queue until `arrived`, for as long as the budget lasts but no longer than ten seconds, and prints the step
-    /// with the verdict: whether `held`. `seen` tells what was there instead when it did not.
-    bool expect(const std::string& step, const std::function<bool()>& arrived, const std::function<bool()>& held,
-                const std::function<std::string()>& seen);
+    /// Runs the main queue until `arrived`, for as long as the budget lasts but no longer than ten
+    /// seconds, and prints the step with the verdict: whether `held`. `seen` tells what was there
+    /// instead when it did not.
+    bool expect(const std::string& step, const std::function<bool()>& arrived,
+                const std::function<bool()>& held, const std::function<std::string()>& seen);
 
     bool allHeld() const noexcept { return failures_ == 0; }
     /// The closing line.

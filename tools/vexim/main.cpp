@@ -31,7 +31,8 @@ std::string misspelt(const CLI::App& app, int argc, char** argv) {
     const CLI::App* command = &app;
     int at = 1;
     for (; !command->get_subcommands().empty(); ++at) command = command->get_subcommands().front();
-    const bool takesCommand = !command->get_subcommands([](const CLI::App*) { return true; }).empty();
+    const bool takesCommand =
+        !command->get_subcommands([](const CLI::App*) { return true; }).empty();
     return takesCommand && at < argc && argv[at][0] != '-' ? argv[at] : "";
 }
 
@@ -47,7 +48,8 @@ int main(int argc, char** argv) {
     Peer peer;
     std::function<int()> chosen;  // the command that was given
 
-    auto& demo = *app.add_subcommand("demo", "Let two users of the development service talk, and check every step");
+    auto& demo = *app.add_subcommand(
+        "demo", "Let two users of the development service talk, and check every step");
     account.addOptions(demo);
     demo.callback([&] { chosen = [&] { return runDemo(account); }; });
 
@@ -67,12 +69,15 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         const auto word = misspelt(app, argc, argv);
-        if (error.get_exit_code() != 0 && !word.empty()) return complain("no such command: " + word + "; --help lists them", 2);
+        if (error.get_exit_code() != 0 && !word.empty())
+            return complain("no such command: " + word + "; --help lists them", 2);
         return app.exit(error) == 0 ? 0 : 2;
     }
     for (int i = 1; i < argc; ++i) {  // a file's name may have any bytes
-        const bool isText = !vexim::writeJSON(vexim::Value(argv[i]), vexim::JSONFragments::Allow).error;
-        if (!isText && ::access(argv[i], F_OK) != 0) return complain("argument " + std::to_string(i) + " is not valid UTF-8", 2);
+        const bool isText =
+            !vexim::writeJSON(vexim::Value(argv[i]), vexim::JSONFragments::Allow).error;
+        if (!isText && ::access(argv[i], F_OK) != 0)
+            return complain("argument " + std::to_string(i) + " is not valid UTF-8", 2);
     }
     hideSecrets(argc, argv);
     chat::useUTF8();
@@ -81,7 +86,8 @@ int main(int argc, char** argv) {
         const int status = chosen();
         errno = 0;
         if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
-        throw std::runtime_error(std::string("cannot write the output: ") + std::strerror(errno != 0 ? errno : EIO));
+        throw std::runtime_error(std::string("cannot write the output: ") +
+                                 std::strerror(errno != 0 ? errno : EIO));
     } catch (const std::invalid_argument& error) {
         return complain(error.what(), 2);  // nothing was tried
     } catch (const CLI::ParseError& error) {

@@ -13,7 +13,8 @@ namespace {
 
 std::string_view trimmed(std::string_view text) {
     const auto begin = text.find_first_not_of(' ');
-    return begin == text.npos ? std::string_view() : text.substr(begin, text.find_last_not_of(' ') - begin + 1);
+    return begin == text.npos ? std::string_view()
+                              : text.substr(begin, text.find_last_not_of(' ') - begin + 1);
 }
 
 bool isId(const Value& value) {
@@ -28,7 +29,8 @@ bool isArrayOf(const Value& value, Test test) {
 }
 
 std::string described(std::string_view type) {
-    return type == "id" ? "a string that is not empty, or an integer" : "of type " + std::string(type);
+    return type == "id" ? "a string that is not empty, or an integer"
+                        : "of type " + std::string(type);
 }
 
 std::string quoted(std::string_view name) { return "\"" + std::string(name) + "\""; }
@@ -55,29 +57,37 @@ bool hasType(const Value& value, std::string_view type) {
     if (type == "id") return isId(value);
     if (type == "ids") return isArrayOf(value, isId);
     if (type == "string" || type == "conversationKind") return value.isString();
-    if (type == "strings") return isArrayOf(value, [](const Value& element) { return element.isString(); });
+    if (type == "strings")
+        return isArrayOf(value, [](const Value& element) { return element.isString(); });
     if (type == "boolean") return value.isBoolean();
     if (type == "number") return value.isNumber() && !value.isBoolean();
     if (type == "integer") return value.kind() == Value::Kind::Integer;
     if (type == "int32")
-        return value.kind() == Value::Kind::Integer && value.integer() == static_cast<std::int32_t>(value.integer());
-    return value.isDictionary();  // "object", "newMessage", "address", "conversationId", "storePosition"
+        return value.kind() == Value::Kind::Integer &&
+               value.integer() == static_cast<std::int32_t>(value.integer());
+    // "object", "newMessage", "address", "conversationId", "storePosition"
+    return value.isDictionary();
 }
 
-std::optional<Problem> findProblem(const std::vector<Parameter>& parameters, const Dictionary& arguments) {
+std::optional<Problem> findProblem(const std::vector<Parameter>& parameters,
+                                   const Dictionary& arguments) {
     for (const auto& parameter : parameters) {
         const Value& value = arguments.get(parameter.name);
         if (value.isNilOrNull()) {
             if (parameter.isOptional) continue;
-            return Problem{InterfaceError::MissingArgument, "The argument " + quoted(parameter.name) + " is missing."};
+            return Problem{InterfaceError::MissingArgument,
+                           "The argument " + quoted(parameter.name) + " is missing."};
         }
         if (!hasType(value, parameter.type)) {
-            return Problem{InterfaceError::WrongArgument, quoted(parameter.name) + " must be " + described(parameter.type) + "."};
+            return Problem{InterfaceError::WrongArgument,
+                           quoted(parameter.name) + " must be " + described(parameter.type) + "."};
         }
     }
     for (const auto [name, value] : arguments) {
         if (name == "@op" || name == "@extra" || name == "@timeout") continue;
-        const auto isMeant = [name = name](const Parameter& parameter) { return parameter.name == name; };
+        const auto isMeant = [name = name](const Parameter& parameter) {
+            return parameter.name == name;
+        };
         if (std::ranges::none_of(parameters, isMeant)) {
             return Problem{InterfaceError::UnknownArgument, quoted(name) + " is not known here."};
         }

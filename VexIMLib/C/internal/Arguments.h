@@ -24,7 +24,9 @@ std::vector<Parameter> parseParameters(std::string_view declaration);
 /// Whether a value is of that type of the table.
 bool hasType(const Value& value, std::string_view type);
 
-/// What is wrong with the arguments: one is missing, of another type, or unknown. "@op", "@extra" and "@timeout" are let pass.
-std::optional<Problem> findProblem(const std::vector<Parameter>& parameters, const Dictionary& arguments);
+/// What is wrong with the arguments: one is missing, of another type, or unknown. "@op", "@extra"
+/// and "@timeout" are let pass.
+std::optional<Problem> findProblem(const std::vector<Parameter>& parameters,
+                                   const Dictionary& arguments);
 
 }  // namespace vexim::c

@@ -14,8 +14,10 @@ Configuration readConfiguration(std::string_view text) {
     const auto read = parseJSON(text);
     const auto* given = read.value.asDictionary();
     if (!given) {
-        configuration.problem = {InterfaceError::NotAnObject, "The configuration is not a JSON object" +
-                                                                  (read.error ? ": " + read.error->localizedDescription() : ".")};
+        configuration.problem = {
+            InterfaceError::NotAnObject,
+            "The configuration is not a JSON object" +
+                (read.error ? ": " + read.error->localizedDescription() : ".")};
         return configuration;
     }
     static const std::vector<Parameter> parameters = parseParameters(kConfiguration);
@@ -38,15 +40,18 @@ Configuration readConfiguration(std::string_view text) {
     auto client = VXIMClientConfiguration::defaultConfiguration();
     if (const auto appId = given->get("appId").asString()) client->setAppId(*appId);
     if (const auto clientKey = given->get("clientKey").asString()) client->setClientKey(*clientKey);
-    if (const auto installationId = given->get("installationId").asString()) client->setInstallationId(*installationId);
+    if (const auto installationId = given->get("installationId").asString())
+        client->setInstallationId(*installationId);
     if (const auto nsp = given->get("nsp").asString()) client->setNsp(*nsp);
     if (const auto url = given->get("socketURL").asString()) {
         const auto parsed = URL::parse(*url);
-        if (!parsed || parsed->host().empty()) return wrong("\"socketURL\" is not a URL with a host.");
+        if (!parsed || parsed->host().empty())
+            return wrong("\"socketURL\" is not a URL with a host.");
         client->setSocketURL(*parsed);
     }
     // A configuration that chooses how to connect chooses all of it.
-    if (given->contains("forcePolling") || given->contains("transports")) client->dictionary().remove("forceWebsockets");
+    if (given->contains("forcePolling") || given->contains("transports"))
+        client->dictionary().remove("forceWebsockets");
     for (const Parameter& option : options) {
         const Value& value = given->get(option.name);
         if (!value.isNilOrNull()) client->dictionary().set(option.name, value);

@@ -8,7 +8,8 @@
 
 namespace vexim::c {
 
-/// The domain of the errors that the C interface adds, with the codes below. docs/c-interface.md tells them to applications.
+/// The domain of the errors that the C interface adds, with the codes below. docs/c-interface.md
+/// tells them to applications.
 inline constexpr const char* kInterfaceErrorDomain = "VXIMInterfaceErrorDomain";
 enum class InterfaceError : std::int64_t {
     NotAnObject = 1,
@@ -39,6 +40,8 @@ struct Refusal {
 // An error as JSON: {"domain":…,"code":…,"description":…,"userInfo":…}.
 std::string errorBody(const Error& error);
 std::string errorBody(InterfaceError code, std::string description);
-inline std::string errorBody(const Problem& problem) { return errorBody(problem.code, problem.description); }
+inline std::string errorBody(const Problem& problem) {
+    return errorBody(problem.code, problem.description);
+}
 
 }  // namespace vexim::c

@@ -24,17 +24,21 @@ std::shared_ptr<VXIMMessage> messageFrom(Request& request);
 
 // Main thread.
 using Handler = void(Request& request);
-Handler loginWithUserId, loginWithUsername, loginWithPhoneNumber, loginWithThirdPartyOAuth, loginWithAuthData, logout,
-    deleteCurrentInstallId, pause, resume, resetFlags, currentUser, cancel, sendMessageToFriend, sendMessageToGroup,
-    sendMessageToRoom, sendMessage, sendSystemMessageToAllUsers, sendSystemMessageToUser, sendSystemMessageToGroup,
+Handler loginWithUserId, loginWithUsername, loginWithPhoneNumber, loginWithThirdPartyOAuth,
+    loginWithAuthData, logout, deleteCurrentInstallId, pause, resume, resetFlags, currentUser,
+    cancel, sendMessageToFriend, sendMessageToGroup, sendMessageToRoom, sendMessage,
+    sendSystemMessageToAllUsers, sendSystemMessageToUser, sendSystemMessageToGroup,
     sendSystemMessageToRoom, sendSystemMessage, downloadAttachment;
-Handler userFetch, userFetchFriends, userFetchGroups, userFetchRooms, userAddFriend, userGetFriendInfo, userDeleteFriend,
-    userGetLatestChats, userUpdateAttributes, userReplaceAttributes, userFetchAttributes, userGetAttribute, userDeleteAttributes;
-Handler groupCreateWithOwner, groupCreate, groupFetch, groupGetLatestMessages, groupChangeOwner, groupUpdate, groupAddMembers,
-    groupRemoveMembers, groupUpdateName, groupDelete, groupUpdateAttributes, groupReplaceAttributes, groupFetchAttributes,
-    groupGetAttribute, groupDeleteAttributes;
-Handler roomCreate, roomFetch, roomUpdateName, roomAddMembers, roomRemoveMembers, roomDelete, roomUpdateAttributes,
-    roomReplaceAttributes, roomFetchAttributes, roomGetAttribute, roomDeleteAttributes;
+Handler userFetch, userFetchFriends, userFetchGroups, userFetchRooms, userAddFriend,
+    userGetFriendInfo, userDeleteFriend, userGetLatestChats, userUpdateAttributes,
+    userReplaceAttributes, userFetchAttributes, userGetAttribute, userDeleteAttributes;
+Handler groupCreateWithOwner, groupCreate, groupFetch, groupGetLatestMessages, groupChangeOwner,
+    groupUpdate, groupAddMembers, groupRemoveMembers, groupUpdateName, groupDelete,
+    groupUpdateAttributes, groupReplaceAttributes, groupFetchAttributes, groupGetAttribute,
+    groupDeleteAttributes;
+Handler roomCreate, roomFetch, roomUpdateName, roomAddMembers, roomRemoveMembers, roomDelete,
+    roomUpdateAttributes, roomReplaceAttributes, roomFetchAttributes, roomGetAttribute,
+    roomDeleteAttributes;
 Handler passengerCreate, passengerUpdate, passengerFetch, passengerGetHistory;
 Handler findUsers, findGroups, findRooms;
 
@@ -44,9 +48,10 @@ struct Asker {
     VXIMClient* client = nullptr;
 };
 /// Appends the result, or gives the problem. Any thread.
-using ImmediateHandler = std::optional<Problem>(const Asker& asker, const Dictionary& arguments, std::string& result);
-ImmediateHandler descriptor, status, offlineTemporally, tryLogout, config, diagnose, version, setApplicationInfo,
-    setKeepsFinishedDelegates, setLog;
+using ImmediateHandler = std::optional<Problem>(const Asker& asker, const Dictionary& arguments,
+                                                std::string& result);
+ImmediateHandler descriptor, status, offlineTemporally, tryLogout, config, diagnose, version,
+    setApplicationInfo, setKeepsFinishedDelegates, setLog;
 
 }  // namespace handlers
 }  // namespace vexim::c

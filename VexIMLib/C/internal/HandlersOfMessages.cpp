@@ -29,7 +29,8 @@ void address(VXIMMessageTarget& target, const Dictionary& given) {
 std::optional<std::string> attachmentOf(Request& request, const Dictionary& given) {
     if (const auto path = given.get("attachmentPath").asString()) {
         std::error_code failed;
-        if (!std::filesystem::is_regular_file(*path, failed)) refuse("There is no file \"" + *path + "\".");
+        if (!std::filesystem::is_regular_file(*path, failed))
+            refuse("There is no file \"" + *path + "\".");
         return path;
     }
     const auto data = given.get("attachmentData").asStringView();
@@ -37,36 +38,46 @@ std::optional<std::string> attachmentOf(Request& request, const Dictionary& give
     const auto bytes = decodeBase64(*data);
     if (!bytes) refuse("\"attachmentData\" is not base64.");
     const std::string name =
-        std::filesystem::path(given.get("attachmentName").asString().value_or("attachment")).filename().string();
+        std::filesystem::path(given.get("attachmentName").asString().value_or("attachment"))
+            .filename()
+            .string();
     if (name.empty() || name == "." || name == ".." || name.find('\0') != name.npos)
         refuse("\"attachmentName\" is not a file name.");
     auto path = request.stage(name, *bytes);
-    if (!path) throw Refusal({InterfaceError::Nothing, "The attachment cannot be written to the temporary directory."});
+    if (!path)
+        throw Refusal({InterfaceError::Nothing,
+                       "The attachment cannot be written to the temporary directory."});
     return path;
 }
 
 }  // namespace
 
 void require(const Dictionary& given, std::string_view declaration) {
-    if (auto problem = findProblem(parseParameters(declaration), given)) throw Refusal(*std::move(problem));
+    if (auto problem = findProblem(parseParameters(declaration), given))
+        throw Refusal(*std::move(problem));
 }
 
-void refuse(std::string description) { throw Refusal({InterfaceError::WrongArgument, std::move(description)}); }
+void refuse(std::string description) {
+    throw Refusal({InterfaceError::WrongArgument, std::move(description)});
+}
 
 MessagePtr messageFrom(Request& request) {
     const Dictionary given = request.dictionary("message");
     require(given, kMessage);
     const auto* payload = given.get("payload").asDictionary();
     const auto text = given.get("text").asString();
-    auto message = payload ? VXIMMessage::initWithPayloadDictionary(*payload) : VXIMMessage::messageWithText(text.value_or(""));
+    auto message = payload ? VXIMMessage::initWithPayloadDictionary(*payload)
+                           : VXIMMessage::messageWithText(text.value_or(""));
     if (!payload && !text) message->setText(std::nullopt);
     if (const Value& type = given.get("mediaType"); type.isNumber()) {
         message->setMediaType(static_cast<VXIMMessageMediaType>(type.intValue()));
     }
     if (payload && text) message->setText(text);
     if (const auto url = given.get("attachmentUrl").asString()) message->setAttachmentUrl(url);
-    if (const Value& time = given.get("sendTimestamp"); time.isNumber()) message->setSendTimestamp(time.doubleValue());
-    if (const auto* receiver = given.get("receiver").asDictionary()) address(*message->receiver(), *receiver);
+    if (const Value& time = given.get("sendTimestamp"); time.isNumber())
+        message->setSendTimestamp(time.doubleValue());
+    if (const auto* receiver = given.get("receiver").asDictionary())
+        address(*message->receiver(), *receiver);
     if (auto path = attachmentOf(request, given)) {
         if (message->mediaType() == VXIMMessageMediaTypeText)
             refuse("A message with an attachment needs a \"mediaType\" of 1, 2 or 3.");
@@ -82,11 +93,13 @@ std::shared_ptr<VXIMTransfer> transferOf(Request& request, const VXIMMessage& me
 }
 
 void send(Request& request, const MessagePtr& message) {
-    request.client().sendMessage(message, request.progress(), request.doneWith(message), transferOf(request, *message));
+    request.client().sendMessage(message, request.progress(), request.doneWith(message),
+                                 transferOf(request, *message));
 }
 
 void sendSystem(Request& request, const MessagePtr& message) {
-    request.client().sendSystemMessage(message, request.progress(), request.doneWith(message), transferOf(request, *message));
+    request.client().sendSystemMessage(message, request.progress(), request.doneWith(message),
+                                       transferOf(request, *message));
 }
 
 }  // namespace
@@ -141,23 +154,27 @@ void sendSystemMessage(Request& request) { sendSystem(request, messageFrom(reque
 void downloadAttachment(Request& request) {
     const auto message = messageFrom(request);
     if (const auto path = request.text("path")) {
-        auto ended = [self = request.shared_from_this(), path = *path](const Value&, const ErrorPtr& error) {
+        auto ended = [self = request.shared_from_this(), path = *path](const Value&,
+                                                                       const ErrorPtr& error) {
             if (error) return self->fail(errorBody(*error));
             std::string result;
             ObjectWriter(result).add("path", std::string_view(path));
             self->succeed(result);
         };
-        return message->downloadAttachment(*path, request.progress(), std::move(ended), request.transfer());
+        return message->downloadAttachment(*path, request.progress(), std::move(ended),
+                                           request.transfer());
     }
     const auto folder = request.folder();
-    if (!folder) throw Refusal({InterfaceError::Nothing, "The temporary directory cannot be written."});
+    if (!folder)
+        throw Refusal({InterfaceError::Nothing, "The temporary directory cannot be written."});
     const std::string path = *folder + "/attachment";
     auto ended = [self = request.shared_from_this(), path](const Value&, const ErrorPtr& error) {
         if (error) return self->fail(errorBody(*error));
         std::error_code failed;
         const auto size = std::filesystem::file_size(path, failed);
         if (failed || size > self->mailbox().limit() / 2) {
-            return self->fail(InterfaceError::TooMuch, "The attachment is too large to be received; give a \"path\".");
+            return self->fail(InterfaceError::TooMuch,
+                              "The attachment is too large to be received; give a \"path\".");
         }
         std::ifstream file(path, std::ios::binary);
         const std::string bytes{std::istreambuf_iterator<char>(file), {}};

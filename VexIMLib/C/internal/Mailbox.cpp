@@ -26,7 +26,8 @@ std::optional<Mailbox::RequestId> Mailbox::open(std::string extra, std::size_t b
     const MutexLock lock(mutex_);
     if (closed_) return std::nullopt;
     if (bytes_ + bytes > limit_) {
-        pushAnswer(extra, Outcome::Error, errorBody(InterfaceError::TooMuch, "Too much waits to be received already."));
+        pushAnswer(extra, Outcome::Error,
+                   errorBody(InterfaceError::TooMuch, "Too much waits to be received already."));
         return std::nullopt;
     }
     bytes_ += bytes;
@@ -49,7 +50,8 @@ std::optional<std::string> Mailbox::extraOf(RequestId id) const {
 void Mailbox::answer(RequestId id, Outcome outcome, std::string_view body) {
     Transfers ended;  // let go of without the lock
     const MutexLock lock(mutex_);
-    if (const auto found = requests_.find(id); found != requests_.end()) end(found, outcome, body, ended);
+    if (const auto found = requests_.find(id); found != requests_.end())
+        end(found, outcome, body, ended);
 }
 
 bool Mailbox::attach(RequestId id, std::shared_ptr<VXIMTransfer> transfer) {
@@ -84,7 +86,8 @@ Mailbox::Transfers Mailbox::expire(Clock::TimePoint now, std::string_view error)
     return transfers;
 }
 
-Mailbox::Transfers Mailbox::cancel(std::string_view extra, RequestId except, std::string_view error, std::size_t& count) {
+Mailbox::Transfers Mailbox::cancel(std::string_view extra, RequestId except, std::string_view error,
+                                   std::size_t& count) {
     Transfers transfers;
     const MutexLock lock(mutex_);
     for (auto next = requests_.begin(); next != requests_.end();) {
@@ -141,8 +144,9 @@ bool Mailbox::receive(double seconds, std::string& text) {
     const bool waits = seconds > 0;   // not so for what is no number
     SteadyClock::time_point until;
     if (waits) {
-        until = SteadyClock::now() +
-                std::chrono::duration_cast<SteadyClock::duration>(std::chrono::duration<double>(std::min(seconds, kLongest)));
+        until =
+            SteadyClock::now() + std::chrono::duration_cast<SteadyClock::duration>(
+                                     std::chrono::duration<double>(std::min(seconds, kLongest)));
     }
     Item item;
     {
@@ -156,12 +160,14 @@ bool Mailbox::receive(double seconds, std::string& text) {
         }
         item = std::move(items_.front());
         items_.pop_front();
-        if (text.capacity() >= kItemBytes && text.capacity() <= kLargestBlank && blanks_.size() < kMostBlanks && !closed_) {
+        if (text.capacity() >= kItemBytes && text.capacity() <= kLargestBlank &&
+            blanks_.size() < kMostBlanks && !closed_) {
             blanks_.push_back(std::move(text));
         }
         bytes_ -= bytesOf(item);
         if (item.kind == Item::Kind::Overflow) {
-            item.text = R"({"@type":"event","name":"overflow","events":)" + std::to_string(item.events) + R"(,"answers":)" +
+            item.text = R"({"@type":"event","name":"overflow","events":)" +
+                        std::to_string(item.events) + R"(,"answers":)" +
                         std::to_string(item.answers) + '}';
         }
     }
@@ -219,11 +225,13 @@ void Mailbox::pushAnswer(std::string_view extra, Outcome outcome, std::string_vi
 }
 
 void Mailbox::drop(Item::Kind kind) {
-    if (items_.empty() || items_.back().kind != Item::Kind::Overflow) push({Item::Kind::Overflow, {}});
+    if (items_.empty() || items_.back().kind != Item::Kind::Overflow)
+        push({Item::Kind::Overflow, {}});
     ++(kind == Item::Kind::Event ? items_.back().events : items_.back().answers);
 }
 
-Mailbox::Requests::iterator Mailbox::end(Requests::iterator request, Outcome outcome, std::string_view body, Transfers& transfers) {
+Mailbox::Requests::iterator Mailbox::end(Requests::iterator request, Outcome outcome,
+                                         std::string_view body, Transfers& transfers) {
     OpenRequest ended = std::move(request->second);
     if (ended.deadline) deadlines_.erase({*ended.deadline, request->first});
     if (ended.transfer) transfers.push_back(std::move(ended.transfer));

@@ -20,10 +20,11 @@ namespace vexim::c {
 
 enum class Outcome { Answer, Error };
 
-/// What one client has to say, until somebody receives it; and its open requests, each of which is answered once. Any thread.
+/// What one client has to say, until somebody receives it; and its open requests, each of which is
+/// answered once. Any thread.
 ///
-/// All of it together is bounded: beyond the limit events are dropped and new requests refused, beyond four times the limit
-/// answers are dropped, too.
+/// All of it together is bounded: beyond the limit events are dropped and new requests refused,
+/// beyond four times the limit answers are dropped, too.
 class Mailbox : public std::enable_shared_from_this<Mailbox> {
 public:
     /// Names a request; never 0.
@@ -39,7 +40,8 @@ public:
 
     // Requests. `extra` and `body` are JSON texts.
 
-    /// Takes a request of `bytes` into the books; nullopt, and refused or ignored, when too much waits or the box is closed.
+    /// Takes a request of `bytes` into the books; nullopt, and refused or ignored, when too much
+    /// waits or the box is closed.
     std::optional<RequestId> open(std::string extra, std::size_t bytes);
     bool isOpen(RequestId id) const;
     /// Answers it, unless that has been done.
@@ -57,7 +59,8 @@ public:
     /// Answers what is overdue.
     Transfers expire(Clock::TimePoint now, std::string_view error);
     /// Answers the open requests with this `extra` but `except`, and counts them.
-    Transfers cancel(std::string_view extra, RequestId except, std::string_view error, std::size_t& count);
+    Transfers cancel(std::string_view extra, RequestId except, std::string_view error,
+                     std::size_t& count);
     /// Answers all that is open, drops the events, and takes nothing any more.
     Transfers close(std::string_view error);
 
@@ -65,17 +68,18 @@ public:
 
     /// False when it was dropped.
     bool event(std::string text);
-    /// The next text into `text`, waiting for it until `seconds` are over; false when there is none. Takes the memory that `text`
-    /// had.
+    /// The next text into `text`, waiting for it until `seconds` are over; false when there is
+    /// none. Takes the memory that `text` had.
     bool receive(double seconds, std::string& text);
-    /// A text to write an event into, with the memory of one that has been received: what one thread allocates and another frees
-    /// costs both.
+    /// A text to write an event into, with the memory of one that has been received: what one
+    /// thread allocates and another frees costs both.
     std::string blank();
     /// How many bytes wait, and are kept for open requests.
     std::size_t size() const;
     /// Whether nothing will ever come any more.
     bool isSpent() const;
-    /// Polls readable while something waits. Made at the first call; nullopt when there is none to be had.
+    /// Polls readable while something waits. Made at the first call; nullopt when there is none to
+    /// be had.
     std::optional<int> descriptor();
 
 private:
@@ -101,15 +105,16 @@ private:
     static constexpr std::size_t kLargestBlank = 2048;
 
     void push(Item item) VEXIM_REQUIRES(mutex_);
-    /// Wakes who waits. On the main thread only after what it is doing: messages come in batches, and to change threads for each
-    /// one costs more than the message.
+    /// Wakes who waits. On the main thread only after what it is doing: messages come in batches,
+    /// and to change threads for each one costs more than the message.
     void wake() VEXIM_REQUIRES(mutex_);
     void wakeNow() VEXIM_REQUIRES(mutex_);
-    void pushAnswer(std::string_view extra, Outcome outcome, std::string_view body) VEXIM_REQUIRES(mutex_);
+    void pushAnswer(std::string_view extra, Outcome outcome, std::string_view body)
+        VEXIM_REQUIRES(mutex_);
     void drop(Item::Kind kind) VEXIM_REQUIRES(mutex_);
     /// Answers it and takes it out of the books.
-    Requests::iterator end(Requests::iterator request, Outcome outcome, std::string_view body, Transfers& transfers)
-        VEXIM_REQUIRES(mutex_);
+    Requests::iterator end(Requests::iterator request, Outcome outcome, std::string_view body,
+                           Transfers& transfers) VEXIM_REQUIRES(mutex_);
     void untell() VEXIM_REQUIRES(mutex_);
 
     const std::size_t limit_;

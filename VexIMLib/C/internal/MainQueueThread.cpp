@@ -45,7 +45,8 @@ public:
         sigset_t before;
         ::sigfillset(&all);
         // What a faulty instruction raises must stay deliverable.
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP}) ::sigdelset(&all, fault);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
+            ::sigdelset(&all, fault);
         ::pthread_sigmask(SIG_BLOCK, &all, &before);  // a new thread inherits the mask
         try {
             std::thread([this] { turn(); }).detach();
@@ -61,11 +62,13 @@ private:
         ::pthread_setname_np(::pthread_self(), "vexim-main");
         while (!isExiting()) {
             try {
-                MainQueue::shared().runUntil([this] { return isExiting(); }, std::chrono::nanoseconds::max());
+                MainQueue::shared().runUntil([this] { return isExiting(); },
+                                             std::chrono::nanoseconds::max());
             } catch (const std::exception&) {  // none of ours throws; what the host has queued, may
             }
         }
-        // Now, not with the thread's own end: once it is seen gone, OpenSSL may be cleaned up beneath it.
+        // Now, not with the thread's own end: once it is seen gone, OpenSSL may be cleaned up
+        // beneath it.
         ::OPENSSL_thread_stop();
         const MutexLock lock(mutex_);
         running_ = false;
@@ -79,7 +82,8 @@ private:
         exiting_ = true;
         MainQueue::shared().async([] {});  // it looks again
         const auto until =
-            std::chrono::steady_clock::now() + std::chrono::seconds(10);  // it runs nothing of the program's that could hold it up
+            // it runs nothing of the program's that could hold it up
+            std::chrono::steady_clock::now() + std::chrono::seconds(10);
         const MutexLock lock(mutex_);
         while (running_ && ended_.waitUntil(mutex_, until)) continue;
     }

@@ -1,11 +1,11 @@
-// The table of what the C interface can do; Store/StoreOperations.cpp has the store's. It drives the dispatch and the checks of
-// arguments; scripts/c_interface.py reads it for the JSON Schema and for the page, and compares it with the C++ headers, so a row
-// is written in one shape:
-// {"name", "parameter: type, parameter: type?", "result", "What it does.", function}
+// The table of what the C interface can do; Store/StoreOperations.cpp has the store's. It drives
+// the dispatch and the checks of arguments; scripts/c_interface.py reads it for the JSON Schema and
+// for the page, and compares it with the C++ headers, so a row is written in one shape: {"name",
+// "parameter: type, parameter: type?", "result", "What it does.", function}
 //
-// Types: id (a string that is not empty, or an integer), ids, string, strings, boolean, number, integer, int32, object, newMessage,
-// address, any. A question mark: may be left out. The types of results are those of scripts/c_interface_shapes.py; a question mark
-// there: may be null.
+// Types: id (a string that is not empty, or an integer), ids, string, strings, boolean, number,
+// integer, int32, object, newMessage, address, any. A question mark: may be left out. The types of
+// results are those of scripts/c_interface_shapes.py; a question mark there: may be null.
 
 #include "VexIMLib/C/internal/Operations.h"
 
@@ -114,7 +114,8 @@ constexpr Operation kOperations[] = {
     {"VXIMPassenger.fetchWithCompletion", "id: id", "passenger", "Fetches the passenger's record.", handlers::passengerFetch},
     {"VXIMPassenger.getHistoryMessagesWithUser", "id: id, userId: id, beforeTime: number, limit: int32", "messages", "Messages with a user before a time in seconds since 1970.", handlers::passengerGetHistory},
 
-    // Searches: `where` has the strings that attributes must have; a sort key in `order` may begin with "-" for descending.
+    // Searches: `where` has the strings that attributes must have; a sort key in `order` may begin
+    // with "-" for descending.
     {"VXIMQuery.findUserWithBlock", "where: object?, order: strings?, skip: int32?, limit: int32?", "users", "Searches users. 20 at most, unless `limit` says otherwise.", handlers::findUsers},
     {"VXIMQuery.findGroupWithBlock", "where: object?, order: strings?, skip: int32?, limit: int32?", "groups", "Searches groups.", handlers::findGroups},
     {"VXIMQuery.findRoomWithBlock", "where: object?, order: strings?, skip: int32?, limit: int32?", "rooms", "Searches rooms.", handlers::findRooms},
@@ -146,12 +147,15 @@ bool isOfStore(std::string_view name) {
 Problem unknownOperation(std::optional<std::string_view> name) {
     if (!name) return {InterfaceError::UnknownOperation, "\"@op\" must name an operation."};
     constexpr std::size_t kShown = 60;
-    if (name->size() > kShown) return {InterfaceError::UnknownOperation, "There is no such operation."};
+    if (name->size() > kShown)
+        return {InterfaceError::UnknownOperation, "There is no such operation."};
     const std::string quoted = "\"" + std::string(*name) + "\"";
-    if (kHasStore || !isOfStore(*name)) return {InterfaceError::UnknownOperation, "There is no operation " + quoted + "."};
-    return {InterfaceError::WithoutStore, quoted +
-                                              " is an operation of the store, which this library is without: use "
-                                              "libvexim-c-store.so.1 in its place (Debian package libvexim-c-store1)."};
+    if (kHasStore || !isOfStore(*name))
+        return {InterfaceError::UnknownOperation, "There is no operation " + quoted + "."};
+    return {InterfaceError::WithoutStore,
+            quoted +
+                " is an operation of the store, which this library is without: use "
+                "libvexim-c-store.so.1 in its place (Debian package libvexim-c-store1)."};
 }
 
 // The tables are never destroyed: requests may come while the process exits.

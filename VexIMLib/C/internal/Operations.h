@@ -12,7 +12,8 @@
 
 namespace vexim::c {
 
-/// A row of the table in Operations.cpp. scripts/c_interface.py makes the JSON Schema and the table of docs/c-interface.md of it.
+/// A row of the table in Operations.cpp. scripts/c_interface.py makes the JSON Schema and the table
+/// of docs/c-interface.md of it.
 struct Operation {
     std::string_view name;
     std::string_view parameters;  // as `parseParameters` reads it
@@ -54,7 +55,8 @@ class Table {
 public:
     template <std::size_t N>
     explicit Table(const Row (&rows)[N]) {
-        for (const Row& row : rows) rows_.emplace(row.name, Prepared{&row, parseParameters(row.parameters)});
+        for (const Row& row : rows)
+            rows_.emplace(row.name, Prepared{&row, parseParameters(row.parameters)});
     }
     Found<Row> find(std::string_view name) const {
         const auto found = rows_.find(name);
@@ -73,7 +75,8 @@ private:
 Found<Operation> findOperation(std::string_view name);
 Found<ImmediateOperation> findImmediateOperation(std::string_view name);
 
-// The store's rows: in Store/StoreOperations.cpp for the library that has it, in WithoutStore.cpp for the other one.
+// The store's rows: in Store/StoreOperations.cpp for the library that has it, in WithoutStore.cpp
+// for the other one.
 extern const bool kHasStore;
 Found<Operation> findStoreOperation(std::string_view name);
 

@@ -26,7 +26,8 @@ std::string inASCII(std::string_view text) {
     return plain;
 }
 
-/// Most ids and names: the way through a value and the JSON writer costs several times the writing. False: it must take that way.
+/// Most ids and names: the way through a value and the JSON writer costs several times the writing.
+/// False: it must take that way.
 bool writeShort(std::string& out, std::string_view text) {
     char quoted[48];
     constexpr std::size_t kShort = sizeof quoted - 2;
@@ -94,12 +95,14 @@ void writeAnyhow(std::string& out, const Value& value) {
 
 void write(std::string& out, const Value& value) {
     if (const auto text = value.asStringView(); text && writeShort(out, *text)) return;
-    if (value.isObject() || value.isNil() || appendJSON(out, value, JSONFragments::Allow)) writeAnyhow(out, value);
+    if (value.isObject() || value.isNil() || appendJSON(out, value, JSONFragments::Allow))
+        writeAnyhow(out, value);
 }
 
 void write(std::string& out, std::string_view text) {
     if (writeShort(out, text)) return;
-    if (appendJSON(out, text, JSONFragments::Allow)) appendJSON(out, inASCII(text), JSONFragments::Allow);
+    if (appendJSON(out, text, JSONFragments::Allow))
+        appendJSON(out, inASCII(text), JSONFragments::Allow);
 }
 
 void write(std::string& out, std::int64_t number) {
@@ -114,11 +117,13 @@ void write(std::string& out, std::int64_t number) {
 void write(std::string& out, double number) {
     // Times have three decimals at most, which are quick to write.
     const double thousandths = std::round(number * 1000);
-    if (thousandths < 1000 || thousandths > 9e14 || thousandths / 1000 != number) return write(out, Value(number));
+    if (thousandths < 1000 || thousandths > 9e14 || thousandths / 1000 != number)
+        return write(out, Value(number));
     const auto whole = static_cast<std::int64_t>(thousandths);
     write(out, whole / 1000);
     const auto rest = static_cast<int>(whole % 1000);
-    const char decimals[] = {'.', static_cast<char>('0' + rest / 100), static_cast<char>('0' + rest / 10 % 10),
+    const char decimals[] = {'.', static_cast<char>('0' + rest / 100),
+                             static_cast<char>('0' + rest / 10 % 10),
                              static_cast<char>('0' + rest % 10)};
     out.append(decimals, rest % 10 != 0 ? 4 : rest % 100 != 0 ? 3 : 2);
 }
@@ -147,13 +152,16 @@ std::string errorBody(const Error& error) {
 }
 
 std::string errorBody(InterfaceError code, std::string description) {
-    return errorBody(*Error::withDescription(kInterfaceErrorDomain, static_cast<std::int64_t>(code), std::move(description)));
+    return errorBody(*Error::withDescription(kInterfaceErrorDomain, static_cast<std::int64_t>(code),
+                                             std::move(description)));
 }
 
 void write(std::string& out, const VXIMMessageTarget& target) {
     ObjectWriter object(out);
     object.add("type", static_cast<std::int32_t>(target.type()));
-    object.add("userId", target.userId()).add("groupId", target.groupId()).add("roomId", target.roomId());
+    object.add("userId", target.userId())
+        .add("groupId", target.groupId())
+        .add("roomId", target.roomId());
 }
 
 void write(std::string& out, VXIMMessage& message) {
@@ -161,7 +169,8 @@ void write(std::string& out, VXIMMessage& message) {
     const VXIMMessageMediaType mediaType = message.mediaType();
     // As the payload holds it: `text` would copy it.
     if (const Value& text = message.payload().get("content").get("body"); text.isString()) {
-        mediaType == VXIMMessageMediaTypeText ? object.add("text", text) : object.add("attachmentUrl", text);
+        mediaType == VXIMMessageMediaTypeText ? object.add("text", text)
+                                              : object.add("attachmentUrl", text);
     }
     object.add("mediaType", static_cast<std::int32_t>(mediaType));
     object.add("sendTimestamp", message.sendTimestamp());
@@ -180,9 +189,14 @@ void write(std::string& out, const VXIMFriendInfo& info) {
 
 void write(std::string& out, const VXIMUser& user) {
     ObjectWriter object(out);
-    object.add("uid", user.uid()).add("sessionCount", user.sessionCount()).add("online", user.online());
-    if (const double updated = user.updatedAt().timeIntervalSince1970(); updated != 0) object.add("updatedAt", updated);
-    object.add("attributes", user.attributes()).add("username", user.username()).add("phoneNumber", user.phoneNumber());
+    object.add("uid", user.uid())
+        .add("sessionCount", user.sessionCount())
+        .add("online", user.online());
+    if (const double updated = user.updatedAt().timeIntervalSince1970(); updated != 0)
+        object.add("updatedAt", updated);
+    object.add("attributes", user.attributes())
+        .add("username", user.username())
+        .add("phoneNumber", user.phoneNumber());
     if (const auto& friends = user.friends()) object.add("friends", *friends);
     if (const auto& groups = user.groups()) object.add("groups", *groups);
     if (const auto& rooms = user.rooms()) object.add("rooms", Value(*rooms));
@@ -201,7 +215,8 @@ void write(std::string& out, const VXIMRoom& room) {
     ObjectWriter object(out);
     object.add("roomId", room.roomId()).add("name", room.name()).add("members", room.members());
     if (room.createTs() != 0) object.add("createTs", room.createTs());
-    object.add("attributes", room.attributes()).add("record", Value(room.dictionaryRepresentation()));
+    object.add("attributes", room.attributes())
+        .add("record", Value(room.dictionaryRepresentation()));
 }
 
 void write(std::string& out, const VXIMPassenger& passenger) {

@@ -21,11 +21,13 @@
 #include "VexIMLib/VXIMRoom.h"
 #include "VexIMLib/VXIMUser.h"
 
-// The library's objects as JSON, appended to a text. What is nil is left out. Main thread, but for plain values and errors.
+// The library's objects as JSON, appended to a text. What is nil is left out. Main thread, but for
+// plain values and errors.
 
 namespace vexim::c {
 
-/// Any value; what JSON has no form for, gets one: bytes {"base64": …}, objects theirs, infinity and NaN null.
+/// Any value; what JSON has no form for, gets one: bytes {"base64": …}, objects theirs, infinity
+/// and NaN null.
 void write(std::string& out, const Value& value);
 void write(std::string& out, std::string_view text);
 void write(std::string& out, std::same_as<bool> auto value) { out += value ? "true" : "false"; }
@@ -61,7 +63,8 @@ void write(std::string& out, const std::vector<T>& elements) {
     out += elements.empty() ? "[]" : "]";
 }
 
-/// An event's text up to its name, in the memory that `text` has; its arguments are to be appended, and the closing brace.
+/// An event's text up to its name, in the memory that `text` has; its arguments are to be appended,
+/// and the closing brace.
 std::string begunEvent(std::string_view name, std::string text = {});
 template <class T>
 void append(std::string& text, std::string_view name, const T& argument) {

@@ -23,7 +23,8 @@ Request::~Request() {
     std::filesystem::remove_all(folder_, ignored);
 }
 
-void Request::start(void (*operation)(Request&), std::shared_ptr<VXIMClient> client, std::shared_ptr<StoreSeat>& stores) {
+void Request::start(void (*operation)(Request&), std::shared_ptr<VXIMClient> client,
+                    std::shared_ptr<StoreSeat>& stores) {
     if (!mailbox_->isOpen(id_)) return;
     client_ = std::move(client);
     stores_ = &stores;
@@ -37,8 +38,10 @@ void Request::start(void (*operation)(Request&), std::shared_ptr<VXIMClient> cli
         fail(errorBody(refusal.problem));
     } catch (const Exception& mistake) {
         std::string error;
-        write(error, *Error::make(kInterfaceErrorDomain, static_cast<std::int64_t>(InterfaceError::Raised),
-                                  Dictionary{{kLocalizedDescriptionKey, mistake.reason()}, {"name", mistake.name()}}));
+        write(error,
+              *Error::make(kInterfaceErrorDomain, static_cast<std::int64_t>(InterfaceError::Raised),
+                           Dictionary{{kLocalizedDescriptionKey, mistake.reason()},
+                                      {"name", mistake.name()}}));
         fail(error);
     } catch (const std::exception& failure) {
         fail(InterfaceError::Raised, failure.what());
@@ -74,9 +77,13 @@ void Request::succeed(std::string_view result) { mailbox_->answer(id_, Outcome::
 
 void Request::fail(std::string_view error) { mailbox_->answer(id_, Outcome::Error, error); }
 
-void Request::end(bool succeeded, const ErrorPtr& error, const std::function<void(std::string&)>& write) {
-    if (const ErrorPtr failure = error ? error : UntoldError::current()) return fail(errorBody(*failure));
-    if (!succeeded) return fail(InterfaceError::Nothing, "The operation failed, or gave nothing, without saying why.");
+void Request::end(bool succeeded, const ErrorPtr& error,
+                  const std::function<void(std::string&)>& write) {
+    if (const ErrorPtr failure = error ? error : UntoldError::current())
+        return fail(errorBody(*failure));
+    if (!succeeded)
+        return fail(InterfaceError::Nothing,
+                    "The operation failed, or gave nothing, without saying why.");
     std::string result;
     write(result);
     succeed(result);
@@ -87,9 +94,8 @@ VXIMBooleanCompletion Request::done() {
 }
 
 VXIMBooleanCompletion Request::done(std::function<void(std::string&)> write) {
-    return [self = shared_from_this(), write = std::move(write)](bool succeeded, const ErrorPtr& error) {
-        self->end(succeeded, error, write);
-    };
+    return [self = shared_from_this(), write = std::move(write)](
+               bool succeeded, const ErrorPtr& error) { self->end(succeeded, error, write); };
 }
 
 VXIMResultCompletion Request::result() {
@@ -103,8 +109,8 @@ VXIMProgress Request::progress() {
     return [mailbox = mailbox_, id = id_](std::int32_t percent) {
         const auto extra = mailbox->extraOf(id);
         if (!extra) return;
-        mailbox->event(R"({"@type":"event","name":"progress","@extra":)" + *extra + R"(,"percent":)" + std::to_string(percent) +
-                       "}");
+        mailbox->event(R"({"@type":"event","name":"progress","@extra":)" + *extra +
+                       R"(,"percent":)" + std::to_string(percent) + "}");
     };
 }
 

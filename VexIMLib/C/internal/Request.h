@@ -28,9 +28,10 @@ public:
     virtual ~StoreSeat() = default;
 };
 
-/// One request under way, as an operation of the table sees it: the arguments, which have been checked against the table, and the
-/// completions to hand to the library. The completions keep it alive; when the last has gone unanswered, the answer is that the
-/// operation was abandoned. Main thread.
+/// One request under way, as an operation of the table sees it: the arguments, which have been
+/// checked against the table, and the completions to hand to the library. The completions keep it
+/// alive; when the last has gone unanswered, the answer is that the operation was abandoned. Main
+/// thread.
 class Request : public std::enable_shared_from_this<Request> {
 public:
     Request(std::shared_ptr<Mailbox> mailbox, Mailbox::RequestId id, Dictionary arguments);
@@ -38,8 +39,10 @@ public:
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
 
-    /// Runs the operation, unless the request has been answered meanwhile. What it raises is the answer.
-    void start(void (*operation)(Request&), std::shared_ptr<VXIMClient> client, std::shared_ptr<StoreSeat>& stores);
+    /// Runs the operation, unless the request has been answered meanwhile. What it raises is the
+    /// answer.
+    void start(void (*operation)(Request&), std::shared_ptr<VXIMClient> client,
+               std::shared_ptr<StoreSeat>& stores);
 
     // Only while `start` runs: a client that held a completion that held the client would never go.
     const std::shared_ptr<VXIMClient>& sharedClient() const { return client_; }
@@ -63,7 +66,9 @@ public:
     // Answers at once. Only the first answer counts.
     void succeed(std::string_view result);
     void fail(std::string_view error);
-    void fail(InterfaceError code, std::string description) { fail(errorBody(code, std::move(description))); }
+    void fail(InterfaceError code, std::string description) {
+        fail(errorBody(code, std::move(description)));
+    }
 
     // Completions.
 
@@ -79,8 +84,10 @@ public:
     VXIMResultCompletion result();
     /// The result is what `write` makes of the value; null when there is none, and no error.
     template <class T>
-    std::function<void(std::optional<T>, ErrorPtr)> optional(void (*write)(std::string&, const T&)) {
-        return [self = shared_from_this(), write](const std::optional<T>& value, const ErrorPtr& error) {
+    std::function<void(std::optional<T>, ErrorPtr)> optional(void (*write)(std::string&,
+                                                                           const T&)) {
+        return [self = shared_from_this(), write](const std::optional<T>& value,
+                                                  const ErrorPtr& error) {
             self->end(true, error, [&value, write](std::string& out) {
                 if (value) return write(out, *value);
                 out = "null";
@@ -90,15 +97,20 @@ public:
     /// The result is the object.
     template <class T>
     std::function<void(std::shared_ptr<T>, ErrorPtr)> object() {
-        return [self = shared_from_this()](const std::shared_ptr<T>& object, const ErrorPtr& error) {
-            self->end(object != nullptr, error, [&object](std::string& out) { write(out, *object); });
-        };
+        return
+            [self = shared_from_this()](const std::shared_ptr<T>& object, const ErrorPtr& error) {
+                self->end(object != nullptr, error,
+                          [&object](std::string& out) { write(out, *object); });
+            };
     }
     /// The result is the list.
     template <class T>
     std::function<void(std::optional<std::vector<std::shared_ptr<T>>>, ErrorPtr)> list() {
-        return [self = shared_from_this()](const std::optional<std::vector<std::shared_ptr<T>>>& objects, const ErrorPtr& error) {
-            self->end(objects.has_value(), error, [&objects](std::string& out) { write(out, *objects); });
+        return [self = shared_from_this()](
+                   const std::optional<std::vector<std::shared_ptr<T>>>& objects,
+                   const ErrorPtr& error) {
+            self->end(objects.has_value(), error,
+                      [&objects](std::string& out) { write(out, *objects); });
         };
     }
 
@@ -107,7 +119,8 @@ public:
     /// What a cancellation of the request cancels.
     std::shared_ptr<VXIMTransfer> transfer();
 
-    /// A file of its own with these contents, which goes when the request does; nullopt when it cannot be made.
+    /// A file of its own with these contents, which goes when the request does; nullopt when it
+    /// cannot be made.
     std::optional<std::string> stage(const std::string& name, std::string_view contents);
     /// The folder of these files; nullopt when it cannot be made.
     std::optional<std::string> folder();

@@ -18,7 +18,8 @@ namespace vexim::c {
 
 namespace {
 
-/// Which session a notification's sender belongs to. One observer for all: with one each, every message would be shown to all.
+/// Which session a notification's sender belongs to. One observer for all: with one each, every
+/// message would be shown to all.
 class Senders {
 public:
     static Senders& shared() {
@@ -56,7 +57,8 @@ std::shared_ptr<Session> Session::make(std::string_view text) {
     session->givesNotifications_ = configuration.notifications;
     if (configuration.problem) {
         session->problem_ = errorBody(*configuration.problem);
-        if (const auto id = session->mailbox_->open("null", 0)) session->mailbox_->answer(*id, Outcome::Error, session->problem_);
+        if (const auto id = session->mailbox_->open("null", 0))
+            session->mailbox_->answer(*id, Outcome::Error, session->problem_);
         return session;
     }
     auto client = VXIMClient::clientWithConfiguration(std::move(configuration.client));
@@ -65,7 +67,9 @@ std::shared_ptr<Session> Session::make(std::string_view text) {
         const MutexLock lock(session->mutex_);
         session->client_ = client;
     }
-    MainQueue::shared().async([client = std::move(client), weak = std::weak_ptr(session)] { client->setDelegate(weak.lock()); });
+    MainQueue::shared().async([client = std::move(client), weak = std::weak_ptr(session)] {
+        client->setDelegate(weak.lock());
+    });
     return session;
 }
 
@@ -90,35 +94,41 @@ void Session::send(std::string_view text) {
     if (!problem_.empty()) return mailbox_->answer(*id, Outcome::Error, problem_);
     if (!arguments) {
         return refuse(InterfaceError::NotAnObject,
-                      "The request is not a JSON object" + (read.error ? ": " + read.error->localizedDescription() : "."));
+                      "The request is not a JSON object" +
+                          (read.error ? ": " + read.error->localizedDescription() : "."));
     }
     const auto name = arguments->get("@op").asStringView();
     const auto operation = name ? findOperation(*name) : Found<Operation>();
     if (!operation.row) {
         const auto problem = name && findImmediateOperation(*name).row
-                                 ? Problem{InterfaceError::UnknownOperation, "This operation is one of vexim_execute."}
+                                 ? Problem{InterfaceError::UnknownOperation,
+                                           "This operation is one of vexim_execute."}
                                  : unknownOperation(name);
         return refuse(problem.code, problem.description);
     }
-    if (const auto problem = findProblem(*operation.parameters, *arguments)) return refuse(problem->code, problem->description);
+    if (const auto problem = findProblem(*operation.parameters, *arguments))
+        return refuse(problem->code, problem->description);
 
     if (const Value& timeout = arguments->get("@timeout"); !timeout.isNilOrNull()) {
         const double seconds = timeout.doubleValue();
         if (!hasType(timeout, "number") || !(seconds >= 0)) {
-            return refuse(InterfaceError::WrongArgument, "\"@timeout\" must be a number of seconds.");
+            return refuse(InterfaceError::WrongArgument,
+                          "\"@timeout\" must be a number of seconds.");
         }
         const auto wait = std::chrono::duration<double>(std::min(seconds, kLongestTimeout));
-        const auto deadline = Clock::shared()->now() + std::chrono::duration_cast<Clock::TimePoint::duration>(wait);
+        const auto deadline =
+            Clock::shared()->now() + std::chrono::duration_cast<Clock::TimePoint::duration>(wait);
         if (mailbox_->setDeadline(*id, deadline)) armTimer();
     }
     auto request = std::make_shared<Request>(mailbox_, *id, *arguments);
-    MainQueue::shared().async([self = shared_from_this(), request = std::move(request), run = operation.row->run] {
-        auto client = self->client();
-        if (!client) return;  // freed: it has been answered
-        // REST requests take the application and the origin from here.
-        vxim_configuration = client->config();
-        request->start(run, std::move(client), self->stores_);
-    });
+    MainQueue::shared().async(
+        [self = shared_from_this(), request = std::move(request), run = operation.row->run] {
+            auto client = self->client();
+            if (!client) return;  // freed: it has been answered
+            // REST requests take the application and the origin from here.
+            vxim_configuration = client->config();
+            request->start(run, std::move(client), self->stores_);
+        });
 }
 
 void Session::armTimer() {
@@ -131,8 +141,10 @@ void Session::armTimer() {
 }
 
 void Session::expire() {
-    const auto error = Error::withDescription(kURLErrorDomain, URLErrorTimedOut, "The request timed out.");
-    for (const auto& transfer : mailbox_->expire(Clock::shared()->now(), errorBody(*error))) transfer->cancel();
+    const auto error =
+        Error::withDescription(kURLErrorDomain, URLErrorTimedOut, "The request timed out.");
+    for (const auto& transfer : mailbox_->expire(Clock::shared()->now(), errorBody(*error)))
+        transfer->cancel();
     armTimer();
 }
 
@@ -153,20 +165,27 @@ void Session::end() {
     });
 }
 
-void Session::clientDidLogin(const std::shared_ptr<VXIMClient>&) { mailbox_->event(begunEvent("clientDidLogin") + "}"); }
+void Session::clientDidLogin(const std::shared_ptr<VXIMClient>&) {
+    mailbox_->event(begunEvent("clientDidLogin") + "}");
+}
 void Session::clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&, const ErrorPtr& error) {
     std::string text = begunEvent("clientDidFailToLoginAgain");
     append(text, "error", *error);
     mailbox_->event(std::move(text += '}'));
 }
-void Session::clientDidLogout(const std::shared_ptr<VXIMClient>&) { mailbox_->event(begunEvent("clientDidLogout") + "}"); }
+void Session::clientDidLogout(const std::shared_ptr<VXIMClient>&) {
+    mailbox_->event(begunEvent("clientDidLogout") + "}");
+}
 void Session::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) {
     mailbox_->event(begunEvent("clientAttemptReconnect") + "}");
 }
-void Session::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) { mailbox_->event(begunEvent("clientDidDisconnect") + "}"); }
+void Session::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) {
+    mailbox_->event(begunEvent("clientDidDisconnect") + "}");
+}
 
 template <class From>
-void Session::didReceiveMessage(std::string_view name, const std::shared_ptr<VXIMMessage>& message, const From& from) {
+void Session::didReceiveMessage(std::string_view name, const std::shared_ptr<VXIMMessage>& message,
+                                const From& from) {
     std::string text = begunEvent(name, mailbox_->blank());
     write(text += R"(,"message":)", message);
     write(text += R"(,"from":)", from);
@@ -174,29 +193,35 @@ void Session::didReceiveMessage(std::string_view name, const std::shared_ptr<VXI
     announced_ = message.get();
 }
 
-void Session::clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+void Session::clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
+                                                const std::shared_ptr<VXIMMessage>& message,
                                                 const std::shared_ptr<VXIMFriendInfo>& from) {
     didReceiveMessage("clientDidReceiveMessageFromFriend", message, from);
 }
-void Session::clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+void Session::clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>&,
+                                               const std::shared_ptr<VXIMMessage>& message,
                                                const std::shared_ptr<VXIMGroup>& from) {
     didReceiveMessage("clientDidReceiveMessageFromGroup", message, from);
 }
-void Session::clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message,
+void Session::clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>&,
+                                              const std::shared_ptr<VXIMMessage>& message,
                                               const std::shared_ptr<VXIMRoom>& from) {
     didReceiveMessage("clientDidReceiveMessageFromRoom", message, from);
 }
-void Session::clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMMessage>& message) {
+void Session::clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>&,
+                                            const std::shared_ptr<VXIMMessage>& message) {
     std::string text = begunEvent("clientDidReceiveSystemMessage");
     append(text, "message", message);
     mailbox_->event(std::move(text += '}'));
 }
-void Session::clientFriendDidOnline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) {
+void Session::clientFriendDidOnline(const std::shared_ptr<VXIMClient>&,
+                                    const std::shared_ptr<VXIMFriendInfo>& info) {
     std::string text = begunEvent("clientFriendDidOnline");
     append(text, "info", info);
     mailbox_->event(std::move(text += '}'));
 }
-void Session::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) {
+void Session::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&,
+                                     const std::shared_ptr<VXIMFriendInfo>& info) {
     std::string text = begunEvent("clientFriendDidOffline");
     append(text, "info", info);
     mailbox_->event(std::move(text += '}'));
@@ -204,9 +229,12 @@ void Session::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&, const s
 
 void Session::didPost(const Notification& notification) {
     if (!givesNotifications_) {
-        // A delegate call tells the same, but for the connection's troubles and for a message to nobody known.
+        // A delegate call tells the same, but for the connection's troubles and for a message to
+        // nobody known.
         const bool isMessage = notification.name == VXIMClientDidReceiveMessageNotification;
-        const auto message = isMessage && notification.userInfo ? notification.userInfo->get("msg").asObject() : nullptr;
+        const auto message = isMessage && notification.userInfo
+                                 ? notification.userInfo->get("msg").asObject()
+                                 : nullptr;
         if (isMessage && message.get() == std::exchange(announced_, nullptr)) return;
         if (!isMessage && notification.name != VXIMClientConnectionErrorNotification) return;
     }
@@ -215,7 +243,8 @@ void Session::didPost(const Notification& notification) {
     if (notification.name == VXIMClientConnectionErrorNotification) {
         // Its last argument is the error, which JSON has another place for.
         Array arguments = info.get("data").isArray() ? *info.get("data").asArray() : Array();
-        if (!arguments.empty() && arguments.get(arguments.size() - 1).as<Error>()) arguments.remove(arguments.size() - 1);
+        if (!arguments.empty() && arguments.get(arguments.size() - 1).as<Error>())
+            arguments.remove(arguments.size() - 1);
         info.set("data", std::move(arguments));
         append(text, "error", *connectionError(notification));
     }
@@ -226,11 +255,14 @@ void Session::didPost(const Notification& notification) {
 void observeNotifications() {
     static const auto& observer = *new auto(std::make_shared<int>());
     for (const char* name :
-         {VXIMUserDidLoginNotification, VXIMClientDidReceiveMessageNotification, VXIMClientDidReceiveSystemMessageNotification,
-          VXIMFriendOnlineNotification, VXIMFriendOfflineNotification, VXIMClientConnectionErrorNotification}) {
-        NotificationCenter::defaultCenter().addObserver(observer, name, nullptr, [](const Notification& notification) {
-            if (const auto session = Senders::shared().find(notification.object.get())) session->didPost(notification);
-        });
+         {VXIMUserDidLoginNotification, VXIMClientDidReceiveMessageNotification,
+          VXIMClientDidReceiveSystemMessageNotification, VXIMFriendOnlineNotification,
+          VXIMFriendOfflineNotification, VXIMClientConnectionErrorNotification}) {
+        NotificationCenter::defaultCenter().addObserver(
+            observer, name, nullptr, [](const Notification& notification) {
+                if (const auto session = Senders::shared().find(notification.object.get()))
+                    session->didPost(notification);
+            });
     }
 }
 

@@ -15,7 +15,8 @@
 
 namespace vexim::c {
 
-/// One client behind a handle: requests go in, answers and events come out through the mailbox. Any thread, but where said.
+/// One client behind a handle: requests go in, answers and events come out through the mailbox. Any
+/// thread, but where said.
 class Session final : public VXIMClientDelegate, public std::enable_shared_from_this<Session> {
 public:
     /// From a configuration as `vexim_create` takes it.
@@ -39,22 +40,29 @@ private:
 
     // Main thread.
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override;
-    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client, const ErrorPtr& error) override;
+    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client,
+                                   const ErrorPtr& error) override;
     void clientDidLogout(const std::shared_ptr<VXIMClient>& client) override;
     void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override;
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override;
-    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
+                                           const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override;
-    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromGroup(const std::shared_ptr<VXIMClient>& client,
+                                          const std::shared_ptr<VXIMMessage>& message,
                                           const std::shared_ptr<VXIMGroup>& from) override;
-    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMMessage>& message,
+    void clientDidReceiveMessageFromRoom(const std::shared_ptr<VXIMClient>& client,
+                                         const std::shared_ptr<VXIMMessage>& message,
                                          const std::shared_ptr<VXIMRoom>& from) override;
     void clientDidReceiveSystemMessage(const std::shared_ptr<VXIMClient>& client,
                                        const std::shared_ptr<VXIMMessage>& message) override;
-    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info) override;
-    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info) override;
+    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>& client,
+                               const std::shared_ptr<VXIMFriendInfo>& info) override;
+    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client,
+                                const std::shared_ptr<VXIMFriendInfo>& info) override;
     template <class From>
-    void didReceiveMessage(std::string_view event, const std::shared_ptr<VXIMMessage>& message, const From& from);
+    void didReceiveMessage(std::string_view event, const std::shared_ptr<VXIMMessage>& message,
+                           const From& from);
     const std::shared_ptr<Mailbox> mailbox_;
     std::string problem_;  // why there is no client; empty when there is or was one
     bool givesNotifications_ = false;

@@ -24,7 +24,8 @@ namespace {
 class Handles {
 public:
     static Handles& shared() {
-        static Handles& handles = *new Handles;  // other threads may still ask while the process exits
+        // other threads may still ask while the process exits
+        static Handles& handles = *new Handles;
         return handles;
     }
 
@@ -40,7 +41,8 @@ public:
     }
     std::shared_ptr<Mailbox> mailbox(vexim_client client) const {
         const MutexLock lock(mutex_);
-        if (const auto found = sessions_.find(client); found != sessions_.end()) return found->second->mailbox();
+        if (const auto found = sessions_.find(client); found != sessions_.end())
+            return found->second->mailbox();
         const auto left = left_.find(client);
         return left == left_.end() ? nullptr : left->second.mailbox;
     }
@@ -54,7 +56,8 @@ public:
         left_[client].mailbox = session->mailbox();
         return session;
     }
-    /// So much is left of a freed client. Where it is much or they are many, the oldest are forgotten.
+    /// So much is left of a freed client. Where it is much or they are many, the oldest are
+    /// forgotten.
     void keep(vexim_client client, std::size_t bytes) {
         std::vector<Left> dropped;  // goes without the lock
         const MutexLock lock(mutex_);
@@ -95,27 +98,33 @@ private:
     std::size_t leftBytes_ VEXIM_GUARDED_BY(mutex_) = 0;
 };
 
-std::string_view textOr(const char* text, std::string_view otherwise) { return text ? std::string_view(text) : otherwise; }
+std::string_view textOr(const char* text, std::string_view otherwise) {
+    return text ? std::string_view(text) : otherwise;
+}
 
 std::string execute(vexim_client client, std::string_view text) {
     std::string extra;
     const auto failure = [&extra](const Problem& problem) {
-        return R"({"@type":"error","@extra":)" + (extra.empty() ? "null" : extra) + R"(,"error":)" + errorBody(problem) + "}";
+        return R"({"@type":"error","@extra":)" + (extra.empty() ? "null" : extra) + R"(,"error":)" +
+               errorBody(problem) + "}";
     };
     const auto read = parseJSON(text);
     const auto* arguments = read.value.asDictionary();
     if (!arguments) {
         return failure({InterfaceError::NotAnObject,
-                        "The request is not a JSON object" + (read.error ? ": " + read.error->localizedDescription() : ".")});
+                        "The request is not a JSON object" +
+                            (read.error ? ": " + read.error->localizedDescription() : ".")});
     }
-    if (const Value& given = arguments->get("@extra"); !given.isNil()) appendJSON(extra, given, JSONFragments::Allow);
+    if (const Value& given = arguments->get("@extra"); !given.isNil())
+        appendJSON(extra, given, JSONFragments::Allow);
     const auto name = arguments->get("@op").asStringView();
     const auto operation = name ? findImmediateOperation(*name) : Found<ImmediateOperation>();
     if (!operation.row) {
         if (!name || !findOperation(*name).row) return failure(unknownOperation(name));
         return failure({InterfaceError::UnknownOperation, "This operation is one of vexim_send."});
     }
-    if (const auto problem = findProblem(*operation.parameters, *arguments)) return failure(*problem);
+    if (const auto problem = findProblem(*operation.parameters, *arguments))
+        return failure(*problem);
     const auto session = Handles::shared().session(client);
     const auto held = session ? session->client() : nullptr;
     const Needs needs = operation.row->needs;
@@ -124,8 +133,10 @@ std::string execute(vexim_client client, std::string_view text) {
     }
     std::string result;
     const handlers::Asker asker{session ? session->mailbox().get() : nullptr, held.get()};
-    if (const auto problem = operation.row->run(asker, *arguments, result)) return failure(*problem);
-    return R"({"@type":"answer","@extra":)" + (extra.empty() ? "null" : extra) + R"(,"result":)" + result + "}";
+    if (const auto problem = operation.row->run(asker, *arguments, result))
+        return failure(*problem);
+    return R"({"@type":"answer","@extra":)" + (extra.empty() ? "null" : extra) + R"(,"result":)" +
+           result + "}";
 }
 
 // What was last given to a thread.

@@ -11,7 +11,8 @@ namespace vexim {
 
 class Class;
 
-/// A declared instance variable. It lives in the object's storage, in slots of 16 bytes; a type that is larger takes several.
+/// A declared instance variable. It lives in the object's storage, in slots of 16 bytes; a type
+/// that is larger takes several.
 class VEXIM_EXPORT InstanceVariable {
 public:
     /// In bytes.
@@ -37,9 +38,10 @@ private:
     std::size_t slotCount_;
 };
 
-/// The instance variables of one object, all zero at first. It trusts no declaration: each slot remembers whether an object
-/// or plain bytes were stored last, and no write leaves the variable's own slots.
-/// Different variables may be used from different threads; one variable is its user's to guard.
+/// The instance variables of one object, all zero at first. It trusts no declaration: each slot
+/// remembers whether an object or plain bytes were stored last, and no write leaves the variable's
+/// own slots. Different variables may be used from different threads; one variable is its user's to
+/// guard.
 class VEXIM_EXPORT InstanceStorage {
 public:
     /// For one object of `cls`, with the variables of its superclasses.

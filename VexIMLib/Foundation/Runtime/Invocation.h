@@ -12,13 +12,12 @@ namespace vexim {
 
 class Object;
 
-/// One message as a thing: receiver, selector, arguments and, once it was invoked, the result. Made for the stack: ordinary
-/// accessors need no memory beside it. Arguments and result are all zero (nil) at first.
+/// One message as a thing: receiver, selector, arguments and, once it was invoked, the result. Made
+/// for the stack: ordinary accessors need no memory beside it. Arguments and result are all zero
+/// (nil) at first.
 ///
-///     Invocation invocation(user->methodSignatureForSelector("sessionCount"), *user, "sessionCount");
-///     invocation.invoke();
-///     std::int64_t count;
-///     invocation.getReturnValue(&count);
+///     Invocation invocation(user->methodSignatureForSelector("sessionCount"), *user,
+///     "sessionCount"); invocation.invoke(); std::int64_t count; invocation.getReturnValue(&count);
 class VEXIM_EXPORT Invocation {
 public:
     /// `target` must outlive the invocation. A nullptr signature raises NSInvalidArgumentException.
@@ -34,18 +33,20 @@ public:
     Object& target() const noexcept { return target_; }
     Selector selector() const noexcept { return selector_; }
 
-    // Copy as many bytes as the type has; for an object type the location is a `Value`. The first argument of one's own has
-    // index 2. Another index raises NSInvalidArgumentException.
+    // Copy as many bytes as the type has; for an object type the location is a `Value`. The first
+    // argument of one's own has index 2. Another index raises NSInvalidArgumentException.
     void setArgument(const void* location, std::size_t index);
     void getArgument(void* location, std::size_t index) const;
     void setReturnValue(const void* location);
     void getReturnValue(void* location) const;
     // Where they lie, while the invocation lives.
-    const void* argumentLocation(std::size_t index) const { return frame_ + ownArgument(index).offset; }
+    const void* argumentLocation(std::size_t index) const {
+        return frame_ + ownArgument(index).offset;
+    }
     void* returnValueLocation() noexcept { return frame_ + signature_.result_.offset; }
 
-    /// Sends the message. Raises NSInvalidArgumentException when the receiver does not understand it, and whatever the method
-    /// raises.
+    /// Sends the message. Raises NSInvalidArgumentException when the receiver does not understand
+    /// it, and whatever the method raises.
     void invoke();
 
 private:

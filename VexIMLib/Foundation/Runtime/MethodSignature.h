@@ -10,8 +10,8 @@
 
 namespace vexim {
 
-/// The types of a method's result and arguments, made from a type string such as "v@:q": no result, receiver, selector, and
-/// one 64-bit argument. Immutable.
+/// The types of a method's result and arguments, made from a type string such as "v@:q": no result,
+/// receiver, selector, and one 64-bit argument. Immutable.
 class VEXIM_EXPORT MethodSignature {
 public:
     /// Raises NSInvalidArgumentException when `types` is empty or holds what is no type.
@@ -19,7 +19,8 @@ public:
 
     /// Receiver and selector included.
     std::size_t numberOfArguments() const noexcept { return arguments_.size(); }
-    /// The encoding of the argument at `index` (0 is the receiver); raises NSInvalidArgumentException beyond the end.
+    /// The encoding of the argument at `index` (0 is the receiver); raises
+    /// NSInvalidArgumentException beyond the end.
     const std::string& argumentType(std::size_t index) const;
     /// In bytes, as an invocation holds it.
     std::size_t argumentSize(std::size_t index) const;
@@ -29,7 +30,8 @@ public:
     std::size_t methodReturnLength() const noexcept { return result_.size; }
 
     /// The same types throughout.
-    friend VEXIM_EXPORT bool operator==(const MethodSignature& a, const MethodSignature& b) noexcept;
+    friend VEXIM_EXPORT bool operator==(const MethodSignature& a,
+                                        const MethodSignature& b) noexcept;
 
 private:
     friend class Invocation;

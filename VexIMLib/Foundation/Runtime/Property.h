@@ -9,7 +9,8 @@
 
 namespace vexim {
 
-/// One piece of an attribute string: its letter and what follows, such as {"T", "@\"NSString\""} or {"N", ""}.
+/// One piece of an attribute string: its letter and what follows, such as {"T", "@\"NSString\""} or
+/// {"N", ""}.
 struct PropertyAttribute {
     std::string name;   // the letter
     std::string value;  // empty for a letter that stands alone
@@ -19,7 +20,8 @@ struct PropertyAttribute {
 /// A declared property: a name and its attributes, separated by commas.
 ///
 ///     T type encoding   R read-only   C copy   & retain   W weak   N nonatomic
-///     G custom getter   S custom setter   V backing instance variable   D dynamic (no accessors, no storage)
+///     G custom getter   S custom setter   V backing instance variable   D dynamic (no accessors,
+///     no storage)
 ///
 /// Example: `T@"NSString",&,D,N` is a retained, dynamic, nonatomic string.
 class VEXIM_EXPORT Property {

@@ -9,8 +9,9 @@
 
 namespace vexim {
 
-/// The name of a message, such as "uid" or "setUid:". Each text exists once for the life of the process, so selectors compare
-/// by address and copying one is free. Making one from text takes a lock: keep those that are used often.
+/// The name of a message, such as "uid" or "setUid:". Each text exists once for the life of the
+/// process, so selectors compare by address and copying one is free. Making one from text takes a
+/// lock: keep those that are used often.
 class VEXIM_EXPORT Selector {
 public:
     /// The null selector, which names no message.
@@ -36,5 +37,7 @@ private:
 
 template <>
 struct std::hash<vexim::Selector> {
-    std::size_t operator()(vexim::Selector selector) const noexcept { return std::hash<const void*>()(selector.text_); }
+    std::size_t operator()(vexim::Selector selector) const noexcept {
+        return std::hash<const void*>()(selector.text_);
+    }
 };

@@ -17,7 +17,8 @@ constexpr std::int32_t kFirstPage = 50;
 constexpr std::int32_t kLongestPage = 500;
 constexpr std::int32_t kPageOfGap = 100;
 constexpr std::int32_t kMostOfOneMillisecond = 1'000;
-// Senders' clocks differ, so a message may lie before others that came earlier: so many known ones in a row are known ground.
+// Senders' clocks differ, so a message may lie before others that came earlier: so many known ones
+// in a row are known ground.
 constexpr int kEnoughKnown = 50;
 constexpr int kMostIdlePages = 4;
 constexpr std::int64_t kDoubtMillis = 60'000;
@@ -26,7 +27,8 @@ constexpr std::int64_t kEndOfTime = 4'102'444'800'000;
 
 std::int64_t timeOf(const Dictionary& payload) { return payload.get("ts").longLongValue(); }
 bool hasHistory(const VXIMConversationId& conversation) {
-    return conversation.kind == VXIMConversationKindFriend || conversation.kind == VXIMConversationKindGroup;
+    return conversation.kind == VXIMConversationKindFriend ||
+           conversation.kind == VXIMConversationKindGroup;
 }
 
 }  // namespace
@@ -45,7 +47,8 @@ void CatchUp::linkDidOpen() {
     isListing_ = true;
     const auto link = link_;
     store_->conversations(
-        [weak = weak_from_this(), link](std::optional<std::vector<VXIMConversation>> known, const ErrorPtr& error) {
+        [weak = weak_from_this(), link](std::optional<std::vector<VXIMConversation>> known,
+                                        const ErrorPtr& error) {
             const auto self = weak.lock();
             if (!self || self->isStale(link)) return;
             if (error) self->result_.error = error;
@@ -54,13 +57,15 @@ void CatchUp::linkDidOpen() {
 }
 
 void CatchUp::linkDidClose() {
-    // While the connection stood nothing was missed, so the next login need not go back farther than to its end.
+    // While the connection stood nothing was missed, so the next login need not go back farther
+    // than to its end.
     for (const auto& [conversation, millis] : std::exchange(live_, {})) {
         if (!complete_.contains(conversation)) continue;
         // Without `weak`: this may be the end of the program's use of the store.
         operations_.ground(conversation,
-                           [operations = operations_, conversation = conversation, until = std::min(millis, wallMillis())](
-                               std::optional<Ground> ground, const ErrorPtr&) mutable {
+                           [operations = operations_, conversation = conversation,
+                            until = std::min(millis, wallMillis())](std::optional<Ground> ground,
+                                                                    const ErrorPtr&) mutable {
                                if (!ground || ground->knownUntilMillis >= until) return;
                                ground->knownUntilMillis = until;
                                operations.setGround(conversation, *std::move(ground), nullptr);
@@ -91,7 +96,8 @@ void CatchUp::begin(std::vector<VXIMConversation> known) {
     for (const auto& conversation : known) {
         if (hasHistory(conversation.id)) wantOnce(conversation.id);
         if (conversation.id.kind != VXIMConversationKindRoom) continue;
-        markRoom(conversation.id, conversation.lastMessage ? conversation.lastMessage->sentAtMillis : 0);
+        markRoom(conversation.id,
+                 conversation.lastMessage ? conversation.lastMessage->sentAtMillis : 0);
     }
     list(0);
     startSome();
@@ -99,27 +105,31 @@ void CatchUp::begin(std::vector<VXIMConversation> known) {
 
 /// Asks the service for the conversations that there are.
 void CatchUp::list(int failures) {
-    const auto user = VXIMUser::userWithId(store_->userId());  // of our own: the application's lists are the application's
-    user->fetchWithCompletion([weak = weak_from_this(), user, link = link_, failures](bool, const ErrorPtr& error) {
-        const auto self = weak.lock();
-        if (!self || self->isStale(link)) return;
-        if (errors::mayPass(error)) {
-            return MainQueue::shared().after(pauseAfter(failures), [weak, link, failures] {
-                const auto later = weak.lock();
-                if (later && !later->isStale(link)) later->list(failures + 1);
-            });
-        }
-        if (error) self->result_.error = error;
-        for (const auto& info : user->friends().value_or(std::vector<std::shared_ptr<VXIMFriendInfo>>())) {
-            self->wantOnce({VXIMConversationKindFriend, info->uid().description()});
-        }
-        for (const auto& group : user->groups().value_or(std::vector<std::shared_ptr<VXIMGroup>>())) {
-            self->wantOnce({VXIMConversationKindGroup, group->groupId().description()});
-        }
-        self->isListing_ = false;
-        self->startSome();
-        self->tellWhenDone();
-    });
+    // of our own: the application's lists are the application's
+    const auto user = VXIMUser::userWithId(store_->userId());
+    user->fetchWithCompletion(
+        [weak = weak_from_this(), user, link = link_, failures](bool, const ErrorPtr& error) {
+            const auto self = weak.lock();
+            if (!self || self->isStale(link)) return;
+            if (errors::mayPass(error)) {
+                return MainQueue::shared().after(pauseAfter(failures), [weak, link, failures] {
+                    const auto later = weak.lock();
+                    if (later && !later->isStale(link)) later->list(failures + 1);
+                });
+            }
+            if (error) self->result_.error = error;
+            for (const auto& info :
+                 user->friends().value_or(std::vector<std::shared_ptr<VXIMFriendInfo>>())) {
+                self->wantOnce({VXIMConversationKindFriend, info->uid().description()});
+            }
+            for (const auto& group :
+                 user->groups().value_or(std::vector<std::shared_ptr<VXIMGroup>>())) {
+                self->wantOnce({VXIMConversationKindGroup, group->groupId().description()});
+            }
+            self->isListing_ = false;
+            self->startSome();
+            self->tellWhenDone();
+        });
 }
 
 /// From the end of the history, also when it is being read: what came since is wanted, too.
@@ -147,24 +157,26 @@ void CatchUp::start(const VXIMConversationId& conversation) {
     Reading& reading = readings_[conversation];
     Reading fresh;
     fresh.isRunning = true;
-    fresh.untilMillis = std::min(reading.sinceMillis, reading.isRunning ? reading.untilMillis : INT64_MAX);
+    fresh.untilMillis =
+        std::min(reading.sinceMillis, reading.isRunning ? reading.untilMillis : INT64_MAX);
     fresh.failures = reading.failures;
     reading = std::move(fresh);
     reading.beforeMillis = kEndOfTime;
     reading.pageSize = kFirstPage;
-    operations_.ground(conversation,
-                       [weak = weak_from_this(), conversation, link = link_](std::optional<Ground> ground, const ErrorPtr& error) {
-                           const auto self = weak.lock();
-                           if (!self || self->isStale(link)) return;
-                           if (error || !ground) return self->tryAgainLater(conversation, error);
-                           self->readings_[conversation].ground = *std::move(ground);
-                           self->requestPage(conversation);
-                       });
+    operations_.ground(conversation, [weak = weak_from_this(), conversation, link = link_](
+                                         std::optional<Ground> ground, const ErrorPtr& error) {
+        const auto self = weak.lock();
+        if (!self || self->isStale(link)) return;
+        if (error || !ground) return self->tryAgainLater(conversation, error);
+        self->readings_[conversation].ground = *std::move(ground);
+        self->requestPage(conversation);
+    });
 }
 
 void CatchUp::requestPage(const VXIMConversationId& conversation) {
     const Reading& reading = readings_[conversation];
-    auto done = [weak = weak_from_this(), conversation, link = link_](const std::optional<Messages>& page, const ErrorPtr& error) {
+    auto done = [weak = weak_from_this(), conversation, link = link_](
+                    const std::optional<Messages>& page, const ErrorPtr& error) {
         const auto self = weak.lock();
         if (!self || self->isStale(link)) return;
         if (errors::mayPass(error)) return self->tryAgainLater(conversation, error);
@@ -174,33 +186,40 @@ void CatchUp::requestPage(const VXIMConversationId& conversation) {
     request(conversation, reading.beforeMillis, reading.pageSize, std::move(done));
 }
 
-void CatchUp::request(const VXIMConversationId& conversation, std::int64_t beforeMillis, std::int32_t size,
-                      PageCompletion done) const {
-    const double before = (static_cast<double>(beforeMillis) + 0.5) / 1000.0;  // is truncated to milliseconds again
+void CatchUp::request(const VXIMConversationId& conversation, std::int64_t beforeMillis,
+                      std::int32_t size, PageCompletion done) const {
+    // is truncated to milliseconds again
+    const double before = (static_cast<double>(beforeMillis) + 0.5) / 1000.0;
     if (conversation.kind == VXIMConversationKindGroup) {
-        return VXIMGroup::groupWithId(conversation.id)->getLatestMessagesBefore(before, size, std::move(done));
+        return VXIMGroup::groupWithId(conversation.id)
+            ->getLatestMessagesBefore(before, size, std::move(done));
     }
-    VXIMUser::userWithId(store_->userId())->getLatestChatsWithFriend(conversation.id, before, size, std::move(done));
+    VXIMUser::userWithId(store_->userId())
+        ->getLatestChatsWithFriend(conversation.id, before, size, std::move(done));
 }
 
-std::vector<Arrival> CatchUp::arrivalsOf(const VXIMConversationId& conversation, const Messages& page, bool isNews) const {
+std::vector<Arrival> CatchUp::arrivalsOf(const VXIMConversationId& conversation,
+                                         const Messages& page, bool isNews) const {
     std::vector<Arrival> arrivals;
     for (auto message = page.rbegin(); message != page.rend(); ++message) {  // the oldest first
         Arrival arrival;
         arrival.conversation = conversation;
         arrival.payload = (*message)->payload();
-        if (isWrittenBy(arrival.payload, store_->userId())) arrival.direction = VXIMStoredMessageOutgoing;
+        if (isWrittenBy(arrival.payload, store_->userId()))
+            arrival.direction = VXIMStoredMessageOutgoing;
         arrival.countsAsUnread = isNews;
         arrival.isHistory = true;
         arrivals.push_back(std::move(arrival));
     }
-    std::ranges::stable_sort(arrivals, {}, [](const Arrival& arrival) { return timeOf(arrival.payload); });
+    std::ranges::stable_sort(arrivals, {},
+                             [](const Arrival& arrival) { return timeOf(arrival.payload); });
     return arrivals;
 }
 
 void CatchUp::didGetPage(const VXIMConversationId& conversation, const Messages& page) {
     Reading& reading = readings_[conversation];
-    auto arrivals = arrivalsOf(conversation, page, reading.ground.knownUntilMillis != 0 || !isFresh_);
+    auto arrivals =
+        arrivalsOf(conversation, page, reading.ground.knownUntilMillis != 0 || !isFresh_);
     const bool bringsOlder = std::ranges::any_of(arrivals, [&](const Arrival& arrival) {
         const auto millis = timeOf(arrival.payload);
         return millis > 0 && millis < reading.oldestMillis;
@@ -208,15 +227,18 @@ void CatchUp::didGetPage(const VXIMConversationId& conversation, const Messages&
     if (arrivals.empty()) return finish(conversation, false);
 
     auto shared = std::make_shared<const std::vector<Arrival>>(arrivals);
-    surroundings_.insert(std::move(arrivals), [weak = weak_from_this(), conversation, link = link_, shared, bringsOlder](
-                                                  const std::optional<std::vector<Merged>>& merged, const ErrorPtr& error) {
-        const auto self = weak.lock();
-        if (!self || self->isStale(link)) return;
-        if (error || !merged) {  // a full disk, say: nothing is marked as known, so this is read once more
-            return self->tryAgainLater(conversation, error);
-        }
-        self->didStorePage(conversation, *shared, *merged, bringsOlder);
-    });
+    surroundings_.insert(
+        std::move(arrivals),
+        [weak = weak_from_this(), conversation, link = link_, shared, bringsOlder](
+            const std::optional<std::vector<Merged>>& merged, const ErrorPtr& error) {
+            const auto self = weak.lock();
+            if (!self || self->isStale(link)) return;
+            // a full disk, say: nothing is marked as known, so this is read once more
+            if (error || !merged) {
+                return self->tryAgainLater(conversation, error);
+            }
+            self->didStorePage(conversation, *shared, *merged, bringsOlder);
+        });
 }
 
 void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::vector<Arrival>& page,
@@ -226,11 +248,14 @@ void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::ve
     for (std::size_t i = page.size(); i-- > 0;) {  // the newest first
         const bool isInserted = merged[i].outcome == Outcome::Inserted;
         const bool isOfKnownTime = timeOf(page[i].payload) <= known;
-        reading.knownRun = isOfKnownTime && merged[i].outcome == Outcome::Known ? reading.knownRun + 1 : 0;
-        if (isInserted && page[i].countsAsUnread && page[i].direction == VXIMStoredMessageIncoming) ++result_.missedCount;
+        reading.knownRun =
+            isOfKnownTime && merged[i].outcome == Outcome::Known ? reading.knownRun + 1 : 0;
+        if (isInserted && page[i].countsAsUnread && page[i].direction == VXIMStoredMessageIncoming)
+            ++result_.missedCount;
         if (isInserted) ++reading.count;
     }
-    const auto dated = std::ranges::find_if(page, [](const Arrival& arrival) { return timeOf(arrival.payload) > 0; });
+    const auto dated = std::ranges::find_if(
+        page, [](const Arrival& arrival) { return timeOf(arrival.payload) > 0; });
     if (dated == page.end()) return finish(conversation, false);
     const std::int64_t oldest = timeOf(dated->payload);
     reading.oldestMillis = std::min(reading.oldestMillis, oldest);
@@ -239,11 +264,15 @@ void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::ve
     const bool isFull = static_cast<std::int32_t>(page.size()) >= reading.pageSize;
     reading.idlePages = bringsOlder ? 0 : reading.idlePages + 1;
     // The beginning of the history, or a service that goes round in circles.
-    if (!bringsOlder && (!isFull || reading.idlePages > kMostIdlePages)) return finish(conversation, false);
-    const bool isFarEnough = reading.untilMillis == INT64_MAX || oldest < reading.untilMillis - kDoubtMillis;
-    if (isFarEnough && known != 0 && oldest <= known && reading.knownRun >= kEnoughKnown) return finish(conversation, false);
+    if (!bringsOlder && (!isFull || reading.idlePages > kMostIdlePages))
+        return finish(conversation, false);
+    const bool isFarEnough =
+        reading.untilMillis == INT64_MAX || oldest < reading.untilMillis - kDoubtMillis;
+    if (isFarEnough && known != 0 && oldest <= known && reading.knownRun >= kEnoughKnown)
+        return finish(conversation, false);
     const bool isTooFar = oldest < wallMillis() - limits_.farthest.count();
-    if (isFarEnough && (reading.count >= limits_.mostMessages || isTooFar)) return finish(conversation, oldest > known);
+    if (isFarEnough && (reading.count >= limits_.mostMessages || isTooFar))
+        return finish(conversation, oldest > known);
 
     // Messages of the oldest millisecond may lie on both sides of the page's end.
     if (!bringsOlder && reading.pageSize < kMostOfOneMillisecond) {
@@ -275,14 +304,17 @@ void CatchUp::finish(const VXIMConversationId& conversation, bool isCutOff) {
     // Not beyond now, whatever a sender's clock says: what comes next may carry an earlier time.
     const std::int64_t reached = std::min(reading.newestMillis, wallMillis());
     ground.knownUntilMillis = std::max({ground.knownUntilMillis, reached, std::int64_t{1}});
-    if (ground.knownUntilMillis == reading.ground.knownUntilMillis && !isCutOff) return end(conversation, nullptr);
-    operations_.setGround(conversation, std::move(ground),
-                          [weak = weak_from_this(), conversation, link = link_](bool, const ErrorPtr& error) {
-                              const auto self = weak.lock();
-                              if (!self || self->isStale(link)) return;
-                              if (error) self->result_.error = error;  // all is stored, and read again next time
-                              self->end(conversation, nullptr);
-                          });
+    if (ground.knownUntilMillis == reading.ground.knownUntilMillis && !isCutOff)
+        return end(conversation, nullptr);
+    operations_.setGround(
+        conversation, std::move(ground),
+        [weak = weak_from_this(), conversation, link = link_](bool, const ErrorPtr& error) {
+            const auto self = weak.lock();
+            if (!self || self->isStale(link)) return;
+            // all is stored, and read again next time
+            if (error) self->result_.error = error;
+            self->end(conversation, nullptr);
+        });
 }
 
 void CatchUp::end(const VXIMConversationId& conversation, const ErrorPtr& error) {
@@ -304,67 +336,76 @@ void CatchUp::end(const VXIMConversationId& conversation, const ErrorPtr& error)
     tellWhenDone();
 }
 
-void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap, VXIMCountCompletion completion) {
+void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap,
+                   VXIMCountCompletion completion) {
     // Messages of the same millisecond as the first one behind the gap may be missing, too.
     request(conversation, gap.beforeMillis + 1, kPageOfGap,
-            [weak = weak_from_this(), conversation, gap, completion = std::move(completion)](const std::optional<Messages>& page,
-                                                                                             const ErrorPtr& error) {
+            [weak = weak_from_this(), conversation, gap, completion = std::move(completion)](
+                const std::optional<Messages>& page, const ErrorPtr& error) {
                 const auto self = weak.lock();
-                if (error || !self) return completion(std::nullopt, error ? error : errors::notOpen());
+                if (error || !self)
+                    return completion(std::nullopt, error ? error : errors::notOpen());
                 auto arrivals = self->arrivalsOf(conversation, page.value_or(Messages()), false);
                 const bool isFull = arrivals.size() >= static_cast<std::size_t>(kPageOfGap);
                 const std::int64_t oldest = arrivals.empty() ? 0 : timeOf(arrivals.front().payload);
                 // A page of one millisecond: what else there is in it cannot be had.
-                const std::int64_t reached = !isFull ? gap.afterMillis : std::min(oldest, gap.beforeMillis - 1);
-                self->surroundings_.insert(std::move(arrivals),
-                                           [weak, conversation, gap, reached, completion](
-                                               const std::optional<std::vector<Merged>>& merged, const ErrorPtr& why) {
-                                               const auto alive = weak.lock();
-                                               if (why || !merged) return completion(std::nullopt, why);
-                                               if (!alive) return completion(std::nullopt, errors::notOpen());
-                                               const auto count = std::ranges::count(*merged, Outcome::Inserted, &Merged::outcome);
-                                               alive->narrow(conversation, gap, reached, count, completion);
-                                           });
+                const std::int64_t reached =
+                    !isFull ? gap.afterMillis : std::min(oldest, gap.beforeMillis - 1);
+                self->surroundings_.insert(
+                    std::move(arrivals),
+                    [weak, conversation, gap, reached, completion](
+                        const std::optional<std::vector<Merged>>& merged, const ErrorPtr& why) {
+                        const auto alive = weak.lock();
+                        if (why || !merged) return completion(std::nullopt, why);
+                        if (!alive) return completion(std::nullopt, errors::notOpen());
+                        const auto count =
+                            std::ranges::count(*merged, Outcome::Inserted, &Merged::outcome);
+                        alive->narrow(conversation, gap, reached, count, completion);
+                    });
             });
 }
 
-void CatchUp::narrow(const VXIMConversationId& conversation, VXIMStoredGap gap, std::int64_t reachedMillis, std::int64_t count,
+void CatchUp::narrow(const VXIMConversationId& conversation, VXIMStoredGap gap,
+                     std::int64_t reachedMillis, std::int64_t count,
                      VXIMCountCompletion completion) {
-    operations_.ground(conversation,
-                       [operations = operations_, conversation, gap, reachedMillis, count, completion = std::move(completion)](
-                           std::optional<Ground> ground, const ErrorPtr& error) mutable {
-                           if (error || !ground) return completion(std::nullopt, error);
-                           const auto found = std::ranges::find(ground->gaps, gap);
-                           if (found == ground->gaps.end()) return completion(count, nullptr);
-                           if (reachedMillis <= gap.afterMillis) {
-                               ground->gaps.erase(found);
-                           } else {
-                               found->beforeMillis = reachedMillis;
-                           }
-                           operations.setGround(conversation, *std::move(ground), [count, completion](bool, const ErrorPtr& why) {
-                               completion(why ? std::nullopt : std::optional(count), why);
-                           });
-                       });
+    operations_.ground(
+        conversation, [operations = operations_, conversation, gap, reachedMillis, count,
+                       completion = std::move(completion)](std::optional<Ground> ground,
+                                                           const ErrorPtr& error) mutable {
+            if (error || !ground) return completion(std::nullopt, error);
+            const auto found = std::ranges::find(ground->gaps, gap);
+            if (found == ground->gaps.end()) return completion(count, nullptr);
+            if (reachedMillis <= gap.afterMillis) {
+                ground->gaps.erase(found);
+            } else {
+                found->beforeMillis = reachedMillis;
+            }
+            operations.setGround(conversation, *std::move(ground),
+                                 [count, completion](bool, const ErrorPtr& why) {
+                                     completion(why ? std::nullopt : std::optional(count), why);
+                                 });
+        });
 }
 
 /// A room has no history: what was said in it since is not to be had.
 void CatchUp::markRoom(const VXIMConversationId& conversation, std::int64_t lastMillis) {
-    operations_.ground(conversation, [weak = weak_from_this(), conversation, lastMillis, link = link_](std::optional<Ground> ground,
-                                                                                                       const ErrorPtr& error) {
-        const auto self = weak.lock();
-        if (!self || self->isStale(link) || error || !ground) return;
-        const std::int64_t now = wallMillis();
-        const std::int64_t after = std::max(ground->knownUntilMillis, lastMillis);
-        if (!ground->gaps.empty() && ground->gaps.back().beforeMillis >= after) {
-            ground->gaps.back().beforeMillis = now;  // nothing was heard in between
-        } else if (after != 0) {
-            ground->gaps.push_back({after, now});
-            ++self->result_.gapCount;
-        }
-        ground->knownUntilMillis = now;
-        self->operations_.setGround(conversation, *std::move(ground), nullptr);
-        self->complete_.insert(conversation);
-    });
+    operations_.ground(
+        conversation, [weak = weak_from_this(), conversation, lastMillis, link = link_](
+                          std::optional<Ground> ground, const ErrorPtr& error) {
+            const auto self = weak.lock();
+            if (!self || self->isStale(link) || error || !ground) return;
+            const std::int64_t now = wallMillis();
+            const std::int64_t after = std::max(ground->knownUntilMillis, lastMillis);
+            if (!ground->gaps.empty() && ground->gaps.back().beforeMillis >= after) {
+                ground->gaps.back().beforeMillis = now;  // nothing was heard in between
+            } else if (after != 0) {
+                ground->gaps.push_back({after, now});
+                ++self->result_.gapCount;
+            }
+            ground->knownUntilMillis = now;
+            self->operations_.setGround(conversation, *std::move(ground), nullptr);
+            self->complete_.insert(conversation);
+        });
 }
 
 void CatchUp::tellWhenDone() {

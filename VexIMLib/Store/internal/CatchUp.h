@@ -17,10 +17,12 @@ class VXIMUser;
 
 namespace vexim::store {
 
-/// Reads the histories back to what the store knows already, after each login and whenever it is asked. Main thread only.
+/// Reads the histories back to what the store knows already, after each login and whenever it is
+/// asked. Main thread only.
 ///
-/// A history is read from its end backwards, page by page, and each page is stored at once; only when known ground is reached is
-/// the conversation's mark moved. So a program that ends in between leaves no hole: the next one begins from the old mark.
+/// A history is read from its end backwards, page by page, and each page is stored at once; only
+/// when known ground is reached is the conversation's mark moved. So a program that ends in between
+/// leaves no hole: the next one begins from the old mark.
 class CatchUp : public std::enable_shared_from_this<CatchUp> {
 public:
     struct Limits {
@@ -49,7 +51,8 @@ public:
     /// Reads a history back to known ground, and at least to this time.
     void read(const VXIMConversationId& conversation, std::int64_t sinceMillis);
     /// Reads the newer end of a gap. `completion` gets how many messages were stored.
-    void fill(const VXIMConversationId& conversation, VXIMStoredGap gap, VXIMCountCompletion completion);
+    void fill(const VXIMConversationId& conversation, VXIMStoredGap gap,
+              VXIMCountCompletion completion);
     /// A live message was stored: while the connection stands, nothing is missing before it.
     void didStoreLive(const VXIMConversationId& conversation, std::int64_t sentAtMillis);
 
@@ -71,7 +74,8 @@ private:
         int idlePages = 0;  // in a row that brought nothing older
         int failures = 0;
     };
-    using Messages = std::vector<std::shared_ptr<VXIMMessage>>;  // the newest first, as a history gives them
+    // the newest first, as a history gives them
+    using Messages = std::vector<std::shared_ptr<VXIMMessage>>;
 
     bool isStale(std::uint64_t link) const noexcept { return link != link_ || !isOpen_; }
     void list(int failures);
@@ -80,15 +84,18 @@ private:
     void wantOnce(const VXIMConversationId& conversation);
     void startSome();
     void start(const VXIMConversationId& conversation);
-    using PageCompletion = std::function<void(const std::optional<Messages>& page, const ErrorPtr& error)>;
-    void request(const VXIMConversationId& conversation, std::int64_t beforeMillis, std::int32_t size, PageCompletion done) const;
+    using PageCompletion =
+        std::function<void(const std::optional<Messages>& page, const ErrorPtr& error)>;
+    void request(const VXIMConversationId& conversation, std::int64_t beforeMillis,
+                 std::int32_t size, PageCompletion done) const;
     void requestPage(const VXIMConversationId& conversation);
-    std::vector<Arrival> arrivalsOf(const VXIMConversationId& conversation, const Messages& page, bool isNews) const;
-    void narrow(const VXIMConversationId& conversation, VXIMStoredGap gap, std::int64_t reachedMillis, std::int64_t count,
-                VXIMCountCompletion completion);
+    std::vector<Arrival> arrivalsOf(const VXIMConversationId& conversation, const Messages& page,
+                                    bool isNews) const;
+    void narrow(const VXIMConversationId& conversation, VXIMStoredGap gap,
+                std::int64_t reachedMillis, std::int64_t count, VXIMCountCompletion completion);
     void didGetPage(const VXIMConversationId& conversation, const Messages& page);
-    void didStorePage(const VXIMConversationId& conversation, const std::vector<Arrival>& page, const std::vector<Merged>& merged,
-                      bool bringsOlder);
+    void didStorePage(const VXIMConversationId& conversation, const std::vector<Arrival>& page,
+                      const std::vector<Merged>& merged, bool bringsOlder);
     void tryAgainLater(const VXIMConversationId& conversation, const ErrorPtr& error);
     void finish(const VXIMConversationId& conversation, bool isCutOff);
     void end(const VXIMConversationId& conversation, const ErrorPtr& error);
@@ -108,8 +115,9 @@ private:
     bool isTold_ = true;
     std::uint64_t link_ = 0;
     Result result_;
-    std::map<VXIMConversationId, std::int64_t> live_;  // the newest time of live messages since the mark
-    std::set<VXIMConversationId> complete_;            // read in this connection
+    // the newest time of live messages since the mark
+    std::map<VXIMConversationId, std::int64_t> live_;
+    std::set<VXIMConversationId> complete_;  // read in this connection
 };
 
 }  // namespace vexim::store

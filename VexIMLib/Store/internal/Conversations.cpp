@@ -10,7 +10,8 @@ constexpr const char* kById =
     "SELECT id, kind, name, last_at, last_id, unread, draft, known_until FROM conversation WHERE kind = ?1 AND name = ?2";
 constexpr const char* kByRow =
     "SELECT id, kind, name, last_at, last_id, unread, draft, known_until FROM conversation WHERE id = ?1";
-constexpr const char* kAll = "SELECT id, kind, name, last_at, last_id, unread, draft, known_until FROM conversation";
+constexpr const char* kAll =
+    "SELECT id, kind, name, last_at, last_id, unread, draft, known_until FROM conversation";
 
 Tables::Conversation read(const Statement& row) {
     return {.row = row.integer(0),
@@ -37,7 +38,10 @@ Tables::Conversation* Tables::find(const VXIMConversationId& id) {
 
 Tables::Conversation& Tables::findOrMake(const VXIMConversationId& id) {
     if (Conversation* const found = find(id)) return *found;
-    database.prepare("INSERT INTO conversation(kind, name) VALUES(?1, ?2)").bind(1, std::int64_t{id.kind}).bind(2, id.id).run();
+    database.prepare("INSERT INTO conversation(kind, name) VALUES(?1, ?2)")
+        .bind(1, std::int64_t{id.kind})
+        .bind(2, id.id)
+        .run();
     Conversation* const made = find(id);
     touched.list = true;
     return *made;
@@ -46,7 +50,8 @@ Tables::Conversation& Tables::findOrMake(const VXIMConversationId& id) {
 Tables::Conversation& Tables::ofRow(std::int64_t row) {
     if (const auto known = byRow_.find(row); known != byRow_.end()) return known_.at(known->second);
     Statement statement = database.prepare(kByRow);
-    if (!statement.bind(1, row).step()) fail(VXIMStoreErrorDamaged, "A stored message has no conversation.");
+    if (!statement.bind(1, row).step())
+        fail(VXIMStoreErrorDamaged, "A stored message has no conversation.");
     return remember(read(statement));
 }
 
@@ -71,7 +76,9 @@ std::vector<Tables::Conversation*> Tables::all() {
 }
 
 void Tables::save(const Conversation& conversation) {
-    database.prepare("UPDATE conversation SET last_at = ?2, last_id = ?3, unread = ?4, draft = ?5, known_until = ?6 WHERE id = ?1")
+    database
+        .prepare(
+            "UPDATE conversation SET last_at = ?2, last_id = ?3, unread = ?4, draft = ?5, known_until = ?6 WHERE id = ?1")
         .bind(1, conversation.row)
         .bind(2, conversation.last.sentAtMillis)
         .bind(3, conversation.last.localId)
@@ -84,12 +91,13 @@ void Tables::save(const Conversation& conversation) {
 
 void Tables::repair(Conversation& conversation) {
     conversation.last = {};
-    Statement last =
-        database.prepare("SELECT sent_at, id FROM message WHERE conversation = ?1 ORDER BY sent_at DESC, id DESC LIMIT 1");
-    if (last.bind(1, conversation.row).step()) conversation.last = {last.integer(0), last.integer(1)};
+    Statement last = database.prepare(
+        "SELECT sent_at, id FROM message WHERE conversation = ?1 ORDER BY sent_at DESC, id DESC LIMIT 1");
+    if (last.bind(1, conversation.row).step())
+        conversation.last = {last.integer(0), last.integer(1)};
     if (conversation.unread > 0) {
-        Statement incoming =
-            database.prepare("SELECT count(*) FROM (SELECT 1 FROM message WHERE conversation = ?1 AND direction = 0 LIMIT ?2)");
+        Statement incoming = database.prepare(
+            "SELECT count(*) FROM (SELECT 1 FROM message WHERE conversation = ?1 AND direction = 0 LIMIT ?2)");
         incoming.bind(1, conversation.row).bind(2, conversation.unread).step();
         conversation.unread = incoming.integer(0);
     }
@@ -106,7 +114,8 @@ void Tables::forget() {
 
 VXIMConversation Tables::conversation(const Conversation& conversation) {
     VXIMConversation answer{conversation.id, std::nullopt, conversation.unread, conversation.draft};
-    if (conversation.last != VXIMStorePosition()) answer.lastMessage = message(conversation.last.localId);
+    if (conversation.last != VXIMStorePosition())
+        answer.lastMessage = message(conversation.last.localId);
     return answer;
 }
 

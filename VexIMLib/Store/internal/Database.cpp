@@ -27,22 +27,30 @@ bool isFull(int number) { return number == ENOSPC || number == EDQUOT || number 
 
 [[noreturn]] void failWithSQLite(sqlite3* database, int code) {
     const int extended = database ? sqlite3_extended_errcode(database) : code;
-    // SQLite does not keep the number of a failed write; it still stands where the system left it, see `step`.
+    // SQLite does not keep the number of a failed write; it still stands where the system left it,
+    // see `step`.
     const int number = errno;
     // SQLite's own words tell which table or rule; they never quote what is stored.
-    const ErrorPtr cause = Error::withDescription(kSQLiteErrorDomain, extended, sqlite3_errstr(extended));
+    const ErrorPtr cause =
+        Error::withDescription(kSQLiteErrorDomain, extended, sqlite3_errstr(extended));
     switch (code & 0xff) {
-        case SQLITE_FULL: fail(VXIMStoreErrorDiskFull, "There is no room left for the message store.", cause);
+        case SQLITE_FULL:
+            fail(VXIMStoreErrorDiskFull, "There is no room left for the message store.", cause);
         case SQLITE_IOERR:
-            if (isFull(number)) fail(VXIMStoreErrorDiskFull, "There is no room left for the message store.", cause);
+            if (isFull(number))
+                fail(VXIMStoreErrorDiskFull, "There is no room left for the message store.", cause);
             break;
         case SQLITE_BUSY:
         case SQLITE_LOCKED:
-            fail(VXIMStoreErrorLocked, "Another program is using the message store.");  // a cause would not be temporary
-        case SQLITE_READONLY: fail(VXIMStoreErrorReadOnly, "The message store cannot be written.", cause);
+            // a cause would not be temporary
+            fail(VXIMStoreErrorLocked, "Another program is using the message store.");
+        case SQLITE_READONLY:
+            fail(VXIMStoreErrorReadOnly, "The message store cannot be written.", cause);
         case SQLITE_CORRUPT:
-        case SQLITE_NOTADB: fail(VXIMStoreErrorDamaged, "The message store's file is damaged.", cause);
-        case SQLITE_CANTOPEN: fail(VXIMStoreErrorCannotOpen, "The message store's file cannot be opened.", cause);
+        case SQLITE_NOTADB:
+            fail(VXIMStoreErrorDamaged, "The message store's file is damaged.", cause);
+        case SQLITE_CANTOPEN:
+            fail(VXIMStoreErrorCannotOpen, "The message store's file cannot be opened.", cause);
         default: break;
     }
     fail(VXIMStoreErrorFailed, "The message store failed.", cause);
@@ -57,10 +65,13 @@ void fail(std::int64_t code, const std::string& sentence, ErrorPtr cause) {
 void failWithSystem(std::int64_t code, const std::string& sentence, int number) {
     if (isFull(number)) code = VXIMStoreErrorDiskFull;
     fail(code, sentence,
-         Error::withDescription(kPOSIXErrorDomain, number, std::error_code(number, std::generic_category()).message()));
+         Error::withDescription(kPOSIXErrorDomain, number,
+                                std::error_code(number, std::generic_category()).message()));
 }
 
-bool isDamage(const ErrorPtr& error) { return error && error->is(VXIMStoreErrorDomain, VXIMStoreErrorDamaged); }
+bool isDamage(const ErrorPtr& error) {
+    return error && error->is(VXIMStoreErrorDomain, VXIMStoreErrorDamaged);
+}
 
 Statement::~Statement() {
     if (!statement_) return;
@@ -74,7 +85,8 @@ Statement& Statement::bind(int place, std::int64_t number) {
 }
 Statement& Statement::bind(int place, std::string_view text) {
     // An empty view may have no address, which SQLite would take for NULL.
-    sqlite3_bind_text64(statement_, place, text.data() ? text.data() : "", text.size(), SQLITE_STATIC, SQLITE_UTF8);
+    sqlite3_bind_text64(statement_, place, text.data() ? text.data() : "", text.size(),
+                        SQLITE_STATIC, SQLITE_UTF8);
     return *this;
 }
 Statement& Statement::bind(int place, std::optional<std::int64_t> number) {
@@ -97,16 +109,21 @@ void Statement::run() {
 }
 void Statement::reset() { sqlite3_reset(statement_); }
 
-std::int64_t Statement::integer(int column) const { return sqlite3_column_int64(statement_, column); }
+std::int64_t Statement::integer(int column) const {
+    return sqlite3_column_int64(statement_, column);
+}
 std::string_view Statement::text(int column) const {
     const auto* const text = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
     if (!text) return {};
     return {text, static_cast<std::size_t>(sqlite3_column_bytes(statement_, column))};
 }
-bool Statement::isNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }
+bool Statement::isNull(int column) const {
+    return sqlite3_column_type(statement_, column) == SQLITE_NULL;
+}
 
 Database::Database(const std::string& path, Access access) {
-    const int flags = (access == Access::ReadOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) |
+    const int flags = (access == Access::ReadOnly ? SQLITE_OPEN_READONLY
+                                                  : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) |
                       SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
     errno = 0;
     const int code = sqlite3_open_v2(path.c_str(), &database_, flags, nullptr);
@@ -118,7 +135,8 @@ Database::Database(const std::string& path, Access access) {
     sqlite3_busy_timeout(database_, kBusyMillis);
     // A file may come from anywhere: nothing that its schema says is run.
     if (access == Access::Rescue) {
-        sqlite3_db_config(database_, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr);  // reads files that are shorter than they say
+        // reads files that are shorter than they say
+        sqlite3_db_config(database_, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr);
     } else {
         sqlite3_db_config(database_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     }
@@ -140,10 +158,11 @@ Statement Database::prepare(std::string_view sql) {
     auto found = statements_.find(sql);
     if (found == statements_.end()) {
         sqlite3_stmt* statement = nullptr;
-        const int code =
-            sqlite3_prepare_v3(database_, sql.data(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
+        const int code = sqlite3_prepare_v3(database_, sql.data(), static_cast<int>(sql.size()),
+                                            SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
         // Our statements are right, so it is the schema that lacks something.
-        if (code == SQLITE_ERROR) fail(VXIMStoreErrorDamaged, "The message store's file lacks a part.");
+        if (code == SQLITE_ERROR)
+            fail(VXIMStoreErrorDamaged, "The message store's file lacks a part.");
         if (code != SQLITE_OK) failWithSQLite(database_, code);
         found = statements_.emplace(sql, statement).first;
     }

@@ -30,9 +30,13 @@ bool isDamage(const ErrorPtr& error);
 /// A prepared statement in use: bound from 1, read from 0, free for the next use when this is gone.
 class Statement {
 public:
-    Statement(sqlite3* database, sqlite3_stmt* statement) : database_(database), statement_(statement) {}
+    Statement(sqlite3* database, sqlite3_stmt* statement)
+        : database_(database),
+          statement_(statement) {}
     ~Statement();
-    Statement(Statement&& other) noexcept : database_(other.database_), statement_(std::exchange(other.statement_, nullptr)) {}
+    Statement(Statement&& other) noexcept
+        : database_(other.database_),
+          statement_(std::exchange(other.statement_, nullptr)) {}
     Statement& operator=(Statement&&) = delete;
 
     Statement& bind(int place, std::int64_t number);
@@ -70,7 +74,8 @@ public:
     Database& operator=(const Database&) = delete;
 
     void execute(const char* sql);
-    /// Prepared once for each text; not to be used again while a statement of the same text is in use.
+    /// Prepared once for each text; not to be used again while a statement of the same text is in
+    /// use.
     Statement prepare(std::string_view sql);
     std::int64_t integer(std::string_view sql);  // the first column of the first row; 0 without one
 
@@ -82,7 +87,9 @@ private:
     sqlite3* database_ = nullptr;
     struct Hash {
         using is_transparent = void;
-        std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>()(text); }
+        std::size_t operator()(std::string_view text) const noexcept {
+            return std::hash<std::string_view>()(text);
+        }
     };
     std::unordered_map<std::string, sqlite3_stmt*, Hash, std::equal_to<>> statements_;
 };

@@ -12,12 +12,16 @@
 namespace vexim::store {
 namespace {
 
-// How long operations are gathered into one transaction while more of them wait: short beside what a person notices.
+// How long operations are gathered into one transaction while more of them wait: short beside what
+// a person notices.
 constexpr std::chrono::milliseconds kGroupTime(30);
 // How many messages the retention removes behind a group: about as long.
 constexpr std::int64_t kRetentionSlice = 500;
 
-ErrorPtr closed() { return Error::withDescription(VXIMStoreErrorDomain, VXIMStoreErrorClosed, "The message store is closed."); }
+ErrorPtr closed() {
+    return Error::withDescription(VXIMStoreErrorDomain, VXIMStoreErrorClosed,
+                                  "The message store is closed.");
+}
 
 /// Runs `body`; the error it ended with, nullptr for none.
 template <class Body>
@@ -37,9 +41,11 @@ ErrorPtr errorOf(Body body) {
 /// The first job.
 class Engine::Opening final : public Job {
 public:
-    explicit Opening(std::function<void(std::shared_ptr<Engine>, std::string, ErrorPtr)> opened) : opened_(std::move(opened)) {}
+    explicit Opening(std::function<void(std::shared_ptr<Engine>, std::string, ErrorPtr)> opened)
+        : opened_(std::move(opened)) {}
     void end(std::shared_ptr<Engine> engine, std::string path, ErrorPtr error) {
-        MainQueue::shared().async([opened = std::move(opened_), engine = std::move(engine), path = std::move(path),
+        MainQueue::shared().async([opened = std::move(opened_), engine = std::move(engine),
+                                   path = std::move(path),
                                    error = std::move(error)] { opened(engine, path, error); });
     }
 
@@ -52,23 +58,31 @@ class Engine::Closing final : public Job {
 public:
     explicit Closing(VXIMBooleanCompletion completion) : completion_(std::move(completion)) {}
     void end() {
-        if (completion_) MainQueue::shared().async([completion = std::move(completion_)] { completion(true, nullptr); });
+        if (completion_)
+            MainQueue::shared().async(
+                [completion = std::move(completion_)] { completion(true, nullptr); });
     }
 
 private:
     VXIMBooleanCompletion completion_;
 };
 
-Engine::Engine(VXIMMessageStoreOptions options) : options_(std::move(options)), userId_(options_.userId) {}
+Engine::Engine(VXIMMessageStoreOptions options)
+    : options_(std::move(options)),
+      userId_(options_.userId) {}
 
-void Engine::open(VXIMMessageStoreOptions options,
-                  std::function<void(std::shared_ptr<Engine> engine, std::string path, ErrorPtr error)> opened) {
+void Engine::open(
+    VXIMMessageStoreOptions options,
+    std::function<void(std::shared_ptr<Engine> engine, std::string path, ErrorPtr error)> opened) {
     const std::shared_ptr<Engine> engine(new Engine(std::move(options)));
     auto opening = std::make_unique<Opening>(std::move(opened));
     try {
-        engine->worker_ = Worker::start([engine](Worker::Jobs jobs) { engine->work(std::move(jobs)); });
+        engine->worker_ =
+            Worker::start([engine](Worker::Jobs jobs) { engine->work(std::move(jobs)); });
     } catch (const std::system_error& failure) {
-        return opening->end(nullptr, {}, Error::withDescription(VXIMStoreErrorDomain, VXIMStoreErrorFailed, failure.what()));
+        return opening->end(
+            nullptr, {},
+            Error::withDescription(VXIMStoreErrorDomain, VXIMStoreErrorFailed, failure.what()));
     }
     std::unique_ptr<Job> first = std::move(opening);
     engine->worker_->add(first);
@@ -130,7 +144,8 @@ void Engine::work(Worker::Jobs jobs) {
 void Engine::openFile() {
     location_ = locate(options_);
     if (options_.readOnly) {
-        if (!isThere(location_.path)) fail(VXIMStoreErrorCannotOpen, "There is no message store at this path.");
+        if (!isThere(location_.path))
+            fail(VXIMStoreErrorCannotOpen, "There is no message store at this path.");
         return openTables();
     }
     const bool wasOpened = !location_.isInMemory() && isThere(location_.path + "-lock");
@@ -150,17 +165,19 @@ void Engine::openFile() {
 
 void Engine::openTables() {
     using enum Database::Access;
-    database_ = std::make_unique<Database>(location_.path, options_.readOnly ? ReadOnly : ReadWrite);
+    database_ =
+        std::make_unique<Database>(location_.path, options_.readOnly ? ReadOnly : ReadWrite);
     if (options_.readOnly) {
         requireSchema(*database_);
     } else {
         // Before anything is written: a newer file stays as it is.
         migrate(*database_);
-        if (database_->isReadOnly()) fail(VXIMStoreErrorReadOnly, "The message store cannot be written.");
+        if (database_->isReadOnly())
+            fail(VXIMStoreErrorReadOnly, "The message store cannot be written.");
         database_->execute("PRAGMA journal_mode = WAL");
         database_->execute("PRAGMA synchronous = NORMAL");
-        // Each conversation has a page of the index by time, which most transactions write anew: four times SQLite's habit lets
-        // the log (16 MiB) take more of it before the file does.
+        // Each conversation has a page of the index by time, which most transactions write anew:
+        // four times SQLite's habit lets the log (16 MiB) take more of it before the file does.
         database_->execute("PRAGMA wal_autocheckpoint = 4000");
         isDurable_ = false;
     }
@@ -182,7 +199,8 @@ void Engine::recordOwner() {
     const std::string origin = originOf(options_.service);
     requireOwner(*database_, options_.userId, origin);
     const std::string user = meta(*database_, "user");
-    if (!options_.readOnly && meta(*database_, "service").empty()) setMeta(*database_, "service", origin);
+    if (!options_.readOnly && meta(*database_, "service").empty())
+        setMeta(*database_, "service", origin);
     if (!options_.readOnly && user.empty()) setMeta(*database_, "user", options_.userId);
     if (!user.empty()) {
         tables_->userId = user;
@@ -238,12 +256,14 @@ std::size_t Engine::runTransaction(const Group& group, std::size_t first, ErrorP
     std::size_t behind = first;
     bool isLost = false;  // the whole transaction
     bool hasWritten = false;
-    while (behind < group.size() && !isLost && !damage && std::chrono::steady_clock::now() < until) {
+    while (behind < group.size() && !isLost && !damage &&
+           std::chrono::steady_clock::now() < until) {
         Operation& operation = *group[behind++];
         const std::size_t files = tables_->touched.files.size();
         const ErrorPtr error = errorOf([&] {
             if (operation.mode == Mode::Read) return operation.perform(*tables_);
-            if (options_.readOnly) fail(VXIMStoreErrorReadOnly, "The message store was opened read-only.");
+            if (options_.readOnly)
+                fail(VXIMStoreErrorReadOnly, "The message store was opened read-only.");
             if (!database_->isInTransaction()) begin(mode);
             hasWritten = true;
             database_->execute("SAVEPOINT one");
@@ -256,9 +276,11 @@ std::size_t Engine::runTransaction(const Group& group, std::size_t first, ErrorP
         if (operation.mode == Mode::Read) continue;
         tables_->forget();
         tables_->touched.files.resize(files);
-        isLost = hasWritten && !database_->isInTransaction();  // SQLite rolls back by itself when a disk is full
+        // SQLite rolls back by itself when a disk is full
+        isLost = hasWritten && !database_->isInTransaction();
         if (database_->isInTransaction()) {
-            const ErrorPtr stuck = errorOf([&] { database_->execute("ROLLBACK TO one; RELEASE one"); });
+            const ErrorPtr stuck =
+                errorOf([&] { database_->execute("ROLLBACK TO one; RELEASE one"); });
             isLost = stuck != nullptr;
         }
     }
@@ -269,7 +291,8 @@ std::size_t Engine::runTransaction(const Group& group, std::size_t first, ErrorP
             database_->execute("COMMIT");
         });
     } else if (isLost) {
-        lost = Error::withDescription(VXIMStoreErrorDomain, VXIMStoreErrorDiskFull, "There is no room left for the message store.");
+        lost = Error::withDescription(VXIMStoreErrorDomain, VXIMStoreErrorDiskFull,
+                                      "There is no room left for the message store.");
     }
     if (lost) {
         note(lost);
@@ -278,7 +301,8 @@ std::size_t Engine::runTransaction(const Group& group, std::size_t first, ErrorP
         });
         tables_->forget();
         tables_->touched = {};
-        // None of them is in the file, though each went well by itself; what was read may have been theirs.
+        // None of them is in the file, though each went well by itself; what was read may have been
+        // theirs.
         for (std::size_t i = first; i < behind; ++i) group[i]->fail(lost);
     }
     for (const std::string& file : std::exchange(tables_->touched.files, {})) removeFile(file);

@@ -37,17 +37,21 @@ public:
     virtual std::function<void()> delivery() = 0;
 };
 
-/// The open file and its thread. Operations that wait together are written in one transaction, each of them whole or not at all.
+/// The open file and its thread. Operations that wait together are written in one transaction, each
+/// of them whole or not at all.
 class Engine : public std::enable_shared_from_this<Engine> {
 public:
     /// `opened` runs on the main queue; the engine is of no use after an error.
-    static void open(VXIMMessageStoreOptions options,
-                     std::function<void(std::shared_ptr<Engine> engine, std::string path, ErrorPtr error)> opened);
+    static void open(
+        VXIMMessageStoreOptions options,
+        std::function<void(std::shared_ptr<Engine> engine, std::string path, ErrorPtr error)>
+            opened);
 
     /// Has `work` (Tables& → T) done, then `completion` (T or nothing, error) called.
     template <class Completion, class Work>
     void run(Mode mode, Completion completion, Work work) {
-        submit(std::make_unique<OperationOf<Completion, Work>>(mode, std::move(completion), std::move(work)));
+        submit(std::make_unique<OperationOf<Completion, Work>>(mode, std::move(completion),
+                                                               std::move(work)));
     }
     void close(VXIMBooleanCompletion completion);
 
@@ -68,7 +72,9 @@ private:
         std::function<void()> delivery() override {
             if (!completion_) return {};
             if (error_ || !result_) {
-                return [completion = std::move(completion_), error = std::move(error_)] { completion({}, error); };
+                return [completion = std::move(completion_), error = std::move(error_)] {
+                    completion({}, error);
+                };
             }
             return [completion = std::move(completion_), result = std::move(*result_)]() mutable {
                 completion(std::move(result), nullptr);
@@ -98,7 +104,8 @@ private:
     void recordOwner();
     void closeFile() noexcept;
     void runGroup(const Group& group);
-    /// Runs those from `first` on, as long as it is short; where it has stopped. None is delivered yet.
+    /// Runs those from `first` on, as long as it is short; where it has stopped. None is delivered
+    /// yet.
     std::size_t runTransaction(const Group& group, std::size_t first, ErrorPtr& damage);
     void begin(Mode mode);
     void enforceRetentionSometimes();

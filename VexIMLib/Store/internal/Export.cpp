@@ -20,7 +20,9 @@ constexpr std::int32_t kSlice = 1000;
 /// One export on its way; on the store's thread, but for its making and its end.
 class Lines {
 public:
-    Lines(std::string path, std::optional<VXIMConversationId> only) : path_(std::move(path)), only_(std::move(only)) {}
+    Lines(std::string path, std::optional<VXIMConversationId> only)
+        : path_(std::move(path)),
+          only_(std::move(only)) {}
     ~Lines() { discard(); }
     Lines(const Lines&) = delete;
     Lines& operator=(const Lines&) = delete;
@@ -68,17 +70,22 @@ private:
         if (only_) {
             conversations_.push_back(*only_);
         } else {
-            for (const Tables::Conversation* const each : tables.all()) conversations_.push_back(each->id);
+            for (const Tables::Conversation* const each : tables.all())
+                conversations_.push_back(each->id);
         }
-        descriptor_ = ::open(partial().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-        if (descriptor_ < 0) failWithSystem(VXIMStoreErrorFailed, "The file of the export cannot be made.", errno);
+        descriptor_ =
+            ::open(partial().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (descriptor_ < 0)
+            failWithSystem(VXIMStoreErrorFailed, "The file of the export cannot be made.", errno);
         isBegun_ = true;
-        if (::fchmod(descriptor_, 0600) != 0) failWithSystem(VXIMStoreErrorFailed, "The file of the export is not ours.", errno);
+        if (::fchmod(descriptor_, 0600) != 0)
+            failWithSystem(VXIMStoreErrorFailed, "The file of the export is not ours.", errno);
     }
 
     void finish() {
         if (::fsync(descriptor_) != 0 || ::rename(partial().c_str(), path_.c_str()) != 0) {
-            failWithSystem(VXIMStoreErrorFailed, "The file of the export cannot be finished.", errno);
+            failWithSystem(VXIMStoreErrorFailed, "The file of the export cannot be finished.",
+                           errno);
         }
         isWhole_ = true;
     }
@@ -93,8 +100,10 @@ private:
     bool isWhole_ = false;
 };
 
-void writeOn(const std::shared_ptr<Engine>& engine, std::shared_ptr<Lines> lines, VXIMCountCompletion completion) {
-    const auto written = [engine, lines, completion = std::move(completion)](std::optional<bool> isAtEnd, ErrorPtr error) mutable {
+void writeOn(const std::shared_ptr<Engine>& engine, std::shared_ptr<Lines> lines,
+             VXIMCountCompletion completion) {
+    const auto written = [engine, lines, completion = std::move(completion)](
+                             std::optional<bool> isAtEnd, ErrorPtr error) mutable {
         if (!isAtEnd) {
             if (completion) completion(std::nullopt, std::move(error));
         } else if (*isAtEnd) {
@@ -109,9 +118,10 @@ void writeOn(const std::shared_ptr<Engine>& engine, std::shared_ptr<Lines> lines
 
 }  // namespace
 
-void exportLines(const std::shared_ptr<Engine>& engine, std::string path, std::optional<VXIMConversationId> conversation,
-                 VXIMCountCompletion completion) {
-    writeOn(engine, std::make_shared<Lines>(std::move(path), std::move(conversation)), std::move(completion));
+void exportLines(const std::shared_ptr<Engine>& engine, std::string path,
+                 std::optional<VXIMConversationId> conversation, VXIMCountCompletion completion) {
+    writeOn(engine, std::make_shared<Lines>(std::move(path), std::move(conversation)),
+            std::move(completion));
 }
 
 }  // namespace vexim::store

@@ -9,7 +9,7 @@
 namespace vexim::store {
 
 /// Writes messages as lines of JSON, a few at a time, so that other operations come between.
-void exportLines(const std::shared_ptr<Engine>& engine, std::string path, std::optional<VXIMConversationId> conversation,
-                 VXIMCountCompletion completion);
+void exportLines(const std::shared_ptr<Engine>& engine, std::string path,
+                 std::optional<VXIMConversationId> conversation, VXIMCountCompletion completion);
 
 }  // namespace vexim::store

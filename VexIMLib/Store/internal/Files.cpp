@@ -31,7 +31,8 @@ void sync(const std::string& path) {
 std::string plain(const std::string& id) {
     std::string name;
     for (const char c : id) {
-        const bool isPlain = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '-' || c == '_';
+        const bool isPlain = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') ||
+                             (c >= 'A' && c <= 'Z') || c == '-' || c == '_';
         name += isPlain ? c : '_';
     }
     return name.substr(0, 64);
@@ -47,7 +48,8 @@ std::string digitsOf(std::string_view text) {
 
 std::string temporaryFolder() {
     std::string path = (std::filesystem::temp_directory_path() / "vexim-XXXXXX").string();
-    if (::mkdtemp(path.data()) == nullptr) failWithSystem(VXIMStoreErrorFailed, "There is no folder for the attachments.", errno);
+    if (::mkdtemp(path.data()) == nullptr)
+        failWithSystem(VXIMStoreErrorFailed, "There is no folder for the attachments.", errno);
     return path;
 }
 
@@ -79,16 +81,21 @@ Location locate(const VXIMMessageStoreOptions& options) {
     const bool isFolder = std::filesystem::is_directory(options.path, ignored);
     if (!isFolder && !options.path.ends_with('/')) return {options.path, {}};
     const std::string whose = originOf(options.service) + '\n' + options.userId;
-    return {(std::filesystem::path(options.path) / (plain(options.userId) + "-" + digitsOf(whose) + ".vexim")).string(), {}};
+    return {(std::filesystem::path(options.path) /
+             (plain(options.userId) + "-" + digitsOf(whose) + ".vexim"))
+                .string(),
+            {}};
 }
 
 bool isThere(const std::string& path) {
     struct stat found {};
     if (::stat(path.c_str(), &found) != 0) {
         if (errno == ENOENT) return false;
-        failWithSystem(VXIMStoreErrorCannotOpen, "The message store's file cannot be reached.", errno);
+        failWithSystem(VXIMStoreErrorCannotOpen, "The message store's file cannot be reached.",
+                       errno);
     }
-    if (!S_ISREG(found.st_mode)) fail(VXIMStoreErrorCannotOpen, "What stands at the message store's path is not a file.");
+    if (!S_ISREG(found.st_mode))
+        fail(VXIMStoreErrorCannotOpen, "What stands at the message store's path is not a file.");
     return true;
 }
 
@@ -108,32 +115,39 @@ void prepareFile(const Location& location) {
     }
     const std::string folder = std::filesystem::path(location.path).parent_path().string();
     if (::faccessat(AT_FDCWD, folder.empty() ? "." : folder.c_str(), W_OK, AT_EACCESS) != 0) {
-        failWithSystem(VXIMStoreErrorReadOnly, "The message store's folder cannot be written.", errno);  // the log is made in it
+        // the log is made in it
+        failWithSystem(VXIMStoreErrorReadOnly, "The message store's folder cannot be written.",
+                       errno);
     }
     struct stat now {};
-    const bool isOpenToOthers = ::fstat(file.number(), &now) == 0 && (now.st_mode & 0777) != kOursAlone;
+    const bool isOpenToOthers =
+        ::fstat(file.number(), &now) == 0 && (now.st_mode & 0777) != kOursAlone;
     // SQLite gives the files beside it the same mode.
     if (isOpenToOthers && ::fchmod(file.number(), kOursAlone) != 0) {
-        failWithSystem(VXIMStoreErrorCannotOpen, "The message store's file belongs to another user of this system.", errno);
+        failWithSystem(VXIMStoreErrorCannotOpen,
+                       "The message store's file belongs to another user of this system.", errno);
     }
 }
 
 bool isEmpty(const Location& location) {
     struct stat found {};
-    return isThere(location.path) && ::stat(location.path.c_str(), &found) == 0 && found.st_size == 0;
+    return isThere(location.path) && ::stat(location.path.c_str(), &found) == 0 &&
+           found.st_size == 0;
 }
 
 void finishRescue(const Location& location) {
     if (location.isInMemory() || !isThere(location.rescue())) return;
     if (isThere(location.path)) return removeFile(location.rescue());
     if (::rename(location.rescue().c_str(), location.path.c_str()) != 0) {
-        failWithSystem(VXIMStoreErrorFailed, "The rescued messages could not be put in place.", errno);
+        failWithSystem(VXIMStoreErrorFailed, "The rescued messages could not be put in place.",
+                       errno);
     }
 }
 
 void removeFile(const std::string& path) noexcept { ::unlink(path.c_str()); }
 
-FileLock::FileLock(const std::string& path) : descriptor_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOursAlone)) {
+FileLock::FileLock(const std::string& path)
+    : descriptor_(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kOursAlone)) {
     if (descriptor_ < 0) {
         const bool cannotWrite = errno == EROFS || errno == EACCES;
         failWithSystem(cannotWrite ? VXIMStoreErrorReadOnly : VXIMStoreErrorCannotOpen,
@@ -142,7 +156,8 @@ FileLock::FileLock(const std::string& path) : descriptor_(::open(path.c_str(), O
     if (::flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return;
     const int number = errno;
     ::close(descriptor_);
-    if (number == EWOULDBLOCK) fail(VXIMStoreErrorLocked, "Another program has the message store open.");
+    if (number == EWOULDBLOCK)
+        fail(VXIMStoreErrorLocked, "Another program has the message store open.");
     failWithSystem(VXIMStoreErrorFailed, "The message store could not be locked.", number);
 }
 
@@ -158,7 +173,8 @@ std::string keepCopy(const std::string& folder, const std::string& file, const s
     try {
         const Descriptor from(::open(file.c_str(), O_RDONLY | O_CLOEXEC));
         if (from.number() < 0) failWithSystem(VXIMStoreErrorFailed, kSentence, errno);
-        const Descriptor to(::open(copy.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kOursAlone));
+        const Descriptor to(
+            ::open(copy.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kOursAlone));
         if (to.number() < 0) failWithSystem(VXIMStoreErrorFailed, kSentence, errno);
         std::string piece(256 * 1024, '\0');
         for (;;) {
@@ -166,7 +182,8 @@ std::string keepCopy(const std::string& folder, const std::string& file, const s
             if (size < 0 && errno == EINTR) continue;
             if (size < 0) failWithSystem(VXIMStoreErrorFailed, kSentence, errno);
             if (size == 0) break;
-            writeAll(to.number(), std::string_view(piece).substr(0, static_cast<std::size_t>(size)), kSentence);
+            writeAll(to.number(), std::string_view(piece).substr(0, static_cast<std::size_t>(size)),
+                     kSentence);
         }
         if (::fsync(to.number()) != 0) failWithSystem(VXIMStoreErrorFailed, kSentence, errno);
         sync(folder);
@@ -182,7 +199,8 @@ void removeOthers(const std::string& folder, const std::vector<std::string>& nam
         std::error_code ignored;
         std::vector<std::filesystem::path> others;
         for (const auto& each : std::filesystem::directory_iterator(folder, ignored)) {
-            if (std::ranges::find(names, each.path().filename().string()) == names.end()) others.push_back(each.path());
+            if (std::ranges::find(names, each.path().filename().string()) == names.end())
+                others.push_back(each.path());
         }
         for (const auto& each : others) std::filesystem::remove(each, ignored);
         ::rmdir(folder.c_str());

@@ -21,7 +21,8 @@ struct Location {
 
 /// The service's origin as it is compared: without a slash at its end.
 std::string originOf(const std::string& service);
-/// The file, also when the options name a folder: the name is made of the user and a number for user and service.
+/// The file, also when the options name a folder: the name is made of the user and a number for
+/// user and service.
 Location locate(const VXIMMessageStoreOptions& options);
 
 /// Makes the file for this user alone (0600), when there is none. CannotOpen, ReadOnly, DiskFull.
@@ -34,8 +35,8 @@ void removeFile(const std::string& path) noexcept;  // in silence
 /// Whether there is such a file; anything else at the path fails with CannotOpen.
 bool isThere(const std::string& path);
 
-/// Keeps other programs from opening the file for writing. (A file beside it: SQLite's own locks on a file are lost when anybody in
-/// the process closes it.) Failure: Locked.
+/// Keeps other programs from opening the file for writing. (A file beside it: SQLite's own locks on
+/// a file are lost when anybody in the process closes it.) Failure: Locked.
 class FileLock {
 public:
     explicit FileLock(const std::string& path);
@@ -62,7 +63,8 @@ private:
 /// Writes all of it; `sentence` says what failed.
 void writeAll(int descriptor, std::string_view bytes, const char* sentence);
 
-/// Copies a message's file into the folder, which is made when it is missing; the copy's name. It survives a power cut.
+/// Copies a message's file into the folder, which is made when it is missing; the copy's name. It
+/// survives a power cut.
 std::string keepCopy(const std::string& folder, const std::string& file, const std::string& name);
 /// Removes the files of a folder that no message has; the folder itself when none is left.
 void removeOthers(const std::string& folder, const std::vector<std::string>& names) noexcept;

@@ -25,7 +25,8 @@ std::optional<std::int64_t> limit(Tables& tables, const char* name) {
 /// Removes the rows of a query over messages, `most` at most.
 std::int64_t removeRows(Tables& tables, Statement& rows, std::int64_t most) {
     std::vector<Tables::Row> found;
-    while (static_cast<std::int64_t>(found.size()) < most && rows.step()) found.push_back(readRow(rows));
+    while (static_cast<std::int64_t>(found.size()) < most && rows.step())
+        found.push_back(readRow(rows));
     rows.reset();
     std::set<std::int64_t> conversations;
     for (const Tables::Row& row : found) {
@@ -38,15 +39,18 @@ std::int64_t removeRows(Tables& tables, Statement& rows, std::int64_t most) {
 
 std::int64_t removeOld(Tables& tables, std::int64_t hours, std::int64_t most) {
     const std::int64_t before = wallMillis() - hours * kMillisOfHour;
-    Statement rows = tables.select("WHERE id < ?1 AND sent_at < ?2 AND NOT (direction = 1 AND state <> 3) ORDER BY id");
+    Statement rows = tables.select(
+        "WHERE id < ?1 AND sent_at < ?2 AND NOT (direction = 1 AND state <> 3) ORDER BY id");
     rows.bind(1, (hourOf(before) + tables.drift() + 1) << kHourBits).bind(2, before);
     return removeRows(tables, rows, most);
 }
 
-std::int64_t removeMany(Tables& tables, const Tables::Conversation& conversation, std::int64_t count, std::int64_t most) {
+std::int64_t removeMany(Tables& tables, const Tables::Conversation& conversation,
+                        std::int64_t count, std::int64_t most) {
     Statement oldest = tables.database.prepare(
         "SELECT sent_at, id FROM message WHERE conversation = ?1 ORDER BY sent_at DESC, id DESC LIMIT 1 OFFSET ?2");
-    if (!oldest.bind(1, conversation.row).bind(2, std::max<std::int64_t>(count, 0)).step()) return 0;
+    if (!oldest.bind(1, conversation.row).bind(2, std::max<std::int64_t>(count, 0)).step())
+        return 0;
     const VXIMStorePosition last{oldest.integer(0), oldest.integer(1)};
     oldest.reset();
     Statement rows = tables.select(
@@ -57,7 +61,8 @@ std::int64_t removeMany(Tables& tables, const Tables::Conversation& conversation
 
 }  // namespace
 
-void markRead(Tables& tables, const VXIMConversationId& id, const std::optional<VXIMStorePosition>& upTo) {
+void markRead(Tables& tables, const VXIMConversationId& id,
+              const std::optional<VXIMStorePosition>& upTo) {
     Tables::Conversation* const conversation = tables.find(id);
     if (!conversation || conversation->unread == 0) return;
     std::int64_t unread = 0;
@@ -65,7 +70,11 @@ void markRead(Tables& tables, const VXIMConversationId& id, const std::optional<
         Statement behind = tables.database.prepare(
             "SELECT count(*) FROM (SELECT 1 FROM message WHERE conversation = ?1 AND (sent_at, id) > (?2, ?3) AND direction = 0 "
             "LIMIT ?4)");
-        behind.bind(1, conversation->row).bind(2, upTo->sentAtMillis).bind(3, upTo->localId).bind(4, conversation->unread).step();
+        behind.bind(1, conversation->row)
+            .bind(2, upTo->sentAtMillis)
+            .bind(3, upTo->localId)
+            .bind(4, conversation->unread)
+            .step();
         unread = behind.integer(0);
     }
     if (unread == conversation->unread) return;
@@ -94,8 +103,12 @@ void removeConversation(Tables& tables, const VXIMConversationId& id) {
         for (const Tables::Row& each : some) tables.remove(each);
         removed = static_cast<std::int64_t>(some.size());
     }
-    tables.database.prepare("DELETE FROM gap WHERE conversation = ?1").bind(1, conversation.row).run();
-    tables.database.prepare("DELETE FROM conversation WHERE id = ?1").bind(1, conversation.row).run();
+    tables.database.prepare("DELETE FROM gap WHERE conversation = ?1")
+        .bind(1, conversation.row)
+        .run();
+    tables.database.prepare("DELETE FROM conversation WHERE id = ?1")
+        .bind(1, conversation.row)
+        .run();
     tables.database.prepare("INSERT OR REPLACE INTO cleared(kind, name, until) VALUES(?1, ?2, ?3)")
         .bind(1, std::int64_t{id.kind})
         .bind(2, id.id)
@@ -113,9 +126,12 @@ void setGround(Tables& tables, const VXIMConversationId& id, const Ground& groun
     Tables::Conversation& conversation = tables.findOrMake(id);
     conversation.knownUntil = ground.knownUntilMillis;
     tables.save(conversation);
-    tables.database.prepare("DELETE FROM gap WHERE conversation = ?1").bind(1, conversation.row).run();
+    tables.database.prepare("DELETE FROM gap WHERE conversation = ?1")
+        .bind(1, conversation.row)
+        .run();
     for (const VXIMStoredGap& gap : ground.gaps) {
-        tables.database.prepare("INSERT OR REPLACE INTO gap(conversation, after, before) VALUES(?1, ?2, ?3)")
+        tables.database
+            .prepare("INSERT OR REPLACE INTO gap(conversation, after, before) VALUES(?1, ?2, ?3)")
             .bind(1, conversation.row)
             .bind(2, gap.afterMillis)
             .bind(3, gap.beforeMillis)
@@ -129,8 +145,12 @@ void forgetGrounds(Tables& tables) {
 }
 
 void setRetention(Tables& tables, const VXIMRetention& retention) {
-    const auto text = [](std::optional<std::int64_t> value) { return value ? std::to_string(*value) : std::string(); };
-    const auto hours = retention.maximumAge ? std::optional<std::int64_t>(retention.maximumAge->count()) : std::nullopt;
+    const auto text = [](std::optional<std::int64_t> value) {
+        return value ? std::to_string(*value) : std::string();
+    };
+    const auto hours = retention.maximumAge
+                           ? std::optional<std::int64_t>(retention.maximumAge->count())
+                           : std::nullopt;
     setMeta(tables.database, kMaximumAge, text(hours));
     setMeta(tables.database, kMaximumCount, text(retention.maximumCount));
 }

@@ -9,8 +9,10 @@
 
 namespace vexim::store {
 
-// The operations on whole conversations, on the store's thread; see VXIMMessageStore.h and Operations.h.
-void markRead(Tables& tables, const VXIMConversationId& id, const std::optional<VXIMStorePosition>& upTo);
+// The operations on whole conversations, on the store's thread; see VXIMMessageStore.h and
+// Operations.h.
+void markRead(Tables& tables, const VXIMConversationId& id,
+              const std::optional<VXIMStorePosition>& upTo);
 void setDraft(Tables& tables, const VXIMConversationId& id, const std::string& draft);
 void removeConversation(Tables& tables, const VXIMConversationId& id);
 Ground ground(Tables& tables, const Tables::Conversation& conversation);

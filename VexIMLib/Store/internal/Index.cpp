@@ -9,7 +9,8 @@
 namespace vexim::store {
 namespace {
 
-void changeWords(Database& database, const char* sql, std::int64_t id, std::int64_t conversation, const Dictionary& payload) {
+void changeWords(Database& database, const char* sql, std::int64_t id, std::int64_t conversation,
+                 const Dictionary& payload) {
     const Value& content = payload.get("content");
     if (content.get("media").longLongValue() != VXIMMessageMediaTypeText) return;
     const Value& body = content.get("body");
@@ -22,17 +23,23 @@ void changeWords(Database& database, const char* sql, std::int64_t id, std::int6
 
 }  // namespace
 
-void addWords(Database& database, std::int64_t id, std::int64_t conversation, const Dictionary& payload) {
-    changeWords(database, "INSERT INTO words(rowid, body, place) VALUES(?1, ?2, ?3)", id, conversation, payload);
+void addWords(Database& database, std::int64_t id, std::int64_t conversation,
+              const Dictionary& payload) {
+    changeWords(database, "INSERT INTO words(rowid, body, place) VALUES(?1, ?2, ?3)", id,
+                conversation, payload);
 }
 
-void removeWords(Database& database, std::int64_t id, std::int64_t conversation, const Dictionary& payload) {
-    changeWords(database, "INSERT INTO words(words, rowid, body, place) VALUES('delete', ?1, ?2, ?3)", id, conversation, payload);
+void removeWords(Database& database, std::int64_t id, std::int64_t conversation,
+                 const Dictionary& payload) {
+    changeWords(database,
+                "INSERT INTO words(words, rowid, body, place) VALUES('delete', ?1, ?2, ?3)", id,
+                conversation, payload);
 }
 
 void addAllWords(Database& database) {
     Statement rows = database.prepare("SELECT id, conversation, payload FROM message ORDER BY id");
-    while (rows.step()) addWords(database, rows.integer(0), rows.integer(1), fromJSON(rows.text(2)));
+    while (rows.step())
+        addWords(database, rows.integer(0), rows.integer(1), fromJSON(rows.text(2)));
 }
 
 }  // namespace vexim::store

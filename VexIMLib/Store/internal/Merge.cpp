@@ -17,7 +17,8 @@ constexpr std::int64_t kEchoToleranceMillis = 60'000;
 /// Finds out whether an arrival is in the store.
 class Finder {
 public:
-    Finder(Tables& tables, const Tables::Conversation& conversation, const Arrival& arrival, std::int64_t sentAt)
+    Finder(Tables& tables, const Tables::Conversation& conversation, const Arrival& arrival,
+           std::int64_t sentAt)
         : tables_(tables),
           conversation_(conversation),
           arrival_(arrival),
@@ -30,19 +31,24 @@ public:
         if (serviceId_) {
             Statement rows = tables_.select("WHERE service_id = ?1");
             rows.bind(1, keyNumber(*serviceId_));
-            found = first(rows, [&](const Dictionary& payload) { return textOf(payload, kServiceIdField) == serviceId_; });
+            found = first(rows, [&](const Dictionary& payload) {
+                return textOf(payload, kServiceIdField) == serviceId_;
+            });
         }
         if (!found && key_) {
             Statement rows = tables_.select("WHERE key = ?1");
             rows.bind(1, keyNumber(*key_));
-            found = first(rows, [&](const Dictionary& payload) { return textOf(payload, kKeyField) == key_; });
+            found = first(rows, [&](const Dictionary& payload) {
+                return textOf(payload, kKeyField) == key_;
+            });
         }
         if (!found && sentAt_ <= conversation_.last.sentAtMillis) {
             Statement rows = tables_.select("WHERE conversation = ?1 AND sent_at = ?2 ORDER BY id");
             rows.bind(1, conversation_.row).bind(2, sentAt_);
             found = first(rows, [&](const Dictionary& payload) { return hasSameContent(payload); });
         }
-        if (!found && !key_ && arrival_.mayBeEcho && arrival_.direction == VXIMStoredMessageOutgoing) {
+        if (!found && !key_ && arrival_.mayBeEcho &&
+            arrival_.direction == VXIMStoredMessageOutgoing) {
             Statement rows = tables_.select(
                 "WHERE conversation = ?1 AND direction = 1 AND state <> 3 AND state IN (1, 2) AND sent_at <= ?2 "
                 "ORDER BY sent_at, id");
@@ -57,21 +63,22 @@ private:
     std::optional<Tables::Row> first(Statement& rows, Same isSame) const {
         while (rows.step()) {
             Tables::Row row = readRow(rows);
-            if (row.conversation != conversation_.row || row.direction != arrival_.direction) continue;
+            if (row.conversation != conversation_.row || row.direction != arrival_.direction)
+                continue;
             const Dictionary payload = fromJSON(row.payload);
             // Nobody can pass for another by using his key. Own ones have no "from" until the echo.
-            const bool isSameWriter =
-                arrival_.direction == VXIMStoredMessageOutgoing || writerOf(payload) == writerOf(arrival_.payload);
+            const bool isSameWriter = arrival_.direction == VXIMStoredMessageOutgoing ||
+                                      writerOf(payload) == writerOf(arrival_.payload);
             if (isSameWriter && isSame(payload)) return row;
         }
         return std::nullopt;
     }
 
     bool hasSameContent(const Dictionary& payload) const {
-        const auto differ = [](const std::optional<std::string>& a, const std::optional<std::string>& b) {
-            return a && b && a != b;
-        };
-        return payload.get("content") == arrival_.payload.get("content") && !differ(textOf(payload, kKeyField), key_) &&
+        const auto differ = [](const std::optional<std::string>& a,
+                               const std::optional<std::string>& b) { return a && b && a != b; };
+        return payload.get("content") == arrival_.payload.get("content") &&
+               !differ(textOf(payload, kKeyField), key_) &&
                !differ(textOf(payload, kServiceIdField), serviceId_);
     }
 
@@ -91,8 +98,8 @@ Dictionary joined(Dictionary payload, const Dictionary& other) {
     return payload;
 }
 
-/// What a second copy of a confirmed message adds. Of two times the smaller one stays, whichever came first: so it is the same in
-/// all stores.
+/// What a second copy of a confirmed message adds. Of two times the smaller one stays, whichever
+/// came first: so it is the same in all stores.
 void complete(Tables& tables, Tables::Row row, const Arrival& arrival, std::int64_t sentAt) {
     const Dictionary stored = fromJSON(row.payload);
     Dictionary payload = joined(stored, arrival.payload);
@@ -113,7 +120,8 @@ void confirm(Tables& tables, Tables::Row row, const Arrival& arrival) {
 }
 
 bool wasCleared(Tables& tables, const Arrival& arrival, std::int64_t sentAt) {
-    Statement cleared = tables.database.prepare("SELECT until FROM cleared WHERE kind = ?1 AND name = ?2");
+    Statement cleared =
+        tables.database.prepare("SELECT until FROM cleared WHERE kind = ?1 AND name = ?2");
     cleared.bind(1, std::int64_t{arrival.conversation.kind}).bind(2, arrival.conversation.id);
     return cleared.step() && sentAt <= cleared.integer(0);
 }
@@ -143,9 +151,11 @@ std::vector<Merged> insertArrivals(Tables& tables, const std::vector<Arrival>& a
             moved.insert(&conversation);
             continue;
         }
-        const std::int64_t id = tables.insert(conversation, sentAt, arrival.direction, VXIMStoredMessageConfirmed, arrival.payload,
-                                              toJSON(arrival.payload));
-        if (arrival.countsAsUnread && arrival.direction == VXIMStoredMessageIncoming) ++conversation.unread;
+        const std::int64_t id =
+            tables.insert(conversation, sentAt, arrival.direction, VXIMStoredMessageConfirmed,
+                          arrival.payload, toJSON(arrival.payload));
+        if (arrival.countsAsUnread && arrival.direction == VXIMStoredMessageIncoming)
+            ++conversation.unread;
         grown.insert(&conversation);
         answer.push_back({Outcome::Inserted, id});
     }
@@ -162,21 +172,23 @@ VXIMStoredMessage addOutgoing(Tables& tables, const VXIMConversationId& id, Dict
     Tables::Conversation& conversation = tables.findOrMake(id);
     std::int64_t sentAt = timeOf(payload).value_or(wallMillis());
     {
-        Statement later =
-            tables.database.prepare("SELECT max(sent_at) FROM message WHERE conversation = ?1 AND sent_at >= ?2 AND direction = 1");
+        Statement later = tables.database.prepare(
+            "SELECT max(sent_at) FROM message WHERE conversation = ?1 AND sent_at >= ?2 AND direction = 1");
         later.bind(1, conversation.row).bind(2, sentAt).step();
         if (!later.isNull(0)) sentAt = later.integer(0) + 1;
     }
     payload.set("ts", sentAt);
-    const std::int64_t localId =
-        tables.insert(conversation, sentAt, VXIMStoredMessageOutgoing, VXIMStoredMessageQueued, payload, toJSON(payload));
+    const std::int64_t localId = tables.insert(conversation, sentAt, VXIMStoredMessageOutgoing,
+                                               VXIMStoredMessageQueued, payload, toJSON(payload));
     tables.save(conversation);
     std::vector<std::string> copies;
     try {
         for (const std::string& file : files) {
             const auto number = static_cast<std::int64_t>(copies.size());
-            copies.push_back(keepCopy(tables.filesFolder, file, std::to_string(localId) + "-" + std::to_string(number)));
-            tables.database.prepare("INSERT INTO attachment(message, number, name) VALUES(?1, ?2, ?3)")
+            copies.push_back(keepCopy(tables.filesFolder, file,
+                                      std::to_string(localId) + "-" + std::to_string(number)));
+            tables.database
+                .prepare("INSERT INTO attachment(message, number, name) VALUES(?1, ?2, ?3)")
                 .bind(1, localId)
                 .bind(2, number)
                 .bind(3, copies.back())
@@ -192,7 +204,8 @@ VXIMStoredMessage addOutgoing(Tables& tables, const VXIMConversationId& id, Dict
 VXIMStoredMessage changeMessage(Tables& tables, std::int64_t localId, const Change& change) {
     auto row = tables.row(localId);
     if (!row) fail(VXIMStoreErrorNotFound, "There is no such message.");
-    if (row->direction == VXIMStoredMessageIncoming || row->state == VXIMStoredMessageConfirmed) return tables.message(*row);
+    if (row->direction == VXIMStoredMessageIncoming || row->state == VXIMStoredMessageConfirmed)
+        return tables.message(*row);
     const std::int64_t former = row->sentAt;
     if (change.state) row->state = *change.state;
     if (change.attempts) row->attempts = *change.attempts;

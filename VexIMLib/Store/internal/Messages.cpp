@@ -7,13 +7,16 @@
 #include "VexIMLib/Store/internal/Index.h"
 #include "VexIMLib/Store/internal/Schema.h"
 
-// A message's id begins with the hour of its time, so that the full-text index, which knows nothing but ids, gives its hits in the
-// order of time, nearly: what a time later set to another hour, or a full hour, makes of it is "drift" (in hours, in meta).
+// A message's id begins with the hour of its time, so that the full-text index, which knows nothing
+// but ids, gives its hits in the order of time, nearly: what a time later set to another hour, or a
+// full hour, makes of it is "drift" (in hours, in meta).
 //   id := hour since 1970 << 20 | number within the hour
 namespace vexim::store {
 namespace {
 
-std::string idText(const Value& id) { return id.isNilOrNull() ? std::string() : id.asString().value_or(""); }
+std::string idText(const Value& id) {
+    return id.isNilOrNull() ? std::string() : id.asString().value_or("");
+}
 
 }  // namespace
 
@@ -25,7 +28,8 @@ Tables::Row readRow(const Statement& statement) {
     return {.id = statement.integer(0),
             .conversation = statement.integer(1),
             .sentAt = statement.integer(2),
-            .direction = statement.integer(3) == 1 ? VXIMStoredMessageOutgoing : VXIMStoredMessageIncoming,
+            .direction =
+                statement.integer(3) == 1 ? VXIMStoredMessageOutgoing : VXIMStoredMessageIncoming,
             .state = static_cast<VXIMStoredMessageState>(statement.integer(4)),
             .payload = std::string(statement.text(5)),
             .error = std::string(statement.text(6)),
@@ -51,22 +55,26 @@ VXIMStoredMessage Tables::message(const Row& row) {
     message.payload = fromJSON(row.payload);
     message.key = textOf(message.payload, kKeyField);
     message.serviceId = textOf(message.payload, kServiceIdField);
-    message.sender = row.direction == VXIMStoredMessageOutgoing ? userId : idText(writerOf(message.payload));
+    message.sender =
+        row.direction == VXIMStoredMessageOutgoing ? userId : idText(writerOf(message.payload));
     message.receiver = idText(message.payload.get("to").get("id"));
-    message.mediaType = static_cast<VXIMMessageMediaType>(message.payload.get("content").get("media").longLongValue());
+    message.mediaType = static_cast<VXIMMessageMediaType>(
+        message.payload.get("content").get("media").longLongValue());
     message.sentAtMillis = row.sentAt;
     message.direction = row.direction;
     message.state = row.state;
     message.attempts = static_cast<std::int32_t>(row.attempts);
     if (!row.error.empty()) {
         const Dictionary error = fromJSON(row.error);
-        message.error =
-            Error::make(error.get("domain").asString().value_or(""), error.get("code").longLongValue(), error.get("info"));
+        message.error = Error::make(error.get("domain").asString().value_or(""),
+                                    error.get("code").longLongValue(), error.get("info"));
     }
     if (row.direction == VXIMStoredMessageOutgoing && row.state != VXIMStoredMessageConfirmed) {
-        Statement files = database.prepare("SELECT name FROM attachment WHERE message = ?1 ORDER BY number");
+        Statement files =
+            database.prepare("SELECT name FROM attachment WHERE message = ?1 ORDER BY number");
         files.bind(1, row.id);
-        while (files.step()) message.attachmentFiles.push_back(filesFolder + "/" + std::string(files.text(0)));
+        while (files.step())
+            message.attachmentFiles.push_back(filesFolder + "/" + std::string(files.text(0)));
     }
     return message;
 }
@@ -82,9 +90,11 @@ std::int64_t Tables::freshId(std::int64_t sentAt) {
     for (;; ++hour) {
         auto [next, isNew] = nextInHour_.try_emplace(hour, 0);
         if (isNew) {
-            Statement last = database.prepare("SELECT max(id) FROM message WHERE id >= ?1 AND id < ?2");
+            Statement last =
+                database.prepare("SELECT max(id) FROM message WHERE id >= ?1 AND id < ?2");
             last.bind(1, hour << kHourBits).bind(2, (hour + 1) << kHourBits).step();
-            next->second = last.isNull(0) ? 0 : (last.integer(0) & ((std::int64_t{1} << kHourBits) - 1)) + 1;
+            next->second =
+                last.isNull(0) ? 0 : (last.integer(0) & ((std::int64_t{1} << kHourBits) - 1)) + 1;
         }
         if (next->second >> kHourBits) continue;  // a million in one hour
         noteDrift(hour, sentAt);
@@ -107,8 +117,9 @@ void Tables::noteDrift(std::int64_t idHour, std::int64_t sentAt) {
     setMeta(database, "drift", std::to_string(hours));
 }
 
-std::int64_t Tables::insert(Conversation& conversation, std::int64_t sentAt, VXIMStoredMessageDirection direction,
-                            VXIMStoredMessageState state, const Dictionary& payload, const std::string& json) {
+std::int64_t Tables::insert(Conversation& conversation, std::int64_t sentAt,
+                            VXIMStoredMessageDirection direction, VXIMStoredMessageState state,
+                            const Dictionary& payload, const std::string& json) {
     const std::int64_t id = freshId(sentAt);
     write(id, conversation.row, sentAt, direction, state, payload, json);
     conversation.last = std::max(conversation.last, VXIMStorePosition{sentAt, id});
@@ -122,8 +133,9 @@ void Tables::restore(const Row& row, const Dictionary& payload) {
     if (!row.error.empty()) update(row, std::nullopt);
 }
 
-void Tables::write(std::int64_t id, std::int64_t conversation, std::int64_t sentAt, VXIMStoredMessageDirection direction,
-                   VXIMStoredMessageState state, const Dictionary& payload, const std::string& json) {
+void Tables::write(std::int64_t id, std::int64_t conversation, std::int64_t sentAt,
+                   VXIMStoredMessageDirection direction, VXIMStoredMessageState state,
+                   const Dictionary& payload, const std::string& json) {
     const auto number = [&payload](const char* field) -> std::optional<std::int64_t> {
         const auto text = textOf(payload, field);
         return text ? std::optional(keyNumber(*text)) : std::nullopt;
@@ -145,15 +157,20 @@ void Tables::write(std::int64_t id, std::int64_t conversation, std::int64_t sent
 }
 
 void Tables::update(const Row& row, const std::optional<Dictionary>& payload) {
-    Statement update = database.prepare("UPDATE message SET sent_at = ?2, state = ?3, error = ?4, attempts = ?5 WHERE id = ?1");
-    update.bind(1, row.id).bind(2, row.sentAt).bind(3, std::int64_t{row.state}).bind(5, row.attempts);
+    Statement update = database.prepare(
+        "UPDATE message SET sent_at = ?2, state = ?3, error = ?4, attempts = ?5 WHERE id = ?1");
+    update.bind(1, row.id)
+        .bind(2, row.sentAt)
+        .bind(3, std::int64_t{row.state})
+        .bind(5, row.attempts);
     if (!row.error.empty()) update.bind(4, row.error);
     update.run();
     noteDrift(row.id >> kHourBits, row.sentAt);
     touched.messages.insert(row.id);
     touched.conversations.insert(row.conversation);
     Conversation& conversation = ofRow(row.conversation);
-    conversation.last = std::max(conversation.last, VXIMStorePosition{row.sentAt, row.id});  // never too small, see `Finder`
+    // never too small, see `Finder`
+    conversation.last = std::max(conversation.last, VXIMStorePosition{row.sentAt, row.id});
     if (!payload) return;
     const std::string json = toJSON(*payload);
     if (json == row.payload) return;
@@ -184,7 +201,8 @@ void Tables::releaseFiles(std::int64_t id) {
     {
         Statement files = database.prepare("SELECT name FROM attachment WHERE message = ?1");
         files.bind(1, id);
-        for (; files.step(); any = true) touched.files.push_back(filesFolder + "/" + std::string(files.text(0)));
+        for (; files.step(); any = true)
+            touched.files.push_back(filesFolder + "/" + std::string(files.text(0)));
     }
     if (any) database.prepare("DELETE FROM attachment WHERE message = ?1").bind(1, id).run();
 }

@@ -73,13 +73,15 @@ public:
     std::optional<VXIMStoredMessage> message(std::int64_t id);
 
     /// Inserts it under a fresh id, with its words. The conversation's newest message follows.
-    std::int64_t insert(Conversation& conversation, std::int64_t sentAt, VXIMStoredMessageDirection direction,
-                        VXIMStoredMessageState state, const Dictionary& payload, const std::string& json);
+    std::int64_t insert(Conversation& conversation, std::int64_t sentAt,
+                        VXIMStoredMessageDirection direction, VXIMStoredMessageState state,
+                        const Dictionary& payload, const std::string& json);
     /// Inserts it as it is, under its id.
     void restore(const Row& row, const Dictionary& payload);
     /// Writes state, error, attempts, time and, if given, the payload.
     void update(const Row& row, const std::optional<Dictionary>& payload);
-    /// With its words and files; the conversation's newest message and unread count follow only by `repair`.
+    /// With its words and files; the conversation's newest message and unread count follow only by
+    /// `repair`.
     void remove(const Row& row);
     void repair(Conversation& conversation);
     /// By how many hours at most an id is off its message's time.
@@ -88,8 +90,9 @@ public:
     void releaseFiles(std::int64_t id);
 
 private:
-    void write(std::int64_t id, std::int64_t conversation, std::int64_t sentAt, VXIMStoredMessageDirection direction,
-               VXIMStoredMessageState state, const Dictionary& payload, const std::string& json);
+    void write(std::int64_t id, std::int64_t conversation, std::int64_t sentAt,
+               VXIMStoredMessageDirection direction, VXIMStoredMessageState state,
+               const Dictionary& payload, const std::string& json);
     Conversation& remember(Conversation conversation);
     std::int64_t freshId(std::int64_t sentAt);
     void noteDrift(std::int64_t idHour, std::int64_t sentAt);
@@ -106,8 +109,10 @@ inline constexpr int kHourBits = 20;
 inline constexpr std::int64_t kMillisOfHour = 3'600'000;
 std::int64_t hourOf(std::int64_t millis);
 
-// What `readRow` reads, in this order, and behind it "attempts", which a file of the first version does not have.
-inline constexpr std::string_view kFirstRowColumns = "id, conversation, sent_at, direction, state, payload, error";
+// What `readRow` reads, in this order, and behind it "attempts", which a file of the first version
+// does not have.
+inline constexpr std::string_view kFirstRowColumns =
+    "id, conversation, sent_at, direction, state, payload, error";
 Tables::Row readRow(const Statement& statement);
 
 }  // namespace vexim::store

@@ -17,7 +17,8 @@ std::vector<bool> longestRising(const std::vector<std::int64_t>& numbers) {
     std::vector<std::ptrdiff_t> before(numbers.size(), -1);
     for (std::size_t i = 0; i < numbers.size(); ++i) {
         if (numbers[i] < 0) continue;
-        const auto pile = std::ranges::lower_bound(tops, numbers[i], {}, [&numbers](std::size_t top) { return numbers[top]; });
+        const auto pile = std::ranges::lower_bound(
+            tops, numbers[i], {}, [&numbers](std::size_t top) { return numbers[top]; });
         if (pile != tops.begin()) before[i] = static_cast<std::ptrdiff_t>(*std::prev(pile));
         if (pile == tops.end()) {
             tops.push_back(i);
@@ -26,7 +27,8 @@ std::vector<bool> longestRising(const std::vector<std::int64_t>& numbers) {
         }
     }
     std::vector<bool> marked(numbers.size());
-    for (auto i = tops.empty() ? -1 : static_cast<std::ptrdiff_t>(tops.back()); i >= 0; i = before[static_cast<std::size_t>(i)]) {
+    for (auto i = tops.empty() ? -1 : static_cast<std::ptrdiff_t>(tops.back()); i >= 0;
+         i = before[static_cast<std::size_t>(i)]) {
         marked[static_cast<std::size_t>(i)] = true;
     }
     return marked;
@@ -43,19 +45,22 @@ void post(const std::weak_ptr<Listener>& listener, What what) {
 
 template <class T>
 VXIMListChange<T> changeOf(std::vector<T> list, Difference difference) {
-    return {std::move(list), std::move(difference.removed), std::move(difference.inserted), std::move(difference.changed)};
+    return {std::move(list), std::move(difference.removed), std::move(difference.inserted),
+            std::move(difference.changed)};
 }
 
 }  // namespace
 
-Difference differenceOf(const std::vector<std::int64_t>& before, const std::vector<std::int64_t>& now,
+Difference differenceOf(const std::vector<std::int64_t>& before,
+                        const std::vector<std::int64_t>& now,
                         const std::set<std::int64_t>& touched) {
     std::unordered_map<std::int64_t, std::size_t> places;
     for (std::size_t i = 0; i < before.size(); ++i) places[before[i]] = i;
     std::vector<std::int64_t> formerPlaces;
     for (const std::int64_t each : now) {
         const auto place = places.find(each);
-        formerPlaces.push_back(place == places.end() ? -1 : static_cast<std::int64_t>(place->second));
+        formerPlaces.push_back(place == places.end() ? -1
+                                                     : static_cast<std::int64_t>(place->second));
     }
     const std::vector<bool> stays = longestRising(formerPlaces);
     Difference difference;
@@ -83,10 +88,12 @@ void Observers::refresh(Tables& tables, const Touched& touched, bool all) {
 
 void Observers::refresh(Tables& tables, const Touched& touched, bool all, List& list) {
     const std::int32_t limit = std::max(list.limit->load(), 0);
-    const bool must = all || std::exchange(list.isNew, false) || std::exchange(list.toldLimit, limit) != limit;
+    const bool must =
+        all || std::exchange(list.isNew, false) || std::exchange(list.toldLimit, limit) != limit;
     const bool isFirst = list.shown.empty() && must;
     list.toldLimit = limit;
-    const auto show = [&list](std::vector<std::int64_t> rows, const std::set<std::int64_t>& changed) {
+    const auto show = [&list](std::vector<std::int64_t> rows,
+                              const std::set<std::int64_t>& changed) {
         Difference difference = differenceOf(list.shown, rows, changed);
         list.shown = std::move(rows);
         return difference;
@@ -94,23 +101,30 @@ void Observers::refresh(Tables& tables, const Touched& touched, bool all, List& 
     if (list.kind == Kind::Conversations) {
         if (!must && !touched.list && touched.conversations.empty()) return;
         std::vector<Tables::Conversation*> newest = tables.all();
-        if (newest.size() > static_cast<std::size_t>(limit)) newest.resize(static_cast<std::size_t>(limit));
+        if (newest.size() > static_cast<std::size_t>(limit))
+            newest.resize(static_cast<std::size_t>(limit));
         std::vector<std::int64_t> rows;
         for (const Tables::Conversation* const each : newest) rows.push_back(each->row);
         Difference difference = show(std::move(rows), touched.conversations);
         if (difference.isEmpty() && !isFirst) return;
         std::vector<VXIMConversation> conversations;
-        for (const Tables::Conversation* const each : newest) conversations.push_back(tables.conversation(*each));
-        post<VXIMConversationsObserver>(list.listener, changeOf(std::move(conversations), std::move(difference)));
+        for (const Tables::Conversation* const each : newest)
+            conversations.push_back(tables.conversation(*each));
+        post<VXIMConversationsObserver>(list.listener,
+                                        changeOf(std::move(conversations), std::move(difference)));
     } else if (list.kind == Kind::Messages) {
         const Tables::Conversation* const conversation = tables.find(list.conversation);
-        if (!must && !touched.list && !(conversation && touched.conversations.contains(conversation->row))) return;
-        std::vector<VXIMStoredMessage> messages = messagesBefore(tables, list.conversation, std::nullopt, limit);
+        if (!must && !touched.list &&
+            !(conversation && touched.conversations.contains(conversation->row)))
+            return;
+        std::vector<VXIMStoredMessage> messages =
+            messagesBefore(tables, list.conversation, std::nullopt, limit);
         std::vector<std::int64_t> ids;
         for (const VXIMStoredMessage& each : messages) ids.push_back(each.localId);
         Difference difference = show(std::move(ids), touched.messages);
         if (difference.isEmpty() && !isFirst) return;
-        post<VXIMMessagesObserver>(list.listener, changeOf(std::move(messages), std::move(difference)));
+        post<VXIMMessagesObserver>(list.listener,
+                                   changeOf(std::move(messages), std::move(difference)));
     }
 }
 

@@ -16,19 +16,22 @@
 
 namespace vexim::store {
 
-/// Positions of what is in one list and not, or elsewhere, in the other; `changed` names what is to be read anew. As few are moved
-/// as possible.
+/// Positions of what is in one list and not, or elsewhere, in the other; `changed` names what is to
+/// be read anew. As few are moved as possible.
 struct Difference {
     std::vector<std::size_t> removed, inserted, changed;
     bool isEmpty() const { return removed.empty() && inserted.empty() && changed.empty(); }
 };
-Difference differenceOf(const std::vector<std::int64_t>& before, const std::vector<std::int64_t>& now,
+Difference differenceOf(const std::vector<std::int64_t>& before,
+                        const std::vector<std::int64_t>& now,
                         const std::set<std::int64_t>& touched);
 
-/// An observer, owned by its `VXIMStoreObservation`: so it is released there, on the application's thread.
+/// An observer, owned by its `VXIMStoreObservation`: so it is released there, on the application's
+/// thread.
 struct Listener {
     std::variant<VXIMConversationsObserver, VXIMMessagesObserver, VXIMStoreDamageObserver> observer;
-    const std::shared_ptr<std::atomic<std::int32_t>> limit = std::make_shared<std::atomic<std::int32_t>>(0);
+    const std::shared_ptr<std::atomic<std::int32_t>> limit =
+        std::make_shared<std::atomic<std::int32_t>>(0);
 };
 
 /// The lists that are observed, as they were last told. For the store's thread.
@@ -37,7 +40,8 @@ public:
     enum class Kind { Conversations, Messages, Damage };
     struct List {
         Kind kind = Kind::Damage;
-        std::weak_ptr<Listener> listener = {};  // never locked here: it must not be released on this thread
+        // never locked here: it must not be released on this thread
+        std::weak_ptr<Listener> listener = {};
         std::shared_ptr<const std::atomic<std::int32_t>> limit = {};
         VXIMConversationId conversation = {};  // of a list of messages
         bool isNew = true;

@@ -10,17 +10,22 @@
 
 namespace vexim::store {
 
-bool isWrittenBy(const Dictionary& payload, const std::string& userId) { return writerOf(payload) == Value(userId); }
+bool isWrittenBy(const Dictionary& payload, const std::string& userId) {
+    return writerOf(payload) == Value(userId);
+}
 
-std::optional<VXIMConversationId> conversationOf(const Dictionary& payload, const std::string& userId) {
+std::optional<VXIMConversationId> conversationOf(const Dictionary& payload,
+                                                 const std::string& userId) {
     const auto idOf = [](const Value& end) { return end.get("id").asString(); };
     const Value& to = payload.get("to");
     switch (to.get("type").longLongValue()) {
         case VXIMMessageTargetTypeGroup:
-            if (auto id = idOf(to)) return VXIMConversationId{VXIMConversationKindGroup, std::move(*id)};
+            if (auto id = idOf(to))
+                return VXIMConversationId{VXIMConversationKindGroup, std::move(*id)};
             return std::nullopt;
         case VXIMMessageTargetTypeRoom:
-            if (auto id = idOf(to)) return VXIMConversationId{VXIMConversationKindRoom, std::move(*id)};
+            if (auto id = idOf(to))
+                return VXIMConversationId{VXIMConversationKindRoom, std::move(*id)};
             return std::nullopt;
         default: break;
     }
@@ -33,19 +38,27 @@ std::optional<VXIMConversationId> conversationOf(const Dictionary& payload, cons
 
 void Operations::insert(std::vector<Arrival> arrivals, MergedCompletion completion) {
     store_->engine_->run(Mode::Write, std::move(completion),
-                         [arrivals = std::move(arrivals)](Tables& tables) { return insertArrivals(tables, arrivals); });
+                         [arrivals = std::move(arrivals)](Tables& tables) {
+                             return insertArrivals(tables, arrivals);
+                         });
 }
 
-void Operations::addOutgoing(VXIMConversationId conversation, Dictionary payload, std::vector<std::string> files,
+void Operations::addOutgoing(VXIMConversationId conversation, Dictionary payload,
+                             std::vector<std::string> files,
                              VXIMStoredMessageCompletion completion) {
     store_->engine_->run(Mode::DurableWrite, std::move(completion),
-                         [conversation = std::move(conversation), payload = std::move(payload), files = std::move(files)](
-                             Tables& tables) { return store::addOutgoing(tables, conversation, payload, files); });
+                         [conversation = std::move(conversation), payload = std::move(payload),
+                          files = std::move(files)](Tables& tables) {
+                             return store::addOutgoing(tables, conversation, payload, files);
+                         });
 }
 
-void Operations::change(std::int64_t localId, Change change, VXIMStoredMessageCompletion completion) {
+void Operations::change(std::int64_t localId, Change change,
+                        VXIMStoredMessageCompletion completion) {
     store_->engine_->run(Mode::Write, std::move(completion),
-                         [localId, change = std::move(change)](Tables& tables) { return changeMessage(tables, localId, change); });
+                         [localId, change = std::move(change)](Tables& tables) {
+                             return changeMessage(tables, localId, change);
+                         });
 }
 
 void Operations::remove(std::int64_t localId, VXIMBooleanCompletion completion) {
@@ -56,22 +69,26 @@ void Operations::remove(std::int64_t localId, VXIMBooleanCompletion completion) 
 }
 
 void Operations::waiting(VXIMStoredMessagesCompletion completion) {
-    store_->engine_->run(Mode::Read, std::move(completion), [](Tables& tables) { return store::waiting(tables); });
+    store_->engine_->run(Mode::Read, std::move(completion),
+                         [](Tables& tables) { return store::waiting(tables); });
 }
 
 void Operations::ground(VXIMConversationId conversation, GroundCompletion completion) {
-    store_->engine_->run(Mode::Read, std::move(completion), [conversation = std::move(conversation)](Tables& tables) {
-        const Tables::Conversation* const found = tables.find(conversation);
-        return found ? store::ground(tables, *found) : Ground();
-    });
+    store_->engine_->run(Mode::Read, std::move(completion),
+                         [conversation = std::move(conversation)](Tables& tables) {
+                             const Tables::Conversation* const found = tables.find(conversation);
+                             return found ? store::ground(tables, *found) : Ground();
+                         });
 }
 
-void Operations::setGround(VXIMConversationId conversation, Ground ground, VXIMBooleanCompletion completion) {
-    store_->engine_->run(Mode::Write, std::move(completion),
-                         [conversation = std::move(conversation), ground = std::move(ground)](Tables& tables) {
-                             store::setGround(tables, conversation, ground);
-                             return true;
-                         });
+void Operations::setGround(VXIMConversationId conversation, Ground ground,
+                           VXIMBooleanCompletion completion) {
+    store_->engine_->run(
+        Mode::Write, std::move(completion),
+        [conversation = std::move(conversation), ground = std::move(ground)](Tables& tables) {
+            store::setGround(tables, conversation, ground);
+            return true;
+        });
 }
 
 }  // namespace vexim::store

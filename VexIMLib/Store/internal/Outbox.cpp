@@ -16,13 +16,14 @@
 namespace vexim::store {
 namespace {
 
-/// 48 bits of time in milliseconds, then 80 random ones, in hexadecimal digits: keys that grow with time keep the store's index
-/// dense. (RFC 9562, 5.7, has the same idea.)
+/// 48 bits of time in milliseconds, then 80 random ones, in hexadecimal digits: keys that grow with
+/// time keep the store's index dense. (RFC 9562, 5.7, has the same idea.)
 std::string newKey() {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string key;
     const auto millis = static_cast<std::uint64_t>(wallMillis());
-    for (int shift = 44; shift >= 0; shift -= 4) key += kDigits[(millis >> static_cast<unsigned>(shift)) & 0xFU];
+    for (int shift = 44; shift >= 0; shift -= 4)
+        key += kDigits[(millis >> static_cast<unsigned>(shift)) & 0xFU];
     while (key.size() < 32) {
         std::uint32_t bits = Random::shared()->next32();
         for (int digit = 0; digit < 4; ++digit, bits >>= 4U) key += kDigits[bits & 0xFU];
@@ -33,7 +34,9 @@ std::string newKey() {
 void address(VXIMMessage& message, const VXIMConversationId& conversation) {
     auto& receiver = *message.receiver();
     switch (conversation.kind) {
-        case VXIMConversationKindFriend: receiver.setUserId(conversation.id); return receiver.setType(VXIMMessageTargetTypeUser);
+        case VXIMConversationKindFriend:
+            receiver.setUserId(conversation.id);
+            return receiver.setType(VXIMMessageTargetTypeUser);
         case VXIMConversationKindGroup: return receiver.setGroupId(conversation.id);
         case VXIMConversationKindRoom: return receiver.setRoomId(conversation.id);
         case VXIMConversationKindSystem: return;  // nobody: the client refuses it
@@ -49,17 +52,20 @@ Outbox::Outbox(std::shared_ptr<VXIMMessageStore> store, Surroundings surrounding
       limits_(limits) {}
 
 void Outbox::load(VXIMBooleanCompletion completion) {
-    operations_.waiting([weak = weak_from_this(), completion = std::move(completion)](
-                            std::optional<std::vector<VXIMStoredMessage>> messages, const ErrorPtr& error) {
-        const auto self = weak.lock();
-        if (!self) return;
-        for (auto& row : messages.value_or(std::vector<VXIMStoredMessage>())) {
-            if (row.state == VXIMStoredMessageFailed) continue;
-            self->take(std::move(row), row.state == VXIMStoredMessageQueued ? Stage::Waiting : Stage::Doubtful, nullptr);
-        }
-        if (completion) completion(error == nullptr, error);
-        self->pumpAll();
-    });
+    operations_.waiting(
+        [weak = weak_from_this(), completion = std::move(completion)](
+            std::optional<std::vector<VXIMStoredMessage>> messages, const ErrorPtr& error) {
+            const auto self = weak.lock();
+            if (!self) return;
+            for (auto& row : messages.value_or(std::vector<VXIMStoredMessage>())) {
+                if (row.state == VXIMStoredMessageFailed) continue;
+                self->take(std::move(row),
+                           row.state == VXIMStoredMessageQueued ? Stage::Waiting : Stage::Doubtful,
+                           nullptr);
+            }
+            if (completion) completion(error == nullptr, error);
+            self->pumpAll();
+        });
 }
 
 void Outbox::reload() {
@@ -69,13 +75,14 @@ void Outbox::reload() {
     }
     for (const auto localId : all) {
         ++reloading_;
-        store_->message(localId,
-                        [weak = weak_from_this(), localId](const std::optional<VXIMStoredMessage>& row, const ErrorPtr& error) {
-                            const auto self = weak.lock();
-                            if (!self) return;
-                            --self->reloading_;
-                            if (!row && !error) self->restore(localId);
-                        });
+        store_->message(
+            localId, [weak = weak_from_this(), localId](const std::optional<VXIMStoredMessage>& row,
+                                                        const ErrorPtr& error) {
+                const auto self = weak.lock();
+                if (!self) return;
+                --self->reloading_;
+                if (!row && !error) self->restore(localId);
+            });
     }
 }
 
@@ -86,27 +93,29 @@ void Outbox::restore(std::int64_t localId) {
     const Item lost = *find(conversation, localId);
     if (lost.transfer) lost.transfer->cancel();
     drop(conversation, localId);
-    const bool mayBeOut = lost.stage == Stage::Handing || lost.stage == Stage::Handed || lost.stage == Stage::Doubtful;
+    const bool mayBeOut = lost.stage == Stage::Handing || lost.stage == Stage::Handed ||
+                          lost.stage == Stage::Doubtful;
     std::vector<std::string> files;
     std::error_code ignored;
     for (const auto& file : lost.row.attachmentFiles) {
         if (std::filesystem::exists(file, ignored)) files.push_back(file);
     }
     ++adding_;
-    operations_.addOutgoing(conversation, lost.row.payload, std::move(files),
-                            [weak = weak_from_this(), conversation, mayBeOut, progress = lost.progress](
-                                const std::optional<VXIMStoredMessage>& row, const ErrorPtr& error) {
-                                const auto self = weak.lock();
-                                if (!self) return;
-                                --self->adding_;
-                                if (error) return self->surroundings_.complain(error);
-                                if (row) self->take(*row, mayBeOut ? Stage::Doubtful : Stage::Waiting, progress);
-                                self->pump(conversation);
-                            });
+    operations_.addOutgoing(
+        conversation, lost.row.payload, std::move(files),
+        [weak = weak_from_this(), conversation, mayBeOut, progress = lost.progress](
+            const std::optional<VXIMStoredMessage>& row, const ErrorPtr& error) {
+            const auto self = weak.lock();
+            if (!self) return;
+            --self->adding_;
+            if (error) return self->surroundings_.complain(error);
+            if (row) self->take(*row, mayBeOut ? Stage::Doubtful : Stage::Waiting, progress);
+            self->pump(conversation);
+        });
 }
 
-void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message, VXIMProgress progress,
-                 VXIMStoredMessageCompletion completion) {
+void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message,
+                 VXIMProgress progress, VXIMStoredMessageCompletion completion) {
     if (places_.size() + adding_ >= limits_.most) {
         return MainQueue::shared().async([completion = std::move(completion)] {
             if (completion) completion(std::nullopt, errors::outboxFull());
@@ -114,7 +123,9 @@ void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message, V
     }
     address(message, conversation);
     Dictionary payload = message.dictionaryRepresentation();
-    for (const char* const field : {"ts", "from", "speaker", kServiceIdField}) payload.remove(field);  // of one that is passed on
+    // of one that is passed on
+    for (const char* const field : {"ts", "from", "speaker", kServiceIdField})
+        payload.remove(field);
     payload.set(kKeyField, newKey());
     const bool isFile = message.mediaType() != VXIMMessageMediaTypeText && message.attachmentPath();
     std::vector<std::string> files;
@@ -122,8 +133,9 @@ void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message, V
     ++adding_;
     operations_.addOutgoing(
         conversation, std::move(payload), std::move(files),
-        [weak = weak_from_this(), conversation, progress = std::move(progress), completion = std::move(completion)](
-            const std::optional<VXIMStoredMessage>& row, const ErrorPtr& error) {
+        [weak = weak_from_this(), conversation, progress = std::move(progress),
+         completion = std::move(completion)](const std::optional<VXIMStoredMessage>& row,
+                                             const ErrorPtr& error) {
             const auto self = weak.lock();
             if (self) --self->adding_;
             if (self && row) self->take(*row, Stage::Waiting, progress);
@@ -133,7 +145,8 @@ void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message, V
 }
 
 void Outbox::retry(std::int64_t localId, VXIMBooleanCompletion completion) {
-    if (const auto place = places_.find(localId); place != places_.end()) {  // it waits: not any longer
+    // it waits: not any longer
+    if (const auto place = places_.find(localId); place != places_.end()) {
         const VXIMConversationId conversation = place->second;
         laneOf(conversation).isPaused = false;
         MainQueue::shared().async([completion = std::move(completion)] {
@@ -141,36 +154,40 @@ void Outbox::retry(std::int64_t localId, VXIMBooleanCompletion completion) {
         });
         return pump(conversation);
     }
-    store_->message(localId, [weak = weak_from_this(), completion = std::move(completion)](
-                                 const std::optional<VXIMStoredMessage>& row, const ErrorPtr& error) {
-        const auto self = weak.lock();
-        const bool isFailed = row && row->state == VXIMStoredMessageFailed;
-        if (!self || !isFailed) {
-            if (completion) completion(false, error ? error : errors::notFound());
-            return;
-        }
-        Item item;
-        item.row = *row;
-        self->write(item, VXIMStoredMessageQueued, nullptr, false,
-                    [weak, completion](std::optional<VXIMStoredMessage> written, const ErrorPtr& why) {
-                        const auto outbox = weak.lock();
-                        const bool isQueued = written && written->state == VXIMStoredMessageQueued;
-                        if (outbox && isQueued && !outbox->places_.contains(written->localId)) {
-                            outbox->take(*written, Stage::Waiting, nullptr);
-                        }
-                        if (completion) completion(why == nullptr, why);
-                        if (outbox && written) outbox->pump(written->conversation);
-                    });
-    });
+    store_->message(
+        localId, [weak = weak_from_this(), completion = std::move(completion)](
+                     const std::optional<VXIMStoredMessage>& row, const ErrorPtr& error) {
+            const auto self = weak.lock();
+            const bool isFailed = row && row->state == VXIMStoredMessageFailed;
+            if (!self || !isFailed) {
+                if (completion) completion(false, error ? error : errors::notFound());
+                return;
+            }
+            Item item;
+            item.row = *row;
+            self->write(
+                item, VXIMStoredMessageQueued, nullptr, false,
+                [weak, completion](std::optional<VXIMStoredMessage> written, const ErrorPtr& why) {
+                    const auto outbox = weak.lock();
+                    const bool isQueued = written && written->state == VXIMStoredMessageQueued;
+                    if (outbox && isQueued && !outbox->places_.contains(written->localId)) {
+                        outbox->take(*written, Stage::Waiting, nullptr);
+                    }
+                    if (completion) completion(why == nullptr, why);
+                    if (outbox && written) outbox->pump(written->conversation);
+                });
+        });
 }
 
 void Outbox::cancel(std::int64_t localId, VXIMBooleanCompletion completion) {
     if (const auto place = places_.find(localId); place != places_.end()) {
         const VXIMConversationId conversation = place->second;
-        if (Item* item = find(conversation, localId); item && item->transfer) item->transfer->cancel();
+        if (Item* item = find(conversation, localId); item && item->transfer)
+            item->transfer->cancel();
         drop(conversation, localId);
     }
-    operations_.remove(localId, [weak = weak_from_this(), completion = std::move(completion)](bool removed, const ErrorPtr& error) {
+    operations_.remove(localId, [weak = weak_from_this(), completion = std::move(completion)](
+                                    bool removed, const ErrorPtr& error) {
         if (completion) completion(removed, error);
         if (const auto self = weak.lock()) self->pumpAll();
     });
@@ -192,7 +209,8 @@ void Outbox::linkDidClose() {
             switch (item.stage) {
                 case Stage::Handed: item.stage = Stage::Doubtful; break;
                 case Stage::Handing:
-                    // It must not go out over the next connection before what is doubtful has been looked up.
+                    // It must not go out over the next connection before what is doubtful has been
+                    // looked up.
                     if (item.transfer) item.transfer->cancel();
                     break;
                 case Stage::Writing:
@@ -257,21 +275,25 @@ void Outbox::drop(const VXIMConversationId& conversation, std::int64_t localId) 
     places_.erase(localId);
 }
 
-void Outbox::fail(const VXIMConversationId& conversation, std::int64_t localId, const ErrorPtr& error) {
-    if (const Item* const item = find(conversation, localId)) write(*item, VXIMStoredMessageFailed, error, true, nullptr);
+void Outbox::fail(const VXIMConversationId& conversation, std::int64_t localId,
+                  const ErrorPtr& error) {
+    if (const Item* const item = find(conversation, localId))
+        write(*item, VXIMStoredMessageFailed, error, true, nullptr);
     drop(conversation, localId);
 }
 
-void Outbox::write(const Item& item, VXIMStoredMessageState state, const ErrorPtr& error, bool withPayload,
-                   VXIMStoredMessageCompletion completion) {
+void Outbox::write(const Item& item, VXIMStoredMessageState state, const ErrorPtr& error,
+                   bool withPayload, VXIMStoredMessageCompletion completion) {
     std::optional<Dictionary> payload;
     if (withPayload) payload = item.row.payload;
-    operations_.change(item.row.localId, {.state = state, .error = error, .payload = std::move(payload), .attempts = std::nullopt},
-                       [complain = surroundings_.complain, completion = std::move(completion)](
-                           const std::optional<VXIMStoredMessage>& row, const ErrorPtr& why) {
-                           if (why && !why->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) complain(why);
-                           if (completion) completion(row, why);
-                       });
+    operations_.change(
+        item.row.localId,
+        {.state = state, .error = error, .payload = std::move(payload), .attempts = std::nullopt},
+        [complain = surroundings_.complain, completion = std::move(completion)](
+            const std::optional<VXIMStoredMessage>& row, const ErrorPtr& why) {
+            if (why && !why->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) complain(why);
+            if (completion) completion(row, why);
+        });
 }
 
 }  // namespace vexim::store

@@ -15,10 +15,11 @@
 
 namespace vexim::store {
 
-/// Sends what the store holds to be sent, each conversation for itself and in its order. Main thread only.
+/// Sends what the store holds to be sent, each conversation for itself and in its order. Main
+/// thread only.
 ///
-/// A message is written as Sending before the client gets it, so one that may be out is never taken for one that is not. What was
-/// out when the connection went is looked up before it is sent again.
+/// A message is written as Sending before the client gets it, so one that may be out is never taken
+/// for one that is not. What was out when the connection went is looked up before it is sent again.
 class Outbox : public std::enable_shared_from_this<Outbox> {
 public:
     struct Limits {
@@ -27,7 +28,8 @@ public:
         std::chrono::milliseconds echoTimeout;  // until a missing echo is looked up
     };
     struct Surroundings {
-        std::function<void(const std::shared_ptr<VXIMMessage>&, VXIMProgress, VXIMBooleanCompletion, std::shared_ptr<VXIMTransfer>)>
+        std::function<void(const std::shared_ptr<VXIMMessage>&, VXIMProgress, VXIMBooleanCompletion,
+                           std::shared_ptr<VXIMTransfer>)>
             say;
         /// Reads the conversation's history back to a time; `didLookUp` answers.
         std::function<void(const VXIMConversationId&, std::int64_t sinceMillis)> lookUp;
@@ -39,7 +41,8 @@ public:
 
     /// Takes over what earlier runs of the program have left.
     void load(VXIMBooleanCompletion completion);
-    /// The store's file was damaged, and what could not be saved is missing in it: what waits here is put back.
+    /// The store's file was damaged, and what could not be saved is missing in it: what waits here
+    /// is put back.
     void reload();
     /// `completion` runs when the message is written.
     void add(const VXIMConversationId& conversation, VXIMMessage& message, VXIMProgress progress,
@@ -55,7 +58,8 @@ public:
     void didConfirm(std::int64_t localId, bool withItsKey);
     /// The history was read as `lookUp` asked; `error`: it will not be.
     void didLookUp(const VXIMConversationId& conversation, const ErrorPtr& error);
-    /// Whether an own message without a key can be one of ours: not when the service was seen to keep keys.
+    /// Whether an own message without a key can be one of ours: not when the service was seen to
+    /// keep keys.
     bool mayLoseKeys() const noexcept { return !keepsKeys_; }
 
 private:
@@ -99,13 +103,15 @@ private:
     void writeAhead(const VXIMConversationId& conversation, Lane& lane);
     void handOver(const VXIMConversationId& conversation, Lane& lane);
     void hand(const VXIMConversationId& conversation, Lane& lane, Item& item);
-    void didHand(const VXIMConversationId& conversation, std::int64_t localId, std::uint64_t link, Dictionary sent,
-                 const std::shared_ptr<VXIMMessage>& message, const ErrorPtr& error);
-    void hold(const VXIMConversationId& conversation, Lane& lane, Item& item, const ErrorPtr& error);
+    void didHand(const VXIMConversationId& conversation, std::int64_t localId, std::uint64_t link,
+                 Dictionary sent, const std::shared_ptr<VXIMMessage>& message,
+                 const ErrorPtr& error);
+    void hold(const VXIMConversationId& conversation, Lane& lane, Item& item,
+              const ErrorPtr& error);
     void pause(const VXIMConversationId& conversation, Lane& lane);
     void fail(const VXIMConversationId& conversation, std::int64_t localId, const ErrorPtr& error);
-    void write(const Item& item, VXIMStoredMessageState state, const ErrorPtr& error, bool withPayload,
-               VXIMStoredMessageCompletion completion);
+    void write(const Item& item, VXIMStoredMessageState state, const ErrorPtr& error,
+               bool withPayload, VXIMStoredMessageCompletion completion);
     void awaitEchoes(const VXIMConversationId& conversation, Lane& lane);
     void checkEchoes(const VXIMConversationId& conversation);
     void didMissEchoes(const VXIMConversationId& conversation, const ErrorPtr& cause);
@@ -116,8 +122,10 @@ private:
     const Limits limits_;
     std::map<VXIMConversationId, Lane> lanes_;
     std::unordered_map<std::int64_t, VXIMConversationId> places_;  // of all items
-    std::size_t adding_ = 0;                                       // those that the store has not answered yet
-    std::size_t reloading_ = 0;                                    // those of which `reload` does not know yet
+    // those that the store has not answered yet
+    std::size_t adding_ = 0;
+    // those of which `reload` does not know yet
+    std::size_t reloading_ = 0;
     bool isOpen_ = false;
     std::uint64_t link_ = 0;  // counts connections
     bool keepsKeys_ = false;

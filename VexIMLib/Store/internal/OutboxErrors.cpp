@@ -17,20 +17,32 @@ ErrorPtr make(VXIMStoreErrorCode code, std::string description, const ErrorPtr& 
 }  // namespace
 
 ErrorPtr notAccepted(const ErrorPtr& cause) {
-    return make(VXIMStoreErrorNotAccepted, "The service has not delivered the message: it neither sent it back nor keeps it.",
+    return make(VXIMStoreErrorNotAccepted,
+                "The service has not delivered the message: it neither sent it back nor keeps it.",
                 cause);
 }
 
 ErrorPtr fateUnknown(const ErrorPtr& cause) {
-    return make(VXIMStoreErrorFateUnknown,
-                "The connection was lost before the service sent the message back: it may have arrived, or not.", cause);
+    return make(
+        VXIMStoreErrorFateUnknown,
+        "The connection was lost before the service sent the message back: it may have arrived, or not.",
+        cause);
 }
 
-ErrorPtr tooOld() { return make(VXIMStoreErrorTooOld, "The message has waited too long to be sent."); }
-ErrorPtr outboxFull() { return make(VXIMStoreErrorOutboxFull, "Too many messages wait to be sent."); }
-ErrorPtr notFound() { return make(VXIMStoreErrorNotFound, "There is no such message that failed or waits."); }
+ErrorPtr tooOld() {
+    return make(VXIMStoreErrorTooOld, "The message has waited too long to be sent.");
+}
+ErrorPtr outboxFull() {
+    return make(VXIMStoreErrorOutboxFull, "Too many messages wait to be sent.");
+}
+ErrorPtr notFound() {
+    return make(VXIMStoreErrorNotFound, "There is no such message that failed or waits.");
+}
 ErrorPtr notOpen() { return make(VXIMStoreErrorClosed, "The store is not open."); }
-ErrorPtr otherUser() { return make(VXIMStoreErrorOtherOwner, "Another user has logged in than the one whose store this is."); }
+ErrorPtr otherUser() {
+    return make(VXIMStoreErrorOtherOwner,
+                "Another user has logged in than the one whose store this is.");
+}
 
 bool mayPass(const ErrorPtr& error) {
     if (!error || isTemporary(error)) return error != nullptr;

@@ -1,4 +1,5 @@
-// The way out, conversation by conversation: looked up when in doubt, written, handed to the client, sent back by the service.
+// The way out, conversation by conversation: looked up when in doubt, written, handed to the
+// client, sent back by the service.
 
 #include <algorithm>
 #include <filesystem>
@@ -19,8 +20,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// How many messages of a conversation wait for their echoes at once, and how many are written ahead: a message costs no round
-// trip of its own then.
+// How many messages of a conversation wait for their echoes at once, and how many are written
+// ahead: a message costs no round trip of its own then.
 constexpr std::size_t kMostHanded = 64;
 constexpr std::size_t kMostWrittenAhead = 16;
 constexpr int kMostMissedEchoes = 2;
@@ -30,7 +31,8 @@ constexpr std::chrono::seconds kHistoryLag = 3s;
 constexpr std::int64_t kMostClockStepMillis = 1'000;
 
 bool mayPass(const ErrorPtr& error) {
-    return errors::mayPass(error) || error->is(kURLErrorDomain, URLErrorCancelled);  // we cancel when the connection goes
+    // we cancel when the connection goes
+    return errors::mayPass(error) || error->is(kURLErrorDomain, URLErrorCancelled);
 }
 
 }  // namespace
@@ -57,10 +59,11 @@ std::int64_t Outbox::oldestDoubt(const Lane& lane) {
     return since;
 }
 
-/// A history may be behind. Where no key tells a second copy from the first one, it is asked once more before anything is sent
-/// again. False: it has been.
+/// A history may be behind. Where no key tells a second copy from the first one, it is asked once
+/// more before anything is sent again. False: it has been.
 bool Outbox::looksOnceMore(const VXIMConversationId& conversation, Lane& lane) {
-    if (keepsKeys_ || oldestDoubt(lane) == INT64_MAX || std::exchange(lane.hasLookedTwice, true)) return false;
+    if (keepsKeys_ || oldestDoubt(lane) == INT64_MAX || std::exchange(lane.hasLookedTwice, true))
+        return false;
     MainQueue::shared().after(kHistoryLag, [weak = weak_from_this(), conversation, link = link_] {
         const auto self = weak.lock();
         if (!self || link != self->link_ || !self->isOpen_) return;
@@ -82,7 +85,8 @@ bool Outbox::resolveDoubts(const VXIMConversationId& conversation, Lane& lane) {
         surroundings_.lookUp(conversation, since);
         return false;
     }
-    // A room has no history. Where keys arrive, a second copy is recognised; elsewhere the user decides.
+    // A room has no history. Where keys arrive, a second copy is recognised; elsewhere the user
+    // decides.
     std::vector<std::int64_t> doubtful;
     for (const auto& [localId, item] : lane.items) {
         if (item.stage == Stage::Doubtful) doubtful.push_back(localId);
@@ -111,19 +115,22 @@ void Outbox::writeAhead(const VXIMConversationId& conversation, Lane& lane) {
             ++ahead;
             item.stage = Stage::Writing;
             write(item, VXIMStoredMessageSending, nullptr, false,
-                  [weak = weak_from_this(), conversation, localId = localId](const std::optional<VXIMStoredMessage>& written,
-                                                                             const ErrorPtr& error) {
+                  [weak = weak_from_this(), conversation, localId = localId](
+                      const std::optional<VXIMStoredMessage>& written, const ErrorPtr& error) {
                       const auto self = weak.lock();
                       Item* const ours = self ? self->find(conversation, localId) : nullptr;
                       if (!ours || ours->stage != Stage::Writing) return;
-                      if (written && written->state == VXIMStoredMessageConfirmed) {  // a late echo of an earlier attempt
+                      // a late echo of an earlier attempt
+                      if (written && written->state == VXIMStoredMessageConfirmed) {
                           self->drop(conversation, localId);
                       } else if (error && error->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) {
                           ours->stage = Stage::Waiting;
-                          if (self->reloading_ > 0) return;   // it went with a damaged file, and is about to be put back
+                          // it went with a damaged file, and is about to be put back
+                          if (self->reloading_ > 0) return;
                           self->drop(conversation, localId);  // its conversation was removed
                       } else if (error) {
-                          ours->stage = Stage::Waiting;  // nothing goes out that is not written first
+                          // nothing goes out that is not written first
+                          ours->stage = Stage::Waiting;
                           self->pause(conversation, self->laneOf(conversation));
                       } else {
                           ours->stage = Stage::Ready;
@@ -155,7 +162,8 @@ void Outbox::handOver(const VXIMConversationId& conversation, Lane& lane) {
 
 void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item) {
     // No two of a conversation carry the same time: their order is then the same for everybody.
-    if (const auto ahead = lane.lastMillis - wallMillis(); ahead >= 0 && ahead < kMostClockStepMillis) {
+    if (const auto ahead = lane.lastMillis - wallMillis();
+        ahead >= 0 && ahead < kMostClockStepMillis) {
         return MainQueue::shared().after(1ms, [weak = weak_from_this(), conversation] {
             if (const auto self = weak.lock()) self->pump(conversation);
         });
@@ -168,7 +176,8 @@ void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item
         std::error_code ignored;
         if (!std::filesystem::exists(path, ignored)) {
             fail(conversation, localId,
-                 Error::withDescription(kURLErrorDomain, URLErrorFileDoesNotExist, "The file is gone: " + path));
+                 Error::withDescription(kURLErrorDomain, URLErrorFileDoesNotExist,
+                                        "The file is gone: " + path));
             return pump(conversation);
         }
         message->setAttachmentPath(path);
@@ -176,25 +185,32 @@ void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item
     }
     item.stage = Stage::Handing;
     const auto sent = std::make_shared<Dictionary>();
-    auto done = [weak = weak_from_this(), conversation, localId, link = link_, sent, message](bool, const ErrorPtr& error) {
-        MainQueue::shared().async([weak, conversation, localId, link, sent, message, error] {  // `say` may answer at once
-            if (const auto self = weak.lock()) self->didHand(conversation, localId, link, *sent, message, error);
+    auto done = [weak = weak_from_this(), conversation, localId, link = link_, sent, message](
+                    bool, const ErrorPtr& error) {
+        // `say` may answer at once
+        MainQueue::shared().async([weak, conversation, localId, link, sent, message, error] {
+            if (const auto self = weak.lock())
+                self->didHand(conversation, localId, link, *sent, message, error);
         });
     };
     try {
         surroundings_.say(message, item.progress, std::move(done), item.transfer);
     } catch (const Exception& cause) {
-        fail(conversation, localId, Error::withDescription(VXIMErrorDomain, VXIMErrorCannotSend, cause.what()));
+        fail(conversation, localId,
+             Error::withDescription(VXIMErrorDomain, VXIMErrorCannotSend, cause.what()));
         return pump(conversation);
     }
-    *sent = message->payload();  // with the time that it goes out with; afterwards the client writes another
+    *sent = message->payload();  // with the time that it goes out with; afterwards the client
+                                 // writes another
     lane.lastMillis = sent->get("ts").longLongValue();
 }
 
-void Outbox::didHand(const VXIMConversationId& conversation, std::int64_t localId, std::uint64_t link, Dictionary sent,
+void Outbox::didHand(const VXIMConversationId& conversation, std::int64_t localId,
+                     std::uint64_t link, Dictionary sent,
                      const std::shared_ptr<VXIMMessage>& message, const ErrorPtr& error) {
     Item* const item = find(conversation, localId);
-    if (!item || item->stage != Stage::Handing) return pump(conversation);  // cancelled, or an echo was faster
+    // cancelled, or an echo was faster
+    if (!item || item->stage != Stage::Handing) return pump(conversation);
     Lane& lane = laneOf(conversation);
     item->transfer = nullptr;
     if (const auto url = message->attachmentUrl()) {  // not uploaded again
@@ -221,7 +237,8 @@ void Outbox::didHand(const VXIMConversationId& conversation, std::int64_t localI
 }
 
 /// It waits, and what stands behind it.
-void Outbox::hold(const VXIMConversationId& conversation, Lane& lane, Item& item, const ErrorPtr& error) {
+void Outbox::hold(const VXIMConversationId& conversation, Lane& lane, Item& item,
+                  const ErrorPtr& error) {
     item.stage = Stage::Waiting;
     write(item, VXIMStoredMessageQueued, error, true, nullptr);
     pause(conversation, lane);
@@ -230,12 +247,13 @@ void Outbox::hold(const VXIMConversationId& conversation, Lane& lane, Item& item
 void Outbox::pause(const VXIMConversationId& conversation, Lane& lane) {
     if (!isOpen_) return;  // the next connection ends it
     lane.isPaused = true;
-    MainQueue::shared().after(pauseAfter(lane.failures++), [weak = weak_from_this(), conversation, link = link_] {
-        const auto self = weak.lock();
-        if (!self || link != self->link_) return;
-        self->laneOf(conversation).isPaused = false;
-        self->pump(conversation);
-    });
+    MainQueue::shared().after(pauseAfter(lane.failures++),
+                              [weak = weak_from_this(), conversation, link = link_] {
+                                  const auto self = weak.lock();
+                                  if (!self || link != self->link_) return;
+                                  self->laneOf(conversation).isPaused = false;
+                                  self->pump(conversation);
+                              });
 }
 
 void Outbox::awaitEchoes(const VXIMConversationId& conversation, Lane& lane) {
@@ -256,7 +274,8 @@ void Outbox::checkEchoes(const VXIMConversationId& conversation) {
     for (const auto& [localId, item] : lane.items) {
         if (item.stage != Stage::Handed) continue;
         areAwaited = true;
-        if (now - item.handedAt >= limits_.echoTimeout) since = std::min(since, item.row.sentAtMillis);
+        if (now - item.handedAt >= limits_.echoTimeout)
+            since = std::min(since, item.row.sentAtMillis);
     }
     if (areAwaited) awaitEchoes(conversation, lane);
     if (since == INT64_MAX || lane.isAskingForEchoes) return;

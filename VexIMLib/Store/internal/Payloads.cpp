@@ -39,13 +39,16 @@ std::int64_t keyNumber(std::string_view key) {
 
 std::string toJSON(const Dictionary& payload) {
     JSONText json = writeJSON(payload);
-    if (json.error) fail(VXIMStoreErrorUnusable, "The message's payload cannot be written as JSON.", json.error);
+    if (json.error)
+        fail(VXIMStoreErrorUnusable, "The message's payload cannot be written as JSON.",
+             json.error);
     return std::move(json.text);
 }
 
 Dictionary fromJSON(std::string_view json) {
     const JSONResult read = parseJSON(json);
-    if (!read.value.isDictionary()) fail(VXIMStoreErrorDamaged, "A stored message is not readable.", read.error);
+    if (!read.value.isDictionary())
+        fail(VXIMStoreErrorDamaged, "A stored message is not readable.", read.error);
     return *read.value.asDictionary();
 }
 
@@ -58,9 +61,12 @@ std::string errorToJSON(const ErrorPtr& error) {
     if (!error) return {};
     Dictionary info{{kLocalizedDescriptionKey, error->localizedDescription()}};
     if (isTemporary(error)) info.set(kTemporaryKey, true);
-    const JSONText json = writeJSON(Dictionary{{"domain", error->domain()}, {"code", error->code()}, {"info", info}});
+    const JSONText json =
+        writeJSON(Dictionary{{"domain", error->domain()}, {"code", error->code()}, {"info", info}});
     // What a service says may be no proper text; domain and code always are.
-    return json.error ? writeJSON(Dictionary{{"domain", error->domain()}, {"code", error->code()}}).text : json.text;
+    return json.error
+               ? writeJSON(Dictionary{{"domain", error->domain()}, {"code", error->code()}}).text
+               : json.text;
 }
 
 }  // namespace vexim::store

@@ -16,7 +16,8 @@ std::optional<std::int64_t> timeOf(const Dictionary& payload);
 const Value& writerOf(const Dictionary& payload);
 /// The key or service id in it; nullopt when it has none.
 std::optional<std::string> textOf(const Dictionary& payload, const char* field);
-/// A number that stands for a key in the index: keys that begin with rising digits give rising numbers.
+/// A number that stands for a key in the index: keys that begin with rising digits give rising
+/// numbers.
 std::int64_t keyNumber(std::string_view key);
 /// As JSON; fails with Unusable.
 std::string toJSON(const Dictionary& payload);

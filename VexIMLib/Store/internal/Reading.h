@@ -12,9 +12,11 @@ namespace vexim::store {
 
 // The reading operations, on the store's thread; see VXIMMessageStore.h.
 std::vector<VXIMStoredMessage> messagesBefore(Tables& tables, const VXIMConversationId& id,
-                                              const std::optional<VXIMStorePosition>& position, std::int32_t limit);
+                                              const std::optional<VXIMStorePosition>& position,
+                                              std::int32_t limit);
 std::vector<VXIMStoredMessage> messagesAfter(Tables& tables, const VXIMConversationId& id,
-                                             const std::optional<VXIMStorePosition>& position, std::int32_t limit);
+                                             const std::optional<VXIMStorePosition>& position,
+                                             std::int32_t limit);
 std::vector<VXIMStoredMessage> search(Tables& tables, const VXIMMessageSearch& search);
 std::vector<VXIMStoredGap> gaps(Tables& tables, const VXIMConversationId& id);
 

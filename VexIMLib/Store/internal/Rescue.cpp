@@ -23,7 +23,8 @@ namespace vexim::store {
 namespace {
 
 /// Each row that can be read: from the first on, and when damage stops that, from the last back.
-void eachRow(Database& from, const std::string& sql, const std::string& order, const std::function<void(const Statement&)>& take) {
+void eachRow(Database& from, const std::string& sql, const std::string& order,
+             const std::function<void(const Statement&)>& take) {
     for (const char* const direction : {"", " DESC"}) {
         std::optional<Statement> rows;
         const auto next = [&]() -> std::optional<bool> {
@@ -47,27 +48,36 @@ public:
     std::int64_t copyAll() {
         eachRow(from_, "SELECT name, value FROM meta", "name",
                 [this](const Statement& row) { setMeta(to_.database, row.text(0), row.text(1)); });
-        eachRow(from_, "SELECT id, kind, name, unread, draft FROM conversation", "id", [this](const Statement& row) {
-            to_.database.prepare("INSERT OR IGNORE INTO conversation(id, kind, name, unread, draft) VALUES(?1, ?2, ?3, ?4, ?5)")
-                .bind(1, row.integer(0))
-                .bind(2, row.integer(1))
-                .bind(3, row.text(2))
-                .bind(4, row.integer(3))
-                .bind(5, row.text(4))
-                .run();
-        });
-        eachRow(from_, "SELECT kind, name, until FROM cleared", "kind, name", [this](const Statement& row) {
-            to_.database.prepare("INSERT OR IGNORE INTO cleared(kind, name, until) VALUES(?1, ?2, ?3)")
-                .bind(1, row.integer(0))
-                .bind(2, row.text(1))
-                .bind(3, row.integer(2))
-                .run();
-        });
+        eachRow(
+            from_, "SELECT id, kind, name, unread, draft FROM conversation", "id",
+            [this](const Statement& row) {
+                to_.database
+                    .prepare(
+                        "INSERT OR IGNORE INTO conversation(id, kind, name, unread, draft) VALUES(?1, ?2, ?3, ?4, ?5)")
+                    .bind(1, row.integer(0))
+                    .bind(2, row.integer(1))
+                    .bind(3, row.text(2))
+                    .bind(4, row.integer(3))
+                    .bind(5, row.text(4))
+                    .run();
+            });
+        eachRow(
+            from_, "SELECT kind, name, until FROM cleared", "kind, name",
+            [this](const Statement& row) {
+                to_.database
+                    .prepare("INSERT OR IGNORE INTO cleared(kind, name, until) VALUES(?1, ?2, ?3)")
+                    .bind(1, row.integer(0))
+                    .bind(2, row.text(1))
+                    .bind(3, row.integer(2))
+                    .run();
+            });
         // A file of the first version has no attempts.
         eachRow(from_, "SELECT " + std::string(kFirstRowColumns) + ", 0 FROM message", "id",
                 [this](const Statement& row) { copyMessage(row); });
         eachRow(from_, "SELECT message, number, name FROM attachment", "message, number",
-                [this](const Statement& row) { addAttachment(row.integer(0), row.integer(1), row.text(2)); });
+                [this](const Statement& row) {
+                    addAttachment(row.integer(0), row.integer(1), row.text(2));
+                });
         adoptFiles();
         to_.forget();
         for (Tables::Conversation* const each : to_.all()) to_.repair(*each);
@@ -76,14 +86,16 @@ public:
 
 private:
     void addAttachment(std::int64_t message, std::int64_t number, std::string_view name) {
-        to_.database.prepare("INSERT OR IGNORE INTO attachment(message, number, name) VALUES(?1, ?2, ?3)")
+        to_.database
+            .prepare("INSERT OR IGNORE INTO attachment(message, number, name) VALUES(?1, ?2, ?3)")
             .bind(1, message)
             .bind(2, number)
             .bind(3, name)
             .run();
     }
 
-    /// Files whose entries were lost: their names begin with the message's id and a number, see `addOutgoing`.
+    /// Files whose entries were lost: their names begin with the message's id and a number, see
+    /// `addOutgoing`.
     void adoptFiles() {
         std::error_code ignored;
         for (const auto& each : std::filesystem::directory_iterator(to_.filesFolder, ignored)) {
@@ -95,7 +107,9 @@ private:
             if (first.ec != std::errc() || first.ptr == end || *first.ptr != '-') continue;
             if (std::from_chars(first.ptr + 1, end, number).ec != std::errc()) continue;
             const auto row = to_.row(id);
-            if (!row || row->direction != VXIMStoredMessageOutgoing || row->state == VXIMStoredMessageConfirmed) continue;
+            if (!row || row->direction != VXIMStoredMessageOutgoing ||
+                row->state == VXIMStoredMessageConfirmed)
+                continue;
             addAttachment(id, number, name);
         }
     }
@@ -115,7 +129,8 @@ private:
         ++copied_;
     }
 
-    /// Sees to it that its conversation is there; when that was lost, the message tells which it is.
+    /// Sees to it that its conversation is there; when that was lost, the message tells which it
+    /// is.
     void adopt(Tables::Row& row, const Dictionary& payload) {
         Statement known = to_.database.prepare("SELECT 1 FROM conversation WHERE id = ?1");
         if (known.bind(1, row.conversation).step()) return;
@@ -139,14 +154,16 @@ void move(const std::string& from, const std::string& to) {
 std::string freeName(const std::string& path) {
     const auto seconds = static_cast<std::int64_t>(Clock::shared()->wallTime());
     for (int number = 0;; ++number) {
-        const std::string name = path + "-damaged-" + std::to_string(seconds) + (number ? "-" + std::to_string(number) : "");
+        const std::string name = path + "-damaged-" + std::to_string(seconds) +
+                                 (number ? "-" + std::to_string(number) : "");
         if (!isThere(name)) return name;
     }
 }
 
 }  // namespace
 
-VXIMStoreDamage rescue(const Location& location, const std::string& userId, const std::string& service) {
+VXIMStoreDamage rescue(const Location& location, const std::string& userId,
+                       const std::string& service) {
     const Location fresh{location.rescue()};
     for (const char* const suffix : {"", "-journal"}) removeFile(fresh.path + suffix);
     prepareFile(fresh);
@@ -163,7 +180,9 @@ VXIMStoreDamage rescue(const Location& location, const std::string& userId, cons
             Database from(location.path, Database::Access::Rescue);
             damage.messagesSaved = Copier(from, tables).copyAll();
         } catch (const Failure& failure) {
-            if (!isDamage(failure.error) && !failure.error->is(VXIMStoreErrorDomain, VXIMStoreErrorCannotOpen)) throw;
+            if (!isDamage(failure.error) &&
+                !failure.error->is(VXIMStoreErrorDomain, VXIMStoreErrorCannotOpen))
+                throw;
         }
         requireOwner(to, userId, service);  // before anything is moved: it may be another's file
         to.execute("COMMIT");

@@ -7,20 +7,24 @@
 
 // The file, an SQLite database:
 //   meta          what the whole file says: "user", "service", the retention limits, "drift"
-//   conversation  "kind" as in VXIMConversationKind, "name" its id; the newest message, by time; how far its history is known
-//   message       "id" begins with the hour of the message's time (see Messages.cpp); "state" and "direction" as their
-//                 enumerations; "key" and "service_id" are numbers made from these texts, which stand in the payload
+// conversation  "kind" as in VXIMConversationKind, "name" its id; the newest message, by time; how
+// far its history is known
+// message       "id" begins with the hour of the message's time (see Messages.cpp); "state" and
+// "direction" as their
+//                 enumerations; "key" and "service_id" are numbers made from these texts, which
+//                 stand in the payload
 //   gap           stretches that the service does not have any more
 //   attachment    names of files in the folder beside the database
 //   cleared       conversations that were removed, and the time of the last message then
-//   words         the full-text index over the texts; "place" has one word for the conversation. It holds no text of its own.
+// words         the full-text index over the texts; "place" has one word for the conversation. It
+// holds no text of its own.
 namespace vexim::store {
 namespace {
 
 constexpr std::int64_t kApplicationId = 0x7665786d;  // "vexm"
 
-// Each brings a file of the version that is its place (0: an empty one) to the next. Files of every version are out there: what
-// stands here is never changed.
+// Each brings a file of the version that is its place (0: an empty one) to the next. Files of every
+// version are out there: what stands here is never changed.
 constexpr std::array kSteps = {
     R"(
     CREATE TABLE meta(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
@@ -49,8 +53,9 @@ constexpr std::array kSteps = {
     CREATE TABLE cleared(
         kind INTEGER NOT NULL, name TEXT NOT NULL, until INTEGER NOT NULL, PRIMARY KEY(kind, name)) WITHOUT ROWID;
     )",
-    // The beginnings of words have entries of their own, or a search for "a*" joins those of ten thousand words. Fewer merges and
-    // larger pieces make up for what they cost. The words are added by `migrate`.
+    // The beginnings of words have entries of their own, or a search for "a*" joins those of ten
+    // thousand words. Fewer merges and larger pieces make up for what they cost. The words are
+    // added by `migrate`.
     R"(
     DROP TABLE words;
     CREATE VIRTUAL TABLE words USING fts5(
@@ -63,20 +68,24 @@ static_assert(kSteps.size() == kSchemaVersion);
 std::int64_t presentVersion(Database& database) {
     const std::int64_t version = database.integer("PRAGMA user_version");
     const std::int64_t application = database.integer("PRAGMA application_id");
-    if (application != kApplicationId && database.integer("SELECT count(*) FROM sqlite_schema") > 0) {
+    if (application != kApplicationId &&
+        database.integer("SELECT count(*) FROM sqlite_schema") > 0) {
         fail(VXIMStoreErrorCannotOpen, "The file is the database of another program.");
     }
-    if (version > kSchemaVersion) fail(VXIMStoreErrorNewer, "A newer version of this library wrote the message store.");
+    if (version > kSchemaVersion)
+        fail(VXIMStoreErrorNewer, "A newer version of this library wrote the message store.");
     return version;
 }
 
 /// Touches every table, so that a file that lacks one is found out now.
 void requireTables(Database& database) {
     for (const char* const sql :
-         {"SELECT name, value FROM meta LIMIT 1", "SELECT id, known_until FROM conversation LIMIT 1",
+         {"SELECT name, value FROM meta LIMIT 1",
+          "SELECT id, known_until FROM conversation LIMIT 1",
           "SELECT id, attempts FROM message ORDER BY id DESC LIMIT 1",
-          "SELECT sent_at FROM message ORDER BY conversation DESC, sent_at DESC LIMIT 1", "SELECT after FROM gap LIMIT 1",
-          "SELECT name FROM attachment LIMIT 1", "SELECT until FROM cleared LIMIT 1",
+          "SELECT sent_at FROM message ORDER BY conversation DESC, sent_at DESC LIMIT 1",
+          "SELECT after FROM gap LIMIT 1", "SELECT name FROM attachment LIMIT 1",
+          "SELECT until FROM cleared LIMIT 1",
           "SELECT rowid FROM words WHERE words MATCH 'place : c1' LIMIT 1"}) {
         database.integer(sql);
     }
@@ -89,7 +98,8 @@ void migrate(Database& database) {
     if (version < kSchemaVersion) {
         database.execute("BEGIN IMMEDIATE");
         const bool isIndexNew = version < 3;
-        for (; version < kSchemaVersion; ++version) database.execute(kSteps.at(static_cast<std::size_t>(version)));
+        for (; version < kSchemaVersion; ++version)
+            database.execute(kSteps.at(static_cast<std::size_t>(version)));
         if (isIndexNew) addAllWords(database);
         database.execute(("PRAGMA application_id = " + std::to_string(kApplicationId)).c_str());
         database.execute(("PRAGMA user_version = " + std::to_string(kSchemaVersion)).c_str());
@@ -100,7 +110,9 @@ void migrate(Database& database) {
 
 void requireSchema(Database& database) {
     if (presentVersion(database) < kSchemaVersion) {
-        fail(VXIMStoreErrorReadOnly, "An earlier version of this library wrote the message store: open it for writing once.");
+        fail(
+            VXIMStoreErrorReadOnly,
+            "An earlier version of this library wrote the message store: open it for writing once.");
     }
     requireTables(database);
 }
@@ -110,8 +122,10 @@ void requireOwner(Database& database, const std::string& userId, const std::stri
         const std::string recorded = meta(database, name);
         return !asked.empty() && !recorded.empty() && recorded != asked;
     };
-    if (differs("user", userId)) fail(VXIMStoreErrorOtherOwner, "The message store belongs to another user.");
-    if (differs("service", origin)) fail(VXIMStoreErrorOtherOwner, "The message store belongs to another service.");
+    if (differs("user", userId))
+        fail(VXIMStoreErrorOtherOwner, "The message store belongs to another user.");
+    if (differs("service", origin))
+        fail(VXIMStoreErrorOtherOwner, "The message store belongs to another service.");
 }
 
 std::string meta(Database& database, std::string_view name) {
@@ -120,7 +134,10 @@ std::string meta(Database& database, std::string_view name) {
 }
 
 void setMeta(Database& database, std::string_view name, std::string_view value) {
-    database.prepare("INSERT OR REPLACE INTO meta(name, value) VALUES(?1, ?2)").bind(1, name).bind(2, value).run();
+    database.prepare("INSERT OR REPLACE INTO meta(name, value) VALUES(?1, ?2)")
+        .bind(1, name)
+        .bind(2, value)
+        .run();
 }
 
 }  // namespace vexim::store

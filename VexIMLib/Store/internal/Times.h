@@ -9,7 +9,9 @@
 namespace vexim::store {
 
 /// Milliseconds since 1970, as messages carry them.
-inline std::int64_t wallMillis() { return static_cast<std::int64_t>(Clock::shared()->wallTime() * 1000.0); }
+inline std::int64_t wallMillis() {
+    return static_cast<std::int64_t>(Clock::shared()->wallTime() * 1000.0);
+}
 
 /// Before the next attempt, after so many failures before this one: 1, 2, 4 … 60 seconds.
 inline std::chrono::seconds pauseAfter(int failures) {

@@ -30,7 +30,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Live messages that the store has not taken yet: beyond this they are read from the histories later.
+// Live messages that the store has not taken yet: beyond this they are read from the histories
+// later.
 constexpr std::size_t kMostKept = 10'000;
 constexpr std::chrono::seconds kStorePause = 5s;
 // A service that does not answer the login of a reconnect is taken to have accepted it.
@@ -39,13 +40,15 @@ constexpr std::chrono::seconds kLoginPatience = 10s;
 std::optional<VXIMConversationId> conversationOf(const VXIMMessage& message, bool isOwn) {
     const auto& receiver = *message.receiver();
     const auto& peer = isOwn ? receiver : *message.sender();
-    const auto named = [](VXIMConversationKind kind, const vexim::Value& id) -> std::optional<VXIMConversationId> {
+    const auto named = [](VXIMConversationKind kind,
+                          const vexim::Value& id) -> std::optional<VXIMConversationId> {
         if (id.isNilOrNull()) return std::nullopt;
         return VXIMConversationId{kind, id.description()};
     };
     switch (receiver.type()) {
         case VXIMMessageTargetTypeUser: return named(VXIMConversationKindFriend, peer.userId());
-        case VXIMMessageTargetTypeGroup: return named(VXIMConversationKindGroup, receiver.groupId());
+        case VXIMMessageTargetTypeGroup:
+            return named(VXIMConversationKindGroup, receiver.groupId());
         case VXIMMessageTargetTypeRoom: return named(VXIMConversationKindRoom, receiver.roomId());
         case VXIMMessageTargetTypeAllUsers:
         case VXIMMessageTargetTypeSystem:
@@ -109,36 +112,47 @@ void VXIMConversations::Impl::observe() {
             if (const auto alive = weak.lock()) alive->didLogIn();
         });
     });
-    on(VXIMClientDidChangeStatusNotification, [](Impl& self, const vexim::Notification& notification) {
-        self.didEnter(notification.userInfo->get("status").longLongValue());
-    });
+    on(VXIMClientDidChangeStatusNotification,
+       [](Impl& self, const vexim::Notification& notification) {
+           self.didEnter(notification.userInfo->get("status").longLongValue());
+       });
     on(VXIMClientDidReceiveMessageNotification,
-       [](Impl& self, const vexim::Notification& notification) { self.didReceive(notification, false); });
+       [](Impl& self, const vexim::Notification& notification) {
+           self.didReceive(notification, false);
+       });
     on(VXIMClientDidReceiveSystemMessageNotification,
-       [](Impl& self, const vexim::Notification& notification) { self.didReceive(notification, true); });
+       [](Impl& self, const vexim::Notification& notification) {
+           self.didReceive(notification, true);
+       });
 }
 
 void VXIMConversations::Impl::open() {
-    if (store) return MainQueue::shared().async([self = shared_from_this()] { self->answerOpeners(nullptr); });
+    if (store)
+        return MainQueue::shared().async(
+            [self = shared_from_this()] { self->answerOpeners(nullptr); });
     const std::string user = options.userId.empty() && isLoggedIn ? userId() : options.userId;
     if (isOpening || user.empty()) return;
     isOpening = true;
     const auto url = client->config()->socketURL();
-    VXIMMessageStore::open({.path = options.path, .userId = user, .service = url ? url->absoluteString() : ""},
-                           [weak = weak_from_this()](std::shared_ptr<VXIMMessageStore> opened, const ErrorPtr& error) {
-                               if (const auto self = weak.lock()) self->didOpen(std::move(opened), error);
-                           });
+    VXIMMessageStore::open(
+        {.path = options.path, .userId = user, .service = url ? url->absoluteString() : ""},
+        [weak = weak_from_this()](std::shared_ptr<VXIMMessageStore> opened, const ErrorPtr& error) {
+            if (const auto self = weak.lock()) self->didOpen(std::move(opened), error);
+        });
 }
 
-void VXIMConversations::Impl::didOpen(std::shared_ptr<VXIMMessageStore> opened, const ErrorPtr& error) {
+void VXIMConversations::Impl::didOpen(std::shared_ptr<VXIMMessageStore> opened,
+                                      const ErrorPtr& error) {
     isOpening = false;
     if (!opened) return answerOpeners(error);
     store = std::move(opened);
     const auto weak = weak_from_this();
-    const auto say = [weak](const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress, VXIMBooleanCompletion completion,
+    const auto say = [weak](const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress,
+                            VXIMBooleanCompletion completion,
                             std::shared_ptr<VXIMTransfer> transfer) {
         if (const auto self = weak.lock()) {
-            self->client->sendMessage(message, std::move(progress), std::move(completion), std::move(transfer));
+            self->client->sendMessage(message, std::move(progress), std::move(completion),
+                                      std::move(transfer));
         }
     };
     const auto lookUp = [weak](const VXIMConversationId& conversation, std::int64_t sinceMillis) {
@@ -149,19 +163,23 @@ void VXIMConversations::Impl::didOpen(std::shared_ptr<VXIMMessageStore> opened, 
     };
     outbox = std::make_shared<Outbox>(
         store, Outbox::Surroundings{say, lookUp, tell},
-        Outbox::Limits{static_cast<std::size_t>(std::max(options.mostUnsent, 1)), options.longestWait, options.echoTimeout});
+        Outbox::Limits{static_cast<std::size_t>(std::max(options.mostUnsent, 1)),
+                       options.longestWait, options.echoTimeout});
 
-    const auto insert = [weak](std::vector<Arrival> arrivals, vexim::store::MergedCompletion completion) {
+    const auto insert = [weak](std::vector<Arrival> arrivals,
+                               vexim::store::MergedCompletion completion) {
         const auto self = weak.lock();
         if (!self) return;
         for (auto& arrival : arrivals) arrival.mayBeEcho = self->outbox->mayLoseKeys();
         const auto kept = std::make_shared<const std::vector<Arrival>>(arrivals);
         vexim::store::Operations(self->store)
-            .insert(std::move(arrivals), [weak, kept, completion = std::move(completion)](
-                                             const std::optional<std::vector<Merged>>& merged, const ErrorPtr& why) {
-                if (const auto alive = weak.lock(); alive && merged) alive->didMerge(*kept, *merged);
-                completion(merged, why);
-            });
+            .insert(std::move(arrivals),
+                    [weak, kept, completion = std::move(completion)](
+                        const std::optional<std::vector<Merged>>& merged, const ErrorPtr& why) {
+                        if (const auto alive = weak.lock(); alive && merged)
+                            alive->didMerge(*kept, *merged);
+                        completion(merged, why);
+                    });
     };
     const auto didRead = [weak](const VXIMConversationId& conversation, const ErrorPtr& why) {
         if (const auto self = weak.lock()) self->outbox->didLookUp(conversation, why);
@@ -169,10 +187,12 @@ void VXIMConversations::Impl::didOpen(std::shared_ptr<VXIMMessageStore> opened, 
     const auto didCatchUp = [weak](const CatchUp::Result& result) {
         const auto self = weak.lock();
         if (!self) return;
-        if (const auto handler = self->caughtUp) handler({result.missedCount, result.gapCount, result.error});
+        if (const auto handler = self->caughtUp)
+            handler({result.missedCount, result.gapCount, result.error});
     };
-    catchUp = std::make_shared<CatchUp>(store, CatchUp::Surroundings{insert, didRead, didCatchUp},
-                                        CatchUp::Limits{options.mostCaughtUp, options.farthestCaughtUp});
+    catchUp =
+        std::make_shared<CatchUp>(store, CatchUp::Surroundings{insert, didRead, didCatchUp},
+                                  CatchUp::Limits{options.mostCaughtUp, options.farthestCaughtUp});
     damage = store->observeDamage([weak](const VXIMStoreDamage&) {
         const auto self = weak.lock();
         if (!self) return;
@@ -228,13 +248,15 @@ void VXIMConversations::Impl::unlink() {
 }
 
 void VXIMConversations::Impl::didReceive(const vexim::Notification& notification, bool isSystem) {
-    const auto message = notification.userInfo ? notification.userInfo->get("msg").as<VXIMMessage>() : nullptr;
+    const auto message =
+        notification.userInfo ? notification.userInfo->get("msg").as<VXIMMessage>() : nullptr;
     if (!message || (store && userId() != store->userId())) return;
     Arrival arrival;
     arrival.payload = message->payload();
     const bool isOwn = !isSystem && message->sender()->userId().description() == userId();
     if (isOwn) arrival.direction = VXIMStoredMessageOutgoing;
-    const auto conversation = isSystem ? VXIMConversationId{VXIMConversationKindSystem, ""} : conversationOf(*message, isOwn);
+    const auto conversation = isSystem ? VXIMConversationId{VXIMConversationKindSystem, ""}
+                                       : conversationOf(*message, isOwn);
     if (!conversation) return;  // to nobody that there is
     arrival.conversation = *conversation;
     storeArrival(std::move(arrival));
@@ -252,15 +274,20 @@ void VXIMConversations::Impl::storeArrival(Arrival arrival) {
     const auto kept = std::make_shared<const Arrival>(arrival);
     vexim::store::Operations(store).insert(
         {std::move(arrival)},
-        [weak = weak_from_this(), kept](const std::optional<std::vector<Merged>>& merged, const ErrorPtr& error) {
+        [weak = weak_from_this(), kept](const std::optional<std::vector<Merged>>& merged,
+                                        const ErrorPtr& error) {
             const auto self = weak.lock();
             if (!self) return;
             if (merged) {
-                if (self->isLinked) self->catchUp->didStoreLive(kept->conversation, kept->payload.get("ts").longLongValue());
+                if (self->isLinked)
+                    self->catchUp->didStoreLive(kept->conversation,
+                                                kept->payload.get("ts").longLongValue());
                 return self->didMerge({*kept}, *merged);
             }
             self->complain(error);
-            if (error && (error->code() == VXIMStoreErrorUnusable || error->code() == VXIMStoreErrorClosed)) return;
+            if (error &&
+                (error->code() == VXIMStoreErrorUnusable || error->code() == VXIMStoreErrorClosed))
+                return;
             self->unstored.push_back(*kept);  // those asked for at once come back in their order
             if (std::exchange(self->isStoringPaused, true)) return;
             MainQueue::shared().after(kStorePause, [weak] {
@@ -275,16 +302,19 @@ void VXIMConversations::Impl::storeKept() {
     if (std::exchange(hasLostSome, false) && isLinked) catchUp->linkDidOpen();
 }
 
-void VXIMConversations::Impl::didMerge(const std::vector<Arrival>& arrivals, const std::vector<Merged>& merged) {
+void VXIMConversations::Impl::didMerge(const std::vector<Arrival>& arrivals,
+                                       const std::vector<Merged>& merged) {
     for (std::size_t i = 0; i < merged.size(); ++i) {
         if (merged[i].outcome != vexim::store::Outcome::Confirmed) continue;
-        outbox->didConfirm(merged[i].localId, !arrivals[i].payload.get(vexim::store::kKeyField).isNilOrNull());
+        outbox->didConfirm(merged[i].localId,
+                           !arrivals[i].payload.get(vexim::store::kKeyField).isNilOrNull());
     }
 }
 
-std::shared_ptr<VXIMConversations> VXIMConversations::conversationsWithClient(std::shared_ptr<VXIMClient> client,
-                                                                              VXIMConversationsOptions options) {
-    if (!client) throw vexim::Exception(vexim::kInvalidArgumentException, "Conversations need a client.");
+std::shared_ptr<VXIMConversations> VXIMConversations::conversationsWithClient(
+    std::shared_ptr<VXIMClient> client, VXIMConversationsOptions options) {
+    if (!client)
+        throw vexim::Exception(vexim::kInvalidArgumentException, "Conversations need a client.");
     auto impl = std::make_shared<Impl>();
     impl->isLoggedIn = client->status() == VXIMClientStatusOpened;
     impl->client = std::move(client);
@@ -307,11 +337,13 @@ std::shared_ptr<VXIMMessageStore> VXIMConversations::store() const { return impl
 
 const std::shared_ptr<VXIMClient>& VXIMConversations::client() const { return impl_->client; }
 
-void VXIMConversations::send(std::shared_ptr<VXIMMessage> message, VXIMConversationId conversation, VXIMProgress progress,
-                             VXIMStoredMessageCompletion completion) {
-    if (!message) throw vexim::Exception(vexim::kInvalidArgumentException, "There is no message to send.");
+void VXIMConversations::send(std::shared_ptr<VXIMMessage> message, VXIMConversationId conversation,
+                             VXIMProgress progress, VXIMStoredMessageCompletion completion) {
+    if (!message)
+        throw vexim::Exception(vexim::kInvalidArgumentException, "There is no message to send.");
     if (conversation.kind == VXIMConversationKindSystem || conversation.id.empty()) {
-        throw vexim::Exception(vexim::kInvalidArgumentException, "A message needs a friend, a group or a room.");
+        throw vexim::Exception(vexim::kInvalidArgumentException,
+                               "A message needs a friend, a group or a room.");
     }
     if (!impl_->outbox) {
         return MainQueue::shared().async([completion = std::move(completion)] {
@@ -321,8 +353,10 @@ void VXIMConversations::send(std::shared_ptr<VXIMMessage> message, VXIMConversat
     impl_->outbox->add(conversation, *message, std::move(progress), std::move(completion));
 }
 
-void VXIMConversations::sendText(std::string text, VXIMConversationId conversation, VXIMStoredMessageCompletion completion) {
-    send(VXIMMessage::messageWithText(text), std::move(conversation), nullptr, std::move(completion));
+void VXIMConversations::sendText(std::string text, VXIMConversationId conversation,
+                                 VXIMStoredMessageCompletion completion) {
+    send(VXIMMessage::messageWithText(text), std::move(conversation), nullptr,
+         std::move(completion));
 }
 
 namespace {
@@ -345,12 +379,16 @@ void VXIMConversations::cancel(std::int64_t localId, VXIMBooleanCompletion compl
     impl_->outbox->cancel(localId, std::move(completion));
 }
 
-void VXIMConversations::readGap(VXIMConversationId conversation, VXIMStoredGap gap, VXIMCountCompletion completion) {
-    auto told = [completion = std::move(completion)](std::optional<std::int64_t> count, const ErrorPtr& error) {
+void VXIMConversations::readGap(VXIMConversationId conversation, VXIMStoredGap gap,
+                                VXIMCountCompletion completion) {
+    auto told = [completion = std::move(completion)](std::optional<std::int64_t> count,
+                                                     const ErrorPtr& error) {
         if (completion) completion(count, error);
     };
-    const bool hasHistory = conversation.kind == VXIMConversationKindFriend || conversation.kind == VXIMConversationKindGroup;
-    if (impl_->catchUp && hasHistory) return impl_->catchUp->fill(conversation, gap, std::move(told));
+    const bool hasHistory = conversation.kind == VXIMConversationKindFriend ||
+                            conversation.kind == VXIMConversationKindGroup;
+    if (impl_->catchUp && hasHistory)
+        return impl_->catchUp->fill(conversation, gap, std::move(told));
     MainQueue::shared().async([isOpen = impl_->catchUp != nullptr, told = std::move(told)] {
         isOpen ? told(0, nullptr) : told(std::nullopt, vexim::store::errors::notOpen());
     });
@@ -360,4 +398,6 @@ void VXIMConversations::setCaughtUpHandler(std::function<void(const VXIMCaughtUp
     impl_->caughtUp = std::move(handler);
 }
 
-void VXIMConversations::setTroubleHandler(std::function<void(const ErrorPtr&)> handler) { impl_->trouble = std::move(handler); }
+void VXIMConversations::setTroubleHandler(std::function<void(const ErrorPtr&)> handler) {
+    impl_->trouble = std::move(handler);
+}

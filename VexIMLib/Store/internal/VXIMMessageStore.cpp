@@ -11,25 +11,29 @@
 using vexim::store::Mode;
 using vexim::store::Tables;
 
-void VXIMMessageStore::open(VXIMMessageStoreOptions options, VXIMMessageStoreCompletion completion) {
+void VXIMMessageStore::open(VXIMMessageStoreOptions options,
+                            VXIMMessageStoreCompletion completion) {
     const std::string service = options.service;
-    vexim::store::Engine::open(
-        std::move(options), [service, completion = std::move(completion)](std::shared_ptr<vexim::store::Engine> engine,
-                                                                          std::string path, vexim::ErrorPtr error) {
-            const std::shared_ptr<VXIMMessageStore> store(engine ? new VXIMMessageStore(std::move(engine), std::move(path), service)
-                                                                 : nullptr);
-            if (completion) completion(store, std::move(error));
-        });
+    vexim::store::Engine::open(std::move(options), [service, completion = std::move(completion)](
+                                                       std::shared_ptr<vexim::store::Engine> engine,
+                                                       std::string path, vexim::ErrorPtr error) {
+        const std::shared_ptr<VXIMMessageStore> store(
+            engine ? new VXIMMessageStore(std::move(engine), std::move(path), service) : nullptr);
+        if (completion) completion(store, std::move(error));
+    });
 }
 
-VXIMMessageStore::VXIMMessageStore(std::shared_ptr<vexim::store::Engine> engine, std::string path, std::string service)
+VXIMMessageStore::VXIMMessageStore(std::shared_ptr<vexim::store::Engine> engine, std::string path,
+                                   std::string service)
     : engine_(std::move(engine)),
       path_(std::move(path)),
       service_(std::move(service)) {}
 
 VXIMMessageStore::~VXIMMessageStore() { engine_->close({}); }
 
-void VXIMMessageStore::close(VXIMBooleanCompletion completion) { engine_->close(std::move(completion)); }
+void VXIMMessageStore::close(VXIMBooleanCompletion completion) {
+    engine_->close(std::move(completion));
+}
 
 std::string VXIMMessageStore::userId() const { return engine_->userId(); }
 
@@ -38,40 +42,50 @@ std::optional<VXIMStoreDamage> VXIMMessageStore::damage() const { return engine_
 void VXIMMessageStore::conversations(VXIMConversationsCompletion completion) const {
     engine_->run(Mode::Read, std::move(completion), [](Tables& tables) {
         std::vector<VXIMConversation> conversations;
-        for (const Tables::Conversation* const each : tables.all()) conversations.push_back(tables.conversation(*each));
+        for (const Tables::Conversation* const each : tables.all())
+            conversations.push_back(tables.conversation(*each));
         return conversations;
     });
 }
 
-void VXIMMessageStore::conversation(VXIMConversationId id, VXIMConversationCompletion completion) const {
-    engine_->run(Mode::Read, std::move(completion), [id = std::move(id)](Tables& tables) -> std::optional<VXIMConversation> {
-        const Tables::Conversation* const found = tables.find(id);
-        if (!found) return std::nullopt;
-        return tables.conversation(*found);
-    });
+void VXIMMessageStore::conversation(VXIMConversationId id,
+                                    VXIMConversationCompletion completion) const {
+    engine_->run(Mode::Read, std::move(completion),
+                 [id = std::move(id)](Tables& tables) -> std::optional<VXIMConversation> {
+                     const Tables::Conversation* const found = tables.find(id);
+                     if (!found) return std::nullopt;
+                     return tables.conversation(*found);
+                 });
 }
 
-void VXIMMessageStore::messagesBefore(VXIMConversationId id, std::optional<VXIMStorePosition> position, std::int32_t limit,
+void VXIMMessageStore::messagesBefore(VXIMConversationId id,
+                                      std::optional<VXIMStorePosition> position, std::int32_t limit,
                                       VXIMStoredMessagesCompletion completion) const {
-    engine_->run(Mode::Read, std::move(completion), [id = std::move(id), position, limit](Tables& tables) {
-        return vexim::store::messagesBefore(tables, id, position, limit);
-    });
+    engine_->run(Mode::Read, std::move(completion),
+                 [id = std::move(id), position, limit](Tables& tables) {
+                     return vexim::store::messagesBefore(tables, id, position, limit);
+                 });
 }
 
-void VXIMMessageStore::messagesAfter(VXIMConversationId id, std::optional<VXIMStorePosition> position, std::int32_t limit,
+void VXIMMessageStore::messagesAfter(VXIMConversationId id,
+                                     std::optional<VXIMStorePosition> position, std::int32_t limit,
                                      VXIMStoredMessagesCompletion completion) const {
-    engine_->run(Mode::Read, std::move(completion), [id = std::move(id), position, limit](Tables& tables) {
-        return vexim::store::messagesAfter(tables, id, position, limit);
-    });
+    engine_->run(Mode::Read, std::move(completion),
+                 [id = std::move(id), position, limit](Tables& tables) {
+                     return vexim::store::messagesAfter(tables, id, position, limit);
+                 });
 }
 
 void VXIMMessageStore::message(std::int64_t localId, VXIMStoredMessageCompletion completion) const {
-    engine_->run(Mode::Read, std::move(completion), [localId](Tables& tables) { return tables.message(localId); });
+    engine_->run(Mode::Read, std::move(completion),
+                 [localId](Tables& tables) { return tables.message(localId); });
 }
 
-void VXIMMessageStore::search(VXIMMessageSearch search, VXIMStoredMessagesCompletion completion) const {
-    engine_->run(Mode::Read, std::move(completion),
-                 [search = std::move(search)](Tables& tables) { return vexim::store::search(tables, search); });
+void VXIMMessageStore::search(VXIMMessageSearch search,
+                              VXIMStoredMessagesCompletion completion) const {
+    engine_->run(Mode::Read, std::move(completion), [search = std::move(search)](Tables& tables) {
+        return vexim::store::search(tables, search);
+    });
 }
 
 void VXIMMessageStore::gaps(VXIMConversationId id, VXIMStoredGapsCompletion completion) const {
@@ -79,18 +93,21 @@ void VXIMMessageStore::gaps(VXIMConversationId id, VXIMStoredGapsCompletion comp
                  [id = std::move(id)](Tables& tables) { return vexim::store::gaps(tables, id); });
 }
 
-void VXIMMessageStore::markRead(VXIMConversationId id, std::optional<VXIMStorePosition> upTo, VXIMBooleanCompletion completion) {
+void VXIMMessageStore::markRead(VXIMConversationId id, std::optional<VXIMStorePosition> upTo,
+                                VXIMBooleanCompletion completion) {
     engine_->run(Mode::Write, std::move(completion), [id = std::move(id), upTo](Tables& tables) {
         vexim::store::markRead(tables, id, upTo);
         return true;
     });
 }
 
-void VXIMMessageStore::setDraft(VXIMConversationId id, std::string draft, VXIMBooleanCompletion completion) {
-    engine_->run(Mode::Write, std::move(completion), [id = std::move(id), draft = std::move(draft)](Tables& tables) {
-        vexim::store::setDraft(tables, id, draft);
-        return true;
-    });
+void VXIMMessageStore::setDraft(VXIMConversationId id, std::string draft,
+                                VXIMBooleanCompletion completion) {
+    engine_->run(Mode::Write, std::move(completion),
+                 [id = std::move(id), draft = std::move(draft)](Tables& tables) {
+                     vexim::store::setDraft(tables, id, draft);
+                     return true;
+                 });
 }
 
 void VXIMMessageStore::removeConversation(VXIMConversationId id, VXIMBooleanCompletion completion) {
@@ -107,9 +124,11 @@ void VXIMMessageStore::setRetention(VXIMRetention retention, VXIMCountCompletion
     });
 }
 
-void VXIMMessageStore::exportJSONLines(std::string path, std::optional<VXIMConversationId> conversation,
+void VXIMMessageStore::exportJSONLines(std::string path,
+                                       std::optional<VXIMConversationId> conversation,
                                        VXIMCountCompletion completion) const {
-    vexim::store::exportLines(engine_, std::move(path), std::move(conversation), std::move(completion));
+    vexim::store::exportLines(engine_, std::move(path), std::move(conversation),
+                              std::move(completion));
 }
 
 /// Holds the observer; the engine knows it weakly.
@@ -121,10 +140,13 @@ struct VXIMStoreObservation::Impl {
         const auto running = engine.lock();
         if (!running) return;
         running->run(Mode::Read, VXIMBooleanCompletion(),
-                     [engine = running.get(), kind, heard = std::weak_ptr(listener), limit = listener->limit,
-                      conversation = std::move(conversation)](Tables&) {
+                     [engine = running.get(), kind, heard = std::weak_ptr(listener),
+                      limit = listener->limit, conversation = std::move(conversation)](Tables&) {
                          // The list is told when the group has ended.
-                         engine->observers().add({.kind = kind, .listener = heard, .limit = limit, .conversation = conversation});
+                         engine->observers().add({.kind = kind,
+                                                  .listener = heard,
+                                                  .limit = limit,
+                                                  .conversation = conversation});
                          return true;
                      });
     }
@@ -136,12 +158,13 @@ VXIMStoreObservation::~VXIMStoreObservation() = default;
 void VXIMStoreObservation::setLimit(std::int32_t limit) {
     *impl_->listener->limit = limit;
     if (const auto engine = impl_->engine.lock()) {
-        engine->run(Mode::Read, VXIMBooleanCompletion(), [](Tables&) { return true; });  // the lists are looked at behind it
+        // the lists are looked at behind it
+        engine->run(Mode::Read, VXIMBooleanCompletion(), [](Tables&) { return true; });
     }
 }
 
-std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeConversations(std::int32_t limit,
-                                                                             VXIMConversationsObserver observer) {
+std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeConversations(
+    std::int32_t limit, VXIMConversationsObserver observer) {
     std::shared_ptr<VXIMStoreObservation> observation(new VXIMStoreObservation);
     observation->impl_->listener->observer = std::move(observer);
     *observation->impl_->listener->limit = limit;
@@ -150,8 +173,8 @@ std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeConversations(std
     return observation;
 }
 
-std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeMessages(VXIMConversationId id, std::int32_t limit,
-                                                                        VXIMMessagesObserver observer) {
+std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeMessages(
+    VXIMConversationId id, std::int32_t limit, VXIMMessagesObserver observer) {
     std::shared_ptr<VXIMStoreObservation> observation(new VXIMStoreObservation);
     observation->impl_->listener->observer = std::move(observer);
     *observation->impl_->listener->limit = limit;
@@ -160,7 +183,8 @@ std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeMessages(VXIMConv
     return observation;
 }
 
-std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeDamage(VXIMStoreDamageObserver observer) {
+std::shared_ptr<VXIMStoreObservation> VXIMMessageStore::observeDamage(
+    VXIMStoreDamageObserver observer) {
     std::shared_ptr<VXIMStoreObservation> observation(new VXIMStoreObservation);
     observation->impl_->listener->observer = std::move(observer);
     observation->impl_->engine = engine_;

@@ -30,12 +30,15 @@ std::string VXIMStoredMessage::text() const {
     return payload.get("content").get("body").asString().value_or("");
 }
 
-std::shared_ptr<VXIMMessage> VXIMStoredMessage::message() const { return VXIMMessage::initWithPayloadDictionary(payload); }
+std::shared_ptr<VXIMMessage> VXIMStoredMessage::message() const {
+    return VXIMMessage::initWithPayloadDictionary(payload);
+}
 
 vexim::Dictionary VXIMStoredMessage::record() const {
     using vexim::Dictionary;
     Dictionary record{
-        {"conversation", Dictionary{{"kind", VXIMConversationKindName(conversation.kind)}, {"id", conversation.id}}},
+        {"conversation", Dictionary{{"kind", VXIMConversationKindName(conversation.kind)},
+                                    {"id", conversation.id}}},
         {"localId", localId},
         {"sentAt", sentAtMillis},
         {"direction", direction == VXIMStoredMessageOutgoing ? "outgoing" : "incoming"},
@@ -45,9 +48,9 @@ vexim::Dictionary VXIMStoredMessage::record() const {
         {"payload", payload},
     };
     if (error) {
-        record.set(
-            "error",
-            Dictionary{{"domain", error->domain()}, {"code", error->code()}, {"description", error->localizedDescription()}});
+        record.set("error", Dictionary{{"domain", error->domain()},
+                                       {"code", error->code()},
+                                       {"description", error->localizedDescription()}});
     }
     return record;
 }

@@ -23,18 +23,21 @@ CodePoint firstOf(std::string_view text) {
 }
 
 bool isIdeograph(char32_t c) {
-    return (c >= 0x3040 && c <= 0x30ff) || (c >= 0x3400 && c <= 0x4dbf) || (c >= 0x4e00 && c <= 0x9fff) ||
-           (c >= 0xf900 && c <= 0xfaff) || (c >= 0x20000 && c <= 0x3134f);
+    return (c >= 0x3040 && c <= 0x30ff) || (c >= 0x3400 && c <= 0x4dbf) ||
+           (c >= 0x4e00 && c <= 0x9fff) || (c >= 0xf900 && c <= 0xfaff) ||
+           (c >= 0x20000 && c <= 0x3134f);
 }
 
-/// Whether the index sees a word in it: letters and digits, but no punctuation, symbols and emoji. (A phrase without a word would
-/// be found nowhere, nor what stands beside it.)
+/// Whether the index sees a word in it: letters and digits, but no punctuation, symbols and emoji.
+/// (A phrase without a word would be found nowhere, nor what stands beside it.)
 bool hasWord(std::string_view text) {
     while (!text.empty()) {
         const auto [c, length] = firstOf(text);
-        const bool isASCIIWord = (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-        const bool isSymbol = c < 0xc0 || (c >= 0x2000 && c <= 0x2bff) || (c >= 0x3000 && c <= 0x303f) ||
-                              (c >= 0xfe00 && c <= 0xfe6f) || (c >= 0xff00 && c <= 0xff0f) || (c >= 0x1f000 && c <= 0x1faff);
+        const bool isASCIIWord =
+            (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+        const bool isSymbol = c < 0xc0 || (c >= 0x2000 && c <= 0x2bff) ||
+                              (c >= 0x3000 && c <= 0x303f) || (c >= 0xfe00 && c <= 0xfe6f) ||
+                              (c >= 0xff00 && c <= 0xff0f) || (c >= 0x1f000 && c <= 0x1faff);
         if (isASCIIWord || !isSymbol) return true;
         text.remove_prefix(length);
     }
@@ -45,7 +48,8 @@ void appendPhrase(std::string& expression, std::string_view phrase, bool isBegin
     if (!hasWord(phrase)) return;
     if (!expression.empty()) expression += " AND ";
     expression += '"';
-    expression += separateIdeographs(phrase);  // holds no quotation marks: they have divided the phrases
+    // holds no quotation marks: they have divided the phrases
+    expression += separateIdeographs(phrase);
     expression += isBeginning ? "\"*" : "\"";
 }
 
@@ -55,7 +59,9 @@ bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r') || c == '\0';
 
 std::string separateIdeographs(std::string_view text) {
     // Of most texts nothing changes: the first ideograph is U+3040.
-    const auto isOrdinary = [](char c) { return c != '\0' && static_cast<unsigned char>(c) < 0xe3; };
+    const auto isOrdinary = [](char c) {
+        return c != '\0' && static_cast<unsigned char>(c) < 0xe3;
+    };
     if (std::ranges::all_of(text, isOrdinary)) return std::string(text);
     std::string answer;
     answer.reserve(text.size());

@@ -58,7 +58,8 @@ public:
     SignalsBlocked() {
         sigset_t all;
         ::sigfillset(&all);
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP}) ::sigdelset(&all, fault);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
+            ::sigdelset(&all, fault);
         ::pthread_sigmask(SIG_BLOCK, &all, &before_);
     }
     ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
@@ -89,7 +90,8 @@ std::shared_ptr<Worker> Worker::start(Work work) {
     };
     const SignalsBlocked blocked;  // a new thread inherits the mask
     try {
-        std::thread([worker = std::shared_ptr<Worker>(worker), work = std::move(work), ended]() mutable {
+        std::thread([worker = std::shared_ptr<Worker>(worker), work = std::move(work),
+                     ended]() mutable {
             ::pthread_setname_np(::pthread_self(), "vexim store");
             worker->run(std::move(work));
             worker = nullptr;
@@ -116,7 +118,8 @@ void Worker::run(Work work) {
 }
 
 bool Worker::put(std::unique_ptr<Job>& job, bool isLast) {
-    if (process_ != ::getpid()) return false;  // before the lock, which may have been held when the process was forked
+    // before the lock, which may have been held when the process was forked
+    if (process_ != ::getpid()) return false;
     const MutexLock lock(mutex_);
     if (isFinished_) return false;
     if (job) jobs_.push_back(std::move(job));

@@ -16,9 +16,9 @@ public:
     virtual ~Job() = default;
 };
 
-/// A queue of jobs with a thread of its own. The thread ends by itself after `finish`, and holds what it works on until then. At
-/// the process's exit all are finished, and awaited for three seconds at most: what was asked for is done, but a process that
-/// cannot exit is worse.
+/// A queue of jobs with a thread of its own. The thread ends by itself after `finish`, and holds
+/// what it works on until then. At the process's exit all are finished, and awaited for three
+/// seconds at most: what was asked for is done, but a process that cannot exit is worse.
 class Worker {
 public:
     using Jobs = std::vector<std::unique_ptr<Job>>;
@@ -28,7 +28,8 @@ public:
     /// Throws std::system_error when the system has no thread to give.
     static std::shared_ptr<Worker> start(Work work);
 
-    /// False, with the job untouched, after `finish`, and in a forked child, which has no such thread.
+    /// False, with the job untouched, after `finish`, and in a forked child, which has no such
+    /// thread.
     bool add(std::unique_ptr<Job>& job);
     /// No job after this one, which may be nullptr. False, with it untouched, as above.
     bool finish(std::unique_ptr<Job>& last);

@@ -12,7 +12,8 @@ namespace vexim::testing::fake {
 namespace {
 
 /// What stands between `before` and `after` in `text`; nullopt when they do not.
-std::optional<std::string_view> between(std::string_view text, std::string_view before, std::string_view after) {
+std::optional<std::string_view> between(std::string_view text, std::string_view before,
+                                        std::string_view after) {
     const auto start = text.find(before);
     if (start == std::string_view::npos) return std::nullopt;
     text.remove_prefix(start + before.size());
@@ -26,10 +27,12 @@ std::string extensionOf(std::string_view name) {
     const auto dot = name.rfind('.');
     if (dot == std::string_view::npos || name.size() - dot > 11) return "";
     std::string extension(name.substr(dot));
-    std::ranges::transform(extension, extension.begin(),
-                           [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-    const bool isPlain =
-        std::ranges::all_of(extension.substr(1), [](char c) { return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'); });
+    std::ranges::transform(extension, extension.begin(), [](char c) {
+        return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+    });
+    const bool isPlain = std::ranges::all_of(extension.substr(1), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9');
+    });
     return isPlain ? extension : "";
 }
 
@@ -40,13 +43,18 @@ std::optional<std::size_t> number(std::string_view text) {
     return value;
 }
 
-/// The bounds that "bytes=FIRST-LAST", "bytes=FIRST-" or "bytes=-COUNT" asks for; nullopt when there is nothing there.
-std::optional<std::pair<std::size_t, std::size_t>> rangeIn(std::string_view header, std::size_t size) {
+/// The bounds that "bytes=FIRST-LAST", "bytes=FIRST-" or "bytes=-COUNT" asks for; nullopt when
+/// there is nothing there.
+std::optional<std::pair<std::size_t, std::size_t>> rangeIn(std::string_view header,
+                                                           std::size_t size) {
     const auto dash = header.find('-');
-    if (!header.starts_with("bytes=") || dash == std::string_view::npos || size == 0) return std::nullopt;
+    if (!header.starts_with("bytes=") || dash == std::string_view::npos || size == 0)
+        return std::nullopt;
     const auto first = number(header.substr(6, dash - 6));
     const auto last = number(header.substr(dash + 1));
-    if (!first) return last && *last > 0 ? std::optional(std::pair(size - std::min(*last, size), size - 1)) : std::nullopt;
+    if (!first)
+        return last && *last > 0 ? std::optional(std::pair(size - std::min(*last, size), size - 1))
+                                 : std::nullopt;
     if (*first >= size) return std::nullopt;
     return std::pair(*first, std::min(last.value_or(size - 1), size - 1));
 }
@@ -56,8 +64,8 @@ std::optional<std::pair<std::size_t, std::size_t>> rangeIn(std::string_view head
 std::string Attachments::receive(const FakeService::Request& request, const std::string& name) {
     const std::string type = request.headers.get("content-type").asString().value_or("");
     const auto mark = type.find("boundary=");
-    must(type.starts_with("multipart/form-data") && mark != std::string::npos, refusal::malformedBody,
-         "An attachment comes as multipart/form-data.");
+    must(type.starts_with("multipart/form-data") && mark != std::string::npos,
+         refusal::malformedBody, "An attachment comes as multipart/form-data.");
     std::string boundary = type.substr(mark + 9);
     std::erase(boundary, '"');
 
@@ -65,21 +73,27 @@ std::string Attachments::receive(const FakeService::Request& request, const std:
     while (const auto part = between(rest, "--" + boundary + "\r\n", "\r\n--" + boundary)) {
         rest.remove_prefix(static_cast<std::size_t>(part->data() - rest.data()) + part->size() + 2);
         const auto headEnd = part->find("\r\n\r\n");
-        must(headEnd != std::string_view::npos, refusal::malformedBody, "The multipart form is broken.");
+        must(headEnd != std::string_view::npos, refusal::malformedBody,
+             "The multipart form is broken.");
         const std::string head = std::string(part->substr(0, headEnd)) + "\r\n";
         if (between(head, " name=\"", "\"") != "attachment") continue;
-        File file{std::string(between(head, "Content-Type: ", "\r\n").value_or("application/octet-stream")),
+        File file{std::string(
+                      between(head, "Content-Type: ", "\r\n").value_or("application/octet-stream")),
                   std::string(part->substr(headEnd + 4))};
-        const std::string full = name + extensionOf(between(head, "filename=\"", "\"").value_or(""));
+        const std::string full =
+            name + extensionOf(between(head, "filename=\"", "\"").value_or(""));
         files_[full] = std::move(file);
         return full;
     }
     throw ServiceError(refusal::invalidValue, "There is no file in the field \"attachment\".");
 }
 
-bool Attachments::isPicture(const std::string& name) const { return files_.at(name).type.starts_with("image/"); }
+bool Attachments::isPicture(const std::string& name) const {
+    return files_.at(name).type.starts_with("image/");
+}
 
-FakeService::Answer Attachments::answer(const std::string& name, const FakeService::Request& request) const {
+FakeService::Answer Attachments::answer(const std::string& name,
+                                        const FakeService::Request& request) const {
     const auto found = files_.find(name);
     must(found != files_.end(), refusal::unknownFile);
     const auto& [type, bytes] = found->second;
@@ -89,9 +103,11 @@ FakeService::Answer Attachments::answer(const std::string& name, const FakeServi
     const auto range = rangeIn(*wanted.asStringView(), bytes.size());
     must(range.has_value(), refusal::badRange);
     const auto [first, last] = *range;
-    FakeService::Answer answer{206, Data(std::string_view(bytes).substr(first, last - first + 1)), headers};
-    answer.headers.set("Content-Range",
-                       "bytes " + std::to_string(first) + "-" + std::to_string(last) + "/" + std::to_string(bytes.size()));
+    FakeService::Answer answer{206, Data(std::string_view(bytes).substr(first, last - first + 1)),
+                               headers};
+    answer.headers.set("Content-Range", "bytes " + std::to_string(first) + "-" +
+                                            std::to_string(last) + "/" +
+                                            std::to_string(bytes.size()));
     return answer;
 }
 

@@ -11,8 +11,8 @@ namespace vexim::testing::fake {
 /// Uploaded files, in memory.
 class Attachments {
 public:
-    /// Keeps the file in the field "attachment" of a multipart form (RFC 7578) under `name` with the file's own extension, and
-    /// returns that. Throws when there is none.
+    /// Keeps the file in the field "attachment" of a multipart form (RFC 7578) under `name` with
+    /// the file's own extension, and returns that. Throws when there is none.
     std::string receive(const FakeService::Request& request, const std::string& name);
     bool isPicture(const std::string& name) const;
     /// The file, whole or the range that the request asks for (RFC 9110, 14.2: one range).

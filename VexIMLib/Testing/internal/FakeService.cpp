@@ -26,18 +26,23 @@ Dictionary textMessage(std::string_view text) {
 class FakeService::Impl : public std::enable_shared_from_this<FakeService::Impl> {
 public:
     explicit Impl(Options given) : options(std::move(given)) {
-        if (options.socketIOLine < 2 || options.socketIOLine > 4) throw std::invalid_argument("Socket.IO's lines are 2, 3 and 4");
+        if (options.socketIOLine < 2 || options.socketIOLine > 4)
+            throw std::invalid_argument("Socket.IO's lines are 2, 3 and 4");
         port = server.listen(0);
         url = "http://127.0.0.1:" + std::to_string(port);
     }
 
     void begin() {
-        clockListener = detail::onClockTurned([weak = weak_from_this()](std::shared_ptr<void> looking) {
-            const auto self = weak.lock();
-            if (!self) return;
-            // Not `self`: what is posted after the end goes with the context.
-            boost::asio::post(self->context, [&loop = self->context, looking = std::move(looking)] { lookAtClock(loop, looking); });
-        });
+        clockListener =
+            detail::onClockTurned([weak = weak_from_this()](std::shared_ptr<void> looking) {
+                const auto self = weak.lock();
+                if (!self) return;
+                // Not `self`: what is posted after the end goes with the context.
+                boost::asio::post(self->context,
+                                  [&loop = self->context, looking = std::move(looking)] {
+                                      lookAtClock(loop, looking);
+                                  });
+            });
         thread = std::thread([this] { context.run(); });
     }
 
@@ -78,7 +83,8 @@ public:
 
     // The service's thread only.
     boost::asio::io_context context{1};
-    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{context.get_executor()};
+    boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work{
+        context.get_executor()};
     fake::Service service{options, [] { MainQueue::shared().async([] {}); }};
     fake::Server server{context, service};
     std::uint16_t port = 0;
@@ -90,7 +96,9 @@ private:
 
 FakeService::FakeService() : FakeService(Options{}) {}
 
-FakeService::FakeService(Options options) : impl_(std::make_shared<Impl>(std::move(options))) { impl_->begin(); }
+FakeService::FakeService(Options options) : impl_(std::make_shared<Impl>(std::move(options))) {
+    impl_->begin();
+}
 
 FakeService::~FakeService() { impl_->end(); }
 
@@ -133,7 +141,8 @@ void FakeService::addFriendship(std::string_view user, std::string_view other) {
     impl_->run([&, this] { impl_->service.store.befriend(user, other); });
 }
 
-void FakeService::addGroup(std::string id, std::string owner, std::vector<std::string> members, Dictionary attributes) {
+void FakeService::addGroup(std::string id, std::string owner, std::vector<std::string> members,
+                           Dictionary attributes) {
     fake::Place group;
     group.id = std::move(id);
     group.owner = std::move(owner);
@@ -142,7 +151,8 @@ void FakeService::addGroup(std::string id, std::string owner, std::vector<std::s
     impl_->run([&, this] { impl_->service.store.addGroup(std::move(group)); });
 }
 
-void FakeService::addRoom(std::string id, std::string name, std::vector<std::string> members, Dictionary attributes) {
+void FakeService::addRoom(std::string id, std::string name, std::vector<std::string> members,
+                          Dictionary attributes) {
     fake::Place room;
     room.id = std::move(id);
     room.name = std::move(name);
@@ -153,7 +163,9 @@ void FakeService::addRoom(std::string id, std::string name, std::vector<std::str
 
 // What other people do
 
-void FakeService::say(std::string_view from, std::string_view to, std::string_view text) { impl_->say(from, to, 0, text); }
+void FakeService::say(std::string_view from, std::string_view to, std::string_view text) {
+    impl_->say(from, to, 0, text);
+}
 void FakeService::sayToGroup(std::string_view from, std::string_view group, std::string_view text) {
     impl_->say(from, group, 1, text);
 }
@@ -175,22 +187,35 @@ std::size_t FakeService::emit(std::string_view user, std::string_view event, con
 
 // Scripts
 
-void FakeService::answer(std::string method, std::string pattern, Answer answer, std::size_t times) {
+void FakeService::answer(std::string method, std::string pattern, Answer answer,
+                         std::size_t times) {
     fake::bodyText(answer);
     this->answer(
-        std::move(method), std::move(pattern), [answer = std::move(answer)](const Request&) { return answer; }, times);
+        std::move(method), std::move(pattern),
+        [answer = std::move(answer)](const Request&) { return answer; }, times);
 }
 
-void FakeService::answer(std::string method, std::string pattern, std::function<Answer(const Request&)> make, std::size_t times) {
-    impl_->plan({.method = std::move(method), .pattern = std::move(pattern), .times = times, .make = std::move(make)});
+void FakeService::answer(std::string method, std::string pattern,
+                         std::function<Answer(const Request&)> make, std::size_t times) {
+    impl_->plan({.method = std::move(method),
+                 .pattern = std::move(pattern),
+                 .times = times,
+                 .make = std::move(make)});
 }
 
 void FakeService::fail(std::string method, std::string pattern, Fault fault, std::size_t times) {
-    impl_->plan({.method = std::move(method), .pattern = std::move(pattern), .times = times, .fault = fault});
+    impl_->plan({.method = std::move(method),
+                 .pattern = std::move(pattern),
+                 .times = times,
+                 .fault = fault});
 }
 
-void FakeService::delay(std::string method, std::string pattern, std::chrono::nanoseconds delay, std::size_t times) {
-    impl_->plan({.method = std::move(method), .pattern = std::move(pattern), .times = times, .delay = delay});
+void FakeService::delay(std::string method, std::string pattern, std::chrono::nanoseconds delay,
+                        std::size_t times) {
+    impl_->plan({.method = std::move(method),
+                 .pattern = std::move(pattern),
+                 .times = times,
+                 .delay = delay});
 }
 
 void FakeService::setLogins(Logins logins) {
@@ -209,7 +234,9 @@ std::size_t FakeService::setSilent(bool silent, std::string_view user) {
 
 Value FakeService::Request::json() const { return parseJSON(body).value; }
 
-std::string FakeService::Message::body() const { return payload.get("content").get("body").asString().value_or(""); }
+std::string FakeService::Message::body() const {
+    return payload.get("content").get("body").asString().value_or("");
+}
 
 std::vector<FakeService::Request> FakeService::requests() const {
     return impl_->run([this] { return impl_->service.requests.all(); });

@@ -12,25 +12,34 @@ namespace {
 
 enum Receiver { ToUser = 0, ToGroup = 1, ToRoom = 2 };
 
-bool same(const Value& given, const std::string& kept) { return !kept.empty() && given.asStringView() == kept; }
+bool same(const Value& given, const std::string& kept) {
+    return !kept.empty() && given.asStringView() == kept;
+}
 
 bool fits(const Dictionary& auth, const FakeService::User& user) {
-    if (auth.contains("username")) return same(auth.get("username"), user.username) && same(auth.get("password"), user.password);
-    if (auth.contains("phone")) return same(auth.get("phone"), user.phone) && same(auth.get("password"), user.smsCode);
+    if (auth.contains("username"))
+        return same(auth.get("username"), user.username) &&
+               same(auth.get("password"), user.password);
+    if (auth.contains("phone"))
+        return same(auth.get("phone"), user.phone) && same(auth.get("password"), user.smsCode);
     const Dictionary* const oauth = auth.get("oauth").asDictionary();
     return oauth && !user.oauth.empty() &&
-           std::ranges::all_of(user.oauth, [&](const Dictionary::Entry& entry) { return oauth->get(entry.key) == entry.value; });
+           std::ranges::all_of(user.oauth, [&](const Dictionary::Entry& entry) {
+               return oauth->get(entry.key) == entry.value;
+           });
 }
 
 }  // namespace
 
-double checkSignature(const FakeService::Options& options, const Value& app, const Value& signature) {
+double checkSignature(const FakeService::Options& options, const Value& app,
+                      const Value& signature) {
     const std::string given = signature.asString().value_or("");
     must(!given.empty(), refusal::unsigned_);
     must(app.asStringView() == options.appId, refusal::unknownApp);
     const auto comma = given.find(',');
     const std::string seconds = comma == std::string::npos ? "" : given.substr(comma + 1);
-    must(!seconds.empty() && md5Hex(seconds + options.clientKey) + "," + seconds == given, refusal::badSignature);
+    must(!seconds.empty() && md5Hex(seconds + options.clientKey) + "," + seconds == given,
+         refusal::badSignature);
     return Value(seconds).doubleValue();
 }
 
@@ -40,14 +49,16 @@ Live::Live(const FakeService::Options& options, Store& store, std::function<void
       recorded_(std::move(recorded)) {}
 
 std::size_t Live::sessions(std::string_view user) const {
-    const auto here =
-        std::ranges::count(loggedIn_, user, [](const LiveSession* session) -> std::string_view { return session->user; });
+    const auto here = std::ranges::count(
+        loggedIn_, user,
+        [](const LiveSession* session) -> std::string_view { return session->user; });
     return static_cast<std::size_t>(here) + elsewhere_.count(user);
 }
 
 void Live::setOnline(const std::string& user, bool online) {
     store_.users.get(user);
-    watchPresence(user, [&] { online ? void(elsewhere_.insert(user)) : void(elsewhere_.erase(user)); });
+    watchPresence(user,
+                  [&] { online ? void(elsewhere_.insert(user)) : void(elsewhere_.erase(user)); });
 }
 
 std::size_t Live::send(std::string_view user, std::string_view event, const Array& items) {
@@ -67,7 +78,8 @@ void Live::sendToAll(std::string_view event, const Array& items) {
 std::vector<LiveSession*> Live::links(std::string_view user) const {
     if (user.empty()) return {all_.begin(), all_.end()};
     std::vector<LiveSession*> found;
-    std::ranges::copy_if(loggedIn_, std::back_inserter(found), [&](const LiveSession* session) { return session->user == user; });
+    std::ranges::copy_if(loggedIn_, std::back_inserter(found),
+                         [&](const LiveSession* session) { return session->user == user; });
     return found;
 }
 
@@ -99,20 +111,23 @@ void Live::watchPresence(const std::string& user, const std::function<void()>& c
     const bool isOnline = sessions(user) > 0;
     const Person* const person = store_.users.find(user);
     if (wasOnline == isOnline || !person) return;
-    for (const auto& [friendId, friendship] : person->friends) send(friendId, isOnline ? "online" : "offline", {user});
+    for (const auto& [friendId, friendship] : person->friends)
+        send(friendId, isOnline ? "online" : "offline", {user});
 }
 
 // Logging in
 
 std::string Live::identify(const Value& value) {
     const Dictionary* const auth = value.asDictionary();
-    must(auth != nullptr, refusal::malformedBody, "The connect parameter \"auth\" must be a JSON object.");
+    must(auth != nullptr, refusal::malformedBody,
+         "The connect parameter \"auth\" must be a JSON object.");
     checkSignature(options_, auth->get("app"), auth->get("sign"));
     if (const Value* const client = auth->find("client")) {
         const std::string id = client->asString().value_or("");
         return store_.passengers.find(id) ? id : store_.users.get(id).id;
     }
-    const auto known = std::ranges::find_if(store_.users, [&](const Person& person) { return fits(*auth, person.credentials); });
+    const auto known = std::ranges::find_if(
+        store_.users, [&](const Person& person) { return fits(*auth, person.credentials); });
     must(known != store_.users.end(), refusal::wrongCredentials);
     return known->id;
 }
@@ -165,8 +180,9 @@ void Live::say(const std::string& sender, const Value& payload) {
          "A message has \"content\" and \"to\".");
     const std::string id = to.get("id").asString().value_or("");
     const Value& type = to.get("type");
-    must(type.kind() == Value::Kind::Integer && type.integer() >= ToUser && type.integer() <= ToRoom, refusal::invalidValue,
-         "\"to\".\"type\" is 0, 1 or 2.");
+    must(
+        type.kind() == Value::Kind::Integer && type.integer() >= ToUser && type.integer() <= ToRoom,
+        refusal::invalidValue, "\"to\".\"type\" is 0, 1 or 2.");
 
     Dictionary from{{"id", sender}, {"type", type}};
     std::vector<std::string> readers;
@@ -197,7 +213,8 @@ void Live::say(const std::string& sender, const Value& payload) {
         if (reader != sender) send(reader, "message", {message});
     }
     send(sender, "yourself", {message});
-    if (!conversation.empty()) store_.remember(conversation, message);  // last: one that holds bytes was refused by now
+    // last: one that holds bytes was refused by now
+    if (!conversation.empty()) store_.remember(conversation, message);
 }
 
 }  // namespace vexim::testing::fake

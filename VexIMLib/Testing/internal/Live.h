@@ -13,9 +13,11 @@
 
 namespace vexim::testing::fake {
 
-/// Throws unless `app` is the application and `signature` was made with its key; returns when it was made, in seconds:
+/// Throws unless `app` is the application and `signature` was made with its key; returns when it
+/// was made, in seconds:
 ///   signature := md5(seconds key) ',' seconds
-double checkSignature(const FakeService::Options& options, const Value& app, const Value& signature);
+double checkSignature(const FakeService::Options& options, const Value& app,
+                      const Value& signature);
 
 /// Who is connected, who may log in, and where what they say goes.
 ///   in:  the connect parameter "auth", the event "say"
@@ -50,7 +52,8 @@ private:
     void sessionLeft(LiveSession& session) override;
     void sessionEnded(LiveSession& session) override { all_.erase(&session); }
 
-    /// The id of the user or passenger whose credentials these are. A signature's age is not looked at: a reconnect reuses it.
+    /// The id of the user or passenger whose credentials these are. A signature's age is not looked
+    /// at: a reconnect reuses it.
     std::string identify(const Value& auth);
     /// Calls `change`, and tells the user's friends when that has made a difference.
     void watchPresence(const std::string& user, const std::function<void()>& change);

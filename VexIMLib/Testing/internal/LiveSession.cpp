@@ -20,7 +20,8 @@ Dictionary openPacket(const FakeService::Options& options, const std::string& id
 
 }  // namespace
 
-LiveSession::LiveSession(const FakeService::Options& options, std::string id, std::string auth, LiveLink& link, Listener& listener)
+LiveSession::LiveSession(const FakeService::Options& options, std::string id, std::string auth,
+                         LiveLink& link, Listener& listener)
     : line_(options.socketIOLine),
       nsp_(options.nsp),
       open_(openPacket(options, id)),
@@ -65,7 +66,9 @@ void LiveSession::handle(const PacketDecoder::Result& result) {
             if (nsp == nsp_) leave();
             return;
         case PacketType::Event:
-            if (nsp == nsp_ && isJoined_) listener_.sessionSaid(*this, packet.payload.get(0).description(), packet.payload.get(1));
+            if (nsp == nsp_ && isJoined_)
+                listener_.sessionSaid(*this, packet.payload.get(0).description(),
+                                      packet.payload.get(1));
             return;
         case PacketType::Ack:
         case PacketType::Error: return;
@@ -75,7 +78,8 @@ void LiveSession::handle(const PacketDecoder::Result& result) {
 void LiveSession::join(std::string_view nsp) {
     const std::string prefix = nsp == "/" ? "" : std::string(nsp) + ",";
     if (nsp != nsp_ && nsp != "/") {
-        return send("44" + prefix + (line_ == 2 ? "\"Invalid namespace\"" : R"({"message":"Invalid namespace"})"));
+        return send("44" + prefix +
+                    (line_ == 2 ? "\"Invalid namespace\"" : R"({"message":"Invalid namespace"})"));
     }
     send("40" + prefix + (line_ == 2 ? "" : writeJSON(Dictionary{{"sid", id_}}).text));
     if (nsp == nsp_ && !std::exchange(isJoined_, true)) listener_.sessionJoined(*this);
@@ -92,7 +96,8 @@ void LiveSession::ended() {
 
 void LiveSession::emit(std::string_view event, const Array& items) {
     auto [packet, fault] = encodeEvent(nsp_, std::nullopt, event, items);
-    must(fault == EncodeFault::None && packet.attachments.empty(), refusal::invalidValue, "An event's items are JSON.");
+    must(fault == EncodeFault::None && packet.attachments.empty(), refusal::invalidValue,
+         "An event's items are JSON.");
     send(std::move(packet.text));
 }
 

@@ -20,7 +20,8 @@ public:
     virtual void cut() = 0;
 };
 
-/// The server's side of one WebSocket connection: Engine.IO, and above it one namespace of Socket.IO. No sockets, no clocks.
+/// The server's side of one WebSocket connection: Engine.IO, and above it one namespace of
+/// Socket.IO. No sockets, no clocks.
 ///   line 2      open, "40" unasked, the join answered with "40/chat,"; the client pings
 ///   lines 3, 4  open, the join answered with 40/chat,{"sid":…}; the server pings
 class LiveSession {
@@ -28,7 +29,8 @@ public:
     class Listener {
     public:
         virtual void sessionJoined(LiveSession& session) = 0;
-        virtual void sessionSaid(LiveSession& session, const std::string& event, const Value& item) = 0;
+        virtual void sessionSaid(LiveSession& session, const std::string& event,
+                                 const Value& item) = 0;
         /// At most once, and only after it has joined.
         virtual void sessionLeft(LiveSession& session) = 0;
         /// The last call.
@@ -38,8 +40,10 @@ public:
         ~Listener() = default;
     };
 
-    /// `auth` is the connection's query parameter. The link and the listener must outlive the session.
-    LiveSession(const FakeService::Options& options, std::string id, std::string auth, LiveLink& link, Listener& listener);
+    /// `auth` is the connection's query parameter. The link and the listener must outlive the
+    /// session.
+    LiveSession(const FakeService::Options& options, std::string id, std::string auth,
+                LiveLink& link, Listener& listener);
     LiveSession(const LiveSession&) = delete;
     LiveSession& operator=(const LiveSession&) = delete;
 

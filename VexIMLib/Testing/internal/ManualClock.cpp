@@ -14,7 +14,8 @@ public:
     explicit Hand(double wallTime) : start_(wallTime) {}
     TimePoint now() const override {
         const MutexLock lock(mutex_);
-        return TimePoint(elapsed_ + std::chrono::hours(1));  // not zero, which some code may take for "never"
+        // not zero, which some code may take for "never"
+        return TimePoint(elapsed_ + std::chrono::hours(1));
     }
     double wallTime() const override {
         const MutexLock lock(mutex_);
@@ -39,12 +40,15 @@ private:
 
 namespace {
 
-// More than any test means to run: a function that queues itself again at once would go on for ever.
+// More than any test means to run: a function that queues itself again at once would go on for
+// ever.
 constexpr std::size_t kMostFunctions = 1'000'000;
-// The turned time of one of `runUntil`'s steps, and the real time in it for threads that do not wait by the clock.
+// The turned time of one of `runUntil`'s steps, and the real time in it for threads that do not
+// wait by the clock.
 constexpr std::chrono::milliseconds kStep{250};
 constexpr std::chrono::microseconds kPause{200};
-// For the network's thread to look at the clock; there is none to wait for when the process is about to exit.
+// For the network's thread to look at the clock; there is none to wait for when the process is
+// about to exit.
 constexpr std::chrono::seconds kPatience{5};
 
 std::size_t drainAll() {
@@ -58,7 +62,9 @@ std::size_t drainAll() {
 
 }  // namespace
 
-ManualClock::ManualClock(double wallTime) : hand_(std::make_shared<Hand>(wallTime)) { Clock::setShared(hand_); }
+ManualClock::ManualClock(double wallTime) : hand_(std::make_shared<Hand>(wallTime)) {
+    Clock::setShared(hand_);
+}
 
 ManualClock::~ManualClock() {
     Clock::setShared(nullptr);
@@ -73,7 +79,8 @@ void ManualClock::advance(std::chrono::nanoseconds by) {
 std::size_t ManualClock::advanceAndDrain(std::chrono::nanoseconds by) {
     const auto target = hand_->now() + by;
     std::size_t total = drainAll();
-    for (auto next = MainQueue::shared().nextDeadline(); next && *next <= target; next = MainQueue::shared().nextDeadline()) {
+    for (auto next = MainQueue::shared().nextDeadline(); next && *next <= target;
+         next = MainQueue::shared().nextDeadline()) {
         if (*next > hand_->now()) hand_->turn(*next - hand_->now());
         total += drainAll();
     }
@@ -86,8 +93,10 @@ bool ManualClock::runUntil(const std::function<bool()>& predicate, std::chrono::
     const auto end = hand_->now() + most;
     while (!queue.runUntil(predicate, kPause)) {
         if (hand_->now() >= end) return false;
-        // Not before everybody has looked: however slow the machine is, what answers at once answers in time.
-        hand_->turn(std::min<std::chrono::nanoseconds>(kStep, end - hand_->now())).wait_for(kPatience);
+        // Not before everybody has looked: however slow the machine is, what answers at once
+        // answers in time.
+        hand_->turn(std::min<std::chrono::nanoseconds>(kStep, end - hand_->now()))
+            .wait_for(kPatience);
     }
     return true;
 }

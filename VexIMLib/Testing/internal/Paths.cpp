@@ -52,7 +52,8 @@ bool Query::has(std::string_view name) const {
 }
 
 std::string Query::get(std::string_view name) const {
-    const auto found = std::ranges::find_if(fields_, [&](const auto& field) { return field.first == name; });
+    const auto found =
+        std::ranges::find_if(fields_, [&](const auto& field) { return field.first == name; });
     return found == fields_.end() ? "" : found->second;
 }
 

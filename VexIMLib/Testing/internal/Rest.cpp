@@ -33,11 +33,14 @@ void Rest::on(std::string method, std::string pattern, Handler handler) {
 
 FakeService::Answer Rest::answer(const FakeService::Request& request) {
     try {
-        if (const auto file = match("/files/:name", request.path)) return attachments_.answer(file->front(), request);
-        const double signedAt =
-            checkSignature(options_, request.headers.get("x-vx-appid"), request.headers.get("x-vx-request-sign"));
-        must(std::abs(Clock::shared()->wallTime() - signedAt) <= kMaxSignatureAge, refusal::oldSignature);
-        if (request.path == "/attachment" && request.method == "POST") return {200, upload(request), {}};
+        if (const auto file = match("/files/:name", request.path))
+            return attachments_.answer(file->front(), request);
+        const double signedAt = checkSignature(options_, request.headers.get("x-vx-appid"),
+                                               request.headers.get("x-vx-request-sign"));
+        must(std::abs(Clock::shared()->wallTime() - signedAt) <= kMaxSignatureAge,
+             refusal::oldSignature);
+        if (request.path == "/attachment" && request.method == "POST")
+            return {200, upload(request), {}};
         return find(request);
     } catch (const ServiceError& error) {
         return {error.status(), error.json(), {}};
@@ -51,15 +54,19 @@ FakeService::Answer Rest::find(const FakeService::Request& request) {
         if (!parameters) continue;
         isKnown = true;
         if (route.method != request.method) continue;
-        return {200, route.handler(Call{request, *parameters, Query(request.query), bodyOf(request)}), {}};
+        return {200,
+                route.handler(Call{request, *parameters, Query(request.query), bodyOf(request)}),
+                {}};
     }
     throw ServiceError(isKnown ? refusal::unknownMethod : refusal::unknownPath);
 }
 
 Value Rest::upload(const FakeService::Request& request) {
     const std::string name = attachments_.receive(request, store_.newId("", 32));
-    const std::string url = "http://" + request.headers.get("host").description() + "/files/" + name;
-    return attachments_.isPicture(name) ? Array{url, url} : Array{url};  // a picture is its own thumbnail
+    const std::string url =
+        "http://" + request.headers.get("host").description() + "/files/" + name;
+    // a picture is its own thumbnail
+    return attachments_.isPicture(name) ? Array{url, url} : Array{url};
 }
 
 // Views
@@ -125,9 +132,10 @@ Value Rest::history(const std::string& conversation, const Query& query) {
     const auto before = count(query, "ts").value_or(0);
     const auto limit = count(query, "limit").value_or(0);
     Array messages;
-    for (auto& message :
-         store_.latest(conversation, before > 0 ? static_cast<double>(before) : std::numeric_limits<double>::infinity(),
-                       limit > 0 ? limit : kPage)) {
+    for (auto& message : store_.latest(
+             conversation,
+             before > 0 ? static_cast<double>(before) : std::numeric_limits<double>::infinity(),
+             limit > 0 ? limit : kPage)) {
         messages.append(std::move(message));
     }
     return messages;

@@ -27,7 +27,8 @@ class Rest {
 public:
     Rest(const FakeService::Options& options, Store& store, Live& live);
 
-    /// Checks the signature, finds the path, and answers; every failure leaves as {"errorCode", "errorMessage"}.
+    /// Checks the signature, finds the path, and answers; every failure leaves as {"errorCode",
+    /// "errorMessage"}.
     FakeService::Answer answer(const FakeService::Request& request);
     void forgetFiles() { attachments_ = {}; }
 
@@ -43,7 +44,8 @@ private:
     void addPassengers();
     void addSystem();
     /// …/attributes, below `prefix`, which holds ":id"; `find` gives the owner.
-    void addAttributes(const std::string& prefix, const std::function<Record&(const std::string&)>& find);
+    void addAttributes(const std::string& prefix,
+                       const std::function<Record&(const std::string&)>& find);
 
     FakeService::Answer find(const FakeService::Request& request);
     Value upload(const FakeService::Request& request);

@@ -14,17 +14,20 @@ const Dictionary& object(const Value& body) {
 }
 
 std::string text(const Value& value, const std::string& name) {
-    must(value.isString() && !value.asStringView()->empty(), refusal::invalidValue, "\"" + name + "\" must be a text.");
+    must(value.isString() && !value.asStringView()->empty(), refusal::invalidValue,
+         "\"" + name + "\" must be a text.");
     return *value.asString();
 }
 
 std::vector<std::string> texts(const Value& value, const std::string& name) {
-    must(value.isArray() && value.asArray()->strings().size() == value.asArray()->size(), refusal::invalidValue,
-         "\"" + name + "\" must be an array of texts.");
+    must(value.isArray() && value.asArray()->strings().size() == value.asArray()->size(),
+         refusal::invalidValue, "\"" + name + "\" must be an array of texts.");
     return value.asArray()->strings();
 }
 
-std::vector<std::string> members(const Value& body) { return texts(object(body).get("members"), "members"); }
+std::vector<std::string> members(const Value& body) {
+    return texts(object(body).get("members"), "members");
+}
 
 void change(Record& record, Dictionary attributes) {
     record.attributes = std::move(attributes);
@@ -37,7 +40,10 @@ void leave(Place& place, const std::vector<std::string>& leaving) {
 
 }  // namespace
 
-Rest::Rest(const FakeService::Options& options, Store& store, Live& live) : options_(options), store_(store), live_(live) {
+Rest::Rest(const FakeService::Options& options, Store& store, Live& live)
+    : options_(options),
+      store_(store),
+      live_(live) {
     addUsers();
     addFriends();
     addGroups();
@@ -46,7 +52,8 @@ Rest::Rest(const FakeService::Options& options, Store& store, Live& live) : opti
     addSystem();
 }
 
-void Rest::addAttributes(const std::string& prefix, const std::function<Record&(const std::string&)>& find) {
+void Rest::addAttributes(const std::string& prefix,
+                         const std::function<Record&(const std::string&)>& find) {
     const std::string path = prefix + "/attributes";
     on("GET", path, [find](const Call& call) -> Value { return find(call.id()).attributes; });
     on("POST", path, [find](const Call& call) -> Value {
@@ -81,19 +88,22 @@ void Rest::addUsers() {
         texts(object(call.body).get("installs"), "installs");  // nothing is ever pushed to them
         return nullptr;
     });
-    const auto addPlaces = [this](const std::string& path, Table<Place>& places, Value (Rest::*view)(const Place&)) {
+    const auto addPlaces = [this](const std::string& path, Table<Place>& places,
+                                  Value (Rest::*view)(const Place&)) {
         on("GET", path, [this, &places, view](const Call& call) -> Value {
             const Person& person = store_.users.get(call.id());
             Array list;
             for (const Place& place : places) {
-                if (place.has(person.id)) list.append(call.query.has("detail") ? (this->*view)(place) : Value(place.id));
+                if (place.has(person.id))
+                    list.append(call.query.has("detail") ? (this->*view)(place) : Value(place.id));
             }
             return list;
         });
     };
     addPlaces("/ctx/:id/groups", store_.groups, &Rest::group);
     addPlaces("/ctx/:id/rooms", store_.rooms, &Rest::room);
-    addAttributes("/ctx/:id", [this](const std::string& id) -> Record& { return store_.users.get(id); });
+    addAttributes("/ctx/:id",
+                  [this](const std::string& id) -> Record& { return store_.users.get(id); });
 }
 
 void Rest::addFriends() {
@@ -105,7 +115,9 @@ void Rest::addFriends() {
         return list;
     });
     const std::string path = "/ctx/:id/friends/:friend";
-    on("GET", path, [this](const Call& call) { return friendOf(store_.users.get(call.id()), call.parameters[1]); });
+    on("GET", path, [this](const Call& call) {
+        return friendOf(store_.users.get(call.id()), call.parameters[1]);
+    });
     on("POST", path, [this](const Call& call) {
         store_.befriend(call.id(), call.parameters[1]);
         return friendOf(store_.users.get(call.id()), call.parameters[1]);
@@ -120,13 +132,16 @@ void Rest::addFriends() {
     });
 }
 
-/// A group's name is one of its attributes; what the service itself sets is left out; all else is kept as it comes.
+/// A group's name is one of its attributes; what the service itself sets is left out; all else is
+/// kept as it comes.
 void Rest::addGroups() {
     const auto take = [](Place& group, Dictionary body) {
         const Value name = body.get("name");
-        if (const Value& attributes = body.get("attributes"); !attributes.isNil()) group.attributes = object(attributes);
+        if (const Value& attributes = body.get("attributes"); !attributes.isNil())
+            group.attributes = object(attributes);
         if (!name.isNil()) group.attributes.set("name", name);
-        for (const char* known : {"id", "ts", "recent", "owner", "members", "name", "attributes"}) body.remove(known);
+        for (const char* known : {"id", "ts", "recent", "owner", "members", "name", "attributes"})
+            body.remove(known);
         group.fields.addEntries(body);
     };
     on("GET", "/groups", [this](const Call& call) -> Value {
@@ -140,12 +155,14 @@ void Rest::addGroups() {
         take(made, body);
         return store_.addGroup(std::move(made)).id;
     });
-    on("GET", "/groups/:id", [this](const Call& call) { return group(store_.groups.get(call.id())); });
+    on("GET", "/groups/:id",
+       [this](const Call& call) { return group(store_.groups.get(call.id())); });
     on("PUT", "/groups/:id", [this, take](const Call& call) -> Value {
         Place& group = store_.groups.get(call.id());
         const Dictionary& body = object(call.body);
         const std::string owner =
-            body.contains("owner") ? store_.users.get(body.get("owner").asString().value_or("")).id : group.owner;
+            body.contains("owner") ? store_.users.get(body.get("owner").asString().value_or("")).id
+                                   : group.owner;
         if (body.contains("members")) {
             Place renewed;
             store_.addMembers(renewed, members(body));
@@ -171,9 +188,11 @@ void Rest::addGroups() {
         leave(store_.groups.get(call.id()), members(call.body));
         return nullptr;
     });
-    on("GET", "/groups/:id/chats",
-       [this](const Call& call) { return history(Store::inGroup(store_.groups.get(call.id()).id), call.query); });
-    addAttributes("/groups/:id", [this](const std::string& id) -> Record& { return store_.groups.get(id); });
+    on("GET", "/groups/:id/chats", [this](const Call& call) {
+        return history(Store::inGroup(store_.groups.get(call.id()).id), call.query);
+    });
+    addAttributes("/groups/:id",
+                  [this](const std::string& id) -> Record& { return store_.groups.get(id); });
 }
 
 /// A room has no owner, its name is no attribute, and it is deleted under /groups.
@@ -196,15 +215,18 @@ void Rest::addRooms() {
         store_.addMembers(store_.rooms.get(call.id()), members(call.body));
         return nullptr;
     });
-    on("DELETE", "/rooms/:id/members", [this](const Call& call) -> Value {  // the bare array, unlike everywhere else
+    // the bare array, unlike everywhere else
+    on("DELETE", "/rooms/:id/members", [this](const Call& call) -> Value {
         leave(store_.rooms.get(call.id()), texts(call.body, "body"));
         return nullptr;
     });
-    addAttributes("/rooms/:id", [this](const std::string& id) -> Record& { return store_.rooms.get(id); });
+    addAttributes("/rooms/:id",
+                  [this](const std::string& id) -> Record& { return store_.rooms.get(id); });
 }
 
 void Rest::addPassengers() {
-    on("POST", "/passengers", [this](const Call& call) -> Value {  // changes the one whose "id" is given, or makes one
+    // changes the one whose "id" is given, or makes one
+    on("POST", "/passengers", [this](const Call& call) -> Value {
         Dictionary fields = object(call.body);
         const Value id = fields.get("id");
         fields.remove("id");
@@ -217,9 +239,12 @@ void Rest::addPassengers() {
         }
         return store_.addPassenger(given, std::move(fields)).id;
     });
-    on("GET", "/passengers/:id", [this](const Call& call) { return passenger(store_.passengers.get(call.id())); });
+    on("GET", "/passengers/:id",
+       [this](const Call& call) { return passenger(store_.passengers.get(call.id())); });
     on("GET", "/passengers/:id/chats/:user", [this](const Call& call) {
-        return history(Store::between(store_.passengers.get(call.id()).id, store_.users.get(call.parameters[1]).id), call.query);
+        return history(Store::between(store_.passengers.get(call.id()).id,
+                                      store_.users.get(call.parameters[1]).id),
+                       call.query);
     });
 }
 
@@ -235,7 +260,8 @@ void Rest::addSystem() {
         } else if (call.query.has("room")) {
             readers = store_.rooms.get(call.id()).members;
         } else {
-            readers = {store_.passengers.find(call.id()) ? call.id() : store_.users.get(call.id()).id};
+            readers = {store_.passengers.find(call.id()) ? call.id()
+                                                         : store_.users.get(call.id()).id};
         }
         for (const auto& reader : readers) live_.send(reader, "sys", {object(call.body)});
         return nullptr;

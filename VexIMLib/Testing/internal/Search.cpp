@@ -29,7 +29,8 @@ Value field(const Record& record, std::string_view name) {
 }
 
 Value field(const Place& place, std::string_view name) {
-    if (const Value value = field(static_cast<const Record&>(place), name); !value.isNil()) return value;
+    if (const Value value = field(static_cast<const Record&>(place), name); !value.isNil())
+        return value;
     if (name == "name" && !place.name.empty()) return place.name;
     if (name == "owner" && !place.owner.empty()) return place.owner;
     return nullptr;
@@ -37,13 +38,19 @@ Value field(const Place& place, std::string_view name) {
 
 bool printsAs(const Value& value, const std::string& text) {
     if (value.isNil() || value.isArray() || value.isDictionary()) return false;
-    return value.isString() ? value.asStringView() == text : writeJSON(value, JSONFragments::Allow).text == text;
+    return value.isString() ? value.asStringView() == text
+                            : writeJSON(value, JSONFragments::Allow).text == text;
 }
 
 int compare(const Value& a, const Value& b, int direction) {
-    const auto kind = [](const Value& value) { return value.isNumber() && !value.isBoolean() ? 0 : value.isString() ? 1 : 2; };
+    const auto kind = [](const Value& value) {
+        return value.isNumber() && !value.isBoolean() ? 0 : value.isString() ? 1 : 2;
+    };
     if (kind(a) != kind(b) || kind(a) == 2) return kind(a) - kind(b);
-    if (kind(a) == 0) return a.doubleValue() < b.doubleValue() ? -direction : a.doubleValue() > b.doubleValue() ? direction : 0;
+    if (kind(a) == 0)
+        return a.doubleValue() < b.doubleValue()   ? -direction
+               : a.doubleValue() > b.doubleValue() ? direction
+                                                   : 0;
     const int order = a.asStringView()->compare(*b.asStringView());
     return order < 0 ? -direction : order > 0 ? direction : 0;
 }

@@ -15,7 +15,8 @@
 
 namespace vexim::testing::fake {
 
-/// The whole number in a query's field; nullopt when it is missing or empty. Throws when it is no number.
+/// The whole number in a query's field; nullopt when it is missing or empty. Throws when it is no
+/// number.
 std::optional<std::size_t> count(const Query& query, std::string_view name);
 
 /// The value that conditions and orders look at: an attribute, else a field of the record.
@@ -23,8 +24,8 @@ Value field(const Record& record, std::string_view name);
 Value field(const Place& place, std::string_view name);
 
 bool printsAs(const Value& value, const std::string& text);
-/// Below zero when `a` comes first: numbers before texts before anything else, which has no order; only the order within a
-/// kind turns with `direction`.
+/// Below zero when `a` comes first: numbers before texts before anything else, which has no order;
+/// only the order within a kind turns with `direction`.
 int compare(const Value& a, const Value& b, int direction);
 
 /// What a search asks for.
@@ -43,18 +44,21 @@ Array search(Table<T>& records, const Query& query, View view) {
     const Search wanted(query);
     std::vector<const T*> found;
     for (const T& record : records) {
-        const bool fits = std::ranges::all_of(
-            wanted.conditions, [&](const auto& condition) { return printsAs(field(record, condition.first), condition.second); });
+        const bool fits = std::ranges::all_of(wanted.conditions, [&](const auto& condition) {
+            return printsAs(field(record, condition.first), condition.second);
+        });
         if (fits) found.push_back(&record);
     }
     std::ranges::stable_sort(found, [&](const T* a, const T* b) {
         for (const auto& [name, direction] : wanted.order) {
-            if (const int order = compare(field(*a, name), field(*b, name), direction); order != 0) return order < 0;
+            if (const int order = compare(field(*a, name), field(*b, name), direction); order != 0)
+                return order < 0;
         }
         return false;
     });
     Array page;
-    for (std::size_t i = wanted.skip; i < found.size() && page.size() < wanted.limit; ++i) page.append(view(*found[i]));
+    for (std::size_t i = wanted.skip; i < found.size() && page.size() < wanted.limit; ++i)
+        page.append(view(*found[i]));
     return page;
 }
 

@@ -52,7 +52,9 @@ FakeService::Request plain(HttpRequest& message) {
     request.query = target.substr(std::min(mark + 1, target.size()));
     for (const auto& field : message) {
         std::string name = field.name_string();
-        std::ranges::transform(name, name.begin(), [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
+        std::ranges::transform(name, name.begin(), [](char c) {
+            return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+        });
         request.headers.set(name, std::string(field.value()));
     }
     request.body = std::move(message.body());
@@ -64,7 +66,8 @@ std::pair<std::string, std::size_t> wireForm(const FakeService::Answer& answer, 
     http::response<http::empty_body> head(static_cast<http::status>(answer.status), 11);
     const std::string body = bodyText(answer);
     head.set(http::field::content_type, "application/json");
-    for (const auto& [name, value] : answer.headers) head.set(std::string(name), value.description());
+    for (const auto& [name, value] : answer.headers)
+        head.set(std::string(name), value.description());
     head.content_length(body.size());
     head.keep_alive(keepAlive);
     std::ostringstream out;
@@ -84,7 +87,8 @@ public:
           service_(service),
           channels_(channels),
           heartbeat_(stream_.get_executor()),
-          session_(service.options, service.store.newId("s"), authOf(request_), *this, service.live) {
+          session_(service.options, service.store.newId("s"), authOf(request_), *this,
+                   service.live) {
         channels_.all.insert(this);
     }
     ~WebSocketChannel() override { channels_.all.erase(this); }
@@ -115,14 +119,17 @@ private:
         const auto mark = target.find('?');
         return mark == std::string::npos ? "" : Query(target.substr(mark + 1)).get("auth");
     }
-    std::shared_ptr<WebSocketChannel> self() { return std::static_pointer_cast<WebSocketChannel>(shared_from_this()); }
+    std::shared_ptr<WebSocketChannel> self() {
+        return std::static_pointer_cast<WebSocketChannel>(shared_from_this());
+    }
 
     void read() {
         stream_.async_read(buffer_, [self = self()](error_code error, std::size_t) {
             if (error) return self->close();
             const std::string message = beast::buffers_to_string(self->buffer_.data());
             self->buffer_.clear();
-            self->stream_.got_text() ? self->session_.received(message) : self->session_.receivedBytes(message);
+            self->stream_.got_text() ? self->session_.received(message)
+                                     : self->session_.receivedBytes(message);
             if (!self->isClosed_) self->read();
         });
     }
@@ -143,11 +150,13 @@ private:
     }
 
     void write() {
-        stream_.async_write(asio::buffer(unsent_.front()), [self = self()](error_code error, std::size_t) {
-            if (error || self->isClosed_) return;  // the reader hears of it, too
-            self->unsent_.pop_front();
-            if (!self->unsent_.empty()) self->write();
-        });
+        stream_.async_write(asio::buffer(unsent_.front()),
+                            [self = self()](error_code error, std::size_t) {
+                                if (error || self->isClosed_)
+                                    return;  // the reader hears of it, too
+                                self->unsent_.pop_front();
+                                if (!self->unsent_.empty()) self->write();
+                            });
     }
 
     void cut() override { close(); }
@@ -178,9 +187,10 @@ public:
     void read() {
         parser_.emplace();
         parser_->body_limit(boost::none);
-        http::async_read(socket_, buffer_, *parser_, [self = self()](error_code error, std::size_t) {
-            if (!error && self->socket_.is_open()) self->received();
-        });
+        http::async_read(socket_, buffer_, *parser_,
+                         [self = self()](error_code error, std::size_t) {
+                             if (!error && self->socket_.is_open()) self->received();
+                         });
     }
 
     void close() override {
@@ -190,7 +200,9 @@ public:
     }
 
 private:
-    std::shared_ptr<HttpChannel> self() { return std::static_pointer_cast<HttpChannel>(shared_from_this()); }
+    std::shared_ptr<HttpChannel> self() {
+        return std::static_pointer_cast<HttpChannel>(shared_from_this());
+    }
 
     void received() {
         HttpRequest& message = parser_->get();
@@ -207,18 +219,22 @@ private:
     void carryOut(const Reply& reply) {
         const bool isCutShort = reply.fault == FakeService::Fault::CutShort;
         if (reply.fault == FakeService::Fault::Close) return close();
-        if (reply.fault == FakeService::Fault::Silence) return read();  // it hears when the client leaves
+        // it hears when the client leaves
+        if (reply.fault == FakeService::Fault::Silence) return read();
         if (!reply.answer && !isCutShort) {
-            return std::make_shared<WebSocketChannel>(std::move(socket_), parser_->release(), service_, channels_)->accept();
+            return std::make_shared<WebSocketChannel>(std::move(socket_), parser_->release(),
+                                                      service_, channels_)
+                ->accept();
         }
-        auto [text, headSize] =
-            reply.answer ? wireForm(*reply.answer, keepAlive_) : std::pair(std::string(kHandshake), std::size_t{0});
+        auto [text, headSize] = reply.answer ? wireForm(*reply.answer, keepAlive_)
+                                             : std::pair(std::string(kHandshake), std::size_t{0});
         out_ = std::move(text);
         if (isCutShort) out_.resize(headSize + (out_.size() - headSize) / 2);
-        asio::async_write(socket_, asio::buffer(out_),
-                          [self = self(), isLast = isCutShort || !keepAlive_](error_code error, std::size_t) {
-                              if (!error && !isLast) self->read();
-                          });
+        asio::async_write(
+            socket_, asio::buffer(out_),
+            [self = self(), isLast = isCutShort || !keepAlive_](error_code error, std::size_t) {
+                if (!error && !isLast) self->read();
+            });
     }
 
     tcp::socket socket_;
@@ -238,7 +254,8 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
 
     void accept() {
         acceptor.async_accept([self = shared_from_this()](error_code error, tcp::socket socket) {
-            if (error || !self->acceptor.is_open()) return;  // it may have come in the moment of a `close`
+            // it may have come in the moment of a `close`
+            if (error || !self->acceptor.is_open()) return;
             error_code ignored;
             socket.set_option(tcp::no_delay(true), ignored);
             std::make_shared<HttpChannel>(std::move(socket), self->service, self->channels)->read();
@@ -251,13 +268,15 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
     Channels channels;
 };
 
-Server::Server(asio::io_context& context, Service& service) : impl_(std::make_shared<Impl>(context, service)) {}
+Server::Server(asio::io_context& context, Service& service)
+    : impl_(std::make_shared<Impl>(context, service)) {}
 Server::~Server() = default;
 
 std::uint16_t Server::listen(std::uint16_t port) {
     // Whole or not at all: a port that is taken leaves it closed.
     impl_->acceptor =
-        tcp::acceptor(impl_->acceptor.get_executor(), tcp::endpoint(asio::ip::address_v4::loopback(), port), true /* reuse it */);
+        tcp::acceptor(impl_->acceptor.get_executor(),
+                      tcp::endpoint(asio::ip::address_v4::loopback(), port), true /* reuse it */);
     impl_->accept();
     return impl_->acceptor.local_endpoint().port();
 }

@@ -11,7 +11,8 @@ std::string bodyText(const FakeService::Answer& answer) {
     if (const Data* const bytes = answer.body.asData()) return std::string(bytes->view());
     const Value body = answer.body.isNil() ? Value(Dictionary{{"success", true}}) : answer.body;
     auto [text, error] = writeJSON(body, JSONFragments::Allow);
-    if (error) throw std::invalid_argument("an answer that is no JSON: " + error->localizedDescription());
+    if (error)
+        throw std::invalid_argument("an answer that is no JSON: " + error->localizedDescription());
     return text;
 }
 
@@ -41,11 +42,14 @@ Reply Service::reply(const FakeService::Request& request, bool isHandshake) {
         } else if (!isHandshake) {  // polling
             reply.answer = {400, Dictionary{{"code", 0}, {"message", "Transport unknown"}}, {}};
         } else if (options.socketIOLine > 2 && Query(request.query).get("EIO") == "3") {
-            reply.answer = {400, Dictionary{{"code", 5}, {"message", "Unsupported protocol version"}}, {}};
+            reply.answer = {
+                400, Dictionary{{"code", 5}, {"message", "Unsupported protocol version"}}, {}};
         }
-        if (reply.answer) bodyText(*reply.answer);  // here, where somebody hears that it cannot be sent
+        // here, where somebody hears that it cannot be sent
+        if (reply.answer) bodyText(*reply.answer);
     } catch (const std::exception& exception) {
-        reply.answer = {500, Dictionary{{"errorCode", 1901}, {"errorMessage", exception.what()}}, {}};
+        reply.answer = {
+            500, Dictionary{{"errorCode", 1901}, {"errorMessage", exception.what()}}, {}};
     }
     recorded_();
     return reply;

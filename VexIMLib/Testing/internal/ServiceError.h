@@ -8,7 +8,8 @@
 
 namespace vexim::testing::fake {
 
-/// One of the errors that the service answers: its "errorCode", the HTTP status over REST and the default text.
+/// One of the errors that the service answers: its "errorCode", the HTTP status over REST and the
+/// default text.
 struct Refusal {
     int code;
     int status;

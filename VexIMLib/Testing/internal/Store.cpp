@@ -12,15 +12,19 @@ namespace vexim::testing::fake {
 std::int64_t nowMillis() { return std::llround(Clock::shared()->wallTime() * 1000); }
 
 const Friendship* Person::friendshipWith(std::string_view other) const {
-    const auto found = std::ranges::find(friends, other, &std::pair<std::string, Friendship>::first);
+    const auto found =
+        std::ranges::find(friends, other, &std::pair<std::string, Friendship>::first);
     return found == friends.end() ? nullptr : &found->second;
 }
 
-bool Place::has(std::string_view member) const { return std::ranges::find(members, member) != members.end(); }
+bool Place::has(std::string_view member) const {
+    return std::ranges::find(members, member) != members.end();
+}
 
 void mustBeNewId(std::string_view id, bool isTaken) {
     const bool isFit = !id.empty() && id.size() <= 64 && std::ranges::all_of(id, [](char c) {
-        return std::isalnum(static_cast<unsigned char>(c)) || std::string_view("._~@-").find(c) != std::string_view::npos;
+        return std::isalnum(static_cast<unsigned char>(c)) ||
+               std::string_view("._~@-").find(c) != std::string_view::npos;
     });
     must(isFit, refusal::invalidValue, "An id is 1 to 64 letters, digits and . _ ~ @ -");
     must(!isTaken, refusal::invalidValue, "This id is taken.");
@@ -34,7 +38,9 @@ void Store::seed() {
                  .password = name + "-secret",
                  .phone = "+15550" + std::string(number),
                  .smsCode = number,
-                 .oauth = {{"provider", "example"}, {"uid", name + "@example"}, {"token", name + "-token"}},
+                 .oauth = {{"provider", "example"},
+                           {"uid", name + "@example"},
+                           {"token", name + "-token"}},
                  .attributes = std::move(attributes)});
     };
     user("alice", "100001", {{"nick", "Alice"}, {"city", "Lisbon"}, {"age", 31}});
@@ -73,7 +79,8 @@ void Store::befriend(std::string_view from, std::string_view to) {
 
 void Store::unfriend(std::string_view one, std::string_view other) {
     const auto part = [&](std::string_view id, std::string_view from) {
-        return std::erase_if(users.get(id).friends, [&](const auto& each) { return each.first == from; }) > 0;
+        return std::erase_if(users.get(id).friends,
+                             [&](const auto& each) { return each.first == from; }) > 0;
     };
     must(part(one, other), refusal::notFriends);
     part(other, one);
@@ -116,16 +123,18 @@ std::string Store::inGroup(std::string_view group) { return ":" + std::string(gr
 void Store::remember(const std::string& where, const Dictionary& message) {
     auto& messages = conversations_[where];
     const double ts = message.get("ts").doubleValue();
-    const auto place =
-        std::ranges::upper_bound(messages, ts, {}, [](const Dictionary& each) { return each.get("ts").doubleValue(); });
+    const auto place = std::ranges::upper_bound(
+        messages, ts, {}, [](const Dictionary& each) { return each.get("ts").doubleValue(); });
     messages.insert(place, message);
 }
 
-std::vector<Dictionary> Store::latest(const std::string& where, double before, std::size_t limit) const {
+std::vector<Dictionary> Store::latest(const std::string& where, double before,
+                                      std::size_t limit) const {
     std::vector<Dictionary> found;
     const auto messages = conversations_.find(where);
     if (messages == conversations_.end()) return found;
-    for (auto each = messages->second.rbegin(); each != messages->second.rend() && found.size() < limit; ++each) {
+    for (auto each = messages->second.rbegin();
+         each != messages->second.rend() && found.size() < limit; ++each) {
         if (each->get("ts").doubleValue() < before) found.push_back(*each);
     }
     return found;

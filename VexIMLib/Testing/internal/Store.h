@@ -111,7 +111,8 @@ public:
     /// Keeps a message in the order of its "ts".
     void remember(const std::string& where, const Dictionary& message);
     /// At most `limit` messages with a "ts" below `before`, the newest first.
-    std::vector<Dictionary> latest(const std::string& where, double before, std::size_t limit) const;
+    std::vector<Dictionary> latest(const std::string& where, double before,
+                                   std::size_t limit) const;
     void forget(const std::string& where) { conversations_.erase(where); }
 
     /// `digits` hexadecimal digits behind `prefix`, not given before.

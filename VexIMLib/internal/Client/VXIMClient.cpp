@@ -11,11 +11,14 @@
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/internal/Client/VXIMClientImpl.h"
 
-VXIMClient::VXIMClient(vexim::Creation creation) : Object(creation), impl_(std::make_unique<Impl>()) {}
+VXIMClient::VXIMClient(vexim::Creation creation)
+    : Object(creation),
+      impl_(std::make_unique<Impl>()) {}
 
 VXIMClient::~VXIMClient() = default;
 
-std::shared_ptr<VXIMClient> VXIMClient::clientWithAppId(std::optional<std::string> appId, std::optional<std::string> clientKey,
+std::shared_ptr<VXIMClient> VXIMClient::clientWithAppId(std::optional<std::string> appId,
+                                                        std::optional<std::string> clientKey,
                                                         std::optional<std::string> installationId) {
     auto configuration = VXIMClientConfiguration::defaultConfiguration();
     configuration->setAppId(std::move(appId));
@@ -24,18 +27,24 @@ std::shared_ptr<VXIMClient> VXIMClient::clientWithAppId(std::optional<std::strin
     return clientWithConfiguration(std::move(configuration));
 }
 
-std::shared_ptr<VXIMClient> VXIMClient::clientWithConfiguration(std::shared_ptr<VXIMClientConfiguration> configuration) {
+std::shared_ptr<VXIMClient> VXIMClient::clientWithConfiguration(
+    std::shared_ptr<VXIMClientConfiguration> configuration) {
     return initWithConfiguration(std::move(configuration));
 }
 
-std::shared_ptr<VXIMClient> VXIMClient::initWithConfiguration(std::shared_ptr<VXIMClientConfiguration> configuration) {
+std::shared_ptr<VXIMClient> VXIMClient::initWithConfiguration(
+    std::shared_ptr<VXIMClientConfiguration> configuration) {
     return vexim::create<VXIMClient>(std::move(configuration), &vexim::SocketIOClient::create);
 }
 
-std::shared_ptr<VXIMClient> VXIMClient::init() { return initWithConfiguration(VXIMClientConfiguration::defaultConfiguration()); }
+std::shared_ptr<VXIMClient> VXIMClient::init() {
+    return initWithConfiguration(VXIMClientConfiguration::defaultConfiguration());
+}
 
-bool VXIMClient::initialise(std::shared_ptr<VXIMClientConfiguration> configuration, SocketFactory makeSocket) {
-    if (!configuration) throw vexim::Exception(vexim::kInvalidArgumentException, "A client needs a configuration.");
+bool VXIMClient::initialise(std::shared_ptr<VXIMClientConfiguration> configuration,
+                            SocketFactory makeSocket) {
+    if (!configuration)
+        throw vexim::Exception(vexim::kInvalidArgumentException, "A client needs a configuration.");
     impl_->owner = std::static_pointer_cast<VXIMClient>(shared_from_this());
     impl_->config = std::move(configuration);
     impl_->makeSocket = std::move(makeSocket);
@@ -70,8 +79,9 @@ void VXIMClient::Impl::enter(VXIMClientStatus next) {
     vexim::MainQueue::shared().async([weak = owner, next] {
         const auto client = weak.lock();
         if (!client) return;
-        vexim::NotificationCenter::defaultCenter().post(VXIMClientDidChangeStatusNotification, client,
-                                                        vexim::Dictionary{{"status", static_cast<std::int32_t>(next)}});
+        vexim::NotificationCenter::defaultCenter().post(
+            VXIMClientDidChangeStatusNotification, client,
+            vexim::Dictionary{{"status", static_cast<std::int32_t>(next)}});
     });
 }
 
@@ -85,13 +95,17 @@ VXIMDiagnosis VXIMClient::diagnose() const {
 
 std::shared_ptr<VXIMClientDelegate> VXIMClient::delegate() const { return impl_->delegate.lock(); }
 
-void VXIMClient::setDelegate(const std::shared_ptr<VXIMClientDelegate>& delegate) { impl_->delegate = delegate; }
+void VXIMClient::setDelegate(const std::shared_ptr<VXIMClientDelegate>& delegate) {
+    impl_->delegate = delegate;
+}
 
 std::shared_ptr<VXIMUser> VXIMClient::currentUser() const { return impl_->currentUser.get(); }
 
 std::shared_ptr<VXIMClientConfiguration> VXIMClient::config() const { return impl_->config; }
 
-std::shared_ptr<vexim::SocketIOClient> VXIMClient::socketio() const { return impl_->socketio.get(); }
+std::shared_ptr<vexim::SocketIOClient> VXIMClient::socketio() const {
+    return impl_->socketio.get();
+}
 
 bool VXIMClient::offlineTemporally() const noexcept { return impl_->offlineTemporally; }
 
@@ -102,15 +116,24 @@ void VXIMClient::resetFlags() noexcept {
     impl_->tryLogout = false;
 }
 
-const std::optional<vexim::Array>& VXIMClient::onlineFriends() const noexcept { return impl_->onlineFriends; }
+const std::optional<vexim::Array>& VXIMClient::onlineFriends() const noexcept {
+    return impl_->onlineFriends;
+}
 
-void VXIMClient::setOnlineFriends(std::optional<vexim::Array> friends) { impl_->onlineFriends = std::move(friends); }
+void VXIMClient::setOnlineFriends(std::optional<vexim::Array> friends) {
+    impl_->onlineFriends = std::move(friends);
+}
 
-const std::optional<vexim::Dictionary>& VXIMClient::messages() const noexcept { return impl_->messages; }
+const std::optional<vexim::Dictionary>& VXIMClient::messages() const noexcept {
+    return impl_->messages;
+}
 
-void VXIMClient::setMessages(std::optional<vexim::Dictionary> messages) { impl_->messages = std::move(messages); }
+void VXIMClient::setMessages(std::optional<vexim::Dictionary> messages) {
+    impl_->messages = std::move(messages);
+}
 
 const vexim::Class& VXIMClient::runtimeClass() const {
-    static const vexim::Class& cls = vexim::Class::declare("VXIMClient", &vexim::Object::staticClass());
+    static const vexim::Class& cls =
+        vexim::Class::declare("VXIMClient", &vexim::Object::staticClass());
     return cls;
 }

@@ -55,13 +55,17 @@ struct VXIMClient::Impl {
 
     // Main thread.
     std::weak_ptr<VXIMClientDelegate> delegate;
-    VXIMBooleanCompletion openCompletionBlock;      // the pending login's; dropped when another login begins
-    vexim::FailureListener::Tell tellWhyNotOpened;  // the same for who waits for the login; at most once
-    bool isLoginPending = false;                    // the service has not answered this connection's first login yet
+    // the pending login's; dropped when another login begins
+    VXIMBooleanCompletion openCompletionBlock;
+    // the same for who waits for the login; at most once
+    vexim::FailureListener::Tell tellWhyNotOpened;
+    // the service has not answered this connection's first login yet
+    bool isLoginPending = false;
     /// The pending logouts'; never called when nothing closes.
     std::vector<VXIMBooleanCompletion> closeCompletionBlocks;
-    std::shared_ptr<VXIMClient> keptUntilClosed;  // this client, while a logout waits for its connection to close
-    bool pauseAsked = false;                      // and neither a resume nor a login since
+    // this client, while a logout waits for its connection to close
+    std::shared_ptr<VXIMClient> keptUntilClosed;
+    bool pauseAsked = false;  // and neither a resume nor a login since
     std::optional<vexim::Array> onlineFriends;
     std::optional<vexim::Dictionary> messages;
 
@@ -71,15 +75,18 @@ struct VXIMClient::Impl {
 
     /// Calls the delegate, if there is one.
     template <class... Parameters, class... Arguments>
-    void tellDelegate(void (VXIMClientDelegate::*call)(Parameters...), const Arguments&... arguments) const {
+    void tellDelegate(void (VXIMClientDelegate::*call)(Parameters...),
+                      const Arguments&... arguments) const {
         if (const auto listener = delegate.lock()) ((*listener).*call)(arguments...);
     }
-    /// The same for a call about somebody, who is made by `makePeer(id)` only when there is a delegate to hear of it. Without
-    /// an id there is nobody to tell of.
+    /// The same for a call about somebody, who is made by `makePeer(id)` only when there is a
+    /// delegate to hear of it. Without an id there is nobody to tell of.
     template <class... Parameters, class MakePeer, class... Arguments>
-    void tellDelegateAbout(const vexim::Value& peerId, MakePeer makePeer, void (VXIMClientDelegate::*call)(Parameters...),
+    void tellDelegateAbout(const vexim::Value& peerId, MakePeer makePeer,
+                           void (VXIMClientDelegate::*call)(Parameters...),
                            const Arguments&... arguments) const {
         if (peerId.isNilOrNull()) return;
-        if (const auto listener = delegate.lock()) ((*listener).*call)(arguments..., makePeer(peerId));
+        if (const auto listener = delegate.lock())
+            ((*listener).*call)(arguments..., makePeer(peerId));
     }
 };

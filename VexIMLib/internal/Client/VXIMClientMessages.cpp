@@ -1,4 +1,5 @@
-// Messages: out as the event "say" or over REST ("/system"), in as the events "message", "yourself" and "sys".
+// Messages: out as the event "say" or over REST ("/system"), in as the events "message", "yourself"
+// and "sys".
 
 #include <utility>
 
@@ -32,17 +33,21 @@ using MessagePtr = std::shared_ptr<VXIMMessage>;
 double currentTime() { return vexim::Clock::shared()->wallTime(); }
 
 VXIMMessage& requireMessage(const MessagePtr& message) {
-    if (!message) throw vexim::Exception(vexim::kInvalidArgumentException, "There is no message to send.");
+    if (!message)
+        throw vexim::Exception(vexim::kInvalidArgumentException, "There is no message to send.");
     return *message;
 }
 
 /// A nil id is the caller's mistake and raises before anything else happens.
 Value requireId(Value id) {
-    if (id.isNilOrNull()) throw vexim::Exception(vexim::kInvalidArgumentException, "The receiver's id must not be nil.");
+    if (id.isNilOrNull())
+        throw vexim::Exception(vexim::kInvalidArgumentException,
+                               "The receiver's id must not be nil.");
     return id;
 }
 
-/// An event's payload. What is no dictionary counts as an empty one: the message then says nothing, but it is announced.
+/// An event's payload. What is no dictionary counts as an empty one: the message then says nothing,
+/// but it is announced.
 MessagePtr messageFrom(const Value& payload) {
     const Dictionary* dictionary = payload.asDictionary();
     return VXIMMessage::initWithPayloadDictionary(dictionary ? *dictionary : Dictionary());
@@ -61,25 +66,29 @@ std::optional<std::string> systemMessagePath(const VXIMMessageTarget& receiver) 
     switch (receiver.type()) {
         case VXIMMessageTargetTypeAllUsers: return "/system";
         case VXIMMessageTargetTypeUser: return "/system/" + receiver.userId().description();
-        case VXIMMessageTargetTypeGroup: return "/system/" + receiver.groupId().description() + "?group";
-        case VXIMMessageTargetTypeRoom: return "/system/" + receiver.roomId().description() + "?room";
+        case VXIMMessageTargetTypeGroup:
+            return "/system/" + receiver.groupId().description() + "?group";
+        case VXIMMessageTargetTypeRoom:
+            return "/system/" + receiver.roomId().description() + "?room";
         case VXIMMessageTargetTypeSystem:
         case VXIMMessageTargetTypeUnknown: break;
     }
     return std::nullopt;
 }
 
-/// The group or room that a message belongs to: the peer's, else (when only the speaker was named) the receiver's.
+/// The group or room that a message belongs to: the peer's, else (when only the speaker was named)
+/// the receiver's.
 const Value& conversationId(const Value& peersId, const Value& receiversId) {
     return peersId.isNilOrNull() ? receiversId : peersId;
 }
 
 }  // namespace
 
-// A template: each caller's block goes into the queued function as it is, without a wrapper of its own.
+// A template: each caller's block goes into the queued function as it is, without a wrapper of its
+// own.
 template <class Block>
-void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress, Block block,
-                                         std::shared_ptr<VXIMTransfer> transfer) {
+void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress,
+                                         Block block, std::shared_ptr<VXIMTransfer> transfer) {
     auto finish = [message, block = std::move(block)](bool succeeded, ErrorPtr error) {
         std::optional<Dictionary> payload;
         try {
@@ -93,24 +102,28 @@ void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress
         MainQueue::shared().async([finish = std::move(finish)] { finish(true, nullptr); });
         return;
     }
-    message->uploadAttachmentWithProgress(std::move(progress), std::move(finish), std::move(transfer));
+    message->uploadAttachmentWithProgress(std::move(progress), std::move(finish),
+                                          std::move(transfer));
 }
 
-void VXIMClient::sendMessageToFriend(MessagePtr message, Value friendId, VXIMBooleanCompletion completion) {
+void VXIMClient::sendMessageToFriend(MessagePtr message, Value friendId,
+                                     VXIMBooleanCompletion completion) {
     VXIMMessageTarget& receiver = *requireMessage(message).receiver();
     receiver.setUserId(requireId(std::move(friendId)));
     receiver.setType(VXIMMessageTargetTypeUser);
     sendMessage(std::move(message), std::move(completion));
 }
 
-void VXIMClient::sendMessageToGroup(MessagePtr message, Value groupId, VXIMBooleanCompletion completion) {
+void VXIMClient::sendMessageToGroup(MessagePtr message, Value groupId,
+                                    VXIMBooleanCompletion completion) {
     VXIMMessageTarget& receiver = *requireMessage(message).receiver();
     receiver.setGroupId(requireId(std::move(groupId)));
     receiver.setType(VXIMMessageTargetTypeGroup);
     sendMessage(std::move(message), std::move(completion));
 }
 
-void VXIMClient::sendMessageToRoom(MessagePtr message, Value roomId, VXIMBooleanCompletion completion) {
+void VXIMClient::sendMessageToRoom(MessagePtr message, Value roomId,
+                                   VXIMBooleanCompletion completion) {
     VXIMMessageTarget& receiver = *requireMessage(message).receiver();
     receiver.setRoomId(requireId(std::move(roomId)));
     receiver.setType(VXIMMessageTargetTypeRoom);
@@ -121,7 +134,8 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMBooleanCompletion completio
     sendMessage(std::move(message), nullptr, std::move(completion));
 }
 
-void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBooleanCompletion completion,
+void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress,
+                             VXIMBooleanCompletion completion,
                              std::shared_ptr<VXIMTransfer> transfer) {
     requireMessage(message).requireIds();
     message->setStatus(VXIMMessageStatusSending);
@@ -130,7 +144,8 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
     if (message->receiver()->type() < 0) error = vexim::errors::withoutReceiver();
     const auto socket = socketio();
     // Asked for even so: a message without a receiver reports a closed connection.
-    if (!socket || socket->status() != vexim::SocketIOStatusConnected) error = vexim::errors::disconnected();
+    if (!socket || socket->status() != vexim::SocketIOStatusConnected)
+        error = vexim::errors::disconnected();
     if (error) {
         message->failWith(error);
         MainQueue::shared().async([completion = std::move(completion), error] {
@@ -140,8 +155,8 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
     }
 
     message->setSendTimestamp(currentTime());
-    auto finish = [self = self(), message, completion = std::move(completion), transfer](std::optional<Dictionary> payload,
-                                                                                         const ErrorPtr& uploadError) {
+    auto finish = [self = self(), message, completion = std::move(completion), transfer](
+                      std::optional<Dictionary> payload, const ErrorPtr& uploadError) {
         const ErrorPtr refusal = payload ? self->say(*std::move(payload)) : uploadError;
         if (payload && !refusal) {
             message->setStatus(VXIMMessageStatusSent);
@@ -151,8 +166,10 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
             message->failWith(refusal);
         }
         if (!completion) return;
-        // A failed upload's error is not passed on, the message keeps it; but who cancelled it is told.
-        const bool uploadFailed = !payload && !(refusal && refusal->is(VXIMErrorDomain, VXIMErrorCannotSend));
+        // A failed upload's error is not passed on, the message keeps it; but who cancelled it is
+        // told.
+        const bool uploadFailed =
+            !payload && !(refusal && refusal->is(VXIMErrorDomain, VXIMErrorCannotSend));
         const bool isTold = refusal && (!uploadFailed || (transfer && transfer->isCancelled()));
         const vexim::UntoldError untold(isTold ? nullptr : refusal);  // for the async styles
         completion(!isTold, isTold ? refusal : nullptr);
@@ -162,9 +179,11 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress, VXIMBool
 
 ErrorPtr VXIMClient::say(Dictionary payload) {
     const auto socket = socketio();
-    const ErrorPtr refused = socket ? socket->tryEmit("say", {std::move(payload)}) : vexim::errors::disconnected();
+    const ErrorPtr refused =
+        socket ? socket->tryEmit("say", {std::move(payload)}) : vexim::errors::disconnected();
     if (!refused) return nullptr;
-    const bool isGone = !socket || refused->is(vexim::kSocketIOErrorDomain, vexim::SocketIOErrorNotConnected);
+    const bool isGone =
+        !socket || refused->is(vexim::kSocketIOErrorDomain, vexim::SocketIOErrorNotConnected);
     return isGone ? vexim::errors::disconnected() : vexim::errors::notTaken(refused);
 }
 
@@ -173,22 +192,26 @@ void VXIMClient::sendSystemMessageToAllUsers(MessagePtr message, VXIMBooleanComp
     sendSystemMessage(std::move(message), nullptr, std::move(completion));
 }
 
-void VXIMClient::sendSystemMessageToUser(MessagePtr message, Value userId, VXIMBooleanCompletion completion) {
+void VXIMClient::sendSystemMessageToUser(MessagePtr message, Value userId,
+                                         VXIMBooleanCompletion completion) {
     requireMessage(message).receiver()->setUserId(requireId(std::move(userId)));
     sendSystemMessage(std::move(message), nullptr, std::move(completion));
 }
 
-void VXIMClient::sendSystemMessageToGroup(MessagePtr message, Value groupId, VXIMBooleanCompletion completion) {
+void VXIMClient::sendSystemMessageToGroup(MessagePtr message, Value groupId,
+                                          VXIMBooleanCompletion completion) {
     requireMessage(message).receiver()->setGroupId(requireId(std::move(groupId)));
     sendSystemMessage(std::move(message), nullptr, std::move(completion));
 }
 
-void VXIMClient::sendSystemMessageToRoom(MessagePtr message, Value roomId, VXIMBooleanCompletion completion) {
+void VXIMClient::sendSystemMessageToRoom(MessagePtr message, Value roomId,
+                                         VXIMBooleanCompletion completion) {
     requireMessage(message).receiver()->setRoomId(requireId(std::move(roomId)));
     sendSystemMessage(std::move(message), nullptr, std::move(completion));
 }
 
-void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VXIMBooleanCompletion completion,
+void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress,
+                                   VXIMBooleanCompletion completion,
                                    std::shared_ptr<VXIMTransfer> transfer) {
     requireMessage(message).requireIds();
     message->setSendTimestamp(currentTime());
@@ -200,7 +223,8 @@ void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VX
         vexim::log(vexim::LogLevel::Error, "Internal error: invalid receiver type");
         return;  // without a word to the completion
     }
-    auto finish = [self = self(), message, completion = std::move(completion)](const Value&, const ErrorPtr& error) {
+    auto finish = [self = self(), message, completion = std::move(completion)](
+                      const Value&, const ErrorPtr& error) {
         if (error) {
             message->failWith(error);
         } else {
@@ -209,7 +233,8 @@ void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VX
         }
         if (completion) completion(error == nullptr, error);
     };
-    auto post = [path = *path, finish = std::move(finish)](std::optional<Dictionary> payload, const ErrorPtr& uploadError) {
+    auto post = [path = *path, finish = std::move(finish)](std::optional<Dictionary> payload,
+                                                           const ErrorPtr& uploadError) {
         if (!payload) return finish(nullptr, uploadError);
         try {
             VXIMHTTPRequest::post(path, *std::move(payload), finish);
@@ -220,14 +245,17 @@ void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress, VX
     uploadMessageAttachment(message, std::move(progress), std::move(post), std::move(transfer));
 }
 
-void VXIMClient::didReceivePeerMessage(const Value& payload) { didReceiveMessage(messageFrom(payload)); }
+void VXIMClient::didReceivePeerMessage(const Value& payload) {
+    didReceiveMessage(messageFrom(payload));
+}
 
 void VXIMClient::didReceiveOwnMessage(const Value& payload) {
     const MessagePtr message = messageFrom(payload);
     VXIMMessageTarget& sender = *message->sender();
     const VXIMMessageTarget& receiver = *message->receiver();
     const auto user = currentUser();
-    // The last two setters leave the sender's type at room, whatever the receiver is. Dispatch goes by the receiver's.
+    // The last two setters leave the sender's type at room, whatever the receiver is. Dispatch goes
+    // by the receiver's.
     sender.setType(receiver.type());
     sender.setUserId(user ? user->uid() : Value());
     sender.setGroupId(receiver.groupId());
@@ -239,7 +267,8 @@ void VXIMClient::didReceiveSystemMessage(const Value& payload) {
     const MessagePtr message = messageFrom(payload);
     message->sender()->setType(VXIMMessageTargetTypeSystem);
     message->receiver()->setType(VXIMMessageTargetTypeUnknown);
-    NotificationCenter::defaultCenter().post(VXIMClientDidReceiveSystemMessageNotification, self(), about(message));
+    NotificationCenter::defaultCenter().post(VXIMClientDidReceiveSystemMessageNotification, self(),
+                                             about(message));
     impl_->tellDelegate(&VXIMClientDelegate::clientDidReceiveSystemMessage, self(), message);
 }
 
@@ -253,20 +282,24 @@ void VXIMClient::didReceiveMessage(const MessagePtr& message) {
 
     switch (receiver.type()) {
         case VXIMMessageTargetTypeRoom:
-            impl_->tellDelegateAbout(conversationId(peer.roomId(), receiver.roomId()), &VXIMRoom::roomWithId,
-                                     &VXIMClientDelegate::clientDidReceiveMessageFromRoom, self(), message);
+            impl_->tellDelegateAbout(
+                conversationId(peer.roomId(), receiver.roomId()), &VXIMRoom::roomWithId,
+                &VXIMClientDelegate::clientDidReceiveMessageFromRoom, self(), message);
             break;
         case VXIMMessageTargetTypeGroup:
-            impl_->tellDelegateAbout(conversationId(peer.groupId(), receiver.groupId()), &VXIMGroup::groupWithId,
-                                     &VXIMClientDelegate::clientDidReceiveMessageFromGroup, self(), message);
+            impl_->tellDelegateAbout(
+                conversationId(peer.groupId(), receiver.groupId()), &VXIMGroup::groupWithId,
+                &VXIMClientDelegate::clientDidReceiveMessageFromGroup, self(), message);
             break;
         case VXIMMessageTargetTypeUser:
             impl_->tellDelegateAbout(peer.userId(), &VXIMFriendInfo::infoWithId,
-                                     &VXIMClientDelegate::clientDidReceiveMessageFromFriend, self(), message);
+                                     &VXIMClientDelegate::clientDidReceiveMessageFromFriend, self(),
+                                     message);
             break;
         case VXIMMessageTargetTypeAllUsers:
         case VXIMMessageTargetTypeSystem:
         case VXIMMessageTargetTypeUnknown: break;
     }
-    NotificationCenter::defaultCenter().post(VXIMClientDidReceiveMessageNotification, self(), about(message));
+    NotificationCenter::defaultCenter().post(VXIMClientDidReceiveMessageNotification, self(),
+                                             about(message));
 }

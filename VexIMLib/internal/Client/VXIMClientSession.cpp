@@ -30,7 +30,8 @@ constexpr std::size_t kMostAuthBytes = 12'000;
 
 /// "app" and "sign", which every login needs, and then its credentials. A nil one raises.
 Dictionary authDictionary(const VXIMClientConfiguration& config, const Dictionary& credentials) {
-    Dictionary auth{{"app", config.appId()}, {"sign", VXIMUtils::signatureForClientKey(config.clientKey())}};
+    Dictionary auth{{"app", config.appId()},
+                    {"sign", VXIMUtils::signatureForClientKey(config.clientKey())}};
     auth.addEntries(credentials);
     return auth;
 }
@@ -52,9 +53,10 @@ ErrorPtr loginError(const Value& error) {
     return vexim::Error::make(VXIMErrorDomain, code, error);
 }
 
-/// Removes this device's installation from `user`; succeeds without a request when either id is missing. Main thread.
-void removeInstallation(const VXIMClientConfiguration& config, const std::shared_ptr<VXIMUser>& user,
-                        VXIMBooleanCompletion completion) {
+/// Removes this device's installation from `user`; succeeds without a request when either id is
+/// missing. Main thread.
+void removeInstallation(const VXIMClientConfiguration& config,
+                        const std::shared_ptr<VXIMUser>& user, VXIMBooleanCompletion completion) {
     const Value uid = user ? user->uid() : Value();
     const std::string installationId = config.installationId().value_or("");
     if (uid.isNilOrNull() || uid == "" || installationId.empty()) {
@@ -63,7 +65,8 @@ void removeInstallation(const VXIMClientConfiguration& config, const std::shared
         });
         return;
     }
-    VXIMHTTPRequest::deletePath("/ctx/" + uid.description() + "/installs", Dictionary{{"installs", Array{installationId}}},
+    VXIMHTTPRequest::deletePath("/ctx/" + uid.description() + "/installs",
+                                Dictionary{{"installs", Array{installationId}}},
                                 vexim::resources::endingWithSuccess(std::move(completion)));
 }
 
@@ -75,34 +78,47 @@ void succeedAll(const std::vector<VXIMBooleanCompletion>& completions) {
 
 }  // namespace
 
-void VXIMClient::loginWithUserId(std::optional<std::string> userId, VXIMBooleanCompletion completion) {
+void VXIMClient::loginWithUserId(std::optional<std::string> userId,
+                                 VXIMBooleanCompletion completion) {
     const VXIMClientConfiguration& config = *impl_->config;
-    loginWithAuthData(authDictionary(config, {{"client", userId}, {"install", config.installationId()}}), std::move(completion));
+    loginWithAuthData(
+        authDictionary(config, {{"client", userId}, {"install", config.installationId()}}),
+        std::move(completion));
 }
 
-void VXIMClient::loginWithUsername(std::optional<std::string> username, std::optional<std::string> password,
+void VXIMClient::loginWithUsername(std::optional<std::string> username,
+                                   std::optional<std::string> password,
                                    VXIMBooleanCompletion completion) {
-    loginWithAuthData(authDictionary(*impl_->config, {{"username", username}, {"password", password}}), std::move(completion));
+    loginWithAuthData(
+        authDictionary(*impl_->config, {{"username", username}, {"password", password}}),
+        std::move(completion));
 }
 
-void VXIMClient::loginWithPhoneNumber(std::optional<std::string> phoneNumber, std::optional<std::string> smsCode,
+void VXIMClient::loginWithPhoneNumber(std::optional<std::string> phoneNumber,
+                                      std::optional<std::string> smsCode,
                                       VXIMBooleanCompletion completion) {
     // The code goes under "password": so the service expects it.
-    loginWithAuthData(authDictionary(*impl_->config, {{"phone", phoneNumber}, {"password", smsCode}}), std::move(completion));
+    loginWithAuthData(
+        authDictionary(*impl_->config, {{"phone", phoneNumber}, {"password", smsCode}}),
+        std::move(completion));
 }
 
-void VXIMClient::loginWithThirdPartyOAuth(std::optional<Dictionary> oauth, VXIMBooleanCompletion completion) {
+void VXIMClient::loginWithThirdPartyOAuth(std::optional<Dictionary> oauth,
+                                          VXIMBooleanCompletion completion) {
     const Value data = oauth ? Value(*std::move(oauth)) : Value();
     loginWithAuthData(authDictionary(*impl_->config, {{"oauth", data}}), std::move(completion));
 }
 
 void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion completion) {
     vexim::JSONText authText = vexim::writeJSON(authData);
-    if (authText.error) throw vexim::Exception(vexim::kInvalidArgumentException, authText.error->localizedDescription());
+    if (authText.error)
+        throw vexim::Exception(vexim::kInvalidArgumentException,
+                               authText.error->localizedDescription());
     if (const auto size = vexim::percentEncode(authText.text).size(); size > kMostAuthBytes) {
-        throw vexim::Exception(vexim::kInvalidArgumentException, "The login's credentials take " + std::to_string(size) +
-                                                                     " bytes in the URL; the most is " +
-                                                                     std::to_string(kMostAuthBytes) + ".");
+        throw vexim::Exception(vexim::kInvalidArgumentException,
+                               "The login's credentials take " + std::to_string(size) +
+                                   " bytes in the URL; the most is " +
+                                   std::to_string(kMostAuthBytes) + ".");
     }
 
     const Value* client = authData.find("client");
@@ -111,16 +127,20 @@ void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion co
     user->setPhoneNumber(authData.get("phone"));
     impl_->currentUser.set(user);
 
-    MainQueue::shared().async([self = self(), user = std::move(user), authText = std::move(authText.text),
-                               completion = std::move(completion), tellWhyNot = vexim::FailureListener::current()]() mutable {
-        self->impl_->currentUser.set(std::move(user));  // again: a logout may have ended meanwhile and taken it away
+    MainQueue::shared().async([self = self(), user = std::move(user),
+                               authText = std::move(authText.text),
+                               completion = std::move(completion),
+                               tellWhyNot = vexim::FailureListener::current()]() mutable {
+        // again: a logout may have ended meanwhile and taken it away
+        self->impl_->currentUser.set(std::move(user));
         self->openConnection(authText, std::move(completion), std::move(tellWhyNot));
     });
 }
 
 void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompletion completion,
                                 vexim::FailureListener::Tell tellWhyNot) {
-    // A logout that waited for the former connection to close ends with it. One without a connection never ends.
+    // A logout that waited for the former connection to close ends with it. One without a
+    // connection never ends.
     auto overtakenLogouts = std::exchange(impl_->closeCompletionBlocks, {});
     if (!socketio()) overtakenLogouts.clear();
     impl_->tryLogout = false;
@@ -128,7 +148,8 @@ void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompleti
         former->removeAllHandlers();
         former->disconnect();
         impl_->socketio.set(nullptr);
-        impl_->keptUntilClosed = nullptr;  // nobody will hear that it has closed; the login keeps the client for now
+        // nobody will hear that it has closed; the login keeps the client for now
+        impl_->keptUntilClosed = nullptr;
     }
     impl_->pauseAsked = false;
     impl_->openCompletionBlock = std::move(completion);
@@ -157,8 +178,10 @@ void VXIMClient::Impl::loginCannotBeAnswered(const ErrorPtr& cause) {
 
 void VXIMClient::setupEventHandlers() {
     const auto on = [this](const char* event, auto handler) {
-        socketio()->on(event, [weak = weak_from_this(), handler](const Array& arguments, const vexim::AckEmitter&) {
-            if (const auto client = std::static_pointer_cast<VXIMClient>(weak.lock())) handler(*client, arguments);
+        socketio()->on(event, [weak = weak_from_this(), handler](const Array& arguments,
+                                                                 const vexim::AckEmitter&) {
+            if (const auto client = std::static_pointer_cast<VXIMClient>(weak.lock()))
+                handler(*client, arguments);
         });
     };
     on("connect", [](VXIMClient& client, const Array&) { client.socketDidConnect(); });
@@ -170,32 +193,47 @@ void VXIMClient::setupEventHandlers() {
         const auto self = client.self();
         const bool isLost = !client.impl_->pauseAsked && !client.impl_->tryLogout;
         client.socketDidDisconnect();
-        if (isLost) client.impl_->loginCannotBeAnswered(vexim::errors::connectionLost(arguments.get(0)));
+        if (isLost)
+            client.impl_->loginCannotBeAnswered(vexim::errors::connectionLost(arguments.get(0)));
     });
     on("error", [](VXIMClient& client, const Array& arguments) {
         const auto self = client.self();
-        const vexim::Notification trouble{VXIMClientConnectionErrorNotification, self, Dictionary{{"data", arguments}}};
+        const vexim::Notification trouble{VXIMClientConnectionErrorNotification, self,
+                                          Dictionary{{"data", arguments}}};
         NotificationCenter::defaultCenter().post(trouble.name, trouble.object, *trouble.userInfo);
-        if (const auto error = vexim::connectionError(trouble); error->domain() == VXIMConnectionErrorDomain) {
+        if (const auto error = vexim::connectionError(trouble);
+            error->domain() == VXIMConnectionErrorDomain) {
             client.impl_->loginCannotBeAnswered(error);
         }
     });
-    on("login", [](VXIMClient& client, const Array& arguments) { client.didReceiveLoginAnswer(arguments.get(0)); });
-    on("message", [](VXIMClient& client, const Array& arguments) { client.didReceivePeerMessage(arguments.get(0)); });
-    on("yourself", [](VXIMClient& client, const Array& arguments) { client.didReceiveOwnMessage(arguments.get(0)); });
+    on("login", [](VXIMClient& client, const Array& arguments) {
+        client.didReceiveLoginAnswer(arguments.get(0));
+    });
+    on("message", [](VXIMClient& client, const Array& arguments) {
+        client.didReceivePeerMessage(arguments.get(0));
+    });
+    on("yourself", [](VXIMClient& client, const Array& arguments) {
+        client.didReceiveOwnMessage(arguments.get(0));
+    });
     on("online", [](VXIMClient& client, const Array& arguments) {
-        client.didReceivePresence(VXIMFriendOnlineNotification, &VXIMClientDelegate::clientFriendDidOnline, arguments.get(0));
+        client.didReceivePresence(VXIMFriendOnlineNotification,
+                                  &VXIMClientDelegate::clientFriendDidOnline, arguments.get(0));
     });
     on("offline", [](VXIMClient& client, const Array& arguments) {
-        client.didReceivePresence(VXIMFriendOfflineNotification, &VXIMClientDelegate::clientFriendDidOffline, arguments.get(0));
+        client.didReceivePresence(VXIMFriendOfflineNotification,
+                                  &VXIMClientDelegate::clientFriendDidOffline, arguments.get(0));
     });
-    on("sys", [](VXIMClient& client, const Array& arguments) { client.didReceiveSystemMessage(arguments.get(0)); });
+    on("sys", [](VXIMClient& client, const Array& arguments) {
+        client.didReceiveSystemMessage(arguments.get(0));
+    });
 }
 
 void VXIMClient::socketDidConnect() {
     // The first connect after a login changes nothing: "login" decides that.
     const auto socket = socketio();
-    if (!socket || socket->nsp() != normalisedNamespace(impl_->config->nsp()) || !impl_->offlineTemporally) return;
+    if (!socket || socket->nsp() != normalisedNamespace(impl_->config->nsp()) ||
+        !impl_->offlineTemporally)
+        return;
     if (const auto user = currentUser()) user->setOnline(true);
     impl_->enter(VXIMClientStatusOpened);
 }
@@ -214,7 +252,8 @@ void VXIMClient::socketDidDisconnect() {
 }
 
 void VXIMClient::didReceiveLoginAnswer(const Value& answer) {
-    if (!answer.get("success").boolValue()) return loginDidCompleteWithSuccess(false, loginError(answer.get("error")));
+    if (!answer.get("success").boolValue())
+        return loginDidCompleteWithSuccess(false, loginError(answer.get("error")));
     if (const auto user = currentUser()) {
         user->setUid(answer.get("id"));
         user->setOnline(true);
@@ -225,16 +264,19 @@ void VXIMClient::didReceiveLoginAnswer(const Value& answer) {
 void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error) {
     const auto socket = socketio();
     impl_->record->add("login answered",
-                       error ? Dictionary{{"accepted", success}, {"code", error->code()}} : Dictionary{{"accepted", success}});
+                       error ? Dictionary{{"accepted", success}, {"code", error->code()}}
+                             : Dictionary{{"accepted", success}});
     const bool isFirst = std::exchange(impl_->isLoginPending, false);
     impl_->tellWhyNotOpened = nullptr;
     if (!success) {  // a connection that came back, or a resume, may have said otherwise
         if (const auto user = currentUser()) user->setOnline(false);
         impl_->enter(VXIMClientStatusOpening);
     }
-    if (const auto completion = std::exchange(impl_->openCompletionBlock, nullptr)) completion(success, error);
+    if (const auto completion = std::exchange(impl_->openCompletionBlock, nullptr))
+        completion(success, error);
     if (!success) {  // the connection stays open
-        if (!isFirst) impl_->tellDelegate(&VXIMClientDelegate::clientDidFailToLoginAgain, self(), error);
+        if (!isFirst)
+            impl_->tellDelegate(&VXIMClientDelegate::clientDidFailToLoginAgain, self(), error);
         return;
     }
     if (socketio() != socket) return;  // a completion may run the main queue, and a logout on it
@@ -242,35 +284,44 @@ void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error
     impl_->enter(VXIMClientStatusOpened);
     Dictionary userInfo;
     userInfo.setOrRemove("user", currentUser());
-    NotificationCenter::defaultCenter().post(VXIMUserDidLoginNotification, self(), std::move(userInfo));
+    NotificationCenter::defaultCenter().post(VXIMUserDidLoginNotification, self(),
+                                             std::move(userInfo));
     impl_->tellDelegate(&VXIMClientDelegate::clientDidLogin, self());
 }
 
-void VXIMClient::didReceivePresence(const char* notificationName, PresenceCall delegateCall, const Value& friendId) {
-    NotificationCenter::defaultCenter().post(notificationName, self(),
-                                             Dictionary{{"id", friendId.isNilOrNull() ? Value("") : friendId}});
+void VXIMClient::didReceivePresence(const char* notificationName, PresenceCall delegateCall,
+                                    const Value& friendId) {
+    NotificationCenter::defaultCenter().post(
+        notificationName, self(),
+        Dictionary{{"id", friendId.isNilOrNull() ? Value("") : friendId}});
     impl_->tellDelegateAbout(friendId, &VXIMFriendInfo::infoWithId, delegateCall, self());
 }
 
 void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
     // The user of now: a login that is called right behind this sets another at once.
-    MainQueue::shared().async([self = self(), user = currentUser(), completion = std::move(completion)]() mutable {
-        const VXIMClientStatus remembered = self->status();
-        self->impl_->enter(VXIMClientStatusClosing);
-        removeInstallation(*self->impl_->config, user,
-                           [self, remembered, socket = self->socketio(), completion = std::move(completion)](
-                               bool succeeded, const ErrorPtr& error) {
-                               self->didRemoveInstallation(socket, remembered, succeeded ? nullptr : error, completion);
-                           });
-    });
+    MainQueue::shared().async(
+        [self = self(), user = currentUser(), completion = std::move(completion)]() mutable {
+            const VXIMClientStatus remembered = self->status();
+            self->impl_->enter(VXIMClientStatusClosing);
+            removeInstallation(
+                *self->impl_->config, user,
+                [self, remembered, socket = self->socketio(), completion = std::move(completion)](
+                    bool succeeded, const ErrorPtr& error) {
+                    self->didRemoveInstallation(socket, remembered, succeeded ? nullptr : error,
+                                                completion);
+                });
+        });
 }
 
-void VXIMClient::didRemoveInstallation(const std::shared_ptr<vexim::SocketIOClient>& socket, VXIMClientStatus remembered,
-                                       const ErrorPtr& error, const VXIMBooleanCompletion& completion) {
-    // A login, or another logout, may have ended the session that this logout began with. Then there is nothing left to close.
+void VXIMClient::didRemoveInstallation(const std::shared_ptr<vexim::SocketIOClient>& socket,
+                                       VXIMClientStatus remembered, const ErrorPtr& error,
+                                       const VXIMBooleanCompletion& completion) {
+    // A login, or another logout, may have ended the session that this logout began with. Then
+    // there is nothing left to close.
     const bool isOver = socketio() != socket;
     if (error || (isOver && socket)) {
-        if (!isOver && !impl_->tryLogout && status() == VXIMClientStatusClosing) impl_->enter(remembered);
+        if (!isOver && !impl_->tryLogout && status() == VXIMClientStatusClosing)
+            impl_->enter(remembered);
         if (completion) completion(!error, error);
         return;
     }
@@ -286,9 +337,10 @@ void VXIMClient::didRemoveInstallation(const std::shared_ptr<vexim::SocketIOClie
 void VXIMClient::deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion) {
     // The user's id and the configuration belong to the main thread.
     if (!MainQueue::shared().isMainThread()) {
-        return MainQueue::shared().async([self = self(), completion = std::move(completion)]() mutable {
-            self->deleteCurrentInstallIdCompletion(std::move(completion));
-        });
+        return MainQueue::shared().async(
+            [self = self(), completion = std::move(completion)]() mutable {
+                self->deleteCurrentInstallIdCompletion(std::move(completion));
+            });
     }
     removeInstallation(*impl_->config, currentUser(), std::move(completion));
 }
@@ -310,7 +362,8 @@ void VXIMClient::pause() {
         if (!socket) return;
         // Each disconnect is answered by an event, so a second pause asks for none.
         const bool wasPaused = std::exchange(self->impl_->pauseAsked, true);
-        if (!wasPaused || socket->status() != vexim::SocketIOStatusDisconnected) socket->disconnect();
+        if (!wasPaused || socket->status() != vexim::SocketIOStatusDisconnected)
+            socket->disconnect();
     });
 }
 
@@ -318,7 +371,8 @@ void VXIMClient::resume() {
     MainQueue::shared().async([self = self()] {
         self->impl_->pauseAsked = false;
         const auto socket = self->socketio();
-        // A connection that stands says no "connect" again, or its last one is still queued: the status is right, or will be.
+        // A connection that stands says no "connect" again, or its last one is still queued: the
+        // status is right, or will be.
         const bool stands = socket && socket->status() == vexim::SocketIOStatusConnected;
         if (!stands) self->impl_->enter(VXIMClientStatusResuming);
         // Also one that stands, since it may break just now.

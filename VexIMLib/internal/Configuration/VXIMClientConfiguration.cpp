@@ -13,7 +13,9 @@
 #error "the build names the service's default origin"
 #endif
 
-std::shared_ptr<VXIMClientConfiguration> VXIMClientConfiguration::init() { return vexim::create<VXIMClientConfiguration>(); }
+std::shared_ptr<VXIMClientConfiguration> VXIMClientConfiguration::init() {
+    return vexim::create<VXIMClientConfiguration>();
+}
 
 std::shared_ptr<VXIMClientConfiguration> VXIMClientConfiguration::defaultConfiguration() {
     auto configuration = init();
@@ -23,7 +25,8 @@ std::shared_ptr<VXIMClientConfiguration> VXIMClientConfiguration::defaultConfigu
     return configuration;
 }
 
-// Each writes its option also when the value is the default: an explicit "no" is passed on, one that was never said is not.
+// Each writes its option also when the value is the default: an explicit "no" is passed on, one
+// that was never said is not.
 
 void VXIMClientConfiguration::setForcePolling(bool force) {
     forcePolling_ = force;
@@ -77,20 +80,25 @@ void VXIMClientConfiguration::setCaPEM(std::optional<std::string> text) {
 
 void VXIMClientConfiguration::setText(const char* option, const std::optional<std::string>& text) {
     if (text && text->empty())
-        throw vexim::Exception(vexim::kInvalidArgumentException, std::string(option) + " must not be empty.");
+        throw vexim::Exception(vexim::kInvalidArgumentException,
+                               std::string(option) + " must not be empty.");
     dictionary().setOrRemove(option, text);
 }
 
 bool VXIMClientConfiguration::isPin(std::string_view text) noexcept {
-    // RFC 4648, section 4: 32 bytes take 44 characters, and the last two bits of the last one before the "=" are zero.
-    constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    return text.size() == 44 && text.find_first_not_of(kAlphabet) == 43 && text[43] == '=' && kAlphabet.find(text[42]) % 4 == 0;
+    // RFC 4648, section 4: 32 bytes take 44 characters, and the last two bits of the last one
+    // before the "=" are zero.
+    constexpr std::string_view kAlphabet =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    return text.size() == 44 && text.find_first_not_of(kAlphabet) == 43 && text[43] == '=' &&
+           kAlphabet.find(text[42]) % 4 == 0;
 }
 
 void VXIMClientConfiguration::setPinnedKeys(std::vector<std::string> pins) {
     if (!std::ranges::all_of(pins, isPin)) {
-        throw vexim::Exception(vexim::kInvalidArgumentException,
-                               "A pin is the base64 of a key's SHA-256 digest, which has 44 characters.");
+        throw vexim::Exception(
+            vexim::kInvalidArgumentException,
+            "A pin is the base64 of a key's SHA-256 digest, which has 44 characters.");
     }
     if (pins.empty()) {
         dictionary().remove("pinnedKeys");
@@ -101,7 +109,8 @@ void VXIMClientConfiguration::setPinnedKeys(std::vector<std::string> pins) {
 }
 
 const vexim::Class& VXIMClientConfiguration::runtimeClass() const {
-    static const vexim::Class& cls = vexim::Class::declare("VXIMClientConfiguration", &Object::staticClass());
+    static const vexim::Class& cls =
+        vexim::Class::declare("VXIMClientConfiguration", &Object::staticClass());
     return cls;
 }
 
@@ -115,7 +124,9 @@ const vexim::Dictionary& VXIMClientConfiguration::dictionary() const noexcept {
     return dictionary_ ? *dictionary_ : none;
 }
 
-void VXIMClientConfiguration::setDictionary(std::optional<vexim::Dictionary> dictionary) { dictionary_ = std::move(dictionary); }
+void VXIMClientConfiguration::setDictionary(std::optional<vexim::Dictionary> dictionary) {
+    dictionary_ = std::move(dictionary);
+}
 
 namespace vexim {
 
@@ -134,12 +145,14 @@ Slot& slot() {
 
 }  // namespace
 
-ConfigurationSlot& ConfigurationSlot::operator=(std::shared_ptr<VXIMClientConfiguration> configuration) {
+ConfigurationSlot& ConfigurationSlot::operator=(
+    std::shared_ptr<VXIMClientConfiguration> configuration) {
     {
         MutexLock lock(slot().mutex);
         slot().configuration.swap(configuration);
     }
-    return *this;  // the previous one, if it was the last reference, is released here, without the lock
+    // the previous one, if it was the last reference, is released here, without the lock
+    return *this;
 }
 
 std::shared_ptr<VXIMClientConfiguration> ConfigurationSlot::get() const {

@@ -1,8 +1,10 @@
 #include "VexIMLib/VXIMConstants.h"
 
 const char* const VXIMUserDidLoginNotification = "VXIMUserDidLoginNotification";
-const char* const VXIMClientDidReceiveMessageNotification = "VXIMClientDidReceiveMessageNotification";
-const char* const VXIMClientDidReceiveSystemMessageNotification = "VXIMClientDidReceiveSystemMessageNotification";
+const char* const VXIMClientDidReceiveMessageNotification =
+    "VXIMClientDidReceiveMessageNotification";
+const char* const VXIMClientDidReceiveSystemMessageNotification =
+    "VXIMClientDidReceiveSystemMessageNotification";
 const char* const VXIMFriendOnlineNotification = "VXIMFriendOnlineNotification";
 const char* const VXIMFriendOfflineNotification = "VXIMFriendOfflineNotification";
 const char* const VXIMClientConnectionErrorNotification = "socket.io.error";

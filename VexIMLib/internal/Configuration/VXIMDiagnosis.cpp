@@ -19,7 +19,8 @@ std::string timeText(double seconds) {
     gmtime_r(&whole, &parts);
     std::array<char, 40> text{};
     const auto length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &parts);
-    std::snprintf(text.data() + length, text.size() - length, ".%03dZ", static_cast<int>(millis % 1000));
+    std::snprintf(text.data() + length, text.size() - length, ".%03dZ",
+                  static_cast<int>(millis % 1000));
     return text.data();
 }
 
@@ -28,7 +29,8 @@ std::string timeText(double seconds) {
 std::string VXIMDiagnosisEvent::description() const {
     std::string line = name;
     for (const auto& [key, detail] : details) {
-        line += " " + std::string(key) + "=" + (detail.isBoolean() ? detail.boolean() ? "yes" : "no" : detail.description());
+        line += " " + std::string(key) + "=" +
+                (detail.isBoolean() ? detail.boolean() ? "yes" : "no" : detail.description());
     }
     return line;
 }

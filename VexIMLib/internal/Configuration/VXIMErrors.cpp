@@ -47,11 +47,14 @@ bool mayPass(VXIMConnectionErrorKind kind) {
 
 bool isTemporary(const ErrorPtr& error) {
     if (!error) return false;
-    if (error->domain() == VXIMConnectionErrorDomain) return mayPass(static_cast<VXIMConnectionErrorKind>(error->code()));
+    if (error->domain() == VXIMConnectionErrorDomain)
+        return mayPass(static_cast<VXIMConnectionErrorKind>(error->code()));
     // -1011 stands for a status, which the mark above it judges.
-    const bool isTransport = error->domain() == kURLErrorDomain && error->code() != URLErrorBadServerResponse;
+    const bool isTransport =
+        error->domain() == kURLErrorDomain && error->code() != URLErrorBadServerResponse;
     if (isTransport) return mayPass(static_cast<URLErrorCode>(error->code()));
-    // Requests are repeated after each failure of the transport; whether it may pass, its own error knows better.
+    // Requests are repeated after each failure of the transport; whether it may pass, its own error
+    // knows better.
     const ErrorPtr cause = error->underlyingError();
     if (cause && !cause->is(kURLErrorDomain, URLErrorBadServerResponse)) return isTemporary(cause);
     return error->info(kTemporaryKey).boolValue();

@@ -8,7 +8,8 @@
 
 namespace vexim::detail {
 
-/// How the message is served on one concrete class. Never changed once it is published, never destroyed.
+/// How the message is served on one concrete class. Never changed once it is published, never
+/// destroyed.
 struct DynamicAccessor::Route {
     const Class& cls;
     Selector selector;
@@ -39,7 +40,8 @@ void DynamicAccessor::set(VXIMRuntimeObject& object, const void* value) const {
         return;
     }
     Invocation invocation(*route.signature, object, route.selector);
-    // The setter's form of a read-only property is served as a getter, which has no place for the argument.
+    // The setter's form of a read-only property is served as a getter, which has no place for the
+    // argument.
     if (route.signature->numberOfArguments() > 2) invocation.setArgument(value, 2);
     invocation.invoke();
 }
@@ -52,28 +54,36 @@ const DynamicAccessor::Route& DynamicAccessor::routeFor(VXIMRuntimeObject& objec
     return addRoute(object, cls);
 }
 
-const DynamicAccessor::Route& DynamicAccessor::addRoute(VXIMRuntimeObject& object, const Class& cls) const {
+const DynamicAccessor::Route& DynamicAccessor::addRoute(VXIMRuntimeObject& object,
+                                                        const Class& cls) const {
     // The message's name is settled where the property is declared, as a compiler would settle it.
     const Property* property = declaringClass_().property(property_);
-    const auto customName = property ? property->attributeValue(kind_ == Kind::Getter ? "G" : "S") : std::nullopt;
-    const Selector selector = customName              ? Selector(*customName)
-                              : kind_ == Kind::Getter ? Selector(property_)
-                                                      : Selector(Property::defaultSetterName(property_));
+    const auto customName =
+        property ? property->attributeValue(kind_ == Kind::Getter ? "G" : "S") : std::nullopt;
+    const Selector selector = customName ? Selector(*customName)
+                              : kind_ == Kind::Getter
+                                  ? Selector(property_)
+                                  : Selector(Property::defaultSetterName(property_));
 
     const auto signature = object.methodSignatureForSelector(selector);
     if (!signature) object.doesNotRecognizeSelector(selector);
     const bool takesValue = signature->numberOfArguments() > 2;
-    const std::string& type = takesValue ? signature->argumentType(2) : signature->methodReturnType();
+    const std::string& type =
+        takesValue ? signature->argumentType(2) : signature->methodReturnType();
     if (type != encoding_) {
-        throw Exception(kInternalInconsistencyException, "The property " + std::string(property_) + " of class " + cls.name() +
-                                                             " is of type " + type + ", not " + std::string(encoding_) + ".");
+        throw Exception(kInternalInconsistencyException,
+                        "The property " + std::string(property_) + " of class " + cls.name() +
+                            " is of type " + type + ", not " + std::string(encoding_) + ".");
     }
     std::shared_ptr<VXIMPropertyInfo> info;
     if (!cls.method(selector)) {
-        info = VXIMRuntimeObject::messageForwardProxy()->subclassInfoForSubclass(cls)->propertyInfoForSelector(selector);
+        info = VXIMRuntimeObject::messageForwardProxy()
+                   ->subclassInfoForSubclass(cls)
+                   ->propertyInfoForSelector(selector);
     }
 
-    static constinit Mutex mutex;  // one writer at a time, over all handles: it is taken once for each handle and class
+    // one writer at a time, over all handles: it is taken once for each handle and class
+    static constinit Mutex mutex;
     MutexLock lock(mutex);
     const Route* first = routes_.load(std::memory_order_relaxed);
     for (const Route* route = first; route; route = route->next) {

@@ -13,13 +13,13 @@
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMRuntimeObject.h"
 
-// Typed access to dynamic properties. An accessor is a message that is forwarded to the store; a handle remembers, for each
-// concrete class, what the forwarding found out, so that locks and look-ups by name are paid once. Handles are static
-// constants, usable from any thread:
+// Typed access to dynamic properties. An accessor is a message that is forwarded to the store; a
+// handle remembers, for each concrete class, what the forwarding found out, so that locks and
+// look-ups by name are paid once. Handles are static constants, usable from any thread:
 //
-//     constinit const vexim::DynamicProperty<std::optional<std::string>> kUid{&VXIMUser::staticClass, "uid"};
-//     kUid.set(*user, "u1");  // also where the C++ class offers applications no setter
-//     kUid.get(*user);        // "u1"
+//     constinit const vexim::DynamicProperty<std::optional<std::string>>
+//     kUid{&VXIMUser::staticClass, "uid"}; kUid.set(*user, "u1");  // also where the C++ class
+//     offers applications no setter kUid.get(*user);        // "u1"
 
 namespace vexim {
 
@@ -30,7 +30,8 @@ class DynamicAccessor {
 public:
     enum class Kind : std::uint8_t { Getter, Setter };
 
-    constexpr DynamicAccessor(Kind kind, const Class& (*declaringClass)(), std::string_view property, std::string_view encoding,
+    constexpr DynamicAccessor(Kind kind, const Class& (*declaringClass)(),
+                              std::string_view property, std::string_view encoding,
                               std::size_t size) noexcept
         : declaringClass_(declaringClass),
           property_(property),
@@ -52,7 +53,8 @@ private:
     std::string_view encoding_;
     std::size_t size_;  // of the value, in bytes
     Kind kind_;
-    mutable std::atomic<const Route*> routes_{nullptr};  // one for each concrete class; append only, read without a lock
+    // one for each concrete class; append only, read without a lock
+    mutable std::atomic<const Route*> routes_{nullptr};
 };
 
 /// The encoding under which a dynamic property of C++ type T is declared.
@@ -75,15 +77,19 @@ constexpr std::string_view encodingOf() noexcept {
     }
 }
 
-// Objects as C++ wants them. What the store holds is not converted: a number where a string is expected reads as absent.
+// Objects as C++ wants them. What the store holds is not converted: a number where a string is
+// expected reads as absent.
 inline Value fromObject(Value value, std::type_identity<Value>) { return value; }
-inline std::optional<std::string> fromObject(const Value& value, std::type_identity<std::optional<std::string>>) {
+inline std::optional<std::string> fromObject(const Value& value,
+                                             std::type_identity<std::optional<std::string>>) {
     return value.asString();
 }
-inline std::optional<Array> fromObject(const Value& value, std::type_identity<std::optional<Array>>) {
+inline std::optional<Array> fromObject(const Value& value,
+                                       std::type_identity<std::optional<Array>>) {
     return value.asArray() ? std::optional<Array>(*value.asArray()) : std::nullopt;
 }
-inline std::optional<Dictionary> fromObject(const Value& value, std::type_identity<std::optional<Dictionary>>) {
+inline std::optional<Dictionary> fromObject(const Value& value,
+                                            std::type_identity<std::optional<Dictionary>>) {
     return value.asDictionary() ? std::optional<Dictionary>(*value.asDictionary()) : std::nullopt;
 }
 template <class T>
@@ -97,19 +103,24 @@ Value toObject(std::optional<T> value) {
 
 }  // namespace detail
 
-/// A dynamic property of C++ type T: bool (`B`), std::int32_t (`i`), std::int64_t (`q`), std::uint64_t (`Q`), float (`f`),
-/// double (`d`), or for an object type Value, std::optional<std::string>, std::optional<Array>, std::optional<Dictionary>.
+/// A dynamic property of C++ type T: bool (`B`), std::int32_t (`i`), std::int64_t (`q`),
+/// std::uint64_t (`Q`), float (`f`), double (`d`), or for an object type Value,
+/// std::optional<std::string>, std::optional<Array>, std::optional<Dictionary>.
 ///
-/// Both accessors raise NSInvalidArgumentException when the object's class does not serve the property,
-/// NSInternalInconsistencyException when it is declared with another type than T's, and whatever the forwarding raises.
+/// Both accessors raise NSInvalidArgumentException when the object's class does not serve the
+/// property, NSInternalInconsistencyException when it is declared with another type than T's, and
+/// whatever the forwarding raises.
 template <class T>
 class DynamicProperty {
 public:
     constexpr DynamicProperty(const Class& (*declaringClass)(), std::string_view name) noexcept
-        : getter_(detail::DynamicAccessor::Kind::Getter, declaringClass, name, detail::encodingOf<T>(), kSize),
-          setter_(detail::DynamicAccessor::Kind::Setter, declaringClass, name, detail::encodingOf<T>(), kSize) {}
+        : getter_(detail::DynamicAccessor::Kind::Getter, declaringClass, name,
+                  detail::encodingOf<T>(), kSize),
+          setter_(detail::DynamicAccessor::Kind::Setter, declaringClass, name,
+                  detail::encodingOf<T>(), kSize) {}
 
-    /// A getter is a message like any other; the object is const to callers because ordinary getters only read.
+    /// A getter is a message like any other; the object is const to callers because ordinary
+    /// getters only read.
     T get(const VXIMRuntimeObject& object) const {
         auto& target = const_cast<VXIMRuntimeObject&>(object);
         if constexpr (std::is_arithmetic_v<T>) {

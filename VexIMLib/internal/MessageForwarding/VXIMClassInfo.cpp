@@ -14,8 +14,10 @@ bool VXIMClassInfo::initialise(const vexim::Class& cls) {
 
 std::shared_ptr<VXIMPropertyInfo> VXIMClassInfo::propertyInfoForSelector(Selector selector) {
     const std::lock_guard lock(dataAccessLock_);
-    if (const auto name = propertyNamesKeyedBySeletor_.find(selector.text()); name != propertyNamesKeyedBySeletor_.end()) {
-        if (const auto known = propertyInfos_.find(name->second); known != propertyInfos_.end()) return known->second;
+    if (const auto name = propertyNamesKeyedBySeletor_.find(selector.text());
+        name != propertyNamesKeyedBySeletor_.end()) {
+        if (const auto known = propertyInfos_.find(name->second); known != propertyInfos_.end())
+            return known->second;
     }
     auto info = VXIMPropertyInfo::propertyInfoWithSelector(selector, *representClass_);
     if (!info) return nullptr;
@@ -27,13 +29,17 @@ std::shared_ptr<VXIMPropertyInfo> VXIMClassInfo::propertyInfoForSelector(Selecto
     return info;
 }
 
-std::shared_ptr<const MethodSignature> VXIMClassInfo::forwardMethodSignatureForSelector(Selector selector) {
+std::shared_ptr<const MethodSignature> VXIMClassInfo::forwardMethodSignatureForSelector(
+    Selector selector) {
     const std::lock_guard lock(dataAccessLock_);
-    if (const auto known = methodSignatures_.find(selector.text()); known != methodSignatures_.end()) return known->second;
+    if (const auto known = methodSignatures_.find(selector.text());
+        known != methodSignatures_.end())
+        return known->second;
     const auto info = propertyInfoForSelector(selector);
     if (!info) return nullptr;
     std::string type = info->typeEncoding().value_or("(null)");  // as a missing text prints
-    if (type.starts_with('@')) type = "@";                       // signatures know objects, not their classes
+    // signatures know objects, not their classes
+    if (type.starts_with('@')) type = "@";
     const bool isSetter = info->setterSelector() == selector;
     auto signature = MethodSignature::signatureWithObjCTypes(isSetter ? "v@:" + type : type + "@:");
     methodSignatures_[selector.text()] = signature;

@@ -21,11 +21,14 @@ public:
 
     const vexim::Class& representClass() const noexcept { return *representClass_; }
 
-    /// The record of the property that the selector belongs to, nullptr when there is none. A failure is not remembered.
-    /// An accessor's custom name is known only after the property was reached by its plain name or its "setXxx:" form.
+    /// The record of the property that the selector belongs to, nullptr when there is none. A
+    /// failure is not remembered. An accessor's custom name is known only after the property was
+    /// reached by its plain name or its "setXxx:" form.
     std::shared_ptr<VXIMPropertyInfo> propertyInfoForSelector(vexim::Selector selector);
-    /// "v@:q" for the setter of a `q` property, "q@:" for everything else that leads to it; nullptr without a property.
-    std::shared_ptr<const vexim::MethodSignature> forwardMethodSignatureForSelector(vexim::Selector selector);
+    /// "v@:q" for the setter of a `q` property, "q@:" for everything else that leads to it; nullptr
+    /// without a property.
+    std::shared_ptr<const vexim::MethodSignature> forwardMethodSignatureForSelector(
+        vexim::Selector selector);
 
     // Copies of the caches, by selector text and by property name.
     Map<std::shared_ptr<const vexim::MethodSignature>> methodSignatures() const;
@@ -35,7 +38,8 @@ public:
 private:
     const vexim::Class* representClass_ = nullptr;
 
-    // Recursive: finding a signature asks for the record, and a log sink that hears of a record may use a property itself.
+    // Recursive: finding a signature asks for the record, and a log sink that hears of a record may
+    // use a property itself.
     mutable std::recursive_mutex dataAccessLock_;  // guards the three caches
     Map<std::shared_ptr<const vexim::MethodSignature>> methodSignatures_;
     Map<std::string> propertyNamesKeyedBySeletor_;

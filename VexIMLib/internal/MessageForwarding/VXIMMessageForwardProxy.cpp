@@ -24,16 +24,20 @@ struct Registry {
 };
 
 Registry& registry() {
-    static Registry& shared = *new Registry;  // never destroyed: accessors may run until the process is gone
+    // never destroyed: accessors may run until the process is gone
+    static Registry& shared = *new Registry;
     return shared;
 }
 
-/// The two refusals read differently (an exclamation mark, a colon), and their users tell them apart by it.
+/// The two refusals read differently (an exclamation mark, a colon), and their users tell them
+/// apart by it.
 [[noreturn]] void refuseType(std::string_view encoding) {
-    throw Exception(vexim::kInternalInconsistencyException, "Unsupported type encoding " + std::string(encoding) + "!");
+    throw Exception(vexim::kInternalInconsistencyException,
+                    "Unsupported type encoding " + std::string(encoding) + "!");
 }
 [[noreturn]] void refuseValueForType(std::string_view encoding) {
-    throw Exception(vexim::kInternalInconsistencyException, "Unsupported type encoding: " + std::string(encoding));
+    throw Exception(vexim::kInternalInconsistencyException,
+                    "Unsupported type encoding: " + std::string(encoding));
 }
 
 // Most numbers are of this type, and need no conversion.
@@ -50,7 +54,9 @@ Value copied(const Value& value) {
     return object ? Value(object->copy()) : value;
 }
 
-VXIMRuntimeObject& targetOf(const Invocation& invocation) { return static_cast<VXIMRuntimeObject&>(invocation.target()); }
+VXIMRuntimeObject& targetOf(const Invocation& invocation) {
+    return static_cast<VXIMRuntimeObject&>(invocation.target());
+}
 
 }  // namespace
 
@@ -61,16 +67,19 @@ void VXIMMessageForwardProxy::addProxy(const std::shared_ptr<VXIMMessageForwardP
     shared.proxies[proxy->rootClass().name()] = proxy;
 }
 
-std::shared_ptr<VXIMMessageForwardProxy> VXIMMessageForwardProxy::proxyForRootClass(const Class& rootClass) {
+std::shared_ptr<VXIMMessageForwardProxy> VXIMMessageForwardProxy::proxyForRootClass(
+    const Class& rootClass) {
     Registry& shared = registry();
     const std::lock_guard lock(shared.mutex);
-    if (const auto known = shared.proxies.find(rootClass.name()); known != shared.proxies.end()) return known->second;
+    if (const auto known = shared.proxies.find(rootClass.name()); known != shared.proxies.end())
+        return known->second;
     auto proxy = initWithRootClass(rootClass);
     addProxy(proxy);
     return proxy;
 }
 
-std::shared_ptr<VXIMMessageForwardProxy> VXIMMessageForwardProxy::initWithRootClass(const Class& rootClass) {
+std::shared_ptr<VXIMMessageForwardProxy> VXIMMessageForwardProxy::initWithRootClass(
+    const Class& rootClass) {
     return vexim::create<VXIMMessageForwardProxy>(rootClass);
 }
 
@@ -87,8 +96,8 @@ std::shared_ptr<VXIMClassInfo> VXIMMessageForwardProxy::subclassInfoForSubclass(
     return info;
 }
 
-std::shared_ptr<const vexim::MethodSignature> VXIMMessageForwardProxy::methodSignatureForSelector(vexim::Selector selector,
-                                                                                                  const Class& cls) {
+std::shared_ptr<const vexim::MethodSignature> VXIMMessageForwardProxy::methodSignatureForSelector(
+    vexim::Selector selector, const Class& cls) {
     const auto info = subclassInfoForSubclass(cls);
     return info ? info->forwardMethodSignatureForSelector(selector) : nullptr;
 }
@@ -108,52 +117,64 @@ void VXIMMessageForwardProxy::proxyForwardInvocation(Invocation& invocation) {
     });
 }
 
-void VXIMMessageForwardProxy::forwardSetterWithPropertyInfo(const VXIMPropertyInfo& info, Invocation& invocation) {
+void VXIMMessageForwardProxy::forwardSetterWithPropertyInfo(const VXIMPropertyInfo& info,
+                                                            Invocation& invocation) {
     constexpr std::size_t kValueIndex = 2;
     const vexim::MethodSignature& signature = invocation.methodSignature();
     if (signature.numberOfArguments() != kValueIndex + 1) {
         throw Exception(vexim::kInvalidArgumentException, "Setter should only take 1 argument.");
     }
-    storeArgument(info, targetOf(invocation), {signature.argumentType(kValueIndex), signature.argumentSize(kValueIndex)},
+    storeArgument(info, targetOf(invocation),
+                  {signature.argumentType(kValueIndex), signature.argumentSize(kValueIndex)},
                   invocation.argumentLocation(kValueIndex));
 }
 
-void VXIMMessageForwardProxy::forwardGetterWithPropertyInfo(const VXIMPropertyInfo& info, Invocation& invocation) {
+void VXIMMessageForwardProxy::forwardGetterWithPropertyInfo(const VXIMPropertyInfo& info,
+                                                            Invocation& invocation) {
     const vexim::MethodSignature& signature = invocation.methodSignature();
     if (signature.numberOfArguments() != 2) {
         throw Exception(vexim::kInvalidArgumentException, "Getter should take no argument.");
     }
-    loadResult(info, targetOf(invocation), {signature.methodReturnType(), signature.methodReturnLength()},
+    loadResult(info, targetOf(invocation),
+               {signature.methodReturnType(), signature.methodReturnLength()},
                invocation.returnValueLocation());
 }
 
-void VXIMMessageForwardProxy::storeArgument(const VXIMPropertyInfo& info, VXIMRuntimeObject& target, Type type,
-                                            const void* argument) {
+void VXIMMessageForwardProxy::storeArgument(const VXIMPropertyInfo& info, VXIMRuntimeObject& target,
+                                            Type type, const void* argument) {
     if (type.encoding.starts_with('@')) {
         Value value = *static_cast<const Value*>(argument);
-        if (info.associationPolicy() == VXIMPropertyInfo::AssociationPolicy::Copy) value = copied(value);
+        if (info.associationPolicy() == VXIMPropertyInfo::AssociationPolicy::Copy)
+            value = copied(value);
         if (info.ivar()) return target.instanceStorage().setObject(*info.ivar(), std::move(value));
         return target.setValueForPropertyName(std::move(value), info.name());
     }
     if (info.ivar()) return target.instanceStorage().setBytes(*info.ivar(), argument, type.size);
-    // Made where it is handed over: to move what has just been written byte by byte would wait for those writes.
-    if (type.encoding == kInt64) return target.setValueForPropertyName(loadInt64(argument), info.name());
+    // Made where it is handed over: to move what has just been written byte by byte would wait for
+    // those writes.
+    if (type.encoding == kInt64)
+        return target.setValueForPropertyName(loadInt64(argument), info.name());
     Value number = vexim::boxScalar(type.encoding, argument);
     if (number.isNil()) refuseType(type.encoding);
     target.setValueForPropertyName(std::move(number), info.name());
 }
 
-void VXIMMessageForwardProxy::loadResult(const VXIMPropertyInfo& info, VXIMRuntimeObject& target, Type type, void* result) {
+void VXIMMessageForwardProxy::loadResult(const VXIMPropertyInfo& info, VXIMRuntimeObject& target,
+                                         Type type, void* result) {
     if (type.encoding.starts_with('@')) {
         Value& value = *static_cast<Value*>(result);
-        value = info.ivar() ? target.instanceStorage().object(*info.ivar()) : target.valueForPropertyName(info.name());
-        if (!info.ivar() && value.isNull()) value = Value();  // an instance variable gives back what was put in
+        value = info.ivar() ? target.instanceStorage().object(*info.ivar())
+                            : target.valueForPropertyName(info.name());
+        // an instance variable gives back what was put in
+        if (!info.ivar() && value.isNull()) value = Value();
         return;
     }
     if (info.ivar()) {
         std::memset(result, 0, type.size);
-        // One word whatever the type, although a setter stores all of it: a long double or a structure comes back cut short.
-        target.instanceStorage().copyBytes(*info.ivar(), result, std::min(type.size, sizeof(void*)));
+        // One word whatever the type, although a setter stores all of it: a long double or a
+        // structure comes back cut short.
+        target.instanceStorage().copyBytes(*info.ivar(), result,
+                                           std::min(type.size, sizeof(void*)));
         return;
     }
     const Value value = target.valueForPropertyName(info.name());

@@ -9,11 +9,13 @@ using vexim::Class;
 using vexim::Property;
 using vexim::Selector;
 
-std::shared_ptr<VXIMPropertyInfo> VXIMPropertyInfo::propertyInfoWithSelector(Selector selector, const Class& cls) {
+std::shared_ptr<VXIMPropertyInfo> VXIMPropertyInfo::propertyInfoWithSelector(Selector selector,
+                                                                             const Class& cls) {
     return initWithClass(cls, VXIMPropertyNameFromSelector(cls, selector));
 }
 
-std::shared_ptr<VXIMPropertyInfo> VXIMPropertyInfo::initWithClass(const Class& cls, const std::optional<std::string>& name) {
+std::shared_ptr<VXIMPropertyInfo> VXIMPropertyInfo::initWithClass(
+    const Class& cls, const std::optional<std::string>& name) {
     return vexim::create<VXIMPropertyInfo>(cls, name);
 }
 
@@ -47,13 +49,15 @@ void VXIMPropertyInfo::readAttributes(const Property& property) {
             case 'S': setterName_ = value; break;
             case 'V': ivarName_ = value; break;
             case 'T': typeEncoding_ = value; break;
-            default: vexim::log(vexim::LogLevel::Warning, "VXIMRuntimeObject: unsupported property attribute: " + letter);
+            default:
+                vexim::log(vexim::LogLevel::Warning,
+                           "VXIMRuntimeObject: unsupported property attribute: " + letter);
         }
     }
 }
 
-// The first hit wins: what the property itself names, what a superclass's property of that name is backed by, and then the
-// two customary names on the class itself.
+// The first hit wins: what the property itself names, what a superclass's property of that name is
+// backed by, and then the two customary names on the class itself.
 void VXIMPropertyInfo::findInstanceVariable() {
     if (takeInstanceVariable(*cls_, ivarName_)) return;
     for (const Class* owner = cls_->superclass(); owner; owner = owner->superclass()) {
@@ -64,11 +68,13 @@ void VXIMPropertyInfo::findInstanceVariable() {
     takeInstanceVariable(*cls_, name_);
 }
 
-bool VXIMPropertyInfo::takeInstanceVariable(const Class& owner, const std::optional<std::string>& variable) {
+bool VXIMPropertyInfo::takeInstanceVariable(const Class& owner,
+                                            const std::optional<std::string>& variable) {
     ivar_ = variable ? owner.instanceVariable(*variable) : nullptr;
     if (!ivar_) return false;
-    vexim::log(vexim::LogLevel::Warning, "Warning: Value will be stored in ivar, because ivar `" + ivar_->name() +
-                                             "` decleared for property `" + name_ + "` was found on class `" + owner.name() + "`.");
+    vexim::log(vexim::LogLevel::Warning, "Warning: Value will be stored in ivar, because ivar `" +
+                                             ivar_->name() + "` decleared for property `" + name_ +
+                                             "` was found on class `" + owner.name() + "`.");
     return true;
 }
 
@@ -77,7 +83,8 @@ VXIMNamedLock& VXIMPropertyInfo::valueAccesslock() const {
     vexim::MutexLock creation(valueAccesslockCreation_);
     auto* lock = valueAccesslock_.load(std::memory_order_relaxed);
     if (!lock) {
-        lock = new VXIMNamedLock("com.vexora.clouddata.object.subclass." + cls_->name() + "." + name_ + ".valueAccessLock");
+        lock = new VXIMNamedLock("com.vexora.clouddata.object.subclass." + cls_->name() + "." +
+                                 name_ + ".valueAccessLock");
         valueAccesslock_.store(lock, std::memory_order_release);
     }
     return *lock;

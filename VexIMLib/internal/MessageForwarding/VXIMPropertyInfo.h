@@ -25,7 +25,8 @@ private:
     std::mutex mutex_;
 };
 
-/// What is known of one dynamic property of one concrete class. Constant once made; usable from any thread.
+/// What is known of one dynamic property of one concrete class. Constant once made; usable from any
+/// thread.
 class VXIMPropertyInfo final : public vexim::Object {
 public:
     enum class AssociationPolicy : std::int64_t { Assign = 1, Weak = 2, Strong = 3, Copy = 4 };
@@ -33,9 +34,11 @@ public:
     using Object::Object;
     ~VXIMPropertyInfo() override;
     /// nullptr when the selector leads to no property, or to one that is not dynamic.
-    static std::shared_ptr<VXIMPropertyInfo> propertyInfoWithSelector(vexim::Selector selector, const vexim::Class& cls);
+    static std::shared_ptr<VXIMPropertyInfo> propertyInfoWithSelector(vexim::Selector selector,
+                                                                      const vexim::Class& cls);
     /// nullptr when the class has no such property, or not as a dynamic one; nullopt names none.
-    static std::shared_ptr<VXIMPropertyInfo> initWithClass(const vexim::Class& cls, const std::optional<std::string>& name);
+    static std::shared_ptr<VXIMPropertyInfo> initWithClass(const vexim::Class& cls,
+                                                           const std::optional<std::string>& name);
     bool initialise(const vexim::Class& cls, const std::optional<std::string>& name);
 
     /// The concrete class that was asked about, which may have inherited the property.
@@ -52,13 +55,15 @@ public:
     vexim::Selector setterSelector() const noexcept { return setterSelector_; }
     vexim::Selector getterSelector() const noexcept { return getterSelector_; }
 
-    /// Serialises the accesses of an atomic property, over all objects of the class. Made on the first call.
+    /// Serialises the accesses of an atomic property, over all objects of the class. Made on the
+    /// first call.
     VXIMNamedLock& valueAccesslock() const;
 
 private:
     void readAttributes(const vexim::Property& property);
     void findInstanceVariable();
-    bool takeInstanceVariable(const vexim::Class& owner, const std::optional<std::string>& variable);
+    bool takeInstanceVariable(const vexim::Class& owner,
+                              const std::optional<std::string>& variable);
 
     const vexim::Class* cls_ = nullptr;
     std::string name_;

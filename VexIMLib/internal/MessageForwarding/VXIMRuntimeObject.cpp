@@ -30,7 +30,8 @@ struct SplitPath {
     }
 };
 
-/// Whether a key path has one component only. Eight bytes at once: most are short, and a call of memchr costs more.
+/// Whether a key path has one component only. Eight bytes at once: most are short, and a call of
+/// memchr costs more.
 bool isKey(std::string_view path) noexcept {
     constexpr std::uint64_t kOnes = 0x0101010101010101;
     if (path.size() < 8) {
@@ -74,16 +75,18 @@ const char* className(const Value& value) {
 [[noreturn]] void raiseUnknownKey(const Value& holder, std::string_view key) {
     const auto object = holder.asObject();
     char address[2 + 2 * sizeof(void*) + 1];
-    std::snprintf(address, sizeof address, "%p", object ? static_cast<const void*>(object.get()) : &holder);
-    throw vexim::Exception(vexim::kUnknownKeyException, "[<" + (object ? object->runtimeClass().name() : className(holder)) + " " +
-                                                            address +
-                                                            "> setValue:forUndefinedKey:]: this class is not key value "
-                                                            "coding-compliant for the key " +
-                                                            std::string(key) + ".");
+    std::snprintf(address, sizeof address, "%p",
+                  object ? static_cast<const void*>(object.get()) : &holder);
+    throw vexim::Exception(vexim::kUnknownKeyException,
+                           "[<" + (object ? object->runtimeClass().name() : className(holder)) +
+                               " " + address +
+                               "> setValue:forUndefinedKey:]: this class is not key value "
+                               "coding-compliant for the key " +
+                               std::string(key) + ".");
 }
 
-/// Writes where every component but the last is a dictionary or missing. Each dictionary on the way is unshared, so that those
-/// who hold an earlier copy see nothing of it.
+/// Writes where every component but the last is a dictionary or missing. Each dictionary on the way
+/// is unshared, so that those who hold an earlier copy see nothing of it.
 void writePath(Dictionary& dictionary, const SplitPath& path, Value object) {
     if (!path.rest) return dictionary.setOrRemove(path.first, std::move(object));
     dictionary.update(path.first, [&path, &object](Value& nested) {
@@ -92,14 +95,16 @@ void writePath(Dictionary& dictionary, const SplitPath& path, Value object) {
     });
 }
 
-// The class's own operations as methods, for those who send messages by name. (Keys are texts: anything else names none.)
+// The class's own operations as methods, for those who send messages by name. (Keys are texts:
+// anything else names none.)
 
 template <Value (VXIMRuntimeObject::*read)(std::string_view) const>
 vexim::Method reader(const char* selector) {
     return {selector, "@@:@", [](vexim::Object& self, vexim::Invocation& invocation) {
                 Value key;
                 invocation.getArgument(&key, 2);
-                const Value result = (static_cast<VXIMRuntimeObject&>(self).*read)(key.asStringView().value_or(""));
+                const Value result =
+                    (static_cast<VXIMRuntimeObject&>(self).*read)(key.asStringView().value_or(""));
                 invocation.setReturnValue(&result);
             }};
 }
@@ -111,7 +116,8 @@ vexim::Method writer(const char* selector) {
                 Value key;
                 invocation.getArgument(&value, 2);
                 invocation.getArgument(&key, 3);
-                (static_cast<VXIMRuntimeObject&>(self).*write)(std::move(value), key.asStringView().value_or(""));
+                (static_cast<VXIMRuntimeObject&>(self).*write)(std::move(value),
+                                                               key.asStringView().value_or(""));
             }};
 }
 
@@ -127,13 +133,15 @@ std::vector<vexim::Method> ownMethods() {
          [](vexim::Object& self, vexim::Invocation& invocation) {
              Value entries;
              invocation.getArgument(&entries, 2);
-             if (entries.isDictionary()) static_cast<Self&>(self).addEntriesFromDictionary(*entries.asDictionary());
+             if (entries.isDictionary())
+                 static_cast<Self&>(self).addEntriesFromDictionary(*entries.asDictionary());
          }},
         {"keyPathForProperty:", "@@:@",
          [](vexim::Object& self, vexim::Invocation& invocation) {
              Value property;
              invocation.getArgument(&property, 2);
-             const Value keyPath = static_cast<Self&>(self).keyPathForProperty(property.asStringView().value_or(""));
+             const Value keyPath =
+                 static_cast<Self&>(self).keyPathForProperty(property.asStringView().value_or(""));
              invocation.setReturnValue(&keyPath);
          }},
         reader<&Self::valueForKey>("valueForKey:"),
@@ -156,7 +164,8 @@ std::vector<vexim::Method> ownMethods() {
 VXIMRuntimeObject::~VXIMRuntimeObject() { delete instanceStorage_.load(std::memory_order_acquire); }
 
 const Class& VXIMRuntimeObject::staticClass() {
-    static const Class& cls = Class::declare("VXIMRuntimeObject", &Object::staticClass(), {}, {}, ownMethods());
+    static const Class& cls =
+        Class::declare("VXIMRuntimeObject", &Object::staticClass(), {}, {}, ownMethods());
     return cls;
 }
 
@@ -175,11 +184,14 @@ bool VXIMRuntimeObject::initialise(Dictionary dictionary) {
 }
 
 void VXIMRuntimeObject::addEntriesFromDictionary(const Dictionary& entries) {
-    const Dictionary held = entries;  // an observer, or the caller, may write the original meanwhile
+    // an observer, or the caller, may write the original meanwhile
+    const Dictionary held = entries;
     for (const auto& [key, value] : held) setValueForKey(value, key);
 }
 
-std::string_view VXIMRuntimeObject::keyPathForProperty(std::string_view property) const { return property; }
+std::string_view VXIMRuntimeObject::keyPathForProperty(std::string_view property) const {
+    return property;
+}
 
 Value VXIMRuntimeObject::valueForKey(std::string_view key) const { return objectForKey(key); }
 
@@ -191,13 +203,21 @@ void VXIMRuntimeObject::setValueForKey(Value value, std::string_view key) {
 
 Value VXIMRuntimeObject::objectForKey(std::string_view key) const { return dataStore_.get(key); }
 
-void VXIMRuntimeObject::setObjectForKey(Value object, std::string_view key) { dataStore_.setOrRemove(key, std::move(object)); }
+void VXIMRuntimeObject::setObjectForKey(Value object, std::string_view key) {
+    dataStore_.setOrRemove(key, std::move(object));
+}
 
-Value VXIMRuntimeObject::objectForKeyedSubscript(std::string_view key) const { return objectForKey(key); }
+Value VXIMRuntimeObject::objectForKeyedSubscript(std::string_view key) const {
+    return objectForKey(key);
+}
 
-void VXIMRuntimeObject::setObjectForKeyedSubscript(Value object, std::string_view key) { setObjectForKey(std::move(object), key); }
+void VXIMRuntimeObject::setObjectForKeyedSubscript(Value object, std::string_view key) {
+    setObjectForKey(std::move(object), key);
+}
 
-Value VXIMRuntimeObject::valueForKeyPath(std::string_view keyPath) const { return objectForKeyPath(keyPath); }
+Value VXIMRuntimeObject::valueForKeyPath(std::string_view keyPath) const {
+    return objectForKeyPath(keyPath);
+}
 
 void VXIMRuntimeObject::setValueForKeyPath(Value value, std::string_view keyPath) {
     setObjectForKeyPath(std::move(value), keyPath);
@@ -239,13 +259,16 @@ void VXIMRuntimeObject::setValueForPropertyName(Value value, std::string_view pr
     dataStore_.set(path, std::move(value));
 }
 
-std::string VXIMRuntimeObject::description() const { return Object::description() + " " + dataStore_.description(); }
+std::string VXIMRuntimeObject::description() const {
+    return Object::description() + " " + dataStore_.description();
+}
 
 std::shared_ptr<VXIMMessageForwardProxy> VXIMRuntimeObject::messageForwardProxy() {
     return VXIMMessageForwardProxy::proxyForRootClass(VXIMRuntimeObject::staticClass());
 }
 
-std::shared_ptr<const vexim::MethodSignature> VXIMRuntimeObject::methodSignatureForSelector(vexim::Selector selector) const {
+std::shared_ptr<const vexim::MethodSignature> VXIMRuntimeObject::methodSignatureForSelector(
+    vexim::Selector selector) const {
     if (auto signature = Object::methodSignatureForSelector(selector)) return signature;
     return messageForwardProxy()->methodSignatureForSelector(selector, runtimeClass());
 }
@@ -258,8 +281,11 @@ vexim::InstanceStorage& VXIMRuntimeObject::instanceStorage() {
     auto* storage = instanceStorage_.load(std::memory_order_acquire);
     if (!storage) {
         auto fresh = std::make_unique<vexim::InstanceStorage>(runtimeClass());
-        // Another atomic property's accessor may be first on another thread; then its storage is the one.
-        if (instanceStorage_.compare_exchange_strong(storage, fresh.get(), std::memory_order_acq_rel)) storage = fresh.release();
+        // Another atomic property's accessor may be first on another thread; then its storage is
+        // the one.
+        if (instanceStorage_.compare_exchange_strong(storage, fresh.get(),
+                                                     std::memory_order_acq_rel))
+            storage = fresh.release();
     }
     return *storage;
 }

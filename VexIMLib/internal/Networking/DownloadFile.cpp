@@ -20,7 +20,9 @@ std::string temporaryName(const std::string& path) {
 
 }  // namespace
 
-DownloadFile::DownloadFile(std::string path) : path_(std::move(path)), temporaryPath_(temporaryName(path_)) {}
+DownloadFile::DownloadFile(std::string path)
+    : path_(std::move(path)),
+      temporaryPath_(temporaryName(path_)) {}
 
 DownloadFile::~DownloadFile() {
     if (stream_) FileManager::remove(temporaryPath_);
@@ -48,9 +50,11 @@ ErrorPtr DownloadFile::conclude(ErrorPtr error) {
     if (error && error->is(kURLErrorDomain, URLErrorCancelled)) {
         // Whoever cancelled it is told so, whatever else happened.
     } else if (stream && stream->streamError()) {
-        error = fileFailed(stream->streamError());  // also the last write of all, after which nobody has asked
+        // also the last write of all, after which nobody has asked
+        error = fileFailed(stream->streamError());
     } else if (!error) {
-        if (ErrorPtr failure = FileManager::move(temporaryPath_, path_)) error = fileFailed(failure);
+        if (ErrorPtr failure = FileManager::move(temporaryPath_, path_))
+            error = fileFailed(failure);
     }
     if (error && stream) FileManager::remove(temporaryPath_);
     return error;

@@ -16,12 +16,14 @@ ErrorPtr transportFailed(const ErrorPtr& cause) {
 
 ErrorPtr fileFailed(const ErrorPtr& cause) {
     return Error::make(VXErrorDomain, VXErrorNoUsableAnswer,
-                       Dictionary{{kLocalizedDescriptionKey, cause->localizedDescription()}, {kUnderlyingErrorKey, cause}});
+                       Dictionary{{kLocalizedDescriptionKey, cause->localizedDescription()},
+                                  {kUnderlyingErrorKey, cause}});
 }
 
 ErrorPtr badServerResponse(std::int64_t status, const Value& failingURL) {
-    Dictionary userInfo{{kLocalizedDescriptionKey, "Request failed: " + std::to_string(status) + " " +
-                                                       std::string(localizedStringForStatusCode(static_cast<int>(status)))}};
+    Dictionary userInfo{{kLocalizedDescriptionKey,
+                         "Request failed: " + std::to_string(status) + " " +
+                             std::string(localizedStringForStatusCode(static_cast<int>(status)))}};
     userInfo.setOrRemove(kFailingURLKey, failingURL);
     return Error::make(kURLErrorDomain, URLErrorBadServerResponse, std::move(userInfo));
 }
@@ -33,11 +35,14 @@ ErrorPtr raised(const Exception& exception) {
 }
 
 ErrorPtr markedTemporary(const ErrorPtr& error) {
-    auto userInfo = error->userInfo().isDictionary() ? *error->userInfo().asDictionary() : Dictionary{};
+    auto userInfo =
+        error->userInfo().isDictionary() ? *error->userInfo().asDictionary() : Dictionary{};
     userInfo.set(kTemporaryKey, true);
     return Error::make(error->domain(), error->code(), std::move(userInfo));
 }
 
-bool isMarkedTemporary(const ErrorPtr& error) { return error && error->info(kTemporaryKey).boolValue(); }
+bool isMarkedTemporary(const ErrorPtr& error) {
+    return error && error->info(kTemporaryKey).boolValue();
+}
 
 }  // namespace vexim::rest

@@ -17,12 +17,14 @@ std::int32_t percentage(std::int64_t done, std::int64_t expected) noexcept {
     return static_cast<std::int32_t>(std::fmin(std::fmax(percent, least), most));
 }
 
-void reportProgress(const std::shared_ptr<const VXIMProgress>& progress, const std::shared_ptr<VXIMTransfer>& transfer,
-                    std::int64_t done, std::int64_t expected) {
+void reportProgress(const std::shared_ptr<const VXIMProgress>& progress,
+                    const std::shared_ptr<VXIMTransfer>& transfer, std::int64_t done,
+                    std::int64_t expected) {
     if (!progress && !transfer) return;
     MainQueue::shared().async([progress, transfer, done, expected] {
         if (progress) (*progress)(percentage(done, expected));
-        VXIMTransferStages(transfer).report(done, expected < 0 ? std::nullopt : std::optional(expected));
+        VXIMTransferStages(transfer).report(done,
+                                            expected < 0 ? std::nullopt : std::optional(expected));
     });
 }
 

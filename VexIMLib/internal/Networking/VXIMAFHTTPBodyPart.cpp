@@ -18,18 +18,24 @@ namespace {
 constexpr std::string_view kCRLF = "\r\n";
 
 std::shared_ptr<vexim::InputStream> streamOverBody(const VXIMAFHTTPBodyPart::Body& body) {
-    if (const auto* data = std::get_if<vexim::Data>(&body)) return vexim::InputStream::withData(*data);
+    if (const auto* data = std::get_if<vexim::Data>(&body))
+        return vexim::InputStream::withData(*data);
     if (const auto* url = std::get_if<vexim::URL>(&body)) return vexim::InputStream::withURL(*url);
-    if (const auto* stream = std::get_if<std::shared_ptr<vexim::InputStream>>(&body); stream && *stream) return *stream;
+    if (const auto* stream = std::get_if<std::shared_ptr<vexim::InputStream>>(&body);
+        stream && *stream)
+        return *stream;
     return vexim::InputStream::withData({});
 }
 
 }  // namespace
 
-std::shared_ptr<VXIMAFHTTPBodyPart> VXIMAFHTTPBodyPart::init() { return vexim::create<VXIMAFHTTPBodyPart>(); }
+std::shared_ptr<VXIMAFHTTPBodyPart> VXIMAFHTTPBodyPart::init() {
+    return vexim::create<VXIMAFHTTPBodyPart>();
+}
 
 bool VXIMAFHTTPBodyPart::initialise() {
-    // Not by a transition: who begins an upload must not wait for the main thread, which may be waiting for him.
+    // Not by a transition: who begins an upload must not wait for the main thread, which may be
+    // waiting for him.
     enter(Phase::EncapsulationBoundary);
     return true;
 }
@@ -45,7 +51,8 @@ const std::shared_ptr<vexim::InputStream>& VXIMAFHTTPBodyPart::inputStream() {
 
 std::string VXIMAFHTTPBodyPart::stringForHeaders() const {
     std::string text;
-    for (const auto [name, value] : headers_) text.append(name).append(": ").append(value.description()).append(kCRLF);
+    for (const auto [name, value] : headers_)
+        text.append(name).append(": ").append(value.description()).append(kCRLF);
     return text.append(kCRLF);
 }
 
@@ -61,7 +68,8 @@ std::string VXIMAFHTTPBodyPart::finalBoundary() const {
 }
 
 std::uint64_t VXIMAFHTTPBodyPart::contentLength() const {
-    return openingBoundary().size() + stringForHeaders().size() + bodyContentLength_ + finalBoundary().size();
+    return openingBoundary().size() + stringForHeaders().size() + bodyContentLength_ +
+           finalBoundary().size();
 }
 
 bool VXIMAFHTTPBodyPart::hasBytesAvailable() {

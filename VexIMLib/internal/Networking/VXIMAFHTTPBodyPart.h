@@ -15,21 +15,29 @@
 
 namespace vexim {
 
-/// How boundaries and headers become bytes; the library's text is UTF-8 throughout, and so is the only encoding.
+/// How boundaries and headers become bytes; the library's text is UTF-8 throughout, and so is the
+/// only encoding.
 enum class StringEncoding : std::uint64_t { UTF8 = 4 };
 
 }  // namespace vexim
 
-/// One part of a multipart body: a small machine that reads its boundary, its headers, its contents and, for the last part, the
-/// final boundary, one after the other and in pieces of any size.
+/// One part of a multipart body: a small machine that reads its boundary, its headers, its contents
+/// and, for the last part, the final boundary, one after the other and in pieces of any size.
 class VXIMAFHTTPBodyPart : public vexim::Object {
 public:
     using vexim::Object::Object;
     ~VXIMAFHTTPBodyPart() override;
 
     /// Nothing stands for empty contents.
-    using Body = std::variant<std::monostate, vexim::Data, vexim::URL, std::shared_ptr<vexim::InputStream>>;
-    enum class Phase : std::int32_t { None = 0, EncapsulationBoundary = 1, Header = 2, Body = 3, FinalBoundary = 4 };
+    using Body =
+        std::variant<std::monostate, vexim::Data, vexim::URL, std::shared_ptr<vexim::InputStream>>;
+    enum class Phase : std::int32_t {
+        None = 0,
+        EncapsulationBoundary = 1,
+        Header = 2,
+        Body = 3,
+        FinalBoundary = 4
+    };
 
     static std::shared_ptr<VXIMAFHTTPBodyPart> init();
 
@@ -57,21 +65,26 @@ public:
     /// Bytes of the whole part, boundaries and headers included.
     std::uint64_t contentLength() const;
     bool hasBytesAvailable();
-    /// How many bytes came; -1 when the contents could not be read (see the input stream's error) or the process is exiting.
+    /// How many bytes came; -1 when the contents could not be read (see the input stream's error)
+    /// or the process is exiting.
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength);
-    /// The same up to the end of the present phase, without waiting for the main thread. When the phase is over,
-    /// `transitionToNextPhase` comes next.
+    /// The same up to the end of the present phase, without waiting for the main thread. When the
+    /// phase is over, `transitionToNextPhase` comes next.
     std::int64_t readPhase(std::uint8_t* buffer, std::size_t maxLength);
     bool isPhaseOver();
-    /// Whether it stands inside contents that can be read so. (What begins and ends them happens on the main thread.)
-    bool readsNonBlocking() const { return phase_ == Phase::Body && inputStream_ && inputStream_->readsNonBlocking(); }
-    /// On the main thread, where the contents are opened and closed; waits for it when called elsewhere. False once the process
-    /// is exiting.
+    /// Whether it stands inside contents that can be read so. (What begins and ends them happens on
+    /// the main thread.)
+    bool readsNonBlocking() const {
+        return phase_ == Phase::Body && inputStream_ && inputStream_->readsNonBlocking();
+    }
+    /// On the main thread, where the contents are opened and closed; waits for it when called
+    /// elsewhere. False once the process is exiting.
     bool transitionToNextPhase();
 
     /// From the beginning again, and without boundary flags: the stream that it joins sets them.
     std::shared_ptr<vexim::Object> copy() const override;
-    /// A copy that reads contents of its own; nullptr when they come from a stream that cannot be had again.
+    /// A copy that reads contents of its own; nullptr when they come from a stream that cannot be
+    /// had again.
     std::shared_ptr<VXIMAFHTTPBodyPart> again() const;
 
     bool initialise();

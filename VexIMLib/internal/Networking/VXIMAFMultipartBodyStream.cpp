@@ -4,10 +4,12 @@
 #include <utility>
 
 namespace {
-constexpr double kLongestDelay = 1e9;  // seconds; a longer one would overflow the clock's nanoseconds
-}
+// seconds; a longer one would overflow the clock's nanoseconds
+constexpr double kLongestDelay = 1e9;
+}  // namespace
 
-std::shared_ptr<VXIMAFMultipartBodyStream> VXIMAFMultipartBodyStream::initWithStringEncoding(vexim::StringEncoding encoding) {
+std::shared_ptr<VXIMAFMultipartBodyStream> VXIMAFMultipartBodyStream::initWithStringEncoding(
+    vexim::StringEncoding encoding) {
     return vexim::create<VXIMAFMultipartBodyStream>(encoding);
 }
 
@@ -41,11 +43,14 @@ void VXIMAFMultipartBodyStream::open() {
 
 void VXIMAFMultipartBodyStream::close() { streamStatus_ = vexim::StreamStatus::Closed; }
 
-bool VXIMAFMultipartBodyStream::hasBytesAvailable() const { return streamStatus_ == vexim::StreamStatus::Open; }
+bool VXIMAFMultipartBodyStream::hasBytesAvailable() const {
+    return streamStatus_ == vexim::StreamStatus::Open;
+}
 
 std::int64_t VXIMAFMultipartBodyStream::read(std::uint8_t* buffer, std::size_t maxLength) {
     if (streamStatus_ == vexim::StreamStatus::Closed) return 0;
-    const auto limit = static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
+    const auto limit =
+        static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
     std::size_t total = 0;
     while (total < limit && !isInterrupted() && moveToUnreadPart()) {
         const auto count = currentPart_->read(buffer + total, limit - total);
@@ -59,9 +64,12 @@ std::int64_t VXIMAFMultipartBodyStream::read(std::uint8_t* buffer, std::size_t m
     return static_cast<std::int64_t>(total);
 }
 
-vexim::InputStream::Piece VXIMAFMultipartBodyStream::readPiece(std::uint8_t* buffer, std::size_t maxLength) {
-    if (streamStatus_ == vexim::StreamStatus::Closed || isInterrupted() || !moveToUnreadPart()) return {};
-    auto limit = static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
+vexim::InputStream::Piece VXIMAFMultipartBodyStream::readPiece(std::uint8_t* buffer,
+                                                               std::size_t maxLength) {
+    if (streamStatus_ == vexim::StreamStatus::Closed || isInterrupted() || !moveToUnreadPart())
+        return {};
+    auto limit =
+        static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
     if (limit == 0) return {};
     if (delay_ > 0) limit -= std::min(limit, inPacket_);
     Piece piece{currentPart_->readPhase(buffer, limit)};
@@ -72,20 +80,25 @@ vexim::InputStream::Piece VXIMAFMultipartBodyStream::readPiece(std::uint8_t* buf
     inPacket_ += static_cast<std::size_t>(piece.count);
     const bool isPhaseOver = currentPart_->isPhaseOver();
     if (isPhaseOver) piece.onMain = [part = currentPart_] { part->transitionToNextPhase(); };
-    // What a part gives at once, up to a packet, is one piece, also when it has to stop at the main thread meanwhile.
-    if (isPhaseOver && currentPart_->phase() != VXIMAFHTTPBodyPart::Phase::FinalBoundary) return piece;
+    // What a part gives at once, up to a packet, is one piece, also when it has to stop at the main
+    // thread meanwhile.
+    if (isPhaseOver && currentPart_->phase() != VXIMAFHTTPBodyPart::Phase::FinalBoundary)
+        return piece;
     inPacket_ = 0;
     if (delay_ > 0) piece.rest = pause();
     return piece;
 }
 
 bool VXIMAFMultipartBodyStream::readsNonBlocking() const {
-    return streamStatus_ == vexim::StreamStatus::Open && delay_ <= 0 && currentPart_ && currentPart_->readsNonBlocking();
+    return streamStatus_ == vexim::StreamStatus::Open && delay_ <= 0 && currentPart_ &&
+           currentPart_->readsNonBlocking();
 }
 
-std::int64_t VXIMAFMultipartBodyStream::readNonBlocking(std::uint8_t* buffer, std::size_t maxLength) {
+std::int64_t VXIMAFMultipartBodyStream::readNonBlocking(std::uint8_t* buffer,
+                                                        std::size_t maxLength) {
     if (!readsNonBlocking()) return -1;
-    const auto limit = static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
+    const auto limit =
+        static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
     return currentPart_->inputStream()->readNonBlocking(buffer, limit);
 }
 
@@ -105,7 +118,8 @@ bool VXIMAFMultipartBodyStream::moveToNextPart() {
 }
 
 std::chrono::nanoseconds VXIMAFMultipartBodyStream::pause() const {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(std::min(delay_, kLongestDelay)));
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::chrono::duration<double>(std::min(delay_, kLongestDelay)));
 }
 
 void VXIMAFMultipartBodyStream::rest() {
@@ -133,7 +147,8 @@ void VXIMAFMultipartBodyStream::interrupt() {
 
 std::shared_ptr<vexim::Object> VXIMAFMultipartBodyStream::copy() const {
     auto copy = initWithStringEncoding(stringEncoding_);
-    for (const auto& part : parts_) copy->appendHTTPBodyPart(std::static_pointer_cast<VXIMAFHTTPBodyPart>(part->copy()));
+    for (const auto& part : parts_)
+        copy->appendHTTPBodyPart(std::static_pointer_cast<VXIMAFHTTPBodyPart>(part->copy()));
     copy->setInitialAndFinalBoundaries();
     return copy;
 }

@@ -12,13 +12,14 @@
 #include "VexIMLib/internal/Networking/VXIMAFHTTPBodyPart.h"
 #include "VexIMLib/internal/Platform/Files/InputStream.h"
 
-/// A "multipart/form-data" body as an input stream over its parts: nothing of it is ever assembled in memory.
-/// The parts' contents are opened and closed on the main thread, for which `read` waits.
+/// A "multipart/form-data" body as an input stream over its parts: nothing of it is ever assembled
+/// in memory. The parts' contents are opened and closed on the main thread, for which `read` waits.
 class VXIMAFMultipartBodyStream : public vexim::InputStream {
 public:
     using vexim::InputStream::InputStream;
 
-    static std::shared_ptr<VXIMAFMultipartBodyStream> initWithStringEncoding(vexim::StringEncoding encoding);
+    static std::shared_ptr<VXIMAFMultipartBodyStream> initWithStringEncoding(
+        vexim::StringEncoding encoding);
 
     /// The most that one read gives; at first there is no limit.
     std::uint64_t numberOfBytesInPacket() const noexcept { return numberOfBytesInPacket_; }
@@ -27,9 +28,13 @@ public:
     double delay() const noexcept { return delay_; }
     void setDelay(double seconds) noexcept { delay_ = seconds; }
     vexim::StringEncoding stringEncoding() const noexcept { return stringEncoding_; }
-    const std::vector<std::shared_ptr<VXIMAFHTTPBodyPart>>& HTTPBodyParts() const noexcept { return parts_; }
+    const std::vector<std::shared_ptr<VXIMAFHTTPBodyPart>>& HTTPBodyParts() const noexcept {
+        return parts_;
+    }
 
-    void appendHTTPBodyPart(std::shared_ptr<VXIMAFHTTPBodyPart> part) { parts_.push_back(std::move(part)); }
+    void appendHTTPBodyPart(std::shared_ptr<VXIMAFHTTPBodyPart> part) {
+        parts_.push_back(std::move(part));
+    }
     bool isEmpty() const noexcept { return parts_.empty(); }
     /// Marks the first part and the last.
     void setInitialAndFinalBoundaries();
@@ -66,11 +71,13 @@ private:
     bool isInterrupted();
 
     vexim::StringEncoding stringEncoding_ = vexim::StringEncoding::UTF8;
-    std::uint64_t numberOfBytesInPacket_ = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    std::uint64_t numberOfBytesInPacket_ =
+        static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     double delay_ = 0;
     std::vector<std::shared_ptr<VXIMAFHTTPBodyPart>> parts_;
-    std::size_t inPacket_ = 0;             // of the piece that `readPiece` is at
-    std::optional<std::size_t> nextPart_;  // nullopt before the first `open`: there is nothing to read yet
+    std::size_t inPacket_ = 0;  // of the piece that `readPiece` is at
+    // nullopt before the first `open`: there is nothing to read yet
+    std::optional<std::size_t> nextPart_;
     std::shared_ptr<VXIMAFHTTPBodyPart> currentPart_;
     vexim::StreamStatus streamStatus_ = vexim::StreamStatus::NotOpen;
     vexim::ErrorPtr streamError_;
@@ -78,5 +85,6 @@ private:
     vexim::Mutex interruptMutex_;
     vexim::ConditionVariable interruption_;
     bool interrupted_ VEXIM_GUARDED_BY(interruptMutex_) = false;
-    std::shared_ptr<vexim::InputStream> currentContents_ VEXIM_GUARDED_BY(interruptMutex_);  // what `interrupt` passes on to
+    // what `interrupt` passes on to
+    std::shared_ptr<vexim::InputStream> currentContents_ VEXIM_GUARDED_BY(interruptMutex_);
 };

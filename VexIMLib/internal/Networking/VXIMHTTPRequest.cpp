@@ -13,7 +13,8 @@ namespace {
 constexpr const char* kAttachment = "attachment";  // the upload's path, and its form field
 constexpr const char* kStagingDirectory = "com.vexora.message.attachments";
 
-void sendBody(const char* method, std::string path, vexim::Value body, VXIMResultCompletion completion) {
+void sendBody(const char* method, std::string path, vexim::Value body,
+              VXIMResultCompletion completion) {
     auto request = VXIMRequest::request();
     request->setMethod(method);
     request->setBody(std::move(body));
@@ -33,7 +34,8 @@ vexim::Value attachmentOfAnswer(const vexim::Value& answer) {
 
 }  // namespace
 
-void VXIMHTTPRequest::get(std::string path, std::optional<vexim::Dictionary> params, VXIMResultCompletion completion) {
+void VXIMHTTPRequest::get(std::string path, std::optional<vexim::Dictionary> params,
+                          VXIMResultCompletion completion) {
     auto request = VXIMRequest::request();
     request->setQueryParams(std::move(params));
     request->setPath(std::move(path));
@@ -48,38 +50,46 @@ void VXIMHTTPRequest::put(std::string path, vexim::Value body, VXIMResultComplet
     sendBody("PUT", std::move(path), std::move(body), std::move(completion));
 }
 
-void VXIMHTTPRequest::deletePath(std::string path, vexim::Value body, VXIMResultCompletion completion) {
+void VXIMHTTPRequest::deletePath(std::string path, vexim::Value body,
+                                 VXIMResultCompletion completion) {
     sendBody("DELETE", std::move(path), std::move(body), std::move(completion));
 }
 
-void VXIMHTTPRequest::uploadFileAtPath(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
+void VXIMHTTPRequest::uploadFileAtPath(std::string path, VXIMProgress progress,
+                                       VXIMResultCompletion completion,
                                        std::shared_ptr<VXIMTransfer> transfer) {
     auto request = VXIMRequest::request();
     request->setMethod("POST");
     request->setPath(kAttachment);
     request->addHTTPHeadersFromDictionary({{"Cache-Control", "no-cache"}});
 
-    auto form = VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
+    auto form =
+        VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
     // A file that cannot be read leaves the form empty, and the service's answer tells.
     form->appendPartWithFileURL(vexim::URL::fileURLWithPath(path), kAttachment, nullptr);
     auto finalized = form->requestByFinalizingMultipartFormData();
 
     finalized->uploadWithNewBodyStreamBlock(
         [finalized] { return finalized->bodyStream(); }, std::move(progress),
-        [completion = std::move(completion)](const vexim::Value& result, const vexim::ErrorPtr& error) {
+        [completion = std::move(completion)](const vexim::Value& result,
+                                             const vexim::ErrorPtr& error) {
             if (completion) completion(attachmentOfAnswer(result), error);
         },
         std::move(transfer));
 }
 
-void VXIMHTTPRequest::uploadData(vexim::Data bytes, VXIMProgress progress, VXIMResultCompletion completion,
+void VXIMHTTPRequest::uploadData(vexim::Data bytes, VXIMProgress progress,
+                                 VXIMResultCompletion completion,
                                  std::shared_ptr<VXIMTransfer> transfer) {
-    auto background = vexim::OperationQueue::create("vexim-staging");  // its thread ends with this one operation
-    background->addOperation([bytes = std::move(bytes), progress = std::move(progress), completion = std::move(completion),
-                              transfer = std::move(transfer)] {
-        const auto directory = vexim::appendPathComponent(vexim::temporaryDirectory(), kStagingDirectory);
+    // its thread ends with this one operation
+    auto background = vexim::OperationQueue::create("vexim-staging");
+    background->addOperation([bytes = std::move(bytes), progress = std::move(progress),
+                              completion = std::move(completion), transfer = std::move(transfer)] {
+        const auto directory =
+            vexim::appendPathComponent(vexim::temporaryDirectory(), kStagingDirectory);
         const auto path = vexim::appendPathComponent(directory, *VXIMUtils::md5FromData(bytes));
-        // Without the directory this fails, and an empty form is uploaded: whoever stages attachments has made it.
+        // Without the directory this fails, and an empty form is uploaded: whoever stages
+        // attachments has made it.
         vexim::FileManager::writeAtomically(bytes, path);
         uploadFileAtPath(path, progress, completion, transfer);
     });

@@ -23,10 +23,11 @@ constexpr auto kSessionTokenHeader = "X-VX-Session-Token"sv;
 
 std::string escapedQueryValue(const vexim::Value& value) {
     if (auto text = value.asStringView()) return vexim::percentEscapeLegacy(*text);
-    throw vexim::Exception(vexim::kInvalidArgumentException,
-                           "a query value must be a string: stringByAddingPercentEscapesUsingEncoding: is an unrecognized "
-                           "selector of " +
-                               value.description());
+    throw vexim::Exception(
+        vexim::kInvalidArgumentException,
+        "a query value must be a string: stringByAddingPercentEscapesUsingEncoding: is an unrecognized "
+        "selector of " +
+            value.description());
 }
 
 }  // namespace
@@ -48,11 +49,14 @@ void VXIMRequest::setBody(vexim::Value body) {
     if (body.isNil() || body.isArray() || body.isDictionary()) body_ = std::move(body);
 }
 
-void VXIMRequest::setValueForHTTPHeaderField(std::optional<std::string> value, const std::string& field) {
+void VXIMRequest::setValueForHTTPHeaderField(std::optional<std::string> value,
+                                             const std::string& field) {
     headers_.setOrRemove(field, value);
 }
 
-void VXIMRequest::addHTTPHeadersFromDictionary(const vexim::Dictionary& headers) { headers_.addEntries(headers); }
+void VXIMRequest::addHTTPHeadersFromDictionary(const vexim::Dictionary& headers) {
+    headers_.addEntries(headers);
+}
 
 std::optional<std::string> VXIMRequest::baseUrl() const {
     auto configuration = vxim_configuration.get();
@@ -100,8 +104,8 @@ std::optional<vexim::URL> VXIMRequest::composeURLWithPath(const std::optional<st
 
 std::string VXIMRequest::generateUserAgent() const {
     const auto device = vexim::deviceInfo();
-    return vexim::printed(device.bundleIdentifier) + '/' + vexim::printed(device.bundleVersion) + " iOS/" +
-           vexim::printed(device.systemVersion);
+    return vexim::printed(device.bundleIdentifier) + '/' + vexim::printed(device.bundleVersion) +
+           " iOS/" + vexim::printed(device.systemVersion);
 }
 
 void VXIMRequest::signRequest(VXIMRequest& request) const {
@@ -116,7 +120,8 @@ void VXIMRequest::signRequest(VXIMRequest& request) const {
 vexim::Dictionary VXIMRequest::buildHeaders() {
     vexim::Dictionary all;
     all.set("User-Agent", generateUserAgent());
-    // Signing overwrites the signature of an earlier attempt: each carries the time that it is sent at.
+    // Signing overwrites the signature of an earlier attempt: each carries the time that it is sent
+    // at.
     signRequest(*this);
     if (sessionToken_ && !sessionToken_->empty()) all.set(kSessionTokenHeader, *sessionToken_);
     all.addEntries(headers_);
@@ -137,8 +142,9 @@ vexim::URLRequest VXIMRequest::urlRequest() {
     if (!body_.isNil()) {
         auto json = vexim::writeJSON(body_);
         if (json.error) {
-            throw vexim::Exception(vexim::kInternalInconsistencyException,
-                                   "failed to serialize request body object, error: " + json.error->description());
+            throw vexim::Exception(
+                vexim::kInternalInconsistencyException,
+                "failed to serialize request body object, error: " + json.error->description());
         }
         request.body = vexim::Data::fromString(std::move(json.text));
     } else if (bodyStream_) {

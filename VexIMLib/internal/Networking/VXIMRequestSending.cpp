@@ -1,4 +1,5 @@
-// How a request is sent: one task an attempt, three attempts at most, one call of the caller's completion.
+// How a request is sent: one task an attempt, three attempts at most, one call of the caller's
+// completion.
 
 #include <chrono>
 #include <cstdint>
@@ -22,14 +23,17 @@ std::chrono::nanoseconds retryDelay(std::uint32_t random) {
     return std::chrono::nanoseconds(static_cast<std::int64_t>(seconds * 1e9));
 }
 
-/// Whether another attempt could only end in the same way, because the reason lies with us: a file that cannot be read, is full,
-/// or has changed meanwhile; a certificate, or a handshake, that we do not accept.
+/// Whether another attempt could only end in the same way, because the reason lies with us: a file
+/// that cannot be read, is full, or has changed meanwhile; a certificate, or a handshake, that we
+/// do not accept.
 bool isOurs(const vexim::ErrorPtr& cause) {
     if (!cause) return false;
-    if (cause->domain() != vexim::kURLErrorDomain) return cause->domain() == vexim::kCocoaErrorDomain;
+    if (cause->domain() != vexim::kURLErrorDomain)
+        return cause->domain() == vexim::kCocoaErrorDomain;
     const auto code = cause->code();
     return code == vexim::URLErrorRequestBodyStreamExhausted ||
-           (code <= vexim::URLErrorSecureConnectionFailed && code >= vexim::URLErrorServerCertificateNotYetValid);
+           (code <= vexim::URLErrorSecureConnectionFailed &&
+            code >= vexim::URLErrorServerCertificateNotYetValid);
 }
 
 }  // namespace
@@ -37,9 +41,11 @@ bool isOurs(const vexim::ErrorPtr& cause) {
 void VXIMRequest::sendWithCompletion(VXIMResultCompletion completion) {
     const auto& manager = VXIMURLSessionManager::defaultManager();
     auto task = manager->dataTaskWithRequest(
-        *this, [self = self(), completion = std::move(completion)](const vexim::Value& result, const vexim::ErrorPtr& error) {
+        *this, [self = self(), completion = std::move(completion)](const vexim::Value& result,
+                                                                   const vexim::ErrorPtr& error) {
             if (self->shouldRetry(error)) {
-                return self->retry([self, completion] { self->sendWithCompletion(completion); }, completion);
+                return self->retry([self, completion] { self->sendWithCompletion(completion); },
+                                   completion);
             }
             if (!completion) return;
             if (error) {
@@ -53,11 +59,14 @@ void VXIMRequest::sendWithCompletion(VXIMResultCompletion completion) {
 
 void VXIMRequest::makeDelayedRetry(std::function<void()> retry) {
     ++retryCount_;
-    vexim::MainQueue::shared().after(retryDelay(vexim::Random::shared()->next32()), std::move(retry));
+    vexim::MainQueue::shared().after(retryDelay(vexim::Random::shared()->next32()),
+                                     std::move(retry));
 }
 
 bool VXIMRequest::shouldRetry(const vexim::ErrorPtr& error) const {
-    if (!vexim::rest::isMarkedTemporary(error) || retryCount_ >= kMaxRetries || isOurs(error->underlyingError())) return false;
+    if (!vexim::rest::isMarkedTemporary(error) || retryCount_ >= kMaxRetries ||
+        isOurs(error->underlyingError()))
+        return false;
     // Another attempt could only report that the body is gone, and hide what went wrong.
     return !body_.isNil() || !bodyStream_ || bodyStream_->isSendable();
 }

@@ -2,7 +2,8 @@
 //
 //   not begun yet  --cancel-->  no task is made, the completion is queued
 //   an attempt runs  --cancel-->  the task ends with -999, its delegate completes
-//   a pause before the next attempt  --cancel-->  the completion is queued, the next attempt does not start
+// a pause before the next attempt  --cancel-->  the completion is queued, the next attempt does not
+// start
 
 #include <utility>
 
@@ -22,8 +23,10 @@ void start(const std::shared_ptr<vexim::URLSessionTask>& task, const VXIMTransfe
     task->resume();
 }
 
-/// The caller's completion; a cancellation through the handle wins over whatever came at the same time.
-void finish(const VXIMTransferStages& stages, vexim::Value result, vexim::ErrorPtr error, const VXIMResultCompletion& completion) {
+/// The caller's completion; a cancellation through the handle wins over whatever came at the same
+/// time.
+void finish(const VXIMTransferStages& stages, vexim::Value result, vexim::ErrorPtr error,
+            const VXIMResultCompletion& completion) {
     if (!stages.finish()) {
         result = nullptr;
         error = vexim::rest::cancelled();
@@ -33,15 +36,15 @@ void finish(const VXIMTransferStages& stages, vexim::Value result, vexim::ErrorP
 
 /// For a transfer that has nothing to be ended on its way to the network.
 void finishCancelled(const VXIMTransferStages& stages, const VXIMResultCompletion& completion) {
-    vexim::MainQueue::shared().async([stages, completion] { finish(stages, nullptr, nullptr, completion); });
+    vexim::MainQueue::shared().async(
+        [stages, completion] { finish(stages, nullptr, nullptr, completion); });
 }
 
 }  // namespace
 
-std::shared_ptr<vexim::URLSessionTask> VXIMRequest::uploadWithNewBodyStreamBlock(VXIMNewBodyStreamBlock newBodyStream,
-                                                                                 VXIMProgress progress,
-                                                                                 VXIMResultCompletion completion,
-                                                                                 std::shared_ptr<VXIMTransfer> transfer) {
+std::shared_ptr<vexim::URLSessionTask> VXIMRequest::uploadWithNewBodyStreamBlock(
+    VXIMNewBodyStreamBlock newBodyStream, VXIMProgress progress, VXIMResultCompletion completion,
+    std::shared_ptr<VXIMTransfer> transfer) {
     const VXIMTransferStages stages(transfer);
     if (stages.isCancelled()) {
         finishCancelled(stages, completion);
@@ -50,11 +53,13 @@ std::shared_ptr<vexim::URLSessionTask> VXIMRequest::uploadWithNewBodyStreamBlock
     if (!bodyStream_ && body_.isNil() && newBodyStream) bodyStream_ = newBodyStream();
     auto task = VXIMURLSessionManager::defaultManager()->uploadTaskWithRequest(
         *this, progressThatEndsRetries(progress),
-        [self = self(), newBodyStream = std::move(newBodyStream), progress, completion = std::move(completion), transfer](
-            const vexim::Value& result, const vexim::ErrorPtr& error) {
+        [self = self(), newBodyStream = std::move(newBodyStream), progress,
+         completion = std::move(completion),
+         transfer](const vexim::Value& result, const vexim::ErrorPtr& error) {
             self->concludeTransfer(error ? vexim::Value() : result, error, completion, transfer,
                                    [self, newBodyStream, progress, completion, transfer] {
-                                       self->uploadWithNewBodyStreamBlock(newBodyStream, progress, completion, transfer);
+                                       self->uploadWithNewBodyStreamBlock(newBodyStream, progress,
+                                                                          completion, transfer);
                                    });
         },
         transfer);
@@ -62,17 +67,17 @@ std::shared_ptr<vexim::URLSessionTask> VXIMRequest::uploadWithNewBodyStreamBlock
     return task;
 }
 
-std::shared_ptr<vexim::URLSessionTask> VXIMRequest::downloadWithOutputStreamBlock(VXIMNewOutputStreamBlock newOutputStream,
-                                                                                  VXIMProgress progress,
-                                                                                  VXIMResultCompletion completion,
-                                                                                  std::shared_ptr<VXIMTransfer> transfer) {
-    return download(std::move(newOutputStream), std::move(progress), std::move(completion), std::move(transfer), std::nullopt);
+std::shared_ptr<vexim::URLSessionTask> VXIMRequest::downloadWithOutputStreamBlock(
+    VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
+    VXIMResultCompletion completion, std::shared_ptr<VXIMTransfer> transfer) {
+    return download(std::move(newOutputStream), std::move(progress), std::move(completion),
+                    std::move(transfer), std::nullopt);
 }
 
-std::shared_ptr<vexim::URLSessionTask> VXIMRequest::download(VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
-                                                             VXIMResultCompletion completion,
-                                                             std::shared_ptr<VXIMTransfer> transfer,
-                                                             std::optional<std::string> targetPath) {
+std::shared_ptr<vexim::URLSessionTask> VXIMRequest::download(
+    VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
+    VXIMResultCompletion completion, std::shared_ptr<VXIMTransfer> transfer,
+    std::optional<std::string> targetPath) {
     const VXIMTransferStages stages(transfer);
     if (stages.isCancelled()) {
         finishCancelled(stages, completion);
@@ -80,12 +85,13 @@ std::shared_ptr<vexim::URLSessionTask> VXIMRequest::download(VXIMNewOutputStream
     }
     auto task = VXIMURLSessionManager::defaultManager()->fileDownloadTaskWithRequest(
         *this, newOutputStream, progressThatEndsRetries(progress),
-        [self = self(), newOutputStream, progress, completion = std::move(completion), transfer, targetPath](
-            const vexim::Value& result, const vexim::ErrorPtr& error) {
-            self->concludeTransfer(result, error, completion, transfer,
-                                   [self, newOutputStream, progress, completion, transfer, targetPath] {
-                                       self->download(newOutputStream, progress, completion, transfer, targetPath);
-                                   });
+        [self = self(), newOutputStream, progress, completion = std::move(completion), transfer,
+         targetPath](const vexim::Value& result, const vexim::ErrorPtr& error) {
+            self->concludeTransfer(
+                result, error, completion, transfer,
+                [self, newOutputStream, progress, completion, transfer, targetPath] {
+                    self->download(newOutputStream, progress, completion, transfer, targetPath);
+                });
         },
         transfer, targetPath);
     start(task, stages);
@@ -99,10 +105,13 @@ VXIMProgress VXIMRequest::progressThatEndsRetries(VXIMProgress progress) {
     };
 }
 
-void VXIMRequest::concludeTransfer(vexim::Value result, vexim::ErrorPtr error, const VXIMResultCompletion& completion,
-                                   const std::shared_ptr<VXIMTransfer>& transfer, std::function<void()> again) {
+void VXIMRequest::concludeTransfer(vexim::Value result, vexim::ErrorPtr error,
+                                   const VXIMResultCompletion& completion,
+                                   const std::shared_ptr<VXIMTransfer>& transfer,
+                                   std::function<void()> again) {
     const VXIMTransferStages stages(transfer);
-    if (stages.isCancelled() || !shouldRetry(error)) return finish(stages, std::move(result), std::move(error), completion);
+    if (stages.isCancelled() || !shouldRetry(error))
+        return finish(stages, std::move(result), std::move(error), completion);
     stages.enter([stages, completion] { finishCancelled(stages, completion); });
     auto failed = [stages, completion](const vexim::Value&, const vexim::ErrorPtr& raised) {
         finish(stages, nullptr, raised, completion);
@@ -114,18 +123,21 @@ void VXIMRequest::concludeTransfer(vexim::Value result, vexim::ErrorPtr error, c
         std::move(failed));
 }
 
-void VXIMRequest::downloadToPath(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
+void VXIMRequest::downloadToPath(std::string path, VXIMProgress progress,
+                                 VXIMResultCompletion completion,
                                  std::shared_ptr<VXIMTransfer> transfer) {
     auto file = std::make_shared<vexim::rest::DownloadFile>(path);
-    auto conclude = [file, path, completion = std::move(completion)](const vexim::Value&, vexim::ErrorPtr error) {
+    auto conclude = [file, path, completion = std::move(completion)](const vexim::Value&,
+                                                                     vexim::ErrorPtr error) {
         error = file->conclude(std::move(error));
         if (completion) completion(error ? vexim::Value() : vexim::Value(path), error);
     };
     if (auto error = file->check()) {
-        vexim::MainQueue::shared().async([stages = VXIMTransferStages(std::move(transfer)), error = std::move(error),
-                                          conclude = std::move(conclude)] { finish(stages, nullptr, error, conclude); });
+        vexim::MainQueue::shared().async(
+            [stages = VXIMTransferStages(std::move(transfer)), error = std::move(error),
+             conclude = std::move(conclude)] { finish(stages, nullptr, error, conclude); });
         return;
     }
-    download([file](const std::string&) { return file->newStream(); }, std::move(progress), std::move(conclude),
-             std::move(transfer), std::move(path));
+    download([file](const std::string&) { return file->newStream(); }, std::move(progress),
+             std::move(conclude), std::move(transfer), std::move(path));
 }

@@ -15,6 +15,8 @@ void setApplicationInfo(ApplicationInfo info) {
     setDeviceInfo(std::move(device));
 }
 
-void setKeepsFinishedDelegates(bool keeps) { VXIMURLSessionManager::defaultManager()->setKeepsFinishedDelegates(keeps); }
+void setKeepsFinishedDelegates(bool keeps) {
+    VXIMURLSessionManager::defaultManager()->setKeepsFinishedDelegates(keeps);
+}
 
 }  // namespace vexim

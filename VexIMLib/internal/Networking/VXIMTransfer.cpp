@@ -7,17 +7,21 @@
 #include "VexIMLib/internal/Networking/VXIMTransferStages.h"
 
 struct VXIMTransfer::Impl {
-    vexim::Mutex mutex;  // never held while a cancel action runs or dies: it holds tasks and completions
+    // never held while a cancel action runs or dies: it holds tasks and completions
+    vexim::Mutex mutex;
     bool cancelled VEXIM_GUARDED_BY(mutex) = false;
     bool finished VEXIM_GUARDED_BY(mutex) = false;
     std::function<void()> cancelStage VEXIM_GUARDED_BY(mutex);
-    std::shared_ptr<const VXIMTransferProgressBlock> progress VEXIM_GUARDED_BY(mutex);  // shared, to be called without the lock
+    // shared, to be called without the lock
+    std::shared_ptr<const VXIMTransferProgressBlock> progress VEXIM_GUARDED_BY(mutex);
 };
 
 VXIMTransfer::VXIMTransfer() : impl_(std::make_unique<Impl>()) {}
 VXIMTransfer::~VXIMTransfer() = default;
 
-std::shared_ptr<VXIMTransfer> VXIMTransfer::transfer() { return std::shared_ptr<VXIMTransfer>(new VXIMTransfer); }
+std::shared_ptr<VXIMTransfer> VXIMTransfer::transfer() {
+    return std::shared_ptr<VXIMTransfer>(new VXIMTransfer);
+}
 
 bool VXIMTransfer::cancel() {
     std::function<void()> cancelStage;
@@ -32,7 +36,8 @@ bool VXIMTransfer::cancel() {
 }
 
 void VXIMTransfer::setProgress(VXIMTransferProgressBlock progress) {
-    auto shared = progress ? std::make_shared<const VXIMTransferProgressBlock>(std::move(progress)) : nullptr;
+    auto shared =
+        progress ? std::make_shared<const VXIMTransferProgressBlock>(std::move(progress)) : nullptr;
     vexim::MutexLock lock(impl_->mutex);
     if (!impl_->finished) std::swap(impl_->progress, shared);
 }

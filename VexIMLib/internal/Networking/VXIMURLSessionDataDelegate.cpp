@@ -14,12 +14,16 @@ const std::shared_ptr<vexim::OutputStream>& VXIMURLSessionDataDelegate::outputSt
     return outputStream_;
 }
 
-void VXIMURLSessionDataDelegate::addStateObserverForTask(const std::shared_ptr<vexim::URLSessionTask>& task) {
-    task->addObserver(shared_from_this(), "state", [this](vexim::Object& object, const vexim::KeyValueChange& change) {
-        if (change.newValue.longLongValue() != static_cast<int>(vexim::URLSessionTaskState::Running)) return;
-        startDate_ = vexim::Date::now();
-        object.removeObserver(this, "state");
-    });
+void VXIMURLSessionDataDelegate::addStateObserverForTask(
+    const std::shared_ptr<vexim::URLSessionTask>& task) {
+    task->addObserver(shared_from_this(), "state",
+                      [this](vexim::Object& object, const vexim::KeyValueChange& change) {
+                          if (change.newValue.longLongValue() !=
+                              static_cast<int>(vexim::URLSessionTaskState::Running))
+                              return;
+                          startDate_ = vexim::Date::now();
+                          object.removeObserver(this, "state");
+                      });
 }
 
 void VXIMURLSessionDataDelegate::openOutputStream() { outputStream()->open(); }
@@ -52,45 +56,56 @@ void VXIMURLSessionDataDelegate::parseResultOfTask(const vexim::URLSessionTask& 
         return;
     }
     if (const auto response = task.response(); response && !error_) {
-        // What was asked is part of what was refused; who shows or logs the user information knows what its queries hold.
-        error_ = vexim::rest::badServerResponse(status, vexim::failingURLText(response->url, vexim::FailingQuery::Kept));
+        // What was asked is part of what was refused; who shows or logs the user information knows
+        // what its queries hold.
+        error_ = vexim::rest::badServerResponse(
+            status, vexim::failingURLText(response->url, vexim::FailingQuery::Kept));
     }
 }
 
-void VXIMURLSessionDataDelegate::logFailedTask(const vexim::URLSessionTask& task, const vexim::ErrorPtr& error) {
+void VXIMURLSessionDataDelegate::logFailedTask(const vexim::URLSessionTask& task,
+                                               const vexim::ErrorPtr& error) {
     if (!error) return;
     // Neither path nor query: ids and tokens stand there.
     const auto request = task.originalRequest();
-    vexim::Dictionary details{{"method", request->method}, {"domain", error->domain()}, {"code", error->code()}};
-    if (const auto underlying = error->underlyingError()) details.set("underlying", underlying->code());
+    vexim::Dictionary details{
+        {"method", request->method}, {"domain", error->domain()}, {"code", error->code()}};
+    if (const auto underlying = error->underlyingError())
+        details.set("underlying", underlying->code());
     if (request->url) details.set("host", request->url->host());
     if (const auto status = statusOfTask(task); status != 0) details.set("status", status);
     details.set("seconds", std::round(duration_ * 1000) / 1000);
     vexim::EventRecord::ofRequests().add("request failed", std::move(details));
 }
 
-vexim::ErrorPtr VXIMURLSessionDataDelegate::errorWithError(const vexim::ErrorPtr& error, const vexim::ErrorPtr& underlying) {
+vexim::ErrorPtr VXIMURLSessionDataDelegate::errorWithError(const vexim::ErrorPtr& error,
+                                                           const vexim::ErrorPtr& underlying) {
     if (!error) return underlying;
     if (!underlying) return error;
     if (!error->info(vexim::kUnderlyingErrorKey).isNil()) return error;
-    auto userInfo = error->userInfo().isDictionary() ? *error->userInfo().asDictionary() : vexim::Dictionary{};
+    auto userInfo =
+        error->userInfo().isDictionary() ? *error->userInfo().asDictionary() : vexim::Dictionary{};
     userInfo.set(vexim::kUnderlyingErrorKey, underlying);
     return vexim::Error::make(error->domain(), error->code(), std::move(userInfo));
 }
 
-void VXIMURLSessionDataDelegate::dataTaskDidReceiveResponse(vexim::URLSessionTask&, const vexim::HTTPURLResponsePtr&,
-                                                            vexim::URLSessionDelegate::DispositionHandler completionHandler) {
+void VXIMURLSessionDataDelegate::dataTaskDidReceiveResponse(
+    vexim::URLSessionTask&, const vexim::HTTPURLResponsePtr&,
+    vexim::URLSessionDelegate::DispositionHandler completionHandler) {
     openOutputStream();
     completionHandler(vexim::URLSessionResponseDisposition::Allow);
 }
 
-void VXIMURLSessionDataDelegate::dataTaskDidReceiveData(vexim::URLSessionTask& task, const vexim::Data& data) {
+void VXIMURLSessionDataDelegate::dataTaskDidReceiveData(vexim::URLSessionTask& task,
+                                                        const vexim::Data& data) {
     if (!writeData(data)) task.cancel();
 }
 
-void VXIMURLSessionDataDelegate::taskDidSendBodyData(vexim::URLSessionTask&, std::int64_t, std::int64_t, std::int64_t) {}
+void VXIMURLSessionDataDelegate::taskDidSendBodyData(vexim::URLSessionTask&, std::int64_t,
+                                                     std::int64_t, std::int64_t) {}
 
-void VXIMURLSessionDataDelegate::taskDidCompleteWithError(vexim::URLSessionTask& task, const vexim::ErrorPtr& error) {
+void VXIMURLSessionDataDelegate::taskDidCompleteWithError(vexim::URLSessionTask& task,
+                                                          const vexim::ErrorPtr& error) {
     error_ = error;
     if (error_ && error_->is(vexim::kURLErrorDomain, vexim::URLErrorCancelled)) {
         auto streamError = outputStream()->streamError();
@@ -101,11 +116,14 @@ void VXIMURLSessionDataDelegate::taskDidCompleteWithError(vexim::URLSessionTask&
         }
         error_ = std::move(streamError);  // by ourselves, after a write failed
     }
-    // What is too long is no answer: neither read, which could take many times its length, nor kept.
-    if (error_ && error_->is(vexim::kURLErrorDomain, vexim::URLErrorDataLengthExceedsMaximum)) outputStream_ = nullptr;
+    // What is too long is no answer: neither read, which could take many times its length, nor
+    // kept.
+    if (error_ && error_->is(vexim::kURLErrorDomain, vexim::URLErrorDataLengthExceedsMaximum))
+        outputStream_ = nullptr;
     parseResultOfTask(task);
     closeOutputStream();
-    duration_ = vexim::Date::now().timeIntervalSince1970() - startDate_.value_or(vexim::Date()).timeIntervalSince1970();
+    duration_ = vexim::Date::now().timeIntervalSince1970() -
+                startDate_.value_or(vexim::Date()).timeIntervalSince1970();
     logFailedTask(task, error_);
     deliver(result_, error_);
 }
@@ -116,17 +134,17 @@ std::int64_t VXIMURLSessionDataDelegate::statusOfTask(const vexim::URLSessionTas
 }
 
 void VXIMURLSessionDataDelegate::deliver(vexim::Value result, vexim::ErrorPtr error) {
-    vexim::MainQueue::shared().async(
-        [completion = std::exchange(completionBlock_, nullptr), result = std::move(result), error = std::move(error)] {
-            if (completion) completion(result, error);
-        });
+    vexim::MainQueue::shared().async([completion = std::exchange(completionBlock_, nullptr),
+                                      result = std::move(result), error = std::move(error)] {
+        if (completion) completion(result, error);
+    });
     dropCallbacks();
 }
 
 void VXIMURLSessionDataDelegate::dropCallbacks() {
     // Applications' objects die where their callbacks would have run.
     if (completionBlock_ || transfer_) {
-        vexim::MainQueue::shared().async(
-            [dropped = std::exchange(completionBlock_, nullptr), transfer = std::exchange(transfer_, nullptr)] {});
+        vexim::MainQueue::shared().async([dropped = std::exchange(completionBlock_, nullptr),
+                                          transfer = std::exchange(transfer_, nullptr)] {});
     }
 }

@@ -16,21 +16,29 @@
 
 class VXIMTransfer;
 
-/// One task's delegate: collects the body in memory, turns a status outside 2xx into an error and delivers the completion
-/// on the main queue. Everything but the factory and the setters runs on the session's delegate queue, one at a time.
+/// One task's delegate: collects the body in memory, turns a status outside 2xx into an error and
+/// delivers the completion on the main queue. Everything but the factory and the setters runs on
+/// the session's delegate queue, one at a time.
 class VXIMURLSessionDataDelegate : public vexim::Object {
 public:
     using vexim::Object::Object;
 
-    /// Called once, on the main queue, and dropped then; never for a task that was cancelled from outside, unless there is a
-    /// handle for it.
-    void setCompletionBlock(VXIMResultCompletion completion) { completionBlock_ = std::move(completion); }
-    /// With a handle a cancellation from outside completes too, with its -999 error. nullptr at first.
-    void setTransfer(std::shared_ptr<VXIMTransfer> transfer) noexcept { transfer_ = std::move(transfer); }
+    /// Called once, on the main queue, and dropped then; never for a task that was cancelled from
+    /// outside, unless there is a handle for it.
+    void setCompletionBlock(VXIMResultCompletion completion) {
+        completionBlock_ = std::move(completion);
+    }
+    /// With a handle a cancellation from outside completes too, with its -999 error. nullptr at
+    /// first.
+    void setTransfer(std::shared_ptr<VXIMTransfer> transfer) noexcept {
+        transfer_ = std::move(transfer);
+    }
 
     /// Where body bytes go: a stream into memory unless another was set before the response came.
     const std::shared_ptr<vexim::OutputStream>& outputStream();
-    void setOutputStream(std::shared_ptr<vexim::OutputStream> stream) { outputStream_ = std::move(stream); }
+    void setOutputStream(std::shared_ptr<vexim::OutputStream> stream) {
+        outputStream_ = std::move(stream);
+    }
 
     const vexim::Value& result() const noexcept { return result_; }
     void setResult(vexim::Value result) { result_ = std::move(result); }
@@ -46,22 +54,26 @@ public:
 
     void openOutputStream();
     void closeOutputStream();
-    /// Writes all of `bytes`, waiting for space. False when the stream failed before they could be written.
+    /// Writes all of `bytes`, waiting for space. False when the stream failed before they could be
+    /// written.
     bool writeData(const vexim::Data& bytes);
     virtual void taskDidCancel();
     /// Sets `result` and `error` from what has come.
     virtual void parseResultOfTask(const vexim::URLSessionTask& task);
     /// Hears of every completion, and writes down the failed ones for diagnosis.
     virtual void logFailedTask(const vexim::URLSessionTask& task, const vexim::ErrorPtr& error);
-    /// `error` with `underlying` attached, unless it has one already; the other one when either is nullptr.
-    static vexim::ErrorPtr errorWithError(const vexim::ErrorPtr& error, const vexim::ErrorPtr& underlying);
+    /// `error` with `underlying` attached, unless it has one already; the other one when either is
+    /// nullptr.
+    static vexim::ErrorPtr errorWithError(const vexim::ErrorPtr& error,
+                                          const vexim::ErrorPtr& underlying);
 
     // What the manager passes on from the session.
-    virtual void dataTaskDidReceiveResponse(vexim::URLSessionTask& task, const vexim::HTTPURLResponsePtr& response,
-                                            vexim::URLSessionDelegate::DispositionHandler completionHandler);
+    virtual void dataTaskDidReceiveResponse(
+        vexim::URLSessionTask& task, const vexim::HTTPURLResponsePtr& response,
+        vexim::URLSessionDelegate::DispositionHandler completionHandler);
     virtual void dataTaskDidReceiveData(vexim::URLSessionTask& task, const vexim::Data& data);
-    virtual void taskDidSendBodyData(vexim::URLSessionTask& task, std::int64_t sent, std::int64_t totalSent,
-                                     std::int64_t totalExpected);
+    virtual void taskDidSendBodyData(vexim::URLSessionTask& task, std::int64_t sent,
+                                     std::int64_t totalSent, std::int64_t totalExpected);
     void taskDidCompleteWithError(vexim::URLSessionTask& task, const vexim::ErrorPtr& error);
 
 protected:

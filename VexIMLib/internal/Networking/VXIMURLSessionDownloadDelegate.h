@@ -6,20 +6,24 @@
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionJSONDelegate.h"
 
-/// Writes the body of a 2xx answer into a stream of the caller's; any other answer stays in memory and is read as JSON.
+/// Writes the body of a 2xx answer into a stream of the caller's; any other answer stays in memory
+/// and is read as JSON.
 class VXIMURLSessionDownloadDelegate : public VXIMURLSessionJSONDelegate {
 public:
     using VXIMURLSessionJSONDelegate::VXIMURLSessionJSONDelegate;
 
-    void setNewOutputStreamBlock(VXIMNewOutputStreamBlock block) { newOutputStreamBlock_ = std::move(block); }
+    void setNewOutputStreamBlock(VXIMNewOutputStreamBlock block) {
+        newOutputStreamBlock_ = std::move(block);
+    }
     /// Called on the main queue, once for each run of bytes that has been written.
     void setDownloadProgressBlock(VXIMProgress progress);
     /// What the stream is asked for with, and the result.
     const std::string& targetPath() const noexcept { return targetPath_; }
     void setTargetPath(std::string path) { targetPath_ = std::move(path); }
 
-    void dataTaskDidReceiveResponse(vexim::URLSessionTask& task, const vexim::HTTPURLResponsePtr& response,
-                                    vexim::URLSessionDelegate::DispositionHandler completionHandler) override;
+    void dataTaskDidReceiveResponse(
+        vexim::URLSessionTask& task, const vexim::HTTPURLResponsePtr& response,
+        vexim::URLSessionDelegate::DispositionHandler completionHandler) override;
     void dataTaskDidReceiveData(vexim::URLSessionTask& task, const vexim::Data& data) override;
     void parseResultOfTask(const vexim::URLSessionTask& task) override;
 
@@ -28,6 +32,7 @@ protected:
 
 private:
     VXIMNewOutputStreamBlock newOutputStreamBlock_;
-    std::shared_ptr<const VXIMProgress> downloadProgressBlock_;  // shared with its calls, so that it is never copied
+    // shared with its calls, so that it is never copied
+    std::shared_ptr<const VXIMProgress> downloadProgressBlock_;
     std::string targetPath_;
 };

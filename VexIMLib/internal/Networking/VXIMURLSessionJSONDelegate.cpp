@@ -1,11 +1,14 @@
 // What becomes of an answer, by its status and body:
 //
-//   body                          2xx                         4xx                    other status, or none
-//   {"errorCode": > 0, …}         that code, temporary        that code              that code, temporary
+// body                          2xx                         4xx                    other status, or
+// none
+// {"errorCode": > 0, …}         that code, temporary        that code              that code,
+// temporary
 //   other JSON                    the JSON                    100                    100, temporary
 //   anything else, or nothing     the bytes                   100                    100, temporary
 //
-// All errors are in "VXErrorDomain"; beneath them lies the transport's own error or -1011 for the status.
+// All errors are in "VXErrorDomain"; beneath them lies the transport's own error or -1011 for the
+// status.
 
 #include "VexIMLib/internal/Networking/VXIMURLSessionJSONDelegate.h"
 
@@ -22,7 +25,8 @@ vexim::ErrorPtr serverError(const vexim::Value& json) {
     const auto code = json.get("errorCode").longLongValue();
     if (!json.isDictionary() || code <= 0) return nullptr;
     auto userInfo = *json.asDictionary();
-    if (const auto* message = userInfo.find("errorMessage")) userInfo.set(vexim::kLocalizedDescriptionKey, vexim::Value(*message));
+    if (const auto* message = userInfo.find("errorMessage"))
+        userInfo.set(vexim::kLocalizedDescriptionKey, vexim::Value(*message));
     return vexim::Error::make(VXErrorDomain, code, std::move(userInfo));
 }
 

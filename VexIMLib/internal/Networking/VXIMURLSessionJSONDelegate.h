@@ -2,7 +2,8 @@
 
 #include "VexIMLib/internal/Networking/VXIMURLSessionDataDelegate.h"
 
-/// Reads the body as JSON, turns the service's error body into a "VXErrorDomain" error, and marks what is worth a retry.
+/// Reads the body as JSON, turns the service's error body into a "VXErrorDomain" error, and marks
+/// what is worth a retry.
 class VXIMURLSessionJSONDelegate : public VXIMURLSessionDataDelegate {
 public:
     using VXIMURLSessionDataDelegate::VXIMURLSessionDataDelegate;

@@ -18,13 +18,15 @@ constexpr double kFoundationWithUniqueTaskIdentifiers = 1140.11;  // iOS 8
 std::string targetPathForURL(const std::optional<vexim::URL>& url) {
     const auto directory = vexim::appendPathComponent(vexim::temporaryDirectory(), "vexora");
     VXIMUtils::ensureDirExist(directory);
-    return vexim::appendPathComponent(directory, VXIMUtils::md5FromString(url ? url->absoluteString() : ""));
+    return vexim::appendPathComponent(directory,
+                                      VXIMUtils::md5FromString(url ? url->absoluteString() : ""));
 }
 
 }  // namespace
 
 void url_session_manager_create_task_safely(const std::function<void()>& create) {
-    // Stands in for the serial queue "com.vexora.networking.session.manager.creation", whose callers would wait for it anyway.
+    // Stands in for the serial queue "com.vexora.networking.session.manager.creation", whose
+    // callers would wait for it anyway.
     static vexim::Mutex creation;
     if (vexim::deviceInfo().foundationVersionNumber < kFoundationWithUniqueTaskIdentifiers) {
         vexim::MutexLock lock(creation);
@@ -44,9 +46,11 @@ std::shared_ptr<VXIMURLSessionManager> VXIMURLSessionManager::initWithSessionCon
     return vexim::create<VXIMURLSessionManager>(std::move(configuration));
 }
 
-bool VXIMURLSessionManager::initialise(std::optional<vexim::URLSessionConfiguration> configuration) {
+bool VXIMURLSessionManager::initialise(
+    std::optional<vexim::URLSessionConfiguration> configuration) {
     delegateQueue_ = vexim::OperationQueue::create("vexim-session");
-    session_ = vexim::URLSession::create(std::move(configuration), sharedAs<VXIMURLSessionManager>(), delegateQueue_);
+    session_ = vexim::URLSession::create(std::move(configuration),
+                                         sharedAs<VXIMURLSessionManager>(), delegateQueue_);
     return true;
 }
 
@@ -55,7 +59,8 @@ void VXIMURLSessionManager::setKeepsFinishedDelegates(bool keeps) {
     keepsFinishedDelegates_ = keeps;
 }
 
-void VXIMURLSessionManager::setDelegateForTask(std::shared_ptr<VXIMURLSessionDataDelegate> delegate, const TaskPtr& task) {
+void VXIMURLSessionManager::setDelegateForTask(std::shared_ptr<VXIMURLSessionDataDelegate> delegate,
+                                               const TaskPtr& task) {
     vexim::MutexLock lock(taskDelegatesMutex_);
     delegate->addStateObserverForTask(task);
     task->setIsHeardQuickly(false);
@@ -71,15 +76,18 @@ void VXIMURLSessionManager::removeDelegateForTask(const TaskPtr& task) {
     taskDelegatesMap_.erase(found);
 }
 
-std::shared_ptr<VXIMURLSessionDataDelegate> VXIMURLSessionManager::delegateForTask(const TaskPtr& task) const {
+std::shared_ptr<VXIMURLSessionDataDelegate> VXIMURLSessionManager::delegateForTask(
+    const TaskPtr& task) const {
     vexim::MutexLock lock(taskDelegatesMutex_);
     const auto found = taskDelegatesMap_.find(task->taskIdentifier());
     return found == taskDelegatesMap_.end() ? nullptr : found->second;
 }
 
-VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::dataTaskWithRequest(VXIMRequest& request, VXIMResultCompletion completion) {
+VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::dataTaskWithRequest(
+    VXIMRequest& request, VXIMResultCompletion completion) {
     TaskPtr task;
-    url_session_manager_create_task_safely([&] { task = session_->dataTaskWithRequest(request.urlRequest()); });
+    url_session_manager_create_task_safely(
+        [&] { task = session_->dataTaskWithRequest(request.urlRequest()); });
     auto delegate = vexim::create<VXIMURLSessionJSONDelegate>();
     delegate->setCompletionBlock(std::move(completion));
     setDelegateForTask(std::move(delegate), task);
@@ -87,11 +95,12 @@ VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::dataTaskWithRequest(VXIMRe
     return task;
 }
 
-VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::uploadTaskWithRequest(VXIMRequest& request, VXIMProgress progress,
-                                                                            VXIMResultCompletion completion,
-                                                                            std::shared_ptr<VXIMTransfer> transfer) {
+VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::uploadTaskWithRequest(
+    VXIMRequest& request, VXIMProgress progress, VXIMResultCompletion completion,
+    std::shared_ptr<VXIMTransfer> transfer) {
     TaskPtr task;
-    url_session_manager_create_task_safely([&] { task = session_->dataTaskWithRequest(request.urlRequest()); });
+    url_session_manager_create_task_safely(
+        [&] { task = session_->dataTaskWithRequest(request.urlRequest()); });
     auto delegate = vexim::create<VXIMURLSessionUploadDelegate>();
     delegate->setUploadProgressBlock(std::move(progress));
     delegate->setCompletionBlock(std::move(completion));
@@ -101,12 +110,14 @@ VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::uploadTaskWithRequest(VXIM
 }
 
 VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::fileDownloadTaskWithRequest(
-    VXIMRequest& request, VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress, VXIMResultCompletion completion,
-    std::shared_ptr<VXIMTransfer> transfer, std::optional<std::string> targetPath) {
+    VXIMRequest& request, VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
+    VXIMResultCompletion completion, std::shared_ptr<VXIMTransfer> transfer,
+    std::optional<std::string> targetPath) {
     auto urlRequest = request.urlRequest();
     urlRequest.acceptsCompression = false;  // progress counts against the announced length
     TaskPtr task;
-    url_session_manager_create_task_safely([&] { task = session_->dataTaskWithRequest(urlRequest); });
+    url_session_manager_create_task_safely(
+        [&] { task = session_->dataTaskWithRequest(urlRequest); });
     auto delegate = vexim::create<VXIMURLSessionDownloadDelegate>();
     delegate->setNewOutputStreamBlock(std::move(newOutputStream));
     delegate->setDownloadProgressBlock(std::move(progress));
@@ -117,14 +128,16 @@ VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::fileDownloadTaskWithReques
     return task;
 }
 
-void VXIMURLSessionManager::taskDidSendBodyData(vexim::URLSession&, const TaskPtr& task, std::int64_t bytesSent,
-                                                std::int64_t totalBytesSent, std::int64_t totalBytesExpectedToSend) {
+void VXIMURLSessionManager::taskDidSendBodyData(vexim::URLSession&, const TaskPtr& task,
+                                                std::int64_t bytesSent, std::int64_t totalBytesSent,
+                                                std::int64_t totalBytesExpectedToSend) {
     if (auto delegate = delegateForTask(task)) {
         delegate->taskDidSendBodyData(*task, bytesSent, totalBytesSent, totalBytesExpectedToSend);
     }
 }
 
-void VXIMURLSessionManager::taskDidCompleteWithError(vexim::URLSession&, const TaskPtr& task, const vexim::ErrorPtr& error) {
+void VXIMURLSessionManager::taskDidCompleteWithError(vexim::URLSession&, const TaskPtr& task,
+                                                     const vexim::ErrorPtr& error) {
     bool keeps = true;
     {  // before the completion is queued, from which on the application may decide otherwise
         vexim::MutexLock lock(taskDelegatesMutex_);
@@ -144,21 +157,22 @@ void VXIMURLSessionManager::dataTaskDidReceiveResponse(vexim::URLSession&, const
     }
 }
 
-void VXIMURLSessionManager::dataTaskDidReceiveData(vexim::URLSession&, const TaskPtr& task, const vexim::Data& data) {
+void VXIMURLSessionManager::dataTaskDidReceiveData(vexim::URLSession&, const TaskPtr& task,
+                                                   const vexim::Data& data) {
     if (auto delegate = delegateForTask(task)) delegate->dataTaskDidReceiveData(*task, data);
 }
 
-void VXIMURLSessionManager::taskWillPerformHTTPRedirection(vexim::URLSession&, const TaskPtr& task,
-                                                           const vexim::HTTPURLResponsePtr& response,
-                                                           const vexim::URLRequest& newRequest,
-                                                           RedirectionHandler completionHandler) {
+void VXIMURLSessionManager::taskWillPerformHTTPRedirection(
+    vexim::URLSession&, const TaskPtr& task, const vexim::HTTPURLResponsePtr& response,
+    const vexim::URLRequest& newRequest, RedirectionHandler completionHandler) {
     if (!response) return completionHandler(newRequest);
     auto request = *task->originalRequest();
     request.url = newRequest.url;
     completionHandler(std::move(request));
 }
 
-void VXIMURLSessionManager::dataTaskWillCacheResponse(vexim::URLSession&, const TaskPtr&, const vexim::CachedURLResponse&,
+void VXIMURLSessionManager::dataTaskWillCacheResponse(vexim::URLSession&, const TaskPtr&,
+                                                      const vexim::CachedURLResponse&,
                                                       CacheHandler completionHandler) {
     completionHandler(std::nullopt);
 }

@@ -16,8 +16,8 @@
 
 class VXIMURLSessionDataDelegate;
 
-/// One URL session, of which it is the delegate, and a delegate of its own for each task, to which it passes on what the
-/// session says. Call from any thread.
+/// One URL session, of which it is the delegate, and a delegate of its own for each task, to which
+/// it passes on what the session says. Call from any thread.
 class VXIMURLSessionManager : public vexim::Object, public vexim::URLSessionDelegate {
 public:
     using vexim::Object::Object;
@@ -25,20 +25,27 @@ public:
 
     /// The one that requests use; made on first use, never destroyed.
     static const std::shared_ptr<VXIMURLSessionManager>& defaultManager();
-    // One with a session and a delegate queue of its own; nullopt is the platform's default configuration.
-    static std::shared_ptr<VXIMURLSessionManager> init() { return initWithSessionConfiguration(std::nullopt); }
+    // One with a session and a delegate queue of its own; nullopt is the platform's default
+    // configuration.
+    static std::shared_ptr<VXIMURLSessionManager> init() {
+        return initWithSessionConfiguration(std::nullopt);
+    }
     static std::shared_ptr<VXIMURLSessionManager> initWithSessionConfiguration(
         std::optional<vexim::URLSessionConfiguration> configuration);
 
     const std::shared_ptr<vexim::URLSession>& session() const noexcept { return session_; }
-    const std::shared_ptr<vexim::OperationQueue>& delegateQueue() const noexcept { return delegateQueue_; }
+    const std::shared_ptr<vexim::OperationQueue>& delegateQueue() const noexcept {
+        return delegateQueue_;
+    }
 
-    /// Finished delegates stay, with what they collected, for the manager's life (their callbacks do not). A program that runs
-    /// for long says false here: from then on a delegate goes when its task has ended.
+    /// Finished delegates stay, with what they collected, for the manager's life (their callbacks
+    /// do not). A program that runs for long says false here: from then on a delegate goes when its
+    /// task has ended.
     void setKeepsFinishedDelegates(bool keeps);
 
     /// Replaces an earlier one, and lets it watch the task's state.
-    void setDelegateForTask(std::shared_ptr<VXIMURLSessionDataDelegate> delegate, const TaskPtr& task);
+    void setDelegateForTask(std::shared_ptr<VXIMURLSessionDataDelegate> delegate,
+                            const TaskPtr& task);
     void removeDelegateForTask(const TaskPtr& task);
     /// nullptr when there is none.
     std::shared_ptr<VXIMURLSessionDataDelegate> delegateForTask(const TaskPtr& task) const;
@@ -46,29 +53,40 @@ public:
     // Tasks, not yet resumed. What `request` raises is raised here, and then there is no task.
 
     TaskPtr dataTaskWithRequest(VXIMRequest& request, VXIMResultCompletion completion);
-    /// With a `transfer`, which hears of the bytes, a cancelled task completes with its -999 error; otherwise it never completes.
-    /// (Also below.)
-    TaskPtr uploadTaskWithRequest(VXIMRequest& request, VXIMProgress progress, VXIMResultCompletion completion,
+    /// With a `transfer`, which hears of the bytes, a cancelled task completes with its -999 error;
+    /// otherwise it never completes. (Also below.)
+    TaskPtr uploadTaskWithRequest(VXIMRequest& request, VXIMProgress progress,
+                                  VXIMResultCompletion completion,
                                   std::shared_ptr<VXIMTransfer> transfer = nullptr);
-    /// Without a `targetPath` it is a file in the folder "vexora" of the temporary directory, named by the URL.
-    TaskPtr fileDownloadTaskWithRequest(VXIMRequest& request, VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
-                                        VXIMResultCompletion completion, std::shared_ptr<VXIMTransfer> transfer = nullptr,
+    /// Without a `targetPath` it is a file in the folder "vexora" of the temporary directory, named
+    /// by the URL.
+    TaskPtr fileDownloadTaskWithRequest(VXIMRequest& request,
+                                        VXIMNewOutputStreamBlock newOutputStream,
+                                        VXIMProgress progress, VXIMResultCompletion completion,
+                                        std::shared_ptr<VXIMTransfer> transfer = nullptr,
                                         std::optional<std::string> targetPath = std::nullopt);
 
     // From the session, on its delegate queue.
 
-    void taskDidSendBodyData(vexim::URLSession& session, const TaskPtr& task, std::int64_t bytesSent, std::int64_t totalBytesSent,
+    void taskDidSendBodyData(vexim::URLSession& session, const TaskPtr& task,
+                             std::int64_t bytesSent, std::int64_t totalBytesSent,
                              std::int64_t totalBytesExpectedToSend) override;
-    void taskDidCompleteWithError(vexim::URLSession& session, const TaskPtr& task, const vexim::ErrorPtr& error) override;
-    void dataTaskDidReceiveResponse(vexim::URLSession& session, const TaskPtr& task, const vexim::HTTPURLResponsePtr& response,
+    void taskDidCompleteWithError(vexim::URLSession& session, const TaskPtr& task,
+                                  const vexim::ErrorPtr& error) override;
+    void dataTaskDidReceiveResponse(vexim::URLSession& session, const TaskPtr& task,
+                                    const vexim::HTTPURLResponsePtr& response,
                                     DispositionHandler completionHandler) override;
-    void dataTaskDidReceiveData(vexim::URLSession& session, const TaskPtr& task, const vexim::Data& data) override;
+    void dataTaskDidReceiveData(vexim::URLSession& session, const TaskPtr& task,
+                                const vexim::Data& data) override;
     /// Goes to the new URL with the first request's method, headers, signature and body.
-    void taskWillPerformHTTPRedirection(vexim::URLSession& session, const TaskPtr& task, const vexim::HTTPURLResponsePtr& response,
-                                        const vexim::URLRequest& newRequest, RedirectionHandler completionHandler) override;
+    void taskWillPerformHTTPRedirection(vexim::URLSession& session, const TaskPtr& task,
+                                        const vexim::HTTPURLResponsePtr& response,
+                                        const vexim::URLRequest& newRequest,
+                                        RedirectionHandler completionHandler) override;
     /// Nothing is cached.
     void dataTaskWillCacheResponse(vexim::URLSession& session, const TaskPtr& task,
-                                   const vexim::CachedURLResponse& proposedResponse, CacheHandler completionHandler) override;
+                                   const vexim::CachedURLResponse& proposedResponse,
+                                   CacheHandler completionHandler) override;
 
     bool initialise(std::optional<vexim::URLSessionConfiguration> configuration);
 
@@ -82,6 +100,6 @@ private:
     bool keepsFinishedDelegates_ VEXIM_GUARDED_BY(taskDelegatesMutex_) = true;
 };
 
-/// Runs `create` on the calling thread; below Foundation 1140.11, whose sessions could give one identifier to two tasks made at
-/// once, one at a time with all others.
+/// Runs `create` on the calling thread; below Foundation 1140.11, whose sessions could give one
+/// identifier to two tasks made at once, one at a time with all others.
 void url_session_manager_create_task_safely(const std::function<void()>& create);

@@ -19,5 +19,6 @@ protected:
     void dropCallbacks() override;
 
 private:
-    std::shared_ptr<const VXIMProgress> uploadProgressBlock_;  // shared with its calls, so that it is never copied
+    // shared with its calls, so that it is never copied
+    std::shared_ptr<const VXIMProgress> uploadProgressBlock_;
 };

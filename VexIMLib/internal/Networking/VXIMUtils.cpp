@@ -15,7 +15,8 @@ std::optional<std::string> VXIMUtils::md5FromData(const std::optional<vexim::Dat
     return vexim::md5Hex(*data);
 }
 
-std::optional<std::string> VXIMUtils::signatureForClientKey(const std::optional<std::string>& clientKey) {
+std::optional<std::string> VXIMUtils::signatureForClientKey(
+    const std::optional<std::string>& clientKey) {
     if (!clientKey || clientKey->empty()) return std::nullopt;
     const auto seconds = static_cast<std::int64_t>(std::round(vexim::Clock::shared()->wallTime()));
     // Requests come in bursts, and with one key they have one signature for a second.
@@ -32,7 +33,8 @@ std::optional<std::string> VXIMUtils::signatureForClientKey(const std::optional<
 
 void VXIMUtils::ensureDirExist(const std::optional<std::string>& path) {
     if (!path || path->empty()) return;
-    // Two callers may find the same file in the directory's place: only one may remove it, or it removes the other's directory.
+    // Two callers may find the same file in the directory's place: only one may remove it, or it
+    // removes the other's directory.
     static vexim::Mutex serial;
     vexim::MutexLock lock(serial);
     if (vexim::FileManager::isDirectory(*path)) return;

@@ -6,8 +6,8 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/VXIMErrors.h"
 
-// Every error that the client and the resources make themselves, all in `VXIMErrorDomain`. (REST failures come from the
-// request layer as they are; a login's failure carries the service's code.)
+// Every error that the client and the resources make themselves, all in `VXIMErrorDomain`. (REST
+// failures come from the request layer as they are; a login's failure carries the service's code.)
 namespace vexim::errors {
 
 ErrorPtr withoutReceiver();
@@ -19,7 +19,8 @@ ErrorPtr connectionLost(const Value& reason);
 ErrorPtr emptyPassengerId(std::string description);
 /// What the service answered cannot be made into what was asked for; `cause` says why.
 ErrorPtr unusableAnswer(const Exception& cause);
-/// A message that cannot be put on the wire any more, because it was changed after it was handed over.
+/// A message that cannot be put on the wire any more, because it was changed after it was handed
+/// over.
 ErrorPtr unsendable(const Exception& cause);
 
 }  // namespace vexim::errors

@@ -22,7 +22,8 @@ std::string pathId(const Value& id, const char* what) {
 }
 
 Dictionary historyParams(double timestampInSeconds, std::int32_t limit) {
-    return {{"ts", std::to_string(truncateToInt64(timestampInSeconds * 1000.0))}, {"limit", std::to_string(limit)}};
+    return {{"ts", std::to_string(truncateToInt64(timestampInSeconds * 1000.0))},
+            {"limit", std::to_string(limit)}};
 }
 
 const Dictionary& requireDictionary(const Value& answer, const char* what) {
@@ -53,7 +54,8 @@ Value bareId(const Data& body) {
 
 std::vector<std::shared_ptr<VXIMMessage>> messagesFrom(const Array& history) {
     return objectsFrom(history, "message", [](const Value& element) {
-        return VXIMMessage::initWithPayloadDictionary(requireDictionary(element, "An element of the history"));
+        return VXIMMessage::initWithPayloadDictionary(
+            requireDictionary(element, "An element of the history"));
     });
 }
 
@@ -77,10 +79,11 @@ VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion) {
 
 VXIMResultCompletion endingWithMessages(VXIMMessagesCompletion completion) {
     using Messages = std::optional<std::vector<std::shared_ptr<VXIMMessage>>>;
-    return endingWith<Messages>(std::move(completion), std::nullopt, [](const Value& result, const ErrorPtr&) -> Messages {
-        if (!result.isArray()) return std::nullopt;
-        return messagesFrom(*result.asArray());
-    });
+    return endingWith<Messages>(std::move(completion), std::nullopt,
+                                [](const Value& result, const ErrorPtr&) -> Messages {
+                                    if (!result.isArray()) return std::nullopt;
+                                    return messagesFrom(*result.asArray());
+                                });
 }
 
 void runOnMain(std::function<void()> function) {

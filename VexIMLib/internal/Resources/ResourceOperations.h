@@ -17,12 +17,13 @@
 #include "VexIMLib/VXIMMessage.h"
 #include "VexIMLib/internal/Resources/MakeErrors.h"
 
-// The plumbing that all operations of all resources share: what goes into paths and queries, how an answer is read, how an
-// operation ends.
+// The plumbing that all operations of all resources share: what goes into paths and queries, how an
+// answer is read, how an operation ends.
 //
-// An operation reads an answer in a function that may raise: a server list with an element that makes no object would be a
-// programmer's mistake if an application had written it. From the service it is a failure of the world, so it becomes the
-// operation's error. Such a function therefore first reads everything and then changes local state.
+// An operation reads an answer in a function that may raise: a server list with an element that
+// makes no object would be a programmer's mistake if an application had written it. From the
+// service it is a failure of the world, so it becomes the operation's error. Such a function
+// therefore first reads everything and then changes local state.
 namespace vexim::resources {
 
 // Arguments. Raise NSInvalidArgumentException, on the caller's thread.
@@ -42,17 +43,21 @@ const Array& requireArrayOrNil(const Value& answer, const char* what);
 
 /// The body of an answer that is no JSON object or array, as text; nullopt when it is not UTF-8.
 std::optional<std::string> textOf(const Data& body);
-/// The id of an answer that is a bare JSON string: its text without any double quote; nil when it is not UTF-8.
+/// The id of an answer that is a bare JSON string: its text without any double quote; nil when it
+/// is not UTF-8.
 Value bareId(const Data& body);
 
-/// One object for each element, made by `make`, which answers nullptr where an element makes none: that raises.
+/// One object for each element, made by `make`, which answers nullptr where an element makes none:
+/// that raises.
 template <class Make>
 auto objectsFrom(const Array& elements, const char* what, const Make& make) {
     std::vector<decltype(make(Value()))> objects;
     objects.reserve(elements.size());
     for (const Value& element : elements) {
         auto object = make(element);
-        if (!object) throw Exception(kInvalidArgumentException, std::string("A list element makes no ") + what + ".");
+        if (!object)
+            throw Exception(kInvalidArgumentException,
+                            std::string("A list element makes no ") + what + ".");
         objects.push_back(std::move(object));
     }
     return objects;
@@ -70,12 +75,14 @@ Value removing(const Value& members, const Array& ids);
 
 // Endings.
 
-/// Ends an operation with what `read` makes of the answer: `Outcome read(const Value& result, ErrorPtr& error)` also runs
-/// after a failure, with a nil result. When it raises, `failure` and the error that names the cause are handed on instead.
+/// Ends an operation with what `read` makes of the answer: `Outcome read(const Value& result,
+/// ErrorPtr& error)` also runs after a failure, with a nil result. When it raises, `failure` and
+/// the error that names the cause are handed on instead.
 template <class Outcome, class Read>
-VXIMResultCompletion endingWith(std::function<void(Outcome, ErrorPtr)> completion, Outcome failure, Read read) {
-    return [completion = std::move(completion), failure = std::move(failure), read = std::move(read)](const Value& result,
-                                                                                                      ErrorPtr error) {
+VXIMResultCompletion endingWith(std::function<void(Outcome, ErrorPtr)> completion, Outcome failure,
+                                Read read) {
+    return [completion = std::move(completion), failure = std::move(failure),
+            read = std::move(read)](const Value& result, ErrorPtr error) {
         Outcome outcome = failure;
         try {
             outcome = read(result, error);
@@ -86,13 +93,15 @@ VXIMResultCompletion endingWith(std::function<void(Outcome, ErrorPtr)> completio
     };
 }
 
-/// The most frequent ending: succeeds exactly when there was no error, after `change` has brought local state in line.
+/// The most frequent ending: succeeds exactly when there was no error, after `change` has brought
+/// local state in line.
 template <class Change>
 VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion, Change change) {
-    return endingWith(std::move(completion), false, [change = std::move(change)](const Value& result, const ErrorPtr& error) {
-        if (!error) change(result);
-        return error == nullptr;
-    });
+    return endingWith(std::move(completion), false,
+                      [change = std::move(change)](const Value& result, const ErrorPtr& error) {
+                          if (!error) change(result);
+                          return error == nullptr;
+                      });
 }
 VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion);
 /// A history: its messages, or nullopt when the answer is no list.
@@ -105,9 +114,8 @@ void runOnMain(std::function<void()> function);
 template <class Outcome>
 void endAtOnce(std::function<void(Outcome, ErrorPtr)> completion, Outcome outcome, ErrorPtr error) {
     if (!completion) return;
-    runOnMain([completion = std::move(completion), outcome = std::move(outcome), error = std::move(error)] {
-        completion(outcome, error);
-    });
+    runOnMain([completion = std::move(completion), outcome = std::move(outcome),
+               error = std::move(error)] { completion(outcome, error); });
 }
 
 }  // namespace vexim::resources

@@ -19,7 +19,8 @@ const vexim::detail::EmbeddedObserver::Kind& presence() {
         "id",
         [](vexim::Object& observer, const Notification& notification) {
             auto& info = static_cast<VXIMFriendInfo&>(observer);
-            notification.name == VXIMFriendOnlineNotification ? info.didOnline(notification) : info.didOffline(notification);
+            notification.name == VXIMFriendOnlineNotification ? info.didOnline(notification)
+                                                              : info.didOffline(notification);
         }};
     return kind;
 }
@@ -76,6 +77,7 @@ void VXIMFriendInfo::didOffline(const Notification& notification) {
 }
 
 const vexim::Class& VXIMFriendInfo::runtimeClass() const {
-    static const vexim::Class& cls = vexim::Class::declare("VXIMFriendInfo", &vexim::Object::staticClass());
+    static const vexim::Class& cls =
+        vexim::Class::declare("VXIMFriendInfo", &vexim::Object::staticClass());
     return cls;
 }

@@ -21,18 +21,19 @@ constinit const vexim::DynamicProperty<Value> kMembers{&VXIMGroup::staticClass, 
 }  // namespace
 
 const vexim::Class& VXIMGroup::staticClass() {
-    // The getter of "members" is a method, because it does more than read; only its setter is dynamic.
-    static const vexim::Class& cls =
-        vexim::Class::declare("VXIMGroup", &VXIMRuntimeObject::staticClass(),
-                              {{"groupId", "T@\"NSString\",&,D,N"},
-                               {"name", "T@\"NSString\",&,D,N"},
-                               {"owner", "T@\"NSString\",&,D,N"},
-                               {"members", "T@\"NSArray\",&,D,N"},
-                               {"attributes", "T@\"NSDictionary\",&,D,N"}},
-                              {}, {{"members", "@@:", [](vexim::Object& self, vexim::Invocation& invocation) {
-                                        const Value members = static_cast<VXIMGroup&>(self).members();
-                                        invocation.setReturnValue(&members);
-                                    }}});
+    // The getter of "members" is a method, because it does more than read; only its setter is
+    // dynamic.
+    static const vexim::Class& cls = vexim::Class::declare(
+        "VXIMGroup", &VXIMRuntimeObject::staticClass(),
+        {{"groupId", "T@\"NSString\",&,D,N"},
+         {"name", "T@\"NSString\",&,D,N"},
+         {"owner", "T@\"NSString\",&,D,N"},
+         {"members", "T@\"NSArray\",&,D,N"},
+         {"attributes", "T@\"NSDictionary\",&,D,N"}},
+        {}, {{"members", "@@:", [](vexim::Object& self, vexim::Invocation& invocation) {
+                  const Value members = static_cast<VXIMGroup&>(self).members();
+                  invocation.setReturnValue(&members);
+              }}});
     return cls;
 }
 
@@ -56,7 +57,8 @@ std::shared_ptr<VXIMGroup> VXIMGroup::initWithDictionary(Dictionary dictionary) 
     return vexim::create<VXIMGroup>(std::move(dictionary));
 }
 
-std::shared_ptr<VXIMGroup> VXIMGroup::groupWithName(Value name, std::optional<Array> members, Value owner) {
+std::shared_ptr<VXIMGroup> VXIMGroup::groupWithName(Value name, std::optional<Array> members,
+                                                    Value owner) {
     Dictionary form;
     form.setOrRemove("owner", std::move(owner));
     form.setOrRemove("name", std::move(name));
@@ -84,45 +86,57 @@ Value VXIMGroup::members() {
 
 std::shared_ptr<VXIMMessage> VXIMGroup::recentMessage() const {
     const Value recent = objectForKey("recent");
-    return recent.isDictionary() ? VXIMMessage::initWithPayloadDictionary(*recent.asDictionary()) : nullptr;
+    return recent.isDictionary() ? VXIMMessage::initWithPayloadDictionary(*recent.asDictionary())
+                                 : nullptr;
 }
 
 const char* VXIMGroup::pathPrefix() const { return "/groups"; }
 Value VXIMGroup::resourceId() const { return groupId(); }
-VXIMAttributedObject::LocalCopy VXIMGroup::localAttributes() const { return LocalCopy::FollowsServer; }
+VXIMAttributedObject::LocalCopy VXIMGroup::localAttributes() const {
+    return LocalCopy::FollowsServer;
+}
 
 void VXIMGroup::createWithOwner(Value owner, Value name, VXIMGroupCompletion block) {
     createWithOwner(std::move(owner), std::move(name), std::nullopt, std::move(block));
 }
 
-void VXIMGroup::createWithOwner(Value owner, Value name, std::optional<Array> members, VXIMGroupCompletion block) {
+void VXIMGroup::createWithOwner(Value owner, Value name, std::optional<Array> members,
+                                VXIMGroupCompletion block) {
     auto group = groupWithName(std::move(name), std::move(members), std::move(owner));
-    if (!group) throw vexim::Exception(vexim::kInvalidArgumentException, "A group needs an owner, a name or members.");
-    group->createWithBlock([group, block = std::move(block)](bool succeeded, const vexim::ErrorPtr& error) {
-        if (block) block(succeeded ? group : nullptr, error);
-    });
+    if (!group)
+        throw vexim::Exception(vexim::kInvalidArgumentException,
+                               "A group needs an owner, a name or members.");
+    group->createWithBlock(
+        [group, block = std::move(block)](bool succeeded, const vexim::ErrorPtr& error) {
+            if (block) block(succeeded ? group : nullptr, error);
+        });
 }
 
 void VXIMGroup::createWithBlock(VXIMBooleanCompletion block) {
     VXIMHTTPRequest::post(
         "/groups", dictionaryRepresentation(),
-        endingWith(std::move(block), false, [self = sharedAs<VXIMGroup>()](const Value& result, const vexim::ErrorPtr&) {
-            // The new id is a bare string. Anything else is a failure, also without an error.
-            if (!result.isData()) return false;
-            self->setObjectForKey(bareId(*result.asData()), "id");
-            return true;
-        }));
+        endingWith(std::move(block), false,
+                   [self = sharedAs<VXIMGroup>()](const Value& result, const vexim::ErrorPtr&) {
+                       // The new id is a bare string. Anything else is a failure, also without an
+                       // error.
+                       if (!result.isData()) return false;
+                       self->setObjectForKey(bareId(*result.asData()), "id");
+                       return true;
+                   }));
 }
 
 void VXIMGroup::fetchWithBlock(VXIMBooleanCompletion block) {
-    VXIMHTTPRequest::get(resourcePath(), std::nullopt,
-                         endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>()](const Value& result) {
-                             self->addEntriesFromDictionary(requireDictionary(result, "The group's record"));
-                         }));
+    VXIMHTTPRequest::get(
+        resourcePath(), std::nullopt,
+        endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>()](const Value& result) {
+            self->addEntriesFromDictionary(requireDictionary(result, "The group's record"));
+        }));
 }
 
-void VXIMGroup::getLatestMessagesBefore(double timestamp, std::int32_t limit, VXIMMessagesCompletion completion) {
-    VXIMHTTPRequest::get(resourcePath("/chats"), historyParams(timestamp, limit), endingWithMessages(std::move(completion)));
+void VXIMGroup::getLatestMessagesBefore(double timestamp, std::int32_t limit,
+                                        VXIMMessagesCompletion completion) {
+    VXIMHTTPRequest::get(resourcePath("/chats"), historyParams(timestamp, limit),
+                         endingWithMessages(std::move(completion)));
 }
 
 void VXIMGroup::changeOwner(Value owner, VXIMBooleanCompletion block) {
@@ -131,23 +145,26 @@ void VXIMGroup::changeOwner(Value owner, VXIMBooleanCompletion block) {
 
 void VXIMGroup::updateWithAttributes(Dictionary attributes, VXIMBooleanCompletion block) {
     VXIMHTTPRequest::put(resourcePath(), attributes,
-                         endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>(), attributes](const Value&) {
+                         endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>(),
+                                                              attributes](const Value&) {
                              self->addEntriesFromDictionary(attributes);
                          }));
 }
 
 void VXIMGroup::addMembers(Array userIds, VXIMBooleanCompletion block) {
-    VXIMHTTPRequest::post(resourcePath("/members"), Dictionary{{"members", userIds}},
-                          endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>(), userIds](const Value&) {
-                              self->setMembers(appending(self->members(), userIds));
-                          }));
+    VXIMHTTPRequest::post(
+        resourcePath("/members"), Dictionary{{"members", userIds}},
+        endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>(), userIds](const Value&) {
+            self->setMembers(appending(self->members(), userIds));
+        }));
 }
 
 void VXIMGroup::removeMembers(Array userIds, VXIMBooleanCompletion block) {
-    VXIMHTTPRequest::deletePath(resourcePath("/members"), Dictionary{{"members", userIds}},
-                                endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>(), userIds](const Value&) {
-                                    self->setMembers(removing(self->members(), userIds));
-                                }));
+    VXIMHTTPRequest::deletePath(
+        resourcePath("/members"), Dictionary{{"members", userIds}},
+        endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>(), userIds](const Value&) {
+            self->setMembers(removing(self->members(), userIds));
+        }));
 }
 
 void VXIMGroup::updateName(Value name, VXIMBooleanCompletion block) {

@@ -1,11 +1,13 @@
-// A message's wire form, as it goes out with "say" and comes in with "message", "yourself", "sys" and histories:
+// A message's wire form, as it goes out with "say" and comes in with "message", "yourself", "sys"
+// and histories:
 //
 //   {"content": {"media": integer, "body": string}, "ts": milliseconds,
 //    "from": {"id": user, "type": 0 | 1 | 2, "gid": group or room},  type 0 has no "gid"
 //    "to":   {"id": user, group or room, "type": 0 | 1 | 2},
-//    "speaker": user}                                                incoming only, in place of "from"
+// "speaker": user}                                                incoming only, in place of "from"
 //
-// Example, to a group: {"content":{"media":0,"body":"hi"},"ts":1450000000000,"to":{"id":"g1","type":1}}
+// Example, to a group:
+// {"content":{"media":0,"body":"hi"},"ts":1450000000000,"to":{"id":"g1","type":1}}
 
 #include "VexIMLib/VXIMMessage.h"
 
@@ -42,20 +44,26 @@ Value number(Enumeration value) {
 
 std::int64_t millisFromSeconds(double seconds) { return vexim::truncateToInt64(seconds * 1000.0); }
 
-VXIMMessageTargetType targetType(const Value& type) { return static_cast<VXIMMessageTargetType>(type.intValue()); }
+VXIMMessageTargetType targetType(const Value& type) {
+    return static_cast<VXIMMessageTargetType>(type.intValue());
+}
 
 /// An id from the wire; null is none.
 Value idIn(const Value& id) { return id.isNull() ? Value() : id; }
 
 /// An id for the wire, which must be there.
 const Value& present(const Value& id, const char* what) {
-    if (id.isNil()) throw vexim::Exception(vexim::kInvalidArgumentException, std::string("A message's ") + what + " has no id.");
+    if (id.isNil())
+        throw vexim::Exception(vexim::kInvalidArgumentException,
+                               std::string("A message's ") + what + " has no id.");
     return id;
 }
 
-/// Whether the target is a user, group or room: only those travel. (The service may send numbers that have no name.)
+/// Whether the target is a user, group or room: only those travel. (The service may send numbers
+/// that have no name.)
 bool isPeer(const std::shared_ptr<VXIMMessageTarget>& target) {
-    return target && target->type() >= VXIMMessageTargetTypeUser && target->type() <= VXIMMessageTargetTypeRoom;
+    return target && target->type() >= VXIMMessageTargetTypeUser &&
+           target->type() <= VXIMMessageTargetTypeRoom;
 }
 
 void requireSenderIds(const VXIMMessageTarget& sender) {
@@ -65,8 +73,10 @@ void requireSenderIds(const VXIMMessageTarget& sender) {
 }
 
 const Value& requireReceiverId(const VXIMMessageTarget& receiver) {
-    if (receiver.type() == VXIMMessageTargetTypeGroup) return present(receiver.groupId(), "receiver (a group)");
-    if (receiver.type() == VXIMMessageTargetTypeRoom) return present(receiver.roomId(), "receiver (a room)");
+    if (receiver.type() == VXIMMessageTargetTypeGroup)
+        return present(receiver.groupId(), "receiver (a group)");
+    if (receiver.type() == VXIMMessageTargetTypeRoom)
+        return present(receiver.roomId(), "receiver (a room)");
     return present(receiver.userId(), "receiver (a user)");
 }
 
@@ -106,8 +116,10 @@ void VXIMMessage::configSender() {
     sender_->setUserId(std::move(userId));
     sender_->setType(type.isNilOrNull() ? VXIMMessageTargetTypeUnknown : targetType(type));
 
-    if (sender_->type() == VXIMMessageTargetTypeGroup) sender_->setGroupId(idIn(from.get(kGroupOrRoomId)));
-    if (sender_->type() == VXIMMessageTargetTypeRoom) sender_->setRoomId(idIn(from.get(kGroupOrRoomId)));
+    if (sender_->type() == VXIMMessageTargetTypeGroup)
+        sender_->setGroupId(idIn(from.get(kGroupOrRoomId)));
+    if (sender_->type() == VXIMMessageTargetTypeRoom)
+        sender_->setRoomId(idIn(from.get(kGroupOrRoomId)));
 }
 
 void VXIMMessage::configReceiver() {
@@ -143,11 +155,14 @@ const std::shared_ptr<VXIMMessageTarget>& VXIMMessage::receiver() const {
     return receiver_;
 }
 
-bool VXIMMessage::isSystemMessage() const { return sender_ && sender_->type() == VXIMMessageTargetTypeSystem; }
+bool VXIMMessage::isSystemMessage() const {
+    return sender_ && sender_->type() == VXIMMessageTargetTypeSystem;
+}
 
 const Dictionary& VXIMMessage::currentPayload() const {
     if (!payload_) {
-        payload_ = Dictionary{{kContent, Dictionary()}, {kTimestamp, millisFromSeconds(vexim::Clock::shared()->wallTime())}};
+        payload_ = Dictionary{{kContent, Dictionary()},
+                              {kTimestamp, millisFromSeconds(vexim::Clock::shared()->wallTime())}};
     }
     return *payload_;
 }
@@ -170,7 +185,9 @@ void VXIMMessage::setMediaType(VXIMMessageMediaType mediaType) {
     });
 }
 
-std::optional<std::string> VXIMMessage::text() const { return currentPayload().get(kContent).get(kBody).asString(); }
+std::optional<std::string> VXIMMessage::text() const {
+    return currentPayload().get(kContent).get(kBody).asString();
+}
 
 void VXIMMessage::setText(std::optional<std::string> text) { setBody(std::move(text)); }
 
@@ -190,9 +207,13 @@ void VXIMMessage::setBody(std::optional<std::string> body) {
     });
 }
 
-double VXIMMessage::sendTimestamp() const { return currentPayload().get(kTimestamp).doubleValue() / 1000.0; }
+double VXIMMessage::sendTimestamp() const {
+    return currentPayload().get(kTimestamp).doubleValue() / 1000.0;
+}
 
-void VXIMMessage::setSendTimestamp(double seconds) { payload().set(kTimestamp, millisFromSeconds(seconds)); }
+void VXIMMessage::setSendTimestamp(double seconds) {
+    payload().set(kTimestamp, millisFromSeconds(seconds));
+}
 
 std::optional<Dictionary> VXIMMessage::senderDictionary() const {
     if (!isPeer(sender_)) return std::nullopt;
@@ -224,7 +245,9 @@ Dictionary VXIMMessage::dictionaryRepresentation() {
     return currentPayload();
 }
 
-std::shared_ptr<vexim::Object> VXIMMessage::copy() const { return initWithPayloadDictionary(currentPayload()); }
+std::shared_ptr<vexim::Object> VXIMMessage::copy() const {
+    return initWithPayloadDictionary(currentPayload());
+}
 
 std::string VXIMMessage::description() const {
     Dictionary shown = currentPayload();
@@ -237,7 +260,9 @@ std::string VXIMMessage::description() const {
     return Object::description() + " " + shown.description();
 }
 
-void VXIMMessage::encodeWithCoder(vexim::Coder& coder) const { coder.encode(kPayload, currentPayload()); }
+void VXIMMessage::encodeWithCoder(vexim::Coder& coder) const {
+    coder.encode(kPayload, currentPayload());
+}
 
 std::shared_ptr<VXIMMessage> VXIMMessage::initWithCoder(const vexim::Coder& coder) {
     const Dictionary* payload = coder.decode(kPayload).asDictionary();
@@ -247,6 +272,7 @@ std::shared_ptr<VXIMMessage> VXIMMessage::initWithCoder(const vexim::Coder& code
 const vexim::Class& VXIMMessage::runtimeClass() const { return staticClass(); }
 
 const vexim::Class& VXIMMessage::staticClass() {
-    static const vexim::Class& cls = vexim::Class::declare("VXIMMessage", &vexim::Object::staticClass());
+    static const vexim::Class& cls =
+        vexim::Class::declare("VXIMMessage", &vexim::Object::staticClass());
     return cls;
 }

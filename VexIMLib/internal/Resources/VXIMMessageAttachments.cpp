@@ -1,4 +1,5 @@
-// What messages have to do with files: the factories for images, audio and video, the upload before a send, the download.
+// What messages have to do with files: the factories for images, audio and video, the upload before
+// a send, the download.
 
 #include <utility>
 
@@ -28,7 +29,8 @@ bool isOfTheService(const vexim::URL& url) {
 
 }  // namespace
 
-std::shared_ptr<VXIMMessage> VXIMMessage::messageWithFile(VXIMMessageMediaType mediaType, std::optional<std::string> path) {
+std::shared_ptr<VXIMMessage> VXIMMessage::messageWithFile(VXIMMessageMediaType mediaType,
+                                                          std::optional<std::string> path) {
     auto message = init();
     message->setMediaType(mediaType);
     message->setAttachmentPath(std::move(path));
@@ -41,30 +43,36 @@ std::shared_ptr<VXIMMessage> VXIMMessage::messageWithImage(const vexim::Image& i
     const std::string digest = VXIMUtils::md5FromData(png).value_or("");
     if (digest.empty()) return nullptr;
 
-    const std::string directory = vexim::appendPathComponent(vexim::temporaryDirectory(), kStagingDirectory);
+    const std::string directory =
+        vexim::appendPathComponent(vexim::temporaryDirectory(), kStagingDirectory);
     if (vexim::FileManager::ensurePrivateDirectory(directory)) return nullptr;
 
-    // Named by its contents: the same image is the same file, however often and by how many it is staged.
+    // Named by its contents: the same image is the same file, however often and by how many it is
+    // staged.
     const std::string path = vexim::appendPathComponent(directory, digest + ".png");
     vexim::FileManager::writeAtomically(png, path);
     return vexim::FileManager::fileExists(path) ? messageWithImageFileAtPath(path) : nullptr;
 }
 
-std::shared_ptr<VXIMMessage> VXIMMessage::messageWithImageFileAtPath(std::optional<std::string> path) {
+std::shared_ptr<VXIMMessage> VXIMMessage::messageWithImageFileAtPath(
+    std::optional<std::string> path) {
     return messageWithFile(VXIMMessageMediaTypeImage, std::move(path));
 }
 
-std::shared_ptr<VXIMMessage> VXIMMessage::messageWithAudioFileAtPath(std::optional<std::string> path) {
+std::shared_ptr<VXIMMessage> VXIMMessage::messageWithAudioFileAtPath(
+    std::optional<std::string> path) {
     if (!path || !vexim::FileManager::fileExists(*path)) return nullptr;
     return messageWithFile(VXIMMessageMediaTypeAudio, std::move(path));
 }
 
-std::shared_ptr<VXIMMessage> VXIMMessage::messageWithVideoFileAtPath(std::optional<std::string> path) {
+std::shared_ptr<VXIMMessage> VXIMMessage::messageWithVideoFileAtPath(
+    std::optional<std::string> path) {
     if (!path || !vexim::FileManager::fileExists(*path)) return nullptr;
     return messageWithFile(VXIMMessageMediaTypeVideo, std::move(path));
 }
 
-void VXIMMessage::uploadAttachmentWithProgress(VXIMProgress progress, VXIMBooleanCompletion completion,
+void VXIMMessage::uploadAttachmentWithProgress(VXIMProgress progress,
+                                               VXIMBooleanCompletion completion,
                                                std::shared_ptr<VXIMTransfer> transfer) {
     if (!attachmentPath_) {
         vexim::log(vexim::LogLevel::Info, "No attachment to upload");
@@ -72,22 +80,26 @@ void VXIMMessage::uploadAttachmentWithProgress(VXIMProgress progress, VXIMBoolea
     }
     VXIMHTTPRequest::uploadFileAtPath(
         *attachmentPath_, std::move(progress),
-        [self = sharedAs<VXIMMessage>(), completion = std::move(completion)](const vexim::Value& result,
-                                                                             const vexim::ErrorPtr& error) {
-            self->setAttachmentUrl(result.get("imgUrl").asString());  // the same key for audio and video
+        [self = sharedAs<VXIMMessage>(), completion = std::move(completion)](
+            const vexim::Value& result, const vexim::ErrorPtr& error) {
+            // the same key for audio and video
+            self->setAttachmentUrl(result.get("imgUrl").asString());
             if (completion) completion(error == nullptr, error);
         },
         std::move(transfer));
 }
 
-void VXIMMessage::downloadAttachment(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
+void VXIMMessage::downloadAttachment(std::string path, VXIMProgress progress,
+                                     VXIMResultCompletion completion,
                                      std::shared_ptr<VXIMTransfer> transfer) {
     const auto url = attachmentUrl();
     if (!url || url->empty()) {
-        auto error = vexim::Error::withDescription(vexim::kURLErrorDomain, vexim::URLErrorBadURL, "The message has no attachment.");
-        vexim::MainQueue::shared().async([completion = std::move(completion), error = std::move(error)] {
-            if (completion) completion(nullptr, error);
-        });
+        auto error = vexim::Error::withDescription(vexim::kURLErrorDomain, vexim::URLErrorBadURL,
+                                                   "The message has no attachment.");
+        vexim::MainQueue::shared().async(
+            [completion = std::move(completion), error = std::move(error)] {
+                if (completion) completion(nullptr, error);
+            });
         return;
     }
     auto request = VXIMRequest::request();
@@ -95,5 +107,6 @@ void VXIMMessage::downloadAttachment(std::string path, VXIMProgress progress, VX
     // Whoever sent the message chose the URL: only the service itself gets to see a signature.
     const auto composed = request->composeURLWithPath(url, nullptr);
     if (!composed || !isOfTheService(*composed)) request->setClientKey(std::nullopt);
-    request->downloadToPath(std::move(path), std::move(progress), std::move(completion), std::move(transfer));
+    request->downloadToPath(std::move(path), std::move(progress), std::move(completion),
+                            std::move(transfer));
 }

@@ -4,7 +4,9 @@
 
 #include "VexIMLib/Foundation/Runtime/Class.h"
 
-std::shared_ptr<VXIMMessageTarget> VXIMMessageTarget::init() { return vexim::create<VXIMMessageTarget>(); }
+std::shared_ptr<VXIMMessageTarget> VXIMMessageTarget::init() {
+    return vexim::create<VXIMMessageTarget>();
+}
 
 void VXIMMessageTarget::setUserId(vexim::Value userId) {
     userId_ = std::move(userId);
@@ -22,6 +24,7 @@ void VXIMMessageTarget::setRoomId(vexim::Value roomId) {
 }
 
 const vexim::Class& VXIMMessageTarget::runtimeClass() const {
-    static const vexim::Class& cls = vexim::Class::declare("VXIMMessageTarget", &vexim::Object::staticClass());
+    static const vexim::Class& cls =
+        vexim::Class::declare("VXIMMessageTarget", &vexim::Object::staticClass());
     return cls;
 }

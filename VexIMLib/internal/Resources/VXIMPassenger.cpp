@@ -21,15 +21,16 @@ bool isEmptyId(const Value& id) { return id.isNilOrNull() || id == ""; }
 /// The id in an answer that is a bare JSON string; nullopt for any other.
 std::optional<std::string> quotedId(const Value& answer) {
     const auto text = answer.isData() ? textOf(*answer.asData()) : answer.asString();
-    if (!text || text->size() < 2 || !text->starts_with('"') || !text->ends_with('"')) return std::nullopt;
+    if (!text || text->size() < 2 || !text->starts_with('"') || !text->ends_with('"'))
+        return std::nullopt;
     return text->substr(1, text->size() - 2);
 }
 
 }  // namespace
 
 const vexim::Class& VXIMPassenger::staticClass() {
-    static const vexim::Class& cls =
-        vexim::Class::declare("VXIMPassenger", &VXIMRuntimeObject::staticClass(), {{"pid", "T@\"NSString\",&,D,N"}});
+    static const vexim::Class& cls = vexim::Class::declare(
+        "VXIMPassenger", &VXIMRuntimeObject::staticClass(), {{"pid", "T@\"NSString\",&,D,N"}});
     return cls;
 }
 
@@ -47,48 +48,59 @@ std::shared_ptr<VXIMPassenger> VXIMPassenger::initWithDictionary(Dictionary dict
 Value VXIMPassenger::pid() const { return kPid.get(*this); }
 void VXIMPassenger::setPid(Value pid) { kPid.set(*this, std::move(pid)); }
 
-void VXIMPassenger::createOrUpdatePassengerWithAttributes(Dictionary attributes, VXIMPassengerCompletion completion) {
-    VXIMHTTPRequest::post("/passengers", attributes,
-                          endingWith<std::shared_ptr<VXIMPassenger>>(
-                              std::move(completion), nullptr,
-                              [attributes](const Value& result, const ErrorPtr& error) -> std::shared_ptr<VXIMPassenger> {
-                                  if (error) return nullptr;
-                                  // Text may be no id, but an object or an array is no answer to a creation at all.
-                                  if (result.isDictionary() || result.isArray()) {
-                                      throw vexim::Exception(vexim::kInvalidArgumentException, "The passenger's id is no text.");
-                                  }
-                                  const auto id = quotedId(result);
-                                  if (!id) return nullptr;
-                                  auto passenger = initWithDictionary(attributes);
-                                  passenger->setPid(*id);
-                                  return passenger;
-                              }));
+void VXIMPassenger::createOrUpdatePassengerWithAttributes(Dictionary attributes,
+                                                          VXIMPassengerCompletion completion) {
+    VXIMHTTPRequest::post(
+        "/passengers", attributes,
+        endingWith<std::shared_ptr<VXIMPassenger>>(
+            std::move(completion), nullptr,
+            [attributes](const Value& result,
+                         const ErrorPtr& error) -> std::shared_ptr<VXIMPassenger> {
+                if (error) return nullptr;
+                // Text may be no id, but an object or an array is no answer to a
+                // creation at all.
+                if (result.isDictionary() || result.isArray()) {
+                    throw vexim::Exception(vexim::kInvalidArgumentException,
+                                           "The passenger's id is no text.");
+                }
+                const auto id = quotedId(result);
+                if (!id) return nullptr;
+                auto passenger = initWithDictionary(attributes);
+                passenger->setPid(*id);
+                return passenger;
+            }));
 }
 
-void VXIMPassenger::updatePassengerAttributes(Dictionary attributes, VXIMBooleanCompletion completion) {
+void VXIMPassenger::updatePassengerAttributes(Dictionary attributes,
+                                              VXIMBooleanCompletion completion) {
     if (isEmptyId(pid())) {
-        return endAtOnce(std::move(completion), false,
-                         vexim::errors::emptyPassengerId("Cannot update a passenger with an empty id"));
+        return endAtOnce(
+            std::move(completion), false,
+            vexim::errors::emptyPassengerId("Cannot update a passenger with an empty id"));
     }
     Dictionary body = attributes;
     body.set("id", pid());
-    VXIMHTTPRequest::post("/passengers", std::move(body),
-                          endingWithSuccess(std::move(completion), [self = self(), attributes](const Value& result) {
-                              const auto id = quotedId(result);
-                              if (!id) return;
-                              self->addEntriesFromDictionary(attributes);
-                              self->setPid(*id);
-                          }));
+    VXIMHTTPRequest::post(
+        "/passengers", std::move(body),
+        endingWithSuccess(std::move(completion), [self = self(), attributes](const Value& result) {
+            const auto id = quotedId(result);
+            if (!id) return;
+            self->addEntriesFromDictionary(attributes);
+            self->setPid(*id);
+        }));
 }
 
 void VXIMPassenger::fetchWithCompletion(VXIMBooleanCompletion completion) {
     if (isEmptyId(pid())) {
-        return endAtOnce(std::move(completion), false, vexim::errors::emptyPassengerId("Cannot find a passenger with an empty id"));
+        return endAtOnce(
+            std::move(completion), false,
+            vexim::errors::emptyPassengerId("Cannot find a passenger with an empty id"));
     }
-    VXIMHTTPRequest::get("/passengers/" + pathId(pid(), "The passenger's id"), std::nullopt,
-                         endingWithSuccess(std::move(completion), [self = self()](const Value& result) {
-                             if (result.isDictionary()) self->addEntriesFromDictionary(*result.asDictionary());
-                         }));
+    VXIMHTTPRequest::get(
+        "/passengers/" + pathId(pid(), "The passenger's id"), std::nullopt,
+        endingWithSuccess(std::move(completion), [self = self()](const Value& result) {
+            if (result.isDictionary()) self->addEntriesFromDictionary(*result.asDictionary());
+        }));
 }
 
 void VXIMPassenger::getHistoryMessagesWithUser(Value userId, double beforeTime, std::int32_t limit,
@@ -96,17 +108,24 @@ void VXIMPassenger::getHistoryMessagesWithUser(Value userId, double beforeTime, 
     if (isEmptyId(pid())) {
         using Messages = std::optional<std::vector<std::shared_ptr<VXIMMessage>>>;
         return endAtOnce<Messages>(std::move(completion), std::nullopt,
-                                   vexim::errors::emptyPassengerId("Cannot get history message with an empty passenger id"));
+                                   vexim::errors::emptyPassengerId(
+                                       "Cannot get history message with an empty passenger id"));
     }
-    const std::string path = "/passengers/" + pathId(pid(), "The passenger's id") + "/chats/" + pathId(userId, "The user's id");
-    auto asUserMessages = [self = self(), completion = std::move(completion)](
-                              const std::optional<std::vector<std::shared_ptr<VXIMMessage>>>& messages, const ErrorPtr& error) {
-        for (const auto& message : messages.value_or(std::vector<std::shared_ptr<VXIMMessage>>())) {
-            // Older records do not say who spoke: then it was a user.
-            const auto& sender = message->sender();
-            if (sender->type() == VXIMMessageTargetTypeUnknown) sender->setType(VXIMMessageTargetTypeUser);
-        }
-        if (completion) completion(messages, error);
-    };
-    VXIMHTTPRequest::get(path, historyParams(beforeTime, limit), endingWithMessages(std::move(asUserMessages)));
+    const std::string path = "/passengers/" + pathId(pid(), "The passenger's id") + "/chats/" +
+                             pathId(userId, "The user's id");
+    auto asUserMessages =
+        [self = self(), completion = std::move(completion)](
+            const std::optional<std::vector<std::shared_ptr<VXIMMessage>>>& messages,
+            const ErrorPtr& error) {
+            for (const auto& message :
+                 messages.value_or(std::vector<std::shared_ptr<VXIMMessage>>())) {
+                // Older records do not say who spoke: then it was a user.
+                const auto& sender = message->sender();
+                if (sender->type() == VXIMMessageTargetTypeUnknown)
+                    sender->setType(VXIMMessageTargetTypeUser);
+            }
+            if (completion) completion(messages, error);
+        };
+    VXIMHTTPRequest::get(path, historyParams(beforeTime, limit),
+                         endingWithMessages(std::move(asUserMessages)));
 }

@@ -14,17 +14,22 @@ namespace {
 
 /// Runs one search: each element of the list that comes back is made into a T.
 template <class T>
-void find(const char* path, Dictionary params,
-          std::function<void(std::optional<std::vector<std::shared_ptr<T>>>, vexim::ErrorPtr)> block, const char* what) {
+void find(
+    const char* path, Dictionary params,
+    std::function<void(std::optional<std::vector<std::shared_ptr<T>>>, vexim::ErrorPtr)> block,
+    const char* what) {
     using Found = std::optional<std::vector<std::shared_ptr<T>>>;
     VXIMHTTPRequest::get(
         path, std::move(params),
         vexim::resources::endingWith<Found>(
-            std::move(block), std::nullopt, [what](const Value& result, const vexim::ErrorPtr&) -> Found {
+            std::move(block), std::nullopt,
+            [what](const Value& result, const vexim::ErrorPtr&) -> Found {
                 if (!result.isArray()) return std::nullopt;
-                return vexim::resources::objectsFrom(*result.asArray(), what, [](const Value& element) {
-                    return T::initWithDictionary(vexim::resources::requireDictionary(element, "An element of the list"));
-                });
+                return vexim::resources::objectsFrom(
+                    *result.asArray(), what, [](const Value& element) {
+                        return T::initWithDictionary(
+                            vexim::resources::requireDictionary(element, "An element of the list"));
+                    });
             }));
 }
 
@@ -34,7 +39,9 @@ std::shared_ptr<VXIMQuery> VXIMQuery::query() { return init(); }
 
 std::shared_ptr<VXIMQuery> VXIMQuery::init() { return vexim::create<VXIMQuery>(); }
 
-void VXIMQuery::whereAttribute(std::string_view attribute, Value equalTo) { where_.setOrRemove(attribute, std::move(equalTo)); }
+void VXIMQuery::whereAttribute(std::string_view attribute, Value equalTo) {
+    where_.setOrRemove(attribute, std::move(equalTo));
+}
 
 void VXIMQuery::orderByAscending(std::string key) {
     order_.clear();
@@ -58,11 +65,13 @@ void VXIMQuery::orderBySortDescriptor(const vexim::SortDescriptor& descriptor) {
 void VXIMQuery::orderBySortDescriptors(const std::vector<vexim::SortDescriptor>& descriptors) {
     for (const vexim::SortDescriptor& descriptor : descriptors) {
         if (!descriptor.key) continue;
-        descriptor.ascending ? addAscendingOrder(*descriptor.key) : addDescendingOrder(*descriptor.key);
+        descriptor.ascending ? addAscendingOrder(*descriptor.key)
+                             : addDescendingOrder(*descriptor.key);
     }
 }
 
-// The order of the steps decides who wins: a condition named "_sort" overwrites the sort, paging overwrites conditions.
+// The order of the steps decides who wins: a condition named "_sort" overwrites the sort, paging
+// overwrites conditions.
 Dictionary VXIMQuery::combinedParams() const {
     Dictionary params;
     if (!order_.empty()) {
@@ -89,6 +98,7 @@ void VXIMQuery::findRoomWithBlock(VXIMRoomsCompletion block) const {
 }
 
 const vexim::Class& VXIMQuery::runtimeClass() const {
-    static const vexim::Class& cls = vexim::Class::declare("VXIMQuery", &vexim::Object::staticClass());
+    static const vexim::Class& cls =
+        vexim::Class::declare("VXIMQuery", &vexim::Object::staticClass());
     return cls;
 }

@@ -20,11 +20,12 @@ constinit const vexim::DynamicProperty<Value> kMembers{&VXIMRoom::staticClass, "
 }  // namespace
 
 const vexim::Class& VXIMRoom::staticClass() {
-    static const vexim::Class& cls = vexim::Class::declare("VXIMRoom", &VXIMRuntimeObject::staticClass(),
-                                                           {{"roomId", "T@\"NSString\",&,D,N"},
-                                                            {"name", "T@\"NSString\",&,D,N"},
-                                                            {"members", "T@\"NSArray\",&,D,N"},
-                                                            {"attributes", "T@\"NSDictionary\",&,D,N"}});
+    static const vexim::Class& cls =
+        vexim::Class::declare("VXIMRoom", &VXIMRuntimeObject::staticClass(),
+                              {{"roomId", "T@\"NSString\",&,D,N"},
+                               {"name", "T@\"NSString\",&,D,N"},
+                               {"members", "T@\"NSArray\",&,D,N"},
+                               {"attributes", "T@\"NSDictionary\",&,D,N"}});
     return cls;
 }
 
@@ -35,9 +36,13 @@ std::string_view VXIMRoom::keyPathForProperty(std::string_view property) const {
     return VXIMRuntimeObject::keyPathForProperty(property);
 }
 
-std::shared_ptr<VXIMRoom> VXIMRoom::roomWithId(Value roomId) { return roomWithDictionary(Dictionary{{"id", std::move(roomId)}}); }
+std::shared_ptr<VXIMRoom> VXIMRoom::roomWithId(Value roomId) {
+    return roomWithDictionary(Dictionary{{"id", std::move(roomId)}});
+}
 
-std::shared_ptr<VXIMRoom> VXIMRoom::roomWithDictionary(Dictionary dictionary) { return initWithDictionary(std::move(dictionary)); }
+std::shared_ptr<VXIMRoom> VXIMRoom::roomWithDictionary(Dictionary dictionary) {
+    return initWithDictionary(std::move(dictionary));
+}
 
 std::shared_ptr<VXIMRoom> VXIMRoom::initWithDictionary(Dictionary dictionary) {
     return vexim::create<VXIMRoom>(std::move(dictionary));
@@ -56,57 +61,67 @@ double VXIMRoom::createTs() const { return objectForKey("ts").doubleValue() / 10
 
 const char* VXIMRoom::pathPrefix() const { return "/rooms"; }
 Value VXIMRoom::resourceId() const { return roomId(); }
-VXIMAttributedObject::LocalCopy VXIMRoom::localAttributes() const { return LocalCopy::FollowsServer; }
+VXIMAttributedObject::LocalCopy VXIMRoom::localAttributes() const {
+    return LocalCopy::FollowsServer;
+}
 
 void VXIMRoom::createWithName(Value name, VXIMRoomCompletion block) {
     createWithName(std::move(name), std::nullopt, std::move(block));
 }
 
 void VXIMRoom::createWithName(Value name, std::optional<Array> members, VXIMRoomCompletion block) {
-    const Dictionary form{{"name", std::move(name)}, {"members", std::move(members).value_or(Array())}};
+    const Dictionary form{{"name", std::move(name)},
+                          {"members", std::move(members).value_or(Array())}};
     VXIMHTTPRequest::post(
         "/rooms", form,
-        endingWith<std::shared_ptr<VXIMRoom>>(std::move(block), nullptr,
-                                              [form](const Value& result, const vexim::ErrorPtr&) -> std::shared_ptr<VXIMRoom> {
-                                                  // The new id is a bare string. Anything else is a failure, also without an error.
-                                                  if (!result.isData()) return nullptr;
-                                                  Dictionary record = form;
-                                                  record.set("id", bareId(*result.asData()));
-                                                  return roomWithDictionary(std::move(record));
-                                              }));
+        endingWith<std::shared_ptr<VXIMRoom>>(
+            std::move(block), nullptr,
+            [form](const Value& result, const vexim::ErrorPtr&) -> std::shared_ptr<VXIMRoom> {
+                // The new id is a bare string. Anything else is a
+                // failure, also without an error.
+                if (!result.isData()) return nullptr;
+                Dictionary record = form;
+                record.set("id", bareId(*result.asData()));
+                return roomWithDictionary(std::move(record));
+            }));
 }
 
 void VXIMRoom::fetchWithBlock(VXIMBooleanCompletion block) {
-    VXIMHTTPRequest::get(resourcePath(), std::nullopt,
-                         endingWithSuccess(std::move(block), [self = sharedAs<VXIMRoom>()](const Value& result) {
-                             self->addEntriesFromDictionary(requireDictionary(result, "The room's record"));
-                         }));
+    VXIMHTTPRequest::get(
+        resourcePath(), std::nullopt,
+        endingWithSuccess(std::move(block), [self = sharedAs<VXIMRoom>()](const Value& result) {
+            self->addEntriesFromDictionary(requireDictionary(result, "The room's record"));
+        }));
 }
 
 void VXIMRoom::updateName(Value name, VXIMBooleanCompletion block) {
     VXIMHTTPRequest::put(
         resourcePath(), Dictionary{{"name", name}},
-        endingWith(std::move(block), false, [self = sharedAs<VXIMRoom>(), name](const Value& result, const vexim::ErrorPtr& error) {
-            // No error is not enough here: the service has to say that it did it.
-            const bool succeeded = !error && result.get("success").boolValue();
-            if (succeeded) self->setName(name);
-            return succeeded;
-        }));
+        endingWith(
+            std::move(block), false,
+            [self = sharedAs<VXIMRoom>(), name](const Value& result, const vexim::ErrorPtr& error) {
+                // No error is not enough here: the service has to say that it did it.
+                const bool succeeded = !error && result.get("success").boolValue();
+                if (succeeded) self->setName(name);
+                return succeeded;
+            }));
 }
 
 void VXIMRoom::addMembers(Array userIds, VXIMBooleanCompletion block) {
-    VXIMHTTPRequest::post(resourcePath("/members"), Dictionary{{"members", userIds}},
-                          endingWithSuccess(std::move(block), [self = sharedAs<VXIMRoom>(), userIds](const Value&) {
-                              self->setMembers(appending(self->members(), userIds));
-                          }));
+    VXIMHTTPRequest::post(
+        resourcePath("/members"), Dictionary{{"members", userIds}},
+        endingWithSuccess(std::move(block), [self = sharedAs<VXIMRoom>(), userIds](const Value&) {
+            self->setMembers(appending(self->members(), userIds));
+        }));
 }
 
 void VXIMRoom::removeMembers(Array userIds, VXIMBooleanCompletion block) {
     // The bare list, unlike a group's removal and a room's own addition: so the service wants it.
-    VXIMHTTPRequest::deletePath(resourcePath("/members"), userIds,
-                                endingWithSuccess(std::move(block), [self = sharedAs<VXIMRoom>(), userIds](const Value&) {
-                                    self->setMembers(removing(self->members(), userIds));
-                                }));
+    VXIMHTTPRequest::deletePath(
+        resourcePath("/members"), userIds,
+        endingWithSuccess(std::move(block), [self = sharedAs<VXIMRoom>(), userIds](const Value&) {
+            self->setMembers(removing(self->members(), userIds));
+        }));
 }
 
 void VXIMRoom::deleteWithBlock(VXIMBooleanCompletion block) {

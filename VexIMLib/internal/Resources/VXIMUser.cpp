@@ -15,7 +15,8 @@ using vexim::Value;
 namespace {
 
 constinit const vexim::DynamicProperty<Value> kUid{&VXIMUser::staticClass, "uid"};
-constinit const vexim::DynamicProperty<std::int64_t> kSessionCount{&VXIMUser::staticClass, "sessionCount"};
+constinit const vexim::DynamicProperty<std::int64_t> kSessionCount{&VXIMUser::staticClass,
+                                                                   "sessionCount"};
 constinit const vexim::DynamicProperty<bool> kOnline{&VXIMUser::staticClass, "online"};
 
 const char* detailSuffix(bool detail) { return detail ? "?detail" : ""; }
@@ -24,18 +25,20 @@ const char* detailSuffix(bool detail) { return detail ? "?detail" : ""; }
 template <class Make>
 auto listOf(const Array& list, bool detail, const char* what, const Make& make) {
     return objectsFrom(list, what, [detail, &make](const Value& element) {
-        return make(detail ? requireDictionary(element, "An element of the list") : Dictionary{{"id", element}});
+        return make(detail ? requireDictionary(element, "An element of the list")
+                           : Dictionary{{"id", element}});
     });
 }
 
 }  // namespace
 
 const vexim::Class& VXIMUser::staticClass() {
-    static const vexim::Class& cls = vexim::Class::declare("VXIMUser", &VXIMRuntimeObject::staticClass(),
-                                                           {{"uid", "T@\"NSString\",&,D,N"},
-                                                            {"sessionCount", "Tq,D,N"},
-                                                            {"online", "TB,D,N"},
-                                                            {"attributes", "T@\"NSDictionary\",&,D,N"}});
+    static const vexim::Class& cls =
+        vexim::Class::declare("VXIMUser", &VXIMRuntimeObject::staticClass(),
+                              {{"uid", "T@\"NSString\",&,D,N"},
+                               {"sessionCount", "Tq,D,N"},
+                               {"online", "TB,D,N"},
+                               {"attributes", "T@\"NSDictionary\",&,D,N"}});
     return cls;
 }
 
@@ -47,7 +50,9 @@ std::string_view VXIMUser::keyPathForProperty(std::string_view property) const {
     return VXIMRuntimeObject::keyPathForProperty(property);
 }
 
-std::shared_ptr<VXIMUser> VXIMUser::userWithId(Value uid) { return initWithDictionary(Dictionary{{"id", std::move(uid)}}); }
+std::shared_ptr<VXIMUser> VXIMUser::userWithId(Value uid) {
+    return initWithDictionary(Dictionary{{"id", std::move(uid)}});
+}
 
 std::shared_ptr<VXIMUser> VXIMUser::initWithDictionary(Dictionary dictionary) {
     return vexim::create<VXIMUser>(std::move(dictionary));
@@ -72,44 +77,52 @@ Value VXIMUser::resourceId() const { return uid(); }
 VXIMAttributedObject::LocalCopy VXIMUser::localAttributes() const { return LocalCopy::StaysAsItIs; }
 
 void VXIMUser::fetchWithCompletion(VXIMBooleanCompletion completion) {
-    VXIMHTTPRequest::get(resourcePath(), std::nullopt,
-                         endingWithSuccess(std::move(completion), [self = self()](const Value& result) {
-                             if (!result.isDictionary()) return;
-                             auto friends = objectsFrom(requireArrayOrNil(result.get("friends"), "The user's friends"), "friend",
-                                                        [](const Value& id) { return VXIMFriendInfo::infoWithId(id); });
-                             auto groups = objectsFrom(requireArrayOrNil(result.get("groups"), "The user's groups"), "group",
-                                                       [](const Value& id) { return VXIMGroup::groupWithId(id); });
-                             // Rooms stay the bare ids that they are, unlike in every other list.
-                             Array rooms = requireArrayOrNil(result.get("rooms"), "The user's rooms");
-                             self->friends_ = std::move(friends);
-                             self->groups_ = std::move(groups);
-                             self->rooms_ = std::move(rooms);
-                         }));
+    VXIMHTTPRequest::get(
+        resourcePath(), std::nullopt,
+        endingWithSuccess(std::move(completion), [self = self()](const Value& result) {
+            if (!result.isDictionary()) return;
+            auto friends = objectsFrom(
+                requireArrayOrNil(result.get("friends"), "The user's friends"), "friend",
+                [](const Value& id) { return VXIMFriendInfo::infoWithId(id); });
+            auto groups =
+                objectsFrom(requireArrayOrNil(result.get("groups"), "The user's groups"), "group",
+                            [](const Value& id) { return VXIMGroup::groupWithId(id); });
+            // Rooms stay the bare ids that they are, unlike in every other list.
+            Array rooms = requireArrayOrNil(result.get("rooms"), "The user's rooms");
+            self->friends_ = std::move(friends);
+            self->groups_ = std::move(groups);
+            self->rooms_ = std::move(rooms);
+        }));
 }
 
 void VXIMUser::fetchFriendsWithDetail(bool detail, VXIMBooleanCompletion completion) {
-    VXIMHTTPRequest::get(resourcePath("/friends").append(detailSuffix(detail)), std::nullopt,
-                         endingWithSuccess(std::move(completion), [self = self(), detail](const Value& result) {
-                             if (!result.isArray()) return;
-                             self->friends_ = listOf(*result.asArray(), detail, "friend", &VXIMFriendInfo::infoWithDictionary);
-                         }));
+    VXIMHTTPRequest::get(
+        resourcePath("/friends").append(detailSuffix(detail)), std::nullopt,
+        endingWithSuccess(std::move(completion), [self = self(), detail](const Value& result) {
+            if (!result.isArray()) return;
+            self->friends_ =
+                listOf(*result.asArray(), detail, "friend", &VXIMFriendInfo::infoWithDictionary);
+        }));
 }
 
 void VXIMUser::fetchGroupsWithDetail(bool detail, VXIMBooleanCompletion completion) {
-    VXIMHTTPRequest::get(resourcePath("/groups").append(detailSuffix(detail)), std::nullopt,
-                         endingWithSuccess(std::move(completion), [self = self(), detail](const Value& result) {
-                             if (!result.isArray()) return;
-                             self->groups_ = listOf(*result.asArray(), detail, "group", &VXIMGroup::groupWithDictionary);
-                         }));
+    VXIMHTTPRequest::get(
+        resourcePath("/groups").append(detailSuffix(detail)), std::nullopt,
+        endingWithSuccess(std::move(completion), [self = self(), detail](const Value& result) {
+            if (!result.isArray()) return;
+            self->groups_ =
+                listOf(*result.asArray(), detail, "group", &VXIMGroup::groupWithDictionary);
+        }));
 }
 
 void VXIMUser::fetchRoomsWithDetail(bool detail, VXIMBooleanCompletion completion) {
-    VXIMHTTPRequest::get(resourcePath("/rooms").append(detailSuffix(detail)), std::nullopt,
-                         endingWithSuccess(std::move(completion), [self = self(), detail](const Value& result) {
-                             if (!result.isArray()) return;
-                             auto rooms = listOf(*result.asArray(), detail, "room", &VXIMRoom::roomWithDictionary);
-                             self->rooms_ = Array(std::vector<Value>(rooms.begin(), rooms.end()));
-                         }));
+    VXIMHTTPRequest::get(
+        resourcePath("/rooms").append(detailSuffix(detail)), std::nullopt,
+        endingWithSuccess(std::move(completion), [self = self(), detail](const Value& result) {
+            if (!result.isArray()) return;
+            auto rooms = listOf(*result.asArray(), detail, "room", &VXIMRoom::roomWithDictionary);
+            self->rooms_ = Array(std::vector<Value>(rooms.begin(), rooms.end()));
+        }));
 }
 
 std::string VXIMUser::friendPath(const Value& friendId) const {
@@ -124,7 +137,8 @@ void VXIMUser::getFriendInfo(Value friendId, VXIMFriendInfoCompletion completion
     VXIMHTTPRequest::get(friendPath(friendId), std::nullopt,
                          endingWith<std::shared_ptr<VXIMFriendInfo>>(
                              std::move(completion), nullptr,
-                             [friendId](const Value& result, const vexim::ErrorPtr&) -> std::shared_ptr<VXIMFriendInfo> {
+                             [friendId](const Value& result,
+                                        const vexim::ErrorPtr&) -> std::shared_ptr<VXIMFriendInfo> {
                                  if (!result.isDictionary()) return nullptr;
                                  Dictionary record = *result.asDictionary();
                                  record.set("id", friendId);
@@ -133,15 +147,18 @@ void VXIMUser::getFriendInfo(Value friendId, VXIMFriendInfoCompletion completion
 }
 
 void VXIMUser::deleteFriend(Value friendId, VXIMBooleanCompletion completion) {
-    VXIMHTTPRequest::deletePath(friendPath(friendId), nullptr, endingWithSuccess(std::move(completion)));
+    VXIMHTTPRequest::deletePath(friendPath(friendId), nullptr,
+                                endingWithSuccess(std::move(completion)));
 }
 
-void VXIMUser::getLatestChatsWithFriend(Value friendId, double timestamp, std::int32_t limit, VXIMMessagesCompletion block) {
+void VXIMUser::getLatestChatsWithFriend(Value friendId, double timestamp, std::int32_t limit,
+                                        VXIMMessagesCompletion block) {
     using Messages = std::optional<std::vector<std::shared_ptr<VXIMMessage>>>;
     VXIMHTTPRequest::get(
         friendPath(friendId).append("/chats"), historyParams(timestamp, limit),
-        endingWith<Messages>(std::move(block), std::nullopt, [](const Value& result, const vexim::ErrorPtr& error) -> Messages {
-            if (error) return std::nullopt;
-            return messagesFrom(requireArrayOrNil(result, "The history"));
-        }));
+        endingWith<Messages>(std::move(block), std::nullopt,
+                             [](const Value& result, const vexim::ErrorPtr& error) -> Messages {
+                                 if (error) return std::nullopt;
+                                 return messagesFrom(requireArrayOrNil(result, "The history"));
+                             }));
 }

@@ -1,4 +1,5 @@
-// A C program that has only the C interface: it asks for the version, and for a store, which only one of the two libraries has.
+// A C program that has only the C interface: it asks for the version, and for a store, which only
+// one of the two libraries has.
 //   c_only LIBRARY
 #include <VexIMLib/C/vexim.h>
 #include <stdio.h>
@@ -11,11 +12,14 @@ int main(int argc, char** argv) {
     if (strstr(answer, "\"@type\":\"answer\"") == NULL) return 1;
 
     const vexim_client client = vexim_create("{}");
-    vexim_send(client, "{\"@op\": \"VXIMMessageStore.open\", \"path\": \":memory:\", \"userId\": \"alice\"}");
+    vexim_send(
+        client,
+        "{\"@op\": \"VXIMMessageStore.open\", \"path\": \":memory:\", \"userId\": \"alice\"}");
     answer = vexim_receive(client, 60);
     if (answer == NULL) return 1;
     puts(answer);
-    const char* expected = strcmp(argv[1], "vexim-c-store") == 0 ? "\"store\":1" : "libvexim-c-store1";
+    const char* expected =
+        strcmp(argv[1], "vexim-c-store") == 0 ? "\"store\":1" : "libvexim-c-store1";
     const int isAsExpected = strstr(answer, expected) != NULL;
     vexim_free(client);
     return isAsExpected ? 0 : 1;

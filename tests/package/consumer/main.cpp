@@ -1,5 +1,5 @@
-// What an installed library must be able to do in a stranger's program: link all that it needs, run its threads, speak HTTP,
-// and let a program derive from its classes and catch what it throws.
+// What an installed library must be able to do in a stranger's program: link all that it needs, run
+// its threads, speak HTTP, and let a program derive from its classes and catch what it throws.
 #include <VexIMLib/Async/Coroutine.h>
 #include <VexIMLib/Async/Future.h>
 #include <VexIMLib/Loops/Asio.h>
@@ -39,8 +39,9 @@ int main(int, char** arguments) {
 
     // Nobody can listen on port 0, so the connection fails and the client says so.
     bool heard = false;
-    vexim::NotificationCenter::defaultCenter().addObserver(delegate, VXIMClientConnectionErrorNotification, client.get(),
-                                                           [&heard](const vexim::Notification&) { heard = true; });
+    vexim::NotificationCenter::defaultCenter().addObserver(
+        delegate, VXIMClientConnectionErrorNotification, client.get(),
+        [&heard](const vexim::Notification&) { heard = true; });
     client->loginWithUserId("u1", nullptr);
     vexim::MainQueue::shared().runUntil([&heard] { return heard; }, std::chrono::seconds(20));
 
@@ -52,10 +53,12 @@ int main(int, char** arguments) {
         refused = true;
     }
     const auto awaiting = [](std::shared_ptr<VXIMRoom> room) -> vexim::Task<bool> {
-        co_return !co_await vexim::call(&VXIMRoom::fetchWithBlock, room).within(std::chrono::milliseconds(0));
+        co_return !co_await vexim::call(&VXIMRoom::fetchWithBlock, room)
+            .within(std::chrono::milliseconds(0));
     };
     const bool awaited = vexim::wait(awaiting(VXIMRoom::roomWithId("r1")));
 
-    std::printf("%s library: raised %d, heard %d, refused %d, awaited %d\n", kLinked, raised, heard, refused, awaited);
+    std::printf("%s library: raised %d, heard %d, refused %d, awaited %d\n", kLinked, raised, heard,
+                refused, awaited);
     return raised && heard && refused && awaited ? 0 : 1;
 }

@@ -1,5 +1,5 @@
-// What an installed store must be able to do in a stranger's program: open, keep a draft, and find it again, with the awaited
-// style.
+// What an installed store must be able to do in a stranger's program: open, keep a draft, and find
+// it again, with the awaited style.
 #include <VexIMLib/Async/Future.h>
 #include <VexIMLib/Store/VXIMMessageStore.h>
 
@@ -9,13 +9,15 @@ int main(int argc, char** argv) {
     if (argc != 2) return 2;
     const VXIMConversationId bob{VXIMConversationKindFriend, "bob"};
     for (int start = 0; start < 2; ++start) {
-        const auto store = vexim::wait(
-            vexim::call(&VXIMMessageStore::open,
-                        VXIMMessageStoreOptions{.path = argv[1], .userId = "alice", .service = "https://im.vexim.example"}));
+        const auto store = vexim::wait(vexim::call(
+            &VXIMMessageStore::open,
+            VXIMMessageStoreOptions{
+                .path = argv[1], .userId = "alice", .service = "https://im.vexim.example"}));
         if (start == 0) {
             vexim::wait(vexim::call(&VXIMMessageStore::setDraft, store, bob, "Dear Bob"));
         } else {
-            const auto found = vexim::wait(vexim::call(&VXIMMessageStore::conversation, store, bob));
+            const auto found =
+                vexim::wait(vexim::call(&VXIMMessageStore::conversation, store, bob));
             std::printf("store: %s\n", found ? found->draft.c_str() : "nothing");
             if (!found || found->draft != "Dear Bob") return 1;
         }

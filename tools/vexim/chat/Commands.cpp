@@ -19,13 +19,16 @@ constexpr std::pair<const char*, const char*> kKeys[] = {
     {"Ctrl-L", "paint the screen anew"},
     {"Ctrl-Z", "suspend"},
     {"Ctrl-A E B F, Alt-B F", "move: line, character, word"},
-    {"Ctrl-W U K, Alt-D, Ctrl-Y", "cut word, to the start, to the end, word on the right; insert it again"},
+    {"Ctrl-W U K, Alt-D, Ctrl-Y",
+     "cut word, to the start, to the end, word on the right; insert it again"},
 };
 
-constexpr std::size_t kColumn = 29;  // of the explanations: two blanks after the longest of what they explain
+// of the explanations: two blanks after the longest of what they explain
+constexpr std::size_t kColumn = 29;
 
 std::string padded(std::string text, std::size_t width) {
-    const auto begins = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; };  // a character
+    // a character
+    const auto begins = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; };
     const auto columns = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
     return text.append(std::max(columns + 1, width) - columns, ' ');
 }
@@ -55,7 +58,8 @@ const std::vector<CommandForm>& commandForms() {
         {"room", "rename", "NAME", "name this room anew", Names::Nothing},
         {"room", "delete", "", "delete this room, for everybody", Names::Nothing},
         {"send", "", "FILE", "send a picture, a sound or a film", Names::File},
-        {"save", "", "[NUMBER] [PATH]", "fetch a file: the newest, here, unless said otherwise", Names::File},
+        {"save", "", "[NUMBER] [PATH]", "fetch a file: the newest, here, unless said otherwise",
+         Names::File},
         {"cancel", "", "", "cancel the newest transfer, or what waits here", Names::Nothing},
         {"retry", "", "", "send again here what could not be sent", Names::Nothing},
         {"search", "", "WORD …", "find messages, the newest first", Names::Nothing},
@@ -63,7 +67,8 @@ const std::vector<CommandForm>& commandForms() {
         {"pause", "", "", "close the connection", Names::Nothing},
         {"resume", "", "", "open it again, or try now", Names::Nothing},
         {"status", "", "", "where the session stands", Names::Nothing},
-        {"diagnose", "", "", "what the connection went through lately; holds no secret", Names::Nothing},
+        {"diagnose", "", "", "what the connection went through lately; holds no secret",
+         Names::Nothing},
         {"help", "", "", "this", Names::Nothing},
         {"quit", "", "", "log out and leave", Names::Nothing},
     };
@@ -105,7 +110,8 @@ std::string messageText(std::string_view line) {
 
 std::string keysText() {
     std::string text;
-    for (const auto& [key, does] : kKeys) text += (text.empty() ? "" : "\n") + padded("  " + std::string(key), kColumn) + does;
+    for (const auto& [key, does] : kKeys)
+        text += (text.empty() ? "" : "\n") + padded("  " + std::string(key), kColumn) + does;
     return text;
 }
 
@@ -118,7 +124,8 @@ std::string helpText() {
         }
         text += "\n" + padded(std::move(usage), kColumn) + form.help;
     }
-    return text + "\n" + padded("  //TEXT", kColumn) + "send a text that begins with /\n" + keysText();
+    return text + "\n" + padded("  //TEXT", kColumn) + "send a text that begins with /\n" +
+           keysText();
 }
 
 }  // namespace chat

@@ -21,14 +21,16 @@ struct CommandForm {
 
 const std::vector<CommandForm>& commandForms();
 
-/// A line that begins with a slash, in words; blanks divide them, and double quotes hold one together.
+/// A line that begins with a slash, in words; blanks divide them, and double quotes hold one
+/// together.
 struct Command {
     std::string name;
     std::vector<std::string> words;
     bool isUnfinished = false;  ///< a quote is open
 };
 
-/// nullopt when the line is a message: it has no slash in front, or two ("//" writes a text that begins with one).
+/// nullopt when the line is a message: it has no slash in front, or two ("//" writes a text that
+/// begins with one).
 std::optional<Command> parseCommand(std::string_view line);
 
 /// The text that a line means that is no command: without the first of two slashes.

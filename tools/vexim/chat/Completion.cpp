@@ -23,7 +23,8 @@ Strings namesOf(Names kind, const KnownNames& names, const std::string& beginnin
 }
 
 /// What may stand as the word at `position` of a command (0: its name).
-Strings candidates(const Command& command, std::size_t position, const std::string& beginning, const KnownNames& names) {
+Strings candidates(const Command& command, std::size_t position, const std::string& beginning,
+                   const KnownNames& names) {
     Strings found;
     for (const auto& form : commandForms()) {
         if (position == 0) {
@@ -33,7 +34,8 @@ Strings candidates(const Command& command, std::size_t position, const std::stri
         if (command.name != form.name) continue;
         const std::string action = form.action;
         if (position == 1 && !action.empty()) found.push_back(action);
-        const bool isArgument = action.empty() ? position >= 1 : position >= 2 && command.words.front() == action;
+        const bool isArgument =
+            action.empty() ? position >= 1 : position >= 2 && command.words.front() == action;
         if (!isArgument || (action.empty() && position > 1 && form.names != Names::File)) continue;
         const auto more = namesOf(form.names, names, beginning);
         found.insert(found.end(), more.begin(), more.end());
@@ -45,17 +47,24 @@ Strings candidates(const Command& command, std::size_t position, const std::stri
 std::string commonBeginning(const Strings& texts) {
     std::string common = texts.front();
     for (const auto& text : texts) {
-        const auto differ = std::mismatch(common.begin(), common.end(), text.begin(), text.end()).first;
+        const auto differ =
+            std::mismatch(common.begin(), common.end(), text.begin(), text.end()).first;
         common.erase(differ, common.end());
     }
-    const auto isContinuation = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; };
+    const auto isContinuation = [](char byte) {
+        return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+    };
     for (const auto& text : texts) {
-        while (!common.empty() && common.size() < text.size() && isContinuation(text[common.size()])) common.pop_back();
+        while (!common.empty() && common.size() < text.size() &&
+               isContinuation(text[common.size()]))
+            common.pop_back();
     }
     return common;
 }
 
-std::string quoted(const std::string& word) { return word.find(' ') == std::string::npos ? word : "\"" + word; }
+std::string quoted(const std::string& word) {
+    return word.find(' ') == std::string::npos ? word : "\"" + word;
+}
 
 }  // namespace
 
@@ -82,7 +91,8 @@ Completion complete(const std::wstring& line, std::size_t cursor, const KnownNam
     if (found.empty()) return {line, cursor, {}};
 
     std::string inserted = command ? quoted(commonBeginning(found)) : commonBeginning(found);
-    if (found.size() == 1 && !inserted.ends_with('/')) inserted += inserted.starts_with('"') ? "\" " : " ";
+    if (found.size() == 1 && !inserted.ends_with('/'))
+        inserted += inserted.starts_with('"') ? "\" " : " ";
     const std::wstring before = wide(typed.substr(0, start) + inserted);
     if (found.size() == 1) found.clear();
     return {before + line.substr(cursor), before.size(), std::move(found)};

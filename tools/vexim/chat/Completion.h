@@ -23,8 +23,8 @@ struct Completion {
     std::vector<std::string> choices;  ///< when there are several ways on
 };
 
-/// Completes the word before the cursor: a command, what it takes, or in a message a name. As far as all choices agree; a
-/// single one is finished with a blank.
+/// Completes the word before the cursor: a command, what it takes, or in a message a name. As far
+/// as all choices agree; a single one is finished with a blank.
 Completion complete(const std::wstring& line, std::size_t cursor, const KnownNames& names);
 
 }  // namespace chat

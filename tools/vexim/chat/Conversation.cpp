@@ -15,7 +15,9 @@ constexpr std::size_t kMostNotices = 1'000;
 
 }  // namespace
 
-Conversation::Conversation(Address itsAddress) : address(std::move(itsAddress)), title(address.id) {}
+Conversation::Conversation(Address itsAddress)
+    : address(std::move(itsAddress)),
+      title(address.id) {}
 
 std::optional<std::size_t> Conversation::indexOf(std::uint64_t id) const {
     for (std::size_t at = entries_.size(); at-- > 0;) {  // nearly always near the end
@@ -31,7 +33,8 @@ Entry* Conversation::find(std::uint64_t id) {
 
 Entry* Conversation::findFile(int number) {
     const auto found = std::find_if(entries_.rbegin(), entries_.rend(), [&](const Entry& entry) {
-        return entry.file && entry.file->number > 0 && (number == 0 || entry.file->number == number);
+        return entry.file && entry.file->number > 0 &&
+               (number == 0 || entry.file->number == number);
     });
     return found == entries_.rend() ? nullptr : &*found;
 }
@@ -46,7 +49,8 @@ void Conversation::show(std::vector<Entry> messages) {
         if (!message.file || known == files.end()) continue;
         message.file->number = known->second.number;
         if (!known->second.path.empty()) message.file->path = known->second.path;
-        const bool isTransferred = message.delivery == Delivery::Waiting || message.delivery == Delivery::Sending;
+        const bool isTransferred =
+            message.delivery == Delivery::Waiting || message.delivery == Delivery::Sending;
         if (!message.isOwn || isTransferred) message.file->percent = known->second.percent;
     }
     arrange({std::make_move_iterator(messages.begin()), std::make_move_iterator(messages.end())});
@@ -66,7 +70,8 @@ void Conversation::notice(Entry notice) {
     notice.id = kNotice | ++lastNotice_;
     if (notices_.size() >= kMostNotices) notices_.erase(notices_.begin());
     notices_.push_back(notice);
-    entries_.push_back(std::move(notice));  // whatever others' clocks say; the next message puts it in its place
+    // whatever others' clocks say; the next message puts it in its place
+    entries_.push_back(std::move(notice));
 }
 
 void Conversation::arrange(std::deque<Entry> messages) {
@@ -76,7 +81,8 @@ void Conversation::arrange(std::deque<Entry> messages) {
     entries_.clear();
     auto notice = notices.begin();
     for (auto& message : messages) {
-        for (; notice != notices.end() && notice->time < message.time; ++notice) entries_.push_back(*notice);
+        for (; notice != notices.end() && notice->time < message.time; ++notice)
+            entries_.push_back(*notice);
         entries_.push_back(std::move(message));
     }
     entries_.insert(entries_.end(), notice, notices.end());
@@ -84,7 +90,8 @@ void Conversation::arrange(std::deque<Entry> messages) {
 
 void Conversation::doubt(double now) {
     for (auto& entry : entries_) {
-        if (entry.delivery == Delivery::Handed && entry.time <= now - kPatience) entry.delivery = Delivery::Unconfirmed;
+        if (entry.delivery == Delivery::Handed && entry.time <= now - kPatience)
+            entry.delivery = Delivery::Unconfirmed;
     }
 }
 

@@ -12,7 +12,8 @@ namespace chat {
 /// Seconds after which a message should have come back from the service.
 inline constexpr double kPatience = 5;
 
-/// The console holds what belongs to no conversation: system messages, and what the program has to say before there is one.
+/// The console holds what belongs to no conversation: system messages, and what the program has to
+/// say before there is one.
 enum class Kind : std::uint8_t { Console, Friend, Group, Room };
 
 struct Address {
@@ -21,7 +22,8 @@ struct Address {
     auto operator<=>(const Address&) const = default;
 };
 
-/// How far a message has come. The service sends a user's own messages back: only then are they known to be delivered.
+/// How far a message has come. The service sends a user's own messages back: only then are they
+/// known to be delivered.
 enum class Delivery : std::uint8_t {
     Received,
     Waiting,      ///< goes out by itself when it can
@@ -57,7 +59,8 @@ struct Entry {
 /// What there is before the oldest entry.
 enum class Older : std::uint8_t { Unknown, Loading, There, Nothing };
 
-/// Where the view stands when it does not follow the newest entry: this line of this entry is the lowest one shown.
+/// Where the view stands when it does not follow the newest entry: this line of this entry is the
+/// lowest one shown.
 struct Anchor {
     std::uint64_t entry = 0;
     int line = 0;
@@ -78,7 +81,9 @@ public:
     std::optional<Anchor> anchor;
 
     const std::deque<Entry>& entries() const noexcept { return entries_; }
-    bool hasHistory() const noexcept { return address.kind == Kind::Friend || address.kind == Kind::Group; }
+    bool hasHistory() const noexcept {
+        return address.kind == Kind::Friend || address.kind == Kind::Group;
+    }
     /// Where the entry stands; nullopt when it is gone.
     std::optional<std::size_t> indexOf(std::uint64_t id) const;
     Entry* find(std::uint64_t id);
@@ -90,7 +95,8 @@ public:
     /// The file of that number; 0: the newest one that has a number.
     Entry* findFile(int number);
 
-    /// The messages as they are now, in their order, instead of those before. What this program knows of a file stays.
+    /// The messages as they are now, in their order, instead of those before. What this program
+    /// knows of a file stays.
     void show(std::vector<Entry> messages);
     /// Where messages are missing: a notice each, at its time.
     void showGaps(std::vector<Entry> notices);

@@ -9,7 +9,9 @@ namespace {
 constexpr std::size_t kRemembered = 500;
 
 bool standsAlone(wchar_t c) { return ::wcwidth(c) != 0; }
-bool isWord(wchar_t c) { return std::iswalnum(static_cast<std::wint_t>(c)) != 0 || !standsAlone(c); }
+bool isWord(wchar_t c) {
+    return std::iswalnum(static_cast<std::wint_t>(c)) != 0 || !standsAlone(c);
+}
 
 }  // namespace
 

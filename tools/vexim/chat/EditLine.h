@@ -9,7 +9,8 @@
 
 namespace chat {
 
-/// The line that is being typed, and those typed before. Positions never lie between a character and its combining marks.
+/// The line that is being typed, and those typed before. Positions never lie between a character
+/// and its combining marks.
 class EditLine {
 public:
     /// Longer input than this is not taken.

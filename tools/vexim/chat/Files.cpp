@@ -19,8 +19,8 @@ constexpr std::size_t kLongestName = 120;  // bytes; file systems take 255
 fs::path freePath(const fs::path& folder, const std::string& name) {
     fs::path path = folder / name;
     for (int number = 1; fs::exists(fs::symlink_status(path)); ++number) {
-        path =
-            folder / (fs::path(name).stem().string() + " (" + std::to_string(number) + ")" + fs::path(name).extension().string());
+        path = folder / (fs::path(name).stem().string() + " (" + std::to_string(number) + ")" +
+                         fs::path(name).extension().string());
     }
     return path;
 }
@@ -37,18 +37,20 @@ std::vector<std::string> matchingFiles(const std::string& beginning) {
     const std::string folder = slash == std::string::npos ? "" : beginning.substr(0, slash + 1);
     std::vector<std::string> found;
     std::error_code error;
-    for (fs::directory_iterator entry(folder.empty() ? "." : expandedPath(folder), error), end; !error && entry != end;
-         entry.increment(error)) {
+    for (fs::directory_iterator entry(folder.empty() ? "." : expandedPath(folder), error), end;
+         !error && entry != end; entry.increment(error)) {
         const std::string path = folder + entry->path().filename().string();
         std::error_code ignored;
-        if (path.starts_with(beginning)) found.push_back(entry->is_directory(ignored) ? path + "/" : path);
+        if (path.starts_with(beginning))
+            found.push_back(entry->is_directory(ignored) ? path + "/" : path);
     }
     return found;
 }
 
 std::string fileNameFor(const std::string& url) {
     std::string name = url.substr(0, url.find_first_of("?#"));
-    name = harmlessLine(name.substr(name.find_last_of("/\\") + 1));  // all of it, when there is none
+    // all of it, when there is none
+    name = harmlessLine(name.substr(name.find_last_of("/\\") + 1));
     // Half a character may be left at the beginning; its ending is what matters of a long name.
     if (name.size() > kLongestName) name = narrow(wide(name.substr(name.size() - kLongestName)));
     if (name.starts_with('.') || name.starts_with('-') || name.starts_with('~')) name.front() = '_';
@@ -59,7 +61,8 @@ std::string placeFor(const std::string& wanted, const std::string& url) {
     if (wanted.empty()) return freePath(".", fileNameFor(url)).lexically_normal().string();
     const fs::path path = expandedPath(wanted);
     if (fs::is_directory(path)) return freePath(path, fileNameFor(url)).lexically_normal().string();
-    if (fs::exists(fs::symlink_status(path))) throw std::invalid_argument("there is a file already: " + wanted);
+    if (fs::exists(fs::symlink_status(path)))
+        throw std::invalid_argument("there is a file already: " + wanted);
     return path.string();
 }
 

@@ -5,16 +5,18 @@
 
 namespace chat {
 
-/// Paths that begin with `beginning`, folders with a slash at their end. A leading "~/" is the home folder.
+/// Paths that begin with `beginning`, folders with a slash at their end. A leading "~/" is the home
+/// folder.
 std::vector<std::string> matchingFiles(const std::string& beginning);
 /// The path that a leading "~/" means.
 std::string expandedPath(const std::string& path);
 
-/// A name for the file that a message's URL names, safe in a folder of the user's: no folders, nothing hidden, nothing
-/// unprintable, not too long. Never empty.
+/// A name for the file that a message's URL names, safe in a folder of the user's: no folders,
+/// nothing hidden, nothing unprintable, not too long. Never empty.
 std::string fileNameFor(const std::string& url);
-/// Where the file behind `url` is saved: `wanted` is a file, a folder, or empty for the current folder. In a folder a name is
-/// found that is free, "dot (1).png" perhaps. Throws std::invalid_argument when `wanted` is a file that exists.
+/// Where the file behind `url` is saved: `wanted` is a file, a folder, or empty for the current
+/// folder. In a folder a name is found that is free, "dot (1).png" perhaps. Throws
+/// std::invalid_argument when `wanted` is a file that exists.
 std::string placeFor(const std::string& wanted, const std::string& url);
 
 }  // namespace chat

@@ -1,6 +1,7 @@
 // Text from others, disarmed. What a terminal obeys (ECMA-48):
 //   CSI    := ESC '[' or U+009B, then parameters 30-3F, intermediates 20-2F, a final 40-7E
-//   string := ESC one of ] P X ^ _ or U+009D, 90, 98, 9E, 9F, then anything up to BEL, ESC '\' or U+009C
+// string := ESC one of ] P X ^ _ or U+009D, 90, 98, 9E, 9F, then anything up to BEL, ESC '\' or
+// U+009C
 //   other  := ESC, intermediates 20-2F, a final 30-7E
 // Example: "\e]0;title\amoney\e[31m" is "money".
 
@@ -14,12 +15,15 @@ namespace {
 
 constexpr wchar_t kEscape = 0x1B;
 
-bool isBetween(wchar_t character, wchar_t first, wchar_t last) { return character >= first && character <= last; }
+bool isBetween(wchar_t character, wchar_t first, wchar_t last) {
+    return character >= first && character <= last;
+}
 
 /// Marks without a shape of their own: they hide text, or turn it around.
 bool isInvisible(wchar_t c) {
-    return c == 0xAD || c == 0x61C || isBetween(c, 0x115F, 0x1160) || c == 0x180E || c == 0x200B || isBetween(c, 0x200E, 0x200F) ||
-           isBetween(c, 0x202A, 0x202E) || isBetween(c, 0x2060, 0x206F) || c == 0x3164 || c == 0xFEFF || c == 0xFFA0 ||
+    return c == 0xAD || c == 0x61C || isBetween(c, 0x115F, 0x1160) || c == 0x180E || c == 0x200B ||
+           isBetween(c, 0x200E, 0x200F) || isBetween(c, 0x202A, 0x202E) ||
+           isBetween(c, 0x2060, 0x206F) || c == 0x3164 || c == 0xFEFF || c == 0xFFA0 ||
            isBetween(c, 0xFFF9, 0xFFFB) || isBetween(c, 0xE0000, 0xE0FFF);
 }
 
@@ -44,7 +48,9 @@ std::size_t afterString(std::wstring_view text, std::size_t at) {
 
 /// Where the escape sequence or the control character at `at` ends; `at` itself when none is there.
 std::size_t afterControl(std::wstring_view text, std::size_t at) {
-    const auto begins = [](std::wstring_view introducers, wchar_t c) { return introducers.find(c) != std::wstring_view::npos; };
+    const auto begins = [](std::wstring_view introducers, wchar_t c) {
+        return introducers.find(c) != std::wstring_view::npos;
+    };
     const wchar_t c = text[at];
     if (c == kEscape) {
         if (at + 1 == text.size()) return at + 1;
@@ -61,7 +67,9 @@ std::size_t afterControl(std::wstring_view text, std::size_t at) {
 }  // namespace
 
 std::string harmless(std::string_view text) {
-    const auto isPlain = [](unsigned char byte) { return (byte >= 0x20 && byte < 0x7F) || byte == '\n' || byte == '\t'; };
+    const auto isPlain = [](unsigned char byte) {
+        return (byte >= 0x20 && byte < 0x7F) || byte == '\n' || byte == '\t';
+    };
     if (std::all_of(text.begin(), text.end(), isPlain)) return std::string(text);
 
     const std::wstring all = wide(text);

@@ -10,7 +10,9 @@ namespace {
 
 constexpr int kRoomForList = 60;  // columns from which on the conversations are listed
 
-int listWidth(Size screen) { return screen.columns < kRoomForList ? 0 : std::clamp(screen.columns / 4, 18, 30); }
+int listWidth(Size screen) {
+    return screen.columns < kRoomForList ? 0 : std::clamp(screen.columns / 4, 18, 30);
+}
 bool hasTitle(Size screen) { return screen.rows >= 5; }
 bool hasStatus(Size screen) { return screen.rows >= 3; }
 
@@ -35,13 +37,18 @@ std::string titleOf(const Conversation& conversation) { return harmlessLine(conv
 
 /// "2 # Demo group      3": number, kind or presence, name, unread.
 Cells listRow(const Conversation& conversation, std::size_t number, bool isCurrent, int width) {
-    const Style style = isCurrent ? Style::Current : conversation.unread > 0 ? Style::Strong : Style::Normal;
+    const Style style = isCurrent                 ? Style::Current
+                        : conversation.unread > 0 ? Style::Strong
+                                                  : Style::Normal;
     const Style markStyle = conversation.online.value_or(false) && !isCurrent ? Style::Good : style;
-    const std::string unread = conversation.unread > 0 ? " " + std::to_string(std::min(conversation.unread, 999)) : "";
-    Cells name = cellsOf(number < 10 ? std::to_string(number) + " " : "  ", isCurrent ? style : Style::Dim);
+    const std::string unread =
+        conversation.unread > 0 ? " " + std::to_string(std::min(conversation.unread, 999)) : "";
+    Cells name =
+        cellsOf(number < 10 ? std::to_string(number) + " " : "  ", isCurrent ? style : Style::Dim);
     name += cellsOf(mark(conversation) + " ", markStyle);
     name += cellsOf(titleOf(conversation), style);
-    Cells row = filled(std::move(name), std::max(0, width - static_cast<int>(unread.size())), style);
+    Cells row =
+        filled(std::move(name), std::max(0, width - static_cast<int>(unread.size())), style);
     row += cellsOf(unread, isCurrent ? style : Style::Unread);
     return row;
 }
@@ -56,7 +63,8 @@ std::string presence(const Conversation& conversation) {
         case Kind::Room:
             if (conversation.gone) return ", not in your list";
             if (conversation.members.empty()) return "";
-            return ", " + std::to_string(conversation.members.size()) + (conversation.members.size() == 1 ? " member" : " members");
+            return ", " + std::to_string(conversation.members.size()) +
+                   (conversation.members.size() == 1 ? " member" : " members");
     }
     return "";
 }
@@ -71,7 +79,8 @@ const char* kindName(Kind kind) {
     return "";
 }
 
-/// The conversation at the left; at the right what waits elsewhere, where the list does not show all.
+/// The conversation at the left; at the right what waits elsewhere, where the list does not show
+/// all.
 Cells titleRow(const Roster& roster, int width, bool isListWhole) {
     const auto& current = roster.current();
     int elsewhere = 0;
@@ -79,10 +88,12 @@ Cells titleRow(const Roster& roster, int width, bool isListWhole) {
         if (one.get() != &current) elsewhere += one->unread;
     }
     std::string right;
-    if (current.anchor) right = current.unread > 0 ? " " + std::to_string(current.unread) + " new below " : " PageDown: newer ";
+    if (current.anchor)
+        right = current.unread > 0 ? " " + std::to_string(current.unread) + " new below "
+                                   : " PageDown: newer ";
     if (elsewhere > 0 && !isListWhole) right += " +" + std::to_string(elsewhere) + " ";
-    const std::string left =
-        " " + std::to_string(roster.currentIndex()) + " " + kindName(current.address.kind) + titleOf(current) + presence(current);
+    const std::string left = " " + std::to_string(roster.currentIndex()) + " " +
+                             kindName(current.address.kind) + titleOf(current) + presence(current);
     const Cells rightCells = cellsOf(right, Style::BarAlert);
     const int room = std::max(0, width - widthOf(rightCells));
     Cells row = filled(cellsOf(left, Style::Bar), room, Style::Bar);
@@ -93,7 +104,8 @@ Cells titleRow(const Roster& roster, int width, bool isListWhole) {
 /// The part of the list around the current conversation.
 std::vector<Cells> listRows(const Roster& roster, int width, int height) {
     const auto count = static_cast<int>(roster.all().size());
-    const int first = std::clamp(static_cast<int>(roster.currentIndex()) - height / 2, 0, std::max(0, count - height));
+    const int first = std::clamp(static_cast<int>(roster.currentIndex()) - height / 2, 0,
+                                 std::max(0, count - height));
     std::vector<Cells> rows;
     for (int at = first; at < count && at < first + height; ++at) {
         const auto index = static_cast<std::size_t>(at);
@@ -113,11 +125,13 @@ Size pageSize(Size screen) {
 Frame draw(const Roster& roster, const StatusLine& status, const EditLine& line, Size size) {
     Frame frame;
     const Size page = pageSize(size);
-    const bool isListWhole = listWidth(size) > 0 && static_cast<int>(roster.all().size()) <= page.rows;
+    const bool isListWhole =
+        listWidth(size) > 0 && static_cast<int>(roster.all().size()) <= page.rows;
     if (hasTitle(size)) frame.rows.push_back(titleRow(roster, size.columns, isListWhole));
 
     auto lines = linesOf(roster.current(), page.columns, page.rows);
-    lines.insert(lines.begin(), static_cast<std::size_t>(page.rows) - lines.size(), Cells());  // talk stands at the bottom
+    // talk stands at the bottom
+    lines.insert(lines.begin(), static_cast<std::size_t>(page.rows) - lines.size(), Cells());
     if (const int width = listWidth(size); width > 0) {
         auto list = listRows(roster, width, page.rows);
         list.resize(lines.size());
@@ -131,14 +145,17 @@ Frame draw(const Roster& roster, const StatusLine& status, const EditLine& line,
     for (auto& row : lines) frame.rows.push_back(std::move(row));
 
     const Style style = status.isAlert ? Style::BarAlert : Style::Bar;
-    if (hasStatus(size)) frame.rows.push_back(filled(cellsOf(" " + harmlessLine(status.text), style), size.columns, style));
+    if (hasStatus(size))
+        frame.rows.push_back(
+            filled(cellsOf(" " + harmlessLine(status.text), style), size.columns, style));
 
     const Cells prompt = size.columns >= 8 ? cellsOf("> ", Style::Dim) : Cells();
     const auto typed = line.shown(size.columns - widthOf(prompt));
     Cells input = prompt;
     input += typed.cells;
     frame.cursorRow = static_cast<int>(frame.rows.size());
-    frame.cursorColumn = std::min(widthOf(prompt) + typed.cursorColumn, std::max(0, size.columns - 1));
+    frame.cursorColumn =
+        std::min(widthOf(prompt) + typed.cursorColumn, std::max(0, size.columns - 1));
     frame.rows.push_back(std::move(input));
     return frame;
 }

@@ -13,7 +13,8 @@ struct Size {
     int rows = 24;
 };
 
-/// What the screen shows: its rows from the top, none wider than the screen, and where the cursor stands.
+/// What the screen shows: its rows from the top, none wider than the screen, and where the cursor
+/// stands.
 struct Frame {
     std::vector<Cells> rows;
     int cursorRow = 0;
@@ -26,8 +27,9 @@ struct StatusLine {
     bool isAlert = false;
 };
 
-/// From the top: the conversation's title, its page with the list of conversations beside it, the session's state, the line
-/// being typed. On a small screen the list, then the title, then the state give way.
+/// From the top: the conversation's title, its page with the list of conversations beside it, the
+/// session's state, the line being typed. On a small screen the list, then the title, then the
+/// state give way.
 Frame draw(const Roster& roster, const StatusLine& status, const EditLine& line, Size size);
 
 /// How large the conversation's part of the screen is.

@@ -43,8 +43,9 @@ Cells nameCells(const Entry& entry) {
 std::string progressBar(int percent) {
     constexpr int kWidth = 20;
     const int filled = std::clamp(percent, 0, 100) * kWidth / 100;
-    return "[" + std::string(static_cast<std::size_t>(filled), '#') + std::string(static_cast<std::size_t>(kWidth - filled), '-') +
-           "] " + std::to_string(std::clamp(percent, 0, 100)) + "%";
+    return "[" + std::string(static_cast<std::size_t>(filled), '#') +
+           std::string(static_cast<std::size_t>(kWidth - filled), '-') + "] " +
+           std::to_string(std::clamp(percent, 0, 100)) + "%";
 }
 
 /// "[image] dot.png", then how far it is, or how to get it.
@@ -68,11 +69,14 @@ Cells deliveryCells(const Entry& entry) {
         case Delivery::Handed:
         case Delivery::Delivered: return {};
         case Delivery::Waiting:
-            return cellsOf(" (waits to be sent" + (entry.failure.empty() ? "" : ": " + harmlessLine(entry.failure)) + ")",
+            return cellsOf(" (waits to be sent" +
+                               (entry.failure.empty() ? "" : ": " + harmlessLine(entry.failure)) +
+                               ")",
                            Style::Bad);
         case Delivery::Sending: return entry.file ? Cells() : cellsOf(" …", Style::Dim);
         case Delivery::Unconfirmed: return cellsOf(" (not confirmed yet)", Style::Bad);
-        case Delivery::Failed: return cellsOf(" (not sent: " + harmlessLine(entry.failure) + "; /retry)", Style::Bad);
+        case Delivery::Failed:
+            return cellsOf(" (not sent: " + harmlessLine(entry.failure) + "; /retry)", Style::Bad);
     }
     return {};
 }
@@ -88,7 +92,8 @@ Cells contentCells(const Entry& entry) {
     return cells += deliveryCells(entry);
 }
 
-/// Of a line of a table, "  /quit    log out and leave", where the explanation begins; 0 of any other line.
+/// Of a line of a table, "  /quit    log out and leave", where the explanation begins; 0 of any
+/// other line.
 std::size_t explanationAt(const Cells& line) {
     const auto isBlank = [&](std::size_t at) { return at < line.size() && line[at].is(L' '); };
     if (!isBlank(0) || !isBlank(1) || isBlank(2)) return 0;
@@ -106,7 +111,8 @@ std::vector<Cells> wrappedNotice(const Cells& cells, int width) {
     std::vector<Cells> lines;
     for (std::size_t from = 0; from <= cells.size();) {
         const auto begin = cells.begin() + static_cast<std::ptrdiff_t>(from);
-        const Cells line(begin, std::find_if(begin, cells.end(), [](const Cell& cell) { return cell.is(L'\n'); }));
+        const Cells line(begin, std::find_if(begin, cells.end(),
+                                             [](const Cell& cell) { return cell.is(L'\n'); }));
         from += line.size() + 1;
         const auto at = static_cast<std::ptrdiff_t>(explanationAt(line));
         Cells margin(line.begin(), line.begin() + at);
@@ -133,7 +139,8 @@ Cells topLine(const Conversation& conversation, int width) {
         case Older::Loading: return say("(loading …)");
         case Older::Nothing: break;
     }
-    if (conversation.address.kind == Kind::Console) return say("(Alt-1 … Alt-9: talk to whom the list says; /help: all else)");
+    if (conversation.address.kind == Kind::Console)
+        return say("(Alt-1 … Alt-9: talk to whom the list says; /help: all else)");
     return say(conversation.hasHistory() ? "(the beginning)" : "(rooms keep no history)");
 }
 
@@ -146,12 +153,17 @@ struct Place {
 /// Walks over a conversation's lines at a width.
 class Walk {
 public:
-    Walk(const Conversation& conversation, int width) : conversation_(conversation), width_(width) {}
+    Walk(const Conversation& conversation, int width)
+        : conversation_(conversation),
+          width_(width) {}
 
-    int count(std::size_t index) const { return static_cast<int>(linesOfEntry(conversation_, index, width_).size()); }
+    int count(std::size_t index) const {
+        return static_cast<int>(linesOfEntry(conversation_, index, width_).size());
+    }
     bool up(Place& place) const {
         if (place.line == 0 && place.index == 0) return false;
-        place = place.line > 0 ? Place{place.index, place.line - 1} : Place{place.index - 1, count(place.index - 1) - 1};
+        place = place.line > 0 ? Place{place.index, place.line - 1}
+                               : Place{place.index - 1, count(place.index - 1) - 1};
         return true;
     }
     bool down(Place& place) const {
@@ -160,7 +172,8 @@ public:
         place = isInside ? Place{place.index, place.line + 1} : Place{place.index + 1, 0};
         return true;
     }
-    /// The lowest line that is shown: where the view is anchored, or below, when a page is not full above; else the last.
+    /// The lowest line that is shown: where the view is anchored, or below, when a page is not full
+    /// above; else the last.
     Place lowest(int height) const {
         const auto& anchor = conversation_.anchor;
         const auto index = anchor ? conversation_.indexOf(anchor->entry) : std::nullopt;
@@ -185,11 +198,13 @@ std::vector<Cells> linesOfEntry(const Conversation& conversation, std::size_t in
     const auto& entry = conversation.entries()[index];
     std::vector<Cells> lines;
     if (index == 0) lines.push_back(topLine(conversation, width));
-    if (index == 0 || !isSameDay(conversation.entries()[index - 1].time, entry.time)) lines.push_back(dayLine(entry.time, width));
+    if (index == 0 || !isSameDay(conversation.entries()[index - 1].time, entry.time))
+        lines.push_back(dayLine(entry.time, width));
     const bool hasTime = width >= kWideEnoughForTime;
     Cells margin = hasTime ? cellsOf(formatted(entry.time, "%H:%M "), Style::Dim) : Cells();
     const int room = std::max(1, width - widthOf(margin));
-    for (auto& line : entry.isNotice ? wrappedNotice(contentCells(entry), room) : wrapped(contentCells(entry), room)) {
+    for (auto& line : entry.isNotice ? wrappedNotice(contentCells(entry), room)
+                                     : wrapped(contentCells(entry), room)) {
         lines.push_back(margin);
         lines.back() += line;
         if (hasTime) margin = cellsOf("      ");
@@ -202,10 +217,12 @@ std::vector<Cells> linesOf(const Conversation& conversation, int width, int heig
     if (height <= 0) return lines;
     if (conversation.entries().empty()) return {topLine(conversation, width)};
     const Place start = Walk(conversation, width).lowest(height);
-    for (std::size_t index = start.index + 1; index-- > 0 && static_cast<int>(lines.size()) < height;) {
+    for (std::size_t index = start.index + 1;
+         index-- > 0 && static_cast<int>(lines.size()) < height;) {
         auto entryLines = linesOfEntry(conversation, index, width);
         if (index == start.index) entryLines.resize(static_cast<std::size_t>(start.line) + 1);
-        for (auto line = entryLines.rbegin(); line != entryLines.rend() && static_cast<int>(lines.size()) < height; ++line) {
+        for (auto line = entryLines.rbegin();
+             line != entryLines.rend() && static_cast<int>(lines.size()) < height; ++line) {
             lines.push_back(std::move(*line));
         }
     }
@@ -229,7 +246,8 @@ bool scroll(Conversation& conversation, int width, int height, int lines) {
         if (!isAtTop) walk.up(place);
     }
     if (top.index == 0 && top.line == 0) isAtTop = true;
-    const bool isAtEnd = place.index + 1 == entries.size() && place.line + 1 == walk.count(place.index);
+    const bool isAtEnd =
+        place.index + 1 == entries.size() && place.line + 1 == walk.count(place.index);
     conversation.anchor.reset();
     if (!isAtEnd) conversation.anchor = Anchor{entries[place.index].id, place.line};
     return isAtTop;

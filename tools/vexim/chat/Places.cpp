@@ -14,7 +14,9 @@ using vexim::ErrorPtr;
 using vexim::Value;
 using Words = std::vector<std::string>;
 
-const char* word(Kind kind) { return kind == Kind::Group ? "group" : kind == Kind::Room ? "room" : "friend"; }
+const char* word(Kind kind) {
+    return kind == Kind::Group ? "group" : kind == Kind::Room ? "room" : "friend";
+}
 
 [[noreturn]] void misused(const Command& command) {
     std::string usage;
@@ -47,8 +49,11 @@ template <>
 struct Trait<VXIMGroup> {
     static auto withId(const std::string& id) { return VXIMGroup::groupWithId(id); }
     static Value id(const VXIMGroup& group) { return group.groupId(); }
-    static std::string owner(const VXIMGroup& group) { return group.owner().asString().value_or(""); }
-    static void create(const std::string& me, const std::string& name, const Array& members, VXIMGroupCompletion block) {
+    static std::string owner(const VXIMGroup& group) {
+        return group.owner().asString().value_or("");
+    }
+    static void create(const std::string& me, const std::string& name, const Array& members,
+                       VXIMGroupCompletion block) {
         VXIMGroup::createWithOwner(me, name, members, std::move(block));
     }
 };
@@ -57,7 +62,8 @@ struct Trait<VXIMRoom> {
     static auto withId(const std::string& id) { return VXIMRoom::roomWithId(id); }
     static Value id(const VXIMRoom& room) { return room.roomId(); }
     static std::string owner(const VXIMRoom&) { return ""; }
-    static void create(const std::string&, const std::string& name, const Array& members, VXIMRoomCompletion block) {
+    static void create(const std::string&, const std::string& name, const Array& members,
+                       VXIMRoomCompletion block) {
         VXIMRoom::createWithName(name, members, std::move(block));
     }
 };
@@ -65,8 +71,10 @@ struct Trait<VXIMRoom> {
 }  // namespace
 
 VXIMBooleanCompletion Places::telling(std::string done, std::function<void()> next) {
-    return [this, done = std::move(done), next = std::move(next)](bool succeeded, const ErrorPtr& error) {
-        if (!succeeded) return roster_.notice("that failed: " + explain(error), Session::now(), true);
+    return [this, done = std::move(done), next = std::move(next)](bool succeeded,
+                                                                  const ErrorPtr& error) {
+        if (!succeeded)
+            return roster_.notice("that failed: " + explain(error), Session::now(), true);
         if (next) next();
         roster_.notice(done, Session::now());
     };
@@ -74,7 +82,9 @@ VXIMBooleanCompletion Places::telling(std::string done, std::function<void()> ne
 
 Address Places::currentOf(Kind kind) const {
     const auto& address = roster_.current().address;
-    if (address.kind != kind) throw std::invalid_argument("this is no " + std::string(word(kind)) + ": switch to one first");
+    if (address.kind != kind)
+        throw std::invalid_argument("this is no " + std::string(word(kind)) +
+                                    ": switch to one first");
     return address;
 }
 
@@ -86,7 +96,8 @@ void Places::show(Kind kind, const std::string& idOrName) {
     roster_.select(chosen ? *chosen : roster_.open({kind, idOrName}));
 }
 
-/// As `show`; who or what the list does not have is said to be missing: the service drops what is sent there without a word.
+/// As `show`; who or what the list does not have is said to be missing: the service drops what is
+/// sent there without a word.
 void Places::talkTo(Kind kind, const std::string& idOrName) {
     const auto known = roster_.all().size();
     show(kind, idOrName);
@@ -122,10 +133,13 @@ void Places::obeyFriend(const Command& command) {
             show(Kind::Friend, id);
             session_.refresh();
         });
-        return user->addFriendWithUser(id, [done](const Value&, const ErrorPtr& error) { done(!error, error); });
+        return user->addFriendWithUser(
+            id, [done](const Value&, const ErrorPtr& error) { done(!error, error); });
     }
     if (words[0] != "remove") misused(command);
-    user->deleteFriend(id, telling("you and " + id + " are friends no more", [this, id] { roster_.close({Kind::Friend, id}); }));
+    user->deleteFriend(id, telling("you and " + id + " are friends no more", [this, id] {
+                           roster_.close({Kind::Friend, id});
+                       }));
 }
 
 template <class Place>
@@ -133,25 +147,30 @@ void Places::found(Kind kind, const Command& command) {
     Words members(command.words.begin() + 2, command.words.end());
     members.insert(members.begin(), session_.me());
     const std::string name = command.words[1];
-    Trait<Place>::create(session_.me(), name, Array::fromStrings(members),
-                         [this, kind, name](const std::shared_ptr<Place>& place, const ErrorPtr& error) {
-                             if (!place) return roster_.notice("that failed: " + explain(error), Session::now(), true);
-                             auto& conversation = roster_.open({kind, Trait<Place>::id(*place).description()});
-                             roster_.rename(conversation, name);
-                             roster_.select(conversation);
-                             roster_.notice("this " + std::string(word(kind)) + " is new; its id is " + conversation.address.id,
-                                            Session::now());
-                             session_.refresh();
-                         });
+    Trait<Place>::create(
+        session_.me(), name, Array::fromStrings(members),
+        [this, kind, name](const std::shared_ptr<Place>& place, const ErrorPtr& error) {
+            if (!place)
+                return roster_.notice("that failed: " + explain(error), Session::now(), true);
+            auto& conversation = roster_.open({kind, Trait<Place>::id(*place).description()});
+            roster_.rename(conversation, name);
+            roster_.select(conversation);
+            roster_.notice(
+                "this " + std::string(word(kind)) + " is new; its id is " + conversation.address.id,
+                Session::now());
+            session_.refresh();
+        });
 }
 
 template <class Place>
 void Places::listMembers(const Address& address) {
     const auto place = Trait<Place>::withId(address.id);
     place->fetchWithBlock([this, place](bool succeeded, const ErrorPtr& error) {
-        if (!succeeded) return roster_.notice("that failed: " + explain(error), Session::now(), true);
+        if (!succeeded)
+            return roster_.notice("that failed: " + explain(error), Session::now(), true);
         const std::string owner = Trait<Place>::owner(*place);
-        roster_.notice("members: " + joined(idsOf(place->members())) + (owner.empty() ? "" : "; it belongs to " + owner),
+        roster_.notice("members: " + joined(idsOf(place->members())) +
+                           (owner.empty() ? "" : "; it belongs to " + owner),
                        Session::now());
     });
 }
@@ -170,10 +189,12 @@ void Places::obeyPlace(Kind kind, const Command& command) {
             show(Kind::Room, id);
             session_.refresh();
         };
-        return Trait<Place>::withId(rest[0])->addMembers(Array{session_.me()}, telling("you are in", enter));
+        return Trait<Place>::withId(rest[0])->addMembers(Array{session_.me()},
+                                                         telling("you are in", enter));
     }
-    const bool isAction = std::any_of(commandForms().begin(), commandForms().end(),
-                                      [&](const auto& form) { return command.name == form.name && action == form.action; });
+    const bool isAction = std::any_of(
+        commandForms().begin(), commandForms().end(),
+        [&](const auto& form) { return command.name == form.name && action == form.action; });
     if (!isAction) return rest.empty() ? talkTo(kind, action) : misused(command);
 
     const Address address = currentOf(kind);
@@ -182,9 +203,11 @@ void Places::obeyPlace(Kind kind, const Command& command) {
     if (action == "add" && !rest.empty()) {
         place->addMembers(Array::fromStrings(rest), telling("added: " + joined(rest), refresh));
     } else if (action == "remove" && !rest.empty()) {
-        place->removeMembers(Array::fromStrings(rest), telling("removed: " + joined(rest), refresh));
+        place->removeMembers(Array::fromStrings(rest),
+                             telling("removed: " + joined(rest), refresh));
     } else if (action == "leave" && rest.empty()) {
-        place->removeMembers(Array{session_.me()}, telling("you have left " + roster_.current().title, goAway));
+        place->removeMembers(Array{session_.me()},
+                             telling("you have left " + roster_.current().title, goAway));
     } else if (action == "members" && rest.empty()) {
         listMembers<Place>(address);
     } else if (action == "rename" && rest.size() == 1) {

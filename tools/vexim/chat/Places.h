@@ -13,7 +13,8 @@ class Places {
 public:
     Places(Session& session, Roster& roster) : session_(session), roster_(roster) {}
 
-    /// False when `command` is none of these. Throws std::invalid_argument when its words make no sense.
+    /// False when `command` is none of these. Throws std::invalid_argument when its words make no
+    /// sense.
     bool obey(const Command& command);
     /// The conversation of that kind with that id or name becomes the current one.
     void show(Kind kind, const std::string& idOrName);

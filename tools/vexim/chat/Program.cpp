@@ -15,7 +15,8 @@
 
 namespace chat {
 
-Program::Program(std::shared_ptr<VXIMConversations> conversations, const Credentials& credentials, std::unique_ptr<Screen> screen)
+Program::Program(std::shared_ptr<VXIMConversations> conversations, const Credentials& credentials,
+                 std::unique_ptr<Screen> screen)
     : screen_(std::move(screen)),
       session_(std::make_shared<Session>(std::move(conversations), credentials, roster_,
                                          [this](const std::string& reason) {
@@ -38,7 +39,8 @@ int Program::run(const Peer& peer, int signals) {
     // What was half fetched goes with the transfer's end, which comes over the queue.
     const auto isClosed = std::make_shared<bool>(false);
     session_->closeStore([isClosed] { *isClosed = true; });
-    vexim::MainQueue::shared().runUntil([this, isClosed] { return sender_.isIdle() && *isClosed; }, std::chrono::seconds(5));
+    vexim::MainQueue::shared().runUntil([this, isClosed] { return sender_.isIdle() && *isClosed; },
+                                        std::chrono::seconds(5));
     return status_;
 }
 
@@ -47,8 +49,8 @@ void Program::tick() {
     vexim::MainQueue::shared().after(std::chrono::seconds(1), [this] { tick(); });
 }
 
-/// What is being typed belongs to its conversation, lest it go to another one. From the console, where nothing can be said,
-/// it comes along.
+/// What is being typed belongs to its conversation, lest it go to another one. From the console,
+/// where nothing can be said, it comes along.
 void Program::keepDraft() {
     const Address& now = roster_.current().address;
     if (now == drafting_) return;
@@ -63,10 +65,13 @@ void Program::keepDraft() {
 void Program::paint() {
     session_->look(roster_.current());
     keepDraft();
-    screen_->paint(draw(roster_, {session_->statusLine(), session_->isAlert()}, line_, screen_->size()));
+    screen_->paint(
+        draw(roster_, {session_->statusLine(), session_->isAlert()}, line_, screen_->size()));
 }
 
-void Program::notice(std::string text, bool isAlert) { roster_.notice(std::move(text), Session::now(), isAlert); }
+void Program::notice(std::string text, bool isAlert) {
+    roster_.notice(std::move(text), Session::now(), isAlert);
+}
 
 void Program::end(int status) {
     status_ = status;
@@ -114,7 +119,8 @@ void Program::didPress(const Key& key) {
         return;
     }
     switch (key.code) {
-        case Code::Character: return line_.insert(wide(harmless(narrow(std::wstring(1, key.character)))));
+        case Code::Character:
+            return line_.insert(wide(harmless(narrow(std::wstring(1, key.character)))));
         case Code::Control: return didPressControl(key.character);
         case Code::Alt: return didPressAlt(key.character);
         case Code::Enter: return take();
@@ -167,12 +173,14 @@ void Program::didPressAlt(wchar_t character) {
         default: break;
     }
     if (character < L'0' || character > L'9') return;
-    if (!roster_.selectAt(static_cast<std::size_t>(character - L'0'))) notice("there are not so many conversations");
+    if (!roster_.selectAt(static_cast<std::size_t>(character - L'0')))
+        notice("there are not so many conversations");
 }
 
 void Program::endPaste() {
     std::wstring pasted = wide(harmless(narrow(std::exchange(paste_, std::nullopt).value_or(L""))));
-    while (pasted.ends_with(L'\n')) pasted.pop_back();  // whoever copied a whole line does not mean its end
+    // whoever copied a whole line does not mean its end
+    while (pasted.ends_with(L'\n')) pasted.pop_back();
     line_.insert(pasted);
 }
 
@@ -186,7 +194,8 @@ void Program::interrupt() {
 void Program::scrollBy(int pages) {
     const Size page = pageSize(screen_->size());
     auto& conversation = roster_.current();
-    if (scroll(conversation, page.columns, page.rows, pages * std::max(1, page.rows - 1)) && pages < 0) {
+    if (scroll(conversation, page.columns, page.rows, pages * std::max(1, page.rows - 1)) &&
+        pages < 0) {
         session_->loadOlder(conversation.address);
     }
     if (!conversation.anchor) roster_.follow();
@@ -267,13 +276,15 @@ void Program::obey(const Command& command) {
         {"quit", [&] { leave(); }},
     };
     const auto found = commands.find(command.name);
-    if (found == commands.end()) throw std::invalid_argument("no such command: /" + command.name + "; /help tells them");
+    if (found == commands.end())
+        throw std::invalid_argument("no such command: /" + command.name + "; /help tells them");
     found->second();
 }
 
 void Program::save(const Command& command) {
     const auto isNumber = [](const std::string& word) {
-        return !word.empty() && word.size() <= 9 && word.find_first_not_of("0123456789") == std::string::npos;
+        return !word.empty() && word.size() <= 9 &&
+               word.find_first_not_of("0123456789") == std::string::npos;
     };
     auto words = command.words;
     int number = 0;

@@ -19,10 +19,12 @@ namespace chat {
 /// The chat on a full screen: keys in, frames out, and between them the conversations.
 class Program {
 public:
-    Program(std::shared_ptr<VXIMConversations> conversations, const Credentials& credentials, std::unique_ptr<Screen> screen);
+    Program(std::shared_ptr<VXIMConversations> conversations, const Credentials& credentials,
+            std::unique_ptr<Screen> screen);
 
-    /// Runs until the user leaves. `signals` is a descriptor (signalfd) of SIGWINCH and of those that end the program.
-    /// 0 after a quit, 1 when the login was refused or there is no store; `complaint` then says why.
+    /// Runs until the user leaves. `signals` is a descriptor (signalfd) of SIGWINCH and of those
+    /// that end the program. 0 after a quit, 1 when the login was refused or there is no store;
+    /// `complaint` then says why.
     int run(const Peer& peer, int signals);
     const std::string& complaint() const noexcept { return complaint_; }
 

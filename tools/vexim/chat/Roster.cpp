@@ -12,12 +12,14 @@ Roster::Roster() {
 }
 
 std::size_t Roster::currentIndex() const {
-    const auto found = std::find_if(all_.begin(), all_.end(), [this](const auto& one) { return one.get() == current_; });
+    const auto found = std::find_if(all_.begin(), all_.end(),
+                                    [this](const auto& one) { return one.get() == current_; });
     return static_cast<std::size_t>(found - all_.begin());
 }
 
 Conversation* Roster::find(const Address& address) {
-    const auto found = std::find_if(all_.begin(), all_.end(), [&](const auto& one) { return one->address == address; });
+    const auto found = std::find_if(all_.begin(), all_.end(),
+                                    [&](const auto& one) { return one->address == address; });
     return found == all_.end() ? nullptr : found->get();
 }
 
@@ -32,7 +34,8 @@ Conversation& Roster::open(const Address& address) {
 
 void Roster::close(const Address& address) {
     if (address.kind == Kind::Console) return;
-    const auto found = std::find_if(all_.begin(), all_.end(), [&](const auto& one) { return one->address == address; });
+    const auto found = std::find_if(all_.begin(), all_.end(),
+                                    [&](const auto& one) { return one->address == address; });
     if (found == all_.end()) return;
     const bool wasCurrent = found->get() == current_;
     const auto next = all_.erase(found);
@@ -66,7 +69,8 @@ bool Roster::selectAt(std::size_t index) {
 
 void Roster::selectBy(int step) {
     const auto count = static_cast<int>(all_.size());
-    select(*all_[static_cast<std::size_t>(((static_cast<int>(currentIndex()) + step) % count + count) % count)]);
+    select(*all_[static_cast<std::size_t>(
+        ((static_cast<int>(currentIndex()) + step) % count + count) % count)]);
 }
 
 bool Roster::selectUnread() {
@@ -80,8 +84,10 @@ bool Roster::selectUnread() {
 
 void Roster::numberFiles(Conversation& conversation) {
     conversation.eachEntry([this](Entry& entry) {
-        const bool isThere = entry.delivery == Delivery::Received || entry.delivery == Delivery::Delivered;
-        if (entry.file && entry.file->number == 0 && isThere && !entry.text.empty()) entry.file->number = ++lastFile_;
+        const bool isThere =
+            entry.delivery == Delivery::Received || entry.delivery == Delivery::Delivered;
+        if (entry.file && entry.file->number == 0 && isThere && !entry.text.empty())
+            entry.file->number = ++lastFile_;
     });
 }
 
@@ -102,7 +108,8 @@ double Roster::oldestHanded() const {
     double oldest = 0;
     for (const auto& conversation : all_) {
         for (const auto& entry : conversation->entries()) {
-            const bool waits = entry.delivery == Delivery::Handed || entry.delivery == Delivery::Unconfirmed;
+            const bool waits =
+                entry.delivery == Delivery::Handed || entry.delivery == Delivery::Unconfirmed;
             if (waits && (oldest == 0 || entry.time < oldest)) oldest = entry.time;
         }
     }

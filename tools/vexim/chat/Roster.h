@@ -9,8 +9,8 @@
 
 namespace chat {
 
-/// All conversations, in the order in which they are shown: the console, friends, groups, rooms, each by name. One of them is
-/// the current one, on which the user looks.
+/// All conversations, in the order in which they are shown: the console, friends, groups, rooms,
+/// each by name. One of them is the current one, on which the user looks.
 class Roster {
 public:
     Roster();
@@ -26,7 +26,8 @@ public:
     Conversation& open(const Address& address);
     /// Removes it, unless it is the console. The current one's place is taken by the one before it.
     void close(const Address& address);
-    /// Whether it was closed, and not opened since: what the store still has of it does not bring it back.
+    /// Whether it was closed, and not opened since: what the store still has of it does not bring
+    /// it back.
     bool wasClosed(const Address& address) const { return closed_.contains(address); }
     /// Gives it a name, and its place by it.
     void rename(Conversation& conversation, std::string title);
@@ -41,8 +42,12 @@ public:
     bool selectUnread();
 
     /// Whether the user looks at its end, so that nothing there is unread.
-    bool isRead(const Conversation& conversation) const { return &conversation == current_ && !conversation.anchor; }
-    void setUnread(Conversation& conversation, int count) { conversation.unread = isRead(conversation) ? 0 : count; }
+    bool isRead(const Conversation& conversation) const {
+        return &conversation == current_ && !conversation.anchor;
+    }
+    void setUnread(Conversation& conversation, int count) {
+        conversation.unread = isRead(conversation) ? 0 : count;
+    }
     /// To the current conversation, except that trouble may come when nobody looks.
     void notice(std::string text, double time, bool isAlert = false);
     /// The current conversation follows its end again, and is read.
@@ -50,7 +55,8 @@ public:
 
     /// Gives those files of the conversation a number that can be fetched and have none yet.
     void numberFiles(Conversation& conversation);
-    /// When the oldest message was handed over that the service should have sent back by now; 0: none.
+    /// When the oldest message was handed over that the service should have sent back by now; 0:
+    /// none.
     double oldestHanded() const;
 
 private:

@@ -24,16 +24,19 @@ constexpr int kWordLeft = KEY_MAX + 3;
 constexpr int kWordRight = KEY_MAX + 4;
 constexpr int kMostPlaces = 1000;  // columns or rows; a terminal may claim more
 
-constexpr short kRed = 1, kGreen = 2, kYellow = 3, kFirstName = 4, kBar = 10, kBarAlert = 11;  // colour pairs
+// colour pairs
+constexpr short kRed = 1, kGreen = 2, kYellow = 3, kFirstName = 4, kBar = 10, kBarAlert = 11;
 
 /// What terminals send for a key whatever TERM says: over many a login the two do not agree.
 constexpr std::pair<const char*, int> kSequences[] = {
-    {"\033[200~", kPasteBegin}, {"\033[201~", kPasteEnd},  {"\033[A", KEY_UP},       {"\033OA", KEY_UP},
-    {"\033[B", KEY_DOWN},       {"\033OB", KEY_DOWN},      {"\033[C", KEY_RIGHT},    {"\033OC", KEY_RIGHT},
-    {"\033[D", KEY_LEFT},       {"\033OD", KEY_LEFT},      {"\033[H", KEY_HOME},     {"\033OH", KEY_HOME},
-    {"\033[1~", KEY_HOME},      {"\033[7~", KEY_HOME},     {"\033[F", KEY_END},      {"\033OF", KEY_END},
-    {"\033[4~", KEY_END},       {"\033[8~", KEY_END},      {"\033[3~", KEY_DC},      {"\033[5~", KEY_PPAGE},
-    {"\033[6~", KEY_NPAGE},     {"\033[1;5D", kWordLeft},  {"\033[1;3D", kWordLeft}, {"\033Od", kWordLeft},
+    {"\033[200~", kPasteBegin}, {"\033[201~", kPasteEnd},  {"\033[A", KEY_UP},
+    {"\033OA", KEY_UP},         {"\033[B", KEY_DOWN},      {"\033OB", KEY_DOWN},
+    {"\033[C", KEY_RIGHT},      {"\033OC", KEY_RIGHT},     {"\033[D", KEY_LEFT},
+    {"\033OD", KEY_LEFT},       {"\033[H", KEY_HOME},      {"\033OH", KEY_HOME},
+    {"\033[1~", KEY_HOME},      {"\033[7~", KEY_HOME},     {"\033[F", KEY_END},
+    {"\033OF", KEY_END},        {"\033[4~", KEY_END},      {"\033[8~", KEY_END},
+    {"\033[3~", KEY_DC},        {"\033[5~", KEY_PPAGE},    {"\033[6~", KEY_NPAGE},
+    {"\033[1;5D", kWordLeft},   {"\033[1;3D", kWordLeft},  {"\033Od", kWordLeft},
     {"\033[1;5C", kWordRight},  {"\033[1;3C", kWordRight}, {"\033Oc", kWordRight},
 };
 
@@ -46,7 +49,8 @@ void skipSequence(wint_t introducer) {
 }
 
 void setBracketedPaste(bool on) {
-    std::fputs(on ? "\033[?2004h" : "\033[?2004l", stdout);  // pasted text then comes between two keys of its own
+    // pasted text then comes between two keys of its own
+    std::fputs(on ? "\033[?2004h" : "\033[?2004l", stdout);
     std::fflush(stdout);
 }
 
@@ -107,21 +111,26 @@ struct Screen::Impl {
             case Style::Bad: return coloured(A_BOLD, A_NORMAL, kRed);
             case Style::Unread: return coloured(A_BOLD | A_REVERSE, A_BOLD, kYellow);
             case Style::Own: return {A_BOLD, 0};
-            case Style::Name: return coloured(A_UNDERLINE, A_NORMAL, static_cast<short>(kFirstName + cell.hue % 6));
+            case Style::Name:
+                return coloured(A_UNDERLINE, A_NORMAL,
+                                static_cast<short>(kFirstName + cell.hue % 6));
         }
         return {};
     }
 
     void startColours() {
         const char* refused = std::getenv("NO_COLOR");
-        if ((refused != nullptr && *refused != '\0') || !has_colors() || start_color() == ERR) return;
+        if ((refused != nullptr && *refused != '\0') || !has_colors() || start_color() == ERR)
+            return;
         hasColours = true;
         const short background = use_default_colors() == OK ? -1 : COLOR_BLACK;
         init_pair(kRed, COLOR_RED, background);
         init_pair(kGreen, COLOR_GREEN, background);
         init_pair(kYellow, COLOR_YELLOW, background);
-        constexpr short kNames[] = {COLOR_CYAN, COLOR_GREEN, COLOR_MAGENTA, COLOR_YELLOW, COLOR_BLUE, COLOR_RED};
-        for (short name = 0; name < 6; ++name) init_pair(static_cast<short>(kFirstName + name), kNames[name], background);
+        constexpr short kNames[] = {COLOR_CYAN,   COLOR_GREEN, COLOR_MAGENTA,
+                                    COLOR_YELLOW, COLOR_BLUE,  COLOR_RED};
+        for (short name = 0; name < 6; ++name)
+            init_pair(static_cast<short>(kFirstName + name), kNames[name], background);
         init_pair(kBar, COLOR_WHITE, COLOR_BLUE);
         init_pair(kBarAlert, COLOR_WHITE, COLOR_RED);
     }
@@ -160,7 +169,8 @@ Size Screen::size() const { return {std::max(1, getmaxx(stdscr)), std::max(1, ge
 
 void Screen::resize() {
     winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) return;
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0)
+        return;
     resizeterm(std::min<int>(size.ws_row, kMostPlaces), std::min<int>(size.ws_col, kMostPlaces));
     repaint();  // a terminal rearranges its lines when it changes
 }
@@ -217,7 +227,9 @@ std::optional<Key> Screen::read() {
 
 void Screen::suspend() {
     setBracketedPaste(false);
-    std::raise(SIGTSTP);  // the terminal library gives the terminal back, stops, and takes it again; without job control it goes on
+    // the terminal library gives the terminal back, stops, and takes it again; without job control
+    // it goes on
+    std::raise(SIGTSTP);
     setBracketedPaste(true);
     resize();
 }

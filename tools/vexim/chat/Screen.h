@@ -35,8 +35,9 @@ struct Key {
 /// The terminal in full-screen use, from construction to destruction. One at a time.
 class Screen {
 public:
-    /// nullptr when the terminal cannot do it (TERM is unset or unknown, or it cannot move its cursor). `isUTF8`: whether the
-    /// terminal reads UTF-8; else what is not ASCII is painted as '?'.
+    /// nullptr when the terminal cannot do it (TERM is unset or unknown, or it cannot move its
+    /// cursor). `isUTF8`: whether the terminal reads UTF-8; else what is not ASCII is painted as
+    /// '?'.
     static std::unique_ptr<Screen> open(bool isUTF8);
     ~Screen();
     Screen(const Screen&) = delete;

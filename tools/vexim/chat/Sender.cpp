@@ -11,7 +11,9 @@
 namespace chat {
 namespace {
 
-bool isUnsent(const Entry& entry) { return entry.delivery == Delivery::Waiting || entry.delivery == Delivery::Sending; }
+bool isUnsent(const Entry& entry) {
+    return entry.delivery == Delivery::Waiting || entry.delivery == Delivery::Sending;
+}
 
 }  // namespace
 
@@ -23,28 +25,35 @@ Entry* Sender::find(const Address& where, std::uint64_t id) {
 VXIMProgress Sender::showProgress(const Address& where, std::shared_ptr<const std::uint64_t> id) {
     return [this, where, id = std::move(id)](std::int32_t percent) {
         auto* entry = find(where, *id);
-        if (entry && entry->file && (!entry->isOwn || isUnsent(*entry))) entry->file->percent = percent;
+        if (entry && entry->file && (!entry->isOwn || isUnsent(*entry)))
+            entry->file->percent = percent;
     };
 }
 
 void Sender::forget(const Transfer& transfer) { std::erase(transfers_, transfer); }
 
-void Sender::sendText(const Address& to, std::string text) { send(to, VXIMMessage::messageWithText(text), ""); }
+void Sender::sendText(const Address& to, std::string text) {
+    send(to, VXIMMessage::messageWithText(text), "");
+}
 
 void Sender::sendFile(const Address& to, const std::string& path) {
     const std::string expanded = expandedPath(path);
     send(to, messageWithFile(expanded), expanded);
 }
 
-void Sender::send(const Address& to, const std::shared_ptr<VXIMMessage>& message, const std::string& path) {
+void Sender::send(const Address& to, const std::shared_ptr<VXIMMessage>& message,
+                  const std::string& path) {
     if (to.kind == Kind::Console) {
-        throw std::invalid_argument("to whom? Alt-1 … Alt-9, or /friend USER, /group GROUP, /room ROOM");
+        throw std::invalid_argument(
+            "to whom? Alt-1 … Alt-9, or /friend USER, /group GROUP, /room ROOM");
     }
     const auto id = std::make_shared<std::uint64_t>(0);
     session_.conversations().send(
         message, conversationOf(to), path.empty() ? VXIMProgress() : showProgress(to, id),
-        [this, to, id, path](const std::optional<VXIMStoredMessage>& stored, const vexim::ErrorPtr& error) {
-            if (!stored) return roster_.notice("not taken: " + explain(error), Session::now(), true);
+        [this, to, id, path](const std::optional<VXIMStoredMessage>& stored,
+                             const vexim::ErrorPtr& error) {
+            if (!stored)
+                return roster_.notice("not taken: " + explain(error), Session::now(), true);
             *id = static_cast<std::uint64_t>(stored->localId);
             auto* entry = find(to, *id);
             if (!entry || !entry->file) return;
@@ -59,14 +68,17 @@ std::size_t Sender::retry(const Address& to) {
         const bool waits = entry.delivery == Delivery::Waiting && !entry.failure.empty();
         if (entry.delivery == Delivery::Failed || waits) ids.push_back(entry.id);
     }
-    for (const auto id : ids) session_.conversations().retry(static_cast<std::int64_t>(id), nullptr);
+    for (const auto id : ids)
+        session_.conversations().retry(static_cast<std::int64_t>(id), nullptr);
     return ids.size();
 }
 
 void Sender::save(const Address& from, int number, const std::string& path) {
     auto* entry = roster_.open(from).findFile(number);
     if (!entry)
-        throw std::invalid_argument(number == 0 ? "there is no file here" : "there is no file " + std::to_string(number) + " here");
+        throw std::invalid_argument(number == 0
+                                        ? "there is no file here"
+                                        : "there is no file " + std::to_string(number) + " here");
     if (entry->file->percent) throw std::invalid_argument("it is being fetched");
     const auto url = vexim::URL::parse(entry->text);
     if (!url || (url->scheme() != "http" && url->scheme() != "https"))
@@ -86,7 +98,8 @@ void Sender::save(const Address& from, int number, const std::string& path) {
             forget(transfer);
             auto* saved = find(from, id);
             if (saved && saved->file) saved->file->percent.reset();
-            const bool wasCancelled = error && error->is(vexim::kURLErrorDomain, vexim::URLErrorCancelled);
+            const bool wasCancelled =
+                error && error->is(vexim::kURLErrorDomain, vexim::URLErrorCancelled);
             roster_.notice(wasCancelled ? "cancelled"
                            : error      ? "not saved: " + explain(error)
                                         : "saved as " + place,
@@ -96,9 +109,11 @@ void Sender::save(const Address& from, int number, const std::string& path) {
 }
 
 void Sender::takeBack(std::uint64_t id) {
-    session_.conversations().cancel(static_cast<std::int64_t>(id), [this](bool cancelled, const vexim::ErrorPtr& error) {
-        roster_.notice(cancelled ? "taken back" : "not taken back: " + explain(error), Session::now(), !cancelled);
-    });
+    session_.conversations().cancel(
+        static_cast<std::int64_t>(id), [this](bool cancelled, const vexim::ErrorPtr& error) {
+            roster_.notice(cancelled ? "taken back" : "not taken back: " + explain(error),
+                           Session::now(), !cancelled);
+        });
 }
 
 bool Sender::cancelNewest() {

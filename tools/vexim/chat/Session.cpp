@@ -27,8 +27,8 @@ std::string hostOf(VXIMClient& client) {
 
 }  // namespace
 
-Session::Session(std::shared_ptr<VXIMConversations> conversations, Credentials credentials, Roster& roster,
-                 std::function<void(const std::string&)> failed)
+Session::Session(std::shared_ptr<VXIMConversations> conversations, Credentials credentials,
+                 Roster& roster, std::function<void(const std::string&)> failed)
     : conversations_(std::move(conversations)),
       client_(conversations_->client()),
       credentials_(std::move(credentials)),
@@ -43,11 +43,17 @@ void Session::start() {
     client_->config()->dictionary().set("reconnectWaitMax", kLongestWait);
     client_->setDelegate(shared_from_this());
     vexim::NotificationCenter::defaultCenter().addObserver(
-        shared_from_this(), VXIMClientConnectionErrorNotification, client_.get(), [this](const vexim::Notification& notification) {
-            didFail(harmlessLine(notification.userInfo.value_or(vexim::Dictionary()).get("data").get(0).description()));
+        shared_from_this(), VXIMClientConnectionErrorNotification, client_.get(),
+        [this](const vexim::Notification& notification) {
+            didFail(harmlessLine(notification.userInfo.value_or(vexim::Dictionary())
+                                     .get("data")
+                                     .get(0)
+                                     .description()));
         });
-    conversations_->setCaughtUpHandler([this](const VXIMCaughtUp& caughtUp) { didCatchUp(caughtUp); });
-    conversations_->setTroubleHandler([this](const vexim::ErrorPtr& error) { complain("the store has a trouble", error); });
+    conversations_->setCaughtUpHandler(
+        [this](const VXIMCaughtUp& caughtUp) { didCatchUp(caughtUp); });
+    conversations_->setTroubleHandler(
+        [this](const vexim::ErrorPtr& error) { complain("the store has a trouble", error); });
     conversations_->open([this](bool opened, const vexim::ErrorPtr& error) {
         if (!opened) return failed_("no store: " + harmlessLine(explain(error)));
         didOpenStore();
@@ -78,7 +84,8 @@ void Session::tryAgainLater(const std::string& reason) {
     const int wait = std::min(kLongestWait, 1 << std::min(state_.attempts() - 1, 4));
     state_.connectFailed(reason, now() + wait, now());
     vexim::MainQueue::shared().after(std::chrono::seconds(wait), [this, number = attemptNumber_] {
-        if (number == attemptNumber_ && state_.phase() == SessionState::Phase::Waiting) (this->*attempt_)();
+        if (number == attemptNumber_ && state_.phase() == SessionState::Phase::Waiting)
+            (this->*attempt_)();
     });
 }
 
@@ -91,7 +98,8 @@ void Session::didFail(const std::string& reason) {
         case SessionState::Phase::Paused:
         case SessionState::Phase::Leaving:
         case SessionState::Phase::Refused: return;
-        case SessionState::Phase::Connected: return roster_.notice("connection: " + reason, now(), true);
+        case SessionState::Phase::Connected:
+            return roster_.notice("connection: " + reason, now(), true);
     }
 }
 
@@ -107,7 +115,8 @@ void Session::resume() {
         case SessionState::Phase::Paused: return connectAgain();
         case SessionState::Phase::Waiting: return (this->*attempt_)();
         case SessionState::Phase::Lost:
-        case SessionState::Phase::Reconnecting: return client_->resume();  // the attempt that is waited for starts now
+        // the attempt that is waited for starts now
+        case SessionState::Phase::Reconnecting: return client_->resume();
         case SessionState::Phase::Refused: return logIn();
         case SessionState::Phase::Connecting:
         case SessionState::Phase::Connected:
@@ -126,7 +135,8 @@ void Session::leave(std::function<void()> left) {
 void Session::closeStore(const std::function<void()>& closed) {
     list_ = nullptr;
     shown_.clear();
-    if (const auto store = conversations_->store()) return store->close([closed](bool, const vexim::ErrorPtr&) { closed(); });
+    if (const auto store = conversations_->store())
+        return store->close([closed](bool, const vexim::ErrorPtr&) { closed(); });
     closed();
 }
 
@@ -136,7 +146,9 @@ void Session::tick() {
     oldestHanded_ = roster_.oldestHanded();
 
     const bool isTooLong = state_.since(time) > kTooLong;
-    if (state_.phase() == SessionState::Phase::Lost || state_.phase() == SessionState::Phase::Reconnecting) askForNextAttempt();
+    if (state_.phase() == SessionState::Phase::Lost ||
+        state_.phase() == SessionState::Phase::Reconnecting)
+        askForNextAttempt();
     switch (state_.phase()) {
         case SessionState::Phase::Lost:
             // The service has ended it: the library does not try again then.
@@ -147,7 +159,8 @@ void Session::tick() {
             if (isTooLong && client_->status() == VXIMClientStatusOpened) logIn();
             break;
         case SessionState::Phase::Connecting:
-            if (state_.since(time) > kLoginTimeout) tryAgainLater("the service does not answer the login");
+            if (state_.since(time) > kLoginTimeout)
+                tryAgainLater("the service does not answer the login");
             break;
         case SessionState::Phase::Waiting:
         case SessionState::Phase::Connected:
@@ -159,8 +172,10 @@ void Session::tick() {
 
 void Session::askForNextAttempt() {
     const auto events = client_->diagnose().events();
-    const auto last = std::find_if(events.rbegin(), events.rend(), [](const auto& event) { return event.name == "waiting"; });
-    if (last != events.rend()) state_.waitingUntil(last->time + last->details.get("seconds").doubleValue());
+    const auto last = std::find_if(events.rbegin(), events.rend(),
+                                   [](const auto& event) { return event.name == "waiting"; });
+    if (last != events.rend())
+        state_.waitingUntil(last->time + last->details.get("seconds").doubleValue());
 }
 
 void Session::setPresenceUnknown() {
@@ -174,11 +189,15 @@ void Session::clientDidLogin(const std::shared_ptr<VXIMClient>& client) {
     refresh();
 }
 
-void Session::clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&, const vexim::ErrorPtr& error) {
-    if (state_.phase() != SessionState::Phase::Leaving) state_.refused(harmlessLine(explain(error)), now());
+void Session::clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&,
+                                        const vexim::ErrorPtr& error) {
+    if (state_.phase() != SessionState::Phase::Leaving)
+        state_.refused(harmlessLine(explain(error)), now());
 }
 
-void Session::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) { state_.attempting(now()); }
+void Session::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) {
+    state_.attempting(now());
+}
 
 void Session::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) {
     if (state_.phase() == SessionState::Phase::Leaving) return;

@@ -17,15 +17,18 @@ namespace chat {
 /// What the store calls it; the console is the conversation with the service's operators.
 VXIMConversationId conversationOf(const Address& address);
 
-/// The user's session with the service: logs in and stays logged in, and keeps `roster` as the service and the store have it:
-/// friends, groups and rooms from the one, messages from the other. Main thread only.
+/// The user's session with the service: logs in and stays logged in, and keeps `roster` as the
+/// service and the store have it: friends, groups and rooms from the one, messages from the other.
+/// Main thread only.
 ///
-/// What it starts must not outlive the program's run of the main queue: answers find it by its address.
+/// What it starts must not outlive the program's run of the main queue: answers find it by its
+/// address.
 class Session : public VXIMClientDelegate, public std::enable_shared_from_this<Session> {
 public:
-    /// `failed` is called when the service does not accept the first login, or the store cannot be opened.
-    Session(std::shared_ptr<VXIMConversations> conversations, Credentials credentials, Roster& roster,
-            std::function<void(const std::string& reason)> failed);
+    /// `failed` is called when the service does not accept the first login, or the store cannot be
+    /// opened.
+    Session(std::shared_ptr<VXIMConversations> conversations, Credentials credentials,
+            Roster& roster, std::function<void(const std::string& reason)> failed);
 
     void start();
     void pause();
@@ -57,11 +60,14 @@ public:
 
     // The library's calls.
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override;
-    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client, const vexim::ErrorPtr& error) override;
+    void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client,
+                                   const vexim::ErrorPtr& error) override;
     void clientAttemptReconnect(const std::shared_ptr<VXIMClient>& client) override;
     void clientDidDisconnect(const std::shared_ptr<VXIMClient>& client) override;
-    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info) override;
-    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client, const std::shared_ptr<VXIMFriendInfo>& info) override;
+    void clientFriendDidOnline(const std::shared_ptr<VXIMClient>& client,
+                               const std::shared_ptr<VXIMFriendInfo>& info) override;
+    void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client,
+                                const std::shared_ptr<VXIMFriendInfo>& info) override;
 
 private:
     using Attempt = void (Session::*)();

@@ -47,7 +47,8 @@ Delivery deliveryOf(const VXIMStoredMessage& message, double now) {
         case VXIMStoredMessageQueued: return Delivery::Waiting;
         case VXIMStoredMessageSending: return Delivery::Sending;
         case VXIMStoredMessageSent:
-            return seconds(message.sentAtMillis) > now - kPatience ? Delivery::Handed : Delivery::Unconfirmed;
+            return seconds(message.sentAtMillis) > now - kPatience ? Delivery::Handed
+                                                                   : Delivery::Unconfirmed;
         case VXIMStoredMessageConfirmed: return Delivery::Delivered;
         case VXIMStoredMessageFailed: return Delivery::Failed;
     }
@@ -89,16 +90,19 @@ Entry Session::entryOf(const VXIMStoredMessage& message) const {
         entry.text = message.text();
     } else {
         entry.text = message.message()->attachmentUrl().value_or("");
-        const std::string path = message.attachmentFiles.empty() ? "" : message.attachmentFiles.front();
+        const std::string path =
+            message.attachmentFiles.empty() ? "" : message.attachmentFiles.front();
         const std::string& name = entry.text.empty() ? path : entry.text;
-        entry.file = File{mediaName(message.mediaType, fileNameFor(name)), entry.text.empty() ? path : "", 0, std::nullopt};
+        entry.file = File{mediaName(message.mediaType, fileNameFor(name)),
+                          entry.text.empty() ? path : "", 0, std::nullopt};
     }
     return entry;
 }
 
 void Session::didOpenStore() {
     list_ = conversations_->store()->observeConversations(
-        kMostListed, [this](const VXIMListChange<VXIMConversation>& change) { showList(change.list); });
+        kMostListed,
+        [this](const VXIMListChange<VXIMConversation>& change) { showList(change.list); });
     if (const auto damage = conversations_->store()->damage()) {
         roster_.notice("the store was damaged: " + std::to_string(damage->messagesSaved) +
                            " messages were saved, the old file is " + damage->setAsideAs,
@@ -109,7 +113,8 @@ void Session::didOpenStore() {
 void Session::didCatchUp(const VXIMCaughtUp& caughtUp) {
     if (caughtUp.missedCount > 0) {
         roster_.notice("while you were away: " + std::to_string(caughtUp.missedCount) +
-                           (caughtUp.missedCount == 1 ? " message" : " messages") + "; Alt-A goes to them",
+                           (caughtUp.missedCount == 1 ? " message" : " messages") +
+                           "; Alt-A goes to them",
                        now());
     }
     if (caughtUp.error) complain("not all histories could be read", caughtUp.error);
@@ -142,9 +147,11 @@ void Session::look(Conversation& conversation) {
     }
     if (shown.observation) return;
     shown.limit = kPage;
-    shown.observation = store->observeMessages(
-        conversationOf(address), shown.limit,
-        [this, address](const VXIMListChange<VXIMStoredMessage>& change) { showMessages(address, change.list); });
+    shown.observation =
+        store->observeMessages(conversationOf(address), shown.limit,
+                               [this, address](const VXIMListChange<VXIMStoredMessage>& change) {
+                                   showMessages(address, change.list);
+                               });
 }
 
 void Session::showMessages(const Address& address, const std::vector<VXIMStoredMessage>& messages) {
@@ -160,7 +167,8 @@ void Session::showMessages(const Address& address, const std::vector<VXIMStoredM
 /// Where messages are missing behind the oldest one that is shown.
 void Session::showGaps(const Address& address) {
     conversations_->store()->gaps(
-        conversationOf(address), [this, address](const std::optional<std::vector<VXIMStoredGap>>& gaps, const ErrorPtr&) {
+        conversationOf(address),
+        [this, address](const std::optional<std::vector<VXIMStoredGap>>& gaps, const ErrorPtr&) {
             auto* conversation = roster_.find(address);
             if (!conversation || !gaps) return;
             shown_[address].gaps = *gaps;
@@ -168,13 +176,17 @@ void Session::showGaps(const Address& address) {
             const auto first = std::ranges::find(entries, false, &Entry::isNotice);
             std::vector<Entry> notices;
             for (const auto& gap : *gaps) {
-                if (gap.afterMillis == 0 || first == entries.end() || seconds(gap.beforeMillis) <= first->time) continue;
+                if (gap.afterMillis == 0 || first == entries.end() ||
+                    seconds(gap.beforeMillis) <= first->time)
+                    continue;
                 Entry notice;
                 notice.isNotice = true;
                 notice.time = seconds(gap.beforeMillis) - 0.0005;
-                const std::string span = timeText(gap.afterMillis) + " to " + timeText(gap.beforeMillis);
-                notice.text = conversation->hasHistory() ? "messages are missing here, " + span + "; PageUp reads them"
-                                                         : "not connected, " + span + ": what was said here is not known";
+                const std::string span =
+                    timeText(gap.afterMillis) + " to " + timeText(gap.beforeMillis);
+                notice.text = conversation->hasHistory()
+                                  ? "messages are missing here, " + span + "; PageUp reads them"
+                                  : "not connected, " + span + ": what was said here is not known";
                 notices.push_back(std::move(notice));
             }
             conversation->showGaps(std::move(notices));
@@ -193,40 +205,49 @@ void Session::setOlder(Conversation& conversation) {
 void Session::loadOlder(const Address& address) {
     auto* conversation = roster_.find(address);
     const auto shown = shown_.find(address);
-    if (!conversation || shown == shown_.end() || !shown->second.observation || conversation->older != Older::There) return;
+    if (!conversation || shown == shown_.end() || !shown->second.observation ||
+        conversation->older != Older::There)
+        return;
     conversation->older = Older::Loading;
     shown->second.limit += kPage;
     shown->second.observation->setLimit(shown->second.limit);
     // What the store lacks, the service may have.
     const auto& gaps = shown->second.gaps;
     if (!conversation->hasHistory() || gaps.empty()) return showGaps(address);
-    conversations_->readGap(conversationOf(address), gaps.back(), [this, address](const auto&, const ErrorPtr& error) {
-        if (error) complain("older messages could not be read", error);
-        showGaps(address);
-    });
+    conversations_->readGap(conversationOf(address), gaps.back(),
+                            [this, address](const auto&, const ErrorPtr& error) {
+                                if (error) complain("older messages could not be read", error);
+                                showGaps(address);
+                            });
 }
 
 void Session::search(const std::string& words) {
     const auto store = conversations_->store();
     if (!store) return roster_.notice("the store is not open yet", now(), true);
     store->search({.text = words, .limit = kMostFound},
-                  [this, words](const std::optional<std::vector<VXIMStoredMessage>>& found, const ErrorPtr& error) {
+                  [this, words](const std::optional<std::vector<VXIMStoredMessage>>& found,
+                                const ErrorPtr& error) {
                       if (error) return complain("that failed", error);
-                      std::string text = found->empty() ? "nothing found: " + words : "found, the newest first:";
+                      std::string text =
+                          found->empty() ? "nothing found: " + words : "found, the newest first:";
                       for (const auto& message : *found) {
                           const auto* place = roster_.find(addressOf(message.conversation));
-                          text += "\n  " + timeText(message.sentAtMillis) + "  " + harmlessLine(place ? place->title : "") + ", " +
-                                  harmlessLine(entryOf(message).sender) + ": " + harmlessLine(message.text());
+                          text += "\n  " + timeText(message.sentAtMillis) + "  " +
+                                  harmlessLine(place ? place->title : "") + ", " +
+                                  harmlessLine(entryOf(message).sender) + ": " +
+                                  harmlessLine(message.text());
                       }
                       roster_.notice(std::move(text), now());
                   });
 }
 
-void Session::clientFriendDidOnline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) {
+void Session::clientFriendDidOnline(const std::shared_ptr<VXIMClient>&,
+                                    const std::shared_ptr<VXIMFriendInfo>& info) {
     roster_.open({Kind::Friend, info->uid().description()}).online = true;
 }
 
-void Session::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&, const std::shared_ptr<VXIMFriendInfo>& info) {
+void Session::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&,
+                                     const std::shared_ptr<VXIMFriendInfo>& info) {
     roster_.open({Kind::Friend, info->uid().description()}).online = false;
 }
 
@@ -237,7 +258,8 @@ void Session::complain(const std::string& what, const ErrorPtr& error) {
 template <class Seen>
 void Session::markGone(Kind kind, const Seen& seen) {
     for (const auto& conversation : roster_.all()) {
-        if (conversation->address.kind == kind) conversation->gone = seen.count(conversation->address.id) == 0;
+        if (conversation->address.kind == kind)
+            conversation->gone = seen.count(conversation->address.id) == 0;
     }
 }
 
@@ -247,7 +269,8 @@ void Session::refresh() {
     user->fetchFriendsWithDetail(true, [this, user](bool succeeded, const ErrorPtr& error) {
         if (!succeeded) return complain("the friends could not be read", error);
         std::set<std::string> seen;
-        for (const auto& info : user->friends().value_or(std::vector<std::shared_ptr<VXIMFriendInfo>>())) {
+        for (const auto& info :
+             user->friends().value_or(std::vector<std::shared_ptr<VXIMFriendInfo>>())) {
             auto& conversation = roster_.open({Kind::Friend, info->uid().description()});
             seen.insert(conversation.address.id);
             if (state_.isConnected()) conversation.online = info->online();
@@ -257,7 +280,8 @@ void Session::refresh() {
     user->fetchGroupsWithDetail(true, [this, user](bool succeeded, const ErrorPtr& error) {
         if (!succeeded) return complain("the groups could not be read", error);
         std::set<std::string> seen;
-        for (const auto& group : user->groups().value_or(std::vector<std::shared_ptr<VXIMGroup>>())) {
+        for (const auto& group :
+             user->groups().value_or(std::vector<std::shared_ptr<VXIMGroup>>())) {
             auto& conversation = roster_.open({Kind::Group, group->groupId().description()});
             seen.insert(conversation.address.id);
             conversation.members = idsOf(group->members());

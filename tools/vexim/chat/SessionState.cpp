@@ -8,7 +8,9 @@ namespace {
 
 std::string because(const std::string& reason) { return reason.empty() ? "" : " (" + reason + ")"; }
 
-std::string seconds(double wait) { return std::to_string(std::max(0, static_cast<int>(std::ceil(wait)))) + " s"; }
+std::string seconds(double wait) {
+    return std::to_string(std::max(0, static_cast<int>(std::ceil(wait)))) + " s";
+}
 
 }  // namespace
 
@@ -61,23 +63,30 @@ void SessionState::refused(std::string reason, double now) {
 std::string SessionState::line(double now, double oldestHanded) const {
     // Known to the second, or at least how long the library waits at most.
     const bool isKnown = nextAttempt_ > now;
-    const std::string wait = isKnown ? "in " + seconds(nextAttempt_ - now) : "within " + std::to_string(longestWait_) + " s";
+    const std::string wait = isKnown ? "in " + seconds(nextAttempt_ - now)
+                                     : "within " + std::to_string(longestWait_) + " s";
     const std::string next = "next attempt " + wait + ", /resume tries now";
     const std::string attempt = attempts_ > 1 ? ", attempt " + std::to_string(attempts_) : "";
     switch (phase_) {
         case Phase::Connecting: return "connecting to " + where_ + attempt + " …";
         case Phase::Waiting:
-            return "no connection: next attempt in " + seconds(nextAttempt_ - now) + ", /resume tries now" + because(reason_);
+            return "no connection: next attempt in " + seconds(nextAttempt_ - now) +
+                   ", /resume tries now" + because(reason_);
         case Phase::Connected:
-            if (isAlert(now, oldestHanded)) return "connected, but the service has not answered for " + seconds(now - oldestHanded);
+            if (isAlert(now, oldestHanded))
+                return "connected, but the service has not answered for " +
+                       seconds(now - oldestHanded);
             return user_ + " connected to " + where_;
         case Phase::Lost: return "connection lost: " + next;
         case Phase::Reconnecting:
-            if (!reason_.empty()) return "attempt " + std::to_string(attempts_) + " failed: " + next + because(reason_);
+            if (!reason_.empty())
+                return "attempt " + std::to_string(attempts_) + " failed: " + next +
+                       because(reason_);
             return "reconnecting to " + where_ + ", attempt " + std::to_string(attempts_) + " …";
         case Phase::Paused: return "paused: nothing arrives until /resume";
         case Phase::Leaving: return "logging out …";
-        case Phase::Refused: return "login refused" + because(reason_) + ": /resume tries again, /quit leaves";
+        case Phase::Refused:
+            return "login refused" + because(reason_) + ": /resume tries again, /quit leaves";
     }
     return {};
 }

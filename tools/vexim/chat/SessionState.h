@@ -6,8 +6,8 @@
 
 namespace chat {
 
-/// Where the session stands, and what happens next, in words: a machine over what is heard of the connection. Times are
-/// seconds; any clock does.
+/// Where the session stands, and what happens next, in words: a machine over what is heard of the
+/// connection. Times are seconds; any clock does.
 class SessionState {
 public:
     enum class Phase {
@@ -21,8 +21,11 @@ public:
         Refused,  ///< the service does not accept the login
     };
 
-    /// `where` is the service, `longestWait` how long the library waits at most between two attempts.
-    explicit SessionState(std::string where, int longestWait) : where_(std::move(where)), longestWait_(longestWait) {}
+    /// `where` is the service, `longestWait` how long the library waits at most between two
+    /// attempts.
+    explicit SessionState(std::string where, int longestWait)
+        : where_(std::move(where)),
+          longestWait_(longestWait) {}
 
     void connecting(double now);
     void connectFailed(std::string reason, double nextAttempt, double now);
@@ -44,7 +47,8 @@ public:
     /// Our attempts since the last success, for the next wait.
     int attempts() const noexcept { return attempts_; }
 
-    /// The line. `oldestHanded` is when the oldest message was handed over that has not come back; 0: none.
+    /// The line. `oldestHanded` is when the oldest message was handed over that has not come back;
+    /// 0: none.
     std::string line(double now, double oldestHanded = 0) const;
     /// Whether something in it wants attention.
     bool isAlert(double now, double oldestHanded = 0) const;

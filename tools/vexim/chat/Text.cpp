@@ -20,14 +20,15 @@ bool isSkinTone(wchar_t c) { return c >= 0x1F3FB && c <= 0x1F3FF; }
 /// What terminals add up in different ways.
 bool isDisputed(wchar_t c) { return c == 0x200C || c == 0x200D || c == 0xFE0E || c == 0xFE0F; }
 
-/// Chinese and Japanese are written without blanks: a line may end beside any of their characters (UAX #14), but does not
-/// begin with a closing mark or a small sign, nor end with an opening one.
+/// Chinese and Japanese are written without blanks: a line may end beside any of their characters
+/// (UAX #14), but does not begin with a closing mark or a small sign, nor end with an opening one.
 bool isBreakBetween(const Cell& one, const Cell& next) {
     constexpr std::wstring_view kNotFirst =
         L"、。，．！？：；）」』】〉》〕］｝…‥・ー～々ぁぃぅぇぉっゃゅょゎァィゥェォッャュョヮ.,!?:;)]}\"'";
     constexpr std::wstring_view kNotLast = L"（「『【〈《〔［｛([{\"'";
     if ((one.width < 2 && next.width < 2) || one.is(L' ') || next.is(L' ')) return false;
-    return kNotFirst.find(next.characters[0]) == kNotFirst.npos && kNotLast.find(one.characters[0]) == kNotLast.npos;
+    return kNotFirst.find(next.characters[0]) == kNotFirst.npos &&
+           kNotLast.find(one.characters[0]) == kNotLast.npos;
 }
 
 Cell cell(wchar_t character, int width, Style style) {
@@ -82,13 +83,16 @@ Cells cellsOf(std::string_view text, Style style) {
     Cells cells;
     const bool isCut = text.size() > kLongestBytes;
     std::wstring shownText = wide(harmless(text.substr(0, kLongestBytes)));
-    if (isCut || shownText.size() > kLongest) shownText = shownText.substr(0, kLongest) + L"… (cut here, it is too long)";
+    if (isCut || shownText.size() > kLongest)
+        shownText = shownText.substr(0, kLongest) + L"… (cut here, it is too long)";
     for (const wchar_t character : shownText) {
         if (character == L'\n') {
             cells.push_back(cell(L'\n', 0, style));
             continue;
         }
-        if (isDisputed(character) || (isSkinTone(character) && !cells.empty() && cells.back().width == 2)) continue;
+        if (isDisputed(character) ||
+            (isSkinTone(character) && !cells.empty() && cells.back().width == 2))
+            continue;
         const wchar_t shown = character == L'\t' ? L' ' : character;
         const int width = ::wcwidth(shown);
         if (width < 0) {
@@ -156,8 +160,10 @@ std::vector<Cells> wrapped(const Cells& cells, int width) {
             breakAt({line.size(), line.size()});
             continue;
         }
-        if (!line.empty() && isBreakBetween(line.back(), fitting)) last = {line.size(), line.size()};
-        while (used + fitting.width > width && !line.empty()) breakAt(last.value_or(Break{line.size(), line.size()}));
+        if (!line.empty() && isBreakBetween(line.back(), fitting))
+            last = {line.size(), line.size()};
+        while (used + fitting.width > width && !line.empty())
+            breakAt(last.value_or(Break{line.size(), line.size()}));
         line.push_back(fitting);
         used += fitting.width;
         if (fitting.is(L' ')) last = {line.size() - 1, line.size()};

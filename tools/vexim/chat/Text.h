@@ -10,12 +10,25 @@
 namespace chat {
 
 /// What a piece of text is; the screen decides how that looks, with colours or without.
-enum class Style : std::uint8_t { Normal, Dim, Strong, Bar, BarAlert, Current, Good, Bad, Unread, Own, Name };
+enum class Style : std::uint8_t {
+    Normal,
+    Dim,
+    Strong,
+    Bar,
+    BarAlert,
+    Current,
+    Good,
+    Bad,
+    Unread,
+    Own,
+    Name
+};
 
-/// One place on the screen: a character with the marks that combine with it. It is one or two columns wide; a line break,
-/// which only `wrapped` understands, takes none.
+/// One place on the screen: a character with the marks that combine with it. It is one or two
+/// columns wide; a line break, which only `wrapped` understands, takes none.
 struct Cell {
-    static constexpr std::size_t kMost = 5;  // as many characters as the terminal library keeps in a place
+    // as many characters as the terminal library keeps in a place
+    static constexpr std::size_t kMost = 5;
     std::array<wchar_t, kMost> characters{};
     std::uint8_t count = 0;
     std::uint8_t width = 0;
@@ -27,28 +40,32 @@ struct Cell {
 };
 using Cells = std::vector<Cell>;
 
-/// Makes this process read and write UTF-8, which is what messages are, whatever its environment says. Whether the
-/// environment agrees: if it names another encoding, a terminal should be sent plain ASCII.
+/// Makes this process read and write UTF-8, which is what messages are, whatever its environment
+/// says. Whether the environment agrees: if it names another encoding, a terminal should be sent
+/// plain ASCII.
 bool useUTF8();
 
 std::wstring wide(std::string_view utf8);
 std::string narrow(std::wstring_view text);
 
-/// `text` without anything that a terminal would obey: escape sequences, control characters (but line breaks and tabs stay),
-/// marks that reverse the reading direction or that cannot be seen. Broken UTF-8 becomes U+FFFD.
+/// `text` without anything that a terminal would obey: escape sequences, control characters (but
+/// line breaks and tabs stay), marks that reverse the reading direction or that cannot be seen.
+/// Broken UTF-8 becomes U+FFFD.
 std::string harmless(std::string_view text);
-/// `harmless`, and in one line: for names. When anything was left out, U+FFFD in front says so, lest it pass for another name.
+/// `harmless`, and in one line: for names. When anything was left out, U+FFFD in front says so,
+/// lest it pass for another name.
 std::string harmlessLine(std::string_view text);
 
-/// `harmless` text as it is painted; very long text is cut, and says so. What terminals disagree about is left out: joiners,
-/// variation selectors and skin tones, so that an emoji is as wide here as on the screen.
+/// `harmless` text as it is painted; very long text is cut, and says so. What terminals disagree
+/// about is left out: joiners, variation selectors and skin tones, so that an emoji is as wide here
+/// as on the screen.
 Cells cellsOf(std::string_view text, Style style = Style::Normal);
 std::string textOf(const Cells& cells);
 int widthOf(const Cells& cells);
 /// At most `width` columns; what was cut off shows as "…".
 Cells clipped(const Cells& cells, int width);
-/// Lines of at most `width` columns (at least 1), broken at blanks and between wide characters where there are any. Without
-/// text one empty line.
+/// Lines of at most `width` columns (at least 1), broken at blanks and between wide characters
+/// where there are any. Without text one empty line.
 std::vector<Cells> wrapped(const Cells& cells, int width);
 
 inline Cells& operator+=(Cells& cells, const Cells& more) {

@@ -15,7 +15,8 @@ namespace vexim::c::handlers {
 
 namespace {
 
-constexpr std::int64_t kMostHours = 1'000'000;  // a century; and nothing that is computed with it overflows
+// a century; and nothing that is computed with it overflows
+constexpr std::int64_t kMostHours = 1'000'000;
 
 /// A length of time that can be used; `otherwise` when it is left out.
 template <class Duration>
@@ -24,7 +25,8 @@ Duration durationOf(const Request& request, std::string_view name, Duration othe
     if (given.isNil()) return otherwise;
     const std::int64_t number = given.longLongValue();
     if (number < 0 || number > kMostHours) {
-        refuse("\"" + std::string(name) + "\" must be between 0 and " + std::to_string(kMostHours) + ".");
+        refuse("\"" + std::string(name) + "\" must be between 0 and " + std::to_string(kMostHours) +
+               ".");
     }
     return Duration(number);
 }
@@ -38,12 +40,13 @@ std::string pathOf(const Request& request) {
 VXIMConversationId conversationFrom(const Dictionary& given) {
     require(given, kConversationId);
     const auto word = given.get("kind").asStringView();
-    for (const auto kind :
-         {VXIMConversationKindFriend, VXIMConversationKindGroup, VXIMConversationKindRoom, VXIMConversationKindSystem}) {
+    for (const auto kind : {VXIMConversationKindFriend, VXIMConversationKindGroup,
+                            VXIMConversationKindRoom, VXIMConversationKindSystem}) {
         if (word != VXIMConversationKindName(kind)) continue;
         VXIMConversationId id{kind, given.get("id").asString().value_or("")};
         if (id.id.empty() != (kind == VXIMConversationKindSystem)) {
-            refuse("A conversation needs an \"id\", but for that of kind \"system\", which has none.");
+            refuse(
+                "A conversation needs an \"id\", but for that of kind \"system\", which has none.");
         }
         return id;
     }
@@ -54,7 +57,8 @@ VXIMConversationId conversationOf(const Request& request, std::string_view name)
     return conversationFrom(request.dictionary(name));
 }
 
-std::optional<VXIMConversationId> optionalConversation(const Request& request, std::string_view name) {
+std::optional<VXIMConversationId> optionalConversation(const Request& request,
+                                                       std::string_view name) {
     if (request.value(name).isNil()) return std::nullopt;
     return conversationOf(request, name);
 }
@@ -63,7 +67,8 @@ std::optional<VXIMStorePosition> positionOf(const Request& request, std::string_
     if (request.value(name).isNil()) return std::nullopt;
     const Dictionary given = request.dictionary(name);
     require(given, kStorePosition);
-    return VXIMStorePosition{given.get("sentAtMillis").longLongValue(), given.get("localId").longLongValue()};
+    return VXIMStorePosition{given.get("sentAtMillis").longLongValue(),
+                             given.get("localId").longLongValue()};
 }
 
 std::optional<std::int64_t> integerOf(const Request& request, std::string_view name) {
@@ -80,7 +85,8 @@ auto stored(Request& request) {
 }
 
 VXIMCountCompletion counted(Request& request) {
-    return request.optional<std::int64_t>([](std::string& out, const std::int64_t& count) { write(out, count); });
+    return request.optional<std::int64_t>(
+        [](std::string& out, const std::int64_t& count) { write(out, count); });
 }
 
 /// The upload begins when the request has been answered, so it is told by the message's number.
@@ -118,34 +124,40 @@ void sendStored(Request& request) {
     VXIMProgress progress;
     if (request.boolean("progress")) {
         progress = [upload, mailbox = request.sharedMailbox()](std::int32_t percent) {
-            mailbox->event(R"({"@type":"event","name":"conversationsProgress","localId":)" + std::to_string(upload->localId) +
-                           R"(,"percent":)" + std::to_string(percent) + "}");
+            mailbox->event(R"({"@type":"event","name":"conversationsProgress","localId":)" +
+                           std::to_string(upload->localId) + R"(,"percent":)" +
+                           std::to_string(percent) + "}");
         };
     }
-    conversations.send(
-        message, conversation, std::move(progress),
-        [upload, end = stored<VXIMStoredMessage>(request)](const std::optional<VXIMStoredMessage>& queued, const ErrorPtr& error) {
-            if (queued) upload->localId = queued->localId;
-            end(queued, error);
-        });
+    conversations.send(message, conversation, std::move(progress),
+                       [upload, end = stored<VXIMStoredMessage>(request)](
+                           const std::optional<VXIMStoredMessage>& queued, const ErrorPtr& error) {
+                           if (queued) upload->localId = queued->localId;
+                           end(queued, error);
+                       });
 }
 
 void sendStoredText(Request& request) {
-    Stores::of(request)->conversations().sendText(request.text("text").value_or(""), conversationOf(request, "conversation"),
+    Stores::of(request)->conversations().sendText(request.text("text").value_or(""),
+                                                  conversationOf(request, "conversation"),
                                                   stored<VXIMStoredMessage>(request));
 }
 
 void retryStored(Request& request) {
-    Stores::of(request)->conversations().retry(request.value("localId").longLongValue(), request.done());
+    Stores::of(request)->conversations().retry(request.value("localId").longLongValue(),
+                                               request.done());
 }
 
 void cancelStored(Request& request) {
-    Stores::of(request)->conversations().cancel(request.value("localId").longLongValue(), request.done());
+    Stores::of(request)->conversations().cancel(request.value("localId").longLongValue(),
+                                                request.done());
 }
 
 void readStoredGap(Request& request) {
-    const VXIMStoredGap gap{request.value("afterMillis").longLongValue(), request.value("beforeMillis").longLongValue()};
-    Stores::of(request)->conversations().readGap(conversationOf(request, "conversation"), gap, counted(request));
+    const VXIMStoredGap gap{request.value("afterMillis").longLongValue(),
+                            request.value("beforeMillis").longLongValue()};
+    Stores::of(request)->conversations().readGap(conversationOf(request, "conversation"), gap,
+                                                 counted(request));
 }
 
 void openStore(Request& request) {
@@ -159,24 +171,29 @@ void openStore(Request& request) {
 
 void closeStore(Request& request) { Stores::of(request)->close(request); }
 
-void storeConversations(Request& request) { storeOf(request).conversations(stored<std::vector<VXIMConversation>>(request)); }
+void storeConversations(Request& request) {
+    storeOf(request).conversations(stored<std::vector<VXIMConversation>>(request));
+}
 
 void storeConversation(Request& request) {
     storeOf(request).conversation(conversationOf(request, "id"), stored<VXIMConversation>(request));
 }
 
 void storeMessagesBefore(Request& request) {
-    storeOf(request).messagesBefore(conversationOf(request, "id"), positionOf(request, "position"), request.int32("limit", 0),
+    storeOf(request).messagesBefore(conversationOf(request, "id"), positionOf(request, "position"),
+                                    request.int32("limit", 0),
                                     stored<std::vector<VXIMStoredMessage>>(request));
 }
 
 void storeMessagesAfter(Request& request) {
-    storeOf(request).messagesAfter(conversationOf(request, "id"), positionOf(request, "position"), request.int32("limit", 0),
+    storeOf(request).messagesAfter(conversationOf(request, "id"), positionOf(request, "position"),
+                                   request.int32("limit", 0),
                                    stored<std::vector<VXIMStoredMessage>>(request));
 }
 
 void storeMessage(Request& request) {
-    storeOf(request).message(request.value("localId").longLongValue(), stored<VXIMStoredMessage>(request));
+    storeOf(request).message(request.value("localId").longLongValue(),
+                             stored<VXIMStoredMessage>(request));
 }
 
 void storeSearch(Request& request) {
@@ -191,15 +208,18 @@ void storeSearch(Request& request) {
 }
 
 void storeGaps(Request& request) {
-    storeOf(request).gaps(conversationOf(request, "id"), stored<std::vector<VXIMStoredGap>>(request));
+    storeOf(request).gaps(conversationOf(request, "id"),
+                          stored<std::vector<VXIMStoredGap>>(request));
 }
 
 void storeMarkRead(Request& request) {
-    storeOf(request).markRead(conversationOf(request, "id"), positionOf(request, "upTo"), request.done());
+    storeOf(request).markRead(conversationOf(request, "id"), positionOf(request, "upTo"),
+                              request.done());
 }
 
 void storeSetDraft(Request& request) {
-    storeOf(request).setDraft(conversationOf(request, "id"), request.text("draft").value_or(""), request.done());
+    storeOf(request).setDraft(conversationOf(request, "id"), request.text("draft").value_or(""),
+                              request.done());
 }
 
 void storeRemoveConversation(Request& request) {
@@ -208,18 +228,23 @@ void storeRemoveConversation(Request& request) {
 
 void storeSetRetention(Request& request) {
     VXIMRetention retention;
-    if (!request.value("maximumAge").isNil()) retention.maximumAge = durationOf(request, "maximumAge", std::chrono::hours(0));
+    if (!request.value("maximumAge").isNil())
+        retention.maximumAge = durationOf(request, "maximumAge", std::chrono::hours(0));
     retention.maximumCount = integerOf(request, "maximumCount");
-    if (retention.maximumCount && *retention.maximumCount < 0) refuse("\"maximumCount\" must not be negative.");
+    if (retention.maximumCount && *retention.maximumCount < 0)
+        refuse("\"maximumCount\" must not be negative.");
     storeOf(request).setRetention(retention, counted(request));
 }
 
 void storeExport(Request& request) {
-    storeOf(request).exportJSONLines(pathOf(request), optionalConversation(request, "conversation"), counted(request));
+    storeOf(request).exportJSONLines(pathOf(request), optionalConversation(request, "conversation"),
+                                     counted(request));
 }
 
 void observeConversations(Request& request) { Stores::of(request)->observeConversations(request); }
-void observeMessages(Request& request) { Stores::of(request)->observeMessages(request, conversationOf(request, "id")); }
+void observeMessages(Request& request) {
+    Stores::of(request)->observeMessages(request, conversationOf(request, "id"));
+}
 void observeDamage(Request& request) { Stores::of(request)->observeDamage(request); }
 
 void setObservationLimit(Request& request) {

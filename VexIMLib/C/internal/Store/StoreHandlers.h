@@ -11,10 +11,13 @@ extern const std::string_view kStorePosition;
 
 namespace handlers {
 
-Handler openConversations, conversationsStore, sendStored, sendStoredText, retryStored, cancelStored, readStoredGap;
-Handler openStore, closeStore, storeConversations, storeConversation, storeMessagesBefore, storeMessagesAfter, storeMessage,
-    storeSearch, storeGaps, storeMarkRead, storeSetDraft, storeRemoveConversation, storeSetRetention, storeExport;
-Handler observeConversations, observeMessages, observeDamage, setObservationLimit, releaseObservation;
+Handler openConversations, conversationsStore, sendStored, sendStoredText, retryStored,
+    cancelStored, readStoredGap;
+Handler openStore, closeStore, storeConversations, storeConversation, storeMessagesBefore,
+    storeMessagesAfter, storeMessage, storeSearch, storeGaps, storeMarkRead, storeSetDraft,
+    storeRemoveConversation, storeSetRetention, storeExport;
+Handler observeConversations, observeMessages, observeDamage, setObservationLimit,
+    releaseObservation;
 
 }  // namespace handlers
 }  // namespace vexim::c

@@ -1,7 +1,9 @@
-// The table of the store's operations, in the form of ../Operations.cpp, and read with it by scripts/c_interface.py.
+// The table of the store's operations, in the form of ../Operations.cpp, and read with it by
+// scripts/c_interface.py.
 //
-// Further types: conversationId {"kind": "friend", "group", "room" or "system", "id"}, storePosition {"sentAtMillis", "localId"}.
-// `store` names a store that VXIMMessageStore.open has opened; without it the operation is about that of VXIMConversations.open.
+// Further types: conversationId {"kind": "friend", "group", "room" or "system", "id"},
+// storePosition {"sentAtMillis", "localId"}. `store` names a store that VXIMMessageStore.open has
+// opened; without it the operation is about that of VXIMConversations.open.
 
 #include "VexIMLib/C/internal/Store/StoreHandlers.h"
 

@@ -6,7 +6,9 @@
 namespace vexim::c {
 
 void writeStored(std::string& out, const VXIMConversationId& id) {
-    ObjectWriter(out).add("kind", std::string_view(VXIMConversationKindName(id.kind))).add("id", std::string_view(id.id));
+    ObjectWriter(out)
+        .add("kind", std::string_view(VXIMConversationKindName(id.kind)))
+        .add("id", std::string_view(id.id));
 }
 
 void writeStored(std::string& out, const VXIMStorePosition& position) {
@@ -21,16 +23,21 @@ void writeStored(std::string& out, const VXIMStoredMessage& message) {
     } else {
         object.add("attachmentUrl", message.message()->attachmentUrl());
     }
-    object.add("mediaType", static_cast<std::int32_t>(message.mediaType)).add("sentAtMillis", message.sentAtMillis);
-    object.add("direction", std::string_view(message.direction == VXIMStoredMessageOutgoing ? "outgoing" : "incoming"));
+    object.add("mediaType", static_cast<std::int32_t>(message.mediaType))
+        .add("sentAtMillis", message.sentAtMillis);
+    object.add(
+        "direction",
+        std::string_view(message.direction == VXIMStoredMessageOutgoing ? "outgoing" : "incoming"));
     object.add("state", std::string_view(VXIMStoredMessageStateName(message.state)))
         .add("sender", std::string_view(message.sender));
-    object.add("receiver", std::string_view(message.receiver)).add("key", message.key).add("serviceId", message.serviceId);
+    object.add("receiver", std::string_view(message.receiver))
+        .add("key", message.key)
+        .add("serviceId", message.serviceId);
     if (message.error) object.add("error", *message.error);
     object.add("attempts", message.attempts);
     if (!message.attachmentFiles.empty()) {
-        object.add("attachmentFiles",
-                   std::vector<std::string_view>(message.attachmentFiles.begin(), message.attachmentFiles.end()));
+        object.add("attachmentFiles", std::vector<std::string_view>(message.attachmentFiles.begin(),
+                                                                    message.attachmentFiles.end()));
     }
     object.add("payload", Value(message.payload));
 }
@@ -39,7 +46,8 @@ void writeStored(std::string& out, const VXIMConversation& conversation) {
     ObjectWriter object(out);
     object.add("id", Stored{conversation.id});
     if (conversation.lastMessage) object.add("lastMessage", Stored{*conversation.lastMessage});
-    object.add("unreadCount", conversation.unreadCount).add("draft", std::string_view(conversation.draft));
+    object.add("unreadCount", conversation.unreadCount)
+        .add("draft", std::string_view(conversation.draft));
 }
 
 void writeStored(std::string& out, const VXIMStoredGap& gap) {
@@ -47,12 +55,16 @@ void writeStored(std::string& out, const VXIMStoredGap& gap) {
 }
 
 void writeStored(std::string& out, const VXIMStoreDamage& damage) {
-    ObjectWriter(out).add("setAsideAs", std::string_view(damage.setAsideAs)).add("messagesSaved", damage.messagesSaved);
+    ObjectWriter(out)
+        .add("setAsideAs", std::string_view(damage.setAsideAs))
+        .add("messagesSaved", damage.messagesSaved);
 }
 
 void writeStore(std::string& out, std::int64_t number, const VXIMMessageStore& store) {
     ObjectWriter object(out);
-    object.add("store", number).add("path", std::string_view(store.path())).add("service", std::string_view(store.service()));
+    object.add("store", number)
+        .add("path", std::string_view(store.path()))
+        .add("service", std::string_view(store.service()));
     object.add("userId", std::string_view(store.userId()));
     if (const auto damage = store.damage()) object.add("damage", Stored{*damage});
 }

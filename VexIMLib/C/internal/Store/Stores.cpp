@@ -12,7 +12,9 @@ namespace vexim::c {
 
 namespace {
 
-[[noreturn]] void refuseStore(std::string description) { throw Refusal({InterfaceError::NoSuchStore, std::move(description)}); }
+[[noreturn]] void refuseStore(std::string description) {
+    throw Refusal({InterfaceError::NoSuchStore, std::move(description)});
+}
 
 template <class T>
 constexpr std::string_view kItemName = "message";
@@ -34,11 +36,12 @@ void appendItems(std::string& text, std::string_view name, const VXIMListChange<
     text += ']';
 }
 
-/// Tells of the changes of a list. Where an event was dropped because too much waits, the next one tells the whole list, as the
-/// first one does.
+/// Tells of the changes of a list. Where an event was dropped because too much waits, the next one
+/// tells the whole list, as the first one does.
 template <class T>
 auto listTeller(std::string_view name, std::int64_t observation, std::shared_ptr<Mailbox> mailbox) {
-    return [name, observation, mailbox = std::move(mailbox), whole = true](const VXIMListChange<T>& change) mutable {
+    return [name, observation, mailbox = std::move(mailbox),
+            whole = true](const VXIMListChange<T>& change) mutable {
         std::string text = begunEvent(name);
         append(text, "observation", observation);
         append(text, "whole", whole);
@@ -65,7 +68,8 @@ std::shared_ptr<Stores> Stores::of(Request& request) {
 }
 
 void Stores::open(Request& request, VXIMConversationsOptions options) {
-    auto begin = [this, self = request.shared_from_this(), client = request.sharedClient(), options = std::move(options)] {
+    auto begin = [this, self = request.shared_from_this(), client = request.sharedClient(),
+                  options = std::move(options)] {
         if (self->mailbox().isOpen(self->id())) open(self, client, options);
     };
     // The file may be ours until the store before is closed.
@@ -73,9 +77,11 @@ void Stores::open(Request& request, VXIMConversationsOptions options) {
     begin();
 }
 
-void Stores::open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& client, const VXIMConversationsOptions& options) {
+void Stores::open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& client,
+                  const VXIMConversationsOptions& options) {
     if (conversations_) {
-        return self->fail(InterfaceError::WrongArgument, "The client has a store already, or is opening one: close it first.");
+        return self->fail(InterfaceError::WrongArgument,
+                          "The client has a store already, or is opening one: close it first.");
     }
     waitsForLogin_ = options.userId.empty();
     conversations_ = VXIMConversations::conversationsWithClient(client, options);
@@ -91,10 +97,12 @@ void Stores::open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& cli
         append(text, "error", *error);
         mailbox->event(std::move(text += '}'));
     });
-    conversations_->open([weak = weak_from_this(), held = std::weak_ptr(conversations_), self](bool opened, const ErrorPtr& error) {
+    conversations_->open([weak = weak_from_this(), held = std::weak_ptr(conversations_), self](
+                             bool opened, const ErrorPtr& error) {
         const auto stores = weak.lock();
         const auto conversations = held.lock();
-        if (!stores || !conversations || stores->conversations_ != conversations) return;  // closed meanwhile
+        // closed meanwhile
+        if (!stores || !conversations || stores->conversations_ != conversations) return;
         if (!opened) {
             stores->conversations_ = nullptr;
             return self->fail(errorBody(*error));
@@ -107,24 +115,28 @@ void Stores::open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& cli
 }
 
 void Stores::open(Request& request, VXIMMessageStoreOptions options) {
-    VXIMMessageStore::open(std::move(options), [weak = weak_from_this(), self = request.shared_from_this()](
-                                                   const std::shared_ptr<VXIMMessageStore>& store, const ErrorPtr& error) {
-        if (!store) return self->fail(errorBody(*error));
-        const auto stores = weak.lock();
-        // Who has given up waiting does not know its number.
-        if (!stores || !self->mailbox().isOpen(self->id())) return;
-        std::string result;
-        writeStore(result, stores->keep(store), *store);
-        self->succeed(result);
-    });
+    VXIMMessageStore::open(
+        std::move(options),
+        [weak = weak_from_this(), self = request.shared_from_this()](
+            const std::shared_ptr<VXIMMessageStore>& store, const ErrorPtr& error) {
+            if (!store) return self->fail(errorBody(*error));
+            const auto stores = weak.lock();
+            // Who has given up waiting does not know its number.
+            if (!stores || !self->mailbox().isOpen(self->id())) return;
+            std::string result;
+            writeStore(result, stores->keep(store), *store);
+            self->succeed(result);
+        });
 }
 
 void Stores::close(Request& request) {
-    const bool isOwn = request.value("store").isNil() || request.value("store").longLongValue() == own_;
+    const bool isOwn =
+        request.value("store").isNil() || request.value("store").longLongValue() == own_;
     if (isOwn && conversations_ && own_ == 0) return closeBeforeOpen(request);
     const std::int64_t number = numberOf(request);
     const auto closed = stores_.extract(number);
-    std::erase_if(observations_, [number](const auto& each) { return each.second.store == number; });
+    std::erase_if(observations_,
+                  [number](const auto& each) { return each.second.store == number; });
     if (isOwn) {
         conversations_ = nullptr;
         own_ = 0;
@@ -161,11 +173,15 @@ std::int64_t Stores::numberOf(const Request& request) const {
     const Value& given = request.value("store");
     const std::int64_t number = given.isNil() ? own_ : given.longLongValue();
     if (stores_.contains(number)) return number;
-    refuseStore(given.isNil() ? "The client has no open store: VXIMConversations.open opens one."
-                              : "There is no store of this number: it was closed, or not opened by this client.");
+    refuseStore(
+        given.isNil()
+            ? "The client has no open store: VXIMConversations.open opens one."
+            : "There is no store of this number: it was closed, or not opened by this client.");
 }
 
-VXIMMessageStore& Stores::store(const Request& request) const { return *stores_.at(numberOf(request)); }
+VXIMMessageStore& Stores::store(const Request& request) const {
+    return *stores_.at(numberOf(request));
+}
 
 std::int64_t Stores::keep(std::shared_ptr<VXIMMessageStore> store) {
     stores_.emplace(++last_, std::move(store));
@@ -175,7 +191,8 @@ std::int64_t Stores::keep(std::shared_ptr<VXIMMessageStore> store) {
 VXIMStoreObservation& Stores::observation(const Request& request) const {
     const auto found = observations_.find(request.value("observation").longLongValue());
     if (found == observations_.end())
-        refuseStore("There is no observation of this number: it was released, or its store was closed.");
+        refuseStore(
+            "There is no observation of this number: it was released, or its store was closed.");
     return *found->second.held;
 }
 
@@ -189,15 +206,17 @@ void Stores::observe(Request& request, const Observe& observe) {
 
 void Stores::observeConversations(Request& request) {
     observe(request, [&](VXIMMessageStore& store, std::int64_t number) {
-        return store.observeConversations(request.int32("limit", 0),
-                                          listTeller<VXIMConversation>("observedConversationsDidChange", number, mailbox_));
+        return store.observeConversations(
+            request.int32("limit", 0),
+            listTeller<VXIMConversation>("observedConversationsDidChange", number, mailbox_));
     });
 }
 
 void Stores::observeMessages(Request& request, VXIMConversationId id) {
     observe(request, [&](VXIMMessageStore& store, std::int64_t number) {
-        return store.observeMessages(std::move(id), request.int32("limit", 0),
-                                     listTeller<VXIMStoredMessage>("observedMessagesDidChange", number, mailbox_));
+        return store.observeMessages(
+            std::move(id), request.int32("limit", 0),
+            listTeller<VXIMStoredMessage>("observedMessagesDidChange", number, mailbox_));
     });
 }
 

@@ -12,7 +12,8 @@
 
 namespace vexim::c {
 
-/// The stores of one client, and what observes them. Each has a number that is never used again. Main thread.
+/// The stores of one client, and what observes them. Each has a number that is never used again.
+/// Main thread.
 class Stores final : public StoreSeat, public std::enable_shared_from_this<Stores> {
 public:
     /// Those of the request's client; made at the first call.
@@ -49,7 +50,8 @@ private:
         std::shared_ptr<VXIMStoreObservation> held;
     };
 
-    void open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& client, const VXIMConversationsOptions& options);
+    void open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& client,
+              const VXIMConversationsOptions& options);
     /// Answers, and lets go on who waits for the end of it.
     VXIMBooleanCompletion closing(Request& request);
     void closeBeforeOpen(Request& request);
@@ -61,7 +63,8 @@ private:
     const std::shared_ptr<Mailbox> mailbox_;
     std::shared_ptr<VXIMConversations> conversations_;  // nullptr: none was opened
     bool waitsForLogin_ = false;                        // before it opens
-    std::int64_t own_ = 0;                              // the number of its store, once that is open
+    // the number of its store, once that is open
+    std::int64_t own_ = 0;
     std::map<std::int64_t, std::shared_ptr<VXIMMessageStore>> stores_;
     std::map<std::int64_t, Observation> observations_;
     std::int64_t last_ = 0;

@@ -13,28 +13,36 @@ namespace {
 bool canBeMeant(const Value& value) noexcept { return value.isString() || value.isNumber(); }
 
 /// Spreads numbers, of which only the upper bits may differ.
-std::size_t mix(std::uint64_t number) noexcept { return static_cast<std::size_t>((number * 0x9E3779B97F4A7C15) >> 32); }
+std::size_t mix(std::uint64_t number) noexcept {
+    return static_cast<std::size_t>((number * 0x9E3779B97F4A7C15) >> 32);
+}
 
 std::size_t hashOf(const Value& value) noexcept {
     if (const auto text = value.asStringView()) return hashOfKey(*text);
-    if (value.kind() == Value::Kind::Integer) return mix(static_cast<std::uint64_t>(value.integer()));
+    if (value.kind() == Value::Kind::Integer)
+        return mix(static_cast<std::uint64_t>(value.integer()));
     return mix(std::hash<double>()(value.doubleValue()));
 }
 
-std::size_t hashOfAddress(const void* address) noexcept { return mix(reinterpret_cast<std::uintptr_t>(address)); }
+std::size_t hashOfAddress(const void* address) noexcept {
+    return mix(reinterpret_cast<std::uintptr_t>(address));
+}
 
 /// The bits of the kind's names that are `name`; an empty one is all of them.
 std::uint8_t bitsOf(const EmbeddedObserver::Kind& kind, std::string_view name) noexcept {
     std::uint8_t bits = 0;
     for (std::size_t i = 0; i < kind.names.size(); ++i) {
-        if (name.empty() || kind.names[i] == name) bits = static_cast<std::uint8_t>(bits | (1U << i));
+        if (name.empty() || kind.names[i] == name)
+            bits = static_cast<std::uint8_t>(bits | (1U << i));
     }
     return bits;
 }
 
 }  // namespace
 
-std::size_t EmbeddedObservers::addressHash(const EmbeddedObserver& observer) noexcept { return hashOfAddress(observer.object_); }
+std::size_t EmbeddedObservers::addressHash(const EmbeddedObserver& observer) noexcept {
+    return hashOfAddress(observer.object_);
+}
 
 void EmbeddedObserver::join(const Kind& kind, Object& object, const Value& value) {
     if (kind_ != nullptr) leave();
@@ -94,12 +102,14 @@ void EmbeddedObservers::remove(EmbeddedObserver& observer) noexcept {
 
 void EmbeddedObservers::silence(const void* identity, std::string_view name) noexcept {
     settle();
-    for (auto* each = byAddress_.chain(hashOfAddress(identity)); each != nullptr; each = each->byAddress_.next) {
+    for (auto* each = byAddress_.chain(hashOfAddress(identity)); each != nullptr;
+         each = each->byAddress_.next) {
         if (each->object_ == identity) each->silenced_ |= bitsOf(*each->kind_, name);
     }
 }
 
-std::vector<EmbeddedObservers::Listener> EmbeddedObservers::listeners(const Notification& notification) {
+std::vector<EmbeddedObservers::Listener> EmbeddedObservers::listeners(
+    const Notification& notification) {
     std::vector<Listener> found;
     if (!notification.userInfo) return found;
     for (const auto* kind : kinds_) {
@@ -110,7 +120,9 @@ std::vector<EmbeddedObservers::Listener> EmbeddedObservers::listeners(const Noti
         const std::uint8_t name = bitsOf(*kind, notification.name);
         const std::size_t hash = hashOf(value);
         for (auto* each = byValue_.chain(hash); each != nullptr; each = each->byValue_.next) {
-            if (each->hash_ != hash || each->kind_ != kind || (each->silenced_ & name) != 0 || !(*each->value_ == value)) continue;
+            if (each->hash_ != hash || each->kind_ != kind || (each->silenced_ & name) != 0 ||
+                !(*each->value_ == value))
+                continue;
             // Also where its destructor waits for the lock: then there is nothing to hold on to.
             found.push_back({each->number_, each->object_->weak_from_this(), each, name});
         }

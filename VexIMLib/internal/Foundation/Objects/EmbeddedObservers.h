@@ -12,10 +12,11 @@
 
 namespace vexim::detail {
 
-/// A notification centre's table of the observers that bring their own entries. To be called with the centre's lock.
+/// A notification centre's table of the observers that bring their own entries. To be called with
+/// the centre's lock.
 ///
-/// The newest wait in a chain of their own until they are searched for or are many: most live for one call of a delegate, and
-/// need no hashing at all.
+/// The newest wait in a chain of their own until they are searched for or are many: most live for
+/// one call of a delegate, and need no hashing at all.
 class EmbeddedObservers {
 public:
     /// One that is to hear a notification, if it still lives by then.
@@ -31,8 +32,8 @@ public:
 
     void add(EmbeddedObserver& observer, std::uint64_t number);
     void remove(EmbeddedObserver& observer) noexcept;
-    /// For an application that removes an observer: the one in the object at `identity`, if any, hears that name no more, or
-    /// when it is empty, nothing.
+    /// For an application that removes an observer: the one in the object at `identity`, if any,
+    /// hears that name no more, or when it is empty, nothing.
     void silence(const void* identity, std::string_view name) noexcept;
     /// Those that are to hear the notification, by number.
     std::vector<Listener> listeners(const Notification& notification);
@@ -94,11 +95,14 @@ private:
     /// Brings the newest into their places, for which there is room.
     void settle() noexcept;
 
-    static std::size_t valueHash(const EmbeddedObserver& observer) noexcept { return observer.hash_; }
+    static std::size_t valueHash(const EmbeddedObserver& observer) noexcept {
+        return observer.hash_;
+    }
     static std::size_t addressHash(const EmbeddedObserver& observer) noexcept;
 
     std::vector<const EmbeddedObserver::Kind*> kinds_;  // that have ever joined
-    EmbeddedObserver* newest_ = nullptr;                // chained by `byValue_`; their `byAddress_` is not set
+    // chained by `byValue_`; their `byAddress_` is not set
+    EmbeddedObserver* newest_ = nullptr;
     std::size_t newCount_ = 0;
     Chains<&EmbeddedObserver::byValue_, &valueHash> byValue_;
     Chains<&EmbeddedObserver::byAddress_, &addressHash> byAddress_;

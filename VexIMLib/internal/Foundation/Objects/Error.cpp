@@ -18,7 +18,8 @@ ErrorPtr Error::make(std::string domain, std::int64_t code, Value userInfo) {
 }
 
 ErrorPtr Error::withDescription(std::string domain, std::int64_t code, std::string description) {
-    return make(std::move(domain), code, Dictionary{{kLocalizedDescriptionKey, std::move(description)}});
+    return make(std::move(domain), code,
+                Dictionary{{kLocalizedDescriptionKey, std::move(description)}});
 }
 
 bool Error::initialise(std::string domain, std::int64_t code, Value userInfo) {
@@ -31,18 +32,21 @@ bool Error::initialise(std::string domain, std::int64_t code, Value userInfo) {
 std::string Error::localizedDescription() const {
     if (auto text = userInfo_.get(kLocalizedDescriptionKey).asString()) return *text;
     if (auto text = userInfo_.get("errorMessage").asString()) return *text;  // how services say it
-    return "The operation couldn’t be completed. (" + domain_ + " error " + std::to_string(code_) + ".)";
+    return "The operation couldn’t be completed. (" + domain_ + " error " + std::to_string(code_) +
+           ".)";
 }
 
 ErrorPtr Error::underlyingError() const { return userInfo_.get(kUnderlyingErrorKey).as<Error>(); }
 
 std::string Error::description() const {
-    return "Error Domain=" + domain_ + " Code=" + std::to_string(code_) + " \"" + localizedDescription() + "\"";
+    return "Error Domain=" + domain_ + " Code=" + std::to_string(code_) + " \"" +
+           localizedDescription() + "\"";
 }
 
 bool Error::isEqual(const Object& other) const {
     const auto* error = dynamic_cast<const Error*>(&other);
-    return error && code_ == error->code_ && domain_ == error->domain_ && userInfo_ == error->userInfo_;
+    return error && code_ == error->code_ && domain_ == error->domain_ &&
+           userInfo_ == error->userInfo_;
 }
 
 }  // namespace vexim

@@ -4,7 +4,8 @@
 
 namespace vexim {
 
-std::optional<Image> Image::fromPixels(std::uint32_t width, std::uint32_t height, std::vector<std::uint8_t> pixels) {
+std::optional<Image> Image::fromPixels(std::uint32_t width, std::uint32_t height,
+                                       std::vector<std::uint8_t> pixels) {
     constexpr std::uint32_t kMaxSide = 65535;
     if (width == 0 || height == 0 || width > kMaxSide || height > kMaxSide) return std::nullopt;
     if (pixels.size() != std::size_t{width} * height * 4) return std::nullopt;

@@ -10,17 +10,20 @@ namespace {
 
 using Registrations = std::vector<std::shared_ptr<KeyValueObservers::Registration>>;
 
-// Moves those that `isGone` names into `removed`, whose owner destroys them once the lock is released.
+// Moves those that `isGone` names into `removed`, whose owner destroys them once the lock is
+// released.
 template <class Predicate>
 void extract(Registrations& registrations, Registrations& removed, Predicate isGone) {
-    auto kept = std::stable_partition(registrations.begin(), registrations.end(), [&](const auto& each) { return !isGone(*each); });
+    auto kept = std::stable_partition(registrations.begin(), registrations.end(),
+                                      [&](const auto& each) { return !isGone(*each); });
     removed.assign(std::make_move_iterator(kept), std::make_move_iterator(registrations.end()));
     registrations.erase(kept, registrations.end());
 }
 
 }  // namespace
 
-void KeyValueObservers::add(const std::shared_ptr<void>& observer, std::string key, Object::ChangeHandler handler) {
+void KeyValueObservers::add(const std::shared_ptr<void>& observer, std::string key,
+                            Object::ChangeHandler handler) {
     auto added = std::make_shared<Registration>();
     added->observer = observer;
     added->identity = observer.get();
@@ -28,14 +31,16 @@ void KeyValueObservers::add(const std::shared_ptr<void>& observer, std::string k
     added->handler = std::move(handler);
     Registrations expired;
     MutexLock lock(mutex_);
-    extract(registrations_, expired, [](const Registration& each) { return each.observer.expired(); });
+    extract(registrations_, expired,
+            [](const Registration& each) { return each.observer.expired(); });
     registrations_.push_back(std::move(added));
 }
 
 void KeyValueObservers::remove(const void* observer, std::string_view key) {
     Registrations removed;
     MutexLock lock(mutex_);
-    extract(registrations_, removed, [&](const Registration& each) { return each.identity == observer && each.key == key; });
+    extract(registrations_, removed,
+            [&](const Registration& each) { return each.identity == observer && each.key == key; });
     for (auto& each : removed) each->isRemoved = true;
 }
 

@@ -12,7 +12,8 @@ namespace vexim::detail {
 
 namespace {
 
-constexpr std::int64_t kCorruptArchive = 4864;  // the platform's code for what cannot be read from a coder
+// the platform's code for what cannot be read from a coder
+constexpr std::int64_t kCorruptArchive = 4864;
 constexpr const char* kClass = "class";
 constexpr const char* kValues = "values";
 

@@ -71,7 +71,8 @@ struct NotificationCenter::Impl {
 
     /// Moves those of one observer's registrations that `which` picks into `removed`.
     template <class Which>
-    void extract(Ordered& own, Which which, std::vector<RegistrationPtr>& removed) VEXIM_REQUIRES(mutex) {
+    void extract(Ordered& own, Which which, std::vector<RegistrationPtr>& removed)
+        VEXIM_REQUIRES(mutex) {
         for (auto next = own.begin(); next != own.end();) {
             if (!which(*next->second)) {
                 ++next;
@@ -85,7 +86,8 @@ struct NotificationCenter::Impl {
         }
     }
 
-    /// Removes the observer's registrations that `which` picks; their handlers are destroyed without the lock.
+    /// Removes the observer's registrations that `which` picks; their handlers are destroyed
+    /// without the lock.
     template <class Which>
     void remove(const void* identity, Which which) {
         std::vector<RegistrationPtr> removed;
@@ -101,12 +103,13 @@ struct NotificationCenter::Impl {
         embedded.silence(identity, name);
     }
 
-    /// Drops what observers left behind that went without a word and are not posted to. Done whenever the registrations have
-    /// doubled, it costs each of them a constant.
+    /// Drops what observers left behind that went without a word and are not posted to. Done
+    /// whenever the registrations have doubled, it costs each of them a constant.
     void sweep(std::vector<RegistrationPtr>& removed) VEXIM_REQUIRES(mutex) {
         for (auto next = byObserver.begin(); next != byObserver.end();) {
             extract(
-                next->second, [](const Registration& each) { return each.observer.expired(); }, removed);
+                next->second, [](const Registration& each) { return each.observer.expired(); },
+                removed);
             next = next->second.empty() ? byObserver.erase(next) : std::next(next);
         }
         nextSweep = std::max(kFirstSweep, count * 2);
@@ -124,7 +127,8 @@ struct NotificationCenter::Impl {
         auto& registrations = found.registrations;
         const auto take = [&](const Ordered& those) {
             for (const auto& [number, registration] : those) {
-                if (registration->sender == nullptr || registration->sender == notification.object.get()) {
+                if (registration->sender == nullptr ||
+                    registration->sender == notification.object.get()) {
                     registrations.push_back(registration);
                 }
             }
@@ -132,8 +136,10 @@ struct NotificationCenter::Impl {
         MutexLock lock(mutex);
         take(anyName);
         const auto middle = static_cast<std::ptrdiff_t>(registrations.size());
-        if (const auto named = byName.find(notification.name); named != byName.end()) take(named->second);
-        std::inplace_merge(registrations.begin(), registrations.begin() + middle, registrations.end(),
+        if (const auto named = byName.find(notification.name); named != byName.end())
+            take(named->second);
+        std::inplace_merge(registrations.begin(), registrations.begin() + middle,
+                           registrations.end(),
                            [](const auto& a, const auto& b) { return a->number < b->number; });
         found.embedded = embedded.listeners(notification);
     }
@@ -143,22 +149,25 @@ struct NotificationCenter::Impl {
         if (const auto observer = registration.observer.lock()) {
             if (registration.handler) registration.handler(notification);
         } else {
-            // Its owner went without a word. Its address may be another observer's by now, so only this one goes.
-            remove(registration.identity, [&](const Registration& other) { return &other == &registration; });
+            // Its owner went without a word. Its address may be another observer's by now, so only
+            // this one goes.
+            remove(registration.identity,
+                   [&](const Registration& other) { return &other == &registration; });
         }
     }
 };
 
 NotificationCenter& NotificationCenter::defaultCenter() {
-    static NotificationCenter& center = *new NotificationCenter;  // observers of static life remove themselves at exit
+    // observers of static life remove themselves at exit
+    static NotificationCenter& center = *new NotificationCenter;
     return center;
 }
 
 NotificationCenter::NotificationCenter() : impl_(std::make_unique<Impl>()) {}
 NotificationCenter::~NotificationCenter() = default;
 
-void NotificationCenter::addObserver(const std::shared_ptr<void>& observer, std::string name, const Object* sender,
-                                     Handler handler) {
+void NotificationCenter::addObserver(const std::shared_ptr<void>& observer, std::string name,
+                                     const Object* sender, Handler handler) {
     auto registration = std::make_shared<Registration>();
     registration->observer = observer;
     registration->identity = observer.get();
@@ -174,7 +183,8 @@ void NotificationCenter::removeObserver(const void* observer) {
 }
 
 void NotificationCenter::removeObserver(const void* observer, std::string_view name) {
-    impl_->remove(observer, [name](const Registration& registration) { return registration.name == name; });
+    impl_->remove(observer,
+                  [name](const Registration& registration) { return registration.name == name; });
     if (!name.empty()) impl_->silence(observer, name);
 }
 
@@ -193,13 +203,15 @@ void NotificationCenter::post(const Notification& notification) {
     impl_->find(notification, listeners);
     auto next = listeners.embedded.begin();
     for (const auto& registration : listeners.registrations) {
-        while (next != listeners.embedded.end() && next->number < registration->number) (next++)->hear(notification);
+        while (next != listeners.embedded.end() && next->number < registration->number)
+            (next++)->hear(notification);
         impl_->call(*registration, notification);
     }
     while (next != listeners.embedded.end()) (next++)->hear(notification);
 }
 
-void NotificationCenter::post(std::string name, std::shared_ptr<Object> object, std::optional<Dictionary> userInfo) {
+void NotificationCenter::post(std::string name, std::shared_ptr<Object> object,
+                              std::optional<Dictionary> userInfo) {
     post(Notification{std::move(name), std::move(object), std::move(userInfo)});
 }
 

@@ -24,22 +24,26 @@ std::shared_ptr<Object> Object::copy() const { doesNotRecognizeSelector("copyWit
 
 Value Object::valueForKey(std::string_view) const { return {}; }
 
-void Object::addObserver(const std::shared_ptr<void>& observer, std::string key, ChangeHandler handler) {
+void Object::addObserver(const std::shared_ptr<void>& observer, std::string key,
+                         ChangeHandler handler) {
     auto* observers = observers_.load(std::memory_order_acquire);
     if (!observers) {
         auto fresh = std::make_unique<detail::KeyValueObservers>();
         // Another thread may be first; then its list is the one.
-        if (observers_.compare_exchange_strong(observers, fresh.get(), std::memory_order_acq_rel)) observers = fresh.release();
+        if (observers_.compare_exchange_strong(observers, fresh.get(), std::memory_order_acq_rel))
+            observers = fresh.release();
     }
     observers->add(observer, std::move(key), std::move(handler));
 }
 
 void Object::removeObserver(const void* observer, std::string_view key) {
-    if (auto* observers = observers_.load(std::memory_order_acquire)) observers->remove(observer, key);
+    if (auto* observers = observers_.load(std::memory_order_acquire))
+        observers->remove(observer, key);
 }
 
 void Object::willChangeValueForKey(std::string_view) {
-    // Observers hear of a change once it is made, with the new value only; the announcement asks nothing of the object.
+    // Observers hear of a change once it is made, with the new value only; the announcement asks
+    // nothing of the object.
 }
 
 void Object::didChangeValueForKey(std::string_view key) {
@@ -51,7 +55,8 @@ void Object::didChangeValueForKey(std::string_view key) {
     const KeyValueChange change{std::string(key), valueForKey(key)};
     for (const auto& registration : registrations) {
         auto observer = registration->observer.lock();  // kept while it is called
-        if (observer && !registration->isRemoved && registration->handler) registration->handler(*this, change);
+        if (observer && !registration->isRemoved && registration->handler)
+            registration->handler(*this, change);
     }
 }
 

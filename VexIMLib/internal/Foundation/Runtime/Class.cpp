@@ -16,7 +16,8 @@ void claimName(const std::string& name) {
     static auto& names = *new std::unordered_set<std::string>;
     MutexLock lock(mutex);
     if (!names.insert(name).second)
-        throw Exception(kInternalInconsistencyException, "There is already a class named " + name + ".");
+        throw Exception(kInternalInconsistencyException,
+                        "There is already a class named " + name + ".");
 }
 
 }  // namespace
@@ -26,22 +27,27 @@ Method::Method(Selector name, std::string_view types, Implementation body)
       signature(MethodSignature::signatureWithObjCTypes(types)),
       implementation(body) {}
 
-const Class& Class::declare(std::string name, const Class* superclass, std::vector<Property> properties,
-                            std::vector<InstanceVariableDeclaration> instanceVariables, std::vector<Method> methods) {
+const Class& Class::declare(std::string name, const Class* superclass,
+                            std::vector<Property> properties,
+                            std::vector<InstanceVariableDeclaration> instanceVariables,
+                            std::vector<Method> methods) {
     claimName(name);
     // Never destroyed: objects and caches may use it until the process is gone.
-    return *new Class(std::move(name), superclass, std::move(properties), std::move(instanceVariables), std::move(methods));
+    return *new Class(std::move(name), superclass, std::move(properties),
+                      std::move(instanceVariables), std::move(methods));
 }
 
 Class::Class(std::string name, const Class* superclass, std::vector<Property> properties,
-             std::vector<InstanceVariableDeclaration> instanceVariables, std::vector<Method> methods)
+             std::vector<InstanceVariableDeclaration> instanceVariables,
+             std::vector<Method> methods)
     : name_(std::move(name)),
       superclass_(superclass),
       properties_(std::move(properties)),
       methods_(std::move(methods)),
       instanceSlotCount_(superclass ? superclass->instanceSlotCount_ : 0) {
     for (auto& [variable, encoding] : instanceVariables) {
-        instanceVariables_.push_back(InstanceVariable(std::move(variable), std::move(encoding), instanceSlotCount_));
+        instanceVariables_.push_back(
+            InstanceVariable(std::move(variable), std::move(encoding), instanceSlotCount_));
         instanceSlotCount_ += instanceVariables_.back().slotCount();
     }
 }

@@ -10,13 +10,16 @@
 
 namespace vexim {
 
-static_assert(sizeof(Value) <= InstanceVariable::kSlotSize && alignof(Value) <= InstanceVariable::kSlotSize);
+static_assert(sizeof(Value) <= InstanceVariable::kSlotSize &&
+              alignof(Value) <= InstanceVariable::kSlotSize);
 
-InstanceVariable::InstanceVariable(std::string name, std::string typeEncoding, std::size_t firstSlot)
+InstanceVariable::InstanceVariable(std::string name, std::string typeEncoding,
+                                   std::size_t firstSlot)
     : name_(std::move(name)),
       typeEncoding_(std::move(typeEncoding)),
       firstSlot_(firstSlot),
-      slotCount_(std::max<std::size_t>(1, (readType(typeEncoding_).size + kSlotSize - 1) / kSlotSize)) {}
+      slotCount_(
+          std::max<std::size_t>(1, (readType(typeEncoding_).size + kSlotSize - 1) / kSlotSize)) {}
 
 InstanceStorage::InstanceStorage(const Class& cls)
     : slotCount_(cls.instanceSlotCount()),
@@ -28,7 +31,8 @@ InstanceStorage::~InstanceStorage() {
 }
 
 Value* InstanceStorage::objectAt(std::size_t slot) const {
-    return holdsObject_[slot] ? std::launder(reinterpret_cast<Value*>(slots_[slot].bytes)) : nullptr;
+    return holdsObject_[slot] ? std::launder(reinterpret_cast<Value*>(slots_[slot].bytes))
+                              : nullptr;
 }
 
 void InstanceStorage::dropObject(std::size_t slot) {
@@ -50,13 +54,17 @@ void InstanceStorage::setObject(const InstanceVariable& variable, Value object) 
     holdsObject_[variable.firstSlot_] = true;
 }
 
-void InstanceStorage::copyBytes(const InstanceVariable& variable, void* bytes, std::size_t size) const {
-    std::memcpy(bytes, &slots_[variable.firstSlot_], std::min(size, variable.slotCount_ * InstanceVariable::kSlotSize));
+void InstanceStorage::copyBytes(const InstanceVariable& variable, void* bytes,
+                                std::size_t size) const {
+    std::memcpy(bytes, &slots_[variable.firstSlot_],
+                std::min(size, variable.slotCount_ * InstanceVariable::kSlotSize));
 }
 
-void InstanceStorage::setBytes(const InstanceVariable& variable, const void* bytes, std::size_t size) {
+void InstanceStorage::setBytes(const InstanceVariable& variable, const void* bytes,
+                               std::size_t size) {
     dropObject(variable.firstSlot_);
-    std::memcpy(&slots_[variable.firstSlot_], bytes, std::min(size, variable.slotCount_ * InstanceVariable::kSlotSize));
+    std::memcpy(&slots_[variable.firstSlot_], bytes,
+                std::min(size, variable.slotCount_ * InstanceVariable::kSlotSize));
 }
 
 }  // namespace vexim

@@ -14,13 +14,15 @@ namespace {
 constexpr std::size_t kFirstOwnArgument = 2;  // after the receiver and the selector
 
 const MethodSignature& demand(const std::shared_ptr<const MethodSignature>& signature) {
-    if (!signature) throw Exception(kInvalidArgumentException, "an invocation needs a method signature");
+    if (!signature)
+        throw Exception(kInvalidArgumentException, "an invocation needs a method signature");
     return *signature;
 }
 
 }  // namespace
 
-Invocation::Invocation(std::shared_ptr<const MethodSignature> signature, Object& target, Selector selector)
+Invocation::Invocation(std::shared_ptr<const MethodSignature> signature, Object& target,
+                       Selector selector)
     : Invocation(demand(signature), target, selector) {
     heldSignature_ = std::move(signature);
 }
@@ -40,7 +42,8 @@ Invocation::Invocation(const MethodSignature& signature, Object& target, Selecto
         if (slot.isObject) new (frame_ + slot.offset) Value();
     };
     makeNil(signature.result_);
-    for (std::size_t i = kFirstOwnArgument; i < signature.arguments_.size(); ++i) makeNil(signature.arguments_[i]);
+    for (std::size_t i = kFirstOwnArgument; i < signature.arguments_.size(); ++i)
+        makeNil(signature.arguments_[i]);
 }
 
 Invocation::~Invocation() {
@@ -48,7 +51,8 @@ Invocation::~Invocation() {
         if (slot.isObject) std::destroy_at(object(slot));
     };
     release(signature_.result_);
-    for (std::size_t i = kFirstOwnArgument; i < signature_.arguments_.size(); ++i) release(signature_.arguments_[i]);
+    for (std::size_t i = kFirstOwnArgument; i < signature_.arguments_.size(); ++i)
+        release(signature_.arguments_[i]);
 }
 
 Value* Invocation::object(const MethodSignature::Slot& slot) const {
@@ -57,7 +61,8 @@ Value* Invocation::object(const MethodSignature::Slot& slot) const {
 
 const MethodSignature::Slot& Invocation::ownArgument(std::size_t index) const {
     if (index < kFirstOwnArgument) {
-        throw Exception(kInvalidArgumentException, "an invocation's receiver and selector are not arguments to set or get");
+        throw Exception(kInvalidArgumentException,
+                        "an invocation's receiver and selector are not arguments to set or get");
     }
     return signature_.argument(index);
 }
@@ -78,16 +83,23 @@ void Invocation::copyOut(const MethodSignature::Slot& slot, void* to) const {
     }
 }
 
-void Invocation::setArgument(const void* location, std::size_t index) { copyIn(ownArgument(index), location); }
-void Invocation::getArgument(void* location, std::size_t index) const { copyOut(ownArgument(index), location); }
+void Invocation::setArgument(const void* location, std::size_t index) {
+    copyIn(ownArgument(index), location);
+}
+void Invocation::getArgument(void* location, std::size_t index) const {
+    copyOut(ownArgument(index), location);
+}
 void Invocation::setReturnValue(const void* location) { copyIn(signature_.result_, location); }
 void Invocation::getReturnValue(void* location) const { copyOut(signature_.result_, location); }
 
 void Invocation::invoke() {
     if (const Method* method = target_.runtimeClass().method(selector_)) {
-        // A method reads its arguments as its own types say, so an invocation of other types would hand it wrong bytes.
+        // A method reads its arguments as its own types say, so an invocation of other types would
+        // hand it wrong bytes.
         if (!(*method->signature == signature_)) {
-            throw Exception(kInvalidArgumentException, "the invocation's types are not those of the method " + selector_.text());
+            throw Exception(
+                kInvalidArgumentException,
+                "the invocation's types are not those of the method " + selector_.text());
         }
         return method->implementation(target_, *this);
     }

@@ -21,8 +21,9 @@ void setBoxedArgument(Invocation& invocation, const Value& value, std::size_t in
     if (value.isNilOrNull()) return;  // arguments are 0 at first
     alignas(kLargestScalar) std::byte scalar[kLargestScalar] = {};
     if (!unboxScalar(value, type.text, scalar)) {
-        throw Exception(kInvalidArgumentException, "argument " + value.description() + " of " + invocation.selector().text() +
-                                                       " cannot be passed as type " + std::string(type.text));
+        throw Exception(kInvalidArgumentException,
+                        "argument " + value.description() + " of " + invocation.selector().text() +
+                            " cannot be passed as type " + std::string(type.text));
     }
     invocation.setArgument(scalar, index);
 }
@@ -37,8 +38,9 @@ Value boxedReturnValue(const Invocation& invocation) {
         if (type.size <= sizeof scalar) invocation.getReturnValue(scalar);
         if (type.size <= sizeof scalar) result = boxScalar(type.text, scalar);
         if (result.isNil()) {
-            throw Exception(kInvalidArgumentException, "the result of " + invocation.selector().text() + ", of type " +
-                                                           std::string(type.text) + ", has no boxed form");
+            throw Exception(kInvalidArgumentException,
+                            "the result of " + invocation.selector().text() + ", of type " +
+                                std::string(type.text) + ", has no boxed form");
         }
     }
     return result;
@@ -48,25 +50,32 @@ Value boxedReturnValue(const Invocation& invocation) {
 
 const Class& Object::staticClass() {
     static const Class& cls =
-        Class::declare("Object", nullptr, {}, {}, {{"description", "@@:", [](Object& self, Invocation& invocation) {
-                                                        const Value text = self.description();
-                                                        invocation.setReturnValue(&text);
-                                                    }}});
+        Class::declare("Object", nullptr, {}, {},
+                       {{"description", "@@:", [](Object& self, Invocation& invocation) {
+                             const Value text = self.description();
+                             invocation.setReturnValue(&text);
+                         }}});
     return cls;
 }
 
 const Class& Object::runtimeClass() const { return staticClass(); }
 
-bool Object::isKindOfClass(const Class& cls) const noexcept { return runtimeClass().isSubclassOf(cls); }
+bool Object::isKindOfClass(const Class& cls) const noexcept {
+    return runtimeClass().isSubclassOf(cls);
+}
 
-bool Object::respondsToSelector(Selector selector) const noexcept { return runtimeClass().instancesRespondToSelector(selector); }
+bool Object::respondsToSelector(Selector selector) const noexcept {
+    return runtimeClass().instancesRespondToSelector(selector);
+}
 
 std::shared_ptr<const MethodSignature> Object::methodSignatureForSelector(Selector selector) const {
     const Method* method = runtimeClass().method(selector);
     return method ? method->signature : nullptr;
 }
 
-void Object::forwardInvocation(Invocation& invocation) { doesNotRecognizeSelector(invocation.selector()); }
+void Object::forwardInvocation(Invocation& invocation) {
+    doesNotRecognizeSelector(invocation.selector());
+}
 
 Value Object::perform(Selector selector, std::initializer_list<Value> arguments) {
     const auto signature = methodSignatureForSelector(selector);
@@ -85,7 +94,8 @@ void Object::doesNotRecognizeSelector(Selector selector) const {
     char address[2 + 2 * sizeof(void*) + 1];
     std::snprintf(address, sizeof address, "%p", static_cast<const void*>(this));
     throw Exception(kInvalidArgumentException,
-                    "-[" + runtimeClass().name() + " " + selector.text() + "]: unrecognized selector sent to instance " + address);
+                    "-[" + runtimeClass().name() + " " + selector.text() +
+                        "]: unrecognized selector sent to instance " + address);
 }
 
 }  // namespace vexim

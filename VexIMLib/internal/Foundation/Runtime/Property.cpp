@@ -14,7 +14,8 @@ std::vector<PropertyAttribute> splitAttributes(std::string_view attributes) {
         const auto comma = attributes.find(',');
         const auto piece = attributes.substr(0, comma);
         attributes.remove_prefix(comma == std::string_view::npos ? attributes.size() : comma + 1);
-        if (!piece.empty()) list.push_back({std::string(piece.substr(0, 1)), std::string(piece.substr(1))});
+        if (!piece.empty())
+            list.push_back({std::string(piece.substr(0, 1)), std::string(piece.substr(1))});
     }
     return list;
 }
@@ -30,7 +31,8 @@ Character firstCharacter(std::string_view text) {
     const std::size_t size = lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     if (size == 1 || size > text.size()) return {lead < 0x80 ? lead : U'\0', 1};
     char32_t codePoint = lead & (0x7FU >> size);
-    for (const char byte : text.substr(1, size - 1)) codePoint = (codePoint << 6) | (static_cast<unsigned char>(byte) & 0x3FU);
+    for (const char byte : text.substr(1, size - 1))
+        codePoint = (codePoint << 6) | (static_cast<unsigned char>(byte) & 0x3FU);
     return {codePoint, size};
 }
 
@@ -42,15 +44,19 @@ std::string encodeUTF8(char32_t c) {
     return {static_cast<char>(0xF0 | (c >> 18)), tail(12), tail(6), tail(0)};
 }
 
-/// The text with its first character in upper case, as full case mapping has it: one letter may become two.
+/// The text with its first character in upper case, as full case mapping has it: one letter may
+/// become two.
 std::string capitalised(std::string_view text) {
     static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     const auto [codePoint, size] = firstCharacter(text);
     const auto rest = text.substr(size);
-    if (codePoint >= U'a' && codePoint <= U'z') return static_cast<char>(codePoint - 0x20) + std::string(rest);
+    if (codePoint >= U'a' && codePoint <= U'z')
+        return static_cast<char>(codePoint - 0x20) + std::string(rest);
     if (codePoint < 0x80 || !unicode) return std::string(text);
-    if (codePoint == U'\u00DF') return "SS" + std::string(rest);  // the one letter of western languages that grows
-    return encodeUTF8(static_cast<char32_t>(towupper_l(static_cast<wint_t>(codePoint), unicode))) + std::string(rest);
+    // the one letter of western languages that grows
+    if (codePoint == U'\u00DF') return "SS" + std::string(rest);
+    return encodeUTF8(static_cast<char32_t>(towupper_l(static_cast<wint_t>(codePoint), unicode))) +
+           std::string(rest);
 }
 
 }  // namespace
@@ -67,6 +73,8 @@ std::optional<std::string> Property::attributeValue(std::string_view name) const
     return std::nullopt;
 }
 
-std::string Property::defaultSetterName(std::string_view name) { return name.empty() ? "set:" : "set" + capitalised(name) + ":"; }
+std::string Property::defaultSetterName(std::string_view name) {
+    return name.empty() ? "set:" : "set" + capitalised(name) + ":";
+}
 
 }  // namespace vexim

@@ -10,16 +10,20 @@ namespace {
 
 struct TextHash {
     using is_transparent = void;
-    std::size_t operator()(std::string_view text) const noexcept { return std::hash<std::string_view>()(text); }
+    std::size_t operator()(std::string_view text) const noexcept {
+        return std::hash<std::string_view>()(text);
+    }
 };
 
 struct SelectorTable {
     Mutex mutex;
-    std::unordered_set<std::string, TextHash, std::equal_to<>> texts VEXIM_GUARDED_BY(mutex);  // nodes: addresses stay
+    // nodes: addresses stay
+    std::unordered_set<std::string, TextHash, std::equal_to<>> texts VEXIM_GUARDED_BY(mutex);
 };
 
 SelectorTable& selectorTable() {
-    static SelectorTable& table = *new SelectorTable;  // never destroyed: static handles outlive any order of exit
+    // never destroyed: static handles outlive any order of exit
+    static SelectorTable& table = *new SelectorTable;
     return table;
 }
 

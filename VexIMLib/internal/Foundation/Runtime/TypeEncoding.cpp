@@ -20,7 +20,8 @@ public:
 
     Type read() {
         const auto begin = rest_;
-        while (!rest_.empty() && std::string_view("rnNoORVAj").find(rest_.front()) != std::string_view::npos)
+        while (!rest_.empty() &&
+               std::string_view("rnNoORVAj").find(rest_.front()) != std::string_view::npos)
             rest_.remove_prefix(1);
         Type type = readUnqualified();
         type.text = begin.substr(0, begin.size() - rest_.size());
@@ -55,12 +56,18 @@ private:
             case '*': return plain<void*>();
             case ':': return plain<Selector>();
             case '^': read(); return plain<void*>();
-            case 'b': return {.text = {}, .size = (takeNumber() + 7) / 8, .alignment = 1, .isObject = false};
+            case 'b':
+                return {
+                    .text = {}, .size = (takeNumber() + 7) / 8, .alignment = 1, .isObject = false};
             case '@': return readObject();
             case '{':
-                return readMembers(
-                    '}', [](Type& all, const Type& member) { all.size = roundUp(all.size, member.alignment) + member.size; });
-            case '(': return readMembers(')', [](Type& all, const Type& member) { all.size = std::max(all.size, member.size); });
+                return readMembers('}', [](Type& all, const Type& member) {
+                    all.size = roundUp(all.size, member.alignment) + member.size;
+                });
+            case '(':
+                return readMembers(')', [](Type& all, const Type& member) {
+                    all.size = std::max(all.size, member.size);
+                });
             case '[': return readArray();
             default: fail();
         }
@@ -89,7 +96,9 @@ private:
     template <class Add>
     Type readMembers(char close, Add add) {
         Type all;
-        while (!rest_.empty() && rest_.front() != '=' && rest_.front() != close) rest_.remove_prefix(1);  // the name
+        // the name
+        while (!rest_.empty() && rest_.front() != '=' && rest_.front() != close)
+            rest_.remove_prefix(1);
         if (rest_.starts_with('=')) rest_.remove_prefix(1);
         while (!rest_.starts_with(close)) {
             if (rest_.starts_with('"')) skipQuoted();  // a member's name
@@ -116,7 +125,8 @@ private:
     }
 
     std::size_t takeNumber() {
-        constexpr std::size_t kMost = 1U << 20;  // no sane type is larger, and products stay far from overflow
+        // no sane type is larger, and products stay far from overflow
+        constexpr std::size_t kMost = 1U << 20;
         std::size_t number = 0;
         while (!rest_.empty() && rest_.front() >= '0' && rest_.front() <= '9') {
             number = number * 10 + static_cast<std::size_t>(take() - '0');
@@ -125,10 +135,13 @@ private:
         return number;
     }
 
-    static std::size_t roundUp(std::size_t size, std::size_t alignment) { return (size + alignment - 1) / alignment * alignment; }
+    static std::size_t roundUp(std::size_t size, std::size_t alignment) {
+        return (size + alignment - 1) / alignment * alignment;
+    }
 
     [[noreturn]] void fail() const {
-        throw Exception(kInvalidArgumentException, "unsupported type encoding '" + std::string(whole_) + "'");
+        throw Exception(kInvalidArgumentException,
+                        "unsupported type encoding '" + std::string(whole_) + "'");
     }
 
     std::string_view whole_;
@@ -151,7 +164,9 @@ bool store(T value, void* bytes) {
 /// Narrow integers wrap, as a C conversion does.
 template <class T>
 bool storeInteger(const Value& number, void* bytes) {
-    if (number.kind() == Value::Kind::Integer) return store(static_cast<T>(number.integer()), bytes);  // nearly always
+    // nearly always
+    if (number.kind() == Value::Kind::Integer)
+        return store(static_cast<T>(number.integer()), bytes);
     if constexpr (std::is_signed_v<T>) {
         return store(static_cast<T>(*strictInt64(number)), bytes);
     } else {

@@ -9,8 +9,9 @@
 #include "VexIMLib/internal/Foundation/Text/BoundedJSON.h"
 #include "VexIMLib/internal/Foundation/Values/Stores.h"
 
-// Boost.JSON's streaming parser drives a builder that keeps finished values on one stack. A container's members lie there
-// side by side, keys before their values, just as its store wants them, so closing one is a single copy of its bytes.
+// Boost.JSON's streaming parser drives a builder that keeps finished values on one stack. A
+// container's members lie there side by side, keys before their values, just as its store wants
+// them, so closing one is a single copy of its bytes.
 
 namespace vexim {
 
@@ -97,10 +98,18 @@ struct Builder {
         stack.push(detail::ArrayRep::wrap(rep));
         return true;
     }
-    bool on_key_part(json::string_view text, std::size_t, json::error_code&) { return addPart(text); }
-    bool on_key(json::string_view text, std::size_t, json::error_code& error) { return count(error) && addText(text); }
-    bool on_string_part(json::string_view text, std::size_t, json::error_code&) { return addPart(text); }
-    bool on_string(json::string_view text, std::size_t, json::error_code& error) { return count(error) && addText(text); }
+    bool on_key_part(json::string_view text, std::size_t, json::error_code&) {
+        return addPart(text);
+    }
+    bool on_key(json::string_view text, std::size_t, json::error_code& error) {
+        return count(error) && addText(text);
+    }
+    bool on_string_part(json::string_view text, std::size_t, json::error_code&) {
+        return addPart(text);
+    }
+    bool on_string(json::string_view text, std::size_t, json::error_code& error) {
+        return count(error) && addText(text);
+    }
     bool on_number_part(json::string_view, json::error_code&) { return true; }
     bool on_int64(std::int64_t number, json::string_view, json::error_code& error) {
         if (!count(error)) return false;
@@ -174,7 +183,8 @@ public:
     JSONResult read(std::string_view text, JSONFragments fragments, std::size_t maxValues) {
         auto& builder = parser_.handler();
         builder.room = maxValues;
-        parser_.reset();  // here too, because a text that exhausts the memory leaves by an exception
+        // here too, because a text that exhausts the memory leaves by an exception
+        parser_.reset();
         builder.stack.clear();
         builder.partial.clear();
         JSONResult result = parse(text, fragments);
@@ -186,7 +196,8 @@ public:
 
 private:
     static constexpr std::size_t kKeptText = 64 * 1024;
-    // A message takes nearly four times its text; what takes more has the rest from the heap. Shorter texts have hardly a block.
+    // A message takes nearly four times its text; what takes more has the rest from the heap.
+    // Shorter texts have hardly a block.
     static constexpr std::size_t kSlabBytesPerByte = 4;
     static constexpr std::size_t kLeastSlabText = 64;
     static constexpr std::size_t kMostSlabText = detail::Slab::kMostBytes / kSlabBytesPerByte;
@@ -196,7 +207,8 @@ private:
         std::size_t read = 0;
         {
             std::optional<detail::Slab::Scope> slab;
-            if (text.size() >= kLeastSlabText && text.size() <= kMostSlabText) slab.emplace(text.size() * kSlabBytesPerByte);
+            if (text.size() >= kLeastSlabText && text.size() <= kMostSlabText)
+                slab.emplace(text.size() * kSlabBytesPerByte);
             read = parser_.write_some(false, text.data(), text.size(), error);
         }
         if (!error && read < text.size()) error = json::error::extra_data;
@@ -210,8 +222,9 @@ private:
 
     static ErrorPtr failure(const std::string& what, std::size_t offset) {
         constexpr std::int64_t kPropertyListReadCorrupt = 3840;
-        return Error::withDescription(kCocoaErrorDomain, kPropertyListReadCorrupt,
-                                      "The text is not valid JSON: " + what + " (at byte " + std::to_string(offset) + ").");
+        return Error::withDescription(
+            kCocoaErrorDomain, kPropertyListReadCorrupt,
+            "The text is not valid JSON: " + what + " (at byte " + std::to_string(offset) + ").");
     }
 
     json::basic_parser<Builder> parser_{options()};
@@ -239,7 +252,8 @@ int escapedUnit(std::string_view text, std::size_t at) noexcept {
 bool isLeading(int unit) noexcept { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool isTrailing(int unit) noexcept { return unit >= 0xDC00 && unit <= 0xDFFF; }
 
-// The text with every escape of half a surrogate pair made one of U+FFFD; nothing moves, so offsets stay true.
+// The text with every escape of half a surrogate pair made one of U+FFFD; nothing moves, so offsets
+// stay true.
 std::string withoutUnpairedSurrogates(std::string_view text) {
     std::string mended(text);
     for (std::size_t at = mended.find('\\'); at != std::string::npos; at = mended.find('\\', at)) {
@@ -262,13 +276,16 @@ JSONResult parseJSON(std::string_view text, JSONFragments fragments) {
     return detail::parseBoundedJSON(text, fragments, static_cast<std::size_t>(-1));
 }
 
-JSONResult detail::parseBoundedJSON(std::string_view text, JSONFragments fragments, std::size_t maxValues) {
+JSONResult detail::parseBoundedJSON(std::string_view text, JSONFragments fragments,
+                                    std::size_t maxValues) {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-    if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());  // RFC 8259 section 8.1 lets a reader skip it
+    // RFC 8259 section 8.1 lets a reader skip it
+    if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
     thread_local Reader reader;
     JSONResult result = reader.read(text, fragments, maxValues);
     if (!result.error || text.find("\\u") == std::string_view::npos) return result;
-    // The parser refuses half a surrogate pair. Clients that cut a text in the middle of an emoji send them, so read again.
+    // The parser refuses half a surrogate pair. Clients that cut a text in the middle of an emoji
+    // send them, so read again.
     std::string mended = withoutUnpairedSurrogates(text);
     return mended == text ? result : reader.read(mended, fragments, maxValues);
 }

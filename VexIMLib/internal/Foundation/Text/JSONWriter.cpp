@@ -45,7 +45,8 @@ private:
     void grow(std::size_t count) {
         const std::size_t former = size();
         const std::size_t capacity =
-            std::max({former + count, static_cast<std::size_t>(limit_ - block_.get()) * 2, std::size_t{1024}});
+            std::max({former + count, static_cast<std::size_t>(limit_ - block_.get()) * 2,
+                      std::size_t{1024}});
         std::unique_ptr<char[]> larger(new char[capacity]);
         if (former > 0) std::memcpy(larger.get(), block_.get(), former);
         block_ = std::move(larger);
@@ -60,7 +61,8 @@ private:
 
 enum class Character : std::uint8_t { Plain, Escaped, Wide };
 
-// What to do with a byte of text: most stand as they are, some need an escape, the others begin a sequence to be checked.
+// What to do with a byte of text: most stand as they are, some need an escape, the others begin a
+// sequence to be checked.
 constexpr std::array<Character, 256> kCharacters = [] {
     std::array<Character, 256> table{};
     for (std::size_t byte = 0; byte < 0x20; ++byte) table[byte] = Character::Escaped;
@@ -156,7 +158,8 @@ private:
         return true;
     }
 
-    // There is room for the text, one escape and two characters; each escape asks for the room of the next.
+    // There is room for the text, one escape and two characters; each escape asks for the room of
+    // the next.
     bool writeMixed(std::string_view text) {
         while (!text.empty()) {
             std::size_t length = 1;
@@ -200,7 +203,8 @@ private:
         const auto* store = detail::ArrayRep::of(array);
         if (!store || store->size == 0) return writeWord("[]");
         char before = '[';
-        for (const auto *element = store->elements(), *end = element + store->size; element != end; ++element) {
+        for (const auto *element = store->elements(), *end = element + store->size; element != end;
+             ++element) {
             writeMark(before);
             if (!write(*element, depth)) return false;
             before = ',';

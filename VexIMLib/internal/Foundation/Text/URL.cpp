@@ -25,9 +25,13 @@ int hexDigit(char c) noexcept {
 
 bool isAlpha(char c) noexcept { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
 bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
-bool isUnreserved(char c) noexcept { return isAlpha(c) || isDigit(c) || c == '-' || c == '.' || c == '_' || c == '~'; }
+bool isUnreserved(char c) noexcept {
+    return isAlpha(c) || isDigit(c) || c == '-' || c == '.' || c == '_' || c == '~';
+}
 
-bool contains(std::string_view set, char c) noexcept { return set.find(c) != std::string_view::npos; }
+bool contains(std::string_view set, char c) noexcept {
+    return set.find(c) != std::string_view::npos;
+}
 
 std::string lowerCase(std::string_view text) {
     std::string lower(text);
@@ -74,7 +78,9 @@ bool hasOnlyURLCharacters(std::string_view text) noexcept {
 std::size_t schemeLength(std::string_view text) noexcept {
     if (text.empty() || !isAlpha(text.front())) return 0;
     std::size_t at = 1;
-    while (at < text.size() && (isAlpha(text[at]) || isDigit(text[at]) || contains("+-.", text[at]))) ++at;
+    while (at < text.size() &&
+           (isAlpha(text[at]) || isDigit(text[at]) || contains("+-.", text[at])))
+        ++at;
     return at < text.size() && text[at] == ':' ? at : 0;
 }
 
@@ -86,7 +92,9 @@ std::string_view takeUntil(std::string_view& text, std::string_view set) noexcep
 }
 
 bool isIPLiteral(std::string_view host) noexcept {
-    return !host.empty() && host.find_first_not_of("0123456789abcdefABCDEF:.%vV") == std::string_view::npos && contains(host, ':');
+    return !host.empty() &&
+           host.find_first_not_of("0123456789abcdefABCDEF:.%vV") == std::string_view::npos &&
+           contains(host, ':');
 }
 
 // RFC 3986 section 5.2.4.
@@ -145,12 +153,14 @@ bool URL::readAuthority(std::string_view authority) {
         if (contains(credentials, '@')) return false;
         const auto colon = credentials.find(':');
         user_ = percentDecode(credentials.substr(0, colon));
-        if (colon != std::string_view::npos) password_ = percentDecode(credentials.substr(colon + 1));
+        if (colon != std::string_view::npos)
+            password_ = percentDecode(credentials.substr(colon + 1));
         authority.remove_prefix(at + 1);
     }
     if (authority.starts_with('[')) {
         const auto end = authority.find(']');
-        if (end == std::string_view::npos || !isIPLiteral(authority.substr(1, end - 1))) return false;
+        if (end == std::string_view::npos || !isIPLiteral(authority.substr(1, end - 1)))
+            return false;
         host_ = authority.substr(1, end - 1);
         authority.remove_prefix(end + 1);
     } else {
@@ -171,7 +181,9 @@ bool URL::readAuthority(std::string_view authority) {
 
 URL URL::fileURLWithPath(std::string_view path) {
     std::error_code ignored;  // without a working directory, or a path, no file is named
-    const std::string whole = path.starts_with('/') ? std::string(path) : std::filesystem::absolute(path, ignored).string();
+    const std::string whole = path.starts_with('/')
+                                  ? std::string(path)
+                                  : std::filesystem::absolute(path, ignored).string();
     auto stands = [](char c) { return isUnreserved(c) || contains("/!$&'()*+,=:@", c); };
     return *parse("file://" + encode(whole, stands));
 }
@@ -230,7 +242,9 @@ std::string URL::authorityText() const {
 std::string percentEncode(std::string_view text) { return encode(text, isUnreserved); }
 
 std::string percentEscapeLegacy(std::string_view text) {
-    return encode(text, [](char c) { return isAlpha(c) || isDigit(c) || contains("-_.!~*'();/?:@&=+$,", c); });
+    return encode(text, [](char c) {
+        return isAlpha(c) || isDigit(c) || contains("-_.!~*'();/?:@&=+$,", c);
+    });
 }
 
 std::string percentDecode(std::string_view text) {

@@ -7,7 +7,9 @@ namespace vexim::detail {
 
 namespace {
 
-bool isBetween(unsigned char byte, unsigned least, unsigned most) noexcept { return byte >= least && byte <= most; }
+bool isBetween(unsigned char byte, unsigned least, unsigned most) noexcept {
+    return byte >= least && byte <= most;
+}
 bool isASCII(const char* eight) noexcept {
     std::uint64_t word = 0;
     std::memcpy(&word, eight, sizeof(word));
@@ -30,7 +32,9 @@ std::size_t utf8SequenceLength(std::string_view text) noexcept {
         return 3;
     }
     if (isBetween(lead, 0xF0, 0xF4)) {
-        if (text.size() < 4 || !isContinuation(at(1)) || !isContinuation(at(2)) || !isContinuation(at(3))) return 0;
+        if (text.size() < 4 || !isContinuation(at(1)) || !isContinuation(at(2)) ||
+            !isContinuation(at(3)))
+            return 0;
         if (lead == 0xF0 && at(1) < 0x90) return 0;
         if (lead == 0xF4 && at(1) > 0x8F) return 0;
         return 4;

@@ -14,7 +14,8 @@ class SystemClock final : public Clock {
 public:
     TimePoint now() const override { return std::chrono::steady_clock::now(); }
     double wallTime() const override {
-        return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
+        return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch())
+            .count();
     }
 };
 
@@ -44,7 +45,9 @@ std::shared_ptr<Clock> Clock::system() {
 
 std::shared_ptr<Clock> Clock::shared() { return slot().get(); }
 
-void Clock::setShared(std::shared_ptr<Clock> clock) { slot().set(clock ? std::move(clock) : system()); }
+void Clock::setShared(std::shared_ptr<Clock> clock) {
+    slot().set(clock ? std::move(clock) : system());
+}
 
 void Clock::didTurn(std::function<void()> looked) {
     auto& listeners = TurnListeners::shared();

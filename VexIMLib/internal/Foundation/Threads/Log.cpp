@@ -15,7 +15,8 @@ namespace {
 void writeToStandardError(LogLevel, std::string_view line) {
     std::string whole(line);
     whole += '\n';
-    std::fwrite(whole.data(), 1, whole.size(), stderr);  // at once, so that lines of several threads do not mix
+    // at once, so that lines of several threads do not mix
+    std::fwrite(whole.data(), 1, whole.size(), stderr);
 }
 
 /// Who hears what.
@@ -25,7 +26,8 @@ struct Hearing {
 };
 
 detail::SharedSlot<Hearing>& slot() {
-    static auto& slot = *new detail::SharedSlot<Hearing>(std::make_shared<Hearing>(Hearing{LogLevel::Debug, writeToStandardError}));
+    static auto& slot = *new detail::SharedSlot<Hearing>(
+        std::make_shared<Hearing>(Hearing{LogLevel::Debug, writeToStandardError}));
     return slot;
 }
 
@@ -44,7 +46,9 @@ void setLogSink(LogLevel least, LogSink sink) {
 
 void setLogSink(LogSink sink) { setLogSink(LogLevel::Debug, std::move(sink)); }
 
-bool isHeard(LogLevel level) noexcept { return static_cast<int>(level) >= leastHeard.load(std::memory_order_relaxed); }
+bool isHeard(LogLevel level) noexcept {
+    return static_cast<int>(level) >= leastHeard.load(std::memory_order_relaxed);
+}
 
 void log(LogLevel level, std::string_view line) {
     const auto hearing = slot().get();

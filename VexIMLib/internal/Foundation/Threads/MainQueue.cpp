@@ -29,8 +29,8 @@ using Function = MainQueue::Function;
 using SteadyClock = std::chrono::steady_clock;
 using Step = std::function<bool()>;
 
-/// A function in line, or a step, which stays there until it is through. The number orders it among all, so that a drain can
-/// tell what was there when it began.
+/// A function in line, or a step, which stays there until it is through. The number orders it among
+/// all, so that a drain can tell what was there when it began.
 struct Queued {
     std::uint64_t number = 0;
     Function function;
@@ -56,14 +56,16 @@ struct Waiter {
     std::exception_ptr failure;
 };
 
-/// What a polling host waits for: a pipe, which every system has, with a byte in it. Made once and kept for good.
+/// What a polling host waits for: a pipe, which every system has, with a byte in it. Made once and
+/// kept for good.
 class WakePipe {
 public:
     /// To be called with the queue's mutex; from then on `tell` writes.
     int open() {
         if (reading_ >= 0) return reading_;
         std::array<int, 2> ends{};
-        if (::pipe(ends.data()) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+        if (::pipe(ends.data()) != 0)
+            throw std::system_error(errno, std::generic_category(), "pipe");
         for (const int end : ends) {
             ::fcntl(end, F_SETFD, FD_CLOEXEC);
             ::fcntl(end, F_SETFL, O_NONBLOCK);
@@ -80,7 +82,8 @@ public:
         while (::write(end, "", 1) < 0 && errno == EINTR) continue;
         told_ = true;  // after the byte: whoever sees it finds one
     }
-    /// To be called with the queue's mutex, so that no byte for what is queued later is taken along.
+    /// To be called with the queue's mutex, so that no byte for what is queued later is taken
+    /// along.
     void clear() noexcept {
         if (!told_.exchange(false)) return;
         std::array<char, 64> bytes;
@@ -108,12 +111,15 @@ struct MainQueue::Impl {
     bool quitting VEXIM_GUARDED_BY(mutex) = false;
     int waiting VEXIM_GUARDED_BY(mutex) = 0;  // threads that wait for `changed`
     bool exiting VEXIM_GUARDED_BY(mutex) = false;
-    bool exitingOnMainThread VEXIM_GUARDED_BY(mutex) = false;  // what runs there now never comes back
-    bool wakePending VEXIM_GUARDED_BY(mutex) = false;          // the host was told, and has not drained since
+    // what runs there now never comes back
+    bool exitingOnMainThread VEXIM_GUARDED_BY(mutex) = false;
+    // the host was told, and has not drained since
+    bool wakePending VEXIM_GUARDED_BY(mutex) = false;
 
     WakePipe pipe;
 
-    Mutex wakeMutex;  // held while the wake function runs, so that setWake returns only when the old one is at rest
+    // held while the wake function runs, so that setWake returns only when the old one is at rest
+    Mutex wakeMutex;
     Function wake VEXIM_GUARDED_BY(wakeMutex);
 
     std::atomic<std::thread::id> mainThread{};  // none until a thread has run the queue
@@ -122,9 +128,13 @@ struct MainQueue::Impl {
     std::chrono::nanoseconds turnLimit = std::chrono::milliseconds(4);
     SteadyClock::time_point turnEnd = SteadyClock::time_point::max();  // of the innermost turn
 
-    void becomeMainThread() { mainThread.store(std::this_thread::get_id(), std::memory_order_relaxed); }
+    void becomeMainThread() {
+        mainThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
+    }
 
-    void push(Function function) VEXIM_REQUIRES(mutex) { queue.push_back({nextNumber++, std::move(function), nullptr}); }
+    void push(Function function) VEXIM_REQUIRES(mutex) {
+        queue.push_back({nextNumber++, std::move(function), nullptr});
+    }
 
     /// Lines up the delayed functions whose time has come.
     void lineUpDue(Clock::TimePoint now) VEXIM_REQUIRES(mutex) {
@@ -193,7 +203,9 @@ struct MainQueue::Impl {
     /// Runs what is queued or due now, and answers how many that were; none begins after `until`.
     std::size_t runTurn(SteadyClock::time_point until, bool& isRestLeft) {
         struct Turn {  // also when a function throws
-            Turn(Impl& owner, SteadyClock::time_point end) : impl(owner), outer(std::exchange(owner.turnEnd, end)) {}
+            Turn(Impl& owner, SteadyClock::time_point end)
+                : impl(owner),
+                  outer(std::exchange(owner.turnEnd, end)) {}
             ~Turn() { impl.turnEnd = outer; }
             Impl& impl;
             const SteadyClock::time_point outer;
@@ -237,7 +249,8 @@ struct MainQueue::Impl {
 
     SteadyClock::time_point endOfTurn() const {
         const auto now = SteadyClock::now();
-        return turnLimit > SteadyClock::time_point::max() - now ? SteadyClock::time_point::max() : now + turnLimit;
+        return turnLimit > SteadyClock::time_point::max() - now ? SteadyClock::time_point::max()
+                                                                : now + turnLimit;
     }
 };
 
@@ -245,7 +258,8 @@ MainQueue::MainQueue() : impl_(std::make_unique<Impl>()) {}
 MainQueue::~MainQueue() = default;
 
 MainQueue& MainQueue::shared() {
-    static MainQueue& queue = *new MainQueue;  // other threads may still post while the process exits
+    // other threads may still post while the process exits
+    static MainQueue& queue = *new MainQueue;
     return queue;
 }
 
@@ -265,7 +279,8 @@ bool detail::isTurnOver() noexcept {
 void MainQueue::after(std::chrono::nanoseconds delay, Function function) {
     if (!function) return;
     const auto now = Clock::shared()->now();
-    const auto deadline = delay > Clock::TimePoint::max() - now ? Clock::TimePoint::max() : now + delay;
+    const auto deadline =
+        delay > Clock::TimePoint::max() - now ? Clock::TimePoint::max() : now + delay;
     bool earlier = false;
     {
         MutexLock lock(impl_->mutex);
@@ -285,7 +300,8 @@ bool MainQueue::sync(const Function& function) {
     {
         MutexLock lock(impl_->mutex);
         if (impl_->exiting) return false;
-        impl_->push([this, waiter, &function] {  // the caller, and so `function`, stays until this has run or was abandoned
+        // the caller, and so `function`, stays until this has run or was abandoned
+        impl_->push([this, waiter, &function] {
             {
                 MutexLock started(impl_->mutex);
                 if (waiter->state == Waiter::State::Abandoned) return;
@@ -308,7 +324,8 @@ bool MainQueue::sync(const Function& function) {
 
     MutexLock lock(impl_->mutex);
     while (waiter->state != Waiter::State::Done) {
-        if (impl_->exiting && (waiter->state == Waiter::State::Waiting || impl_->exitingOnMainThread)) {
+        if (impl_->exiting &&
+            (waiter->state == Waiter::State::Waiting || impl_->exitingOnMainThread)) {
             waiter->state = Waiter::State::Abandoned;
             return false;
         }
@@ -335,7 +352,9 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
     impl_->becomeMainThread();
     const UntoldError none(nullptr);  // what a callback turns here is not its own completion
     const auto began = SteadyClock::now();
-    const auto end = timeout > SteadyClock::time_point::max() - began ? SteadyClock::time_point::max() : began + timeout;
+    const auto end = timeout > SteadyClock::time_point::max() - began
+                         ? SteadyClock::time_point::max()
+                         : began + timeout;
 
     struct Level {  // leaves the depth right when a function throws
         explicit Level(Impl& owner) : impl(owner), outerEnd(owner.turnEnd) {
@@ -354,7 +373,8 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
     while (!predicate()) {
         Queued next;
         {
-            std::shared_ptr<Clock> clock;  // asked only when something waits for a time; let go without the lock
+            // asked only when something waits for a time; let go without the lock
+            std::shared_ptr<Clock> clock;
             MutexLock lock(impl_->mutex);
             if (std::exchange(impl_->quitting, false)) return predicate();
             impl_->wakePending = false;
@@ -400,7 +420,9 @@ bool MainQueue::turn() {
 
 std::chrono::nanoseconds MainQueue::turnLimit() const { return impl_->turnLimit; }
 
-void MainQueue::setTurnLimit(std::chrono::nanoseconds limit) { impl_->turnLimit = std::max(limit, std::chrono::nanoseconds(0)); }
+void MainQueue::setTurnLimit(std::chrono::nanoseconds limit) {
+    impl_->turnLimit = std::max(limit, std::chrono::nanoseconds(0));
+}
 
 std::optional<Clock::TimePoint> MainQueue::nextDeadline() const {
     const auto now = Clock::shared()->now();
@@ -430,12 +452,14 @@ void MainQueue::setWake(Function wake) {
         impl_->wake.swap(wake);
     }
     MutexLock lock(impl_->mutex);
-    impl_->wakePending = false;  // the new host has not been told of what is queued; it drains once at its start
+    // the new host has not been told of what is queued; it drains once at its start
+    impl_->wakePending = false;
 }
 
 bool MainQueue::isMainThread() const {
     const auto main = impl_->mainThread.load(std::memory_order_relaxed);
-    return main == std::thread::id() ? isFirstThreadOfProcess() : main == std::this_thread::get_id();
+    return main == std::thread::id() ? isFirstThreadOfProcess()
+                                     : main == std::this_thread::get_id();
 }
 
 namespace detail {

@@ -24,7 +24,8 @@ public:
 private:
     void refill() VEXIM_REQUIRES(mutex_) {
         if (RAND_bytes(reinterpret_cast<unsigned char*>(words_.data()), sizeof(words_)) != 1) {
-            std::random_device device;  // the crypto library has no entropy source: ask the kernel itself
+            // the crypto library has no entropy source: ask the kernel itself
+            std::random_device device;
             for (auto& word : words_) word = device();
         }
         used_ = 0;
@@ -51,6 +52,8 @@ std::shared_ptr<Random> Random::system() {
 
 std::shared_ptr<Random> Random::shared() { return slot().get(); }
 
-void Random::setShared(std::shared_ptr<Random> random) { slot().set(random ? std::move(random) : system()); }
+void Random::setShared(std::shared_ptr<Random> random) {
+    slot().set(random ? std::move(random) : system());
+}
 
 }  // namespace vexim

@@ -4,7 +4,8 @@
 #include <condition_variable>
 #include <mutex>
 
-// A mutex that clang's -Wthread-safety can check (libstdc++'s std::mutex carries no annotations), and what waits on it.
+// A mutex that clang's -Wthread-safety can check (libstdc++'s std::mutex carries no annotations),
+// and what waits on it.
 
 #if defined(__clang__)
 #define VEXIM_THREAD_ANNOTATION(x) __attribute__((x))
@@ -20,7 +21,9 @@ class VEXIM_THREAD_ANNOTATION(capability("mutex")) Mutex {
 public:
     void lock() VEXIM_THREAD_ANNOTATION(acquire_capability()) { mutex_.lock(); }
     void unlock() VEXIM_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
-    bool try_lock() VEXIM_THREAD_ANNOTATION(try_acquire_capability(true)) { return mutex_.try_lock(); }
+    bool try_lock() VEXIM_THREAD_ANNOTATION(try_acquire_capability(true)) {
+        return mutex_.try_lock();
+    }
 
 private:
     friend class ConditionVariable;
@@ -30,7 +33,10 @@ private:
 /// Holds a Mutex for a scope.
 class VEXIM_THREAD_ANNOTATION(scoped_lockable) MutexLock {
 public:
-    explicit MutexLock(Mutex& mutex) VEXIM_THREAD_ANNOTATION(acquire_capability(mutex)) : mutex_(mutex) { mutex_.lock(); }
+    explicit MutexLock(Mutex& mutex) VEXIM_THREAD_ANNOTATION(acquire_capability(mutex))
+        : mutex_(mutex) {
+        mutex_.lock();
+    }
     ~MutexLock() VEXIM_THREAD_ANNOTATION(release_capability()) { mutex_.unlock(); }
     MutexLock(const MutexLock&) = delete;
     MutexLock& operator=(const MutexLock&) = delete;
@@ -39,8 +45,9 @@ private:
     Mutex& mutex_;
 };
 
-/// Waits on a Mutex that the caller holds. (std::condition_variable_any could, too, but has a mutex of its own, on which who is
-/// woken waits again: two more system calls for each hop between threads.)
+/// Waits on a Mutex that the caller holds. (std::condition_variable_any could, too, but has a mutex
+/// of its own, on which who is woken waits again: two more system calls for each hop between
+/// threads.)
 class ConditionVariable {
 public:
     void wait(Mutex& mutex) VEXIM_REQUIRES(mutex) {
@@ -48,7 +55,8 @@ public:
         condition_.wait(lock.held);
     }
     /// False when it was over.
-    bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point until) VEXIM_REQUIRES(mutex) {
+    bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point until)
+        VEXIM_REQUIRES(mutex) {
         Adopted lock(mutex.mutex_);
         return condition_.wait_until(lock.held, until) == std::cv_status::no_timeout;
     }

@@ -52,13 +52,15 @@ void drop(ArrayRep* rep) noexcept {
 ArrayRep& own(ArrayRep*& rep, std::size_t count) {
     if (rep && !rep->isShared() && rep->capacity >= count) return *rep;
     const std::size_t size = rep ? rep->size : 0;
-    const std::size_t room = count <= size ? size : std::max({count, size + size / 2, std::size_t{4}});
+    const std::size_t room =
+        count <= size ? size : std::max({count, size + size / 2, std::size_t{4}});
     auto* fresh = ArrayRep::make(room);
     if (rep) {
         if (rep->isShared()) {
             std::uninitialized_copy_n(rep->elements(), size, fresh->elements());
         } else {  // values are moved as they lie
-            std::memcpy(static_cast<void*>(fresh->elements()), rep->elements(), size * sizeof(Value));
+            std::memcpy(static_cast<void*>(fresh->elements()), rep->elements(),
+                        size * sizeof(Value));
             rep->size = 0;
         }
     }
@@ -73,14 +75,16 @@ Value checked(Value element) {
 }
 
 [[noreturn]] void throwRange(std::size_t index, std::size_t size) {
-    throw Exception(kRangeException,
-                    "Index " + std::to_string(index) + " beyond bounds of an array of " + std::to_string(size) + ".");
+    throw Exception(kRangeException, "Index " + std::to_string(index) +
+                                         " beyond bounds of an array of " + std::to_string(size) +
+                                         ".");
 }
 
 }  // namespace
 }  // namespace detail
 
-Array::Array(std::initializer_list<Value> elements) : Array() {  // delegated, so that a throw below still runs the destructor
+// delegated, so that a throw below still runs the destructor
+Array::Array(std::initializer_list<Value> elements) : Array() {
     reserve(elements.size());
     for (const auto& element : elements) append(element);
 }
@@ -128,7 +132,9 @@ const Value& Array::at(std::size_t index) const {
     return rep_->elements()[index];
 }
 
-const Value& Array::get(std::size_t index) const noexcept { return index < size() ? rep_->elements()[index] : detail::kNil; }
+const Value& Array::get(std::size_t index) const noexcept {
+    return index < size() ? rep_->elements()[index] : detail::kNil;
+}
 
 bool Array::contains(const Value& value) const { return std::find(begin(), end(), value) != end(); }
 
@@ -160,8 +166,8 @@ void Array::set(std::size_t index, Value element) {
 
 void Array::update(std::size_t index, const std::function<void(Value&)>& change) {
     if (index >= size()) detail::throwRange(index, size());
-    // The element leaves the array meanwhile, so that it has one owner, and a change that touches the array meets no half-written
-    // store.
+    // The element leaves the array meanwhile, so that it has one owner, and a change that touches
+    // the array meets no half-written store.
     Value element = Value::null();
     detail::own(rep_, size()).elements()[index].swap(element);
     auto putBack = [&] {
@@ -184,7 +190,8 @@ void Array::remove(std::size_t index) {
     if (index >= size()) detail::throwRange(index, size());
     auto& rep = detail::own(rep_, size());
     Value removed = std::move(rep.elements()[index]);
-    std::memmove(static_cast<void*>(rep.elements() + index), rep.elements() + index + 1, (rep.size - index - 1) * sizeof(Value));
+    std::memmove(static_cast<void*>(rep.elements() + index), rep.elements() + index + 1,
+                 (rep.size - index - 1) * sizeof(Value));
     --rep.size;
 }
 

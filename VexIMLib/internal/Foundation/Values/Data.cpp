@@ -7,7 +7,8 @@
 
 namespace vexim {
 
-Data::Data(const void* bytes, std::size_t size) : Data(std::string_view(static_cast<const char*>(bytes), size)) {}
+Data::Data(const void* bytes, std::size_t size)
+    : Data(std::string_view(static_cast<const char*>(bytes), size)) {}
 
 Data::Data(std::string_view bytes) {
     if (!bytes.empty()) rep_ = new detail::DataRep(std::string(bytes));
@@ -45,7 +46,9 @@ Data::~Data() {
     if (rep_ && rep_->release()) delete rep_;
 }
 
-const std::uint8_t* Data::bytes() const noexcept { return reinterpret_cast<const std::uint8_t*>(view().data()); }
+const std::uint8_t* Data::bytes() const noexcept {
+    return reinterpret_cast<const std::uint8_t*>(view().data());
+}
 
 std::size_t Data::size() const noexcept { return view().size(); }
 
@@ -56,6 +59,8 @@ std::string_view Data::view() const noexcept {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
-bool operator==(const Data& a, const Data& b) noexcept { return a.rep_ == b.rep_ || a.view() == b.view(); }
+bool operator==(const Data& a, const Data& b) noexcept {
+    return a.rep_ == b.rep_ || a.view() == b.view();
+}
 
 }  // namespace vexim

@@ -10,10 +10,14 @@ Date Date::now() { return Date(Clock::shared()->wallTime()); }
 std::chrono::system_clock::time_point Date::timePoint() const noexcept {
     // Whole microseconds fit the clock's range only so far; beyond it the nearest end stands.
     using Micros = std::chrono::microseconds;
-    constexpr auto kMost = std::chrono::duration_cast<Micros>(std::chrono::system_clock::duration::max()).count();
-    constexpr auto kLeast = std::chrono::duration_cast<Micros>(std::chrono::system_clock::duration::min()).count();
+    constexpr auto kMost =
+        std::chrono::duration_cast<Micros>(std::chrono::system_clock::duration::max()).count();
+    constexpr auto kLeast =
+        std::chrono::duration_cast<Micros>(std::chrono::system_clock::duration::min()).count();
     auto micros = truncateToInt64(seconds_ * 1e6 + (seconds_ < 0 ? -0.5 : 0.5));
-    return std::chrono::system_clock::time_point(Micros(micros < kLeast ? kLeast : micros > kMost ? kMost : micros));
+    return std::chrono::system_clock::time_point(Micros(micros < kLeast  ? kLeast
+                                                        : micros > kMost ? kMost
+                                                                         : micros));
 }
 
 }  // namespace vexim

@@ -53,8 +53,8 @@ struct KeyWords {
 
 }  // namespace
 
-/// The sixteen bytes of a short string's value. They are put together in registers: a value just made in memory, byte by
-/// byte, would hold up the comparison until its stores are through.
+/// The sixteen bytes of a short string's value. They are put together in registers: a value just
+/// made in memory, byte by byte, would hold up the comparison until its stores are through.
 static KeyWords shortKey(std::string_view text) noexcept {
     if constexpr (std::endian::native != std::endian::little) {
         const Value value(text);
@@ -68,11 +68,14 @@ static KeyWords shortKey(std::string_view text) noexcept {
         low = load<std::uint64_t>(bytes);
         if (size > 8) high = load<std::uint64_t>(bytes + size - 8) >> (8 * (16 - size));
     } else if (size >= 4) {  // the two halves overlap, where they agree
-        low = load<std::uint32_t>(bytes) | (std::uint64_t{load<std::uint32_t>(bytes + size - 4)} << (8 * (size - 4)));
+        low = load<std::uint32_t>(bytes) |
+              (std::uint64_t{load<std::uint32_t>(bytes + size - 4)} << (8 * (size - 4)));
     } else {
-        for (std::size_t i = 0; i < size; ++i) low |= std::uint64_t{load<unsigned char>(bytes + i)} << (8 * i);
+        for (std::size_t i = 0; i < size; ++i)
+            low |= std::uint64_t{load<unsigned char>(bytes + i)} << (8 * i);
     }
-    return {static_cast<std::uint64_t>(Value::Kind::String) | (size << 8) | (low << 16), (low >> 48) | (high << 16)};
+    return {static_cast<std::uint64_t>(Value::Kind::String) | (size << 8) | (low << 16),
+            (low >> 48) | (high << 16)};
 }
 
 DictionaryItem* DictionaryRep::find(std::string_view key) noexcept {
@@ -126,7 +129,8 @@ void DictionaryRep::append(Value key, Value value) {
 void DictionaryRep::remove(DictionaryItem* item) noexcept {
     const auto position = static_cast<std::size_t>(item - items());
     DictionaryItem removed = std::move(*item);
-    std::memmove(static_cast<void*>(item), item + 1, (size - position - 1) * sizeof(DictionaryItem));
+    std::memmove(static_cast<void*>(item), item + 1,
+                 (size - position - 1) * sizeof(DictionaryItem));
     --size;
     if (index) index->remove(position);
 }
@@ -167,7 +171,8 @@ void drop(DictionaryRep* rep) noexcept {
 DictionaryRep& own(DictionaryRep*& rep, std::size_t count) {
     if (rep && !rep->isShared() && rep->capacity >= count) return *rep;
     const std::size_t size = rep ? rep->size : 0;
-    const std::size_t room = count <= size ? size : std::max({count, size + size / 2, std::size_t{4}});
+    const std::size_t room =
+        count <= size ? size : std::max({count, size + size / 2, std::size_t{4}});
     auto* fresh = DictionaryRep::make(room);
     if (rep) {
         if (rep->isShared()) {
@@ -179,7 +184,8 @@ DictionaryRep& own(DictionaryRep*& rep, std::size_t count) {
             }
             std::uninitialized_copy_n(rep->items(), size, fresh->items());
         } else {  // values are moved as they lie
-            std::memcpy(static_cast<void*>(fresh->items()), rep->items(), size * sizeof(DictionaryItem));
+            std::memcpy(static_cast<void*>(fresh->items()), rep->items(),
+                        size * sizeof(DictionaryItem));
             fresh->index = std::move(rep->index);
             rep->size = 0;
         }
@@ -192,16 +198,21 @@ DictionaryRep& own(DictionaryRep*& rep, std::size_t count) {
 }  // namespace
 }  // namespace detail
 
-Dictionary::Entry Dictionary::const_iterator::operator*() const noexcept { return {item_->name(), item_->value}; }
+Dictionary::Entry Dictionary::const_iterator::operator*() const noexcept {
+    return {item_->name(), item_->value};
+}
 
 Dictionary::const_iterator& Dictionary::const_iterator::operator++() noexcept {
     ++item_;
     return *this;
 }
 
-Dictionary::const_iterator Dictionary::const_iterator::operator++(int) noexcept { return const_iterator(item_++); }
+Dictionary::const_iterator Dictionary::const_iterator::operator++(int) noexcept {
+    return const_iterator(item_++);
+}
 
-Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries) : Dictionary() {
+Dictionary::Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries)
+    : Dictionary() {
     reserve(entries.size());
     for (const auto& [key, value] : entries) {
         Value ownKey(key);
@@ -235,9 +246,13 @@ Dictionary::~Dictionary() { detail::drop(rep_); }
 
 std::size_t Dictionary::size() const noexcept { return rep_ ? rep_->size : 0; }
 
-Dictionary::const_iterator Dictionary::begin() const noexcept { return const_iterator(rep_ ? rep_->items() : nullptr); }
+Dictionary::const_iterator Dictionary::begin() const noexcept {
+    return const_iterator(rep_ ? rep_->items() : nullptr);
+}
 
-Dictionary::const_iterator Dictionary::end() const noexcept { return const_iterator(rep_ ? rep_->items() + rep_->size : nullptr); }
+Dictionary::const_iterator Dictionary::end() const noexcept {
+    return const_iterator(rep_ ? rep_->items() + rep_->size : nullptr);
+}
 
 std::vector<std::string> Dictionary::keys() const {
     std::vector<std::string> keys;
@@ -262,7 +277,8 @@ void Dictionary::reserve(std::size_t count) {
 
 void Dictionary::set(std::string_view key, Value value) {
     if (value.isNil()) {
-        throw Exception(kInvalidArgumentException, "A dictionary holds no nil (key: " + std::string(key) + ").");
+        throw Exception(kInvalidArgumentException,
+                        "A dictionary holds no nil (key: " + std::string(key) + ").");
     }
     if (auto* item = rep_ ? rep_->find(key) : nullptr) {
         const auto position = item - rep_->items();

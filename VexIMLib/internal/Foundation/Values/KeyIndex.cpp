@@ -9,7 +9,8 @@ namespace vexim::detail {
 
 namespace {
 
-// SipHash-1-3 (Aumasson and Bernstein), keyed once a process: whoever chooses keys cannot make them collide.
+// SipHash-1-3 (Aumasson and Bernstein), keyed once a process: whoever chooses keys cannot make them
+// collide.
 struct HashKey {
     std::uint64_t first;
     std::uint64_t second;
@@ -48,8 +49,8 @@ struct SipState {
 
 std::uint32_t hashOfKey(std::string_view text) noexcept {
     static const HashKey key = makeHashKey();
-    SipState state{key.first ^ 0x736f6d6570736575, key.second ^ 0x646f72616e646f6d, key.first ^ 0x6c7967656e657261,
-                   key.second ^ 0x7465646279746573};
+    SipState state{key.first ^ 0x736f6d6570736575, key.second ^ 0x646f72616e646f6d,
+                   key.first ^ 0x6c7967656e657261, key.second ^ 0x7465646279746573};
     auto rest = text;
     for (; rest.size() >= 8; rest.remove_prefix(8)) {
         std::uint64_t word;
@@ -57,14 +58,16 @@ std::uint32_t hashOfKey(std::string_view text) noexcept {
         state.absorb(word);
     }
     std::uint64_t last = std::uint64_t{text.size()} << 56;
-    for (std::size_t i = 0; i < rest.size(); ++i) last |= std::uint64_t{static_cast<unsigned char>(rest[i])} << (8 * i);
+    for (std::size_t i = 0; i < rest.size(); ++i)
+        last |= std::uint64_t{static_cast<unsigned char>(rest[i])} << (8 * i);
     state.absorb(last);
     state.v2 ^= 0xff;
     for (int i = 0; i < 3; ++i) state.round();
     return static_cast<std::uint32_t>(state.v0 ^ state.v1 ^ state.v2 ^ state.v3);
 }
 
-KeyIndex::KeyIndex(const DictionaryItem* items, std::size_t count) : slots_(std::bit_ceil(count * 4)) {
+KeyIndex::KeyIndex(const DictionaryItem* items, std::size_t count)
+    : slots_(std::bit_ceil(count * 4)) {
     for (; used_ < count; ++used_) place(hashOfKey(items[used_].name()), used_);
 }
 
@@ -80,8 +83,8 @@ void KeyIndex::insert(const DictionaryItem* items, std::size_t position) {
 }
 
 void KeyIndex::remove(std::size_t position) noexcept {
-    // Every position behind it changes anyway, so all slots are visited. The hole that the entry leaves is closed by
-    // moving back what probing had pushed past it.
+    // Every position behind it changes anyway, so all slots are visited. The hole that the entry
+    // leaves is closed by moving back what probing had pushed past it.
     const auto gone = static_cast<std::uint32_t>(position + 1);
     const std::size_t mask = slots_.size() - 1;
     std::size_t hole = 0;

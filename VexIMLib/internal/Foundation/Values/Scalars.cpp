@@ -25,7 +25,8 @@ bool readWhole(std::string_view text, Number& number) noexcept {
     return result.ec == std::errc() && result.ptr == text.data() + text.size();
 }
 
-// The number that a text states, blanks around it aside; nil when it states none. Names for infinity and NaN are no numbers.
+// The number that a text states, blanks around it aside; nil when it states none. Names for
+// infinity and NaN are no numbers.
 Value numberOf(std::string_view text) noexcept {
     while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
     while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
@@ -75,7 +76,8 @@ std::int64_t truncateToInt64(double value) noexcept {
 }
 
 std::optional<bool> strictBool(const Value& value) noexcept {
-    const auto number = strictDouble(value);  // an integer loses digits on the way, but is not 0 all the same
+    // an integer loses digits on the way, but is not 0 all the same
+    const auto number = strictDouble(value);
     if (!number) return std::nullopt;
     return *number < 0 || *number > 0;  // and so NaN is false
 }
@@ -102,9 +104,17 @@ std::optional<double> strictDouble(const Value& value) noexcept {
     return convertNumber<double>(value, [](auto number) { return static_cast<double>(number); });
 }
 
-bool lenientBool(const Value& value) noexcept { return strictBool(lenientNumber(value)).value_or(false); }
-std::int64_t lenientInt64(const Value& value) noexcept { return strictInt64(lenientNumber(value)).value_or(0); }
-std::uint64_t lenientUInt64(const Value& value) noexcept { return strictUInt64(lenientNumber(value)).value_or(0); }
-double lenientDouble(const Value& value) noexcept { return strictDouble(lenientNumber(value)).value_or(0); }
+bool lenientBool(const Value& value) noexcept {
+    return strictBool(lenientNumber(value)).value_or(false);
+}
+std::int64_t lenientInt64(const Value& value) noexcept {
+    return strictInt64(lenientNumber(value)).value_or(0);
+}
+std::uint64_t lenientUInt64(const Value& value) noexcept {
+    return strictUInt64(lenientNumber(value)).value_or(0);
+}
+double lenientDouble(const Value& value) noexcept {
+    return strictDouble(lenientNumber(value)).value_or(0);
+}
 
 }  // namespace vexim

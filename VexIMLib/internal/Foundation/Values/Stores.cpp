@@ -13,13 +13,17 @@ thread_local constinit Slab* openSlab = nullptr;
 
 }  // namespace
 
-Slab::Scope::Scope(std::size_t bytes) { openSlab = new (::operator new(sizeof(Slab) + bytes)) Slab(bytes); }
+Slab::Scope::Scope(std::size_t bytes) {
+    openSlab = new (::operator new(sizeof(Slab) + bytes)) Slab(bytes);
+}
 
 Slab::Scope::~Scope() { std::exchange(openSlab, nullptr)->letGo(); }
 
 void Slab::letGo() noexcept {
     // The last owner needs no read-modify-write.
-    if (owners_.load(std::memory_order_acquire) != 1 && owners_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+    if (owners_.load(std::memory_order_acquire) != 1 &&
+        owners_.fetch_sub(1, std::memory_order_acq_rel) != 1)
+        return;
     this->~Slab();
     ::operator delete(this);
 }
@@ -31,7 +35,8 @@ Block Block::take(std::size_t bytes) {
     if (slab == nullptr || rounded > slab->size_ - slab->used_) return {::operator new(bytes), 0};
     const std::size_t offset = std::exchange(slab->used_, slab->used_ + rounded);
     // Nobody else has a block of it before the scope ends.
-    slab->owners_.store(slab->owners_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    slab->owners_.store(slab->owners_.load(std::memory_order_relaxed) + 1,
+                        std::memory_order_relaxed);
     return {reinterpret_cast<std::byte*>(slab) + offset, static_cast<std::uint16_t>(offset)};
 }
 

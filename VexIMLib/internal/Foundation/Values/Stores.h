@@ -13,17 +13,20 @@
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Value.h"
 
-// The blocks behind the values, for Foundation's own sources: one allocation each, the contents right behind the head.
-// Every block begins with its `Counted`, so a Value counts without knowing the kind.
+// The blocks behind the values, for Foundation's own sources: one allocation each, the contents
+// right behind the head. Every block begins with its `Counted`, so a Value counts without knowing
+// the kind.
 
 namespace vexim::detail {
 
-/// What the texts and containers of one short JSON text lie in together, since they are made and mostly go together: one piece of
-/// memory in place of many, which are dear where one thread takes them and another gives them back. It goes with the last of its
-/// blocks, so who keeps a part of the text keeps the memory of the whole.
+/// What the texts and containers of one short JSON text lie in together, since they are made and
+/// mostly go together: one piece of memory in place of many, which are dear where one thread takes
+/// them and another gives them back. It goes with the last of its blocks, so who keeps a part of
+/// the text keeps the memory of the whole.
 class Slab {
 public:
-    /// While it lives, the blocks that this thread makes lie in a slab of `bytes`, as far as these reach.
+    /// While it lives, the blocks that this thread makes lie in a slab of `bytes`, as far as these
+    /// reach.
     class Scope {
     public:
         explicit Scope(std::size_t bytes);
@@ -53,8 +56,11 @@ struct Block {
 };
 
 struct StringRep : Counted {
-    StringRep(std::uint16_t blockOffset, std::size_t length) noexcept : size(length & kMostSize), offset(blockOffset) {}
-    static constexpr std::uint64_t kMostSize = (std::uint64_t{1} << 48) - 1;  // more than there are addresses
+    StringRep(std::uint16_t blockOffset, std::size_t length) noexcept
+        : size(length & kMostSize),
+          offset(blockOffset) {}
+    // more than there are addresses
+    static constexpr std::uint64_t kMostSize = (std::uint64_t{1} << 48) - 1;
     const std::uint64_t size : 48;
     const std::uint64_t offset : 16;  // the block's
 
@@ -68,7 +74,8 @@ struct StringRep : Counted {
 struct DataRep : Counted {
     template <class Bytes>
     explicit DataRep(Bytes owned) : bytes(std::move(owned)) {}
-    std::variant<std::string, std::vector<std::uint8_t>> bytes;  // as it was given, so that taking a buffer over copies nothing
+    // as it was given, so that taking a buffer over copies nothing
+    std::variant<std::string, std::vector<std::uint8_t>> bytes;
 };
 
 struct ObjectRep : Counted {
@@ -78,24 +85,31 @@ struct ObjectRep : Counted {
 
 /// An array's or dictionary's store. The last owner hands it to `bury`.
 struct ContainerRep : Counted {
-    ContainerRep(bool dictionary, std::uint16_t blockOffset) noexcept : isDictionary(dictionary), offset(blockOffset) {}
+    ContainerRep(bool dictionary, std::uint16_t blockOffset) noexcept
+        : isDictionary(dictionary),
+          offset(blockOffset) {}
     ContainerRep* nextDead = nullptr;
     const bool isDictionary;
     const std::uint16_t offset;  // the block's
 };
 
-/// Destroys a store that nobody owns any more, in place of recursion: a list nested a million deep must not exhaust the stack.
+/// Destroys a store that nobody owns any more, in place of recursion: a list nested a million deep
+/// must not exhaust the stack.
 void bury(ContainerRep* rep) noexcept;
-/// Runs `destroy` outside of any burial under way, so that an application's destructor sees its own values go at once.
+/// Runs `destroy` outside of any burial under way, so that an application's destructor sees its own
+/// values go at once.
 void releaseObject(ObjectRep* rep) noexcept;
 
 struct ArrayRep : ContainerRep {
-    ArrayRep(std::size_t room, std::uint16_t blockOffset) noexcept : ContainerRep(false, blockOffset), capacity(room) {}
+    ArrayRep(std::size_t room, std::uint16_t blockOffset) noexcept
+        : ContainerRep(false, blockOffset),
+          capacity(room) {}
     std::size_t size = 0;
     std::size_t capacity;
 
     static ArrayRep* make(std::size_t capacity);
-    /// Takes the `count` values at `values` over as they lie; what is left there counts as raw memory.
+    /// Takes the `count` values at `values` over as they lie; what is left there counts as raw
+    /// memory.
     static ArrayRep* adopt(Value* values, std::size_t count);
     static Array wrap(ArrayRep* rep) noexcept;
     /// The store of an array; nullptr when it is empty.
@@ -115,7 +129,8 @@ struct DictionaryItem {
 /// Keyed once a process, so that whoever chooses the texts cannot make them collide.
 std::uint32_t hashOfKey(std::string_view text) noexcept;
 
-/// Finds items by key once there are many: open addressing, at most half full, seeded against chosen collisions.
+/// Finds items by key once there are many: open addressing, at most half full, seeded against
+/// chosen collisions.
 class KeyIndex {
 public:
     KeyIndex(const DictionaryItem* items, std::size_t count);
@@ -137,7 +152,9 @@ private:
 };
 
 struct DictionaryRep : ContainerRep {
-    DictionaryRep(std::size_t room, std::uint16_t blockOffset) noexcept : ContainerRep(true, blockOffset), capacity(room) {}
+    DictionaryRep(std::size_t room, std::uint16_t blockOffset) noexcept
+        : ContainerRep(true, blockOffset),
+          capacity(room) {}
     std::size_t size = 0;
     std::size_t capacity;
     std::unique_ptr<KeyIndex> index;  // from kIndexedSize items on
@@ -146,15 +163,19 @@ struct DictionaryRep : ContainerRep {
     static constexpr std::size_t kIndexedSize = 16;
 
     static DictionaryRep* make(std::size_t capacity);
-    /// Takes `count` keys, each followed by its value, over as they lie. Of a repeated key the last value stays, in the first
-    /// place.
+    /// Takes `count` keys, each followed by its value, over as they lie. Of a repeated key the last
+    /// value stays, in the first place.
     static DictionaryRep* adopt(Value* keysAndValues, std::size_t count);
     static Dictionary wrap(DictionaryRep* rep) noexcept;
     /// The store of a dictionary; nullptr when it is empty.
-    static const DictionaryRep* of(const Dictionary& dictionary) noexcept { return dictionary.rep_; }
+    static const DictionaryRep* of(const Dictionary& dictionary) noexcept {
+        return dictionary.rep_;
+    }
     static void destroy(DictionaryRep* rep) noexcept;
     DictionaryItem* items() noexcept { return reinterpret_cast<DictionaryItem*>(this + 1); }
-    const DictionaryItem* items() const noexcept { return reinterpret_cast<const DictionaryItem*>(this + 1); }
+    const DictionaryItem* items() const noexcept {
+        return reinterpret_cast<const DictionaryItem*>(this + 1);
+    }
 
     DictionaryItem* find(std::string_view key) noexcept;
     /// The same for a key that is a value already.

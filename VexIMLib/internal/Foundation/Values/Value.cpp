@@ -18,7 +18,8 @@ constinit const Value kNil;
 }
 
 static_assert(sizeof(Value) == 16);
-static_assert(sizeof(Array) == sizeof(void*) && sizeof(Dictionary) == sizeof(void*) && sizeof(Data) == sizeof(void*),
+static_assert(sizeof(Array) == sizeof(void*) && sizeof(Dictionary) == sizeof(void*) &&
+                  sizeof(Data) == sizeof(void*),
               "a container lies in a value's word");
 
 /// Copies 14 bytes at most, by words that may overlap: a call of memcpy costs more than the copy.
@@ -65,7 +66,9 @@ Value::Value(vexim::Array array) noexcept : kind_(Kind::Array), inlineSize_(kCou
     new (bytes_ + kWordOffset) vexim::Array(std::move(array));
 }
 
-Value::Value(vexim::Dictionary dictionary) noexcept : kind_(Kind::Dictionary), inlineSize_(kCounted) {
+Value::Value(vexim::Dictionary dictionary) noexcept
+    : kind_(Kind::Dictionary),
+      inlineSize_(kCounted) {
     new (bytes_ + kWordOffset) vexim::Dictionary(std::move(dictionary));
 }
 
@@ -103,7 +106,9 @@ void Value::release() noexcept {
     }
 }
 
-std::string_view Value::sharedText() const noexcept { return static_cast<detail::StringRep*>(word<detail::Counted*>())->view(); }
+std::string_view Value::sharedText() const noexcept {
+    return static_cast<detail::StringRep*>(word<detail::Counted*>())->view();
+}
 
 std::optional<std::string> Value::asString() const {
     if (!isString()) return std::nullopt;
@@ -121,12 +126,15 @@ vexim::Array& Value::mutableArray() {
 }
 
 vexim::Dictionary& Value::mutableDictionary() {
-    if (!isDictionary()) throw Exception(kInternalInconsistencyException, "The value is not a dictionary.");
+    if (!isDictionary())
+        throw Exception(kInternalInconsistencyException, "The value is not a dictionary.");
     return const_cast<vexim::Dictionary&>(held<vexim::Dictionary>());
 }
 
 bool Value::boolValue() const noexcept { return lenientBool(*this); }
-std::int32_t Value::intValue() const noexcept { return static_cast<std::int32_t>(lenientInt64(*this)); }
+std::int32_t Value::intValue() const noexcept {
+    return static_cast<std::int32_t>(lenientInt64(*this));
+}
 std::int64_t Value::longLongValue() const noexcept { return lenientInt64(*this); }
 std::uint64_t Value::unsignedLongLongValue() const noexcept { return lenientUInt64(*this); }
 double Value::doubleValue() const noexcept { return lenientDouble(*this); }
@@ -149,7 +157,8 @@ std::string Value::description() const {
 
 namespace {
 
-// NaN equals itself here, so that a value always equals its copy, whether the copy shares the store or not.
+// NaN equals itself here, so that a value always equals its copy, whether the copy shares the store
+// or not.
 bool sameReal(double a, double b) noexcept { return a == b || (a != a && b != b); }
 
 using Pair = std::pair<const Value*, const Value*>;
@@ -226,6 +235,8 @@ bool operator==(const Dictionary& a, const Dictionary& b) noexcept {
 
 bool idsEqual(const Value& a, const Value& b) noexcept { return !a.isNil() && a == b; }
 
-bool idsEqual(const std::optional<std::string>& a, const std::optional<std::string>& b) noexcept { return a && b && *a == *b; }
+bool idsEqual(const std::optional<std::string>& a, const std::optional<std::string>& b) noexcept {
+    return a && b && *a == *b;
+}
 
 }  // namespace vexim

@@ -18,7 +18,8 @@ struct Slot {
 };
 
 Slot& slot() {
-    static auto* const instance = new Slot;  // never destroyed: threads may ask while the process exits
+    // never destroyed: threads may ask while the process exits
+    static auto* const instance = new Slot;
     return *instance;
 }
 

@@ -5,8 +5,9 @@
 
 namespace vexim {
 
-/// Facts about the device and the application's bundle, which a phone's platform would know. Set them at start-up; thread-safe.
-/// What was not set is nil, except for the system version, which is then the running system's.
+/// Facts about the device and the application's bundle, which a phone's platform would know. Set
+/// them at start-up; thread-safe. What was not set is nil, except for the system version, which is
+/// then the running system's.
 struct DeviceInfo {
     std::optional<std::string> bundleIdentifier;
     std::optional<std::string> bundleVersion;  ///< "CFBundleVersion"
@@ -19,6 +20,8 @@ DeviceInfo deviceInfo();
 void setDeviceInfo(DeviceInfo info);
 
 /// A fact as `%@` prints it: "(null)" for nil.
-inline std::string printed(const std::optional<std::string>& fact) { return fact.value_or("(null)"); }
+inline std::string printed(const std::optional<std::string>& fact) {
+    return fact.value_or("(null)");
+}
 
 }  // namespace vexim

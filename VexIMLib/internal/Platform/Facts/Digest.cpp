@@ -11,7 +11,8 @@ std::string md5Hex(std::string_view bytes) {
     static EVP_MD* const md5 = EVP_MD_fetch(nullptr, "MD5", nullptr);
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
     unsigned int size = 0;
-    if (!md5 || EVP_Digest(bytes.data(), bytes.size(), digest.data(), &size, md5, nullptr) != 1) return {};
+    if (!md5 || EVP_Digest(bytes.data(), bytes.size(), digest.data(), &size, md5, nullptr) != 1)
+        return {};
 
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string hex;

@@ -10,9 +10,11 @@
 
 namespace vexim {
 
-/// The last things that happened to a client, or to the process's requests. Each is a line of the log, too, at `Info`. Any thread.
+/// The last things that happened to a client, or to the process's requests. Each is a line of the
+/// log, too, at `Info`. Any thread.
 ///
-/// What goes in can be shown to anybody: words of our own, numbers, host names. Never text of the application's or of a peer's.
+/// What goes in can be shown to anybody: words of our own, numbers, host names. Never text of the
+/// application's or of a peer's.
 class EventRecord {
 public:
     explicit EventRecord(std::size_t most = 128) : most_(most) {}
@@ -28,7 +30,8 @@ private:
     const std::size_t most_;
     mutable Mutex mutex_;
     std::vector<VXIMDiagnosisEvent> events_ VEXIM_GUARDED_BY(mutex_);  // a ring once it is full
-    std::size_t next_ VEXIM_GUARDED_BY(mutex_) = 0;                    // where the oldest is replaced
+    // where the oldest is replaced
+    std::size_t next_ VEXIM_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace vexim

@@ -56,8 +56,9 @@ constexpr std::array kPhrases = {
 }  // namespace
 
 std::string_view localizedStringForStatusCode(int statusCode) noexcept {
-    const auto found = std::lower_bound(kPhrases.begin(), kPhrases.end(), statusCode,
-                                        [](const Phrase& phrase, int code) { return phrase.first < code; });
+    const auto found =
+        std::lower_bound(kPhrases.begin(), kPhrases.end(), statusCode,
+                         [](const Phrase& phrase, int code) { return phrase.first < code; });
     if (found != kPhrases.end() && found->first == statusCode) return found->second;
     switch (statusCode / 100) {
         case 1: return "informational";

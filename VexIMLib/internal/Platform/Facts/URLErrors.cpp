@@ -12,13 +12,16 @@ std::string_view urlErrorDescription(std::int64_t code) noexcept {
         case URLErrorBadURL: return "bad URL";
         case URLErrorTimedOut: return "The request timed out.";
         case URLErrorUnsupportedURL: return "unsupported URL";
-        case URLErrorCannotFindHost: return "A server with the specified hostname could not be found.";
+        case URLErrorCannotFindHost:
+            return "A server with the specified hostname could not be found.";
         case URLErrorCannotConnectToHost: return "Could not connect to the server.";
         case URLErrorNetworkConnectionLost: return "The network connection was lost.";
-        case URLErrorDNSLookupFailed: return "A server with the specified hostname could not be found.";
+        case URLErrorDNSLookupFailed:
+            return "A server with the specified hostname could not be found.";
         case URLErrorHTTPTooManyRedirects: return "too many HTTP redirects";
         case URLErrorResourceUnavailable: return "resource unavailable";
-        case URLErrorNotConnectedToInternet: return "The Internet connection appears to be offline.";
+        case URLErrorNotConnectedToInternet:
+            return "The Internet connection appears to be offline.";
         case URLErrorBadServerResponse: return "There was a bad response from the server.";
         case URLErrorZeroByteResource: return "zero byte resource";
         case URLErrorCannotDecodeRawData: return "cannot decode raw data";
@@ -27,33 +30,41 @@ std::string_view urlErrorDescription(std::int64_t code) noexcept {
         case URLErrorRequestBodyStreamExhausted: return "request body stream exhausted";
         case URLErrorFileDoesNotExist: return "The requested URL was not found on this server.";
         case URLErrorFileIsDirectory: return "file is directory";
-        case URLErrorNoPermissionsToReadFile: return "You do not have permission to access the requested resource.";
+        case URLErrorNoPermissionsToReadFile:
+            return "You do not have permission to access the requested resource.";
         case URLErrorDataLengthExceedsMaximum: return "resource exceeds maximum size";
         case URLErrorSecureConnectionFailed:
             return "An SSL error has occurred and a secure connection to the server cannot be made.";
-        case URLErrorServerCertificateHasBadDate: return "The certificate for this server has expired.";
-        case URLErrorServerCertificateUntrusted: return "The certificate for this server is invalid.";
+        case URLErrorServerCertificateHasBadDate:
+            return "The certificate for this server has expired.";
+        case URLErrorServerCertificateUntrusted:
+            return "The certificate for this server is invalid.";
         case URLErrorServerCertificateHasUnknownRoot:
             return "The certificate for this server was signed by an unknown certifying authority.";
-        case URLErrorServerCertificateNotYetValid: return "The certificate for this server is not yet valid.";
+        case URLErrorServerCertificateNotYetValid:
+            return "The certificate for this server is not yet valid.";
         default: return "unknown error";
     }
 }
 
 std::string failingURLText(const URL& url, FailingQuery query) {
-    // An attachment's address that is no URL of ours is taken for a path: then one may stand inside it, credentials and all.
+    // An attachment's address that is no URL of ours is taken for a path: then one may stand inside
+    // it, credentials and all.
     const bool isNested = url.encodedPath().find('@') != std::string::npos;
     const bool keepsQuery = query == FailingQuery::Kept && !isNested;
-    if (!isNested && !url.user() && !url.password() && (keepsQuery || !url.query())) return url.absoluteString();
+    if (!isNested && !url.user() && !url.password() && (keepsQuery || !url.query()))
+        return url.absoluteString();
     const std::string& host = url.host();
     return url.scheme() + "://" + (host.find(':') == std::string::npos ? host : "[" + host + "]") +
-           (url.port() ? ":" + std::to_string(*url.port()) : "") + (isNested ? "/redacted" : url.encodedPath()) +
+           (url.port() ? ":" + std::to_string(*url.port()) : "") +
+           (isNested ? "/redacted" : url.encodedPath()) +
            (url.query() ? "?" + (keepsQuery ? *url.query() : "redacted") : "");
 }
 
 namespace {
 
-ErrorPtr describedError(std::int64_t code, std::string_view description, const std::optional<URL>& url, std::string_view detail) {
+ErrorPtr describedError(std::int64_t code, std::string_view description,
+                        const std::optional<URL>& url, std::string_view detail) {
     Dictionary info;
     info.set(kLocalizedDescriptionKey, description);
     if (url) info.set(kFailingURLKey, failingURLText(*url));
@@ -83,7 +94,8 @@ std::int64_t urlErrorCodeForTransferResult(int result) noexcept {
         case CURLE_SEND_FAIL_REWIND: return URLErrorRequestBodyStreamExhausted;
         case CURLE_BAD_CONTENT_ENCODING: return URLErrorCannotDecodeContentData;
         case CURLE_WEIRD_SERVER_REPLY:
-        case CURLE_UNSUPPORTED_PROTOCOL:  // schemes are checked before: this is an answer that is no HTTP
+        // schemes are checked before: this is an answer that is no HTTP
+        case CURLE_UNSUPPORTED_PROTOCOL:
         case CURLE_PROXY: return URLErrorCannotParseResponse;
         // Cut short, cut off or reset: the peer went away in the middle.
         case CURLE_GOT_NOTHING:

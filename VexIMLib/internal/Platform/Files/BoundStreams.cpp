@@ -88,7 +88,9 @@ public:
         if (count == 0 && maxLength > 0) status_ = StreamStatus::AtEnd;
         return static_cast<std::int64_t>(count);
     }
-    bool hasBytesAvailable() const override { return status_ == StreamStatus::Open && pipe_->hasBytes(); }
+    bool hasBytesAvailable() const override {
+        return status_ == StreamStatus::Open && pipe_->hasBytes();
+    }
     StreamStatus streamStatus() const override { return status_; }
     ErrorPtr streamError() const override { return nullptr; }
     void interrupt() override { pipe_->closeReader(); }
@@ -120,10 +122,13 @@ public:
         const std::size_t count = pipe_->write(bytes, length);
         if (count > 0) return static_cast<std::int64_t>(count);
         status_ = StreamStatus::Error;
-        error_ = Error::withDescription(kPOSIXErrorDomain, EPIPE, "The other end of the stream is closed.");
+        error_ = Error::withDescription(kPOSIXErrorDomain, EPIPE,
+                                        "The other end of the stream is closed.");
         return -1;
     }
-    bool hasSpaceAvailable() const override { return status_ == StreamStatus::Open && pipe_->hasSpace(); }
+    bool hasSpaceAvailable() const override {
+        return status_ == StreamStatus::Open && pipe_->hasSpace();
+    }
     StreamStatus streamStatus() const override { return status_; }
     ErrorPtr streamError() const override { return error_; }
 
@@ -135,7 +140,8 @@ private:
 
 }  // namespace
 
-std::pair<std::shared_ptr<InputStream>, std::shared_ptr<OutputStream>> boundStreams(std::size_t capacity) {
+std::pair<std::shared_ptr<InputStream>, std::shared_ptr<OutputStream>> boundStreams(
+    std::size_t capacity) {
     auto pipe = std::make_shared<Pipe>(capacity);
     auto input = create<PipeInputStream>(pipe);
     return {std::move(input), create<PipeOutputStream>(std::move(pipe))};

@@ -14,7 +14,8 @@ class FileDescriptor {
 public:
     FileDescriptor() = default;
     explicit FileDescriptor(int descriptor) noexcept : descriptor_(descriptor) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    FileDescriptor(FileDescriptor&& other) noexcept
+        : descriptor_(std::exchange(other.descriptor_, -1)) {}
     FileDescriptor& operator=(FileDescriptor&& other) noexcept {
         std::swap(descriptor_, other.descriptor_);
         return *this;
@@ -36,8 +37,8 @@ public:
         while (count < 0 && errno == EINTR);
         return count;
     }
-    /// Reads on without ever waiting for a disk or a peer: EAGAIN when the bytes are not in the system's cache, EOPNOTSUPP where
-    /// that cannot be asked.
+    /// Reads on without ever waiting for a disk or a peer: EAGAIN when the bytes are not in the
+    /// system's cache, EOPNOTSUPP where that cannot be asked.
     ssize_t readCached(void* buffer, std::size_t size) const noexcept {
 #if defined(RWF_NOWAIT) && !defined(__ANDROID__)  // where preadv2 came late
         const iovec range{buffer, size};

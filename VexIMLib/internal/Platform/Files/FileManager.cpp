@@ -33,12 +33,15 @@ enum CocoaFileError : std::int64_t {
 ErrorPtr fileError(std::int64_t code, int errnum, std::string_view what) {
     const std::string reason = std::generic_category().message(errnum);
     Dictionary info;
-    info.set(kLocalizedDescriptionKey, "The file couldn't be " + std::string(what) + ": " + reason + ".");
+    info.set(kLocalizedDescriptionKey,
+             "The file couldn't be " + std::string(what) + ": " + reason + ".");
     info.set(kUnderlyingErrorKey, Error::withDescription(kPOSIXErrorDomain, errnum, reason));
     return Error::make(kCocoaErrorDomain, code, std::move(info));
 }
 
-ErrorPtr failIf(const std::error_code& failure) { return failure ? fileWriteError(failure.value()) : nullptr; }
+ErrorPtr failIf(const std::error_code& failure) {
+    return failure ? fileWriteError(failure.value()) : nullptr;
+}
 
 std::nullopt_t refuse(ErrorPtr* error) {
     const int errnum = errno;
@@ -109,7 +112,8 @@ bool isDirectory(const std::string& path) {
 std::optional<FileAttributes> attributes(const std::string& path, ErrorPtr* error) {
     struct stat status {};
     if (::stat(path.c_str(), &status) != 0) return refuse(error);
-    return FileAttributes{static_cast<std::uint64_t>(status.st_size), S_ISDIR(status.st_mode), S_ISREG(status.st_mode)};
+    return FileAttributes{static_cast<std::uint64_t>(status.st_size), S_ISDIR(status.st_mode),
+                          S_ISREG(status.st_mode)};
 }
 
 ErrorPtr createDirectory(const std::string& path, bool withIntermediates) {
@@ -133,7 +137,8 @@ ErrorPtr ensurePrivateDirectory(const std::string& path) {
     if (::lstat(path.c_str(), &status) != 0) return fileWriteError(errno);
     if (!S_ISDIR(status.st_mode)) return fileWriteError(EEXIST);
     if (status.st_uid != ::geteuid()) return fileWriteError(EPERM);
-    if ((status.st_mode & kOthers) != 0 && ::chmod(path.c_str(), S_IRWXU) != 0) return fileWriteError(errno);
+    if ((status.st_mode & kOthers) != 0 && ::chmod(path.c_str(), S_IRWXU) != 0)
+        return fileWriteError(errno);
     return nullptr;
 }
 
@@ -168,7 +173,8 @@ ErrorPtr writeAtomically(const Data& data, const std::string& path) {
     ssize_t count = 0;
     while (!rest.empty() && (count = file.write(rest.data(), rest.size())) >= 0)
         rest.remove_prefix(static_cast<std::size_t>(count));
-    if (rest.empty() && file.close() && ::rename(temporary.c_str(), path.c_str()) == 0) return nullptr;
+    if (rest.empty() && file.close() && ::rename(temporary.c_str(), path.c_str()) == 0)
+        return nullptr;
     const int errnum = errno;
     ::unlink(temporary.c_str());
     return fileWriteError(errnum);

@@ -68,13 +68,16 @@ public:
         status_ = StreamStatus::Closed;
     }
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) override {
-        if (status_ != StreamStatus::Open) return status_ == StreamStatus::AtEnd || status_ == StreamStatus::Closed ? 0 : -1;
+        if (status_ != StreamStatus::Open)
+            return status_ == StreamStatus::AtEnd || status_ == StreamStatus::Closed ? 0 : -1;
         const ssize_t count = file_.read(buffer, maxLength);
         if (count < 0) fail(errno);
         if (count == 0 && maxLength > 0) status_ = StreamStatus::AtEnd;
         return count;
     }
-    bool readsNonBlocking() const override { return status_ == StreamStatus::Open && !blocksAlways_; }
+    bool readsNonBlocking() const override {
+        return status_ == StreamStatus::Open && !blocksAlways_;
+    }
     std::int64_t readNonBlocking(std::uint8_t* buffer, std::size_t maxLength) override {
         if (!readsNonBlocking()) return -1;
         const ssize_t count = file_.readCached(buffer, maxLength);
@@ -86,7 +89,8 @@ public:
     ErrorPtr streamError() const override { return error_; }
     std::shared_ptr<InputStream> again() const override {
         const auto found = FileManager::attributes(path_);
-        return found && !found->isRegular ? nullptr : withFileAtPath(path_);  // one that is gone says so when it is opened
+        // one that is gone says so when it is opened
+        return found && !found->isRegular ? nullptr : withFileAtPath(path_);
     }
 
 private:
@@ -115,7 +119,9 @@ public:
     std::int64_t read(std::uint8_t*, std::size_t) override { return -1; }
     bool hasBytesAvailable() const override { return false; }
     StreamStatus streamStatus() const override { return status_; }
-    ErrorPtr streamError() const override { return status_ == StreamStatus::NotOpen ? nullptr : error_; }
+    ErrorPtr streamError() const override {
+        return status_ == StreamStatus::NotOpen ? nullptr : error_;
+    }
 
 private:
     ErrorPtr error_;
@@ -124,9 +130,13 @@ private:
 
 }  // namespace
 
-std::shared_ptr<InputStream> InputStream::withData(Data data) { return create<DataInputStream>(std::move(data)); }
+std::shared_ptr<InputStream> InputStream::withData(Data data) {
+    return create<DataInputStream>(std::move(data));
+}
 
-std::shared_ptr<InputStream> InputStream::withFileAtPath(std::string path) { return create<FileInputStream>(std::move(path)); }
+std::shared_ptr<InputStream> InputStream::withFileAtPath(std::string path) {
+    return create<FileInputStream>(std::move(path));
+}
 
 std::shared_ptr<InputStream> InputStream::withURL(const URL& url) {
     if (url.isFileURL()) return withFileAtPath(url.path());

@@ -24,14 +24,16 @@ std::string lowerCase(std::string_view text) {
 
 const Types& builtIn() {
     static const auto* const types = new Types{
-        {"png", "image/png"},       {"jpg", "image/jpeg"},       {"jpeg", "image/jpeg"},       {"gif", "image/gif"},
-        {"webp", "image/webp"},     {"heic", "image/heic"},      {"bmp", "image/bmp"},         {"tiff", "image/tiff"},
-        {"svg", "image/svg+xml"},   {"mp3", "audio/mpeg"},       {"m4a", "audio/mp4"},         {"aac", "audio/aac"},
-        {"wav", "audio/x-wav"},     {"amr", "audio/AMR"},        {"ogg", "audio/ogg"},         {"opus", "audio/ogg"},
-        {"flac", "audio/flac"},     {"mp4", "video/mp4"},        {"m4v", "video/mp4"},         {"mov", "video/quicktime"},
-        {"webm", "video/webm"},     {"mkv", "video/x-matroska"}, {"3gp", "video/3gpp"},        {"avi", "video/x-msvideo"},
-        {"txt", "text/plain"},      {"html", "text/html"},       {"json", "application/json"}, {"pdf", "application/pdf"},
-        {"zip", "application/zip"},
+        {"png", "image/png"},        {"jpg", "image/jpeg"},      {"jpeg", "image/jpeg"},
+        {"gif", "image/gif"},        {"webp", "image/webp"},     {"heic", "image/heic"},
+        {"bmp", "image/bmp"},        {"tiff", "image/tiff"},     {"svg", "image/svg+xml"},
+        {"mp3", "audio/mpeg"},       {"m4a", "audio/mp4"},       {"aac", "audio/aac"},
+        {"wav", "audio/x-wav"},      {"amr", "audio/AMR"},       {"ogg", "audio/ogg"},
+        {"opus", "audio/ogg"},       {"flac", "audio/flac"},     {"mp4", "video/mp4"},
+        {"m4v", "video/mp4"},        {"mov", "video/quicktime"}, {"webm", "video/webm"},
+        {"mkv", "video/x-matroska"}, {"3gp", "video/3gpp"},      {"avi", "video/x-msvideo"},
+        {"txt", "text/plain"},       {"html", "text/html"},      {"json", "application/json"},
+        {"pdf", "application/pdf"},  {"zip", "application/zip"},
     };
     return *types;
 }
@@ -63,7 +65,8 @@ Types parseMIMEGlobs(std::string_view globs2) {
         int weight = 0;
         std::from_chars(line.data(), line.data() + afterWeight, weight);
         const auto type = line.substr(afterWeight + 1, afterType - afterWeight - 1);
-        const auto pattern = line.substr(afterType + 1, line.find(':', afterType + 1) - afterType - 1);
+        const auto pattern =
+            line.substr(afterType + 1, line.find(':', afterType + 1) - afterType - 1);
         if (type.empty() || !pattern.starts_with("*.")) continue;
         const auto extension = lowerCase(pattern.substr(2));
         if (extension.empty() || extension.find_first_of("*?[") != std::string::npos) continue;

@@ -7,11 +7,13 @@
 
 namespace vexim {
 
-/// The preferred MIME type of a file name extension (without dot, any case), from the system's shared MIME database where there
-/// is one, else from a built-in table of the types that messages carry. nullopt when unknown or empty.
+/// The preferred MIME type of a file name extension (without dot, any case), from the system's
+/// shared MIME database where there is one, else from a built-in table of the types that messages
+/// carry. nullopt when unknown or empty.
 std::optional<std::string> mimeTypeForExtension(std::string_view extension);
 
-/// The "*.extension" lines of a shared MIME database's "globs2" file, lower case; the greatest weight wins, then the first.
+/// The "*.extension" lines of a shared MIME database's "globs2" file, lower case; the greatest
+/// weight wins, then the first.
 std::unordered_map<std::string, std::string> parseMIMEGlobs(std::string_view globs2);
 
 }  // namespace vexim

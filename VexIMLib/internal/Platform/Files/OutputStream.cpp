@@ -12,8 +12,8 @@
 namespace vexim {
 namespace {
 
-/// Keeps long runs as they came and gathers short ones. Nothing is copied again as it grows: the blocks that are left behind then
-/// would take as much memory as the answer.
+/// Keeps long runs as they came and gathers short ones. Nothing is copied again as it grows: the
+/// blocks that are left behind then would take as much memory as the answer.
 class MemoryOutputStream final : public OutputStream {
 public:
     using OutputStream::OutputStream;
@@ -31,7 +31,8 @@ public:
     }
     std::int64_t writeData(const Data& data) override {
         const bool isFirst = runs_.empty() && gathered_.empty();  // most answers are one run
-        if (status_ != StreamStatus::Open || (data.size() < kLongRun && !isFirst)) return write(data.bytes(), data.size());
+        if (status_ != StreamStatus::Open || (data.size() < kLongRun && !isFirst))
+            return write(data.bytes(), data.size());
         seal();
         if (!data.empty()) runs_.push_back(data);
         return static_cast<std::int64_t>(data.size());
@@ -76,7 +77,8 @@ public:
     void open() override {
         if (status_ != StreamStatus::NotOpen) return;
         status_ = StreamStatus::Open;
-        file_ = FileDescriptor(::open(path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (append_ ? O_APPEND : O_TRUNC), 0666));
+        file_ = FileDescriptor(::open(
+            path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | (append_ ? O_APPEND : O_TRUNC), 0666));
         if (!file_) fail(errno);
     }
     void close() override {

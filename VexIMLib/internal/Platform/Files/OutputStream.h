@@ -20,12 +20,14 @@ public:
     using Object::Object;
 
     static std::shared_ptr<OutputStream> toMemory();
-    /// Creates the file, or empties it unless `append`; what cannot be opened shows as an error once `open` was called.
+    /// Creates the file, or empties it unless `append`; what cannot be opened shows as an error
+    /// once `open` was called.
     static std::shared_ptr<OutputStream> toFileAtPath(std::string path, bool append);
 
     virtual void open() = 0;
     virtual void close() = 0;
-    /// Writes up to `length` bytes: how many were taken (never 0 while there is space), -1 on an error (see `streamError`).
+    /// Writes up to `length` bytes: how many were taken (never 0 while there is space), -1 on an
+    /// error (see `streamError`).
     virtual std::int64_t write(const std::uint8_t* bytes, std::size_t length) = 0;
     /// The same for a whole run of bytes, which a stream may keep instead of copying.
     virtual std::int64_t writeData(const Data& data) { return write(data.bytes(), data.size()); }
@@ -36,7 +38,9 @@ public:
     virtual Data dataWrittenToMemory() { return {}; }
 };
 
-/// Two ends of a pipe that holds `capacity` bytes: reads wait for bytes, writes for space. Closing one end ends the other.
-std::pair<std::shared_ptr<InputStream>, std::shared_ptr<OutputStream>> boundStreams(std::size_t capacity);
+/// Two ends of a pipe that holds `capacity` bytes: reads wait for bytes, writes for space. Closing
+/// one end ends the other.
+std::pair<std::shared_ptr<InputStream>, std::shared_ptr<OutputStream>> boundStreams(
+    std::size_t capacity);
 
 }  // namespace vexim

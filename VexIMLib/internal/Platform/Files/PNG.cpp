@@ -28,7 +28,8 @@ Data encodePNG(const Image& image) {
     // The bound avoids encoding twice, once only to learn the size.
     png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(control);
     std::vector<std::uint8_t> png(size);
-    const int fine = png_image_write_to_memory(&control, png.data(), &size, 0, image.pixels().data(), 0, nullptr);
+    const int fine = png_image_write_to_memory(&control, png.data(), &size, 0,
+                                               image.pixels().data(), 0, nullptr);
     png_image_free(&control);
     if (!fine) return {};
     return Data(png.data(), size);

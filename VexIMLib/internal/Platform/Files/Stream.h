@@ -3,6 +3,15 @@
 namespace vexim {
 
 /// Where a stream stands; the numbers are the platform's, so "at the end or later" is `>= AtEnd`.
-enum class StreamStatus : int { NotOpen = 0, Opening = 1, Open = 2, Reading = 3, Writing = 4, AtEnd = 5, Closed = 6, Error = 7 };
+enum class StreamStatus : int {
+    NotOpen = 0,
+    Opening = 1,
+    Open = 2,
+    Reading = 3,
+    Writing = 4,
+    AtEnd = 5,
+    Closed = 6,
+    Error = 7
+};
 
 }  // namespace vexim

@@ -14,8 +14,8 @@
 namespace vexim {
 namespace {
 
-// Together what stays in a core's cache with the copies that libcurl and the system make of it. Longer chunks cost fewer switches
-// between the reader and the network thread.
+// Together what stays in a core's cache with the copies that libcurl and the system make of it.
+// Longer chunks cost fewer switches between the reader and the network thread.
 constexpr std::size_t kChunkBytes = 128 * 1024;
 constexpr std::size_t kMostChunks = 4;
 
@@ -27,7 +27,8 @@ struct Chunk {
 
 }  // namespace
 
-struct BodyReader::Shared final : ReaderPool::Work, std::enable_shared_from_this<BodyReader::Shared> {
+struct BodyReader::Shared final : ReaderPool::Work,
+                                  std::enable_shared_from_this<BodyReader::Shared> {
     /// Who reads next, and what that waits for.
     enum class Phase {
         Parked,      // the network thread, which has enough for now or reads by itself
@@ -37,8 +38,8 @@ struct BodyReader::Shared final : ReaderPool::Work, std::enable_shared_from_this
         Ended,
     };
 
-    Shared(std::shared_ptr<InputStream> body, std::optional<std::uint64_t> announced, std::function<void()> call,
-           ReaderPool& threads)
+    Shared(std::shared_ptr<InputStream> body, std::optional<std::uint64_t> announced,
+           std::function<void()> call, ReaderPool& threads)
         : stream(std::move(body)),
           length(announced),
           pool(threads),
@@ -48,7 +49,8 @@ struct BodyReader::Shared final : ReaderPool::Work, std::enable_shared_from_this
     const std::optional<std::uint64_t> length;
     ReaderPool& pool;
 
-    // The stream, and how far it has been read, are the reader's, or while it is `lent` the network thread's.
+    // The stream, and how far it has been read, are the reader's, or while it is `lent` the network
+    // thread's.
     bool opened = false;
     Chunk current;
     std::uint64_t position = 0;
@@ -83,14 +85,16 @@ struct BodyReader::Shared final : ReaderPool::Work, std::enable_shared_from_this
     void abandon();
     std::size_t readLent(char* target, std::size_t most) VEXIM_REQUIRES(mutex);
 
-    /// Has a thread of the pool go on, if `from` is still what it waits for. Where there is none, it is over.
+    /// Has a thread of the pool go on, if `from` is still what it waits for. Where there is none,
+    /// it is over.
     void goOn(Phase from) {
         {
             const MutexLock lock(mutex);
             if (phase != from) return;
             phase = Phase::Queued;
         }
-        if (!pool.add(shared_from_this())) finish(makeURLError(URLErrorUnknown, std::nullopt, "no thread to read the body"));
+        if (!pool.add(shared_from_this()))
+            finish(makeURLError(URLErrorUnknown, std::nullopt, "no thread to read the body"));
     }
 
     std::unique_ptr<std::uint8_t[]> emptyBuffer() {
@@ -107,7 +111,8 @@ struct BodyReader::Shared final : ReaderPool::Work, std::enable_shared_from_this
         NetworkThread::shared().post([weak = weak_from_this()] {
             const auto self = weak.lock();
             if (!self) return;
-            if (const auto call = self->ready) call();  // a copy: the call may destroy the reader, and with it the original
+            // a copy: the call may destroy the reader, and with it the original
+            if (const auto call = self->ready) call();
         });
     }
 };
@@ -151,12 +156,15 @@ bool BodyReader::Shared::mayReadOn() {
 /// Reads one piece into the current chunk. False when it waits for something else now, or is over.
 bool BodyReader::Shared::readOn() {
     if (!current.bytes) current.bytes = emptyBuffer();
-    // The last bytes go out only when nothing follows them: the peer must not get a whole body of a file that has grown.
+    // The last bytes go out only when nothing follows them: the peer must not get a whole body of a
+    // file that has grown.
     std::uint8_t next = 0;
     const bool isWhole = length && position == *length;
     const std::size_t room = kChunkBytes - current.count;
-    const std::size_t most = length ? static_cast<std::size_t>(std::min<std::uint64_t>(room, *length - position)) : room;
-    auto piece = isWhole ? stream->readPiece(&next, 1) : stream->readPiece(current.bytes.get() + current.count, most);
+    const std::size_t most =
+        length ? static_cast<std::size_t>(std::min<std::uint64_t>(room, *length - position)) : room;
+    auto piece = isWhole ? stream->readPiece(&next, 1)
+                         : stream->readPiece(current.bytes.get() + current.count, most);
     if (ErrorPtr failure = stream->streamError()) return finish(std::move(failure)), false;
     const auto fail = [this](const char* words) {
         finish(makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, words));
@@ -181,8 +189,9 @@ bool BodyReader::Shared::readOn() {
     return !isLent;
 }
 
-/// Hands the current chunk over; true when the network thread reads on by itself, for as long as that takes no waiting. Most files
-/// that are sent were just written or looked at; for them this spares a copy and the switches of threads.
+/// Hands the current chunk over; true when the network thread reads on by itself, for as long as
+/// that takes no waiting. Most files that are sent were just written or looked at; for them this
+/// spares a copy and the switches of threads.
 bool BodyReader::Shared::publish(bool mayLend) {
     if (current.count == 0) return false;
     bool wasAwaited = false;
@@ -207,18 +216,19 @@ void BodyReader::Shared::wait(InputStream::Piece piece) {
         NetworkThread::shared().post([self, duration] { self->rest(duration); });
     };
     if (!piece.onMain) return thenRest();
-    MainQueue::shared().async([self = shared_from_this(), piece = std::move(piece), thenRest = std::move(thenRest)] {
-        piece.onMain();
-        if (piece.rest.count() <= 0) {
-            self->goOn(Phase::AwaitsMain);
-            return;
-        }
-        {
-            const MutexLock lock(self->mutex);
-            self->phase = Phase::Rests;
-        }
-        thenRest();
-    });
+    MainQueue::shared().async(
+        [self = shared_from_this(), piece = std::move(piece), thenRest = std::move(thenRest)] {
+            piece.onMain();
+            if (piece.rest.count() <= 0) {
+                self->goOn(Phase::AwaitsMain);
+                return;
+            }
+            {
+                const MutexLock lock(self->mutex);
+                self->phase = Phase::Rests;
+            }
+            thenRest();
+        });
 }
 
 /// Once the reader is gone, and its timer with it, what remains is to close the stream.
@@ -264,7 +274,8 @@ void BodyReader::Shared::abandon() {
 std::size_t BodyReader::Shared::readLent(char* target, std::size_t most) {
     // The last bytes are left to the reader, who looks for what may follow them.
     const bool isNearEnd = length && *length - position <= most;
-    const std::int64_t count = isNearEnd ? -1 : stream->readNonBlocking(reinterpret_cast<std::uint8_t*>(target), most);
+    const std::int64_t count =
+        isNearEnd ? -1 : stream->readNonBlocking(reinterpret_cast<std::uint8_t*>(target), most);
     if (count <= 0) {
         lent = false;
         return 0;
@@ -273,8 +284,8 @@ std::size_t BodyReader::Shared::readLent(char* target, std::size_t most) {
     return static_cast<std::size_t>(count);
 }
 
-BodyReader::BodyReader(std::shared_ptr<InputStream> stream, std::optional<std::uint64_t> length, std::function<void()> ready,
-                       ReaderPool& pool)
+BodyReader::BodyReader(std::shared_ptr<InputStream> stream, std::optional<std::uint64_t> length,
+                       std::function<void()> ready, ReaderPool& pool)
     : shared_(std::make_shared<Shared>(std::move(stream), length, std::move(ready), pool)) {}
 
 BodyReader::~BodyReader() {
@@ -285,7 +296,9 @@ BodyReader::~BodyReader() {
 BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
     if (!shared_->started) {
         if (!shared_->stream->claim()) {
-            return {0, false, makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt, "the body has been read before")};
+            return {0, false,
+                    makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt,
+                                 "the body has been read before")};
         }
         shared_->started = true;
         shared_->goOn(Shared::Phase::Parked);
@@ -305,7 +318,8 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
             shared_->spare.push_back(std::move(chunk.bytes));
             shared_->filled.pop_front();
         }
-        if (taken.count < most && shared_->lent) taken.count += shared_->readLent(target + taken.count, most - taken.count);
+        if (taken.count < most && shared_->lent)
+            taken.count += shared_->readLent(target + taken.count, most - taken.count);
         // Called for every chunk, the reader would cost a switch of threads each.
         isReaderDue = !shared_->lent && shared_->filled.size() <= kMostChunks / 4;
         if (taken.count == 0) {

@@ -12,12 +12,14 @@ namespace {
 
 constexpr std::size_t kMostSpares = 64;
 
-// Left alone, libcurl keeps four idle connections for each running transfer and closes the rest after every burst. More new ones
-// at once than this overrun the accept queue of a small server, which costs seconds.
+// Left alone, libcurl keeps four idle connections for each running transfer and closes the rest
+// after every burst. More new ones at once than this overrun the accept queue of a small server,
+// which costs seconds.
 constexpr CurlMulti::Limits kLimits{.idleConnections = 64, .connectionsPerHost = 16};
 
 std::vector<std::unique_ptr<CurlHandle>>& spares() {
-    static auto* const handles = new std::vector<std::unique_ptr<CurlHandle>>;  // never destroyed, like the network thread
+    // never destroyed, like the network thread
+    static auto* const handles = new std::vector<std::unique_ptr<CurlHandle>>;
     return *handles;
 }
 
@@ -64,7 +66,8 @@ CurlHandle::CurlHandle(CURL* easy) : easy_(easy) {
 CurlHandle::~CurlHandle() { curl_easy_cleanup(easy_); }
 
 std::string_view CurlHandle::errorText(CURLcode result) const {
-    return errorText_[0] ? std::string_view(errorText_) : std::string_view(curl_easy_strerror(result));
+    return errorText_[0] ? std::string_view(errorText_)
+                         : std::string_view(curl_easy_strerror(result));
 }
 
 }  // namespace vexim

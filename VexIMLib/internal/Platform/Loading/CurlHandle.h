@@ -11,8 +11,8 @@ namespace vexim {
 
 class CurlMulti;
 
-/// An easy handle with everything set that no request changes. Handles are kept and used again: making and setting one up costs
-/// as much as a short transfer. Network thread only.
+/// An easy handle with everything set that no request changes. Handles are kept and used again:
+/// making and setting one up costs as much as a short transfer. Network thread only.
 class CurlHandle {
 public:
     /// A spare one, or a new one.
@@ -20,7 +20,8 @@ public:
     /// Not part of a multi any more.
     static void giveBack(std::unique_ptr<CurlHandle> handle);
 
-    /// The connections for short exchanges and downloads, HTTP/2 where TLS offers it, and those for long uploads, HTTP/1.1.
+    /// The connections for short exchanges and downloads, HTTP/2 where TLS offers it, and those for
+    /// long uploads, HTTP/1.1.
     static CurlMulti& multi();
     static CurlMulti& multiForUploads();
 

@@ -9,11 +9,14 @@
 
 namespace vexim {
 
-/// The header lines of one request for libcurl, in two blocks of memory, where `curl_slist_append` would take two for each line.
+/// The header lines of one request for libcurl, in two blocks of memory, where `curl_slist_append`
+/// would take two for each line.
 class CurlHeaderList {
 public:
     /// A field; libcurl writes an empty one for "Name;".
-    void add(std::string_view name, std::string_view value) { addLine(name, value.empty() ? ";" : ": ", value); }
+    void add(std::string_view name, std::string_view value) {
+        addLine(name, value.empty() ? ";" : ": ", value);
+    }
     /// Has libcurl leave out a field that it would write by itself.
     void suppress(std::string_view name) { addLine(name, ":", {}); }
     void clear() noexcept {

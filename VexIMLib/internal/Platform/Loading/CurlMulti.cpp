@@ -19,40 +19,50 @@ struct CurlMulti::Socket {
           descriptor(context, copy < 0 ? socket : copy) {}
     ~Socket() { stopWatching(); }
     void stopWatching() {
-        // Not asio's own close, which leaves it to the system to drop a descriptor: libcurl's keeps the connection open.
+        // Not asio's own close, which leaves it to the system to drop a descriptor: libcurl's keeps
+        // the connection open.
         if (descriptor.is_open()) descriptor.release();
         if (const int mine = std::exchange(copy, -1); mine >= 0) ::close(mine);
     }
     const curl_socket_t number;
-    // A number that libcurl closes without a word is soon another thread's. So the loop watches a copy that nobody else closes,
-    // as long as the process has a descriptor left for one.
+    // A number that libcurl closes without a word is soon another thread's. So the loop watches a
+    // copy that nobody else closes, as long as the process has a descriptor left for one.
     int copy;
     asio::posix::stream_descriptor descriptor;
     bool wantsRead = false;
     bool wantsWrite = false;
-    bool readWaits = false;  // a wait is on its way; it stays when libcurl loses interest, for an idle connection's next request
+    // a wait is on its way; it stays when libcurl loses interest, for an idle connection's next
+    // request
+    bool readWaits = false;
     bool writeWaits = false;
     bool closed = false;
 };
 
 namespace {
 
-/// libcurl closes the sockets of its name lookups, and those that are not connected, without calling `onCloseSocket`.
+/// libcurl closes the sockets of its name lookups, and those that are not connected, without
+/// calling `onCloseSocket`.
 bool isClosedSilently(int descriptor) {
     sockaddr_storage peer{};
     socklen_t size = sizeof peer;
-    return ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0 || peer.ss_family == AF_UNIX;
+    return ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0 ||
+           peer.ss_family == AF_UNIX;
 }
 
 }  // namespace
 
-CurlMulti::CurlMulti(asio::io_context& context, Limits limits) : context_(context), multi_(curl_multi_init()), timer_(context) {
+CurlMulti::CurlMulti(asio::io_context& context, Limits limits)
+    : context_(context),
+      multi_(curl_multi_init()),
+      timer_(context) {
     curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &CurlMulti::onSocket);
     curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &CurlMulti::onTimer);
     curl_multi_setopt(multi_, CURLMOPT_TIMERDATA, this);
-    if (limits.idleConnections) curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, *limits.idleConnections);
-    if (limits.connectionsPerHost) curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, *limits.connectionsPerHost);
+    if (limits.idleConnections)
+        curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, *limits.idleConnections);
+    if (limits.connectionsPerHost)
+        curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS, *limits.connectionsPerHost);
 }
 
 CurlMulti::~CurlMulti() {
@@ -91,7 +101,8 @@ int CurlMulti::onTimer(CURLM*, long timeoutMillis, void* self) {
 curl_socket_t CurlMulti::onOpenSocket(void* exchange, curlsocktype, curl_sockaddr* address) {
     auto& connecting = *static_cast<Exchange*>(exchange);
     connecting.hasBegunToConnect_ = true;
-    const int socket = ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+    const int socket =
+        ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
     connecting.multi_->forget(socket);  // what the number stood for before
     return socket;
 }
@@ -122,7 +133,8 @@ void CurlMulti::watch(curl_socket_t socket, int what) {
         found = sockets_.emplace(socket, std::make_shared<Socket>(context_, socket)).first;
     }
     // This is the last that we hear of it.
-    if (what == CURL_POLL_REMOVE && isClosedSilently(found->second->descriptor.native_handle())) return forget(socket);
+    if (what == CURL_POLL_REMOVE && isClosedSilently(found->second->descriptor.native_handle()))
+        return forget(socket);
     Socket& watched = *found->second;
     watched.wantsRead = what == CURL_POLL_IN || what == CURL_POLL_INOUT;
     watched.wantsWrite = what == CURL_POLL_OUT || what == CURL_POLL_INOUT;
@@ -136,7 +148,8 @@ void CurlMulti::wait(const std::shared_ptr<Socket>& socket) {
                                       [this, socket](const boost::system::error_code& error) {
                                           socket->readWaits = false;
                                           if (socket->closed || !socket->wantsRead) return;
-                                          act(socket->number, error ? CURL_CSELECT_ERR : CURL_CSELECT_IN);
+                                          act(socket->number,
+                                              error ? CURL_CSELECT_ERR : CURL_CSELECT_IN);
                                           if (!socket->closed) wait(socket);
                                       });
     }
@@ -146,7 +159,8 @@ void CurlMulti::wait(const std::shared_ptr<Socket>& socket) {
                                       [this, socket](const boost::system::error_code& error) {
                                           socket->writeWaits = false;
                                           if (socket->closed || !socket->wantsWrite) return;
-                                          act(socket->number, error ? CURL_CSELECT_ERR : CURL_CSELECT_OUT);
+                                          act(socket->number,
+                                              error ? CURL_CSELECT_ERR : CURL_CSELECT_OUT);
                                           if (!socket->closed) wait(socket);
                                       });
     }

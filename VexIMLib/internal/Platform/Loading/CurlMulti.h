@@ -13,19 +13,21 @@
 
 namespace vexim {
 
-/// libcurl's multi interface on an asio loop, driven by its socket and timer callbacks. One pool of connections.
-/// Everything happens on the loop's thread.
+/// libcurl's multi interface on an asio loop, driven by its socket and timer callbacks. One pool of
+/// connections. Everything happens on the loop's thread.
 class CurlMulti {
 public:
     /// What stands behind an easy handle, as its CURLOPT_PRIVATE.
     class Exchange {
     public:
         virtual ~Exchange() = default;
-        /// The transfer is over; the handle is no longer part of the multi. May add and remove handles.
+        /// The transfer is over; the handle is no longer part of the multi. May add and remove
+        /// handles.
         virtual void transferEnded(CURLcode result) = 0;
 
     protected:
-        /// Whether a connection is being made for it (or was), so that it does not wait for another one's.
+        /// Whether a connection is being made for it (or was), so that it does not wait for another
+        /// one's.
         bool hasBegunToConnect() const noexcept { return hasBegunToConnect_; }
 
     private:
@@ -34,7 +36,8 @@ public:
         bool hasBegunToConnect_ = false;
     };
 
-    /// What the pool may hold; nullopt leaves it to libcurl, which keeps four idle connections for each running transfer.
+    /// What the pool may hold; nullopt leaves it to libcurl, which keeps four idle connections for
+    /// each running transfer.
     struct Limits {
         std::optional<long> idleConnections;
         std::optional<long> connectionsPerHost;  // nullopt: none
@@ -43,15 +46,18 @@ public:
     CurlMulti(boost::asio::io_context& context, Limits limits);
     CurlMulti(const CurlMulti&) = delete;
     CurlMulti& operator=(const CurlMulti&) = delete;
-    /// Closes the idle connections. No handle may be in it any more, and none of its calls under way. It waits for nothing when
-    /// all handles had CURLOPT_QUICK_EXIT; else it may wait for a name lookup.
+    /// Closes the idle connections. No handle may be in it any more, and none of its calls under
+    /// way. It waits for nothing when all handles had CURLOPT_QUICK_EXIT; else it may wait for a
+    /// name lookup.
     ~CurlMulti();
 
-    /// Sets, on an easy handle, what this class needs there. `exchange` stands behind it until the transfer has ended.
+    /// Sets, on an easy handle, what this class needs there. `exchange` stands behind it until the
+    /// transfer has ended.
     void prepare(CURL* easy, Exchange& exchange);
     /// Starts the transfer that the handle describes.
     void add(CURL* easy);
-    /// Takes a handle out, cutting its transfer off if it runs. Not from inside one of libcurl's callbacks.
+    /// Takes a handle out, cutting its transfer off if it runs. Not from inside one of libcurl's
+    /// callbacks.
     void remove(CURL* easy);
 
 private:
@@ -77,8 +83,9 @@ private:
     CURLM* const multi_;
     std::unordered_map<curl_socket_t, std::shared_ptr<Socket>> sockets_;
 
-    // Re-arming a timer at each of libcurl's many requests would cost more than the rest of a short transfer. So the timer stands
-    // where it stood unless it would fire too late, and a zero timeout is a post.
+    // Re-arming a timer at each of libcurl's many requests would cost more than the rest of a short
+    // transfer. So the timer stands where it stood unless it would fire too late, and a zero
+    // timeout is a post.
     boost::asio::steady_timer timer_;
     Clock::time_point deadline_ = Clock::time_point::max();  // when libcurl wants to be called
     Clock::time_point armedFor_ = Clock::time_point::max();  // when the timer will fire

@@ -18,7 +18,8 @@ bool speaksOpenSSL() {
     return does;
 }
 
-/// OpenSSL's reason at the end of "OpenSSL/3.0: error:0A00010B:SSL routines::wrong version number"; empty for other texts.
+/// OpenSSL's reason at the end of "OpenSSL/3.0: error:0A00010B:SSL routines::wrong version number";
+/// empty for other texts.
 std::string_view reasonIn(std::string_view text) {
     const auto beginning = text.find("error:");
     return beginning == text.npos ? std::string_view{} : text.substr(text.rfind(':') + 1);
@@ -31,27 +32,33 @@ void CurlTrust::apply(CURL* easy, std::shared_ptr<const Trust> trust, std::strin
     host_ = std::move(host);
     curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &CurlTrust::onContext);
     curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, this);
-    // Were the function above not called, there would be no authority at all, and every peer be refused.
+    // Were the function above not called, there would be no authority at all, and every peer be
+    // refused.
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
     curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
-    // libcurl does not see what the function does, but shares nothing between different folders of authorities. This one is
-    // only a name: OpenSSL would look into it when it verifies, and by then has our store.
-    curl_easy_setopt(easy, CURLOPT_CAPATH, ("/trust/" + std::to_string(trust_ ? trust_->identity() : 0)).c_str());
+    // libcurl does not see what the function does, but shares nothing between different folders of
+    // authorities. This one is only a name: OpenSSL would look into it when it verifies, and by
+    // then has our store.
+    curl_easy_setopt(easy, CURLOPT_CAPATH,
+                     ("/trust/" + std::to_string(trust_ ? trust_->identity() : 0)).c_str());
 }
 
 CURLcode CurlTrust::onContext(CURL*, void* context, void* self) {
     const auto& [trust, host] = *static_cast<CurlTrust*>(self);
-    const bool governs = speaksOpenSSL() && trust && trust->govern(static_cast<ssl_ctx_st*>(context), host);
+    const bool governs =
+        speaksOpenSSL() && trust && trust->govern(static_cast<ssl_ctx_st*>(context), host);
     return governs ? CURLE_OK : CURLE_SSL_CERTPROBLEM;
 }
 
-std::optional<CertificateFault> CurlTrust::fault(CURL* easy, CURLcode result, std::string_view text) const {
+std::optional<CertificateFault> CurlTrust::fault(CURL* easy, CURLcode result,
+                                                 std::string_view text) const {
     switch (result) {
         case CURLE_PEER_FAILED_VERIFICATION: {
             long verified = X509_V_OK;
             curl_easy_getinfo(easy, CURLINFO_SSL_VERIFYRESULT, &verified);
-            return certificateFault(verified == X509_V_OK ? X509_V_ERR_UNSPECIFIED : verified, host_);
+            return certificateFault(verified == X509_V_OK ? X509_V_ERR_UNSPECIFIED : verified,
+                                    host_);
         }
         case CURLE_SSL_CERTPROBLEM: return impossibleHost(host_);
         case CURLE_SSL_CONNECT_ERROR: return handshakeFault(reasonIn(text));

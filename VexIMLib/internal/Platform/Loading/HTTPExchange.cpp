@@ -17,18 +17,20 @@ namespace vexim {
 namespace {
 
 constexpr std::size_t kMostHeadBytes = 256 * 1024;  // libcurl's own limit ends as a lost connection
-/// What fits into the first flow-control window of HTTP/2. libcurl 7.88 spins when a peer answers a longer upload without reading
-/// it, so those take HTTP/1.1.
+/// What fits into the first flow-control window of HTTP/2. libcurl 7.88 spins when a peer answers a
+/// longer upload without reading it, so those take HTTP/1.1.
 constexpr std::size_t kMostHTTP2BodyBytes = 32 * 1024;
 
 /// Whether its body is sent piece by piece, over HTTP/1.1.
 bool isLongUpload(const URLRequest& request) {
-    return request.body.size() > kMostHTTP2BodyBytes || (request.body.empty() && request.bodyStream);
+    return request.body.size() > kMostHTTP2BodyBytes ||
+           (request.body.empty() && request.bodyStream);
 }
 
 /// Fields that describe the framing, which is libcurl's to write.
 bool isFraming(std::string_view name) {
-    return sameHeaderName(name, "Content-Length") || sameHeaderName(name, "Transfer-Encoding") || sameHeaderName(name, "Expect");
+    return sameHeaderName(name, "Content-Length") || sameHeaderName(name, "Transfer-Encoding") ||
+           sameHeaderName(name, "Expect");
 }
 
 }  // namespace
@@ -43,14 +45,16 @@ std::optional<std::uint64_t> announcedBodyLength(const URLRequest& request) {
 
 class HTTPExchange::Impl final : public CurlMulti::Exchange {
 public:
-    Impl(Handler& handler, std::shared_ptr<const URLRequest> request, std::shared_ptr<const Trust> trust);
+    Impl(Handler& handler, std::shared_ptr<const URLRequest> request,
+         std::shared_ptr<const Trust> trust);
     ~Impl() override;
 
     void transferEnded(CURLcode result) override;
     void resumeReceiving();
     std::int64_t bytesMoved() const;
     bool waitsForUs() const {
-        return receivingPaused_ || (sendingPaused_ && reader_ && reader_->isAwaited()) || (hasNoConnection() && !mayShare_);
+        return receivingPaused_ || (sendingPaused_ && reader_ && reader_->isAwaited()) ||
+               (hasNoConnection() && !mayShare_);
     }
     bool waitsForAnothersConnection() const { return hasNoConnection() && mayShare_; }
     void openOwnConnection();
@@ -104,10 +108,12 @@ private:
     ErrorPtr failure_;  // found by a callback that then stopped the transfer
 };
 
-HTTPExchange::Impl::Impl(Handler& handler, std::shared_ptr<const URLRequest> request, std::shared_ptr<const Trust> trust)
+HTTPExchange::Impl::Impl(Handler& handler, std::shared_ptr<const URLRequest> request,
+                         std::shared_ptr<const Trust> trust)
     : handler_(handler),
       request_(std::move(request)),
-      // Two pools, because libcurl would put a request that wants HTTP/1.1 onto an idle HTTP/2 connection.
+      // Two pools, because libcurl would put a request that wants HTTP/1.1 onto an idle HTTP/2
+      // connection.
       multi_(isLongUpload(*request_) ? CurlHandle::multiForUploads() : CurlHandle::multi()),
       handle_(CurlHandle::take()) {
     handle_->trust().apply(easy(), std::move(trust), request_->url->host());
@@ -128,14 +134,17 @@ void HTTPExchange::Impl::describeRequest() {
     multi_.prepare(easy(), *this);
     curl_easy_setopt(easy(), CURLOPT_URL, request_->url->absoluteString().c_str());
     curl_easy_setopt(easy(), CURLOPT_PROXY, isThisMachine(request_->url->host()) ? "" : nullptr);
-    curl_easy_setopt(easy(), CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(request_->timeout.count()));
-    const bool decodes = request_->acceptsCompression && !request_->headers.contains("Accept-Encoding");
+    curl_easy_setopt(easy(), CURLOPT_CONNECTTIMEOUT_MS,
+                     static_cast<long>(request_->timeout.count()));
+    const bool decodes =
+        request_->acceptsCompression && !request_->headers.contains("Accept-Encoding");
     curl_easy_setopt(easy(), CURLOPT_ACCEPT_ENCODING, decodes ? "gzip, deflate, br" : nullptr);
 }
 
 void HTTPExchange::Impl::describeHeaders() {
     for (const auto& [name, value] : request_->headers) {
-        if (isHeaderName(name) && isHeaderValue(value) && !isFraming(name)) headerList_.add(name, value);
+        if (isHeaderName(name) && isHeaderValue(value) && !isFraming(name))
+            headerList_.add(name, value);
     }
     headerList_.suppress("Expect");  // a round trip that few servers answer well
     if (!request_->headers.contains("Content-Type")) headerList_.suppress("Content-Type");
@@ -154,28 +163,36 @@ void HTTPExchange::Impl::describeBody() {
     const bool longUpload = isLongUpload(*request_);
     if (longUpload) {
         curl_easy_setopt(easy(), CURLOPT_UPLOAD, 1L);
-        curl_easy_setopt(easy(), CURLOPT_INFILESIZE_LARGE, length ? static_cast<curl_off_t>(*length) : curl_off_t{-1});
-        if (streamed) reader_ = std::make_unique<BodyReader>(request_->bodyStream, length, [this] { resumeSending(); });
+        curl_easy_setopt(easy(), CURLOPT_INFILESIZE_LARGE,
+                         length ? static_cast<curl_off_t>(*length) : curl_off_t{-1});
+        if (streamed)
+            reader_ = std::make_unique<BodyReader>(request_->bodyStream, length,
+                                                   [this] { resumeSending(); });
         isChunked_ = !length;
     } else if (hasBody_ || method == "POST" || method == "PUT" || method == "PATCH") {
         curl_easy_setopt(easy(), CURLOPT_POST, 1L);
         curl_easy_setopt(easy(), CURLOPT_POSTFIELDS, hasBody_ ? request_->body.view().data() : "");
-        curl_easy_setopt(easy(), CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request_->body.size()));
+        curl_easy_setopt(easy(), CURLOPT_POSTFIELDSIZE_LARGE,
+                         static_cast<curl_off_t>(request_->body.size()));
     } else if (method == "HEAD") {
         curl_easy_setopt(easy(), CURLOPT_NOBODY, 1L);
     }
-    // A kept connection may be closing just now, and a body that was begun would be lost with it. So streams take a fresh one, and
-    // leave none behind, which no stream would take.
+    // A kept connection may be closing just now, and a body that was begun would be lost with it.
+    // So streams take a fresh one, and leave none behind, which no stream would take.
     curl_easy_setopt(easy(), CURLOPT_FRESH_CONNECT, streamed ? 1L : 0L);
     curl_easy_setopt(easy(), CURLOPT_FORBID_REUSE, streamed ? 1L : 0L);
-    // Better a share of an HTTP/2 connection that is opening than one's own; where there is no HTTP/2 it would be a queue.
+    // Better a share of an HTTP/2 connection that is opening than one's own; where there is no
+    // HTTP/2 it would be a queue.
     mayShare_ = !longUpload && request_->url->scheme() == "https";
     curl_easy_setopt(easy(), CURLOPT_PIPEWAIT, mayShare_ ? 1L : 0L);
-    curl_easy_setopt(easy(), CURLOPT_HTTP_VERSION, static_cast<long>(longUpload ? CURL_HTTP_VERSION_1_1 : CURL_HTTP_VERSION_2TLS));
-    // Streamed bodies come and go in long runs; a short one should not pay for a long buffer, which libcurl allocates anew for
-    // each request over TLS.
+    curl_easy_setopt(
+        easy(), CURLOPT_HTTP_VERSION,
+        static_cast<long>(longUpload ? CURL_HTTP_VERSION_1_1 : CURL_HTTP_VERSION_2TLS));
+    // Streamed bodies come and go in long runs; a short one should not pay for a long buffer, which
+    // libcurl allocates anew for each request over TLS.
     curl_easy_setopt(easy(), CURLOPT_UPLOAD_BUFFERSIZE, longUpload ? 128L * 1024 : 16L * 1024);
-    curl_easy_setopt(easy(), CURLOPT_BUFFERSIZE, request_->acceptsCompression ? 16L * 1024 : 256L * 1024);
+    curl_easy_setopt(easy(), CURLOPT_BUFFERSIZE,
+                     request_->acceptsCompression ? 16L * 1024 : 256L * 1024);
 }
 
 void HTTPExchange::Impl::setCallbacks() {
@@ -194,10 +211,10 @@ void HTTPExchange::Impl::setCallbacks() {
 int HTTPExchange::Impl::onRequest(void* self, char*, char*, int, int) {
     auto& impl = *static_cast<Impl*>(self);
     if (!std::exchange(impl.requested_, true)) return CURL_PREREQFUNC_OK;
-    // libcurl would send again what a kept connection took and did not answer. How often a request goes out is for its author to
-    // decide: the peer may have acted on the first one.
-    impl.failure_ =
-        makeURLError(URLErrorNetworkConnectionLost, impl.request_->url, "the server closed the connection without an answer");
+    // libcurl would send again what a kept connection took and did not answer. How often a request
+    // goes out is for its author to decide: the peer may have acted on the first one.
+    impl.failure_ = makeURLError(URLErrorNetworkConnectionLost, impl.request_->url,
+                                 "the server closed the connection without an answer");
     return CURL_PREREQFUNC_ABORT;
 }
 
@@ -209,7 +226,8 @@ void HTTPExchange::Impl::openOwnConnection() {
     multi_.add(easy());
 }
 
-std::size_t HTTPExchange::Impl::onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
+std::size_t HTTPExchange::Impl::onHeader(char* bytes, std::size_t size, std::size_t count,
+                                         void* self) {
     const std::size_t length = size * count;
     return static_cast<Impl*>(self)->receiveHeader({bytes, length}) ? length : 0;
 }
@@ -217,7 +235,8 @@ std::size_t HTTPExchange::Impl::onHeader(char* bytes, std::size_t size, std::siz
 bool HTTPExchange::Impl::receiveHeader(std::string_view line) {
     headBytes_ += line.size();
     if (headBytes_ > kMostHeadBytes) {
-        failure_ = makeURLError(URLErrorCannotParseResponse, request_->url, "the head of the answer is too long");
+        failure_ = makeURLError(URLErrorCannotParseResponse, request_->url,
+                                "the head of the answer is too long");
         return false;
     }
     if (headEnded_) return true;  // a trailer
@@ -229,7 +248,8 @@ bool HTTPExchange::Impl::receiveHeader(std::string_view line) {
     }
     const auto colon = text.find(':');
     if (colon == std::string_view::npos || colon == 0) return true;
-    fields_.add(std::string(text.substr(0, colon)), std::string(trimmedFieldValue(text.substr(colon + 1))));
+    fields_.add(std::string(text.substr(0, colon)),
+                std::string(trimmedFieldValue(text.substr(colon + 1))));
     return true;
 }
 
@@ -240,19 +260,21 @@ bool HTTPExchange::Impl::finishHead() {
     headEnded_ = true;
     const auto length = statedContentLength(fields_);
     if (!length) {
-        failure_ = makeURLError(URLErrorCannotParseResponse, request_->url, "the answer's lengths contradict each other");
+        failure_ = makeURLError(URLErrorCannotParseResponse, request_->url,
+                                "the answer's lengths contradict each other");
         return false;
     }
     reportSent();
     if (status >= 300) stopSending();
     const std::string* const encoding = fields_.find("Content-Encoding");
     const bool encoded = encoding && !sameHeaderName(*encoding, "identity");
-    auto head = std::make_shared<HTTPURLResponse>(
-        HTTPURLResponse{*request_->url, static_cast<int>(status), std::move(fields_), encoded ? -1 : *length});
+    auto head = std::make_shared<HTTPURLResponse>(HTTPURLResponse{
+        *request_->url, static_cast<int>(status), std::move(fields_), encoded ? -1 : *length});
     return handler_.exchangeReceivedHead(std::move(head)) != Flow::Abort;
 }
 
-std::size_t HTTPExchange::Impl::onBody(char* bytes, std::size_t size, std::size_t count, void* self) {
+std::size_t HTTPExchange::Impl::onBody(char* bytes, std::size_t size, std::size_t count,
+                                       void* self) {
     auto& impl = *static_cast<Impl*>(self);
     const std::size_t length = size * count;
     switch (impl.handler_.exchangeReceivedBody({bytes, length})) {
@@ -264,7 +286,8 @@ std::size_t HTTPExchange::Impl::onBody(char* bytes, std::size_t size, std::size_
     return length;
 }
 
-std::size_t HTTPExchange::Impl::onRead(char* buffer, std::size_t size, std::size_t count, void* self) {
+std::size_t HTTPExchange::Impl::onRead(char* buffer, std::size_t size, std::size_t count,
+                                       void* self) {
     return static_cast<Impl*>(self)->giveBody(buffer, size * count);
 }
 
@@ -302,7 +325,8 @@ int HTTPExchange::Impl::onSeek(void* self, curl_off_t offset, int origin) {
     return CURL_SEEKFUNC_FAIL;
 }
 
-/// The answer is a refusal: the peer does not want the rest, and may never read it. The connection is of no use afterwards.
+/// The answer is a refusal: the peer does not want the rest, and may never read it. The connection
+/// is of no use afterwards.
 void HTTPExchange::Impl::stopSending() {
     if (!isLongUpload(*request_) || sendingStopped_) return;
     sendingStopped_ = true;
@@ -322,7 +346,8 @@ void HTTPExchange::Impl::resumeReceiving() {
 }
 
 void HTTPExchange::Impl::unpause() {
-    const int stillPaused = (receivingPaused_ ? CURLPAUSE_RECV : 0) | (sendingPaused_ ? CURLPAUSE_SEND : 0);
+    const int stillPaused =
+        (receivingPaused_ ? CURLPAUSE_RECV : 0) | (sendingPaused_ ? CURLPAUSE_SEND : 0);
     const CURLcode result = curl_easy_pause(easy(), stillPaused);
     if (result == CURLE_OK) return;
     // It has handed over bytes that it had kept, and they were refused; nobody else reports that.
@@ -339,7 +364,8 @@ std::int64_t HTTPExchange::Impl::bytesMoved() const {
 void HTTPExchange::Impl::reportSent() {
     if (!hasBody_) return;
     curl_off_t sent = given_;  // when libcurl asks for more, what it was given before has gone
-    if (!isChunked_) curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);  // counts the chunks' framing too
+    // counts the chunks' framing too
+    if (!isChunked_) curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
     if (sent <= reportedSent_) return;
     reportedSent_ = sent;
     handler_.exchangeSentBody(sent);
@@ -349,7 +375,8 @@ ErrorPtr HTTPExchange::Impl::describeFailure(CURLcode result) const {
     if (failure_) return failure_;
     if (result == CURLE_OUT_OF_MEMORY) {
         // libcurl's word for a line of the head, or of trailers, that is longer than it keeps.
-        return makeURLError(URLErrorCannotParseResponse, request_->url, "a line of the answer is too long");
+        return makeURLError(URLErrorCannotParseResponse, request_->url,
+                            "a line of the answer is too long");
     }
     const auto text = handle_->errorText(result);
     if (const auto fault = handle_->trust().fault(easy(), result, text)) {
@@ -363,18 +390,22 @@ void HTTPExchange::Impl::transferEnded(CURLcode result) {
     reportSent();
     ErrorPtr error = result == CURLE_OK && !failure_ ? nullptr : describeFailure(result);
     // libcurl is content with a head that breaks off.
-    if (!error && !headEnded_) error = makeURLError(URLErrorNetworkConnectionLost, request_->url, "no whole head came");
+    if (!error && !headEnded_)
+        error = makeURLError(URLErrorNetworkConnectionLost, request_->url, "no whole head came");
     handler_.exchangeEnded(std::move(error));  // may destroy this
 }
 
-HTTPExchange::HTTPExchange(Handler& handler, std::shared_ptr<const URLRequest> request, std::shared_ptr<const Trust> trust)
+HTTPExchange::HTTPExchange(Handler& handler, std::shared_ptr<const URLRequest> request,
+                           std::shared_ptr<const Trust> trust)
     : impl_(std::make_unique<Impl>(handler, std::move(request), std::move(trust))) {}
 
 HTTPExchange::~HTTPExchange() = default;
 void HTTPExchange::resumeReceiving() { impl_->resumeReceiving(); }
 std::int64_t HTTPExchange::bytesMoved() const { return impl_->bytesMoved(); }
 bool HTTPExchange::waitsForUs() const { return impl_->waitsForUs(); }
-bool HTTPExchange::waitsForAnothersConnection() const { return impl_->waitsForAnothersConnection(); }
+bool HTTPExchange::waitsForAnothersConnection() const {
+    return impl_->waitsForAnothersConnection();
+}
 void HTTPExchange::openOwnConnection() { impl_->openOwnConnection(); }
 void HTTPExchange::giveUpConnection() { impl_->giveUpConnection(); }
 

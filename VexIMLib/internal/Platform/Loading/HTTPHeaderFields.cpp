@@ -7,18 +7,22 @@
 namespace vexim {
 namespace {
 
-constexpr char lower(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+constexpr char lower(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 }  // namespace
 
 bool sameHeaderName(std::string_view a, std::string_view b) noexcept {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) { return lower(x) == lower(y); });
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](char x, char y) { return lower(x) == lower(y); });
 }
 
 bool isHeaderName(std::string_view name) noexcept {
     constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
     return !name.empty() && std::all_of(name.begin(), name.end(), [&](char c) {
-        return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'z') || kMarks.find(c) != std::string_view::npos;
+        return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'z') ||
+               kMarks.find(c) != std::string_view::npos;
     });
 }
 
@@ -38,7 +42,9 @@ void HTTPHeaderFields::set(std::string name, std::string value) {
     *first = {std::move(name), std::move(value)};
 }
 
-void HTTPHeaderFields::add(std::string name, std::string value) { fields_.emplace_back(std::move(name), std::move(value)); }
+void HTTPHeaderFields::add(std::string name, std::string value) {
+    fields_.emplace_back(std::move(name), std::move(value));
+}
 
 void HTTPHeaderFields::remove(std::string_view name) {
     std::erase_if(fields_, [&](const Field& field) { return sameHeaderName(field.first, name); });
@@ -73,7 +79,9 @@ std::string_view trimmedFieldValue(std::string_view text) {
 std::optional<std::int64_t> parseContentLength(std::string_view text) {
     std::int64_t length = 0;
     const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), length);
-    if (failure != std::errc{} || end != text.data() + text.size() || text.empty() || text[0] == '-') return std::nullopt;
+    if (failure != std::errc{} || end != text.data() + text.size() || text.empty() ||
+        text[0] == '-')
+        return std::nullopt;
     return length;
 }
 

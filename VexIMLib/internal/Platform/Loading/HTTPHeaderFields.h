@@ -11,7 +11,8 @@
 
 namespace vexim {
 
-/// HTTP header fields: names compare without case (ASCII), keep the case they were given in, and stay in order.
+/// HTTP header fields: names compare without case (ASCII), keep the case they were given in, and
+/// stay in order.
 class HTTPHeaderFields {
 public:
     using Field = std::pair<std::string, std::string>;
@@ -20,7 +21,8 @@ public:
     HTTPHeaderFields() = default;
     HTTPHeaderFields(std::initializer_list<Field> fields);
 
-    /// Replaces every field of that name by one, in the first one's place; the new spelling of the name is kept.
+    /// Replaces every field of that name by one, in the first one's place; the new spelling of the
+    /// name is kept.
     void set(std::string name, std::string value);
     /// Adds a field even if the name is there already, as an answer may repeat one.
     void add(std::string name, std::string value);
@@ -56,8 +58,8 @@ std::string_view trimmedFieldValue(std::string_view text);
 /// nullopt for what is no number, a negative one, and one beyond 63 bits.
 std::optional<std::int64_t> parseContentLength(std::string_view text);
 
-/// The one length that an answer's fields state; -1 when they state none, nullopt when they contradict each other or are no
-/// numbers (RFC 9110, 8.6).
+/// The one length that an answer's fields state; -1 when they state none, nullopt when they
+/// contradict each other or are no numbers (RFC 9110, 8.6).
 std::optional<std::int64_t> statedContentLength(const HTTPHeaderFields& headers);
 
 }  // namespace vexim

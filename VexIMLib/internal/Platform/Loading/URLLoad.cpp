@@ -19,14 +19,17 @@ namespace {
 
 constexpr int kMostHops = 20;
 constexpr std::size_t kMostHeldBody = 64 * 1024;
-constexpr std::size_t kDataPiece = 256 * 1024;  // each crosses to the delegate queue, and with its copies stays in a core's cache
+// each crosses to the delegate queue, and with its copies stays in a core's cache
+constexpr std::size_t kDataPiece = 256 * 1024;
 constexpr std::int64_t kMostUnconsumed = 1024 * 1024;
 constexpr std::int64_t kMostHeardQuickly = 64 * 1024;  // takes a fraction of a millisecond to parse
 constexpr std::chrono::milliseconds kSentReportInterval{10};
-constexpr std::chrono::milliseconds kMostWaitToShare{300};  // as browsers do, when an HTTPS connection takes long to open
+// as browsers do, when an HTTPS connection takes long to open
+constexpr std::chrono::milliseconds kMostWaitToShare{300};
 
 bool sameOrigin(const URL& a, const URL& b) {
-    return a.scheme() == b.scheme() && a.host() == b.host() && a.portOrDefault() == b.portOrDefault();
+    return a.scheme() == b.scheme() && a.host() == b.host() &&
+           a.portOrDefault() == b.portOrDefault();
 }
 
 TrustChoice trustFor(const URLRequest& request) {
@@ -36,36 +39,41 @@ TrustChoice trustFor(const URLRequest& request) {
 
 }  // namespace
 
-std::optional<URLRequest> redirectedRequest(const URLRequest& request, const HTTPURLResponse& response) {
+std::optional<URLRequest> redirectedRequest(const URLRequest& request,
+                                            const HTTPURLResponse& response) {
     const int status = response.statusCode;
-    const bool redirects = status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
+    const bool redirects =
+        status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
     const std::string* const location = redirects ? response.headers.find("Location") : nullptr;
     auto target = location ? request.url->resolve(*location) : std::nullopt;
     if (!target) return std::nullopt;
 
     URLRequest next = request;
-    const bool becomesGet = status == 303 ? request.method != "HEAD" : (status <= 302 && request.method == "POST");
+    const bool becomesGet =
+        status == 303 ? request.method != "HEAD" : (status <= 302 && request.method == "POST");
     if (becomesGet) {
         next.method = "GET";
         next.body = {};
         next.bodyStream = nullptr;
-        for (const char* field : {"Content-Type", "Content-Length", "Content-Encoding", "Transfer-Encoding"})
+        for (const char* field :
+             {"Content-Type", "Content-Length", "Content-Encoding", "Transfer-Encoding"})
             next.headers.remove(field);
     }
     if (!sameOrigin(*request.url, *target)) {
-        for (const char* field : {"Authorization", "Cookie", "Proxy-Authorization"}) next.headers.remove(field);
+        for (const char* field : {"Authorization", "Cookie", "Proxy-Authorization"})
+            next.headers.remove(field);
     }
     next.url = std::move(target);
     return next;
 }
 
-/// What the loads share on the network thread: events gathered for one crossing in each turn of the loop, and one timer for
-/// everybody's patience.
+/// What the loads share on the network thread: events gathered for one crossing in each turn of the
+/// loop, and one timer for everybody's patience.
 class LoadRunner {
 public:
     LoadRunner() {
-        // glibc returns free memory to the system eagerly until one large block was freed. A long download would pay for fresh
-        // pages with every piece.
+        // glibc returns free memory to the system eagerly until one large block was freed. A long
+        // download would pay for fresh pages with every piece.
         void* volatile block = std::malloc(4 * 1024 * 1024);
         std::free(block);
     }
@@ -78,11 +86,13 @@ public:
     void add(URLLoad* load) { running_.insert(load); }
     void remove(URLLoad* load) { running_.erase(load); }
 
-    void emit(const std::shared_ptr<OperationQueue>& queue, std::shared_ptr<URLLoad::Client> client, LoadEvent::Any event,
-              bool isHeardQuickly) {
+    void emit(const std::shared_ptr<OperationQueue>& queue, std::shared_ptr<URLLoad::Client> client,
+              LoadEvent::Any event, bool isHeardQuickly) {
         crossingSoon();
-        auto batch = std::find_if(batches_.begin(), batches_.end(), [&](const Batch& each) { return each.queue == queue; });
-        if (batch == batches_.end()) batch = batches_.insert(batches_.end(), Batch{queue, {}, true});
+        auto batch = std::find_if(batches_.begin(), batches_.end(),
+                                  [&](const Batch& each) { return each.queue == queue; });
+        if (batch == batches_.end())
+            batch = batches_.insert(batches_.end(), Batch{queue, {}, true});
         batch->events.push_back({std::move(client), std::move(event)});
         batch->isHeardQuickly = batch->isHeardQuickly && isHeardQuickly;
     }
@@ -113,8 +123,9 @@ private:
 
     void crossingSoon() {
         if (std::exchange(crossingPosted_, true)) return;
-        // Comes after the handlers that are ready now: this turn of the loop. Where other answers may arrive meanwhile, after those
-        // that are ready then, because each crossing costs a switch of threads.
+        // Comes after the handlers that are ready now: this turn of the loop. Where other answers
+        // may arrive meanwhile, after those that are ready then, because each crossing costs a
+        // switch of threads.
         boost::asio::post(NetworkThreadAsio::ioContext(), [this] {
             if (running_.size() <= 1) return cross();
             boost::asio::post(NetworkThreadAsio::ioContext(), [this] { cross(); });
@@ -144,7 +155,8 @@ private:
     void look() {
         const auto now = Clock::shared()->now();
         auto next = Clock::TimePoint::max();
-        const std::vector<URLLoad*> loads(running_.begin(), running_.end());  // one that ends leaves the set
+        // one that ends leaves the set
+        const std::vector<URLLoad*> loads(running_.begin(), running_.end());
         for (URLLoad* const load : loads) next = std::min(next, load->checkPatience(now));
         if (next != Clock::TimePoint::max()) lookAt(next);
     }
@@ -157,7 +169,8 @@ private:
     Clock::TimePoint nextLook_;
 };
 
-URLLoad::URLLoad(std::shared_ptr<const URLRequest> request, std::shared_ptr<const URLSessionConfiguration> configuration,
+URLLoad::URLLoad(std::shared_ptr<const URLRequest> request,
+                 std::shared_ptr<const URLSessionConfiguration> configuration,
                  std::shared_ptr<OperationQueue> delegateQueue)
     : configuration_(std::move(configuration)),
       trust_(trustFor(*request)),
@@ -191,32 +204,39 @@ void URLLoad::cancel() {
 }
 
 void URLLoad::decideRedirection(std::optional<URLRequest> request) {
-    NetworkThread::shared().post([self = shared_from_this(), request = std::move(request)]() mutable {
-        if (self->phase_ == Phase::Deciding) self->followRedirection(std::move(request));
-    });
+    NetworkThread::shared().post(
+        [self = shared_from_this(), request = std::move(request)]() mutable {
+            if (self->phase_ == Phase::Deciding) self->followRedirection(std::move(request));
+        });
 }
 
 void URLLoad::consumed(std::size_t bytes) {
-    const auto left = unconsumed_.fetch_sub(static_cast<std::int64_t>(bytes)) - static_cast<std::int64_t>(bytes);
+    const auto left =
+        unconsumed_.fetch_sub(static_cast<std::int64_t>(bytes)) - static_cast<std::int64_t>(bytes);
     if (left > kMostUnconsumed / 2 || !throttled_.exchange(false)) return;
     NetworkThread::shared().post([self = shared_from_this()] {
-        if (self->exchange_ && self->phase_ == Phase::Exchanging) self->exchange_->resumeReceiving();
+        if (self->exchange_ && self->phase_ == Phase::Exchanging)
+            self->exchange_->resumeReceiving();
     });
 }
 
 ErrorPtr URLLoad::refusal() const {
     const auto& url = request_->url;
-    if (!url || (url->scheme().empty() && url->host().empty())) return makeURLError(URLErrorBadURL, url);
-    if (url->scheme() != "http" && url->scheme() != "https") return makeURLError(URLErrorUnsupportedURL, url);
+    if (!url || (url->scheme().empty() && url->host().empty()))
+        return makeURLError(URLErrorBadURL, url);
+    if (url->scheme() != "http" && url->scheme() != "https")
+        return makeURLError(URLErrorUnsupportedURL, url);
     if (url->host().empty()) return makeURLError(URLErrorBadURL, url);
     if (auto fault = trust_.hindrance(url->scheme() == "https"); !fault.empty()) {
         return makeTrustError(URLErrorSecureConnectionFailed, url, fault);
     }
-    if (!isHeaderName(request_->method)) return makeURLError(URLErrorBadURL, url, "the method is no token");
+    if (!isHeaderName(request_->method))
+        return makeURLError(URLErrorBadURL, url, "the method is no token");
     return nullptr;
 }
 
-/// Gives a body that was begun before from its start, for a retry or after a redirection. False when it cannot be had again.
+/// Gives a body that was begun before from its start, for a retry or after a redirection. False
+/// when it cannot be had again.
 bool URLLoad::rewindBody() {
     const auto& stream = request_->bodyStream;
     if (!request_->body.empty() || !stream || !stream->isClaimed()) return true;
@@ -229,7 +249,8 @@ bool URLLoad::rewindBody() {
 void URLLoad::startHop() {
     if (ErrorPtr error = refusal()) return end(std::move(error));
     if (!rewindBody()) {
-        return end(makeURLError(URLErrorRequestBodyStreamExhausted, request_->url, "the body has been read before"));
+        return end(makeURLError(URLErrorRequestBodyStreamExhausted, request_->url,
+                                "the body has been read before"));
     }
     phase_ = Phase::Exchanging;
     heldBody_.clear();
@@ -245,7 +266,9 @@ void URLLoad::startHop() {
 
 Clock::TimePoint URLLoad::nextLook() const {
     const auto next = std::min(lastMove_ + request_->timeout, resourceDeadline_);
-    return exchange_ && exchange_->waitsForAnothersConnection() ? std::min(next, lastMove_ + kMostWaitToShare) : next;
+    return exchange_ && exchange_->waitsForAnothersConnection()
+               ? std::min(next, lastMove_ + kMostWaitToShare)
+               : next;
 }
 
 HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
@@ -275,12 +298,14 @@ HTTPExchange::Flow URLLoad::exchangeReceivedBody(std::string_view bytes) {
 }
 
 HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
-    // An answer for memory is not held up: libcurl would keep what it has decoded by then, which can be as much again.
+    // An answer for memory is not held up: libcurl would keep what it has decoded by then, which
+    // can be as much again.
     const bool isForMemory = !streamed_ && request_->acceptsCompression;
     if (!isForMemory && unconsumed_ >= kMostUnconsumed) {
         throttled_ = true;
         // The consumer may have caught up before it could see the flag.
-        if (unconsumed_ >= kMostUnconsumed || !throttled_.exchange(false)) return HTTPExchange::Flow::Pause;
+        if (unconsumed_ >= kMostUnconsumed || !throttled_.exchange(false))
+            return HTTPExchange::Flow::Pause;
     }
     received_ += static_cast<std::int64_t>(bytes.size());
     // The delegate's side applies the bound, too, but more than that must not wait for it.
@@ -291,11 +316,14 @@ HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
     // libcurl's last write may make a piece longer than it had to be.
     constexpr std::size_t kMostInAPiece = kDataPiece + CURL_MAX_WRITE_SIZE;
     if (data_.empty()) {
-        data_.reserve(expected_ > 0 ? std::min<std::size_t>(static_cast<std::size_t>(expected_), kMostInAPiece) : bytes.size());
+        data_.reserve(expected_ > 0 ? std::min<std::size_t>(static_cast<std::size_t>(expected_),
+                                                            kMostInAPiece)
+                                    : bytes.size());
         LoadRunner::shared().flushSoon(shared_from_this());
     }
     // Grown by doubling, a piece could hold twice its length.
-    if (data_.size() + bytes.size() > data_.capacity() && data_.size() >= kDataPiece / 4) data_.reserve(kMostInAPiece);
+    if (data_.size() + bytes.size() > data_.capacity() && data_.size() >= kDataPiece / 4)
+        data_.reserve(kMostInAPiece);
     data_.append(bytes);
     unconsumed_ += static_cast<std::int64_t>(bytes.size());
     if (data_.size() >= kDataPiece) flushData();
@@ -306,8 +334,9 @@ void URLLoad::exchangeSentBody(std::int64_t total) {
     if (phase_ == Phase::Ended) return;
     lastMove_ = Clock::shared()->now();
     sent_ = total;
-    // A report crosses two threads, and a fast connection would cause thousands in a second. The first one is never held back
-    // (it says that the body was begun), nor is the last (it goes before whatever follows).
+    // A report crosses two threads, and a fast connection would cause thousands in a second. The
+    // first one is never held back (it says that the body was begun), nor is the last (it goes
+    // before whatever follows).
     if (lastMove_ < nextSentReport_) return;
     nextSentReport_ = lastMove_ + kSentReportInterval;
     flushSent();
@@ -362,7 +391,8 @@ void URLLoad::flushData() {
 }
 
 void URLLoad::emit(LoadEvent::Any event) {
-    LoadRunner::shared().emit(delegateQueue_, client_, std::move(event), heardQuickly_ && received_ <= kMostHeardQuickly);
+    LoadRunner::shared().emit(delegateQueue_, client_, std::move(event),
+                              heardQuickly_ && received_ <= kMostHeardQuickly);
 }
 
 void URLLoad::end(ErrorPtr error) {
@@ -377,7 +407,8 @@ void URLLoad::end(ErrorPtr error) {
     if (!exchange_) return;
     // This may be one of its own calls. Until it is gone, this object must hear it.
     boost::asio::post(NetworkThreadAsio::ioContext(),
-                      [self = shared_from_this(), exchange = std::shared_ptr<HTTPExchange>(std::move(exchange_))]() mutable {
+                      [self = shared_from_this(),
+                       exchange = std::shared_ptr<HTTPExchange>(std::move(exchange_))]() mutable {
                           exchange = nullptr;
                       });
 }
@@ -389,8 +420,11 @@ Clock::TimePoint URLLoad::checkPatience(TimePoint now) {
         return TimePoint::max();
     }
     const std::int64_t moved = exchange_ ? exchange_->bytesMoved() : 0;
-    // While the delegate decides, its consumer lags, the body's reader sleeps or no connection is free, the silence is ours.
-    if (moved != lastMoved_ || phase_ == Phase::Deciding || throttled_ || (exchange_ && exchange_->waitsForUs())) lastMove_ = now;
+    // While the delegate decides, its consumer lags, the body's reader sleeps or no connection is
+    // free, the silence is ours.
+    if (moved != lastMoved_ || phase_ == Phase::Deciding || throttled_ ||
+        (exchange_ && exchange_->waitsForUs()))
+        lastMove_ = now;
     lastMoved_ = moved;
     if (exchange_ && now - lastMove_ >= kMostWaitToShare) exchange_->openOwnConnection();
     if (now - lastMove_ >= request_->timeout) {

@@ -20,7 +20,8 @@ namespace vexim {
 
 struct URLSessionConfiguration;
 
-/// What a load goes through, in order: bodies sent and redirections, then a response, data, and always one end.
+/// What a load goes through, in order: bodies sent and redirections, then a response, data, and
+/// always one end.
 namespace LoadEvent {
 struct SentBody {
     std::int64_t total = 0;
@@ -41,8 +42,8 @@ struct End {
 using Any = std::variant<SentBody, Redirection, Response, Received, End>;
 }  // namespace LoadEvent
 
-/// One task's life on the network thread: its hops, its patience, and the answer on its way to the delegate queue. Public
-/// functions may be called from any thread unless they say otherwise.
+/// One task's life on the network thread: its hops, its patience, and the answer on its way to the
+/// delegate queue. Public functions may be called from any thread unless they say otherwise.
 class URLLoad final : public std::enable_shared_from_this<URLLoad>, private HTTPExchange::Handler {
 public:
     class Client {
@@ -54,7 +55,8 @@ public:
         ~Client() = default;
     };
 
-    URLLoad(std::shared_ptr<const URLRequest> request, std::shared_ptr<const URLSessionConfiguration> configuration,
+    URLLoad(std::shared_ptr<const URLRequest> request,
+            std::shared_ptr<const URLSessionConfiguration> configuration,
             std::shared_ptr<OperationQueue> delegateQueue);
     ~URLLoad();
 
@@ -62,14 +64,16 @@ public:
     void begin(std::shared_ptr<Client> client);
     /// Ends it with -999, unless its end is on its way already.
     void cancel();
-    /// After a `Redirection`: what to do; nullopt takes it as the answer. Only the first call for each counts.
+    /// After a `Redirection`: what to do; nullopt takes it as the answer. Only the first call for
+    /// each counts.
     void decideRedirection(std::optional<URLRequest> request);
     /// The delegate is done with so many bytes: what waits for it may go on.
     void consumed(std::size_t bytes);
     /// Lifts the bound on the answer's length.
     void setAnswerIsStreamed(bool streamed) noexcept { streamed_ = streamed; }
     bool answerIsStreamed() const noexcept { return streamed_; }
-    /// Says that the client is quick with short answers: it may hear them on the network thread, in the delegate queue's place.
+    /// Says that the client is quick with short answers: it may hear them on the network thread, in
+    /// the delegate queue's place.
     void setIsHeardQuickly(bool quickly) noexcept { heardQuickly_ = quickly; }
 
 private:
@@ -117,7 +121,8 @@ private:
     std::int64_t sentReported_ = 0;
     TimePoint nextSentReport_;
 
-    // A redirection while it is asked about: its answer is held back, because it may become the real one.
+    // A redirection while it is asked about: its answer is held back, because it may become the
+    // real one.
     std::optional<LoadEvent::Redirection> redirection_;
     std::string heldBody_;
     bool heldBodyEnded_ = false;
@@ -128,8 +133,10 @@ private:
     TimePoint resourceDeadline_;
 };
 
-/// The request that a redirection asks for (RFC 9110, 15.4): after 303, and after 301 and 302 to a POST, a GET without a body;
-/// otherwise the same again. Credentials do not go to another origin. nullopt when the answer is no redirection.
-std::optional<URLRequest> redirectedRequest(const URLRequest& request, const HTTPURLResponse& response);
+/// The request that a redirection asks for (RFC 9110, 15.4): after 303, and after 301 and 302 to a
+/// POST, a GET without a body; otherwise the same again. Credentials do not go to another origin.
+/// nullopt when the answer is no redirection.
+std::optional<URLRequest> redirectedRequest(const URLRequest& request,
+                                            const HTTPURLResponse& response);
 
 }  // namespace vexim

@@ -14,7 +14,8 @@ struct HTTPURLResponse {
     URL url;
     int statusCode = 0;
     HTTPHeaderFields headers;
-    /// The bytes of the body as the delegate will get them; -1 when unknown, as for chunked and compressed answers.
+    /// The bytes of the body as the delegate will get them; -1 when unknown, as for chunked and
+    /// compressed answers.
     std::int64_t expectedContentLength = -1;
 };
 using HTTPURLResponsePtr = std::shared_ptr<const HTTPURLResponse>;

@@ -6,23 +6,28 @@ namespace vexim {
 
 URLSessionDelegate::~URLSessionDelegate() = default;
 
-void URLSessionDelegate::taskDidSendBodyData(URLSession&, const TaskPtr&, std::int64_t, std::int64_t, std::int64_t) {}
+void URLSessionDelegate::taskDidSendBodyData(URLSession&, const TaskPtr&, std::int64_t,
+                                             std::int64_t, std::int64_t) {}
 
 void URLSessionDelegate::taskDidCompleteWithError(URLSession&, const TaskPtr&, const ErrorPtr&) {}
 
-void URLSessionDelegate::dataTaskDidReceiveResponse(URLSession&, const TaskPtr&, const HTTPURLResponsePtr&,
+void URLSessionDelegate::dataTaskDidReceiveResponse(URLSession&, const TaskPtr&,
+                                                    const HTTPURLResponsePtr&,
                                                     DispositionHandler completionHandler) {
     completionHandler(URLSessionResponseDisposition::Allow);
 }
 
 void URLSessionDelegate::dataTaskDidReceiveData(URLSession&, const TaskPtr&, const Data&) {}
 
-void URLSessionDelegate::taskWillPerformHTTPRedirection(URLSession&, const TaskPtr&, const HTTPURLResponsePtr&,
-                                                        const URLRequest& newRequest, RedirectionHandler completionHandler) {
+void URLSessionDelegate::taskWillPerformHTTPRedirection(URLSession&, const TaskPtr&,
+                                                        const HTTPURLResponsePtr&,
+                                                        const URLRequest& newRequest,
+                                                        RedirectionHandler completionHandler) {
     completionHandler(newRequest);
 }
 
-void URLSessionDelegate::dataTaskWillCacheResponse(URLSession&, const TaskPtr&, const CachedURLResponse&,
+void URLSessionDelegate::dataTaskWillCacheResponse(URLSession&, const TaskPtr&,
+                                                   const CachedURLResponse&,
                                                    CacheHandler completionHandler) {
     completionHandler(std::nullopt);
 }
@@ -31,10 +36,12 @@ std::shared_ptr<URLSession> URLSession::create(std::optional<URLSessionConfigura
                                                std::weak_ptr<URLSessionDelegate> delegate,
                                                std::shared_ptr<OperationQueue> delegateQueue) {
     return std::shared_ptr<URLSession>(
-        new URLSession(configuration.value_or(URLSessionConfiguration{}), std::move(delegate), std::move(delegateQueue)));
+        new URLSession(configuration.value_or(URLSessionConfiguration{}), std::move(delegate),
+                       std::move(delegateQueue)));
 }
 
-URLSession::URLSession(URLSessionConfiguration configuration, std::weak_ptr<URLSessionDelegate> delegate,
+URLSession::URLSession(URLSessionConfiguration configuration,
+                       std::weak_ptr<URLSessionDelegate> delegate,
                        std::shared_ptr<OperationQueue> delegateQueue)
     : configuration_(std::make_shared<const URLSessionConfiguration>(std::move(configuration))),
       delegate_(std::move(delegate)),

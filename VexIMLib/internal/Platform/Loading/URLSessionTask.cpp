@@ -14,7 +14,8 @@
 
 namespace vexim {
 
-/// The task's own end of its load: hears events on the delegate queue, applies what was decided meanwhile, and calls the delegate.
+/// The task's own end of its load: hears events on the delegate queue, applies what was decided
+/// meanwhile, and calls the delegate.
 struct URLSessionTask::Impl final : URLLoad::Client {
     explicit Impl(URLSessionTask& owner) : task(owner) {}
 
@@ -34,12 +35,15 @@ struct URLSessionTask::Impl final : URLLoad::Client {
     std::shared_ptr<const URLRequest> currentRequest VEXIM_GUARDED_BY(mutex);
     HTTPURLResponsePtr response VEXIM_GUARDED_BY(mutex);
     ErrorPtr error VEXIM_GUARDED_BY(mutex);
-    ErrorPtr failure VEXIM_GUARDED_BY(mutex);  // what this side ended the task for, in place of -999
+    // what this side ended the task for, in place of -999
+    ErrorPtr failure VEXIM_GUARDED_BY(mutex);
 
-    // From the start to the end; set by the thread that starts, then used on the delegate queue only.
+    // From the start to the end; set by the thread that starts, then used on the delegate queue
+    // only.
     std::shared_ptr<URLSessionDelegate> delegate;
 
-    // Delegate queue only. Events wait while the delegate has not said whether it wants the response.
+    // Delegate queue only. Events wait while the delegate has not said whether it wants the
+    // response.
     enum class Asked { No, Now, Waiting };
     Asked asked = Asked::No;
     std::deque<LoadEvent::Any> held;
@@ -79,20 +83,22 @@ struct URLSessionTask::Impl final : URLLoad::Client {
 
 namespace {
 
-/// A handler that the delegate gets: answers once, and gives `otherwise` when its last copy goes unanswered.
+/// A handler that the delegate gets: answers once, and gives `otherwise` when its last copy goes
+/// unanswered.
 template <class Answer>
 class Question {
 public:
-    Question(std::function<void(Answer)> answer, Answer otherwise) : answer_(std::move(answer)), otherwise_(std::move(otherwise)) {}
+    Question(std::function<void(Answer)> answer, Answer otherwise)
+        : answer_(std::move(answer)),
+          otherwise_(std::move(otherwise)) {}
     ~Question() { give(std::move(otherwise_)); }
     void give(Answer answer) {
         if (!answered_.exchange(true)) answer_(std::move(answer));
     }
 
     static std::function<void(Answer)> ask(std::function<void(Answer)> answer, Answer otherwise) {
-        return [question = std::make_shared<Question>(std::move(answer), std::move(otherwise))](Answer given) {
-            question->give(std::move(given));
-        };
+        return [question = std::make_shared<Question>(std::move(answer), std::move(otherwise))](
+                   Answer given) { question->give(std::move(given)); };
     }
 
 private:
@@ -130,7 +136,8 @@ void URLSessionTask::Impl::loadDidProgress(LoadEvent::Any event) {
 void URLSessionTask::Impl::handle(LoadEvent::SentBody event) {
     const std::int64_t before = bytesSent.exchange(event.total);
     callDelegate([&](URLSessionDelegate& listener) {
-        listener.taskDidSendBodyData(*session, self(), event.total - before, event.total, bytesExpectedToSend);
+        listener.taskDidSendBodyData(*session, self(), event.total - before, event.total,
+                                     bytesExpectedToSend);
     });
 }
 
@@ -144,8 +151,9 @@ void URLSessionTask::Impl::handle(LoadEvent::Redirection event) {
     };
     bytesSent = 0;
     callDelegate([&](URLSessionDelegate& listener) {
-        listener.taskWillPerformHTTPRedirection(*session, self(), event.response, event.newRequest,
-                                                Question<std::optional<URLRequest>>::ask(std::move(answer), std::nullopt));
+        listener.taskWillPerformHTTPRedirection(
+            *session, self(), event.response, event.newRequest,
+            Question<std::optional<URLRequest>>::ask(std::move(answer), std::nullopt));
     });
 }
 
@@ -157,22 +165,26 @@ void URLSessionTask::Impl::handle(LoadEvent::Response event) {
     }
     asked = Asked::Now;
     callDelegate([&](URLSessionDelegate& listener) {
-        listener.dataTaskDidReceiveResponse(*session, self(), event.response,
-                                            Question<URLSessionResponseDisposition>::ask(
-                                                [keep = self(), this](URLSessionResponseDisposition given) { decide(given); },
-                                                URLSessionResponseDisposition::Cancel));
+        listener.dataTaskDidReceiveResponse(
+            *session, self(), event.response,
+            Question<URLSessionResponseDisposition>::ask(
+                [keep = self(), this](URLSessionResponseDisposition given) { decide(given); },
+                URLSessionResponseDisposition::Cancel));
     });
     if (asked == Asked::Now) asked = Asked::Waiting;
-    if (!load->answerIsStreamed() && event.response->expectedContentLength > session->configuration().maximumAnswerBytes) {
+    if (!load->answerIsStreamed() &&
+        event.response->expectedContentLength > session->configuration().maximumAnswerBytes) {
         failWith(makeURLError(URLErrorDataLengthExceedsMaximum, originalRequest->url));
     }
 }
 
 /// Any thread: the delegate's answer.
 void URLSessionTask::Impl::decide(URLSessionResponseDisposition disposition) {
-    // In the very call that asked there is nothing held yet. Later, other tasks' calls may be running: take a turn of our own.
+    // In the very call that asked there is nothing held yet. Later, other tasks' calls may be
+    // running: take a turn of our own.
     if (session->delegateQueue()->isCurrent() && asked == Asked::Now) return didDecide(disposition);
-    session->delegateQueue()->addOperation([keep = self(), this, disposition] { didDecide(disposition); });
+    session->delegateQueue()->addOperation(
+        [keep = self(), this, disposition] { didDecide(disposition); });
 }
 
 void URLSessionTask::Impl::didDecide(URLSessionResponseDisposition disposition) {
@@ -192,19 +204,24 @@ void URLSessionTask::Impl::handle(LoadEvent::Received event) {
     if (!load->answerIsStreamed() && total > session->configuration().maximumAnswerBytes) {
         return failWith(makeURLError(URLErrorDataLengthExceedsMaximum, originalRequest->url));
     }
-    callDelegate([&](URLSessionDelegate& listener) { listener.dataTaskDidReceiveData(*session, self(), event.data); });
+    callDelegate([&](URLSessionDelegate& listener) {
+        listener.dataTaskDidReceiveData(*session, self(), event.data);
+    });
     load->consumed(size);
 }
 
 void URLSessionTask::Impl::handle(LoadEvent::End event) {
     ended = true;
     held.clear();
-    const bool givenUp = state.exchange(URLSessionTaskState::Completed) == URLSessionTaskState::Cancelling;
+    const bool givenUp =
+        state.exchange(URLSessionTaskState::Completed) == URLSessionTaskState::Cancelling;
     ErrorPtr reason = std::move(event.error);
     {
         const MutexLock lock(mutex);
-        // Who cancels before hearing of the end hears of the cancellation, whatever else happened meanwhile.
-        if (givenUp) reason = failure ? failure : makeURLError(URLErrorCancelled, originalRequest->url);
+        // Who cancels before hearing of the end hears of the cancellation, whatever else happened
+        // meanwhile.
+        if (givenUp)
+            reason = failure ? failure : makeURLError(URLErrorCancelled, originalRequest->url);
         error = reason;
     }
     task.didChangeValueForKey("state");
@@ -219,10 +236,13 @@ void URLSessionTask::Impl::handle(LoadEvent::End event) {
     }
 }
 
-URLSessionTask::URLSessionTask(Creation creation) : Object(creation), impl_(std::make_unique<Impl>(*this)) {}
+URLSessionTask::URLSessionTask(Creation creation)
+    : Object(creation),
+      impl_(std::make_unique<Impl>(*this)) {}
 URLSessionTask::~URLSessionTask() = default;
 
-bool URLSessionTask::initialise(std::shared_ptr<URLSession> session, std::int64_t identifier, URLRequest request) {
+bool URLSessionTask::initialise(std::shared_ptr<URLSession> session, std::int64_t identifier,
+                                URLRequest request) {
     const auto length = announcedBodyLength(request);
     impl_->bytesExpectedToSend = length ? static_cast<std::int64_t>(*length) : -1;
     impl_->originalRequest = std::make_shared<const URLRequest>(std::move(request));
@@ -230,21 +250,24 @@ bool URLSessionTask::initialise(std::shared_ptr<URLSession> session, std::int64_
         const MutexLock lock(impl_->mutex);
         impl_->currentRequest = impl_->originalRequest;
     }
-    impl_->load = std::make_shared<URLLoad>(impl_->originalRequest, session->configuration_, session->delegateQueue_);
+    impl_->load = std::make_shared<URLLoad>(impl_->originalRequest, session->configuration_,
+                                            session->delegateQueue_);
     impl_->identifier = identifier;
     impl_->session = std::move(session);
     return true;
 }
 
 void URLSessionTask::resume() {
-    if (impl_->moveState(URLSessionTaskState::Suspended, URLSessionTaskState::Running)) impl_->start();
+    if (impl_->moveState(URLSessionTaskState::Suspended, URLSessionTaskState::Running))
+        impl_->start();
 }
 
 void URLSessionTask::cancel() {
     if (impl_->moveState(URLSessionTaskState::Running, URLSessionTaskState::Cancelling)) {
         impl_->load->cancel();
         // An end that waits behind an unanswered question need not wait any more.
-        impl_->session->delegateQueue()->addOperation([keep = sharedAs<URLSessionTask>()] { keep->impl_->releaseHeld(); });
+        impl_->session->delegateQueue()->addOperation(
+            [keep = sharedAs<URLSessionTask>()] { keep->impl_->releaseHeld(); });
     } else if (impl_->moveState(URLSessionTaskState::Suspended, URLSessionTaskState::Cancelling)) {
         impl_->load->cancel();
         impl_->start();
@@ -253,7 +276,9 @@ void URLSessionTask::cancel() {
 
 std::int64_t URLSessionTask::taskIdentifier() const noexcept { return impl_->identifier; }
 URLSessionTaskState URLSessionTask::state() const noexcept { return impl_->state; }
-std::shared_ptr<const URLRequest> URLSessionTask::originalRequest() const { return impl_->originalRequest; }
+std::shared_ptr<const URLRequest> URLSessionTask::originalRequest() const {
+    return impl_->originalRequest;
+}
 
 std::shared_ptr<const URLRequest> URLSessionTask::currentRequest() const {
     const MutexLock lock(impl_->mutex);
@@ -271,11 +296,19 @@ ErrorPtr URLSessionTask::error() const {
 }
 
 std::int64_t URLSessionTask::countOfBytesReceived() const noexcept { return impl_->bytesReceived; }
-std::int64_t URLSessionTask::countOfBytesExpectedToReceive() const noexcept { return impl_->bytesExpectedToReceive; }
+std::int64_t URLSessionTask::countOfBytesExpectedToReceive() const noexcept {
+    return impl_->bytesExpectedToReceive;
+}
 std::int64_t URLSessionTask::countOfBytesSent() const noexcept { return impl_->bytesSent; }
-std::int64_t URLSessionTask::countOfBytesExpectedToSend() const noexcept { return impl_->bytesExpectedToSend; }
-void URLSessionTask::setAnswerIsStreamed(bool streamed) noexcept { impl_->load->setAnswerIsStreamed(streamed); }
-void URLSessionTask::setIsHeardQuickly(bool quickly) noexcept { impl_->load->setIsHeardQuickly(quickly); }
+std::int64_t URLSessionTask::countOfBytesExpectedToSend() const noexcept {
+    return impl_->bytesExpectedToSend;
+}
+void URLSessionTask::setAnswerIsStreamed(bool streamed) noexcept {
+    impl_->load->setAnswerIsStreamed(streamed);
+}
+void URLSessionTask::setIsHeardQuickly(bool quickly) noexcept {
+    impl_->load->setIsHeardQuickly(quickly);
+}
 bool URLSessionTask::answerIsStreamed() const noexcept { return impl_->load->answerIsStreamed(); }
 
 Value URLSessionTask::valueForKey(std::string_view key) const {
@@ -285,8 +318,8 @@ Value URLSessionTask::valueForKey(std::string_view key) const {
 
 std::string URLSessionTask::description() const {
     const auto& url = impl_->originalRequest->url;
-    return "<URLSessionTask " + std::to_string(taskIdentifier()) + ": " + impl_->originalRequest->method + " " +
-           (url ? url->absoluteString() : "(null)") + ">";
+    return "<URLSessionTask " + std::to_string(taskIdentifier()) + ": " +
+           impl_->originalRequest->method + " " + (url ? url->absoluteString() : "(null)") + ">";
 }
 
 }  // namespace vexim

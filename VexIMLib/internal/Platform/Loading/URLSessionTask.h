@@ -14,10 +14,11 @@ class URLSession;
 
 enum class URLSessionTaskState : int { Running = 0, Suspended = 1, Cancelling = 2, Completed = 3 };
 
-/// One request and its answer. Made suspended by a session; usable from any thread; may be released at any time.
+/// One request and its answer. Made suspended by a session; usable from any thread; may be released
+/// at any time.
 ///
-/// Observable by the key "state" (the number above): 0 comes on the thread that resumes, 2 on the one that cancels, 3 on the
-/// delegate queue just before the delegate hears of the end.
+/// Observable by the key "state" (the number above): 0 comes on the thread that resumes, 2 on the
+/// one that cancels, 3 on the delegate queue just before the delegate hears of the end.
 class URLSessionTask final : public Object {
 public:
     explicit URLSessionTask(Creation creation);
@@ -44,18 +45,21 @@ public:
     /// -1 when unknown, 0 without a body.
     std::int64_t countOfBytesExpectedToSend() const noexcept;
 
-    /// Says that the answer is not kept in memory, so the session's bound does not apply. To be set before `resume`, or in the
-    /// delegate's dataTaskDidReceiveResponse when the request accepts no compression.
+    /// Says that the answer is not kept in memory, so the session's bound does not apply. To be set
+    /// before `resume`, or in the delegate's dataTaskDidReceiveResponse when the request accepts no
+    /// compression.
     void setAnswerIsStreamed(bool streamed) noexcept;
     bool answerIsStreamed() const noexcept;
-    /// Says that the delegate is quick with short answers and calls nobody else's code: while the delegate queue has nothing to do,
-    /// its operations for this task may run on the network thread.
+    /// Says that the delegate is quick with short answers and calls nobody else's code: while the
+    /// delegate queue has nothing to do, its operations for this task may run on the network
+    /// thread.
     void setIsHeardQuickly(bool quickly) noexcept;
 
     Value valueForKey(std::string_view key) const override;
     std::string description() const override;
 
-    bool initialise(std::shared_ptr<URLSession> session, std::int64_t identifier, URLRequest request);
+    bool initialise(std::shared_ptr<URLSession> session, std::int64_t identifier,
+                    URLRequest request);
 
     struct Impl;
 

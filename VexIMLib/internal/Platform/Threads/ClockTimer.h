@@ -23,13 +23,15 @@ struct SharedClock {
 
 using ClockTimer = boost::asio::basic_waitable_timer<SharedClock>;
 
-/// Makes the loop of `context` ask the clock again, after it was turned: it does so when a timer is set that comes before all
-/// others. Lets go of `looking` when the handlers that were due, and those of what is there to be read, have run.
+/// Makes the loop of `context` ask the clock again, after it was turned: it does so when a timer is
+/// set that comes before all others. Lets go of `looking` when the handlers that were due, and
+/// those of what is there to be read, have run.
 inline void lookAtClock(boost::asio::io_context& context, std::shared_ptr<void> looking) {
     auto first = std::make_shared<ClockTimer>(context, Clock::TimePoint::min());
-    first->async_wait([first, &context, looking = std::move(looking)](const boost::system::error_code&) {
-        boost::asio::post(context, [looking] {});
-    });
+    first->async_wait(
+        [first, &context, looking = std::move(looking)](const boost::system::error_code&) {
+            boost::asio::post(context, [looking] {});
+        });
 }
 
 }  // namespace vexim

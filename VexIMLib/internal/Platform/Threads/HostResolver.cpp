@@ -28,19 +28,24 @@ Answer lookUp(const std::string& host, int flags) {
     const int failure = ::getaddrinfo(host.c_str(), nullptr, &hints, &found);
     for (const addrinfo* entry = failure ? nullptr : found; entry; entry = entry->ai_next) {
         char text[NI_MAXHOST];
-        if (::getnameinfo(entry->ai_addr, entry->ai_addrlen, text, sizeof text, nullptr, 0, NI_NUMERICHOST) != 0) continue;
-        if (std::find(answer.addresses.begin(), answer.addresses.end(), text) == answer.addresses.end()) {
+        if (::getnameinfo(entry->ai_addr, entry->ai_addrlen, text, sizeof text, nullptr, 0,
+                          NI_NUMERICHOST) != 0)
+            continue;
+        if (std::find(answer.addresses.begin(), answer.addresses.end(), text) ==
+            answer.addresses.end()) {
             answer.addresses.emplace_back(text);
         }
     }
     if (!failure) ::freeaddrinfo(found);
     if (answer.addresses.empty()) {
-        answer.error = makeURLError(URLErrorCannotFindHost, std::nullopt, failure ? ::gai_strerror(failure) : "");
+        answer.error = makeURLError(URLErrorCannotFindHost, std::nullopt,
+                                    failure ? ::gai_strerror(failure) : "");
     }
     return answer;
 }
 
-/// Held by its owner alone; the thread that looks up sees it weakly, so the completion never dies on that thread.
+/// Held by its owner alone; the thread that looks up sees it weakly, so the completion never dies
+/// on that thread.
 struct PendingLookup {
     HostResolver::Completion completion;
 };
@@ -70,7 +75,8 @@ public:
         const std::weak_ptr<PendingLookup> weak = pending;
         if (Answer numeric = lookUp(host, AI_NUMERICHOST); !numeric.error) {
             deliver(weak, std::move(numeric));
-        } else if (!LibraryThreads::startForgotten("vexim-resolver", [host, weak] { deliver(weak, lookUp(host, 0)); })) {
+        } else if (!LibraryThreads::startForgotten(
+                       "vexim-resolver", [host, weak] { deliver(weak, lookUp(host, 0)); })) {
             deliver(weak, {{}, makeURLError(URLErrorCannotFindHost)});
         }
         return std::make_unique<SystemLookup>(std::move(pending));
@@ -80,8 +86,10 @@ public:
 }  // namespace
 
 bool isThisMachine(std::string_view host) noexcept {
-    const bool isAddress = host.find_first_not_of("0123456789.") == std::string_view::npos;  // "127.a.example" is anybody's
-    return host == "localhost" || (isAddress && host.starts_with("127.")) || host == "::1" || host.ends_with(".localhost");
+    // "127.a.example" is anybody's
+    const bool isAddress = host.find_first_not_of("0123456789.") == std::string_view::npos;
+    return host == "localhost" || (isAddress && host.starts_with("127.")) || host == "::1" ||
+           host.ends_with(".localhost");
 }
 
 HostResolver& HostResolver::system() {

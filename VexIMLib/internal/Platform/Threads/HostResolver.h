@@ -14,11 +14,12 @@ namespace vexim {
 /// Looks host names up without ever blocking the network thread or holding up the process's exit.
 class HostResolver {
 public:
-    /// `addresses` are numeric (IPv4 or IPv6, with a scope where one applies), in the order to try them; with an error
-    /// (NSURLErrorDomain -1003) there are none.
+    /// `addresses` are numeric (IPv4 or IPv6, with a scope where one applies), in the order to try
+    /// them; with an error (NSURLErrorDomain -1003) there are none.
     using Completion = std::function<void(std::vector<std::string> addresses, ErrorPtr error)>;
 
-    /// A lookup under way. Destroying it cancels: the completion does not come any more, nobody waits for the lookup.
+    /// A lookup under way. Destroying it cancels: the completion does not come any more, nobody
+    /// waits for the lookup.
     class Lookup {
     public:
         virtual ~Lookup() = default;
@@ -33,8 +34,8 @@ public:
     static HostResolver& system();
 };
 
-/// Whether `host` names the machine that asks. A proxy of the environment's is passed by then: it could not reach this machine's
-/// own servers as this machine sees them.
+/// Whether `host` names the machine that asks. A proxy of the environment's is passed by then: it
+/// could not reach this machine's own servers as this machine sees them.
 bool isThisMachine(std::string_view host) noexcept;
 
 }  // namespace vexim

@@ -26,7 +26,8 @@ namespace {
 constexpr std::chrono::milliseconds patienceWith(AtExit atExit) {
     switch (atExit) {
         case AtExit::Leave: return std::chrono::milliseconds(50);
-        case AtExit::Await: return std::chrono::seconds(3);  // an end even so: a process that cannot exit is worse
+        // an end even so: a process that cannot exit is worse
+        case AtExit::Await: return std::chrono::seconds(3);
     }
     return {};
 }
@@ -59,7 +60,8 @@ Registry& registry() {
 
 void exitHook() {
     Registry& shared = registry();
-    if (shared.process != ::getpid()) return;  // a forked child has none of the threads, and perhaps locks that nobody opens
+    // a forked child has none of the threads, and perhaps locks that nobody opens
+    if (shared.process != ::getpid()) return;
     std::vector<std::function<void()>> interrupts;
     {
         const MutexLock lock(shared.mutex);
@@ -72,8 +74,10 @@ void exitHook() {
     const auto patience = [&shared]() VEXIM_REQUIRES(shared.mutex) {
         std::chrono::milliseconds most{0};
         for (const Running& thread : shared.running) {
-            // An exit called on one of our threads (from an application's callback) must not wait for itself.
-            if (thread.id != std::this_thread::get_id()) most = std::max(most, patienceWith(thread.atExit));
+            // An exit called on one of our threads (from an application's callback) must not wait
+            // for itself.
+            if (thread.id != std::this_thread::get_id())
+                most = std::max(most, patienceWith(thread.atExit));
         }
         return most;
     };
@@ -83,14 +87,16 @@ void exitHook() {
     }
 }
 
-/// Signals belong to the application's threads; SIGPIPE on ours would kill the process for a peer that hung up.
+/// Signals belong to the application's threads; SIGPIPE on ours would kill the process for a peer
+/// that hung up.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
         sigset_t all;
         ::sigfillset(&all);
         // What a faulty instruction raises must stay deliverable.
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP}) ::sigdelset(&all, fault);
+        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
+            ::sigdelset(&all, fault);
         ::pthread_sigmask(SIG_BLOCK, &all, &before_);
     }
     SignalsBlocked(const SignalsBlocked&) = delete;
@@ -118,13 +124,15 @@ bool spawn(const std::string& name, std::function<void()> body) {
 
 }  // namespace
 
-bool start(const std::string& name, AtExit atExit, std::function<void()> body, std::function<void()> interrupt) {
+bool start(const std::string& name, AtExit atExit, std::function<void()> body,
+           std::function<void()> interrupt) {
     Registry& shared = registry();
     std::list<Running>::iterator entry;
     {
         const MutexLock lock(shared.mutex);
         if (shared.exiting) return false;
-        entry = shared.running.insert(shared.running.end(), Running{{}, atExit, std::move(interrupt)});
+        entry =
+            shared.running.insert(shared.running.end(), Running{{}, atExit, std::move(interrupt)});
     }
     const bool spawned = spawn(name, [&shared, entry, body = std::move(body)]() mutable {
         {
@@ -133,7 +141,8 @@ bool start(const std::string& name, AtExit atExit, std::function<void()> body, s
         }
         body();
         body = nullptr;
-        // Now, not with the thread's own end: once the hook has seen it gone, OpenSSL may be cleaned up beneath it.
+        // Now, not with the thread's own end: once the hook has seen it gone, OpenSSL may be
+        // cleaned up beneath it.
         OPENSSL_thread_stop();
         const MutexLock lock(shared.mutex);
         shared.running.erase(entry);

@@ -53,10 +53,13 @@ NetworkThread::NetworkThread() : impl_(std::make_unique<Impl>()) {
             impl->id = std::this_thread::get_id();
             impl->context.run();
         },
-        // Behind what was posted before, so that a message handed over right before the exit still goes out.
+        // Behind what was posted before, so that a message handed over right before the exit still
+        // goes out.
         [this] { post([impl = impl_.get()] { impl->context.stop(); }); });
     impl_->clockListener = detail::onClockTurned([this](std::shared_ptr<void> looking) {
-        post([impl = impl_.get(), looking = std::move(looking)] { lookAtClock(impl->context, looking); });
+        post([impl = impl_.get(), looking = std::move(looking)] {
+            lookAtClock(impl->context, looking);
+        });
     });
 }
 
@@ -79,15 +82,17 @@ struct NetworkTimer::Impl : std::enable_shared_from_this<NetworkTimer::Impl> {
     asio::steady_timer byRealTime{NetworkThreadAsio::ioContext()};
     ClockTimer byClock{NetworkThreadAsio::ioContext()};
     NetworkThread::Function function;  // empty: nothing is pending
-    std::uint64_t round = 0;           // tells a call that was already on its way from the one that is wanted
+    // tells a call that was already on its way from the one that is wanted
+    std::uint64_t round = 0;
 
     void wait(auto& timer, NetworkThread::Function then) {
         function = std::move(then);
-        timer.async_wait([weak = weak_from_this(), current = round](const boost::system::error_code&) {
-            const auto self = weak.lock();
-            if (!self || self->round != current) return;
-            if (const auto due = std::exchange(self->function, nullptr)) due();
-        });
+        timer.async_wait(
+            [weak = weak_from_this(), current = round](const boost::system::error_code&) {
+                const auto self = weak.lock();
+                if (!self || self->round != current) return;
+                if (const auto due = std::exchange(self->function, nullptr)) due();
+            });
     }
 };
 

@@ -8,10 +8,11 @@
 
 namespace vexim {
 
-/// The one thread on which all network traffic runs: URL loading and every live connection. Nothing on it blocks.
+/// The one thread on which all network traffic runs: URL loading and every live connection. Nothing
+/// on it blocks.
 ///
-/// Made on first use and never destroyed; one exit hook, registered after OpenSSL's so that it runs before it, stops the
-/// library's threads. After it, nothing posted runs any more.
+/// Made on first use and never destroyed; one exit hook, registered after OpenSSL's so that it runs
+/// before it, stops the library's threads. After it, nothing posted runs any more.
 class NetworkThread {
 public:
     using Function = std::function<void()>;
@@ -20,8 +21,9 @@ public:
     NetworkThread(const NetworkThread&) = delete;
     NetworkThread& operator=(const NetworkThread&) = delete;
 
-    /// Queues `function`; it runs on the network thread after everything posted before. What is posted while the thread is
-    /// busy crosses in one batch. Call from any thread; `function` may not throw.
+    /// Queues `function`; it runs on the network thread after everything posted before. What is
+    /// posted while the thread is busy crosses in one batch. Call from any thread; `function` may
+    /// not throw.
     void post(Function function);
     bool isCurrent() const noexcept;
 
@@ -41,9 +43,11 @@ public:
     NetworkTimer& operator=(const NetworkTimer&) = delete;
     ~NetworkTimer();  // a pending call does not come any more
 
-    /// Calls `function` on the network thread once `delay` of real time has passed; replaces what was pending.
+    /// Calls `function` on the network thread once `delay` of real time has passed; replaces what
+    /// was pending.
     void start(std::chrono::nanoseconds delay, NetworkThread::Function function);
-    /// The same when the shared clock says `deadline`, which a hand-turned one may do at any moment.
+    /// The same when the shared clock says `deadline`, which a hand-turned one may do at any
+    /// moment.
     void startAt(Clock::TimePoint deadline, NetworkThread::Function function);
     /// After it returns, the pending call does not come any more.
     void cancel();

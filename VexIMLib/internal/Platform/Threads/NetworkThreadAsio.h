@@ -1,6 +1,7 @@
 #pragma once
 
-// For the few sources that put sockets of their own on the network thread; everyone else includes NetworkThread.h.
+// For the few sources that put sockets of their own on the network thread; everyone else includes
+// NetworkThread.h.
 #include <boost/asio/io_context.hpp>
 
 #include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
@@ -9,7 +10,8 @@ namespace vexim {
 
 class NetworkThreadAsio {
 public:
-    /// The network thread's loop. Exactly one thread runs it, so handlers need no strand; it is never destroyed.
+    /// The network thread's loop. Exactly one thread runs it, so handlers need no strand; it is
+    /// never destroyed.
     static boost::asio::io_context& ioContext();
 };
 

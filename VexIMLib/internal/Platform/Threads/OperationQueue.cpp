@@ -16,9 +16,10 @@ struct OperationQueue::State : std::enable_shared_from_this<OperationQueue::Stat
     std::vector<Operation> pending VEXIM_GUARDED_BY(mutex);
     bool threadRuns VEXIM_GUARDED_BY(mutex) = false;
     bool threadWaits VEXIM_GUARDED_BY(mutex) = false;
-    bool isRunning VEXIM_GUARDED_BY(mutex) = false;  // an operation, on the queue's thread or on another one
-    bool closed VEXIM_GUARDED_BY(mutex) = false;     // no more operations will come
-    bool stopped VEXIM_GUARDED_BY(mutex) = false;    // the process exits: what is left is not run
+    // an operation, on the queue's thread or on another one
+    bool isRunning VEXIM_GUARDED_BY(mutex) = false;
+    bool closed VEXIM_GUARDED_BY(mutex) = false;   // no more operations will come
+    bool stopped VEXIM_GUARDED_BY(mutex) = false;  // the process exits: what is left is not run
 
     /// What is to be done, without the lock, so that the thread sees what is pending.
     struct Call {
@@ -27,7 +28,8 @@ struct OperationQueue::State : std::enable_shared_from_this<OperationQueue::Stat
     };
     Call callForThread() VEXIM_REQUIRES(mutex) {
         if (isRunning) return {};  // who runs it looks for more
-        return {.starts = !pending.empty() && !std::exchange(threadRuns, true), .wakes = std::exchange(threadWaits, false)};
+        return {.starts = !pending.empty() && !std::exchange(threadRuns, true),
+                .wakes = std::exchange(threadWaits, false)};
     }
 
     void make(Call call) {
@@ -83,7 +85,8 @@ std::shared_ptr<OperationQueue> OperationQueue::create(std::string name) {
     return std::shared_ptr<OperationQueue>(new OperationQueue(std::move(name)));
 }
 
-OperationQueue::OperationQueue(std::string name) : state_(std::make_shared<State>(std::move(name))) {}
+OperationQueue::OperationQueue(std::string name)
+    : state_(std::make_shared<State>(std::move(name))) {}
 
 OperationQueue::~OperationQueue() {
     const MutexLock lock(state_->mutex);
@@ -92,7 +95,8 @@ OperationQueue::~OperationQueue() {
 }
 
 void OperationQueue::addOperation(Operation operation) {
-    const auto state = state_;  // the operation may release the queue, before this function has returned
+    // the operation may release the queue, before this function has returned
+    const auto state = state_;
     State::Call call;
     {
         const MutexLock lock(state->mutex);

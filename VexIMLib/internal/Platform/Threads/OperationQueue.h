@@ -21,8 +21,8 @@ public:
 
     /// Queues `operation`; operations run one at a time in the order given. Call from any thread.
     void addOperation(Operation operation);
-    /// The same, but runs it at once, on the calling thread, when nothing else is queued or running. For what is short: a switch of
-    /// threads costs more.
+    /// The same, but runs it at once, on the calling thread, when nothing else is queued or
+    /// running. For what is short: a switch of threads costs more.
     void runOrAdd(Operation operation);
     /// Whether the caller is inside one of the queue's operations.
     bool isCurrent() const noexcept;

@@ -11,7 +11,8 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-// A turn from a disk takes a millisecond. One that is taken for blocked by mistake costs a thread for a moment.
+// A turn from a disk takes a millisecond. One that is taken for blocked by mistake costs a thread
+// for a moment.
 constexpr std::chrono::milliseconds kPatience{100};
 constexpr std::chrono::seconds kMostIdle{2};
 
@@ -38,7 +39,8 @@ void ReaderPool::giveUp(const Work& work) {
     {
         const MutexLock lock(mutex_);
         for (Place worker = workers_.begin(); worker != workers_.end(); ++worker) {
-            if (worker->work.get() == &work && !std::exchange(worker->isGivenUp, true)) uncount(worker);
+            if (worker->work.get() == &work && !std::exchange(worker->isGivenUp, true))
+                uncount(worker);
         }
     }
     startWhatIsMissing();
@@ -68,7 +70,8 @@ bool ReaderPool::startWhatIsMissing() {
             ++idle_;  // it is about to take something
         }
         const bool started = LibraryThreads::start(
-            "vexim-body", LibraryThreads::AtExit::Leave, [this, worker] { run(worker); }, [this] { interrupt(); });
+            "vexim-body", LibraryThreads::AtExit::Leave, [this, worker] { run(worker); },
+            [this] { interrupt(); });
         if (started) continue;
         const MutexLock lock(mutex_);
         workers_.erase(worker);
@@ -82,7 +85,8 @@ void ReaderPool::run(Place worker) {
     while (const auto work = next(worker)) work->turn();
 }
 
-/// Ends the worker's turn and waits for the next one; nullptr when its thread is to end. The worker is gone then.
+/// Ends the worker's turn and waits for the next one; nullptr when its thread is to end. The worker
+/// is gone then.
 std::shared_ptr<ReaderPool::Work> ReaderPool::next(Place worker) {
     std::shared_ptr<Work> last;  // let go of without the lock
     const MutexLock lock(mutex_);
@@ -91,9 +95,11 @@ std::shared_ptr<ReaderPool::Work> ReaderPool::next(Place worker) {
     if (worker->isBlocked) --blocked_;
     worker->isBlocked = false;
     if (!isFirst && !worker->isGivenUp) ++idle_;
-    const bool isSpare = threads_ - blocked_ > kReaders;  // others took its place while it was blocked
+    // others took its place while it was blocked
+    const bool isSpare = threads_ - blocked_ > kReaders;
     const auto until = SteadyClock::now() + kMostIdle;
-    while (queue_.empty() && !isExiting_ && !isSpare && !worker->isGivenUp && added_.waitUntil(mutex_, until)) {
+    while (queue_.empty() && !isExiting_ && !isSpare && !worker->isGivenUp &&
+           added_.waitUntil(mutex_, until)) {
     }
     if (!worker->isGivenUp) --idle_;
     if (worker->isGivenUp || isSpare || isExiting_ || queue_.empty()) {

@@ -10,9 +10,10 @@
 
 namespace vexim {
 
-/// A few threads that read the bodies of uploads, by turns: at most `kReaders`, and one more for each body that blocks the thread
-/// which reads it (a file on a stalled network disk, a pipe without a writer), up to `kMostThreads`. A thread ends when it has had
-/// nothing to do for a while.
+/// A few threads that read the bodies of uploads, by turns: at most `kReaders`, and one more for
+/// each body that blocks the thread which reads it (a file on a stalled network disk, a pipe
+/// without a writer), up to `kMostThreads`. A thread ends when it has had nothing to do for a
+/// while.
 ///
 /// All functions may be called from any thread. A pool is never destroyed.
 class ReaderPool {
@@ -35,10 +36,11 @@ public:
     ReaderPool(const ReaderPool&) = delete;
     ReaderPool& operator=(const ReaderPool&) = delete;
 
-    /// Queues one turn of `work`. False when there is no thread for it: the process is exiting, or the system has none to give.
+    /// Queues one turn of `work`. False when there is no thread for it: the process is exiting, or
+    /// the system has none to give.
     bool add(std::shared_ptr<Work> work);
-    /// Nobody waits for `work` any more. A thread that is inside it is not counted from now on and ends with its turn: it may be
-    /// stuck for ever.
+    /// Nobody waits for `work` any more. A thread that is inside it is not counted from now on and
+    /// ends with its turn: it may be stuck for ever.
     void giveUp(const Work& work);
 
     /// How many threads there are, without those that were given up. For tests.
@@ -59,7 +61,8 @@ private:
     bool mayStartThread() VEXIM_REQUIRES(mutex_);
     void watchSoon() VEXIM_REQUIRES(mutex_);
     void look();
-    /// At exit, of all threads at once: when the hook asks for the second one, its worker may be gone.
+    /// At exit, of all threads at once: when the hook asks for the second one, its worker may be
+    /// gone.
     void interrupt();
     void uncount(Place worker) VEXIM_REQUIRES(mutex_);
 

@@ -19,7 +19,8 @@ namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{16} << 20;  // a hundred times what systems bring
 
-constexpr const char* kFileVariable = "SSL_CERT_FILE";  // OpenSSL's own, as is the rule for the other one
+// OpenSSL's own, as is the rule for the other one
+constexpr const char* kFileVariable = "SSL_CERT_FILE";
 constexpr const char* kFolderVariable = "SSL_CERT_DIR";
 
 const char* environment(const char* name) {
@@ -29,7 +30,8 @@ const char* environment(const char* name) {
 
 std::size_t countOf(std::string_view mark, std::string_view text) {
     std::size_t count = 0;
-    for (auto at = text.find(mark); at != text.npos; at = text.find(mark, at + mark.size())) ++count;
+    for (auto at = text.find(mark); at != text.npos; at = text.find(mark, at + mark.size()))
+        ++count;
     return count;
 }
 
@@ -37,7 +39,8 @@ std::size_t countOf(std::string_view mark, std::string_view text) {
 X509* parseCertificate(std::string_view kind, const unsigned char* bytes, long length) {
     const unsigned char* end = bytes;
     X509* certificate = nullptr;
-    if (kind == PEM_STRING_X509 || kind == PEM_STRING_X509_OLD) certificate = d2i_X509(nullptr, &end, length);
+    if (kind == PEM_STRING_X509 || kind == PEM_STRING_X509_OLD)
+        certificate = d2i_X509(nullptr, &end, length);
     if (kind == PEM_STRING_X509_TRUSTED) certificate = d2i_X509_AUX(nullptr, &end, length);
     if (certificate && end == bytes + length) return certificate;
     X509_free(certificate);
@@ -63,8 +66,10 @@ bool addCertificates(const std::string& pem, X509_STORE* store) {
     }
     BIO_free(bio);
     ERR_clear_error();  // the end of the text counts as one
-    // OpenSSL takes a first or last line that is damaged for a remark, and would pass its certificate over.
-    return isWhole && count > 0 && countOf("-BEGIN ", pem) == count && countOf("-END ", pem) == count;
+    // OpenSSL takes a first or last line that is damaged for a remark, and would pass its
+    // certificate over.
+    return isWhole && count > 0 && countOf("-BEGIN ", pem) == count &&
+           countOf("-END ", pem) == count;
 }
 
 struct FileReading {
@@ -73,7 +78,9 @@ struct FileReading {
 };
 
 FileReading readFile(const char* path) {
-    const auto failed = [](int error) { return FileReading{{}, std::generic_category().message(error)}; };
+    const auto failed = [](int error) {
+        return FileReading{{}, std::generic_category().message(error)};
+    };
     const int file = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe must not hold us up
     if (file < 0) return failed(errno);
     struct stat about {};
@@ -85,7 +92,8 @@ FileReading readFile(const char* path) {
     } else {
         char buffer[65536];
         ssize_t count = 0;
-        while (reading.text.size() <= kMostBytes && (count = ::read(file, buffer, sizeof buffer)) > 0) {
+        while (reading.text.size() <= kMostBytes &&
+               (count = ::read(file, buffer, sizeof buffer)) > 0) {
             reading.text.append(buffer, static_cast<std::size_t>(count));
         }
         if (count < 0) reading = failed(errno);
@@ -94,10 +102,13 @@ FileReading readFile(const char* path) {
     return reading;
 }
 
-/// What is wrong with `pem`, as the end of a sentence; empty when its certificates are in the store now.
+/// What is wrong with `pem`, as the end of a sentence; empty when its certificates are in the store
+/// now.
 std::string addText(const std::string& pem, X509_STORE* store) {
     if (pem.size() > kMostBytes) return "it is longer than 16 MiB";
-    return addCertificates(pem, store) ? "" : "it must hold whole certificates in PEM form, and nothing else";
+    return addCertificates(pem, store)
+               ? ""
+               : "it must hold whole certificates in PEM form, and nothing else";
 }
 
 std::string addFile(const char* path, X509_STORE* store) {
@@ -109,9 +120,10 @@ std::string fileVersion(const char* path) {
     struct stat about {};
     if (::stat(path, &about) != 0) return "none";
     std::string version;
-    for (const auto number : {static_cast<std::int64_t>(about.st_dev), static_cast<std::int64_t>(about.st_ino),
-                              static_cast<std::int64_t>(about.st_size), static_cast<std::int64_t>(about.st_mtim.tv_sec),
-                              static_cast<std::int64_t>(about.st_mtim.tv_nsec)}) {
+    for (const auto number :
+         {static_cast<std::int64_t>(about.st_dev), static_cast<std::int64_t>(about.st_ino),
+          static_cast<std::int64_t>(about.st_size), static_cast<std::int64_t>(about.st_mtim.tv_sec),
+          static_cast<std::int64_t>(about.st_mtim.tv_nsec)}) {
         version += std::to_string(number) + " ";
     }
     return version;
@@ -135,11 +147,14 @@ AuthorityReading readAuthorities(const TrustOptions& options) {
     } else {
         // OpenSSL passes over a file that it cannot read.
         source = std::string("the variable ") + kFileVariable;
-        if (const char* const named = environment(kFileVariable); *named) fault = addFile(named, store.get());
+        if (const char* const named = environment(kFileVariable); *named)
+            fault = addFile(named, store.get());
         if (fault.empty()) X509_STORE_set_default_paths(store.get());
     }
     ERR_clear_error();
-    if (!fault.empty()) return {nullptr, "The certificate authorities of " + source + " cannot be used: " + fault + "."};
+    if (!fault.empty())
+        return {nullptr,
+                "The certificate authorities of " + source + " cannot be used: " + fault + "."};
     return {std::move(store), {}};
 }
 

@@ -9,29 +9,37 @@ namespace vexim {
 CertificateFault certificateFault(long verified, std::string_view host) {
     switch (verified) {
         case X509_V_ERR_CERT_HAS_EXPIRED:
-            return {URLErrorServerCertificateHasBadDate, "The server's certificate, or one that it relies on, has expired."};
+            return {URLErrorServerCertificateHasBadDate,
+                    "The server's certificate, or one that it relies on, has expired."};
         case X509_V_ERR_CERT_NOT_YET_VALID:
-            return {URLErrorServerCertificateNotYetValid, "The server's certificate, or one that it relies on, is not valid yet."};
+            return {URLErrorServerCertificateNotYetValid,
+                    "The server's certificate, or one that it relies on, is not valid yet."};
         case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
-            return {URLErrorServerCertificateHasUnknownRoot, "The server's certificate is self-signed, and it is not trusted."};
+            return {URLErrorServerCertificateHasUnknownRoot,
+                    "The server's certificate is self-signed, and it is not trusted."};
         case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
         case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
         case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
         case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
-            return {URLErrorServerCertificateHasUnknownRoot, "No trusted authority stands behind the server's certificate."};
+            return {URLErrorServerCertificateHasUnknownRoot,
+                    "No trusted authority stands behind the server's certificate."};
         case X509_V_ERR_HOSTNAME_MISMATCH:
         case X509_V_ERR_IP_ADDRESS_MISMATCH:
-            return {URLErrorServerCertificateUntrusted, "The server's certificate is not for \"" + std::string(host) + "\"."};
+            return {URLErrorServerCertificateUntrusted,
+                    "The server's certificate is not for \"" + std::string(host) + "\"."};
         case X509_V_ERR_APPLICATION_VERIFICATION:
-            return {URLErrorServerCertificateUntrusted, "The key of the server's certificate is not one of the pinned keys."};
+            return {URLErrorServerCertificateUntrusted,
+                    "The key of the server's certificate is not one of the pinned keys."};
         default:
             return {URLErrorServerCertificateUntrusted,
-                    std::string("The server's certificate is not acceptable: ") + X509_verify_cert_error_string(verified) + "."};
+                    std::string("The server's certificate is not acceptable: ") +
+                        X509_verify_cert_error_string(verified) + "."};
     }
 }
 
 CertificateFault impossibleHost(std::string_view host) {
-    return {URLErrorServerCertificateUntrusted, "No certificate can be for \"" + std::string(host) + "\"."};
+    return {URLErrorServerCertificateUntrusted,
+            "No certificate can be for \"" + std::string(host) + "\"."};
 }
 
 CertificateFault handshakeFault(std::string_view reason) {

@@ -10,7 +10,8 @@
 
 namespace vexim {
 
-std::unique_ptr<TlsSession> TlsSession::create(std::shared_ptr<const Trust> trust, std::string host) {
+std::unique_ptr<TlsSession> TlsSession::create(std::shared_ptr<const Trust> trust,
+                                               std::string host) {
     SSL* const ssl = trust ? trust->newConnection(host) : nullptr;
     if (!ssl) return nullptr;
     SSL_set_bio(ssl, BIO_new(BIO_s_mem()), BIO_new(BIO_s_mem()));

@@ -13,13 +13,14 @@ struct ssl_st;
 
 namespace vexim {
 
-/// One TLS connection in memory: what comes from the peer goes in, plain bytes come out, and the other way round.
+/// One TLS connection in memory: what comes from the peer goes in, plain bytes come out, and the
+/// other way round.
 class TlsSession {
 public:
     enum class Status : std::uint8_t { Open, Closed, Failed };
 
-    /// `host` is what the certificate must be for: a name (also sent as SNI) or a numeric address. nullptr when it can be
-    /// neither.
+    /// `host` is what the certificate must be for: a name (also sent as SNI) or a numeric address.
+    /// nullptr when it can be neither.
     static std::unique_ptr<TlsSession> create(std::shared_ptr<const Trust> trust, std::string host);
     TlsSession(const TlsSession&) = delete;
     TlsSession& operator=(const TlsSession&) = delete;

@@ -17,7 +17,8 @@
 namespace vexim {
 namespace {
 
-constexpr int kLeastSecurityLevel = 2;  // OpenSSL's: keys of 112 bits of strength (RSA 2048), no signatures over SHA-1
+// OpenSSL's: keys of 112 bits of strength (RSA 2048), no signatures over SHA-1
+constexpr int kLeastSecurityLevel = 2;
 
 std::string keyDigest(X509* certificate) {
     unsigned char* der = nullptr;
@@ -30,13 +31,16 @@ std::string keyDigest(X509* certificate) {
 }
 
 int allowSelfSigned(int isGood, X509_STORE_CTX* chain) {
-    if (isGood != 0 || X509_STORE_CTX_get_error(chain) != X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT) return isGood;
+    if (isGood != 0 || X509_STORE_CTX_get_error(chain) != X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT)
+        return isGood;
     X509_STORE_CTX_set_error(chain, X509_V_OK);
     return 1;
 }
 
 using TrustPtr = std::shared_ptr<const Trust>;
-void freeTrust(void*, void* trust, CRYPTO_EX_DATA*, int, long, void*) { delete static_cast<TrustPtr*>(trust); }
+void freeTrust(void*, void* trust, CRYPTO_EX_DATA*, int, long, void*) {
+    delete static_cast<TrustPtr*>(trust);
+}
 
 /// Where a context that may outlive everything else keeps its trust alive.
 int trustIndex() {
@@ -44,7 +48,8 @@ int trustIndex() {
     return index;
 }
 
-/// An absolute name ends with a dot; certificates never have it (RFC 5280, section 4.2.1.6), nor has SNI (RFC 6066, section 3).
+/// An absolute name ends with a dot; certificates never have it (RFC 5280, section 4.2.1.6), nor
+/// has SNI (RFC 6066, section 3).
 std::string_view withoutRootDot(std::string_view host) {
     if (host.ends_with('.')) host.remove_suffix(1);
     return host;
@@ -52,21 +57,26 @@ std::string_view withoutRootDot(std::string_view host) {
 
 enum class HostKind { Name, Address, Impossible };
 
-/// Lets the verifier ask for `host`. An address is one only in its usual form; what else a resolver might take for one ("127.1")
-/// counts as a name, and no certificate is for it.
+/// Lets the verifier ask for `host`. An address is one only in its usual form; what else a resolver
+/// might take for one ("127.1") counts as a name, and no certificate is for it.
 HostKind expectHost(X509_VERIFY_PARAM* wanted, std::string_view host) {
     unsigned char address[16];
     const std::string numeric(host);
     for (const auto& [family, length] : {std::pair{AF_INET, 4}, std::pair{AF_INET6, 16}}) {
         if (::inet_pton(family, numeric.c_str(), address) != 1) continue;
-        const bool isSet = X509_VERIFY_PARAM_set1_ip(wanted, address, static_cast<std::size_t>(length)) == 1;
+        const bool isSet =
+            X509_VERIFY_PARAM_set1_ip(wanted, address, static_cast<std::size_t>(length)) == 1;
         return isSet ? HostKind::Address : HostKind::Impossible;
     }
     const auto name = withoutRootDot(host);
-    // OpenSSL would take an empty one for no question, and one that begins with a dot for every name below.
+    // OpenSSL would take an empty one for no question, and one that begins with a dot for every
+    // name below.
     if (name.empty() || name.starts_with('.')) return HostKind::Impossible;
-    X509_VERIFY_PARAM_set_hostflags(wanted, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
-    return X509_VERIFY_PARAM_set1_host(wanted, name.data(), name.size()) == 1 ? HostKind::Name : HostKind::Impossible;
+    X509_VERIFY_PARAM_set_hostflags(
+        wanted, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
+    return X509_VERIFY_PARAM_set1_host(wanted, name.data(), name.size()) == 1
+               ? HostKind::Name
+               : HostKind::Impossible;
 }
 
 std::atomic<std::uint64_t> lastIdentity{0};
@@ -79,7 +89,8 @@ Trust::Trust(TrustOptions options, AuthorityStore authorities)
       identity_(++lastIdentity),
       context_(SSL_CTX_new(TLS_client_method())) {
     if (!context_) return;
-    SSL_CTX_set_mode(context_, SSL_MODE_RELEASE_BUFFERS | SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
+    SSL_CTX_set_mode(context_, SSL_MODE_RELEASE_BUFFERS | SSL_MODE_ENABLE_PARTIAL_WRITE |
+                                   SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
     prepare(context_);
 }
 
@@ -87,13 +98,17 @@ Trust::~Trust() { SSL_CTX_free(context_); }
 
 void Trust::prepare(ssl_ctx_st* context) const {
     // The system's own policy may ask for more, never for less.
-    if (SSL_CTX_get_min_proto_version(context) < TLS1_2_VERSION) SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
-    if (SSL_CTX_get_security_level(context) < kLeastSecurityLevel) SSL_CTX_set_security_level(context, kLeastSecurityLevel);
+    if (SSL_CTX_get_min_proto_version(context) < TLS1_2_VERSION)
+        SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
+    if (SSL_CTX_get_security_level(context) < kLeastSecurityLevel)
+        SSL_CTX_set_security_level(context, kLeastSecurityLevel);
     X509_VERIFY_PARAM* const rules = SSL_CTX_get0_param(context);
     // Whatever certificate the application names is trusted: an intermediate, or the server's own.
     X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_PARTIAL_CHAIN | X509_V_FLAG_TRUSTED_FIRST);
-    if (options_.acceptSelfSigned) X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_CHECK_SS_SIGNATURE);
-    SSL_CTX_set_verify(context, SSL_VERIFY_PEER, options_.acceptSelfSigned ? allowSelfSigned : nullptr);
+    if (options_.acceptSelfSigned)
+        X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_CHECK_SS_SIGNATURE);
+    SSL_CTX_set_verify(context, SSL_VERIFY_PEER,
+                       options_.acceptSelfSigned ? allowSelfSigned : nullptr);
     SSL_CTX_set_cert_verify_callback(context, &Trust::verify, const_cast<Trust*>(this));
     SSL_CTX_set1_cert_store(context, authorities_.get());
 }
@@ -111,7 +126,8 @@ ssl_st* Trust::newConnection(const std::string& host) const {
     SSL* const ssl = context_ ? SSL_new(context_) : nullptr;
     if (!ssl) return nullptr;
     const HostKind kind = expectHost(SSL_get0_param(ssl), host);
-    if (kind == HostKind::Name) SSL_set_tlsext_host_name(ssl, std::string(withoutRootDot(host)).c_str());
+    if (kind == HostKind::Name)
+        SSL_set_tlsext_host_name(ssl, std::string(withoutRootDot(host)).c_str());
     if (kind != HostKind::Impossible) return ssl;
     SSL_free(ssl);
     return nullptr;
@@ -119,7 +135,8 @@ ssl_st* Trust::newConnection(const std::string& host) const {
 
 int Trust::verify(x509_store_ctx_st* chain, void* self) {
     const auto& pins = static_cast<const Trust*>(self)->options_.pins;
-    // What it leaves in the queue of errors would stand before "certificate verify failed", and libcurl reads the first only.
+    // What it leaves in the queue of errors would stand before "certificate verify failed", and
+    // libcurl reads the first only.
     ERR_set_mark();
     const int result = X509_verify_cert(chain);
     ERR_pop_to_mark();
@@ -131,7 +148,8 @@ int Trust::verify(x509_store_ctx_st* chain, void* self) {
 
 TrustChoice TrustChoice::of(const Dictionary& options) {
     auto reading = readTrustOptions(options);
-    return reading.fault.empty() ? of(reading.options) : TrustChoice{nullptr, std::move(reading.fault)};
+    return reading.fault.empty() ? of(reading.options)
+                                 : TrustChoice{nullptr, std::move(reading.fault)};
 }
 
 TrustChoice TrustChoice::of(const TrustOptions& options) {
@@ -146,11 +164,13 @@ TrustChoice TrustChoice::of(const TrustOptions& options) {
         Mutex mutex;
         std::deque<Kept> kept VEXIM_GUARDED_BY(mutex);
     };
-    static auto* const cache = new Cache;  // never destroyed: connections may outlive static objects
+    // never destroyed: connections may outlive static objects
+    static auto* const cache = new Cache;
     std::string version = authoritiesVersion(options);
     const MutexLock lock(cache->mutex);
-    const auto found =
-        std::ranges::find_if(cache->kept, [&](const Kept& each) { return each.version == version && each.options == options; });
+    const auto found = std::ranges::find_if(cache->kept, [&](const Kept& each) {
+        return each.version == version && each.options == options;
+    });
     if (found != cache->kept.end()) return {found->trust, {}};
     auto [store, fault] = readAuthorities(options);
     const bool isEnvironments = options.authorityFile.empty() && options.authorityPEM.empty();

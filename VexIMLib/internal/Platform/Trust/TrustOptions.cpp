@@ -17,21 +17,24 @@ namespace {
 std::optional<std::string> readPin(std::string_view text) {
     if (!VXIMClientConfiguration::isPin(text)) return std::nullopt;
     unsigned char bytes[SHA256_DIGEST_LENGTH + 1];  // with what the padding decodes to
-    EVP_DecodeBlock(bytes, reinterpret_cast<const unsigned char*>(text.data()), static_cast<int>(text.size()));
+    EVP_DecodeBlock(bytes, reinterpret_cast<const unsigned char*>(text.data()),
+                    static_cast<int>(text.size()));
     return std::string(reinterpret_cast<const char*>(bytes), SHA256_DIGEST_LENGTH);
 }
 
 /// An empty text or list would trust more than whoever set it meant.
 std::string readText(const Value& value, const char* key, std::string& into) {
     auto text = value.asString();
-    if (!text || text->empty()) return std::string("Option \"") + key + "\" must be a text that is not empty.";
+    if (!text || text->empty())
+        return std::string("Option \"") + key + "\" must be a text that is not empty.";
     into = *std::move(text);
     return {};
 }
 
 std::string readPins(const Value& value, std::vector<std::string>& pins) {
     const Array* const list = value.asArray();
-    if (!list || list->size() == 0) return "Option \"pinnedKeys\" must be a list with at least one pin.";
+    if (!list || list->size() == 0)
+        return "Option \"pinnedKeys\" must be a list with at least one pin.";
     for (std::size_t i = 0; i < list->size(); ++i) {
         const auto text = list->get(i).asStringView();
         auto pin = text ? readPin(*text) : std::nullopt;
@@ -49,10 +52,14 @@ std::string readPins(const Value& value, std::vector<std::string>& pins) {
 TrustReading readTrustOptions(const Dictionary& options) {
     TrustReading reading;
     auto& [trust, fault] = reading;
-    if (const Value* value = options.find("selfSigned")) trust.acceptSelfSigned = value->isBoolean() && value->boolean();
-    if (const Value* value = options.find("caFile")) fault = readText(*value, "caFile", trust.authorityFile);
-    if (const Value* value = options.find("caPEM"); value && fault.empty()) fault = readText(*value, "caPEM", trust.authorityPEM);
-    if (const Value* value = options.find("pinnedKeys"); value && fault.empty()) fault = readPins(*value, trust.pins);
+    if (const Value* value = options.find("selfSigned"))
+        trust.acceptSelfSigned = value->isBoolean() && value->boolean();
+    if (const Value* value = options.find("caFile"))
+        fault = readText(*value, "caFile", trust.authorityFile);
+    if (const Value* value = options.find("caPEM"); value && fault.empty())
+        fault = readText(*value, "caPEM", trust.authorityPEM);
+    if (const Value* value = options.find("pinnedKeys"); value && fault.empty())
+        fault = readPins(*value, trust.pins);
     return reading;
 }
 

@@ -7,13 +7,16 @@
 namespace vexim {
 
 struct EventHandlers::Registration {
-    Registration(SocketIOClient::HandlerId number, SocketIOClient::Handler function) : id(number), handler(std::move(function)) {}
+    Registration(SocketIOClient::HandlerId number, SocketIOClient::Handler function)
+        : id(number),
+          handler(std::move(function)) {}
     const SocketIOClient::HandlerId id;
     const SocketIOClient::Handler handler;
     std::atomic<bool> removed{false};
 };
 
-SocketIOClient::HandlerId EventHandlers::add(std::string_view event, SocketIOClient::Handler handler) {
+SocketIOClient::HandlerId EventHandlers::add(std::string_view event,
+                                             SocketIOClient::Handler handler) {
     std::shared_ptr<const List> replaced;  // destroyed without the lock
     const MutexLock lock(mutex_);
     auto found = lists_.find(event);
@@ -38,11 +41,13 @@ void EventHandlers::remove(SocketIOClient::HandlerId id) {
     std::shared_ptr<const List> replaced;
     const MutexLock lock(mutex_);
     for (auto& [event, list] : lists_) {
-        const auto found = std::ranges::find(*list, id, [](const auto& registration) { return registration->id; });
+        const auto found =
+            std::ranges::find(*list, id, [](const auto& registration) { return registration->id; });
         if (found == list->end()) continue;
         (*found)->removed = true;
         auto rest = std::make_shared<List>();
-        std::ranges::copy_if(*list, std::back_inserter(*rest), [id](const auto& registration) { return registration->id != id; });
+        std::ranges::copy_if(*list, std::back_inserter(*rest),
+                             [id](const auto& registration) { return registration->id != id; });
         replaced = std::exchange(list, std::move(rest));
         return;
     }
@@ -57,7 +62,8 @@ void EventHandlers::removeAll() {
     }
 }
 
-void EventHandlers::call(std::string_view event, const Array& arguments, const AckEmitter& ack) const {
+void EventHandlers::call(std::string_view event, const Array& arguments,
+                         const AckEmitter& ack) const {
     std::shared_ptr<const List> list;
     {
         const MutexLock lock(mutex_);

@@ -13,7 +13,8 @@
 
 namespace vexim {
 
-/// Handlers by event, in the order of registration. Any thread; no lock is held while a handler runs or is destroyed.
+/// Handlers by event, in the order of registration. Any thread; no lock is held while a handler
+/// runs or is destroyed.
 class EventHandlers {
 public:
     SocketIOClient::HandlerId add(std::string_view event, SocketIOClient::Handler handler);
@@ -31,7 +32,8 @@ private:
         using is_transparent = void;  // finds by a view, too
     };
     // Lists are never written, but replaced.
-    using Lists = std::unordered_map<std::string, std::shared_ptr<const List>, Hash, std::equal_to<>>;
+    using Lists =
+        std::unordered_map<std::string, std::shared_ptr<const List>, Hash, std::equal_to<>>;
 
     mutable Mutex mutex_;
     SocketIOClient::HandlerId lastId_ VEXIM_GUARDED_BY(mutex_) = 0;

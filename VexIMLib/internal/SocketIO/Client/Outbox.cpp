@@ -14,7 +14,9 @@ constexpr std::size_t kHeadBytes = sizeof(std::uint32_t) + 1;
 
 std::size_t Outbox::cost(std::string_view text) noexcept { return kHeadBytes + text.size(); }
 
-std::size_t Outbox::cost(const Data& attachment) noexcept { return sizeof(Data) + attachment.size(); }
+std::size_t Outbox::cost(const Data& attachment) noexcept {
+    return sizeof(Data) + attachment.size();
+}
 
 std::size_t Outbox::cost(const EncodedPacket& packet) noexcept {
     std::size_t bytes = cost(std::string_view(packet.text));
@@ -29,7 +31,8 @@ void Outbox::push(const EncodedPacket& packet) {
         blocks_.emplace_back().bytes.reserve(isFirst ? needed : std::max(needed, kBlockBytes));
     }
     std::string& bytes = blocks_.back().bytes;
-    if (bytes.capacity() - bytes.size() < needed) bytes.reserve(kBlockBytes);  // it is not idle: grow once, not many times
+    // it is not idle: grow once, not many times
+    if (bytes.capacity() - bytes.size() < needed) bytes.reserve(kBlockBytes);
     const auto length = static_cast<std::uint32_t>(packet.text.size());
     bytes.append(reinterpret_cast<const char*>(&length), sizeof length);
     bytes += static_cast<char>(packet.attachments.size());

@@ -11,7 +11,8 @@
 
 namespace vexim {
 
-/// Packets on their way out, packed into blocks: a queue of hundreds of thousands costs little more than their texts.
+/// Packets on their way out, packed into blocks: a queue of hundreds of thousands costs little more
+/// than their texts.
 class Outbox {
 public:
     struct Front {

@@ -19,25 +19,36 @@ public:
 
     bool initialise(const std::optional<URL>& url, const Dictionary& dictionary) {
         ParsedOptions parsed = parseSocketIOOptions(dictionary);
-        for (const auto& complaint : parsed.complaints) log(LogLevel::Warning, "socket.io: ignored an " + complaint);
-        core_ = std::make_shared<SocketIOCore>(endpointOf(url, parsed.options.secure), std::move(parsed.options));
+        for (const auto& complaint : parsed.complaints)
+            log(LogLevel::Warning, "socket.io: ignored an " + complaint);
+        core_ = std::make_shared<SocketIOCore>(endpointOf(url, parsed.options.secure),
+                                               std::move(parsed.options));
         return true;
     }
 
-    void recordInto(std::shared_ptr<EventRecord> record) override { core_->recordInto(std::move(record)); }
+    void recordInto(std::shared_ptr<EventRecord> record) override {
+        core_->recordInto(std::move(record));
+    }
     void joinNamespace(std::string_view nsp) override { core_->joinNamespace(nsp); }
     std::string nsp() const override { return core_->nsp(); }
     void connect() override { core_->connect(); }
     void disconnect() override { core_->disconnect(); }
     SocketIOStatus status() const noexcept override { return core_->status(); }
     void networkDidChange() override { core_->networkDidChange(); }
-    HandlerId on(std::string_view event, Handler handler) override { return core_->handlers().add(event, std::move(handler)); }
+    HandlerId on(std::string_view event, Handler handler) override {
+        return core_->handlers().add(event, std::move(handler));
+    }
     void off(std::string_view event) override { core_->handlers().remove(event); }
     void off(HandlerId id) override { core_->handlers().remove(id); }
     void removeAllHandlers() override { core_->handlers().removeAll(); }
-    ErrorPtr tryEmit(std::string_view event, const Array& items) override { return core_->tryEmit(event, items); }
-    bool emit(std::string_view event, const Array& items) override { return core_->emit(event, items); }
-    void emitWithAck(std::string_view event, const Array& items, std::chrono::milliseconds timeout, AckCallback callback) override {
+    ErrorPtr tryEmit(std::string_view event, const Array& items) override {
+        return core_->tryEmit(event, items);
+    }
+    bool emit(std::string_view event, const Array& items) override {
+        return core_->emit(event, items);
+    }
+    void emitWithAck(std::string_view event, const Array& items, std::chrono::milliseconds timeout,
+                     AckCallback callback) override {
         core_->emitWithAck(event, items, timeout, std::move(callback));
     }
 
@@ -59,7 +70,8 @@ void AckEmitter::with(const Array& items) const {
     if (state_ && !state_->used.exchange(true) && state_->send) state_->send(items);
 }
 
-std::shared_ptr<SocketIOClient> SocketIOClient::create(const std::optional<URL>& url, const Dictionary& options) {
+std::shared_ptr<SocketIOClient> SocketIOClient::create(const std::optional<URL>& url,
+                                                       const Dictionary& options) {
     return vexim::create<LiveSocketIOClient>(url, options);
 }
 

@@ -11,7 +11,8 @@ namespace vexim {
 namespace {
 
 constexpr std::size_t kMostUnheard = 10'000;
-// What one takes beside its text. Of short events it is nearly all, and a peer can send millions of them.
+// What one takes beside its text. Of short events it is nearly all, and a peer can send millions of
+// them.
 constexpr std::size_t kDeliveryBytes = 256;
 std::string quoted(std::string_view event) { return "\"" + std::string(event) + "\""; }
 
@@ -80,7 +81,8 @@ void SocketIOCore::disconnect() {
     if (closed_ || status_ == SocketIOStatusNotConnected) return;
     const Outbox leftover = beginEpoch(SocketIOStatusDisconnected);
     pushEvent("disconnect", {"io client disconnect"});
-    NetworkThread::shared().post([self = shared_from_this(), leftover] { self->stopLink(leftover); });
+    NetworkThread::shared().post(
+        [self = shared_from_this(), leftover] { self->stopLink(leftover); });
 }
 
 void SocketIOCore::shutDown() {
@@ -132,18 +134,21 @@ bool SocketIOCore::emit(std::string_view event, const Array& items) {
     const ErrorPtr refused = tryEmit(event, items);
     if (!refused) return true;
     const Section section(*this);
-    // The answer has told already. Who emits in a loop and does not listen is not to fill the memory.
+    // The answer has told already. Who emits in a loop and does not listen is not to fill the
+    // memory.
     if (inbox_.size() < kMostUnheard) pushEvent("error", errorArguments(refused));
     return false;
 }
 
-void SocketIOCore::emitWithAck(std::string_view event, const Array& items, std::chrono::milliseconds timeout,
+void SocketIOCore::emitWithAck(std::string_view event, const Array& items,
+                               std::chrono::milliseconds timeout,
                                SocketIOClient::AckCallback callback) {
     const Section section(*this);
     // Encoded with the lock held: the id is part of the text, and ids go out in order.
     const std::uint64_t id = nextAckId_;
     const EncodeResult encoded = encodeEvent(joinedNsp_, id, event, items);
-    const EmitFault fault = encoded.fault == EncodeFault::None ? enqueue(encoded.packet) : EmitFault::NotEncodable;
+    const EmitFault fault =
+        encoded.fault == EncodeFault::None ? enqueue(encoded.packet) : EmitFault::NotEncodable;
     if (fault != EmitFault::None) {
         Delivery refused;
         refused.callback = std::move(callback);
@@ -163,14 +168,16 @@ void SocketIOCore::emitWithAck(std::string_view event, const Array& items, std::
 
 SocketIOCore::EmitFault SocketIOCore::enqueue(const EncodedPacket& packet) {
     if (status_ != SocketIOStatusConnected) return EmitFault::NotConnected;
-    const std::size_t most = maxPayload_ > 0 ? maxPayload_ : std::numeric_limits<std::size_t>::max();
+    const std::size_t most =
+        maxPayload_ > 0 ? maxPayload_ : std::numeric_limits<std::size_t>::max();
     if (packet.text.size() > most) return EmitFault::TooLarge;
     for (const Data& attachment : packet.attachments) {
         if (attachment.size() > most) return EmitFault::TooLarge;
     }
     const std::size_t cost = Outbox::cost(packet);
     if (cost > options_.maxQueuedBytes) return EmitFault::Oversize;
-    const bool full = queuedBytes_ + cost > options_.maxQueuedBytes || queuedMessages_ >= options_.maxQueuedMessages;
+    const bool full = queuedBytes_ + cost > options_.maxQueuedBytes ||
+                      queuedMessages_ >= options_.maxQueuedMessages;
     if (full) return EmitFault::QueueFull;
     queuedBytes_ += cost;
     ++queuedMessages_;
@@ -190,7 +197,8 @@ void SocketIOCore::sendAck(Epoch epoch, std::uint64_t id, const Array& items) {
     const Section section(*this);
     if (epoch != epoch_) return;
     const EncodeResult encoded = encodeAck(joinedNsp_, id, items);
-    const EmitFault fault = encoded.fault == EncodeFault::None ? enqueue(encoded.packet) : EmitFault::NotEncodable;
+    const EmitFault fault =
+        encoded.fault == EncodeFault::None ? enqueue(encoded.packet) : EmitFault::NotEncodable;
     if (fault == EmitFault::None) return schedulePump();
     pushEvent("error", errorArguments(refusal(encoded.fault, fault, "An acknowledgement")));
 }
@@ -200,7 +208,8 @@ ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault, std::st
     const char* why = "";
     switch (encodeFault) {
         case EncodeFault::None:
-            code = fault == EmitFault::NotConnected ? SocketIOErrorNotConnected : SocketIOErrorTooLarge;
+            code = fault == EmitFault::NotConnected ? SocketIOErrorNotConnected
+                                                    : SocketIOErrorTooLarge;
             why = fault == EmitFault::NotConnected ? "the socket is not connected"
                   : fault == EmitFault::TooLarge   ? "it is longer than the server takes"
                   : fault == EmitFault::Oversize   ? "it is longer than the queue takes"
@@ -209,12 +218,18 @@ ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault, std::st
         case EncodeFault::NotEncodable: why = "its items are not JSON"; break;
         case EncodeFault::NotUTF8: why = "a text in it is not valid UTF-8"; break;
         case EncodeFault::ReservedName: why = "its name is reserved"; break;
-        case EncodeFault::TooDeep: code = SocketIOErrorTooLarge, why = "its items are nested too deeply"; break;
-        case EncodeFault::TooManyAttachments: code = SocketIOErrorTooLarge, why = "it has too many attachments"; break;
+        case EncodeFault::TooDeep:
+            code = SocketIOErrorTooLarge, why = "its items are nested too deeply";
+            break;
+        case EncodeFault::TooManyAttachments:
+            code = SocketIOErrorTooLarge, why = "it has too many attachments";
+            break;
     }
-    Dictionary userInfo{{kLocalizedDescriptionKey, std::string(what) + " was not sent: " + why + "."},
-                        {kLocalizedFailureReasonKey, why}};
-    if (encodeFault == EncodeFault::None && fault == EmitFault::QueueFull) userInfo.set(kTemporaryKey, true);
+    Dictionary userInfo{
+        {kLocalizedDescriptionKey, std::string(what) + " was not sent: " + why + "."},
+        {kLocalizedFailureReasonKey, why}};
+    if (encodeFault == EncodeFault::None && fault == EmitFault::QueueFull)
+        userInfo.set(kTemporaryKey, true);
     return Error::make(kSocketIOErrorDomain, code, std::move(userInfo));
 }
 
@@ -240,8 +255,9 @@ void SocketIOCore::countUndelivered(Delivery& delivery) {
 }
 
 void SocketIOCore::announce() {
-    detail::asyncSteps(
-        [self = shared_from_this(), began = false]() mutable { return self->deliverSome(std::exchange(began, true)); });
+    detail::asyncSteps([self = shared_from_this(), began = false]() mutable {
+        return self->deliverSome(std::exchange(began, true));
+    });
 }
 
 SocketIOCore::Section::Section(SocketIOCore& core) : core_(core) { core_.mutex_.lock(); }
@@ -267,8 +283,8 @@ void SocketIOCore::failAcks(SocketIOErrorCode code) {
     ackDeadlines_.clear();
 }
 
-/// Delivers what was there when it began, for as long as the main queue's turn lasts; true when some of it is left. A handler
-/// may run the queue, and so call this from inside itself.
+/// Delivers what was there when it began, for as long as the main queue's turn lasts; true when
+/// some of it is left. A handler may run the queue, and so call this from inside itself.
 bool SocketIOCore::deliverSome(bool isContinued) {
     if (!isContinued) {
         const MutexLock lock(mutex_);
@@ -280,7 +296,8 @@ bool SocketIOCore::deliverSome(bool isContinued) {
         }
         deliveryScheduled_ = false;
     }
-    // Also when a handler throws: the rest stays in line. Inside a handler it counts off that handler's event, too.
+    // Also when a handler throws: the rest stays in line. Inside a handler it counts off that
+    // handler's event, too.
     struct Turn {
         SocketIOCore& core;
         ~Turn() {
@@ -290,7 +307,8 @@ bool SocketIOCore::deliverSome(bool isContinued) {
                 core.nextReady_ = 0;
             }
             const MutexLock lock(core.mutex_);
-            // While events keep coming their list's memory goes round; an idle connection keeps none.
+            // While events keep coming their list's memory goes round; an idle connection keeps
+            // none.
             if (isThrough && core.inbox_.empty()) std::vector<Delivery>().swap(core.ready_);
             core.countDelivered();
         }
@@ -313,7 +331,8 @@ void SocketIOCore::countDelivered() {
 }
 
 Clock::TimePoint::duration SocketIOCore::pausedFor(Clock::TimePoint now) const {
-    return pausedBefore_ + (pausedSince_ ? now - *pausedSince_ : Clock::TimePoint::duration::zero());
+    return pausedBefore_ +
+           (pausedSince_ ? now - *pausedSince_ : Clock::TimePoint::duration::zero());
 }
 
 void SocketIOCore::endPause() {

@@ -27,12 +27,13 @@
 
 namespace vexim {
 
-/// What stands behind a client: between the application's threads, the network thread and the main queue. It outlives the
-/// client for as long as something is under way.
+/// What stands behind a client: between the application's threads, the network thread and the main
+/// queue. It outlives the client for as long as something is under way.
 ///
-/// Each connection has an epoch. A new one begins with connect(), with disconnect() and at each loss; what the network thread
-/// still reports of an older one is dropped.
-class SocketIOCore final : public std::enable_shared_from_this<SocketIOCore>, private SocketIOLink::Owner {
+/// Each connection has an epoch. A new one begins with connect(), with disconnect() and at each
+/// loss; what the network thread still reports of an older one is dropped.
+class SocketIOCore final : public std::enable_shared_from_this<SocketIOCore>,
+                           private SocketIOLink::Owner {
 public:
     SocketIOCore(std::optional<Endpoint> endpoint, SocketIOOptions options);
     ~SocketIOCore();
@@ -52,7 +53,8 @@ public:
     bool emit(std::string_view event, const Array& items);
     void emitWithAck(std::string_view event, const Array& items, std::chrono::milliseconds timeout,
                      SocketIOClient::AckCallback callback);
-    /// The client is gone: says goodbye and calls nothing any more but what waits for an answer, with an error.
+    /// The client is gone: says goodbye and calls nothing any more but what waits for an answer,
+    /// with an error.
     void shutDown();
 
 private:
@@ -71,13 +73,21 @@ private:
         SocketIOClient::AckCallback callback;
         std::optional<Clock::TimePoint> deadline;
     };
-    enum class EmitFault : std::uint8_t { None, NotConnected, QueueFull, Oversize, TooLarge, NotEncodable };
+    enum class EmitFault : std::uint8_t {
+        None,
+        NotConnected,
+        QueueFull,
+        Oversize,
+        TooLarge,
+        NotEncodable
+    };
 
-    /// The mutex, held for a scope in which something may be pushed. The main queue is told once it has been let go, since that
-    /// may call a function of the host's.
+    /// The mutex, held for a scope in which something may be pushed. The main queue is told once it
+    /// has been let go, since that may call a function of the host's.
     class VEXIM_THREAD_ANNOTATION(scoped_lockable) Section {
     public:
-        explicit Section(SocketIOCore& core) VEXIM_THREAD_ANNOTATION(acquire_capability(core.mutex_));
+        explicit Section(SocketIOCore& core)
+            VEXIM_THREAD_ANNOTATION(acquire_capability(core.mutex_));
         ~Section() VEXIM_THREAD_ANNOTATION(release_capability());
         Section(const Section&) = delete;
         Section& operator=(const Section&) = delete;
@@ -144,21 +154,25 @@ private:
     std::string joinedNsp_ VEXIM_GUARDED_BY(mutex_);
     std::size_t maxPayload_ VEXIM_GUARDED_BY(mutex_) = 0;
     Outbox outbox_ VEXIM_GUARDED_BY(mutex_);
-    std::size_t queuedBytes_ VEXIM_GUARDED_BY(mutex_) = 0;  // with what the network thread has taken and not written yet
+    // with what the network thread has taken and not written yet
+    std::size_t queuedBytes_ VEXIM_GUARDED_BY(mutex_) = 0;
     std::size_t queuedMessages_ VEXIM_GUARDED_BY(mutex_) = 0;
     bool pumpScheduled_ VEXIM_GUARDED_BY(mutex_) = false;
     std::vector<Delivery> inbox_ VEXIM_GUARDED_BY(mutex_);
     std::size_t undeliveredBytes_ VEXIM_GUARDED_BY(mutex_) = 0;
     bool deliveryScheduled_ VEXIM_GUARDED_BY(mutex_) = false;
-    std::optional<Clock::TimePoint> pausedSince_ VEXIM_GUARDED_BY(mutex_);  // reading waits for the application
+    // reading waits for the application
+    std::optional<Clock::TimePoint> pausedSince_ VEXIM_GUARDED_BY(mutex_);
     Clock::TimePoint::duration pausedBefore_ VEXIM_GUARDED_BY(mutex_){};
     std::uint64_t nextAckId_ VEXIM_GUARDED_BY(mutex_) = 0;
     std::unordered_map<std::uint64_t, PendingAck> acks_ VEXIM_GUARDED_BY(mutex_);
-    // By a clock that stands still while reading is paused: an answer that we do not read is not late.
+    // By a clock that stands still while reading is paused: an answer that we do not read is not
+    // late.
     std::set<std::pair<Clock::TimePoint, std::uint64_t>> ackDeadlines_ VEXIM_GUARDED_BY(mutex_);
     bool closed_ VEXIM_GUARDED_BY(mutex_) = false;
 
-    // Main queue only. A handler may run the queue itself, so that the rest of a batch is delivered from inside it.
+    // Main queue only. A handler may run the queue itself, so that the rest of a batch is delivered
+    // from inside it.
     std::vector<Delivery> ready_;
     std::size_t nextReady_ = 0;
     std::size_t deliveredBytes_ = 0;  // not counted off yet
@@ -177,7 +191,8 @@ private:
     std::vector<Delivery> turn_;
     std::optional<Clock::TimePoint> emittedAt_;  // the link's last event
     std::unique_ptr<NetworkTimer> reconnectTimer_;
-    std::unique_ptr<NetworkTimer> goodbyeTimer_;  // keeps the core, and so the link, until the goodbye is said
+    // keeps the core, and so the link, until the goodbye is said
+    std::unique_ptr<NetworkTimer> goodbyeTimer_;
     std::unique_ptr<NetworkTimer> ackTimer_;
     std::optional<Clock::TimePoint> ackArmedFor_;
 };

@@ -1,4 +1,5 @@
-// The core's half that lives on the network thread: links, reconnects, the queue's emptying, deadlines of answers.
+// The core's half that lives on the network thread: links, reconnects, the queue's emptying,
+// deadlines of answers.
 #include <algorithm>
 #include <cmath>
 #include <iterator>
@@ -12,45 +13,54 @@
 namespace vexim {
 namespace {
 
-// Events that the main queue has not taken yet. Also while reading is paused some is read for the heartbeat's sake, so there must
-// be an end to it.
+// Events that the main queue has not taken yet. Also while reading is paused some is read for the
+// heartbeat's sake, so there must be an end to it.
 constexpr std::size_t kMaxUndeliveredBytes = std::size_t{64} << 20;
 
-// Servers hand events over one loop turn after they were read, and forget those of a client that has said goodbye by then.
-// So the goodbye keeps this distance from the last event.
+// Servers hand events over one loop turn after they were read, and forget those of a client that
+// has said goodbye by then. So the goodbye keeps this distance from the last event.
 constexpr std::chrono::milliseconds kBeforeGoodbye{50};
 
-/// What handlers hear of the connection itself. "connect" and "disconnect" are the protocol's, too, and a fault from a peer.
+/// What handlers hear of the connection itself. "connect" and "disconnect" are the protocol's, too,
+/// and a fault from a peer.
 bool isOwnEvent(std::string_view event) { return event == "error" || event == "reconnect"; }
 
 /// Where the server gives the reason in its own words, they stay out.
 Dictionary describeEnd(const action::Ended& ended, bool wasJoined) {
-    constexpr const char* kCauses[] = {"asked",           "server disconnect", "refused",        "connect failed",
-                                       "connection lost", "heartbeat missed",  "protocol fault", "limit passed"};
+    constexpr const char* kCauses[] = {"asked",          "server disconnect", "refused",
+                                       "connect failed", "connection lost",   "heartbeat missed",
+                                       "protocol fault", "limit passed"};
     static_assert(static_cast<int>(EndCause::LimitPassed) == 7);
-    Dictionary details{{"cause", kCauses[static_cast<std::size_t>(ended.cause)]}, {"joined", wasJoined}};
+    Dictionary details{{"cause", kCauses[static_cast<std::size_t>(ended.cause)]},
+                       {"joined", wasJoined}};
     if (ended.cause != EndCause::Refused) details.set("reason", ended.why);
-    if (const Value status = ended.detail.get("status"); status.isNumber()) details.set("status", status);
+    if (const Value status = ended.detail.get("status"); status.isNumber())
+        details.set("status", status);
     return details;
 }
 
 }  // namespace
 
 void SocketIOCore::note(std::string_view what, Dictionary details) const {
-    if (options_.log) log(LogLevel::Debug, "socket.io: " + VXIMDiagnosisEvent{0, std::string(what), details}.description());
+    if (options_.log)
+        log(LogLevel::Debug,
+            "socket.io: " + VXIMDiagnosisEvent{0, std::string(what), details}.description());
     if (record_) record_->add(what, std::move(details));
 }
 
 void SocketIOCore::linkDidTrip(const SessionEvent& what) {
     using Stage = event::WebSocketFailed::Stage;
     if (const auto* failed = std::get_if<event::WebSocketFailed>(&what)) {
-        constexpr const char* kStages[] = {"resolve", "connect", "tls", "proxy", "handshake", "cut"};
+        constexpr const char* kStages[] = {"resolve", "connect",   "tls",
+                                           "proxy",   "handshake", "cut"};
         static_assert(static_cast<int>(Stage::Cut) == 5);
-        Dictionary details{{"stage", kStages[static_cast<std::size_t>(failed->stage)]}, {"reason", failed->reason}};
+        Dictionary details{{"stage", kStages[static_cast<std::size_t>(failed->stage)]},
+                           {"reason", failed->reason}};
         if (failed->httpStatus != 0) details.set("status", failed->httpStatus);
         note("websocket failed", std::move(details));
     } else if (const auto* closed = std::get_if<event::WebSocketClosed>(&what)) {
-        note("websocket closed", {{"reason", closed->reason.empty() ? "the peer closed" : closed->reason}});
+        note("websocket closed",
+             {{"reason", closed->reason.empty() ? "the peer closed" : closed->reason}});
     } else if (const auto* request = std::get_if<event::RequestFailed>(&what)) {
         note("polling failed", {{"reason", request->reason}});
     }
@@ -62,14 +72,17 @@ void SocketIOCore::startLink(Epoch epoch) {
     ErrorPtr hindrance;
     if (endpoint_) {
         const std::string distrust = transport.trust.hindrance(endpoint_->isSecure);
-        if (!distrust.empty()) hindrance = makeConnectionError(VXIMConnectionErrorNotSecure, distrust);
+        if (!distrust.empty())
+            hindrance = makeConnectionError(VXIMConnectionErrorNotSecure, distrust);
         transport.endpoint = *endpoint_;
         transport.proxy = proxyFor(endpoint_->isSecure, endpoint_->host, endpoint_->port);
         if (transport.proxy && transport.proxy->host.empty())
             hindrance =
-                makeConnectionError(VXIMConnectionErrorProxy, "The environment's proxy is of a kind that is not supported.");
+                makeConnectionError(VXIMConnectionErrorProxy,
+                                    "The environment's proxy is of a kind that is not supported.");
     } else {
-        hindrance = makeConnectionError(VXIMConnectionErrorBadAddress, "it must name a host and begin with https:// or http://");
+        hindrance = makeConnectionError(VXIMConnectionErrorBadAddress,
+                                        "it must name a host and begin with https:// or http://");
     }
     {
         const Section section(*this);
@@ -84,7 +97,9 @@ void SocketIOCore::startLink(Epoch epoch) {
         }
     }
     if (hindrance)
-        return note("ended", {{"cause", "connect failed"}, {"joined", false}, {"reason", hindrance->localizedDescription()}});
+        return note("ended", {{"cause", "connect failed"},
+                              {"joined", false},
+                              {"reason", hindrance->localizedDescription()}});
     if (preferWebSocket_ && session.transports == TransportChoice::PollingThenWebSocket) {
         session.transports = TransportChoice::WebSocketThenPolling;
     }
@@ -99,8 +114,9 @@ void SocketIOCore::startLink(Epoch epoch) {
                         {"tls", endpoint_->isSecure},
                         {"proxy", transport.proxy.has_value()},
                         {"attempt", std::int64_t{attempt_}}});
-    link_ = std::make_shared<SocketIOLink>(std::move(session), std::move(transport), static_cast<SocketIOLink::Owner&>(*this),
-                                           SocketIOLink::Environment{Clock::shared(), &HostResolver::system()});
+    link_ = std::make_shared<SocketIOLink>(
+        std::move(session), std::move(transport), static_cast<SocketIOLink::Owner&>(*this),
+        SocketIOLink::Environment{Clock::shared(), &HostResolver::system()});
     link_->start();
 }
 
@@ -113,26 +129,31 @@ void SocketIOCore::stopLink(Outbox leftover) {
     while (!sending_.empty() && link_->canEmit()) link_->emitFrom(sending_);
     while (sending_.empty() && !leftover.empty() && link_->canEmit()) link_->emitFrom(leftover);
     sending_.clear();
-    const auto quiet = emittedAt_ ? *emittedAt_ + kBeforeGoodbye - now : Clock::TimePoint::duration::zero();
+    const auto quiet =
+        emittedAt_ ? *emittedAt_ + kBeforeGoodbye - now : Clock::TimePoint::duration::zero();
     if (quiet <= Clock::TimePoint::duration::zero()) return link_->close();
     link_->flush();
     goodbyeTimer_ = std::make_unique<NetworkTimer>();
     goodbyeTimer_->start(quiet, [self = shared_from_this()] {
         if (self->link_) self->link_->close();
-        self->goodbyeTimer_.reset();  // here, since it belongs to this thread; the core may be destroyed on another
+        // here, since it belongs to this thread; the core may be destroyed on another
+        self->goodbyeTimer_.reset();
     });
 }
 
 /// A link cannot be destroyed from inside its own calls.
 void SocketIOCore::retireLink() {
-    if (link_) NetworkThread::shared().post([self = shared_from_this(), link = std::exchange(link_, nullptr)] {});
+    if (link_)
+        NetworkThread::shared().post(
+            [self = shared_from_this(), link = std::exchange(link_, nullptr)] {});
 }
 
 void SocketIOCore::scheduleReconnect(Epoch epoch) {
     const auto wait = reconnectDelay(options_.reconnect, attempt_, Random::shared()->next32());
     if (!wait) return;
     waitingFor_ = epoch;
-    note("waiting", {{"seconds", std::round(std::chrono::duration<double>(*wait).count() * 10) / 10}});
+    note("waiting",
+         {{"seconds", std::round(std::chrono::duration<double>(*wait).count() * 10) / 10}});
     if (!reconnectTimer_) reconnectTimer_ = std::make_unique<NetworkTimer>();
     reconnectTimer_->startAt(Clock::shared()->now() + *wait, [weak = weak_from_this(), epoch] {
         if (const auto self = weak.lock()) self->attemptReconnect(epoch);
@@ -221,9 +242,10 @@ void SocketIOCore::linkDidReceive(Packet packet, std::size_t bytes) {
         payload.remove(0);
         delivery.arguments = std::move(payload);
         if (packet.id) {
-            delivery.ack = AckEmitter([weak = weak_from_this(), epoch = linkEpoch_, id = *packet.id](const Array& items) {
-                if (const auto self = weak.lock()) self->sendAck(epoch, id, items);
-            });
+            delivery.ack = AckEmitter(
+                [weak = weak_from_this(), epoch = linkEpoch_, id = *packet.id](const Array& items) {
+                    if (const auto self = weak.lock()) self->sendAck(epoch, id, items);
+                });
         }
     }
     turn_.push_back(std::move(delivery));
@@ -238,7 +260,8 @@ void SocketIOCore::noteImpostor(std::string_view event) {
 void SocketIOCore::flushTurn() {
     if (turn_.empty()) return;
     const Section section(*this);
-    if (linkEpoch_ != epoch_) std::erase_if(turn_, [](const Delivery& delivery) { return !delivery.callback; });
+    if (linkEpoch_ != epoch_)
+        std::erase_if(turn_, [](const Delivery& delivery) { return !delivery.callback; });
     for (auto& delivery : turn_) countUndelivered(delivery);
     if (inbox_.empty()) {
         inbox_.swap(turn_);
@@ -252,7 +275,8 @@ void SocketIOCore::linkDidReport(const action::Report& report) {
     flushTurn();
     const Section section(*this);
     if (linkEpoch_ == epoch_)
-        pushEvent("error", errorArguments(makeConnectionError(report.kind, report.description, report.detail)));
+        pushEvent("error", errorArguments(makeConnectionError(report.kind, report.description,
+                                                              report.detail)));
 }
 
 void SocketIOCore::linkDidEndTurn() {
@@ -270,7 +294,9 @@ void SocketIOCore::linkDidEndTurn() {
         hasToSend = !outbox_.empty() || !sending_.empty();
     }
     if (!link_) return;
-    if (overflows) return link_->abort(EndCause::LimitPassed, "The application does not keep up: too many undelivered events.");
+    if (overflows)
+        return link_->abort(EndCause::LimitPassed,
+                            "The application does not keep up: too many undelivered events.");
     if (isFull) link_->pauseReading();
     if (hasToSend) pump();
 }
@@ -290,13 +316,17 @@ void SocketIOCore::linkDidEnd(const action::Ended& ended) {
     sending_.clear();
     preferWebSocket_ = ended.preferWebSocket;
     const bool wasJoined = std::exchange(joined_, false);
-    if (wasJoined && joinedAt_ && Clock::shared()->now() - *joinedAt_ >= options_.reconnect.stableAfter) attempt_ = 0;
+    if (wasJoined && joinedAt_ &&
+        Clock::shared()->now() - *joinedAt_ >= options_.reconnect.stableAfter)
+        attempt_ = 0;
     note("ended", describeEnd(ended, wasJoined));
 
-    const bool isFinal =
-        ended.cause == EndCause::Asked || ended.cause == EndCause::ServerDisconnect || ended.cause == EndCause::Refused;
+    const bool isFinal = ended.cause == EndCause::Asked ||
+                         ended.cause == EndCause::ServerDisconnect ||
+                         ended.cause == EndCause::Refused;
     const bool mayRetry = !isFinal && (wasJoined || reconnecting_);
-    const bool isFault = !wasJoined || ended.cause == EndCause::ProtocolFault || ended.cause == EndCause::LimitPassed;
+    const bool isFault = !wasJoined || ended.cause == EndCause::ProtocolFault ||
+                         ended.cause == EndCause::LimitPassed;
     Epoch next = 0;
     {
         const Section section(*this);
@@ -309,7 +339,8 @@ void SocketIOCore::linkDidEnd(const action::Ended& ended) {
         }
         if (wasJoined) pushEvent("disconnect", {ended.why});
         const auto& policy = options_.reconnect;
-        if (!mayRetry || !policy.enabled || (policy.maxAttempts && attempt_ >= *policy.maxAttempts)) return didGiveUp();
+        if (!mayRetry || !policy.enabled || (policy.maxAttempts && attempt_ >= *policy.maxAttempts))
+            return didGiveUp();
         status_ = SocketIOStatusConnecting;
     }
     reconnecting_ = true;
@@ -322,7 +353,8 @@ void SocketIOCore::armAckTimer() {
     std::optional<Clock::TimePoint> first;
     {
         const MutexLock lock(mutex_);
-        if (!ackDeadlines_.empty() && !pausedSince_) first = ackDeadlines_.begin()->first + pausedBefore_;
+        if (!ackDeadlines_.empty() && !pausedSince_)
+            first = ackDeadlines_.begin()->first + pausedBefore_;
     }
     if (!first || (ackArmedFor_ && *ackArmedFor_ <= *first)) return;
     ackArmedFor_ = first;
@@ -339,7 +371,8 @@ void SocketIOCore::armAckTimer() {
 void SocketIOCore::expireAcks() {
     const auto now = Clock::shared()->now();
     const Section section(*this);
-    while (!pausedSince_ && !ackDeadlines_.empty() && ackDeadlines_.begin()->first + pausedBefore_ <= now) {
+    while (!pausedSince_ && !ackDeadlines_.empty() &&
+           ackDeadlines_.begin()->first + pausedBefore_ <= now) {
         const auto id = ackDeadlines_.begin()->second;
         ackDeadlines_.erase(ackDeadlines_.begin());
         const auto found = acks_.find(id);

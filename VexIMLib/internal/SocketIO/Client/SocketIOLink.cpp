@@ -10,12 +10,14 @@ namespace {
 
 // What lies in the transport is out of reach of a limit; messages wait in the outbox instead.
 constexpr std::size_t kEnoughUnsent = 256 * 1024;
-// Pongs for a peer that pings without end and does not read. What the application emits comes on top.
+// Pongs for a peer that pings without end and does not read. What the application emits comes on
+// top.
 constexpr std::size_t kMostUnreadPongs = std::size_t{4} << 20;
 
 }  // namespace
 
-SocketIOLink::SocketIOLink(SessionConfig session, TransportOptions transport, Owner& owner, Environment environment)
+SocketIOLink::SocketIOLink(SessionConfig session, TransportOptions transport, Owner& owner,
+                           Environment environment)
     : options_(std::move(transport)),
       owner_(owner),
       environment_(std::move(environment)),
@@ -56,7 +58,8 @@ void SocketIOLink::perform() {
 
 void SocketIOLink::armTimer() {
     const auto deadline = session_.deadline();
-    // Deadlines move with every heartbeat; a timer that fires too early costs less than setting it anew each time.
+    // Deadlines move with every heartbeat; a timer that fires too early costs less than setting it
+    // anew each time.
     if (!deadline || (armedFor_ && *armedFor_ <= *deadline)) return;
     armedFor_ = deadline;
     timer_.startAt(*deadline, [this] {
@@ -77,7 +80,8 @@ void SocketIOLink::abort(EndCause cause, std::string why) {
 // From the transports
 
 void SocketIOLink::didHappen(const SessionEvent& what) {
-    if (std::holds_alternative<event::WebSocketFailed>(what) || std::holds_alternative<event::WebSocketClosed>(what) ||
+    if (std::holds_alternative<event::WebSocketFailed>(what) ||
+        std::holds_alternative<event::WebSocketClosed>(what) ||
         std::holds_alternative<event::RequestFailed>(what)) {
         owner_.linkDidTrip(what);
     }
@@ -92,7 +96,8 @@ void SocketIOLink::didReceiveCookies(const std::vector<std::string>& cookies) {
 void SocketIOLink::didEndTurn() {
     if (isOver_) return;
     const std::size_t unsent = webSocket_ ? webSocket_->unsentBytes() : 0;
-    if (unsent > emittedBytes_ + kMostUnreadPongs) return abort(EndCause::LimitPassed, "The server does not read.");
+    if (unsent > emittedBytes_ + kMostUnreadPongs)
+        return abort(EndCause::LimitPassed, "The server does not read.");
     if (unsent == 0) emittedBytes_ = 0;
     armTimer();
     owner_.linkDidEndTurn();
@@ -126,7 +131,8 @@ std::size_t SocketIOLink::emitFrom(Outbox& outbox) {
         emittedBytes_ = std::min(emittedBytes_, unsent) + cost;
     } else {
         EncodedPacket packet{std::string(front.text), {}};
-        for (unsigned i = 0; i < front.attachments; ++i) packet.attachments.push_back(outbox.takeAttachment());
+        for (unsigned i = 0; i < front.attachments; ++i)
+            packet.attachments.push_back(outbox.takeAttachment());
         cost = Outbox::cost(packet);
         session_.on(event::Emit{std::move(packet)}, environment_.clock->now(), actions_);
         perform();
@@ -179,17 +185,24 @@ void SocketIOLink::carryOut(action::DropWebSocket&) {
     if (const auto webSocket = std::exchange(webSocket_, nullptr)) webSocket->drop();
 }
 
-void SocketIOLink::carryOut(action::Get& what) { polling().get(what.target, cookies_.header(), what.timeout); }
+void SocketIOLink::carryOut(action::Get& what) {
+    polling().get(what.target, cookies_.header(), what.timeout);
+}
 
-void SocketIOLink::carryOut(action::Post& what) { polling().post(what.target, cookies_.header(), std::move(what.body)); }
+void SocketIOLink::carryOut(action::Post& what) {
+    polling().post(what.target, cookies_.header(), std::move(what.body));
+}
 
 void SocketIOLink::carryOut(action::ClosePolling& what) {
-    if (const auto polling = std::exchange(polling_, nullptr)) polling->close(what.target, cookies_.header(), std::move(what.body));
+    if (const auto polling = std::exchange(polling_, nullptr))
+        polling->close(what.target, cookies_.header(), std::move(what.body));
 }
 
 void SocketIOLink::carryOut(action::Joined& what) { owner_.linkDidJoin(what); }
 
-void SocketIOLink::carryOut(action::Deliver& what) { owner_.linkDidReceive(std::move(what.packet), what.bytes); }
+void SocketIOLink::carryOut(action::Deliver& what) {
+    owner_.linkDidReceive(std::move(what.packet), what.bytes);
+}
 
 void SocketIOLink::carryOut(action::Report& what) { owner_.linkDidReport(what); }
 

@@ -18,8 +18,8 @@
 
 namespace vexim {
 
-/// One connection from its first lookup to its end: a session with the transports and the timer that it asks for.
-/// Lives on the network thread.
+/// One connection from its first lookup to its end: a session with the transports and the timer
+/// that it asks for. Lives on the network thread.
 class SocketIOLink final : private TransportListener {
 public:
     class Owner {
@@ -45,18 +45,21 @@ public:
     };
 
     /// `owner` must outlive the link.
-    SocketIOLink(SessionConfig session, TransportOptions transport, Owner& owner, Environment environment);
+    SocketIOLink(SessionConfig session, TransportOptions transport, Owner& owner,
+                 Environment environment);
     SocketIOLink(const SocketIOLink&) = delete;
     SocketIOLink& operator=(const SocketIOLink&) = delete;
     ~SocketIOLink();  // lets go of the peer at once; nothing is called any more
 
     void start() { apply(event::Start{}); }
     bool canEmit() const;
-    /// Takes the first packet of `outbox` out and writes it; `flush` sends what was written. Answers what it cost there.
+    /// Takes the first packet of `outbox` out and writes it; `flush` sends what was written.
+    /// Answers what it cost there.
     std::size_t emitFrom(Outbox& outbox);
     void flush();
     void nudge() { apply(event::Nudge{}); }
-    /// No more is read but what the peer's heartbeat needs. To be called from `linkDidEndTurn` only.
+    /// No more is read but what the peer's heartbeat needs. To be called from `linkDidEndTurn`
+    /// only.
     void pauseReading() { apply(event::Pause{}); }
     void resumeReading();
     /// Says goodbye in the background. `linkDidEnd` comes at once.

@@ -62,7 +62,8 @@ bool readConnectParams(const Value& value, Reading& reading) {
 bool isToken(std::string_view name) {
     constexpr std::string_view kOthers = "!#$%&'*+-.^_`|~";  // RFC 9110, section 5.6.2
     return !name.empty() && std::ranges::all_of(name, [&](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || kOthers.find(c) != kOthers.npos;
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+               kOthers.find(c) != kOthers.npos;
     });
 }
 
@@ -72,7 +73,9 @@ bool readHeaders(const Value& value, Reading& reading) {
     HeaderList list;
     for (const auto& [name, content] : *headers) {
         const auto line = content.asString();
-        if (!line || !isToken(name) || line->find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos) return false;
+        if (!line || !isToken(name) ||
+            line->find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
+            return false;
         list.emplace_back(name, *line);
     }
     reading.options.transport.headers = std::move(list);
@@ -83,8 +86,10 @@ bool readTransports(const Value& value, Reading& reading) {
     const Array* names = value.asArray();
     if (!names) return false;
     auto& choice = reading.options.session.transports;
-    if (*names == Array{"websocket", "polling"}) return choice = TransportChoice::WebSocketThenPolling, true;
-    if (*names == Array{"polling", "websocket"}) return choice = TransportChoice::PollingThenWebSocket, true;
+    if (*names == Array{"websocket", "polling"})
+        return choice = TransportChoice::WebSocketThenPolling, true;
+    if (*names == Array{"polling", "websocket"})
+        return choice = TransportChoice::PollingThenWebSocket, true;
     if (*names == Array{"websocket"}) return choice = TransportChoice::WebSocketOnly, true;
     if (*names == Array{"polling"}) return choice = TransportChoice::PollingOnly, true;
     return false;
@@ -92,7 +97,9 @@ bool readTransports(const Value& value, Reading& reading) {
 
 bool readPath(const Value& value, Reading& reading) {
     auto path = value.asString();
-    if (!path || path->empty() || !URL::parse("http://host" + (path->starts_with('/') ? *path : "/" + *path))) return false;
+    if (!path || path->empty() ||
+        !URL::parse("http://host" + (path->starts_with('/') ? *path : "/" + *path)))
+        return false;
     if (path->find_first_of("?#") != std::string::npos) return false;
     if (!path->starts_with('/')) path->insert(0, "/");
     if (!path->ends_with('/')) *path += '/';  // servers answer 404 without it
@@ -112,15 +119,22 @@ const std::unordered_map<std::string_view, Reader>& readers() {
         {"reconnectAttempts", integer([](Reading& r, std::int64_t count) {
              constexpr std::int64_t kMost = std::numeric_limits<std::uint32_t>::max();
              r.options.reconnect.maxAttempts.reset();
-             if (count >= 0) r.options.reconnect.maxAttempts = static_cast<std::uint32_t>(std::min(count, kMost));
+             if (count >= 0)
+                 r.options.reconnect.maxAttempts =
+                     static_cast<std::uint32_t>(std::min(count, kMost));
              return true;
          })},
-        {"reconnectWait", seconds(1, [](Reading& r, milliseconds wait) { r.options.reconnect.firstWait = wait; })},
-        {"reconnectWaitMax", seconds(1, [](Reading& r, milliseconds wait) { r.options.reconnect.longestWait = wait; })},
-        {"connectTimeout", seconds(0.001, [](Reading& r, milliseconds wait) { r.options.session.connectTimeout = wait; })},
+        {"reconnectWait",
+         seconds(1, [](Reading& r, milliseconds wait) { r.options.reconnect.firstWait = wait; })},
+        {"reconnectWaitMax",
+         seconds(1, [](Reading& r, milliseconds wait) { r.options.reconnect.longestWait = wait; })},
+        {"connectTimeout",
+         seconds(0.001,
+                 [](Reading& r, milliseconds wait) { r.options.session.connectTimeout = wait; })},
         {"maxMessageSize", integer([](Reading& r, std::int64_t bytes) {
              if (bytes <= 0) return false;
-             r.options.session.maxMessageBytes = r.options.transport.maxMessageBytes = static_cast<std::size_t>(bytes);
+             r.options.session.maxMessageBytes = r.options.transport.maxMessageBytes =
+                 static_cast<std::size_t>(bytes);
              return true;
          })},
         {"maxQueuedBytes", integer([](Reading& r, std::int64_t bytes) {
@@ -129,7 +143,8 @@ const std::unordered_map<std::string_view, Reader>& readers() {
              return true;
          })},
         {"maxReadAhead", integer([](Reading& r, std::int64_t bytes) {
-             constexpr std::int64_t kMost = 32 << 20;  // leaves as much again for what is read while the application stands still
+             // leaves as much again for what is read while the application stands still
+             constexpr std::int64_t kMost = 32 << 20;
              if (bytes <= 0) return false;
              r.options.maxReadAhead = static_cast<std::size_t>(std::min(bytes, kMost));
              return true;
@@ -166,14 +181,17 @@ ParsedOptions parseSocketIOOptions(const Dictionary& dictionary) {
         if (known == readers().end()) {
             complaints.push_back("unknown option \"" + std::string(key) + "\"");
         } else if (!known->second(value, reading)) {
-            complaints.push_back("option \"" + std::string(key) + "\" with a value of the wrong type or range");
+            complaints.push_back("option \"" + std::string(key) +
+                                 "\" with a value of the wrong type or range");
         }
     }
     auto& options = reading.options;
     if (reading.forcesPolling) options.session.transports = TransportChoice::PollingOnly;
-    if (reading.forcesWebSockets) options.session.transports = TransportChoice::WebSocketOnly;  // wins over the other
+    // wins over the other
+    if (reading.forcesWebSockets) options.session.transports = TransportChoice::WebSocketOnly;
     options.transport.trust = TrustChoice::of(dictionary);
-    options.reconnect.longestWait = std::max(options.reconnect.longestWait, options.reconnect.firstWait);
+    options.reconnect.longestWait =
+        std::max(options.reconnect.longestWait, options.reconnect.firstWait);
     return {std::move(options), std::move(complaints)};
 }
 
@@ -194,7 +212,8 @@ std::string encodeConnectParams(const Dictionary& parameters) {
     for (const auto& [key, value] : parameters) {
         const bool isContainer = value.isDictionary() || value.isArray();
         if (!query.empty()) query += '&';
-        query += percentEncode(key) + "=" + percentEncode(isContainer ? writeJSON(value).text : value.description());
+        query += percentEncode(key) + "=" +
+                 percentEncode(isContainer ? writeJSON(value).text : value.description());
     }
     return query;
 }

@@ -27,15 +27,16 @@ struct SocketIOOptions {
 
 struct ParsedOptions {
     SocketIOOptions options;
-    std::vector<std::string> complaints;  // unknown keys and values of the wrong type, which were ignored
+    // unknown keys and values of the wrong type, which were ignored
+    std::vector<std::string> complaints;
 };
 ParsedOptions parseSocketIOOptions(const Dictionary& dictionary);
 
 /// Where `url` leads; nullopt when it is nil, has no host, or is neither http, https, ws nor wss.
 std::optional<Endpoint> endpointOf(const std::optional<URL>& url, bool secure);
 
-/// The application's parameters as a query: keys and values escaped so that servers see them as they are. Numbers and
-/// booleans go as text (true is 1), containers as JSON.
+/// The application's parameters as a query: keys and values escaped so that servers see them as
+/// they are. Numbers and booleans go as text (true is 1), containers as JSON.
 std::string encodeConnectParams(const Dictionary& parameters);
 
 }  // namespace vexim

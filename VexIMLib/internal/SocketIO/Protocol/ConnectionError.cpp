@@ -19,7 +19,8 @@ const char* beginningFor(VXIMConnectionErrorKind kind) {
         case VXIMConnectionErrorTimedOut: return "The server did not answer in time";
         case VXIMConnectionErrorNotSecure: return "No secure connection could be made";
         case VXIMConnectionErrorProxy: return "The proxy did not let the connection through";
-        case VXIMConnectionErrorNotSocketIO: return "The address does not belong to a Socket.IO server";
+        case VXIMConnectionErrorNotSocketIO:
+            return "The address does not belong to a Socket.IO server";
         case VXIMConnectionErrorRefused: return "The server refused the connection";
         case VXIMConnectionErrorProtocolFault: return "The server broke the protocol";
         case VXIMConnectionErrorLimitPassed: return "A limit was passed";
@@ -49,7 +50,8 @@ VXIMConnectionErrorKind kindOf(EndCause cause) noexcept {
     return VXIMConnectionErrorOther;
 }
 
-VXIMConnectionErrorKind kindOf(event::WebSocketFailed::Stage stage, int httpStatus, std::optional<EngineError> code) noexcept {
+VXIMConnectionErrorKind kindOf(event::WebSocketFailed::Stage stage, int httpStatus,
+                               std::optional<EngineError> code) noexcept {
     using Stage = event::WebSocketFailed::Stage;
     switch (stage) {
         case Stage::Resolve: return VXIMConnectionErrorHostNotFound;
@@ -67,9 +69,11 @@ VXIMConnectionErrorKind kindOf(event::WebSocketFailed::Stage stage, int httpStat
 
 TransferFault faultOfTransfer(int result, std::string_view text) noexcept {
     switch (result) {
-        case CURLE_COULDNT_RESOLVE_HOST: return {VXIMConnectionErrorHostNotFound, "The host could not be found."};
+        case CURLE_COULDNT_RESOLVE_HOST:
+            return {VXIMConnectionErrorHostNotFound, "The host could not be found."};
         case CURLE_COULDNT_CONNECT: return {VXIMConnectionErrorUnreachable, text};
-        case CURLE_OPERATION_TIMEDOUT: return {VXIMConnectionErrorTimedOut, "The server did not answer in time."};
+        case CURLE_OPERATION_TIMEDOUT:
+            return {VXIMConnectionErrorTimedOut, "The server did not answer in time."};
         case CURLE_COULDNT_RESOLVE_PROXY:
         case CURLE_PROXY: return {VXIMConnectionErrorProxy, text};
         case CURLE_PEER_FAILED_VERIFICATION:
@@ -80,19 +84,24 @@ TransferFault faultOfTransfer(int result, std::string_view text) noexcept {
         case CURLE_SSL_ENGINE_INITFAILED:
         case CURLE_SSL_INVALIDCERTSTATUS: return {VXIMConnectionErrorNotSecure, text};
         case CURLE_UNSUPPORTED_PROTOCOL:
-        case CURLE_WEIRD_SERVER_REPLY: return {VXIMConnectionErrorNotSocketIO, "The server's answer is not HTTP."};
-        case CURLE_BAD_CONTENT_ENCODING: return {VXIMConnectionErrorProtocolFault, "The server's answer is compressed wrongly."};
+        case CURLE_WEIRD_SERVER_REPLY:
+            return {VXIMConnectionErrorNotSocketIO, "The server's answer is not HTTP."};
+        case CURLE_BAD_CONTENT_ENCODING:
+            return {VXIMConnectionErrorProtocolFault, "The server's answer is compressed wrongly."};
         case CURLE_GOT_NOTHING: return {VXIMConnectionErrorLost, kCutOff};
-        case CURLE_PARTIAL_FILE: return {VXIMConnectionErrorLost, "The server broke off in the middle of an answer."};
+        case CURLE_PARTIAL_FILE:
+            return {VXIMConnectionErrorLost, "The server broke off in the middle of an answer."};
         default: break;
     }
-    // libcurl has one code for all that goes wrong while it reads, a lack of memory for trailers that are too long among it.
+    // libcurl has one code for all that goes wrong while it reads, a lack of memory for trailers
+    // that are too long among it.
     if (text.find("chunked") != text.npos)
         return {VXIMConnectionErrorProtocolFault, "The server's answer is not framed as HTTP is."};
     return {VXIMConnectionErrorLost, text};
 }
 
-ErrorPtr makeConnectionError(VXIMConnectionErrorKind kind, std::string_view reason, const Value& detail) {
+ErrorPtr makeConnectionError(VXIMConnectionErrorKind kind, std::string_view reason,
+                             const Value& detail) {
     std::string sentence(reason);
     if (!isSentence(reason)) {
         sentence = beginningFor(kind);
@@ -100,7 +109,8 @@ ErrorPtr makeConnectionError(VXIMConnectionErrorKind kind, std::string_view reas
         if (!sentence.ends_with('.')) sentence += '.';
     }
     Dictionary userInfo{{kLocalizedDescriptionKey, std::move(sentence)}};
-    const bool saysNothing = detail.isNilOrNull() || (detail.isDictionary() && detail.asDictionary()->empty());
+    const bool saysNothing =
+        detail.isNilOrNull() || (detail.isDictionary() && detail.asDictionary()->empty());
     if (!saysNothing) userInfo.set(kDetailKey, detail);
     return Error::make(VXIMConnectionErrorDomain, kind, std::move(userInfo));
 }

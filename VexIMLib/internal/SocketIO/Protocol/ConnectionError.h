@@ -15,7 +15,8 @@ namespace vexim {
 /// What to call a connection's end that is no more than this.
 VXIMConnectionErrorKind kindOf(EndCause cause) noexcept;
 /// A WebSocket that did not open; `code` is what a Socket.IO server gave as its reason.
-VXIMConnectionErrorKind kindOf(event::WebSocketFailed::Stage stage, int httpStatus, std::optional<EngineError> code) noexcept;
+VXIMConnectionErrorKind kindOf(event::WebSocketFailed::Stage stage, int httpStatus,
+                               std::optional<EngineError> code) noexcept;
 /// What a polling request that got no answer is called.
 struct TransferFault {
     VXIMConnectionErrorKind kind;
@@ -27,9 +28,10 @@ TransferFault faultOfTransfer(int result, std::string_view text) noexcept;
 /// Of a peer that was reached and went away.
 inline constexpr const char* kCutOff = "The server closed the connection before it answered.";
 
-/// `reason` is a whole sentence, which then is the description, or a part of one or nothing: then the kind begins the sentence.
-/// `detail` is what the server said, or nil.
-ErrorPtr makeConnectionError(VXIMConnectionErrorKind kind, std::string_view reason, const Value& detail = nullptr);
+/// `reason` is a whole sentence, which then is the description, or a part of one or nothing: then
+/// the kind begins the sentence. `detail` is what the server said, or nil.
+ErrorPtr makeConnectionError(VXIMConnectionErrorKind kind, std::string_view reason,
+                             const Value& detail = nullptr);
 
 /// The "error" event's arguments: the description, the detail if there is one, the error.
 Array errorArguments(const ErrorPtr& error);

@@ -23,8 +23,11 @@ void CookieJar::store(std::string_view setCookie) {
     std::string name = trimmed(pair.substr(0, equals));
     std::string value = trimmed(pair.substr(equals + 1));
     const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
-    if (name.empty() || std::ranges::any_of(name, isControl) || std::ranges::any_of(value, isControl)) return;
-    const auto known = std::ranges::find(cookies_, name, &std::pair<std::string, std::string>::first);
+    if (name.empty() || std::ranges::any_of(name, isControl) ||
+        std::ranges::any_of(value, isControl))
+        return;
+    const auto known =
+        std::ranges::find(cookies_, name, &std::pair<std::string, std::string>::first);
     if (known != cookies_.end()) {
         known->second = std::move(value);
     } else if (cookies_.size() < kMaxCookies) {

@@ -7,8 +7,9 @@
 
 namespace vexim {
 
-/// The cookies of one connection: balancers tell by them which server it belongs to. They go back with every later request
-/// of that connection, whatever their attributes say, and are forgotten with it.
+/// The cookies of one connection: balancers tell by them which server it belongs to. They go back
+/// with every later request of that connection, whatever their attributes say, and are forgotten
+/// with it.
 class CookieJar {
 public:
     /// Takes the value of a "Set-Cookie" (RFC 6265); what is none is ignored.

@@ -6,8 +6,8 @@
 
 namespace vexim {
 
-/// Why a server refused a request, as it says in the answer's body: {"code": n, "message": …} or, on a WebSocket request, the
-/// bare message. Numbered as on the wire.
+/// Why a server refused a request, as it says in the answer's body: {"code": n, "message": …} or,
+/// on a WebSocket request, the bare message. Numbered as on the wire.
 enum class EngineError : std::uint8_t {
     TransportUnknown = 0,  // switched off: another may be welcome
     SessionUnknown = 1,    // expired, or another node answered

@@ -3,7 +3,7 @@
 #include "VexIMLib/internal/SocketIO/Protocol/Base64.h"
 
 // An Engine.IO packet, as text:
-//   packet := type data            type := '0'..'6'  open, close, ping, pong, message, upgrade, noop
+// packet := type data            type := '0'..'6'  open, close, ping, pong, message, upgrade, noop
 //           | 'b4' base64          an attachment, revision 3
 //           | 'b' base64           an attachment, revision 4
 // As binary (WebSocket only): 0x04 bytes in revision 3, bytes alone in revision 4.
@@ -27,7 +27,8 @@ std::optional<EnginePacketView> decodeEngineText(EngineRevision revision, std::s
     return EnginePacketView{static_cast<EnginePacketType>(first - '0'), Content::Text, text};
 }
 
-std::optional<EnginePacketView> decodeEngineBinary(EngineRevision revision, std::string_view bytes) {
+std::optional<EnginePacketView> decodeEngineBinary(EngineRevision revision,
+                                                   std::string_view bytes) {
     if (revision == EngineRevision::V3) {
         if (bytes.empty() || bytes.front() != '\x04') return std::nullopt;
         bytes.remove_prefix(1);
@@ -35,7 +36,9 @@ std::optional<EnginePacketView> decodeEngineBinary(EngineRevision revision, std:
     return EnginePacketView{EnginePacketType::Message, EnginePacketView::Content::Binary, bytes};
 }
 
-std::string_view binaryPrefix(EngineRevision revision) { return revision == EngineRevision::V3 ? "\x04" : ""; }
+std::string_view binaryPrefix(EngineRevision revision) {
+    return revision == EngineRevision::V3 ? "\x04" : "";
+}
 
 std::string encodeAttachmentAsText(EngineRevision revision, std::string_view bytes) {
     return (revision == EngineRevision::V3 ? "b4" : "b") + encodeBase64(bytes);

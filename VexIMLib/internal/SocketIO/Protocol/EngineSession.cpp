@@ -13,19 +13,22 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Refused by every server, and in a form that tells its revision. Asking for "/" itself would run the connection handler of
-// 2.x servers twice, and they drop a join that carries a payload.
+// Refused by every server, and in a form that tells its revision. Asking for "/" itself would run
+// the connection handler of 2.x servers twice, and they drop a join that carries a payload.
 constexpr std::string_view kProbeNamespace = "/~probe";
 // Node refuses a request head above 16 KiB; cookies and headers need some of it.
 constexpr std::size_t kMaxTargetBytes = 12 * 1024;
 
 std::string refusal(const std::optional<std::string>& serversWords) {
-    return "The server refused the connection" + (serversWords.value_or("").empty() ? "" : ": " + *serversWords) + ".";
+    return "The server refused the connection" +
+           (serversWords.value_or("").empty() ? "" : ": " + *serversWords) + ".";
 }
 
 }  // namespace
 
-EngineSession::EngineSession(SessionConfig config) : config_(std::move(config)), decoder_(config_.maxMessageBytes) {}
+EngineSession::EngineSession(SessionConfig config)
+    : config_(std::move(config)),
+      decoder_(config_.maxMessageBytes) {}
 
 void EngineSession::on(const SessionEvent& happened, TimePoint now, SessionActions& actions) {
     if (phase_ == Phase::Ended) return;
@@ -55,7 +58,9 @@ bool EngineSession::isJoined() const noexcept {
     return phase_ == Phase::Joined || phase_ == Phase::Probing || phase_ == Phase::Draining;
 }
 
-bool EngineSession::emitsDirectly() const noexcept { return phase_ == Phase::Joined && carrier_ == Carrier::WebSocket; }
+bool EngineSession::emitsDirectly() const noexcept {
+    return phase_ == Phase::Joined && carrier_ == Carrier::WebSocket;
+}
 
 bool EngineSession::canEmit() const noexcept {
     if (emitsDirectly()) return true;
@@ -96,18 +101,22 @@ void EngineSession::handle(const event::Start&) {
 }
 
 std::string EngineSession::target(std::string_view transport) {
-    std::string text = config_.path + "?EIO=" + (requested_ == EngineRevision::V3 ? '3' : '4') + "&transport=";
+    std::string text =
+        config_.path + "?EIO=" + (requested_ == EngineRevision::V3 ? '3' : '4') + "&transport=";
     text += transport;
     if (!open_.sid.empty()) text += "&sid=" + percentEncode(open_.sid);
     if (transport == "polling") {
-        // Without b64 revision 3 would send attachments in the binary form; t keeps caches from answering.
-        text += "&b64=1&t=" + std::to_string(now_.time_since_epoch().count()) + "." + std::to_string(++requests_);
+        // Without b64 revision 3 would send attachments in the binary form; t keeps caches from
+        // answering.
+        text += "&b64=1&t=" + std::to_string(now_.time_since_epoch().count()) + "." +
+                std::to_string(++requests_);
     }
     if (!config_.query.empty()) text += "&" + config_.query;
     return text;
 }
 
-/// Each transport begins with the revision that every server answers: what refused the other one may have been a proxy.
+/// Each transport begins with the revision that every server answers: what refused the other one
+/// may have been a proxy.
 void EngineSession::begin(bool& tried) {
     if (!std::exchange(tried, true)) requested_ = config_.revision.value_or(EngineRevision::V4);
 }
@@ -123,7 +132,8 @@ void EngineSession::openWebSocket() {
     }
     std::string where = target("websocket");
     if (where.size() > kMaxTargetBytes)
-        return failToConnect(VXIMConnectionErrorLimitPassed, "The connect parameters are too long.");
+        return failToConnect(VXIMConnectionErrorLimitPassed,
+                             "The connect parameters are too long.");
     act(action::OpenWebSocket{std::move(where)});
 }
 
@@ -132,7 +142,8 @@ void EngineSession::openPolling() {
     carrier_ = Carrier::Polling;
     begin(triedPolling_);
     if (target("polling").size() > kMaxTargetBytes)
-        return failToConnect(VXIMConnectionErrorLimitPassed, "The connect parameters are too long.");
+        return failToConnect(VXIMConnectionErrorLimitPassed,
+                             "The connect parameters are too long.");
 }
 
 void EngineSession::handle(const event::WebSocketOpened&) {
@@ -148,18 +159,24 @@ void EngineSession::handle(const event::WebSocketFailed& failure) {
     refused(failure.stage, failure.httpStatus, failure.body, failure.reason);
 }
 
-/// The handshake was answered, but not as hoped: another revision or another transport may be welcome.
-void EngineSession::refused(event::WebSocketFailed::Stage stage, int status, std::string_view body, std::string reason) {
+/// The handshake was answered, but not as hoped: another revision or another transport may be
+/// welcome.
+void EngineSession::refused(event::WebSocketFailed::Stage stage, int status, std::string_view body,
+                            std::string reason) {
     const auto code = parseEngineError(body);
     const bool overWebSocket = phase_ == Phase::OpeningWebSocket;
-    const bool revisionRefused = code == EngineError::UnsupportedRevision ||
-                                 (status == 400 && code != EngineError::TransportUnknown && code != EngineError::Forbidden);
+    const bool revisionRefused =
+        code == EngineError::UnsupportedRevision ||
+        (status == 400 && code != EngineError::TransportUnknown && code != EngineError::Forbidden);
     if (revisionRefused && !config_.revision && requested_ == EngineRevision::V4) {
         requested_ = EngineRevision::V3;
         return overWebSocket ? openWebSocket() : openPolling();
     }
-    if (overWebSocket && config_.transports == TransportChoice::WebSocketThenPolling && !triedPolling_) return openPolling();
-    const bool otherWelcome = code == EngineError::TransportUnknown && config_.transports != TransportChoice::PollingOnly;
+    if (overWebSocket && config_.transports == TransportChoice::WebSocketThenPolling &&
+        !triedPolling_)
+        return openPolling();
+    const bool otherWelcome =
+        code == EngineError::TransportUnknown && config_.transports != TransportChoice::PollingOnly;
     if (!overWebSocket && otherWelcome && !triedWebSocket_) return openWebSocket();
 
     Dictionary detail;
@@ -168,8 +185,8 @@ void EngineSession::refused(event::WebSocketFailed::Stage stage, int status, std
         // Any other body may be a page that quotes what was asked for, credentials and all.
         if (code) detail.set("body", body.substr(0, 1024));
     }
-    end(EndCause::ConnectFailed, std::move(reason), std::move(detail), code == EngineError::SessionUnknown,
-        kindOf(stage, status, code));
+    end(EndCause::ConnectFailed, std::move(reason), std::move(detail),
+        code == EngineError::SessionUnknown, kindOf(stage, status, code));
 }
 
 void EngineSession::didReceiveOpen(std::string_view json) {
@@ -187,7 +204,8 @@ void EngineSession::didReceiveOpen(std::string_view json) {
     }
     if (revision_) return decide(*revision_);
     phase_ = Phase::Detecting;
-    askedProbeNamespace_ = config_.nsp == "/" || !config_.nspQuery.empty() || !config_.joinPayload.isNil();
+    askedProbeNamespace_ =
+        config_.nsp == "/" || !config_.nspQuery.empty() || !config_.joinPayload.isNil();
     send(encodeConnect(askedProbeNamespace_ ? kProbeNamespace : config_.nsp, nullptr).text);
 }
 
@@ -195,10 +213,12 @@ void EngineSession::didReceiveOpen(std::string_view json) {
 
 /// Only a WebSocket leaves the question open; see the table of answers in docs/socketio.md.
 std::optional<EngineRevision> EngineSession::revisionToldBy(const Packet& packet) const {
-    if (packet.type == PacketType::Connect) return packet.payload.isDictionary() ? EngineRevision::V4 : EngineRevision::V3;
+    if (packet.type == PacketType::Connect)
+        return packet.payload.isDictionary() ? EngineRevision::V4 : EngineRevision::V3;
     // "/" was not asked for: only revision 3 speaks of it unasked.
     if (packet.nsp == "/") return EngineRevision::V3;
-    const bool isAnswer = packet.nsp == (askedProbeNamespace_ ? kProbeNamespace : std::string_view(config_.nsp));
+    const bool isAnswer =
+        packet.nsp == (askedProbeNamespace_ ? kProbeNamespace : std::string_view(config_.nsp));
     if (packet.type != PacketType::Error || !isAnswer) return std::nullopt;
     return packet.payload.isDictionary() ? EngineRevision::V4 : EngineRevision::V3;
 }
@@ -220,7 +240,8 @@ void EngineSession::decide(EngineRevision revision) {
     } else if (config_.nsp != "/") {
         send(encodeConnect(nspWithQuery(), nullptr).text);
     } else if (!probeIsOut) {
-        // "/" joins itself. 2.0.x with a middleware does not announce it: then the answer to this tells that it is joined.
+        // "/" joins itself. 2.0.x with a middleware does not announce it: then the answer to this
+        // tells that it is joined.
         askedProbeNamespace_ = true;
         send(encodeConnect(kProbeNamespace, nullptr).text);
     }
@@ -229,7 +250,8 @@ void EngineSession::decide(EngineRevision revision) {
 std::string EngineSession::nspWithQuery() const {
     if (config_.nspQuery.empty()) return config_.nsp;
     std::string text = config_.nsp + '?';
-    for (const char c : config_.nspQuery) c == ',' ? text += "%2C" : text += c;  // a comma would end it
+    // a comma would end it
+    for (const char c : config_.nspQuery) c == ',' ? text += "%2C" : text += c;
     return text;
 }
 
@@ -239,10 +261,12 @@ void EngineSession::didReceiveWhileJoining(Packet packet) {
             case PacketType::Connect: return joined(&packet);
             case PacketType::Error: {
                 const Value& told = packet.payload;
-                const auto text = told.isDictionary() ? told.get("message").asString() : told.asString();
+                const auto text =
+                    told.isDictionary() ? told.get("message").asString() : told.asString();
                 return end(EndCause::Refused, refusal(text), told);
             }
-            case PacketType::Disconnect: return end(EndCause::ServerDisconnect, "io server disconnect");
+            case PacketType::Disconnect:
+                return end(EndCause::ServerDisconnect, "io server disconnect");
             case PacketType::Event:
             case PacketType::Ack: return;
         }

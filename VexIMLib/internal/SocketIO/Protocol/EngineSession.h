@@ -32,8 +32,10 @@ enum class TransportChoice : std::uint8_t {
 struct SessionConfig {
     TransportChoice transports = TransportChoice::WebSocketThenPolling;
     std::string nsp = "/";
-    std::string nspQuery;                    // sent with the join to revision 3 only, which alone knows it
-    Value joinPayload;                       // sent with the join to revision 4 only; a dictionary or nil
+    // sent with the join to revision 3 only, which alone knows it
+    std::string nspQuery;
+    // sent with the join to revision 4 only; a dictionary or nil
+    Value joinPayload;
     std::string path = "/socket.io/";        // begins and ends with a slash
     std::string query;                       // the application's part, encoded: "auth=%7B%7D"
     std::optional<EngineRevision> revision;  // nullopt: found out
@@ -95,7 +97,8 @@ struct Flush {};
 struct Tick {};
 /// The network changed: ask the peer for a sign of life.
 struct Nudge {};
-/// The application does not keep up: nothing more is to be read but what the peer's heartbeat needs.
+/// The application does not keep up: nothing more is to be read but what the peer's heartbeat
+/// needs.
 struct Pause {};
 /// It has caught up.
 struct Resume {};
@@ -105,10 +108,12 @@ struct ReadOn {};
 struct Close {};
 }  // namespace event
 
-using SessionEvent = std::variant<event::Start, event::WebSocketOpened, event::WebSocketFailed, event::WebSocketText,
-                                  event::WebSocketBinary, event::WebSocketClosed, event::WebSocketPong, event::WebSocketPing,
-                                  event::GetAnswered, event::PostAnswered, event::RequestFailed, event::Emit, event::Flush,
-                                  event::Tick, event::Nudge, event::Pause, event::Resume, event::ReadOn, event::Close>;
+using SessionEvent =
+    std::variant<event::Start, event::WebSocketOpened, event::WebSocketFailed, event::WebSocketText,
+                 event::WebSocketBinary, event::WebSocketClosed, event::WebSocketPong,
+                 event::WebSocketPing, event::GetAnswered, event::PostAnswered,
+                 event::RequestFailed, event::Emit, event::Flush, event::Tick, event::Nudge,
+                 event::Pause, event::Resume, event::ReadOn, event::Close>;
 
 enum class EndCause : std::uint8_t {
     Asked,             // event::Close
@@ -171,19 +176,23 @@ struct Report {
 struct Ended {
     EndCause cause;
     std::string why;
-    Value detail;                  // what the server said, or nil
-    bool preferWebSocket = false;  // polling requests reach different servers: begin the next connection otherwise
+    Value detail;  // what the server said, or nil
+    // polling requests reach different servers: begin the next connection otherwise
+    bool preferWebSocket = false;
     std::optional<VXIMConnectionErrorKind> kind = std::nullopt;  // when the cause says too little
 };
 }  // namespace action
 
-using SessionAction = std::variant<action::OpenWebSocket, action::SendText, action::SendBinary, action::PingWebSocket,
-                                   action::ReadOn, action::CloseWebSocket, action::DropWebSocket, action::Get, action::Post,
-                                   action::ClosePolling, action::Joined, action::Deliver, action::Report, action::Ended>;
+using SessionAction =
+    std::variant<action::OpenWebSocket, action::SendText, action::SendBinary, action::PingWebSocket,
+                 action::ReadOn, action::CloseWebSocket, action::DropWebSocket, action::Get,
+                 action::Post, action::ClosePolling, action::Joined, action::Deliver,
+                 action::Report, action::Ended>;
 using SessionActions = std::vector<SessionAction>;
 
-/// One connection to one namespace, from the first request to its end: detection of the revision, join, heartbeat, upgrade,
-/// close. Pure: no sockets, no clock, no threads; what happens goes in, what is to be done comes out.
+/// One connection to one namespace, from the first request to its end: detection of the revision,
+/// join, heartbeat, upgrade, close. Pure: no sockets, no clock, no threads; what happens goes in,
+/// what is to be done comes out.
 class EngineSession {
 public:
     using TimePoint = Clock::TimePoint;
@@ -197,11 +206,13 @@ public:
     std::optional<TimePoint> deadline() const;
     /// Whether Emit is welcome. When not, messages wait outside.
     bool canEmit() const noexcept;
-    /// Whether a message may go straight to the WebSocket, without an Emit: nothing of this session stands before it.
+    /// Whether a message may go straight to the WebSocket, without an Emit: nothing of this session
+    /// stands before it.
     bool emitsDirectly() const noexcept;
     /// Whether the WebSocket is to read nothing but what ReadOn asks for.
     bool pausesWebSocket() const noexcept { return isPaused_ && emitsDirectly(); }
-    /// Whether ReadOn is welcome: a long answer is gone through in portions, so that a pause can come between.
+    /// Whether ReadOn is welcome: a long answer is gone through in portions, so that a pause can
+    /// come between.
     bool hasMoreToRead() const noexcept { return reader_ && !isPaused_ && !hasEnded(); }
     std::optional<EngineRevision> revision() const noexcept { return revision_; }
     bool hasEnded() const noexcept { return phase_ == Phase::Ended; }
@@ -243,7 +254,8 @@ private:
     void begin(bool& tried);
     void openWebSocket();
     void openPolling();
-    void refused(event::WebSocketFailed::Stage stage, int status, std::string_view body, std::string reason);
+    void refused(event::WebSocketFailed::Stage stage, int status, std::string_view body,
+                 std::string reason);
     void didReceiveOpen(std::string_view json);
     void decide(EngineRevision revision);
     std::optional<EngineRevision> revisionToldBy(const Packet& packet) const;

@@ -3,9 +3,9 @@
 // The head of a frame (RFC 6455, section 5.2):
 //   byte 0   FIN, RSV1..3, opcode (8 bits: 1, 3, 4); opcodes from 8 on are control frames
 //   byte 1   mask bit, length: 0..125, 126 (two more bytes), 127 (eight more bytes)
-//   then     the longer length, big endian, in no more bytes than it needs
-// Servers do not mask. Control frames have 125 bytes at most, come in one piece, and may stand between a message's fragments.
-// Example: 81 03 61 62 63 is the text message "abc" in one frame.
+// then     the longer length, big endian, in no more bytes than it needs Servers do not mask.
+// Control frames have 125 bytes at most, come in one piece, and may stand between a message's
+// fragments. Example: 81 03 61 62 63 is the text message "abc" in one frame.
 
 namespace vexim {
 namespace {
@@ -26,9 +26,11 @@ const char* FrameScanner::faultOfHead(std::uint8_t first) const {
     const unsigned opcode = first & 0x0F;
     if ((opcode > 2 && opcode < 8) || opcode > 10) return "an unknown opcode";
     const bool mayBeCompressed = allowsCompression_ && (opcode == 1 || opcode == 2);
-    if ((first & kReserved) != 0 || ((first & kCompressed) != 0 && !mayBeCompressed)) return "a reserved bit is set";
+    if ((first & kReserved) != 0 || ((first & kCompressed) != 0 && !mayBeCompressed))
+        return "a reserved bit is set";
     if (isControl(first)) return (first & kFinal) != 0 ? nullptr : "a control frame in fragments";
-    if (isInside_ != (opcode == 0)) return isInside_ ? "a message inside another" : "a continuation of nothing";
+    if (isInside_ != (opcode == 0))
+        return isInside_ ? "a message inside another" : "a continuation of nothing";
     return nullptr;
 }
 
@@ -46,7 +48,8 @@ FrameScanner::Result FrameScanner::scan(std::string_view buffered) {
     if (buffered.size() < 2) return result;
     if ((byteAt(1) & kMasked) != 0) return malformed("a masked frame");
     const unsigned shortLength = byteAt(1) & 0x7F;
-    if (isControl(first) && shortLength > kMaxControlBytes) return malformed("a control frame that is too long");
+    if (isControl(first) && shortLength > kMaxControlBytes)
+        return malformed("a control frame that is too long");
 
     const std::size_t lengthBytes = shortLength == 127 ? 8 : shortLength == 126 ? 2 : 0;
     result.headBytes = 2 + lengthBytes;

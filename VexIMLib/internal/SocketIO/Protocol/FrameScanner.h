@@ -6,11 +6,19 @@
 
 namespace vexim {
 
-/// Finds the frames of a server in what was received, and judges each by its first bytes: a broken one is not waited for.
+/// Finds the frames of a server in what was received, and judges each by its first bytes: a broken
+/// one is not waited for.
 class FrameScanner {
 public:
     /// RFC 6455, section 5.2.
-    enum class Opcode : std::uint8_t { Continuation = 0, Text = 1, Binary = 2, Close = 8, Ping = 9, Pong = 10 };
+    enum class Opcode : std::uint8_t {
+        Continuation = 0,
+        Text = 1,
+        Binary = 2,
+        Close = 8,
+        Ping = 9,
+        Pong = 10
+    };
     enum class Verdict : std::uint8_t {
         Incomplete,  // sound so far
         Whole,
@@ -34,7 +42,8 @@ public:
     /// permessage-deflate (RFC 7692) was agreed on.
     void allowCompression() { allowsCompression_ = true; }
 
-    /// `buffered` begins where the last whole frame ended. After Incomplete, call again with more behind the same bytes.
+    /// `buffered` begins where the last whole frame ended. After Incomplete, call again with more
+    /// behind the same bytes.
     Result scan(std::string_view buffered);
 
 private:

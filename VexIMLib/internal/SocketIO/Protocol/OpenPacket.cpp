@@ -30,7 +30,8 @@ std::optional<OpenPacket> parseOpenPacket(std::string_view json) {
     open.sid = *sid;
     open.pingInterval = *interval;
     open.pingTimeout = *timeout;
-    if (const Array* upgrades = parsed.value.get("upgrades").asArray()) open.offersWebSocket = upgrades->contains("websocket");
+    if (const Array* upgrades = parsed.value.get("upgrades").asArray())
+        open.offersWebSocket = upgrades->contains("websocket");
     const Value& maxPayload = parsed.value.get("maxPayload");
     if (maxPayload.kind() == Value::Kind::Integer && maxPayload.integer() > 0) {
         open.maxPayload = static_cast<std::size_t>(maxPayload.integer());

@@ -17,7 +17,8 @@ struct OpenPacket {
     /// The longest message, or polling body, that the server takes; servers since 4.5 tell.
     std::optional<std::size_t> maxPayload;
 
-    /// How long a polling body may be: what the server told, else what servers take unless they are told otherwise.
+    /// How long a polling body may be: what the server told, else what servers take unless they are
+    /// told otherwise.
     std::size_t bodyLimit() const noexcept { return maxPayload.value_or(1'000'000); }
 };
 

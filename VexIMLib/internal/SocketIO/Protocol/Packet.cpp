@@ -11,8 +11,8 @@
 //   packet := type [count '-'] [namespace ','] [id] [json]
 //   type   := '0'..'6'      connect, disconnect, event, ack, error, binary event, binary ack
 //   count  := digits        attachments that follow (types 5 and 6 only)
-//   id     := digits        the sender wants an answer, or this is one
-// The comma may be missing at the end of the text. In types 5 and 6, {"_placeholder":true,"num":i} stands for attachment i.
+// id     := digits        the sender wants an answer, or this is one The comma may be missing at
+// the end of the text. In types 5 and 6, {"_placeholder":true,"num":i} stands for attachment i.
 // Example: 2/chat,17["say",{"ts":1}] is an event in "/chat" that asks for answer 17.
 
 namespace vexim {
@@ -22,10 +22,13 @@ constexpr char kMessage = '4';  // Engine.IO's packet type
 constexpr std::string_view kPlaceholderKey = "_placeholder";
 constexpr std::string_view kIndexKey = "num";
 
-// Values and keys in a packet's JSON. A text of 16 MiB could hold eight million, and take ten times its size.
+// Values and keys in a packet's JSON. A text of 16 MiB could hold eight million, and take ten times
+// its size.
 constexpr std::size_t kMaxValuesIn = 100'000;
 
-PacketDecoder::Result malformed(const char* why) { return {PacketDecoder::Status::Malformed, {}, why}; }
+PacketDecoder::Result malformed(const char* why) {
+    return {PacketDecoder::Status::Malformed, {}, why};
+}
 
 /// Takes digits off the front: nullopt when there are none or they say more than 64 bits.
 std::optional<std::uint64_t> takeNumber(std::string_view& text) {
@@ -39,14 +42,19 @@ std::optional<std::uint64_t> takeNumber(std::string_view& text) {
 const char* faultOfPayload(const Packet& packet) {
     switch (packet.type) {
         case PacketType::Connect:
-            return packet.payload.isNil() || packet.payload.isDictionary() ? nullptr : "a connect's payload is no object";
-        case PacketType::Disconnect: return packet.payload.isNil() ? nullptr : "a disconnect with a payload";
+            return packet.payload.isNil() || packet.payload.isDictionary()
+                       ? nullptr
+                       : "a connect's payload is no object";
+        case PacketType::Disconnect:
+            return packet.payload.isNil() ? nullptr : "a disconnect with a payload";
         case PacketType::Error: return packet.id ? "an error with an id" : nullptr;
         case PacketType::Ack:
             if (!packet.id) return "an answer without an id";
             return packet.payload.isArray() ? nullptr : "an answer's payload is no array";
         case PacketType::Event: {
-            const auto name = packet.payload.isArray() ? packet.payload.get(std::size_t{0}).asStringView() : std::nullopt;
+            const auto name = packet.payload.isArray()
+                                  ? packet.payload.get(std::size_t{0}).asStringView()
+                                  : std::nullopt;
             if (!name) return "an event without a name";
             if (isReservedEventName(*name)) return "an event with a reserved name";
             return nullptr;
@@ -62,7 +70,8 @@ bool restore(Value& value, const std::vector<Data>& attachments) {
         for (std::size_t i = 0; i < array->size() && sound; ++i) {
             const Value& element = array->get(i);
             if (!element.isArray() && !element.isDictionary()) continue;
-            value.mutableArray().update(i, [&](Value& inner) { sound = restore(inner, attachments); });
+            value.mutableArray().update(i,
+                                        [&](Value& inner) { sound = restore(inner, attachments); });
             array = value.asArray();
         }
         return sound;
@@ -82,7 +91,8 @@ bool restore(Value& value, const std::vector<Data>& attachments) {
     for (const auto& key : dictionary->keys()) {
         const Value& entry = value.get(key);
         if (!entry.isArray() && !entry.isDictionary()) continue;
-        value.mutableDictionary().update(key, [&](Value& inner) { sound = sound && restore(inner, attachments); });
+        value.mutableDictionary().update(
+            key, [&](Value& inner) { sound = sound && restore(inner, attachments); });
     }
     return sound;
 }
@@ -131,7 +141,8 @@ Value extract(const Value& value, std::vector<Data>& attachments) {
     return value;
 }
 
-void appendHead(std::string& text, char type, std::size_t attachments, std::string_view nsp, std::optional<std::uint64_t> id) {
+void appendHead(std::string& text, char type, std::size_t attachments, std::string_view nsp,
+                std::optional<std::uint64_t> id) {
     text += kMessage;
     text += type;
     if (attachments > 0) {
@@ -147,7 +158,8 @@ void appendHead(std::string& text, char type, std::size_t attachments, std::stri
 
 /// JSON of an event's name; empty when it is no UTF-8.
 std::string quoted(std::string_view name) {
-    const bool plain = std::ranges::all_of(name, [](char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; });
+    const bool plain = std::ranges::all_of(
+        name, [](char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; });
     if (!plain) return writeJSON(Value(name), JSONFragments::Allow).text;
     std::string text;
     text.reserve(name.size() + 2);
@@ -168,7 +180,8 @@ struct Head {
 /// False when `items` are no JSON.
 bool write(std::string& text, const Head& head, const Array& items, std::size_t attachments) {
     text.clear();
-    appendHead(text, attachments > 0 ? head.binaryType : head.plainType, attachments, head.nsp, head.id);
+    appendHead(text, attachments > 0 ? head.binaryType : head.plainType, attachments, head.nsp,
+               head.id);
     if (!head.name.empty()) (text += '[') += head.name;
     const std::size_t itemsAt = text.size();
     if (appendJSON(text, items)) return false;
@@ -208,7 +221,8 @@ bool isReservedEventName(std::string_view name) noexcept {
 
 PacketDecoder::Result PacketDecoder::text(std::string_view text) {
     if (missing_ > 0) return malformed("a message while attachments are due");
-    if (text.empty() || text.front() < '0' || text.front() > '6') return malformed("a packet of unknown type");
+    if (text.empty() || text.front() < '0' || text.front() > '6')
+        return malformed("a packet of unknown type");
     const int type = text.front() - '0';
     const bool isBinary = type >= 5;
     text.remove_prefix(1);
@@ -218,8 +232,10 @@ PacketDecoder::Result PacketDecoder::text(std::string_view text) {
     std::size_t count = 0;
     if (isBinary) {
         const auto announced = takeNumber(text);
-        if (!announced || !text.starts_with('-')) return malformed("a binary packet without its count");
-        if (*announced == 0 || *announced > kMaxAttachmentsIn) return malformed("a binary packet with a count out of range");
+        if (!announced || !text.starts_with('-'))
+            return malformed("a binary packet without its count");
+        if (*announced == 0 || *announced > kMaxAttachmentsIn)
+            return malformed("a binary packet with a count out of range");
         count = static_cast<std::size_t>(*announced);
         text.remove_prefix(1);
     }
@@ -228,7 +244,8 @@ PacketDecoder::Result PacketDecoder::text(std::string_view text) {
         packet.nsp = text.substr(0, comma);
         text.remove_prefix(std::min(comma + 1, text.size()));
     }
-    // As the other parsers read it: digits here are an id, also where a number could be the payload.
+    // As the other parsers read it: digits here are an id, also where a number could be the
+    // payload.
     if (!text.empty() && text.front() >= '0' && text.front() <= '9') {
         packet.id = takeNumber(text);
         if (!packet.id) return malformed("an id out of range");
@@ -255,12 +272,14 @@ PacketDecoder::Result PacketDecoder::attachment(Data bytes) {
     attachments_.push_back(std::move(bytes));
     if (--missing_ > 0) return {Status::Partial, {}, nullptr};
     Packet packet = std::exchange(pending_, {});
-    if (!restore(packet.payload, attachments_)) return malformed("a placeholder that names no attachment");
+    if (!restore(packet.payload, attachments_))
+        return malformed("a placeholder that names no attachment");
     attachments_.clear();
     return {Status::Complete, std::move(packet), nullptr};
 }
 
-EncodeResult encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id, std::string_view name, const Array& items) {
+EncodeResult encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id,
+                         std::string_view name, const Array& items) {
     if (isReservedEventName(name)) return {{}, EncodeFault::ReservedName};
     const std::string quotedName = quoted(name);
     if (quotedName.empty()) return {{}, EncodeFault::NotUTF8};

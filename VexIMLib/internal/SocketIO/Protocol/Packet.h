@@ -21,13 +21,15 @@ struct Packet {
     PacketType type = PacketType::Event;
     std::string nsp = "/";
     std::optional<std::uint64_t> id;
-    /// Event: an array that begins with the name; ack: an array; connect: nil or a dictionary; error: anything.
+    /// Event: an array that begins with the name; ack: an array; connect: nil or a dictionary;
+    /// error: anything.
     Value payload;
 
     friend bool operator==(const Packet&, const Packet&) = default;
 };
 
-/// Attachments that a peer may announce. Peers take fewer: the current JavaScript parsers refuse more than 10.
+/// Attachments that a peer may announce. Peers take fewer: the current JavaScript parsers refuse
+/// more than 10.
 inline constexpr std::size_t kMaxAttachmentsIn = 64;
 inline constexpr std::size_t kMaxAttachmentsOut = 10;
 
@@ -55,19 +57,28 @@ private:
     std::vector<Data> attachments_;
 };
 
-/// A packet ready for an Engine.IO message: the text with the message's type before it, and the attachments in order.
+/// A packet ready for an Engine.IO message: the text with the message's type before it, and the
+/// attachments in order.
 struct EncodedPacket {
     std::string text;
     std::vector<Data> attachments;
 };
 
-enum class EncodeFault : std::uint8_t { None, NotEncodable, NotUTF8, ReservedName, TooDeep, TooManyAttachments };
+enum class EncodeFault : std::uint8_t {
+    None,
+    NotEncodable,
+    NotUTF8,
+    ReservedName,
+    TooDeep,
+    TooManyAttachments
+};
 struct EncodeResult {
     EncodedPacket packet;
     EncodeFault fault = EncodeFault::None;
 };
 
-EncodeResult encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id, std::string_view name, const Array& items);
+EncodeResult encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id,
+                         std::string_view name, const Array& items);
 EncodeResult encodeAck(std::string_view nsp, std::uint64_t id, const Array& items);
 /// A join; `payload` is a dictionary or nil.
 EncodedPacket encodeConnect(std::string_view nsp, const Value& payload);

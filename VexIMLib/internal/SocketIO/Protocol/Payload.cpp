@@ -6,9 +6,10 @@
 
 // The body of one polling request or answer: one or more Engine.IO packets.
 //   revision 3, text    (length ':' packet)+         length in UTF-16 code units
-//   revision 3, octets  (kind digit+ 0xFF packet)+   kind 0 text, 1 binary; one byte per decimal digit; length in bytes
-//   revision 4          packet (0x1E packet)*        JSON escapes 0x1E, so it cannot stand inside a packet
-// Example, revision 3: 8:40/chat,4:42[] ; revision 4: 40/chat,<1E>42[]
+// revision 3, octets  (kind digit+ 0xFF packet)+   kind 0 text, 1 binary; one byte per decimal
+// digit; length in bytes
+// revision 4          packet (0x1E packet)*        JSON escapes 0x1E, so it cannot stand inside a
+// packet Example, revision 3: 8:40/chat,4:42[] ; revision 4: 40/chat,<1E>42[]
 
 namespace vexim {
 namespace {
@@ -39,7 +40,8 @@ std::optional<std::size_t> bytesOfUtf16Units(std::string_view utf8, std::size_t 
         }
         const std::uint8_t second = byteAt(at + 1);
         const bool overlong = (lead == 0xE0 && second < 0xA0) || (lead == 0xF0 && second < 0x90);
-        const bool surrogateOrBeyond = (lead == 0xED && second > 0x9F) || (lead == 0xF4 && second > 0x8F);
+        const bool surrogateOrBeyond =
+            (lead == 0xED && second > 0x9F) || (lead == 0xF4 && second > 0x8F);
         if (overlong || surrogateOrBeyond) return std::nullopt;
         const std::size_t width = length == 4 ? 2 : 1;
         if (width > units) return std::nullopt;
@@ -69,13 +71,16 @@ std::optional<EngineRevision> detectRevision(std::string_view firstBody) {
 
 PayloadReader::PayloadReader(EngineRevision revision, std::string_view body)
     : revision_(revision),
-      octets_(revision == EngineRevision::V3 && !body.empty() && (body.front() == 0 || body.front() == 1)),
+      octets_(revision == EngineRevision::V3 && !body.empty() &&
+              (body.front() == 0 || body.front() == 1)),
       rest_(body) {}
 
 std::optional<EnginePacketView> PayloadReader::next() {
     if (failed_ || finished_) return std::nullopt;
     if (rest_.empty()) return fail();
-    auto packet = octets_ ? nextOctets() : revision_ == EngineRevision::V3 ? nextCounted() : nextSeparated();
+    auto packet = octets_                           ? nextOctets()
+                  : revision_ == EngineRevision::V3 ? nextCounted()
+                                                    : nextSeparated();
     if (!packet) return fail();
     return packet;
 }
@@ -101,7 +106,8 @@ std::optional<EnginePacketView> PayloadReader::nextCounted() {
 }
 
 std::optional<EnginePacketView> PayloadReader::nextOctets() {
-    const auto kind = static_cast<std::uint8_t>(rest_.front());  // 0 text, 1 binary; a plain char may have no sign
+    // 0 text, 1 binary; a plain char may have no sign
+    const auto kind = static_cast<std::uint8_t>(rest_.front());
     std::size_t length = 0;
     std::size_t at = 1;
     for (;; ++at) {
@@ -142,9 +148,10 @@ void PayloadWriter::add(std::string_view packet) {
 }
 
 std::size_t PayloadWriter::sizeWith(std::string_view packet) const {
-    const std::size_t framing = revision_ == EngineRevision::V3 ? std::to_string(utf16Length(packet)).size() + 1
-                                : body_.empty()                 ? 0
-                                                                : 1;
+    const std::size_t framing = revision_ == EngineRevision::V3
+                                    ? std::to_string(utf16Length(packet)).size() + 1
+                                : body_.empty() ? 0
+                                                : 1;
     return body_.size() + framing + packet.size();
 }
 

@@ -54,8 +54,8 @@ private:
     std::string body_;
 };
 
-/// The bytes that hold the first `units` UTF-16 code units of `utf8`; nullopt when it is shorter, when they end inside a
-/// surrogate pair, or when the bytes are no UTF-8.
+/// The bytes that hold the first `units` UTF-16 code units of `utf8`; nullopt when it is shorter,
+/// when they end inside a surrogate pair, or when the bytes are no UTF-8.
 std::optional<std::size_t> bytesOfUtf16Units(std::string_view utf8, std::size_t units);
 /// The length of well-formed UTF-8 in UTF-16 code units.
 std::size_t utf16Length(std::string_view utf8) noexcept;

@@ -16,9 +16,12 @@ struct ReconnectPolicy {
     std::chrono::milliseconds stableAfter{10'000};
 };
 
-/// The wait before attempt `attempt` (the first is 0), or nullopt when there is to be none. `random` is 32 uniform bits: the
-/// wait is drawn evenly from 0 to a bound that doubles from `firstWait` to `longestWait`, so that clients that were dropped
-/// together do not come back together.
-std::optional<std::chrono::milliseconds> reconnectDelay(const ReconnectPolicy& policy, std::uint32_t attempt, std::uint32_t random);
+/// The wait before attempt `attempt` (the first is 0), or nullopt when there is to be none.
+/// `random` is 32 uniform bits: the wait is drawn evenly from 0 to a bound that doubles from
+/// `firstWait` to `longestWait`, so that clients that were dropped together do not come back
+/// together.
+std::optional<std::chrono::milliseconds> reconnectDelay(const ReconnectPolicy& policy,
+                                                        std::uint32_t attempt,
+                                                        std::uint32_t random);
 
 }  // namespace vexim

@@ -17,8 +17,9 @@
 
 namespace vexim {
 
-/// What the Beast stream takes for its socket. It reads no further than a window that we open, so that no byte behind a whole
-/// message is swallowed, and writes into a string that is sent in one piece.
+/// What the Beast stream takes for its socket. It reads no further than a window that we open, so
+/// that no byte behind a whole message is swallowed, and writes into a string that is sent in one
+/// piece.
 class MemoryLayer {
 public:
     using executor_type = boost::asio::any_io_executor;
@@ -47,7 +48,8 @@ public:
             return 0;
         }
         error = {};
-        const std::size_t count = boost::asio::buffer_copy(buffers, boost::asio::buffer(window_.data(), window_.size()));
+        const std::size_t count =
+            boost::asio::buffer_copy(buffers, boost::asio::buffer(window_.data(), window_.size()));
         window_.remove_prefix(count);
         return count;
     }
@@ -62,7 +64,8 @@ public:
     std::size_t write_some(const Buffers& buffers, boost::system::error_code& error) {
         error = {};
         std::size_t count = 0;
-        for (auto it = boost::asio::buffer_sequence_begin(buffers); it != boost::asio::buffer_sequence_end(buffers); ++it) {
+        for (auto it = boost::asio::buffer_sequence_begin(buffers);
+             it != boost::asio::buffer_sequence_end(buffers); ++it) {
             const boost::asio::const_buffer buffer = *it;
             output_.append(static_cast<const char*>(buffer.data()), buffer.size());
             count += buffer.size();
@@ -80,7 +83,8 @@ public:
         return boost::asio::async_initiate<Token, void(boost::system::error_code, std::size_t)>(
             [this](auto handler, const Buffers& into) {
                 using Handler = decltype(handler);
-                pending_ = std::make_unique<PendingRead<Buffers, Handler>>(*this, into, std::move(handler));
+                pending_ = std::make_unique<PendingRead<Buffers, Handler>>(*this, into,
+                                                                           std::move(handler));
                 resume();
             },
             token, buffers);
@@ -91,17 +95,21 @@ public:
             [this](auto handler, const Buffers& from) {
                 boost::system::error_code error;
                 const std::size_t count = write_some(from, error);
-                boost::asio::post(executor_, boost::beast::bind_front_handler(std::move(handler), error, count));
+                boost::asio::post(
+                    executor_, boost::beast::bind_front_handler(std::move(handler), error, count));
             },
             token, buffers);
     }
 
     // What Beast calls when it ends the connection; the bytes' real carrier is closed by its owner.
-    friend void teardown(boost::beast::role_type, MemoryLayer&, boost::system::error_code& error) { error = {}; }
+    friend void teardown(boost::beast::role_type, MemoryLayer&, boost::system::error_code& error) {
+        error = {};
+    }
     template <class Handler>
     friend void async_teardown(boost::beast::role_type, MemoryLayer& layer, Handler&& handler) {
         boost::asio::post(layer.executor_,
-                          boost::beast::bind_front_handler(std::forward<Handler>(handler), boost::system::error_code{}));
+                          boost::beast::bind_front_handler(std::forward<Handler>(handler),
+                                                           boost::system::error_code{}));
     }
     friend void beast_close_socket(MemoryLayer&) {}
 
@@ -112,11 +120,15 @@ private:
     };
     template <class Buffers, class Handler>
     struct PendingRead final : Pending {
-        PendingRead(MemoryLayer& owner, Buffers into, Handler then) : layer(owner), buffers(into), handler(std::move(then)) {}
+        PendingRead(MemoryLayer& owner, Buffers into, Handler then)
+            : layer(owner),
+              buffers(into),
+              handler(std::move(then)) {}
         void complete() override {
             boost::system::error_code error;
             const std::size_t count = layer.read_some(buffers, error);
-            boost::asio::post(layer.executor_, boost::beast::bind_front_handler(std::move(handler), error, count));
+            boost::asio::post(layer.executor_,
+                              boost::beast::bind_front_handler(std::move(handler), error, count));
         }
         MemoryLayer& layer;
         Buffers buffers;

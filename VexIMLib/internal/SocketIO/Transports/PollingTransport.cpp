@@ -23,7 +23,8 @@ using namespace std::chrono_literals;
 
 constexpr auto kGoodbye = 1s;
 
-// Of an answer's head, and of the trailers behind a body in chunks (RFC 9112, section 7.1.2), together.
+// Of an answer's head, and of the trailers behind a body in chunks (RFC 9112, section 7.1.2),
+// together.
 constexpr std::size_t kMaxHeadBytes = 64 * 1024;
 
 class LivePolling;
@@ -36,8 +37,8 @@ public:
     Request& operator=(const Request&) = delete;
     ~Request() override;
 
-    void start(const std::string& url, const std::string& cookies, std::chrono::milliseconds timeout,
-               std::optional<std::string> body);
+    void start(const std::string& url, const std::string& cookies,
+               std::chrono::milliseconds timeout, std::optional<std::string> body);
     bool isRunning() const noexcept { return isRunning_; }
     int status() const;
     std::string takeAnswer() { return std::exchange(answer_, {}); }
@@ -75,7 +76,8 @@ public:
           get_(*this, multi_, options_),
           post_(*this, multi_, options_) {}
 
-    void get(const std::string& target, const std::string& cookies, std::chrono::milliseconds timeout) {
+    void get(const std::string& target, const std::string& cookies,
+             std::chrono::milliseconds timeout) {
         get_.start(urlOf(target), cookies, timeout, std::nullopt);
     }
     void post(const std::string& target, const std::string& cookies, std::string body) {
@@ -90,14 +92,15 @@ private:
     static constexpr std::chrono::milliseconds kPostTimeout{20'000};
 
     std::string urlOf(const std::string& target) const {
-        return (options_.endpoint.isSecure ? "https://" : "http://") + options_.endpoint.authorityWithPort() + target;
+        return (options_.endpoint.isSecure ? "https://" : "http://") +
+               options_.endpoint.authorityWithPort() + target;
     }
     void letGo();
 
     const TransportOptions options_;
     TransportListener* listener_;  // nullptr once nobody is to hear any more
-    // A pool of its own: what the application trusts here says nothing about its other requests, and idle connections close with
-    // their client.
+    // A pool of its own: what the application trusts here says nothing about its other requests,
+    // and idle connections close with their client.
     CurlMulti multi_;
     Request get_;
     Request post_;
@@ -133,7 +136,8 @@ Request::Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& o
     curl_easy_setopt(easy_, CURLOPT_NOPROXY, "");
     curl_easy_setopt(easy_, CURLOPT_PROXY, "");
     if (const auto& proxy = options_.proxy) {
-        curl_easy_setopt(easy_, CURLOPT_PROXY, ("http://" + authorityOf(proxy->host, proxy->port)).c_str());
+        curl_easy_setopt(easy_, CURLOPT_PROXY,
+                         ("http://" + authorityOf(proxy->host, proxy->port)).c_str());
         curl_easy_setopt(easy_, CURLOPT_HTTPPROXYTUNNEL, 1L);
         curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
         if (proxy->user) {
@@ -150,8 +154,8 @@ Request::~Request() {
     curl_easy_cleanup(easy_);
 }
 
-void Request::start(const std::string& url, const std::string& cookies, std::chrono::milliseconds timeout,
-                    std::optional<std::string> body) {
+void Request::start(const std::string& url, const std::string& cookies,
+                    std::chrono::milliseconds timeout, std::optional<std::string> body) {
     answer_.clear();
     headBytes_ = 0;
     cookies_.clear();
@@ -163,8 +167,9 @@ void Request::start(const std::string& url, const std::string& cookies, std::chr
     headers_.suppress("Expect");
     if (body) {
         headers_.add("Content-Type", "text/plain;charset=UTF-8");
-        // libcurl sends a request again when a kept connection dies under it. A body that cannot be rewound is not sent a second
-        // time, so that no message arrives twice; before its first byte the retry is welcome.
+        // libcurl sends a request again when a kept connection dies under it. A body that cannot be
+        // rewound is not sent a second time, so that no message arrives twice; before its first
+        // byte the retry is welcome.
         body_ = std::move(*body);
         bodySent_ = 0;
         curl_easy_setopt(easy_, CURLOPT_POST, 1L);
@@ -226,11 +231,14 @@ event::RequestFailed Request::failure(CURLcode result) const {
     }
     long proxyStatus = 0;
     curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
-    if (proxyStatus >= 300) return {proxyRefusal(static_cast<int>(proxyStatus)), false, VXIMConnectionErrorProxy};
-    const std::string_view text = description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
+    if (proxyStatus >= 300)
+        return {proxyRefusal(static_cast<int>(proxyStatus)), false, VXIMConnectionErrorProxy};
+    const std::string_view text =
+        description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
     if (const auto fault = trust_.fault(easy_, result, text)) {
         const bool isCut = fault->code == URLErrorNetworkConnectionLost;
-        return {fault->words, false, isCut ? VXIMConnectionErrorLost : VXIMConnectionErrorNotSecure};
+        return {fault->words, false,
+                isCut ? VXIMConnectionErrorLost : VXIMConnectionErrorNotSecure};
     }
     const TransferFault fault = faultOfTransfer(result, text);
     return {std::string(fault.words), false, fault.kind};
@@ -292,7 +300,8 @@ public:
         polling_->forget();
         NetworkThread::shared().post([polling = std::move(polling_)] {});
     }
-    void get(const std::string& target, const std::string& cookies, std::chrono::milliseconds timeout) override {
+    void get(const std::string& target, const std::string& cookies,
+             std::chrono::milliseconds timeout) override {
         polling_->get(target, cookies, timeout);
     }
     void post(const std::string& target, const std::string& cookies, std::string body) override {
@@ -308,8 +317,10 @@ private:
 
 }  // namespace
 
-std::unique_ptr<PollingTransport> PollingTransport::create(TransportOptions options, TransportListener& listener) {
-    return std::make_unique<PollingHandle>(std::make_shared<LivePolling>(std::move(options), listener));
+std::unique_ptr<PollingTransport> PollingTransport::create(TransportOptions options,
+                                                           TransportListener& listener) {
+    return std::make_unique<PollingHandle>(
+        std::make_shared<LivePolling>(std::move(options), listener));
 }
 
 }  // namespace vexim

@@ -41,7 +41,8 @@ std::string_view valueOf(const Environment& environment, std::initializer_list<c
 
 }  // namespace
 
-std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port, const Environment& environment) {
+std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port,
+                                    const Environment& environment) {
     if (isThisMachine(host)) return std::nullopt;
     std::string_view exceptions = valueOf(environment, {"no_proxy", "NO_PROXY"});
     while (!exceptions.empty()) {
@@ -49,7 +50,8 @@ std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::u
         if (isException(exceptions.substr(0, comma), host, port)) return std::nullopt;
         exceptions.remove_prefix(std::min(comma + 1, exceptions.size()));
     }
-    std::string_view text = isSecure ? valueOf(environment, {"https_proxy", "HTTPS_PROXY"}) : valueOf(environment, {"http_proxy"});
+    std::string_view text = isSecure ? valueOf(environment, {"https_proxy", "HTTPS_PROXY"})
+                                     : valueOf(environment, {"http_proxy"});
     if (text.empty()) text = valueOf(environment, {"all_proxy", "ALL_PROXY"});
     if (text.empty()) return std::nullopt;
     const bool hasScheme = text.find("://") != std::string_view::npos;
@@ -73,10 +75,14 @@ std::string connectRequest(const ProxyServer& proxy, std::string_view authority)
     request += authority;
     request += " HTTP/1.1\r\nHost: ";
     request += authority;
-    if (proxy.user) request += "\r\nProxy-Authorization: Basic " + encodeBase64(*proxy.user + ":" + proxy.password);
+    if (proxy.user)
+        request +=
+            "\r\nProxy-Authorization: Basic " + encodeBase64(*proxy.user + ":" + proxy.password);
     return request + "\r\n\r\n";
 }
 
-std::string proxyRefusal(int status) { return "The proxy refused the connection: " + std::to_string(status) + "."; }
+std::string proxyRefusal(int status) {
+    return "The proxy refused the connection: " + std::to_string(status) + ".";
+}
 
 }  // namespace vexim

@@ -23,11 +23,13 @@ struct ProxyServer {
 /// Reads an environment variable; nullptr when it is not set.
 using Environment = std::function<const char*(const char* name)>;
 
-/// The proxy that the environment names for `host`: http_proxy (lower case only, as a CGI request can set the other one),
-/// https_proxy, all_proxy, and the exceptions in no_proxy: "*", host names, which stand for their subdomains too, and
-/// addresses, separated by commas. This machine itself is one. A proxy of another kind comes without its host: whoever set it
-/// does not want to be seen going round it.
-std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port, const Environment& environment);
+/// The proxy that the environment names for `host`: http_proxy (lower case only, as a CGI request
+/// can set the other one), https_proxy, all_proxy, and the exceptions in no_proxy: "*", host names,
+/// which stand for their subdomains too, and addresses, separated by commas. This machine itself is
+/// one. A proxy of another kind comes without its host: whoever set it does not want to be seen
+/// going round it.
+std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port,
+                                    const Environment& environment);
 /// The process's own environment.
 std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port);
 

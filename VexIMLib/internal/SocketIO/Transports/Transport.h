@@ -38,13 +38,15 @@ struct TransportOptions {
     bool offerDeflate = false;
 };
 
-/// Hears what transports go through, on the network thread, never from inside a call to the transport.
+/// Hears what transports go through, on the network thread, never from inside a call to the
+/// transport.
 class TransportListener {
 public:
     virtual void didHappen(const SessionEvent& what) = 0;
     /// Values of "Set-Cookie" in an answer.
     virtual void didReceiveCookies(const std::vector<std::string>& cookies) = 0;
-    /// The end of a series of `didHappen`: what follows from them can be sent and delivered together.
+    /// The end of a series of `didHappen`: what follows from them can be sent and delivered
+    /// together.
     virtual void didEndTurn() = 0;
 
 protected:

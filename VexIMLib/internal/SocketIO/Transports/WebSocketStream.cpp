@@ -27,7 +27,8 @@ namespace beast = boost::beast;
 namespace websocket = beast::websocket;
 using boost::system::error_code;
 
-/// One buffer for all streams, since all live on the network thread; compressed messages are read into it one at a time.
+/// One buffer for all streams, since all live on the network thread; compressed messages are read
+/// into it one at a time.
 std::vector<char>& scratch() {
     static thread_local std::vector<char> buffer;
     return buffer;
@@ -38,34 +39,41 @@ constexpr std::size_t kScratchKept = 256 * 1024;
 constexpr std::size_t kStatusAt = 9;
 constexpr std::size_t kStatusEnd = 12;
 constexpr std::size_t kMaxHeadBytes = 64 * 1024;
-// Of an answer that refuses; the reason that a Socket.IO server gives has less than a hundred bytes.
+// Of an answer that refuses; the reason that a Socket.IO server gives has less than a hundred
+// bytes.
 constexpr std::size_t kMaxRefusalBytes = 64 * 1024;
 
-/// The registered codes that an endpoint may send (RFC 6455, section 7.4, and its registry), and those of libraries and
-/// applications.
+/// The registered codes that an endpoint may send (RFC 6455, section 7.4, and its registry), and
+/// those of libraries and applications.
 bool mayBeSent(unsigned closeCode) {
     return (closeCode >= 1000 && closeCode <= 1003) || (closeCode >= 1007 && closeCode <= 1014) ||
            (closeCode >= 3000 && closeCode <= 4999);
 }
 
 /// RFC 6455, section 4.1: what was not asked for must not be agreed to.
-const char* faultOfAgreement(const websocket::response_type& response, const HeaderList& asked, bool offeredDeflate) {
+const char* faultOfAgreement(const websocket::response_type& response, const HeaderList& asked,
+                             bool offeredDeflate) {
     namespace http = beast::http;
     int protocols = 0;
-    for (auto range = response.equal_range(http::field::sec_websocket_protocol); range.first != range.second; ++range.first) {
+    for (auto range = response.equal_range(http::field::sec_websocket_protocol);
+         range.first != range.second; ++range.first) {
         const auto chosen = range.first->value();
         const auto wasAsked = [&](const auto& header) {
             if (!beast::iequals(header.first, "Sec-WebSocket-Protocol")) return false;
             http::token_list tokens(header.second);
-            return std::any_of(tokens.begin(), tokens.end(), [&](const auto& token) { return token == chosen; });
+            return std::any_of(tokens.begin(), tokens.end(),
+                               [&](const auto& token) { return token == chosen; });
         };
-        if (++protocols > 1 || std::ranges::none_of(asked, wasAsked)) return "a subprotocol that was not asked for";
+        if (++protocols > 1 || std::ranges::none_of(asked, wasAsked))
+            return "a subprotocol that was not asked for";
     }
     int extensions = 0;
-    for (auto range = response.equal_range(http::field::sec_websocket_extensions); range.first != range.second; ++range.first) {
+    for (auto range = response.equal_range(http::field::sec_websocket_extensions);
+         range.first != range.second; ++range.first) {
         for (const auto& extension : http::ext_list(range.first->value())) {
             const bool isDeflate = beast::iequals(extension.first, "permessage-deflate");
-            if (++extensions > 1 || !isDeflate || !offeredDeflate) return "an extension that was not asked for";
+            if (++extensions > 1 || !isDeflate || !offeredDeflate)
+                return "an extension that was not asked for";
         }
     }
     return nullptr;
@@ -97,7 +105,8 @@ struct WebSocketStream::Impl {
     std::optional<Refusal> refusal;  // an answer other than 101
     std::size_t refusalBytes = 0;
     HandshakeHandler handler;
-    // The message that has begun: the fragments' payloads, or the fragments as they came when they are compressed.
+    // The message that has begun: the fragments' payloads, or the fragments as they came when they
+    // are compressed.
     bool isTextMessage = false;
     bool isCompressedMessage = false;
     bool isPaused = false;
@@ -108,7 +117,8 @@ struct WebSocketStream::Impl {
     void readRefusal(std::string_view bytes);
     void didHandshake(error_code error);
     Status consume(std::string_view& bytes, Listener& listener);
-    Status didReceiveControl(FrameScanner::Opcode opcode, std::string_view payload, Listener& listener);
+    Status didReceiveControl(FrameScanner::Opcode opcode, std::string_view payload,
+                             Listener& listener);
     Status didReceiveClose(std::string_view payload);
     Status deliver(std::string_view message, Listener& listener);
     Status inflateAndDeliver(std::string_view frames, Listener& listener);
@@ -128,7 +138,8 @@ WebSocketStream::WebSocketStream(const asio::any_io_executor& executor, Options 
         deflate.client_enable = true;
         stream.set_option(deflate);
     } else {
-        // Beast keeps a buffer for masking, and masks a longer message in several goes. Compressed, each go would be a frame.
+        // Beast keeps a buffer for masking, and masks a longer message in several goes. Compressed,
+        // each go would be a frame.
         stream.write_buffer_bytes(512);
     }
 }
@@ -138,16 +149,19 @@ WebSocketStream::~WebSocketStream() {
     impl_->layer().end();  // the handshake comes to its end, and with it what it shares
 }
 
-void WebSocketStream::startHandshake(std::string_view host, std::string_view target, const HeaderList& headers,
-                                     HandshakeHandler handler) {
+void WebSocketStream::startHandshake(std::string_view host, std::string_view target,
+                                     const HeaderList& headers, HandshakeHandler handler) {
     impl_->handler = std::move(handler);
     impl_->asked = headers;
-    impl_->stream.set_option(websocket::stream_base::decorator([headers](websocket::request_type& request) {
-        for (const auto& [name, value] : headers) request.set(name, value);
-    }));
+    impl_->stream.set_option(
+        websocket::stream_base::decorator([headers](websocket::request_type& request) {
+            for (const auto& [name, value] : headers) request.set(name, value);
+        }));
     impl_->stream.async_handshake(
-        impl_->response, beast::string_view(host.data(), host.size()), beast::string_view(target.data(), target.size()),
-        asio::bind_executor(impl_->layer().get_executor(), [impl = impl_](error_code error) { impl->didHandshake(error); }));
+        impl_->response, beast::string_view(host.data(), host.size()),
+        beast::string_view(target.data(), target.size()),
+        asio::bind_executor(impl_->layer().get_executor(),
+                            [impl = impl_](error_code error) { impl->didHandshake(error); }));
 }
 
 void WebSocketStream::endOfInput() {
@@ -156,11 +170,13 @@ void WebSocketStream::endOfInput() {
     impl_->layer().end();
 }
 
-/// During the handshake Beast may read the head of a 101 answer and not a byte more: it would keep what follows to itself.
+/// During the handshake Beast may read the head of a 101 answer and not a byte more: it would keep
+/// what follows to itself.
 void WebSocketStream::Impl::offerHead(std::string_view bytes) {
     if (refusal) return readRefusal(bytes);
     pending += bytes;
-    if (pending.size() >= kStatusEnd && pending.compare(kStatusAt, kStatusEnd - kStatusAt, "101") != 0) {
+    if (pending.size() >= kStatusEnd &&
+        pending.compare(kStatusAt, kStatusEnd - kStatusAt, "101") != 0) {
         refusal.emplace();
         refusal->body_limit(boost::none);  // ours counts the framing, too
         refusalBytes = pending.size();
@@ -176,7 +192,8 @@ void WebSocketStream::Impl::offerHead(std::string_view bytes) {
     layer().open(std::string_view(pending).substr(consumed, released - consumed));
 }
 
-/// Beast would read an answer to its end. This one ends at a limit, and what it has said by then is told.
+/// Beast would read an answer to its end. This one ends at a limit, and what it has said by then is
+/// told.
 void WebSocketStream::Impl::readRefusal(std::string_view bytes) {
     if (state != State::Handshaking || layer().hasEnded()) return;
     pending += bytes;
@@ -184,10 +201,12 @@ void WebSocketStream::Impl::readRefusal(std::string_view bytes) {
     error_code error;
     std::size_t consumed = 0;
     while (!error && !refusal->is_done() && consumed < pending.size()) {
-        consumed += refusal->put(asio::buffer(pending.data() + consumed, pending.size() - consumed), error);
+        consumed +=
+            refusal->put(asio::buffer(pending.data() + consumed, pending.size() - consumed), error);
     }
     pending.erase(0, consumed);
-    const bool needsMore = !refusal->is_done() && (!error || error == beast::http::error::need_more);
+    const bool needsMore =
+        !refusal->is_done() && (!error || error == beast::http::error::need_more);
     if (needsMore && refusalBytes <= kMaxRefusalBytes) return;
     pending.clear();
     layer().end();  // Beast's handshake ends, and with it ours
@@ -197,28 +216,36 @@ void WebSocketStream::Impl::didHandshake(error_code error) {
     HandshakeResult result;
     if (refusal && refusal->is_header_done()) response.base() = refusal->get().base();
     // Only Beast's own objections follow a whole answer.
-    const bool wasAnswered = !error || error.category() == make_error_code(websocket::error::upgrade_declined).category();
+    const bool wasAnswered =
+        !error ||
+        error.category() == make_error_code(websocket::error::upgrade_declined).category();
     const bool wasRefused = refusal && refusal->is_header_done();
     result.httpStatus = wasAnswered || wasRefused ? static_cast<int>(response.result_int()) : 0;
-    for (auto range = response.equal_range(beast::http::field::set_cookie); range.first != range.second; ++range.first) {
+    for (auto range = response.equal_range(beast::http::field::set_cookie);
+         range.first != range.second; ++range.first) {
         result.cookies.emplace_back(range.first->value());
     }
-    const char* const disagreement = error ? nullptr : faultOfAgreement(response, asked, options.offerDeflate);
+    const char* const disagreement =
+        error ? nullptr : faultOfAgreement(response, asked, options.offerDeflate);
     if (wasRefused) {
         result.body = beast::buffers_to_string(refusal->get().body().data());
-        result.reason = "The WebSocket handshake was answered with " + std::to_string(result.httpStatus) + ".";
+        result.reason =
+            "The WebSocket handshake was answered with " + std::to_string(result.httpStatus) + ".";
     } else if (refusal) {
         result.reason = "The WebSocket handshake failed: the answer is not HTTP.";
-    } else if (error == beast::http::error::end_of_stream || error == beast::http::error::partial_message) {
+    } else if (error == beast::http::error::end_of_stream ||
+               error == beast::http::error::partial_message) {
         result.isCutOff = true;
         result.reason = kCutOff;
     } else if (error) {
         result.reason = "The WebSocket handshake failed: " + error.message() + ".";
     } else if (disagreement) {
-        result.reason = std::string("The WebSocket handshake failed: the server chose ") + disagreement + ".";
+        result.reason =
+            std::string("The WebSocket handshake failed: the server chose ") + disagreement + ".";
     } else {
         result.accepted = true;
-        if (response.count(beast::http::field::sec_websocket_extensions) > 0) scanner.allowCompression();
+        if (response.count(beast::http::field::sec_websocket_extensions) > 0)
+            scanner.allowCompression();
     }
     state = result.accepted ? State::Open : State::Done;
     pending.erase(0, result.accepted ? released : pending.size());
@@ -230,7 +257,8 @@ void WebSocketStream::Impl::didHandshake(error_code error) {
 }
 
 /// The close frame goes out; whoever owns the stream ends the connection.
-WebSocketStream::Status WebSocketStream::Impl::fail(Status status, websocket::close_code code, std::string why) {
+WebSocketStream::Status WebSocketStream::Impl::fail(Status status, websocket::close_code code,
+                                                    std::string why) {
     state = State::Done;
     fault = std::move(why);
     error_code ignored;
@@ -263,14 +291,18 @@ WebSocketStream::Status WebSocketStream::receive(std::string_view bytes, Listene
     return status;
 }
 
-WebSocketStream::Status WebSocketStream::Impl::consume(std::string_view& bytes, Listener& listener) {
+WebSocketStream::Status WebSocketStream::Impl::consume(std::string_view& bytes,
+                                                       Listener& listener) {
     using Verdict = FrameScanner::Verdict;
     while (!bytes.empty() && state == State::Open && !isPaused) {
         const auto frame = scanner.scan(bytes);
         switch (frame.verdict) {
             case Verdict::Incomplete: awaited = frame.bytes; return Status::Open;
-            case Verdict::Malformed: return fail(Status::Malformed, websocket::close_code::protocol_error, frame.why);
-            case Verdict::TooLarge: return fail(Status::TooLarge, websocket::close_code::too_big, "a message over the limit");
+            case Verdict::Malformed:
+                return fail(Status::Malformed, websocket::close_code::protocol_error, frame.why);
+            case Verdict::TooLarge:
+                return fail(Status::TooLarge, websocket::close_code::too_big,
+                            "a message over the limit");
             case Verdict::Whole: break;
         }
         const auto raw = bytes.substr(0, frame.bytes);
@@ -298,7 +330,8 @@ WebSocketStream::Status WebSocketStream::Impl::consume(std::string_view& bytes, 
 }
 
 /// At once, also between the fragments of a message.
-WebSocketStream::Status WebSocketStream::Impl::didReceiveControl(FrameScanner::Opcode opcode, std::string_view payload,
+WebSocketStream::Status WebSocketStream::Impl::didReceiveControl(FrameScanner::Opcode opcode,
+                                                                 std::string_view payload,
                                                                  Listener& listener) {
     if (opcode == FrameScanner::Opcode::Close) return didReceiveClose(payload);
     if (opcode == FrameScanner::Opcode::Pong) {
@@ -314,18 +347,24 @@ WebSocketStream::Status WebSocketStream::Impl::didReceiveControl(FrameScanner::O
 WebSocketStream::Status WebSocketStream::Impl::didReceiveClose(std::string_view payload) {
     using Code = websocket::close_code;
     if (payload.empty()) return fail(Status::ClosedByPeer, Code::normal, "closed by the server");
-    if (payload.size() == 1) return fail(Status::Malformed, Code::protocol_error, "half a close code");
-    const unsigned code = static_cast<std::uint8_t>(payload[0]) * 256U + static_cast<std::uint8_t>(payload[1]);
-    if (!mayBeSent(code)) return fail(Status::Malformed, Code::protocol_error, "a close code that may not be sent");
+    if (payload.size() == 1)
+        return fail(Status::Malformed, Code::protocol_error, "half a close code");
+    const unsigned code =
+        static_cast<std::uint8_t>(payload[0]) * 256U + static_cast<std::uint8_t>(payload[1]);
+    if (!mayBeSent(code))
+        return fail(Status::Malformed, Code::protocol_error, "a close code that may not be sent");
     if (!detail::isValidUTF8(payload.substr(2))) {
         return fail(Status::Malformed, Code::bad_payload, "a close reason that is not UTF-8");
     }
-    return fail(Status::ClosedByPeer, static_cast<Code>(code), "closed by the server, code " + std::to_string(code));
+    return fail(Status::ClosedByPeer, static_cast<Code>(code),
+                "closed by the server, code " + std::to_string(code));
 }
 
-WebSocketStream::Status WebSocketStream::Impl::deliver(std::string_view message, Listener& listener) {
+WebSocketStream::Status WebSocketStream::Impl::deliver(std::string_view message,
+                                                       Listener& listener) {
     if (isTextMessage && !detail::isValidUTF8(message)) {
-        return fail(Status::Malformed, websocket::close_code::bad_payload, "a text that is not UTF-8");
+        return fail(Status::Malformed, websocket::close_code::bad_payload,
+                    "a text that is not UTF-8");
     }
     const auto next = listener.didReceiveMessage(isTextMessage, message);
     if (next == Listener::Next::Stop) state = State::Done;
@@ -333,15 +372,19 @@ WebSocketStream::Status WebSocketStream::Impl::deliver(std::string_view message,
     return Status::Open;
 }
 
-WebSocketStream::Status WebSocketStream::Impl::inflateAndDeliver(std::string_view frames, Listener& listener) {
+WebSocketStream::Status WebSocketStream::Impl::inflateAndDeliver(std::string_view frames,
+                                                                 Listener& listener) {
     layer().open(frames);
     auto& buffer = scratch();
-    if (buffer.size() < frames.size() + 1) buffer.resize(std::max<std::size_t>(frames.size() + 1, 16 * 1024));
+    if (buffer.size() < frames.size() + 1)
+        buffer.resize(std::max<std::size_t>(frames.size() + 1, 16 * 1024));
     std::size_t filled = 0;
     do {
         error_code error;
-        if (filled == buffer.size()) buffer.resize(std::min(buffer.size() * 2, options.maxMessageBytes + 1));
-        filled += stream.read_some(asio::buffer(buffer.data() + filled, buffer.size() - filled), error);
+        if (filled == buffer.size())
+            buffer.resize(std::min(buffer.size() * 2, options.maxMessageBytes + 1));
+        filled +=
+            stream.read_some(asio::buffer(buffer.data() + filled, buffer.size() - filled), error);
         if (!error) continue;
         state = State::Done;
         fault = error.message();
@@ -362,7 +405,9 @@ void WebSocketStream::Impl::write(bool isText, const Buffers& buffers) {
     stream.write(buffers, error);
 }
 
-void WebSocketStream::writeText(std::string_view text) { impl_->write(true, asio::buffer(text.data(), text.size())); }
+void WebSocketStream::writeText(std::string_view text) {
+    impl_->write(true, asio::buffer(text.data(), text.size()));
+}
 
 void WebSocketStream::writeBinary(std::string_view prefix, std::string_view bytes) {
     const std::array<asio::const_buffer, 2> parts{asio::buffer(prefix.data(), prefix.size()),
@@ -379,7 +424,8 @@ void WebSocketStream::writePing() {
 void WebSocketStream::writeClose() {
     if (impl_->state != Impl::State::Open) return;
     impl_->state = Impl::State::Done;
-    // Beast's close would wait for the peer's answer; the frame alone is wanted, and its owner bounds the waiting.
+    // Beast's close would wait for the peer's answer; the frame alone is wanted, and its owner
+    // bounds the waiting.
     error_code error;
     impl_->stream.close(websocket::close_code::normal, error);
 }

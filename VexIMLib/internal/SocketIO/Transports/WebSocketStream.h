@@ -15,8 +15,9 @@
 
 namespace vexim {
 
-/// The client's side of one WebSocket (RFC 6455), in memory: received bytes go in, messages and bytes to send come out.
-/// It wraps the Beast stream, which is instantiated in this class's source alone.
+/// The client's side of one WebSocket (RFC 6455), in memory: received bytes go in, messages and
+/// bytes to send come out. It wraps the Beast stream, which is instantiated in this class's source
+/// alone.
 class WebSocketStream {
 public:
     struct Options {
@@ -56,11 +57,13 @@ public:
     WebSocketStream& operator=(const WebSocketStream&) = delete;
     ~WebSocketStream();  // a handshake's handler is not called any more
 
-    void startHandshake(std::string_view host, std::string_view target, const HeaderList& headers, HandshakeHandler handler);
+    void startHandshake(std::string_view host, std::string_view target, const HeaderList& headers,
+                        HandshakeHandler handler);
     /// The peer's end of the connection is closed: a handshake under way ends.
     void endOfInput();
 
-    /// Takes bytes from the peer. Before the handshake has ended they are kept; call it with none when it has, and after a pause.
+    /// Takes bytes from the peer. Before the handshake has ended they are kept; call it with none
+    /// when it has, and after a pause.
     Status receive(std::string_view bytes, Listener& listener);
     /// What was wrong when `receive` did not answer Open; for a peer's close its code and reason.
     const std::string& fault() const noexcept;
@@ -78,7 +81,8 @@ public:
 
 private:
     struct Impl;
-    const std::shared_ptr<Impl> impl_;  // shared with a handshake under way, which Beast may still be in the middle of
+    // shared with a handshake under way, which Beast may still be in the middle of
+    const std::shared_ptr<Impl> impl_;
 };
 
 }  // namespace vexim

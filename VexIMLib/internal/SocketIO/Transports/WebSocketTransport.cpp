@@ -31,8 +31,8 @@ constexpr auto kGoodbye = 1s;
 constexpr std::size_t kMaxProxyHead = 16 * 1024;
 // Reads in one go, so that a busy connection leaves room for the others.
 constexpr int kReadsPerTurn = 4;
-// Of messages delivered together, for which each counts a quarter of a KiB more: it takes about that. A read of compressed ones
-// can be a thousand times as long as it looks.
+// Of messages delivered together, for which each counts a quarter of a KiB more: it takes about
+// that. A read of compressed ones can be a thousand times as long as it looks.
 constexpr std::size_t kPortionBytes = 256 * 1024;
 constexpr std::size_t kMessageBytes = 256;
 
@@ -50,11 +50,14 @@ public:
           resolver_(resolver),
           socket_(NetworkThreadAsio::ioContext()),
           timer_(NetworkThreadAsio::ioContext()),
-          stream_(NetworkThreadAsio::ioContext().get_executor(), {options_.maxMessageBytes, options_.offerDeflate}) {}
+          stream_(NetworkThreadAsio::ioContext().get_executor(),
+                  {options_.maxMessageBytes, options_.offerDeflate}) {}
 
     void open(std::string target, const std::string& cookies) override;
     void writeText(std::string_view text) override { stream_.writeText(text); }
-    void writeBinary(std::string_view prefix, std::string_view bytes) override { stream_.writeBinary(prefix, bytes); }
+    void writeBinary(std::string_view prefix, std::string_view bytes) override {
+        stream_.writeBinary(prefix, bytes);
+    }
     void writePing() override { stream_.writePing(); }
     void flush() override;
     std::size_t unsentBytes() const override { return raw_.size() - sent_ + stream_.outputBytes(); }
@@ -64,9 +67,20 @@ public:
     void drop() override;
 
 private:
-    enum class Stage : std::uint8_t { Resolving, Connecting, Proxying, Securing, Handshaking, Open, Closing, Closed };
+    enum class Stage : std::uint8_t {
+        Resolving,
+        Connecting,
+        Proxying,
+        Securing,
+        Handshaking,
+        Open,
+        Closing,
+        Closed
+    };
 
-    std::shared_ptr<LiveWebSocket> self() { return std::static_pointer_cast<LiveWebSocket>(shared_from_this()); }
+    std::shared_ptr<LiveWebSocket> self() {
+        return std::static_pointer_cast<LiveWebSocket>(shared_from_this());
+    }
 
     void didResolve(std::vector<std::string> addresses);
     void connectNext();
@@ -89,7 +103,8 @@ private:
     void didReceivePing() override { report(event::WebSocketPing{}); }
     void didReceivePong() override { report(event::WebSocketPong{}); }
 
-    void fail(event::WebSocketFailed::Stage stage, std::string reason, int httpStatus = 0, std::string body = {});
+    void fail(event::WebSocketFailed::Stage stage, std::string reason, int httpStatus = 0,
+              std::string body = {});
     void lose(event::WebSocketClosed::Cause cause, std::string reason);
     void report(const SessionEvent& what);
 
@@ -126,15 +141,17 @@ void LiveWebSocket::open(std::string target, const std::string& cookies) {
     headers_ = options_.headers;
     if (!cookies.empty()) headers_.emplace_back("Cookie", cookies);
     const std::string& host = options_.proxy ? options_.proxy->host : options_.endpoint.host;
-    lookup_ = resolver_.resolve(host, [weak = weak_from_this()](std::vector<std::string> addresses, const ErrorPtr&) {
-        if (const auto transport = std::static_pointer_cast<LiveWebSocket>(weak.lock()))
-            transport->didResolve(std::move(addresses));
-    });
+    lookup_ = resolver_.resolve(
+        host, [weak = weak_from_this()](std::vector<std::string> addresses, const ErrorPtr&) {
+            if (const auto transport = std::static_pointer_cast<LiveWebSocket>(weak.lock()))
+                transport->didResolve(std::move(addresses));
+        });
 }
 
 void LiveWebSocket::didResolve(std::vector<std::string> addresses) {
     if (stage_ != Stage::Resolving) return;
-    if (addresses.empty()) return fail(event::WebSocketFailed::Stage::Resolve, "The host could not be found.");
+    if (addresses.empty())
+        return fail(event::WebSocketFailed::Stage::Resolve, "The host could not be found.");
     stage_ = Stage::Connecting;
     addresses_ = std::move(addresses);
     connectNext();
@@ -144,7 +161,8 @@ void LiveWebSocket::connectNext() {
     error_code error;
     socket_.close(error);
     if (nextAddress_ == addresses_.size()) {
-        return fail(event::WebSocketFailed::Stage::Connect, "Could not connect: " + lastConnectError_.message() + ".");
+        return fail(event::WebSocketFailed::Stage::Connect,
+                    "Could not connect: " + lastConnectError_.message() + ".");
     }
     const auto address = asio::ip::make_address(addresses_[nextAddress_++], error);
     if (error) {
@@ -155,18 +173,20 @@ void LiveWebSocket::connectNext() {
     if (attempt < addresses_.size()) {
         timer_.expires_after(kPerAddress);
         timer_.async_wait([self = self(), attempt](error_code cancelled) {
-            if (cancelled || self->stage_ != Stage::Connecting || self->nextAddress_ != attempt) return;
+            if (cancelled || self->stage_ != Stage::Connecting || self->nextAddress_ != attempt)
+                return;
             self->lastConnectError_ = asio::error::timed_out;
             self->connectNext();
         });
     }
     const std::uint16_t port = options_.proxy ? options_.proxy->port : options_.endpoint.port;
-    socket_.async_connect(tcp::endpoint(address, port), [self = self(), attempt](error_code failed) {
-        if (self->stage_ != Stage::Connecting || self->nextAddress_ != attempt) return;
-        if (!failed) return self->didConnect();
-        self->lastConnectError_ = failed;
-        self->connectNext();
-    });
+    socket_.async_connect(
+        tcp::endpoint(address, port), [self = self(), attempt](error_code failed) {
+            if (self->stage_ != Stage::Connecting || self->nextAddress_ != attempt) return;
+            if (!failed) return self->didConnect();
+            self->lastConnectError_ = failed;
+            self->connectNext();
+        });
 }
 
 void LiveWebSocket::didConnect() {
@@ -185,19 +205,23 @@ void LiveWebSocket::didReachServer() {
     if (!options_.endpoint.isSecure) return startHandshake();
     stage_ = Stage::Securing;
     tls_ = TlsSession::create(options_.trust.trust, options_.endpoint.host);
-    if (!tls_) return fail(event::WebSocketFailed::Stage::Tls, impossibleHost(options_.endpoint.host).words);
-    if (tls_->start() != TlsSession::Status::Open) return fail(event::WebSocketFailed::Stage::Tls, tls_->fault());
+    if (!tls_)
+        return fail(event::WebSocketFailed::Stage::Tls,
+                    impossibleHost(options_.endpoint.host).words);
+    if (tls_->start() != TlsSession::Status::Open)
+        return fail(event::WebSocketFailed::Stage::Tls, tls_->fault());
     flush();
 }
 
 void LiveWebSocket::startHandshake() {
     stage_ = Stage::Handshaking;
-    stream_.startHandshake(options_.endpoint.authority(), target_, headers_,
-                           [weak = weak_from_this()](WebSocketStream::HandshakeResult result) {
-                               if (const auto transport = std::static_pointer_cast<LiveWebSocket>(weak.lock())) {
-                                   transport->didHandshake(std::move(result));
-                               }
-                           });
+    stream_.startHandshake(
+        options_.endpoint.authority(), target_, headers_,
+        [weak = weak_from_this()](WebSocketStream::HandshakeResult result) {
+            if (const auto transport = std::static_pointer_cast<LiveWebSocket>(weak.lock())) {
+                transport->didHandshake(std::move(result));
+            }
+        });
     flush();
 }
 
@@ -232,7 +256,8 @@ void LiveWebSocket::setPaused(bool paused) {
 
 void LiveWebSocket::readOn() {
     asio::post(socket_.get_executor(), [self = self()] {
-        if (self->stage_ == Stage::Open && self->isPaused_ && self->deliverKept()) self->readInput(1);
+        if (self->stage_ == Stage::Open && self->isPaused_ && self->deliverKept())
+            self->readInput(1);
     });
 }
 
@@ -282,7 +307,8 @@ void LiveWebSocket::didReceive(std::string_view bytes) {
         case TlsSession::Status::Open: return;
         case TlsSession::Status::Closed: return inputEnded("");
         case TlsSession::Status::Failed:
-            if (stage_ == Stage::Securing) return fail(event::WebSocketFailed::Stage::Tls, tls_->fault());
+            if (stage_ == Stage::Securing)
+                return fail(event::WebSocketFailed::Stage::Tls, tls_->fault());
             return inputEnded(tls_->fault());
     }
 }
@@ -293,9 +319,11 @@ void LiveWebSocket::didReceiveFromProxy(std::string_view bytes) {
     const bool isWhole = end != std::string::npos;
     if (!isWhole && proxyAnswer_.size() <= kMaxProxyHead) return;
     const bool isHttp = isWhole && proxyAnswer_.starts_with("HTTP/1.") && proxyAnswer_.size() > 12;
-    if (!isHttp) return fail(event::WebSocketFailed::Stage::Proxy, "The proxy's answer makes no sense.");
+    if (!isHttp)
+        return fail(event::WebSocketFailed::Stage::Proxy, "The proxy's answer makes no sense.");
     const int status = std::atoi(proxyAnswer_.c_str() + 9);
-    if (status / 100 != 2) return fail(event::WebSocketFailed::Stage::Proxy, proxyRefusal(status), status);
+    if (status / 100 != 2)
+        return fail(event::WebSocketFailed::Stage::Proxy, proxyRefusal(status), status);
     const std::string rest = proxyAnswer_.substr(end + 4);
     proxyAnswer_.clear();
     didReachServer();
@@ -328,7 +356,8 @@ void LiveWebSocket::didReceivePlain(std::string_view bytes) {
     flush();
 }
 
-WebSocketStream::Listener::Next LiveWebSocket::didReceiveMessage(bool isText, std::string_view bytes) {
+WebSocketStream::Listener::Next LiveWebSocket::didReceiveMessage(bool isText,
+                                                                 std::string_view bytes) {
     if (isText) {
         report(event::WebSocketText{bytes});
     } else {
@@ -348,9 +377,11 @@ void LiveWebSocket::inputEnded(std::string reason) {
         case Stage::Connecting: return fail(Failed::Connect, std::move(reason));
         case Stage::Proxying: return fail(Failed::Proxy, "The proxy closed the connection.");
         case Stage::Securing: return fail(Failed::Cut, handshakeFault({}).words);
-        case Stage::Handshaking: return stream_.endOfInput();  // an answer without a length ends with the connection
+        // an answer without a length ends with the connection
+        case Stage::Handshaking: return stream_.endOfInput();
         case Stage::Open:
-            return lose(reason.empty() ? event::WebSocketClosed::Cause::Peer : event::WebSocketClosed::Cause::Network,
+            return lose(reason.empty() ? event::WebSocketClosed::Cause::Peer
+                                       : event::WebSocketClosed::Cause::Network,
                         std::move(reason));
         case Stage::Closing: return drop();
         case Stage::Closed: return;
@@ -381,7 +412,8 @@ void LiveWebSocket::sendRaw() {
     if (awaitsRoom_ || stage_ == Stage::Closed) return;
     while (sent_ < raw_.size()) {
         error_code error;
-        const std::size_t count = socket_.write_some(asio::buffer(raw_.data() + sent_, raw_.size() - sent_), error);
+        const std::size_t count =
+            socket_.write_some(asio::buffer(raw_.data() + sent_, raw_.size() - sent_), error);
         if (error == asio::error::would_block || error == asio::error::try_again) {
             awaitsRoom_ = true;
             socket_.async_wait(tcp::socket::wait_write, [self = self()](error_code failed) {
@@ -434,7 +466,8 @@ void LiveWebSocket::drop() {
         tls_->close();
         error_code ignored;
         const std::string& bytes = tls_->output();
-        if (sent_ == raw_.size() && !bytes.empty()) socket_.write_some(asio::buffer(bytes), ignored);
+        if (sent_ == raw_.size() && !bytes.empty())
+            socket_.write_some(asio::buffer(bytes), ignored);
     }
     lookup_.reset();
     timer_.cancel();
@@ -442,12 +475,14 @@ void LiveWebSocket::drop() {
     socket_.close(ignored);
 }
 
-void LiveWebSocket::fail(event::WebSocketFailed::Stage stage, std::string reason, int httpStatus, std::string body) {
+void LiveWebSocket::fail(event::WebSocketFailed::Stage stage, std::string reason, int httpStatus,
+                         std::string body) {
     TransportListener* const listener = listener_;
     const auto owner = self();
     drop();
     if (!listener) return;
-    listener->didHappen(event::WebSocketFailed{stage, std::move(reason), httpStatus, std::move(body)});
+    listener->didHappen(
+        event::WebSocketFailed{stage, std::move(reason), httpStatus, std::move(body)});
     listener->didEndTurn();
 }
 
@@ -466,7 +501,8 @@ void LiveWebSocket::report(const SessionEvent& what) {
 
 }  // namespace
 
-std::shared_ptr<WebSocketTransport> WebSocketTransport::create(TransportOptions options, TransportListener& listener,
+std::shared_ptr<WebSocketTransport> WebSocketTransport::create(TransportOptions options,
+                                                               TransportListener& listener,
                                                                HostResolver& resolver) {
     return std::make_shared<LiveWebSocket>(std::move(options), listener, resolver);
 }

@@ -11,15 +11,19 @@
 
 namespace vexim {
 
-/// Carries a session's messages over one WebSocket: lookup, TCP, proxy, TLS, handshake, frames. Lives on the network thread.
+/// Carries a session's messages over one WebSocket: lookup, TCP, proxy, TLS, handshake, frames.
+/// Lives on the network thread.
 class WebSocketTransport : public std::enable_shared_from_this<WebSocketTransport> {
 public:
-    /// `listener` must outlive the transport or its `close` or `drop`; nothing is called after these.
-    static std::shared_ptr<WebSocketTransport> create(TransportOptions options, TransportListener& listener,
+    /// `listener` must outlive the transport or its `close` or `drop`; nothing is called after
+    /// these.
+    static std::shared_ptr<WebSocketTransport> create(TransportOptions options,
+                                                      TransportListener& listener,
                                                       HostResolver& resolver);
     virtual ~WebSocketTransport() = default;
 
-    /// Connects and asks for `target`. WebSocketOpened or WebSocketFailed follows, then messages, then WebSocketClosed.
+    /// Connects and asks for `target`. WebSocketOpened or WebSocketFailed follows, then messages,
+    /// then WebSocketClosed.
     virtual void open(std::string target, const std::string& cookies) = 0;
 
     // These collect; `flush` sends.
@@ -35,7 +39,8 @@ public:
     /// Reads a portion, soon: 64 KiB of the wire at most.
     virtual void readOn() = 0;
 
-    /// Sends what was written and a close frame, waits at most a second for the peer's, and lets go.
+    /// Sends what was written and a close frame, waits at most a second for the peer's, and lets
+    /// go.
     virtual void close() = 0;
     /// Lets go at once.
     virtual void drop() = 0;
