@@ -45,6 +45,12 @@ TEST(VXIMClientConfiguration, RefusesWhatWouldTrustTheWrongServer) {
             configuration->setPinnedKeys({pin, "AAAA"});
         }),
         "NSInvalidArgumentException: A pin is the base64 of a key's SHA-256 digest, which has 44 characters.");
+    const std::pair<const char*, std::string> pins[] = {
+        {"bits that a digest does not have", std::string(42, 'A') + "B="},
+        {"31 bytes", std::string(42, 'A') + "=="},
+        {"a blank for a letter", " " + std::string(42, 'A') + "="},
+    };
+    for (const auto& [why, text] : pins) EXPECT_FALSE(VXIMClientConfiguration::isPin(text)) << why;
     EXPECT_EQ(vexim::testing::raised([&] { configuration->setCaFile(""); }),
               "NSInvalidArgumentException: caFile must not be empty.");
     EXPECT_EQ(vexim::testing::raised([&] { configuration->setCaPEM(""); }),

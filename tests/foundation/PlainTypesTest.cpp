@@ -14,6 +14,7 @@
 #include "VexIMLib/Foundation/Random.h"
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/Testing/ManualClock.h"
+#include "VexIMLib/internal/Foundation/Text/Base64.h"
 #include "support/LogCapture.h"
 #include "support/SeededRandom.h"
 
@@ -35,6 +36,53 @@ TEST(Data, SharesAndTakesBuffersOver) {
     EXPECT_EQ(Data(std::string_view()), Data());
     EXPECT_EQ(Value(data).description().size(),
               std::string("{length = 1000, bytes = 0x}").size() + 48 + std::string("…").size());
+}
+
+TEST(Base64, WritesAndReadsThePublishedTexts) {
+    const std::pair<const char*, const char*> cases[] = {
+        // RFC 4648, section 10
+        {"", ""},
+        {"f", "Zg=="},
+        {"fo", "Zm8="},
+        {"foo", "Zm9v"},
+        {"foob", "Zm9vYg=="},
+        {"fooba", "Zm9vYmE="},
+        {"foobar", "Zm9vYmFy"},
+        {"\xfb\xff", "+/8="},
+    };
+    for (const auto& [bytes, text] : cases) {
+        EXPECT_EQ(encodeBase64(bytes), text);
+        EXPECT_EQ(decodeBase64(text), bytes);
+    }
+    EXPECT_EQ(decodeBase64("Zh=="), "f") << "bits that nothing needs";
+    // longer than what is read and written at once, with an end of each kind
+    for (const std::size_t size : {3'145'728U, 3'145'729U, 6'291'458U}) {
+        std::string bytes(size, '\0');
+        for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7 + i / 251);
+        const std::string text = encodeBase64(bytes);
+        EXPECT_EQ(text.size(), (size + 2) / 3 * 4);
+        EXPECT_TRUE(decodeBase64(text) == bytes) << size;
+    }
+}
+
+TEST(Base64, RefusesWhatIsNotWholeGroupsOfTheAlphabet) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"no padding", "Zg"},
+        {"half a padding", "Zg="},
+        {"padding that makes a group of its own", "Zm9v===="},
+        {"only padding", "===="},
+        {"three paddings", "Z==="},
+        {"padding before the end", "Zg==Zm9v"},
+        {"padding inside a group", "Z=9v"},
+        {"a blank before", " Zm9"},
+        {"a line end behind", "Zm9v\r\n\r\n"},
+        {"a blank inside", "Zm 9v Yg"},
+        {"the mark of an end", "Zm9v----"},
+        {"the alphabet of URLs", "-_8="},
+        {"a byte above ASCII", "Zm9\xfc"},
+    };
+    for (const auto& [why, text] : cases) EXPECT_FALSE(decodeBase64(text)) << why;
+    EXPECT_FALSE(decodeBase64(std::string_view("Zm9\0", 4)));
 }
 
 TEST(Date, ConvertsToTheMicrosecondAndSaturates) {

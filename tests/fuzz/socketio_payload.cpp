@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "VexIMLib/internal/SocketIO/Protocol/Base64.h"
+#include "VexIMLib/internal/Foundation/Text/Base64.h"
 #include "VexIMLib/internal/SocketIO/Protocol/Payload.h"
 
 namespace {

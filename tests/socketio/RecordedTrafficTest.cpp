@@ -9,8 +9,8 @@
 
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/Foundation/URL.h"
+#include "VexIMLib/internal/Foundation/Text/Base64.h"
 #include "VexIMLib/internal/SocketIO/Client/SocketIOOptions.h"
-#include "VexIMLib/internal/SocketIO/Protocol/Base64.h"
 #include "VexIMLib/internal/SocketIO/Protocol/OpenPacket.h"
 #include "VexIMLib/internal/SocketIO/Protocol/Packet.h"
 #include "VexIMLib/internal/SocketIO/Protocol/Payload.h"

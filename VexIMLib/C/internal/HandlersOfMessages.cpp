@@ -7,7 +7,7 @@
 
 #include "VexIMLib/C/internal/Handlers.h"
 #include "VexIMLib/C/internal/Operations.h"
-#include "VexIMLib/internal/SocketIO/Protocol/Base64.h"
+#include "VexIMLib/internal/Foundation/Text/Base64.h"
 
 namespace vexim::c::handlers {
 

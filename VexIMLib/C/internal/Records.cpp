@@ -10,8 +10,8 @@
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/VXIMMessageTarget.h"
+#include "VexIMLib/internal/Foundation/Text/Base64.h"
 #include "VexIMLib/internal/Foundation/Text/PlainText.h"
-#include "VexIMLib/internal/SocketIO/Protocol/Base64.h"
 
 namespace vexim::c {
 

@@ -13,29 +13,8 @@
 #include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/VXIMClientDelegate.h"
 #include "VexIMLib/VXIMUser.h"
-#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
+#include "VexIMLib/internal/Foundation/Threads/SharedSlot.h"
 #include "VexIMLib/internal/Platform/Facts/EventRecord.h"
-
-/// A pointer that one thread sets and any may read.
-template <class T>
-class SharedPointer {
-public:
-    std::shared_ptr<T> get() const {
-        vexim::MutexLock lock(mutex_);
-        return pointer_;
-    }
-    void set(std::shared_ptr<T> pointer) {
-        {
-            vexim::MutexLock lock(mutex_);
-            pointer_.swap(pointer);
-        }
-        // The former one is released here, outside the lock: its destructor may come back.
-    }
-
-private:
-    mutable vexim::Mutex mutex_;
-    std::shared_ptr<T> pointer_ VEXIM_GUARDED_BY(mutex_);
-};
 
 struct VXIMClient::Impl {
     // Constant after construction.
@@ -46,8 +25,9 @@ struct VXIMClient::Impl {
     // Any thread.
     const std::shared_ptr<vexim::EventRecord> record = std::make_shared<vexim::EventRecord>();
     std::atomic<VXIMClientStatus> status{VXIMClientStatusNone};
-    SharedPointer<VXIMUser> currentUser;  // set on the main thread, and by a login on its caller's
-    SharedPointer<vexim::SocketIOClient> socketio;
+    // set on the main thread, and by a login on its caller's
+    vexim::detail::SharedSlot<VXIMUser> currentUser;
+    vexim::detail::SharedSlot<vexim::SocketIOClient> socketio;
     /// The connection is down for another reason than a logout, or has been since the last one.
     std::atomic<bool> offlineTemporally{false};
     /// A logout has removed the installation and waits for the connection to close.

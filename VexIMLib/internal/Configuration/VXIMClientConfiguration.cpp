@@ -7,7 +7,8 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/Foundation/Value.h"
-#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
+#include "VexIMLib/internal/Foundation/Text/Base64.h"
+#include "VexIMLib/internal/Foundation/Threads/SharedSlot.h"
 
 #ifndef VEXIM_DEFAULT_BASE_URL
 #error "the build names the service's default origin"
@@ -86,12 +87,10 @@ void VXIMClientConfiguration::setText(const char* option, const std::optional<st
 }
 
 bool VXIMClientConfiguration::isPin(std::string_view text) noexcept {
-    // RFC 4648, section 4: 32 bytes take 44 characters, and the last two bits of the last one
-    // before the "=" are zero.
-    constexpr std::string_view kAlphabet =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    return text.size() == 44 && text.find_first_not_of(kAlphabet) == 43 && text[43] == '=' &&
-           kAlphabet.find(text[42]) % 4 == 0;
+    constexpr std::size_t kDigestBytes = 32;
+    const auto digest = vexim::decodeBase64(text);
+    // The other way, too: several texts decode to the same bytes.
+    return digest && digest->size() == kDigestBytes && vexim::encodeBase64(*digest) == text;
 }
 
 void VXIMClientConfiguration::setPinnedKeys(std::vector<std::string> pins) {
@@ -132,14 +131,9 @@ namespace vexim {
 
 namespace {
 
-struct Slot {
-    Mutex mutex;
-    std::shared_ptr<VXIMClientConfiguration> configuration VEXIM_GUARDED_BY(mutex);
-};
-
 /// Requests may still be built while the process exits, so it is never destroyed.
-Slot& slot() {
-    static Slot& slot = *new Slot;
+detail::SharedSlot<VXIMClientConfiguration>& slot() {
+    static auto& slot = *new detail::SharedSlot<VXIMClientConfiguration>;
     return slot;
 }
 
@@ -147,18 +141,11 @@ Slot& slot() {
 
 ConfigurationSlot& ConfigurationSlot::operator=(
     std::shared_ptr<VXIMClientConfiguration> configuration) {
-    {
-        MutexLock lock(slot().mutex);
-        slot().configuration.swap(configuration);
-    }
-    // the previous one, if it was the last reference, is released here, without the lock
+    slot().set(std::move(configuration));
     return *this;
 }
 
-std::shared_ptr<VXIMClientConfiguration> ConfigurationSlot::get() const {
-    MutexLock lock(slot().mutex);
-    return slot().configuration;
-}
+std::shared_ptr<VXIMClientConfiguration> ConfigurationSlot::get() const { return slot().get(); }
 
 }  // namespace vexim
 

@@ -4,6 +4,8 @@
 #include <cwctype>
 #include <utility>
 
+#include "VexIMLib/internal/Foundation/Text/UTF8.h"
+
 namespace vexim {
 
 namespace {
@@ -28,8 +30,8 @@ struct Character {
 /// The first character of UTF-8 text; a broken sequence counts as one byte that has no upper case.
 Character firstCharacter(std::string_view text) {
     const auto lead = static_cast<unsigned char>(text.front());
-    const std::size_t size = lead < 0xC0 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    if (size == 1 || size > text.size()) return {lead < 0x80 ? lead : U'\0', 1};
+    const std::size_t size = detail::utf8SequenceLength(text);
+    if (size <= 1) return {size == 1 ? lead : U'\0', 1};
     char32_t codePoint = lead & (0x7FU >> size);
     for (const char byte : text.substr(1, size - 1))
         codePoint = (codePoint << 6) | (static_cast<unsigned char>(byte) & 0x3FU);

@@ -8,6 +8,7 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Runtime/Selector.h"
 #include "VexIMLib/Foundation/Scalars.h"
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
 
 namespace vexim {
 
@@ -128,7 +129,7 @@ private:
         // no sane type is larger, and products stay far from overflow
         constexpr std::size_t kMost = 1U << 20;
         std::size_t number = 0;
-        while (!rest_.empty() && rest_.front() >= '0' && rest_.front() <= '9') {
+        while (!rest_.empty() && detail::isDigit(rest_.front())) {
             number = number * 10 + static_cast<std::size_t>(take() - '0');
             if (number > kMost) fail();
         }

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <charconv>
 
+#include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/Foundation/Object.h"
 
 namespace vexim::detail {
 
 namespace {
 
-constexpr int kMaxDepth = 512;
 constexpr std::size_t kShownBytes = 24;
 
 template <class Number>
@@ -34,7 +34,7 @@ void appendData(const Data& data, std::string& text) {
     text += '}';
 }
 
-void append(const Value& value, std::string& text, int depth) {
+void append(const Value& value, std::string& text, std::size_t depth) {
     switch (value.kind()) {
         case Value::Kind::Nil: text += "(null)"; return;
         case Value::Kind::Null: text += "<null>"; return;
@@ -48,7 +48,7 @@ void append(const Value& value, std::string& text, int depth) {
         case Value::Kind::Array:
         case Value::Kind::Dictionary: break;
     }
-    if (depth >= kMaxDepth) {
+    if (depth >= kJSONMaxDepth) {
         text += "…";
         return;
     }

@@ -6,7 +6,7 @@
 
 namespace vexim::detail {
 
-/// Appends what `%@` prints for `value`. Nesting beyond 512 is shown as "…".
+/// Appends what `%@` prints for `value`. Nesting beyond `kJSONMaxDepth` is shown as "…".
 void describe(const Value& value, std::string& text);
 
 }  // namespace vexim::detail

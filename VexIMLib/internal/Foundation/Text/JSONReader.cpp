@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
 #include "VexIMLib/internal/Foundation/Text/BoundedJSON.h"
 #include "VexIMLib/internal/Foundation/Values/Stores.h"
 
@@ -230,19 +231,12 @@ private:
     json::basic_parser<Builder> parser_{options()};
 };
 
-int hexDigit(char c) noexcept {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
 // The code unit of the escape \uXXXX at `at`, or -1 when there is none.
 int escapedUnit(std::string_view text, std::size_t at) noexcept {
     if (at + 6 > text.size() || text[at] != '\\' || text[at + 1] != 'u') return -1;
     int unit = 0;
     for (std::size_t i = at + 2; i < at + 6; ++i) {
-        int digit = hexDigit(text[i]);
+        int digit = detail::hexDigit(text[i]);
         if (digit < 0) return -1;
         unit = unit * 16 + digit;
     }

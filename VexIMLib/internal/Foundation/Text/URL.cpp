@@ -5,6 +5,8 @@
 #include <system_error>
 #include <vector>
 
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
+
 namespace vexim {
 
 // An absolute URL (RFC 3986), by example:
@@ -14,31 +16,18 @@ namespace vexim {
 
 namespace {
 
+using detail::hexDigit;
+using detail::isDigit;
+using detail::isLetter;
+
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 
-int hexDigit(char c) noexcept {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-bool isAlpha(char c) noexcept { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
 bool isUnreserved(char c) noexcept {
-    return isAlpha(c) || isDigit(c) || c == '-' || c == '.' || c == '_' || c == '~';
+    return isLetter(c) || isDigit(c) || c == '-' || c == '.' || c == '_' || c == '~';
 }
 
 bool contains(std::string_view set, char c) noexcept {
     return set.find(c) != std::string_view::npos;
-}
-
-std::string lowerCase(std::string_view text) {
-    std::string lower(text);
-    for (char& c : lower) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return lower;
 }
 
 template <class Predicate>
@@ -76,10 +65,10 @@ bool hasOnlyURLCharacters(std::string_view text) noexcept {
 
 // The length of "scheme" in "scheme:…", or 0.
 std::size_t schemeLength(std::string_view text) noexcept {
-    if (text.empty() || !isAlpha(text.front())) return 0;
+    if (text.empty() || !isLetter(text.front())) return 0;
     std::size_t at = 1;
     while (at < text.size() &&
-           (isAlpha(text[at]) || isDigit(text[at]) || contains("+-.", text[at])))
+           (isLetter(text[at]) || isDigit(text[at]) || contains("+-.", text[at])))
         ++at;
     return at < text.size() && text[at] == ':' ? at : 0;
 }
@@ -129,7 +118,7 @@ std::optional<URL> URL::parse(std::string_view text) {
     url.text_ = text;
     auto rest = std::string_view(url.text_);
     if (auto length = schemeLength(rest)) {
-        url.scheme_ = lowerCase(rest.substr(0, length));
+        url.scheme_ = detail::lowerCase(rest.substr(0, length));
         rest.remove_prefix(length + 1);
     }
     if (rest.starts_with("//")) {
@@ -243,7 +232,7 @@ std::string percentEncode(std::string_view text) { return encode(text, isUnreser
 
 std::string percentEscapeLegacy(std::string_view text) {
     return encode(text, [](char c) {
-        return isAlpha(c) || isDigit(c) || contains("-_.!~*'();/?:@&=+$,", c);
+        return isLetter(c) || isDigit(c) || contains("-_.!~*'();/?:@&=+$,", c);
     });
 }
 

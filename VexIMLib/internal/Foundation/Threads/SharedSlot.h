@@ -7,8 +7,7 @@
 
 namespace vexim::detail {
 
-/// A shared pointer that any thread may read and replace. Meant for statics that are never
-/// destroyed.
+/// A shared pointer that any thread may read and replace. A static one is never destroyed.
 template <class T>
 class SharedSlot {
 public:

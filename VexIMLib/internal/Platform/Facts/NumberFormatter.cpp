@@ -9,15 +9,15 @@
 #include <charconv>
 #include <string>
 
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
+
 namespace vexim {
 namespace {
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 /// Takes the leading digits off `text` and appends them to `digits`.
 std::size_t takeDigits(std::string_view& text, std::string& digits) {
     std::size_t count = 0;
-    while (count < text.size() && isDigit(text[count])) ++count;
+    while (count < text.size() && detail::isDigit(text[count])) ++count;
     digits.append(text.substr(0, count));
     text.remove_prefix(count);
     return count;
@@ -33,11 +33,7 @@ bool takeSign(std::string_view& text, std::string& digits) {
 }  // namespace
 
 Value numberFromString(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t\r\n";
-    const auto first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos) return nullptr;
-    text = text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-
+    text = detail::trimmed(text);
     std::string plain;  // what from_chars reads: no grouping, no '+'
     takeSign(text, plain);
     std::size_t whole = takeDigits(text, plain);

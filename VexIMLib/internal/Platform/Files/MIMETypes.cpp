@@ -9,18 +9,12 @@
 #include <fstream>
 #include <sstream>
 
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
+
 namespace vexim {
 namespace {
 
 using Types = std::unordered_map<std::string, std::string>;
-
-std::string lowerCase(std::string_view text) {
-    std::string lower(text);
-    for (char& c : lower) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return lower;
-}
 
 const Types& builtIn() {
     static const auto* const types = new Types{
@@ -68,7 +62,7 @@ Types parseMIMEGlobs(std::string_view globs2) {
         const auto pattern =
             line.substr(afterType + 1, line.find(':', afterType + 1) - afterType - 1);
         if (type.empty() || !pattern.starts_with("*.")) continue;
-        const auto extension = lowerCase(pattern.substr(2));
+        const auto extension = detail::lowerCase(pattern.substr(2));
         if (extension.empty() || extension.find_first_of("*?[") != std::string::npos) continue;
 
         const auto known = weights.find(extension);
@@ -80,7 +74,7 @@ Types parseMIMEGlobs(std::string_view globs2) {
 }
 
 std::optional<std::string> mimeTypeForExtension(std::string_view extension) {
-    const auto name = lowerCase(extension);
+    const auto name = detail::lowerCase(extension);
     for (const Types* types : {&fromSystem(), &builtIn()}) {
         if (const auto found = types->find(name); found != types->end()) return found->second;
     }

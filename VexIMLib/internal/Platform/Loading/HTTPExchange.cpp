@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
 #include "VexIMLib/internal/Platform/Facts/URLErrors.h"
 #include "VexIMLib/internal/Platform/Loading/BodyReader.h"
 #include "VexIMLib/internal/Platform/Loading/CurlHandle.h"
@@ -38,7 +39,7 @@ bool isFraming(std::string_view name) {
 std::optional<std::uint64_t> announcedBodyLength(const URLRequest& request) {
     if (!request.body.empty() || !request.bodyStream) return request.body.size();
     const std::string* const header = request.headers.find("Content-Length");
-    const auto length = header ? parseContentLength(trimmedFieldValue(*header)) : std::nullopt;
+    const auto length = header ? parseContentLength(detail::trimmed(*header)) : std::nullopt;
     if (!length) return std::nullopt;
     return static_cast<std::uint64_t>(*length);
 }
@@ -240,7 +241,7 @@ bool HTTPExchange::Impl::receiveHeader(std::string_view line) {
         return false;
     }
     if (headEnded_) return true;  // a trailer
-    const std::string_view text = trimmedFieldValue(line);
+    const std::string_view text = detail::trimmed(line);
     if (text.empty()) return finishHead();
     if (line.starts_with("HTTP/")) {
         fields_.clear();  // also drops what an interim answer said
@@ -249,7 +250,7 @@ bool HTTPExchange::Impl::receiveHeader(std::string_view line) {
     const auto colon = text.find(':');
     if (colon == std::string_view::npos || colon == 0) return true;
     fields_.add(std::string(text.substr(0, colon)),
-                std::string(trimmedFieldValue(text.substr(colon + 1))));
+                std::string(detail::trimmed(text.substr(colon + 1))));
     return true;
 }
 

@@ -4,24 +4,18 @@
 #include <charconv>
 #include <system_error>
 
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
+
 namespace vexim {
-namespace {
-
-constexpr char lower(char c) noexcept {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-}  // namespace
 
 bool sameHeaderName(std::string_view a, std::string_view b) noexcept {
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                      [](char x, char y) { return lower(x) == lower(y); });
+    return detail::equalsIgnoringCase(a, b);
 }
 
 bool isHeaderName(std::string_view name) noexcept {
     constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
     return !name.empty() && std::all_of(name.begin(), name.end(), [&](char c) {
-        return (c >= '0' && c <= '9') || (lower(c) >= 'a' && lower(c) <= 'z') ||
+        return detail::isDigit(c) || detail::isLetter(c) ||
                kMarks.find(c) != std::string_view::npos;
     });
 }
@@ -70,12 +64,6 @@ std::optional<std::string> HTTPHeaderFields::value(std::string_view name) const 
     return joined;
 }
 
-std::string_view trimmedFieldValue(std::string_view text) {
-    const auto first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
-
 std::optional<std::int64_t> parseContentLength(std::string_view text) {
     std::int64_t length = 0;
     const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), length);
@@ -91,7 +79,7 @@ std::optional<std::int64_t> statedContentLength(const HTTPHeaderFields& headers)
     const std::string joined = *headers.value("Content-Length");
     for (std::string_view rest = joined;;) {
         const auto comma = std::min(rest.find(','), rest.size());
-        const auto length = parseContentLength(trimmedFieldValue(rest.substr(0, comma)));
+        const auto length = parseContentLength(detail::trimmed(rest.substr(0, comma)));
         if (!length || (stated && *stated != *length)) return std::nullopt;
         stated = length;
         if (comma == rest.size()) return stated;

@@ -52,9 +52,6 @@ bool isHeaderName(std::string_view name) noexcept;
 /// Whether `value` can be sent: no CR, LF or NUL, which could smuggle further fields in.
 bool isHeaderValue(std::string_view value) noexcept;
 
-/// Without the white space around it.
-std::string_view trimmedFieldValue(std::string_view text);
-
 /// nullopt for what is no number, a negative one, and one beyond 63 bits.
 std::optional<std::int64_t> parseContentLength(std::string_view text);
 

@@ -1,8 +1,5 @@
 #include "VexIMLib/internal/Platform/Trust/TrustOptions.h"
 
-#include <openssl/evp.h>
-#include <openssl/sha.h>
-
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -10,16 +7,14 @@
 #include "VexIMLib/Foundation/Array.h"
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
+#include "VexIMLib/internal/Foundation/Text/Base64.h"
 
 namespace vexim {
 namespace {
 
 std::optional<std::string> readPin(std::string_view text) {
     if (!VXIMClientConfiguration::isPin(text)) return std::nullopt;
-    unsigned char bytes[SHA256_DIGEST_LENGTH + 1];  // with what the padding decodes to
-    EVP_DecodeBlock(bytes, reinterpret_cast<const unsigned char*>(text.data()),
-                    static_cast<int>(text.size()));
-    return std::string(reinterpret_cast<const char*>(bytes), SHA256_DIGEST_LENGTH);
+    return decodeBase64(text);
 }
 
 /// An empty text or list would trust more than whoever set it meant.

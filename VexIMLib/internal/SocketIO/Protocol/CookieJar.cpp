@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
+
 namespace vexim {
 namespace {
 
@@ -15,13 +17,8 @@ void CookieJar::store(std::string_view setCookie) {
     const std::string_view pair = setCookie.substr(0, setCookie.find(';'));
     const auto equals = pair.find('=');
     if (equals == std::string_view::npos || pair.size() > kMaxCookieBytes) return;
-    const auto trimmed = [](std::string_view text) {
-        while (text.starts_with(' ') || text.starts_with('\t')) text.remove_prefix(1);
-        while (text.ends_with(' ') || text.ends_with('\t')) text.remove_suffix(1);
-        return std::string(text);
-    };
-    std::string name = trimmed(pair.substr(0, equals));
-    std::string value = trimmed(pair.substr(equals + 1));
+    std::string name(detail::trimmed(pair.substr(0, equals)));
+    std::string value(detail::trimmed(pair.substr(equals + 1)));
     const auto isControl = [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; };
     if (name.empty() || std::ranges::any_of(name, isControl) ||
         std::ranges::any_of(value, isControl))

@@ -1,6 +1,6 @@
 #include "VexIMLib/internal/SocketIO/Protocol/EnginePacket.h"
 
-#include "VexIMLib/internal/SocketIO/Protocol/Base64.h"
+#include "VexIMLib/internal/Foundation/Text/Base64.h"
 
 // An Engine.IO packet, as text:
 // packet := type data            type := '0'..'6'  open, close, ping, pong, message, upgrade, noop

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/Dictionary.h"
-#include "VexIMLib/internal/SocketIO/Protocol/Base64.h"
+#include "VexIMLib/internal/Foundation/Text/Base64.h"
 #include "VexIMLib/internal/SocketIO/Protocol/EngineError.h"
 #include "VexIMLib/internal/SocketIO/Protocol/EngineSession.h"
 #include "VexIMLib/internal/SocketIO/Protocol/Payload.h"

@@ -4,6 +4,7 @@
 #include <charconv>
 #include <utility>
 
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
 #include "VexIMLib/internal/Foundation/Text/BoundedJSON.h"
 #include "VexIMLib/internal/Foundation/Text/UTF8.h"
 
@@ -246,7 +247,7 @@ PacketDecoder::Result PacketDecoder::text(std::string_view text) {
     }
     // As the other parsers read it: digits here are an id, also where a number could be the
     // payload.
-    if (!text.empty() && text.front() >= '0' && text.front() <= '9') {
+    if (!text.empty() && detail::isDigit(text.front())) {
         packet.id = takeNumber(text);
         if (!packet.id) return malformed("an id out of range");
     }

@@ -4,6 +4,9 @@
 #include <cstdint>
 #include <utility>
 
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
+#include "VexIMLib/internal/Foundation/Text/UTF8.h"
+
 // The body of one polling request or answer: one or more Engine.IO packets.
 //   revision 3, text    (length ':' packet)+         length in UTF-16 code units
 // revision 3, octets  (kind digit+ 0xFF packet)+   kind 0 text, 1 binary; one byte per decimal
@@ -18,31 +21,13 @@ constexpr char kSeparator = '\x1e';
 // A length of more digits is no length that we would take.
 constexpr std::size_t kMaxLengthDigits = 10;
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
 }  // namespace
 
 std::optional<std::size_t> bytesOfUtf16Units(std::string_view utf8, std::size_t units) {
     std::size_t at = 0;
-    const auto byteAt = [&](std::size_t i) { return static_cast<std::uint8_t>(utf8[i]); };
     while (units > 0) {
-        if (at >= utf8.size()) return std::nullopt;
-        const std::uint8_t lead = byteAt(at);
-        if (lead < 0x80) {
-            ++at;
-            --units;
-            continue;
-        }
-        const std::size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-        if (lead < 0xC2 || lead > 0xF4 || at + length > utf8.size()) return std::nullopt;
-        for (std::size_t i = 1; i < length; ++i) {
-            if ((byteAt(at + i) & 0xC0) != 0x80) return std::nullopt;
-        }
-        const std::uint8_t second = byteAt(at + 1);
-        const bool overlong = (lead == 0xE0 && second < 0xA0) || (lead == 0xF0 && second < 0x90);
-        const bool surrogateOrBeyond =
-            (lead == 0xED && second > 0x9F) || (lead == 0xF4 && second > 0x8F);
-        if (overlong || surrogateOrBeyond) return std::nullopt;
+        const std::size_t length = detail::utf8SequenceLength(utf8.substr(at));
+        if (length == 0) return std::nullopt;
         const std::size_t width = length == 4 ? 2 : 1;
         if (width > units) return std::nullopt;
         at += length;
@@ -64,7 +49,7 @@ std::size_t utf16Length(std::string_view utf8) noexcept {
 std::optional<EngineRevision> detectRevision(std::string_view firstBody) {
     if (firstBody.starts_with("0{")) return EngineRevision::V4;
     std::size_t digits = 0;
-    while (digits < firstBody.size() && isDigit(firstBody[digits])) ++digits;
+    while (digits < firstBody.size() && detail::isDigit(firstBody[digits])) ++digits;
     if (digits > 0 && firstBody.substr(digits).starts_with(":0{")) return EngineRevision::V3;
     return std::nullopt;
 }

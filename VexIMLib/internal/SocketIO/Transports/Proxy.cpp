@@ -1,22 +1,16 @@
 #include "VexIMLib/internal/SocketIO/Transports/Proxy.h"
 
-#include <strings.h>
-
 #include <cstdlib>
 
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
+#include "VexIMLib/internal/Foundation/Text/Base64.h"
 #include "VexIMLib/internal/Platform/Threads/HostResolver.h"
-#include "VexIMLib/internal/SocketIO/Protocol/Base64.h"
 
 namespace vexim {
 namespace {
 
-bool equalsIgnoringCase(std::string_view a, std::string_view b) {
-    return a.size() == b.size() && ::strncasecmp(a.data(), b.data(), a.size()) == 0;
-}
-
 bool isException(std::string_view rule, std::string_view host, std::uint16_t port) {
-    while (rule.starts_with(' ')) rule.remove_prefix(1);
-    while (rule.ends_with(' ')) rule.remove_suffix(1);
+    rule = detail::trimmed(rule);
     if (rule == "*") return true;
     const auto colon = rule.rfind(':');
     if (colon != std::string_view::npos && rule.find(':') == colon) {
@@ -26,9 +20,9 @@ bool isException(std::string_view rule, std::string_view host, std::uint16_t por
     if (rule.starts_with("[") && rule.ends_with("]")) rule = rule.substr(1, rule.size() - 2);
     if (rule.starts_with('.')) rule.remove_prefix(1);
     if (rule.empty()) return false;
-    if (equalsIgnoringCase(rule, host)) return true;
+    if (detail::equalsIgnoringCase(rule, host)) return true;
     return host.size() > rule.size() && host[host.size() - rule.size() - 1] == '.' &&
-           equalsIgnoringCase(rule, host.substr(host.size() - rule.size()));
+           detail::equalsIgnoringCase(rule, host.substr(host.size() - rule.size()));
 }
 
 std::string_view valueOf(const Environment& environment, std::initializer_list<const char*> names) {
