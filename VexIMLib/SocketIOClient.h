@@ -24,7 +24,7 @@ namespace vexim {
 
 class EventRecord;
 
-/// What a client's `status()` says. Only at 3 do events go out.
+/// What a client's `status()` returns. Events are sent only in state 3.
 enum SocketIOStatus : std::int32_t {
     SocketIOStatusNotConnected = 0,  ///< never asked to connect
     SocketIOStatusDisconnected = 1,  ///< lost, refused, or closed on request
@@ -39,15 +39,15 @@ public:
     /// Sends the answer on its way.
     using Send = std::function<void(const Array& items)>;
 
-    /// An emitter nobody waits for: `with` does nothing.
+    /// An emitter for an event that asked for no answer: `with` does nothing.
     AckEmitter() = default;
-    /// `send` is called at most once among all copies.
+    /// `send` is called at most once, however many copies there are.
     explicit AckEmitter(Send send);
 
     /// Whether the sender asked for an answer.
     bool isExpected() const noexcept { return state_ != nullptr; }
-    /// Answers with `items`. Only the first call counts; after a reconnect none does. Call from any
-    /// thread.
+    /// Answers with `items`. Only the first call sends anything, and none does after a reconnect.
+    /// Call from any thread.
     void with(const Array& items) const;
 
 private:
@@ -55,49 +55,50 @@ private:
     std::shared_ptr<State> state_;
 };
 
-/// One namespace of a Socket.IO server, 2.x, 3.x or 4.x: which it is, it finds out by itself.
+/// A client for one namespace of a Socket.IO server. It detects by itself whether the server is
+/// 2.x, 3.x or 4.x.
 ///
 ///     auto socket = SocketIOClient::create(url, options);
 ///     socket->joinNamespace("/chat");
 ///     socket->on("message", [](const Array& arguments, const AckEmitter&) { … });
 ///     socket->connect();
 ///
-/// Every operation can be called from any thread, in any state, also inside a handler; none waits
-/// for the peer, the destructor neither. Handlers run on the main queue, one at a time, in the
-/// order in which things happened. Besides the peer's events they hear:
+/// Every operation can be called from any thread, in any state, and inside a handler. None of them
+/// waits for the server; nor does the destructor. Handlers run on the main queue, one at a time, in
+/// the order of the events. Besides the server's events there are these:
 ///
-/// - "connect", [nsp]: the namespace is joined; `status()` is 3 since before. Also after each
+/// - "connect", [nsp]: the namespace is joined, and `status()` is already 3. Also after each
 ///   successful reconnect.
-/// - "disconnect", [reason]: the link was lost while connected; or, exactly once for each
-///   `disconnect()` that follows a `connect()`, whatever the link's state was.
-/// - "error", [description, what the server said if anything, the error]: a first connect failed
-///   (nothing else is heard then), an attempt to reconnect failed, the server refused the
-///   namespace, a limit was passed, or an emit was refused.
+/// - "disconnect", [reason]: the link was lost while connected. Also exactly once for each
+///   `disconnect()` that follows a `connect()`, whatever state the link was in.
+/// - "error", [description, what the server said (if anything), the error]: a first connect failed
+///   (no other event follows), an attempt to reconnect failed, the server refused the
+///   namespace, a limit was exceeded, or an emit was refused.
 /// - "reconnect", [attempt]: before each attempt to reconnect; attempts count from 1.
 ///
-/// A peer cannot pretend to be the connection: its events named "error" or "reconnect" are dropped
-/// and not answered, and the first of a connection is recorded. "connect", "disconnect" and the
-/// other names that the protocol reserves are faults.
+/// A server cannot fake these events. Its own events named "error" or "reconnect" are dropped and
+/// not acknowledged; the first one on a connection is recorded. "connect", "disconnect" and the
+/// other names that the protocol reserves are protocol errors.
 ///
-/// An interface, so that what stands on it can be tested with a fake; `create` makes the one that
-/// speaks to servers.
+/// This is an interface, so code that uses it can be tested with a fake. `create` makes the real
+/// client.
 class VEXIM_EXPORT SocketIOClient : public Object {
 public:
     using Object::Object;
 
-    /// Hears an event on the main queue: its arguments, and what answers it.
+    /// Receives an event on the main queue: its arguments, and an emitter to answer it with.
     using Handler = std::function<void(const Array& arguments, const AckEmitter& ack)>;
-    /// Names a registration for `off`; never 0.
+    /// Identifies a handler, for `off`. Never 0.
     using HandlerId = std::uint64_t;
-    /// The peer's answer and nullptr, or an empty array and the error.
+    /// Receives the server's answer and nullptr, or an empty array and the error.
     using AckCallback = std::function<void(const Array& answer, ErrorPtr error)>;
-    /// How a client of the library gets its socket; `create` is one.
+    /// Makes the socket of a `VXIMClient`. `create` is such a function.
     using Factory = std::function<std::shared_ptr<SocketIOClient>(const std::optional<URL>& url,
                                                                   const Dictionary& options)>;
 
-    /// A client for `url` (http, https, ws or wss; nil, or another scheme: `connect` gives
-    /// "error"). The options are listed in docs/socketio.md; an unknown key or a value of the wrong
-    /// type is logged once and ignored.
+    /// Makes a client for `url` (http, https, ws or wss). With nil or another scheme, `connect`
+    /// gives "error". docs/socketio.md lists the options. An unknown option, or a value of the
+    /// wrong type, is logged once and ignored.
     static std::shared_ptr<SocketIOClient> create(const std::optional<URL>& url,
                                                   const Dictionary& options);
 
@@ -105,45 +106,48 @@ public:
     /// `connect()`.
     virtual void recordInto(std::shared_ptr<EventRecord> record) { static_cast<void>(record); }
 
-    /// Chooses the namespace of the next `connect()`; "/" at first. Empty is "/", a missing leading
-    /// slash is added, and a query ("/chat?x=y") goes to servers 2.x only, which alone know one.
+    /// Sets the namespace for the next `connect()`; "/" at first. An empty name means "/", and a
+    /// missing leading slash is added. A query ("/chat?x=y") is sent to 2.x servers only; later
+    /// ones have none.
     virtual void joinNamespace(std::string_view nsp) = 0;
-    /// The namespace, without a query.
+    /// The namespace, without its query.
     virtual std::string nsp() const = 0;
 
-    /// Connects, or tries at once where the next attempt is still being waited for. Does nothing
-    /// while connecting or connected.
+    /// Connects. If a reconnect attempt is scheduled, it starts now. Does nothing while connecting
+    /// or connected. A failure arrives as "error".
     virtual void connect() = 0;
-    /// Leaves and closes; "disconnect" follows. Attempts to reconnect end. What was emitted before
-    /// still goes out when it can at once. `connect()` works again afterwards, with the same
-    /// handlers.
+    /// Leaves the namespace and closes the connection; "disconnect" follows. Reconnecting stops.
+    /// Events emitted before are still sent if the connection can take them right away. `connect()`
+    /// works again afterwards, with the same handlers.
     virtual void disconnect() = 0;
-    /// How the connection stands.
+    /// The state of the connection.
     virtual SocketIOStatus status() const noexcept = 0;
-    /// The network has come back or changed: an attempt that is being waited for starts now, a link
-    /// that looks alive is asked for a sign of life.
+    /// Call this when the network has come back or changed. A scheduled reconnect attempt starts
+    /// now, and an open link is checked with a heartbeat.
     virtual void networkDidChange() = 0;
 
-    /// Calls `handler` for each `event`, after those registered before.
+    /// Calls `handler` for each `event`, after the handlers that were registered before it.
     virtual HandlerId on(std::string_view event, Handler handler) = 0;
-    /// Removes all handlers of `event`, or one. Once this has returned on the main thread nothing
-    /// of them is called.
+    /// Removes all handlers of `event`, or one handler. If you call this on the main thread, they
+    /// are not called any more once it has returned.
     virtual void off(std::string_view event) = 0;
     virtual void off(HandlerId id) = 0;
-    /// Removes every handler of every event, as `off` does.
+    /// Removes every handler of every event, like `off`.
     virtual void removeAllHandlers() = 0;
 
-    /// Sends `event` with `items` (data values go as attachments, at most 10). nullptr: the
-    /// connection has taken it. Else the answer is why not, with a `SocketIOErrorCode`, and nothing
-    /// else is heard of it: `status()` is not 3, the items cannot be sent, the server or the queue
-    /// takes nothing as long, or the queue is full. Nothing is queued for a later connection.
+    /// Sends `event` with `items` (data values become binary attachments, 10 at most). Returns
+    /// nullptr if the connection has accepted it. Otherwise it returns the reason, and no "error"
+    /// event follows. The error is in `kSocketIOErrorDomain`, with a `SocketIOErrorCode`: not
+    /// connected (1), too large for the server or the queue, or the queue is full (4, temporary
+    /// when only full), or the items cannot be sent (5). Nothing is kept for a later connection.
     virtual ErrorPtr tryEmit(std::string_view event, const Array& items) = 0;
-    /// As `tryEmit`, for callers that do not ask why: the answer is whether it was taken, and an
-    /// "error" tells the reason.
+    /// Like `tryEmit`, but returns whether the event was accepted. If not, an "error" event gives
+    /// the reason.
     virtual bool emit(std::string_view event, const Array& items) = 0;
-    /// As `emit`, and asks for an answer. `callback` runs exactly once, on the main queue: with the
-    /// answer, or with an error when `timeout` has passed, the link went down, or nothing was sent.
-    /// A timeout of 0 waits as long as the link lasts.
+    /// Like `emit`, and asks for an answer. `callback` runs exactly once, on the main queue. It
+    /// gets the answer, or an error in `kSocketIOErrorDomain`: the link went down (2), `timeout`
+    /// has passed (3), or nothing was sent (1, 4 or 5). With a timeout of 0 it waits until the link
+    /// goes down.
     virtual void emitWithAck(std::string_view event, const Array& items,
                              std::chrono::milliseconds timeout, AckCallback callback) = 0;
 };

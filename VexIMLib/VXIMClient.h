@@ -26,13 +26,13 @@ namespace vexim {
 class SocketIOClient;
 }
 
-/// Where a client's session stands. docs/guide/login.md draws the ways between them.
+/// The state of a client's session. docs/guide/login.md shows the transitions.
 enum VXIMClientStatus : std::int32_t {
     /// no login yet
     VXIMClientStatusNone = 0,
-    /// a login has started the connection, or the service has refused it
+    /// a login has started the connection, or the service has refused the login
     VXIMClientStatusOpening = 1,
-    /// logged in, or connected again after a pause or a drop
+    /// logged in, or connected again after a pause or a lost connection
     VXIMClientStatusOpened = 2,
     /// the connection closed without a logout
     VXIMClientStatusPaused = 3,
@@ -44,7 +44,7 @@ enum VXIMClientStatus : std::int32_t {
     VXIMClientStatusClosed = 6,
 };
 
-/// One user's connection to the service: the way into the library.
+/// One user's connection to the service. Start here.
 ///
 ///     auto client = VXIMClient::clientWithAppId("app", "key", "installation");
 ///     client->setDelegate(delegate);
@@ -52,124 +52,129 @@ enum VXIMClientStatus : std::int32_t {
 ///     vexim::MainQueue::shared().run();
 ///
 /// Completions, delegate calls and notifications arrive on the main queue. The operations may be
-/// called from any thread and do their work there too; `status`, `socketio` and `currentUser` may
-/// be read from any thread. Handlers of the connection do not keep the client alive; a running send
-/// or logout does.
+/// called from any thread. `status`, `socketio` and `currentUser` may be read from any thread. A
+/// running send or logout keeps the client alive; an open connection does not.
 ///
-/// Besides the delegate, the default notification centre hears `VXIMUserDidLoginNotification`,
+/// Besides calling the delegate, the client posts these notifications to the default notification
+/// centre, with itself as the sender: `VXIMUserDidLoginNotification`,
 /// `VXIMClientDidReceiveMessageNotification`, `VXIMClientDidReceiveSystemMessageNotification`,
 /// `VXIMFriendOnlineNotification`, `VXIMFriendOfflineNotification`, and
-/// `VXIMClientConnectionErrorNotification` with the connection's troubles. The sender is the
-/// client.
+/// `VXIMClientConnectionErrorNotification` when something is wrong with the connection.
 class VEXIM_EXPORT VXIMClient final : public vexim::Object {
 public:
     explicit VXIMClient(vexim::Creation);
     ~VXIMClient() override;
 
-    /// A client with the default configuration and these credentials; nullopt leaves one unset.
+    /// Makes a client with the default configuration and these credentials. nullopt leaves one
+    /// unset.
     static std::shared_ptr<VXIMClient> clientWithAppId(std::optional<std::string> appId,
                                                        std::optional<std::string> clientKey,
                                                        std::optional<std::string> installationId);
-    // A client with this configuration, which also becomes `vxim_configuration`: the last client
-    // made decides which credentials and which service all REST requests use. nullptr raises.
+    // Makes a client with this configuration, which also becomes `vxim_configuration`. So all REST
+    // requests use the credentials and the service of the client that was made last. nullptr raises
+    // NSInvalidArgumentException.
     static std::shared_ptr<VXIMClient> clientWithConfiguration(
         std::shared_ptr<VXIMClientConfiguration> configuration);
     static std::shared_ptr<VXIMClient> initWithConfiguration(
         std::shared_ptr<VXIMClientConfiguration> configuration);
 
-    /// With the default configuration.
+    /// Makes a client with the default configuration.
     static std::shared_ptr<VXIMClient> init();
 
-    /// Where the session stands, now.
+    /// The current state of the session.
     VXIMClientStatus status() const noexcept;
-    /// What has lately happened to this client, for a report of trouble, together with the REST
-    /// requests of the process that failed; redacted. Callable from any thread.
+    /// What has happened to this client lately, for a bug report, and which REST requests of the
+    /// process have failed. It holds no secrets. Call from any thread.
     VXIMDiagnosis diagnose() const;
-    /// Held weakly. Main thread only.
+    /// The delegate, held weakly; nullptr for none. Main thread only.
     std::shared_ptr<VXIMClientDelegate> delegate() const;
     void setDelegate(const std::shared_ptr<VXIMClientDelegate>& delegate);
-    /// The user being logged in or logged in; nullptr before the first login and after a logout.
+    /// The user who is logged in or logging in. nullptr before the first login and after a logout.
     std::shared_ptr<VXIMUser> currentUser() const;
-    /// Never nullptr. What concerns the connection takes effect at the next login.
+    /// The configuration, never nullptr. Changes to connection options take effect at the next
+    /// login.
     std::shared_ptr<VXIMClientConfiguration> config() const;
-    /// The live connection; nullptr before the first login and after a logout.
+    /// The live connection. nullptr before the first login and after a logout.
     std::shared_ptr<vexim::SocketIOClient> socketio() const;
-    /// Whether the connection is, or has been since the last logout, down for another reason than a
-    /// logout.
+    /// Whether the connection has been down since the last logout, even if it is up again by now.
     bool offlineTemporally() const noexcept;
-    /// Whether a logout waits for the connection to close.
+    /// Whether a logout is waiting for the connection to close.
     bool tryLogout() const noexcept;
     /// Clears these two flags.
     void resetFlags() noexcept;
 
-    // For the application's use: the library fills neither. nullopt at first. Main thread only.
+    // For the application's own use; the library does not fill them. nullopt at first. Main thread
+    // only.
     const std::optional<vexim::Array>& onlineFriends() const noexcept;
     void setOnlineFriends(std::optional<vexim::Array> friends);
     const std::optional<vexim::Dictionary>& messages() const noexcept;
     void setMessages(std::optional<vexim::Dictionary> messages);
 
-    // Login. Each opens a new connection (an existing one is dropped without a word) and asks the
-    // service to accept the user. `completion` runs when the service answers, and never when it
-    // does not: the status then stays at Opening. It is also dropped unanswered when another login
-    // begins or the client is released. Failures are in `VXIMErrorDomain`, with the service's code
-    // and its own "error" value as user information, which need not be a dictionary.
+    // Login. Each login opens a new connection and asks the service to accept the user. An existing
+    // connection is dropped without any delegate call. `completion` runs on the main queue when the
+    // service answers. If the service never answers, it never runs, and the status stays Opening.
+    // It does not run either if another login begins or the client is released first. A refused
+    // login gives an error in `VXIMErrorDomain` with the service's code. Its user information is
+    // the service's "error" value, which may be something else than a dictionary.
     //
-    // When the connection itself fails, `VXIMClientConnectionErrorNotification` tells why, at once;
-    // `completion` does not run. The async styles (`vexim::call`) then fail with that error, as
-    // soon as the connection has failed and will not try again.
+    // If the connection itself fails, `VXIMClientConnectionErrorNotification` gives the reason at
+    // once, and `completion` does not run. The async styles (`vexim::call`) fail with that error,
+    // as soon as no further attempt will follow.
     //
-    // The connection logs in again after each drop. Should the service refuse that, the status goes
-    // back to Opening, as after a first login that was refused, and the delegate hears
+    // After each reconnect the client logs in again. If the service refuses that login, the status
+    // goes back to Opening, as after a refused first login, and the delegate gets
     // `clientDidFailToLoginAgain`.
     //
-    // A nil value (appId and clientKey of the configuration included) raises
-    // NSInvalidArgumentException at once, and so do credentials that take more than 12 000 bytes in
-    // the URL, where they travel: servers take no more.
+    // A nil value raises NSInvalidArgumentException at once. That includes the configuration's
+    // appId and clientKey. So do credentials of more than 12 000 bytes: they travel in the URL, and
+    // servers accept no longer ones.
 
-    /// Needs the configuration's installationId, too.
+    /// Also needs the configuration's installationId; nil raises NSInvalidArgumentException.
     void loginWithUserId(std::optional<std::string> userId, VXIMBooleanCompletion completion);
     void loginWithUsername(std::optional<std::string> username, std::optional<std::string> password,
                            VXIMBooleanCompletion completion);
     void loginWithPhoneNumber(std::optional<std::string> phoneNumber,
                               std::optional<std::string> smsCode, VXIMBooleanCompletion completion);
-    /// `oauth` is what an outside identity provider gave, as it stands.
+    /// `oauth` is what an outside identity provider returned; it is passed on unchanged.
     void loginWithThirdPartyOAuth(std::optional<vexim::Dictionary> oauth,
                                   VXIMBooleanCompletion completion);
-    /// Sends `authData` as it stands. Raises when it is no JSON.
+    /// Sends `authData` unchanged. Raises NSInvalidArgumentException if it cannot be written as
+    /// JSON.
     void loginWithAuthData(vexim::Dictionary authData, VXIMBooleanCompletion completion);
 
-    /// Removes the device's installation from the user, then closes the connection. When the
-    /// removal fails, everything stays as it was. Without a connection `completion` never runs, and
-    /// the status stays at Closing until the next login. A login that begins before the logout has
-    /// ended drops the connection in its place and goes on: `completion` then hears how the removal
-    /// went, and no delegate call follows. Of two logouts at once both are answered.
+    /// Removes the device's installation from the user, then closes the connection. If the removal
+    /// fails, nothing changes, and `completion` gets the error. Without a connection `completion`
+    /// never runs, and the status stays Closing until the next login. If a login begins before the
+    /// logout has ended, that login drops the connection: `completion` then gets the result of the
+    /// removal, and no delegate call follows. If two logouts run at once, both completions run.
     void logoutWithCompletion(VXIMBooleanCompletion completion);
-    /// Removes the configuration's installation from the current user; succeeds without a request
-    /// when either id is missing. Errors, of the logout, too: `VXErrorDomain` with the service's
-    /// code, or 100 when no usable answer came.
+    /// Removes the configuration's installation from the current user. Succeeds without a request
+    /// if either id is missing. Errors (also those of a logout): `VXErrorDomain` with the service's
+    /// code, or with 100 if no usable answer came.
     void deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion);
-    /// Closes the connection until `resume`; the status becomes Paused when it has closed. A second
-    /// one changes nothing.
+    /// Closes the connection until `resume`. The status becomes Paused once it has closed. A second
+    /// call does nothing.
     void pause();
-    /// Connects again with the credentials of the last login, at once where the next attempt is
-    /// being waited for. The status is Resuming until the connection stands: without a login
-    /// before, for good. Where it stands already, nothing changes.
+    /// Connects again with the credentials of the last login. If a reconnect attempt is scheduled,
+    /// it starts now. The status is Resuming until the connection is up; if there was no login
+    /// before, it stays Resuming. Does nothing if the connection is up.
     void resume();
 
-    // Chat messages. `completion` runs once. Sent twice at once, a message goes to the receiver
-    // named last, twice: send a copy.
+    // Chat messages. `completion` runs once, on the main queue. Do not send one message object
+    // twice at the same time: both sends go to the receiver set last. Send a copy instead.
     //
-    // "Sent" means that the connection has taken the message: it is valid, not too long, and the
-    // link stood. It does not mean that the service has it, as the link may break before, nor that
-    // the receiver may or will get it. What the service has accepted it sends back to the sender;
-    // `clientDidReceiveMessage…` then hears it.
+    // "Sent" means that the connection has accepted the message: it is valid, not too long, and the
+    // link was up. It does not mean that the service has it (the link may break first), nor that
+    // the receiver will get it. The service sends each message it accepts back to the sender, who
+    // then gets `clientDidReceiveMessage…`.
     //
-    // What the connection does not take gives (false, `VXIMErrorDomain` code 1), a sentence that
-    // names the reason, and the status Failed: there is no receiver or no connection, a text is not
-    // valid UTF-8, the message is longer than the server takes, or too much is still waiting to be
-    // sent (then `vexim::isTemporary`). A failed upload of the attachment gives (true, nullptr),
-    // while the message's status says failed and its `error` why; the async styles fail with that
-    // error. A receiver of nil, or a sender or receiver without its id, raises
+    // If the connection does not accept a message, `completion` gets false and `VXIMErrorDomain`
+    // code 1 (`VXIMErrorCannotSend`), whose description gives the reason, and the message's status
+    // is Failed. Reasons: there is no receiver or no connection, a text is not valid UTF-8, the
+    // message is longer than the server accepts, or the send queue is full (this one is
+    // `vexim::isTemporary`). If the upload of the attachment fails, `completion` gets (true,
+    // nullptr), but the message's status is Failed and its `error` gives the reason. The async
+    // styles fail with that error. A nil receiver, or a sender or receiver without its id, raises
     // NSInvalidArgumentException at once.
 
     void sendMessageToFriend(std::shared_ptr<VXIMMessage> message, vexim::Value friendId,
@@ -178,22 +183,23 @@ public:
                             VXIMBooleanCompletion completion);
     void sendMessageToRoom(std::shared_ptr<VXIMMessage> message, vexim::Value roomId,
                            VXIMBooleanCompletion completion);
-    /// Sends to the receiver that the message holds.
+    /// Sends to the receiver that is set in the message.
     void sendMessage(std::shared_ptr<VXIMMessage> message, VXIMBooleanCompletion completion);
-    /// `progress` hears the upload of the attachment. With a `transfer` the upload can be
-    /// cancelled: `completion` then gets (false, "NSURLErrorDomain" -999).
+    /// `progress` reports the upload of the attachment. With a `transfer` the upload can be
+    /// cancelled; `completion` then gets false and "NSURLErrorDomain" -999.
     void sendMessage(std::shared_ptr<VXIMMessage> message, VXIMProgress progress,
                      VXIMBooleanCompletion completion,
                      std::shared_ptr<VXIMTransfer> transfer = nullptr);
 
-    // System messages: posted to the service over REST, so no connection is needed. A failed upload
-    // or post gives (false, error in `VXErrorDomain`: the service's code, or 100), a message that
-    // is no JSON by then (false, `VXIMErrorDomain` code 1). A message whose receiver is of another
-    // type is not sent and `completion` never runs; its status says failed.
+    // System messages are posted to the service over REST, so they need no connection. `completion`
+    // runs on the main queue. If the upload or the post fails, it gets false and an error in
+    // `VXErrorDomain`: the service's code, or 100. If the message cannot be written as JSON, it
+    // gets false and `VXIMErrorDomain` code 1. A message with a receiver of another type is not
+    // sent, and `completion` never runs; the message's status is Failed.
 
     void sendSystemMessageToAllUsers(std::shared_ptr<VXIMMessage> message,
                                      VXIMBooleanCompletion completion);
-    /// The message goes to a user only if its receiver had no kind yet.
+    /// Works only if the receiver's type is not set yet; an earlier type stays.
     void sendSystemMessageToUser(std::shared_ptr<VXIMMessage> message, vexim::Value userId,
                                  VXIMBooleanCompletion completion);
     void sendSystemMessageToGroup(std::shared_ptr<VXIMMessage> message, vexim::Value groupId,
@@ -206,10 +212,10 @@ public:
 
     const vexim::Class& runtimeClass() const override;
 
-    /// Gives the connection of each login.
+    /// Makes the connection for each login.
     using SocketFactory = std::function<std::shared_ptr<vexim::SocketIOClient>(
         const std::optional<vexim::URL>& url, const vexim::Dictionary& options)>;
-    /// For the factories.
+    /// For the factories only.
     bool initialise(std::shared_ptr<VXIMClientConfiguration> configuration,
                     SocketFactory makeSocket);
 
@@ -239,12 +245,13 @@ private:
     void didReceiveSystemMessage(const vexim::Value& payload);
     void didReceiveMessage(const std::shared_ptr<VXIMMessage>& message);
 
-    /// Uploads first what is to be uploaded. `block` gets the wire form, or nullopt and the error.
+    /// Uploads the attachment first, if there is one. `block` gets the wire form, or nullopt and
+    /// the error.
     template <class Block>
     void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress,
                                  Block block, std::shared_ptr<VXIMTransfer> transfer);
 
-    /// nullptr when the connection has taken it.
+    /// Returns nullptr if the connection has accepted the message.
     std::shared_ptr<vexim::Error> say(vexim::Dictionary payload);
 
     std::unique_ptr<Impl> impl_;

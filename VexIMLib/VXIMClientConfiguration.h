@@ -20,70 +20,83 @@
 ///     configuration->setClientKey("key");
 ///     configuration->setAutoReconnect(true);
 ///
-/// Each connection option stands twice: in its property, and, once its setter has run, under its
-/// option name in `dictionary`, which a login hands to the connection. An option never set is not
-/// handed over, so the connection's own default applies.
+/// Setting an option property also writes it to `dictionary`, under the option's name. A login
+/// passes this dictionary to the connection. An option that was never set is not in it, so the
+/// connection's default applies.
+///
+/// Change the configuration of a running client with care: requests use the new credentials at
+/// once, the live connection only after the next login. Several clients may share one
+/// configuration.
 class VEXIM_EXPORT VXIMClientConfiguration final : public vexim::Object {
 public:
     using Object::Object;
 
-    /// The service's default origin, the namespace "/chat", and WebSockets only.
+    /// A configuration with the service's default origin, the namespace "/chat", and WebSockets
+    /// only.
     static std::shared_ptr<VXIMClientConfiguration> defaultConfiguration();
-    /// Everything nil, false or 0, and no options.
+    /// A configuration with everything nil, false or 0, and no options.
     static std::shared_ptr<VXIMClientConfiguration> init();
 
-    /// Sent with every request and every login.
+    /// The application's id. Sent with every request and every login. A login raises if it is nil.
     const std::optional<std::string>& appId() const noexcept { return appId_; }
     void setAppId(std::optional<std::string> appId) { appId_ = std::move(appId); }
-    /// Signs every request and every login; never sent itself.
+    /// The key that signs every request and every login. It is never sent. A login raises if it is
+    /// nil.
     const std::optional<std::string>& clientKey() const noexcept { return clientKey_; }
     void setClientKey(std::optional<std::string> clientKey) { clientKey_ = std::move(clientKey); }
-    /// Names this device's installation of the application.
+    /// The id of this installation of the application on this device. `loginWithUserId` raises if
+    /// it is nil.
     const std::optional<std::string>& installationId() const noexcept { return installationId_; }
     void setInstallationId(std::optional<std::string> installationId) {
         installationId_ = std::move(installationId);
     }
-    /// The origin of both the live connection and the REST interface.
+    /// The origin of the live connection and of the REST interface.
     const std::optional<vexim::URL>& socketURL() const noexcept { return socketURL_; }
     void setSocketURL(std::optional<vexim::URL> url) { socketURL_ = std::move(url); }
-    /// The Socket.IO namespace.
+    /// The Socket.IO namespace; nil means "/".
     const std::optional<std::string>& nsp() const noexcept { return nsp_; }
     void setNsp(std::optional<std::string> nsp) { nsp_ = std::move(nsp); }
 
-    /// Option "forcePolling": HTTP long-polling only.
+    /// Option "forcePolling": use HTTP long-polling only, for networks that block WebSockets.
     bool forcePolling() const noexcept { return forcePolling_; }
     void setForcePolling(bool force);
-    /// Option "forceWebsockets": no fallback to polling.
+    /// Option "forceWebsockets": use a WebSocket from the start and never fall back to polling.
     bool forceWebsockets() const noexcept { return forceWebsockets_; }
     void setForceWebsockets(bool force);
-    /// Option "log": the connection's own log.
+    /// Option "log": whether the connection writes its own log, to the log sink or to standard
+    /// error. It never contains message texts.
     bool shouldLog() const noexcept { return shouldLog_; }
     void setShouldLog(bool log);
-    /// Option "reconnects": whether a lost connection is built up again.
+    /// Option "reconnects": whether to reconnect after the connection is lost. The client then logs
+    /// in again by itself.
     bool autoReconnect() const noexcept { return autoReconnect_; }
     void setAutoReconnect(bool reconnect);
-    /// Option "reconnectAttempts": how often; negative is without limit.
+    /// Option "reconnectAttempts": the most attempts to reconnect after a loss; a negative number
+    /// means no limit. When all have failed, the delegate gets `clientDidDisconnect`.
     std::int64_t reconnectAttempts() const noexcept { return reconnectAttempts_; }
     void setReconnectAttempts(std::int64_t attempts);
-    /// Option "reconnectWait": seconds before the first attempt.
+    /// Option "reconnectWait": the longest wait before the first attempt to reconnect, in seconds.
+    /// The limit doubles with each attempt; the wait itself is random.
     std::int64_t reconnectWait() const noexcept { return reconnectWait_; }
     void setReconnectWait(std::int64_t seconds);
-    /// Option "secure": TLS even where the URL is a plain one.
+    /// Option "secure": use TLS even if the URL says http or ws. A URL with https or wss always
+    /// uses TLS.
     bool secure() const noexcept { return secure_; }
     void setSecure(bool secure);
-    /// Option "selfSigned": accept a self-signed certificate.
+    /// Option "selfSigned": accept a self-signed certificate. Then anybody can pretend to be the
+    /// server, so use it for development only; `setCaFile` or `setPinnedKeys` is safer.
     bool selfSigned() const noexcept { return selfSigned_; }
     void setSelfSigned(bool selfSigned);
 
-    // Whom to trust, for the live connection and for REST; docs/guide/trust.md says how
-    // certificates are judged. nullopt or an empty list takes the option away. Raises
-    // NSInvalidArgumentException for an empty text and for what is not a pin; what the dictionary
-    // gets past these is refused when it is used.
+    // Which servers to trust, for the live connection and for REST. docs/guide/trust.md explains
+    // how certificates are checked. nullopt or an empty list removes the option. The setters raise
+    // NSInvalidArgumentException for an empty text and for a malformed pin. Bad values written
+    // directly to `dictionary` are refused when they are used.
 
     /// Option "caFile": path of a PEM file with the authorities to trust, instead of the system's.
     const std::optional<std::string>& caFile() const noexcept { return caFile_; }
     void setCaFile(std::optional<std::string> path);
-    /// Option "caPEM": the same as text; wins over the file.
+    /// Option "caPEM": the same authorities as PEM text. It takes precedence over the file.
     const std::optional<std::string>& caPEM() const noexcept { return caPEM_; }
     void setCaPEM(std::optional<std::string> text);
     /// Option "pinnedKeys": the server's key must be one of these. Each is the base64 of the
@@ -93,14 +106,15 @@ public:
     /// Whether `text` has the form of a pin.
     static bool isPin(std::string_view text) noexcept;
 
-    /// The options by name, to be read and written in place; a login does not change them.
-    /// docs/socketio.md lists them, and docs/guide/trust.md says more about "caFile", "caPEM",
-    /// "pinnedKeys" and "selfSigned", which count for REST, too.
+    /// The options by name. Read and write them in place; a login does not change them.
+    /// docs/socketio.md lists them. docs/guide/trust.md says more about "caFile", "caPEM",
+    /// "pinnedKeys" and "selfSigned", which apply to REST as well.
     vexim::Dictionary& dictionary();
     const vexim::Dictionary& dictionary() const noexcept;
-    /// Replaces them as they stand (nullopt: an empty one at the next read). The properties stay.
+    /// Replaces the dictionary (nullopt: with an empty one). The properties do not change.
     void setDictionary(std::optional<vexim::Dictionary> dictionary);
 
+    /// The runtime record of the class.
     const vexim::Class& runtimeClass() const override;
 
 private:
@@ -127,15 +141,15 @@ private:
 
 namespace vexim {
 
-/// A place for a shared configuration that reads and writes like a `shared_ptr`, from any thread.
-/// Never destroyed.
+/// Holds a shared configuration. Use it like a `shared_ptr`, from any thread. It is never
+/// destroyed.
 class VEXIM_EXPORT ConfigurationSlot {
 public:
     constexpr ConfigurationSlot() noexcept = default;
     ConfigurationSlot(const ConfigurationSlot&) = delete;
     ConfigurationSlot& operator=(const ConfigurationSlot&) = delete;
 
-    // nullptr empties the slot, and is what an empty one gives.
+    // nullptr empties the slot; an empty slot returns nullptr.
     ConfigurationSlot& operator=(std::shared_ptr<VXIMClientConfiguration> configuration);
     std::shared_ptr<VXIMClientConfiguration> get() const;
     operator std::shared_ptr<VXIMClientConfiguration>() const { return get(); }
@@ -153,6 +167,6 @@ public:
 
 }  // namespace vexim
 
-/// The configuration of the client that was made last: every REST request takes the application id,
-/// the client key and the origin from it. nullptr before any client was made.
+/// The configuration of the client that was made last. Every REST request uses its application id,
+/// client key and origin. nullptr before the first client is made.
 VEXIM_EXPORT extern vexim::ConfigurationSlot vxim_configuration;

@@ -21,25 +21,25 @@ struct VXIMDiagnosisEvent {
     VEXIM_EXPORT std::string description() const;
 };
 
-/// What a client has lately gone through, for a report of trouble: changes of status, attempts to
-/// connect, the waits between them, why connections ended, what TLS objected to, and REST requests
-/// that failed. A copy, which does not change any more.
+/// What has happened to a client lately, for a bug report: status changes, connection attempts, the
+/// waits between them, why connections ended, why TLS refused a server, and which REST requests
+/// failed. It is a copy and does not change later. Use it on any thread.
 ///
 ///     std::cerr << client->diagnose().text();
 ///
-/// It can be shown to anybody: it holds no credential, signature, id, message, file name, path or
-/// query, and nothing that the service said but numbers.
+/// You can show it to anybody. It holds no credential, signature, id, message, file name, path or
+/// query, and of the service's answers only numbers.
 class VEXIM_EXPORT VXIMDiagnosis {
 public:
     /// For `VXIMClient::diagnose`.
     explicit VXIMDiagnosis(std::vector<VXIMDiagnosisEvent> events) : events_(std::move(events)) {}
 
-    /// The oldest first. Of the connection and of requests, each the last 128.
+    /// The oldest first: the last 128 of the connection, and the last 128 of REST requests.
     const std::vector<VXIMDiagnosisEvent>& events() const& noexcept { return events_; }
     std::vector<VXIMDiagnosisEvent> events() && noexcept { return std::move(events_); }
-    /// A line an event: "2026-11-21T12:00:00.123Z waiting seconds=1.7".
+    /// One line for each event: "2026-11-21T12:00:00.123Z waiting seconds=1.7".
     std::string text() const;
-    /// An array with a dictionary an event: "time" (as in `text`), "event", and the details.
+    /// An array with a dictionary for each event: "time" (as in `text`), "event", and the details.
     vexim::Value value() const;
     /// The same as JSON.
     std::string json() const;

@@ -5,60 +5,60 @@
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/Export.h"
 
-// Every error that the library makes, by domain and code. docs/guide/errors.md has them as one
-// table, with those of URL loading, files and the async styles.
+// Every error that the library makes, by domain and code. docs/guide/errors.md has them all in one
+// table, including those of URL loading, files and the async styles.
 
 /// Domain of the errors that the client and the resources make; the codes are below. A refused
-/// login is in it, too, with the service's own code.
+/// login is in this domain too, with the service's own code.
 VEXIM_EXPORT extern const char* const VXIMErrorDomain;
 /// Codes in `VXIMErrorDomain` that are the library's own.
 enum VXIMErrorCode : std::int64_t {
-    /// a message has no receiver, or the connection did not take it; the sentence says why
+    /// a message has no receiver, or the connection did not accept it; the description says why
     VXIMErrorCannotSend = 1,
-    /// what the service answered makes no object of the kind that was asked for
+    /// the service's answer cannot be turned into the requested object
     VXIMErrorUnusableAnswer = 2,
     /// the operation needs the passenger's id
     VXIMErrorPassengerWithoutId = 5004,
 };
 
-/// Domain of the errors of REST requests: what the service answered (its own code, above 0), or the
-/// code below.
+/// Domain of the errors of REST requests. The code is the service's own (above 0), or the one
+/// below.
 VEXIM_EXPORT extern const char* const VXErrorDomain;
 /// The code in `VXErrorDomain` that is the library's own.
 enum VXErrorCode : std::int64_t {
-    VXErrorNoUsableAnswer = 100,  ///< no usable answer came; the underlying error tells why
+    VXErrorNoUsableAnswer = 100,  ///< no usable answer came; the underlying error says why
 };
 
-/// Domain of the troubles of the live connection, as `VXIMClientConnectionErrorNotification` tells
-/// them. The code is the kind.
+/// Domain of the errors of the live connection, which `VXIMClientConnectionErrorNotification`
+/// reports. The code is a `VXIMConnectionErrorKind`.
 VEXIM_EXPORT extern const char* const VXIMConnectionErrorDomain;
 /// Codes in `VXIMConnectionErrorDomain`.
 enum VXIMConnectionErrorKind : std::int64_t {
-    /// of no kind below
+    /// none of the kinds below
     VXIMConnectionErrorOther = 0,
-    /// no address, or none that begins with http, https, ws or wss and names a host
+    /// the address is missing, has no host, or does not begin with http, https, ws or wss
     VXIMConnectionErrorBadAddress = 1,
-    /// the host's name is not known, or no name could be looked up
+    /// the host name does not exist, or the name lookup failed
     VXIMConnectionErrorHostNotFound = 2,
-    /// nobody listens, no route leads there, or a gateway answers for a server that is down
+    /// nothing listens there, there is no route, or a gateway says that the server is down
     VXIMConnectionErrorUnreachable = 3,
-    /// no answer in time: to the connect, the join, or a heartbeat
+    /// no answer in time, to the connect, the join, or a heartbeat
     VXIMConnectionErrorTimedOut = 4,
     /// TLS failed, or the certificate is not accepted
     VXIMConnectionErrorNotSecure = 5,
-    /// the proxy refused, or is of a kind that is not supported
+    /// the proxy refused the connection, or this kind of proxy is not supported
     VXIMConnectionErrorProxy = 6,
-    /// what answers is not a Socket.IO server
+    /// the URL does not belong to a Socket.IO server
     VXIMConnectionErrorNotSocketIO = 7,
     /// the server refused the connection or the namespace
     VXIMConnectionErrorRefused = 8,
-    /// the server sent what the protocol does not allow
+    /// the server sent something that the protocol does not allow
     VXIMConnectionErrorProtocolFault = 9,
     /// a message, an answer, a queue or the login's parameters are too long
     VXIMConnectionErrorLimitPassed = 10,
-    /// the link broke
+    /// the connection was lost
     VXIMConnectionErrorLost = 11,
-    /// the server reports an error; the connection stays
+    /// the server reported an error; the connection stays open
     VXIMConnectionErrorServerReported = 12,
 };
 
@@ -66,8 +66,8 @@ namespace vexim {
 
 struct Notification;
 
-/// Domain of what a connection answers to an event that it does not send; beneath a
-/// `VXIMErrorCannotSend`.
+/// Domain of the errors of events that the connection did not send or that got no answer. The
+/// underlying error of a `VXIMErrorCannotSend` is in this domain.
 inline constexpr const char* kSocketIOErrorDomain = "SocketIOErrorDomain";
 /// Codes in `kSocketIOErrorDomain`.
 enum SocketIOErrorCode : std::int64_t {
@@ -77,23 +77,23 @@ enum SocketIOErrorCode : std::int64_t {
     SocketIOErrorDisconnected = 2,
     /// the peer did not answer in time
     SocketIOErrorAckTimedOut = 3,
-    /// over a limit of size, depth or count; or of the queue, and then marked temporary
+    /// over a limit of size, depth or count; or the queue is full, which is marked temporary
     SocketIOErrorTooLarge = 4,
-    /// the items hold what cannot be sent, or the event's name is reserved
+    /// the items hold something that cannot be sent, or the event's name is reserved
     SocketIOErrorNotEncodable = 5,
 };
 
-/// Marks, in an error's user information, what may pass: true.
+/// Key in an error's user information: true if trying again later may help.
 inline constexpr const char* kTemporaryKey = "temporary";
 
-/// Whether the same may succeed later without anybody having mended something: no connection, a
-/// timeout, a service that is overloaded or down, a full queue. Not so: a refusal, a bad address, a
-/// certificate, a message that is too long. False for nullptr. REST requests that failed for such a
-/// reason were sent again already, twice.
+/// Whether trying again later may help, although nobody fixes anything: true for no connection, a
+/// timeout, a service that is overloaded or down, or a full queue. False for a refusal, a bad
+/// address, a bad certificate, a message that is too long, and for nullptr. REST requests that
+/// failed for a temporary reason have already been sent again twice. Call from any thread.
 VEXIM_EXPORT bool isTemporary(const ErrorPtr& error);
 
-/// The error that a `VXIMClientConnectionErrorNotification` carries: the last element of its
-/// "data". Never nullptr.
+/// The error in a `VXIMClientConnectionErrorNotification`: the last element of its "data". Never
+/// nullptr.
 VEXIM_EXPORT ErrorPtr connectionError(const Notification& notification);
 
 }  // namespace vexim

@@ -25,55 +25,60 @@ using VXIMFriendInfoCompletion =
 
 /// One entry of a user's friend list.
 ///
-/// Every info keeps its own `online` current while it lives: it follows the presence notifications
-/// of any client. Infos are independent of each other; two for one friend both follow. An
-/// application may hold very many: each takes less than 400 bytes besides its texts and its
-/// message, and an event finds those that it is about. Infos may be made and released on any
-/// thread.
+/// Every info updates its `online` by itself: it listens to the presence notifications of all
+/// clients. Two infos for the same friend are both updated. An application may hold very many: each
+/// takes less than 400 bytes besides its texts and its message, and a presence event looks only at
+/// the infos of that friend. Infos may be made and released on any thread.
 ///
-/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or
-/// `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
-/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
-/// makes no object. `vexim::isTemporary` tells which may pass.
+/// Errors of all operations: `VXErrorDomain` with the service's code if it refused, or with
+/// `VXErrorNoUsableAnswer` (100) if no usable answer came; the underlying error
+/// ("NSURLErrorDomain") is the cause. `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) if no
+/// object can be made from the answer. `vexim::isTemporary` says whether trying again later may
+/// help.
+///
+///     for (const auto& info : client->currentUser()->friends().value_or({}))
+///         std::cout << info->uid().description() << (info->online() ? " is online\n" : "\n");
 class VEXIM_EXPORT VXIMFriendInfo final : public vexim::Object {
 public:
     using Object::Object;
     ~VXIMFriendInfo() override;
 
-    /// An info that knows the id only. nil raises NSInvalidArgumentException.
+    /// Makes an info that knows its id only. nil raises NSInvalidArgumentException.
     static std::shared_ptr<VXIMFriendInfo> infoWithId(vexim::Value uid);
-    /// An info from a record as the service sends it: "id", and what `setMetadataWithDictionary`
-    /// takes.
+    /// Makes an info from a record of the service: "id", and the entries that
+    /// `setMetadataWithDictionary` reads.
     static std::shared_ptr<VXIMFriendInfo> infoWithDictionary(const vexim::Dictionary& dictionary);
-    /// As `infoWithDictionary`. Never nullptr: without "id" the info has no uid and follows nobody.
+    /// Like `infoWithDictionary`. Never nullptr: without "id" the info has no uid and is never
+    /// updated.
     static std::shared_ptr<VXIMFriendInfo> initWithDictionary(const vexim::Dictionary& dictionary);
 
-    /// Takes "online", "ts", "from", "to" and "recent" over. What is missing is cleared, but for
-    /// the recent message, which then stays.
+    /// Reads "online", "ts", "from", "to" and "recent". A missing entry clears its property, except
+    /// for the recent message, which stays.
     void setMetadataWithDictionary(const vexim::Dictionary& dictionary);
 
-    // What an info does at the notifications that it follows: changes `online`, when the user
-    // information's "id" is its `uid`.
+    // Handlers of the presence notifications. They set `online` if the user information's "id"
+    // equals `uid`.
     void didOnline(const vexim::Notification& notification);
     void didOffline(const vexim::Notification& notification);
 
     /// The friend's user id as the service gave it.
     const vexim::Value& uid() const noexcept { return uid_; }
-    /// Readable from any thread.
+    /// Whether the friend has a live connection. Readable from any thread.
     bool online() const noexcept { return online_.load(std::memory_order_relaxed); }
     void setOnline(bool online) noexcept { online_.store(online, std::memory_order_relaxed); }
-    /// The time of the friendship record as sent: milliseconds since 1970; 0 when unknown.
+    /// The time of the friendship record, in milliseconds since 1970; 0 if not known.
     std::int64_t ts() const noexcept { return ts_; }
-    // Between which user ids the friendship was made; nil when unknown.
+    // The ids of the two users of the friendship; nil if not known.
     const vexim::Value& from() const noexcept { return from_; }
     const vexim::Value& to() const noexcept { return to_; }
 
-    /// nullptr when there is none.
+    /// The newest message with this friend; nullptr if there is none.
     const std::shared_ptr<VXIMMessage>& recentMessage() const noexcept { return recentMessage_; }
 
+    /// The runtime record of the class.
     const vexim::Class& runtimeClass() const override;
 
-    // For the factories.
+    // The factories call these.
     bool initialise(const vexim::Dictionary& dictionary);
     bool initialise(vexim::Value uid);
 

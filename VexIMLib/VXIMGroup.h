@@ -19,7 +19,8 @@
 
 class VXIMGroup;
 
-/// On success (the group, nullptr); on failure nullptr and the error, which can be nullptr, too.
+/// On success (the group, nullptr), on failure (nullptr, the error). The error can be nullptr as
+/// well.
 using VXIMGroupCompletion =
     std::function<void(std::shared_ptr<VXIMGroup> group, vexim::ErrorPtr error)>;
 /// On success (the groups in the service's order, nullptr), on failure (nullopt, the error).
@@ -29,37 +30,38 @@ using VXIMGroupsCompletion = std::function<void(
 /// A chat group: members with an owner, custom attributes (its name is one of them) and a message
 /// history.
 ///
-///     VXIMGroup::createWithOwner("u1", "Reading circle", {"u1", "u2"}, [](auto group,
-///     vexim::ErrorPtr error) {
-///         if (group) group->addMembers({"u3"}, {});
-///     });
+///     VXIMGroup::createWithOwner("u1", "Reading circle", {"u1", "u2"},
+///                                [](auto group, vexim::ErrorPtr error) {
+///                                    if (group) group->addMembers({"u3"}, {});
+///                                });
 ///
 /// Operations keep the group alive until they end. Each block runs once, on the main queue, and may
-/// be empty; local state changes right before it, and only after a success. On a group without an
-/// id they raise NSInvalidArgumentException, as does a nil argument. Use a group on the main
-/// thread.
+/// be empty. Local state changes right before it runs, and only after a success. A nil argument, or
+/// a group without an id, raises NSInvalidArgumentException. Use a group on the main thread.
 ///
-/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or
-/// `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
-/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
-/// makes no object. `vexim::isTemporary` tells which may pass.
+/// Errors of all operations: `VXErrorDomain` with the service's code if it refused, or with
+/// `VXErrorNoUsableAnswer` (100) if no usable answer came; the underlying error
+/// ("NSURLErrorDomain") is the cause. `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) if no
+/// object can be made from the answer. `vexim::isTemporary` says whether trying again later may
+/// help.
 class VEXIM_EXPORT VXIMGroup final : public VXIMAttributedObject {
 public:
     using VXIMAttributedObject::VXIMAttributedObject;
 
-    /// A group that knows its id only. nil raises.
+    /// Makes a group that knows its id only. nil raises NSInvalidArgumentException.
     static std::shared_ptr<VXIMGroup> groupWithId(vexim::Value groupId);
-    // From a record as the service sends it. nullptr for a dictionary without entries.
+    // Makes a group from a record of the service. Returns nullptr if the dictionary is empty.
     static std::shared_ptr<VXIMGroup> groupWithDictionary(vexim::Dictionary dictionary);
     static std::shared_ptr<VXIMGroup> initWithDictionary(vexim::Dictionary dictionary);
 
-    /// A group to be created on the server; what is nil is left out. `name()` reads nil until the
-    /// group was fetched or renamed: the creation form holds the name elsewhere.
+    /// Makes a group to be created on the server with `createWithBlock`. nil values are left out.
+    /// `name()` returns nil until the group is fetched or renamed, because the creation form holds
+    /// the name in another place.
     static std::shared_ptr<VXIMGroup> groupWithName(vexim::Value name,
                                                     std::optional<vexim::Array> members,
                                                     vexim::Value owner);
 
-    /// nil until the group was created on the server.
+    /// The group's id; nil until the group was created on the server.
     vexim::Value groupId() const;
     /// The attribute "name"; nil when not known. The setter changes the local copy only.
     vexim::Value name() const;
@@ -67,38 +69,40 @@ public:
     /// The owner's user id; nil when not known. The setter changes the local copy only.
     vexim::Value owner() const;
     void setOwner(vexim::Value owner);
-    /// User ids. Never nil: reading a missing list stores an empty one.
+    /// The members' user ids. Never nil: reading a missing list stores an empty one.
     vexim::Value members();
     void setMembers(vexim::Value members);
-    /// The newest message, a new object at every read; nullptr when there is none.
+    /// The newest message; nullptr if there is none. Each call makes a new object.
     std::shared_ptr<VXIMMessage> recentMessage() const;
 
-    /// Creates a group on the server. nullptr without an error when it answers with anything but a
-    /// bare id.
+    /// Creates a group on the server. `block` gets (nullptr, nullptr) if the service answers with
+    /// anything but a bare id.
     static void createWithOwner(vexim::Value owner, vexim::Value name, VXIMGroupCompletion block);
     static void createWithOwner(vexim::Value owner, vexim::Value name,
                                 std::optional<vexim::Array> members, VXIMGroupCompletion block);
-    /// Creates the group on the server and takes its id over. Fails without an error when the
+    /// Creates the group on the server and sets `groupId`. `block` gets (false, nullptr) if the
     /// service answers with anything but a bare id.
     void createWithBlock(VXIMBooleanCompletion block);
     /// Merges the server's record into this group.
     void fetchWithBlock(VXIMBooleanCompletion block);
-    /// Messages before a time in seconds since 1970, `limit` at most. An answer that is no list
-    /// gives (nullopt, nullptr).
+    /// Gets the group's messages before `timestamp` (seconds since 1970), `limit` at most.
+    /// `completion` gets (nullopt, nullptr) if the answer is not a list.
     void getLatestMessagesBefore(double timestamp, std::int32_t limit,
                                  VXIMMessagesCompletion completion);
-    /// Hands the group over, on the server and then locally.
+    /// Makes another user the owner, on the server and then locally.
     void changeOwner(vexim::Value owner, VXIMBooleanCompletion block);
-    /// Changes entries of the record itself (not of its attributes), on the server and then
+    /// Changes entries of the group's record (not of its custom attributes), on the server and then
     /// locally.
     void updateWithAttributes(vexim::Dictionary attributes, VXIMBooleanCompletion block);
-    /// Members who are there already are listed twice afterwards.
+    /// Adds members, on the server and then locally. Users who already are members are then listed
+    /// twice.
     void addMembers(vexim::Array userIds, VXIMBooleanCompletion block);
-    /// On the server, and then locally; ids of no members change nothing locally.
+    /// Removes members, on the server and then locally. Ids of users who are not members are
+    /// ignored locally.
     void removeMembers(vexim::Array userIds, VXIMBooleanCompletion block);
-    /// Renames the group: the name is one of its attributes.
+    /// Renames the group, on the server and then locally. The name is one of its attributes.
     void updateName(vexim::Value name, VXIMBooleanCompletion block);
-    /// Deletes it on the server; this object stays as it is.
+    /// Deletes the group on the server. This object does not change.
     void deleteWithBlock(VXIMBooleanCompletion block);
 
     std::string_view keyPathForProperty(std::string_view property) const override;

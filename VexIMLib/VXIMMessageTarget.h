@@ -7,37 +7,43 @@
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Value.h"
 
-/// What kind of party a message comes from or goes to.
+/// What a message comes from or goes to.
 enum VXIMMessageTargetType : std::int32_t {
-    /// receiver of a system message for every user
+    /// the receiver of a system message to every user
     VXIMMessageTargetTypeAllUsers = -3,
-    /// sender of a system message
+    /// the sender of a system message
     VXIMMessageTargetTypeSystem = -2,
-    /// not set; also the receiver of a received system message
+    /// not set; also the receiver of a system message that was received
     VXIMMessageTargetTypeUnknown = -1,
+    /// a user
     VXIMMessageTargetTypeUser = 0,
+    /// a group
     VXIMMessageTargetTypeGroup = 1,
+    /// a room
     VXIMMessageTargetTypeRoom = 2,
 };
 
-/// One end of a message: its sender or its receiver.
+/// The sender or the receiver of a message.
 ///
-/// The setters follow the kind along: a user id makes an unset (negative) kind a user, while a
-/// group id or a room id always makes it a group or a room. An explicit kind thus survives
-/// `setUserId`, but neither `setGroupId` nor `setRoomId`. Ids are normally strings; one that the
-/// service sent as something else is kept as it stands.
+/// Setting an id sets the type, too. `setGroupId` and `setRoomId` always make the target a group or
+/// a room. `setUserId` makes it a user only if the type is not set (negative). Ids are normally
+/// strings. If the service sent something else, it is kept unchanged.  One target is used from one
+/// thread at a time. No function here fails.
+///
+///     message->receiver()->setGroupId("g1");  // now a message to the group g1
 class VEXIM_EXPORT VXIMMessageTarget final : public vexim::Object {
 public:
     using Object::Object;
-    /// A target of unknown type without ids.
+    /// Makes a target of type Unknown without ids.
+    /// Applications seldom need this: a message makes its own targets.
     static std::shared_ptr<VXIMMessageTarget> init();
 
-    /// Any number may stand here, as it may in what the service sends.
+    /// What the target is. The service may send other numbers, so any number is possible.
     VXIMMessageTargetType type() const noexcept { return type_; }
     void setType(VXIMMessageTargetType type) noexcept { type_ = type; }
 
-    // nil when not set. A target of a group's or a room's message may name the user who speaks in
-    // it, too.
+    // The ids; nil if not set. The sender of a group or room message may also have the id of the
+    // user who wrote it.
     const vexim::Value& userId() const noexcept { return userId_; }
     void setUserId(vexim::Value userId);
     const vexim::Value& groupId() const noexcept { return groupId_; }
@@ -45,6 +51,7 @@ public:
     const vexim::Value& roomId() const noexcept { return roomId_; }
     void setRoomId(vexim::Value roomId);
 
+    /// The runtime record of the class.
     const vexim::Class& runtimeClass() const override;
 
 private:

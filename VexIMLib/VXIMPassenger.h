@@ -17,50 +17,52 @@
 
 class VXIMPassenger;
 
-/// On success (the passenger, nullptr); on failure nullptr and the error, which can be nullptr,
-/// too.
+/// On success (the passenger, nullptr), on failure (nullptr, the error). The error can be nullptr
+/// as well.
 using VXIMPassengerCompletion =
     std::function<void(std::shared_ptr<VXIMPassenger> passenger, vexim::ErrorPtr error)>;
 
-/// An anonymous visitor of the application, who can chat with users without being one.
+/// An anonymous visitor of the application, who can chat with users without having an account.
 ///
-/// Operations keep the passenger alive until they end. Each completion runs once and may be empty;
-/// where the passenger has no id, it gets `VXIMErrorDomain` 5004 at once, otherwise it runs on the
-/// main queue. Use a passenger on the main thread.
+/// Operations keep the passenger alive until they end. Each completion runs once, on the main
+/// queue, and may be empty. If the passenger has no id, the completion runs at once, with
+/// `VXIMErrorDomain` 5004 (`VXIMErrorPassengerWithoutId`). Use a passenger on the main thread.
 ///
-/// Errors of all operations besides that: `VXErrorDomain` with the service's code where it refused,
-/// or `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
-/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
-/// makes no object. `vexim::isTemporary` tells which may pass.
+/// Other errors of all operations: `VXErrorDomain` with the service's code if it refused, or with
+/// `VXErrorNoUsableAnswer` (100) if no usable answer came; the underlying error
+/// ("NSURLErrorDomain") is the cause. `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) if no
+/// object can be made from the answer. `vexim::isTemporary` says whether trying again later may
+/// help.
 class VEXIM_EXPORT VXIMPassenger : public VXIMRuntimeObject {
 public:
     using VXIMRuntimeObject::VXIMRuntimeObject;
 
-    /// A passenger that knows the id only, or one of a class derived from it:
+    /// Makes a passenger that knows its id only. The template makes a derived class:
     /// `VXIMPassenger::passengerWithId<Visitor>("p1")`. nil raises NSInvalidArgumentException.
     template <std::derived_from<VXIMPassenger> T = VXIMPassenger>
     static std::shared_ptr<T> passengerWithId(vexim::Value passengerId) {
         return vexim::create<T>(vexim::Dictionary{{"id", std::move(passengerId)}});
     }
-    /// A passenger from a record as the service sends it.
+    /// Makes a passenger from a record of the service.
     static std::shared_ptr<VXIMPassenger> initWithDictionary(vexim::Dictionary dictionary);
 
-    /// The passenger's id; nil when not known.
+    /// The passenger's id; nil if not known.
     vexim::Value pid() const;
     void setPid(vexim::Value pid);
 
-    /// Creates a passenger on the server, or updates the one whose "id" is among the attributes. An
-    /// answer that is no id gives (nullptr, nullptr).
+    /// Creates a passenger on the server, or updates the one whose "id" is among the attributes.
+    /// `completion` gets (nullptr, nullptr) if the answer is not an id.
     static void createOrUpdatePassengerWithAttributes(vexim::Dictionary attributes,
                                                       VXIMPassengerCompletion completion);
-    /// Changes attributes on the server and, when it answers with the id, locally. Succeeds
-    /// whatever the answer is.
+    /// Changes attributes on the server and, if it answers with the passenger's id, locally.
+    /// Succeeds with any other answer, too.
     void updatePassengerAttributes(vexim::Dictionary attributes, VXIMBooleanCompletion completion);
-    /// Merges the server's record into this passenger. An answer that is no dictionary changes
+    /// Merges the server's record into this passenger. An answer that is not a dictionary changes
     /// nothing and counts as a success.
     void fetchWithCompletion(VXIMBooleanCompletion completion);
-    /// Messages with a user before a time in seconds since 1970, `limit` at most. An answer that is
-    /// no list gives (nullopt, nullptr). A nil user id raises.
+    /// Gets the messages with a user before `beforeTime` (seconds since 1970), `limit` at most.
+    /// `completion` gets (nullopt, nullptr) if the answer is not a list. A nil user id raises
+    /// NSInvalidArgumentException.
     void getHistoryMessagesWithUser(vexim::Value userId, double beforeTime, std::int32_t limit,
                                     VXIMMessagesCompletion completion);
 

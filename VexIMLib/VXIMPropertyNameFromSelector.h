@@ -7,8 +7,10 @@
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/Foundation/Runtime/Selector.h"
 
-/// The declared property of `cls` that an accessor belongs to, by its selector alone: "title" and
-/// "setTitle:" give "title", "setURL:" gives "URL". nullopt when there is none. Everything that
-/// begins with "set" is taken for a setter, getters too.
+/// The declared property of `cls` whose accessor has this selector: "title" and "setTitle:" give
+/// "title", "setURL:" gives "URL". nullopt if there is none. A selector that begins with "set"
+/// always counts as a setter. Call from any thread.
+///
+///     VXIMPropertyNameFromSelector(VXIMUser::staticClass(), "setOnline:");  // "online"
 VEXIM_EXPORT std::optional<std::string> VXIMPropertyNameFromSelector(const vexim::Class& cls,
                                                                      vexim::Selector selector);

@@ -23,54 +23,58 @@
 ///     query->setLimit(50);
 ///     query->findUserWithBlock([](auto users, vexim::ErrorPtr error) { … });
 ///
-/// A query may be run again and changed while a search is in flight: each takes its parameters when
-/// it starts. Build one on one thread.
+/// A query may be run again, and changed while a search is running: a search copies its parameters
+/// when it starts. Use a query from one thread at a time.
 ///
-/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or
-/// `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
-/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
-/// makes no object. `vexim::isTemporary` tells which may pass.
+/// Errors of all operations: `VXErrorDomain` with the service's code if it refused, or with
+/// `VXErrorNoUsableAnswer` (100) if no usable answer came; the underlying error
+/// ("NSURLErrorDomain") is the cause. `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) if no
+/// object can be made from the answer. `vexim::isTemporary` says whether trying again later may
+/// help.
 class VEXIM_EXPORT VXIMQuery final : public vexim::Object {
 public:
     using Object::Object;
-    // A search without conditions.
+    // Makes a search without conditions.
     static std::shared_ptr<VXIMQuery> query();
     static std::shared_ptr<VXIMQuery> init();
 
-    /// Results to leave out at the start; a negative number leaves it to the service. 0 at first.
+    /// How many results to skip; 0 at first. A negative number is not sent.
     std::int32_t skip() const noexcept { return skip_; }
     void setSkip(std::int32_t skip) noexcept { skip_ = skip; }
-    /// The most results wanted; a negative number leaves it to the service. 20 at first.
+    /// The most results to return; 20 at first. A negative number is not sent, and the service
+    /// decides.
     std::int32_t limit() const noexcept { return limit_; }
     void setLimit(std::int32_t limit) noexcept { limit_ = limit; }
-    /// The sort keys by priority, to be written in place; a leading "-" means descending.
+    /// The sort keys, the most important first. A leading "-" means descending. May be changed in
+    /// place.
     std::vector<std::string>& order() noexcept { return order_; }
     void setOrder(std::vector<std::string> order) { order_ = std::move(order); }
-    /// The value that each named attribute must have, to be written in place. Values must be
-    /// strings: anything else raises when the search starts.
+    /// The value that each named attribute must have. May be changed in place. Values must be
+    /// strings; anything else raises NSInvalidArgumentException when the search starts.
     vexim::Dictionary& where() noexcept { return where_; }
     void setWhere(vexim::Dictionary where) { where_ = std::move(where); }
 
-    /// Replaces an earlier condition on `attribute`; nil removes it.
+    /// Sets the condition on `attribute`, replacing an earlier one; nil removes it.
     void whereAttribute(std::string_view attribute, vexim::Value equalTo);
 
-    // `orderBy…` forgets the sort keys so far, `add…` appends to them.
+    // `orderBy…` replaces the sort keys, `add…` appends one.
     void orderByAscending(std::string key);
     void addAscendingOrder(std::string key);
     void orderByDescending(std::string key);
     void addDescendingOrder(std::string key);
 
-    /// Replaces the order; a descriptor without a key changes nothing.
+    /// Replaces the sort keys. A descriptor without a key changes nothing.
     void orderBySortDescriptor(const vexim::SortDescriptor& descriptor);
-    /// Appends to the order, leaving out descriptors without a key.
+    /// Appends to the sort keys. Descriptors without a key are left out.
     void orderBySortDescriptors(const std::vector<vexim::SortDescriptor>& descriptors);
 
-    /// The parameters of the request: "_sort", the conditions by their names, "_limit", "_skip"; a
-    /// later one overwrites an earlier one of the same name.
+    /// The parameters of the request: "_sort", the conditions by name, "_limit", "_skip". If two
+    /// have the same name, the later one wins.
     vexim::Dictionary combinedParams() const;
 
-    // `block` runs once on the main queue: (what was found, nullptr), or (nullopt, the error). An
-    // answer that is no list gives (nullopt, nullptr).
+    // Start the search, on any thread. `block` runs once, on the main queue, with (the results,
+    // nullptr) or (nullopt, the error). It gets (nullopt, nullptr) if the answer is not a list. It
+    // may be empty.
     void findUserWithBlock(VXIMUsersCompletion block) const;
     void findGroupWithBlock(VXIMGroupsCompletion block) const;
     void findRoomWithBlock(VXIMRoomsCompletion block) const;

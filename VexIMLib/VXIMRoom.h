@@ -17,7 +17,8 @@
 
 class VXIMRoom;
 
-/// On success (the room, nullptr); on failure nullptr and the error, which can be nullptr, too.
+/// On success (the room, nullptr), on failure (nullptr, the error). The error can be nullptr as
+/// well.
 using VXIMRoomCompletion =
     std::function<void(std::shared_ptr<VXIMRoom> room, vexim::ErrorPtr error)>;
 /// On success (the rooms in the service's order, nullptr), on failure (nullopt, the error).
@@ -27,53 +28,58 @@ using VXIMRoomsCompletion = std::function<void(
 /// A chat room: members, a creation time and custom attributes, without an owner.
 ///
 /// Operations keep the room alive until they end. Each block runs once, on the main queue, and may
-/// be empty; local state changes right before it, and only after a success. A nil argument raises
-/// NSInvalidArgumentException. Use a room on the main thread.
+/// be empty. Local state changes right before it runs, and only after a success. A nil argument
+/// raises NSInvalidArgumentException. Use a room on the main thread.
 ///
-/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or
-/// `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
-/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
-/// makes no object. `vexim::isTemporary` tells which may pass.
+/// Errors of all operations: `VXErrorDomain` with the service's code if it refused, or with
+/// `VXErrorNoUsableAnswer` (100) if no usable answer came; the underlying error
+/// ("NSURLErrorDomain") is the cause. `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) if no
+/// object can be made from the answer. `vexim::isTemporary` says whether trying again later may
+/// help.
 class VEXIM_EXPORT VXIMRoom final : public VXIMAttributedObject {
 public:
     using VXIMAttributedObject::VXIMAttributedObject;
 
-    /// A room that knows its id only. nil raises.
+    /// Makes a room that knows its id only. nil raises NSInvalidArgumentException.
     static std::shared_ptr<VXIMRoom> roomWithId(vexim::Value roomId);
-    // From a record as the service sends it. nullptr for a dictionary without "id".
+    // Makes a room from a record of the service. Returns nullptr if the dictionary has no "id".
     static std::shared_ptr<VXIMRoom> roomWithDictionary(vexim::Dictionary dictionary);
     static std::shared_ptr<VXIMRoom> initWithDictionary(vexim::Dictionary dictionary);
 
     /// The room's id.
     vexim::Value roomId() const;
-    /// nil when not known. The setter changes the local copy only.
+    /// The room's name; nil if not known. The setter changes the local copy only.
     vexim::Value name() const;
     void setName(vexim::Value name);
-    /// User ids; nil when the list is not known.
+    /// The members' user ids; nil if the list is not known. The setter changes the local copy only.
     vexim::Value members() const;
     void setMembers(vexim::Value members);
-    /// When the room was created: seconds since 1970; 0 when not known.
+    /// When the room was created, in seconds since 1970; 0 if not known.
     double createTs() const;
 
-    /// Creates a room on the server. Fails without an error when the service answers with anything
-    /// but a bare id.
+    /// Creates a room on the server. `block` gets (nullptr, nullptr) if the service answers with
+    /// anything but a bare id.
     static void createWithName(vexim::Value name, VXIMRoomCompletion block);
     static void createWithName(vexim::Value name, std::optional<vexim::Array> members,
                                VXIMRoomCompletion block);
     /// Merges the server's record into this room.
     void fetchWithBlock(VXIMBooleanCompletion block);
-    /// Fails without an error when the service does not say "success".
+    /// Renames the room, on the server and then locally. `block` gets (false, nullptr) if the
+    /// service does not answer "success".
     void updateName(vexim::Value name, VXIMBooleanCompletion block);
-    /// Members who are there already are listed twice afterwards; a list that is not known stays
-    /// so.
+    /// Adds members, on the server and then locally. Users who already are members are then listed
+    /// twice. If `members` is nil, it stays nil.
     void addMembers(vexim::Array userIds, VXIMBooleanCompletion block);
-    /// On the server, and then locally; ids of no members change nothing locally.
+    /// Removes members, on the server and then locally. Ids of users who are not members are
+    /// ignored locally.
     void removeMembers(vexim::Array userIds, VXIMBooleanCompletion block);
-    /// Deletes it on the server; this object stays as it is.
+    /// Deletes the room on the server. This object does not change.
     void deleteWithBlock(VXIMBooleanCompletion block);
 
+    /// Where the properties are in the record: "roomId" is under "id".
     std::string_view keyPathForProperty(std::string_view property) const override;
     const vexim::Class& runtimeClass() const override;
+    /// The runtime record of the class.
     static const vexim::Class& staticClass();
 
     bool initialise(vexim::Dictionary dictionary) override;

@@ -13,32 +13,32 @@
 
 class VXIMMessageForwardProxy;
 
-/// The base of the server's resources. Its state is one dictionary, the data store, which holds a
-/// server object as it came; derived classes declare dynamic properties that read and write it
-/// through a key path for each property.
+/// The base class of the server's resources. Its state is one dictionary, the data store, which
+/// holds the server's object as it came. Derived classes declare dynamic properties. Each one has a
+/// key path, through which it reads and writes the store.
 ///
 /// Keys and key paths ("attributes.name") name places in the store, not properties. A missing
-/// value, at any depth, reads as nil; setting nil removes. Dictionaries are values: what was read
-/// before is never changed by a later write.
+/// value, at any depth, reads as nil; setting nil removes the entry. Dictionaries are values: a
+/// later write never changes one that was read before.
 ///
-/// One object is used from one thread at a time. (An atomic property's accessors exclude each
-/// other, nothing else does.)
+/// One object is used from one thread at a time. (Only the accessors of an atomic property lock
+/// each other out.)
 ///
 /// A derived class, as its source file writes it (its header declares `staticClass`, `runtimeClass`
 /// and the typed accessors; `DynamicProperty` is in internal/MessageForwarding/DynamicProperty.h):
 ///
 ///     const vexim::Class& VXIMUser::staticClass() {
-///         static const vexim::Class& cls = vexim::Class::declare("VXIMUser",
-///         &VXIMRuntimeObject::staticClass(), {
+///         static const vexim::Class& cls = vexim::Class::declare(
+///             "VXIMUser", &VXIMRuntimeObject::staticClass(), {
 ///             {"uid", "T@\"NSString\",&,D,N"}, {"sessionCount", "Tq,D,N"}, {"online", "TB,D,N"},
 ///             {"attributes", "T@\"NSDictionary\",&,D,N"}});
 ///         return cls;
 ///     }
 ///     const vexim::Class& VXIMUser::runtimeClass() const { return staticClass(); }
 ///
-///     constinit const vexim::DynamicProperty<std::int64_t> kSessionCount{&VXIMUser::staticClass,
-///     "sessionCount"}; std::int64_t VXIMUser::sessionCount() const { return
-///     kSessionCount.get(*this); }
+///     constinit const vexim::DynamicProperty<std::int64_t> kSessionCount{
+///         &VXIMUser::staticClass, "sessionCount"};
+///     std::int64_t VXIMUser::sessionCount() const { return kSessionCount.get(*this); }
 ///
 ///     std::string_view VXIMUser::keyPathForProperty(std::string_view property) const {
 ///         if (property == "uid") return "id";
@@ -56,52 +56,52 @@ public:
     static const vexim::Class& staticClass();
     const vexim::Class& runtimeClass() const override;
 
-    /// An object with an empty store.
+    /// Makes an object with an empty store.
     static std::shared_ptr<VXIMRuntimeObject> init();
-    /// An object whose store begins with these entries.
+    /// Makes an object whose store starts with these entries.
     static std::shared_ptr<VXIMRuntimeObject> initWithDictionary(vexim::Dictionary dictionary);
-    /// What the factories run. A derived class may refuse by answering false; otherwise it calls
-    /// this one.
+    /// The factories call this. A derived class returns false to refuse the dictionary; otherwise
+    /// it calls this function.
     virtual bool initialise(vexim::Dictionary dictionary);
 
-    /// `setValueForKey` for each entry in order; dots in keys are not interpreted.
+    /// Calls `setValueForKey` for each entry, in order. Dots in keys have no meaning.
     void addEntriesFromDictionary(const vexim::Dictionary& entries);
-    /// The store as it is now; later writes do not show in it.
+    /// A copy of the store. Later writes do not change it.
     vexim::Dictionary dictionaryRepresentation() const { return dataStore_; }
-    /// The store itself, to be read and written in place; observers of keys hear nothing of it.
+    /// The store itself. Read and write it in place; key observers are not notified.
     vexim::Dictionary& dataStore() noexcept { return dataStore_; }
     const vexim::Dictionary& dataStore() const noexcept { return dataStore_; }
 
-    /// The place of a declared property in the store. Derived classes answer with a literal or pass
-    /// the name on; the answer must live as long as the argument.
+    /// The key path of a declared property in the store. Derived classes return a literal or call
+    /// the base. The result must live as long as the argument.
     virtual std::string_view keyPathForProperty(std::string_view property) const;
 
-    // One key of the store; dots in it are not interpreted. Subscripts and `object…` are other
-    // names for the same place.
+    // One key of the store; dots in it have no meaning. Subscripts and `object…` are other names
+    // for the same entry. The setters raise nothing.
     vexim::Value valueForKey(std::string_view key) const override;
-    /// nil removes. The only writer that tells the key's observers.
+    /// Sets an entry; nil removes it. Only this setter notifies the key's observers.
     virtual void setValueForKey(vexim::Value value, std::string_view key);
     vexim::Value objectForKey(std::string_view key) const;
     void setObjectForKey(vexim::Value object, std::string_view key);
     vexim::Value objectForKeyedSubscript(std::string_view key) const;
     void setObjectForKeyedSubscript(vexim::Value object, std::string_view key);
 
-    // A place at any depth: keys, separated by dots.
+    // An entry at any depth: keys separated by dots.
     vexim::Value valueForKeyPath(std::string_view keyPath) const;
     void setValueForKeyPath(vexim::Value value, std::string_view keyPath);
     vexim::Value objectForKeyPath(std::string_view keyPath) const;
-    /// Makes missing dictionaries on the way unless `object` is nil. Where something on the way is
-    /// no dictionary, that stays, and NSUnknownKeyException is raised.
+    /// Makes the missing dictionaries on the way, unless `object` is nil. If something on the way
+    /// is not a dictionary, nothing changes and it raises NSUnknownKeyException.
     void setObjectForKeyPath(vexim::Value object, std::string_view keyPath);
 
-    // What the accessors of dynamic properties come down to.
+    // The accessors of dynamic properties call these.
     virtual vexim::Value valueForPropertyName(std::string_view property) const;
     virtual void setValueForPropertyName(vexim::Value value, std::string_view property);
 
     /// "<VXIMUser: 0x5580…> {id = u1; }"
     std::string description() const override;
 
-    /// The proxy of the root class VXIMRuntimeObject, whatever the derived class.
+    /// The proxy of the class VXIMRuntimeObject, the same for all derived classes.
     static std::shared_ptr<VXIMMessageForwardProxy> messageForwardProxy();
     std::shared_ptr<const vexim::MethodSignature> methodSignatureForSelector(
         vexim::Selector selector) const final;

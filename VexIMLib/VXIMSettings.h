@@ -5,21 +5,24 @@
 
 #include "VexIMLib/Foundation/Export.h"
 
-// What an application may tell the library once, at its start.
+// Settings that an application makes once, at its start.
 namespace vexim {
 
-/// Who the application is, for the User-Agent of its requests, where nil reads "(null)".
+/// Describes the application in the User-Agent of its requests. There, nil appears as "(null)".
 struct ApplicationInfo {
-    std::optional<std::string> bundleIdentifier;  ///< in reverse domain notation
-    std::optional<std::string> bundleVersion;     ///< the build, such as "142"
-    std::optional<std::string> systemVersion;     ///< nil leaves the running kernel's
+    /// in reverse domain notation, such as "org.example.chat"
+    std::optional<std::string> bundleIdentifier;
+    /// the build, such as "142"
+    std::optional<std::string> bundleVersion;
+    /// nil means the version of the running kernel
+    std::optional<std::string> systemVersion;
 };
-/// Takes effect with the next request. Call it before other threads use the library.
+/// Sets it, from the next request on. Call this before other threads use the library.
 VEXIM_EXPORT void setApplicationInfo(ApplicationInfo info);
 
-/// Whether the session manager remembers the requests that have ended, each with the answer that it
-/// collected, for as long as the process lives. It does by default. A program that runs for long
-/// says false: from then on a request is forgotten when it has ended.
+/// Whether the session manager keeps finished requests, each with its answer, until the process
+/// ends. The default is true. Set false in a program that runs for long: from then on, a request is
+/// released when it has ended. Call from any thread.
 VEXIM_EXPORT void setKeepsFinishedDelegates(bool keeps);
 
 }  // namespace vexim

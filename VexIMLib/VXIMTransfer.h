@@ -7,20 +7,20 @@
 
 #include "VexIMLib/Foundation/Export.h"
 
-/// How far a transfer has come, in bytes of the body that travels. (An attachment goes up in a
-/// form, which has a few hundred bytes more than the file.)
+/// The progress of a transfer, in bytes of the body. (An attachment is uploaded in a form, which
+/// has a few hundred bytes more than the file.)
 struct VXIMTransferProgress {
     /// sent or received so far; from 0 again after a redirection
     std::int64_t bytes = 0;
-    /// of all; nullopt when it is unknown, as for a download whose length is not announced
+    /// in all; nullopt if unknown, as for a download whose length the server does not announce
     std::optional<std::int64_t> total;
 };
 
-/// Hears how a transfer goes, any number of times.
+/// Receives the progress of a transfer, any number of times.
 using VXIMTransferProgressBlock = std::function<void(VXIMTransferProgress progress)>;
 
-/// A handle by which an application cancels an upload or a download, or hears of its bytes. Make
-/// one, pass it to the operation, keep it. One handle serves one transfer; all operations may be
+/// A handle to cancel an upload or a download, or to follow its progress in bytes. Make one, pass
+/// it to the operation, and keep it. Use each handle for one transfer only. All functions may be
 /// called from any thread.
 ///
 ///     auto transfer = VXIMTransfer::transfer();
@@ -29,24 +29,24 @@ using VXIMTransferProgressBlock = std::function<void(VXIMTransferProgress progre
 ///     transfer->cancel();  // done(nil, "NSURLErrorDomain" -999), once, on the main queue
 class VEXIM_EXPORT VXIMTransfer {
 public:
-    /// A handle that no transfer has yet.
+    /// Makes a new handle.
     static std::shared_ptr<VXIMTransfer> transfer();
     ~VXIMTransfer();
     VXIMTransfer(const VXIMTransfer&) = delete;
     VXIMTransfer& operator=(const VXIMTransfer&) = delete;
 
-    /// Ends the transfer: its completion gets "NSURLErrorDomain" -999. A handle cancelled
-    /// beforehand ends the transfer that it is passed to. False when the completion has run already
-    /// or `cancel` was called before.
+    /// Cancels the transfer: its completion gets "NSURLErrorDomain" -999. If you cancel a handle
+    /// before passing it on, the operation ends with that error. Returns false if the completion
+    /// has already run, or if the transfer was already cancelled.
     bool cancel();
-    /// Has `progress` called on the main queue whenever the operation reports its percents, beside
-    /// those. Set it before the handle is passed on. It is let go when the transfer has ended. An
-    /// empty one hears nothing.
+    /// Calls `progress` on the main queue whenever the operation reports its percentage. Set it
+    /// before you pass the handle on. It is released when the transfer has ended. An empty one does
+    /// nothing.
     void setProgress(VXIMTransferProgressBlock progress);
 
     /// Whether `cancel` was called in time.
     bool isCancelled() const;
-    /// Whether the completion has run, or is running.
+    /// Whether the completion has run or is running.
     bool isFinished() const;
 
 private:

@@ -26,81 +26,88 @@ class VXIMUser;
 using VXIMUsersCompletion = std::function<void(
     std::optional<std::vector<std::shared_ptr<VXIMUser>>> users, vexim::ErrorPtr error)>;
 
-/// A user of the service: the record, the lists of friends, groups and rooms, and the chat history
-/// with a friend.
+/// A user of the service, with a record, lists of friends, groups and rooms, and the chat history
+/// with each friend.
 ///
-///     client->currentUser()->fetchFriendsWithDetail(true, [user](bool succeeded, vexim::ErrorPtr
-///     error) {
+///     const auto user = client->currentUser();
+///     user->fetchFriendsWithDetail(true, [user](bool succeeded, vexim::ErrorPtr error) {
 ///         for (const auto& info : user->friends().value_or({})) …
 ///     });
 ///
 /// Operations keep the user alive until they end. Each completion runs once, on the main queue, and
-/// may be empty; local state changes right before it, and only after a success. A nil argument, or
-/// a user without an id, raises NSInvalidArgumentException. Use a user on the main thread.
+/// may be empty. Local state changes right before it runs, and only after a success. A nil
+/// argument, or a user without an id, raises NSInvalidArgumentException. Use a user on the main
+/// thread.
 ///
-/// Errors of all operations: `VXErrorDomain` with the service's code where it refused, or
-/// `VXErrorNoUsableAnswer` (100) where no usable answer came, with the cause beneath
-/// ("NSURLErrorDomain"); `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) where the answer
-/// makes no object. `vexim::isTemporary` tells which may pass.
+/// Errors of all operations: `VXErrorDomain` with the service's code if it refused, or with
+/// `VXErrorNoUsableAnswer` (100) if no usable answer came; the underlying error
+/// ("NSURLErrorDomain") is the cause. `VXIMErrorDomain` with `VXIMErrorUnusableAnswer` (2) if no
+/// object can be made from the answer. `vexim::isTemporary` says whether trying again later may
+/// help.
 class VEXIM_EXPORT VXIMUser final : public VXIMAttributedObject {
 public:
     using VXIMAttributedObject::VXIMAttributedObject;
 
-    /// A user that knows the id only. nil raises.
+    /// Makes a user that knows its id only. nil raises NSInvalidArgumentException.
     static std::shared_ptr<VXIMUser> userWithId(vexim::Value uid);
-    /// nullptr for a dictionary without "id".
+    /// Makes a user from a record of the service. Returns nullptr if the dictionary has no "id".
     static std::shared_ptr<VXIMUser> initWithDictionary(vexim::Dictionary dictionary);
 
     /// The user's id.
     vexim::Value uid() const;
-    /// How many live connections the user had when the record was fetched; 0 when not known.
+    /// How many live connections the user had when the record was fetched; 0 if not known.
     std::int64_t sessionCount() const;
-    /// Whether the user has any. Of the current user: whether this client is connected.
+    /// Whether the user has a live connection. For the current user: whether this client is
+    /// connected.
     bool online() const;
     void setOnline(bool online);
-    /// When the record last changed; 1970-01-01 when not known.
+    /// When the record last changed; 1970-01-01 if not known.
     vexim::Date updatedAt() const;
 
-    // What the login of the current user was made with, if it was; never sent.
+    // The name or number that the current user logged in with; nil for other kinds of login. Never
+    // sent.
     const vexim::Value& username() const noexcept { return username_; }
     void setUsername(vexim::Value username) { username_ = std::move(username); }
     const vexim::Value& phoneNumber() const noexcept { return phoneNumber_; }
     void setPhoneNumber(vexim::Value phoneNumber) { phoneNumber_ = std::move(phoneNumber); }
 
-    // Replaced as a whole by the fetches below; nullopt until the first has succeeded.
+    // The lists that the fetches below fill. Each fetch replaces its list. nullopt until the first
+    // one has succeeded.
     const std::optional<std::vector<std::shared_ptr<VXIMFriendInfo>>>& friends() const noexcept {
         return friends_;
     }
     const std::optional<std::vector<std::shared_ptr<VXIMGroup>>>& groups() const noexcept {
         return groups_;
     }
-    /// Objects of class `VXIMRoom` after `fetchRoomsWithDetail`, bare room ids after
-    /// `fetchWithCompletion`.
+    /// `VXIMRoom` objects after `fetchRoomsWithDetail`, plain room ids after `fetchWithCompletion`.
     const std::optional<vexim::Array>& rooms() const noexcept { return rooms_; }
 
-    /// Fetches the ids of friends, groups and rooms. Nothing else of the record is stored. An
-    /// answer that is no dictionary changes nothing and counts as a success.
+    /// Fetches the ids of friends, groups and rooms; it stores nothing else of the record. An
+    /// answer that is not a dictionary changes nothing and counts as a success.
     void fetchWithCompletion(VXIMBooleanCompletion completion);
-    // With `detail` the service sends records, without it ids. An answer that is no list changes
-    // nothing and counts as a success; a list with an element that makes no friend, group or room
-    // is an error.
+    // Fetch one list: records with `detail`, otherwise only ids. An answer that is not a list
+    // changes nothing and counts as a success. If an element is not a friend, group or room, the
+    // error is `VXIMErrorUnusableAnswer`.
     void fetchFriendsWithDetail(bool detail, VXIMBooleanCompletion completion);
     void fetchGroupsWithDetail(bool detail, VXIMBooleanCompletion completion);
     void fetchRoomsWithDetail(bool detail, VXIMBooleanCompletion completion);
 
-    /// The result is the service's. `friends` stays as it is.
+    /// Makes a user a friend. The result is the service's answer. `friends` does not change.
     void addFriendWithUser(vexim::Value friendId, VXIMResultCompletion completion);
-    /// An answer that is no dictionary gives (nullptr, nullptr).
+    /// Fetches the record of one friend. `completion` gets (nullptr, nullptr) if the answer is not
+    /// a dictionary.
     void getFriendInfo(vexim::Value friendId, VXIMFriendInfoCompletion completion);
-    /// `friends` stays as it is.
+    /// Ends a friendship. `friends` does not change.
     void deleteFriend(vexim::Value friendId, VXIMBooleanCompletion completion);
-    /// Messages with a friend before a time in seconds since 1970, `limit` at most. An answer that
-    /// is no list is an error.
+    /// Gets the messages with a friend before `timestamp` (seconds since 1970), `limit` at most. If
+    /// the answer is not a list, the error is `VXIMErrorUnusableAnswer`.
     void getLatestChatsWithFriend(vexim::Value friendId, double timestamp, std::int32_t limit,
                                   VXIMMessagesCompletion block);
 
+    /// Where the properties are in the record: "uid" is under "id".
     std::string_view keyPathForProperty(std::string_view property) const override;
     const vexim::Class& runtimeClass() const override;
+    /// The runtime record of the class.
     static const vexim::Class& staticClass();
 
     bool initialise(vexim::Dictionary dictionary) override;

@@ -1,6 +1,21 @@
 #pragma once
 
-// The one include that an application needs.
+// The one include that an application needs. Its main classes:
+//
+// - VXIMClient: one user's connection, with login, messages and presence. Start here.
+// - VXIMClientConfiguration: the credentials and the service's address.
+// - VXIMClientDelegate: receives messages and other events.
+// - VXIMMessage, VXIMUser, VXIMFriendInfo, VXIMGroup, VXIMRoom, VXIMPassenger: the service's data.
+// - VXIMQuery: searches for users, groups and rooms.
+// - VXIMTransfer: cancels an upload or a download, and follows its progress.
+// - vexim::MainQueue: runs all callbacks. Run it, or connect it to your event loop (Loops/).
+// - vexim::Value, vexim::Dictionary, vexim::Array: the types of parameters and results.
+// - vexim::Error: what went wrong, by domain and code. VXIMErrors.h lists the codes.
+// - vexim::Exception: a mistake in the program, such as a nil argument.
+// - vexim::SocketIOClient: the live connection; talks to any Socket.IO server.
+//
+// To be included separately: futures and coroutines (Async/), adapters for event loops (Loops/),
+// the message store (Store/), the test kit (Testing/) and the C interface (C/).
 
 #include "VexIMLib/Foundation/Array.h"
 #include "VexIMLib/Foundation/Clock.h"

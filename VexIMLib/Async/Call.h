@@ -19,15 +19,21 @@
 
 namespace vexim {
 
-/// An operation that has been put together but not started: it is started by `co_await`
-/// (Async/Coroutine.h), by `vexim::future` or by `vexim::wait` (Async/Future.h). Made by
-/// `vexim::call`. T is what the completion receives besides the error.
+/// An operation that is ready to start. `vexim::call` makes one; `co_await` (Async/Coroutine.h),
+/// `vexim::future` or `vexim::wait` (Async/Future.h) start it. T is what the completion receives
+/// besides the error.
 ///
-/// It ends exactly once, on the main queue: with the completion's values; with "NSURLErrorDomain"
-/// -1001 or -999 when its time is over or it was cancelled; with the cause when the library knows
-/// why the completion will not run, as of a login over a connection that failed; or with
-/// `CallErrorAbandoned` when the library let go of the completion unanswered. A transfer is ended
-/// by time and cancellation; any other operation goes on unheard, and its answer is dropped.
+/// It ends exactly once, on the main queue, in one of these ways: with the completion's values;
+/// with "NSURLErrorDomain" -1001 when its time is up, or -999 when it is cancelled; with the cause,
+/// if the library knows that the completion will not run (the connection of a login failed, for
+/// example); or with "VXIMCallErrorDomain" 1 (`CallErrorAbandoned`), if the library released the
+/// completion without calling it. A timeout or a cancellation also stops a transfer. Any other
+/// operation continues, and its result is dropped.
+///
+///     auto [fetched, error] =
+///         co_await vexim::call(&VXIMUser::fetchFriendsWithDetail, user, true)
+///             .within(10s)                       // at most ten seconds
+///             .cancelledBy(window.stopToken());  // and only while the window is open
 template <class T>
 class [[nodiscard]] Call {
 public:
@@ -36,41 +42,41 @@ public:
     /// Starts the operation.
     using Start = std::function<void(Completion, std::shared_ptr<VXIMTransfer>)>;
 
-    /// For `call`. `transfer` is passed to `start`; nullptr for an operation that takes none.
+    /// For `call`. `transfer` is passed to `start`; nullptr if the operation takes none.
     explicit Call(Start start, std::shared_ptr<VXIMTransfer> transfer = nullptr)
         : start_(std::move(start)),
           transfer_(std::move(transfer)) {}
 
-    /// Gives it `limit` from its start on, by `Clock::shared()`.
+    /// Limits its time, counted from its start by `Clock::shared()`.
     Call within(std::chrono::nanoseconds limit) && {
         limit_ = limit;
         return std::move(*this);
     }
-    /// Cancels it when a stop is requested, on whatever thread. When that has happened before its
-    /// start, nothing is started.
+    /// Cancels it when a stop is requested, on any thread. After a stop request it does not start
+    /// at all.
     Call cancelledBy(std::stop_token stop) && {
         stop_ = std::move(stop);
         return std::move(*this);
     }
 
-    /// Has `progress` hear of a transfer's bytes, on the main queue. What is no transfer reports
-    /// nothing.
+    /// Reports a transfer's bytes to `progress`, on the main queue. An operation that is not a
+    /// transfer reports nothing.
     Call reporting(VXIMTransferProgressBlock progress) && {
         if (transfer_) transfer_->setProgress(std::move(progress));
         return std::move(*this);
     }
 
-    /// For the styles: starts it, on any thread. True when it ended in place, on the main thread:
-    /// `pending` then holds the result and does not call its receiver. What the operation raises
-    /// comes through.
+    /// For the async styles: starts it, on any thread. Returns true if it ended at once, on the
+    /// main thread; `pending` then holds the result and does not call its receiver. Exceptions of
+    /// the operation pass through.
     bool start(const std::shared_ptr<detail::PendingCall<T>>& pending) && {
         const auto transfer = std::move(transfer_);
         if (!pending->begin(transfer, std::move(stop_))) return pending->started();
         const FailureListener listener(pending->failure());
-        // it may answer in place, from inside another one's completion
+        // it may answer at once, inside another operation's completion
         const UntoldError none(nullptr);
-        // Released as soon as it has run: what it holds must not keep the receiver alive while the
-        // answer is awaited.
+        // Release it as soon as it has run: what it holds must not keep the receiver alive until
+        // the answer comes.
         std::exchange(start_, nullptr)(pending->completion(), transfer);
         if (limit_) pending->expireAfter(*limit_);
         return pending->started();
@@ -121,7 +127,7 @@ private:
     static auto bindEach(std::index_sequence<I...>, Operation operation, A&&... arguments) {
         using T = CompletedBy<std::tuple_element_t<sizeof...(A), All>>;
         constexpr bool takesTransfer = sizeof...(P) > sizeof...(A) + 1;
-        // Converted now, not when it starts: what a pointer points to may be gone by then.
+        // Convert now, not at the start: a pointer may dangle by then.
         using Bound = std::tuple<std::tuple_element_t<I, All>...>;
         auto start = [operation = std::move(operation),
                       bound = Bound(std::forward<A>(arguments)...)](
@@ -163,14 +169,13 @@ auto callOf(F operation, R (F::*)(P...) const) {
 
 }  // namespace detail
 
-/// Puts an operation together: its name, the object, and the arguments that stand before the
-/// completion.
+/// Prepares an operation: its name, the object, and the arguments before the completion.
 ///
 ///     vexim::call(&VXIMClient::loginWithUserId, client, "alice")
-///     vexim::call(&VXIMMessage::downloadAttachment, message, "photo.png",
-///     showPercent).within(1min)
+///     vexim::call(&VXIMMessage::downloadAttachment, message, path, showPercent).within(1min)
 ///
-/// The object is held until the operation has started. nullptr raises NSInvalidArgumentException.
+/// The object is kept alive until the operation has started. nullptr raises
+/// NSInvalidArgumentException.
 template <class C, class... P, class Object, class... A>
 auto call(void (C::*operation)(P...), std::shared_ptr<Object> receiver, A&&... arguments) {
     return detail::Binder<P...>::bind(
@@ -187,27 +192,26 @@ auto call(void (C::*operation)(P...) const, std::shared_ptr<Object> receiver, A&
         },
         std::forward<A>(arguments)...);
 }
-/// A static operation:
+/// Prepares a static operation:
 ///
-///     vexim::call(&VXIMPassenger::createOrUpdatePassengerWithAttributes,
-///     vexim::Dictionary{{"name", "guest"}})
+///     const vexim::Dictionary attributes{{"name", "guest"}};
+///     vexim::call(&VXIMPassenger::createOrUpdatePassengerWithAttributes, attributes)
 template <class... P, class... A>
 auto call(void (*operation)(P...), A&&... arguments) {
     return detail::Binder<P...>::bind(operation, std::forward<A>(arguments)...);
 }
 
-/// An operation whose name is overloaded, or one of the application's own: a lambda that names the
-/// completion's shape, and a transfer behind it if it wants one.
+/// Prepares an operation with an overloaded name, or one of your own. Write a lambda that takes the
+/// completion and, if it needs one, a transfer after it.
 ///
-///     vexim::call([&](VXIMBooleanCompletion done) { client->sendMessage(message, std::move(done));
-///     })
+///     vexim::call([&](VXIMBooleanCompletion done) { client->sendMessage(message, done); })
 ///
-/// The lambda runs once, where the call is started.
+/// The lambda runs once, on the thread that starts the call.
 template <class F>
 requires requires { &F::operator(); }
 auto call(F operation) { return detail::callOf(std::move(operation), &F::operator()); }
 
-/// As it is, so that what takes a call also takes what makes one.
+/// Returns the call unchanged, so that functions like `future` accept a call as well.
 template <class T>
 Call<T> call(Call<T> made) {
     return made;

@@ -3,14 +3,16 @@
 // Operations in C++20 coroutines:
 //
 //     vexim::Task<> greet(std::shared_ptr<VXIMClient> client) {
-//         auto [loggedIn, error] = co_await vexim::call(&VXIMClient::loginWithUserId, client,
-//         "alice").within(10s); if (!loggedIn) co_return; …
+//         auto [loggedIn, error] =
+//             co_await vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s);
+//         if (!loggedIn) co_return;
+//         …
 //     }
 //     vexim::spawn(greet(client));
 //
-// `co_await` gives a `Result`, not an exception: a refused login or a lost connection is everyday
-// life in a chat, and what goes wrong in the world is a value everywhere else in this library. Who
-// prefers exceptions writes `.orThrow()` behind it.
+// `co_await` returns a `Result` and does not throw: refused logins and lost connections are normal
+// in a chat, and the rest of this library returns errors as values, too. If you prefer exceptions,
+// append `.orThrow()`.
 
 #include <coroutine>
 #include <exception>
@@ -39,8 +41,8 @@ public:
 
     bool await_ready() const noexcept { return false; }
     bool await_suspend(std::coroutine_handle<> waiting) {
-        // All in locals: once the call has been started, the main thread may go on with the
-        // coroutine, and end it.
+        // Use locals only: once the call has started, the main thread may continue the coroutine,
+        // and destroy it.
         Call<T> call = std::move(call_);
         const auto pending =
             std::make_shared<PendingCall<T>>([waiting](PendingCall<T>&) { waiting.resume(); });
@@ -48,7 +50,7 @@ public:
         try {
             return !std::move(call).start(pending);
         } catch (...) {
-            pending_ = nullptr;  // not waited for; still this thread's, because it was not started
+            pending_ = nullptr;  // it ended at once, so this thread still owns it
             throw;
         }
     }
@@ -59,12 +61,12 @@ private:
     std::shared_ptr<PendingCall<T>> pending_;
 };
 
-/// What every task's promise holds, whatever it returns.
+/// The part of a task's promise that does not depend on its type.
 struct TaskPromiseBase {
     std::coroutine_handle<> continuation;  // the coroutine that awaits this one
     std::exception_ptr failure;
-    bool ownsItself = false;   // spawned: the frame goes when it ends
-    bool isWaitedFor = false;  // the failure has somebody to go to
+    bool ownsItself = false;   // spawned: the frame is destroyed when it ends
+    bool isWaitedFor = false;  // somebody gets the failure
 
     struct End {
         bool await_ready() const noexcept { return false; }
@@ -109,25 +111,25 @@ struct TaskPromise<void> : TaskPromiseBase {
 
 }  // namespace detail
 
-/// Awaits an operation: the coroutine goes on with a `Result<T>`, on the main queue. What the
+/// Awaits an operation. The coroutine continues on the main queue, with a `Result<T>`. What the
 /// operation raises at its start is thrown here.
 template <class T>
 detail::CallAwaiter<T> operator co_await(Call<T> call) {
     return detail::CallAwaiter<T>(std::move(call));
 }
 
-/// A coroutine of the application's, which awaits calls and other tasks. It begins when it is
-/// awaited, spawned or started, on that thread, and goes on on the main queue after the first
-/// operation that it has waited for.
+/// A coroutine of the application, which can await calls and other tasks. It begins when it is
+/// awaited, spawned or started, on that thread. After the first operation that it awaits, it
+/// continues on the main queue.
 ///
-/// Destroying an unfinished task ends it where it waits: what it holds is released, a transfer that
-/// it waits for is cancelled, another operation's answer dropped. Do that on the main thread once
-/// it has begun, and not from inside the task itself. Coroutines outlive their caller's arguments:
-/// take parameters by value.
+/// Destroying an unfinished task ends it where it waits. What it holds is released, and a transfer
+/// that it waits for is cancelled; the result of any other operation is dropped. Once it has begun,
+/// destroy it on the main thread only, and not from inside the task. A coroutine outlives its
+/// caller's arguments, so take parameters by value.
 template <class T = void>
 class [[nodiscard]] Task {
 public:
-    /// The coroutine machinery's side of a task; not for applications.
+    /// The compiler uses this; applications do not.
     struct promise_type : detail::TaskPromise<T> {
         /// For the compiler.
         Task get_return_object() {
@@ -144,15 +146,15 @@ public:
         if (coroutine_) coroutine_.destroy();
     }
 
-    /// Begins it without awaiting it; whoever keeps the task can end it by destroying it. Once
-    /// only, and not for one that is awaited. An exception that leaves it is raised on the main
-    /// queue, as a callback's would be.
+    /// Starts it without awaiting it. Destroy the task to end it early. Call this once only, and
+    /// not for a task that is awaited. An exception that leaves it is raised on the main queue,
+    /// like one from a callback.
     void start() { coroutine_.resume(); }
     /// Whether it has ended.
     bool isDone() const noexcept { return coroutine_.done(); }
 
-    /// `co_await std::move(task)`, or of a call that returns one: gives what it returns, throws
-    /// what it throws.
+    /// For `co_await std::move(task)`, or `co_await` of a function that returns a task. Returns
+    /// what the task returns, and throws what it throws.
     auto operator co_await() && noexcept {
         struct Awaiter {
             std::coroutine_handle<promise_type> coroutine;
@@ -176,8 +178,8 @@ private:
     std::coroutine_handle<promise_type> coroutine_;
 };
 
-/// Runs a task for its own sake: it begins here and owns itself until it ends. What it returns is
-/// dropped; an exception that leaves it is raised on the main queue. Call from any thread.
+/// Starts a task that nobody waits for. It keeps itself alive until it ends. Its result is dropped;
+/// an exception that leaves it is raised on the main queue. Call from any thread.
 template <class T>
 void spawn(Task<T> task) {
     const auto coroutine = std::exchange(task.coroutine_, nullptr);
@@ -185,9 +187,9 @@ void spawn(Task<T> task) {
     coroutine.resume();
 }
 
-/// Runs a task and turns the main queue until it has ended; gives what it returns, throws what it
-/// throws. Main thread only, anything else raises. A `quit()` meanwhile counts for the loop around
-/// this one.
+/// Runs a task, and the main queue, until the task has ended. Returns what it returns, and throws
+/// what it throws. Main thread only; on any other it raises NSInternalInconsistencyException. A
+/// `quit()` meanwhile ends the surrounding loop.
 template <class T>
 T wait(Task<T> task) {
     if (!MainQueue::shared().isMainThread()) {

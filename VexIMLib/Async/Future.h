@@ -6,9 +6,8 @@
 //     …
 //     bool loggedIn = vexim::wait(login);
 //
-// A future becomes ready on the main queue. On the thread that runs it, `get()` on one that is not
-// ready would wait for ever: use `wait`, which turns the queue meanwhile. On any other thread
-// `get()` is right.
+// A future becomes ready on the main queue. So on the main thread `get()` would block forever: use
+// `wait` there, which runs the queue meanwhile. On any other thread use `get()`.
 
 #include <chrono>
 #include <exception>
@@ -42,9 +41,9 @@ std::future<T> futureOf(Call<T> call) {
 
 }  // namespace detail
 
-/// Starts an operation, given as to `vexim::call` or by a call. `get()` gives the completion's
-/// value, or throws `Failure` with its error; an operation that fails without an error gives false,
-/// nullptr or nullopt. Call from any thread.
+/// Starts an operation. Pass a call, or the arguments of `vexim::call`. `get()` returns the
+/// completion's value, or throws `Failure` with its error. If the operation fails without an error,
+/// it returns false, nullptr or nullopt. Call from any thread.
 ///
 ///     vexim::future(vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s))
 template <class... A>
@@ -52,9 +51,9 @@ auto future(A&&... arguments) {
     return detail::futureOf(call(std::forward<A>(arguments)...));
 }
 
-/// `get()` for any thread: on the main thread it turns the main queue until the future is ready.
-/// The future must be one that the main queue makes ready, as those of `vexim::future` are. A
-/// `quit()` meanwhile counts for the loop around this one.
+/// Like `get()`, but works on any thread: on the main thread it runs the main queue until the
+/// future is ready. Use it only for futures that the main queue makes ready, such as those of
+/// `vexim::future`. A `quit()` meanwhile ends the surrounding loop.
 template <class T>
 T wait(std::future<T>& future) {
     if (MainQueue::shared().isMainThread()) {
@@ -67,8 +66,8 @@ template <class T>
 T wait(std::future<T>&& future) {
     return wait(future);
 }
-/// Starts an operation and waits for it: `vexim::wait(vexim::call(&VXIMClient::loginWithUserId,
-/// client, "alice"))`.
+/// Starts an operation and waits for its result:
+/// `vexim::wait(vexim::call(&VXIMClient::loginWithUserId, client, "alice"))`.
 template <class T>
 T wait(Call<T> call) {
     return wait(detail::futureOf(std::move(call)));

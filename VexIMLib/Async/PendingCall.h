@@ -17,22 +17,22 @@
 
 namespace vexim::detail {
 
-/// What becomes of one started call: the first of answer, deadline, cancellation and abandonment
-/// counts. It may be started on any thread; everything else happens on the main one, so that
+/// The result of one started call: whichever comes first of answer, deadline, cancellation and
+/// abandonment. It may be started on any thread. Everything else happens on the main thread, so
 /// nothing here needs a lock.
 template <class T>
 class PendingCall : public std::enable_shared_from_this<PendingCall<T>> {
 public:
     using Receiver = std::function<void(PendingCall&)>;
 
-    /// `receiver` is called once, on the main queue, when there is a result to `take`.
+    /// `receiver` is called once, on the main queue, when the result is ready for `take`.
     explicit PendingCall(Receiver receiver) : receiver_(std::move(receiver)) {}
     PendingCall(const PendingCall&) = delete;
     PendingCall& operator=(const PendingCall&) = delete;
 
     // The start, in this order.
 
-    /// False when it has been cancelled already: then nothing is to be started.
+    /// Returns false if it is already cancelled; then do not start the operation.
     bool begin(std::shared_ptr<VXIMTransfer> transfer, std::stop_token stop) {
         transfer_ = std::move(transfer);
         if (stop.stop_requested()) {
@@ -46,18 +46,18 @@ public:
         return true;
     }
 
-    /// The callback to hand to the operation. When its last copy goes unanswered, the call was
-    /// abandoned.
+    /// The callback for the operation. If its last copy is destroyed without being called, the call
+    /// counts as abandoned.
     std::function<void(T, ErrorPtr)> completion() {
         return
             [answer = std::make_shared<Answer>(this->shared_from_this())](T value, ErrorPtr error) {
                 if (!error && (error = UntoldError::current()))
-                    value = T{};  // a success that is none
+                    value = T{};  // it only looks like a success
                 answer->give({std::move(value), std::move(error)});
             };
     }
 
-    /// For an operation that knows why its completion will not run.
+    /// For an operation that finds out why its completion will not run.
     FailureListener::Tell failure() {
         return [weak = this->weak_from_this()](const ErrorPtr& cause) {
             if (const auto self = weak.lock()) self->settle({T{}, cause});
@@ -70,8 +70,8 @@ public:
         });
     }
 
-    /// True when the result is there and this is the main thread: whoever started it goes on in
-    /// place.
+    /// Returns true if the result is ready and this is the main thread: the caller can continue at
+    /// once.
     bool started() {
         auto phase = Phase::Starting;
         // from here on the receiver may run
@@ -88,7 +88,7 @@ public:
 
     Result<T> take() { return *std::move(result_); }
 
-    /// Nobody waits any more: a transfer ends, any other answer will be dropped.
+    /// Nobody waits any more. Cancels a transfer; any other answer will be dropped.
     void forget() {
         receiver_ = nullptr;
         if (transfer_ && !settled_) transfer_->cancel();
@@ -97,14 +97,14 @@ public:
 private:
     enum class Phase { Starting, Started, Settled };
 
-    /// The one answer; shared by the copies of the completion.
+    /// The one answer, shared by all copies of the completion.
     class Answer {
     public:
         explicit Answer(std::shared_ptr<PendingCall> call) : call_(std::move(call)) {}
         Answer(const Answer&) = delete;
         Answer& operator=(const Answer&) = delete;
         ~Answer() {
-            // It may die anywhere, under whatever locks: the receiver hears of it from the queue.
+            // This may run on any thread and under any lock, so report it through the queue.
             if (call_)
                 call_->settleLater(Error::withDescription(kCallErrorDomain, CallErrorAbandoned,
                                                           "The operation was abandoned."));
@@ -122,7 +122,7 @@ private:
     }
 
     void settle(Result<T> result) {
-        // an operation of the application's that answers from elsewhere
+        // an operation of the application that answers on another thread
         if (!MainQueue::shared().isMainThread()) {
             MainQueue::shared().async([self = this->shared_from_this(),
                                        result = std::move(result)] { self->settle(result); });
@@ -131,7 +131,7 @@ private:
         if (settled_) return;
         settled_ = true;
         result_ = std::move(result);
-        // else the start goes on from here
+        // otherwise `started` continues
         if (phase_.exchange(Phase::Settled) != Phase::Starting) deliver();
     }
     void settleLater(ErrorPtr error) {
@@ -143,7 +143,7 @@ private:
         if (const auto receiver = std::exchange(receiver_, nullptr)) receiver(*this);
     }
 
-    /// Any thread. A transfer that cannot be cancelled any more has its answer on the way.
+    /// Any thread. If a transfer cannot be cancelled any more, its answer is already on the way.
     void cancel() {
         if (!transfer_ || transfer_->cancel())
             settleLater(urlError(URLErrorCancelled, "cancelled"));
@@ -161,9 +161,9 @@ private:
     // Main thread.
     Receiver receiver_;
     std::optional<Result<T>> result_;
-    bool settled_ = false;  // there is, or was, a result
+    bool settled_ = false;  // the result has come
 
-    // last: gone before the rest is
+    // last member, so it is destroyed first
     std::optional<std::stop_callback<std::function<void()>>> stopping_;
 };
 

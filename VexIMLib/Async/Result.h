@@ -12,17 +12,16 @@
 
 namespace vexim {
 
-/// The domain of the errors that the async styles add to those of the operations.
+/// Domain of the errors that the async styles add to those of the operations.
 inline constexpr const char* kCallErrorDomain = "VXIMCallErrorDomain";
-/// The codes of that domain.
+/// Codes in `kCallErrorDomain`.
 enum CallErrorCode : std::int64_t {
-    /// The library let go of the completion without calling it: another login began, the client was
+    /// The library released the completion without calling it: another login began, the client was
     /// released, …
     CallErrorAbandoned = 1,
 };
 
-/// A failure of the world where a style has no other place for it: thrown by `std::future::get` and
-/// `Result::orThrow`.
+/// An error as an exception. `std::future::get` and `Result::orThrow` throw it.
 class VEXIM_EXPORT Failure : public std::exception {
 public:
     /// `error` must not be nullptr.
@@ -39,16 +38,16 @@ private:
     std::string what_;
 };
 
-/// What an operation's completion received: `co_await` gives one.
+/// What an operation's completion received. `co_await` returns one.
 ///
 ///     auto [friends, error] = co_await vexim::call(…);
 template <class T>
 struct Result {
-    T value{};       ///< with an error: false, nil, nullptr or nullopt
-    ErrorPtr error;  ///< nullptr is success, or a failure without an error
+    T value{};       ///< false, nil, nullptr or nullopt if there is an error
+    ErrorPtr error;  ///< nullptr after a success, or a failure without an error
 
-    /// Whether there is no error and something to show: true, an object, a list. (A few operations
-    /// fail without an error.) A `Value` may be nil.
+    /// True if there is no error and a value: true, an object, a list. (A few operations fail
+    /// without an error.) A `Value` may be nil.
     explicit operator bool() const {
         if constexpr (std::is_same_v<T, Value>) {
             return !error;
@@ -56,7 +55,7 @@ struct Result {
             return !error && static_cast<bool>(value);
         }
     }
-    /// The value; throws `Failure` when there is an error.
+    /// Returns the value, or throws `Failure` if there is an error.
     const T& orThrow() const& {
         if (error) throw Failure(error);
         return value;

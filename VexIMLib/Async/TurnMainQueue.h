@@ -7,11 +7,12 @@
 
 namespace vexim::detail {
 
-/// Main thread. Runs the main queue until `done`, which something on the queue makes true.
+/// Runs the main queue until `done` is true; something on the queue must make it so. Main thread
+/// only.
 inline void turnMainQueueUntil(const std::function<bool()>& done) {
     bool quit = false;
     while (!MainQueue::shared().runUntil(done, std::chrono::nanoseconds::max())) quit = true;
-    if (quit) MainQueue::shared().quit();  // it was meant for the loop around this one
+    if (quit) MainQueue::shared().quit();  // it was meant for the surrounding loop
 }
 
 }  // namespace vexim::detail

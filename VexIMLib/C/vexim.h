@@ -3,25 +3,25 @@
 
 // The library for any language: five functions that take and give JSON.
 //
-//     vexim_client client = vexim_create("{\"appId\": \"app\", \"clientKey\": \"key\",
-//     \"installationId\": \"device\"}"); vexim_send(client, "{\"@op\": \"loginWithUserId\",
-//     \"userId\": \"alice\", \"@extra\": 1}"); for (;;) {
+//     vexim_client client = vexim_create(
+//         "{\"appId\": \"app\", \"clientKey\": \"key\", \"installationId\": \"device\"}");
+//     vexim_send(client,
+//                "{\"@op\": \"loginWithUserId\", \"userId\": \"alice\", \"@extra\": 1}");
+//     for (;;) {
 //         const char* text = vexim_receive(client, 10);
-//         if (text != NULL) puts(text);    // {"@type":"answer","@extra":1,"result":true}, and so
-//         on
+//         if (text != NULL) puts(text);  // {"@type":"answer","@extra":1,"result":true}, …
 //     }
 //
-// docs/c-interface.md tells what the texts look like and lists the operations; vexim-api.json
-// describes them as a JSON Schema. All texts are UTF-8 that ends with a zero byte, and none of the
-// functions keeps what it is given.
+// docs/c-interface.md describes the texts and lists the operations; vexim-api.json describes them
+// as a JSON Schema. All texts are UTF-8 and end with a zero byte. No function keeps a pointer that
+// it is given.
 //
-// Threads: every function may be called on any thread, at any time. The library calls nothing of
-// the program's: answers and events wait until vexim_receive takes them. It has threads of its own,
-// which take no signals.
+// Threads: call any function on any thread, at any time. The library never calls into the program:
+// answers and events wait until vexim_receive takes them. It runs its own threads, with all signals
+// blocked.
 //
-// fork: the child of a process that has made a client has no clients. There every handle counts as
-// gone and vexim_create gives 0, until the child has called exec. All descriptors are closed by
-// exec.
+// fork: clients do not survive a fork. In the child every handle counts as gone and vexim_create
+// returns 0, until the child calls exec. exec closes all descriptors.
 
 #include <stdint.h>
 
@@ -35,46 +35,48 @@
 extern "C" {
 #endif
 
-/// Names a client. 0 is never one, and no number is used twice in a process. A number that names no
-/// client any more, or never did, is safe to use: it is called a handle that is gone.
+/// The handle of a client. 0 is never a client, and no number is used twice in a process. It is
+/// safe to pass any other number, or the handle of a freed client: below, this is "a handle that is
+/// gone".
 typedef int64_t vexim_client;
 
 /// Makes a client, which connects when it logs in. `configuration` is a JSON object with "appId",
 /// "clientKey", "installationId", "socketURL", "nsp" and the options of the connection; NULL counts
 /// as "{}".
 ///
-/// A configuration that cannot be used still gives a handle: the first that it receives is the
-/// error, and every request is answered with that error. 0 only when the process is out of memory
-/// or threads, is exiting, or was forked (see above).
+/// An unusable configuration still gives a handle. vexim_receive then returns the error first, and
+/// every request is answered with that error. Returns 0 only if the process is out of memory or
+/// threads, is exiting, or was forked (see above).
 VEXIM_C_EXPORT vexim_client vexim_create(const char* configuration);
 
 /// Sends a request: {"@op": "sendMessageToFriend", "friendId": "bob", "message": {"text": "hello"},
-/// "@extra": anything}. It returns at once. The answer comes by vexim_receive with the same
-/// "@extra": exactly one for each request, also for one that is not JSON, and when the client is
-/// freed meanwhile. Requests begin in the order in which they were sent. With a handle that is gone
-/// it does nothing.
+/// "@extra": anything}. It returns at once. vexim_receive returns the answer, with the same
+/// "@extra". There is exactly one answer for each request, even if it is not JSON or the client is
+/// freed meanwhile. Requests start in the order in which they were sent. NULL counts as an empty
+/// text. With a handle that is gone this does nothing.
 VEXIM_C_EXPORT void vexim_send(vexim_client client, const char* request);
 
-/// The next answer or event, in the order in which things happened; waits for `seconds` at most (0:
-/// does not wait; negative or not a number: 0). NULL when that time is over. A signal does not end
-/// the wait.
+/// Returns the next answer or event, in the order in which they happened. Waits for `seconds` at
+/// most, and returns NULL when this time is over. 0, a negative number and NaN mean not to wait. A
+/// signal does not end the wait.
 ///
-/// The text is valid until the calling thread calls vexim_receive again. One thread at a time
-/// should receive for a client: two get every text once, but nobody knows which.
+/// The text is valid until the calling thread calls vexim_receive again. Only one thread at a time
+/// should receive for a client. With two, each text goes to one of them, but you cannot know to
+/// which.
 ///
-/// After vexim_free it gives the answers that are left, without waiting, and then NULL.
+/// After vexim_free it returns the remaining answers, without waiting, and then NULL.
 VEXIM_C_EXPORT const char* vexim_receive(vexim_client client, double seconds);
 
-/// Runs at once what needs no network, such as {"@op": "descriptor"}, and gives its answer, never
-/// NULL but in a process that is out of memory. What needs a client is answered with an error when
-/// the handle is gone; "version" and the like may be asked with 0. The text is valid until the
-/// calling thread calls vexim_execute again.
+/// Runs an operation that needs no network, such as {"@op": "descriptor"}, and returns its answer.
+/// Returns NULL only if the process is out of memory. If the operation needs a client and the
+/// handle is gone, the answer is an error; others, such as "version", also work with 0. The text is
+/// valid until the calling thread calls vexim_execute again.
 VEXIM_C_EXPORT const char* vexim_execute(vexim_client client, const char* request);
 
-/// Ends a client: cuts its connection without a logout, cancels its transfers, drops the events
-/// that nobody has received, and answers every request that is still open with an error, which
-/// vexim_receive goes on to give with the same number. A vexim_receive that is waiting returns.
-/// Closes the descriptor: take it out of your event loop before. Freeing a handle that is gone does
+/// Frees a client. Closes its connection without a logout, cancels its transfers, drops the events
+/// that were not received, and answers every open request with an error. vexim_receive with the
+/// same handle still returns these answers. A vexim_receive that is waiting returns. This closes
+/// the descriptor, so take it out of your event loop first. Freeing a handle that is gone does
 /// nothing.
 VEXIM_C_EXPORT void vexim_free(vexim_client client);
 

@@ -16,19 +16,23 @@ namespace detail {
 struct ArrayRep;
 }
 
-/// An ordered list of values, itself a value: copying shares the store, writing to a shared one
-/// unshares it first. Elements are never nil: adding nil raises NSInvalidArgumentException; JSON
-/// null is an element like any other. A copy may be used from another thread; one object may not be
-/// written while another thread uses it.
+/// An ordered list of values. It is itself a value: a copy shares the storage until one of the two
+/// is written. Elements are never nil: adding nil raises NSInvalidArgumentException. JSON null is a
+/// normal element. You may use a copy on another thread, but do not write an array while another
+/// thread uses it.
+///
+///     vexim::Array userIds{"alice", "bob"};
+///     userIds.append("carol");
+///     userIds.get(7).isNil();  // true; at(7) raises
 class VEXIM_EXPORT Array {
 public:
     Array() noexcept = default;
-    /// With these elements; a nil among them raises. An array of one array is
-    /// `Array{Value(inner)}`: compilers do not agree on `Array{inner}`, which for some is a copy of
+    /// An array with these elements. A nil element raises NSInvalidArgumentException. For an array
+    /// of one array write `Array{Value(inner)}`: with `Array{inner}` some compilers make a copy of
     /// `inner` (CWG 2137).
     Array(std::initializer_list<Value> elements);
     explicit Array(std::vector<Value> elements);
-    /// The strings as an array of string values.
+    /// Makes an array of string values.
     static Array fromStrings(const std::vector<std::string>& strings);
 
     Array(const Array& other) noexcept;
@@ -37,39 +41,39 @@ public:
     Array& operator=(Array&& other) noexcept;
     ~Array();
 
-    // As a standard container's. Iterators live as long as this array is not written.
+    // As in a standard container. Writing to the array invalidates iterators.
     std::size_t size() const noexcept;
     bool empty() const noexcept { return size() == 0; }
     const Value* begin() const noexcept;
     const Value* end() const noexcept;
 
-    /// The element at `index`; raises NSRangeException beyond the end.
+    /// The element at `index`. Raises NSRangeException beyond the end.
     const Value& at(std::size_t index) const;
-    /// The element at `index`, nil beyond the end. The reference lives as long as this array is not
-    /// written.
+    /// The element at `index`, or nil beyond the end. Writing to the array invalidates the
+    /// reference.
     const Value& get(std::size_t index) const noexcept;
-    /// Whether an element equals `value`; takes time by the length.
+    /// Whether an element equals `value`. Takes linear time.
     bool contains(const Value& value) const;
 
-    // A nil element raises NSInvalidArgumentException, an index beyond the end NSRangeException.
-    // Nothing has changed then.
+    // The functions below change the array. A nil element raises NSInvalidArgumentException, an
+    // index beyond the end raises NSRangeException, and the array does not change then.
     void reserve(std::size_t count);
     void append(Value element);
     void appendAll(const Array& others);
     void set(std::size_t index, Value element);
-    /// Calls `change` with the element in place, so that a container inside it is changed without a
-    /// copy. What is nil afterwards is removed.
+    /// Calls `change` with the element in place, so that it can change a container without a copy.
+    /// If the element is nil afterwards, it is removed.
     void update(std::size_t index, const std::function<void(Value&)>& change);
     void remove(std::size_t index);
 
     /// Removes every element equal to `value`.
     void removeAll(const Value& value);
-    /// Leaves it empty; copies keep their elements.
+    /// Removes all elements. Copies keep theirs.
     void clear() noexcept;
 
-    /// Elements that are strings, in order; others are left out.
+    /// The elements that are strings, in order. Others are left out.
     std::vector<std::string> strings() const;
-    /// "[a, b]" with each element as `%@` would print it.
+    /// "[a, b]", with each element as `%@` prints it.
     std::string description() const;
 
     /// Element by element, in order.

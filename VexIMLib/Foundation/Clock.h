@@ -8,34 +8,36 @@
 
 namespace vexim {
 
-/// Where time comes from: two readings, so that tests can turn it by hand.
+/// The source of time, with two readings. Tests replace it by a clock that they advance by hand.
 class VEXIM_EXPORT Clock {
 public:
-    /// Has no relation to the calendar.
+    /// A monotonic time, unrelated to the calendar.
     using TimePoint = std::chrono::steady_clock::time_point;
 
     virtual ~Clock();
-    /// Monotonic, for waits and deadlines. Callable from any thread.
+    /// The monotonic time, for waits and deadlines. Call from any thread.
     virtual TimePoint now() const = 0;
-    /// Seconds since 1970-01-01 UTC, for what goes onto the wire. Callable from any thread.
+    /// Seconds since 1970-01-01 UTC, for messages and requests. Call from any thread.
     virtual double wallTime() const = 0;
 
     /// The system's clock.
     static std::shared_ptr<Clock> system();
-    /// The clock that the library reads; the system's unless another was set.
+    /// The clock that the library uses: the system's, unless another was set.
     static std::shared_ptr<Clock> shared();
-    /// Replaces it (nullptr: the system's again). Set it before other threads use the library.
+    /// Replaces the shared clock; nullptr restores the system's. Call it before other threads use
+    /// the library.
     static void setShared(std::shared_ptr<Clock> clock);
-    /// To be called when the shared clock was turned by hand: what waits by it looks at it again.
-    /// `looked` is called once all have, on any thread; it may be empty. Call from any thread.
+    /// Call this after advancing the shared clock by hand. Everything that waits for a time then
+    /// checks the clock again. `looked` is called on any thread once all have checked; it may be
+    /// empty. Call from any thread.
     static void didTurn(std::function<void()> looked = {});
 };
 
 namespace detail {
-/// Is called after a turn of the clock, on the thread that turned it; lets go of `looking` when it
-/// has looked.
+/// Called after the clock was advanced, on the thread that advanced it. Releases `looking` when it
+/// has checked the time.
 using ClockListener = std::function<void(std::shared_ptr<void> looking)>;
-/// Calls `listener` until the returned handle is gone.
+/// Calls `listener` as long as the returned handle lives.
 VEXIM_EXPORT std::shared_ptr<void> onClockTurned(ClockListener listener);
 }  // namespace detail
 

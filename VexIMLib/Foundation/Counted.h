@@ -5,14 +5,14 @@
 
 namespace vexim::detail {
 
-/// The head of every block that values share. Owners come and go on any thread.
+/// The header of every memory block that values share. Owners may be on any thread.
 struct Counted {
     std::atomic<std::size_t> references{1};
 
     void retain() noexcept { references.fetch_add(1, std::memory_order_relaxed); }
-    /// True when the caller was the last owner and must destroy the block.
+    /// Returns true if the caller was the last owner and must destroy the block.
     bool release() noexcept {
-        // The only owner needs no read-modify-write: nobody else is there to take a reference.
+        // The only owner needs no read-modify-write: nobody else can take a reference.
         return references.load(std::memory_order_acquire) == 1 ||
                references.fetch_sub(1, std::memory_order_acq_rel) == 1;
     }

@@ -15,16 +15,19 @@ namespace detail {
 struct DataRep;
 }
 
-/// An immutable run of bytes. Copying shares them.
+/// An immutable sequence of bytes. A copy shares them. Copies may be used on different threads.
+///
+///     const vexim::Data data(std::string_view("some bytes"));
+///     data.view().substr(0, 4);  // "some"
 class VEXIM_EXPORT Data {
 public:
     Data() noexcept = default;
     /// A copy of these bytes.
     Data(const void* bytes, std::size_t size);
     explicit Data(std::string_view bytes);
-    /// Takes the vector's buffer over, without a copy.
+    /// Takes over the vector's buffer without a copy.
     explicit Data(std::vector<std::uint8_t> bytes);
-    /// Takes the string's buffer over, without a copy.
+    /// Takes over the string's buffer without a copy.
     static Data fromString(std::string&& bytes);
 
     Data(const Data& other) noexcept;
@@ -33,7 +36,7 @@ public:
     Data& operator=(Data&& other) noexcept;
     ~Data();
 
-    // Pointers and views are valid while this object, or a copy of it, lives.
+    // Pointers and views are valid as long as this object or a copy of it lives.
     const std::uint8_t* bytes() const noexcept;
     std::size_t size() const noexcept;
     bool empty() const noexcept { return size() == 0; }

@@ -7,18 +7,19 @@
 
 namespace vexim {
 
-/// A moment, as seconds since 1970-01-01 00:00 UTC.
+/// A point in time: seconds since 1970-01-01 00:00 UTC.
+/// A value: copy and compare it freely, on any thread.
 class VEXIM_EXPORT Date {
 public:
     Date() noexcept = default;  ///< 1970-01-01
-    /// Any number, fractions and times before 1970 included.
+    /// Makes a date from any number of seconds. Fractions and times before 1970 are allowed.
     static Date fromTimeIntervalSince1970(double seconds) noexcept { return Date(seconds); }
     /// The current time of `Clock::shared()`.
     static Date now();
 
-    /// In seconds.
+    /// Seconds since 1970-01-01 00:00 UTC.
     double timeIntervalSince1970() const noexcept { return seconds_; }
-    /// To the microsecond.
+    /// The same, to the microsecond.
     std::chrono::system_clock::time_point timePoint() const noexcept;
 
     friend auto operator<=>(const Date&, const Date&) noexcept = default;

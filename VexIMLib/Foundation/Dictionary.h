@@ -20,19 +20,25 @@ struct DictionaryRep;
 struct DictionaryItem;
 }  // namespace detail
 
-/// Values by string key, itself a value: copying shares the store, writing to a shared one unshares
-/// it first. Iterates in insertion order (overwriting keeps the place), finds in constant expected
-/// time, compares without order. Values are never nil: setting nil raises
-/// NSInvalidArgumentException (use `remove`, or `setOrRemove`). A copy may be used from another
-/// thread; one object may not be written while another thread uses it.
+/// A map from strings to values. It is itself a value: a copy shares the storage until one of the
+/// two is written. It iterates in insertion order (overwriting keeps the place), finds a key in
+/// constant expected time, and ignores the order when it compares. Values are never nil: setting
+/// nil raises NSInvalidArgumentException (use `remove` or `setOrRemove`). You may use a copy on
+/// another thread, but do not write a dictionary while another thread uses it.
+///
+///     vexim::Dictionary attributes{{"color", "green"}, {"size", 5}};
+///     attributes.set("color", "blue");
+///     attributes.get("size").intValue();  // 5
+///     attributes.get("weight").isNil();   // true
+///     for (const auto& [key, value] : attributes) …
 class VEXIM_EXPORT Dictionary {
 public:
-    /// What iteration yields; valid while the dictionary is not written.
+    /// An entry during iteration. Writing to the dictionary invalidates it.
     struct Entry {
         std::string_view key;  // lies in the dictionary
         const Value& value;    // never nil
     };
-    /// Goes forward, in insertion order.
+    /// Iterates forward, in insertion order.
     class VEXIM_EXPORT const_iterator {
     public:
         // As of a standard input iterator.
@@ -56,7 +62,8 @@ public:
     };
 
     Dictionary() noexcept = default;
-    /// With these entries; of a repeated key the last one wins, and a nil value raises.
+    /// A dictionary with these entries. If a key is repeated, the last one wins. A nil value raises
+    /// NSInvalidArgumentException.
     Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries);
 
     Dictionary(const Dictionary& other) noexcept;
@@ -65,7 +72,7 @@ public:
     Dictionary& operator=(Dictionary&& other) noexcept;
     ~Dictionary();
 
-    // As a standard container's. Iterators live as long as this dictionary is not written.
+    // As in a standard container. Writing to the dictionary invalidates iterators.
     std::size_t size() const noexcept;
     bool empty() const noexcept { return size() == 0; }
     const_iterator begin() const noexcept;
@@ -73,32 +80,32 @@ public:
     /// In insertion order.
     std::vector<std::string> keys() const;
 
-    /// The value under `key`, or nullptr. The pointer lives as long as this dictionary is not
-    /// written.
+    /// The value under `key`, or nullptr. Writing to the dictionary invalidates the pointer.
     const Value* find(std::string_view key) const noexcept;
     /// Whether there is a value under `key`, JSON null included.
     bool contains(std::string_view key) const noexcept { return find(key) != nullptr; }
-    /// The value under `key`, nil when there is none. The reference lives as long as this
-    /// dictionary is not written.
+    /// The value under `key`, or nil if there is none. Writing to the dictionary invalidates the
+    /// reference.
     const Value& get(std::string_view key) const noexcept;
 
-    /// Makes room for `count` entries in all.
+    /// Reserves memory for `count` entries in all.
     void reserve(std::size_t count);
-    /// Adds the value, or overwrites the one under `key` in its place. nil raises.
+    /// Adds the value, or overwrites the one under `key` in its place. nil raises
+    /// NSInvalidArgumentException.
     void set(std::string_view key, Value value);
-    /// As `set`; nil removes the key.
+    /// Like `set`, but nil removes the key.
     void setOrRemove(std::string_view key, Value value);
-    /// Calls `change` with the value in place (nil when there is none), so that a container inside
-    /// it is changed without a copy. What is nil afterwards is removed.
+    /// Calls `change` with the value in place (nil if there is none), so that it can change a
+    /// container without a copy. If the value is nil afterwards, the key is removed.
     void update(std::string_view key, const std::function<void(Value&)>& change);
-    /// Copies every entry of `others`; they win over entries of the same key.
+    /// Copies every entry of `others`, overwriting entries with the same key.
     void addEntries(const Dictionary& others);
-    /// Answers whether there was one.
+    /// Removes a key. Returns whether it was there.
     bool remove(std::string_view key);
-    /// Leaves it empty; copies keep their entries.
+    /// Removes all entries. Copies keep theirs.
     void clear() noexcept;
 
-    /// "{key = value; …}" with each value as `%@` would print it.
+    /// "{key = value; …}", with each value as `%@` prints it.
     std::string description() const;
 
     /// The same keys with equal values, in whatever order.

@@ -18,16 +18,16 @@ namespace detail {
 
 class EmbeddedObservers;
 
-/// A registration with the default notification centre that lives in its observer, an object of
-/// which there may be very many: it takes no memory from the heap, and coming and going costs next
-/// to nothing. It hears the notifications that hold its value, in its place among the centre's
-/// other observers.
+/// A registration with the default notification centre, stored inside its observer. For objects
+/// that may be very many: it allocates no memory, and adding and removing it costs almost nothing.
+/// It receives the notifications that contain its value, in order with the centre's other
+/// observers.
 class VEXIM_EXPORT EmbeddedObserver {
 public:
-    /// What the observers of one class hear. Constant, and never destroyed.
+    /// What the observers of one class receive. Constant, and never destroyed.
     struct Kind {
-        std::array<std::string_view, 2> names;  // of notifications
-        // under which their user information holds the value
+        std::array<std::string_view, 2> names;  // notification names
+        // the key of the value in their user information
         std::string_view key;
         void (*hear)(Object& observer, const Notification& notification);
     };
@@ -35,31 +35,31 @@ public:
     EmbeddedObserver() noexcept = default;
     EmbeddedObserver(const EmbeddedObserver&) = delete;
     EmbeddedObserver& operator=(const EmbeddedObserver&) = delete;
-    /// To be its object's last member, so that it leaves before anything else goes.
+    /// Make it its object's last member, so that it unregisters before anything else is destroyed.
     ~EmbeddedObserver() {
         if (kind_ != nullptr) leave();
     }
 
-    /// Begins to hear, as the youngest of all observers. `object` holds this, and `value` stays as
-    /// it is. What is neither a string nor a number is never heard of.
+    /// Registers it, after all other observers. `object` contains this observer, and `value` must
+    /// not change. A value that is neither a string nor a number never matches.
     void join(const Kind& kind, Object& object, const Value& value);
 
 private:
     friend class EmbeddedObservers;
-    /// A place in a chain of one bucket.
+    /// An entry in a bucket's chain.
     struct Link {
         EmbeddedObserver* next = nullptr;
         EmbeddedObserver** at = nullptr;  // what points here
     };
     void leave() noexcept;
 
-    // Constant while it has joined.
+    // Constant while it is registered.
     const Kind* kind_ = nullptr;
     Object* object_ = nullptr;
     const Value* value_ = nullptr;
     std::size_t hash_ = 0;  // of the value
     std::uint64_t number_ = 0;
-    // The centre's, under its lock.
+    // Used by the centre, under its lock.
     Link byValue_;
     Link byAddress_;
     std::atomic<std::uint8_t> silenced_{0};  // a bit for each of the names that were removed

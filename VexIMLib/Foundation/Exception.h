@@ -7,14 +7,20 @@
 
 namespace vexim {
 
-// The fixed names under which programmers' mistakes are raised.
+// The names of the exceptions that the library raises.
+
+/// An argument is nil, malformed, or of the wrong type.
 inline constexpr const char* kInvalidArgumentException = "NSInvalidArgumentException";
+/// The program does something that a correct one never does.
 inline constexpr const char* kInternalInconsistencyException = "NSInternalInconsistencyException";
+/// A key path leads through something that is not a dictionary.
 inline constexpr const char* kUnknownKeyException = "NSUnknownKeyException";
+/// An index is beyond the end.
 inline constexpr const char* kRangeException = "NSRangeException";
 
-/// A programmer's mistake, raised on the caller's thread before anything else happens.
-/// Failures of the world (network, files, server answers) are never exceptions but `Error`s.
+/// A programmer's mistake. It is raised on the caller's thread before anything else happens.
+/// Failures of the network, of files or of the server are never exceptions; they are `Error`s.
+/// It means that the program must be corrected, so there is normally no reason to catch it.
 class VEXIM_EXPORT Exception : public std::exception {
 public:
     /// `name` is one of the constants above, `reason` a sentence.

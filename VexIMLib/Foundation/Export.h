@@ -1,7 +1,6 @@
 #pragma once
 
-/// Marks what applications may call: it is visible in the shared library, and everything else is
-/// hidden.
+/// Marks what applications may call. The shared library hides everything else.
 #if defined(VEXIM_STATIC)
 #define VEXIM_EXPORT
 #else

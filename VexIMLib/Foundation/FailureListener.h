@@ -7,26 +7,27 @@
 
 namespace vexim {
 
-/// Who waits for an operation, and would hear why its completion is not going to run. A login over
-/// a connection that failed is one: its completion waits for the service's answer, for ever. An
-/// operation of that kind takes the listener where it is called, and tells it the cause when it
-/// comes. The async styles then fail with it; the completion still does not run.
+/// Reports why the completion of an operation will never run. For example, a login whose connection
+/// failed waits for an answer that cannot come. Such an operation looks for a listener when it is
+/// called, and reports the cause to it. The async styles then fail with this cause. The completion
+/// still does not run.
 ///
 ///     const vexim::FailureListener listener([](const vexim::ErrorPtr& cause) { … });
 ///     client->loginWithUserId("alice", completion);
 class VEXIM_EXPORT FailureListener {
 public:
-    /// Takes the cause; copies may be kept.
+    /// Receives the cause. You may keep copies.
     using Tell = std::function<void(const ErrorPtr& cause)>;
 
-    /// For the operations that this thread calls until it is destroyed; one inside another wins.
-    /// `tell` runs on the main queue, at most once for each operation.
+    /// Listens to the operations that this thread calls while this object lives. If listeners are
+    /// nested, the inner one is used. `tell` runs on the main queue, at most once for each
+    /// operation.
     explicit FailureListener(Tell tell);
     ~FailureListener();
     FailureListener(const FailureListener&) = delete;
     FailureListener& operator=(const FailureListener&) = delete;
 
-    /// For operations: what this thread's caller wants to be told by; empty when nobody listens.
+    /// For operations: the function of the current listener on this thread; empty if there is none.
     static Tell current();
 
 private:

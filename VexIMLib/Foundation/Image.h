@@ -8,15 +8,20 @@
 
 namespace vexim {
 
-/// A bitmap: rows from the top, four bytes a pixel (red, green, blue, alpha; not premultiplied),
-/// sRGB.
+/// A bitmap in sRGB: rows from the top, four bytes per pixel (red, green, blue, alpha; not
+/// premultiplied). Immutable.
+///
+///     // one red pixel
+///     const auto image = vexim::Image::fromPixels(1, 1, {255, 0, 0, 255});
+///     const auto message = VXIMMessage::messageWithImage(*image);
 class VEXIM_EXPORT Image {
 public:
-    /// nullopt unless both sides are 1 to 65535 and `pixels` holds width × height × 4 bytes.
+    /// Makes an image. nullopt unless both sides are 1 to 65535 and `pixels` has width × height × 4
+    /// bytes.
     static std::optional<Image> fromPixels(std::uint32_t width, std::uint32_t height,
                                            std::vector<std::uint8_t> pixels);
 
-    // Width and height in pixels; the bytes are as told above.
+    // Width and height in pixels, and the bytes as described above.
     std::uint32_t width() const noexcept { return width_; }
     std::uint32_t height() const noexcept { return height_; }
     const std::vector<std::uint8_t>& pixels() const noexcept { return pixels_; }

@@ -10,38 +10,39 @@
 
 namespace vexim {
 
-/// Nesting beyond this is refused, both ways.
+/// The deepest nesting for reading and for writing.
 inline constexpr std::size_t kJSONMaxDepth = 512;
 
 /// Whether a text may be a bare scalar, such as `5` or `"a"`.
 enum class JSONFragments { Refuse, Allow };
 
-/// What reading gave: the value, or nil and the error that names the offset.
+/// The result of reading: the value, or nil and an error that names the offset.
 struct JSONResult {
     Value value;     // nil after an error, never otherwise
     ErrorPtr error;  // nullptr after a success
 };
 
-/// Reads one JSON text (RFC 8259, strict; UTF-8). A bare scalar at the top level is refused unless
-/// fragments are allowed. An unpaired surrogate escape becomes U+FFFD. Integers up to 64 bits stay
-/// exact; larger ones become reals. A repeated key: the last one wins. Errors: "NSCocoaErrorDomain"
-/// 3840.
+/// Reads one JSON text (RFC 8259, strict, UTF-8). Refuses a scalar at the top level, unless
+/// fragments are allowed. An unpaired surrogate escape becomes U+FFFD. Integers of up to 64 bits
+/// stay exact; larger ones become reals. If a key is repeated, the last one wins. Errors:
+/// "NSCocoaErrorDomain" 3840. Call from any thread.
 VEXIM_EXPORT JSONResult parseJSON(std::string_view text,
                                   JSONFragments fragments = JSONFragments::Refuse);
 
-/// What writing gave: the text, or none and the error.
+/// The result of writing: the text, or an empty one and the error.
 struct JSONText {
     std::string text;  // empty after an error
     ErrorPtr error;    // nullptr after a success
 };
 
-/// Writes compact JSON, entries in insertion order. Refuses nil, NaN, infinity, data, objects,
-/// broken UTF-8, depth beyond the bound, and a scalar at the top level unless fragments are
-/// allowed. Errors: "NSCocoaErrorDomain" 3851.
+/// Writes compact JSON, with entries in insertion order. Refuses nil, NaN, infinity, data, objects,
+/// invalid UTF-8, nesting beyond `kJSONMaxDepth`, and a scalar at the top level unless fragments
+/// are allowed. Errors: "NSCocoaErrorDomain" 3851. Call from any thread.
 VEXIM_EXPORT JSONText writeJSON(const Value& value,
                                 JSONFragments fragments = JSONFragments::Refuse);
 
-/// The same behind what `text` holds already; an error leaves it as it was.
+/// Like `writeJSON`, but appends to `text`. After an error `text` is unchanged. Returns nullptr on
+/// success.
 VEXIM_EXPORT ErrorPtr appendJSON(std::string& text, const Value& value,
                                  JSONFragments fragments = JSONFragments::Refuse);
 

@@ -15,26 +15,30 @@
 
 namespace vexim {
 
-/// What an object writes itself into, and is made again from: values by key.
+/// Holds an object's values by key, for an archive.
+///
+///     const vexim::Data archive = vexim::archivedData(*message);
+///     vexim::ErrorPtr error;
+///     const auto copy = vexim::unarchivedObject<VXIMMessage>(archive, &error);
 class VEXIM_EXPORT Coder {
 public:
     Coder() = default;
-    /// One to decode from.
+    /// A coder to decode from.
     explicit Coder(Dictionary values) : values_(std::move(values)) {}
 
-    /// nil leaves the key out.
+    /// Adds a value; nil removes the key.
     void encode(std::string_view key, Value value) { values_.setOrRemove(key, std::move(value)); }
-    /// nil when there is none.
+    /// The value under `key`; nil if there is none.
     const Value& decode(std::string_view key) const noexcept { return values_.get(key); }
-    /// All that was encoded so far.
+    /// Everything encoded so far.
     const Dictionary& values() const noexcept { return values_; }
 
 private:
     Dictionary values_;
 };
 
-/// A class whose objects can be kept: they encode themselves, and a coder makes them again
-/// (nullptr: what it holds is no T).
+/// A class whose objects can be archived. `initWithCoder` returns nullptr if the coder does not
+/// hold a T.
 template <class T>
 concept SecureCoding = std::derived_from<T, Object> &&
     requires(const T& object, Coder& coder, const Coder& archive) {
@@ -49,8 +53,9 @@ VEXIM_EXPORT Data archive(const Class& cls, const Coder& coder, ErrorPtr* error)
 VEXIM_EXPORT std::optional<Coder> unarchive(const Class& cls, const Data& archive, ErrorPtr* error);
 }  // namespace detail
 
-/// An object as bytes to be kept: JSON that names the class. Empty, with `error` set when given
-/// ("NSCocoaErrorDomain" 3851), when the object holds what JSON cannot say.
+/// Archives an object as JSON, with the name of its class. If the object holds something that JSON
+/// cannot express, the result is empty and `error` (if not nullptr) is set to "NSCocoaErrorDomain"
+/// 3851.
 template <SecureCoding T>
 Data archivedData(const T& object, ErrorPtr* error = nullptr) {
     Coder coder;
@@ -58,8 +63,9 @@ Data archivedData(const T& object, ErrorPtr* error = nullptr) {
     return detail::archive(T::staticClass(), coder, error);
 }
 
-/// The object kept in `archive`. Only a T is ever made of it: nullptr, with `error` set when given
-/// ("NSCocoaErrorDomain" 4864), for what is damaged or names another class.
+/// Restores an object from `archive`. It never makes anything but a T. If the archive is damaged or
+/// names another class, the result is nullptr and `error` (if not nullptr) is set to
+/// "NSCocoaErrorDomain" 4864.
 template <SecureCoding T>
 std::shared_ptr<T> unarchivedObject(const Data& archive, ErrorPtr* error = nullptr) {
     const auto coder = detail::unarchive(T::staticClass(), archive, error);

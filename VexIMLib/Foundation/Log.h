@@ -7,29 +7,29 @@
 
 namespace vexim {
 
-/// How much a line matters, the least first.
+/// The importance of a log line, the least important first.
 enum class LogLevel { Debug, Info, Warning, Error };
 
-/// Hears one line without a line end. Called on the thread that logs, several at once, with no lock
-/// held; it must be quick. What it logs itself, or throws, is dropped.
+/// Receives one line, without a line end. It runs on the thread that logs, perhaps on several
+/// threads at once, with no lock held. It must be quick. Lines that it logs itself, and exceptions
+/// that it throws, are dropped.
 using LogSink = std::function<void(LogLevel level, std::string_view line)>;
 
-/// From now on `sink` hears the lines of `least` and above; an empty one: nobody hears any.
-/// Callable at any time, from any thread; a call of the former sink may still be running on
-/// another.
+/// Sends all lines of level `least` and above to `sink`. An empty sink turns the log off. Call at
+/// any time, from any thread; on another thread a call of the previous sink may still be running.
 ///
-/// Until this is called the library is silent, but for what asks for the programmer's eye (a send
-/// to nobody, an option that it does not know) and for the connection's own log where the
-/// configuration's `shouldLog` wants it: that goes to standard error. A sink also hears, at `Info`,
-/// everything that `VXIMClient::diagnose` reports, while it happens.
+/// Before the first call only two things are logged, to standard error: mistakes of the programmer
+/// (a message without a receiver, an unknown option), and the connection's log if the
+/// configuration's `shouldLog` is set. A sink also gets, at `Info`, everything that
+/// `VXIMClient::diagnose` reports, as it happens.
 ///
 /// No credential, signature or message text is ever logged.
 VEXIM_EXPORT void setLogSink(LogLevel least, LogSink sink);
-/// The same for all levels.
+/// The same, for all levels.
 VEXIM_EXPORT void setLogSink(LogSink sink);
-/// Whether a sink was set that hears `level`: whether a line is worth making.
+/// Whether a sink is set for `level`. Check this before formatting an expensive line.
 VEXIM_EXPORT bool isHeard(LogLevel level) noexcept;
-/// Hands a line of the application's own to the same sink. Callable from any thread.
+/// Logs a line of the application to the same sink. Call from any thread.
 VEXIM_EXPORT void log(LogLevel level, std::string_view line);
 
 }  // namespace vexim

@@ -17,39 +17,46 @@ namespace detail {
 class EmbeddedObserver;
 }
 
-/// What an observer hears.
+/// What an observer receives.
 struct Notification {
-    std::string name;                    // what observers choose by
+    std::string name;                    // observers register for a name
     std::shared_ptr<Object> object;      // the sender, or nullptr
-    std::optional<Dictionary> userInfo;  // as each name's documentation tells
+    std::optional<Dictionary> userInfo;  // see the documentation of the name
 };
 
-/// Publish and subscribe by name. Callable from any thread; posting calls the handlers in
-/// registration order, on the posting thread, with no lock held. While one post runs, what is added
-/// is not called and what is removed is not called any more.
+/// Publish and subscribe by name. Call from any thread. `post` calls the handlers in the order of
+/// registration, on the posting thread, with no lock held. An observer that is added during a post
+/// is not called by it; one that is removed is not called any more.
+///
+///     auto observer = std::make_shared<int>();  // anything shared; keep it as long as you observe
+///     vexim::NotificationCenter::defaultCenter().addObserver(
+///         observer, VXIMFriendOnlineNotification, nullptr,
+///         [](const vexim::Notification& notification) { … });
 class VEXIM_EXPORT NotificationCenter {
 public:
     /// Runs on the posting thread.
     using Handler = std::function<void(const Notification& notification)>;
 
-    /// The process-wide centre, to which the library posts.
+    /// The centre of the process. The library posts to this one.
     static NotificationCenter& defaultCenter();
-    /// A centre of its own; the library posts to the default one only.
+    /// A separate centre; the library never posts to it.
     NotificationCenter();
     ~NotificationCenter();
     NotificationCenter(const NotificationCenter&) = delete;
     NotificationCenter& operator=(const NotificationCenter&) = delete;
 
-    /// `observer` is held weakly and is the registration's identity. An empty `name` hears every
-    /// name; a nullptr `sender` hears any sender (a sender's address is compared, nothing is held).
+    /// Registers `handler`. `observer` identifies the registration and is held weakly. An empty
+    /// `name` matches every name, a nullptr `sender` every sender. The sender is compared by
+    /// address and not kept alive.
     void addObserver(const std::shared_ptr<void>& observer, std::string name, const Object* sender,
                      Handler handler);
 
-    /// Removes all of the observer's registrations. Safe in the observer's own destructor.
+    /// Removes all registrations of the observer, or those for one name. You may call it in the
+    /// observer's destructor.
     void removeObserver(const void* observer);
     void removeObserver(const void* observer, std::string_view name);
 
-    /// Calls the handlers before it returns.
+    /// Calls all matching handlers before it returns. Exceptions from handlers pass through.
     void post(const Notification& notification);
     void post(std::string name, std::shared_ptr<Object> object,
               std::optional<Dictionary> userInfo = std::nullopt);

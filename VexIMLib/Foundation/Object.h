@@ -24,17 +24,15 @@ namespace detail {
 class KeyValueObservers;
 }
 
-/// The key that `create` turns: only it can construct a `Creation`, so objects are made by their
-/// factories alone.
+/// Passed to constructors. Only `create` can make one, so only factories can make objects.
 class Creation {
     Creation() = default;
     template <class T, class... Arguments>
     friend std::shared_ptr<T> create(Arguments&&... arguments);
 };
 
-/// Allocates a T (constructed with a `Creation`) and runs its virtual `initialise(arguments…)`, in
-/// which virtual calls and `shared_from_this` work. nullptr when `initialise` refuses by answering
-/// false.
+/// Makes a T and calls its `initialise(arguments…)`, in which virtual calls and `shared_from_this`
+/// work. Returns nullptr if `initialise` returns false.
 template <class T, class... Arguments>
 std::shared_ptr<T> create(Arguments&&... arguments) {
     auto object = std::make_shared<T>(Creation{});
@@ -42,14 +40,19 @@ std::shared_ptr<T> create(Arguments&&... arguments) {
     return object;
 }
 
-/// What an observer of a key hears.
+/// What an observer of a key receives.
 struct KeyValueChange {
     std::string key;  // as registered
-    Value newValue;   // nil when the object cannot read the key
+    Value newValue;   // nil if the object cannot read the key
 };
 
-/// The root of the library's classes: shared by reference, compared by identity, observable by key.
-/// Unless a class says otherwise, an object is used from one thread at a time.
+/// The base class of the library's objects. They are shared by reference, compared by identity, and
+/// observable by key. Unless a class says otherwise, use an object from one thread at a time.
+///
+///     user->addObserver(observer, "name", [](vexim::Object&, const vexim::KeyValueChange& change)
+///     {
+///         std::cout << change.newValue.description();
+///     });
 class VEXIM_EXPORT Object : public std::enable_shared_from_this<Object> {
 public:
     explicit Object(Creation) noexcept;
@@ -57,69 +60,68 @@ public:
     Object& operator=(const Object&) = delete;
     virtual ~Object();
 
-    /// The runtime's record of this object's class: its name, superclass and declared properties.
+    /// The runtime record of this object's class: its name, superclass and declared properties.
     virtual const Class& runtimeClass() const;
-    /// The root class's record.
+    /// The runtime record of the root class.
     static const Class& staticClass();
     /// Whether the object's class is `cls` or derives from it.
     bool isKindOfClass(const Class& cls) const noexcept;
 
-    // Messages by name (see Foundation/Runtime). C++ callers use the typed functions; these serve
-    // what is known only by name.
-    /// Whether the class has a method of that name. A dynamic property's accessors are no methods:
-    /// the answer is no.
+    // Messages by name (see Foundation/Runtime). If you know the function at compile time, call it
+    // directly.
+    /// Whether the class has a method of this name. The accessors of dynamic properties are not
+    /// methods.
     bool respondsToSelector(Selector selector) const noexcept;
-    /// The types of the message, or nullptr when this object does not understand it.
+    /// The types of the message; nullptr if this object does not understand it.
     virtual std::shared_ptr<const MethodSignature> methodSignatureForSelector(
         Selector selector) const;
-    /// Receives each message that the class has no method for, but that
-    /// `methodSignatureForSelector` knows.
+    /// Called for each message without a method that `methodSignatureForSelector` knows.
     virtual void forwardInvocation(Invocation& invocation);
-    /// Sends a message. `arguments` are unboxed by the types of the message (missing ones are 0 or
-    /// nil, those beyond are ignored), the result is boxed. Raises NSInvalidArgumentException when
-    /// the message is not understood, when an argument does not fit its type, or when a type has no
-    /// boxed form.
+    /// Sends a message. The arguments and the result are converted by the message's types. Missing
+    /// arguments are 0 or nil, extra ones are ignored. Raises NSInvalidArgumentException if the
+    /// object does not understand the message, if an argument does not fit its type, or if a type
+    /// cannot be a `Value`.
     Value perform(Selector selector, std::initializer_list<Value> arguments = {});
     /// Raises NSInvalidArgumentException: "-[VXIMUser foo]: unrecognized selector sent to instance
     /// 0x5580…".
     [[noreturn]] void doesNotRecognizeSelector(Selector selector) const;
 
-    /// "<VXIMUser: 0x5580…>"; classes with contents add them.
+    /// "<VXIMUser: 0x5580…>". Some classes add their contents.
     virtual std::string description() const;
-    /// Identity, unless a class compares contents.
+    /// Whether both are the same object. Some classes compare their contents.
     virtual bool isEqual(const Object& other) const;
-    /// A copy, for classes that offer one; others raise NSInvalidArgumentException.
+    /// A copy. Classes that cannot be copied raise NSInvalidArgumentException.
     virtual std::shared_ptr<Object> copy() const;
 
-    /// The value under a key, for observers and key paths; the root class knows none and answers
-    /// nil.
+    /// The value under a key, for observers and key paths. The root class returns nil for every
+    /// key.
     virtual Value valueForKey(std::string_view key) const;
 
-    // Key-value observing. Callable from any thread; a handler runs on the thread that makes the
+    // Key-value observing. Call from any thread. A handler runs on the thread that makes the
     // change, with no lock held.
     using ChangeHandler = std::function<void(Object& object, const KeyValueChange& change)>;
-    /// `observer` is the registration's identity and is held weakly: once it is gone nothing is
-    /// called any more.
+    /// Registers `handler` for a key. `observer` identifies the registration and is held weakly:
+    /// once it is destroyed, the handler is not called any more.
     void addObserver(const std::shared_ptr<void>& observer, std::string key, ChangeHandler handler);
     void removeObserver(const void* observer, std::string_view key);
     void willChangeValueForKey(std::string_view key);
-    /// Calls the handlers registered for `key`, in registration order.
+    /// Calls the handlers for `key`, in the order of registration.
     void didChangeValueForKey(std::string_view key);
 
 protected:
-    /// shared_from_this as the derived class.
+    /// `shared_from_this`, cast to the derived class.
     template <class T>
     std::shared_ptr<T> sharedAs() {
         return std::static_pointer_cast<T>(shared_from_this());
     }
 
-    /// What the root's `create` runs; derived classes declare their own with their own arguments.
+    /// `create` calls this. Derived classes declare one with the arguments that they need.
     bool initialise() { return true; }
     template <class T, class... Arguments>
     friend std::shared_ptr<T> create(Arguments&&... arguments);
 
 private:
-    std::atomic<detail::KeyValueObservers*> observers_{nullptr};  // made by the first observer
+    std::atomic<detail::KeyValueObservers*> observers_{nullptr};  // made for the first observer
 };
 
 }  // namespace vexim

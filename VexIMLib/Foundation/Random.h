@@ -7,18 +7,21 @@
 
 namespace vexim {
 
-/// Where chance comes from.
+/// A source of random numbers.
+/// A test can set one that always gives the same numbers.
 class VEXIM_EXPORT Random {
 public:
     virtual ~Random();
-    /// 32 uniformly distributed bits. Callable from any thread.
+    /// Returns 32 random bits, uniformly distributed. Call from any thread.
     virtual std::uint32_t next32() = 0;
 
-    /// Cryptographic quality, drawn in bulk from the crypto library's generator.
+    /// The default source. It is cryptographically secure: it reads OpenSSL's generator, many bytes
+    /// at a time.
     static std::shared_ptr<Random> system();
-    /// The source that the library draws from; the system's unless another was set.
+    /// The source that the library uses: the system's, unless another was set.
     static std::shared_ptr<Random> shared();
-    /// Replaces it (nullptr: the system's again). Set it before other threads use the library.
+    /// Replaces the shared source; nullptr restores the system's. Call it before other threads use
+    /// the library.
     static void setShared(std::shared_ptr<Random> random);
 };
 

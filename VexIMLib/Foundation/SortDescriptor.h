@@ -5,7 +5,7 @@
 
 namespace vexim {
 
-/// One sort key and its direction. Without a key it orders nothing.
+/// One sort key and its direction. Without a key it has no effect.
 struct SortDescriptor {
     std::optional<std::string> key;  // an attribute's name
     bool ascending = true;           // smallest first

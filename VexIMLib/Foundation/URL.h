@@ -10,51 +10,58 @@
 namespace vexim {
 
 /// An absolute or relative URL (RFC 3986) that keeps the text it was made from.
+///
+///     const auto url = vexim::URL::parse("https://im.example.org/chat?room=5");
+///     url->host();   // "im.example.org"
+///     url->query();  // "room=5"
 class VEXIM_EXPORT URL {
 public:
-    /// nullopt when the text holds what no URL may hold (a blank, a control or non-ASCII character,
-    /// `"<>\^`{|}`, a broken percent escape, a second `#`) or its authority or port cannot be read.
+    /// Parses a URL. nullopt if the text has a character that a URL cannot have (a blank, a control
+    /// or non-ASCII character, or one of `"<>\^`{|}`), a broken percent escape, a second `#`, or an
+    /// invalid host or port.
     static std::optional<URL> parse(std::string_view text);
-    /// A "file" URL; what the path holds is escaped as needed. A relative path counts from the
-    /// working directory.
+    /// Makes a "file" URL and escapes the path as needed. A relative path starts at the working
+    /// directory.
     static URL fileURLWithPath(std::string_view path);
 
     /// The text that it was made from.
     const std::string& absoluteString() const noexcept { return text_; }
-    /// Lower case; empty for a relative URL.
+    /// The scheme in lower case; empty for a relative URL.
     const std::string& scheme() const noexcept { return scheme_; }
-    /// Without brackets for an IPv6 address; empty when there is none.
+    /// The host; an IPv6 address has no brackets. Empty if there is none.
     const std::string& host() const noexcept { return host_; }
-    /// The stated port; nullopt when there is none.
+    /// The port in the text; nullopt if there is none.
     std::optional<std::uint16_t> port() const noexcept { return port_; }
-    /// The stated port, else the scheme's own (http, ws 80; https, wss 443), else 0.
+    /// The port in the text, or the default of the scheme (80 for http and ws, 443 for https and
+    /// wss), or 0.
     std::uint16_t portOrDefault() const noexcept;
-    // Of the authority, percent-decoded; nullopt when there is none.
+    // User and password, percent-decoded; nullopt if there is none.
     const std::optional<std::string>& user() const noexcept { return user_; }
     const std::optional<std::string>& password() const noexcept { return password_; }
 
-    /// Percent-decoded, for file URLs' use.
+    /// The path, percent-decoded, for use as a file name.
     std::string path() const;
-    /// The path as it stands.
+    /// The path as in the text.
     const std::string& encodedPath() const noexcept { return path_; }
-    /// As it stands, without the "?"; nullopt when there is none.
+    /// The query as in the text, without the "?"; nullopt if there is none.
     const std::optional<std::string>& query() const noexcept { return query_; }
-    /// What follows the last slash of the decoded path; a slash at its end does not count.
+    /// The last component of the decoded path. A slash at the end is ignored.
     std::string lastPathComponent() const;
-    /// Of the last component. Without the dot; empty when there is none.
+    /// The extension of the last component, without the dot; empty if there is none.
     std::string pathExtension() const;
     /// Whether the scheme is "file".
     bool isFileURL() const noexcept { return scheme_ == "file"; }
-    /// `reference` (as in a Location header) resolved against this URL, RFC 3986 section 5.
+    /// Resolves `reference` (for example from a Location header) against this URL (RFC 3986,
+    /// section 5). nullopt if it is not a URL.
     std::optional<URL> resolve(std::string_view reference) const;
 
-    /// The same text: nothing is normalised.
+    /// Whether the texts are equal; nothing is normalised.
     friend bool operator==(const URL& a, const URL& b) noexcept { return a.text_ == b.text_; }
 
 private:
     URL() = default;
     bool readAuthority(std::string_view authority);
-    /// "//host:port" as it stands; empty when there is none.
+    /// "//host:port" as in the text; empty if there is none.
     std::string authorityText() const;
 
     std::string text_;
@@ -71,10 +78,10 @@ private:
 
 /// Escapes every UTF-8 byte except the unreserved characters of RFC 3986 (A-Z a-z 0-9 - . _ ~).
 VEXIM_EXPORT std::string percentEncode(std::string_view text);
-/// The platform's legacy escaping: only what RFC 2396 does not allow in a URL (so also `%`, `#`,
-/// `[`, `]`), leaving its reserved characters (`; / ? : @ & = + $ ,`) as they are.
+/// Escapes only what RFC 2396 does not allow in a URL (this includes `%`, `#`, `[` and `]`). Its
+/// reserved characters (`; / ? : @ & = + $ ,`) stay.
 VEXIM_EXPORT std::string percentEscapeLegacy(std::string_view text);
-/// Undoes percent escapes; a broken escape stays as it is.
+/// Decodes percent escapes. A broken escape stays.
 VEXIM_EXPORT std::string percentDecode(std::string_view text);
 
 }  // namespace vexim

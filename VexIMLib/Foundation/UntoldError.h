@@ -5,22 +5,23 @@
 
 namespace vexim {
 
-/// The error that a completion is not given. Some operations call back as after a success although
-/// a part of them failed. While such a completion runs, one of these says what failed: the async
-/// styles then fail with it. Main thread only.
+/// An error that a completion does not receive. Some operations report success although a part of
+/// them failed. While such a completion runs, this object holds the error, and the async styles
+/// fail with it. Main thread only.
 ///
 ///     const vexim::UntoldError untold(uploadError);
 ///     completion(true, nullptr);
 class VEXIM_EXPORT UntoldError {
 public:
-    /// Holds until it is destroyed; one inside another wins. nullptr: nothing is kept back.
+    /// Sets the current error as long as this object lives. If they are nested, the inner one is
+    /// used. nullptr means no error.
     explicit UntoldError(ErrorPtr error);
     ~UntoldError();
     UntoldError(const UntoldError&) = delete;
     UntoldError& operator=(const UntoldError&) = delete;
 
-    /// What the completion that runs now is not given; nullptr on any other thread and when no
-    /// completion runs.
+    /// The error that the running completion does not receive; nullptr if there is none, and on any
+    /// other thread.
     static ErrorPtr current();
 
 private:

@@ -29,12 +29,18 @@ struct ObjectRep;
 struct StringRep;
 }  // namespace detail
 
-/// Any value that the library handles: what JSON can say, bytes, and objects.
+/// Any value that the library handles: JSON values, bytes, and objects.
 ///
-/// nil (absent) and null (JSON null) differ. A boolean is not the number 1, an integer is not a
-/// real, and no 64-bit integer passes through a double. `Unsigned` is used only above the signed
-/// range, so that 5 is one kind. Copying costs at most one counter: strings, data and containers
-/// are shared until written.
+/// nil (missing) and null (JSON null) differ. A boolean is not the number 1, an integer is not a
+/// real, and a 64-bit integer is never converted to a double. `Unsigned` is used only above the
+/// signed range, so 5 is always an `Integer`. Copies are cheap: strings, data and containers are
+/// shared until written. You may use a copy on another thread, but do not write a value while
+/// another thread uses it.
+///
+///     vexim::Value record = vexim::Dictionary{{"name", "Alice"}, {"nick", vexim::Value::null()}};
+///     record.get("name").asString();           // "Alice", or nullopt if it were not a string
+///     record.get("name").get("first").isNil(); // true: a missing entry is nil, at any depth
+///     record.get("age").intValue();            // 0: lenient readings never fail
 class VEXIM_EXPORT Value {
 public:
     /// What a value holds.
@@ -55,24 +61,25 @@ public:
     constexpr Value() noexcept = default;                                         ///< nil
     constexpr Value(std::nullptr_t) noexcept {}                                   ///< nil
     static Value null() noexcept { return Value(Kind::Null, std::uint64_t{0}); }  ///< JSON null
-    // A number of the kind that its type says.
+    // A boolean or a number, of the kind that fits the type.
     Value(bool value) noexcept : Value(Kind::Boolean, std::uint64_t{value}) {}
     template <std::integral T>
     requires(!std::same_as<T, bool>) Value(T value)
     noexcept : Value(fromIntegral(value)) {}
     Value(double value) noexcept : Value(Kind::Real, value) {}
 
-    /// Any other pointer would silently become a boolean.
+    /// Forbidden: other pointers would silently become booleans.
     template <class T>
     requires(!std::same_as<std::remove_cv_t<T>, char>) Value(T* pointer)
     = delete;
-    // A string; nullptr and nullopt are nil. The text is copied and taken for UTF-8, unchecked.
+    // A string; nullptr and nullopt give nil. The text is copied. It should be UTF-8, which is not
+    // checked.
     Value(const char* text);
     Value(std::string_view text);
     Value(const std::string& text);
     Value(const std::optional<std::string>& text);
 
-    // Shares the bytes or the store.
+    // Shares the bytes or the storage.
     Value(vexim::Data data) noexcept;
     Value(vexim::Array array) noexcept;
     Value(vexim::Dictionary dictionary) noexcept;
@@ -91,7 +98,7 @@ public:
         other.forget();
     }
     Value& operator=(const Value& other) noexcept {
-        Value copy(other);  // first: `other` may live inside what this value holds
+        Value copy(other);  // copy first: `other` may be a part of this value
         swap(copy);
         return *this;
     }
@@ -103,7 +110,7 @@ public:
     ~Value() {
         if (isCounted()) release();
     }
-    /// Exchanges the contents, without touching a counter.
+    /// Exchanges the contents. Cheaper than three copies.
     void swap(Value& other) noexcept {
         Value kept;
         kept.relocate(other);
@@ -112,13 +119,13 @@ public:
         kept.forget();
     }
 
-    // Which kind it is.
+    // The kind of the value.
     Kind kind() const noexcept { return kind_; }
     bool isNil() const noexcept { return kind() == Kind::Nil; }
     bool isNull() const noexcept { return kind() == Kind::Null; }
     bool isNilOrNull() const noexcept { return kind() <= Kind::Null; }
     bool isBoolean() const noexcept { return kind() == Kind::Boolean; }
-    /// A boolean, an integer or a real: what the platform would hold in one number object.
+    /// Whether it is a boolean, an integer or a real.
     bool isNumber() const noexcept { return kind() >= Kind::Boolean && kind() <= Kind::Real; }
     bool isString() const noexcept { return kind() == Kind::String; }
     bool isData() const noexcept { return kind() == Kind::Data; }
@@ -126,13 +133,13 @@ public:
     bool isDictionary() const noexcept { return kind() == Kind::Dictionary; }
     bool isObject() const noexcept { return kind() == Kind::Object; }
 
-    // The contents, when they are of that kind, else nullopt or nullptr. Pointers and views live as
-    // long as this value is not written.
+    // The contents if they are of that kind, otherwise nullopt or nullptr. Writing to the value
+    // invalidates pointers and views.
     std::optional<std::string_view> asStringView() const noexcept {
         if (!isString()) return std::nullopt;
         return textView();
     }
-    /// The text as a string of its own.
+    /// A copy of the text.
     std::optional<std::string> asString() const;
     const vexim::Data* asData() const noexcept { return isData() ? &held<vexim::Data>() : nullptr; }
     const vexim::Array* asArray() const noexcept {
@@ -142,18 +149,18 @@ public:
         return isDictionary() ? &held<vexim::Dictionary>() : nullptr;
     }
     std::shared_ptr<vexim::Object> asObject() const noexcept;
-    /// The object, when it is one of class T; else nullptr.
+    /// The object if it is a T, otherwise nullptr.
     template <class T>
     std::shared_ptr<T> as() const noexcept {
         return std::dynamic_pointer_cast<T>(asObject());
     }
 
-    // The container itself, to be written in place; the value must be of that kind (else
-    // NSInternalInconsistencyException).
+    // The container, to be changed in place. A value of another kind raises
+    // NSInternalInconsistencyException.
     vexim::Array& mutableArray();
     vexim::Dictionary& mutableDictionary();
 
-    // The exact number held, by kind; call only for that kind (asserted).
+    // The exact number. Call only for a value of that kind (checked by an assertion).
     bool boolean() const noexcept {
         assert(kind_ == Kind::Boolean);
         return word<std::uint64_t>() != 0;
@@ -171,25 +178,26 @@ public:
         return word<double>();
     }
 
-    // Lenient readings, as everything from the wire is read: numbers and numeric text convert,
-    // anything else is 0 or false. Narrow integers wrap, a real truncates and saturates, NaN is 0.
+    // Lenient conversions, for everything that the service sends: numbers and numeric text convert,
+    // anything else is 0 or false. Narrow integers wrap, a real is truncated and limited to the
+    // range, NaN is 0.
     bool boolValue() const noexcept;
     std::int32_t intValue() const noexcept;
     std::int64_t longLongValue() const noexcept;
     std::uint64_t unsignedLongLongValue() const noexcept;
     double doubleValue() const noexcept;
 
-    /// The entry under `key` when this is a dictionary that has one, else nil.
+    /// The entry under `key`; nil if there is none or this is not a dictionary.
     const Value& get(std::string_view key) const noexcept;
-    /// The element at `index` when this is an array that has one, else nil.
+    /// The element at `index`; nil if there is none or this is not an array.
     const Value& get(std::size_t index) const noexcept;
 
-    /// What `%@` prints: "(null)" for nil, "<null>" for null, 1 and 0 for booleans, a string as it
-    /// stands.
+    /// The text that `%@` prints: "(null)" for nil, "<null>" for null, 1 or 0 for booleans, strings
+    /// unchanged.
     std::string description() const;
 
-    /// Deep equality within one kind (5 and 5.0 differ; nil equals nil here, see `idsEqual` for
-    /// ids). Objects by `isEqual`.
+    /// Deep equality. Different kinds are never equal (5 and 5.0 differ). nil equals nil here;
+    /// compare ids with `idsEqual`. Objects are compared with `isEqual`.
     friend VEXIM_EXPORT bool operator==(const Value& a, const Value& b) noexcept;
 
 private:
@@ -205,9 +213,9 @@ private:
         }
     }
 
-    // Sixteen bytes: the kind, then either a short string's text in place, or at offset 8 a number
-    // or the pointer to a shared block. Bytes without a meaning are zero, so two short strings are
-    // equal when all sixteen bytes are.
+    // Sixteen bytes: the kind, then either the text of a short string, or at offset 8 a number or
+    // the pointer to a shared block. Unused bytes are zero, so two short strings are equal if all
+    // sixteen bytes are.
     friend struct detail::DictionaryItem;
     friend struct detail::DictionaryRep;
     static constexpr std::size_t kInlineCapacity = 14;
@@ -231,7 +239,7 @@ private:
         std::memcpy(&word, bytes_ + kWordOffset, sizeof(word));
         return word;
     }
-    /// A container is one pointer, and lies where other kinds keep their word.
+    /// A container is one pointer, in the place where other kinds have their number.
     template <class T>
     const T& held() const noexcept {
         return *std::launder(reinterpret_cast<const T*>(bytes_ + kWordOffset));
@@ -257,7 +265,7 @@ private:
     }
 
     alignas(8) Kind kind_ = Kind::Nil;
-    // of a string's text here; kCounted when the word points to a block
+    // length of a string stored here; kCounted if the word points to a block
     std::uint8_t inlineSize_ = 0;
     unsigned char bytes_[kInlineCapacity] = {};
 };

@@ -11,28 +11,27 @@
 
 namespace vexim {
 
-/// Drives the main queue from an asio loop while it lives, a turn at a time
-/// (`MainQueue::turnLimit()`).
+/// Runs the main queue in an asio loop, as long as this object lives. Each turn is limited by
+/// `MainQueue::turnLimit()`.
 ///
 ///     boost::asio::io_context io;
 ///     vexim::AsioLoop loop(io.get_executor());
-///     io.run();  // has work as long as `loop` lives: end it with io.stop(), or by destroying
-///     `loop`
+///     io.run();  // runs as long as `loop` lives: end it by io.stop(), or destroy `loop`
 ///
-/// The loop's thread becomes the main thread; let one thread run it. An exception from a callback
-/// leaves `io.run()`, which may then be called again. Loops may be nested. One adapter at a time;
-/// make and destroy it on the loop's thread or while no thread runs the loop, also inside a
-/// callback, and before the loop itself goes.
+/// The loop's thread becomes the main thread; only one thread may run it. An exception from a
+/// callback leaves `io.run()`, which you may then call again. Loops may be nested. Use one adapter
+/// at a time. Make and destroy it on the loop's thread (inside a callback is fine) or while no
+/// thread runs the loop, and destroy it before the loop.
 class AsioLoop {
 public:
-    /// Runs what is queued already as soon as the loop runs.
+    /// Functions that are already queued run as soon as the loop runs.
     explicit AsioLoop(const boost::asio::any_io_executor& executor)
         : driver_(std::make_shared<Driver>(executor)) {
         driver_->awaitWake();
     }
     AsioLoop(const AsioLoop&) = delete;
     AsioLoop& operator=(const AsioLoop&) = delete;
-    /// What is queued stays so, for another loop.
+    /// Queued functions stay in the queue, for another loop.
     ~AsioLoop() { driver_->stop(); }
 
 private:
@@ -49,23 +48,23 @@ private:
                 [weak = weak_from_this()](const boost::system::error_code& error) {
                     const auto self = weak.lock();
                     if (!self || error) return;
-                    // before callbacks: one may throw, or run the loop
+                    // before the callbacks, because one may throw or run the loop
                     self->awaitWake();
                     self->turn();
                 });
         }
         void stop() {
             if (std::exchange(stopped_, true)) return;
-            descriptor_.release();  // it is the queue's
+            descriptor_.release();  // it belongs to the queue
             timer_.cancel();
         }
 
     private:
         void turn() {
-            // The descriptor tells of what a turn has left. The loop may call us before what came
-            // due meanwhile, so it is let go once.
+            // After a turn that left work, the descriptor is readable. The loop may then call us
+            // before its own work that became due meanwhile, so skip one call.
             if (std::exchange(yields_, false)) return;
-            awaitDeadline();  // likewise
+            awaitDeadline();  // before the callbacks, as above
             yields_ = MainQueue::shared().turn();
             if (yields_) return static_cast<void>(timer_.cancel());
             awaitDeadline();

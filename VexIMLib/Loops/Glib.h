@@ -10,21 +10,21 @@
 
 namespace vexim {
 
-/// Drives the main queue from a GLib main loop (GTK's, too) while it lives, a turn at a time
-/// (`MainQueue::turnLimit()`). What a turn leaves waits behind GTK's drawing.
+/// Runs the main queue in a GLib main loop (GTK's, too), as long as this object lives. Each turn is
+/// limited by `MainQueue::turnLimit()`; what is left runs after GTK has drawn.
 ///
 ///     vexim::GlibLoop loop;
 ///     g_main_loop_run(mainLoop);
 ///
-/// The loop's thread becomes the main thread. Loops may be nested. One adapter at a time; make and
-/// destroy it on that thread, also inside a callback.
+/// The loop's thread becomes the main thread. Loops may be nested. Use one adapter at a time. Make
+/// and destroy it on that thread; inside a callback is fine.
 class GlibLoop {
 public:
-    /// Hears what leaves a callback.
+    /// Receives an exception that leaves a callback.
     using ExceptionHandler = std::function<void(std::exception_ptr)>;
 
-    /// `context` nullptr is the default one. GLib is C and lets no exception through: `handler`
-    /// gets it; without one, the process is terminated.
+    /// `context` nullptr means the default one. GLib is written in C, so exceptions cannot pass
+    /// through it: `handler` gets them. Without a handler the process is terminated.
     explicit GlibLoop(GMainContext* context = nullptr, ExceptionHandler handler = {}) {
         static GSourceFuncs functions{&prepare, &check, &dispatch, &finalize, nullptr, nullptr};
         source_ = reinterpret_cast<Source*>(g_source_new(&functions, sizeof(Source)));
@@ -36,7 +36,7 @@ public:
     }
     GlibLoop(const GlibLoop&) = delete;
     GlibLoop& operator=(const GlibLoop&) = delete;
-    /// What is queued stays so, for another loop.
+    /// Queued functions stay in the queue, for another loop.
     ~GlibLoop() {
         g_source_destroy(&source_->base);
         g_source_unref(&source_->base);
@@ -60,13 +60,13 @@ private:
     static gboolean dispatch(GSource* base, GSourceFunc, gpointer) noexcept {
         try {
             const bool isRestLeft = MainQueue::shared().turn();
-            // GLib gives idle work no time while anything above it is ready, and GTK draws as idle
-            // work (G_PRIORITY_HIGH_IDLE + 20).
+            // GLib runs no idle work while anything of a higher priority is ready, and GTK draws as
+            // idle work (G_PRIORITY_HIGH_IDLE + 20).
             if (!g_source_is_destroyed(base))
                 setPriority(base, isRestLeft ? G_PRIORITY_HIGH_IDLE + 30 : G_PRIORITY_DEFAULT);
         } catch (...) {
             const ExceptionHandler handler = *reinterpret_cast<Source*>(base)->handler;
-            if (!handler) std::terminate();  // which names the exception
+            if (!handler) std::terminate();  // its message names the exception
             handler(std::current_exception());
         }
         return G_SOURCE_CONTINUE;

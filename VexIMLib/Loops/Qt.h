@@ -12,23 +12,23 @@
 
 namespace vexim {
 
-/// Drives the main queue from a Qt event loop while it lives, a turn at a time
-/// (`MainQueue::turnLimit()`).
+/// Runs the main queue in a Qt event loop, as long as this object lives. Each turn is limited by
+/// `MainQueue::turnLimit()`.
 ///
 ///     QCoreApplication application(argc, argv);
 ///     vexim::QtLoop loop;
 ///     return application.exec();
 ///
-/// The loop's thread becomes the main thread. Loops may be nested (a dialog's `exec()`). One
-/// adapter at a time; make and destroy it on that thread, also inside a callback, while the
-/// application object lives.
+/// The loop's thread becomes the main thread. Loops may be nested (a dialog's `exec()`). Use one
+/// adapter at a time. Make and destroy it on that thread, while the application object lives;
+/// inside a callback is fine.
 class QtLoop {
 public:
-    /// Hears what leaves a callback.
+    /// Receives an exception that leaves a callback.
     using ExceptionHandler = std::function<void(std::exception_ptr)>;
 
-    /// Qt lets no exception through its loop: `handler` gets it; without one, the process is
-    /// terminated.
+    /// Exceptions cannot pass through Qt's loop: `handler` gets them. Without a handler the process
+    /// is terminated.
     explicit QtLoop(ExceptionHandler handler = {})
         : driver_(std::make_shared<Driver>(std::move(handler))) {
         // The driver outlives a callback that destroys the adapter.
@@ -42,7 +42,7 @@ public:
     }
     QtLoop(const QtLoop&) = delete;
     QtLoop& operator=(const QtLoop&) = delete;
-    /// What is queued stays so, for another loop.
+    /// Queued functions stay in the queue, for another loop.
     ~QtLoop() { driver_->stop(); }
 
 private:
@@ -50,15 +50,15 @@ private:
         explicit Driver(ExceptionHandler given) : handler(std::move(given)) {}
 
         void turn() noexcept {
-            // The notifier tells of what a turn has left. The loop may call us before what came due
-            // meanwhile, so it is let go once.
+            // After a turn that left work, the notifier fires. The loop may then call us before its
+            // own work that became due meanwhile, so skip one call.
             if (std::exchange(yields, false)) return;
-            awaitDeadline();  // before callbacks: one may run a loop
+            awaitDeadline();  // before the callbacks, because one may run a loop
             try {
                 yields = MainQueue::shared().turn();
                 if (yields) return timer.stop();
             } catch (...) {
-                if (!handler) std::terminate();  // which names the exception
+                if (!handler) std::terminate();  // its message names the exception
                 handler(std::current_exception());
             }
             awaitDeadline();

@@ -24,26 +24,27 @@ using VXIMMessageStoreCompletion =
 
 /// Which store to open.
 struct VXIMMessageStoreOptions {
-    /// A file, made when it is missing; or a folder that exists (or a path that ends in "/"), where
-    /// each user of each service gets a file of its own. Folders are not made. ":memory:": no file;
-    /// all is gone with the store.
+    /// A file, which is made if it is missing. Or an existing folder (or a path that ends in "/"),
+    /// in which each user of each service gets one file. Folders are not made. ":memory:" means no
+    /// file: everything is lost when the store closes.
     std::string path = {};
-    /// whose messages these are; empty, for a file only: of whoever is recorded in it
+    /// the user whose messages these are; empty (only for a file): the user recorded in it
     std::string userId = {};
     /// the service's origin, as in `VXIMClientConfiguration::socketURL`
     std::string service = {};
-    /// for a look beside the program that writes: reads, searches and exports only
+    /// only read, search and export; possible while another program writes
     bool readOnly = false;
 };
 
-/// Keeps an observer: it hears no more once this is released, or the store is.
+/// Keeps an observer registered. It is not called any more once this object or the store is
+/// released.
 class VEXIM_EXPORT VXIMStoreObservation {
 public:
     ~VXIMStoreObservation();
     VXIMStoreObservation(const VXIMStoreObservation&) = delete;
     VXIMStoreObservation& operator=(const VXIMStoreObservation&) = delete;
-    /// Makes the list longer or shorter, as when the user scrolls to its end; the observer hears of
-    /// it.
+    /// Changes the length of the list, for example when the user scrolls to its end. The observer
+    /// is then called. Call from any thread.
     void setLimit(std::int32_t limit);
 
 private:
@@ -53,96 +54,98 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-/// A user's messages on this device: conversations, messages, drafts, and a search over all texts,
-/// in one SQLite file (mode 0600).
+/// A user's messages on this device: conversations, messages, drafts, and a full-text search, in
+/// one SQLite file (mode 0600).
 ///
-///     VXIMMessageStore::open({.path = folder, .userId = "alice", .service =
-///     "https://im.example.org"},
-///                            [](std::shared_ptr<VXIMMessageStore> store, vexim::ErrorPtr error) {
-///                            … });
+///     VXIMMessageStore::open(
+///         {.path = folder, .userId = "alice", .service = "https://im.example.org"},
+///         [](std::shared_ptr<VXIMMessageStore> store, vexim::ErrorPtr error) { … });
 ///
-/// Everything may be called from any thread and returns at once. One thread of the store's own does
-/// the work, in the order of the calls; completions and observers run on the main queue. What a
-/// completion told as done outlives the process's sudden end. One program at a time can have a file
-/// open for writing.
+/// Every function may be called from any thread and returns at once. The store's thread does the
+/// work, in the order of the calls. Completions and observers run on the main queue; a completion
+/// may be empty. A change survives a crash once its completion has run. Only one program at a time
+/// can have a file open for writing.  Errors of all operations are in `VXIMStoreErrorDomain`. On an
+/// error the result is nullopt or false.
 ///
-/// Releasing the store is a `close` without a completion: what was asked for before is still done.
+/// Releasing the store is like `close` without a completion: earlier operations are still done.
 class VEXIM_EXPORT VXIMMessageStore : public std::enable_shared_from_this<VXIMMessageStore> {
 public:
-    /// Opens a store, or makes it. A file of an earlier version is brought to the present one. A
-    /// damaged file is renamed and a fresh one made, with all that could be read; `damage` then
-    /// says so. Errors: CannotOpen, Newer, OtherOwner, ReadOnly, Locked (at once when another
-    /// program has it, after two seconds when SQLite says so), DiskFull.
+    /// Opens a store, and makes it if it is missing. A file of an older version is upgraded. A
+    /// damaged file is renamed and replaced by a new one with all that could be read; `damage` then
+    /// reports it. Errors: CannotOpen (3), Newer (4), DiskFull (6), ReadOnly (7), OtherOwner (9),
+    /// and Locked (8): at once if another program has opened the file, after two seconds if SQLite
+    /// reports a lock.
     static void open(VXIMMessageStoreOptions options, VXIMMessageStoreCompletion completion);
     ~VXIMMessageStore();
     VXIMMessageStore(const VXIMMessageStore&) = delete;
     VXIMMessageStore& operator=(const VXIMMessageStore&) = delete;
 
-    /// Does what was asked for before, then closes the file. Operations after it end with Closed.
+    /// Finishes earlier operations, then closes the file. Later operations give Closed (2).
     void close(VXIMBooleanCompletion completion);
 
-    // As it was opened; `path` is the file's, also when a folder was named.
+    // As given to `open`. `path` is always the file's path, even if you gave a folder.
     const std::string& path() const noexcept { return path_; }
     const std::string& service() const noexcept { return service_; }
-    /// The recorded one when the options named none; empty when there is none yet.
+    /// The user id from the options, or the recorded one; empty if there is none yet.
     std::string userId() const;
-    /// What was set aside when the store was opened or since; nullopt normally.
+    /// The damaged file that was set aside, when the store was opened or later. Normally nullopt.
     std::optional<VXIMStoreDamage> damage() const;
 
-    /// All conversations, the one with the newest message first, those without a message last.
+    /// Gets all conversations, the one with the newest message first, and those without messages
+    /// last.
     void conversations(VXIMConversationsCompletion completion) const;
-    /// One of them.
+    /// Gets one conversation; nullopt without an error if there is none.
     void conversation(VXIMConversationId id, VXIMConversationCompletion completion) const;
-    /// The `limit` messages of a conversation that stand right before a position (nullopt: the
-    /// newest ones), the oldest first.
+    /// Gets the `limit` messages right before a position (nullopt: the newest ones), the oldest
+    /// first.
     void messagesBefore(VXIMConversationId id, std::optional<VXIMStorePosition> position,
                         std::int32_t limit, VXIMStoredMessagesCompletion completion) const;
-    /// The `limit` messages that stand right behind a position (nullopt: the oldest ones), the
-    /// oldest first.
+    /// Gets the `limit` messages right after a position (nullopt: the oldest ones), the oldest
+    /// first.
     void messagesAfter(VXIMConversationId id, std::optional<VXIMStorePosition> position,
                        std::int32_t limit, VXIMStoredMessagesCompletion completion) const;
-    /// The message with this local id.
+    /// Gets the message with this local id; nullopt without an error if there is none.
     void message(std::int64_t localId, VXIMStoredMessageCompletion completion) const;
-    /// Texts that match, the newest first.
+    /// Gets the text messages that match, the newest first.
     void search(VXIMMessageSearch search, VXIMStoredMessagesCompletion completion) const;
-    /// Where messages are missing that the service does not have any more.
+    /// Gets the places where messages are missing.
     void gaps(VXIMConversationId id, VXIMStoredGapsCompletion completion) const;
 
-    /// Counts the messages up to a position (nullopt: all) as read.
+    /// Marks the messages up to a position as read (nullopt: all of them).
     void markRead(VXIMConversationId id, std::optional<VXIMStorePosition> upTo,
                   VXIMBooleanCompletion completion);
-    /// Keeps what the user has begun to write; empty: nothing. Makes the conversation when there is
-    /// none.
+    /// Stores what the user has begun to write; an empty text removes the draft. Adds the
+    /// conversation if it is missing.
     void setDraft(VXIMConversationId id, std::string draft, VXIMBooleanCompletion completion);
-    /// Removes a conversation with its messages, unsent ones too, its draft and its attachment
-    /// files. Nothing is removed from the service. A message that comes later makes the
-    /// conversation anew.
+    /// Removes a conversation with its messages (also unsent ones), its draft and its attachment
+    /// files. The service keeps its copies. A later message adds the conversation again.
     void removeConversation(VXIMConversationId id, VXIMBooleanCompletion completion);
-    /// Sets the limits, which are kept in the file, and removes what is beyond them: now, and as
-    /// messages come. The result is how many were removed now.
+    /// Sets limits and stores them in the file. Messages beyond them are removed now, and whenever
+    /// new ones arrive. The result is the number removed now.
     void setRetention(VXIMRetention retention, VXIMCountCompletion completion);
 
-    /// Writes all messages (or those of one conversation) to a file, mode 0600, which is replaced
-    /// when it is there: one JSON object a line (JSON Lines, UTF-8), with "conversation" {"kind":
-    /// "friend", "group", "room" or "system", "id"}, "localId", "sentAt" (milliseconds since 1970),
-    /// "direction" ("incoming", "outgoing"), "state" ("queued", "sending", "sent", "confirmed",
-    /// "failed"), "sender", "receiver", "payload", and "error" where there is one. In the order of
-    /// time of each conversation. The file is there when it is whole. The result is the number of
-    /// messages.
+    /// Writes all messages (or those of one conversation) to a file (mode 0600), replacing an
+    /// existing one. The format is JSON Lines in UTF-8: one JSON object per line, with
+    /// "conversation" {"kind": "friend", "group", "room" or "system", "id"}, "localId", "sentAt"
+    /// (milliseconds since 1970), "direction" ("incoming", "outgoing"), "state" ("queued",
+    /// "sending", "sent", "confirmed", "failed"), "sender", "receiver", "payload", and "error" if
+    /// there is one. Each conversation is in order of time. The file appears only when it is
+    /// complete. The result is the number of messages. Errors: Failed (1) if the file cannot be
+    /// written.
     void exportJSONLines(std::string path, std::optional<VXIMConversationId> conversation,
                          VXIMCountCompletion completion) const;
 
-    // An observer hears the list once as it is, then after each change that was written, on the
-    // main queue. Changes that come together are told together. The answer keeps it: hold it as
-    // long as the list is on the screen.
-    /// The `limit` conversations with the newest messages, the newest first.
+    // An observer is called with the current list, and again after each stored change, on the main
+    // queue. Changes that come together are reported in one call. Keep the returned object as long
+    // as the list is on the screen.
+    /// Observes the `limit` conversations with the newest messages, the newest first.
     [[nodiscard]] std::shared_ptr<VXIMStoreObservation> observeConversations(
         std::int32_t limit, VXIMConversationsObserver observer);
-    /// The newest `limit` messages of a conversation, the oldest first.
+    /// Observes the newest `limit` messages of a conversation, the oldest first.
     [[nodiscard]] std::shared_ptr<VXIMStoreObservation> observeMessages(
         VXIMConversationId id, std::int32_t limit, VXIMMessagesObserver observer);
-    /// Hears when the open file is found damaged, was set aside and replaced: read the histories
-    /// again.
+    /// Observes damage. The observer is called when the open file was found damaged and has been
+    /// set aside and replaced. Read the histories again then.
     [[nodiscard]] std::shared_ptr<VXIMStoreObservation> observeDamage(
         VXIMStoreDamageObserver observer);
 

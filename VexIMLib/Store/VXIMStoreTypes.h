@@ -14,26 +14,25 @@
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/VXIMMessage.h"
 
-// What a message store keeps and gives. All of these are values: copies that do not change when the
-// store does.
+// The data types of the message store. They are copies: they do not change when the store does.
 
-/// Whom one talks with. The numbers are kept in files.
+/// The kind of a conversation. The numbers are stored in files.
 enum VXIMConversationKind : std::int32_t {
     VXIMConversationKindFriend = 0,
     VXIMConversationKindGroup = 1,
     VXIMConversationKindRoom = 2,
-    /// the messages of the service's operators: one conversation, its id is empty
+    /// messages from the operators of the service: one conversation with an empty id
     VXIMConversationKindSystem = 3,
 };
-/// "friend", "group", "room" or "system", the word for it in exports; "unknown" for any other
+/// The word for it in exports: "friend", "group", "room" or "system"; "unknown" for any other
 /// number.
 VEXIM_EXPORT const char* VXIMConversationKindName(VXIMConversationKind kind);
 
-/// Names a conversation.
+/// Identifies a conversation.
 struct VXIMConversationId {
-    /// whose id it is
+    /// what the id belongs to
     VXIMConversationKind kind = VXIMConversationKindFriend;
-    /// of the friend, the group or the room
+    /// the id of the friend, the group or the room
     std::string id = {};
     friend auto operator<=>(const VXIMConversationId&, const VXIMConversationId&) = default;
 };
@@ -44,150 +43,150 @@ enum VXIMStoredMessageDirection : std::int32_t {
     VXIMStoredMessageOutgoing = 1,  ///< the store's user, on this device or another one
 };
 
-/// How far a message has come. The numbers are kept in files.
+/// The state of a message. The numbers are stored in files.
 enum VXIMStoredMessageState : std::int32_t {
-    /// waits to be sent
+    /// waiting to be sent
     VXIMStoredMessageQueued = 0,
-    /// being sent; after a cut, its fate is not known
+    /// being sent; after a lost connection it is not known whether it arrived
     VXIMStoredMessageSending = 1,
-    /// given to the connection, the service has not been heard of it
+    /// passed to the connection, not yet confirmed by the service
     VXIMStoredMessageSent = 2,
-    /// the service has it; so are all incoming ones
+    /// the service has it; all incoming messages are in this state
     VXIMStoredMessageConfirmed = 3,
     /// refused; `error` says why
     VXIMStoredMessageFailed = 4,
 };
-/// "queued", "sending", "sent", "confirmed" or "failed", the word for it in exports; "unknown" for
+/// The word for it in exports: "queued", "sending", "sent", "confirmed" or "failed"; "unknown" for
 /// any other number.
 VEXIM_EXPORT const char* VXIMStoredMessageStateName(VXIMStoredMessageState state);
 
-/// A place in a conversation, in the order of time.
+/// The position of a message in its conversation, in order of time.
 struct VXIMStorePosition {
     std::int64_t sentAtMillis = 0;  ///< milliseconds since 1970
-    std::int64_t localId = 0;       ///< tells messages of one millisecond apart
+    std::int64_t localId = 0;       ///< orders messages of the same millisecond
     friend auto operator<=>(const VXIMStorePosition&, const VXIMStorePosition&) = default;
 };
 
 /// A message as it is stored.
 struct VXIMStoredMessage {
-    /// stays the same as long as the message is stored
+    /// never changes while the message is stored
     std::int64_t localId = 0;
-    /// where it stands
+    /// the conversation that it belongs to
     VXIMConversationId conversation = {};
-    /// its sender's key, nullopt when it has none
+    /// the key that its sender gave it; nullopt if none
     std::optional<std::string> key = {};
-    /// the service's id, where the service gives one
+    /// the service's id; nullopt if the service gives none
     std::optional<std::string> serviceId = {};
-    /// as it travels
+    /// the wire form
     vexim::Dictionary payload = {};
-    /// a user's id; empty: the service itself
+    /// the sender's user id; empty if the service itself sent it
     std::string sender = {};
-    /// of a user, group or room; empty: everybody
+    /// the id of the user, group or room; empty if it went to everybody
     std::string receiver = {};
-    /// what the body is
+    /// the kind of body
     VXIMMessageMediaType mediaType = VXIMMessageMediaTypeText;
     /// milliseconds since 1970
     std::int64_t sentAtMillis = 0;
     /// who wrote it
     VXIMStoredMessageDirection direction = VXIMStoredMessageIncoming;
-    /// how far it has come
+    /// its state
     VXIMStoredMessageState state = VXIMStoredMessageConfirmed;
-    /// why it failed or waits; nullptr: no reason
+    /// why it failed or has to wait; nullptr if neither
     vexim::ErrorPtr error = {};
-    /// how often it was tried to send it
+    /// the number of attempts to send it
     std::int32_t attempts = 0;
-    /// the store's copies, until it is confirmed
+    /// the store's copies of its files, until it is confirmed
     std::vector<std::string> attachmentFiles = {};
 
-    /// The text; empty for any other kind of message.
+    /// The text; empty if the message is not a text.
     VEXIM_EXPORT std::string text() const;
-    /// Its place among the others of its conversation.
+    /// Its position in the conversation.
     VXIMStorePosition position() const { return {sentAtMillis, localId}; }
-    /// A message object made of the payload, as the client would deliver it.
+    /// Makes a message object from the payload, like the one that the client delivered.
     VEXIM_EXPORT std::shared_ptr<VXIMMessage> message() const;
-    /// What an export writes of it; `VXIMMessageStore::exportJSONLines` names the fields.
+    /// What an export writes for this message; `VXIMMessageStore::exportJSONLines` lists the
+    /// fields.
     VEXIM_EXPORT vexim::Dictionary record() const;
 };
 
-/// A conversation as a list shows it.
+/// A conversation, as shown in a list.
 struct VXIMConversation {
-    /// whom one talks with
+    /// which conversation it is
     VXIMConversationId id = {};
-    /// the newest one; nullopt when there is none
+    /// the newest message; nullopt if there is none
     std::optional<VXIMStoredMessage> lastMessage = {};
-    /// incoming messages that came since it was read
+    /// incoming messages since it was last marked as read
     std::int64_t unreadCount = 0;
-    /// what the user has begun to write; empty: nothing
+    /// what the user has begun to write; empty if nothing
     std::string draft = {};
 };
 
-/// A stretch of a conversation whose messages could not be had from the service any more.
+/// A part of a conversation whose messages are missing here.
 struct VXIMStoredGap {
-    std::int64_t afterMillis = 0;   ///< the last known message before it; 0: there is none
-    std::int64_t beforeMillis = 0;  ///< the first known message behind it
+    std::int64_t afterMillis = 0;   ///< time of the last known message before it; 0 if none
+    std::int64_t beforeMillis = 0;  ///< time of the first known message after it
     friend bool operator==(const VXIMStoredGap&, const VXIMStoredGap&) = default;
 };
 
 /// What to search for.
 struct VXIMMessageSearch {
-    /// Words that must all occur, in any order. A word that ends in "*" is the beginning of one;
-    /// words in double quotes must stand together. Letter case and accents make no difference.
-    /// Without any letter or digit nothing is found.
+    /// The words to find, all of them, in any order. "*" at the end of a word matches any ending;
+    /// words in double quotes must follow each other. Case and accents do not matter. A text
+    /// without any letter or digit finds nothing.
     std::string text = {};
-    /// nullopt: in all of them
+    /// nullopt: search all conversations
     std::optional<VXIMConversationId> conversation = {};
-    /// from this time on
+    /// not before this time
     std::optional<std::int64_t> sinceMillis = {};
     /// before this time
     std::optional<std::int64_t> untilMillis = {};
-    /// for the next page: the position of the last one found
+    /// for the next page: the position of the last message found
     std::optional<VXIMStorePosition> before = {};
-    /// how many at most
+    /// the most results
     std::int32_t limit = 50;
 };
 
-/// How much is kept. What has not been sent and confirmed yet is never removed, nor is a
-/// conversation itself.
+/// How much to keep. Messages that are not yet confirmed are never removed, nor are the
+/// conversations themselves.
 struct VXIMRetention {
-    /// older messages are removed; nullopt: none for their age
+    /// older messages are removed; nullopt means no limit
     std::optional<std::chrono::hours> maximumAge = {};
-    /// of each conversation, the newest; nullopt: any number
+    /// how many messages to keep in each conversation; nullopt means no limit
     std::optional<std::int64_t> maximumCount = {};
 };
 
-/// That a damaged file was set aside.
+/// Reports that a damaged file was set aside.
 struct VXIMStoreDamage {
-    /// the path of the damaged file, for whoever wants to look at it
+    /// the new path of the damaged file
     std::string setAsideAs = {};
-    /// how many could be read from it and are in the fresh one
+    /// the number of messages that could be read and were copied to the new file
     std::int64_t messagesSaved = 0;
 };
 
-/// What has changed in an observed list: take `removed` out of the old list, from the last position
-/// to the first, put `inserted` into it, from the first to the last, and read `changed` anew. What
-/// has moved is removed and inserted. At first all is inserted.
+/// What has changed in an observed list. To update a copy: remove `removed` from the last position
+/// to the first, insert `inserted` from the first to the last, then reload `changed`. A moved entry
+/// is removed and inserted. The first call inserts everything.
 template <class T>
 struct VXIMListChange {
     std::vector<T> list = {};                ///< the whole list as it is now
-    std::vector<std::size_t> removed = {};   ///< positions in the list as it was, rising
-    std::vector<std::size_t> inserted = {};  ///< positions in `list`, rising
-    std::vector<std::size_t> changed = {};   ///< positions in `list`, rising
+    std::vector<std::size_t> removed = {};   ///< positions in the old list, ascending
+    std::vector<std::size_t> inserted = {};  ///< positions in `list`, ascending
+    std::vector<std::size_t> changed = {};   ///< positions in `list`, ascending
 };
 
-// The shapes of the completions and observers. All of them run on the main queue; an empty one is
-// allowed and skipped. On failure the first argument is empty (nullopt, nullptr), and the error
-// says why.
+// The types of completions and observers. All of them run on the main queue and may be empty. On
+// failure the first argument is nullopt, and the error gives the reason.
 
 /// The messages in the order that the operation names.
 using VXIMStoredMessagesCompletion = std::function<void(
     std::optional<std::vector<VXIMStoredMessage>> messages, vexim::ErrorPtr error)>;
-/// One message; nullopt also when there is no such one, then without an error.
+/// One message; (nullopt, nullptr) if there is none.
 using VXIMStoredMessageCompletion =
     std::function<void(std::optional<VXIMStoredMessage> message, vexim::ErrorPtr error)>;
 /// Conversations, the one with the newest message first.
 using VXIMConversationsCompletion = std::function<void(
     std::optional<std::vector<VXIMConversation>> conversations, vexim::ErrorPtr error)>;
-/// One conversation; nullopt also when there is no such one, then without an error.
+/// One conversation; (nullopt, nullptr) if there is none.
 using VXIMConversationCompletion =
     std::function<void(std::optional<VXIMConversation> conversation, vexim::ErrorPtr error)>;
 /// Gaps in the order of time.
@@ -196,10 +195,10 @@ using VXIMStoredGapsCompletion =
 /// A number of messages.
 using VXIMCountCompletion =
     std::function<void(std::optional<std::int64_t> count, vexim::ErrorPtr error)>;
-/// Hears how a list of messages changes.
+/// Receives the changes of a list of messages.
 using VXIMMessagesObserver = std::function<void(const VXIMListChange<VXIMStoredMessage>& change)>;
-/// Hears how the list of conversations changes.
+/// Receives the changes of a list of conversations.
 using VXIMConversationsObserver =
     std::function<void(const VXIMListChange<VXIMConversation>& change)>;
-/// Hears that the file was found damaged while it was open.
+/// Called when the file was found damaged while it was open.
 using VXIMStoreDamageObserver = std::function<void(const VXIMStoreDamage& damage)>;

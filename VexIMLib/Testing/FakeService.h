@@ -18,43 +18,44 @@
 
 namespace vexim::testing {
 
-/// The messaging service, in your test's own process: REST and live events on a free loopback port,
-/// everything in memory.
+/// The messaging service inside your test's process: REST and live events on a free loopback port,
+/// with all data in memory.
 ///
 ///     vexim::testing::FakeService service;
 ///     auto client = VXIMClient::clientWithConfiguration(service.configuration());
 ///     client->loginWithUserId("alice", [&](bool loggedIn, vexim::ErrorPtr) { … });
 ///     service.say("bob", "alice", "hello");
 ///
-/// It speaks what docs/service.md describes, over WebSocket, and begins with the users "alice" and
-/// "bob" (user name as the id, password "alice-secret" and "bob-secret"), who are friends and share
-/// "demo-group" (Alice owns it) and "demo-room". It runs on a thread of its own; its functions may
-/// be called from any thread and take effect before they return. What they are given and the
-/// service would refuse, as an unknown user, throws std::invalid_argument. Its times are
-/// `Clock::shared()`'s. Whatever it records also wakes the main queue, so that a predicate of
-/// `MainQueue::runUntil` may look at it.
+/// It implements the protocol of docs/service.md, over WebSocket. At first it has the users "alice"
+/// and "bob" (the user name equals the id, the passwords are "alice-secret" and "bob-secret"), who
+/// are friends and share "demo-group" (owned by Alice) and "demo-room". It runs on its own thread.
+/// Its functions may be called from any thread and take effect before they return. An argument that
+/// the service would refuse, such as an unknown user, throws std::invalid_argument. It takes the
+/// time from `Clock::shared()`. Everything it records also wakes the main queue, so a predicate of
+/// `MainQueue::runUntil` can check for it.
 class FakeService {
 public:
-    /// How often a scripted answer or fault is used when nothing ends it.
+    /// As `times`: use a scripted answer or fault for every request.
     static constexpr std::size_t kAlways = std::numeric_limits<std::size_t>::max();
 
-    /// What the service is like.
+    /// How the service behaves.
     struct Options {
-        // The only application that it knows.
+        // The id and the key of the only application that it knows.
         std::string appId = "demo-app";
         std::string clientKey = "demo-key";
 
         /// The Socket.IO namespace.
         std::string nsp = "/chat";
-        /// The line of Socket.IO servers that it speaks like: 2, 3 or 4.
+        /// The Socket.IO version that it speaks: 2, 3 or 4.
         int socketIOLine = 4;
-        /// The heartbeat, at most a day. A real service's is under a minute, and clients take a
-        /// silence that is longer for a loss; here a clock may be turned by hours without one.
+        /// The heartbeat, at most a day. Real services use less than a minute, and after a longer
+        /// silence clients assume that the connection is lost. With a day, a test can advance the
+        /// clock by hours without losing it.
         std::chrono::milliseconds pingInterval = std::chrono::hours(24);
         std::chrono::milliseconds pingTimeout = std::chrono::hours(24);
     };
 
-    /// Starts to listen.
+    /// Starts the service. Throws std::runtime_error if it cannot listen.
     FakeService();
     explicit FakeService(Options options);
     ~FakeService();  // cuts all connections
@@ -63,69 +64,69 @@ public:
 
     /// "http://127.0.0.1:port"
     const std::string& url() const noexcept;
-    /// A configuration for clients of this service: its address, application id, key and namespace,
+    /// Makes a configuration for a client of this service: address, application id, key, namespace,
     /// and an installation id.
     std::shared_ptr<VXIMClientConfiguration> configuration() const;
 
-    /// Goes down: cuts all connections and refuses new ones. Data and scripts stay.
+    /// Shuts the service down: closes all connections and refuses new ones. Data and scripts stay.
     void stop();
-    /// Comes back at the same address. Does nothing when it is up; throws std::runtime_error when
-    /// somebody else has taken the address meanwhile.
+    /// Starts it again at the same address. Does nothing if it is running. Throws
+    /// std::runtime_error if another program uses the address by now.
     void start();
-    /// Back to the beginning: its data, no scripts, nothing recorded, all connections cut.
+    /// Resets everything: the initial data, no scripts, no records, no connections.
     void reset();
 
-    // The data.
+    // Data.
 
-    /// A user and what it may log in with; only the id is required, without the others that login
-    /// is refused.
+    /// A user, and the credentials for each kind of login. Only the id is required. A login whose
+    /// credentials are empty here is refused.
     struct User {
         std::string id;  // never changes
-        // The two belong together, as do phone and code.
+        // Username and password belong together, and so do phone and code.
         std::string username = {};
         std::string password = {};
         std::string phone = {};
         std::string smsCode = {};
 
-        /// All entries must be in the login's.
+        /// A login must contain all of these entries.
         Dictionary oauth = {};
         /// The user's custom attributes.
         Dictionary attributes = {};
     };
-    /// The id must be a new one, of letters, digits and `. _ ~ @ -`.
+    /// Adds a user. The id must be new and consist of letters, digits and `. _ ~ @ -`.
     void addUser(User user);
-    /// Mutual; does nothing when they are friends already.
+    /// Makes two users friends. Does nothing if they already are.
     void addFriendship(std::string_view user, std::string_view other);
-    /// The owner becomes a member. The id must be a new one, as a user's.
+    /// Adds a group. The owner becomes a member. Its id must be new, by the rules for user ids.
     void addGroup(std::string id, std::string owner, std::vector<std::string> members = {},
                   Dictionary attributes = {});
-    /// Likewise, without an owner.
+    /// Adds a room, by the same rules. Rooms have no owner.
     void addRoom(std::string id, std::string name, std::vector<std::string> members = {},
                  Dictionary attributes = {});
 
-    // What other people do.
+    // What other users do.
 
-    // `from` writes to a friend, a group or a room; the message is delivered and goes into the
-    // history as if it had come over a connection.
+    // `from` writes to a friend, a group or a room. The message is delivered and stored in the
+    // history, as if it had come over a connection.
     void say(std::string_view from, std::string_view to, std::string_view text);
     void sayToGroup(std::string_view from, std::string_view group, std::string_view text);
     void sayToRoom(std::string_view from, std::string_view room, std::string_view text);
 
-    /// A system message to everybody who is connected.
+    /// Sends a system message to everybody who is connected.
     void saySystem(std::string_view text);
-    /// `user` comes or goes on a device elsewhere; friends hear of it when that changes whether the
-    /// user is online.
+    /// `user` connects or disconnects on another device. Friends are notified if the user comes
+    /// online or goes offline by that.
     void setOnline(std::string_view user, bool online);
-    /// Sends any event to the connections of `user` and returns how many there are: also what no
-    /// real service would send.
+    /// Sends any event to all connections of `user`, even one that no real service would send.
+    /// Returns the number of connections.
     std::size_t emit(std::string_view user, std::string_view event, const Array& items);
 
-    // Scripts. A pattern is a path without query, where ":name" stands for any one part:
-    // "/ctx/:id/friends". An empty method or pattern fits all. Scripts are used in the order given,
-    // each `times` times; then the service answers by itself again. The path of live connections is
-    // "/socket.io/".
+    // Scripts. A pattern is a path without a query, in which ":name" matches one part:
+    // "/ctx/:id/friends". An empty method or pattern matches everything. Scripts are used in the
+    // order of the calls, each for `times` requests. After that the service answers normally again.
+    // The path of live connections is "/socket.io/".
 
-    /// A REST request as it came.
+    /// A REST request that the service received.
     struct Request {
         std::string method;  // in upper case
         /// As it came, without the query.
@@ -135,74 +136,76 @@ public:
         /// Names in lower case.
         Dictionary headers;
         std::string body;  // as it came
-        /// The body as JSON; nil when it is none.
+        /// The body as JSON; nil if it is not JSON.
         Value json() const;
     };
-    /// What a REST request is answered.
+    /// An answer to a REST request.
     struct Answer {
         /// The HTTP status.
         int status = 200;
-        /// Sent as JSON, scalars too; `Data` as it stands, so that it can be anything; nil is
-        /// `{"success": true}`.
+        /// Sent as JSON; scalars are allowed. `Data` is sent unchanged. nil means `{"success":
+        /// true}`.
         Value body = {};
-        /// Instead of, or besides, the usual ones.
+        /// Added to the usual headers; one of the same name replaces the usual one.
         Dictionary headers = {};
     };
-    /// The service does nothing but answer this.
+    /// Answers matching requests with `answer`; the service does nothing else.
     void answer(std::string method, std::string pattern, Answer answer, std::size_t times = 1);
-    /// `make` runs on the service's thread; what it throws is answered with status 500.
+    /// Calls `make` for each matching request, on the service's thread. If it throws, the answer
+    /// has status 500.
     void answer(std::string method, std::string pattern, std::function<Answer(const Request&)> make,
                 std::size_t times = kAlways);
 
-    /// How a connection can let its client down.
+    /// Ways for a connection to fail.
     enum class Fault {
-        Close,     ///< the connection is closed unanswered
-        CutShort,  ///< half of what the service would answer, then the connection is closed
-        Silence,   ///< nothing is ever answered
+        Close,     ///< closes the connection without an answer
+        CutShort,  ///< sends half of the normal answer, then closes the connection
+        Silence,   ///< never answers
     };
-    /// Such a fault instead of an answer.
+    /// Fails matching requests in this way instead of answering.
     void fail(std::string method, std::string pattern, Fault fault, std::size_t times = 1);
-    /// The service answers by itself, `delay` later by `Clock::shared()`.
+    /// Answers matching requests normally, but `delay` later by `Clock::shared()`.
     void delay(std::string method, std::string pattern, std::chrono::nanoseconds delay,
                std::size_t times = 1);
 
-    /// What becomes of live connections' logins.
+    /// How the service treats logins of live connections.
     enum class Logins {
-        Checked,  ///< the usual: by their credentials
-        Refused,  ///< with error code 1105, whatever they hold
+        Checked,  ///< accepted if the credentials are right; the default
+        Refused,  ///< always refused, with error code 1105
         Ignored,  ///< never answered
     };
-    /// For those that come from now on.
+    /// Sets it for future logins.
     void setLogins(Logins logins);
-    /// Cuts the live connections of `user`, or with an empty one all, without a farewell; returns
-    /// how many.
+    /// Drops the live connections of `user` (empty: of everybody) without closing them properly.
+    /// Returns how many.
     std::size_t dropConnections(std::string_view user = {});
-    /// Makes those that there are deaf and dumb, heartbeats included, or has them listen again;
-    /// what came meanwhile is lost.
+    /// Makes the present live connections of `user` (empty: of everybody) silent, including
+    /// heartbeats, or ends that. What clients send meanwhile is lost. Returns how many.
     std::size_t setSilent(bool silent, std::string_view user = {});
 
-    // What came, in order, the newest 10 000 of each kind. Asking forgets nothing.
+    // What the service received, in order: the newest 10 000 of each kind. Reading does not remove
+    // anything.
 
-    /// REST requests, also those that a script answered.
+    /// The REST requests, including those that a script answered.
     std::vector<Request> requests() const;
-    /// Live connections' credentials, also those that were refused.
+    /// The credentials of live connections, including refused ones.
     std::vector<Dictionary> logins() const;
     /// A chat message that a client sent.
     struct Message {
         std::string from;  // the user's id
         /// As it came.
         Value payload;
-        /// Why nobody got it; empty when its readers did.
+        /// Why it was not delivered; empty if it was.
         std::string refusal;
 
-        /// Its text, or its attachment's URL.
+        /// Its text, or the URL of its attachment.
         std::string body() const;
     };
-    /// What clients sent over live connections.
+    /// The chat messages that clients sent over live connections.
     std::vector<Message> messages() const;
-    /// How many live connections `user` has, those of `setOnline` included.
+    /// How many live connections `user` has, including those of `setOnline`.
     std::size_t connections(std::string_view user) const;
-    /// Of all three kinds; data, scripts and connections stay.
+    /// Clears all three lists. Data, scripts and connections stay.
     void forgetWhatCame();
 
 private:

@@ -16,13 +16,14 @@
 
 namespace vexim {
 
-/// A method that can be reached by its selector. It takes its arguments from the invocation and
-/// leaves its result there.
+/// A method that can be called by its selector. It reads its arguments from the invocation and
+/// stores its result there.
 struct Method {
-    /// The method's body, called on the thread that sends the message.
+    /// The method's code. It runs on the thread that sends the message.
     using Implementation = void (*)(Object& self, Invocation& invocation);
 
-    /// `types` as for `MethodSignature::signatureWithObjCTypes`, which raises for what is no type.
+    /// `types` is as for `MethodSignature::signatureWithObjCTypes`; an invalid type raises
+    /// NSInvalidArgumentException.
     Method(Selector name, std::string_view types, Implementation body);
 
     Selector selector;                                 // its name
@@ -30,27 +31,25 @@ struct Method {
     Implementation implementation;                     // called with the receiver and the message
 };
 
-/// An instance variable's declaration: its name and type encoding.
+/// Declares an instance variable.
 struct InstanceVariableDeclaration {
-    std::string name;          // unique among the class's
-    std::string typeEncoding;  // as TypeEncoding.h tells
+    std::string name;          // unique in its class
+    std::string typeEncoding;  // see TypeEncoding.h
 };
 
-/// The runtime's record of a class. Made once, by the class's `staticClass()`, and never changed or
-/// destroyed, so it is read from any thread without a lock.
+/// The runtime record of a class. The class's `staticClass()` makes it once. It never changes and
+/// is never destroyed, so any thread can read it without a lock.
 ///
 ///     const vexim::Class& Song::staticClass() {
-///         static const vexim::Class& cls = vexim::Class::declare("Song",
-///         &VXIMRuntimeObject::staticClass(),
-///                                                                {{"title",
-///                                                                "T@\"NSString\",C,D,N"},
-///                                                                {"length", "Tq,D,N"}});
+///         static const vexim::Class& cls =
+///             vexim::Class::declare("Song", &VXIMRuntimeObject::staticClass(),
+///                                   {{"title", "T@\"NSString\",C,D,N"}, {"length", "Tq,D,N"}});
 ///         return cls;
 ///     }
 class VEXIM_EXPORT Class {
 public:
-    /// Makes the record of a class named `name`, which no other class may bear (else
-    /// NSInternalInconsistencyException). `superclass` is nullptr for a root class.
+    /// Makes the record of a class. If another class has the same name, it raises
+    /// NSInternalInconsistencyException. `superclass` is nullptr for a root class.
     static const Class& declare(std::string name, const Class* superclass,
                                 std::vector<Property> properties = {},
                                 std::vector<InstanceVariableDeclaration> instanceVariables = {},
@@ -58,15 +57,14 @@ public:
     Class(const Class&) = delete;
     Class& operator=(const Class&) = delete;
 
-    /// As declared; unique in the process.
+    /// The name, unique in the process.
     const std::string& name() const noexcept { return name_; }
     /// nullptr for a root class.
     const Class* superclass() const noexcept { return superclass_; }
-    /// A class counts as a subclass of itself.
+    /// Whether this class derives from `other` or is the same.
     bool isSubclassOf(const Class& other) const noexcept;
 
-    // By name; each looks at this class first and then at its superclasses. nullptr when there is
-    // none.
+    // Look up by name, first in this class and then in its superclasses. nullptr if there is none.
     const Property* property(std::string_view name) const noexcept;
     const InstanceVariable* instanceVariable(std::string_view name) const noexcept;
     const Method* method(Selector selector) const noexcept;
@@ -74,13 +72,13 @@ public:
         return method(selector) != nullptr;
     }
 
-    // Those that this class declares itself, in order.
+    // What this class itself declares, in order.
     const std::vector<Property>& declaredProperties() const noexcept { return properties_; }
     const std::vector<InstanceVariable>& declaredInstanceVariables() const noexcept {
         return instanceVariables_;
     }
 
-    /// How many slots an instance's variables take, inherited ones first.
+    /// How many slots the variables of an instance take, including inherited ones.
     std::size_t instanceSlotCount() const noexcept { return instanceSlotCount_; }
 
 private:

@@ -11,8 +11,8 @@ namespace vexim {
 
 class Class;
 
-/// A declared instance variable. It lives in the object's storage, in slots of 16 bytes; a type
-/// that is larger takes several.
+/// A declared instance variable. It is stored in the object, in slots of 16 bytes; a larger type
+/// takes several slots.
 class VEXIM_EXPORT InstanceVariable {
 public:
     /// In bytes.
@@ -22,7 +22,7 @@ public:
     const std::string& name() const noexcept { return name_; }
     const std::string& typeEncoding() const noexcept { return typeEncoding_; }
 
-    /// Where it starts in the object's storage, in bytes; a multiple of the slot size.
+    /// Its offset in the object's storage, in bytes; a multiple of the slot size.
     std::size_t offset() const noexcept { return firstSlot_ * kSlotSize; }
     /// How many slots it takes.
     std::size_t slotCount() const noexcept { return slotCount_; }
@@ -38,19 +38,23 @@ private:
     std::size_t slotCount_;
 };
 
-/// The instance variables of one object, all zero at first. It trusts no declaration: each slot
-/// remembers whether an object or plain bytes were stored last, and no write leaves the variable's
-/// own slots. Different variables may be used from different threads; one variable is its user's to
-/// guard.
+/// The instance variables of one object, all zero at first. Wrong declarations do no harm: each
+/// slot remembers whether an object or plain bytes were stored last, and a write stays in the
+/// variable's slots. Different variables may be used from different threads; protect each one
+/// yourself.
+///
+///     vexim::InstanceStorage storage(Song::staticClass());
+///     const vexim::InstanceVariable* title = Song::staticClass().instanceVariable("_title");
+///     storage.setObject(*title, "Yesterday");
 class VEXIM_EXPORT InstanceStorage {
 public:
-    /// For one object of `cls`, with the variables of its superclasses.
+    /// Storage for one object of `cls`, including the variables of its superclasses.
     explicit InstanceStorage(const Class& cls);
     InstanceStorage(const InstanceStorage&) = delete;
     InstanceStorage& operator=(const InstanceStorage&) = delete;
     ~InstanceStorage();
 
-    /// The object stored last; nil when there is none or plain bytes lie there.
+    /// The stored object; nil if there is none or plain bytes were stored last.
     Value object(const InstanceVariable& variable) const;
     void setObject(const InstanceVariable& variable, Value object);
     /// Copies at most `size` bytes out of the variable's slots.

@@ -12,17 +12,20 @@ namespace vexim {
 
 class Object;
 
-/// One message as a thing: receiver, selector, arguments and, once it was invoked, the result. Made
-/// for the stack: ordinary accessors need no memory beside it. Arguments and result are all zero
-/// (nil) at first.
+/// A message as an object: receiver, selector, arguments and, after `invoke`, the result. Create it
+/// on the stack: for ordinary accessors it allocates no memory. Arguments and result are zero (nil)
+/// at first. Use it on one thread.
 ///
-///     Invocation invocation(user->methodSignatureForSelector("sessionCount"), *user,
-///     "sessionCount"); invocation.invoke(); std::int64_t count; invocation.getReturnValue(&count);
+///     const auto signature = user->methodSignatureForSelector("sessionCount");
+///     Invocation invocation(signature, *user, "sessionCount");
+///     invocation.invoke();
+///     std::int64_t count;
+///     invocation.getReturnValue(&count);
 class VEXIM_EXPORT Invocation {
 public:
     /// `target` must outlive the invocation. A nullptr signature raises NSInvalidArgumentException.
     Invocation(std::shared_ptr<const MethodSignature> signature, Object& target, Selector selector);
-    /// For a signature that is kept elsewhere: it must outlive the invocation as well.
+    /// Does not keep the signature alive: it must outlive the invocation as well.
     Invocation(const MethodSignature& signature, Object& target, Selector selector);
     Invocation(const Invocation&) = delete;
     Invocation& operator=(const Invocation&) = delete;
@@ -33,20 +36,21 @@ public:
     Object& target() const noexcept { return target_; }
     Selector selector() const noexcept { return selector_; }
 
-    // Copy as many bytes as the type has; for an object type the location is a `Value`. The first
-    // argument of one's own has index 2. Another index raises NSInvalidArgumentException.
+    // Copy as many bytes as the type has; for an object type `location` is a `Value`. Index 2 is
+    // the first argument after receiver and selector. An invalid index raises
+    // NSInvalidArgumentException.
     void setArgument(const void* location, std::size_t index);
     void getArgument(void* location, std::size_t index) const;
     void setReturnValue(const void* location);
     void getReturnValue(void* location) const;
-    // Where they lie, while the invocation lives.
+    // The addresses of an argument and of the result, valid as long as the invocation lives.
     const void* argumentLocation(std::size_t index) const {
         return frame_ + ownArgument(index).offset;
     }
     void* returnValueLocation() noexcept { return frame_ + signature_.result_.offset; }
 
-    /// Sends the message. Raises NSInvalidArgumentException when the receiver does not understand
-    /// it, and whatever the method raises.
+    /// Sends the message. Raises NSInvalidArgumentException if the receiver does not understand it.
+    /// Exceptions of the method pass through.
     void invoke();
 
 private:

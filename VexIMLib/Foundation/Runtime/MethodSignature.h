@@ -10,26 +10,32 @@
 
 namespace vexim {
 
-/// The types of a method's result and arguments, made from a type string such as "v@:q": no result,
+/// The types of a method's result and arguments, made from a type string. "v@:q" means: no result,
 /// receiver, selector, and one 64-bit argument. Immutable.
+///
+///     const auto signature = vexim::MethodSignature::signatureWithObjCTypes("v@:q");
+///     signature->numberOfArguments();  // 3
+///     signature->argumentSize(2);      // 8
 class VEXIM_EXPORT MethodSignature {
 public:
-    /// Raises NSInvalidArgumentException when `types` is empty or holds what is no type.
+    /// Makes a signature. Raises NSInvalidArgumentException if `types` is empty or has an invalid
+    /// type.
     static std::shared_ptr<const MethodSignature> signatureWithObjCTypes(std::string_view types);
 
-    /// Receiver and selector included.
+    /// The number of arguments, including receiver and selector.
     std::size_t numberOfArguments() const noexcept { return arguments_.size(); }
-    /// The encoding of the argument at `index` (0 is the receiver); raises
+    /// The encoding of the argument at `index` (0 is the receiver). Raises
     /// NSInvalidArgumentException beyond the end.
     const std::string& argumentType(std::size_t index) const;
-    /// In bytes, as an invocation holds it.
+    /// The argument's size in an invocation, in bytes. Raises NSInvalidArgumentException beyond the
+    /// end.
     std::size_t argumentSize(std::size_t index) const;
-    /// The encoding of the result; "v" is none.
+    /// The encoding of the result; "v" means none.
     const std::string& methodReturnType() const noexcept { return result_.type; }
-    /// In bytes; 0 for void.
+    /// The size of the result in bytes; 0 for void.
     std::size_t methodReturnLength() const noexcept { return result_.size; }
 
-    /// The same types throughout.
+    /// Whether all types are equal.
     friend VEXIM_EXPORT bool operator==(const MethodSignature& a,
                                         const MethodSignature& b) noexcept;
 

@@ -9,14 +9,17 @@
 
 namespace vexim {
 
-/// The name of a message, such as "uid" or "setUid:". Each text exists once for the life of the
-/// process, so selectors compare by address and copying one is free. Making one from text takes a
-/// lock: keep those that are used often.
+/// The name of a message, such as "uid" or "setUid:". Each name is stored once, until the process
+/// ends, so selectors are compared by address and copies are free. Making one from text takes a
+/// lock, so keep selectors that you use often. Call from any thread.
+///
+///     static const vexim::Selector kUid("uid");
+///     const vexim::Value uid = user->perform(kUid);
 class VEXIM_EXPORT Selector {
 public:
     /// The null selector, which names no message.
     constexpr Selector() noexcept = default;
-    // The selector of that name; an empty one is a name like any other.
+    // The selector of this name. An empty text is a valid name.
     Selector(std::string_view text);
     Selector(const char* text) : Selector(std::string_view(text)) {}
     Selector(const std::string& text) : Selector(std::string_view(text)) {}
