@@ -4,7 +4,9 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/Store/internal/HistoryPages.h"
 #include "VexIMLib/Store/internal/OutboxErrors.h"
+#include "VexIMLib/Store/internal/Payloads.h"
 #include "VexIMLib/Store/internal/Times.h"
 #include "VexIMLib/VXIMGroup.h"
 #include "VexIMLib/VXIMUser.h"
@@ -24,12 +26,6 @@ constexpr int kMostIdlePages = 4;
 constexpr std::int64_t kDoubtMillis = 60'000;
 // From after everything: a sender's clock may be ahead. (2100-01-01)
 constexpr std::int64_t kEndOfTime = 4'102'444'800'000;
-
-std::int64_t timeOf(const Dictionary& payload) { return payload.get("ts").longLongValue(); }
-bool hasHistory(const VXIMConversationId& conversation) {
-    return conversation.kind == VXIMConversationKindFriend ||
-           conversation.kind == VXIMConversationKindGroup;
-}
 
 }  // namespace
 
@@ -176,52 +172,23 @@ void CatchUp::start(const VXIMConversationId& conversation) {
 void CatchUp::requestPage(const VXIMConversationId& conversation) {
     const Reading& reading = readings_[conversation];
     auto done = [weak = weak_from_this(), conversation, link = link_](
-                    const std::optional<Messages>& page, const ErrorPtr& error) {
+                    const std::optional<HistoryPage>& page, const ErrorPtr& error) {
         const auto self = weak.lock();
         if (!self || self->isStale(link)) return;
         if (errors::mayPass(error)) return self->tryAgainLater(conversation, error);
         if (error) return self->end(conversation, error);
-        self->didGetPage(conversation, page.value_or(Messages()));
+        self->didGetPage(conversation, page.value_or(HistoryPage()));
     };
-    request(conversation, reading.beforeMillis, reading.pageSize, std::move(done));
+    requestHistory(store_->userId(), conversation, reading.beforeMillis, reading.pageSize,
+                   std::move(done));
 }
 
-void CatchUp::request(const VXIMConversationId& conversation, std::int64_t beforeMillis,
-                      std::int32_t size, PageCompletion done) const {
-    // is truncated to milliseconds again
-    const double before = (static_cast<double>(beforeMillis) + 0.5) / 1000.0;
-    if (conversation.kind == VXIMConversationKindGroup) {
-        return VXIMGroup::groupWithId(conversation.id)
-            ->getLatestMessagesBefore(before, size, std::move(done));
-    }
-    VXIMUser::userWithId(store_->userId())
-        ->getLatestChatsWithFriend(conversation.id, before, size, std::move(done));
-}
-
-std::vector<Arrival> CatchUp::arrivalsOf(const VXIMConversationId& conversation,
-                                         const Messages& page, bool isNews) const {
-    std::vector<Arrival> arrivals;
-    for (auto message = page.rbegin(); message != page.rend(); ++message) {  // the oldest first
-        Arrival arrival;
-        arrival.conversation = conversation;
-        arrival.payload = (*message)->payload();
-        if (isWrittenBy(arrival.payload, store_->userId()))
-            arrival.direction = VXIMStoredMessageOutgoing;
-        arrival.countsAsUnread = isNews;
-        arrival.isHistory = true;
-        arrivals.push_back(std::move(arrival));
-    }
-    std::ranges::stable_sort(arrivals, {},
-                             [](const Arrival& arrival) { return timeOf(arrival.payload); });
-    return arrivals;
-}
-
-void CatchUp::didGetPage(const VXIMConversationId& conversation, const Messages& page) {
+void CatchUp::didGetPage(const VXIMConversationId& conversation, const HistoryPage& page) {
     Reading& reading = readings_[conversation];
-    auto arrivals =
-        arrivalsOf(conversation, page, reading.ground.knownUntilMillis != 0 || !isFresh_);
+    auto arrivals = arrivalsOf(store_->userId(), conversation, page,
+                               reading.ground.knownUntilMillis != 0 || !isFresh_);
     const bool bringsOlder = std::ranges::any_of(arrivals, [&](const Arrival& arrival) {
-        const auto millis = timeOf(arrival.payload);
+        const auto millis = timeOf(arrival.payload).value_or(0);
         return millis > 0 && millis < reading.oldestMillis;
     });
     if (arrivals.empty()) return finish(conversation, false);
@@ -247,7 +214,7 @@ void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::ve
     const std::int64_t known = reading.ground.knownUntilMillis;
     for (std::size_t i = page.size(); i-- > 0;) {  // the newest first
         const bool isInserted = merged[i].outcome == Outcome::Inserted;
-        const bool isOfKnownTime = timeOf(page[i].payload) <= known;
+        const bool isOfKnownTime = timeOf(page[i].payload).value_or(0) <= known;
         reading.knownRun =
             isOfKnownTime && merged[i].outcome == Outcome::Known ? reading.knownRun + 1 : 0;
         if (isInserted && page[i].countsAsUnread && page[i].direction == VXIMStoredMessageIncoming)
@@ -255,11 +222,11 @@ void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::ve
         if (isInserted) ++reading.count;
     }
     const auto dated = std::ranges::find_if(
-        page, [](const Arrival& arrival) { return timeOf(arrival.payload) > 0; });
+        page, [](const Arrival& arrival) { return timeOf(arrival.payload).value_or(0) > 0; });
     if (dated == page.end()) return finish(conversation, false);
-    const std::int64_t oldest = timeOf(dated->payload);
+    const std::int64_t oldest = timeOf(dated->payload).value_or(0);
     reading.oldestMillis = std::min(reading.oldestMillis, oldest);
-    reading.newestMillis = std::max(reading.newestMillis, timeOf(page.back().payload));
+    reading.newestMillis = std::max(reading.newestMillis, timeOf(page.back().payload).value_or(0));
 
     const bool isFull = static_cast<std::int32_t>(page.size()) >= reading.pageSize;
     reading.idlePages = bringsOlder ? 0 : reading.idlePages + 1;
@@ -339,30 +306,32 @@ void CatchUp::end(const VXIMConversationId& conversation, const ErrorPtr& error)
 void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap,
                    VXIMCountCompletion completion) {
     // Messages of the same millisecond as the first one behind the gap may be missing, too.
-    request(conversation, gap.beforeMillis + 1, kPageOfGap,
-            [weak = weak_from_this(), conversation, gap, completion = std::move(completion)](
-                const std::optional<Messages>& page, const ErrorPtr& error) {
-                const auto self = weak.lock();
-                if (error || !self)
-                    return completion(std::nullopt, error ? error : errors::notOpen());
-                auto arrivals = self->arrivalsOf(conversation, page.value_or(Messages()), false);
-                const bool isFull = arrivals.size() >= static_cast<std::size_t>(kPageOfGap);
-                const std::int64_t oldest = arrivals.empty() ? 0 : timeOf(arrivals.front().payload);
-                // A page of one millisecond: what else there is in it cannot be had.
-                const std::int64_t reached =
-                    !isFull ? gap.afterMillis : std::min(oldest, gap.beforeMillis - 1);
-                self->surroundings_.insert(
-                    std::move(arrivals),
-                    [weak, conversation, gap, reached, completion](
-                        const std::optional<std::vector<Merged>>& merged, const ErrorPtr& why) {
-                        const auto alive = weak.lock();
-                        if (why || !merged) return completion(std::nullopt, why);
-                        if (!alive) return completion(std::nullopt, errors::notOpen());
-                        const auto count =
-                            std::ranges::count(*merged, Outcome::Inserted, &Merged::outcome);
-                        alive->narrow(conversation, gap, reached, count, completion);
-                    });
-            });
+    requestHistory(
+        store_->userId(), conversation, gap.beforeMillis + 1, kPageOfGap,
+        [weak = weak_from_this(), conversation, gap, completion = std::move(completion)](
+            const std::optional<HistoryPage>& page, const ErrorPtr& error) {
+            const auto self = weak.lock();
+            if (error || !self) return completion(std::nullopt, error ? error : errors::notOpen());
+            auto arrivals = arrivalsOf(self->store_->userId(), conversation,
+                                       page.value_or(HistoryPage()), false);
+            const bool isFull = arrivals.size() >= static_cast<std::size_t>(kPageOfGap);
+            const std::int64_t oldest =
+                arrivals.empty() ? 0 : timeOf(arrivals.front().payload).value_or(0);
+            // A page of one millisecond: what else there is in it cannot be had.
+            const std::int64_t reached =
+                !isFull ? gap.afterMillis : std::min(oldest, gap.beforeMillis - 1);
+            self->surroundings_.insert(
+                std::move(arrivals),
+                [weak, conversation, gap, reached, completion](
+                    const std::optional<std::vector<Merged>>& merged, const ErrorPtr& why) {
+                    const auto alive = weak.lock();
+                    if (why || !merged) return completion(std::nullopt, why);
+                    if (!alive) return completion(std::nullopt, errors::notOpen());
+                    const auto count =
+                        std::ranges::count(*merged, Outcome::Inserted, &Merged::outcome);
+                    alive->narrow(conversation, gap, reached, count, completion);
+                });
+        });
 }
 
 void CatchUp::narrow(const VXIMConversationId& conversation, VXIMStoredGap gap,

@@ -10,10 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "VexIMLib/Store/internal/HistoryPages.h"
 #include "VexIMLib/Store/internal/Operations.h"
-#include "VexIMLib/VXIMMessage.h"
-
-class VXIMUser;
 
 namespace vexim::store {
 
@@ -74,8 +72,6 @@ private:
         int idlePages = 0;  // in a row that brought nothing older
         int failures = 0;
     };
-    // the newest first, as a history gives them
-    using Messages = std::vector<std::shared_ptr<VXIMMessage>>;
 
     bool isStale(std::uint64_t link) const noexcept { return link != link_ || !isOpen_; }
     void list(int failures);
@@ -84,16 +80,10 @@ private:
     void wantOnce(const VXIMConversationId& conversation);
     void startSome();
     void start(const VXIMConversationId& conversation);
-    using PageCompletion =
-        std::function<void(const std::optional<Messages>& page, const ErrorPtr& error)>;
-    void request(const VXIMConversationId& conversation, std::int64_t beforeMillis,
-                 std::int32_t size, PageCompletion done) const;
     void requestPage(const VXIMConversationId& conversation);
-    std::vector<Arrival> arrivalsOf(const VXIMConversationId& conversation, const Messages& page,
-                                    bool isNews) const;
     void narrow(const VXIMConversationId& conversation, VXIMStoredGap gap,
                 std::int64_t reachedMillis, std::int64_t count, VXIMCountCompletion completion);
-    void didGetPage(const VXIMConversationId& conversation, const Messages& page);
+    void didGetPage(const VXIMConversationId& conversation, const HistoryPage& page);
     void didStorePage(const VXIMConversationId& conversation, const std::vector<Arrival>& page,
                       const std::vector<Merged>& merged, bool bringsOlder);
     void tryAgainLater(const VXIMConversationId& conversation, const ErrorPtr& error);

@@ -10,6 +10,7 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/NotificationCenter.h"
 #include "VexIMLib/Store/internal/CatchUp.h"
+#include "VexIMLib/Store/internal/HistoryPages.h"
 #include "VexIMLib/Store/internal/Outbox.h"
 #include "VexIMLib/Store/internal/OutboxErrors.h"
 #include "VexIMLib/VXIMClient.h"
@@ -30,26 +31,24 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Live messages that the store has not taken yet: beyond this they are read from the histories
-// later.
+// Live messages waiting for the store; when there are more, the histories are read later.
 constexpr std::size_t kMostKept = 10'000;
 constexpr std::chrono::seconds kStorePause = 5s;
-// A service that does not answer the login of a reconnect is taken to have accepted it.
+// A login of a reconnect that is not answered in time counts as accepted.
 constexpr std::chrono::seconds kLoginPatience = 10s;
 
 std::optional<VXIMConversationId> conversationOf(const VXIMMessage& message, bool isOwn) {
-    const auto& receiver = *message.receiver();
-    const auto& peer = isOwn ? receiver : *message.sender();
+    const auto& to = *message.receiver();
+    const auto& peer = isOwn ? to : *message.sender();
     const auto named = [](VXIMConversationKind kind,
                           const vexim::Value& id) -> std::optional<VXIMConversationId> {
         if (id.isNilOrNull()) return std::nullopt;
         return VXIMConversationId{kind, id.description()};
     };
-    switch (receiver.type()) {
+    switch (to.type()) {
         case VXIMMessageTargetTypeUser: return named(VXIMConversationKindFriend, peer.userId());
-        case VXIMMessageTargetTypeGroup:
-            return named(VXIMConversationKindGroup, receiver.groupId());
-        case VXIMMessageTargetTypeRoom: return named(VXIMConversationKindRoom, receiver.roomId());
+        case VXIMMessageTargetTypeGroup: return named(VXIMConversationKindGroup, to.groupId());
+        case VXIMMessageTargetTypeRoom: return named(VXIMConversationKindRoom, to.roomId());
         case VXIMMessageTargetTypeAllUsers:
         case VXIMMessageTargetTypeSystem:
         case VXIMMessageTargetTypeUnknown: return std::nullopt;
@@ -385,9 +384,7 @@ void VXIMConversations::readGap(VXIMConversationId conversation, VXIMStoredGap g
                                                      const ErrorPtr& error) {
         if (completion) completion(count, error);
     };
-    const bool hasHistory = conversation.kind == VXIMConversationKindFriend ||
-                            conversation.kind == VXIMConversationKindGroup;
-    if (impl_->catchUp && hasHistory)
+    if (impl_->catchUp && vexim::store::hasHistory(conversation))
         return impl_->catchUp->fill(conversation, gap, std::move(told));
     MainQueue::shared().async([isOpen = impl_->catchUp != nullptr, told = std::move(told)] {
         isOpen ? told(0, nullptr) : told(std::nullopt, vexim::store::errors::notOpen());

@@ -1,53 +1,18 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 
-#include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <atomic>
-#include <cerrno>
-#include <deque>
-#include <exception>
 #include <limits>
-#include <queue>
-#include <system_error>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "VexIMLib/Foundation/UntoldError.h"
-#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
+#include "VexIMLib/internal/Foundation/Threads/MainQueueImpl.h"
 
 namespace vexim {
 
 namespace {
-
-using Function = MainQueue::Function;
-
-using SteadyClock = std::chrono::steady_clock;
-using Step = std::function<bool()>;
-
-/// A function in line, or a step, which stays there until it is through. The number orders it among
-/// all, so that a drain can tell what was there when it began.
-struct Queued {
-    std::uint64_t number = 0;
-    Function function;
-    std::shared_ptr<Step> step;
-
-    explicit operator bool() const noexcept { return function || step; }
-};
-
-struct Delayed {
-    Clock::TimePoint deadline;
-    std::uint64_t number;
-    mutable Function function;  // moved out of the heap's const top
-
-    friend bool operator<(const Delayed& a, const Delayed& b) {  // the earliest is the heap's top
-        return a.deadline != b.deadline ? a.deadline > b.deadline : a.number > b.number;
-    }
-};
 
 /// A `sync` that is being waited for.
 struct Waiter {
@@ -56,203 +21,9 @@ struct Waiter {
     std::exception_ptr failure;
 };
 
-/// What a polling host waits for: a pipe, which every system has, with a byte in it. Made once and
-/// kept for good.
-class WakePipe {
-public:
-    /// To be called with the queue's mutex; from then on `tell` writes.
-    int open() {
-        if (reading_ >= 0) return reading_;
-        std::array<int, 2> ends{};
-        if (::pipe(ends.data()) != 0)
-            throw std::system_error(errno, std::generic_category(), "pipe");
-        for (const int end : ends) {
-            ::fcntl(end, F_SETFD, FD_CLOEXEC);
-            ::fcntl(end, F_SETFL, O_NONBLOCK);
-        }
-        reading_ = ends[0];
-        writing_ = ends[1];
-        tell();  // the host drains once at its start
-        return reading_;
-    }
-    /// Any thread. A full pipe needs no further byte.
-    void tell() noexcept {
-        const int end = writing_;
-        if (end < 0) return;
-        while (::write(end, "", 1) < 0 && errno == EINTR) continue;
-        told_ = true;  // after the byte: whoever sees it finds one
-    }
-    /// To be called with the queue's mutex, so that no byte for what is queued later is taken
-    /// along.
-    void clear() noexcept {
-        if (!told_.exchange(false)) return;
-        std::array<char, 64> bytes;
-        while (::read(reading_, bytes.data(), bytes.size()) > 0) continue;
-    }
-
-private:
-    int reading_ = -1;
-    std::atomic<int> writing_{-1};
-    std::atomic<bool> told_{false};
-};
-
 bool isFirstThreadOfProcess() { return static_cast<pid_t>(syscall(SYS_gettid)) == getpid(); }
 
 }  // namespace
-
-struct MainQueue::Impl {
-    // Never held while a queued function, a predicate or the wake function runs.
-    Mutex mutex;
-    ConditionVariable changed;
-    std::deque<Queued> queue VEXIM_GUARDED_BY(mutex);
-    std::priority_queue<Delayed> delayed VEXIM_GUARDED_BY(mutex);
-    std::uint64_t nextNumber VEXIM_GUARDED_BY(mutex) = 0;
-    int depth VEXIM_GUARDED_BY(mutex) = 0;  // of nested run and runUntil
-    bool quitting VEXIM_GUARDED_BY(mutex) = false;
-    int waiting VEXIM_GUARDED_BY(mutex) = 0;  // threads that wait for `changed`
-    bool exiting VEXIM_GUARDED_BY(mutex) = false;
-    // what runs there now never comes back
-    bool exitingOnMainThread VEXIM_GUARDED_BY(mutex) = false;
-    // the host was told, and has not drained since
-    bool wakePending VEXIM_GUARDED_BY(mutex) = false;
-
-    WakePipe pipe;
-
-    // held while the wake function runs, so that setWake returns only when the old one is at rest
-    Mutex wakeMutex;
-    Function wake VEXIM_GUARDED_BY(wakeMutex);
-
-    std::atomic<std::thread::id> mainThread{};  // none until a thread has run the queue
-
-    // Main thread only.
-    std::chrono::nanoseconds turnLimit = std::chrono::milliseconds(4);
-    SteadyClock::time_point turnEnd = SteadyClock::time_point::max();  // of the innermost turn
-
-    void becomeMainThread() {
-        mainThread.store(std::this_thread::get_id(), std::memory_order_relaxed);
-    }
-
-    void push(Function function) VEXIM_REQUIRES(mutex) {
-        queue.push_back({nextNumber++, std::move(function), nullptr});
-    }
-
-    /// Lines up the delayed functions whose time has come.
-    void lineUpDue(Clock::TimePoint now) VEXIM_REQUIRES(mutex) {
-        while (!delayed.empty() && delayed.top().deadline <= now) {
-            push(std::move(delayed.top().function));
-            delayed.pop();
-        }
-    }
-
-    /// Waits until something changed, or until a time.
-    void wait(std::chrono::steady_clock::time_point until) VEXIM_REQUIRES(mutex) {
-        ++waiting;
-        if (until == std::chrono::steady_clock::time_point::max()) {
-            changed.wait(mutex);
-        } else {
-            changed.waitUntil(mutex, until);
-        }
-        --waiting;
-    }
-
-    /// To be called without the mutex after something was added.
-    void tellWaiters(bool someoneWaits, bool tellHost) {
-        if (someoneWaits) changed.notifyAll();
-        if (!tellHost) return;
-        pipe.tell();
-        MutexLock lock(wakeMutex);
-        if (wake) wake();
-    }
-
-    void append(Queued queued) {
-        bool someoneWaits = false;
-        bool tellHost = false;
-        {
-            MutexLock lock(mutex);
-            queued.number = nextNumber++;
-            queue.push_back(std::move(queued));
-            someoneWaits = waiting > 0;
-            tellHost = !std::exchange(wakePending, true);
-        }
-        tellWaiters(someoneWaits, tellHost);
-    }
-
-    /// The first in line.
-    Queued takeFront() VEXIM_REQUIRES(mutex) {
-        if (queue.front().step) return queue.front();
-        Queued next = std::move(queue.front());
-        queue.pop_front();
-        return next;
-    }
-
-    /// The next one numbered below `end`, if any.
-    Queued take(std::uint64_t end) {
-        MutexLock lock(mutex);
-        if (queue.empty() || queue.front().number >= end) return {};
-        return takeFront();
-    }
-
-    void call(const Queued& next) {
-        if (next.function) return next.function();
-        if ((*next.step)()) return;
-        MutexLock lock(mutex);
-        // A loop that ran inside it may have found it through.
-        if (!queue.empty() && queue.front().number == next.number) queue.pop_front();
-    }
-
-    /// Runs what is queued or due now, and answers how many that were; none begins after `until`.
-    std::size_t runTurn(SteadyClock::time_point until, bool& isRestLeft) {
-        struct Turn {  // also when a function throws
-            Turn(Impl& owner, SteadyClock::time_point end)
-                : impl(owner),
-                  outer(std::exchange(owner.turnEnd, end)) {}
-            ~Turn() { impl.turnEnd = outer; }
-            Impl& impl;
-            const SteadyClock::time_point outer;
-        } turn(*this, until);
-        std::uint64_t end = 0;
-        {
-            const auto now = Clock::shared()->now();
-            MutexLock lock(mutex);
-            wakePending = false;
-            pipe.clear();
-            lineUpDue(now);
-            end = nextNumber;
-        }
-        std::size_t count = 0;
-        try {
-            while (const auto next = take(end)) {
-                ++count;
-                call(next);
-                if (until != SteadyClock::time_point::max() && SteadyClock::now() >= until) break;
-            }
-        } catch (...) {
-            tellRest();
-            throw;
-        }
-        isRestLeft = tellRest();
-        return count;
-    }
-
-    /// Answers whether something is left.
-    bool tellRest() {
-        bool isLeft = false;
-        bool tellHost = false;
-        {
-            MutexLock lock(mutex);
-            isLeft = !queue.empty();
-            tellHost = isLeft && !std::exchange(wakePending, true);
-        }
-        tellWaiters(false, tellHost);
-        return isLeft;
-    }
-
-    SteadyClock::time_point endOfTurn() const {
-        const auto now = SteadyClock::now();
-        return turnLimit > SteadyClock::time_point::max() - now ? SteadyClock::time_point::max()
-                                                                : now + turnLimit;
-    }
-};
 
 MainQueue::MainQueue() : impl_(std::make_unique<Impl>()) {}
 MainQueue::~MainQueue() = default;
@@ -268,7 +39,8 @@ void MainQueue::async(Function function) {
 }
 
 void detail::asyncSteps(std::function<bool()> step) {
-    MainQueue::shared().impl_->append({0, nullptr, std::make_shared<Step>(std::move(step))});
+    MainQueue::shared().impl_->append(
+        {0, nullptr, std::make_shared<std::function<bool()>>(std::move(step))});
 }
 
 bool detail::isTurnOver() noexcept {
