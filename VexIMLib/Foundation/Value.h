@@ -224,7 +224,7 @@ private:
 
     template <class T>
     Value(Kind kind, T word) noexcept : kind_(kind) {
-        static_assert(sizeof(T) == 8 && std::is_trivially_copyable_v<T>);
+        static_assert(sizeof(T) <= 8 && std::is_trivially_copyable_v<T>);
         std::memcpy(bytes_ + kWordOffset, &word, sizeof(word));
     }
     static Value counted(Kind kind, detail::Counted* block) noexcept {

@@ -14,8 +14,8 @@
 #include "VexIMLib/Foundation/Value.h"
 
 // The blocks behind the values, for Foundation's own sources: one allocation each, the contents
-// right behind the head. Every block begins with its `Counted`, so a Value counts without knowing
-// the kind.
+// right behind the head, which is as strictly aligned as they are (a 32-bit pointer is less).
+// Every block begins with its `Counted`, so a Value counts without knowing the kind.
 
 namespace vexim::detail {
 
@@ -23,7 +23,7 @@ namespace vexim::detail {
 /// mostly go together: one piece of memory in place of many, which are dear where one thread takes
 /// them and another gives them back. It goes with the last of its blocks, so who keeps a part of
 /// the text keeps the memory of the whole.
-class Slab {
+class alignas(Value) Slab {
 public:
     /// While it lives, the blocks that this thread makes lie in a slab of `bytes`, as far as these
     /// reach.
@@ -100,7 +100,7 @@ void bury(ContainerRep* rep) noexcept;
 /// values go at once.
 void releaseObject(ObjectRep* rep) noexcept;
 
-struct ArrayRep : ContainerRep {
+struct alignas(Value) ArrayRep : ContainerRep {
     ArrayRep(std::size_t room, std::uint16_t blockOffset) noexcept
         : ContainerRep(false, blockOffset),
           capacity(room) {}
@@ -151,7 +151,7 @@ private:
     std::size_t used_ = 0;
 };
 
-struct DictionaryRep : ContainerRep {
+struct alignas(Value) DictionaryRep : ContainerRep {
     DictionaryRep(std::size_t room, std::uint16_t blockOffset) noexcept
         : ContainerRep(true, blockOffset),
           capacity(room) {}

@@ -85,7 +85,7 @@ bool restore(Value& value, const std::vector<Data>& attachments) {
         if (index.kind() != Value::Kind::Integer || index.integer() < 0) return false;
         const auto at = static_cast<std::uint64_t>(index.integer());
         if (at >= attachments.size()) return false;
-        value = Value(attachments[at]);
+        value = Value(attachments[static_cast<std::size_t>(at)]);
         return true;
     }
     bool sound = true;
