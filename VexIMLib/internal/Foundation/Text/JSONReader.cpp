@@ -1,5 +1,4 @@
 #include <boost/json/basic_parser_impl.hpp>
-#include <charconv>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -8,6 +7,7 @@
 
 #include "VexIMLib/internal/Foundation/Text/ASCII.h"
 #include "VexIMLib/internal/Foundation/Text/BoundedJSON.h"
+#include "VexIMLib/internal/Foundation/Text/Real.h"
 #include "VexIMLib/internal/Foundation/Values/Stores.h"
 
 // Boost.JSON's streaming parser drives a builder that keeps finished values on one stack. A
@@ -125,7 +125,7 @@ struct Builder {
     bool on_double(double approximate, json::string_view text, json::error_code& error) {
         // The parser's own conversion may miss the nearest double by a bit or two.
         double number = 0;
-        auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+        auto result = readReal(text.data(), text.data() + text.size(), number);
         if (result.ec == std::errc::result_out_of_range) {
             if (approximate > 1 || approximate < -1) {
                 error = json::error::exponent_overflow;

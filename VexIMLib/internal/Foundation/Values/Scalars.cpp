@@ -4,6 +4,8 @@
 #include <limits>
 #include <type_traits>
 
+#include "VexIMLib/internal/Foundation/Text/Real.h"
+
 namespace vexim {
 
 namespace {
@@ -19,10 +21,15 @@ std::uint64_t truncateToUInt64(double value) noexcept {
 
 bool isBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-template <class Number>
-bool readWhole(std::string_view text, Number& number) noexcept {
-    auto result = std::from_chars(text.data(), text.data() + text.size(), number);
-    return result.ec == std::errc() && result.ptr == text.data() + text.size();
+bool readWhole(std::string_view text, auto& number) noexcept {
+    const char* const end = text.data() + text.size();
+    std::from_chars_result result{};
+    if constexpr (std::is_same_v<decltype(number), double&>) {
+        result = readReal(text.data(), end, number);
+    } else {
+        result = std::from_chars(text.data(), end, number);
+    }
+    return result.ec == std::errc() && result.ptr == end;
 }
 
 // The number that a text states, blanks around it aside; nil when it states none. Names for

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "VexIMLib/internal/Foundation/Text/ASCII.h"
+#include "VexIMLib/internal/Foundation/Text/Real.h"
 
 namespace vexim {
 namespace {
@@ -72,7 +73,7 @@ Value numberFromString(std::string_view text) {
         if (std::from_chars(plain.data(), end, number).ec == std::errc{}) return number;
     }
     double number = 0;
-    if (std::from_chars(plain.data(), end, number).ec != std::errc{}) return nullptr;
+    if (readReal(plain.data(), end, number).ec != std::errc{}) return nullptr;
     return number;
 }
 

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <charconv>
+#include <cmath>
+#include <string>
+#include <version>
+
+#ifndef __cpp_lib_to_chars
+#include <cerrno>
+#include <clocale>
+#include <cstdlib>
+
+#include <locale.h>
+#endif
+
+namespace vexim {
+
+/// `std::from_chars` of a double. libc++ has none before its version 20; there strtod reads, and
+/// the text must be made of digits, points, signs and exponents alone.
+inline std::from_chars_result readReal(const char* first, const char* last, double& number) {
+#ifdef __cpp_lib_to_chars
+    return std::from_chars(first, last, number);
+#else
+    static const locale_t plain = ::newlocale(LC_ALL_MASK, "C", nullptr);
+    const std::string text(first, last);
+    char* end = nullptr;
+    errno = 0;
+    const double read = ::strtod_l(text.c_str(), &end, plain);
+    const char* const stop = first + (end - text.c_str());
+    if (stop == first || *first == '+') return {first, std::errc::invalid_argument};
+    // Of a subnormal number strtod complains, too.
+    if (errno == ERANGE && (std::isinf(read) || read == 0))
+        return {stop, std::errc::result_out_of_range};
+    number = read;
+    return {stop, std::errc()};
+#endif
+}
+
+}  // namespace vexim
