@@ -75,7 +75,7 @@ void VXIMClient::Impl::enter(VXIMClientStatus next) {
     const auto former = status.exchange(next);
     if (former == next) return;
     record->add("status", {{"from", nameOf(former)}, {"to", nameOf(next)}});
-    // Not here: the client is in the middle of a step, and an observer may call it.
+    // Not right here: the client is in the middle of a step, and an observer may call it.
     vexim::MainQueue::shared().async([weak = owner, next] {
         const auto client = weak.lock();
         if (!client) return;

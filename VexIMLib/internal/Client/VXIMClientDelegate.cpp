@@ -1,6 +1,6 @@
 #include "VexIMLib/VXIMClientDelegate.h"
 
-// A delegate may implement any subset: what it does not override does nothing.
+// A delegate may override any of these; the rest do nothing.
 
 VXIMClientDelegate::~VXIMClientDelegate() = default;
 void VXIMClientDelegate::clientDidLogin(const std::shared_ptr<VXIMClient>&) {}

@@ -25,23 +25,23 @@ struct VXIMClient::Impl {
     // Any thread.
     const std::shared_ptr<vexim::EventRecord> record = std::make_shared<vexim::EventRecord>();
     std::atomic<VXIMClientStatus> status{VXIMClientStatusNone};
-    // set on the main thread, and by a login on its caller's
+    // set on the main thread, and by a login on its caller's thread
     vexim::detail::SharedSlot<VXIMUser> currentUser;
     vexim::detail::SharedSlot<vexim::SocketIOClient> socketio;
-    /// The connection is down for another reason than a logout, or has been since the last one.
+    /// The connection has been down since the last logout, for another reason than a logout.
     std::atomic<bool> offlineTemporally{false};
-    /// A logout has removed the installation and waits for the connection to close.
+    /// A logout has removed the installation and is waiting for the connection to close.
     std::atomic<bool> tryLogout{false};
 
     // Main thread.
     std::weak_ptr<VXIMClientDelegate> delegate;
     // the pending login's; dropped when another login begins
     VXIMBooleanCompletion openCompletionBlock;
-    // the same for who waits for the login; at most once
+    // the same, for whoever waits for the login; called at most once
     vexim::FailureListener::Tell tellWhyNotOpened;
     // the service has not answered this connection's first login yet
     bool isLoginPending = false;
-    /// The pending logouts'; never called when nothing closes.
+    /// of the pending logouts; never called if no connection closes
     std::vector<VXIMBooleanCompletion> closeCompletionBlocks;
     // this client, while a logout waits for its connection to close
     std::shared_ptr<VXIMClient> keptUntilClosed;
@@ -50,7 +50,7 @@ struct VXIMClient::Impl {
     std::optional<vexim::Dictionary> messages;
 
     void enter(VXIMClientStatus next);
-    /// The connection has ended before the login was answered, and will not come back by itself.
+    /// The connection ended before the login was answered, and no reconnect will follow.
     void loginCannotBeAnswered(const vexim::ErrorPtr& cause);
 
     /// Calls the delegate, if there is one.
@@ -59,8 +59,8 @@ struct VXIMClient::Impl {
                       const Arguments&... arguments) const {
         if (const auto listener = delegate.lock()) ((*listener).*call)(arguments...);
     }
-    /// The same for a call about somebody, who is made by `makePeer(id)` only when there is a
-    /// delegate to hear of it. Without an id there is nobody to tell of.
+    /// The same for a call about a friend, group or room, which `makePeer(id)` makes only if there
+    /// is a delegate. Without an id it does nothing.
     template <class... Parameters, class MakePeer, class... Arguments>
     void tellDelegateAbout(const vexim::Value& peerId, MakePeer makePeer,
                            void (VXIMClientDelegate::*call)(Parameters...),

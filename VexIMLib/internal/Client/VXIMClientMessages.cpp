@@ -1,5 +1,5 @@
-// Messages: out as the event "say" or over REST ("/system"), in as the events "message", "yourself"
-// and "sys".
+// Messages go out as the event "say" or over REST ("/system"), and come in as the events "message",
+// "yourself" and "sys".
 
 #include <utility>
 
@@ -38,7 +38,7 @@ VXIMMessage& requireMessage(const MessagePtr& message) {
     return *message;
 }
 
-/// A nil id is the caller's mistake and raises before anything else happens.
+/// A nil id is the caller's mistake, so it raises before anything else happens.
 Value requireId(Value id) {
     if (id.isNilOrNull())
         throw vexim::Exception(vexim::kInvalidArgumentException,
@@ -46,8 +46,8 @@ Value requireId(Value id) {
     return id;
 }
 
-/// An event's payload. What is no dictionary counts as an empty one: the message then says nothing,
-/// but it is announced.
+/// Makes a message from an event's payload. If that is not a dictionary, the message is empty but
+/// still delivered.
 MessagePtr messageFrom(const Value& payload) {
     const Dictionary* dictionary = payload.asDictionary();
     return VXIMMessage::initWithPayloadDictionary(dictionary ? *dictionary : Dictionary());
@@ -61,7 +61,7 @@ Dictionary about(const MessagePtr& message) {
     return userInfo;
 }
 
-/// Where a system message is posted; nullopt when no such message goes to its kind of receiver.
+/// The path for posting a system message; nullopt if this type of receiver gets no system messages.
 std::optional<std::string> systemMessagePath(const VXIMMessageTarget& receiver) {
     switch (receiver.type()) {
         case VXIMMessageTargetTypeAllUsers: return "/system";
@@ -76,16 +76,14 @@ std::optional<std::string> systemMessagePath(const VXIMMessageTarget& receiver) 
     return std::nullopt;
 }
 
-/// The group or room that a message belongs to: the peer's, else (when only the speaker was named)
-/// the receiver's.
+/// The group or room of a message: the peer's, or the receiver's if only the speaker is known.
 const Value& conversationId(const Value& peersId, const Value& receiversId) {
     return peersId.isNilOrNull() ? receiversId : peersId;
 }
 
 }  // namespace
 
-// A template: each caller's block goes into the queued function as it is, without a wrapper of its
-// own.
+// A template, so that each caller's block is stored in the queued function without another wrapper.
 template <class Block>
 void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress,
                                          Block block, std::shared_ptr<VXIMTransfer> transfer) {
@@ -143,7 +141,8 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress,
     ErrorPtr error;
     if (message->receiver()->type() < 0) error = vexim::errors::withoutReceiver();
     const auto socket = socketio();
-    // Asked for even so: a message without a receiver reports a closed connection.
+    // Checked first: without a connection, even a message without a receiver reports the closed
+    // connection.
     if (!socket || socket->status() != vexim::SocketIOStatusConnected)
         error = vexim::errors::disconnected();
     if (error) {
@@ -160,14 +159,14 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress,
         const ErrorPtr refusal = payload ? self->say(*std::move(payload)) : uploadError;
         if (payload && !refusal) {
             message->setStatus(VXIMMessageStatusSent);
-            // For this side only: the payload went out with the time of the send's beginning.
+            // Only for this side: the payload was sent with the time at which the send began.
             message->setSendTimestamp(currentTime());
         } else {
             message->failWith(refusal);
         }
         if (!completion) return;
-        // A failed upload's error is not passed on, the message keeps it; but who cancelled it is
-        // told.
+        // The completion does not get the error of a failed upload, which the message keeps. It
+        // does get a cancellation.
         const bool uploadFailed =
             !payload && !(refusal && refusal->is(VXIMErrorDomain, VXIMErrorCannotSend));
         const bool isTold = refusal && (!uploadFailed || (transfer && transfer->isCancelled()));
@@ -221,7 +220,7 @@ void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress,
     if (!path) {
         message->setStatus(VXIMMessageStatusFailed);
         vexim::log(vexim::LogLevel::Error, "Internal error: invalid receiver type");
-        return;  // without a word to the completion
+        return;  // the completion never runs
     }
     auto finish = [self = self(), message, completion = std::move(completion)](
                       const Value&, const ErrorPtr& error) {
@@ -238,7 +237,7 @@ void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress,
         if (!payload) return finish(nullptr, uploadError);
         try {
             VXIMHTTPRequest::post(path, *std::move(payload), finish);
-        } catch (const vexim::Exception& cause) {  // a payload that is no JSON
+        } catch (const vexim::Exception& cause) {  // the payload cannot be written as JSON
             finish(nullptr, vexim::errors::unsendable(cause));
         }
     };
@@ -254,8 +253,8 @@ void VXIMClient::didReceiveOwnMessage(const Value& payload) {
     VXIMMessageTarget& sender = *message->sender();
     const VXIMMessageTarget& receiver = *message->receiver();
     const auto user = currentUser();
-    // The last two setters leave the sender's type at room, whatever the receiver is. Dispatch goes
-    // by the receiver's.
+    // The last two setters set the sender's type to room, whatever the receiver is. The receiver's
+    // type decides which delegate function is called.
     sender.setType(receiver.type());
     sender.setUserId(user ? user->uid() : Value());
     sender.setGroupId(receiver.groupId());

@@ -25,10 +25,10 @@ using vexim::Value;
 
 namespace {
 
-// Servers take 12 KiB before they answer 431; the rest of the URL needs some of it.
+// Servers answer 431 above 12 KiB, and the rest of the URL needs a part of that.
 constexpr std::size_t kMostAuthBytes = 12'000;
 
-/// "app" and "sign", which every login needs, and then its credentials. A nil one raises.
+/// "app" and "sign", which every login needs, followed by its credentials. A nil value raises.
 Dictionary authDictionary(const VXIMClientConfiguration& config, const Dictionary& credentials) {
     Dictionary auth{{"app", config.appId()},
                     {"sign", VXIMUtils::signatureForClientKey(config.clientKey())}};
@@ -36,7 +36,7 @@ Dictionary authDictionary(const VXIMClientConfiguration& config, const Dictionar
     return auth;
 }
 
-/// A namespace as the connection reports it: with its slash, without a query.
+/// A namespace in the form that the connection reports: with a leading slash, without a query.
 std::string normalisedNamespace(const std::optional<std::string>& nsp) {
     std::string name = nsp.value_or("");
     name = name.substr(0, name.find('?'));
@@ -97,7 +97,7 @@ void VXIMClient::loginWithUsername(std::optional<std::string> username,
 void VXIMClient::loginWithPhoneNumber(std::optional<std::string> phoneNumber,
                                       std::optional<std::string> smsCode,
                                       VXIMBooleanCompletion completion) {
-    // The code goes under "password": so the service expects it.
+    // The service expects the code under "password".
     loginWithAuthData(
         authDictionary(*impl_->config, {{"phone", phoneNumber}, {"password", smsCode}}),
         std::move(completion));
@@ -131,7 +131,7 @@ void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion co
                                authText = std::move(authText.text),
                                completion = std::move(completion),
                                tellWhyNot = vexim::FailureListener::current()]() mutable {
-        // again: a logout may have ended meanwhile and taken it away
+        // read again: a logout may have ended meanwhile and reset it
         self->impl_->currentUser.set(std::move(user));
         self->openConnection(authText, std::move(completion), std::move(tellWhyNot));
     });
@@ -139,7 +139,7 @@ void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion co
 
 void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompletion completion,
                                 vexim::FailureListener::Tell tellWhyNot) {
-    // A logout that waited for the former connection to close ends with it. One without a
+    // A logout that is waiting for the old connection to close ends now. A logout without a
     // connection never ends.
     auto overtakenLogouts = std::exchange(impl_->closeCompletionBlocks, {});
     if (!socketio()) overtakenLogouts.clear();
@@ -148,7 +148,7 @@ void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompleti
         former->removeAllHandlers();
         former->disconnect();
         impl_->socketio.set(nullptr);
-        // nobody will hear that it has closed; the login keeps the client for now
+        // nobody is told that it has closed; the login keeps the client alive for now
         impl_->keptUntilClosed = nullptr;
     }
     impl_->pauseAsked = false;
@@ -171,7 +171,7 @@ void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompleti
 
 void VXIMClient::Impl::loginCannotBeAnswered(const ErrorPtr& cause) {
     const auto socket = socketio.get();
-    // Where the connection tries again, the answer may still come.
+    // If the connection tries again, the answer may still come.
     if (!isLoginPending || !socket || socket->status() != vexim::SocketIOStatusDisconnected) return;
     if (const auto tell = std::exchange(tellWhyNotOpened, nullptr)) tell(cause);
 }
@@ -229,7 +229,7 @@ void VXIMClient::setupEventHandlers() {
 }
 
 void VXIMClient::socketDidConnect() {
-    // The first connect after a login changes nothing: "login" decides that.
+    // The first connect after a login does not change the status: the "login" event does.
     const auto socket = socketio();
     if (!socket || socket->nsp() != normalisedNamespace(impl_->config->nsp()) ||
         !impl_->offlineTemporally)
@@ -239,7 +239,7 @@ void VXIMClient::socketDidConnect() {
 }
 
 void VXIMClient::socketDidDisconnect() {
-    // It has closed, also where `resetFlags` made the logout be forgotten.
+    // It has closed, even if `resetFlags` has cleared the logout's flag.
     const auto kept = std::exchange(impl_->keptUntilClosed, nullptr);
     if (const auto user = currentUser()) user->setOnline(false);
     impl_->offlineTemporally = !impl_->tryLogout;
@@ -268,7 +268,7 @@ void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error
                              : Dictionary{{"accepted", success}});
     const bool isFirst = std::exchange(impl_->isLoginPending, false);
     impl_->tellWhyNotOpened = nullptr;
-    if (!success) {  // a connection that came back, or a resume, may have said otherwise
+    if (!success) {  // a reconnect or a resume may have changed it
         if (const auto user = currentUser()) user->setOnline(false);
         impl_->enter(VXIMClientStatusOpening);
     }
@@ -298,7 +298,7 @@ void VXIMClient::didReceivePresence(const char* notificationName, PresenceCall d
 }
 
 void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
-    // The user of now: a login that is called right behind this sets another at once.
+    // Take the present user now: a login that is called right after this sets another one at once.
     MainQueue::shared().async(
         [self = self(), user = currentUser(), completion = std::move(completion)]() mutable {
             const VXIMClientStatus remembered = self->status();
@@ -316,8 +316,8 @@ void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
 void VXIMClient::didRemoveInstallation(const std::shared_ptr<vexim::SocketIOClient>& socket,
                                        VXIMClientStatus remembered, const ErrorPtr& error,
                                        const VXIMBooleanCompletion& completion) {
-    // A login, or another logout, may have ended the session that this logout began with. Then
-    // there is nothing left to close.
+    // A login or another logout may have ended this logout's session. Then there is nothing to
+    // close.
     const bool isOver = socketio() != socket;
     if (error || (isOver && socket)) {
         if (!isOver && !impl_->tryLogout && status() == VXIMClientStatusClosing)
@@ -328,14 +328,15 @@ void VXIMClient::didRemoveInstallation(const std::shared_ptr<vexim::SocketIOClie
     if (isOver) return;  // it began without a connection
     impl_->tryLogout = true;
     impl_->closeCompletionBlocks.push_back(completion);
-    // "disconnect" goes on from here. Without a connection nothing does: the logout never ends.
+    // The "disconnect" event continues the logout. Without a connection there is none, and the
+    // logout never ends.
     if (!socket) return;
     impl_->keptUntilClosed = self();
     socket->disconnect();
 }
 
 void VXIMClient::deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completion) {
-    // The user's id and the configuration belong to the main thread.
+    // Read the user's id and the configuration on the main thread only.
     if (!MainQueue::shared().isMainThread()) {
         return MainQueue::shared().async(
             [self = self(), completion = std::move(completion)]() mutable {
@@ -360,7 +361,7 @@ void VXIMClient::pause() {
         self->impl_->offlineTemporally = true;
         const auto socket = self->socketio();
         if (!socket) return;
-        // Each disconnect is answered by an event, so a second pause asks for none.
+        // Each disconnect causes an event, so a second pause must not disconnect again.
         const bool wasPaused = std::exchange(self->impl_->pauseAsked, true);
         if (!wasPaused || socket->status() != vexim::SocketIOStatusDisconnected)
             socket->disconnect();
@@ -371,11 +372,11 @@ void VXIMClient::resume() {
     MainQueue::shared().async([self = self()] {
         self->impl_->pauseAsked = false;
         const auto socket = self->socketio();
-        // A connection that stands says no "connect" again, or its last one is still queued: the
-        // status is right, or will be.
+        // An open connection sends no second "connect", or its "connect" is still queued. So the
+        // status is right or will be.
         const bool stands = socket && socket->status() == vexim::SocketIOStatusConnected;
         if (!stands) self->impl_->enter(VXIMClientStatusResuming);
-        // Also one that stands, since it may break just now.
+        // Connect even if it is open, since it may be closing right now.
         if (socket) socket->connect();
     });
 }

@@ -26,8 +26,8 @@ std::shared_ptr<VXIMClientConfiguration> VXIMClientConfiguration::defaultConfigu
     return configuration;
 }
 
-// Each writes its option also when the value is the default: an explicit "no" is passed on, one
-// that was never said is not.
+// Each setter writes its option even if the value is the default: an explicit "no" is passed on, an
+// unset option is not.
 
 void VXIMClientConfiguration::setForcePolling(bool force) {
     forcePolling_ = force;
@@ -89,7 +89,7 @@ void VXIMClientConfiguration::setText(const char* option, const std::optional<st
 bool VXIMClientConfiguration::isPin(std::string_view text) noexcept {
     constexpr std::size_t kDigestBytes = 32;
     const auto digest = vexim::decodeBase64(text);
-    // The other way, too: several texts decode to the same bytes.
+    // Encode it again and compare, because several texts decode to the same bytes.
     return digest && digest->size() == kDigestBytes && vexim::encodeBase64(*digest) == text;
 }
 
@@ -131,7 +131,7 @@ namespace vexim {
 
 namespace {
 
-/// Requests may still be built while the process exits, so it is never destroyed.
+/// Never destroyed, because requests may be made while the process exits.
 detail::SharedSlot<VXIMClientConfiguration>& slot() {
     static auto& slot = *new detail::SharedSlot<VXIMClientConfiguration>;
     return slot;

@@ -49,12 +49,11 @@ bool isTemporary(const ErrorPtr& error) {
     if (!error) return false;
     if (error->domain() == VXIMConnectionErrorDomain)
         return mayPass(static_cast<VXIMConnectionErrorKind>(error->code()));
-    // -1011 stands for a status, which the mark above it judges.
+    // -1011 stands for an HTTP status; the mark in the outer error decides that case.
     const bool isTransport =
         error->domain() == kURLErrorDomain && error->code() != URLErrorBadServerResponse;
     if (isTransport) return mayPass(static_cast<URLErrorCode>(error->code()));
-    // Requests are repeated after each failure of the transport; whether it may pass, its own error
-    // knows better.
+    // Requests mark every transport failure as temporary. The underlying error is more precise.
     const ErrorPtr cause = error->underlyingError();
     if (cause && !cause->is(kURLErrorDomain, URLErrorBadServerResponse)) return isTemporary(cause);
     return error->info(kTemporaryKey).boolValue();

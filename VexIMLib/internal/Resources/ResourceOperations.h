@@ -17,38 +17,36 @@
 #include "VexIMLib/VXIMMessage.h"
 #include "VexIMLib/internal/Resources/MakeErrors.h"
 
-// The plumbing that all operations of all resources share: what goes into paths and queries, how an
-// answer is read, how an operation ends.
+// What all operations of all resources share: how paths and queries are made, how an answer is
+// read, how an operation ends.
 //
-// An operation reads an answer in a function that may raise: a server list with an element that
-// makes no object would be a programmer's mistake if an application had written it. From the
-// service it is a failure of the world, so it becomes the operation's error. Such a function
-// therefore first reads everything and then changes local state.
+// An operation reads an answer in a function that may raise: a list with an unusable element would
+// be a mistake if an application had written it. From the service it is a failure, so it becomes
+// the operation's error. Such a function first reads everything and then changes local state.
 namespace vexim::resources {
 
-// Arguments. Raise NSInvalidArgumentException, on the caller's thread.
+// Arguments. These raise NSInvalidArgumentException, on the caller's thread.
 
-/// `id` as it stands in a path; nil and null raise, naming `what`.
+/// `id` in the form used in a path. nil and null raise; the text names `what`.
 std::string pathId(const Value& id, const char* what);
 
 /// The query of a history: "ts" in milliseconds (truncated) and "limit", both as decimal text.
 Dictionary historyParams(double timestampInSeconds, std::int32_t limit);
 
-// Answers. Raise NSInvalidArgumentException when they are of another kind.
+// Answers. These raise NSInvalidArgumentException if the answer has another type.
 
 const Dictionary& requireDictionary(const Value& answer, const char* what);
 const Array& requireArray(const Value& answer, const char* what);
 /// nil is an empty list.
 const Array& requireArrayOrNil(const Value& answer, const char* what);
 
-/// The body of an answer that is no JSON object or array, as text; nullopt when it is not UTF-8.
+/// The body of an answer that is not a JSON object or array, as text; nullopt if it is not UTF-8.
 std::optional<std::string> textOf(const Data& body);
-/// The id of an answer that is a bare JSON string: its text without any double quote; nil when it
-/// is not UTF-8.
+/// The id in an answer that is only a JSON string: its text without double quotes; nil if it is not
+/// UTF-8.
 Value bareId(const Data& body);
 
-/// One object for each element, made by `make`, which answers nullptr where an element makes none:
-/// that raises.
+/// Makes an object from each element with `make`. If `make` returns nullptr, it raises.
 template <class Make>
 auto objectsFrom(const Array& elements, const char* what, const Make& make) {
     std::vector<decltype(make(Value()))> objects;
@@ -63,21 +61,21 @@ auto objectsFrom(const Array& elements, const char* what, const Make& make) {
     return objects;
 }
 
-/// A history's messages in order; an element that is no dictionary raises.
+/// A history's messages in order. An element that is not a dictionary raises.
 std::vector<std::shared_ptr<VXIMMessage>> messagesFrom(const Array& history);
 
-// Member lists. nil stays nil; what is no list raises.
+// Member lists. nil stays nil; anything else but a list raises.
 
 /// `ids` after those in `members`, duplicates kept.
 Value appending(const Value& members, const Array& ids);
 /// `members` without every element that equals one of `ids`.
 Value removing(const Value& members, const Array& ids);
 
-// Endings.
+// How operations end.
 
-/// Ends an operation with what `read` makes of the answer: `Outcome read(const Value& result,
-/// ErrorPtr& error)` also runs after a failure, with a nil result. When it raises, `failure` and
-/// the error that names the cause are handed on instead.
+/// Ends an operation with what `read` makes from the answer: `Outcome read(const Value& result,
+/// ErrorPtr& error)` also runs after a failure, with a nil result. If it raises, the completion
+/// gets `failure` and an error that names the cause.
 template <class Outcome, class Read>
 VXIMResultCompletion endingWith(std::function<void(Outcome, ErrorPtr)> completion, Outcome failure,
                                 Read read) {
@@ -93,8 +91,7 @@ VXIMResultCompletion endingWith(std::function<void(Outcome, ErrorPtr)> completio
     };
 }
 
-/// The most frequent ending: succeeds exactly when there was no error, after `change` has brought
-/// local state in line.
+/// The most frequent end: success if there was no error, after `change` has updated local state.
 template <class Change>
 VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion, Change change) {
     return endingWith(std::move(completion), false,
@@ -104,10 +101,10 @@ VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion, Change 
                       });
 }
 VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion);
-/// A history: its messages, or nullopt when the answer is no list.
+/// For a history: its messages, or nullopt if the answer is not a list.
 VXIMResultCompletion endingWithMessages(VXIMMessagesCompletion completion);
 
-/// Runs `function` in place on the main thread, queued from any other.
+/// Runs `function` at once on the main thread, and through the queue from any other.
 void runOnMain(std::function<void()> function);
 
 /// Calls `completion` at once, on the main thread. Empty is skipped.

@@ -18,14 +18,14 @@ namespace {
 constinit const vexim::DynamicProperty<Value> kAttributes{&VXIMRuntimeObject::staticClass,
                                                           "attributes"};
 
-/// One attribute's value from the bare JSON text that the service answers with.
+/// Reads the value of one attribute from the JSON text that the service sends.
 Value attributeFrom(const Data& body) {
     const auto text = textOf(body);
     if (!text) return {};
     if (text->starts_with('"') && text->ends_with('"')) {
         if (text->size() < 2)
             throw vexim::Exception(vexim::kRangeException, "A lone double quote is no attribute.");
-        // no unescaping: escapes reach the application as they travelled
+        // no unescaping: the application gets escapes unchanged
         return text->substr(1, text->size() - 2);
     }
     if (*text == "null") return Value::null();

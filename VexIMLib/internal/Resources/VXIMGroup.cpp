@@ -21,8 +21,7 @@ constinit const vexim::DynamicProperty<Value> kMembers{&VXIMGroup::staticClass, 
 }  // namespace
 
 const vexim::Class& VXIMGroup::staticClass() {
-    // The getter of "members" is a method, because it does more than read; only its setter is
-    // dynamic.
+    // The getter of "members" is a method, because it also writes; only its setter is dynamic.
     static const vexim::Class& cls = vexim::Class::declare(
         "VXIMGroup", &VXIMRuntimeObject::staticClass(),
         {{"groupId", "T@\"NSString\",&,D,N"},
@@ -79,7 +78,7 @@ void VXIMGroup::setMembers(Value members) { kMembers.set(*this, std::move(member
 
 Value VXIMGroup::members() {
     Value members = objectForKey("members");
-    if (!members.isNilOrNull()) return members;  // null is missing, as it is to a room
+    if (!members.isNilOrNull()) return members;  // null counts as missing, as for a room
     setObjectForKey(Array(), "members");
     return Array();
 }
@@ -117,8 +116,8 @@ void VXIMGroup::createWithBlock(VXIMBooleanCompletion block) {
         "/groups", dictionaryRepresentation(),
         endingWith(std::move(block), false,
                    [self = sharedAs<VXIMGroup>()](const Value& result, const vexim::ErrorPtr&) {
-                       // The new id is a bare string. Anything else is a failure, also without an
-                       // error.
+                       // The new id must be a plain string. Anything else is a failure, even
+                       // without an error.
                        if (!result.isData()) return false;
                        self->setObjectForKey(bareId(*result.asData()), "id");
                        return true;

@@ -1,5 +1,5 @@
-// A message's wire form, as it goes out with "say" and comes in with "message", "yourself", "sys"
-// and histories:
+// A message's wire form, sent with "say" and received with "message", "yourself", "sys" and in
+// histories:
 //
 //   {"content": {"media": integer, "body": string}, "ts": milliseconds,
 //    "from": {"id": user, "type": 0 | 1 | 2, "gid": group or room},  type 0 has no "gid"
@@ -48,10 +48,10 @@ VXIMMessageTargetType targetType(const Value& type) {
     return static_cast<VXIMMessageTargetType>(type.intValue());
 }
 
-/// An id from the wire; null is none.
+/// An id from the wire; null counts as nil.
 Value idIn(const Value& id) { return id.isNull() ? Value() : id; }
 
-/// An id for the wire, which must be there.
+/// An id for the wire; it must not be nil.
 const Value& present(const Value& id, const char* what) {
     if (id.isNil())
         throw vexim::Exception(vexim::kInvalidArgumentException,
@@ -59,8 +59,8 @@ const Value& present(const Value& id, const char* what) {
     return id;
 }
 
-/// Whether the target is a user, group or room: only those travel. (The service may send numbers
-/// that have no name.)
+/// Whether the target is a user, group or room: only these are sent. (The service may send other
+/// numbers.)
 bool isPeer(const std::shared_ptr<VXIMMessageTarget>& target) {
     return target && target->type() >= VXIMMessageTargetTypeUser &&
            target->type() <= VXIMMessageTargetTypeRoom;
@@ -91,7 +91,7 @@ std::shared_ptr<VXIMMessage> VXIMMessage::initWithPayloadDictionary(Dictionary p
 std::shared_ptr<VXIMMessage> VXIMMessage::messageWithText(std::string_view text) {
     auto message = init();
     Dictionary& payload = message->payload_.emplace();
-    payload.reserve(3);  // the time and the receiver join when it is sent
+    payload.reserve(3);  // the time and the receiver are added when it is sent
     payload.set(kContent, Dictionary{{kMedia, number(VXIMMessageMediaTypeText)}, {kBody, text}});
     return message;
 }
@@ -110,7 +110,8 @@ void VXIMMessage::configSender() {
     if (userId.isNil()) userId = idIn(payload.get(kSpeaker));
     const Value& fromType = from.get(kType);
     const Value& type = fromType.isNilOrNull() ? payload.get(kTo).get(kType) : fromType;
-    if (userId.isNil() && type.isNilOrNull()) return;  // nothing but what a first read makes
+    if (userId.isNil() && type.isNilOrNull())
+        return;  // changes nothing but what a first read creates
 
     sender_ = VXIMMessageTarget::init();
     sender_->setUserId(std::move(userId));
@@ -237,7 +238,7 @@ void VXIMMessage::requireIds() const {
 }
 
 Dictionary VXIMMessage::dictionaryRepresentation() {
-    // Both first, so that a missing id leaves the payload as it was.
+    // Make both first, so that a missing id leaves the payload unchanged.
     auto to = receiverDictionary();
     auto from = senderDictionary();
     if (to) payload().set(kTo, *std::move(to));
@@ -255,7 +256,7 @@ std::string VXIMMessage::description() const {
         if (auto to = receiverDictionary()) shown.set(kTo, *std::move(to));
         if (auto from = senderDictionary()) shown.set(kFrom, *std::move(from));
     } catch (const vexim::Exception&) {
-        // A received message may name no group or room for its sender. Logging it must not fail.
+        // A received message may have no group or room for its sender. Logging it must not fail.
     }
     return Object::description() + " " + shown.description();
 }

@@ -1,5 +1,5 @@
-// What messages have to do with files: the factories for images, audio and video, the upload before
-// a send, the download.
+// Files of messages: the factories for images, audio and video, the upload before a send, the
+// download.
 
 #include <utility>
 
@@ -47,8 +47,8 @@ std::shared_ptr<VXIMMessage> VXIMMessage::messageWithImage(const vexim::Image& i
         vexim::appendPathComponent(vexim::temporaryDirectory(), kStagingDirectory);
     if (vexim::FileManager::ensurePrivateDirectory(directory)) return nullptr;
 
-    // Named by its contents: the same image is the same file, however often and by how many it is
-    // staged.
+    // Named by its contents, so the same image always gets the same file, even from several
+    // processes.
     const std::string path = vexim::appendPathComponent(directory, digest + ".png");
     vexim::FileManager::writeAtomically(png, path);
     return vexim::FileManager::fileExists(path) ? messageWithImageFileAtPath(path) : nullptr;
@@ -104,7 +104,7 @@ void VXIMMessage::downloadAttachment(std::string path, VXIMProgress progress,
     }
     auto request = VXIMRequest::request();
     request->setPath(url);
-    // Whoever sent the message chose the URL: only the service itself gets to see a signature.
+    // The message's sender chose the URL, so sign only requests to the service itself.
     const auto composed = request->composeURLWithPath(url, nullptr);
     if (!composed || !isOfTheService(*composed)) request->setClientKey(std::nullopt);
     request->downloadToPath(std::move(path), std::move(progress), std::move(completion),

@@ -18,7 +18,7 @@ constinit const vexim::DynamicProperty<Value> kPid{&VXIMPassenger::staticClass, 
 
 bool isEmptyId(const Value& id) { return id.isNilOrNull() || id == ""; }
 
-/// The id in an answer that is a bare JSON string; nullopt for any other.
+/// The id in an answer that is only a JSON string; nullopt for any other answer.
 std::optional<std::string> quotedId(const Value& answer) {
     const auto text = answer.isData() ? textOf(*answer.asData()) : answer.asString();
     if (!text || text->size() < 2 || !text->starts_with('"') || !text->ends_with('"'))
@@ -57,8 +57,8 @@ void VXIMPassenger::createOrUpdatePassengerWithAttributes(Dictionary attributes,
             [attributes](const Value& result,
                          const ErrorPtr& error) -> std::shared_ptr<VXIMPassenger> {
                 if (error) return nullptr;
-                // Text may be no id, but an object or an array is no answer to a
-                // creation at all.
+                // A text may not be an id, but an object or an array is never a valid answer to a
+                // creation.
                 if (result.isDictionary() || result.isArray()) {
                     throw vexim::Exception(vexim::kInvalidArgumentException,
                                            "The passenger's id is no text.");
@@ -119,7 +119,7 @@ void VXIMPassenger::getHistoryMessagesWithUser(Value userId, double beforeTime, 
             const ErrorPtr& error) {
             for (const auto& message :
                  messages.value_or(std::vector<std::shared_ptr<VXIMMessage>>())) {
-                // Older records do not say who spoke: then it was a user.
+                // Older records do not say who wrote it; then it was a user.
                 const auto& sender = message->sender();
                 if (sender->type() == VXIMMessageTargetTypeUnknown)
                     sender->setType(VXIMMessageTargetTypeUser);

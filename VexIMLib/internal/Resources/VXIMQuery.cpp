@@ -12,7 +12,7 @@ using vexim::Value;
 
 namespace {
 
-/// Runs one search: each element of the list that comes back is made into a T.
+/// Runs one search and makes a T from each element of the answer.
 template <class T>
 void find(
     const char* path, Dictionary params,

@@ -77,8 +77,8 @@ void VXIMRoom::createWithName(Value name, std::optional<Array> members, VXIMRoom
         endingWith<std::shared_ptr<VXIMRoom>>(
             std::move(block), nullptr,
             [form](const Value& result, const vexim::ErrorPtr&) -> std::shared_ptr<VXIMRoom> {
-                // The new id is a bare string. Anything else is a
-                // failure, also without an error.
+                // The new id must be a plain string. Anything else is a failure, even without an
+                // error.
                 if (!result.isData()) return nullptr;
                 Dictionary record = form;
                 record.set("id", bareId(*result.asData()));
@@ -100,7 +100,7 @@ void VXIMRoom::updateName(Value name, VXIMBooleanCompletion block) {
         endingWith(
             std::move(block), false,
             [self = sharedAs<VXIMRoom>(), name](const Value& result, const vexim::ErrorPtr& error) {
-                // No error is not enough here: the service has to say that it did it.
+                // No error is not enough here: the service must say that it succeeded.
                 const bool succeeded = !error && result.get("success").boolValue();
                 if (succeeded) self->setName(name);
                 return succeeded;
@@ -116,7 +116,7 @@ void VXIMRoom::addMembers(Array userIds, VXIMBooleanCompletion block) {
 }
 
 void VXIMRoom::removeMembers(Array userIds, VXIMBooleanCompletion block) {
-    // The bare list, unlike a group's removal and a room's own addition: so the service wants it.
+    // The service wants the plain list here, unlike when removing from a group or adding to a room.
     VXIMHTTPRequest::deletePath(
         resourcePath("/members"), userIds,
         endingWithSuccess(std::move(block), [self = sharedAs<VXIMRoom>(), userIds](const Value&) {

@@ -21,7 +21,7 @@ constinit const vexim::DynamicProperty<bool> kOnline{&VXIMUser::staticClass, "on
 
 const char* detailSuffix(bool detail) { return detail ? "?detail" : ""; }
 
-/// The objects of a list answer: with detail each element is a record, without it a bare id.
+/// Makes the objects of a list. With detail each element is a record, otherwise an id.
 template <class Make>
 auto listOf(const Array& list, bool detail, const char* what, const Make& make) {
     return objectsFrom(list, what, [detail, &make](const Value& element) {
@@ -87,7 +87,7 @@ void VXIMUser::fetchWithCompletion(VXIMBooleanCompletion completion) {
             auto groups =
                 objectsFrom(requireArrayOrNil(result.get("groups"), "The user's groups"), "group",
                             [](const Value& id) { return VXIMGroup::groupWithId(id); });
-            // Rooms stay the bare ids that they are, unlike in every other list.
+            // Rooms stay plain ids here, unlike in the other lists.
             Array rooms = requireArrayOrNil(result.get("rooms"), "The user's rooms");
             self->friends_ = std::move(friends);
             self->groups_ = std::move(groups);

@@ -12,7 +12,7 @@ namespace {
 
 bool canBeMeant(const Value& value) noexcept { return value.isString() || value.isNumber(); }
 
-/// Spreads numbers, of which only the upper bits may differ.
+/// Mixes the bits, because some numbers differ only in their upper bits.
 std::size_t mix(std::uint64_t number) noexcept {
     return static_cast<std::size_t>((number * 0x9E3779B97F4A7C15) >> 32);
 }
@@ -28,7 +28,7 @@ std::size_t hashOfAddress(const void* address) noexcept {
     return mix(reinterpret_cast<std::uintptr_t>(address));
 }
 
-/// The bits of the kind's names that are `name`; an empty one is all of them.
+/// The bits for `name` among the kind's names; all bits if it is empty.
 std::uint8_t bitsOf(const EmbeddedObserver::Kind& kind, std::string_view name) noexcept {
     std::uint8_t bits = 0;
     for (std::size_t i = 0; i < kind.names.size(); ++i) {
@@ -123,7 +123,8 @@ std::vector<EmbeddedObservers::Listener> EmbeddedObservers::listeners(
             if (each->hash_ != hash || each->kind_ != kind || (each->silenced_ & name) != 0 ||
                 !(*each->value_ == value))
                 continue;
-            // Also where its destructor waits for the lock: then there is nothing to hold on to.
+            // The object may be waiting for the lock in its destructor. Then it cannot be kept
+            // alive.
             found.push_back({each->number_, each->object_->weak_from_this(), each, name});
         }
     }

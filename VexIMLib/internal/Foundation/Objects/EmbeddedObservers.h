@@ -12,30 +12,30 @@
 
 namespace vexim::detail {
 
-/// A notification centre's table of the observers that bring their own entries. To be called with
-/// the centre's lock.
+/// A notification centre's table of observers that contain their own entries. Call it with the
+/// centre's lock held.
 ///
-/// The newest wait in a chain of their own until they are searched for or are many: most live for
-/// one call of a delegate, and need no hashing at all.
+/// New observers stay in a separate chain until a search, or until there are many. Most live for
+/// one delegate call only and are never hashed.
 class EmbeddedObservers {
 public:
-    /// One that is to hear a notification, if it still lives by then.
+    /// An observer to call, if it is still alive then.
     struct Listener {
         std::uint64_t number;
         std::weak_ptr<Object> object;
         const EmbeddedObserver* observer;  // lies in the object
         std::uint8_t name;                 // the bit of the notification's name
 
-        /// Without the lock: calls it, unless it has gone or was removed.
+        /// Calls it, unless it is gone or was removed. Call this without the lock.
         void hear(const Notification& notification) const;
     };
 
     void add(EmbeddedObserver& observer, std::uint64_t number);
     void remove(EmbeddedObserver& observer) noexcept;
-    /// For an application that removes an observer: the one in the object at `identity`, if any,
-    /// hears that name no more, or when it is empty, nothing.
+    /// For an application that removes an observer: the one in the object at `identity` (if any) no
+    /// longer receives `name`, or nothing at all if `name` is empty.
     void silence(const void* identity, std::string_view name) noexcept;
-    /// Those that are to hear the notification, by number.
+    /// The observers to call for the notification, in order of their numbers.
     std::vector<Listener> listeners(const Notification& notification);
 
 private:
@@ -56,11 +56,11 @@ private:
         if (mine.next != nullptr) (mine.next->*link).at = mine.at;
     }
 
-    /// Buckets of chains: a power of two, and at least as many as there are entries.
+    /// Buckets of chains. Their number is a power of two and at least the number of entries.
     template <Link EmbeddedObserver::*link, auto hashOf>
     class Chains {
     public:
-        /// For so many more.
+        /// Makes room for so many more.
         void makeRoom(std::size_t count) {
             if (count_ + count <= heads_.size()) return;
             std::vector<EmbeddedObserver*> former(std::max(kMostNew, heads_.size() * 2));
@@ -82,7 +82,7 @@ private:
             take<link>(observer);
             --count_;
         }
-        /// The first of those whose hash may be this one.
+        /// The first entry that may have this hash.
         EmbeddedObserver* chain(std::size_t hash) const noexcept {
             return heads_.empty() ? nullptr : heads_[hash & (heads_.size() - 1)];
         }
@@ -92,7 +92,7 @@ private:
         std::size_t count_ = 0;
     };
 
-    /// Brings the newest into their places, for which there is room.
+    /// Moves the new entries into their buckets; there must be room.
     void settle() noexcept;
 
     static std::size_t valueHash(const EmbeddedObserver& observer) noexcept {

@@ -5,7 +5,7 @@
 namespace vexim {
 namespace {
 
-// Per thread: an operation asks on the thread that calls it.
+// One per thread, because an operation checks on the thread that calls it.
 thread_local FailureListener::Tell listening;
 
 }  // namespace

@@ -10,8 +10,8 @@ namespace {
 
 using Registrations = std::vector<std::shared_ptr<KeyValueObservers::Registration>>;
 
-// Moves those that `isGone` names into `removed`, whose owner destroys them once the lock is
-// released.
+// Moves the observers that match `isGone` into `removed`. The caller destroys them after it has
+// released the lock.
 template <class Predicate>
 void extract(Registrations& registrations, Registrations& removed, Predicate isGone) {
     auto kept = std::stable_partition(registrations.begin(), registrations.end(),

@@ -24,7 +24,7 @@ public:
 
     void add(const std::shared_ptr<void>& observer, std::string key, Object::ChangeHandler handler);
     void remove(const void* observer, std::string_view key);
-    /// Those registered for `key`, in order of registration.
+    /// The observers of `key`, in order of registration.
     std::vector<std::shared_ptr<Registration>> of(std::string_view key);
 
 private:

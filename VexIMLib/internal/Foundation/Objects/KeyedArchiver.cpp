@@ -12,7 +12,7 @@ namespace vexim::detail {
 
 namespace {
 
-// the platform's code for what cannot be read from a coder
+// the platform's code for a coder that cannot be read
 constexpr std::int64_t kCorruptArchive = 4864;
 constexpr const char* kClass = "class";
 constexpr const char* kValues = "values";

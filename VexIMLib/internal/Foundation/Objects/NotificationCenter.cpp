@@ -30,7 +30,7 @@ struct Registration {
 };
 
 using RegistrationPtr = std::shared_ptr<Registration>;
-/// In registration order, and cheap to remove from.
+/// In registration order. Removing is cheap.
 using Ordered = std::map<std::uint64_t, RegistrationPtr>;
 
 }  // namespace
@@ -57,7 +57,7 @@ struct NotificationCenter::Impl {
         named.emplace(number, std::move(registration));
     }
 
-    /// Takes it out of the lists by name, and marks it for posts that are under way.
+    /// Removes it from the lists by name, and marks it so that running posts skip it.
     void forget(const Registration& registration) VEXIM_REQUIRES(mutex) {
         if (registration.name.empty()) {
             anyName.erase(registration.number);
@@ -69,7 +69,7 @@ struct NotificationCenter::Impl {
         if (found->second.empty()) byName.erase(found);
     }
 
-    /// Moves those of one observer's registrations that `which` picks into `removed`.
+    /// Moves the registrations of one observer that match `which` into `removed`.
     template <class Which>
     void extract(Ordered& own, Which which, std::vector<RegistrationPtr>& removed)
         VEXIM_REQUIRES(mutex) {
@@ -86,8 +86,8 @@ struct NotificationCenter::Impl {
         }
     }
 
-    /// Removes the observer's registrations that `which` picks; their handlers are destroyed
-    /// without the lock.
+    /// Removes the observer's registrations that match `which`. Destroys their handlers without the
+    /// lock.
     template <class Which>
     void remove(const void* identity, Which which) {
         std::vector<RegistrationPtr> removed;
@@ -103,8 +103,8 @@ struct NotificationCenter::Impl {
         embedded.silence(identity, name);
     }
 
-    /// Drops what observers left behind that went without a word and are not posted to. Done
-    /// whenever the registrations have doubled, it costs each of them a constant.
+    /// Drops registrations whose observers were destroyed without removing them. It runs whenever
+    /// the number of registrations has doubled, so the cost per registration is constant.
     void sweep(std::vector<RegistrationPtr>& removed) VEXIM_REQUIRES(mutex) {
         for (auto next = byObserver.begin(); next != byObserver.end();) {
             extract(
@@ -115,9 +115,9 @@ struct NotificationCenter::Impl {
         nextSweep = std::max(kFirstSweep, count * 2);
     }
 
-    /// Those that are to hear the notification, each kind in order of registration.
+    /// The observers to call, each kind in order of registration.
     struct Listeners {
-        std::array<std::byte, 128> memory;  // enough for the few that there mostly are
+        std::array<std::byte, 128> memory;  // usually there are only a few
         std::pmr::monotonic_buffer_resource resource{memory.data(), memory.size()};
         std::pmr::vector<RegistrationPtr> registrations{&resource};
         std::vector<detail::EmbeddedObservers::Listener> embedded;
@@ -149,8 +149,8 @@ struct NotificationCenter::Impl {
         if (const auto observer = registration.observer.lock()) {
             if (registration.handler) registration.handler(notification);
         } else {
-            // Its owner went without a word. Its address may be another observer's by now, so only
-            // this one goes.
+            // Its owner was destroyed without removing it. Another observer may have the same
+            // address by now, so remove only this one.
             remove(registration.identity,
                    [&](const Registration& other) { return &other == &registration; });
         }
@@ -158,7 +158,7 @@ struct NotificationCenter::Impl {
 };
 
 NotificationCenter& NotificationCenter::defaultCenter() {
-    // observers of static life remove themselves at exit
+    // static observers remove themselves at exit
     static NotificationCenter& center = *new NotificationCenter;
     return center;
 }

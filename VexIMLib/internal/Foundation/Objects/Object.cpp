@@ -29,7 +29,7 @@ void Object::addObserver(const std::shared_ptr<void>& observer, std::string key,
     auto* observers = observers_.load(std::memory_order_acquire);
     if (!observers) {
         auto fresh = std::make_unique<detail::KeyValueObservers>();
-        // Another thread may be first; then its list is the one.
+        // If another thread was first, use its list.
         if (observers_.compare_exchange_strong(observers, fresh.get(), std::memory_order_acq_rel))
             observers = fresh.release();
     }
@@ -42,8 +42,8 @@ void Object::removeObserver(const void* observer, std::string_view key) {
 }
 
 void Object::willChangeValueForKey(std::string_view) {
-    // Observers hear of a change once it is made, with the new value only; the announcement asks
-    // nothing of the object.
+    // Observers are called after the change, with the new value only. So there is nothing to do
+    // before it.
 }
 
 void Object::didChangeValueForKey(std::string_view key) {
@@ -51,7 +51,7 @@ void Object::didChangeValueForKey(std::string_view key) {
     if (!observers) return;
     auto registrations = observers->of(key);
     if (registrations.empty()) return;
-    const auto self = weak_from_this().lock();  // a handler may let go of the last other reference
+    const auto self = weak_from_this().lock();  // a handler may release the last other reference
     const KeyValueChange change{std::string(key), valueForKey(key)};
     for (const auto& registration : registrations) {
         auto observer = registration->observer.lock();  // kept while it is called

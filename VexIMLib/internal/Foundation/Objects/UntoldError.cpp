@@ -5,7 +5,7 @@
 namespace vexim {
 namespace {
 
-// Per thread, so that asking from another one finds nothing and races with nobody.
+// One per thread, so that other threads find nothing and there is no race.
 thread_local ErrorPtr untold;
 
 }  // namespace

@@ -10,7 +10,7 @@ namespace vexim {
 
 namespace {
 
-/// Caches are kept by class name, so a name may stand for one class only.
+/// Caches use the class name as the key, so each name must belong to one class.
 void claimName(const std::string& name) {
     static constinit Mutex mutex;
     static auto& names = *new std::unordered_set<std::string>;
@@ -32,7 +32,7 @@ const Class& Class::declare(std::string name, const Class* superclass,
                             std::vector<InstanceVariableDeclaration> instanceVariables,
                             std::vector<Method> methods) {
     claimName(name);
-    // Never destroyed: objects and caches may use it until the process is gone.
+    // Never destroyed, because objects and caches may use it until the process ends.
     return *new Class(std::move(name), superclass, std::move(properties),
                       std::move(instanceVariables), std::move(methods));
 }

@@ -94,8 +94,8 @@ void Invocation::getReturnValue(void* location) const { copyOut(signature_.resul
 
 void Invocation::invoke() {
     if (const Method* method = target_.runtimeClass().method(selector_)) {
-        // A method reads its arguments as its own types say, so an invocation of other types would
-        // hand it wrong bytes.
+        // A method reads its arguments by its own types. An invocation with other types would pass
+        // it wrong bytes.
         if (!(*method->signature == signature_)) {
             throw Exception(
                 kInvalidArgumentException,

@@ -1,4 +1,4 @@
-// What the root class knows about messages sent by name.
+// How the root class sends messages by name.
 
 #include <cstddef>
 #include <cstdio>

@@ -7,8 +7,8 @@
 
 namespace vexim {
 
-// A frame is the result and the arguments after the selector, each at a multiple of 16 bytes, which
-// suits every type.
+// A frame holds the result and the arguments after the selector. Each is at a multiple of 16 bytes,
+// which is enough for every type.
 static constexpr std::size_t kFrameAlignment = 16;
 
 std::shared_ptr<const MethodSignature> MethodSignature::signatureWithObjCTypes(

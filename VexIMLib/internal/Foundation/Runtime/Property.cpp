@@ -27,7 +27,7 @@ struct Character {
     std::size_t size;  // in bytes
 };
 
-/// The first character of UTF-8 text; a broken sequence counts as one byte that has no upper case.
+/// The first character of UTF-8 text. An invalid sequence counts as one byte without an upper case.
 Character firstCharacter(std::string_view text) {
     const auto lead = static_cast<unsigned char>(text.front());
     const std::size_t size = detail::utf8SequenceLength(text);
@@ -46,8 +46,8 @@ std::string encodeUTF8(char32_t c) {
     return {static_cast<char>(0xF0 | (c >> 18)), tail(12), tail(6), tail(0)};
 }
 
-/// The text with its first character in upper case, as full case mapping has it: one letter may
-/// become two.
+/// The text with its first character in upper case, by full case mapping: one letter may become
+/// two.
 std::string capitalised(std::string_view text) {
     static const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
     const auto [codePoint, size] = firstCharacter(text);
@@ -55,7 +55,7 @@ std::string capitalised(std::string_view text) {
     if (codePoint >= U'a' && codePoint <= U'z')
         return static_cast<char>(codePoint - 0x20) + std::string(rest);
     if (codePoint < 0x80 || !unicode) return std::string(text);
-    // the one letter of western languages that grows
+    // the only western letter that becomes two
     if (codePoint == U'\u00DF') return "SS" + std::string(rest);
     return encodeUTF8(static_cast<char32_t>(towupper_l(static_cast<wint_t>(codePoint), unicode))) +
            std::string(rest);

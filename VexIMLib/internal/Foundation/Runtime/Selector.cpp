@@ -17,12 +17,12 @@ struct TextHash {
 
 struct SelectorTable {
     Mutex mutex;
-    // nodes: addresses stay
+    // nodes, so addresses never change
     std::unordered_set<std::string, TextHash, std::equal_to<>> texts VEXIM_GUARDED_BY(mutex);
 };
 
 SelectorTable& selectorTable() {
-    // never destroyed: static handles outlive any order of exit
+    // never destroyed, because static handles may be used at any time during exit
     static SelectorTable& table = *new SelectorTable;
     return table;
 }

@@ -14,7 +14,7 @@ namespace vexim {
 
 namespace {
 
-/// Reads types one after the other; what it has read is dropped from the front.
+/// Reads types one after the other, and removes them from the front of the text.
 class TypeReader {
 public:
     explicit TypeReader(std::string_view encoding) : whole_(encoding), rest_(encoding) {}
@@ -126,7 +126,7 @@ private:
     }
 
     std::size_t takeNumber() {
-        // no sane type is larger, and products stay far from overflow
+        // no real type is larger, and products cannot overflow
         constexpr std::size_t kMost = 1U << 20;
         std::size_t number = 0;
         while (!rest_.empty() && detail::isDigit(rest_.front())) {
@@ -162,7 +162,7 @@ bool store(T value, void* bytes) {
     return true;
 }
 
-/// Narrow integers wrap, as a C conversion does.
+/// Narrow integers wrap, like a C conversion.
 template <class T>
 bool storeInteger(const Value& number, void* bytes) {
     // nearly always

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-// The letters, digits and blanks of protocols, whatever the process's locale is.
+// ASCII letters, digits and blanks, independent of the process's locale.
 namespace vexim::detail {
 
 constexpr bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
@@ -29,7 +29,7 @@ inline bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept 
                       [](char x, char y) { return lowerCase(x) == lowerCase(y); });
 }
 
-/// Without the blanks and line ends around it.
+/// The text without blanks and line ends at either end.
 constexpr std::string_view trimmed(std::string_view text) noexcept {
     constexpr std::string_view kBlanks = " \t\r\n";
     const auto first = text.find_first_not_of(kBlanks);

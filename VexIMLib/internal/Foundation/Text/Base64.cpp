@@ -10,7 +10,7 @@
 namespace vexim {
 namespace {
 
-// OpenSSL counts in int, so longer texts go in pieces, each a whole number of groups.
+// OpenSSL uses int for lengths, so long texts are encoded in pieces of whole groups.
 constexpr std::size_t kPieceBytes = 3 << 20;
 constexpr std::size_t kPieceCharacters = 4 << 20;
 
@@ -31,7 +31,8 @@ std::string encodeBase64(std::string_view bytes) {
     std::string text((bytes.size() + 2) / 3 * 4, '\0');
     char* to = text.data();
     for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kPieceBytes))) {
-        // Writes a NUL behind each piece: over the next one, or over the string's own.
+        // OpenSSL writes a NUL after each piece. The next piece overwrites it, or it is the
+        // string's own.
         to += EVP_EncodeBlock(unsignedBytes(to), unsignedBytes(bytes.data()),
                               static_cast<int>(std::min(bytes.size(), kPieceBytes)));
     }

@@ -8,9 +8,9 @@
 
 namespace vexim::detail {
 
-/// `parseJSON` for texts of strangers: refuses more than `maxValues` values and keys together. A
-/// value takes 16 bytes at least, and two bytes of text make one. Exported for the test kit, as
-/// `isValidUTF8` is.
+/// `parseJSON` for untrusted text: refuses more than `maxValues` values and keys in all. Each value
+/// takes at least 16 bytes of memory but may need only two bytes of text. Exported for the test
+/// kit, like `isValidUTF8`.
 VEXIM_EXPORT JSONResult parseBoundedJSON(std::string_view text, JSONFragments fragments,
                                          std::size_t maxValues);
 

@@ -19,7 +19,7 @@ void appendNumber(Number number, std::string& text) {
     text.append(buffer, result.ptr);
 }
 
-// "{length = 5, bytes = 0x48656c6c6f}"; of long data the beginning only, so that a log line stays a
+// "{length = 5, bytes = 0x48656c6c6f}"; for long data only the beginning, so that it fits in a log
 // line.
 void appendData(const Data& data, std::string& text) {
     static constexpr char kDigits[] = "0123456789abcdef";

@@ -10,9 +10,9 @@
 #include "VexIMLib/internal/Foundation/Text/Real.h"
 #include "VexIMLib/internal/Foundation/Values/Stores.h"
 
-// Boost.JSON's streaming parser drives a builder that keeps finished values on one stack. A
-// container's members lie there side by side, keys before their values, just as its store wants
-// them, so closing one is a single copy of its bytes.
+// Boost.JSON's streaming parser calls a builder that keeps finished values on one stack. A
+// container's members are next to each other there, each key before its value, in the layout of its
+// storage. So closing a container is a single copy of bytes.
 
 namespace vexim {
 
@@ -20,7 +20,7 @@ namespace {
 
 namespace json = boost::json;
 
-/// The stack of finished values, as raw memory: values come and go by their bytes.
+/// The stack of finished values, as raw memory: values are moved by copying their bytes.
 class ValueStack {
 public:
     ValueStack() = default;
@@ -34,7 +34,7 @@ public:
         new (data() + size_) Value(std::forward<Arguments>(arguments)...);
         ++size_;
     }
-    /// The topmost `count` values, which the stack forgets: the caller has them now.
+    /// Removes the topmost `count` values; the caller owns them now.
     Value* release(std::size_t count) noexcept {
         size_ -= count;
         return data() + size_;
@@ -47,7 +47,7 @@ public:
     void clear() noexcept {
         while (size_ > 0) pop();
     }
-    /// Gives back what one unusually large text took.
+    /// Releases memory after an unusually large text.
     void trim() noexcept {
         if (capacity_ <= kKeptCapacity) return;
         block_.reset();
@@ -74,7 +74,7 @@ private:
     std::size_t capacity_ = 0;
 };
 
-/// What the parser calls, in the order of the text.
+/// The parser calls these, in the order of the text.
 struct Builder {
     static constexpr std::size_t max_object_size = static_cast<std::size_t>(-1);
     static constexpr std::size_t max_array_size = static_cast<std::size_t>(-1);
@@ -82,8 +82,9 @@ struct Builder {
     static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
 
     ValueStack stack;
-    std::size_t room = 0;  // for how many values more
-    std::string partial;   // the beginning of a text that comes in pieces, as one with escapes does
+    std::size_t room = 0;  // how many more values are allowed
+    std::string partial;   // the beginning of a string that comes in pieces, for example because it
+                           // has escapes
 
     bool on_document_begin(json::error_code&) { return true; }
     bool on_document_end(json::error_code&) { return true; }
@@ -123,7 +124,7 @@ struct Builder {
         return true;
     }
     bool on_double(double approximate, json::string_view text, json::error_code& error) {
-        // The parser's own conversion may miss the nearest double by a bit or two.
+        // The parser's own conversion is sometimes wrong in the last bit or two.
         double number = 0;
         auto result = readReal(text.data(), text.data() + text.size(), number);
         if (result.ec == std::errc::result_out_of_range) {
@@ -178,13 +179,13 @@ json::parse_options options() {
     return options;
 }
 
-/// One a thread: its stack's memory serves text after text.
+/// One per thread, so that its stack's memory is reused.
 class Reader {
 public:
     JSONResult read(std::string_view text, JSONFragments fragments, std::size_t maxValues) {
         auto& builder = parser_.handler();
         builder.room = maxValues;
-        // here too, because a text that exhausts the memory leaves by an exception
+        // here too, because running out of memory throws
         parser_.reset();
         builder.stack.clear();
         builder.partial.clear();
@@ -197,8 +198,8 @@ public:
 
 private:
     static constexpr std::size_t kKeptText = 64 * 1024;
-    // A message takes nearly four times its text; what takes more has the rest from the heap.
-    // Shorter texts have hardly a block.
+    // A message takes nearly four times its text in memory; the rest of a larger one comes from the
+    // heap. Shorter texts need hardly any blocks.
     static constexpr std::size_t kSlabBytesPerByte = 4;
     static constexpr std::size_t kLeastSlabText = 64;
     static constexpr std::size_t kMostSlabText = detail::Slab::kMostBytes / kSlabBytesPerByte;
@@ -231,7 +232,7 @@ private:
     json::basic_parser<Builder> parser_{options()};
 };
 
-// The code unit of the escape \uXXXX at `at`, or -1 when there is none.
+// The code unit of the escape \uXXXX at `at`, or -1 if there is none.
 int escapedUnit(std::string_view text, std::size_t at) noexcept {
     if (at + 6 > text.size() || text[at] != '\\' || text[at + 1] != 'u') return -1;
     int unit = 0;
@@ -246,14 +247,14 @@ int escapedUnit(std::string_view text, std::size_t at) noexcept {
 bool isLeading(int unit) noexcept { return unit >= 0xD800 && unit <= 0xDBFF; }
 bool isTrailing(int unit) noexcept { return unit >= 0xDC00 && unit <= 0xDFFF; }
 
-// The text with every escape of half a surrogate pair made one of U+FFFD; nothing moves, so offsets
-// stay true.
+// Replaces each escape of an unpaired surrogate by one of U+FFFD. The length does not change, so
+// offsets stay right.
 std::string withoutUnpairedSurrogates(std::string_view text) {
     std::string mended(text);
     for (std::size_t at = mended.find('\\'); at != std::string::npos; at = mended.find('\\', at)) {
         const int unit = escapedUnit(mended, at);
         if (unit < 0) {
-            at += 2;  // another escape, a second backslash above all
+            at += 2;  // another escape, usually a second backslash
         } else if (isLeading(unit) && isTrailing(escapedUnit(mended, at + 6))) {
             at += 12;
         } else {
@@ -278,8 +279,8 @@ JSONResult detail::parseBoundedJSON(std::string_view text, JSONFragments fragmen
     thread_local Reader reader;
     JSONResult result = reader.read(text, fragments, maxValues);
     if (!result.error || text.find("\\u") == std::string_view::npos) return result;
-    // The parser refuses half a surrogate pair. Clients that cut a text in the middle of an emoji
-    // send them, so read again.
+    // The parser refuses unpaired surrogates. Clients send them when they cut a text in the middle
+    // of an emoji, so replace them and try again.
     std::string mended = withoutUnpairedSurrogates(text);
     return mended == text ? result : reader.read(mended, fragments, maxValues);
 }

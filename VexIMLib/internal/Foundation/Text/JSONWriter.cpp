@@ -16,7 +16,7 @@ namespace vexim {
 
 namespace {
 
-/// Text that grows at its end. Whoever writes makes room first, then writes without further checks.
+/// Text that grows at its end. Reserve room first, then write without further checks.
 class Output {
 public:
     void begin() noexcept { end_ = block_.get(); }
@@ -31,7 +31,7 @@ public:
     char* end() noexcept { return end_; }
     void endAt(char* end) noexcept { end_ = end; }
     std::string_view text() const { return {block_.get(), size()}; }
-    /// Gives back what one unusually large text took.
+    /// Releases memory after an unusually large text.
     void trim() noexcept {
         if (static_cast<std::size_t>(limit_ - block_.get()) <= kKeptCapacity) return;
         block_.reset();
@@ -61,8 +61,8 @@ private:
 
 enum class Character : std::uint8_t { Plain, Escaped, Wide };
 
-// What to do with a byte of text: most stand as they are, some need an escape, the others begin a
-// sequence to be checked.
+// What to do with a byte of text: most are copied, some need an escape, the others begin a UTF-8
+// sequence that must be checked.
 constexpr std::array<Character, 256> kCharacters = [] {
     std::array<Character, 256> table{};
     for (std::size_t byte = 0; byte < 0x20; ++byte) table[byte] = Character::Escaped;
@@ -75,7 +75,7 @@ class Writer {
 public:
     explicit Writer(Output& out) : out_(out) {}
 
-    /// False at the first value that JSON cannot say; `problem` tells why.
+    /// False at the first value that JSON cannot express; `problem` says why.
     bool write(const Value& value, std::size_t depth) {
         switch (value.kind()) {
             case Value::Kind::Null: return writeWord("null");
@@ -121,7 +121,7 @@ private:
         out_.makeRoom(kNumberRoom);
         const char* begin = out_.end();
         writeNumber(number);
-        // 5.0 is written as such, not as 5: what we read back is then of the kind that was written.
+        // 5.0 is written as 5.0, not as 5, so that reading it gives the same kind again.
         const std::string_view digits(begin, static_cast<std::size_t>(out_.end() - begin));
         if (digits.find_first_of(".e") == std::string_view::npos) out_.put(".0");
         return true;
@@ -134,7 +134,7 @@ private:
         return writeRest(text, to);
     }
 
-    /// `before` stands before the key.
+    /// `before` is written before the key.
     bool writeKey(std::string_view key, char before) {
         out_.makeRoom(key.size() + kEscapeRoom + 4);
         char* to = out_.end();
@@ -145,7 +145,7 @@ private:
         return true;
     }
 
-    /// What comes behind a text's first quote, at `to`.
+    /// Writes a string at `to`, after its opening quote.
     bool writeRest(std::string_view text, char* to) {
         if (char* end = detail::copyPlain(text, to)) {
             *end++ = '"';
@@ -158,8 +158,8 @@ private:
         return true;
     }
 
-    // There is room for the text, one escape and two characters; each escape asks for the room of
-    // the next.
+    // There is room for the text, one escape and two characters. Each escape reserves room for the
+    // next one.
     bool writeMixed(std::string_view text) {
         while (!text.empty()) {
             std::size_t length = 1;
@@ -254,7 +254,7 @@ ErrorPtr appendJSON(std::string& text, const Value& value, JSONFragments fragmen
     if (fragments == JSONFragments::Refuse && !value.isArray() && !value.isDictionary()) {
         return failure("the top level is neither an array nor a dictionary");
     }
-    thread_local Output output;  // its memory serves text after text
+    thread_local Output output;  // its memory is reused
     output.begin();
     Writer writer(output);
     const bool written = writer.write(value, 0);

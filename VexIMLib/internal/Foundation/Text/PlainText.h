@@ -6,15 +6,15 @@
 
 namespace vexim::detail {
 
-// Eight bytes, each a plain character?
+// Whether all eight bytes are plain characters.
 inline bool isPlainWord(std::uint64_t word) noexcept {
     constexpr std::uint64_t kOnes = 0x0101010101010101;
     constexpr std::uint64_t kHighBits = 0x8080808080808080;
     const auto below = [](std::uint64_t bytes, std::uint64_t bound) {
         return (bytes - kOnes * bound) & ~bytes;
     };
-    // With this bit turned, the quote comes right above the control characters, and the two between
-    // them go higher.
+    // With this bit flipped, the quote is right above the control characters, and the two
+    // characters in between move up.
     const auto controlOrQuote = below(word ^ kOnes * 2, 0x21);
     const auto backslash = below(word ^ kOnes * '\\', 1);
     return ((word | controlOrQuote | backslash) & kHighBits) == 0;
@@ -27,9 +27,10 @@ Word load(const char* from) noexcept {
     return word;
 }
 
-/// Copies a text that stands in JSON as it is (ASCII without control characters, quotes and
-/// backslashes), word by word, and answers where the copy ends; nullptr at the first word that does
-/// not. The last bytes go together with some of those before, rather than one by one.
+/// Copies a text that needs no escapes in JSON (ASCII without control characters, quotes and
+/// backslashes), eight bytes at a time, and returns the end of the copy. Returns nullptr at the
+/// first other byte. The last bytes are copied together with some earlier ones instead of one by
+/// one.
 inline char* copyPlain(std::string_view text, char* to) noexcept {
     const char* at = text.data();
     const char* const end = at + text.size();

@@ -15,8 +15,8 @@
 
 namespace vexim {
 
-/// `std::from_chars` of a double. libc++ has none before its version 20; there strtod reads, and
-/// the text must be made of digits, points, signs and exponents alone.
+/// `std::from_chars` of a double. libc++ has it only from version 20 on. Before that we use strtod,
+/// so the text must have only digits, points, signs and exponents.
 inline std::from_chars_result readReal(const char* first, const char* last, double& number) {
 #ifdef __cpp_lib_to_chars
     return std::from_chars(first, last, number);
@@ -28,7 +28,7 @@ inline std::from_chars_result readReal(const char* first, const char* last, doub
     const double read = ::strtod_l(text.c_str(), &end, plain);
     const char* const stop = first + (end - text.c_str());
     if (stop == first || *first == '+') return {first, std::errc::invalid_argument};
-    // Of a subnormal number strtod complains, too.
+    // strtod also reports an error for subnormal numbers.
     if (errno == ERANGE && (std::isinf(read) || read == 0))
         return {stop, std::errc::result_out_of_range};
     number = read;

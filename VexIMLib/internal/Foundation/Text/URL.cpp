@@ -50,7 +50,7 @@ bool isEscape(std::string_view text, std::size_t at) noexcept {
     return at + 2 < text.size() && hexDigit(text[at + 1]) >= 0 && hexDigit(text[at + 2]) >= 0;
 }
 
-// Whether each character may stand in a URL at all.
+// Whether all characters are allowed in a URL.
 bool hasOnlyURLCharacters(std::string_view text) noexcept {
     bool inFragment = false;
     for (std::size_t at = 0; at < text.size(); ++at) {
@@ -73,7 +73,7 @@ std::size_t schemeLength(std::string_view text) noexcept {
     return at < text.size() && text[at] == ':' ? at : 0;
 }
 
-// Cuts `text` at the first character of `set` and answers what stood before it.
+// Cuts `text` at the first character of `set` and returns the part before it.
 std::string_view takeUntil(std::string_view& text, std::string_view set) noexcept {
     const auto head = text.substr(0, text.find_first_of(set));
     text.remove_prefix(head.size());
@@ -160,7 +160,7 @@ bool URL::readAuthority(std::string_view authority) {
     if (authority.empty()) return true;
     if (authority.front() != ':') return false;
     authority.remove_prefix(1);
-    if (authority.empty()) return true;  // "host:" states no port
+    if (authority.empty()) return true;  // "host:" has no port
     std::uint16_t port = 0;
     auto result = std::from_chars(authority.data(), authority.data() + authority.size(), port);
     if (result.ec != std::errc() || result.ptr != authority.data() + authority.size()) return false;
@@ -169,7 +169,7 @@ bool URL::readAuthority(std::string_view authority) {
 }
 
 URL URL::fileURLWithPath(std::string_view path) {
-    std::error_code ignored;  // without a working directory, or a path, no file is named
+    std::error_code ignored;  // no working directory, or an empty path
     const std::string whole = path.starts_with('/')
                                   ? std::string(path)
                                   : std::filesystem::absolute(path, ignored).string();

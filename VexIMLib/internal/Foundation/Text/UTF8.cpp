@@ -46,7 +46,7 @@ bool isValidUTF8(std::string_view text) noexcept {
     const char* at = text.data();
     const char* const end = at + text.size();
     while (at != end) {
-        // Most text is plain: eight characters at a time.
+        // Most text is ASCII: check eight characters at a time.
         while (end - at >= 8 && isASCII(at)) at += 8;
         if (at == end) return true;
         const auto length = utf8SequenceLength({at, static_cast<std::size_t>(end - at)});

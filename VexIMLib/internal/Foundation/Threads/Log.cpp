@@ -15,11 +15,11 @@ namespace {
 void writeToStandardError(LogLevel, std::string_view line) {
     std::string whole(line);
     whole += '\n';
-    // at once, so that lines of several threads do not mix
+    // in one write, so that lines of several threads do not mix
     std::fwrite(whole.data(), 1, whole.size(), stderr);
 }
 
-/// Who hears what.
+/// The sink and its level.
 struct Hearing {
     LogLevel least;
     LogSink sink;
@@ -32,7 +32,7 @@ detail::SharedSlot<Hearing>& slot() {
 }
 
 constexpr int kNobody = static_cast<int>(LogLevel::Error) + 1;
-/// The least level that a sink of the application's hears: the slot's, readable without a lock.
+/// The lowest level of the application's sink, readable without a lock.
 std::atomic<int> leastHeard{kNobody};
 
 thread_local bool isLogging = false;
@@ -55,7 +55,7 @@ void log(LogLevel level, std::string_view line) {
     if (!hearing || level < hearing->least || std::exchange(isLogging, true)) return;
     try {
         hearing->sink(level, line);
-    } catch (...) {  // a log must not change the course of what it tells of
+    } catch (...) {  // logging must not change what the program does
     }
     isLogging = false;
 }

@@ -17,7 +17,7 @@ namespace vexim {
 
 using SteadyClock = std::chrono::steady_clock;
 
-/// What the queue keeps, and how a turn goes.
+/// The queue's state, and how a turn works.
 struct MainQueue::Impl {
     // Never held while a queued function, a predicate or the wake function runs.
     Mutex mutex;
@@ -29,14 +29,14 @@ struct MainQueue::Impl {
     bool quitting VEXIM_GUARDED_BY(mutex) = false;
     int waiting VEXIM_GUARDED_BY(mutex) = 0;  // threads that wait for `changed`
     bool exiting VEXIM_GUARDED_BY(mutex) = false;
-    // what runs there now never comes back
+    // the thread no longer returns from what it runs
     bool exitingOnMainThread VEXIM_GUARDED_BY(mutex) = false;
-    // the host was told, and has not drained since
+    // the host was woken and has not drained since
     bool wakePending VEXIM_GUARDED_BY(mutex) = false;
 
     WakePipe pipe;
 
-    // held while the wake function runs, so that setWake returns only when the old one is at rest
+    // held while the wake function runs, so that setWake returns only when the old one has finished
     Mutex wakeMutex;
     Function wake VEXIM_GUARDED_BY(wakeMutex);
 
@@ -54,7 +54,7 @@ struct MainQueue::Impl {
         queue.push_back({nextNumber++, std::move(function), nullptr});
     }
 
-    /// Lines up the delayed functions whose time has come.
+    /// Moves delayed functions that are due into the queue.
     void lineUpDue(Clock::TimePoint now) VEXIM_REQUIRES(mutex) {
         while (!delayed.empty() && delayed.top().deadline <= now) {
             push(std::move(delayed.top().function));
@@ -73,7 +73,7 @@ struct MainQueue::Impl {
         --waiting;
     }
 
-    /// To be called without the mutex after something was added.
+    /// Call it without the mutex, after something was added.
     void tellWaiters(bool someoneWaits, bool tellHost) {
         if (someoneWaits) changed.notifyAll();
         if (!tellHost) return;
@@ -95,7 +95,7 @@ struct MainQueue::Impl {
         tellWaiters(someoneWaits, tellHost);
     }
 
-    /// The first in line.
+    /// Removes the first function of the queue.
     Queued takeFront() VEXIM_REQUIRES(mutex) {
         if (queue.front().step) return queue.front();
         Queued next = std::move(queue.front());
@@ -103,7 +103,7 @@ struct MainQueue::Impl {
         return next;
     }
 
-    /// The next one numbered below `end`, if any.
+    /// The next function with a number below `end`, if any.
     Queued take(std::uint64_t end) {
         MutexLock lock(mutex);
         if (queue.empty() || queue.front().number >= end) return {};
@@ -114,13 +114,14 @@ struct MainQueue::Impl {
         if (next.function) return next.function();
         if ((*next.step)()) return;
         MutexLock lock(mutex);
-        // A loop that ran inside it may have found it through.
+        // A nested loop may have finished this step.
         if (!queue.empty() && queue.front().number == next.number) queue.pop_front();
     }
 
-    /// Runs what is queued or due now, and answers how many that were; none begins after `until`.
+    /// Runs the functions that are queued or due now, and returns their number. None starts after
+    /// `until`.
     std::size_t runTurn(SteadyClock::time_point until, bool& isRestLeft) {
-        struct Turn {  // also when a function throws
+        struct Turn {  // even if a function throws
             Turn(Impl& owner, SteadyClock::time_point end)
                 : impl(owner),
                   outer(std::exchange(owner.turnEnd, end)) {}
@@ -152,7 +153,7 @@ struct MainQueue::Impl {
         return count;
     }
 
-    /// Answers whether something is left.
+    /// Returns whether something is left.
     bool tellRest() {
         bool isLeft = false;
         bool tellHost = false;

@@ -6,11 +6,11 @@
 
 #include "VexIMLib/Foundation/Clock.h"
 
-// What the main queue keeps: functions in line, and those that wait for their time.
+// The contents of the main queue: functions in line, and those that wait for their time.
 namespace vexim {
 
-/// A function in line, or a step, which stays there until it is through. The number orders it among
-/// all, so that a drain can tell what was there when it began.
+/// A function in the queue, or a step, which stays there until it is done. The numbers give the
+/// order, so that a drain knows what was there when it began.
 struct Queued {
     std::uint64_t number = 0;
     std::function<void()> function;

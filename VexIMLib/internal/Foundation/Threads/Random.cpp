@@ -24,7 +24,7 @@ public:
 private:
     void refill() VEXIM_REQUIRES(mutex_) {
         if (RAND_bytes(reinterpret_cast<unsigned char*>(words_.data()), sizeof(words_)) != 1) {
-            // the crypto library has no entropy source: ask the kernel itself
+            // the crypto library has no entropy source, so ask the kernel
             std::random_device device;
             for (auto& word : words_) word = device();
         }

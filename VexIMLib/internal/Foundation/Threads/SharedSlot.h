@@ -19,7 +19,7 @@ public:
         return value_;
     }
     void set(std::shared_ptr<T> value) {
-        // What was there dies outside the lock: its destructor may look here.
+        // Destroy the old value outside the lock, because its destructor may read this slot.
         MutexLock lock(mutex_);
         value_.swap(value);
     }

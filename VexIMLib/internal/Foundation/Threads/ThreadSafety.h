@@ -4,8 +4,8 @@
 #include <condition_variable>
 #include <mutex>
 
-// A mutex that clang's -Wthread-safety can check (libstdc++'s std::mutex carries no annotations),
-// and what waits on it.
+// A mutex that clang's -Wthread-safety can check (libstdc++'s std::mutex has no annotations), and a
+// condition variable for it.
 
 #if defined(__clang__)
 #define VEXIM_THREAD_ANNOTATION(x) __attribute__((x))
@@ -45,8 +45,8 @@ private:
     Mutex& mutex_;
 };
 
-/// Waits on a Mutex that the caller holds. (std::condition_variable_any could, too, but has a mutex
-/// of its own, on which who is woken waits again: two more system calls for each hop between
+/// Waits on a Mutex that the caller holds. (std::condition_variable_any has an internal mutex, on
+/// which a woken thread waits again. That costs two more system calls for each switch between
 /// threads.)
 class ConditionVariable {
 public:
@@ -54,7 +54,7 @@ public:
         Adopted lock(mutex.mutex_);
         condition_.wait(lock.held);
     }
-    /// False when it was over.
+    /// False if the time was over.
     bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point until)
         VEXIM_REQUIRES(mutex) {
         Adopted lock(mutex.mutex_);
@@ -64,7 +64,7 @@ public:
     void notifyAll() noexcept { condition_.notify_all(); }
 
 private:
-    /// Lends a held mutex to the wait and takes it back as it was.
+    /// Lends a locked mutex to the wait, and takes it back afterwards.
     struct Adopted {
         explicit Adopted(std::mutex& mutex) : held(mutex, std::adopt_lock) {}
         ~Adopted() { held.release(); }

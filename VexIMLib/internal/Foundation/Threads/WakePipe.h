@@ -10,11 +10,11 @@
 
 namespace vexim {
 
-/// What a polling host waits for: a pipe, which every system has, with a byte in it. Made once and
-/// kept for good.
+/// Wakes a polling host: a pipe, which every system has, with a byte in it. Made once and never
+/// closed.
 class WakePipe {
 public:
-    /// To be called with the queue's mutex; from then on `tell` writes.
+    /// Call it with the queue's mutex held. From then on `tell` writes.
     int open() {
         if (reading_ >= 0) return reading_;
         std::array<int, 2> ends{};
@@ -29,15 +29,14 @@ public:
         tell();  // the host drains once at its start
         return reading_;
     }
-    /// Any thread. A full pipe needs no further byte.
+    /// Any thread. A full pipe needs no other byte.
     void tell() noexcept {
         const int end = writing_;
         if (end < 0) return;
         while (::write(end, "", 1) < 0 && errno == EINTR) continue;
-        told_ = true;  // after the byte: whoever sees it finds one
+        told_ = true;  // set after the byte is written, so whoever sees it finds the byte
     }
-    /// To be called with the queue's mutex, so that no byte for what is queued later is taken
-    /// along.
+    /// Call it with the queue's mutex held, so that it removes no byte of functions queued later.
     void clear() noexcept {
         if (!told_.exchange(false)) return;
         std::array<char, 64> bytes;

@@ -48,7 +48,7 @@ void drop(ArrayRep* rep) noexcept {
     if (rep && rep->release()) bury(rep);
 }
 
-// The store as ours alone, with room for `count` elements; it replaces what `rep` points to.
+// Makes the storage ours alone, with room for `count` elements, and replaces what `rep` points to.
 ArrayRep& own(ArrayRep*& rep, std::size_t count) {
     if (rep && !rep->isShared() && rep->capacity >= count) return *rep;
     const std::size_t size = rep ? rep->size : 0;
@@ -58,7 +58,7 @@ ArrayRep& own(ArrayRep*& rep, std::size_t count) {
     if (rep) {
         if (rep->isShared()) {
             std::uninitialized_copy_n(rep->elements(), size, fresh->elements());
-        } else {  // values are moved as they lie
+        } else {  // moves values by copying their bytes
             std::memcpy(static_cast<void*>(fresh->elements()), rep->elements(),
                         size * sizeof(Value));
             rep->size = 0;
@@ -160,14 +160,15 @@ void Array::appendAll(const Array& others) {
 void Array::set(std::size_t index, Value element) {
     if (index >= size()) detail::throwRange(index, size());
     element = detail::checked(std::move(element));
-    // What was there goes last, when `element` dies: its destructor may look at this array.
+    // The old element is destroyed last, with `element`, because its destructor may look at this
+    // array.
     detail::own(rep_, size()).elements()[index].swap(element);
 }
 
 void Array::update(std::size_t index, const std::function<void(Value&)>& change) {
     if (index >= size()) detail::throwRange(index, size());
-    // The element leaves the array meanwhile, so that it has one owner, and a change that touches
-    // the array meets no half-written store.
+    // Take the element out meanwhile: then it has one owner, and a change that touches the array
+    // finds it intact.
     Value element = Value::null();
     detail::own(rep_, size()).elements()[index].swap(element);
     auto putBack = [&] {

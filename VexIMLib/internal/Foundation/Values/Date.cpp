@@ -8,7 +8,7 @@ namespace vexim {
 Date Date::now() { return Date(Clock::shared()->wallTime()); }
 
 std::chrono::system_clock::time_point Date::timePoint() const noexcept {
-    // Whole microseconds fit the clock's range only so far; beyond it the nearest end stands.
+    // The clock has a limited range; outside it, return its nearest end.
     using Micros = std::chrono::microseconds;
     constexpr auto kMost =
         std::chrono::duration_cast<Micros>(std::chrono::system_clock::duration::max()).count();

@@ -53,8 +53,8 @@ struct KeyWords {
 
 }  // namespace
 
-/// The sixteen bytes of a short string's value. They are put together in registers: a value just
-/// made in memory, byte by byte, would hold up the comparison until its stores are through.
+/// The sixteen bytes of a short string's value, put together in registers. If they were written to
+/// memory byte by byte, the comparison would wait for these writes.
 static KeyWords shortKey(std::string_view text) noexcept {
     if constexpr (std::endian::native != std::endian::little) {
         const Value value(text);
@@ -67,7 +67,7 @@ static KeyWords shortKey(std::string_view text) noexcept {
     if (size >= 8) {
         low = load<std::uint64_t>(bytes);
         if (size > 8) high = load<std::uint64_t>(bytes + size - 8) >> (8 * (16 - size));
-    } else if (size >= 4) {  // the two halves overlap, where they agree
+    } else if (size >= 4) {  // the two halves overlap with equal bytes
         low = load<std::uint32_t>(bytes) |
               (std::uint64_t{load<std::uint32_t>(bytes + size - 4)} << (8 * (size - 4)));
     } else {
@@ -89,7 +89,7 @@ DictionaryItem* DictionaryRep::find(std::string_view key) noexcept {
         }
         return nullptr;
     }
-    // A short key lies within its value: sixteen bytes tell.
+    // A short key is stored in its value, so compare sixteen bytes.
     const KeyWords wanted = shortKey(key);
     for (auto *item = items(), *end = item + size; item != end; ++item) {
         if (load<KeyWords>(&item->key) == wanted) return item;
@@ -141,14 +141,14 @@ DictionaryRep* DictionaryRep::adopt(Value* keysAndValues, std::size_t count) {
     auto* rep = make(count);
     std::memcpy(static_cast<void*>(rep->items()), keysAndValues, count * sizeof(DictionaryItem));
     auto* items = rep->items();
-    // Each item joins after those before it were searched for its key.
+    // Add each item only after searching the earlier ones for its key.
     for (std::size_t i = 0; i < count; ++i) {
         if (auto* first = rep->findKey(items[i].key)) {
             first->value = std::move(items[i].value);
             items[i].~DictionaryItem();
             continue;
         }
-        if (i != rep->size) {  // an earlier one was a repetition: close the gap
+        if (i != rep->size) {  // an earlier key was repeated: close the gap
             std::memcpy(static_cast<void*>(items + rep->size), items + i, sizeof(DictionaryItem));
         }
         ++rep->size;
@@ -167,7 +167,7 @@ void drop(DictionaryRep* rep) noexcept {
     if (rep && rep->release()) bury(rep);
 }
 
-// The store as ours alone, with room for `count` entries; it replaces what `rep` points to.
+// Makes the storage ours alone, with room for `count` entries, and replaces what `rep` points to.
 DictionaryRep& own(DictionaryRep*& rep, std::size_t count) {
     if (rep && !rep->isShared() && rep->capacity >= count) return *rep;
     const std::size_t size = rep ? rep->size : 0;
@@ -183,7 +183,7 @@ DictionaryRep& own(DictionaryRep*& rep, std::size_t count) {
                 throw;
             }
             std::uninitialized_copy_n(rep->items(), size, fresh->items());
-        } else {  // values are moved as they lie
+        } else {  // moves values by copying their bytes
             std::memcpy(static_cast<void*>(fresh->items()), rep->items(),
                         size * sizeof(DictionaryItem));
             fresh->index = std::move(rep->index);
@@ -283,11 +283,12 @@ void Dictionary::set(std::string_view key, Value value) {
     if (auto* item = rep_ ? rep_->find(key) : nullptr) {
         const auto position = item - rep_->items();
         if (rep_->isShared()) item = detail::own(rep_, size()).items() + position;
-        // What was there goes last, when `value` dies: its destructor may look at this dictionary.
+        // The old value is destroyed last, with `value`, because its destructor may look at this
+        // dictionary.
         item->value.swap(value);
         return;
     }
-    Value ownKey(key);  // before the store moves: `key` may lie in it
+    Value ownKey(key);  // before the storage moves, because `key` may be in it
     detail::own(rep_, size() + 1).append(std::move(ownKey), std::move(value));
 }
 
@@ -300,8 +301,8 @@ void Dictionary::setOrRemove(std::string_view key, Value value) {
 }
 
 void Dictionary::update(std::string_view key, const std::function<void(Value&)>& change) {
-    const std::string name(key);  // `key` may lie in the store, which `change` may replace
-    // The value leaves the dictionary meanwhile, so that it has one owner; null keeps its place.
+    const std::string name(key);  // `key` may be in the storage, which `change` may replace
+    // Take the value out meanwhile, so that it has one owner; null keeps its place.
     Value value;
     if (contains(name)) {
         value = Value::null();

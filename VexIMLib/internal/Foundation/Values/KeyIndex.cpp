@@ -9,8 +9,8 @@ namespace vexim::detail {
 
 namespace {
 
-// SipHash-1-3 (Aumasson and Bernstein), keyed once a process: whoever chooses keys cannot make them
-// collide.
+// SipHash-1-3 (Aumasson and Bernstein), with a random key per process, so that chosen dictionary
+// keys cannot collide.
 struct HashKey {
     std::uint64_t first;
     std::uint64_t second;
@@ -83,8 +83,8 @@ void KeyIndex::insert(const DictionaryItem* items, std::size_t position) {
 }
 
 void KeyIndex::remove(std::size_t position) noexcept {
-    // Every position behind it changes anyway, so all slots are visited. The hole that the entry
-    // leaves is closed by moving back what probing had pushed past it.
+    // All later positions change anyway, so visit all slots. Close the hole that the entry leaves
+    // by moving back the entries that probing pushed past it.
     const auto gone = static_cast<std::uint32_t>(position + 1);
     const std::size_t mask = slots_.size() - 1;
     std::size_t hole = 0;

@@ -4,8 +4,8 @@
 
 namespace vexim::detail {
 
-/// What a reference to "nothing there" refers to. Made before any code runs; destroying a nil does
-/// nothing.
+/// The nil that references to missing values refer to. Initialised before any code runs, and
+/// destroying it does nothing.
 extern const Value kNil;
 
 }  // namespace vexim::detail

@@ -32,8 +32,8 @@ bool readWhole(std::string_view text, auto& number) noexcept {
     return result.ec == std::errc() && result.ptr == end;
 }
 
-// The number that a text states, blanks around it aside; nil when it states none. Names for
-// infinity and NaN are no numbers.
+// The number in a text, ignoring blanks around it; nil if it is not a number. Infinity and NaN do
+// not count.
 Value numberOf(std::string_view text) noexcept {
     while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
     while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
@@ -48,7 +48,7 @@ Value numberOf(std::string_view text) noexcept {
     return {};
 }
 
-/// `convert` of the number that `value` holds, a boolean being 1 or 0; nullopt when it holds none.
+/// Applies `convert` to the number in `value` (a boolean is 1 or 0); nullopt if there is none.
 template <class Result, class Convert>
 std::optional<Result> convertNumber(const Value& value, Convert convert) noexcept {
     switch (value.kind()) {
@@ -83,7 +83,7 @@ std::int64_t truncateToInt64(double value) noexcept {
 }
 
 std::optional<bool> strictBool(const Value& value) noexcept {
-    // an integer loses digits on the way, but is not 0 all the same
+    // a large integer loses digits in a double but never becomes 0
     const auto number = strictDouble(value);
     if (!number) return std::nullopt;
     return *number < 0 || *number > 0;  // and so NaN is false

@@ -8,7 +8,7 @@ namespace vexim::detail {
 
 namespace {
 
-// Into which this thread's blocks go.
+// The slab for this thread's blocks.
 thread_local constinit Slab* openSlab = nullptr;
 
 }  // namespace
@@ -34,7 +34,7 @@ Block Block::take(std::size_t bytes) {
     const std::size_t rounded = (bytes + kAlignment - 1) / kAlignment * kAlignment;
     if (slab == nullptr || rounded > slab->size_ - slab->used_) return {::operator new(bytes), 0};
     const std::size_t offset = std::exchange(slab->used_, slab->used_ + rounded);
-    // Nobody else has a block of it before the scope ends.
+    // No other thread has a block of it before the scope ends.
     slab->owners_.store(slab->owners_.load(std::memory_order_relaxed) + 1,
                         std::memory_order_relaxed);
     return {reinterpret_cast<std::byte*>(slab) + offset, static_cast<std::uint16_t>(offset)};
@@ -60,7 +60,8 @@ void StringRep::destroy(StringRep* rep) noexcept {
 
 namespace {
 
-// Stores that this thread has still to destroy. Plain words: they work until the thread's very end.
+// Storage that this thread still has to destroy. Plain data, so that it works until the very end of
+// the thread.
 struct Burials {
     ContainerRep* pending = nullptr;
     bool underWay = false;
@@ -79,7 +80,7 @@ void destroy(ContainerRep* rep) noexcept {
 
 void bury(ContainerRep* rep) noexcept {
     auto& mine = burials;
-    if (mine.underWay) {  // we are inside another store's destruction, which sees to this one next
+    if (mine.underWay) {  // another destruction is running and handles this one next
         rep->nextDead = std::exchange(mine.pending, rep);
         return;
     }

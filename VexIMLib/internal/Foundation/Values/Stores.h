@@ -13,20 +13,20 @@
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Value.h"
 
-// The blocks behind the values, for Foundation's own sources: one allocation each, the contents
-// right behind the head, which is as strictly aligned as they are (a 32-bit pointer is less).
-// Every block begins with its `Counted`, so a Value counts without knowing the kind.
+// The memory blocks of values, for Foundation's own sources. Each is one allocation, with the
+// contents right after the header, which has the alignment that they need (more than a 32-bit
+// pointer's). Every block begins with its `Counted`, so a Value can count references without
+// knowing the kind.
 
 namespace vexim::detail {
 
-/// What the texts and containers of one short JSON text lie in together, since they are made and
-/// mostly go together: one piece of memory in place of many, which are dear where one thread takes
-/// them and another gives them back. It goes with the last of its blocks, so who keeps a part of
-/// the text keeps the memory of the whole.
+/// A slab: one piece of memory for all strings and containers of a short JSON text, which are
+/// mostly made and destroyed together. Many small blocks are expensive if one thread allocates them
+/// and another frees them. The slab is freed with its last block, so keeping a part of the text
+/// keeps all its memory.
 class alignas(Value) Slab {
 public:
-    /// While it lives, the blocks that this thread makes lie in a slab of `bytes`, as far as these
-    /// reach.
+    /// While it lives, this thread's blocks are made in a slab of `bytes`, until it is full.
     class Scope {
     public:
         explicit Scope(std::size_t bytes);
@@ -46,10 +46,10 @@ private:
     std::size_t used_ = sizeof(Slab);
 };
 
-/// Memory of a store: one of the heap's own, or a part of a slab.
+/// Memory for a block: from the heap or from a slab.
 struct Block {
     void* at;
-    std::uint16_t offset;  // from the slab's begin; 0 of one that is the heap's
+    std::uint16_t offset;  // offset in the slab; 0 if from the heap
 
     static Block take(std::size_t bytes);
     void giveBack() const noexcept;
@@ -74,7 +74,7 @@ struct StringRep : Counted {
 struct DataRep : Counted {
     template <class Bytes>
     explicit DataRep(Bytes owned) : bytes(std::move(owned)) {}
-    // as it was given, so that taking a buffer over copies nothing
+    // kept as given, so that taking over a buffer copies nothing
     std::variant<std::string, std::vector<std::uint8_t>> bytes;
 };
 
@@ -83,7 +83,7 @@ struct ObjectRep : Counted {
     std::shared_ptr<Object> object;
 };
 
-/// An array's or dictionary's store. The last owner hands it to `bury`.
+/// The storage of an array or a dictionary. The last owner passes it to `bury`.
 struct ContainerRep : Counted {
     ContainerRep(bool dictionary, std::uint16_t blockOffset) noexcept
         : isDictionary(dictionary),
@@ -93,11 +93,11 @@ struct ContainerRep : Counted {
     const std::uint16_t offset;  // the block's
 };
 
-/// Destroys a store that nobody owns any more, in place of recursion: a list nested a million deep
-/// must not exhaust the stack.
+/// Destroys storage that has no owner any more, without recursion: a list nested a million levels
+/// deep must not exhaust the stack.
 void bury(ContainerRep* rep) noexcept;
-/// Runs `destroy` outside of any burial under way, so that an application's destructor sees its own
-/// values go at once.
+/// Runs `destroy` apart from a destruction that is running, so that values in an application's
+/// destructor are destroyed at once.
 void releaseObject(ObjectRep* rep) noexcept;
 
 struct alignas(Value) ArrayRep : ContainerRep {
@@ -108,8 +108,8 @@ struct alignas(Value) ArrayRep : ContainerRep {
     std::size_t capacity;
 
     static ArrayRep* make(std::size_t capacity);
-    /// Takes the `count` values at `values` over as they lie; what is left there counts as raw
-    /// memory.
+    /// Takes over the `count` values at `values` by copying their bytes. The old place is raw
+    /// memory afterwards.
     static ArrayRep* adopt(Value* values, std::size_t count);
     static Array wrap(ArrayRep* rep) noexcept;
     /// The store of an array; nullptr when it is empty.
@@ -126,25 +126,24 @@ struct DictionaryItem {
     std::string_view name() const noexcept { return key.textView(); }
 };
 
-/// Keyed once a process, so that whoever chooses the texts cannot make them collide.
+/// With a random key per process, so that chosen texts cannot collide.
 std::uint32_t hashOfKey(std::string_view text) noexcept;
 
-/// Finds items by key once there are many: open addressing, at most half full, seeded against
-/// chosen collisions.
+/// Finds items by key when there are many. Open addressing, at most half full, with a random seed.
 class KeyIndex {
 public:
     KeyIndex(const DictionaryItem* items, std::size_t count);
     /// The position of `key`, or `none`.
     std::size_t find(const DictionaryItem* items, std::string_view key) const noexcept;
     void insert(const DictionaryItem* items, std::size_t position);
-    /// Forgets `position`; those behind it move up by one.
+    /// Removes `position`; later positions move up by one.
     void remove(std::size_t position) noexcept;
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
 
 private:
     struct Slot {
         std::uint32_t hash = 0;
-        std::uint32_t position = 0;  // plus one; 0 is a free slot
+        std::uint32_t position = 0;  // position plus one; 0 is a free slot
     };
     void place(std::uint32_t hash, std::size_t position) noexcept;
     std::vector<Slot> slots_;
@@ -163,8 +162,8 @@ struct alignas(Value) DictionaryRep : ContainerRep {
     static constexpr std::size_t kIndexedSize = 16;
 
     static DictionaryRep* make(std::size_t capacity);
-    /// Takes `count` keys, each followed by its value, over as they lie. Of a repeated key the last
-    /// value stays, in the first place.
+    /// Takes over `count` keys, each followed by its value, by copying their bytes. If a key is
+    /// repeated, the last value is kept, at the first place.
     static DictionaryRep* adopt(Value* keysAndValues, std::size_t count);
     static Dictionary wrap(DictionaryRep* rep) noexcept;
     /// The store of a dictionary; nullptr when it is empty.
@@ -180,7 +179,7 @@ struct alignas(Value) DictionaryRep : ContainerRep {
     DictionaryItem* find(std::string_view key) noexcept;
     /// The same for a key that is a value already.
     DictionaryItem* findKey(const Value& key) noexcept;
-    /// Appends; there must be room, and no item of that key.
+    /// Appends an item. There must be room, and no item with this key.
     void append(Value key, Value value);
     void remove(DictionaryItem* item) noexcept;
 };

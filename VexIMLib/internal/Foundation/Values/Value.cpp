@@ -22,7 +22,8 @@ static_assert(sizeof(Array) == sizeof(void*) && sizeof(Dictionary) == sizeof(voi
                   sizeof(Data) == sizeof(void*),
               "a container lies in a value's word");
 
-/// Copies 14 bytes at most, by words that may overlap: a call of memcpy costs more than the copy.
+/// Copies at most 14 bytes, in words that may overlap. Calling memcpy would cost more than the
+/// copy.
 static void copyShort(unsigned char* to, std::string_view text) noexcept {
     const char* const from = text.data();
     const std::size_t size = text.size();
@@ -157,13 +158,12 @@ std::string Value::description() const {
 
 namespace {
 
-// NaN equals itself here, so that a value always equals its copy, whether the copy shares the store
-// or not.
+// NaN equals itself here, so that a value always equals its copy, even if they share no storage.
 bool sameReal(double a, double b) noexcept { return a == b || (a != a && b != b); }
 
 using Pair = std::pair<const Value*, const Value*>;
 
-// Compares one level; containers that must be looked into go onto `pending`.
+// Compares one level. Containers that must be compared further go onto `pending`.
 bool sameLevel(const Value& a, const Value& b, std::vector<Pair>& pending) {
     if (a.kind() != b.kind()) return false;
     switch (a.kind()) {

@@ -18,7 +18,7 @@ struct Slot {
 };
 
 Slot& slot() {
-    // never destroyed: threads may ask while the process exits
+    // never destroyed, because threads may read it while the process exits
     static auto* const instance = new Slot;
     return *instance;
 }

@@ -5,9 +5,9 @@
 
 namespace vexim {
 
-/// Facts about the device and the application's bundle, which a phone's platform would know. Set
-/// them at start-up; thread-safe. What was not set is nil, except for the system version, which is
-/// then the running system's.
+/// Facts about the device and the application's bundle, which a phone's platform would provide. Set
+/// them at start-up. Thread-safe. A fact that was not set is nil; the system version is then the
+/// running system's.
 struct DeviceInfo {
     std::optional<std::string> bundleIdentifier;
     std::optional<std::string> bundleVersion;  ///< "CFBundleVersion"

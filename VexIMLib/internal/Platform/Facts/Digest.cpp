@@ -7,7 +7,7 @@
 namespace vexim {
 
 std::string md5Hex(std::string_view bytes) {
-    // Fetched once and kept for good: looking the algorithm up costs more than a short digest.
+    // Fetched once and kept: looking up the algorithm costs more than a short digest.
     static EVP_MD* const md5 = EVP_MD_fetch(nullptr, "MD5", nullptr);
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest;
     unsigned int size = 0;

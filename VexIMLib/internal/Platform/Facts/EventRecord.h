@@ -10,11 +10,11 @@
 
 namespace vexim {
 
-/// The last things that happened to a client, or to the process's requests. Each is a line of the
-/// log, too, at `Info`. Any thread.
+/// The latest events of a client, or of the process's REST requests. Each is also logged, at
+/// `Info`. Any thread.
 ///
-/// What goes in can be shown to anybody: words of our own, numbers, host names. Never text of the
-/// application's or of a peer's.
+/// Anybody may see the contents: only our own words, numbers and host names. Never add text of the
+/// application or of a server.
 class EventRecord {
 public:
     explicit EventRecord(std::size_t most = 128) : most_(most) {}
@@ -23,7 +23,7 @@ public:
     /// The oldest first.
     std::vector<VXIMDiagnosisEvent> events() const;
 
-    /// Of REST requests, which belong to no client. Never destroyed.
+    /// The record of REST requests, which belong to no client. Never destroyed.
     static EventRecord& ofRequests();
 
 private:

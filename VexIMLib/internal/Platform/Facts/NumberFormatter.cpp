@@ -15,7 +15,7 @@
 namespace vexim {
 namespace {
 
-/// Takes the leading digits off `text` and appends them to `digits`.
+/// Moves the leading digits of `text` to the end of `digits`.
 std::size_t takeDigits(std::string_view& text, std::string& digits) {
     std::size_t count = 0;
     while (count < text.size() && detail::isDigit(text[count])) ++count;
@@ -35,7 +35,7 @@ bool takeSign(std::string_view& text, std::string& digits) {
 
 Value numberFromString(std::string_view text) {
     text = detail::trimmed(text);
-    std::string plain;  // what from_chars reads: no grouping, no '+'
+    std::string plain;  // the form for from_chars: no grouping, no '+'
     takeSign(text, plain);
     std::size_t whole = takeDigits(text, plain);
     if (whole > 0 && whole <= 3) {

@@ -6,9 +6,9 @@
 
 namespace vexim {
 
-/// The number that a formatter of the decimal style reads from the whole of `text`: an integer
-/// where it is one in 64 bits, else a real. A point separates decimals, commas may group whole
-/// digits in threes; blanks around it are passed over. nil when the text is no number.
+/// Reads the whole `text` as a number, like a formatter of the decimal style: an integer if it fits
+/// in 64 bits, otherwise a real. A point separates decimals, and commas may group the digits before
+/// it in threes. Blanks around it are ignored. nil if the text is not a number.
 Value numberFromString(std::string_view text);
 
 }  // namespace vexim

@@ -48,8 +48,8 @@ std::string_view urlErrorDescription(std::int64_t code) noexcept {
 }
 
 std::string failingURLText(const URL& url, FailingQuery query) {
-    // An attachment's address that is no URL of ours is taken for a path: then one may stand inside
-    // it, credentials and all.
+    // An attachment's address that is not a full URL is used as a path. So a path may contain a URL
+    // with credentials.
     const bool isNested = url.encodedPath().find('@') != std::string::npos;
     const bool keepsQuery = query == FailingQuery::Kept && !isNested;
     if (!isNested && !url.user() && !url.password() && (keepsQuery || !url.query()))
@@ -94,10 +94,10 @@ std::int64_t urlErrorCodeForTransferResult(int result) noexcept {
         case CURLE_SEND_FAIL_REWIND: return URLErrorRequestBodyStreamExhausted;
         case CURLE_BAD_CONTENT_ENCODING: return URLErrorCannotDecodeContentData;
         case CURLE_WEIRD_SERVER_REPLY:
-        // schemes are checked before: this is an answer that is no HTTP
+        // schemes are checked before, so this is an answer that is not HTTP
         case CURLE_UNSUPPORTED_PROTOCOL:
         case CURLE_PROXY: return URLErrorCannotParseResponse;
-        // Cut short, cut off or reset: the peer went away in the middle.
+        // Incomplete or reset: the server closed the connection in the middle.
         case CURLE_GOT_NOTHING:
         case CURLE_PARTIAL_FILE:
         case CURLE_SEND_ERROR:

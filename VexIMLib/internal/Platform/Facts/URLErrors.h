@@ -16,20 +16,21 @@ std::string_view urlErrorDescription(std::int64_t code) noexcept;
 
 enum class FailingQuery { Redacted, Kept };
 
-/// A URL as errors name it: without what may hold credentials (user and password, a path with a URL
-/// in it, and the query unless it is to be kept).
+/// A URL for use in errors, without anything that may contain credentials: user and password, a
+/// path that contains a URL, and (unless kept) the query.
 std::string failingURLText(const URL& url, FailingQuery query = FailingQuery::Redacted);
 
-/// An error in NSURLErrorDomain with its published description and, when given, the failing URL and
-/// a technical `detail` under "NSDebugDescription".
+/// Makes an error in NSURLErrorDomain with its published description, the failing URL (if given),
+/// and a technical `detail` (if given) under "NSDebugDescription".
 ErrorPtr makeURLError(std::int64_t code, const std::optional<URL>& url = std::nullopt,
                       std::string_view detail = {});
 
-/// The same for what TLS found, with `words` as its description: the live connection says the same.
+/// The same for a TLS failure, with `words` as the description. The live connection uses the same
+/// words.
 ErrorPtr makeTrustError(std::int64_t code, const std::optional<URL>& url, std::string_view words);
 
-/// The URL loading code for a result of the transfer library (a CURLcode). What a trust decides has
-/// its code from there.
+/// The URL loading code for a result of libcurl (a CURLcode). Codes for refused certificates come
+/// from the trust.
 std::int64_t urlErrorCodeForTransferResult(int result) noexcept;
 
 }  // namespace vexim

@@ -14,7 +14,8 @@ class Pipe {
 public:
     explicit Pipe(std::size_t capacity) : ring_(std::max<std::size_t>(capacity, 1)) {}
 
-    /// Waits for bytes: how many came, 0 once the writer has closed and the ring is empty.
+    /// Waits for bytes and returns how many came; 0 once the writer has closed and the ring is
+    /// empty.
     std::size_t read(std::uint8_t* buffer, std::size_t maxLength) {
         const MutexLock lock(mutex_);
         while (count_ == 0 && !writerClosed_ && !readerClosed_) changed_.wait(mutex_);
@@ -26,7 +27,7 @@ public:
         return count;
     }
 
-    /// Waits for space: how many were taken, 0 once the reader has closed.
+    /// Waits for space and returns how many bytes were taken; 0 once the reader has closed.
     std::size_t write(const std::uint8_t* bytes, std::size_t length) {
         const MutexLock lock(mutex_);
         while (count_ == ring_.size() && !readerClosed_) changed_.wait(mutex_);
@@ -62,7 +63,7 @@ private:
     std::vector<std::uint8_t> ring_ VEXIM_GUARDED_BY(mutex_);
     std::size_t first_ VEXIM_GUARDED_BY(mutex_) = 0;
     std::size_t count_ VEXIM_GUARDED_BY(mutex_) = 0;
-    bool readerClosed_ = false;  // guarded by mutex_, as is the next; named by `close`
+    bool readerClosed_ = false;  // guarded by mutex_, like the next; set by `close`
     bool writerClosed_ = false;
 };
 

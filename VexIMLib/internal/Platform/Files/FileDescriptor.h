@@ -9,7 +9,7 @@
 
 namespace vexim {
 
-/// Owns an open file.
+/// Owns an open file descriptor.
 class FileDescriptor {
 public:
     FileDescriptor() = default;
@@ -24,21 +24,22 @@ public:
 
     explicit operator bool() const noexcept { return descriptor_ >= 0; }
     int get() const noexcept { return descriptor_; }
-    /// False, with errno set, when the system reports a late failure to write. Closed in any case.
+    /// Closes the file. Returns false, with errno set, if the system reports a late write error.
+    /// The file is closed in any case.
     bool close() noexcept {
         const int descriptor = std::exchange(descriptor_, -1);
         return descriptor < 0 || ::close(descriptor) == 0;
     }
 
-    // As the system's calls, but not ended by signals.
+    // Like the system calls, but not interrupted by signals.
     ssize_t read(void* buffer, std::size_t size) const noexcept {
         ssize_t count = 0;
         do count = ::read(descriptor_, buffer, size);
         while (count < 0 && errno == EINTR);
         return count;
     }
-    /// Reads on without ever waiting for a disk or a peer: EAGAIN when the bytes are not in the
-    /// system's cache, EOPNOTSUPP where that cannot be asked.
+    /// Reads without ever waiting for a disk or another process. EAGAIN if the bytes are not in the
+    /// system's cache, EOPNOTSUPP if the system cannot tell.
     ssize_t readCached(void* buffer, std::size_t size) const noexcept {
 #if defined(RWF_NOWAIT) && !defined(__ANDROID__)  // where preadv2 came late
         const iovec range{buffer, size};

@@ -89,7 +89,7 @@ public:
     ErrorPtr streamError() const override { return error_; }
     std::shared_ptr<InputStream> again() const override {
         const auto found = FileManager::attributes(path_);
-        // one that is gone says so when it is opened
+        // a missing file is reported when it is opened
         return found && !found->isRegular ? nullptr : withFileAtPath(path_);
     }
 
@@ -102,11 +102,11 @@ private:
     std::string path_;
     FileDescriptor file_;
     StreamStatus status_ = StreamStatus::NotOpen;
-    bool blocksAlways_ = false;  // the file's system cannot do otherwise
+    bool blocksAlways_ = false;  // the file system cannot do it without waiting
     ErrorPtr error_;
 };
 
-/// What cannot even be tried to open.
+/// A stream that always fails to open.
 class RefusingInputStream final : public InputStream {
 public:
     using InputStream::InputStream;

@@ -8,8 +8,8 @@
 namespace vexim {
 
 /// The preferred MIME type of a file name extension (without dot, any case), from the system's
-/// shared MIME database where there is one, else from a built-in table of the types that messages
-/// carry. nullopt when unknown or empty.
+/// shared MIME database or, if there is none, from a built-in table of the types in messages.
+/// nullopt if unknown or empty.
 std::optional<std::string> mimeTypeForExtension(std::string_view extension);
 
 /// The "*.extension" lines of a shared MIME database's "globs2" file, lower case; the greatest

@@ -12,8 +12,8 @@
 namespace vexim {
 namespace {
 
-/// Keeps long runs as they came and gathers short ones. Nothing is copied again as it grows: the
-/// blocks that are left behind then would take as much memory as the answer.
+/// Keeps long pieces as they came and gathers short ones. Nothing is copied again as it grows: old
+/// blocks would take as much memory as the answer itself.
 class MemoryOutputStream final : public OutputStream {
 public:
     using OutputStream::OutputStream;
@@ -30,7 +30,7 @@ public:
         return static_cast<std::int64_t>(length);
     }
     std::int64_t writeData(const Data& data) override {
-        const bool isFirst = runs_.empty() && gathered_.empty();  // most answers are one run
+        const bool isFirst = runs_.empty() && gathered_.empty();  // most answers are one piece
         if (status_ != StreamStatus::Open || (data.size() < kLongRun && !isFirst))
             return write(data.bytes(), data.size());
         seal();

@@ -9,7 +9,8 @@
 namespace vexim {
 namespace {
 
-constexpr std::uint64_t kMostPixels = 64'000'000;  // a small file can claim a picture of gigabytes
+constexpr std::uint64_t kMostPixels =
+    64'000'000;  // a small file can claim to be a picture of gigabytes
 
 png_image rgba() {
     png_image control;
@@ -25,7 +26,7 @@ Data encodePNG(const Image& image) {
     png_image control = rgba();
     control.width = image.width();
     control.height = image.height();
-    // The bound avoids encoding twice, once only to learn the size.
+    // With an upper bound for the size we need not encode twice.
     png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(control);
     std::vector<std::uint8_t> png(size);
     const int fine = png_image_write_to_memory(&control, png.data(), &size, 0,
@@ -46,7 +47,7 @@ std::optional<Image> decodePNG(const Data& png) {
     std::vector<std::uint8_t> pixels(PNG_IMAGE_SIZE(control));
     const int fine = png_image_finish_read(&control, nullptr, pixels.data(), 0, nullptr);
     png_image_free(&control);
-    // A warning is a picture that libpng had to mend; only a whole one counts.
+    // A warning means that libpng had to repair the picture; accept only intact ones.
     if (!fine || PNG_IMAGE_FAILED(control)) return std::nullopt;
     return Image::fromPixels(control.width, control.height, std::move(pixels));
 }

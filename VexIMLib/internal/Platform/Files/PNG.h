@@ -7,10 +7,10 @@
 
 namespace vexim {
 
-/// The PNG form (ISO/IEC 15948): the same pixels always give the same bytes. Empty when encoding
+/// Encodes as PNG (ISO/IEC 15948). The same pixels always give the same bytes. Empty if encoding
 /// fails.
 Data encodePNG(const Image& image);
-/// nullopt for anything but a whole PNG, or for one of more than 64 million pixels.
+/// nullopt for anything but an intact PNG of at most 64 million pixels.
 std::optional<Image> decodePNG(const Data& png);
 
 }  // namespace vexim

@@ -2,7 +2,7 @@
 
 namespace vexim {
 
-/// Where a stream stands; the numbers are the platform's, so "at the end or later" is `>= AtEnd`.
+/// The state of a stream. The numbers are the platform's, so "at the end or later" is `>= AtEnd`.
 enum class StreamStatus : int {
     NotOpen = 0,
     Opening = 1,

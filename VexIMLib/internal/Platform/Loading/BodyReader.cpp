@@ -14,8 +14,8 @@
 namespace vexim {
 namespace {
 
-// Together what stays in a core's cache with the copies that libcurl and the system make of it.
-// Longer chunks cost fewer switches between the reader and the network thread.
+// All chunks fit in a core's cache, with the copies that libcurl and the system make. Longer chunks
+// mean fewer switches between the reader and the network thread.
 constexpr std::size_t kChunkBytes = 128 * 1024;
 constexpr std::size_t kMostChunks = 4;
 
@@ -29,9 +29,9 @@ struct Chunk {
 
 struct BodyReader::Shared final : ReaderPool::Work,
                                   std::enable_shared_from_this<BodyReader::Shared> {
-    /// Who reads next, and what that waits for.
+    /// Who reads next, or what we wait for.
     enum class Phase {
-        Parked,      // the network thread, which has enough for now or reads by itself
+        Parked,      // the network thread, which has enough for now or reads itself
         Queued,      // a thread of the pool, or it is there already
         AwaitsMain,  // the main thread
         Rests,       // the timer
@@ -49,8 +49,7 @@ struct BodyReader::Shared final : ReaderPool::Work,
     const std::optional<std::uint64_t> length;
     ReaderPool& pool;
 
-    // The stream, and how far it has been read, are the reader's, or while it is `lent` the network
-    // thread's.
+    // The stream and its position belong to the reader, or to the network thread while `lent`.
     bool opened = false;
     Chunk current;
     std::uint64_t position = 0;
@@ -85,8 +84,8 @@ struct BodyReader::Shared final : ReaderPool::Work,
     void abandon();
     std::size_t readLent(char* target, std::size_t most) VEXIM_REQUIRES(mutex);
 
-    /// Has a thread of the pool go on, if `from` is still what it waits for. Where there is none,
-    /// it is over.
+    /// Continues on a thread of the pool, if it is still waiting for `from`. If there is no thread,
+    /// it fails.
     void goOn(Phase from) {
         {
             const MutexLock lock(mutex);
@@ -105,7 +104,7 @@ struct BodyReader::Shared final : ReaderPool::Work,
         return buffer;
     }
 
-    /// To be called with what `awaited` was when something was added.
+    /// Call it with the value that `awaited` had when something was added.
     void wake(bool wasAwaited) {
         if (!wasAwaited) return;
         NetworkThread::shared().post([weak = weak_from_this()] {
@@ -123,7 +122,7 @@ void BodyReader::Shared::turn() noexcept {
     }
 }
 
-/// What is not wanted any more by then is not opened. False when there is nothing to read.
+/// Do not open a stream that nobody wants any more. False if there is nothing to read.
 bool BodyReader::Shared::open() {
     if (std::exchange(opened, true)) return true;
     {
@@ -140,7 +139,7 @@ bool BodyReader::Shared::open() {
     return false;
 }
 
-/// Otherwise it is parked, or over.
+/// Otherwise it waits or has ended.
 bool BodyReader::Shared::mayReadOn() {
     {
         const MutexLock lock(mutex);
@@ -153,11 +152,11 @@ bool BodyReader::Shared::mayReadOn() {
     return false;
 }
 
-/// Reads one piece into the current chunk. False when it waits for something else now, or is over.
+/// Reads one piece into the current chunk. False if it now waits for something else or has ended.
 bool BodyReader::Shared::readOn() {
     if (!current.bytes) current.bytes = emptyBuffer();
-    // The last bytes go out only when nothing follows them: the peer must not get a whole body of a
-    // file that has grown.
+    // Send the last bytes only if nothing follows: if the file has grown, the server must not get a
+    // complete body.
     std::uint8_t next = 0;
     const bool isWhole = length && position == *length;
     const std::size_t room = kChunkBytes - current.count;
@@ -181,7 +180,7 @@ bool BodyReader::Shared::readOn() {
         finish(nullptr);
         return false;
     }
-    // What comes before and after a stop at the main thread goes out together.
+    // Bytes before and after a visit to the main thread are sent together.
     const bool goesOnSoon = piece.onMain && piece.rest.count() <= 0 && current.count < kChunkBytes;
     const bool isHeldBack = goesOnSoon || (length && position == *length);
     const bool isLent = !isHeldBack && publish(!piece.isAwaiting());
@@ -189,9 +188,9 @@ bool BodyReader::Shared::readOn() {
     return !isLent;
 }
 
-/// Hands the current chunk over; true when the network thread reads on by itself, for as long as
-/// that takes no waiting. Most files that are sent were just written or looked at; for them this
-/// spares a copy and the switches of threads.
+/// Passes on the current chunk. Returns true if the network thread reads on by itself, while that
+/// needs no waiting. Most files were just written or viewed before they are sent; for them this
+/// saves a copy and the thread switches.
 bool BodyReader::Shared::publish(bool mayLend) {
     if (current.count == 0) return false;
     bool wasAwaited = false;
@@ -231,7 +230,7 @@ void BodyReader::Shared::wait(InputStream::Piece piece) {
         });
 }
 
-/// Once the reader is gone, and its timer with it, what remains is to close the stream.
+/// The reader and its timer are gone; only the stream must be closed.
 void BodyReader::Shared::rest(std::chrono::nanoseconds duration) {
     if (!pause) {
         goOn(Phase::Rests);
@@ -272,7 +271,7 @@ void BodyReader::Shared::abandon() {
 }
 
 std::size_t BodyReader::Shared::readLent(char* target, std::size_t most) {
-    // The last bytes are left to the reader, who looks for what may follow them.
+    // Leave the last bytes to the reader, which checks whether anything follows.
     const bool isNearEnd = length && *length - position <= most;
     const std::int64_t count =
         isNearEnd ? -1 : stream->readNonBlocking(reinterpret_cast<std::uint8_t*>(target), most);
@@ -320,7 +319,7 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
         }
         if (taken.count < most && shared_->lent)
             taken.count += shared_->readLent(target + taken.count, most - taken.count);
-        // Called for every chunk, the reader would cost a switch of threads each.
+        // Calling the reader for every chunk would cost a thread switch each time.
         isReaderDue = !shared_->lent && shared_->filled.size() <= kMostChunks / 4;
         if (taken.count == 0) {
             taken.atEnd = shared_->atEnd && !shared_->error;

@@ -13,15 +13,15 @@
 namespace vexim {
 
 /// Reads an upload's body on the threads of a pool into a bounded buffer (512 KiB), because a
-/// stream may wait for a disk and the network thread may not. It holds a thread only while it
-/// reads: not while the buffer is full, during a pause, or while the main thread is awaited. The
-/// stream is opened when the first bytes are asked for. What can be read without waiting is read by
-/// whoever takes it.
+/// stream may wait for a disk and the network thread may not. It uses a thread only while it reads:
+/// not while the buffer is full, during a pause, or while it waits for the main thread. The stream
+/// is opened when the first bytes are needed. Bytes that need no waiting are read by the thread
+/// that takes them.
 ///
-/// Used on the network thread. Destroying it interrupts the stream and waits for nothing.
+/// Use it on the network thread. Destroying it interrupts the stream and does not wait.
 class BodyReader {
 public:
-    /// What `take` found: bytes, or the end, or an error; none of them means that bytes will come
+    /// The result of `take`: bytes, the end, or an error. If it is none of these, bytes will come
     /// later.
     struct Taken {
         std::size_t count = 0;
@@ -29,9 +29,9 @@ public:
         ErrorPtr error;
     };
 
-    /// `length`: how many bytes the stream must give, exactly (else an error); nullopt takes as
-    /// many as come. `ready` is called on the network thread when bytes, the end or an error are
-    /// there after a `take` that found nothing.
+    /// `length` is the exact number of bytes that the stream must give, otherwise it fails; nullopt
+    /// accepts any number. If a `take` found nothing, `ready` is called on the network thread when
+    /// there are bytes, the end or an error.
     BodyReader(std::shared_ptr<InputStream> stream, std::optional<std::uint64_t> length,
                std::function<void()> ready, ReaderPool& pool = ReaderPool::shared());
     BodyReader(const BodyReader&) = delete;
@@ -40,7 +40,7 @@ public:
 
     /// Copies up to `most` bytes to `target`.
     Taken take(char* target, std::size_t most);
-    /// Whether the last `take` found nothing, so that the body is what the transfer waits for.
+    /// Whether the last `take` found nothing, so the transfer is waiting for the body.
     bool isAwaited() const;
 
     struct Shared;

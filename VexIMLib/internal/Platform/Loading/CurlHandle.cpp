@@ -12,9 +12,9 @@ namespace {
 
 constexpr std::size_t kMostSpares = 64;
 
-// Left alone, libcurl keeps four idle connections for each running transfer and closes the rest
-// after every burst. More new ones at once than this overrun the accept queue of a small server,
-// which costs seconds.
+// By default libcurl keeps four idle connections for each running transfer and closes the rest
+// after every burst. Opening more than this at once would overflow the accept queue of a small
+// server, which costs seconds.
 constexpr CurlMulti::Limits kLimits{.idleConnections = 64, .connectionsPerHost = 16};
 
 std::vector<std::unique_ptr<CurlHandle>>& spares() {
@@ -56,9 +56,9 @@ CurlHandle::CurlHandle(CURL* easy) : easy_(easy) {
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, errorText_);
     curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
-    curl_easy_setopt(easy_, CURLOPT_PATH_AS_IS, 1L);  // ids stand in paths as they are, also "."
+    curl_easy_setopt(easy_, CURLOPT_PATH_AS_IS, 1L);  // ids are used in paths unchanged, even "."
     curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // a name lookup that hangs is left behind
+    curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // abandons a name lookup that hangs
     curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
 }

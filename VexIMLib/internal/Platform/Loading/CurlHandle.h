@@ -11,13 +11,13 @@ namespace vexim {
 
 class CurlMulti;
 
-/// An easy handle with everything set that no request changes. Handles are kept and used again:
-/// making and setting one up costs as much as a short transfer. Network thread only.
+/// An easy handle with all the options that are the same for every request. Handles are reused,
+/// because making one costs as much as a short transfer. Network thread only.
 class CurlHandle {
 public:
-    /// A spare one, or a new one.
+    /// Returns a spare handle or a new one.
     static std::unique_ptr<CurlHandle> take();
-    /// Not part of a multi any more.
+    /// Takes back a handle that is not part of a multi any more.
     static void giveBack(std::unique_ptr<CurlHandle> handle);
 
     /// The connections for short exchanges and downloads, HTTP/2 where TLS offers it, and those for
@@ -31,7 +31,7 @@ public:
     ~CurlHandle();
 
     CURL* easy() const noexcept { return easy_; }
-    /// Who decides about certificates; to be told before each transfer.
+    /// Decides about certificates. Set it before each transfer.
     CurlTrust& trust() noexcept { return trust_; }
     const CurlTrust& trust() const noexcept { return trust_; }
     /// What libcurl said about the failure of the last transfer.

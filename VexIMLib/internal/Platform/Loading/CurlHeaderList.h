@@ -9,22 +9,22 @@
 
 namespace vexim {
 
-/// The header lines of one request for libcurl, in two blocks of memory, where `curl_slist_append`
-/// would take two for each line.
+/// The header lines of one request for libcurl, in two blocks of memory; `curl_slist_append` would
+/// use two for each line.
 class CurlHeaderList {
 public:
-    /// A field; libcurl writes an empty one for "Name;".
+    /// Adds a field. For an empty value it adds "Name;", which libcurl sends as an empty field.
     void add(std::string_view name, std::string_view value) {
         addLine(name, value.empty() ? ";" : ": ", value);
     }
-    /// Has libcurl leave out a field that it would write by itself.
+    /// Makes libcurl leave out a field that it would send by itself.
     void suppress(std::string_view name) { addLine(name, ":", {}); }
     void clear() noexcept {
         text_.clear();
         lines_.clear();
     }
 
-    /// For CURLOPT_HTTPHEADER: good until this changes or goes.
+    /// For CURLOPT_HTTPHEADER: valid until this object is changed or destroyed.
     curl_slist* get() {
         char* text = text_.data();
         for (auto line = lines_.begin(); line != lines_.end(); ++line) {
@@ -36,7 +36,7 @@ public:
 
 private:
     struct Line {
-        std::size_t size;  // with the NUL that ends it
+        std::size_t size;  // with the final NUL
         curl_slist node;
     };
 

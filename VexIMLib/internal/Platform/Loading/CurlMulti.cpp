@@ -19,20 +19,20 @@ struct CurlMulti::Socket {
           descriptor(context, copy < 0 ? socket : copy) {}
     ~Socket() { stopWatching(); }
     void stopWatching() {
-        // Not asio's own close, which leaves it to the system to drop a descriptor: libcurl's keeps
-        // the connection open.
+        // Do not rely on asio's close to unregister the descriptor: libcurl's copy keeps the
+        // connection open.
         if (descriptor.is_open()) descriptor.release();
         if (const int mine = std::exchange(copy, -1); mine >= 0) ::close(mine);
     }
     const curl_socket_t number;
-    // A number that libcurl closes without a word is soon another thread's. So the loop watches a
-    // copy that nobody else closes, as long as the process has a descriptor left for one.
+    // If libcurl closes a descriptor without telling us, another thread may soon get the same
+    // number. So the loop watches a copy that only we close, if the process has a descriptor left.
     int copy;
     asio::posix::stream_descriptor descriptor;
     bool wantsRead = false;
     bool wantsWrite = false;
-    // a wait is on its way; it stays when libcurl loses interest, for an idle connection's next
-    // request
+    // a wait is running; it stays when libcurl loses interest, for the next request on an idle
+    // connection
     bool readWaits = false;
     bool writeWaits = false;
     bool closed = false;
@@ -103,7 +103,7 @@ curl_socket_t CurlMulti::onOpenSocket(void* exchange, curlsocktype, curl_sockadd
     connecting.hasBegunToConnect_ = true;
     const int socket =
         ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-    connecting.multi_->forget(socket);  // what the number stood for before
+    connecting.multi_->forget(socket);  // the old use of this number
     return socket;
 }
 
@@ -113,7 +113,7 @@ int CurlMulti::onLookup(void*, void*, void* exchange) {
 }
 
 int CurlMulti::onCloseSocket(void* self, curl_socket_t socket) {
-    // The loop must forget the number before the system gives it to another connection.
+    // Unregister the number before the system gives it to another connection.
     static_cast<CurlMulti*>(self)->forget(socket);
     return ::close(socket);
 }
@@ -132,7 +132,7 @@ void CurlMulti::watch(curl_socket_t socket, int what) {
         if (what == CURL_POLL_REMOVE) return;
         found = sockets_.emplace(socket, std::make_shared<Socket>(context_, socket)).first;
     }
-    // This is the last that we hear of it.
+    // This is the last call for this socket.
     if (what == CURL_POLL_REMOVE && isClosedSilently(found->second->descriptor.native_handle()))
         return forget(socket);
     Socket& watched = *found->second;
@@ -191,7 +191,7 @@ void CurlMulti::armTimer() {
 }
 
 void CurlMulti::kickSoon() {
-    // libcurl calls from inside itself here, so it cannot be called at once.
+    // This is called from inside libcurl, so we cannot call libcurl right now.
     if (kickPosted_) return;
     kickPosted_ = true;
     asio::post(context_, [this, isAlive = isAlive_] {

@@ -17,17 +17,17 @@ namespace vexim {
 /// connections. Everything happens on the loop's thread.
 class CurlMulti {
 public:
-    /// What stands behind an easy handle, as its CURLOPT_PRIVATE.
+    /// The owner of an easy handle, set as its CURLOPT_PRIVATE.
     class Exchange {
     public:
         virtual ~Exchange() = default;
-        /// The transfer is over; the handle is no longer part of the multi. May add and remove
-        /// handles.
+        /// Called when the transfer has ended and the handle is no longer part of the multi. It may
+        /// add and remove handles.
         virtual void transferEnded(CURLcode result) = 0;
 
     protected:
-        /// Whether a connection is being made for it (or was), so that it does not wait for another
-        /// one's.
+        /// Whether a connection is or was being made for it, so it does not wait for another
+        /// exchange's connection.
         bool hasBegunToConnect() const noexcept { return hasBegunToConnect_; }
 
     private:
@@ -36,7 +36,7 @@ public:
         bool hasBegunToConnect_ = false;
     };
 
-    /// What the pool may hold; nullopt leaves it to libcurl, which keeps four idle connections for
+    /// The size of the connection pool; nullopt means libcurl's default, four idle connections for
     /// each running transfer.
     struct Limits {
         std::optional<long> idleConnections;
@@ -46,18 +46,17 @@ public:
     CurlMulti(boost::asio::io_context& context, Limits limits);
     CurlMulti(const CurlMulti&) = delete;
     CurlMulti& operator=(const CurlMulti&) = delete;
-    /// Closes the idle connections. No handle may be in it any more, and none of its calls under
-    /// way. It waits for nothing when all handles had CURLOPT_QUICK_EXIT; else it may wait for a
-    /// name lookup.
+    /// Closes the idle connections. It must hold no handles, and none of its calls may be running.
+    /// It does not wait if all handles had CURLOPT_QUICK_EXIT; otherwise it may wait for a name
+    /// lookup.
     ~CurlMulti();
 
-    /// Sets, on an easy handle, what this class needs there. `exchange` stands behind it until the
+    /// Sets the options on an easy handle that this class needs. `exchange` must live until the
     /// transfer has ended.
     void prepare(CURL* easy, Exchange& exchange);
-    /// Starts the transfer that the handle describes.
+    /// Starts the handle's transfer.
     void add(CURL* easy);
-    /// Takes a handle out, cutting its transfer off if it runs. Not from inside one of libcurl's
-    /// callbacks.
+    /// Removes a handle and aborts its transfer. Do not call it inside a libcurl callback.
     void remove(CURL* easy);
 
 private:
@@ -83,15 +82,15 @@ private:
     CURLM* const multi_;
     std::unordered_map<curl_socket_t, std::shared_ptr<Socket>> sockets_;
 
-    // Re-arming a timer at each of libcurl's many requests would cost more than the rest of a short
-    // transfer. So the timer stands where it stood unless it would fire too late, and a zero
-    // timeout is a post.
+    // libcurl changes its timeout very often. Setting a timer each time would cost more than the
+    // rest of a short transfer. So we set it only if it would fire too late, and use post for a
+    // timeout of zero.
     boost::asio::steady_timer timer_;
     Clock::time_point deadline_ = Clock::time_point::max();  // when libcurl wants to be called
     Clock::time_point armedFor_ = Clock::time_point::max();  // when the timer will fire
     bool kickPosted_ = false;
 
-    // What has been posted looks here first.
+    // Posted functions check this first.
     const std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
 };
 

@@ -9,7 +9,7 @@
 namespace vexim {
 namespace {
 
-/// The context that libcurl hands over is OpenSSL's only where that is its TLS library.
+/// libcurl's context is OpenSSL's only if OpenSSL is its TLS library.
 bool speaksOpenSSL() {
     static const bool does = [] {
         const char* const library = curl_version_info(CURLVERSION_NOW)->ssl_version;
@@ -32,14 +32,14 @@ void CurlTrust::apply(CURL* easy, std::shared_ptr<const Trust> trust, std::strin
     host_ = std::move(host);
     curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &CurlTrust::onContext);
     curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, this);
-    // Were the function above not called, there would be no authority at all, and every peer be
+    // If the function above were not called, there would be no authority, and every server would be
     // refused.
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYPEER, 1L);
     curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 0L);
     curl_easy_setopt(easy, CURLOPT_CAINFO, nullptr);
-    // libcurl does not see what the function does, but shares nothing between different folders of
-    // authorities. This one is only a name: OpenSSL would look into it when it verifies, and by
-    // then has our store.
+    // libcurl cannot see what the function does, but it shares nothing between different folders of
+    // authorities. So each trust gets a folder name. OpenSSL never reads that folder, because it
+    // has our store when it verifies.
     curl_easy_setopt(easy, CURLOPT_CAPATH,
                      ("/trust/" + std::to_string(trust_ ? trust_->identity() : 0)).c_str());
 }

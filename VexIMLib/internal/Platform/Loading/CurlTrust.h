@@ -12,20 +12,19 @@
 
 namespace vexim {
 
-/// Puts a trust in the place of libcurl's own certificate store and name check. One for each easy
-/// handle.
+/// Replaces libcurl's own certificate store and name check by a trust. One for each easy handle.
 class CurlTrust {
 public:
     CurlTrust() = default;
     CurlTrust(const CurlTrust&) = delete;
     CurlTrust& operator=(const CurlTrust&) = delete;
 
-    /// For the transfers of `easy` from now on, while this lives. The handle takes no connection
-    /// and no TLS session over that another trust has opened.
+    /// Applies to future transfers of `easy`, as long as this object lives. The handle never reuses
+    /// a connection or a TLS session of another trust.
     void apply(CURL* easy, std::shared_ptr<const Trust> trust, std::string host);
 
-    /// What TLS says about a transfer that ended with `result` and libcurl's `text`; nullopt when
-    /// it was not TLS that failed.
+    /// What was wrong with TLS in a transfer that ended with `result` and libcurl's `text`; nullopt
+    /// if it failed for another reason.
     std::optional<CertificateFault> fault(CURL* easy, CURLcode result, std::string_view text) const;
 
 private:

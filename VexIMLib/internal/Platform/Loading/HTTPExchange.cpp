@@ -17,9 +17,10 @@
 namespace vexim {
 namespace {
 
-constexpr std::size_t kMostHeadBytes = 256 * 1024;  // libcurl's own limit ends as a lost connection
-/// What fits into the first flow-control window of HTTP/2. libcurl 7.88 spins when a peer answers a
-/// longer upload without reading it, so those take HTTP/1.1.
+constexpr std::size_t kMostHeadBytes =
+    256 * 1024;  // libcurl's own limit would look like a lost connection
+/// The first flow-control window of HTTP/2. libcurl 7.88 spins if a server answers a longer upload
+/// without reading it, so longer ones use HTTP/1.1.
 constexpr std::size_t kMostHTTP2BodyBytes = 32 * 1024;
 
 /// Whether its body is sent piece by piece, over HTTP/1.1.
@@ -28,7 +29,7 @@ bool isLongUpload(const URLRequest& request) {
            (request.body.empty() && request.bodyStream);
 }
 
-/// Fields that describe the framing, which is libcurl's to write.
+/// Header fields for the framing, which only libcurl may write.
 bool isFraming(std::string_view name) {
     return sameHeaderName(name, "Content-Length") || sameHeaderName(name, "Transfer-Encoding") ||
            sameHeaderName(name, "Expect");
@@ -113,7 +114,7 @@ HTTPExchange::Impl::Impl(Handler& handler, std::shared_ptr<const URLRequest> req
                          std::shared_ptr<const Trust> trust)
     : handler_(handler),
       request_(std::move(request)),
-      // Two pools, because libcurl would put a request that wants HTTP/1.1 onto an idle HTTP/2
+      // Two pools, because libcurl would send a request that wants HTTP/1.1 on an idle HTTP/2
       // connection.
       multi_(isLongUpload(*request_) ? CurlHandle::multiForUploads() : CurlHandle::multi()),
       handle_(CurlHandle::take()) {
@@ -147,7 +148,7 @@ void HTTPExchange::Impl::describeHeaders() {
         if (isHeaderName(name) && isHeaderValue(value) && !isFraming(name))
             headerList_.add(name, value);
     }
-    headerList_.suppress("Expect");  // a round trip that few servers answer well
+    headerList_.suppress("Expect");  // costs a round trip, and few servers handle it well
     if (!request_->headers.contains("Content-Type")) headerList_.suppress("Content-Type");
     curl_easy_setopt(easy(), CURLOPT_HTTPHEADER, headerList_.get());
 }
@@ -178,19 +179,19 @@ void HTTPExchange::Impl::describeBody() {
     } else if (method == "HEAD") {
         curl_easy_setopt(easy(), CURLOPT_NOBODY, 1L);
     }
-    // A kept connection may be closing just now, and a body that was begun would be lost with it.
-    // So streams take a fresh one, and leave none behind, which no stream would take.
+    // An idle connection may be closing right now, and the started body would be lost with it. So
+    // streams open a new connection, and close it, since no other stream would use it.
     curl_easy_setopt(easy(), CURLOPT_FRESH_CONNECT, streamed ? 1L : 0L);
     curl_easy_setopt(easy(), CURLOPT_FORBID_REUSE, streamed ? 1L : 0L);
-    // Better a share of an HTTP/2 connection that is opening than one's own; where there is no
-    // HTTP/2 it would be a queue.
+    // Share an HTTP/2 connection that is being opened rather than open another. Without HTTP/2 that
+    // would only mean waiting.
     mayShare_ = !longUpload && request_->url->scheme() == "https";
     curl_easy_setopt(easy(), CURLOPT_PIPEWAIT, mayShare_ ? 1L : 0L);
     curl_easy_setopt(
         easy(), CURLOPT_HTTP_VERSION,
         static_cast<long>(longUpload ? CURL_HTTP_VERSION_1_1 : CURL_HTTP_VERSION_2TLS));
-    // Streamed bodies come and go in long runs; a short one should not pay for a long buffer, which
-    // libcurl allocates anew for each request over TLS.
+    // Streamed bodies are sent in long pieces. Short bodies use a short buffer, because libcurl
+    // allocates it again for each request over TLS.
     curl_easy_setopt(easy(), CURLOPT_UPLOAD_BUFFERSIZE, longUpload ? 128L * 1024 : 16L * 1024);
     curl_easy_setopt(easy(), CURLOPT_BUFFERSIZE,
                      request_->acceptsCompression ? 16L * 1024 : 256L * 1024);
@@ -212,8 +213,8 @@ void HTTPExchange::Impl::setCallbacks() {
 int HTTPExchange::Impl::onRequest(void* self, char*, char*, int, int) {
     auto& impl = *static_cast<Impl*>(self);
     if (!std::exchange(impl.requested_, true)) return CURL_PREREQFUNC_OK;
-    // libcurl would send again what a kept connection took and did not answer. How often a request
-    // goes out is for its author to decide: the peer may have acted on the first one.
+    // libcurl would resend a request that an idle connection took and did not answer. But the
+    // server may have acted on the first one, so only the caller may decide to send it again.
     impl.failure_ = makeURLError(URLErrorNetworkConnectionLost, impl.request_->url,
                                  "the server closed the connection without an answer");
     return CURL_PREREQFUNC_ABORT;
@@ -244,7 +245,7 @@ bool HTTPExchange::Impl::receiveHeader(std::string_view line) {
     const std::string_view text = detail::trimmed(line);
     if (text.empty()) return finishHead();
     if (line.starts_with("HTTP/")) {
-        fields_.clear();  // also drops what an interim answer said
+        fields_.clear();  // also drops the fields of an interim answer
         return true;
     }
     const auto colon = text.find(':');
@@ -316,7 +317,7 @@ std::size_t HTTPExchange::Impl::giveBody(char* buffer, std::size_t most) {
 }
 
 int HTTPExchange::Impl::onSeek(void* self, curl_off_t offset, int origin) {
-    // libcurl wants to send the body again, on another connection. A stream goes once.
+    // libcurl wants to send the body again on another connection. A stream can be sent only once.
     auto& impl = *static_cast<Impl*>(self);
     if (!impl.reader_ && origin == SEEK_SET) {
         impl.given_ = offset;
@@ -326,13 +327,13 @@ int HTTPExchange::Impl::onSeek(void* self, curl_off_t offset, int origin) {
     return CURL_SEEKFUNC_FAIL;
 }
 
-/// The answer is a refusal: the peer does not want the rest, and may never read it. The connection
-/// is of no use afterwards.
+/// The server has refused: it does not want the rest of the body and may never read it. The
+/// connection cannot be reused.
 void HTTPExchange::Impl::stopSending() {
     if (!isLongUpload(*request_) || sendingStopped_) return;
     sendingStopped_ = true;
     curl_easy_setopt(easy(), CURLOPT_FORBID_REUSE, 1L);
-    // This is inside libcurl, which cannot be told here to ask for the body again.
+    // This runs inside libcurl, so we cannot make it ask for the body again here.
     NetworkThread::shared().post([this, weak = std::weak_ptr<void>(lifeline_)] {
         if (!weak.expired()) resumeSending();
     });
@@ -351,7 +352,7 @@ void HTTPExchange::Impl::unpause() {
         (receivingPaused_ ? CURLPAUSE_RECV : 0) | (sendingPaused_ ? CURLPAUSE_SEND : 0);
     const CURLcode result = curl_easy_pause(easy(), stillPaused);
     if (result == CURLE_OK) return;
-    // It has handed over bytes that it had kept, and they were refused; nobody else reports that.
+    // libcurl passed on bytes that it had kept, and we refused them. Nothing else reports that.
     multi_.remove(easy());
     transferEnded(result);
 }
@@ -364,8 +365,8 @@ std::int64_t HTTPExchange::Impl::bytesMoved() const {
 
 void HTTPExchange::Impl::reportSent() {
     if (!hasBody_) return;
-    curl_off_t sent = given_;  // when libcurl asks for more, what it was given before has gone
-    // counts the chunks' framing too
+    curl_off_t sent = given_;  // libcurl asks for more only when it has sent the earlier bytes
+    // includes the framing of the chunks
     if (!isChunked_) curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
     if (sent <= reportedSent_) return;
     reportedSent_ = sent;
@@ -375,7 +376,7 @@ void HTTPExchange::Impl::reportSent() {
 ErrorPtr HTTPExchange::Impl::describeFailure(CURLcode result) const {
     if (failure_) return failure_;
     if (result == CURLE_OUT_OF_MEMORY) {
-        // libcurl's word for a line of the head, or of trailers, that is longer than it keeps.
+        // libcurl returns this for a header or trailer line that is too long for it.
         return makeURLError(URLErrorCannotParseResponse, request_->url,
                             "a line of the answer is too long");
     }
@@ -390,7 +391,7 @@ void HTTPExchange::Impl::transferEnded(CURLcode result) {
     running_ = false;
     reportSent();
     ErrorPtr error = result == CURLE_OK && !failure_ ? nullptr : describeFailure(result);
-    // libcurl is content with a head that breaks off.
+    // libcurl accepts a header that is cut off.
     if (!error && !headEnded_)
         error = makeURLError(URLErrorNetworkConnectionLost, request_->url, "no whole head came");
     handler_.exchangeEnded(std::move(error));  // may destroy this

@@ -11,52 +11,52 @@
 
 namespace vexim {
 
-/// One request and its answer on one connection, over libcurl. Follows no redirect, keeps no
-/// cookie, has no patience of its own: the owner watches `bytesMoved` and gives up by destroying
-/// it. Network thread only.
+/// One request and its answer on one connection, with libcurl. It follows no redirects, keeps no
+/// cookies and has no timeout: the owner watches `bytesMoved` and destroys it to give up. Network
+/// thread only.
 class HTTPExchange {
 public:
     enum class Flow { Go, Pause, Abort };
 
-    /// Called on the network thread from inside libcurl: must not destroy the exchange, except in
+    /// Called on the network thread, inside libcurl. It must not destroy the exchange, except in
     /// `exchangeEnded`.
     class Handler {
     public:
-        /// The head of the answer; interim ones (1xx) are passed over.
+        /// The status and the header fields of the answer. Interim answers (1xx) are skipped.
         virtual Flow exchangeReceivedHead(HTTPURLResponsePtr head) = 0;
-        /// A part of the body, decoded. After Pause the same bytes come again when
-        /// `resumeReceiving` was called.
+        /// A decoded part of the body. After Pause the same bytes come again once `resumeReceiving`
+        /// is called.
         virtual Flow exchangeReceivedBody(std::string_view bytes) = 0;
-        /// `total` bytes of the request's body have gone to the connection.
+        /// `total` bytes of the request's body were passed to the connection so far.
         virtual void exchangeSentBody(std::int64_t total) = 0;
-        /// The last call; nullptr when the answer came whole.
+        /// The last call; nullptr if the answer is complete.
         virtual void exchangeEnded(ErrorPtr error) = 0;
 
     protected:
         ~Handler() = default;
     };
 
-    /// Starts it. `request` has a URL of scheme http or https; `trust` may be nullptr for http
-    /// only, and takes the place of the request's own.
+    /// Starts it. The URL of `request` must be http or https. `trust` replaces the request's own;
+    /// it may be nullptr for http only.
     HTTPExchange(Handler& handler, std::shared_ptr<const URLRequest> request,
                  std::shared_ptr<const Trust> trust);
     HTTPExchange(const HTTPExchange&) = delete;
     HTTPExchange& operator=(const HTTPExchange&) = delete;
-    ~HTTPExchange();  // cuts it off if it still runs; nothing is called any more
+    ~HTTPExchange();  // aborts it if it is running; nothing is called any more
 
     void resumeReceiving();
-    /// Grows with every byte that goes or comes: what does not grow is silent.
+    /// Grows with every byte sent or received. If it does not grow, the connection is silent.
     std::int64_t bytesMoved() const;
-    /// Whether the silence is ours: the body's reader or the answer's consumer is behind, or all
-    /// connections that the host may have are taken.
+    /// Whether we ourselves cause the silence: the body's reader or the answer's consumer is slow,
+    /// or all connections to the host are in use.
     bool waitsForUs() const;
-    /// Whether it waits for a connection that another exchange with the same host is opening, to
+    /// Whether it is waiting for a connection that another exchange is opening to the same host, to
     /// share it over HTTP/2.
     bool waitsForAnothersConnection() const;
-    /// Ends that wait: it opens a connection of its own.
+    /// Ends that wait: it opens its own connection.
     void openOwnConnection();
-    /// Closes the connection at the end, unless others use it: what has been silent for too long
-    /// would be for the next one, too.
+    /// Closes the connection at the end, unless others use it: it has been silent for too long, and
+    /// would be for the next request.
     void giveUpConnection();
 
 private:
@@ -64,8 +64,7 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-/// The length that a request's body will have on the wire: nullopt for a stream that announces none
-/// (or no number).
+/// The length of a request's body on the wire; nullopt for a stream without a valid length.
 std::optional<std::uint64_t> announcedBodyLength(const URLRequest& request);
 
 }  // namespace vexim

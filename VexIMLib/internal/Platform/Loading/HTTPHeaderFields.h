@@ -11,8 +11,7 @@
 
 namespace vexim {
 
-/// HTTP header fields: names compare without case (ASCII), keep the case they were given in, and
-/// stay in order.
+/// HTTP header fields, in order. Names are compared without case (ASCII) but keep their spelling.
 class HTTPHeaderFields {
 public:
     using Field = std::pair<std::string, std::string>;
@@ -21,17 +20,16 @@ public:
     HTTPHeaderFields() = default;
     HTTPHeaderFields(std::initializer_list<Field> fields);
 
-    /// Replaces every field of that name by one, in the first one's place; the new spelling of the
-    /// name is kept.
+    /// Replaces all fields of that name by one, at the place of the first, with the new spelling.
     void set(std::string name, std::string value);
-    /// Adds a field even if the name is there already, as an answer may repeat one.
+    /// Adds a field even if there is one of that name, because an answer may repeat fields.
     void add(std::string name, std::string value);
     void remove(std::string_view name);
     void clear() noexcept { fields_.clear(); }
 
     /// The value under `name`; repeated fields are joined by ", " (RFC 9110, 5.3).
     std::optional<std::string> value(std::string_view name) const;
-    /// The first field of that name, without a copy; nullptr when there is none.
+    /// The first field of that name, without a copy; nullptr if there is none.
     const std::string* find(std::string_view name) const noexcept;
     bool contains(std::string_view name) const noexcept { return find(name) != nullptr; }
 
@@ -49,14 +47,14 @@ private:
 bool sameHeaderName(std::string_view a, std::string_view b) noexcept;
 /// Whether `name` is a token (RFC 9110, 5.6.2).
 bool isHeaderName(std::string_view name) noexcept;
-/// Whether `value` can be sent: no CR, LF or NUL, which could smuggle further fields in.
+/// Whether `value` can be sent: without CR, LF or NUL, which could inject other fields.
 bool isHeaderValue(std::string_view value) noexcept;
 
-/// nullopt for what is no number, a negative one, and one beyond 63 bits.
+/// nullopt for anything but a nonnegative number of at most 63 bits.
 std::optional<std::int64_t> parseContentLength(std::string_view text);
 
-/// The one length that an answer's fields state; -1 when they state none, nullopt when they
-/// contradict each other or are no numbers (RFC 9110, 8.6).
+/// The length in an answer's fields; -1 if there is none, nullopt if they contradict each other or
+/// are not numbers (RFC 9110, 8.6).
 std::optional<std::int64_t> statedContentLength(const HTTPHeaderFields& headers);
 
 }  // namespace vexim

@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kMostHops = 20;
 constexpr std::size_t kMostHeldBody = 64 * 1024;
-// each crosses to the delegate queue, and with its copies stays in a core's cache
+// passed to the delegate queue piece by piece; a piece and its copies fit in a core's cache
 constexpr std::size_t kDataPiece = 256 * 1024;
 constexpr std::int64_t kMostUnconsumed = 1024 * 1024;
 constexpr std::int64_t kMostHeardQuickly = 64 * 1024;  // takes a fraction of a millisecond to parse
@@ -67,13 +67,13 @@ std::optional<URLRequest> redirectedRequest(const URLRequest& request,
     return next;
 }
 
-/// What the loads share on the network thread: events gathered for one crossing in each turn of the
-/// loop, and one timer for everybody's patience.
+/// Shared by all loads on the network thread: it passes on their events once per turn of the loop,
+/// and has one timer for all their timeouts.
 class LoadRunner {
 public:
     LoadRunner() {
-        // glibc returns free memory to the system eagerly until one large block was freed. A long
-        // download would pay for fresh pages with every piece.
+        // glibc eagerly returns free memory to the system until one large block was freed. A long
+        // download would pay for new pages with every piece.
         void* volatile block = std::malloc(4 * 1024 * 1024);
         std::free(block);
     }
@@ -97,13 +97,13 @@ public:
         batch->isHeardQuickly = batch->isHeardQuickly && isHeardQuickly;
     }
 
-    /// Has `load` hand its data over at the end of this turn.
+    /// Makes `load` pass on its data at the end of this turn.
     void flushSoon(std::shared_ptr<URLLoad> load) {
         crossingSoon();
         withData_.push_back(std::move(load));
     }
 
-    /// Looks at everybody's patience at `when` at the latest.
+    /// Checks all timeouts at `when` at the latest.
     void lookAt(Clock::TimePoint when) {
         if (timer_.isPending() && nextLook_ <= when) return;
         nextLook_ = when;
@@ -123,9 +123,9 @@ private:
 
     void crossingSoon() {
         if (std::exchange(crossingPosted_, true)) return;
-        // Comes after the handlers that are ready now: this turn of the loop. Where other answers
-        // may arrive meanwhile, after those that are ready then, because each crossing costs a
-        // switch of threads.
+        // Runs after the handlers that are ready now, which are this turn of the loop. If other
+        // answers may arrive meanwhile, it runs after those, because passing on each one costs a
+        // thread switch.
         boost::asio::post(NetworkThreadAsio::ioContext(), [this] {
             if (running_.size() <= 1) return cross();
             boost::asio::post(NetworkThreadAsio::ioContext(), [this] { cross(); });
@@ -136,7 +136,7 @@ private:
         for (const auto& load : std::exchange(withData_, {})) load->flushData();
         crossingPosted_ = false;
         for (auto& batch : std::exchange(batches_, {})) {
-            // Shared, because a std::function must be copyable.
+            // shared, because a std::function must be copyable
             auto events = std::make_shared<std::vector<Event>>(std::move(batch.events));
             auto deliver = [events = std::move(events)] {
                 for (auto& [client, event] : *events) {
@@ -155,7 +155,7 @@ private:
     void look() {
         const auto now = Clock::shared()->now();
         auto next = Clock::TimePoint::max();
-        // one that ends leaves the set
+        // a load that ends is removed from the set
         const std::vector<URLLoad*> loads(running_.begin(), running_.end());
         for (URLLoad* const load : loads) next = std::min(next, load->checkPatience(now));
         if (next != Clock::TimePoint::max()) lookAt(next);
@@ -196,7 +196,7 @@ void URLLoad::begin(std::shared_ptr<Client> client) {
 void URLLoad::cancel() {
     NetworkThread::shared().post([self = shared_from_this()] {
         if (self->phase_ == Phase::Idle) {
-            self->phase_ = Phase::Ended;  // before its begin, which will say so
+            self->phase_ = Phase::Ended;  // before its start, which reports it
         } else {
             self->end(makeURLError(URLErrorCancelled, self->request_->url));
         }
@@ -235,8 +235,7 @@ ErrorPtr URLLoad::refusal() const {
     return nullptr;
 }
 
-/// Gives a body that was begun before from its start, for a retry or after a redirection. False
-/// when it cannot be had again.
+/// Restarts a body that was sent before, for a retry or a redirection. False if that is impossible.
 bool URLLoad::rewindBody() {
     const auto& stream = request_->bodyStream;
     if (!request_->body.empty() || !stream || !stream->isClaimed()) return true;
@@ -292,28 +291,28 @@ HTTPExchange::Flow URLLoad::exchangeReceivedBody(std::string_view bytes) {
         heldBody_.append(bytes);
         return HTTPExchange::Flow::Go;
     }
-    // A long body: ask now, and let the rest wait.
+    // A long body: ask now and hold back the rest.
     if (phase_ == Phase::Exchanging) askForRedirection();
     return HTTPExchange::Flow::Pause;
 }
 
 HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
-    // An answer for memory is not held up: libcurl would keep what it has decoded by then, which
-    // can be as much again.
+    // Do not pause an answer held in memory: libcurl would keep what it has decoded, which can be
+    // as much again.
     const bool isForMemory = !streamed_ && request_->acceptsCompression;
     if (!isForMemory && unconsumed_ >= kMostUnconsumed) {
         throttled_ = true;
-        // The consumer may have caught up before it could see the flag.
+        // The consumer may have caught up before it saw the flag.
         if (unconsumed_ >= kMostUnconsumed || !throttled_.exchange(false))
             return HTTPExchange::Flow::Pause;
     }
     received_ += static_cast<std::int64_t>(bytes.size());
-    // The delegate's side applies the bound, too, but more than that must not wait for it.
+    // The delegate's side checks the limit, too, but no more than that may be queued for it.
     if (isForMemory && received_ > configuration_->maximumAnswerBytes) {
         end(makeURLError(URLErrorDataLengthExceedsMaximum, request_->url));
         return HTTPExchange::Flow::Abort;
     }
-    // libcurl's last write may make a piece longer than it had to be.
+    // libcurl's last write may make a piece longer than necessary.
     constexpr std::size_t kMostInAPiece = kDataPiece + CURL_MAX_WRITE_SIZE;
     if (data_.empty()) {
         data_.reserve(expected_ > 0 ? std::min<std::size_t>(static_cast<std::size_t>(expected_),
@@ -321,7 +320,7 @@ HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
                                     : bytes.size());
         LoadRunner::shared().flushSoon(shared_from_this());
     }
-    // Grown by doubling, a piece could hold twice its length.
+    // By doubling, a piece could reserve twice its length.
     if (data_.size() + bytes.size() > data_.capacity() && data_.size() >= kDataPiece / 4)
         data_.reserve(kMostInAPiece);
     data_.append(bytes);
@@ -334,9 +333,9 @@ void URLLoad::exchangeSentBody(std::int64_t total) {
     if (phase_ == Phase::Ended) return;
     lastMove_ = Clock::shared()->now();
     sent_ = total;
-    // A report crosses two threads, and a fast connection would cause thousands in a second. The
-    // first one is never held back (it says that the body was begun), nor is the last (it goes
-    // before whatever follows).
+    // A report crosses two threads, and a fast connection would cause thousands per second. Never
+    // hold back the first (it says that the body was started) or the last (it must come before what
+    // follows).
     if (lastMove_ < nextSentReport_) return;
     nextSentReport_ = lastMove_ + kSentReportInterval;
     flushSent();
@@ -357,7 +356,7 @@ void URLLoad::exchangeEnded(ErrorPtr error) {
 
 void URLLoad::askForRedirection() {
     if (hops_ >= kMostHops) {
-        // Not at once: this may be inside the exchange, which `end` destroys.
+        // Not right now: this may be inside the exchange, which `end` destroys.
         boost::asio::post(NetworkThreadAsio::ioContext(), [self = shared_from_this()] {
             self->end(makeURLError(URLErrorHTTPTooManyRedirects, self->request_->url));
         });
@@ -400,12 +399,12 @@ void URLLoad::end(ErrorPtr error) {
     phase_ = Phase::Ended;
     LoadRunner::shared().remove(this);
     flushSent();
-    flushData();  // what came before a failure is delivered; who cancelled hears nothing of it
+    flushData();  // data before a failure is delivered, but not after a cancellation
     emit(LoadEvent::End{std::move(error)});
     client_ = nullptr;
     redirection_.reset();
     if (!exchange_) return;
-    // This may be one of its own calls. Until it is gone, this object must hear it.
+    // This may run inside a call of the exchange, which calls this object until it is destroyed.
     boost::asio::post(NetworkThreadAsio::ioContext(),
                       [self = shared_from_this(),
                        exchange = std::shared_ptr<HTTPExchange>(std::move(exchange_))]() mutable {
@@ -420,8 +419,8 @@ Clock::TimePoint URLLoad::checkPatience(TimePoint now) {
         return TimePoint::max();
     }
     const std::int64_t moved = exchange_ ? exchange_->bytesMoved() : 0;
-    // While the delegate decides, its consumer lags, the body's reader sleeps or no connection is
-    // free, the silence is ours.
+    // The server is not to blame for the silence while the delegate decides, its consumer is slow,
+    // the body's reader sleeps or no connection is free.
     if (moved != lastMoved_ || phase_ == Phase::Deciding || throttled_ ||
         (exchange_ && exchange_->waitsForUs()))
         lastMove_ = now;

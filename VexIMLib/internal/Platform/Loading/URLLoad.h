@@ -20,8 +20,8 @@ namespace vexim {
 
 struct URLSessionConfiguration;
 
-/// What a load goes through, in order: bodies sent and redirections, then a response, data, and
-/// always one end.
+/// The events of a load, in order: bodies sent and redirections, then a response, data, and always
+/// one end.
 namespace LoadEvent {
 struct SentBody {
     std::int64_t total = 0;
@@ -42,7 +42,7 @@ struct End {
 using Any = std::variant<SentBody, Redirection, Response, Received, End>;
 }  // namespace LoadEvent
 
-/// One task's life on the network thread: its hops, its patience, and the answer on its way to the
+/// One task on the network thread: its redirections, its timeouts, and passing the answer to the
 /// delegate queue. Public functions may be called from any thread unless they say otherwise.
 class URLLoad final : public std::enable_shared_from_this<URLLoad>, private HTTPExchange::Handler {
 public:
@@ -60,20 +60,20 @@ public:
             std::shared_ptr<OperationQueue> delegateQueue);
     ~URLLoad();
 
-    /// Keeps `client` until the end was delivered.
+    /// Keeps `client` alive until the end was delivered.
     void begin(std::shared_ptr<Client> client);
-    /// Ends it with -999, unless its end is on its way already.
+    /// Ends it with -999, unless it is ending already.
     void cancel();
-    /// After a `Redirection`: what to do; nullopt takes it as the answer. Only the first call for
-    /// each counts.
+    /// Decides about a `Redirection`: the next request, or nullopt to accept it as the answer. Only
+    /// the first call for each counts.
     void decideRedirection(std::optional<URLRequest> request);
-    /// The delegate is done with so many bytes: what waits for it may go on.
+    /// The delegate has consumed this many bytes, so receiving may continue.
     void consumed(std::size_t bytes);
-    /// Lifts the bound on the answer's length.
+    /// Removes the limit on the answer's length.
     void setAnswerIsStreamed(bool streamed) noexcept { streamed_ = streamed; }
     bool answerIsStreamed() const noexcept { return streamed_; }
-    /// Says that the client is quick with short answers: it may hear them on the network thread, in
-    /// the delegate queue's place.
+    /// Says that the client is quick with short answers, so it may get them on the network thread
+    /// instead of the delegate queue.
     void setIsHeardQuickly(bool quickly) noexcept { heardQuickly_ = quickly; }
 
 private:
@@ -81,7 +81,7 @@ private:
     using TimePoint = Clock::TimePoint;
     enum class Phase { Idle, Exchanging, Deciding, Ended };
 
-    // Network thread only, down to the members.
+    // Network thread only, from here to the members.
     HTTPExchange::Flow exchangeReceivedHead(HTTPURLResponsePtr head) override;
     HTTPExchange::Flow exchangeReceivedBody(std::string_view bytes) override;
     void exchangeSentBody(std::int64_t total) override;
@@ -98,7 +98,7 @@ private:
     void flushSent();
     void emit(LoadEvent::Any event);
     void end(ErrorPtr error);
-    /// Ends it when it was silent for too long; else says when to look again.
+    /// Ends it if it was silent for too long. Otherwise returns when to check again.
     TimePoint checkPatience(TimePoint now);
     TimePoint nextLook() const;
 
@@ -121,8 +121,8 @@ private:
     std::int64_t sentReported_ = 0;
     TimePoint nextSentReport_;
 
-    // A redirection while it is asked about: its answer is held back, because it may become the
-    // real one.
+    // A redirection that is waiting for a decision. Its answer is kept, because it may become the
+    // final one.
     std::optional<LoadEvent::Redirection> redirection_;
     std::string heldBody_;
     bool heldBodyEnded_ = false;
@@ -133,9 +133,9 @@ private:
     TimePoint resourceDeadline_;
 };
 
-/// The request that a redirection asks for (RFC 9110, 15.4): after 303, and after 301 and 302 to a
-/// POST, a GET without a body; otherwise the same again. Credentials do not go to another origin.
-/// nullopt when the answer is no redirection.
+/// The request that a redirection asks for (RFC 9110, 15.4): a GET without a body after 303, and
+/// after 301 and 302 to a POST; otherwise the same request again. Credentials are not sent to
+/// another origin. nullopt if the answer is not a redirection.
 std::optional<URLRequest> redirectedRequest(const URLRequest& request,
                                             const HTTPURLResponse& response);
 

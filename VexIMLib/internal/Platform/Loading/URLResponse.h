@@ -9,12 +9,12 @@
 
 namespace vexim {
 
-/// The head of an HTTP answer. Immutable once shared.
+/// The status and the header of an HTTP answer. Immutable once shared.
 struct HTTPURLResponse {
     URL url;
     int statusCode = 0;
     HTTPHeaderFields headers;
-    /// The bytes of the body as the delegate will get them; -1 when unknown, as for chunked and
+    /// The length of the body that the delegate will get; -1 if unknown, as for chunked and
     /// compressed answers.
     std::int64_t expectedContentLength = -1;
 };

@@ -17,12 +17,12 @@
 
 namespace vexim {
 
-/// What a session's tasks have in common. The defaults are the platform's.
+/// Options for all tasks of a session. The defaults are the platform's.
 struct URLSessionConfiguration {
-    /// An answer that is held in memory may be this long, decoded; over it the task fails with
-    /// -1103. Gathering it takes up to twice as much for a moment.
+    /// The longest decoded answer that is held in memory; a longer one fails the task with -1103.
+    /// Collecting it takes up to twice as much for a moment.
     std::int64_t maximumAnswerBytes = 16 * 1024 * 1024;
-    /// How long a task may take altogether before it fails with -1001.
+    /// How long a task may take in all before it fails with -1001.
     std::chrono::seconds timeoutForResource{7 * 24 * 3600};
 };
 
@@ -34,8 +34,8 @@ struct CachedURLResponse {
     Data data;
 };
 
-/// Hears what a session's tasks go through. Called on the session's delegate queue, one call at a
-/// time and in order for each task. What a call throws ends its task with an error that names it.
+/// Receives the events of a session's tasks. Called on the session's delegate queue, one call at a
+/// time and in order for each task. An exception ends the task with an error that names it.
 class URLSessionDelegate {
 public:
     using TaskPtr = std::shared_ptr<URLSessionTask>;
@@ -49,39 +49,39 @@ public:
     virtual void taskDidSendBodyData(URLSession& session, const TaskPtr& task,
                                      std::int64_t bytesSent, std::int64_t totalBytesSent,
                                      std::int64_t totalBytesExpectedToSend);
-    /// The task's last call, exactly once for every task that was resumed or cancelled. nullptr is
-    /// success.
+    /// The last call of a task, made exactly once for every task that was resumed or cancelled.
+    /// nullptr means success.
     virtual void taskDidCompleteWithError(URLSession& session, const TaskPtr& task,
                                           const ErrorPtr& error);
-    /// Nothing more of the task comes until `completionHandler` was called, on any thread, at once
-    /// or later. Cancel ends it with -999, and so does dropping the handler uncalled. Allows unless
-    /// overridden.
+    /// The task pauses until `completionHandler` is called, on any thread, now or later. Cancel
+    /// ends it with -999, and so does destroying the handler without calling it. By default it
+    /// allows.
     virtual void dataTaskDidReceiveResponse(URLSession& session, const TaskPtr& task,
                                             const HTTPURLResponsePtr& response,
                                             DispositionHandler completionHandler);
     virtual void dataTaskDidReceiveData(URLSession& session, const TaskPtr& task, const Data& data);
-    /// `newRequest` is what the answer asks for (RFC 9110, 15.4). Give it, or another one, to
-    /// `completionHandler` to go on with that; nullopt (or dropping the handler) takes the
-    /// redirection itself as the answer. Goes on with `newRequest` unless overridden. After 20 hops
-    /// the task fails with -1007.
+    /// `newRequest` is the request that the answer asks for (RFC 9110, 15.4). Pass it, or another
+    /// one, to `completionHandler` to continue. nullopt (or destroying the handler) accepts the
+    /// redirection itself as the answer. By default it continues with `newRequest`. After 20
+    /// redirections the task fails with -1007.
     virtual void taskWillPerformHTTPRedirection(URLSession& session, const TaskPtr& task,
                                                 const HTTPURLResponsePtr& response,
                                                 const URLRequest& newRequest,
                                                 RedirectionHandler completionHandler);
-    /// What may be cached of an answer; nullopt: nothing. Sessions have no cache at present, so
-    /// none asks.
+    /// What may be cached of an answer; nullopt means nothing. Sessions have no cache yet, so this
+    /// is never called.
     virtual void dataTaskWillCacheResponse(URLSession& session, const TaskPtr& task,
                                            const CachedURLResponse& proposedResponse,
                                            CacheHandler completionHandler);
 };
 
-/// Makes tasks and tells one delegate about them. No cookies, no cache, no redirect that the
-/// delegate has not seen. May be released at any time: tasks that were resumed go on and keep
-/// session and delegate alive until they end.
+/// Makes tasks and reports their events to one delegate. It has no cookies and no cache, and the
+/// delegate sees every redirection. It may be released at any time: running tasks continue, and
+/// keep session and delegate alive until they end.
 class URLSession : public std::enable_shared_from_this<URLSession> {
 public:
-    /// nullopt is the default configuration. `delegate` is held weakly, but by each task from its
-    /// resume to its end.
+    /// nullopt means the default configuration. `delegate` is held weakly, but a task holds it from
+    /// its resume to its end.
     static std::shared_ptr<URLSession> create(std::optional<URLSessionConfiguration> configuration,
                                               std::weak_ptr<URLSessionDelegate> delegate,
                                               std::shared_ptr<OperationQueue> delegateQueue);
@@ -89,7 +89,7 @@ public:
     URLSession& operator=(const URLSession&) = delete;
     ~URLSession();
 
-    /// A task, suspended, with a fresh identifier (from 1 on). Call from any thread.
+    /// Makes a suspended task with a new identifier (starting at 1). Call from any thread.
     std::shared_ptr<URLSessionTask> dataTaskWithRequest(URLRequest request);
 
     const URLSessionConfiguration& configuration() const noexcept { return *configuration_; }

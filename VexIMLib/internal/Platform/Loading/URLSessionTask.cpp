@@ -14,7 +14,7 @@
 
 namespace vexim {
 
-/// The task's own end of its load: hears events on the delegate queue, applies what was decided
+/// The task's side of its load: receives events on the delegate queue, applies the decisions made
 /// meanwhile, and calls the delegate.
 struct URLSessionTask::Impl final : URLLoad::Client {
     explicit Impl(URLSessionTask& owner) : task(owner) {}
@@ -35,15 +35,14 @@ struct URLSessionTask::Impl final : URLLoad::Client {
     std::shared_ptr<const URLRequest> currentRequest VEXIM_GUARDED_BY(mutex);
     HTTPURLResponsePtr response VEXIM_GUARDED_BY(mutex);
     ErrorPtr error VEXIM_GUARDED_BY(mutex);
-    // what this side ended the task for, in place of -999
+    // why this side ended the task, to report instead of -999
     ErrorPtr failure VEXIM_GUARDED_BY(mutex);
 
     // From the start to the end; set by the thread that starts, then used on the delegate queue
     // only.
     std::shared_ptr<URLSessionDelegate> delegate;
 
-    // Delegate queue only. Events wait while the delegate has not said whether it wants the
-    // response.
+    // Delegate queue only. Events wait until the delegate has decided about the response.
     enum class Asked { No, Now, Waiting };
     Asked asked = Asked::No;
     std::deque<LoadEvent::Any> held;
@@ -83,8 +82,8 @@ struct URLSessionTask::Impl final : URLLoad::Client {
 
 namespace {
 
-/// A handler that the delegate gets: answers once, and gives `otherwise` when its last copy goes
-/// unanswered.
+/// A handler for the delegate. It answers once; if its last copy is destroyed without being called,
+/// it answers `otherwise`.
 template <class Answer>
 class Question {
 public:
@@ -180,8 +179,8 @@ void URLSessionTask::Impl::handle(LoadEvent::Response event) {
 
 /// Any thread: the delegate's answer.
 void URLSessionTask::Impl::decide(URLSessionResponseDisposition disposition) {
-    // In the very call that asked there is nothing held yet. Later, other tasks' calls may be
-    // running: take a turn of our own.
+    // Inside the call that asked, no events are waiting yet. Later, calls of other tasks may be
+    // running, so queue an operation.
     if (session->delegateQueue()->isCurrent() && asked == Asked::Now) return didDecide(disposition);
     session->delegateQueue()->addOperation(
         [keep = self(), this, disposition] { didDecide(disposition); });
@@ -218,8 +217,8 @@ void URLSessionTask::Impl::handle(LoadEvent::End event) {
     ErrorPtr reason = std::move(event.error);
     {
         const MutexLock lock(mutex);
-        // Who cancels before hearing of the end hears of the cancellation, whatever else happened
-        // meanwhile.
+        // After a cancellation the delegate gets the cancellation, whatever else happened before
+        // the end was delivered.
         if (givenUp)
             reason = failure ? failure : makeURLError(URLErrorCancelled, originalRequest->url);
         error = reason;
@@ -229,7 +228,7 @@ void URLSessionTask::Impl::handle(LoadEvent::End event) {
     if (!listener) return;
     try {
         listener->taskDidCompleteWithError(*session, self(), reason);
-    } catch (const Exception& raised) {  // its reason may quote what is nobody else's business
+    } catch (const Exception& raised) {  // its reason may quote secrets
         log(LogLevel::Error, "The delegate raised " + raised.name() + " at a task's end.");
     } catch (const std::exception&) {
         log(LogLevel::Error, "The delegate threw at a task's end.");
@@ -265,7 +264,7 @@ void URLSessionTask::resume() {
 void URLSessionTask::cancel() {
     if (impl_->moveState(URLSessionTaskState::Running, URLSessionTaskState::Cancelling)) {
         impl_->load->cancel();
-        // An end that waits behind an unanswered question need not wait any more.
+        // If the end is waiting for a decision, it need not wait any more.
         impl_->session->delegateQueue()->addOperation(
             [keep = sharedAs<URLSessionTask>()] { keep->impl_->releaseHeld(); });
     } else if (impl_->moveState(URLSessionTaskState::Suspended, URLSessionTaskState::Cancelling)) {

@@ -17,8 +17,8 @@ enum class URLSessionTaskState : int { Running = 0, Suspended = 1, Cancelling = 
 /// One request and its answer. Made suspended by a session; usable from any thread; may be released
 /// at any time.
 ///
-/// Observable by the key "state" (the number above): 0 comes on the thread that resumes, 2 on the
-/// one that cancels, 3 on the delegate queue just before the delegate hears of the end.
+/// Observable by the key "state" (the number above). 0 comes on the thread that resumes, 2 on the
+/// one that cancels, 3 on the delegate queue right before the delegate's last call.
 class URLSessionTask final : public Object {
 public:
     explicit URLSessionTask(Creation creation);
@@ -26,7 +26,7 @@ public:
 
     /// Starts it; a second call does nothing.
     void resume();
-    /// Ends it: the delegate gets -999 and nothing else any more. After the end it does nothing.
+    /// Ends it: the delegate gets -999 and nothing else afterwards. Does nothing after the end.
     void cancel();
 
     std::int64_t taskIdentifier() const noexcept;
@@ -34,7 +34,7 @@ public:
     std::shared_ptr<const URLRequest> originalRequest() const;
     /// Differs from the original one after a redirection.
     std::shared_ptr<const URLRequest> currentRequest() const;
-    /// nullptr before the answer's head has reached the delegate.
+    /// nullptr until the delegate has got the answer's status and header.
     HTTPURLResponsePtr response() const;
     /// Set at the end.
     ErrorPtr error() const;
@@ -45,14 +45,13 @@ public:
     /// -1 when unknown, 0 without a body.
     std::int64_t countOfBytesExpectedToSend() const noexcept;
 
-    /// Says that the answer is not kept in memory, so the session's bound does not apply. To be set
-    /// before `resume`, or in the delegate's dataTaskDidReceiveResponse when the request accepts no
+    /// Says that the answer is not kept in memory, so the session's limit does not apply. Set it
+    /// before `resume`, or in the delegate's dataTaskDidReceiveResponse if the request accepts no
     /// compression.
     void setAnswerIsStreamed(bool streamed) noexcept;
     bool answerIsStreamed() const noexcept;
-    /// Says that the delegate is quick with short answers and calls nobody else's code: while the
-    /// delegate queue has nothing to do, its operations for this task may run on the network
-    /// thread.
+    /// Says that the delegate is quick with short answers and calls no foreign code. While the
+    /// delegate queue is idle, its operations for this task may then run on the network thread.
     void setIsHeardQuickly(bool quickly) noexcept;
 
     Value valueForKey(std::string_view key) const override;

@@ -1,6 +1,7 @@
 #pragma once
 
-// Timers by the library's clock, for what may be turned by hand. Those by real time are asio's own.
+// Timers on the library's clock, which tests may advance by hand. For real time use asio's own
+// timers.
 #include <boost/asio/basic_waitable_timer.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
@@ -11,7 +12,7 @@
 
 namespace vexim {
 
-/// `Clock::shared()` as asio wants a clock.
+/// `Clock::shared()` in the form of an asio clock.
 struct SharedClock {
     using time_point = Clock::TimePoint;
     using duration = time_point::duration;
@@ -23,9 +24,9 @@ struct SharedClock {
 
 using ClockTimer = boost::asio::basic_waitable_timer<SharedClock>;
 
-/// Makes the loop of `context` ask the clock again, after it was turned: it does so when a timer is
-/// set that comes before all others. Lets go of `looking` when the handlers that were due, and
-/// those of what is there to be read, have run.
+/// Makes the loop of `context` check the clock again after it was advanced. The loop does so when a
+/// timer is set that is earlier than all others. Releases `looking` when all due handlers, and
+/// those for readable data, have run.
 inline void lookAtClock(boost::asio::io_context& context, std::shared_ptr<void> looking) {
     auto first = std::make_shared<ClockTimer>(context, Clock::TimePoint::min());
     first->async_wait(

@@ -44,8 +44,8 @@ Answer lookUp(const std::string& host, int flags) {
     return answer;
 }
 
-/// Held by its owner alone; the thread that looks up sees it weakly, so the completion never dies
-/// on that thread.
+/// Only its owner holds it. The lookup thread has a weak reference, so the completion is never
+/// destroyed on that thread.
 struct PendingLookup {
     HostResolver::Completion completion;
 };
@@ -86,7 +86,7 @@ public:
 }  // namespace
 
 bool isThisMachine(std::string_view host) noexcept {
-    // "127.a.example" is anybody's
+    // "127.a.example" may belong to anybody
     const bool isAddress = host.find_first_not_of("0123456789.") == std::string_view::npos;
     return host == "localhost" || (isAddress && host.starts_with("127.")) || host == "::1" ||
            host.ends_with(".localhost");

@@ -11,15 +11,15 @@
 
 namespace vexim {
 
-/// Looks host names up without ever blocking the network thread or holding up the process's exit.
+/// Looks up host names without blocking the network thread or delaying the exit of the process.
 class HostResolver {
 public:
     /// `addresses` are numeric (IPv4 or IPv6, with a scope where one applies), in the order to try
     /// them; with an error (NSURLErrorDomain -1003) there are none.
     using Completion = std::function<void(std::vector<std::string> addresses, ErrorPtr error)>;
 
-    /// A lookup under way. Destroying it cancels: the completion does not come any more, nobody
-    /// waits for the lookup.
+    /// A running lookup. Destroying it cancels it: the completion is not called, and nobody waits
+    /// for the lookup.
     class Lookup {
     public:
         virtual ~Lookup() = default;
@@ -30,12 +30,12 @@ public:
     /// Numeric addresses (without brackets) are answered without a lookup.
     virtual std::unique_ptr<Lookup> resolve(std::string host, Completion completion) = 0;
 
-    /// The system's resolver, each lookup on a detached thread. Never destroyed.
+    /// The system's resolver. Each lookup runs on a detached thread. Never destroyed.
     static HostResolver& system();
 };
 
-/// Whether `host` names the machine that asks. A proxy of the environment's is passed by then: it
-/// could not reach this machine's own servers as this machine sees them.
+/// Whether `host` is this machine. Then a proxy from the environment is not used, because it cannot
+/// reach this machine's local servers.
 bool isThisMachine(std::string_view host) noexcept;
 
 }  // namespace vexim

@@ -26,7 +26,7 @@ namespace {
 constexpr std::chrono::milliseconds patienceWith(AtExit atExit) {
     switch (atExit) {
         case AtExit::Leave: return std::chrono::milliseconds(50);
-        // an end even so: a process that cannot exit is worse
+        // give up after a while: a process that cannot exit is worse
         case AtExit::Await: return std::chrono::seconds(3);
     }
     return {};
@@ -53,14 +53,15 @@ Registry& registry() {
         OPENSSL_init_ssl(0, nullptr);
         curl_global_init(CURL_GLOBAL_ALL);
         std::atexit(exitHook);
-        return new Registry;  // never destroyed: threads that outstay the exit hook still use it
+        return new Registry;  // never destroyed: threads that run longer than the exit hook still
+                              // use it
     }();
     return *instance;
 }
 
 void exitHook() {
     Registry& shared = registry();
-    // a forked child has none of the threads, and perhaps locks that nobody opens
+    // a forked child has none of the threads, and may have locks that nobody unlocks
     if (shared.process != ::getpid()) return;
     std::vector<std::function<void()>> interrupts;
     {
@@ -68,14 +69,14 @@ void exitHook() {
         shared.exiting = true;
         for (const Running& thread : shared.running) interrupts.push_back(thread.interrupt);
     }
-    detail::endMainQueue();  // whoever waits for the main thread would wait for the one that exits
+    detail::endMainQueue();  // threads that wait for the main thread would wait for the exiting one
     for (const auto& interrupt : interrupts) interrupt();
 
     const auto patience = [&shared]() VEXIM_REQUIRES(shared.mutex) {
         std::chrono::milliseconds most{0};
         for (const Running& thread : shared.running) {
-            // An exit called on one of our threads (from an application's callback) must not wait
-            // for itself.
+            // If an application's callback on one of our threads calls exit, that thread must not
+            // wait for itself.
             if (thread.id != std::this_thread::get_id())
                 most = std::max(most, patienceWith(thread.atExit));
         }
@@ -87,14 +88,14 @@ void exitHook() {
     }
 }
 
-/// Signals belong to the application's threads; SIGPIPE on ours would kill the process for a peer
-/// that hung up.
+/// Signals are for the application's threads. SIGPIPE on ours would kill the process when a server
+/// closes a connection.
 class SignalsBlocked {
 public:
     SignalsBlocked() {
         sigset_t all;
         ::sigfillset(&all);
-        // What a faulty instruction raises must stay deliverable.
+        // Signals for faulty instructions must not be blocked.
         for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
             ::sigdelset(&all, fault);
         ::pthread_sigmask(SIG_BLOCK, &all, &before_);
@@ -141,8 +142,8 @@ bool start(const std::string& name, AtExit atExit, std::function<void()> body,
         }
         body();
         body = nullptr;
-        // Now, not with the thread's own end: once the hook has seen it gone, OpenSSL may be
-        // cleaned up beneath it.
+        // Do it now, not when the thread itself ends: once the hook sees that it has ended, OpenSSL
+        // may be cleaned up.
         OPENSSL_thread_stop();
         const MutexLock lock(shared.mutex);
         shared.running.erase(entry);

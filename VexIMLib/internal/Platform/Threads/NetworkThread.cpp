@@ -53,8 +53,8 @@ NetworkThread::NetworkThread() : impl_(std::make_unique<Impl>()) {
             impl->id = std::this_thread::get_id();
             impl->context.run();
         },
-        // Behind what was posted before, so that a message handed over right before the exit still
-        // goes out.
+        // After everything posted before, so that a message posted right before the exit is still
+        // sent.
         [this] { post([impl = impl_.get()] { impl->context.stop(); }); });
     impl_->clockListener = detail::onClockTurned([this](std::shared_ptr<void> looking) {
         post([impl = impl_.get(), looking = std::move(looking)] {
@@ -69,7 +69,7 @@ void NetworkThread::post(Function function) {
     {
         const MutexLock lock(impl_->mutex);
         impl_->inbox.push_back(std::move(function));
-        if (impl_->inbox.size() > 1) return;  // whoever came first has called for the drain
+        if (impl_->inbox.size() > 1) return;  // the first poster has already woken the thread
     }
     asio::post(impl_->context, [impl = impl_.get()] { impl->drain(); });
 }
@@ -82,7 +82,7 @@ struct NetworkTimer::Impl : std::enable_shared_from_this<NetworkTimer::Impl> {
     asio::steady_timer byRealTime{NetworkThreadAsio::ioContext()};
     ClockTimer byClock{NetworkThreadAsio::ioContext()};
     NetworkThread::Function function;  // empty: nothing is pending
-    // tells a call that was already on its way from the one that is wanted
+    // distinguishes an outdated call from the current one
     std::uint64_t round = 0;
 
     void wait(auto& timer, NetworkThread::Function then) {

@@ -11,8 +11,8 @@ namespace vexim {
 /// The one thread on which all network traffic runs: URL loading and every live connection. Nothing
 /// on it blocks.
 ///
-/// Made on first use and never destroyed; one exit hook, registered after OpenSSL's so that it runs
-/// before it, stops the library's threads. After it, nothing posted runs any more.
+/// Made on first use and never destroyed. One exit hook, registered after OpenSSL's so that it runs
+/// first, stops the library's threads. Nothing posted afterwards runs.
 class NetworkThread {
 public:
     using Function = std::function<void()>;
@@ -21,9 +21,9 @@ public:
     NetworkThread(const NetworkThread&) = delete;
     NetworkThread& operator=(const NetworkThread&) = delete;
 
-    /// Queues `function`; it runs on the network thread after everything posted before. What is
-    /// posted while the thread is busy crosses in one batch. Call from any thread; `function` may
-    /// not throw.
+    /// Queues `function`, which runs on the network thread after everything posted before.
+    /// Functions posted while the thread is busy are passed on in one batch. Call from any thread;
+    /// `function` must not throw.
     void post(Function function);
     bool isCurrent() const noexcept;
 
@@ -41,15 +41,14 @@ public:
     NetworkTimer();
     NetworkTimer(const NetworkTimer&) = delete;
     NetworkTimer& operator=(const NetworkTimer&) = delete;
-    ~NetworkTimer();  // a pending call does not come any more
+    ~NetworkTimer();  // cancels the pending call
 
-    /// Calls `function` on the network thread once `delay` of real time has passed; replaces what
-    /// was pending.
+    /// Calls `function` on the network thread after `delay` of real time. Replaces the pending
+    /// call.
     void start(std::chrono::nanoseconds delay, NetworkThread::Function function);
-    /// The same when the shared clock says `deadline`, which a hand-turned one may do at any
-    /// moment.
+    /// The same, at `deadline` by the shared clock. A test's clock may reach it at any moment.
     void startAt(Clock::TimePoint deadline, NetworkThread::Function function);
-    /// After it returns, the pending call does not come any more.
+    /// Cancels the pending call.
     void cancel();
     bool isPending() const noexcept;
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// For the few sources that put sockets of their own on the network thread; everyone else includes
+// For the few sources that have their own sockets on the network thread. All others include
 // NetworkThread.h.
 #include <boost/asio/io_context.hpp>
 

@@ -18,16 +18,17 @@ struct OperationQueue::State : std::enable_shared_from_this<OperationQueue::Stat
     bool threadWaits VEXIM_GUARDED_BY(mutex) = false;
     // an operation, on the queue's thread or on another one
     bool isRunning VEXIM_GUARDED_BY(mutex) = false;
-    bool closed VEXIM_GUARDED_BY(mutex) = false;   // no more operations will come
-    bool stopped VEXIM_GUARDED_BY(mutex) = false;  // the process exits: what is left is not run
+    bool closed VEXIM_GUARDED_BY(mutex) = false;  // no more operations will come
+    bool stopped VEXIM_GUARDED_BY(mutex) =
+        false;  // the process exits: remaining operations do not run
 
-    /// What is to be done, without the lock, so that the thread sees what is pending.
+    /// Runs a batch without the lock, so that the thread sees new operations.
     struct Call {
         bool starts = false;
         bool wakes = false;
     };
     Call callForThread() VEXIM_REQUIRES(mutex) {
-        if (isRunning) return {};  // who runs it looks for more
+        if (isRunning) return {};  // whoever runs it checks for more
         return {.starts = !pending.empty() && !std::exchange(threadRuns, true),
                 .wakes = std::exchange(threadWaits, false)};
     }
@@ -62,7 +63,7 @@ void OperationQueue::State::run() {
     for (;;) {
         {
             const MutexLock lock(mutex);
-            // Its own last batch is through; what runs elsewhere says so itself.
+            // Its own last batch is done; an operation on another thread reports its end itself.
             if (!batch.empty()) isRunning = false;
             batch.clear();
             while ((isRunning || (pending.empty() && !closed)) && !stopped) {
@@ -95,7 +96,7 @@ OperationQueue::~OperationQueue() {
 }
 
 void OperationQueue::addOperation(Operation operation) {
-    // the operation may release the queue, before this function has returned
+    // the operation may release the queue before this function returns
     const auto state = state_;
     State::Call call;
     {
@@ -112,7 +113,7 @@ void OperationQueue::runOrAdd(Operation operation) {
         const MutexLock lock(state->mutex);
         if (state->isRunning || !state->pending.empty() || state->stopped) {
             state->pending.push_back(std::move(operation));
-            return;  // its turn comes when what is before it is through
+            return;  // it runs after the earlier ones
         }
         state->isRunning = true;
     }

@@ -7,13 +7,13 @@
 
 namespace vexim {
 
-/// A serial queue with a thread of its own, which is started when the first operation needs it.
-/// Destroying the queue waits for nothing: what is queued still runs, then the thread ends.
+/// A serial queue with its own thread, which starts with the first operation. Destroying the queue
+/// does not wait: queued operations still run, then the thread ends.
 class OperationQueue {
 public:
     using Operation = std::function<void()>;
 
-    /// `name` names the thread.
+    /// `name` is the name of the thread.
     static std::shared_ptr<OperationQueue> create(std::string name);
     OperationQueue(const OperationQueue&) = delete;
     OperationQueue& operator=(const OperationQueue&) = delete;
@@ -21,14 +21,14 @@ public:
 
     /// Queues `operation`; operations run one at a time in the order given. Call from any thread.
     void addOperation(Operation operation);
-    /// The same, but runs it at once, on the calling thread, when nothing else is queued or
-    /// running. For what is short: a switch of threads costs more.
+    /// The same, but if nothing else is queued or running, it runs at once on the calling thread.
+    /// For short operations, which cost less than a thread switch.
     void runOrAdd(Operation operation);
     /// Whether the caller is inside one of the queue's operations.
     bool isCurrent() const noexcept;
     static constexpr int maxConcurrentOperationCount() noexcept { return 1; }
 
-    /// What the thread runs; shared with it, so that the thread may outlive the queue.
+    /// The state of the queue, shared with its thread, which may outlive the queue.
     struct State;
 
 private:

@@ -11,8 +11,8 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-// A turn from a disk takes a millisecond. One that is taken for blocked by mistake costs a thread
-// for a moment.
+// Reading from a disk takes about a millisecond. If a turn counts as blocked by mistake, that costs
+// one more thread for a moment.
 constexpr std::chrono::milliseconds kPatience{100};
 constexpr std::chrono::seconds kMostIdle{2};
 
@@ -58,7 +58,7 @@ bool ReaderPool::mayStartThread() {
     return false;
 }
 
-/// False when there is no thread at all. It is tried again for what stays in line.
+/// False if there is no thread at all. Work that stays in line is tried again.
 bool ReaderPool::startWhatIsMissing() {
     for (;;) {
         Place worker;
@@ -85,10 +85,10 @@ void ReaderPool::run(Place worker) {
     while (const auto work = next(worker)) work->turn();
 }
 
-/// Ends the worker's turn and waits for the next one; nullptr when its thread is to end. The worker
-/// is gone then.
+/// Ends the worker's turn and waits for the next one. nullptr if its thread must end; the worker is
+/// destroyed then.
 std::shared_ptr<ReaderPool::Work> ReaderPool::next(Place worker) {
-    std::shared_ptr<Work> last;  // let go of without the lock
+    std::shared_ptr<Work> last;  // released without the lock
     const MutexLock lock(mutex_);
     const bool isFirst = !worker->work;
     last = std::move(worker->work);
@@ -120,7 +120,7 @@ void ReaderPool::uncount(Place worker) {
 
 void ReaderPool::watchSoon() {
     if (std::exchange(isWatched_, true)) return;
-    // By real time, whatever clock is set: it is the system that keeps a thread waiting.
+    // By real time, whatever clock is set, because the system makes a thread wait.
     NetworkThread::shared().post([this] {
         auto timer = std::make_shared<NetworkTimer>();
         auto& watch = *timer;

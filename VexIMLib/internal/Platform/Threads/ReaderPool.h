@@ -10,10 +10,9 @@
 
 namespace vexim {
 
-/// A few threads that read the bodies of uploads, by turns: at most `kReaders`, and one more for
-/// each body that blocks the thread which reads it (a file on a stalled network disk, a pipe
-/// without a writer), up to `kMostThreads`. A thread ends when it has had nothing to do for a
-/// while.
+/// A few threads that take turns reading the bodies of uploads: at most `kReaders`, and one more
+/// for each body that blocks its thread (a file on a stalled network disk, a pipe without a
+/// writer), up to `kMostThreads`. A thread ends after some idle time.
 ///
 /// All functions may be called from any thread. A pool is never destroyed.
 class ReaderPool {
@@ -24,26 +23,26 @@ public:
     class Work {
     public:
         virtual ~Work() = default;
-        /// Reads for as long as that makes sense in one go, on a thread of the pool.
+        /// Reads as much as makes sense at once, on a thread of the pool.
         virtual void turn() noexcept = 0;
-        /// The process ends: makes a turn that waits return soon.
+        /// The process is exiting: makes a waiting turn return soon.
         virtual void interrupt() = 0;
     };
 
     static ReaderPool& shared();
-    /// A turn that takes longer than `patience` is taken for blocked.
+    /// A turn that takes longer than `patience` counts as blocked.
     explicit ReaderPool(std::chrono::milliseconds patience) : patience_(patience) {}
     ReaderPool(const ReaderPool&) = delete;
     ReaderPool& operator=(const ReaderPool&) = delete;
 
-    /// Queues one turn of `work`. False when there is no thread for it: the process is exiting, or
-    /// the system has none to give.
+    /// Queues one turn of `work`. Returns false if there is no thread for it: the process is
+    /// exiting, or the system has no more threads.
     bool add(std::shared_ptr<Work> work);
-    /// Nobody waits for `work` any more. A thread that is inside it is not counted from now on and
-    /// ends with its turn: it may be stuck for ever.
+    /// Nobody waits for `work` any more. A thread that runs it may be stuck forever, so it is no
+    /// longer counted and ends with its turn.
     void giveUp(const Work& work);
 
-    /// How many threads there are, without those that were given up. For tests.
+    /// The number of threads, without abandoned ones. For tests.
     std::size_t threadCount();
 
 private:
@@ -61,8 +60,8 @@ private:
     bool mayStartThread() VEXIM_REQUIRES(mutex_);
     void watchSoon() VEXIM_REQUIRES(mutex_);
     void look();
-    /// At exit, of all threads at once: when the hook asks for the second one, its worker may be
-    /// gone.
+    /// At exit it interrupts all threads at once, because the second thread's worker may be gone
+    /// when the hook calls it.
     void interrupt();
     void uncount(Place worker) VEXIM_REQUIRES(mutex_);
 
@@ -71,7 +70,7 @@ private:
     ConditionVariable added_;
     std::deque<std::shared_ptr<Work>> queue_ VEXIM_GUARDED_BY(mutex_);
     std::list<Worker> workers_ VEXIM_GUARDED_BY(mutex_);
-    std::size_t threads_ VEXIM_GUARDED_BY(mutex_) = 0;  // without those that were given up
+    std::size_t threads_ VEXIM_GUARDED_BY(mutex_) = 0;  // without abandoned ones
     std::size_t blocked_ VEXIM_GUARDED_BY(mutex_) = 0;  // of these
     std::size_t idle_ VEXIM_GUARDED_BY(mutex_) = 0;
     bool isWatched_ VEXIM_GUARDED_BY(mutex_) = false;

@@ -17,9 +17,9 @@
 namespace vexim {
 namespace {
 
-constexpr std::size_t kMostBytes = std::size_t{16} << 20;  // a hundred times what systems bring
+constexpr std::size_t kMostBytes = std::size_t{16} << 20;  // a hundred times the usual size
 
-// OpenSSL's own, as is the rule for the other one
+// OpenSSL's own path and rule, like for the other one
 constexpr const char* kFileVariable = "SSL_CERT_FILE";
 constexpr const char* kFolderVariable = "SSL_CERT_DIR";
 
@@ -66,8 +66,7 @@ bool addCertificates(const std::string& pem, X509_STORE* store) {
     }
     BIO_free(bio);
     ERR_clear_error();  // the end of the text counts as one
-    // OpenSSL takes a first or last line that is damaged for a remark, and would pass its
-    // certificate over.
+    // OpenSSL treats a damaged first or last line as a comment and would skip its certificate.
     return isWhole && count > 0 && countOf("-BEGIN ", pem) == count &&
            countOf("-END ", pem) == count;
 }
@@ -81,7 +80,7 @@ FileReading readFile(const char* path) {
     const auto failed = [](int error) {
         return FileReading{{}, std::generic_category().message(error)};
     };
-    const int file = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe must not hold us up
+    const int file = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);  // a pipe must not block us
     if (file < 0) return failed(errno);
     struct stat about {};
     FileReading reading;
@@ -102,8 +101,8 @@ FileReading readFile(const char* path) {
     return reading;
 }
 
-/// What is wrong with `pem`, as the end of a sentence; empty when its certificates are in the store
-/// now.
+/// Adds the certificates in `pem` to the store. Returns what is wrong, as the end of a sentence;
+/// empty on success.
 std::string addText(const std::string& pem, X509_STORE* store) {
     if (pem.size() > kMostBytes) return "it is longer than 16 MiB";
     return addCertificates(pem, store)
@@ -145,7 +144,7 @@ AuthorityReading readAuthorities(const TrustOptions& options) {
         source = "option \"caFile\"";
         fault = addFile(options.authorityFile.c_str(), store.get());
     } else {
-        // OpenSSL passes over a file that it cannot read.
+        // OpenSSL ignores a file that it cannot read.
         source = std::string("the variable ") + kFileVariable;
         if (const char* const named = environment(kFileVariable); *named)
             fault = addFile(named, store.get());

@@ -17,16 +17,15 @@ using AuthorityStore = std::unique_ptr<x509_store_st, FreeStore>;
 
 struct AuthorityReading {
     AuthorityStore store;
-    std::string fault;  // a sentence, when there is no store. It names no path
+    std::string fault;  // a sentence, if there is no store. It does not name the path
 };
 
-/// The certificates that `options` trust, or the system's. All of them or none: a text that is cut
-/// off, or that holds anything but certificates and remarks between them, is a fault. Reads files,
+/// Reads the certificates that `options` name, or the system's: all of them or none. A text that is
+/// cut off, or has anything but certificates and comments between them, is an error. Reads files,
 /// so it takes milliseconds.
 AuthorityReading readAuthorities(const TrustOptions& options);
 
-/// Changes when what `readAuthorities` would read changes. Costs a system call where a file is
-/// named, else nothing.
+/// Changes if the files of `readAuthorities` change. Costs one system call if there is a file.
 std::string authoritiesVersion(const TrustOptions& options);
 
 }  // namespace vexim

@@ -6,23 +6,22 @@
 
 namespace vexim {
 
-/// What is wrong with a peer's certificate, or with the handshake, in the same words for every kind
-/// of traffic. Nothing of it is the certificate's own text, whose maker is a stranger and may write
-/// what he likes.
+/// What is wrong with a server's certificate or with the handshake, in the same words for all
+/// traffic. It contains no text from the certificate, which a stranger may have written.
 struct CertificateFault {
-    // of URL loading: -1201 to -1204; of a handshake -1200, or -1005 when the peer just went away
+    // a URL loading code: -1201 to -1204; for a handshake -1200, or -1005 if the server just closed
+    // the connection
     std::int64_t code;
     std::string words;  // a sentence
 };
 
-/// `verified` is OpenSSL's verdict (not X509_V_OK), `host` what the certificate should have been
-/// for.
+/// `verified` is OpenSSL's result (not X509_V_OK); the certificate should have been for `host`.
 CertificateFault certificateFault(long verified, std::string_view host);
 
-/// `host` is no name and no address that any certificate could be for.
+/// No certificate can be for `host`: it is neither a valid name nor an address.
 CertificateFault impossibleHost(std::string_view host);
 
-/// A handshake that broke for another reason: `reason` is OpenSSL's, empty when there is none.
+/// The handshake failed for another reason, which OpenSSL gives as `reason`; empty if none.
 CertificateFault handshakeFault(std::string_view reason);
 
 }  // namespace vexim

@@ -29,7 +29,7 @@ TlsSession::Status TlsSession::advance() {
     established_ = result == 1;
     const int error = SSL_get_error(ssl_, result);
     const Status status = established_ || error == SSL_ERROR_WANT_READ ? Status::Open : fail();
-    collectOutput();  // after a fault too: the alert tells the peer
+    collectOutput();  // also after an error: the alert informs the server
     return status;
 }
 

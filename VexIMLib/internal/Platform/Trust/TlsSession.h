@@ -13,14 +13,14 @@ struct ssl_st;
 
 namespace vexim {
 
-/// One TLS connection in memory: what comes from the peer goes in, plain bytes come out, and the
-/// other way round.
+/// One TLS connection in memory. Encrypted bytes from the server go in and plain bytes come out,
+/// and the other way round.
 class TlsSession {
 public:
     enum class Status : std::uint8_t { Open, Closed, Failed };
 
-    /// `host` is what the certificate must be for: a name (also sent as SNI) or a numeric address.
-    /// nullptr when it can be neither.
+    /// The certificate must be for `host`, a name (also sent as SNI) or a numeric address. nullptr
+    /// if it is neither.
     static std::unique_ptr<TlsSession> create(std::shared_ptr<const Trust> trust, std::string host);
     TlsSession(const TlsSession&) = delete;
     TlsSession& operator=(const TlsSession&) = delete;
@@ -28,16 +28,16 @@ public:
 
     /// Begins the handshake; its first bytes are in `output`.
     Status start();
-    /// Takes bytes from the peer and appends what they hold to `plain`.
+    /// Takes bytes from the server and appends the decrypted ones to `plain`.
     Status receive(std::string_view encrypted, std::string& plain);
     bool isEstablished() const noexcept { return established_; }
-    /// Encrypts into `output`; only once established.
+    /// Encrypts into `output`. Call it only once established.
     Status send(std::string_view plain);
     /// Says goodbye (close_notify) into `output`.
     void close();
-    /// Bytes for the peer; whoever sends them takes them.
+    /// Bytes for the server. Take them out to send them.
     std::string& output() noexcept { return output_; }
-    /// What went wrong, in words; for a certificate, what is wrong with it.
+    /// What went wrong, or what is wrong with the certificate.
     const std::string& fault() const noexcept { return fault_; }
 
 private:

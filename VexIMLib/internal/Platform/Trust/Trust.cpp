@@ -42,7 +42,7 @@ void freeTrust(void*, void* trust, CRYPTO_EX_DATA*, int, long, void*) {
     delete static_cast<TrustPtr*>(trust);
 }
 
-/// Where a context that may outlive everything else keeps its trust alive.
+/// Keeps a trust alive as long as its context, which may outlive everything else.
 int trustIndex() {
     static const int index = SSL_CTX_get_ex_new_index(0, nullptr, nullptr, nullptr, freeTrust);
     return index;
@@ -57,8 +57,8 @@ std::string_view withoutRootDot(std::string_view host) {
 
 enum class HostKind { Name, Address, Impossible };
 
-/// Lets the verifier ask for `host`. An address is one only in its usual form; what else a resolver
-/// might take for one ("127.1") counts as a name, and no certificate is for it.
+/// Sets `host` in the verifier. An address must have its usual form. Anything else that a resolver
+/// might read as an address ("127.1") counts as a name, for which there is no certificate.
 HostKind expectHost(X509_VERIFY_PARAM* wanted, std::string_view host) {
     unsigned char address[16];
     const std::string numeric(host);
@@ -69,8 +69,8 @@ HostKind expectHost(X509_VERIFY_PARAM* wanted, std::string_view host) {
         return isSet ? HostKind::Address : HostKind::Impossible;
     }
     const auto name = withoutRootDot(host);
-    // OpenSSL would take an empty one for no question, and one that begins with a dot for every
-    // name below.
+    // OpenSSL would not check an empty name, and would accept every subdomain for a name that
+    // begins with a dot.
     if (name.empty() || name.starts_with('.')) return HostKind::Impossible;
     X509_VERIFY_PARAM_set_hostflags(
         wanted, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
@@ -97,13 +97,13 @@ Trust::Trust(TrustOptions options, AuthorityStore authorities)
 Trust::~Trust() { SSL_CTX_free(context_); }
 
 void Trust::prepare(ssl_ctx_st* context) const {
-    // The system's own policy may ask for more, never for less.
+    // The system's policy may require more, but not less.
     if (SSL_CTX_get_min_proto_version(context) < TLS1_2_VERSION)
         SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
     if (SSL_CTX_get_security_level(context) < kLeastSecurityLevel)
         SSL_CTX_set_security_level(context, kLeastSecurityLevel);
     X509_VERIFY_PARAM* const rules = SSL_CTX_get0_param(context);
-    // Whatever certificate the application names is trusted: an intermediate, or the server's own.
+    // Trust every certificate that the application gives, even an intermediate or the server's own.
     X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_PARTIAL_CHAIN | X509_V_FLAG_TRUSTED_FIRST);
     if (options_.acceptSelfSigned)
         X509_VERIFY_PARAM_set_flags(rules, X509_V_FLAG_CHECK_SS_SIGNATURE);
@@ -135,8 +135,8 @@ ssl_st* Trust::newConnection(const std::string& host) const {
 
 int Trust::verify(x509_store_ctx_st* chain, void* self) {
     const auto& pins = static_cast<const Trust*>(self)->options_.pins;
-    // What it leaves in the queue of errors would stand before "certificate verify failed", and
-    // libcurl reads the first only.
+    // Clear the error queue: libcurl reads only the first entry, which must be "certificate verify
+    // failed".
     ERR_set_mark();
     const int result = X509_verify_cert(chain);
     ERR_pop_to_mark();
@@ -153,7 +153,8 @@ TrustChoice TrustChoice::of(const Dictionary& options) {
 }
 
 TrustChoice TrustChoice::of(const TrustOptions& options) {
-    // The few that one process uses. Reading the system's authorities takes milliseconds.
+    // A cache of the few trusts that a process uses. Reading the system's authorities takes
+    // milliseconds.
     constexpr std::size_t kMostKept = 16;
     struct Kept {
         TrustOptions options;

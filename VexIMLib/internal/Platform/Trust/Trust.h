@@ -16,24 +16,23 @@ namespace vexim {
 
 class Trust;
 
-/// What a configuration's options come to: a trust, or a sentence that says why there is none, and
-/// then nothing may be sent.
+/// The result of a configuration's options: a trust, or a sentence that says why there is none.
+/// Then nothing may be sent.
 struct TrustChoice {
     std::shared_ptr<const Trust> trust;
     std::string fault;
-    bool isEnvironments = false;  // the fault: only connections over TLS care
+    bool isEnvironments = false;  // the error matters to TLS connections only
 
-    /// The fault, where it stands in the way.
+    /// The error, if it prevents the connection.
     std::string hindrance(bool isSecure) const { return isEnvironments && !isSecure ? "" : fault; }
 
-    /// The same trust for equal options, for as long as the authorities' file stays as it is; the
-    /// system's for none. Reads files at the first time. Any thread.
+    /// Returns the same trust for equal options, until the authorities' file changes; without
+    /// options the system's. Reads files the first time. Any thread.
     static TrustChoice of(const Dictionary& options);
     static TrustChoice of(const TrustOptions& options);
 };
 
-/// Decides about certificates and names, for every kind of traffic: OpenSSL's own verifier, and the
-/// pins. Immutable.
+/// Checks certificates and names for all traffic, with OpenSSL's verifier and the pins. Immutable.
 class Trust : public std::enable_shared_from_this<Trust> {
 public:
     Trust(TrustOptions options, AuthorityStore authorities);
@@ -41,16 +40,15 @@ public:
     Trust& operator=(const Trust&) = delete;
     ~Trust();
 
-    /// Another one for each trust that the process ever makes. What was opened under one (a
-    /// connection, a TLS session) must not be used under another.
+    /// The identity, different for each trust that the process makes. A connection or a TLS session
+    /// of one trust must not be used by another.
     std::uint64_t identity() const noexcept { return identity_; }
 
-    /// Lets this trust decide for all connections that `context` makes to `host`, a name or a
-    /// numeric address. False when the host can be nobody's name; the context must not be used
-    /// then.
+    /// Makes this trust check all connections that `context` makes to `host`, a name or a numeric
+    /// address. Returns false if it is not a possible host; then do not use the context.
     bool govern(ssl_ctx_st* context, const std::string& host) const;
-    /// A connection of our own, to be freed by the caller and not to outlive the trust; nullptr as
-    /// above. Tells a server the name (SNI, RFC 6066, section 3).
+    /// Makes a connection of our own; nullptr if the host is impossible. The caller frees it,
+    /// before the trust. It sends the name to the server (SNI, RFC 6066, section 3).
     ssl_st* newConnection(const std::string& host) const;
 
 private:

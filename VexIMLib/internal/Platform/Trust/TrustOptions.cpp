@@ -17,7 +17,7 @@ std::optional<std::string> readPin(std::string_view text) {
     return decodeBase64(text);
 }
 
-/// An empty text or list would trust more than whoever set it meant.
+/// An empty text or list would trust more than intended.
 std::string readText(const Value& value, const char* key, std::string& into) {
     auto text = value.asString();
     if (!text || text->empty())
