@@ -22,7 +22,7 @@ public:
     void remove(SocketIOClient::HandlerId id);
     void removeAll();
 
-    /// Calls those registered for `event` when it begins, but for those that are removed meanwhile.
+    /// Calls the handlers that are registered for `event` now, except those removed meanwhile.
     void call(std::string_view event, const Array& arguments, const AckEmitter& ack) const;
 
 private:
@@ -31,7 +31,7 @@ private:
     struct Hash : std::hash<std::string_view> {
         using is_transparent = void;  // finds by a view, too
     };
-    // Lists are never written, but replaced.
+    // Lists are never changed, only replaced.
     using Lists =
         std::unordered_map<std::string, std::shared_ptr<const List>, Hash, std::equal_to<>>;
 

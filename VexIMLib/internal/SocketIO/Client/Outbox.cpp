@@ -27,11 +27,11 @@ std::size_t Outbox::cost(const EncodedPacket& packet) noexcept {
 void Outbox::push(const EncodedPacket& packet) {
     const std::size_t needed = kHeadBytes + packet.text.size();
     if (blocks_.empty() || blocks_.back().bytes.size() + needed > kBlockBytes) {
-        const bool isFirst = blocks_.empty();  // an idle connection needs no whole block
+        const bool isFirst = blocks_.empty();  // an idle connection does not need a whole block
         blocks_.emplace_back().bytes.reserve(isFirst ? needed : std::max(needed, kBlockBytes));
     }
     std::string& bytes = blocks_.back().bytes;
-    // it is not idle: grow once, not many times
+    // it is not idle, so grow once and not in many steps
     if (bytes.capacity() - bytes.size() < needed) bytes.reserve(kBlockBytes);
     const auto length = static_cast<std::uint32_t>(packet.text.size());
     bytes.append(reinterpret_cast<const char*>(&length), sizeof length);

@@ -11,13 +11,13 @@
 
 namespace vexim {
 
-/// Packets on their way out, packed into blocks: a queue of hundreds of thousands costs little more
+/// The send queue. Packets are stored in blocks, so hundreds of thousands of them cost little more
 /// than their texts.
 class Outbox {
 public:
     struct Front {
         std::string_view text;
-        std::uint8_t attachments = 0;  // to be taken with `takeAttachment` before `pop`
+        std::uint8_t attachments = 0;  // take them with `takeAttachment` before `pop`
     };
 
     void push(const EncodedPacket& packet);
@@ -28,7 +28,7 @@ public:
     void pop();
     void clear();
 
-    /// What a packet counts for in a limit.
+    /// How much a packet counts towards a limit.
     static std::size_t cost(const EncodedPacket& packet) noexcept;
     static std::size_t cost(std::string_view text) noexcept;
     static std::size_t cost(const Data& attachment) noexcept;

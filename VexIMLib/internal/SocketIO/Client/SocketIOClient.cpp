@@ -9,7 +9,7 @@
 namespace vexim {
 namespace {
 
-/// The client that speaks to servers: the application's handle on a core.
+/// The real client: the application's handle to a core.
 class LiveSocketIOClient final : public SocketIOClient {
 public:
     using SocketIOClient::SocketIOClient;

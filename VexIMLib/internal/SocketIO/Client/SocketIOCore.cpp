@@ -11,12 +11,12 @@ namespace vexim {
 namespace {
 
 constexpr std::size_t kMostUnheard = 10'000;
-// What one takes beside its text. Of short events it is nearly all, and a peer can send millions of
-// them.
+// The memory of an event besides its text. For short events that is nearly all of it, and a server
+// can send millions of them.
 constexpr std::size_t kDeliveryBytes = 256;
 std::string quoted(std::string_view event) { return "\"" + std::string(event) + "\""; }
 
-// As good as for ever, and far from overflowing.
+// Practically forever, without overflow.
 constexpr std::chrono::milliseconds kLongestPatience = std::chrono::hours(24 * 365 * 10);
 
 }  // namespace
@@ -37,7 +37,7 @@ void SocketIOCore::joinNamespace(std::string_view nsp) {
     const auto question = nsp.find('?');
     std::string name(nsp.substr(0, question));
     if (!name.starts_with('/')) name.insert(0, "/");
-    // A comma would end the namespace on the wire.
+    // A comma would end the namespace in a packet.
     name.erase(std::remove(name.begin(), name.end(), ','), name.end());
     const MutexLock lock(mutex_);
     nsp_ = std::move(name);
@@ -92,7 +92,7 @@ void SocketIOCore::shutDown() {
     const Outbox leftover = beginEpoch(SocketIOStatusDisconnected);
     NetworkThread::shared().post([self = shared_from_this(), leftover] {
         self->stopLink(leftover);
-        // They belong to this thread; the core may be destroyed on another.
+        // Destroy them here: they belong to this thread, and the core may be destroyed on another.
         self->reconnectTimer_.reset();
         self->ackTimer_.reset();
     });
@@ -116,7 +116,7 @@ ErrorPtr SocketIOCore::tryEmit(std::string_view event, const Array& items) {
         nsp = joinedNsp_;
         epoch = epoch_;
     }
-    // Without the lock: it is the long part, and several threads may emit.
+    // Without the lock: this takes longest, and several threads may emit.
     const EncodeResult encoded = encodeEvent(nsp, std::nullopt, event, items);
     EmitFault fault = EmitFault::NotEncodable;
     bool wakesPump = false;
@@ -125,7 +125,7 @@ ErrorPtr SocketIOCore::tryEmit(std::string_view event, const Array& items) {
         fault = epoch == epoch_ ? enqueue(encoded.packet) : EmitFault::NotConnected;
         wakesPump = fault == EmitFault::None && !std::exchange(pumpScheduled_, true);
     }
-    // Without the lock, or the network thread would wake up only to wait for it.
+    // Without the lock; otherwise the network thread would wake up only to wait for it.
     if (wakesPump) postPump();
     return fault == EmitFault::None ? nullptr : refusal(encoded.fault, fault, quoted(event));
 }
@@ -134,8 +134,8 @@ bool SocketIOCore::emit(std::string_view event, const Array& items) {
     const ErrorPtr refused = tryEmit(event, items);
     if (!refused) return true;
     const Section section(*this);
-    // The answer has told already. Who emits in a loop and does not listen is not to fill the
-    // memory.
+    // The return value already gives the reason. This bounds the memory when a caller keeps
+    // emitting and never reads the errors.
     if (inbox_.size() < kMostUnheard) pushEvent("error", errorArguments(refused));
     return false;
 }
@@ -144,7 +144,7 @@ void SocketIOCore::emitWithAck(std::string_view event, const Array& items,
                                std::chrono::milliseconds timeout,
                                SocketIOClient::AckCallback callback) {
     const Section section(*this);
-    // Encoded with the lock held: the id is part of the text, and ids go out in order.
+    // Encoded with the lock held: the id is a part of the text, and ids must be sent in order.
     const std::uint64_t id = nextAckId_;
     const EncodeResult encoded = encodeEvent(joinedNsp_, id, event, items);
     const EmitFault fault =
@@ -249,7 +249,7 @@ void SocketIOCore::push(Delivery delivery) {
 }
 
 void SocketIOCore::countUndelivered(Delivery& delivery) {
-    // Answers that fail are as many as the application has asked for.
+    // There are as many failing answers as the application has requested, so no limit is needed.
     if (!delivery.error) delivery.bytes += kDeliveryBytes;
     undeliveredBytes_ += delivery.bytes;
 }
@@ -269,7 +269,7 @@ SocketIOCore::Section::~Section() {
 }
 
 void SocketIOCore::failAcks(SocketIOErrorCode code) {
-    // By id, so that they fail in the order in which they were asked for.
+    // Sorted by id, so that they fail in the order in which they were requested.
     std::vector<std::uint64_t> ids;
     for (const auto& [id, pending] : acks_) ids.push_back(id);
     std::ranges::sort(ids);
@@ -283,8 +283,8 @@ void SocketIOCore::failAcks(SocketIOErrorCode code) {
     ackDeadlines_.clear();
 }
 
-/// Delivers what was there when it began, for as long as the main queue's turn lasts; true when
-/// some of it is left. A handler may run the queue, and so call this from inside itself.
+/// Delivers the events that are queued now, until the main queue's turn is over. Returns true if
+/// some are left. A handler may run the queue and so call this recursively.
 bool SocketIOCore::deliverSome(bool isContinued) {
     if (!isContinued) {
         const MutexLock lock(mutex_);
@@ -296,8 +296,8 @@ bool SocketIOCore::deliverSome(bool isContinued) {
         }
         deliveryScheduled_ = false;
     }
-    // Also when a handler throws: the rest stays in line. Inside a handler it counts off that
-    // handler's event, too.
+    // Even if a handler throws, the rest stays in line. Inside a handler, its own event is already
+    // subtracted.
     struct Turn {
         SocketIOCore& core;
         ~Turn() {
@@ -307,7 +307,7 @@ bool SocketIOCore::deliverSome(bool isContinued) {
                 core.nextReady_ = 0;
             }
             const MutexLock lock(core.mutex_);
-            // While events keep coming their list's memory goes round; an idle connection keeps
+            // While events keep coming, reuse the memory of their list; an idle connection keeps
             // none.
             if (isThrough && core.inbox_.empty()) std::vector<Delivery>().swap(core.ready_);
             core.countDelivered();
@@ -322,7 +322,8 @@ bool SocketIOCore::deliverSome(bool isContinued) {
     return nextReady_ < ready_.size();
 }
 
-/// Half of the room must be free before reading goes on, or each event would stop and start it.
+/// Resume reading only when half of the space is free; otherwise each event would stop and start
+/// it.
 void SocketIOCore::countDelivered() {
     undeliveredBytes_ -= std::exchange(deliveredBytes_, 0);
     if (!pausedSince_ || undeliveredBytes_ > options_.maxReadAhead / 2) return;

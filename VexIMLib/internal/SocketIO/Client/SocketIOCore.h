@@ -27,18 +27,18 @@
 
 namespace vexim {
 
-/// What stands behind a client: between the application's threads, the network thread and the main
-/// queue. It outlives the client for as long as something is under way.
+/// The implementation of a client, between the application's threads, the network thread and the
+/// main queue. It outlives the client while something is still running.
 ///
-/// Each connection has an epoch. A new one begins with connect(), with disconnect() and at each
-/// loss; what the network thread still reports of an older one is dropped.
+/// Each connection has an epoch. connect(), disconnect() and each loss start a new one. Reports of
+/// the network thread from an older epoch are dropped.
 class SocketIOCore final : public std::enable_shared_from_this<SocketIOCore>,
                            private SocketIOLink::Owner {
 public:
     SocketIOCore(std::optional<Endpoint> endpoint, SocketIOOptions options);
     ~SocketIOCore();
 
-    /// See SocketIOClient; before the first connect().
+    /// See SocketIOClient. Call it before the first connect().
     void recordInto(std::shared_ptr<EventRecord> record) { record_ = std::move(record); }
 
     // The client's operations; see SocketIOClient. Any thread.
@@ -53,14 +53,14 @@ public:
     bool emit(std::string_view event, const Array& items);
     void emitWithAck(std::string_view event, const Array& items, std::chrono::milliseconds timeout,
                      SocketIOClient::AckCallback callback);
-    /// The client is gone: says goodbye and calls nothing any more but what waits for an answer,
-    /// with an error.
+    /// The client was destroyed: closes the connection, and calls nothing any more except pending
+    /// acknowledgements, with an error.
     void shutDown();
 
 private:
     using Epoch = std::uint64_t;
 
-    /// Something for the main queue: an event, or an answer to `callback`.
+    /// An entry for the main queue: an event, or an answer for `callback`.
     struct Delivery {
         Value event;  // its name
         Array arguments;
@@ -82,8 +82,8 @@ private:
         NotEncodable
     };
 
-    /// The mutex, held for a scope in which something may be pushed. The main queue is told once it
-    /// has been let go, since that may call a function of the host's.
+    /// Holds the mutex while something may be pushed. Wakes the main queue only after unlocking it,
+    /// because that may call a function of the application.
     class VEXIM_THREAD_ANNOTATION(scoped_lockable) Section {
     public:
         explicit Section(SocketIOCore& core)
@@ -154,28 +154,27 @@ private:
     std::string joinedNsp_ VEXIM_GUARDED_BY(mutex_);
     std::size_t maxPayload_ VEXIM_GUARDED_BY(mutex_) = 0;
     Outbox outbox_ VEXIM_GUARDED_BY(mutex_);
-    // with what the network thread has taken and not written yet
+    // includes what the network thread has taken but not written yet
     std::size_t queuedBytes_ VEXIM_GUARDED_BY(mutex_) = 0;
     std::size_t queuedMessages_ VEXIM_GUARDED_BY(mutex_) = 0;
     bool pumpScheduled_ VEXIM_GUARDED_BY(mutex_) = false;
     std::vector<Delivery> inbox_ VEXIM_GUARDED_BY(mutex_);
     std::size_t undeliveredBytes_ VEXIM_GUARDED_BY(mutex_) = 0;
     bool deliveryScheduled_ VEXIM_GUARDED_BY(mutex_) = false;
-    // reading waits for the application
+    // reading is paused until the application catches up
     std::optional<Clock::TimePoint> pausedSince_ VEXIM_GUARDED_BY(mutex_);
     Clock::TimePoint::duration pausedBefore_ VEXIM_GUARDED_BY(mutex_){};
     std::uint64_t nextAckId_ VEXIM_GUARDED_BY(mutex_) = 0;
     std::unordered_map<std::uint64_t, PendingAck> acks_ VEXIM_GUARDED_BY(mutex_);
-    // By a clock that stands still while reading is paused: an answer that we do not read is not
+    // Uses a clock that stands still while reading is paused: an answer that we do not read is not
     // late.
     std::set<std::pair<Clock::TimePoint, std::uint64_t>> ackDeadlines_ VEXIM_GUARDED_BY(mutex_);
     bool closed_ VEXIM_GUARDED_BY(mutex_) = false;
 
-    // Main queue only. A handler may run the queue itself, so that the rest of a batch is delivered
-    // from inside it.
+    // Main queue only. A handler may run the queue itself, and so deliver the rest of the batch.
     std::vector<Delivery> ready_;
     std::size_t nextReady_ = 0;
-    std::size_t deliveredBytes_ = 0;  // not counted off yet
+    std::size_t deliveredBytes_ = 0;  // not subtracted yet
 
     // Network thread only.
     std::shared_ptr<SocketIOLink> link_;
@@ -183,15 +182,15 @@ private:
     bool joined_ = false;
     bool notedImpostor_ = false;  // of this link
     std::optional<Clock::TimePoint> joinedAt_;
-    std::uint32_t attempt_ = 0;  // reconnects since the last stable connection
-    bool reconnecting_ = false;  // the link, or the wait for it, follows a loss
+    std::uint32_t attempt_ = 0;  // attempts since the last stable connection
+    bool reconnecting_ = false;  // the link or the wait for it follows a loss
     bool preferWebSocket_ = false;
-    std::optional<Epoch> waitingFor_;  // the epoch for which the next attempt is being waited for
+    std::optional<Epoch> waitingFor_;  // the epoch that waits for the next attempt
     Outbox sending_;
     std::vector<Delivery> turn_;
     std::optional<Clock::TimePoint> emittedAt_;  // the link's last event
     std::unique_ptr<NetworkTimer> reconnectTimer_;
-    // keeps the core, and so the link, until the goodbye is said
+    // keeps the core, and so the link, until the close is sent
     std::unique_ptr<NetworkTimer> goodbyeTimer_;
     std::unique_ptr<NetworkTimer> ackTimer_;
     std::optional<Clock::TimePoint> ackArmedFor_;

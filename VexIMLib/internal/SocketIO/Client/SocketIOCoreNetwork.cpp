@@ -1,5 +1,5 @@
-// The core's half that lives on the network thread: links, reconnects, the queue's emptying,
-// deadlines of answers.
+// The core's part on the network thread: links, reconnecting, emptying the send queue, deadlines of
+// acknowledgements.
 #include <algorithm>
 #include <cmath>
 #include <iterator>
@@ -13,19 +13,19 @@
 namespace vexim {
 namespace {
 
-// Events that the main queue has not taken yet. Also while reading is paused some is read for the
-// heartbeat's sake, so there must be an end to it.
+// The limit for events that the main queue has not taken yet. Even while reading is paused some are
+// read because of the heartbeat, so there must be a limit.
 constexpr std::size_t kMaxUndeliveredBytes = std::size_t{64} << 20;
 
-// Servers hand events over one loop turn after they were read, and forget those of a client that
-// has said goodbye by then. So the goodbye keeps this distance from the last event.
+// Servers process events one loop turn after reading them, and drop those of a client that has
+// disconnected by then. So wait this long between the last event and the disconnect.
 constexpr std::chrono::milliseconds kBeforeGoodbye{50};
 
-/// What handlers hear of the connection itself. "connect" and "disconnect" are the protocol's, too,
-/// and a fault from a peer.
+/// Events of the connection itself. "connect" and "disconnect" are also reserved by the protocol,
+/// and are an error from a server.
 bool isOwnEvent(std::string_view event) { return event == "error" || event == "reconnect"; }
 
-/// Where the server gives the reason in its own words, they stay out.
+/// Leave out the server's own words.
 Dictionary describeEnd(const action::Ended& ended, bool wasJoined) {
     constexpr const char* kCauses[] = {"asked",          "server disconnect", "refused",
                                        "connect failed", "connection lost",   "heartbeat missed",
@@ -136,12 +136,12 @@ void SocketIOCore::stopLink(Outbox leftover) {
     goodbyeTimer_ = std::make_unique<NetworkTimer>();
     goodbyeTimer_->start(quiet, [self = shared_from_this()] {
         if (self->link_) self->link_->close();
-        // here, since it belongs to this thread; the core may be destroyed on another
+        // here, because it belongs to this thread and the core may be destroyed on another
         self->goodbyeTimer_.reset();
     });
 }
 
-/// A link cannot be destroyed from inside its own calls.
+/// A link cannot be destroyed inside its own calls.
 void SocketIOCore::retireLink() {
     if (link_)
         NetworkThread::shared().post(
@@ -173,7 +173,7 @@ void SocketIOCore::attemptReconnect(Epoch epoch) {
     startLink(epoch);
 }
 
-/// Who has heard "reconnect" waits for more.
+/// After "reconnect" the application expects another event.
 void SocketIOCore::didGiveUp() {
     if (std::exchange(reconnecting_, false)) pushEvent("disconnect", {"reconnect failed"});
 }
@@ -189,7 +189,7 @@ void SocketIOCore::pump() {
                 queuedMessages_ -= std::exchange(messages, 0);
                 if (sending_.empty()) std::swap(sending_, outbox_);
             }
-            // Without room this goes on when the link's turn ends next.
+            // If there is no room, this continues at the link's next end of turn.
             if (sending_.empty() || !link_ || !link_->canEmit()) {
                 pumpScheduled_ = false;
                 break;
@@ -202,7 +202,7 @@ void SocketIOCore::pump() {
         if (link_) link_->flush();
         emittedAt_ = Clock::shared()->now();
     }
-    // Last: what was queued while this ran did not call for a run of its own.
+    // Check last: events queued while this ran have not started another run.
     armAckTimer();
 }
 
@@ -228,7 +228,7 @@ void SocketIOCore::linkDidReceive(Packet packet, std::size_t bytes) {
         {
             const MutexLock lock(mutex_);
             const auto found = linkEpoch_ == epoch_ ? acks_.find(*packet.id) : acks_.end();
-            if (found == acks_.end()) return;  // answered before, timed out, or never asked for
+            if (found == acks_.end()) return;  // answered before, timed out, or never requested
             delivery.callback = std::move(found->second.callback);
             if (found->second.deadline) ackDeadlines_.erase({*found->second.deadline, *packet.id});
             acks_.erase(found);
@@ -251,7 +251,7 @@ void SocketIOCore::linkDidReceive(Packet packet, std::size_t bytes) {
     turn_.push_back(std::move(delivery));
 }
 
-/// Once for each connection, or a peer could push everything else out of the record.
+/// Only once for each connection; otherwise a server could push everything else out of the record.
 void SocketIOCore::noteImpostor(std::string_view event) {
     if (!std::exchange(notedImpostor_, true))
         note("event dropped", {{"name", event}, {"reason", "the name is the connection's own"}});
@@ -288,7 +288,7 @@ void SocketIOCore::linkDidEndTurn() {
         const MutexLock lock(mutex_);
         const bool isCurrent = linkEpoch_ == epoch_;
         overflows = isCurrent && undeliveredBytes_ > kMaxUndeliveredBytes;
-        // Only once joined: what opens a connection is short, and its deadline runs.
+        // Only after the join: the messages that open a connection are short, and have a deadline.
         isFull = isCurrent && joined_ && undeliveredBytes_ >= options_.maxReadAhead;
         if (isFull && !pausedSince_) pausedSince_ = Clock::shared()->now();
         hasToSend = !outbox_.empty() || !sending_.empty();
@@ -304,7 +304,7 @@ void SocketIOCore::linkDidEndTurn() {
 void SocketIOCore::resumeReading() {
     {
         const MutexLock lock(mutex_);
-        if (pausedSince_) return;  // full again; the next one resumes
+        if (pausedSince_) return;  // full again; the next call continues
     }
     if (link_) link_->resumeReading();
     armAckTimer();
@@ -330,7 +330,7 @@ void SocketIOCore::linkDidEnd(const action::Ended& ended) {
     Epoch next = 0;
     {
         const Section section(*this);
-        if (linkEpoch_ != epoch_) return;  // disconnect() has said everything
+        if (linkEpoch_ != epoch_) return;  // disconnect() has reported everything
         beginEpoch(SocketIOStatusDisconnected);
         next = epoch_;
         if (isFault) {
@@ -347,7 +347,7 @@ void SocketIOCore::linkDidEnd(const action::Ended& ended) {
     scheduleReconnect(next);
 }
 
-// Answers that do not come
+// Missing answers
 
 void SocketIOCore::armAckTimer() {
     std::optional<Clock::TimePoint> first;

@@ -8,10 +8,10 @@
 namespace vexim {
 namespace {
 
-// What lies in the transport is out of reach of a limit; messages wait in the outbox instead.
+// Limits do not count messages in the transport, so messages wait in the outbox.
 constexpr std::size_t kEnoughUnsent = 256 * 1024;
-// Pongs for a peer that pings without end and does not read. What the application emits comes on
-// top.
+// The limit for pongs to a server that keeps sending pings and does not read. Messages of the
+// application are not included.
 constexpr std::size_t kMostUnreadPongs = std::size_t{4} << 20;
 
 }  // namespace
@@ -51,15 +51,15 @@ void SocketIOLink::resumeReading() {
 void SocketIOLink::perform() {
     for (std::size_t i = 0; i < actions_.size(); ++i) {
         std::visit([this](auto& action) { carryOut(action); }, actions_[i]);
-        if (actions_.empty()) return;  // that was the end
+        if (actions_.empty()) return;  // it has ended
     }
     actions_.clear();
 }
 
 void SocketIOLink::armTimer() {
     const auto deadline = session_.deadline();
-    // Deadlines move with every heartbeat; a timer that fires too early costs less than setting it
-    // anew each time.
+    // Deadlines move with every heartbeat. A timer that fires too early costs less than setting it
+    // again each time.
     if (!deadline || (armedFor_ && *armedFor_ <= *deadline)) return;
     armedFor_ = deadline;
     timer_.startAt(*deadline, [this] {

@@ -18,21 +18,21 @@
 
 namespace vexim {
 
-/// One connection from its first lookup to its end: a session with the transports and the timer
-/// that it asks for. Lives on the network thread.
+/// One connection from its first lookup to its end: a session, its transports and its timer.
+/// Network thread only.
 class SocketIOLink final : private TransportListener {
 public:
     class Owner {
     public:
         virtual void linkDidJoin(const action::Joined& joined) = 0;
-        /// `bytes` is what the packet took on the wire.
+        /// `bytes` is the size of the packet on the wire.
         virtual void linkDidReceive(Packet packet, std::size_t bytes) = 0;
-        /// A transport failed or closed; the session may go on with another.
+        /// A transport failed or closed. The session may continue with another.
         virtual void linkDidTrip(const SessionEvent& what) = 0;
         virtual void linkDidReport(const action::Report& report) = 0;
-        /// What was heard can be handed on together, and there may be room to emit.
+        /// The events received so far can be passed on together, and there may be room to emit.
         virtual void linkDidEndTurn() = 0;
-        /// The last call. The link may be destroyed once this has returned.
+        /// The last call. After it returns, the link may be destroyed.
         virtual void linkDidEnd(const action::Ended& ended) = 0;
 
     protected:
@@ -49,22 +49,21 @@ public:
                  Environment environment);
     SocketIOLink(const SocketIOLink&) = delete;
     SocketIOLink& operator=(const SocketIOLink&) = delete;
-    ~SocketIOLink();  // lets go of the peer at once; nothing is called any more
+    ~SocketIOLink();  // closes the connection at once; nothing is called any more
 
     void start() { apply(event::Start{}); }
     bool canEmit() const;
-    /// Takes the first packet of `outbox` out and writes it; `flush` sends what was written.
-    /// Answers what it cost there.
+    /// Removes the first packet of `outbox` and writes it; `flush` sends what was written. Returns
+    /// the packet's cost in the outbox.
     std::size_t emitFrom(Outbox& outbox);
     void flush();
     void nudge() { apply(event::Nudge{}); }
-    /// No more is read but what the peer's heartbeat needs. To be called from `linkDidEndTurn`
-    /// only.
+    /// Reads only what the server's heartbeat needs. Call it only from `linkDidEndTurn`.
     void pauseReading() { apply(event::Pause{}); }
     void resumeReading();
-    /// Says goodbye in the background. `linkDidEnd` comes at once.
+    /// Closes the connection in the background. `linkDidEnd` is called at once.
     void close() { apply(event::Close{}); }
-    /// Breaks the link off for a reason of the owner's.
+    /// Ends the link for the owner's reason.
     void abort(EndCause cause, std::string why);
 
 private:
@@ -97,9 +96,9 @@ private:
     Owner& owner_;
     const Environment environment_;
     EngineSession session_;
-    bool isOver_ = false;           // as the owner has been told
+    bool isOver_ = false;           // as reported to the owner
     SessionActions actions_;        // empty between events; keeps its capacity
-    std::size_t emittedBytes_ = 0;  // of what is unsent, at most
+    std::size_t emittedBytes_ = 0;  // limit of unsent bytes
     CookieJar cookies_;
     std::shared_ptr<WebSocketTransport> webSocket_;
     std::unique_ptr<PollingTransport> polling_;

@@ -15,7 +15,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Ten years are as good as for ever, and far from overflowing.
+// Ten years are practically forever, without overflow.
 constexpr double kLongestSeconds = 10.0 * 365 * 24 * 3600;
 
 struct Reading {
@@ -24,7 +24,7 @@ struct Reading {
     bool forcesWebSockets = false;
 };
 
-/// Stores what `value` says; false when it is of the wrong type.
+/// Stores `value`; returns false if it has the wrong type.
 using Reader = std::function<bool(const Value& value, Reading& reading)>;
 
 Reader boolean(std::function<void(Reading&, bool)> store) {
@@ -50,7 +50,7 @@ Reader seconds(double least, std::function<void(Reading&, milliseconds)> store) 
     };
 }
 
-/// One that is read with the others of its kind, and whose faults end the connection.
+/// An option that is read elsewhere, with others of its kind. Errors in it end the connection.
 bool readByTrust(const Value&, Reading&) { return true; }
 
 bool readConnectParams(const Value& value, Reading& reading) {
@@ -143,7 +143,7 @@ const std::unordered_map<std::string_view, Reader>& readers() {
              return true;
          })},
         {"maxReadAhead", integer([](Reading& r, std::int64_t bytes) {
-             // leaves as much again for what is read while the application stands still
+             // leaves as much again for what is read while the application is blocked
              constexpr std::int64_t kMost = 32 << 20;
              if (bytes <= 0) return false;
              r.options.maxReadAhead = static_cast<std::size_t>(std::min(bytes, kMost));
@@ -187,7 +187,7 @@ ParsedOptions parseSocketIOOptions(const Dictionary& dictionary) {
     }
     auto& options = reading.options;
     if (reading.forcesPolling) options.session.transports = TransportChoice::PollingOnly;
-    // wins over the other
+    // takes precedence over the other
     if (reading.forcesWebSockets) options.session.transports = TransportChoice::WebSocketOnly;
     options.transport.trust = TrustChoice::of(dictionary);
     options.reconnect.longestWait =

@@ -15,8 +15,8 @@ namespace vexim {
 
 /// The options dictionary, read once. docs/socketio.md has the table of keys.
 struct SocketIOOptions {
-    SessionConfig session;       // but for the namespace
-    TransportOptions transport;  // but for the endpoint and the proxy
+    SessionConfig session;       // except the namespace
+    TransportOptions transport;  // except the endpoint and the proxy
     ReconnectPolicy reconnect;
     bool secure = false;
     bool log = false;
@@ -32,11 +32,11 @@ struct ParsedOptions {
 };
 ParsedOptions parseSocketIOOptions(const Dictionary& dictionary);
 
-/// Where `url` leads; nullopt when it is nil, has no host, or is neither http, https, ws nor wss.
+/// The endpoint of `url`; nullopt if it is nil, has no host, or is not http, https, ws or wss.
 std::optional<Endpoint> endpointOf(const std::optional<URL>& url, bool secure);
 
-/// The application's parameters as a query: keys and values escaped so that servers see them as
-/// they are. Numbers and booleans go as text (true is 1), containers as JSON.
+/// The application's parameters as a query. Keys and values are escaped, so servers get them
+/// unchanged. Numbers and booleans are sent as text (true is 1), containers as JSON.
 std::string encodeConnectParams(const Dictionary& parameters);
 
 }  // namespace vexim

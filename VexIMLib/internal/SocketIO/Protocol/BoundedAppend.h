@@ -7,9 +7,9 @@
 
 namespace vexim {
 
-/// Appends to a text that will have `most` bytes at most. A text that has become large makes room
-/// for all of it at once, which costs memory only where it is written to: each doubling on the way
-/// would leave its old place to the heap, as much again.
+/// Appends to a text that will have at most `most` bytes. A text that has become large reserves all
+/// of that at once, which costs memory only where it is written. Doubling it step by step would
+/// leave as much again as free blocks in the heap.
 inline void appendBounded(std::string& text, std::string_view bytes, std::size_t most) {
     constexpr std::size_t kLarge = std::size_t{1} << 20;
     constexpr std::size_t kRoom = std::size_t{64} << 20;

@@ -9,7 +9,7 @@ namespace {
 
 constexpr const char* kDetailKey = "detail";
 
-/// The beginning of a sentence about a reason, and one by itself.
+/// Text for each kind: to begin a sentence that gives a reason, and as a complete sentence.
 const char* beginningFor(VXIMConnectionErrorKind kind) {
     switch (kind) {
         case VXIMConnectionErrorOther: return "The connection failed";
@@ -93,8 +93,8 @@ TransferFault faultOfTransfer(int result, std::string_view text) noexcept {
             return {VXIMConnectionErrorLost, "The server broke off in the middle of an answer."};
         default: break;
     }
-    // libcurl has one code for all that goes wrong while it reads, a lack of memory for trailers
-    // that are too long among it.
+    // libcurl has one code for everything that goes wrong while it reads, even for trailers that
+    // are too long.
     if (text.find("chunked") != text.npos)
         return {VXIMConnectionErrorProtocolFault, "The server's answer is not framed as HTTP is."};
     return {VXIMConnectionErrorLost, text};

@@ -12,28 +12,28 @@
 
 namespace vexim {
 
-/// What to call a connection's end that is no more than this.
+/// The text for a connection that ended without any other reason.
 VXIMConnectionErrorKind kindOf(EndCause cause) noexcept;
-/// A WebSocket that did not open; `code` is what a Socket.IO server gave as its reason.
+/// The text for a WebSocket that did not open; `code` is the reason that a Socket.IO server gave.
 VXIMConnectionErrorKind kindOf(event::WebSocketFailed::Stage stage, int httpStatus,
                                std::optional<EngineError> code) noexcept;
-/// What a polling request that got no answer is called.
+/// The text for a polling request that got no answer.
 struct TransferFault {
     VXIMConnectionErrorKind kind;
     std::string_view words;
 };
-/// By the transfer library's result (a CURLcode) and its `text`, which the words may be.
+/// From libcurl's result (a CURLcode) and its `text`, which may become the description.
 TransferFault faultOfTransfer(int result, std::string_view text) noexcept;
 
-/// Of a peer that was reached and went away.
+/// For a server that was reached and closed the connection.
 inline constexpr const char* kCutOff = "The server closed the connection before it answered.";
 
-/// `reason` is a whole sentence, which then is the description, or a part of one or nothing: then
-/// the kind begins the sentence. `detail` is what the server said, or nil.
+/// If `reason` is a whole sentence, it is the description. If it is a part of one, or empty, the
+/// text of the kind comes before it. `detail` is what the server said, or nil.
 ErrorPtr makeConnectionError(VXIMConnectionErrorKind kind, std::string_view reason,
                              const Value& detail = nullptr);
 
-/// The "error" event's arguments: the description, the detail if there is one, the error.
+/// The arguments of the "error" event: the description, the detail (if any), the error.
 Array errorArguments(const ErrorPtr& error);
 
 }  // namespace vexim

@@ -7,7 +7,7 @@
 namespace vexim {
 namespace {
 
-// What a server may make us keep and send along.
+// Limits for cookies that a server makes us keep and send.
 constexpr std::size_t kMaxCookies = 32;
 constexpr std::size_t kMaxCookieBytes = 4096;
 

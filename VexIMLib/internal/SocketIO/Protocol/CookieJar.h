@@ -7,14 +7,14 @@
 
 namespace vexim {
 
-/// The cookies of one connection: balancers tell by them which server it belongs to. They go back
-/// with every later request of that connection, whatever their attributes say, and are forgotten
-/// with it.
+/// The cookies of one connection. Load balancers use them to find the connection's server. They are
+/// sent with every later request of the connection, whatever their attributes say, and dropped with
+/// it.
 class CookieJar {
 public:
-    /// Takes the value of a "Set-Cookie" (RFC 6265); what is none is ignored.
+    /// Adds the value of a "Set-Cookie" header (RFC 6265). Malformed ones are ignored.
     void store(std::string_view setCookie);
-    /// The value of "Cookie"; empty for none.
+    /// The value for the "Cookie" header; empty if there are none.
     std::string header() const;
 
 private:

@@ -6,10 +6,10 @@
 
 namespace vexim {
 
-/// Why a server refused a request, as it says in the answer's body: {"code": n, "message": …} or,
-/// on a WebSocket request, the bare message. Numbered as on the wire.
+/// Why a server refused a request. The answer's body says so: {"code": n, "message": …} or, for a
+/// WebSocket request, only the message. Numbered as on the wire.
 enum class EngineError : std::uint8_t {
-    TransportUnknown = 0,  // switched off: another may be welcome
+    TransportUnknown = 0,  // switched off: try another one
     SessionUnknown = 1,    // expired, or another node answered
     BadHandshake = 2,
     BadRequest = 3,
@@ -17,7 +17,7 @@ enum class EngineError : std::uint8_t {
     UnsupportedRevision = 5,
 };
 
-/// nullopt when the body names none.
+/// nullopt if the body gives no reason.
 std::optional<EngineError> parseEngineError(std::string_view body);
 
 }  // namespace vexim

@@ -13,10 +13,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Refused by every server, and in a form that tells its revision. Asking for "/" itself would run
-// the connection handler of 2.x servers twice, and they drop a join that carries a payload.
+// Every server refuses this namespace, and the form of the refusal shows its revision. Joining "/"
+// would run the connection handler of 2.x servers twice, and they drop a join with a payload.
 constexpr std::string_view kProbeNamespace = "/~probe";
-// Node refuses a request head above 16 KiB; cookies and headers need some of it.
+// Node refuses request headers above 16 KiB in all; cookies and other headers need a part of that.
 constexpr std::size_t kMaxTargetBytes = 12 * 1024;
 
 std::string refusal(const std::optional<std::string>& serversWords) {
@@ -106,7 +106,7 @@ std::string EngineSession::target(std::string_view transport) {
     text += transport;
     if (!open_.sid.empty()) text += "&sid=" + percentEncode(open_.sid);
     if (transport == "polling") {
-        // Without b64 revision 3 would send attachments in the binary form; t keeps caches from
+        // Without b64, revision 3 would send attachments in binary form. t keeps caches from
         // answering.
         text += "&b64=1&t=" + std::to_string(now_.time_since_epoch().count()) + "." +
                 std::to_string(++requests_);
@@ -115,8 +115,8 @@ std::string EngineSession::target(std::string_view transport) {
     return text;
 }
 
-/// Each transport begins with the revision that every server answers: what refused the other one
-/// may have been a proxy.
+/// Each transport begins with the revision that every server answers, because a proxy may have
+/// refused the other one.
 void EngineSession::begin(bool& tried) {
     if (!std::exchange(tried, true)) requested_ = config_.revision.value_or(EngineRevision::V4);
 }
@@ -125,7 +125,7 @@ void EngineSession::openWebSocket() {
     phase_ = Phase::OpeningWebSocket;
     carrier_ = Carrier::WebSocket;
     begin(triedWebSocket_);
-    // A proxy may swallow the handshake without a word; then half of the time is left for polling.
+    // A proxy may silently drop the handshake. Then half of the time is left for polling.
     webSocketDeadline_.reset();
     if (config_.transports == TransportChoice::WebSocketThenPolling && !triedPolling_) {
         webSocketDeadline_ = now_ + config_.connectTimeout / 2;
@@ -159,8 +159,7 @@ void EngineSession::handle(const event::WebSocketFailed& failure) {
     refused(failure.stage, failure.httpStatus, failure.body, failure.reason);
 }
 
-/// The handshake was answered, but not as hoped: another revision or another transport may be
-/// welcome.
+/// The handshake was refused. Try another revision or another transport.
 void EngineSession::refused(event::WebSocketFailed::Stage stage, int status, std::string_view body,
                             std::string reason) {
     const auto code = parseEngineError(body);
@@ -182,7 +181,7 @@ void EngineSession::refused(event::WebSocketFailed::Stage stage, int status, std
     Dictionary detail;
     if (status != 0) {
         detail.set("status", status);
-        // Any other body may be a page that quotes what was asked for, credentials and all.
+        // Any other body may be a page that quotes the request, with its credentials.
         if (code) detail.set("body", body.substr(0, 1024));
     }
     end(EndCause::ConnectFailed, std::move(reason), std::move(detail),
@@ -199,7 +198,7 @@ void EngineSession::didReceiveOpen(std::string_view json) {
         } else if (requested_ == EngineRevision::V3) {
             revision_ = EngineRevision::V3;
         } else if (open_.maxPayload) {
-            revision_ = EngineRevision::V4;  // older servers never tell it
+            revision_ = EngineRevision::V4;  // older servers never send it
         }
     }
     if (revision_) return decide(*revision_);
@@ -211,11 +210,11 @@ void EngineSession::didReceiveOpen(std::string_view json) {
 
 // Detection and join
 
-/// Only a WebSocket leaves the question open; see the table of answers in docs/socketio.md.
+/// Only with a WebSocket is the revision unknown; see the table of answers in docs/socketio.md.
 std::optional<EngineRevision> EngineSession::revisionToldBy(const Packet& packet) const {
     if (packet.type == PacketType::Connect)
         return packet.payload.isDictionary() ? EngineRevision::V4 : EngineRevision::V3;
-    // "/" was not asked for: only revision 3 speaks of it unasked.
+    // We did not ask for "/". Only revision 3 mentions it without being asked.
     if (packet.nsp == "/") return EngineRevision::V3;
     const bool isAnswer =
         packet.nsp == (askedProbeNamespace_ ? kProbeNamespace : std::string_view(config_.nsp));
@@ -240,8 +239,8 @@ void EngineSession::decide(EngineRevision revision) {
     } else if (config_.nsp != "/") {
         send(encodeConnect(nspWithQuery(), nullptr).text);
     } else if (!probeIsOut) {
-        // "/" joins itself. 2.0.x with a middleware does not announce it: then the answer to this
-        // tells that it is joined.
+        // "/" is joined automatically. 2.0.x servers with a middleware do not announce it; then the
+        // answer to this shows that it is joined.
         askedProbeNamespace_ = true;
         send(encodeConnect(kProbeNamespace, nullptr).text);
     }
@@ -274,7 +273,7 @@ void EngineSession::didReceiveWhileJoining(Packet packet) {
     if (revision_ != EngineRevision::V3) return;
     if (packet.nsp == kProbeNamespace && config_.nsp == "/") return joined(nullptr);
     if (packet.nsp == "/" && packet.type == PacketType::Error) {
-        // Every later join is ignored without a word.
+        // Servers silently ignore every later join.
         return end(EndCause::Refused, refusal(packet.payload.asString()), packet.payload);
     }
 }

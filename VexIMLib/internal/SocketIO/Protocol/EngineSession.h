@@ -22,39 +22,39 @@
 namespace vexim {
 
 enum class TransportChoice : std::uint8_t {
-    WebSocketThenPolling,  // polling when the WebSocket handshake is refused
+    WebSocketThenPolling,  // polling if the WebSocket handshake is refused
     WebSocketOnly,
     PollingOnly,
-    PollingThenWebSocket,  // upgraded when the server offers it
+    PollingThenWebSocket,  // upgraded if the server offers it
 };
 
-/// What one connection needs to know before it begins.
+/// The settings of one connection.
 struct SessionConfig {
     TransportChoice transports = TransportChoice::WebSocketThenPolling;
     std::string nsp = "/";
-    // sent with the join to revision 3 only, which alone knows it
+    // sent with the join, only to revision 3; revision 4 has no query
     std::string nspQuery;
-    // sent with the join to revision 4 only; a dictionary or nil
+    // sent with the join, only to revision 4; a dictionary or nil
     Value joinPayload;
     std::string path = "/socket.io/";        // begins and ends with a slash
     std::string query;                       // the application's part, encoded: "auth=%7B%7D"
-    std::optional<EngineRevision> revision;  // nullopt: found out
+    std::optional<EngineRevision> revision;  // nullopt: detected
     std::chrono::milliseconds connectTimeout{20'000};
     std::chrono::milliseconds upgradeTimeout{10'000};
     std::size_t maxMessageBytes = std::size_t{16} << 20;
 };
 
-/// What happens to a session. Views need to live during the call only.
+/// The events of a session. Views must live only during the call.
 namespace event {
 struct Start {};
 struct WebSocketOpened {};
-/// It never opened.
+/// It failed to open.
 struct WebSocketFailed {
-    /// Cut: the peer was reached, and went away without an answer.
+    /// Cut: the server was reached and closed the connection without an answer.
     enum class Stage : std::uint8_t { Resolve, Connect, Tls, Proxy, Handshake, Cut };
     Stage stage = Stage::Handshake;
     std::string reason;
-    int httpStatus = 0;  // 0 when there was no HTTP answer
+    int httpStatus = 0;  // 0 if there was no HTTP answer
     std::string body;
 };
 struct WebSocketText {
@@ -63,15 +63,15 @@ struct WebSocketText {
 struct WebSocketBinary {
     std::string_view bytes;
 };
-/// It was open, and is gone.
+/// It was open and has closed.
 struct WebSocketClosed {
     enum class Cause : std::uint8_t { Peer, Network, Malformed, TooLarge };
     Cause cause = Cause::Network;
     std::string reason;
 };
-/// Answer to a ping of the WebSocket itself.
+/// An answer to a ping of the WebSocket itself.
 struct WebSocketPong {};
-/// The peer's own; the transport has answered it.
+/// The server's ping; the transport has answered it.
 struct WebSocketPing {};
 struct GetAnswered {
     int status = 200;
@@ -81,30 +81,29 @@ struct PostAnswered {
     int status = 200;
     std::string_view body;
 };
-/// A GET or POST that got no answer, or one that is too long.
+/// A GET or POST got no answer, or too long an answer.
 struct RequestFailed {
     std::string reason;
     bool isTooLarge = false;
     VXIMConnectionErrorKind kind = VXIMConnectionErrorLost;
 };
-/// A message of the application; see `canEmit`.
+/// A message from the application; see `canEmit`.
 struct Emit {
     EncodedPacket packet;
 };
-/// No more messages for now: send what has been collected.
+/// No more messages for now: send the collected ones.
 struct Flush {};
 /// The time of `deadline()` has come.
 struct Tick {};
-/// The network changed: ask the peer for a sign of life.
+/// The network changed: check the connection with a ping.
 struct Nudge {};
-/// The application does not keep up: nothing more is to be read but what the peer's heartbeat
-/// needs.
+/// The application is too slow: read only what the server's heartbeat needs.
 struct Pause {};
 /// It has caught up.
 struct Resume {};
-/// To go on with an answer; see `hasMoreToRead`.
+/// Continue reading an answer; see `hasMoreToRead`.
 struct ReadOn {};
-/// The application leaves.
+/// The application disconnects.
 struct Close {};
 }  // namespace event
 
@@ -117,8 +116,8 @@ using SessionEvent =
 
 enum class EndCause : std::uint8_t {
     Asked,             // event::Close
-    ServerDisconnect,  // the server took the namespace away: not to be retried
-    Refused,           // the server refused the namespace: not to be retried
+    ServerDisconnect,  // the server removed us from the namespace: do not retry
+    Refused,           // the server refused the namespace: do not retry
     ConnectFailed,     // never joined
     LinkLost,
     HeartbeatMissed,
@@ -126,7 +125,7 @@ enum class EndCause : std::uint8_t {
     LimitPassed,
 };
 
-/// What a session wants done, in this order.
+/// The actions that a session asks for, in order.
 namespace action {
 struct OpenWebSocket {
     std::string target;
@@ -138,11 +137,11 @@ struct SendBinary {
     std::string bytes;
 };
 struct PingWebSocket {};
-/// A portion, although reading is paused.
+/// Read a portion, although reading is paused.
 struct ReadOn {};
-/// Flush, say goodbye, and let go within a second.
+/// Flush, send the close, and drop the connection within a second.
 struct CloseWebSocket {};
-/// Let go at once.
+/// Drop the connection at once.
 struct DropWebSocket {};
 struct Get {
     std::string target;
@@ -152,7 +151,7 @@ struct Post {
     std::string target;
     std::string body;
 };
-/// Post `body` once a POST under way is through, drop the GET, and let go within a second.
+/// Post `body` when a running POST is done, drop the GET, and close within a second.
 struct ClosePolling {
     std::string target;
     std::string body;
@@ -164,22 +163,22 @@ struct Joined {
 };
 struct Deliver {
     Packet packet;
-    std::size_t bytes = 0;  // that it took on the wire
+    std::size_t bytes = 0;  // on the wire
 };
-/// An error that ends nothing.
+/// An error that does not end the connection.
 struct Report {
     std::string description;
     Value detail;
     VXIMConnectionErrorKind kind = VXIMConnectionErrorServerReported;
 };
-/// The last one. Whatever transport is still there is to be dropped.
+/// The last action. Drop any transport that is still open.
 struct Ended {
     EndCause cause;
     std::string why;
     Value detail;  // what the server said, or nil
-    // polling requests reach different servers: begin the next connection otherwise
+    // polling requests reach different servers: start the next connection in another way
     bool preferWebSocket = false;
-    std::optional<VXIMConnectionErrorKind> kind = std::nullopt;  // when the cause says too little
+    std::optional<VXIMConnectionErrorKind> kind = std::nullopt;  // if the cause says too little
 };
 }  // namespace action
 
@@ -191,28 +190,28 @@ using SessionAction =
 using SessionActions = std::vector<SessionAction>;
 
 /// One connection to one namespace, from the first request to its end: detection of the revision,
-/// join, heartbeat, upgrade, close. Pure: no sockets, no clock, no threads; what happens goes in,
-/// what is to be done comes out.
+/// join, heartbeat, upgrade, close. A pure state machine without sockets, clock or threads: events
+/// go in, actions come out.
 class EngineSession {
 public:
     using TimePoint = Clock::TimePoint;
 
     explicit EngineSession(SessionConfig config);
 
-    /// Appends to `actions`. After Ended nothing is done any more.
+    /// Appends to `actions`. After Ended it does nothing.
     void on(const SessionEvent& happened, TimePoint now, SessionActions& actions);
 
-    /// When a Tick is due; nullopt: never.
+    /// When the next Tick is due; nullopt means never.
     std::optional<TimePoint> deadline() const;
-    /// Whether Emit is welcome. When not, messages wait outside.
+    /// Whether Emit is allowed now. If not, messages wait outside.
     bool canEmit() const noexcept;
-    /// Whether a message may go straight to the WebSocket, without an Emit: nothing of this session
-    /// stands before it.
+    /// Whether a message may be sent directly on the WebSocket, without an Emit, because nothing of
+    /// this session must go before it.
     bool emitsDirectly() const noexcept;
-    /// Whether the WebSocket is to read nothing but what ReadOn asks for.
+    /// Whether the WebSocket must read only what ReadOn asks for.
     bool pausesWebSocket() const noexcept { return isPaused_ && emitsDirectly(); }
-    /// Whether ReadOn is welcome: a long answer is gone through in portions, so that a pause can
-    /// come between.
+    /// Whether ReadOn is allowed. A long answer is read in portions, so that a pause can come in
+    /// between.
     bool hasMoreToRead() const noexcept { return reader_ && !isPaused_ && !hasEnded(); }
     std::optional<EngineRevision> revision() const noexcept { return revision_; }
     bool hasEnded() const noexcept { return phase_ == Phase::Ended; }
@@ -225,8 +224,8 @@ private:
         Detecting,         // open on a WebSocket, revision unknown, a join sent
         Joining,           // revision known, a join sent
         Joined,
-        Probing,   // joined on polling, a WebSocket is being tried
-        Draining,  // the WebSocket answers; the last GET is coming back, and then a POST under way
+        Probing,   // joined with polling, a WebSocket is being tried
+        Draining,  // the WebSocket answers; waiting for the last GET, and for a running POST
         Ended,
     };
     enum class Carrier : std::uint8_t { None, WebSocket, Polling };
@@ -311,14 +310,13 @@ private:
     unsigned requests_ = 0;
 
     std::optional<TimePoint> connectDeadline_;
-    std::optional<TimePoint> webSocketDeadline_;  // then polling gets its turn
+    std::optional<TimePoint> webSocketDeadline_;  // then polling is tried
     std::optional<TimePoint> upgradeDeadline_;
-    std::optional<TimePoint> pingDue_;            // revision 3: ours
-    std::optional<TimePoint> heartbeatDeadline_;  // a pong (3) or a ping (4) must have come
+    std::optional<TimePoint> pingDue_;            // revision 3: our ping
+    std::optional<TimePoint> heartbeatDeadline_;  // a pong (3) or a ping (4) must come before this
     std::optional<TimePoint> nudgeDeadline_;
 
-    // The application does not keep up.
-    /// When pings of one kind come, as far as that can be told.
+    // The application is too slow. When the next pings are expected, for each kind.
     struct Rhythm {
         std::optional<TimePoint> last;
         std::optional<TimePoint> next;
@@ -326,16 +324,16 @@ private:
     };
     bool isPaused_ = false;
     Rhythm enginePings_;                  // revision 4: the server's
-    Rhythm webSocketPings_;               // of the WebSocket itself, should the peer send such
+    Rhythm webSocketPings_;               // of the WebSocket itself, if the server sends any
     std::optional<TimePoint> readOnDue_;  // while paused: a ping is waiting to be read
 
     // Polling.
     bool getInFlight_ = false;
     TimePoint getSentAt_{};
-    unsigned hastyAnswers_ = 0;        // in a row: answered at once, with nothing in them
+    unsigned hastyAnswers_ = 0;        // in a row: answered at once, and empty
     std::optional<TimePoint> getDue_;  // the next GET waits until then
     bool wantsGet_ = false;            // although reading is paused
-    std::string answer_;               // the one that `reader_` walks
+    std::string answer_;               // the one that `reader_` reads
     std::optional<PayloadReader> reader_;
     bool isIdleAnswer_ = false;
     std::size_t receivedBytes_ = 0;  // of the message that is coming in

@@ -1,4 +1,4 @@
-// The session's traffic: what is received and sent, the heartbeat, and the change from polling to a
+// The session's traffic: receiving, sending, the heartbeat, and the upgrade from polling to a
 // WebSocket.
 #include <algorithm>
 #include <chrono>
@@ -15,26 +15,26 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A GET ends at the latest with the server's next ping. The slack leaves it to the session's own
-// deadlines to say what is late.
+// A GET ends with the server's next ping at the latest. With this extra time, the session's own
+// deadlines decide first.
 constexpr std::chrono::milliseconds kGetSlack = 10s;
 constexpr auto kNudgeTimeout = 10s;
 constexpr const char* kPong = "3";
-// A GET that was held for so long was no empty promise.
+// A GET that the server held this long is normal long polling.
 constexpr auto kHeldGet = 1s;
-// Of an answer that is gone through in one go, for which each packet counts a quarter of a KiB
-// more: it takes about that.
+// The size of a portion of an answer. Each packet counts a quarter of a KiB more, which is about
+// its cost.
 constexpr std::size_t kPortionBytes = 256 * 1024;
 constexpr std::size_t kPacketBytes = 256;
-// An answer that is no longer than this is not worth parting.
+// An answer of at most this size is not divided.
 constexpr std::size_t kShortAnswer = 16 * 1024;
-// What lies before a ping that waits unread are the buffers of two systems, some MiB: 64 KiB each
-// time, so often within the server's patience, are enough.
+// Before an unread ping there may be some MiB in the buffers of two systems. 64 KiB at a time, this
+// often within the server's timeout, is enough.
 constexpr int kPortionsInPatience = 4096;
 
-/// How long the next GET waits after so many in a row that were answered at once with nothing: a
-/// server that holds none would have us ask without end. The first few cost nothing; servers end a
-/// GET so when they are asked to upgrade.
+/// How long to wait before the next GET after this many empty answers in a row that came at once.
+/// Otherwise a server that never holds a GET would keep us asking. The first few do not wait,
+/// because servers end a GET like this for an upgrade.
 std::chrono::milliseconds brakeAfter(unsigned hastyAnswers) {
     constexpr unsigned kFree = 3;
     constexpr unsigned kDoublings = 6;  // 16 ms to about a second
@@ -67,7 +67,7 @@ void EngineSession::handle(const event::WebSocketClosed& closed) {
     if (carrier_ != Carrier::WebSocket) return;
     using Cause = event::WebSocketClosed::Cause;
     if (phase_ == Phase::OpeningWebSocket) {
-        // Accepted, then closed before a word was said: as good as refused.
+        // Accepted and then closed before any message: this counts as refused.
         using Stage = event::WebSocketFailed::Stage;
         const bool isCut = closed.cause == Cause::Peer || closed.cause == Cause::Network;
         return refused(isCut ? Stage::Cut : Stage::Handshake, 0, {}, closed.reason);
@@ -120,8 +120,7 @@ void EngineSession::handle(const event::GetAnswered& answer) {
     readToTheEnd();
 }
 
-/// Stops before a message's packets are too many to be delivered together; what is left of the
-/// answer waits.
+/// Stops after a portion; the rest of the answer waits.
 void EngineSession::readPortion() {
     for (std::size_t cost = 0; cost < kPortionBytes && phase_ != Phase::Ended;) {
         const auto packet = reader_->next();
@@ -146,7 +145,7 @@ void EngineSession::handle(const event::ReadOn&) {
     if (reader_) readPortion();
 }
 
-/// What had come before a fault is delivered before it is told.
+/// Deliver what came before a fault, then report the fault.
 void EngineSession::readToTheEnd() {
     while (reader_) readPortion();
 }
@@ -244,8 +243,8 @@ void EngineSession::didReceiveWhileJoined(Packet packet) {
     }
 }
 
-// Heartbeat: revision 3 pings and expects a pong, revision 4 is pinged. Only what is received
-// counts.
+// Heartbeat: with revision 3 we send pings and expect pongs; with revision 4 the server sends
+// pings. Only received data counts as a sign of life.
 
 void EngineSession::didReceivePing() {
     if (phase_ == Phase::Detecting) decide(EngineRevision::V4);  // servers of revision 3 never ping
@@ -254,8 +253,8 @@ void EngineSession::didReceivePing() {
     nudgeDeadline_.reset();
     enginePings_.heard(now_, open_.pingInterval);
     if (isPaused_) expectPing();
-    // One pong answers every ping that has come. A peer that asks without end and takes no POST is
-    // not to fill the memory.
+    // One pong answers all pings received so far. This bounds the memory if a server keeps sending
+    // pings and accepts no POST.
     if (carrier_ == Carrier::Polling && !outgoing_.empty() && outgoing_.back() == kPong) return;
     send(kPong);
 }
@@ -290,7 +289,7 @@ void EngineSession::handle(const event::Tick&) {
         act(action::DropWebSocket{});
         return openPolling();
     }
-    // What we do not read says nothing about the peer.
+    // Unread data says nothing about the server.
     if (!isPaused_ && (isDue(heartbeatDeadline_) || isDue(nudgeDeadline_)))
         return end(EndCause::HeartbeatMissed, "ping timeout");
     if ((phase_ == Phase::Probing || phase_ == Phase::Draining) && isDue(upgradeDeadline_))
@@ -299,10 +298,10 @@ void EngineSession::handle(const event::Tick&) {
     if (isPaused_ && isDue(readOnDue_)) readOnForPing();
 }
 
-// Back-pressure: while the application does not keep up, nothing is read but what lies before the
-// peer's pings, so that it hears our pongs. Our own deadlines stand still.
+// Back-pressure: while the application is too slow, we read only up to the server's pings, so that
+// we can answer them. Our own deadlines stand still.
 
-/// Half of a delay is taken back: some servers ping at fixed times, others so long after our pong.
+/// Subtract half of a delay: some servers ping at fixed times, others a fixed time after our pong.
 void EngineSession::Rhythm::heard(TimePoint now, std::chrono::nanoseconds interval) {
     const auto late =
         next && now > *next ? std::min<std::chrono::nanoseconds>(now - *next, interval) : 0ns;
@@ -329,8 +328,7 @@ void EngineSession::handle(const event::Resume&) {
 void EngineSession::expectPing() {
     readOnDue_.reset();
     for (auto* rhythm : {&enginePings_, &webSocketPings_}) {
-        // A ping that does not come is not looked for any longer than the server would wait for the
-        // answer.
+        // Stop looking for a missing ping once the server would have stopped waiting for the pong.
         if (rhythm->next && now_ > *rhythm->next + open_.pingTimeout) rhythm->next.reset();
         if (rhythm->next && (!readOnDue_ || *rhythm->next < *readOnDue_)) readOnDue_ = rhythm->next;
     }
@@ -346,9 +344,9 @@ void EngineSession::readOnForPing() {
     wantsGet_ = !getInFlight_;
 }
 
-// Upgrade: probe the WebSocket, let polling run dry, change over. Until then polling carries
-// everything. The server decides when the last GET comes back, so POSTs go on until it has: a
-// server that keeps it holds up nothing.
+// Upgrade: probe the WebSocket, let polling finish, switch. Until then everything uses polling. The
+// server decides when the last GET returns, so POSTs continue until then: a server that keeps the
+// GET delays nothing.
 
 void EngineSession::didReceiveProbeAnswer(std::string_view text) {
     if (text != "3probe") return abandonUpgrade();
@@ -393,8 +391,8 @@ void EngineSession::handle(const event::Emit& message) {
     std::vector<std::string> packets{text};
     for (const Data& each : attachments)
         packets.push_back(encodeAttachmentAsText(*revision_, each.view()));
-    // As text an attachment is a third longer. With the half of a message the server would wait for
-    // the rest.
+    // As text an attachment is a third longer. Never send only a part of a message: the server
+    // would wait for the rest.
     const PayloadWriter body(*revision_);
     const auto isTooLong = [&](const std::string& packet) {
         return open_.maxPayload && body.sizeWith(packet) > *open_.maxPayload;
@@ -404,7 +402,7 @@ void EngineSession::handle(const event::Emit& message) {
     for (auto& packet : packets) send(std::move(packet));
 }
 
-/// What follows from any event: polling's next requests, the start and the end of an upgrade.
+/// What any event may cause: the next polling requests, and the start and the end of an upgrade.
 void EngineSession::settle() {
     if (phase_ == Phase::Draining) finishUpgradeWhenDrained();
     if (phase_ == Phase::Ended || phase_ == Phase::Idle || carrier_ != Carrier::Polling) return;

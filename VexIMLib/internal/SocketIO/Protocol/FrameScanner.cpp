@@ -15,7 +15,7 @@ constexpr std::uint8_t kCompressed = 0x40;  // RSV1 (RFC 7692, section 6)
 constexpr std::uint8_t kReserved = 0x30;
 constexpr std::uint8_t kMasked = 0x80;
 constexpr std::size_t kMaxControlBytes = 125;
-// Heads of one message's fragments: empty ones without end are no message.
+// The most fragments of one message: endless empty fragments are not a message.
 constexpr std::size_t kMaxHeadBytes = 64 * 1024;
 
 bool isControl(std::uint8_t first) { return (first & 0x08) != 0; }

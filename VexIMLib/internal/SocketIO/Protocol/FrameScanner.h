@@ -6,8 +6,8 @@
 
 namespace vexim {
 
-/// Finds the frames of a server in what was received, and judges each by its first bytes: a broken
-/// one is not waited for.
+/// Finds a server's frames in the received bytes. It checks each one by its first bytes, so it does
+/// not wait for the rest of a malformed one.
 class FrameScanner {
 public:
     /// RFC 6455, section 5.2.
@@ -20,18 +20,18 @@ public:
         Pong = 10
     };
     enum class Verdict : std::uint8_t {
-        Incomplete,  // sound so far
+        Incomplete,  // correct so far
         Whole,
         Malformed,
-        TooLarge,  // the message is over the limit, or announces it
+        TooLarge,  // the message is too long, or says that it will be
     };
     struct Result {
         Verdict verdict = Verdict::Incomplete;
         Opcode opcode = Opcode::Text;
         bool isFinal = false;
-        bool isCompressed = false;  // a message's first frame says so for all
+        bool isCompressed = false;  // set in the first frame of a message
         std::size_t headBytes = 0;
-        std::size_t bytes = 0;      // with the head; also when incomplete, once that is known
+        std::size_t bytes = 0;      // with the header; also when incomplete, once it is known
         const char* why = nullptr;  // when malformed
 
         bool isControl() const noexcept { return opcode >= Opcode::Close; }
@@ -39,11 +39,11 @@ public:
 
     explicit FrameScanner(std::size_t maxMessageBytes) : maxBytes_(maxMessageBytes) {}
 
-    /// permessage-deflate (RFC 7692) was agreed on.
+    /// permessage-deflate (RFC 7692) was negotiated.
     void allowCompression() { allowsCompression_ = true; }
 
-    /// `buffered` begins where the last whole frame ended. After Incomplete, call again with more
-    /// behind the same bytes.
+    /// `buffered` begins after the last whole frame. After Incomplete, call again with more bytes
+    /// after the same ones.
     Result scan(std::string_view buffered);
 
 private:

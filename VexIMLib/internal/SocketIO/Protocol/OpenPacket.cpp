@@ -7,7 +7,7 @@
 namespace vexim {
 namespace {
 
-// The longest time that the servers' own timers take; sums of such times stay far from overflowing.
+// The longest time that the servers' own timers accept. Sums of such times cannot overflow.
 constexpr std::int64_t kMaxIntervalMillis = 0x7FFF'FFFF;
 
 std::optional<std::chrono::milliseconds> parseInterval(const Value& value) {

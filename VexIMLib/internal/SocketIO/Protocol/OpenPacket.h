@@ -14,15 +14,15 @@ struct OpenPacket {
     bool offersWebSocket = false;
     std::chrono::milliseconds pingInterval{25'000};
     std::chrono::milliseconds pingTimeout{20'000};
-    /// The longest message, or polling body, that the server takes; servers since 4.5 tell.
+    /// The longest message or polling body that the server accepts. Servers send it since 4.5.
     std::optional<std::size_t> maxPayload;
 
-    /// How long a polling body may be: what the server told, else what servers take unless they are
-    /// told otherwise.
+    /// How long a polling body may be: the server's limit, or the default of servers.
     std::size_t bodyLimit() const noexcept { return maxPayload.value_or(1'000'000); }
 };
 
-/// nullopt when it is no JSON object, has no sid, or its intervals are not within 1 to 2^31 - 1 ms.
+/// nullopt if it is not a JSON object, has no sid, or its intervals are not within 1 to 2^31 - 1
+/// ms.
 std::optional<OpenPacket> parseOpenPacket(std::string_view json);
 
 }  // namespace vexim

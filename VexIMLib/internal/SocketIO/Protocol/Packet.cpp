@@ -23,15 +23,15 @@ constexpr char kMessage = '4';  // Engine.IO's packet type
 constexpr std::string_view kPlaceholderKey = "_placeholder";
 constexpr std::string_view kIndexKey = "num";
 
-// Values and keys in a packet's JSON. A text of 16 MiB could hold eight million, and take ten times
-// its size.
+// The limit for values and keys in a packet's JSON. A text of 16 MiB could have eight million,
+// which take ten times as much memory.
 constexpr std::size_t kMaxValuesIn = 100'000;
 
 PacketDecoder::Result malformed(const char* why) {
     return {PacketDecoder::Status::Malformed, {}, why};
 }
 
-/// Takes digits off the front: nullopt when there are none or they say more than 64 bits.
+/// Removes digits from the front; nullopt if there are none or the number has more than 64 bits.
 std::optional<std::uint64_t> takeNumber(std::string_view& text) {
     std::uint64_t number = 0;
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -64,7 +64,7 @@ const char* faultOfPayload(const Packet& packet) {
     return "unreachable";
 }
 
-/// Puts attachments back into their places; false when an index is none.
+/// Puts attachments back into their places. Returns false if an index is invalid.
 bool restore(Value& value, const std::vector<Data>& attachments) {
     if (const Array* array = value.asArray()) {
         bool sound = true;
@@ -157,7 +157,7 @@ void appendHead(std::string& text, char type, std::size_t attachments, std::stri
     if (id) text += std::to_string(*id);
 }
 
-/// JSON of an event's name; empty when it is no UTF-8.
+/// An event's name as JSON; empty if it is not UTF-8.
 std::string quoted(std::string_view name) {
     const bool plain = std::ranges::all_of(
         name, [](char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; });
@@ -178,7 +178,7 @@ struct Head {
     std::string_view name;  // an event's, quoted; empty for an ack
 };
 
-/// False when `items` are no JSON.
+/// False if `items` cannot be written as JSON.
 bool write(std::string& text, const Head& head, const Array& items, std::size_t attachments) {
     text.clear();
     appendHead(text, attachments > 0 ? head.binaryType : head.plainType, attachments, head.nsp,
@@ -186,7 +186,7 @@ bool write(std::string& text, const Head& head, const Array& items, std::size_t 
     if (!head.name.empty()) (text += '[') += head.name;
     const std::size_t itemsAt = text.size();
     if (appendJSON(text, items)) return false;
-    // A name has opened the array already.
+    // The event's name has already opened the array.
     if (!head.name.empty() && items.empty()) text.erase(itemsAt, 1);
     if (!head.name.empty() && !items.empty()) text[itemsAt] = ',';
     return true;
@@ -196,7 +196,7 @@ EncodeResult encode(const Head& head, const Array& items) {
     EncodeResult result;
     auto& [text, attachments] = result.packet;
     if (write(text, head, items, 0)) return result;
-    // Only what JSON refuses is looked through, for data and for the reason.
+    // Search only items that JSON refuses: for data, and for the reason.
     switch (inspect(items, kJSONMaxDepth)) {
         case Contents::TooDeep: result.fault = EncodeFault::TooDeep; return result;
         case Contents::NotUTF8: result.fault = EncodeFault::NotUTF8; return result;
@@ -245,8 +245,7 @@ PacketDecoder::Result PacketDecoder::text(std::string_view text) {
         packet.nsp = text.substr(0, comma);
         text.remove_prefix(std::min(comma + 1, text.size()));
     }
-    // As the other parsers read it: digits here are an id, also where a number could be the
-    // payload.
+    // Like the other parsers: digits here are an id, even if a number could be the payload.
     if (!text.empty() && detail::isDigit(text.front())) {
         packet.id = takeNumber(text);
         if (!packet.id) return malformed("an id out of range");

@@ -13,7 +13,7 @@
 
 namespace vexim {
 
-/// Binary events and acks are events and acks whose attachments are back in their places.
+/// Binary events and acks become events and acks, with the attachments put back into their places.
 enum class PacketType : std::uint8_t { Connect, Disconnect, Event, Ack, Error };
 
 /// One Socket.IO packet.
@@ -21,15 +21,15 @@ struct Packet {
     PacketType type = PacketType::Event;
     std::string nsp = "/";
     std::optional<std::uint64_t> id;
-    /// Event: an array that begins with the name; ack: an array; connect: nil or a dictionary;
-    /// error: anything.
+    /// For an event, an array that begins with the name; for an ack, an array; for a connect, nil
+    /// or a dictionary; for an error, anything.
     Value payload;
 
     friend bool operator==(const Packet&, const Packet&) = default;
 };
 
-/// Attachments that a peer may announce. Peers take fewer: the current JavaScript parsers refuse
-/// more than 10.
+/// How many attachments a server may announce. We may send fewer: the current JavaScript parsers
+/// refuse more than 10.
 inline constexpr std::size_t kMaxAttachmentsIn = 64;
 inline constexpr std::size_t kMaxAttachmentsOut = 10;
 
@@ -40,10 +40,10 @@ public:
     struct Result {
         Status status = Status::Malformed;
         Packet packet;              // when complete
-        const char* why = nullptr;  // when malformed; the decoder is of no use any more
+        const char* why = nullptr;  // if malformed; the decoder cannot be used any more
     };
 
-    /// The attachments of one packet may have `maxBytes` together.
+    /// The attachments of one packet may have `maxBytes` in all.
     explicit PacketDecoder(std::size_t maxBytes) : maxBytes_(maxBytes) {}
 
     Result text(std::string_view text);
@@ -57,8 +57,8 @@ private:
     std::vector<Data> attachments_;
 };
 
-/// A packet ready for an Engine.IO message: the text with the message's type before it, and the
-/// attachments in order.
+/// A packet ready for an Engine.IO message: the text after the message's type, and the attachments
+/// in order.
 struct EncodedPacket {
     std::string text;
     std::vector<Data> attachments;
@@ -80,11 +80,11 @@ struct EncodeResult {
 EncodeResult encodeEvent(std::string_view nsp, std::optional<std::uint64_t> id,
                          std::string_view name, const Array& items);
 EncodeResult encodeAck(std::string_view nsp, std::uint64_t id, const Array& items);
-/// A join; `payload` is a dictionary or nil.
+/// Makes a join; `payload` is a dictionary or nil.
 EncodedPacket encodeConnect(std::string_view nsp, const Value& payload);
 EncodedPacket encodeDisconnect(std::string_view nsp);
 
-/// Names that the protocol keeps for itself: 4.x servers close the connection on them.
+/// Names that the protocol reserves: 4.x servers close the connection for them.
 bool isReservedEventName(std::string_view name) noexcept;
 
 }  // namespace vexim

@@ -18,7 +18,7 @@ namespace vexim {
 namespace {
 
 constexpr char kSeparator = '\x1e';
-// A length of more digits is no length that we would take.
+// We refuse lengths of more digits.
 constexpr std::size_t kMaxLengthDigits = 10;
 
 }  // namespace
@@ -40,8 +40,8 @@ std::size_t utf16Length(std::string_view utf8) noexcept {
     std::size_t units = 0;
     for (const char c : utf8) {
         const auto byte = static_cast<std::uint8_t>(c);
-        units += (byte & 0xC0) != 0x80;  // every byte but the continuations begins a character
-        units += byte >= 0xF0;           // whose pair of surrogates counts twice
+        units += (byte & 0xC0) != 0x80;  // every byte except continuation bytes begins a character
+        units += byte >= 0xF0;           // a pair of surrogates counts twice
     }
     return units;
 }
@@ -117,7 +117,7 @@ std::optional<EnginePacketView> PayloadReader::nextSeparated() {
     if (at == std::string_view::npos) {
         finished_ = true;
     } else {
-        rest_.remove_prefix(at + 1);  // an empty rest now means an empty packet, which is a fault
+        rest_.remove_prefix(at + 1);  // an empty rest now means an empty packet, which is an error
     }
     return decodeEngineText(revision_, text);
 }

@@ -9,10 +9,10 @@
 
 namespace vexim {
 
-/// Which revision the first polling answer is in, by its form; nullopt when it is in none.
+/// The revision of the first polling answer, by its form; nullopt if it matches none.
 std::optional<EngineRevision> detectRevision(std::string_view firstBody);
 
-/// Walks the packets of one polling answer, which must outlive it.
+/// Reads the packets of one polling answer, which must outlive it.
 ///
 ///     PayloadReader reader(revision, body);
 ///     while (auto packet = reader.next()) { … }
@@ -21,7 +21,7 @@ class PayloadReader {
 public:
     PayloadReader(EngineRevision revision, std::string_view body);
 
-    /// The next packet; nullopt at the end or at a fault. An empty body is a fault.
+    /// The next packet; nullopt at the end or at an error. An empty body is an error.
     std::optional<EnginePacketView> next();
     bool failed() const noexcept { return failed_; }
 
@@ -38,13 +38,13 @@ private:
     bool failed_ = false;
 };
 
-/// Collects packets, each given as its text, into the body of one POST.
+/// Collects packets, each given as text, for the body of one POST.
 class PayloadWriter {
 public:
     explicit PayloadWriter(EngineRevision revision) : revision_(revision) {}
 
     void add(std::string_view packet);
-    /// How long the body would be with `packet`.
+    /// The length of the body if `packet` were added.
     std::size_t sizeWith(std::string_view packet) const;
     bool empty() const noexcept { return body_.empty(); }
     std::string take();
@@ -54,8 +54,8 @@ private:
     std::string body_;
 };
 
-/// The bytes that hold the first `units` UTF-16 code units of `utf8`; nullopt when it is shorter,
-/// when they end inside a surrogate pair, or when the bytes are no UTF-8.
+/// The bytes that hold the first `units` UTF-16 code units of `utf8`; nullopt if it is shorter, if
+/// they end inside a surrogate pair, or if the bytes are not UTF-8.
 std::optional<std::size_t> bytesOfUtf16Units(std::string_view utf8, std::size_t units);
 /// The length of well-formed UTF-8 in UTF-16 code units.
 std::size_t utf16Length(std::string_view utf8) noexcept;

@@ -6,20 +6,19 @@
 
 namespace vexim {
 
-/// When to try again after a loss.
+/// When to reconnect after a loss.
 struct ReconnectPolicy {
     bool enabled = true;
     std::optional<std::uint32_t> maxAttempts;  // nullopt: no limit
     std::chrono::milliseconds firstWait{1'000};
     std::chrono::milliseconds longestWait{30'000};
-    /// A connection that was up for this long begins a new count.
+    /// After a connection that was up for this long, attempts are counted from the start.
     std::chrono::milliseconds stableAfter{10'000};
 };
 
-/// The wait before attempt `attempt` (the first is 0), or nullopt when there is to be none.
-/// `random` is 32 uniform bits: the wait is drawn evenly from 0 to a bound that doubles from
-/// `firstWait` to `longestWait`, so that clients that were dropped together do not come back
-/// together.
+/// The wait before attempt `attempt` (the first is 0); nullopt means no further attempt. `random`
+/// is 32 uniform bits. The wait is random, between 0 and a limit that doubles from `firstWait` to
+/// `longestWait`. So clients that were dropped together do not return together.
 std::optional<std::chrono::milliseconds> reconnectDelay(const ReconnectPolicy& policy,
                                                         std::uint32_t attempt,
                                                         std::uint32_t random);

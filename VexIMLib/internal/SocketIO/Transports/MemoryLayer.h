@@ -17,9 +17,8 @@
 
 namespace vexim {
 
-/// What the Beast stream takes for its socket. It reads no further than a window that we open, so
-/// that no byte behind a whole message is swallowed, and writes into a string that is sent in one
-/// piece.
+/// The Beast stream uses this as its socket. It reads only from a window that we open, so that no
+/// byte after a whole message is consumed. It writes into a string, which is sent in one piece.
 class MemoryLayer {
 public:
     using executor_type = boost::asio::any_io_executor;
@@ -27,7 +26,7 @@ public:
     explicit MemoryLayer(executor_type executor) : executor_(std::move(executor)) {}
     executor_type get_executor() const noexcept { return executor_; }
 
-    /// Lets `bytes`, which must outlive the reading, be read.
+    /// Opens `bytes` for reading. They must stay valid meanwhile.
     void open(std::string_view bytes) {
         window_ = bytes;
         resume();
@@ -101,7 +100,7 @@ public:
             token, buffers);
     }
 
-    // What Beast calls when it ends the connection; the bytes' real carrier is closed by its owner.
+    // Beast calls this to end the connection. The owner closes the real socket.
     friend void teardown(boost::beast::role_type, MemoryLayer&, boost::system::error_code& error) {
         error = {};
     }

@@ -23,8 +23,8 @@ using namespace std::chrono_literals;
 
 constexpr auto kGoodbye = 1s;
 
-// Of an answer's head, and of the trailers behind a body in chunks (RFC 9112, section 7.1.2),
-// together.
+// The limit for an answer's header together with the trailers after a chunked body (RFC 9112,
+// section 7.1.2).
 constexpr std::size_t kMaxHeadBytes = 64 * 1024;
 
 class LivePolling;
@@ -98,14 +98,14 @@ private:
     void letGo();
 
     const TransportOptions options_;
-    TransportListener* listener_;  // nullptr once nobody is to hear any more
-    // A pool of its own: what the application trusts here says nothing about its other requests,
-    // and idle connections close with their client.
+    TransportListener* listener_;  // nullptr once nothing must be called any more
+    // A separate pool: other requests may use another trust, and idle connections are closed with
+    // their client.
     CurlMulti multi_;
     Request get_;
     Request post_;
 
-    // While saying goodbye it keeps itself alive.
+    // It keeps itself alive while it closes.
     std::shared_ptr<LivePolling> self_;
     NetworkTimer goodbye_;
     struct Farewell {
@@ -123,7 +123,7 @@ Request::Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& o
     multi_.prepare(easy_, *this);
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, description_.data());
     curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // a name lookup that hangs is left behind
+    curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // abandons a name lookup that hangs
     curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
     curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
@@ -132,7 +132,7 @@ Request::Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& o
     curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
     curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &Request::onHeader);
     curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
-    // Through the proxy that carries WebSockets, too; libcurl is not to ask the environment again.
+    // Uses the same proxy as WebSockets; libcurl must not read the environment again.
     curl_easy_setopt(easy_, CURLOPT_NOPROXY, "");
     curl_easy_setopt(easy_, CURLOPT_PROXY, "");
     if (const auto& proxy = options_.proxy) {
@@ -167,9 +167,9 @@ void Request::start(const std::string& url, const std::string& cookies,
     headers_.suppress("Expect");
     if (body) {
         headers_.add("Content-Type", "text/plain;charset=UTF-8");
-        // libcurl sends a request again when a kept connection dies under it. A body that cannot be
-        // rewound is not sent a second time, so that no message arrives twice; before its first
-        // byte the retry is welcome.
+        // libcurl resends a request if an idle connection turns out to be dead. A body that cannot
+        // be rewound is not sent twice, so no message arrives twice. Before its first byte the
+        // retry is fine.
         body_ = std::move(*body);
         bodySent_ = 0;
         curl_easy_setopt(easy_, CURLOPT_POST, 1L);
@@ -225,7 +225,7 @@ int Request::status() const {
 }
 
 event::RequestFailed Request::failure(CURLcode result) const {
-    // libcurl takes a header of more than 100 KB for a lack of memory.
+    // libcurl reports a header of more than 100 KB as out of memory.
     if (isTooLarge_ || result == CURLE_OUT_OF_MEMORY) {
         return {"The server's answer is over the limit.", true, VXIMConnectionErrorLimitPassed};
     }
@@ -250,7 +250,7 @@ void Request::transferEnded(CURLcode result) {
 }
 
 void LivePolling::didEnd(Request& request, CURLcode result) {
-    const auto owner = shared_from_this();  // the listener may let go of it
+    const auto owner = shared_from_this();  // the listener may release it
     if (!listener_) {
         if (&request != &post_) return;
         if (farewell_) {
@@ -265,7 +265,7 @@ void LivePolling::didEnd(Request& request, CURLcode result) {
     if (result != CURLE_OK) {
         listener.didHappen(request.failure(result));
     } else if (&request == &get_) {
-        const std::string body = request.takeAnswer();  // the next request is written over it
+        const std::string body = request.takeAnswer();  // the next request overwrites it
         listener.didHappen(event::GetAnswered{request.status(), body});
     } else {
         const std::string body = request.takeAnswer();
@@ -278,7 +278,7 @@ void LivePolling::close(const std::string& target, const std::string& cookies, s
     listener_ = nullptr;
     self_ = shared_from_this();
     goodbye_.start(kGoodbye, [this] { letGo(); });
-    // The GET stays: a server that loses it forgets the session, and with it what the POST holds.
+    // Keep the GET: a server that loses it drops the session, and with it the POST's contents.
     if (post_.isRunning()) {
         farewell_ = Farewell{target, cookies, std::move(body)};
     } else {
@@ -287,12 +287,12 @@ void LivePolling::close(const std::string& target, const std::string& cookies, s
 }
 
 void LivePolling::letGo() {
-    // Destroying handles is not allowed inside their own callbacks.
+    // Handles must not be destroyed inside their own callbacks.
     goodbye_.cancel();
     NetworkThread::shared().post([self = std::exchange(self_, nullptr)] {});
 }
 
-/// What the link holds: letting go of it is dropping the transport, unless it is saying goodbye.
+/// The link holds this. Releasing it drops the transport, unless it is closing.
 class PollingHandle final : public PollingTransport {
 public:
     explicit PollingHandle(std::shared_ptr<LivePolling> polling) : polling_(std::move(polling)) {}

@@ -8,11 +8,11 @@
 
 namespace vexim {
 
-/// Carries a session's payloads as HTTP requests. Lives on the network thread.
+/// Sends a session's payloads as HTTP requests. Network thread only.
 class PollingTransport {
 public:
-    /// `listener` must outlive the transport or its `close` or `drop`; nothing is called after
-    /// these.
+    /// `listener` must live until the transport is destroyed, or until `close` or `drop` is called.
+    /// After that nothing is called.
     static std::unique_ptr<PollingTransport> create(TransportOptions options,
                                                     TransportListener& listener);
     virtual ~PollingTransport() = default;
@@ -23,8 +23,8 @@ public:
     /// At most one at a time. PostAnswered or RequestFailed follows.
     virtual void post(const std::string& target, const std::string& cookies, std::string body) = 0;
 
-    /// Posts `body` once the POST under way is through, and lets go, within a second. The transport
-    /// sees to its own end.
+    /// Posts `body` when the running POST is done, and closes within a second. The transport keeps
+    /// itself alive until then.
     virtual void close(const std::string& target, const std::string& cookies, std::string body) = 0;
 };
 

@@ -51,7 +51,7 @@ std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::u
     const bool hasScheme = text.find("://") != std::string_view::npos;
     const auto url = URL::parse(hasScheme ? std::string(text) : "http://" + std::string(text));
     if (!url || url->scheme() != "http" || url->host().empty()) return ProxyServer{};
-    // 1080 is what the transfer library takes when no port is named.
+    // libcurl uses port 1080 if there is none.
     ProxyServer proxy{url->host(), url->port().value_or(1080), std::nullopt, {}};
     if (url->user()) {
         proxy.user = percentDecode(*url->user());

@@ -10,9 +10,9 @@
 
 namespace vexim {
 
-/// An HTTP proxy that is asked to CONNECT.
+/// An HTTP proxy, used with CONNECT.
 struct ProxyServer {
-    std::string host;  // empty: one that we cannot speak to, nor pass by
+    std::string host;  // empty: a kind that we do not support and must not bypass
     std::uint16_t port = 0;
     std::optional<std::string> user;  // nullopt: no credentials
     std::string password;
@@ -20,14 +20,14 @@ struct ProxyServer {
     friend bool operator==(const ProxyServer&, const ProxyServer&) = default;
 };
 
-/// Reads an environment variable; nullptr when it is not set.
+/// Reads an environment variable; nullptr if it is not set.
 using Environment = std::function<const char*(const char* name)>;
 
-/// The proxy that the environment names for `host`: http_proxy (lower case only, as a CGI request
-/// can set the other one), https_proxy, all_proxy, and the exceptions in no_proxy: "*", host names,
-/// which stand for their subdomains too, and addresses, separated by commas. This machine itself is
-/// one. A proxy of another kind comes without its host: whoever set it does not want to be seen
-/// going round it.
+/// The proxy for `host` from the environment: http_proxy (lower case only, because a CGI request
+/// can set HTTP_PROXY), https_proxy, all_proxy, and the exceptions in no_proxy: "*", host names
+/// (which include their subdomains) and addresses, separated by commas. This machine is always an
+/// exception. An unsupported kind of proxy is returned without a host: its user does not want
+/// connections to bypass it.
 std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::uint16_t port,
                                     const Environment& environment);
 /// The process's own environment.
@@ -35,7 +35,7 @@ std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::u
 
 /// The request that opens a tunnel to `authority` ("host:port").
 std::string connectRequest(const ProxyServer& proxy, std::string_view authority);
-/// What applications are told when it was answered with `status`.
+/// The error text for an answer with `status`.
 std::string proxyRefusal(int status);
 
 }  // namespace vexim

@@ -16,19 +16,19 @@ namespace vexim {
 /// "host:port", with brackets around an IPv6 address.
 std::string authorityOf(const std::string& host, std::uint16_t port);
 
-/// Where the server is.
+/// The server's address.
 struct Endpoint {
     bool isSecure = false;
     std::string host;  // without brackets
     std::uint16_t port = 0;
 
-    /// As "Host" wants it: brackets around IPv6, no port where it is the scheme's own.
+    /// For the "Host" header: brackets around IPv6, and no port if it is the scheme's default.
     std::string authority() const;
     /// Always with the port.
     std::string authorityWithPort() const;
 };
 
-/// What transports need besides the target of each request.
+/// What transports need besides the targets of their requests.
 struct TransportOptions {
     Endpoint endpoint;
     TrustChoice trust;
@@ -38,15 +38,14 @@ struct TransportOptions {
     bool offerDeflate = false;
 };
 
-/// Hears what transports go through, on the network thread, never from inside a call to the
+/// Receives the events of transports, on the network thread, and never inside a call to the
 /// transport.
 class TransportListener {
 public:
     virtual void didHappen(const SessionEvent& what) = 0;
     /// Values of "Set-Cookie" in an answer.
     virtual void didReceiveCookies(const std::vector<std::string>& cookies) = 0;
-    /// The end of a series of `didHappen`: what follows from them can be sent and delivered
-    /// together.
+    /// The end of a series of `didHappen`: their results can be sent and delivered together.
     virtual void didEndTurn() = 0;
 
 protected:

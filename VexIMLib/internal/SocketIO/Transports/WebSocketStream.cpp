@@ -27,7 +27,7 @@ namespace beast = boost::beast;
 namespace websocket = beast::websocket;
 using boost::system::error_code;
 
-/// One buffer for all streams, since all live on the network thread; compressed messages are read
+/// One buffer for all streams, because all are on the network thread. Compressed messages are read
 /// into it one at a time.
 std::vector<char>& scratch() {
     static thread_local std::vector<char> buffer;
@@ -39,18 +39,18 @@ constexpr std::size_t kScratchKept = 256 * 1024;
 constexpr std::size_t kStatusAt = 9;
 constexpr std::size_t kStatusEnd = 12;
 constexpr std::size_t kMaxHeadBytes = 64 * 1024;
-// Of an answer that refuses; the reason that a Socket.IO server gives has less than a hundred
+// The limit for the body of a refusal; the reason of a Socket.IO server has less than a hundred
 // bytes.
 constexpr std::size_t kMaxRefusalBytes = 64 * 1024;
 
-/// The registered codes that an endpoint may send (RFC 6455, section 7.4, and its registry), and
-/// those of libraries and applications.
+/// The registered codes that may be sent (RFC 6455, section 7.4, and its registry), and those of
+/// libraries and applications.
 bool mayBeSent(unsigned closeCode) {
     return (closeCode >= 1000 && closeCode <= 1003) || (closeCode >= 1007 && closeCode <= 1014) ||
            (closeCode >= 3000 && closeCode <= 4999);
 }
 
-/// RFC 6455, section 4.1: what was not asked for must not be agreed to.
+/// RFC 6455, section 4.1: refuse what the server agrees to without being asked.
 const char* faultOfAgreement(const websocket::response_type& response, const HeaderList& asked,
                              bool offeredDeflate) {
     namespace http = beast::http;
@@ -90,7 +90,7 @@ struct WebSocketStream::Impl {
     enum class State : std::uint8_t { Handshaking, Open, Done };
 
     using Response = websocket::response_type;
-    // A string would make room at once for as much as is announced.
+    // A string would reserve the announced length at once.
     using Refusal = beast::http::response_parser<beast::http::dynamic_body>;
 
     Options options;
@@ -105,8 +105,8 @@ struct WebSocketStream::Impl {
     std::optional<Refusal> refusal;  // an answer other than 101
     std::size_t refusalBytes = 0;
     HandshakeHandler handler;
-    // The message that has begun: the fragments' payloads, or the fragments as they came when they
-    // are compressed.
+    // The unfinished message: the fragments' payloads, or the whole fragments if they are
+    // compressed.
     bool isTextMessage = false;
     bool isCompressedMessage = false;
     bool isPaused = false;
@@ -138,15 +138,15 @@ WebSocketStream::WebSocketStream(const asio::any_io_executor& executor, Options 
         deflate.client_enable = true;
         stream.set_option(deflate);
     } else {
-        // Beast keeps a buffer for masking, and masks a longer message in several goes. Compressed,
-        // each go would be a frame.
+        // Beast masks a long message in several steps, in a buffer. With compression each step
+        // would become a frame.
         stream.write_buffer_bytes(512);
     }
 }
 
 WebSocketStream::~WebSocketStream() {
     impl_->handler = nullptr;
-    impl_->layer().end();  // the handshake comes to its end, and with it what it shares
+    impl_->layer().end();  // the handshake ends and releases what it shares
 }
 
 void WebSocketStream::startHandshake(std::string_view host, std::string_view target,
@@ -170,8 +170,8 @@ void WebSocketStream::endOfInput() {
     impl_->layer().end();
 }
 
-/// During the handshake Beast may read the head of a 101 answer and not a byte more: it would keep
-/// what follows to itself.
+/// During the handshake Beast may read only the header of a 101 answer: it would keep any bytes
+/// after that.
 void WebSocketStream::Impl::offerHead(std::string_view bytes) {
     if (refusal) return readRefusal(bytes);
     pending += bytes;
@@ -185,15 +185,14 @@ void WebSocketStream::Impl::offerHead(std::string_view bytes) {
     const auto headEnd = pending.find("\r\n\r\n");
     const std::size_t consumed = released - layer().window().size();
     if (headEnd != std::string::npos) {
-        released = headEnd + 4;  // however much has come behind it
+        released = headEnd + 4;  // whatever came after it
     } else if (pending.size() > kMaxHeadBytes) {
         released = pending.size();
     }
     layer().open(std::string_view(pending).substr(consumed, released - consumed));
 }
 
-/// Beast would read an answer to its end. This one ends at a limit, and what it has said by then is
-/// told.
+/// Beast would read the whole answer. We stop at a limit and report what came before it.
 void WebSocketStream::Impl::readRefusal(std::string_view bytes) {
     if (state != State::Handshaking || layer().hasEnded()) return;
     pending += bytes;
@@ -209,13 +208,13 @@ void WebSocketStream::Impl::readRefusal(std::string_view bytes) {
         !refusal->is_done() && (!error || error == beast::http::error::need_more);
     if (needsMore && refusalBytes <= kMaxRefusalBytes) return;
     pending.clear();
-    layer().end();  // Beast's handshake ends, and with it ours
+    layer().end();  // ends Beast's handshake and ours
 }
 
 void WebSocketStream::Impl::didHandshake(error_code error) {
     HandshakeResult result;
     if (refusal && refusal->is_header_done()) response.base() = refusal->get().base();
-    // Only Beast's own objections follow a whole answer.
+    // After a whole answer, only Beast itself can still object.
     const bool wasAnswered =
         !error ||
         error.category() == make_error_code(websocket::error::upgrade_declined).category();
@@ -256,7 +255,7 @@ void WebSocketStream::Impl::didHandshake(error_code error) {
     if (then) then(std::move(result));
 }
 
-/// The close frame goes out; whoever owns the stream ends the connection.
+/// Send the close frame; the stream's owner ends the connection.
 WebSocketStream::Status WebSocketStream::Impl::fail(Status status, websocket::close_code code,
                                                     std::string why) {
     state = State::Done;
@@ -273,7 +272,7 @@ WebSocketStream::Status WebSocketStream::receive(std::string_view bytes, Listene
         case Impl::State::Done: return Status::Open;
         case Impl::State::Open: break;
     }
-    // The common case: whole frames and nothing left over. They are read where they lie.
+    // The usual case: whole frames and nothing left over. Read them in place.
     const auto kept = impl_;
     impl.isPaused = false;
     if (impl.pending.empty()) {
@@ -285,7 +284,7 @@ WebSocketStream::Status WebSocketStream::receive(std::string_view bytes, Listene
     std::string work = std::exchange(impl.pending, {});
     std::string_view rest = work;
     const Status status = impl.consume(rest, listener);
-    if (rest.empty()) return status;  // what a long frame took is given back
+    if (rest.empty()) return status;  // releases the memory of a long frame
     work.erase(0, work.size() - rest.size());
     impl.pending = std::move(work);
     return status;
@@ -329,7 +328,7 @@ WebSocketStream::Status WebSocketStream::Impl::consume(std::string_view& bytes,
     return Status::Open;
 }
 
-/// At once, also between the fragments of a message.
+/// Answer at once, even between the fragments of a message.
 WebSocketStream::Status WebSocketStream::Impl::didReceiveControl(FrameScanner::Opcode opcode,
                                                                  std::string_view payload,
                                                                  Listener& listener) {
@@ -424,8 +423,8 @@ void WebSocketStream::writePing() {
 void WebSocketStream::writeClose() {
     if (impl_->state != Impl::State::Open) return;
     impl_->state = Impl::State::Done;
-    // Beast's close would wait for the peer's answer; the frame alone is wanted, and its owner
-    // bounds the waiting.
+    // Beast's close would wait for the server's answer. Send only the frame; the owner limits the
+    // wait.
     error_code error;
     impl_->stream.close(websocket::close_code::normal, error);
 }

@@ -15,9 +15,8 @@
 
 namespace vexim {
 
-/// The client's side of one WebSocket (RFC 6455), in memory: received bytes go in, messages and
-/// bytes to send come out. It wraps the Beast stream, which is instantiated in this class's source
-/// alone.
+/// The client side of one WebSocket (RFC 6455), in memory: received bytes go in, messages and bytes
+/// to send come out. It wraps the Beast stream, which only this class's source instantiates.
 class WebSocketStream {
 public:
     struct Options {
@@ -26,7 +25,7 @@ public:
     };
     struct HandshakeResult {
         bool accepted = false;
-        bool isCutOff = false;  // the peer went away before it had answered
+        bool isCutOff = false;  // the server closed the connection before it answered
         int httpStatus = 0;     // 0 when there was no HTTP answer
         std::string body;
         std::vector<std::string> cookies;  // values of "Set-Cookie"
@@ -40,10 +39,10 @@ public:
         virtual ~Listener() = default;
         enum class Next : std::uint8_t {
             GoOn,
-            Pause,  // the rest is kept, for `receive` to go on with
-            Stop,   // nothing is given any more
+            Pause,  // the rest is kept; `receive` continues with it
+            Stop,   // nothing more is delivered
         };
-        /// `bytes` live during the call.
+        /// `bytes` are valid only during the call.
         virtual Next didReceiveMessage(bool isText, std::string_view bytes) = 0;
         /// It has been answered.
         virtual void didReceivePing() = 0;
@@ -55,33 +54,34 @@ public:
     WebSocketStream(const boost::asio::any_io_executor& executor, Options options);
     WebSocketStream(const WebSocketStream&) = delete;
     WebSocketStream& operator=(const WebSocketStream&) = delete;
-    ~WebSocketStream();  // a handshake's handler is not called any more
+    ~WebSocketStream();  // the handler of a handshake is not called any more
 
     void startHandshake(std::string_view host, std::string_view target, const HeaderList& headers,
                         HandshakeHandler handler);
-    /// The peer's end of the connection is closed: a handshake under way ends.
+    /// The server has closed its end of the connection: ends a running handshake.
     void endOfInput();
 
-    /// Takes bytes from the peer. Before the handshake has ended they are kept; call it with none
-    /// when it has, and after a pause.
+    /// Takes bytes from the server. Until the handshake has ended they are kept. Call it without
+    /// bytes when the handshake has ended, and after a pause.
     Status receive(std::string_view bytes, Listener& listener);
-    /// What was wrong when `receive` did not answer Open; for a peer's close its code and reason.
+    /// What was wrong if `receive` did not return Open; for a close by the server, its code and
+    /// reason.
     const std::string& fault() const noexcept;
 
-    // Before the handshake has ended, and after a close or a fault, these do nothing.
+    // These do nothing before the end of the handshake, and after a close or an error.
     void writeText(std::string_view text);
-    /// `prefix` and `bytes` make one message.
+    /// `prefix` and `bytes` together are one message.
     void writeBinary(std::string_view prefix, std::string_view bytes);
     void writePing();
     void writeClose();
 
-    /// Bytes to be sent; whoever sends them takes them.
+    /// Bytes to send. Take them out to send them.
     std::string& output() noexcept;
     std::size_t outputBytes() const noexcept;
 
 private:
     struct Impl;
-    // shared with a handshake under way, which Beast may still be in the middle of
+    // shared with a running handshake, which Beast may still be executing
     const std::shared_ptr<Impl> impl_;
 };
 

@@ -25,18 +25,18 @@ using asio::ip::tcp;
 using boost::system::error_code;
 using namespace std::chrono_literals;
 
-// How long one of several addresses is tried before the next.
+// How long to try one of several addresses before the next.
 constexpr auto kPerAddress = 3s;
 constexpr auto kGoodbye = 1s;
 constexpr std::size_t kMaxProxyHead = 16 * 1024;
-// Reads in one go, so that a busy connection leaves room for the others.
+// The most reads in a row, so that a busy connection leaves time for others.
 constexpr int kReadsPerTurn = 4;
-// Of messages delivered together, for which each counts a quarter of a KiB more: it takes about
-// that. A read of compressed ones can be a thousand times as long as it looks.
+// The size of messages delivered together. Each counts a quarter of a KiB more, which is about its
+// cost. A read of compressed ones can grow a thousandfold.
 constexpr std::size_t kPortionBytes = 256 * 1024;
 constexpr std::size_t kMessageBytes = 256;
 
-/// Where sockets are read into: one for all, since nothing of it is kept between two turns.
+/// The buffer for reading sockets. One for all, because nothing stays in it between two turns.
 std::vector<char>& readBuffer() {
     static thread_local std::vector<char> buffer(64 * 1024);
     return buffer;
@@ -109,7 +109,7 @@ private:
     void report(const SessionEvent& what);
 
     const TransportOptions options_;
-    TransportListener* listener_;  // nullptr once nobody is to hear any more
+    TransportListener* listener_;  // nullptr once nothing must be called any more
     HostResolver& resolver_;
     Stage stage_ = Stage::Resolving;
     std::string target_;
@@ -120,20 +120,20 @@ private:
     std::size_t nextAddress_ = 0;
     error_code lastConnectError_;
     tcp::socket socket_;
-    asio::steady_timer timer_;  // the address's turn, later the goodbye
+    asio::steady_timer timer_;  // for the current address, later for the close
     std::string proxyAnswer_;
     std::unique_ptr<TlsSession> tls_;
     std::string plain_;  // decrypted, kept for its capacity only while TLS is used
     WebSocketStream stream_;
-    std::string raw_;  // on its way to the system
+    std::string raw_;  // being written to the system
     std::size_t sent_ = 0;
     bool awaitsRoom_ = false;
 
     bool isPaused_ = false;
     bool awaitsInput_ = false;
-    std::size_t portion_ = 0;         // what the messages of this one cost
+    std::size_t portion_ = 0;         // the cost of the messages of this one
     bool keepsRest_ = false;          // of a portion, in the stream
-    std::optional<std::string> end_;  // of the input, behind that rest: the reason
+    std::optional<std::string> end_;  // reason for the end of the input, after that rest
 };
 
 void LiveWebSocket::open(std::string target, const std::string& cookies) {
@@ -235,7 +235,7 @@ void LiveWebSocket::didHandshake(WebSocketStream::HandshakeResult result) {
     }
     stage_ = Stage::Open;
     report(event::WebSocketOpened{});
-    didReceivePlain({});  // what came behind the answer
+    didReceivePlain({});  // bytes that came after the answer
 }
 
 // Input
@@ -265,7 +265,7 @@ void LiveWebSocket::goOnReading() {
     if (stage_ != Stage::Closed && !isPaused_ && deliverKept()) awaitInput();
 }
 
-/// True when nothing is left to deliver, so that the socket may be read.
+/// True if nothing is left to deliver, so the socket may be read.
 bool LiveWebSocket::deliverKept() {
     if (!keepsRest_) return true;
     didReceivePlain({});
@@ -302,7 +302,7 @@ void LiveWebSocket::didReceive(std::string_view bytes) {
         didReceivePlain(plain);
         if (stage_ == Stage::Closed) return;
     }
-    flush();  // TLS may have something to say of its own
+    flush();  // TLS may have bytes of its own to send
     switch (status) {
         case TlsSession::Status::Open: return;
         case TlsSession::Status::Closed: return inputEnded("");
@@ -377,7 +377,7 @@ void LiveWebSocket::inputEnded(std::string reason) {
         case Stage::Connecting: return fail(Failed::Connect, std::move(reason));
         case Stage::Proxying: return fail(Failed::Proxy, "The proxy closed the connection.");
         case Stage::Securing: return fail(Failed::Cut, handshakeFault({}).words);
-        // an answer without a length ends with the connection
+        // an answer without a length ends when the connection closes
         case Stage::Handshaking: return stream_.endOfInput();
         case Stage::Open:
             return lose(reason.empty() ? event::WebSocketClosed::Cause::Peer
@@ -424,9 +424,10 @@ void LiveWebSocket::sendRaw() {
             });
             return;
         }
-        if (error) return;  // reading finds the same, and tells after what was received before
+        if (error)
+            return;  // reading finds the same error, and reports it after the received messages
         sent_ += count;
-        // A peer that always leaves something unread would have us keep all that it has read.
+        // If the server always leaves some bytes unread, we would keep everything that it has read.
         if (sent_ >= raw_.size() / 2 && sent_ < raw_.size()) {
             raw_.erase(0, sent_);
             sent_ = 0;
@@ -451,7 +452,7 @@ void LiveWebSocket::close() {
     flush();
     if (end_) return drop();
     keepsRest_ = false;
-    setPaused(false);  // what comes is dropped, up to the peer's answer
+    setPaused(false);  // received bytes are dropped until the server's answer
     timer_.expires_after(kGoodbye);
     timer_.async_wait([self = self()](error_code cancelled) {
         if (!cancelled) self->drop();

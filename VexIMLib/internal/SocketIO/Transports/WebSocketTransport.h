@@ -11,12 +11,12 @@
 
 namespace vexim {
 
-/// Carries a session's messages over one WebSocket: lookup, TCP, proxy, TLS, handshake, frames.
-/// Lives on the network thread.
+/// Sends and receives a session's messages over one WebSocket: lookup, TCP, proxy, TLS, handshake,
+/// frames. Network thread only.
 class WebSocketTransport : public std::enable_shared_from_this<WebSocketTransport> {
 public:
-    /// `listener` must outlive the transport or its `close` or `drop`; nothing is called after
-    /// these.
+    /// `listener` must live until the transport is destroyed, or until `close` or `drop` is called.
+    /// After that nothing is called.
     static std::shared_ptr<WebSocketTransport> create(TransportOptions options,
                                                       TransportListener& listener,
                                                       HostResolver& resolver);
@@ -26,23 +26,24 @@ public:
     /// then WebSocketClosed.
     virtual void open(std::string target, const std::string& cookies) = 0;
 
-    // These collect; `flush` sends.
+    // These collect bytes; `flush` sends them.
     virtual void writeText(std::string_view text) = 0;
     virtual void writeBinary(std::string_view prefix, std::string_view bytes) = 0;
     virtual void writePing() = 0;
     virtual void flush() = 0;
-    /// Written, but not taken by the system yet. When it has sunk, `didEndTurn` is called.
+    /// Bytes that the system has not taken yet. When they have become fewer, `didEndTurn` is
+    /// called.
     virtual std::size_t unsentBytes() const = 0;
 
-    /// While paused, nothing is read but what `readOn` asks for.
+    /// While paused, it reads only what `readOn` asks for.
     virtual void setPaused(bool paused) = 0;
-    /// Reads a portion, soon: 64 KiB of the wire at most.
+    /// Reads a portion soon: at most 64 KiB from the wire.
     virtual void readOn() = 0;
 
-    /// Sends what was written and a close frame, waits at most a second for the peer's, and lets
-    /// go.
+    /// Sends what was written and a close frame, waits at most a second for the server's close
+    /// frame, and closes the connection.
     virtual void close() = 0;
-    /// Lets go at once.
+    /// Closes the connection at once.
     virtual void drop() = 0;
 };
 
