@@ -12,6 +12,7 @@ namespace vexim {
 namespace {
 
 TEST(TypeEncoding, ReadsTheFirstTypeAndKnowsItsSize) {
+    constexpr std::size_t kPointer = sizeof(void*);
     const struct {
         const char* why;
         const char* encoding;
@@ -22,12 +23,13 @@ TEST(TypeEncoding, ReadsTheFirstTypeAndKnowsItsSize) {
         {"64 bits", "q", "q", 8, 8},
         {"what follows is left", "iq", "i", 4, 4},
         {"a boolean", "B@:", "B", 1, 1},
-        {"a long double", "D", "D", 16, 16},
+        {"a long double", "D", "D", sizeof(long double), alignof(long double)},
         {"nothing", "v@:", "v", 0, 1},
         {"an object with its class", "@\"NSString\"q", "@\"NSString\"", 16, 8},
         {"a block", "@?q", "@?", 16, 8},
-        {"a pointer takes its target's type along", "^{Point=dd}q", "^{Point=dd}", 8, 8},
-        {"a qualifier belongs to the type", "r*q", "r*", 8, 8},
+        {"a pointer takes its target's type along", "^{Point=dd}q", "^{Point=dd}", kPointer,
+         kPointer},
+        {"a qualifier belongs to the type", "r*q", "r*", kPointer, kPointer},
         {"a structure is padded inside and at its end", "{S=cqc}i", "{S=cqc}", 24, 8},
         {"members may be named", "{P=\"x\"d\"y\"d}", "{P=\"x\"d\"y\"d}", 16, 8},
         {"structures nest", "{R={P=dd}{S=ff}}", "{R={P=dd}{S=ff}}", 24, 8},
@@ -76,9 +78,9 @@ TEST(TypeEncoding, UnboxesNumbersAsADeclaredScalar) {
         {"unsigned short wraps", 65537, "S", "1"},
         {"int wraps", std::int64_t{1} << 32, "i", "0"},
         {"unsigned int wraps", -1, "I", "4294967295"},
-        {"long keeps 64 bits", std::numeric_limits<std::int64_t>::min(), "l",
-         "-9223372036854775808"},
-        {"unsigned long wraps", -1, "L", "18446744073709551615"},
+        {"long keeps what the machine's has room for", std::numeric_limits<std::int64_t>::min(),
+         "l", sizeof(long) == 8 ? "-9223372036854775808" : "0"},
+        {"unsigned long wraps", -1, "L", sizeof(long) == 8 ? "18446744073709551615" : "4294967295"},
         {"no 64-bit integer passes through a double", 9007199254740993, "q", "9007199254740993"},
         {"above the signed range", std::numeric_limits<std::uint64_t>::max(), "Q",
          "18446744073709551615"},

@@ -14,6 +14,7 @@
 #include "VexIMLib/internal/SocketIO/Client/SocketIOOptions.h"
 #include "VexIMLib/internal/SocketIO/Protocol/CookieJar.h"
 #include "VexIMLib/internal/SocketIO/Protocol/FrameScanner.h"
+#include "VexIMLib/internal/SocketIO/Protocol/OpenPacket.h"
 #include "VexIMLib/internal/SocketIO/Protocol/ReconnectPolicy.h"
 #include "VexIMLib/internal/SocketIO/Transports/Proxy.h"
 #include "socketio/Peers.h"
@@ -190,6 +191,9 @@ TEST(Options, ReadEachKeyAndIgnoreWhatIsWrongInIt) {
         {{{"connectTimeout", 2.5}}, "=20000", "=2500", {"5", true}},
         {{{"connectTimeout", 1e300}}, "=20000", "=315360000000"},
         {{{"maxMessageSize", 1000}}, "16777216/16777216", "1000/1000", {0, -1, 1.5, "1"}},
+        {{{"maxMessageSize", std::int64_t{1} << 32}},
+         "16777216/16777216",  // where sizes have 32 bits, 4 GiB are not nothing
+         sizeof(void*) == 8 ? "4294967296/4294967296" : "2147483647/2147483647"},
         {{{"maxQueuedBytes", 1000}}, "67108864", "1000", {0, -1, true}},
         {{{"maxReadAhead", 1000}}, "1048576", "1000", {0, -1, "1"}},
         {{{"maxReadAhead", std::int64_t{1} << 40}}, "1048576", "33554432"},
@@ -233,6 +237,13 @@ TEST(Options, ReadEachKeyAndIgnoreWhatIsWrongInIt) {
     EXPECT_EQ(keys.size(), 23u);
     EXPECT_EQ(parseSocketIOOptions({{"shouldLog", true}}).complaints,
               std::vector<std::string>{"unknown option \"shouldLog\""});
+}
+
+TEST(OpenPacket, AllowsAtLeastWhatMemoryHoldsWhereABodyMayBeLarger) {
+    const auto open = parseOpenPacket(
+        R"({"sid":"s","pingInterval":25000,"pingTimeout":20000,"maxPayload":4294967296})");
+    ASSERT_TRUE(open);
+    EXPECT_GE(open->maxPayload, std::size_t{1} << 30);
 }
 
 TEST(Options, NeverDowngradeASecureUrl) {

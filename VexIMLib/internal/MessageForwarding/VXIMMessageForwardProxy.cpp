@@ -171,10 +171,10 @@ void VXIMMessageForwardProxy::loadResult(const VXIMPropertyInfo& info, VXIMRunti
     }
     if (info.ivar()) {
         std::memset(result, 0, type.size);
-        // One word whatever the type, although a setter stores all of it: a long double or a
-        // structure comes back cut short.
+        // One word of 64 bits whatever the type, although a setter stores all of it: a long double
+        // or a structure comes back cut short.
         target.instanceStorage().copyBytes(*info.ivar(), result,
-                                           std::min(type.size, sizeof(void*)));
+                                           std::min(type.size, sizeof(std::uint64_t)));
         return;
     }
     const Value value = target.valueForPropertyName(info.name());

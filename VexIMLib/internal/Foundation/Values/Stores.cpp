@@ -6,6 +6,10 @@
 
 namespace vexim::detail {
 
+static_assert(sizeof(Slab) % alignof(Value) == 0 && sizeof(ArrayRep) % alignof(Value) == 0 &&
+                  sizeof(DictionaryRep) % alignof(Value) == 0,
+              "what lies behind a head is aligned, also where pointers have 32 bits");
+
 namespace {
 
 // The slab for this thread's blocks.

@@ -36,7 +36,7 @@ const Types& fromSystem() {
     static const auto* const types = [] {
         std::ostringstream text;
         if (std::ifstream file("/usr/share/mime/globs2"); file) text << file.rdbuf();
-        return new Types(parseMIMEGlobs(text.view()));
+        return new Types(parseMIMEGlobs(text.str()));
     }();
     return *types;
 }

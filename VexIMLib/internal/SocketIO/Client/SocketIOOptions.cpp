@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/internal/Foundation/Values/ByteCount.h"
 
 namespace vexim {
 namespace {
@@ -134,12 +135,12 @@ const std::unordered_map<std::string_view, Reader>& readers() {
         {"maxMessageSize", integer([](Reading& r, std::int64_t bytes) {
              if (bytes <= 0) return false;
              r.options.session.maxMessageBytes = r.options.transport.maxMessageBytes =
-                 static_cast<std::size_t>(bytes);
+                 byteCount(bytes);
              return true;
          })},
         {"maxQueuedBytes", integer([](Reading& r, std::int64_t bytes) {
              if (bytes <= 0) return false;
-             r.options.maxQueuedBytes = static_cast<std::size_t>(bytes);
+             r.options.maxQueuedBytes = byteCount(bytes);
              return true;
          })},
         {"maxReadAhead", integer([](Reading& r, std::int64_t bytes) {

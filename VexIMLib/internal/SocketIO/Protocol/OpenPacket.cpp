@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "VexIMLib/Foundation/JSON.h"
+#include "VexIMLib/internal/Foundation/Values/ByteCount.h"
 
 namespace vexim {
 namespace {
@@ -34,7 +35,7 @@ std::optional<OpenPacket> parseOpenPacket(std::string_view json) {
         open.offersWebSocket = upgrades->contains("websocket");
     const Value& maxPayload = parsed.value.get("maxPayload");
     if (maxPayload.kind() == Value::Kind::Integer && maxPayload.integer() > 0) {
-        open.maxPayload = static_cast<std::size_t>(maxPayload.integer());
+        open.maxPayload = byteCount(maxPayload.integer());
     }
     return open;
 }
