@@ -62,7 +62,7 @@ TEST_F(CatchUpTest, ReadsAFreshStoreFullAndLaterWhatWasMissed) {
     EXPECT_EQ(stored(), named(1, 260));
     EXPECT_EQ(reports.back().missedCount, 130);
     EXPECT_EQ(unread(), 130);
-    EXPECT_FALSE(reports.back().error);
+    EXPECT_FALSE(reports.back().error) << reports.back().error->localizedDescription();
 }
 
 TEST_F(CatchUpTest, MergesWhatArrivesLiveMeanwhile) {

@@ -220,7 +220,7 @@ TEST_F(StoreFaults, HasAfterAKillAllThatItToldAsDone) {
     for (const int lines : {1, 17, 60}) {
         std::size_t told = 0;
         {
-            ChildProcess child({"/proc/self/exe", "--gtest_also_run_disabled_tests",
+            ChildProcess child({VEXIM_THIS_PROGRAM, "--gtest_also_run_disabled_tests",
                                 "--gtest_filter=*DISABLED_FillsAStore"});
             while (told < static_cast<std::size_t>(lines)) {
                 const auto line = child.readLine();

@@ -247,7 +247,7 @@ TEST_F(FrontDoorTest, SendsAPictureThatAKillInterrupted) {
     };
     {
         ::setenv("VEXIM_FRONT_DOOR", (service.url() + "\n" + file() + "\n" + picture).c_str(), 1);
-        const ChildProcess child({"/proc/self/exe", "--gtest_also_run_disabled_tests",
+        const ChildProcess child({VEXIM_THIS_PROGRAM, "--gtest_also_run_disabled_tests",
                                   "--gtest_filter=*DISABLED_SendsAPicture"});
         ::unsetenv("VEXIM_FRONT_DOOR");
         ASSERT_TRUE(MainQueue::shared().runUntil([&] { return uploads().size() == 1; }, 60s));

@@ -55,8 +55,10 @@ Certificate makeCertificate(EVP_PKEY* key, const std::string& name, std::chrono:
     std::uint64_t serial = 0;
     RAND_bytes(reinterpret_cast<unsigned char*>(&serial), sizeof serial);
     ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate.get()), serial >> 1);
-    X509_gmtime_adj(X509_getm_notBefore(certificate.get()), std::chrono::seconds(startsIn).count());
-    X509_gmtime_adj(X509_getm_notAfter(certificate.get()), std::chrono::seconds(endsIn).count());
+    X509_gmtime_adj(X509_getm_notBefore(certificate.get()),
+                    static_cast<long>(std::chrono::seconds(startsIn).count()));
+    X509_gmtime_adj(X509_getm_notAfter(certificate.get()),
+                    static_cast<long>(std::chrono::seconds(endsIn).count()));
     X509_set_pubkey(certificate.get(), key);
     X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate.get()), "CN", MBSTRING_UTF8,
                                reinterpret_cast<const unsigned char*>(name.c_str()), -1, -1, 0);

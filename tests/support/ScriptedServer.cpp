@@ -209,7 +209,7 @@ struct ScriptedServer::Connection::Impl {
         for (;;) {
             const auto line = takeThrough("\r\n");
             if (!line) return false;
-            const auto size = std::strtoull(line->c_str(), nullptr, 16);
+            const auto size = static_cast<std::size_t>(std::strtoull(line->c_str(), nullptr, 16));
             const auto chunk = take(size + 2);
             if (!chunk) return false;
             if (size == 0) return true;
@@ -272,7 +272,7 @@ std::optional<WireRequest> ScriptedServer::Connection::readRequest() {
     if (sameName(request->header("Transfer-Encoding"), "chunked")) {
         if (!impl_->readChunks(request->body)) return std::nullopt;
     } else if (const auto length = request->header("Content-Length"); !length.empty()) {
-        auto body = impl_->take(std::stoull(length));
+        auto body = impl_->take(static_cast<std::size_t>(std::stoull(length)));
         if (!body) return std::nullopt;
         request->body = std::move(*body);
     }

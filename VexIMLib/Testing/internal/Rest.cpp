@@ -135,7 +135,8 @@ Value Rest::history(const std::string& conversation, const Query& query) {
     for (auto& message : store_.latest(
              conversation,
              before > 0 ? static_cast<double>(before) : std::numeric_limits<double>::infinity(),
-             limit > 0 ? limit : kPage)) {
+             limit > 0 ? static_cast<std::size_t>(std::min<std::uint64_t>(limit, std::size_t(-1)))
+                       : kPage)) {
         messages.append(std::move(message));
     }
     return messages;

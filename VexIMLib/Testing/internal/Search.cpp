@@ -11,10 +11,10 @@ constexpr std::size_t kPage = 20;           // results, when the query does not 
 constexpr std::size_t kLongestPage = 1000;  // results, whatever the query says
 }  // namespace
 
-std::optional<std::size_t> count(const Query& query, std::string_view name) {
+std::optional<std::uint64_t> count(const Query& query, std::string_view name) {
     const std::string text = query.get(name);
     if (text.empty()) return std::nullopt;
-    std::size_t value = 0;
+    std::uint64_t value = 0;  // also a time in milliseconds
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
     must(error == std::errc{} && stop == text.data() + text.size(), refusal::invalidValue,
          "\"" + std::string(name) + "\" must be a whole number.");
@@ -56,8 +56,10 @@ int compare(const Value& a, const Value& b, int direction) {
 }
 
 Search::Search(const Query& query)
-    : limit(std::min(count(query, "_limit").value_or(kPage), kLongestPage)),
-      skip(count(query, "_skip").value_or(0)) {
+    : limit(static_cast<std::size_t>(
+          std::min<std::uint64_t>(count(query, "_limit").value_or(kPage), kLongestPage))),
+      skip(static_cast<std::size_t>(
+          std::min<std::uint64_t>(count(query, "_skip").value_or(0), std::size_t(-1)))) {
     for (const auto& [name, value] : query) {
         if (!name.starts_with('_')) conditions.emplace_back(name, value);
     }

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <algorithm>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -17,7 +19,7 @@ namespace vexim::testing::fake {
 
 /// The whole number in a query's field; nullopt when it is missing or empty. Throws when it is no
 /// number.
-std::optional<std::size_t> count(const Query& query, std::string_view name);
+std::optional<std::uint64_t> count(const Query& query, std::string_view name);
 
 /// The value that conditions and orders look at: an attribute, else a field of the record.
 Value field(const Record& record, std::string_view name);
