@@ -21,11 +21,11 @@ struct Parameter {
 /// The parameters in a declaration such as "friendId: id, limit: int32?".
 std::vector<Parameter> parseParameters(std::string_view declaration);
 
-/// Whether a value is of that type of the table.
+/// Whether a value has this type of the table.
 bool hasType(const Value& value, std::string_view type);
 
-/// What is wrong with the arguments: one is missing, of another type, or unknown. "@op", "@extra"
-/// and "@timeout" are let pass.
+/// What is wrong with the arguments: one is missing, has the wrong type, or is unknown. "@op",
+/// "@extra" and "@timeout" are always allowed.
 std::optional<Problem> findProblem(const std::vector<Parameter>& parameters,
                                    const Dictionary& arguments);
 

@@ -49,7 +49,7 @@ Configuration readConfiguration(std::string_view text) {
             return wrong("\"socketURL\" is not a URL with a host.");
         client->setSocketURL(*parsed);
     }
-    // A configuration that chooses how to connect chooses all of it.
+    // If the configuration chooses any transport, the defaults for transports are dropped.
     if (given->contains("forcePolling") || given->contains("transports"))
         client->dictionary().remove("forceWebsockets");
     for (const Parameter& option : options) {

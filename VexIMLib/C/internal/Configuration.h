@@ -10,9 +10,9 @@
 
 namespace vexim::c {
 
-/// What `vexim_create` was given.
+/// The argument of `vexim_create`.
 struct Configuration {
-    std::shared_ptr<VXIMClientConfiguration> client;  // nullptr with a problem
+    std::shared_ptr<VXIMClientConfiguration> client;  // nullptr if there is a problem
     bool notifications = false;
     std::size_t queueBytes = std::size_t{64} * 1024 * 1024;
     std::optional<Problem> problem;

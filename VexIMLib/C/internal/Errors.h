@@ -9,7 +9,7 @@
 namespace vexim::c {
 
 /// The domain of the errors that the C interface adds, with the codes below. docs/c-interface.md
-/// tells them to applications.
+/// documents them.
 inline constexpr const char* kInterfaceErrorDomain = "VXIMInterfaceErrorDomain";
 enum class InterfaceError : std::int64_t {
     NotAnObject = 1,
@@ -32,7 +32,7 @@ struct Problem {
     std::string description;
 };
 
-/// Thrown by what an operation does before it begins; becomes the answer.
+/// Thrown while an operation is prepared; becomes its answer.
 struct Refusal {
     Problem problem;
 };

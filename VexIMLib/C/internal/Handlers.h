@@ -11,10 +11,10 @@
 
 namespace vexim::c {
 
-// What the rows of the table run, under the operations' names.
+// The functions of the table's rows, named after the operations.
 namespace handlers {
 
-// For arguments that are objects themselves; what is wrong with them is thrown as a `Refusal`.
+// For arguments that are objects. Mistakes in them are thrown as a `Refusal`.
 
 /// Checks them against a declaration such as `kMessage`.
 void require(const Dictionary& given, std::string_view declaration);
@@ -42,12 +42,12 @@ Handler roomCreate, roomFetch, roomUpdateName, roomAddMembers, roomRemoveMembers
 Handler passengerCreate, passengerUpdate, passengerFetch, passengerGetHistory;
 Handler findUsers, findGroups, findRooms;
 
-/// Who asks: nullptr where an operation does not need it and it is not there.
+/// The client; nullptr if the operation needs none and there is none.
 struct Asker {
     Mailbox* mailbox = nullptr;
     VXIMClient* client = nullptr;
 };
-/// Appends the result, or gives the problem. Any thread.
+/// Appends the result, or returns the problem. Any thread.
 using ImmediateHandler = std::optional<Problem>(const Asker& asker, const Dictionary& arguments,
                                                 std::string& result);
 ImmediateHandler descriptor, status, offlineTemporally, tryLogout, config, diagnose, version,

@@ -1,4 +1,4 @@
-// Messages: from JSON, and what sends and downloads them.
+// Messages: making them from JSON, sending, downloading.
 
 #include <filesystem>
 #include <fstream>
@@ -25,7 +25,7 @@ void address(VXIMMessageTarget& target, const Dictionary& given) {
     }
 }
 
-/// The file that the message is to carry; nullopt when there is none.
+/// The message's attachment file; nullopt if there is none.
 std::optional<std::string> attachmentOf(Request& request, const Dictionary& given) {
     if (const auto path = given.get("attachmentPath").asString()) {
         std::error_code failed;

@@ -1,5 +1,5 @@
-// Users, groups, rooms, passengers, searches. Each operation works on an object of its own, made
-// from the id, but for the user who is logged in.
+// Users, groups, rooms, passengers, searches. Each operation makes a new object from the id, except
+// for the user who is logged in.
 
 #include "VexIMLib/C/internal/Handlers.h"
 #include "VexIMLib/VXIMQuery.h"
@@ -48,7 +48,7 @@ void deleteAttributes(Request& request, VXIMAttributedObject& object) {
     object.deleteAttributesWithCompletion(request.done());
 }
 
-/// The list that a fetch has left behind.
+/// The list that a fetch has filled.
 template <class List>
 auto fetched(const std::shared_ptr<VXIMUser>& user, List list) {
     return [user, list](std::string& out) {

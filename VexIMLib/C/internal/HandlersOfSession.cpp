@@ -1,4 +1,4 @@
-// The session, and what needs no network.
+// The session, and operations without a network.
 
 #include <cstdio>
 #include <string>
@@ -13,7 +13,7 @@ namespace vexim::c::handlers {
 
 namespace {
 
-/// In C++ a lack of these raises, in words about dictionaries.
+/// In C++ a missing one raises an exception about dictionaries.
 void requireConfigured(Request& request) {
     const auto config = request.client().config();
     const char* missing = !config->appId()                           ? "appId"

@@ -48,7 +48,7 @@ std::optional<std::string> Mailbox::extraOf(RequestId id) const {
 }
 
 void Mailbox::answer(RequestId id, Outcome outcome, std::string_view body) {
-    Transfers ended;  // let go of without the lock
+    Transfers ended;  // destroyed without the lock
     const MutexLock lock(mutex_);
     if (const auto found = requests_.find(id); found != requests_.end())
         end(found, outcome, body, ended);
@@ -141,7 +141,7 @@ bool Mailbox::event(std::string text) {
 bool Mailbox::receive(double seconds, std::string& text) {
     using SteadyClock = std::chrono::steady_clock;
     constexpr double kLongest = 1e8;  // three years
-    const bool waits = seconds > 0;   // not so for what is no number
+    const bool waits = seconds > 0;   // false for NaN
     SteadyClock::time_point until;
     if (waits) {
         until =

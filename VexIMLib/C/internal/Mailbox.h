@@ -20,14 +20,14 @@ namespace vexim::c {
 
 enum class Outcome { Answer, Error };
 
-/// What one client has to say, until somebody receives it; and its open requests, each of which is
+/// A client's answers and events until they are received, and its open requests, each of which is
 /// answered once. Any thread.
 ///
-/// All of it together is bounded: beyond the limit events are dropped and new requests refused,
-/// beyond four times the limit answers are dropped, too.
+/// The total size is limited. Above the limit events are dropped and new requests refused; above
+/// four times the limit answers are dropped, too.
 class Mailbox : public std::enable_shared_from_this<Mailbox> {
 public:
-    /// Names a request; never 0.
+    /// Identifies a request; never 0.
     using RequestId = std::uint64_t;
     using Transfers = std::vector<std::shared_ptr<VXIMTransfer>>;
 
@@ -40,46 +40,46 @@ public:
 
     // Requests. `extra` and `body` are JSON texts.
 
-    /// Takes a request of `bytes` into the books; nullopt, and refused or ignored, when too much
-    /// waits or the box is closed.
+    /// Registers a request of `bytes`. If too much is waiting, it is refused, and if the mailbox is
+    /// closed, ignored; the result is nullopt then.
     std::optional<RequestId> open(std::string extra, std::size_t bytes);
     bool isOpen(RequestId id) const;
-    /// Answers it, unless that has been done.
+    /// Answers it, unless it was answered before.
     void answer(RequestId id, Outcome outcome, std::string_view body);
-    /// The request's `extra`; nullopt when it has been answered.
+    /// The request's `extra`; nullopt if it was answered.
     std::optional<std::string> extraOf(RequestId id) const;
-    /// What is to be cancelled along with the request; false when it has been answered already.
+    /// Sets what to cancel together with the request. False if it was answered before.
     bool attach(RequestId id, std::shared_ptr<VXIMTransfer> transfer);
-    /// The request is overdue at that time. True when no other one is due as early.
+    /// Sets the request's deadline. True if no other deadline is as early.
     bool setDeadline(RequestId id, Clock::TimePoint deadline);
     std::optional<Clock::TimePoint> nextDeadline() const;
 
-    // These give what is to be cancelled: by the caller, so that no lock is held meanwhile.
+    // These return what the caller must cancel, so that no lock is held meanwhile.
 
-    /// Answers what is overdue.
+    /// Answers overdue requests.
     Transfers expire(Clock::TimePoint now, std::string_view error);
-    /// Answers the open requests with this `extra` but `except`, and counts them.
+    /// Answers the open requests with this `extra`, except `except`, and returns their number.
     Transfers cancel(std::string_view extra, RequestId except, std::string_view error,
                      std::size_t& count);
-    /// Answers all that is open, drops the events, and takes nothing any more.
+    /// Answers all open requests, drops the events, and accepts nothing more.
     Transfers close(std::string_view error);
 
-    // What waits to be received.
+    // Receiving.
 
     /// False when it was dropped.
     bool event(std::string text);
-    /// The next text into `text`, waiting for it until `seconds` are over; false when there is
-    /// none. Takes the memory that `text` had.
+    /// Puts the next text into `text`, waiting for up to `seconds`. False if there is none. Reuses
+    /// the memory of `text`.
     bool receive(double seconds, std::string& text);
-    /// A text to write an event into, with the memory of one that has been received: what one
-    /// thread allocates and another frees costs both.
+    /// A text for writing an event, with the memory of a received one: allocating on one thread and
+    /// freeing on another is expensive for both.
     std::string blank();
-    /// How many bytes wait, and are kept for open requests.
+    /// The bytes that wait to be received or are kept for open requests.
     std::size_t size() const;
-    /// Whether nothing will ever come any more.
+    /// Whether nothing will ever arrive any more.
     bool isSpent() const;
-    /// Polls readable while something waits. Made at the first call; nullopt when there is none to
-    /// be had.
+    /// A descriptor that is readable while something waits. Made by the first call; nullopt if
+    /// there are no descriptors left.
     std::optional<int> descriptor();
 
 private:
@@ -105,14 +105,14 @@ private:
     static constexpr std::size_t kLargestBlank = 2048;
 
     void push(Item item) VEXIM_REQUIRES(mutex_);
-    /// Wakes who waits. On the main thread only after what it is doing: messages come in batches,
-    /// and to change threads for each one costs more than the message.
+    /// Wakes the receiver. On the main thread this happens after the current function: messages
+    /// come in batches, and a thread switch for each one costs more than the message.
     void wake() VEXIM_REQUIRES(mutex_);
     void wakeNow() VEXIM_REQUIRES(mutex_);
     void pushAnswer(std::string_view extra, Outcome outcome, std::string_view body)
         VEXIM_REQUIRES(mutex_);
     void drop(Item::Kind kind) VEXIM_REQUIRES(mutex_);
-    /// Answers it and takes it out of the books.
+    /// Answers it and removes it.
     Requests::iterator end(Requests::iterator request, Outcome outcome, std::string_view body,
                            Transfers& transfers) VEXIM_REQUIRES(mutex_);
     void untell() VEXIM_REQUIRES(mutex_);

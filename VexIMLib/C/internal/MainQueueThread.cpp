@@ -21,7 +21,8 @@ namespace {
 
 std::atomic<bool> isForkedChild{false};
 
-/// The one thread. It serves until the process exits, and exit waits for what it is doing.
+/// The thread that runs the main queue. It runs until the process exits, and the exit waits for its
+/// current function.
 class Turner {
 public:
     static Turner& shared() {
@@ -33,7 +34,8 @@ public:
         const MutexLock lock(mutex_);
         if (exiting_) return false;
         if (running_) return true;
-        // Before our exit hook: hooks run backwards, so we are at rest when OpenSSL goes.
+        // Start OpenSSL before we register our exit hook: hooks run in reverse order, so our thread
+        // has stopped when OpenSSL is cleaned up.
         ::OPENSSL_init_crypto(OPENSSL_INIT_LOAD_CONFIG, nullptr);  // with no option it does nothing
         if (!prepared_) {
             observeNotifications();
@@ -44,7 +46,7 @@ public:
         sigset_t all;
         sigset_t before;
         ::sigfillset(&all);
-        // What a faulty instruction raises must stay deliverable.
+        // Signals for faulty instructions must not be blocked.
         for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
             ::sigdelset(&all, fault);
         ::pthread_sigmask(SIG_BLOCK, &all, &before);  // a new thread inherits the mask
@@ -64,11 +66,11 @@ private:
             try {
                 MainQueue::shared().runUntil([this] { return isExiting(); },
                                              std::chrono::nanoseconds::max());
-            } catch (const std::exception&) {  // none of ours throws; what the host has queued, may
+            } catch (const std::exception&) {  // our functions never throw, but the host's may
             }
         }
-        // Now, not with the thread's own end: once it is seen gone, OpenSSL may be cleaned up
-        // beneath it.
+        // Do it now, not when the thread itself ends: once it counts as ended, OpenSSL may be
+        // cleaned up.
         ::OPENSSL_thread_stop();
         const MutexLock lock(mutex_);
         running_ = false;
@@ -78,11 +80,11 @@ private:
     bool isExiting() const noexcept { return exiting_; }
 
     void stop() {
-        if (isForkedChild) return;  // the thread is the parent's, and so may be the locks
+        if (isForkedChild) return;  // the thread belongs to the parent, and so may the locks
         exiting_ = true;
         MainQueue::shared().async([] {});  // it looks again
         const auto until =
-            // it runs nothing of the program's that could hold it up
+            // it runs no code of the program that could delay it
             std::chrono::steady_clock::now() + std::chrono::seconds(10);
         const MutexLock lock(mutex_);
         while (running_ && ended_.waitUntil(mutex_, until)) continue;

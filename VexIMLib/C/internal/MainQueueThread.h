@@ -2,12 +2,12 @@
 
 namespace vexim::c {
 
-/// Whether the calling process may use the library: it is not the forked child of one that has
-/// started.
+/// Whether the calling process may use the library: not in a forked child of a process that has
+/// started it.
 bool isAtHome() noexcept;
 
-/// Makes sure that a thread of ours turns the main queue. False when the process is exiting or has
-/// no thread to give.
+/// Makes sure that a thread of ours runs the main queue. False if the process is exiting or has no
+/// more threads.
 bool turnMainQueue();
 
 }  // namespace vexim::c

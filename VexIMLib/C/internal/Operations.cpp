@@ -1,7 +1,7 @@
-// The table of what the C interface can do; Store/StoreOperations.cpp has the store's. It drives
-// the dispatch and the checks of arguments; scripts/c_interface.py reads it for the JSON Schema and
-// for the page, and compares it with the C++ headers, so a row is written in one shape: {"name",
-// "parameter: type, parameter: type?", "result", "What it does.", function}
+// The table of the C interface's operations; Store/StoreOperations.cpp has the store's. Dispatch
+// and argument checks use it. scripts/c_interface.py reads it for the JSON Schema and the page, and
+// compares it with the C++ headers, so all rows have the same form: {"name", "parameter: type,
+// parameter: type?", "result", "What it does.", function}
 //
 // Types: id (a string that is not empty, or an integer), ids, string, strings, boolean, number,
 // integer, int32, object, newMessage, address, any. A question mark: may be left out. The types of
@@ -25,7 +25,7 @@ const std::string_view kConnectionOptions =
     "extraHeaders: object?, protocolVersion: integer?, connectTimeout: number?, maxMessageSize: integer?, "
     "maxQueuedBytes: integer?, maxReadAhead: integer?, compress: boolean?";
 
-// What a received message holds beside is let pass, so that one can be given as it came.
+// Other fields of a received message are allowed, so that it can be passed back unchanged.
 const std::string_view kMessage =
     "text: string?, mediaType: int32?, attachmentPath: string?, attachmentData: string?, attachmentName: string?, "
     "attachmentUrl: string?, sendTimestamp: number?, receiver: address?, payload: object?, sender: address?, isSystemMessage: "
@@ -136,7 +136,7 @@ constexpr ImmediateOperation kImmediateOperations[] = {
 };
 // clang-format on
 
-/// What the store's operations are called by.
+/// The prefixes of the store's operations.
 bool isOfStore(std::string_view name) {
     return name.starts_with("VXIMConversations.") || name.starts_with("VXIMMessageStore.") ||
            name.starts_with("VXIMStoreObservation.");
@@ -158,7 +158,7 @@ Problem unknownOperation(std::optional<std::string_view> name) {
                 "libvexim-c-store.so.1 in its place (Debian package libvexim-c-store1)."};
 }
 
-// The tables are never destroyed: requests may come while the process exits.
+// The tables are never destroyed, because requests may come while the process exits.
 
 Found<Operation> findOperation(std::string_view name) {
     static const auto& table = *new Table<Operation>(kOperations);

@@ -17,12 +17,12 @@ namespace vexim::c {
 struct Operation {
     std::string_view name;
     std::string_view parameters;  // as `parseParameters` reads it
-    std::string_view result;      // what the answer holds, for people and the schema
+    std::string_view result;      // what the answer contains, for people and the schema
     std::string_view doc;         // one sentence or two
     handlers::Handler* run;
 };
 
-/// What an immediate operation must have.
+/// What an immediate operation needs.
 enum class Needs { Nothing, Handle, Client };
 
 /// What `vexim_execute` does. Any thread.
@@ -35,19 +35,19 @@ struct ImmediateOperation {
     handlers::ImmediateHandler* run;
 };
 
-// What a configuration may hold: what is the client's, and the options of the connection.
+// The fields of a configuration: the client's, and the connection's options.
 extern const std::string_view kConfiguration;
 extern const std::string_view kConnectionOptions;
-// What a message and a target in a request may hold.
+// The fields of a message and of a target in a request.
 extern const std::string_view kMessage;
 extern const std::string_view kTarget;
 
 template <class Row>
 struct Found {
-    const Row* row = nullptr;  // nullptr when there is none of that name
+    const Row* row = nullptr;  // nullptr if no operation has this name
     const std::vector<Parameter>* parameters = nullptr;
 };
-/// That nothing has this name, or nothing in this library.
+/// The error for an unknown name, or for one that this library does not have.
 Problem unknownOperation(std::optional<std::string_view> name);
 /// Rows by name.
 template <class Row>

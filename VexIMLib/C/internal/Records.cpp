@@ -17,7 +17,7 @@ namespace vexim::c {
 
 namespace {
 
-/// Errors quote what libraries and systems say, which need not be UTF-8.
+/// Errors quote texts of libraries and systems, which may not be UTF-8.
 std::string inASCII(std::string_view text) {
     std::string plain(text);
     for (char& c : plain) {
@@ -26,8 +26,8 @@ std::string inASCII(std::string_view text) {
     return plain;
 }
 
-/// Most ids and names: the way through a value and the JSON writer costs several times the writing.
-/// False: it must take that way.
+/// Writes most ids and names directly: a value and the JSON writer would cost several times as
+/// much. Returns false if the text needs them.
 bool writeShort(std::string& out, std::string_view text) {
     char quoted[48];
     constexpr std::size_t kShort = sizeof quoted - 2;
@@ -52,7 +52,7 @@ void writeObject(std::string& out, const Value& value) {
     write(out, std::string_view(value.description()));
 }
 
-/// A value that JSON has no form for, or that holds such a one.
+/// A value that JSON cannot express, or that contains one.
 void writeAnyhow(std::string& out, const Value& value) {
     switch (value.kind()) {
         case Value::Kind::Array: {
@@ -115,7 +115,7 @@ void write(std::string& out, std::int64_t number) {
 }
 
 void write(std::string& out, double number) {
-    // Times have three decimals at most, which are quick to write.
+    // Times have at most three decimals, which are quick to write.
     const double thousandths = std::round(number * 1000);
     if (thousandths < 1000 || thousandths > 9e14 || thousandths / 1000 != number)
         return write(out, Value(number));
@@ -140,7 +140,7 @@ void write(std::string& out, const Error& error) {
     object.add("description", std::string_view(error.localizedDescription()));
     const Value& info = error.userInfo();
     const auto* entries = info.asDictionary();
-    // The description alone has been said.
+    // The user information has only the description, which is written already.
     if (entries && entries->size() == 1 && entries->contains(kLocalizedDescriptionKey)) return;
     object.add("userInfo", info);
 }
@@ -167,7 +167,7 @@ void write(std::string& out, const VXIMMessageTarget& target) {
 void write(std::string& out, VXIMMessage& message) {
     ObjectWriter object(out);
     const VXIMMessageMediaType mediaType = message.mediaType();
-    // As the payload holds it: `text` would copy it.
+    // Read it from the payload, because `text` would copy it.
     if (const Value& text = message.payload().get("content").get("body"); text.isString()) {
         mediaType == VXIMMessageMediaTypeText ? object.add("text", text)
                                               : object.add("attachmentUrl", text);

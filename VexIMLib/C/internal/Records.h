@@ -21,13 +21,13 @@
 #include "VexIMLib/VXIMRoom.h"
 #include "VexIMLib/VXIMUser.h"
 
-// The library's objects as JSON, appended to a text. What is nil is left out. Main thread, but for
-// plain values and errors.
+// Writes the library's objects as JSON and appends them to a text. nil is left out. Main thread,
+// except for plain values and errors.
 
 namespace vexim::c {
 
-/// Any value; what JSON has no form for, gets one: bytes {"base64": …}, objects theirs, infinity
-/// and NaN null.
+/// Any value. Values without a JSON form are converted: bytes to {"base64": …}, objects to their
+/// own form, infinity and NaN to null.
 void write(std::string& out, const Value& value);
 void write(std::string& out, std::string_view text);
 void write(std::string& out, std::same_as<bool> auto value) { out += value ? "true" : "false"; }
@@ -63,8 +63,8 @@ void write(std::string& out, const std::vector<T>& elements) {
     out += elements.empty() ? "[]" : "]";
 }
 
-/// An event's text up to its name, in the memory that `text` has; its arguments are to be appended,
-/// and the closing brace.
+/// Begins an event up to its name, in the memory of `text`. Append its arguments and the closing
+/// brace.
 std::string begunEvent(std::string_view name, std::string text = {});
 template <class T>
 void append(std::string& text, std::string_view name, const T& argument) {
@@ -72,7 +72,7 @@ void append(std::string& text, std::string_view name, const T& argument) {
     write(text, argument);
 }
 
-/// An object's entries, one after the other; closed when it goes.
+/// Writes an object's entries, one after the other. The destructor closes it.
 class ObjectWriter {
 public:
     explicit ObjectWriter(std::string& out) : out_(out) {}
@@ -97,7 +97,7 @@ public:
     }
 
 private:
-    // In one piece: an event has a dozen of them.
+    // In one piece, because an event has a dozen of them.
     template <std::size_t N>
     void key(const char (&name)[N]) {
         char text[N + 3];

@@ -28,7 +28,8 @@ void Request::start(void (*operation)(Request&), std::shared_ptr<VXIMClient> cli
     if (!mailbox_->isOpen(id_)) return;
     client_ = std::move(client);
     stores_ = &stores;
-    // Weak: the completions keep the request, and when they are let go of, it was abandoned.
+    // Weak: the completions keep the request alive, and when they are destroyed, it counts as
+    // abandoned.
     const FailureListener listener([weak = weak_from_this()](const ErrorPtr& cause) {
         if (const auto self = weak.lock()) self->fail(errorBody(*cause));
     });

@@ -19,7 +19,7 @@
 
 namespace vexim::c {
 
-/// What a client keeps of its stores; only the library with the store makes one. Main thread.
+/// A client's stores. Only the library with the store makes one. Main thread.
 class StoreSeat {
 public:
     StoreSeat() = default;
@@ -28,9 +28,9 @@ public:
     virtual ~StoreSeat() = default;
 };
 
-/// One request under way, as an operation of the table sees it: the arguments, which have been
-/// checked against the table, and the completions to hand to the library. The completions keep it
-/// alive; when the last has gone unanswered, the answer is that the operation was abandoned. Main
+/// One running request, as its operation sees it: the arguments, which were checked against the
+/// table, and the completions to pass to the library. The completions keep it alive. If the last
+/// one is destroyed without being called, the answer is that the operation was abandoned. Main
 /// thread.
 class Request : public std::enable_shared_from_this<Request> {
 public:
@@ -39,12 +39,12 @@ public:
     Request(const Request&) = delete;
     Request& operator=(const Request&) = delete;
 
-    /// Runs the operation, unless the request has been answered meanwhile. What it raises is the
+    /// Runs the operation, unless the request was answered meanwhile. An exception becomes the
     /// answer.
     void start(void (*operation)(Request&), std::shared_ptr<VXIMClient> client,
                std::shared_ptr<StoreSeat>& stores);
 
-    // Only while `start` runs: a client that held a completion that held the client would never go.
+    // Only while `start` runs: otherwise client and completion would keep each other alive.
     const std::shared_ptr<VXIMClient>& sharedClient() const { return client_; }
     VXIMClient& client() const { return *client_; }
     std::shared_ptr<StoreSeat>& stores() const { return *stores_; }
@@ -53,7 +53,7 @@ public:
     Mailbox& mailbox() const { return *mailbox_; }
     Mailbox::RequestId id() const noexcept { return id_; }
 
-    // Arguments: what is left out is nil, nullopt, or the default.
+    // Arguments. A missing one is nil, nullopt, or the default.
     const Value& value(std::string_view name) const;
     std::optional<std::string> text(std::string_view name) const { return value(name).asString(); }
     Dictionary dictionary(std::string_view name) const;
@@ -74,7 +74,7 @@ public:
 
     /// The result is true.
     VXIMBooleanCompletion done();
-    /// The result is what `write` makes when the operation has succeeded.
+    /// The result is what `write` writes after a success.
     VXIMBooleanCompletion done(std::function<void(std::string&)> write);
     template <class T>
     VXIMBooleanCompletion doneWith(std::shared_ptr<T> object) {
@@ -82,7 +82,7 @@ public:
     }
     /// The result is the value; nil is null.
     VXIMResultCompletion result();
-    /// The result is what `write` makes of the value; null when there is none, and no error.
+    /// The result is what `write` writes for the value; null if there is no value and no error.
     template <class T>
     std::function<void(std::optional<T>, ErrorPtr)> optional(void (*write)(std::string&,
                                                                            const T&)) {
@@ -114,15 +114,15 @@ public:
         };
     }
 
-    /// Tells the progress if the request wants that.
+    /// Reports the progress if the request asks for it.
     VXIMProgress progress();
-    /// What a cancellation of the request cancels.
+    /// Cancelled together with the request.
     std::shared_ptr<VXIMTransfer> transfer();
 
-    /// A file of its own with these contents, which goes when the request does; nullopt when it
-    /// cannot be made.
+    /// Makes a file with these contents, which is removed with the request; nullopt if it cannot be
+    /// made.
     std::optional<std::string> stage(const std::string& name, std::string_view contents);
-    /// The folder of these files; nullopt when it cannot be made.
+    /// The folder of these files; nullopt if it cannot be made.
     std::optional<std::string> folder();
 
 private:

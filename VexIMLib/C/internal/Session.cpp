@@ -18,8 +18,8 @@ namespace vexim::c {
 
 namespace {
 
-/// Which session a notification's sender belongs to. One observer for all: with one each, every
-/// message would be shown to all.
+/// The session of a notification's sender. There is one observer for all sessions; with one each,
+/// every message would go to all.
 class Senders {
 public:
     static Senders& shared() {
@@ -124,7 +124,7 @@ void Session::send(std::string_view text) {
     MainQueue::shared().async(
         [self = shared_from_this(), request = std::move(request), run = operation.row->run] {
             auto client = self->client();
-            if (!client) return;  // freed: it has been answered
+            if (!client) return;  // freed: it was answered
             // REST requests take the application and the origin from here.
             vxim_configuration = client->config();
             request->start(run, std::move(client), self->stores_);
@@ -157,7 +157,7 @@ void Session::end() {
     for (const auto& transfer : mailbox_->close(goneBody())) transfer->cancel();
     if (!client) return;
     Senders::shared().remove(client.get());
-    // It goes on the main thread, where what it owns lives.
+    // Destroy it on the main thread, where its objects are used.
     MainQueue::shared().async([self = shared_from_this(), client = std::move(client)]() mutable {
         client->setDelegate(nullptr);
         self->stores_ = nullptr;
@@ -229,8 +229,8 @@ void Session::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&,
 
 void Session::didPost(const Notification& notification) {
     if (!givesNotifications_) {
-        // A delegate call tells the same, but for the connection's troubles and for a message to
-        // nobody known.
+        // A delegate call reports the same, except for connection errors and for a message to an
+        // unknown receiver.
         const bool isMessage = notification.name == VXIMClientDidReceiveMessageNotification;
         const auto message = isMessage && notification.userInfo
                                  ? notification.userInfo->get("msg").asObject()
@@ -241,7 +241,7 @@ void Session::didPost(const Notification& notification) {
     auto info = notification.userInfo.value_or(Dictionary());
     std::string text = begunEvent(notification.name);
     if (notification.name == VXIMClientConnectionErrorNotification) {
-        // Its last argument is the error, which JSON has another place for.
+        // Its last argument is the error, which is elsewhere in the JSON.
         Array arguments = info.get("data").isArray() ? *info.get("data").asArray() : Array();
         if (!arguments.empty() && arguments.get(arguments.size() - 1).as<Error>())
             arguments.remove(arguments.size() - 1);

@@ -15,20 +15,20 @@
 
 namespace vexim::c {
 
-/// One client behind a handle: requests go in, answers and events come out through the mailbox. Any
-/// thread, but where said.
+/// The client of a handle: requests go in, answers and events come out through the mailbox. Any
+/// thread, unless noted.
 class Session final : public VXIMClientDelegate, public std::enable_shared_from_this<Session> {
 public:
-    /// From a configuration as `vexim_create` takes it.
+    /// Makes it from a configuration of `vexim_create`.
     static std::shared_ptr<Session> make(std::string_view configuration);
     ~Session() override;
 
     const std::shared_ptr<Mailbox>& mailbox() const noexcept { return mailbox_; }
-    /// nullptr when there is none: the configuration could not be used, or the session has ended.
+    /// nullptr if there is none: the configuration could not be used, or the session has ended.
     std::shared_ptr<VXIMClient> client() const;
-    /// Takes a request as `vexim_send` does.
+    /// Accepts a request, like `vexim_send`.
     void send(std::string_view request);
-    /// Answers what is open and lets go of the client.
+    /// Answers the open requests and releases the client.
     void end();
     /// A notification of the client. Main thread.
     void didPost(const Notification& notification);
@@ -64,16 +64,16 @@ private:
     void didReceiveMessage(std::string_view event, const std::shared_ptr<VXIMMessage>& message,
                            const From& from);
     const std::shared_ptr<Mailbox> mailbox_;
-    std::string problem_;  // why there is no client; empty when there is or was one
+    std::string problem_;  // why there is no client; empty if there is or was one
     bool givesNotifications_ = false;
     std::shared_ptr<StoreSeat> stores_;       // main thread; nullptr: none was opened
-    const VXIMMessage* announced_ = nullptr;  // the message of the last event, only to be compared
+    const VXIMMessage* announced_ = nullptr;  // the message of the last event, only for comparing
 
     mutable Mutex mutex_;
     std::shared_ptr<VXIMClient> client_ VEXIM_GUARDED_BY(mutex_);
 };
 
-/// Hands the library's notifications to the sessions from now on. To be called once.
+/// Starts passing the library's notifications to the sessions. Call it once.
 void observeNotifications();
 
 }  // namespace vexim::c

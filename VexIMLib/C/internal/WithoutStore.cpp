@@ -1,4 +1,4 @@
-// In the library that is without the store.
+// For the library without the store.
 
 #include "VexIMLib/C/internal/Operations.h"
 

@@ -20,11 +20,11 @@ namespace vexim::c {
 
 namespace {
 
-/// What the numbers stand for. Of freed clients, the answers that are left are kept for a while.
+/// The clients by handle. The remaining answers of freed clients are kept for a while.
 class Handles {
 public:
     static Handles& shared() {
-        // other threads may still ask while the process exits
+        // other threads may still use it while the process exits
         static Handles& handles = *new Handles;
         return handles;
     }
@@ -46,7 +46,8 @@ public:
         const auto left = left_.find(client);
         return left == left_.end() ? nullptr : left->second.mailbox;
     }
-    /// Forgets the client; nullptr when there is none. Its mailbox stays for the answers.
+    /// Removes the client and returns it; nullptr if there is none. Its mailbox stays for the
+    /// answers.
     std::shared_ptr<Session> remove(vexim_client client) {
         const MutexLock lock(mutex_);
         const auto found = sessions_.find(client);
@@ -56,10 +57,10 @@ public:
         left_[client].mailbox = session->mailbox();
         return session;
     }
-    /// So much is left of a freed client. Where it is much or they are many, the oldest are
-    /// forgotten.
+    /// Notes how much is left of a freed client. If it is much, or there are many, the oldest are
+    /// dropped.
     void keep(vexim_client client, std::size_t bytes) {
-        std::vector<Left> dropped;  // goes without the lock
+        std::vector<Left> dropped;  // destroyed without the lock
         const MutexLock lock(mutex_);
         if (const auto found = left_.find(client); found != left_.end()) {
             found->second.bytes = bytes;
@@ -139,7 +140,7 @@ std::string execute(vexim_client client, std::string_view text) {
            result + "}";
 }
 
-// What was last given to a thread.
+// The text last returned to this thread.
 thread_local std::string received;
 thread_local std::string executed;
 
@@ -148,7 +149,7 @@ thread_local std::string executed;
 
 using namespace vexim::c;
 
-// Nothing is thrown through C. What still is, is a lack of memory: the call then does nothing.
+// No exception may pass through C. The only one left is out of memory; the call then does nothing.
 
 vexim_client vexim_create(const char* configuration) try {
     if (!isAtHome() || !turnMainQueue()) return 0;

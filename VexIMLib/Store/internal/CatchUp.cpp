@@ -19,12 +19,12 @@ constexpr std::int32_t kFirstPage = 50;
 constexpr std::int32_t kLongestPage = 500;
 constexpr std::int32_t kPageOfGap = 100;
 constexpr std::int32_t kMostOfOneMillisecond = 1'000;
-// Senders' clocks differ, so a message may lie before others that came earlier: so many known ones
-// in a row are known ground.
+// How many known messages in a row mean that the rest is known, too. One is not enough: senders'
+// clocks differ, so a message may be placed before others that came earlier.
 constexpr int kEnoughKnown = 50;
 constexpr int kMostIdlePages = 4;
 constexpr std::int64_t kDoubtMillis = 60'000;
-// From after everything: a sender's clock may be ahead. (2100-01-01)
+// Start after all messages, because a sender's clock may be ahead. (2100-01-01)
 constexpr std::int64_t kEndOfTime = 4'102'444'800'000;
 
 }  // namespace
@@ -53,11 +53,11 @@ void CatchUp::linkDidOpen() {
 }
 
 void CatchUp::linkDidClose() {
-    // While the connection stood nothing was missed, so the next login need not go back farther
-    // than to its end.
+    // While the connection was up nothing was missed, so the next login need not read farther back
+    // than its end.
     for (const auto& [conversation, millis] : std::exchange(live_, {})) {
         if (!complete_.contains(conversation)) continue;
-        // Without `weak`: this may be the end of the program's use of the store.
+        // Without `weak`, because this object may be destroyed meanwhile.
         operations_.ground(conversation,
                            [operations = operations_, conversation = conversation,
                             until = std::min(millis, wallMillis())](std::optional<Ground> ground,
@@ -99,9 +99,9 @@ void CatchUp::begin(std::vector<VXIMConversation> known) {
     startSome();
 }
 
-/// Asks the service for the conversations that there are.
+/// Asks the service for the user's conversations.
 void CatchUp::list(int failures) {
-    // of our own: the application's lists are the application's
+    // use our own object and do not change the application's lists
     const auto user = VXIMUser::userWithId(store_->userId());
     user->fetchWithCompletion(
         [weak = weak_from_this(), user, link = link_, failures](bool, const ErrorPtr& error) {
@@ -128,7 +128,7 @@ void CatchUp::list(int failures) {
         });
 }
 
-/// From the end of the history, also when it is being read: what came since is wanted, too.
+/// Start at the end of the history, even if it is being read: new messages are wanted, too.
 void CatchUp::want(const VXIMConversationId& conversation) {
     Reading& reading = readings_[conversation];
     if (std::exchange(reading.isWanted, true)) return;
@@ -200,7 +200,7 @@ void CatchUp::didGetPage(const VXIMConversationId& conversation, const HistoryPa
             const std::optional<std::vector<Merged>>& merged, const ErrorPtr& error) {
             const auto self = weak.lock();
             if (!self || self->isStale(link)) return;
-            // a full disk, say: nothing is marked as known, so this is read once more
+            // for example a full disk: nothing is marked as known, so this is read again
             if (error || !merged) {
                 return self->tryAgainLater(conversation, error);
             }
@@ -230,7 +230,7 @@ void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::ve
 
     const bool isFull = static_cast<std::int32_t>(page.size()) >= reading.pageSize;
     reading.idlePages = bringsOlder ? 0 : reading.idlePages + 1;
-    // The beginning of the history, or a service that goes round in circles.
+    // The beginning of the history, or a service that repeats itself.
     if (!bringsOlder && (!isFull || reading.idlePages > kMostIdlePages))
         return finish(conversation, false);
     const bool isFarEnough =
@@ -241,7 +241,7 @@ void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::ve
     if (isFarEnough && (reading.count >= limits_.mostMessages || isTooFar))
         return finish(conversation, oldest > known);
 
-    // Messages of the oldest millisecond may lie on both sides of the page's end.
+    // Messages of the oldest millisecond may be on both sides of the page's end.
     if (!bringsOlder && reading.pageSize < kMostOfOneMillisecond) {
         reading.pageSize = kMostOfOneMillisecond;
     } else {
@@ -251,7 +251,7 @@ void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::ve
     requestPage(conversation);
 }
 
-/// From the beginning: what was stored is known by then.
+/// Start again; the stored messages are known by then.
 void CatchUp::tryAgainLater(const VXIMConversationId& conversation, const ErrorPtr& error) {
     result_.error = error;
     const auto wait = pauseAfter(readings_[conversation].failures++);
@@ -268,7 +268,8 @@ void CatchUp::finish(const VXIMConversationId& conversation, bool isCutOff) {
         ground.gaps.push_back({ground.knownUntilMillis, reading.oldestMillis});
         ++result_.gapCount;
     }
-    // Not beyond now, whatever a sender's clock says: what comes next may carry an earlier time.
+    // Never later than now, whatever a sender's clock says: the next message may have an earlier
+    // time.
     const std::int64_t reached = std::min(reading.newestMillis, wallMillis());
     ground.knownUntilMillis = std::max({ground.knownUntilMillis, reached, std::int64_t{1}});
     if (ground.knownUntilMillis == reading.ground.knownUntilMillis && !isCutOff)
@@ -278,7 +279,7 @@ void CatchUp::finish(const VXIMConversationId& conversation, bool isCutOff) {
         [weak = weak_from_this(), conversation, link = link_](bool, const ErrorPtr& error) {
             const auto self = weak.lock();
             if (!self || self->isStale(link)) return;
-            // all is stored, and read again next time
+            // all is stored, but will be read again next time
             if (error) self->result_.error = error;
             self->end(conversation, nullptr);
         });
@@ -305,7 +306,7 @@ void CatchUp::end(const VXIMConversationId& conversation, const ErrorPtr& error)
 
 void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap,
                    VXIMCountCompletion completion) {
-    // Messages of the same millisecond as the first one behind the gap may be missing, too.
+    // Messages of the same millisecond as the first one after the gap may be missing, too.
     requestHistory(
         store_->userId(), conversation, gap.beforeMillis + 1, kPageOfGap,
         [weak = weak_from_this(), conversation, gap, completion = std::move(completion)](
@@ -317,7 +318,7 @@ void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap,
             const bool isFull = arrivals.size() >= static_cast<std::size_t>(kPageOfGap);
             const std::int64_t oldest =
                 arrivals.empty() ? 0 : timeOf(arrivals.front().payload).value_or(0);
-            // A page of one millisecond: what else there is in it cannot be had.
+            // A whole page of one millisecond: further messages of this millisecond cannot be read.
             const std::int64_t reached =
                 !isFull ? gap.afterMillis : std::min(oldest, gap.beforeMillis - 1);
             self->surroundings_.insert(
@@ -356,7 +357,7 @@ void CatchUp::narrow(const VXIMConversationId& conversation, VXIMStoredGap gap,
         });
 }
 
-/// A room has no history: what was said in it since is not to be had.
+/// A room has no history, so messages sent since then cannot be read.
 void CatchUp::markRoom(const VXIMConversationId& conversation, std::int64_t lastMillis) {
     operations_.ground(
         conversation, [weak = weak_from_this(), conversation, lastMillis, link = link_](
@@ -366,7 +367,7 @@ void CatchUp::markRoom(const VXIMConversationId& conversation, std::int64_t last
             const std::int64_t now = wallMillis();
             const std::int64_t after = std::max(ground->knownUntilMillis, lastMillis);
             if (!ground->gaps.empty() && ground->gaps.back().beforeMillis >= after) {
-                ground->gaps.back().beforeMillis = now;  // nothing was heard in between
+                ground->gaps.back().beforeMillis = now;  // nothing was received in between
             } else if (after != 0) {
                 ground->gaps.push_back({after, now});
                 ++self->result_.gapCount;

@@ -15,19 +15,18 @@
 
 namespace vexim::store {
 
-/// Reads the histories back to what the store knows already, after each login and whenever it is
-/// asked. Main thread only.
+/// Reads the histories back to known messages, after each login and on request. Main thread only.
 ///
-/// A history is read from its end backwards, page by page, and each page is stored at once; only
-/// when known ground is reached is the conversation's mark moved. So a program that ends in between
-/// leaves no hole: the next one begins from the old mark.
+/// A history is read backwards from its end, page by page, and each page is stored at once. The
+/// conversation's mark moves only when known messages are reached. So if the program ends in
+/// between, there is no hole: the next one starts from the old mark.
 class CatchUp : public std::enable_shared_from_this<CatchUp> {
 public:
     struct Limits {
         std::int64_t mostMessages = 2'000;   // of one conversation at one time
         std::chrono::milliseconds farthest;  // back from now
     };
-    /// What one catching up has brought.
+    /// The result of catching up once.
     struct Result {
         std::int64_t missedCount = 0;
         std::int64_t gapCount = 0;
@@ -35,9 +34,9 @@ public:
     };
     struct Surroundings {
         std::function<void(std::vector<Arrival>, MergedCompletion)> insert;
-        /// A history that `read` asked for is read; with an error: it will not be.
+        /// A history that `read` asked for was read, or could not be (then with an error).
         std::function<void(const VXIMConversationId&, const ErrorPtr&)> didRead;
-        /// All that a login has begun is done.
+        /// Everything that a login has started is done.
         std::function<void(const Result&)> didCatchUp;
     };
 
@@ -46,12 +45,12 @@ public:
     /// The service has accepted the login.
     void linkDidOpen();
     void linkDidClose();
-    /// Reads a history back to known ground, and at least to this time.
+    /// Reads a history back to known messages, and at least to this time.
     void read(const VXIMConversationId& conversation, std::int64_t sinceMillis);
     /// Reads the newer end of a gap. `completion` gets how many messages were stored.
     void fill(const VXIMConversationId& conversation, VXIMStoredGap gap,
               VXIMCountCompletion completion);
-    /// A live message was stored: while the connection stands, nothing is missing before it.
+    /// A live message was stored. While the connection is up, nothing is missing before it.
     void didStoreLive(const VXIMConversationId& conversation, std::int64_t sentAtMillis);
 
 private:
@@ -60,7 +59,7 @@ private:
         bool isWanted = false;  // (again) from the end of the history
         std::int64_t sinceMillis = INT64_MAX;
 
-        // Of the present run.
+        // Of the current run.
         Ground ground;
         std::int64_t untilMillis = INT64_MAX;
         std::int64_t beforeMillis = 0;
@@ -69,7 +68,7 @@ private:
         std::int64_t newestMillis = 0;
         std::int64_t count = 0;
         int knownRun = 0;
-        int idlePages = 0;  // in a row that brought nothing older
+        int idlePages = 0;  // pages in a row without older messages
         int failures = 0;
     };
 
@@ -101,7 +100,7 @@ private:
     std::size_t runningCount_ = 0;
     bool isOpen_ = false;
     bool isListing_ = false;
-    bool isFresh_ = false;  // the store knew no conversation: what is read is not news
+    bool isFresh_ = false;  // the store was empty: messages read now do not count as unread
     bool isTold_ = true;
     std::uint64_t link_ = 0;
     Result result_;

@@ -27,10 +27,9 @@ bool isFull(int number) { return number == ENOSPC || number == EDQUOT || number 
 
 [[noreturn]] void failWithSQLite(sqlite3* database, int code) {
     const int extended = database ? sqlite3_extended_errcode(database) : code;
-    // SQLite does not keep the number of a failed write; it still stands where the system left it,
-    // see `step`.
+    // SQLite does not keep the errno of a failed write, but errno still has it; see `step`.
     const int number = errno;
-    // SQLite's own words tell which table or rule; they never quote what is stored.
+    // SQLite's text names the table or the rule. It never quotes stored data.
     const ErrorPtr cause =
         Error::withDescription(kSQLiteErrorDomain, extended, sqlite3_errstr(extended));
     switch (code & 0xff) {
@@ -84,7 +83,7 @@ Statement& Statement::bind(int place, std::int64_t number) {
     return *this;
 }
 Statement& Statement::bind(int place, std::string_view text) {
-    // An empty view may have no address, which SQLite would take for NULL.
+    // An empty view may have no address, which SQLite would treat as NULL.
     sqlite3_bind_text64(statement_, place, text.data() ? text.data() : "", text.size(),
                         SQLITE_STATIC, SQLITE_UTF8);
     return *this;
@@ -133,9 +132,9 @@ Database::Database(const std::string& path, Access access) {
         failWithSQLite(opened, code);
     }
     sqlite3_busy_timeout(database_, kBusyMillis);
-    // A file may come from anywhere: nothing that its schema says is run.
+    // A file may come from anywhere, so run no code from its schema.
     if (access == Access::Rescue) {
-        // reads files that are shorter than they say
+        // reads files that are shorter than announced
         sqlite3_db_config(database_, SQLITE_DBCONFIG_WRITABLE_SCHEMA, 1, nullptr);
     } else {
         sqlite3_db_config(database_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
@@ -160,7 +159,7 @@ Statement Database::prepare(std::string_view sql) {
         sqlite3_stmt* statement = nullptr;
         const int code = sqlite3_prepare_v3(database_, sql.data(), static_cast<int>(sql.size()),
                                             SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
-        // Our statements are right, so it is the schema that lacks something.
+        // Our statements are right, so the schema must be incomplete.
         if (code == SQLITE_ERROR)
             fail(VXIMStoreErrorDamaged, "The message store's file lacks a part.");
         if (code != SQLITE_OK) failWithSQLite(database_, code);

@@ -17,7 +17,7 @@ struct sqlite3_stmt;
 
 namespace vexim::store {
 
-/// What goes wrong on the store's thread; it becomes the completion's error at that thread's rim.
+/// An error on the store's thread. The engine passes it to the completion.
 struct Failure {
     ErrorPtr error;
 };
@@ -27,7 +27,8 @@ struct Failure {
 [[noreturn]] void failWithSystem(std::int64_t code, const std::string& sentence, int number);
 bool isDamage(const ErrorPtr& error);
 
-/// A prepared statement in use: bound from 1, read from 0, free for the next use when this is gone.
+/// A prepared statement in use. Parameters count from 1, columns from 0. Destroying this object
+/// frees the statement for its next use.
 class Statement {
 public:
     Statement(sqlite3* database, sqlite3_stmt* statement)
@@ -40,19 +41,19 @@ public:
     Statement& operator=(Statement&&) = delete;
 
     Statement& bind(int place, std::int64_t number);
-    /// The text must live until the statement is reset or gone.
+    /// The text must live until the statement is reset or destroyed.
     Statement& bind(int place, std::string_view text);
     Statement& bind(int place, std::optional<std::int64_t> number);
 
     /// Whether there is a row.
     bool step();
-    /// For what gives no rows.
+    /// For statements without rows.
     void run();
-    /// For the next use; what was bound stays.
+    /// Prepares for the next use. Bound values stay.
     void reset();
 
     std::int64_t integer(int column) const;
-    std::string_view text(int column) const;  // until the next step
+    std::string_view text(int column) const;  // valid until the next step
     bool isNull(int column) const;
 
 private:
@@ -60,7 +61,7 @@ private:
     sqlite3_stmt* statement_;
 };
 
-/// A connection to an SQLite file, for one thread. Everything fails with `Failure`.
+/// A connection to an SQLite file, for one thread. Errors are thrown as `Failure`.
 class Database {
 public:
     enum class Access {
@@ -74,8 +75,7 @@ public:
     Database& operator=(const Database&) = delete;
 
     void execute(const char* sql);
-    /// Prepared once for each text; not to be used again while a statement of the same text is in
-    /// use.
+    /// Prepared once for each text. Do not use one text twice at the same time.
     Statement prepare(std::string_view sql);
     std::int64_t integer(std::string_view sql);  // the first column of the first row; 0 without one
 

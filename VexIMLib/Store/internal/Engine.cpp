@@ -12,10 +12,9 @@
 namespace vexim::store {
 namespace {
 
-// How long operations are gathered into one transaction while more of them wait: short beside what
-// a person notices.
+// How long to collect waiting operations into one transaction: too short for a person to notice.
 constexpr std::chrono::milliseconds kGroupTime(30);
-// How many messages the retention removes behind a group: about as long.
+// How many messages retention removes after a group: this takes about as long.
 constexpr std::int64_t kRetentionSlice = 500;
 
 ErrorPtr closed() {
@@ -23,7 +22,7 @@ ErrorPtr closed() {
                                   "The message store is closed.");
 }
 
-/// Runs `body`; the error it ended with, nullptr for none.
+/// Runs `body` and returns its error, or nullptr.
 template <class Body>
 ErrorPtr errorOf(Body body) {
     try {
@@ -90,7 +89,7 @@ void Engine::open(
 
 void Engine::close(VXIMBooleanCompletion completion) {
     std::unique_ptr<Job> last = std::make_unique<Closing>(std::move(completion));
-    // Closed before, or at the process's exit: so it is done, or will be.
+    // Already closed, or closed by the process's exit: it is done, or will be.
     if (!worker_->finish(last)) static_cast<Closing&>(*last).end();
 }
 
@@ -154,7 +153,7 @@ void Engine::openFile() {
     const bool isEmptied = wasOpened && isEmpty(location_);
     prepareFile(location_);
     const ErrorPtr error = errorOf([&] {
-        // SQLite would take it for a new one, and remove the log beside it.
+        // SQLite would treat it as a new file, and remove its log.
         if (isEmptied) fail(VXIMStoreErrorDamaged, "The message store's file was emptied.");
         openTables();
     });
@@ -170,14 +169,14 @@ void Engine::openTables() {
     if (options_.readOnly) {
         requireSchema(*database_);
     } else {
-        // Before anything is written: a newer file stays as it is.
+        // Check this before writing anything: a newer file must not change.
         migrate(*database_);
         if (database_->isReadOnly())
             fail(VXIMStoreErrorReadOnly, "The message store cannot be written.");
         database_->execute("PRAGMA journal_mode = WAL");
         database_->execute("PRAGMA synchronous = NORMAL");
-        // Each conversation has a page of the index by time, which most transactions write anew:
-        // four times SQLite's habit lets the log (16 MiB) take more of it before the file does.
+        // Most transactions rewrite an index page of each conversation. With a log of 16 MiB, four
+        // times SQLite's default, more of that stays in the log before it goes to the file.
         database_->execute("PRAGMA wal_autocheckpoint = 4000");
         isDurable_ = false;
     }
@@ -236,7 +235,7 @@ void Engine::runGroup(const Group& group) {
         ErrorPtr damage;
         const std::size_t behind = runTransaction(group, first, damage);
         if (damage) {
-            // Before anybody is told: who hears of the damage finds the fresh file.
+            // Do this before reporting it: whoever learns of the damage finds the new file.
             broken_ = errorOf([&] { setAside(damage); });
             if (broken_) closeFile();
         } else {
@@ -301,8 +300,8 @@ std::size_t Engine::runTransaction(const Group& group, std::size_t first, ErrorP
         });
         tables_->forget();
         tables_->touched = {};
-        // None of them is in the file, though each went well by itself; what was read may have been
-        // theirs.
+        // None of them is in the file, although each succeeded alone. Reads may have seen their
+        // data.
         for (std::size_t i = first; i < behind; ++i) group[i]->fail(lost);
     }
     for (const std::string& file : std::exchange(tables_->touched.files, {})) removeFile(file);
@@ -331,7 +330,7 @@ void Engine::setAside(const ErrorPtr& why) {
 
 void Engine::refreshObservers() {
     const Touched touched = std::exchange(tables_->touched, {});
-    // What cannot be read now is told with the next change.
+    // If it cannot be read now, it is reported with the next change.
     errorOf([&] { observers_.refresh(*tables_, touched, false); });
 }
 

@@ -23,31 +23,31 @@ namespace vexim::store {
 enum class Mode {
     Read,
     Write,
-    DurableWrite,  // told as done only when a power cut cannot undo it
+    DurableWrite,  // completes only when a power failure cannot undo it
 };
 
-/// One operation. `perform` and `fail` on the store's thread, `deliver` on the main queue.
+/// One operation. `perform` and `fail` run on the store's thread, `deliver` on the main queue.
 class Operation : public Job {
 public:
     explicit Operation(Mode asked) : mode(asked) {}
     const Mode mode;
     virtual void perform(Tables& tables) = 0;
     virtual void fail(ErrorPtr error) = 0;
-    /// What calls the completion, to be run once.
+    /// Returns a function that calls the completion. Run it once.
     virtual std::function<void()> delivery() = 0;
 };
 
-/// The open file and its thread. Operations that wait together are written in one transaction, each
-/// of them whole or not at all.
+/// The open file and its thread. Waiting operations are written in one transaction, each of them
+/// completely or not at all.
 class Engine : public std::enable_shared_from_this<Engine> {
 public:
-    /// `opened` runs on the main queue; the engine is of no use after an error.
+    /// `opened` runs on the main queue. After an error the engine cannot be used.
     static void open(
         VXIMMessageStoreOptions options,
         std::function<void(std::shared_ptr<Engine> engine, std::string path, ErrorPtr error)>
             opened);
 
-    /// Has `work` (Tables& → T) done, then `completion` (T or nothing, error) called.
+    /// Runs `work` (Tables& → T), then calls `completion` (T or nothing, error).
     template <class Completion, class Work>
     void run(Mode mode, Completion completion, Work work) {
         submit(std::make_unique<OperationOf<Completion, Work>>(mode, std::move(completion),
@@ -98,14 +98,14 @@ private:
 
     // On the store's thread.
     void work(Worker::Jobs jobs);
-    /// Opens the file, sets it aside first if it is damaged.
+    /// Opens the file. If it is damaged, sets it aside first.
     void openFile();
     void openTables();
     void recordOwner();
     void closeFile() noexcept;
     void runGroup(const Group& group);
-    /// Runs those from `first` on, as long as it is short; where it has stopped. None is delivered
-    /// yet.
+    /// Runs operations from `first` on, for a short time, and returns where it stopped. Delivers
+    /// none of them.
     std::size_t runTransaction(const Group& group, std::size_t first, ErrorPtr& damage);
     void begin(Mode mode);
     void enforceRetentionSometimes();
@@ -121,7 +121,7 @@ private:
     std::unique_ptr<FileLock> lock_;
     std::unique_ptr<Database> database_;
     std::unique_ptr<Tables> tables_;
-    ErrorPtr broken_;  // why there is no file any more
+    ErrorPtr broken_;  // why the file cannot be used any more
     bool isDurable_ = false;
     std::size_t groupsSinceRetention_ = 0;
 

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::int32_t kSlice = 1000;
 
-/// One export on its way; on the store's thread, but for its making and its end.
+/// A running export. It is made and ended elsewhere, and otherwise used on the store's thread.
 class Lines {
 public:
     Lines(std::string path, std::optional<VXIMConversationId> only)
@@ -32,7 +32,7 @@ public:
         try {
             return tryToWriteSome(tables);
         } catch (const Failure&) {
-            discard();  // before anybody is told
+            discard();  // before it is reported
             throw;
         }
     }
@@ -92,7 +92,7 @@ private:
 
     const std::string path_;
     const std::optional<VXIMConversationId> only_;
-    std::vector<VXIMConversationId> conversations_;  // those to come
+    std::vector<VXIMConversationId> conversations_;  // the remaining ones
     std::optional<VXIMStorePosition> position_;
     std::int64_t count_ = 0;
     int descriptor_ = -1;

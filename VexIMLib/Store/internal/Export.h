@@ -8,7 +8,7 @@
 
 namespace vexim::store {
 
-/// Writes messages as lines of JSON, a few at a time, so that other operations come between.
+/// Writes messages as lines of JSON, a few at a time, so that other operations can run in between.
 void exportLines(const std::shared_ptr<Engine>& engine, std::string path,
                  std::optional<VXIMConversationId> conversation, VXIMCountCompletion completion);
 

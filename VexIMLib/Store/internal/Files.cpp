@@ -27,7 +27,7 @@ void sync(const std::string& path) {
     }
 }
 
-/// What of a user's id may stand in a file's name.
+/// The characters of a user's id that are allowed in a file name.
 std::string plain(const std::string& id) {
     std::string name;
     for (const char c : id) {
@@ -39,7 +39,7 @@ std::string plain(const std::string& id) {
 }
 
 std::string digitsOf(std::string_view text) {
-    std::uint64_t hash = 0xcbf29ce484222325U;  // FNV-1a; whose file it is stands in the file, too
+    std::uint64_t hash = 0xcbf29ce484222325U;  // FNV-1a; the file itself records its user, too
     for (const char each : text) hash = (hash ^ static_cast<unsigned char>(each)) * 0x100000001b3U;
     char digits[17];
     std::snprintf(digits, sizeof digits, "%016llx", static_cast<unsigned long long>(hash));
@@ -103,7 +103,7 @@ void prepareFile(const Location& location) {
     if (location.isInMemory()) return;
     const bool isNew = !isThere(location.path);
     if (isNew) {
-        // Of a file that is gone: SQLite must not take it for this one's.
+        // Left by a deleted file: SQLite must not use it for the new one.
         removeFile(location.path + "-wal");
         removeFile(location.path + "-shm");
     }
@@ -122,7 +122,7 @@ void prepareFile(const Location& location) {
     struct stat now {};
     const bool isOpenToOthers =
         ::fstat(file.number(), &now) == 0 && (now.st_mode & 0777) != kOursAlone;
-    // SQLite gives the files beside it the same mode.
+    // SQLite gives its other files the same mode.
     if (isOpenToOthers && ::fchmod(file.number(), kOursAlone) != 0) {
         failWithSystem(VXIMStoreErrorCannotOpen,
                        "The message store's file belongs to another user of this system.", errno);
@@ -204,7 +204,7 @@ void removeOthers(const std::string& folder, const std::vector<std::string>& nam
         }
         for (const auto& each : others) std::filesystem::remove(each, ignored);
         ::rmdir(folder.c_str());
-    } catch (...) {  // another time
+    } catch (...) {  // try again another time
     }
 }
 

@@ -10,33 +10,34 @@
 
 namespace vexim::store {
 
-/// Where a store lies.
+/// The location of a store.
 struct Location {
-    std::string path = {};       // of the database; ":memory:" is none
-    std::string temporary = {};  // the folder of the attachments of such a one
+    std::string path = {};       // of the database; ":memory:" means no file
+    std::string temporary = {};  // the folder for attachments if there is no file
     bool isInMemory() const { return path == ":memory:"; }
     std::string attachments() const { return isInMemory() ? temporary : path + "-files"; }
     std::string rescue() const { return path + "-rescue"; }
 };
 
-/// The service's origin as it is compared: without a slash at its end.
+/// The service's origin for comparing: without a slash at its end.
 std::string originOf(const std::string& service);
-/// The file, also when the options name a folder: the name is made of the user and a number for
-/// user and service.
+/// The file's path. If the options name a folder, the file's name is made from the user and a
+/// number for user and service.
 Location locate(const VXIMMessageStoreOptions& options);
 
-/// Makes the file for this user alone (0600), when there is none. CannotOpen, ReadOnly, DiskFull.
+/// Makes the file for this user only (0600), if it does not exist. CannotOpen, ReadOnly, DiskFull.
 void prepareFile(const Location& location);
-/// Whether the file is there, but nothing is in it.
+/// Whether the file exists but is empty.
 bool isEmpty(const Location& location);
-/// "-rescue" takes the file's place when a rescue was complete; otherwise it is begun anew.
+/// After a complete rescue, the file "-rescue" replaces the file; otherwise the rescue starts
+/// again.
 void finishRescue(const Location& location);
-void removeFile(const std::string& path) noexcept;  // in silence
-/// Whether there is such a file; anything else at the path fails with CannotOpen.
+void removeFile(const std::string& path) noexcept;  // ignores errors
+/// Whether the file exists. If the path is something else, it fails with CannotOpen.
 bool isThere(const std::string& path);
 
-/// Keeps other programs from opening the file for writing. (A file beside it: SQLite's own locks on
-/// a file are lost when anybody in the process closes it.) Failure: Locked.
+/// Prevents other programs from opening the file for writing. It uses a separate file, because
+/// SQLite's locks are lost when any code of the process closes the database file. Failure: Locked.
 class FileLock {
 public:
     explicit FileLock(const std::string& path);
@@ -60,13 +61,13 @@ public:
 private:
     const int number_;
 };
-/// Writes all of it; `sentence` says what failed.
+/// Writes all bytes. `sentence` is the text of the error.
 void writeAll(int descriptor, std::string_view bytes, const char* sentence);
 
-/// Copies a message's file into the folder, which is made when it is missing; the copy's name. It
-/// survives a power cut.
+/// Copies a message's file into the folder, which is made if it is missing, and returns the copy's
+/// name. The copy survives a power failure.
 std::string keepCopy(const std::string& folder, const std::string& file, const std::string& name);
-/// Removes the files of a folder that no message has; the folder itself when none is left.
+/// Removes the files in a folder that belong to no message, and the folder if it is empty then.
 void removeOthers(const std::string& folder, const std::vector<std::string>& names) noexcept;
 
 }  // namespace vexim::store

@@ -12,7 +12,7 @@
 
 namespace vexim::store {
 
-/// As the service gives it: the newest message first.
+/// In the service's order: the newest message first.
 using HistoryPage = std::vector<std::shared_ptr<VXIMMessage>>;
 using HistoryCompletion =
     std::function<void(const std::optional<HistoryPage>& page, const ErrorPtr& error)>;
@@ -21,12 +21,12 @@ using HistoryCompletion =
 void requestHistory(const std::string& userId, const VXIMConversationId& conversation,
                     std::int64_t beforeMillis, std::int32_t size, HistoryCompletion done);
 
-/// What the store is to take of a page, the oldest message first. `isNews`: others' messages count
-/// as unread.
+/// The messages of a page to store, the oldest first. `isNews`: messages from others count as
+/// unread.
 std::vector<Arrival> arrivalsOf(const std::string& userId, const VXIMConversationId& conversation,
                                 const HistoryPage& page, bool isNews);
 
-/// Whether the service keeps one: it does for friends and groups.
+/// Whether the service keeps a history: it does for friends and groups.
 bool hasHistory(const VXIMConversationId& conversation);
 
 }  // namespace vexim::store

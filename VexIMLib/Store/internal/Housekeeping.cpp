@@ -22,7 +22,7 @@ std::optional<std::int64_t> limit(Tables& tables, const char* name) {
     return text.empty() ? std::nullopt : std::optional<std::int64_t>(std::stoll(text));
 }
 
-/// Removes the rows of a query over messages, `most` at most.
+/// Removes the messages that a query returns, `most` at most.
 std::int64_t removeRows(Tables& tables, Statement& rows, std::int64_t most) {
     std::vector<Tables::Row> found;
     while (static_cast<std::int64_t>(found.size()) < most && rows.step())

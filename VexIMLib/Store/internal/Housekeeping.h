@@ -17,11 +17,12 @@ void setDraft(Tables& tables, const VXIMConversationId& id, const std::string& d
 void removeConversation(Tables& tables, const VXIMConversationId& id);
 Ground ground(Tables& tables, const Tables::Conversation& conversation);
 void setGround(Tables& tables, const VXIMConversationId& id, const Ground& ground);
-/// Nothing is known any more: what was read of the histories may have gone with a damaged file.
+/// Resets the marks: messages that were read from the histories may have been lost with a damaged
+/// file.
 void forgetGrounds(Tables& tables);
 
 void setRetention(Tables& tables, const VXIMRetention& retention);
-/// Removes what is beyond the limits, `most` messages at most; how many these were.
+/// Removes messages beyond the limits, `most` at most, and returns how many.
 std::int64_t enforceRetention(Tables& tables, std::int64_t most);
 
 /// Removes attachment files that belong to no message.

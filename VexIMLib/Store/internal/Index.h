@@ -7,14 +7,13 @@
 
 namespace vexim::store {
 
-// The full-text index: the table "words". A message whose payload is not a text has none.
+// The full-text index: the table "words". Only text messages are in it.
 void addWords(Database& database, std::int64_t id, std::int64_t conversation,
               const Dictionary& payload);
-/// With the payload as it was added: the index holds no texts, so it must be told the same words
-/// again.
+/// Needs the payload that was added: the index stores no texts, so it needs the same words again.
 void removeWords(Database& database, std::int64_t id, std::int64_t conversation,
                  const Dictionary& payload);
-/// Adds those of all messages to an index that is new. 10 s for a million.
+/// Adds the words of all messages to a new index. Takes 10 s for a million.
 void addAllWords(Database& database);
 
 }  // namespace vexim::store

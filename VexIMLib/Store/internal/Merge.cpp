@@ -11,7 +11,7 @@
 namespace vexim::store {
 namespace {
 
-// How far the service's clock may be behind when an echo is told by its content.
+// How far the service's clock may be behind when an echo is recognised by its content.
 constexpr std::int64_t kEchoToleranceMillis = 60'000;
 
 /// Finds out whether an arrival is in the store.
@@ -66,7 +66,8 @@ private:
             if (row.conversation != conversation_.row || row.direction != arrival_.direction)
                 continue;
             const Dictionary payload = fromJSON(row.payload);
-            // Nobody can pass for another by using his key. Own ones have no "from" until the echo.
+            // Compare the sender, too: nobody may replace another user's message by using its key.
+            // Own messages have no "from" until the echo.
             const bool isSameWriter = arrival_.direction == VXIMStoredMessageOutgoing ||
                                       writerOf(payload) == writerOf(arrival_.payload);
             if (isSameWriter && isSame(payload)) return row;
@@ -98,8 +99,8 @@ Dictionary joined(Dictionary payload, const Dictionary& other) {
     return payload;
 }
 
-/// What a second copy of a confirmed message adds. Of two times the smaller one stays, whichever
-/// came first: so it is the same in all stores.
+/// Adds what is new in a second copy of a confirmed message. Keeps the smaller of the two times,
+/// whichever came first, so that all stores agree.
 void complete(Tables& tables, Tables::Row row, const Arrival& arrival, std::int64_t sentAt) {
     const Dictionary stored = fromJSON(row.payload);
     Dictionary payload = joined(stored, arrival.payload);

@@ -7,9 +7,10 @@
 #include "VexIMLib/Store/internal/Index.h"
 #include "VexIMLib/Store/internal/Schema.h"
 
-// A message's id begins with the hour of its time, so that the full-text index, which knows nothing
-// but ids, gives its hits in the order of time, nearly: what a time later set to another hour, or a
-// full hour, makes of it is "drift" (in hours, in meta).
+// A message's id begins with the hour of its time. The full-text index knows only ids, so its hits
+// come almost in order of time. A time that is later moved to another hour, or an hour that is
+// full, causes "drift" (in hours, stored in meta).
+//
 //   id := hour since 1970 << 20 | number within the hour
 namespace vexim::store {
 namespace {

@@ -15,18 +15,18 @@
 
 namespace vexim::store {
 
-/// What a group of jobs has touched, for observers.
+/// What a group of jobs has changed, for observers.
 struct Touched {
     std::set<std::int64_t> conversations;  // by their rows
     std::set<std::int64_t> messages;       // changed in place
-    bool list = false;                     // a conversation came or went
-    std::vector<std::string> files;        // to be removed once it is written
+    bool list = false;                     // a conversation was added or removed
+    std::vector<std::string> files;        // files to remove after the commit
 };
 
-/// What is open: a database, whose it is, and what is remembered of it. For the store's thread.
+/// The open database, its user, and cached data. For the store's thread.
 class Tables {
 public:
-    /// `folder` is where copies of attachments lie.
+    /// `folder` is for copies of attachments.
     Tables(Database& open, std::string user, std::string folder)
         : database(open),
           userId(std::move(user)),
@@ -45,7 +45,7 @@ public:
         std::string draft;
         std::int64_t knownUntil = 0;
     };
-    /// nullptr when there is none. What is answered may be changed in place; `save` writes it.
+    /// nullptr if there is none. Change the result in place; `save` writes it.
     Conversation* find(const VXIMConversationId& id);
     Conversation& findOrMake(const VXIMConversationId& id);
     Conversation& ofRow(std::int64_t row);
@@ -66,27 +66,28 @@ public:
         std::string error;  // as JSON; empty: none
         std::int64_t attempts = 0;
     };
-    /// The messages that `rest`, which stands behind "FROM message", names; for `readRow`.
+    /// Selects messages for `readRow`. `rest` is the SQL after "FROM message".
     Statement select(std::string_view rest);
     std::optional<Row> row(std::int64_t id);
     VXIMStoredMessage message(const Row& row);
     std::optional<VXIMStoredMessage> message(std::int64_t id);
 
-    /// Inserts it under a fresh id, with its words. The conversation's newest message follows.
+    /// Inserts it with a new id and adds its words to the index. Updates the conversation's newest
+    /// message.
     std::int64_t insert(Conversation& conversation, std::int64_t sentAt,
                         VXIMStoredMessageDirection direction, VXIMStoredMessageState state,
                         const Dictionary& payload, const std::string& json);
-    /// Inserts it as it is, under its id.
+    /// Inserts it unchanged, with its id.
     void restore(const Row& row, const Dictionary& payload);
     /// Writes state, error, attempts, time and, if given, the payload.
     void update(const Row& row, const std::optional<Dictionary>& payload);
-    /// With its words and files; the conversation's newest message and unread count follow only by
-    /// `repair`.
+    /// Removes it with its words and files. Call `repair` to update the conversation's newest
+    /// message and unread count.
     void remove(const Row& row);
     void repair(Conversation& conversation);
-    /// By how many hours at most an id is off its message's time.
+    /// The most hours by which an id differs from its message's time.
     std::int64_t drift();
-    /// Forgets the files of a message, and has them removed after the commit.
+    /// Removes the files of a message from the tables, and from the disk after the commit.
     void releaseFiles(std::int64_t id);
 
 private:
@@ -109,8 +110,8 @@ inline constexpr int kHourBits = 20;
 inline constexpr std::int64_t kMillisOfHour = 3'600'000;
 std::int64_t hourOf(std::int64_t millis);
 
-// What `readRow` reads, in this order, and behind it "attempts", which a file of the first version
-// does not have.
+// The columns that `readRow` reads, in order. "attempts" follows, except in files of the first
+// version.
 inline constexpr std::string_view kFirstRowColumns =
     "id, conversation, sent_at, direction, state, payload, error";
 Tables::Row readRow(const Statement& statement);

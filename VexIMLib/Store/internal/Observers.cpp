@@ -11,7 +11,7 @@
 namespace vexim::store {
 namespace {
 
-/// Marks a longest rising part of `numbers` (those below 0 are left out): patience sorting.
+/// Marks a longest increasing subsequence of `numbers`, ignoring negative ones (patience sorting).
 std::vector<bool> longestRising(const std::vector<std::int64_t>& numbers) {
     std::vector<std::size_t> tops;
     std::vector<std::ptrdiff_t> before(numbers.size(), -1);
@@ -34,7 +34,7 @@ std::vector<bool> longestRising(const std::vector<std::int64_t>& numbers) {
     return marked;
 }
 
-/// Tells the listener on the main queue, if it is still there by then.
+/// Calls the listener on the main queue, if it still exists then.
 template <class Observer, class What>
 void post(const std::weak_ptr<Listener>& listener, What what) {
     MainQueue::shared().async([listener, what = std::move(what)] {

@@ -16,8 +16,8 @@
 
 namespace vexim::store {
 
-/// Positions of what is in one list and not, or elsewhere, in the other; `changed` names what is to
-/// be read anew. As few are moved as possible.
+/// The positions that are only in one list or have moved; `changed` lists those to reload. As few
+/// as possible are moved.
 struct Difference {
     std::vector<std::size_t> removed, inserted, changed;
     bool isEmpty() const { return removed.empty() && inserted.empty() && changed.empty(); }
@@ -26,7 +26,7 @@ Difference differenceOf(const std::vector<std::int64_t>& before,
                         const std::vector<std::int64_t>& now,
                         const std::set<std::int64_t>& touched);
 
-/// An observer, owned by its `VXIMStoreObservation`: so it is released there, on the application's
+/// An observer. Its `VXIMStoreObservation` owns it, so it is released there, on the application's
 /// thread.
 struct Listener {
     std::variant<VXIMConversationsObserver, VXIMMessagesObserver, VXIMStoreDamageObserver> observer;
@@ -34,13 +34,13 @@ struct Listener {
         std::make_shared<std::atomic<std::int32_t>>(0);
 };
 
-/// The lists that are observed, as they were last told. For the store's thread.
+/// The observed lists, as last reported. For the store's thread.
 class Observers {
 public:
     enum class Kind { Conversations, Messages, Damage };
     struct List {
         Kind kind = Kind::Damage;
-        // never locked here: it must not be released on this thread
+        // never locked here, because it must not be released on this thread
         std::weak_ptr<Listener> listener = {};
         std::shared_ptr<const std::atomic<std::int32_t>> limit = {};
         VXIMConversationId conversation = {};  // of a list of messages
@@ -50,7 +50,8 @@ public:
     };
 
     void add(List list);
-    /// Tells those whose list differs from what they have heard. `all`: whatever was touched.
+    /// Calls the observers whose lists have changed. `all`: check all lists, not only the changed
+    /// tables.
     void refresh(Tables& tables, const Touched& touched, bool all);
     void tell(const VXIMStoreDamage& damage);
 

@@ -12,42 +12,41 @@
 
 namespace vexim::store {
 
-/// The payload's entry for the sender's key, and the one where a service may put its own id.
+/// The payload's keys for the sender's key, and for the id that a service may add.
 inline constexpr const char* kKeyField = "key";
 inline constexpr const char* kServiceIdField = "id";
 
-/// Where a message belongs, by its "from" and "to": nullopt when neither says so. `isOwn`: an echo,
-/// or written by `userId`.
+/// The conversation of a message, by its "from" and "to"; nullopt if they do not say. `isOwn`: an
+/// echo, or written by `userId`.
 std::optional<VXIMConversationId> conversationOf(const Dictionary& payload,
                                                  const std::string& userId);
 /// Whether `userId` wrote it: "from" (or "speaker") names him.
 bool isWrittenBy(const Dictionary& payload, const std::string& userId);
 
-/// A message that the service has: live, an echo, or out of a history.
+/// A message that the service has: live, an echo, or from a history.
 struct Arrival {
     VXIMConversationId conversation = {};
     Dictionary payload = {};
     VXIMStoredMessageDirection direction = VXIMStoredMessageIncoming;
     bool countsAsUnread = true;  // an incoming one that is new
-    bool mayBeEcho = true;       // an own one without a key may be told by its content
-    // of a conversation that was removed, only what is newer is taken: else Known, with id 0
+    bool mayBeEcho = true;       // an own one without a key may be recognised by its content
+    // of a removed conversation, take only newer messages; otherwise Known, with id 0
     bool isHistory = false;
 };
 
-/// What to change in an own message that is not confirmed.
+/// What to change in an unconfirmed own message.
 struct Change {
     std::optional<VXIMStoredMessageState> state = {};
-    ErrorPtr error = {};                     // replaces the present one, also by none
-    std::optional<Dictionary> payload = {};  // the message's time follows its "ts"
+    ErrorPtr error = {};                     // replaces the current one, or removes it
+    std::optional<Dictionary> payload = {};  // the message's time becomes its "ts"
     std::optional<std::int32_t> attempts = {};
 };
 
-/// What became of an arrival.
+/// The result of storing an arrival.
 enum class Outcome {
     Inserted,   // it was not known
-    Confirmed,  // it is an own one that was waiting for its echo
-    // it is there already; a later copy may have added what the first one lacked (a service id, a
-    // sender)
+    Confirmed,  // it is an own message that was waiting for its echo
+    // it is already stored; a later copy may add a missing service id or sender
     Known,
 };
 struct Merged {
@@ -59,46 +58,47 @@ using MergedCompletion =
 
 /// How far a conversation's history is known.
 struct Ground {
-    // everything up to here is stored, or in a marked gap; 0: nothing is
+    // everything up to here is stored, or in a recorded gap; 0: nothing is
     std::int64_t knownUntilMillis = 0;
     std::vector<VXIMStoredGap> gaps = {};
 };
 using GroundCompletion = std::function<void(std::optional<Ground> ground, ErrorPtr error)>;
 
-/// What outbox and catch-up do with a store, beside the public operations: the same threads, the
-/// same errors.
+/// The operations of outbox and catch-up on a store, in addition to the public ones, with the same
+/// threads and errors.
 class Operations {
 public:
     explicit Operations(std::shared_ptr<VXIMMessageStore> store) : store_(std::move(store)) {}
 
-    /// Stores what arrived, in one transaction; give a history's messages oldest first. For each,
-    /// the first of these that is there, in this conversation and by this writer, is the same
-    /// message: one with its service id; one with its key; one of its time and content (unless both
-    /// have keys, and different ones); and for an own one without a key, the oldest in state
-    /// Sending or Sent of that content, unless it was written more than a minute later. An
-    /// unconfirmed one is then confirmed, with the service's payload and time and what only it had;
-    /// of two copies the smaller time stays, so that it is the same everywhere. `Unusable` (nothing
-    /// stored) when a payload cannot be written as JSON. One result for each arrival, in order.
+    /// Stores arrivals in one transaction. Pass a history's messages with the oldest first. Each
+    /// arrival is compared with the stored messages of this conversation and sender. The first
+    /// match counts: the same service id; the same key; the same time and content (unless both have
+    /// keys that differ); and for an own message without a key, the oldest one in state Sending or
+    /// Sent with this content, unless it was written more than a minute later. A match that is
+    /// unconfirmed becomes confirmed. It gets the service's payload and time, and keeps what the
+    /// service's copy lacks. Of two times the smaller one is kept, so that all devices agree. If a
+    /// payload cannot be written as JSON, the result is `Unusable` and nothing is stored. There is
+    /// one result for each arrival, in order.
     void insert(std::vector<Arrival> arrivals, MergedCompletion completion);
 
-    /// Adds an own message in state Queued. Its time is the payload's "ts" or now, made later than
-    /// the user's last message in the conversation by a millisecond if need be, so that the order
-    /// is the same everywhere; the payload gets it. The files are copied (`Failed` when one cannot
-    /// be) and kept until the message is confirmed or removed. Safe against a power cut once told
-    /// as done.
+    /// Adds an own message in state Queued. Its time is the payload's "ts" or now. If that is not
+    /// later than the user's last message in the conversation, it becomes one millisecond later
+    /// than that, so that the order is the same on all devices. The payload gets this time. Files
+    /// are copied (`Failed` if that is impossible) and kept until the message is confirmed or
+    /// removed. Once completed, it survives a power failure.
     void addOutgoing(VXIMConversationId conversation, Dictionary payload,
                      std::vector<std::string> files, VXIMStoredMessageCompletion completion);
-    /// NotFound when it is not there any more. A confirmed message stays as it is (an echo may
-    /// overtake the "sent"): the answer tells.
+    /// Updates a message. NotFound if it does not exist any more. A confirmed message does not
+    /// change (an echo may come before the "sent"); the result says so.
     void change(std::int64_t localId, Change change, VXIMStoredMessageCompletion completion);
-    /// Takes it back: the message goes, with its files. NotFound as above.
+    /// Removes the message and its files. NotFound as above.
     void remove(std::int64_t localId, VXIMBooleanCompletion completion);
 
-    /// All own messages that are not confirmed (queued, sending, sent, failed), by conversation and
-    /// in each in their order.
+    /// All unconfirmed own messages (queued, sending, sent, failed), in order within each
+    /// conversation.
     void waiting(VXIMStoredMessagesCompletion completion);
     void ground(VXIMConversationId conversation, GroundCompletion completion);
-    /// Replaces it; makes the conversation when there is none.
+    /// Replaces it. Adds the conversation if it is missing.
     void setGround(VXIMConversationId conversation, Ground ground,
                    VXIMBooleanCompletion completion);
 

@@ -1,4 +1,4 @@
-// What is asked of the outbox, and what becomes of its messages. OutboxSending.cpp has the way out.
+// The outbox's operations and the fate of its messages. OutboxSending.cpp sends them.
 
 #include "VexIMLib/Store/internal/Outbox.h"
 
@@ -16,8 +16,8 @@
 namespace vexim::store {
 namespace {
 
-/// 48 bits of time in milliseconds, then 80 random ones, in hexadecimal digits: keys that grow with
-/// time keep the store's index dense. (RFC 9562, 5.7, has the same idea.)
+/// 48 bits of time in milliseconds, then 80 random bits, in hexadecimal digits. Keys that grow with
+/// time keep the store's index dense (as in RFC 9562, 5.7).
 std::string newKey() {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string key;
@@ -39,7 +39,7 @@ void address(VXIMMessage& message, const VXIMConversationId& conversation) {
             return receiver.setType(VXIMMessageTargetTypeUser);
         case VXIMConversationKindGroup: return receiver.setGroupId(conversation.id);
         case VXIMConversationKindRoom: return receiver.setRoomId(conversation.id);
-        case VXIMConversationKindSystem: return;  // nobody: the client refuses it
+        case VXIMConversationKindSystem: return;  // nobody; the client refuses it
     }
 }
 
@@ -145,7 +145,7 @@ void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message,
 }
 
 void Outbox::retry(std::int64_t localId, VXIMBooleanCompletion completion) {
-    // it waits: not any longer
+    // it waits: try it now
     if (const auto place = places_.find(localId); place != places_.end()) {
         const VXIMConversationId conversation = place->second;
         laneOf(conversation).isPaused = false;
@@ -209,7 +209,7 @@ void Outbox::linkDidClose() {
             switch (item.stage) {
                 case Stage::Handed: item.stage = Stage::Doubtful; break;
                 case Stage::Handing:
-                    // It must not go out over the next connection before what is doubtful has been
+                    // It must not be sent on the next connection before doubtful messages have been
                     // looked up.
                     if (item.transfer) item.transfer->cancel();
                     break;

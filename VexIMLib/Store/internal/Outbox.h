@@ -15,11 +15,11 @@
 
 namespace vexim::store {
 
-/// Sends what the store holds to be sent, each conversation for itself and in its order. Main
-/// thread only.
+/// Sends the store's unsent messages, in order within each conversation. Main thread only.
 ///
-/// A message is written as Sending before the client gets it, so one that may be out is never taken
-/// for one that is not. What was out when the connection went is looked up before it is sent again.
+/// A message is stored as Sending before the client gets it, so a message that may have been sent
+/// never counts as unsent. Messages that were out when the connection was lost are looked up before
+/// they are sent again.
 class Outbox : public std::enable_shared_from_this<Outbox> {
 public:
     struct Limits {
@@ -31,18 +31,17 @@ public:
         std::function<void(const std::shared_ptr<VXIMMessage>&, VXIMProgress, VXIMBooleanCompletion,
                            std::shared_ptr<VXIMTransfer>)>
             say;
-        /// Reads the conversation's history back to a time; `didLookUp` answers.
+        /// Reads the conversation's history back to a time. `didLookUp` is called with the result.
         std::function<void(const VXIMConversationId&, std::int64_t sinceMillis)> lookUp;
-        /// The store did not take a change; it is tried again.
+        /// The store could not write a change; it is tried again.
         std::function<void(const ErrorPtr&)> complain;
     };
 
     Outbox(std::shared_ptr<VXIMMessageStore> store, Surroundings surroundings, Limits limits);
 
-    /// Takes over what earlier runs of the program have left.
+    /// Loads the unsent messages of earlier runs of the program.
     void load(VXIMBooleanCompletion completion);
-    /// The store's file was damaged, and what could not be saved is missing in it: what waits here
-    /// is put back.
+    /// The store's file was damaged and may have lost messages. Puts back those that wait here.
     void reload();
     /// `completion` runs when the message is written.
     void add(const VXIMConversationId& conversation, VXIMMessage& message, VXIMProgress progress,
@@ -52,24 +51,24 @@ public:
 
     /// The service has accepted the login.
     void linkDidOpen();
-    /// The connection has gone, or another took its place.
+    /// The connection was lost or replaced.
     void linkDidClose();
     /// The service has this message.
     void didConfirm(std::int64_t localId, bool withItsKey);
-    /// The history was read as `lookUp` asked; `error`: it will not be.
+    /// The history was read for `lookUp`, or could not be (`error`).
     void didLookUp(const VXIMConversationId& conversation, const ErrorPtr& error);
-    /// Whether an own message without a key can be one of ours: not when the service was seen to
-    /// keep keys.
+    /// Whether an own message without a key can be one of ours. It cannot if the service is known
+    /// to keep keys.
     bool mayLoseKeys() const noexcept { return !keepsKeys_; }
 
 private:
     enum class Stage {
-        Waiting,   // for its turn
-        Writing,   // as Sending, into the store
+        Waiting,   // waits for its turn
+        Writing,   // being stored as Sending
         Ready,     // the store has it as Sending
-        Handing,   // the client has it: uploads, or is about to emit
-        Handed,    // the connection has it; its echo is awaited
-        Doubtful,  // it was handed over, and the connection has gone since
+        Handing,   // the client has it, uploading or about to emit
+        Handed,    // the connection has it; waiting for its echo
+        Doubtful,  // it was passed on, and then the connection was lost
     };
     struct Item {
         VXIMStoredMessage row;
@@ -84,7 +83,7 @@ private:
         bool isLookingUp = false;            // before anything else is sent
         bool hasLookedTwice = false;
         bool isAskingForEchoes = false;
-        bool isPaused = false;  // after a failure that may pass
+        bool isPaused = false;  // after a temporary failure
         int failures = 0;       // in a row
         bool isTimerSet = false;
         std::int64_t lastMillis = 0;  // the time that the last message was sent with
@@ -122,9 +121,9 @@ private:
     const Limits limits_;
     std::map<VXIMConversationId, Lane> lanes_;
     std::unordered_map<std::int64_t, VXIMConversationId> places_;  // of all items
-    // those that the store has not answered yet
+    // operations that the store has not answered yet
     std::size_t adding_ = 0;
-    // those of which `reload` does not know yet
+    // messages that `reload` does not know yet
     std::size_t reloading_ = 0;
     bool isOpen_ = false;
     std::uint64_t link_ = 0;  // counts connections

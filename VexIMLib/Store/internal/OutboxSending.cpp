@@ -1,5 +1,5 @@
-// The way out, conversation by conversation: looked up when in doubt, written, handed to the
-// client, sent back by the service.
+// Sending, conversation by conversation: look up doubtful messages, store, pass to the client, wait
+// for the echo.
 
 #include <algorithm>
 #include <filesystem>
@@ -20,18 +20,18 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// How many messages of a conversation wait for their echoes at once, and how many are written
-// ahead: a message costs no round trip of its own then.
+// How many messages of a conversation may wait for their echoes, and how many are stored ahead. So
+// not every message costs a round trip.
 constexpr std::size_t kMostHanded = 64;
 constexpr std::size_t kMostWrittenAhead = 16;
 constexpr int kMostMissedEchoes = 2;
 // How far a history may be behind what was sent.
 constexpr std::chrono::seconds kHistoryLag = 3s;
-// A clock that was set back by more than this is not waited for.
+// Do not wait for a clock that was set back by more than this.
 constexpr std::int64_t kMostClockStepMillis = 1'000;
 
 bool mayPass(const ErrorPtr& error) {
-    // we cancel when the connection goes
+    // we cancel when the connection is lost
     return errors::mayPass(error) || error->is(kURLErrorDomain, URLErrorCancelled);
 }
 
@@ -59,21 +59,21 @@ std::int64_t Outbox::oldestDoubt(const Lane& lane) {
     return since;
 }
 
-/// A history may be behind. Where no key tells a second copy from the first one, it is asked once
-/// more before anything is sent again. False: it has been.
+/// A history may be behind. If there are no keys to recognise a second copy, ask once more before
+/// sending anything again. Returns false if that was done already.
 bool Outbox::looksOnceMore(const VXIMConversationId& conversation, Lane& lane) {
     if (keepsKeys_ || oldestDoubt(lane) == INT64_MAX || std::exchange(lane.hasLookedTwice, true))
         return false;
     MainQueue::shared().after(kHistoryLag, [weak = weak_from_this(), conversation, link = link_] {
         const auto self = weak.lock();
         if (!self || link != self->link_ || !self->isOpen_) return;
-        // Also when all were found meanwhile: the answer lets the others go on.
+        // Even if all were found meanwhile: the answer lets the other messages continue.
         self->surroundings_.lookUp(conversation, self->oldestDoubt(self->laneOf(conversation)));
     });
     return true;
 }
 
-/// False while something must be found out first.
+/// False if something must be looked up first.
 bool Outbox::resolveDoubts(const VXIMConversationId& conversation, Lane& lane) {
     for (const auto& [localId, item] : lane.items) {
         if (item.stage == Stage::Handing) return true;  // it ends first
@@ -85,8 +85,7 @@ bool Outbox::resolveDoubts(const VXIMConversationId& conversation, Lane& lane) {
         surroundings_.lookUp(conversation, since);
         return false;
     }
-    // A room has no history. Where keys arrive, a second copy is recognised; elsewhere the user
-    // decides.
+    // A room has no history. With keys a second copy is recognised; without them the user decides.
     std::vector<std::int64_t> doubtful;
     for (const auto& [localId, item] : lane.items) {
         if (item.stage == Stage::Doubtful) doubtful.push_back(localId);
@@ -125,11 +124,11 @@ void Outbox::writeAhead(const VXIMConversationId& conversation, Lane& lane) {
                           self->drop(conversation, localId);
                       } else if (error && error->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) {
                           ours->stage = Stage::Waiting;
-                          // it went with a damaged file, and is about to be put back
+                          // it was lost with a damaged file, and will be put back
                           if (self->reloading_ > 0) return;
                           self->drop(conversation, localId);  // its conversation was removed
                       } else if (error) {
-                          // nothing goes out that is not written first
+                          // store every message before sending it
                           ours->stage = Stage::Waiting;
                           self->pause(conversation, self->laneOf(conversation));
                       } else {
@@ -139,7 +138,7 @@ void Outbox::writeAhead(const VXIMConversationId& conversation, Lane& lane) {
                   });
         }
         if (item.stage != Stage::Handed && !item.row.attachmentFiles.empty())
-            break;  // what stands behind an upload is not being sent yet
+            break;  // messages after an upload are not sent yet
     }
     for (const auto localId : tooOld) fail(conversation, localId, errors::tooOld());
 }
@@ -161,7 +160,8 @@ void Outbox::handOver(const VXIMConversationId& conversation, Lane& lane) {
 }
 
 void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item) {
-    // No two of a conversation carry the same time: their order is then the same for everybody.
+    // No two messages of a conversation have the same time, so their order is the same for
+    // everybody.
     if (const auto ahead = lane.lastMillis - wallMillis();
         ahead >= 0 && ahead < kMostClockStepMillis) {
         return MainQueue::shared().after(1ms, [weak = weak_from_this(), conversation] {
@@ -170,7 +170,7 @@ void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item
     }
     const auto localId = item.row.localId;
     auto message = VXIMMessage::initWithPayloadDictionary(item.row.payload);
-    message->sender()->setType(VXIMMessageTargetTypeUnknown);  // the service says who it is
+    message->sender()->setType(VXIMMessageTargetTypeUnknown);  // the service adds the sender
     if (!item.row.attachmentFiles.empty() && !message->attachmentUrl()) {
         const std::string& path = item.row.attachmentFiles.front();
         std::error_code ignored;
@@ -187,7 +187,7 @@ void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item
     const auto sent = std::make_shared<Dictionary>();
     auto done = [weak = weak_from_this(), conversation, localId, link = link_, sent, message](
                     bool, const ErrorPtr& error) {
-        // `say` may answer at once
+        // `say` may complete at once
         MainQueue::shared().async([weak, conversation, localId, link, sent, message, error] {
             if (const auto self = weak.lock())
                 self->didHand(conversation, localId, link, *sent, message, error);
@@ -200,7 +200,7 @@ void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item
              Error::withDescription(VXIMErrorDomain, VXIMErrorCannotSend, cause.what()));
         return pump(conversation);
     }
-    *sent = message->payload();  // with the time that it goes out with; afterwards the client
+    *sent = message->payload();  // with its send time; afterwards the client
                                  // writes another
     lane.lastMillis = sent->get("ts").longLongValue();
 }
@@ -236,7 +236,7 @@ void Outbox::didHand(const VXIMConversationId& conversation, std::int64_t localI
     pump(conversation);
 }
 
-/// It waits, and what stands behind it.
+/// It waits, and so do later messages.
 void Outbox::hold(const VXIMConversationId& conversation, Lane& lane, Item& item,
                   const ErrorPtr& error) {
     item.stage = Stage::Waiting;

@@ -63,7 +63,7 @@ std::string errorToJSON(const ErrorPtr& error) {
     if (isTemporary(error)) info.set(kTemporaryKey, true);
     const JSONText json =
         writeJSON(Dictionary{{"domain", error->domain()}, {"code", error->code()}, {"info", info}});
-    // What a service says may be no proper text; domain and code always are.
+    // The service's text may be invalid; domain and code never are.
     return json.error
                ? writeJSON(Dictionary{{"domain", error->domain()}, {"code", error->code()}}).text
                : json.text;

@@ -65,8 +65,8 @@ std::vector<VXIMStoredMessage> search(Tables& tables, const VXIMMessageSearch& s
     VXIMStorePosition before = search.before.value_or(kBehindAll);
     if (search.untilMillis) before = std::min(before, VXIMStorePosition{*search.untilMillis, 0});
 
-    // Ids give the order of time to the hour, so the newest hits come first, and the rest need not
-    // be looked at.
+    // Ids are in order of time to the hour, so the newest hits come first and the rest need not be
+    // read.
     const std::int64_t drift = tables.drift();
     const std::int64_t first = std::max<std::int64_t>(0, hourOf(since) - drift) << kHourBits;
     const std::int64_t last = (hourOf(before.sentAtMillis) + drift + 1) << kHourBits;

@@ -22,7 +22,8 @@
 namespace vexim::store {
 namespace {
 
-/// Each row that can be read: from the first on, and when damage stops that, from the last back.
+/// Reads every readable row: forward from the first, and if damage stops that, backward from the
+/// last.
 void eachRow(Database& from, const std::string& sql, const std::string& order,
              const std::function<void(const Statement&)>& take) {
     for (const char* const direction : {"", " DESC"}) {
@@ -32,7 +33,7 @@ void eachRow(Database& from, const std::string& sql, const std::string& order,
                 if (!rows) rows.emplace(from.prepare(sql + " ORDER BY " + order + direction));
                 return rows->step();
             } catch (const Failure&) {
-                return std::nullopt;  // a missing table or column is damage, too
+                return std::nullopt;  // a missing table or column also means damage
             }
         };
         std::optional<bool> hasRow;
@@ -94,7 +95,7 @@ private:
             .run();
     }
 
-    /// Files whose entries were lost: their names begin with the message's id and a number, see
+    /// Attachment files without entries: their names begin with the message's id and a number, see
     /// `addOutgoing`.
     void adoptFiles() {
         std::error_code ignored;
@@ -119,7 +120,7 @@ private:
         std::optional<Dictionary> payload;
         try {
             payload = fromJSON(row.payload);
-            if (to_.row(row.id)) return;  // read from the other side already
+            if (to_.row(row.id)) return;  // already read from the other side
             adopt(row, *payload);
         } catch (const Failure& failure) {
             if (!isDamage(failure.error)) throw;
@@ -129,8 +130,7 @@ private:
         ++copied_;
     }
 
-    /// Sees to it that its conversation is there; when that was lost, the message tells which it
-    /// is.
+    /// Makes sure that its conversation exists. If that was lost, the message says which it is.
     void adopt(Tables::Row& row, const Dictionary& payload) {
         Statement known = to_.database.prepare("SELECT 1 FROM conversation WHERE id = ?1");
         if (known.bind(1, row.conversation).step()) return;
@@ -169,7 +169,7 @@ VXIMStoreDamage rescue(const Location& location, const std::string& userId,
     prepareFile(fresh);
     VXIMStoreDamage damage{.setAsideAs = freeName(location.path)};
     try {
-        // Not in WAL mode: it is to be one file, whole, before it takes its place.
+        // Not in WAL mode: it must be one complete file before it replaces the old one.
         Database to(fresh.path, Database::Access::ReadWrite);
         migrate(to);
         Tables tables(to, userId, location.attachments());
@@ -184,13 +184,14 @@ VXIMStoreDamage rescue(const Location& location, const std::string& userId,
                 !failure.error->is(VXIMStoreErrorDomain, VXIMStoreErrorCannotOpen))
                 throw;
         }
-        requireOwner(to, userId, service);  // before anything is moved: it may be another's file
+        requireOwner(to, userId,
+                     service);  // before anything is moved: the file may belong to another user
         to.execute("COMMIT");
     } catch (const Failure&) {
         removeFile(fresh.path);
         throw;
     }
-    // The "-wal" first: it must never lie beside another file than its own.
+    // Move "-wal" first: it must never be next to a file that it does not belong to.
     move(location.path + "-wal", damage.setAsideAs + "-wal");
     removeFile(location.path + "-shm");
     move(location.path, damage.setAsideAs);

@@ -8,9 +8,9 @@
 
 namespace vexim::store {
 
-/// Makes a fresh file of all that can be read from a damaged one, which is renamed; nobody may have
-/// it open. Whatever happens in between, one of the two is there, whole, under its name or
-/// "-rescue" (see `finishRescue`).
+/// Makes a new file with all that can be read from a damaged one, which is renamed. Nobody may have
+/// it open. Whatever happens meanwhile, one of the two is complete, under its name or as "-rescue"
+/// (see `finishRescue`).
 VXIMStoreDamage rescue(const Location& location, const std::string& userId,
                        const std::string& service);
 

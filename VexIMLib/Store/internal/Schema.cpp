@@ -6,25 +6,25 @@
 #include "VexIMLib/Store/internal/Index.h"
 
 // The file, an SQLite database:
-//   meta          what the whole file says: "user", "service", the retention limits, "drift"
-// conversation  "kind" as in VXIMConversationKind, "name" its id; the newest message, by time; how
-// far its history is known
-// message       "id" begins with the hour of the message's time (see Messages.cpp); "state" and
-// "direction" as their
-//                 enumerations; "key" and "service_id" are numbers made from these texts, which
-//                 stand in the payload
-//   gap           stretches that the service does not have any more
-//   attachment    names of files in the folder beside the database
-//   cleared       conversations that were removed, and the time of the last message then
-// words         the full-text index over the texts; "place" has one word for the conversation. It
-// holds no text of its own.
+//
+//   meta          settings of the whole file: "user", "service", the retention limits, "drift"
+//   conversation  "kind" as in VXIMConversationKind, "name" is its id; the newest message by time;
+//                 how far its history is known
+//   message       "id" begins with the hour of the message's time (see Messages.cpp); "state" and
+//                 "direction" as in their enumerations; "key" and "service_id" are numbers made
+//                 from these texts, which are in the payload
+//   gap           parts of conversations whose messages are missing
+//   attachment    names of files in the folder next to the database
+//   cleared       removed conversations, with the time of their last message
+//   words         the full-text index; "place" has one word for the conversation. It stores no
+//                 texts itself
 namespace vexim::store {
 namespace {
 
 constexpr std::int64_t kApplicationId = 0x7665786d;  // "vexm"
 
-// Each brings a file of the version that is its place (0: an empty one) to the next. Files of every
-// version are out there: what stands here is never changed.
+// Step n upgrades a file from version n to the next (0: an empty file). Files of every version
+// exist, so never change a step.
 constexpr std::array kSteps = {
     R"(
     CREATE TABLE meta(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
@@ -53,9 +53,9 @@ constexpr std::array kSteps = {
     CREATE TABLE cleared(
         kind INTEGER NOT NULL, name TEXT NOT NULL, until INTEGER NOT NULL, PRIMARY KEY(kind, name)) WITHOUT ROWID;
     )",
-    // The beginnings of words have entries of their own, or a search for "a*" joins those of ten
-    // thousand words. Fewer merges and larger pieces make up for what they cost. The words are
-    // added by `migrate`.
+    // The beginnings of words have index entries, too; otherwise a search for "a*" would join the
+    // entries of ten thousand words. Fewer merges and larger pieces make up for the cost. `migrate`
+    // adds the words.
     R"(
     DROP TABLE words;
     CREATE VIRTUAL TABLE words USING fts5(
@@ -77,7 +77,7 @@ std::int64_t presentVersion(Database& database) {
     return version;
 }
 
-/// Touches every table, so that a file that lacks one is found out now.
+/// Reads every table, so that a missing one is found now.
 void requireTables(Database& database) {
     for (const char* const sql :
          {"SELECT name, value FROM meta LIMIT 1",

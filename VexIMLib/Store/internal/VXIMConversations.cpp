@@ -31,10 +31,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Live messages waiting for the store; when there are more, the histories are read later.
+// How many live messages may wait for the store. Beyond that, the histories are read later.
 constexpr std::size_t kMostKept = 10'000;
 constexpr std::chrono::seconds kStorePause = 5s;
-// A login of a reconnect that is not answered in time counts as accepted.
+// A login after a reconnect that is not answered in time counts as accepted.
 constexpr std::chrono::seconds kLoginPatience = 10s;
 
 std::optional<VXIMConversationId> conversationOf(const VXIMMessage& message, bool isOwn) {
@@ -66,7 +66,7 @@ struct VXIMConversations::Impl : std::enable_shared_from_this<Impl> {
     std::shared_ptr<CatchUp> catchUp;
     std::vector<VXIMBooleanCompletion> openers;
     bool isOpening = false;
-    bool isLoggedIn = false;  // and the connection has stood since
+    bool isLoggedIn = false;  // and the connection has been up since
     bool isLinked = false;    // and the store is open, and this user's
     std::uint64_t statusCount = 0;
     std::deque<Arrival> unstored;  // in the order of their coming
@@ -106,7 +106,7 @@ void VXIMConversations::Impl::observe() {
                            });
     };
     on(VXIMUserDidLoginNotification, [](Impl& self, const vexim::Notification&) {
-        // Behind the changes of the status that came before it, which are told by way of the queue.
+        // After earlier status changes, which are reported through the queue.
         MainQueue::shared().async([weak = self.weak_from_this()] {
             if (const auto alive = weak.lock()) alive->didLogIn();
         });
@@ -196,7 +196,7 @@ void VXIMConversations::Impl::didOpen(std::shared_ptr<VXIMMessageStore> opened,
         const auto self = weak.lock();
         if (!self) return;
         self->outbox->reload();
-        if (self->isLinked) self->catchUp->linkDidOpen();  // what could not be saved is read again
+        if (self->isLinked) self->catchUp->linkDidOpen();  // read again what could not be saved
     });
     outbox->load([weak](bool, const ErrorPtr& why) {
         const auto self = weak.lock();
@@ -215,7 +215,8 @@ void VXIMConversations::Impl::answerOpeners(const ErrorPtr& error) {
 
 void VXIMConversations::Impl::didEnter(std::int64_t status) {
     const auto count = ++statusCount;
-    // Not the client's status of now: a cut that is over already has left messages in doubt, too.
+    // Do not use the client's current status: even a loss that is already over has left messages in
+    // doubt.
     if (status != VXIMClientStatusOpened) return unlink();
     MainQueue::shared().after(kLoginPatience, [weak = weak_from_this(), count] {
         const auto self = weak.lock();
@@ -256,13 +257,13 @@ void VXIMConversations::Impl::didReceive(const vexim::Notification& notification
     if (isOwn) arrival.direction = VXIMStoredMessageOutgoing;
     const auto conversation = isSystem ? VXIMConversationId{VXIMConversationKindSystem, ""}
                                        : conversationOf(*message, isOwn);
-    if (!conversation) return;  // to nobody that there is
+    if (!conversation) return;  // to nobody who exists
     arrival.conversation = *conversation;
     storeArrival(std::move(arrival));
 }
 
 void VXIMConversations::Impl::storeArrival(Arrival arrival) {
-    if (!store || isStoringPaused) {  // behind those that wait
+    if (!store || isStoringPaused) {  // after the waiting ones
         if (unstored.size() >= kMostKept) {
             hasLostSome = true;
             unstored.pop_front();
@@ -287,7 +288,7 @@ void VXIMConversations::Impl::storeArrival(Arrival arrival) {
             if (error &&
                 (error->code() == VXIMStoreErrorUnusable || error->code() == VXIMStoreErrorClosed))
                 return;
-            self->unstored.push_back(*kept);  // those asked for at once come back in their order
+            self->unstored.push_back(*kept);  // operations started together complete in order
             if (std::exchange(self->isStoringPaused, true)) return;
             MainQueue::shared().after(kStorePause, [weak] {
                 if (const auto later = weak.lock()) later->storeKept();

@@ -131,7 +131,7 @@ void VXIMMessageStore::exportJSONLines(std::string path,
                               std::move(completion));
 }
 
-/// Holds the observer; the engine knows it weakly.
+/// Holds the observer; the engine holds it weakly.
 struct VXIMStoreObservation::Impl {
     std::shared_ptr<vexim::store::Listener> listener = std::make_shared<vexim::store::Listener>();
     std::weak_ptr<vexim::store::Engine> engine;
@@ -142,7 +142,7 @@ struct VXIMStoreObservation::Impl {
         running->run(Mode::Read, VXIMBooleanCompletion(),
                      [engine = running.get(), kind, heard = std::weak_ptr(listener),
                       limit = listener->limit, conversation = std::move(conversation)](Tables&) {
-                         // The list is told when the group has ended.
+                         // The list is reported when the group has ended.
                          engine->observers().add({.kind = kind,
                                                   .listener = heard,
                                                   .limit = limit,
@@ -158,7 +158,7 @@ VXIMStoreObservation::~VXIMStoreObservation() = default;
 void VXIMStoreObservation::setLimit(std::int32_t limit) {
     *impl_->listener->limit = limit;
     if (const auto engine = impl_->engine.lock()) {
-        // the lists are looked at behind it
+        // the lists are checked after it
         engine->run(Mode::Read, VXIMBooleanCompletion(), [](Tables&) { return true; });
     }
 }

@@ -11,7 +11,7 @@ struct CodePoint {
     std::size_t length = 1;
 };
 
-/// The first one of a text that is not empty; a byte that is not UTF-8 is one by itself.
+/// The first character of a nonempty text. A byte that is not UTF-8 counts as a character.
 CodePoint firstOf(std::string_view text) {
     const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char lead = byte(0);
@@ -28,8 +28,8 @@ bool isIdeograph(char32_t c) {
            (c >= 0x20000 && c <= 0x3134f);
 }
 
-/// Whether the index sees a word in it: letters and digits, but no punctuation, symbols and emoji.
-/// (A phrase without a word would be found nowhere, nor what stands beside it.)
+/// Whether the index finds a word in it: letters and digits, but not punctuation, symbols and
+/// emoji. (A phrase without a word would match nothing and make the whole search fail.)
 bool hasWord(std::string_view text) {
     while (!text.empty()) {
         const auto [c, length] = firstOf(text);
@@ -58,7 +58,7 @@ bool isSpace(char c) { return c == ' ' || (c >= '\t' && c <= '\r') || c == '\0';
 }  // namespace
 
 std::string separateIdeographs(std::string_view text) {
-    // Of most texts nothing changes: the first ideograph is U+3040.
+    // Most texts do not change: the first such character is U+3040.
     const auto isOrdinary = [](char c) {
         return c != '\0' && static_cast<unsigned char>(c) < 0xe3;
     };
@@ -70,7 +70,7 @@ std::string separateIdeographs(std::string_view text) {
         const bool stands = isIdeograph(first.value);
         if (stands) answer += ' ';
         if (text.front() == '\0') {
-            answer += ' ';  // the index would take it for the text's end
+            answer += ' ';  // the index would treat it as the end of the text
         } else {
             answer += text.substr(0, first.length);
         }

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::chrono::seconds kPatienceAtExit(3);
 
-/// All workers that run, for the exit hook.
+/// All running workers, for the exit hook.
 struct Running {
     const pid_t process = ::getpid();
     Mutex mutex;
@@ -29,7 +29,7 @@ void exitHook();
 Running& running() {
     static auto* const instance = [] {
         std::atexit(exitHook);
-        return new Running;  // never destroyed: threads that outstay the hook still use it
+        return new Running;  // never destroyed: threads that run longer than the hook still use it
     }();
     return *instance;
 }

@@ -10,28 +10,28 @@
 
 namespace vexim::store {
 
-/// What a store's thread does, one after the other.
+/// The jobs of a store's thread, one after the other.
 class Job {
 public:
     virtual ~Job() = default;
 };
 
-/// A queue of jobs with a thread of its own. The thread ends by itself after `finish`, and holds
-/// what it works on until then. At the process's exit all are finished, and awaited for three
-/// seconds at most: what was asked for is done, but a process that cannot exit is worse.
+/// A queue of jobs with its own thread. The thread ends by itself after `finish`, and keeps its
+/// data until then. At the process's exit all workers are finished, which may take three seconds at
+/// most: pending jobs are done, but the process must be able to exit.
 class Worker {
 public:
     using Jobs = std::vector<std::unique_ptr<Job>>;
-    /// Runs on the thread with all that is queued; after the last call it is let go of, there.
+    /// Runs on the thread with all queued jobs. After the last call it is released there.
     using Work = std::function<void(Jobs jobs)>;
 
-    /// Throws std::system_error when the system has no thread to give.
+    /// Throws std::system_error if the system has no more threads.
     static std::shared_ptr<Worker> start(Work work);
 
-    /// False, with the job untouched, after `finish`, and in a forked child, which has no such
-    /// thread.
+    /// Returns false, and leaves the job unchanged, after `finish`, and in a forked child, which
+    /// has no such thread.
     bool add(std::unique_ptr<Job>& job);
-    /// No job after this one, which may be nullptr. False, with it untouched, as above.
+    /// Adds the last job, which may be nullptr. Returns false as above.
     bool finish(std::unique_ptr<Job>& last);
 
 private:

@@ -11,7 +11,7 @@ namespace vexim::testing::fake {
 
 namespace {
 
-/// What stands between `before` and `after` in `text`; nullopt when they do not.
+/// The text between `before` and `after`; nullopt if they are missing.
 std::optional<std::string_view> between(std::string_view text, std::string_view before,
                                         std::string_view after) {
     const auto start = text.find(before);
@@ -43,8 +43,7 @@ std::optional<std::size_t> number(std::string_view text) {
     return value;
 }
 
-/// The bounds that "bytes=FIRST-LAST", "bytes=FIRST-" or "bytes=-COUNT" asks for; nullopt when
-/// there is nothing there.
+/// The range of "bytes=FIRST-LAST", "bytes=FIRST-" or "bytes=-COUNT"; nullopt if it is empty.
 std::optional<std::pair<std::size_t, std::size_t>> rangeIn(std::string_view header,
                                                            std::size_t size) {
     const auto dash = header.find('-');

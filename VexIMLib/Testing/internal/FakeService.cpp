@@ -22,7 +22,7 @@ Dictionary textMessage(std::string_view text) {
 
 }  // namespace
 
-/// The service's thread and what lives on it.
+/// The service's thread and its data.
 class FakeService::Impl : public std::enable_shared_from_this<FakeService::Impl> {
 public:
     explicit Impl(Options given) : options(std::move(given)) {
@@ -37,7 +37,8 @@ public:
             detail::onClockTurned([weak = weak_from_this()](std::shared_ptr<void> looking) {
                 const auto self = weak.lock();
                 if (!self) return;
-                // Not `self`: what is posted after the end goes with the context.
+                // Do not capture `self`: functions posted after the end are destroyed with the
+                // context.
                 boost::asio::post(self->context,
                                   [&loop = self->context, looking = std::move(looking)] {
                                       lookAtClock(loop, looking);

@@ -132,7 +132,7 @@ std::string Live::identify(const Value& value) {
     return known->id;
 }
 
-/// A refused login leaves the connection open: the client decides what to do with it.
+/// After a refused login the connection stays open, and the client decides what to do.
 void Live::sessionJoined(LiveSession& session) {
     const Value auth = parseJSON(session.auth()).value;
     logins.add(auth.isDictionary() ? *auth.asDictionary() : Dictionary());
@@ -161,7 +161,7 @@ void Live::sessionLeft(LiveSession& session) {
 
 // Messages
 
-/// What cannot be delivered is dropped: the client asks for no answer.
+/// Messages that cannot be delivered are dropped, because the client expects no answer.
 void Live::sessionSaid(LiveSession& session, const std::string& event, const Value& item) {
     if (event != "say" || session.user.empty()) return;
     FakeService::Message message{session.user, item, {}};
@@ -206,14 +206,14 @@ void Live::say(const std::string& sender, const Value& payload) {
         from.set("gid", id);
     }
     Dictionary message = *payload.asDictionary();
-    message.remove("speaker");  // readers would take it for the sender
+    message.remove("speaker");  // readers would treat it as the sender
     if (!message.get("ts").isNumber()) message.set("ts", nowMillis());
     message.set("from", std::move(from));
     for (const auto& reader : readers) {
         if (reader != sender) send(reader, "message", {message});
     }
     send(sender, "yourself", {message});
-    // last: one that holds bytes was refused by now
+    // last: a payload with bytes was refused before
     if (!conversation.empty()) store_.remember(conversation, message);
 }
 

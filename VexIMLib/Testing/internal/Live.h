@@ -13,13 +13,13 @@
 
 namespace vexim::testing::fake {
 
-/// Throws unless `app` is the application and `signature` was made with its key; returns when it
-/// was made, in seconds:
+/// Throws unless `app` is the application and `signature` was made with its key. Returns the time
+/// of the signature, in seconds:
 ///   signature := md5(seconds key) ',' seconds
 double checkSignature(const FakeService::Options& options, const Value& app,
                       const Value& signature);
 
-/// Who is connected, who may log in, and where what they say goes.
+/// Who is connected, who may log in, and where messages go.
 ///   in:  the connect parameter "auth", the event "say"
 ///   out: "login", "message", "yourself", "sys", "online", "offline"
 class Live final : public LiveSession::Listener {
@@ -28,18 +28,18 @@ public:
     Live(const FakeService::Options& options, Store& store, std::function<void()> recorded);
 
     void add(LiveSession& session) { all_.insert(&session); }
-    /// Devices of this user; 0 is offline.
+    /// The number of the user's devices; 0 means offline.
     std::size_t sessions(std::string_view user) const;
     void setOnline(const std::string& user, bool online);
-    /// Returns how many connections there are; who has none misses it.
+    /// Returns how many connections there are; a user without one misses the event.
     std::size_t send(std::string_view user, std::string_view event, const Array& items);
     void sendToAll(std::string_view event, const Array& items);
-    /// Delivers a message; throws when `sender` may not write there.
+    /// Delivers a message; throws if `sender` may not write there.
     void say(const std::string& sender, const Value& payload);
 
     std::size_t drop(std::string_view user);
     std::size_t setSilent(bool silent, std::string_view user);
-    /// Cuts everything and forgets who was here, without telling anybody.
+    /// Closes all connections and resets presence, without notifying anybody.
     void reset();
 
     FakeService::Logins policy = FakeService::Logins::Checked;
@@ -52,12 +52,12 @@ private:
     void sessionLeft(LiveSession& session) override;
     void sessionEnded(LiveSession& session) override { all_.erase(&session); }
 
-    /// The id of the user or passenger whose credentials these are. A signature's age is not looked
-    /// at: a reconnect reuses it.
+    /// The id of the user or passenger with these credentials. The age of the signature is not
+    /// checked, because a reconnect reuses it.
     std::string identify(const Value& auth);
-    /// Calls `change`, and tells the user's friends when that has made a difference.
+    /// Calls `change`, and notifies the user's friends if the user is online or offline by that.
     void watchPresence(const std::string& user, const std::function<void()>& change);
-    /// The connections of `user`, or with an empty one all.
+    /// The connections of `user`; all of them if it is empty.
     std::vector<LiveSession*> links(std::string_view user) const;
 
     const FakeService::Options& options_;

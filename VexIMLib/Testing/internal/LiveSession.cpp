@@ -42,7 +42,7 @@ void LiveSession::received(std::string_view text) {
         case '1': return link_.cut();
         case '2': return send("3" + std::string(rest));
         case '4': return handle(decoder_.text(rest));
-        default: return;  // pongs, and what servers take no notice of
+        default: return;  // pongs, and packets that servers ignore
     }
 }
 

@@ -11,12 +11,12 @@
 
 namespace vexim::testing::fake {
 
-/// The way to a peer: messages go out whole and in order.
+/// Sends to the client: messages are sent whole and in order.
 class LiveLink {
 public:
     virtual ~LiveLink() = default;
     virtual void send(std::string text) = 0;
-    /// Cuts it without a farewell; `LiveSession::ended` follows.
+    /// Closes it without a close frame; `LiveSession::ended` follows.
     virtual void cut() = 0;
 };
 
@@ -50,7 +50,7 @@ public:
     void start();
     void received(std::string_view text);
     void receivedBytes(std::string_view bytes);
-    /// The service's turn in the heartbeat; it has one in lines 3 and 4.
+    /// The service's part of the heartbeat; only lines 3 and 4 have one.
     bool pings() const noexcept { return line_ > 2; }
     void beat() { send("2"); }
     void ended();
@@ -60,7 +60,7 @@ public:
     void cut() { link_.cut(); }
 
     const std::string& auth() const noexcept { return auth_; }
-    /// Whose it is; empty before the login.
+    /// The user's id; empty before the login.
     std::string user;
 
 private:

@@ -14,14 +14,14 @@ public:
     explicit Hand(double wallTime) : start_(wallTime) {}
     TimePoint now() const override {
         const MutexLock lock(mutex_);
-        // not zero, which some code may take for "never"
+        // not zero, which some code may read as "never"
         return TimePoint(elapsed_ + std::chrono::hours(1));
     }
     double wallTime() const override {
         const MutexLock lock(mutex_);
         return start_ + std::chrono::duration<double>(elapsed_).count();
     }
-    /// The result is there when everything that waits by the clock has looked at it.
+    /// Ready when everything that waits by the clock has checked it.
     std::future<void> turn(std::chrono::nanoseconds by) {
         {
             const MutexLock lock(mutex_);
@@ -40,15 +40,14 @@ private:
 
 namespace {
 
-// More than any test means to run: a function that queues itself again at once would go on for
-// ever.
+// More than any test needs. A function that always queues itself again would never end.
 constexpr std::size_t kMostFunctions = 1'000'000;
-// The turned time of one of `runUntil`'s steps, and the real time in it for threads that do not
-// wait by the clock.
+// How far one step of `runUntil` advances, and the real time in it for threads that do not wait by
+// the clock.
 constexpr std::chrono::milliseconds kStep{250};
 constexpr std::chrono::microseconds kPause{200};
-// For the network's thread to look at the clock; there is none to wait for when the process is
-// about to exit.
+// How long to wait for the network thread to check the clock. While the process exits, there is no
+// thread to wait for.
 constexpr std::chrono::seconds kPatience{5};
 
 std::size_t drainAll() {
@@ -73,7 +72,7 @@ ManualClock::~ManualClock() {
 
 void ManualClock::advance(std::chrono::nanoseconds by) {
     hand_->turn(by);
-    MainQueue::shared().async([] {});  // who runs it looks again, too
+    MainQueue::shared().async([] {});  // whoever runs it checks again, too
 }
 
 std::size_t ManualClock::advanceAndDrain(std::chrono::nanoseconds by) {
@@ -93,8 +92,8 @@ bool ManualClock::runUntil(const std::function<bool()>& predicate, std::chrono::
     const auto end = hand_->now() + most;
     while (!queue.runUntil(predicate, kPause)) {
         if (hand_->now() >= end) return false;
-        // Not before everybody has looked: however slow the machine is, what answers at once
-        // answers in time.
+        // Wait until all have checked the clock. So even on a slow machine, an immediate answer is
+        // in time.
         hand_->turn(std::min<std::chrono::nanoseconds>(kStep, end - hand_->now()))
             .wait_for(kPatience);
     }

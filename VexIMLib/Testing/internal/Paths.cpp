@@ -8,7 +8,7 @@ namespace vexim::testing::fake {
 
 namespace {
 
-/// Takes what stands before `separator` off the front of `text`, and the separator with it.
+/// Removes the part before `separator` from `text`, with the separator, and returns it.
 std::string_view take(std::string_view& text, char separator) {
     const auto end = std::min(text.find(separator), text.size());
     const auto part = text.substr(0, end);

@@ -10,7 +10,7 @@ namespace vexim::testing::fake {
 
 using Parameters = std::vector<std::string>;
 
-/// The parts of `path` where `pattern` has ":name", percent-decoded; nullopt when it does not fit.
+/// The parts of `path` where `pattern` has ":name", percent-decoded; nullopt if it does not match.
 std::optional<Parameters> match(std::string_view pattern, std::string_view path);
 
 /// The fields of a query, decoded, in order.
@@ -19,7 +19,7 @@ public:
     explicit Query(std::string_view text);
 
     bool has(std::string_view name) const;
-    /// The first one of this name; empty when there is none.
+    /// The first field of this name; empty if there is none.
     std::string get(std::string_view name) const;
     auto begin() const { return fields_.begin(); }
     auto end() const { return fields_.end(); }

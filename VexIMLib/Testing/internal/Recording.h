@@ -7,7 +7,7 @@
 
 namespace vexim::testing::fake {
 
-/// What came, the newest entries only, so that a test may run for hours.
+/// The newest records only, so that a test may run for hours.
 template <class T>
 class Recording {
 public:

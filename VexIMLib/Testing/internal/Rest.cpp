@@ -1,4 +1,4 @@
-// The way of a request, and the JSON forms of records; RestPaths.cpp has the paths.
+// Handling a request, and the JSON forms of records. RestPaths.cpp has the paths.
 #include "VexIMLib/Testing/internal/Rest.h"
 
 #include <cmath>
@@ -16,7 +16,7 @@ namespace {
 constexpr double kMaxSignatureAge = 600;  // seconds, either way
 constexpr std::size_t kPage = 20;
 
-/// The JSON object or array in a body; nil when there is no body. Throws when it is something else.
+/// The JSON object or array in a body; nil if there is no body. Throws if it is something else.
 Value bodyOf(const FakeService::Request& request) {
     if (request.body.empty()) return nullptr;
     const auto type = request.headers.get("content-type").asStringView().value_or("");

@@ -12,7 +12,7 @@
 
 namespace vexim::testing::fake {
 
-/// What the handler of a path gets.
+/// The argument of a path's handler.
 struct Call {
     const FakeService::Request& request;
     const Parameters& parameters;
@@ -22,18 +22,18 @@ struct Call {
     const std::string& id() const { return parameters[0]; }
 };
 
-/// The REST interface: a table of methods and paths, and what each answers.
+/// The REST interface: a table of methods and paths with their handlers.
 class Rest {
 public:
     Rest(const FakeService::Options& options, Store& store, Live& live);
 
-    /// Checks the signature, finds the path, and answers; every failure leaves as {"errorCode",
-    /// "errorMessage"}.
+    /// Checks the signature, finds the path, and answers. Every failure is answered with
+    /// {"errorCode", "errorMessage"}.
     FakeService::Answer answer(const FakeService::Request& request);
     void forgetFiles() { attachments_ = {}; }
 
 private:
-    /// nil as an answer is {"success": true}.
+    /// nil means {"success": true}.
     using Handler = std::function<Value(const Call&)>;
     void on(std::string method, std::string pattern, Handler handler);
 

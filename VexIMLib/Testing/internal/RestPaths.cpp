@@ -132,8 +132,8 @@ void Rest::addFriends() {
     });
 }
 
-/// A group's name is one of its attributes; what the service itself sets is left out; all else is
-/// kept as it comes.
+/// A group's name is one of its attributes. Fields that the service sets itself are left out; all
+/// others are kept unchanged.
 void Rest::addGroups() {
     const auto take = [](Place& group, Dictionary body) {
         const Value name = body.get("name");
@@ -195,7 +195,7 @@ void Rest::addGroups() {
                   [this](const std::string& id) -> Record& { return store_.groups.get(id); });
 }
 
-/// A room has no owner, its name is no attribute, and it is deleted under /groups.
+/// A room has no owner, its name is not an attribute, and it is deleted under /groups.
 void Rest::addRooms() {
     on("GET", "/rooms", [this](const Call& call) -> Value {
         return search(store_.rooms, call.query, [&](const Place& each) { return room(each); });

@@ -7,7 +7,7 @@
 namespace vexim::testing::fake {
 
 namespace {
-constexpr std::size_t kPage = 20;           // results, when the query does not say
+constexpr std::size_t kPage = 20;           // results, if the query does not say
 constexpr std::size_t kLongestPage = 1000;  // results, whatever the query says
 }  // namespace
 

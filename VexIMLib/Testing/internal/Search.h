@@ -12,22 +12,22 @@
 #include "VexIMLib/Testing/internal/Paths.h"
 #include "VexIMLib/Testing/internal/Store.h"
 
-// ?name=value&_sort=name,-other&_limit&_skip: a search of users, groups or rooms
-// Each condition wants an attribute (or "id", "ts", "name", "owner") to print as the given text.
+// ?name=value&_sort=name,-other&_limit&_skip: a search of users, groups or rooms Each condition
+// requires that an attribute (or "id", "ts", "name", "owner") prints as the given text.
 
 namespace vexim::testing::fake {
 
-/// The whole number in a query's field; nullopt when it is missing or empty. Throws when it is no
+/// The whole number in a query's field; nullopt if it is missing or empty. Throws if it is not a
 /// number.
 std::optional<std::uint64_t> count(const Query& query, std::string_view name);
 
-/// The value that conditions and orders look at: an attribute, else a field of the record.
+/// The value for conditions and sorting: an attribute, or else a field of the record.
 Value field(const Record& record, std::string_view name);
 Value field(const Place& place, std::string_view name);
 
 bool printsAs(const Value& value, const std::string& text);
-/// Below zero when `a` comes first: numbers before texts before anything else, which has no order;
-/// only the order within a kind turns with `direction`.
+/// Below zero if `a` comes first. Numbers come before texts, and texts before anything else, which
+/// has no order. `direction` reverses only the order within a kind.
 int compare(const Value& a, const Value& b, int direction);
 
 /// What a search asks for.
@@ -40,7 +40,7 @@ struct Search {
     std::size_t skip;
 };
 
-/// The records that meet the query, sorted and paged, in the form that `view` gives them.
+/// The records that match the query, sorted and paged, in the form of `view`.
 template <class T, class View>
 Array search(Table<T>& records, const Query& query, View view) {
     const Search wanted(query);

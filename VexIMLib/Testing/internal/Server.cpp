@@ -30,15 +30,15 @@ namespace {
 
 using HttpRequest = http::request<http::string_body>;
 
-/// A connection of either kind, held by what it waits for.
+/// A connection of either kind. Its pending operations keep it alive.
 class Channel : public std::enable_shared_from_this<Channel> {
 public:
     virtual ~Channel() = default;
-    /// Closes it without a farewell and waits for nothing any more.
+    /// Closes it at once and cancels all waits.
     virtual void close() = 0;
 };
 
-/// The connections there are.
+/// The open connections.
 struct Channels {
     std::set<Channel*> all;
 };
@@ -76,7 +76,7 @@ std::pair<std::string, std::size_t> wireForm(const FakeService::Answer& answer, 
     return {text + body, text.size()};
 }
 
-// How the answer to a handshake begins, for one that is cut short.
+// The beginning of an answer to a handshake, for one that is cut short.
 constexpr const char* kHandshake = "HTTP/1.1 101 Switching Protocols\r\n";
 
 class WebSocketChannel final : public Channel, private LiveLink {
@@ -153,7 +153,7 @@ private:
         stream_.async_write(asio::buffer(unsent_.front()),
                             [self = self()](error_code error, std::size_t) {
                                 if (error || self->isClosed_)
-                                    return;  // the reader hears of it, too
+                                    return;  // the reader is notified, too
                                 self->unsent_.pop_front();
                                 if (!self->unsent_.empty()) self->write();
                             });
@@ -219,7 +219,7 @@ private:
     void carryOut(const Reply& reply) {
         const bool isCutShort = reply.fault == FakeService::Fault::CutShort;
         if (reply.fault == FakeService::Fault::Close) return close();
-        // it hears when the client leaves
+        // it notices when the client disconnects
         if (reply.fault == FakeService::Fault::Silence) return read();
         if (!reply.answer && !isCutShort) {
             return std::make_shared<WebSocketChannel>(std::move(socket_), parser_->release(),
@@ -254,7 +254,7 @@ struct Server::Impl : std::enable_shared_from_this<Server::Impl> {
 
     void accept() {
         acceptor.async_accept([self = shared_from_this()](error_code error, tcp::socket socket) {
-            // it may have come in the moment of a `close`
+            // it may have arrived during a `close`
             if (error || !self->acceptor.is_open()) return;
             error_code ignored;
             socket.set_option(tcp::no_delay(true), ignored);
@@ -273,7 +273,7 @@ Server::Server(asio::io_context& context, Service& service)
 Server::~Server() = default;
 
 std::uint16_t Server::listen(std::uint16_t port) {
-    // Whole or not at all: a port that is taken leaves it closed.
+    // All or nothing: if the port is in use, it stays closed.
     impl_->acceptor =
         tcp::acceptor(impl_->acceptor.get_executor(),
                       tcp::endpoint(asio::ip::address_v4::loopback(), port), true /* reuse it */);

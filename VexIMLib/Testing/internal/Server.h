@@ -16,13 +16,13 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    /// Listens on `port`, 0 for a free one, and returns it. Throws boost::system::system_error when
-    /// it is taken.
+    /// Listens on `port` (0: a free one) and returns it. Throws boost::system::system_error if it
+    /// is in use.
     std::uint16_t listen(std::uint16_t port);
     bool isListening() const;
-    /// Cuts all connections: nothing of them is left to run but the ends of what they waited for.
+    /// Closes all connections. Only their cancelled operations still run.
     void cut();
-    /// Stops listening, and cuts.
+    /// Stops listening and closes all connections.
     void close();
 
 private:

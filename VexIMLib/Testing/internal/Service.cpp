@@ -45,7 +45,7 @@ Reply Service::reply(const FakeService::Request& request, bool isHandshake) {
             reply.answer = {
                 400, Dictionary{{"code", 5}, {"message", "Unsupported protocol version"}}, {}};
         }
-        // here, where somebody hears that it cannot be sent
+        // here, where the caller gets the error if it cannot be sent
         if (reply.answer) bodyText(*reply.answer);
     } catch (const std::exception& exception) {
         reply.answer = {

@@ -14,7 +14,7 @@
 
 namespace vexim::testing::fake {
 
-/// What a test wants to happen to requests.
+/// A test's script for requests.
 struct Plan {
     std::string method;   // empty: any
     std::string pattern;  // empty: any
@@ -24,17 +24,17 @@ struct Plan {
     std::function<FakeService::Answer(const FakeService::Request&)> make = nullptr;
 };
 
-/// What becomes of one request.
+/// How one request is handled.
 struct Reply {
     std::chrono::nanoseconds delay{0};
     std::optional<FakeService::Fault> fault;
     std::optional<FakeService::Answer> answer;  // none: a live connection's handshake goes on
 };
 
-/// The body as it goes out; throws when it cannot be JSON.
+/// The body to send; throws if it cannot be JSON.
 std::string bodyText(const FakeService::Answer& answer);
 
-/// The service without its sockets; everything in it lives on one thread.
+/// The service without its sockets. Everything in it is used on one thread.
 class Service {
 public:
     /// `recorded` is called after each request, login and message that came.

@@ -8,8 +8,7 @@
 
 namespace vexim::detail {
 
-/// How the message is served on one concrete class. Never changed once it is published, never
-/// destroyed.
+/// How one concrete class handles the message. Never changed once published, and never destroyed.
 struct DynamicAccessor::Route {
     const Class& cls;
     Selector selector;
@@ -40,8 +39,7 @@ void DynamicAccessor::set(VXIMRuntimeObject& object, const void* value) const {
         return;
     }
     Invocation invocation(*route.signature, object, route.selector);
-    // The setter's form of a read-only property is served as a getter, which has no place for the
-    // argument.
+    // The setter of a read-only property is handled as a getter, which takes no argument.
     if (route.signature->numberOfArguments() > 2) invocation.setArgument(value, 2);
     invocation.invoke();
 }
@@ -56,7 +54,7 @@ const DynamicAccessor::Route& DynamicAccessor::routeFor(VXIMRuntimeObject& objec
 
 const DynamicAccessor::Route& DynamicAccessor::addRoute(VXIMRuntimeObject& object,
                                                         const Class& cls) const {
-    // The message's name is settled where the property is declared, as a compiler would settle it.
+    // The declaration of the property decides the message's name, as a compiler would.
     const Property* property = declaringClass_().property(property_);
     const auto customName =
         property ? property->attributeValue(kind_ == Kind::Getter ? "G" : "S") : std::nullopt;
@@ -82,7 +80,7 @@ const DynamicAccessor::Route& DynamicAccessor::addRoute(VXIMRuntimeObject& objec
                    ->propertyInfoForSelector(selector);
     }
 
-    // one writer at a time, over all handles: it is taken once for each handle and class
+    // one writer at a time for all handles; locked only once for each handle and class
     static constinit Mutex mutex;
     MutexLock lock(mutex);
     const Route* first = routes_.load(std::memory_order_relaxed);

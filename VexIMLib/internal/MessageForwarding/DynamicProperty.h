@@ -13,13 +13,14 @@
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMRuntimeObject.h"
 
-// Typed access to dynamic properties. An accessor is a message that is forwarded to the store; a
-// handle remembers, for each concrete class, what the forwarding found out, so that locks and
-// look-ups by name are paid once. Handles are static constants, usable from any thread:
+// Typed access to dynamic properties. An accessor is a message that is forwarded to the store. A
+// handle remembers the result of forwarding for each concrete class, so locks and look-ups by name
+// are paid only once. Handles are static constants, usable from any thread:
 //
-//     constinit const vexim::DynamicProperty<std::optional<std::string>>
-//     kUid{&VXIMUser::staticClass, "uid"}; kUid.set(*user, "u1");  // also where the C++ class
-//     offers applications no setter kUid.get(*user);        // "u1"
+//     constinit const vexim::DynamicProperty<std::optional<std::string>> kUid{
+//         &VXIMUser::staticClass, "uid"};
+//     kUid.set(*user, "u1");  // even if the C++ class has no public setter
+//     kUid.get(*user);        // "u1"
 
 namespace vexim {
 
@@ -77,8 +78,8 @@ constexpr std::string_view encodingOf() noexcept {
     }
 }
 
-// Objects as C++ wants them. What the store holds is not converted: a number where a string is
-// expected reads as absent.
+// Objects in their C++ form. Stored values are not converted: a number where a string is expected
+// reads as missing.
 inline Value fromObject(Value value, std::type_identity<Value>) { return value; }
 inline std::optional<std::string> fromObject(const Value& value,
                                              std::type_identity<std::optional<std::string>>) {
@@ -107,8 +108,8 @@ Value toObject(std::optional<T> value) {
 /// std::uint64_t (`Q`), float (`f`), double (`d`), or for an object type Value,
 /// std::optional<std::string>, std::optional<Array>, std::optional<Dictionary>.
 ///
-/// Both accessors raise NSInvalidArgumentException when the object's class does not serve the
-/// property, NSInternalInconsistencyException when it is declared with another type than T's, and
+/// Both accessors raise NSInvalidArgumentException if the object's class does not have the
+/// property, NSInternalInconsistencyException if it is declared with another type than T's, and
 /// whatever the forwarding raises.
 template <class T>
 class DynamicProperty {
@@ -119,8 +120,8 @@ public:
           setter_(detail::DynamicAccessor::Kind::Setter, declaringClass, name,
                   detail::encodingOf<T>(), kSize) {}
 
-    /// A getter is a message like any other; the object is const to callers because ordinary
-    /// getters only read.
+    /// A getter is an ordinary message. The object is const for callers because normal getters only
+    /// read.
     T get(const VXIMRuntimeObject& object) const {
         auto& target = const_cast<VXIMRuntimeObject&>(object);
         if constexpr (std::is_arithmetic_v<T>) {

@@ -37,7 +37,7 @@ std::shared_ptr<const MethodSignature> VXIMClassInfo::forwardMethodSignatureForS
         return known->second;
     const auto info = propertyInfoForSelector(selector);
     if (!info) return nullptr;
-    std::string type = info->typeEncoding().value_or("(null)");  // as a missing text prints
+    std::string type = info->typeEncoding().value_or("(null)");  // as nil is printed
     // signatures know objects, not their classes
     if (type.starts_with('@')) type = "@";
     const bool isSetter = info->setterSelector() == selector;

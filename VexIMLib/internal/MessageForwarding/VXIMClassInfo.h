@@ -9,7 +9,8 @@
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/internal/MessageForwarding/VXIMPropertyInfo.h"
 
-/// What forwarding has found out about one concrete class. It only grows. Usable from any thread.
+/// A cache of what forwarding knows about one concrete class. It only grows. Usable from any
+/// thread.
 class VXIMClassInfo final : public vexim::Object {
 public:
     template <class T>
@@ -21,12 +22,12 @@ public:
 
     const vexim::Class& representClass() const noexcept { return *representClass_; }
 
-    /// The record of the property that the selector belongs to, nullptr when there is none. A
-    /// failure is not remembered. An accessor's custom name is known only after the property was
-    /// reached by its plain name or its "setXxx:" form.
+    /// The record of the selector's property; nullptr if there is none. Failures are not cached. A
+    /// custom accessor name is known only after the property was found by its plain name or its
+    /// "setXxx:" form.
     std::shared_ptr<VXIMPropertyInfo> propertyInfoForSelector(vexim::Selector selector);
-    /// "v@:q" for the setter of a `q` property, "q@:" for everything else that leads to it; nullptr
-    /// without a property.
+    /// "v@:q" for the setter of a `q` property, "q@:" for all its other selectors; nullptr if there
+    /// is no property.
     std::shared_ptr<const vexim::MethodSignature> forwardMethodSignatureForSelector(
         vexim::Selector selector);
 
@@ -38,8 +39,8 @@ public:
 private:
     const vexim::Class* representClass_ = nullptr;
 
-    // Recursive: finding a signature asks for the record, and a log sink that hears of a record may
-    // use a property itself.
+    // Recursive: finding a signature looks up the record, and a log sink that is called meanwhile
+    // may itself use a property.
     mutable std::recursive_mutex dataAccessLock_;  // guards the three caches
     Map<std::shared_ptr<const vexim::MethodSignature>> methodSignatures_;
     Map<std::string> propertyNamesKeyedBySeletor_;

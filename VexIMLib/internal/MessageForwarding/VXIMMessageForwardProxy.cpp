@@ -29,8 +29,7 @@ Registry& registry() {
     return shared;
 }
 
-/// The two refusals read differently (an exclamation mark, a colon), and their users tell them
-/// apart by it.
+/// The two texts differ (an exclamation mark, a colon), and callers distinguish them by that.
 [[noreturn]] void refuseType(std::string_view encoding) {
     throw Exception(vexim::kInternalInconsistencyException,
                     "Unsupported type encoding " + std::string(encoding) + "!");
@@ -48,7 +47,7 @@ std::int64_t loadInt64(const void* bytes) noexcept {
     return number;
 }
 
-/// Values are immutable copies by nature; only an object needs to be asked for one.
+/// Values are immutable anyway; only an object must be copied.
 Value copied(const Value& value) {
     const auto object = value.asObject();
     return object ? Value(object->copy()) : value;
@@ -150,8 +149,8 @@ void VXIMMessageForwardProxy::storeArgument(const VXIMPropertyInfo& info, VXIMRu
         return target.setValueForPropertyName(std::move(value), info.name());
     }
     if (info.ivar()) return target.instanceStorage().setBytes(*info.ivar(), argument, type.size);
-    // Made where it is handed over: to move what has just been written byte by byte would wait for
-    // those writes.
+    // Constructed in place: moving it right after writing it byte by byte would wait for these
+    // writes.
     if (type.encoding == kInt64)
         return target.setValueForPropertyName(loadInt64(argument), info.name());
     Value number = vexim::boxScalar(type.encoding, argument);
@@ -165,7 +164,7 @@ void VXIMMessageForwardProxy::loadResult(const VXIMPropertyInfo& info, VXIMRunti
         Value& value = *static_cast<Value*>(result);
         value = info.ivar() ? target.instanceStorage().object(*info.ivar())
                             : target.valueForPropertyName(info.name());
-        // an instance variable gives back what was put in
+        // an instance variable returns what was stored
         if (!info.ivar() && value.isNull()) value = Value();
         return;
     }

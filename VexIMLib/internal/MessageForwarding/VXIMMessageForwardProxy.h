@@ -14,18 +14,17 @@
 
 class VXIMRuntimeObject;
 
-/// Carries out the accessors of dynamic properties: a setter's argument is boxed and put into the
-/// object's store, a getter's result is taken out of it and unboxed. One proxy serves a root class
-/// and everything derived from it, for the life of the process. Usable from any thread; the store
-/// itself is the object's user's to guard, save that the accesses of one atomic property exclude
-/// each other.
+/// Executes the accessors of dynamic properties. A setter boxes its argument and puts it into the
+/// object's store; a getter takes a value out and unboxes it. One proxy serves a root class and all
+/// classes derived from it, until the process ends. Usable from any thread, but the caller must
+/// protect the object's store. Only the accesses of one atomic property exclude each other.
 class VXIMMessageForwardProxy final : public vexim::Object {
 public:
     using Object::Object;
-    /// Registers the proxy under its root class's name in place of an earlier one; nullptr is
+    /// Registers the proxy under its root class's name, replacing an earlier one. nullptr is
     /// ignored.
     static void addProxy(const std::shared_ptr<VXIMMessageForwardProxy>& proxy);
-    /// The registered proxy; made and registered when there is none.
+    /// The registered proxy; makes and registers one if there is none.
     static std::shared_ptr<VXIMMessageForwardProxy> proxyForRootClass(
         const vexim::Class& rootClass);
 
@@ -41,30 +40,30 @@ public:
     std::shared_ptr<const vexim::MethodSignature> methodSignatureForSelector(
         vexim::Selector selector, const vexim::Class& cls);
 
-    /// Serves the invocation when its target and selector lead to a dynamic property, and invokes
-    /// it as it is otherwise.
+    /// Handles the invocation if its target and selector belong to a dynamic property; otherwise
+    /// invokes it normally.
     void proxyForwardInvocation(vexim::Invocation& invocation);
 
-    // The steps of the above once the property is known; the target must be a VXIMRuntimeObject.
-    /// Raises NSInvalidArgumentException unless there is one argument, and what `storeArgument`
-    /// raises.
+    // The second step of the above, with a known property. The target must be a VXIMRuntimeObject.
+    // Raises NSInvalidArgumentException unless there is one argument, and what `storeArgument`
+    // raises.
     static void forwardSetterWithPropertyInfo(const VXIMPropertyInfo& info,
                                               vexim::Invocation& invocation);
     /// Raises NSInvalidArgumentException when there is an argument, and what `loadResult` raises.
     static void forwardGetterWithPropertyInfo(const VXIMPropertyInfo& info,
                                               vexim::Invocation& invocation);
 
-    // The same without an invocation, for callers that know the type.
-    /// A value's type encoding and its size in bytes.
+    // The same without an invocation, for callers that know the type: a type encoding and the
+    // value's size in bytes.
     struct Type {
         std::string_view encoding;
         std::size_t size;
     };
-    /// Runs `access` under the lock of the property when that is atomic. An exception leaves the
-    /// lock held.
+    /// Runs `access` under the property's lock, if it is atomic. After an exception the lock stays
+    /// locked.
     template <class Access>
     static void accessProperty(const VXIMPropertyInfo& info, Access access) {
-        // By hand and not by a guard: users of the lock have always found it held after an
+        // Locked by hand and not with a guard: callers rely on the lock being held after an
         // exception.
         VXIMNamedLock* lock = info.isAtomic() ? &info.valueAccesslock() : nullptr;
         if (lock) lock->lock();
@@ -72,12 +71,12 @@ public:
         if (lock) lock->unlock();
     }
     /// Boxes the value at `argument` and puts it into the store. Raises
-    /// NSInternalInconsistencyException for a type without a boxed form, NSUnknownKeyException when
-    /// the store has something else than a dictionary on the way.
+    /// NSInternalInconsistencyException for a type that cannot be boxed, NSUnknownKeyException if
+    /// the key path leads through something other than a dictionary.
     static void storeArgument(const VXIMPropertyInfo& info, VXIMRuntimeObject& target, Type type,
                               const void* argument);
-    /// Takes the value out of the store and unboxes it to `result`; nil and null read as 0. Raises
-    /// NSInternalInconsistencyException when the stored value does not fit the type.
+    /// Reads the value from the store and unboxes it to `result`; nil and null read as 0. Raises
+    /// NSInternalInconsistencyException if the stored value does not fit the type.
     static void loadResult(const VXIMPropertyInfo& info, VXIMRuntimeObject& target, Type type,
                            void* result);
 

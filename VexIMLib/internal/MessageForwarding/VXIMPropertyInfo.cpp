@@ -56,8 +56,8 @@ void VXIMPropertyInfo::readAttributes(const Property& property) {
     }
 }
 
-// The first hit wins: what the property itself names, what a superclass's property of that name is
-// backed by, and then the two customary names on the class itself.
+// The first one found counts: the variable that the property names, the one of a superclass's
+// property of that name, then the two usual names in the class itself.
 void VXIMPropertyInfo::findInstanceVariable() {
     if (takeInstanceVariable(*cls_, ivarName_)) return;
     for (const Class* owner = cls_->superclass(); owner; owner = owner->superclass()) {

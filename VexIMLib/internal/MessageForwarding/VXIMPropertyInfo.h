@@ -11,7 +11,7 @@
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 
-/// A lock with a name for whoever inspects a program that stands still. It is not recursive.
+/// A lock with a name, to help when debugging a deadlock. It is not recursive.
 class VXIMNamedLock {
 public:
     explicit VXIMNamedLock(std::string name) : name_(std::move(name)) {}
@@ -25,38 +25,37 @@ private:
     std::mutex mutex_;
 };
 
-/// What is known of one dynamic property of one concrete class. Constant once made; usable from any
-/// thread.
+/// The record of one dynamic property of one concrete class. Immutable; usable from any thread.
 class VXIMPropertyInfo final : public vexim::Object {
 public:
     enum class AssociationPolicy : std::int64_t { Assign = 1, Weak = 2, Strong = 3, Copy = 4 };
 
     using Object::Object;
     ~VXIMPropertyInfo() override;
-    /// nullptr when the selector leads to no property, or to one that is not dynamic.
+    /// nullptr if the selector belongs to no property, or to one that is not dynamic.
     static std::shared_ptr<VXIMPropertyInfo> propertyInfoWithSelector(vexim::Selector selector,
                                                                       const vexim::Class& cls);
-    /// nullptr when the class has no such property, or not as a dynamic one; nullopt names none.
+    /// nullptr if the class has no such dynamic property, or for nullopt.
     static std::shared_ptr<VXIMPropertyInfo> initWithClass(const vexim::Class& cls,
                                                            const std::optional<std::string>& name);
     bool initialise(const vexim::Class& cls, const std::optional<std::string>& name);
 
-    /// The concrete class that was asked about, which may have inherited the property.
+    /// The concrete class, which may have inherited the property.
     const vexim::Class& cls() const noexcept { return *cls_; }
     const std::string& name() const noexcept { return name_; }
     /// nullopt when the property declares none.
     const std::optional<std::string>& typeEncoding() const noexcept { return typeEncoding_; }
-    /// Where values live instead of the store; nullptr for the store.
+    /// The instance variable that holds the value; nullptr means the store.
     const vexim::InstanceVariable* ivar() const noexcept { return ivar_; }
     bool isAtomic() const noexcept { return isAtomic_; }
-    /// Only Copy makes a difference: all the others are held strongly.
+    /// Only Copy makes a difference; in all other cases the value is held strongly.
     AssociationPolicy associationPolicy() const noexcept { return associationPolicy_; }
-    /// Null for a read-only property that names no setter.
+    /// Null for a read-only property without a custom setter.
     vexim::Selector setterSelector() const noexcept { return setterSelector_; }
     vexim::Selector getterSelector() const noexcept { return getterSelector_; }
 
-    /// Serialises the accesses of an atomic property, over all objects of the class. Made on the
-    /// first call.
+    /// Serialises accesses to an atomic property, for all objects of the class. Made on the first
+    /// call.
     VXIMNamedLock& valueAccesslock() const;
 
 private:

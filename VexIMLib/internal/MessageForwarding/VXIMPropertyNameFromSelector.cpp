@@ -10,8 +10,8 @@ std::optional<std::string> VXIMPropertyNameFromSelector(const vexim::Class& cls,
 
     std::string name = selector.text();
     if (name.starts_with("set")) {
-        // A getter such as "settings" is mangled here as well and leads nowhere: callers rely on
-        // the plain rule.
+        // A getter such as "settings" is also treated as a setter, and no property is found.
+        // Callers rely on this simple rule.
         name = name.size() > kSetterMore ? name.substr(kPrefix, name.size() - kSetterMore)
                                          : std::string(1, '\0');
         name.front() = static_cast<char>(name.front() + kCaseBit);

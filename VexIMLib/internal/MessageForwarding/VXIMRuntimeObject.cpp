@@ -30,8 +30,8 @@ struct SplitPath {
     }
 };
 
-/// Whether a key path has one component only. Eight bytes at once: most are short, and a call of
-/// memchr costs more.
+/// Whether a key path has only one component. Checks eight bytes at a time: most are short, and
+/// calling memchr costs more.
 bool isKey(std::string_view path) noexcept {
     constexpr std::uint64_t kOnes = 0x0101010101010101;
     if (path.size() < 8) {
@@ -51,7 +51,7 @@ bool isKey(std::string_view path) noexcept {
     for (; end - at > 8; at += 8) {
         if (hasDot(at)) return false;
     }
-    return !hasDot(end - 8);  // with some of those before
+    return !hasDot(end - 8);  // overlapping earlier ones
 }
 
 /// The platform's name for the class that would hold such a value.
@@ -85,8 +85,8 @@ const char* className(const Value& value) {
                                std::string(key) + ".");
 }
 
-/// Writes where every component but the last is a dictionary or missing. Each dictionary on the way
-/// is unshared, so that those who hold an earlier copy see nothing of it.
+/// Writes the value. All components but the last must be dictionaries or missing. Each dictionary
+/// on the way is unshared, so earlier copies do not change.
 void writePath(Dictionary& dictionary, const SplitPath& path, Value object) {
     if (!path.rest) return dictionary.setOrRemove(path.first, std::move(object));
     dictionary.update(path.first, [&path, &object](Value& nested) {
@@ -95,8 +95,7 @@ void writePath(Dictionary& dictionary, const SplitPath& path, Value object) {
     });
 }
 
-// The class's own operations as methods, for those who send messages by name. (Keys are texts:
-// anything else names none.)
+// The class's operations as methods, for messages sent by name. (Keys must be strings.)
 
 template <Value (VXIMRuntimeObject::*read)(std::string_view) const>
 vexim::Method reader(const char* selector) {
@@ -184,7 +183,7 @@ bool VXIMRuntimeObject::initialise(Dictionary dictionary) {
 }
 
 void VXIMRuntimeObject::addEntriesFromDictionary(const Dictionary& entries) {
-    // an observer, or the caller, may write the original meanwhile
+    // an observer or the caller may write the original meanwhile
     const Dictionary held = entries;
     for (const auto& [key, value] : held) setValueForKey(value, key);
 }
@@ -233,13 +232,13 @@ Value VXIMRuntimeObject::objectForKeyPath(std::string_view keyPath) const {
 void VXIMRuntimeObject::setObjectForKeyPath(Value object, std::string_view keyPath) {
     const SplitPath path(keyPath);
     if (!path.rest) return setObjectForKey(std::move(object), keyPath);
-    // First the way, so that a write that cannot reach its place changes nothing.
+    // Check the way first, so that a write that fails changes nothing.
     const Dictionary* dictionary = &dataStore_;
     for (SplitPath way = path; way.rest; way = SplitPath(*way.rest)) {
         const Value& next = dictionary->get(way.first);
         if (next.isNil()) {
-            if (object.isNil()) return;  // there is nothing to remove, and nothing is made for it
-            break;                       // from here on all is made
+            if (object.isNil()) return;  // nothing to remove, so make nothing
+            break;                       // all further ones are made
         }
         dictionary = next.asDictionary();
         if (!dictionary) raiseUnknownKey(next, keyPath.substr(keyPath.rfind('.') + 1));
@@ -281,8 +280,7 @@ vexim::InstanceStorage& VXIMRuntimeObject::instanceStorage() {
     auto* storage = instanceStorage_.load(std::memory_order_acquire);
     if (!storage) {
         auto fresh = std::make_unique<vexim::InstanceStorage>(runtimeClass());
-        // Another atomic property's accessor may be first on another thread; then its storage is
-        // the one.
+        // An accessor on another thread may have been first; then use its storage.
         if (instanceStorage_.compare_exchange_strong(storage, fresh.get(),
                                                      std::memory_order_acq_rel))
             storage = fresh.release();

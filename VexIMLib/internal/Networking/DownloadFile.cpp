@@ -48,9 +48,9 @@ std::shared_ptr<OutputStream> DownloadFile::newStream() {
 ErrorPtr DownloadFile::conclude(ErrorPtr error) {
     const auto stream = std::exchange(stream_, nullptr);
     if (error && error->is(kURLErrorDomain, URLErrorCancelled)) {
-        // Whoever cancelled it is told so, whatever else happened.
+        // A cancellation is reported as such, whatever else happened.
     } else if (stream && stream->streamError()) {
-        // also the last write of all, after which nobody has asked
+        // also covers the last write, whose error nobody has checked yet
         error = fileFailed(stream->streamError());
     } else if (!error) {
         if (ErrorPtr failure = FileManager::move(temporaryPath_, path_))

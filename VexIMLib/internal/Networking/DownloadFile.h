@@ -8,9 +8,9 @@
 
 namespace vexim::rest {
 
-/// A file that appears under its name only when it is whole. Until then it has a name of its own
-/// beside it, so that the renaming stays within one file system; going without `conclude` removes
-/// it.
+/// A file that appears under its name only when it is complete. Until then it has a temporary name
+/// in the same directory, so that it can be renamed. Destroying this object without `conclude`
+/// removes it.
 class DownloadFile {
 public:
     explicit DownloadFile(std::string path);
@@ -18,13 +18,13 @@ public:
     DownloadFile& operator=(const DownloadFile&) = delete;
     ~DownloadFile();
 
-    /// Why no file can be made there: the folder is missing or not writable, a directory stands
-    /// there, the disk is full. nullptr when one can; it leaves nothing behind.
+    /// Checks whether the file can be made. Returns nullptr, or the reason why not: the folder is
+    /// missing or not writable, the path is a directory, the disk is full. Leaves nothing behind.
     ErrorPtr check() const;
-    /// Begins anew: a stream to the empty temporary file, which appears when the stream is opened.
+    /// Starts again with an empty temporary file, which is made when the stream is opened.
     std::shared_ptr<OutputStream> newStream();
-    /// The end, once the stream was closed: gives the file its name after a success (nullptr), or
-    /// removes it. Answers `error`, or why the file could not be written.
+    /// Call it when the stream is closed. After a success (nullptr) it renames the file, otherwise
+    /// it removes it. Returns `error`, or why the file could not be written.
     ErrorPtr conclude(ErrorPtr error);
 
 private:

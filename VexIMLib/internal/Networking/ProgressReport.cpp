@@ -10,7 +10,7 @@
 namespace vexim::rest {
 
 std::int32_t percentage(std::int64_t done, std::int64_t expected) noexcept {
-    if (expected == 0) return 0;  // C++ leaves an infinity's conversion undefined
+    if (expected == 0) return 0;  // converting infinity is undefined in C++
     const auto percent = static_cast<double>(done) / static_cast<double>(expected) * 100.0;
     constexpr double least = std::numeric_limits<std::int32_t>::min();
     constexpr double most = std::numeric_limits<std::int32_t>::max();

@@ -34,8 +34,8 @@ std::shared_ptr<VXIMAFHTTPBodyPart> VXIMAFHTTPBodyPart::init() {
 }
 
 bool VXIMAFHTTPBodyPart::initialise() {
-    // Not by a transition: who begins an upload must not wait for the main thread, which may be
-    // waiting for him.
+    // Not through a transition: the thread that starts an upload must not wait for the main thread,
+    // which may be waiting for it.
     enter(Phase::EncapsulationBoundary);
     return true;
 }
@@ -73,7 +73,7 @@ std::uint64_t VXIMAFHTTPBodyPart::contentLength() const {
 }
 
 bool VXIMAFHTTPBodyPart::hasBytesAvailable() {
-    // The final boundary is still to come although the contents are closed by then.
+    // The final boundary still follows, although the contents are already closed.
     if (phase_ == Phase::FinalBoundary) return true;
     return inputStream()->streamStatus() < vexim::StreamStatus::AtEnd;
 }
@@ -100,7 +100,7 @@ std::int64_t VXIMAFHTTPBodyPart::readPhase(std::uint8_t* buffer, std::size_t max
         phaseReadOffset_ += count;
         return static_cast<std::int64_t>(count);
     }
-    // A read of no bytes at all could not be told from the end.
+    // A read of no bytes would look like the end.
     const std::int64_t count = maxLength > 0 ? inputStream()->read(buffer, maxLength) : 0;
     return inputStream()->streamStatus() == vexim::StreamStatus::Error ? -1 : count;
 }

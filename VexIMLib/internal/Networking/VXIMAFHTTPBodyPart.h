@@ -15,20 +15,19 @@
 
 namespace vexim {
 
-/// How boundaries and headers become bytes; the library's text is UTF-8 throughout, and so is the
-/// only encoding.
+/// The encoding of boundaries and headers. All text in the library is UTF-8, so there is only one.
 enum class StringEncoding : std::uint64_t { UTF8 = 4 };
 
 }  // namespace vexim
 
-/// One part of a multipart body: a small machine that reads its boundary, its headers, its contents
-/// and, for the last part, the final boundary, one after the other and in pieces of any size.
+/// One part of a multipart body. It is a small state machine that reads its boundary, its headers,
+/// its contents and, for the last part, the final boundary, in pieces of any size.
 class VXIMAFHTTPBodyPart : public vexim::Object {
 public:
     using vexim::Object::Object;
     ~VXIMAFHTTPBodyPart() override;
 
-    /// Nothing stands for empty contents.
+    /// No contents means empty contents.
     using Body =
         std::variant<std::monostate, vexim::Data, vexim::URL, std::shared_ptr<vexim::InputStream>>;
     enum class Phase : std::int32_t {
@@ -49,7 +48,7 @@ public:
     void setBoundary(std::string boundary) { boundary_ = std::move(boundary); }
     const Body& body() const noexcept { return body_; }
     void setBody(Body body) { body_ = std::move(body); }
-    /// Bytes of the contents, as announced; nothing here checks it.
+    /// The announced length of the contents in bytes; it is not checked here.
     std::uint64_t bodyContentLength() const noexcept { return bodyContentLength_; }
     void setBodyContentLength(std::uint64_t length) noexcept { bodyContentLength_ = length; }
     bool hasInitialBoundary() const noexcept { return hasInitialBoundary_; }
@@ -58,33 +57,33 @@ public:
     void setHasFinalBoundary(bool has) noexcept { hasFinalBoundary_ = has; }
     Phase phase() const noexcept { return phase_; }
 
-    /// The contents as a stream, made once.
+    /// The contents as a stream, made only once.
     const std::shared_ptr<vexim::InputStream>& inputStream();
     /// "name: value" lines in the headers' order, and the empty line after them.
     std::string stringForHeaders() const;
     /// Bytes of the whole part, boundaries and headers included.
     std::uint64_t contentLength() const;
     bool hasBytesAvailable();
-    /// How many bytes came; -1 when the contents could not be read (see the input stream's error)
-    /// or the process is exiting.
+    /// Returns how many bytes came; -1 if the contents could not be read (see the input stream's
+    /// error) or the process is exiting.
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength);
-    /// The same up to the end of the present phase, without waiting for the main thread. When the
-    /// phase is over, `transitionToNextPhase` comes next.
+    /// The same, but only to the end of the current phase, without waiting for the main thread.
+    /// After the phase call `transitionToNextPhase`.
     std::int64_t readPhase(std::uint8_t* buffer, std::size_t maxLength);
     bool isPhaseOver();
-    /// Whether it stands inside contents that can be read so. (What begins and ends them happens on
-    /// the main thread.)
+    /// Whether it is inside contents that can be read like this. (Their start and end need the main
+    /// thread.)
     bool readsNonBlocking() const {
         return phase_ == Phase::Body && inputStream_ && inputStream_->readsNonBlocking();
     }
-    /// On the main thread, where the contents are opened and closed; waits for it when called
-    /// elsewhere. False once the process is exiting.
+    /// Runs on the main thread, where the contents are opened and closed. Called elsewhere, it
+    /// waits for the main thread. False once the process is exiting.
     bool transitionToNextPhase();
 
-    /// From the beginning again, and without boundary flags: the stream that it joins sets them.
+    /// Starts again from the beginning, without boundary flags: the stream that it joins sets them.
     std::shared_ptr<vexim::Object> copy() const override;
-    /// A copy that reads contents of its own; nullptr when they come from a stream that cannot be
-    /// had again.
+    /// A copy that reads the contents again; nullptr if they come from a stream that cannot be read
+    /// twice.
     std::shared_ptr<VXIMAFHTTPBodyPart> again() const;
 
     bool initialise();
@@ -92,7 +91,7 @@ public:
 private:
     std::string openingBoundary() const;
     std::string finalBoundary() const;
-    /// The fixed text that the phase reads; empty for the contents.
+    /// The fixed text of the phase; empty for the contents.
     std::string section() const;
     void enter(Phase phase) noexcept;
 

@@ -80,7 +80,7 @@ vexim::InputStream::Piece VXIMAFMultipartBodyStream::readPiece(std::uint8_t* buf
     inPacket_ += static_cast<std::size_t>(piece.count);
     const bool isPhaseOver = currentPart_->isPhaseOver();
     if (isPhaseOver) piece.onMain = [part = currentPart_] { part->transitionToNextPhase(); };
-    // What a part gives at once, up to a packet, is one piece, also when it has to stop at the main
+    // What a part gives at once, up to a packet, is one piece, even if it must visit the main
     // thread meanwhile.
     if (isPhaseOver && currentPart_->phase() != VXIMAFHTTPBodyPart::Phase::FinalBoundary)
         return piece;

@@ -12,8 +12,8 @@
 #include "VexIMLib/internal/Networking/VXIMAFHTTPBodyPart.h"
 #include "VexIMLib/internal/Platform/Files/InputStream.h"
 
-/// A "multipart/form-data" body as an input stream over its parts: nothing of it is ever assembled
-/// in memory. The parts' contents are opened and closed on the main thread, for which `read` waits.
+/// A "multipart/form-data" body as an input stream over its parts; it is never assembled in memory.
+/// The parts' contents are opened and closed on the main thread, and `read` waits for that.
 class VXIMAFMultipartBodyStream : public vexim::InputStream {
 public:
     using vexim::InputStream::InputStream;
@@ -21,10 +21,10 @@ public:
     static std::shared_ptr<VXIMAFMultipartBodyStream> initWithStringEncoding(
         vexim::StringEncoding encoding);
 
-    /// The most that one read gives; at first there is no limit.
+    /// The most bytes that one read gives; at first there is no limit.
     std::uint64_t numberOfBytesInPacket() const noexcept { return numberOfBytesInPacket_; }
     void setNumberOfBytesInPacket(std::uint64_t count) noexcept { numberOfBytesInPacket_ = count; }
-    /// Seconds that the reading thread rests after each piece of a part; at first 0.
+    /// How long the reading thread sleeps after each piece of a part, in seconds; at first 0.
     double delay() const noexcept { return delay_; }
     void setDelay(double seconds) noexcept { delay_ = seconds; }
     vexim::StringEncoding stringEncoding() const noexcept { return stringEncoding_; }
@@ -43,11 +43,13 @@ public:
 
     void open() override;
     void close() override;
-    /// Bytes read, 0 at the end. Never -1: when a part cannot be read, `streamError` says why.
+    /// Returns the bytes read; 0 at the end. Never -1: if a part cannot be read, `streamError` says
+    /// why.
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) override;
     /// The parts' contents are opened and closed between two pieces.
     Piece readPiece(std::uint8_t* buffer, std::size_t maxLength) override;
-    /// Inside the contents of a part whose stream does, unthrottled.
+    /// Whether it is inside the contents of a part whose stream does this, and there is no
+    /// throttling.
     bool readsNonBlocking() const override;
     std::int64_t readNonBlocking(std::uint8_t* buffer, std::size_t maxLength) override;
     /// True exactly while it is open.
@@ -55,10 +57,10 @@ public:
     vexim::StreamStatus streamStatus() const override { return streamStatus_; }
     vexim::ErrorPtr streamError() const override { return streamError_; }
     void interrupt() override;
-    /// As throttled as this one.
+    /// With the same throttling.
     std::shared_ptr<vexim::InputStream> again() const override;
 
-    /// The same parts from the beginning, unthrottled.
+    /// The same parts from the beginning, without throttling.
     std::shared_ptr<vexim::Object> copy() const override;
 
     bool initialise(vexim::StringEncoding encoding);
@@ -75,7 +77,7 @@ private:
         static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
     double delay_ = 0;
     std::vector<std::shared_ptr<VXIMAFHTTPBodyPart>> parts_;
-    std::size_t inPacket_ = 0;  // of the piece that `readPiece` is at
+    std::size_t inPacket_ = 0;  // of the current piece in `readPiece`
     // nullopt before the first `open`: there is nothing to read yet
     std::optional<std::size_t> nextPart_;
     std::shared_ptr<VXIMAFHTTPBodyPart> currentPart_;
@@ -85,6 +87,6 @@ private:
     vexim::Mutex interruptMutex_;
     vexim::ConditionVariable interruption_;
     bool interrupted_ VEXIM_GUARDED_BY(interruptMutex_) = false;
-    // what `interrupt` passes on to
+    // `interrupt` passes the call on to this
     std::shared_ptr<vexim::InputStream> currentContents_ VEXIM_GUARDED_BY(interruptMutex_);
 };

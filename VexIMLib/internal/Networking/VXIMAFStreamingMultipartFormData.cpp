@@ -20,7 +20,7 @@ std::string newBoundary() {
     return text;
 }
 
-/// A name inside quotes: what would end the quotes or the line is escaped, as browsers do (HTML,
+/// A name for use inside quotes. Quotes and line ends are escaped as in browsers (HTML,
 /// multipart/form-data encoding).
 std::string quoted(std::string_view name) {
     std::string text = "\"";

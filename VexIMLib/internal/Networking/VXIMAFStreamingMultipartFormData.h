@@ -14,8 +14,8 @@
 #include "VexIMLib/internal/Networking/VXIMAFMultipartBodyStream.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 
-/// Builds a "multipart/form-data" body (RFC 7578) for a request, part by part; the wire keeps their
-/// order.
+/// Builds a "multipart/form-data" body (RFC 7578) for a request. The parts are sent in the order in
+/// which they are added.
 class VXIMAFStreamingMultipartFormData : public vexim::Object {
 public:
     using vexim::Object::Object;
@@ -34,13 +34,13 @@ public:
     /// extension.
     bool appendPartWithFileURL(const vexim::URL& fileURL, const std::string& name,
                                vexim::ErrorPtr* error);
-    /// False, with `error` set when given, for what is no file URL, for a file that is not there
-    /// (both "AFURLRequestSerializationErrorDomain" -1000) and for one whose attributes cannot be
-    /// read.
+    /// Returns false, with `error` set if given, for anything but a file URL and for a missing file
+    /// (both "AFURLRequestSerializationErrorDomain" -1000), and for a file whose attributes cannot
+    /// be read.
     bool appendPartWithFileURL(const vexim::URL& fileURL, const std::string& name,
                                const std::string& fileName, const std::string& mimeType,
                                vexim::ErrorPtr* error);
-    /// `length` is taken on trust. A null stream stands for no bytes.
+    /// `length` is not checked. A null stream means no bytes.
     void appendPartWithInputStream(std::shared_ptr<vexim::InputStream> stream,
                                    const std::string& name, const std::string& fileName,
                                    std::int64_t length, const std::string& mimeType);
@@ -49,12 +49,11 @@ public:
     void appendPartWithFormData(vexim::Data data, const std::string& name);
     void appendPartWithHeaders(vexim::Dictionary headers, vexim::Data body);
 
-    /// No read of the body gives more than `packetSize` bytes, and the reader rests `delay` seconds
-    /// after each piece.
+    /// Each read of the body gives at most `packetSize` bytes, and the reader sleeps `delay`
+    /// seconds after each piece.
     void throttleBandwidthWithPacketSize(std::uint64_t packetSize, double delay);
 
-    /// Gives the request the body, its type and its length; a form without parts leaves the request
-    /// as it was.
+    /// Sets the request's body, type and length. A form without parts does not change the request.
     std::shared_ptr<VXIMRequest> requestByFinalizingMultipartFormData();
 
     bool initialise(std::shared_ptr<VXIMRequest> request, vexim::StringEncoding encoding);

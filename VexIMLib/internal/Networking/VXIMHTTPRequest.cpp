@@ -22,7 +22,8 @@ void sendBody(const char* method, std::string path, vexim::Value body,
     request->sendWithCompletion(std::move(completion));
 }
 
-/// ["image", "thumbnail"] as a dictionary; a dictionary as it is; nil for anything else.
+/// Converts ["image", "thumbnail"] to a dictionary. A dictionary stays unchanged; anything else
+/// becomes nil.
 vexim::Value attachmentOfAnswer(const vexim::Value& answer) {
     if (const auto* urls = answer.asArray(); urls && !urls->empty()) {
         vexim::Dictionary attachment{{"imgUrl", urls->at(0)}};
@@ -65,7 +66,7 @@ void VXIMHTTPRequest::uploadFileAtPath(std::string path, VXIMProgress progress,
 
     auto form =
         VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
-    // A file that cannot be read leaves the form empty, and the service's answer tells.
+    // If the file cannot be read, the form stays empty, and the service's answer decides.
     form->appendPartWithFileURL(vexim::URL::fileURLWithPath(path), kAttachment, nullptr);
     auto finalized = form->requestByFinalizingMultipartFormData();
 
@@ -81,15 +82,15 @@ void VXIMHTTPRequest::uploadFileAtPath(std::string path, VXIMProgress progress,
 void VXIMHTTPRequest::uploadData(vexim::Data bytes, VXIMProgress progress,
                                  VXIMResultCompletion completion,
                                  std::shared_ptr<VXIMTransfer> transfer) {
-    // its thread ends with this one operation
+    // the queue's thread ends after this one operation
     auto background = vexim::OperationQueue::create("vexim-staging");
     background->addOperation([bytes = std::move(bytes), progress = std::move(progress),
                               completion = std::move(completion), transfer = std::move(transfer)] {
         const auto directory =
             vexim::appendPathComponent(vexim::temporaryDirectory(), kStagingDirectory);
         const auto path = vexim::appendPathComponent(directory, *VXIMUtils::md5FromData(bytes));
-        // Without the directory this fails, and an empty form is uploaded: whoever stages
-        // attachments has made it.
+        // If the directory is missing, this fails and an empty form is uploaded. The code that
+        // stages attachments has made it.
         vexim::FileManager::writeAtomically(bytes, path);
         uploadFileAtPath(path, progress, completion, transfer);
     });

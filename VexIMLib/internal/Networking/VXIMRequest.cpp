@@ -97,7 +97,7 @@ std::optional<vexim::URL> VXIMRequest::composeURLWithPath(const std::optional<st
         text += text.find('?') == std::string::npos ? '?' : '&';
         text += *query;
     }
-    // A base URL that ends with a slash gives two: nothing is normalised.
+    // If the base URL ends with a slash, there are two: nothing is normalised.
     if (!text.starts_with("http")) text.insert(0, baseUrl().value_or(""));
     return vexim::URL::parse(text);
 }
@@ -120,8 +120,8 @@ void VXIMRequest::signRequest(VXIMRequest& request) const {
 vexim::Dictionary VXIMRequest::buildHeaders() {
     vexim::Dictionary all;
     all.set("User-Agent", generateUserAgent());
-    // Signing overwrites the signature of an earlier attempt: each carries the time that it is sent
-    // at.
+    // Signing overwrites the signature of an earlier attempt, because each one has its own send
+    // time.
     signRequest(*this);
     if (sessionToken_ && !sessionToken_->empty()) all.set(kSessionTokenHeader, *sessionToken_);
     all.addEntries(headers_);

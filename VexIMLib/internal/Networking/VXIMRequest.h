@@ -39,20 +39,21 @@ using VXIMNewOutputStreamBlock =
 ///     request->setBody(vexim::Dictionary{{"name", "Reading circle"}});
 ///     request->sendWithCompletion([](vexim::Value result, vexim::ErrorPtr error) { … });
 ///
-/// Not locked: build it on one thread, and leave it alone while it is in flight.
+/// Not locked: build it on one thread, and do not change it while it is being sent.
 class VXIMRequest : public vexim::Object {
 public:
     using vexim::Object::Object;
 
-    // A "GET" without path, with the application id and key that the shared configuration has now.
+    // Makes a "GET" without a path, with the current application id and key of the shared
+    // configuration.
     static std::shared_ptr<VXIMRequest> request() { return init(); }
     static std::shared_ptr<VXIMRequest> init();
 
     const std::string& method() const noexcept { return method_; }
     void setMethod(std::string method) { method_ = std::move(method); }
 
-    /// Relative to the base URL, or an absolute URL that begins with "http". Used as it stands: ids
-    /// in it are not escaped.
+    /// Relative to the base URL, or an absolute URL that begins with "http". Used unchanged: ids in
+    /// it are not escaped.
     const std::optional<std::string>& path() const noexcept { return path_; }
     void setPath(std::optional<std::string> path) { path_ = std::move(path); }
 
@@ -63,17 +64,16 @@ public:
 
     const std::optional<std::string>& appId() const noexcept { return appId_; }
     void setAppId(std::optional<std::string> appId) { appId_ = std::move(appId); }
-    /// What the signature is made with; never sent itself. Without one the request goes out
-    /// unsigned.
+    /// The key for the signature; never sent itself. Without a key the request is not signed.
     const std::optional<std::string>& clientKey() const noexcept { return clientKey_; }
     void setClientKey(std::optional<std::string> clientKey) { clientKey_ = std::move(clientKey); }
-    /// Kept, and used by nothing.
+    /// Stored, but not used.
     const std::optional<std::string>& masterKey() const noexcept { return masterKey_; }
     void setMasterKey(std::optional<std::string> masterKey) { masterKey_ = std::move(masterKey); }
     /// Sent as "X-VX-Session-Token" when it is not empty.
     const std::optional<std::string>& sessionToken() const noexcept { return sessionToken_; }
     void setSessionToken(std::optional<std::string> token) { sessionToken_ = std::move(token); }
-    /// Kept, but no request ever handles cookies.
+    /// Stored, but requests never handle cookies.
     bool HTTPShouldHandleCookies() const noexcept { return shouldHandleCookies_; }
     void setHTTPShouldHandleCookies(bool handle) noexcept { shouldHandleCookies_ = handle; }
 
@@ -87,14 +87,14 @@ public:
         bodyStream_ = std::move(stream);
     }
 
-    /// Extra headers, to be written in place; they win over computed ones. Those that are no
+    /// Extra headers, which override computed ones. May be changed in place. Values that are not
     /// strings are not sent.
     vexim::Dictionary& headers() noexcept { return headers_; }
     const vexim::Dictionary& headers() const noexcept { return headers_; }
     void setHeaders(vexim::Dictionary headers) { headers_ = std::move(headers); }
     /// nullopt removes the field.
     void setValueForHTTPHeaderField(std::optional<std::string> value, const std::string& field);
-    /// Entries of `headers` win over those that are there.
+    /// Entries of `headers` overwrite existing ones.
     void addHTTPHeadersFromDictionary(const vexim::Dictionary& headers);
 
     /// Reserved: always nullptr.
@@ -104,57 +104,59 @@ public:
     std::int64_t retryCount() const noexcept { return retryCount_; }
     void setRetryCount(std::int64_t count) noexcept { retryCount_ = count; }
 
-    // Composition.
+    // Building the request.
 
     /// The shared configuration's origin; nullopt when there is none.
     std::optional<std::string> baseUrl() const;
-    /// Who decides about the certificate of every host that the request goes to: the shared
+    /// Checks the certificates of all hosts that the request is sent to, by the shared
     /// configuration's options.
     vexim::TrustChoice trust() const;
-    /// "key=value&…" in the dictionary's order: keys as they are, values with the platform's legacy
-    /// escaping, which leaves `&`, `=`, `+` and the like alone. nullopt for what is no dictionary.
-    /// A value that is no string raises NSInvalidArgumentException: convert it first.
+    /// "key=value&…" in the dictionary's order: keys unchanged, values with the platform's legacy
+    /// escaping, which leaves `&`, `=`, `+` and the like unchanged. nullopt for anything but a
+    /// dictionary. A value that is not a string raises NSInvalidArgumentException: convert it
+    /// first.
     std::optional<std::string> composeQueryString(const vexim::Value& params) const;
-    /// nullopt when the text that results is no URL.
+    /// nullopt if the resulting text is not a URL.
     std::optional<vexim::URL> composeURLWithPath(const std::optional<std::string>& path,
                                                  const vexim::Value& params) const;
     /// "bundle-identifier/build iOS/system-version"
     std::string generateUserAgent() const;
-    /// Adds signature and application id, for the time of this call, to the headers of `request`;
-    /// nothing without a key.
+    /// Adds the application id and a signature with the current time to the headers of `request`.
+    /// Does nothing without a key.
     void signRequest(VXIMRequest& request) const;
-    /// Everything that goes onto the wire; signs.
+    /// All headers that are sent; signs the request.
     vexim::Dictionary buildHeaders();
-    /// Ready to be sent; signs. A body that cannot be serialised raises
+    /// The request ready to be sent; signs it. A body that cannot be serialised raises
     /// NSInternalInconsistencyException.
     vexim::URLRequest urlRequest();
 
     // Sending. Each keeps the request and the callbacks alive until it ends. Call from any thread.
 
-    /// Sends and retries. `completion` runs once on the main queue, with what the JSON answer holds
-    /// or, when a success has another body, with its bytes. Mistakes in query or body raise here,
-    /// before anything is sent.
+    /// Sends and retries. `completion` runs once on the main queue, with the JSON answer or, if a
+    /// success has another body, with its bytes. Mistakes in query or body raise here, before
+    /// anything is sent.
     void sendWithCompletion(VXIMResultCompletion completion);
 
-    /// Streams a body up and answers the started task. Retried like `sendWithCompletion`, but never
-    /// after the first report of progress: a body that was begun cannot be replayed. Cancelling the
-    /// task leaves `completion` uncalled; cancelling through `transfer` (one handle for one upload)
-    /// ends it with "NSURLErrorDomain" -999. One that was cancelled before starts nothing: the
-    /// answer is nullptr.
+    /// Streams a body to the server and returns the started task. It is retried like
+    /// `sendWithCompletion`, but never after the first progress report: a body that was started
+    /// cannot be repeated. If the task is cancelled, `completion` is never called; if `transfer` is
+    /// cancelled (one handle for one upload), it gets "NSURLErrorDomain" -999. With a handle that
+    /// is already cancelled nothing starts and the result is nullptr.
     std::shared_ptr<vexim::URLSessionTask> uploadWithNewBodyStreamBlock(
         VXIMNewBodyStreamBlock newBodyStream, VXIMProgress progress,
         VXIMResultCompletion completion, std::shared_ptr<VXIMTransfer> transfer = nullptr);
 
-    /// Streams the answer into what `newOutputStream` gives; the result is the target path. Retries
-    /// and cancels as uploads do.
+    /// Streams the answer into the stream that `newOutputStream` returns. The result is the target
+    /// path. Retries and cancellation work as for uploads.
     std::shared_ptr<vexim::URLSessionTask> downloadWithOutputStreamBlock(
         VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
         VXIMResultCompletion completion, std::shared_ptr<VXIMTransfer> transfer = nullptr);
 
-    /// Downloads to the file at `path`, which is the result. The bytes go to a temporary name
-    /// beside it that is renamed when the answer is whole, so what stands at `path` is never half a
-    /// file; after a failure the temporary one is gone. Where the file cannot be written, nothing
-    /// is sent; the error is `VXErrorDomain` 100 over the file's own, and not temporary.
+    /// Downloads to the file at `path`, which is the result. The bytes are written to a temporary
+    /// file in the same folder, which is renamed when the answer is complete. So `path` is never a
+    /// partial file, and after a failure the temporary file is removed. If the file cannot be
+    /// written, nothing is sent. The error is `VXErrorDomain` 100, not temporary, and the file's
+    /// error is the underlying one.
     void downloadToPath(std::string path, VXIMProgress progress, VXIMResultCompletion completion,
                         std::shared_ptr<VXIMTransfer> transfer = nullptr);
 
@@ -165,22 +167,23 @@ public:
 
 private:
     std::shared_ptr<VXIMRequest> self() { return sharedAs<VXIMRequest>(); }
-    /// Whether `error` is marked temporary and no fault of a file's, attempts are left, and the
-    /// body can be given from its start.
+    /// Whether `error` is marked temporary and not caused by a file, attempts are left, and the
+    /// body can be sent from its start.
     bool shouldRetry(const vexim::ErrorPtr& error) const;
-    /// Runs `again` after the delay. What that raises ends the operation through `completion`:
+    /// Runs `again` after the delay. If it raises, the operation ends through `completion`, because
     /// nobody could catch it.
     void retry(std::function<void()> again, VXIMResultCompletion completion);
-    /// `downloadWithOutputStreamBlock`; nullopt leaves the target path to the manager.
+    /// As `downloadWithOutputStreamBlock`. nullopt lets the manager choose the target path.
     std::shared_ptr<vexim::URLSessionTask> download(VXIMNewOutputStreamBlock newOutputStream,
                                                     VXIMProgress progress,
                                                     VXIMResultCompletion completion,
                                                     std::shared_ptr<VXIMTransfer> transfer,
                                                     std::optional<std::string> targetPath);
-    /// Passes reports on; the first one uses the retries up, since a body that was begun cannot be
-    /// replayed.
+    /// Passes on reports. The first one forbids retries, because a body that was started cannot be
+    /// repeated.
     VXIMProgress progressThatEndsRetries(VXIMProgress progress);
-    /// The end of one attempt at a transfer: another one by `again`, or the caller's completion.
+    /// The end of one attempt at a transfer: tries again with `again`, or calls the caller's
+    /// completion.
     void concludeTransfer(vexim::Value result, vexim::ErrorPtr error,
                           const VXIMResultCompletion& completion,
                           const std::shared_ptr<VXIMTransfer>& transfer,

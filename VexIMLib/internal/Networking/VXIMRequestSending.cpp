@@ -1,5 +1,5 @@
-// How a request is sent: one task an attempt, three attempts at most, one call of the caller's
-// completion.
+// How a request is sent: one task for each attempt, at most three attempts, one call of the
+// caller's completion.
 
 #include <chrono>
 #include <cstdint>
@@ -23,9 +23,9 @@ std::chrono::nanoseconds retryDelay(std::uint32_t random) {
     return std::chrono::nanoseconds(static_cast<std::int64_t>(seconds * 1e9));
 }
 
-/// Whether another attempt could only end in the same way, because the reason lies with us: a file
-/// that cannot be read, is full, or has changed meanwhile; a certificate, or a handshake, that we
-/// do not accept.
+/// Whether another attempt would end in the same way, because the cause is on our side: a file that
+/// cannot be read or written or has changed meanwhile, a certificate or a handshake that we do not
+/// accept.
 bool isOurs(const vexim::ErrorPtr& cause) {
     if (!cause) return false;
     if (cause->domain() != vexim::kURLErrorDomain)
@@ -67,7 +67,8 @@ bool VXIMRequest::shouldRetry(const vexim::ErrorPtr& error) const {
     if (!vexim::rest::isMarkedTemporary(error) || retryCount_ >= kMaxRetries ||
         isOurs(error->underlyingError()))
         return false;
-    // Another attempt could only report that the body is gone, and hide what went wrong.
+    // Another attempt could only report that the body cannot be read again, which would hide the
+    // real error.
     return !body_.isNil() || !bodyStream_ || bodyStream_->isSendable();
 }
 

@@ -1,9 +1,8 @@
-// Uploads and downloads: attempts with progress, which a handle can cancel in each of its stages.
+// Uploads and downloads: attempts with progress, which a handle can cancel at every stage.
 //
-//   not begun yet  --cancel-->  no task is made, the completion is queued
-//   an attempt runs  --cancel-->  the task ends with -999, its delegate completes
-// a pause before the next attempt  --cancel-->  the completion is queued, the next attempt does not
-// start
+//   not started   --cancel-->  no task is made, the completion is queued
+//   running       --cancel-->  the task ends with -999, its delegate completes
+//   between two   --cancel-->  the completion is queued, the next attempt does not start
 
 #include <utility>
 
@@ -23,8 +22,8 @@ void start(const std::shared_ptr<vexim::URLSessionTask>& task, const VXIMTransfe
     task->resume();
 }
 
-/// The caller's completion; a cancellation through the handle wins over whatever came at the same
-/// time.
+/// The caller's completion. A cancellation through the handle takes precedence over anything that
+/// came at the same time.
 void finish(const VXIMTransferStages& stages, vexim::Value result, vexim::ErrorPtr error,
             const VXIMResultCompletion& completion) {
     if (!stages.finish()) {
@@ -34,7 +33,7 @@ void finish(const VXIMTransferStages& stages, vexim::Value result, vexim::ErrorP
     if (completion) completion(std::move(result), std::move(error));
 }
 
-/// For a transfer that has nothing to be ended on its way to the network.
+/// For a transfer that has not reached the network yet, so nothing must be ended.
 void finishCancelled(const VXIMTransferStages& stages, const VXIMResultCompletion& completion) {
     vexim::MainQueue::shared().async(
         [stages, completion] { finish(stages, nullptr, nullptr, completion); });

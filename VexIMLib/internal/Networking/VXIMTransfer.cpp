@@ -7,7 +7,7 @@
 #include "VexIMLib/internal/Networking/VXIMTransferStages.h"
 
 struct VXIMTransfer::Impl {
-    // never held while a cancel action runs or dies: it holds tasks and completions
+    // never held while a cancel action runs or is destroyed, because it owns tasks and completions
     vexim::Mutex mutex;
     bool cancelled VEXIM_GUARDED_BY(mutex) = false;
     bool finished VEXIM_GUARDED_BY(mutex) = false;

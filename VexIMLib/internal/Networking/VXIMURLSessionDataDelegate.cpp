@@ -36,14 +36,15 @@ bool VXIMURLSessionDataDelegate::writeData(const vexim::Data& bytes) {
         if (stream->streamError()) return false;
         std::this_thread::yield();
     }
-    // Handed over whole, so that a stream in memory can share the bytes instead of copying them.
+    // Pass on the whole data, so that a stream in memory can share the bytes instead of copying
+    // them.
     auto written = stream->writeData(bytes);
     for (auto rest = bytes.span(); written != -1;) {
         rest = rest.subspan(static_cast<std::size_t>(written));
         if (rest.empty()) return true;
         written = stream->write(rest.data(), rest.size());
     }
-    // The failure shows at the next write, or in what the task reports in the end.
+    // The next write, or the task's end, reports the failure.
     return true;
 }
 
@@ -56,8 +57,8 @@ void VXIMURLSessionDataDelegate::parseResultOfTask(const vexim::URLSessionTask& 
         return;
     }
     if (const auto response = task.response(); response && !error_) {
-        // What was asked is part of what was refused; who shows or logs the user information knows
-        // what its queries hold.
+        // The URL is a part of the error. Code that shows or logs the user information must know
+        // what is in its queries.
         error_ = vexim::rest::badServerResponse(
             status, vexim::failingURLText(response->url, vexim::FailingQuery::Kept));
     }
@@ -66,7 +67,7 @@ void VXIMURLSessionDataDelegate::parseResultOfTask(const vexim::URLSessionTask& 
 void VXIMURLSessionDataDelegate::logFailedTask(const vexim::URLSessionTask& task,
                                                const vexim::ErrorPtr& error) {
     if (!error) return;
-    // Neither path nor query: ids and tokens stand there.
+    // Record neither path nor query, because they contain ids and tokens.
     const auto request = task.originalRequest();
     vexim::Dictionary details{
         {"method", request->method}, {"domain", error->domain()}, {"code", error->code()}};
@@ -116,8 +117,8 @@ void VXIMURLSessionDataDelegate::taskDidCompleteWithError(vexim::URLSessionTask&
         }
         error_ = std::move(streamError);  // by ourselves, after a write failed
     }
-    // What is too long is no answer: neither read, which could take many times its length, nor
-    // kept.
+    // Do not parse an answer that is too long (that could take many times its length), and do not
+    // keep it.
     if (error_ && error_->is(vexim::kURLErrorDomain, vexim::URLErrorDataLengthExceedsMaximum))
         outputStream_ = nullptr;
     parseResultOfTask(task);
@@ -142,7 +143,7 @@ void VXIMURLSessionDataDelegate::deliver(vexim::Value result, vexim::ErrorPtr er
 }
 
 void VXIMURLSessionDataDelegate::dropCallbacks() {
-    // Applications' objects die where their callbacks would have run.
+    // Destroy the application's objects where their callbacks would have run.
     if (completionBlock_ || transfer_) {
         vexim::MainQueue::shared().async([dropped = std::exchange(completionBlock_, nullptr),
                                           transfer = std::exchange(transfer_, nullptr)] {});

@@ -23,18 +23,18 @@ class VXIMURLSessionDataDelegate : public vexim::Object {
 public:
     using vexim::Object::Object;
 
-    /// Called once, on the main queue, and dropped then; never for a task that was cancelled from
-    /// outside, unless there is a handle for it.
+    /// Called once, on the main queue, and then dropped. Never called for a task that was cancelled
+    /// from outside, unless it has a handle.
     void setCompletionBlock(VXIMResultCompletion completion) {
         completionBlock_ = std::move(completion);
     }
-    /// With a handle a cancellation from outside completes too, with its -999 error. nullptr at
+    /// With a handle, a cancellation from outside also completes, with its -999 error. nullptr at
     /// first.
     void setTransfer(std::shared_ptr<VXIMTransfer> transfer) noexcept {
         transfer_ = std::move(transfer);
     }
 
-    /// Where body bytes go: a stream into memory unless another was set before the response came.
+    /// The stream for the body's bytes: in memory, unless another was set before the response came.
     const std::shared_ptr<vexim::OutputStream>& outputStream();
     void setOutputStream(std::shared_ptr<vexim::OutputStream> stream) {
         outputStream_ = std::move(stream);
@@ -49,25 +49,24 @@ public:
     /// Seconds from `startDate` to completion.
     double duration() const noexcept { return duration_; }
 
-    /// Waits for the task to report that it runs, to note `startDate`.
+    /// Waits until the task reports that it runs, to set `startDate`.
     void addStateObserverForTask(const std::shared_ptr<vexim::URLSessionTask>& task);
 
     void openOutputStream();
     void closeOutputStream();
-    /// Writes all of `bytes`, waiting for space. False when the stream failed before they could be
-    /// written.
+    /// Writes all of `bytes`, waiting for space. Returns false if the stream fails first.
     bool writeData(const vexim::Data& bytes);
     virtual void taskDidCancel();
-    /// Sets `result` and `error` from what has come.
+    /// Sets `result` and `error` from the answer.
     virtual void parseResultOfTask(const vexim::URLSessionTask& task);
-    /// Hears of every completion, and writes down the failed ones for diagnosis.
+    /// Called for every completion. Records failed ones for the diagnosis.
     virtual void logFailedTask(const vexim::URLSessionTask& task, const vexim::ErrorPtr& error);
-    /// `error` with `underlying` attached, unless it has one already; the other one when either is
-    /// nullptr.
+    /// `error` with `underlying` attached, unless it already has one. If one of them is nullptr,
+    /// returns the other.
     static vexim::ErrorPtr errorWithError(const vexim::ErrorPtr& error,
                                           const vexim::ErrorPtr& underlying);
 
-    // What the manager passes on from the session.
+    // The manager passes on these calls from the session.
     virtual void dataTaskDidReceiveResponse(
         vexim::URLSessionTask& task, const vexim::HTTPURLResponsePtr& response,
         vexim::URLSessionDelegate::DispositionHandler completionHandler);
@@ -78,7 +77,7 @@ public:
 
 protected:
     static std::int64_t statusOfTask(const vexim::URLSessionTask& task);
-    /// Forgets every callback, so that no application object is held by a finished delegate.
+    /// Drops every callback, so that a finished delegate holds no application objects.
     virtual void dropCallbacks();
     const std::shared_ptr<VXIMTransfer>& transfer() const noexcept { return transfer_; }
 

@@ -6,8 +6,8 @@
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionJSONDelegate.h"
 
-/// Writes the body of a 2xx answer into a stream of the caller's; any other answer stays in memory
-/// and is read as JSON.
+/// Writes the body of a 2xx answer into the caller's stream. Any other answer stays in memory and
+/// is read as JSON.
 class VXIMURLSessionDownloadDelegate : public VXIMURLSessionJSONDelegate {
 public:
     using VXIMURLSessionJSONDelegate::VXIMURLSessionJSONDelegate;
@@ -15,9 +15,9 @@ public:
     void setNewOutputStreamBlock(VXIMNewOutputStreamBlock block) {
         newOutputStreamBlock_ = std::move(block);
     }
-    /// Called on the main queue, once for each run of bytes that has been written.
+    /// Called on the main queue, once for each piece of bytes that was written.
     void setDownloadProgressBlock(VXIMProgress progress);
-    /// What the stream is asked for with, and the result.
+    /// The path passed to the stream's factory, and the result.
     const std::string& targetPath() const noexcept { return targetPath_; }
     void setTargetPath(std::string path) { targetPath_ = std::move(path); }
 

@@ -1,13 +1,11 @@
-// What becomes of an answer, by its status and body:
+// The result of an answer, by its status and body:
 //
-// body                          2xx                         4xx                    other status, or
-// none
-// {"errorCode": > 0, …}         that code, temporary        that code              that code,
-// temporary
-//   other JSON                    the JSON                    100                    100, temporary
-//   anything else, or nothing     the bytes                   100                    100, temporary
+//   body                        2xx                   4xx          other status, or none
+//   {"errorCode": > 0, …}       that code, temporary  that code    that code, temporary
+//   other JSON                  the JSON              100          100, temporary
+//   anything else, or nothing   the bytes             100          100, temporary
 //
-// All errors are in "VXErrorDomain"; beneath them lies the transport's own error or -1011 for the
+// All errors are in "VXErrorDomain". The underlying error is the transport's, or -1011 for the
 // status.
 
 #include "VexIMLib/internal/Networking/VXIMURLSessionJSONDelegate.h"
@@ -43,7 +41,7 @@ void VXIMURLSessionJSONDelegate::parseResultOfTask(const vexim::URLSessionTask& 
     if (!json.isNil()) setResult(json);
     setError(errorWithError(server, error()));
 
-    // A 4xx blames the request: sending it again would not help.
+    // A 4xx means that the request is wrong, so sending it again would not help.
     const auto status = statusOfTask(task);
     if (error() && (status < 400 || status > 499)) setError(vexim::rest::markedTemporary(error()));
     if (error()) setResult(nullptr);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr double kFoundationWithUniqueTaskIdentifiers = 1140.11;  // iOS 8
 
-/// Where the answer of `url` is downloaded to: one URL, one file name.
+/// The file for downloading `url`: each URL has its own file name.
 std::string targetPathForURL(const std::optional<vexim::URL>& url) {
     const auto directory = vexim::appendPathComponent(vexim::temporaryDirectory(), "vexora");
     VXIMUtils::ensureDirExist(directory);
@@ -25,8 +25,8 @@ std::string targetPathForURL(const std::optional<vexim::URL>& url) {
 }  // namespace
 
 void url_session_manager_create_task_safely(const std::function<void()>& create) {
-    // Stands in for the serial queue "com.vexora.networking.session.manager.creation", whose
-    // callers would wait for it anyway.
+    // Replaces the serial queue "com.vexora.networking.session.manager.creation", whose callers
+    // would wait for it anyway.
     static vexim::Mutex creation;
     if (vexim::deviceInfo().foundationVersionNumber < kFoundationWithUniqueTaskIdentifiers) {
         vexim::MutexLock lock(creation);
@@ -68,7 +68,7 @@ void VXIMURLSessionManager::setDelegateForTask(std::shared_ptr<VXIMURLSessionDat
 }
 
 void VXIMURLSessionManager::removeDelegateForTask(const TaskPtr& task) {
-    std::shared_ptr<VXIMURLSessionDataDelegate> removed;  // dies after the lock is gone
+    std::shared_ptr<VXIMURLSessionDataDelegate> removed;  // destroyed after unlocking
     vexim::MutexLock lock(taskDelegatesMutex_);
     const auto found = taskDelegatesMap_.find(task->taskIdentifier());
     if (found == taskDelegatesMap_.end()) return;
@@ -139,7 +139,7 @@ void VXIMURLSessionManager::taskDidSendBodyData(vexim::URLSession&, const TaskPt
 void VXIMURLSessionManager::taskDidCompleteWithError(vexim::URLSession&, const TaskPtr& task,
                                                      const vexim::ErrorPtr& error) {
     bool keeps = true;
-    {  // before the completion is queued, from which on the application may decide otherwise
+    {  // before the completion is queued, after which the application may change the setting
         vexim::MutexLock lock(taskDelegatesMutex_);
         keeps = keepsFinishedDelegates_;
     }

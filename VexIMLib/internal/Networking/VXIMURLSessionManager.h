@@ -16,16 +16,16 @@
 
 class VXIMURLSessionDataDelegate;
 
-/// One URL session, of which it is the delegate, and a delegate of its own for each task, to which
-/// it passes on what the session says. Call from any thread.
+/// Has one URL session and is its delegate. Each task has its own delegate, to which the manager
+/// passes on the session's calls. Call from any thread.
 class VXIMURLSessionManager : public vexim::Object, public vexim::URLSessionDelegate {
 public:
     using vexim::Object::Object;
     using TaskPtr = std::shared_ptr<vexim::URLSessionTask>;
 
-    /// The one that requests use; made on first use, never destroyed.
+    /// The manager that requests use. Made on first use, never destroyed.
     static const std::shared_ptr<VXIMURLSessionManager>& defaultManager();
-    // One with a session and a delegate queue of its own; nullopt is the platform's default
+    // Makes a manager with its own session and delegate queue. nullopt means the platform's default
     // configuration.
     static std::shared_ptr<VXIMURLSessionManager> init() {
         return initWithSessionConfiguration(std::nullopt);
@@ -38,23 +38,23 @@ public:
         return delegateQueue_;
     }
 
-    /// Finished delegates stay, with what they collected, for the manager's life (their callbacks
-    /// do not). A program that runs for long says false here: from then on a delegate goes when its
-    /// task has ended.
+    /// Finished delegates stay, with their answers but without their callbacks, as long as the
+    /// manager lives. Set false in a program that runs for long: then a delegate is released when
+    /// its task has ended.
     void setKeepsFinishedDelegates(bool keeps);
 
-    /// Replaces an earlier one, and lets it watch the task's state.
+    /// Sets the task's delegate, replacing an earlier one, and makes it observe the task's state.
     void setDelegateForTask(std::shared_ptr<VXIMURLSessionDataDelegate> delegate,
                             const TaskPtr& task);
     void removeDelegateForTask(const TaskPtr& task);
     /// nullptr when there is none.
     std::shared_ptr<VXIMURLSessionDataDelegate> delegateForTask(const TaskPtr& task) const;
 
-    // Tasks, not yet resumed. What `request` raises is raised here, and then there is no task.
+    // Make tasks, not yet resumed. What `request` raises is raised here, and then there is no task.
 
     TaskPtr dataTaskWithRequest(VXIMRequest& request, VXIMResultCompletion completion);
-    /// With a `transfer`, which hears of the bytes, a cancelled task completes with its -999 error;
-    /// otherwise it never completes. (Also below.)
+    /// With a `transfer` (which gets the progress in bytes), a cancelled task completes with its
+    /// -999 error; otherwise it never completes. (Also below.)
     TaskPtr uploadTaskWithRequest(VXIMRequest& request, VXIMProgress progress,
                                   VXIMResultCompletion completion,
                                   std::shared_ptr<VXIMTransfer> transfer = nullptr);
@@ -78,7 +78,7 @@ public:
                                     DispositionHandler completionHandler) override;
     void dataTaskDidReceiveData(vexim::URLSession& session, const TaskPtr& task,
                                 const vexim::Data& data) override;
-    /// Goes to the new URL with the first request's method, headers, signature and body.
+    /// Follows the redirection with the first request's method, headers, signature and body.
     void taskWillPerformHTTPRedirection(vexim::URLSession& session, const TaskPtr& task,
                                         const vexim::HTTPURLResponsePtr& response,
                                         const vexim::URLRequest& newRequest,
@@ -100,6 +100,6 @@ private:
     bool keepsFinishedDelegates_ VEXIM_GUARDED_BY(taskDelegatesMutex_) = true;
 };
 
-/// Runs `create` on the calling thread; below Foundation 1140.11, whose sessions could give one
-/// identifier to two tasks made at once, one at a time with all others.
+/// Runs `create` on the calling thread. Below Foundation 1140.11 only one at a time, because its
+/// sessions could give the same identifier to two tasks made at once.
 void url_session_manager_create_task_safely(const std::function<void()>& create);

@@ -19,7 +19,7 @@ std::optional<std::string> VXIMUtils::signatureForClientKey(
     const std::optional<std::string>& clientKey) {
     if (!clientKey || clientKey->empty()) return std::nullopt;
     const auto seconds = static_cast<std::int64_t>(std::round(vexim::Clock::shared()->wallTime()));
-    // Requests come in bursts, and with one key they have one signature for a second.
+    // Requests come in bursts, and for one key the signature is the same for a second.
     thread_local struct {
         std::int64_t seconds = 0;
         std::string key, signature;
@@ -33,8 +33,8 @@ std::optional<std::string> VXIMUtils::signatureForClientKey(
 
 void VXIMUtils::ensureDirExist(const std::optional<std::string>& path) {
     if (!path || path->empty()) return;
-    // Two callers may find the same file in the directory's place: only one may remove it, or it
-    // removes the other's directory.
+    // Two callers may find the same file where the directory should be. Only one may remove it;
+    // otherwise the second removes the first one's directory.
     static vexim::Mutex serial;
     vexim::MutexLock lock(serial);
     if (vexim::FileManager::isDirectory(*path)) return;

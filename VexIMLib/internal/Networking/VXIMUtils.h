@@ -6,13 +6,13 @@
 
 #include "VexIMLib/Foundation/Data.h"
 
-/// Digests, the request signature and directories. Class operations only; call them from any
+/// Digests, the request signature, and directories. Static functions only; call them from any
 /// thread.
 class VXIMUtils {
 public:
     VXIMUtils() = delete;
 
-    /// MD5 (RFC 1321) of the bytes as 32 lower-case hexadecimal characters; the text counts as its
+    /// MD5 (RFC 1321) of the bytes as 32 lower-case hexadecimal characters. For a text, of its
     /// UTF-8 bytes.
     static std::string md5FromString(std::string_view text);
     /// nullopt for no data.
@@ -23,7 +23,7 @@ public:
     static std::optional<std::string> signatureForClientKey(
         const std::optional<std::string>& clientKey);
 
-    /// Makes sure that a directory stands at `path`, its parents included; whatever else stands
-    /// there is removed. Failures are silent, no path does nothing.
+    /// Makes sure that `path` is a directory, and makes its parents. Anything else at `path` is
+    /// removed. Failures are silent; nullopt does nothing.
     static void ensureDirExist(const std::optional<std::string>& path);
 };

@@ -1,10 +1,11 @@
 // A message's wire form, sent with "say" and received with "message", "yourself", "sys" and in
 // histories:
 //
-//   {"content": {"media": integer, "body": string}, "ts": milliseconds,
+//   {"content": {"media": integer, "body": string},
+//    "ts": milliseconds,
 //    "from": {"id": user, "type": 0 | 1 | 2, "gid": group or room},  type 0 has no "gid"
 //    "to":   {"id": user, group or room, "type": 0 | 1 | 2},
-// "speaker": user}                                                incoming only, in place of "from"
+//    "speaker": user}                                incoming only, instead of "from"
 //
 // Example, to a group:
 // {"content":{"media":0,"body":"hi"},"ts":1450000000000,"to":{"id":"g1","type":1}}

@@ -1,4 +1,4 @@
-// What the rows of the store's table run.
+// The functions of the store's table.
 
 #include "VexIMLib/C/internal/Store/StoreHandlers.h"
 
@@ -15,10 +15,10 @@ namespace vexim::c::handlers {
 
 namespace {
 
-// a century; and nothing that is computed with it overflows
+// a century, so that calculations cannot overflow
 constexpr std::int64_t kMostHours = 1'000'000;
 
-/// A length of time that can be used; `otherwise` when it is left out.
+/// A valid duration; `otherwise` if it is missing.
 template <class Duration>
 Duration durationOf(const Request& request, std::string_view name, Duration otherwise) {
     const Value& given = request.value(name);
@@ -78,7 +78,7 @@ std::optional<std::int64_t> integerOf(const Request& request, std::string_view n
 
 VXIMMessageStore& storeOf(Request& request) { return Stores::of(request)->store(request); }
 
-/// The result is what `writeStored` makes of it.
+/// The result is written by `writeStored`.
 template <class T>
 auto stored(Request& request) {
     return request.optional<T>([](std::string& out, const T& value) { writeStored(out, value); });
@@ -89,7 +89,8 @@ VXIMCountCompletion counted(Request& request) {
         [](std::string& out, const std::int64_t& count) { write(out, count); });
 }
 
-/// The upload begins when the request has been answered, so it is told by the message's number.
+/// The upload begins after the request was answered, so its progress is reported with the message's
+/// number.
 struct Upload {
     std::int64_t localId = 0;
 };

@@ -6,18 +6,18 @@
 #include "VexIMLib/C/internal/Records.h"
 #include "VexIMLib/Store/VXIMMessageStore.h"
 
-// What a store keeps, as JSON, appended to a text. Main thread.
+// Writes a store's data as JSON and appends it to a text. Main thread.
 
 namespace vexim::c {
 
-// The words of the kinds, directions and states are those of VXIMMessageStore::exportJSONLines.
+// Kinds, directions and states use the words of VXIMMessageStore::exportJSONLines.
 void writeStored(std::string& out, const VXIMConversationId& id);
 void writeStored(std::string& out, const VXIMStorePosition& position);
 void writeStored(std::string& out, const VXIMStoredMessage& message);
 void writeStored(std::string& out, const VXIMConversation& conversation);
 void writeStored(std::string& out, const VXIMStoredGap& gap);
 void writeStored(std::string& out, const VXIMStoreDamage& damage);
-/// With the number that names it.
+/// With its number.
 void writeStore(std::string& out, std::int64_t number, const VXIMMessageStore& store);
 
 /// Lets `ObjectWriter` and the lists find `writeStored`.

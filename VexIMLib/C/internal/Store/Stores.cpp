@@ -21,7 +21,7 @@ constexpr std::string_view kItemName = "message";
 template <>
 constexpr std::string_view kItemName<VXIMConversation> = "conversation";
 
-/// What stands at these positions, or everything.
+/// The entries at these positions, or all.
 template <class T>
 void appendItems(std::string& text, std::string_view name, const VXIMListChange<T>& change,
                  const std::vector<std::size_t>& positions, bool all = false) {
@@ -36,8 +36,8 @@ void appendItems(std::string& text, std::string_view name, const VXIMListChange<
     text += ']';
 }
 
-/// Tells of the changes of a list. Where an event was dropped because too much waits, the next one
-/// tells the whole list, as the first one does.
+/// Reports changes of a list. If an event was dropped because too much is waiting, the next one has
+/// the whole list, like the first one.
 template <class T>
 auto listTeller(std::string_view name, std::int64_t observation, std::shared_ptr<Mailbox> mailbox) {
     return [name, observation, mailbox = std::move(mailbox),
@@ -72,7 +72,7 @@ void Stores::open(Request& request, VXIMConversationsOptions options) {
                   options = std::move(options)] {
         if (self->mailbox().isOpen(self->id())) open(self, client, options);
     };
-    // The file may be ours until the store before is closed.
+    // The file may be locked by us until the previous store is closed.
     if (closing_ > 0) return waiting_.push_back(std::move(begin));
     begin();
 }
@@ -121,7 +121,7 @@ void Stores::open(Request& request, VXIMMessageStoreOptions options) {
             const std::shared_ptr<VXIMMessageStore>& store, const ErrorPtr& error) {
             if (!store) return self->fail(errorBody(*error));
             const auto stores = weak.lock();
-            // Who has given up waiting does not know its number.
+            // A caller that stopped waiting does not know the number.
             if (!stores || !self->mailbox().isOpen(self->id())) return;
             std::string result;
             writeStore(result, stores->keep(store), *store);
@@ -157,7 +157,8 @@ VXIMBooleanCompletion Stores::closing(Request& request) {
 void Stores::closeBeforeOpen(Request& request) {
     const auto conversations = std::exchange(conversations_, nullptr);
     if (waitsForLogin_) return request.succeed("true");
-    // The file is ours until it has been opened and closed, and who is answered may open it again.
+    // We hold the file until it was opened and closed. Answer then, because the caller may open it
+    // again.
     conversations->open([conversations, done = closing(request)](bool opened, const ErrorPtr&) {
         if (opened) return conversations->store()->close(done);
         done(true, nullptr);

@@ -12,11 +12,11 @@
 
 namespace vexim::c {
 
-/// The stores of one client, and what observes them. Each has a number that is never used again.
-/// Main thread.
+/// The stores of one client and their observations. Each has a number that is never reused. Main
+/// thread.
 class Stores final : public StoreSeat, public std::enable_shared_from_this<Stores> {
 public:
-    /// Those of the request's client; made at the first call.
+    /// The stores of the request's client; made by the first call.
     static std::shared_ptr<Stores> of(Request& request);
     explicit Stores(std::shared_ptr<Mailbox> mailbox) : mailbox_(std::move(mailbox)) {}
 
@@ -27,14 +27,14 @@ public:
     /// Answers when it is closed.
     void close(Request& request);
 
-    // These throw a `Refusal` when there is none.
+    // These throw a `Refusal` if there is none.
 
     VXIMConversations& conversations() const;
-    /// The one that the request's "store" names; without that, the client's.
+    /// The store that the request's "store" names; otherwise the client's.
     VXIMMessageStore& store(const Request& request) const;
     VXIMStoreObservation& observation(const Request& request) const;
 
-    /// The number of the client's open store; 0: none.
+    /// The number of the client's open store; 0 if none.
     std::int64_t ownNumber() const noexcept { return own_; }
 
     // These answer with the number of the observation.
@@ -52,7 +52,7 @@ private:
 
     void open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& client,
               const VXIMConversationsOptions& options);
-    /// Answers, and lets go on who waits for the end of it.
+    /// Answers, and lets those continue who wait for its end.
     VXIMBooleanCompletion closing(Request& request);
     void closeBeforeOpen(Request& request);
     std::int64_t numberOf(const Request& request) const;

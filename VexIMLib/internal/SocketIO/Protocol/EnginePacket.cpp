@@ -3,10 +3,13 @@
 #include "VexIMLib/internal/Foundation/Text/Base64.h"
 
 // An Engine.IO packet, as text:
-// packet := type data            type := '0'..'6'  open, close, ping, pong, message, upgrade, noop
-//           | 'b4' base64          an attachment, revision 3
-//           | 'b' base64           an attachment, revision 4
-// As binary (WebSocket only): 0x04 bytes in revision 3, bytes alone in revision 4.
+//
+//   packet := type data        type := '0'..'6'
+//                              open, close, ping, pong, message, upgrade, noop
+//           | 'b4' base64      an attachment, revision 3
+//           | 'b' base64       an attachment, revision 4
+//
+// In binary form (WebSocket only): 0x04 bytes in revision 3, only the bytes in revision 4.
 // Example: 42["say"] is a message that holds the Socket.IO packet 2["say"].
 
 namespace vexim {

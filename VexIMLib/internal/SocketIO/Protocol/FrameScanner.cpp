@@ -3,9 +3,10 @@
 // The head of a frame (RFC 6455, section 5.2):
 //   byte 0   FIN, RSV1..3, opcode (8 bits: 1, 3, 4); opcodes from 8 on are control frames
 //   byte 1   mask bit, length: 0..125, 126 (two more bytes), 127 (eight more bytes)
-// then     the longer length, big endian, in no more bytes than it needs Servers do not mask.
-// Control frames have 125 bytes at most, come in one piece, and may stand between a message's
-// fragments. Example: 81 03 61 62 63 is the text message "abc" in one frame.
+//   then     the longer length, big endian, in the shortest form
+//
+// Servers do not mask. Control frames have at most 125 bytes, are not fragmented, and may come
+// between the fragments of a message. Example: 81 03 61 62 63 is the text message "abc".
 
 namespace vexim {
 namespace {

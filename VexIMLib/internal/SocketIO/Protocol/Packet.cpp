@@ -12,8 +12,11 @@
 //   packet := type [count '-'] [namespace ','] [id] [json]
 //   type   := '0'..'6'      connect, disconnect, event, ack, error, binary event, binary ack
 //   count  := digits        attachments that follow (types 5 and 6 only)
-// id     := digits        the sender wants an answer, or this is one The comma may be missing at
-// the end of the text. In types 5 and 6, {"_placeholder":true,"num":i} stands for attachment i.
+//   id     := digits        the sender wants an answer, or this is one
+//
+// The comma may be missing at the end of the text. In types 5 and 6, {"_placeholder":true,"num":i}
+// stands for attachment i.
+//
 // Example: 2/chat,17["say",{"ts":1}] is an event in "/chat" that asks for answer 17.
 
 namespace vexim {

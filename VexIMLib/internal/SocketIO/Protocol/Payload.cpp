@@ -8,11 +8,13 @@
 #include "VexIMLib/internal/Foundation/Text/UTF8.h"
 
 // The body of one polling request or answer: one or more Engine.IO packets.
+//
 //   revision 3, text    (length ':' packet)+         length in UTF-16 code units
-// revision 3, octets  (kind digit+ 0xFF packet)+   kind 0 text, 1 binary; one byte per decimal
-// digit; length in bytes
-// revision 4          packet (0x1E packet)*        JSON escapes 0x1E, so it cannot stand inside a
-// packet Example, revision 3: 8:40/chat,4:42[] ; revision 4: 40/chat,<1E>42[]
+//   revision 3, octets  (kind digit+ 0xFF packet)+   kind 0 text, 1 binary; one byte per decimal
+//                                                    digit; length in bytes
+//   revision 4          packet (0x1E packet)*        JSON escapes 0x1E, so no packet contains it
+//
+// Example, revision 3: 8:40/chat,4:42[] ; revision 4: 40/chat,<1E>42[]
 
 namespace vexim {
 namespace {
