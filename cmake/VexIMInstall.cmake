@@ -102,8 +102,8 @@ endif()
 
 if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_GENERATOR DEB)
-  set(CPACK_PACKAGE_CONTACT "The VexIMLib authors <authors@vexim.example>")
-  set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
+  set(CPACK_PACKAGE_CONTACT "VexIMLib maintainers <maintainers@example.invalid>")
+  set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # it would come before the summary of each
   set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
   set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
   set(CPACK_STRIP_FILES ON)
@@ -120,57 +120,95 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_DEB_COMPONENT_INSTALL ON)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/VexIMLib/Store ${PROJECT_BINARY_DIR}/VexIMLib/C)
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libveximlib${PROJECT_VERSION_MAJOR})
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS shared-mime-info)
-  set(CPACK_DEBIAN_DEV_PACKAGE_NAME libveximlib-dev)
-  set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME vexim)
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION net)
   # The development files and the tool go with the very library that they were built from.
-  set(same_library "libveximlib${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
-  set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
-    "${same_library}, libcurl4-openssl-dev, libssl-dev, libpng-dev, libboost1.81-dev, libboost-json1.81-dev")
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_library}")
+  set(major ${PROJECT_VERSION_MAJOR})
+  set(exactly "(= ${PROJECT_VERSION})")
+  set(same_library "libveximlib${major} ${exactly}")
+
+  # What every Debian package has: a name, a section, two descriptions, a licence and a change log.
+  #   vexim_debian_package(COMPONENT NAME SECTION DEPENDS SUMMARY DESCRIPTION)
+  string(TIMESTAMP today "%a, %d %b %Y %H:%M:%S +0000" UTC)  # heeds SOURCE_DATE_EPOCH
+  function(vexim_debian_package component name section depends summary description)
+    string(TOUPPER ${component} COMPONENT)
+    set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_NAME ${name} PARENT_SCOPE)
+    set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_SECTION ${section} PARENT_SCOPE)
+    set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_DEPENDS "${depends}" PARENT_SCOPE)
+    set(CPACK_DEBIAN_${COMPONENT}_DESCRIPTION "${summary}\n${description}" PARENT_SCOPE)
+    set(documents ${PROJECT_BINARY_DIR}/debian/${name})
+    file(WRITE ${documents}/changelog "${name} (${PROJECT_VERSION}) stable; urgency=medium
+
+  * What is new in this version is told in CHANGELOG.md of VexIMLib.
+
+ -- ${CPACK_PACKAGE_CONTACT}  ${today}
+")
+    execute_process(COMMAND gzip -9nf ${documents}/changelog COMMAND_ERROR_IS_FATAL ANY)
+    install(FILES ${documents}/changelog.gz DESTINATION share/doc/${name} COMPONENT ${component} EXCLUDE_FROM_ALL)
+    install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION share/doc/${name} RENAME copyright COMPONENT ${component} EXCLUDE_FROM_ALL)
+    if(section STREQUAL libs)
+      set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers PARENT_SCOPE)
+    endif()
+  endfunction()
+
+  vexim_debian_package(runtime libveximlib${major} libs shared-mime-info "instant messaging client library"
+    "VexIMLib logs users in, sends and receives messages, and reads and writes
+users, friends, groups, rooms and attachments, over REST and one live
+Socket.IO connection.")
+  vexim_debian_package(dev libveximlib-dev libdevel
+    "${same_library}, libcurl4-openssl-dev, libssl-dev, libpng-dev, libboost1.81-dev, libboost-json1.81-dev"
+    "instant messaging client library (development files)"
+    "Headers, CMake package and pkg-config file of VexIMLib, and the test kit for
+applications.")
+  set(tools_depends "${same_library}")
   if(TARGET VexIMStore)
-    string(APPEND CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ", libveximlib-store${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+    string(APPEND tools_depends ", libveximlib-store${major} ${exactly}")
   endif()
-  set(CPACK_DEBIAN_STORE_PACKAGE_NAME libveximlib-store${PROJECT_VERSION_MAJOR})
-  set(CPACK_DEBIAN_STORE_PACKAGE_SECTION libs)
-  set(CPACK_DEBIAN_STORE_PACKAGE_DEPENDS "${same_library}")
-  set(CPACK_DEBIAN_STORE-DEV_PACKAGE_NAME libveximlib-store-dev)
-  set(CPACK_DEBIAN_STORE-DEV_PACKAGE_SECTION libdevel)
-  set(CPACK_DEBIAN_STORE-DEV_PACKAGE_DEPENDS
-    "libveximlib-store${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}), libveximlib-dev (= ${PROJECT_VERSION}), libsqlite3-dev")
-  set(CPACK_DEBIAN_C_PACKAGE_NAME libvexim-c${PROJECT_VERSION_MAJOR})
-  set(CPACK_DEBIAN_C_PACKAGE_SECTION libs)
-  set(CPACK_DEBIAN_C_PACKAGE_DEPENDS shared-mime-info)
-  if(BUILD_SHARED_LIBS)  # it then finds its inside there
-    set(CPACK_DEBIAN_C_PACKAGE_DEPENDS "${same_library}")
+  vexim_debian_package(tools vexim net "${tools_depends}" "instant messaging in the terminal"
+    "A chat program for the terminal, and commands for scripts: send and receive
+messages, search and export what was kept, read and write a service's
+resources.")
+  if(TARGET VexIMStore)
+    vexim_debian_package(store libveximlib-store${major} libs "${same_library}" "messages kept on the device, for VexIMLib"
+      "VexIMLib::Store keeps conversations and messages in an SQLite file, with an
+outbox that survives the program's end.")
+    vexim_debian_package(store-dev libveximlib-store-dev libdevel
+      "libveximlib-store${major} ${exactly}, libveximlib-dev ${exactly}, libsqlite3-dev"
+      "messages kept on the device, for VexIMLib (development files)"
+      "Headers, CMake target and pkg-config file of VexIMLib::Store.")
   endif()
-  set(CPACK_DEBIAN_C-DEV_PACKAGE_NAME libvexim-c-dev)
-  set(CPACK_DEBIAN_C-DEV_PACKAGE_SECTION libdevel)
-  set(CPACK_DEBIAN_C-DEV_PACKAGE_DEPENDS "libvexim-c${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
-  set(CPACK_DEBIAN_C-STORE_PACKAGE_NAME libvexim-c-store${PROJECT_VERSION_MAJOR})
-  set(CPACK_DEBIAN_C-STORE_PACKAGE_SECTION libs)
-  set(CPACK_DEBIAN_C-STORE_PACKAGE_DEPENDS shared-mime-info)
-  if(BUILD_SHARED_LIBS)
-    set(CPACK_DEBIAN_C-STORE_PACKAGE_DEPENDS "${same_library}, libveximlib-store${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION})")
+  if(TARGET VexIMLibC)
+    set(c_depends shared-mime-info)
+    if(BUILD_SHARED_LIBS)  # it then finds its inside there
+      set(c_depends "${same_library}")
+    endif()
+    vexim_debian_package(c libvexim-c${major} libs "${c_depends}" "C interface of VexIMLib"
+      "Five functions that take and give JSON, so that any language can use the
+instant messaging library VexIMLib.")
+    vexim_debian_package(c-dev libvexim-c-dev libdevel "libvexim-c${major} ${exactly}" "C interface of VexIMLib (development files)"
+      "The header, CMake package and pkg-config file of libvexim-c, and a JSON Schema
+of its operations and events.")
+    # The same for every kind of processor; it compiles to bytecode as Debian's own packages do.
+    vexim_debian_package(python python3-vexim python "python3 (>= 3.11), \
+libvexim-c${major} (>= ${PROJECT_VERSION}) | libvexim-c-store${major} (>= ${PROJECT_VERSION})" "instant messaging with asyncio"
+      "A Python package over the C interface of VexIMLib: asyncio first, typed, with
+a form for scripts.")
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "libvexim-c-store${major} (>= ${PROJECT_VERSION})")
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+      "${PROJECT_SOURCE_DIR}/bindings/python/debian/postinst;${PROJECT_SOURCE_DIR}/bindings/python/debian/prerm")
   endif()
-  set(CPACK_DEBIAN_C-STORE-DEV_PACKAGE_NAME libvexim-c-store-dev)
-  set(CPACK_DEBIAN_C-STORE-DEV_PACKAGE_SECTION libdevel)
-  set(CPACK_DEBIAN_C-STORE-DEV_PACKAGE_DEPENDS
-    "libvexim-c-store${PROJECT_VERSION_MAJOR} (= ${PROJECT_VERSION}), libvexim-c-dev (= ${PROJECT_VERSION})")
-  # The same for every kind of processor; it compiles to bytecode as Debian's own packages do.
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-vexim)
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.11), \
-libvexim-c${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION}) | libvexim-c-store${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION})")
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "libvexim-c-store${PROJECT_VERSION_MAJOR} (>= ${PROJECT_VERSION})")
-  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
-    "${PROJECT_SOURCE_DIR}/bindings/python/debian/postinst;${PROJECT_SOURCE_DIR}/bindings/python/debian/prerm")
+  if(TARGET VexIMLibCStore)
+    set(c_store_depends shared-mime-info)
+    if(BUILD_SHARED_LIBS)
+      set(c_store_depends "${same_library}, libveximlib-store${major} ${exactly}")
+    endif()
+    vexim_debian_package(c-store libvexim-c-store${major} libs "${c_store_depends}" "C interface of VexIMLib with the store"
+      "The library of libvexim-c${major}, with operations of VexIMLib::Store besides.")
+    vexim_debian_package(c-store-dev libvexim-c-store-dev libdevel
+      "libvexim-c-store${major} ${exactly}, libvexim-c-dev ${exactly}" "C interface of VexIMLib with the store (development files)"
+      "CMake package and pkg-config file of libvexim-c-store.")
+  endif()
   include(CPack)
 endif()

@@ -16,3 +16,5 @@ endif()
 if(VEXIM_SANITIZE MATCHES "thread")
   target_compile_options(vexim_warnings INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-tsan>)
 endif()
+# The same bytes wherever the source lies; debuggers of development builds want the whole path.
+target_compile_options(vexim_warnings INTERFACE $<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.>)
