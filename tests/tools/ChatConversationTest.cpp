@@ -46,9 +46,9 @@ TEST_F(ConversationTest, KeepsWhatItKnowsOfAFileWhenTheStoreTellsOfItAgain) {
     Roster roster;
     auto& bob = roster.open({Kind::Friend, "bob"});
     auto sent = ownMessage(kNow, "", Delivery::Sending);
-    sent.file = File{"image", "/store/12-0.png", 0, std::nullopt};
+    sent.file = File{"image", "dot.png", "/store/12-0.png"};
     auto received = messageFrom("bob", kNow + 1, "http://service/1.png");
-    received.file = File{"image", "", 0, std::nullopt};
+    received.file = File{"image", "dot.png", ""};
     const auto messages = numbered({sent, received});
     bob.show(messages);
     roster.numberFiles(bob);

@@ -57,6 +57,10 @@ TEST_F(InputTest, EditsTheLine) {
         {"erasing at the ends", "ab", "+^-", "|ab"},
         {"a combining mark goes with its character", "e\u0301x", "<<", "|e\u0301x"},
         {"… and is erased with it", "xe\u0301", "-", "x|"},
+        {"an emoji is one place, whatever it is made of", "a👩🏽‍🚀👍🏽b", "<<<",
+         "a|👩🏽‍🚀👍🏽b"},
+        {"flags are taken two letters at a time", "🇳🇴🇸🇪", "<", "🇳🇴|🇸🇪"},
+        {"… and erased so", "🇳🇴🇸🇪", "-", "🇳🇴|"},
         {"words", "one, two  three", "((", "one, |two  three"},
         {"words of other scripts", "eins größer 中文", "((", "eins |größer 中文"},
         {"cut and inserted again", "one two", "w^y", "two|one "},
@@ -80,7 +84,7 @@ TEST_F(InputTest, EditsTheLine) {
 
 TEST_F(InputTest, ShowsThePartAroundTheCursor) {
     EditLine line;
-    line.insert(L"漢字 and e\u0301 more\nlines");
+    line.insert(L"漢字 and e\u0301 👩🏽‍🚀 more\nlines");
     for (int width = 1; width < 40; ++width) {
         line.home();
         for (std::size_t step = 0; step <= line.text().size(); ++step) {
@@ -115,6 +119,18 @@ TEST_F(InputTest, TellsCommandsFromMessages) {
         for (const auto& word : command->words) all += "|" + word;
         EXPECT_EQ(all, expected) << line;
     }
+    const struct {
+        const char* line;
+        std::size_t from;
+        const char* file;
+    } files[] = {
+        {"/send my holiday  picture.png ", 0, "my holiday  picture.png"},
+        {"/send \"my picture.png\"", 0, "my picture.png"},
+        {"/save 12 to this place", 1, "to this place"},
+        {"/save 12 \"to this place\"", 1, "to this place"},
+    };
+    for (const auto& [line, from, file] : files)
+        EXPECT_EQ(fileIn(*parseCommand(line), from), file) << line;
     EXPECT_EQ(messageText("//etc"), "/etc");
     EXPECT_TRUE(parseCommand("/send \"a b")->isUnfinished);
 }
@@ -124,7 +140,9 @@ TEST_F(InputTest, CompletesCommandsAndNames) {
     names.friends = {"bob", "bobby", "Zoë"};
     names.groups = {"Demo group", "Demo two"};
     names.members = {"mallory"};
-    names.files = [](const std::string&) { return std::vector<std::string>{"dir/", "dot.png"}; };
+    names.files = [](const std::string&) {
+        return std::vector<std::string>{"dir/", "dot.png", "my photo.png"};
+    };
     const struct {
         const char* typed;  // "|" is the cursor
         const char* expected;
@@ -140,6 +158,8 @@ TEST_F(InputTest, CompletesCommandsAndNames) {
         {"/group remove m|", "/group remove mallory |", ""},
         {"/send d|", "/send d|", "dir/ dot.png"},
         {"/send di|", "/send dir/|", ""},
+        {"/send my ph|", "/send \"my photo.png\" |", ""},
+        {"/save 2 my |", "/save 2 \"my photo.png\" |", ""},
         {"ask mal|", "ask mallory |", ""},
         {"|", "|", ""},
         {"/nonsense x|", "/nonsense x|", ""},
@@ -185,13 +205,15 @@ TEST_F(InputTest, NamesFilesSafely) {
          "a b"},
     };
     for (const auto& [url, expected] : cases) EXPECT_EQ(fileNameFor(url), expected) << url;
+    EXPECT_EQ(safeFileName("why? #1.png"), "why? #1.png") << "a name is no URL";
+    EXPECT_EQ(safeFileName("../../.profile"), "_profile");
     EXPECT_LE(fileNameFor("http://h/" + std::string(5000, 'x') + ".png").size(), 120u);
 
     const vexim::testing::TemporaryFolder folder;
-    EXPECT_EQ(placeFor(folder.path(), "http://h/dot.png"), folder / "dot.png");
+    EXPECT_EQ(placeFor(folder.path(), "dot.png"), folder / "dot.png");
     std::ofstream(folder / "dot.png") << "taken";
-    EXPECT_EQ(placeFor(folder.path(), "http://h/dot.png"), folder / "dot (1).png");
-    EXPECT_THROW(placeFor(folder / "dot.png", "http://h/x.png"), std::invalid_argument);
+    EXPECT_EQ(placeFor(folder.path(), "a/dot.png"), folder / "dot (1).png");
+    EXPECT_THROW(placeFor(folder / "dot.png", "x.png"), std::invalid_argument);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "tests/tools/ChatFixture.h"
 #include "tools/vexim/chat/Layout.h"
+#include "tools/vexim/chat/Pace.h"
 #include "tools/vexim/chat/Page.h"
 
 namespace {
@@ -63,17 +64,30 @@ TEST_F(ScreenTest, PaintsEveryCharacterAsWideAsTheTerminalDoes) {
         }
     }
     const std::pair<const char*, int> cases[] = {
-        // joined or not, it is three people here
         {"e\u0301", 1},
         {"\u0301", 1},
         {"中", 2},
-        {"👨‍👩‍👧", 6},
-        // one thumb, whatever its colour
+        // one family, one thumb whatever its colour, one flag, one heart
+        {"👨‍👩‍👧", 2},
         {"👍🏽", 2},
-        {"❤️", 1},
+        {"☝🏽", 2},
+        {"🇳🇴", 2},
+        {"🇳🇴🇸🇪", 4},
+        {"❤️", 2},
+        // what joins nothing is not there
+        {"a\u200Db", 2},
+        {"a\uFE0F", 1},
         {"\t", 1},
     };
     for (const auto& [text, width] : cases) EXPECT_EQ(widthOf(cellsOf(text)), width) << text;
+    for (const char* emoji :
+         {"👨‍👩‍👧‍👦", "👩🏽‍🚀", "🇳🇴", "❤️‍🔥"}) {
+        const auto cells = cellsOf(emoji);
+        ASSERT_EQ(cells.size(), 1u) << emoji;
+        EXPECT_TRUE(cells[0].isSequence());
+        EXPECT_EQ(textOf(cells), emoji) << "nothing is lost of it";
+    }
+    EXPECT_FALSE(cellsOf("e\u0301")[0].isSequence()) << "the terminal library does that itself";
     EXPECT_EQ(cellsOf("e" + std::string(2000, '\xcc') + "\x81").front().count, 1);
     std::string tower = "e";
     for (int mark = 0; mark < 100; ++mark) tower += "\u0301";
@@ -129,7 +143,8 @@ void fill(Roster& roster) {
     messages.push_back(ownMessage(kNoon, "later", Delivery::Waiting));
     messages.back().failure = "no connection";
     messages.push_back(ownMessage(kNoon, "", Delivery::Sending));
-    messages.back().file = File{"image", "/some/where/dot.png", 0, 45};
+    messages.back().file =
+        File{"image", "dot.png", "/some/where/dot.png", 0, 45, "1.2 MB/s, 8 s left"};
     bob.show(numbered(std::move(messages)));
     for (int number = 0; number < 20; ++number)
         roster.open({Kind::Group, "g" + std::to_string(number)}).unread = number * 100;
@@ -161,9 +176,62 @@ TEST_F(ScreenTest, FitsEveryScreen) {
     for (const char* text :
          {"● ", "lines", "Wednesday, 15 November", "Thursday, 16 November",
           "(not sent: no reason; /retry)", "later (waits to be sent: no connection)",
-          "[image] dot.png [#########-----------] 45%", "/cancel", "> typed 漢字"}) {
+          "[image] dot.png [#########-----------] 45%", "MB/s, 8 s", "/cancel", "> typed 漢字"}) {
         EXPECT_NE(screen.find(text), std::string::npos) << text << " in\n" << screen;
     }
+}
+
+TEST_F(ScreenTest, ShowsAReasonToItsEnd) {
+    Roster roster;
+    const std::string reason =
+        "attempt 4 failed: next attempt within 10 s, /resume tries now (Could not connect: Connection refused. Are "
+        "the address and the port right?)";
+    for (const int columns : {60, 80, 100}) {
+        std::string screen;
+        for (const auto& row : draw(roster, {reason, true}, EditLine(), {columns, 24}).rows)
+            screen += textOf(row);
+        screen.erase(std::unique(screen.begin(), screen.end(),
+                                 [](char a, char b) { return a == ' ' && b == ' '; }),
+                     screen.end());
+        EXPECT_NE(screen.find(reason), std::string::npos) << columns << ": " << screen;
+        EXPECT_EQ(pageSize({columns, 24}, {reason, true}).rows, columns == 60 ? 19 : 20);
+    }
+}
+
+TEST_F(ScreenTest, BeginsALongNoticeWithItsFirstLine) {
+    Conversation conversation({Kind::Friend, "bob"});
+    conversation.older = Older::Nothing;
+    conversation.show(numbered({messageFrom("bob", kNoon, "before")}));
+    conversation.notice(messageFrom("", kNoon + 1, "first\n2\n3\n4\n5\n6\nlast"));
+    showFromItsStart(conversation, 40, 4);
+    EXPECT_NE(textOf(linesOf(conversation, 40, 4).front()).find("first"), std::string::npos);
+    conversation.anchor.reset();
+    showFromItsStart(conversation, 40, 20);
+    EXPECT_FALSE(conversation.anchor) << "one that fits is followed";
+}
+
+TEST_F(ScreenTest, TellsSpeedAndRemainingTime) {
+    Pace fetched;
+    EXPECT_EQ(fetched.text(), "");
+    fetched.reached(0, std::nullopt, 100);
+    fetched.reached(1'000'000, std::nullopt, 100.2);
+    EXPECT_EQ(fetched.text(), "") << "too early to say";
+    fetched.reached(3'000'000, std::nullopt, 102);
+    EXPECT_EQ(fetched.text(), "1.5 MB/s");
+    fetched.reached(3'000'000, 18'000'000, 102);
+    EXPECT_EQ(fetched.text(), "1.5 MB/s, 10 s left");
+    for (int second = 103; second <= 110; ++second)
+        fetched.reached(3'000'000 + (second - 102) * 1'000, 18'000'000, second);
+    EXPECT_EQ(fetched.text(), "1.0 kB/s, 5 h left") << "what was fast is forgotten";
+    fetched.reached(10, 18'000'000, 111);
+    EXPECT_EQ(fetched.text(), "") << "it began anew";
+    Pace sent(50'000);
+    sent.reachedPercent(0, 1);
+    sent.reachedPercent(40, 2);
+    EXPECT_EQ(sent.text(), "20 kB/s, 2 s left");
+    Pace unknown;
+    unknown.reachedPercent(40, 2);
+    EXPECT_EQ(unknown.text(), "");
 }
 
 TEST_F(ScreenTest, KeepsTheColumnsOfATable) {

@@ -85,6 +85,26 @@ keys alice M-1
 await alice $'bob: caf\u00e9, \u4f60\u597d \U1F44B and e\u0301'
 await_not alice 'bob 1│'
 
+step "an emoji is whole, and what stands behind it is in its place"
+panes pipe-pane -t alice "cat > '$work/alice.raw'"
+say bob $'a \U1F469\U1F3FD\u200D\U1F680 flies'
+await alice 'flies'
+await_file "$work/alice.raw" $'\U1F469\U1F3FD\u200D\U1F680'
+panes pipe-pane -t alice
+
+step "who befriends is there at once"
+curl -sf "http://127.0.0.1:$port/_control/users" -H 'Content-Type: application/json' -o /dev/null -d '{"id": "carol"}'
+start_chat carol --user carol
+await carol 'carol connected to'
+"$vexim" friends add alice --user carol --server "http://127.0.0.1:$port" || fail "carol finds no friend"
+await alice '2 ● carol'
+await carol '1 ● alice'
+say carol '/quit'
+await_ended carol
+"$vexim" friends remove alice --user carol --server "http://127.0.0.1:$port" || fail "carol keeps her friend"
+say alice '/refresh'
+await alice 'x carol'
+
 step "a line waits in its conversation, and keys that nobody knows write nothing"
 keys alice 'half' M-2
 await_not alice '> half'
@@ -103,7 +123,8 @@ await alice 'bob: fine so far'
 
 step "a group, by completion"
 say alice '/group new "Reading circle" bob'
-await alice 'group Reading circle, 2 members'
+await alice 'group Reading circle (g'
+await alice '), 2 members'
 say alice 'which book?'
 await bob 'Reading circle 1│'
 keys bob '/group Rea' Tab Enter
@@ -111,10 +132,20 @@ await bob 'alice: which book?'
 
 step "a file, there and back"
 head -c 300000 /dev/urandom > "$work/alice/dot.png"
+mkdir "$work/alice/a directory"
+say alice '/send a directory'
+await alice 'this is a directory, not a file: a directory'
+mv "$work/alice/dot.png" "$work/alice/my dot.png"
+say alice '/send my dot.png'
+await bob '[image] my dot.png (/save '
+say bob '/save'
+await bob 'saved as my dot.png'
+cmp "$work/alice/my dot.png" "$work/bob/my dot.png" || fail "the file has changed on its way"
+mv "$work/alice/my dot.png" "$work/alice/dot.png"
 keys alice '/send do' Tab Enter
-await bob '.png (/save '
+await bob '[image] dot.png (/save '
 say bob "/save $work/bob/saved.png"
-await bob 'saved as'
+await bob "saved as $work/bob/saved.png"
 cmp "$work/alice/dot.png" "$work/bob/saved.png" || fail "the file has changed on its way"
 
 step "a small screen, a large one, a long paste"
@@ -145,6 +176,7 @@ keys alice M-1
 kill -KILL "$service_pid"
 wait "$service_pid" 2> /dev/null || true
 await alice 'next attempt'
+await alice 'Connection refused'
 await alice '1 ? bob'
 say alice 'while it is down'
 await alice 'while it is down (waits to be sent'
@@ -165,6 +197,12 @@ await alice 'paused: nothing arrives until /resume'
 await bob '1 ○ alice'
 say alice '/resume'
 await alice 'alice connected to'
+
+step "the help is read from its first line"
+say alice '/help'
+await alice 'Anything that does not begin with / is sent.'
+keys alice Enter
+await alice 'cut word, to the start'
 
 step "they leave, and the terminals are as before"
 say alice '/quit'

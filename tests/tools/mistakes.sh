@@ -10,18 +10,34 @@ printf 'caf\xe9' > "$folder/latin1"
 head -c 2000000 /dev/zero | tr '\0' x > "$folder/long"
 head -c 20000000 /dev/zero > "$folder/endless"
 head -c 5000 /dev/zero > "$folder/large.png"
+echo "sevrer = $url" > "$folder/settings"
+unset VEXIM_SERVER VEXIM_USER
+export XDG_CONFIG_HOME=$folder
 
 # status | standard input | what must be said | the command; {} is a login and a receiver
 table="
 2 | /dev/null | not a service's URL: \"localhost:80\"      | send --server localhost:80 {} hi
-2 | /dev/null | not a service's URL: \"htp://localhost\"   | history group g --server htp://localhost
+2 | /dev/null | not a service's URL: \"htp://localhost\"   | history --group g --server htp://localhost
 2 | /dev/null | not a service's URL: \"http://\"           | chat --server http:// {}
 2 | /dev/null | no such command: sned                      | sned --server $url {} hi
-2 | /dev/null | no such command: lits                      | friends lits alice --server $url
-2 | /dev/null | A subcommand is required                   | friends
-2 | /dev/null | --ca: File does not exist: /no/such.pem    | send --server $url {} --ca /no/such.pem hi
-1 | /dev/null | from 127.0.0.1 (cannot connect), trying    | friends list alice --server http://127.0.0.1:1
-1 | /dev/null | Are the address and the port right?        | friends list alice --server http://127.0.0.1:1
+2 | /dev/null | no such command: friends lists (did you mean list?) | friends lists --server $url
+2 | /dev/null | friends takes one of: list                 | friends
+2 | /dev/null | say what to do: chat, send                 | --json
+2 | /dev/null | no such option: --frend (did you mean --friend?) | send --server $url --frend bob hi
+2 | /dev/null | no such option: --frend                    | friends add --frend
+2 | /dev/null | not understood: bob                        | friends list bob --server $url --user alice
+2 | /dev/null | not understood: friend                     | history friend alice
+2 | /dev/null | FRIEND is required                         | friends add --server $url --user alice
+2 | /dev/null | usres                                      | find usres --server $url
+2 | /dev/null | --limit takes a number from 1 on, not all  | history --group g --limit all --server $url
+2 | /dev/null | expected KEY=VALUE, not city               | attributes set city --server $url --user alice
+2 | /dev/null | say which service: with --server           | friends list --user alice
+2 | /dev/null | --user and --username exclude each other   | friends list --server $url --user alice --username alice
+2 | /dev/null | settings: no such setting: sevrer (did you mean --server?) | friends list --config settings
+2 | /dev/null | no such configuration file: nowhere        | friends list --config nowhere
+2 | /dev/null | --ca: no such file: /no/such.pem    | send --server $url {} --ca /no/such.pem hi
+1 | /dev/null | from 127.0.0.1 (cannot connect), trying    | friends list --user alice --server http://127.0.0.1:1
+1 | /dev/null | Are the address and the port right?        | friends list --user alice --server http://127.0.0.1:1
 1 | /dev/null | at http://127.0.0.1:1: Could not connect   | send --server http://127.0.0.1:1 {} hi
 1 | /dev/null | at http://127.0.0.1:1: Could not connect   | chat --server http://127.0.0.1:1 {}
 1 | /dev/null | at http://127.0.0.1:1: Could not connect   | demo --server http://127.0.0.1:1
@@ -29,7 +45,7 @@ table="
 1 | /dev/null | Check the user name and the password       | send --server $url --username alice --password wrong --friend bob hi
 1 | /dev/null | Check the user name and the password       | chat --server $url --username alice --password wrong
 1 | /dev/null | Check --app and --key                      | send --server $url {} --key wrong hi
-1 | /dev/null | Check --app and --key                      | friends list alice --server $url --key wrong
+1 | /dev/null | Check --app and --key                      | friends list --user alice --server $url --key wrong
 2 | /dev/null | say who you are                            | send --server $url --friend bob hi
 2 | /dev/null | say to whom                                | send --server $url --user alice hi
 2 | /dev/null | the text is empty                          | send --server $url {}
@@ -40,15 +56,15 @@ table="
 1 | long      | it is longer than the server takes         | send --server $url {}
 1 | long      | it is longer than the server takes         | chat --server $url {}
 2 | /dev/null | no such file: /no/such.png                 | send --server http://127.0.0.1:1 {} --file /no/such.png
-2 | /dev/null | this is a folder, not a file: /            | send --server http://127.0.0.1:1 {} --file /
+2 | /dev/null | this is a directory, not a file: /         | send --server http://127.0.0.1:1 {} --file /
 1 | /dev/null | not sent: The body is too large            | send --server $url {} --file large.png
 1 | /dev/null | Is \"nobody\" a friend of yours?            | send --server $url --user alice --friend nobody hi
 2 | /dev/null | not \"tomorrow\"                           | search hi --store alice.vexim --since tomorrow
 2 | /dev/null | no letter or digit to search for in \"...\" | search ... --store latin1
-2 | /dev/null | --store is a folder                        | search hi --store .
-2 | /dev/null | --store is a folder                        | export --store . --user alice
-2 | /dev/null | --store is required                        | search hi
-2 | /dev/null | TEXT is required                           | search --store alice.vexim
+2 | /dev/null | --store is a directory                        | search hi --store .
+2 | /dev/null | --store is a directory                        | export --store . --user alice
+2 | /dev/null | say which store with --store               | search hi
+2 | /dev/null | WORD is required                           | search --store alice.vexim
 1 | /dev/null | There is no message store at this path     | search hi --store nothing.vexim
 1 | /dev/null | There is no message store at this path     | export --store nothing.vexim
 1 | /dev/null | VXIMStoreErrorDomain                       | search hi --store latin1
@@ -76,7 +92,7 @@ printf 'by a dash' | send --group demo-group - || fail "a text from -"
 send --room demo-room -- '-5' || fail "a text that begins with a dash"
 head -c 100 /dev/zero > small.png
 send --friend bob --file small.png 2> /dev/null || fail "a file"
-history=$("$vexim" history friend alice bob --server "$url" --json) || fail "the history"
+history=$("$vexim" history --user alice --friend bob --server "$url" --json) || fail "the history"
 grep -qF '"two\nlines é"' <<< "$history" || fail "not as it was written: $history"
 
 # What is not the echo is not taken for it: another text, the same elsewhere, the same from the other side.
@@ -107,7 +123,7 @@ echo /quit >&"${first[1]}"
 wait "$first_PID" || fail "the first login"
 
 # A full disk.
-got=0; said=$("$vexim" friends list alice --server "$url" 2>&1 > /dev/full) || got=$?
+got=0; said=$("$vexim" friends list --user alice --server "$url" 2>&1 > /dev/full) || got=$?
 [ "$got" = 1 ] && grep -qF 'cannot write the output: No space left on device' <<< "$said" || fail "a full disk: $got, $said"
 mkfifo open
 exec 3<> open  # an input that does not end

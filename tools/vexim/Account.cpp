@@ -3,7 +3,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -12,26 +11,11 @@
 
 #include "VexIMLib/VexIMLib.h"
 
-void Account::addOptions(CLI::App& command) {
-    command.add_option("--server", server, "The service's URL")->required();
-    command.add_option("--app", appId, "Application id")->capture_default_str();
-    command.add_option("--key", clientKey, "Client key")
-        ->envname("VEXIM_KEY")
-        ->capture_default_str();
-    command
-        .add_option("--ca", authorityFile,
-                    "Trust the certificate authorities in this PEM file, not the system's")
-        ->check(CLI::ExistingFile);
-    command
-        .add_option(
-            "--pin", pins,
-            "Accept only a server with this key: the base64 of its SHA-256; may be repeated")
-        ->allow_extra_args(false);  // what follows may be the command's own
-    command.add_option("--install", installation, "Installation id of this device")
-        ->capture_default_str();
-}
-
 std::shared_ptr<VXIMClient> Account::makeClient() const {
+    if (server.empty()) {
+        throw std::invalid_argument(
+            "say which service: with --server URL, with VEXIM_SERVER, or with a line \"server = URL\" in the configuration file");
+    }
     const auto url = vexim::URL::parse(server);
     const auto isSpoken = [&](const char* scheme) { return url->scheme() == scheme; };
     constexpr std::array kSchemes{"http", "https", "ws", "wss"};
@@ -54,13 +38,6 @@ std::shared_ptr<VXIMClient> Account::makeClient() const {
     // a network may let nothing but plain requests through
     configuration->setForceWebsockets(false);
     return VXIMClient::clientWithConfiguration(configuration);
-}
-
-void Credentials::addOptions(CLI::App& command) {
-    auto* byId = command.add_option("--user", userId, "Log in with a user id");
-    command.add_option("--username", username, "Log in with a user name …")->excludes(byId);
-    command.add_option("--password", password, "… and its password; without it, it is asked for")
-        ->envname("VEXIM_PASSWORD");
 }
 
 void Credentials::askForPassword() {
@@ -100,15 +77,7 @@ void hideSecrets(int argc, char** argv) {
 void Credentials::logIn(VXIMClient& client, VXIMBooleanCompletion completion) const {
     if (username) return client.loginWithUsername(username, password, std::move(completion));
     if (!userId)
-        throw std::invalid_argument("say who you are with --user, or --username and --password");
+        throw std::invalid_argument(
+            "say who you are with --user, or --username and --password; VEXIM_USER or the configuration file can say it, too");
     client.loginWithUserId(userId, std::move(completion));
-}
-
-void Peer::addOptions(CLI::App& command) {
-    auto* toFriend = command.add_option("--friend", friendId, "Talk to this friend");
-    auto* toGroup =
-        command.add_option("--group", groupId, "Talk to this group")->excludes(toFriend);
-    command.add_option("--room", roomId, "Talk to this room")
-        ->excludes(toFriend)
-        ->excludes(toGroup);
 }

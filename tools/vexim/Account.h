@@ -1,6 +1,5 @@
 #pragma once
 
-#include <CLI/App.hpp>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,15 +11,13 @@ class VXIMClient;
 
 /// Which service is asked, in whose name. The defaults are those of the local development service.
 struct Account {
-    std::string server;
+    std::string server;  // empty: none was named
     std::string appId = "demo-app";
     std::string clientKey = "demo-key";
     std::string installation = "vexim-terminal";
     std::optional<std::string> authorityFile;  // the system's authorities without one
     std::vector<std::string> pins;             // none: any key
 
-    /// Options by which a command of the command line fills this.
-    void addOptions(CLI::App& command);
     /// A client that is configured but not logged in. Throws std::invalid_argument when `server` is
     /// no URL.
     std::shared_ptr<VXIMClient> makeClient() const;
@@ -32,7 +29,6 @@ struct Credentials {
     std::optional<std::string> username;
     std::optional<std::string> password;
 
-    void addOptions(CLI::App& command);
     /// Asks the terminal for a password that is missing. Throws std::invalid_argument when there is
     /// no terminal, or no answer.
     void askForPassword();
@@ -50,6 +46,5 @@ struct Peer {
     std::optional<std::string> groupId;
     std::optional<std::string> roomId;
 
-    void addOptions(CLI::App& command);
     bool isNamed() const { return friendId || groupId || roomId; }
 };

@@ -1,5 +1,3 @@
-#include "Chat.h"
-
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -8,6 +6,7 @@
 #include <cstdio>
 
 #include "PlainChat.h"
+#include "StoreCommands.h"
 #include "VexIMLib/Store/VXIMConversations.h"
 #include "VexIMLib/VexIMLib.h"
 #include "chat/Program.h"
@@ -29,25 +28,18 @@ int signalDescriptor() {
     return signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
 }
 
-}  // namespace
-
-std::string chatHelp() {
-    return "On a terminal it takes the whole screen; otherwise it reads and prints lines.\nNO_COLOR does without colours.\n"
-           "With --store the messages are kept: what could not be sent goes out in the next run, and what was missed is read.\n\n" +
-           chat::helpText();
-}
-
-int runChat(const Account& account, const Credentials& credentials, const Peer& peer,
-            const std::optional<std::string>& store) {
+int runChat(const Given& given) {
+    const auto& credentials = given.credentials;
+    const auto store = given.find("--store");
     const bool isUTF8 = chat::useUTF8();
     VXIMConversationsOptions options{.path = store.value_or(":memory:"),
                                      .userId = credentials.userId.value_or("")};
     options.echoTimeout = kEchoTimeout;
     if (!store) options.mostCaughtUp = kMostRead;
     auto conversations =
-        VXIMConversations::conversationsWithClient(account.makeClient(), std::move(options));
+        VXIMConversations::conversationsWithClient(given.account.makeClient(), std::move(options));
     const bool isTerminal = isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
-    if (!isTerminal) return runPlainChat(conversations, credentials, peer, store);
+    if (!isTerminal || given.isJSON) return runPlainChat(conversations, given);
 
     const int signals = signalDescriptor();
     auto screen = chat::Screen::open(isUTF8);
@@ -57,7 +49,7 @@ int runChat(const Account& account, const Credentials& credentials, const Peer& 
         sigset_t none;
         sigemptyset(&none);
         pthread_sigmask(SIG_SETMASK, &none, nullptr);
-        return runPlainChat(conversations, credentials, peer, store);
+        return runPlainChat(conversations, given);
     }
     vexim::setLogSink({});  // lines from elsewhere would run through the screen
 
@@ -65,10 +57,27 @@ int runChat(const Account& account, const Credentials& credentials, const Peer& 
     int status = 0;
     {
         chat::Program program(conversations, credentials, std::move(screen));
-        status = program.run(peer, signals);
+        status = program.run(given.peer, signals);
         complaint = program.complaint();
     }
     close(signals);
     if (!complaint.empty()) std::fprintf(stderr, "vexim: %s\n", complaint.c_str());
     return status;
+}
+
+}  // namespace
+
+CommandSpec chatCommand() {
+    auto options = peerOptions("Begin with");
+    options.insert(options.begin(), storeOption());
+    return {
+        "chat",
+        "Chat from this terminal",
+        {},
+        std::move(options),
+        runChat,
+        "On a terminal it takes the whole screen; otherwise, and with --json, it reads and prints lines.\n"
+        "NO_COLOR does without colours. With --store the messages are kept: what could not be sent goes out in\n"
+        "the next run, and what was missed is read.\n\n" +
+            chat::helpText()};
 }

@@ -88,12 +88,18 @@ bool tellLogout(Stage& stage) {
     return true;
 }
 
-int runDemo(const Account& account) {
-    Stage stage(account);
-    for (const auto tell :
-         {tellLogin, tellChat, tellAttachments, tellResources, tellPauseAndResume, tellLogout}) {
-        if (!tell(stage)) break;
-    }
-    stage.transcript.finish();
-    return stage.transcript.allHeld() ? 0 : 1;
+CommandSpec demoCommand() {
+    return {"demo",
+            "Let two users of the local service talk, and check every step",
+            {},
+            {},
+            [](const Given& given) {
+                Stage stage(given.account, given.isJSON);
+                for (const auto tell : {tellLogin, tellChat, tellAttachments, tellResources,
+                                        tellPauseAndResume, tellLogout}) {
+                    if (!tell(stage)) break;
+                }
+                stage.transcript.finish();
+                return stage.transcript.allHeld() ? 0 : 1;
+            }};
 }

@@ -1,12 +1,12 @@
 #pragma once
 
-#include "Account.h"
+#include "CommandLine.h"
 
 class Stage;
 
-/// Tells the library's whole story with two users of the local development service, checks each
-/// step, and prints it. Ends within 30 seconds. 0 when every step held.
-int runDemo(const Account& account);
+/// "demo": tells the library's whole story with two users of the local development service, checks
+/// each step, and prints it. Ends within 30 seconds. 0 when every step held.
+CommandSpec demoCommand();
 
 // The chapters, in the order in which they are told; each stands on the one before. False when the
 // story cannot go on.

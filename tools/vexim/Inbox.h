@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/VXIMClientDelegate.h"
 
@@ -48,10 +49,12 @@ public:
     static std::string lineOf(const std::string& conversation, VXIMMessage& message);
 
 protected:
-    /// Hears each line as it is written down.
-    virtual void wrote(const std::string& line);
+    /// Hears each line as it is written down, and the same for programs: {"event": "message",
+    /// "kind": "friend", "id": "bob", "message": …}, {"event": "online", "id": "bob"}.
+    virtual void wrote(const std::string& line, const vexim::Dictionary& event);
 
 private:
-    void write(std::string line);
+    void write(std::string line, vexim::Dictionary event);
+    void writeMessage(const std::string& kind, const vexim::Value& id, VXIMMessage& message);
     std::vector<std::string> lines_;
 };

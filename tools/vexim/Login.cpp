@@ -1,6 +1,7 @@
 #include "Login.h"
 
 #include <chrono>
+#include <stdexcept>
 #include <utility>
 
 #include "Explain.h"
@@ -46,4 +47,17 @@ void logInOnce(const std::shared_ptr<VXIMClient>& client, const Credentials& cre
     });
     vexim::MainQueue::shared().after(kTimeout,
                                      [attempt] { attempt->end("The service does not answer."); });
+}
+
+void logIn(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials) {
+    const auto answer = std::make_shared<std::optional<std::string>>();
+    logInOnce(client, credentials, [answer](const std::string& complaint) { *answer = complaint; });
+    vexim::MainQueue::shared().runUntil([&] { return answer->has_value(); }, 2 * kTimeout);
+    if (!answer->value_or("").empty()) throw std::runtime_error(**answer);
+}
+
+std::string userIdOf(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials) {
+    if (credentials.userId) return *credentials.userId;
+    logIn(client, credentials);
+    return client->currentUser()->uid().description();
 }

@@ -12,3 +12,9 @@
 /// Throws std::invalid_argument when nobody is named.
 void logInOnce(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials,
                std::function<void(const std::string& complaint)> ended);
+
+/// Logs in and waits for it. Throws std::runtime_error with the reason when that does not work.
+void logIn(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials);
+
+/// The id of the user who is named; a user name is logged in to learn it. Throws as `logIn`.
+std::string userIdOf(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials);

@@ -6,44 +6,18 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "Explain.h"
+#include "Table.h"
 #include "VexIMLib/VexIMLib.h"
 #include "chat/Text.h"
 
 namespace {
 
 using vexim::Value;
-
-/// Others have written it: a terminal gets nothing that it would obey, anything else gets it as it
-/// stands.
-void print(const std::string& line) {
-    static const bool isTerminal = isatty(STDOUT_FILENO) != 0;
-    std::printf("%s\n", isTerminal ? chat::harmless(line).c_str() : line.c_str());
-}
-
-std::string asJSON(const Value& value) {
-    return vexim::writeJSON(value, vexim::JSONFragments::Allow).text;
-}
-
-/// One value in one line: text as it stands, anything else as JSON.
-std::string inOneLine(const Value& value) {
-    return value.isString() ? *value.asString() : asJSON(value);
-}
-
-/// A dictionary as "key: value" lines, a list with a line for each element, anything else as it is.
-void printText(const Value& value) {
-    if (const auto* dictionary = value.asDictionary()) {
-        for (const auto& [key, entry] : *dictionary)
-            print(std::string(key) + ": " + inOneLine(entry));
-    } else if (const auto* array = value.asArray()) {
-        for (const auto& element : *array) print(inOneLine(element));
-    } else if (!value.isNil()) {
-        print(inOneLine(value));
-    }
-}
 
 /// Why an attempt got no answer, as far as the record tells.
 std::string reasonOf(const VXIMDiagnosisEvent& failure) {
@@ -78,8 +52,17 @@ bool await(const std::function<bool()>& hasArrived, const VXIMClient& client) {
 
 }  // namespace
 
+void printJSON(const Value& value) {
+    const auto text =
+        vexim::writeJSON(value.isNil() ? Value::null() : value, vexim::JSONFragments::Allow).text;
+    // of a terminal's own, what it would obey is left out
+    static const bool isTerminal = isatty(STDOUT_FILENO) != 0;
+    std::printf("%s\n", isTerminal ? chat::harmless(text).c_str() : text.c_str());
+}
+
 int perform(const VXIMClient& client, Output output,
-            const std::function<void(VXIMResultCompletion)>& operation) {
+            const std::function<void(VXIMResultCompletion)>& operation,
+            const std::function<Value(const Value&)>& shown) {
     struct Outcome {
         bool arrived = false;
         Value result;
@@ -89,19 +72,17 @@ int perform(const VXIMClient& client, Output output,
     operation([outcome](Value result, vexim::ErrorPtr error) {
         *outcome = {true, std::move(result), std::move(error)};
     });
-    if (!await([&] { return outcome->arrived; }, client)) {
-        std::fputs("vexim: the service did not answer\n", stderr);
-        return 1;
-    }
-    if (outcome->error) {
-        std::fprintf(stderr, "vexim: %s\n", explain(outcome->error).c_str());
-        return 1;
-    }
+    if (!await([&] { return outcome->arrived; }, client))
+        throw std::runtime_error("the service did not answer");
+    if (outcome->error) throw std::runtime_error(explain(outcome->error));
+    const auto& result = outcome->result;
     switch (output) {
-        case Output::Text: printText(outcome->result); break;
-        case Output::JSON:
-            print(asJSON(outcome->result.isNil() ? Value::null() : outcome->result));
+        case Output::Text:
+            std::fputs(tableOf(shown ? shown(result) : result).c_str(), stdout);
+            if (result.asArray() != nullptr && result.asArray()->empty())
+                std::fputs("vexim: there are none\n", stderr);
             break;
+        case Output::JSON: printJSON(result); break;
     }
     return 0;
 }

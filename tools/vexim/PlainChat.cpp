@@ -1,9 +1,6 @@
 #include "PlainChat.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -12,6 +9,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <utility>
 #include <vector>
@@ -19,7 +17,9 @@
 #include "Explain.h"
 #include "HostLoop.h"
 #include "Inbox.h"
+#include "InputLines.h"
 #include "Login.h"
+#include "PlaceNames.h"
 #include "VexIMLib/Store/VXIMConversations.h"
 #include "VexIMLib/VexIMLib.h"
 #include "chat/Text.h"
@@ -31,7 +31,11 @@ constexpr std::chrono::seconds kLogoutTimeout{10};
 // What leaves is waited for so long at the end.
 constexpr std::chrono::seconds kPatience{20};
 constexpr std::chrono::seconds kClosingTimeout{5};
+// So long the names of groups and rooms are waited for before the first line is read.
+constexpr std::chrono::seconds kNamesTimeout{3};
 constexpr std::int32_t kObserved = 200;
+// So many wait for their echo before more is read: what is observed has room for them.
+constexpr std::size_t kMostUnsettled = 150;
 constexpr std::int32_t kMostConversations = 10'000;
 constexpr std::int64_t kMostMissed = 500;  // of one conversation, that are printed
 
@@ -46,7 +50,7 @@ constexpr const char* kHelp =
 int printError = 0;  // why standard output does not take any more: `errno`
 
 /// Others have a say in it: what a terminal would obey is left out.
-void print(const std::string& line) {
+void printLine(const std::string& line) {
     if (std::printf("%s\n", chat::harmless(line).c_str()) < 0 || std::fflush(stdout) != 0)
         printError = errno;
 }
@@ -82,11 +86,12 @@ VXIMConversationId conversationOf(const Peer& peer) {
 
 class PlainChat : public Inbox {
 public:
-    PlainChat(std::shared_ptr<VXIMConversations> conversations, Peer peer, bool isKept)
+    PlainChat(std::shared_ptr<VXIMConversations> conversations, const Given& given)
         : conversations_(std::move(conversations)),
           client_(conversations_->client()),
-          peer_(std::move(peer)),
-          isKept_(isKept) {}
+          peer_(given.peer),
+          isKept_(given.has("--store")),
+          isJSON_(given.isJSON) {}
 
     int run(const Credentials& credentials) {
         vexim::NotificationCenter::defaultCenter().addObserver(
@@ -99,7 +104,7 @@ public:
         conversations_->setCaughtUpHandler(
             [this](const VXIMCaughtUp& caughtUp) { didCatchUp(caughtUp); });
         conversations_->setTroubleHandler(
-            [](const vexim::ErrorPtr& error) { print("store: " + explain(error)); });
+            [this](const vexim::ErrorPtr& error) { print("store: " + explain(error)); });
         conversations_->open([this](bool opened, const vexim::ErrorPtr& error) {
             if (!opened) return refuse("no store: " + explain(error));
             list_ = store()->observeConversations(
@@ -121,15 +126,22 @@ public:
     }
 
 protected:
-    void wrote(const std::string& line) override {
+    void wrote(const std::string& line, const vexim::Dictionary& event) override {
         if (line == "login") {
             isCaughtUp_ = false;
             heardBefore_ = lines().size();
         }
-        print(line);
+        if (line == "disconnect") input_.go();  // a command may have to be read
+        if (isJSON_) return printLine(vexim::writeJSON(event).text);
+        printLine(names_->added(line, event));
     }
 
 private:
+    void print(const std::string& line) {
+        if (!isJSON_) return printLine(line);
+        printLine(vexim::writeJSON(vexim::Dictionary{{"event", "notice"}, {"text", line}}).text);
+    }
+
     std::shared_ptr<VXIMMessageStore> store() const { return conversations_->store(); }
 
     void refuse(const std::string& complaint) {
@@ -144,7 +156,15 @@ private:
         if (!isLoggedIn_ || !store()) return;
         print("logged in as " + client_->currentUser()->uid().description() +
               "; /help tells the commands");
-        loop_.watch(STDIN_FILENO, [this](bool) { read(); });
+        names_->read(*client_, [this] { input_.go(); });
+        vexim::MainQueue::shared().after(kNamesTimeout, [this] { input_.go(); });
+    }
+
+    /// Whether more may wait to be settled. Without a connection nothing is held back: a command
+    /// may come that opens it again.
+    bool isBusy() const {
+        return client_->status() == VXIMClientStatusOpened &&
+               adding_ + unsettled_.size() >= kMostUnsettled;
     }
 
     /// What came while nobody listened is printed now; the rest has been printed as it came.
@@ -194,25 +214,6 @@ private:
             if (isCaughtUp_ && one.unreadCount > 0)
                 store()->markRead(one.id, std::nullopt, nullptr);
         }
-    }
-
-    void read() {
-        std::array<char, 65'536> bytes{};
-        const auto count = ::read(STDIN_FILENO, bytes.data(), bytes.size());
-        if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
-        const auto known = typed_.size();  // a long line is not searched again and again
-        if (count > 0) typed_.append(bytes.data(), static_cast<std::size_t>(count));
-        std::size_t begin = 0;
-        for (auto end = typed_.find('\n', known); end != std::string::npos;
-             end = typed_.find('\n', begin)) {
-            didType(typed_.substr(begin, end - begin));
-            begin = end + 1;
-        }
-        typed_.erase(0, begin);
-        if (count > 0) return;
-        if (!typed_.empty()) didType(std::exchange(typed_, {}));  // the last line needs no end
-        loop_.unwatch(STDIN_FILENO);
-        if (!leaving_) leave();
     }
 
     void didType(const std::string& line) {
@@ -267,6 +268,7 @@ private:
                     ask(stored->localId);
                 }
                 logOutWhenSettled();
+                input_.go();
             });
     }
 
@@ -281,14 +283,13 @@ private:
         if (observed) return;
         observed = store()->observeMessages(
             conversation, kObserved, [this, conversation](const auto& change) {
-                for (const auto& message : change.list) settle(message);
+                std::set<std::int64_t> seen;
+                for (const auto& message : change.list) {
+                    seen.insert(message.localId);
+                    settle(message);
+                }
                 for (const auto& [localId, to] : unsettled_) {
-                    const auto isIt = [id = localId](const VXIMStoredMessage& message) {
-                        return message.localId == id;
-                    };
-                    if (to == conversation &&
-                        std::none_of(change.list.begin(), change.list.end(), isIt))
-                        ask(localId);
+                    if (to == conversation && !seen.contains(localId)) ask(localId);
                 }
             });
     }
@@ -308,7 +309,10 @@ private:
         if (isFailed)
             didNotSend("not sent: " + explain(message.error) + ": " +
                        shown(message.conversation, message.text()));
+        ++settled_;
         logOutWhenSettled();
+        // not from within the list of those that are settled
+        vexim::MainQueue::shared().async([this] { input_.go(); });
     }
 
     void didNotSend(const std::string& reason) {
@@ -320,8 +324,16 @@ private:
         if (leaving_ || client_->status() == VXIMClientStatusClosed || !client_->socketio())
             return end();
         leaving_ = true;
-        vexim::MainQueue::shared().after(kPatience, [this] { logOut(); });
+        input_.stop();
+        waitForMore(settled_);
         logOutWhenSettled();
+    }
+
+    /// As long as something comes back now and then, the rest is waited for.
+    void waitForMore(std::size_t settledBefore) {
+        vexim::MainQueue::shared().after(kPatience, [this, settledBefore] {
+            settled_ > settledBefore ? waitForMore(settled_) : logOut();
+        });
     }
 
     void logOutWhenSettled() {
@@ -354,8 +366,14 @@ private:
     const std::shared_ptr<VXIMClient> client_;
     Peer peer_;
     const bool isKept_;  // beyond the end of this run
+    const bool isJSON_;
     HostLoop loop_;
-    std::string typed_;                                     // of a line that is not whole yet
+    InputLines input_{loop_, [this] { return isBusy(); },
+                      [this](const std::string& line) { didType(line); },
+                      [this] {
+                          if (!leaving_) leave();
+                      }};
+    const std::shared_ptr<PlaceNames> names_ = std::make_shared<PlaceNames>();
     std::shared_ptr<int> alive_ = std::make_shared<int>();  // observes as long as this lives
     std::shared_ptr<VXIMStoreObservation> list_;
     std::map<VXIMConversationId, std::shared_ptr<VXIMStoreObservation>> observed_;
@@ -363,6 +381,7 @@ private:
     std::map<std::int64_t, VXIMConversationId> unsettled_;
     // those that the store has not answered yet
     std::size_t adding_ = 0;
+    std::size_t settled_ = 0;
     std::size_t heardBefore_ = 0;  // lines, at the last login
     bool isCaughtUp_ = false;
     bool isLoggedIn_ = false;
@@ -374,10 +393,8 @@ private:
 
 }  // namespace
 
-int runPlainChat(const std::shared_ptr<VXIMConversations>& conversations,
-                 const Credentials& credentials, const Peer& peer,
-                 const std::optional<std::string>& store) {
-    auto chat = std::make_shared<PlainChat>(conversations, peer, store.has_value());
+int runPlainChat(const std::shared_ptr<VXIMConversations>& conversations, const Given& given) {
+    auto chat = std::make_shared<PlainChat>(conversations, given);
     conversations->client()->setDelegate(chat);
-    return chat->run(credentials);
+    return chat->run(given.credentials);
 }

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "Account.h"
+#include <memory>
+
+#include "CommandLine.h"
 
 class VXIMConversations;
 
 /// A chat line by line, for scripts and simple terminals: what is read from standard input is sent
 /// or obeyed, what happens is printed.
-int runPlainChat(const std::shared_ptr<VXIMConversations>& conversations,
-                 const Credentials& credentials, const Peer& peer,
-                 const std::optional<std::string>& store);
+int runPlainChat(const std::shared_ptr<VXIMConversations>& conversations, const Given& given);

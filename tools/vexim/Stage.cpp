@@ -8,7 +8,10 @@ std::string Answer::text() const {
     return error ? explain(error) : result.description();
 }
 
-Stage::Stage(const Account& account) : alice(account.makeClient()), bob(account.makeClient()) {
+Stage::Stage(const Account& account, bool isJSON)
+    : transcript(std::chrono::seconds(28), isJSON),
+      alice(account.makeClient()),
+      bob(account.makeClient()) {
     alice->setDelegate(aliceHears);
     bob->setDelegate(bobHears);
 }

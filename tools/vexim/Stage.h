@@ -33,7 +33,7 @@ public:
     static constexpr const char* kGroup = "demo-group";
     static constexpr const char* kRoom = "demo-room";
 
-    explicit Stage(const Account& account);
+    Stage(const Account& account, bool isJSON);
 
     /// Starts a login; one that cannot be answered fails with the connection's error.
     static AnswerPtr login(const std::shared_ptr<VXIMClient>& client,
@@ -51,7 +51,7 @@ public:
     /// Something that holds now, or does not.
     void expectNow(const std::string& step, bool holds, const std::string& seen);
 
-    Transcript transcript{std::chrono::seconds(28)};
+    Transcript transcript;
     std::shared_ptr<VXIMClient> alice;
     std::shared_ptr<VXIMClient> bob;
     std::shared_ptr<Inbox> aliceHears = std::make_shared<Inbox>();

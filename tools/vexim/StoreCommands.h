@@ -1,12 +1,18 @@
 #pragma once
 
-#include <CLI/App.hpp>
-#include <functional>
-#include <memory>
+#include <vector>
 
-#include "Account.h"
+#include "CommandLine.h"
 
-/// Adds the commands that need the store on the device: chat, search and export. The one that the
-/// user gave is stored in `chosen`. A build without the store has them, too, and they say so.
-void addStoreCommands(CLI::App& app, Account& account, Credentials& credentials, Peer& peer,
-                      std::function<int()>& chosen);
+/// "chat", which uses the store. On a terminal it takes the whole screen, else it goes line by
+/// line.
+CommandSpec chatCommand();
+/// "search" and "export", which read it. A build without the store has all three, too, and they say
+/// so.
+std::vector<CommandSpec> storeCommands();
+
+/// Which file keeps the messages.
+inline OptionSpec storeOption() {
+    return {"--store", "PATH", "Keep the messages in this file, or in a file of this directory",
+            true};
+}

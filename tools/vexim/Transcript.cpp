@@ -3,15 +3,18 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/VexIMLib.h"
 
-Transcript::Transcript(std::chrono::seconds budget)
-    : end_(std::chrono::steady_clock::now() + budget) {}
+Transcript::Transcript(std::chrono::seconds budget, bool isJSON)
+    : isJSON_(isJSON),
+      end_(std::chrono::steady_clock::now() + budget) {}
 
-void Transcript::say(const std::string& line) {
-    std::printf("%s\n", line.c_str());
+void Transcript::print(const std::string& line, const vexim::Dictionary& record) {
+    std::printf("%s\n", isJSON_ ? vexim::writeJSON(record).text.c_str() : line.c_str());
     std::fflush(stdout);
 }
+
+void Transcript::say(const std::string& line) { print(line, {{"chapter", line}}); }
 
 bool Transcript::expect(const std::string& step, const std::function<bool()>& arrived,
                         const std::function<bool()>& held,
@@ -23,10 +26,13 @@ bool Transcript::expect(const std::string& step, const std::function<bool()>& ar
                     held();
     ++steps_;
     if (!ok) ++failures_;
-    say((ok ? "  ok    " : "  FAIL  ") + step + (ok ? "" : ": saw " + seen()));
+    vexim::Dictionary record{{"step", step}, {"held", ok}};
+    if (!ok) record.set("seen", seen());
+    print((ok ? "  ok    " : "  FAIL  ") + step + (ok ? "" : ": saw " + seen()), record);
     return ok;
 }
 
 void Transcript::finish() {
-    say(std::to_string(steps_ - failures_) + " of " + std::to_string(steps_) + " steps held");
+    print(std::to_string(steps_ - failures_) + " of " + std::to_string(steps_) + " steps held",
+          {{"steps", steps_}, {"failed", failures_}});
 }

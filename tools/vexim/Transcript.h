@@ -4,11 +4,14 @@
 #include <functional>
 #include <string>
 
+#include "VexIMLib/Foundation/Dictionary.h"
+
 /// The story as it is told: one line a step, with what was observed, and a verdict at the end.
 class Transcript {
 public:
-    /// `budget` bounds the whole story: a step that begins later fails at once.
-    explicit Transcript(std::chrono::seconds budget);
+    /// `budget` bounds the whole story: a step that begins later fails at once. With `isJSON` each
+    /// line is a JSON object.
+    Transcript(std::chrono::seconds budget, bool isJSON);
 
     /// A line that only tells.
     void say(const std::string& line);
@@ -23,6 +26,9 @@ public:
     void finish();
 
 private:
+    void print(const std::string& line, const vexim::Dictionary& record);
+
+    const bool isJSON_;
     const std::chrono::steady_clock::time_point end_;
     int steps_ = 0;
     int failures_ = 0;

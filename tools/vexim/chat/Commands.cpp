@@ -33,6 +33,12 @@ std::string padded(std::string text, std::size_t width) {
     return text.append(std::max(columns + 1, width) - columns, ' ');
 }
 
+std::string trimmed(std::string_view text) {
+    const auto begin = text.find_first_not_of(" \n");
+    if (begin == std::string_view::npos) return "";
+    return std::string(text.substr(begin, text.find_last_not_of(" \n") + 1 - begin));
+}
+
 }  // namespace
 
 const std::vector<CommandForm>& commandForms() {
@@ -57,7 +63,7 @@ const std::vector<CommandForm>& commandForms() {
         {"room", "members", "", "who is in this room", Names::Nothing},
         {"room", "rename", "NAME", "name this room anew", Names::Nothing},
         {"room", "delete", "", "delete this room, for everybody", Names::Nothing},
-        {"send", "", "FILE", "send a picture, a sound or a film", Names::File},
+        {"send", "", "FILE", "send a file; its name needs no quotes", Names::File},
         {"save", "", "[NUMBER] [PATH]", "fetch a file: the newest, here, unless said otherwise",
          Names::File},
         {"cancel", "", "", "cancel the newest transfer, or what waits here", Names::Nothing},
@@ -98,9 +104,21 @@ std::optional<Command> parseCommand(std::string_view line) {
     if (line.size() > 1 && line[1] != ' ' && !words.empty()) {
         command.name = words.front();
         words.erase(words.begin());
+        const auto blank = line.find_first_of(" \n");
+        if (blank != std::string_view::npos) command.rest = trimmed(line.substr(blank));
     }
     command.words = std::move(words);
     return command;
+}
+
+std::string fileIn(const Command& command, std::size_t from) {
+    if (from + 1 == command.words.size()) return command.words[from];
+    std::string_view rest = command.rest;
+    for (; from > 0; --from) {
+        rest.remove_prefix(std::min(rest.size(), rest.find(' ')));
+        rest.remove_prefix(std::min(rest.size(), rest.find_first_not_of(' ')));
+    }
+    return std::string(rest);
 }
 
 std::string messageText(std::string_view line) {

@@ -27,11 +27,15 @@ struct Command {
     std::string name;
     std::vector<std::string> words;
     bool isUnfinished = false;  ///< a quote is open
+    std::string rest = {};      ///< all behind the name, as it was typed
 };
 
 /// nullopt when the line is a message: it has no slash in front, or two ("//" writes a text that
 /// begins with one).
 std::optional<Command> parseCommand(std::string_view line);
+
+/// The file that a command names from its word `from` on: a name with blanks needs no quotes.
+std::string fileIn(const Command& command, std::size_t from);
 
 /// The text that a line means that is no command: without the first of two slashes.
 std::string messageText(std::string_view line);

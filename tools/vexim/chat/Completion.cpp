@@ -1,6 +1,7 @@
 #include "Completion.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "Text.h"
 
@@ -66,6 +67,22 @@ std::string quoted(const std::string& word) {
     return word.find(' ') == std::string::npos ? word : "\"" + word;
 }
 
+/// The name of a file as far as it was typed, blanks and all; nullopt where the line ends in
+/// something else.
+std::optional<std::string> unquotedFile(const Command& command, const std::string& typed) {
+    const bool takesFile = std::ranges::any_of(commandForms(), [&](const CommandForm& form) {
+        return command.name == form.name && form.names == Names::File;
+    });
+    if (!takesFile || typed.find('"') != std::string::npos || command.rest.empty())
+        return std::nullopt;
+    std::string beginning = typed.substr(typed.find(command.rest, command.name.size() + 1));
+    const auto digits = beginning.find_first_not_of("0123456789");
+    if (command.name == "save" && digits != 0 && digits != std::string::npos &&
+        beginning[digits] == ' ')
+        beginning.erase(0, digits + 1);
+    return beginning;
+}
+
 }  // namespace
 
 Completion complete(const std::wstring& line, std::size_t cursor, const KnownNames& names) {
@@ -79,7 +96,12 @@ Completion complete(const std::wstring& line, std::size_t cursor, const KnownNam
         const std::size_t position = command->words.size() + (isNewWord ? 1 : 0);
         if (command->isUnfinished) start = typed.rfind('"');
         if (command->isUnfinished && !command->words.empty()) beginning = command->words.back();
-        found = candidates(*command, position, beginning, names);
+        const auto file = unquotedFile(*command, typed);
+        if (file) {
+            beginning = *file;
+            start = typed.size() - file->size();
+        }
+        found = candidates(*command, file ? 1 : position, beginning, names);
     } else {
         found = names.friends;
         found.insert(found.end(), names.members.begin(), names.members.end());

@@ -51,7 +51,10 @@ void Conversation::show(std::vector<Entry> messages) {
         if (!known->second.path.empty()) message.file->path = known->second.path;
         const bool isTransferred =
             message.delivery == Delivery::Waiting || message.delivery == Delivery::Sending;
-        if (!message.isOwn || isTransferred) message.file->percent = known->second.percent;
+        if (!message.isOwn || isTransferred) {
+            message.file->percent = known->second.percent;
+            message.file->pace = known->second.pace;
+        }
     }
     arrange({std::make_move_iterator(messages.begin()), std::make_move_iterator(messages.end())});
 }

@@ -36,10 +36,12 @@ enum class Delivery : std::uint8_t {
 
 /// A file that a message carries.
 struct File {
-    std::string kind;            ///< "image", "audio", "video" …
-    std::string path;            ///< an own one that is sent
-    int number = 0;              ///< by which /save names it; 0: it cannot be fetched yet
-    std::optional<int> percent;  ///< while it is being transferred
+    std::string kind;                 ///< "image", "audio", "video" …
+    std::string name;                 ///< as its sender had it
+    std::string path;                 ///< an own one that is sent
+    int number = 0;                   ///< by which /save names it; 0: it cannot be fetched yet
+    std::optional<int> percent = {};  ///< while it is being transferred
+    std::string pace = {};            ///< how fast, and how long still
 };
 
 /// One thing in a conversation: a message, or a notice of this program's.

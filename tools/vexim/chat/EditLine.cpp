@@ -8,9 +8,8 @@ namespace {
 
 constexpr std::size_t kRemembered = 500;
 
-bool standsAlone(wchar_t c) { return ::wcwidth(c) != 0; }
 bool isWord(wchar_t c) {
-    return std::iswalnum(static_cast<std::wint_t>(c)) != 0 || !standsAlone(c);
+    return std::iswalnum(static_cast<std::wint_t>(c)) != 0 || ::wcwidth(c) == 0;
 }
 
 }  // namespace
@@ -23,13 +22,13 @@ void EditLine::insert(std::wstring_view text) {
 
 std::size_t EditLine::before(std::size_t at) const {
     if (at > 0) --at;
-    while (at > 0 && !standsAlone(text_[at])) --at;
+    while (at > 0 && continues(text_, at)) --at;
     return at;
 }
 
 std::size_t EditLine::after(std::size_t at) const {
     if (at < text_.size()) ++at;
-    while (at < text_.size() && !standsAlone(text_[at])) ++at;
+    while (at < text_.size() && continues(text_, at)) ++at;
     return at;
 }
 

@@ -48,19 +48,23 @@ std::vector<std::string> matchingFiles(const std::string& beginning) {
 }
 
 std::string fileNameFor(const std::string& url) {
-    std::string name = url.substr(0, url.find_first_of("?#"));
-    // all of it, when there is none
-    name = harmlessLine(name.substr(name.find_last_of("/\\") + 1));
+    return safeFileName(url.substr(0, url.find_first_of("?#")));
+}
+
+std::string safeFileName(const std::string& path) {
+    // all of it, when there is no slash
+    std::string name = harmlessLine(path.substr(path.find_last_of("/\\") + 1));
     // Half a character may be left at the beginning; its ending is what matters of a long name.
     if (name.size() > kLongestName) name = narrow(wide(name.substr(name.size() - kLongestName)));
     if (name.starts_with('.') || name.starts_with('-') || name.starts_with('~')) name.front() = '_';
     return name.empty() ? "file" : name;
 }
 
-std::string placeFor(const std::string& wanted, const std::string& url) {
-    if (wanted.empty()) return freePath(".", fileNameFor(url)).lexically_normal().string();
+std::string placeFor(const std::string& wanted, const std::string& name) {
+    if (wanted.empty()) return freePath(".", safeFileName(name)).lexically_normal().string();
     const fs::path path = expandedPath(wanted);
-    if (fs::is_directory(path)) return freePath(path, fileNameFor(url)).lexically_normal().string();
+    if (fs::is_directory(path))
+        return freePath(path, safeFileName(name)).lexically_normal().string();
     if (fs::exists(fs::symlink_status(path)))
         throw std::invalid_argument("there is a file already: " + wanted);
     return path.string();

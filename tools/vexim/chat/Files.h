@@ -14,9 +14,11 @@ std::string expandedPath(const std::string& path);
 /// A name for the file that a message's URL names, safe in a folder of the user's: no folders,
 /// nothing hidden, nothing unprintable, not too long. Never empty.
 std::string fileNameFor(const std::string& url);
-/// Where the file behind `url` is saved: `wanted` is a file, a folder, or empty for the current
-/// folder. In a folder a name is found that is free, "dot (1).png" perhaps. Throws
+/// The same of a name that somebody else has given.
+std::string safeFileName(const std::string& name);
+/// Where a file is saved that somebody calls `name`: `wanted` is a file, a folder, or empty for the
+/// current folder. In a folder a name is found that is free, "dot (1).png" perhaps. Throws
 /// std::invalid_argument when `wanted` is a file that exists.
-std::string placeFor(const std::string& wanted, const std::string& url);
+std::string placeFor(const std::string& wanted, const std::string& name);
 
 }  // namespace chat

@@ -35,6 +35,12 @@ std::string mark(const Conversation& conversation) {
 
 std::string titleOf(const Conversation& conversation) { return harmlessLine(conversation.title); }
 
+/// A name is not unique: its id stands beside it, " (g1)".
+std::string idBeside(const Conversation& conversation) {
+    const auto& id = conversation.address.id;
+    return conversation.title == id || id.empty() ? "" : " (" + harmlessLine(id) + ")";
+}
+
 /// "2 # Demo group      3": number, kind or presence, name, unread.
 Cells listRow(const Conversation& conversation, std::size_t number, bool isCurrent, int width) {
     const Style style = isCurrent                 ? Style::Current
@@ -93,7 +99,8 @@ Cells titleRow(const Roster& roster, int width, bool isListWhole) {
                                    : " PageDown: newer ";
     if (elsewhere > 0 && !isListWhole) right += " +" + std::to_string(elsewhere) + " ";
     const std::string left = " " + std::to_string(roster.currentIndex()) + " " +
-                             kindName(current.address.kind) + titleOf(current) + presence(current);
+                             kindName(current.address.kind) + titleOf(current) + idBeside(current) +
+                             presence(current);
     const Cells rightCells = cellsOf(right, Style::BarAlert);
     const int room = std::max(0, width - widthOf(rightCells));
     Cells row = filled(cellsOf(left, Style::Bar), room, Style::Bar);
@@ -114,17 +121,38 @@ std::vector<Cells> listRows(const Roster& roster, int width, int height) {
     return rows;
 }
 
+/// A reason is of no use without its end: the state goes on below.
+std::vector<Cells> statusRows(Size screen, const StatusLine& status) {
+    if (!hasStatus(screen)) return {};
+    const Style style = status.isAlert ? Style::BarAlert : Style::Bar;
+    const auto most = static_cast<std::size_t>(std::max(1, screen.rows / 3));
+    auto lines =
+        wrapped(cellsOf(harmlessLine(status.text), style), std::max(1, screen.columns - 2));
+    if (lines.size() > most) {
+        for (std::size_t i = most; i < lines.size(); ++i) lines[most - 1] += lines[i];
+        lines.resize(most);
+    }
+    std::vector<Cells> rows;
+    for (auto& line : lines) {
+        Cells row = cellsOf(" ", style);
+        row += line;
+        rows.push_back(filled(std::move(row), screen.columns, style));
+    }
+    return rows;
+}
+
 }  // namespace
 
-Size pageSize(Size screen) {
+Size pageSize(Size screen, const StatusLine& status) {
     const int list = listWidth(screen);
     return {list == 0 ? screen.columns : screen.columns - list - 1,
-            std::max(0, screen.rows - 1 - hasTitle(screen) - hasStatus(screen))};
+            std::max(0, screen.rows - 1 - hasTitle(screen) -
+                            static_cast<int>(statusRows(screen, status).size()))};
 }
 
 Frame draw(const Roster& roster, const StatusLine& status, const EditLine& line, Size size) {
     Frame frame;
-    const Size page = pageSize(size);
+    const Size page = pageSize(size, status);
     const bool isListWhole =
         listWidth(size) > 0 && static_cast<int>(roster.all().size()) <= page.rows;
     if (hasTitle(size)) frame.rows.push_back(titleRow(roster, size.columns, isListWhole));
@@ -144,10 +172,7 @@ Frame draw(const Roster& roster, const StatusLine& status, const EditLine& line,
     }
     for (auto& row : lines) frame.rows.push_back(std::move(row));
 
-    const Style style = status.isAlert ? Style::BarAlert : Style::Bar;
-    if (hasStatus(size))
-        frame.rows.push_back(
-            filled(cellsOf(" " + harmlessLine(status.text), style), size.columns, style));
+    for (auto& row : statusRows(size, status)) frame.rows.push_back(std::move(row));
 
     const Cells prompt = size.columns >= 8 ? cellsOf("> ", Style::Dim) : Cells();
     const auto typed = line.shown(size.columns - widthOf(prompt));

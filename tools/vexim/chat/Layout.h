@@ -29,10 +29,11 @@ struct StatusLine {
 
 /// From the top: the conversation's title, its page with the list of conversations beside it, the
 /// session's state, the line being typed. On a small screen the list, then the title, then the
-/// state give way.
+/// state give way. A state that does not fit in a row takes as many as it needs, up to a third of
+/// the screen.
 Frame draw(const Roster& roster, const StatusLine& status, const EditLine& line, Size size);
 
-/// How large the conversation's part of the screen is.
-Size pageSize(Size screen);
+/// How large the conversation's part of the screen is: a long state takes some of it.
+Size pageSize(Size screen, const StatusLine& status);
 
 }  // namespace chat

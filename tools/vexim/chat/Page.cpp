@@ -51,12 +51,12 @@ std::string progressBar(int percent) {
 /// "[image] dot.png", then how far it is, or how to get it.
 Cells fileCells(const Entry& entry) {
     const auto& file = *entry.file;
-    const std::string& place = file.path.empty() ? entry.text : file.path;
-    const auto slash = place.find_last_of('/');
     Cells cells = cellsOf("[" + file.kind + "] ", Style::Strong);
-    cells += cellsOf(harmlessLine(slash == std::string::npos ? place : place.substr(slash + 1)));
+    cells += cellsOf(harmlessLine(file.name));
     if (file.percent) {
-        cells += cellsOf(" " + progressBar(*file.percent) + " /cancel", Style::Strong);
+        cells += cellsOf(" " + progressBar(*file.percent) +
+                             (file.pace.empty() ? "" : " " + file.pace) + " /cancel",
+                         Style::Strong);
     } else if (file.number > 0) {
         cells += cellsOf(" (/save " + std::to_string(file.number) + ")", Style::Dim);
     }
@@ -228,6 +228,12 @@ std::vector<Cells> linesOf(const Conversation& conversation, int width, int heig
     }
     std::reverse(lines.begin(), lines.end());
     return lines;
+}
+
+void showFromItsStart(Conversation& conversation, int width, int height) {
+    const auto last = conversation.entries().size() - 1;
+    const auto lines = static_cast<int>(linesOfEntry(conversation, last, width).size());
+    if (lines > height) conversation.anchor = Anchor{conversation.entries().back().id, height - 1};
 }
 
 bool scroll(Conversation& conversation, int width, int height, int lines) {

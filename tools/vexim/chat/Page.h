@@ -21,4 +21,8 @@ bool scroll(Conversation& conversation, int width, int height, int lines);
 /// One entry's lines, with the day above it when it is the first of its day.
 std::vector<Cells> linesOfEntry(const Conversation& conversation, std::size_t index, int width);
 
+/// Shows the last entry, which must be there, from its first line on where it is longer than the
+/// page.
+void showFromItsStart(Conversation& conversation, int width, int height);
+
 }  // namespace chat

@@ -73,6 +73,15 @@ void Program::notice(std::string text, bool isAlert) {
     roster_.notice(std::move(text), Session::now(), isAlert);
 }
 
+Size Program::page() const {
+    return pageSize(screen_->size(), {session_->statusLine(), session_->isAlert()});
+}
+
+void Program::noticeFromItsStart(std::string text) {
+    notice(std::move(text));
+    showFromItsStart(roster_.current(), page().columns, page().rows);
+}
+
 void Program::end(int status) {
     status_ = status;
     loop_.quit();
@@ -192,7 +201,7 @@ void Program::interrupt() {
 }
 
 void Program::scrollBy(int pages) {
-    const Size page = pageSize(screen_->size());
+    const Size page = this->page();
     auto& conversation = roster_.current();
     if (scroll(conversation, page.columns, page.rows, pages * std::max(1, page.rows - 1)) &&
         pages < 0) {
@@ -243,8 +252,8 @@ void Program::obey(const Command& command) {
     const std::map<std::string, std::function<void()>> commands = {
         {"send",
          [&] {
-             if (command.words.size() != 1) throw std::invalid_argument("it is /send FILE");
-             sender_.sendFile(here, command.words[0]);
+             if (command.words.empty()) throw std::invalid_argument("it is /send FILE");
+             sender_.sendFile(here, fileIn(command, 0));
          }},
         {"save", [&] { save(command); }},
         {"cancel",
@@ -270,9 +279,9 @@ void Program::obey(const Command& command) {
         {"diagnose",
          [&] {
              std::string text = "what happened lately:\n" + session_->client().diagnose().text();
-             notice(text.substr(0, text.find_last_not_of('\n') + 1));
+             noticeFromItsStart(text.substr(0, text.find_last_not_of('\n') + 1));
          }},
-        {"help", [&] { notice(helpText()); }},
+        {"help", [&] { noticeFromItsStart(helpText()); }},
         {"quit", [&] { leave(); }},
     };
     const auto found = commands.find(command.name);
@@ -292,8 +301,8 @@ void Program::save(const Command& command) {
         number = std::stoi(words.front());
         words.erase(words.begin());
     }
-    if (words.size() > 1) throw std::invalid_argument("it is /save [NUMBER] [PATH]");
-    sender_.save(roster_.current().address, number, words.empty() ? "" : words.front());
+    const auto from = command.words.size() - words.size();
+    sender_.save(roster_.current().address, number, words.empty() ? "" : fileIn(command, from));
 }
 
 }  // namespace chat

@@ -42,6 +42,9 @@ private:
     void obey(const Command& command);
     void save(const Command& command);
     void scrollBy(int pages);
+    Size page() const;
+    /// A long one, which is read from its first line on.
+    void noticeFromItsStart(std::string text);
     void notice(std::string text, bool isAlert = false);
     KnownNames knownNames() const;
     void leave();

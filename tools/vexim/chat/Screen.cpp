@@ -11,6 +11,9 @@
 #include <clocale>
 #include <csignal>
 #include <cstdlib>
+#include <cwchar>
+#include <map>
+#include <string>
 #include <utility>
 
 #include "Terminal.h"
@@ -22,6 +25,7 @@ constexpr int kPasteBegin = KEY_MAX + 1;
 constexpr int kPasteEnd = KEY_MAX + 2;
 constexpr int kWordLeft = KEY_MAX + 3;
 constexpr int kWordRight = KEY_MAX + 4;
+constexpr std::uint8_t kMostOfLibrary = CCHARW_MAX;
 constexpr int kMostPlaces = 1000;  // columns or rows; a terminal may claim more
 
 // colour pairs
@@ -92,6 +96,10 @@ struct Screen::Impl {
     bool isUTF8 = true;
     bool hasColours = false;
 
+    // Rows with emoji of several characters: as they were painted last.
+    std::map<int, Cells> painted;
+    bool isAnew = true;  // the next painting paints everything
+
     struct Look {
         attr_t attributes = A_NORMAL;
         short pair = 0;
@@ -116,6 +124,55 @@ struct Screen::Impl {
                                 static_cast<short>(kFirstName + cell.hue % 6));
         }
         return {};
+    }
+
+    std::map<int, Cells> rowsWithSequences(const Frame& frame) const {
+        std::map<int, Cells> found;
+        for (std::size_t row = 0; isUTF8 && row < frame.rows.size(); ++row) {
+            if (std::ranges::any_of(frame.rows[row], &Cell::isSequence))
+                found.emplace(static_cast<int>(row), frame.rows[row]);
+        }
+        return found;
+    }
+
+    /// The terminal library takes no emoji of several characters. They are painted past it, each
+    /// followed by an order to go on at its right end: then it does not matter how wide the
+    /// terminal thinks it is, and one that takes it apart shows its beginning.
+    void paintSequences(const Frame& frame, const std::map<int, Cells>& rows) {
+        order.clear();
+        for (const auto& [row, cells] : rows) {
+            const auto before = painted.find(row);
+            if (row >= getmaxy(stdscr) || (before != painted.end() && before->second == cells))
+                continue;
+            int column = 0;
+            bool isBehind = false;  // an emoji, from which on all is painted anew
+            for (const auto& cell : cells) {
+                if (column + cell.width > getmaxx(stdscr)) break;
+                if (cell.isSequence() || isBehind) {
+                    if (cell.isSequence() || !isBehind) order += cursorOrder(row, column);
+                    const auto style = look(cell);
+                    vid_puts(style.attributes, style.pair, nullptr, append);
+                    order += narrow({cell.characters.data(), cell.count});
+                    isBehind = true;
+                }
+                column += cell.width;
+                if (cell.isSequence())
+                    order += cursorOrder(row, std::min(column, getmaxx(stdscr) - 1));
+            }
+            vid_puts(A_NORMAL, 0, nullptr, append);
+            if (column < getmaxx(stdscr)) order += restOfLineOrder();
+        }
+        if (order.empty()) return;
+        order += cursorOrder(std::min(frame.cursorRow, getmaxy(stdscr) - 1),
+                             std::min(frame.cursorColumn, getmaxx(stdscr) - 1));
+        std::fputs(order.c_str(), stdout);
+        std::fflush(stdout);
+    }
+    // The terminal library wants a function for each byte.
+    static inline std::string order;
+    static int append(int byte) {
+        order += static_cast<char>(byte);
+        return byte;
     }
 
     void startColours() {
@@ -176,6 +233,14 @@ void Screen::resize() {
 }
 
 void Screen::paint(const Frame& frame) {
+    // Of a line with an emoji in several characters, what stands there is not what the terminal
+    // library believes.
+    auto sequences = impl_->rowsWithSequences(frame);
+    for (const auto& [row, cells] : impl_->painted) {
+        const auto found = sequences.find(row);
+        if (row < getmaxy(stdscr) && (found == sequences.end() || found->second != cells))
+            wredrawln(stdscr, row, 1);
+    }
     erase();
     const int columns = getmaxx(stdscr);
     const int rows = std::min(static_cast<int>(frame.rows.size()), getmaxy(stdscr));
@@ -184,7 +249,12 @@ void Screen::paint(const Frame& frame) {
         for (const auto& cell : frame.rows[static_cast<std::size_t>(row)]) {
             if (column + cell.width > columns) break;
             std::array<wchar_t, Cell::kMost + 1> characters{};
-            std::copy_n(cell.characters.begin(), cell.count, characters.begin());
+            std::copy_n(cell.characters.begin(), std::min(cell.count, kMostOfLibrary),
+                        characters.begin());
+            if (cell.isSequence()) {  // its place, to be filled below
+                const bool isAsWide = ::wcwidth(characters[0]) == cell.width;
+                characters = {isAsWide ? characters[0] : L'?'};
+            }
             if (!impl_->isUTF8) {
                 characters[0] = asciiFor(characters[0]);
                 characters[1] = 0;
@@ -198,9 +268,15 @@ void Screen::paint(const Frame& frame) {
     }
     move(std::min(frame.cursorRow, getmaxy(stdscr) - 1), std::min(frame.cursorColumn, columns - 1));
     refresh();
+    if (std::exchange(impl_->isAnew, false)) impl_->painted.clear();
+    impl_->paintSequences(frame, sequences);
+    impl_->painted = std::move(sequences);
 }
 
-void Screen::repaint() { clearok(curscr, TRUE); }
+void Screen::repaint() {
+    clearok(curscr, TRUE);
+    impl_->isAnew = true;
+}
 
 std::optional<Key> Screen::read() {
     wint_t key = 0;

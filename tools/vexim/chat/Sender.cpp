@@ -1,10 +1,12 @@
 #include "Sender.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
+#include "../Attachment.h"
 #include "../Explain.h"
-#include "../Send.h"
 #include "Files.h"
 #include "Text.h"
 
@@ -15,6 +17,13 @@ bool isUnsent(const Entry& entry) {
     return entry.delivery == Delivery::Waiting || entry.delivery == Delivery::Sending;
 }
 
+std::optional<std::int64_t> sizeOf(const std::string& path) {
+    std::error_code error;
+    const auto size = std::filesystem::file_size(path, error);
+    if (error) return std::nullopt;
+    return static_cast<std::int64_t>(size);
+}
+
 }  // namespace
 
 Entry* Sender::find(const Address& where, std::uint64_t id) {
@@ -22,11 +31,14 @@ Entry* Sender::find(const Address& where, std::uint64_t id) {
     return conversation ? conversation->find(id) : nullptr;
 }
 
-VXIMProgress Sender::showProgress(const Address& where, std::shared_ptr<const std::uint64_t> id) {
-    return [this, where, id = std::move(id)](std::int32_t percent) {
+VXIMProgress Sender::showProgress(const Address& where, std::shared_ptr<const std::uint64_t> id,
+                                  std::shared_ptr<Pace> pace) {
+    return [this, where, id = std::move(id), pace = std::move(pace)](std::int32_t percent) {
         auto* entry = find(where, *id);
-        if (entry && entry->file && (!entry->isOwn || isUnsent(*entry)))
-            entry->file->percent = percent;
+        pace->reachedPercent(percent, Session::now());
+        if (!entry || !entry->file || (entry->isOwn && !isUnsent(*entry))) return;
+        entry->file->percent = percent;
+        entry->file->pace = pace->text();
     };
 }
 
@@ -49,7 +61,8 @@ void Sender::send(const Address& to, const std::shared_ptr<VXIMMessage>& message
     }
     const auto id = std::make_shared<std::uint64_t>(0);
     session_.conversations().send(
-        message, conversationOf(to), path.empty() ? VXIMProgress() : showProgress(to, id),
+        message, conversationOf(to),
+        path.empty() ? VXIMProgress() : showProgress(to, id, std::make_shared<Pace>(sizeOf(path))),
         [this, to, id, path](const std::optional<VXIMStoredMessage>& stored,
                              const vexim::ErrorPtr& error) {
             if (!stored)
@@ -83,7 +96,7 @@ void Sender::save(const Address& from, int number, const std::string& path) {
     const auto url = vexim::URL::parse(entry->text);
     if (!url || (url->scheme() != "http" && url->scheme() != "https"))
         throw std::invalid_argument("this is no file of the service's");
-    const std::string place = placeFor(path, entry->text);
+    const std::string place = placeFor(path, entry->file->name);
 
     const auto message = VXIMMessage::init();
     message->setMediaType(VXIMMessageMediaTypeImage);
@@ -92,8 +105,13 @@ void Sender::save(const Address& from, int number, const std::string& path) {
     transfers_.push_back(transfer);
     entry->file->percent = 0;
     const auto id = entry->id;
+    // Of a download the bytes are heard, too, whose number is known when it has begun.
+    const auto pace = std::make_shared<Pace>();
+    transfer->setProgress([pace](VXIMTransferProgress progress) {
+        pace->reached(progress.bytes, progress.total, Session::now());
+    });
     message->downloadAttachment(
-        place, showProgress(from, std::make_shared<const std::uint64_t>(id)),
+        place, showProgress(from, std::make_shared<const std::uint64_t>(id), pace),
         [this, from, id, place, transfer](const vexim::Value&, const vexim::ErrorPtr& error) {
             forget(transfer);
             auto* saved = find(from, id);

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Pace.h"
 #include "Roster.h"
 #include "Session.h"
 
@@ -38,7 +39,8 @@ private:
 
     void send(const Address& to, const std::shared_ptr<VXIMMessage>& message,
               const std::string& path);
-    VXIMProgress showProgress(const Address& where, std::shared_ptr<const std::uint64_t> id);
+    VXIMProgress showProgress(const Address& where, std::shared_ptr<const std::uint64_t> id,
+                              std::shared_ptr<Pace> pace);
     Entry* find(const Address& where, std::uint64_t id);
     void forget(const Transfer& transfer);
     void takeBack(std::uint64_t id);

@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -94,6 +95,7 @@ private:
     void showMessages(const Address& address, const std::vector<VXIMStoredMessage>& messages);
     void showGaps(const Address& address);
     void setOlder(Conversation& conversation);
+    void readName(const std::string& friendId);
     template <class Seen>
     void markGone(Kind kind, const Seen& seen);
     void complain(const std::string& what, const vexim::ErrorPtr& error);
@@ -113,6 +115,8 @@ private:
     double oldestHanded_ = 0;
     std::shared_ptr<VXIMStoreObservation> list_;
     std::map<Address, Shown> shown_;
+    std::set<std::string> asked_;  // friends whose names were asked for
+    double refreshed_ = 0;         // when the lists were read last
 };
 
 }  // namespace chat

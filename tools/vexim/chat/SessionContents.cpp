@@ -6,8 +6,8 @@
 #include <set>
 #include <sstream>
 
+#include "../Attachment.h"
 #include "../Explain.h"
-#include "../Send.h"
 #include "Files.h"
 #include "Session.h"
 #include "Text.h"
@@ -28,6 +28,7 @@ std::string nameOf(const vexim::Value& name) { return name.asString().value_or("
 constexpr std::int32_t kPage = 100;
 constexpr std::int32_t kMostListed = 10'000;
 constexpr std::int32_t kMostFound = 20;
+constexpr std::size_t kMostNames = 100;  // of friends, a request each
 
 double seconds(std::int64_t millis) { return static_cast<double>(millis) / 1000; }
 
@@ -92,9 +93,10 @@ Entry Session::entryOf(const VXIMStoredMessage& message) const {
         entry.text = message.message()->attachmentUrl().value_or("");
         const std::string path =
             message.attachmentFiles.empty() ? "" : message.attachmentFiles.front();
-        const std::string& name = entry.text.empty() ? path : entry.text;
-        entry.file = File{mediaName(message.mediaType, fileNameFor(name)),
-                          entry.text.empty() ? path : "", 0, std::nullopt};
+        const auto attachment = attachmentOf(*message.message());
+        entry.file = File{.kind = attachment.kind,
+                          .name = attachment.name,
+                          .path = entry.text.empty() ? path : ""};
     }
     return entry;
 }
@@ -241,6 +243,16 @@ void Session::search(const std::string& words) {
                   });
 }
 
+/// A user's name is an attribute, as a group's is.
+void Session::readName(const std::string& friendId) {
+    if (asked_.size() >= kMostNames || !asked_.insert(friendId).second) return;
+    VXIMUser::userWithId(friendId)->getAttributeForKey(
+        "name", [this, friendId](const vexim::Value& name, const ErrorPtr&) {
+            auto* conversation = roster_.find({Kind::Friend, friendId});
+            if (conversation) roster_.rename(*conversation, nameOf(name));
+        });
+}
+
 void Session::clientFriendDidOnline(const std::shared_ptr<VXIMClient>&,
                                     const std::shared_ptr<VXIMFriendInfo>& info) {
     roster_.open({Kind::Friend, info->uid().description()}).online = true;
@@ -266,6 +278,7 @@ void Session::markGone(Kind kind, const Seen& seen) {
 void Session::refresh() {
     const auto user = client_->currentUser();
     if (!user || me_.empty()) return;
+    refreshed_ = now();
     user->fetchFriendsWithDetail(true, [this, user](bool succeeded, const ErrorPtr& error) {
         if (!succeeded) return complain("the friends could not be read", error);
         std::set<std::string> seen;
@@ -274,6 +287,7 @@ void Session::refresh() {
             auto& conversation = roster_.open({Kind::Friend, info->uid().description()});
             seen.insert(conversation.address.id);
             if (state_.isConnected()) conversation.online = info->online();
+            readName(conversation.address.id);
         }
         markGone(Kind::Friend, seen);
     });

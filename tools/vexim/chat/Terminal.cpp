@@ -16,4 +16,11 @@ bool hasFullScreen(const char* type) {
     return canMove;
 }
 
+std::string cursorOrder(int row, int column) {
+    const char* const order = tiparm(cursor_address, row, column);
+    return order == nullptr ? "" : order;
+}
+
+std::string restOfLineOrder() { return clr_eol == nullptr ? "" : clr_eol; }
+
 }  // namespace chat

@@ -2,10 +2,12 @@
 
 #include <langinfo.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <cwctype>
 #include <optional>
 
 namespace chat {
@@ -15,10 +17,32 @@ constexpr wchar_t kUnknown = 0xFFFD;
 constexpr std::size_t kLongest = 16'384;       // characters of one text that are painted …
 constexpr std::size_t kLongestBytes = 65'536;  // … and bytes that are looked at
 
-bool isSkinTone(wchar_t c) { return c >= 0x1F3FB && c <= 0x1F3FF; }
+constexpr wchar_t kJoiner = 0x200D;
+constexpr wchar_t kEmojiStyle = 0xFE0F;
 
-/// What terminals add up in different ways.
-bool isDisputed(wchar_t c) { return c == 0x200C || c == 0x200D || c == 0xFE0E || c == 0xFE0F; }
+bool isSkinTone(wchar_t c) { return c >= 0x1F3FB && c <= 0x1F3FF; }
+/// Two of them make a flag.
+bool isFlagLetter(wchar_t c) { return c >= 0x1F1E6 && c <= 0x1F1FF; }
+/// Without effect where there is no emoji.
+bool isSelector(wchar_t c) {
+    return c == 0x200C || c == kJoiner || c == 0xFE0E || c == kEmojiStyle;
+}
+/// What may be shown as a picture: no letter, no digit, nothing that combines.
+bool isPicture(wchar_t c) {
+    return c >= 0xA9 && ::wcwidth(c) > 0 && !isSkinTone(c) && !isFlagLetter(c) &&
+           std::iswalpha(static_cast<std::wint_t>(c)) == 0;
+}
+
+/// Whether `next` goes into the emoji that begins or goes on in `cell`.
+bool goesOn(const Cell& cell, wchar_t next) {
+    if (cell.count == 0 || cell.count == Cell::kMost) return false;
+    const wchar_t first = cell.characters[0];
+    const wchar_t last = cell.characters[cell.count - 1];
+    if (isFlagLetter(next)) return cell.count == 1 && isFlagLetter(first);
+    if (last == kJoiner) return isPicture(next);
+    if (next != kJoiner && next != kEmojiStyle && !isSkinTone(next)) return false;
+    return isPicture(first) || (isFlagLetter(first) && cell.count == 2);
+}
 
 /// Chinese and Japanese are written without blanks: a line may end beside any of their characters
 /// (UAX #14), but does not begin with a closing mark or a small sign, nor end with an opening one.
@@ -41,6 +65,23 @@ Cell cell(wchar_t character, int width, Style style) {
 }
 
 }  // namespace
+
+bool Cell::isSequence() const {
+    const auto end = characters.begin() + count;
+    return count > 1 && std::any_of(characters.begin() + 1, end, [](wchar_t c) {
+               return c == kJoiner || c == kEmojiStyle || isSkinTone(c) || isFlagLetter(c);
+           });
+}
+
+bool continues(std::wstring_view text, std::size_t at) {
+    if (at == 0) return false;
+    const wchar_t c = text[at];
+    if (::wcwidth(c) == 0 || text[at - 1] == kJoiner) return true;
+    if (isSkinTone(c)) return isPicture(text[at - 1]);
+    std::size_t letters = 0;
+    while (isFlagLetter(c) && letters < at && isFlagLetter(text[at - 1 - letters])) ++letters;
+    return letters % 2 == 1;
+}
 
 bool useUTF8() {
     std::setlocale(LC_ALL, "");
@@ -90,9 +131,13 @@ Cells cellsOf(std::string_view text, Style style) {
             cells.push_back(cell(L'\n', 0, style));
             continue;
         }
-        if (isDisputed(character) ||
-            (isSkinTone(character) && !cells.empty() && cells.back().width == 2))
+        if (!cells.empty() && goesOn(cells.back(), character)) {
+            auto& emoji = cells.back();
+            emoji.characters[emoji.count++] = character;
+            emoji.width = 2;
             continue;
+        }
+        if (isSelector(character)) continue;
         const wchar_t shown = character == L'\t' ? L' ' : character;
         const int width = ::wcwidth(shown);
         if (width < 0) {

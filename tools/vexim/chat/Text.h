@@ -27,8 +27,8 @@ enum class Style : std::uint8_t {
 /// One place on the screen: a character with the marks that combine with it. It is one or two
 /// columns wide; a line break, which only `wrapped` understands, takes none.
 struct Cell {
-    // as many characters as the terminal library keeps in a place
-    static constexpr std::size_t kMost = 5;
+    // A family of four with the colours of their skin has eleven.
+    static constexpr std::size_t kMost = 12;
     std::array<wchar_t, kMost> characters{};
     std::uint8_t count = 0;
     std::uint8_t width = 0;
@@ -36,6 +36,9 @@ struct Cell {
     std::uint8_t hue = 0;  // of a Style::Name: which of the names' colours
 
     bool is(wchar_t character) const { return count == 1 && characters[0] == character; }
+    /// Whether it is an emoji of several characters (UTS #51): with a modifier, joined of others, a
+    /// flag. Terminals disagree about how wide these are; here they take two columns.
+    bool isSequence() const;
     friend bool operator==(const Cell&, const Cell&) = default;
 };
 using Cells = std::vector<Cell>;
@@ -44,6 +47,10 @@ using Cells = std::vector<Cell>;
 /// says. Whether the environment agrees: if it names another encoding, a terminal should be sent
 /// plain ASCII.
 bool useUTF8();
+
+/// Whether the character at `at` is painted in one place with those before it: a mark, or the rest
+/// of an emoji.
+bool continues(std::wstring_view text, std::size_t at);
 
 std::wstring wide(std::string_view utf8);
 std::string narrow(std::wstring_view text);
@@ -56,9 +63,7 @@ std::string harmless(std::string_view text);
 /// lest it pass for another name.
 std::string harmlessLine(std::string_view text);
 
-/// `harmless` text as it is painted; very long text is cut, and says so. What terminals disagree
-/// about is left out: joiners, variation selectors and skin tones, so that an emoji is as wide here
-/// as on the screen.
+/// `harmless` text as it is painted; very long text is cut, and says so.
 Cells cellsOf(std::string_view text, Style style = Style::Normal);
 std::string textOf(const Cells& cells);
 int widthOf(const Cells& cells);

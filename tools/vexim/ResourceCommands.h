@@ -1,0 +1,10 @@
+#pragma once
+
+#include <vector>
+
+#include "CommandLine.h"
+
+/// Friends, groups, rooms and their members.
+std::vector<CommandSpec> peopleCommands();
+/// Histories, attributes, searches by attributes, passengers.
+std::vector<CommandSpec> lookupCommands();
