@@ -18,7 +18,7 @@ std::string readAll(InputStream& stream, std::size_t piece) {
     std::string text;
     std::vector<std::uint8_t> buffer(piece);
     for (std::int64_t count = 0; (count = stream.read(buffer.data(), piece)) > 0;) {
-        text.append(buffer.begin(), buffer.begin() + count);
+        text.append(buffer.begin(), buffer.begin() + static_cast<std::ptrdiff_t>(count));
     }
     return text;
 }

@@ -169,8 +169,8 @@ bool URL::readAuthority(std::string_view authority) {
 }
 
 URL URL::fileURLWithPath(std::string_view path) {
-    std::error_code ignored;  // no working directory, or an empty path
-    const std::string whole = path.starts_with('/')
+    std::error_code ignored;  // no working directory
+    const std::string whole = path.empty() || path.starts_with('/')
                                   ? std::string(path)
                                   : std::filesystem::absolute(path, ignored).string();
     auto stands = [](char c) { return isUnreserved(c) || contains("/!$&'()*+,=:@", c); };
