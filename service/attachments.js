@@ -78,14 +78,14 @@ export class Attachments {
     request.pipe(form);
     try {
       await Promise.race([once(form, 'close'), broken]);
-      must(saved, 'invalidValue', 'There is no file in the field "attachment".');
+      must(saved, 'invalidValue', 'The field "attachment" has no file.');
       return await saved;
     } catch (error) {
       request.unpipe(form);
       request.resume(); // the answer must not be lost to a reset while the client still sends
       const file = await saved?.catch(() => undefined); // what it left is gone before the answer is out
       if (file) await this.#remove(file.name);
-      throw fault ?? form.errored ? new ServiceError('malformedBody', 'The multipart form is broken.') : error;
+      throw fault ?? form.errored ? new ServiceError('malformedBody', 'The multipart form is malformed.') : error;
     }
   }
 
@@ -153,7 +153,7 @@ function openForm(headers, fileSize) {
   try {
     return busboy({ headers, limits: { fileSize: fileSize + 1, files: 4, fields: 16, parts: 20 } });
   } catch {
-    throw new ServiceError('malformedBody', 'An attachment comes as multipart/form-data.');
+    throw new ServiceError('malformedBody', 'An attachment must be sent as multipart/form-data.');
   }
 }
 

@@ -220,7 +220,7 @@ export class Store {
 
   async addPassenger(id = newId('p'), fields = {}) {
     return this.#within(async (store) => {
-      must(!(await store.#row('users', id)), 'invalidValue', 'A user has this id.');
+      must(!(await store.#row('users', id)), 'invalidValue', 'A user with this id already exists.');
       return store.#add('passengers', { id, fields: fitting(fields) });
     });
   }
@@ -313,7 +313,7 @@ export class Store {
 
   async #befriend(fromId, toId) {
     for (const id of [fromId, toId].sort()) must(await this.#row('users', id, { forUpdate: true }), 'unknownUser');
-    must(fromId !== toId, 'invalidValue', 'Nobody is a friend of themselves.');
+    must(fromId !== toId, 'invalidValue', 'Users cannot be their own friends.');
     const friendship = { ts: Date.now(), from: fromId, to: toId };
     const ends = [[fromId, toId], [toId, fromId]];
     const rows = ends.map(([user, friend]) => ({ ...friendship, user, friend }));
@@ -330,7 +330,7 @@ export class Store {
   }
 
   async #add(kind, { id, ...fields }, members) {
-    must(typeof id === 'string' && idPattern.test(id), 'invalidValue', 'An id is 1 to 64 letters, digits and . _ ~ @ -');
+    must(typeof id === 'string' && idPattern.test(id), 'invalidValue', 'An id must have 1 to 64 characters: letters, digits and . _ ~ @ -');
     const [{ count }] = await this.#db(kind).count({ count: '*' });
     must(Number(count) < limits.records, 'limitReached');
     const record = { id, ...fields, created: Date.now(), updated: Date.now() };

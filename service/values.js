@@ -25,13 +25,13 @@ export function object(body) {
 
 /** `value` itself when it is a text that is not empty. */
 export function text(value, name) {
-  must(typeof value === 'string' && value !== '', 'invalidValue', `"${name}" must be a text.`);
+  must(typeof value === 'string' && value !== '', 'invalidValue', `"${name}" must be a string.`);
   return value;
 }
 
 /** `value` itself when it is an array of texts. */
 export function texts(value, name) {
-  must(Array.isArray(value) && value.every((item) => typeof item === 'string'), 'invalidValue', `"${name}" must be an array of texts.`);
+  must(Array.isArray(value) && value.every((item) => typeof item === 'string'), 'invalidValue', `"${name}" must be an array of strings.`);
   return value;
 }
 

@@ -119,7 +119,7 @@ class Store:
         self._timeout = timeout
 
     def close(self) -> None:
-        """Does what was asked for before, then closes the file. What waits to be sent waits for the next time. Closing again does
+        """Finishes earlier operations, then closes the file. Unsent messages are sent the next time. Closing again does
         nothing."""
         try:
             self._portal.run(self._inner.close(), self._timeout)

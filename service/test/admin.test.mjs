@@ -126,7 +126,7 @@ describe('admin', { timeout: 120_000 }, () => {
     const cases = [
       [['add'], /other words/],
       [['add', 'alice'], /taken/],
-      [['add', 'a b'], /An id is/],
+      [['add', 'a b'], /An id must/],
       [['remove', 'nobody'], /no such user/],
       [['password', 'nobody'], /no such user/],
       [['dance'], /one of its commands/],

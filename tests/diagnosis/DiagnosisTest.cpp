@@ -89,7 +89,7 @@ TEST(Diagnosis, TellsWhatTLSObjectedToAndWhatRequestsFailed) {
     const std::string text = ears->client->diagnose().text();
     EXPECT_NE(
         text.find(
-            "websocket failed stage=tls reason=The server's certificate is self-signed, and it is not trusted."),
+            "websocket failed stage=tls reason=The server's certificate is self-signed and not trusted."),
         std::string::npos)
         << text;
 }

@@ -44,7 +44,7 @@ TEST(VXIMClientConfiguration, RefusesWhatWouldTrustTheWrongServer) {
         vexim::testing::raised([&] {
             configuration->setPinnedKeys({pin, "AAAA"});
         }),
-        "NSInvalidArgumentException: A pin is the base64 of a key's SHA-256 digest, which has 44 characters.");
+        "NSInvalidArgumentException: A pin must be the base64 of a key's SHA-256 digest, 44 characters.");
     const std::pair<const char*, std::string> pins[] = {
         {"bits that a digest does not have", std::string(42, 'A') + "B="},
         {"31 bytes", std::string(42, 'A') + "=="},

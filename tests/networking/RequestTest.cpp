@@ -154,7 +154,7 @@ TEST_F(RequestTest, ALostConnectionIsTemporaryAndTriedThreeTimes) {
     serve([](Connection& connection) { connection.readSome(); });
     pointAt("https" + server->url("").substr(4));
     EXPECT_TRUE(get().ends_with(
-        "\"TLS failed: the peer broke off.\" temporary over NSURLErrorDomain -1005"));
+        "\"TLS failed: the server closed the connection.\" temporary over NSURLErrorDomain -1005"));
     EXPECT_EQ(server->connectionCount(), 3);
 }
 

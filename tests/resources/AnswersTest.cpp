@@ -98,15 +98,15 @@ TEST_F(Answers, AnErrorNamesWhatIsWrongWithAList) {
     } cases[] = {
         {"user rooms in detail", R"([{"id":"r1"},{"name":"x"}])", "room"},
         {"user groups in detail", R"([{}])", "group"},
-        {"user friends in detail", R"(["u1"])", "no dictionary"},
+        {"user friends in detail", R"(["u1"])", "not a dictionary"},
         {"user fetch", R"({"friends":5})", "friends"},
         {"user history", "{}", "history"},
-        {"group history", "[5]", "no dictionary"},
-        {"group fetch", "[]", "no dictionary"},
-        {"room fetch", "text", "no dictionary"},
+        {"group history", "[5]", "not a dictionary"},
+        {"group fetch", "[]", "not a dictionary"},
+        {"room fetch", "text", "not a dictionary"},
         {"passenger create", "{}", "id"},
         {"find users", R"([{"name":"x"}])", "user"},
-        {"find rooms", "[[]]", "no dictionary"},
+        {"find rooms", "[[]]", "not a dictionary"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.operation);

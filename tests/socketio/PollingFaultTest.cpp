@@ -37,7 +37,7 @@ TEST(PollingFaults, EndPollingWithTheRightWord) {
          {},
          ScriptedServer::answering(
              [](const WireRequest&) { return ScriptedServer::text(200, "<html>"); }),
-         "error The answer is none of a Socket.IO server."},
+         "error The answer does not come from a Socket.IO server."},
         {"truncated body",
          {{"connectTimeout", 0.1}},
          answeringWith("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n0{"),
@@ -52,7 +52,7 @@ TEST(PollingFaults, EndPollingWithTheRightWord) {
              c.readRequest();
              c.write("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n0{");
          },
-         "error The server broke off in the middle of an answer."},
+         "error The server closed the connection in the middle of an answer."},
         {"no HTTP at all",
          {},
          answeringWith("SSH-2.0-OpenSSH\r\n\r\n"),
@@ -60,12 +60,12 @@ TEST(PollingFaults, EndPollingWithTheRightWord) {
         {"a chunk that is none",
          {},
          answeringWith("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nxyz\r\n"),
-         "error The server's answer is not framed as HTTP is."},
+         "error The server's answer is not valid HTTP."},
         {"compressed by half",
          {},
          answeringWith(
              "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 4\r\n\r\nnone"),
-         "error The server's answer is compressed wrongly."},
+         "error The server's answer cannot be decompressed."},
         {"unknown session",
          {},
          polling([](const WireRequest&) {
@@ -76,13 +76,13 @@ TEST(PollingFaults, EndPollingWithTheRightWord) {
          {{"maxMessageSize", 1000}},
          polling(
              [](const WireRequest&) { return ScriptedServer::text(200, std::string(2000, '6')); }),
-         "error The server's answer is over the limit."},
+         "error The server's answer is too long."},
         {"a million packets, then a malformed one",
          {},
          polling([](const WireRequest&) {
              return ScriptedServer::text(200, repeated("6\x1e", 1'000'000) + "9");
          }),
-         "error A malformed payload."},
+         "error The server sent a malformed payload."},
         {"a malformed payload",
          {},
          polling([](const WireRequest&) {

@@ -146,8 +146,7 @@ TEST(Proxies, OfAnotherKindAreNotPassedBy) {
     Recorder heard;
     heard.listen(*client);
     client->connect();
-    EXPECT_TRUE(heard.waitFor("error The environment's proxy is of a kind that is not supported."))
-        << heard.last();
+    EXPECT_TRUE(heard.waitFor("error This kind of proxy is not supported.")) << heard.last();
     EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
 }
 
@@ -166,13 +165,13 @@ TEST(Proxies, MayBreakWithoutBreakingTheClient) {
          "error The proxy refused the connection: 503."},
         {"speaks something else",
          [](ScriptedServer::Connection& c) { c.readHead() && c.write("SSH-2.0-x\r\n\r\n"); },
-         "error The proxy's answer makes no sense."},
+         "error The proxy's answer is not valid HTTP."},
         {"talks without end",
          [](ScriptedServer::Connection& c) {
              c.readHead();
              while (c.write("HTTP/1.1 200 OK\r\nX: " + std::string(4096, 'x'))) continue;
          },
-         "error The proxy's answer makes no sense."},
+         "error The proxy's answer is not valid HTTP."},
     };
     for (const auto& row : rows) {
         for (const char* transport : {"forceWebsockets", "forcePolling"}) {

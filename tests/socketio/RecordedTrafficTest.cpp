@@ -290,7 +290,7 @@ TEST(PacketDecoder, HoldsToItsLimits) {
     EXPECT_EQ(decoder.text("52-[\"a\",{\"_placeholder\":true,\"num\":1}]").status, Status::Partial);
     EXPECT_EQ(decoder.attachment(Data("123", 3)).status, Status::Partial);
     EXPECT_EQ(decoder.attachment(Data("45", 2)).status, Status::Malformed)
-        << "attachments over the limit";
+        << "attachments that exceed the limit";
 }
 
 TEST(PacketEncoder, RefusesWhatServersWould) {

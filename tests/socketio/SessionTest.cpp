@@ -195,7 +195,7 @@ TEST(EngineSession, SplitsWhatIsTooLongForOneBody) {
     const EncodedPacket withData{R"(451-/chat,["a",{"_placeholder":true,"num":0}])",
                                  {Data(std::string(800, 'x'))}};
     EXPECT_EQ(script.on(event::Emit{withData}),
-              "report(A message is longer than the server takes.)")
+              "report(A message is longer than the server accepts.)")
         << "once it is base64";
 }
 

@@ -60,7 +60,7 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
              "HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
              "Sec-WebSocket-Accept: AAAAAAAAAAAAAAAAAAAAAAAAAAA=\r\n\r\n"),
          "error The WebSocket handshake failed"},
-        {"a subprotocol that was not asked for",
+        {"a subprotocol that we did not ask for",
          {{"extraHeaders", Dictionary{{"Sec-WebSocket-Protocol", "other"}}}},
          acceptingWith("Sec-WebSocket-Protocol: chat\r\n"),
          "error The WebSocket handshake failed: the server chose a subprotocol"},
@@ -117,11 +117,11 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
         {"oversize",
          {{"maxMessageSize", 1000}},
          joinedThenSend(frame(std::string(2000, 'x'))),
-         "disconnect The server sent a message over the limit."},
+         "disconnect The server sent a message that is too long."},
         {"an announced exabyte",
          {},
          joinedThenSend(std::string("\x81\x7f\x0f\xff\xff\xff\xff\xff\xff\xff", 10)),
-         "disconnect The server sent a message over the limit."},
+         "disconnect The server sent a message that is too long."},
         {"missing heartbeat",
          {},
          [](Connection& c) {
@@ -135,15 +135,15 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
         {"fragments without end",
          {{"maxMessageSize", 1000}},
          joinedThenSend(frame("", 0x01) + repeated(frame("", 0x00), 40'000)),
-         "disconnect The server sent a message over the limit."},
+         "disconnect The server sent a message that is too long."},
         {"zero for a ping interval",
          {},
          openingWith(R"(0{"sid":"s","pingInterval":0,"pingTimeout":20})"),
-         "error The server's open packet makes no sense."},
+         "error The server's open packet is invalid."},
         {"a huge ping timeout",
          {},
          openingWith(R"(0{"sid":"s","pingInterval":1,"pingTimeout":1e300})"),
-         "error The server's open packet makes no sense."},
+         "error The server's open packet is invalid."},
         {"deep JSON",
          {},
          joinedThenSend(frame("42/chat,[\"message\"," + repeated("[", 100'000))),
@@ -298,7 +298,7 @@ TEST(WireFaults, BoundThePongsThatAPeerDoesNotRead) {
                        joinedThen([&](Connection& connection) {
                            while (connection.write(many)) continue;
                        }),
-                       "disconnect The server does not read."},
+                       "disconnect The server has stopped reading."},
                       {{"forceWebsockets", true}});
         EXPECT_LT(peak.grownMiB(), 32) << ping.substr(0, 8);
     }
@@ -362,7 +362,7 @@ TEST(WireFaults, KeepLittleOfAnAnswerWithoutEnd) {
     };
     const std::string some(64 * 1024, 'x');
     const std::string chunked = "Transfer-Encoding: chunked\r\n\r\n";
-    constexpr const char* kTooLong = "error The server's answer is over the limit.";
+    constexpr const char* kTooLong = "error The server's answer is too long.";
     const Row rows[] = {
         {"a body", "\r\n", some, kTooLong},
         {"a body of a terabyte", "Content-Length: 1099511627776\r\n\r\n", some, kTooLong},

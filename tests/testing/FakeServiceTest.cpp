@@ -144,7 +144,7 @@ TEST_F(FakeServiceTest, WhatComesIsRecorded) {
     const auto messages = service.messages();
     EXPECT_EQ(messages[0].from + ": " + messages[0].body() + messages[0].refusal, "alice: hi");
     EXPECT_EQ(messages[1].refusal, "There is no such user.");
-    EXPECT_EQ(messages[2].refusal, "An event's items are JSON.");
+    EXPECT_EQ(messages[2].refusal, "The items of an event must be JSON.");
     std::string history;
     alice->client->currentUser()->getLatestChatsWithFriend(
         "bob", 2e9, 20, once([&](const auto& list, const ErrorPtr& error) {

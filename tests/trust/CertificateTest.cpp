@@ -20,7 +20,7 @@ using Options = CertificateAuthority::Options;
 
 // What the words must hold.
 constexpr const char* kAccepted = "accepted";
-constexpr const char* kUnknown = "No trusted authority stands behind";
+constexpr const char* kUnknown = "was not issued by a trusted authority";
 constexpr const char* kExpired = "has expired";
 constexpr const char* kEarly = "is not valid yet";
 constexpr const char* kName = "is not for \"";

@@ -52,18 +52,18 @@ TEST_F(TrustTest, WhatIsMalformedIsRefusedAsAWholeAndSaysSo) {
         {"a pin that is a number", pins(Array{pin, 5}), "Entry 2 of option \"pinnedKeys\""},
         {"one pin outside a list", pins(pin), "Option \"pinnedKeys\" must be a list"},
         {"no pin at all", pins(Array{}), "Option \"pinnedKeys\" must be a list"},
-        {"no text", pem(""), "Option \"caPEM\" must be a text"},
-        {"no path", file(""), "Option \"caFile\" must be a text"},
+        {"no text", pem(""), "Option \"caPEM\" must be a nonempty string"},
+        {"no path", file(""), "Option \"caFile\" must be a nonempty string"},
         {"no certificate", pem("no certificate"),
-         "option \"caPEM\" cannot be used: it must hold whole certificates"},
+         "option \"caPEM\" cannot be used: it must contain complete certificates"},
         {"a second certificate that is cut off", pem(good + second.substr(0, second.size() - 40)),
-         "whole certificates"},
+         "complete certificates"},
         {"a second certificate whose first line is damaged", pem(good + second.substr(1)),
-         "whole certificates"},
+         "complete certificates"},
         {"a second certificate whose bytes are damaged",
-         pem(good + std::string(second).replace(100, 4, "####")), "whole certificates"},
+         pem(good + std::string(second).replace(100, 4, "####")), "complete certificates"},
         {"a private key among them", file((folder / "key.pem").string()),
-         "option \"caFile\" cannot be used: it must hold whole"},
+         "option \"caFile\" cannot be used: it must contain complete"},
         {"a file that is not there", file((folder / "none.pem").string()),
          "option \"caFile\" cannot be used: No such file"},
         {"a folder", file(folder.path().string()),
@@ -123,7 +123,7 @@ TEST_F(TrustTest, FollowsRedirectsToOtherServers) {
     const auto both = authority.certificatePEM() + stranger.certificatePEM();
     EXPECT_EQ(outcomes(first.url(""), {{"caPEM", both}})[0].second, "accepted");
     EXPECT_EQ(outcomes(first.url(""), {{"caPEM", authority.certificatePEM()}})[0].second,
-              "No trusted authority stands behind the server's certificate.");
+              "The server's certificate was not issued by a trusted authority.");
 }
 
 TEST_F(TrustTest, TakesUpAnAuthorityFileThatWasReplaced) {
@@ -134,7 +134,7 @@ TEST_F(TrustTest, TakesUpAnAuthorityFileThatWasReplaced) {
     const Dictionary options{{"caFile", path.string()}};
     write(path, stranger.certificatePEM());
     EXPECT_EQ(outcome(server.url(""), options),
-              "No trusted authority stands behind the server's certificate.");
+              "The server's certificate was not issued by a trusted authority.");
     write(folder / "new.pem", stranger.certificatePEM() + authority.certificatePEM());
     std::filesystem::rename(folder / "new.pem", path);
     EXPECT_EQ(outcome(server.url(""), options), "accepted");

@@ -29,8 +29,7 @@ bool isArrayOf(const Value& value, Test test) {
 }
 
 std::string described(std::string_view type) {
-    return type == "id" ? "a string that is not empty, or an integer"
-                        : "of type " + std::string(type);
+    return type == "id" ? "a nonempty string or an integer" : "of type " + std::string(type);
 }
 
 std::string quoted(std::string_view name) { return "\"" + std::string(name) + "\""; }
@@ -89,7 +88,7 @@ std::optional<Problem> findProblem(const std::vector<Parameter>& parameters,
             return parameter.name == name;
         };
         if (std::ranges::none_of(parameters, isMeant)) {
-            return Problem{InterfaceError::UnknownArgument, quoted(name) + " is not known here."};
+            return Problem{InterfaceError::UnknownArgument, quoted(name) + " is unknown."};
         }
     }
     return std::nullopt;

@@ -46,7 +46,7 @@ Configuration readConfiguration(std::string_view text) {
     if (const auto url = given->get("socketURL").asString()) {
         const auto parsed = URL::parse(*url);
         if (!parsed || parsed->host().empty())
-            return wrong("\"socketURL\" is not a URL with a host.");
+            return wrong("\"socketURL\" must be a URL with a host.");
         client->setSocketURL(*parsed);
     }
     // If the configuration chooses any transport, the defaults for transports are dropped.

@@ -174,7 +174,7 @@ void downloadAttachment(Request& request) {
         const auto size = std::filesystem::file_size(path, failed);
         if (failed || size > self->mailbox().limit() / 2) {
             return self->fail(InterfaceError::TooMuch,
-                              "The attachment is too large to be received; give a \"path\".");
+                              "The attachment is too large to be returned; give a \"path\".");
         }
         std::ifstream file(path, std::ios::binary);
         const std::string bytes{std::istreambuf_iterator<char>(file), {}};

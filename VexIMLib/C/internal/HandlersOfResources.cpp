@@ -13,8 +13,8 @@ std::shared_ptr<VXIMUser> user(Request& request) {
     auto current = request.client().currentUser();
     if (id.isNil()) {
         if (!current)
-            throw Refusal({InterfaceError::MissingArgument,
-                           "Nobody is logged in, so the argument \"id\" is needed."});
+            throw Refusal(
+                {InterfaceError::MissingArgument, "Nobody is logged in, so \"id\" is required."});
         return current;
     }
     return current && idsEqual(current->uid(), id) ? current : VXIMUser::userWithId(id);

@@ -26,8 +26,9 @@ std::optional<Mailbox::RequestId> Mailbox::open(std::string extra, std::size_t b
     const MutexLock lock(mutex_);
     if (closed_) return std::nullopt;
     if (bytes_ + bytes > limit_) {
-        pushAnswer(extra, Outcome::Error,
-                   errorBody(InterfaceError::TooMuch, "Too much waits to be received already."));
+        pushAnswer(
+            extra, Outcome::Error,
+            errorBody(InterfaceError::TooMuch, "Too many answers are waiting to be received."));
         return std::nullopt;
     }
     bytes_ += bytes;

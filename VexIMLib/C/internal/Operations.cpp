@@ -3,7 +3,7 @@
 // compares it with the C++ headers, so all rows have the same form: {"name", "parameter: type,
 // parameter: type?", "result", "What it does.", function}
 //
-// Types: id (a string that is not empty, or an integer), ids, string, strings, boolean, number,
+// Types: id (a nonempty string or an integer), ids, string, strings, boolean, number,
 // integer, int32, object, newMessage, address, any. A question mark: may be left out. The types of
 // results are those of scripts/c_interface_shapes.py; a question mark there: may be null.
 
@@ -41,15 +41,15 @@ constexpr Operation kOperations[] = {
     {"loginWithUserId", "userId: string", "true", "Connects and logs in by user id. Needs the configuration's installationId.", handlers::loginWithUserId},
     {"loginWithUsername", "username: string, password: string", "true", "Connects and logs in by user name and password.", handlers::loginWithUsername},
     {"loginWithPhoneNumber", "phoneNumber: string, smsCode: string", "true", "Connects and logs in by phone number and the code that came by SMS.", handlers::loginWithPhoneNumber},
-    {"loginWithThirdPartyOAuth", "oauth: object", "true", "Connects and logs in with what an outside identity provider gave.", handlers::loginWithThirdPartyOAuth},
-    {"loginWithAuthData", "authData: object", "true", "Connects and logs in with this object as it stands.", handlers::loginWithAuthData},
-    {"logoutWithCompletion", "", "true", "Removes this installation from the user, then closes the connection. Without a connection it is not answered before the client is freed, or its time is over.", handlers::logout},
+    {"loginWithThirdPartyOAuth", "oauth: object", "true", "Connects and logs in with the data of an outside identity provider.", handlers::loginWithThirdPartyOAuth},
+    {"loginWithAuthData", "authData: object", "true", "Connects and logs in with this object, unchanged.", handlers::loginWithAuthData},
+    {"logoutWithCompletion", "", "true", "Removes this installation from the user, then closes the connection. Without a connection the answer comes only when the client is freed or the timeout has passed.", handlers::logout},
     {"deleteCurrentInstallIdCompletion", "", "true", "Removes this installation from the user who is logged in.", handlers::deleteCurrentInstallId},
     {"pause", "", "true", "Closes the connection until `resume`.", handlers::pause},
     {"resume", "", "true", "Connects again with the credentials of the last login.", handlers::resume},
     {"resetFlags", "", "true", "Clears `offlineTemporally` and `tryLogout`.", handlers::resetFlags},
-    {"currentUser", "", "user?", "The user who is logged in, as far as the client knows; null when there is none.", handlers::currentUser},
-    {"cancel", "extra: any", "integer", "Cancels the open requests with this `@extra`; tells how many there were.", handlers::cancel},
+    {"currentUser", "", "user?", "The user who is logged in or logging in; null if there is none.", handlers::currentUser},
+    {"cancel", "extra: any", "integer", "Cancels the open requests with this `@extra`. The result is how many there were.", handlers::cancel},
 
     // Messages. The result is the message as it was sent.
     {"sendMessageToFriend", "friendId: id, message: newMessage, progress: boolean?", "message", "Sends to a user.", handlers::sendMessageToFriend},
@@ -61,14 +61,14 @@ constexpr Operation kOperations[] = {
     {"sendSystemMessageToGroup", "groupId: id, message: newMessage, progress: boolean?", "message", "Posts a system message to a group.", handlers::sendSystemMessageToGroup},
     {"sendSystemMessageToRoom", "roomId: id, message: newMessage, progress: boolean?", "message", "Posts a system message to a room.", handlers::sendSystemMessageToRoom},
     {"sendSystemMessage", "message: newMessage, progress: boolean?", "message", "Posts a system message to the receiver that the message names.", handlers::sendSystemMessage},
-    {"VXIMMessage.downloadAttachment", "message: newMessage, path: string?, progress: boolean?", "download", "Downloads a message's attachment to the file `path`. Without one the result holds the bytes.", handlers::downloadAttachment},
+    {"VXIMMessage.downloadAttachment", "message: newMessage, path: string?, progress: boolean?", "download", "Downloads a message's attachment to the file `path`. Without `path` the result contains the bytes.", handlers::downloadAttachment},
 
     // A user; without an id, the one who is logged in.
     {"VXIMUser.fetchWithCompletion", "id: id?", "user", "Fetches the ids of friends, groups and rooms.", handlers::userFetch},
-    {"VXIMUser.fetchFriendsWithDetail", "id: id?, detail: boolean", "friends", "Fetches the friends: with `detail` as records, without as ids.", handlers::userFetchFriends},
+    {"VXIMUser.fetchFriendsWithDetail", "id: id?, detail: boolean", "friends", "Fetches the friends: records with `detail`, otherwise ids.", handlers::userFetchFriends},
     {"VXIMUser.fetchGroupsWithDetail", "id: id?, detail: boolean", "groups", "Fetches the groups of the user.", handlers::userFetchGroups},
     {"VXIMUser.fetchRoomsWithDetail", "id: id?, detail: boolean", "roomsOrIds", "Fetches the rooms of the user.", handlers::userFetchRooms},
-    {"VXIMUser.addFriendWithUser", "id: id?, friendId: id", "any", "Makes a friendship. The result is the service's.", handlers::userAddFriend},
+    {"VXIMUser.addFriendWithUser", "id: id?, friendId: id", "any", "Makes a user a friend. The result is the service's answer.", handlers::userAddFriend},
     {"VXIMUser.getFriendInfo", "id: id?, friendId: id", "friend", "Fetches one entry of the friend list.", handlers::userGetFriendInfo},
     {"VXIMUser.deleteFriend", "id: id?, friendId: id", "true", "Ends a friendship.", handlers::userDeleteFriend},
     {"VXIMUser.getLatestChatsWithFriend", "id: id?, friendId: id, timestamp: number, limit: int32", "messages", "Messages with a friend before a time in seconds since 1970.", handlers::userGetLatestChats},
@@ -80,10 +80,10 @@ constexpr Operation kOperations[] = {
 
     // A group.
     {"VXIMGroup.createWithOwner", "owner: id, name: string, members: ids?", "group", "Creates a group.", handlers::groupCreateWithOwner},
-    {"VXIMGroup.createWithBlock", "name: string?, members: ids?, owner: id?", "group", "Creates a group; what is left out is left to the service.", handlers::groupCreate},
+    {"VXIMGroup.createWithBlock", "name: string?, members: ids?, owner: id?", "group", "Creates a group. The service chooses what is left out.", handlers::groupCreate},
     {"VXIMGroup.fetchWithBlock", "id: id", "group", "Fetches the group's record.", handlers::groupFetch},
     {"VXIMGroup.getLatestMessagesBefore", "id: id, timestamp: number, limit: int32", "messages", "Messages before a time in seconds since 1970.", handlers::groupGetLatestMessages},
-    {"VXIMGroup.changeOwner", "id: id, owner: id", "true", "Hands the group over.", handlers::groupChangeOwner},
+    {"VXIMGroup.changeOwner", "id: id, owner: id", "true", "Makes another user the owner of the group.", handlers::groupChangeOwner},
     {"VXIMGroup.updateWithAttributes", "id: id, attributes: object", "true", "Changes entries of the record itself.", handlers::groupUpdate},
     {"VXIMGroup.addMembers", "id: id, userIds: ids", "true", "Adds members.", handlers::groupAddMembers},
     {"VXIMGroup.removeMembers", "id: id, userIds: ids", "true", "Removes members.", handlers::groupRemoveMembers},
@@ -116,23 +116,23 @@ constexpr Operation kOperations[] = {
 
     // Searches: `where` has the strings that attributes must have; a sort key in `order` may begin
     // with "-" for descending.
-    {"VXIMQuery.findUserWithBlock", "where: object?, order: strings?, skip: int32?, limit: int32?", "users", "Searches users. 20 at most, unless `limit` says otherwise.", handlers::findUsers},
+    {"VXIMQuery.findUserWithBlock", "where: object?, order: strings?, skip: int32?, limit: int32?", "users", "Searches users; 20 results at most, unless `limit` is given.", handlers::findUsers},
     {"VXIMQuery.findGroupWithBlock", "where: object?, order: strings?, skip: int32?, limit: int32?", "groups", "Searches groups.", handlers::findGroups},
     {"VXIMQuery.findRoomWithBlock", "where: object?, order: strings?, skip: int32?, limit: int32?", "rooms", "Searches rooms.", handlers::findRooms},
 };
 
 // What `vexim_execute` does.
 constexpr ImmediateOperation kImmediateOperations[] = {
-    {"descriptor", "", "descriptor", "The descriptor that polls readable when something is to be received.", Needs::Handle, handlers::descriptor},
-    {"status", "", "integer", "Where the session stands: 0 none, 1 opening, 2 opened, 3 paused, 4 resuming, 5 closing, 6 closed.", Needs::Client, handlers::status},
-    {"offlineTemporally", "", "boolean", "Whether the connection is, or has been since the last logout, down for another reason than a logout.", Needs::Client, handlers::offlineTemporally},
+    {"descriptor", "", "descriptor", "The descriptor that becomes readable when something can be received.", Needs::Handle, handlers::descriptor},
+    {"status", "", "integer", "The state of the session: 0 none, 1 opening, 2 opened, 3 paused, 4 resuming, 5 closing, 6 closed.", Needs::Client, handlers::status},
+    {"offlineTemporally", "", "boolean", "Whether the connection has been down since the last logout, even if it is up again.", Needs::Client, handlers::offlineTemporally},
     {"tryLogout", "", "boolean", "Whether a logout waits for the connection to close.", Needs::Client, handlers::tryLogout},
-    {"config", "", "configuration", "The configuration: appId, installationId, socketURL and nsp. The client key is not told.", Needs::Client, handlers::config},
-    {"diagnose", "", "diagnosis", "What the client has lately gone through, redacted: an object an event.", Needs::Client, handlers::diagnose},
+    {"config", "", "configuration", "The configuration: appId, installationId, socketURL and nsp, without the client key.", Needs::Client, handlers::config},
+    {"diagnose", "", "diagnosis", "What has happened to the client lately, without secrets: one object for each event.", Needs::Client, handlers::diagnose},
     {"version", "", "version", "The version of the library.", Needs::Nothing, handlers::version},
-    {"setApplicationInfo", "bundleIdentifier: string?, bundleVersion: string?, systemVersion: string?", "true", "Who the application is, for the User-Agent of requests. Before any client is made.", Needs::Nothing, handlers::setApplicationInfo},
-    {"setKeepsFinishedDelegates", "keeps: boolean", "true", "Whether requests that have ended are remembered as long as the process lives. A program that runs for long says false.", Needs::Nothing, handlers::setKeepsFinishedDelegates},
-    {"setLog", "level: string?", "true", "Writes the library's log to standard error from \"debug\", \"info\", \"warning\" or \"error\" on; null: nothing.", Needs::Nothing, handlers::setLog},
+    {"setApplicationInfo", "bundleIdentifier: string?, bundleVersion: string?, systemVersion: string?", "true", "Describes the application in the User-Agent of requests. Call it before any client is made.", Needs::Nothing, handlers::setApplicationInfo},
+    {"setKeepsFinishedDelegates", "keeps: boolean", "true", "Whether finished requests are kept until the process ends. Set false in a program that runs for long.", Needs::Nothing, handlers::setKeepsFinishedDelegates},
+    {"setLog", "level: string?", "true", "Writes the library's log to standard error, from the level \"debug\", \"info\", \"warning\" or \"error\" on. null turns it off.", Needs::Nothing, handlers::setLog},
 };
 // clang-format on
 
@@ -152,10 +152,10 @@ Problem unknownOperation(std::optional<std::string_view> name) {
     const std::string quoted = "\"" + std::string(*name) + "\"";
     if (kHasStore || !isOfStore(*name))
         return {InterfaceError::UnknownOperation, "There is no operation " + quoted + "."};
-    return {InterfaceError::WithoutStore,
-            quoted +
-                " is an operation of the store, which this library is without: use "
-                "libvexim-c-store.so.1 in its place (Debian package libvexim-c-store1)."};
+    return {
+        InterfaceError::WithoutStore,
+        quoted +
+            " needs the message store, which this library does not have. Use libvexim-c-store.so.1 instead (Debian package libvexim-c-store1)."};
 }
 
 // The tables are never destroyed, because requests may come while the process exits.

@@ -84,7 +84,7 @@ void Request::end(bool succeeded, const ErrorPtr& error,
         return fail(errorBody(*failure));
     if (!succeeded)
         return fail(InterfaceError::Nothing,
-                    "The operation failed, or gave nothing, without saying why.");
+                    "The operation failed or returned nothing, and gave no reason.");
     std::string result;
     write(result);
     succeed(result);

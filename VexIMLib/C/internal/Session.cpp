@@ -100,10 +100,10 @@ void Session::send(std::string_view text) {
     const auto name = arguments->get("@op").asStringView();
     const auto operation = name ? findOperation(*name) : Found<Operation>();
     if (!operation.row) {
-        const auto problem = name && findImmediateOperation(*name).row
-                                 ? Problem{InterfaceError::UnknownOperation,
-                                           "This operation is one of vexim_execute."}
-                                 : unknownOperation(name);
+        const auto problem =
+            name && findImmediateOperation(*name).row
+                ? Problem{InterfaceError::UnknownOperation, "Use vexim_execute for this operation."}
+                : unknownOperation(name);
         return refuse(problem.code, problem.description);
     }
     if (const auto problem = findProblem(*operation.parameters, *arguments))

@@ -122,7 +122,7 @@ std::string execute(vexim_client client, std::string_view text) {
     const auto operation = name ? findImmediateOperation(*name) : Found<ImmediateOperation>();
     if (!operation.row) {
         if (!name || !findOperation(*name).row) return failure(unknownOperation(name));
-        return failure({InterfaceError::UnknownOperation, "This operation is one of vexim_send."});
+        return failure({InterfaceError::UnknownOperation, "Use vexim_send for this operation."});
     }
     if (const auto problem = findProblem(*operation.parameters, *arguments))
         return failure(*problem);

@@ -34,10 +34,12 @@ bool isFull(int number) { return number == ENOSPC || number == EDQUOT || number 
         Error::withDescription(kSQLiteErrorDomain, extended, sqlite3_errstr(extended));
     switch (code & 0xff) {
         case SQLITE_FULL:
-            fail(VXIMStoreErrorDiskFull, "There is no room left for the message store.", cause);
+            fail(VXIMStoreErrorDiskFull, "The disk is full: the message store cannot be written.",
+                 cause);
         case SQLITE_IOERR:
             if (isFull(number))
-                fail(VXIMStoreErrorDiskFull, "There is no room left for the message store.", cause);
+                fail(VXIMStoreErrorDiskFull,
+                     "The disk is full: the message store cannot be written.", cause);
             break;
         case SQLITE_BUSY:
         case SQLITE_LOCKED:
@@ -161,7 +163,7 @@ Statement Database::prepare(std::string_view sql) {
                                             SQLITE_PREPARE_PERSISTENT, &statement, nullptr);
         // Our statements are right, so the schema must be incomplete.
         if (code == SQLITE_ERROR)
-            fail(VXIMStoreErrorDamaged, "The message store's file lacks a part.");
+            fail(VXIMStoreErrorDamaged, "The message store's file is incomplete.");
         if (code != SQLITE_OK) failWithSQLite(database_, code);
         found = statements_.emplace(sql, statement).first;
     }

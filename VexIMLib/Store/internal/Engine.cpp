@@ -154,7 +154,7 @@ void Engine::openFile() {
     prepareFile(location_);
     const ErrorPtr error = errorOf([&] {
         // SQLite would treat it as a new file, and remove its log.
-        if (isEmptied) fail(VXIMStoreErrorDamaged, "The message store's file was emptied.");
+        if (isEmptied) fail(VXIMStoreErrorDamaged, "The message store's file was truncated.");
         openTables();
     });
     if (!error) return;
@@ -291,7 +291,7 @@ std::size_t Engine::runTransaction(const Group& group, std::size_t first, ErrorP
         });
     } else if (isLost) {
         lost = Error::withDescription(VXIMStoreErrorDomain, VXIMStoreErrorDiskFull,
-                                      "There is no room left for the message store.");
+                                      "The disk is full: the message store cannot be written.");
     }
     if (lost) {
         note(lost);

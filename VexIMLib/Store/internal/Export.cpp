@@ -48,7 +48,7 @@ private:
         const auto messages = messagesAfter(tables, conversations_.back(), position_, kSlice);
         std::string text;
         for (const VXIMStoredMessage& each : messages) text += toJSON(each.record()) + '\n';
-        writeAll(descriptor_, text, "The file of the export cannot be written.");
+        writeAll(descriptor_, text, "The export file cannot be written.");
         count_ += static_cast<std::int64_t>(messages.size());
         if (messages.size() < static_cast<std::size_t>(kSlice)) {
             conversations_.pop_back();
@@ -76,16 +76,15 @@ private:
         descriptor_ =
             ::open(partial().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
         if (descriptor_ < 0)
-            failWithSystem(VXIMStoreErrorFailed, "The file of the export cannot be made.", errno);
+            failWithSystem(VXIMStoreErrorFailed, "The export file cannot be created.", errno);
         isBegun_ = true;
         if (::fchmod(descriptor_, 0600) != 0)
-            failWithSystem(VXIMStoreErrorFailed, "The file of the export is not ours.", errno);
+            failWithSystem(VXIMStoreErrorFailed, "The export file belongs to another user.", errno);
     }
 
     void finish() {
         if (::fsync(descriptor_) != 0 || ::rename(partial().c_str(), path_.c_str()) != 0) {
-            failWithSystem(VXIMStoreErrorFailed, "The file of the export cannot be finished.",
-                           errno);
+            failWithSystem(VXIMStoreErrorFailed, "The export file cannot be completed.", errno);
         }
         isWhole_ = true;
     }

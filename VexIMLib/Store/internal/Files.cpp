@@ -23,7 +23,7 @@ constexpr mode_t kOursAlone = S_IRUSR | S_IWUSR;
 void sync(const std::string& path) {
     const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (file.number() < 0 || ::fsync(file.number()) != 0) {
-        failWithSystem(VXIMStoreErrorFailed, "A file could not be written for good.", errno);
+        failWithSystem(VXIMStoreErrorFailed, "A file could not be written to the disk.", errno);
     }
 }
 
@@ -49,7 +49,7 @@ std::string digitsOf(std::string_view text) {
 std::string temporaryFolder() {
     std::string path = (std::filesystem::temp_directory_path() / "vexim-XXXXXX").string();
     if (::mkdtemp(path.data()) == nullptr)
-        failWithSystem(VXIMStoreErrorFailed, "There is no folder for the attachments.", errno);
+        failWithSystem(VXIMStoreErrorFailed, "The folder for attachments cannot be used.", errno);
     return path;
 }
 
@@ -95,7 +95,7 @@ bool isThere(const std::string& path) {
                        errno);
     }
     if (!S_ISREG(found.st_mode))
-        fail(VXIMStoreErrorCannotOpen, "What stands at the message store's path is not a file.");
+        fail(VXIMStoreErrorCannotOpen, "The message store's path is not a file.");
     return true;
 }
 
@@ -139,8 +139,8 @@ void finishRescue(const Location& location) {
     if (location.isInMemory() || !isThere(location.rescue())) return;
     if (isThere(location.path)) return removeFile(location.rescue());
     if (::rename(location.rescue().c_str(), location.path.c_str()) != 0) {
-        failWithSystem(VXIMStoreErrorFailed, "The rescued messages could not be put in place.",
-                       errno);
+        failWithSystem(VXIMStoreErrorFailed,
+                       "The new file with the rescued messages could not be put in place.", errno);
     }
 }
 
@@ -151,13 +151,13 @@ FileLock::FileLock(const std::string& path)
     if (descriptor_ < 0) {
         const bool cannotWrite = errno == EROFS || errno == EACCES;
         failWithSystem(cannotWrite ? VXIMStoreErrorReadOnly : VXIMStoreErrorCannotOpen,
-                       "The message store's folder cannot be written, or is not there.", errno);
+                       "The message store's folder is missing or cannot be written.", errno);
     }
     if (::flock(descriptor_, LOCK_EX | LOCK_NB) == 0) return;
     const int number = errno;
     ::close(descriptor_);
     if (number == EWOULDBLOCK)
-        fail(VXIMStoreErrorLocked, "Another program has the message store open.");
+        fail(VXIMStoreErrorLocked, "Another program has opened the message store.");
     failWithSystem(VXIMStoreErrorFailed, "The message store could not be locked.", number);
 }
 
@@ -165,7 +165,7 @@ FileLock::~FileLock() { ::close(descriptor_); }
 
 std::string keepCopy(const std::string& folder, const std::string& file, const std::string& name) {
     if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-        failWithSystem(VXIMStoreErrorFailed, "There is no folder for the attachments.", errno);
+        failWithSystem(VXIMStoreErrorFailed, "The folder for attachments cannot be used.", errno);
     }
     const std::string copyName = name + std::filesystem::path(file).extension().string();
     const std::string copy = folder + "/" + copyName;

@@ -17,15 +17,16 @@ ErrorPtr make(VXIMStoreErrorCode code, std::string description, const ErrorPtr& 
 }  // namespace
 
 ErrorPtr notAccepted(const ErrorPtr& cause) {
-    return make(VXIMStoreErrorNotAccepted,
-                "The service has not delivered the message: it neither sent it back nor keeps it.",
-                cause);
+    return make(
+        VXIMStoreErrorNotAccepted,
+        "The service has not accepted the message: it did not send it back and does not have it.",
+        cause);
 }
 
 ErrorPtr fateUnknown(const ErrorPtr& cause) {
     return make(
         VXIMStoreErrorFateUnknown,
-        "The connection was lost before the service sent the message back: it may have arrived, or not.",
+        "The connection was lost before the service confirmed the message. It may or may not have arrived.",
         cause);
 }
 
@@ -33,15 +34,15 @@ ErrorPtr tooOld() {
     return make(VXIMStoreErrorTooOld, "The message has waited too long to be sent.");
 }
 ErrorPtr outboxFull() {
-    return make(VXIMStoreErrorOutboxFull, "Too many messages wait to be sent.");
+    return make(VXIMStoreErrorOutboxFull, "Too many messages are waiting to be sent.");
 }
 ErrorPtr notFound() {
-    return make(VXIMStoreErrorNotFound, "There is no such message that failed or waits.");
+    return make(VXIMStoreErrorNotFound, "There is no such message that has failed or is waiting.");
 }
 ErrorPtr notOpen() { return make(VXIMStoreErrorClosed, "The store is not open."); }
 ErrorPtr otherUser() {
     return make(VXIMStoreErrorOtherOwner,
-                "Another user has logged in than the one whose store this is.");
+                "The store belongs to another user than the one who has logged in.");
 }
 
 bool mayPass(const ErrorPtr& error) {

@@ -177,7 +177,7 @@ void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item
         if (!std::filesystem::exists(path, ignored)) {
             fail(conversation, localId,
                  Error::withDescription(kURLErrorDomain, URLErrorFileDoesNotExist,
-                                        "The file is gone: " + path));
+                                        "The file is missing: " + path));
             return pump(conversation);
         }
         message->setAttachmentPath(path);

@@ -48,7 +48,7 @@ std::string toJSON(const Dictionary& payload) {
 Dictionary fromJSON(std::string_view json) {
     const JSONResult read = parseJSON(json);
     if (!read.value.isDictionary())
-        fail(VXIMStoreErrorDamaged, "A stored message is not readable.", read.error);
+        fail(VXIMStoreErrorDamaged, "A stored message cannot be read.", read.error);
     return *read.value.asDictionary();
 }
 

@@ -81,7 +81,8 @@ std::vector<VXIMStoredMessage> search(Tables& tables, const VXIMMessageSearch& s
             const bool isFull = newest.size() == static_cast<std::size_t>(search.limit);
             if (isFull && (id >> kHourBits) + drift < hourOf(newest.top().sentAtMillis)) break;
             if (!time.bind(1, id).step())
-                fail(VXIMStoreErrorDamaged, "The index names a message that is not there.");
+                fail(VXIMStoreErrorDamaged,
+                     "The search index names a message that does not exist.");
             const VXIMStorePosition position{time.integer(0), id};
             time.reset();
             if (position.sentAtMillis < since || position >= before) continue;

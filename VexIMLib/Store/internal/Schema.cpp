@@ -70,7 +70,7 @@ std::int64_t presentVersion(Database& database) {
     const std::int64_t application = database.integer("PRAGMA application_id");
     if (application != kApplicationId &&
         database.integer("SELECT count(*) FROM sqlite_schema") > 0) {
-        fail(VXIMStoreErrorCannotOpen, "The file is the database of another program.");
+        fail(VXIMStoreErrorCannotOpen, "The file is a database of another program.");
     }
     if (version > kSchemaVersion)
         fail(VXIMStoreErrorNewer, "A newer version of this library wrote the message store.");
@@ -112,7 +112,7 @@ void requireSchema(Database& database) {
     if (presentVersion(database) < kSchemaVersion) {
         fail(
             VXIMStoreErrorReadOnly,
-            "An earlier version of this library wrote the message store: open it for writing once.");
+            "An older version of this library wrote the message store. Open it for writing once to upgrade it.");
     }
     requireTables(database);
 }

@@ -314,7 +314,8 @@ void VXIMConversations::Impl::didMerge(const std::vector<Arrival>& arrivals,
 std::shared_ptr<VXIMConversations> VXIMConversations::conversationsWithClient(
     std::shared_ptr<VXIMClient> client, VXIMConversationsOptions options) {
     if (!client)
-        throw vexim::Exception(vexim::kInvalidArgumentException, "Conversations need a client.");
+        throw vexim::Exception(vexim::kInvalidArgumentException,
+                               "VXIMConversations needs a client.");
     auto impl = std::make_shared<Impl>();
     impl->isLoggedIn = client->status() == VXIMClientStatusOpened;
     impl->client = std::move(client);

@@ -64,7 +64,7 @@ std::string Attachments::receive(const FakeService::Request& request, const std:
     const std::string type = request.headers.get("content-type").asString().value_or("");
     const auto mark = type.find("boundary=");
     must(type.starts_with("multipart/form-data") && mark != std::string::npos,
-         refusal::malformedBody, "An attachment comes as multipart/form-data.");
+         refusal::malformedBody, "An attachment must be sent as multipart/form-data.");
     std::string boundary = type.substr(mark + 9);
     std::erase(boundary, '"');
 
@@ -73,7 +73,7 @@ std::string Attachments::receive(const FakeService::Request& request, const std:
         rest.remove_prefix(static_cast<std::size_t>(part->data() - rest.data()) + part->size() + 2);
         const auto headEnd = part->find("\r\n\r\n");
         must(headEnd != std::string_view::npos, refusal::malformedBody,
-             "The multipart form is broken.");
+             "The multipart form is malformed.");
         const std::string head = std::string(part->substr(0, headEnd)) + "\r\n";
         if (between(head, " name=\"", "\"") != "attachment") continue;
         File file{std::string(
@@ -84,7 +84,7 @@ std::string Attachments::receive(const FakeService::Request& request, const std:
         files_[full] = std::move(file);
         return full;
     }
-    throw ServiceError(refusal::invalidValue, "There is no file in the field \"attachment\".");
+    throw ServiceError(refusal::invalidValue, "The field \"attachment\" has no file.");
 }
 
 bool Attachments::isPicture(const std::string& name) const {

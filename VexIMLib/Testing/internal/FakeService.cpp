@@ -27,7 +27,7 @@ class FakeService::Impl : public std::enable_shared_from_this<FakeService::Impl>
 public:
     explicit Impl(Options given) : options(std::move(given)) {
         if (options.socketIOLine < 2 || options.socketIOLine > 4)
-            throw std::invalid_argument("Socket.IO's lines are 2, 3 and 4");
+            throw std::invalid_argument("socketIOLine must be 2, 3 or 4");
         port = server.listen(0);
         url = "http://127.0.0.1:" + std::to_string(port);
     }

@@ -177,12 +177,12 @@ void Live::sessionSaid(LiveSession& session, const std::string& event, const Val
 void Live::say(const std::string& sender, const Value& payload) {
     const Value& to = payload.get("to");
     must(payload.get("content").isDictionary() && to.isDictionary(), refusal::invalidValue,
-         "A message has \"content\" and \"to\".");
+         "A message needs \"content\" and \"to\".");
     const std::string id = to.get("id").asString().value_or("");
     const Value& type = to.get("type");
     must(
         type.kind() == Value::Kind::Integer && type.integer() >= ToUser && type.integer() <= ToRoom,
-        refusal::invalidValue, "\"to\".\"type\" is 0, 1 or 2.");
+        refusal::invalidValue, "\"to\".\"type\" must be 0, 1 or 2.");
 
     Dictionary from{{"id", sender}, {"type", type}};
     std::vector<std::string> readers;

@@ -97,7 +97,7 @@ void LiveSession::ended() {
 void LiveSession::emit(std::string_view event, const Array& items) {
     auto [packet, fault] = encodeEvent(nsp_, std::nullopt, event, items);
     must(fault == EncodeFault::None && packet.attachments.empty(), refusal::invalidValue,
-         "An event's items are JSON.");
+         "The items of an event must be JSON.");
     send(std::move(packet.text));
 }
 

@@ -15,13 +15,13 @@ const Dictionary& object(const Value& body) {
 
 std::string text(const Value& value, const std::string& name) {
     must(value.isString() && !value.asStringView()->empty(), refusal::invalidValue,
-         "\"" + name + "\" must be a text.");
+         "\"" + name + "\" must be a string.");
     return *value.asString();
 }
 
 std::vector<std::string> texts(const Value& value, const std::string& name) {
     must(value.isArray() && value.asArray()->strings().size() == value.asArray()->size(),
-         refusal::invalidValue, "\"" + name + "\" must be an array of texts.");
+         refusal::invalidValue, "\"" + name + "\" must be an array of strings.");
     return value.asArray()->strings();
 }
 

@@ -12,7 +12,8 @@ std::string bodyText(const FakeService::Answer& answer) {
     const Value body = answer.body.isNil() ? Value(Dictionary{{"success", true}}) : answer.body;
     auto [text, error] = writeJSON(body, JSONFragments::Allow);
     if (error)
-        throw std::invalid_argument("an answer that is no JSON: " + error->localizedDescription());
+        throw std::invalid_argument("the answer cannot be written as JSON: " +
+                                    error->localizedDescription());
     return text;
 }
 

@@ -17,24 +17,25 @@ struct Refusal {
 };
 
 namespace refusal {
-inline constexpr Refusal malformedBody{1001, 400, "The body is no JSON object or array."};
-inline constexpr Refusal invalidValue{1002, 400, "A value is missing or of the wrong kind."};
+inline constexpr Refusal malformedBody{1001, 400, "The body is not a JSON object or array."};
+inline constexpr Refusal invalidValue{1002, 400, "A value is missing or has the wrong type."};
 inline constexpr Refusal unknownPath{1004, 404, "There is no such path."};
-inline constexpr Refusal unknownMethod{1005, 405, "This path does not take that method."};
+inline constexpr Refusal unknownMethod{1005, 405, "This path does not allow that method."};
 inline constexpr Refusal unsigned_{1101, 401, "The request is not signed."};
 inline constexpr Refusal badSignature{1102, 401, "The signature does not match."};
-inline constexpr Refusal oldSignature{1103, 401, "The signature is too old, or from the future."};
+inline constexpr Refusal oldSignature{1103, 401,
+                                      "The signature is too old or its time is in the future."};
 inline constexpr Refusal unknownApp{1104, 403, "There is no such application."};
 inline constexpr Refusal wrongCredentials{1105, 401, "The credentials match no user."};
 inline constexpr Refusal unknownUser{1201, 404, "There is no such user."};
 inline constexpr Refusal notFriends{1202, 404, "These two users are not friends."};
 inline constexpr Refusal unknownGroup{1301, 404, "There is no such group."};
 inline constexpr Refusal unknownRoom{1401, 404, "There is no such room."};
-inline constexpr Refusal notMember{1501, 403, "The sender is no member."};
+inline constexpr Refusal notMember{1501, 403, "The sender is not a member."};
 inline constexpr Refusal unknownPassenger{1601, 404, "There is no such passenger."};
 inline constexpr Refusal unknownAttribute{1701, 404, "There is no such attribute."};
 inline constexpr Refusal unknownFile{1801, 404, "There is no such file."};
-inline constexpr Refusal badRange{1802, 416, "The file has no such range."};
+inline constexpr Refusal badRange{1802, 416, "The range is outside the file."};
 }  // namespace refusal
 
 /// What a client is told, and a test that asks for what cannot be.

@@ -26,8 +26,9 @@ void mustBeNewId(std::string_view id, bool isTaken) {
         return std::isalnum(static_cast<unsigned char>(c)) ||
                std::string_view("._~@-").find(c) != std::string_view::npos;
     });
-    must(isFit, refusal::invalidValue, "An id is 1 to 64 letters, digits and . _ ~ @ -");
-    must(!isTaken, refusal::invalidValue, "This id is taken.");
+    must(isFit, refusal::invalidValue,
+         "An id must have 1 to 64 characters: letters, digits and . _ ~ @ -");
+    must(!isTaken, refusal::invalidValue, "This id is already in use.");
 }
 
 void Store::seed() {
@@ -70,7 +71,7 @@ void Store::addUser(FakeService::User user) {
 void Store::befriend(std::string_view from, std::string_view to) {
     Person& one = users.get(from);
     Person& other = users.get(to);
-    must(&one != &other, refusal::invalidValue, "Nobody is a friend of themselves.");
+    must(&one != &other, refusal::invalidValue, "Users cannot be their own friends.");
     if (one.friendshipWith(to)) return;
     const Friendship friendship{nowMillis(), one.id, other.id};
     one.friends.emplace_back(other.id, friendship);
@@ -100,7 +101,7 @@ Place& Store::addRoom(Place room) {
 }
 
 Record& Store::addPassenger(std::string id, Dictionary fields) {
-    must(!users.find(id), refusal::invalidValue, "A user has this id.");
+    must(!users.find(id), refusal::invalidValue, "A user with this id already exists.");
     Record passenger;
     passenger.id = std::move(id);
     passenger.attributes = std::move(fields);

@@ -97,7 +97,7 @@ void VXIMClientConfiguration::setPinnedKeys(std::vector<std::string> pins) {
     if (!std::ranges::all_of(pins, isPin)) {
         throw vexim::Exception(
             vexim::kInvalidArgumentException,
-            "A pin is the base64 of a key's SHA-256 digest, which has 44 characters.");
+            "A pin must be the base64 of a key's SHA-256 digest, 44 characters.");
     }
     if (pins.empty()) {
         dictionary().remove("pinnedKeys");

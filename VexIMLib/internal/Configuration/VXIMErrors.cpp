@@ -66,8 +66,9 @@ ErrorPtr connectionError(const Notification& notification) {
         if (auto error = arguments->get(arguments->size() - 1).as<Error>()) return error;
     }
     const std::string told = arguments ? arguments->get(0).asString().value_or("") : "";
-    return Error::withDescription(VXIMConnectionErrorDomain, VXIMConnectionErrorOther,
-                                  told.empty() ? "The connection failed without a reason." : told);
+    return Error::withDescription(
+        VXIMConnectionErrorDomain, VXIMConnectionErrorOther,
+        told.empty() ? "The connection failed for an unknown reason." : told);
 }
 
 }  // namespace vexim

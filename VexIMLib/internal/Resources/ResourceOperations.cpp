@@ -28,12 +28,12 @@ Dictionary historyParams(double timestampInSeconds, std::int32_t limit) {
 
 const Dictionary& requireDictionary(const Value& answer, const char* what) {
     if (const Dictionary* dictionary = answer.asDictionary()) return *dictionary;
-    raise(what, " is no dictionary.");
+    raise(what, " is not a dictionary.");
 }
 
 const Array& requireArray(const Value& answer, const char* what) {
     if (const Array* array = answer.asArray()) return *array;
-    raise(what, " is no array.");
+    raise(what, " is not an array.");
 }
 
 const Array& requireArrayOrNil(const Value& answer, const char* what) {

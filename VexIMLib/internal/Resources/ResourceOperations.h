@@ -55,7 +55,7 @@ auto objectsFrom(const Array& elements, const char* what, const Make& make) {
         auto object = make(element);
         if (!object)
             throw Exception(kInvalidArgumentException,
-                            std::string("A list element makes no ") + what + ".");
+                            std::string("A list element is not a ") + what + ".");
         objects.push_back(std::move(object));
     }
     return objects;

@@ -24,7 +24,7 @@ Value attributeFrom(const Data& body) {
     if (!text) return {};
     if (text->starts_with('"') && text->ends_with('"')) {
         if (text->size() < 2)
-            throw vexim::Exception(vexim::kRangeException, "A lone double quote is no attribute.");
+            throw vexim::Exception(vexim::kRangeException, "A lone double quote is not a value.");
         // no unescaping: the application gets escapes unchanged
         return text->substr(1, text->size() - 2);
     }

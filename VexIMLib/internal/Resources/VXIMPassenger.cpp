@@ -61,7 +61,7 @@ void VXIMPassenger::createOrUpdatePassengerWithAttributes(Dictionary attributes,
                 // creation.
                 if (result.isDictionary() || result.isArray()) {
                     throw vexim::Exception(vexim::kInvalidArgumentException,
-                                           "The passenger's id is no text.");
+                                           "The passenger's id is not a string.");
                 }
                 const auto id = quotedId(result);
                 if (!id) return nullptr;

@@ -217,7 +217,7 @@ class Client:
 
     @property
     def was_offline(self) -> bool:
-        """Whether the connection is, or has been since the last logout, down for another reason than a logout."""
+        """Whether the connection has been down since the last logout, even if it is up again."""
         return bool(self._open_link().execute("offlineTemporally"))
 
     @property

@@ -137,7 +137,7 @@ class Groups(_Attributed):
         return [group_from(item) for item in _list(result)]
 
     async def create(self, name: str | None = None, *, owner: str | None = None, members: Iterable[str] | None = None) -> Group:
-        """Creates a group; what is left out is left to the service."""
+        """Creates a group. The service chooses what is left out."""
         listed = None if members is None else _strings(members)
         return group_from(await self._call("createWithBlock", name=name, members=listed, owner=owner))
 
@@ -151,7 +151,7 @@ class Groups(_Attributed):
         return [message_from(item) for item in _list(result)]
 
     async def change_owner(self, id: str, owner: str) -> None:
-        """Hands the group over."""
+        """Makes another user the owner of the group."""
         await self._call("changeOwner", id=id, owner=owner)
 
     async def update(self, id: str, record: Mapping[str, Any]) -> None:

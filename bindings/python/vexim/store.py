@@ -83,7 +83,7 @@ class Store:
             raise
 
     async def close(self) -> None:
-        """Does what was asked for before, then closes the file. What waits to be sent waits for the next time. Closing again does
+        """Finishes earlier operations, then closes the file. Unsent messages are sent the next time. Closing again does
         nothing."""
         record, self._record = self._record, None
         self._end()
@@ -152,7 +152,7 @@ class Store:
                                     untilMillis=_millis(until), before=position_record(before), limit=limit)
 
     async def gaps(self, peer: Peer) -> list[Gap]:
-        """Where messages are missing that the service does not have any more."""
+        """The places where messages are missing."""
         return [gap_from(record) for record in await self._call("gaps", id=peer_record(peer))]
 
     async def read_gap(self, peer: Peer, gap: Gap) -> int:
@@ -199,7 +199,7 @@ class Store:
         await self._link().call("VXIMConversations.retry", {"localId": _local_id(message)})
 
     async def cancel(self, message: StoredMessage | int) -> None:
-        """Takes back a message that is not confirmed. What the service has by then it keeps, and its echo brings it back."""
+        """Removes a message that is not confirmed yet. What the service has by then it keeps, and its echo brings it back."""
         self._needs_outbox()
         await self._link().call("VXIMConversations.cancel", {"localId": _local_id(message)})
 
@@ -208,11 +208,11 @@ class Store:
         await self._call("markRead", id=peer_record(peer), upTo=position_record(up_to))
 
     async def set_draft(self, peer: Peer, draft: str) -> None:
-        """Keeps what the user has begun to write; empty: nothing."""
+        """Stores what the user has begun to write. An empty text removes it."""
         await self._call("setDraft", id=peer_record(peer), draft=draft)
 
     async def remove(self, peer: Peer) -> None:
-        """Removes a conversation with its messages, unsent ones too, from this device."""
+        """Removes a conversation with all its messages (also unsent ones) from this device."""
         await self._call("removeConversation", id=peer_record(peer))
 
     async def set_retention(self, *, max_age: datetime.timedelta | None = None, max_count: int | None = None) -> int:

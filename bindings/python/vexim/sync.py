@@ -133,7 +133,7 @@ class Groups:
         return self._portal.run(self._inner.joined(detail=detail), self._timeout)
 
     def create(self, name: str | None=None, *, owner: str | None=None, members: Iterable[str] | None=None) -> Group:
-        """Creates a group; what is left out is left to the service."""
+        """Creates a group. The service chooses what is left out."""
         return self._portal.run(self._inner.create(name, owner=owner, members=members), self._timeout)
 
     def fetch(self, id: str) -> Group:
@@ -145,7 +145,7 @@ class Groups:
         return self._portal.run(self._inner.history(id, before=before, limit=limit), self._timeout)
 
     def change_owner(self, id: str, owner: str) -> None:
-        """Hands the group over."""
+        """Makes another user the owner of the group."""
         self._portal.run(self._inner.change_owner(id, owner), self._timeout)
 
     def update(self, id: str, record: Mapping[str, Any]) -> None:
@@ -373,7 +373,7 @@ class Client:
 
     @property
     def was_offline(self) -> bool:
-        """Whether the connection is, or has been since the last logout, down for another reason than a logout."""
+        """Whether the connection has been down since the last logout, even if it is up again."""
         return self._portal.do(lambda: self._inner.was_offline)
 
     @property
@@ -515,7 +515,7 @@ class Store:
         self._timeout = timeout
 
     def close(self) -> None:
-        """Does what was asked for before, then closes the file. What waits to be sent waits for the next time. Closing again does
+        """Finishes earlier operations, then closes the file. Unsent messages are sent the next time. Closing again does
         nothing."""
         try:
             self._portal.run(self._inner.close(), self._timeout)
@@ -599,7 +599,7 @@ class Store:
         return self._portal.run(self._inner.search(text, peer=peer, since=since, until=until, before=before, limit=limit), self._timeout)
 
     def gaps(self, peer: Peer) -> list[Gap]:
-        """Where messages are missing that the service does not have any more."""
+        """The places where messages are missing."""
         return self._portal.run(self._inner.gaps(peer), self._timeout)
 
     def read_gap(self, peer: Peer, gap: Gap) -> int:
@@ -634,7 +634,7 @@ class Store:
         self._portal.run(self._inner.retry(message), self._timeout)
 
     def cancel(self, message: StoredMessage | int) -> None:
-        """Takes back a message that is not confirmed. What the service has by then it keeps, and its echo brings it back."""
+        """Removes a message that is not confirmed yet. What the service has by then it keeps, and its echo brings it back."""
         self._portal.run(self._inner.cancel(message), self._timeout)
 
     def mark_read(self, peer: Peer, up_to: Position | StoredMessage | None=None) -> None:
@@ -642,11 +642,11 @@ class Store:
         self._portal.run(self._inner.mark_read(peer, up_to), self._timeout)
 
     def set_draft(self, peer: Peer, draft: str) -> None:
-        """Keeps what the user has begun to write; empty: nothing."""
+        """Stores what the user has begun to write. An empty text removes it."""
         self._portal.run(self._inner.set_draft(peer, draft), self._timeout)
 
     def remove(self, peer: Peer) -> None:
-        """Removes a conversation with its messages, unsent ones too, from this device."""
+        """Removes a conversation with all its messages (also unsent ones) from this device."""
         self._portal.run(self._inner.remove(peer), self._timeout)
 
     def set_retention(self, *, max_age: datetime.timedelta | None=None, max_count: int | None=None) -> int:

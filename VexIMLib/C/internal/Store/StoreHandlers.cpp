@@ -45,8 +45,7 @@ VXIMConversationId conversationFrom(const Dictionary& given) {
         if (word != VXIMConversationKindName(kind)) continue;
         VXIMConversationId id{kind, given.get("id").asString().value_or("")};
         if (id.id.empty() != (kind == VXIMConversationKindSystem)) {
-            refuse(
-                "A conversation needs an \"id\", but for that of kind \"system\", which has none.");
+            refuse("A conversation needs an \"id\", unless its kind is \"system\".");
         }
         return id;
     }

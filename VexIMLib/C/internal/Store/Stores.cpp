@@ -81,7 +81,7 @@ void Stores::open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& cli
                   const VXIMConversationsOptions& options) {
     if (conversations_) {
         return self->fail(InterfaceError::WrongArgument,
-                          "The client has a store already, or is opening one: close it first.");
+                          "The client already has a store or is opening one. Close it first.");
     }
     waitsForLogin_ = options.userId.empty();
     conversations_ = VXIMConversations::conversationsWithClient(client, options);
@@ -166,7 +166,8 @@ void Stores::closeBeforeOpen(Request& request) {
 }
 
 VXIMConversations& Stores::conversations() const {
-    if (!conversations_) refuseStore("The client has no store: VXIMConversations.open opens one.");
+    if (!conversations_)
+        refuseStore("The client has no store. Open one with VXIMConversations.open.");
     return *conversations_;
 }
 
@@ -176,8 +177,8 @@ std::int64_t Stores::numberOf(const Request& request) const {
     if (stores_.contains(number)) return number;
     refuseStore(
         given.isNil()
-            ? "The client has no open store: VXIMConversations.open opens one."
-            : "There is no store of this number: it was closed, or not opened by this client.");
+            ? "The client has no open store. Open one with VXIMConversations.open."
+            : "There is no store with this number. It was closed, or another client opened it.");
 }
 
 VXIMMessageStore& Stores::store(const Request& request) const {
@@ -193,7 +194,7 @@ VXIMStoreObservation& Stores::observation(const Request& request) const {
     const auto found = observations_.find(request.value("observation").longLongValue());
     if (found == observations_.end())
         refuseStore(
-            "There is no observation of this number: it was released, or its store was closed.");
+            "There is no observation with this number. It was released, or its store was closed.");
     return *found->second.held;
 }
 

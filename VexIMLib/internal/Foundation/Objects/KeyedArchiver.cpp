@@ -33,7 +33,8 @@ std::optional<Coder> unarchive(const Class& cls, const Data& archive, ErrorPtr* 
     const JSONResult content = parseJSON(archive.view());
     const Dictionary* values = content.value.get(kValues).asDictionary();
     if (!values || content.value.get(kClass) != cls.name()) {
-        Dictionary info{{kLocalizedDescriptionKey, "The archive holds no " + cls.name() + "."}};
+        Dictionary info{
+            {kLocalizedDescriptionKey, "The archive does not hold a " + cls.name() + "."}};
         info.setOrRemove(kUnderlyingErrorKey, content.error);
         report(error, Error::make(kCocoaErrorDomain, kCorruptArchive, std::move(info)));
         return std::nullopt;

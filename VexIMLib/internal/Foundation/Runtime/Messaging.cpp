@@ -40,7 +40,7 @@ Value boxedReturnValue(const Invocation& invocation) {
         if (result.isNil()) {
             throw Exception(kInvalidArgumentException,
                             "the result of " + invocation.selector().text() + ", of type " +
-                                std::string(type.text) + ", has no boxed form");
+                                std::string(type.text) + ", cannot be a Value");
         }
     }
     return result;

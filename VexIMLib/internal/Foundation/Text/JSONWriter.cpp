@@ -86,9 +86,9 @@ public:
             case Value::Kind::String: return writeText(*value.asStringView());
             case Value::Kind::Array: return writeArray(*value.asArray(), depth + 1);
             case Value::Kind::Dictionary: return writeDictionary(*value.asDictionary(), depth + 1);
-            case Value::Kind::Nil: return refuse("nil has no form");
-            case Value::Kind::Data: return refuse("bytes have no form");
-            case Value::Kind::Object: return refuse("an object has no form");
+            case Value::Kind::Nil: return refuse("JSON cannot hold nil");
+            case Value::Kind::Data: return refuse("JSON cannot hold bytes");
+            case Value::Kind::Object: return refuse("JSON cannot hold an object");
         }
         return false;
     }
@@ -117,7 +117,7 @@ private:
     }
 
     bool writeReal(double number) {
-        if (!std::isfinite(number)) return refuse("infinity and NaN have no form");
+        if (!std::isfinite(number)) return refuse("JSON cannot hold infinity or NaN");
         out_.makeRoom(kNumberRoom);
         const char* begin = out_.end();
         writeNumber(number);
@@ -171,7 +171,7 @@ private:
                     break;
                 case Character::Wide:
                     length = detail::utf8SequenceLength(text);
-                    if (length == 0) return refuse("a text is no valid UTF-8");
+                    if (length == 0) return refuse("a text is not valid UTF-8");
                     out_.put(text.substr(0, length));
                     break;
             }
@@ -199,7 +199,7 @@ private:
     }
 
     bool writeArray(const Array& array, std::size_t depth) {
-        if (depth > kJSONMaxDepth) return refuse("it nests too deep");
+        if (depth > kJSONMaxDepth) return refuse("it is nested too deeply");
         const auto* store = detail::ArrayRep::of(array);
         if (!store || store->size == 0) return writeWord("[]");
         char before = '[';
@@ -214,7 +214,7 @@ private:
     }
 
     bool writeDictionary(const Dictionary& dictionary, std::size_t depth) {
-        if (depth > kJSONMaxDepth) return refuse("it nests too deep");
+        if (depth > kJSONMaxDepth) return refuse("it is nested too deeply");
         const auto* store = detail::DictionaryRep::of(dictionary);
         if (!store || store->size == 0) return writeWord("{}");
         char before = '{';

@@ -70,7 +70,7 @@ ArrayRep& own(ArrayRep*& rep, std::size_t count) {
 }
 
 Value checked(Value element) {
-    if (element.isNil()) throw Exception(kInvalidArgumentException, "An array holds no nil.");
+    if (element.isNil()) throw Exception(kInvalidArgumentException, "An array cannot hold nil.");
     return element;
 }
 

@@ -278,7 +278,7 @@ void Dictionary::reserve(std::size_t count) {
 void Dictionary::set(std::string_view key, Value value) {
     if (value.isNil()) {
         throw Exception(kInvalidArgumentException,
-                        "A dictionary holds no nil (key: " + std::string(key) + ").");
+                        "A dictionary cannot hold nil (key: " + std::string(key) + ").");
     }
     if (auto* item = rep_ ? rep_->find(key) : nullptr) {
         const auto position = item - rep_->items();

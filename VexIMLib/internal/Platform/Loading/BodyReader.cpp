@@ -93,7 +93,8 @@ struct BodyReader::Shared final : ReaderPool::Work,
             phase = Phase::Queued;
         }
         if (!pool.add(shared_from_this()))
-            finish(makeURLError(URLErrorUnknown, std::nullopt, "no thread to read the body"));
+            finish(makeURLError(URLErrorUnknown, std::nullopt,
+                                "no thread can be started to read the body"));
     }
 
     std::unique_ptr<std::uint8_t[]> emptyBuffer() {
@@ -170,12 +171,13 @@ bool BodyReader::Shared::readOn() {
         return false;
     };
     if (piece.count < 0) return fail("the body cannot be read");
-    if (isWhole && piece.count > 0) return fail("the body is longer than announced");
+    if (isWhole && piece.count > 0) return fail("the body is longer than its Content-Length");
     current.count += static_cast<std::size_t>(piece.count);
     position += static_cast<std::uint64_t>(piece.count);
 
     if (piece.count == 0 && !piece.isAwaiting()) {
-        if (length && position < *length) return fail("the body is shorter than announced");
+        if (length && position < *length)
+            return fail("the body is shorter than its Content-Length");
         publish(false);
         finish(nullptr);
         return false;
@@ -297,7 +299,7 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
         if (!shared_->stream->claim()) {
             return {0, false,
                     makeURLError(URLErrorRequestBodyStreamExhausted, std::nullopt,
-                                 "the body has been read before")};
+                                 "the body cannot be read a second time")};
         }
         shared_->started = true;
         shared_->goOn(Shared::Phase::Parked);

@@ -238,7 +238,7 @@ bool HTTPExchange::Impl::receiveHeader(std::string_view line) {
     headBytes_ += line.size();
     if (headBytes_ > kMostHeadBytes) {
         failure_ = makeURLError(URLErrorCannotParseResponse, request_->url,
-                                "the head of the answer is too long");
+                                "the header of the answer is too long");
         return false;
     }
     if (headEnded_) return true;  // a trailer
@@ -263,7 +263,7 @@ bool HTTPExchange::Impl::finishHead() {
     const auto length = statedContentLength(fields_);
     if (!length) {
         failure_ = makeURLError(URLErrorCannotParseResponse, request_->url,
-                                "the answer's lengths contradict each other");
+                                "the answer has contradictory lengths");
         return false;
     }
     reportSent();
@@ -393,7 +393,8 @@ void HTTPExchange::Impl::transferEnded(CURLcode result) {
     ErrorPtr error = result == CURLE_OK && !failure_ ? nullptr : describeFailure(result);
     // libcurl accepts a header that is cut off.
     if (!error && !headEnded_)
-        error = makeURLError(URLErrorNetworkConnectionLost, request_->url, "no whole head came");
+        error =
+            makeURLError(URLErrorNetworkConnectionLost, request_->url, "the header is incomplete");
     handler_.exchangeEnded(std::move(error));  // may destroy this
 }
 

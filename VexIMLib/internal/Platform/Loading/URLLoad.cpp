@@ -231,7 +231,7 @@ ErrorPtr URLLoad::refusal() const {
         return makeTrustError(URLErrorSecureConnectionFailed, url, fault);
     }
     if (!isHeaderName(request_->method))
-        return makeURLError(URLErrorBadURL, url, "the method is no token");
+        return makeURLError(URLErrorBadURL, url, "the method is not valid");
     return nullptr;
 }
 
@@ -249,7 +249,7 @@ void URLLoad::startHop() {
     if (ErrorPtr error = refusal()) return end(std::move(error));
     if (!rewindBody()) {
         return end(makeURLError(URLErrorRequestBodyStreamExhausted, request_->url,
-                                "the body has been read before"));
+                                "the body cannot be read a second time"));
     }
     phase_ = Phase::Exchanging;
     heldBody_.clear();
@@ -415,7 +415,7 @@ void URLLoad::end(ErrorPtr error) {
 Clock::TimePoint URLLoad::checkPatience(TimePoint now) {
     if (phase_ == Phase::Ended) return TimePoint::max();
     if (now >= resourceDeadline_) {
-        end(makeURLError(URLErrorTimedOut, request_->url, "the task took too long altogether"));
+        end(makeURLError(URLErrorTimedOut, request_->url, "the task took too long"));
         return TimePoint::max();
     }
     const std::int64_t moved = exchange_ ? exchange_->bytesMoved() : 0;

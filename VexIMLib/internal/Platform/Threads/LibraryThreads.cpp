@@ -118,7 +118,8 @@ bool spawn(const std::string& name, std::function<void()> body) {
         }).detach();
         return true;
     } catch (const std::system_error& failure) {
-        log(LogLevel::Error, std::string("No thread for ") + name + ": " + failure.what());
+        log(LogLevel::Error,
+            std::string("Cannot start the thread for ") + name + ": " + failure.what());
         return false;
     }
 }

@@ -107,7 +107,7 @@ std::string addText(const std::string& pem, X509_STORE* store) {
     if (pem.size() > kMostBytes) return "it is longer than 16 MiB";
     return addCertificates(pem, store)
                ? ""
-               : "it must hold whole certificates in PEM form, and nothing else";
+               : "it must contain complete certificates in PEM form and nothing else";
 }
 
 std::string addFile(const char* path, X509_STORE* store) {
@@ -134,7 +134,7 @@ void FreeStore::operator()(x509_store_st* store) const { X509_STORE_free(store);
 
 AuthorityReading readAuthorities(const TrustOptions& options) {
     AuthorityStore store(X509_STORE_new());
-    if (!store) return {nullptr, "There is no memory for certificate authorities."};
+    if (!store) return {nullptr, "There is not enough memory for the certificate authorities."};
     std::string source;
     std::string fault;
     if (!options.authorityPEM.empty()) {

@@ -10,26 +10,26 @@ CertificateFault certificateFault(long verified, std::string_view host) {
     switch (verified) {
         case X509_V_ERR_CERT_HAS_EXPIRED:
             return {URLErrorServerCertificateHasBadDate,
-                    "The server's certificate, or one that it relies on, has expired."};
+                    "The server's certificate or one of its issuers' has expired."};
         case X509_V_ERR_CERT_NOT_YET_VALID:
             return {URLErrorServerCertificateNotYetValid,
-                    "The server's certificate, or one that it relies on, is not valid yet."};
+                    "The server's certificate or one of its issuers' is not valid yet."};
         case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT:
             return {URLErrorServerCertificateHasUnknownRoot,
-                    "The server's certificate is self-signed, and it is not trusted."};
+                    "The server's certificate is self-signed and not trusted."};
         case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT:
         case X509_V_ERR_UNABLE_TO_GET_ISSUER_CERT_LOCALLY:
         case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN:
         case X509_V_ERR_UNABLE_TO_VERIFY_LEAF_SIGNATURE:
             return {URLErrorServerCertificateHasUnknownRoot,
-                    "No trusted authority stands behind the server's certificate."};
+                    "The server's certificate was not issued by a trusted authority."};
         case X509_V_ERR_HOSTNAME_MISMATCH:
         case X509_V_ERR_IP_ADDRESS_MISMATCH:
             return {URLErrorServerCertificateUntrusted,
                     "The server's certificate is not for \"" + std::string(host) + "\"."};
         case X509_V_ERR_APPLICATION_VERIFICATION:
             return {URLErrorServerCertificateUntrusted,
-                    "The key of the server's certificate is not one of the pinned keys."};
+                    "The server's key is not one of the pinned keys."};
         default:
             return {URLErrorServerCertificateUntrusted,
                     std::string("The server's certificate is not acceptable: ") +
@@ -39,12 +39,12 @@ CertificateFault certificateFault(long verified, std::string_view host) {
 
 CertificateFault impossibleHost(std::string_view host) {
     return {URLErrorServerCertificateUntrusted,
-            "No certificate can be for \"" + std::string(host) + "\"."};
+            "No certificate can match \"" + std::string(host) + "\"."};
 }
 
 CertificateFault handshakeFault(std::string_view reason) {
     if (reason.empty() || reason == "unexpected eof while reading") {
-        return {URLErrorNetworkConnectionLost, "TLS failed: the peer broke off."};
+        return {URLErrorNetworkConnectionLost, "TLS failed: the server closed the connection."};
     }
     return {URLErrorSecureConnectionFailed, "TLS failed: " + std::string(reason) + "."};
 }

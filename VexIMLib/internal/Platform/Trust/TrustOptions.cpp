@@ -21,7 +21,7 @@ std::optional<std::string> readPin(std::string_view text) {
 std::string readText(const Value& value, const char* key, std::string& into) {
     auto text = value.asString();
     if (!text || text->empty())
-        return std::string("Option \"") + key + "\" must be a text that is not empty.";
+        return std::string("Option \"") + key + "\" must be a nonempty string.";
     into = *std::move(text);
     return {};
 }
@@ -35,7 +35,7 @@ std::string readPins(const Value& value, std::vector<std::string>& pins) {
         auto pin = text ? readPin(*text) : std::nullopt;
         if (!pin) {
             return "Entry " + std::to_string(i + 1) +
-                   " of option \"pinnedKeys\" is not a pin: the base64 of a key's SHA-256 digest has 44 characters.";
+                   " of option \"pinnedKeys\" is not a pin: it must be the base64 of a key's SHA-256 digest, 44 characters.";
         }
         pins.push_back(*std::move(pin));
     }

@@ -211,9 +211,9 @@ ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault, std::st
             code = fault == EmitFault::NotConnected ? SocketIOErrorNotConnected
                                                     : SocketIOErrorTooLarge;
             why = fault == EmitFault::NotConnected ? "the socket is not connected"
-                  : fault == EmitFault::TooLarge   ? "it is longer than the server takes"
-                  : fault == EmitFault::Oversize   ? "it is longer than the queue takes"
-                                                   : "the queue is full";
+                  : fault == EmitFault::TooLarge   ? "it is longer than the server accepts"
+                  : fault == EmitFault::Oversize   ? "it is longer than the whole send queue"
+                                                   : "the send queue is full";
             break;
         case EncodeFault::NotEncodable: why = "its items are not JSON"; break;
         case EncodeFault::NotUTF8: why = "a text in it is not valid UTF-8"; break;

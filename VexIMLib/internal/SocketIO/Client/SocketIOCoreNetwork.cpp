@@ -77,9 +77,8 @@ void SocketIOCore::startLink(Epoch epoch) {
         transport.endpoint = *endpoint_;
         transport.proxy = proxyFor(endpoint_->isSecure, endpoint_->host, endpoint_->port);
         if (transport.proxy && transport.proxy->host.empty())
-            hindrance =
-                makeConnectionError(VXIMConnectionErrorProxy,
-                                    "The environment's proxy is of a kind that is not supported.");
+            hindrance = makeConnectionError(VXIMConnectionErrorProxy,
+                                            "This kind of proxy is not supported.");
     } else {
         hindrance = makeConnectionError(VXIMConnectionErrorBadAddress,
                                         "it must name a host and begin with https:// or http://");
@@ -254,7 +253,8 @@ void SocketIOCore::linkDidReceive(Packet packet, std::size_t bytes) {
 /// Only once for each connection; otherwise a server could push everything else out of the record.
 void SocketIOCore::noteImpostor(std::string_view event) {
     if (!std::exchange(notedImpostor_, true))
-        note("event dropped", {{"name", event}, {"reason", "the name is the connection's own"}});
+        note("event dropped",
+             {{"name", event}, {"reason", "the name is reserved for the connection"}});
 }
 
 void SocketIOCore::flushTurn() {
@@ -296,7 +296,7 @@ void SocketIOCore::linkDidEndTurn() {
     if (!link_) return;
     if (overflows)
         return link_->abort(EndCause::LimitPassed,
-                            "The application does not keep up: too many undelivered events.");
+                            "The application is too slow: too many undelivered events.");
     if (isFull) link_->pauseReading();
     if (hasToSend) pump();
 }

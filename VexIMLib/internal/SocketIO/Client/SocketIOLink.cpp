@@ -97,7 +97,7 @@ void SocketIOLink::didEndTurn() {
     if (isOver_) return;
     const std::size_t unsent = webSocket_ ? webSocket_->unsentBytes() : 0;
     if (unsent > emittedBytes_ + kMostUnreadPongs)
-        return abort(EndCause::LimitPassed, "The server does not read.");
+        return abort(EndCause::LimitPassed, "The server has stopped reading.");
     if (unsent == 0) emittedBytes_ = 0;
     armTimer();
     owner_.linkDidEndTurn();

@@ -17,13 +17,13 @@ const char* beginningFor(VXIMConnectionErrorKind kind) {
         case VXIMConnectionErrorHostNotFound: return "The host could not be found";
         case VXIMConnectionErrorUnreachable: return "The server cannot be reached";
         case VXIMConnectionErrorTimedOut: return "The server did not answer in time";
-        case VXIMConnectionErrorNotSecure: return "No secure connection could be made";
+        case VXIMConnectionErrorNotSecure: return "The connection is not secure";
         case VXIMConnectionErrorProxy: return "The proxy did not let the connection through";
         case VXIMConnectionErrorNotSocketIO:
             return "The address does not belong to a Socket.IO server";
         case VXIMConnectionErrorRefused: return "The server refused the connection";
-        case VXIMConnectionErrorProtocolFault: return "The server broke the protocol";
-        case VXIMConnectionErrorLimitPassed: return "A limit was passed";
+        case VXIMConnectionErrorProtocolFault: return "The server violated the protocol";
+        case VXIMConnectionErrorLimitPassed: return "A limit was exceeded";
         case VXIMConnectionErrorLost: return "The connection was lost";
         case VXIMConnectionErrorServerReported: return "The server reports an error";
     }
@@ -87,16 +87,18 @@ TransferFault faultOfTransfer(int result, std::string_view text) noexcept {
         case CURLE_WEIRD_SERVER_REPLY:
             return {VXIMConnectionErrorNotSocketIO, "The server's answer is not HTTP."};
         case CURLE_BAD_CONTENT_ENCODING:
-            return {VXIMConnectionErrorProtocolFault, "The server's answer is compressed wrongly."};
+            return {VXIMConnectionErrorProtocolFault,
+                    "The server's answer cannot be decompressed."};
         case CURLE_GOT_NOTHING: return {VXIMConnectionErrorLost, kCutOff};
         case CURLE_PARTIAL_FILE:
-            return {VXIMConnectionErrorLost, "The server broke off in the middle of an answer."};
+            return {VXIMConnectionErrorLost,
+                    "The server closed the connection in the middle of an answer."};
         default: break;
     }
     // libcurl has one code for everything that goes wrong while it reads, even for trailers that
     // are too long.
     if (text.find("chunked") != text.npos)
-        return {VXIMConnectionErrorProtocolFault, "The server's answer is not framed as HTTP is."};
+        return {VXIMConnectionErrorProtocolFault, "The server's answer is not valid HTTP."};
     return {VXIMConnectionErrorLost, text};
 }
 

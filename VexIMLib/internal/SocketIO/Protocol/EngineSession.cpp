@@ -190,7 +190,7 @@ void EngineSession::refused(event::WebSocketFailed::Stage stage, int status, std
 
 void EngineSession::didReceiveOpen(std::string_view json) {
     auto open = parseOpenPacket(json);
-    if (!open) return end(EndCause::ProtocolFault, "The server's open packet makes no sense.");
+    if (!open) return end(EndCause::ProtocolFault, "The server's open packet is invalid.");
     open_ = std::move(*open);
     if (carrier_ == Carrier::WebSocket) {
         if (config_.revision) {

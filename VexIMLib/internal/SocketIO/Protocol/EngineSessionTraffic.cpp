@@ -50,7 +50,8 @@ void EngineSession::handle(const event::WebSocketText& message) {
     if (phase_ == Phase::Probing) return didReceiveProbeAnswer(message.text);
     if (carrier_ != Carrier::WebSocket) return;
     const auto packet = decodeEngineText(revision_.value_or(EngineRevision::V4), message.text);
-    if (!packet) return end(EndCause::ProtocolFault, "A packet of unknown type.");
+    if (!packet)
+        return end(EndCause::ProtocolFault, "The server sent a packet of an unknown type.");
     didReceiveEngine(*packet);
 }
 
@@ -58,7 +59,8 @@ void EngineSession::handle(const event::WebSocketBinary& message) {
     if (phase_ == Phase::Probing) return abandonUpgrade();
     if (carrier_ != Carrier::WebSocket) return;
     const auto packet = decodeEngineBinary(revision_.value_or(EngineRevision::V4), message.bytes);
-    if (!packet) return end(EndCause::ProtocolFault, "A binary packet of unknown type.");
+    if (!packet)
+        return end(EndCause::ProtocolFault, "The server sent a binary packet of an unknown type.");
     didReceiveEngine(*packet);
 }
 
@@ -101,7 +103,8 @@ void EngineSession::handle(const event::GetAnswered& answer) {
         }
         revision_ = detectRevision(answer.body);
         if (!revision_)
-            return end(EndCause::ProtocolFault, "The answer is none of a Socket.IO server.");
+            return end(EndCause::ProtocolFault,
+                       "The answer does not come from a Socket.IO server.");
     } else if (answer.status != 200) {
         const bool unknown = parseEngineError(answer.body) == EngineError::SessionUnknown;
         return end(isJoined() ? EndCause::LinkLost : EndCause::ConnectFailed,
@@ -138,7 +141,8 @@ void EngineSession::didEndAnswer(bool isMalformed) {
     std::string().swap(answer_);
     hastyAnswers_ = isIdleAnswer_ && now_ - getSentAt_ < kHeldGet ? hastyAnswers_ + 1 : 0;
     if (const auto wait = brakeAfter(hastyAnswers_); wait > 0ms) getDue_ = now_ + wait;
-    if (phase_ != Phase::Ended && isMalformed) end(EndCause::ProtocolFault, "A malformed payload.");
+    if (phase_ != Phase::Ended && isMalformed)
+        end(EndCause::ProtocolFault, "The server sent a malformed payload.");
 }
 
 void EngineSession::handle(const event::ReadOn&) {
@@ -180,7 +184,7 @@ void EngineSession::didReceiveEngine(const EnginePacketView& packet) {
     if (opening != (packet.type == EnginePacketType::Open)) {
         return end(EndCause::ProtocolFault, opening
                                                 ? "The server did not begin with an open packet."
-                                                : "A second open packet.");
+                                                : "The server sent a second open packet.");
     }
     switch (packet.type) {
         case EnginePacketType::Open: return didReceiveOpen(packet.data);
@@ -205,7 +209,7 @@ void EngineSession::didReceiveEngine(const EnginePacketView& packet) {
             return didDecode(decoder_.attachment(Data(packet.data)));
         case EnginePacketView::Content::Base64: {
             auto bytes = decodeBase64(packet.data);
-            if (!bytes) return end(EndCause::ProtocolFault, "An attachment that is no base64.");
+            if (!bytes) return end(EndCause::ProtocolFault, "An attachment is not base64.");
             return didDecode(decoder_.attachment(Data::fromString(std::move(*bytes))));
         }
     }
@@ -398,7 +402,7 @@ void EngineSession::handle(const event::Emit& message) {
         return open_.maxPayload && body.sizeWith(packet) > *open_.maxPayload;
     };
     if (std::ranges::any_of(packets, isTooLong))
-        return act(action::Report{"A message is longer than the server takes.", nullptr});
+        return act(action::Report{"A message is longer than the server accepts.", nullptr});
     for (auto& packet : packets) send(std::move(packet));
 }
 

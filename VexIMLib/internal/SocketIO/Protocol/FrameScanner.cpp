@@ -31,7 +31,8 @@ const char* FrameScanner::faultOfHead(std::uint8_t first) const {
         return "a reserved bit is set";
     if (isControl(first)) return (first & kFinal) != 0 ? nullptr : "a control frame in fragments";
     if (isInside_ != (opcode == 0))
-        return isInside_ ? "a message inside another" : "a continuation of nothing";
+        return isInside_ ? "a new message inside another"
+                         : "a continuation frame without a message";
     return nullptr;
 }
 
@@ -58,7 +59,7 @@ FrameScanner::Result FrameScanner::scan(std::string_view buffered) {
     std::uint64_t length = lengthBytes == 0 ? shortLength : 0;
     for (std::size_t i = 0; i < lengthBytes; ++i) length = length << 8 | byteAt(2 + i);
     if ((lengthBytes == 2 && length < 126) || (lengthBytes == 8 && length <= 0xFFFF)) {
-        return malformed("a length in more bytes than it needs");
+        return malformed("a length that is not in the shortest form");
     }
     result.opcode = static_cast<Opcode>(first & 0x0F);
     result.isFinal = (first & kFinal) != 0;

@@ -48,13 +48,13 @@ const char* faultOfPayload(const Packet& packet) {
         case PacketType::Connect:
             return packet.payload.isNil() || packet.payload.isDictionary()
                        ? nullptr
-                       : "a connect's payload is no object";
+                       : "a connect whose payload is not an object";
         case PacketType::Disconnect:
             return packet.payload.isNil() ? nullptr : "a disconnect with a payload";
         case PacketType::Error: return packet.id ? "an error with an id" : nullptr;
         case PacketType::Ack:
             if (!packet.id) return "an answer without an id";
-            return packet.payload.isArray() ? nullptr : "an answer's payload is no array";
+            return packet.payload.isArray() ? nullptr : "an answer whose payload is not an array";
         case PacketType::Event: {
             const auto name = packet.payload.isArray()
                                   ? packet.payload.get(std::size_t{0}).asStringView()
@@ -224,9 +224,9 @@ bool isReservedEventName(std::string_view name) noexcept {
 }
 
 PacketDecoder::Result PacketDecoder::text(std::string_view text) {
-    if (missing_ > 0) return malformed("a message while attachments are due");
+    if (missing_ > 0) return malformed("a message where an attachment is expected");
     if (text.empty() || text.front() < '0' || text.front() > '6')
-        return malformed("a packet of unknown type");
+        return malformed("a packet of an unknown type");
     const int type = text.front() - '0';
     const bool isBinary = type >= 5;
     text.remove_prefix(1);
@@ -269,14 +269,14 @@ PacketDecoder::Result PacketDecoder::text(std::string_view text) {
 }
 
 PacketDecoder::Result PacketDecoder::attachment(Data bytes) {
-    if (missing_ == 0) return malformed("an attachment that nobody announced");
+    if (missing_ == 0) return malformed("an unexpected attachment");
     bytes_ += bytes.size();
-    if (bytes_ > maxBytes_) return malformed("attachments over the limit");
+    if (bytes_ > maxBytes_) return malformed("attachments that exceed the limit");
     attachments_.push_back(std::move(bytes));
     if (--missing_ > 0) return {Status::Partial, {}, nullptr};
     Packet packet = std::exchange(pending_, {});
     if (!restore(packet.payload, attachments_))
-        return malformed("a placeholder that names no attachment");
+        return malformed("a placeholder without its attachment");
     attachments_.clear();
     return {Status::Complete, std::move(packet), nullptr};
 }

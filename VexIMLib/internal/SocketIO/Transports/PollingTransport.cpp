@@ -227,7 +227,7 @@ int Request::status() const {
 event::RequestFailed Request::failure(CURLcode result) const {
     // libcurl reports a header of more than 100 KB as out of memory.
     if (isTooLarge_ || result == CURLE_OUT_OF_MEMORY) {
-        return {"The server's answer is over the limit.", true, VXIMConnectionErrorLimitPassed};
+        return {"The server's answer is too long.", true, VXIMConnectionErrorLimitPassed};
     }
     long proxyStatus = 0;
     curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);

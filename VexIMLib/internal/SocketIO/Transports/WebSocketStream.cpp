@@ -65,7 +65,7 @@ const char* faultOfAgreement(const websocket::response_type& response, const Hea
                                [&](const auto& token) { return token == chosen; });
         };
         if (++protocols > 1 || std::ranges::none_of(asked, wasAsked))
-            return "a subprotocol that was not asked for";
+            return "a subprotocol that we did not ask for";
     }
     int extensions = 0;
     for (auto range = response.equal_range(http::field::sec_websocket_extensions);
@@ -73,7 +73,7 @@ const char* faultOfAgreement(const websocket::response_type& response, const Hea
         for (const auto& extension : http::ext_list(range.first->value())) {
             const bool isDeflate = beast::iequals(extension.first, "permessage-deflate");
             if (++extensions > 1 || !isDeflate || !offeredDeflate)
-                return "an extension that was not asked for";
+                return "an extension that we did not ask for";
         }
     }
     return nullptr;
@@ -301,7 +301,7 @@ WebSocketStream::Status WebSocketStream::Impl::consume(std::string_view& bytes,
                 return fail(Status::Malformed, websocket::close_code::protocol_error, frame.why);
             case Verdict::TooLarge:
                 return fail(Status::TooLarge, websocket::close_code::too_big,
-                            "a message over the limit");
+                            "a message that is too long");
             case Verdict::Whole: break;
         }
         const auto raw = bytes.substr(0, frame.bytes);
@@ -347,7 +347,7 @@ WebSocketStream::Status WebSocketStream::Impl::didReceiveClose(std::string_view 
     using Code = websocket::close_code;
     if (payload.empty()) return fail(Status::ClosedByPeer, Code::normal, "closed by the server");
     if (payload.size() == 1)
-        return fail(Status::Malformed, Code::protocol_error, "half a close code");
+        return fail(Status::Malformed, Code::protocol_error, "an incomplete close code");
     const unsigned code =
         static_cast<std::uint8_t>(payload[0]) * 256U + static_cast<std::uint8_t>(payload[1]);
     if (!mayBeSent(code))

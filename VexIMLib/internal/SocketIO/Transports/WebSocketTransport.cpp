@@ -320,7 +320,7 @@ void LiveWebSocket::didReceiveFromProxy(std::string_view bytes) {
     if (!isWhole && proxyAnswer_.size() <= kMaxProxyHead) return;
     const bool isHttp = isWhole && proxyAnswer_.starts_with("HTTP/1.") && proxyAnswer_.size() > 12;
     if (!isHttp)
-        return fail(event::WebSocketFailed::Stage::Proxy, "The proxy's answer makes no sense.");
+        return fail(event::WebSocketFailed::Stage::Proxy, "The proxy's answer is not valid HTTP.");
     const int status = std::atoi(proxyAnswer_.c_str() + 9);
     if (status / 100 != 2)
         return fail(event::WebSocketFailed::Stage::Proxy, proxyRefusal(status), status);
@@ -348,7 +348,7 @@ void LiveWebSocket::didReceivePlain(std::string_view bytes) {
                 return lose(Cause::Malformed, "A malformed frame: " + stream_.fault() + ".");
             case WebSocketStream::Status::TooLarge:
                 flush();
-                return lose(Cause::TooLarge, "The server sent a message over the limit.");
+                return lose(Cause::TooLarge, "The server sent a message that is too long.");
         }
         if (listener_) listener_->didEndTurn();
         if (stage_ == Stage::Closed) return;
