@@ -27,6 +27,9 @@ TEST(Array, ChangesAContainerInsideWithoutCopyingIt) {
     outer.update(0, [](Value& inner) { inner.mutableArray().set(1, 9); });
     EXPECT_EQ(outer.at(0).asArray()->begin(), before);
     EXPECT_EQ(outer, Array{Value(Array{1, 9, 3})});
+    EXPECT_THROW(outer.update(0, [](Value&) { throw std::runtime_error("no"); }),
+                 std::runtime_error);
+    EXPECT_EQ(outer, Array{Value(Array{1, 9, 3})}) << "an exception loses nothing";
 }
 
 TEST(Array, RefusesNilAndIndexesBeyondTheEnd) {
@@ -40,6 +43,10 @@ TEST(Array, RefusesNilAndIndexesBeyondTheEnd) {
     EXPECT_THROW(array.at(1), Exception);
     EXPECT_TRUE(array.get(1).isNil());
     EXPECT_EQ(array, Array{1});
+    array.appendAll({2, 3, 4, 5});
+    array.remove(1);
+    EXPECT_EQ(array, Array({1, 3, 4, 5}));
+    EXPECT_NE(Array{1}, array) << "the beginning of another one";
 }
 
 TEST(Array, TakesItsOwnElementsAsArguments) {
@@ -58,7 +65,10 @@ TEST(Array, TakesItsOwnElementsAsArguments) {
 
 TEST(Dictionary, KeepsInsertionOrderAndOverwritesInPlace) {
     Dictionary dictionary{{"b", 1}, {"a", 2}, {"c", 3}};
-    dictionary.set("a", 9);
+    const Dictionary kept = dictionary;
+    dictionary.set("a", 8);
+    EXPECT_EQ(kept.get("a"), 2) << "a copy has its own values";
+    dictionary.addEntries({{"a", 9}});
     dictionary.remove("b");
     dictionary.set("b", 4);
     EXPECT_EQ(dictionary.keys(), (std::vector<std::string>{"a", "c", "b"}));

@@ -96,13 +96,17 @@ TEST(JSON, ReadsEachKindExactly) {
         {"0.1000000000000000055511151231257827", 0.1},
         {"123456789012345678901234567890e-10", 12345678901234567890.123456789},
         {"1e-400", 0.0},
+        {"-1e-400", -0.0},
         {R"("")", ""},
         {R"("\"\\\/\b\f\n\r\t\u0041\u20ac\ud83d\ude00")", "\"\\/\b\f\n\r\tA€😀"},
         {" [ 1 , [ ] , { } ] ", Array{1, Array(), Dictionary()}},
         {R"({"":1,"a\u0062":2})", Dictionary{{"", 1}, {"ab", 2}}},
         {"\xEF\xBB\xBF{}", Dictionary()},
     };
-    for (const auto& [text, value] : cases) EXPECT_EQ(read(text), value) << text;
+    for (const auto& [text, value] : cases) {
+        EXPECT_EQ(read(text), value) << text;
+        EXPECT_EQ(read(text).description(), value.description()) << "the sign of 0 as well";
+    }
     EXPECT_EQ(read(R"("a\u0000b")").asString(), std::string("a\0b", 3));
 }
 
@@ -229,6 +233,7 @@ TEST(JSON, BoundsDepthBothWays) {
         ASSERT_FALSE(deepest.error);
         EXPECT_EQ(written(deepest.value), text(kJSONMaxDepth));
         EXPECT_TRUE(writeJSON(Array{deepest.value}).error);
+        EXPECT_TRUE(writeJSON(Dictionary{{"a", deepest.value}}).error);
         EXPECT_TRUE(parseJSON(text(kJSONMaxDepth + 1)).error);
         EXPECT_TRUE(parseJSON(repeated(open, 1'000'000)).error);
     }

@@ -99,7 +99,24 @@ TEST_F(MainQueueTest, ATurnLeavesTheRestInLineAndTellsTheHost) {
     EXPECT_EQ(said, "asssb");
     EXPECT_EQ(wakes, 5) << "for each turn";
     EXPECT_EQ(queue().pollTimeout(), -1);
+    queue().setTurnLimit(-1ns);
+    EXPECT_EQ(queue().turnLimit(), 0ns);
+    bool isOver[2] = {};
+    queue().async([&] {
+        queue().drain();
+        isOver[0] = detail::isTurnOver();
+    });
+    queue().turn();
+    EXPECT_TRUE(isOver[0]) << "a loop inside leaves the turn its end";
+    queue().async([&] {
+        detail::asyncSteps([] { return false; });
+        EXPECT_FALSE(queue().runUntil([] { return false; }, 0ns));
+        isOver[1] = detail::isTurnOver();
+    });
+    queue().drain();
+    EXPECT_FALSE(isOver[1]) << "and a drain none";
     queue().setTurnLimit(std::chrono::nanoseconds::max());
+    wakes = 0;
     say("c");
     queue().async([&] { say("d"); });
     EXPECT_TRUE(queue().turn()) << "what was added waits for the next one";
@@ -212,6 +229,11 @@ TEST_F(MainQueueTest, RunUntilEndsByPredicateQuitOrTime) {
     EXPECT_EQ(said, "a") << "asked after every function";
     EXPECT_FALSE(queue().runUntil([] { return false; }, 0s));
     EXPECT_EQ(said, "ab") << "what is there runs even without time";
+    std::function<void()> again = [&] { queue().async(again); };
+    again();
+    EXPECT_FALSE(queue().runUntil([] { return false; }, 1ms)) << "work that never ends";
+    again = nullptr;
+    queue().drain();
     queue().async([&] { queue().quit(); });
     queue().async([&] { said += "c"; });
     EXPECT_FALSE(queue().runUntil([] { return false; }, std::chrono::nanoseconds::max()));
@@ -316,7 +338,13 @@ TEST(MainQueueDeathTest, ADelayWithoutEndNeverComes) {
         {
             queue().after(std::chrono::nanoseconds::max(), [] { std::abort(); });
             queue().drain();
-            std::_Exit(queue().nextDeadline() == Clock::TimePoint::max() ? 7 : 1);
+            const bool isNever = queue().nextDeadline() == Clock::TimePoint::max();
+            // And a host that comes later finds what was queued before.
+            queue().async([] {});
+            pollfd host = {};
+            host.fd = queue().fileDescriptor();
+            host.events = POLLIN;
+            std::_Exit(isNever && poll(&host, 1, 0) == 1 ? 7 : 1);
         },
         ::testing::ExitedWithCode(7), "");
 }

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "VexIMLib/Foundation/EmbeddedObserver.h"
 #include "VexIMLib/Foundation/Error.h"
 
 using namespace vexim;
@@ -105,7 +106,7 @@ TEST_F(NotificationCenterTest, AnObserverMayRemoveItselfInItsDestructor) {
 
 TEST_F(NotificationCenterTest, LetsGoOfWhatObserversLeftBehind) {
     const auto held = std::make_shared<int>();
-    center.addObserver(observer, "x", nullptr, [held](const Notification&) {});
+    center.addObserver(observer, "x", nullptr, [this, held](const Notification&) { said += "0"; });
     for (int i = 0; i < 10'000; ++i) {
         // Some lie where others lay before.
         const auto brief = i % 2 ? std::make_shared<int>() : std::shared_ptr<int>(new int);
@@ -114,7 +115,88 @@ TEST_F(NotificationCenterTest, LetsGoOfWhatObserversLeftBehind) {
     EXPECT_LT(held.use_count(), 200);
     center.addObserver(observer, "x", nullptr, saying("a"));
     center.post("x", nullptr);
-    EXPECT_EQ(said, "a");
+    EXPECT_EQ(said, "0a") << "who lives is kept";
+}
+
+// Two observers, one after the other, at one address.
+TEST_F(NotificationCenterTest, TellsAnObserverFromTheOneThatLayThereBefore) {
+    int place = 0;
+    std::shared_ptr<void> former(std::make_shared<int>(), &place);
+    center.addObserver(former, "x", nullptr, saying("former"));
+    former.reset();
+    const std::shared_ptr<void> present(std::make_shared<int>(), &place);
+    center.addObserver(present, "x", nullptr, saying("a"));
+    center.post("x", nullptr);
+    center.post("x", nullptr);
+    EXPECT_EQ(said, "aa");
+}
+
+namespace {
+
+/// An object that carries its registration inside itself.
+class Listener final : public Object {
+public:
+    using Object::Object;
+    bool initialise(std::string& heard, char name, Value id) {
+        heard_ = &heard;
+        name_ = name;
+        id_ = std::move(id);
+        join();
+        return true;
+    }
+    void join() { observer_.join(kKind, *this, id_); }
+
+private:
+    static void hear(Object& self, const Notification&) {
+        auto& listener = static_cast<Listener&>(self);
+        *listener.heard_ += listener.name_;
+    }
+    static constexpr detail::EmbeddedObserver::Kind kKind{{"came", "went"}, "id", &hear};
+
+    std::string* heard_ = nullptr;
+    char name_ = 0;
+    Value id_;
+    detail::EmbeddedObserver observer_;
+};
+
+}  // namespace
+
+TEST(EmbeddedObserver, HearsOfItsOwnValueInItsPlaceAmongAllObservers) {
+    auto& shared = NotificationCenter::defaultCenter();
+    std::string heard;
+    const auto told = [&](const char* name, const Value& id) {
+        heard.clear();
+        shared.post(name, nullptr, Dictionary{{"id", id}});
+        return heard;
+    };
+    const auto plain = std::make_shared<int>();
+    auto a = create<Listener>(heard, 'a', "u1");
+    shared.addObserver(plain, "came", nullptr, [&](const Notification&) { heard += '+'; });
+    auto b = create<Listener>(heard, 'b', "u1");
+    auto c = create<Listener>(heard, 'c', 7);
+    const auto d = create<Listener>(heard, 'd', 7.0);
+    EXPECT_EQ(told("came", "u1"), "a+b");
+    EXPECT_EQ(told("came", 7), "+c") << "the integer, though the real one has its hash";
+    EXPECT_EQ(told("went", "u1"), "ab");
+    EXPECT_EQ(told("went", Value::null()), "");
+    shared.removeObserver(a.get(), "came");
+    EXPECT_EQ(told("came", "u1"), "+b") << "of this name no more";
+    EXPECT_EQ(told("went", "u1"), "ab");
+    a->join();
+    EXPECT_EQ(told("came", "u1"), "+ba") << "again, in a new place";
+
+    // Who is removed, or dies, while others are told hears nothing any more.
+    shared.removeObserver(plain.get());
+    shared.addObserver(plain, "", nullptr, [&](const Notification&) {
+        shared.removeObserver(c.get());
+        b.reset();
+    });
+    a->join();
+    b->join();
+    c->join();
+    EXPECT_EQ(told("came", "u1"), "a");
+    EXPECT_EQ(told("came", 7), "");
+    shared.removeObserver(plain.get());
 }
 
 TEST_F(NotificationCenterTest, IsUsedFromSeveralThreads) {

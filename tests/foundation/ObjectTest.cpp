@@ -7,6 +7,11 @@
 
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/FailureListener.h"
+#include "VexIMLib/Foundation/KeyedArchiver.h"
+#include "VexIMLib/Foundation/Runtime/Class.h"
+#include "VexIMLib/Foundation/UntoldError.h"
+#include "VexIMLib/VXIMErrors.h"
 
 using namespace vexim;
 
@@ -70,6 +75,24 @@ TEST(KeyValueObserving, ForgetsAnObserverThatIsGone) {
     EXPECT_EQ(calls, 0);
 }
 
+// Two observers, one after the other, at one address.
+TEST(KeyValueObserving, TellsAnObserverFromTheOneThatLayThereBefore) {
+    auto song = create<Song>("a");
+    int place = 0;
+    int calls = 0;
+    const auto held = std::make_shared<int>();
+    {
+        const std::shared_ptr<void> former(std::make_shared<int>(), &place);
+        song->addObserver(former, "title",
+                          [&calls, held](Object&, const KeyValueChange&) { calls += 100; });
+    }
+    const std::shared_ptr<void> observer(std::make_shared<int>(), &place);
+    song->addObserver(observer, "title", [&](Object&, const KeyValueChange&) { ++calls; });
+    EXPECT_EQ(held.use_count(), 1) << "what the former one left goes";
+    song->setTitle("b");
+    EXPECT_EQ(calls, 1);
+}
+
 TEST(KeyValueObserving, HonoursWhatHappensInsideAHandler) {
     auto song = create<Song>("a");
     auto first = std::make_shared<int>();
@@ -125,4 +148,66 @@ TEST(Error, DescribesItself) {
     const auto inner = Error::make("inner", 1);
     EXPECT_EQ(Error::make("outer", 2, Dictionary{{kUnderlyingErrorKey, inner}})->underlyingError(),
               inner);
+}
+
+TEST(Error, MayPassByItsKindAndElseByItsCauseOrMark) {
+    const auto connection = [](std::int64_t kind) {
+        return Error::make(VXIMConnectionErrorDomain, kind);
+    };
+    const auto marked = [](ErrorPtr cause) {
+        Dictionary info{{kTemporaryKey, true}};
+        info.setOrRemove(kUnderlyingErrorKey, cause);
+        return Error::make(VXErrorDomain, 100, std::move(info));
+    };
+    const auto transport = [](std::int64_t code) { return Error::make(kURLErrorDomain, code); };
+    const struct {
+        const char* why;
+        ErrorPtr error;
+        bool mayPass;
+    } rows[] = {
+        {"no error", nullptr, false},
+        {"a connection that was lost", connection(VXIMConnectionErrorLost), true},
+        {"a server that cannot be reached", connection(VXIMConnectionErrorUnreachable), true},
+        {"a host that is not found", connection(VXIMConnectionErrorHostNotFound), true},
+        {"a server that is silent", connection(VXIMConnectionErrorTimedOut), true},
+        {"a certificate", connection(VXIMConnectionErrorNotSecure), false},
+        {"a refusal", connection(VXIMConnectionErrorRefused), false},
+        {"a timeout", transport(URLErrorTimedOut), true},
+        {"a URL that is none", transport(URLErrorBadURL), false},
+        {"a mark alone", marked(nullptr), true},
+        {"a mark above a status", marked(transport(URLErrorBadServerResponse)), true},
+        {"a mark above a cause that stays", marked(transport(URLErrorBadURL)), false},
+        {"a mark above a cause that passes", marked(transport(URLErrorTimedOut)), true},
+        {"anything else", Error::make("else", 1), false},
+    };
+    for (const auto& [why, error, mayPass] : rows) EXPECT_EQ(isTemporary(error), mayPass) << why;
+}
+
+TEST(Error, IsToldToTheInnermostListenerOfTheThread) {
+    std::string heard;
+    const auto hearing = [&heard](const char* word) {
+        return [&heard, word](const ErrorPtr&) { heard += word; };
+    };
+    const FailureListener outer(hearing("outer "));
+    const UntoldError first(Error::make("first", 1));
+    {
+        const FailureListener inner(hearing("inner "));
+        const UntoldError second(nullptr);
+        FailureListener::current()(nullptr);
+        EXPECT_EQ(UntoldError::current(), nullptr);
+    }
+    FailureListener::current()(nullptr);
+    EXPECT_EQ(heard, "inner outer ");
+    EXPECT_EQ(UntoldError::current()->domain(), "first");
+}
+
+TEST(Archive, IsReadByItsOwnClassOnly) {
+    Coder coder;
+    coder.encode("title", "a");
+    const Data archive = detail::archive(Error::staticClass(), coder, nullptr);
+    ErrorPtr error;
+    EXPECT_FALSE(detail::unarchive(Object::staticClass(), archive, &error));
+    EXPECT_TRUE(error) << "of another class";
+    EXPECT_EQ(detail::unarchive(Error::staticClass(), archive, &error)->decode("title"), "a");
+    EXPECT_FALSE(error) << "the former failure is over";
 }

@@ -14,6 +14,7 @@
 #include "VexIMLib/Foundation/Random.h"
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/Testing/ManualClock.h"
+#include "VexIMLib/VXIMDiagnosis.h"
 #include "VexIMLib/internal/Foundation/Text/Base64.h"
 #include "support/LogCapture.h"
 #include "support/SeededRandom.h"
@@ -132,6 +133,22 @@ TEST(Log, GoesToTheSinkThatIsSet) {
         EXPECT_EQ(capture.lines(), std::vector<std::string>{"heard"});
     }
     log(LogLevel::Error, "to nobody");
+    int calls = 0;
+    setLogSink(LogLevel::Warning, [&calls](LogLevel level, std::string_view) {
+        ++calls;
+        log(level, "a sink that logs does not hear itself");
+        throw 1;  // and what it throws stops nothing
+    });
+    for (const auto level : {LogLevel::Info, LogLevel::Warning, LogLevel::Error})
+        log(level, "line");
+    setLogSink(nullptr);
+    EXPECT_EQ(calls, 2) << "the level that was asked for, and above";
+}
+
+TEST(Diagnosis, WritesTimesToTheMillisecondThatHasBegun) {
+    const VXIMDiagnosis diagnosis({{0.0006, "a", {}}, {1.9999, "b", {{"isLate", true}}}});
+    EXPECT_EQ(diagnosis.text(),
+              "1970-01-01T00:00:00.000Z a\n1970-01-01T00:00:01.999Z b isLate=yes\n");
 }
 
 TEST(Image, TakesExactlyTheRightNumberOfPixels) {

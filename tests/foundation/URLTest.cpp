@@ -53,6 +53,7 @@ TEST(URL, RefusesWhatNoURLMayHold) {
         {"an escape of no digits", "http://h/%zz"},
         {"two fragments", "http://h/#a#b"},
         {"a port that is none", "http://h:x/"},
+        {"a port with something behind it", "http://h:80x/"},
         {"a port too large", "http://h:65536/"},
         {"an address without its end", "http://[::1/"},
         {"a name in brackets", "http://[host]/"},

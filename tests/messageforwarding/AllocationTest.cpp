@@ -26,16 +26,29 @@ struct Meter : VXIMRuntimeObject {
     }
 };
 
+struct SecondMeter final : Meter {
+    using Meter::Meter;
+    const Class& runtimeClass() const override {
+        static const Class& cls = Class::declare("SecondMeter", &Meter::staticClass());
+        return cls;
+    }
+};
+
 TEST(DynamicProperty, AllocatesNothingInAGet) {
     static constinit const vexim::DynamicProperty<std::int64_t> reading{&Meter::staticClass,
                                                                         "reading"};
     static constinit const vexim::DynamicProperty<std::int64_t> shared{&Meter::staticClass,
                                                                        "shared"};
-    const auto meter = vexim::create<Meter>(Dictionary{});
-    reading.set(*meter, 7);
-    EXPECT_EQ(reading.get(*meter) + shared.get(*meter), 14) << "the first get finds the way";
-    const auto before = vexim::testing::heapAllocations();
-    EXPECT_EQ(reading.get(*meter) + shared.get(*meter), 14);
+    const std::shared_ptr<Meter> meters[] = {vexim::create<Meter>(Dictionary{}),
+                                             vexim::create<SecondMeter>(Dictionary{})};
+    std::int64_t before = 0;
+    for (int again = 0; again < 2; ++again) {  // the first gets of each class find the way
+        before = vexim::testing::heapAllocations();
+        for (const auto& meter : meters) {
+            if (again == 0) reading.set(*meter, 7);
+            EXPECT_EQ(reading.get(*meter) + shared.get(*meter), 14);
+        }
+    }
     EXPECT_EQ(vexim::testing::heapAllocations(), before);
 }
 

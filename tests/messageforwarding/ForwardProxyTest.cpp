@@ -319,8 +319,9 @@ TEST_F(BackedProxy, ReadsOneWordOfWhatIsStoredWhole) {
     set.setArgument(&frame, 2);
     set.invoke();
     Invocation get(backed->methodSignatureForSelector("frame"), *backed, "frame");
-    get.invoke();
     std::array<double, 4> back{9, 9, 9, 9};
+    get.setReturnValue(&back);
+    get.invoke();
     get.getReturnValue(&back);
     EXPECT_EQ(back, (std::array<double, 4>{1, 0, 0, 0}));
 

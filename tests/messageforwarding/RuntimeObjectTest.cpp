@@ -202,6 +202,13 @@ TEST_F(RuntimeObject, TellsObserversOfSetValueForKeyAlone) {
     object->setValueForKey(nullptr, "k");
     EXPECT_EQ(heard, (std::vector<std::string>{"k=5", "a.b=6", "k=(null)"}));
     EXPECT_TRUE(object->objectForKeyedSubscript("k").isNil());
+
+    Dictionary entries{{"k", 7}, {"l", 8}};
+    object->addObserver(observer, "k", [&entries](vexim::Object&, const vexim::KeyValueChange&) {
+        entries.set("l", 9);  // too late
+    });
+    object->addEntriesFromDictionary(entries);
+    EXPECT_EQ(object->objectForKey("l"), 8);
 }
 
 TEST_F(RuntimeObject, TellsPropertiesFromKeys) {

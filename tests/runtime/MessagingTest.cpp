@@ -67,6 +67,8 @@ protected:
 TEST_F(Messaging, FindsMethodsFirstAndForwardsWhatHasASignatureOnly) {
     adder->perform("add:and:", {40, 2.9});
     EXPECT_EQ(adder->sum, 42);
+    adder->perform("add:and:", {Value::null()});
+    EXPECT_EQ(adder->sum, 42) << "null and what is missing are 0";
     EXPECT_EQ(adder->perform("description"), adder->description()) << "inherited";
     EXPECT_EQ(adder->perform("answer"), 42);
     EXPECT_TRUE(adder->respondsToSelector("add:and:"));
@@ -96,6 +98,10 @@ TEST_F(Messaging, RaisesAsThePlatformDoes) {
     EXPECT_NE(raised([&] { adder->perform("mirror:", {1}); }), "nothing")
         << "a structure cannot be passed boxed";
     EXPECT_NE(raised([&] { adder->perform("mirror:"); }), "nothing") << "nor returned";
+    const auto signature = MethodSignature::signatureWithObjCTypes("q@:");
+    Invocation unknown(signature, *adder, "foo");
+    EXPECT_NE(raised([&] { unknown.invoke(); }), "nothing") << "nor is it forwarded";
+    EXPECT_NE(raised([&] { Invocation(nullptr, *adder, "answer"); }), "nothing");
 }
 
 TEST_F(Messaging, CarriesStructuresThatAreLargerThanItsOwnBuffer) {

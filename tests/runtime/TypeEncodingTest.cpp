@@ -34,7 +34,7 @@ TEST(TypeEncoding, ReadsTheFirstTypeAndKnowsItsSize) {
         {"members may be named", "{P=\"x\"d\"y\"d}", "{P=\"x\"d\"y\"d}", 16, 8},
         {"structures nest", "{R={P=dd}{S=ff}}", "{R={P=dd}{S=ff}}", 24, 8},
         {"a structure whose members are not told", "{Opaque}i", "{Opaque}", 0, 1},
-        {"a union is as large as its largest member", "(U=cis)", "(U=cis)", 4, 4},
+        {"a union is as large as its largest member", "(U={P=dd}c)", "(U={P=dd}c)", 16, 8},
         {"an array", "[3s]", "[3s]", 6, 2},
         {"a bit field takes whole bytes", "b9i", "b9", 2, 1},
         {"how a missing type prints is a union's name", "(null)@:", "(null)", 0, 1},
@@ -73,6 +73,7 @@ TEST(TypeEncoding, UnboxesNumbersAsADeclaredScalar) {
         const char* result;
     } cases[] = {
         {"char wraps", 300, "c", "44"},
+        {"and has a sign", -1, "c", "-1"},
         {"unsigned char wraps", -1, "C", "255"},
         {"short wraps", 40000, "s", "-25536"},
         {"unsigned short wraps", 65537, "S", "1"},
@@ -85,6 +86,7 @@ TEST(TypeEncoding, UnboxesNumbersAsADeclaredScalar) {
         {"above the signed range", std::numeric_limits<std::uint64_t>::max(), "Q",
          "18446744073709551615"},
         {"a real is truncated", -2.9, "q", "-2"},
+        {"a real above the signed range", 1e19, "Q", "10000000000000000000"},
         {"a real saturates", 1e300, "q", "9223372036854775807"},
         {"not a number is 0", std::numeric_limits<double>::quiet_NaN(), "q", "0"},
         {"a boolean is a number", true, "i", "1"},
@@ -101,6 +103,8 @@ TEST(TypeEncoding, UnboxesNumbersAsADeclaredScalar) {
     };
     for (const auto& [why, number, type, result] : cases)
         EXPECT_EQ(throughType(number, type), result) << why;
+    const unsigned char two = 2;
+    EXPECT_EQ(boxScalar("B", &two), true) << "whatever is not 0";
 }
 
 TEST(MethodSignature, ReadsResultAndArguments) {
@@ -120,6 +124,8 @@ TEST(MethodSignature, ReadsResultAndArguments) {
                 *MethodSignature::signatureWithObjCTypes("q@:"));
     EXPECT_FALSE(*MethodSignature::signatureWithObjCTypes("q@:") ==
                  *MethodSignature::signatureWithObjCTypes("q@:q"));
+    EXPECT_FALSE(*MethodSignature::signatureWithObjCTypes("q@:") ==
+                 *MethodSignature::signatureWithObjCTypes("v@:"));
     for (const char* types : {"", "v@:z", "16"})
         EXPECT_THROW(MethodSignature::signatureWithObjCTypes(types), Exception) << types;
 }
