@@ -107,7 +107,7 @@ TEST(Mailbox, RefusesRequestsAndAtLastDropsAnswersWhenNobodyReceives) {
 }
 
 TEST(Mailbox, TakesAnyLimit) {
-    for (const std::size_t limit : {std::size_t{1} << 62, ~std::size_t{0} / 2}) {
+    for (const std::size_t limit : {~std::size_t{0} / 4 + 1, ~std::size_t{0} / 2}) {
         const auto box = std::make_shared<Mailbox>(limit);
         box->answer(box->open("1", 10).value(), Outcome::Answer, "true");
         EXPECT_EQ(taken(*box), "answer 1") << limit;
