@@ -7,6 +7,8 @@ url=$2
 fail() { echo "FAILED: $1"; exit 1; }
 chat() { timeout 60 "$vexim" chat "$@"; }
 
+folder=$(mktemp -d "${TMPDIR:-/tmp}/vexim-chat-XXXXXX")
+trap 'rm -rf "$folder"' EXIT
 heard=$(printf 'first\n/status\n/nonsense\n/quit\n' | chat --server "$url" --user alice --friend bob) || fail "a chat that ends with /quit"
 for line in 'logged in as alice' 'the session is open' 'no such command' 'logout'; do
     grep -qF "$line" <<< "$heard" || fail "not said: $line, but: $heard"
@@ -20,12 +22,15 @@ until history=$("$vexim" history --user alice --friend bob --server "$url") && g
 done
 grep -qF 'first' <<< "$history" || fail "the first line was lost: $history"
 
+# More than wait at one time, and in their order.
+seq -f 'line %g.' 1 600 > "$folder/lines"
+heard=$(chat --server "$url" --user alice --group demo-group < "$folder/lines") || fail "a long pipe: $heard"
+grep -o 'line [0-9]*\.' <<< "$heard" | cmp - "$folder/lines" || fail "not all lines of a pipe, or not in order"
+
 if heard=$(printf 'lost' | chat --server "$url" --user alice --group nowhere); then fail "sent to nobody: $heard"; fi
 grep -qF 'group nowhere, alice: lost' <<< "$heard" || fail "nobody says what was lost: $heard"
 
 # With a store: what waits goes out in the next run, and what came meanwhile is told at its start.
-folder=$(mktemp -d "${TMPDIR:-/tmp}/vexim-chat-XXXXXX")
-trap 'rm -rf "$folder"' EXIT
 keeping() { chat --server "$url" --user alice --friend bob --store "$folder/alice.vexim"; }
 heard=$(printf '/pause\nwritten on a train\n' | keeping) || fail "a chat that ends without a connection: $heard"
 grep -qF '1 message waits in the store' <<< "$heard" || fail "nobody says that it waits: $heard"

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "CommandLine.h"
+#include "CommandTable.h"
 
 /// The manual page, in mdoc.
 std::string manualOf(const CommandTable& table);

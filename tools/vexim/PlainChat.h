@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "CommandLine.h"
+#include "CommandTable.h"
 
 class VXIMConversations;
 

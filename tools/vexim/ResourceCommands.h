@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "CommandLine.h"
+#include "CommandTable.h"
 
 /// Friends, groups, rooms and their members.
 std::vector<CommandSpec> peopleCommands();

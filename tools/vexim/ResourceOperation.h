@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "CommandLine.h"
+#include "CommandTable.h"
 #include "VexIMLib/VexIMLib.h"
 
 using Done = VXIMResultCompletion;

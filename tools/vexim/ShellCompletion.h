@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "CommandLine.h"
+#include "CommandTable.h"
 
 /// What may stand as the last of `words`, which are those of a command line so far without the
 /// program's name: a line for each choice, "WORD<tab>explanation", or "@files" where a file's name

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "CommandLine.h"
+#include "CommandTable.h"
 
 /// "chat", which uses the store. On a terminal it takes the whole screen, else it goes line by
 /// line.
