@@ -46,6 +46,8 @@ done << END
 END
 v attributes set mood=fine n=3 --group "$id" || fail "several attributes"
 says '^n +3$' v attributes get --group "$id"
+says '^bob' eval 'v find users --sort age --sort -city --limit 2 | sed -n 2p'
+says '^alice' eval 'v find users --sort -age,city --limit 2 | sed -n 2p'
 v members add carol --group "$id" 2> /dev/null && fail "nobody is carol"
 date | v send --group "$id" || fail "a text from a pipe"
 says "^$(date +%Y)-.*  alice  one two$" eval 'v send --group "$id" one two && v history --group "$id"'

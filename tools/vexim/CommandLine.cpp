@@ -56,7 +56,8 @@ CLI::Option* add(CLI::App& app, const OptionSpec& spec) {
     if (spec.value.empty()) return app.add_flag(spec.name, spec.help);
     auto* option = app.add_option(spec.name, spec.help)->type_name(spec.value);
     // of a repeated one each has its own value, lest it take the command's words
-    return spec.isRepeatable ? option->allow_extra_args(false) : option->expected(1);
+    if (!spec.isRepeatable) return option->expected(1);
+    return option->expected(1, kUnlimited)->delimiter(',')->allow_extra_args(false);
 }
 
 void add(CLI::App& app, const WordSpec& spec) {
