@@ -46,7 +46,7 @@ private:
 };
 // [/application]
 
-// Its test: offline, and in milliseconds, though a minute goes by in it.
+// Its test. It needs no network and takes milliseconds, although it covers a minute.
 void expect(bool holds, const char* what) {
     std::printf("%s: %s\n", holds ? "ok" : "FAILED", what);
     if (!holds) std::exit(1);

@@ -76,7 +76,7 @@ TEST_F(CallTest, TheFirstThingThatHappensEndsIt) {
                 task.emplace(record(std::move(call), awaited));
                 task->start();
             }
-            // As callbacks of the main queue, each of which runs to its end before the next.
+            // Like callbacks of the main queue: each one ends before the next starts.
             for (const auto& step : {each.first, each.second}) {
                 MainQueue::shared().async(step);
                 settle();
@@ -111,7 +111,7 @@ TEST_F(CallTest, EndsOnceWhenThreadsAnswerCancelAndLetTimeRunOutAtTheSameMoment)
         call = std::move(call).cancelledBy(source.get_token());
         int ends = 0;
         std::thread starting;
-        // A detached coroutine, so that a second resumption would be seen by the sanitizers, too.
+        // A detached coroutine, so that sanitizers would also detect a second resumption.
         const auto body = [](Call<int> awaited, int& ended, std::string& how) -> Task<> {
             how = describe(co_await std::move(awaited));
             ++ended;

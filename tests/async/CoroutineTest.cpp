@@ -14,7 +14,7 @@ using namespace vexim::testing;
 
 namespace {
 
-/// Tells when what a coroutine holds is released.
+/// Records when a coroutine's contents are released.
 struct Trace {
     std::string* log;
     std::string name;

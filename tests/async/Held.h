@@ -11,7 +11,7 @@
 
 namespace vexim::testing {
 
-/// An operation whose answer is in the test's hand.
+/// An operation that the test answers when it wants.
 struct Held {
     using Completion = std::function<void(int, ErrorPtr)>;
 
@@ -21,7 +21,7 @@ struct Held {
             completion = std::move(done);
         });
     }
-    /// As the library answers: on the main queue.
+    /// Answers like the library: on the main queue.
     void answer(int value, ErrorPtr error = nullptr) {
         MainQueue::shared().async(
             [done = completion, value, error = std::move(error)] { done(value, error); });
@@ -49,7 +49,7 @@ inline std::string describe(std::future<int>& future) {
     }
 }
 
-/// A task that awaits one call and, on the thread where it goes on, writes down how it ended.
+/// A task that awaits one call and records the result on the thread where it continues.
 inline Task<> record(Call<int> call, std::string& into) {
     const auto result = co_await std::move(call);
     into = describe(result) + (MainQueue::shared().isMainThread() ? "" : ", off the main thread");

@@ -23,7 +23,8 @@ namespace {
 
 class OperationsTest : public ClientTest {
 protected:
-    /// Both styles must say the same, the first as it is, the second by what `get` gives or throws.
+    /// Both styles must give the same result: the first directly, the second by what `get` returns
+    /// or throws.
     template <class Make>
     std::string both(Make make) {
         const auto await = [](auto call) -> Task<std::string> {
@@ -174,7 +175,7 @@ TEST_F(OperationsTest, ALoginOverADeadConnectionFailsAtOnceWithItsError) {
     };
     for (const bool polls : {false, true}) {
         for (const auto& row : rows) {
-            // those peers speak WebSocket only
+            // these servers use WebSocket only
             if (polls && row.kind >= VXIMConnectionErrorRefused) continue;
             SCOPED_TRACE(std::string(row.why) + (polls ? ", polling" : ""));
             auto configuration = VXIMClientConfiguration::defaultConfiguration();
@@ -184,7 +185,7 @@ TEST_F(OperationsTest, ALoginOverADeadConnectionFailsAtOnceWithItsError) {
             configuration->setSocketURL(row.url ? URL::parse(*row.url) : std::nullopt);
             configuration->setForceWebsockets(!polls);
             configuration->setForcePolling(polls);
-            configuration->setAutoReconnect(false);  // with it, the one who left might come back
+            configuration->setAutoReconnect(false);  // otherwise the client would reconnect
             const auto dead = VXIMClient::clientWithConfiguration(configuration);
             ErrorPtr told;
             NotificationCenter::defaultCenter().addObserver(
@@ -282,8 +283,8 @@ TEST_F(OperationsTest, AFailedUploadFailsTheCallThoughTheCompletionHearsOfASucce
               "VXErrorDomain 7")
         << "also through a callback in between";
 
-    // What else is called while such a completion runs succeeds as it did: in place, or by a turn
-    // of the queue inside it.
+    // Other operations called while such a completion runs succeed normally, at once or in a nested
+    // run of the queue.
     const auto inPlace = [](const std::function<void(bool, ErrorPtr)>& done) {
         done(true, nullptr);
     };
@@ -300,7 +301,7 @@ TEST_F(OperationsTest, AFailedUploadFailsTheCallThoughTheCompletionHearsOfASucce
 }
 
 TEST_F(OperationsTest, ATransferIsEndedByTimeCancellationAndDestruction) {
-    // Answers the head and a part of the body, then waits for the other side to go.
+    // Answers the header and a part of the body, then waits until the client disconnects.
     std::atomic<int> begun{0}, left{0};
     ScriptedServer slow([&](ScriptedServer::Connection& connection) {
         if (!connection.readRequest()) return;

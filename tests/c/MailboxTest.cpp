@@ -123,7 +123,8 @@ TEST(Mailbox, ItsDescriptorIsReadableWhileSomethingWaits) {
     EXPECT_FALSE(isReadable(descriptor));
     box->event(event("a"));
     box->event(event("b"));
-    MainQueue::shared().drain();  // on the main thread it tells after what is being done
+    MainQueue::shared()
+        .drain();  // on the main thread it wakes the receiver after the current function
     EXPECT_TRUE(isReadable(descriptor));
     EXPECT_EQ(taken(*box), "event a, event b");
     EXPECT_FALSE(isReadable(descriptor));

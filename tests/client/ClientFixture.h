@@ -16,8 +16,7 @@
 
 namespace vexim::testing {
 
-/// Writes down, in order, what a client tells its delegate, the notification centre and
-/// completions.
+/// Records, in order, a client's delegate calls, notifications and completions.
 class Journal final : public VXIMClientDelegate, public std::enable_shared_from_this<Journal> {
 public:
     static std::shared_ptr<Journal> make() {
@@ -127,7 +126,7 @@ protected:
     }
     FakeSocket& socket() { return *sockets.back(); }
 
-    /// Logs "u1" in and forgets what the journal has heard.
+    /// Logs in "u1" and clears the journal.
     void login() {
         client->loginWithUserId("u1", {});
         settle();

@@ -14,8 +14,8 @@
 
 namespace vexim::testing {
 
-/// A connection without a network: it keeps the state that a real one keeps, and the test plays the
-/// server. Handlers run on the main queue, in order.
+/// A connection without a network. It has the state of a real one, and the test acts as the server.
+/// Handlers run on the main queue, in order.
 class FakeSocket final : public SocketIOClient {
 public:
     using SocketIOClient::SocketIOClient;
@@ -30,7 +30,7 @@ public:
     Dictionary options;
     std::vector<std::pair<std::string, Array>> emitted;
     std::vector<std::string> eventsListenedTo;
-    ErrorPtr refusal;  // what a connection that stands answers to an emit
+    ErrorPtr refusal;  // the result of an emit while connected
 
     // The server's side.
     void accept() {

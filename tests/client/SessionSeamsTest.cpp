@@ -69,7 +69,7 @@ TEST_F(SessionSeams, ARefusedLoginIsAtOpeningWhateverCameBefore) {
                   socket().drop();
                   socket().attemptReconnect();
                   settle();
-                  client->resetFlags();  // so the status hears nothing of the connect
+                  client->resetFlags();  // so the status does not change
                   socket().accept();
               }),
               isRefused);

@@ -1,6 +1,6 @@
-// Secrets are put into everything that an application hands to the library, everything is made to
-// fail, and then nothing that the library says of it may hold one: no line of the log, no error's
-// text, not the record. The peers repeat what they were asked, as many a server's error page does.
+// Puts secrets into everything that an application passes to the library, and makes everything
+// fail. Then no log line, no error text and no record may contain one. The servers repeat the
+// request in their answers, as many error pages do.
 
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@ namespace {
 
 constexpr const char* kAll = "c4n4ry";  // in each of them
 
-/// Everything that an error says: texts, user information, and what lies beneath.
+/// All texts of an error: its description, its user information, and its underlying errors.
 std::string textOf(const Value& value) {
     if (const auto error = value.as<Error>()) {
         Value information = error->userInfo();
@@ -61,7 +61,7 @@ protected:
         std::ofstream(file) << "bytes";
     }
 
-    /// Repeats everything that it was asked where a page would.
+    /// Repeats the whole request, like an error page.
     void serve(ScriptedServer::Connection& connection) {
         const auto head = connection.readHead();
         if (!head) return;
@@ -197,7 +197,7 @@ TEST_F(CanaryTest, NoSecretReachesALogAnErrorOrTheRecord) {
     run([&] { polling->loginWithUsername("name", "c4n4ry-password", flag()); });
     login = Login::Accept;
 
-    // URLs with credentials, to servers that answer and to nobody.
+    // URLs with credentials, to servers that answer and to ports where nothing listens.
     for (const auto port : {server.port(), deadPort()}) {
         const std::string authority =
             "c4n4ry-urluser:c4n4ry-urlpassword@127.0.0.1:" + std::to_string(port);

@@ -1,4 +1,4 @@
-// What a client's record tells, and the log that is its other end.
+// A client's event record, and the log lines for it.
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-// Attachments of a whole client: cancelled through their handle in every stage, and what a slow one
-// must not hold up.
+// Attachments of a whole client: cancelling at every stage, and what a slow transfer must not
+// delay.
 
 #include <gtest/gtest.h>
 
@@ -44,8 +44,8 @@ protected:
         EXPECT_TRUE(eventually([&] { return ears->logins.size() == 1; }));
     }
 
-    /// Plays the live connection and the service's files. What is silent takes the request and says
-    /// nothing.
+    /// Acts as the live connection and the service's files. A silent one reads the request and
+    /// never answers.
     void play(Connection& connection) {
         auto request = connection.readHead();
         if (!request) return;
@@ -87,7 +87,7 @@ protected:
                   stage == Stage::BeforeItsStart);
         return transfer;
     }
-    /// To be called when the transfer was started; `ended` turns true at its completion.
+    /// Call it when the transfer has started. `ended` becomes true when it completes.
     void cancelIn(Stage stage, const std::shared_ptr<VXIMTransfer>& transfer, const bool& ended) {
         switch (stage) {
             case Stage::BeforeItsStart:

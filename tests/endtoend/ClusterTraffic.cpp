@@ -1,6 +1,6 @@
 // The library while nodes, and their database, come and go (`scripts/cluster 3 --trouble kill --
-// build/dev/tests/endtoend/cluster_traffic`): completions come exactly once, no message twice or
-// out of its sender's order, and every loss is told.
+// build/dev/tests/endtoend/cluster_traffic`): completions run exactly once, no message comes twice
+// or out of its sender's order, and every loss is reported.
 
 #include <chrono>
 #include <cstdlib>
@@ -46,8 +46,8 @@ struct Traffic {
         return person.client->status() == VXIMClientStatusOpened;
     }
 
-    /// Sends a burst, and waits until all of it has come back or the connection has told that it
-    /// may not.
+    /// Sends a burst, and waits until all of it has come back or the connection has reported a
+    /// loss.
     void sendBurst() {
         ASSERT_TRUE(eventually([&] { return isIn(*alice); }, kPatience)) << "the client comes back";
         const int cuts = count(*alice, "didDisconnect");
@@ -94,7 +94,7 @@ std::vector<int> numbersIn(const Person& person, const std::string& prefix,
     return numbers;
 }
 
-/// What the service has kept of the two people's talk, the newest first.
+/// The service's history of the two users, the newest first.
 std::vector<int> history() {
     std::vector<int> numbers;
     bool isDone = false;
@@ -122,7 +122,7 @@ TEST(ClusterTraffic, EveryLossIsTold) {
         traffic.sendBurst();
     ASSERT_FALSE(::testing::Test::HasFatalFailure());
 
-    // Until one goes the whole way: what was before it is decided.
+    // Until one message comes back: then the fate of all earlier ones is known.
     const auto isThrough = [&] {
         return Traffic::count(*traffic.bob, "friend alice: " + std::to_string(traffic.sent)) > 0;
     };

@@ -89,7 +89,7 @@ TEST(Cuts, LoseAtMostWhatWasOnItsWayAndRepeatNothing) {
     const auto ears = LiveClient::make(server.url(), {{"reconnects", true}});
     ears->login();
     const auto reconnected = [&] {
-        // The wait before an attempt would last; after one that failed there is another.
+        // Skip the wait before an attempt; after a failed one there is another.
         return eventually([&] {
             if (ears->client->socketio()->status() == SocketIOStatusConnecting)
                 ears->client->socketio()->networkDidChange();

@@ -1,6 +1,6 @@
-// What applications see of live servers that misbehave: an error or a closed session, and nothing
-// lost that came before. Each fault for itself is tried in tests/socketio; here, each way in which
-// one can end a whole client's session.
+// What an application sees when a live server misbehaves: an error or a closed session, and nothing
+// lost that came before. tests/socketio has each fault; this file has each way in which one ends a
+// whole client's session.
 
 #include <gtest/gtest.h>
 #include <zlib.h>

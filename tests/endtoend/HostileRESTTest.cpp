@@ -1,4 +1,4 @@
-// What applications see of REST servers that misbehave: one clear error, in bounded time and
+// What an application sees when a REST server misbehaves: one clear error, in limited time and
 // memory.
 
 #include <gtest/gtest.h>
@@ -122,7 +122,7 @@ TEST_F(HostileREST, EveryAnswerEndsTheOperationOnce) {
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.why);
-        // Said beforehand, or an attempt may meet the kept connection just as it goes.
+        // Announced, because otherwise an attempt may use the kept connection while it closes.
         std::string answer = each.answer;
         if (const auto line = answer.find("\r\n"); line != std::string::npos)
             answer.insert(line, "\r\nConnection: close");
@@ -160,7 +160,7 @@ TEST_F(HostileREST, WhatTheServerKeepsSendingIsBounded) {
              while (c.write(block)) continue;
          },
          "-1103"},
-        {"an array without end",  // read as far as it came, it would take ten times as much again
+        {"an array without end",  // parsing it would take ten times as much again
          [&](Connection& c) {
              std::string ones = "1,";
              while (ones.size() < 1 << 20) ones += ones;
@@ -193,7 +193,7 @@ TEST_F(HostileREST, WhatTheServerKeepsSendingIsBounded) {
     }
 }
 
-/// One request by a session of its own, whose limits the shared one does not have.
+/// One request in a separate session with other limits.
 class Load {
 public:
     Load(URLSessionConfiguration configuration, const std::string& origin)

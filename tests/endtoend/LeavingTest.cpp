@@ -1,4 +1,4 @@
-// Leaving never waits for anybody: neither the process, nor the destructors.
+// Neither the exit of the process nor a destructor ever waits for a server.
 
 #include <gtest/gtest.h>
 
@@ -23,14 +23,13 @@ using Connection = ScriptedServer::Connection;
 using namespace std::chrono_literals;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || defined(VEXIM_EMULATED)
-// looking for leaks takes its time, and so does every instruction in an emulator
+// looking for leaks takes time, and an emulator is slow
 constexpr double kSlowness = 100;
 #else
 constexpr double kSlowness = 1;
 #endif
 
-/// Milliseconds from the call of exit, the time of which the child prints, to the end of the
-/// process.
+/// Milliseconds from the call of exit, whose time the child prints, to the end of the process.
 double exitTime(ChildProcess& child, int& status) {
     const std::string left = child.readLine().value_or("0");
     status = child.wait();
@@ -85,8 +84,8 @@ TEST(Leaving, TheProcessExitsAtOnceWhateverIsUnderWay) {
     }
 }
 
-/// How long this thread has stood in line for a processor, in milliseconds. On a busy machine that
-/// is most of any wait.
+/// How long this thread has waited for a processor, in milliseconds. On a busy machine that is most
+/// of any wait.
 double millisecondsInLine() {
     std::ifstream file("/proc/thread-self/schedstat");  // nanoseconds: run, in line; times run
     double run = 0;

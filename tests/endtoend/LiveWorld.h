@@ -13,11 +13,10 @@
 
 namespace vexim::testing {
 
-/// A client with everything that it tells: what the application would see of a live connection.
+/// A client with a record of all its calls: what an application would see of a live connection.
 class LiveClient : public VXIMClientDelegate, public std::enable_shared_from_this<LiveClient> {
 public:
-    /// `options` are those of the connection, which does not come back by itself unless they say
-    /// so.
+    /// `options` are the connection's. It does not reconnect unless they say so.
     static std::shared_ptr<LiveClient> make(const std::string& origin,
                                             const Dictionary& options = {}) {
         auto ears = std::make_shared<LiveClient>();

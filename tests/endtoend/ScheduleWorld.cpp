@@ -9,7 +9,7 @@
 #include "VexIMLib/Foundation/Exception.h"
 
 namespace vexim::testing {
-/// Hears everything, as delegate or as observer, and lets things happen in each call.
+/// Receives all events, as delegate or as observer, and runs random actions in each call.
 class ScheduleWorld::Delegate final : public VXIMClientDelegate {
 public:
     explicit Delegate(std::weak_ptr<ScheduleWorld> world) : world_(std::move(world)) {}
@@ -118,7 +118,7 @@ void ScheduleWorld::live(int steps) {
         act();
         expectAllowedStates();
     }
-    // Lets go in any order; nobody waits for anybody.
+    // Releases objects in any order; nothing waits.
     while (!clients_.empty() || !delegates_.empty() || !observers_.empty() || !users_.empty() ||
            !groups_.empty() || !rooms_.empty() || !passengers_.empty() || !friends_.empty() ||
            !messages_.empty() || !transfers_.empty()) {
@@ -355,7 +355,7 @@ void ScheduleWorld::releaseSomething() {
     }
 }
 
-/// Session operations may come from any thread, and the last reference may go on any.
+/// Session operations may run on any thread, and so may the release of the last reference.
 void ScheduleWorld::actElsewhere() {
     auto client = pick(clients_);
     if (!client) return;

@@ -18,8 +18,9 @@
 
 namespace vexim::testing {
 
-/// A small application that lives at random: clients, delegates, observers, resources and transfers
-/// come, work and go at any moment, also from inside their own callbacks. One seed is one life.
+/// A small application that acts at random: it makes, uses and releases clients, delegates,
+/// observers, resources and transfers at any moment, even inside their own callbacks. Each seed is
+/// one run.
 ///
 /// Its requests go to the shared configuration's service, which answers by `answer`.
 class ScheduleWorld : public std::enable_shared_from_this<ScheduleWorld> {
@@ -34,13 +35,13 @@ public:
     ScheduleWorld(std::uint32_t seed, ManualClock& clock, const TemporaryFolder& folder,
                   VXIMClient::SocketFactory makeSocket, ServerAct server);
 
-    /// Lives through `steps` actions and as many as callbacks add, then lets go of everything.
+    /// Runs `steps` actions, and those that callbacks add, then releases everything.
     void live(int steps);
-    /// What still lives though everybody has let go of it; empty when all is well.
+    /// The objects that are still alive although nobody holds them; empty if all is well.
     std::string leftovers() const;
 
-    /// A service's answer by the last digit in the path, well or badly. False when it hangs up
-    /// afterwards.
+    /// The service's answer, good or bad, by the last digit in the path. False if it then closes
+    /// the connection.
     static bool answer(ScriptedServer::Connection& connection, const WireRequest& request);
 
 private:
@@ -73,7 +74,7 @@ private:
         const auto last = std::exchange(*at, nullptr);
         bag.erase(at);
     }
-    /// A completion that lets things happen, for any signature.
+    /// A completion that runs random actions, for any signature.
     template <class Completion>
     Completion mustRun(std::source_location where = std::source_location::current());
     template <class Completion>

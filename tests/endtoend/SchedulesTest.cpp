@@ -1,5 +1,5 @@
-// Ten thousand random lives of an application: nobody is called twice, nobody is forgotten, nobody
-// is left behind.
+// Ten thousand random runs of an application: no completion runs twice, none is forgotten, and no
+// object leaks.
 //
 //   VEXIM_SCHEDULE_SEED=n    lives the life of that seed only
 //   VEXIM_SCHEDULES=n        lives so many
@@ -49,7 +49,7 @@ protected:
         vxim_configuration = configuration;
     }
 
-    /// Lives one life to its end. False when the next need not begin.
+    /// Runs one seed to its end. False if no other needs to run.
     bool live(std::uint32_t seed, VXIMClient::SocketFactory makeSocket,
               ScheduleWorld::ServerAct server) {
         SCOPED_TRACE("VEXIM_SCHEDULE_SEED=" + std::to_string(seed));
@@ -132,7 +132,7 @@ TEST_F(Schedules, OverFakeConnections) {
     });
 }
 
-/// One live connection of a server that changes its mind.
+/// One live connection of a server that behaves at random.
 void playLive(LivePeer& peer, std::uint32_t seed) {
     std::mt19937 chance(seed);
     if (chance() % 8 == 0) return;

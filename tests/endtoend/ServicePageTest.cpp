@@ -1,6 +1,6 @@
-// docs/service.md against what really happens: the library walks through every documented path, and
-// the page's examples must be the exchanges that the service then has in its log, in that order.
-// What differs from run to run (times, made-up ids, names of files) is compared by its form.
+// Compares docs/service.md with reality. The library uses every documented path, and the page's
+// examples must equal the exchanges in the service's log, in order. What differs from run to run
+// (times, generated ids, file names) is compared by its form.
 //
 // After a change that is meant, `VEXIM_RECORD_SERVICE_PAGE=1 endtoend_test
 // --gtest_filter=*ServicePage*Node4` writes the exchanges into the page. Each takes the place of

@@ -9,8 +9,8 @@
 
 namespace vexim::testing {
 
-/// Runs the main queue until `predicate` holds, and turns the clock whenever a delayed function is
-/// all that is left to wait for: retries take no time. False when it does not hold within real
+/// Runs the main queue until `predicate` is true. If only delayed functions are left, it advances
+/// the clock, so retries take no time. Returns false if the predicate stays false for some real
 /// seconds.
 [[nodiscard]] inline bool eventuallyTurning(ManualClock& clock,
                                             const std::function<bool()>& predicate) {

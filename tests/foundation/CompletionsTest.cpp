@@ -1,4 +1,4 @@
-// The harness that every room's tests stand on must itself be able to fail.
+// The checks that all tests rely on must themselves be able to fail.
 
 #include "support/Completions.h"
 

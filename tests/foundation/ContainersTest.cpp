@@ -114,8 +114,8 @@ TEST(Dictionary, TakesItsOwnKeysAsArguments) {
     EXPECT_EQ(dictionary.size(), 2u);
 }
 
-// Against a plain model: few keys and many, short and long, so that the hash index comes and its
-// probes collide.
+// Compares with a simple model: few keys and many, short and long, so that the hash index is used
+// and has collisions.
 TEST(Dictionary, AgreesWithAModelOverRandomOperations) {
     for (unsigned seed = 1; seed <= 30; ++seed) {
         SCOPED_TRACE(seed);

@@ -194,8 +194,7 @@ TEST(JSON, LetsTheLastOfRepeatedKeysWinInTheFirstPlace) {
 }
 
 TEST(JSON, PartsOfAShortTextOutliveTheRest) {
-    // Its values lie in memory together; the numbers take more than that has, so that some lie
-    // elsewhere.
+    // Its values share one block of memory. The numbers do not all fit, so some are elsewhere.
     const std::string kLong = "a text too long for a value of its own";
     const std::string text = R"({"one":{"id":")" + kLong + R"("},"one":[")" + kLong +
                              R"(","b"],"numbers":[)" + repeated("1,", 60) + R"(0],"two":{"id":")" +
@@ -212,7 +211,7 @@ TEST(JSON, PartsOfAShortTextOutliveTheRest) {
         list.mutableArray().append(kLong);
         Value().swap(list);
     }).join();
-    // a text that breaks off gives its memory back
+    // a text that breaks off releases its memory
     EXPECT_TRUE(parseJSON(text.substr(0, text.size() - 1)).error);
     overwriteFreeMemory();
     EXPECT_EQ(id, Value(kLong));

@@ -353,7 +353,7 @@ TEST(MainQueueDeathTest, ExitFromInsideASyncFreesTheThreadThatWaitsForIt) {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(
         {
-            // Static, because what the waiting thread's stack held is gone once it has been let go.
+            // Static, because the waiting thread's stack is gone once it was released.
             static std::atomic<bool> answer{true};
             static std::thread waiting;
             waiting = std::thread([] {

@@ -108,7 +108,7 @@ TEST_F(NotificationCenterTest, LetsGoOfWhatObserversLeftBehind) {
     const auto held = std::make_shared<int>();
     center.addObserver(observer, "x", nullptr, [this, held](const Notification&) { said += "0"; });
     for (int i = 0; i < 10'000; ++i) {
-        // Some lie where others lay before.
+        // Some have the same address as earlier ones.
         const auto brief = i % 2 ? std::make_shared<int>() : std::shared_ptr<int>(new int);
         center.addObserver(brief, "x", nullptr, [held](const Notification&) {});
     }

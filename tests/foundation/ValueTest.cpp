@@ -19,7 +19,7 @@ constexpr auto kMaxSigned = std::numeric_limits<std::int64_t>::max();
 constexpr auto kMinSigned = std::numeric_limits<std::int64_t>::min();
 constexpr auto kMaxUnsigned = std::numeric_limits<std::uint64_t>::max();
 
-/// An object that tells when it goes.
+/// An object that records its destruction.
 class Witness final : public Object {
 public:
     using Object::Object;

@@ -1,6 +1,5 @@
-// Any script of what an application does and a server says, through a client over a connection
-// without a network: completions run at most once, the status is always one of those that exist,
-// and in the end nothing is left.
+// Runs any script of application calls and server messages through a client with a fake connection.
+// Completions run at most once, the status is always valid, and in the end no object is left.
 //
 // The input is read line by line. A letter is a step (see `step`); a line that begins with another
 // character is JSON, an array of an event's name and its arguments, which the server sends.

@@ -1,6 +1,6 @@
-// Any bytes as the life of a session: each line is an event, its first character says which.
-// Whatever comes, the session ends at most once, keeps at most one GET and one POST in flight, and
-// never wants to be woken in the past for ever.
+// Reads any bytes as events of a session: each line is an event, and its first character says
+// which. Whatever comes, the session ends at most once, has at most one GET and one POST running,
+// and never keeps asking to be woken in the past.
 
 #include <algorithm>
 #include <chrono>

@@ -11,7 +11,7 @@
 namespace vexim::testing {
 
 /// An official Socket.IO server in a process of its own, on a free loopback port. It ends with this
-/// object, and with this process, whatever becomes of it.
+/// object, and also if this process crashes.
 class NodeServer {
 public:
     /// `config` is what server.mjs describes: {"version": "4.8", …}.

@@ -1,5 +1,4 @@
-// The client against the official servers, on both transports: what is said here must hold for each
-// of them alike.
+// The client with the official servers, on both transports. Each test must pass with all of them.
 #include <gtest/gtest.h>
 
 #include <chrono>

@@ -70,7 +70,7 @@ TEST(SocketIOSoak, CyclesOfConnectingAndDroppingLeaveNothingBehind) {
         }
         client.reset();
         if (cycle == cycles / 10) {
-            // Goodbyes take up to a second.
+            // Closing takes up to a second.
             (void)eventually([] { return false; }, 1500ms);
             files = entriesOf("/proc/self/fd");
             threads = entriesOf("/proc/self/task");

@@ -1,8 +1,8 @@
 #pragma once
 
-// One host a loop, all alike: `run` turns the loop until the predicate holds, also inside a
-// callback; `adapter` can be destroyed and made anew; what leaves a callback is kept in `caught`;
-// `after` is a timer of the loop's own.
+// One host class for each event loop, all with the same interface. `run` runs the loop until the
+// predicate is true, even inside a callback. `adapter` can be destroyed and made again. `caught`
+// keeps exceptions that leave a callback. `after` is a timer of the loop.
 
 #include "VexIMLib/Loops/Asio.h"
 #if defined(VEXIM_TEST_GLIB_AND_QT)
@@ -104,7 +104,7 @@ struct QtHost {
 
 #endif
 
-/// No adapter: what a program with a loop of its own does.
+/// No adapter: like a program with its own loop.
 struct PollHost {
     static constexpr const char* kName = "poll";
     void attach() { attached = true; }

@@ -1,5 +1,5 @@
-// The main queue driven by loops that we did not write. Should one of them stall, the test's time
-// limit ends it.
+// Runs the main queue in event loops that we did not write. If one stalls, the test's time limit
+// ends it.
 
 #include <gtest/gtest.h>
 
@@ -58,7 +58,7 @@ using Hosts = ::testing::Types<AsioHost, PollHost>;
 #endif
 TYPED_TEST_SUITE(LoopsTest, Hosts, Names);
 
-/// Hears messages, and may hold the loop up in one.
+/// Receives messages, and may block the loop in one.
 struct Delegate : VXIMClientDelegate {
     void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>&,
                                            const std::shared_ptr<VXIMMessage>& message,
@@ -155,8 +155,8 @@ TYPED_TEST(LoopsTest, AFloodLeavesTheLoopItsTimers) {
         });
     }
     this->host.run([&] { return ran == kAll && ranAtTimer >= 0; });
-    // It waits for the turn that it came due in; a timer that the system tells late may miss the
-    // next look.
+    // Wait for the turn in which it is due; a timer that the system reports late may miss the next
+    // check.
     EXPECT_LE(ranAtTimer - ranWhenDue, 2 * kTurn);
 }
 

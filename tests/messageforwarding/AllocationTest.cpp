@@ -1,5 +1,4 @@
-// Counts what the program takes from the heap, to hold readers of dynamic properties to their
-// promise.
+// Counts heap allocations, because reading a dynamic property must not allocate.
 
 #include <gtest/gtest.h>
 

@@ -332,8 +332,8 @@ TEST_F(BackedProxy, ReadsOneWordOfWhatIsStoredWhole) {
     EXPECT_EQ(backed->perform("clash"), 5) << "no type is checked";
 }
 
-// Two atomic properties have a lock each, so their first accesses may meet where the object makes
-// its storage.
+// Two atomic properties have separate locks, so their first accesses may make the object's storage
+// at the same time.
 TEST_F(BackedProxy, MakesItsStorageOnceAcrossThreads) {
     for (int round = 0; round < 50; ++round) {
         auto object = vexim::create<Backed>(Dictionary{});

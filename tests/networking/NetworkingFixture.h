@@ -34,11 +34,11 @@ protected:
 
     /// Requests go there from now on.
     void serve(vexim::testing::ScriptedServer::Script script);
-    /// Answers everything so, and keeps what came.
+    /// Gives this answer to every request, and records the requests.
     void answerEverything(int status, std::string body, std::string headers = {});
     void pointAt(const std::string& origin);
 
-    /// Runs `operation` to its end, turning the clock through its retries; answers what its
+    /// Runs `operation` to its end, advancing the clock through its retries. Returns what its
     /// completion got.
     std::string outcomeOf(const Operation& operation);
 

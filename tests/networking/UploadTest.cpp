@@ -48,7 +48,7 @@ std::shared_ptr<VXIMRequest> smallForm() {
     return form->requestByFinalizingMultipartFormData();
 }
 
-/// Runs cpp-httplib's server, whose multipart parser nobody here wrote.
+/// Runs cpp-httplib's server, because we did not write its multipart parser.
 class ParsingServer {
 public:
     ParsingServer() {
@@ -57,12 +57,12 @@ public:
                          parts = request.files;
                          response.set_content(R"(["u1","u2"])", "application/json");
                      });
-        server_.set_keep_alive_max_count(1);  // or its end waits for idle connections
+        server_.set_keep_alive_max_count(1);  // otherwise stopping waits for idle connections
         port_ = server_.bind_to_any_port("127.0.0.1");
         thread_ = std::thread([this] { server_.listen_after_bind(); });
     }
     ~ParsingServer() {
-        // a stop before that would be missed
+        // stopping earlier would have no effect
         while (!server_.is_running()) std::this_thread::yield();
         server_.stop();
         thread_.join();
@@ -178,7 +178,7 @@ TEST_F(UploadTest, AFileThatShrinksOrGrowsWhileItIsSentIsAnError) {
     for (const std::uintmax_t size : {std::uintmax_t{1000}, kSize + 1}) {
         SCOPED_TRACE(size);
         std::filesystem::resize_file(path, kSize);
-        // a connection may outlive its turn of the loop
+        // a connection may live longer than one run of the loop
         const auto isChanged = std::make_shared<std::atomic<bool>>(false);
         serve([isChanged](Connection& connection) {
             connection.readHead();
@@ -219,7 +219,7 @@ TEST_F(UploadTest, IsRetriedOnlyUntilProgressWasReported) {
 }
 
 TEST_F(UploadTest, WhatCannotBeGivenAgainEndsWithTheFirstError) {
-    // nothing is written: a byte comes, and no end
+    // nothing more is written: one byte comes, and no end
     const auto [input, output] = vexim::boundStreams(100);
     serve([](Connection& connection) {
         connection.readHead();
@@ -350,12 +350,12 @@ TEST_F(UploadTest, AHandleCancelsItInThePauseBeforeARetry) {
     clock.advanceAndDrain(2s);
 }
 
-// Without the fixture, whose folder the process would leave behind.
+// Does not use the fixture, because the process would leave its folder behind.
 TEST(UploadDeathTest, TheProcessEndsWhileABodyWaitsForTheMainThread) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            // a listener without a thread that the exit would have to end
+            // a listener without a thread, which the exit would have to end
             boost::asio::io_context context;
             boost::asio::ip::tcp::acceptor listener(context,
                                                     {boost::asio::ip::address_v4::loopback(), 0});

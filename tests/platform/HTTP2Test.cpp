@@ -1,4 +1,4 @@
-// HTTP/2, where a server that nobody here wrote offers it.
+// HTTP/2, with a server that we did not write.
 
 #include <gtest/gtest.h>
 

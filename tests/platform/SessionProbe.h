@@ -12,7 +12,7 @@
 
 namespace vexim::testing {
 
-/// What a task went through, as its delegate heard it.
+/// The events of a task, as its delegate received them.
 struct TaskStory {
     std::string calls;  ///< one letter a call: s(ent) r(esponse) d(ata) h(op) e(nd)
     int status = 0;
@@ -25,7 +25,7 @@ struct TaskStory {
     std::string detail() const { return error ? error->description() : ""; }
 };
 
-/// A session with a delegate that writes down what it hears, and a way to wait for ends.
+/// A session with a delegate that records its calls, and a way to wait for the end of tasks.
 class SessionProbe : public URLSessionDelegate, public std::enable_shared_from_this<SessionProbe> {
 public:
     static std::shared_ptr<SessionProbe> make(URLSessionConfiguration configuration = {}) {

@@ -47,8 +47,8 @@ TEST(Streams, ReadTheSameInAnyPieces) {
     }
 }
 
-/// While it lives, this thread may do with files what anybody may: root, as whom tests run, too, is
-/// kept out by no mode.
+/// While it lives, this thread has the file permissions of an ordinary user. Tests may run as root,
+/// for whom file modes do not count.
 class AsAnybody {
 public:
     AsAnybody() : before_(::setfsuid(65534)) {}

@@ -1,4 +1,4 @@
-// What a session does when peers misbehave, or are not who they should be.
+// How a session handles servers that misbehave or have a wrong certificate.
 
 #include <gtest/gtest.h>
 
@@ -106,8 +106,8 @@ TEST(URLSessionFaults, EndsWithAClearErrorOrTheAnswer) {
     }
 }
 
-/// Where a connection is when its peer fails: what the peer has done by then, and how a cut ends
-/// there.
+/// The state of a connection when the server fails: what it has done by then, and how a lost
+/// connection ends.
 struct FaultPhase {
     const char* name;
     /// after the request's head was read; nullopt: before that
@@ -157,7 +157,8 @@ TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
                         (!connection.readHead() || !connection.write(*phase.written)))
                         return;
                     if (!phase.written && fault == Fault::Reset)
-                        connection.readSome(1);  // or it may not have heard that it is connected
+                        connection.readSome(
+                            1);  // otherwise it may not know yet that it is connected
                     switch (fault) {
                         case Fault::Close: return connection.shutDown();
                         case Fault::Reset: return connection.reset();

@@ -1,4 +1,4 @@
-// What a session does when peers behave.
+// How a session works with correct servers.
 
 #include <gtest/gtest.h>
 #include <httplib.h>
@@ -22,7 +22,7 @@ class HTTPServer {
 public:
     explicit HTTPServer(const std::function<void(httplib::Server&)>& setUp) {
         setUp(server_);
-        server_.set_keep_alive_max_count(1);  // else `stop` waits for idle connections
+        server_.set_keep_alive_max_count(1);  // otherwise `stop` waits for idle connections
         port_ = server_.bind_to_any_port("127.0.0.1");
         thread_ = std::thread([this] { server_.listen_after_bind(); });
         while (!server_.is_running()) std::this_thread::yield();
@@ -83,7 +83,7 @@ TEST(URLSession, SendsWhatTheRequestSaysAndNothingElse) {
     const auto probe = SessionProbe::make();
     auto request = SessionProbe::request(server.url("/ctx/../u%2Fv?q=a&b"));
     request.headers.set("X-First", "1");
-    request.headers.set("x-FIRST", "2");  // the same field, spelled anew
+    request.headers.set("x-FIRST", "2");  // the same field in another spelling
     request.headers.set("X-Empty", "");
     request.headers.set("X-Smuggled", "a\r\nX-Evil: 1");
     request.headers.set("Bad Name", "x");
@@ -161,7 +161,7 @@ TEST(URLSession, LetsTheDelegateDecideAboutRedirections) {
 }
 
 TEST(URLSession, TakesARefusedRedirectionAsTheAnswer) {
-    // held back whole, and asked about in the middle
+    // the whole answer is held back while the delegate is asked
     for (const std::size_t length : {std::size_t{4}, std::size_t{3'000'000}}) {
         ScriptedServer server(ScriptedServer::answering([&](const WireRequest&) {
             return ScriptedServer::text(302, std::string(length, 'x'), "Location: /b\r\n");
@@ -215,7 +215,7 @@ TEST(URLSession, WaitsForTheDelegateToAllowAResponse) {
     later->resume();
     ASSERT_TRUE(
         probe->waitUntil(later, [](const TaskStory& story) { return story.status == 200; }));
-    probe->load("nonsense://x");  // another task's story passes by on the same queue
+    probe->load("nonsense://x");  // meanwhile another task runs on the same queue
     EXPECT_EQ(probe->story(later).calls, "r");
     {
         const std::lock_guard lock(mutex);
@@ -227,7 +227,7 @@ TEST(URLSession, WaitsForTheDelegateToAllowAResponse) {
     cancelled->resume();
     ASSERT_TRUE(
         probe->waitUntil(cancelled, [](const TaskStory& story) { return story.status == 200; }));
-    cancelled->cancel();  // with the question still open
+    cancelled->cancel();  // before the question is answered
     EXPECT_EQ(probe->waitForEnd(cancelled).code(), URLErrorCancelled);
 
     probe->onResponse = [](auto&, auto handler) { handler(URLSessionResponseDisposition::Cancel); };
@@ -282,14 +282,14 @@ TEST(URLSession, PausesADownloadWhoseConsumerLags) {
     std::atomic<std::size_t> consumed{0};
     probe->onData = [&](auto&, const Data& data) {
         const std::lock_guard wait(gate);
-        // what was read may not be counted as written yet
+        // bytes that were read may not count as written yet
         const std::size_t sent = std::max<std::size_t>(written, consumed);
         largestLead = std::max<std::size_t>(largestLead, sent - consumed);
         consumed += data.size();
     };
     auto request = SessionProbe::request(server.url());
     request.acceptsCompression = false;
-    request.timeout = std::chrono::milliseconds(300);  // the pause is ours, so it may last
+    request.timeout = std::chrono::milliseconds(300);  // we cause the pause, so it may last long
     const auto task = probe->session->dataTaskWithRequest(request);
     task->setAnswerIsStreamed(true);
     task->resume();
@@ -300,7 +300,7 @@ TEST(URLSession, PausesADownloadWhoseConsumerLags) {
         EXPECT_EQ(otherProbe->load(quick.url()).status, 200) << "the network thread goes on";
     gate.unlock();
     EXPECT_EQ(probe->waitForEnd(task).body.size(), kTotal) << probe->story(task).detail();
-    // One MiB on our side, the rest is what the system's socket buffers hold.
+    // One MiB on our side; the rest is in the system's socket buffers.
     EXPECT_LT(largestLead, std::size_t{24} << 20);
 }
 
@@ -331,7 +331,7 @@ TEST(URLSession, EndsACancelledTaskOnceWhereverItStands) {
     EXPECT_EQ(midway->state(), State::Completed);
     midway->cancel();
 
-    probe->onData = [](auto& task, auto&) { task->cancel(); };  // from inside its own callback
+    probe->onData = [](auto& task, auto&) { task->cancel(); };  // inside its own callback
     EXPECT_EQ(probe->load(server.url()).code(), URLErrorCancelled);
     probe->onData = [](auto&, auto&) { throw Exception(kInvalidArgumentException, "no such key"); };
     const auto thrown = probe->load(server.url());

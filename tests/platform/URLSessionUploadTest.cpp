@@ -17,7 +17,7 @@ namespace {
 using namespace std::chrono_literals;
 using Connection = ScriptedServer::Connection;
 
-/// Bytes that depend on their place, so that lost, doubled and swapped ones show.
+/// Bytes that depend on their position, so that lost, doubled and swapped ones are detected.
 std::string pattern(std::size_t size) {
     std::string text(size, '\0');
     for (std::size_t i = 0; i < size; ++i) text[i] = static_cast<char>((i * 131 + i / 251) & 0xff);

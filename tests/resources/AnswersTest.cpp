@@ -136,8 +136,7 @@ TEST_F(Answers, OfTenMegabytesAreReadLikeOthers) {
     }
 }
 
-/// Every friend listens for its presence by its id: a service must not be able to make that
-/// quadratic.
+/// Every friend listens for presence by its id. A service must not be able to make that quadratic.
 TEST_F(Answers, ManyIdsOfAnyKindTakeTheirTimeOnly) {
     const auto cost = [&](const std::function<std::string(int)>& id) {
         std::string list = "[";
@@ -181,7 +180,7 @@ std::multimap<std::string, std::string> recordedAnswers() {
     return answers;
 }
 
-/// Reads what can be read. Where a property is of a wrong kind, that may raise; nothing worse.
+/// Reads all properties. One of a wrong type may raise, but nothing worse may happen.
 void readEverything(Resources& r) {
     const std::function<void()> readers[] = {
         [&] { r.user->uid(); },

@@ -132,8 +132,8 @@ TEST_F(InstanceStorageTest, StartsAtZeroAndReleasesItsObjects) {
     EXPECT_TRUE(watch.expired());
 }
 
-// Declarations and properties may disagree about a type: then values read as something else, but
-// nothing is torn or leaked.
+// Declarations and properties may disagree about a type. Then values read as something else, but no
+// memory is corrupted or leaked.
 TEST_F(InstanceStorageTest, SurvivesTypesThatDisagree) {
     const std::weak_ptr<Object> watch = [this] {
         auto song = create<Thing>();

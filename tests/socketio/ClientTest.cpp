@@ -80,7 +80,7 @@ TEST(SocketIOClient, ReconnectsAfterALossAndSaysSo) {
     ASSERT_TRUE(heard.waitFor("connect"));
     const auto inHandler =
         client->on("disconnect", [&](const Array&, const AckEmitter&) { client->connect(); });
-    // Whoever asks for a connection that is being waited for, or made, gets one, and only one.
+    // Calling connect while a connection is scheduled or being made gives exactly one connection.
     const std::function<void()> hurries[] = {
         [] {},  // the handler has done it
         [&] { client->networkDidChange(); },

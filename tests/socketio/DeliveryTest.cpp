@@ -205,7 +205,7 @@ TEST(SocketIOClient, ClosesWhenTheApplicationDoesNotKeepUp) {
         heard.listen(*client);
         const PeakMemory peak;
         client->connect();
-        // The main queue does not run: only the status tells.
+        // The main queue does not run, so check the status.
         ASSERT_TRUE(
             spinUntil([&] { return client->status() == SocketIOStatusDisconnected; }, 120s));
         EXPECT_LT(peak.grownMiB(), 256) << "what events take beside their text counts, too";

@@ -1,5 +1,5 @@
-// A program that is slower than its peer: reading waits for it, nothing is lost or overtaken, and
-// the peer hears its pongs.
+// A program that is slower than the server: reading waits for it, nothing is lost or reordered, and
+// the server gets its pongs.
 #include <gtest/gtest.h>
 #include <zlib.h>
 
@@ -64,15 +64,15 @@ public:
     std::string trouble;
 };
 
-/// What has been posted to the network thread is done.
+/// Waits until everything posted to the network thread is done.
 void awaitNetworkThread() {
     std::atomic<bool> done{false};
     NetworkThread::shared().post([&] { done = true; });
     ASSERT_TRUE(spinUntil([&] { return done.load(); }));
 }
 
-/// Floods over either transport, in `rounds` with a ping behind each, and goes on when the pong has
-/// come.
+/// Sends many messages over either transport, in `rounds` with a ping after each, and continues
+/// when the pong comes.
 struct Flood {
     int rounds = 1;
     int perRound = 1;

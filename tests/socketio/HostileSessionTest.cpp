@@ -1,5 +1,5 @@
-// A hostile peer, as event scripts: each fault in each phase. The outcome is one word; nothing
-// crashes, nothing hangs.
+// A hostile server as event scripts: each fault in each phase. The result is one word. Nothing
+// crashes or hangs.
 #include <gtest/gtest.h>
 
 #include <chrono>

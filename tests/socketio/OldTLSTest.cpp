@@ -17,8 +17,8 @@
 namespace vexim::testing {
 namespace {
 
-/// What a client without a will of its own agrees on with the server, as "TLSv1.1"; "nothing" when
-/// there is no connection.
+/// The version that a client without limits negotiates, such as "TLSv1.1"; "nothing" if there is no
+/// connection.
 std::string versionAgreedWith(const ScriptedServer& server) {
     SSL_CTX* const context = SSL_CTX_new(TLS_client_method());
     BIO* const connection = BIO_new_ssl_connect(context);

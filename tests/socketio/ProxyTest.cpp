@@ -1,5 +1,4 @@
-// Both transports through a proxy that nobody helps: it reads CONNECT, checks the password, and
-// passes bytes on.
+// Both transports through a real proxy: it reads CONNECT, checks the password, and passes on bytes.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -20,8 +19,7 @@
 namespace vexim::testing {
 namespace {
 
-/// Leads every tunnel to one loopback port, whatever name it was asked for: lookups are the proxy's
-/// business.
+/// Connects every tunnel to one loopback port, whatever the name, because the proxy looks up names.
 class ConnectProxy {
 public:
     explicit ConnectProxy(std::uint16_t target)

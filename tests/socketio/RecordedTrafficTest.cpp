@@ -266,8 +266,8 @@ TEST(PayloadReader, SurvivesEveryCut) {
             int packets = 0;
             while (reader.next()) ++packets;
             EXPECT_LE(packets, 3);
-            // Lengths tell a cut anywhere but between packets; separators tell those that leave
-            // nothing behind them.
+            // With lengths, a cut is detected anywhere except between packets; with separators,
+            // only if nothing follows one.
             EXPECT_TRUE(reader.failed() || packets > 0) << cut;
         }
     }

@@ -133,7 +133,7 @@ TEST_F(CatchUpTest, MarksWhatItDoesNotReadAsAGap) {
     EXPECT_EQ(stored(), named(1, 500));
     EXPECT_EQ(unread(), unreadBefore);
 
-    // Who lets go meanwhile is told.
+    // If the object is released meanwhile, the completion still runs.
     ErrorPtr why;
     conversations->readGap(kBob, found[0], once([&](auto, const ErrorPtr& error) { why = error; }));
     const auto store = std::exchange(conversations, nullptr)->store();

@@ -37,8 +37,8 @@ inline Dictionary payloadOf(const std::string& from, const std::string& text, st
     return payload;
 }
 
-/// Alice's program with a store, over a connection whose server is the test. REST goes to a real
-/// service in this process, whose history with Bob is what the test says.
+/// Alice's program with a store, over a connection whose server is the test. REST requests go to a
+/// real service in this process; the test sets its history with Bob.
 class ConversationsTest : public ::testing::Test {
 protected:
     ConversationsTest() {
@@ -51,9 +51,9 @@ protected:
         vxim_configuration = nullptr;
     }
 
-    /// Runs the main queue until `predicate` holds, and lets a quarter of a second go by every two
-    /// real milliseconds: the store's thread works in real time, and must not be outrun by the
-    /// waits.
+    /// Runs the main queue until `predicate` is true, and advances the clock by a quarter of a
+    /// second every two real milliseconds. The store's thread works in real time, so the clock must
+    /// not run too fast.
     [[nodiscard]] bool reaches(const std::function<bool()>& predicate) {
         const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (!MainQueue::shared().runUntil(predicate, std::chrono::milliseconds(2))) {

@@ -33,8 +33,8 @@ protected:
         shut();
         return contentOf(path());
     }
-    /// Looks everywhere: some damage is only found where it lies. The code of the error; 0 for
-    /// none.
+    /// Reads everything, because some damage is found only when it is read. Returns the code of the
+    /// error; 0 for none.
     std::int64_t lookEverywhere() {
         return codeOf([&] {
             after({}, 1000);

@@ -1,5 +1,5 @@
-// What services, connections, disks and the system may do to a program that has nothing but the
-// front door.
+// What services, connections, disks and the system may do to a program that uses only
+// `VXIMConversations`.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -114,7 +114,7 @@ TEST_F(FrontDoorTest, HearsOfACutAndALoginThatComeInOneTurn) {
     ASSERT_TRUE(says("one"));
     ASSERT_TRUE(becomes("one:sent"));
     setHistory({asKept(said()[0], true)});
-    // The link goes, stands again and has its login accepted before anybody has heard of any of it.
+    // The link is lost, comes back and logs in before any of that is reported.
     socket->drop();
     socket->attemptReconnect();
     MainQueue::shared().drain();

@@ -36,7 +36,7 @@ public:
     };
 
     explicit CertificateAuthority(const std::string& name = "Test authority");
-    /// One that another vouches for.
+    /// A certificate signed by another one.
     CertificateAuthority(const std::string& name, const CertificateAuthority& issuer);
     /// One with flaws; `options` counts but for the host and its names. Without an `issuer` it is a
     /// root.
@@ -48,7 +48,7 @@ public:
     const std::string& certificatePEM() const { return identity_.certificatePEM; }
     TLSIdentity issue(const Options& options) const;
     TLSIdentity issue() const { return issue(Options{}); }
-    /// A certificate for which nobody vouches but itself.
+    /// A self-signed certificate.
     static TLSIdentity selfSigned(const Options& options);
     static TLSIdentity selfSigned() { return selfSigned(Options{}); }
 

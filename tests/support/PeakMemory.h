@@ -5,8 +5,8 @@
 
 namespace vexim::testing {
 
-/// How far the process's resident memory has risen above where it stood. Sanitizers keep freed
-/// memory: with one, nothing is measured.
+/// How far the process's resident memory has grown since construction. Sanitizers keep freed
+/// memory, so with one nothing is measured.
 class PeakMemory {
 public:
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -33,8 +33,8 @@ struct WireRequest {
 ///
 ///     ScriptedServer server([](ScriptedServer::Connection& connection) {
 ///         connection.readRequest();
-///         connection.write("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhal");  // and the
-///         connection ends
+///         // … and the connection ends
+///         connection.write("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhal");
 ///     });
 class ScriptedServer {
 public:

@@ -15,8 +15,8 @@ struct Wrong {
     std::string text;
 };
 
-/// `right` with every wrong kind in every place, one at a time: the whole, each field at each
-/// depth, each element. In the last one of a place nothing stands there at all.
+/// `right` with every wrong type in every place, one at a time: the whole, each field at each
+/// depth, each element. The last variant of each place leaves it out.
 inline std::vector<Wrong> everyWrongKind(const Value& right) {
     // As text, because some are more than a Value holds.
     static const std::vector<std::string> kinds = {"null",

@@ -1,4 +1,4 @@
-// What is painted: text from strangers, lines, pages, whole screens.
+// What is drawn: text from strangers, lines, pages, whole screens.
 
 #include <algorithm>
 #include <cwchar>

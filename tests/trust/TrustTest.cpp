@@ -1,4 +1,4 @@
-// Where trust comes from, and what keeps one trust's connections from another.
+// Where trust comes from, and that two trusts never share connections.
 #include <gtest/gtest.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>

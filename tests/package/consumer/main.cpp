@@ -1,5 +1,5 @@
-// What an installed library must be able to do in a stranger's program: link all that it needs, run
-// its threads, speak HTTP, and let a program derive from its classes and catch what it throws.
+// Checks an installed library in another program: it links everything that it needs, runs its
+// threads, uses HTTP, and the program can derive from its classes and catch its exceptions.
 #include <VexIMLib/Async/Coroutine.h>
 #include <VexIMLib/Async/Future.h>
 #include <VexIMLib/Loops/Asio.h>
