@@ -36,7 +36,7 @@ public:
     bool begin(std::shared_ptr<VXIMTransfer> transfer, std::stop_token stop) {
         transfer_ = std::move(transfer);
         if (stop.stop_requested()) {
-            settleLater(urlError(URLErrorCancelled, "cancelled"));
+            finishLater(urlError(URLErrorCancelled, "cancelled"));
             return false;
         }
         if (!stop.stop_possible()) return true;
@@ -60,7 +60,7 @@ public:
     /// For an operation that finds out why its completion will not run.
     FailureListener::Tell failure() {
         return [weak = this->weak_from_this()](const ErrorPtr& cause) {
-            if (const auto self = weak.lock()) self->settle({T{}, cause});
+            if (const auto self = weak.lock()) self->finish({T{}, cause});
         };
     }
 
@@ -91,11 +91,11 @@ public:
     /// Nobody waits any more. Cancels a transfer; any other answer will be dropped.
     void forget() {
         receiver_ = nullptr;
-        if (transfer_ && !settled_) transfer_->cancel();
+        if (transfer_ && !finished_) transfer_->cancel();
     }
 
 private:
-    enum class Phase { Starting, Started, Settled };
+    enum class Phase { Starting, Started, Finished };
 
     /// The one answer, shared by all copies of the completion.
     class Answer {
@@ -106,11 +106,11 @@ private:
         ~Answer() {
             // This may run on any thread and under any lock, so report it through the queue.
             if (call_)
-                call_->settleLater(Error::withDescription(kCallErrorDomain, CallErrorAbandoned,
+                call_->finishLater(Error::withDescription(kCallErrorDomain, CallErrorAbandoned,
                                                           "The operation was abandoned."));
         }
         void give(Result<T> result) {
-            if (const auto call = std::exchange(call_, nullptr)) call->settle(std::move(result));
+            if (const auto call = std::exchange(call_, nullptr)) call->finish(std::move(result));
         }
 
     private:
@@ -121,22 +121,22 @@ private:
         return Error::withDescription(kURLErrorDomain, code, description);
     }
 
-    void settle(Result<T> result) {
+    void finish(Result<T> result) {
         // an operation of the application that answers on another thread
         if (!MainQueue::shared().isMainThread()) {
             MainQueue::shared().async([self = this->shared_from_this(),
-                                       result = std::move(result)] { self->settle(result); });
+                                       result = std::move(result)] { self->finish(result); });
             return;
         }
-        if (settled_) return;
-        settled_ = true;
+        if (finished_) return;
+        finished_ = true;
         result_ = std::move(result);
         // otherwise `started` continues
-        if (phase_.exchange(Phase::Settled) != Phase::Starting) deliver();
+        if (phase_.exchange(Phase::Finished) != Phase::Starting) deliver();
     }
-    void settleLater(ErrorPtr error) {
+    void finishLater(ErrorPtr error) {
         MainQueue::shared().async([self = this->shared_from_this(), error = std::move(error)] {
-            self->settle({T{}, error});
+            self->finish({T{}, error});
         });
     }
     void deliver() {
@@ -146,11 +146,11 @@ private:
     /// Any thread. If a transfer cannot be cancelled any more, its answer is already on the way.
     void cancel() {
         if (!transfer_ || transfer_->cancel())
-            settleLater(urlError(URLErrorCancelled, "cancelled"));
+            finishLater(urlError(URLErrorCancelled, "cancelled"));
     }
     void expire() {
-        if (settled_) return;
-        settle({T{}, urlError(URLErrorTimedOut, "The request timed out.")});
+        if (finished_) return;
+        finish({T{}, urlError(URLErrorTimedOut, "The request timed out.")});
         if (transfer_) transfer_->cancel();
     }
 
@@ -161,7 +161,7 @@ private:
     // Main thread.
     Receiver receiver_;
     std::optional<Result<T>> result_;
-    bool settled_ = false;  // the result has come
+    bool finished_ = false;  // the result has come
 
     // last member, so it is destroyed first
     std::optional<std::stop_callback<std::function<void()>>> stopping_;

@@ -99,11 +99,12 @@ struct VXIMConversations::Impl : std::enable_shared_from_this<Impl> {
 
 void VXIMConversations::Impl::observe() {
     auto& centre = vexim::NotificationCenter::defaultCenter();
-    const auto on = [&](const char* name, auto act) {
-        centre.addObserver(shared_from_this(), name, client.get(),
-                           [weak = weak_from_this(), act](const vexim::Notification& notification) {
-                               if (const auto self = weak.lock()) act(*self, notification);
-                           });
+    const auto on = [&](const char* name, auto handle) {
+        centre.addObserver(
+            shared_from_this(), name, client.get(),
+            [weak = weak_from_this(), handle](const vexim::Notification& notification) {
+                if (const auto self = weak.lock()) handle(*self, notification);
+            });
     };
     on(VXIMUserDidLoginNotification, [](Impl& self, const vexim::Notification&) {
         // After earlier status changes, which are reported through the queue.

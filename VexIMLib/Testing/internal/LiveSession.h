@@ -52,7 +52,7 @@ public:
     void receivedBytes(std::string_view bytes);
     /// The service's part of the heartbeat; only lines 3 and 4 have one.
     bool pings() const noexcept { return line_ > 2; }
-    void beat() { send("2"); }
+    void sendPing() { send("2"); }
     void ended();
 
     void emit(std::string_view event, const Array& items);

@@ -138,7 +138,7 @@ private:
         heartbeat_.expires_after(service_.options.pingInterval);
         heartbeat_.async_wait([self = self()](error_code error) {
             if (error || self->isClosed_) return;
-            self->session_.beat();
+            self->session_.sendPing();
             self->waitToBeat();
         });
     }

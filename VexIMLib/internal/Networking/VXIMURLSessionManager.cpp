@@ -91,7 +91,7 @@ VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::dataTaskWithRequest(
     auto delegate = vexim::create<VXIMURLSessionJSONDelegate>();
     delegate->setCompletionBlock(std::move(completion));
     setDelegateForTask(std::move(delegate), task);
-    task->setIsHeardQuickly(true);  // it parses, and leaves the rest to the main queue
+    task->setIsHeardQuickly(true);  // it only parses and leaves the rest to the main queue
     return task;
 }
 
@@ -114,7 +114,7 @@ VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::fileDownloadTaskWithReques
     VXIMResultCompletion completion, std::shared_ptr<VXIMTransfer> transfer,
     std::optional<std::string> targetPath) {
     auto urlRequest = request.urlRequest();
-    urlRequest.acceptsCompression = false;  // progress counts against the announced length
+    urlRequest.acceptsCompression = false;  // progress is relative to the announced length
     TaskPtr task;
     url_session_manager_create_task_safely(
         [&] { task = session_->dataTaskWithRequest(urlRequest); });

@@ -71,7 +71,7 @@ void EmbeddedObservers::Listener::hear(const Notification& notification) const {
 
 void EmbeddedObservers::add(EmbeddedObserver& observer, std::uint64_t number) {
     if (std::ranges::find(kinds_, observer.kind_) == kinds_.end()) kinds_.push_back(observer.kind_);
-    if (newCount_ == kMostNew) settle();
+    if (newCount_ == kMostNew) moveNewToBuckets();
     byValue_.makeRoom(newCount_ + 1);
     byAddress_.makeRoom(newCount_ + 1);
     observer.number_ = number;
@@ -79,7 +79,7 @@ void EmbeddedObservers::add(EmbeddedObserver& observer, std::uint64_t number) {
     ++newCount_;
 }
 
-void EmbeddedObservers::settle() noexcept {
+void EmbeddedObservers::moveNewToBuckets() noexcept {
     while (newest_ != nullptr) {
         EmbeddedObserver& observer = *newest_;
         take<&EmbeddedObserver::byValue_>(observer);
@@ -101,7 +101,7 @@ void EmbeddedObservers::remove(EmbeddedObserver& observer) noexcept {
 }
 
 void EmbeddedObservers::silence(const void* identity, std::string_view name) noexcept {
-    settle();
+    moveNewToBuckets();
     for (auto* each = byAddress_.chain(hashOfAddress(identity)); each != nullptr;
          each = each->byAddress_.next) {
         if (each->object_ == identity) each->silenced_ |= bitsOf(*each->kind_, name);
@@ -116,7 +116,7 @@ std::vector<EmbeddedObservers::Listener> EmbeddedObservers::listeners(
         if (std::ranges::find(kind->names, notification.name) == kind->names.end()) continue;
         const Value& value = notification.userInfo->get(kind->key);
         if (!canBeMeant(value)) continue;
-        settle();
+        moveNewToBuckets();
         const std::uint8_t name = bitsOf(*kind, notification.name);
         const std::size_t hash = hashOf(value);
         for (auto* each = byValue_.chain(hash); each != nullptr; each = each->byValue_.next) {

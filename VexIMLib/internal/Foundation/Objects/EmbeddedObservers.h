@@ -93,7 +93,7 @@ private:
     };
 
     /// Moves the new entries into their buckets; there must be room.
-    void settle() noexcept;
+    void moveNewToBuckets() noexcept;
 
     static std::size_t valueHash(const EmbeddedObserver& observer) noexcept {
         return observer.hash_;

@@ -144,25 +144,25 @@ void CurlMulti::watch(curl_socket_t socket, int what) {
 void CurlMulti::wait(const std::shared_ptr<Socket>& socket) {
     if (socket->wantsRead && !socket->readWaits) {
         socket->readWaits = true;
-        socket->descriptor.async_wait(asio::posix::descriptor_base::wait_read,
-                                      [this, socket](const boost::system::error_code& error) {
-                                          socket->readWaits = false;
-                                          if (socket->closed || !socket->wantsRead) return;
-                                          act(socket->number,
-                                              error ? CURL_CSELECT_ERR : CURL_CSELECT_IN);
-                                          if (!socket->closed) wait(socket);
-                                      });
+        socket->descriptor.async_wait(
+            asio::posix::descriptor_base::wait_read,
+            [this, socket](const boost::system::error_code& error) {
+                socket->readWaits = false;
+                if (socket->closed || !socket->wantsRead) return;
+                callSocketAction(socket->number, error ? CURL_CSELECT_ERR : CURL_CSELECT_IN);
+                if (!socket->closed) wait(socket);
+            });
     }
     if (socket->wantsWrite && !socket->writeWaits) {
         socket->writeWaits = true;
-        socket->descriptor.async_wait(asio::posix::descriptor_base::wait_write,
-                                      [this, socket](const boost::system::error_code& error) {
-                                          socket->writeWaits = false;
-                                          if (socket->closed || !socket->wantsWrite) return;
-                                          act(socket->number,
-                                              error ? CURL_CSELECT_ERR : CURL_CSELECT_OUT);
-                                          if (!socket->closed) wait(socket);
-                                      });
+        socket->descriptor.async_wait(
+            asio::posix::descriptor_base::wait_write,
+            [this, socket](const boost::system::error_code& error) {
+                socket->writeWaits = false;
+                if (socket->closed || !socket->wantsWrite) return;
+                callSocketAction(socket->number, error ? CURL_CSELECT_ERR : CURL_CSELECT_OUT);
+                if (!socket->closed) wait(socket);
+            });
     }
 }
 
@@ -186,7 +186,7 @@ void CurlMulti::armTimer() {
         if (deadline_ == Clock::time_point::max()) return;
         if (deadline_ > Clock::now()) return armTimer();
         deadline_ = Clock::time_point::max();
-        act(CURL_SOCKET_TIMEOUT, 0);
+        callSocketAction(CURL_SOCKET_TIMEOUT, 0);
     });
 }
 
@@ -197,11 +197,11 @@ void CurlMulti::kickSoon() {
     asio::post(context_, [this, isAlive = isAlive_] {
         if (!*isAlive) return;
         kickPosted_ = false;
-        act(CURL_SOCKET_TIMEOUT, 0);
+        callSocketAction(CURL_SOCKET_TIMEOUT, 0);
     });
 }
 
-void CurlMulti::act(curl_socket_t socket, int events) {
+void CurlMulti::callSocketAction(curl_socket_t socket, int events) {
     int running = 0;
     curl_multi_socket_action(multi_, socket, events, &running);
     reportEnded();

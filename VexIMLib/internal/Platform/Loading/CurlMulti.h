@@ -75,7 +75,7 @@ private:
     void scheduleTimeout(std::chrono::milliseconds timeout);
     void armTimer();
     void kickSoon();
-    void act(curl_socket_t socket, int events);
+    void callSocketAction(curl_socket_t socket, int events);
     void reportEnded();
 
     boost::asio::io_context& context_;

@@ -35,7 +35,7 @@ void EngineSession::on(const SessionEvent& happened, TimePoint now, SessionActio
     actions_ = &actions;
     now_ = now;
     std::visit([this](const auto& what) { handle(what); }, happened);
-    settle();
+    addFollowUps();
     actions_ = nullptr;
 }
 
@@ -134,7 +134,7 @@ void EngineSession::openWebSocket() {
     if (where.size() > kMaxTargetBytes)
         return failToConnect(VXIMConnectionErrorLimitPassed,
                              "The connect parameters are too long.");
-    act(action::OpenWebSocket{std::move(where)});
+    addAction(action::OpenWebSocket{std::move(where)});
 }
 
 void EngineSession::openPolling() {
@@ -147,7 +147,7 @@ void EngineSession::openPolling() {
 }
 
 void EngineSession::handle(const event::WebSocketOpened&) {
-    if (phase_ == Phase::Probing) act(action::SendText{"2probe"});
+    if (phase_ == Phase::Probing) addAction(action::SendText{"2probe"});
 }
 
 void EngineSession::handle(const event::WebSocketFailed& failure) {
@@ -282,7 +282,8 @@ void EngineSession::joined(const Packet* reply) {
     phase_ = Phase::Joined;
     connectDeadline_.reset();
     std::string sid = reply ? reply->payload.get("sid").asString().value_or("") : "";
-    act(action::Joined{sid.empty() ? open_.sid : std::move(sid), *revision_, open_.maxPayload});
+    addAction(
+        action::Joined{sid.empty() ? open_.sid : std::move(sid), *revision_, open_.maxPayload});
 }
 
 // The end
@@ -290,15 +291,16 @@ void EngineSession::joined(const Packet* reply) {
 void EngineSession::handle(const event::Close&) {
     const std::string leave = encodeDisconnect(config_.nsp).text;
     if (carrier_ == Carrier::WebSocket) {
-        if (isJoined()) act(action::SendText{leave});
-        act(action::CloseWebSocket{});
+        if (isJoined()) addAction(action::SendText{leave});
+        addAction(action::CloseWebSocket{});
     } else if (!open_.sid.empty() && revision_) {
         PayloadWriter writer(*revision_);
         for (const auto& text : outgoing_) writer.add(text);
         if (isJoined()) writer.add(leave);
         writer.add("1");
-        if (phase_ == Phase::Probing || phase_ == Phase::Draining) act(action::DropWebSocket{});
-        act(action::ClosePolling{target("polling"), writer.take()});
+        if (phase_ == Phase::Probing || phase_ == Phase::Draining)
+            addAction(action::DropWebSocket{});
+        addAction(action::ClosePolling{target("polling"), writer.take()});
     }
     end(EndCause::Asked, "io client disconnect");
 }
@@ -308,7 +310,7 @@ void EngineSession::end(EndCause cause, std::string why, Value detail, bool pref
     const bool isOpening = phase_ == Phase::OpeningWebSocket || phase_ == Phase::OpeningPolling;
     if (isOpening && cause == EndCause::ProtocolFault) kind = VXIMConnectionErrorNotSocketIO;
     phase_ = Phase::Ended;
-    act(action::Ended{cause, std::move(why), std::move(detail), preferWebSocket, kind});
+    addAction(action::Ended{cause, std::move(why), std::move(detail), preferWebSocket, kind});
 }
 
 void EngineSession::failToConnect(VXIMConnectionErrorKind kind, std::string why) {

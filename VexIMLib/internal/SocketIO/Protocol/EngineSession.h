@@ -269,20 +269,20 @@ private:
     void joined(const Packet* reply);
     void didReceivePing();
 
-    void beat();
+    void sendPing();
     void readPortion();
     void readToTheEnd();
     void didEndAnswer(bool isMalformed);
     void expectPing();
     void readOnForPing();
     void send(std::string text);
-    void settle();
+    void addFollowUps();
     void post();
     void end(EndCause cause, std::string why, Value detail = nullptr, bool preferWebSocket = false,
              std::optional<VXIMConnectionErrorKind> kind = std::nullopt);
     void failToConnect(VXIMConnectionErrorKind kind, std::string why);
     template <class Action>
-    void act(Action&& action) {
+    void addAction(Action&& action) {
         actions_->emplace_back(std::forward<Action>(action));
     }
 

@@ -158,8 +158,9 @@ void EngineSession::handle(const event::PostAnswered& answer) {
     postInFlight_ = false;
     if (carrier_ != Carrier::Polling || answer.status == 200) return;
     if (answer.status == 413) {
-        act(action::Report{"The server refused a message as too large.",
-                           Dictionary{{"status", answer.status}}, VXIMConnectionErrorLimitPassed});
+        addAction(action::Report{"The server refused a message as too large.",
+                                 Dictionary{{"status", answer.status}},
+                                 VXIMConnectionErrorLimitPassed});
         return;
     }
     readToTheEnd();
@@ -235,11 +236,11 @@ void EngineSession::didReceiveWhileJoined(Packet packet) {
     switch (packet.type) {
         case PacketType::Event:
         case PacketType::Ack:
-            return act(action::Deliver{std::move(packet), std::exchange(receivedBytes_, 0)});
+            return addAction(action::Deliver{std::move(packet), std::exchange(receivedBytes_, 0)});
         case PacketType::Disconnect: return end(EndCause::ServerDisconnect, "io server disconnect");
         case PacketType::Error: {
             const std::string told = packet.payload.asString().value_or("");
-            return act(action::Report{
+            return addAction(action::Report{
                 "The server reports an error" + (told.empty() ? "" : ": " + told) + ".",
                 packet.payload});
         }
@@ -263,7 +264,7 @@ void EngineSession::didReceivePing() {
     send(kPong);
 }
 
-void EngineSession::beat() {
+void EngineSession::sendPing() {
     send("2");
     if (!heartbeatDeadline_) heartbeatDeadline_ = now_ + open_.pingTimeout;
     pingDue_ = now_ + open_.pingInterval;
@@ -275,9 +276,9 @@ void EngineSession::handle(const event::Nudge&) {
         if (!nudgeDeadline_)
             nudgeDeadline_ =
                 now_ + std::min<std::chrono::milliseconds>(open_.pingTimeout, kNudgeTimeout);
-        act(action::PingWebSocket{});
+        addAction(action::PingWebSocket{});
     } else if (revision_ == EngineRevision::V3) {
-        beat();
+        sendPing();
     }
 }
 
@@ -290,7 +291,7 @@ void EngineSession::handle(const event::Tick&) {
                                      : "The namespace was not joined in time.");
     }
     if (phase_ == Phase::OpeningWebSocket && isDue(webSocketDeadline_)) {
-        act(action::DropWebSocket{});
+        addAction(action::DropWebSocket{});
         return openPolling();
     }
     // Unread data says nothing about the server.
@@ -298,7 +299,7 @@ void EngineSession::handle(const event::Tick&) {
         return end(EndCause::HeartbeatMissed, "ping timeout");
     if ((phase_ == Phase::Probing || phase_ == Phase::Draining) && isDue(upgradeDeadline_))
         return abandonUpgrade();
-    if (phase_ != Phase::Draining && isDue(pingDue_)) beat();
+    if (phase_ != Phase::Draining && isDue(pingDue_)) sendPing();
     if (isPaused_ && isDue(readOnDue_)) readOnForPing();
 }
 
@@ -343,7 +344,7 @@ void EngineSession::readOnForPing() {
     if (!readOnDue_ || *readOnDue_ > now_) return;
     readOnDue_ =
         now_ + std::max<std::chrono::nanoseconds>(open_.pingTimeout / kPortionsInPatience, 1ms);
-    if (carrier_ == Carrier::WebSocket) return act(action::ReadOn{});
+    if (carrier_ == Carrier::WebSocket) return addAction(action::ReadOn{});
     if (reader_) return readPortion();
     wantsGet_ = !getInFlight_;
 }
@@ -361,7 +362,7 @@ void EngineSession::didReceiveProbeAnswer(std::string_view text) {
 void EngineSession::abandonUpgrade() {
     phase_ = Phase::Joined;
     upgradeDeadline_.reset();
-    act(action::DropWebSocket{});
+    addAction(action::DropWebSocket{});
 }
 
 void EngineSession::finishUpgradeWhenDrained() {
@@ -369,8 +370,8 @@ void EngineSession::finishUpgradeWhenDrained() {
     phase_ = Phase::Joined;
     carrier_ = Carrier::WebSocket;
     upgradeDeadline_.reset();
-    act(action::SendText{"5"});
-    for (auto& text : outgoing_) act(action::SendText{std::move(text)});
+    addAction(action::SendText{"5"});
+    for (auto& text : outgoing_) addAction(action::SendText{std::move(text)});
     outgoing_.clear();
     outgoingBytes_ = 0;
 }
@@ -378,7 +379,7 @@ void EngineSession::finishUpgradeWhenDrained() {
 // Sending
 
 void EngineSession::send(std::string text) {
-    if (carrier_ == Carrier::WebSocket) return act(action::SendText{std::move(text)});
+    if (carrier_ == Carrier::WebSocket) return addAction(action::SendText{std::move(text)});
     outgoingBytes_ += text.size();
     outgoing_.push_back(std::move(text));
 }
@@ -389,7 +390,7 @@ void EngineSession::handle(const event::Emit& message) {
     if (carrier_ == Carrier::WebSocket) {
         send(text);
         for (const Data& each : attachments)
-            act(action::SendBinary{std::string(binaryPrefix(*revision_)) += each.view()});
+            addAction(action::SendBinary{std::string(binaryPrefix(*revision_)) += each.view()});
         return;
     }
     std::vector<std::string> packets{text};
@@ -402,12 +403,12 @@ void EngineSession::handle(const event::Emit& message) {
         return open_.maxPayload && body.sizeWith(packet) > *open_.maxPayload;
     };
     if (std::ranges::any_of(packets, isTooLong))
-        return act(action::Report{"A message is longer than the server accepts.", nullptr});
+        return addAction(action::Report{"A message is longer than the server accepts.", nullptr});
     for (auto& packet : packets) send(std::move(packet));
 }
 
 /// What any event may cause: the next polling requests, and the start and the end of an upgrade.
-void EngineSession::settle() {
+void EngineSession::addFollowUps() {
     if (phase_ == Phase::Draining) finishUpgradeWhenDrained();
     if (phase_ == Phase::Ended || phase_ == Phase::Idle || carrier_ != Carrier::Polling) return;
     const bool mayGet = isPaused_ ? wantsGet_ : !getDue_ || *getDue_ <= now_;
@@ -419,7 +420,7 @@ void EngineSession::settle() {
         const auto patience = phase_ == Phase::OpeningPolling
                                   ? config_.connectTimeout
                                   : open_.pingInterval + open_.pingTimeout;
-        act(action::Get{target("polling"), patience + kGetSlack});
+        addAction(action::Get{target("polling"), patience + kGetSlack});
     }
     if (phase_ == Phase::OpeningPolling) return;
     post();
@@ -429,7 +430,7 @@ void EngineSession::settle() {
         triedUpgrade_ = true;
         phase_ = Phase::Probing;
         upgradeDeadline_ = now_ + std::min(config_.upgradeTimeout, config_.connectTimeout);
-        act(action::OpenWebSocket{target("websocket")});
+        addAction(action::OpenWebSocket{target("websocket")});
     }
 }
 
@@ -443,7 +444,7 @@ void EngineSession::post() {
         outgoing_.pop_front();
     }
     postInFlight_ = true;
-    act(action::Post{target("polling"), writer.take()});
+    addAction(action::Post{target("polling"), writer.take()});
 }
 
 }  // namespace vexim

@@ -33,7 +33,7 @@ struct TransportOptions {
     Endpoint endpoint;
     TrustChoice trust;
     std::optional<ProxyServer> proxy;
-    HeaderList headers;  // the application's
+    HeaderList headers;  // set by the application
     std::size_t maxMessageBytes = std::size_t{16} << 20;
     bool offerDeflate = false;
 };
