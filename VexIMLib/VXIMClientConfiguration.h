@@ -12,6 +12,8 @@
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/URL.h"
 
+class VXIMMetrics;
+
 /// What a client needs before it connects: the application's credentials, the service's origin and
 /// the options of the live connection. Change it on the main thread only.
 ///
@@ -105,6 +107,12 @@ public:
     void setPinnedKeys(std::vector<std::string> pins);
     /// Whether `text` has the form of a pin.
     static bool isPin(std::string_view text) noexcept;
+
+    /// Option "metrics": where the client's connections are counted and, while this is
+    /// `vxim_configuration`, the REST requests. Many configurations may share one. nullptr, the
+    /// default, counts nothing.
+    std::shared_ptr<VXIMMetrics> metrics() const;
+    void setMetrics(const std::shared_ptr<VXIMMetrics>& metrics);
 
     /// The options by name. Read and write them in place; a login does not change them.
     /// docs/socketio.md lists them. docs/guide/trust.md says more about "caFile", "caPEM",

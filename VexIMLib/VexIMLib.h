@@ -46,6 +46,7 @@
 #include "VexIMLib/VXIMGroup.h"
 #include "VexIMLib/VXIMMessage.h"
 #include "VexIMLib/VXIMMessageTarget.h"
+#include "VexIMLib/VXIMMetrics.h"
 #include "VexIMLib/VXIMPassenger.h"
 #include "VexIMLib/VXIMPropertyNameFromSelector.h"
 #include "VexIMLib/VXIMQuery.h"

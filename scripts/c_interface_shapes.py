@@ -24,6 +24,7 @@ TYPES = {
     "rooms": list_of("room"),
     "roomsOrIds": list_of("room", "serviceId"),
     "diagnosis": list_of("diagnosisEvent"),
+    "metricList": list_of("metric"),
     "integers": list_of("integer"),
     "conversations": list_of("conversation"),
     "storedMessages": list_of("storedMessage"),
@@ -63,6 +64,13 @@ OBJECTS = {  # name: (entries, what to know of them)
     "descriptor": ("descriptor: integer", "See [Waiting in an event loop](#waiting-in-an-event-loop)."),
     "configuration": ("appId: string?, installationId: string?, socketURL: string?, nsp: string?", ""),
     "diagnosisEvent": ("time: string, event: string", "`time` as ISO 8601 writes it. Other names tell more of the event."),
+    "metrics": (
+        "text: string, values: metricList",
+        "`text` is Prometheus's text format, version 0.0.4; `values` the same as objects."),
+    "metric": (
+        "name: string, help: string, kind: string, series: array",
+        "`kind` is \"counter\", \"gauge\" or \"histogram\". Each of `series` has `labels` and a `value`, or `count`, `sum` in seconds "
+        "and `buckets`, each with its bound `le` and the `count` up to it."),
     "version": ("version: string, number: number, text: string", "`version` is such as \"1.0.0\"; the others are C++'s constants."),
 }
 

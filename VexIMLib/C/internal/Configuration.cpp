@@ -9,6 +9,11 @@
 
 namespace vexim::c {
 
+const std::shared_ptr<VXIMMetrics>& metricsOfProcess() {
+    static const auto& metrics = *new auto(VXIMMetrics::init());
+    return metrics;
+}
+
 Configuration readConfiguration(std::string_view text) {
     Configuration configuration;
     const auto read = parseJSON(text);
@@ -56,6 +61,7 @@ Configuration readConfiguration(std::string_view text) {
         const Value& value = given->get(option.name);
         if (!value.isNilOrNull()) client->dictionary().set(option.name, value);
     }
+    if (given->get("metrics").boolValue()) client->setMetrics(metricsOfProcess());
     configuration.client = std::move(client);
     return configuration;
 }

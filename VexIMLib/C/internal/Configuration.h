@@ -7,6 +7,7 @@
 
 #include "VexIMLib/C/internal/Errors.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
+#include "VexIMLib/VXIMMetrics.h"
 
 namespace vexim::c {
 
@@ -17,6 +18,9 @@ struct Configuration {
     std::size_t queueBytes = std::size_t{64} * 1024 * 1024;
     std::optional<Problem> problem;
 };
+
+/// What clients that say "metrics" are counted in. Never destroyed.
+const std::shared_ptr<VXIMMetrics>& metricsOfProcess();
 
 Configuration readConfiguration(std::string_view text);
 

@@ -50,8 +50,8 @@ struct Asker {
 /// Appends the result, or returns the problem. Any thread.
 using ImmediateHandler = std::optional<Problem>(const Asker& asker, const Dictionary& arguments,
                                                 std::string& result);
-ImmediateHandler descriptor, status, offlineTemporally, tryLogout, config, diagnose, version,
-    setApplicationInfo, setKeepsFinishedDelegates, setLog;
+ImmediateHandler descriptor, status, offlineTemporally, tryLogout, config, diagnose, metrics,
+    version, setApplicationInfo, setKeepsFinishedDelegates, setLog;
 
 }  // namespace handlers
 }  // namespace vexim::c

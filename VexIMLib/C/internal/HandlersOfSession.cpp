@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string>
 
+#include "VexIMLib/C/internal/Configuration.h"
 #include "VexIMLib/C/internal/Handlers.h"
 #include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
@@ -123,6 +124,13 @@ std::optional<Problem> config(const Asker& asker, const Dictionary&, std::string
 
 std::optional<Problem> diagnose(const Asker& asker, const Dictionary&, std::string& result) {
     write(result, asker.client->diagnose().value());
+    return std::nullopt;
+}
+
+std::optional<Problem> metrics(const Asker&, const Dictionary&, std::string& result) {
+    const auto& metrics = metricsOfProcess();
+    const std::string text = metrics->prometheusText();
+    ObjectWriter(result).add("text", std::string_view(text)).add("values", metrics->value());
     return std::nullopt;
 }
 

@@ -16,7 +16,7 @@ namespace vexim::c {
 
 const std::string_view kConfiguration =
     "appId: string?, clientKey: string?, installationId: string?, socketURL: string?, nsp: string?, "
-    "notifications: boolean?, queueBytes: integer?";
+    "notifications: boolean?, metrics: boolean?, queueBytes: integer?";
 
 const std::string_view kConnectionOptions =
     "forceWebsockets: boolean?, forcePolling: boolean?, transports: strings?, log: boolean?, reconnects: boolean?, "
@@ -129,6 +129,7 @@ constexpr ImmediateOperation kImmediateOperations[] = {
     {"tryLogout", "", "boolean", "Whether a logout waits for the connection to close.", Needs::Client, handlers::tryLogout},
     {"config", "", "configuration", "The configuration: appId, installationId, socketURL and nsp, without the client key.", Needs::Client, handlers::config},
     {"diagnose", "", "diagnosis", "What has happened to the client lately, without secrets: one object for each event.", Needs::Client, handlers::diagnose},
+    {"metrics", "", "metrics", "The figures of all clients whose configuration has `\"metrics\": true`.", Needs::Nothing, handlers::metrics},
     {"version", "", "version", "The version of the library.", Needs::Nothing, handlers::version},
     {"setApplicationInfo", "bundleIdentifier: string?, bundleVersion: string?, systemVersion: string?", "true", "Describes the application in the User-Agent of requests. Call it before any client is made.", Needs::Nothing, handlers::setApplicationInfo},
     {"setKeepsFinishedDelegates", "keeps: boolean", "true", "Whether finished requests are kept until the process ends. Set false in a program that runs for long.", Needs::Nothing, handlers::setKeepsFinishedDelegates},

@@ -13,6 +13,7 @@
 #include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/VXIMClientDelegate.h"
 #include "VexIMLib/VXIMUser.h"
+#include "VexIMLib/internal/Configuration/Meter.h"
 #include "VexIMLib/internal/Foundation/Threads/SharedSlot.h"
 #include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 
@@ -35,6 +36,7 @@ struct VXIMClient::Impl {
 
     // Main thread.
     std::weak_ptr<VXIMClientDelegate> delegate;
+    std::shared_ptr<vexim::Meter> meter;  // the last login's; nullptr: nothing is counted
     // the pending login's; dropped when another login begins
     VXIMBooleanCompletion openCompletionBlock;
     // the same, for whoever waits for the login; called at most once
@@ -50,6 +52,10 @@ struct VXIMClient::Impl {
     std::optional<vexim::Dictionary> messages;
 
     void enter(VXIMClientStatus next);
+    template <class Label>
+    void count(vexim::Metric metric, Label label) const {
+        if (meter) meter->add(metric, label);
+    }
     /// The connection ended before the login was answered, and no reconnect will follow.
     void loginCannotBeAnswered(const vexim::ErrorPtr& cause);
 

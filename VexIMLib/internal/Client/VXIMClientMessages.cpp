@@ -180,6 +180,8 @@ ErrorPtr VXIMClient::say(Dictionary payload) {
     const auto socket = socketio();
     const ErrorPtr refused =
         socket ? socket->tryEmit("say", {std::move(payload)}) : vexim::errors::disconnected();
+    impl_->count(vexim::Metric::MessagesSent,
+                 refused ? vexim::SendOutcome::Refused : vexim::SendOutcome::Taken);
     if (!refused) return nullptr;
     const bool isGone =
         !socket || refused->is(vexim::kSocketIOErrorDomain, vexim::SocketIOErrorNotConnected);
@@ -245,10 +247,12 @@ void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress,
 }
 
 void VXIMClient::didReceivePeerMessage(const Value& payload) {
+    impl_->count(vexim::Metric::MessagesReceived, vexim::MessageKind::Peer);
     didReceiveMessage(messageFrom(payload));
 }
 
 void VXIMClient::didReceiveOwnMessage(const Value& payload) {
+    impl_->count(vexim::Metric::MessagesReceived, vexim::MessageKind::Own);
     const MessagePtr message = messageFrom(payload);
     VXIMMessageTarget& sender = *message->sender();
     const VXIMMessageTarget& receiver = *message->receiver();
@@ -263,6 +267,7 @@ void VXIMClient::didReceiveOwnMessage(const Value& payload) {
 }
 
 void VXIMClient::didReceiveSystemMessage(const Value& payload) {
+    impl_->count(vexim::Metric::MessagesReceived, vexim::MessageKind::System);
     const MessagePtr message = messageFrom(payload);
     message->sender()->setType(VXIMMessageTargetTypeSystem);
     message->receiver()->setType(VXIMMessageTargetTypeUnknown);

@@ -158,6 +158,7 @@ void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompleti
 
     Dictionary options = impl_->config->dictionary();
     options.set("connectParams", Dictionary{{"auth", authText}});
+    impl_->meter = vexim::Meter::of(options);
     const auto socket = impl_->makeSocket(impl_->config->socketURL(), options);
     impl_->socketio.set(socket);
     socket->recordInto(impl_->record);
@@ -266,6 +267,8 @@ void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error
     impl_->record->add("login answered",
                        error ? Dictionary{{"accepted", success}, {"code", error->code()}}
                              : Dictionary{{"accepted", success}});
+    impl_->count(vexim::Metric::Logins,
+                 success ? vexim::LoginOutcome::Accepted : vexim::LoginOutcome::Refused);
     const bool isFirst = std::exchange(impl_->isLoginPending, false);
     impl_->tellWhyNotOpened = nullptr;
     if (!success) {  // a reconnect or a resume may have changed it

@@ -7,6 +7,7 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/Foundation/Value.h"
+#include "VexIMLib/VXIMMetrics.h"
 #include "VexIMLib/internal/Foundation/Text/Base64.h"
 #include "VexIMLib/internal/Foundation/Threads/SharedSlot.h"
 
@@ -105,6 +106,18 @@ void VXIMClientConfiguration::setPinnedKeys(std::vector<std::string> pins) {
         dictionary().set("pinnedKeys", vexim::Array::fromStrings(pins));
     }
     pinnedKeys_ = std::move(pins);
+}
+
+std::shared_ptr<VXIMMetrics> VXIMClientConfiguration::metrics() const {
+    return dictionary().get("metrics").as<VXIMMetrics>();
+}
+
+void VXIMClientConfiguration::setMetrics(const std::shared_ptr<VXIMMetrics>& metrics) {
+    if (metrics) {
+        dictionary().set("metrics", metrics);
+    } else {
+        dictionary().remove("metrics");
+    }
 }
 
 const vexim::Class& VXIMClientConfiguration::runtimeClass() const {

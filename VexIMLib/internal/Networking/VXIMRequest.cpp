@@ -7,6 +7,7 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
+#include "VexIMLib/internal/Configuration/Meter.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
 #include "VexIMLib/internal/Platform/Facts/DeviceInfo.h"
 #include "VexIMLib/internal/Platform/Files/InputStream.h"
@@ -28,6 +29,12 @@ std::string escapedQueryValue(const vexim::Value& value) {
         "a query value must be a string: stringByAddingPercentEscapesUsingEncoding: is an unrecognized "
         "selector of " +
             value.description());
+}
+
+/// The shared configuration's; empty when there is none.
+vexim::Dictionary sharedOptions() {
+    const auto configuration = vxim_configuration.get();
+    return configuration ? std::as_const(*configuration).dictionary() : vexim::Dictionary{};
 }
 
 }  // namespace
@@ -64,11 +71,7 @@ std::optional<std::string> VXIMRequest::baseUrl() const {
     return configuration->socketURL()->absoluteString();
 }
 
-vexim::TrustChoice VXIMRequest::trust() const {
-    auto configuration = vxim_configuration.get();
-    return configuration ? vexim::TrustChoice::of(std::as_const(*configuration).dictionary())
-                         : vexim::TrustChoice::of(vexim::TrustOptions{});
-}
+vexim::TrustChoice VXIMRequest::trust() const { return vexim::TrustChoice::of(sharedOptions()); }
 
 std::optional<std::string> VXIMRequest::composeQueryString(const vexim::Value& params) const {
     const auto* dictionary = params.asDictionary();
@@ -131,7 +134,9 @@ vexim::Dictionary VXIMRequest::buildHeaders() {
 vexim::URLRequest VXIMRequest::urlRequest() {
     vexim::URLRequest request;
     request.url = composeURLWithPath(path_, queryParams_ ? vexim::Value(*queryParams_) : nullptr);
-    request.trust = trust();
+    const auto options = sharedOptions();
+    request.trust = vexim::TrustChoice::of(options);
+    request.meter = vexim::Meter::of(options);
     request.method = method_;
     request.shouldHandleCookies = false;
     const auto headers = buildHeaders();

@@ -8,6 +8,8 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/Random.h"
+#include "VexIMLib/VXIMClientConfiguration.h"
+#include "VexIMLib/internal/Configuration/Meter.h"
 #include "VexIMLib/internal/Networking/NetworkingErrors.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
@@ -59,6 +61,10 @@ void VXIMRequest::sendWithCompletion(VXIMResultCompletion completion) {
 
 void VXIMRequest::makeDelayedRetry(std::function<void()> retry) {
     ++retryCount_;
+    if (const auto configuration = vxim_configuration.get()) {
+        if (const auto meter = vexim::Meter::of(std::as_const(*configuration).dictionary()))
+            meter->add(vexim::Metric::RequestRetries, 0);
+    }
     vexim::MainQueue::shared().after(retryDelay(vexim::Random::shared()->next32()),
                                      std::move(retry));
 }

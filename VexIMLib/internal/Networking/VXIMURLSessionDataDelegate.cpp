@@ -5,9 +5,24 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Configuration/Meter.h"
 #include "VexIMLib/internal/Networking/NetworkingErrors.h"
 #include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 #include "VexIMLib/internal/Platform/Facts/URLErrors.h"
+
+namespace {
+
+/// `error` is the transport's.
+vexim::RequestOutcome outcomeOf(std::int64_t status, const vexim::ErrorPtr& error) {
+    using vexim::RequestOutcome;
+    if (error && error->is(vexim::kURLErrorDomain, vexim::URLErrorCancelled))
+        return RequestOutcome::Cancelled;
+    if (error || status == 0) return RequestOutcome::NoAnswer;
+    if (status >= 200 && status < 300) return RequestOutcome::Success;
+    return status >= 400 && status < 500 ? RequestOutcome::Refused : RequestOutcome::Failed;
+}
+
+}  // namespace
 
 const std::shared_ptr<vexim::OutputStream>& VXIMURLSessionDataDelegate::outputStream() {
     if (!outputStream_) outputStream_ = vexim::OutputStream::toMemory();
@@ -22,6 +37,7 @@ void VXIMURLSessionDataDelegate::addStateObserverForTask(
                               static_cast<int>(vexim::URLSessionTaskState::Running))
                               return;
                           startDate_ = vexim::Date::now();
+                          if (meter_) beganAt_ = vexim::Clock::shared()->now();
                           object.removeObserver(this, "state");
                       });
 }
@@ -107,6 +123,7 @@ void VXIMURLSessionDataDelegate::taskDidSendBodyData(vexim::URLSessionTask&, std
 
 void VXIMURLSessionDataDelegate::taskDidCompleteWithError(vexim::URLSessionTask& task,
                                                           const vexim::ErrorPtr& error) {
+    if (meter_) count(task, error);
     error_ = error;
     if (error_ && error_->is(vexim::kURLErrorDomain, vexim::URLErrorCancelled)) {
         auto streamError = outputStream()->streamError();
@@ -127,6 +144,17 @@ void VXIMURLSessionDataDelegate::taskDidCompleteWithError(vexim::URLSessionTask&
                 startDate_.value_or(vexim::Date()).timeIntervalSince1970();
     logFailedTask(task, error_);
     deliver(result_, error_);
+}
+
+void VXIMURLSessionDataDelegate::count(const vexim::URLSessionTask& task,
+                                       const vexim::ErrorPtr& error) const {
+    using vexim::Metric;
+    const auto duration = vexim::Clock::shared()->now() - beganAt_;
+    meter_->observe(Metric::RequestDuration,
+                    static_cast<std::size_t>(outcomeOf(statusOfTask(task), error)), duration);
+    meter_->add(Metric::RequestsSentBytes, 0, static_cast<std::uint64_t>(task.countOfBytesSent()));
+    meter_->add(Metric::RequestsReceivedBytes, 0,
+                static_cast<std::uint64_t>(task.countOfBytesReceived()));
 }
 
 std::int64_t VXIMURLSessionDataDelegate::statusOfTask(const vexim::URLSessionTask& task) {

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 
+#include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/Foundation/Data.h"
 #include "VexIMLib/Foundation/Date.h"
 #include "VexIMLib/Foundation/Error.h"
@@ -15,6 +16,10 @@
 #include "VexIMLib/internal/Platform/Loading/URLSession.h"
 
 class VXIMTransfer;
+
+namespace vexim {
+class Meter;
+}
 
 /// One task's delegate: collects the body in memory, turns a status outside 2xx into an error and
 /// delivers the completion on the main queue. Everything but the factory and the setters runs on
@@ -49,6 +54,9 @@ public:
     /// Seconds from `startDate` to completion.
     double duration() const noexcept { return duration_; }
 
+    /// Where to count the task; nullptr, as at first, counts it nowhere.
+    void setMeter(std::shared_ptr<vexim::Meter> meter) noexcept { meter_ = std::move(meter); }
+
     /// Waits until the task reports that it runs, to set `startDate`.
     void addStateObserverForTask(const std::shared_ptr<vexim::URLSessionTask>& task);
 
@@ -82,6 +90,7 @@ protected:
     const std::shared_ptr<VXIMTransfer>& transfer() const noexcept { return transfer_; }
 
 private:
+    void count(const vexim::URLSessionTask& task, const vexim::ErrorPtr& error) const;
     void deliver(vexim::Value result, vexim::ErrorPtr error);
 
     VXIMResultCompletion completionBlock_;
@@ -90,5 +99,7 @@ private:
     vexim::ErrorPtr error_;
     std::optional<vexim::Date> startDate_;
     double duration_ = 0;
+    std::shared_ptr<vexim::Meter> meter_;
+    vexim::Clock::TimePoint beganAt_;  // with a meter only
     std::shared_ptr<VXIMTransfer> transfer_;
 };

@@ -63,6 +63,7 @@ void VXIMURLSessionManager::setDelegateForTask(std::shared_ptr<VXIMURLSessionDat
                                                const TaskPtr& task) {
     vexim::MutexLock lock(taskDelegatesMutex_);
     delegate->addStateObserverForTask(task);
+    delegate->setMeter(task->originalRequest()->meter);
     task->setIsHeardQuickly(false);
     taskDelegatesMap_.insert_or_assign(task->taskIdentifier(), std::move(delegate));
 }

@@ -30,7 +30,7 @@ LOGINS_OF_BOB = [
 
 class SessionTest(LiveCase):
     async def test_every_kind_of_login_and_its_refusal(self):
-        async with self.client() as client, asyncio.timeout(LONG):
+        async with self.client(options={"metrics": True}) as client, asyncio.timeout(LONG):
             for credentials in LOGINS_OF_BOB:
                 with self.subTest(credentials):
                     await client.login(**credentials)
@@ -38,6 +38,11 @@ class SessionTest(LiveCase):
             with self.assertRaises(vexim.LoginError) as raised:
                 await client.login(username="bob", password="wrong")
             self.assertGreater(raised.exception.code, 0)
+            accepted = len(LOGINS_OF_BOB)
+            metrics = vexim.metrics()
+            self.assertIn(f'vexim_logins_total{{outcome="accepted"}} {accepted}\nvexim_logins_total{{outcome="refused"}} 1\n', str(metrics))
+            logins = next(metric for metric in metrics.values if metric["name"] == "vexim_logins_total")
+            self.assertEqual([series["value"] for series in logins["series"]], [accepted, 1])
 
     async def test_a_service_that_is_not_there_is_a_network_error(self):
         gone = Service()
@@ -162,7 +167,7 @@ class ReachTest(LiveCase):
         await self.tell_of_trouble()
         if HAS_STORE:
             await tell_the_store(self)
-        for operation, arguments in {"version": {}, "setLog": {"level": None}, "setKeepsFinishedDelegates": {"keeps": False},
+        for operation, arguments in {"version": {}, "metrics": {}, "setLog": {"level": None}, "setKeepsFinishedDelegates": {"keeps": False},
                                      "setApplicationInfo": {"bundleVersion": "7"}}.items():
             execute(CheckedLibrary(), 0, operation, **arguments)
         unseen = {path for path in CheckedLibrary.unseen() if HAS_STORE or not CheckedLibrary.is_of_store(path)}

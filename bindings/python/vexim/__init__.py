@@ -25,6 +25,7 @@ TYPE_CHECKING = False  # type checkers take it for true; importing typing would 
 if TYPE_CHECKING:
     from . import sync as sync
     from ._library import library_version as library_version
+    from ._library import metrics as metrics
     from ._library import set_application_info as set_application_info
     from ._library import set_log as set_log
     from .client import Client as Client
@@ -61,6 +62,7 @@ if TYPE_CHECKING:
     from .models import Group as Group
     from .models import Media as Media
     from .models import Message as Message
+    from .models import Metrics as Metrics
     from .models import Passenger as Passenger
     from .models import Room as Room
     from .models import Status as Status
@@ -90,13 +92,13 @@ _HOMES = {
         "OtherEvent", "PresenceChanged", "Reconnecting", "StoreDamaged", "StoreTrouble", "Stream",
     ),
     "models": (
-        "Diagnosis", "DiagnosisEvent", "Friend", "Group", "Media", "Message", "Passenger", "Room", "Status", "User",
+        "Diagnosis", "DiagnosisEvent", "Friend", "Group", "Media", "Message", "Metrics", "Passenger", "Room", "Status", "User",
     ),
     "store": ("Observation", "Store"),
     "stored": (
         "Conversation", "Gap", "ListChange", "Peer", "Position", "State", "StoreDamage", "StoredMessage",
     ),
-    "_library": ("library_version", "set_application_info", "set_log"),
+    "_library": ("library_version", "metrics", "set_application_info", "set_log"),
 }
 _HOME_OF = {name: home for home, names in _HOMES.items() for name in names}
 

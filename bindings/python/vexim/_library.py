@@ -10,6 +10,11 @@ from typing import Any, Protocol
 
 from .errors import LibraryNotFoundError, error_from
 
+TYPE_CHECKING = False  # as in __init__.py
+
+if TYPE_CHECKING:
+    from .models import Metrics
+
 NAME = "libvexim-c.so.1"
 NAME_WITH_STORE = "libvexim-c-store.so.1"
 _BENEATH = ("libVexIMLib.so.1", "libVexIMLibStore.so.1")
@@ -112,6 +117,13 @@ def library_version() -> str:
     """The version of the C library that is used, such as "1.0.0". Raises `LibraryNotFoundError`."""
     result = execute(load(), 0, "version")
     return str(result.get("version")) if isinstance(result, dict) else ""
+
+
+def metrics() -> Metrics:
+    """The figures of all clients that were given `options={"metrics": True}`. Call it from any thread."""
+    from .models import metrics_from
+
+    return metrics_from(execute(load(), 0, "metrics"))
 
 
 def set_application_info(

@@ -149,6 +149,19 @@ class Diagnosis:
         )
 
 
+@dataclass(frozen=True, slots=True)
+class Metrics:
+    """What the clients of this process have done: connections, messages, bytes, times of requests, queues."""
+
+    text: str
+    """What a Prometheus server reads; answer it with the type "text/plain; version=0.0.4; charset=utf-8"."""
+    values: Sequence[Mapping[str, Any]] = field(hash=False)
+    """The same, a mapping a metric: "name", "help", "kind" and "series"."""
+
+    def __str__(self) -> str:
+        return self.text
+
+
 # From what the C library gives. What is missing or of another type than expected reads as absent, as it does in C++.
 
 
@@ -269,3 +282,9 @@ def diagnosis_from(items: Any) -> Diagnosis:
         details = dict(_mapping(item))
         events.append(DiagnosisEvent(str(details.pop("time", "")), str(details.pop("event", "")), details))
     return Diagnosis(tuple(events))
+
+
+def metrics_from(record: Any) -> Metrics:
+    given = _mapping(record)
+    values = given.get("values")
+    return Metrics(str(given.get("text", "")), tuple(map(_mapping, values if isinstance(values, list) else [])))

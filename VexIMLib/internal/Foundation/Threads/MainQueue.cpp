@@ -9,6 +9,7 @@
 
 #include "VexIMLib/Foundation/UntoldError.h"
 #include "VexIMLib/internal/Foundation/Threads/MainQueueImpl.h"
+#include "VexIMLib/internal/Foundation/Threads/MainQueueLength.h"
 
 namespace vexim {
 
@@ -21,11 +22,20 @@ struct Waiter {
     std::exception_ptr failure;
 };
 
+// Only the metrics ask for it, so it is not part of the public class.
+std::size_t (*lengthOfShared)() = nullptr;
+
 bool isFirstThreadOfProcess() { return static_cast<pid_t>(syscall(SYS_gettid)) == getpid(); }
 
 }  // namespace
 
-MainQueue::MainQueue() : impl_(std::make_unique<Impl>()) {}
+MainQueue::MainQueue() : impl_(std::make_unique<Impl>()) {
+    lengthOfShared = [] {
+        auto& impl = *shared().impl_;
+        const MutexLock lock(impl.mutex);
+        return impl.queue.size();
+    };
+}
 MainQueue::~MainQueue() = default;
 
 MainQueue& MainQueue::shared() {
@@ -36,6 +46,11 @@ MainQueue& MainQueue::shared() {
 
 void MainQueue::async(Function function) {
     if (function) impl_->append({0, std::move(function), nullptr});
+}
+
+std::size_t detail::mainQueueLength() {
+    MainQueue::shared();  // sets it
+    return lengthOfShared();
 }
 
 void detail::asyncSteps(std::function<bool()> step) {

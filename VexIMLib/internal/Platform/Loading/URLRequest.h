@@ -13,6 +13,8 @@
 
 namespace vexim {
 
+class Meter;
+
 /// What a task asks for. A value; copies share the body.
 struct URLRequest {
     /// Without a URL the task fails with -1000; with a scheme other than http and https it fails
@@ -39,6 +41,8 @@ struct URLRequest {
     /// Checks the certificates of the server and of all redirections. Without one the system's
     /// authorities are used. If it has an error, the task fails with -1200 before anything is sent.
     TrustChoice trust;
+    /// Who counts it; nullptr: nobody.
+    std::shared_ptr<Meter> meter;
 };
 
 }  // namespace vexim

@@ -24,6 +24,10 @@ std::size_t Outbox::cost(const EncodedPacket& packet) noexcept {
     return bytes;
 }
 
+std::size_t Outbox::overhead(const Front& front) noexcept {
+    return kHeadBytes + front.attachments * sizeof(Data);
+}
+
 void Outbox::push(const EncodedPacket& packet) {
     const std::size_t needed = kHeadBytes + packet.text.size();
     if (blocks_.empty() || blocks_.back().bytes.size() + needed > kBlockBytes) {

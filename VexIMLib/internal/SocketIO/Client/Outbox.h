@@ -32,6 +32,8 @@ public:
     static std::size_t cost(const EncodedPacket& packet) noexcept;
     static std::size_t cost(std::string_view text) noexcept;
     static std::size_t cost(const Data& attachment) noexcept;
+    /// What of the first one's is not its own length.
+    static std::size_t overhead(const Front& front) noexcept;
 
 private:
     struct Block {

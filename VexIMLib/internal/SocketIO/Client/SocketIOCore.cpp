@@ -14,6 +14,14 @@ constexpr std::size_t kMostUnheard = 10'000;
 // The memory of an event besides its text. For short events that is nearly all of it, and a server
 // can send millions of them.
 constexpr std::size_t kDeliveryBytes = 256;
+
+EmitRefusal refusedAs(SocketIOErrorCode code, bool isQueueFull) {
+    return code == SocketIOErrorNotConnected ? EmitRefusal::NotConnected
+           : isQueueFull                     ? EmitRefusal::QueueFull
+           : code == SocketIOErrorTooLarge   ? EmitRefusal::TooLong
+                                             : EmitRefusal::NotEncodable;
+}
+
 std::string quoted(std::string_view event) { return "\"" + std::string(event) + "\""; }
 
 // Practically forever, without overflow.
@@ -203,7 +211,8 @@ void SocketIOCore::sendAck(Epoch epoch, std::uint64_t id, const Array& items) {
     pushEvent("error", errorArguments(refusal(encoded.fault, fault, "An acknowledgement")));
 }
 
-ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault, std::string_view what) {
+ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault,
+                               std::string_view what) const {
     SocketIOErrorCode code = SocketIOErrorNotEncodable;
     const char* why = "";
     switch (encodeFault) {
@@ -225,6 +234,7 @@ ErrorPtr SocketIOCore::refusal(EncodeFault encodeFault, EmitFault fault, std::st
             code = SocketIOErrorTooLarge, why = "it has too many attachments";
             break;
     }
+    if (meter_) meter_->add(Metric::EmitsRefused, refusedAs(code, fault == EmitFault::QueueFull));
     Dictionary userInfo{
         {kLocalizedDescriptionKey, std::string(what) + " was not sent: " + why + "."},
         {kLocalizedFailureReasonKey, why}};
@@ -294,6 +304,7 @@ bool SocketIOCore::deliverSome(bool isContinued) {
             std::ranges::move(inbox_, std::back_inserter(ready_));
             inbox_.clear();
         }
+        undeliveredReady_ = ready_.size() - nextReady_;
         deliveryScheduled_ = false;
     }
     // Even if a handler throws, the rest stays in line. Inside a handler, its own event is already
@@ -310,6 +321,7 @@ bool SocketIOCore::deliverSome(bool isContinued) {
             // While events keep coming, reuse the memory of their list; an idle connection keeps
             // none.
             if (isThrough && core.inbox_.empty()) std::vector<Delivery>().swap(core.ready_);
+            core.undeliveredReady_ = core.ready_.size() - core.nextReady_;
             core.countDelivered();
         }
     } turn{*this};
@@ -339,6 +351,23 @@ Clock::TimePoint::duration SocketIOCore::pausedFor(Clock::TimePoint now) const {
 void SocketIOCore::endPause() {
     if (pausedSince_) pausedBefore_ = pausedFor(Clock::shared()->now());
     pausedSince_.reset();
+}
+
+void SocketIOCore::addLevels(Meter::Figures& figures) const {
+    const auto add = [&](Metric metric, std::size_t amount, std::size_t label = 0) {
+        figures[Meter::slot(metric, label)] += amount;
+    };
+    const MutexLock lock(mutex_);
+    const auto status = status_.load();
+    const auto state = status == SocketIOStatusConnected    ? ConnectionState::Connected
+                       : status == SocketIOStatusConnecting ? ConnectionState::Connecting
+                                                            : ConnectionState::Disconnected;
+    add(Metric::Connections, 1, static_cast<std::size_t>(state));
+    add(Metric::ConnectionsPaused, pausedSince_ ? 1 : 0);
+    add(Metric::SendQueueEvents, queuedMessages_);
+    add(Metric::SendQueueBytes, queuedBytes_);
+    add(Metric::UndeliveredEvents, inbox_.size() + undeliveredReady_);
+    add(Metric::UndeliveredBytes, undeliveredBytes_);
 }
 
 void SocketIOCore::deliver(const Delivery& delivery) {

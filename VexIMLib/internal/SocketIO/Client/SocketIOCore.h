@@ -33,7 +33,8 @@ namespace vexim {
 /// Each connection has an epoch. connect(), disconnect() and each loss start a new one. Reports of
 /// the network thread from an older epoch are dropped.
 class SocketIOCore final : public std::enable_shared_from_this<SocketIOCore>,
-                           private SocketIOLink::Owner {
+                           private SocketIOLink::Owner,
+                           private Meter::Source {
 public:
     SocketIOCore(std::optional<Endpoint> endpoint, SocketIOOptions options);
     ~SocketIOCore();
@@ -73,6 +74,10 @@ private:
         SocketIOClient::AckCallback callback;
         std::optional<Clock::TimePoint> deadline;
     };
+    struct Sent {
+        std::size_t events = 0;
+        std::size_t bytes = 0;
+    };
     enum class EmitFault : std::uint8_t {
         None,
         NotConnected,
@@ -107,7 +112,8 @@ private:
     void countUndelivered(Delivery& delivery) VEXIM_REQUIRES(mutex_);
     void pushEvent(const char* event, Array arguments) VEXIM_REQUIRES(mutex_);
     void failAcks(SocketIOErrorCode code) VEXIM_REQUIRES(mutex_);
-    static ErrorPtr refusal(EncodeFault encodeFault, EmitFault fault, std::string_view what);
+    ErrorPtr refusal(EncodeFault encodeFault, EmitFault fault, std::string_view what) const;
+    void addLevels(Meter::Figures& figures) const override;
     Outbox beginEpoch(SocketIOStatus status) VEXIM_REQUIRES(mutex_);
     Clock::TimePoint::duration pausedFor(Clock::TimePoint now) const VEXIM_REQUIRES(mutex_);
     void endPause() VEXIM_REQUIRES(mutex_);
@@ -127,6 +133,8 @@ private:
     void scheduleReconnect(Epoch epoch);
     void didGiveUp() VEXIM_REQUIRES(mutex_);
     void pump();
+    std::size_t emitNext(Outbox& outbox, Sent& sent);
+    void count(const Sent& sent);
     void armAckTimer();
     void expireAcks();
     void flushTurn();
@@ -144,6 +152,7 @@ private:
     std::shared_ptr<EventRecord> record_;  // constant once connected; may be nullptr
     const std::optional<Endpoint> endpoint_;
     const SocketIOOptions options_;
+    Meter* const meter_ = options_.meter.get();  // nullptr: nothing is counted
     EventHandlers handlers_;
     std::atomic<SocketIOStatus> status_{SocketIOStatusNotConnected};  // written with the mutex held
 
@@ -160,6 +169,8 @@ private:
     bool pumpScheduled_ VEXIM_GUARDED_BY(mutex_) = false;
     std::vector<Delivery> inbox_ VEXIM_GUARDED_BY(mutex_);
     std::size_t undeliveredBytes_ VEXIM_GUARDED_BY(mutex_) = 0;
+    // of `ready_`, as its last turn left it
+    std::size_t undeliveredReady_ VEXIM_GUARDED_BY(mutex_) = 0;
     bool deliveryScheduled_ VEXIM_GUARDED_BY(mutex_) = false;
     // reading is paused until the application catches up
     std::optional<Clock::TimePoint> pausedSince_ VEXIM_GUARDED_BY(mutex_);
@@ -182,8 +193,9 @@ private:
     bool joined_ = false;
     bool notedImpostor_ = false;  // of this link
     std::optional<Clock::TimePoint> joinedAt_;
-    std::uint32_t attempt_ = 0;  // attempts since the last stable connection
-    bool reconnecting_ = false;  // the link or the wait for it follows a loss
+    Clock::TimePoint attemptedAt_;  // with a meter only
+    std::uint32_t attempt_ = 0;     // attempts since the last stable connection
+    bool reconnecting_ = false;     // the link or the wait for it follows a loss
     bool preferWebSocket_ = false;
     std::optional<Epoch> waitingFor_;  // the epoch that waits for the next attempt
     Outbox sending_;
@@ -194,6 +206,8 @@ private:
     std::unique_ptr<NetworkTimer> goodbyeTimer_;
     std::unique_ptr<NetworkTimer> ackTimer_;
     std::optional<Clock::TimePoint> ackArmedFor_;
+
+    const MeterSourceRegistration registration_{options_.meter, *this};  // the first to go
 };
 
 }  // namespace vexim

@@ -25,13 +25,15 @@ constexpr std::chrono::milliseconds kBeforeGoodbye{50};
 /// and are an error from a server.
 bool isOwnEvent(std::string_view event) { return event == "error" || event == "reconnect"; }
 
+AttemptKind attemptKind(bool isReconnecting) {
+    return isReconnecting ? AttemptKind::Reconnect : AttemptKind::First;
+}
+
 /// Leave out the server's own words.
 Dictionary describeEnd(const action::Ended& ended, bool wasJoined) {
-    constexpr const char* kCauses[] = {"asked",          "server disconnect", "refused",
-                                       "connect failed", "connection lost",   "heartbeat missed",
-                                       "protocol fault", "limit passed"};
-    static_assert(static_cast<int>(EndCause::LimitPassed) == 7);
-    Dictionary details{{"cause", kCauses[static_cast<std::size_t>(ended.cause)]},
+    static_assert(static_cast<std::size_t>(EndCause::LimitPassed) + 1 ==
+                  std::size(kConnectionEndCauses));
+    Dictionary details{{"cause", kConnectionEndCauses[static_cast<std::size_t>(ended.cause)]},
                        {"joined", wasJoined}};
     if (ended.cause != EndCause::Refused) details.set("reason", ended.why);
     if (const Value status = ended.detail.get("status"); status.isNumber())
@@ -86,6 +88,7 @@ void SocketIOCore::startLink(Epoch epoch) {
     {
         const Section section(*this);
         if (epoch != epoch_) return;
+        if (meter_) meter_->add(Metric::ConnectionAttempts, attemptKind(reconnecting_));
         session.nsp = nsp_;
         session.nspQuery = nspQuery_;
         if (hindrance) {
@@ -95,6 +98,7 @@ void SocketIOCore::startLink(Epoch epoch) {
             didGiveUp();
         }
     }
+    if (hindrance && meter_) meter_->add(Metric::ConnectionsEnded, EndCause::ConnectFailed);
     if (hindrance)
         return note("ended", {{"cause", "connect failed"},
                               {"joined", false},
@@ -107,6 +111,7 @@ void SocketIOCore::startLink(Epoch epoch) {
     waitingFor_.reset();
     emittedAt_.reset();
     linkEpoch_ = epoch;
+    if (meter_) attemptedAt_ = Clock::shared()->now();
     joined_ = false;
     notedImpostor_ = false;
     note("connecting", {{"to", endpoint_->authorityWithPort()},
@@ -125,8 +130,10 @@ void SocketIOCore::stopLink(Outbox leftover) {
     if (!link_) return;
     const auto now = Clock::shared()->now();
     if (!sending_.empty() || !leftover.empty()) emittedAt_ = now;
-    while (!sending_.empty() && link_->canEmit()) link_->emitFrom(sending_);
-    while (sending_.empty() && !leftover.empty() && link_->canEmit()) link_->emitFrom(leftover);
+    Sent sent;
+    while (!sending_.empty() && link_->canEmit()) emitNext(sending_, sent);
+    while (sending_.empty() && !leftover.empty() && link_->canEmit()) emitNext(leftover, sent);
+    count(sent);
     sending_.clear();
     const auto quiet =
         emittedAt_ ? *emittedAt_ + kBeforeGoodbye - now : Clock::TimePoint::duration::zero();
@@ -177,9 +184,24 @@ void SocketIOCore::didGiveUp() {
     if (std::exchange(reconnecting_, false)) pushEvent("disconnect", {"reconnect failed"});
 }
 
+std::size_t SocketIOCore::emitNext(Outbox& outbox, Sent& sent) {
+    const std::size_t overhead = meter_ ? Outbox::overhead(outbox.front()) : 0;
+    const std::size_t cost = link_->emitFrom(outbox);
+    ++sent.events;
+    sent.bytes += cost - overhead;
+    return cost;
+}
+
+void SocketIOCore::count(const Sent& sent) {
+    if (!meter_ || sent.events == 0) return;
+    meter_->add(Metric::EventsSent, 0, sent.events);
+    meter_->add(Metric::EventsSentBytes, 0, sent.bytes);
+}
+
 void SocketIOCore::pump() {
     std::size_t bytes = 0;
     std::size_t messages = 0;
+    Sent sent;
     for (;;) {
         {
             const MutexLock lock(mutex_);
@@ -195,12 +217,13 @@ void SocketIOCore::pump() {
             }
         }
         while (link_ && link_->canEmit() && !sending_.empty()) {
-            bytes += link_->emitFrom(sending_);
+            bytes += emitNext(sending_, sent);
             ++messages;
         }
         if (link_) link_->flush();
         emittedAt_ = Clock::shared()->now();
     }
+    count(sent);
     // Check last: events queued while this ran have not started another run.
     armAckTimer();
 }
@@ -209,6 +232,10 @@ void SocketIOCore::linkDidJoin(const action::Joined& joined) {
     note("joined", {{"revision", joined.revision == EngineRevision::V3 ? 3 : 4}});
     joined_ = true;
     joinedAt_ = Clock::shared()->now();
+    if (meter_) {
+        meter_->add(Metric::ConnectionsJoined, attemptKind(reconnecting_));
+        meter_->observe(Metric::ConnectDuration, 0, *joinedAt_ - attemptedAt_);
+    }
     reconnecting_ = false;
     preferWebSocket_ = false;
     flushTurn();
@@ -259,6 +286,12 @@ void SocketIOCore::noteImpostor(std::string_view event) {
 
 void SocketIOCore::flushTurn() {
     if (turn_.empty()) return;
+    if (meter_) {
+        std::size_t bytes = 0;
+        for (const auto& delivery : turn_) bytes += delivery.bytes;
+        meter_->add(Metric::EventsReceived, 0, turn_.size());
+        meter_->add(Metric::EventsReceivedBytes, 0, bytes);
+    }
     const Section section(*this);
     if (linkEpoch_ != epoch_)
         std::erase_if(turn_, [](const Delivery& delivery) { return !delivery.callback; });
@@ -320,6 +353,7 @@ void SocketIOCore::linkDidEnd(const action::Ended& ended) {
         Clock::shared()->now() - *joinedAt_ >= options_.reconnect.stableAfter)
         attempt_ = 0;
     note("ended", describeEnd(ended, wasJoined));
+    if (meter_) meter_->add(Metric::ConnectionsEnded, ended.cause);
 
     const bool isFinal = ended.cause == EndCause::Asked ||
                          ended.cause == EndCause::ServerDisconnect ||

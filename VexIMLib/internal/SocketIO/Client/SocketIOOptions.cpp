@@ -115,6 +115,11 @@ const std::unordered_map<std::string_view, Reader>& readers() {
         {"log", boolean([](Reading& r, bool on) { r.options.log = on; })},
         {"secure", boolean([](Reading& r, bool on) { r.options.secure = on; })},
         {"selfSigned", boolean([](Reading&, bool) {})},
+        {"metrics",
+         [](const Value& value, Reading& reading) {
+             reading.options.meter = Meter::of(value);
+             return reading.options.meter != nullptr;
+         }},
         {"compress", boolean([](Reading& r, bool on) { r.options.transport.offerDeflate = on; })},
         {"reconnects", boolean([](Reading& r, bool on) { r.options.reconnect.enabled = on; })},
         {"reconnectAttempts", integer([](Reading& r, std::int64_t count) {

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/URL.h"
+#include "VexIMLib/internal/Configuration/Meter.h"
 #include "VexIMLib/internal/SocketIO/Protocol/EngineSession.h"
 #include "VexIMLib/internal/SocketIO/Protocol/ReconnectPolicy.h"
 #include "VexIMLib/internal/SocketIO/Transports/Transport.h"
@@ -20,6 +22,7 @@ struct SocketIOOptions {
     ReconnectPolicy reconnect;
     bool secure = false;
     bool log = false;
+    std::shared_ptr<Meter> meter;  // nullptr: nothing is counted
     std::size_t maxQueuedBytes = std::size_t{64} << 20;
     std::size_t maxQueuedMessages = 1'000'000;
     std::size_t maxReadAhead = std::size_t{1} << 20;  // of undelivered events; then reading pauses
