@@ -115,6 +115,33 @@ TEST_F(Messages, ChangedWhileTheyWaitFailInsteadOfRaising) {
     EXPECT_EQ(journal->take(), Lines{"send no, VXIMErrorDomain 1"});
 }
 
+TEST_F(Messages, AreCountedByKind) {
+    const auto metrics = VXIMMetrics::init();
+    client->config()->setMetrics(metrics);
+    login();
+    const auto say = [&] {
+        client->sendMessageToFriend(VXIMMessage::messageWithText("hi"), "u2", {});
+        settle();
+    };
+    say();
+    socket().refusal = vexim::Error::make(vexim::kSocketIOErrorDomain, 1, {});
+    say();
+    say();
+    for (const char* event : {"message", "message", "message", "yourself", "yourself", "sys"})
+        socket().send(event, {Dictionary{}});
+    socket().send("login", {Dictionary{{"success", false}, {"error", 1105}}});
+    settle();
+    const std::string text = metrics->prometheusText();
+    for (const char* line : {"vexim_messages_sent_total{outcome=\"taken\"} 1\n",
+                             "vexim_messages_sent_total{outcome=\"refused\"} 2\n",
+                             "vexim_messages_received_total{kind=\"peer\"} 3\n",
+                             "vexim_messages_received_total{kind=\"own\"} 2\n",
+                             "vexim_messages_received_total{kind=\"system\"} 1\n",
+                             "vexim_logins_total{outcome=\"accepted\"} 1\n",
+                             "vexim_logins_total{outcome=\"refused\"} 1\n"})
+        EXPECT_NE(text.find(line), text.npos) << line;
+}
+
 TEST_F(Messages, CountAsSentOnlyWhenTheConnectionTookThem) {
     const auto because = [](vexim::SocketIOErrorCode code, const char* reason) {
         return vexim::Error::make(vexim::kSocketIOErrorDomain, code,

@@ -6,6 +6,7 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/Random.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
+#include "VexIMLib/VXIMMetrics.h"
 #include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionDataDelegate.h"
@@ -112,6 +113,49 @@ TEST_F(RequestTest, AnswersBecomeResultsOrErrors) {
         answerEverything(test.status, test.body);
         EXPECT_EQ(get(), test.outcome);
         EXPECT_EQ(requests().size() - before, test.attempts);
+    }
+}
+
+TEST_F(RequestTest, IsCountedByItsOutcome) {
+    const struct {
+        int status;
+        const char* outcome;
+        double attempts;
+        double seconds;
+    } cases[] = {
+        {200, "success", 1, 3},
+        {404, "refused", 1, 3},
+        {503, "failed", 3, 9},
+        {0, "no answer", 3, 9},
+    };
+    for (const auto& test : cases) {
+        SCOPED_TRACE(test.outcome);
+        const auto metrics = VXIMMetrics::init();
+        serve([&](Connection& connection) {
+            if (!connection.readRequest()) return;
+            clock.advance(3s);
+            if (test.status != 0) connection.answer(test.status, "12345");
+        });
+        vxim_configuration->setMetrics(metrics);
+        outcomeOf([](VXIMResultCompletion done) {
+            VXIMHTTPRequest::post("/groups", Dictionary{{"n", 1}}, std::move(done));
+        });
+        const auto total = [&](const char* name, const VXIMMetricLabels& labels = {}) {
+            return metrics->total(std::string("vexim_request") + name, labels);
+        };
+        EXPECT_EQ(total("_duration_seconds", {{"outcome", test.outcome}}), test.attempts);
+        EXPECT_EQ(total("_duration_seconds"), test.attempts) << "and as nothing else";
+        EXPECT_EQ(total("_retries_total"), test.attempts - 1);
+        EXPECT_EQ(total("s_sent_bytes_total"), test.attempts * 7);
+        EXPECT_EQ(total("s_received_bytes_total"), test.status != 0 ? test.attempts * 5 : 0);
+        double seconds = 0;
+        for (const auto& metric : metrics->read()) {
+            if (metric.name != "vexim_request_duration_seconds") continue;
+            for (const auto& series : metric.series) seconds += series.value;
+        }
+        // a retry begins within the last second of a turn of the clock
+        EXPECT_GE(seconds, test.seconds);
+        EXPECT_LE(seconds, test.seconds + test.attempts - 1);
     }
 }
 

@@ -4,14 +4,18 @@
 
 #include <atomic>
 #include <chrono>
+#include <future>
 #include <limits>
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/SocketIOClient.h"
+#include "VexIMLib/VXIMMetrics.h"
+#include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
 #include "support/LogCapture.h"
@@ -57,6 +61,64 @@ TEST(SocketIOClient, CallsNothingAfterRemoval) {
     other->connect();
     ASSERT_TRUE(eventually([&] { return heard > 0; }));
     EXPECT_FALSE(eventually([&] { return heard > 1; }, 50ms));
+}
+
+TEST(SocketIOClient, IsCountedWhereItsOptionsSay) {
+    ScriptedServer server(echo);
+    const auto metrics = VXIMMetrics::init();
+    auto client = makeClient(server.url(), {{"metrics", metrics}});
+    const auto total = [&](const char* name, const VXIMMetricLabels& labels = {}) {
+        return metrics->total(std::string("vexim_") + name, labels).value_or(-1);
+    };
+    Recorder heard;
+    heard.listen(*client);
+    EXPECT_EQ(total("connections", {{"status", "disconnected"}}), 1);
+    client->emit("say", {"too early"});
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    EXPECT_EQ(total("connections", {{"status", "connected"}}), 1);
+
+    std::promise<void> mayGoOn;  // the network thread, which holds the queue until then
+    NetworkThread::shared().post([future = mayGoOn.get_future().share()] { future.wait(); });
+    client->emit("say", {"hello"});
+    EXPECT_EQ(total("send_queue_events"), 1);
+    EXPECT_GE(total("send_queue_bytes"), 23);
+    mayGoOn.set_value();
+    ASSERT_TRUE(spinUntil([&] { return total("undelivered_events") == 1; }));
+    EXPECT_GE(total("undelivered_bytes"), 27);
+    ASSERT_TRUE(heard.waitFor("message hello"));
+    EXPECT_TRUE(spinUntil([&] { return total("undelivered_bytes") == 0; }));
+    EXPECT_EQ(total("undelivered_events"), 0);
+    EXPECT_EQ(total("send_queue_events"), 0);
+    EXPECT_EQ(total("send_queue_bytes"), 0);
+    EXPECT_EQ(total("events_sent_total"), 1);
+    EXPECT_EQ(total("events_sent_bytes_total"), 23) << R"(42/chat,["say","hello"])";
+    EXPECT_EQ(total("events_received_total"), 1);
+    EXPECT_EQ(total("events_received_bytes_total"), 26 + 19)
+        << R"(2/chat,["message","hello"], and the join's answer 0/chat,{"sid":"s2"})";
+
+    client->emit("cut", {});
+    ASSERT_TRUE(heard.waitFor("disconnect"));
+    client->networkDidChange();  // no wait for the next attempt
+    ASSERT_TRUE(heard.waitFor("connect"));
+    client->disconnect();
+    ASSERT_TRUE(heard.waitFor("disconnect"));
+    client.reset();
+    EXPECT_TRUE(spinUntil([&] { return total("connections") == 0; }));
+
+    const std::tuple<const char*, VXIMMetricLabels, double> counted[] = {
+        {"connection_attempts_total", {{"kind", "first"}}, 1},
+        {"connection_attempts_total", {{"kind", "reconnect"}}, 1},
+        {"connections_joined_total", {{"kind", "reconnect"}}, 1},
+        {"connections_ended_total", {{"cause", "connection lost"}}, 1},
+        {"connections_ended_total", {{"cause", "asked"}}, 1},
+        {"connections_ended_total", {}, 2},
+        {"connect_duration_seconds", {}, 2},
+        {"emits_refused_total", {{"reason", "not connected"}}, 1},
+        {"emits_refused_total", {}, 1},
+    };
+    for (const auto& [name, labels, expected] : counted)
+        EXPECT_EQ(total(name, labels), expected) << name;
 }
 
 TEST(SocketIOClient, KeepsTheRestInLineWhenAHandlerThrows) {
