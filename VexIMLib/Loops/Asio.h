@@ -22,6 +22,10 @@ namespace vexim {
 /// callback leaves `io.run()`, which you may then call again. Loops may be nested. Use one adapter
 /// at a time. Make and destroy it on the loop's thread (inside a callback is fine) or while no
 /// thread runs the loop, and destroy it before the loop.
+///
+/// The constructor throws `std::system_error` if the process has no descriptors left. Between turns
+/// the adapter only waits for the queue's descriptor and for the next deadline, so an idle queue
+/// costs nothing.
 class AsioLoop {
 public:
     /// Functions that are already queued run as soon as the loop runs.

@@ -18,6 +18,10 @@ namespace vexim {
 ///
 /// The loop's thread becomes the main thread. Loops may be nested. Use one adapter at a time. Make
 /// and destroy it on that thread; inside a callback is fine.
+///
+/// The constructor throws `std::system_error` if the process has no descriptors left. Between turns
+/// the adapter only waits for the queue's descriptor and for the next deadline, so an idle queue
+/// costs nothing.
 class GlibLoop {
 public:
     /// Receives an exception that leaves a callback.

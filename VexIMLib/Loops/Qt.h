@@ -22,6 +22,10 @@ namespace vexim {
 /// The loop's thread becomes the main thread. Loops may be nested (a dialog's `exec()`). Use one
 /// adapter at a time. Make and destroy it on that thread, while the application object lives;
 /// inside a callback is fine.
+///
+/// The constructor throws `std::system_error` if the process has no descriptors left. Between turns
+/// the adapter only waits for the queue's descriptor and for the next deadline, so an idle queue
+/// costs nothing.
 class QtLoop {
 public:
     /// Receives an exception that leaves a callback.
