@@ -111,6 +111,45 @@ TEST(URLSession, SendsWhatTheRequestSaysAndNothingElse) {
     EXPECT_EQ(seen.back().header("Accept-Encoding"), "");
 }
 
+TEST(URLSession, GivesOneHandleOneTargetAfterTheOther) {
+    // Requests share libcurl's handles, which keep what no new one replaces.
+    std::vector<WireRequest> seen;
+    const auto script = ScriptedServer::answering([&](const WireRequest& request) {
+        seen.push_back(request);
+        return ScriptedServer::text(200, request.header("Host"));
+    });
+    ScriptedServer servers[] = {ScriptedServer(script), ScriptedServer(script)};
+    const auto probe = SessionProbe::make();
+    const struct {
+        const char* why;
+        std::string path, target;
+        std::string user = {};
+    } cases[] = {
+        {"a path alone", "/a", "/a"},
+        {"a query", "/a?x=1&y=/2", "/a?x=1&y=/2"},
+        {"no query after one", "/b", "/b"},
+        {"an empty query", "/b?", "/b?"},
+        {"no path", "", "/"},
+        {"no path, and a slash in the query", "?x=/1", "/?x=/1"},
+        {"slashes and dots stand for themselves", "//a/./../b//", "//a/./../b//"},
+        {"so do escapes, in either case", "/%E4%e4?x=%C3%A4", "/%E4%e4?x=%C3%A4"},
+        {"a fragment stays here", "/a?x#y", "/a?x"},
+        {"a fragment without a query", "/c#y?z", "/c"},
+        {"credentials", "/a", "/a", "me:secret@"},
+        {"no credentials after some", "/a", "/a"},
+    };
+    for (const auto& [why, path, target, user] : cases) {
+        for (const auto& server : servers) {
+            const auto host = "127.0.0.1:" + std::to_string(server.port());
+            seen.clear();
+            EXPECT_EQ(probe->load("http://" + user + host + path).body, host) << why;
+            ASSERT_EQ(seen.size(), 1u) << why;
+            EXPECT_EQ(seen[0].target, target) << why;
+            EXPECT_EQ(seen[0].header("Authorization").empty(), user.empty()) << why;
+        }
+    }
+}
+
 TEST(URLSession, DecodesCompressedAnswersUnlessAskedNotTo) {
     const std::string gzip = gzipped("hello hello hello");
     ScriptedServer server(ScriptedServer::answering([&](const WireRequest&) {

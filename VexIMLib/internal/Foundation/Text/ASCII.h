@@ -31,10 +31,10 @@ inline bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept 
 
 /// The text without blanks and line ends at either end.
 constexpr std::string_view trimmed(std::string_view text) noexcept {
-    constexpr std::string_view kBlanks = " \t\r\n";
-    const auto first = text.find_first_not_of(kBlanks);
-    if (first == text.npos) return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+    constexpr auto isBlank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+    while (!text.empty() && isBlank(text.front())) text.remove_prefix(1);
+    while (!text.empty() && isBlank(text.back())) text.remove_suffix(1);
+    return text;
 }
 
 }  // namespace vexim::detail

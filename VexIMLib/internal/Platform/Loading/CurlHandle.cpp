@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "VexIMLib/Foundation/URL.h"
 #include "VexIMLib/internal/Platform/Loading/CurlMulti.h"
 #include "VexIMLib/internal/Platform/Threads/NetworkThreadAsio.h"
 
@@ -41,6 +42,7 @@ std::unique_ptr<CurlHandle> CurlHandle::take() {
         auto handle = std::move(handles.back());
         handles.pop_back();
         handle->errorText_[0] = '\0';
+        handle->headers_.clear();
         return handle;
     }
     CURL* const easy = curl_easy_init();
@@ -52,7 +54,7 @@ void CurlHandle::giveBack(std::unique_ptr<CurlHandle> handle) {
     if (spares().size() < kMostSpares) spares().push_back(std::move(handle));
 }
 
-CurlHandle::CurlHandle(CURL* easy) : easy_(easy) {
+CurlHandle::CurlHandle(CURL* easy) : easy_(easy), address_(curl_url()) {
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, errorText_);
     curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
@@ -63,7 +65,35 @@ CurlHandle::CurlHandle(CURL* easy) : easy_(easy) {
     curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
 }
 
-CurlHandle::~CurlHandle() { curl_easy_cleanup(easy_); }
+CurlHandle::~CurlHandle() {
+    curl_easy_cleanup(easy_);
+    curl_url_cleanup(address_);
+}
+
+void CurlHandle::setURL(const URL& url) {
+    const std::string& text = url.absoluteString();
+    curl_easy_setopt(easy_, CURLOPT_URL, text.c_str());
+    // libcurl parses a text and formats it again, which costs a tenth of a short transfer. Most
+    // requests go to the same origin as the last one, so libcurl gets only a new path and query. It
+    // would change escapes in these, and it takes an empty query for none.
+    const std::string& path = url.encodedPath();
+    const auto& query = url.query();
+    const auto originEnd = text.find('/', url.scheme().size() + 3);
+    const bool isPlain = path.starts_with('/') && !(query && query->empty()) &&
+                         text.find('%') == std::string::npos &&
+                         text.find('#') == std::string::npos && originEnd < text.find('?');
+    bool isGiven = isPlain && address_;
+    if (isGiven && text.compare(0, originEnd, origin_) != 0) {
+        origin_.assign(text, 0, originEnd);
+        isGiven = curl_url_set(address_, CURLUPART_URL, origin_.c_str(), 0) == CURLUE_OK;
+        if (!isGiven) origin_.clear();
+    }
+    isGiven =
+        isGiven && curl_url_set(address_, CURLUPART_PATH, path.c_str(), 0) == CURLUE_OK &&
+        curl_url_set(address_, CURLUPART_QUERY, query ? query->c_str() : nullptr, 0) == CURLUE_OK;
+    // This wins over the text. Without it, libcurl parses the text.
+    curl_easy_setopt(easy_, CURLOPT_CURLU, isGiven ? address_ : nullptr);
+}
 
 std::string_view CurlHandle::errorText(CURLcode result) const {
     return errorText_[0] ? std::string_view(errorText_)

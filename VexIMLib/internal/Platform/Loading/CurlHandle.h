@@ -3,13 +3,16 @@
 #include <curl/curl.h>
 
 #include <memory>
+#include <string>
 #include <string_view>
 
+#include "VexIMLib/internal/Platform/Loading/CurlHeaderList.h"
 #include "VexIMLib/internal/Platform/Loading/CurlTrust.h"
 
 namespace vexim {
 
 class CurlMulti;
+class URL;
 
 /// An easy handle with all the options that are the same for every request. Handles are reused,
 /// because making one costs as much as a short transfer. Network thread only.
@@ -31,6 +34,10 @@ public:
     ~CurlHandle();
 
     CURL* easy() const noexcept { return easy_; }
+    /// Sets where the next transfer goes.
+    void setURL(const URL& url);
+    /// The header lines of the next transfer; none at first. Their memory is reused.
+    CurlHeaderList& headers() noexcept { return headers_; }
     /// Decides about certificates. Set it before each transfer.
     CurlTrust& trust() noexcept { return trust_; }
     const CurlTrust& trust() const noexcept { return trust_; }
@@ -39,6 +46,9 @@ public:
 
 private:
     CURL* const easy_;
+    CURLU* const address_;  // parsed; the last URL that could be set by its parts
+    std::string origin_;    // of `address_`
+    CurlHeaderList headers_;
     CurlTrust trust_;
     char errorText_[CURL_ERROR_SIZE] = {};
 };

@@ -9,7 +9,6 @@
 #include "VexIMLib/internal/Platform/Facts/URLErrors.h"
 #include "VexIMLib/internal/Platform/Loading/BodyReader.h"
 #include "VexIMLib/internal/Platform/Loading/CurlHandle.h"
-#include "VexIMLib/internal/Platform/Loading/CurlHeaderList.h"
 #include "VexIMLib/internal/Platform/Loading/CurlMulti.h"
 #include "VexIMLib/internal/Platform/Threads/HostResolver.h"
 #include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
@@ -22,6 +21,7 @@ constexpr std::size_t kMostHeadBytes =
 /// The first flow-control window of HTTP/2. libcurl 7.88 spins if a server answers a longer upload
 /// without reading it, so longer ones use HTTP/1.1.
 constexpr std::size_t kMostHTTP2BodyBytes = 32 * 1024;
+constexpr const char* kEncodings = "gzip, deflate, br";
 
 /// Whether its body is sent piece by piece, over HTTP/1.1.
 bool isLongUpload(const URLRequest& request) {
@@ -89,8 +89,8 @@ private:
     const std::shared_ptr<const URLRequest> request_;
     CurlMulti& multi_;
     std::unique_ptr<CurlHandle> handle_;
-    CurlHeaderList headerList_;
     std::unique_ptr<BodyReader> reader_;
+    bool decodes_ = false;
     bool running_ = false;
     bool mayShare_ = false;   // a connection that another exchange is opening
     bool requested_ = false;  // the request has gone to a connection
@@ -134,23 +134,24 @@ HTTPExchange::Impl::~Impl() {
 
 void HTTPExchange::Impl::describeRequest() {
     multi_.prepare(easy(), *this);
-    curl_easy_setopt(easy(), CURLOPT_URL, request_->url->absoluteString().c_str());
+    handle_->setURL(*request_->url);
     curl_easy_setopt(easy(), CURLOPT_PROXY, isThisMachine(request_->url->host()) ? "" : nullptr);
     curl_easy_setopt(easy(), CURLOPT_CONNECTTIMEOUT_MS,
                      static_cast<long>(request_->timeout.count()));
-    const bool decodes =
-        request_->acceptsCompression && !request_->headers.contains("Accept-Encoding");
-    curl_easy_setopt(easy(), CURLOPT_ACCEPT_ENCODING, decodes ? "gzip, deflate, br" : nullptr);
+    decodes_ = request_->acceptsCompression && !request_->headers.contains("Accept-Encoding");
+    curl_easy_setopt(easy(), CURLOPT_ACCEPT_ENCODING, decodes_ ? kEncodings : nullptr);
 }
 
 void HTTPExchange::Impl::describeHeaders() {
+    CurlHeaderList& lines = handle_->headers();
     for (const auto& [name, value] : request_->headers) {
-        if (isHeaderName(name) && isHeaderValue(value) && !isFraming(name))
-            headerList_.add(name, value);
+        if (isHeaderName(name) && isHeaderValue(value) && !isFraming(name)) lines.add(name, value);
     }
-    headerList_.suppress("Expect");  // costs a round trip, and few servers handle it well
-    if (!request_->headers.contains("Content-Type")) headerList_.suppress("Content-Type");
-    curl_easy_setopt(easy(), CURLOPT_HTTPHEADER, headerList_.get());
+    // libcurl would format its own line twice.
+    if (decodes_) lines.add("Accept-Encoding", kEncodings);
+    lines.suppress("Expect");  // costs a round trip, and few servers handle it well
+    if (!request_->headers.contains("Content-Type")) lines.suppress("Content-Type");
+    curl_easy_setopt(easy(), CURLOPT_HTTPHEADER, lines.get());
 }
 
 void HTTPExchange::Impl::describeBody() {

@@ -13,15 +13,16 @@ bool sameHeaderName(std::string_view a, std::string_view b) noexcept {
 }
 
 bool isHeaderName(std::string_view name) noexcept {
-    constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
+    constexpr std::string_view kMarks = "!#$%&'*+.^_`|~";
     return !name.empty() && std::all_of(name.begin(), name.end(), [&](char c) {
-        return detail::isDigit(c) || detail::isLetter(c) ||
+        return detail::isLetter(c) || c == '-' || detail::isDigit(c) ||
                kMarks.find(c) != std::string_view::npos;
     });
 }
 
 bool isHeaderValue(std::string_view value) noexcept {
-    return value.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+    return std::none_of(value.begin(), value.end(),
+                        [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
 }
 
 HTTPHeaderFields::HTTPHeaderFields(std::initializer_list<Field> fields) {

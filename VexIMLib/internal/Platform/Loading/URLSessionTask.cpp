@@ -1,9 +1,9 @@
 #include "VexIMLib/internal/Platform/Loading/URLSessionTask.h"
 
 #include <atomic>
-#include <deque>
 #include <exception>
 #include <utility>
+#include <vector>
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Log.h"
@@ -45,7 +45,7 @@ struct URLSessionTask::Impl final : URLLoad::Client {
     // Delegate queue only. Events wait until the delegate has decided about the response.
     enum class Asked { No, Now, Waiting };
     Asked asked = Asked::No;
-    std::deque<LoadEvent::Any> held;
+    std::vector<LoadEvent::Any> held;
     bool ended = false;
 
     void loadDidProgress(LoadEvent::Any event) override;
