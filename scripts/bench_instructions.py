@@ -23,6 +23,8 @@ LIMITS = {
     "JSON out, history of 1000": (0.8, None),
     "dynamic property, get": (3.5, None),
     "dynamic property, set": (4.0, None),
+    "REST over HTTPS, 1 in flight": (1.5, None),
+    "REST over HTTPS, 32 in flight": (1.15, None),
 }
 ENOUGH = 20_000_000  # instructions between two runs, so that what differs from run to run does not matter
 

@@ -96,8 +96,9 @@ void lookUp(benchmark::State& state) {
 
 using vexim::bench::compare;
 const bool kRegistered =
-    compare("dynamic property, get", get<kSessionCount>, lookUp, 5.0) &&
-    compare("dynamic property, set", set<kSessionCount>, lookUp, 5.0) &&
+    // The peer takes 2 to 3 ns, which no clock tells apart: the limits stand on instructions.
+    compare("dynamic property, get", get<kSessionCount>, lookUp, std::nullopt) &&
+    compare("dynamic property, set", set<kSessionCount>, lookUp, std::nullopt) &&
     compare("dynamic property, get atomic", get<kAtomicCount>, lookUp, 10.0) &&
     compare("dynamic property, set atomic", set<kAtomicCount>, lookUp, 10.0) &&
     compare("dynamic property, get by key path", get<kNestedCount>, lookUp, 10.0) &&

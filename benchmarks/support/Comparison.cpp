@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,7 +18,7 @@ struct Comparison {
     std::string name;
     Body ours;
     Body peer;
-    double limit;
+    std::optional<double> limit;
 };
 
 std::vector<Comparison>& comparisons() {
@@ -53,7 +54,7 @@ private:
 
 }  // namespace
 
-bool compare(const std::string& name, Body ours, Body peer, double limit) {
+bool compare(const std::string& name, Body ours, Body peer, std::optional<double> limit) {
     comparisons().push_back({name, ours, peer, limit});
     return true;
 }
