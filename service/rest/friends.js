@@ -5,7 +5,7 @@ import { conversation } from '../store.js';
 import { inTurn } from '../values.js';
 import { history } from './history.js';
 
-export const friends = ({ store, live, views }) => ({
+export const friends = ({ store, views }) => ({
   '/ctx/:id/friends': {
     async get({ params, query }) {
       const { id } = await store.user(params.id);
@@ -19,9 +19,7 @@ export const friends = ({ store, live, views }) => ({
       return views.friend(params.id, params.friend);
     },
     async post({ params }) {
-      const isNew = (await store.friendship(params.id, params.friend)) === undefined;
       await store.befriend(params.id, params.friend);
-      if (isNew) await introduce(live, params);
       return views.friend(params.id, params.friend);
     },
     delete: ({ params }) => store.unfriend(params.id, params.friend),
@@ -33,13 +31,6 @@ export const friends = ({ store, live, views }) => ({
     },
   },
 });
-
-/** Tells two new friends of each other, as far as they are connected. */
-async function introduce(live, { id, friend }) {
-  for (const [one, other] of [[id, friend], [friend, id]]) {
-    if ((await live.sessions(one)) > 0) await live.send([other], 'online', one);
-  }
-}
 
 async function mustBeFriends(store, { id, friend }) {
   await store.user(id);

@@ -96,18 +96,6 @@ for (const line of ['2', '3', '4']) {
       assert.deepEqual(refused.map((entry) => [entry.id, entry.refused.errorCode]), cases.map(([, , code]) => ['carol', code]));
     });
 
-    test('who become friends hear of each other at once, as far as they are connected', async () => {
-      await service.control('POST', '/users', { id: 'carol' });
-      const [carol, bob] = [await login('carol'), await login('bob')];
-      await service.call('POST', '/ctx/carol/friends/alice');
-      await service.call('POST', '/ctx/carol/friends/bob');
-      await service.call('POST', '/ctx/bob/friends/carol');
-      assert.equal(await carol.next('online'), 'bob'); // alice is not there
-      assert.equal(await bob.next('online'), 'carol');
-      bob.close();
-      assert.equal(await carol.next('offline'), 'bob'); // so asking again was no news
-    });
-
     test('friends hear when the first connection opens and the last one closes', async () => {
       const alice = await login('alice');
       const [bob, tablet] = [await login('bob'), await login('bob')];
