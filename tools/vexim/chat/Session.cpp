@@ -18,7 +18,7 @@ constexpr int kLongestWait = 10;
 // After so long without a sign of what should happen by itself, it is started by hand.
 constexpr double kTooLong = 15;
 constexpr double kLoginTimeout = 30;
-constexpr double kRefreshInterval = 30;
+constexpr double kRefreshInterval = 5;
 
 std::string hostOf(VXIMClient& client) {
     const auto url = client.config()->socketURL();
