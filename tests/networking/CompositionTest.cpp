@@ -11,6 +11,7 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
+#include "VexIMLib/VXIMSettings.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
 #include "VexIMLib/internal/Platform/Facts/DeviceInfo.h"
@@ -185,6 +186,8 @@ TEST_F(CompositionTest, HeadersOfACallerWinAndEveryBuildSignsAnew) {
     EXPECT_EQ(headers.get("X-VX-AppId"), Value("app-1"));
     EXPECT_EQ(headers.get("Content-Type"), Value("application/json"));
     EXPECT_FALSE(headers.contains("X-VX-Session-Token"));
+    request->setSessionToken("");
+    EXPECT_FALSE(request->buildHeaders().contains("X-VX-Session-Token"));
 
     clock.advance(1s);
     request->setSessionToken("token");
@@ -202,6 +205,8 @@ TEST_F(CompositionTest, TheUserAgentNamesBundleAndSystemAndPrintsWhatIsMissing) 
     const auto before = vexim::deviceInfo();
     vexim::setDeviceInfo({"com.example.chat", "42", "17.1", 2000});
     EXPECT_EQ(VXIMRequest::request()->generateUserAgent(), "com.example.chat/42 iOS/17.1");
+    vexim::setApplicationInfo({"org.example", "7", std::nullopt});
+    EXPECT_EQ(VXIMRequest::request()->generateUserAgent(), "org.example/7 iOS/17.1");
     vexim::setDeviceInfo({std::nullopt, std::nullopt, "17.1", 2000});
     EXPECT_EQ(VXIMRequest::request()->generateUserAgent(), "(null)/(null) iOS/17.1");
     vexim::setDeviceInfo(before);
@@ -239,6 +244,9 @@ TEST_F(CompositionTest, URLRequestCarriesTheBodyUnlessItIsAGet) {
 
     request->setBody(nullptr);
     EXPECT_EQ(request->urlRequest().bodyStream, request->bodyStream());
+    EXPECT_EQ(request->urlRequest().trust.fault, "");
+    vxim_configuration.get()->dictionary().set("caPEM", "");
+    EXPECT_NE(request->urlRequest().trust.fault, "") << "the application's trust is the request's";
 }
 
 TEST_F(CompositionTest, ABodyThatIsNoJSONRaisesWithItsReason) {

@@ -9,7 +9,11 @@
 
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/VXIMTransfer.h"
+#include "VexIMLib/internal/Networking/DownloadFile.h"
+#include "VexIMLib/internal/Networking/NetworkingErrors.h"
+#include "VexIMLib/internal/Networking/ProgressReport.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "VexIMLib/internal/Networking/VXIMTransferStages.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
 #include "VexIMLib/internal/Platform/Files/FileManager.h"
 #include "VexIMLib/internal/Platform/Files/OutputStream.h"
@@ -53,10 +57,15 @@ TEST_F(DownloadTest, TheBodyGoesToTheStreamAndTheResultIsTheTargetPath) {
                           asked = path;
                           return OutputStream::toFileAtPath((folder / "mine").string(), false);
                       },
-                      [&](std::int32_t percent) { percents.push_back(percent); }, std::move(done));
+                      [&](std::int32_t percent) {
+                          percents.push_back(percent);
+                          EXPECT_TRUE(MainQueue::shared().isMainThread());
+                      },
+                      std::move(done));
               }),
               '"' + target + '"');
     EXPECT_EQ(asked, target);
+    EXPECT_EQ(requests().front().header("Accept-Encoding"), "") << "or percents pass 100";
     EXPECT_TRUE(contentsOf(folder / "mine") == contents);
     ASSERT_FALSE(percents.empty());
     EXPECT_TRUE(std::is_sorted(percents.begin(), percents.end()));
@@ -128,6 +137,11 @@ TEST_F(DownloadTest, AFileAppearsUnderItsNameWhenItIsWhole) {
     EXPECT_EQ(downloadTo(target), '"' + target.string() + '"');
     EXPECT_TRUE(contentsOf(target) == contents);
 
+    // more than an answer in memory may have
+    answerEverything(200, std::string(17 << 20, 'x'));
+    EXPECT_EQ(downloadTo(target), '"' + target.string() + '"');
+    EXPECT_EQ(std::filesystem::file_size(target), std::uintmax_t{17} << 20);
+
     answerEverything(200, "");
     EXPECT_EQ(downloadTo(folder / "empty"), '"' + (folder / "empty").string() + '"');
     EXPECT_EQ(contentsOf(folder / "empty"), "");
@@ -176,6 +190,34 @@ TEST_F(DownloadTest, AFailureLeavesTheOldFileAndNoOther) {
         EXPECT_EQ(contentsOf(folder / "target"), "old");
         EXPECT_EQ(folder.count(), 1u);
     }
+}
+
+TEST_F(DownloadTest, AFileThatIsBegunEndsUnderItsNameOrNotAtAll) {
+    const auto begun = [](rest::DownloadFile& file) {
+        const auto stream = file.newStream();
+        stream->open();
+        stream->writeData(Data("half"));
+        stream->close();
+    };
+    std::filesystem::create_directory(folder / "in");
+    {
+        rest::DownloadFile one((folder / "in" / "x").string());
+        rest::DownloadFile another((folder / "in" / "x").string());
+        begun(one);
+        begun(another);
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder / "in"), {}), 2)
+            << "two at a time";
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(folder / "in")) << "both were dropped";
+
+    rest::DownloadFile moved((folder / "in" / "x").string());
+    begun(moved);
+    std::filesystem::rename(folder / "in", folder / "out");
+    EXPECT_TRUE(describe(nullptr, moved.conclude(nullptr)).ends_with("NSCocoaErrorDomain 4"));
+    rest::DownloadFile unwritable((folder / "in" / "x").string());
+    begun(unwritable);
+    EXPECT_EQ(unwritable.conclude(rest::cancelled())->code(), URLErrorCancelled)
+        << "who cancels is told so";
 }
 
 TEST_F(DownloadTest, WhereNoFileCanBeMadeNothingIsSent) {
@@ -270,6 +312,18 @@ TEST_F(DownloadTest, AFullDiskIsAnErrorAndLeavesNothing) {
             "VXErrorDomain 100 \"The file couldn't be saved: File too large.\" over NSCocoa"))
             << outcome;
         EXPECT_EQ(folder.count(), 0u);
+        const FullDisk disk(1000);
+        outcome = outcomeOf([&](VXIMResultCompletion done) {
+            requestFor("/file")->downloadWithOutputStreamBlock(
+                [&](const std::string&) {
+                    return OutputStream::toFileAtPath((folder / "mine").string(), false);
+                },
+                nullptr, std::move(done));
+        });
+        if (size > 1'000'000) {
+            EXPECT_NE(outcome.find("over NSCocoaErrorDomain"), outcome.npos) << outcome;
+        }
+        std::filesystem::remove(folder / "mine");
     }
     const auto before = requests().size();
     const FullDisk disk(0);
@@ -320,6 +374,33 @@ TEST_F(DownloadTest, CancelledWithoutAHandleItSaysNothingAndLeavesNothing) {
     ASSERT_TRUE(eventually([&] { return reported; }));
     task->cancel();
     EXPECT_TRUE(eventually([&] { return object.use_count() == 1; }));
+
+    const auto transfer = VXIMTransfer::transfer();
+    transfer->setProgress([&](VXIMTransferProgress) { EXPECT_TRUE(transfer->cancel()); });
+    EXPECT_TRUE(
+        downloadTo(folder / "target", nullptr, transfer).starts_with("NSURLErrorDomain -999"))
+        << "though the peer is silent";
+    EXPECT_FALSE(transfer->cancel());
+}
+
+TEST(Transfer, TellsNothingAfterItsEndAndKeepsNothing) {
+    const auto held = std::make_shared<int>();
+    const auto transfer = VXIMTransfer::transfer();
+    const VXIMTransferStages stages(transfer);
+    int told = 0;
+    transfer->setProgress([&told, held](VXIMTransferProgress) { ++told; });
+    stages.report(1, 2);
+    EXPECT_TRUE(transfer->cancel());
+    stages.report(2, 2);
+    EXPECT_EQ(told, 1);
+    bool ended = false;
+    stages.enter([&ended] { ended = true; });
+    EXPECT_TRUE(ended) << "a stage that begins after the cancellation";
+    EXPECT_FALSE(stages.finish());
+    EXPECT_EQ(held.use_count(), 1);
+    transfer->setProgress([held](VXIMTransferProgress) {});
+    EXPECT_EQ(held.use_count(), 1) << "too late";
+    EXPECT_EQ(rest::percentage(5, 0), 0) << "of nothing";
 }
 
 }  // namespace

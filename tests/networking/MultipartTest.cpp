@@ -12,6 +12,7 @@
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "VexIMLib/internal/Platform/Files/OutputStream.h"
 #include "networking/NetworkingFixture.h"
 #include "support/Eventually.h"
 
@@ -23,6 +24,38 @@ using vexim::URL;
 using vexim::Value;
 
 namespace {
+
+/// Three bytes; notes what happens to it, and where.
+class NotedStream final : public InputStream {
+public:
+    using InputStream::InputStream;
+    bool initialise() { return true; }
+    void open() override { note("open"); }
+    void close() override { note("close"); }
+    std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) override {
+        const std::size_t count = isInterrupted ? 0 : std::min<std::size_t>(3, maxLength);
+        std::fill_n(buffer, count, 'x');
+        reads += 1;
+        return static_cast<std::int64_t>(count);
+    }
+    bool hasBytesAvailable() const override { return reads == 0; }
+    vexim::StreamStatus streamStatus() const override {
+        return reads == 0 ? vexim::StreamStatus::Open : vexim::StreamStatus::AtEnd;
+    }
+    ErrorPtr streamError() const override { return nullptr; }
+    void interrupt() override { isInterrupted = true; }
+
+    std::string noted;
+    std::atomic<int> reads{0};
+    std::atomic<bool> isInterrupted{false};
+
+private:
+    void note(const char* what) {
+        noted += what;
+        if (!vexim::MainQueue::shared().isMainThread()) noted += " elsewhere";
+        noted += ' ';
+    }
+};
 
 class MultipartTest : public NetworkingTest {
 protected:
@@ -77,6 +110,7 @@ TEST_F(MultipartTest, OneFileIsWrappedInItsBoundaries) {
     EXPECT_EQ(token.size(), 25u);
     EXPECT_TRUE(token.starts_with("Boundary+"));
     EXPECT_EQ(token.find_first_not_of("0123456789ABCDEF", 9), std::string::npos);
+    EXPECT_NE(token.substr(9, 8), token.substr(17)) << "64 random bits";
 
     const auto body = readAll(*request->bodyStream(), 1 << 16);
     EXPECT_EQ(
@@ -121,6 +155,8 @@ TEST_F(MultipartTest, EveryMixOfPartsReadsTheSameInPiecesOfAnySize) {
         "Content-Type: text/plain\r\n\r\nlast" +
         delimiter + "--\r\n";
     EXPECT_EQ(form->bodyStream()->contentLength(), expected.size());
+    const auto copy = form->bodyStream()->copy();
+    EXPECT_EQ(static_cast<VXIMAFMultipartBodyStream&>(*copy).contentLength(), expected.size());
     for (const std::size_t step :
          {std::size_t{1}, std::size_t{7}, std::size_t{16'384}, expected.size() + 1}) {
         EXPECT_TRUE(readAll(*copyOf(*form->bodyStream()), step) == expected)
@@ -138,6 +174,21 @@ TEST_F(MultipartTest, APartFromAStreamIsReadOnceWithItsAnnouncedLength) {
     const auto body = readAll(*form->bodyStream(), 1000);
     EXPECT_EQ(body.size(), form->bodyStream()->contentLength());
     EXPECT_NE(body.find("\r\n\r\nstream\r\n--"), std::string::npos);
+    EXPECT_EQ(readAll(*form->bodyStream()->again(), 1000), body) << "data can be had again";
+
+    form->appendPartWithInputStream(vexim::boundStreams(1).first, "p", "p", 1, "text/plain");
+    form->requestByFinalizingMultipartFormData();
+    EXPECT_EQ(form->bodyStream()->again(), nullptr) << "a pipe cannot";
+}
+
+TEST_F(MultipartTest, APartThatIsAddedAfterTheEndWasMarkedComesBeforeTheEnd) {
+    const auto form = newForm();
+    form->appendPartWithFormData(Data("1"), "a");
+    form->requestByFinalizingMultipartFormData();
+    form->appendPartWithFormData(Data("2"), "b");
+    form->requestByFinalizingMultipartFormData();
+    const auto body = readAll(*form->bodyStream(), 1000);
+    EXPECT_EQ(body.find("--\r\n"), body.size() - 4);
 }
 
 TEST_F(MultipartTest, AnEmptyFormLeavesTheRequestAlone) {
@@ -205,7 +256,8 @@ TEST_F(MultipartTest, AReaderOnAnotherThreadMovesOnThroughTheMainThread) {
     const auto form = newForm();
     ASSERT_TRUE(
         form->appendPartWithFileURL(URL::fileURLWithPath(makeFile("f", contents)), "f", nullptr));
-    form->appendPartWithFormData(Data("x"), "y");
+    const auto noted = vexim::create<NotedStream>();
+    form->appendPartWithInputStream(noted, "n", "n", 3, "x/y");
     form->requestByFinalizingMultipartFormData();
     std::string body;
     std::atomic<bool> done{false};
@@ -218,20 +270,25 @@ TEST_F(MultipartTest, AReaderOnAnotherThreadMovesOnThroughTheMainThread) {
     reader.join();
     EXPECT_EQ(body.size(), form->bodyStream()->contentLength());
     EXPECT_NE(body.find(contents), std::string::npos);
+    EXPECT_EQ(noted->noted, "open close ");
 }
 
 TEST_F(MultipartTest, APauseOfThrottlingCanBeInterrupted) {
     const auto form = newForm();
-    form->appendPartWithFormData(Data("x"), "y");
-    form->throttleBandwidthWithPacketSize(1, 3600);
+    const auto noted = vexim::create<NotedStream>();
+    form->appendPartWithInputStream(noted, "n", "n", 3, "x/y");
+    form->throttleBandwidthWithPacketSize(1000, 1e300);  // longer than a clock counts
     form->requestByFinalizingMultipartFormData();
     std::atomic<bool> done{false};
     std::thread reader([&] {
-        readAll(*form->bodyStream(), 10);
+        readAll(*form->bodyStream(), 1000);
         done = true;
         vexim::MainQueue::shared().async([] {});
     });
+    ASSERT_TRUE(vexim::testing::eventuallyElsewhere([&] { return noted->reads > 0; }));
+    EXPECT_FALSE(done) << "it rests";
     form->bodyStream()->interrupt();
+    EXPECT_TRUE(noted->isInterrupted);
     EXPECT_TRUE(vexim::testing::eventually([&] { return done.load(); }));
     reader.join();
 }

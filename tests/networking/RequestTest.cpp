@@ -12,6 +12,7 @@
 #include "VexIMLib/internal/Networking/VXIMURLSessionDataDelegate.h"
 #include "VexIMLib/internal/Networking/VXIMURLSessionManager.h"
 #include "VexIMLib/internal/Platform/Facts/DeviceInfo.h"
+#include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 #include "networking/NetworkingFixture.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"
@@ -103,6 +104,11 @@ TEST_F(RequestTest, AnswersBecomeResultsOrErrors) {
          3},
         {"a failure with a code", 503, R"({"errorCode":7,"errorMessage":"busy"})",
          R"(VXErrorDomain 7 "busy" temporary over NSURLErrorDomain -1011)", 3},
+        {"just beyond a success", 300, "",
+         R"(VXErrorDomain 100 "Request failed: 300 multiple choices" temporary over NSURLErrorDomain -1011)",
+         3},
+        {"an error that names its cause", 400, R"({"errorCode":3,"NSUnderlyingError":"theirs"})",
+         R"x(VXErrorDomain 3 "The operation couldn’t be completed. (VXErrorDomain error 3.)")x", 1},
         {"a redirection to nowhere", 304, "",
          R"(VXErrorDomain 100 "Request failed: 304 not modified" temporary over NSURLErrorDomain -1011)",
          3},
@@ -168,9 +174,27 @@ TEST_F(RequestTest, TheErrorCarriesTheWholeBody) {
     EXPECT_EQ(error->info("field"), Value("name"));
     EXPECT_EQ(error->info("errorCode"), Value(12));
     EXPECT_EQ(error->info("errorMessage"), Value("taken"));
+    EXPECT_EQ(error->info(vexim::kLocalizedDescriptionKey), Value("taken"));
     ASSERT_TRUE(error->underlyingError());
     EXPECT_EQ(error->underlyingError()->info(vexim::kFailingURLKey),
               Value(server->url("/x?page=2")));
+}
+
+TEST_F(RequestTest, AFailureIsRecordedWithoutItsWords) {
+    serve([&](Connection& connection) {
+        connection.readRequest();
+        clock.advance(1234600us);
+        connection.answer(404, R"({"errorCode":404,"errorMessage":"no group secret"})");
+    });
+    get("/secret?token=secret");
+    EXPECT_EQ(EventRecord::ofRequests().events().back().details,
+              Dictionary({{"method", "GET"},
+                          {"domain", "VXErrorDomain"},
+                          {"code", 404},
+                          {"underlying", -1011},
+                          {"host", "127.0.0.1"},
+                          {"status", 404},
+                          {"seconds", 1.235}}));
 }
 
 TEST_F(RequestTest, ALostConnectionIsTemporaryAndTriedThreeTimes) {

@@ -84,12 +84,17 @@ TEST_F(UploadTest, AnIndependentParserGetsTheFileAsItIs) {
         SCOPED_TRACE(size);
         const auto contents = noise(size);
         std::vector<std::int32_t> percents;
+        const auto held = std::make_shared<int>();
         const auto transfer = VXIMTransfer::transfer();
         VXIMTransferProgress last;
         transfer->setProgress([&](VXIMTransferProgress progress) { last = progress; });
         EXPECT_EQ(upload(
                       makeFile("photo.png", contents),
-                      [&](std::int32_t percent) { percents.push_back(percent); }, transfer),
+                      [&, held](std::int32_t percent) {
+                          percents.push_back(percent);
+                          EXPECT_TRUE(MainQueue::shared().isMainThread());
+                      },
+                      transfer),
                   R"({"imgUrl":"u1","thumbnail":"u2"})");
         EXPECT_EQ(last.total, last.bytes);
         EXPECT_NEAR(static_cast<double>(last.bytes), static_cast<double>(size), 500)
@@ -103,6 +108,7 @@ TEST_F(UploadTest, AnIndependentParserGetsTheFileAsItIs) {
         ASSERT_FALSE(percents.empty());
         EXPECT_TRUE(std::is_sorted(percents.begin(), percents.end()));
         EXPECT_EQ(percents.back(), 100);
+        EXPECT_TRUE(eventually([&] { return held.use_count() == 1; })) << "nothing is kept";
     }
 }
 
@@ -168,6 +174,12 @@ TEST_F(UploadTest, WhatCannotBeReadIsAnEmptyFormOrAnError) {
 
     const auto before = clock.now();
     EXPECT_TRUE(upload(folder.path().string()).starts_with("VXErrorDomain 100")) << "a directory";
+    auto unreadable = VXIMRequest::request();
+    unreadable->setMethod("POST");
+    unreadable->setBodyStream(InputStream::withFileAtPath((folder / "missing").string()));
+    EXPECT_TRUE(outcomeOf([&](VXIMResultCompletion done) {
+                    unreadable->sendWithCompletion(std::move(done));
+                }).ends_with("over NSCocoaErrorDomain 260"));
     EXPECT_LT(clock.now() - before, 1s) << "no other attempt could succeed";
     EXPECT_EQ(requests().size(), 1u);
 }
@@ -347,7 +359,18 @@ TEST_F(UploadTest, AHandleCancelsItInThePauseBeforeARetry) {
     EXPECT_TRUE(transfer->cancel());
     EXPECT_TRUE(eventually([&] { return !outcome.empty(); }));
     EXPECT_TRUE(outcome.starts_with("NSURLErrorDomain -999"));
+    EXPECT_FALSE(transfer->cancel()) << "once is enough";
     clock.advanceAndDrain(2s);
+
+    const auto cancelled = VXIMTransfer::transfer();
+    cancelled->cancel();
+    outcome = outcomeOf([&](VXIMResultCompletion done) {
+        EXPECT_EQ(
+            smallForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, std::move(done), cancelled),
+            nullptr)
+            << "it does not even begin";
+    });
+    EXPECT_TRUE(outcome.starts_with("NSURLErrorDomain -999"));
 }
 
 // Does not use the fixture, because the process would leave its folder behind.

@@ -1,6 +1,8 @@
 // Where trust comes from, and that two trusts never share connections.
 #include <gtest/gtest.h>
+#include <openssl/err.h>
 #include <openssl/pem.h>
+#include <openssl/ssl.h>
 #include <openssl/x509.h>
 
 #include <cstdio>
@@ -11,6 +13,7 @@
 
 #include "VexIMLib/Foundation/Array.h"
 #include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/internal/Platform/Trust/TlsSession.h"
 #include "VexIMLib/internal/Platform/Trust/Trust.h"
 #include "trust/TrustFixture.h"
 
@@ -62,6 +65,13 @@ TEST_F(TrustTest, WhatIsMalformedIsRefusedAsAWholeAndSaysSo) {
          "complete certificates"},
         {"a second certificate whose bytes are damaged",
          pem(good + std::string(second).replace(100, 4, "####")), "complete certificates"},
+        {"a second certificate without its first line", pem(good + second.substr(28)),
+         "complete certificates"},
+        {"more than anybody has", pem(std::string((16 << 20) + 1, '\n') + good),
+         "it is longer than 16 MiB"},
+        {"two that are malformed",
+         {{"caPEM", ""}, {"pinnedKeys", Array{}}},
+         "Option \"caPEM\" must be a nonempty string"},
         {"a private key among them", file((folder / "key.pem").string()),
          "option \"caFile\" cannot be used: it must contain complete"},
         {"a file that is not there", file((folder / "none.pem").string()),
@@ -124,6 +134,85 @@ TEST_F(TrustTest, FollowsRedirectsToOtherServers) {
     EXPECT_EQ(outcomes(first.url(""), {{"caPEM", both}})[0].second, "accepted");
     EXPECT_EQ(outcomes(first.url(""), {{"caPEM", authority.certificatePEM()}})[0].second,
               "The server's certificate was not issued by a trusted authority.");
+}
+
+/// OpenSSL's own server at the other end of a session, in memory.
+class MemoryServer {
+public:
+    explicit MemoryServer(const TLSIdentity& identity)
+        : context_(SSL_CTX_new(TLS_server_method())) {
+        BIO* pem = BIO_new_mem_buf(identity.certificatePEM.data(), -1);
+        X509* const certificate = PEM_read_bio_X509(pem, nullptr, nullptr, nullptr);
+        BIO_free(pem);
+        pem = BIO_new_mem_buf(identity.privateKeyPEM.data(), -1);
+        EVP_PKEY* const key = PEM_read_bio_PrivateKey(pem, nullptr, nullptr, nullptr);
+        BIO_free(pem);
+        SSL_CTX_use_certificate(context_, certificate);
+        SSL_CTX_use_PrivateKey(context_, key);
+        X509_free(certificate);
+        EVP_PKEY_free(key);
+        ssl = SSL_new(context_);
+        SSL_set_bio(ssl, BIO_new(BIO_s_mem()), BIO_new(BIO_s_mem()));
+        SSL_set_accept_state(ssl);
+    }
+    ~MemoryServer() {
+        SSL_free(ssl);
+        SSL_CTX_free(context_);
+    }
+
+    /// Carries bytes to and fro until neither side has any; what became of the session.
+    TlsSession::Status talkTo(TlsSession& session) {
+        auto status = TlsSession::Status::Open;
+        for (bool isMoving = true; isMoving;) {
+            const std::string sent = std::exchange(session.output(), {});
+            BIO_write(SSL_get_rbio(ssl), sent.data(), static_cast<int>(sent.size()));
+            char byte = 0;
+            SSL_read(ssl, &byte, 1);  // shakes hands as well
+            char bytes[65536];
+            const int count = BIO_read(SSL_get_wbio(ssl), bytes, sizeof bytes);
+            std::string plain;
+            if (count > 0)
+                status = session.receive({bytes, static_cast<std::size_t>(count)}, plain);
+            isMoving = count > 0 || !session.output().empty();
+        }
+        return status;
+    }
+
+    SSL* ssl = nullptr;
+
+private:
+    SSL_CTX* const context_;
+};
+
+TEST(TlsSession, TellsThePeerWhomItWantsWhatIsWrongAndWhenItGoes) {
+    const CertificateAuthority authority;
+    const auto trust = TrustChoice::of(Dictionary{{"caPEM", authority.certificatePEM()}}).trust;
+    using Status = TlsSession::Status;
+    const std::string host = "chat.loopback.test";
+    for (const bool isPeerFirst : {false, true}) {
+        MemoryServer server(authority.issue({.host = host, .names = "DNS:" + host}));
+        const auto session = TlsSession::create(trust, host + ".");
+        session->start();
+        EXPECT_EQ(server.talkTo(*session), Status::Open);
+        EXPECT_TRUE(session->isEstablished());
+        EXPECT_STREQ(SSL_get_servername(server.ssl, TLSEXT_NAMETYPE_host_name), host.c_str());
+        isPeerFirst ? void(SSL_shutdown(server.ssl)) : session->close();
+        EXPECT_EQ(server.talkTo(*session), isPeerFirst ? Status::Closed : Status::Open);
+        EXPECT_EQ(SSL_get_shutdown(server.ssl) & SSL_RECEIVED_SHUTDOWN,
+                  isPeerFirst ? 0 : SSL_RECEIVED_SHUTDOWN)
+            << "a goodbye";
+    }
+    MemoryServer stranger(CertificateAuthority("Stranger").issue());
+    const auto session = TlsSession::create(trust, "127.0.0.1");
+    session->start();
+    ERR_clear_error();
+    EXPECT_EQ(stranger.talkTo(*session), Status::Failed);
+    EXPECT_EQ(ERR_GET_REASON(ERR_peek_last_error()), SSL_R_TLSV1_ALERT_UNKNOWN_CA);
+    ERR_clear_error();
+    EXPECT_EQ(SSL_get_servername(stranger.ssl, TLSEXT_NAMETYPE_host_name), nullptr)
+        << "an address is no name";
+    EXPECT_EQ(TlsSession::create(trust, ".loopback.test"), nullptr) << "for every name below it";
+    EXPECT_EQ(TlsSession::create(trust, ""), nullptr);
 }
 
 TEST_F(TrustTest, TakesUpAnAuthorityFileThatWasReplaced) {
