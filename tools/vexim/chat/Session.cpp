@@ -146,7 +146,7 @@ void Session::tick() {
     for (const auto& conversation : roster_.all()) conversation->doubt(time);
     oldestHanded_ = roster_.oldestHanded();
     // A service need not tell who has befriended the user, or taken them into a group.
-    if (state_.isConnected() && time - refreshed_ > kRefreshInterval) refresh();
+    if (state_.isConnected() && time - refreshed_ > kRefreshInterval) refresh(Asked::ByClock);
 
     const bool isTooLong = state_.since(time) > kTooLong;
     if (state_.phase() == SessionState::Phase::Lost ||

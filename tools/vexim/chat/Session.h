@@ -51,8 +51,10 @@ public:
     const std::string& me() const noexcept { return me_; }
     static double now();
 
+    /// Why the lists are read again: what the clock began fails in silence, for it comes again.
+    enum class Asked { ByNeed, ByClock };
     /// Reads the lists of friends, groups and rooms again.
-    void refresh();
+    void refresh(Asked asked = Asked::ByNeed);
     /// The user looks at this one: its messages are there from now on, and are read.
     void look(Conversation& conversation);
     void loadOlder(const Address& address);

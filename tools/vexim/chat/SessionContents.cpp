@@ -275,12 +275,15 @@ void Session::markGone(Kind kind, const Seen& seen) {
     }
 }
 
-void Session::refresh() {
+void Session::refresh(Asked asked) {
     const auto user = client_->currentUser();
     if (!user || me_.empty()) return;
     refreshed_ = now();
-    user->fetchFriendsWithDetail(true, [this, user](bool succeeded, const ErrorPtr& error) {
-        if (!succeeded) return complain("the friends could not be read", error);
+    const auto failed = [this, asked](const char* what, const ErrorPtr& error) {
+        if (asked == Asked::ByNeed) complain(what, error);
+    };
+    user->fetchFriendsWithDetail(true, [this, user, failed](bool succeeded, const ErrorPtr& error) {
+        if (!succeeded) return failed("the friends could not be read", error);
         std::set<std::string> seen;
         for (const auto& info :
              user->friends().value_or(std::vector<std::shared_ptr<VXIMFriendInfo>>())) {
@@ -291,8 +294,8 @@ void Session::refresh() {
         }
         markGone(Kind::Friend, seen);
     });
-    user->fetchGroupsWithDetail(true, [this, user](bool succeeded, const ErrorPtr& error) {
-        if (!succeeded) return complain("the groups could not be read", error);
+    user->fetchGroupsWithDetail(true, [this, user, failed](bool succeeded, const ErrorPtr& error) {
+        if (!succeeded) return failed("the groups could not be read", error);
         std::set<std::string> seen;
         for (const auto& group :
              user->groups().value_or(std::vector<std::shared_ptr<VXIMGroup>>())) {
@@ -303,8 +306,8 @@ void Session::refresh() {
         }
         markGone(Kind::Group, seen);
     });
-    user->fetchRoomsWithDetail(true, [this, user](bool succeeded, const ErrorPtr& error) {
-        if (!succeeded) return complain("the rooms could not be read", error);
+    user->fetchRoomsWithDetail(true, [this, user, failed](bool succeeded, const ErrorPtr& error) {
+        if (!succeeded) return failed("the rooms could not be read", error);
         std::set<std::string> seen;
         for (const auto& value : user->rooms().value_or(vexim::Array())) {
             const auto room = value.as<VXIMRoom>();
