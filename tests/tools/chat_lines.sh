@@ -54,7 +54,7 @@ grep -qE 'friend bob +alice +written on a train' <<< "$found" || fail "not found
 "$vexim" export "$folder/all.jsonl" --store "$folder/alice.vexim" --group bob || fail "the export of one conversation"
 [ -e "$folder/all.jsonl" ] && [ ! -s "$folder/all.jsonl" ] || fail "there was nothing to export"
 if heard=$(keeping < /dev/null); then fail "two programs have the store: $heard"; fi
-grep -qF 'no store: Another program has the message store open' <<< "$heard" || fail "no reason given: $heard"
+grep -qF 'no store: Another program has opened the message store' <<< "$heard" || fail "no reason given: $heard"
 echo /quit >&"${alice[1]}"
 wait "$alice_PID" || fail "the chat with a store"
 

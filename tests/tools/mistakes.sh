@@ -53,8 +53,8 @@ table="
 2 | /dev/null | credentials take 12                        | send --server $url --user $(head -c 12000 "$folder/long") --friend bob hi
 2 | latin1    | the text is not valid UTF-8                | send --server http://127.0.0.1:1 {} -
 2 | endless   | the text is longer than 16 MiB             | send --server http://127.0.0.1:1 {}
-1 | long      | it is longer than the server takes         | send --server $url {}
-1 | long      | it is longer than the server takes         | chat --server $url {}
+1 | long      | it is longer than the server accepts       | send --server $url {}
+1 | long      | it is longer than the server accepts       | chat --server $url {}
 2 | /dev/null | no such file: /no/such.png                 | send --server http://127.0.0.1:1 {} --file /no/such.png
 2 | /dev/null | this is a directory, not a file: /         | send --server http://127.0.0.1:1 {} --file /
 1 | /dev/null | not sent: The body is too large            | send --server $url {} --file large.png
