@@ -8,6 +8,7 @@
 #include "VexIMLib/SocketIOClient.h"
 #include "interop/NodeServer.h"
 #include "support/Certificates.h"
+#include "support/ChildProcess.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"
 
@@ -188,6 +189,33 @@ TEST_P(SocketIOInterop, IsRefusedAnUnknownNamespace) {
                          "errorThe server refused the connection: Invalid namespace."});
     EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
 }
+
+#ifdef VEXIM_SOCKETIO_EXAMPLE
+TEST(SocketIOExample, TalksToEveryServerWithoutAClientOfTheService) {
+    struct Row {
+        const char* why;
+        std::vector<std::string> arguments;
+        const char* line;  // the first that it prints
+        int status;
+    };
+    const Row rows[] = {
+        {"an acknowledgement", {"/chat", "say", R"("é")", "[1]"}, R"(answer [é, [1]])", 0},
+        {"no such namespace", {"/nowhere", "say"}, nullptr, 1},
+    };
+    for (const char* version : {"2.5", "3.1", "4.8"}) {
+        NodeServer server({{"version", version}});
+        for (const auto& row : rows) {
+            SCOPED_TRACE(std::string(version) + ", " + row.why);
+            std::vector<std::string> words{VEXIM_SOCKETIO_EXAMPLE, server.url()};
+            words.insert(words.end(), row.arguments.begin(), row.arguments.end());
+            ChildProcess program(words);
+            EXPECT_EQ(program.readLine(),
+                      row.line ? std::optional<std::string>(row.line) : std::nullopt);
+            EXPECT_EQ(program.wait(), row.status << 8);
+        }
+    }
+}
+#endif
 
 TEST(SocketIOInteropOptions, CompressesWhenBothSidesWantIt) {
     NodeServer server(
