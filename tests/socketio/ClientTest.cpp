@@ -8,9 +8,11 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
+#include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
@@ -234,6 +236,97 @@ TEST(SocketIOClient, CompletesEachAcknowledgementOnce) {
     client->emitWithAck("a", {}, 60s, note("abandoned"));
     const_cast<std::shared_ptr<SocketIOClient>&>(client).reset();
     EXPECT_TRUE(eventually([&] { return ends.size() == 7; })) << "also when the client goes";
+}
+
+TEST(SocketIOClient, FailsEveryAcknowledgementAtItsOwnDeadline) {
+    ManualClock clock;
+    ScriptedServer server([](ScriptedServer::Connection& connection) {
+        LivePeer peer(connection);
+        if (peer.join()) peer.waitForClose();
+    });
+    const auto client = makeClient(server.url());
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    const auto begin = clock.now();
+    std::vector<std::chrono::nanoseconds> ends;
+    for (int round = 0; round < 2; ++round) {
+        for (const auto timeout : {4s, 2s, 6s}) {
+            client->emitWithAck("ask", {}, timeout, once([&](const Array&, const ErrorPtr& error) {
+                                    EXPECT_EQ(error->code(), SocketIOErrorAckTimedOut);
+                                    ends.push_back(clock.now() - begin);
+                                }));
+        }
+        ASSERT_TRUE(clock.runUntil(
+            [&] { return ends.size() == static_cast<std::size_t>(3 * (round + 1)); }, 60s));
+    }
+    for (std::size_t i = 0; i < ends.size(); ++i) {
+        const auto due = std::chrono::seconds(2 * (i + 1));  // 2, 4, 6 and 8, 10, 12
+        EXPECT_GE(ends[i], due) << i;
+        EXPECT_LT(ends[i], due + 2s) << i;
+    }
+}
+
+TEST(SocketIOClient, CountsAttemptsAnewAfterAStableConnectionAndObeysARefusal) {
+    ManualClock clock;
+    std::atomic<int> connections{0};
+    ScriptedServer server([&](ScriptedServer::Connection& connection) {
+        if (++connections < 4) return echo(connection);
+        LivePeer peer(connection);
+        if (peer.open() && peer.readText()) peer.sendText(R"(44/chat,{"message":"not you"})");
+    });
+    const auto client = makeClient(server.url(), {{"reconnectAttempts", 1}});
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    for (int connection = 1; connection < 4; ++connection) {
+        const char* const end = connection < 3 ? "connect" : "disconnect reconnect failed";
+        ASSERT_TRUE(heard.waitFor("connect"));
+        clock.advance(10s);
+        heard.clear();
+        client->emit("cut", {});
+        ASSERT_TRUE(clock.runUntil([&] { return heard.last().starts_with(end); }));
+        Lines expected{"disconnect transport close", "reconnect 1", "connect /chat"};
+        if (connection == 3) {
+            expected.back() = "error The server refused the connection: not you.";
+            expected.emplace_back(end);
+        }
+        EXPECT_EQ(heard.lines(), expected);
+    }
+    EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
+}
+
+TEST(SocketIOClient, SaysGoodbyeBehindWhatWasEmittedBefore) {
+    std::mutex mutex;
+    std::vector<Lines> received;
+    std::atomic<int> ended{0};
+    ScriptedServer server([&](ScriptedServer::Connection& connection) {
+        LivePeer peer(connection);
+        if (!peer.join()) return;
+        Lines lines;
+        while (const auto text = peer.readText()) lines.push_back(*text);
+        const std::lock_guard lock(mutex);
+        received.push_back(std::move(lines));
+        ++ended;
+    });
+    const auto client = makeClient(server.url());
+    Recorder heard;
+    heard.listen(*client);
+    Lines expected;
+    for (int i = 0; i < 100; ++i) expected.push_back("42/chat,[\"say\"," + std::to_string(i) + "]");
+    expected.emplace_back("41/chat,");
+    for (int connection = 1; connection <= 2; ++connection) {
+        EXPECT_FALSE(client->tryEmit("too early", {}) == nullptr);
+        client->connect();
+        ASSERT_TRUE(heard.waitFor("connect"));
+        for (int i = 0; i < 100; ++i) EXPECT_TRUE(client->emit("say", {i}));
+        client->disconnect();
+        EXPECT_FALSE(client->tryEmit("too late", {}) == nullptr);
+        ASSERT_TRUE(eventuallyElsewhere([&] { return ended == connection; }));
+    }
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(received, (std::vector<Lines>{expected, expected}));
 }
 
 }  // namespace
