@@ -35,7 +35,7 @@ send --ca ca.pem --pin "$pin" || fail "a message to a server that is trusted"
 timeout 60 "$login" "$url" ca.pem "$pin" || fail "the example"
 other=$(printf 'other' | openssl dgst -sha256 -binary | openssl base64)
 "$vexim" history --user alice --friend bob --server "$url" --ca ca.pem --pin "$other" --pin "$pin" > /dev/null || fail "one of two pins"
-refused 'No trusted authority stands behind' "$vexim" history --user alice --friend bob --server "$url"
+refused 'was not issued by a trusted authority' "$vexim" history --user alice --friend bob --server "$url"
 refused 'is not one of the pinned keys' "$vexim" history --user alice --friend bob --server "$url" --ca ca.pem --pin "$other"
 refused 'is not one of the pinned keys' send --ca ca.pem --pin "$other"
 refused 'pin takes the base64' send --ca ca.pem --pin "${pin%?}"
