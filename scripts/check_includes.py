@@ -37,9 +37,9 @@ BELONGS = {
     "VXIMTransfer": "VexIMLib/internal/Configuration",
     "VexIMLib": "VexIMLib/internal/Client",
 }
-ON_PUBLIC_HEADERS = ["VexIMLib/Store"]  # what applications could have written, but for the compiler's notes on locks
+ON_PUBLIC_HEADERS = ["VexIMLib/Store"]  # what applications could have written, but for what each thread of ours needs
 WITH_THE_STORE = pathlib.Path("VexIMLib/C/internal/Store")  # of a floor, the one folder that knows another
-NOTES_ON_LOCKS = "ThreadSafety.h"
+HEADERS_FOR_THREADS = ["ThreadSafety.h", "SignalsBlocked.h"]
 ADAPTERS = ["VexIMLib/Loops"]  # each may see the loop that it is for
 PROGRAMS_OF_APPLICATIONS = ["tools", "examples"]
 
@@ -120,7 +120,7 @@ def findings():
                 yield f"{path} includes {target}, which stands above it in {room}"
             if is_public(path) and not is_public(target):
                 yield f"{path}: a public header includes {target}, which is not installed"
-            if room in ON_PUBLIC_HEADERS and not (is_public(target) or below == room or target.name == NOTES_ON_LOCKS):
+            if room in ON_PUBLIC_HEADERS and not (is_public(target) or below == room or target.name in HEADERS_FOR_THREADS):
                 yield f"{path}: includes {target}; this room has only the public headers of the others"
             if room in PROGRAMS_OF_APPLICATIONS and target.parts[0] == "VexIMLib" and not is_public(target):
                 yield f"{path}: a program includes {target}; applications have only the public headers"

@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <set>
 #include <thread>
 
 #include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/Testing/ManualClock.h"
+#include "VexIMLib/internal/Platform/Facts/EventNames.h"
 #include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 #include "endtoend/LiveWorld.h"
 #include "support/Certificates.h"
@@ -24,6 +26,8 @@ std::vector<std::string> storyOf(const VXIMClient& client,
                                  const std::set<std::string_view>& names) {
     std::vector<std::string> lines;
     for (const auto& event : client.diagnose().events()) {
+        EXPECT_EQ(std::ranges::count(events::kAll, event.name), 1)
+            << event.name << " is not listed";
         if (!names.contains(event.name)) continue;
         std::string line = event.name;
         for (const char* key : {"from", "to", "stage", "cause", "code", "accepted", "attempt"}) {

@@ -78,7 +78,7 @@ TEST(SocketIOSoak, CyclesOfConnectingAndDroppingLeaveNothingBehind) {
         }
     }
     // Polling keeps some connections to the server for later; they come and go.
-    EXPECT_TRUE(eventually([&] { return entriesOf("/proc/self/fd") <= files + 4; }, 10s))
+    EXPECT_TRUE(eventually([&] { return entriesOf("/proc/self/fd") <= files + 4; }))
         << entriesOf("/proc/self/fd") << " of " << files;
     EXPECT_LE(entriesOf("/proc/self/task"), threads);
     if (isFullLength() && !kIsSanitized) {

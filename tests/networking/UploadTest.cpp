@@ -159,7 +159,7 @@ TEST_F(UploadTest, IsStartedWithoutWaitingForTheMainThread) {
             path, nullptr, [&](const Value&, const ErrorPtr& error) { isDone = error == nullptr; });
         isStarted = true;
     });
-    EXPECT_TRUE(spinUntil([&] { return isStarted.load(); }, 2s))
+    EXPECT_TRUE(spinUntil([&] { return isStarted.load(); }))
         << "the main thread may be waiting for the worker";
     EXPECT_TRUE(eventually([&] { return isDone.load(); }));
     worker.join();

@@ -342,7 +342,7 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
         request.timeout = 200ms;
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(probe->load(request).code(), URLErrorTimedOut) << path;
-        EXPECT_LT(std::chrono::steady_clock::now() - start, 5s);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
     }
     auto slow = SessionProbe::request(server.url("/slow"));
     slow.timeout = 1200ms;

@@ -233,7 +233,7 @@ TEST(SocketIOClient, BoundsWhatIsQueuedAndWhatServersTake) {
     EXPECT_TRUE(full->info("temporary").boolValue());
     const auto begin = std::chrono::steady_clock::now();
     client->disconnect();
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 1s)
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s)
         << "nobody waits for a peer that does not read";
 }
 

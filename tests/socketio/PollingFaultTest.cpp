@@ -295,7 +295,7 @@ TEST(Deadlines, EndEachStageOfConnecting) {
             elsewhere.listen(*other);
             other->connect();
             EXPECT_TRUE(elsewhere.waitFor("connect")) << "it held up nobody else";
-            EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
+            EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(30));
         }
     }
 }

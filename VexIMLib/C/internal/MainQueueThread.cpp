@@ -2,7 +2,6 @@
 
 #include <openssl/crypto.h>
 #include <pthread.h>
-#include <signal.h>
 
 #include <atomic>
 #include <chrono>
@@ -13,6 +12,7 @@
 
 #include "VexIMLib/C/internal/Session.h"
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Foundation/Threads/SignalsBlocked.h"
 #include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 
 namespace vexim::c {
@@ -43,19 +43,12 @@ public:
             ::pthread_atfork(nullptr, nullptr, [] { isForkedChild = true; });
             prepared_ = true;
         }
-        sigset_t all;
-        sigset_t before;
-        ::sigfillset(&all);
-        // Signals for faulty instructions must not be blocked.
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
-            ::sigdelset(&all, fault);
-        ::pthread_sigmask(SIG_BLOCK, &all, &before);  // a new thread inherits the mask
+        const SignalsBlocked blocked;  // a new thread inherits the mask
         try {
             std::thread([this] { turn(); }).detach();
             running_ = true;
         } catch (const std::system_error&) {
         }
-        ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
         return running_;
     }
 

@@ -1,7 +1,6 @@
 #include "VexIMLib/Store/internal/Worker.h"
 
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -9,6 +8,8 @@
 #include <cstdlib>
 #include <thread>
 #include <utility>
+
+#include "VexIMLib/internal/Foundation/Threads/SignalsBlocked.h"
 
 namespace vexim::store {
 namespace {
@@ -51,24 +52,6 @@ void exitHook() {
     while (all.count > 0 && all.ended.waitUntil(all.mutex, until)) {
     }
 }
-
-/// Signals belong to the application's threads.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        ::sigfillset(&all);
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
-            ::sigdelset(&all, fault);
-        ::pthread_sigmask(SIG_BLOCK, &all, &before_);
-    }
-    ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t before_;
-};
 
 }  // namespace
 

@@ -10,6 +10,7 @@
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/internal/Client/VXIMClientImpl.h"
+#include "VexIMLib/internal/Platform/Facts/EventNames.h"
 
 VXIMClient::VXIMClient(vexim::Creation creation)
     : Object(creation),
@@ -74,7 +75,7 @@ const char* nameOf(VXIMClientStatus status) {
 void VXIMClient::Impl::enter(VXIMClientStatus next) {
     const auto former = status.exchange(next);
     if (former == next) return;
-    record->add("status", {{"from", nameOf(former)}, {"to", nameOf(next)}});
+    record->add(vexim::events::kStatus, {{"from", nameOf(former)}, {"to", nameOf(next)}});
     // Not right here: the client is in the middle of a step, and an observer may call it.
     vexim::MainQueue::shared().async([weak = owner, next] {
         const auto client = weak.lock();

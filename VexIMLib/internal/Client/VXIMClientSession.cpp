@@ -14,6 +14,7 @@
 #include "VexIMLib/internal/Client/VXIMClientImpl.h"
 #include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
+#include "VexIMLib/internal/Platform/Facts/EventNames.h"
 #include "VexIMLib/internal/Resources/ResourceOperations.h"
 
 using vexim::Array;
@@ -264,7 +265,7 @@ void VXIMClient::didReceiveLoginAnswer(const Value& answer) {
 
 void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error) {
     const auto socket = socketio();
-    impl_->record->add("login answered",
+    impl_->record->add(vexim::events::kLoginAnswered,
                        error ? Dictionary{{"accepted", success}, {"code", error->code()}}
                              : Dictionary{{"accepted", success}});
     impl_->count(vexim::Metric::Logins,

@@ -11,7 +11,6 @@
 namespace {
 
 constexpr const char* kAttachment = "attachment";  // the upload's path, and its form field
-constexpr const char* kStagingDirectory = "com.vexora.message.attachments";
 
 void sendBody(const char* method, std::string path, vexim::Value body,
               VXIMResultCompletion completion) {
@@ -86,9 +85,8 @@ void VXIMHTTPRequest::uploadData(vexim::Data bytes, VXIMProgress progress,
     auto background = vexim::OperationQueue::create("vexim-staging");
     background->addOperation([bytes = std::move(bytes), progress = std::move(progress),
                               completion = std::move(completion), transfer = std::move(transfer)] {
-        const auto directory =
-            vexim::appendPathComponent(vexim::temporaryDirectory(), kStagingDirectory);
-        const auto path = vexim::appendPathComponent(directory, *VXIMUtils::md5FromData(bytes));
+        const auto path = vexim::appendPathComponent(VXIMUtils::stagingDirectory(),
+                                                     *VXIMUtils::md5FromData(bytes));
         // If the directory is missing, this fails and an empty form is uploaded. The code that
         // stages attachments has made it.
         vexim::FileManager::writeAtomically(bytes, path);

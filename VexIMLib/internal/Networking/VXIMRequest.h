@@ -101,6 +101,8 @@ public:
     std::shared_ptr<vexim::OperationQueue> requestQueue() const noexcept { return nullptr; }
 
     /// Retries made so far, over the life of the request: it is never reset.
+    /// How often a request is sent again at most; a count of this much ends the retries.
+    static constexpr std::int64_t kMaxRetries = 2;
     std::int64_t retryCount() const noexcept { return retryCount_; }
     void setRetryCount(std::int64_t count) noexcept { retryCount_ = count; }
 

@@ -17,8 +17,6 @@
 
 namespace {
 
-constexpr std::int64_t kMaxRetries = 2;
-
 /// 1 to 2 seconds, from 16 random bits.
 std::chrono::nanoseconds retryDelay(std::uint32_t random) {
     const double seconds = static_cast<double>(random & 0xFFFF) / 65535.0 + 1.0;

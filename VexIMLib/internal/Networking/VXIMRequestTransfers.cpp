@@ -15,13 +15,6 @@
 
 namespace {
 
-constexpr std::int64_t kRetriesUsedUp = 2;
-
-void start(const std::shared_ptr<vexim::URLSessionTask>& task, const VXIMTransferStages& stages) {
-    stages.enter([task] { task->cancel(); });
-    task->resume();
-}
-
 /// The caller's completion. A cancellation through the handle takes precedence over anything that
 /// came at the same time.
 void finish(const VXIMTransferStages& stages, vexim::Value result, vexim::ErrorPtr error,
@@ -39,31 +32,41 @@ void finishCancelled(const VXIMTransferStages& stages, const VXIMResultCompletio
         [stages, completion] { finish(stages, nullptr, nullptr, completion); });
 }
 
-}  // namespace
-
-std::shared_ptr<vexim::URLSessionTask> VXIMRequest::uploadWithNewBodyStreamBlock(
-    VXIMNewBodyStreamBlock newBodyStream, VXIMProgress progress, VXIMResultCompletion completion,
-    std::shared_ptr<VXIMTransfer> transfer) {
+/// Starts the task of one attempt, which `make` makes; nullptr, without making any, when the
+/// transfer is cancelled already.
+template <class Make>
+std::shared_ptr<vexim::URLSessionTask> start(const std::shared_ptr<VXIMTransfer>& transfer,
+                                             const VXIMResultCompletion& completion, Make make) {
     const VXIMTransferStages stages(transfer);
     if (stages.isCancelled()) {
         finishCancelled(stages, completion);
         return nullptr;
     }
-    if (!bodyStream_ && body_.isNil() && newBodyStream) bodyStream_ = newBodyStream();
-    auto task = VXIMURLSessionManager::defaultManager()->uploadTaskWithRequest(
-        *this, progressThatEndsRetries(progress),
-        [self = self(), newBodyStream = std::move(newBodyStream), progress,
-         completion = std::move(completion),
-         transfer](const vexim::Value& result, const vexim::ErrorPtr& error) {
-            self->concludeTransfer(error ? vexim::Value() : result, error, completion, transfer,
-                                   [self, newBodyStream, progress, completion, transfer] {
-                                       self->uploadWithNewBodyStreamBlock(newBodyStream, progress,
-                                                                          completion, transfer);
-                                   });
-        },
-        transfer);
-    start(task, stages);
+    auto task = make();
+    stages.enter([task] { task->cancel(); });
+    task->resume();
     return task;
+}
+
+}  // namespace
+
+std::shared_ptr<vexim::URLSessionTask> VXIMRequest::uploadWithNewBodyStreamBlock(
+    VXIMNewBodyStreamBlock newBodyStream, VXIMProgress progress, VXIMResultCompletion completion,
+    std::shared_ptr<VXIMTransfer> transfer) {
+    return start(transfer, completion, [&] {
+        if (!bodyStream_ && body_.isNil() && newBodyStream) bodyStream_ = newBodyStream();
+        return VXIMURLSessionManager::defaultManager()->uploadTaskWithRequest(
+            *this, progressThatEndsRetries(progress),
+            [self = self(), newBodyStream, progress, completion, transfer](
+                const vexim::Value& result, const vexim::ErrorPtr& error) {
+                self->concludeTransfer(error ? vexim::Value() : result, error, completion, transfer,
+                                       [self, newBodyStream, progress, completion, transfer] {
+                                           self->uploadWithNewBodyStreamBlock(
+                                               newBodyStream, progress, completion, transfer);
+                                       });
+            },
+            transfer);
+    });
 }
 
 std::shared_ptr<vexim::URLSessionTask> VXIMRequest::downloadWithOutputStreamBlock(
@@ -77,29 +80,24 @@ std::shared_ptr<vexim::URLSessionTask> VXIMRequest::download(
     VXIMNewOutputStreamBlock newOutputStream, VXIMProgress progress,
     VXIMResultCompletion completion, std::shared_ptr<VXIMTransfer> transfer,
     std::optional<std::string> targetPath) {
-    const VXIMTransferStages stages(transfer);
-    if (stages.isCancelled()) {
-        finishCancelled(stages, completion);
-        return nullptr;
-    }
-    auto task = VXIMURLSessionManager::defaultManager()->fileDownloadTaskWithRequest(
-        *this, newOutputStream, progressThatEndsRetries(progress),
-        [self = self(), newOutputStream, progress, completion = std::move(completion), transfer,
-         targetPath](const vexim::Value& result, const vexim::ErrorPtr& error) {
-            self->concludeTransfer(
-                result, error, completion, transfer,
-                [self, newOutputStream, progress, completion, transfer, targetPath] {
-                    self->download(newOutputStream, progress, completion, transfer, targetPath);
-                });
-        },
-        transfer, targetPath);
-    start(task, stages);
-    return task;
+    return start(transfer, completion, [&] {
+        return VXIMURLSessionManager::defaultManager()->fileDownloadTaskWithRequest(
+            *this, newOutputStream, progressThatEndsRetries(progress),
+            [self = self(), newOutputStream, progress, completion, transfer, targetPath](
+                const vexim::Value& result, const vexim::ErrorPtr& error) {
+                self->concludeTransfer(
+                    result, error, completion, transfer,
+                    [self, newOutputStream, progress, completion, transfer, targetPath] {
+                        self->download(newOutputStream, progress, completion, transfer, targetPath);
+                    });
+            },
+            transfer, targetPath);
+    });
 }
 
 VXIMProgress VXIMRequest::progressThatEndsRetries(VXIMProgress progress) {
     return [self = self(), progress = std::move(progress)](std::int32_t percent) {
-        if (self->retryCount_ < kRetriesUsedUp) self->retryCount_ += kRetriesUsedUp;
+        if (self->retryCount_ < kMaxRetries) self->retryCount_ += kMaxRetries;
         if (progress) progress(percent);
     };
 }

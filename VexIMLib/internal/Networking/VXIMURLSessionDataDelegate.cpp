@@ -7,6 +7,7 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/internal/Configuration/Meter.h"
 #include "VexIMLib/internal/Networking/NetworkingErrors.h"
+#include "VexIMLib/internal/Platform/Facts/EventNames.h"
 #include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 #include "VexIMLib/internal/Platform/Facts/URLErrors.h"
 
@@ -92,7 +93,7 @@ void VXIMURLSessionDataDelegate::logFailedTask(const vexim::URLSessionTask& task
     if (request->url) details.set("host", request->url->host());
     if (const auto status = statusOfTask(task); status != 0) details.set("status", status);
     details.set("seconds", std::round(duration_ * 1000) / 1000);
-    vexim::EventRecord::ofRequests().add("request failed", std::move(details));
+    vexim::EventRecord::ofRequests().add(vexim::events::kRequestFailed, std::move(details));
 }
 
 vexim::ErrorPtr VXIMURLSessionDataDelegate::errorWithError(const vexim::ErrorPtr& error,

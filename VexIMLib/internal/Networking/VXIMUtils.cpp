@@ -31,6 +31,11 @@ std::optional<std::string> VXIMUtils::signatureForClientKey(
     return last.signature;
 }
 
+std::string VXIMUtils::stagingDirectory() {
+    return vexim::appendPathComponent(vexim::temporaryDirectory(),
+                                      "com.vexora.message.attachments");
+}
+
 void VXIMUtils::ensureDirExist(const std::optional<std::string>& path) {
     if (!path || path->empty()) return;
     // Two callers may find the same file where the directory should be. Only one may remove it;

@@ -23,6 +23,8 @@ public:
     static std::optional<std::string> signatureForClientKey(
         const std::optional<std::string>& clientKey);
 
+    /// Where the bytes of attachments wait for their upload. It need not exist.
+    static std::string stagingDirectory();
     /// Makes sure that `path` is a directory, and makes its parents. Anything else at `path` is
     /// removed. Failures are silent; nullopt does nothing.
     static void ensureDirExist(const std::optional<std::string>& path);

@@ -101,6 +101,27 @@ VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion, Change 
                       });
 }
 VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion);
+/// The ending of a request that adds or removes `ids`: `change` (`appending` or `removing`) does
+/// the same to the members that `place`, a group or a room, knows locally.
+template <class Place>
+VXIMResultCompletion endingWithMembers(VXIMBooleanCompletion completion,
+                                       std::shared_ptr<Place> place, Array ids,
+                                       Value (*change)(const Value&, const Array&)) {
+    return endingWithSuccess(std::move(completion), [place = std::move(place), ids = std::move(ids),
+                                                     change](const Value&) {
+        place->setMembers(change(place->members(), ids));
+    });
+}
+/// The ending of a request for the record of `object`: its entries join those known locally.
+template <class Object>
+VXIMResultCompletion endingWithRecord(VXIMBooleanCompletion completion,
+                                      std::shared_ptr<Object> object) {
+    return endingWithSuccess(
+        std::move(completion), [object = std::move(object)](const Value& result) {
+            const std::string what = "The record of a " + object->runtimeClass().name();
+            object->addEntriesFromDictionary(requireDictionary(result, what.c_str()));
+        });
+}
 /// For a history: its messages, or nullopt if the answer is not a list.
 VXIMResultCompletion endingWithMessages(VXIMMessagesCompletion completion);
 

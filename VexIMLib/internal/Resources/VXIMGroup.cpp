@@ -125,11 +125,8 @@ void VXIMGroup::createWithBlock(VXIMBooleanCompletion block) {
 }
 
 void VXIMGroup::fetchWithBlock(VXIMBooleanCompletion block) {
-    VXIMHTTPRequest::get(
-        resourcePath(), std::nullopt,
-        endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>()](const Value& result) {
-            self->addEntriesFromDictionary(requireDictionary(result, "The group's record"));
-        }));
+    VXIMHTTPRequest::get(resourcePath(), std::nullopt,
+                         endingWithRecord(std::move(block), sharedAs<VXIMGroup>()));
 }
 
 void VXIMGroup::getLatestMessagesBefore(double timestamp, std::int32_t limit,
@@ -153,17 +150,13 @@ void VXIMGroup::updateWithAttributes(Dictionary attributes, VXIMBooleanCompletio
 void VXIMGroup::addMembers(Array userIds, VXIMBooleanCompletion block) {
     VXIMHTTPRequest::post(
         resourcePath("/members"), Dictionary{{"members", userIds}},
-        endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>(), userIds](const Value&) {
-            self->setMembers(appending(self->members(), userIds));
-        }));
+        endingWithMembers(std::move(block), sharedAs<VXIMGroup>(), userIds, appending));
 }
 
 void VXIMGroup::removeMembers(Array userIds, VXIMBooleanCompletion block) {
     VXIMHTTPRequest::deletePath(
         resourcePath("/members"), Dictionary{{"members", userIds}},
-        endingWithSuccess(std::move(block), [self = sharedAs<VXIMGroup>(), userIds](const Value&) {
-            self->setMembers(removing(self->members(), userIds));
-        }));
+        endingWithMembers(std::move(block), sharedAs<VXIMGroup>(), userIds, removing));
 }
 
 void VXIMGroup::updateName(Value name, VXIMBooleanCompletion block) {

@@ -9,6 +9,7 @@
 #include "VexIMLib/Foundation/URL.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/VXIMMessage.h"
+#include "VexIMLib/internal/Foundation/Text/Origin.h"
 #include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
@@ -18,13 +19,10 @@
 
 namespace {
 
-constexpr const char* kStagingDirectory = "com.vexora.message.attachments";
-
 bool isOfTheService(const vexim::URL& url) {
     const auto configuration = vxim_configuration.get();
     const auto service = configuration ? configuration->socketURL() : std::nullopt;
-    return service && url.scheme() == service->scheme() && url.host() == service->host() &&
-           url.portOrDefault() == service->portOrDefault();
+    return service && vexim::detail::haveSameOrigin(url, *service);
 }
 
 }  // namespace
@@ -43,8 +41,7 @@ std::shared_ptr<VXIMMessage> VXIMMessage::messageWithImage(const vexim::Image& i
     const std::string digest = VXIMUtils::md5FromData(png).value_or("");
     if (digest.empty()) return nullptr;
 
-    const std::string directory =
-        vexim::appendPathComponent(vexim::temporaryDirectory(), kStagingDirectory);
+    const std::string directory = VXIMUtils::stagingDirectory();
     if (vexim::FileManager::ensurePrivateDirectory(directory)) return nullptr;
 
     // Named by its contents, so the same image always gets the same file, even from several

@@ -87,11 +87,8 @@ void VXIMRoom::createWithName(Value name, std::optional<Array> members, VXIMRoom
 }
 
 void VXIMRoom::fetchWithBlock(VXIMBooleanCompletion block) {
-    VXIMHTTPRequest::get(
-        resourcePath(), std::nullopt,
-        endingWithSuccess(std::move(block), [self = sharedAs<VXIMRoom>()](const Value& result) {
-            self->addEntriesFromDictionary(requireDictionary(result, "The room's record"));
-        }));
+    VXIMHTTPRequest::get(resourcePath(), std::nullopt,
+                         endingWithRecord(std::move(block), sharedAs<VXIMRoom>()));
 }
 
 void VXIMRoom::updateName(Value name, VXIMBooleanCompletion block) {
@@ -110,18 +107,14 @@ void VXIMRoom::updateName(Value name, VXIMBooleanCompletion block) {
 void VXIMRoom::addMembers(Array userIds, VXIMBooleanCompletion block) {
     VXIMHTTPRequest::post(
         resourcePath("/members"), Dictionary{{"members", userIds}},
-        endingWithSuccess(std::move(block), [self = sharedAs<VXIMRoom>(), userIds](const Value&) {
-            self->setMembers(appending(self->members(), userIds));
-        }));
+        endingWithMembers(std::move(block), sharedAs<VXIMRoom>(), userIds, appending));
 }
 
 void VXIMRoom::removeMembers(Array userIds, VXIMBooleanCompletion block) {
     // The service wants the plain list here, unlike when removing from a group or adding to a room.
     VXIMHTTPRequest::deletePath(
         resourcePath("/members"), userIds,
-        endingWithSuccess(std::move(block), [self = sharedAs<VXIMRoom>(), userIds](const Value&) {
-            self->setMembers(removing(self->members(), userIds));
-        }));
+        endingWithMembers(std::move(block), sharedAs<VXIMRoom>(), userIds, removing));
 }
 
 void VXIMRoom::deleteWithBlock(VXIMBooleanCompletion block) {

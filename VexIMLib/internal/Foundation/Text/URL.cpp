@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "VexIMLib/internal/Foundation/Text/ASCII.h"
+#include "VexIMLib/internal/Foundation/Text/Origin.h"
 
 namespace vexim {
 
@@ -253,6 +254,11 @@ std::string URL::authorityText() const {
     if (!hasAuthority_) return {};
     const auto begin = text_.find("//");
     return text_.substr(begin, kEndsAuthority.findIn(text_, begin + 2) - begin);
+}
+
+bool detail::haveSameOrigin(const URL& a, const URL& b) noexcept {
+    return a.scheme() == b.scheme() && equalsIgnoringCase(a.host(), b.host()) &&
+           a.portOrDefault() == b.portOrDefault();
 }
 
 std::string percentEncode(std::string_view text) { return encode(text, isUnreserved); }

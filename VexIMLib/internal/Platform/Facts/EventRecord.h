@@ -19,6 +19,7 @@ class EventRecord {
 public:
     explicit EventRecord(std::size_t most = 128) : most_(most) {}
 
+    /// `name` is one of EventNames.h.
     void add(std::string_view name, Dictionary details = {});
     /// The oldest first.
     std::vector<VXIMDiagnosisEvent> events() const;

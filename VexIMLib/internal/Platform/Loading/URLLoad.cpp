@@ -4,11 +4,11 @@
 
 #include <algorithm>
 #include <boost/asio/post.hpp>
-#include <cstdlib>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
+#include "VexIMLib/internal/Foundation/Text/Origin.h"
 #include "VexIMLib/internal/Platform/Facts/URLErrors.h"
 #include "VexIMLib/internal/Platform/Loading/URLSession.h"
 #include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
@@ -26,11 +26,6 @@ constexpr std::int64_t kMostHeardQuickly = 64 * 1024;  // takes a fraction of a 
 constexpr std::chrono::milliseconds kSentReportInterval{10};
 // as browsers do, when an HTTPS connection takes long to open
 constexpr std::chrono::milliseconds kMostWaitToShare{300};
-
-bool sameOrigin(const URL& a, const URL& b) {
-    return a.scheme() == b.scheme() && a.host() == b.host() &&
-           a.portOrDefault() == b.portOrDefault();
-}
 
 TrustChoice trustFor(const URLRequest& request) {
     const bool isChosen = request.trust.trust || !request.trust.fault.empty();
@@ -59,7 +54,7 @@ std::optional<URLRequest> redirectedRequest(const URLRequest& request,
              {"Content-Type", "Content-Length", "Content-Encoding", "Transfer-Encoding"})
             next.headers.remove(field);
     }
-    if (!sameOrigin(*request.url, *target)) {
+    if (!detail::haveSameOrigin(*request.url, *target)) {
         for (const char* field : {"Authorization", "Cookie", "Proxy-Authorization"})
             next.headers.remove(field);
     }
@@ -71,13 +66,6 @@ std::optional<URLRequest> redirectedRequest(const URLRequest& request,
 /// and has one timer for all their timeouts.
 class LoadRunner {
 public:
-    LoadRunner() {
-        // glibc eagerly returns free memory to the system until one large block was freed. A long
-        // download would pay for new pages with every piece.
-        void* volatile block = std::malloc(4 * 1024 * 1024);
-        std::free(block);
-    }
-
     static LoadRunner& shared() {
         static auto* const runner = new LoadRunner;  // never destroyed, like the network thread
         return *runner;

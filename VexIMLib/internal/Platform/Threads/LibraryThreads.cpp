@@ -4,7 +4,6 @@
 #include <openssl/crypto.h>
 #include <openssl/ssl.h>
 #include <pthread.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -18,6 +17,7 @@
 
 #include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/Foundation/MainQueue.h"
+#include "VexIMLib/internal/Foundation/Threads/SignalsBlocked.h"
 #include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 
 namespace vexim::LibraryThreads {
@@ -87,26 +87,6 @@ void exitHook() {
     while (shared.ended.waitUntil(shared.mutex, begin + patience())) {
     }
 }
-
-/// Signals are for the application's threads. SIGPIPE on ours would kill the process when a server
-/// closes a connection.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        ::sigfillset(&all);
-        // Signals for faulty instructions must not be blocked.
-        for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
-            ::sigdelset(&all, fault);
-        ::pthread_sigmask(SIG_BLOCK, &all, &before_);
-    }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-    ~SignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-
-private:
-    sigset_t before_;
-};
 
 bool spawn(const std::string& name, std::function<void()> body) {
     const SignalsBlocked blocked;  // a new thread inherits the mask
