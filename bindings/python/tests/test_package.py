@@ -14,7 +14,7 @@ import vexim.sync
 from tests.service import Service, clean_environment
 
 HERE = pathlib.Path(__file__).resolve().parents[1]
-OPERATIONS = pathlib.Path(os.environ.get("VEXIM_API_SOURCE", HERE.parents[1] / "VexIMLib/C"))
+OPERATIONS = pathlib.Path(os.environ.get("VEXIM_API_SOURCE", HERE.parents[1] / "VexIMLib/C/internal"))
 
 
 class PackageTest(unittest.TestCase):
