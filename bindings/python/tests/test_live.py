@@ -110,7 +110,8 @@ class SessionTest(LiveCase):
                 call = asyncio.ensure_future(client.login(user_id="alice"))
                 await asyncio.sleep(0)
             await asyncio.gather(call, return_exceptions=True)
-        await self.until(lambda: open_files() <= before + 4)  # what the library keeps for its next connection
+        # The library's own thread has three, and connections are kept for the next one; a leak in each life would be 300.
+        await self.until(lambda: open_files() <= before + 16)
 
     async def test_clients_in_several_loops_do_not_meet(self):
         texts = {}
