@@ -192,6 +192,9 @@ using SessionActions = std::vector<SessionAction>;
 /// One connection to one namespace, from the first request to its end: detection of the revision,
 /// join, heartbeat, upgrade, close. A pure state machine without sockets, clock or threads: events
 /// go in, actions come out.
+///
+/// It has more than 25 functions because each of 19 kinds of events has one, and all of them depend
+/// on the same phase. Three files share them by job.
 class EngineSession {
 public:
     using TimePoint = Clock::TimePoint;

@@ -79,4 +79,22 @@ std::string proxyRefusal(int status) {
     return "The proxy refused the connection: " + std::to_string(status) + ".";
 }
 
+ProxyAnswer::Verdict ProxyAnswer::receive(std::string_view bytes) {
+    constexpr std::size_t kMaxHead = 16 * 1024;
+    bytes_ += bytes;
+    const auto end = bytes_.find("\r\n\r\n");
+    const bool isWhole = end != std::string::npos;
+    if (!isWhole && bytes_.size() <= kMaxHead) return Verdict::Incomplete;
+    if (!isWhole || !bytes_.starts_with("HTTP/1.") || bytes_.size() <= 12) return Verdict::NotHTTP;
+    end_ = end + 4;
+    status_ = std::atoi(bytes_.c_str() + 9);
+    return status_ / 100 == 2 ? Verdict::Open : Verdict::Refused;
+}
+
+std::string ProxyAnswer::takeRest() {
+    std::string rest = bytes_.substr(end_);
+    *this = {};
+    return rest;
+}
+
 }  // namespace vexim

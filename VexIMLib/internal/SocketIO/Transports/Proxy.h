@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -37,5 +38,20 @@ std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::u
 std::string connectRequest(const ProxyServer& proxy, std::string_view authority);
 /// The error text for an answer with `status`.
 std::string proxyRefusal(int status);
+
+/// The proxy's answer to that request.
+class ProxyAnswer {
+public:
+    enum class Verdict : std::uint8_t { Incomplete, Open, Refused, NotHTTP };
+    Verdict receive(std::string_view bytes);
+    int status() const noexcept { return status_; }
+    /// The bytes after an answer that opened the tunnel. They are the server's first.
+    std::string takeRest();
+
+private:
+    std::string bytes_;
+    std::size_t end_ = 0;
+    int status_ = 0;
+};
 
 }  // namespace vexim

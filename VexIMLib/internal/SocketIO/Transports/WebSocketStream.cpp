@@ -6,17 +6,13 @@
 
 #include <boost/asio/bind_executor.hpp>
 #include <boost/asio/buffer.hpp>
-#include <boost/beast/core/buffers_to_string.hpp>
-#include <boost/beast/http/dynamic_body.hpp>
-#include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/rfc7230.hpp>
-#include <boost/beast/http/string_body.hpp>
 #include <boost/beast/websocket.hpp>
 
 #include "VexIMLib/internal/Foundation/Text/UTF8.h"
 #include "VexIMLib/internal/SocketIO/Protocol/BoundedAppend.h"
 #include "VexIMLib/internal/SocketIO/Protocol/ConnectionError.h"
 #include "VexIMLib/internal/SocketIO/Protocol/FrameScanner.h"
+#include "VexIMLib/internal/SocketIO/Transports/HandshakeAnswer.h"
 #include "VexIMLib/internal/SocketIO/Transports/MemoryLayer.h"
 
 namespace vexim {
@@ -39,44 +35,12 @@ constexpr std::size_t kScratchKept = 256 * 1024;
 constexpr std::size_t kStatusAt = 9;
 constexpr std::size_t kStatusEnd = 12;
 constexpr std::size_t kMaxHeadBytes = 64 * 1024;
-// The limit for the body of a refusal; the reason of a Socket.IO server has less than a hundred
-// bytes.
-constexpr std::size_t kMaxRefusalBytes = 64 * 1024;
 
 /// The registered codes that may be sent (RFC 6455, section 7.4, and its registry), and those of
 /// libraries and applications.
 bool mayBeSent(unsigned closeCode) {
     return (closeCode >= 1000 && closeCode <= 1003) || (closeCode >= 1007 && closeCode <= 1014) ||
            (closeCode >= 3000 && closeCode <= 4999);
-}
-
-/// RFC 6455, section 4.1: refuse what the server agrees to without being asked.
-const char* faultOfAgreement(const websocket::response_type& response, const HeaderList& asked,
-                             bool offeredDeflate) {
-    namespace http = beast::http;
-    int protocols = 0;
-    for (auto range = response.equal_range(http::field::sec_websocket_protocol);
-         range.first != range.second; ++range.first) {
-        const auto chosen = range.first->value();
-        const auto wasAsked = [&](const auto& header) {
-            if (!beast::iequals(header.first, "Sec-WebSocket-Protocol")) return false;
-            http::token_list tokens(header.second);
-            return std::any_of(tokens.begin(), tokens.end(),
-                               [&](const auto& token) { return token == chosen; });
-        };
-        if (++protocols > 1 || std::ranges::none_of(asked, wasAsked))
-            return "a subprotocol that we did not ask for";
-    }
-    int extensions = 0;
-    for (auto range = response.equal_range(http::field::sec_websocket_extensions);
-         range.first != range.second; ++range.first) {
-        for (const auto& extension : http::ext_list(range.first->value())) {
-            const bool isDeflate = beast::iequals(extension.first, "permessage-deflate");
-            if (++extensions > 1 || !isDeflate || !offeredDeflate)
-                return "an extension that we did not ask for";
-        }
-    }
-    return nullptr;
 }
 
 }  // namespace
@@ -89,10 +53,6 @@ struct WebSocketStream::Impl {
 
     enum class State : std::uint8_t { Handshaking, Open, Done };
 
-    using Response = websocket::response_type;
-    // A string would reserve the announced length at once.
-    using Refusal = beast::http::response_parser<beast::http::dynamic_body>;
-
     Options options;
     websocket::stream<MemoryLayer> stream;
     FrameScanner scanner;
@@ -101,9 +61,8 @@ struct WebSocketStream::Impl {
     std::size_t released = 0;  // of `pending`, while handshaking
     std::size_t awaited = 0;   // length of the frame at its front, once that is known
     HeaderList asked;
-    Response response;
-    std::optional<Refusal> refusal;  // an answer other than 101
-    std::size_t refusalBytes = 0;
+    HandshakeResponse response;
+    std::optional<RefusalReader> refusal;  // an answer other than 101
     HandshakeHandler handler;
     // The unfinished message: the fragments' payloads, or the whole fragments if they are
     // compressed.
@@ -114,7 +73,7 @@ struct WebSocketStream::Impl {
     std::string fault;
 
     void offerHead(std::string_view bytes);
-    void readRefusal(std::string_view bytes);
+    void readRefusal(std::size_t added);
     void didHandshake(error_code error);
     Status consume(std::string_view& bytes, Listener& listener);
     Status didReceiveControl(FrameScanner::Opcode opcode, std::string_view payload,
@@ -165,22 +124,20 @@ void WebSocketStream::startHandshake(std::string_view host, std::string_view tar
 }
 
 void WebSocketStream::endOfInput() {
-    error_code ignored;
-    if (impl_->refusal) impl_->refusal->put_eof(ignored);
+    if (impl_->refusal) impl_->refusal->endOfInput();
     impl_->layer().end();
 }
 
 /// During the handshake Beast may read only the header of a 101 answer: it would keep any bytes
 /// after that.
 void WebSocketStream::Impl::offerHead(std::string_view bytes) {
-    if (refusal) return readRefusal(bytes);
+    if (refusal && layer().hasEnded()) return;
     pending += bytes;
+    if (refusal) return readRefusal(bytes.size());
     if (pending.size() >= kStatusEnd &&
         pending.compare(kStatusAt, kStatusEnd - kStatusAt, "101") != 0) {
         refusal.emplace();
-        refusal->body_limit(boost::none);  // ours counts the framing, too
-        refusalBytes = pending.size();
-        return readRefusal({});
+        return readRefusal(pending.size());
     }
     const auto headEnd = pending.find("\r\n\r\n");
     const std::size_t consumed = released - layer().window().size();
@@ -192,33 +149,20 @@ void WebSocketStream::Impl::offerHead(std::string_view bytes) {
     layer().open(std::string_view(pending).substr(consumed, released - consumed));
 }
 
-/// Beast would read the whole answer. We stop at a limit and report what came before it.
-void WebSocketStream::Impl::readRefusal(std::string_view bytes) {
-    if (state != State::Handshaking || layer().hasEnded()) return;
-    pending += bytes;
-    refusalBytes += bytes.size();
-    error_code error;
-    std::size_t consumed = 0;
-    while (!error && !refusal->is_done() && consumed < pending.size()) {
-        consumed +=
-            refusal->put(asio::buffer(pending.data() + consumed, pending.size() - consumed), error);
-    }
-    pending.erase(0, consumed);
-    const bool needsMore =
-        !refusal->is_done() && (!error || error == beast::http::error::need_more);
-    if (needsMore && refusalBytes <= kMaxRefusalBytes) return;
+void WebSocketStream::Impl::readRefusal(std::size_t added) {
+    if (!refusal->read(pending, added)) return;
     pending.clear();
     layer().end();  // ends Beast's handshake and ours
 }
 
 void WebSocketStream::Impl::didHandshake(error_code error) {
     HandshakeResult result;
-    if (refusal && refusal->is_header_done()) response.base() = refusal->get().base();
+    const bool wasRefused = refusal && refusal->hasHead();
+    if (wasRefused) response.base() = refusal->head();
     // After a whole answer, only Beast itself can still object.
     const bool wasAnswered =
         !error ||
         error.category() == make_error_code(websocket::error::upgrade_declined).category();
-    const bool wasRefused = refusal && refusal->is_header_done();
     result.httpStatus = wasAnswered || wasRefused ? static_cast<int>(response.result_int()) : 0;
     for (auto range = response.equal_range(beast::http::field::set_cookie);
          range.first != range.second; ++range.first) {
@@ -227,7 +171,7 @@ void WebSocketStream::Impl::didHandshake(error_code error) {
     const char* const disagreement =
         error ? nullptr : faultOfAgreement(response, asked, options.offerDeflate);
     if (wasRefused) {
-        result.body = beast::buffers_to_string(refusal->get().body().data());
+        result.body = refusal->body();
         result.reason =
             "The WebSocket handshake was answered with " + std::to_string(result.httpStatus) + ".";
     } else if (refusal) {
