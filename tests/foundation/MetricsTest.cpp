@@ -39,7 +39,7 @@ TEST_F(MetricsTest, CountersAndHistogramsAreWrittenAsPrometheusReadsThem) {
         meter->observe(Metric::ConnectDuration, 0, duration);
     const char* const german = std::setlocale(LC_ALL, "de_DE.UTF-8");  // has a comma, where it is
     EXPECT_EQ(linesOf("vexim_logins_total", {{"node", "a \"b\"\\\nc"}}),
-              "# HELP vexim_logins_total Logins that the service answered, with those after "
+              "# HELP vexim_logins_total Logins that the service answered, including those after "
               "reconnects.\n"
               "# TYPE vexim_logins_total counter\n"
               R"(vexim_logins_total{node="a \"b\"\\\nc",outcome="accepted"} 1)"

@@ -31,14 +31,14 @@ struct Row {
     Kind kind;
     const char* name;
     const char* help;
-    const char* label = "";  // of which each series has one of `values`
+    const char* label = "";  // each series has one of `values` for it
     Names values = kNoLabel;
 };
 constexpr Row kMetrics[] = {
     {Metric::Connections, VXIMMetricKindGauge, "vexim_connections",
      "Live connections that clients hold, by their state.", "status", kStates},
     {Metric::ConnectionsPaused, VXIMMetricKindGauge, "vexim_connections_paused",
-     "Connections that read no further until the program has handled their events."},
+     "Connections that wait for the program to handle their events."},
     {Metric::ConnectionAttempts, VXIMMetricKindCounter, "vexim_connection_attempts_total",
      "Attempts to connect.", "kind", kAttemptKinds},
     {Metric::ConnectionsJoined, VXIMMetricKindCounter, "vexim_connections_joined_total",
@@ -48,47 +48,50 @@ constexpr Row kMetrics[] = {
     {Metric::ConnectDuration, VXIMMetricKindHistogram, "vexim_connect_duration_seconds",
      "Time from the start of an attempt until the namespace was joined."},
     {Metric::Logins, VXIMMetricKindCounter, "vexim_logins_total",
-     "Logins that the service answered, with those after reconnects.", "outcome", kLoginOutcomes},
+     "Logins that the service answered, including those after reconnects.", "outcome",
+     kLoginOutcomes},
     {Metric::MessagesReceived, VXIMMetricKindCounter, "vexim_messages_received_total",
-     "Messages from others, echoes of the users' own, and system messages.", "kind", kMessageKinds},
+     "Messages received: from others, echoes of own messages, and system messages.", "kind",
+     kMessageKinds},
     {Metric::MessagesSent, VXIMMetricKindCounter, "vexim_messages_sent_total",
-     "Messages that connections were given to send, by whether they took them.", "outcome",
+     "Messages handed to connections, by whether the connection took them.", "outcome",
      kSendOutcomes},
     {Metric::EventsReceived, VXIMMetricKindCounter, "vexim_events_received_total",
-     "Events and acknowledgements that connections received, messages among them."},
+     "Events and acknowledgements received, including messages."},
     {Metric::EventsReceivedBytes, VXIMMetricKindCounter, "vexim_events_received_bytes_total",
      "Length of the events and acknowledgements received."},
     {Metric::EventsSent, VXIMMetricKindCounter, "vexim_events_sent_total",
-     "Events and acknowledgements that connections sent, messages among them."},
+     "Events and acknowledgements sent, including messages."},
     {Metric::EventsSentBytes, VXIMMetricKindCounter, "vexim_events_sent_bytes_total",
      "Length of the events and acknowledgements sent."},
     {Metric::EmitsRefused, VXIMMetricKindCounter, "vexim_emits_refused_total",
      "Events and acknowledgements that connections did not take.", "reason", kEmitFaults},
     {Metric::SendQueueEvents, VXIMMetricKindGauge, "vexim_send_queue_events",
-     "Events that wait to be sent, of all connections."},
+     "Events waiting to be sent, over all connections."},
     {Metric::SendQueueBytes, VXIMMetricKindGauge, "vexim_send_queue_bytes",
-     "Memory of the events that wait to be sent."},
+     "Memory of the events waiting to be sent."},
     {Metric::UndeliveredEvents, VXIMMetricKindGauge, "vexim_undelivered_events",
-     "Events received that the program has not handled yet, of all connections."},
+     "Events that the program has not handled yet, over all connections."},
     {Metric::UndeliveredBytes, VXIMMetricKindGauge, "vexim_undelivered_bytes",
-     "Memory of the events received and not handled yet, estimated."},
+     "Estimated memory of the events that the program has not handled yet."},
     {Metric::MainQueueLength, VXIMMetricKindGauge, "vexim_main_queue_length",
-     "Functions in line on the process's main queue."},
+     "Functions waiting on the main queue of the process."},
     {Metric::RequestDuration, VXIMMetricKindHistogram, "vexim_request_duration_seconds",
-     "Time of a REST request, each attempt by itself.", "outcome", kRequestOutcomes},
+     "Duration of a REST request. Each attempt counts separately.", "outcome", kRequestOutcomes},
     {Metric::RequestRetries, VXIMMetricKindCounter, "vexim_request_retries_total",
      "REST requests that were sent again after a temporary failure."},
     {Metric::RequestsSentBytes, VXIMMetricKindCounter, "vexim_requests_sent_bytes_total",
-     "Length of the bodies of REST requests, uploads among them."},
+     "Length of the bodies of REST requests, including uploads."},
     {Metric::RequestsReceivedBytes, VXIMMetricKindCounter, "vexim_requests_received_bytes_total",
-     "Length of the bodies of REST answers, downloads among them."},
+     "Length of the bodies of REST answers, including downloads."},
 };
 
 constexpr double kBounds[] = {0.005, 0.01, 0.025, 0.05, 0.1, 0.25, 0.5, 1, 2.5, 5, 10, 30, 60};
-constexpr std::size_t kBuckets = std::size(kBounds) + 1;  // the last is without a bound
+constexpr std::size_t kBuckets = std::size(kBounds) + 1;  // the last has no bound
 constexpr std::size_t kNanosOfSecond = 1'000'000'000;
 
-/// A histogram's series are its buckets, each without those before, and the sum in nanoseconds.
+/// A histogram has one figure for each bucket, which counts only the range of that bucket, and one
+/// for the sum in nanoseconds.
 constexpr std::size_t width(const Row& row) {
     return row.kind == VXIMMetricKindHistogram ? kBuckets + 1 : 1;
 }

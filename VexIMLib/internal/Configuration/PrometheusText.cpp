@@ -4,8 +4,9 @@
 //   # TYPE name kind
 //   name{label="value",…} figure     in a value '"' is escaped, too
 //
-// A histogram has the series name_bucket, with the bound under the label "le" and all up to it
-// counted, name_sum and name_count. All series of a name stand together.
+// A histogram has the series name_bucket, name_sum and name_count. The label "le" of a bucket is
+// its upper bound, and its figure counts everything up to that bound. All series of a name are
+// together.
 // Example: vexim_logins_total{outcome="accepted"} 17
 
 #include <algorithm>

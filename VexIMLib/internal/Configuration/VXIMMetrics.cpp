@@ -12,7 +12,7 @@
 
 namespace {
 
-/// What a Prometheus server takes for a label's name; the ones that begin with "__" are its own.
+/// Whether Prometheus accepts the name for a label. It reserves names that begin with "__".
 bool isLabelName(std::string_view name) {
     constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ_";
     constexpr std::string_view kDigits = "0123456789";

@@ -51,7 +51,7 @@ bool isKey(std::string_view path) noexcept {
     for (; end - at > 8; at += 8) {
         if (hasDot(at)) return false;
     }
-    return !hasDot(end - 8);  // overlapping earlier ones
+    return !hasDot(end - 8);  // may overlap earlier bytes
 }
 
 /// The platform's name for the class that would hold such a value.
@@ -237,8 +237,8 @@ void VXIMRuntimeObject::setObjectForKeyPath(Value object, std::string_view keyPa
     for (SplitPath way = path; way.rest; way = SplitPath(*way.rest)) {
         const Value& next = dictionary->get(way.first);
         if (next.isNil()) {
-            if (object.isNil()) return;  // nothing to remove, so make nothing
-            break;                       // all further ones are made
+            if (object.isNil()) return;  // nothing to remove, so create nothing
+            break;                       // the write creates the rest
         }
         dictionary = next.asDictionary();
         if (!dictionary) raiseUnknownKey(next, keyPath.substr(keyPath.rfind('.') + 1));

@@ -80,8 +80,8 @@ vexim::InputStream::Piece VXIMAFMultipartBodyStream::readPiece(std::uint8_t* buf
     inPacket_ += static_cast<std::size_t>(piece.count);
     const bool isPhaseOver = currentPart_->isPhaseOver();
     if (isPhaseOver) piece.onMain = [part = currentPart_] { part->transitionToNextPhase(); };
-    // What a part gives at once, up to a packet, is one piece, even if it must visit the main
-    // thread meanwhile.
+    // All that a part can give at once, up to a packet, counts as one piece, even if it needs the
+    // main thread in between.
     if (isPhaseOver && currentPart_->phase() != VXIMAFHTTPBodyPart::Phase::FinalBoundary)
         return piece;
     inPacket_ = 0;
@@ -102,7 +102,7 @@ std::int64_t VXIMAFMultipartBodyStream::readNonBlocking(std::uint8_t* buffer,
     return currentPart_->inputStream()->readNonBlocking(buffer, limit);
 }
 
-/// False when all were read.
+/// False when all parts have been read.
 bool VXIMAFMultipartBodyStream::moveToUnreadPart() {
     while (!currentPart_ || !currentPart_->hasBytesAvailable()) {
         if (!moveToNextPart()) return false;

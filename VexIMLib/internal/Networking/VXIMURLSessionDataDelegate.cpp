@@ -13,7 +13,7 @@
 
 namespace {
 
-/// `error` is the transport's.
+/// `error` is the transport's error, or nullptr.
 vexim::RequestOutcome outcomeOf(std::int64_t status, const vexim::ErrorPtr& error) {
     using vexim::RequestOutcome;
     if (error && error->is(vexim::kURLErrorDomain, vexim::URLErrorCancelled))

@@ -37,7 +37,7 @@ constexpr const char* kGroupOrRoomId = "gid";
 
 constexpr const char* kPayload = "payload";  // in archives
 
-/// A kind as it travels.
+/// The number that is sent for an enumerator.
 template <class Enumeration>
 Value number(Enumeration value) {
     return static_cast<std::int32_t>(value);
@@ -112,7 +112,7 @@ void VXIMMessage::configSender() {
     const Value& fromType = from.get(kType);
     const Value& type = fromType.isNilOrNull() ? payload.get(kTo).get(kType) : fromType;
     if (userId.isNil() && type.isNilOrNull())
-        return;  // changes nothing but what a first read creates
+        return;  // nothing is known; the first read makes an empty sender
 
     sender_ = VXIMMessageTarget::init();
     sender_->setUserId(std::move(userId));

@@ -57,8 +57,8 @@ void VXIMPassenger::createOrUpdatePassengerWithAttributes(Dictionary attributes,
             [attributes](const Value& result,
                          const ErrorPtr& error) -> std::shared_ptr<VXIMPassenger> {
                 if (error) return nullptr;
-                // A text may not be an id, but an object or an array is never a valid answer to a
-                // creation.
+                // A text without an id just gives no passenger. An object or an array is never a
+                // valid answer, so it is an error.
                 if (result.isDictionary() || result.isArray()) {
                     throw vexim::Exception(vexim::kInvalidArgumentException,
                                            "The passenger's id is not a string.");

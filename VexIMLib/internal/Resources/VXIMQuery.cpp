@@ -70,8 +70,8 @@ void VXIMQuery::orderBySortDescriptors(const std::vector<vexim::SortDescriptor>&
     }
 }
 
-// The order of the steps decides who wins: a condition named "_sort" overwrites the sort, paging
-// overwrites conditions.
+// The order of the steps decides which entry wins: a condition named "_sort" overwrites the sort,
+// paging overwrites conditions.
 Dictionary VXIMQuery::combinedParams() const {
     Dictionary params;
     if (!order_.empty()) {

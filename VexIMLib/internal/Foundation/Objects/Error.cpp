@@ -31,7 +31,8 @@ bool Error::initialise(std::string domain, std::int64_t code, Value userInfo) {
 
 std::string Error::localizedDescription() const {
     if (auto text = userInfo_.get(kLocalizedDescriptionKey).asString()) return *text;
-    if (auto text = userInfo_.get("errorMessage").asString()) return *text;  // how services say it
+    // the key that services use
+    if (auto text = userInfo_.get("errorMessage").asString()) return *text;
     return "The operation couldn’t be completed. (" + domain_ + " error " + std::to_string(code_) +
            ".)";
 }

@@ -57,7 +57,7 @@ struct NotificationCenter::Impl {
         named.emplace(number, std::move(registration));
     }
 
-    /// Removes it from the lists by name, and marks it so that running posts skip it.
+    /// Removes it from the lists by name.
     void forget(const Registration& registration) VEXIM_REQUIRES(mutex) {
         if (registration.name.empty()) {
             anyName.erase(registration.number);
@@ -69,7 +69,8 @@ struct NotificationCenter::Impl {
         if (found->second.empty()) byName.erase(found);
     }
 
-    /// Moves the registrations of one observer that match `which` into `removed`.
+    /// Moves the registrations of one observer that match `which` into `removed`, and marks them so
+    /// that running posts skip them.
     template <class Which>
     void extract(Ordered& own, Which which, std::vector<RegistrationPtr>& removed)
         VEXIM_REQUIRES(mutex) {
@@ -158,7 +159,7 @@ struct NotificationCenter::Impl {
 };
 
 NotificationCenter& NotificationCenter::defaultCenter() {
-    // static observers remove themselves at exit
+    // never destroyed, because static observers remove themselves at exit
     static NotificationCenter& center = *new NotificationCenter;
     return center;
 }

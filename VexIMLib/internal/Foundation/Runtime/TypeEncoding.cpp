@@ -165,7 +165,7 @@ bool store(T value, void* bytes) {
 /// Narrow integers wrap, like a C conversion.
 template <class T>
 bool storeInteger(const Value& number, void* bytes) {
-    // nearly always
+    // the usual case
     if (number.kind() == Value::Kind::Integer)
         return store(static_cast<T>(number.integer()), bytes);
     if constexpr (std::is_signed_v<T>) {

@@ -185,7 +185,7 @@ public:
     JSONResult read(std::string_view text, JSONFragments fragments, std::size_t maxValues) {
         auto& builder = parser_.handler();
         builder.room = maxValues;
-        // here too, because running out of memory throws
+        // needed before reading, too: the last read may have thrown because memory ran out
         parser_.reset();
         builder.stack.clear();
         builder.partial.clear();
@@ -198,8 +198,8 @@ public:
 
 private:
     static constexpr std::size_t kKeptText = 64 * 1024;
-    // A message takes nearly four times its text in memory; the rest of a larger one comes from the
-    // heap. Shorter texts need hardly any blocks.
+    // A parsed message takes nearly four times the memory of its text. If it takes more, the rest
+    // comes from the heap. Very short texts need hardly any blocks.
     static constexpr std::size_t kSlabBytesPerByte = 4;
     static constexpr std::size_t kLeastSlabText = 64;
     static constexpr std::size_t kMostSlabText = detail::Slab::kMostBytes / kSlabBytesPerByte;

@@ -197,7 +197,7 @@ bool URL::readAuthority(std::string_view authority) {
 }
 
 URL URL::fileURLWithPath(std::string_view path) {
-    std::error_code ignored;  // no working directory
+    std::error_code ignored;  // there may be no working directory
     const std::string whole = path.empty() || path.starts_with('/')
                                   ? std::string(path)
                                   : std::filesystem::absolute(path, ignored).string();

@@ -49,7 +49,7 @@ void MainQueue::async(Function function) {
 }
 
 std::size_t detail::mainQueueLength() {
-    MainQueue::shared();  // sets it
+    MainQueue::shared();  // sets `lengthOfShared`
     return lengthOfShared();
 }
 
@@ -87,7 +87,7 @@ bool MainQueue::sync(const Function& function) {
     {
         MutexLock lock(impl_->mutex);
         if (impl_->exiting) return false;
-        // the caller, and so `function`, stays until this has run or was abandoned
+        // `function` stays valid: the caller waits until this has run or was abandoned
         impl_->push([this, waiter, &function] {
             {
                 MutexLock started(impl_->mutex);
@@ -137,13 +137,13 @@ void MainQueue::quit() {
 
 bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::nanoseconds timeout) {
     impl_->becomeMainThread();
-    const UntoldError none(nullptr);  // what a callback turns here is not its own completion
+    const UntoldError none(nullptr);  // callbacks that run here do not inherit the caller's error
     const auto began = SteadyClock::now();
     const auto end = timeout > SteadyClock::time_point::max() - began
                          ? SteadyClock::time_point::max()
                          : began + timeout;
 
-    struct Level {  // leaves the depth right when a function throws
+    struct Level {  // restores the depth even if a function throws
         explicit Level(Impl& owner) : impl(owner), outerEnd(owner.turnEnd) {
             MutexLock lock(impl.mutex);
             ++impl.depth;
@@ -160,7 +160,7 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
     while (!predicate()) {
         Queued next;
         {
-            // asked only when something waits for a time; let go without the lock
+            // fetched only if something is delayed; released without the lock
             std::shared_ptr<Clock> clock;
             MutexLock lock(impl_->mutex);
             if (std::exchange(impl_->quitting, false)) return predicate();
@@ -239,7 +239,7 @@ void MainQueue::setWake(Function wake) {
         impl_->wake.swap(wake);
     }
     MutexLock lock(impl_->mutex);
-    // the new host has not been told of what is queued; it drains once at its start
+    // nobody has told the new host what is queued; it drains once at its start
     impl_->wakePending = false;
 }
 

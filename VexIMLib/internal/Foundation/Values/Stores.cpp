@@ -8,7 +8,7 @@ namespace vexim::detail {
 
 static_assert(sizeof(Slab) % alignof(Value) == 0 && sizeof(ArrayRep) % alignof(Value) == 0 &&
                   sizeof(DictionaryRep) % alignof(Value) == 0,
-              "what lies behind a head is aligned, also where pointers have 32 bits");
+              "the contents after a header are aligned, also with 32-bit pointers");
 
 namespace {
 
@@ -38,7 +38,7 @@ Block Block::take(std::size_t bytes) {
     const std::size_t rounded = (bytes + kAlignment - 1) / kAlignment * kAlignment;
     if (slab == nullptr || rounded > slab->size_ - slab->used_) return {::operator new(bytes), 0};
     const std::size_t offset = std::exchange(slab->used_, slab->used_ + rounded);
-    // No other thread has a block of it before the scope ends.
+    // Until the scope ends no other thread has a block of it, so a plain store is enough.
     slab->owners_.store(slab->owners_.load(std::memory_order_relaxed) + 1,
                         std::memory_order_relaxed);
     return {reinterpret_cast<std::byte*>(slab) + offset, static_cast<std::uint16_t>(offset)};

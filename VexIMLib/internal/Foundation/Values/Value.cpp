@@ -20,7 +20,7 @@ constinit const Value kNil;
 static_assert(sizeof(Value) == 16);
 static_assert(sizeof(Array) == sizeof(void*) && sizeof(Dictionary) == sizeof(void*) &&
                   sizeof(Data) == sizeof(void*),
-              "a container lies in a value's word");
+              "a container fits in a value's word");
 
 /// Copies at most 14 bytes, in words that may overlap. Calling memcpy would cost more than the
 /// copy.

@@ -61,7 +61,7 @@ private:
     }
 
     std::vector<Data> runs_;
-    std::string gathered_;  // behind them
+    std::string gathered_;  // the bytes after `runs_`
     StreamStatus status_ = StreamStatus::NotOpen;
 };
 

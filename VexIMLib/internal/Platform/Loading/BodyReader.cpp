@@ -32,7 +32,7 @@ struct BodyReader::Shared final : ReaderPool::Work,
     /// Who reads next, or what we wait for.
     enum class Phase {
         Parked,      // the network thread, which has enough for now or reads itself
-        Queued,      // a thread of the pool, or it is there already
+        Queued,      // a thread of the pool, or one is reading already
         AwaitsMain,  // the main thread
         Rests,       // the timer
         Ended,
@@ -123,7 +123,7 @@ void BodyReader::Shared::turn() noexcept {
     }
 }
 
-/// Do not open a stream that nobody wants any more. False if there is nothing to read.
+/// Opens the stream, unless nobody wants it any more. False if there is nothing to read.
 bool BodyReader::Shared::open() {
     if (std::exchange(opened, true)) return true;
     {
@@ -140,7 +140,7 @@ bool BodyReader::Shared::open() {
     return false;
 }
 
-/// Otherwise it waits or has ended.
+/// False if it must wait, or has ended.
 bool BodyReader::Shared::mayReadOn() {
     {
         const MutexLock lock(mutex);
@@ -190,8 +190,8 @@ bool BodyReader::Shared::readOn() {
     return !isLent;
 }
 
-/// Passes on the current chunk. Returns true if the network thread reads on by itself, while that
-/// needs no waiting. Most files were just written or viewed before they are sent; for them this
+/// Passes on the current chunk. Returns true if the network thread itself reads on, as long as it
+/// need not wait. Most files are sent right after they were written or viewed, and for them this
 /// saves a copy and the thread switches.
 bool BodyReader::Shared::publish(bool mayLend) {
     if (current.count == 0) return false;
@@ -232,7 +232,7 @@ void BodyReader::Shared::wait(InputStream::Piece piece) {
         });
 }
 
-/// The reader and its timer are gone; only the stream must be closed.
+/// Without a timer the reader is gone, and only the stream must still be closed.
 void BodyReader::Shared::rest(std::chrono::nanoseconds duration) {
     if (!pause) {
         goOn(Phase::Rests);

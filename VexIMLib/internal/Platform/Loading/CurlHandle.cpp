@@ -91,7 +91,7 @@ void CurlHandle::setURL(const URL& url) {
     isGiven =
         isGiven && curl_url_set(address_, CURLUPART_PATH, path.c_str(), 0) == CURLUE_OK &&
         curl_url_set(address_, CURLUPART_QUERY, query ? query->c_str() : nullptr, 0) == CURLUE_OK;
-    // This wins over the text. Without it, libcurl parses the text.
+    // This takes precedence over the text. Without it, libcurl parses the text.
     curl_easy_setopt(easy_, CURLOPT_CURLU, isGiven ? address_ : nullptr);
 }
 

@@ -181,7 +181,7 @@ void CurlMulti::armTimer() {
     armedFor_ = deadline_;
     timer_.expires_at(armedFor_);
     timer_.async_wait([this, isAlive = isAlive_](const boost::system::error_code& error) {
-        if (error || !*isAlive) return;  // armed again for an earlier moment
+        if (error || !*isAlive) return;  // armed again for an earlier time
         armedFor_ = Clock::time_point::max();
         if (deadline_ == Clock::time_point::max()) return;
         if (deadline_ > Clock::now()) return armTimer();

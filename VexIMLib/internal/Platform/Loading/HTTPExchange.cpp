@@ -92,7 +92,7 @@ private:
     std::unique_ptr<BodyReader> reader_;
     bool decodes_ = false;
     bool running_ = false;
-    bool mayShare_ = false;   // a connection that another exchange is opening
+    bool mayShare_ = false;   // may use a connection that another exchange opens
     bool requested_ = false;  // the request has gone to a connection
 
     HTTPHeaderFields fields_;
@@ -147,7 +147,7 @@ void HTTPExchange::Impl::describeHeaders() {
     for (const auto& [name, value] : request_->headers) {
         if (isHeaderName(name) && isHeaderValue(value) && !isFraming(name)) lines.add(name, value);
     }
-    // libcurl would format its own line twice.
+    // Added here, because libcurl would format its own line twice.
     if (decodes_) lines.add("Accept-Encoding", kEncodings);
     lines.suppress("Expect");  // costs a round trip, and few servers handle it well
     if (!request_->headers.contains("Content-Type")) lines.suppress("Content-Type");
@@ -367,7 +367,7 @@ std::int64_t HTTPExchange::Impl::bytesMoved() const {
 void HTTPExchange::Impl::reportSent() {
     if (!hasBody_) return;
     curl_off_t sent = given_;  // libcurl asks for more only when it has sent the earlier bytes
-    // includes the framing of the chunks
+    // with chunks, libcurl's figure includes their framing
     if (!isChunked_) curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
     if (sent <= reportedSent_) return;
     reportedSent_ = sent;

@@ -76,7 +76,7 @@ public:
 
     void emit(const std::shared_ptr<OperationQueue>& queue, std::shared_ptr<URLLoad::Client> client,
               LoadEvent::Any event, bool isHeardQuickly) {
-        crossingSoon();
+        deliverSoon();
         auto batch = std::find_if(batches_.begin(), batches_.end(),
                                   [&](const Batch& each) { return each.queue == queue; });
         if (batch == batches_.end())
@@ -87,7 +87,7 @@ public:
 
     /// Makes `load` pass on its data at the end of this turn.
     void flushSoon(std::shared_ptr<URLLoad> load) {
-        crossingSoon();
+        deliverSoon();
         withData_.push_back(std::move(load));
     }
 
@@ -109,20 +109,20 @@ private:
         bool isHeardQuickly;
     };
 
-    void crossingSoon() {
-        if (std::exchange(crossingPosted_, true)) return;
+    void deliverSoon() {
+        if (std::exchange(deliveryPosted_, true)) return;
         // Runs after the handlers that are ready now, which are this turn of the loop. If other
         // answers may arrive meanwhile, it runs after those, because passing on each one costs a
         // thread switch.
         boost::asio::post(NetworkThreadAsio::ioContext(), [this] {
-            if (running_.size() <= 1) return cross();
-            boost::asio::post(NetworkThreadAsio::ioContext(), [this] { cross(); });
+            if (running_.size() <= 1) return deliverBatches();
+            boost::asio::post(NetworkThreadAsio::ioContext(), [this] { deliverBatches(); });
         });
     }
 
-    void cross() {
+    void deliverBatches() {
         for (const auto& load : std::exchange(withData_, {})) load->flushData();
-        crossingPosted_ = false;
+        deliveryPosted_ = false;
         for (auto& batch : std::exchange(batches_, {})) {
             // shared, because a std::function must be copyable
             auto events = std::make_shared<std::vector<Event>>(std::move(batch.events));
@@ -152,7 +152,7 @@ private:
     std::unordered_set<URLLoad*> running_;
     std::vector<Batch> batches_;
     std::vector<std::shared_ptr<URLLoad>> withData_;
-    bool crossingPosted_ = false;
+    bool deliveryPosted_ = false;
     NetworkTimer timer_;
     Clock::TimePoint nextLook_;
 };
@@ -344,7 +344,7 @@ void URLLoad::exchangeEnded(ErrorPtr error) {
 
 void URLLoad::askForRedirection() {
     if (hops_ >= kMostHops) {
-        // Not right now: this may be inside the exchange, which `end` destroys.
+        // Not right now, because this may run inside a call of the exchange.
         boost::asio::post(NetworkThreadAsio::ioContext(), [self = shared_from_this()] {
             self->end(makeURLError(URLErrorHTTPTooManyRedirects, self->request_->url));
         });

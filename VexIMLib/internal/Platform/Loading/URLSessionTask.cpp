@@ -38,8 +38,8 @@ struct URLSessionTask::Impl final : URLLoad::Client {
     // why this side ended the task, to report instead of -999
     ErrorPtr failure VEXIM_GUARDED_BY(mutex);
 
-    // From the start to the end; set by the thread that starts, then used on the delegate queue
-    // only.
+    // Held from start to end. Set by the thread that starts the task, then used on the delegate
+    // queue only.
     std::shared_ptr<URLSessionDelegate> delegate;
 
     // Delegate queue only. Events wait until the delegate has decided about the response.
@@ -177,7 +177,7 @@ void URLSessionTask::Impl::handle(LoadEvent::Response event) {
     }
 }
 
-/// Any thread: the delegate's answer.
+/// The delegate's answer, which may come on any thread.
 void URLSessionTask::Impl::decide(URLSessionResponseDisposition disposition) {
     // Inside the call that asked, no events are waiting yet. Later, calls of other tasks may be
     // running, so queue an operation.

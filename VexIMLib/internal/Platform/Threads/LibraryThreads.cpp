@@ -69,7 +69,7 @@ void exitHook() {
         shared.exiting = true;
         for (const Running& thread : shared.running) interrupts.push_back(thread.interrupt);
     }
-    detail::endMainQueue();  // threads that wait for the main thread would wait for the exiting one
+    detail::endMainQueue();  // nobody runs the queue any more, so nobody may wait for it
     for (const auto& interrupt : interrupts) interrupt();
 
     const auto patience = [&shared]() VEXIM_REQUIRES(shared.mutex) {

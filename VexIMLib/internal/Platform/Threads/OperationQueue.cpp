@@ -16,13 +16,13 @@ struct OperationQueue::State : std::enable_shared_from_this<OperationQueue::Stat
     std::vector<Operation> pending VEXIM_GUARDED_BY(mutex);
     bool threadRuns VEXIM_GUARDED_BY(mutex) = false;
     bool threadWaits VEXIM_GUARDED_BY(mutex) = false;
-    // an operation, on the queue's thread or on another one
+    // an operation runs, on the queue's thread or on another one
     bool isRunning VEXIM_GUARDED_BY(mutex) = false;
     bool closed VEXIM_GUARDED_BY(mutex) = false;  // no more operations will come
     bool stopped VEXIM_GUARDED_BY(mutex) =
         false;  // the process exits: remaining operations do not run
 
-    /// Runs a batch without the lock, so that the thread sees new operations.
+    /// What to do for the thread after the lock is released.
     struct Call {
         bool starts = false;
         bool wakes = false;

@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{16} << 20;  // a hundred times the usual size
 
-// OpenSSL's own path and rule, like for the other one
+// the variables that OpenSSL itself reads
 constexpr const char* kFileVariable = "SSL_CERT_FILE";
 constexpr const char* kFolderVariable = "SSL_CERT_DIR";
 
@@ -65,7 +65,7 @@ bool addCertificates(const std::string& pem, X509_STORE* store) {
         OPENSSL_free(bytes);
     }
     BIO_free(bio);
-    ERR_clear_error();  // the end of the text counts as one
+    ERR_clear_error();  // OpenSSL counts the end of the text as an error
     // OpenSSL treats a damaged first or last line as a comment and would skip its certificate.
     return isWhole && count > 0 && countOf("-BEGIN ", pem) == count &&
            countOf("-END ", pem) == count;
@@ -144,7 +144,7 @@ AuthorityReading readAuthorities(const TrustOptions& options) {
         source = "option \"caFile\"";
         fault = addFile(options.authorityFile.c_str(), store.get());
     } else {
-        // OpenSSL ignores a file that it cannot read.
+        // Read the file here, because OpenSSL would ignore one that it cannot read.
         source = std::string("the variable ") + kFileVariable;
         if (const char* const named = environment(kFileVariable); *named)
             fault = addFile(named, store.get());

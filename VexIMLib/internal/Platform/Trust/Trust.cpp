@@ -17,7 +17,7 @@
 namespace vexim {
 namespace {
 
-// OpenSSL's: keys of 112 bits of strength (RSA 2048), no signatures over SHA-1
+// OpenSSL's level 2: keys with at least 112 bits of strength (RSA 2048), no SHA-1 signatures
 constexpr int kLeastSecurityLevel = 2;
 
 std::string keyDigest(X509* certificate) {
@@ -48,8 +48,8 @@ int trustIndex() {
     return index;
 }
 
-/// An absolute name ends with a dot; certificates never have it (RFC 5280, section 4.2.1.6), nor
-/// has SNI (RFC 6066, section 3).
+/// An absolute name ends with a dot. Names in certificates (RFC 5280, section 4.2.1.6) and in SNI
+/// (RFC 6066, section 3) never do.
 std::string_view withoutRootDot(std::string_view host) {
     if (host.ends_with('.')) host.remove_suffix(1);
     return host;

@@ -9,7 +9,7 @@ namespace {
 
 constexpr const char* kDetailKey = "detail";
 
-/// Text for each kind: to begin a sentence that gives a reason, and as a complete sentence.
+/// The text for each kind. It is a complete sentence, or begins one that goes on with the reason.
 const char* beginningFor(VXIMConnectionErrorKind kind) {
     switch (kind) {
         case VXIMConnectionErrorOther: return "The connection failed";

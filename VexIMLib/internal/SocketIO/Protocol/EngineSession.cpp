@@ -115,8 +115,8 @@ std::string EngineSession::target(std::string_view transport) {
     return text;
 }
 
-/// Each transport begins with the revision that every server answers, because a proxy may have
-/// refused the other one.
+/// Each transport begins with the configured revision, or with 4, which every server answers. If
+/// the other transport fell back to revision 3, a proxy may have been the reason.
 void EngineSession::begin(bool& tried) {
     if (!std::exchange(tried, true)) requested_ = config_.revision.value_or(EngineRevision::V4);
 }
@@ -210,7 +210,7 @@ void EngineSession::didReceiveOpen(std::string_view json) {
 
 // Detection and join
 
-/// Only with a WebSocket is the revision unknown; see the table of answers in docs/socketio.md.
+/// The revision is unknown only on a WebSocket. The table of answers is in docs/socketio.md.
 std::optional<EngineRevision> EngineSession::revisionToldBy(const Packet& packet) const {
     if (packet.type == PacketType::Connect)
         return packet.payload.isDictionary() ? EngineRevision::V4 : EngineRevision::V3;
@@ -249,7 +249,7 @@ void EngineSession::decide(EngineRevision revision) {
 std::string EngineSession::nspWithQuery() const {
     if (config_.nspQuery.empty()) return config_.nsp;
     std::string text = config_.nsp + '?';
-    // a comma would end it
+    // a comma would end the namespace
     for (const char c : config_.nspQuery) c == ',' ? text += "%2C" : text += c;
     return text;
 }
@@ -273,7 +273,7 @@ void EngineSession::didReceiveWhileJoining(Packet packet) {
     if (revision_ != EngineRevision::V3) return;
     if (packet.nsp == kProbeNamespace && config_.nsp == "/") return joined(nullptr);
     if (packet.nsp == "/" && packet.type == PacketType::Error) {
-        // Servers silently ignore every later join.
+        // After this, servers silently ignore every join.
         return end(EndCause::Refused, refusal(packet.payload.asString()), packet.payload);
     }
 }

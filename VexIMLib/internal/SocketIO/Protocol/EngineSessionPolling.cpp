@@ -94,7 +94,7 @@ void EngineSession::handle(const event::ReadOn&) {
     if (reader_) readPortion();
 }
 
-/// Deliver what came before a fault, then report the fault.
+/// Delivers what came before a fault, then reports the fault.
 void EngineSession::readToTheEnd() {
     while (reader_) readPortion();
 }

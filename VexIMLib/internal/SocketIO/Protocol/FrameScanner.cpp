@@ -16,7 +16,8 @@ constexpr std::uint8_t kCompressed = 0x40;  // RSV1 (RFC 7692, section 6)
 constexpr std::uint8_t kReserved = 0x30;
 constexpr std::uint8_t kMasked = 0x80;
 constexpr std::size_t kMaxControlBytes = 125;
-// The most fragments of one message: endless empty fragments are not a message.
+// Limits the fragments of one message by the bytes of their heads. Otherwise a server could send
+// empty fragments without end.
 constexpr std::size_t kMaxHeadBytes = 64 * 1024;
 
 bool isControl(std::uint8_t first) { return (first & 0x08) != 0; }

@@ -199,7 +199,7 @@ EncodeResult encode(const Head& head, const Array& items) {
     EncodeResult result;
     auto& [text, attachments] = result.packet;
     if (write(text, head, items, 0)) return result;
-    // Search only items that JSON refuses: for data, and for the reason.
+    // Search the items only if JSON refuses them: for data, and for the reason.
     switch (inspect(items, kJSONMaxDepth)) {
         case Contents::TooDeep: result.fault = EncodeFault::TooDeep; return result;
         case Contents::NotUTF8: result.fault = EncodeFault::NotUTF8; return result;

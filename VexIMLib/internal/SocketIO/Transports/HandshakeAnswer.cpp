@@ -47,7 +47,7 @@ const char* faultOfAgreement(const HandshakeResponse& response, const HeaderList
 }
 
 RefusalReader::RefusalReader() {
-    parser_.body_limit(boost::none);  // ours counts the framing, too
+    parser_.body_limit(boost::none);  // our own limit also counts the framing
 }
 
 bool RefusalReader::read(std::string& pending, std::size_t added) {

@@ -142,7 +142,7 @@ void WebSocketStream::Impl::offerHead(std::string_view bytes) {
     const auto headEnd = pending.find("\r\n\r\n");
     const std::size_t consumed = released - layer().window().size();
     if (headEnd != std::string::npos) {
-        released = headEnd + 4;  // whatever came after it
+        released = headEnd + 4;  // not what came after it
     } else if (pending.size() > kMaxHeadBytes) {
         released = pending.size();
     }
@@ -159,7 +159,7 @@ void WebSocketStream::Impl::didHandshake(error_code error) {
     HandshakeResult result;
     const bool wasRefused = refusal && refusal->hasHead();
     if (wasRefused) response.base() = refusal->head();
-    // After a whole answer, only Beast itself can still object.
+    // A WebSocket error from Beast means that it has read the whole answer.
     const bool wasAnswered =
         !error ||
         error.category() == make_error_code(websocket::error::upgrade_declined).category();
@@ -199,7 +199,7 @@ void WebSocketStream::Impl::didHandshake(error_code error) {
     if (then) then(std::move(result));
 }
 
-/// Send the close frame; the stream's owner ends the connection.
+/// Sends the close frame. The owner of the stream ends the connection.
 WebSocketStream::Status WebSocketStream::Impl::fail(Status status, websocket::close_code code,
                                                     std::string why) {
     state = State::Done;
@@ -272,7 +272,7 @@ WebSocketStream::Status WebSocketStream::Impl::consume(std::string_view& bytes,
     return Status::Open;
 }
 
-/// Answer at once, even between the fragments of a message.
+/// Answers at once, even between the fragments of a message.
 WebSocketStream::Status WebSocketStream::Impl::didReceiveControl(FrameScanner::Opcode opcode,
                                                                  std::string_view payload,
                                                                  Listener& listener) {

@@ -19,7 +19,7 @@ using boost::system::error_code;
 // The most reads in a row, so that a busy connection leaves time for others.
 constexpr int kReadsPerTurn = 4;
 // The size of messages delivered together. Each counts a quarter of a KiB more, which is about its
-// cost. A read of compressed ones can grow a thousandfold.
+// cost. Compressed messages can grow a thousandfold, so one read may bring many portions.
 constexpr std::size_t kPortionBytes = 256 * 1024;
 constexpr std::size_t kMessageBytes = 256;
 
