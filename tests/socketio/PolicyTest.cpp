@@ -264,7 +264,7 @@ TEST(Outbox, GivesBackWhatWasPutIn) {
     for (int i = 0; i < 5000; ++i) {
         EncodedPacket packet{std::string(static_cast<std::size_t>(i % 97), 'x') + std::to_string(i),
                              {}};
-        if (i % 10 == 0) packet.attachments.push_back(Data(std::to_string(i)));
+        if (i % 10 == 0) packet.attachments.emplace_back(std::to_string(i));
         outbox.push(packet);
     }
     for (int i = 0; i < 5000; ++i) {

@@ -84,7 +84,7 @@ protected:
             const int before = asked();
             const ScriptedServer server(script(), row.identity);
             const auto said = outcome("https://" + row.host + ":" + std::to_string(server.port()),
-                                      row.options == Dictionary{} ? trusting : row.options);
+                                      row.options.empty() ? trusting : row.options);
             EXPECT_TRUE(said.find(row.words) != said.npos && !said.starts_with("differs")) << said;
             EXPECT_EQ(lastCode(), codeFor(row.words));
             EXPECT_EQ(asked() > before, row.words == std::string(kAccepted))

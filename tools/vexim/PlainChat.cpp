@@ -117,7 +117,7 @@ public:
             isLoggedIn_ = true;
             begin();
         });
-        loop_.run([this] {
+        loop_.run([] {
             if (printError != 0)
                 throw std::runtime_error(std::string("cannot write the output: ") +
                                          std::strerror(printError));

@@ -59,9 +59,9 @@ void Outbox::load(VXIMBooleanCompletion completion) {
             if (!self) return;
             for (auto& row : messages.value_or(std::vector<VXIMStoredMessage>())) {
                 if (row.state == VXIMStoredMessageFailed) continue;
-                self->take(std::move(row),
-                           row.state == VXIMStoredMessageQueued ? Stage::Waiting : Stage::Doubtful,
-                           nullptr);
+                const auto stage =
+                    row.state == VXIMStoredMessageQueued ? Stage::Waiting : Stage::Doubtful;
+                self->take(std::move(row), stage, nullptr);
             }
             if (completion) completion(error == nullptr, error);
             self->pumpAll();

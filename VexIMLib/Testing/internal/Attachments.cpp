@@ -79,8 +79,7 @@ std::string Attachments::receive(const FakeService::Request& request, const std:
         File file{std::string(
                       between(head, "Content-Type: ", "\r\n").value_or("application/octet-stream")),
                   std::string(part->substr(headEnd + 4))};
-        const std::string full =
-            name + extensionOf(between(head, "filename=\"", "\"").value_or(""));
+        std::string full = name + extensionOf(between(head, "filename=\"", "\"").value_or(""));
         files_[full] = std::move(file);
         return full;
     }
