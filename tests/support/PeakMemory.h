@@ -1,38 +1,111 @@
 #pragma once
 
+#include <malloc.h>
+
+#include <atomic>
+#include <cstddef>
 #include <fstream>
 #include <string>
 
-namespace vexim::testing {
-
-/// How far the process's resident memory has grown since construction. Sanitizers keep freed
-/// memory, so with one nothing is measured.
-class PeakMemory {
-public:
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    static constexpr bool kIsMeasured = false;
-#else
-    static constexpr bool kIsMeasured = true;
+#define VEXIM_TESTS_SANITIZED 1
+// GCC's sanitizers have these functions, but it does not install their header.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(
+    void (*didAllocate)(const volatile void* memory, std::size_t size),
+    void (*willFree)(const volatile void* memory));
+extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void* memory);
 #endif
 
-    PeakMemory() {
-        std::ofstream("/proc/self/clear_refs") << "5";  // forgets the peak so far
-        start_ = read("VmRSS:");
-    }
-    double grownMiB() const {
-        return kIsMeasured ? static_cast<double>(read("VmHWM:") - start_) / 1024 : 0;
+namespace vexim::testing {
+
+/// How far the process's memory has risen above where it stood: what is resident. Sanitizers keep
+/// freed memory, so with one it is what is allocated on the heap.
+class PeakMemory {
+public:
+#ifdef VEXIM_TESTS_SANITIZED
+    static constexpr bool kIsSanitized = true;
+#else
+    static constexpr bool kIsSanitized = false;
+#endif
+
+    PeakMemory() : start_(begin()) {}
+    double grownMiB() const { return static_cast<double>(peak() - start_) / (1 << 20); }
+    /// What has not been given back. Without a sanitizer it is `grownMiB`: the system keeps some.
+    double leftMiB() const {
+        return kIsSanitized ? static_cast<double>(inUse() - start_) / (1 << 20) : grownMiB();
     }
 
+    /// The bytes that the heap holds; without a sanitizer, those of the main thread's arena.
+    static long long inUse();
+
 private:
-    static long read(const std::string& key) {
-        std::ifstream status("/proc/self/status");
-        for (std::string word; status >> word;) {
-            long kibibytes = 0;
-            if (word == key && status >> kibibytes) return kibibytes;
-        }
-        return 0;
-    }
-    long start_ = 0;
+    static long long begin();
+    static long long peak();
+    const long long start_;
 };
+
+#ifdef VEXIM_TESTS_SANITIZED
+
+namespace detail {
+
+// Counted relaxed: any other order would order the threads too, and hide their races from tsan.
+inline std::atomic<long long> heapBytes{0};
+inline std::atomic<long long> heapPeak{0};
+
+inline bool countHeap() {
+    static const bool counts =
+        __sanitizer_install_malloc_and_free_hooks(
+            [](const volatile void*, std::size_t size) {
+                const auto bytes = static_cast<long long>(size);
+                const auto now = heapBytes.fetch_add(bytes, std::memory_order_relaxed) + bytes;
+                auto most = heapPeak.load(std::memory_order_relaxed);
+                while (now > most &&
+                       !heapPeak.compare_exchange_weak(most, now, std::memory_order_relaxed))
+                    continue;
+            },
+            [](const volatile void* memory) {
+                if (!memory) return;
+                const auto bytes = static_cast<long long>(__sanitizer_get_allocated_size(memory));
+                heapBytes.fetch_sub(bytes, std::memory_order_relaxed);
+            }) != 0;
+    return counts;
+}
+
+}  // namespace detail
+
+inline long long PeakMemory::inUse() {
+    detail::countHeap();
+    return detail::heapBytes;
+}
+inline long long PeakMemory::begin() {
+    const auto now = inUse();
+    detail::heapPeak = now;
+    return now;
+}
+inline long long PeakMemory::peak() { return detail::heapPeak; }
+
+#else
+
+namespace detail {
+
+inline long long statusBytes(const std::string& key) {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        long long kibibytes = 0;
+        if (word == key && status >> kibibytes) return kibibytes * 1024;
+    }
+    return 0;
+}
+
+}  // namespace detail
+
+inline long long PeakMemory::inUse() { return static_cast<long long>(mallinfo2().uordblks); }
+inline long long PeakMemory::begin() {
+    std::ofstream("/proc/self/clear_refs") << "5";  // forgets the peak so far
+    return detail::statusBytes("VmRSS:");
+}
+inline long long PeakMemory::peak() { return detail::statusBytes("VmHWM:"); }
+
+#endif
 
 }  // namespace vexim::testing
