@@ -273,6 +273,33 @@ TEST_F(TrustTest, APlainUrlIsMadeSecureForTheLiveConnectionWhenAsked) {
     EXPECT_EQ(all[4].second, "accepted");
 }
 
+TEST_F(TrustTest, WhatIsTooOldOrTooWeakIsRefusedWhateverTheSystemAllows) {
+    const CertificateAuthority authority;
+    const Dictionary options{{"caPEM", authority.certificatePEM()}};
+    const struct {
+        const char* system;
+        int version, level;
+        int leastVersion, leastLevel;
+    } rows[] = {
+        {"allows everything", TLS1_VERSION, 0, TLS1_2_VERSION, 2},
+        {"asks for more", TLS1_3_VERSION, 3, TLS1_3_VERSION, 3},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.system);
+        SSL_CTX* const context = SSL_CTX_new(TLS_client_method());
+        SSL_CTX_set_min_proto_version(context, row.version);
+        SSL_CTX_set_security_level(context, row.level);
+        EXPECT_TRUE(TrustChoice::of(options).trust->govern(context, "127.0.0.1"));
+        EXPECT_EQ(SSL_CTX_get_min_proto_version(context), row.leastVersion);
+        EXPECT_EQ(SSL_CTX_get_security_level(context), row.leastLevel);
+        SSL_CTX_free(context);
+    }
+    auto identity = authority.issue();
+    identity.isOld = true;
+    const ScriptedServer old(script(), identity);
+    EXPECT_EQ(outcome(old.url(""), options), "TLS failed: tlsv1 alert protocol version.");
+}
+
 TEST_F(TrustTest, ABrokenHandshakeIsTheSameToAllTraffic) {
     const ScriptedServer plain(ScriptedServer::Script([](ScriptedServer::Connection& connection) {
         connection.readSome();

@@ -38,23 +38,19 @@ CurlMulti& CurlHandle::multiForUploads() {
 
 std::unique_ptr<CurlHandle> CurlHandle::take() {
     auto& handles = spares();
-    if (!handles.empty()) {
-        auto handle = std::move(handles.back());
-        handles.pop_back();
-        handle->errorText_[0] = '\0';
-        handle->headers_.clear();
-        return handle;
-    }
-    CURL* const easy = curl_easy_init();
-    if (!easy) throw std::bad_alloc();
-    return std::make_unique<CurlHandle>(easy);
+    if (handles.empty()) return std::make_unique<CurlHandle>();
+    auto handle = std::move(handles.back());
+    handles.pop_back();
+    handle->forgetLast();
+    return handle;
 }
 
 void CurlHandle::giveBack(std::unique_ptr<CurlHandle> handle) {
     if (spares().size() < kMostSpares) spares().push_back(std::move(handle));
 }
 
-CurlHandle::CurlHandle(CURL* easy) : easy_(easy), address_(curl_url()) {
+CurlHandle::CurlHandle() : easy_(curl_easy_init()), address_(curl_url()) {
+    if (!easy_) throw std::bad_alloc();
     curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, errorText_);
     curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
     curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
@@ -62,7 +58,11 @@ CurlHandle::CurlHandle(CURL* easy) : easy_(easy), address_(curl_url()) {
     curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // abandons a name lookup that hangs
     curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-    curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+}
+
+void CurlHandle::forgetLast() noexcept {
+    errorText_[0] = '\0';
+    headers_.clear();
 }
 
 CurlHandle::~CurlHandle() {

@@ -28,7 +28,7 @@ public:
     static CurlMulti& multi();
     static CurlMulti& multiForUploads();
 
-    explicit CurlHandle(CURL* easy);
+    CurlHandle();
     CurlHandle(const CurlHandle&) = delete;
     CurlHandle& operator=(const CurlHandle&) = delete;
     ~CurlHandle();
@@ -41,6 +41,8 @@ public:
     /// Decides about certificates. Set it before each transfer.
     CurlTrust& trust() noexcept { return trust_; }
     const CurlTrust& trust() const noexcept { return trust_; }
+    /// Forgets the header lines and the error of the last transfer. A handle from `take` has none.
+    void forgetLast() noexcept;
     /// What libcurl said about the failure of the last transfer.
     std::string_view errorText(CURLcode result) const;
 

@@ -1,17 +1,16 @@
 #include "VexIMLib/internal/SocketIO/Transports/PollingTransport.h"
 
 #include <curl/curl.h>
-#include <strings.h>
 
-#include <array>
 #include <memory>
 #include <string_view>
 #include <utility>
 
 #include "VexIMLib/Foundation/Error.h"
-#include "VexIMLib/internal/Platform/Loading/CurlHeaderList.h"
+#include "VexIMLib/internal/Foundation/Text/ASCII.h"
+#include "VexIMLib/internal/Platform/Loading/CurlHandle.h"
 #include "VexIMLib/internal/Platform/Loading/CurlMulti.h"
-#include "VexIMLib/internal/Platform/Loading/CurlTrust.h"
+#include "VexIMLib/internal/Platform/Loading/HTTPHeaderFields.h"
 #include "VexIMLib/internal/Platform/Threads/NetworkThreadAsio.h"
 #include "VexIMLib/internal/SocketIO/Protocol/BoundedAppend.h"
 #include "VexIMLib/internal/SocketIO/Protocol/ConnectionError.h"
@@ -54,10 +53,8 @@ private:
     LivePolling& owner_;
     CurlMulti& multi_;
     const TransportOptions& options_;
-    CURL* const easy_ = curl_easy_init();
-    CurlTrust trust_;
-    CurlHeaderList headers_;
-    std::array<char, CURL_ERROR_SIZE> description_{};
+    CurlHandle handle_;
+    CURL* const easy_ = handle_.easy();
     std::string body_;
     std::size_t bodySent_ = 0;
     std::string answer_;
@@ -121,11 +118,6 @@ Request::Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& o
       multi_(multi),
       options_(options) {
     multi_.prepare(easy_, *this);
-    curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, description_.data());
-    curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);  // abandons a name lookup that hangs
-    curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
-    curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
     curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     curl_easy_setopt(easy_, CURLOPT_ACCEPT_ENCODING, "");
     curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION, &Request::onBody);
@@ -139,19 +131,16 @@ Request::Request(LivePolling& owner, CurlMulti& multi, const TransportOptions& o
         curl_easy_setopt(easy_, CURLOPT_PROXY,
                          ("http://" + authorityOf(proxy->host, proxy->port)).c_str());
         curl_easy_setopt(easy_, CURLOPT_HTTPPROXYTUNNEL, 1L);
-        curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
         if (proxy->user) {
             curl_easy_setopt(easy_, CURLOPT_PROXYUSERNAME, proxy->user->c_str());
             curl_easy_setopt(easy_, CURLOPT_PROXYPASSWORD, proxy->password.c_str());
         }
     }
-    curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    trust_.apply(easy_, options_.trust.trust, options_.endpoint.host);
+    handle_.trust().apply(easy_, options_.trust.trust, options_.endpoint.host);
 }
 
 Request::~Request() {
     if (isRunning_) multi_.remove(easy_);
-    curl_easy_cleanup(easy_);
 }
 
 void Request::start(const std::string& url, const std::string& cookies,
@@ -159,14 +148,14 @@ void Request::start(const std::string& url, const std::string& cookies,
     answer_.clear();
     headBytes_ = 0;
     cookies_.clear();
-    description_.front() = '\0';
+    handle_.forgetLast();
     isTooLarge_ = false;
-    headers_.clear();
-    for (const auto& [name, value] : options_.headers) headers_.add(name, value);
-    if (!cookies.empty()) headers_.add("Cookie", cookies);
-    headers_.suppress("Expect");
+    auto& headers = handle_.headers();
+    for (const auto& [name, value] : options_.headers) headers.add(name, value);
+    if (!cookies.empty()) headers.add("Cookie", cookies);
+    headers.suppress("Expect");
     if (body) {
-        headers_.add("Content-Type", "text/plain;charset=UTF-8");
+        headers.add("Content-Type", "text/plain;charset=UTF-8");
         // libcurl resends a request if an idle connection turns out to be dead. A body that cannot
         // be rewound is not sent twice, so no message arrives twice. Before its first byte the
         // retry is fine.
@@ -178,7 +167,7 @@ void Request::start(const std::string& url, const std::string& cookies,
         curl_easy_setopt(easy_, CURLOPT_READDATA, this);
     }
     curl_easy_setopt(easy_, CURLOPT_URL, url.c_str());
-    curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers_.get());
+    curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, headers.get());
     curl_easy_setopt(easy_, CURLOPT_TIMEOUT_MS, static_cast<long>(timeout.count()));
     isRunning_ = true;
     multi_.add(easy_);
@@ -202,19 +191,16 @@ std::size_t Request::onBody(char* bytes, std::size_t size, std::size_t count, vo
 }
 
 std::size_t Request::onHeader(char* bytes, std::size_t size, std::size_t count, void* self) {
-    constexpr std::string_view kName = "set-cookie:";
     auto& request = *static_cast<Request*>(self);
-    std::string_view line(bytes, size * count);
+    const std::string_view line(bytes, size * count);
     request.headBytes_ += line.size();
     if (request.headBytes_ > kMaxHeadBytes) {
         request.isTooLarge_ = true;
         return 0;
     }
-    if (line.size() > kName.size() && ::strncasecmp(line.data(), kName.data(), kName.size()) == 0) {
-        line.remove_prefix(kName.size());
-        while (line.ends_with('\n') || line.ends_with('\r')) line.remove_suffix(1);
-        request.cookies_.emplace_back(line);
-    }
+    const auto colon = line.find(':');
+    if (colon != line.npos && sameHeaderName(line.substr(0, colon), "Set-Cookie"))
+        request.cookies_.emplace_back(detail::trimmed(line.substr(colon + 1)));
     return size * count;
 }
 
@@ -233,9 +219,8 @@ event::RequestFailed Request::failure(CURLcode result) const {
     curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &proxyStatus);
     if (proxyStatus >= 300)
         return {proxyRefusal(static_cast<int>(proxyStatus)), false, VXIMConnectionErrorProxy};
-    const std::string_view text =
-        description_.front() != '\0' ? description_.data() : curl_easy_strerror(result);
-    if (const auto fault = trust_.fault(easy_, result, text)) {
+    const std::string_view text = handle_.errorText(result);
+    if (const auto fault = handle_.trust().fault(easy_, result, text)) {
         const bool isCut = fault->code == URLErrorNetworkConnectionLost;
         return {fault->words, false,
                 isCut ? VXIMConnectionErrorLost : VXIMConnectionErrorNotSecure};
