@@ -75,7 +75,7 @@ private:
     void stop() {
         if (isForkedChild) return;  // the thread belongs to the parent, and so may the locks
         exiting_ = true;
-        MainQueue::shared().async([] {});  // it looks again
+        MainQueue::shared().async([] {});  // wakes the thread, which then checks `exiting_`
         const auto until =
             // it runs no code of the program that could delay it
             std::chrono::steady_clock::now() + std::chrono::seconds(10);

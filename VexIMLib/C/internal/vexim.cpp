@@ -149,7 +149,8 @@ thread_local std::string executed;
 
 using namespace vexim::c;
 
-// No exception may pass through C. The only one left is out of memory; the call then does nothing.
+// No exception may pass through C. The only one that can still come here means that memory ran out;
+// the call then does nothing.
 
 vexim_client vexim_create(const char* configuration) try {
     if (!isAtHome() || !turnMainQueue()) return 0;

@@ -128,14 +128,15 @@ void CatchUp::list(int failures) {
         });
 }
 
-/// Start at the end of the history, even if it is being read: new messages are wanted, too.
+/// Queues a reading from the end of the history. If the history is being read now, it is read once
+/// more afterwards, since newer messages may have come.
 void CatchUp::want(const VXIMConversationId& conversation) {
     Reading& reading = readings_[conversation];
     if (std::exchange(reading.isWanted, true)) return;
     if (!reading.isRunning) queue_.push_back(conversation);
 }
 
-/// For each login.
+/// At most once for each login.
 void CatchUp::wantOnce(const VXIMConversationId& conversation) {
     if (!readings_.contains(conversation) && !complete_.contains(conversation)) want(conversation);
 }
@@ -251,7 +252,7 @@ void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::ve
     requestPage(conversation);
 }
 
-/// Start again; the stored messages are known by then.
+/// Starts again after a pause. The messages that were stored are known by then.
 void CatchUp::tryAgainLater(const VXIMConversationId& conversation, const ErrorPtr& error) {
     result_.error = error;
     const auto wait = pauseAfter(readings_[conversation].failures++);

@@ -37,7 +37,7 @@ ErrorPtr errorOf(Body body) {
 
 }  // namespace
 
-/// The first job.
+/// The first job. The thread opens the file for it.
 class Engine::Opening final : public Job {
 public:
     explicit Opening(std::function<void(std::shared_ptr<Engine>, std::string, ErrorPtr)> opened)
@@ -52,7 +52,7 @@ private:
     std::function<void(std::shared_ptr<Engine>, std::string, ErrorPtr)> opened_;
 };
 
-/// The last one.
+/// The last job. The thread closes the file for it.
 class Engine::Closing final : public Job {
 public:
     explicit Closing(VXIMBooleanCompletion completion) : completion_(std::move(completion)) {}

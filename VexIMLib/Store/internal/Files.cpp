@@ -204,7 +204,7 @@ void removeOthers(const std::string& folder, const std::vector<std::string>& nam
         }
         for (const auto& each : others) std::filesystem::remove(each, ignored);
         ::rmdir(folder.c_str());
-    } catch (...) {  // try again another time
+    } catch (...) {  // the next call tries again
     }
 }
 

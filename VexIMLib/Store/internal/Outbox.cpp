@@ -123,7 +123,7 @@ void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message,
     }
     address(message, conversation);
     Dictionary payload = message.dictionaryRepresentation();
-    // of one that is passed on
+    // fields that a forwarded message still has
     for (const char* const field : {"ts", "from", "speaker", kServiceIdField})
         payload.remove(field);
     payload.set(kKeyField, newKey());

@@ -154,7 +154,7 @@ void Outbox::handOver(const VXIMConversationId& conversation, Lane& lane) {
             case Stage::Waiting:
             case Stage::Writing:
             case Stage::Handing:
-            case Stage::Doubtful: return;  // one after the other
+            case Stage::Doubtful: return;  // one message after the other
         }
     }
 }
@@ -236,7 +236,7 @@ void Outbox::didHand(const VXIMConversationId& conversation, std::int64_t localI
     pump(conversation);
 }
 
-/// It waits, and so do later messages.
+/// Makes the message wait, and with it the later ones of its conversation.
 void Outbox::hold(const VXIMConversationId& conversation, Lane& lane, Item& item,
                   const ErrorPtr& error) {
     item.stage = Stage::Waiting;

@@ -67,9 +67,9 @@ struct VXIMConversations::Impl : std::enable_shared_from_this<Impl> {
     std::vector<VXIMBooleanCompletion> openers;
     bool isOpening = false;
     bool isLoggedIn = false;  // and the connection has been up since
-    bool isLinked = false;    // and the store is open, and this user's
+    bool isLinked = false;    // and the store is open and belongs to this user
     std::uint64_t statusCount = 0;
-    std::deque<Arrival> unstored;  // in the order of their coming
+    std::deque<Arrival> unstored;  // in the order in which they came
     bool isStoringPaused = false;
     bool hasLostSome = false;
     std::shared_ptr<VXIMStoreObservation> damage;
@@ -258,7 +258,7 @@ void VXIMConversations::Impl::didReceive(const vexim::Notification& notification
     if (isOwn) arrival.direction = VXIMStoredMessageOutgoing;
     const auto conversation = isSystem ? VXIMConversationId{VXIMConversationKindSystem, ""}
                                        : conversationOf(*message, isOwn);
-    if (!conversation) return;  // to nobody who exists
+    if (!conversation) return;  // the receiver is none that is stored
     arrival.conversation = *conversation;
     storeArrival(std::move(arrival));
 }

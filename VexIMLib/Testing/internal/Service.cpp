@@ -46,7 +46,7 @@ Reply Service::reply(const FakeService::Request& request, bool isHandshake) {
             reply.answer = {
                 400, Dictionary{{"code", 5}, {"message", "Unsupported protocol version"}}, {}};
         }
-        // here, where the caller gets the error if it cannot be sent
+        // try it here, where an exception still becomes an answer
         if (reply.answer) bodyText(*reply.answer);
     } catch (const std::exception& exception) {
         reply.answer = {

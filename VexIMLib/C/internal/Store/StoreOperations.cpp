@@ -3,7 +3,7 @@
 //
 // Further types: conversationId {"kind": "friend", "group", "room" or "system", "id"},
 // storePosition {"sentAtMillis", "localId"}. `store` names a store that VXIMMessageStore.open has
-// opened; without it the operation is about that of VXIMConversations.open.
+// opened; without it the operation uses the one that VXIMConversations.open opened.
 
 #include "VexIMLib/C/internal/Store/StoreHandlers.h"
 
