@@ -12,6 +12,7 @@ import { extname, join } from 'node:path';
 import { pipeline } from 'node:stream/promises';
 import { promisify } from 'node:util';
 import { ServiceError, must } from './errors.js';
+import { sentences } from './interface.js';
 
 const formOverhead = 65_536; // boundaries, part headers and small fields around the file
 const thumbnailEdge = 256; // pixels
@@ -78,14 +79,14 @@ export class Attachments {
     request.pipe(form);
     try {
       await Promise.race([once(form, 'close'), broken]);
-      must(saved, 'invalidValue', 'The field "attachment" has no file.');
+      must(saved, 'invalidValue', sentences.noFile);
       return await saved;
     } catch (error) {
       request.unpipe(form);
       request.resume(); // the answer must not be lost to a reset while the client still sends
       const file = await saved?.catch(() => undefined); // what it left is gone before the answer is out
       if (file) await this.#remove(file.name);
-      throw fault ?? form.errored ? new ServiceError('malformedBody', 'The multipart form is malformed.') : error;
+      throw fault ?? form.errored ? new ServiceError('malformedBody', sentences.brokenForm) : error;
     }
   }
 
@@ -153,7 +154,7 @@ function openForm(headers, fileSize) {
   try {
     return busboy({ headers, limits: { fileSize: fileSize + 1, files: 4, fields: 16, parts: 20 } });
   } catch {
-    throw new ServiceError('malformedBody', 'An attachment must be sent as multipart/form-data.');
+    throw new ServiceError('malformedBody', sentences.notMultipart);
   }
 }
 

@@ -2,6 +2,7 @@
 //   {"client": id, "install": id}   {"username", "password"}   {"phone", "password": the SMS code}   {"oauth": {…}}
 
 import { must } from './errors.js';
+import { sentences } from './interface.js';
 import { isObject } from './values.js';
 
 /**
@@ -33,7 +34,7 @@ function parse(parameter) {
   } catch {
     // No JSON is no object either.
   }
-  must(isObject(auth), 'malformedBody', 'The connect parameter "auth" must be a JSON object.');
+  must(isObject(auth), 'malformedBody', sentences.notAuth);
   return auth;
 }
 

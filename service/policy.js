@@ -2,6 +2,7 @@
 // What has no rule is refused. The application's key may do everything: it says nothing about the user.
 
 import { must } from './errors.js';
+import { paths } from './interface.js';
 
 const anyone = () => true;
 const oneself = ({ user, params }) => params.id === user;
@@ -35,33 +36,33 @@ async function mayNotify(request) {
   return params.id === user || (await store.friendship(user, params.id)) !== undefined;
 }
 
-const attributes = (prefix, read, change) => ({
-  [`${prefix}/attributes`]: { get: read, post: change, put: change, delete: change },
-  [`${prefix}/attributes/:key`]: { get: read },
+const attributes = (record, read, change) => ({
+  [paths[`${record}Attributes`]]: { get: read, post: change, put: change, delete: change },
+  [paths[`${record}Attribute`]]: { get: read },
 });
 
 export const policy = {
-  '/ctx': { get: anyone },
-  '/ctx/:id': { get: anyone },
-  '/ctx/:id/installs': { delete: oneself },
-  '/ctx/:id/groups': { get: oneself },
-  '/ctx/:id/rooms': { get: oneself },
-  ...attributes('/ctx/:id', anyone, oneself),
-  '/ctx/:id/friends': { get: oneself },
-  '/ctx/:id/friends/:friend': { get: oneself, post: oneself, delete: oneself },
-  '/ctx/:id/friends/:friend/chats': { get: oneself },
-  '/groups': { get: anyone, post: ({ user, body }) => body?.owner === user },
-  '/groups/:id': { get: member('groups'), put: owner, delete: mayDelete },
-  '/groups/:id/members': { post: member('groups'), delete: either(owner, onlyMe(inMembers)) },
-  '/groups/:id/chats': { get: member('groups') },
-  ...attributes('/groups/:id', member('groups'), owner),
-  '/rooms': { get: anyone, post: anyone },
-  '/rooms/:id': { get: anyone, put: member('rooms') },
-  '/rooms/:id/members': { post: either(member('rooms'), onlyMe(inMembers)), delete: either(member('rooms'), onlyMe((body) => body)) },
-  ...attributes('/rooms/:id', anyone, member('rooms')),
-  '/passengers/:id': { get: anyone },
-  '/passengers/:id/chats/:user': { get: ({ user, params }) => params.user === user },
-  '/system/:id': { post: mayNotify },
+  [paths.users]: { get: anyone },
+  [paths.user]: { get: anyone },
+  [paths.userInstalls]: { delete: oneself },
+  [paths.userGroups]: { get: oneself },
+  [paths.userRooms]: { get: oneself },
+  ...attributes('user', anyone, oneself),
+  [paths.friends]: { get: oneself },
+  [paths.friend]: { get: oneself, post: oneself, delete: oneself },
+  [paths.friendChats]: { get: oneself },
+  [paths.groups]: { get: anyone, post: ({ user, body }) => body?.owner === user },
+  [paths.group]: { get: member('groups'), put: owner, delete: mayDelete },
+  [paths.groupMembers]: { post: member('groups'), delete: either(owner, onlyMe(inMembers)) },
+  [paths.groupChats]: { get: member('groups') },
+  ...attributes('group', member('groups'), owner),
+  [paths.rooms]: { get: anyone, post: anyone },
+  [paths.room]: { get: anyone, put: member('rooms') },
+  [paths.roomMembers]: { post: either(member('rooms'), onlyMe(inMembers)), delete: either(member('rooms'), onlyMe((body) => body)) },
+  ...attributes('room', anyone, member('rooms')),
+  [paths.passenger]: { get: anyone },
+  [paths.passengerChats]: { get: ({ user, params }) => params.user === user },
+  [paths.systemTo]: { post: mayNotify },
 };
 
 /** Throws "notAllowed" unless the one who asks may do that. */
@@ -75,9 +76,9 @@ export async function authorize(path, method, request, store) {
 /** What of an answer is for this user: of others no lists of friends and places, and no group that one is not in. */
 export function visible(path, user, answer) {
   if (user === undefined) return answer;
-  if (path === '/ctx') return answer.map((record) => visible('/ctx/:id', user, record));
-  if (path === '/groups' && Array.isArray(answer)) return answer.filter(({ members }) => members.includes(user));
-  if (path !== '/ctx/:id' || answer?.id === user) return answer;
+  if (path === paths.users) return answer.map((record) => visible(paths.user, user, record));
+  if (path === paths.groups && Array.isArray(answer)) return answer.filter(({ members }) => members.includes(user));
+  if (path !== paths.user || answer?.id === user) return answer;
   const { friends, groups, rooms, ...open } = answer;
   return open;
 }

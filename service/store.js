@@ -6,6 +6,7 @@ import { mkdirSync } from 'node:fs';
 import { isTaken, lockFolder, openDatabase } from './database.js';
 import { must } from './errors.js';
 import { Messages } from './history.js';
+import { sentences } from './interface.js';
 import { digest, hashed, identityDigests, isRight } from './passwords.js';
 import { tables } from './schema.js';
 import { bounded, idPattern, isObject, limits } from './values.js';
@@ -220,7 +221,7 @@ export class Store {
 
   async addPassenger(id = newId('p'), fields = {}) {
     return this.#within(async (store) => {
-      must(!(await store.#row('users', id)), 'invalidValue', 'A user with this id already exists.');
+      must(!(await store.#row('users', id)), 'invalidValue', sentences.idOfUser);
       return store.#add('passengers', { id, fields: fitting(fields) });
     });
   }
@@ -313,7 +314,7 @@ export class Store {
 
   async #befriend(fromId, toId) {
     for (const id of [fromId, toId].sort()) must(await this.#row('users', id, { forUpdate: true }), 'unknownUser');
-    must(fromId !== toId, 'invalidValue', 'Users cannot be their own friends.');
+    must(fromId !== toId, 'invalidValue', sentences.ownFriend);
     const friendship = { ts: Date.now(), from: fromId, to: toId };
     const ends = [[fromId, toId], [toId, fromId]];
     const rows = ends.map(([user, friend]) => ({ ...friendship, user, friend }));
@@ -330,7 +331,7 @@ export class Store {
   }
 
   async #add(kind, { id, ...fields }, members) {
-    must(typeof id === 'string' && idPattern.test(id), 'invalidValue', 'An id must have 1 to 64 characters: letters, digits and . _ ~ @ -');
+    must(typeof id === 'string' && idPattern.test(id), 'invalidValue', sentences.notId);
     const [{ count }] = await this.#db(kind).count({ count: '*' });
     must(Number(count) < limits.records, 'limitReached');
     const record = { id, ...fields, created: Date.now(), updated: Date.now() };

@@ -2,6 +2,7 @@
 
 import { createHash } from 'node:crypto';
 import { must } from './errors.js';
+import { named, records, sentences } from './interface.js';
 
 export const idPattern = /^[A-Za-z0-9._~@-]{1,64}$/; // ids are put into paths as they are
 
@@ -19,26 +20,36 @@ export const isObject = (value) => typeof value === 'object' && value !== null &
 
 /** `body` itself when it is a JSON object. */
 export function object(body) {
-  must(isObject(body), 'malformedBody', 'The body must be a JSON object.');
+  must(isObject(body), 'malformedBody', sentences.notObject);
   return body;
 }
 
 /** `value` itself when it is a text that is not empty. */
 export function text(value, name) {
-  must(typeof value === 'string' && value !== '', 'invalidValue', `"${name}" must be a string.`);
+  must(typeof value === 'string' && value !== '', 'invalidValue', named('notText', name));
   return value;
 }
 
 /** `value` itself when it is an array of texts. */
 export function texts(value, name) {
-  must(Array.isArray(value) && value.every((item) => typeof item === 'string'), 'invalidValue', `"${name}" must be an array of strings.`);
+  must(Array.isArray(value) && value.every((item) => typeof item === 'string'), 'invalidValue', named('notTexts', name));
   return value;
+}
+
+const checks = { text, texts };
+
+/** `body` itself. Throws if a field is not of the kind that interface.json gives for it. */
+export function given(record, body) {
+  for (const [name, kind] of Object.entries(records[record].given)) {
+    if (body[name] !== undefined) checks[kind](body[name], name);
+  }
+  return body;
 }
 
 /** The whole number in the query parameter `value`; `otherwise` when there is none. */
 export function count(value, name, otherwise) {
   if (value === undefined || value === '') return otherwise;
-  must(/^[0-9]{1,15}$/.test(value), 'invalidValue', `"${name}" must be a whole number.`);
+  must(/^[0-9]{1,15}$/.test(value), 'invalidValue', named('notCount', name));
   return Number(value);
 }
 

@@ -2,10 +2,11 @@
 
 import express from 'express';
 import { must } from '../errors.js';
+import { paths } from '../interface.js';
 
 /** POST /attachment answers [URL], and for a picture [URL, URL of its thumbnail]. */
 export function uploads({ attachments }, { publicUrl }) {
-  return express.Router().post('/attachment', async (request, response) => {
+  return express.Router().post(paths.attachment, async (request, response) => {
     const names = await attachments.receive(request);
     const origin = publicUrl ?? `${request.protocol}://${request.get('host')}`;
     response.json(names.map((name) => `${origin}/files/${name}`));
@@ -14,7 +15,7 @@ export function uploads({ attachments }, { publicUrl }) {
 
 /** GET /files/NAME, whole or in ranges. Not signed: who knows the name may read. */
 export function files({ attachments }) {
-  return express.Router().get('/files/:name', async (request, response) => {
+  return express.Router().get(paths.file, async (request, response) => {
     const file = await attachments.find(request.params.name);
     must(file, 'unknownFile');
     // A page that somebody uploads is not to act in this origin's name.

@@ -1,11 +1,12 @@
 // …/attributes: the free-form object that users, groups and rooms carry
 
 import { must } from '../errors.js';
+import { paths } from '../interface.js';
 import { object } from '../values.js';
 
-/** The attribute paths below `prefix`, which holds ":id"; `kind` is what carries them. */
-export const attributes = (prefix, store, kind) => ({
-  [`${prefix}/attributes`]: {
+/** The attribute paths of a `record`, such as "group"; `kind` is what carries them. */
+export const attributes = (record, store, kind) => ({
+  [paths[`${record}Attributes`]]: {
     get: async ({ params }) => (await store.find(kind, params.id)).attributes,
     async post({ params, body }) {
       await store.change(kind, params.id, ({ attributes }) => ({ attributes: { ...attributes, ...object(body) } }));
@@ -17,7 +18,7 @@ export const attributes = (prefix, store, kind) => ({
       await store.change(kind, params.id, () => ({ attributes: {} }));
     },
   },
-  [`${prefix}/attributes/:key`]: {
+  [paths[`${record}Attribute`]]: {
     async get({ params }) {
       const { attributes } = await store.find(kind, params.id);
       must(Object.hasOwn(attributes, params.key), 'unknownAttribute');

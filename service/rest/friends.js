@@ -1,19 +1,20 @@
 // /ctx/…/friends: the friends of a user, and what they wrote to each other
 
 import { must } from '../errors.js';
+import { paths } from '../interface.js';
 import { conversation } from '../store.js';
 import { inTurn } from '../values.js';
 import { history } from './history.js';
 
 export const friends = ({ store, views }) => ({
-  '/ctx/:id/friends': {
+  [paths.friends]: {
     async get({ params, query }) {
       const { id } = await store.user(params.id);
       const ids = await store.friends(id);
       return 'detail' in query ? inTurn(ids, (friend) => views.friend(id, friend)) : ids;
     },
   },
-  '/ctx/:id/friends/:friend': {
+  [paths.friend]: {
     async get({ params }) {
       await mustBeFriends(store, params);
       return views.friend(params.id, params.friend);
@@ -24,7 +25,7 @@ export const friends = ({ store, views }) => ({
     },
     delete: ({ params }) => store.unfriend(params.id, params.friend),
   },
-  '/ctx/:id/friends/:friend/chats': {
+  [paths.friendChats]: {
     async get({ params, query }) {
       await mustBeFriends(store, params);
       return history(store, conversation.between(params.id, params.friend), query);

@@ -1,20 +1,21 @@
 // /groups: groups, their members and messages
 
+import { free, paths } from '../interface.js';
 import { conversation } from '../store.js';
-import { inTurn, object, text, texts } from '../values.js';
+import { given, inTurn, object, text, texts } from '../values.js';
 import { attributes } from './attributes.js';
 import { history } from './history.js';
 import { search } from './search.js';
 
 export const groups = ({ store, views }) => ({
-  '/groups': {
+  [paths.groups]: {
     get: async ({ query }) => inTurn(await search(store, 'groups', query), views.group),
     async post({ body }) {
       const { owner, attributes, ...rest } = split(object(body), {});
       return (await store.addGroup({ owner: text(owner, 'owner'), attributes, ...rest })).id;
     },
   },
-  '/groups/:id': {
+  [paths.group]: {
     get: async ({ params }) => views.group(await store.group(params.id)),
     async put({ params, body }) {
       await store.change('groups', params.id, (group) => {
@@ -24,19 +25,20 @@ export const groups = ({ store, views }) => ({
     },
     delete: ({ params }) => store.removePlace(params.id), // rooms are deleted here too
   },
-  '/groups/:id/members': {
+  [paths.groupMembers]: {
     post: ({ params, body }) => store.addMembers('groups', params.id, texts(object(body).members, 'members')),
     delete: ({ params, body }) => store.removeMembers('groups', params.id, texts(object(body).members, 'members')),
   },
-  '/groups/:id/chats': {
+  [paths.groupChats]: {
     get: async ({ params, query }) => history(store, conversation.inGroup((await store.group(params.id)).id), query),
   },
-  ...attributes('/groups/:id', store, 'groups'),
+  ...attributes('group', store, 'groups'),
 });
 
 /** The parts of a body. A group's name is one of its attributes; what the service itself sets is left out; all else is kept as it comes. */
-function split({ id, ts, recent, owner, members, name, attributes, ...fields }, oldAttributes) {
-  if (members !== undefined) texts(members, 'members');
-  if (name !== undefined) attributes = { ...(attributes ?? oldAttributes), name };
-  return { owner, members, attributes, fields };
+function split(body, oldAttributes) {
+  const { owner, members, attributes } = given('group', body);
+  const { name, ...fields } = free('group', body);
+  if (name === undefined) return { owner, members, attributes, fields };
+  return { owner, members, attributes: { ...(attributes ?? oldAttributes), name }, fields };
 }

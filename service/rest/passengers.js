@@ -1,23 +1,25 @@
 // /passengers: anonymous visitors, and their talks with users
 
+import { free, paths } from '../interface.js';
 import { conversation } from '../store.js';
-import { object } from '../values.js';
+import { given, object } from '../values.js';
 import { history } from './history.js';
 
 export const passengers = ({ store, views }) => ({
-  '/passengers': {
+  [paths.passengers]: {
     // Changes the passenger whose "id" is given, or makes one.
     async post({ body }) {
-      const { id, ts, ...fields } = object(body);
+      const { id } = given('passenger', object(body));
+      const fields = free('passenger', body);
       if (!(await store.isPassenger(id))) return (await store.addPassenger(id, fields)).id;
       await store.change('passengers', id, (passenger) => ({ fields: { ...passenger.fields, ...fields } }));
       return id;
     },
   },
-  '/passengers/:id': {
+  [paths.passenger]: {
     get: async ({ params }) => views.passenger(await store.passenger(params.id)),
   },
-  '/passengers/:id/chats/:user': {
+  [paths.passengerChats]: {
     async get({ params, query }) {
       await store.passenger(params.id);
       await store.user(params.user);

@@ -1,14 +1,15 @@
 // /system: messages from the system itself, to everybody, a user, the members of a group or of a room
 
+import { paths } from '../interface.js';
 import { object } from '../values.js';
 
 export const system = ({ store, live }) => ({
-  '/system': {
+  [paths.system]: {
     async post({ body }) {
       await live.sendToAll('sys', object(body));
     },
   },
-  '/system/:id': {
+  [paths.systemTo]: {
     async post({ params, query, body }) {
       await live.send(await readers(store, params.id, query), 'sys', object(body));
     },

@@ -1,26 +1,27 @@
 // /ctx: users, their installations and lists
 
+import { paths } from '../interface.js';
 import { inTurn, object, texts } from '../values.js';
 import { attributes } from './attributes.js';
 import { search } from './search.js';
 
 export const users = ({ store, views }) => ({
-  '/ctx': {
+  [paths.users]: {
     get: async ({ query }) => inTurn(await search(store, 'users', query), views.user),
   },
-  '/ctx/:id': {
+  [paths.user]: {
     get: async ({ params }) => views.user(await store.user(params.id)),
   },
-  '/ctx/:id/installs': {
+  [paths.userInstalls]: {
     delete: ({ params, body }) => store.removeInstalls(params.id, texts(object(body).installs, 'installs')),
   },
-  '/ctx/:id/groups': {
+  [paths.userGroups]: {
     get: ({ params, query }) => list(store, 'groups', params.id, query, views.group),
   },
-  '/ctx/:id/rooms': {
+  [paths.userRooms]: {
     get: ({ params, query }) => list(store, 'rooms', params.id, query, views.room),
   },
-  ...attributes('/ctx/:id', store, 'users'),
+  ...attributes('user', store, 'users'),
 });
 
 /** Ids, or with "?detail" whole records. */

@@ -64,7 +64,7 @@ std::string Attachments::receive(const FakeService::Request& request, const std:
     const std::string type = request.headers.get("content-type").asString().value_or("");
     const auto mark = type.find("boundary=");
     must(type.starts_with("multipart/form-data") && mark != std::string::npos,
-         refusal::malformedBody, "An attachment must be sent as multipart/form-data.");
+         errors::malformedBody, sentences::notMultipart);
     std::string boundary = type.substr(mark + 9);
     std::erase(boundary, '"');
 
@@ -72,8 +72,7 @@ std::string Attachments::receive(const FakeService::Request& request, const std:
     while (const auto part = between(rest, "--" + boundary + "\r\n", "\r\n--" + boundary)) {
         rest.remove_prefix(static_cast<std::size_t>(part->data() - rest.data()) + part->size() + 2);
         const auto headEnd = part->find("\r\n\r\n");
-        must(headEnd != std::string_view::npos, refusal::malformedBody,
-             "The multipart form is malformed.");
+        must(headEnd != std::string_view::npos, errors::malformedBody, sentences::brokenForm);
         const std::string head = std::string(part->substr(0, headEnd)) + "\r\n";
         if (between(head, " name=\"", "\"") != "attachment") continue;
         File file{std::string(
@@ -83,7 +82,7 @@ std::string Attachments::receive(const FakeService::Request& request, const std:
         files_[full] = std::move(file);
         return full;
     }
-    throw ServiceError(refusal::invalidValue, "The field \"attachment\" has no file.");
+    throw ServiceError(errors::invalidValue, sentences::noFile);
 }
 
 bool Attachments::isPicture(const std::string& name) const {
@@ -93,13 +92,13 @@ bool Attachments::isPicture(const std::string& name) const {
 FakeService::Answer Attachments::answer(const std::string& name,
                                         const FakeService::Request& request) const {
     const auto found = files_.find(name);
-    must(found != files_.end(), refusal::unknownFile);
+    must(found != files_.end(), errors::unknownFile);
     const auto& [type, bytes] = found->second;
     const Dictionary headers{{"Content-Type", type}, {"Accept-Ranges", "bytes"}};
     const Value& wanted = request.headers.get("range");
     if (wanted.isNil()) return {200, Data(bytes), headers};
     const auto range = rangeIn(*wanted.asStringView(), bytes.size());
-    must(range.has_value(), refusal::badRange);
+    must(range.has_value(), errors::badRange);
     const auto [first, last] = *range;
     FakeService::Answer answer{206, Data(std::string_view(bytes).substr(first, last - first + 1)),
                                headers};

@@ -34,12 +34,12 @@ bool fits(const Dictionary& auth, const FakeService::User& user) {
 double checkSignature(const FakeService::Options& options, const Value& app,
                       const Value& signature) {
     const std::string given = signature.asString().value_or("");
-    must(!given.empty(), refusal::unsigned_);
-    must(app.asStringView() == options.appId, refusal::unknownApp);
+    must(!given.empty(), errors::unsigned_);
+    must(app.asStringView() == options.appId, errors::unknownApp);
     const auto comma = given.find(',');
     const std::string seconds = comma == std::string::npos ? "" : given.substr(comma + 1);
     must(!seconds.empty() && md5Hex(seconds + options.clientKey) + "," + seconds == given,
-         refusal::badSignature);
+         errors::badSignature);
     return Value(seconds).doubleValue();
 }
 
@@ -119,8 +119,7 @@ void Live::watchPresence(const std::string& user, const std::function<void()>& c
 
 std::string Live::identify(const Value& value) {
     const Dictionary* const auth = value.asDictionary();
-    must(auth != nullptr, refusal::malformedBody,
-         "The connect parameter \"auth\" must be a JSON object.");
+    must(auth != nullptr, errors::malformedBody, sentences::notAuth);
     checkSignature(options_, auth->get("app"), auth->get("sign"));
     if (const Value* const client = auth->find("client")) {
         const std::string id = client->asString().value_or("");
@@ -128,7 +127,7 @@ std::string Live::identify(const Value& value) {
     }
     const auto known = std::ranges::find_if(
         store_.users, [&](const Person& person) { return fits(*auth, person.credentials); });
-    must(known != store_.users.end(), refusal::wrongCredentials);
+    must(known != store_.users.end(), errors::wrongCredentials);
     return known->id;
 }
 
@@ -138,7 +137,7 @@ void Live::sessionJoined(LiveSession& session) {
     logins.add(auth.isDictionary() ? *auth.asDictionary() : Dictionary());
     if (policy != FakeService::Logins::Ignored) {
         try {
-            must(policy == FakeService::Logins::Checked, refusal::wrongCredentials);
+            must(policy == FakeService::Logins::Checked, errors::wrongCredentials);
             const std::string user = identify(auth);
             watchPresence(user, [&] {
                 session.user = user;
@@ -176,13 +175,13 @@ void Live::sessionSaid(LiveSession& session, const std::string& event, const Val
 
 void Live::say(const std::string& sender, const Value& payload) {
     const Value& to = payload.get("to");
-    must(payload.get("content").isDictionary() && to.isDictionary(), refusal::invalidValue,
-         "A message needs \"content\" and \"to\".");
+    must(payload.get("content").isDictionary() && to.isDictionary(), errors::invalidValue,
+         sentences::notMessage);
     const std::string id = to.get("id").asString().value_or("");
     const Value& type = to.get("type");
     must(
         type.kind() == Value::Kind::Integer && type.integer() >= ToUser && type.integer() <= ToRoom,
-        refusal::invalidValue, "\"to\".\"type\" must be 0, 1 or 2.");
+        errors::invalidValue, sentences::notReceiver);
 
     Dictionary from{{"id", sender}, {"type", type}};
     std::vector<std::string> readers;
@@ -190,17 +189,17 @@ void Live::say(const std::string& sender, const Value& payload) {
     if (type.integer() == ToUser) {
         const bool isPassenger = store_.passengers.find(sender) != nullptr;
         if (store_.passengers.find(id)) {
-            must(!isPassenger, refusal::notFriends);
+            must(!isPassenger, errors::notFriends);
         } else {
             const Person& reader = store_.users.get(id);
-            must(isPassenger || reader.friendshipWith(sender), refusal::notFriends);
+            must(isPassenger || reader.friendshipWith(sender), errors::notFriends);
         }
         readers = {id};
         conversation = Store::between(sender, id);
     } else {
         const bool isGroup = type.integer() == ToGroup;
         const Place& place = (isGroup ? store_.groups : store_.rooms).get(id);
-        must(place.has(sender), refusal::notMember);
+        must(place.has(sender), errors::notMember);
         readers = place.members;
         if (isGroup) conversation = Store::inGroup(id);
         from.set("gid", id);

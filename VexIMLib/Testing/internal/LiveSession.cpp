@@ -96,7 +96,7 @@ void LiveSession::ended() {
 
 void LiveSession::emit(std::string_view event, const Array& items) {
     auto [packet, fault] = encodeEvent(nsp_, std::nullopt, event, items);
-    must(fault == EncodeFault::None && packet.attachments.empty(), refusal::invalidValue,
+    must(fault == EncodeFault::None && packet.attachments.empty(), errors::invalidValue,
          "The items of an event must be JSON.");
     send(std::move(packet.text));
 }

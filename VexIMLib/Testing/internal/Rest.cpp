@@ -3,6 +3,8 @@
 
 #include <cmath>
 #include <limits>
+#include <span>
+#include <stdexcept>
 #include <utility>
 
 #include "VexIMLib/Foundation/Clock.h"
@@ -21,8 +23,22 @@ Value bodyOf(const FakeService::Request& request) {
     if (request.body.empty()) return nullptr;
     const auto type = request.headers.get("content-type").asStringView().value_or("");
     Value body = type.starts_with("application/json") ? request.json() : Value();
-    must(body.isDictionary() || body.isArray(), refusal::malformedBody);
+    must(body.isDictionary() || body.isArray(), errors::malformedBody);
     return body;
+}
+
+/// `values`. Throws unless they are exactly the fields that the interface lists for this record.
+Dictionary answered(std::span<const Field> fields, Dictionary values) {
+    std::size_t known = 0;
+    for (const Field& field : fields) {
+        if (field.role != FieldRole::answered) continue;
+        const bool isThere = values.contains(field.name);
+        if (!isThere && !field.kind.ends_with('?'))
+            throw std::logic_error("a record lacks " + std::string(field.name));
+        known += isThere ? 1 : 0;
+    }
+    if (known != values.size()) throw std::logic_error("a record has a field that is not answered");
+    return values;
 }
 
 }  // namespace
@@ -33,13 +49,13 @@ void Rest::on(std::string method, std::string pattern, Handler handler) {
 
 FakeService::Answer Rest::answer(const FakeService::Request& request) {
     try {
-        if (const auto file = match("/files/:name", request.path))
+        if (const auto file = match(paths::file, request.path))
             return attachments_.answer(file->front(), request);
         const double signedAt = checkSignature(options_, request.headers.get("x-vx-appid"),
                                                request.headers.get("x-vx-request-sign"));
         must(std::abs(Clock::shared()->wallTime() - signedAt) <= kMaxSignatureAge,
-             refusal::oldSignature);
-        if (request.path == "/attachment" && request.method == "POST")
+             errors::oldSignature);
+        if (request.path == paths::attachment && request.method == "POST")
             return {200, upload(request), {}};
         return find(request);
     } catch (const ServiceError& error) {
@@ -58,7 +74,7 @@ FakeService::Answer Rest::find(const FakeService::Request& request) {
                 route.handler(Call{request, *parameters, Query(request.query), bodyOf(request)}),
                 {}};
     }
-    throw ServiceError(isKnown ? refusal::unknownMethod : refusal::unknownPath);
+    throw ServiceError(isKnown ? errors::unknownMethod : errors::unknownPath);
 }
 
 Value Rest::upload(const FakeService::Request& request) {
@@ -81,50 +97,52 @@ Value Rest::user(const Person& person) {
         if (room.has(person.id)) rooms.append(room.id);
     }
     const std::size_t sessions = live_.sessions(person.id);
-    return Dictionary{{"id", person.id},
-                      {"online", sessions > 0},
-                      {"sessions", sessions},
-                      {"ts", person.updated},
-                      {"attributes", person.attributes},
-                      {"friends", friends},
-                      {"groups", groups},
-                      {"rooms", rooms}};
+    return answered(records::user, {{"id", person.id},
+                                    {"online", sessions > 0},
+                                    {"sessions", sessions},
+                                    {"ts", person.updated},
+                                    {"attributes", person.attributes},
+                                    {"friends", friends},
+                                    {"groups", groups},
+                                    {"rooms", rooms}});
 }
 
 Value Rest::friendOf(const Person& person, const std::string& friendId) {
     const Friendship* const friendship = person.friendshipWith(store_.users.get(friendId).id);
-    must(friendship != nullptr, refusal::notFriends);
+    must(friendship != nullptr, errors::notFriends);
     Dictionary record{{"id", friendId},
                       {"online", live_.sessions(friendId) > 0},
                       {"ts", friendship->since},
                       {"from", friendship->from},
                       {"to", friendship->to}};
     addRecent(record, Store::between(person.id, friendId));
-    return record;
+    return answered(records::friend_, std::move(record));
 }
 
 Value Rest::group(const Place& group) {
-    Dictionary record = group.fields;
-    record.addEntries({{"id", group.id},
-                       {"owner", group.owner},
-                       {"members", Array::fromStrings(group.members)},
-                       {"ts", group.created},
-                       {"attributes", group.attributes}});
+    Dictionary record{{"id", group.id},
+                      {"owner", group.owner},
+                      {"members", Array::fromStrings(group.members)},
+                      {"ts", group.created},
+                      {"attributes", group.attributes}};
     addRecent(record, Store::inGroup(group.id));
-    return record;
+    Dictionary all = group.fields;
+    all.addEntries(answered(records::group, std::move(record)));
+    return all;
 }
 
 Value Rest::room(const Place& room) {
-    return Dictionary{{"id", room.id},
-                      {"name", room.name},
-                      {"members", Array::fromStrings(room.members)},
-                      {"ts", room.created},
-                      {"attributes", room.attributes}};
+    return answered(records::room, {{"id", room.id},
+                                    {"name", room.name},
+                                    {"members", Array::fromStrings(room.members)},
+                                    {"ts", room.created},
+                                    {"attributes", room.attributes}});
 }
 
 Value Rest::passenger(const Record& passenger) {
     Dictionary record = passenger.attributes;
-    record.addEntries({{"id", passenger.id}, {"ts", passenger.created}});
+    record.addEntries(
+        answered(records::passenger, {{"id", passenger.id}, {"ts", passenger.created}}));
     return record;
 }
 

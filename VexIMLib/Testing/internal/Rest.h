@@ -43,8 +43,8 @@ private:
     void addRooms();
     void addPassengers();
     void addSystem();
-    /// …/attributes, below `prefix`, which holds ":id"; `find` gives the owner.
-    void addAttributes(const std::string& prefix,
+    /// The attributes at `path`, and one of them at `pathOfOne`; `find` gives the owner.
+    void addAttributes(const char* path, const char* pathOfOne,
                        const std::function<Record&(const std::string&)>& find);
 
     FakeService::Answer find(const FakeService::Request& request);

@@ -1,4 +1,5 @@
 // The paths of the REST interface, and what each does.
+#include <span>
 #include <utility>
 
 #include "VexIMLib/Testing/internal/Rest.h"
@@ -9,24 +10,44 @@ namespace vexim::testing::fake {
 namespace {
 
 const Dictionary& object(const Value& body) {
-    must(body.isDictionary(), refusal::malformedBody, "The body must be a JSON object.");
+    must(body.isDictionary(), errors::malformedBody, sentences::notObject);
     return *body.asDictionary();
 }
 
 std::string text(const Value& value, const std::string& name) {
-    must(value.isString() && !value.asStringView()->empty(), refusal::invalidValue,
-         "\"" + name + "\" must be a string.");
+    must(value.isString() && !value.asStringView()->empty(), errors::invalidValue,
+         named(sentences::notText, name));
     return *value.asString();
 }
 
 std::vector<std::string> texts(const Value& value, const std::string& name) {
     must(value.isArray() && value.asArray()->strings().size() == value.asArray()->size(),
-         refusal::invalidValue, "\"" + name + "\" must be an array of strings.");
+         errors::invalidValue, named(sentences::notTexts, name));
     return value.asArray()->strings();
 }
 
 std::vector<std::string> members(const Value& body) {
     return texts(object(body).get("members"), "members");
+}
+
+/// `body` itself. Throws if a field is not of the kind that the interface gives for it.
+const Dictionary& checked(std::span<const Field> fields, const Dictionary& body) {
+    for (const Field& field : fields) {
+        const Value* const given = body.find(field.name);
+        if (field.role != FieldRole::given || !given) continue;
+        const std::string name(field.name);
+        if (field.kind == "text") text(*given, name);
+        if (field.kind == "texts") texts(*given, name);
+    }
+    return body;
+}
+
+/// The fields of `body` that are stored as they are: all except those that the service sets itself.
+Dictionary freeFields(std::span<const Field> fields, Dictionary body) {
+    for (const Field& field : fields) {
+        if (field.role == FieldRole::answered) body.remove(field.name);
+    }
+    return body;
 }
 
 void change(Record& record, Dictionary attributes) {
@@ -52,9 +73,8 @@ Rest::Rest(const FakeService::Options& options, Store& store, Live& live)
     addSystem();
 }
 
-void Rest::addAttributes(const std::string& prefix,
+void Rest::addAttributes(const char* path, const char* pathOfOne,
                          const std::function<Record&(const std::string&)>& find) {
-    const std::string path = prefix + "/attributes";
     on("GET", path, [find](const Call& call) -> Value { return find(call.id()).attributes; });
     on("POST", path, [find](const Call& call) -> Value {
         Record& owner = find(call.id());
@@ -71,19 +91,19 @@ void Rest::addAttributes(const std::string& prefix,
         change(find(call.id()), {});
         return nullptr;
     });
-    on("GET", path + "/:key", [find](const Call& call) -> Value {
+    on("GET", pathOfOne, [find](const Call& call) -> Value {
         const Value* const attribute = find(call.id()).attributes.find(call.parameters[1]);
-        must(attribute != nullptr, refusal::unknownAttribute);
+        must(attribute != nullptr, errors::unknownAttribute);
         return *attribute;
     });
 }
 
 void Rest::addUsers() {
-    on("GET", "/ctx", [this](const Call& call) -> Value {
+    on("GET", paths::users, [this](const Call& call) -> Value {
         return search(store_.users, call.query, [&](const Person& each) { return user(each); });
     });
-    on("GET", "/ctx/:id", [this](const Call& call) { return user(store_.users.get(call.id())); });
-    on("DELETE", "/ctx/:id/installs", [this](const Call& call) -> Value {
+    on("GET", paths::user, [this](const Call& call) { return user(store_.users.get(call.id())); });
+    on("DELETE", paths::userInstalls, [this](const Call& call) -> Value {
         store_.users.get(call.id());
         texts(object(call.body).get("installs"), "installs");  // nothing is ever pushed to them
         return nullptr;
@@ -100,33 +120,32 @@ void Rest::addUsers() {
             return list;
         });
     };
-    addPlaces("/ctx/:id/groups", store_.groups, &Rest::group);
-    addPlaces("/ctx/:id/rooms", store_.rooms, &Rest::room);
-    addAttributes("/ctx/:id",
+    addPlaces(paths::userGroups, store_.groups, &Rest::group);
+    addPlaces(paths::userRooms, store_.rooms, &Rest::room);
+    addAttributes(paths::userAttributes, paths::userAttribute,
                   [this](const std::string& id) -> Record& { return store_.users.get(id); });
 }
 
 void Rest::addFriends() {
-    on("GET", "/ctx/:id/friends", [this](const Call& call) -> Value {
+    on("GET", paths::friends, [this](const Call& call) -> Value {
         const Person& person = store_.users.get(call.id());
         Array list;
         for (const auto& [id, friendship] : person.friends)
             list.append(call.query.has("detail") ? friendOf(person, id) : Value(id));
         return list;
     });
-    const std::string path = "/ctx/:id/friends/:friend";
-    on("GET", path, [this](const Call& call) {
+    on("GET", paths::friend_, [this](const Call& call) {
         return friendOf(store_.users.get(call.id()), call.parameters[1]);
     });
-    on("POST", path, [this](const Call& call) {
+    on("POST", paths::friend_, [this](const Call& call) {
         store_.befriend(call.id(), call.parameters[1]);
         return friendOf(store_.users.get(call.id()), call.parameters[1]);
     });
-    on("DELETE", path, [this](const Call& call) -> Value {
+    on("DELETE", paths::friend_, [this](const Call& call) -> Value {
         store_.unfriend(call.id(), call.parameters[1]);
         return nullptr;
     });
-    on("GET", path + "/chats", [this](const Call& call) {
+    on("GET", paths::friendChats, [this](const Call& call) {
         friendOf(store_.users.get(call.id()), call.parameters[1]);
         return history(Store::between(call.id(), call.parameters[1]), call.query);
     });
@@ -140,26 +159,25 @@ void Rest::addGroups() {
         if (const Value& attributes = body.get("attributes"); !attributes.isNil())
             group.attributes = object(attributes);
         if (!name.isNil()) group.attributes.set("name", name);
-        for (const char* known : {"id", "ts", "recent", "owner", "members", "name", "attributes"})
-            body.remove(known);
-        group.fields.addEntries(body);
+        body.remove("name");
+        group.fields.addEntries(freeFields(records::group, std::move(body)));
     };
-    on("GET", "/groups", [this](const Call& call) -> Value {
+    on("GET", paths::groups, [this](const Call& call) -> Value {
         return search(store_.groups, call.query, [&](const Place& each) { return group(each); });
     });
-    on("POST", "/groups", [this, take](const Call& call) -> Value {
-        const Dictionary& body = object(call.body);
+    on("POST", paths::groups, [this, take](const Call& call) -> Value {
+        const Dictionary& body = checked(records::group, object(call.body));
         Place made;
         made.owner = text(body.get("owner"), "owner");
         if (body.contains("members")) made.members = members(body);
         take(made, body);
         return store_.addGroup(std::move(made)).id;
     });
-    on("GET", "/groups/:id",
+    on("GET", paths::group,
        [this](const Call& call) { return group(store_.groups.get(call.id())); });
-    on("PUT", "/groups/:id", [this, take](const Call& call) -> Value {
+    on("PUT", paths::group, [this, take](const Call& call) -> Value {
         Place& group = store_.groups.get(call.id());
-        const Dictionary& body = object(call.body);
+        const Dictionary& body = checked(records::group, object(call.body));
         const std::string owner =
             body.contains("owner") ? store_.users.get(body.get("owner").asString().value_or("")).id
                                    : group.owner;
@@ -172,65 +190,64 @@ void Rest::addGroups() {
         take(group, body);
         return nullptr;
     });
-    on("DELETE", "/groups/:id", [this](const Call& call) -> Value {  // rooms, too
+    on("DELETE", paths::group, [this](const Call& call) -> Value {  // rooms, too
         if (store_.groups.remove(call.id())) {
             store_.forget(Store::inGroup(call.id()));
         } else {
-            must(store_.rooms.remove(call.id()), refusal::unknownGroup);
+            must(store_.rooms.remove(call.id()), errors::unknownGroup);
         }
         return nullptr;
     });
-    on("POST", "/groups/:id/members", [this](const Call& call) -> Value {
+    on("POST", paths::groupMembers, [this](const Call& call) -> Value {
         store_.addMembers(store_.groups.get(call.id()), members(call.body));
         return nullptr;
     });
-    on("DELETE", "/groups/:id/members", [this](const Call& call) -> Value {
+    on("DELETE", paths::groupMembers, [this](const Call& call) -> Value {
         leave(store_.groups.get(call.id()), members(call.body));
         return nullptr;
     });
-    on("GET", "/groups/:id/chats", [this](const Call& call) {
+    on("GET", paths::groupChats, [this](const Call& call) {
         return history(Store::inGroup(store_.groups.get(call.id()).id), call.query);
     });
-    addAttributes("/groups/:id",
+    addAttributes(paths::groupAttributes, paths::groupAttribute,
                   [this](const std::string& id) -> Record& { return store_.groups.get(id); });
 }
 
 /// A room has no owner, its name is not an attribute, and it is deleted under /groups.
 void Rest::addRooms() {
-    on("GET", "/rooms", [this](const Call& call) -> Value {
+    on("GET", paths::rooms, [this](const Call& call) -> Value {
         return search(store_.rooms, call.query, [&](const Place& each) { return room(each); });
     });
-    on("POST", "/rooms", [this](const Call& call) -> Value {
+    on("POST", paths::rooms, [this](const Call& call) -> Value {
         Place made;
         made.name = text(object(call.body).get("name"), "name");
         made.members = members(call.body);
         return store_.addRoom(std::move(made)).id;
     });
-    on("GET", "/rooms/:id", [this](const Call& call) { return room(store_.rooms.get(call.id())); });
-    on("PUT", "/rooms/:id", [this](const Call& call) -> Value {
+    on("GET", paths::room, [this](const Call& call) { return room(store_.rooms.get(call.id())); });
+    on("PUT", paths::room, [this](const Call& call) -> Value {
         store_.rooms.get(call.id()).name = text(object(call.body).get("name"), "name");
         return nullptr;
     });
-    on("POST", "/rooms/:id/members", [this](const Call& call) -> Value {
+    on("POST", paths::roomMembers, [this](const Call& call) -> Value {
         store_.addMembers(store_.rooms.get(call.id()), members(call.body));
         return nullptr;
     });
     // the bare array, unlike everywhere else
-    on("DELETE", "/rooms/:id/members", [this](const Call& call) -> Value {
+    on("DELETE", paths::roomMembers, [this](const Call& call) -> Value {
         leave(store_.rooms.get(call.id()), texts(call.body, "body"));
         return nullptr;
     });
-    addAttributes("/rooms/:id",
+    addAttributes(paths::roomAttributes, paths::roomAttribute,
                   [this](const std::string& id) -> Record& { return store_.rooms.get(id); });
 }
 
 void Rest::addPassengers() {
     // changes the one whose "id" is given, or makes one
-    on("POST", "/passengers", [this](const Call& call) -> Value {
-        Dictionary fields = object(call.body);
-        const Value id = fields.get("id");
-        fields.remove("id");
-        fields.remove("ts");
+    on("POST", paths::passengers, [this](const Call& call) -> Value {
+        const Dictionary& body = checked(records::passenger, object(call.body));
+        const Value id = body.get("id");
+        Dictionary fields = freeFields(records::passenger, body);
         if (id.isNil()) return store_.addPassenger(store_.newId("p"), std::move(fields)).id;
         const std::string given = id.asString().value_or("");
         if (Record* const known = store_.passengers.find(given)) {
@@ -239,9 +256,9 @@ void Rest::addPassengers() {
         }
         return store_.addPassenger(given, std::move(fields)).id;
     });
-    on("GET", "/passengers/:id",
+    on("GET", paths::passenger,
        [this](const Call& call) { return passenger(store_.passengers.get(call.id())); });
-    on("GET", "/passengers/:id/chats/:user", [this](const Call& call) {
+    on("GET", paths::passengerChats, [this](const Call& call) {
         return history(Store::between(store_.passengers.get(call.id()).id,
                                       store_.users.get(call.parameters[1]).id),
                        call.query);
@@ -249,11 +266,11 @@ void Rest::addPassengers() {
 }
 
 void Rest::addSystem() {
-    on("POST", "/system", [this](const Call& call) -> Value {
+    on("POST", paths::system, [this](const Call& call) -> Value {
         live_.sendToAll("sys", {object(call.body)});
         return nullptr;
     });
-    on("POST", "/system/:id", [this](const Call& call) -> Value {
+    on("POST", paths::systemTo, [this](const Call& call) -> Value {
         std::vector<std::string> readers;
         if (call.query.has("group")) {
             readers = store_.groups.get(call.id()).members;

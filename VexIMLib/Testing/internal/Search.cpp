@@ -16,8 +16,8 @@ std::optional<std::uint64_t> count(const Query& query, std::string_view name) {
     if (text.empty()) return std::nullopt;
     std::uint64_t value = 0;  // also a time in milliseconds
     const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    must(error == std::errc{} && stop == text.data() + text.size(), refusal::invalidValue,
-         "\"" + std::string(name) + "\" must be a whole number.");
+    must(error == std::errc{} && stop == text.data() + text.size(), errors::invalidValue,
+         named(sentences::notCount, name));
     return value;
 }
 

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/Value.h"
@@ -16,27 +18,25 @@ struct Refusal {
     const char* text;
 };
 
-namespace refusal {
-inline constexpr Refusal malformedBody{1001, 400, "The body is not a JSON object or array."};
-inline constexpr Refusal invalidValue{1002, 400, "A value is missing or has the wrong type."};
-inline constexpr Refusal unknownPath{1004, 404, "There is no such path."};
-inline constexpr Refusal unknownMethod{1005, 405, "This path does not allow that method."};
-inline constexpr Refusal unsigned_{1101, 401, "The request is not signed."};
-inline constexpr Refusal badSignature{1102, 401, "The signature does not match."};
-inline constexpr Refusal oldSignature{1103, 401,
-                                      "The signature is too old or its time is in the future."};
-inline constexpr Refusal unknownApp{1104, 403, "There is no such application."};
-inline constexpr Refusal wrongCredentials{1105, 401, "The credentials match no user."};
-inline constexpr Refusal unknownUser{1201, 404, "There is no such user."};
-inline constexpr Refusal notFriends{1202, 404, "These two users are not friends."};
-inline constexpr Refusal unknownGroup{1301, 404, "There is no such group."};
-inline constexpr Refusal unknownRoom{1401, 404, "There is no such room."};
-inline constexpr Refusal notMember{1501, 403, "The sender is not a member."};
-inline constexpr Refusal unknownPassenger{1601, 404, "There is no such passenger."};
-inline constexpr Refusal unknownAttribute{1701, 404, "There is no such attribute."};
-inline constexpr Refusal unknownFile{1801, 404, "There is no such file."};
-inline constexpr Refusal badRange{1802, 416, "The range is outside the file."};
-}  // namespace refusal
+/// A field of a record: one that REST answers, or one whose kind is checked in requests.
+enum class FieldRole : std::uint8_t { answered, given };
+struct Field {
+    FieldRole role;
+    std::string_view name;
+    std::string_view kind;  // ends with "?" if the field may be missing
+};
+
+}  // namespace vexim::testing::fake
+
+// CMake makes it from service/interface.json, which the service reads too.
+#include <vexim_service_interface.h>
+
+namespace vexim::testing::fake {
+
+/// `sentence` with `name` in place of its "%".
+inline std::string named(std::string sentence, std::string_view name) {
+    return sentence.replace(sentence.find('%'), 1, name);
+}
 
 /// What a client is told, and a test that asks for what cannot be.
 class ServiceError final : public std::invalid_argument {

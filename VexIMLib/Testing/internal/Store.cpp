@@ -26,9 +26,8 @@ void mustBeNewId(std::string_view id, bool isTaken) {
         return std::isalnum(static_cast<unsigned char>(c)) ||
                std::string_view("._~@-").find(c) != std::string_view::npos;
     });
-    must(isFit, refusal::invalidValue,
-         "An id must have 1 to 64 characters: letters, digits and . _ ~ @ -");
-    must(!isTaken, refusal::invalidValue, "This id is already in use.");
+    must(isFit, errors::invalidValue, sentences::notId);
+    must(!isTaken, errors::invalidValue, "This id is already in use.");
 }
 
 void Store::seed() {
@@ -71,7 +70,7 @@ void Store::addUser(FakeService::User user) {
 void Store::befriend(std::string_view from, std::string_view to) {
     Person& one = users.get(from);
     Person& other = users.get(to);
-    must(&one != &other, refusal::invalidValue, "Users cannot be their own friends.");
+    must(&one != &other, errors::invalidValue, sentences::ownFriend);
     if (one.friendshipWith(to)) return;
     const Friendship friendship{nowMillis(), one.id, other.id};
     one.friends.emplace_back(other.id, friendship);
@@ -83,7 +82,7 @@ void Store::unfriend(std::string_view one, std::string_view other) {
         return std::erase_if(users.get(id).friends,
                              [&](const auto& each) { return each.first == from; }) > 0;
     };
-    must(part(one, other), refusal::notFriends);
+    must(part(one, other), errors::notFriends);
     part(other, one);
 }
 
@@ -101,7 +100,7 @@ Place& Store::addRoom(Place room) {
 }
 
 Record& Store::addPassenger(std::string id, Dictionary fields) {
-    must(!users.find(id), refusal::invalidValue, "A user with this id already exists.");
+    must(!users.find(id), errors::invalidValue, sentences::idOfUser);
     Record passenger;
     passenger.id = std::move(id);
     passenger.attributes = std::move(fields);

@@ -86,10 +86,10 @@ private:
 /// Everything the service knows. Nothing here speaks HTTP or Socket.IO.
 class Store {
 public:
-    Table<Person> users{refusal::unknownUser};
-    Table<Place> groups{refusal::unknownGroup};
-    Table<Place> rooms{refusal::unknownRoom};
-    Table<Record> passengers{refusal::unknownPassenger};
+    Table<Person> users{errors::unknownUser};
+    Table<Place> groups{errors::unknownGroup};
+    Table<Place> rooms{errors::unknownRoom};
+    Table<Record> passengers{errors::unknownPassenger};
 
     /// Two friends who share a group and a room.
     void seed();
