@@ -52,7 +52,7 @@ void writeObject(std::string& out, const Value& value) {
     write(out, std::string_view(value.description()));
 }
 
-/// A value that JSON cannot express, or that contains one.
+/// Writes a value that JSON cannot express, or that contains such a value.
 void writeAnyhow(std::string& out, const Value& value) {
     switch (value.kind()) {
         case Value::Kind::Array: {

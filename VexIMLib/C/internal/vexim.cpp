@@ -70,7 +70,7 @@ public:
             dropped.push_back(take(left_.begin()));
         }
     }
-    /// Nothing is left of a freed client.
+    /// Call it when nothing is left of a freed client.
     void forget(vexim_client client) {
         Left dropped;
         const MutexLock lock(mutex_);

@@ -29,7 +29,7 @@ bool isFull(int number) { return number == ENOSPC || number == EDQUOT || number 
     const int extended = database ? sqlite3_extended_errcode(database) : code;
     // SQLite does not keep the errno of a failed write, but errno still has it; see `step`.
     const int number = errno;
-    // SQLite's text names the table or the rule. It never quotes stored data.
+    // The text is SQLite's fixed one for the code. It never quotes stored data.
     const ErrorPtr cause =
         Error::withDescription(kSQLiteErrorDomain, extended, sqlite3_errstr(extended));
     switch (code & 0xff) {
@@ -43,7 +43,7 @@ bool isFull(int number) { return number == ENOSPC || number == EDQUOT || number 
             break;
         case SQLITE_BUSY:
         case SQLITE_LOCKED:
-            // a cause would not be temporary
+            // without a cause, because the cause would decide that the error is not temporary
             fail(VXIMStoreErrorLocked, "Another program is using the message store.");
         case SQLITE_READONLY:
             fail(VXIMStoreErrorReadOnly, "The message store cannot be written.", cause);
