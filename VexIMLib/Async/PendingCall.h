@@ -51,8 +51,10 @@ public:
     std::function<void(T, ErrorPtr)> completion() {
         return
             [answer = std::make_shared<Answer>(this->shared_from_this())](T value, ErrorPtr error) {
-                if (!error && (error = UntoldError::current()))
-                    value = T{};  // it only looks like a success
+                if (!error) {
+                    error = UntoldError::current();
+                    if (error) value = T{};  // it only looks like a success
+                }
                 answer->give({std::move(value), std::move(error)});
             };
     }

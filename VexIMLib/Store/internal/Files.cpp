@@ -167,7 +167,7 @@ std::string keepCopy(const std::string& folder, const std::string& file, const s
     if (::mkdir(folder.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
         failWithSystem(VXIMStoreErrorFailed, "The folder for attachments cannot be used.", errno);
     }
-    const std::string copyName = name + std::filesystem::path(file).extension().string();
+    std::string copyName = name + std::filesystem::path(file).extension().string();
     const std::string copy = folder + "/" + copyName;
     constexpr const char* kSentence = "The attachment could not be copied.";
     try {

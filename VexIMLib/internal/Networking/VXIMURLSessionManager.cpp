@@ -43,14 +43,14 @@ const std::shared_ptr<VXIMURLSessionManager>& VXIMURLSessionManager::defaultMana
 
 std::shared_ptr<VXIMURLSessionManager> VXIMURLSessionManager::initWithSessionConfiguration(
     std::optional<vexim::URLSessionConfiguration> configuration) {
-    return vexim::create<VXIMURLSessionManager>(std::move(configuration));
+    return vexim::create<VXIMURLSessionManager>(configuration);
 }
 
 bool VXIMURLSessionManager::initialise(
     std::optional<vexim::URLSessionConfiguration> configuration) {
     delegateQueue_ = vexim::OperationQueue::create("vexim-session");
-    session_ = vexim::URLSession::create(std::move(configuration),
-                                         sharedAs<VXIMURLSessionManager>(), delegateQueue_);
+    session_ =
+        vexim::URLSession::create(configuration, sharedAs<VXIMURLSessionManager>(), delegateQueue_);
     return true;
 }
 

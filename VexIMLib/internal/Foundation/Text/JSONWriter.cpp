@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <cassert>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -28,7 +29,10 @@ public:
         std::memcpy(end_, text.data(), text.size());
         end_ += text.size();
     }
-    char* end() noexcept { return end_; }
+    char* end() noexcept {
+        assert(end_ != nullptr);
+        return end_;
+    }
     void endAt(char* end) noexcept { end_ = end; }
     std::string_view text() const { return {block_.get(), size()}; }
     /// Releases memory after an unusually large text.
