@@ -55,7 +55,7 @@ public:
     /// The origin of the live connection and of the REST interface.
     const std::optional<vexim::URL>& socketURL() const noexcept { return socketURL_; }
     void setSocketURL(std::optional<vexim::URL> url) { socketURL_ = std::move(url); }
-    /// The Socket.IO namespace; nil means "/".
+    /// The Socket.IO namespace of the live connection, such as "/chat"; nil means "/".
     const std::optional<std::string>& nsp() const noexcept { return nsp_; }
     void setNsp(std::optional<std::string> nsp) { nsp_ = std::move(nsp); }
 
@@ -157,7 +157,8 @@ public:
     ConfigurationSlot(const ConfigurationSlot&) = delete;
     ConfigurationSlot& operator=(const ConfigurationSlot&) = delete;
 
-    // nullptr empties the slot; an empty slot returns nullptr.
+    // Setting nullptr empties the slot; an empty slot returns nullptr. Call from any thread; change
+    // it on the main thread only.
     ConfigurationSlot& operator=(std::shared_ptr<VXIMClientConfiguration> configuration);
     std::shared_ptr<VXIMClientConfiguration> get() const;
     operator std::shared_ptr<VXIMClientConfiguration>() const { return get(); }

@@ -27,8 +27,8 @@ enum VXIMMessageTargetType : std::int32_t {
 ///
 /// Setting an id sets the type, too. `setGroupId` and `setRoomId` always make the target a group or
 /// a room. `setUserId` makes it a user only if the type is not set (negative). Ids are normally
-/// strings. If the service sent something else, it is kept unchanged.  One target is used from one
-/// thread at a time. No function here fails.
+/// strings. If the service sent something else, it is kept unchanged. Use a
+/// target on one thread at a time. No function here fails.
 ///
 ///     message->receiver()->setGroupId("g1");  // now a message to the group g1
 class VEXIM_EXPORT VXIMMessageTarget final : public vexim::Object {
@@ -38,7 +38,8 @@ public:
     /// Applications seldom need this: a message makes its own targets.
     static std::shared_ptr<VXIMMessageTarget> init();
 
-    /// What the target is. The service may send other numbers, so any number is possible.
+    /// What the target is. The service may send other numbers, so any number is possible. Setting
+    /// it does not change the ids.
     VXIMMessageTargetType type() const noexcept { return type_; }
     void setType(VXIMMessageTargetType type) noexcept { type_ = type; }
 

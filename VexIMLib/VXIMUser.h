@@ -53,7 +53,7 @@ public:
     /// Makes a user from a record of the service. Returns nullptr if the dictionary has no "id".
     static std::shared_ptr<VXIMUser> initWithDictionary(vexim::Dictionary dictionary);
 
-    /// The user's id.
+    /// The user's id, normally a string.
     vexim::Value uid() const;
     /// How many live connections the user had when the record was fetched; 0 if not known.
     std::int64_t sessionCount() const;
@@ -92,12 +92,13 @@ public:
     void fetchGroupsWithDetail(bool detail, VXIMBooleanCompletion completion);
     void fetchRoomsWithDetail(bool detail, VXIMBooleanCompletion completion);
 
-    /// Makes a user a friend. The result is the service's answer. `friends` does not change.
+    /// Makes a user a friend. The result is the service's answer. `friends` does not change: fetch
+    /// it again to see the new friend.
     void addFriendWithUser(vexim::Value friendId, VXIMResultCompletion completion);
     /// Fetches the record of one friend. `completion` gets (nullptr, nullptr) if the answer is not
     /// a dictionary.
     void getFriendInfo(vexim::Value friendId, VXIMFriendInfoCompletion completion);
-    /// Ends a friendship. `friends` does not change.
+    /// Ends a friendship. `friends` does not change: fetch it again.
     void deleteFriend(vexim::Value friendId, VXIMBooleanCompletion completion);
     /// Gets the messages with a friend before `timestamp` (seconds since 1970), `limit` at most. If
     /// the answer is not a list, the error is `VXIMErrorUnusableAnswer`.

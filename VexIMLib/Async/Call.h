@@ -37,9 +37,12 @@ namespace vexim {
 template <class T>
 class [[nodiscard]] Call {
 public:
-    /// The callback that ends the operation.
+    /// The callback that ends the operation. The first argument is false, nil, nullptr or nullopt
+    /// if the second is an error. It may be called on any thread; only the first call counts.
     using Completion = std::function<void(T, ErrorPtr)>;
-    /// Starts the operation.
+    /// Starts the operation: calls it with this completion and, if it is a transfer, with the
+    /// object that can cancel it (otherwise nullptr). Runs once, on the thread that starts the
+    /// call.
     using Start = std::function<void(Completion, std::shared_ptr<VXIMTransfer>)>;
 
     /// For `call`. `transfer` is passed to `start`; nullptr if the operation takes none.
@@ -47,20 +50,24 @@ public:
         : start_(std::move(start)),
           transfer_(std::move(transfer)) {}
 
-    /// Limits its time, counted from its start by `Clock::shared()`.
+    /// Limits its time, counted from its start by `Clock::shared()`. When the time is up, the error
+    /// is "NSURLErrorDomain" -1001. A limit of 0 or less ends it at the main queue's next turn. The
+    /// last limit that was set applies.
     Call within(std::chrono::nanoseconds limit) && {
         limit_ = limit;
         return std::move(*this);
     }
-    /// Cancels it when a stop is requested, on any thread. After a stop request it does not start
-    /// at all.
+    /// Cancels it when a stop is requested, on any thread; the error is "NSURLErrorDomain" -999.
+    /// After a stop request it does not start at all. A token without a source never cancels. The
+    /// last token that was set applies.
     Call cancelledBy(std::stop_token stop) && {
         stop_ = std::move(stop);
         return std::move(*this);
     }
 
-    /// Reports a transfer's bytes to `progress`, on the main queue. An operation that is not a
-    /// transfer reports nothing.
+    /// Reports a transfer's bytes to `progress`, on the main queue, any number of times before the
+    /// call ends. An operation that is not a transfer reports nothing. An empty function reports
+    /// nothing either.
     Call reporting(VXIMTransferProgressBlock progress) && {
         if (transfer_) transfer_->setProgress(std::move(progress));
         return std::move(*this);
@@ -83,6 +90,7 @@ public:
     }
 
 private:
+    // What `start` needs; it takes them.
     Start start_;
     std::shared_ptr<VXIMTransfer> transfer_;
     std::optional<std::chrono::nanoseconds> limit_;
@@ -98,9 +106,7 @@ inline constexpr bool isTransfer =
 /// What a completion receives besides the error.
 template <class P>
 struct Completed {
-    static_assert(
-        !sizeof(P*),
-        "not the place of a completion: give `call` exactly the arguments that stand before it");
+    static_assert(!sizeof(P*), "pass `call` exactly the arguments that come before the completion");
 };
 template <class T>
 struct Completed<std::function<void(T, ErrorPtr)>> {
@@ -109,13 +115,15 @@ struct Completed<std::function<void(T, ErrorPtr)>> {
 template <class P>
 using CompletedBy = typename Completed<std::remove_cvref_t<P>>::Type;
 
-/// `operation` takes parameters P...: arguments, the completion, perhaps a transfer.
+/// Makes a call of an operation with the parameters P...: arguments, the completion, perhaps a
+/// transfer. Which of them is the completion follows from the number of arguments given. What does
+/// not fit does not compile, and the message says why.
 template <class... P>
 struct Binder {
     template <class Operation, class... A>
     static auto bind(Operation operation, A&&... arguments) {
         static_assert(sizeof...(A) < sizeof...(P),
-                      "the operation has no completion after so many arguments");
+                      "too many arguments: the operation has no completion after them");
         return bindEach(std::make_index_sequence<sizeof...(A)>(), std::move(operation),
                         std::forward<A>(arguments)...);
     }
@@ -138,7 +146,7 @@ private:
                     if constexpr (takesTransfer) {
                         static_assert(isTransfer<std::tuple_element_t<sizeof...(P) - 1, All>> &&
                                           sizeof...(P) == sizeof...(A) + 2,
-                                      "behind the completion only a transfer may stand");
+                                      "only a transfer may follow the completion");
                         operation(std::move(each)..., std::move(completion), std::move(transfer));
                     } else {
                         operation(std::move(each)..., std::move(completion));
@@ -150,14 +158,17 @@ private:
     }
 };
 
+/// `receiver` itself. nullptr raises: it would only be noticed when the call starts.
 template <class C, class Object>
 std::shared_ptr<Object> requireReceiver(std::shared_ptr<Object> receiver) {
-    static_assert(std::is_base_of_v<C, Object>, "the operation is none of this object's class");
+    static_assert(std::is_base_of_v<C, Object>,
+                  "the operation does not belong to this object's class");
     if (!receiver)
-        throw Exception(kInvalidArgumentException, "There is no object to call the operation of.");
+        throw Exception(kInvalidArgumentException, "The object to call the operation on is nil.");
     return receiver;
 }
 
+// The call of a lambda, whose parameters are those of its function call operator.
 template <class F, class R, class... P>
 auto callOf(F operation, R (F::*)(P...)) {
     return Binder<P...>::bind(std::move(operation));
@@ -175,7 +186,9 @@ auto callOf(F operation, R (F::*)(P...) const) {
 ///     vexim::call(&VXIMMessage::downloadAttachment, message, path, showPercent).within(1min)
 ///
 /// The object is kept alive until the operation has started. nullptr raises
-/// NSInvalidArgumentException.
+/// NSInvalidArgumentException, on the calling thread and before anything else happens. Arguments
+/// are copied (or moved) into the call and converted to the operation's types at once. Nothing is
+/// sent until the call is started; a call that is never started does nothing.
 template <class C, class... P, class Object, class... A>
 auto call(void (C::*operation)(P...), std::shared_ptr<Object> receiver, A&&... arguments) {
     return detail::Binder<P...>::bind(
@@ -206,7 +219,9 @@ auto call(void (*operation)(P...), A&&... arguments) {
 ///
 ///     vexim::call([&](VXIMBooleanCompletion done) { client->sendMessage(message, done); })
 ///
-/// The lambda runs once, on the thread that starts the call.
+/// The lambda runs once, on the thread that starts the call. It must pass `done` to an operation or
+/// call it: if it just drops it, the call ends with "VXIMCallErrorDomain" 1. An exception from the
+/// lambda passes through to whoever starts the call.
 template <class F>
 requires requires { &F::operator(); }
 auto call(F operation) { return detail::callOf(std::move(operation), &F::operator()); }

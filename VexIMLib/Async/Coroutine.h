@@ -29,6 +29,9 @@ namespace vexim {
 
 namespace detail {
 
+/// What `co_await` of a call uses. It starts the operation when the coroutine stops, and continues
+/// the coroutine on the main thread. If the coroutine is destroyed meanwhile, a transfer is
+/// cancelled; any other operation continues, and its result is dropped.
 template <class T>
 class CallAwaiter {
 public:
@@ -39,7 +42,9 @@ public:
         if (pending_) pending_->forget();
     }
 
+    // The compiler calls these three, in this order (see [expr.await] of the C++ standard).
     bool await_ready() const noexcept { return false; }
+    /// Returns false if the operation has ended at once: the coroutine then simply continues.
     bool await_suspend(std::coroutine_handle<> waiting) {
         // Use locals only: once the call has started, the main thread may continue the coroutine,
         // and destroy it.
@@ -54,6 +59,7 @@ public:
             throw;
         }
     }
+    /// What the completion received; `co_await` returns it.
     Result<T> await_resume() { return pending_->take(); }
 
 private:
@@ -150,7 +156,7 @@ public:
     /// not for a task that is awaited. An exception that leaves it is raised on the main queue,
     /// like one from a callback.
     void start() { coroutine_.resume(); }
-    /// Whether it has ended.
+    /// Whether it has ended, by its return or by an exception. Main thread.
     bool isDone() const noexcept { return coroutine_.done(); }
 
     /// For `co_await std::move(task)`, or `co_await` of a function that returns a task. Returns

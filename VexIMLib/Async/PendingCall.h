@@ -20,9 +20,19 @@ namespace vexim::detail {
 /// The result of one started call: whichever comes first of answer, deadline, cancellation and
 /// abandonment. It may be started on any thread. Everything else happens on the main thread, so
 /// nothing here needs a lock.
+///
+/// For the async styles only: `futureOf` in Async/Future.h and the awaiter in Async/Coroutine.h
+/// each make one, pass it to `Call::start`, and `take` the result:
+///
+///     const auto pending = std::make_shared<PendingCall<T>>(
+///         [](PendingCall<T>& ended) { use(ended.take()); });
+///     if (std::move(call).start(pending)) use(pending->take());  // it ended at once
+///
+/// It keeps itself alive until the operation answers; `forget` breaks off earlier.
 template <class T>
 class PendingCall : public std::enable_shared_from_this<PendingCall<T>> {
 public:
+    /// Called on the main queue, with no lock held. It may destroy the last owner of the call.
     using Receiver = std::function<void(PendingCall&)>;
 
     /// `receiver` is called once, on the main queue, when the result is ready for `take`.
@@ -30,9 +40,12 @@ public:
     PendingCall(const PendingCall&) = delete;
     PendingCall& operator=(const PendingCall&) = delete;
 
-    // The start, in this order.
+    // The start, in this order: `begin`, then the operation with `completion()`, then
+    // `expireAfter` if the call has a limit, then `started`. All four on the same thread.
 
-    /// Returns false if it is already cancelled; then do not start the operation.
+    /// Prepares for a cancellation. Returns false if `stop` has already been requested; then do not
+    /// start the operation, but call `started` (the result is -999). `transfer` is cancelled with
+    /// the call; nullptr if the operation is not a transfer.
     bool begin(std::shared_ptr<VXIMTransfer> transfer, std::stop_token stop) {
         transfer_ = std::move(transfer);
         if (stop.stop_requested()) {
@@ -59,13 +72,16 @@ public:
             };
     }
 
-    /// For an operation that finds out why its completion will not run.
+    /// For an operation that finds out why its completion will not run: ends the call with the
+    /// cause. Call it on any thread; an answer that came before counts.
     FailureListener::Tell failure() {
         return [weak = this->weak_from_this()](const ErrorPtr& cause) {
             if (const auto self = weak.lock()) self->finish({T{}, cause});
         };
     }
 
+    /// Ends the call with -1001 if it is still open after `limit`, by `Clock::shared()`. Cancels
+    /// its transfer then.
     void expireAfter(std::chrono::nanoseconds limit) {
         MainQueue::shared().after(limit, [weak = this->weak_from_this()] {
             if (const auto self = weak.lock()) self->expire();
@@ -88,6 +104,7 @@ public:
 
     // Main thread.
 
+    /// The result. Call it once, after `started` has returned true or in the receiver.
     Result<T> take() { return *std::move(result_); }
 
     /// Nobody waits any more. Cancels a transfer; any other answer will be dropped.
@@ -97,6 +114,7 @@ public:
     }
 
 private:
+    /// `started` and `finish` may race on two threads; whoever comes second delivers.
     enum class Phase { Starting, Started, Finished };
 
     /// The one answer, shared by all copies of the completion.
@@ -119,10 +137,12 @@ private:
         std::shared_ptr<PendingCall> call_;
     };
 
+    /// The errors that end a call from outside have the platform's domain and codes.
     static ErrorPtr urlError(URLErrorCode code, const char* description) {
         return Error::withDescription(kURLErrorDomain, code, description);
     }
 
+    /// The first result counts. The later ones are dropped here.
     void finish(Result<T> result) {
         // an operation of the application that answers on another thread
         if (!MainQueue::shared().isMainThread()) {
@@ -136,11 +156,13 @@ private:
         // otherwise `started` continues
         if (phase_.exchange(Phase::Finished) != Phase::Starting) deliver();
     }
+    /// For threads and moments where the receiver must not run: under a lock, in a destructor.
     void finishLater(ErrorPtr error) {
         MainQueue::shared().async([self = this->shared_from_this(), error = std::move(error)] {
             self->finish({T{}, error});
         });
     }
+    /// Calls the receiver, which may destroy this object's other owners.
     void deliver() {
         if (const auto receiver = std::exchange(receiver_, nullptr)) receiver(*this);
     }
@@ -150,6 +172,7 @@ private:
         if (!transfer_ || transfer_->cancel())
             finishLater(urlError(URLErrorCancelled, "cancelled"));
     }
+    /// The limit has passed. The result is set first, so that the transfer's own answer is dropped.
     void expire() {
         if (finished_) return;
         finish({T{}, urlError(URLErrorTimedOut, "The request timed out.")});

@@ -24,13 +24,14 @@ enum CallErrorCode : std::int64_t {
 /// An error as an exception. `std::future::get` and `Result::orThrow` throw it.
 class VEXIM_EXPORT Failure : public std::exception {
 public:
-    /// `error` must not be nullptr.
+    /// Wraps `error`, which must not be nullptr. Applications that write their own operations may
+    /// throw one, too.
     explicit Failure(ErrorPtr error)
         : error_(std::move(error)),
           what_(error_->localizedDescription()) {}
-    /// Never nullptr.
+    /// The error with its domain and code. Never nullptr.
     const ErrorPtr& error() const noexcept { return error_; }
-    /// The error's description.
+    /// The error's description, in UTF-8. Valid as long as the exception lives.
     const char* what() const noexcept override { return what_.c_str(); }
 
 private:
@@ -38,7 +39,8 @@ private:
     std::string what_;
 };
 
-/// What an operation's completion received. `co_await` returns one.
+/// What an operation's completion received. `co_await` returns one. A value: copy it, keep it, move
+/// it to another thread.
 ///
 ///     auto [friends, error] = co_await vexim::call(…);
 template <class T>
@@ -55,7 +57,8 @@ struct Result {
             return !error && static_cast<bool>(value);
         }
     }
-    /// Returns the value, or throws `Failure` if there is an error.
+    /// Returns the value, or throws `Failure` if there is an error. A failure without an error does
+    /// not throw: it returns false, nullptr or nullopt, as the operation's page says.
     const T& orThrow() const& {
         if (error) throw Failure(error);
         return value;

@@ -35,6 +35,7 @@ public:
     /// Makes an array of string values.
     static Array fromStrings(const std::vector<std::string>& strings);
 
+    // A copy shares the storage until one of the two is written. A moved-from array is empty.
     Array(const Array& other) noexcept;
     Array(Array&& other) noexcept;
     Array& operator=(const Array& other) noexcept;
@@ -76,7 +77,7 @@ public:
     /// "[a, b]", with each element as `%@` prints it.
     std::string description() const;
 
-    /// Element by element, in order.
+    /// Whether both have equal elements in the same order.
     friend VEXIM_EXPORT bool operator==(const Array& a, const Array& b) noexcept;
 
 private:

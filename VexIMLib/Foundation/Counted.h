@@ -5,7 +5,9 @@
 
 namespace vexim::detail {
 
-/// The header of every memory block that values share. Owners may be on any thread.
+/// The header of every memory block that values share: the number of its owners, which may be on
+/// any thread. The first owner need not `retain`. A block that is shared must not be written: copy
+/// it first.
 struct Counted {
     std::atomic<std::size_t> references{1};
 
@@ -16,6 +18,7 @@ struct Counted {
         return references.load(std::memory_order_acquire) == 1 ||
                references.fetch_sub(1, std::memory_order_acq_rel) == 1;
     }
+    /// Whether a write needs a copy first.
     bool isShared() const noexcept { return references.load(std::memory_order_acquire) != 1; }
 };
 

@@ -15,28 +15,33 @@ namespace detail {
 struct DataRep;
 }
 
-/// An immutable sequence of bytes. A copy shares them. Copies may be used on different threads.
+/// An immutable sequence of bytes, such as a file's contents or the body of a request. It may be
+/// empty, and it has no encoding. A copy shares the bytes and costs nothing, whatever the size.
+/// Copies may be used on different threads. No function fails, apart from lack of memory.
 ///
 ///     const vexim::Data data(std::string_view("some bytes"));
 ///     data.view().substr(0, 4);  // "some"
 class VEXIM_EXPORT Data {
 public:
     Data() noexcept = default;
-    /// A copy of these bytes.
+    /// Copies `size` bytes from `bytes`. The pointer may be nullptr if `size` is 0.
     Data(const void* bytes, std::size_t size);
+    /// Copies the characters of a text, without a NUL at the end.
     explicit Data(std::string_view bytes);
     /// Takes over the vector's buffer without a copy.
     explicit Data(std::vector<std::uint8_t> bytes);
     /// Takes over the string's buffer without a copy.
     static Data fromString(std::string&& bytes);
 
+    // A copy shares the bytes. A moved-from object is empty.
     Data(const Data& other) noexcept;
     Data(Data&& other) noexcept;
     Data& operator=(const Data& other) noexcept;
     Data& operator=(Data&& other) noexcept;
     ~Data();
 
-    // Pointers and views are valid as long as this object or a copy of it lives.
+    // Pointers and views are valid as long as this object or a copy of it lives. For no bytes the
+    // pointer may be nullptr.
     const std::uint8_t* bytes() const noexcept;
     std::size_t size() const noexcept;
     bool empty() const noexcept { return size() == 0; }
@@ -44,7 +49,7 @@ public:
     /// The same bytes as characters.
     std::string_view view() const noexcept;
 
-    /// Byte by byte.
+    /// Whether both have the same bytes. Copies are compared in constant time.
     friend VEXIM_EXPORT bool operator==(const Data& a, const Data& b) noexcept;
 
 private:

@@ -14,14 +14,15 @@ public:
     Date() noexcept = default;  ///< 1970-01-01
     /// Makes a date from any number of seconds. Fractions and times before 1970 are allowed.
     static Date fromTimeIntervalSince1970(double seconds) noexcept { return Date(seconds); }
-    /// The current time of `Clock::shared()`.
+    /// The current time of `Clock::shared()`, so a test that sets a clock decides it.
     static Date now();
 
-    /// Seconds since 1970-01-01 00:00 UTC.
+    /// Seconds since 1970-01-01 00:00 UTC, leap seconds not counted (as in POSIX).
     double timeIntervalSince1970() const noexcept { return seconds_; }
     /// The same, to the microsecond.
     std::chrono::system_clock::time_point timePoint() const noexcept;
 
+    /// The earlier date is the smaller one.
     friend auto operator<=>(const Date&, const Date&) noexcept = default;
 
 private:

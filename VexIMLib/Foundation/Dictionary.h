@@ -66,6 +66,7 @@ public:
     /// NSInvalidArgumentException.
     Dictionary(std::initializer_list<std::pair<std::string_view, Value>> entries);
 
+    // A copy shares the storage until one of the two is written. A moved-from dictionary is empty.
     Dictionary(const Dictionary& other) noexcept;
     Dictionary(Dictionary&& other) noexcept;
     Dictionary& operator=(const Dictionary& other) noexcept;
@@ -77,7 +78,7 @@ public:
     bool empty() const noexcept { return size() == 0; }
     const_iterator begin() const noexcept;
     const_iterator end() const noexcept;
-    /// In insertion order.
+    /// All keys, in insertion order.
     std::vector<std::string> keys() const;
 
     /// The value under `key`, or nullptr. Writing to the dictionary invalidates the pointer.
@@ -88,7 +89,9 @@ public:
     /// reference.
     const Value& get(std::string_view key) const noexcept;
 
-    /// Reserves memory for `count` entries in all.
+    // The functions below change the dictionary. Copies do not change with it.
+
+    /// Reserves memory for `count` entries in all. Only saves time; the size stays.
     void reserve(std::size_t count);
     /// Adds the value, or overwrites the one under `key` in its place. nil raises
     /// NSInvalidArgumentException.
@@ -108,7 +111,7 @@ public:
     /// "{key = value; …}", with each value as `%@` prints it.
     std::string description() const;
 
-    /// The same keys with equal values, in whatever order.
+    /// Whether both have the same keys with equal values, in whatever order.
     friend VEXIM_EXPORT bool operator==(const Dictionary& a, const Dictionary& b) noexcept;
 
 private:

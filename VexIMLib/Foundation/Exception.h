@@ -27,11 +27,11 @@ public:
     Exception(std::string name, std::string reason);
     ~Exception() override;
 
-    // As given.
+    // As given. The name tells programs what happened, the reason tells people.
     const std::string& name() const noexcept { return name_; }
     const std::string& reason() const noexcept { return reason_; }
 
-    /// "name: reason"
+    /// "name: reason", in UTF-8.
     const char* what() const noexcept override { return what_.c_str(); }
 
 private:

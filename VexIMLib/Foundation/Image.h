@@ -16,12 +16,13 @@ namespace vexim {
 ///     const auto message = VXIMMessage::messageWithImage(*image);
 class VEXIM_EXPORT Image {
 public:
-    /// Makes an image. nullopt unless both sides are 1 to 65535 and `pixels` has width × height × 4
-    /// bytes.
+    /// Makes an image, and takes over the buffer of `pixels`. nullopt unless both sides are 1 to
+    /// 65535 and `pixels` has width × height × 4 bytes. Call from any thread.
     static std::optional<Image> fromPixels(std::uint32_t width, std::uint32_t height,
                                            std::vector<std::uint8_t> pixels);
 
-    // Width and height in pixels, and the bytes as described above.
+    // Width and height in pixels, and the bytes as described above. They never change, so any
+    // thread may read them.
     std::uint32_t width() const noexcept { return width_; }
     std::uint32_t height() const noexcept { return height_; }
     const std::vector<std::uint8_t>& pixels() const noexcept { return pixels_; }

@@ -15,18 +15,26 @@
 
 namespace vexim {
 
-/// Holds an object's values by key, for an archive.
+/// Holds an object's values by key, for an archive. A class that can be archived writes its values
+/// in `encodeWithCoder` and reads them back in `initWithCoder`. Use one coder on one thread.
 ///
 ///     const vexim::Data archive = vexim::archivedData(*message);
 ///     vexim::ErrorPtr error;
 ///     const auto copy = vexim::unarchivedObject<VXIMMessage>(archive, &error);
+///
+/// A class becomes archivable with three functions:
+///
+///     void encodeWithCoder(vexim::Coder& coder) const { coder.encode("title", title_); }
+///     static std::shared_ptr<Song> initWithCoder(const vexim::Coder& coder);
+///     static bool supportsSecureCoding() { return true; }
 class VEXIM_EXPORT Coder {
 public:
     Coder() = default;
-    /// A coder to decode from.
+    /// A coder to decode from. The values may come from a damaged archive, so check their kinds.
     explicit Coder(Dictionary values) : values_(std::move(values)) {}
 
-    /// Adds a value; nil removes the key.
+    /// Adds a value, or replaces the one under `key`; nil removes the key. Store only what JSON can
+    /// express: no data, no objects, no NaN.
     void encode(std::string_view key, Value value) { values_.setOrRemove(key, std::move(value)); }
     /// The value under `key`; nil if there is none.
     const Value& decode(std::string_view key) const noexcept { return values_.get(key); }
@@ -38,7 +46,7 @@ private:
 };
 
 /// A class whose objects can be archived. `initWithCoder` returns nullptr if the coder does not
-/// hold a T.
+/// hold a T. `supportsSecureCoding` returns true; `staticClass` names the class in the archive.
 template <class T>
 concept SecureCoding = std::derived_from<T, Object> &&
     requires(const T& object, Coder& coder, const Coder& archive) {
@@ -55,7 +63,8 @@ VEXIM_EXPORT std::optional<Coder> unarchive(const Class& cls, const Data& archiv
 
 /// Archives an object as JSON, with the name of its class. If the object holds something that JSON
 /// cannot express, the result is empty and `error` (if not nullptr) is set to "NSCocoaErrorDomain"
-/// 3851.
+/// 3851. Without `error` the failure shows only in the empty result. Call from any thread, while no
+/// other thread changes the object.
 template <SecureCoding T>
 Data archivedData(const T& object, ErrorPtr* error = nullptr) {
     Coder coder;

@@ -17,9 +17,10 @@ namespace detail {
 class EmbeddedObserver;
 }
 
-/// What an observer receives.
+/// What an observer receives. VXIMConstants.h lists the names that the library posts, with what
+/// their `object` and `userInfo` hold; applications may post names of their own.
 struct Notification {
-    std::string name;                    // observers register for a name
+    std::string name;                    // observers register for a name, see VXIMConstants.h
     std::shared_ptr<Object> object;      // the sender, or nullptr
     std::optional<Dictionary> userInfo;  // see the documentation of the name
 };
@@ -51,12 +52,14 @@ public:
     void addObserver(const std::shared_ptr<void>& observer, std::string name, const Object* sender,
                      Handler handler);
 
-    /// Removes all registrations of the observer, or those for one name. You may call it in the
-    /// observer's destructor.
+    // Remove all registrations of the observer, or those for one name. An unknown observer or name
+    // changes nothing. You may call them in the observer's destructor, and from a handler. A
+    // handler that runs on another thread meanwhile is not waited for.
     void removeObserver(const void* observer);
     void removeObserver(const void* observer, std::string_view name);
 
-    /// Calls all matching handlers before it returns. Exceptions from handlers pass through.
+    // Call all matching handlers before they return. Exceptions from handlers pass through, and the
+    // handlers after that one are not called.
     void post(const Notification& notification);
     void post(std::string name, std::shared_ptr<Object> object,
               std::optional<Dictionary> userInfo = std::nullopt);

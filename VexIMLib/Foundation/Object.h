@@ -43,7 +43,7 @@ std::shared_ptr<T> create(Arguments&&... arguments) {
 /// What an observer of a key receives.
 struct KeyValueChange {
     std::string key;  // as registered
-    Value newValue;   // nil if the object cannot read the key
+    Value newValue;   // after the change; nil if the object cannot read the key
 };
 
 /// The base class of the library's objects. They are shared by reference, compared by identity, and
@@ -103,7 +103,9 @@ public:
     /// Registers `handler` for a key. `observer` identifies the registration and is held weakly:
     /// once it is destroyed, the handler is not called any more.
     void addObserver(const std::shared_ptr<void>& observer, std::string key, ChangeHandler handler);
+    /// Removes the observer's handlers for a key. Nothing happens if it has none.
     void removeObserver(const void* observer, std::string_view key);
+    /// For classes: call it before a change of `key`, and `didChangeValueForKey` after it.
     void willChangeValueForKey(std::string_view key);
     /// Calls the handlers for `key`, in the order of registration.
     void didChangeValueForKey(std::string_view key);

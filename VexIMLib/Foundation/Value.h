@@ -41,27 +41,48 @@ struct StringRep;
 ///     record.get("name").asString();           // "Alice", or nullopt if it were not a string
 ///     record.get("name").get("first").isNil(); // true: a missing entry is nil, at any depth
 ///     record.get("age").intValue();            // 0: lenient readings never fail
+///     record.mutableDictionary().set("age", 42);
+///
+/// There are three ways to read one. `as…` gives the contents if the kind is right, and is for data
+/// that must be checked. `…Value` converts leniently, and is for counters, flags and times from the
+/// service. `boolean`, `integer`, `unsignedInteger` and `real` give the exact number after a look
+/// at `kind`. Reading never changes the value.
+///
+/// Sixteen bytes large. A text of up to 14 bytes is stored inside and needs no memory of its own.
 class VEXIM_EXPORT Value {
 public:
     /// What a value holds.
     enum class Kind : std::uint8_t {
+        /// nothing: an entry that is missing; never inside a container
         Nil,
+        /// JSON null: an entry that is there and empty
         Null,
+        /// true or false
         Boolean,
+        /// a whole number of the signed 64-bit range
         Integer,
+        /// a whole number above the signed range, up to 2^64 - 1
         Unsigned,
+        /// a number with a fraction or an exponent, in double precision; also 5.0
         Real,
+        /// text in UTF-8; may be empty and may contain NUL
         String,
+        /// bytes; JSON has none
         Data,
+        /// an ordered list
         Array,
+        /// a map from strings to values
         Dictionary,
+        /// an object of any class, held by reference; JSON has none
         Object
     };
 
     constexpr Value() noexcept = default;                                         ///< nil
     constexpr Value(std::nullptr_t) noexcept {}                                   ///< nil
     static Value null() noexcept { return Value(Kind::Null, std::uint64_t{0}); }  ///< JSON null
-    // A boolean or a number, of the kind that fits the type.
+    // A boolean or a number, of the kind that fits the type: whole numbers become `Integer` (or
+    // `Unsigned` if they are too large for it), `double` becomes `Real`, even NaN and infinity.
+    // Only bool gives a boolean.
     Value(bool value) noexcept : Value(Kind::Boolean, std::uint64_t{value}) {}
     template <std::integral T>
     requires(!std::same_as<T, bool>) Value(T value)
@@ -79,16 +100,18 @@ public:
     Value(const std::string& text);
     Value(const std::optional<std::string>& text);
 
-    // Shares the bytes or the storage.
+    // Bytes, an array or a dictionary. Shares the storage with the original: a later write to one
+    // of them does not change the other. Costs no copy of the contents.
     Value(vexim::Data data) noexcept;
     Value(vexim::Array array) noexcept;
     Value(vexim::Dictionary dictionary) noexcept;
 
-    /// An object of any class; nullptr is nil.
+    /// An object of any class, kept alive by this value and its copies. nullptr gives nil.
     template <std::derived_from<vexim::Object> T>
     Value(std::shared_ptr<T> object) noexcept
         : Value(fromObject(std::static_pointer_cast<vexim::Object>(std::move(object)))) {}
 
+    // Copies share strings, data and containers. A moved-from value is nil.
     Value(const Value& other) noexcept {
         relocate(other);
         if (isCounted()) retain();
@@ -97,6 +120,7 @@ public:
         relocate(other);
         other.forget();
     }
+    // Releases what was there. Assigning a part of the value to the whole is fine.
     Value& operator=(const Value& other) noexcept {
         Value copy(other);  // copy first: `other` may be a part of this value
         swap(copy);
@@ -119,7 +143,7 @@ public:
         kept.forget();
     }
 
-    // The kind of the value.
+    // The kind of the value. `isNilOrNull` is what most readers of optional fields want.
     Kind kind() const noexcept { return kind_; }
     bool isNil() const noexcept { return kind() == Kind::Nil; }
     bool isNull() const noexcept { return kind() == Kind::Null; }
@@ -133,13 +157,14 @@ public:
     bool isDictionary() const noexcept { return kind() == Kind::Dictionary; }
     bool isObject() const noexcept { return kind() == Kind::Object; }
 
-    // The contents if they are of that kind, otherwise nullopt or nullptr. Writing to the value
+    // The contents if they are of that kind, otherwise nullopt or nullptr. Nothing is converted:
+    // the number 5 is not a string. Writing to the value, assigning to it or destroying it
     // invalidates pointers and views.
     std::optional<std::string_view> asStringView() const noexcept {
         if (!isString()) return std::nullopt;
         return textView();
     }
-    /// A copy of the text.
+    /// A copy of the text, to keep; nullopt if it is not a string.
     std::optional<std::string> asString() const;
     const vexim::Data* asData() const noexcept { return isData() ? &held<vexim::Data>() : nullptr; }
     const vexim::Array* asArray() const noexcept {
@@ -148,19 +173,23 @@ public:
     const vexim::Dictionary* asDictionary() const noexcept {
         return isDictionary() ? &held<vexim::Dictionary>() : nullptr;
     }
+    /// The object, which the result keeps alive; nullptr if it is not an object.
     std::shared_ptr<vexim::Object> asObject() const noexcept;
-    /// The object if it is a T, otherwise nullptr.
+    /// The object if it is a T, or of a class that derives from T; otherwise nullptr.
     template <class T>
     std::shared_ptr<T> as() const noexcept {
         return std::dynamic_pointer_cast<T>(asObject());
     }
 
-    // The container, to be changed in place. A value of another kind raises
-    // NSInternalInconsistencyException.
+    // The container, to be changed in place. If a copy shares its storage, the storage is copied
+    // first, so the copy does not change. A value of another kind raises
+    // NSInternalInconsistencyException. The reference is valid until the value is assigned to.
     vexim::Array& mutableArray();
     vexim::Dictionary& mutableDictionary();
 
-    // The exact number. Call only for a value of that kind (checked by an assertion).
+    // The exact number. Call only for a value of that kind (checked by an assertion; in a release
+    // build the result is then meaningless). `kind()` says which of the four fits; a JSON number
+    // like 5 is an Integer, 5.0 is a Real, and one above 2^63 - 1 is an Unsigned.
     bool boolean() const noexcept {
         assert(kind_ == Kind::Boolean);
         return word<std::uint64_t>() != 0;
@@ -179,21 +208,23 @@ public:
     }
 
     // Lenient conversions, for everything that the service sends: numbers and numeric text convert,
-    // anything else is 0 or false. Narrow integers wrap, a real is truncated and limited to the
-    // range, NaN is 0.
+    // anything else (nil, null, containers, objects, other text) is 0 or false. They never fail and
+    // need no check of the kind. Narrow integers wrap, a real is truncated and limited to the
+    // range, NaN is 0. So "12" and 12.9 give 12; "12abc" gives 0.
     bool boolValue() const noexcept;
     std::int32_t intValue() const noexcept;
     std::int64_t longLongValue() const noexcept;
     std::uint64_t unsignedLongLongValue() const noexcept;
     double doubleValue() const noexcept;
 
-    /// The entry under `key`; nil if there is none or this is not a dictionary.
+    /// The entry under `key`; nil if there is none or this is not a dictionary. So calls can be
+    /// chained without checks. The reference is valid until this value is written or destroyed.
     const Value& get(std::string_view key) const noexcept;
-    /// The element at `index`; nil if there is none or this is not an array.
+    /// The element at `index`, counted from 0; nil if there is none or this is not an array.
     const Value& get(std::size_t index) const noexcept;
 
     /// The text that `%@` prints: "(null)" for nil, "<null>" for null, 1 or 0 for booleans, strings
-    /// unchanged.
+    /// unchanged. For people and logs; `vexim::writeJSON` writes what programs read.
     std::string description() const;
 
     /// Deep equality. Different kinds are never equal (5 and 5.0 differ). nil equals nil here;
@@ -201,6 +232,7 @@ public:
     friend VEXIM_EXPORT bool operator==(const Value& a, const Value& b) noexcept;
 
 private:
+    // The steps of the constructors above.
     static Value fromObject(std::shared_ptr<vexim::Object> object) noexcept;
     static Value fromSigned(std::int64_t value) noexcept { return Value(Kind::Integer, value); }
     static Value fromUnsigned(std::uint64_t value) noexcept;
@@ -233,6 +265,7 @@ private:
         return value;
     }
 
+    /// The number or the pointer.
     template <class T>
     T word() const noexcept {
         T word;
@@ -244,12 +277,14 @@ private:
     const T& held() const noexcept {
         return *std::launder(reinterpret_cast<const T*>(bytes_ + kWordOffset));
     }
+    // The text of a string, which lies here or in a block.
     std::string_view textView() const noexcept { return isCounted() ? sharedText() : inlineText(); }
     std::string_view inlineText() const noexcept {
         return {reinterpret_cast<const char*>(bytes_), inlineSize_};
     }
     std::string_view sharedText() const noexcept;
 
+    // Sharing: a value with a block counts the references to it. The others are plain bytes.
     bool isCounted() const noexcept { return inlineSize_ == kCounted; }
     void retain() const noexcept {
         // an empty container has no block
@@ -270,7 +305,8 @@ private:
     unsigned char bytes_[kInlineCapacity] = {};
 };
 
-/// Whether two ids are the same. nil equals nothing, not even nil.
+// Whether two ids are the same. nil equals nothing, not even nil, so two users without an id are
+// not the same user. The kinds must be equal, too: "5" is not 5.
 VEXIM_EXPORT bool idsEqual(const Value& a, const Value& b) noexcept;
 VEXIM_EXPORT bool idsEqual(const std::optional<std::string>& a,
                            const std::optional<std::string>& b) noexcept;

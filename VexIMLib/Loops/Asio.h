@@ -26,16 +26,23 @@ namespace vexim {
 /// The constructor throws `std::system_error` if the process has no descriptors left. Between turns
 /// the adapter only waits for the queue's descriptor and for the next deadline, so an idle queue
 /// costs nothing.
+///
+/// Install no other driver for the queue meanwhile: do not call `MainQueue::run` from another
+/// thread. Asio must be able to watch descriptors, as it is on every POSIX system. To move the
+/// queue to another loop, destroy this adapter and make the next one: nothing that is queued gets
+/// lost.
 class AsioLoop {
 public:
-    /// Functions that are already queued run as soon as the loop runs.
+    /// Starts to watch the queue; returns at once. Functions that are already queued run as soon as
+    /// the loop runs. `executor` must belong to a context that runs on one thread.
     explicit AsioLoop(const boost::asio::any_io_executor& executor)
         : driver_(std::make_shared<Driver>(executor)) {
         driver_->awaitWake();
     }
     AsioLoop(const AsioLoop&) = delete;
     AsioLoop& operator=(const AsioLoop&) = delete;
-    /// Queued functions stay in the queue, for another loop.
+    /// Stops watching. Queued functions stay in the queue, for another loop. The queue's descriptor
+    /// stays open.
     ~AsioLoop() { driver_->stop(); }
 
 private:
@@ -46,6 +53,7 @@ private:
               timer_(executor) {}
         ~Driver() { stop(); }
 
+        /// Waits for the descriptor, which becomes readable when something is queued.
         void awaitWake() {
             descriptor_.async_wait(
                 boost::asio::posix::stream_descriptor::wait_read,
@@ -64,6 +72,7 @@ private:
         }
 
     private:
+        /// Runs what is due, for `MainQueue::turnLimit()` at most.
         void turn() {
             // After a turn that left work, the descriptor is readable. The loop may then call us
             // before its own work that became due meanwhile, so skip one call.
@@ -73,6 +82,7 @@ private:
             if (yields_) return static_cast<void>(timer_.cancel());
             awaitDeadline();
         }
+        /// Sets the timer to the queue's next deadline, or stops it if there is none.
         void awaitDeadline() {
             if (stopped_) return;
             const auto deadline = MainQueue::shared().nextDeadline();
@@ -87,7 +97,7 @@ private:
         boost::asio::posix::stream_descriptor descriptor_;
         boost::asio::steady_timer timer_;
         bool stopped_ = false;
-        bool yields_ = false;
+        bool yields_ = false;  // the last turn left work, so the loop's own comes first
     };
 
     std::shared_ptr<Driver> driver_;

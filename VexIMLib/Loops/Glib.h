@@ -22,13 +22,18 @@ namespace vexim {
 /// The constructor throws `std::system_error` if the process has no descriptors left. Between turns
 /// the adapter only waits for the queue's descriptor and for the next deadline, so an idle queue
 /// costs nothing.
+///
+/// Do not call `MainQueue::run` from another thread meanwhile. To move the queue to another loop,
+/// destroy this adapter and make the next one: nothing that is queued gets lost.
 class GlibLoop {
 public:
-    /// Receives an exception that leaves a callback.
+    /// Receives an exception that leaves a callback, on the loop's thread. It must not throw. The
+    /// queue is intact, and the rest of it runs in the next turn.
     using ExceptionHandler = std::function<void(std::exception_ptr)>;
 
-    /// `context` nullptr means the default one. GLib is written in C, so exceptions cannot pass
-    /// through it: `handler` gets them. Without a handler the process is terminated.
+    /// Starts to watch the queue; returns at once. `context` nullptr means the default one. GLib is
+    /// written in C, so exceptions cannot pass through it: `handler` gets them. Without a handler
+    /// the process is terminated.
     explicit GlibLoop(GMainContext* context = nullptr, ExceptionHandler handler = {}) {
         static GSourceFuncs functions{&prepare, &check, &dispatch, &finalize, nullptr, nullptr};
         source_ = reinterpret_cast<Source*>(g_source_new(&functions, sizeof(Source)));
@@ -40,7 +45,8 @@ public:
     }
     GlibLoop(const GlibLoop&) = delete;
     GlibLoop& operator=(const GlibLoop&) = delete;
-    /// Queued functions stay in the queue, for another loop.
+    /// Stops watching. Queued functions stay in the queue, for another loop. A callback that runs
+    /// now ends normally.
     ~GlibLoop() {
         g_source_destroy(&source_->base);
         g_source_unref(&source_->base);
@@ -53,14 +59,17 @@ private:
         gpointer tag;
     };
 
+    /// GLib asks before it polls: how long it may wait, and whether a turn is due at once.
     static gboolean prepare(GSource*, gint* timeout) {
         *timeout = MainQueue::shared().pollTimeout();
         return *timeout == 0;
     }
+    /// GLib asks after it has polled: whether a turn is due.
     static gboolean check(GSource* base) {
         return MainQueue::shared().pollTimeout() == 0 ||
                g_source_query_unix_fd(base, reinterpret_cast<Source*>(base)->tag) != 0;
     }
+    /// Runs what is due, for `MainQueue::turnLimit()` at most.
     static gboolean dispatch(GSource* base, GSourceFunc, gpointer) noexcept {
         try {
             const bool isRestLeft = MainQueue::shared().turn();

@@ -26,13 +26,17 @@ namespace vexim {
 /// The constructor throws `std::system_error` if the process has no descriptors left. Between turns
 /// the adapter only waits for the queue's descriptor and for the next deadline, so an idle queue
 /// costs nothing.
+///
+/// Do not call `MainQueue::run` from another thread meanwhile. To move the queue to another loop,
+/// destroy this adapter and make the next one: nothing that is queued gets lost. No moc is needed.
 class QtLoop {
 public:
-    /// Receives an exception that leaves a callback.
+    /// Receives an exception that leaves a callback, on the loop's thread. It must not throw. The
+    /// queue is intact, and the rest of it runs in the next turn.
     using ExceptionHandler = std::function<void(std::exception_ptr)>;
 
-    /// Exceptions cannot pass through Qt's loop: `handler` gets them. Without a handler the process
-    /// is terminated.
+    /// Starts to watch the queue; returns at once. Exceptions cannot pass through Qt's loop:
+    /// `handler` gets them. Without a handler the process is terminated.
     explicit QtLoop(ExceptionHandler handler = {})
         : driver_(std::make_shared<Driver>(std::move(handler))) {
         // The driver outlives a callback that destroys the adapter.
@@ -46,13 +50,15 @@ public:
     }
     QtLoop(const QtLoop&) = delete;
     QtLoop& operator=(const QtLoop&) = delete;
-    /// Queued functions stay in the queue, for another loop.
+    /// Stops watching. Queued functions stay in the queue, for another loop. A callback that runs
+    /// now ends normally.
     ~QtLoop() { driver_->stop(); }
 
 private:
     struct Driver {
         explicit Driver(ExceptionHandler given) : handler(std::move(given)) {}
 
+        /// Runs what is due, for `MainQueue::turnLimit()` at most.
         void turn() noexcept {
             // After a turn that left work, the notifier fires. The loop may then call us before its
             // own work that became due meanwhile, so skip one call.
@@ -67,6 +73,7 @@ private:
             }
             awaitDeadline();
         }
+        /// Sets the timer to the queue's next deadline, or stops it if there is none.
         void awaitDeadline() {
             const int timeout = stopped ? -1 : MainQueue::shared().pollTimeout();
             if (timeout < 0) return timer.stop();
@@ -82,7 +89,7 @@ private:
         QTimer timer;
         ExceptionHandler handler;
         bool stopped = false;
-        bool yields = false;
+        bool yields = false;  // the last turn left work, so the loop's own comes first
     };
 
     std::shared_ptr<Driver> driver_;

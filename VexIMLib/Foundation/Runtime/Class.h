@@ -49,7 +49,8 @@ struct InstanceVariableDeclaration {
 class VEXIM_EXPORT Class {
 public:
     /// Makes the record of a class. If another class has the same name, it raises
-    /// NSInternalInconsistencyException. `superclass` is nullptr for a root class.
+    /// NSInternalInconsistencyException. `superclass` is nullptr for a root class. Call it once for
+    /// each class, in the initialiser of a static as above; any thread may be the first.
     static const Class& declare(std::string name, const Class* superclass,
                                 std::vector<Property> properties = {},
                                 std::vector<InstanceVariableDeclaration> instanceVariables = {},
@@ -59,12 +60,13 @@ public:
 
     /// The name, unique in the process.
     const std::string& name() const noexcept { return name_; }
-    /// nullptr for a root class.
+    /// The record of the class that it derives from; nullptr for a root class.
     const Class* superclass() const noexcept { return superclass_; }
     /// Whether this class derives from `other` or is the same.
     bool isSubclassOf(const Class& other) const noexcept;
 
     // Look up by name, first in this class and then in its superclasses. nullptr if there is none.
+    // What they point to lives until the process ends.
     const Property* property(std::string_view name) const noexcept;
     const InstanceVariable* instanceVariable(std::string_view name) const noexcept;
     const Method* method(Selector selector) const noexcept;
@@ -72,7 +74,7 @@ public:
         return method(selector) != nullptr;
     }
 
-    // What this class itself declares, in order.
+    // What this class itself declares, in order. Inherited ones are in the superclass's record.
     const std::vector<Property>& declaredProperties() const noexcept { return properties_; }
     const std::vector<InstanceVariable>& declaredInstanceVariables() const noexcept {
         return instanceVariables_;

@@ -18,7 +18,7 @@ public:
     /// In bytes.
     static constexpr std::size_t kSlotSize = 16;
 
-    // As declared.
+    // As declared: the name and the type, see TypeEncoding.h.
     const std::string& name() const noexcept { return name_; }
     const std::string& typeEncoding() const noexcept { return typeEncoding_; }
 
@@ -56,8 +56,9 @@ public:
 
     /// The stored object; nil if there is none or plain bytes were stored last.
     Value object(const InstanceVariable& variable) const;
+    /// Stores an object or any other value, and releases what was there. nil stores nothing.
     void setObject(const InstanceVariable& variable, Value object);
-    /// Copies at most `size` bytes out of the variable's slots.
+    /// Copies at most `size` bytes out of the variable's slots. `bytes` must have room for `size`.
     void copyBytes(const InstanceVariable& variable, void* bytes, std::size_t size) const;
     /// Copies at most `size` bytes into the variable's slots.
     void setBytes(const InstanceVariable& variable, const void* bytes, std::size_t size);

@@ -14,7 +14,8 @@ class Object;
 
 /// A message as an object: receiver, selector, arguments and, after `invoke`, the result. Create it
 /// on the stack: for ordinary accessors it allocates no memory. Arguments and result are zero (nil)
-/// at first. Use it on one thread.
+/// at first. Use it on one thread. If you know the function at compile time, call it directly: an
+/// invocation is for names that are only known at run time.
 ///
 ///     const auto signature = user->methodSignatureForSelector("sessionCount");
 ///     Invocation invocation(signature, *user, "sessionCount");
@@ -31,7 +32,7 @@ public:
     Invocation& operator=(const Invocation&) = delete;
     ~Invocation();
 
-    // As given.
+    // As given to the constructor.
     const MethodSignature& methodSignature() const noexcept { return signature_; }
     Object& target() const noexcept { return target_; }
     Selector selector() const noexcept { return selector_; }
@@ -43,14 +44,15 @@ public:
     void getArgument(void* location, std::size_t index) const;
     void setReturnValue(const void* location);
     void getReturnValue(void* location) const;
-    // The addresses of an argument and of the result, valid as long as the invocation lives.
+    // The addresses of an argument and of the result, valid as long as the invocation lives. For an
+    // object type a `Value` is there. An invalid index raises NSInvalidArgumentException.
     const void* argumentLocation(std::size_t index) const {
         return frame_ + ownArgument(index).offset;
     }
     void* returnValueLocation() noexcept { return frame_ + signature_.result_.offset; }
 
     /// Sends the message. Raises NSInvalidArgumentException if the receiver does not understand it.
-    /// Exceptions of the method pass through.
+    /// Exceptions of the method pass through. May be called again, with other arguments.
     void invoke();
 
 private:

@@ -19,7 +19,8 @@ namespace vexim {
 class VEXIM_EXPORT MethodSignature {
 public:
     /// Makes a signature. Raises NSInvalidArgumentException if `types` is empty or has an invalid
-    /// type.
+    /// type. The first type is the result, the next two are receiver and selector. TypeEncoding.h
+    /// lists the types.
     static std::shared_ptr<const MethodSignature> signatureWithObjCTypes(std::string_view types);
 
     /// The number of arguments, including receiver and selector.

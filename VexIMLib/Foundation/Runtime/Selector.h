@@ -19,16 +19,18 @@ class VEXIM_EXPORT Selector {
 public:
     /// The null selector, which names no message.
     constexpr Selector() noexcept = default;
-    // The selector of this name. An empty text is a valid name.
+    // The selector of this name. An empty text is a valid name. nullptr is not allowed. The name of
+    // a setter ends with a colon, that of a getter does not; nothing checks the form.
     Selector(std::string_view text);
     Selector(const char* text) : Selector(std::string_view(text)) {}
     Selector(const std::string& text) : Selector(std::string_view(text)) {}
 
     /// Whether it is the null selector.
     bool isNull() const noexcept { return text_ == nullptr; }
-    /// The name; empty for the null selector.
+    /// The name; empty for the null selector. The reference is valid until the process ends.
     const std::string& text() const noexcept;
 
+    /// Whether both have the same name. Two null selectors are equal.
     friend bool operator==(Selector, Selector) noexcept = default;
 
 private:
