@@ -211,15 +211,20 @@ TEST_F(MultipartTest, RefusesWhatIsNoReachableFile) {
 }
 
 TEST_F(MultipartTest, AFileThatCannotBeReadShowsInTheStreamsError) {
-    for (const std::size_t step : {std::size_t{1}, std::size_t{1000}}) {
-        const auto path = makeFile("vanishing", "abc");
-        const auto form = newForm();
-        ASSERT_TRUE(form->appendPartWithFileURL(URL::fileURLWithPath(path), "f", nullptr));
-        form->requestByFinalizingMultipartFormData();
-        std::filesystem::remove(path);
-        EXPECT_EQ(readAll(*form->bodyStream(), step).find("--\r\n"), std::string::npos);
-        ASSERT_TRUE(form->bodyStream()->streamError()) << "in pieces of " << step;
-        EXPECT_TRUE(form->bodyStream()->streamError()->is(vexim::kCocoaErrorDomain, 260));
+    for (const bool isInPieces : {false, true}) {
+        for (const std::size_t step : {std::size_t{1}, std::size_t{1000}}) {
+            SCOPED_TRACE(std::to_string(step) + (isInPieces ? " in pieces" : ""));
+            const auto path = makeFile("vanishing", "abc");
+            const auto form = newForm();
+            ASSERT_TRUE(form->appendPartWithFileURL(URL::fileURLWithPath(path), "f", nullptr));
+            form->requestByFinalizingMultipartFormData();
+            std::filesystem::remove(path);
+            auto& stream = *form->bodyStream();
+            const auto bytes = isInPieces ? readPieces(stream, step) : readAll(stream, step);
+            EXPECT_EQ(bytes.find("--\r\n"), std::string::npos);
+            ASSERT_TRUE(stream.streamError());
+            EXPECT_TRUE(stream.streamError()->is(vexim::kCocoaErrorDomain, 260));
+        }
     }
 }
 

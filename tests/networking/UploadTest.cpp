@@ -180,6 +180,20 @@ TEST_F(UploadTest, WhatCannotBeReadIsAnEmptyFormOrAnError) {
     EXPECT_TRUE(outcomeOf([&](VXIMResultCompletion done) {
                     unreadable->sendWithCompletion(std::move(done));
                 }).ends_with("over NSCocoaErrorDomain 260"));
+
+    const auto path = makeFile("vanishing", "abc");
+    auto vanished = VXIMRequest::request();
+    vanished->setMethod("POST");
+    auto form =
+        VXIMAFStreamingMultipartFormData::initWithURLRequest(vanished, vexim::StringEncoding::UTF8);
+    ASSERT_TRUE(form->appendPartWithFileURL(vexim::URL::fileURLWithPath(path), "f", nullptr));
+    form->appendPartWithInputStream(InputStream::withData(Data("abc")), "g", "g", 3, "x/y");
+    vanished = form->requestByFinalizingMultipartFormData();
+    std::filesystem::remove(path);
+    const auto outcome = outcomeOf([&](VXIMResultCompletion done) {
+        vanished->uploadWithNewBodyStreamBlock(nullptr, nullptr, std::move(done));
+    });
+    EXPECT_TRUE(outcome.ends_with("over NSCocoaErrorDomain 260")) << outcome;
     EXPECT_LT(clock.now() - before, 1s) << "no other attempt could succeed";
     EXPECT_EQ(requests().size(), 1u);
 }

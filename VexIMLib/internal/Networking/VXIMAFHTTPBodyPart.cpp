@@ -78,6 +78,10 @@ bool VXIMAFHTTPBodyPart::hasBytesAvailable() {
     return inputStream()->streamStatus() < vexim::StreamStatus::AtEnd;
 }
 
+bool VXIMAFHTTPBodyPart::hasFailed() {
+    return phase_ == Phase::Body && inputStream()->streamStatus() == vexim::StreamStatus::Error;
+}
+
 std::int64_t VXIMAFHTTPBodyPart::read(std::uint8_t* buffer, std::size_t maxLength) {
     std::size_t total = 0;
     for (bool isLast = false; !isLast;) {
@@ -102,7 +106,7 @@ std::int64_t VXIMAFHTTPBodyPart::readPhase(std::uint8_t* buffer, std::size_t max
     }
     // A read of no bytes would look like the end.
     const std::int64_t count = maxLength > 0 ? inputStream()->read(buffer, maxLength) : 0;
-    return inputStream()->streamStatus() == vexim::StreamStatus::Error ? -1 : count;
+    return hasFailed() ? -1 : count;
 }
 
 bool VXIMAFHTTPBodyPart::isPhaseOver() {

@@ -64,6 +64,8 @@ public:
     /// Bytes of the whole part, boundaries and headers included.
     std::uint64_t contentLength() const;
     bool hasBytesAvailable();
+    /// Whether the contents could not be opened or read.
+    bool hasFailed();
     /// Returns how many bytes came; -1 if the contents could not be read (see the input stream's
     /// error) or the process is exiting.
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength);

@@ -66,17 +66,16 @@ std::int64_t VXIMAFMultipartBodyStream::read(std::uint8_t* buffer, std::size_t m
 
 vexim::InputStream::Piece VXIMAFMultipartBodyStream::readPiece(std::uint8_t* buffer,
                                                                std::size_t maxLength) {
-    if (streamStatus_ == vexim::StreamStatus::Closed || isInterrupted() || !moveToUnreadPart())
-        return {};
+    if (streamStatus_ == vexim::StreamStatus::Closed || isInterrupted()) return {};
+    // The main thread has opened the contents since the last piece, perhaps in vain.
+    if (currentPart_ && currentPart_->hasFailed()) return failedPiece();
+    if (!moveToUnreadPart()) return {};
     auto limit =
         static_cast<std::size_t>(std::min<std::uint64_t>(numberOfBytesInPacket_, maxLength));
     if (limit == 0) return {};
     if (delay_ > 0) limit -= std::min(limit, inPacket_);
     Piece piece{currentPart_->readPhase(buffer, limit)};
-    if (piece.count < 0) {
-        streamError_ = currentPart_->inputStream()->streamError();
-        return {};
-    }
+    if (piece.count < 0) return failedPiece();
     inPacket_ += static_cast<std::size_t>(piece.count);
     const bool isPhaseOver = currentPart_->isPhaseOver();
     if (isPhaseOver) piece.onMain = [part = currentPart_] { part->transitionToNextPhase(); };
@@ -87,6 +86,11 @@ vexim::InputStream::Piece VXIMAFMultipartBodyStream::readPiece(std::uint8_t* buf
     inPacket_ = 0;
     if (delay_ > 0) piece.rest = pause();
     return piece;
+}
+
+vexim::InputStream::Piece VXIMAFMultipartBodyStream::failedPiece() {
+    streamError_ = currentPart_->inputStream()->streamError();
+    return {};
 }
 
 bool VXIMAFMultipartBodyStream::readsNonBlocking() const {

@@ -66,6 +66,7 @@ public:
     bool initialise(vexim::StringEncoding encoding);
 
 private:
+    Piece failedPiece();
     bool moveToUnreadPart();
     bool moveToNextPart();
     std::chrono::nanoseconds pause() const;
