@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "VexIMLib/Foundation/Exception.h"
-#include "VexIMLib/internal/Platform/Loading/URLLoad.h"
+#include "VexIMLib/internal/Platform/Loading/Redirection.h"
 #include "platform/SessionProbe.h"
 #include "support/Eventually.h"
 #include "support/Gzip.h"

@@ -4,17 +4,14 @@
 
 #include "VexIMLib/Store/internal/Payloads.h"
 #include "VexIMLib/Store/internal/Words.h"
-#include "VexIMLib/VXIMMessage.h"
 
 namespace vexim::store {
 namespace {
 
 void changeWords(Database& database, const char* sql, std::int64_t id, std::int64_t conversation,
                  const Dictionary& payload) {
-    const Value& content = payload.get("content");
-    if (content.get("media").longLongValue() != VXIMMessageMediaTypeText) return;
-    const Value& body = content.get("body");
-    const auto text = body.asStringView();
+    if (mediaTypeOf(payload) != VXIMMessageMediaTypeText) return;
+    const auto text = payload.get("content").get("body").asStringView();
     if (!text || text->empty()) return;
     const std::string words = separateIdeographs(*text);
     const std::string place = placeWord(conversation);

@@ -59,8 +59,7 @@ VXIMStoredMessage Tables::message(const Row& row) {
     message.sender =
         row.direction == VXIMStoredMessageOutgoing ? userId : idText(writerOf(message.payload));
     message.receiver = idText(message.payload.get("to").get("id"));
-    message.mediaType = static_cast<VXIMMessageMediaType>(
-        message.payload.get("content").get("media").longLongValue());
+    message.mediaType = mediaTypeOf(message.payload);
     message.sentAtMillis = row.sentAt;
     message.direction = row.direction;
     message.state = row.state;

@@ -17,6 +17,10 @@ std::optional<std::int64_t> timeOf(const Dictionary& payload) {
     return millis;
 }
 
+VXIMMessageMediaType mediaTypeOf(const Dictionary& payload) {
+    return static_cast<VXIMMessageMediaType>(payload.get("content").get("media").intValue());
+}
+
 std::optional<std::string> textOf(const Dictionary& payload, const char* field) {
     const Value& value = payload.get(field);
     if (value.kind() == Value::Kind::Integer) return std::to_string(value.integer());

@@ -7,6 +7,7 @@
 
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/VXIMMessage.h"
 
 namespace vexim::store {
 
@@ -14,6 +15,8 @@ namespace vexim::store {
 std::optional<std::int64_t> timeOf(const Dictionary& payload);
 /// The sender: the id in "from", or "speaker".
 const Value& writerOf(const Dictionary& payload);
+/// The kind of body, read as `VXIMMessage` reads it.
+VXIMMessageMediaType mediaTypeOf(const Dictionary& payload);
 /// The key or service id in it; nullopt when it has none.
 std::optional<std::string> textOf(const Dictionary& payload, const char* field);
 /// A number for a key in the index. Keys that begin with increasing digits give increasing numbers.

@@ -9,6 +9,7 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/NotificationCenter.h"
+#include "VexIMLib/Store/internal/Arrivals.h"
 #include "VexIMLib/Store/internal/CatchUp.h"
 #include "VexIMLib/Store/internal/HistoryPages.h"
 #include "VexIMLib/Store/internal/Outbox.h"
@@ -17,12 +18,12 @@
 #include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/VXIMMessage.h"
-#include "VexIMLib/VXIMMessageTarget.h"
 #include "VexIMLib/VXIMUser.h"
 
 using vexim::ErrorPtr;
 using vexim::MainQueue;
 using vexim::store::Arrival;
+using vexim::store::arrivalOf;
 using vexim::store::CatchUp;
 using vexim::store::Merged;
 using vexim::store::Outbox;
@@ -36,25 +37,6 @@ constexpr std::size_t kMostKept = 10'000;
 constexpr std::chrono::seconds kStorePause = 5s;
 // A login after a reconnect that is not answered in time counts as accepted.
 constexpr std::chrono::seconds kLoginPatience = 10s;
-
-std::optional<VXIMConversationId> conversationOf(const VXIMMessage& message, bool isOwn) {
-    const auto& to = *message.receiver();
-    const auto& peer = isOwn ? to : *message.sender();
-    const auto named = [](VXIMConversationKind kind,
-                          const vexim::Value& id) -> std::optional<VXIMConversationId> {
-        if (id.isNilOrNull()) return std::nullopt;
-        return VXIMConversationId{kind, id.description()};
-    };
-    switch (to.type()) {
-        case VXIMMessageTargetTypeUser: return named(VXIMConversationKindFriend, peer.userId());
-        case VXIMMessageTargetTypeGroup: return named(VXIMConversationKindGroup, to.groupId());
-        case VXIMMessageTargetTypeRoom: return named(VXIMConversationKindRoom, to.roomId());
-        case VXIMMessageTargetTypeAllUsers:
-        case VXIMMessageTargetTypeSystem:
-        case VXIMMessageTargetTypeUnknown: return std::nullopt;
-    }
-    return std::nullopt;
-}
 
 }  // namespace
 
@@ -252,15 +234,7 @@ void VXIMConversations::Impl::didReceive(const vexim::Notification& notification
     const auto message =
         notification.userInfo ? notification.userInfo->get("msg").as<VXIMMessage>() : nullptr;
     if (!message || (store && userId() != store->userId())) return;
-    Arrival arrival;
-    arrival.payload = message->payload();
-    const bool isOwn = !isSystem && message->sender()->userId().description() == userId();
-    if (isOwn) arrival.direction = VXIMStoredMessageOutgoing;
-    const auto conversation = isSystem ? VXIMConversationId{VXIMConversationKindSystem, ""}
-                                       : conversationOf(*message, isOwn);
-    if (!conversation) return;  // the receiver is none that is stored
-    arrival.conversation = *conversation;
-    storeArrival(std::move(arrival));
+    if (auto arrival = arrivalOf(*message, userId(), isSystem)) storeArrival(std::move(*arrival));
 }
 
 void VXIMConversations::Impl::storeArrival(Arrival arrival) {

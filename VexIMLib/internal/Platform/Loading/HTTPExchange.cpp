@@ -7,6 +7,7 @@
 
 #include "VexIMLib/internal/Foundation/Text/ASCII.h"
 #include "VexIMLib/internal/Platform/Facts/URLErrors.h"
+#include "VexIMLib/internal/Platform/Loading/AnswerHead.h"
 #include "VexIMLib/internal/Platform/Loading/BodyReader.h"
 #include "VexIMLib/internal/Platform/Loading/CurlHandle.h"
 #include "VexIMLib/internal/Platform/Loading/CurlMulti.h"
@@ -16,8 +17,6 @@
 namespace vexim {
 namespace {
 
-constexpr std::size_t kMostHeadBytes =
-    256 * 1024;  // libcurl's own limit would look like a lost connection
 /// The first flow-control window of HTTP/2. libcurl 7.88 spins if a server answers a longer upload
 /// without reading it, so longer ones use HTTP/1.1.
 constexpr std::size_t kMostHTTP2BodyBytes = 32 * 1024;
@@ -78,6 +77,7 @@ private:
 
     bool receiveHeader(std::string_view line);
     bool finishHead();
+    bool refuseHead(const char* words);
     std::size_t giveBody(char* buffer, std::size_t most);
     void stopSending();
     void resumeSending();
@@ -95,9 +95,7 @@ private:
     bool mayShare_ = false;   // may use a connection that another exchange opens
     bool requested_ = false;  // the request has gone to a connection
 
-    HTTPHeaderFields fields_;
-    bool headEnded_ = false;
-    std::size_t headBytes_ = 0;
+    AnswerHead head_;
     std::int64_t bodyBytes_ = 0;
     bool hasBody_ = false;
     bool isChunked_ = false;
@@ -236,44 +234,25 @@ std::size_t HTTPExchange::Impl::onHeader(char* bytes, std::size_t size, std::siz
 }
 
 bool HTTPExchange::Impl::receiveHeader(std::string_view line) {
-    headBytes_ += line.size();
-    if (headBytes_ > kMostHeadBytes) {
-        failure_ = makeURLError(URLErrorCannotParseResponse, request_->url,
-                                "the header of the answer is too long");
-        return false;
-    }
-    if (headEnded_) return true;  // a trailer
-    const std::string_view text = detail::trimmed(line);
-    if (text.empty()) return finishHead();
-    if (line.starts_with("HTTP/")) {
-        fields_.clear();  // also drops the fields of an interim answer
-        return true;
-    }
-    const auto colon = text.find(':');
-    if (colon == std::string_view::npos || colon == 0) return true;
-    fields_.add(std::string(text.substr(0, colon)),
-                std::string(detail::trimmed(text.substr(colon + 1))));
-    return true;
+    const bool isEnd = head_.add(line);
+    if (head_.isTooLong()) return refuseHead("the header of the answer is too long");
+    return !isEnd || finishHead();
 }
 
 bool HTTPExchange::Impl::finishHead() {
     long status = 0;
     curl_easy_getinfo(easy(), CURLINFO_RESPONSE_CODE, &status);
-    if (status < 200) return true;
-    headEnded_ = true;
-    const auto length = statedContentLength(fields_);
-    if (!length) {
-        failure_ = makeURLError(URLErrorCannotParseResponse, request_->url,
-                                "the answer has contradictory lengths");
-        return false;
-    }
+    if (status < 200) return true;  // an interim answer
+    auto head = head_.finish(*request_->url, static_cast<int>(status));
+    if (!head) return refuseHead("the answer has contradictory lengths");
     reportSent();
     if (status >= 300) stopSending();
-    const std::string* const encoding = fields_.find("Content-Encoding");
-    const bool encoded = encoding && !sameHeaderName(*encoding, "identity");
-    auto head = std::make_shared<HTTPURLResponse>(HTTPURLResponse{
-        *request_->url, static_cast<int>(status), std::move(fields_), encoded ? -1 : *length});
     return handler_.exchangeReceivedHead(std::move(head)) != Flow::Abort;
+}
+
+bool HTTPExchange::Impl::refuseHead(const char* words) {
+    failure_ = makeURLError(URLErrorCannotParseResponse, request_->url, words);
+    return false;
 }
 
 std::size_t HTTPExchange::Impl::onBody(char* bytes, std::size_t size, std::size_t count,
@@ -361,7 +340,7 @@ void HTTPExchange::Impl::unpause() {
 std::int64_t HTTPExchange::Impl::bytesMoved() const {
     curl_off_t sent = 0;
     if (hasBody_) curl_easy_getinfo(easy(), CURLINFO_SIZE_UPLOAD_T, &sent);
-    return static_cast<std::int64_t>(headBytes_) + bodyBytes_ + sent;
+    return static_cast<std::int64_t>(head_.bytes()) + bodyBytes_ + sent;
 }
 
 void HTTPExchange::Impl::reportSent() {
@@ -393,7 +372,7 @@ void HTTPExchange::Impl::transferEnded(CURLcode result) {
     reportSent();
     ErrorPtr error = result == CURLE_OK && !failure_ ? nullptr : describeFailure(result);
     // libcurl accepts a header that is cut off.
-    if (!error && !headEnded_)
+    if (!error && !head_.isComplete())
         error =
             makeURLError(URLErrorNetworkConnectionLost, request_->url, "the header is incomplete");
     handler_.exchangeEnded(std::move(error));  // may destroy this

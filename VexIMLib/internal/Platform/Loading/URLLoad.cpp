@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "VexIMLib/internal/Foundation/Text/Origin.h"
 #include "VexIMLib/internal/Platform/Facts/URLErrors.h"
+#include "VexIMLib/internal/Platform/Loading/Redirection.h"
 #include "VexIMLib/internal/Platform/Loading/URLSession.h"
 #include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
 #include "VexIMLib/internal/Platform/Threads/NetworkThreadAsio.h"
@@ -33,34 +33,6 @@ TrustChoice trustFor(const URLRequest& request) {
 }
 
 }  // namespace
-
-std::optional<URLRequest> redirectedRequest(const URLRequest& request,
-                                            const HTTPURLResponse& response) {
-    const int status = response.statusCode;
-    const bool redirects =
-        status == 301 || status == 302 || status == 303 || status == 307 || status == 308;
-    const std::string* const location = redirects ? response.headers.find("Location") : nullptr;
-    auto target = location ? request.url->resolve(*location) : std::nullopt;
-    if (!target) return std::nullopt;
-
-    URLRequest next = request;
-    const bool becomesGet =
-        status == 303 ? request.method != "HEAD" : (status <= 302 && request.method == "POST");
-    if (becomesGet) {
-        next.method = "GET";
-        next.body = {};
-        next.bodyStream = nullptr;
-        for (const char* field :
-             {"Content-Type", "Content-Length", "Content-Encoding", "Transfer-Encoding"})
-            next.headers.remove(field);
-    }
-    if (!detail::haveSameOrigin(*request.url, *target)) {
-        for (const char* field : {"Authorization", "Cookie", "Proxy-Authorization"})
-            next.headers.remove(field);
-    }
-    next.url = std::move(target);
-    return next;
-}
 
 /// Shared by all loads on the network thread: it passes on their events once per turn of the loop,
 /// and has one timer for all their timeouts.
