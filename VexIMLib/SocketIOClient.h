@@ -22,8 +22,6 @@
 
 namespace vexim {
 
-class EventRecord;
-
 /// What a client's `status()` returns. Events are sent only in state 3.
 enum SocketIOStatus : std::int32_t {
     SocketIOStatusNotConnected = 0,  ///< never asked to connect
@@ -62,6 +60,10 @@ private:
 ///     socket->joinNamespace("/chat");
 ///     socket->on("message", [](const Array& arguments, const AckEmitter&) { … });
 ///     socket->connect();
+///     vexim::MainQueue::shared().run();
+///
+/// It needs no `VXIMClient`; examples/socketio.cpp is a whole program. The destructor closes the
+/// connection, and callbacks that wait for an answer get an error.
 ///
 /// Every operation can be called from any thread, in any state, and inside a handler. None of them
 /// waits for the server; nor does the destructor. Handlers run on the main queue, one at a time, in
@@ -92,19 +94,25 @@ public:
     using HandlerId = std::uint64_t;
     /// Receives the server's answer and nullptr, or an empty array and the error.
     using AckCallback = std::function<void(const Array& answer, ErrorPtr error)>;
-    /// Makes the socket of a `VXIMClient`. `create` is such a function.
-    using Factory = std::function<std::shared_ptr<SocketIOClient>(const std::optional<URL>& url,
-                                                                  const Dictionary& options)>;
 
     /// Makes a client for `url` (http, https, ws or wss). With nil or another scheme, `connect`
-    /// gives "error". docs/socketio.md lists the options. An unknown option, or a value of the
-    /// wrong type, is logged once and ignored.
+    /// gives "error". An unknown option, or a value of the wrong type or range, is logged once and
+    /// ignored; a malformed "caFile", "caPEM" or "pinnedKeys" makes `connect` give "error".
+    /// docs/socketio.md has types and defaults. The options are:
+    ///
+    /// - How to connect: "transports" (array of "websocket" and "polling", in the order to try),
+    ///   "forceWebsockets", "forcePolling", "secure" (TLS for a plain URL), "compress", "path",
+    ///   "protocolVersion" (3 or 4; detected otherwise), "connectTimeout" (seconds).
+    /// - What to send along: "connectParams" (the handshake's query), "joinPayload" (servers 3.x
+    ///   and 4.x call it `auth`), "extraHeaders".
+    /// - Whom to trust: "caFile", "caPEM", "pinnedKeys", "selfSigned".
+    /// - When to try again: "reconnects", "reconnectAttempts", "reconnectWait" and
+    ///   "reconnectWaitMax" (seconds).
+    /// - Limits in bytes: "maxMessageSize" (received), "maxQueuedBytes" (not sent yet),
+    ///   "maxReadAhead" (received and not delivered yet).
+    /// - What to watch: "log" (connects and losses), "metrics" (a `VXIMMetrics`).
     static std::shared_ptr<SocketIOClient> create(const std::optional<URL>& url,
                                                   const Dictionary& options);
-
-    /// Where to write down what the connection goes through. To be called before the first
-    /// `connect()`.
-    virtual void recordInto(std::shared_ptr<EventRecord> record) { static_cast<void>(record); }
 
     /// Sets the namespace for the next `connect()`; "/" at first. An empty name means "/", and a
     /// missing leading slash is added. A query ("/chat?x=y") is sent to 2.x servers only; later

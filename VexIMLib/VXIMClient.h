@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,7 +9,6 @@
 #include "VexIMLib/Foundation/Dictionary.h"
 #include "VexIMLib/Foundation/Export.h"
 #include "VexIMLib/Foundation/Object.h"
-#include "VexIMLib/Foundation/URL.h"
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMCompletions.h"
 #include "VexIMLib/VXIMDiagnosis.h"
@@ -18,7 +16,6 @@
 
 class VXIMClientConfiguration;
 class VXIMClientDelegate;
-class VXIMFriendInfo;
 class VXIMMessage;
 class VXIMUser;
 
@@ -212,47 +209,10 @@ public:
 
     const vexim::Class& runtimeClass() const override;
 
-    /// Makes the connection for each login.
-    using SocketFactory = std::function<std::shared_ptr<vexim::SocketIOClient>(
-        const std::optional<vexim::URL>& url, const vexim::Dictionary& options)>;
-    /// For the factories only.
-    bool initialise(std::shared_ptr<VXIMClientConfiguration> configuration,
-                    SocketFactory makeSocket);
+    struct Impl;  // not for applications
 
 private:
-    struct Impl;
     std::shared_ptr<VXIMClient> self() { return sharedAs<VXIMClient>(); }
-
-    // Steps of a session; main thread.
-    void openConnection(const std::string& authText, VXIMBooleanCompletion completion,
-                        std::function<void(const std::shared_ptr<vexim::Error>&)> tellWhyNot);
-    void setupEventHandlers();
-    void socketDidConnect();
-    void socketDidDisconnect();
-    void didReceiveLoginAnswer(const vexim::Value& answer);
-    void loginDidCompleteWithSuccess(bool success, const std::shared_ptr<vexim::Error>& error);
-    void didRemoveInstallation(const std::shared_ptr<vexim::SocketIOClient>& socket,
-                               VXIMClientStatus remembered,
-                               const std::shared_ptr<vexim::Error>& error,
-                               const VXIMBooleanCompletion& completion);
-    void didLogout();
-    using PresenceCall = void (VXIMClientDelegate::*)(const std::shared_ptr<VXIMClient>&,
-                                                      const std::shared_ptr<VXIMFriendInfo>&);
-    void didReceivePresence(const char* notificationName, PresenceCall delegateCall,
-                            const vexim::Value& friendId);
-    void didReceivePeerMessage(const vexim::Value& payload);
-    void didReceiveOwnMessage(const vexim::Value& payload);
-    void didReceiveSystemMessage(const vexim::Value& payload);
-    void didReceiveMessage(const std::shared_ptr<VXIMMessage>& message);
-
-    /// Uploads the attachment first, if there is one. `block` gets the wire form, or nullopt and
-    /// the error.
-    template <class Block>
-    void uploadMessageAttachment(const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress,
-                                 Block block, std::shared_ptr<VXIMTransfer> transfer);
-
-    /// Returns nullptr if the connection has accepted the message.
-    std::shared_ptr<vexim::Error> say(vexim::Dictionary payload);
 
     std::unique_ptr<Impl> impl_;
 };

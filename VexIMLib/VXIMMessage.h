@@ -149,6 +149,7 @@ public:
 
     /// A message made from a copy of the payload. The status, `attachmentPath`, and a sender or
     /// receiver that is not yet in the payload are not copied.
+    std::shared_ptr<VXIMMessage> copy();
     std::shared_ptr<vexim::Object> copy() const override;
 
     // Secure coding. The archive holds what `copy` copies. See Foundation/KeyedArchiver.h:

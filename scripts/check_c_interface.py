@@ -15,7 +15,7 @@ LEFT_OUT = {
         "clientWithAppId": "vexim_create", "clientWithConfiguration": "vexim_create", "initWithConfiguration": "vexim_create",
         "init": "vexim_create",
         "delegate": "events take its place", "setDelegate": "events take its place",
-        "socketio": "the connection is no public class",
+        "socketio": "a class for C++ programs",
         "onlineFriends": "memory for C++ programs, which the library does not read", "setOnlineFriends": "likewise",
         "messages": "likewise", "setMessages": "likewise",
     },
@@ -132,10 +132,23 @@ def findings():
         if by_getter.get(function, function) not in options:
             yield f"VXIMClientConfiguration.h: {function} is no name of the configuration"
     yield from findings_of_store(rows)
+    yield from findings_of_socket_options()
     page = (ROOT / "docs/socketio.md").read_text()
     for option in re.findall(r'^\| "(\w+)" \|', page.split("## Events")[0], re.MULTILINE):
         if option not in options:
             yield f"docs/socketio.md: the option {option} is no name of the configuration"
+
+
+def findings_of_socket_options():
+    """The options of a connection are named in the code, in the header's comment and in the page."""
+    code = (ROOT / "VexIMLib/internal/SocketIO/Client/SocketIOOptions.cpp").read_text().split("& readers()")[1]
+    known = set(re.findall(r'\{"(\w+)",', code))
+    header = (ROOT / "VexIMLib/SocketIOClient.h").read_text().split("The options are:")[1].split("static ")[0]
+    rows = re.findall(r"^\| (\".*?) \|", (ROOT / "docs/socketio.md").read_text().split("## Proxies")[0], re.MULTILINE)
+    for place, text in ("VexIMLib/SocketIOClient.h", header), ("docs/socketio.md", " ".join(rows)):
+        named = set(re.findall(r'"(\w+)"', text)) - {"websocket", "polling"}
+        for option in sorted(known ^ named):
+            yield f"{place}: the option {option} is " + ("not named" if option in known else "no option of a connection")
 
 
 def fields(headers):

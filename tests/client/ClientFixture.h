@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "VexIMLib/VexIMLib.h"
+#include "VexIMLib/internal/Client/VXIMClientImpl.h"
 #include "client/FakeSocket.h"
 #include "support/Completions.h"
 #include "support/Describe.h"
@@ -112,12 +113,11 @@ protected:
     ClientTest() : client(newClient()) { client->setDelegate(journal); }
 
     std::shared_ptr<VXIMClient> newClient() {
-        return vexim::create<VXIMClient>(
-            service.configuration(),
-            [this](const std::optional<URL>& url, const Dictionary& options) {
-                sockets.push_back(vexim::create<FakeSocket>(url, options));
-                return sockets.back();
-            });
+        return VXIMClient::Impl::make(service.configuration(), [this](const std::optional<URL>& url,
+                                                                      const Dictionary& options) {
+            sockets.push_back(vexim::create<FakeSocket>(url, options));
+            return sockets.back();
+        });
     }
 
     /// Runs everything that is queued on the main queue.

@@ -55,7 +55,7 @@ private:
 };
 
 ScheduleWorld::ScheduleWorld(std::uint32_t seed, ManualClock& clock, const TemporaryFolder& folder,
-                             VXIMClient::SocketFactory makeSocket, ServerAct server)
+                             VXIMClient::Impl::SocketFactory makeSocket, ServerAct server)
     : chance_(seed),
       clock_(clock),
       folder_(folder),
@@ -184,7 +184,7 @@ void ScheduleWorld::act() {
 
 void ScheduleWorld::makeClient() {
     if (clients_.size() < 3)
-        keep(clients_, vexim::create<VXIMClient>(vxim_configuration.get(), makeSocket_));
+        keep(clients_, VXIMClient::Impl::make(vxim_configuration.get(), makeSocket_));
 }
 
 void ScheduleWorld::makeDelegate() {

@@ -12,6 +12,7 @@
 
 #include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/VexIMLib.h"
+#include "VexIMLib/internal/Client/VXIMClientImpl.h"
 #include "support/Completions.h"
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"
@@ -33,7 +34,7 @@ public:
     static constexpr const char* kPicture = "picture.png";
 
     ScheduleWorld(std::uint32_t seed, ManualClock& clock, const TemporaryFolder& folder,
-                  VXIMClient::SocketFactory makeSocket, ServerAct server);
+                  VXIMClient::Impl::SocketFactory makeSocket, ServerAct server);
 
     /// Runs `steps` actions, and those that callbacks add, then releases everything.
     void live(int steps);
@@ -103,7 +104,7 @@ private:
     std::mt19937 chance_;
     ManualClock& clock_;
     const TemporaryFolder& folder_;
-    const VXIMClient::SocketFactory makeSocket_;
+    const VXIMClient::Impl::SocketFactory makeSocket_;
     const ServerAct server_;
     int actionsLeft_ = 0;
     int depth_ = 0;

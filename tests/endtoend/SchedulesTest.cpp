@@ -50,7 +50,7 @@ protected:
     }
 
     /// Runs one seed to its end. False if no other needs to run.
-    bool live(std::uint32_t seed, VXIMClient::SocketFactory makeSocket,
+    bool live(std::uint32_t seed, VXIMClient::Impl::SocketFactory makeSocket,
               ScheduleWorld::ServerAct server) {
         SCOPED_TRACE("VEXIM_SCHEDULE_SEED=" + std::to_string(seed));
         const auto world = std::make_shared<ScheduleWorld>(

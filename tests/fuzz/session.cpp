@@ -12,6 +12,7 @@
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/VexIMLib.h"
+#include "VexIMLib/internal/Client/VXIMClientImpl.h"
 #include "tests/client/FakeSocket.h"
 
 namespace {
@@ -36,7 +37,7 @@ public:
         configuration->setAppId("app");  // and no installation: a logout then needs no request
         configuration->setClientKey("key");
         // A login may still be queued when this object is gone.
-        client_ = vexim::create<VXIMClient>(
+        client_ = VXIMClient::Impl::make(
             configuration, [weak = weak_from_this()](const auto& url, const auto& options) {
                 auto socket = vexim::create<FakeSocket>(url, options);
                 if (const auto self = weak.lock()) self->socket_ = socket;

@@ -184,15 +184,14 @@ TEST(Message, ACopySharesNothingAndLosesWhatIsNotInThePayload) {
     message->setStatus(VXIMMessageStatusSent);
     message->setAttachmentPath("/tmp/x");
     message->receiver()->setUserId("u2");
-    auto copy = std::static_pointer_cast<VXIMMessage>(message->copy());
+    auto copy = message->copy();
     EXPECT_EQ(describe(*copy), "from -1, to -1: hi");
     EXPECT_EQ(copy->status(), VXIMMessageStatusNone);
     EXPECT_EQ(copy->attachmentPath(), std::nullopt);
     copy->setText("changed");
     EXPECT_EQ(message->text(), "hi");
     message->dictionaryRepresentation();
-    EXPECT_EQ(describe(*std::static_pointer_cast<VXIMMessage>(message->copy())),
-              "from 0, to 0 user u2: hi")
+    EXPECT_EQ(describe(*message->copy()), "from 0, to 0 user u2: hi")
         << "a sender without a type of its own takes the receiver's";
 }
 

@@ -14,6 +14,7 @@
 
 #include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/internal/Platform/Facts/EventRecord.h"
+#include "VexIMLib/internal/SocketIO/Client/SocketIORecord.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
 #include "support/Completions.h"
@@ -124,8 +125,9 @@ TEST(SocketIOClient, LetsNoPeerPretendToBeTheConnection) {
         peer.waitForClose();
     });
     const auto record = std::make_shared<EventRecord>();
-    const auto client = makeClient(server.url());
-    client->recordInto(record);
+    const auto client =
+        makeSocketIOClient(URL::parse(server.url()), {{"forceWebsockets", true}}, record);
+    client->joinNamespace("/chat");
     Recorder heard;
     heard.listen(*client);
     client->connect();

@@ -16,6 +16,7 @@
 #include "VexIMLib/Testing/FakeService.h"
 #include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/VexIMLib.h"
+#include "VexIMLib/internal/Client/VXIMClientImpl.h"
 #include "client/FakeSocket.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"
@@ -68,11 +69,11 @@ protected:
         if (options.path.empty()) options.path = folder / "alice.db";
         options.userId = "alice";
         options.echoTimeout = echoTimeout;
-        client = vexim::create<VXIMClient>(
-            service.configuration(), [this](const auto& url, const auto& socketOptions) {
-                socket = vexim::create<FakeSocket>(url, socketOptions);
-                return socket;
-            });
+        client = VXIMClient::Impl::make(service.configuration(),
+                                        [this](const auto& url, const auto& socketOptions) {
+                                            socket = vexim::create<FakeSocket>(url, socketOptions);
+                                            return socket;
+                                        });
         conversations = VXIMConversations::conversationsWithClient(client, options);
         conversations->setCaughtUpHandler(
             [this](const VXIMCaughtUp& caughtUp) { reports.push_back(caughtUp); });

@@ -11,6 +11,7 @@
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/internal/Client/VXIMClientImpl.h"
 #include "VexIMLib/internal/Platform/Facts/EventNames.h"
+#include "VexIMLib/internal/SocketIO/Client/SocketIORecord.h"
 
 VXIMClient::VXIMClient(vexim::Creation creation)
     : Object(creation),
@@ -35,22 +36,30 @@ std::shared_ptr<VXIMClient> VXIMClient::clientWithConfiguration(
 
 std::shared_ptr<VXIMClient> VXIMClient::initWithConfiguration(
     std::shared_ptr<VXIMClientConfiguration> configuration) {
-    return vexim::create<VXIMClient>(std::move(configuration), &vexim::SocketIOClient::create);
+    return Impl::make(std::move(configuration), {});
 }
 
 std::shared_ptr<VXIMClient> VXIMClient::init() {
     return initWithConfiguration(VXIMClientConfiguration::defaultConfiguration());
 }
 
-bool VXIMClient::initialise(std::shared_ptr<VXIMClientConfiguration> configuration,
-                            SocketFactory makeSocket) {
+std::shared_ptr<VXIMClient> VXIMClient::Impl::make(
+    std::shared_ptr<VXIMClientConfiguration> configuration, SocketFactory makeSocket) {
     if (!configuration)
         throw vexim::Exception(vexim::kInvalidArgumentException, "A client needs a configuration.");
-    impl_->owner = std::static_pointer_cast<VXIMClient>(shared_from_this());
-    impl_->config = std::move(configuration);
-    impl_->makeSocket = std::move(makeSocket);
-    vxim_configuration = impl_->config;
-    return true;
+    auto client = vexim::create<VXIMClient>();
+    Impl& impl = *client->impl_;
+    if (!makeSocket) {
+        makeSocket = [record = impl.record](const std::optional<vexim::URL>& url,
+                                            const vexim::Dictionary& options) {
+            return vexim::makeSocketIOClient(url, options, record);
+        };
+    }
+    impl.owner = client;
+    impl.config = std::move(configuration);
+    impl.makeSocket = std::move(makeSocket);
+    vxim_configuration = impl.config;
+    return client;
 }
 
 VXIMClientStatus VXIMClient::status() const noexcept { return impl_->status; }
@@ -112,9 +121,11 @@ bool VXIMClient::offlineTemporally() const noexcept { return impl_->offlineTempo
 
 bool VXIMClient::tryLogout() const noexcept { return impl_->tryLogout; }
 
-void VXIMClient::resetFlags() noexcept {
-    impl_->offlineTemporally = false;
-    impl_->tryLogout = false;
+void VXIMClient::resetFlags() noexcept { impl_->resetFlags(); }
+
+void VXIMClient::Impl::resetFlags() noexcept {
+    offlineTemporally = false;
+    tryLogout = false;
 }
 
 const std::optional<vexim::Array>& VXIMClient::onlineFriends() const noexcept {

@@ -85,8 +85,9 @@ const Value& conversationId(const Value& peersId, const Value& receiversId) {
 
 // A template, so that each caller's block is stored in the queued function without another wrapper.
 template <class Block>
-void VXIMClient::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress,
-                                         Block block, std::shared_ptr<VXIMTransfer> transfer) {
+void VXIMClient::Impl::uploadMessageAttachment(const MessagePtr& message, VXIMProgress progress,
+                                               Block block,
+                                               std::shared_ptr<VXIMTransfer> transfer) {
     auto finish = [message, block = std::move(block)](bool succeeded, ErrorPtr error) {
         std::optional<Dictionary> payload;
         try {
@@ -156,7 +157,7 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress,
     message->setSendTimestamp(currentTime());
     auto finish = [self = self(), message, completion = std::move(completion), transfer](
                       std::optional<Dictionary> payload, const ErrorPtr& uploadError) {
-        const ErrorPtr refusal = payload ? self->say(*std::move(payload)) : uploadError;
+        const ErrorPtr refusal = payload ? self->impl_->say(*std::move(payload)) : uploadError;
         if (payload && !refusal) {
             message->setStatus(VXIMMessageStatusSent);
             // Only for this side: the payload was sent with the time at which the send began.
@@ -173,15 +174,16 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress,
         const vexim::UntoldError untold(isTold ? nullptr : refusal);  // for the async styles
         completion(!isTold, isTold ? refusal : nullptr);
     };
-    uploadMessageAttachment(message, std::move(progress), std::move(finish), std::move(transfer));
+    Impl::uploadMessageAttachment(message, std::move(progress), std::move(finish),
+                                  std::move(transfer));
 }
 
-ErrorPtr VXIMClient::say(Dictionary payload) {
-    const auto socket = socketio();
+ErrorPtr VXIMClient::Impl::say(Dictionary payload) const {
+    const auto socket = socketio.get();
     const ErrorPtr refused =
         socket ? socket->tryEmit("say", {std::move(payload)}) : vexim::errors::disconnected();
-    impl_->count(vexim::Metric::MessagesSent,
-                 refused ? vexim::SendOutcome::Refused : vexim::SendOutcome::Taken);
+    count(vexim::Metric::MessagesSent,
+          refused ? vexim::SendOutcome::Refused : vexim::SendOutcome::Taken);
     if (!refused) return nullptr;
     const bool isGone =
         !socket || refused->is(vexim::kSocketIOErrorDomain, vexim::SocketIOErrorNotConnected);
@@ -243,20 +245,21 @@ void VXIMClient::sendSystemMessage(MessagePtr message, VXIMProgress progress,
             finish(nullptr, vexim::errors::unsendable(cause));
         }
     };
-    uploadMessageAttachment(message, std::move(progress), std::move(post), std::move(transfer));
+    Impl::uploadMessageAttachment(message, std::move(progress), std::move(post),
+                                  std::move(transfer));
 }
 
-void VXIMClient::didReceivePeerMessage(const Value& payload) {
-    impl_->count(vexim::Metric::MessagesReceived, vexim::MessageKind::Peer);
+void VXIMClient::Impl::didReceivePeerMessage(const Value& payload) {
+    count(vexim::Metric::MessagesReceived, vexim::MessageKind::Peer);
     didReceiveMessage(messageFrom(payload));
 }
 
-void VXIMClient::didReceiveOwnMessage(const Value& payload) {
-    impl_->count(vexim::Metric::MessagesReceived, vexim::MessageKind::Own);
+void VXIMClient::Impl::didReceiveOwnMessage(const Value& payload) {
+    count(vexim::Metric::MessagesReceived, vexim::MessageKind::Own);
     const MessagePtr message = messageFrom(payload);
     VXIMMessageTarget& sender = *message->sender();
     const VXIMMessageTarget& receiver = *message->receiver();
-    const auto user = currentUser();
+    const auto user = currentUser.get();
     // The last two setters set the sender's type to room, whatever the receiver is. The receiver's
     // type decides which delegate function is called.
     sender.setType(receiver.type());
@@ -266,39 +269,39 @@ void VXIMClient::didReceiveOwnMessage(const Value& payload) {
     didReceiveMessage(message);
 }
 
-void VXIMClient::didReceiveSystemMessage(const Value& payload) {
-    impl_->count(vexim::Metric::MessagesReceived, vexim::MessageKind::System);
+void VXIMClient::Impl::didReceiveSystemMessage(const Value& payload) {
+    count(vexim::Metric::MessagesReceived, vexim::MessageKind::System);
     const MessagePtr message = messageFrom(payload);
     message->sender()->setType(VXIMMessageTargetTypeSystem);
     message->receiver()->setType(VXIMMessageTargetTypeUnknown);
     NotificationCenter::defaultCenter().post(VXIMClientDidReceiveSystemMessageNotification, self(),
                                              about(message));
-    impl_->tellDelegate(&VXIMClientDelegate::clientDidReceiveSystemMessage, self(), message);
+    tellDelegate(&VXIMClientDelegate::clientDidReceiveSystemMessage, self(), message);
 }
 
-void VXIMClient::didReceiveMessage(const MessagePtr& message) {
+void VXIMClient::Impl::didReceiveMessage(const MessagePtr& message) {
     if (message->isSystemMessage()) return;
 
     const VXIMMessageTarget& receiver = *message->receiver();
-    const auto user = currentUser();
+    const auto user = currentUser.get();
     const bool fromSelf = user && vexim::idsEqual(message->sender()->userId(), user->uid());
     const VXIMMessageTarget& peer = fromSelf ? receiver : *message->sender();
 
     switch (receiver.type()) {
         case VXIMMessageTargetTypeRoom:
-            impl_->tellDelegateAbout(
+            tellDelegateAbout(
                 conversationId(peer.roomId(), receiver.roomId()), &VXIMRoom::roomWithId,
                 &VXIMClientDelegate::clientDidReceiveMessageFromRoom, self(), message);
             break;
         case VXIMMessageTargetTypeGroup:
-            impl_->tellDelegateAbout(
+            tellDelegateAbout(
                 conversationId(peer.groupId(), receiver.groupId()), &VXIMGroup::groupWithId,
                 &VXIMClientDelegate::clientDidReceiveMessageFromGroup, self(), message);
             break;
         case VXIMMessageTargetTypeUser:
-            impl_->tellDelegateAbout(peer.userId(), &VXIMFriendInfo::infoWithId,
-                                     &VXIMClientDelegate::clientDidReceiveMessageFromFriend, self(),
-                                     message);
+            tellDelegateAbout(peer.userId(), &VXIMFriendInfo::infoWithId,
+                              &VXIMClientDelegate::clientDidReceiveMessageFromFriend, self(),
+                              message);
             break;
         case VXIMMessageTargetTypeAllUsers:
         case VXIMMessageTargetTypeSystem:

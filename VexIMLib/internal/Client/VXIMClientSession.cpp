@@ -134,40 +134,39 @@ void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion co
                                tellWhyNot = vexim::FailureListener::current()]() mutable {
         // read again: a logout may have ended meanwhile and reset it
         self->impl_->currentUser.set(std::move(user));
-        self->openConnection(authText, std::move(completion), std::move(tellWhyNot));
+        self->impl_->openConnection(authText, std::move(completion), std::move(tellWhyNot));
     });
 }
 
-void VXIMClient::openConnection(const std::string& authText, VXIMBooleanCompletion completion,
-                                vexim::FailureListener::Tell tellWhyNot) {
+void VXIMClient::Impl::openConnection(const std::string& authText, VXIMBooleanCompletion completion,
+                                      vexim::FailureListener::Tell tellWhyNot) {
     // A logout that is waiting for the old connection to close ends now. A logout without a
     // connection never ends.
-    auto overtakenLogouts = std::exchange(impl_->closeCompletionBlocks, {});
-    if (!socketio()) overtakenLogouts.clear();
-    impl_->tryLogout = false;
-    if (const auto former = socketio()) {
+    auto overtakenLogouts = std::exchange(closeCompletionBlocks, {});
+    if (!socketio.get()) overtakenLogouts.clear();
+    tryLogout = false;
+    if (const auto former = socketio.get()) {
         former->removeAllHandlers();
         former->disconnect();
-        impl_->socketio.set(nullptr);
+        socketio.set(nullptr);
         // nobody is told that it has closed; the login keeps the client alive for now
-        impl_->keptUntilClosed = nullptr;
+        keptUntilClosed = nullptr;
     }
-    impl_->pauseAsked = false;
-    impl_->openCompletionBlock = std::move(completion);
-    impl_->tellWhyNotOpened = std::move(tellWhyNot);
-    impl_->isLoginPending = true;
+    pauseAsked = false;
+    openCompletionBlock = std::move(completion);
+    tellWhyNotOpened = std::move(tellWhyNot);
+    isLoginPending = true;
 
-    Dictionary options = impl_->config->dictionary();
+    Dictionary options = config->dictionary();
     options.set("connectParams", Dictionary{{"auth", authText}});
-    impl_->meter = vexim::Meter::of(options);
-    const auto socket = impl_->makeSocket(impl_->config->socketURL(), options);
-    impl_->socketio.set(socket);
-    socket->recordInto(impl_->record);
-    socket->joinNamespace(impl_->config->nsp().value_or(""));
+    meter = vexim::Meter::of(options);
+    const auto socket = makeSocket(config->socketURL(), options);
+    socketio.set(socket);
+    socket->joinNamespace(config->nsp().value_or(""));
 
-    setupEventHandlers();
+    setupEventHandlers(*socket);
     socket->connect();
-    impl_->enter(VXIMClientStatusOpening);
+    enter(VXIMClientStatusOpening);
     succeedAll(overtakenLogouts);
 }
 
@@ -178,127 +177,121 @@ void VXIMClient::Impl::loginCannotBeAnswered(const ErrorPtr& cause) {
     if (const auto tell = std::exchange(tellWhyNotOpened, nullptr)) tell(cause);
 }
 
-void VXIMClient::setupEventHandlers() {
-    const auto on = [this](const char* event, auto handler) {
-        socketio()->on(event, [weak = weak_from_this(), handler](const Array& arguments,
-                                                                 const vexim::AckEmitter&) {
-            if (const auto client = std::static_pointer_cast<VXIMClient>(weak.lock()))
-                handler(*client, arguments);
+void VXIMClient::Impl::setupEventHandlers(vexim::SocketIOClient& socket) {
+    const auto on = [&](const char* event, auto handler) {
+        socket.on(event, [weak = owner, handler](const Array& arguments, const vexim::AckEmitter&) {
+            if (const auto client = weak.lock()) handler(*client->impl_, arguments);
         });
     };
-    on("connect", [](VXIMClient& client, const Array&) { client.socketDidConnect(); });
-    on("reconnect", [](VXIMClient& client, const Array&) {
-        client.impl_->enter(VXIMClientStatusResuming);
-        client.impl_->tellDelegate(&VXIMClientDelegate::clientAttemptReconnect, client.self());
+    on("connect", [](Impl& client, const Array&) { client.socketDidConnect(); });
+    on("reconnect", [](Impl& client, const Array&) {
+        client.enter(VXIMClientStatusResuming);
+        client.tellDelegate(&VXIMClientDelegate::clientAttemptReconnect, client.self());
     });
-    on("disconnect", [](VXIMClient& client, const Array& arguments) {
-        const auto self = client.self();
-        const bool isLost = !client.impl_->pauseAsked && !client.impl_->tryLogout;
+    on("disconnect", [](Impl& client, const Array& arguments) {
+        const bool isLost = !client.pauseAsked && !client.tryLogout;
         client.socketDidDisconnect();
-        if (isLost)
-            client.impl_->loginCannotBeAnswered(vexim::errors::connectionLost(arguments.get(0)));
+        if (isLost) client.loginCannotBeAnswered(vexim::errors::connectionLost(arguments.get(0)));
     });
-    on("error", [](VXIMClient& client, const Array& arguments) {
+    on("error", [](Impl& client, const Array& arguments) {
         const auto self = client.self();
         const vexim::Notification trouble{VXIMClientConnectionErrorNotification, self,
                                           Dictionary{{"data", arguments}}};
         NotificationCenter::defaultCenter().post(trouble.name, trouble.object, *trouble.userInfo);
         if (const auto error = vexim::connectionError(trouble);
             error->domain() == VXIMConnectionErrorDomain) {
-            client.impl_->loginCannotBeAnswered(error);
+            client.loginCannotBeAnswered(error);
         }
     });
-    on("login", [](VXIMClient& client, const Array& arguments) {
+    on("login", [](Impl& client, const Array& arguments) {
         client.didReceiveLoginAnswer(arguments.get(0));
     });
-    on("message", [](VXIMClient& client, const Array& arguments) {
+    on("message", [](Impl& client, const Array& arguments) {
         client.didReceivePeerMessage(arguments.get(0));
     });
-    on("yourself", [](VXIMClient& client, const Array& arguments) {
-        client.didReceiveOwnMessage(arguments.get(0));
-    });
-    on("online", [](VXIMClient& client, const Array& arguments) {
+    on("yourself",
+       [](Impl& client, const Array& arguments) { client.didReceiveOwnMessage(arguments.get(0)); });
+    on("online", [](Impl& client, const Array& arguments) {
         client.didReceivePresence(VXIMFriendOnlineNotification,
                                   &VXIMClientDelegate::clientFriendDidOnline, arguments.get(0));
     });
-    on("offline", [](VXIMClient& client, const Array& arguments) {
+    on("offline", [](Impl& client, const Array& arguments) {
         client.didReceivePresence(VXIMFriendOfflineNotification,
                                   &VXIMClientDelegate::clientFriendDidOffline, arguments.get(0));
     });
-    on("sys", [](VXIMClient& client, const Array& arguments) {
+    on("sys", [](Impl& client, const Array& arguments) {
         client.didReceiveSystemMessage(arguments.get(0));
     });
 }
 
-void VXIMClient::socketDidConnect() {
+void VXIMClient::Impl::socketDidConnect() {
     // The first connect after a login does not change the status: the "login" event does.
-    const auto socket = socketio();
-    if (!socket || socket->nsp() != normalisedNamespace(impl_->config->nsp()) ||
-        !impl_->offlineTemporally)
+    const auto socket = socketio.get();
+    if (!socket || socket->nsp() != normalisedNamespace(config->nsp()) || !offlineTemporally)
         return;
-    if (const auto user = currentUser()) user->setOnline(true);
-    impl_->enter(VXIMClientStatusOpened);
+    if (const auto user = currentUser.get()) user->setOnline(true);
+    enter(VXIMClientStatusOpened);
 }
 
-void VXIMClient::socketDidDisconnect() {
+void VXIMClient::Impl::socketDidDisconnect() {
     // It has closed, even if `resetFlags` has cleared the logout's flag.
-    const auto kept = std::exchange(impl_->keptUntilClosed, nullptr);
-    if (const auto user = currentUser()) user->setOnline(false);
-    impl_->offlineTemporally = !impl_->tryLogout;
-    if (impl_->tryLogout) {
+    const auto kept = std::exchange(keptUntilClosed, nullptr);
+    if (const auto user = currentUser.get()) user->setOnline(false);
+    offlineTemporally = !tryLogout;
+    if (tryLogout) {
         didLogout();
     } else {
-        impl_->enter(VXIMClientStatusPaused);
+        enter(VXIMClientStatusPaused);
     }
-    impl_->tellDelegate(&VXIMClientDelegate::clientDidDisconnect, self());
+    tellDelegate(&VXIMClientDelegate::clientDidDisconnect, self());
 }
 
-void VXIMClient::didReceiveLoginAnswer(const Value& answer) {
+void VXIMClient::Impl::didReceiveLoginAnswer(const Value& answer) {
     if (!answer.get("success").boolValue())
         return loginDidCompleteWithSuccess(false, loginError(answer.get("error")));
-    if (const auto user = currentUser()) {
+    if (const auto user = currentUser.get()) {
         user->setUid(answer.get("id"));
         user->setOnline(true);
     }
     loginDidCompleteWithSuccess(true, nullptr);
 }
 
-void VXIMClient::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error) {
-    const auto socket = socketio();
-    impl_->record->add(vexim::events::kLoginAnswered,
-                       error ? Dictionary{{"accepted", success}, {"code", error->code()}}
-                             : Dictionary{{"accepted", success}});
-    impl_->count(vexim::Metric::Logins,
-                 success ? vexim::LoginOutcome::Accepted : vexim::LoginOutcome::Refused);
-    const bool isFirst = std::exchange(impl_->isLoginPending, false);
-    impl_->tellWhyNotOpened = nullptr;
+void VXIMClient::Impl::loginDidCompleteWithSuccess(bool success, const ErrorPtr& error) {
+    const auto socket = socketio.get();
+    record->add(vexim::events::kLoginAnswered,
+                error ? Dictionary{{"accepted", success}, {"code", error->code()}}
+                      : Dictionary{{"accepted", success}});
+    count(vexim::Metric::Logins,
+          success ? vexim::LoginOutcome::Accepted : vexim::LoginOutcome::Refused);
+    const bool isFirst = std::exchange(isLoginPending, false);
+    tellWhyNotOpened = nullptr;
     if (!success) {  // a reconnect or a resume may have changed it
-        if (const auto user = currentUser()) user->setOnline(false);
-        impl_->enter(VXIMClientStatusOpening);
+        if (const auto user = currentUser.get()) user->setOnline(false);
+        enter(VXIMClientStatusOpening);
     }
-    if (const auto completion = std::exchange(impl_->openCompletionBlock, nullptr))
+    if (const auto completion = std::exchange(openCompletionBlock, nullptr))
         completion(success, error);
     if (!success) {  // the connection stays open
-        if (!isFirst)
-            impl_->tellDelegate(&VXIMClientDelegate::clientDidFailToLoginAgain, self(), error);
+        if (!isFirst) tellDelegate(&VXIMClientDelegate::clientDidFailToLoginAgain, self(), error);
         return;
     }
-    if (socketio() != socket) return;  // a completion may run the main queue, and a logout on it
+    // a completion may run the main queue, and a logout on it
+    if (socketio.get() != socket) return;
 
-    impl_->enter(VXIMClientStatusOpened);
+    enter(VXIMClientStatusOpened);
     Dictionary userInfo;
-    userInfo.setOrRemove("user", currentUser());
+    userInfo.setOrRemove("user", currentUser.get());
     NotificationCenter::defaultCenter().post(VXIMUserDidLoginNotification, self(),
                                              std::move(userInfo));
-    impl_->tellDelegate(&VXIMClientDelegate::clientDidLogin, self());
+    tellDelegate(&VXIMClientDelegate::clientDidLogin, self());
 }
 
-void VXIMClient::didReceivePresence(const char* notificationName, PresenceCall delegateCall,
-                                    const Value& friendId) {
+void VXIMClient::Impl::didReceivePresence(const char* notificationName, PresenceCall delegateCall,
+                                          const Value& friendId) {
     NotificationCenter::defaultCenter().post(
         notificationName, self(),
         Dictionary{{"id", friendId.isNilOrNull() ? Value("") : friendId}});
-    impl_->tellDelegateAbout(friendId, &VXIMFriendInfo::infoWithId, delegateCall, self());
+    tellDelegateAbout(friendId, &VXIMFriendInfo::infoWithId, delegateCall, self());
 }
 
 void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
@@ -311,31 +304,30 @@ void VXIMClient::logoutWithCompletion(VXIMBooleanCompletion completion) {
                 *self->impl_->config, user,
                 [self, remembered, socket = self->socketio(), completion = std::move(completion)](
                     bool succeeded, const ErrorPtr& error) {
-                    self->didRemoveInstallation(socket, remembered, succeeded ? nullptr : error,
-                                                completion);
+                    self->impl_->didRemoveInstallation(socket, remembered,
+                                                       succeeded ? nullptr : error, completion);
                 });
         });
 }
 
-void VXIMClient::didRemoveInstallation(const std::shared_ptr<vexim::SocketIOClient>& socket,
-                                       VXIMClientStatus remembered, const ErrorPtr& error,
-                                       const VXIMBooleanCompletion& completion) {
+void VXIMClient::Impl::didRemoveInstallation(const std::shared_ptr<vexim::SocketIOClient>& socket,
+                                             VXIMClientStatus remembered, const ErrorPtr& error,
+                                             const VXIMBooleanCompletion& completion) {
     // A login or another logout may have ended this logout's session. Then there is nothing to
     // close.
-    const bool isOver = socketio() != socket;
+    const bool isOver = socketio.get() != socket;
     if (error || (isOver && socket)) {
-        if (!isOver && !impl_->tryLogout && status() == VXIMClientStatusClosing)
-            impl_->enter(remembered);
+        if (!isOver && !tryLogout && status == VXIMClientStatusClosing) enter(remembered);
         if (completion) completion(!error, error);
         return;
     }
     if (isOver) return;  // it began without a connection
-    impl_->tryLogout = true;
-    impl_->closeCompletionBlocks.push_back(completion);
+    tryLogout = true;
+    closeCompletionBlocks.push_back(completion);
     // The "disconnect" event continues the logout. Without a connection there is none, and the
     // logout never ends.
     if (!socket) return;
-    impl_->keptUntilClosed = self();
+    keptUntilClosed = self();
     socket->disconnect();
 }
 
@@ -350,14 +342,14 @@ void VXIMClient::deleteCurrentInstallIdCompletion(VXIMBooleanCompletion completi
     removeInstallation(*impl_->config, currentUser(), std::move(completion));
 }
 
-void VXIMClient::didLogout() {
-    impl_->enter(VXIMClientStatusClosed);
+void VXIMClient::Impl::didLogout() {
+    enter(VXIMClientStatusClosed);
     resetFlags();
-    if (const auto socket = socketio()) socket->removeAllHandlers();
-    impl_->currentUser.set(nullptr);
-    impl_->socketio.set(nullptr);
-    succeedAll(std::exchange(impl_->closeCompletionBlocks, {}));
-    impl_->tellDelegate(&VXIMClientDelegate::clientDidLogout, self());
+    if (const auto socket = socketio.get()) socket->removeAllHandlers();
+    currentUser.set(nullptr);
+    socketio.set(nullptr);
+    succeedAll(std::exchange(closeCompletionBlocks, {}));
+    tellDelegate(&VXIMClientDelegate::clientDidLogout, self());
 }
 
 void VXIMClient::pause() {

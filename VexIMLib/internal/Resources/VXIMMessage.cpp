@@ -247,6 +247,10 @@ Dictionary VXIMMessage::dictionaryRepresentation() {
     return currentPayload();
 }
 
+std::shared_ptr<VXIMMessage> VXIMMessage::copy() {
+    return initWithPayloadDictionary(currentPayload());
+}
+
 std::shared_ptr<vexim::Object> VXIMMessage::copy() const {
     return initWithPayloadDictionary(currentPayload());
 }

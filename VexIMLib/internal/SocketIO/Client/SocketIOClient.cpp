@@ -4,12 +4,14 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/Log.h"
+#include "VexIMLib/internal/SocketIO/Client/LinkKeeper.h"
 #include "VexIMLib/internal/SocketIO/Client/SocketIOCore.h"
+#include "VexIMLib/internal/SocketIO/Client/SocketIORecord.h"
 
 namespace vexim {
 namespace {
 
-/// The real client: the application's handle to a core.
+/// The client that talks to servers. It owns the two halves of the implementation.
 class LiveSocketIOClient final : public SocketIOClient {
 public:
     using SocketIOClient::SocketIOClient;
@@ -17,24 +19,28 @@ public:
         if (core_) core_->shutDown();
     }
 
-    bool initialise(const std::optional<URL>& url, const Dictionary& dictionary) {
+    bool initialise(const std::optional<URL>& url, const Dictionary& dictionary,
+                    std::shared_ptr<EventRecord> record) {
         ParsedOptions parsed = parseSocketIOOptions(dictionary);
         for (const auto& complaint : parsed.complaints)
             log(LogLevel::Warning, "socket.io: ignored an " + complaint);
-        core_ = std::make_shared<SocketIOCore>(endpointOf(url, parsed.options.secure),
-                                               std::move(parsed.options));
+        auto endpoint = endpointOf(url, parsed.options.secure);
+        // Everything below takes these from here.
+        SocketIOEnvironment environment{Clock::shared(), Random::shared(), &HostResolver::system()};
+        core_ = std::make_shared<SocketIOCore>(parsed.options, environment.clock);
+        keeper_ =
+            std::make_shared<LinkKeeper>(core_, std::move(endpoint), std::move(parsed.options),
+                                         std::move(environment), std::move(record));
+        core_->attach(keeper_);
         return true;
     }
 
-    void recordInto(std::shared_ptr<EventRecord> record) override {
-        core_->recordInto(std::move(record));
-    }
     void joinNamespace(std::string_view nsp) override { core_->joinNamespace(nsp); }
     std::string nsp() const override { return core_->nsp(); }
     void connect() override { core_->connect(); }
     void disconnect() override { core_->disconnect(); }
     SocketIOStatus status() const noexcept override { return core_->status(); }
-    void networkDidChange() override { core_->networkDidChange(); }
+    void networkDidChange() override { keeper_->networkDidChange(); }
     HandlerId on(std::string_view event, Handler handler) override {
         return core_->handlers().add(event, std::move(handler));
     }
@@ -54,6 +60,7 @@ public:
 
 private:
     std::shared_ptr<SocketIOCore> core_;
+    std::shared_ptr<LinkKeeper> keeper_;
 };
 
 }  // namespace
@@ -72,7 +79,13 @@ void AckEmitter::with(const Array& items) const {
 
 std::shared_ptr<SocketIOClient> SocketIOClient::create(const std::optional<URL>& url,
                                                        const Dictionary& options) {
-    return vexim::create<LiveSocketIOClient>(url, options);
+    return makeSocketIOClient(url, options, nullptr);
+}
+
+std::shared_ptr<SocketIOClient> makeSocketIOClient(const std::optional<URL>& url,
+                                                   const Dictionary& options,
+                                                   std::shared_ptr<EventRecord> record) {
+    return vexim::create<LiveSocketIOClient>(url, options, std::move(record));
 }
 
 }  // namespace vexim

@@ -17,7 +17,7 @@ constexpr std::size_t kMostUnreadPongs = std::size_t{4} << 20;
 }  // namespace
 
 SocketIOLink::SocketIOLink(SessionConfig session, TransportOptions transport, Owner& owner,
-                           Environment environment)
+                           SocketIOEnvironment environment)
     : options_(std::move(transport)),
       owner_(owner),
       environment_(std::move(environment)),

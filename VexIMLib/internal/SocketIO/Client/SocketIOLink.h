@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "VexIMLib/Foundation/Clock.h"
-#include "VexIMLib/internal/Platform/Threads/HostResolver.h"
 #include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
 #include "VexIMLib/internal/SocketIO/Client/Outbox.h"
+#include "VexIMLib/internal/SocketIO/Client/SocketIOEnvironment.h"
 #include "VexIMLib/internal/SocketIO/Protocol/CookieJar.h"
 #include "VexIMLib/internal/SocketIO/Protocol/EngineSession.h"
 #include "VexIMLib/internal/SocketIO/Transports/PollingTransport.h"
@@ -39,14 +39,9 @@ public:
         ~Owner() = default;
     };
 
-    struct Environment {
-        std::shared_ptr<Clock> clock;
-        HostResolver* resolver;
-    };
-
     /// `owner` must outlive the link.
     SocketIOLink(SessionConfig session, TransportOptions transport, Owner& owner,
-                 Environment environment);
+                 SocketIOEnvironment environment);
     SocketIOLink(const SocketIOLink&) = delete;
     SocketIOLink& operator=(const SocketIOLink&) = delete;
     ~SocketIOLink();  // closes the connection at once; nothing is called any more
@@ -94,7 +89,7 @@ private:
 
     const TransportOptions options_;
     Owner& owner_;
-    const Environment environment_;
+    const SocketIOEnvironment environment_;
     EngineSession session_;
     bool isOver_ = false;           // as reported to the owner
     SessionActions actions_;        // empty between events; keeps its capacity

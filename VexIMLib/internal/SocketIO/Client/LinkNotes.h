@@ -1,0 +1,22 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "VexIMLib/Foundation/Dictionary.h"
+#include "VexIMLib/internal/SocketIO/Protocol/EngineSession.h"
+
+namespace vexim {
+
+/// One line of a client's record.
+struct LinkNote {
+    std::string_view name;
+    Dictionary details;
+};
+
+/// For a transport that failed or closed; nullopt for other events.
+std::optional<LinkNote> noteOfTrip(const SessionEvent& what);
+/// Leaves out the server's own words.
+LinkNote noteOfEnd(const action::Ended& ended, bool wasJoined);
+
+}  // namespace vexim
