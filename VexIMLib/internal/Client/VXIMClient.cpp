@@ -85,7 +85,7 @@ void VXIMClient::Impl::enter(VXIMClientStatus next) {
     const auto former = status.exchange(next);
     if (former == next) return;
     record->add(vexim::events::kStatus, {{"from", nameOf(former)}, {"to", nameOf(next)}});
-    // Not right here: the client is in the middle of a step, and an observer may call it.
+    // Queued, because the client is in the middle of a step and an observer may call it.
     vexim::MainQueue::shared().async([weak = owner, next] {
         const auto client = weak.lock();
         if (!client) return;

@@ -118,8 +118,8 @@ void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion co
     if (const auto size = vexim::percentEncode(authText.text).size(); size > kMostAuthBytes) {
         throw vexim::Exception(vexim::kInvalidArgumentException,
                                "The login's credentials take " + std::to_string(size) +
-                                   " bytes in the URL; the most is " +
-                                   std::to_string(kMostAuthBytes) + ".");
+                                   " bytes in the URL; at most " + std::to_string(kMostAuthBytes) +
+                                   " are allowed.");
     }
 
     const Value* client = authData.find("client");
@@ -132,7 +132,7 @@ void VXIMClient::loginWithAuthData(Dictionary authData, VXIMBooleanCompletion co
                                authText = std::move(authText.text),
                                completion = std::move(completion),
                                tellWhyNot = vexim::FailureListener::current()]() mutable {
-        // read again: a logout may have ended meanwhile and reset it
+        // set it again, because a logout may have ended meanwhile and reset it
         self->impl_->currentUser.set(std::move(user));
         self->impl_->openConnection(authText, std::move(completion), std::move(tellWhyNot));
     });
@@ -149,7 +149,8 @@ void VXIMClient::Impl::openConnection(const std::string& authText, VXIMBooleanCo
         former->removeAllHandlers();
         former->disconnect();
         socketio.set(nullptr);
-        // nobody is told that it has closed; the login keeps the client alive for now
+        // without handlers, its "disconnect" event never comes; the login keeps the client alive
+        // for now
         keptUntilClosed = nullptr;
     }
     pauseAsked = false;
@@ -234,7 +235,7 @@ void VXIMClient::Impl::socketDidConnect() {
 }
 
 void VXIMClient::Impl::socketDidDisconnect() {
-    // It has closed, even if `resetFlags` has cleared the logout's flag.
+    // The connection has closed, even if `resetFlags` has cleared the logout's flag.
     const auto kept = std::exchange(keptUntilClosed, nullptr);
     if (const auto user = currentUser.get()) user->setOnline(false);
     offlineTemporally = !tryLogout;
@@ -265,7 +266,7 @@ void VXIMClient::Impl::loginDidCompleteWithSuccess(bool success, const ErrorPtr&
           success ? vexim::LoginOutcome::Accepted : vexim::LoginOutcome::Refused);
     const bool isFirst = std::exchange(isLoginPending, false);
     tellWhyNotOpened = nullptr;
-    if (!success) {  // a reconnect or a resume may have changed it
+    if (!success) {  // a reconnect or a resume may have changed the status
         if (const auto user = currentUser.get()) user->setOnline(false);
         enter(VXIMClientStatusOpening);
     }
@@ -368,8 +369,8 @@ void VXIMClient::resume() {
     MainQueue::shared().async([self = self()] {
         self->impl_->pauseAsked = false;
         const auto socket = self->socketio();
-        // An open connection sends no second "connect", or its "connect" is still queued. So the
-        // status is right or will be.
+        // If the connection is open, its "connect" has come or is still queued, and no second one
+        // follows. So the status is right or will be.
         const bool stands = socket && socket->status() == vexim::SocketIOStatusConnected;
         if (!stands) self->impl_->enter(VXIMClientStatusResuming);
         // Connect even if it is open, since it may be closing right now.

@@ -30,7 +30,8 @@ Delivery::Delivery(std::size_t maxReadAhead, std::function<void()> didDeliver)
       didDeliver_(std::move(didDeliver)) {}
 
 void Delivery::addBytes(Item& item) {
-    // There are as many failing answers as the application has requested, so no limit is needed.
+    // There are at most as many errors for callbacks as the application has requested answers, so
+    // they need no limit.
     if (!item.error) item.bytes += kItemBytes;
     undeliveredBytes_ += item.bytes;
 }
@@ -101,8 +102,8 @@ bool Delivery::deliverSome(bool isContinued) {
         undeliveredReady_ = ready_.size() - nextReady_;
         isRunClaimed_ = false;
     }
-    // Even if a handler throws, the rest stays in line. Inside a handler, its own event is already
-    // subtracted.
+    // Even if a handler throws, the rest stays in the queue. Inside a handler, its own event is
+    // already subtracted.
     struct Turn {
         Delivery& delivery;
         ~Turn() {

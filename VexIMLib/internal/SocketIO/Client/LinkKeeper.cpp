@@ -179,7 +179,8 @@ void LinkKeeper::closeLink(Outbox leftover) {
     goodbyeTimer_ = std::make_unique<NetworkTimer>();
     goodbyeTimer_->start(quiet, [self = shared_from_this()] {
         if (self->link_) self->link_->close();
-        // here, because it belongs to this thread and this object may be destroyed on another
+        // here, because a timer must be destroyed on this thread, and this object may be destroyed
+        // on another
         self->goodbyeTimer_.reset();
     });
 }

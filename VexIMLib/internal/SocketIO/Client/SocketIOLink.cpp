@@ -158,7 +158,7 @@ void SocketIOLink::carryOut(action::OpenWebSocket& what) {
 
 void SocketIOLink::carryOut(action::SendText& what) {
     if (!webSocket_) return;
-    constexpr std::size_t kPacket = 1;  // a heartbeat's
+    constexpr std::size_t kPacket = 1;  // the length of a heartbeat's packet
     if (what.text.size() > kPacket) emittedBytes_ += what.text.size();
     webSocket_->writeText(what.text);
 }

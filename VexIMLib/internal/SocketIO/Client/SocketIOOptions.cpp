@@ -51,7 +51,7 @@ Reader seconds(double least, std::function<void(Reading&, milliseconds)> store) 
     };
 }
 
-/// An option that is read elsewhere, with others of its kind. Errors in it end the connection.
+/// An option that `TrustChoice` reads. Errors in it end the connection.
 bool readByTrust(const Value&, Reading&) { return true; }
 
 bool readConnectParams(const Value& value, Reading& reading) {
@@ -149,7 +149,8 @@ const std::unordered_map<std::string_view, Reader>& readers() {
              return true;
          })},
         {"maxReadAhead", integer([](Reading& r, std::int64_t bytes) {
-             // leaves as much again for what is read while the application is blocked
+             // half of the limit for undelivered events; the rest is for what the heartbeat must
+             // read
              constexpr std::int64_t kMost = 32 << 20;
              if (bytes <= 0) return false;
              r.options.maxReadAhead = static_cast<std::size_t>(std::min(bytes, kMost));
@@ -193,7 +194,7 @@ ParsedOptions parseSocketIOOptions(const Dictionary& dictionary) {
     }
     auto& options = reading.options;
     if (reading.forcesPolling) options.session.transports = TransportChoice::PollingOnly;
-    // takes precedence over the other
+    // takes precedence over "forcePolling"
     if (reading.forcesWebSockets) options.session.transports = TransportChoice::WebSocketOnly;
     options.transport.trust = TrustChoice::of(dictionary);
     options.reconnect.longestWait =
