@@ -95,6 +95,18 @@ TEST(ProcessDeathTest, GoesThroughTheEnvironmentsProxyButNotToItself) {
     EXPECT_EXIT(body(), ::testing::ExitedWithCode(0), "");
 }
 
+TEST(Addresses, ASilentOneIsLeftForTheNext) {
+    ScriptedServer server(ScriptedServer::answering(
+        [](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
+    const SilentPort silent(server.port());
+    auto request =
+        SessionProbe::request("http://twice.loopback.test:" + std::to_string(server.port()));
+    request.timeout = 4s;  // half of it for each address
+    const auto probe = SessionProbe::make();
+    const auto story = probe->load(request);
+    EXPECT_EQ(story.body, "ok") << story.detail();
+}
+
 TEST(BlockedResolver, HoldsUpOnlyWhoAsked) {
     ScriptedServer server(ScriptedServer::answering(
         [](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));

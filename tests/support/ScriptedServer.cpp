@@ -29,21 +29,24 @@ bool sameName(std::string_view a, std::string_view b) {
     });
 }
 
-int listenOnLoopback(std::uint16_t& port) {
+int listenOn(std::uint32_t host, std::uint16_t& port, int backlog) {
     const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_addr.s_addr = htonl(host);
+    address.sin_port = htons(port);
     socklen_t size = sizeof address;
     if (listener < 0 ||
         ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener, 256) != 0 ||
+        ::listen(listener, backlog) != 0 ||
         ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
         throw std::runtime_error("cannot listen on loopback");
     }
     port = ntohs(address.sin_port);
     return listener;
 }
+
+int listenOnLoopback(std::uint16_t& port) { return listenOn(INADDR_LOOPBACK, port, 256); }
 
 SSL_CTX* makeContext(const TLSIdentity& identity) {
     SSL_CTX* context = SSL_CTX_new(TLS_server_method());
@@ -354,6 +357,23 @@ std::uint16_t deadPort() {
     std::uint16_t port = 0;
     ::close(listenOnLoopback(port));
     return port;
+}
+
+SilentPort::SilentPort(std::uint16_t port)
+    : listener_(listenOn(INADDR_LOOPBACK + 1, port, 0)),
+      waiting_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+    address.sin_port = htons(port);
+    // the one for which there is room
+    if (::connect(waiting_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
+        throw std::runtime_error("cannot fill the line");
+}
+
+SilentPort::~SilentPort() {
+    ::close(waiting_);
+    ::close(listener_);
 }
 
 }  // namespace vexim::testing

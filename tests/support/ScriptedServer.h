@@ -99,4 +99,18 @@ private:
 /// A loopback port on which nobody listens: taken and given back.
 std::uint16_t deadPort();
 
+/// A port of this machine's second address, 127.0.0.2, where a connection is neither taken nor
+/// refused, because the listener's line is full.
+class SilentPort {
+public:
+    explicit SilentPort(std::uint16_t port);
+    ~SilentPort();
+    SilentPort(const SilentPort&) = delete;
+    SilentPort& operator=(const SilentPort&) = delete;
+
+private:
+    const int listener_;
+    const int waiting_;
+};
+
 }  // namespace vexim::testing

@@ -1,9 +1,13 @@
+// `curl_multi_socket_all` is called old, but nothing else looks at a transfer that has no socket.
+#define CURL_DISABLE_DEPRECATION
+
 #include "VexIMLib/internal/Platform/Loading/CurlMulti.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 #include <boost/asio/post.hpp>
@@ -40,6 +44,14 @@ struct CurlMulti::Socket {
 
 namespace {
 
+constexpr std::chrono::milliseconds kConnectingLook{250};
+
+bool isConnected(int descriptor) {
+    sockaddr_storage peer{};
+    socklen_t size = sizeof peer;
+    return ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0;
+}
+
 /// libcurl closes the sockets of its name lookups, and those that are not connected, without
 /// calling `onCloseSocket`.
 bool isClosedSilently(int descriptor) {
@@ -54,7 +66,8 @@ bool isClosedSilently(int descriptor) {
 CurlMulti::CurlMulti(asio::io_context& context, Limits limits)
     : context_(context),
       multi_(curl_multi_init()),
-      timer_(context) {
+      timer_(context),
+      connecting_(context) {
     curl_multi_setopt(multi_, CURLMOPT_SOCKETFUNCTION, &CurlMulti::onSocket);
     curl_multi_setopt(multi_, CURLMOPT_SOCKETDATA, this);
     curl_multi_setopt(multi_, CURLMOPT_TIMERFUNCTION, &CurlMulti::onTimer);
@@ -131,6 +144,7 @@ void CurlMulti::watch(curl_socket_t socket, int what) {
     if (found == sockets_.end()) {
         if (what == CURL_POLL_REMOVE) return;
         found = sockets_.emplace(socket, std::make_shared<Socket>(context_, socket)).first;
+        if (!isConnected(socket)) lookAtConnecting();
     }
     // This is the last call for this socket.
     if (what == CURL_POLL_REMOVE && isClosedSilently(found->second->descriptor.native_handle()))
@@ -164,6 +178,26 @@ void CurlMulti::wait(const std::shared_ptr<Socket>& socket) {
                 if (!socket->closed) wait(socket);
             });
     }
+}
+
+/// libcurl sets no timer for the time that each of several addresses may take. It sees that an
+/// address is silent, and tries the next one, only when it has to look at the connection.
+void CurlMulti::lookAtConnecting() {
+    if (std::exchange(looksAtConnecting_, true)) return;
+    connecting_.expires_after(kConnectingLook);
+    connecting_.async_wait([this, isAlive = isAlive_](const boost::system::error_code& error) {
+        if (error || !*isAlive) return;
+        looksAtConnecting_ = false;
+        const bool isConnecting = std::any_of(sockets_.begin(), sockets_.end(), [](auto& each) {
+            return each.second->wantsWrite && !isConnected(each.first);
+        });
+        // one call gives up an address, and the next one tries another
+        if (!std::exchange(wasConnecting_, isConnecting) && !isConnecting) return;
+        lookAtConnecting();
+        int running = 0;
+        curl_multi_socket_all(multi_, &running);
+        reportEnded();
+    });
 }
 
 void CurlMulti::scheduleTimeout(std::chrono::milliseconds timeout) {

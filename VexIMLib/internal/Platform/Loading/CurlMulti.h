@@ -72,6 +72,7 @@ private:
     void watch(curl_socket_t socket, int what);
     void forget(curl_socket_t socket);
     void wait(const std::shared_ptr<Socket>& socket);
+    void lookAtConnecting();
     void scheduleTimeout(std::chrono::milliseconds timeout);
     void armTimer();
     void kickSoon();
@@ -89,6 +90,10 @@ private:
     Clock::time_point deadline_ = Clock::time_point::max();  // when libcurl wants to be called
     Clock::time_point armedFor_ = Clock::time_point::max();  // when the timer will fire
     bool kickPosted_ = false;
+
+    boost::asio::steady_timer connecting_;
+    bool looksAtConnecting_ = false;
+    bool wasConnecting_ = false;
 
     // Posted functions check this first.
     const std::shared_ptr<bool> isAlive_ = std::make_shared<bool>(true);
