@@ -320,14 +320,17 @@ TEST(URLSessionFaults, SaysWhatIsWrongWithTheWayToTheServer) {
 }
 
 TEST(URLSessionFaults, TimesOutOnlyForSilence) {
-    ScriptedServer server([](Connection& connection) {
+    ManualClock clock;
+    std::atomic<int> heard{0}, told{0};  // requests, and bytes that "/slow" may write to each
+    ScriptedServer server([&](Connection& connection) {
         const auto request = connection.readRequest();
         if (!request) return;
-        if (request->target.starts_with("/slow")) {
+        ++heard;
+        if (request->target == "/slow") {
             connection.write("HTTP/1.1 200 OK\r\nContent-Length: 6\r\nConnection: close\r\n\r\n");
-            for (const char byte : std::string_view("slowly")) {
-                if (!connection.pause(request->target == "/slow" ? 250ms : 500ms)) return;
-                connection.write({&byte, 1});
+            for (int i = 0; i < 6; ++i) {
+                while (told <= i && connection.pause(1ms)) continue;
+                connection.write({&"slowly"[i], 1});
             }
             return;
         }
@@ -337,32 +340,44 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
     });
     URLSessionConfiguration configuration;
     const auto probe = SessionProbe::make(configuration);
-    for (const char* path : {"/silent", "/middle"}) {
-        auto request = SessionProbe::request(server.url(path));
-        request.timeout = 200ms;
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(probe->load(request).code(), URLErrorTimedOut) << path;
-        EXPECT_LT(std::chrono::steady_clock::now() - start, 30s);
+    for (const auto& [path, body] : {std::pair{"/silent", ""}, std::pair{"/middle", "half"}}) {
+        const auto task = probe->task(server.url(path));
+        heard = 0;
+        task->resume();
+        EXPECT_TRUE(spinUntil([&] { return heard == 1 && probe->story(task).body == body; }));
+        pass(clock, 19s);
+        EXPECT_EQ(probe->story(task).ends, 0) << path;
+        pass(clock, 1s);
+        EXPECT_EQ(probe->waitForEnd(task).code(), URLErrorTimedOut) << path;
     }
-    auto slow = SessionProbe::request(server.url("/slow"));
-    slow.timeout = 1200ms;
-    EXPECT_EQ(probe->load(slow).body, "slowly")
-        << "longer than the timeout, but never silent for so long";
-
-    auto slower = SessionProbe::request(server.url("/slower"));
-    slower.timeout = 2500ms;
+    heard = 0;
     std::vector<std::shared_ptr<URLSessionTask>> crowd;  // more than a host may have connections
     for (int i = 0; i < 20; ++i) {
-        crowd.push_back(probe->session->dataTaskWithRequest(slower));
+        crowd.push_back(probe->task(server.url("/slow")));
         crowd.back()->resume();
     }
+    const auto bytes = [&] {
+        std::size_t sum = 0;
+        for (const auto& task : crowd) sum += probe->story(task).body.size();
+        return sum;
+    };
+    EXPECT_TRUE(spinUntil([&] { return heard == 16; }));
+    for (std::size_t i = 0; i < 6; ++i) {
+        pass(clock, 15s);
+        ++told;
+        EXPECT_TRUE(spinUntil([&] { return bytes() >= 16 * (i + 1); }));
+    }
     for (const auto& task : crowd)
-        EXPECT_EQ(probe->waitForEnd(task).body, "slowly") << "who waits for a turn is not silent";
+        EXPECT_EQ(probe->waitForEnd(task).body, "slowly")
+            << "never silent for 20 seconds; who waits for a turn is not silent either";
 
     configuration.timeoutForResource = 1s;
-    EXPECT_EQ(SessionProbe::make(configuration)->load(server.url("/silent")).code(),
-              URLErrorTimedOut)
-        << "altogether";
+    const auto hasty = SessionProbe::make(configuration);
+    const auto task = hasty->task(server.url("/silent"));
+    task->resume();
+    EXPECT_TRUE(spinUntil([&] { return heard == 21; }));
+    pass(clock, 1s);
+    EXPECT_EQ(hasty->waitForEnd(task).code(), URLErrorTimedOut) << "altogether";
 }
 
 TEST(URLSessionFaults, BoundsACompressedBomb) {

@@ -16,6 +16,7 @@ namespace vexim::testing {
 namespace {
 
 using State = URLSessionTaskState;
+using namespace std::chrono_literals;
 
 /// A well-kept server library on a free port.
 class HTTPServer {
@@ -228,16 +229,57 @@ TEST(URLSession, GivesUpAfterTwentyHops) {
 }
 
 TEST(URLSession, DropsCredentialsOnTheWayToAnotherOrigin) {
-    const HTTPURLResponse response{
-        *URL::parse("https://a.example/"), 307, {{"Location", "https://b.example/x"}}};
     URLRequest request;
-    request.url = response.url;
+    request.url = URL::parse("https://a.example/");
     request.headers = {{"Authorization", "secret"}, {"X-Key", "1"}};
-    const auto next = redirectedRequest(request, response);
-    ASSERT_TRUE(next);
-    EXPECT_EQ(next->headers, (HTTPHeaderFields{{"X-Key", "1"}}));
+    const std::pair<const char*, bool> cases[] = {
+        {"/x", true},
+        {"https://A.example:443/x", true},  // its usual port, spelled out
+        {"https://b.example/x", false},
+        {"https://a.example:8443/x", false},
+        {"http://a.example/x", false},
+        {"https://a.example.b.example/x", false},
+    };
+    for (const auto& [location, isSame] : cases) {
+        const auto next = redirectedRequest(request, {*request.url, 307, {{"Location", location}}});
+        ASSERT_TRUE(next) << location;
+        EXPECT_TRUE(next->headers.contains("X-Key")) << location;
+        EXPECT_EQ(next->headers.contains("Authorization"), isSame) << location;
+    }
     EXPECT_FALSE(redirectedRequest(request, {*request.url, 304, {{"Location", "/x"}}}));
     EXPECT_FALSE(redirectedRequest(request, {*request.url, 302, {}}));
+}
+
+TEST(URLSession, GivesTheDelegateTimeToDecideButTheTaskNoMoreThanItMayTake) {
+    ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
+        if (request.target == "/aaa") return ScriptedServer::text(200, "end");
+        return ScriptedServer::text(302, "", "Location: " + request.target + "a\r\n");
+    }));
+    URLSessionConfiguration configuration;
+    configuration.timeoutForResource = 1h;
+    const struct {
+        std::chrono::minutes decision;  // of each of three redirections
+        std::int64_t code;
+    } cases[] = {{15min, 0}, {25min, URLErrorTimedOut}};
+    for (const auto& each : cases) {
+        SCOPED_TRACE(each.decision.count());
+        ManualClock clock;
+        const auto probe = SessionProbe::make(configuration);
+        std::atomic<int> asked{0};
+        probe->onRedirection = [&](auto&, const URLRequest& next, auto handler) {
+            MainQueue::shared().async([&, next, handler = std::move(handler)] {
+                pass(clock, each.decision);
+                handler(next);
+                ++asked;
+            });
+        };
+        const auto task = probe->task(server.url());
+        task->resume();
+        EXPECT_TRUE(eventually([&] { return asked == 3; }));
+        const auto story = probe->waitForEnd(task);
+        EXPECT_EQ(story.code(), each.code) << story.detail();
+        EXPECT_EQ(story.body, each.code ? "" : "end");
+    }
 }
 
 TEST(URLSession, WaitsForTheDelegateToAllowAResponse) {
@@ -306,6 +348,7 @@ TEST(URLSession, BoundsAnswersHeldInMemory) {
 
 TEST(URLSession, PausesADownloadWhoseConsumerLags) {
     constexpr std::size_t kTotal = 64 << 20;
+    ManualClock clock;
     std::atomic<std::size_t> written{0};
     ScriptedServer server([&](ScriptedServer::Connection& connection) {
         connection.readRequest();
@@ -328,7 +371,6 @@ TEST(URLSession, PausesADownloadWhoseConsumerLags) {
     };
     auto request = SessionProbe::request(server.url());
     request.acceptsCompression = false;
-    request.timeout = std::chrono::milliseconds(300);  // we cause the pause, so it may last long
     const auto task = probe->session->dataTaskWithRequest(request);
     task->setAnswerIsStreamed(true);
     task->resume();
@@ -337,6 +379,9 @@ TEST(URLSession, PausesADownloadWhoseConsumerLags) {
     const auto otherProbe = SessionProbe::make();
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(otherProbe->load(quick.url()).status, 200) << "the network thread goes on";
+    // we cause the pause, so it may last long
+    EXPECT_TRUE(spinUntil([&] { return written > (4 << 20); }));
+    for (int i = 0; i < 3; ++i) pass(clock, 15s);
     gate.unlock();
     EXPECT_EQ(probe->waitForEnd(task).body.size(), kTotal) << probe->story(task).detail();
     // One MiB on our side; the rest is in the system's socket buffers.
@@ -388,16 +433,22 @@ TEST(URLSession, OutlivesWhoeverStartedIt) {
         }
     };
     const auto ends = std::make_shared<std::atomic<int>>(0);
+    std::vector<std::weak_ptr<void>> held;
+    std::vector<std::shared_ptr<URLSessionTask>> tasks;
     for (int i = 0; i < 20; ++i) {
         const auto delegate = std::make_shared<Ending>();
         delegate->ends = ends;
         const auto session =
             URLSession::create({}, delegate, OperationQueue::create("short-lived"));
         // never resumed, released
-        session->dataTaskWithRequest(SessionProbe::request(server.url()));
-        session->dataTaskWithRequest(SessionProbe::request(server.url()))->resume();
+        held.push_back(session->dataTaskWithRequest(SessionProbe::request(server.url())));
+        auto task = session->dataTaskWithRequest(SessionProbe::request(server.url()));
+        task->resume();
+        held.push_back(delegate);
+        i % 2 ? held.push_back(std::move(task)) : tasks.push_back(std::move(task));
     }
     EXPECT_TRUE(spinUntil([&] { return *ends == 20; })) << *ends;
+    for (const auto& each : held) EXPECT_TRUE(spinUntil([&] { return each.expired(); }));
 }
 
 TEST(URLSession, RunsManyTasksAtOnce) {

@@ -267,17 +267,18 @@ TEST(URLSessionUpload, TakesARefusalBeforeTheBodyIsSent) {
 }
 
 TEST(URLSessionUpload, WaitsForASlowBodyWithoutHoldingUpAnythingElse) {
+    ManualClock clock;
     ScriptedServer server(ScriptedServer::answering(
         [](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
     const auto probe = SessionProbe::make();
     const auto [input, output] = boundStreams(100);
-    auto request = upload(server.url(), input, 10);
-    request.timeout = 150ms;
-    const auto slow = probe->session->dataTaskWithRequest(request);
+    const auto slow = probe->session->dataTaskWithRequest(upload(server.url(), input, 10));
     slow->resume();
-    const auto start = std::chrono::steady_clock::now();
-    while (std::chrono::steady_clock::now() - start < 500ms)
+    EXPECT_TRUE(spinUntil([&] { return server.connectionCount() == 1; }));
+    for (int i = 0; i < 3; ++i) {
+        pass(clock, 15s);
         EXPECT_EQ(probe->load(server.url()).body, "ok");
+    }
     EXPECT_EQ(probe->story(slow).ends, 0) << "the silence is ours";
     output->open();
     output->write(reinterpret_cast<const std::uint8_t*>("0123456789"), 10);

@@ -230,9 +230,15 @@ Clock::TimePoint URLLoad::nextLook() const {
                : next;
 }
 
+/// So that `checkPatience`, which comes later, does not take these bytes for new ones.
+void URLLoad::didMove(std::size_t uncounted) {
+    lastMove_ = Clock::shared()->now();
+    lastMoved_ = exchange_->bytesMoved() + static_cast<std::int64_t>(uncounted);
+}
+
 HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
     if (phase_ == Phase::Ended) return HTTPExchange::Flow::Abort;
-    lastMove_ = Clock::shared()->now();
+    didMove();
     flushSent();
     if (auto next = redirectedRequest(*request_, *head)) {
         redirection_ = LoadEvent::Redirection{std::move(head), std::move(*next)};
@@ -245,7 +251,7 @@ HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
 
 HTTPExchange::Flow URLLoad::exchangeReceivedBody(std::string_view bytes) {
     if (phase_ == Phase::Ended) return HTTPExchange::Flow::Abort;
-    lastMove_ = Clock::shared()->now();
+    didMove(bytes.size());
     if (!redirection_) return passOn(bytes);
     if (phase_ == Phase::Exchanging && heldBody_.size() + bytes.size() <= kMostHeldBody) {
         heldBody_.append(bytes);
@@ -291,7 +297,7 @@ HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
 
 void URLLoad::exchangeSentBody(std::int64_t total) {
     if (phase_ == Phase::Ended) return;
-    lastMove_ = Clock::shared()->now();
+    didMove();
     sent_ = total;
     // A report crosses two threads, and a fast connection would cause thousands per second. Never
     // hold back the first (it says that the body was started) or the last (it must come before what

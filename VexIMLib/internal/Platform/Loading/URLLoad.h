@@ -98,6 +98,8 @@ private:
     void flushSent();
     void emit(LoadEvent::Any event);
     void end(ErrorPtr error);
+    /// Bytes came or went. `uncounted` of them are not in `bytesMoved` yet.
+    void didMove(std::size_t uncounted = 0);
     /// Ends it if it was silent for too long. Otherwise returns when to check again.
     TimePoint checkPatience(TimePoint now);
     TimePoint nextLook() const;
