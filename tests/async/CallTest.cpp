@@ -114,6 +114,7 @@ TEST_F(CallTest, EndsOnceWhenThreadsAnswerCancelAndLetTimeRunOutAtTheSameMoment)
         // A detached coroutine, so that sanitizers would also detect a second resumption.
         const auto body = [](Call<int> awaited, int& ended, std::string& how) -> Task<> {
             how = describe(co_await std::move(awaited));
+            EXPECT_TRUE(MainQueue::shared().isMainThread());
             ++ended;
         };
         std::string how;

@@ -399,8 +399,13 @@ TEST_F(Session, CanBeReleasedInAnyCallback) {
         journal = Journal::make();
         client = newClient();
         client->setDelegate(journal);
+        const std::weak_ptr<void> held[] = {client, journal};
         end();
         settle();
+        client = nullptr;
+        journal = nullptr;
+        for (const auto& each : held)
+            EXPECT_TRUE(eventuallyElsewhere([&] { return each.expired(); })) << "nobody keeps them";
     }
 }
 

@@ -12,6 +12,7 @@
 #include "VexIMLib/Foundation/Runtime/Class.h"
 #include "VexIMLib/Foundation/UntoldError.h"
 #include "VexIMLib/VXIMErrors.h"
+#include "support/Race.h"
 
 using namespace vexim;
 
@@ -134,6 +135,17 @@ TEST(KeyValueObserving, WorksFromSeveralThreads) {
     const int before = calls;
     song->didChangeValueForKey("title");
     EXPECT_EQ(calls, before);
+
+    std::vector<std::shared_ptr<Song>> songs(500);
+    for (auto& each : songs) each = create<Song>("a");
+    calls = 0;
+    const auto observeFirst = [&](int i) {
+        songs[static_cast<std::size_t>(i)]->addObserver(
+            song, "title", [&](Object&, const KeyValueChange&) { ++calls; });
+    };
+    vexim::testing::race(500, observeFirst, observeFirst);
+    for (const auto& each : songs) each->didChangeValueForKey("title");
+    EXPECT_EQ(calls, 1000) << "both of two first observers are heard";
 }
 
 TEST(Error, DescribesItself) {

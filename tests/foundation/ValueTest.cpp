@@ -4,11 +4,13 @@
 
 #include <cmath>
 #include <limits>
+#include <memory>
 #include <string>
 
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/Scalars.h"
+#include "support/Race.h"
 
 using namespace vexim;
 using Kind = Value::Kind;
@@ -118,6 +120,18 @@ TEST(Value, ReleasesObjectsAtOnceAlsoInsideADestructor) {
     Value holder = Array{Value(Array{Value(std::move(outer))})};
     holder = nullptr;
     EXPECT_EQ(gone, 1);
+}
+
+TEST(Value, CountsItsOwnersWhileThreadsContend) {
+    Value held = create<Witness>();
+    const std::weak_ptr<Object> watch = held.asObject();
+    const auto copy = [&](int) {
+        for (int i = 0; i < 500; ++i) const Value copies[] = {held, held};
+    };
+    vexim::testing::race(20, copy, copy);
+    EXPECT_FALSE(watch.expired());
+    held = nullptr;
+    EXPECT_TRUE(watch.expired());
 }
 
 TEST(Value, ComparesObjectsByTheirOwnEquality) {

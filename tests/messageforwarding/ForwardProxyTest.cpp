@@ -5,12 +5,15 @@
 #include <array>
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/VXIMRuntimeObject.h"
 #include "support/LogCapture.h"
+#include "support/Race.h"
 #include "support/Raised.h"
 
 namespace {
@@ -335,12 +338,15 @@ TEST_F(BackedProxy, ReadsOneWordOfWhatIsStoredWhole) {
 // Two atomic properties have separate locks, so their first accesses may make the object's storage
 // at the same time.
 TEST_F(BackedProxy, MakesItsStorageOnceAcrossThreads) {
-    for (int round = 0; round < 50; ++round) {
-        auto object = vexim::create<Backed>(Dictionary{});
-        {
-            std::jthread one([&object] { object->perform("setFirst:", {1}); });
-            std::jthread two([&object] { object->perform("setSecond:", {2}); });
-        }
+    std::vector<std::shared_ptr<Backed>> objects(200);
+    for (auto& object : objects) object = vexim::create<Backed>(Dictionary{});
+    const auto writing = [&](const char* setter, int value) {
+        return [&objects, setter, value](int i) {
+            objects[static_cast<std::size_t>(i)]->perform(setter, {value});
+        };
+    };
+    vexim::testing::race(200, writing("setFirst:", 1), writing("setSecond:", 2));
+    for (const auto& object : objects) {
         ASSERT_EQ(object->perform("first"), 1);
         ASSERT_EQ(object->perform("second"), 2);
     }

@@ -199,6 +199,12 @@ TEST_F(CompositionTest, HeadersOfACallerWinAndEveryBuildSignsAnew) {
     EXPECT_EQ(headers.get("X-VX-Session-Token"), Value("token"));
     EXPECT_EQ(headers.get("User-Agent"), Value("mine"));
     EXPECT_FALSE(headers.contains("Content-Type"));
+
+    auto spelled = VXIMRequest::request();
+    spelled->headers() = {{"user-agent", "mine"}, {"x-vx-request-sign", "forged"}};
+    const auto sent = spelled->urlRequest().headers;
+    EXPECT_EQ(sent.value("User-Agent"), "mine") << "once, however it is spelled";
+    EXPECT_EQ(sent.value("X-VX-Request-Sign"), "a975a25a739db41db75768732914dbc3,1700000001");
 }
 
 TEST_F(CompositionTest, TheUserAgentNamesBundleAndSystemAndPrintsWhatIsMissing) {

@@ -249,11 +249,8 @@ TEST_F(DownloadTest, WhereNoFileCanBeMadeNothingIsSent) {
 TEST_F(DownloadTest, LeavesAFileAloneThatHasTheNameOfAFolderOfOurs) {
     answerEverything(200, "contents");
     const auto standing = makeFile("vexora", "somebody's");
-    const char* const before = std::getenv("TMPDIR");
-    const std::string kept = before ? before : "";
-    ::setenv("TMPDIR", folder.path().c_str(), 1);
+    const TemporaryFilesIn here(folder.path());
     EXPECT_EQ(downloadTo(folder / "target"), '"' + (folder / "target").string() + '"');
-    before ? ::setenv("TMPDIR", kept.c_str(), 1) : ::unsetenv("TMPDIR");
     EXPECT_EQ(contentsOf(standing), "somebody's");
 }
 
@@ -263,6 +260,7 @@ TEST_F(DownloadTest, AHandleHearsOfTheBytes) {
         std::string text;
         std::int64_t before = 0;
         transfer->setProgress([&](VXIMTransferProgress progress) {
+            EXPECT_TRUE(MainQueue::shared().isMainThread());
             EXPECT_GT(progress.bytes, before);
             before = progress.bytes;
             text = std::to_string(progress.bytes) + " of " +

@@ -423,8 +423,15 @@ TEST_F(RequestTest, OperationsOutliveWhoeverStartedThem) {
     starter.join();
     EXPECT_TRUE(eventually([&] { return outcomes.size() == 20; }));
     EXPECT_EQ(std::count(outcomes.begin(), outcomes.end(), "[1]"), 20);
+    std::weak_ptr<VXIMRequest> ended;
+    outcomeOf([&](VXIMResultCompletion done) {
+        const auto request = VXIMRequest::request();
+        ended = request;
+        request->sendWithCompletion(std::move(done));
+    });
+    EXPECT_TRUE(eventuallyElsewhere([&] { return ended.expired(); }));
     VXIMHTTPRequest::get("/x", std::nullopt, nullptr);  // nobody wants to know
-    EXPECT_TRUE(eventuallyElsewhere([&] { return requests().size() == 21; }));
+    EXPECT_TRUE(eventuallyElsewhere([&] { return requests().size() == 22; }));
 }
 
 }  // namespace

@@ -87,7 +87,10 @@ TEST_F(UploadTest, AnIndependentParserGetsTheFileAsItIs) {
         const auto held = std::make_shared<int>();
         const auto transfer = VXIMTransfer::transfer();
         VXIMTransferProgress last;
-        transfer->setProgress([&](VXIMTransferProgress progress) { last = progress; });
+        transfer->setProgress([&](VXIMTransferProgress progress) {
+            last = progress;
+            EXPECT_TRUE(MainQueue::shared().isMainThread());
+        });
         EXPECT_EQ(upload(
                       makeFile("photo.png", contents),
                       [&, held](std::int32_t percent) {
@@ -201,7 +204,7 @@ TEST_F(UploadTest, WhatCannotBeReadIsAnEmptyFormOrAnError) {
 TEST_F(UploadTest, AFileThatShrinksOrGrowsWhileItIsSentIsAnError) {
     constexpr std::uintmax_t kSize = 24 << 20;  // more than sockets hold
     const auto path = makeFile("changing", "");
-    for (const std::uintmax_t size : {std::uintmax_t{1000}, kSize + 1}) {
+    for (const std::uintmax_t size : {std::uintmax_t{1000}, kSize + 1, 2 * kSize}) {
         SCOPED_TRACE(size);
         std::filesystem::resize_file(path, kSize);
         // a connection may live longer than one run of the loop

@@ -20,10 +20,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Gives three bytes, one by one. What comes before the next one is up to the test.
+/// Gives three bytes, one by one, or a flood. What comes before the next one is up to the test.
 class Body final : public InputStream {
 public:
-    enum class Before { Nothing, Pause, LongPause, MainThread, Release };
+    enum class Before { Nothing, Pause, LongPause, MainThread, Release, Flood };
     using InputStream::InputStream;
     bool initialise(Before before) {
         before_ = before;
@@ -32,14 +32,16 @@ public:
 
     void open() override {}
     void close() override { closed = true; }
-    std::int64_t read(std::uint8_t* buffer, std::size_t) override {
+    std::int64_t read(std::uint8_t* buffer, std::size_t most) override {
+        if (before_ == Before::Flood)
+            return given += static_cast<int>(most), static_cast<std::int64_t>(most);
         if (before_ == Before::Release) {
             std::unique_lock lock(mutex_);
             isBlocked = true;
             changed_.wait(lock, [this] { return released_; });
         }
-        if (given_ == 3) return 0;
-        *buffer = static_cast<std::uint8_t>('a' + given_++);
+        if (given == 3) return 0;
+        *buffer = static_cast<std::uint8_t>('a' + given++);
         return 1;
     }
     Piece readPiece(std::uint8_t* buffer, std::size_t most) override {
@@ -63,13 +65,13 @@ public:
         changed_.notify_all();
     }
 
+    std::atomic<int> given{0};
     std::atomic<bool> closed{false};
     std::atomic<bool> isBlocked{false};
     std::atomic<bool> calledOnMain{false};
 
 private:
     Before before_ = Before::Nothing;
-    int given_ = 0;
     std::mutex mutex_;
     std::condition_variable changed_;
     bool released_ = false;
@@ -82,13 +84,14 @@ ReaderPool& newPool(std::chrono::milliseconds patience) {
     return *kept.emplace_back(new ReaderPool(patience));
 }
 
-/// A body on its way to a connection that takes whatever there is.
+/// A body on its way to a connection that takes whatever there is, but of a flood only a little.
 class Upload : public std::enable_shared_from_this<Upload> {
 public:
-    static std::shared_ptr<Upload> begin(ReaderPool& pool, Before before,
-                                         std::optional<std::uint64_t> length = 3) {
+    static std::shared_ptr<Upload> begin(ReaderPool& pool, Before before) {
         auto upload = std::make_shared<Upload>();
         upload->body = create<Body>(before);
+        const auto length =
+            before == Before::Flood ? std::nullopt : std::optional<std::uint64_t>(3);
         NetworkThread::shared().post([upload, length, &pool] {
             const auto ready = [weak = std::weak_ptr<Upload>(upload)] {
                 if (const auto self = weak.lock()) self->takeAll();
@@ -119,6 +122,7 @@ private:
         for (;;) {
             const auto found = reader_->take(buffer, sizeof buffer);
             taken.append(buffer, found.count);
+            if (taken.size() > 3) return;
             if (found.count > 0) continue;
             if (!found.atEnd && !found.error) return;
             reader_ = nullptr;
@@ -152,6 +156,18 @@ TEST(BodyReader, EightHundredBodiesNeedFourThreads) {
         }));
         EXPECT_LE(most, ReaderPool::kReaders) << static_cast<int>(before);
         EXPECT_EQ(uploads.front()->body->calledOnMain, before == Before::MainThread);
+    }
+}
+
+TEST(BodyReader, ReadsLittleAheadOfWhatAPeerTakes) {
+    auto& pool = newPool(1h);
+    const auto floods = begin(ReaderPool::kReaders, pool, Before::Flood);
+    for (const auto& flood : floods) EXPECT_TRUE(spinUntil([&] { return flood->body->given > 0; }));
+    const auto other = Upload::begin(pool, Before::Nothing);
+    EXPECT_TRUE(spinUntil([&] { return other->ended.load(); })) << "a full buffer needs no thread";
+    for (const auto& flood : floods) {
+        EXPECT_LE(flood->body->given, 512 * 1024);
+        flood->cancel();
     }
 }
 

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sys/fsuid.h>
 
 #include <filesystem>
 #include <iterator>
@@ -9,6 +8,7 @@
 #include "VexIMLib/internal/Platform/Files/FileManager.h"
 #include "VexIMLib/internal/Platform/Files/InputStream.h"
 #include "VexIMLib/internal/Platform/Files/OutputStream.h"
+#include "support/OrdinaryRights.h"
 #include "support/TemporaryFolder.h"
 
 namespace vexim::testing {
@@ -47,27 +47,13 @@ TEST(Streams, ReadTheSameInAnyPieces) {
     }
 }
 
-/// While it lives, this thread has the file permissions of an ordinary user. Tests may run as root,
-/// for whom file modes do not count.
-class AsAnybody {
-public:
-    AsAnybody() : before_(::setfsuid(65534)) {}
-    ~AsAnybody() { ::setfsuid(static_cast<uid_t>(before_)); }
-    AsAnybody(const AsAnybody&) = delete;
-    AsAnybody& operator=(const AsAnybody&) = delete;
-
-private:
-    const int before_;
-};
-
 TEST(Streams, FailToOpenWithAnErrorThatSaysWhy) {
     const TemporaryFolder scratch;
     ASSERT_EQ(FileManager::writeAtomically(Data("x"), scratch / "mine"), nullptr);
     std::filesystem::permissions(scratch / "mine", std::filesystem::perms::none);
     std::filesystem::create_directory(scratch / "closed");
     std::filesystem::permissions(scratch / "closed", std::filesystem::perms(0555));
-    std::filesystem::permissions(scratch.path(), std::filesystem::perms(0755));
-    const AsAnybody anybody;
+    const OrdinaryRights ordinary;
     const std::pair<std::shared_ptr<InputStream>, std::int64_t> inputs[] = {
         {InputStream::withFileAtPath(scratch / "none"), 260},
         {InputStream::withFileAtPath(scratch.path()), 256},

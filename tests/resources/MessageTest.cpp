@@ -60,6 +60,9 @@ TEST(Message, ParsesSenderAndReceiver) {
         {"null inside counts as absent",
          R"({"speaker":"u1","from":{"id":null,"type":null},"to":{"id":"g1","type":1}})",
          "from 1 user u1, to 1 group g1: nil"},
+        {"a group's id that is null is none",
+         R"({"from":{"id":"u1","type":1,"gid":null},"to":{"id":null,"type":1}})",
+         "from 1 user u1, to 1: nil"},
         {"text where objects belong", R"({"from":"u1","to":"u2","content":"hi"})",
          "from -1, to -1: nil"},
         {"lists where objects belong", R"({"from":[{"id":"u1"}],"to":[1],"content":[2]})",
@@ -199,7 +202,7 @@ TEST(Message, StagesAPictureWhereNobodyElseCanReadOrReplaceIt) {
     // A temporary folder that all users share, and another one of them was there first.
     const TemporaryFolder shared;
     const TemporaryFolder elsewhere;
-    ASSERT_EQ(::setenv("TMPDIR", shared.path().c_str(), 1), 0);
+    const TemporaryFilesIn inShared(shared.path());
     const std::string staging = shared / "com.vexora.message.attachments";
     const auto stage = [] {
         return VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255}));
@@ -218,6 +221,8 @@ TEST(Message, StagesAPictureWhereNobodyElseCanReadOrReplaceIt) {
         ASSERT_EQ(::chown(staging.c_str(), 65534, 65534), 0);
         EXPECT_EQ(stage(), nullptr)
             << "whose folder it is can put another file in the picture's place";
+        ASSERT_EQ(::chown(staging.c_str(), 0, 0), 0);
+        EXPECT_TRUE(stage());
     }
     std::filesystem::rename(staging, elsewhere / "there");
     std::filesystem::create_symlink(elsewhere / "there", staging);
@@ -225,7 +230,6 @@ TEST(Message, StagesAPictureWhereNobodyElseCanReadOrReplaceIt) {
     std::filesystem::remove(staging);
     std::ofstream(staging) << "a file";
     EXPECT_EQ(stage(), nullptr);
-    ::unsetenv("TMPDIR");
 }
 
 TEST(Message, IsKeptInAnArchiveThatMakesNothingElse) {

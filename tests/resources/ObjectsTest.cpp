@@ -141,6 +141,8 @@ TEST(Query, CombinesItsParameters) {
              q.orderBySortDescriptor({std::nullopt, true});
          },
          R"({"_sort":"-b","_limit":"20","_skip":"0"})"},
+        {"a limit of 0 is one", [](VXIMQuery& q) { q.setLimit(0); },
+         R"({"_limit":"0","_skip":"0"})"},
         {"negative paging is left out",
          [](VXIMQuery& q) {
              q.setLimit(-1);

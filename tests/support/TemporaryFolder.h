@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -38,6 +39,23 @@ public:
 
 private:
     std::filesystem::path path_;
+};
+
+/// While it lives, temporary files belong into `path`.
+class TemporaryFilesIn {
+public:
+    explicit TemporaryFilesIn(const std::filesystem::path& path) {
+        if (const char* const before = std::getenv("TMPDIR")) before_ = before;
+        ::setenv("TMPDIR", path.c_str(), 1);
+    }
+    ~TemporaryFilesIn() {
+        before_ ? ::setenv("TMPDIR", before_->c_str(), 1) : ::unsetenv("TMPDIR");
+    }
+    TemporaryFilesIn(const TemporaryFilesIn&) = delete;
+    TemporaryFilesIn& operator=(const TemporaryFilesIn&) = delete;
+
+private:
+    std::optional<std::string> before_;
 };
 
 }  // namespace vexim::testing
