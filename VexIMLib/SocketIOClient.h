@@ -44,8 +44,8 @@ public:
 
     /// Whether the sender asked for an answer.
     bool isExpected() const noexcept { return state_ != nullptr; }
-    /// Answers with `items`. Only the first call sends anything, and none does after a reconnect.
-    /// Call from any thread.
+    /// Answers with `items`. Only the first call sends anything. After a reconnect it sends
+    /// nothing. Call from any thread.
     void with(const Array& items) const;
 
 private:
@@ -146,8 +146,9 @@ public:
     /// Sends `event` with `items` (data values become binary attachments, 10 at most). Returns
     /// nullptr if the connection has accepted it. Otherwise it returns the reason, and no "error"
     /// event follows. The error is in `kSocketIOErrorDomain`, with a `SocketIOErrorCode`: not
-    /// connected (1), too large for the server or the queue, or the queue is full (4, temporary
-    /// when only full), or the items cannot be sent (5). Nothing is kept for a later connection.
+    /// connected (1), too large for the server or the queue, or the queue is full (4; temporary
+    /// only if the queue is full), or the items cannot be sent (5). Nothing is kept for a later
+    /// connection.
     virtual ErrorPtr tryEmit(std::string_view event, const Array& items) = 0;
     /// Like `tryEmit`, but returns whether the event was accepted. If not, an "error" event gives
     /// the reason.

@@ -112,7 +112,7 @@ public:
     // service answers. If the service never answers, it never runs, and the status stays Opening.
     // It does not run either if another login begins or the client is released first. A refused
     // login gives an error in `VXIMErrorDomain` with the service's code. Its user information is
-    // the service's "error" value, which may be something else than a dictionary.
+    // the service's "error" value, which need not be a dictionary.
     //
     // If the connection itself fails, `VXIMClientConnectionErrorNotification` gives the reason at
     // once, and `completion` does not run. The async styles (`vexim::call`) fail with that error,
@@ -124,7 +124,7 @@ public:
     //
     // A nil value raises NSInvalidArgumentException at once. That includes the configuration's
     // appId and clientKey. So do credentials of more than 12 000 bytes: they travel in the URL, and
-    // servers accept no longer ones.
+    // servers accept no longer URLs.
 
     /// Also needs the configuration's installationId; nil raises NSInvalidArgumentException.
     void loginWithUserId(std::optional<std::string> userId, VXIMBooleanCompletion completion);
@@ -196,7 +196,7 @@ public:
 
     void sendSystemMessageToAllUsers(std::shared_ptr<VXIMMessage> message,
                                      VXIMBooleanCompletion completion);
-    /// Works only if the receiver's type is not set yet; an earlier type stays.
+    /// Works only if the receiver's type is not set yet: a type that is set is kept.
     void sendSystemMessageToUser(std::shared_ptr<VXIMMessage> message, vexim::Value userId,
                                  VXIMBooleanCompletion completion);
     void sendSystemMessageToGroup(std::shared_ptr<VXIMMessage> message, vexim::Value groupId,

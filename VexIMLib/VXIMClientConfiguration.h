@@ -108,9 +108,9 @@ public:
     /// Whether `text` has the form of a pin.
     static bool isPin(std::string_view text) noexcept;
 
-    /// Option "metrics": where the client's connections are counted and, while this is
-    /// `vxim_configuration`, the REST requests. Many configurations may share one. nullptr, the
-    /// default, counts nothing.
+    /// Option "metrics": counts the client's connections and, while this configuration is
+    /// `vxim_configuration`, the REST requests. Many configurations may share one object. nullptr,
+    /// the default, counts nothing.
     std::shared_ptr<VXIMMetrics> metrics() const;
     void setMetrics(const std::shared_ptr<VXIMMetrics>& metrics);
 

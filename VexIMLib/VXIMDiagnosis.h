@@ -28,7 +28,7 @@ struct VXIMDiagnosisEvent {
 ///     std::cerr << client->diagnose().text();
 ///
 /// You can show it to anybody. It holds no credential, signature, id, message, file name, path or
-/// query, and of the service's answers only numbers.
+/// query, and only numbers from the service's answers.
 class VEXIM_EXPORT VXIMDiagnosis {
 public:
     /// For `VXIMClient::diagnose`.

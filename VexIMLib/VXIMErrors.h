@@ -86,7 +86,7 @@ enum SocketIOErrorCode : std::int64_t {
 /// Key in an error's user information: true if trying again later may help.
 inline constexpr const char* kTemporaryKey = "temporary";
 
-/// Whether trying again later may help, although nobody fixes anything: true for no connection, a
+/// Whether trying again later may help even if nobody changes anything: true for no connection, a
 /// timeout, a service that is overloaded or down, or a full queue. False for a refusal, a bad
 /// address, a bad certificate, a message that is too long, and for nullptr. REST requests that
 /// failed for a temporary reason have already been sent again twice. Call from any thread.

@@ -91,6 +91,6 @@ private:
     vexim::Value from_;
     vexim::Value to_;
     std::shared_ptr<VXIMMessage> recentMessage_;
-    // last: it leaves before anything that an event reads
+    // last, so that it unregisters before anything that an event reads is gone
     vexim::detail::EmbeddedObserver presence_;
 };

@@ -47,7 +47,7 @@ using VXIMMessagesCompletion = std::function<void(
 ///     auto message = VXIMMessage::messageWithText("hello");
 ///     client->sendMessageToFriend(message, "u2", [](bool sent, vexim::ErrorPtr error) { … });
 ///
-/// The payload is the JSON object that travels:
+/// The payload is the JSON object that is sent:
 ///
 ///     {"content": {"media": 0, "body": "hello"},        body: the text, or the attachment's URL
 ///      "ts": 1450000000000,                             milliseconds since 1970

@@ -27,8 +27,8 @@ enum VXIMMessageTargetType : std::int32_t {
 ///
 /// Setting an id sets the type, too. `setGroupId` and `setRoomId` always make the target a group or
 /// a room. `setUserId` makes it a user only if the type is not set (negative). Ids are normally
-/// strings. If the service sent something else, it is kept unchanged. Use a
-/// target on one thread at a time. No function here fails.
+/// strings. If the service sent something else, it is kept unchanged. Use a target from one thread
+/// at a time. No function here fails.
 ///
 ///     message->receiver()->setGroupId("g1");  // now a message to the group g1
 class VEXIM_EXPORT VXIMMessageTarget final : public vexim::Object {

@@ -21,8 +21,8 @@ class VXIMMessageForwardProxy;
 /// value, at any depth, reads as nil; setting nil removes the entry. Dictionaries are values: a
 /// later write never changes one that was read before.
 ///
-/// One object is used from one thread at a time. (Only the accessors of an atomic property lock
-/// each other out.)
+/// Use an object from one thread at a time. (Only the accessors of an atomic property lock each
+/// other out.)
 ///
 /// A derived class, as its source file writes it (its header declares `staticClass`, `runtimeClass`
 /// and the typed accessors; `DynamicProperty` is in internal/MessageForwarding/DynamicProperty.h):

@@ -90,7 +90,7 @@ public:
     }
 
 private:
-    // What `start` needs; it takes them.
+    // `start` uses these up.
     Start start_;
     std::shared_ptr<VXIMTransfer> transfer_;
     std::optional<std::chrono::nanoseconds> limit_;
@@ -116,8 +116,8 @@ template <class P>
 using CompletedBy = typename Completed<std::remove_cvref_t<P>>::Type;
 
 /// Makes a call of an operation with the parameters P...: arguments, the completion, perhaps a
-/// transfer. Which of them is the completion follows from the number of arguments given. What does
-/// not fit does not compile, and the message says why.
+/// transfer. The number of arguments given decides which parameter is the completion. Arguments
+/// that do not fit do not compile, and the message says why.
 template <class... P>
 struct Binder {
     template <class Operation, class... A>
@@ -158,7 +158,8 @@ private:
     }
 };
 
-/// `receiver` itself. nullptr raises: it would only be noticed when the call starts.
+/// Returns `receiver`. Raises if it is nullptr, which would otherwise be noticed only when the call
+/// starts.
 template <class C, class Object>
 std::shared_ptr<Object> requireReceiver(std::shared_ptr<Object> receiver) {
     static_assert(std::is_base_of_v<C, Object>,

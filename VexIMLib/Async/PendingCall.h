@@ -73,7 +73,7 @@ public:
     }
 
     /// For an operation that finds out why its completion will not run: ends the call with the
-    /// cause. Call it on any thread; an answer that came before counts.
+    /// cause. Call it on any thread; an answer that came before it wins.
     FailureListener::Tell failure() {
         return [weak = this->weak_from_this()](const ErrorPtr& cause) {
             if (const auto self = weak.lock()) self->finish({T{}, cause});
@@ -156,7 +156,8 @@ private:
         // otherwise `started` continues
         if (phase_.exchange(Phase::Finished) != Phase::Starting) deliver();
     }
-    /// For threads and moments where the receiver must not run: under a lock, in a destructor.
+    /// Queues the delivery, for places where the receiver must not run: under a lock, in a
+    /// destructor.
     void finishLater(ErrorPtr error) {
         MainQueue::shared().async([self = this->shared_from_this(), error = std::move(error)] {
             self->finish({T{}, error});

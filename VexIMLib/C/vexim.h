@@ -1,7 +1,7 @@
 #ifndef VEXIM_C_H
 #define VEXIM_C_H
 
-// The library for any language: five functions that take and give JSON.
+// The library for any language: five functions that take and return JSON.
 //
 //     vexim_client client = vexim_create(
 //         "{\"appId\": \"app\", \"clientKey\": \"key\", \"installationId\": \"device\"}");

@@ -54,7 +54,7 @@ public:
 
 private:
     friend class Value;
-    detail::DataRep* rep_ = nullptr;  // nullptr is the empty run
+    detail::DataRep* rep_ = nullptr;  // nullptr means no bytes
 };
 
 }  // namespace vexim

@@ -41,7 +41,7 @@ public:
     /// Iterates forward, in insertion order.
     class VEXIM_EXPORT const_iterator {
     public:
-        // As of a standard input iterator.
+        // As in a standard input iterator.
         using iterator_category = std::input_iterator_tag;
         using value_type = Entry;
         using difference_type = std::ptrdiff_t;
@@ -49,7 +49,7 @@ public:
         using pointer = void;
 
         const_iterator() noexcept = default;
-        // As of a standard input iterator.
+        // As in a standard input iterator.
         Entry operator*() const noexcept;
         const_iterator& operator++() noexcept;
         const_iterator operator++(int) noexcept;

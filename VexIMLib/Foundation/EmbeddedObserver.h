@@ -18,10 +18,10 @@ namespace detail {
 
 class EmbeddedObservers;
 
-/// A registration with the default notification centre, stored inside its observer. For objects
-/// that may be very many: it allocates no memory, and adding and removing it costs almost nothing.
-/// It receives the notifications that contain its value, in order with the centre's other
-/// observers.
+/// A registration with the default notification centre, stored inside its observer. Use it in
+/// objects of which there may be very many: it allocates no memory, and adding and removing it
+/// costs almost nothing. It receives the notifications that contain its value, in order with the
+/// centre's other observers.
 class VEXIM_EXPORT EmbeddedObserver {
 public:
     /// What the observers of one class receive. Constant, and never destroyed.

@@ -7,9 +7,8 @@
 
 namespace vexim {
 
-/// A source of random numbers.
-/// A test can set one that always gives the same numbers. The library draws the
-/// waits before reconnects and retries, and the boundaries of forms, from it.
+/// A source of random numbers. A test can set one that always gives the same numbers. The library
+/// draws the waits before reconnects and retries, and the boundaries of forms, from it.
 class VEXIM_EXPORT Random {
 public:
     virtual ~Random();

@@ -64,7 +64,7 @@ private:
 /// Every function may be called from any thread and returns at once. The store's thread does the
 /// work, in the order of the calls. Completions and observers run on the main queue; a completion
 /// may be empty. A change survives a crash once its completion has run. Only one program at a time
-/// can have a file open for writing.  Errors of all operations are in `VXIMStoreErrorDomain`. On an
+/// can have a file open for writing. Errors of all operations are in `VXIMStoreErrorDomain`. On an
 /// error the result is nullopt or false.
 ///
 /// Releasing the store is like `close` without a completion: earlier operations are still done.

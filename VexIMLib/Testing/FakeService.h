@@ -179,8 +179,9 @@ public:
     /// Drops the live connections of `user` (empty: of everybody) without closing them properly.
     /// Returns how many.
     std::size_t dropConnections(std::string_view user = {});
-    /// Makes the present live connections of `user` (empty: of everybody) silent, including
-    /// heartbeats, or ends that. What clients send meanwhile is lost. Returns how many.
+    /// With true, the present live connections of `user` (empty: of everybody) become silent,
+    /// heartbeats included; with false they talk again. What clients send meanwhile is lost.
+    /// Returns how many connections there are.
     std::size_t setSilent(bool silent, std::string_view user = {});
 
     // What the service received, in order: the newest 10 000 of each kind. Reading does not remove

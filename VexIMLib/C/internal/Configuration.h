@@ -19,7 +19,7 @@ struct Configuration {
     std::optional<Problem> problem;
 };
 
-/// What clients that say "metrics" are counted in. Never destroyed.
+/// The metrics of all clients whose configuration has "metrics": true. Never destroyed.
 const std::shared_ptr<VXIMMetrics>& metricsOfProcess();
 
 Configuration readConfiguration(std::string_view text);

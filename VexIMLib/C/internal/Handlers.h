@@ -47,7 +47,7 @@ struct Asker {
     Mailbox* mailbox = nullptr;
     VXIMClient* client = nullptr;
 };
-/// Appends the result, or returns the problem. Any thread.
+/// Appends the result, or returns the problem. Call from any thread.
 using ImmediateHandler = std::optional<Problem>(const Asker& asker, const Dictionary& arguments,
                                                 std::string& result);
 ImmediateHandler descriptor, status, offlineTemporally, tryLogout, config, diagnose, metrics,

@@ -21,7 +21,7 @@ namespace vexim::c {
 enum class Outcome { Answer, Error };
 
 /// A client's answers and events until they are received, and its open requests, each of which is
-/// answered once. Any thread.
+/// answered once. Call from any thread.
 ///
 /// The total size is limited. Above the limit events are dropped and new requests refused; above
 /// four times the limit answers are dropped, too.
@@ -99,7 +99,7 @@ private:
     using Requests = std::unordered_map<RequestId, OpenRequest>;
 
     static std::size_t bytesOf(const Item& item) noexcept { return item.text.size() + kItemBytes; }
-    static constexpr std::size_t kItemBytes = 128;  // beside the text, about
+    static constexpr std::size_t kItemBytes = 128;  // besides the text, roughly
     static constexpr std::size_t kRequestBytes = 512;
     static constexpr std::size_t kMostBlanks = 128;
     static constexpr std::size_t kLargestBlank = 2048;
@@ -131,7 +131,7 @@ private:
     int reading_ VEXIM_GUARDED_BY(mutex_) = -1;
     int writing_ VEXIM_GUARDED_BY(mutex_) = -1;
     bool told_ VEXIM_GUARDED_BY(mutex_) = false;    // there is a byte in the pipe
-    bool waking_ VEXIM_GUARDED_BY(mutex_) = false;  // it has been queued
+    bool waking_ VEXIM_GUARDED_BY(mutex_) = false;  // a wake-up is queued
 };
 
 }  // namespace vexim::c

@@ -13,7 +13,7 @@
 namespace vexim::c {
 
 /// A row of the table in Operations.cpp. scripts/c_interface.py makes the JSON Schema and the table
-/// of docs/c-interface.md of it.
+/// of docs/c-interface.md from it.
 struct Operation {
     std::string_view name;
     std::string_view parameters;  // as `parseParameters` reads it
@@ -25,7 +25,7 @@ struct Operation {
 /// What an immediate operation needs.
 enum class Needs { Nothing, Handle, Client };
 
-/// What `vexim_execute` does. Any thread.
+/// What `vexim_execute` does. Call from any thread.
 struct ImmediateOperation {
     std::string_view name;
     std::string_view parameters;

@@ -25,7 +25,8 @@ std::string originOf(const std::string& service);
 /// number for user and service.
 Location locate(const VXIMMessageStoreOptions& options);
 
-/// Makes the file for this user only (0600), if it does not exist. CannotOpen, ReadOnly, DiskFull.
+/// Makes the file for this user only (0600), if it does not exist. Errors: CannotOpen, ReadOnly,
+/// DiskFull.
 void prepareFile(const Location& location);
 /// Whether the file exists but is empty.
 bool isEmpty(const Location& location);
@@ -37,7 +38,7 @@ void removeFile(const std::string& path) noexcept;  // ignores errors
 bool isThere(const std::string& path);
 
 /// Prevents other programs from opening the file for writing. It uses a separate file, because
-/// SQLite's locks are lost when any code of the process closes the database file. Failure: Locked.
+/// SQLite's locks are lost when any code of the process closes the database file. Error: Locked.
 class FileLock {
 public:
     explicit FileLock(const std::string& path);

@@ -52,7 +52,7 @@ public:
     std::vector<Conversation*> all();
     void save(const Conversation& conversation);
     VXIMConversation conversation(const Conversation& conversation);
-    /// After a rollback, and after conversations were removed.
+    /// Drops what is cached. Call it after a rollback and after removing conversations.
     void forget();
 
     // One message, by its row.

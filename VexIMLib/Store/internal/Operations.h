@@ -16,11 +16,11 @@ namespace vexim::store {
 inline constexpr const char* kKeyField = "key";
 inline constexpr const char* kServiceIdField = "id";
 
-/// The conversation of a message, by its "from" and "to"; nullopt if they do not say. `isOwn`: an
-/// echo, or written by `userId`.
+/// The conversation of a message, by its "from" and "to"; nullopt if they do not say. `userId` is
+/// the user whose store it is.
 std::optional<VXIMConversationId> conversationOf(const Dictionary& payload,
                                                  const std::string& userId);
-/// Whether `userId` wrote it: "from" (or "speaker") names him.
+/// Whether `userId` wrote it: "from" (or "speaker") names this user.
 bool isWrittenBy(const Dictionary& payload, const std::string& userId);
 
 /// A message that the service has: live, an echo, or from a history.

@@ -10,7 +10,7 @@
 
 namespace vexim::store {
 
-/// The jobs of a store's thread, one after the other.
+/// A job of a store's thread. They run one after the other.
 class Job {
 public:
     virtual ~Job() = default;

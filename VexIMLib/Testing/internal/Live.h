@@ -55,7 +55,7 @@ private:
     /// The id of the user or passenger with these credentials. The age of the signature is not
     /// checked, because a reconnect reuses it.
     std::string identify(const Value& auth);
-    /// Calls `change`, and notifies the user's friends if the user is online or offline by that.
+    /// Calls `change`, and notifies the user's friends if that brings the user online or offline.
     void watchPresence(const std::string& user, const std::function<void()>& change);
     /// The connections of `user`; all of them if it is empty.
     std::vector<LiveSession*> links(std::string_view user) const;

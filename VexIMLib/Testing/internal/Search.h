@@ -12,7 +12,7 @@
 #include "VexIMLib/Testing/internal/Paths.h"
 #include "VexIMLib/Testing/internal/Store.h"
 
-// ?name=value&_sort=name,-other&_limit&_skip: a search of users, groups or rooms Each condition
+// ?name=value&_sort=name,-other&_limit&_skip: a search of users, groups or rooms. Each condition
 // requires that an attribute (or "id", "ts", "name", "owner") prints as the given text.
 
 namespace vexim::testing::fake {

@@ -28,7 +28,7 @@ struct Plan {
 struct Reply {
     std::chrono::nanoseconds delay{0};
     std::optional<FakeService::Fault> fault;
-    std::optional<FakeService::Answer> answer;  // none: a live connection's handshake goes on
+    std::optional<FakeService::Answer> answer;  // nullopt: the handshake goes on
 };
 
 /// The body to send; throws if it cannot be JSON.

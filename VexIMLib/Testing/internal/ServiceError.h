@@ -38,7 +38,8 @@ inline std::string named(std::string sentence, std::string_view name) {
     return sentence.replace(sentence.find('%'), 1, name);
 }
 
-/// What a client is told, and a test that asks for what cannot be.
+/// Becomes the answer to a client. A test that asks for something impossible gets it as an
+/// exception.
 class ServiceError final : public std::invalid_argument {
 public:
     explicit ServiceError(const Refusal& refusal, const std::string& detail = {})

@@ -15,7 +15,7 @@
 
 namespace vexim::testing::fake {
 
-/// By the shared clock, in milliseconds since 1970.
+/// The time of the shared clock, in milliseconds since 1970.
 std::int64_t nowMillis();
 
 struct Record {
@@ -43,7 +43,7 @@ struct Place : Record {
     std::string owner;  // of a group
     std::string name;   // of a room
     std::vector<std::string> members;
-    Dictionary fields;  // of a group, beside what the service knows
+    Dictionary fields;  // of a group, besides those that the service knows
 
     bool has(std::string_view member) const;
 };
@@ -51,7 +51,7 @@ struct Place : Record {
 /// Checks a new record's id.
 void mustBeNewId(std::string_view id, bool isTaken);
 
-/// Records of one kind in the order of their making; a test has few.
+/// Records of one kind, in the order in which they were made. A test has few.
 template <class T>
 class Table {
 public:
@@ -95,14 +95,14 @@ public:
     void seed();
 
     void addUser(FakeService::User user);
-    /// Nothing happens when they are friends.
+    /// Does nothing if they already are friends.
     void befriend(std::string_view from, std::string_view to);
     void unfriend(std::string_view one, std::string_view other);
-    /// An empty id is made up; the owner becomes a member.
+    /// Makes an id if the given one is empty. The owner becomes a member.
     Place& addGroup(Place group);
     Place& addRoom(Place room);
     Record& addPassenger(std::string id, Dictionary fields);
-    /// Who is a member already stays one, once.
+    /// Users who already are members are not added again.
     void addMembers(Place& place, const std::vector<std::string>& members);
 
     /// Where the messages between two people, or those of one group, are kept.
@@ -115,7 +115,7 @@ public:
                                    std::size_t limit) const;
     void forget(const std::string& where) { conversations_.erase(where); }
 
-    /// `digits` hexadecimal digits behind `prefix`, not given before.
+    /// `prefix` and `digits` hexadecimal digits; never the same id twice.
     std::string newId(std::string_view prefix, int digits = 16);
 
 private:

@@ -39,7 +39,7 @@ struct VXIMClient::Impl {
     // set on the main thread, and by a login on its caller's thread
     vexim::detail::SharedSlot<VXIMUser> currentUser;
     vexim::detail::SharedSlot<vexim::SocketIOClient> socketio;
-    /// The connection has been down since the last logout, for another reason than a logout.
+    /// The connection has been down since the last logout. It may be up again.
     std::atomic<bool> offlineTemporally{false};
     /// A logout has removed the installation and is waiting for the connection to close.
     std::atomic<bool> tryLogout{false};
@@ -47,9 +47,9 @@ struct VXIMClient::Impl {
     // Main thread.
     std::weak_ptr<VXIMClientDelegate> delegate;
     std::shared_ptr<vexim::Meter> meter;  // the last login's; nullptr: nothing is counted
-    // the pending login's; dropped when another login begins
+    // of the pending login; dropped when another login begins
     VXIMBooleanCompletion openCompletionBlock;
-    // the same, for whoever waits for the login; called at most once
+    // tells the async styles why the login cannot be answered; called at most once
     vexim::FailureListener::Tell tellWhyNotOpened;
     // the service has not answered this connection's first login yet
     bool isLoginPending = false;
@@ -57,7 +57,7 @@ struct VXIMClient::Impl {
     std::vector<VXIMBooleanCompletion> closeCompletionBlocks;
     // this client, while a logout waits for its connection to close
     std::shared_ptr<VXIMClient> keptUntilClosed;
-    bool pauseAsked = false;  // and neither a resume nor a login since
+    bool pauseAsked = false;  // `pause` was called, and neither `resume` nor a login since
     std::optional<vexim::Array> onlineFriends;
     std::optional<vexim::Dictionary> messages;
 

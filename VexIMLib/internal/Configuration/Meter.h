@@ -18,7 +18,7 @@
 
 namespace vexim {
 
-/// In the order of `kMetrics`.
+/// The order is that of `kMetrics`.
 enum class Metric : std::uint8_t {
     Connections,
     ConnectionsPaused,
@@ -45,7 +45,7 @@ enum class Metric : std::uint8_t {
     RequestsReceivedBytes,
 };
 
-// Values of labels, by what the library tells apart.
+// The values of the labels, which tell a metric's series apart.
 enum class AttemptKind : std::uint8_t { First, Reconnect };
 enum class ConnectionState : std::uint8_t { Connecting, Connected, Disconnected };
 enum class LoginOutcome : std::uint8_t { Accepted, Refused };
@@ -54,7 +54,8 @@ enum class MessageKind : std::uint8_t { Peer, Own, System };
 enum class EmitRefusal : std::uint8_t { NotConnected, QueueFull, TooLong, NotEncodable };
 enum class RequestOutcome : std::uint8_t { Success, Refused, Failed, NoAnswer, Cancelled };
 
-/// Of `Metric::ConnectionsEnded`, in the order of the live connection's `EndCause`.
+/// The label values of `Metric::ConnectionsEnded`, in the order of the live connection's
+/// `EndCause`.
 inline constexpr const char* kConnectionEndCauses[] = {
     "asked",           "server disconnect", "refused",        "connect failed",
     "connection lost", "heartbeat missed",  "protocol fault", "limit passed"};
@@ -62,23 +63,23 @@ inline constexpr const char* kConnectionEndCauses[] = {
 /// "counter", "gauge" or "histogram".
 const char* nameOf(VXIMMetricKind kind);
 
-/// The figures behind a `VXIMMetrics`, where the library counts. Any thread.
+/// The figures behind a `VXIMMetrics`. The library counts here. Call from any thread.
 class Meter {
 public:
     static constexpr std::size_t kFigures = 129;
     using Figures = std::array<std::uint64_t, kFigures>;
 
-    /// What can tell how much waits in it, when asked.
+    /// Something that can say, when asked, how much is waiting in it.
     class Source {
     public:
-        /// Adds its own to `figures`. Any thread; with a lock of the meter held.
+        /// Adds its own levels to `figures`. Called on any thread, with a lock of the meter held.
         virtual void addLevels(Figures& figures) const = 0;
 
     protected:
         ~Source() = default;
     };
 
-    /// The meter of what stands under "metrics"; nullptr when there is none.
+    /// The meter of the `VXIMMetrics` under "metrics"; nullptr if there is none.
     static std::shared_ptr<Meter> of(const Dictionary& options);
     static std::shared_ptr<Meter> of(const Value& metrics);
 
@@ -87,19 +88,19 @@ public:
     template <class Label>
     requires std::is_enum_v<Label>
     void add(Metric metric, Label label) noexcept { add(metric, static_cast<std::size_t>(label)); }
-    /// A duration, of a histogram.
+    /// Adds a duration to a histogram.
     void observe(Metric metric, std::size_t label, std::chrono::nanoseconds duration) noexcept;
 
-    /// `source` is asked at each reading until it is removed. Neither may be called with a lock
-    /// held that `addLevels` takes.
+    /// `source` is asked at each reading until it is removed. Do not call these while you hold a
+    /// lock that `addLevels` takes.
     void addSource(const Source& source);
     void removeSource(const Source& source);
 
-    /// Whether the library gives a label of that name.
+    /// Whether the library itself uses a label of this name.
     static bool isOwnLabel(std::string_view name);
-    /// Where a figure lies.
+    /// The index of a figure.
     static std::size_t slot(Metric metric, std::size_t label) noexcept;
-    /// A copy of all figures, with what the sources and the main queue have.
+    /// A copy of all figures, with the current levels of the sources and the main queue.
     Figures figures() const;
     std::vector<VXIMMetric> read(const VXIMMetricLabels& labels) const;
 
@@ -109,7 +110,7 @@ private:
     std::unordered_set<const Source*> sources_ VEXIM_GUARDED_BY(mutex_);
 };
 
-/// Counts as one of its sources for as long as it lives; without a meter it does nothing.
+/// Keeps `source` registered with the meter as long as it lives. Without a meter it does nothing.
 class MeterSourceRegistration {
 public:
     MeterSourceRegistration(std::shared_ptr<Meter> meter, const Meter::Source& source)

@@ -73,8 +73,8 @@ public:
     /// After the phase call `transitionToNextPhase`.
     std::int64_t readPhase(std::uint8_t* buffer, std::size_t maxLength);
     bool isPhaseOver();
-    /// Whether it is inside contents that can be read like this. (Their start and end need the main
-    /// thread.)
+    /// Whether it is inside contents that can be read without waiting. (Opening and closing them
+    /// needs the main thread.)
     bool readsNonBlocking() const {
         return phase_ == Phase::Body && inputStream_ && inputStream_->readsNonBlocking();
     }
@@ -82,7 +82,8 @@ public:
     /// waits for the main thread. False once the process is exiting.
     bool transitionToNextPhase();
 
-    /// Starts again from the beginning, without boundary flags: the stream that it joins sets them.
+    /// A copy that starts from the beginning, without boundary flags. The stream to which it is
+    /// added sets them.
     std::shared_ptr<vexim::Object> copy() const override;
     /// A copy that reads the contents again; nullptr if they come from a stream that cannot be read
     /// twice.

@@ -48,8 +48,7 @@ public:
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) override;
     /// The parts' contents are opened and closed between two pieces.
     Piece readPiece(std::uint8_t* buffer, std::size_t maxLength) override;
-    /// Whether it is inside the contents of a part whose stream does this, and there is no
-    /// throttling.
+    /// True inside the contents of a part whose stream can do this, unless reading is throttled.
     bool readsNonBlocking() const override;
     std::int64_t readNonBlocking(std::uint8_t* buffer, std::size_t maxLength) override;
     /// True exactly while it is open.
@@ -57,7 +56,7 @@ public:
     vexim::StreamStatus streamStatus() const override { return streamStatus_; }
     vexim::ErrorPtr streamError() const override { return streamError_; }
     void interrupt() override;
-    /// With the same throttling.
+    /// The new stream is throttled in the same way.
     std::shared_ptr<vexim::InputStream> again() const override;
 
     /// The same parts from the beginning, without throttling.
@@ -88,6 +87,6 @@ private:
     vexim::Mutex interruptMutex_;
     vexim::ConditionVariable interruption_;
     bool interrupted_ VEXIM_GUARDED_BY(interruptMutex_) = false;
-    // `interrupt` passes the call on to this
+    // `interrupt` also interrupts this
     std::shared_ptr<vexim::InputStream> currentContents_ VEXIM_GUARDED_BY(interruptMutex_);
 };

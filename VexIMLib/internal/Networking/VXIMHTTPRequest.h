@@ -24,8 +24,8 @@ public:
     /// `params` holds strings only; anything else raises NSInvalidArgumentException.
     static void get(std::string path, std::optional<vexim::Dictionary> params,
                     VXIMResultCompletion completion);
-    /// `body` is an array, a dictionary or nil. If it cannot be written as JSON, it raises
-    /// NSInternalInconsistencyException. (Also below.)
+    /// `body` is an array, a dictionary or nil, here and below. A body that cannot be written as
+    /// JSON raises NSInternalInconsistencyException.
     static void post(std::string path, vexim::Value body, VXIMResultCompletion completion);
     static void put(std::string path, vexim::Value body, VXIMResultCompletion completion);
     static void deletePath(std::string path, vexim::Value body, VXIMResultCompletion completion);

@@ -100,9 +100,9 @@ public:
     /// Reserved: always nullptr.
     std::shared_ptr<vexim::OperationQueue> requestQueue() const noexcept { return nullptr; }
 
-    /// Retries made so far, over the life of the request: it is never reset.
-    /// How often a request is sent again at most; a count of this much ends the retries.
+    /// A request is sent again at most this often: from this count on there are no retries.
     static constexpr std::int64_t kMaxRetries = 2;
+    /// The retries so far, over the life of the request. It is never reset.
     std::int64_t retryCount() const noexcept { return retryCount_; }
     void setRetryCount(std::int64_t count) noexcept { retryCount_ = count; }
 
@@ -110,7 +110,7 @@ public:
 
     /// The shared configuration's origin; nullopt when there is none.
     std::optional<std::string> baseUrl() const;
-    /// Checks the certificates of all hosts that the request is sent to, by the shared
+    /// Decides about the certificates of all hosts that the request is sent to, by the shared
     /// configuration's options.
     vexim::TrustChoice trust() const;
     /// "key=value&…" in the dictionary's order: keys unchanged, values with the platform's legacy

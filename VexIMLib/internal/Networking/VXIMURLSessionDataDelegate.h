@@ -57,7 +57,7 @@ public:
     /// Where to count the task; nullptr, as at first, counts it nowhere.
     void setMeter(std::shared_ptr<vexim::Meter> meter) noexcept { meter_ = std::move(meter); }
 
-    /// Waits until the task reports that it runs, to set `startDate`.
+    /// Observes the task, to set `startDate` when it first runs.
     void addStateObserverForTask(const std::shared_ptr<vexim::URLSessionTask>& task);
 
     void openOutputStream();

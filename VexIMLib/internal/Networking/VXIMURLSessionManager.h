@@ -50,7 +50,8 @@ public:
     /// nullptr when there is none.
     std::shared_ptr<VXIMURLSessionDataDelegate> delegateForTask(const TaskPtr& task) const;
 
-    // Make tasks, not yet resumed. What `request` raises is raised here, and then there is no task.
+    // These make tasks that are not resumed yet. An exception from `request` passes through, and no
+    // task is made.
 
     TaskPtr dataTaskWithRequest(VXIMRequest& request, VXIMResultCompletion completion);
     /// With a `transfer` (which gets the progress in bytes), a cancelled task completes with its

@@ -6,8 +6,9 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/VXIMErrors.h"
 
-// Every error that the client and the resources make themselves, all in `VXIMErrorDomain`. (REST
-// failures come unchanged from the request layer; a failed login has the service's code.)
+// Every error that the client and the resources make themselves. They are in `VXIMErrorDomain`
+// unless a comment says otherwise. (REST failures come unchanged from the request layer; a failed
+// login has the service's code.)
 namespace vexim::errors {
 
 ErrorPtr withoutReceiver();

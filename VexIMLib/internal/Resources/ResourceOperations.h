@@ -20,9 +20,10 @@
 // What all operations of all resources share: how paths and queries are made, how an answer is
 // read, how an operation ends.
 //
-// An operation reads an answer in a function that may raise: a list with an unusable element would
-// be a mistake if an application had written it. From the service it is a failure, so it becomes
-// the operation's error. Such a function first reads everything and then changes local state.
+// An operation reads its answer in a function that may raise, for example for a list with an
+// unusable element. That is not the application's mistake but the service's, so the exception
+// becomes the error of the operation. Such a function reads everything before it changes local
+// state.
 namespace vexim::resources {
 
 // Arguments. These raise NSInvalidArgumentException, on the caller's thread.
@@ -91,7 +92,7 @@ VXIMResultCompletion endingWith(std::function<void(Outcome, ErrorPtr)> completio
     };
 }
 
-/// The most frequent end: success if there was no error, after `change` has updated local state.
+/// The usual ending: success if there was no error, after `change` has updated local state.
 template <class Change>
 VXIMResultCompletion endingWithSuccess(VXIMBooleanCompletion completion, Change change) {
     return endingWith(std::move(completion), false,
@@ -128,7 +129,7 @@ VXIMResultCompletion endingWithMessages(VXIMMessagesCompletion completion);
 /// Runs `function` at once on the main thread, and through the queue from any other.
 void runOnMain(std::function<void()> function);
 
-/// Calls `completion` at once, on the main thread. Empty is skipped.
+/// Calls `completion` at once, on the main thread. An empty one is skipped.
 template <class Outcome>
 void endAtOnce(std::function<void(Outcome, ErrorPtr)> completion, Outcome outcome, ErrorPtr error) {
     if (!completion) return;

@@ -17,7 +17,7 @@ void writeStored(std::string& out, const VXIMStoredMessage& message);
 void writeStored(std::string& out, const VXIMConversation& conversation);
 void writeStored(std::string& out, const VXIMStoredGap& gap);
 void writeStored(std::string& out, const VXIMStoreDamage& damage);
-/// With its number.
+/// Writes the store's data and its number.
 void writeStore(std::string& out, std::int64_t number, const VXIMMessageStore& store);
 
 /// Lets `ObjectWriter` and the lists find `writeStored`.
@@ -26,7 +26,7 @@ struct Stored {
     const T& value;
 };
 template <class T>
-Stored(const T&) -> Stored<T>;  // clang 16 finds none by itself for an aggregate
+Stored(const T&) -> Stored<T>;  // clang 16 deduces none for an aggregate
 template <class T>
 void write(std::string& out, const Stored<T>& stored) {
     writeStored(out, stored.value);

@@ -20,11 +20,11 @@ public:
     static std::shared_ptr<Stores> of(Request& request);
     explicit Stores(std::shared_ptr<Mailbox> mailbox) : mailbox_(std::move(mailbox)) {}
 
-    /// Answers with the store that it opens as the client's.
+    /// Opens the client's store and answers with it.
     void open(Request& request, VXIMConversationsOptions options);
-    /// Answers with the store.
+    /// Opens another store and answers with it.
     void open(Request& request, VXIMMessageStoreOptions options);
-    /// Answers when it is closed.
+    /// Closes the store, then answers.
     void close(Request& request);
 
     // These throw a `Refusal` if there is none.
@@ -52,7 +52,8 @@ private:
 
     void open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& client,
               const VXIMConversationsOptions& options);
-    /// Answers, and lets those continue who wait for its end.
+    /// A completion that answers `request`. After the last close it starts the requests that wait
+    /// to open.
     VXIMBooleanCompletion closing(Request& request);
     void closeBeforeOpen(Request& request);
     std::int64_t numberOf(const Request& request) const;
@@ -62,7 +63,7 @@ private:
 
     const std::shared_ptr<Mailbox> mailbox_;
     std::shared_ptr<VXIMConversations> conversations_;  // nullptr: none was opened
-    bool waitsForLogin_ = false;                        // before it opens
+    bool waitsForLogin_ = false;                        // opens at the first login
     // the number of its store, once that is open
     std::int64_t own_ = 0;
     std::map<std::int64_t, std::shared_ptr<VXIMMessageStore>> stores_;

@@ -33,7 +33,7 @@ public:
     void add(EmbeddedObserver& observer, std::uint64_t number);
     void remove(EmbeddedObserver& observer) noexcept;
     /// For an application that removes an observer: the one in the object at `identity` (if any) no
-    /// longer receives `name`, or nothing at all if `name` is empty.
+    /// longer receives `name`. If `name` is empty, it no longer receives anything.
     void silence(const void* identity, std::string_view name) noexcept;
     /// The observers to call for the notification, in order of their numbers.
     std::vector<Listener> listeners(const Notification& notification);
@@ -60,7 +60,7 @@ private:
     template <Link EmbeddedObserver::*link, auto hashOf>
     class Chains {
     public:
-        /// Makes room for so many more.
+        /// Makes room for `count` more entries.
         void makeRoom(std::size_t count) {
             if (count_ + count <= heads_.size()) return;
             std::vector<EmbeddedObserver*> former(std::max(kMostNew, heads_.size() * 2));
@@ -100,7 +100,7 @@ private:
     }
     static std::size_t addressHash(const EmbeddedObserver& observer) noexcept;
 
-    std::vector<const EmbeddedObserver::Kind*> kinds_;  // that have ever joined
+    std::vector<const EmbeddedObserver::Kind*> kinds_;  // all that have ever joined
     // chained by `byValue_`; their `byAddress_` is not set
     EmbeddedObserver* newest_ = nullptr;
     std::size_t newCount_ = 0;

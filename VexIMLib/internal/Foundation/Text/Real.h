@@ -15,8 +15,8 @@
 
 namespace vexim {
 
-/// `std::from_chars` of a double. libc++ has it only from version 20 on. Before that we use strtod,
-/// so the text must have only digits, points, signs and exponents.
+/// `std::from_chars` for a double. libc++ has it only from version 20 on. Before that we use
+/// strtod, so the text must have only digits, points, signs and exponents.
 inline std::from_chars_result readReal(const char* first, const char* last, double& number) {
 #ifdef __cpp_lib_to_chars
     return std::from_chars(first, last, number);

@@ -29,7 +29,7 @@ struct MainQueue::Impl {
     bool quitting VEXIM_GUARDED_BY(mutex) = false;
     int waiting VEXIM_GUARDED_BY(mutex) = 0;  // threads that wait for `changed`
     bool exiting VEXIM_GUARDED_BY(mutex) = false;
-    // the thread no longer returns from what it runs
+    // the main thread itself exits, so what it is running never returns
     bool exitingOnMainThread VEXIM_GUARDED_BY(mutex) = false;
     // the host was woken and has not drained since
     bool wakePending VEXIM_GUARDED_BY(mutex) = false;
@@ -40,7 +40,7 @@ struct MainQueue::Impl {
     Mutex wakeMutex;
     Function wake VEXIM_GUARDED_BY(wakeMutex);
 
-    std::atomic<std::thread::id> mainThread{};  // none until a thread has run the queue
+    std::atomic<std::thread::id> mainThread{};  // the default until a thread has run the queue
 
     // Main thread only.
     std::chrono::nanoseconds turnLimit = std::chrono::milliseconds(4);
@@ -153,7 +153,7 @@ struct MainQueue::Impl {
         return count;
     }
 
-    /// Returns whether something is left.
+    /// Wakes the host again if something is left, and returns whether it is.
     bool tellRest() {
         bool isLeft = false;
         bool tellHost = false;

@@ -5,14 +5,14 @@
 
 namespace vexim {
 
-/// While this lives, a thread that is started takes no signals: they belong to the application's
-/// threads, and SIGPIPE on one of ours would kill the process for a peer that hung up.
+/// Threads that are started while this lives take no signals. Signals belong to the application's
+/// threads, and a SIGPIPE on one of ours would kill the process when a peer hangs up.
 class SignalsBlocked {
 public:
     SignalsBlocked() noexcept {
         sigset_t all;
         ::sigfillset(&all);
-        // What a faulty instruction raises must stay deliverable.
+        // Signals that a faulty instruction raises must still be delivered.
         for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP})
             ::sigdelset(&all, fault);
         ::pthread_sigmask(SIG_BLOCK, &all, &before_);

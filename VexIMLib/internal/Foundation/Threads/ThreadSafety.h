@@ -54,7 +54,7 @@ public:
         Adopted lock(mutex.mutex_);
         condition_.wait(lock.held);
     }
-    /// False if the time was over.
+    /// False if the time has passed.
     bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point until)
         VEXIM_REQUIRES(mutex) {
         Adopted lock(mutex.mutex_);

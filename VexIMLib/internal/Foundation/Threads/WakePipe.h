@@ -10,8 +10,8 @@
 
 namespace vexim {
 
-/// Wakes a polling host: a pipe, which every system has, with a byte in it. Made once and never
-/// closed.
+/// Wakes a host that polls, by a byte in a pipe. (Every system has pipes.) The pipe is made once
+/// and never closed.
 class WakePipe {
 public:
     /// Call it with the queue's mutex held. From then on `tell` writes.
@@ -29,14 +29,15 @@ public:
         tell();  // the host drains once at its start
         return reading_;
     }
-    /// Any thread. A full pipe needs no other byte.
+    /// Call from any thread. A full pipe needs no further byte.
     void tell() noexcept {
         const int end = writing_;
         if (end < 0) return;
         while (::write(end, "", 1) < 0 && errno == EINTR) continue;
         told_ = true;  // set after the byte is written, so whoever sees it finds the byte
     }
-    /// Call it with the queue's mutex held, so that it removes no byte of functions queued later.
+    /// Call it with the queue's mutex held. Otherwise it might remove the byte of a function that
+    /// is queued later.
     void clear() noexcept {
         if (!told_.exchange(false)) return;
         std::array<char, 64> bytes;

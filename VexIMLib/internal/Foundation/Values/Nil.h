@@ -4,7 +4,7 @@
 
 namespace vexim::detail {
 
-/// The nil that references to missing values refer to. Initialised before any code runs, and
+/// The nil that a reference to a missing value refers to. Initialised before any code runs, and
 /// destroying it does nothing.
 extern const Value kNil;
 

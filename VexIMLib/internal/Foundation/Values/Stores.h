@@ -59,7 +59,7 @@ struct StringRep : Counted {
     StringRep(std::uint16_t blockOffset, std::size_t length) noexcept
         : size(length & kMostSize),
           offset(blockOffset) {}
-    // more than there are addresses
+    // larger than the address space
     static constexpr std::uint64_t kMostSize = (std::uint64_t{1} << 48) - 1;
     const std::uint64_t size : 48;
     const std::uint64_t offset : 16;  // the block's
@@ -96,8 +96,8 @@ struct ContainerRep : Counted {
 /// Destroys storage that has no owner any more, without recursion: a list nested a million levels
 /// deep must not exhaust the stack.
 void bury(ContainerRep* rep) noexcept;
-/// Runs `destroy` apart from a destruction that is running, so that values in an application's
-/// destructor are destroyed at once.
+/// Destroys `rep` independently of a `bury` that is running, so that values that an application's
+/// destructor drops are destroyed at once.
 void releaseObject(ObjectRep* rep) noexcept;
 
 struct alignas(Value) ArrayRep : ContainerRep {
@@ -136,7 +136,7 @@ public:
     /// The position of `key`, or `none`.
     std::size_t find(const DictionaryItem* items, std::string_view key) const noexcept;
     void insert(const DictionaryItem* items, std::size_t position);
-    /// Removes `position`; later positions move up by one.
+    /// Removes `position`. Every later position becomes one less.
     void remove(std::size_t position) noexcept;
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
 
@@ -156,7 +156,7 @@ struct alignas(Value) DictionaryRep : ContainerRep {
           capacity(room) {}
     std::size_t size = 0;
     std::size_t capacity;
-    std::unique_ptr<KeyIndex> index;  // from kIndexedSize items on
+    std::unique_ptr<KeyIndex> index;  // with more than kIndexedSize items
 
     /// Up to here comparing the keys one by one is as fast as hashing.
     static constexpr std::size_t kIndexedSize = 16;

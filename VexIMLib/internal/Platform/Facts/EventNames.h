@@ -3,15 +3,15 @@
 #include <array>
 #include <string_view>
 
-/// The names of all events that a diagnosis can tell, with their details. Each is a line of its own
-/// in reports, so a name stays as it is.
+/// The names of all events in a diagnosis, with their details. They appear in reports, so they
+/// never change.
 namespace vexim::events {
 
 /// The client's status changed: "from", "to".
 inline constexpr std::string_view kStatus = "status";
 /// The service answered a login: "accepted", and "code" when it refused.
 inline constexpr std::string_view kLoginAnswered = "login answered";
-/// An attempt at a connection began: "to", "tls", "proxy", "attempt"
+/// An attempt at a connection began: "to", "tls", "proxy", "attempt".
 inline constexpr std::string_view kConnecting = "connecting";
 /// A WebSocket could not be opened, or broke: "stage", "reason", perhaps "status".
 inline constexpr std::string_view kWebSocketFailed = "websocket failed";
@@ -25,7 +25,7 @@ inline constexpr std::string_view kJoined = "joined";
 inline constexpr std::string_view kEnded = "ended";
 /// The next attempt comes after a wait: "seconds".
 inline constexpr std::string_view kWaiting = "waiting";
-/// An event of the peer's with a reserved name was left out: "name", "reason".
+/// An event from the peer was dropped because its name is reserved: "name", "reason".
 inline constexpr std::string_view kEventDropped = "event dropped";
 /// A REST request failed: "method", "domain", "code", "host", "seconds", perhaps
 /// "underlying" and "status"

@@ -11,7 +11,7 @@
 namespace vexim {
 
 /// The latest events of a client, or of the process's REST requests. Each is also logged, at
-/// `Info`. Any thread.
+/// `Info`. Call from any thread.
 ///
 /// Anybody may see the contents: only our own words, numbers and host names. Never add text of the
 /// application or of a server.
@@ -31,7 +31,7 @@ private:
     const std::size_t most_;
     mutable Mutex mutex_;
     std::vector<VXIMDiagnosisEvent> events_ VEXIM_GUARDED_BY(mutex_);  // a ring once it is full
-    // where the oldest is replaced
+    // the oldest, which the next event replaces
     std::size_t next_ VEXIM_GUARDED_BY(mutex_) = 0;
 };
 

@@ -29,8 +29,8 @@ ErrorPtr makeURLError(std::int64_t code, const std::optional<URL>& url = std::nu
 /// words.
 ErrorPtr makeTrustError(std::int64_t code, const std::optional<URL>& url, std::string_view words);
 
-/// The URL loading code for a result of libcurl (a CURLcode). Codes for refused certificates come
-/// from the trust.
+/// The URL loading code for a result of libcurl (a CURLcode). The codes for refused certificates
+/// come from the trust check.
 std::int64_t urlErrorCodeForTransferResult(int result) noexcept;
 
 }  // namespace vexim

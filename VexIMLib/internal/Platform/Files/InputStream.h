@@ -63,7 +63,7 @@ public:
         return -1;
     }
 
-    /// Makes a waiting read return early, and later reads not wait. Afterwards only `close` may be
+    /// Makes a waiting read return early. Later reads do not wait. Afterwards only `close` may be
     /// called. Call from any thread. Streams that never wait do nothing.
     virtual void interrupt() {}
 

@@ -23,8 +23,8 @@ public:
     /// Takes back a handle that is not part of a multi any more.
     static void giveBack(std::unique_ptr<CurlHandle> handle);
 
-    /// The connections for short exchanges and downloads, HTTP/2 where TLS offers it, and those for
-    /// long uploads, HTTP/1.1.
+    /// The two pools of connections: one for short exchanges and downloads, with HTTP/2 where TLS
+    /// offers it, and one for long uploads, with HTTP/1.1.
     static CurlMulti& multi();
     static CurlMulti& multiForUploads();
 
@@ -48,7 +48,7 @@ public:
 
 private:
     CURL* const easy_;
-    CURLU* const address_;  // parsed; the last URL that could be set by its parts
+    CURLU* const address_;  // the last URL that could be set in parts
     std::string origin_;    // of `address_`
     CurlHeaderList headers_;
     CurlTrust trust_;

@@ -17,7 +17,7 @@ public:
     void add(std::string_view name, std::string_view value) {
         addLine(name, value.empty() ? ";" : ": ", value);
     }
-    /// Makes libcurl leave out a field that it would send by itself.
+    /// Makes libcurl leave out a field that it would otherwise add.
     void suppress(std::string_view name) { addLine(name, ":", {}); }
     void clear() noexcept {
         text_.clear();

@@ -1,4 +1,5 @@
-// `curl_multi_socket_all` is called old, but nothing else looks at a transfer that has no socket.
+// `curl_multi_socket_all` is deprecated, but nothing else makes libcurl check a transfer that has
+// no socket.
 #define CURL_DISABLE_DEPRECATION
 
 #include "VexIMLib/internal/Platform/Loading/CurlMulti.h"
@@ -180,8 +181,8 @@ void CurlMulti::wait(const std::shared_ptr<Socket>& socket) {
     }
 }
 
-/// libcurl sets no timer for the time that each of several addresses may take. It sees that an
-/// address is silent, and tries the next one, only when it has to look at the connection.
+/// libcurl gives each of several addresses a limited time, but sets no timer for it. It gives up a
+/// silent address, and tries the next one, only when something makes it check the connection.
 void CurlMulti::lookAtConnecting() {
     if (std::exchange(looksAtConnecting_, true)) return;
     connecting_.expires_after(kConnectingLook);
@@ -191,7 +192,7 @@ void CurlMulti::lookAtConnecting() {
         const bool isConnecting = std::any_of(sockets_.begin(), sockets_.end(), [](auto& each) {
             return each.second->wantsWrite && !isConnected(each.first);
         });
-        // one call gives up an address, and the next one tries another
+        // one call gives up an address, and a second call tries the next address
         if (!std::exchange(wasConnecting_, isConnecting) && !isConnecting) return;
         lookAtConnecting();
         int running = 0;

@@ -12,7 +12,8 @@
 
 namespace vexim {
 
-/// Replaces libcurl's own certificate store and name check by a trust. One for each easy handle.
+/// Lets a `Trust` check certificates and host names, in place of libcurl's own checks. One for each
+/// easy handle.
 class CurlTrust {
 public:
     CurlTrust() = default;

@@ -55,8 +55,8 @@ public:
     bool waitsForAnothersConnection() const;
     /// Ends that wait: it opens its own connection.
     void openOwnConnection();
-    /// Closes the connection at the end, unless others use it: it has been silent for too long, and
-    /// would be for the next request.
+    /// Closes the connection at the end, unless other exchanges use it. It has been silent for too
+    /// long, and probably would be for the next request, too.
     void giveUpConnection();
 
 private:

@@ -230,7 +230,7 @@ Clock::TimePoint URLLoad::nextLook() const {
                : next;
 }
 
-/// So that `checkPatience`, which comes later, does not take these bytes for new ones.
+/// Notes the time now, so that a later `checkPatience` does not take these bytes for new ones.
 void URLLoad::didMove(std::size_t uncounted) {
     lastMove_ = Clock::shared()->now();
     lastMoved_ = exchange_->bytesMoved() + static_cast<std::int64_t>(uncounted);

@@ -81,7 +81,7 @@ private:
     using TimePoint = Clock::TimePoint;
     enum class Phase { Idle, Exchanging, Deciding, Ended };
 
-    // Network thread only, from here to the members.
+    // The functions from here on run on the network thread only.
     HTTPExchange::Flow exchangeReceivedHead(HTTPURLResponsePtr head) override;
     HTTPExchange::Flow exchangeReceivedBody(std::string_view bytes) override;
     void exchangeSentBody(std::int64_t total) override;
@@ -98,7 +98,7 @@ private:
     void flushSent();
     void emit(LoadEvent::Any event);
     void end(ErrorPtr error);
-    /// Bytes came or went. `uncounted` of them are not in `bytesMoved` yet.
+    /// Call it when bytes were received or sent. `uncounted` of them are not in `bytesMoved` yet.
     void didMove(std::size_t uncounted = 0);
     /// Ends it if it was silent for too long. Otherwise returns when to check again.
     TimePoint checkPatience(TimePoint now);

@@ -41,7 +41,7 @@ struct URLRequest {
     /// Checks the certificates of the server and of all redirections. Without one the system's
     /// authorities are used. If it has an error, the task fails with -1200 before anything is sent.
     TrustChoice trust;
-    /// Who counts it; nullptr: nobody.
+    /// The meter that counts it; nullptr if none does.
     std::shared_ptr<Meter> meter;
 };
 

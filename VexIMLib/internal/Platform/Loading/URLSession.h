@@ -20,7 +20,7 @@ namespace vexim {
 /// Options for all tasks of a session. The defaults are the platform's.
 struct URLSessionConfiguration {
     /// The longest decoded answer that is held in memory; a longer one fails the task with -1103.
-    /// Collecting it takes up to twice as much for a moment.
+    /// While it is put together, it takes up to twice as much memory for a moment.
     std::int64_t maximumAnswerBytes = 16 * 1024 * 1024;
     /// How long a task may take in all before it fails with -1001.
     std::chrono::seconds timeoutForResource{7 * 24 * 3600};

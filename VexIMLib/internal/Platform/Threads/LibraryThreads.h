@@ -8,8 +8,8 @@ namespace vexim {
 /// The library's own threads and how they end with the process.
 ///
 /// The first thread registers the process's one exit hook, after OpenSSL has registered its own, so
-/// that no thread is inside OpenSSL when it is cleaned up. The hook wakes those who wait for the
-/// main queue, interrupts the threads, and waits for them.
+/// that no thread is inside OpenSSL when it is cleaned up. The hook wakes threads that wait for the
+/// main queue, interrupts the library's threads, and waits for them.
 namespace LibraryThreads {
 
 /// How long the hook waits for a thread that was interrupted.

@@ -5,7 +5,7 @@
 
 #include "VexIMLib/internal/Platform/Trust/TrustOptions.h"
 
-// OpenSSL's, which only sources include.
+// From OpenSSL, whose headers only sources include.
 struct x509_store_st;
 
 namespace vexim {
@@ -21,8 +21,8 @@ struct AuthorityReading {
 };
 
 /// Reads the certificates that `options` name, or the system's: all of them or none. A text that is
-/// cut off, or has anything but certificates and comments between them, is an error. Reads files,
-/// so it takes milliseconds.
+/// cut off, or that has anything but certificates and comments, is an error. Reads files, so it
+/// takes milliseconds.
 AuthorityReading readAuthorities(const TrustOptions& options);
 
 /// Changes if the files of `readAuthorities` change. Costs one system call if there is a file.

@@ -8,7 +8,7 @@
 
 #include "VexIMLib/internal/Platform/Trust/Trust.h"
 
-// OpenSSL's, which only sources include.
+// From OpenSSL, whose headers only sources include.
 struct ssl_st;
 
 namespace vexim {

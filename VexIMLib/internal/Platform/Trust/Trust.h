@@ -7,7 +7,7 @@
 #include "VexIMLib/internal/Platform/Trust/Authorities.h"
 #include "VexIMLib/internal/Platform/Trust/TrustOptions.h"
 
-// OpenSSL's, which only sources include.
+// From OpenSSL, whose headers only sources include.
 struct ssl_st;
 struct ssl_ctx_st;
 struct x509_store_ctx_st;
@@ -17,17 +17,18 @@ namespace vexim {
 class Trust;
 
 /// The result of a configuration's options: a trust, or a sentence that says why there is none.
-/// Then nothing may be sent.
+/// Without a trust nothing may be sent.
 struct TrustChoice {
     std::shared_ptr<const Trust> trust;
     std::string fault;
-    bool isEnvironments = false;  // the error matters to TLS connections only
+    bool isEnvironments = false;  // the fault is in the environment, so it matters only to TLS
 
     /// The error, if it prevents the connection.
     std::string hindrance(bool isSecure) const { return isEnvironments && !isSecure ? "" : fault; }
 
     /// Returns the same trust for equal options, until the authorities' file changes; without
-    /// options the system's. Reads files the first time. Any thread.
+    /// options, the trust in the system's authorities. Reads files the first time. Call from any
+    /// thread.
     static TrustChoice of(const Dictionary& options);
     static TrustChoice of(const TrustOptions& options);
 };

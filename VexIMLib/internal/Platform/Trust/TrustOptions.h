@@ -13,7 +13,7 @@ struct TrustOptions {
     std::string authorityPEM;   // PEM text; takes precedence over the file
     // SHA-256 of acceptable leaf keys (SPKI, RFC 7469), 32 bytes each; empty: any
     std::vector<std::string> pins;
-    // accept a certificate that signed itself; everything else is still checked
+    // accept a self-signed certificate; everything else is still checked
     bool acceptSelfSigned = false;
 
     friend bool operator==(const TrustOptions&, const TrustOptions&) = default;

@@ -13,8 +13,8 @@
 
 namespace vexim {
 
-/// The callbacks that wait for the peer's answer. It calls none of them. Its owner's lock guards
-/// it.
+/// The callbacks that wait for the peer's answer. It only keeps them; the owner calls them. The
+/// owner's lock guards it.
 ///
 /// Deadlines use a clock that stands still while reading is paused: an answer that we do not read
 /// is not late.
@@ -28,7 +28,7 @@ public:
     /// A timeout of 0 or less means no timeout.
     void add(Callback callback, std::chrono::milliseconds timeout, TimePoint now);
 
-    // Each callback is taken out once. It is empty if the caller gave none.
+    // Each callback is taken out once. It is empty if the application gave none.
 
     /// nullopt: answered before, timed out, or never requested.
     std::optional<Callback> take(std::uint64_t id);

@@ -46,17 +46,17 @@ public:
     void pushAll(std::vector<Item>& items);
     /// Items that no run has taken yet.
     std::size_t count() const;
-    /// True for one caller if something is new. That caller must get `deliverSome` to run.
+    /// Returns true to one caller if something is new. That caller must queue `deliverSome`.
     bool claimRun();
 
-    /// So much waits that the connection must end.
+    /// Whether so much waits that the connection must end.
     bool overflows() const;
     /// Pauses if "maxReadAhead" is reached. Returns whether it is.
     bool pauseIfFull();
     bool isPaused() const;
     /// Ends the pause, because the connection has ended.
     void endPause();
-    /// Subtracts what was delivered. True if that ends a pause.
+    /// Subtracts what was delivered. Returns true if that ends a pause.
     bool settle();
     Levels levels() const;
 

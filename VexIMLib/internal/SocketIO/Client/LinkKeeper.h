@@ -71,15 +71,15 @@ private:
 
     // Network thread only.
     std::shared_ptr<SocketIOLink> link_;
-    Epoch epoch_ = 0;  // the link's
+    Epoch epoch_ = 0;  // of the link
     Reconnector reconnector_;
-    Clock::TimePoint attemptedAt_;  // with a meter only
-    bool notedImpostor_ = false;    // of this link
+    Clock::TimePoint attemptedAt_;  // set only if there is a meter
+    bool notedImpostor_ = false;    // on this link
     bool preferWebSocket_ = false;
     std::optional<Epoch> waitingFor_;  // the epoch that waits for the next attempt
     Outbox sending_;
     std::vector<Delivery::Item> turn_;
-    std::optional<Clock::TimePoint> emittedAt_;  // the link's last event
+    std::optional<Clock::TimePoint> emittedAt_;  // when the link's last event was sent
     std::optional<Clock::TimePoint> ackArmedFor_;
     // Made when needed, and destroyed on this thread.
     std::unique_ptr<NetworkTimer> reconnectTimer_;

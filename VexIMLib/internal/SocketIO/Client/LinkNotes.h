@@ -16,7 +16,7 @@ struct LinkNote {
 
 /// For a transport that failed or closed; nullopt for other events.
 std::optional<LinkNote> noteOfTrip(const SessionEvent& what);
-/// Leaves out the server's own words.
+/// Leaves out the text of a refusal, which the server has written.
 LinkNote noteOfEnd(const action::Ended& ended, bool wasJoined);
 
 }  // namespace vexim

@@ -32,7 +32,7 @@ public:
     static std::size_t cost(const EncodedPacket& packet) noexcept;
     static std::size_t cost(std::string_view text) noexcept;
     static std::size_t cost(const Data& attachment) noexcept;
-    /// What of the first one's is not its own length.
+    /// The part of the first packet's cost that is not the length of its text and attachments.
     static std::size_t overhead(const Front& front) noexcept;
 
 private:

@@ -33,14 +33,14 @@ public:
     /// An attempt could not even begin.
     Verdict didNotStart() noexcept;
 
-    /// The wait before the attempt after `Retry`; `random` is 32 uniform bits.
+    /// After `Retry`: how long to wait before the attempt. `random` is 32 uniform bits.
     std::chrono::milliseconds wait(std::uint32_t random) const;
     /// Counts an attempt that begins now. Returns its number, from 1.
     std::uint32_t nextAttempt() noexcept { return ++attempt_; }
     /// Attempts since the last stable connection.
     std::uint32_t attempt() const noexcept { return attempt_; }
     bool isJoined() const noexcept { return joinedAt_.has_value(); }
-    /// The connection, or the wait for it, follows a loss.
+    /// Whether the connection, or the wait for it, follows a loss.
     bool isReconnecting() const noexcept { return isReconnecting_; }
 
 private:

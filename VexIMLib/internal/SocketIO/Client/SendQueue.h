@@ -27,7 +27,7 @@ ErrorPtr emitRefusal(EncodeFault encodeFault, EmitFault fault, std::string_view 
 /// What was emitted and not written yet, within its limits. Its owner's lock guards it.
 ///
 /// The network thread takes everything that waits at once, and reports later what it has written.
-/// Until then it counts.
+/// Until then the packets count.
 class SendQueue {
 public:
     struct Written {
@@ -44,7 +44,7 @@ public:
     EmitFault add(const EncodedPacket& packet);
     bool empty() const noexcept { return outbox_.empty(); }
 
-    /// True for one caller, which must then get the queue emptied.
+    /// Returns true to one caller, which must then wake the network thread to empty the queue.
     bool claimWake() noexcept;
     void wakeIsOver() noexcept { isWakeClaimed_ = false; }
 

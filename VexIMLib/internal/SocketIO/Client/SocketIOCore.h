@@ -42,7 +42,7 @@ public:
         virtual void start(Epoch epoch) = 0;
         /// Starts the next attempt now, if one is waiting.
         virtual void hurry() = 0;
-        /// Writes what is left, as far as that is possible at once, and disconnects.
+        /// Writes as much of `leftover` as the connection takes at once, then disconnects.
         virtual void stop(Outbox leftover) = 0;
         virtual void send() = 0;
         virtual void resumeReading() = 0;
@@ -53,7 +53,7 @@ public:
 
     /// Uses only the limits and the meter of `options`.
     SocketIOCore(const SocketIOOptions& options, std::shared_ptr<Clock> clock);
-    /// Before the first connection.
+    /// Call it before the first connection.
     void attach(std::weak_ptr<Network> network) { network_ = std::move(network); }
 
     // The client's operations; see SocketIOClient. Any thread.
@@ -104,14 +104,14 @@ public:
         bool pauses = false;     // so much that reading must pause
         bool hasToSend = false;
     };
-    /// `mayPause` only after the join: the messages that open a connection are short, and have a
-    /// deadline.
+    /// `mayPause` is true only after the join: the messages that open a connection are short, and
+    /// have a deadline.
     EndOfTurn endTurn(Epoch epoch, bool mayPause);
     bool isReadingPaused() const { return delivery_.isPaused(); }
     /// Subtracts what was written, and refills `sending` if that is empty. Returns whether there is
     /// something to write now; if not, the next emit calls `Network::send` again.
     bool refill(Epoch epoch, SendQueue::Written written, bool canEmit, Outbox& sending);
-    /// Fails what was not answered in time. Returns the next deadline, if there is one.
+    /// Fails the callbacks that got no answer in time. Returns the next deadline, if there is one.
     std::optional<Clock::TimePoint> expireAcks();
 
 private:
@@ -142,7 +142,7 @@ private:
 
     const std::shared_ptr<Clock> clock_;
     const std::shared_ptr<Meter> meter_;  // nullptr: nothing is counted
-    std::weak_ptr<Network> network_;      // constant once connected
+    std::weak_ptr<Network> network_;      // constant from the first connect on
     Delivery delivery_;                   // its own lock is taken after ours
     std::atomic<SocketIOStatus> status_{SocketIOStatusNotConnected};  // written with the mutex held
 
@@ -155,7 +155,7 @@ private:
     Acknowledgements acks_ VEXIM_GUARDED_BY(mutex_);
     bool closed_ VEXIM_GUARDED_BY(mutex_) = false;
 
-    const MeterSourceRegistration registration_{meter_, *this};  // the first to go
+    const MeterSourceRegistration registration_{meter_, *this};  // destroyed first
 };
 
 }  // namespace vexim

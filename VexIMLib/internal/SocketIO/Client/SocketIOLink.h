@@ -58,7 +58,7 @@ public:
     void resumeReading();
     /// Closes the connection in the background. `linkDidEnd` is called at once.
     void close() { apply(event::Close{}); }
-    /// Ends the link for the owner's reason.
+    /// Ends the link for a reason that the owner gives.
     void abort(EndCause cause, std::string why);
 
 private:
@@ -93,7 +93,7 @@ private:
     EngineSession session_;
     bool isOver_ = false;           // as reported to the owner
     SessionActions actions_;        // empty between events; keeps its capacity
-    std::size_t emittedBytes_ = 0;  // limit of unsent bytes
+    std::size_t emittedBytes_ = 0;  // at most this many unsent bytes are not pongs
     CookieJar cookies_;
     std::shared_ptr<WebSocketTransport> webSocket_;
     std::unique_ptr<PollingTransport> polling_;

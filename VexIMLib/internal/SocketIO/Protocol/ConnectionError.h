@@ -12,12 +12,12 @@
 
 namespace vexim {
 
-/// The text for a connection that ended without any other reason.
+/// The kind for a connection that ended without any other reason.
 VXIMConnectionErrorKind kindOf(EndCause cause) noexcept;
-/// The text for a WebSocket that did not open; `code` is the reason that a Socket.IO server gave.
+/// The kind for a WebSocket that did not open. `code` is the reason that a Socket.IO server gave.
 VXIMConnectionErrorKind kindOf(event::WebSocketFailed::Stage stage, int httpStatus,
                                std::optional<EngineError> code) noexcept;
-/// The text for a polling request that got no answer.
+/// The kind and the words for a polling request that got no answer.
 struct TransferFault {
     VXIMConnectionErrorKind kind;
     std::string_view words;

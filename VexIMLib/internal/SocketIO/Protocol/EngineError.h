@@ -6,8 +6,8 @@
 
 namespace vexim {
 
-/// Why a server refused a request. The answer's body says so: {"code": n, "message": …} or, for a
-/// WebSocket request, only the message. Numbered as on the wire.
+/// Why a server refused a request, as the body of its answer says: {"code": n, "message": …} or,
+/// for a WebSocket request, only the message. Numbered as on the wire.
 enum class EngineError : std::uint8_t {
     TransportUnknown = 0,  // switched off: try another one
     SessionUnknown = 1,    // expired, or another node answered

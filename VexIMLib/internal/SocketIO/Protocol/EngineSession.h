@@ -44,7 +44,7 @@ struct SessionConfig {
     std::size_t maxMessageBytes = std::size_t{16} << 20;
 };
 
-/// The events of a session. Views must live only during the call.
+/// The events of a session. Views need to be valid only during the call.
 namespace event {
 struct Start {};
 struct WebSocketOpened {};
@@ -319,7 +319,7 @@ private:
     std::optional<TimePoint> heartbeatDeadline_;  // a pong (3) or a ping (4) must come before this
     std::optional<TimePoint> nudgeDeadline_;
 
-    // The application is too slow. When the next pings are expected, for each kind.
+    // Used while the application is too slow: when the next ping of each kind is expected.
     struct Rhythm {
         std::optional<TimePoint> last;
         std::optional<TimePoint> next;

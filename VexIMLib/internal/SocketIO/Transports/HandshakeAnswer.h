@@ -18,8 +18,8 @@ namespace vexim {
 
 using HandshakeResponse = boost::beast::http::response<boost::beast::http::string_body>;
 
-/// What an accepting answer agrees to without being asked; nullptr if nothing. RFC 6455, section
-/// 4.1, says to refuse it.
+/// Names something that an accepting answer agrees to although we did not ask for it; nullptr if
+/// there is nothing. RFC 6455, section 4.1, says to refuse such an answer.
 const char* faultOfAgreement(const HandshakeResponse& response, const HeaderList& asked,
                              bool offeredDeflate);
 

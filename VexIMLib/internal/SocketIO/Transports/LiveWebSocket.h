@@ -101,16 +101,16 @@ private:
     boost::asio::steady_timer timer_;  // for the close
     ProxyAnswer proxyAnswer_;
     std::unique_ptr<TlsSession> tls_;
-    std::string plain_;  // decrypted, kept for its capacity only while TLS is used
+    std::string plain_;  // decrypted bytes; unused without TLS
     WebSocketStream stream_;
     OutgoingBytes raw_;
     bool awaitsRoom_ = false;
 
     bool isPaused_ = false;
     bool awaitsInput_ = false;
-    std::size_t portion_ = 0;         // the cost of the messages of this one
+    std::size_t portion_ = 0;         // the cost of its messages so far
     bool keepsRest_ = false;          // of a portion, in the stream
-    std::optional<std::string> end_;  // reason for the end of the input, after that rest
+    std::optional<std::string> end_;  // why the input ended; reported after that rest
 };
 
 }  // namespace vexim

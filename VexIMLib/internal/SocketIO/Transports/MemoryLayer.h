@@ -26,7 +26,7 @@ public:
     explicit MemoryLayer(executor_type executor) : executor_(std::move(executor)) {}
     executor_type get_executor() const noexcept { return executor_; }
 
-    /// Opens `bytes` for reading. They must stay valid meanwhile.
+    /// Opens `bytes` for reading. They must stay valid until they are read.
     void open(std::string_view bytes) {
         window_ = bytes;
         resume();

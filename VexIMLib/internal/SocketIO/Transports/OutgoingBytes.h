@@ -9,7 +9,7 @@ namespace vexim {
 /// Bytes that are being written to the system, which may take fewer than it is given.
 class OutgoingBytes {
 public:
-    /// Adds `bytes`, which is empty afterwards and may have other memory.
+    /// Adds `bytes`. Afterwards it is empty, and may own other memory.
     void take(std::string& bytes) {
         if (bytes_.empty()) {
             bytes_.swap(bytes);
@@ -29,8 +29,8 @@ public:
             bytes_.clear();
             sent_ = 0;
         } else if (sent_ >= bytes_.size() / 2) {
-            // If the server always leaves some bytes unread, we would keep everything that it has
-            // read.
+            // Otherwise a server that always leaves some bytes unread would make us keep everything
+            // that it has read.
             bytes_.erase(0, sent_);
             sent_ = 0;
         }

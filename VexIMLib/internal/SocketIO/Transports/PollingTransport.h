@@ -11,8 +11,8 @@ namespace vexim {
 /// Sends a session's payloads as HTTP requests. Network thread only.
 class PollingTransport {
 public:
-    /// `listener` must live until the transport is destroyed, or until `close` or `drop` is called.
-    /// After that nothing is called.
+    /// `listener` must live until the transport is destroyed, or until `close` is called. After
+    /// that it is not called any more.
     static std::unique_ptr<PollingTransport> create(TransportOptions options,
                                                     TransportListener& listener);
     virtual ~PollingTransport() = default;

@@ -44,7 +44,7 @@ public:
         };
         /// `bytes` are valid only during the call.
         virtual Next didReceiveMessage(bool isText, std::string_view bytes) = 0;
-        /// It has been answered.
+        /// The ping has already been answered.
         virtual void didReceivePing() = 0;
         virtual void didReceivePong() = 0;
     };

@@ -16,7 +16,7 @@ namespace vexim {
 class WebSocketTransport : public std::enable_shared_from_this<WebSocketTransport> {
 public:
     /// `listener` must live until the transport is destroyed, or until `close` or `drop` is called.
-    /// After that nothing is called.
+    /// After that it is not called any more.
     static std::shared_ptr<WebSocketTransport> create(TransportOptions options,
                                                       TransportListener& listener,
                                                       HostResolver& resolver);
