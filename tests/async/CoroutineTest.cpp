@@ -72,7 +72,7 @@ TEST(Task, DestroyedWhileItWaitsReleasesAllThatItHolds) {
     auto task = outer(held, log);
     task.start();
     EXPECT_FALSE(task.isDone());
-    task = outer(held, log);  // the former goes
+    task = outer(held, log);  // the old task is destroyed
     EXPECT_EQ(log, "+outer+inner-inner-outer");
     held.answer(1);
     settle();
@@ -80,10 +80,10 @@ TEST(Task, DestroyedWhileItWaitsReleasesAllThatItHolds) {
     settle();
     EXPECT_EQ(held.starts, 1) << "neither the late answer nor its end woke anybody";
 
-    // Answered, but destroyed before that has been delivered.
+    // Answered, but the task is destroyed before the answer is delivered.
     log.clear();
     task.start();
-    held.completion = nullptr;  // abandoned: on its way through the main queue
+    held.completion = nullptr;  // abandoned; the result is still in the main queue
     task = outer(held, log);
     settle();
     EXPECT_EQ(log, "+outer+inner-inner-outer");
@@ -128,7 +128,7 @@ TEST(Task, StartedOnAnotherThreadGoesOnOnTheMainOne) {
     Held held;
     std::string immediately, later;
     std::thread other([&] {
-        // Answered before the start has returned, and after.
+        // One is answered before its start has returned, one after.
         spawn(record(vexim::call([](Held::Completion done) {
                          MainQueue::shared().sync([&done] { done(1, nullptr); });
                      }),

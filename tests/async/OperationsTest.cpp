@@ -209,7 +209,7 @@ TEST_F(OperationsTest, ALoginOverADeadConnectionFailsAtOnceWithItsError) {
             EXPECT_EQ(dead->status(), row.kind == VXIMConnectionErrorLost
                                           ? VXIMClientStatusPaused
                                           : VXIMClientStatusOpening);
-            // "disconnect" told that, and no error
+            // a loss is reported by "disconnect", not by an error
             if (row.kind == VXIMConnectionErrorLost) continue;
             ASSERT_TRUE(told);
             EXPECT_EQ(told->code(), row.kind);
@@ -307,7 +307,7 @@ TEST_F(OperationsTest, ATransferIsEndedByTimeCancellationAndDestruction) {
         if (!connection.readRequest()) return;
         connection.write("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\npart");
         ++begun;
-        MainQueue::shared().async([] {});  // the test looks again
+        MainQueue::shared().async([] {});  // wakes the queue, so that the test checks again
         connection.waitForClose();
         ++left;
         MainQueue::shared().async([] {});

@@ -139,7 +139,7 @@ TEST(Mailbox, WakesWhoWaitsAlsoWhenItIsClosed) {
     });
     std::thread([&box, id] { box->answer(id, Outcome::Answer, "true"); }).join();
     std::thread([&box] { box->close(kError); }).join();
-    receiver.join();  // before its minute is over
+    receiver.join();  // it must not wait its whole minute
     EXPECT_EQ(got.size(), 1u);
 }
 

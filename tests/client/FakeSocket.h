@@ -99,7 +99,7 @@ private:
             [weak = weak_from_this(), event, arguments = std::move(arguments)] {
                 const auto self = std::static_pointer_cast<FakeSocket>(weak.lock());
                 if (!self) return;
-                const auto handlers = self->handlers_;  // a handler may remove them all
+                const auto handlers = self->handlers_;  // a copy: a handler may remove them
                 const auto [first, last] = handlers.equal_range(event);
                 for (auto entry = first; entry != last; ++entry) entry->second(arguments, {});
             });

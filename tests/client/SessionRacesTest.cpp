@@ -134,7 +134,7 @@ TEST_F(SessionRaces, TwoPausesAreToldOnce) {
     client->pause();
     settle();
     EXPECT_EQ(journal->take(), Lines{"didDisconnect at 3"}) << "a resume lies between";
-    socket().connect();  // by the application's own hand
+    socket().connect();  // as an application may do
     socket().accept();
     settle();
     client->pause();
@@ -242,7 +242,7 @@ TEST_F(SessionRaces, BothOfTwoLogoutsAreAnswered) {
     journal->take();
 
     service.answerWith(200, "{}");
-    // without one no request lies between the two
+    // without an installation, no request is needed between the two
     for (const char* installation : {"installation", ""}) {
         SCOPED_TRACE(installation);
         service.configuration()->setInstallationId(installation);
@@ -268,7 +268,7 @@ TEST_F(SessionRaces, WhoHearsOfTheStatusMayCallTheClientAndRunTheQueue) {
         heard.push_back(notification.userInfo->get("status").description());
         if (heard != Lines{"5", "6"}) return;
         client->logoutWithCompletion({});
-        // until it has looked for the connection
+        // long enough for the logout to check the connection
         for (int turn = 0; turn < 2; ++turn) vexim::MainQueue::shared().drain();
     };
     vexim::NotificationCenter::defaultCenter().addObserver(

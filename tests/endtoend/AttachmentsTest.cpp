@@ -144,7 +144,7 @@ TEST_F(Attachments, ASendIsCancelledInEveryStage) {
             transfer);
         EXPECT_FALSE(ended) << "not on the caller's turn";
         const std::weak_ptr<VXIMMessage> weak = message;
-        // by its sender; the operation keeps it
+        // release our own reference; the operation keeps the message alive
         const bool isReleased = stage == Stage::WhileTheServerIsSilent;
         if (isReleased) message = nullptr;
         cancelIn(stage, transfer, ended);
@@ -210,7 +210,7 @@ TEST_F(Attachments, NeitherASlowUploadNorABusyMainThreadDelaysRequestsOrTheHeart
     const auto count = [&](const Value&, const ErrorPtr&) { ++ended; };
     throttledForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, once(count), slow);
     ASSERT_TRUE(eventuallyElsewhere([&] { return arrived > 0; }));
-    // its phases want this thread
+    // reading this form needs this thread
     throttledForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, once(count), waiting);
 
     VXIMHTTPRequest::get("/other", std::nullopt, once(count));

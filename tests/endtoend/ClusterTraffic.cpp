@@ -1,6 +1,6 @@
 // The library while nodes, and their database, come and go (`scripts/cluster 3 --trouble kill --
 // build/dev/tests/endtoend/cluster_traffic`): completions run exactly once, no message comes twice
-// or out of its sender's order, and every loss is reported.
+// or in another order than its sender's, and every loss is reported.
 
 #include <chrono>
 #include <cstdlib>

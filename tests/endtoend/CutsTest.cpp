@@ -18,9 +18,10 @@ namespace {
 
 constexpr int kMessages = 10'000;
 constexpr int kCuts = 200;
-constexpr int kOnTheirWay = 20;  // handed over, and not yet at the server
+constexpr int kOnTheirWay = 20;  // sent, but not yet read by the server
 
-/// Keeps each connection's numbers, sends each back, and cuts a connection after some.
+/// Records the numbers that come over each connection, sends each back, and cuts the connection
+/// after some of them.
 class CuttingServer {
 public:
     explicit CuttingServer(std::uint32_t seed)
@@ -64,7 +65,7 @@ private:
                           R"("},"from":{"id":"u2","type":0},"to":{"id":"u1","type":0}})");
         }
         switch (way) {
-            case 0: return;  // an orderly close, with what was sent unread
+            case 0: return;  // an orderly close, with unread data
             case 1: return connection.reset();
             case 2:
                 peer.connection().write(LivePeer::frame(LivePeer::Close, ""));
@@ -135,7 +136,7 @@ TEST(Cuts, LoseAtMostWhatWasOnItsWayAndRepeatNothing) {
     int next = 0;
     std::vector<int> arrived;
     const auto connections = server.connections();
-    int cutsBefore = 0;  // since something arrived last
+    int cutsBefore = 0;  // since the last arrival
     for (const auto& numbers : connections) {
         for (const int& number : numbers) {
             EXPECT_GE(number, next) << "twice, or out of order";

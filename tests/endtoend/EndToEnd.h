@@ -128,7 +128,7 @@ protected:
         EXPECT_TRUE(eventually([&] { return !outcome.empty(); }));
         return outcome;
     }
-    /// The same for an operation that ends with something else; `read` makes text of it.
+    /// The same for an operation with another result, which `read` turns into text.
     template <class T>
     static std::string run(const std::function<void(std::function<void(T, ErrorPtr)>)>& start,
                            const std::function<std::string(const T&)>& read) {

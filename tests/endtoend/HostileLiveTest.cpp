@@ -88,7 +88,7 @@ TEST(HostileLive, AnUnreachableServerIsAnError) {
 }
 
 TEST(HostileLive, AResolverThatNeverAnswersHoldsUpOnlyWhoAsked) {
-    auto blocked = LiveClient::make("http://a.blocked.test");  // has its deadline in 20 seconds
+    auto blocked = LiveClient::make("http://a.blocked.test");  // its deadline is in 20 seconds
     blocked->login();
     for (const char* transport : {"forceWebsockets", "forcePolling"}) {
         SCOPED_TRACE(transport);
@@ -219,7 +219,7 @@ TEST(HostileLive, SilenceEndsASessionThatWasAlive) {
 }
 
 TEST(HostileLive, WrongTypesInAnyFieldOfAnyEventLoseNothing) {
-    // What the events carry, all in one.
+    // All fields of all events, in one object.
     const JSONResult whole = parseJSON(
         R"({"success":true,"id":"u1","error":{"errorCode":5,"errorMessage":"no"},"speaker":"u2","ts":1700000000000,)"
         R"("content":{"media":0,"body":"text"},"from":{"id":"u2","type":1,"gid":"g1"},"to":{"id":"g1","type":1}})");

@@ -34,7 +34,7 @@ void serveRequestsFrom(const std::string& origin) {
     vxim_configuration = configuration;
 }
 
-/// "domain code" of the error and of those beneath it.
+/// "domain code" of the error and of its underlying errors.
 std::string chain(const ErrorPtr& error) {
     if (!error) return "ok";
     const ErrorPtr below = error->underlyingError();
@@ -47,7 +47,7 @@ protected:
     HostileREST() { setKeepsFinishedDelegates(false); }  // or every answer stays in memory
     ~HostileREST() override { vxim_configuration = nullptr; }
 
-    /// Fetches a group from `origin`, with its retries; what the completion got.
+    /// Fetches a group from `origin`, with retries. Returns the error that the completion got.
     ErrorPtr fetchGroup(const std::string& origin) {
         serveRequestsFrom(origin);
         ErrorPtr result;
@@ -122,7 +122,8 @@ TEST_F(HostileREST, EveryAnswerEndsTheOperationOnce) {
     };
     for (const auto& each : cases) {
         SCOPED_TRACE(each.why);
-        // Announced, because otherwise an attempt may use the kept connection while it closes.
+        // Announce the close, because otherwise the next attempt may use the connection while it
+        // closes.
         std::string answer = each.answer;
         if (const auto line = answer.find("\r\n"); line != std::string::npos)
             answer.insert(line, "\r\nConnection: close");
@@ -209,7 +210,7 @@ public:
             ->resume();
     }
     bool hasEnded() const { return !outcome_.empty(); }
-    /// What the completion got.
+    /// Returns what the completion got.
     std::string outcome() {
         EXPECT_TRUE(eventually([&] { return !outcome_.empty(); }));
         return outcome_;

@@ -63,12 +63,12 @@ TEST(Leaving, TheProcessExitsAtOnceWhateverIsUnderWay) {
     for (const auto& each : cases) {
         SCOPED_TRACE(each.how);
         double best = 1e9;
-        for (int run = 0; run < 3; ++run) {  // the machine may be busy with something else
+        for (int run = 0; run < 3; ++run) {  // the best of three, because the machine may be busy
             std::atomic<int> reached{0};
             ScriptedServer server([&](Connection& connection) {
                 connection.readHead();
                 ++reached;
-                MainQueue::shared().async([] {});       // who waits for it looks again
+                MainQueue::shared().async([] {});  // wakes the queue, so that the test checks again
                 while (connection.pause(1h)) continue;  // neither reads nor answers
             });
             ChildProcess child({VEXIM_EXIT_CHILD, each.how,

@@ -8,8 +8,8 @@ using vexim::Value;
 
 namespace {
 
-// REST does not depend on the live connection's line; message history, which live messages feed, is
-// seen with each.
+// REST does not depend on the generation of the Socket.IO server, but the message history does,
+// because live messages fill it. So these tests run with each.
 class ServerResources : public EndToEnd {};
 INSTANTIATE_TEST_SUITE_P(Services, ServerResources, kServices, serviceName);
 

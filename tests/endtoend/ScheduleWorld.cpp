@@ -118,7 +118,7 @@ void ScheduleWorld::live(int steps) {
         act();
         expectAllowedStates();
     }
-    // Releases objects in any order; nothing waits.
+    // Release the objects in any order, without waiting for anything.
     while (!clients_.empty() || !delegates_.empty() || !observers_.empty() || !users_.empty() ||
            !groups_.empty() || !rooms_.empty() || !passengers_.empty() || !friends_.empty() ||
            !messages_.empty() || !transfers_.empty()) {
@@ -260,7 +260,7 @@ void ScheduleWorld::sendSystemMessage() {
         case 2:
             return client->sendSystemMessageToRoom(someMessage(), someId("r"),
                                                    mustRun<VXIMBooleanCompletion>());
-        default:  // goes nowhere, without a word
+        default:  // silently dropped
             return client->sendSystemMessage(VXIMMessage::messageWithText("x"), nullptr,
                                              mayRun<VXIMBooleanCompletion>());
     }
@@ -306,7 +306,7 @@ void ScheduleWorld::useUser() {
 void ScheduleWorld::useGroup() {
     const auto group = pick(groups_);
     if (!group) return;
-    try {  // after a bad answer the group's members may be no list any more
+    try {  // after a bad answer, the group's members may not be a list any more
         switch (below(4)) {
             case 0: return group->fetchWithBlock(mustRun<VXIMBooleanCompletion>());
             case 1: return group->addMembers({"u2"}, mustRun<VXIMBooleanCompletion>());

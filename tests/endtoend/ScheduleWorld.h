@@ -26,11 +26,11 @@ namespace vexim::testing {
 /// Its requests go to the shared configuration's service, which answers by `answer`.
 class ScheduleWorld : public std::enable_shared_from_this<ScheduleWorld> {
 public:
-    /// What happens on the other side of the live connections; does nothing where real servers
-    /// play.
+    /// Lets the other side of the live connections do something. Does nothing if the servers are
+    /// real.
     using ServerAct = std::function<void(std::mt19937& chance)>;
 
-    /// The file in `folder` that is uploaded; "download" beside it is where downloads go.
+    /// The file in `folder` that is uploaded; downloads go to "download" in the same folder.
     static constexpr const char* kPicture = "picture.png";
 
     ScheduleWorld(std::uint32_t seed, ManualClock& clock, const TemporaryFolder& folder,
@@ -52,7 +52,7 @@ private:
 
     void act();
     void expectAllowedStates() const;
-    /// For every callback: does something more, now and then.
+    /// Called in every callback. Sometimes does something more.
     void hook();
     std::size_t below(std::size_t bound) { return chance_() % bound; }
     Value someId(const char* kind) { return kind + std::to_string(below(10)); }
@@ -67,7 +67,7 @@ private:
         bag.push_back(object);
         return object;
     }
-    /// Lets go of one. The last reference may be this one.
+    /// Releases one of the objects, perhaps the last reference to it.
     template <class T>
     void release(Bag<T>& bag) {
         if (bag.empty()) return;

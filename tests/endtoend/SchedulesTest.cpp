@@ -1,8 +1,8 @@
 // Ten thousand random runs of an application: no completion runs twice, none is forgotten, and no
 // object leaks.
 //
-//   VEXIM_SCHEDULE_SEED=n    lives the life of that seed only
-//   VEXIM_SCHEDULES=n        lives so many
+//   VEXIM_SCHEDULE_SEED=n    runs only this seed
+//   VEXIM_SCHEDULES=n        runs this many seeds
 
 #include <gtest/gtest.h>
 
@@ -49,7 +49,7 @@ protected:
         vxim_configuration = configuration;
     }
 
-    /// Runs one seed to its end. False if no other needs to run.
+    /// Runs one seed to its end. Returns false if no further seed needs to run.
     bool live(std::uint32_t seed, VXIMClient::Impl::SocketFactory makeSocket,
               ScheduleWorld::ServerAct server) {
         SCOPED_TRACE("VEXIM_SCHEDULE_SEED=" + std::to_string(seed));
@@ -78,7 +78,7 @@ protected:
 
     ManualClock clock;
     const TemporaryFolder folder;
-    LogCapture log;  // many messages without a receiver are complained about
+    LogCapture log;  // drops the many warnings about messages without a receiver
 };
 
 /// The service's side of fake connections.
@@ -113,7 +113,7 @@ void play(std::mt19937& chance, const std::vector<std::weak_ptr<FakeSocket>>& so
 TEST_F(Schedules, OverFakeConnections) {
     std::unique_ptr<ScriptedServer> server;
     forEachSeed(10'000, [&](std::uint32_t seed) {
-        // each connection is a thread there until the server ends
+        // a new server now and then, because each connection keeps a thread until its server ends
         if (!server || seed % 200 == 0) {
             server = std::make_unique<ScriptedServer>([](ScriptedServer::Connection& connection) {
                 auto request = connection.readRequest();

@@ -12,7 +12,7 @@
 namespace vexim::testing {
 namespace {
 
-/// JSON on one line if that is bearable, else an entry a line.
+/// JSON on one line if that is short enough, otherwise one entry per line.
 std::string print(const Value& value, const std::string& indent = "") {
     std::vector<std::string> heads;
     std::vector<Value> items;
@@ -58,7 +58,7 @@ std::string request(const Value& entry) {
            entry.get("type").description() + ")";
 }
 
-/// Who it is, for readers.
+/// A name for the page.
 std::string nameOf(const Value& id) {
     if (id.isNil()) return "stranger";
     return std::regex_match(id.description(), std::regex("p[0-9a-f]{16}")) ? "visitor"
@@ -96,7 +96,7 @@ std::vector<Exchange> recorded(const Array& log) {
 
 namespace {
 
-/// The steps of a `live` example: a step goes on in lines that are indented or close a bracket.
+/// The steps of a `live` example: lines that are indented or close a bracket continue a step.
 std::vector<std::string> stepsOf(const std::string& example) {
     std::vector<std::string> steps;
     std::istringstream lines(example);

@@ -18,12 +18,12 @@ using Exchange = std::pair<std::string, std::string>;
 
 /// The log of the service, as the page would show it.
 std::vector<Exchange> recorded(const Array& log);
-/// What the page shows; a `live` example is as many exchanges as it has steps.
+/// The exchanges that the page shows. Each step of a `live` example is one exchange.
 std::vector<Exchange> documented(const std::vector<PageExample>& examples);
 /// An exchange without what differs from run to run, and without white space, which follows the
 /// lengths.
 std::string form(std::string text);
-/// The page with `exchanges` in the places of its examples; throws where one does not fit.
+/// The page with its examples replaced by `exchanges`. Throws if one does not fit.
 std::string pageWith(const std::string& page, const std::vector<PageExample>& examples,
                      const std::vector<Exchange>& exchanges);
 

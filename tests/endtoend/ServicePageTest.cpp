@@ -2,10 +2,10 @@
 // examples must equal the exchanges in the service's log, in order. What differs from run to run
 // (times, generated ids, file names) is compared by its form.
 //
-// After a change that is meant, `VEXIM_RECORD_SERVICE_PAGE=1 endtoend_test
-// --gtest_filter=*ServicePage*Node4` writes the exchanges into the page. Each takes the place of
-// the example that was there; a new one wants an empty example first ("GET" in an `http` block, "-"
-// in a `live` block).
+// After an intended change, `VEXIM_RECORD_SERVICE_PAGE=1 endtoend_test
+// --gtest_filter=*ServicePage*Node4` writes the exchanges into the page. Each replaces the example
+// that was there. For a new one, add an empty example first ("GET" in an `http` block, "-" in a
+// `live` block).
 
 #include <algorithm>
 #include <chrono>
@@ -34,7 +34,7 @@ protected:
 
     static void succeeds(const Start& start) { EXPECT_EQ(run(start), "yes"); }
     static void isRefused(const Start& start) { EXPECT_TRUE(run(start).starts_with("no VX")); }
-    /// For operations that end with something else.
+    /// For operations with other results.
     template <class T>
     static T resultOf(const std::function<void(std::function<void(T, ErrorPtr)>)>& start) {
         T kept{};
@@ -56,7 +56,8 @@ protected:
         if (!log.value.isArray()) throw std::runtime_error("the service's log is no list");
         return *log.value.asArray();
     }
-    /// Runs the main queue until so many connections have ended: of some, nobody hears.
+    /// Runs the main queue until this many connections have ended, by the service's log: no client
+    /// is told about some of them.
     void awaitLeaves(std::size_t count) const {
         const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (log("?kind=leave").size() < count && std::chrono::steady_clock::now() < giveUp)

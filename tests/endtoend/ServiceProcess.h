@@ -8,10 +8,10 @@
 
 namespace vexim::testing {
 
-/// The development service as a child process on a free loopback port, over the Socket.IO server of
-/// one line. It ends with this object, and also if the test crashes. When VEXIM_SERVICE_URL and
-/// VEXIM_SERVICE_NODE are set (`scripts/cluster` does), it is what runs there instead: behind the
-/// first address, with the control endpoint at the second.
+/// The development service as a child process on a free loopback port, with one generation of
+/// Socket.IO servers. It ends with this object, and also if the test crashes. When
+/// VEXIM_SERVICE_URL and VEXIM_SERVICE_NODE are set (`scripts/cluster` does), it is the service
+/// that already runs there: at the first address, with its control endpoint at the second.
 class ServiceProcess final : public ServiceUnderTest {
 public:
     explicit ServiceProcess(const std::string& socketIOLine);

@@ -194,7 +194,7 @@ TEST(JSON, LetsTheLastOfRepeatedKeysWinInTheFirstPlace) {
 }
 
 TEST(JSON, PartsOfAShortTextOutliveTheRest) {
-    // Its values share one block of memory. The numbers do not all fit, so some are elsewhere.
+    // The values share one block of memory. Not all of the numbers fit, so some are elsewhere.
     const std::string kLong = "a text too long for a value of its own";
     const std::string text = R"({"one":{"id":")" + kLong + R"("},"one":[")" + kLong +
                              R"(","b"],"numbers":[)" + repeated("1,", 60) + R"(0],"two":{"id":")" +
@@ -211,7 +211,7 @@ TEST(JSON, PartsOfAShortTextOutliveTheRest) {
         list.mutableArray().append(kLong);
         Value().swap(list);
     }).join();
-    // a text that breaks off releases its memory
+    // a truncated text releases its memory
     EXPECT_TRUE(parseJSON(text.substr(0, text.size() - 1)).error);
     overwriteFreeMemory();
     EXPECT_EQ(id, Value(kLong));
@@ -256,7 +256,7 @@ TEST(JSON, WritesWhatItReadsBackAsTheSame) {
     }
     const std::string controls(300'000, '\x01');
     EXPECT_EQ(read(written(controls)), controls) << "six times as long when written";
-    // Texts are looked at and copied eight bytes at once.
+    // Texts are checked and copied eight bytes at a time.
     for (std::size_t length = 0; length <= 18; ++length) {
         for (std::size_t at = 0; at <= length; ++at) {
             for (int byte = 0; byte < 0x80; ++byte) {

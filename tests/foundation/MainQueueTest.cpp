@@ -131,7 +131,7 @@ TEST_F(MainQueueTest, AStepGoesOnWherePredicatesLoopsAndExceptionsComeBetween) {
     const auto countTo = [&](int most) {
         steps = 0;
         detail::asyncSteps([&, most] {
-            if (steps == most) return false;  // a loop inside has done it all
+            if (steps == most) return false;  // a nested run has done all of them
             ++steps;
             if (std::exchange(throws, false)) throw std::runtime_error("the application's");
             if (std::exchange(nests, false)) {
@@ -238,7 +238,7 @@ TEST_F(MainQueueTest, RunUntilEndsByPredicateQuitOrTime) {
     queue().async([&] { said += "c"; });
     EXPECT_FALSE(queue().runUntil([] { return false; }, std::chrono::nanoseconds::max()));
     EXPECT_EQ(said, "ab");
-    queue().quit();  // nobody runs: forgotten
+    queue().quit();  // without effect, because nothing runs
     queue().async([&] { queue().quit(); });
     queue().run();
     EXPECT_EQ(said, "abc");
@@ -326,7 +326,7 @@ TEST(MainQueueDeathTest, SyncAnswersFalseOnceTheProcessExits) {
             waiting.join();
             std::thread late([&] { refused += !queue().sync([] { std::abort(); }); });
             late.join();
-            queue().drain();  // what was given up does not run afterwards
+            queue().drain();  // abandoned functions do not run later
             std::_Exit(refused == 2 ? 7 : 1);
         },
         ::testing::ExitedWithCode(7), "");
@@ -339,7 +339,7 @@ TEST(MainQueueDeathTest, ADelayWithoutEndNeverComes) {
             queue().after(std::chrono::nanoseconds::max(), [] { std::abort(); });
             queue().drain();
             const bool isNever = queue().nextDeadline() == Clock::TimePoint::max();
-            // And a host that comes later finds what was queued before.
+            // A host that comes later finds what was queued before.
             queue().async([] {});
             pollfd host = {};
             host.fd = queue().fileDescriptor();
@@ -353,7 +353,7 @@ TEST(MainQueueDeathTest, ExitFromInsideASyncFreesTheThreadThatWaitsForIt) {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(
         {
-            // Static, because the waiting thread's stack is gone once it was released.
+            // Static, because the stack of the waiting thread is gone after its release.
             static std::atomic<bool> answer{true};
             static std::thread waiting;
             waiting = std::thread([] {

@@ -37,7 +37,8 @@ TEST_F(MetricsTest, CountersAndHistogramsAreWrittenAsPrometheusReadsThem) {
     meter->add(Metric::EventsReceivedBytes, 0, 9'007'199'254'740'993);
     for (const auto duration : {5ms, 6ms, 250ms, 70'000ms, -1ms})
         meter->observe(Metric::ConnectDuration, 0, duration);
-    const char* const german = std::setlocale(LC_ALL, "de_DE.UTF-8");  // has a comma, where it is
+    const char* const german =
+        std::setlocale(LC_ALL, "de_DE.UTF-8");  // decimal comma, if installed
     EXPECT_EQ(linesOf("vexim_logins_total", {{"node", "a \"b\"\\\nc"}}),
               "# HELP vexim_logins_total Logins that the service answered, including those after "
               "reconnects.\n"
@@ -83,7 +84,7 @@ TEST_F(MetricsTest, TheLinesOfSeveralStandTogetherByName) {
     auto all = metrics->read({{"tenant", "a"}});
     for (auto& metric : other->read({{"tenant", "b"}})) all.push_back(std::move(metric));
     const std::string text = VXIMMetrics::prometheusTextOf(all);
-    // A server refuses a name that is described twice, or whose lines stand apart.
+    // A server refuses a name that is described twice, or whose lines are not together.
     EXPECT_EQ(text.find("# TYPE vexim_logins_total"), text.rfind("# TYPE vexim_logins_total"));
     EXPECT_NE(text.find("vexim_events_sent_total{tenant=\"a\"} 0\n"
                         "vexim_events_sent_total{tenant=\"b\"} 0\n"),
@@ -116,7 +117,7 @@ TEST_F(MetricsTest, TheMainQueueTellsHowMuchIsInLine) {
     EXPECT_EQ(metrics->total("vexim_main_queue_length"), 0);
 }
 
-/// One that has so much waiting for as long as it lives.
+/// Reports this amount as waiting, as long as it lives.
 struct Waiting final : Meter::Source {
     explicit Waiting(std::shared_ptr<Meter> meter) : registration(std::move(meter), *this) {}
     void addLevels(Meter::Figures& figures) const override {

@@ -185,7 +185,7 @@ TEST(EmbeddedObserver, HearsOfItsOwnValueInItsPlaceAmongAllObservers) {
     a->join();
     EXPECT_EQ(told("came", "u1"), "+ba") << "again, in a new place";
 
-    // Who is removed, or dies, while others are told hears nothing any more.
+    // An observer that is removed or destroyed during a post is not called any more.
     shared.removeObserver(plain.get());
     shared.addObserver(plain, "", nullptr, [&](const Notification&) {
         shared.removeObserver(c.get());

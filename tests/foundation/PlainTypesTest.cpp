@@ -56,7 +56,7 @@ TEST(Base64, WritesAndReadsThePublishedTexts) {
         EXPECT_EQ(decodeBase64(text), bytes);
     }
     EXPECT_EQ(decodeBase64("Zh=="), "f") << "bits that nothing needs";
-    // longer than what is read and written at once, with an end of each kind
+    // longer than one piece of reading and writing, with each kind of padding
     for (const std::size_t size : {3'145'728U, 3'145'729U, 6'291'458U}) {
         std::string bytes(size, '\0');
         for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 7 + i / 251);
@@ -120,7 +120,7 @@ TEST(Random, IsReplacedForEverybodyAndPutBack) {
     }
     EXPECT_EQ(runs[0], runs[1]);
     EXPECT_EQ(Random::shared(), Random::system());
-    // a few refills' worth; about one pair in a thousand runs would fall together
+    // enough for a few refills; two numbers are equal in about one of a thousand runs
     std::set<std::uint32_t> drawn;
     for (int i = 0; i < 3000; ++i) drawn.insert(Random::system()->next32());
     EXPECT_GT(drawn.size(), 2990u);
@@ -137,7 +137,7 @@ TEST(Log, GoesToTheSinkThatIsSet) {
     setLogSink(LogLevel::Warning, [&calls](LogLevel level, std::string_view) {
         ++calls;
         log(level, "a sink that logs does not hear itself");
-        throw 1;  // and what it throws stops nothing
+        throw 1;  // and its exception is dropped
     });
     for (const auto level : {LogLevel::Info, LogLevel::Warning, LogLevel::Error})
         log(level, "line");

@@ -1,7 +1,7 @@
 // Anything through the C interface: the input's lines are sent as requests, executed, and used as
-// configurations. Each request has exactly one answer, the answers are JSON, and when all clients
-// are freed nothing comes any more. Operations of the store go to a client that has one, too, in a
-// folder that goes in the end.
+// configurations. Each request has exactly one answer, the answers are JSON, and nothing comes
+// after all clients are freed. Operations of the store also go to a client with a store, in a
+// folder that is removed at the end.
 
 #include <cstdint>
 #include <cstdlib>
@@ -48,7 +48,7 @@ vexim_client clientWithStore() {
     return client;
 }
 
-/// Whether the store answers it soon, and goes on afterwards.
+/// Whether it is an operation of an open store that leaves it open.
 bool isForStore(const std::string& line) {
     const std::string name = vexim::parseJSON(line).value.get("@op").asString().value_or("");
     const bool isOfStore = name.starts_with("VXIMConversations.") ||
@@ -73,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         const auto end = rest.find('\n');
         const std::string line(rest.substr(0, end));
         rest.remove_prefix(end == rest.npos ? rest.size() : end + 1);
-        // What writes files or to the terminal is left out.
+        // Leave out requests that write to files or the terminal.
         if (line.find("path") != line.npos || line.find("Path") != line.npos ||
             line.find("setLog") != line.npos)
             continue;

@@ -1,5 +1,5 @@
-// Any bytes as JSON: what is read is written, read again and must be the same; what is accepted
-// agrees with Boost.JSON's own reader, but for the differences that are ours on purpose.
+// Any bytes as JSON. What is read is written and read again, and must be the same. The same texts
+// are accepted as by Boost.JSON's own reader, except for our intended differences.
 
 #include <boost/json.hpp>
 #include <cstdint>
@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
                 read.error->localizedDescription().find("exponent overflow") != std::string::npos);
         return 0;
     }
-    // Halves of surrogate pairs are mended, and a byte order mark is skipped.
+    // We replace halves of surrogate pairs, and skip a byte order mark.
     require(peerAccepts(text) || text.find("\\u") != std::string_view::npos ||
             text.starts_with("\xEF\xBB\xBF"));
 

@@ -1,5 +1,5 @@
-// Any JSON object as a message's payload: it makes a message, whatever its fields hold; every
-// property can be read; and what is written back reads as the same message.
+// Any JSON object as a message's payload: it makes a message whatever the fields contain, every
+// property can be read, and what is written can be read again as the same message.
 
 #include <cstdint>
 #include <cstdlib>
@@ -28,7 +28,7 @@ void read(VXIMMessage& message) {
     (void)message.copy();
 }
 
-/// Dynamic properties are strict: one whose value is of another kind raises.
+/// Dynamic properties are strict: reading a value of another type raises.
 template <class Read>
 void readStrictly(Read read) {
     try {

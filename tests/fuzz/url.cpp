@@ -1,5 +1,5 @@
-// Any path, key and value as a request's URL: what comes out is a URL that reads again as itself,
-// or none at all; and neither path nor query can leave the service's origin or break out of a line.
+// Any path, key and value as a request's URL: the result is a URL that stays the same when it is
+// parsed again, or none. Neither path nor query can leave the service's origin or start a new line.
 
 #include <cstdint>
 #include <cstdlib>

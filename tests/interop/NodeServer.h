@@ -27,7 +27,7 @@ public:
         return (isSecure_ ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port_);
     }
     void command(const Dictionary& what) { process_.writeLine(writeJSON(what).text); }
-    /// The next line that it printed; nil when none comes within seconds.
+    /// The next line that it printed; nil if none comes within a few seconds.
     Value nextLine() {
         const auto line = process_.readLine();
         return line ? parseJSON(*line).value : Value();

@@ -43,7 +43,7 @@ protected:
             config.set("tls", Dictionary{{"cert", identity.certificatePEM},
                                          {"key", identity.privateKeyPEM}});
         }
-        // Heartbeats come soon enough to be seen.
+        // Short intervals, so that the test sees heartbeats.
         config.set("options", Dictionary{{"pingInterval", 200}, {"pingTimeout", 2000}});
         return config;
     }
@@ -272,7 +272,8 @@ std::vector<Peer> peers() {
     for (const char* version : {"2.0", "2.5", "3.1", "4.0", "4.8"}) {
         for (const char* transport : {"websocket", "polling", "upgrade"}) {
             for (const bool isSecure : {false, true}) {
-                // The small set: each server and each way once, TLS where the transports differ.
+                // The small set: each server and each transport once, and TLS where the transports
+                // differ.
                 const bool isLine = std::string(version) == "2.5" || std::string(version) == "4.8";
                 const bool isChosen = isSecure ? std::string(version) == "4.8"
                                                : isLine || std::string(transport) == "websocket";

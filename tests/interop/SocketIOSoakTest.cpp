@@ -1,5 +1,5 @@
-// The client over thousands of connections: nothing is left behind, nothing comes twice or out of
-// order. VEXIM_INTEROP_ALL=1 runs it at full length.
+// The client over thousands of connections: nothing leaks, and nothing comes twice or out of order.
+// VEXIM_INTEROP_ALL=1 runs it at full length.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -18,7 +18,7 @@
 #include "support/Eventually.h"
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kIsSanitized = true;  // memory is kept aside on purpose
+constexpr bool kIsSanitized = true;  // sanitizers keep freed memory
 #else
 constexpr bool kIsSanitized = false;
 #endif
@@ -77,7 +77,7 @@ TEST(SocketIOSoak, CyclesOfConnectingAndDroppingLeaveNothingBehind) {
             resident = residentKiB();
         }
     }
-    // Polling keeps some connections to the server for later; they come and go.
+    // Polling keeps some connections to the server open for later requests; their number changes.
     EXPECT_TRUE(eventually([&] { return entriesOf("/proc/self/fd") <= files + 4; }))
         << entriesOf("/proc/self/fd") << " of " << files;
     EXPECT_LE(entriesOf("/proc/self/task"), threads);
@@ -128,7 +128,7 @@ TEST(SocketIOSoak, CutsLoseButNeverRepeatOrReorder) {
         int losses = 0;
         client->on("disconnect", [&](const Array&, const AckEmitter&) {
             ++losses;
-            client->networkDidChange();  // or it would wait
+            client->networkDidChange();  // otherwise it would wait
         });
         client->on("error", [&](const Array&, const AckEmitter&) { client->networkDidChange(); });
         client->connect();
@@ -149,11 +149,12 @@ TEST(SocketIOSoak, CutsLoseButNeverRepeatOrReorder) {
                                     }
                                 }));
             if (n >= nextCut) {
-                // With whatever is on its way in either direction.
+                // Cut while data is on its way in both directions.
                 server.command({{"cut", true}});
                 ++cutsDone;
                 ASSERT_FALSE(server.nextLine().isNil());
-                // Polling may live through a cut between two requests: then everything is answered.
+                // A cut between two requests does not matter to polling: then everything is
+                // answered.
                 const bool mustLose = std::string(transport) == "forceWebsockets";
                 ASSERT_TRUE(eventually([&] {
                     return mustLose ? losses == cutsDone

@@ -147,7 +147,7 @@ TYPED_TEST(LoopsTest, AFloodLeavesTheLoopItsTimers) {
     this->host.after(16ms, [&] { ranAtTimer = ran; });
     const auto due = std::chrono::steady_clock::now() + 16ms;
     for (int i = 0; i < kAll; ++i) {
-        queue().async([&] {  // takes a millisecond at least, so that counting is measuring
+        queue().async([&] {  // takes at least a millisecond, so the count is a measure of time
             const auto end = std::chrono::steady_clock::now() + 1ms;
             while (std::chrono::steady_clock::now() < end) continue;
             ++ran;

@@ -41,7 +41,7 @@ TEST(DynamicProperty, AllocatesNothingInAGet) {
     const std::shared_ptr<Meter> meters[] = {vexim::create<Meter>(Dictionary{}),
                                              vexim::create<SecondMeter>(Dictionary{})};
     std::int64_t before = 0;
-    for (int again = 0; again < 2; ++again) {  // the first gets of each class find the way
+    for (int again = 0; again < 2; ++again) {  // each class caches its look-up in the first round
         before = vexim::testing::heapAllocations();
         for (const auto& meter : meters) {
             if (again == 0) reading.set(*meter, 7);

@@ -41,7 +41,7 @@ struct Account : VXIMRuntimeObject {
     }
 };
 
-/// Computes its count, and keeps the rest elsewhere.
+/// Computes "count", and stores "level" under another key path.
 struct NestedAccount : Account {
     using Account::Account;
 

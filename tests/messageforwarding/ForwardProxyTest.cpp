@@ -291,7 +291,7 @@ struct Backed : VXIMRuntimeObject {
 
 class BackedProxy : public testing::Test {
 protected:
-    LogCapture log;  // the warnings are another test's matter
+    LogCapture log;  // drops the warnings, which another test checks
     std::shared_ptr<Backed> backed =
         vexim::create<Backed>(Dictionary{{"title", "in the store"}, {"inherited", 1}});
 };

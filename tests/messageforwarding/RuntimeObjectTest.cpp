@@ -15,7 +15,7 @@ using vexim::Class;
 using vexim::Dictionary;
 using vexim::Value;
 
-/// Its "pid" lives under "id", its "name" among the attributes, and it wants an entry at least.
+/// Its "pid" is stored under "id" and its "name" among the attributes. It needs at least one entry.
 struct Traveller : VXIMRuntimeObject {
     using VXIMRuntimeObject::VXIMRuntimeObject;
 

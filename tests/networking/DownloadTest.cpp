@@ -73,7 +73,7 @@ TEST_F(DownloadTest, TheBodyGoesToTheStreamAndTheResultIsTheTargetPath) {
     EXPECT_TRUE(std::filesystem::is_directory(vexim::temporaryDirectory() + "/vexora"));
 }
 
-/// Has space only every other time it is asked, and takes a thousand bytes at most.
+/// Has space only every second time, and takes at most a thousand bytes.
 class ReluctantStream : public OutputStream {
 public:
     using OutputStream::OutputStream;
@@ -137,7 +137,7 @@ TEST_F(DownloadTest, AFileAppearsUnderItsNameWhenItIsWhole) {
     EXPECT_EQ(downloadTo(target), '"' + target.string() + '"');
     EXPECT_TRUE(contentsOf(target) == contents);
 
-    // more than an answer in memory may have
+    // more than the limit for answers in memory
     answerEverything(200, std::string(17 << 20, 'x'));
     EXPECT_EQ(downloadTo(target), '"' + target.string() + '"');
     EXPECT_EQ(std::filesystem::file_size(target), std::uintmax_t{17} << 20);
@@ -278,7 +278,7 @@ TEST_F(DownloadTest, AHandleHearsOfTheBytes) {
     EXPECT_EQ(bytesOf(VXIMTransfer::transfer()), "300000 of an unknown total");
 }
 
-/// While it lives no file of this process grows beyond `bytes`, as if the disk were full.
+/// While this lives, no file of this process grows beyond `bytes`, as if the disk were full.
 class FullDisk {
 public:
     explicit FullDisk(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {

@@ -25,7 +25,7 @@ using vexim::Value;
 
 namespace {
 
-/// Three bytes; notes what happens to it, and where.
+/// A stream of three bytes. Records what happens to it, and on which thread.
 class NotedStream final : public InputStream {
 public:
     using InputStream::InputStream;
@@ -76,8 +76,8 @@ protected:
         return bytes;
     }
 
-    /// The same by a reader that waits for nothing itself; `pieces` gets the length of each piece
-    /// that a pause follows.
+    /// The same with a reader that does the pauses itself. `pieces` gets the number of bytes
+    /// between the pauses.
     static std::string readPieces(InputStream& stream, std::size_t step,
                                   std::vector<std::int64_t>* pieces = nullptr) {
         std::string bytes;
@@ -243,7 +243,7 @@ TEST_F(MultipartTest, ThrottlingBoundsEveryReadAndCopiesAreUnthrottled) {
     EXPECT_EQ(copy->read(buffer.data(), buffer.size()),
               static_cast<std::int64_t>(stream->contentLength()));
 
-    // Who waits by himself gets the same packets.
+    // A reader that does the pauses itself gets the same packets.
     const auto again = std::static_pointer_cast<InputStream>(stream->again());
     std::vector<std::int64_t> packets;
     EXPECT_EQ(readPieces(*again, buffer.size(), &packets).size(), stream->contentLength());

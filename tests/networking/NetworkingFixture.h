@@ -22,7 +22,7 @@
 /// `domain code "description" temporary over domain code`.
 std::string describe(const vexim::Value& result, const vexim::ErrorPtr& error);
 
-/// A configuration that points at a server of the test, a clock that is turned by hand, and a
+/// A configuration that points at a server of the test, a clock that is advanced by hand, and a
 /// folder for files.
 class NetworkingTest : public ::testing::Test {
 protected:
@@ -55,6 +55,6 @@ private:
     std::vector<vexim::testing::WireRequest> requests_;
 };
 
-/// Bytes without a pattern, so that nothing shifted or swapped goes unnoticed; the same for the
-/// same size.
+/// Bytes without a pattern, so that a shift or a swap is noticed. Always the same for the same
+/// size.
 std::string noise(std::size_t size);

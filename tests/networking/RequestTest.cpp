@@ -159,7 +159,7 @@ TEST_F(RequestTest, IsCountedByItsOutcome) {
             if (metric.name != "vexim_request_duration_seconds") continue;
             for (const auto& series : metric.series) seconds += series.value;
         }
-        // a retry begins within the last second of a turn of the clock
+        // a retry may begin up to a second before the clock's next step
         EXPECT_GE(seconds, test.seconds);
         EXPECT_LE(seconds, test.seconds + test.attempts - 1);
     }
@@ -235,7 +235,7 @@ TEST_F(RequestTest, WithoutAUsableURLNothingIsSent) {
     EXPECT_TRUE(requests().empty());
 }
 
-/// Gives the numbers it was made with, one after the other.
+/// Returns the given numbers, one after the other.
 class FixedRandom : public vexim::Random {
 public:
     explicit FixedRandom(std::vector<std::uint32_t> numbers) : numbers_(std::move(numbers)) {}
@@ -272,7 +272,7 @@ TEST_F(RequestTest, RetriesComeAfterOneToTwoSecondsEachSignedAnew) {
     EXPECT_TRUE(sent[1].header("X-VX-Request-Sign").ends_with(",1700000001"));
     EXPECT_TRUE(sent[2].header("X-VX-Request-Sign").ends_with(",1700000003"));
 
-    // The count is never reset: sent again, the request has no attempt to spare.
+    // The count is never reset: a request that is sent again gets no retry.
     outcomeOf([&](VXIMResultCompletion done) { request->sendWithCompletion(std::move(done)); });
     EXPECT_EQ(requests().size(), 4u);
     vexim::Random::setShared(nullptr);
@@ -325,7 +325,7 @@ TEST_F(RequestTest, ARedirectKeepsMethodHeadersAndBody) {
     }
 }
 
-/// What an application captured in a callback: notes where it died.
+/// An object that an application captured in a callback. Records on which thread it is destroyed.
 class Captured {
 public:
     explicit Captured(std::string& death) : death_(death) {}
@@ -390,7 +390,7 @@ TEST_F(RequestTest, OldPlatformsCreateOneTaskAtATime) {
     auto old = before;
     old.foundationVersionNumber = 1140.10;
     vexim::setDeviceInfo(old);
-    int inside = 0;  // a race here would be a failure by itself
+    int inside = 0;  // not atomic: a race would show in tsan
     int most = 0;
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
@@ -430,7 +430,7 @@ TEST_F(RequestTest, OperationsOutliveWhoeverStartedThem) {
         request->sendWithCompletion(std::move(done));
     });
     EXPECT_TRUE(eventuallyElsewhere([&] { return ended.expired(); }));
-    VXIMHTTPRequest::get("/x", std::nullopt, nullptr);  // nobody wants to know
+    VXIMHTTPRequest::get("/x", std::nullopt, nullptr);  // without a completion
     EXPECT_TRUE(eventuallyElsewhere([&] { return requests().size() == 22; }));
 }
 

@@ -248,7 +248,7 @@ TEST_F(UploadTest, IsRetriedOnlyUntilProgressWasReported) {
 }
 
 TEST_F(UploadTest, WhatCannotBeGivenAgainEndsWithTheFirstError) {
-    // nothing more is written: one byte comes, and no end
+    // only one byte is written, and the stream never ends
     const auto [input, output] = vexim::boundStreams(100);
     serve([](Connection& connection) {
         connection.readHead();
@@ -395,7 +395,7 @@ TEST(UploadDeathTest, TheProcessEndsWhileABodyWaitsForTheMainThread) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            // a listener without a thread, which the exit would have to end
+            // a listener without a thread: the exit would have to wait for a thread
             boost::asio::io_context context;
             boost::asio::ip::tcp::acceptor listener(context,
                                                     {boost::asio::ip::address_v4::loopback(), 0});

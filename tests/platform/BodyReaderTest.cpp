@@ -20,7 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Gives three bytes, one by one, or a flood. What comes before the next one is up to the test.
+/// Gives three bytes, one at a time, or a flood. The test chooses what happens before each of them.
 class Body final : public InputStream {
 public:
     enum class Before { Nothing, Pause, LongPause, MainThread, Release, Flood };
@@ -58,7 +58,7 @@ public:
     StreamStatus streamStatus() const override { return StreamStatus::Open; }
     ErrorPtr streamError() const override { return nullptr; }
 
-    /// Not by `interrupt`: no one can interrupt what waits for a disk.
+    /// Separate from `interrupt`, because a read that waits for a disk cannot be interrupted.
     void release() {
         const std::lock_guard lock(mutex_);
         released_ = true;
@@ -84,7 +84,7 @@ ReaderPool& newPool(std::chrono::milliseconds patience) {
     return *kept.emplace_back(new ReaderPool(patience));
 }
 
-/// A body on its way to a connection that takes whatever there is, but of a flood only a little.
+/// Uploads a body to a connection that takes everything at once, but only a little of a flood.
 class Upload : public std::enable_shared_from_this<Upload> {
 public:
     static std::shared_ptr<Upload> begin(ReaderPool& pool, Before before) {
@@ -113,7 +113,7 @@ public:
 
     std::shared_ptr<Body> body;
     std::atomic<bool> ended{false};
-    std::string taken;  // whole when it has ended
+    std::string taken;  // complete at the end
 
 private:
     void takeAll() {
@@ -182,8 +182,8 @@ TEST(BodyReader, WaitingTakesNoThread) {
             EXPECT_FALSE(upload->ended);
             upload->cancel();
         }
-        // What waits for the main thread may be inside the stream; it is closed when that is
-        // through.
+        // A read that waits for the main thread may be inside the stream, so the stream is closed
+        // only after it.
         EXPECT_TRUE(eventuallyElsewhere([&] {
             return std::all_of(waiting.begin(), waiting.end(),
                                [](const auto& each) { return each->body->closed.load(); });

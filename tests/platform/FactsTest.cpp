@@ -112,7 +112,7 @@ TEST(PNG, IsTheSameForTheSamePixelsAndReadsBack) {
     ASSERT_TRUE(back);
     EXPECT_EQ(back->width(), 5u);
     EXPECT_EQ(back->pixels(), pixels);
-    // the last chunk only says that it is the last
+    // the last chunk only marks the end
     for (std::size_t cut = 0; cut + 12 < png.size(); ++cut) {
         EXPECT_FALSE(decodePNG(Data(png.bytes(), cut))) << cut;
     }

@@ -39,7 +39,7 @@ TEST(HTTP2, IsSpokenButForLongUploads) {
     request.method = "POST";
     request.body = Data(std::string(20'000, 'x'));
     EXPECT_EQ(probe->load(request).body, "2.0 20000");
-    // The idle HTTP/2 connection must not be taken for these.
+    // These must not use the idle HTTP/2 connection.
     request.body = Data(std::string(2'000'000, 'x'));
     EXPECT_EQ(probe->load(request).body, "1.1 2000000");
     request.url = URL::parse(url("/refuse"));

@@ -1,4 +1,4 @@
-// What concerns the whole process: its exit, its environment, a name server that is gone.
+// The process as a whole: its exit, its environment, a name server that does not answer.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -24,8 +24,8 @@ std::chrono::steady_clock::time_point exitBegan;
 
 std::atomic<bool> networkThreadIsBusy{false};
 
-/// Registered before the library's hook, so it runs after it. The bound only tells waiting from not
-/// waiting on a busy machine.
+/// Registered before the library's hook, so it runs after it. The limit is long, so that it also
+/// holds on a busy machine.
 void judgeExit() {
     const auto took = std::chrono::steady_clock::now() - exitBegan;
     if (took > 1s) ::_exit(2);
@@ -48,7 +48,7 @@ void judgeExit() {
     probe->session->dataTaskWithRequest(request)->resume();
 
     std::atomic<int> ready{0};
-    // an application's code that waits for the main thread
+    // as if the application's code waited for the main thread
     probe->session->delegateQueue()->addOperation([&ready] {
         ++ready;
         MainQueue::shared().sync([] {});
@@ -57,7 +57,7 @@ void judgeExit() {
         static const auto lookup =
             HostResolver::system().resolve("b.blocked.test", [](auto, auto) {});
         ++ready;
-        // as with reading a store of certificates: beyond the time that stuck threads are given
+        // as when it reads a store of certificates: longer than the exit waits for stuck threads
         networkThreadIsBusy = true;
         while (!LibraryThreads::processIsExiting()) std::this_thread::yield();
         for (const auto begin = std::chrono::steady_clock::now();

@@ -26,7 +26,7 @@ struct TaskStory {
     std::string detail() const { return error ? error->description() : ""; }
 };
 
-/// Advances the clock, and returns when the network thread has looked at it.
+/// Advances the clock, and returns when the network thread has checked it.
 inline void pass(ManualClock& clock, std::chrono::nanoseconds time) {
     clock.advance(time);
     (void)clock.runUntil([] { return false; }, std::chrono::milliseconds(1));

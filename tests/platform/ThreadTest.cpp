@@ -88,7 +88,7 @@ TEST(OperationQueue, RunsOneAtATimeAndOutlivesItsOwner) {
         });
     }
     EXPECT_FALSE(queue->isCurrent());
-    // The last owner goes on the queue's own thread.
+    // The last owner is released on the queue's own thread.
     OperationQueue& last = *queue;
     last.addOperation([&, own = std::move(queue)]() mutable {
         EXPECT_TRUE(own->isCurrent());
@@ -121,7 +121,7 @@ TEST(OperationQueue, RunsOnTheCallersThreadOnlyWhereNothingIsBefore) {
         order.push_back(2);
     });
     begun.get_future().get();
-    // goes behind what runs elsewhere, and does not wait for it
+    // is queued behind the operation that is running, and does not wait for it
     queue->runOrAdd([&] { order.push_back(3); });
     queue->addOperation([&] {
         order.push_back(4);

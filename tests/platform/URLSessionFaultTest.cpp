@@ -110,13 +110,14 @@ TEST(URLSessionFaults, EndsWithAClearErrorOrTheAnswer) {
 /// connection ends.
 struct FaultPhase {
     const char* name;
-    /// after the request's head was read; nullopt: before that
+    /// what the server has written after reading the request's head; nullopt: it has not read
+    /// anything
     std::optional<std::string> written;
     std::int64_t cut;
     std::int64_t nonsense;
 };
 
-/// What its peer does then; a silent one is -1001.
+/// What the server does then. Silence ends with -1001.
 enum class Fault { Close, Reset, Silence, Nonsense };
 
 TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
@@ -147,7 +148,7 @@ TEST(URLSessionFaults, EndsAsDocumentedAtEveryPhase) {
 
     for (const bool tls : {false, true}) {
         for (const Fault fault : {Fault::Close, Fault::Reset, Fault::Nonsense, Fault::Silence}) {
-            // All at once: the silent ones take their whole timeout.
+            // All at the same time, because the silent ones take their whole timeout.
             std::vector<std::unique_ptr<ScriptedServer>> servers;
             std::vector<std::pair<std::string, std::shared_ptr<URLSessionTask>>> tasks;
             std::vector<std::int64_t> codes;

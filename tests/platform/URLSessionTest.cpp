@@ -113,7 +113,7 @@ TEST(URLSession, SendsWhatTheRequestSaysAndNothingElse) {
 }
 
 TEST(URLSession, GivesOneHandleOneTargetAfterTheOther) {
-    // Requests share libcurl's handles, which keep what no new one replaces.
+    // Requests reuse libcurl's handles, which keep every option that the next request does not set.
     std::vector<WireRequest> seen;
     const auto script = ScriptedServer::answering([&](const WireRequest& request) {
         seen.push_back(request);
@@ -364,7 +364,7 @@ TEST(URLSession, PausesADownloadWhoseConsumerLags) {
     std::atomic<std::size_t> consumed{0};
     probe->onData = [&](auto&, const Data& data) {
         const std::lock_guard wait(gate);
-        // bytes that were read may not count as written yet
+        // bytes that were just read may not be counted as written yet
         const std::size_t sent = std::max<std::size_t>(written, consumed);
         largestLead = std::max<std::size_t>(largestLead, sent - consumed);
         consumed += data.size();

@@ -69,7 +69,7 @@ public:
 
     std::atomic<int> opened{0};
     std::atomic<bool> closed{false};
-    bool isCached = false;  // most of it
+    bool isCached = false;  // most of the file
 
 private:
     std::string content_;
@@ -195,7 +195,7 @@ TEST(URLSessionUpload, BeginsABodyOnceOnly) {
               URLErrorRequestBodyStreamExhausted);
     EXPECT_EQ(body->opened, 1);
 
-    // cut before it had given a byte, it was begun all the same
+    // a body counts as begun even if the connection is cut before its first byte
     const auto late = stream("", 1, Then::Hang);
     ScriptedServer cutting([&late](Connection& connection) {
         connection.readHead();
@@ -255,8 +255,7 @@ TEST(URLSessionUpload, TakesARefusalBeforeTheBodyIsSent) {
         const auto story = probe->load(upload(server.url(path), body, 50'000'000));
         EXPECT_EQ(story.status, 413) << story.detail();
         EXPECT_EQ(story.body, "too large");
-        // A refusal may come before the body was asked for at all; a reader that has begun is
-        // woken.
+        // The refusal may come before the body is opened. A reader that has begun is woken.
         EXPECT_TRUE(spinUntil([&] { return body->opened == 0 || body->closed; }));
 
         auto inMemory = SessionProbe::request(server.url(path));

@@ -24,7 +24,8 @@ protected:
     void SetUp() override { setKeepsFinishedDelegates(false); }  // or every answer stays in memory
     void TearDown() override { setKeepsFinishedDelegates(true); }
 
-    /// Runs the operation on fresh objects against that answer; an error must have changed nothing.
+    /// Runs the operation on fresh objects against that answer; checks that an error has changed
+    /// nothing.
     const Outcome& runAgainst(const Operation& operation, int status, const std::string& answer) {
         resources = Resources();
         const std::string before = resources.describe();
@@ -136,7 +137,7 @@ TEST_F(Answers, OfTenMegabytesAreReadLikeOthers) {
     }
 }
 
-/// Every friend listens for presence by its id. A service must not be able to make that quadratic.
+/// Every friend listens for presence by its id. No choice of ids may make this take quadratic time.
 TEST_F(Answers, ManyIdsOfAnyKindTakeTheirTimeOnly) {
     const auto cost = [&](const std::function<std::string(int)>& id) {
         std::string list = "[";
@@ -166,8 +167,7 @@ std::string shapeOf(const std::string& request) {
     return method + " " + shape + (target.substr(query) == "?detail" ? "?detail" : "");
 }
 
-/// What the service was recorded to answer, by the shape of the request; by "error" what it
-/// refused.
+/// The recorded answers of the service, by the shape of the request; its refusals under "error".
 std::multimap<std::string, std::string> recordedAnswers() {
     std::multimap<std::string, std::string> answers;
     for (const PageExample& example : examplesIn(readServicePage())) {
@@ -266,13 +266,13 @@ TEST_F(Answers, EveryWrongKindInEveryPlaceOfARefusal) {
     }
 }
 
-/// What a fetch has left, the next operation meets.
+/// A fetch may store fields of a wrong type, which the next operation then uses.
 TEST_F(Answers, LocalFieldsOfAWrongKindFailAnOperationAtMost) {
     const Resources right;
     const auto tryAll = [&](const char* which, const Dictionary& record, auto place) {
         for (const Wrong& wrong : everyWrongKind(record)) {
             const JSONResult parsed = parseJSON(wrong.text);
-            // no object, or no path to it
+            // not an object, or one with another id
             if (parsed.value.get("id") != record.get("id")) continue;
             for (const Operation& operation : allOperations()) {
                 if (!std::string(operation.name).starts_with(which)) continue;

@@ -152,8 +152,8 @@ TEST(FriendInfo, FollowsNoMoreWhatAnApplicationRemovedFromTheCentre) {
     EXPECT_TRUE(later->online()) << "removed while the same event was told";
 }
 
-// Made, found and released in disorder, many share a friend, and ids of all kinds that are equal to
-// none of another kind.
+// Infos are made, found and released in random order. Many share a friend, and their ids are of all
+// types; ids of different types are never equal.
 TEST(FriendInfo, IsFoundAmongVeryMany) {
     constexpr int kInfos = 100'000;
     const auto idOf = [](int i) {
@@ -165,7 +165,7 @@ TEST(FriendInfo, IsFoundAmongVeryMany) {
             default: return Value("the same friend");
         }
     };
-    const auto cpuTime = [] {  // this thread's own, so that a busy machine does not count
+    const auto cpuTime = [] {  // of this thread, so that a busy machine does not matter
         timespec now{};
         clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
         return std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
@@ -175,7 +175,8 @@ TEST(FriendInfo, IsFoundAmongVeryMany) {
     const auto began = cpuTime();
     const auto heapBefore = PeakMemory::inUse();
     for (int i = 0; i < kInfos; ++i) infos.push_back(VXIMFriendInfo::infoWithId(idOf(i)));
-    // A sanitizer also counts what comes from the system itself: the table that finds them.
+    // A sanitizer also counts large blocks that come directly from the system, such as the table of
+    // observers.
     EXPECT_LE((PeakMemory::inUse() - heapBefore) / kInfos, PeakMemory::kIsSanitized ? 600 : 400)
         << "bytes of heap for an info";
     for (std::size_t i = 1; i < infos.size(); i += 4) infos[i] = nullptr;
@@ -198,7 +199,7 @@ TEST(FriendInfo, IsFoundAmongVeryMany) {
 
 TEST(FriendInfo, IsMadeAndReleasedOnAnyThreadWhileEventsArrive) {
     std::mutex mutex;
-    std::shared_ptr<VXIMFriendInfo> handedOn;  // guarded by it
+    std::shared_ptr<VXIMFriendInfo> handedOn;  // guarded by `mutex`
     std::atomic<bool> isOver{false};
     std::vector<std::thread> threads;
     for (int t = 0; t < 3; ++t) {
@@ -207,7 +208,7 @@ TEST(FriendInfo, IsMadeAndReleasedOnAnyThreadWhileEventsArrive) {
                 auto info = VXIMFriendInfo::infoWithId(
                     i % 3 == 0 ? Value("u7") : Value("u" + std::to_string(i * 3 + t)));
                 const std::lock_guard lock(mutex);
-                // the other thread's is released here, perhaps while it is being told
+                // this releases the other thread's info, perhaps while it gets an event
                 if (i % 2) handedOn.swap(info);
             }
         });

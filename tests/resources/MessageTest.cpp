@@ -199,7 +199,7 @@ TEST(Message, ACopySharesNothingAndLosesWhatIsNotInThePayload) {
 }
 
 TEST(Message, StagesAPictureWhereNobodyElseCanReadOrReplaceIt) {
-    // A temporary folder that all users share, and another one of them was there first.
+    // A temporary folder that all users share, where another user has made the folder first.
     const TemporaryFolder shared;
     const TemporaryFolder elsewhere;
     const TemporaryFilesIn inShared(shared.path());

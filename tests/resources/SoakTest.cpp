@@ -45,7 +45,7 @@ TEST(LongRunning, OperationsLeaveNoMemoryBehind) {
     const auto runThousands = [&](int count) {
         for (int i = 0; i < count; ++i) {
             runOperations(1000);
-            service.takeRequests();  // the service remembers what it was asked
+            service.takeRequests();  // the service keeps all requests
         }
     };
     runThousands(PeakMemory::kIsSanitized ? 1 : 5);

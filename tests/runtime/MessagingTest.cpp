@@ -16,7 +16,7 @@ using testing::raised;
 
 using Rectangle = std::array<double, 8>;
 
-/// A class with methods of its own, and one message that it only forwards.
+/// A class with its own methods, and one message that it only forwards.
 struct Adder : Object {
     using Object::Object;
     std::int64_t sum = 0;

@@ -78,7 +78,7 @@ TEST_F(AcknowledgementsTest, DeadlinesStandStillDuringPauses) {
     add("a", 10ms);
     for (int pause = 0; pause < 2; ++pause) {
         acks.pause(now);
-        acks.pause(now + 1h);  // it is paused already
+        acks.pause(now + 1h);  // no effect: it is paused already
         EXPECT_EQ(acks.deadline(), std::nullopt);
         EXPECT_EQ(expired(2h), "");
         acks.resume(now);
@@ -87,7 +87,7 @@ TEST_F(AcknowledgementsTest, DeadlinesStandStillDuringPauses) {
     }
     acks.pause(now);
     now += 1h;
-    add("b", 10ms);  // asked for during the pause, which it has not seen all of
+    add("b", 10ms);  // added during the pause; only the rest of the pause counts for it
     now += 1h;
     acks.resume(now);
     EXPECT_EQ(expired(2ms), "a");
@@ -129,7 +129,7 @@ TEST(SendQueue, KeepsItsBoundsHoweverOftenItIsDrained) {
             queue.didWrite({Outbox::cost(row.packets[0]), 1});
             EXPECT_EQ(queue.add(row.packets[0]), EmitFault::None);
             EXPECT_EQ(queue.add(packetOf(6)), EmitFault::QueueFull);
-            EXPECT_EQ(queue.reset().count(), 1u);  // and a new connection begins with nothing
+            EXPECT_EQ(queue.reset().count(), 1u);  // a new connection begins with an empty queue
         }
     }
     EXPECT_EQ(queue.add(packetOf(1001)), EmitFault::Oversize);
@@ -199,7 +199,7 @@ TEST(Reconnector, TriesAgainAfterALossOnly) {
 
 // What the threads share
 
-/// A core whose network thread is the test.
+/// A core. The test plays its network thread.
 class CoreTest : public ::testing::Test {
 protected:
     struct Network final : SocketIOCore::Network {
@@ -223,7 +223,7 @@ protected:
     }
     ~CoreTest() override {
         core->handlers().removeAll();
-        MainQueue::shared().drain();  // what this test has left there is not the next one's
+        MainQueue::shared().drain();  // what this test has queued must not run in the next one
     }
     SocketIOCore::Epoch join() {
         core->connect();
@@ -251,7 +251,7 @@ protected:
         options.maxReadAhead = 1000;
         return options;
     }
-    /// What the network thread finds to be sent.
+    /// The number of packets that the network thread would take now.
     std::size_t sent(SocketIOCore::Epoch epoch) {
         Outbox sending;
         core->refill(epoch, {}, true, sending);

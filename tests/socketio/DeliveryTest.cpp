@@ -251,7 +251,7 @@ TEST(SocketIOClient, ClosesWhenTheApplicationDoesNotKeepUp) {
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         ScriptedServer server([&row](ScriptedServer::Connection& connection) {
-            // With pings all the time: while the program stands still, only what lies before one is
+            // With frequent pings: while the program is blocked, only what comes before a ping is
             // read.
             LivePeer peer(connection);
             if (!peer.open(R"(0{"sid":"s1","upgrades":[],"pingInterval":1,"pingTimeout":8000})") ||

@@ -28,13 +28,14 @@ using Lines = std::vector<std::string>;
 constexpr const char* kPings =
     R"({"sid":"s1","upgrades":[],"pingInterval":100,"pingTimeout":20000})";
 
-// No ping is due in the test's time, so nothing is read on for one.
+// No ping is due during the test, so a paused connection need not look for one.
 constexpr const char* kRarePings =
     R"({"sid":"s1","upgrades":[],"pingInterval":600000,"pingTimeout":20000})";
 
-// Alone more than is read ahead; four of them so much that it would show in memory.
+// One round is more than is read ahead. Four rounds would be seen in the memory.
 constexpr int kRound = 10'000;
-// Of messages of 1 MiB, more than memory may grow by; sanitizers make them slow.
+// As many messages of 1 MiB are more than memory may grow by. Fewer under sanitizers, which make
+// them slow.
 constexpr int kLong = PeakMemory::kIsSanitized ? 40 : 96;
 
 /// "message" with its number and some 200 bytes.
@@ -43,7 +44,7 @@ std::string numbered(int number, std::size_t bytes = 200) {
            "\"]";
 }
 
-/// Hears numbered messages, and says what was wrong with them.
+/// Receives numbered messages and reports mistakes in them.
 class Counter {
 public:
     explicit Counter(SocketIOClient& client) {
@@ -129,7 +130,7 @@ private:
         }
     }
 
-    /// The ping is the last packet of a round, and the next one begins behind the pong.
+    /// A ping is the last packet of a round. The next round begins after its pong.
     std::string nextPayload() {
         const std::lock_guard lock(mutex_);
         if (!std::exchange(hasJoined_, true)) return R"(40/chat,{"sid":"s2"})";
@@ -320,7 +321,7 @@ TEST(Flow, AHandlerMayWaitForTheNextEventOrLeave) {
             return client->disconnect();
         }
         if (counter.heard != 1 && counter.heard != 10) return;
-        const auto end = counter.heard + 8;  // more than came together
+        const auto end = counter.heard + 8;  // more than came in one batch
         EXPECT_TRUE(eventually([&] { return counter.heard >= end; }));
         ++inside;
     });
@@ -337,7 +338,7 @@ TEST(Flow, AHandlerMayWaitForTheNextEventOrLeave) {
 }
 
 TEST(Flow, ShortFramesOfLongMessagesWaitToo) {
-    // Each MiB takes one KiB on the wire, and the end of the connection comes right behind them.
+    // Each MiB takes one KiB on the wire, and the connection ends right after them.
     const std::string text = "42/chat,[\"message\",0,\"" + std::string(1 << 20, 'x') + "\"]";
     std::string deflated(4096, '\0');
     z_stream stream{};

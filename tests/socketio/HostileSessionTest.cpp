@@ -26,7 +26,7 @@ struct Fault {
 constexpr const char* kLives = "lives";
 constexpr const char* kBad = "protocol-fault";
 
-/// The end's cause among what was done.
+/// The cause of the end in the list of actions, if there is one.
 std::string outcomeIn(std::string_view shown) {
     const auto end = shown.find("END ");
     return end == shown.npos ? kLives : std::string(shown.substr(end + 4));

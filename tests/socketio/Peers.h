@@ -24,7 +24,7 @@ inline std::string repeated(std::string_view text, int times) {
     return all;
 }
 
-/// Joins, then repeats what is said as "message"; "cut" ends the connection.
+/// Joins, then sends every event back as "message". A "cut" ends the connection.
 inline void echo(ScriptedServer::Connection& connection) {
     LivePeer peer(connection);
     if (!peer.join()) return;
@@ -35,8 +35,8 @@ inline void echo(ScriptedServer::Connection& connection) {
     }
 }
 
-/// Joins are answered over either transport, and then nothing is said: the GET behind the answer
-/// hangs, as it should. `other` sees each request before, and answers it when it gives a text.
+/// Answers joins over either transport and then sends nothing: the next GET stays open, as it
+/// should. `other` gets each request first, and answers it if it returns a text.
 inline ScriptedServer::Script serveEitherTransport(
     std::function<std::string(const WireRequest&)> other = nullptr) {
     struct Sessions {

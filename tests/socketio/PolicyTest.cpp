@@ -192,7 +192,7 @@ TEST(Options, ReadEachKeyAndIgnoreWhatIsWrongInIt) {
         {{{"connectTimeout", 1e300}}, "=20000", "=315360000000"},
         {{{"maxMessageSize", 1000}}, "16777216/16777216", "1000/1000", {0, -1, 1.5, "1"}},
         {{{"maxMessageSize", std::int64_t{1} << 32}},
-         "16777216/16777216",  // where sizes have 32 bits, 4 GiB are not nothing
+         "16777216/16777216",  // with sizes of 32 bits, 4 GiB must not become 0
          sizeof(void*) == 8 ? "4294967296/4294967296" : "2147483647/2147483647"},
         {{{"maxQueuedBytes", 1000}}, "67108864", "1000", {0, -1, true}},
         {{{"maxReadAhead", 1000}}, "1048576", "1000", {0, -1, "1"}},

@@ -164,8 +164,8 @@ TEST(PollingFaults, CloseTheConnectionsOfAClientThatHasLeft) {
     }
 }
 
-/// Offers an upgrade. Once that has been committed, or has been given up when it never answers the
-/// probe, it lets the GET go.
+/// Offers an upgrade. It answers the GET when the upgrade is done, or, if it never answers the
+/// probe, when the client has given up.
 class UpgradingServer {
 public:
     explicit UpgradingServer(bool answersProbe)

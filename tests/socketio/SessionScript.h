@@ -33,7 +33,7 @@ inline const char* nameOf(EndCause cause) {
 
 /// An action as text.
 struct Describe {
-    /// Without what changes from request to request.
+    /// Leaves out what differs from request to request.
     static std::string request(const std::string& target) {
         std::string shown = target.substr(target.find("EIO="));
         if (const auto t = shown.find("&b64=1&t="); t != shown.npos) shown.erase(t);
@@ -77,7 +77,7 @@ inline SessionConfig chat(TransportChoice transports = TransportChoice::WebSocke
     return config;
 }
 
-/// A session machine at a standing clock; what it wants done is text.
+/// A session whose clock stands still. Its actions are returned as text.
 class Script {
 public:
     explicit Script(SessionConfig config = chat()) : session(std::move(config)) {}
@@ -100,7 +100,7 @@ public:
     std::string emit(std::string text) {
         return on(event::Emit{{std::move(text), {}}}) + on(event::Flush{});
     }
-    /// Turns the clock, with a Tick at each deadline on the way.
+    /// Advances the clock, with a Tick at each deadline on the way.
     std::string wait(std::chrono::milliseconds time) {
         const auto end = now + time;
         std::string shown;

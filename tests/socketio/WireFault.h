@@ -15,7 +15,7 @@ namespace vexim::testing {
 
 using Connection = ScriptedServer::Connection;
 
-/// A peer's script, and what a client is to hear of it.
+/// A peer's script, and what a client must report.
 struct WireFault {
     const char* name;
     Dictionary options;

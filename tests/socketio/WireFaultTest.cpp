@@ -188,7 +188,7 @@ TEST(WireFaults, EveryCloseCodeEndsTheConnectionInEveryPhase) {
         {frame("\x03\xe8", 0x08), false},
     };
     for (const int code : codes) {
-        // RFC 6455, section 7.4: some stand for what was not said, some for nobody yet.
+        // RFC 6455, section 7.4: some codes are never sent, some are not assigned yet.
         const bool isRegistered = (code >= 1000 && code <= 1003) || (code >= 1007 && code <= 1014);
         const bool mayBeSent = isRegistered || (code >= 3000 && code <= 4999);
         frames.emplace_back(closeFrame(code), mayBeSent);
@@ -262,7 +262,7 @@ TEST(WireFaults, DoNotDisturbWhatIsOnlyUnusual) {
 }
 
 TEST(WireFaults, KeepNothingOfWhatASlowPeerHasRead) {
-    // It always leaves some pongs unread, so that what is to be sent never runs out.
+    // The peer always leaves some pongs unread, so the client always has something to send.
     const std::string pings = repeated(frame(std::string(125, 'p'), 0x89), 1 << 12);
     constexpr int kRounds = PeakMemory::kIsSanitized ? 80 : 150;  // half a MiB each
     std::atomic<bool> isThrough{false};
@@ -302,7 +302,7 @@ TEST(WireFaults, BoundThePongsThatAPeerDoesNotRead) {
                       {{"forceWebsockets", true}});
         EXPECT_LT(peak.grownMiB(), 32) << ping.substr(0, 8);
     }
-    // A long message on its way is none of them.
+    // A long message that is being sent does not count as pongs.
     const std::string message(20'000'000, 'x');
     ScriptedServer server([&](Connection& connection) {
         LivePeer peer(connection);
@@ -357,7 +357,7 @@ TEST(WireFaults, KeepLittleOfAnAnswerWithoutEnd) {
     struct Row {
         const char* name;
         std::string head;   // behind the status
-        std::string piece;  // again and again
+        std::string piece;  // repeated without end
         const char* heardOverPolling;
     };
     const std::string some(64 * 1024, 'x');

@@ -72,7 +72,8 @@ TEST_F(CatchUpTest, MergesWhatArrivesLiveMeanwhile) {
     setHistory(history);
     service.delay("GET", "/ctx/:id/friends/:other/chats", 2s);
     reconnect();
-    // One that the history has as well, one that comes after it, one of another device, each twice.
+    // One message that is also in the history, one that is newer, and one from another device, each
+    // twice.
     const auto own = payloadOf("alice", "mine", nowMillis() + 20, "bob", std::string(32, 'a'));
     for (int i = 0; i < 2; ++i) {
         socket->send("message", {history.back()});
@@ -120,7 +121,7 @@ TEST_F(CatchUpTest, MarksWhatItDoesNotReadAsAGap) {
     EXPECT_FALSE(stored().starts_with("<n1 <n2 <n3 <n4 "));
     const auto unreadBefore = unread();
 
-    // It is read when it is wanted, page by page, and counts as read.
+    // A gap is filled on demand, page by page, and its messages count as read.
     for (std::size_t pages = 0; !gaps(kBob).empty(); ++pages) {
         ASSERT_LT(pages, 9u);
         std::optional<std::int64_t> count;
@@ -150,7 +151,7 @@ TEST_F(CatchUpTest, MarksWhatARoomMayHaveSaidMeanwhile) {
     message.set("to", Dictionary{{"id", "demo-room"}, {"type", 2}});
     socket->send("message", {message});
     ASSERT_TRUE(becomes("<hello", kRoom));
-    for (std::size_t i = 0; i < 2; ++i) {  // a second silence is the same gap
+    for (std::size_t i = 0; i < 2; ++i) {  // a second interruption belongs to the same gap
         cut();
         clock.advance(1h);
         reconnect();

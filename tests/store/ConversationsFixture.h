@@ -90,7 +90,7 @@ protected:
         ASSERT_TRUE(reaches([&] { return isOpen || why; }));
         ASSERT_FALSE(why) << why->description();
     }
-    /// The program ends; without `politely` as if killed, but for the file's lock.
+    /// The program ends. It closes its store, but does not log out.
     void end() {
         if (!conversations) return;
         const auto store = conversations->store();
@@ -106,7 +106,7 @@ protected:
         ASSERT_TRUE(reaches([&] { return client->status() == VXIMClientStatusOpening; }));
         comeBack(user);
     }
-    /// The connection stands, and the service accepts the login.
+    /// The connection opens, and the service accepts the login.
     void comeBack(const std::string& user = "alice") {
         socket->accept();
         socket->send("login", {Dictionary{{"success", true}, {"id", user}}});
@@ -139,7 +139,7 @@ protected:
                 localId = stored ? stored->localId : -1;
                 if (error) troubles.push_back(error->localizedDescription());
             }));
-        // with the clock at rest: no pause ends meanwhile
+        // the clock stands still, so no pause ends meanwhile
         EXPECT_TRUE(eventually([&] { return localId.has_value(); }));
         return localId.value_or(-1);
     }
@@ -201,7 +201,7 @@ protected:
         served = std::move(messages);
     }
 
-    /// What the next requests for a history are answered in its place.
+    /// Answers the next requests for a history with `answer` instead.
     void answerHistories(const FakeService::Answer& answer, std::size_t times) {
         const std::lock_guard lock(mutex);
         answers.assign(times, answer);

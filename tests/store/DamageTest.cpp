@@ -13,7 +13,7 @@ class StoreDamage : public StoreTest {
 protected:
     static constexpr std::size_t kFilled = 401;
 
-    /// A file with 400 messages of bob's and an unsent one, the last; its content.
+    /// Makes a file with 400 messages of Bob's and, last, an unsent one. Returns its content.
     std::string fill() {
         open();
         // in one transaction, so that the file is the same each time
@@ -125,7 +125,7 @@ TEST_F(StoreDamage, NeverEmptiesInSilenceAFileWithFlippedBytes) {
         SCOPED_TRACE(seed);
         std::mt19937 random(seed);
         std::string damaged = good;
-        // all over the file, or in one page
+        // anywhere in the file, or in one page
         const std::size_t stretch = seed % 2 ? damaged.size() : 4096;
         const std::size_t first = random() % (damaged.size() - stretch + 1);
         for (auto flips = 1 + random() % 200; flips > 0; --flips)
@@ -172,7 +172,7 @@ TEST_F(StoreDamage, HasWholeChangesInTheirOrderAfterAPowerCut) {
     std::size_t seen = 0;
     for (std::size_t cut = 0; cut <= log.size();
          cut = cut == log.size() ? cut + 1 : std::min(cut + 9973, log.size())) {
-        for (const bool isTorn : {false, true}) {  // the rest is missing, or was never written over
+        for (const bool isTorn : {false, true}) {  // the rest is missing, or is old data
             SCOPED_TRACE(cut);
             setContent(path(), main);
             setContent(path() + "-wal",

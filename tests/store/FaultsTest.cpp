@@ -126,7 +126,7 @@ TEST_F(StoreFaults, TellsOfAFullDiskWritesNothingHalfAndLivesOn) {
     setContent(folder / "picture", std::string(300'000, 'x'));
     {
         const FullDisk full(120'000);
-        // The disk fills up somewhere in one of these: each is stored whole, or an error.
+        // The disk fills up during one of these: each is stored completely, or gives an error.
         std::size_t stored = 0, refused = 0;
         for (int i = 0; i < 40; ++i) {
             const std::string text = "m" + std::to_string(i) + std::string(4000, 'y');
@@ -210,7 +210,7 @@ TEST_F(StoreFaults, BringsAFileOfEveryEarlierVersionToThePresentOne) {
 
 TEST_F(StoreFaults, HasAfterAKillAllThatItToldAsDone) {
     ::setenv("VEXIM_STORE_TO_FILL", path().c_str(), 1);
-    // what the killed one cannot remove goes with our folder
+    // what the killed process leaves is removed with our folder
     const TemporaryFilesIn here(folder.path());
     for (const int lines : {1, 17, 60}) {
         std::size_t told = 0;

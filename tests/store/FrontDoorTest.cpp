@@ -28,7 +28,7 @@ protected:
         return payload;
     }
     std::string file() const { return (folder / "alice.db").string(); }
-    /// Opens once more; the code it ends with, 0 for none.
+    /// Opens once more. Returns the code of the error, 0 if there is none.
     std::int64_t codeOfOpening() {
         std::optional<std::int64_t> code;
         conversations->open(
@@ -54,8 +54,8 @@ TEST_F(FrontDoorTest, ConfirmsEachMessageOnceWhateverBecomesOfItsEcho) {
         startAndLogIn({.path = folder / std::to_string(seed)});
         for (const auto& text : texts) send(text);
         ASSERT_TRUE(says(all));
-        // The history has all of them; of the echoes some come, some twice, in any order, some only
-        // after it was asked.
+        // The history has all of them. Of the echoes, some come and some do not, some come twice or
+        // in another order, and some only after the history was read.
         std::vector<Dictionary> kept;
         for (const auto& payload : said()) kept.push_back(asKept(payload, withKeys));
         auto echoes = kept;
@@ -167,10 +167,10 @@ TEST_F(FrontDoorTest, SaysWhatIsWrongWithAFileAndLosesNothingMeanwhile) {
         create();
         EXPECT_EQ(codeOfOpening(), code);
         EXPECT_TRUE(contentOf(file()) == before) << "the file was changed";
-        logIn();  // the session lives
+        logIn();  // the session works without the store
         socket->send("message", {payloadOf("bob", "meanwhile", nowMillis(), "alice")});
         EXPECT_EQ(send("too early"), -1);
-        clock.advance(1s);  // what is sent from here on is later
+        clock.advance(1s);  // messages sent from here on have later times
         mend();
         EXPECT_EQ(codeOfOpening(), 0);
         EXPECT_TRUE(becomes("<meanwhile unsent:sent"));
@@ -267,7 +267,7 @@ TEST(FrontDoor, DISABLED_SendsAPicture) {
     std::istringstream lines(words);
     std::string url, file, picture;
     std::getline(std::getline(std::getline(lines, url), file), picture);
-    const FakeService names;  // for its application
+    const FakeService names;  // for the application's id and key
     const auto configuration = names.configuration();
     configuration->setSocketURL(URL::parse(url));
     const auto client = VXIMClient::clientWithConfiguration(configuration);

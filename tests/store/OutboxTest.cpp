@@ -13,7 +13,7 @@ public:
     using ConversationsTest::answerHistories;
     using ConversationsTest::setHistory;
 
-    /// What was said in the former connection, as the service's history has it.
+    /// A message sent over the former connection, as it is in the service's history.
     Dictionary arrived(std::size_t number, bool withKey = true) const {
         return arrivedOf(former.at(number), withKey);
     }

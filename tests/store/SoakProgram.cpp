@@ -54,7 +54,7 @@ public:
 private:
     void logIn() {
         if (client_->status() <= VXIMClientStatusOpening) client_->loginWithUserId(user_, nullptr);
-        // the service closed it in good order
+        // after an orderly close by the service
         if (client_->status() == VXIMClientStatusPaused) client_->resume();
         vexim::MainQueue::shared().after(1s, [this] { logIn(); });
     }
@@ -72,10 +72,11 @@ private:
                 sayNext();
             });
         }
-        std::_Exit(2);  // whoever drives it has gone
+        std::_Exit(2);  // the script that controls it has ended
     }
 
-    /// Looks at the store from time to time; the first time it also learns where to go on.
+    /// Reads the store from time to time. The first time it also finds out with which number to
+    /// continue.
     void count() {
         conversations_->store()->messagesBefore(
             peer_, std::nullopt, 1'000'000,

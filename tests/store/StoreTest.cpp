@@ -18,7 +18,7 @@ constexpr std::int64_t kHour = 3'600'000;
 
 TEST_F(StoreTest, GivesPagesByTimeInBothDirectionsAlsoAfterItWasOpenedAgain) {
     open();
-    // Three of one millisecond, an hour's change, and one that comes late.
+    // Three messages of the same millisecond, one of the next hour, and one that comes late.
     for (const auto& [text, at] :
          {std::pair{"b", 10}, {"c", 10}, {"d", 10}, {"e", 20}, {"a", 5}, {"f", 30}})
         receive(text, kNoon + at);
@@ -92,7 +92,7 @@ TEST_F(StoreTest, HoldsEachMessageOnceHoweverItComes) {
     const auto inOneBatch = insert(
         {{.conversation = team, .payload = plain}, {.conversation = team, .payload = plain}});
     EXPECT_EQ(inOneBatch[1].outcome, Outcome::Known) << "a repetition within a batch";
-    // Whichever copy came first: the smaller time.
+    // The smaller time counts, whichever copy came first.
     arrive(with(keyed, "ts", kNoon - 500));
     EXPECT_EQ(after({}, 1).front().key, key);
 }
@@ -263,7 +263,7 @@ TEST_F(StoreTest, FindsInTheOrderOfTimeAlsoWhatAServiceHasMovedToAnotherDay) {
     EXPECT_EQ(texts(before({}, 2)), "word 9 word mine");
 }
 
-/// A list on a screen, which knows nothing but what an observer says.
+/// Updates a list on a screen, using only what the observer reports.
 template <class T>
 void apply(std::vector<T>& shown, const VXIMListChange<T>& change) {
     for (auto i = change.removed.rbegin(); i != change.removed.rend(); ++i)
@@ -333,7 +333,8 @@ TEST_F(StoreTest, TellsObserversExactlyWhatAListMustDo) {
             wait(call(&VXIMMessageStore::removeConversation, store, bob));
             own.clear();
         }
-        const auto expected = before({}, limit);  // behind the change, so that it has been told
+        const auto expected =
+            before({}, limit);  // queued after the change, so the change was reported before
         EXPECT_EQ(all(shown, describe), all(expected, describe)) << step;
         auto newest = conversations();
         if (newest.size() > 3) newest.resize(3);

@@ -101,7 +101,7 @@ void addExactName(X509* certificate, const std::string& name) {
     GENERAL_NAMES_free(names);
 }
 
-/// Without an `issuer` the certificate is its own.
+/// Without an `issuer` the certificate signs itself.
 TLSIdentity issueTo(EVP_PKEY* key, const CertificateAuthority::Options& options, X509* issuer,
                     EVP_PKEY* signing) {
     const Certificate certificate =

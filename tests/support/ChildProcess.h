@@ -19,14 +19,14 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    /// The next line of its standard output, without the end; nullopt when none comes within
+    /// The next line of its standard output, without the end; nullopt if none comes within a few
     /// seconds.
     std::optional<std::string> readLine();
-    /// To its standard input. Throws std::runtime_error when it is gone.
+    /// Writes to its standard input. Throws std::runtime_error if it has ended.
     void writeLine(std::string line);
     /// Ends its standard input, which asks our programs to end.
     void closeInput();
-    /// Waits for its end; its status as `waitpid` gives it.
+    /// Waits for its end. Returns its status as `waitpid` gives it.
     int wait();
 
 private:

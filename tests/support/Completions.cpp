@@ -10,8 +10,8 @@ namespace vexim::testing {
 namespace {
 
 std::mutex mutex;
-// Of the running test: those that must run and have not. What has run is forgotten, so that
-// counting a hundred thousand completions takes no memory.
+// The completions of the running test that must run and have not run yet. The others are removed,
+// so that counting a hundred thousand completions takes no memory.
 std::unordered_set<std::shared_ptr<CompletionWatch>> pending;
 
 std::string place(std::source_location where) {

@@ -19,7 +19,7 @@ public:
     enum class Runs { ExactlyOnce, AtMostOnce };
 
     static std::shared_ptr<CompletionWatch> make(Runs runs, std::source_location where);
-    /// To be told of each call before the completion itself.
+    /// Call it before each call of the completion.
     void called();
 
 private:

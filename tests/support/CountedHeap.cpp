@@ -8,7 +8,7 @@ namespace {
 thread_local std::int64_t allocations = 0;
 }
 
-// Kept out of line: inlined, GCC takes the pair for a mismatched one.
+// Not inlined, because GCC would otherwise warn that the two do not match.
 [[gnu::noinline]] void* operator new(std::size_t size) {
     ++allocations;
     if (void* memory = std::malloc(size)) return memory;

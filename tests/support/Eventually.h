@@ -8,8 +8,8 @@
 
 namespace vexim::testing {
 
-/// Runs the main queue until `predicate` holds; false when it does not within real seconds. For
-/// what really runs on other threads: the deadline only ends a broken test.
+/// Runs the main queue until `predicate` is true. Returns false if that takes longer than some
+/// seconds of real time. Use it for work on other threads; the deadline only ends a broken test.
 [[nodiscard]] inline bool eventually(const std::function<bool()>& predicate,
                                      std::chrono::nanoseconds deadline = std::chrono::seconds(60)) {
     return MainQueue::shared().runUntil(predicate, deadline);
@@ -25,7 +25,7 @@ namespace vexim::testing {
     });
 }
 
-/// Waits with the main queue standing still.
+/// Waits without running the main queue.
 [[nodiscard]] inline bool spinUntil(const std::function<bool()>& predicate,
                                     std::chrono::nanoseconds deadline = std::chrono::seconds(60)) {
     const auto giveUp = std::chrono::steady_clock::now() + deadline;

@@ -9,8 +9,8 @@
 
 namespace vexim::testing {
 
-/// While it lives, the modes of files count for this thread, and for those that it starts. For root
-/// they do not count otherwise. The user stays the same, so its private folders can be used.
+/// While this lives, file modes apply to this thread and to those that it starts, even if the user
+/// is root. The user stays the same, so its private folders can be used.
 class OrdinaryRights {
 public:
     OrdinaryRights() {

@@ -18,8 +18,8 @@ extern "C" std::size_t __sanitizer_get_allocated_size(const volatile void* memor
 
 namespace vexim::testing {
 
-/// How far the process's memory has risen above where it stood: what is resident. Sanitizers keep
-/// freed memory, so with one it is what is allocated on the heap.
+/// How far the resident memory of the process has grown at most. Sanitizers keep freed memory, so
+/// under them it counts what is allocated on the heap.
 class PeakMemory {
 public:
 #ifdef VEXIM_TESTS_SANITIZED
@@ -30,12 +30,13 @@ public:
 
     PeakMemory() : start_(begin()) {}
     double grownMiB() const { return static_cast<double>(peak() - start_) / (1 << 20); }
-    /// What has not been given back. Without a sanitizer it is `grownMiB`: the system keeps some.
+    /// What has not been released. Without a sanitizer the same as `grownMiB`, because the heap
+    /// keeps some freed memory.
     double leftMiB() const {
         return kIsSanitized ? static_cast<double>(inUse() - start_) / (1 << 20) : grownMiB();
     }
 
-    /// The bytes that the heap holds; without a sanitizer, those of the main thread's arena.
+    /// The bytes allocated on the heap; without a sanitizer, only in the main thread's arena.
     static long long inUse();
 
 private:
@@ -48,7 +49,7 @@ private:
 
 namespace detail {
 
-// Counted relaxed: any other order would order the threads too, and hide their races from tsan.
+// Relaxed, because a stronger order would also order the threads and hide their races from tsan.
 inline std::atomic<long long> heapBytes{0};
 inline std::atomic<long long> heapPeak{0};
 

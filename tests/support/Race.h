@@ -6,7 +6,7 @@
 
 namespace vexim::testing {
 
-/// Calls both with the numbers below `rounds`, on two threads, each number at the same moment.
+/// Calls both functions with each number below `rounds`, on two threads at the same moment.
 inline void race(int rounds, const std::function<void(int)>& one,
                  const std::function<void(int)>& other) {
     std::atomic<int> arrived{0};

@@ -10,8 +10,8 @@
 
 namespace vexim::testing {
 
-/// A REST service that answers every request alike and remembers what it was asked. While it lives
-/// it is the service of the shared configuration.
+/// A REST service that answers every request alike and remembers what it was asked. As long as it
+/// lives, it is the service of the shared configuration.
 class RecordingService {
 public:
     RecordingService() {

@@ -50,7 +50,7 @@ int listenOnLoopback(std::uint16_t& port) { return listenOn(INADDR_LOOPBACK, por
 
 SSL_CTX* makeContext(const TLSIdentity& identity) {
     SSL_CTX* context = SSL_CTX_new(TLS_server_method());
-    SSL_CTX_set_security_level(context, 0);  // what is too weak is for the client to say
+    SSL_CTX_set_security_level(context, 0);  // only the client decides what is too weak
     BIO* certificateText = BIO_new_mem_buf(identity.certificatePEM.data(),
                                            static_cast<int>(identity.certificatePEM.size()));
     BIO* keyText = BIO_new_mem_buf(identity.privateKeyPEM.data(),
@@ -67,7 +67,7 @@ SSL_CTX* makeContext(const TLSIdentity& identity) {
         SSL_CTX_set_max_proto_version(context, TLS1_1_VERSION);
         SSL_CTX_set_cipher_list(context, "ALL:@SECLEVEL=0");
     }
-    ERR_clear_error();  // the end of the text counts as one
+    ERR_clear_error();  // reaching the end of the text left an error
     X509_free(certificate);
     EVP_PKEY_free(key);
     BIO_free(certificateText);
@@ -86,7 +86,7 @@ std::string WireRequest::header(std::string_view name) const {
 
 struct ScriptedServer::Impl {
     int listener = -1;
-    int stop = ::eventfd(0, EFD_CLOEXEC);  // readable from the end of the server on
+    int stop = ::eventfd(0, EFD_CLOEXEC);  // becomes readable when the server ends
     std::uint16_t port = 0;
     Script script;
     std::function<bool(Connection&)> beforeHandshake;
@@ -117,7 +117,7 @@ struct ScriptedServer::Connection::Impl {
     int fd;
     int index;
     SSL* ssl = nullptr;
-    std::string buffer;  // read, not asked for yet
+    std::string buffer;  // received, but not yet read by the script
 
     Impl(ScriptedServer::Impl& owner, int socket, int number)
         : server(owner),

@@ -28,8 +28,8 @@ struct WireRequest {
     std::string header(std::string_view name) const;
 };
 
-/// A server on a free loopback port whose every connection is played by a script, on a thread of
-/// its own: what a well-kept server library would never send can be sent here. Plain or TLS.
+/// A server on a free loopback port. A script plays each connection, on its own thread, and can
+/// send what no real server library would. Plain or TLS.
 ///
 ///     ScriptedServer server([](ScriptedServer::Connection& connection) {
 ///         connection.readRequest();
@@ -45,21 +45,21 @@ public:
         std::optional<WireRequest> readRequest();
         /// Only the head; the body is left to be read by `readSome`.
         std::optional<WireRequest> readHead();
-        /// What is there, at least a byte; empty at the end.
+        /// The bytes that have come, at least one; empty at the end.
         std::string readSome(std::size_t most = 65536);
         /// False when the peer is gone.
         bool write(std::string_view bytes);
         /// "HTTP/1.1 <status>" with Content-Length and `headers` (whole lines with CRLF).
         bool answer(int status, std::string_view body, std::string_view headers = {});
-        /// Waits until the peer closes or the server ends; reads on and drops.
+        /// Waits until the peer closes or the server ends, and drops what it reads meanwhile.
         void waitForClose();
-        /// Writes no more; the peer reads the end.
+        /// Ends the writing, so the peer reads the end.
         void shutDown();
         /// Ends the connection with a reset instead of an orderly close.
         void reset();
         /// Waits; false when the server ended meanwhile.
         bool pause(std::chrono::milliseconds time);
-        /// Counts the server's connections from 0.
+        /// The number of this connection; the server's first one is 0.
         int index() const;
 
         bool handshake();
@@ -96,11 +96,11 @@ private:
     std::shared_ptr<Impl> impl_;
 };
 
-/// A loopback port on which nobody listens: taken and given back.
+/// A loopback port on which nobody listens.
 std::uint16_t deadPort();
 
-/// A port of this machine's second address, 127.0.0.2, where a connection is neither taken nor
-/// refused, because the listener's line is full.
+/// A port of this machine's second address, 127.0.0.2, where a connection is neither accepted nor
+/// refused, because the listener's queue is full.
 class SilentPort {
 public:
     explicit SilentPort(std::uint16_t port);

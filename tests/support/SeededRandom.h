@@ -7,11 +7,11 @@
 
 namespace vexim::testing {
 
-/// The same chances in every run. While it lives it is the library's shared source.
+/// The same random numbers in every run. As long as it lives, it is the library's shared source.
 class SeededRandom {
 public:
     explicit SeededRandom(std::uint32_t seed = 1);
-    ~SeededRandom();  // the system's again
+    ~SeededRandom();  // restores the system's source
     SeededRandom(const SeededRandom&) = delete;
     SeededRandom& operator=(const SeededRandom&) = delete;
 

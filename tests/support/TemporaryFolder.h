@@ -11,7 +11,7 @@
 
 namespace vexim::testing {
 
-/// A folder of the test's own; it goes with this object, and all in it.
+/// A folder for one test. It is removed with this object, with everything in it.
 class TemporaryFolder {
 public:
     /// `name` is the beginning of its name.
@@ -41,7 +41,7 @@ private:
     std::filesystem::path path_;
 };
 
-/// While it lives, temporary files belong into `path`.
+/// While this lives, temporary files are made in `path`.
 class TemporaryFilesIn {
 public:
     explicit TemporaryFilesIn(const std::filesystem::path& path) {

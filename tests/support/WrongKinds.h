@@ -15,10 +15,10 @@ struct Wrong {
     std::string text;
 };
 
-/// `right` with every wrong type in every place, one at a time: the whole, each field at each
-/// depth, each element. The last variant of each place leaves it out.
+/// `right` with every wrong type in every place, one at a time: the whole value, each field at each
+/// depth, each element. The last variant of each place leaves the value out.
 inline std::vector<Wrong> everyWrongKind(const Value& right) {
-    // As text, because some are more than a Value holds.
+    // As text, because a Value cannot hold some of them.
     static const std::vector<std::string> kinds = {"null",
                                                    "true",
                                                    "-1",

@@ -38,7 +38,7 @@ protected:
         EXPECT_TRUE(person->hears("didLogin"));
         return person;
     }
-    /// Fetches a group, with its retries: "ok", or the error and the one beneath it.
+    /// Fetches a group, with its retries: "ok", or the error and its underlying error.
     std::string fetchGroup() {
         vxim_configuration = service.configuration();
         std::string outcome;
@@ -273,10 +273,10 @@ TEST(FakeServiceHeartbeat, IsKeptUpByBothSidesAndMissedInSilence) {
 }
 
 TEST(FakeServiceEnd, WaitsForNobodyWhoIsJustConnecting) {
-    std::atomic<std::uint16_t> port{0};  // 0: the end
+    std::atomic<std::uint16_t> port{0};  // 0 means to stop
     std::atomic<int> connected{0};
     const auto connect = [&] {
-        std::vector<int> open;  // and silent, to the end
+        std::vector<int> open;  // stay open and send nothing
         while (port != 0) {
             sockaddr_in address{};
             address.sin_family = AF_INET;

@@ -9,7 +9,7 @@
 #include "tools/vexim/chat/Conversation.h"
 #include "tools/vexim/chat/Text.h"
 
-/// UTF-8, and midnight where the tests expect it.
+/// Sets UTF-8 and the time zone that the tests expect.
 class ChatTest : public testing::Test {
 protected:
     static void SetUpTestSuite() {

@@ -1,4 +1,4 @@
-// What is typed: the line, commands, completion; and names for files that others chose.
+// What is typed: the line, commands, completion; and names of files that other people chose.
 
 #include <fstream>
 #include <iterator>
@@ -23,7 +23,7 @@ std::string describe(const std::wstring& text, std::size_t cursor) {
 
 TEST_F(InputTest, EditsTheLine) {
     // One letter a key: < > move, ( ) by words, ^ $ to the ends, - + erase, w W cut words, u k cut
-    // to the ends, y inserts, p n go through the past, ! sends.
+    // to the ends, y inserts, p n go through the history, ! sends.
     const auto press = [](EditLine& line, const std::string& keys) {
         for (const char key : keys) {
             switch (key) {

@@ -74,7 +74,7 @@ TEST_F(ScreenTest, PaintsEveryCharacterAsWideAsTheTerminalDoes) {
         {"🇳🇴", 2},
         {"🇳🇴🇸🇪", 4},
         {"❤️", 2},
-        // what joins nothing is not there
+        // joiners that join nothing have no width
         {"a\u200Db", 2},
         {"a\uFE0F", 1},
         {"\t", 1},
@@ -125,7 +125,7 @@ TEST_F(ScreenTest, WrapsAtBlanksAndBetweenWideCharacters) {
     }
 }
 
-/// A screen full of what could break it.
+/// A screen full of texts that could break it.
 void fill(Roster& roster) {
     auto& bob = roster.open({Kind::Friend, "bob"});
     roster.rename(bob, "a name that is longer than any list is wide 漢字漢字漢字漢字漢字漢字");

@@ -18,7 +18,7 @@ namespace {
 using namespace std::chrono_literals;
 using Options = CertificateAuthority::Options;
 
-// What the words must hold.
+// What the error's text must contain.
 constexpr const char* kAccepted = "accepted";
 constexpr const char* kUnknown = "was not issued by a trusted authority";
 constexpr const char* kExpired = "has expired";
@@ -65,7 +65,7 @@ protected:
     TLSIdentity extended(const char* kind, const std::string& value) const {
         return root.issue({.extensions = {{kind, value}}});
     }
-    /// A leaf under an intermediate with these extensions, sent along.
+    /// A leaf under an intermediate with these extensions; the server sends both.
     TLSIdentity under(std::vector<std::pair<std::string, std::string>> extensions,
                       const std::string& names = "IP:127.0.0.1") const {
         const CertificateAuthority flawed("Flawed", &root, {.extensions = std::move(extensions)});

@@ -26,14 +26,14 @@ protected:
     TrustTest();
     ~TrustTest() override;
 
-    /// Answers live connections and everything else; counts what is asked.
+    /// Answers live connections and requests, and counts them.
     ScriptedServer::Script script();
 
-    /// What came of each kind of traffic to `origin` under `options`: "accepted", or the words of
-    /// its failure.
+    /// The result of each kind of traffic to `origin` under `options`: "accepted", or the text of
+    /// its error.
     std::vector<std::pair<std::string, std::string>> outcomes(const std::string& origin,
                                                               const Dictionary& options);
-    /// The same as one text, if all kinds agree; else the differences.
+    /// The same as one text if all kinds agree; otherwise the differences.
     std::string outcome(const std::string& origin, const Dictionary& options);
     /// The code of URL loading behind the last REST failure; 0 after a success.
     std::int64_t lastCode() const { return lastCode_; }

@@ -112,8 +112,7 @@ TEST_F(TrustTest, ConnectionsAreNeverSharedAcrossTrusts) {
         EXPECT_EQ(outcome(origin, lax), "accepted");
     }
     EXPECT_GT(server.connectionCount(), opened);
-    // The other way round a connection of the same trust is taken up again: a GET needs none of its
-    // own.
+    // On the other hand, an equal trust reuses a connection: a GET needs no new one.
     Dictionary again{{"selfSigned", true}};
     const auto same = TrustChoice::of(lax).trust;
     EXPECT_EQ(TrustChoice::of(again).trust, same);
@@ -160,14 +159,14 @@ public:
         SSL_CTX_free(context_);
     }
 
-    /// Carries bytes to and fro until neither side has any; what became of the session.
+    /// Carries bytes between the two until neither has any. Returns the state of the session.
     TlsSession::Status talkTo(TlsSession& session) {
         auto status = TlsSession::Status::Open;
         for (bool isMoving = true; isMoving;) {
             const std::string sent = std::exchange(session.output(), {});
             BIO_write(SSL_get_rbio(ssl), sent.data(), static_cast<int>(sent.size()));
             char byte = 0;
-            SSL_read(ssl, &byte, 1);  // shakes hands as well
+            SSL_read(ssl, &byte, 1);  // also does the handshake
             char bytes[65536];
             const int count = BIO_read(SSL_get_wbio(ssl), bytes, sizeof bytes);
             std::string plain;

@@ -1,5 +1,5 @@
-// Checks an installed library in another program: it links everything that it needs, runs its
-// threads, uses HTTP, and the program can derive from its classes and catch its exceptions.
+// Checks an installed library in another program: that it links everything it needs, runs its
+// threads and uses HTTP, and that the program can derive from its classes and catch its exceptions.
 #include <VexIMLib/Async/Coroutine.h>
 #include <VexIMLib/Async/Future.h>
 #include <VexIMLib/Loops/Asio.h>

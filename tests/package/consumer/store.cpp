@@ -1,5 +1,5 @@
-// What an installed store must be able to do in a stranger's program: open, keep a draft, and find
-// it again, with the awaited style.
+// Checks an installed store in another program: it opens, keeps a draft and finds it again, with
+// `wait`.
 #include <VexIMLib/Async/Future.h>
 #include <VexIMLib/Store/VXIMMessageStore.h>
 

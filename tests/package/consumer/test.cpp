@@ -1,5 +1,5 @@
-// What an installed test kit must be able to do in a stranger's tests: bring the library along,
-// answer both its interfaces, and turn the library's time, though that may be a shared library.
+// Checks an installed test kit in another program's tests: it links the library, answers on both
+// interfaces, and advances the clock of the library, even if that is a shared one.
 #include <VexIMLib/Testing/FakeService.h>
 #include <VexIMLib/Testing/ManualClock.h>
 #include <VexIMLib/VexIMLib.h>
