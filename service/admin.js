@@ -1,4 +1,5 @@
-// "server.js admin …": what the keeper of a service does to its data, also while it runs. It works on the same database and folder.
+// "server.js admin …": commands for whoever runs the service. They work on the same database and
+// folder, also while the service runs.
 
 import { randomBytes } from 'node:crypto';
 import { once } from 'node:events';
@@ -67,11 +68,14 @@ const commands = {
   },
 };
 
-/** Runs the command in `words`, with what readOptions() made of the rest. Rejects with what a person can be told. */
+/**
+ * Runs the command in `words`, with the options from readOptions(). Rejects with an error whose
+ * text can be shown to the user.
+ */
 export async function admin(words, { service: { data, database, app, userSecret } }) {
   const [name, ...rest] = words;
   if (!Object.hasOwn(commands, name ?? '')) throw new UsageError('admin takes one of its commands');
-  process.umask(0o077); // a backup holds what people wrote
+  process.umask(0o077); // a backup contains people's messages
   if (data === undefined && database === undefined) throw new UsageError('--data or --database says whose users are meant');
   const isAboutAll = name === 'backup' || name === 'restore';
   const store = isAboutAll ? undefined : await openStore({ data, database, isShared: true });
@@ -87,7 +91,7 @@ function expect(words, least, most) {
   if (words.length < least || words.length > most) throw new UsageError('that command takes other words');
 }
 
-/** Takes a final "-" off `words`. */
+/** Removes a final "-" from `words`. */
 async function choosePassword(words) {
   if (words.at(-1) !== '-') return { password: randomBytes(12).toString('base64url'), isMadeUp: true };
   words.pop();

@@ -1,5 +1,6 @@
-// Uploaded files: streamed from the form into a folder. A file gets its name only when all of it is on disk, so what has a name is whole.
-// Nodes that share a database share this folder, too.
+// Uploaded files, streamed from the form into a folder. A file gets its name only once all of it is
+// on disk, so every file with a name is complete. Nodes that share a database share this folder,
+// too.
 
 import busboy from 'busboy';
 import { execFile } from 'node:child_process';
@@ -17,7 +18,7 @@ import { sentences } from './interface.js';
 const formOverhead = 65_536; // boundaries, part headers and small fields around the file
 const thumbnailEdge = 256; // pixels
 const thumbnailLimits = ['--cpu=5', `--as=${2 ** 30}`]; // seconds, bytes
-// Formats whose readers were not made for the files of strangers are left out.
+// Only formats whose decoders can be trusted with files from strangers.
 const thumbnailRun = { timeout: 60_000, killSignal: 'SIGKILL', env: { ...process.env, VIPS_BLOCK_UNTRUSTED: '1', VIPS_CONCURRENCY: '1' } };
 const runFile = promisify(execFile);
 
@@ -28,7 +29,10 @@ export class Attachments {
   #limit;
   #shrinking = Promise.resolve();
 
-  /** `limit` is the size of the largest file that is taken, in bytes. Without a `data` folder the files are gone in the end. */
+  /**
+   * `limit` is the size of the largest file that is accepted, in bytes. Without a `data` folder the
+   * files are deleted when the service ends.
+   */
   constructor({ store, data, limit }) {
     this.#store = store;
     this.#limit = limit;
@@ -41,10 +45,13 @@ export class Attachments {
     return this.#directory;
   }
 
-  /** Resolves to the file called `name`, {"name", "type", "size"}, if it is here. */
+  /** Resolves to the file `name` as {"name", "type", "size"}, or to nothing if there is none. */
   find = (name) => this.#store.file(name);
 
-  /** Takes the file in the field "attachment" of a multipart request and, for a picture, makes a thumbnail. Resolves to their names. */
+  /**
+   * Stores the file in the field "attachment" of a multipart request and, for a picture, a
+   * thumbnail. Resolves to their names.
+   */
   async receive(request) {
     must(!(request.headers['content-length'] > this.#limit + formOverhead), 'tooLarge');
     const file = await this.#save(request);
@@ -52,7 +59,7 @@ export class Attachments {
     return thumbnail ? [file.name, thumbnail.name] : [file.name];
   }
 
-  /** Removes all files; what the store knows of them is another matter. */
+  /** Removes all files, but not their records in the store. */
   clear() {
     for (const name of readdirSync(this.#directory)) rmSync(join(this.#directory, name), { force: true });
   }
@@ -61,11 +68,11 @@ export class Attachments {
     if (this.#isTemporary) rmSync(this.#directory, { recursive: true, force: true });
   }
 
-  /** Ends as soon as it is clear how, also before the whole body is here. */
+  /** Ends as soon as the result is clear, even before the whole body has arrived. */
   async #save(request) {
     const form = openForm(request.headers, this.#limit);
     let saved;
-    let fault; // of the form
+    let fault; // the error of the form, if it is malformed
     const broken = new Promise((resolve, reject) => {
       form.on('file', (field, content, info) => {
         if (field !== 'attachment' || saved) return content.resume();
@@ -83,8 +90,10 @@ export class Attachments {
       return await saved;
     } catch (error) {
       request.unpipe(form);
-      request.resume(); // the answer must not be lost to a reset while the client still sends
-      const file = await saved?.catch(() => undefined); // what it left is gone before the answer is out
+      // otherwise the connection is reset while the client still sends, and the answer is lost
+      request.resume();
+      // remove the rest of it before the answer is sent
+      const file = await saved?.catch(() => undefined);
       if (file) await this.#remove(file.name);
       throw fault ?? form.errored ? new ServiceError('malformedBody', sentences.brokenForm) : error;
     }
@@ -99,15 +108,17 @@ export class Attachments {
       must(target.bytesWritten <= this.#limit, 'tooLarge'); // the parser stops at one byte more
       return await this.#keep(name, mimeType, target.bytesWritten);
     } catch (error) {
-      if (!target.closed) await new Promise((resolve) => target.once('close', resolve)); // it may still be about to make the file
+      // it may still be about to create the file
+      if (!target.closed) await new Promise((resolve) => target.once('close', resolve));
       await rm(path, { force: true });
       throw error;
     }
   }
 
   /**
-   * A PNG that fits into a small square; nothing when the picture cannot be read. A program of its own reads what a stranger made: one
-   * picture at a time, with as much time and memory as any photograph needs.
+   * A PNG that fits into a small square, or nothing if the picture cannot be read. A separate
+   * program reads the file, because it comes from a stranger: one picture at a time, with limited
+   * time and memory.
    */
   #shrink(file) {
     const shrunk = this.#shrinking.then(async () => {
@@ -131,7 +142,10 @@ export class Attachments {
     await rm(join(this.#directory, name), { force: true });
   }
 
-  /** Gives the finished `name`.part its name, once its content is on disk, and has it known once the name is, too. */
+  /**
+   * Renames the finished `name`.part to `name` once its content is on disk, and records it in the
+   * store once the name is on disk, too.
+   */
   async #keep(name, type, size) {
     const path = join(this.#directory, name);
     await flush(`${path}.part`);

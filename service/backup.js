@@ -1,5 +1,6 @@
-// A backup is a tar file: service.sqlite or service.dump (pg_dump's own format), and the folder of attachments. Both directions work
-// while services run: SQLite copies its pages under its own locks, PostgreSQL dumps and restores within a transaction.
+// A backup is a tar file: service.sqlite or service.dump (pg_dump's own format), and the folder of
+// attachments. Backup and restore work while services run: SQLite copies its pages under its own
+// locks, PostgreSQL dumps and restores within a transaction.
 
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
@@ -10,7 +11,7 @@ import { join } from 'node:path';
 import { databaseFile, openDatabase } from './database.js';
 
 const require = createRequire(import.meta.url);
-const temporaryTables = ['sessions', 'nodes']; // who is connected just now
+const temporaryTables = ['sessions', 'nodes']; // who is connected at the moment
 
 /** `place` is {"data", "database"} as for the store; `target` is a file, or "-" for standard output. */
 export async function backUp(place, target) {
@@ -19,19 +20,23 @@ export async function backUp(place, target) {
       const left = temporaryTables.map((table) => `--exclude-table-data=${table}`);
       await run('pg_dump', ['--format=custom', '--no-owner', ...left, `--file=${join(folder, 'service.dump')}`], postgresEnvironment(place.database));
     } else await copy(databaseFile(place.data), join(folder, 'service.sqlite'));
-    // The files come last: what the database knows by now has been there.
+    // The files come last, so all that the database refers to are included.
     const files = place.data && existsSync(join(place.data, 'attachments')) ? ['-C', place.data, '--exclude=*.part*', 'attachments'] : [];
     await run('tar', ['--create', `--file=${target}`, '-C', folder, place.database ? 'service.dump' : 'service.sqlite', ...files]);
   });
 }
 
-/** Replaces all by what `source` holds; nothing changes when that is no backup of ours, or of a later version. */
+/**
+ * Replaces all data with that of `source`. Nothing changes if that is not a backup of this service,
+ * or was made by a later version.
+ */
 export async function restore(place, source) {
   await within(place, async (folder) => {
     await run('tar', ['--extract', `--file=${source}`, '--no-same-owner', '-C', folder]);
     const [dump, sqlite] = ['service.dump', 'service.sqlite'].map((name) => join(folder, name));
     if (!existsSync(place.database ? dump : sqlite)) throw new Error(`this is no backup of ${place.database ? 'PostgreSQL' : 'SQLite'}`);
-    if (!place.database) await openDatabase({ directory: folder }).then((db) => db.destroy()); // sound, and of our version now
+    // checks it and brings it to our version
+    if (!place.database) await openDatabase({ directory: folder }).then((db) => db.destroy());
     takeFiles(join(folder, 'attachments'), place.data);
     if (!place.database) return copy(sqlite, join(place.data, 'service.sqlite'));
     const how = ['--clean', '--if-exists', '--no-owner', '--single-transaction'];
@@ -52,7 +57,7 @@ async function copy(from, to) {
   }
 }
 
-/** Names are random and contents never change, so what is here already may stay. */
+/** Names are random and contents never change, so existing files can stay. */
 function takeFiles(from, data) {
   if (!data || !existsSync(from)) return;
   const to = join(data, 'attachments');
@@ -75,7 +80,10 @@ async function run(program, words, environment = process.env) {
   if (code !== 0) throw new Error(`${program} failed`);
 }
 
-/** The connection for PostgreSQL's own programs; the command line would show the password to all users of the machine. */
+/**
+ * The connection for PostgreSQL's own programs. On the command line all users of the machine would
+ * see the password.
+ */
 function postgresEnvironment(url) {
   const { host, port, user, password, database } = require('pg-connection-string').parse(url);
   const set = Object.entries({ PGHOST: host, PGPORT: port, PGUSER: user, PGPASSWORD: password, PGDATABASE: database }).filter(([, value]) => value);

@@ -1,8 +1,10 @@
-// Carries events between the nodes that share a PostgreSQL database, over Socket.IO's own adapter for it. What the adapter leaves to us:
-// - order: it would fetch a large event from a table while smaller ones overtake it. We put the large ones into a table of our own, and
-//   take what comes in turn.
-// - loss: it drops what it cannot send, or hear. We number what a node sends, and listen with a connection that we watch. Where a number is
-//   missing, and when we listen anew, `onLoss` is called before anything that was sent later comes.
+// Carries events between the nodes that share a PostgreSQL database, with Socket.IO's own adapter.
+// Two things the adapter does not do:
+// - order: it fetches large events from a table, and smaller ones overtake them. We put the large
+// ones into our own table and handle all of them in turn.
+// - loss: it drops what it cannot send or receive. We number what a node sends, and listen on a
+// connection that we watch. If a number is missing, or the connection was opened again, `onLoss` is
+// called before any later event is handled.
 
 import { once } from 'node:events';
 import { createAdapter } from '@socket.io/postgres-adapter';
@@ -11,9 +13,10 @@ import { Listener } from './listener.js';
 
 const largest = 7_000; // bytes; a notification of PostgreSQL carries 8000
 const beatMillis = 3_000;
-const youngMillis = 15_000; // who is older has heard of every node
+const youngMillis = 15_000; // an older node knows all others
 const parcelMillis = 60_000;
-const deafMillis = 15_000; // a database that restarts should cost clients one connection, not one for each try to come back
+// when the database restarts, each client should lose one connection, not one for each attempt
+const deafMillis = 15_000;
 const echoMillis = 10_000;
 const never = 2 ** 31 - 1;
 
@@ -21,7 +24,7 @@ export class Bus {
   #io;
   #db;
   #namespace;
-  #pool; // that sends
+  #pool; // for sending
   #listener;
   #hears = false;
   #node;
@@ -31,13 +34,16 @@ export class Bus {
   #query = Promise.resolve(); // the adapter's newest one
   #waiting = [];
   #number = 0;
-  #numbers = new Map(); // node → the last number heard
+  #numbers = new Map(); // node → its last number
   #hearing = Promise.resolve();
-  #since; // we hear
+  #since; // when we began to listen
   #deafness; // a timer
   #timer;
 
-  /** `handlers` are functions by the kind of event; `onLoss` hears that events from other nodes are missing. */
+  /**
+   * `handlers` has a function for each kind of event. `onLoss` is called when events from other
+   * nodes are missing.
+   */
   constructor({ io, namespace, db, url, node, handlers, onLoss }) {
     this.#io = io;
     this.#db = db;
@@ -50,7 +56,10 @@ export class Bus {
     this.#listener = new Listener(url);
   }
 
-  /** Does this node hear what the others send? While it does not, nobody gets in, and who is connected gets nothing until `onLoss`. */
+  /**
+   * Whether this node receives what the others send. While it does not, nobody can log in, and
+   * connected clients get nothing until `onLoss`.
+   */
   get hears() {
     return this.#hears;
   }
@@ -74,26 +83,28 @@ export class Bus {
       this.#hears = false;
       this.#deafness = setTimeout(this.#onLoss, deafMillis).unref();
     });
-    // In its turn: what was heard before the loss comes first.
+    // In its turn: what arrived before the loss comes first.
     this.#listener.on('hears', () => (this.#hearing = this.#hearing.then(() => this.#begin())));
     await this.#listener.start();
     await this.#echo();
     await this.#hearing;
     this.#timer = setInterval(() => {
-      // A beat that overtook a message would tell the others that they have missed it.
+      // If a heartbeat overtook a message, the others would think that they have missed it.
       this.#sending = this.#sending.then(() => this.#send([])).catch(() => undefined);
       this.#db('parcels').where('at', '<', Date.now() - parcelMillis).del().catch(() => undefined);
     }, beatMillis).unref();
   }
 
-  /** Has the other nodes do `kind`, and waits until they have. */
+  /** Makes the other nodes do `kind`, and waits until they have done so. */
   ask(kind) {
     return new Promise((resolve) => {
       this.#io.of(this.#namespace).serverSideEmit('ask', kind, () => resolve());
     });
   }
 
-  /** Has the other nodes do `kind` with `content`, a JSON value. Resolves when it is on its way. */
+  /**
+   * Makes the other nodes do `kind` with `content`, a JSON value. Resolves when it has been sent.
+   */
   publish(kind, content) {
     return new Promise((resolve, reject) => {
       this.#waiting.push({ text: JSON.stringify([kind, content]), resolve, reject });
@@ -108,7 +119,7 @@ export class Bus {
     await this.#pool.end();
   }
 
-  /** A pooler that lends connections for a transaction each takes our LISTEN, and passes on nothing. */
+  /** A pooler that assigns a connection per transaction accepts our LISTEN but delivers nothing. */
   async #echo() {
     const heard = once(this.#listener, 'notification', { signal: AbortSignal.timeout(echoMillis) }).catch((error) => {
       throw new Error('What PostgreSQL notifies does not come through: a pooler in between must lend whole sessions.', { cause: error });
@@ -116,7 +127,7 @@ export class Bus {
     await Promise.all([heard, this.#send([])]);
   }
 
-  /** Sends what waits, as much as fits into one notification. */
+  /** Sends what is queued, as much as fits into one notification. */
   async #flush() {
     const batch = [];
     for (let size = 0; this.#waiting.length > 0; ) {
@@ -134,14 +145,15 @@ export class Bus {
   }
 
   async #send(texts) {
-    const number = texts.length > 0 ? (this.#number += 1) : this.#number; // a beat says how far we are
+    // a heartbeat says how far we are
+    const number = texts.length > 0 ? (this.#number += 1) : this.#number;
     let text = JSON.stringify(texts);
     if (Buffer.byteLength(JSON.stringify(text)) > largest) {
       const [{ id }] = await this.#db('parcels').insert({ at: Date.now(), text }).returning('id');
       text = String(id);
     }
     this.#io.of(this.#namespace).serverSideEmit('bus', this.#node, number, text);
-    await this.#query; // the adapter tells nobody whether it worked
+    await this.#query; // the adapter does not report whether it worked
   }
 
   #begin() {
@@ -156,7 +168,7 @@ export class Bus {
     const last = this.#numbers.get(node);
     const isBeat = text === '[]';
     const expected = last === undefined ? (Date.now() - this.#since < youngMillis ? number : 1) : last + (isBeat ? 0 : 1);
-    if (number < expected) return; // heard before
+    if (number < expected) return; // seen before
     this.#numbers.set(node, number);
     if (number > expected) this.#onLoss();
     if (isBeat) return;

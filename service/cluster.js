@@ -1,4 +1,5 @@
-// A whole cluster on loopback, to try and to test: a PostgreSQL of its own, nodes, and nginx before them. All of it goes when it is closed.
+// A whole cluster on loopback, for trying things out and for tests: its own PostgreSQL, several
+// nodes, and nginx in front of them. Closing it removes everything.
 
 import { spawn, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
@@ -20,7 +21,10 @@ export class Cluster {
   #proxy;
   nodes = []; // { url, process }
 
-  /** `flags` go to each node. `isSticky`: what belongs to one login goes to one node; otherwise each request goes to the next node. */
+  /**
+   * `flags` are passed to each node. `isSticky`: all requests of one login go to the same node;
+   * otherwise each request goes to the next node.
+   */
   constructor({ flags = [], isSticky = true } = {}) {
     this.#flags = flags;
     this.#isSticky = isSticky;
@@ -50,7 +54,7 @@ export class Cluster {
     return this.#path('socket');
   }
 
-  /** `socket` is a folder with another way to the database, which a test can obstruct. */
+  /** `socket` is a folder with another socket for the database, which a test can block. */
   async startNode(i, { socket } = {}) {
     const node = this.nodes[i];
     const port = node.url ? new URL(node.url).port : '0';
@@ -143,10 +147,10 @@ http {
 
 const postgres = (name) => join(installed, readdirSync(installed).sort().at(-1), 'bin', name);
 
-/** A child that gets `signal` when we end without close(), however we do. */
+/** Starts a child process that gets `signal` if we end without close(), for whatever reason. */
 const spawnWithUs = (signal, program, words, options) => spawn('setpriv', ['--pdeathsig', signal.slice(3), '--', program, ...words], options);
 
-/** PostgreSQL refuses to run as root: it then runs as the user that its package made. */
+/** PostgreSQL refuses to run as root. It then runs as the user that its package has created. */
 function postgresUser() {
   if (process.getuid() !== 0) return {};
   const id = (flag) => Number(spawnSync('id', [flag, 'postgres'], { encoding: 'utf8' }).stdout);
@@ -180,7 +184,7 @@ async function freePort() {
 
 const seconds = (count) => new Promise((resolve) => setTimeout(resolve, count * 1_000));
 
-/** What makes life hard for clients, once in a while. */
+/** Trouble for clients, at random intervals. */
 const troubles = {
   async kill(cluster, turn) {
     await seconds(2 + Math.random() * 3);

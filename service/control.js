@@ -1,5 +1,6 @@
-// /_control: what tests need and no application may have. Unsigned, and answered to this machine only; what a proxy passes on comes
-// from elsewhere, and what a browser sends may come from any page.
+// /_control: functions for tests only, not for applications. Requests are not signed, and only this
+// machine may send them. Requests from a proxy are refused because they come from elsewhere, and
+// those from a browser because any page may have sent them.
 
 import express from 'express';
 import { isForwarded, isLoopback } from './address.js';
@@ -7,7 +8,7 @@ import { must } from './errors.js';
 import { bears } from './secrets.js';
 import { object, text } from './values.js';
 
-/** With a `secret`, requests must bear it. */
+/** If there is a `secret`, requests must contain it. */
 export function control({ store, live, log, app, seed, attachments, faults, keyOf }, { secret }) {
   const router = express.Router();
   router.use((request, response, next) => {
@@ -38,7 +39,8 @@ export function control({ store, live, log, app, seed, attachments, faults, keyO
   add('post', '/faults', ({ body }) => faults.add(object(body)));
   add('delete', '/faults', () => faults.clear());
 
-  // Each of these takes {"user": id}, or nothing for everybody, and answers how many connections it met.
+  // Each of these takes {"user": id}, or nothing for everybody, and answers how many connections
+  // were affected.
   add('post', '/drop', async ({ body }) => ({ connections: await live.drop(body?.user) }));
   add('post', '/stall', async ({ body }) => ({ connections: await live.stall(body?.user) }));
   add('post', '/unstall', async ({ body }) => ({ connections: await live.unstall(body?.user) }));

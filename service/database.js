@@ -1,4 +1,5 @@
-// Opens the database: PostgreSQL by its URL, SQLite in a folder, or SQLite in memory. All else is one set of queries.
+// Opens the database: PostgreSQL by its URL, SQLite in a folder, or SQLite in memory. The queries
+// are the same for all three.
 
 import knex from 'knex';
 import BetterSqlite3Client from 'knex/lib/dialects/better-sqlite3/index.js';
@@ -11,14 +12,20 @@ const Sqlite = createRequire(import.meta.url)('better-sqlite3');
 const busyMillis = 10_000;
 const queryMillis = 15_000;
 
-/** A transaction takes the write lock at once: one that has read cannot wait for it any more (`service admin` may write, too). */
+/**
+ * A transaction takes the write lock at the start: after a read SQLite would not wait for it
+ * (`service admin` may write at the same time).
+ */
 class SqliteClient extends BetterSqlite3Client {
   _query(connection, query) {
     return super._query(connection, query.sql === 'BEGIN;' ? Object.assign(query, { sql: 'BEGIN IMMEDIATE;' }) : query);
   }
 }
 
-/** Where a folder's SQLite database is, or will be. Throws when an empty file is there: SQLite would take what was cut off for new. */
+/**
+ * The path of a folder's SQLite database. Throws if the file is there and empty: SQLite would take
+ * a truncated database for a new one.
+ */
 export function databaseFile(directory) {
   const file = join(directory, 'service.sqlite');
   if (statSync(file, { throwIfNoEntry: false })?.size === 0) throw new Error(`${file} is empty. ${advice} Without a backup, and for a new service, only move it away.`);
@@ -27,13 +34,17 @@ export function databaseFile(directory) {
 
 const advice = 'Move it away, with its -wal and -shm, and restore a backup.';
 
-/** The knex instance of a database whose tables are of this version, brought there by `migrations`. `url` is that of a PostgreSQL database. */
+/**
+ * Returns knex for a database whose tables `migrations` have brought to this version. `url` is for
+ * PostgreSQL.
+ */
 export async function openDatabase({ url, directory, migrations = released }) {
   const db = knex(url ? postgres(url) : sqlite(directory));
   try {
     if (url) await retryWhileStarting(() => db.raw('select 1'));
     await db.transaction(async (trx) => {
-      if (url) await trx.raw("select pg_advisory_xact_lock(hashtext('vexim-service schema'))"); // nodes may start at once
+      // several nodes may start at the same time
+      if (url) await trx.raw("select pg_advisory_xact_lock(hashtext('vexim-service schema'))");
       await trx.migrate.latest({ migrationSource: sourceOf(migrations), tableName: 'schema_versions' }).catch(explain);
       await trx.raw(sessionsTable(url ? 'unlogged' : 'temporary'));
       await trx.raw(sessionsIndex(url ? '' : 'temp.'));
@@ -50,7 +61,7 @@ function explain(error) {
   throw new Error('A later version of the service has changed this database.', { cause: error });
 }
 
-/** SQLite does not say which file it means. */
+/** SQLite's errors do not name the file. */
 function explainDamage(error, directory) {
   if (!/^SQLITE_(CORRUPT|NOTADB)/.test(error.code)) return error;
   return new Error(`${databaseFile(directory)} is damaged (${error.message}). ${advice}`, { cause: error });
@@ -73,8 +84,8 @@ function sqlite(directory) {
 }
 
 /**
- * Keeps other services away from a folder; throws when one runs there. The operating system frees the lock when the process ends, however
- * it does.
+ * Locks a folder against other services, and throws if one runs there. The operating system frees
+ * the lock when the process ends, for whatever reason.
  */
 export function lockFolder(directory) {
   const lock = new Sqlite(join(directory, 'lock'), { timeout: 0 });
@@ -88,7 +99,7 @@ export function lockFolder(directory) {
   }
 }
 
-/** A database that has just been started answers "the database system is starting up" (SQLSTATE 57P03). */
+/** While PostgreSQL starts, it answers "the database system is starting up" (SQLSTATE 57P03). */
 async function retryWhileStarting(act, tries = 50) {
   for (let left = tries; ; left -= 1) {
     try {
@@ -100,5 +111,5 @@ async function retryWhileStarting(act, tries = 50) {
   }
 }
 
-/** Does this error say that a unique value is there already? */
+/** Whether the error says that a unique value already exists. */
 export const isTaken = ({ code }) => code === '23505' || code === 'SQLITE_CONSTRAINT_UNIQUE' || code === 'SQLITE_CONSTRAINT_PRIMARYKEY';

@@ -3,7 +3,7 @@
 
 import { errors } from './interface.js';
 
-/** An error that the client is told about. */
+/** An error that is sent to the client. */
 export class ServiceError extends Error {
   constructor(name, detail) {
     const { code, status, text } = errors[name];
@@ -13,7 +13,7 @@ export class ServiceError extends Error {
     this.status = status;
   }
 
-  /** The form in which it goes over the wire. */
+  /** Its JSON form. */
   toJSON() {
     return { errorCode: this.code, errorMessage: this.message };
   }

@@ -1,4 +1,5 @@
-// Faults that a test asks for. They stand in front of the HTTP server, so REST, the Socket.IO handshake and polling can all fail.
+// Faults for tests. They come before the HTTP server, so REST, the Socket.IO handshake and polling
+// can all fail.
 
 import { STATUS_CODES } from 'node:http';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -9,15 +10,15 @@ import { count, isObject } from './values.js';
 const protectedPath = '/_control';
 
 /**
- * A fault is { method, path } of the requests that it hits (path: how the URL begins; both may be missing), how often
- * { times: 1, skip: 0 }, and what happens then, in this order:
+ * A fault names the requests that it affects by { method, path } (path: the start of the URL; both
+ * are optional), how often { times: 1, skip: 0 }, and what happens, in this order:
  *   delayMs            wait first
  *   drop               true: cut the connection without reading the body
  *   dropAfterReceived  cut it once so many bytes of the body are here, or all
  *   status, headers, body (text or JSON value) or bodyBase64
  *                      answer this; with early: true without reading the request's body
  *   dropAfterSent      cut it once so many bytes of the answer's body, made up or real, have gone
- * Without an answer of its own the request goes on to the service.
+ * If the fault has no answer, the service answers the request.
  */
 export class Faults {
   #faults = [];
@@ -36,9 +37,12 @@ export class Faults {
     this.#faults = [];
   }
 
-  /** Puts itself before all listeners that `httpServer` has by now; `note(request)` hears of every request that passes by. */
+  /**
+   * Puts itself before all present listeners of `httpServer`. Calls `note(request)` for every
+   * request.
+   */
   guard(httpServer, note) {
-    // A client that leaves early makes reading fail; there is nobody left to tell.
+    // If the client leaves early, reading fails, but nobody is there to be told.
     wrap(httpServer, 'request', (request, response, proceed) => {
       if (request.url.startsWith(protectedPath)) return proceed();
       note(request, response);
@@ -47,7 +51,8 @@ export class Faults {
       const { socket } = request;
       return answer(fault, request, response, proceed).catch(() => socket.destroy());
     });
-    // Without the WebSocket transport nobody listens, and Node passes a handshake on as a request, which is refused at once.
+    // Without the WebSocket transport nobody listens. Node then treats a handshake as a request,
+    // which is refused at once.
     if (httpServer.listenerCount('upgrade') === 0) return;
     wrap(httpServer, 'upgrade', (request, socket, proceed) => {
       const fault = this.#take(request);
@@ -68,7 +73,7 @@ export class Faults {
   }
 }
 
-/** Puts `before(request, channel, proceed)` before all that listen to `event` by now. */
+/** Puts `before(request, channel, proceed)` before all present listeners of `event`. */
 export function wrap(httpServer, event, before) {
   const listeners = httpServer.listeners(event);
   httpServer.removeAllListeners(event);
@@ -78,7 +83,7 @@ export function wrap(httpServer, event, before) {
 }
 
 async function answer(fault, request, response, proceed) {
-  const { socket } = request; // gone from the request once that is read
+  const { socket } = request; // the request loses it once it has been read
   if (fault.delayMs) await sleep(fault.delayMs);
   if (fault.drop) return socket.destroy();
   if (fault.dropAfterReceived !== undefined) {
@@ -93,7 +98,7 @@ async function answer(fault, request, response, proceed) {
   return response.end(body);
 }
 
-/** The same for a WebSocket handshake, where there is no response object yet. */
+/** The same for a WebSocket handshake, which has no response object yet. */
 async function refuse(fault, socket, proceed) {
   socket.on('error', () => {}); // the client may leave while we wait
   if (fault.delayMs) await sleep(fault.delayMs);
@@ -126,7 +131,7 @@ async function readBody(request, most = Infinity) {
   request.logEntry.body = excerpt(Buffer.concat(chunks));
 }
 
-/** Lets `most` bytes of the body out, then closes the connection. */
+/** Sends `most` bytes of the body, then closes the connection. */
 function cutAfter(response, most) {
   let left = most;
   let isCut = false;

@@ -1,11 +1,11 @@
-// Stands in front of the HTTP server, so that REST, polling and the WebSocket handshake are all met: who asks, how often,
-// how slowly, and what is still running when the service is to end.
+// Comes before the HTTP server, so it sees REST, polling and WebSocket handshakes alike: who asks,
+// how often and how slowly, and what is still running when the service shuts down.
 
 import { RateLimiterMemory } from 'rate-limiter-flexible';
 import { clientAddress, clientNetwork, trust } from './address.js';
 import { wrap } from './faults.js';
 
-const bodyMillis = 60_000; // for a body to arrive; for an upload, to go on arriving
+const bodyMillis = 60_000; // time for a body to arrive; for an upload, the longest pause
 const isUpload = (url) => url.startsWith('/attachment');
 
 export class Gate {
@@ -18,12 +18,14 @@ export class Gate {
   #whenIdle = () => {};
 
   /**
-   * `requestRate` is requests a second and `connections` open ones, of one client; 0 is no limit. `observe({ request, response, address, seconds })`
-   * hears of every request once it has ended, `refuse(reason)` of every one that is turned away.
+   * `requestRate` limits requests per second, `connections` open connections, both of one client; 0
+   * means no limit. Calls `observe({ request, response, address, seconds })` when a request has
+   * ended, and `refuse(reason)` when one is turned away.
    */
   constructor({ trustProxy, requestRate, connections, observe, refuse }) {
     this.#isTrusted = trust(trustProxy);
-    this.#rate = requestRate > 0 && new RateLimiterMemory({ points: requestRate * 10, duration: 10 }); // a client starts with a burst
+    // a burst at the start is fine
+    this.#rate = requestRate > 0 && new RateLimiterMemory({ points: requestRate * 10, duration: 10 });
     this.#connections = connections;
     this.observe = observe;
     this.refuse = refuse;
@@ -37,10 +39,10 @@ export class Gate {
     return this.#isDraining;
   }
 
-  /** Noted when the request came: later its socket may be gone. */
+  /** Noted when the request arrived, because its socket may be gone later. */
   address = (request) => (request.clientAddress ??= clientAddress(request, this.#isTrusted));
 
-  /** Puts itself before all listeners that `httpServer` has by now. */
+  /** Puts itself before all present listeners of `httpServer`. */
   guard(httpServer) {
     if (this.#connections > 0) httpServer.on('connection', (socket) => this.#count(socket));
     wrap(httpServer, 'request', (request, response, proceed) => this.#pass(request, response, proceed));
@@ -55,7 +57,10 @@ export class Gate {
     });
   }
 
-  /** From now on answers end their connections. Resolves when nothing runs any more, to true, or after `seconds`, to false. */
+  /**
+   * From now on each answer closes its connection. Resolves to true when nothing is running any
+   * more, or to false after `seconds`.
+   */
   drain(seconds) {
     this.#isDraining = true;
     if (this.#running.size === 0) return Promise.resolve(true);
@@ -90,7 +95,10 @@ export class Gate {
     return this.allows(clientNetwork(this.address(request)));
   }
 
-  /** Counts one thing more that `who` does: a client's request, a user's message. Resolves to false when that is one too many. */
+  /**
+   * Counts one more action of `who`: a client's request or a user's message. Resolves to false if
+   * that is one too many.
+   */
   async allows(who) {
     if (!this.#rate) return true;
     try {
@@ -102,7 +110,7 @@ export class Gate {
     }
   }
 
-  /** A proxy's connections are for the proxy to limit. */
+  /** The proxy itself limits its connections. */
   #count(socket) {
     if (this.#isTrusted(socket.remoteAddress ?? '', 0)) return;
     const network = clientNetwork(socket.remoteAddress ?? '');
@@ -121,7 +129,10 @@ export class Gate {
   }
 }
 
-/** Ends a request whose body does not come. An upload may take as long as it likes while something arrives. */
+/**
+ * Ends a request whose body does not arrive. An upload may take any time as long as data keeps
+ * arriving.
+ */
 function limitTime(request) {
   const giveUp = () => request.complete || request.socket.destroy();
   if (isUpload(request.url)) return request.setTimeout(bodyMillis, giveUp);

@@ -1,4 +1,5 @@
-// The messages of all conversations, in the order of their "ts"; those with the same one in the order of arrival.
+// The messages of all conversations, in the order of their "ts"; equal ones in the order of
+// arrival.
 
 import { setTimeout } from 'node:timers/promises';
 
@@ -12,17 +13,19 @@ const newestFirst = [
 
 export class Messages {
   #db;
-  #kept; // how many of a conversation; a while longer they may be twice as many
-  #waiting = []; // what the next commit takes
+  #kept; // how many are kept of a conversation; for a while up to twice as many
+  #waiting = []; // for the next commit
   #isWriting = false;
-  #written = new Map(); // conversation → messages since its oldest were dropped
+  #written = new Map(); // conversation → messages written since its oldest ones were removed
 
   constructor(db, { kept = Infinity }) {
     this.#db = db;
     this.#kept = kept;
   }
 
-  /** Resolves when the message is on disk. Those that come while one commit runs share the next. */
+  /**
+   * Resolves when the message is on disk. Messages that arrive during a commit share the next one.
+   */
   add(conversation, message) {
     return new Promise((resolve, reject) => {
       this.#waiting.push({ row: { conversation, ts: message.ts, message: JSON.stringify(message) }, resolve, reject });
@@ -52,7 +55,10 @@ export class Messages {
     this.#isWriting = false;
   }
 
-  /** Waits while more is coming, but not for long: a commit takes milliseconds, however much is in it. */
+  /**
+   * Waits briefly while more messages arrive: a commit takes milliseconds, however many it
+   * contains.
+   */
   async #gather() {
     const until = performance.now() + longestGather;
     for (let before = 0; this.#waiting.length > before && this.#waiting.length < batchSize && performance.now() < until; ) {

@@ -1,5 +1,6 @@
-// Hears what is notified in a PostgreSQL database. PostgreSQL keeps nothing for who is not connected, so an end of the connection is a loss;
-// and a connection may be dead for hours before the operating system says so.
+// Listens to the notifications of a PostgreSQL database. PostgreSQL keeps nothing for a listener
+// that is not connected, so a lost connection means lost notifications; and a connection may be
+// dead for hours before the operating system notices.
 
 import { EventEmitter } from 'node:events';
 import { setTimeout } from 'node:timers/promises';
@@ -9,10 +10,13 @@ const retryMillis = 500;
 const checkMillis = 3_000;
 const answerMillis = 5_000;
 
-/** Emits "notification" as a client of pg does; "deaf", when from now on something may be missed; "hears", when nothing will be. */
+/**
+ * Emits "notification" like a client of pg; "deaf" when notifications may be missed from now on;
+ * "hears" when none will be.
+ */
 export class Listener extends EventEmitter {
   #url;
-  #client; // while we hear
+  #client; // while connected
   #ended; // a promise
   #statements = new Set();
   #isClosed = false;
@@ -26,18 +30,18 @@ export class Listener extends EventEmitter {
     return this.#client !== undefined;
   }
 
-  /** Rejects when it cannot hear; from then on it tries again by itself. */
+  /** Rejects if it cannot connect; afterwards it tries again by itself. */
   async start() {
     await this.#open();
     this.#watch();
   }
 
-  /** Takes a LISTEN, for each connection; before start(). */
+  /** Adds a LISTEN, for every connection. Call it before start(). */
   async query(statement) {
     this.#statements.add(statement);
   }
 
-  release() {} // we stand where a connection of a pool did
+  release() {} // a pool's connection has this method
 
   close() {
     this.#isClosed = true;
@@ -46,7 +50,7 @@ export class Listener extends EventEmitter {
 
   async #open() {
     const client = new pg.Client({ connectionString: this.#url, keepAlive: true, connectionTimeoutMillis: answerMillis, query_timeout: answerMillis });
-    client.on('error', () => undefined); // its end says the same
+    client.on('error', () => undefined); // "end" follows and is enough
     client.on('notification', (message) => client === this.#client && this.emit('notification', message));
     this.#ended = new Promise((resolve) => client.once('end', resolve));
     try {

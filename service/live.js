@@ -17,22 +17,25 @@ const retryMillis = 1_000;
 const longestClose = 5_000;
 
 export class Live {
-  #links = new Set(); // every Engine.IO connection, logged in or not
-  #known = new WeakSet(); // those who logged in
+  #links = new Set(); // all Engine.IO connections, logged in or not
+  #known = new WeakSet(); // those that have logged in
   #connections = new Map(); // id of a user or passenger → its open sockets
-  #turns = new Set(); // what connections have begun to do
+  #turns = new Set(); // what connections are doing
   #store;
   #identify;
   #report;
   #log;
   #io;
   #presence;
-  #bus; // none where there is one node only
+  #bus; // none if there is only one node
   #isClosing = false;
 
   /**
-   * `line` is 2, 3 or 4; `engine` goes to the Socket.IO server as it is ("pingInterval", "transports" …). `identify` is login.js's;
-   * `report` hears of each `login(request, {id, error})`, `message(result)`, `loss()` and `failure(error)`, and knows `addressOf(request)` and whether somebody `maySay(who)` more.
+   * `line` is 2, 3 or 4. `engine` has options that the Socket.IO server gets unchanged
+   * ("pingInterval", "transports" …). `identify` comes from login.js. `report` has the functions
+   * `login(request, {id, error})`, `message(result)`, `loss()` and `failure(error)`, which are
+   * called for each, as well as `addressOf(request)` and `maySay(who)`, which says whether somebody
+   * may send more.
    */
   constructor({ httpServer, store, identify, report, log, line, namespace, engine, database }) {
     this.#store = store;
@@ -44,72 +47,91 @@ export class Live {
     this.#io.of(namespace).on('connection', (socket) => this.#join(socket));
     const onLost = () => {
       this.#report.loss();
-      this.#handlers.drop(); // clients come back, and read in the history what they have missed
+      this.#handlers.drop(); // clients come back and read what they have missed in the history
     };
     this.#presence = new Presence({ db: store.db, announceEnd: (id, friends) => this.send(friends, 'offline', id), onLost });
     const { node } = this.#presence;
     if (database && line === '4') this.#bus = new Bus({ io: this.#io, namespace, db: store.db, url: database, node, handlers: this.#handlers, onLoss: onLost });
   }
 
-  /** Must have resolved before anybody connects. */
+  /** Await this before anybody connects. */
   async start() {
     await this.#bus?.start();
     await this.#presence.start({ alone: this.#bus === undefined });
   }
 
-  /** How many connections this user has; 0 is offline. */
+  /** How many connections this user has; 0 means offline. */
   sessions(id) {
     return this.#presence.sessions(id);
   }
 
-  /** Rejects when nobody can come in: the database does not answer, or nothing that other nodes send arrives here. */
+  /**
+   * Rejects if nobody can log in: the database does not answer, or nothing arrives from the other
+   * nodes.
+   */
   async ping() {
     await this.#store.ping();
     this.#mustHear();
   }
 
-  /** Sends an event to every connection of each of `ids`; who is not connected misses it. Resolves to how many are at this node. */
+  /**
+   * Sends an event to every connection of each of `ids`; those who are not connected miss it.
+   * Resolves to the number of connections at this node.
+   */
   async send(ids, event, ...items) {
     const sent = this.#deliver(ids, event, items);
     if (ids.length > 0) await this.#bus?.publish('send', [ids, event, items]);
     return sent;
   }
 
-  /** Sends an event to everybody who is logged in. */
+  /** Sends an event to everybody who has logged in. */
   async sendToAll(event, ...items) {
     this.#deliver([...this.#connections.keys()], event, items);
     await this.#bus?.publish('sendToAll', [event, items]);
   }
 
-  /** Cuts the connections of one user, or all there are, as a broken network would: no farewell. Resolves to how many are at this node. */
+  /**
+   * Cuts the connections of one user, or all, as a broken network would: without a goodbye.
+   * Resolves to the number of connections at this node.
+   */
   drop = (id) => this.#everywhere('drop', id);
 
-  /** Stops reading and writing on the connections, or goes on with it: heartbeats then stay away though the link stands. */
+  /**
+   * Stops reading and writing on the connections, or starts again: meanwhile there are no
+   * heartbeats although the connection is up.
+   */
   stall = (id) => this.#everywhere('stall', id);
   unstall = (id) => this.#everywhere('unstall', id);
 
-  /** Cuts everything and forgets who was here, without telling anybody; what was under way has then been done. */
+  /**
+   * Cuts all connections and forgets who was here, without telling anybody. Resolves when
+   * everything that had begun is done.
+   */
   async reset() {
     await this.#bus?.ask('reset');
     await this.#forget();
     await this.#presence.clear();
   }
 
-  /** How many connections there are, logged in or not. */
+  /** The number of connections, logged in or not. */
   get connections() {
     return this.#links.size;
   }
 
-  /** Closes the connections, as going away does: clients come again. Resolves when all that they brought is done. */
+  /**
+   * Closes the connections for a shutdown: clients will reconnect. Resolves when everything that
+   * they have sent is done.
+   */
   async close() {
     this.#isClosing = true;
     this.#io.close();
     await this.#idle();
-    await this.#presence.stop().catch(() => undefined); // without a database, other nodes miss our beat
+    // without a database, the other nodes notice that our heartbeat is missing
+    await this.#presence.stop().catch(() => undefined);
     await Promise.race([this.#bus?.close(), setTimeout(longestClose, undefined, { ref: false })]); // a connection may hang
   }
 
-  /** What nodes ask of each other. */
+  /** What nodes ask each other to do. */
   #handlers = {
     send: ([ids, event, items]) => this.#deliver(ids, event, items),
     sendToAll: ([event, items]) => this.#deliver([...this.#connections.keys()], event, items),
@@ -144,7 +166,7 @@ export class Live {
   }
 
   #deliver(ids, event, items) {
-    if (!this.#hears) return 0; // or they would take what they miss for older than what they know
+    if (!this.#hears) return 0; // otherwise clients would not know that they have missed something
     let count = 0;
     for (const id of ids) {
       for (const socket of this.#connections.get(id) ?? []) {
@@ -162,9 +184,9 @@ export class Live {
     return links.length;
   }
 
-  /** What a connection brings is done one after the other, from its login to its end. */
+  /** Handles what a connection sends one by one, from its login to its end. */
   #join(socket) {
-    let id; // of who has logged in
+    let id; // who has logged in
     let hasFailed = false;
     const fail = (error) => {
       hasFailed = true;
@@ -174,13 +196,15 @@ export class Live {
     const queue = () => {
       let last = Promise.resolve();
       return (act) => {
-        const turn = last.then(setImmediate).then(act).catch(fail); // others come in between, even when the database answers at once
+        // so that others get their turn even if the database answers at once
+        const turn = last.then(setImmediate).then(act).catch(fail);
         last = turn;
         this.#turns.add(turn);
         turn.then(() => this.#turns.delete(turn));
       };
     };
-    const [ask, deliver] = [queue(), queue()]; // while one message is being kept, the next may already be looked at
+    // while one message is being stored, the next one can be checked
+    const [ask, deliver] = [queue(), queue()];
     ask(async () => {
       id = await this.#login(socket);
     });
@@ -189,7 +213,10 @@ export class Live {
     socket.on('disconnect', () => ask(() => deliver(() => this.#leave(socket, id))));
   }
 
-  /** Resolves to the id of who it is. A failed login leaves the connection open: the client decides what to do with it. */
+  /**
+   * Resolves to the id of the user. After a failed login the connection stays open; the client
+   * decides what to do with it.
+   */
   async #login(socket) {
     const { auth } = socket.handshake.query;
     const answer = (result) => {
@@ -209,8 +236,9 @@ export class Live {
       return id;
     } catch (error) {
       if (!(error instanceof ServiceError)) {
-        cut(socket.conn); // before the rest, which may wait for the database
-        if (id !== undefined) await this.#leave(socket, id); // it may have come in, and only the news of it be lost
+        cut(socket.conn); // first, because the rest may wait for the database
+        // it may be logged in already, with only the announcement lost
+        if (id !== undefined) await this.#leave(socket, id);
         throw error;
       }
       this.#report.login(socket.request, { error });
@@ -227,20 +255,24 @@ export class Live {
     return this.#whenItCan(() => this.#presence.leave(socket.id, id));
   }
 
-  /** Does what must be done, also when the database is away for a while. */
+  /** Repeats what must be done until the database answers. */
   async #whenItCan(act) {
     for (;;) {
       try {
         return await act();
       } catch (error) {
-        if (this.#isClosing) return undefined; // the other nodes will miss our beat
+        // the other nodes will notice that our heartbeat is missing
+        if (this.#isClosing) return undefined;
         this.#report.failure(error);
         await setTimeout(retryMillis);
       }
     }
   }
 
-  /** What cannot be delivered is dropped: the client asks for no answer. The log tells why. `tell` takes turns. */
+  /**
+   * Drops what cannot be delivered, because the client expects no answer; the log says why. `tell`
+   * runs things in turn.
+   */
   async #say(id, payload, tell) {
     if (!(await this.#report.maySay(id))) throw new Error('This user says too much.');
     this.#mustHear();
@@ -248,12 +280,14 @@ export class Live {
     try {
       const { message, conversation, readers } = await address(this.#store, id, payload);
       const kept = conversation ? this.#store.remember(conversation, message) : Promise.resolve();
-      kept.catch(() => undefined); // `tell` hears of it
+      kept.catch(() => undefined); // `tell` gets the error
       tell(async () => {
         await kept;
         const others = readers.filter((reader) => reader !== id);
         await Promise.all([this.send(others, 'message', message), this.#bus?.publish('send', [[id], 'yourself', [message]])]);
-        this.#deliver([id], 'yourself', [message]); // last: were we killed before, nobody else would miss what the sender takes for sent
+        // last: if we are killed before it, the sender does not believe that the others got the
+        // message
+        this.#deliver([id], 'yourself', [message]);
         this.#report.message('delivered');
       });
     } catch (error) {
@@ -263,7 +297,7 @@ export class Live {
     }
   }
 
-  /** Notes what comes over the wire, below namespaces and events. */
+  /** Logs the packets, below namespaces and events. */
   #watch(connection) {
     this.#links.add(connection);
     connection.on('close', () => this.#links.delete(connection));
@@ -278,7 +312,7 @@ export class Live {
   }
 }
 
-/** Ends an Engine.IO connection below its protocol. */
+/** Cuts the transport of an Engine.IO connection, without its closing packets. */
 function cut(connection) {
   const webSocket = connection.transport.socket; // polling has none
   if (webSocket) return webSocket.terminate();

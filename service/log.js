@@ -1,10 +1,11 @@
-// What happened: HTTP requests and live traffic, the newest entries only. Tests read it through the control endpoint.
+// A log of HTTP requests and live traffic, newest entries only. Tests read it through the control
+// endpoint.
 
 import { mask } from './secrets.js';
 
 const keptEntries = 10_000;
 const keptBytes = 65_536;
-const connectPacket = /^(0[^?,{]*).*$/s; // in the Socket.IO lines 2 and up, what follows may hold credentials
+const connectPacket = /^(0[^?,{]*).*$/s; // in Socket.IO 2 and later, credentials may follow
 
 export class Log {
   #entries = [];
@@ -12,13 +13,13 @@ export class Log {
   #isOn;
   #mask;
 
-  /** Keeps nothing unless it `isOn`; `maskSecrets` keeps credentials out. */
+  /** Logs only if it `isOn`; `maskSecrets` removes credentials. */
   constructor({ isOn, maskSecrets }) {
     this.#isOn = isOn;
     this.#mask = maskSecrets;
   }
 
-  /** Adds an entry and returns it: what is known later (a body, a status) may be added to it. */
+  /** Adds an entry and returns it, so that a body or a status can be added later. */
   add(kind, fields) {
     const entry = { kind, number: (this.#count += 1), at: Date.now(), ...(this.#mask ? mask(fields) : fields) };
     if (!this.#isOn) return entry;
@@ -37,10 +38,10 @@ export class Log {
   }
 }
 
-/** The beginning of a body or packet, as an entry keeps it. */
+/** The start of a body or packet, as stored in an entry. */
 export const excerpt = (data) => data.toString('utf8', 0, keptBytes).slice(0, keptBytes);
 
-/** Notes a request, and how it was answered once it was. */
+/** Logs a request, and its answer once it has been sent. */
 export function noteRequest(log, request, response) {
   const { method, url, headers } = request;
   const kind = url.startsWith('/socket.io/') ? 'poll' : 'request';

@@ -6,8 +6,9 @@ import { sentences } from './interface.js';
 import { isObject } from './values.js';
 
 /**
- * A function (parameter, address) that resolves to the id of the user (or passenger) whose credentials the connect parameter holds.
- * The signature's age is not looked at: a reconnect reuses it. `idLogin` says whose id alone is enough: "any", "passengers", "off".
+ * Returns a function (parameter, address) that resolves to the id of the user or passenger whose
+ * credentials are in the connect parameter. The signature may be old, because a reconnect reuses
+ * it. `idLogin` says who may log in with an id alone: "any", "passengers" or "off" (nobody).
  */
 export const identifier =
   ({ store, verify, idLogin, throttle }) =>
@@ -17,14 +18,15 @@ export const identifier =
       const { user } = await verify(auth.app, auth.sign);
       const name = accountOf(auth);
       if (name !== undefined) await account(name);
-      const id = await find(store, auth, user === undefined ? idLogin : 'any'); // the key has proved who it is
+      // the key has proved who this is
+      const id = await find(store, auth, user === undefined ? idLogin : 'any');
       must(user === undefined || user === id, 'notAllowed', 'This key belongs to another user.');
       if (typeof auth.install === 'string' && !(await store.isPassenger(id))) await store.addInstall(id, auth.install);
       return id;
     });
   };
 
-/** What stands for the account whose password is tried. */
+/** The name of the account whose password is tried. */
 const accountOf = ({ username, phone }) => [username, phone].find((name) => typeof name === 'string' && name !== '');
 
 function parse(parameter) {
@@ -32,13 +34,13 @@ function parse(parameter) {
   try {
     auth = JSON.parse(parameter);
   } catch {
-    // No JSON is no object either.
+    // Text that is not JSON is not an object either.
   }
   must(isObject(auth), 'malformedBody', sentences.notAuth);
   return auth;
 }
 
-/** The id of whom the credentials belong to. */
+/** The id of the user to whom the credentials belong. */
 async function find(store, auth, idLogin) {
   if ('client' in auth) {
     const isPassenger = idLogin !== 'off' && (await store.isPassenger(auth.client));

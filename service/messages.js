@@ -1,4 +1,4 @@
-// Where does a message go? Its payload names the receiver; the sender is never taken from it.
+// Decides where a message goes. Its payload names the receiver, but never the sender.
 
 import { must } from './errors.js';
 import { sentences } from './interface.js';
@@ -10,8 +10,8 @@ const toGroup = 1;
 const toRoom = 2;
 
 /**
- * The message as its readers get it, the conversation that keeps it (none for a room) and the ids of its readers.
- * Throws when `sender`, the id of a user or passenger, may not write there.
+ * Returns the message as its readers get it, the conversation that stores it (none for a room) and
+ * the ids of its readers. Throws if `sender`, the id of a user or passenger, may not write there.
  */
 export async function address(store, sender, payload) {
   must(isObject(payload) && isObject(payload.content) && isObject(payload.to), 'invalidValue', sentences.notMessage);
@@ -25,7 +25,7 @@ export async function address(store, sender, payload) {
   return { message, readers: members(await store.room(id), sender) };
 }
 
-/** Friends talk to each other, and passengers and users. */
+/** Friends may talk to each other, and passengers to users. */
 async function partner(store, sender, id) {
   const { fromPassenger, toPassenger, toUser, areFriends } = await store.relation(sender, id);
   must(toPassenger || toUser, 'unknownUser');

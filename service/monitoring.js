@@ -1,4 +1,4 @@
-// What those who run the service look at: a log of JSON lines on standard error, /health and /metrics.
+// For operators: a log of JSON lines on standard error, /health and /metrics.
 
 import { setTimeout as sleep } from 'node:timers/promises';
 import express from 'express';
@@ -8,19 +8,25 @@ import { isForwarded, isLoopback } from './address.js';
 import { must } from './errors.js';
 import { bears } from './secrets.js';
 
-const pingMillis = 3_000; // whoever asks for our health does not wait long either
+const pingMillis = 3_000; // health checks do not wait long either
 
-/** A logger of `level` and above. Each line is on its way before the call returns, so a crash loses none. */
+/**
+ * A logger for `level` and above. Each line is written before the call returns, so a crash loses
+ * none.
+ */
 export const makeLogger = (level) =>
   pino({ level, base: undefined, timestamp: pino.stdTimeFunctions.isoTime, formatters: { level: (label) => ({ level: label }) } }, pino.destination({ dest: 2, sync: true }));
 
-/** Where and how something of ours failed. Not the error's message: that of a database holds the query with all its values. */
+/**
+ * Where and how something failed, without the error's message: a database error contains the query
+ * with all its values.
+ */
 export const failure = ({ name, code, stack = '' }) => ({ error: name, code, at: stack.match(/^ +at .*$/gm)?.map((line) => line.trim()) });
 
 export class Metrics {
   #registry = new Registry();
 
-  /** `connections()` answers how many live connections there are. */
+  /** `connections()` returns the number of live connections. */
   constructor({ connections }) {
     const registers = [this.#registry];
     const counter = (name, help, labelNames = []) => new Counter({ name, help, labelNames, registers });
@@ -49,7 +55,10 @@ export class Metrics {
   }
 }
 
-/** The pattern of the path, never the path itself: that holds ids, and anything a stranger likes to ask for. */
+/**
+ * The pattern of the path, never the path itself, which contains ids or whatever a stranger asks
+ * for.
+ */
 export function routeOf(request) {
   if (request.url.startsWith('/socket.io/')) return '/socket.io';
   return request.route?.path ?? 'none';

@@ -1,5 +1,7 @@
-// What can be set: by flag, or by the same name in the JSON file that --config names. A flag wins over the file, the file over the default.
-// "Development" is a run that nobody else can reach and that keeps nothing, or that says so. Every other run starts with the strict defaults.
+// The options: as flags, or by the same names in the JSON file that --config names. A flag
+// overrides the file, the file overrides the default. "Development" means a service that only this
+// machine can reach and that stores nothing, or the flag of that name. Every other run starts with
+// strict defaults.
 
 import { readFileSync } from 'node:fs';
 import { parseArgs } from 'node:util';
@@ -7,7 +9,7 @@ import { isLoopback } from './address.js';
 import { lines } from './lines.js';
 import { seed } from './seed.js';
 
-/** A mistake of whoever starts the service. */
+/** A mistake in the command line or the configuration. */
 export class UsageError extends Error {}
 
 const minute = 60;
@@ -65,7 +67,10 @@ const readers = {
 };
 const wanted = { text: 'a text', number: 'a whole number', flag: 'true or false', list: 'one or more texts' };
 
-/** Reads the command line and the file that it names. `rest` are the words that belong to no flag. Throws a UsageError. */
+/**
+ * Reads the command line and the file that it names. `rest` has the words that belong to no flag.
+ * Throws a UsageError.
+ */
 export function readOptions(argv) {
   const { values: flags, positionals: rest } = parse(argv);
   if (flags.help) return { help: true };
@@ -156,7 +161,8 @@ function forService(values, development) {
       pingInterval: values['ping-interval'],
       pingTimeout: values['ping-timeout'],
       transports: values.transports,
-      ...(development ? {} : { maxHttpBufferSize: values['body-limit'] }), // the 2.x line would take 100 MB
+      // 2.x would accept 100 MB
+      ...(development ? {} : { maxHttpBufferSize: values['body-limit'] }),
     },
     maxSignatureAge: values['signature-age'],
     bodyLimit: values['body-limit'],

@@ -1,5 +1,6 @@
-// Passwords and SMS codes are kept as scrypt hashes (RFC 7914), in the form  scrypt$N$r$p$SALT$HASH  (base64), so that the cost can be
-// raised for new ones. What an outside identity provider vouches with is long and random: its plain SHA-256 is enough.
+// Passwords and SMS codes are stored as scrypt hashes (RFC 7914), in the form
+// scrypt$N$r$p$SALT$HASH (base64), so that the cost can be raised for new ones. Tokens of outside
+// identity providers are long and random, so a plain SHA-256 is enough for them.
 
 import { createHash, createHmac, randomBytes, scrypt, timingSafeEqual } from 'node:crypto';
 import { promisify } from 'node:util';
@@ -10,7 +11,7 @@ const derive = promisify(scrypt);
 const memory = ({ N, r }) => 256 * N * r;
 const keptProofs = 10_000;
 
-/** The hash of a password; nothing of nothing. */
+/** The hash of a password; nothing if there is none. */
 export async function hashed(password) {
   if (password === undefined || password === null) return null;
   const salt = randomBytes(16);
@@ -19,10 +20,11 @@ export async function hashed(password) {
 }
 
 const nobody = await hashed(randomBytes(16));
-const proven = new Set(); // keyed digests of what was right: a client that reconnects brings its password again
+// keyed digests of correct passwords: a client sends its password again when it reconnects
+const proven = new Set();
 const processKey = randomBytes(32);
 
-/** Is this the password of `hash`? Takes as long when there is no hash. */
+/** Whether the password belongs to `hash`. Takes as long without a hash. */
 export async function isRight(password, hash) {
   const [, N, r, p, salt, key] = (hash ?? nobody).split('$');
   const proof = createHmac('sha256', processKey).update(`${hash}$${password}`).digest('base64');
@@ -40,8 +42,8 @@ export async function isRight(password, hash) {
 export const digest = (text) => createHash('sha256').update(text).digest('base64url');
 
 /**
- * The digests of an identity's entries, the longest entry first: that one tells most. Somebody is who they say when all of them are
- * among the digests of what they bring; nothing when there is no entry.
+ * The digests of an identity's entries, the longest (most specific) entry first. An identity is
+ * proved if all of them are among the digests of what was sent. Nothing if there are no entries.
  */
 export function identityDigests(identity) {
   if (!isObject(identity)) return [];

@@ -1,5 +1,6 @@
-// Who may do what over REST with a key of their own: path → method → a rule, a function of { user, params, query, body, store }.
-// What has no rule is refused. The application's key may do everything: it says nothing about the user.
+// What users may do over REST with their own keys: path → method → rule, a function of { user,
+// params, query, body, store }. Whatever has no rule is refused. The application's key may do
+// everything, because it says nothing about the user.
 
 import { must } from './errors.js';
 import { paths } from './interface.js';
@@ -65,7 +66,7 @@ export const policy = {
   [paths.systemTo]: { post: mayNotify },
 };
 
-/** Throws "notAllowed" unless the one who asks may do that. */
+/** Throws "notAllowed" unless the user may do that. */
 export async function authorize(path, method, request, store) {
   const { user, params, query, body } = request;
   if (user === undefined) return;
@@ -73,7 +74,10 @@ export async function authorize(path, method, request, store) {
   must(rule && (await rule({ user, params, query, body, store })), 'notAllowed');
 }
 
-/** What of an answer is for this user: of others no lists of friends and places, and no group that one is not in. */
+/**
+ * The part of an answer that this user may see: no lists of other users' friends, groups and rooms,
+ * and no groups that the user is not in.
+ */
 export function visible(path, user, answer) {
   if (user === undefined) return answer;
   if (path === paths.users) return answer.map((record) => visible(paths.user, user, record));

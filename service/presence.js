@@ -1,22 +1,22 @@
-// Who is connected, over all nodes that share a database. A node that dies without a word stops beating; another one then says goodbye
-// for its people.
+// Who is connected, on all nodes that share a database. If a node dies, its heartbeat stops, and
+// another node announces that its users are offline.
 
 import { randomBytes } from 'node:crypto';
 
 const beatMillis = 3_000;
-const deadMillis = 12_000; // without a beat
+const deadMillis = 12_000; // without a heartbeat
 
 export class Presence {
   node = randomBytes(8).toString('hex');
   #db;
   #timer;
-  #healthySince = Infinity; // only a node that has beaten all the while may call others dead
+  #healthySince = Infinity; // only a node with an unbroken heartbeat may declare others dead
   #announceEnd;
   #onLost;
 
   /**
-   * `announceEnd(id, friends)` runs while the user's sessions are locked: whoever comes back elsewhere is announced after it.
-   * `onLost` hears that the others took this node for dead.
+   * `announceEnd(id, friends)` runs while the user's sessions are locked, so a new login elsewhere
+   * is announced after it. `onLost` is called if the others have declared this node dead.
    */
   constructor({ db, announceEnd, onLost }) {
     this.#db = db;
@@ -24,9 +24,10 @@ export class Presence {
     this.#onLost = onLost;
   }
 
-  /** `alone` says that this node hears of no other: then there must not be one. */
+  /** `alone` means that this node cannot reach any other, so there must be none. */
   async start({ alone }) {
-    if (this.#db.client.driverName !== 'pg') await this.#db('nodes').del(); // the folder is ours alone: whoever is noted there was killed
+    // the folder is ours alone, so any other node in it was killed
+    if (this.#db.client.driverName !== 'pg') await this.#db('nodes').del();
     const others = await this.#db('nodes').where('seen', '>', Date.now() - deadMillis).first('id');
     if (alone && others) throw new Error('Another node uses this database: several need --database and --socketio 4.');
     await this.#db('nodes').insert({ id: this.node, seen: Date.now() });
@@ -46,7 +47,7 @@ export class Presence {
     return Number(count);
   }
 
-  /** Notes a connection. Resolves to whether it is the user's first: until it leaves, nobody else has news of this user. */
+  /** Records a connection. Resolves to whether it is the user's first one. */
   enter(session, user) {
     return this.#locked(user, async (trx) => {
       await trx('sessions').insert({ id: session, user, node: this.node });
@@ -59,7 +60,7 @@ export class Presence {
     return this.#remove({ id: session }, user);
   }
 
-  /** Forgets everybody, without telling. */
+  /** Forgets everybody without announcing it. */
   async clear() {
     await this.#db('sessions').del();
   }
@@ -88,7 +89,7 @@ export class Presence {
       if (Date.now() - this.#healthySince > deadMillis) await this.#bury();
       this.#healthySince = Math.min(this.#healthySince, Date.now());
     } catch {
-      this.#healthySince = Infinity; // the database is away; whoever asks it for more will say so
+      this.#healthySince = Infinity; // the database does not answer; the next query will report it
     }
   }
 

@@ -24,7 +24,7 @@ async function first(db) {
       }
     });
   }
-  // What a search finds attributes by: digests of a key, and of a key with the text of its value.
+  // For searches by attribute: digests of a key, and of a key together with the text of its value.
   await db.schema.createTable('terms', (table) => {
     table.string('kind', 16).notNullable();
     table.string('id', 64).notNullable();
@@ -58,7 +58,7 @@ async function first(db) {
   await db.schema.createTable('messages', (table) => {
     table.bigIncrements('seq');
     table.string('conversation').notNullable();
-    table.double('ts').notNullable(); // what the sender says, so neither unique nor in order
+    table.double('ts').notNullable(); // given by the sender, so neither unique nor in order
     table.text('message').notNullable(); // JSON
     table.index(['conversation', 'ts', 'seq']);
   });
@@ -84,10 +84,13 @@ export const sourceOf = (given) => ({
   getMigration: async ([, up]) => ({ up, down: () => undefined }),
 });
 
-/** All tables that hold what users made. */
+/** All tables with users' data. */
 export const tables = [...kinds, 'terms', 'members', 'friends', 'installs', 'messages', 'files'];
 
-/** What goes with the connections themselves: in SQLite it ends with the process, in PostgreSQL a crash of the database may take it. */
+/**
+ * Tables about connections. In SQLite they end with the process; in PostgreSQL a crash of the
+ * database may lose them.
+ */
 export const sessionsTable = (temporary) =>
   `create ${temporary} table if not exists sessions (id varchar(64) primary key, "user" varchar(64) not null, node varchar(32) not null)`;
 export const sessionsIndex = (temporary) => `create index if not exists ${temporary}sessions_user on sessions ("user")`;

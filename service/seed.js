@@ -1,4 +1,4 @@
-// The data that the service starts with, and returns to on a reset.
+// The data that the service has at its start and after a reset.
 
 /** Two friends who share a group and a room. */
 export const seed = {

@@ -1,5 +1,6 @@
 #!/usr/bin/env node
-// The command line: options in, one line with the address out, a clean end on SIGTERM.
+// The command line: reads the options, prints one line with the address, and shuts down cleanly on
+// SIGTERM.
 
 import { UsageError, readOptions, usage } from './options.js';
 
@@ -30,7 +31,8 @@ if (options.rest[0] === 'admin') {
   process.exit(0);
 }
 
-const { failure, makeLogger } = await import('./monitoring.js'); // "admin", and whoever made a mistake, do without
+// loaded late: "admin" and wrong options do not need it
+const { failure, makeLogger } = await import('./monitoring.js');
 const { startService } = await import('./service.js');
 const service = await startService(options.service).catch((error) => fail(error));
 
@@ -43,7 +45,8 @@ async function end() {
   process.exit(0);
 }
 process.on('uncaughtException', (error) => {
-  makeLogger('error').error(failure(error), 'crash'); // Node would print the message, and with it what users wrote
+  // Node would print the message, which may contain users' texts
+  makeLogger('error').error(failure(error), 'crash');
   process.exit(1);
 });
 process.on('SIGTERM', end);

@@ -1,4 +1,5 @@
-// Puts the parts together: one HTTP server that carries REST, the live part, the control endpoint and what watches over it.
+// Puts the parts together: one HTTP server for REST, live events, the control endpoint and
+// monitoring.
 
 import { once } from 'node:events';
 import { readFileSync } from 'node:fs';
@@ -21,20 +22,20 @@ import { LoginThrottle } from './throttle.js';
 import { keyring, verifier } from './userkeys.js';
 import { views } from './views.js';
 
-const longestClose = 10_000; // beyond what requests may take
+const longestClose = 10_000; // after the time that requests may take
 
 const nobody = { users: [], groups: [], rooms: [] };
 
 /**
- * Starts a service with what options.js makes of the command line. Resolves to its URL, `close()`, which lets finish what runs, and
- * `reload()`, which reads the TLS files again.
+ * Starts a service with the options from options.js. Resolves to its URL, `close()`, which waits
+ * for running requests, and `reload()`, which reads the TLS files again.
  */
 export async function startService(options) {
   const { host, tls, app, seed = nobody } = options;
   const logger = makeLogger(options.logLevel);
   const certificate = () => ({ cert: readFileSync(tls.cert), key: readFileSync(tls.key) });
   const httpServer = tls ? createTlsServer(certificate()) : createServer();
-  httpServer.requestTimeout = 0; // the gate knows an upload, which may take its time, from a request that trickles
+  httpServer.requestTimeout = 0; // the gate has its own limits, which allow slow uploads
   const log = new Log(options.control);
   const faults = new Faults();
   const store = await openStore({ ...options, seed });
@@ -61,7 +62,7 @@ export async function startService(options) {
     log,
     identify: identifier({ store, verify, idLogin: options.idLogin, throttle: new LoginThrottle(options.loginFailures) }),
     report: reporter({ logger, metrics, gate }),
-  }); // takes its path before `site` sees it
+  }); // handles its path before `site` does
   if (options.control.isOn) faults.guard(httpServer, (request, response) => noteRequest(log, request, response));
   gate.guard(httpServer);
 
@@ -77,7 +78,7 @@ export async function startService(options) {
   const finish = async () => {
     const drained = gate.drain(options.drainSeconds);
     httpServer.close();
-    await live.close(); // clients connect again, elsewhere or when we are back
+    await live.close(); // clients reconnect to another node, or when we are back
     httpServer.closeIdleConnections();
     if (!(await drained)) logger.warn('requests were still running');
     httpServer.closeAllConnections();
@@ -87,7 +88,8 @@ export async function startService(options) {
   const close = async () => {
     logger.info('ending');
     const late = setTimeout(options.drainSeconds * 1_000 + longestClose, 'late', { ref: false });
-    if ((await Promise.race([finish(), late])) === 'late') logger.warn('not all is done: the database does not answer'); // nothing of it was acknowledged
+    // none of it was acknowledged
+    if ((await Promise.race([finish(), late])) === 'late') logger.warn('not all is done: the database does not answer');
     metrics.stop();
     logger.info('ended');
   };
@@ -115,7 +117,7 @@ export async function startService(options) {
   return { url, close, reload };
 }
 
-/** What the live part tells: in numbers, and in the log, which names no message and no credential. */
+/** Counts and logs live events, without message texts and credentials. */
 function reporter({ logger, metrics, gate }) {
   return {
     addressOf: gate.address,

@@ -12,7 +12,10 @@ export function sign(clientKey, seconds = Math.round(Date.now() / 1000)) {
   return `${createHash('md5').update(`${seconds}${clientKey}`).digest('hex')},${seconds}`;
 }
 
-/** Throws unless `app` is the application and `signature` was made with its key; returns when it was made, in seconds. */
+/**
+ * Throws unless `app` is the application and `signature` was made with its key. Returns the time of
+ * the signature in seconds.
+ */
 export function checkSignature({ appId, clientKey }, app, signature) {
   must(typeof signature === 'string' && signature !== '', 'unsigned');
   must(app === appId && clientKey !== undefined, 'unknownApp');
@@ -24,8 +27,8 @@ export function checkSignature({ appId, clientKey }, app, signature) {
 }
 
 /**
- * Express middleware: lets signed requests pass whose signature is at most `maxAgeSeconds` old (or early), as `verify(app id, signature)`
- * says; it notes whose key that was.
+ * Express middleware: refuses requests unless `verify(app id, signature)` accepts the signature and
+ * its time differs by at most `maxAgeSeconds` from now. Notes whose key it was.
  */
 export function requireSignature(verify, maxAgeSeconds) {
   return async (request, response, next) => {

@@ -1,5 +1,6 @@
-// Everything the service knows, in a database. Records are plain objects; nothing here speaks HTTP or Socket.IO.
-// All methods are asynchronous. `kind` is 'users', 'groups', 'rooms' or 'passengers'.
+// The service's data, in a database. Records are plain objects; there is nothing about HTTP or
+// Socket.IO here. All methods are asynchronous. `kind` is 'users', 'groups', 'rooms' or
+// 'passengers'.
 
 import { randomBytes } from 'node:crypto';
 import { mkdirSync } from 'node:fs';
@@ -11,7 +12,7 @@ import { digest, hashed, identityDigests, isRight } from './passwords.js';
 import { tables } from './schema.js';
 import { bounded, idPattern, isObject, limits } from './values.js';
 
-/** Where the messages between two people, or those of one group, are kept. */
+/** The names of conversations: between two people, or in a group. */
 export const conversation = {
   between: (one, other) => JSON.stringify([one, other].sort()),
   inGroup: (groupId) => `group ${groupId}`,
@@ -23,8 +24,9 @@ const hasMembers = (kind) => kind === 'groups' || kind === 'rooms';
 const batchSize = 200; // of rows
 
 /**
- * Opens the store. `database` is the URL of a PostgreSQL database; without it, `data` is the folder of an SQLite database; without that,
- * everything is in memory and bounded. A new one takes in `seed`, if there is one. `isShared`: a service may be running on it.
+ * Opens the store. `database` is the URL of a PostgreSQL database, `data` the folder of an SQLite
+ * database; without both everything is in memory and limited in size. A new store gets the data of
+ * `seed`, if there is one. `isShared`: a service may be running on it.
  */
 export async function openStore({ data, database, seed, isShared = false }) {
   if (data) mkdirSync(data, { recursive: true, mode: 0o700 });
@@ -49,12 +51,12 @@ export class Store {
     this.#messages = new Messages(db, { kept: history });
   }
 
-  /** The database, for what is no record: presence, the bus between nodes. */
+  /** The database, for other things than records: presence, and the bus between nodes. */
   get db() {
     return this.#db;
   }
 
-  /** Rejects when the database does not answer. */
+  /** Rejects if the database does not answer. */
   async ping() {
     await this.#db.raw('select 1');
   }
@@ -69,7 +71,7 @@ export class Store {
     return false;
   }
 
-  /** Forgets everything, then takes in the records of `seed`. */
+  /** Deletes everything, then adds the records of `seed`. */
   async reset(seed) {
     const users = await Promise.all((seed.users ?? []).map(userRecord));
     await this.#within(async (store) => {
@@ -81,7 +83,7 @@ export class Store {
     });
   }
 
-  /** The record of one user, group, room or passenger; throws when there is none. */
+  /** The record of one user, group, room or passenger. Throws if there is none. */
   async find(kind, id) {
     const row = await this.#row(kind, id);
     must(row, unknown[kind]);
@@ -98,14 +100,16 @@ export class Store {
   }
 
   /**
-   * The records of a kind, in the order in which they were added, or in that of `sort`, a function that compares two. `conditions` are
-   * pairs of an attribute (or "id", "ts", "name", "owner") and the text that it must print as.
+   * The records of a kind, in the order in which they were added, or as `sort` compares them.
+   * `conditions` are pairs of an attribute (or "id", "ts", "name", "owner") and the text form that
+   * its value must have.
    */
   async search(kind, conditions, { sort, skip = 0, limit }) {
     const query = this.#db(kind).orderBy('seq');
     for (const [name, text] of conditions) query.where((builder) => this.#matches(builder, kind, name, text));
     if (!sort) return this.#records(kind, await query.offset(skip).limit(limit));
-    const found = (await query).map(fromRow).sort(sort); // mixed kinds of values, by rules that SQL does not have
+    // SQL cannot sort values of mixed types this way
+    const found = (await query).map(fromRow).sort(sort);
     return this.#withMembers(kind, found.slice(skip, skip + limit));
   }
 
@@ -115,7 +119,7 @@ export class Store {
     return this.#within((store) => store.#add('users', record));
   }
 
-  /** The id of the user with these credentials (see login.js); nothing when they match nobody. */
+  /** The id of the user with these credentials (see login.js), or nothing if there is none. */
   async userWith({ username, phone, password, oauth }) {
     if (username !== undefined) return this.#userWithSecret('username', username, 'password', password);
     if (phone !== undefined) return this.#userWithSecret('phone', phone, 'code', password);
@@ -124,17 +128,23 @@ export class Store {
     return candidates.find(({ identity }) => JSON.parse(identity).every((entry) => given.includes(entry)))?.id;
   }
 
-  /** The ids of a user's friends, the oldest friendship first. */
+  /** The ids of a user's friends, oldest friendship first. */
   friends(id) {
     return this.#db('friends').where({ user: id }).orderBy('seq').pluck('friend');
   }
 
-  /** Since when two users are friends, and who asked whom: {"ts", "from", "to"}; nothing when they are not. */
+  /**
+   * The friendship of two users as {"ts", "from", "to"}: since when, and who added whom. Nothing if
+   * they are not friends.
+   */
   friendship(oneId, otherId) {
     return this.#db('friends').where({ user: oneId, friend: otherId }).first('ts', 'from', 'to');
   }
 
-  /** What decides whether one person may write to another, as {"fromPassenger", "toPassenger", "toUser", "areFriends"}, numbers. */
+  /**
+   * Numbers that decide whether one person may write to another: {"fromPassenger", "toPassenger",
+   * "toUser", "areFriends"}.
+   */
   async relation(fromId, toId) {
     must(typeof toId === 'string' && idPattern.test(toId), 'unknownUser');
     const count = (table, where) => this.#db(table).where(where).count('*');
@@ -153,7 +163,7 @@ export class Store {
     return this.#records(kind, await this.#db(kind).whereIn('id', ids).orderBy('seq'));
   }
 
-  /** Makes two users friends; nothing happens when they are. */
+  /** Makes two users friends. Nothing happens if they are friends already. */
   befriend(fromId, toId) {
     return this.#within((store) => store.#befriend(fromId, toId));
   }
@@ -166,7 +176,10 @@ export class Store {
     });
   }
 
-  /** The owner becomes a member. `fields` are what the group holds beside what the service knows. */
+  /**
+   * Adds a group; its owner becomes a member. `fields` has the fields that the service does not
+   * know.
+   */
   addGroup(group) {
     return this.#within((store) => store.#addGroup(group));
   }
@@ -175,7 +188,10 @@ export class Store {
     return this.#within((store) => store.#addRoom(room));
   }
 
-  /** Changes a record: `make` gets it and returns new values for some of its keys. All of them are taken, or none. */
+  /**
+   * Changes a record: `make` gets it and returns new values for some of its keys. Either all are
+   * stored or none.
+   */
   async change(kind, id, make) {
     await this.#within(async (store) => {
       const row = await store.#row(kind, id, { forUpdate: true });
@@ -192,7 +208,7 @@ export class Store {
     });
   }
 
-  /** Who is a member already stays one, once. */
+  /** Users who are members already stay so. */
   async addMembers(kind, id, ids) {
     await this.#within(async (store) => {
       must(await store.#row(kind, id, { forUpdate: true }), unknown[kind]);
@@ -207,7 +223,7 @@ export class Store {
     }
   }
 
-  /** Removes the group of this id, and what was said in it, or the room. */
+  /** Removes the group with this id and its messages, or the room. */
   async removePlace(id) {
     await this.#within(async (store) => {
       const kind = (await store.#row('groups', id)) ? 'groups' : 'rooms';
@@ -226,7 +242,9 @@ export class Store {
     });
   }
 
-  /** Notes `install` as a device of the user; the oldest one makes room. */
+  /**
+   * Records `install` as a device of the user. If there are too many, the oldest one is removed.
+   */
   async addInstall(userId, install) {
     await this.#within(async (store) => {
       const row = { user: (await store.user(userId)).id, install: bounded(install) };
@@ -239,19 +257,19 @@ export class Store {
     });
   }
 
-  /** A device that is not known is already gone. */
+  /** An unknown device is no error. */
   async removeInstalls(userId, installs) {
     const { id } = await this.user(userId);
     for (const some of chunks(installs.map(bounded))) await this.#db('installs').where({ user: id }).whereIn('install', some).del();
   }
 
-  /** Keeps a message in the order of its "ts"; resolves when it is on disk. */
+  /** Stores a message in the order of its "ts". Resolves when it is on disk. */
   remember = (where, message) => this.#messages.add(where, message);
 
-  /** At most `limit` messages with a "ts" below `before`, the newest first. */
+  /** At most `limit` messages with a "ts" below `before`, newest first. */
   latest = (where, before, limit) => this.#messages.latest(where, before, limit);
 
-  /** Notes an uploaded file: its "name", "type" and "size". */
+  /** Records an uploaded file: its "name", "type" and "size". */
   async addFile({ name, type, size }) {
     await this.#db('files').insert({ name, type: JSON.stringify(type), size, created: Date.now() });
     return { name, type, size };
@@ -266,7 +284,7 @@ export class Store {
     await this.#db('files').where({ name }).del();
   }
 
-  /** What `act` does with the store that it gets happens as a whole, or not at all. */
+  /** Runs `act` in a transaction: what it does with its store happens as a whole or not at all. */
   #within(act) {
     return this.#db.transaction((trx) => act(new Store(trx)));
   }
@@ -289,7 +307,10 @@ export class Store {
     return records;
   }
 
-  /** Restricts a search: the attribute `name` prints as `text`; without such an attribute, what the service knows by this name does. */
+  /**
+   * Restricts a search: the attribute `name` has the text form `text`, or, if there is no such
+   * attribute, the field of that name does.
+   */
   #matches(builder, kind, name, text) {
     const having = (...parts) => this.#db('terms').select('id').where({ kind, term: term(...parts) });
     builder.whereIn('id', having(name, text));
@@ -357,7 +378,9 @@ export class Store {
 
 }
 
-/** A user's record, its secrets hashed: that takes long, and is not done while a transaction waits. */
+/**
+ * A user's record with hashed secrets. Hashing takes long, so do it before a transaction begins.
+ */
 async function userRecord(user) {
   const { id, username, password, phone, smsCode, oauth, attributes = {} } = user;
   for (const text of [username, password, phone, smsCode]) {
@@ -370,7 +393,7 @@ async function userRecord(user) {
   return { id, ...names, password: passwordHash, code, identity_key: identity[0], identity, attributes: fitting(attributes) };
 }
 
-const secretsOf = new WeakMap(); // a seed is taken in again and again by tests
+const secretsOf = new WeakMap(); // tests load a seed again and again
 
 const term = (...parts) => digest(JSON.stringify(parts));
 
@@ -382,7 +405,7 @@ const toRow = (record) =>
 const fromRow = (row) =>
   Object.fromEntries(Object.entries(row).map(([key, value]) => [key, asJson.includes(key) && value !== null ? JSON.parse(value) : value]));
 
-/** `fields` itself when it is a JSON object of a bearable size. */
+/** `fields` itself if it is a JSON object and not too large. */
 function fitting(fields) {
   must(isObject(fields), 'invalidValue', 'Attributes are a JSON object.');
   must(JSON.stringify(fields).length <= limits.fieldsLength, 'limitReached');

@@ -1,20 +1,23 @@
-// How often a login may fail. Two counts: of an address, against many accounts tried from one place; and of an account, against one
-// account tried from many places. An address from which the account's owner has logged in before is exempt from the second, so
-// that a stranger cannot lock the owner out.
+// Limits failed logins by two counters: one for each address, against trying many accounts from one
+// place, and one for each account, against trying one account from many places. Addresses from
+// which the owner has logged in before are exempt from the second, so a stranger cannot lock the
+// owner out.
 
 import { RateLimiterMemory } from 'rate-limiter-flexible';
 import { clientNetwork } from './address.js';
 import { ServiceError, must } from './errors.js';
 
 const windowSeconds = 600;
-const rememberedSeconds = 20 * 86_400; // a timer of Node holds no more than 24 days
+const rememberedSeconds = 20 * 86_400; // Node's timers are limited to 24 days
 
 export class LoginThrottle {
   #byAddress;
   #byAccount;
   #known = new RateLimiterMemory({ keyPrefix: 'known', points: 1, duration: rememberedSeconds });
 
-  /** `failures` of an address are allowed in ten minutes, and as many of an account; 0 is no limit. */
+  /**
+   * An address may fail `failures` times in ten minutes, and so may an account; 0 means no limit.
+   */
   constructor(failures) {
     if (failures === 0) return;
     this.#byAddress = new RateLimiterMemory({ keyPrefix: 'address', points: failures, duration: windowSeconds });
@@ -22,15 +25,17 @@ export class LoginThrottle {
   }
 
   /**
-   * What `identify(account)` resolves to; it awaits `account(name)` before it looks at a password, once the signature has proved to be
-   * good: who has no key cannot use an account's count up. Throws "tooMany" when there were too many failures.
+   * Returns what `identify(account)` resolves to. `identify` awaits `account(name)` after it has
+   * checked the signature and before it checks a password, so nobody without a key can use up an
+   * account's attempts. Throws "tooMany" after too many failures.
    */
   async attempt(address, identify) {
     if (!this.#byAddress) return identify(() => {});
     const network = clientNetwork(address);
     let name;
     let isKnown = false;
-    // Counted before the password is looked at, so that a hundred attempts at once are a hundred attempts.
+    // Counted before the password is checked, so a hundred attempts at the same time count as a
+    // hundred.
     await this.#take(this.#byAddress, network);
     try {
       const person = await identify(async (account) => {
@@ -43,7 +48,8 @@ export class LoginThrottle {
       if (name !== undefined) await this.#known.set(`${name} ${network}`, 1, rememberedSeconds);
       return person;
     } catch (error) {
-      if (!(error instanceof ServiceError)) await this.#byAddress.reward(network); // our own failure is not the client's
+      // our own failure does not count against the client
+      if (!(error instanceof ServiceError)) await this.#byAddress.reward(network);
       throw error;
     }
   }

@@ -2,7 +2,7 @@
 // proves who asks. It goes where the application's goes, so that clients need to know nothing of it:
 //   app id := application's id ':' user's id
 //   key    := base64url(HMAC-SHA-256(secret, JSON [user's id, password hash]))
-// Nothing is kept of it: a new password makes a new key, and a removed user has none.
+// It is not stored: a new password means a new key, and a removed user has none.
 
 import { createHmac } from 'node:crypto';
 import { ServiceError, must } from './errors.js';
@@ -14,7 +14,10 @@ export const userKey = (secret, { id, password }) =>
     .update(JSON.stringify([id, password ?? null]))
     .digest('base64url');
 
-/** A function (user id) that resolves to {"app", "key"}: what this user puts where the application's id and key go. */
+/**
+ * Returns a function (user id) that resolves to {"app", "key"}, which this user uses in place of
+ * the application's id and key.
+ */
 export const keyring =
   ({ store, app, userSecret }) =>
   async (id) => {
@@ -24,8 +27,8 @@ export const keyring =
   };
 
 /**
- * A function (app id, signature) that resolves to {"seconds", "user"}: when the signature was made, and whose key made it; no user for the
- * application's. Throws when it fits neither.
+ * Returns a function (app id, signature) that resolves to {"seconds", "user"}: when the signature
+ * was made, and with whose key (no user: the application's). Throws if it was made with neither.
  */
 export const verifier =
   ({ store, app, userSecret }) =>
@@ -35,7 +38,7 @@ export const verifier =
     const user = appId.slice(prefix.length);
     const record = await store.user(user).catch((error) => {
       if (!(error instanceof ServiceError)) throw error;
-      return { id: user, password: 'nobody' }; // so that a stranger learns of no user
+      return { id: user, password: 'nobody' }; // so that strangers cannot find out who is a user
     });
     return { seconds: checkSignature({ appId, clientKey: userKey(userSecret, record) }, appId, signature), user };
   };

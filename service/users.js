@@ -1,4 +1,4 @@
-// What only the keeper of a service does to users, in the database itself.
+// Changes to users that only whoever runs the service may make, directly in the database.
 
 import { must } from './errors.js';
 import { hashed } from './passwords.js';
@@ -10,8 +10,8 @@ export async function setPassword(db, id, password) {
 }
 
 /**
- * A group of theirs passes to the member who has been there longest; without any, it goes. Talks go, too: a later user of the same id is
- * not to read them. What they said in groups stays.
+ * Their groups pass to the longest-standing member, or are removed if there is none. Conversations
+ * are removed, too, so a later user with the same id cannot read them. Messages in groups stay.
  */
 export async function removeUser(db, id) {
   await db.transaction(async (trx) => {

@@ -1,4 +1,4 @@
-// Bounds and checks of what clients send.
+// Limits and checks for what clients send.
 
 import { createHash } from 'node:crypto';
 import { must } from './errors.js';
@@ -11,26 +11,26 @@ export const limits = {
   members: 10_000, // of a group or room
   installs: 32, // of a user
   fieldsLength: 65_536, // characters of one record's attributes, or other free fields, as JSON text
-  history: 1_000, // messages kept of a conversation in memory; on disk there is no bound
-  page: 20, // results, when the query does not say
-  longestPage: 1_000, // results, whatever the query says
+  history: 1_000, // messages of a conversation kept in memory; no limit on disk
+  page: 20, // results by default
+  longestPage: 1_000, // results at most
 };
 
 export const isObject = (value) => typeof value === 'object' && value !== null && !Array.isArray(value);
 
-/** `body` itself when it is a JSON object. */
+/** `body` itself. Throws unless it is a JSON object. */
 export function object(body) {
   must(isObject(body), 'malformedBody', sentences.notObject);
   return body;
 }
 
-/** `value` itself when it is a text that is not empty. */
+/** `value` itself. Throws unless it is a string that is not empty. */
 export function text(value, name) {
   must(typeof value === 'string' && value !== '', 'invalidValue', named('notText', name));
   return value;
 }
 
-/** `value` itself when it is an array of texts. */
+/** `value` itself. Throws unless it is an array of strings. */
 export function texts(value, name) {
   must(Array.isArray(value) && value.every((item) => typeof item === 'string'), 'invalidValue', named('notTexts', name));
   return value;
@@ -46,19 +46,22 @@ export function given(record, body) {
   return body;
 }
 
-/** The whole number in the query parameter `value`; `otherwise` when there is none. */
+/** The whole number in the query parameter `value`, or `otherwise` if there is none. */
 export function count(value, name, otherwise) {
   if (value === undefined || value === '') return otherwise;
   must(/^[0-9]{1,15}$/.test(value), 'invalidValue', named('notCount', name));
   return Number(value);
 }
 
-/** What `make` makes of each of `items`, one after the other: a long list does not take the database for itself. */
+/**
+ * The results of `make` for each of `items`, one after the other, so a long list does not block the
+ * database.
+ */
 export async function inTurn(items, make) {
   const made = [];
   for (const item of items) made.push(await make(item));
   return made;
 }
 
-/** `text` itself, or what stands for it when it does not fit into a column. */
+/** `text` itself, or a digest of it if it does not fit into a column. */
 export const bounded = (text) => (text.length <= 200 && !text.includes('\0') ? text : createHash('sha256').update(text).digest('hex'));

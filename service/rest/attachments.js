@@ -1,4 +1,5 @@
-// /attachment and /files: uploads and what they left. They speak to the request itself, because bodies are streamed.
+// /attachment and /files: uploads and downloads. They use the request itself, because bodies are
+// streamed.
 
 import express from 'express';
 import { must } from '../errors.js';
@@ -13,12 +14,12 @@ export function uploads({ attachments }, { publicUrl }) {
   });
 }
 
-/** GET /files/NAME, whole or in ranges. Not signed: who knows the name may read. */
+/** GET /files/NAME, whole or in ranges. Not signed: whoever knows the name may read the file. */
 export function files({ attachments }) {
   return express.Router().get(paths.file, async (request, response) => {
     const file = await attachments.find(request.params.name);
     must(file, 'unknownFile');
-    // A page that somebody uploads is not to act in this origin's name.
+    // An uploaded page must not run scripts in this origin.
     const guards = { 'X-Content-Type-Options': 'nosniff', 'Content-Security-Policy': "sandbox; default-src 'none'" };
     const headers = { 'Content-Type': file.type, ...guards };
     response.sendFile(file.name, { root: attachments.directory, headers });

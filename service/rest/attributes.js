@@ -1,10 +1,10 @@
-// …/attributes: the free-form object that users, groups and rooms carry
+// …/attributes: the free-form object of a user, group or room
 
 import { must } from '../errors.js';
 import { paths } from '../interface.js';
 import { object } from '../values.js';
 
-/** The attribute paths of a `record`, such as "group"; `kind` is what carries them. */
+/** The attribute paths of a `record`, such as "group"; `kind` is the name of its table. */
 export const attributes = (record, store, kind) => ({
   [paths[`${record}Attributes`]]: {
     get: async ({ params }) => (await store.find(kind, params.id)).attributes,

@@ -1,4 +1,4 @@
-// /ctx/…/friends: the friends of a user, and what they wrote to each other
+// /ctx/…/friends: the friends of a user, and the messages between them
 
 import { must } from '../errors.js';
 import { paths } from '../interface.js';

@@ -35,7 +35,10 @@ export const groups = ({ store, views }) => ({
   ...attributes('group', store, 'groups'),
 });
 
-/** The parts of a body. A group's name is one of its attributes; what the service itself sets is left out; all else is kept as it comes. */
+/**
+ * Splits a body. A group's name is one of its attributes. Fields that the service sets itself are
+ * left out; all others are stored unchanged.
+ */
 function split(body, oldAttributes) {
   const { owner, members, attributes } = given('group', body);
   const { name, ...fields } = free('group', body);

@@ -1,5 +1,6 @@
-// The REST interface: one file a resource, each a table of paths → methods → what to do.
-// A handler gets ({ params, query, body }) and returns the answer's JSON value, or a promise of it; nothing returned means {"success": true}.
+// The REST interface: one file for each resource, with a table of paths → methods → handlers. A
+// handler gets ({ params, query, body }) and returns the JSON value of the answer, or a promise of
+// it. Returning nothing means {"success": true}.
 
 import express from 'express';
 import { ServiceError } from '../errors.js';
@@ -17,7 +18,10 @@ import { users } from './users.js';
 
 export const resources = [users, friends, groups, rooms, passengers, system];
 
-/** The Express router of all REST paths. `service` is what the resources share: store, live, views, attachments, verify. */
+/**
+ * The Express router of all REST paths. `service` has what the resources share: store, live, views,
+ * attachments, verify.
+ */
 export function rest(service, { maxSignatureAge, bodyLimit, publicUrl }) {
   const router = express.Router({ caseSensitive: true });
   router.use(noteAnswer);
@@ -49,7 +53,7 @@ function noteBody(request, bytes) {
   if (request.logEntry) request.logEntry.body = excerpt(bytes);
 }
 
-/** Express middleware: the log keeps what goes out as JSON. */
+/** Express middleware: logs JSON answers. */
 function noteAnswer(request, response, next) {
   const { json } = response;
   response.json = (value) => {
@@ -59,7 +63,7 @@ function noteAnswer(request, response, next) {
   next();
 }
 
-/** Express error middleware: every failure leaves as {"errorCode", "errorMessage"}. */
+/** Express error middleware: answers every failure with {"errorCode", "errorMessage"}. */
 // eslint-disable-next-line no-unused-vars -- Express tells error middleware by its four parameters
 export const answerError = (logger) => (error, request, response, next) => {
   if (response.headersSent) return request.socket.destroy();
@@ -68,7 +72,7 @@ export const answerError = (logger) => (error, request, response, next) => {
   response.status(known.status).json(known);
 };
 
-/** What Express and its body parser throw. */
+/** Turns the errors of Express and its body parser into ours. */
 function translate(error) {
   if (error.type === 'entity.too.large') return new ServiceError('tooLarge');
   if (error.type !== undefined) return new ServiceError('malformedBody');

@@ -1,4 +1,4 @@
-// /passengers: anonymous visitors, and their talks with users
+// /passengers: anonymous visitors, and their messages with users
 
 import { free, paths } from '../interface.js';
 import { conversation } from '../store.js';
@@ -7,7 +7,7 @@ import { history } from './history.js';
 
 export const passengers = ({ store, views }) => ({
   [paths.passengers]: {
-    // Changes the passenger whose "id" is given, or makes one.
+    // Changes the passenger with this "id", or creates one.
     async post({ body }) {
       const { id } = given('passenger', object(body));
       const fields = free('passenger', body);

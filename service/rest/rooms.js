@@ -1,4 +1,5 @@
-// /rooms: rooms and their members. A room has no owner, its name is no attribute, and it is deleted under /groups.
+// /rooms: rooms and their members. A room has no owner, its name is not an attribute, and it is
+// deleted under /groups.
 
 import { paths } from '../interface.js';
 import { object, text, texts } from '../values.js';
@@ -22,7 +23,7 @@ export const rooms = ({ store, views }) => ({
   },
   [paths.roomMembers]: {
     post: ({ params, body }) => store.addMembers('rooms', params.id, texts(object(body).members, 'members')),
-    // The bare array, unlike everywhere else.
+    // A bare array, unlike everywhere else.
     delete: ({ params, body }) => store.removeMembers('rooms', params.id, texts(body, 'body')),
   },
   ...attributes('room', store, 'rooms'),

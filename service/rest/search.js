@@ -29,7 +29,10 @@ function byKeys(keys) {
   };
 }
 
-/** Numbers before texts before anything else, which has no order; only the order within a kind turns with `direction`. */
+/**
+ * Numbers come before texts, texts before anything else, which has no order. `direction` reverses
+ * only the order within a kind.
+ */
 function compare(a, b, direction) {
   const kind = (value) => (typeof value === 'number' ? 0 : typeof value === 'string' ? 1 : 2);
   if (kind(a) !== kind(b) || kind(a) === 2) return kind(a) - kind(b);

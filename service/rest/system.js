@@ -1,4 +1,4 @@
-// /system: messages from the system itself, to everybody, a user, the members of a group or of a room
+// /system: messages from the system, to everybody, a user, or the members of a group or room
 
 import { paths } from '../interface.js';
 import { object } from '../values.js';
