@@ -14,13 +14,14 @@
 
 Scripts and notebooks without an event loop use `vexim.sync.Client`, which has the same methods without `await`.
 
-Everything that fails raises `vexim.Error` or a subclass. The package speaks through the C library `libvexim-c`; see
+All failures raise `vexim.Error` or a subclass. The package uses the C library `libvexim-c`; see
 `vexim.library_version`.
 """
 
 from __future__ import annotations
 
-TYPE_CHECKING = False  # type checkers take it for true; importing typing would take longer than all of this
+# True for type checkers. Importing typing would take longer than everything here.
+TYPE_CHECKING = False
 
 if TYPE_CHECKING:
     from . import sync as sync
@@ -80,7 +81,8 @@ if TYPE_CHECKING:
 
 __version__ = "1.0.0"
 
-# Names load their module when they are first used: importing asyncio and dataclasses takes longer than all of ours.
+# Modules are loaded when one of their names is first used: importing asyncio and dataclasses takes
+# longer than all of our own.
 _HOMES = {
     "client": ("Client",),
     "errors": (

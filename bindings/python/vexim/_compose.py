@@ -1,4 +1,4 @@
-"""Messages to send, as the C library takes them."""
+"""Messages to send, in the form that the C library expects."""
 
 from __future__ import annotations
 
@@ -31,7 +31,7 @@ async def composed(
     name: str | None,
     payload: Mapping[str, Any] | None,
 ) -> dict[str, Any]:
-    """A message as the C library takes it."""
+    """A message in the form that the C library expects."""
     files = [(media, file) for media, file in ((Media.IMAGE, image), (Media.AUDIO, audio), (Media.VIDEO, video)) if file is not None]
     if len(files) + (text is not None) != 1:
         raise usage("give a text, or one of image, audio and video")
@@ -44,7 +44,7 @@ async def composed(
     media, file = files[0]
     message["mediaType"] = int(media)
     if isinstance(file, bytes):
-        # Encoding many megabytes takes long enough to be noticed in the loop.
+        # Encoding many megabytes would block the loop noticeably.
         encoded = await asyncio.to_thread(base64.b64encode, file)
         message["attachmentData"] = encoded.decode()
         message["attachmentName"] = name or _DEFAULT_NAMES[media]

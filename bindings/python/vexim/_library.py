@@ -1,4 +1,4 @@
-"""The C library: found, loaded, and its five functions with their types."""
+"""Finds and loads the C library, and declares its five functions."""
 
 from __future__ import annotations
 
@@ -26,7 +26,7 @@ class Library(Protocol):
     def create(self, configuration: bytes) -> int: ...
     def send(self, client: int, request: bytes) -> None: ...
     def receive(self, client: int) -> bytes | None:
-        """The next text, or None at once."""
+        """The next text, or None if there is none. Does not wait."""
         ...
     def execute(self, client: int, request: bytes) -> bytes | None: ...
     def free(self, client: int) -> None: ...
@@ -67,8 +67,10 @@ class CLibrary:
 
 
 def candidates() -> list[str]:
-    """Where the library is looked for, in this order: what VEXIM_C_LIBRARY names (and then nowhere else), beside this package
-    (a wheel), and where the system looks; in both places the one with the store first."""
+    """The places to search for the library, in this order: the path in VEXIM_C_LIBRARY (and then
+    nowhere else), next to this package (in a wheel), and the system's usual places. In the last
+    two, the library with the store comes first.
+    """
     named = os.environ.get("VEXIM_C_LIBRARY")
     if named:
         return [named]
@@ -81,7 +83,7 @@ _loaded: CLibrary | None = None
 
 
 def load() -> CLibrary:
-    """The library, loaded at the first call. Raises `LibraryNotFoundError`."""
+    """The library. The first call loads it. Raises `LibraryNotFoundError`."""
     global _loaded
     if _loaded is None:
         complaints = []
@@ -89,7 +91,8 @@ def load() -> CLibrary:
             try:
                 for beneath in (pathlib.Path(path).parent / name for name in _BENEATH):
                     if os.sep in path and beneath.exists():
-                        ctypes.CDLL(str(beneath))  # so that the loader takes this copy, not the system's
+                        # so that the loader uses this copy, not the system's
+                        ctypes.CDLL(str(beneath))
                 library = CLibrary(path)
                 # It would remember every request that has ended, for a look that cannot be taken from here.
                 execute(library, 0, "setKeepsFinishedDelegates", keeps=False)
@@ -120,7 +123,7 @@ def library_version() -> str:
 
 
 def metrics() -> Metrics:
-    """The figures of all clients that were given `options={"metrics": True}`. Call it from any thread."""
+    """The metrics of all clients with `options={"metrics": True}`. Call it from any thread."""
     from .models import metrics_from
 
     return metrics_from(execute(load(), 0, "metrics"))
@@ -129,11 +132,13 @@ def metrics() -> Metrics:
 def set_application_info(
     bundle_identifier: str | None = None, bundle_version: str | None = None, system_version: str | None = None
 ) -> None:
-    """Says who the application is, for the User-Agent of its requests. Call it before any client is opened."""
+    """Sets the application's name and version for the User-Agent of its requests. Call it before any client is opened."""
     given = {"bundleIdentifier": bundle_identifier, "bundleVersion": bundle_version, "systemVersion": system_version}
     execute(load(), 0, "setApplicationInfo", **{name: value for name, value in given.items() if value is not None})
 
 
 def set_log(level: str | None) -> None:
-    """Writes the library's log to standard error from "debug", "info", "warning" or "error" on; None stops it."""
+    """Writes the library's log to standard error, from this level upwards: "debug", "info",
+    "warning" or "error". None turns it off.
+    """
     execute(load(), 0, "setLog", level=level)

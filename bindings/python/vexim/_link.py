@@ -25,12 +25,12 @@ _log = logging.getLogger("vexim")
 _encode = json.JSONEncoder(ensure_ascii=False, allow_nan=False, separators=(",", ":")).encode
 
 
-# The library refuses deeper texts as a whole, and then cannot say whose they were.
+# The library refuses deeper texts as a whole, and then cannot say which call they belong to.
 _DEEPEST = 500
 
 
 def _bytes(value: Mapping[str, Any]) -> bytes:
-    """As JSON; raises ValueError or TypeError for what is not JSON or not UTF-8."""
+    """As JSON. Raises ValueError or TypeError for values that JSON or UTF-8 cannot express."""
     text = _encode(value)
     if text.count("[") + text.count("{") > _DEEPEST and _depth(value) > _DEEPEST:
         raise ValueError("nested too deeply")
@@ -62,8 +62,8 @@ class Link:
                  is_busy: Callable[[], bool], texts_per_turn: int) -> None:
         """Makes the client. Raises `UsageError` for a configuration that cannot be used. Needs a running loop.
 
-        While `is_busy` says so, nothing is taken from the library; in one turn of the loop so many texts at most, so that other
-        tasks run in between.
+        While `is_busy` returns true, nothing is taken from the library. Each turn of the loop takes
+        at most `texts_per_turn` texts, so that other tasks run in between.
         """
         self._loop = asyncio.get_running_loop()
         self._library = library
@@ -94,7 +94,7 @@ class Link:
         return self._client != 0
 
     def close(self) -> None:
-        """Ends the client at once; calls that are open raise `ClosedError`."""
+        """Ends the client at once. Open calls raise `ClosedError`."""
         client, self._client = self._client, 0
         if client == 0 or os.getpid() != self._process:  # a forked child shares the loop's descriptors with its parent
             return
@@ -111,15 +111,16 @@ class Link:
                 call.answer.set_exception(ClosedError())
 
     def execute(self, operation: str) -> Any:
-        """What needs no network, at once."""
+        """Runs an operation that needs no network, and returns its result."""
         if not self.is_open:
             raise ClosedError()
         return execute(self._library, self._client, operation)
 
     async def call(self, operation: str, arguments: Mapping[str, Any], progress: Progress | None = None,
                    on_answer: Callable[[Any], None] | None = None) -> Any:
-        """The result, which `on_answer` gets before the events behind it are taken. Cancelling the task cancels the request, and with it
-        a transfer."""
+        """Returns the result. `on_answer` gets it before later events are handled. Cancelling the
+        task cancels the request, and a transfer with it.
+        """
         if not self.is_open:
             raise ClosedError()
         if asyncio.get_running_loop() is not self._loop:
@@ -154,7 +155,7 @@ class Link:
                 self._cancel(extra)
 
     def tell(self, operation: str, **arguments: Any) -> None:
-        """Sends a request whose answer nobody waits for."""
+        """Sends a request without waiting for the answer."""
         if self.is_open:
             self._last += 1
             self._library.send(self._client, _bytes({"@op": operation, "@extra": self._last, **arguments}))

@@ -1,4 +1,4 @@
-"""An event loop in a thread of its own, for those who have none."""
+"""An event loop in its own thread, for programs without one."""
 
 from __future__ import annotations
 
@@ -19,7 +19,7 @@ Item = TypeVar("Item", covariant=True)
 
 
 class Portal:
-    """Runs coroutines in its thread and waits for them. Any thread may ask."""
+    """Runs coroutines in its thread and waits for them. Call it from any thread."""
 
     def __init__(self) -> None:
         self._lock = threading.Lock()
@@ -41,8 +41,9 @@ class Portal:
             self._loop.close()
 
     def run(self, coroutine: Coroutine[Any, Any, T], timeout: float | None) -> T:
-        """The coroutine's result. It is cancelled when `timeout` seconds are over (TimeoutError), and when the waiting is
-        interrupted, as by Ctrl-C."""
+        """Returns the coroutine's result. The coroutine is cancelled after `timeout` seconds
+        (TimeoutError), or if the wait is interrupted, for example by Ctrl-C.
+        """
         if threading.current_thread() is self._thread:
             coroutine.close()
             raise usage("a callback must not wait for the client that calls it")
@@ -74,7 +75,7 @@ class Portal:
         return self.run(task(), None)
 
     def close(self) -> None:
-        """Cancels what runs, and ends the thread."""
+        """Cancels everything that is running, and ends the thread."""
         with self._lock:
             if self._closed:
                 return
@@ -98,7 +99,9 @@ class _SyncIterator(Iterator[T], Generic[T]):
         return self.get()
 
     def get(self, timeout: float | None = None) -> T:
-        """The next item. Raises TimeoutError when none comes within so many seconds, StopIteration when it has ended."""
+        """The next item. Raises TimeoutError if none comes within `timeout` seconds, StopIteration
+        at the end.
+        """
         try:
             items = self._portal.run(self._take(), timeout)
         except ClosedError:
@@ -113,7 +116,7 @@ class _SyncIterator(Iterator[T], Generic[T]):
         return []
 
     def close(self) -> None:
-        """Ends it. What a stream still held waits for the next one of its kind."""
+        """Ends it. Items that were not read wait for the next stream of this kind."""
         try:
             self._portal.run(self._inner.aclose(), None)
         except ClosedError:
@@ -124,7 +127,7 @@ class _SyncIterator(Iterator[T], Generic[T]):
 
 
 class SyncStream(_SyncIterator[T]):
-    """An iterator over what comes. It waits for the next item, and ends when the client is closed. See `vexim.Stream`."""
+    """An iterator over a stream. It waits for the next item, and ends when the client is closed. See `vexim.Stream`."""
 
     def __init__(self, portal: Portal, stream: Stream[T]) -> None:
         super().__init__(portal, stream)
@@ -156,5 +159,5 @@ class SyncObservation(_SyncIterator[ListChange[T]], Generic[T]):
         return self
 
     def set_limit(self, limit: int) -> None:
-        """Makes the list longer or shorter, as when the user scrolls to its end."""
+        """Makes the list longer or shorter, for example when the user scrolls to its end."""
         self._portal.run(self._observation.set_limit(limit), None)

@@ -1,4 +1,4 @@
-"""What the C library tells, as events."""
+"""Turns the C library's events into ours."""
 
 from __future__ import annotations
 
@@ -20,7 +20,7 @@ _MESSAGES = frozenset({"clientDidReceiveMessageFromFriend", "clientDidReceiveMes
 
 
 def event_from(name: str, record: Record, own_id: str | None) -> Event:
-    """`own_id`: of the user who is logged in."""
+    """`own_id` is the id of the user who is logged in."""
     if name in _MESSAGES:
         peer = record.get("from")
         friend = identity(peer.get("uid")) if isinstance(peer, dict) and "uid" in peer else None

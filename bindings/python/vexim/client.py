@@ -41,11 +41,13 @@ class Client:
             await client.login(user_id="alice")
             await client.send("hello", friend="bob")
 
-    `async with` opens the client and closes it; leaving ends all its calls and streams at once, without a logout. Use it in the
-    loop that opened it, from that loop's thread. Any number may be open in one process; let them belong to one application,
-    since a request that is repeated after a failure takes the application that was used last.
+    `async with` opens and closes the client. Closing ends all calls and streams at once, without a
+    logout. Use the client only in the loop that opened it, from that loop's thread. Any number of
+    clients may be open in a process, but they should belong to the same application: a request that
+    is repeated after a failure uses the application that was used last.
 
-    Operations fail with `vexim.Error`. For a deadline use `asyncio.timeout`; a task that is cancelled also cancels its transfer.
+    Operations fail with `vexim.Error`. For a deadline use `asyncio.timeout`. Cancelling a task also
+    cancels its transfer.
     """
 
     def __init__(
@@ -66,8 +68,9 @@ class Client:
         url
             The service's origin, such as "https://im.example.org".
         installation_id
-            Names this device's copy of the application, for services that push to devices. None makes one up for this client:
-            a program that runs again and again should have one of its own.
+            The id of this device's copy of the application, for services that push to devices. None
+            creates a new one for this client; a program that runs repeatedly should always use the
+            same one.
         namespace
             The Socket.IO namespace; "/chat" by default.
         options
@@ -106,15 +109,18 @@ class Client:
     # Life
 
     def open(self) -> None:
-        """Makes the client ready for a login; `async with` does this. Needs a running event loop. A closed one stays closed."""
+        """Makes the client ready for a login; `async with` does this. Needs a running event loop. A
+        closed client cannot be opened again.
+        """
         if self._link is not None:
             raise usage("the client was opened before")
         self._link = Link(self._library or load(), self._configuration, self._on_event,
                           is_busy=self._is_catching_up, texts_per_turn=min(100, (self._messages.limit + 1) // 2))
 
     def close(self) -> None:
-        """Cuts the connection without a logout. Calls that are under way raise `ClosedError`; streams give what they hold, then
-        end. Closing again does nothing."""
+        """Cuts the connection without a logout. Calls in progress raise `ClosedError`. Streams
+        return the items that they hold, then end. Closing again does nothing.
+        """
         if self._link is not None:
             self._link.close()
         self._stores.end()
@@ -145,7 +151,7 @@ class Client:
 
     @property
     def status(self) -> Status:
-        """Where the session stands."""
+        """The state of the session."""
         return Status(self._open_link().execute("status"))
 
     @property
@@ -169,12 +175,13 @@ class Client:
         - `user_id`: vouched for by the client key alone
         - `username` and `password`
         - `phone_number` and `sms_code`
-        - `oauth`: what an outside identity provider gave
-        - `auth_data`: sent as it stands
+        - `oauth`: the answer of an outside identity provider
+        - `auth_data`: sent unchanged
 
-        Raises `LoginError` when the service refuses, `NetworkError` when it cannot be reached. A service that takes the
-        connection and then says nothing is waited for: use `asyncio.timeout`. Another login ends this one with `AbandonedError`.
-        After a drop the client connects and logs in again by itself.
+        Raises `LoginError` if the service refuses, `NetworkError` if it cannot be reached. There is
+        no time limit for a service that accepts the connection but does not answer: use
+        `asyncio.timeout`. Another login ends this one with `AbandonedError`. When the connection is
+        lost, the client connects and logs in again by itself.
         """
         given = {
             name: value
@@ -194,8 +201,9 @@ class Client:
             self._user_id = identity(user.get("uid")) if isinstance(user, dict) else None
 
     async def logout(self) -> None:
-        """Removes this device's installation from the user, then closes the connection. Needs a connection: without one it does
-        not end, so give it a deadline."""
+        """Removes this device's installation from the user, then closes the connection. Without a
+        connection it never ends, so give it a deadline.
+        """
         await self._call("logoutWithCompletion")
         self._user_id = None
 
@@ -204,7 +212,9 @@ class Client:
         await self._call("pause")
 
     async def resume(self) -> None:
-        """Begins to connect again, with the credentials of the last login. `status` is `Status.OPENED` when that is done."""
+        """Starts to connect again, with the credentials of the last login. When that is done,
+        `status` is `Status.OPENED`.
+        """
         await self._call("resume")
 
     async def remove_installation(self) -> None:
@@ -212,7 +222,7 @@ class Client:
         await self._call("deleteCurrentInstallIdCompletion")
 
     async def reset_flags(self) -> None:
-        """Clears `was_offline` and `is_logging_out`, such as after a logout that did not end."""
+        """Clears `was_offline` and `is_logging_out`, for example after a logout that did not end."""
         await self._call("resetFlags")
 
     @property
@@ -222,7 +232,7 @@ class Client:
 
     @property
     def is_logging_out(self) -> bool:
-        """Whether a logout waits for the connection to close."""
+        """Whether a logout is waiting for the connection to close."""
         return bool(self._open_link().execute("tryLogout"))
 
     @property
@@ -231,7 +241,7 @@ class Client:
         return dict(self._open_link().execute("config"))
 
     def diagnose(self) -> Diagnosis:
-        """What has lately happened to this client, for a report of trouble. Print it."""
+        """What has happened to this client lately, for problem reports. Print it."""
         return diagnosis_from(self._open_link().execute("diagnose"))
 
     # Messages
@@ -257,12 +267,12 @@ class Client:
         name
             The file name of bytes; its ending tells the type ("photo.jpg").
         payload
-            Keys of the application's own, which travel along.
+            The application's own keys, which are sent with the message.
         progress
             Is called with the percentage of the upload, any number of times.
 
-        Returns the message as it was sent, which is when it was handed to the connection; there is no receipt. Raises `NotConnectedError` while there is
-        no connection.
+        Returns the message as it was sent. Sent means handed to the connection: there is no
+        receipt. Raises `NotConnectedError` if there is no connection.
         """
         operation, parameter, id = one_of(
             ("sendMessageToFriend", "friendId", friend), ("sendMessageToGroup", "groupId", group), ("sendMessageToRoom", "roomId", room)
@@ -290,8 +300,8 @@ class Client:
         payload: Mapping[str, Any] | None = None,
         progress: Progress | None = None,
     ) -> None:
-        """Posts a system message to a user, a group, a room or everyone. Needs no connection; whether this application may do
-        it is the service's decision. The other arguments are those of `send`."""
+        """Posts a system message to a user, a group, a room or everyone. Needs no connection. The
+        service decides whether this application may do so. The other arguments are those of `send`."""
         operation, parameter, id = one_of(
             ("sendSystemMessageToUser", "userId", user), ("sendSystemMessageToGroup", "groupId", group),
             ("sendSystemMessageToRoom", "roomId", room), ("sendSystemMessageToAllUsers", "", True if everyone else None),
@@ -300,8 +310,8 @@ class Client:
         await self._call(operation, {"message": message, **({parameter: id} if parameter else {})}, progress)
 
     async def download(self, message: Message, path: str | os.PathLike[str], *, progress: Progress | None = None) -> pathlib.Path:
-        """Downloads the message's file to `path`. The file appears when it is whole; a download that fails or is cancelled leaves
-        none. `progress` is called with percentages, any number of times."""
+        """Downloads the message's file to `path`. The file appears when it is complete; a download
+        that fails or is cancelled leaves no file. `progress` is called with percentages, any number of times."""
         await self._download(message, {"path": os.path.abspath(os.fspath(path))}, progress)
         return pathlib.Path(path)
 
@@ -319,12 +329,14 @@ class Client:
     # What comes
 
     def messages(self, *, own: bool = False, system: bool = False) -> Stream[Message]:
-        """Messages as they come, also those that came since the client was opened and that nobody has read.
+        """Messages as they arrive, including those that have arrived since the client was opened
+        and were not read.
 
         own
-            With the messages of the user who is logged in, from this and other devices. A bot that answers them answers itself.
+            Include the messages of the user who is logged in, from this and other devices. A bot
+            that answers them answers itself.
         system
-            With the system messages.
+            Include system messages.
 
         It is bounded: see `Stream`.
         """
@@ -337,11 +349,11 @@ class Client:
         return self._messages.open(wants)
 
     def presence(self) -> Stream[PresenceChanged]:
-        """Friends who come and go. It is bounded: see `Stream`."""
+        """Friends who come online and go offline. It is bounded: see `Stream`."""
         return self._presence.open()
 
     def events(self) -> Stream[Event]:
-        """All that happens to the client, messages and presence included. It is bounded: see `Stream`."""
+        """Everything that happens to the client, including messages and presence. It is bounded: see `Stream`."""
         return self._events.open()
 
     # The store

@@ -82,7 +82,7 @@ class UsageError(Error, ValueError):
 
 
 class BusyError(Error):
-    """Too many requests wait already."""
+    """Too many requests are waiting already."""
 
     @property
     def temporary(self) -> bool:
@@ -94,7 +94,7 @@ class AbandonedError(Error):
 
 
 class ClosedError(Error):
-    """The client was closed, before the call or while it was under way."""
+    """The client was closed before or during the call."""
 
     def __init__(self, domain: str = INTERFACE_DOMAIN, code: int = 6, description: str = "The client is closed.",
                  user_info: Any = None) -> None:
@@ -102,7 +102,7 @@ class ClosedError(Error):
 
 
 class StoreError(Error):
-    """A store could not be opened, read or written, or the C library is without it. Codes of the domain "VXIMStoreErrorDomain" are
+    """A store could not be opened, read or written, or the C library has no store. Codes of the domain "VXIMStoreErrorDomain" are
     listed in docs/c-interface.md: 6 is a full disk, 8 a file that another program has open, 10 a message that is not there."""
 
     @staticmethod
@@ -146,7 +146,7 @@ def _number(value: Any) -> int:
 
 
 def error_from(record: Any, operation: str = "") -> Error:
-    """The exception for an error as the C library writes it."""
+    """The exception for an error of the C library."""
     if not isinstance(record, Mapping):
         record = {}
     domain, code, info = str(record.get("domain", "")), _number(record.get("code")), record.get("userInfo")

@@ -1,4 +1,4 @@
-"""What happens to a client, as values and as streams of them."""
+"""Events of a client, and streams of them."""
 
 from __future__ import annotations
 
@@ -25,14 +25,14 @@ class Event:
 
 @dataclass(frozen=True, slots=True)
 class MessageReceived(Event):
-    """A message came, one's own included."""
+    """A message arrived, possibly one of your own."""
 
     message: Message
 
 
 @dataclass(frozen=True, slots=True)
 class PresenceChanged(Event):
-    """A friend's first connection has come, or the last one has gone."""
+    """A friend has come online or gone offline."""
 
     friend: str
     online: bool
@@ -45,7 +45,7 @@ class LoggedIn(Event):
 
 @dataclass(frozen=True, slots=True)
 class LoginRefused(Event):
-    """The service refused the login with which the connection came back. Nothing arrives until the next login."""
+    """The service refused the login after a reconnect. Nothing arrives until the next login."""
 
     error: Error
 
@@ -57,17 +57,17 @@ class LoggedOut(Event):
 
 @dataclass(frozen=True, slots=True)
 class Reconnecting(Event):
-    """The connection is about to be tried again."""
+    """The client is about to connect again."""
 
 
 @dataclass(frozen=True, slots=True)
 class Disconnected(Event):
-    """The connection closed: after a pause, a drop or a logout."""
+    """The connection was closed by a pause or a logout, or was lost."""
 
 
 @dataclass(frozen=True, slots=True)
 class ConnectionTrouble(Event):
-    """The connection complains, such as that the service cannot be reached."""
+    """The connection reports a problem, for example that the service cannot be reached."""
 
     description: str
     details: Any = field(default=None, hash=False)
@@ -78,7 +78,7 @@ class ConnectionTrouble(Event):
 
 @dataclass(frozen=True, slots=True)
 class EventsDropped(Event):
-    """So many events were lost, because the program did not take them: fetch the history."""
+    """This many events were lost because the program did not read them: fetch the history."""
 
     count: int
 
@@ -97,7 +97,9 @@ class CaughtUp(Event):
 
 @dataclass(frozen=True, slots=True)
 class StoreTrouble(Event):
-    """The store did not take a change, which is tried again; or another user has logged in, of whom nothing is stored."""
+    """The store could not write a change and will try again; or another user has logged in, whose
+    messages are not stored.
+    """
 
     error: Error = field(hash=False, compare=False)
 
@@ -118,13 +120,15 @@ class OtherEvent(Event):
 
 
 class Stream(AsyncIterator[T], Generic[T]):
-    """An asynchronous iterator over what comes, made by `Client.messages`, `Client.presence` and `Client.events`.
+    """An asynchronous iterator, made by `Client.messages`, `Client.presence` and `Client.events`.
 
     Each stream gets every item. It ends when the client is closed. One task at a time reads it.
 
-    It holds a bounded number of items (`queue_size` of the client). While its reader takes them as fast as it can, more waits in
-    the library and nothing is lost. When nobody reads, or the reader waits for something else while more comes, the oldest are
-    dropped, and `dropped` counts them. What a stream still held when it was closed, or left by `break`, waits for the next one of its kind.
+    It holds a bounded number of items (`queue_size` of the client). While its reader takes them as
+    fast as it can, the rest waits in the library and nothing is lost. If nobody reads, or the
+    reader waits for something else while more arrives, the oldest ones are dropped, and `dropped`
+    counts them. Items that were not read when a stream was closed, or left by `break`, wait for the
+    next stream of its kind.
     """
 
     def __init__(self, hub: Hub[T], wants: Callable[[T], bool] | None) -> None:
@@ -156,7 +160,7 @@ class Stream(AsyncIterator[T], Generic[T]):
         return self._items.popleft()
 
     async def aclose(self) -> None:
-        """Ends the stream. What it still held waits for the next one of its kind."""
+        """Ends the stream. Items that were not read wait for the next stream of its kind."""
         self._close()
 
     async def __aenter__(self) -> Stream[T]:
@@ -234,7 +238,7 @@ class Hub(Generic[T]):
             self._keep(unread)
 
     def end(self) -> None:
-        """Streams give what they hold, then end."""
+        """Lets streams return the items that they hold, then end."""
         self.ended = True
         self._waiting.clear()
         for reference in self._streams:

@@ -1,4 +1,4 @@
-"""What the service tells of: values that never change. Fetch again to see what is new."""
+"""Data from the service, as values that never change. Fetch again to see changes."""
 
 from __future__ import annotations
 
@@ -19,7 +19,7 @@ class Media(enum.IntEnum):
 
 
 class Status(enum.IntEnum):
-    """Where a client's session stands."""
+    """The state of a client's session."""
 
     NONE = 0
     """No login yet."""
@@ -139,7 +139,9 @@ class DiagnosisEvent:
 
 @dataclass(frozen=True, slots=True)
 class Diagnosis:
-    """What a client has lately gone through. It holds no credential, id or message, so it can be shown to anybody."""
+    """What has happened to a client lately. It contains no credentials, ids or messages, so it can
+    be shown to anybody.
+    """
 
     events: Sequence[DiagnosisEvent]
 
@@ -172,7 +174,7 @@ def moment(seconds: Any) -> datetime.datetime | None:
 
 
 def identity(value: Any) -> str | None:
-    """An id as text: services have sent numbers, too."""
+    """An id as text. Some services send numbers."""
     if value is None or isinstance(value, str):
         return value
     return None if isinstance(value, (bool, dict, list)) else str(value)

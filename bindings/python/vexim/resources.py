@@ -1,7 +1,8 @@
 """Users, friends, groups, rooms and passengers: what `Client.users` and its siblings do.
 
-Every operation asks the service, and returns values; nothing is remembered here. They need a client that is open, most of them
-no connection. Each raises `ServiceError` when the service refuses, and `NetworkError` when it cannot be reached.
+Every operation asks the service and returns values; nothing is cached here. Most operations need an
+open client but no connection. Each raises `ServiceError` if the service refuses, and `NetworkError`
+if it cannot be reached.
 """
 
 from __future__ import annotations
@@ -66,11 +67,11 @@ class _Attributed(_Operations):
         return result if isinstance(result, dict) else {}
 
     async def attribute(self, id: str, key: str) -> Any:
-        """One attribute; None when there is none."""
+        """One attribute, or None if there is none."""
         return await self._call("getAttributeForKey", id=id, key=key)
 
     async def update_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
-        """Merges into the attributes; those given win."""
+        """Adds these attributes, overwriting those with the same names."""
         await self._call("updateAttributes", id=id, attributes=dict(attributes))
 
     async def replace_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
@@ -109,11 +110,11 @@ class Friends(_Operations):
         return [friend_from(item) for item in _list(result)]
 
     async def get(self, friend: str) -> Friend:
-        """One friend. Raises `ResponseError` when the service does not give a record."""
+        """One friend. Raises `ResponseError` if the service does not answer with a record."""
         return friend_from(await self._call("getFriendInfo", friendId=friend))
 
     async def add(self, friend: str) -> Any:
-        """Makes a user a friend; the result is the service's."""
+        """Makes a user a friend. Returns the service's answer."""
         return await self._call("addFriendWithUser", friendId=friend)
 
     async def remove(self, friend: str) -> None:
@@ -137,7 +138,7 @@ class Groups(_Attributed):
         return [group_from(item) for item in _list(result)]
 
     async def create(self, name: str | None = None, *, owner: str | None = None, members: Iterable[str] | None = None) -> Group:
-        """Creates a group. The service chooses what is left out."""
+        """Creates a group. The service chooses values for what is missing."""
         listed = None if members is None else _strings(members)
         return group_from(await self._call("createWithBlock", name=name, members=listed, owner=owner))
 
@@ -159,7 +160,7 @@ class Groups(_Attributed):
         await self._call("updateWithAttributes", id=id, attributes=dict(record))
 
     async def rename(self, id: str, name: str) -> None:
-        """Gives the group another name, which is one of its attributes."""
+        """Renames the group. The name is one of its attributes."""
         await self._call("updateName", id=id, name=name)
 
     async def add_members(self, id: str, users: Iterable[str]) -> None:
@@ -201,7 +202,7 @@ class Rooms(_Attributed):
         return room_from(await self._call("fetchWithBlock", id=id))
 
     async def rename(self, id: str, name: str) -> None:
-        """Gives the room another name."""
+        """Renames the room."""
         await self._call("updateName", id=id, name=name)
 
     async def add_members(self, id: str, users: Iterable[str]) -> None:

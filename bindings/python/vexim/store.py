@@ -1,4 +1,4 @@
-"""A client with a memory: conversations on this device, and an outbox."""
+"""Conversations on this device, and an outbox."""
 
 from __future__ import annotations
 
@@ -46,10 +46,12 @@ class Store:
             async for change in store.observe(Peer.friend("bob")):
                 for message in change.items: ...
 
-    What comes while it is open is stored, and what was missed is read after each login. What is sent is written first, and goes out
-    when it can: now, after a reconnect, after the next login, or when the program runs the next time.
+    Messages that arrive while it is open are stored, and missed ones are fetched after each login.
+    Messages to send are written first, and are sent as soon as possible: now, after a reconnect,
+    after the next login, or when the program runs the next time.
 
-    Operations fail with `vexim.StoreError`. What a completed call has written outlives the process's sudden end.
+    Operations fail with `vexim.StoreError`. What a completed call has written survives a crash of
+    the process.
     """
 
     def __init__(self, client: Client, operation: str, arguments: Mapping[str, Any]) -> None:
@@ -63,7 +65,9 @@ class Store:
     # Life
 
     async def open(self) -> None:
-        """Opens the file, or makes it; `async with` does this. A damaged file is set aside, see `damage`."""
+        """Opens or creates the file; `async with` does this. A damaged file is set aside, see
+        `damage`.
+        """
         if self._record is not None:
             raise usage("the store was opened before")
         link = self._client._open_link()
@@ -113,7 +117,9 @@ class Store:
 
     @property
     def damage(self) -> StoreDamage | None:
-        """What was set aside when the store was opened; None normally. Later damage is told by `StoreDamaged` of `Client.events`."""
+        """The damage found when the store was opened; normally None. Later damage is reported by
+        `StoreDamaged` of `Client.events`.
+        """
         record = self._opened().get("damage")
         return damage_from(record) if record is not None else None
 
@@ -124,7 +130,7 @@ class Store:
         return [conversation_from(record) for record in await self._call("conversations")]
 
     async def conversation(self, peer: Peer) -> Conversation | None:
-        """One conversation; None when there is none."""
+        """One conversation, or None if there is none."""
         record = await self._call("conversation", id=peer_record(peer))
         return conversation_from(record) if record is not None else None
 
@@ -139,7 +145,7 @@ class Store:
         return await self._messages("messagesAfter", id=peer_record(peer), position=position_record(position), limit=limit)
 
     async def message(self, local_id: int) -> StoredMessage | None:
-        """One message; None when there is none."""
+        """One message, or None if there is none."""
         record = await self._call("message", localId=local_id)
         return stored_message_from(record) if record is not None else None
 
@@ -156,7 +162,8 @@ class Store:
         return [gap_from(record) for record in await self._call("gaps", id=peer_record(peer))]
 
     async def read_gap(self, peer: Peer, gap: Gap) -> int:
-        """Reads up to 100 messages from the newer end of a gap, as when the user scrolls back to it: it becomes shorter, or goes. Returns how
+        """Reads up to 100 messages from the newer end of a gap, for example when the user scrolls
+        back to it. The gap becomes shorter or disappears. Returns how
         many were stored."""
         self._needs_outbox()
         return int(await self._link().call("VXIMConversations.readGap", {
@@ -181,8 +188,10 @@ class Store:
         payload: Mapping[str, Any] | None = None,
         progress: Progress | None = None,
     ) -> StoredMessage:
-        """Queues a message, as `Client.send` takes one, and returns it as it was written: from then on it is not lost. How far it comes
-        is told by `observe`. `progress` hears the upload, as long as this program runs."""
+        """Queues a message, as `Client.send` takes one, and returns it as it was written: from then
+        on it cannot get lost. `observe` reports its state. `progress` is called during the upload,
+        as long as this program runs.
+        """
         self._needs_outbox()
         message = await composed(text, image, audio, video, name, payload)
         arguments = {"conversation": peer_record(peer), "message": message, "progress": True if progress is not None else None}
@@ -199,7 +208,9 @@ class Store:
         await self._link().call("VXIMConversations.retry", {"localId": _local_id(message)})
 
     async def cancel(self, message: StoredMessage | int) -> None:
-        """Removes a message that is not confirmed yet. What the service has by then it keeps, and its echo brings it back."""
+        """Removes a message that is not confirmed yet. If the service has it already, its echo
+        brings it back.
+        """
         self._needs_outbox()
         await self._link().call("VXIMConversations.cancel", {"localId": _local_id(message)})
 
@@ -217,7 +228,7 @@ class Store:
 
     async def set_retention(self, *, max_age: datetime.timedelta | None = None, max_count: int | None = None) -> int:
         """Keeps messages no longer than `max_age` (in whole hours), and `max_count` of each conversation; None: no limit. Returns how many
-        were removed now. What is not confirmed is never removed."""
+        were removed now. Unconfirmed messages are never removed."""
         return int(await self._call("setRetention", maximumAge=hours(max_age), maximumCount=max_count))
 
     # Observing
@@ -267,7 +278,8 @@ class Store:
 class Observation(AsyncIterator[ListChange[T]], Generic[T]):
     """An asynchronous iterator over the changes of a list, made by `Store.observe` and `Store.observe_conversations`.
 
-    The first change has the whole list as it is. A reader that is slow loses nothing: changes that wait for it become one. It ends
+    The first change has the whole list. A slow reader loses nothing: changes that wait for it are
+    merged into one. It ends
     when the store is closed. One task at a time reads it.
     """
 
@@ -308,7 +320,7 @@ class Observation(AsyncIterator[ListChange[T]], Generic[T]):
         return change
 
     async def set_limit(self, limit: int) -> None:
-        """Makes the list longer or shorter, as when the user scrolls to its end."""
+        """Makes the list longer or shorter, for example when the user scrolls to its end."""
         self._arguments = {**self._arguments, "limit": limit}
         if self._number is not None and not self._closed:
             await self._store._link().call("VXIMStoreObservation.setLimit", {"observation": self._number, "limit": limit})

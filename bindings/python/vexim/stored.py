@@ -1,4 +1,4 @@
-"""What a store keeps: values that never change."""
+"""Data from a store, as values that never change."""
 
 from __future__ import annotations
 
@@ -44,7 +44,7 @@ Peer.SYSTEM = Peer("system")
 
 
 class State(enum.Enum):
-    """How far a stored message has come."""
+    """The state of a stored message."""
 
     QUEUED = "queued"
     """It waits: for a connection, for those before it, or, with an error, for the next attempt."""
@@ -117,7 +117,7 @@ class Conversation:
 
 @dataclass(frozen=True, slots=True)
 class Gap:
-    """A stretch of a conversation whose messages could not be had from the service any more."""
+    """A part of a conversation whose messages could not be fetched from the service any more."""
 
     after: datetime.datetime | None
     """The last known message before it; None: there is none."""
@@ -127,7 +127,7 @@ class Gap:
 
 @dataclass(frozen=True, slots=True)
 class StoreDamage:
-    """A damaged file was set aside, and a fresh one made with what could be read."""
+    """A damaged file was set aside, and a new one created with the messages that could be read."""
 
     set_aside_as: str
     """The damaged file's new path."""
@@ -137,7 +137,8 @@ class StoreDamage:
 @dataclass(frozen=True, slots=True)
 class ListChange(Generic[T]):
     """A list that is observed, and what has changed in it: take `removed` out of the old list, from the last position to the first,
-    put `inserted` into it, from the first to the last, and read `changed` anew. At first all is inserted."""
+    put `inserted` into it, from the first to the last, and replace the items in `changed`. At first
+    everything is inserted."""
 
     items: Sequence[T]
     """The whole list as it is now."""

@@ -47,11 +47,11 @@ class Users:
         return self._portal.run(self._inner.attributes(id), self._timeout)
 
     def attribute(self, id: str, key: str) -> Any:
-        """One attribute; None when there is none."""
+        """One attribute, or None if there is none."""
         return self._portal.run(self._inner.attribute(id, key), self._timeout)
 
     def update_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
-        """Merges into the attributes; those given win."""
+        """Adds these attributes, overwriting those with the same names."""
         self._portal.run(self._inner.update_attributes(id, attributes), self._timeout)
 
     def replace_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
@@ -84,11 +84,11 @@ class Friends:
         return self._portal.run(self._inner.all(detail=detail), self._timeout)
 
     def get(self, friend: str) -> Friend:
-        """One friend. Raises `ResponseError` when the service does not give a record."""
+        """One friend. Raises `ResponseError` if the service does not answer with a record."""
         return self._portal.run(self._inner.get(friend), self._timeout)
 
     def add(self, friend: str) -> Any:
-        """Makes a user a friend; the result is the service's."""
+        """Makes a user a friend. Returns the service's answer."""
         return self._portal.run(self._inner.add(friend), self._timeout)
 
     def remove(self, friend: str) -> None:
@@ -113,11 +113,11 @@ class Groups:
         return self._portal.run(self._inner.attributes(id), self._timeout)
 
     def attribute(self, id: str, key: str) -> Any:
-        """One attribute; None when there is none."""
+        """One attribute, or None if there is none."""
         return self._portal.run(self._inner.attribute(id, key), self._timeout)
 
     def update_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
-        """Merges into the attributes; those given win."""
+        """Adds these attributes, overwriting those with the same names."""
         self._portal.run(self._inner.update_attributes(id, attributes), self._timeout)
 
     def replace_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
@@ -133,7 +133,7 @@ class Groups:
         return self._portal.run(self._inner.joined(detail=detail), self._timeout)
 
     def create(self, name: str | None=None, *, owner: str | None=None, members: Iterable[str] | None=None) -> Group:
-        """Creates a group. The service chooses what is left out."""
+        """Creates a group. The service chooses values for what is missing."""
         return self._portal.run(self._inner.create(name, owner=owner, members=members), self._timeout)
 
     def fetch(self, id: str) -> Group:
@@ -153,7 +153,7 @@ class Groups:
         self._portal.run(self._inner.update(id, record), self._timeout)
 
     def rename(self, id: str, name: str) -> None:
-        """Gives the group another name, which is one of its attributes."""
+        """Renames the group. The name is one of its attributes."""
         self._portal.run(self._inner.rename(id, name), self._timeout)
 
     def add_members(self, id: str, users: Iterable[str]) -> None:
@@ -186,11 +186,11 @@ class Rooms:
         return self._portal.run(self._inner.attributes(id), self._timeout)
 
     def attribute(self, id: str, key: str) -> Any:
-        """One attribute; None when there is none."""
+        """One attribute, or None if there is none."""
         return self._portal.run(self._inner.attribute(id, key), self._timeout)
 
     def update_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
-        """Merges into the attributes; those given win."""
+        """Adds these attributes, overwriting those with the same names."""
         self._portal.run(self._inner.update_attributes(id, attributes), self._timeout)
 
     def replace_attributes(self, id: str, attributes: Mapping[str, Any]) -> None:
@@ -214,7 +214,7 @@ class Rooms:
         return self._portal.run(self._inner.fetch(id), self._timeout)
 
     def rename(self, id: str, name: str) -> None:
-        """Gives the room another name."""
+        """Renames the room."""
         self._portal.run(self._inner.rename(id, name), self._timeout)
 
     def add_members(self, id: str, users: Iterable[str]) -> None:
@@ -316,7 +316,7 @@ class Client:
 
     @property
     def status(self) -> Status:
-        """Where the session stands."""
+        """The state of the session."""
         return self._portal.do(lambda: self._inner.status)
 
     @property
@@ -340,18 +340,19 @@ class Client:
         - `user_id`: vouched for by the client key alone
         - `username` and `password`
         - `phone_number` and `sms_code`
-        - `oauth`: what an outside identity provider gave
-        - `auth_data`: sent as it stands
+        - `oauth`: the answer of an outside identity provider
+        - `auth_data`: sent unchanged
 
-        Raises `LoginError` when the service refuses, `NetworkError` when it cannot be reached. A service that takes the
-        connection and then says nothing is waited for: use the client's `timeout`. Another login ends this one with `AbandonedError`.
-        After a drop the client connects and logs in again by itself.
+        Raises `LoginError` if the service refuses, `NetworkError` if it cannot be reached. There is
+        no time limit for a service that accepts the connection but does not answer: use
+        the client's `timeout`. Another login ends this one with `AbandonedError`. When the connection is
+        lost, the client connects and logs in again by itself.
         """
         self._portal.run(self._inner.login(user_id=user_id, username=username, password=password, phone_number=phone_number, sms_code=sms_code, oauth=oauth, auth_data=auth_data), self._timeout)
 
     def logout(self) -> None:
-        """Removes this device's installation from the user, then closes the connection. Needs a connection: without one it does
-        not end, so give it a deadline.
+        """Removes this device's installation from the user, then closes the connection. Without a
+        connection it never ends, so give it a deadline.
         """
         self._portal.run(self._inner.logout(), self._timeout)
 
@@ -360,7 +361,9 @@ class Client:
         self._portal.run(self._inner.pause(), self._timeout)
 
     def resume(self) -> None:
-        """Begins to connect again, with the credentials of the last login. `status` is `Status.OPENED` when that is done."""
+        """Starts to connect again, with the credentials of the last login. When that is done,
+        `status` is `Status.OPENED`.
+        """
         self._portal.run(self._inner.resume(), self._timeout)
 
     def remove_installation(self) -> None:
@@ -368,7 +371,7 @@ class Client:
         self._portal.run(self._inner.remove_installation(), self._timeout)
 
     def reset_flags(self) -> None:
-        """Clears `was_offline` and `is_logging_out`, such as after a logout that did not end."""
+        """Clears `was_offline` and `is_logging_out`, for example after a logout that did not end."""
         self._portal.run(self._inner.reset_flags(), self._timeout)
 
     @property
@@ -378,7 +381,7 @@ class Client:
 
     @property
     def is_logging_out(self) -> bool:
-        """Whether a logout waits for the connection to close."""
+        """Whether a logout is waiting for the connection to close."""
         return self._portal.do(lambda: self._inner.is_logging_out)
 
     @property
@@ -387,7 +390,7 @@ class Client:
         return self._portal.do(lambda: self._inner.configuration)
 
     def diagnose(self) -> Diagnosis:
-        """What has lately happened to this client, for a report of trouble. Print it."""
+        """What has happened to this client lately, for problem reports. Print it."""
         return self._portal.do(lambda: self._inner.diagnose())
 
     def send(
@@ -411,12 +414,12 @@ class Client:
         name
             The file name of bytes; its ending tells the type ("photo.jpg").
         payload
-            Keys of the application's own, which travel along.
+            The application's own keys, which are sent with the message.
         progress
             Is called with the percentage of the upload, any number of times.
 
-        Returns the message as it was sent, which is when it was handed to the connection; there is no receipt. Raises `NotConnectedError` while there is
-        no connection.
+        Returns the message as it was sent. Sent means handed to the connection: there is no
+        receipt. Raises `NotConnectedError` if there is no connection.
         """
         return self._portal.run(self._inner.send(text, friend=friend, group=group, room=room, image=image, audio=audio, video=video, name=name, payload=payload, progress=progress), None)
 
@@ -439,14 +442,14 @@ class Client:
         payload: Mapping[str, Any] | None=None,
         progress: Progress | None=None,
     ) -> None:
-        """Posts a system message to a user, a group, a room or everyone. Needs no connection; whether this application may do
-        it is the service's decision. The other arguments are those of `send`.
+        """Posts a system message to a user, a group, a room or everyone. Needs no connection. The
+        service decides whether this application may do so. The other arguments are those of `send`.
         """
         self._portal.run(self._inner.send_system(text, user=user, group=group, room=room, everyone=everyone, image=image, audio=audio, video=video, name=name, payload=payload, progress=progress), None)
 
     def download(self, message: Message, path: str | os.PathLike[str], *, progress: Progress | None=None) -> pathlib.Path:
-        """Downloads the message's file to `path`. The file appears when it is whole; a download that fails or is cancelled leaves
-        none. `progress` is called with percentages, any number of times.
+        """Downloads the message's file to `path`. The file appears when it is complete; a download
+        that fails or is cancelled leaves no file. `progress` is called with percentages, any number of times.
         """
         return self._portal.run(self._inner.download(message, path, progress=progress), None)
 
@@ -455,23 +458,25 @@ class Client:
         return self._portal.run(self._inner.read(message, progress=progress), None)
 
     def messages(self, *, own: bool=False, system: bool=False) -> SyncStream[Message]:
-        """Messages as they come, also those that came since the client was opened and that nobody has read.
+        """Messages as they arrive, including those that have arrived since the client was opened
+        and were not read.
 
         own
-            With the messages of the user who is logged in, from this and other devices. A bot that answers them answers itself.
+            Include the messages of the user who is logged in, from this and other devices. A bot
+            that answers them answers itself.
         system
-            With the system messages.
+            Include system messages.
 
         It is bounded: see `Stream`.
         """
         return SyncStream(self._portal, self._portal.do(lambda: self._inner.messages(own=own, system=system)))
 
     def presence(self) -> SyncStream[PresenceChanged]:
-        """Friends who come and go. It is bounded: see `Stream`."""
+        """Friends who come online and go offline. It is bounded: see `Stream`."""
         return SyncStream(self._portal, self._portal.do(lambda: self._inner.presence()))
 
     def events(self) -> SyncStream[Event]:
-        """All that happens to the client, messages and presence included. It is bounded: see `Stream`."""
+        """Everything that happens to the client, including messages and presence. It is bounded: see `Stream`."""
         return SyncStream(self._portal, self._portal.do(lambda: self._inner.events()))
 
     def open_store(
@@ -533,7 +538,9 @@ class Store:
         return repr(self._inner).replace("vexim.Store", "vexim.sync.Store")
 
     def open(self) -> None:
-        """Opens the file, or makes it; `async with` does this. A damaged file is set aside, see `damage`."""
+        """Opens or creates the file; `async with` does this. A damaged file is set aside, see
+        `damage`.
+        """
         self._portal.run(self._inner.open(), self._timeout)
 
     @property
@@ -548,7 +555,9 @@ class Store:
 
     @property
     def damage(self) -> StoreDamage | None:
-        """What was set aside when the store was opened; None normally. Later damage is told by `StoreDamaged` of `Client.events`."""
+        """The damage found when the store was opened; normally None. Later damage is reported by
+        `StoreDamaged` of `Client.events`.
+        """
         return self._portal.do(lambda: self._inner.damage)
 
     def conversations(self) -> list[Conversation]:
@@ -556,7 +565,7 @@ class Store:
         return self._portal.run(self._inner.conversations(), self._timeout)
 
     def conversation(self, peer: Peer) -> Conversation | None:
-        """One conversation; None when there is none."""
+        """One conversation, or None if there is none."""
         return self._portal.run(self._inner.conversation(peer), self._timeout)
 
     def messages_before(
@@ -580,7 +589,7 @@ class Store:
         return self._portal.run(self._inner.messages_after(peer, position, limit=limit), self._timeout)
 
     def message(self, local_id: int) -> StoredMessage | None:
-        """One message; None when there is none."""
+        """One message, or None if there is none."""
         return self._portal.run(self._inner.message(local_id), self._timeout)
 
     def search(
@@ -603,7 +612,8 @@ class Store:
         return self._portal.run(self._inner.gaps(peer), self._timeout)
 
     def read_gap(self, peer: Peer, gap: Gap) -> int:
-        """Reads up to 100 messages from the newer end of a gap, as when the user scrolls back to it: it becomes shorter, or goes. Returns how
+        """Reads up to 100 messages from the newer end of a gap, for example when the user scrolls
+        back to it. The gap becomes shorter or disappears. Returns how
         many were stored.
         """
         return self._portal.run(self._inner.read_gap(peer, gap), self._timeout)
@@ -624,8 +634,9 @@ class Store:
         payload: Mapping[str, Any] | None=None,
         progress: Progress | None=None,
     ) -> StoredMessage:
-        """Queues a message, as `Client.send` takes one, and returns it as it was written: from then on it is not lost. How far it comes
-        is told by `observe`. `progress` hears the upload, as long as this program runs.
+        """Queues a message, as `Client.send` takes one, and returns it as it was written: from then
+        on it cannot get lost. `observe` reports its state. `progress` is called during the upload,
+        as long as this program runs.
         """
         return self._portal.run(self._inner.send(peer, text, image=image, audio=audio, video=video, name=name, payload=payload, progress=progress), self._timeout)
 
@@ -634,7 +645,9 @@ class Store:
         self._portal.run(self._inner.retry(message), self._timeout)
 
     def cancel(self, message: StoredMessage | int) -> None:
-        """Removes a message that is not confirmed yet. What the service has by then it keeps, and its echo brings it back."""
+        """Removes a message that is not confirmed yet. If the service has it already, its echo
+        brings it back.
+        """
         self._portal.run(self._inner.cancel(message), self._timeout)
 
     def mark_read(self, peer: Peer, up_to: Position | StoredMessage | None=None) -> None:
@@ -651,7 +664,7 @@ class Store:
 
     def set_retention(self, *, max_age: datetime.timedelta | None=None, max_count: int | None=None) -> int:
         """Keeps messages no longer than `max_age` (in whole hours), and `max_count` of each conversation; None: no limit. Returns how many
-        were removed now. What is not confirmed is never removed.
+        were removed now. Unconfirmed messages are never removed.
         """
         return self._portal.run(self._inner.set_retention(max_age=max_age, max_count=max_count), self._timeout)
 
