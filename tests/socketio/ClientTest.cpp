@@ -3,17 +3,22 @@
 #include "VexIMLib/SocketIOClient.h"
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <mutex>
 #include <string>
 #include <vector>
 
 #include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/internal/Platform/Facts/EventRecord.h"
+#include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
 #include "VexIMLib/internal/SocketIO/Client/SocketIORecord.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
@@ -43,6 +48,43 @@ TEST(SocketIOClient, GivesAnErrorAloneWhenTheFirstConnectFails) {
     heard.listen(*none);
     none->connect();
     EXPECT_TRUE(heard.waitFor("error"));
+}
+
+TEST(SocketIOClient, ReachesAServerThatAcceptsLate) {
+    // Usually a connection to this machine is complete at once. This server's queue is full, so the
+    // system answers only when the client asks again, after a second.
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    auto* const bare = reinterpret_cast<sockaddr*>(&address);
+    socklen_t length = sizeof address;
+    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const timeval patience{60, 0};
+    ::setsockopt(listener, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    ASSERT_EQ(::bind(listener, bare, length), 0);
+    ASSERT_EQ(::listen(listener, 0), 0);
+    ASSERT_EQ(::getsockname(listener, bare, &length), 0);
+    const int first = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::connect(first, bare, length), 0);
+
+    const auto client = makeClient("http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)),
+                                   {{"reconnects", false}, {"connectTimeout", 60}});
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    for (int step = 0; step < 3; ++step) {  // the start, the lookup's answer, and what it queued
+        std::promise<void> done;
+        NetworkThread::shared().post([&] { done.set_value(); });
+        done.get_future().wait();
+    }
+    ::close(::accept(listener, nullptr, nullptr));
+    const int late = ::accept(listener, nullptr, nullptr);
+    char request[1024];
+    EXPECT_GT(::recv(late, request, sizeof request, 0), 0);
+    const std::string refusal = "HTTP/1.1 403 Forbidden\r\nContent-Length: 0\r\n\r\n";
+    ::send(late, refusal.data(), refusal.size(), MSG_NOSIGNAL);
+    EXPECT_TRUE(heard.waitFor("error The WebSocket handshake was answered with 403."));
+    for (const int each : {listener, first, late}) ::close(each);
 }
 
 TEST(SocketIOClient, GivesOneDisconnectForEachThatWasAskedFor) {

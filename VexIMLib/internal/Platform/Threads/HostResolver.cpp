@@ -68,12 +68,21 @@ void deliver(std::weak_ptr<PendingLookup> weak, Answer answer) {
     });
 }
 
+/// Whether `host` is an address in its usual form.
+bool needsNoLookup(const std::string& host) {
+    in6_addr address;
+    return ::inet_pton(AF_INET, host.c_str(), &address) == 1 ||
+           ::inet_pton(AF_INET6, host.c_str(), &address) == 1;
+}
+
 class SystemResolver final : public HostResolver {
 public:
     std::unique_ptr<Lookup> resolve(std::string host, Completion completion) override {
         auto pending = std::make_shared<PendingLookup>(std::move(completion));
         const std::weak_ptr<PendingLookup> weak = pending;
-        if (Answer numeric = lookUp(host, AI_NUMERICHOST); !numeric.error) {
+        if (needsNoLookup(host)) {
+            deliver(weak, {{std::move(host)}, nullptr});
+        } else if (Answer numeric = lookUp(host, AI_NUMERICHOST); !numeric.error) {
             deliver(weak, std::move(numeric));
         } else if (!LibraryThreads::startForgotten(
                        "vexim-resolver", [host, weak] { deliver(weak, lookUp(host, 0)); })) {

@@ -1,5 +1,10 @@
 #include "VexIMLib/internal/SocketIO/Transports/Dialer.h"
 
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <utility>
 
 namespace vexim {
@@ -11,6 +16,48 @@ using boost::system::error_code;
 
 // How long to try one of several addresses before the next.
 constexpr std::chrono::seconds kPerAddress{3};
+
+/// Begins to connect, without waiting.
+error_code beginConnecting(tcp::socket& socket, const tcp::endpoint& endpoint) {
+    error_code error;
+    socket.open(endpoint.protocol(), error);
+    if (!error) socket.non_blocking(true, error);
+    if (!error &&
+        ::connect(socket.native_handle(), endpoint.data(),
+                  static_cast<socklen_t>(endpoint.size())) != 0 &&
+        errno != EINPROGRESS && errno != EINTR)
+        error.assign(errno, asio::error::get_system_category());
+    return error;
+}
+
+/// Whether the attempt has ended, well or not.
+bool hasEnded(tcp::socket& socket) {
+    pollfd state{socket.native_handle(), POLLOUT, 0};
+    return ::poll(&state, 1, 0) == 1;
+}
+
+error_code resultOf(tcp::socket& socket) {
+    int failure = 0;
+    socklen_t length = sizeof failure;
+    if (::getsockopt(socket.native_handle(), SOL_SOCKET, SO_ERROR, &failure, &length) != 0)
+        failure = errno;
+    return {failure, asio::error::get_system_category()};
+}
+
+/// After a wait for room to write, asio watches for it until the socket is closed. Then each wait
+/// for input would be reported twice, once for the room. So the loop gets the socket anew.
+error_code watchAnew(tcp::socket& socket, const tcp& protocol) {
+    error_code error;
+    const auto descriptor = socket.release(error);
+    if (error) return error;
+    socket.assign(protocol, descriptor, error);
+    if (error) {
+        ::close(descriptor);
+        return error;
+    }
+    socket.non_blocking(true, error);
+    return error;
+}
 
 }  // namespace
 
@@ -45,29 +92,41 @@ void Dialer::connectNext() {
     if (next_ == addresses_.size())
         return finish(Fault::NotConnected, "Could not connect: " + lastError_.message() + ".");
     const auto address = asio::ip::make_address(addresses_[next_++], error);
+    const tcp::endpoint endpoint(address, port_);
+    if (!error) error = beginConnecting(socket_, endpoint);
     if (error) {
         lastError_ = error;
         return connectNext();
     }
-    // False for a callback that was already queued when another address was tried.
-    const auto isWanted = [self = shared_from_this(), attempt = next_] {
-        return self->handler_ && self->next_ == attempt;
-    };
+    if (hasEnded(socket_)) return didEnd(resultOf(socket_));  // usual on the same machine
     if (next_ < addresses_.size()) {
         timer_.expires_after(kPerAddress);
-        timer_.async_wait([self = shared_from_this(), isWanted](error_code cancelled) {
-            if (cancelled || !isWanted()) return;
+        timer_.async_wait([self = shared_from_this(), attempt = next_](error_code cancelled) {
+            if (cancelled || !self->isTrying(attempt)) return;
             self->lastError_ = asio::error::timed_out;
             self->connectNext();
         });
     }
-    socket_.async_connect(tcp::endpoint(address, port_),
-                          [self = shared_from_this(), isWanted](error_code failed) {
-                              if (!isWanted()) return;
-                              if (!failed) return self->finish(Fault::None);
-                              self->lastError_ = failed;
-                              self->connectNext();
-                          });
+    awaitEnd(endpoint.protocol());
+}
+
+/// False for a callback that was already queued when another address was tried.
+bool Dialer::isTrying(std::size_t attempt) const { return handler_ && next_ == attempt; }
+
+void Dialer::awaitEnd(const tcp& protocol) {
+    socket_.async_wait(tcp::socket::wait_write,
+                       [self = shared_from_this(), attempt = next_, protocol](error_code failed) {
+                           if (!self->isTrying(attempt)) return;
+                           if (!failed && !hasEnded(self->socket_)) return self->awaitEnd(protocol);
+                           if (!failed) failed = resultOf(self->socket_);
+                           self->didEnd(failed ? failed : watchAnew(self->socket_, protocol));
+                       });
+}
+
+void Dialer::didEnd(const error_code& failed) {
+    if (!failed) return finish(Fault::None);
+    lastError_ = failed;
+    connectNext();
 }
 
 void Dialer::finish(Fault fault, std::string why) {

@@ -22,7 +22,8 @@ class Dialer : public std::enable_shared_from_this<Dialer> {
 public:
     using Socket = boost::asio::ip::tcp::socket;
     enum class Fault : std::uint8_t { None, NotFound, NotConnected };
-    /// Without a fault `socket` is connected and may be moved from. Otherwise `why` is a sentence.
+    /// Without a fault `socket` is connected, does not block and may be moved from. Otherwise `why`
+    /// is a sentence.
     using Handler = std::function<void(Fault fault, Socket& socket, std::string why)>;
 
     explicit Dialer(boost::asio::io_context& context) : socket_(context), timer_(context) {}
@@ -34,6 +35,9 @@ public:
 private:
     void didResolve(std::vector<std::string> addresses);
     void connectNext();
+    bool isTrying(std::size_t attempt) const;
+    void awaitEnd(const boost::asio::ip::tcp& protocol);
+    void didEnd(const boost::system::error_code& failed);
     void finish(Fault fault, std::string why = {});
 
     std::uint16_t port_ = 0;

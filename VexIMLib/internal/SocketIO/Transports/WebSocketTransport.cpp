@@ -37,7 +37,6 @@ void LiveWebSocket::open(std::string target, const std::string& cookies) {
 void LiveWebSocket::didConnect(tcp::socket& socket) {
     socket_ = std::move(socket);
     error_code ignored;
-    socket_.non_blocking(true, ignored);
     socket_.set_option(tcp::no_delay(true), ignored);
     awaitInput();
     if (!options_.proxy) return didReachServer();
