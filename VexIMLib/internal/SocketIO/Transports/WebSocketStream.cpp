@@ -46,7 +46,7 @@ bool mayBeSent(unsigned closeCode) {
 }  // namespace
 
 struct WebSocketStream::Impl {
-    Impl(const asio::any_io_executor& executor, Options wanted)
+    Impl(const MemoryLayer::executor_type& executor, Options wanted)
         : options(wanted),
           stream(MemoryLayer(executor)),
           scanner(wanted.maxMessageBytes) {}
@@ -87,7 +87,7 @@ struct WebSocketStream::Impl {
     MemoryLayer& layer() { return stream.next_layer(); }
 };
 
-WebSocketStream::WebSocketStream(const asio::any_io_executor& executor, Options options)
+WebSocketStream::WebSocketStream(asio::io_context::executor_type executor, Options options)
     : impl_(std::make_shared<Impl>(executor, options)) {
     auto& stream = impl_->stream;
     stream.auto_fragment(false);

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include <boost/asio/any_io_executor.hpp>
+#include <boost/asio/io_context.hpp>
 
 #include "VexIMLib/internal/SocketIO/Protocol/HeaderList.h"
 
@@ -51,7 +51,7 @@ public:
 
     enum class Status : std::uint8_t { Open, ClosedByPeer, Malformed, TooLarge };
 
-    WebSocketStream(const boost::asio::any_io_executor& executor, Options options);
+    WebSocketStream(boost::asio::io_context::executor_type executor, Options options);
     WebSocketStream(const WebSocketStream&) = delete;
     WebSocketStream& operator=(const WebSocketStream&) = delete;
     ~WebSocketStream();  // the handler of a handshake is not called any more

@@ -78,7 +78,8 @@ void LiveWebSocket::readInput(int times) {
         if (error) return inputEnded(error == asio::error::eof ? "" : error.message());
         didReceive({buffer.data(), count});
         if (stage_ == Stage::Closed || isPaused_ || end_) return;
-        if (count < buffer.size()) break;
+        // A goodbye and the end of the connection come together.
+        if (count < buffer.size() && stage_ != Stage::Closing) break;
     }
     awaitInput();
 }
