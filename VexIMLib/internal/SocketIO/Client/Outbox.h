@@ -2,7 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <string>
 #include <string_view>
 
@@ -41,8 +41,8 @@ private:
         std::size_t read = 0;
     };
 
-    std::deque<Block> blocks_;
-    std::deque<Data> attachments_;
+    std::list<Block> blocks_;
+    std::list<Data> attachments_;
     std::size_t count_ = 0;
 };
 
