@@ -145,10 +145,11 @@ void LinkKeeper::openLink(Epoch epoch) {
     epoch_ = epoch;
     if (meter_) attemptedAt_ = now();
     notedImpostor_ = false;
-    note(events::kConnecting, {{"to", endpoint_->authorityWithPort()},
-                               {"tls", endpoint_->isSecure},
-                               {"proxy", route.transport.proxy.has_value()},
-                               {"attempt", std::int64_t{reconnector_.attempt()}}});
+    if (isNoting())
+        note(events::kConnecting, {{"to", endpoint_->authorityWithPort()},
+                                   {"tls", endpoint_->isSecure},
+                                   {"proxy", route.transport.proxy.has_value()},
+                                   {"attempt", std::int64_t{reconnector_.attempt()}}});
     SessionConfig session = options_.session;
     session.nsp = nsp->name;
     session.nspQuery = nsp->query;
@@ -247,7 +248,8 @@ void LinkKeeper::watchAcks() {
 // From the link
 
 void LinkKeeper::linkDidJoin(const action::Joined& joined) {
-    note(events::kJoined, {{"revision", joined.revision == EngineRevision::V3 ? 3 : 4}});
+    if (isNoting())
+        note(events::kJoined, {{"revision", joined.revision == EngineRevision::V3 ? 3 : 4}});
     if (meter_) {
         meter_->add(Metric::ConnectionsJoined, attemptKind(reconnector_));
         meter_->observe(Metric::ConnectDuration, 0, now() - attemptedAt_);
@@ -321,8 +323,10 @@ void LinkKeeper::linkDidEnd(const action::Ended& ended) {
     sending_.clear();
     preferWebSocket_ = ended.preferWebSocket;
     const bool wasJoined = reconnector_.isJoined();
-    LinkNote last = noteOfEnd(ended, wasJoined);
-    note(last.name, std::move(last.details));
+    if (isNoting()) {
+        LinkNote last = noteOfEnd(ended, wasJoined);
+        note(last.name, std::move(last.details));
+    }
     if (meter_) meter_->add(Metric::ConnectionsEnded, ended.cause);
 
     const auto verdict = reconnector_.didEnd(ended.cause, now());

@@ -52,6 +52,7 @@ private:
     void watchAcks();
     void flushTurn();
     Clock::TimePoint now() const { return environment_.clock->now(); }
+    bool isNoting() const noexcept { return options_.log || record_; }
     void note(std::string_view what, Dictionary details = {}) const;
     void noteImpostor(std::string_view event);
 

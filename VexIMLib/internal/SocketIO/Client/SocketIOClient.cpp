@@ -25,6 +25,7 @@ public:
         for (const auto& complaint : parsed.complaints)
             log(LogLevel::Warning, "socket.io: ignored an " + complaint);
         auto endpoint = endpointOf(url, parsed.options.secure);
+        parsed.options.transport.trust = trustFor(endpoint, dictionary);
         // Everything below takes these from here.
         SocketIOEnvironment environment{Clock::shared(), Random::shared(), &HostResolver::system()};
         core_ = std::make_shared<SocketIOCore>(parsed.options, environment.clock);

@@ -196,7 +196,6 @@ ParsedOptions parseSocketIOOptions(const Dictionary& dictionary) {
     if (reading.forcesPolling) options.session.transports = TransportChoice::PollingOnly;
     // takes precedence over "forcePolling"
     if (reading.forcesWebSockets) options.session.transports = TransportChoice::WebSocketOnly;
-    options.transport.trust = TrustChoice::of(dictionary);
     options.reconnect.longestWait =
         std::max(options.reconnect.longestWait, options.reconnect.firstWait);
     return {std::move(options), std::move(complaints)};
@@ -212,6 +211,13 @@ std::optional<Endpoint> endpointOf(const std::optional<URL>& url, bool secure) {
     endpoint.host = url->host();
     endpoint.port = url->port().value_or(endpoint.isSecure ? 443 : 80);
     return endpoint;
+}
+
+TrustChoice trustFor(const std::optional<Endpoint>& endpoint, const Dictionary& dictionary) {
+    const bool isNamed = dictionary.contains("caFile") || dictionary.contains("caPEM") ||
+                         dictionary.contains("pinnedKeys");
+    const bool isNeeded = endpoint && endpoint->isSecure;
+    return isNamed || isNeeded ? TrustChoice::of(dictionary) : TrustChoice{};
 }
 
 std::string encodeConnectParams(const Dictionary& parameters) {

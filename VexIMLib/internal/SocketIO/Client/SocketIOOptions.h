@@ -18,7 +18,7 @@ namespace vexim {
 /// The options dictionary, read once. docs/socketio.md has the table of keys.
 struct SocketIOOptions {
     SessionConfig session;       // except the namespace
-    TransportOptions transport;  // except the endpoint and the proxy
+    TransportOptions transport;  // except the endpoint, the trust and the proxy
     ReconnectPolicy reconnect;
     bool secure = false;
     bool log = false;
@@ -37,6 +37,10 @@ ParsedOptions parseSocketIOOptions(const Dictionary& dictionary);
 
 /// The endpoint of `url`; nullopt if it is nil, has no host, or is not http, https, ws or wss.
 std::optional<Endpoint> endpointOf(const std::optional<URL>& url, bool secure);
+
+/// Whom a connection to `endpoint` trusts. A plain one trusts nobody, and so reads no authorities;
+/// but options that cannot be used prevent it, too.
+TrustChoice trustFor(const std::optional<Endpoint>& endpoint, const Dictionary& dictionary);
 
 /// The application's parameters as a query. Keys and values are escaped, so servers get them
 /// unchanged. Numbers and booleans are sent as text (true is 1), containers as JSON.
