@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -36,6 +37,7 @@ struct Connection {
     std::string head;
     bool accepted = false;
     bool joined = false;
+    bool isSink = false;  // its frames are not looked at
 };
 
 void writeAll(const Connection& connection, std::string_view bytes) {
@@ -67,6 +69,18 @@ void join(const Connection& connection) {
 ssize_t readSome(const Connection& connection, char* into, std::size_t most) {
     if (connection.tls) return SSL_read(connection.tls, into, static_cast<int>(most));
     return ::recv(connection.socket, into, most, 0);
+}
+
+/// Whether these frames, short ones of a client, end with a close frame. It has to be answered
+/// (RFC 6455, 5.5.1).
+bool endsWithClose(std::string_view frames) {
+    constexpr std::size_t kHead = 6;  // with the mask, and a length of one byte
+    bool isClose = false;
+    while (frames.size() >= kHead) {
+        isClose = (frames[0] & 0xF) == 8;
+        frames.remove_prefix(std::min(frames.size(), kHead + (frames[1] & 0x7F)));
+    }
+    return isClose;
 }
 
 SSL_CTX* makeContext(const testing::TLSIdentity& identity) {
@@ -120,11 +134,14 @@ SSL_CTX* makeContext(const testing::TLSIdentity& identity) {
             }
             Connection& connection = connections[socket];
             const auto got = readSome(connection, buffer.data(), buffer.size());
+            const bool isGoodbye = connection.joined && !connection.isSink && got > 0 &&
+                                   endsWithClose({buffer.data(), static_cast<std::size_t>(got)});
             // The rest of a record is no event.
             while (connection.joined && connection.tls && SSL_pending(connection.tls) > 0) {
                 SSL_read(connection.tls, buffer.data(), static_cast<int>(buffer.size()));
             }
-            if (got <= 0) {
+            if (isGoodbye) writeAll(connection, std::string("\x88\x02\x03\xE8", 4));
+            if (got <= 0 || isGoodbye) {
                 SSL_free(connection.tls);
                 ::close(socket);
                 connections.erase(socket);
@@ -143,6 +160,7 @@ SSL_CTX* makeContext(const testing::TLSIdentity& identity) {
                 join(connection);
                 if (connection.head.find("silent") != std::string::npos)
                     ::epoll_ctl(poll, EPOLL_CTL_DEL, socket, nullptr);
+                connection.isSink = connection.head.find("sink") != std::string::npos;
                 std::string().swap(connection.head);
             }
         }
