@@ -1,10 +1,6 @@
 // Polling servers and upgrades that misbehave on a real socket, and a deadline for each stage of
 // connecting.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -13,6 +9,7 @@
 #include <vector>
 
 #include "socketio/WireFault.h"
+#include "support/Pass.h"
 
 namespace vexim::testing {
 namespace {
@@ -172,12 +169,17 @@ public:
         : answersProbe_(answersProbe),
           server_([this](Connection& connection) { serve(connection); }) {}
     std::string url() const { return server_.url(); }
+    bool isProbed() const { return isProbed_; }
+    /// The upgrade's, once it is probed.
+    const std::string& cookies() const { return cookies_; }
 
 private:
     void serve(Connection& connection) {
         while (auto request = connection.readRequest()) {
-            if (request->header("Upgrade") == "websocket")
+            if (request->header("Upgrade") == "websocket") {
+                cookies_ = request->header("Cookie");
                 return upgrade(LivePeer(connection, std::move(request)));
+            }
             std::string body = "ok";
             if (request->target.find("sid=") == std::string::npos) {
                 body =
@@ -189,13 +191,13 @@ private:
                 body = R"(42/chat,["message","over polling"])";
                 isReleased_ = false;
             }
-            connection.answer(200, body);
+            connection.answer(200, body, "Set-Cookie: AWSALB=node7; Path=/\r\n");
         }
     }
     void upgrade(LivePeer peer) {
         peer.acceptWebSocket();
-        const bool isProbed = peer.readText() == "2probe";
-        if (isProbed && answersProbe_) {
+        isProbed_ = peer.readText() == "2probe";
+        if (isProbed_ && answersProbe_) {
             peer.sendText("3probe");
             isReleased_ = true;
             if (peer.readText() == "5")
@@ -208,6 +210,8 @@ private:
     const bool answersProbe_;
     std::atomic<bool> joined_{false};
     std::atomic<bool> isReleased_{false};
+    std::atomic<bool> isProbed_{false};
+    std::string cookies_;
     ScriptedServer server_;  // last: its connections use the rest
 };
 
@@ -217,61 +221,42 @@ TEST(PollingFaults, UpgradesLoseNothingAndMayFail) {
         {false, {"connect /chat", "message over polling"}},
     };
     for (const auto& [answersProbe, lines] : rows) {
+        ManualClock clock;
         UpgradingServer server(answersProbe);
         const auto client = SocketIOClient::create(
-            URL::parse(server.url()),
-            {{"transports", Array{"polling", "websocket"}}, {"connectTimeout", 0.5}});
+            URL::parse(server.url()), {{"transports", Array{"polling", "websocket"}},
+                                       {"extraHeaders", Dictionary{{"cookie", "mine=1"}}}});
         client->joinNamespace("/chat");
         Recorder heard;
         heard.listen(*client);
         client->connect();
+        ASSERT_TRUE(eventuallyElsewhere([&] { return server.isProbed(); }));
+        EXPECT_EQ(server.cookies(), "mine=1; AWSALB=node7") << "of the balancer, to reach its node";
+        if (!answersProbe) pass(clock, std::chrono::seconds(20));
         EXPECT_TRUE(heard.waitFor(lines.back())) << heard.last();
         EXPECT_EQ(heard.lines(), lines);
     }
 }
 
-/// Listens, but has no room for one more connection: whoever connects gets no answer.
-class FullListener {
-public:
-    FullListener() {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        auto* const where = reinterpret_cast<sockaddr*>(&address);
-        for (int& socket : sockets_) {
-            socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-            if (&socket == &sockets_[0]) {
-                if (::bind(socket, where, length) != 0 || ::listen(socket, 0) != 0)
-                    ADD_FAILURE() << "no listener";
-                ::getsockname(socket, where, &length);
-            } else {
-                (void)::connect(socket, where, length);  // takes the room
-            }
-        }
-        port = ntohs(address.sin_port);
-    }
-    ~FullListener() {
-        for (const int socket : sockets_) ::close(socket);
-    }
-    FullListener(const FullListener&) = delete;
-    FullListener& operator=(const FullListener&) = delete;
-
-    std::uint16_t port = 0;
-
-private:
-    int sockets_[4] = {};
-};
+TEST(Addresses, ASilentOneIsLeftForTheNext) {
+    ScriptedServer server(serveEitherTransport());
+    const SilentPort silent(server.port());
+    const auto client = makeClient("http://twice.loopback.test:" + std::to_string(server.port()));
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    EXPECT_TRUE(heard.waitFor("connect")) << heard.last();
+}
 
 TEST(Deadlines, EndEachStageOfConnecting) {
-    const FullListener full;
+    const SilentPort full;
     ScriptedServer silent([](Connection& connection) { connection.waitForClose(); });
     ScriptedServer good(serveEitherTransport());
     const std::string port = std::to_string(silent.port());
     const std::pair<const char*, std::string> rows[] = {
         {"lookup", "http://never.blocked.test:8080"},
         {"lookup, and TLS", "https://never.blocked.test:8443"},
-        {"connect", "http://127.0.0.1:" + std::to_string(full.port)},
+        {"connect", "http://127.0.0.2:" + std::to_string(full.port())},
         {"TLS", "https://127.0.0.1:" + port},
         {"handshake", "http://127.0.0.1:" + port},
     };

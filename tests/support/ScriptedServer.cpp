@@ -360,12 +360,13 @@ std::uint16_t deadPort() {
 }
 
 SilentPort::SilentPort(std::uint16_t port)
-    : listener_(listenOn(INADDR_LOOPBACK + 1, port, 0)),
+    : port_(port),
+      listener_(listenOn(INADDR_LOOPBACK + 1, port_, 0)),
       waiting_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
-    address.sin_port = htons(port);
+    address.sin_port = htons(port_);
     // the one for which there is room
     if (::connect(waiting_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
         throw std::runtime_error("cannot fill the line");

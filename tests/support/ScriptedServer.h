@@ -103,12 +103,14 @@ std::uint16_t deadPort();
 /// refused, because the listener's queue is full.
 class SilentPort {
 public:
-    explicit SilentPort(std::uint16_t port);
+    explicit SilentPort(std::uint16_t port = 0);  // 0: a free one
     ~SilentPort();
     SilentPort(const SilentPort&) = delete;
     SilentPort& operator=(const SilentPort&) = delete;
+    std::uint16_t port() const { return port_; }
 
 private:
+    std::uint16_t port_;
     const int listener_;
     const int waiting_;
 };

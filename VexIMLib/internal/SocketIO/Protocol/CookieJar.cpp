@@ -41,4 +41,15 @@ std::string CookieJar::header() const {
     return text;
 }
 
+HeaderList withCookies(HeaderList headers, std::string_view cookies) {
+    if (cookies.empty()) return headers;
+    for (auto& [name, value] : headers) {
+        if (!detail::equalsIgnoringCase(name, "Cookie")) continue;
+        value.append("; ").append(cookies);
+        return headers;
+    }
+    headers.emplace_back("Cookie", cookies);
+    return headers;
+}
+
 }  // namespace vexim

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "VexIMLib/internal/SocketIO/Protocol/HeaderList.h"
+
 namespace vexim {
 
 /// The cookies of one connection. Load balancers use them to find the connection's server. They are
@@ -20,5 +22,9 @@ public:
 private:
     std::vector<std::pair<std::string, std::string>> cookies_;
 };
+
+/// `headers` with the connection's cookies, behind those that the application sends itself: a
+/// request has one such field (RFC 6265, section 5.4).
+HeaderList withCookies(HeaderList headers, std::string_view cookies);
 
 }  // namespace vexim

@@ -14,6 +14,7 @@
 #include "VexIMLib/internal/Platform/Threads/NetworkThreadAsio.h"
 #include "VexIMLib/internal/SocketIO/Protocol/BoundedAppend.h"
 #include "VexIMLib/internal/SocketIO/Protocol/ConnectionError.h"
+#include "VexIMLib/internal/SocketIO/Protocol/CookieJar.h"
 
 namespace vexim {
 namespace {
@@ -151,8 +152,10 @@ void Request::start(const std::string& url, const std::string& cookies,
     handle_.forgetLast();
     isTooLarge_ = false;
     auto& headers = handle_.headers();
-    for (const auto& [name, value] : options_.headers) headers.add(name, value);
-    if (!cookies.empty()) headers.add("Cookie", cookies);
+    for (const auto& [name, value] : withCookies(options_.headers, cookies)) {
+        const bool isOurs = body && detail::equalsIgnoringCase(name, "Content-Type");
+        if (!isOurs) headers.add(name, value);
+    }
     headers.suppress("Expect");
     if (body) {
         headers.add("Content-Type", "text/plain;charset=UTF-8");

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "VexIMLib/internal/Platform/Trust/CertificateFault.h"
+#include "VexIMLib/internal/SocketIO/Protocol/CookieJar.h"
 #include "VexIMLib/internal/SocketIO/Transports/LiveWebSocket.h"
 
 namespace vexim {
@@ -18,8 +19,7 @@ constexpr std::chrono::seconds kGoodbye{1};
 
 void LiveWebSocket::open(std::string target, const std::string& cookies) {
     target_ = std::move(target);
-    headers_ = options_.headers;
-    if (!cookies.empty()) headers_.emplace_back("Cookie", cookies);
+    headers_ = withCookies(options_.headers, cookies);
     const auto& proxy = options_.proxy;
     const auto& endpoint = options_.endpoint;
     dialer_->dial(
