@@ -8,8 +8,8 @@
 #include <string>
 #include <utility>
 
-#include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/internal/Platform/Loading/URLSession.h"
+#include "support/Pass.h"
 
 namespace vexim::testing {
 
@@ -25,12 +25,6 @@ struct TaskStory {
     std::int64_t code() const { return error ? error->code() : 0; }
     std::string detail() const { return error ? error->description() : ""; }
 };
-
-/// Advances the clock, and returns when the network thread has checked it.
-inline void pass(ManualClock& clock, std::chrono::nanoseconds time) {
-    clock.advance(time);
-    (void)clock.runUntil([] { return false; }, std::chrono::milliseconds(1));
-}
 
 /// A session with a delegate that records its calls, and a way to wait for the end of tasks.
 class SessionProbe : public URLSessionDelegate, public std::enable_shared_from_this<SessionProbe> {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "socketio/WireFault.h"
+#include "support/Pass.h"
 #include "support/PeakMemory.h"
 
 namespace vexim::testing {
@@ -23,25 +24,45 @@ ScriptedServer::Script acceptingWith(std::string fields) {
     };
 }
 
+TEST(WireFaults, SilenceEndsEachPhaseOfConnecting) {
+    const WireFault rows[] = {
+        {"accepts", {}, [](Connection&) {}, "error The server did not answer in time."},
+        {"after the handshake",
+         {},
+         [](Connection& c) { LivePeer(c).acceptWebSocket(); },
+         "error The server did not answer in time."},
+        {"never answers the join",
+         {},
+         [](Connection& c) {
+             LivePeer peer(c);
+             peer.open();
+             peer.readText();
+         },
+         "error The namespace was not joined in time."},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        ManualClock clock;
+        std::atomic<bool> isSilent{false};
+        ScriptedServer server([&](Connection& connection) {
+            row.script(connection);
+            isSilent = true;
+            connection.waitForClose();
+        });
+        const auto client = makeClient(server.url(), {{"reconnects", false}});
+        Recorder heard;
+        heard.listen(*client);
+        client->connect();
+        ASSERT_TRUE(eventuallyElsewhere([&] { return isSilent.load(); }));
+        pass(clock, std::chrono::seconds(20));
+        EXPECT_TRUE(heard.waitFor(row.heard)) << heard.last();
+    }
+}
+
 TEST(WireFaults, EndAWebSocketWithTheRightWord) {
     const std::string text = frame("42/chat,[\"message\",\"x\"]");
     const std::string partial = R"(451-/chat,["message",{"_placeholder":true,"num":0}])";
-    const Dictionary quick{{"connectTimeout", 0.1}};
     const WireFault faults[] = {
-        {"accepts and stays silent", quick, [](Connection& c) { c.waitForClose(); },
-         "error The server did not answer in time."},
-        {"silent after the handshake", quick,
-         [](Connection& c) {
-             LivePeer(c).acceptWebSocket();
-             c.waitForClose();
-         },
-         "error The server did not answer in time."},
-        {"never answers the join", quick,
-         [](Connection& c) {
-             LivePeer(c).open();
-             c.waitForClose();
-         },
-         "error The namespace was not joined in time."},
         {"closes at once",
          {},
          [](Connection&) {},

@@ -7,7 +7,7 @@
 
 namespace vexim::testing {
 
-/// Advances the clock. Returns when the network thread has looked at it, and the main queue has run
+/// Advances the clock. Returns when the network thread has checked it, and the main queue has run
 /// what came of that.
 inline void pass(ManualClock& clock, std::chrono::nanoseconds time) {
     clock.advance(time);
