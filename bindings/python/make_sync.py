@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Writes vexim/sync.py, the form without asyncio, from the asynchronous one: the same methods, which wait.
+"""Writes vexim/sync.py and what it is made of, the form without asyncio, from the asynchronous one:
+the same methods, which wait.
 
-    make_sync.py            writes it
-    make_sync.py --check    fails when it is not what would be written
+    make_sync.py            writes them
+    make_sync.py --check    fails when they are not what would be written
 """
 
 import ast
@@ -30,23 +31,52 @@ from __future__ import annotations
 import datetime
 import os
 import pathlib
-from collections.abc import Iterable, Mapping
+from collections.abc import Mapping
 from types import TracebackType
-from typing import Any, Callable
+from typing import Any
 
 from . import client as _client
-from . import resources as _resources
 from ._compose import File
 from ._library import Library
 from ._link import Progress
-from . import store as _store
 from ._portal import Portal, SyncObservation, SyncStream
+from ._sync_resources import Friends, Groups, Passengers, Rooms, Users
+from ._sync_store import Store
 from .errors import ClosedError
 from .events import Event, PresenceChanged
-from .models import Diagnosis, Friend, Group, Message, Passenger, Room, Status, User
-from .stored import Conversation, Gap, Peer, Position, StoreDamage, StoredMessage
+from .models import Diagnosis, Message, Status
 
 __all__ = ["Client", "Store", "SyncObservation", "SyncStream"]
+'''
+
+RESOURCES_HEAD = '''"""The resources of `vexim.sync.Client`. Written by make_sync.py."""
+
+from __future__ import annotations
+
+from collections.abc import Iterable, Mapping
+from typing import Any
+
+from . import resources as _resources
+from ._portal import Portal
+from .models import Friend, Group, Message, Passenger, Room, User
+'''
+
+STORE_HEAD = '''"""The store of `vexim.sync.Client`. Written by make_sync.py."""
+
+from __future__ import annotations
+
+import datetime
+import os
+from collections.abc import Mapping
+from types import TracebackType
+from typing import Any
+
+from . import store as _store
+from ._compose import File
+from ._link import Progress
+from ._portal import Portal, SyncObservation
+from .errors import ClosedError
+from .stored import Conversation, Gap, Peer, Position, StoreDamage, StoredMessage
 '''
 
 CLIENT = '''
@@ -205,12 +235,15 @@ def classes_of(name):
     return {node.name: node for node in tree.body if isinstance(node, ast.ClassDef)}
 
 
-def generated():
-    resources, client = classes_of("resources.py"), classes_of("client.py")["Client"]
-    parts = [HEAD]
+def methods_of(node, without=()):
+    return ["\n" + method(each, "self._inner") + "\n" for each in public_methods(node, without)]
+
+
+def resources_module():
+    resources = classes_of("resources.py")
+    parts = [RESOURCES_HEAD]
     for name in RESOURCES:
         node = resources[name]
-        inherited = [method for base in node.bases for method in public_methods(resources[ast.unparse(base)])]
         parts.append(f'\n\nclass {name}:\n    """{ast.get_docstring(node)}"""\n')
         parts.append(f'''
     def __init__(self, inner: _resources.{name}, portal: Portal, timeout: float | None) -> None:
@@ -218,16 +251,25 @@ def generated():
         self._portal = portal
         self._timeout = timeout
 ''')
-        parts += ["\n" + method(each, "self._inner") + "\n" for each in [*inherited, *public_methods(node)]]
-    parts.append(CLIENT)
-    parts += ["\n" + method(each, "self._inner") + "\n" for each in public_methods(client, without=("open", "close"))]
-    parts.append(STORE)
-    parts += ["\n" + method(each, "self._inner") + "\n" for each in public_methods(classes_of("store.py")["Store"], without=("close",))]
-    return "".join(parts)
+        for each in [*(resources[ast.unparse(base)] for base in node.bases), node]:
+            parts += methods_of(each)
+    return parts
+
+
+def generated():
+    """{file: its contents}"""
+    client, store = classes_of("client.py")["Client"], classes_of("store.py")["Store"]
+    modules = {
+        "sync.py": [HEAD, CLIENT, *methods_of(client, without=("open", "close"))],
+        "_sync_resources.py": resources_module(),
+        "_sync_store.py": [STORE_HEAD, STORE, *methods_of(store, without=("close",))],
+    }
+    return {HERE / "vexim" / name: "".join(parts) for name, parts in modules.items()}
 
 
 if __name__ == "__main__":
-    target = HERE / "vexim" / "sync.py"
-    if sys.argv[1:] == ["--check"]:
-        sys.exit(0 if target.read_text() == generated() else f"{target.name} is not what make_sync.py writes")
-    target.write_text(generated())
+    for path, text in generated().items():
+        if sys.argv[1:] != ["--check"]:
+            path.write_text(text)
+        elif not path.exists() or path.read_text() != text:
+            sys.exit(f"{path.name} is not what make_sync.py writes")

@@ -68,7 +68,7 @@ if TYPE_CHECKING:
     from .models import Room as Room
     from .models import Status as Status
     from .models import User as User
-    from .store import Observation as Observation
+    from .observation import Observation as Observation
     from .store import Store as Store
     from .stored import Conversation as Conversation
     from .stored import Gap as Gap
@@ -96,7 +96,7 @@ _HOMES = {
     "models": (
         "Diagnosis", "DiagnosisEvent", "Friend", "Group", "Media", "Message", "Metrics", "Passenger", "Room", "Status", "User",
     ),
-    "store": ("Observation", "Store"),
+    "observation": ("Observation",), "store": ("Store",),
     "stored": (
         "Conversation", "Gap", "ListChange", "Peer", "Position", "State", "StoreDamage", "StoredMessage",
     ),

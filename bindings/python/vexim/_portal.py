@@ -11,7 +11,7 @@ from typing import Any, Generic, Protocol, TypeVar
 
 from .errors import ClosedError, usage
 from .events import Stream
-from .store import Observation
+from .observation import Observation
 from .stored import ListChange
 
 T = TypeVar("T")

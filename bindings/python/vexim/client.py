@@ -12,26 +12,17 @@ from types import TracebackType
 from typing import Any
 
 from ._compose import File, composed, one_of
+from ._hubs import Hubs
 from ._library import Library, load
 from ._link import Link, Progress, Record
+from ._login import login_call
+from ._stores import Stores
 from ._translate import event_from
 from .errors import INTERFACE_DOMAIN, BusyError, ClosedError, usage
-from .events import Event, EventsDropped, Hub, MessageReceived, PresenceChanged, Stream
+from .events import Event, EventsDropped, PresenceChanged, Stream
 from .models import Diagnosis, Message, Status, diagnosis_from, identity, message_from
 from .resources import Friends, Groups, Passengers, Rooms, Users
-from .store import Store, Stores, hours
-
-_LOGINS = {
-    frozenset({"user_id"}): "loginWithUserId",
-    frozenset({"username", "password"}): "loginWithUsername",
-    frozenset({"phone_number", "sms_code"}): "loginWithPhoneNumber",
-    frozenset({"oauth"}): "loginWithThirdPartyOAuth",
-    frozenset({"auth_data"}): "loginWithAuthData",
-}
-_CPP_NAMES = {
-    "user_id": "userId", "username": "username", "password": "password", "phone_number": "phoneNumber", "sms_code": "smsCode",
-    "oauth": "oauth", "auth_data": "authData",
-}
+from .store import Store, hours
 
 
 class Client:
@@ -97,9 +88,7 @@ class Client:
         self._link: Link | None = None
         self._stores = Stores()
         self._user_id: str | None = None
-        self._messages: Hub[Message] = Hub(queue_size)
-        self._presence: Hub[PresenceChanged] = Hub(queue_size)
-        self._events: Hub[Event] = Hub(queue_size)
+        self._hubs = Hubs(queue_size)
         self.users = Users(self)
         self.friends = Friends(self)
         self.groups = Groups(self)
@@ -115,7 +104,7 @@ class Client:
         if self._link is not None:
             raise usage("the client was opened before")
         self._link = Link(self._library or load(), self._configuration, self._on_event,
-                          is_busy=self._is_catching_up, texts_per_turn=min(100, (self._messages.limit + 1) // 2))
+                          is_busy=self._hubs.are_catching_up, texts_per_turn=min(100, (self._hubs.limit + 1) // 2))
 
     def close(self) -> None:
         """Cuts the connection without a logout. Calls in progress raise `ClosedError`. Streams
@@ -124,9 +113,7 @@ class Client:
         if self._link is not None:
             self._link.close()
         self._stores.end()
-        self._messages.end()
-        self._presence.end()
-        self._events.end()
+        self._hubs.end()
 
     async def __aenter__(self) -> Client:
         self.open()
@@ -183,18 +170,11 @@ class Client:
         `asyncio.timeout`. Another login ends this one with `AbandonedError`. When the connection is
         lost, the client connects and logs in again by itself.
         """
-        given = {
-            name: value
-            for name, value in (
-                ("user_id", user_id), ("username", username), ("password", password), ("phone_number", phone_number),
-                ("sms_code", sms_code), ("oauth", oauth), ("auth_data", auth_data),
-            )
-            if value is not None
-        }
-        operation = _LOGINS.get(frozenset(given))
-        if operation is None:
-            raise usage("give user_id, or username and password, or phone_number and sms_code, or oauth, or auth_data")
-        await self._call(operation, {_CPP_NAMES[name]: value for name, value in given.items()})
+        operation, credentials = login_call(
+            user_id=user_id, username=username, password=password, phone_number=phone_number,
+            sms_code=sms_code, oauth=oauth, auth_data=auth_data,
+        )
+        await self._call(operation, credentials)
         self._user_id = user_id
         if user_id is None:
             user = await self._call("currentUser")
@@ -346,15 +326,15 @@ class Client:
                 return system
             return own or message.sender is None or message.sender != self._user_id
 
-        return self._messages.open(wants)
+        return self._hubs.messages.open(wants)
 
     def presence(self) -> Stream[PresenceChanged]:
         """Friends who come online and go offline. It is bounded: see `Stream`."""
-        return self._presence.open()
+        return self._hubs.presence.open()
 
     def events(self) -> Stream[Event]:
         """Everything that happens to the client, including messages and presence. It is bounded: see `Stream`."""
-        return self._events.open()
+        return self._hubs.events.open()
 
     # The store
 
@@ -409,17 +389,10 @@ class Client:
     async def _call(self, operation: str, arguments: Mapping[str, Any] | None = None, progress: Progress | None = None) -> Any:
         return await self._open_link().call(operation, arguments or {}, progress)
 
-    def _is_catching_up(self) -> bool:
-        return any([self._messages.is_catching_up(), self._presence.is_catching_up(), self._events.is_catching_up()])
-
     def _on_event(self, name: str, record: Record) -> None:
         if self._stores.take(name, record):
             return
         event = event_from(name, record, self._user_id)
-        if isinstance(event, MessageReceived):
-            self._messages.publish(event.message)
-        elif isinstance(event, PresenceChanged):
-            self._presence.publish(event)
-        elif isinstance(event, EventsDropped) and record.get("answers") and self._link is not None:  # nobody knows whose
+        if isinstance(event, EventsDropped) and record.get("answers") and self._link is not None:  # nobody knows whose
             self._link.fail(BusyError(INTERFACE_DOMAIN, 7, "Answers were dropped: too much was waiting."))
-        self._events.publish(event)
+        self._hubs.publish(event)

@@ -3,22 +3,21 @@
 from __future__ import annotations
 
 import asyncio
-import collections
 import datetime
 import math
 import os
 import weakref
-from collections.abc import AsyncIterator, Awaitable, Callable, Mapping
+from collections.abc import Awaitable, Mapping
 from types import TracebackType
-from typing import TYPE_CHECKING, Any, Generic, TypeVar
+from typing import TYPE_CHECKING, Any
 
 from ._compose import File, composed
 from ._link import Link, Progress, Record
 from .errors import StoreError, usage
+from .observation import Observation
 from .stored import (
     Conversation,
     Gap,
-    ListChange,
     Peer,
     Position,
     StoreDamage,
@@ -33,9 +32,6 @@ from .stored import (
 
 if TYPE_CHECKING:
     from .client import Client
-
-T = TypeVar("T")
-_MOST_PENDING = 100  # changes that nobody has taken; then they become one
 
 
 class Store:
@@ -273,157 +269,6 @@ class Store:
             if observation is not None:
                 observation._end()
         self._client._stores.remove(self)
-
-
-class Observation(AsyncIterator[ListChange[T]], Generic[T]):
-    """An asynchronous iterator over the changes of a list, made by `Store.observe` and `Store.observe_conversations`.
-
-    The first change has the whole list. A slow reader loses nothing: changes that wait for it are
-    merged into one. It ends
-    when the store is closed. One task at a time reads it.
-    """
-
-    def __init__(self, store: Store, operation: str, arguments: Mapping[str, Any], item: str, read: Callable[[Any], T]) -> None:
-        self._store = store
-        self._operation = operation
-        self._arguments = arguments
-        self._item = item
-        self._read = read
-        self._number: int | None = None
-        self._items: list[T] = []
-        self._taken: tuple[T, ...] = ()  # the list as the reader has it
-        self._pending: collections.deque[ListChange[T]] = collections.deque()
-        self._waiter: asyncio.Future[None] | None = None
-        self._closed = False
-        self._beginning: asyncio.Task[None] | None = None
-
-    def __aiter__(self) -> Observation[T]:
-        return self
-
-    async def __anext__(self) -> ListChange[T]:
-        if self._number is None and not self._closed:
-            if self._beginning is None or self._beginning.done():
-                self._beginning = asyncio.ensure_future(self._begin())
-            await asyncio.shield(self._beginning)  # it begins once, also when the wait for the first change is given up
-        while not self._pending:
-            if self._closed:
-                raise StopAsyncIteration
-            if self._waiter is not None:
-                raise RuntimeError("another task is reading this observation")
-            self._waiter = asyncio.get_running_loop().create_future()
-            try:
-                await self._waiter
-            finally:
-                self._waiter = None
-        change = self._pending.popleft()
-        self._taken = tuple(change.items)
-        return change
-
-    async def set_limit(self, limit: int) -> None:
-        """Makes the list longer or shorter, for example when the user scrolls to its end."""
-        self._arguments = {**self._arguments, "limit": limit}
-        if self._number is not None and not self._closed:
-            await self._store._link().call("VXIMStoreObservation.setLimit", {"observation": self._number, "limit": limit})
-
-    async def aclose(self) -> None:
-        """Ends the observation."""
-        self._release()
-
-    async def __aenter__(self) -> Observation[T]:
-        return self
-
-    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
-        self._release()
-
-    def __del__(self) -> None:
-        self._release()
-
-    async def _begin(self) -> None:
-        def began(number: Any) -> None:
-            self._number = int(number)
-            self._store._observations[self._number] = weakref.ref(self)
-
-        arguments = {"store": self._store._number, **self._arguments}
-        await self._store._link().call(f"VXIMMessageStore.{self._operation}", arguments, on_answer=began)
-
-    def _release(self) -> None:
-        if self._number is not None and self._store._observations.pop(self._number, None) is not None:
-            link = self._store._client._link
-            if link is not None:
-                link.tell("VXIMStoreObservation.release", observation=self._number)
-        self._end()
-
-    def _end(self) -> None:
-        self._closed = True
-        self._pending.clear()
-        self._wake()
-
-    def _wake(self) -> None:
-        if self._waiter is not None and not self._waiter.done():
-            self._waiter.set_result(None)
-
-    def _push(self, record: Record) -> None:
-        if self._closed:
-            return
-        before = len(self._items)
-        removed = list(range(before)) if record["whole"] else list(record["removed"])
-        for position in reversed(removed):
-            del self._items[position]
-        for each in record["inserted"]:
-            self._items.insert(each["position"], self._read(each[self._item]))
-        for each in record["changed"]:
-            self._items[each["position"]] = self._read(each[self._item])
-        items = tuple(self._items)
-        if len(self._pending) >= _MOST_PENDING:
-            self._pending.clear()
-            self._pending.append(ListChange(items, tuple(range(len(self._taken))), tuple(range(len(items))), ()))
-        else:
-            inserted, changed = (tuple(each["position"] for each in record[name]) for name in ("inserted", "changed"))
-            self._pending.append(ListChange(items, tuple(removed), inserted, changed))
-        self._wake()
-
-
-class Stores:
-    """The open stores of a client, and what their events go to."""
-
-    def __init__(self) -> None:
-        self.uploads: dict[int, Progress] = {}  # by local id, of the one that sends
-        self._open: list[Store] = []
-
-    @property
-    def sends(self) -> bool:
-        """Whether one is there, or being opened, that sends."""
-        return any(store._sends for store in self._open)
-
-    def add(self, store: Store) -> None:
-        self._open.append(store)
-
-    def remove(self, store: Store) -> None:
-        self._open = [each for each in self._open if each is not store]
-        if store._sends:
-            self.uploads.clear()
-
-    def end(self) -> None:
-        for store in list(self._open):
-            store._end()
-
-    def take(self, name: str, record: Record) -> bool:
-        """Whether it was an event that goes to one place only."""
-        if name in ("observedMessagesDidChange", "observedConversationsDidChange"):
-            for store in self._open:
-                reference = store._observations.get(record["observation"])
-                observation = reference() if reference is not None else None
-                if observation is not None:
-                    observation._push(record)
-            return True
-        if name == "conversationsProgress":
-            progress = self.uploads.get(record["localId"])
-            if progress is not None:
-                progress(record["percent"])
-                if record["percent"] == 100:
-                    self.uploads.pop(record["localId"], None)
-            return True
-        return False
 
 
 def hours(time: datetime.timedelta | None) -> int | None:
