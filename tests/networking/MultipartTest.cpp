@@ -12,9 +12,9 @@
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
-#include "VexIMLib/internal/Platform/Files/OutputStream.h"
 #include "networking/NetworkingFixture.h"
 #include "support/Eventually.h"
+#include "support/WrittenStream.h"
 
 using vexim::Data;
 using vexim::Dictionary;
@@ -176,9 +176,10 @@ TEST_F(MultipartTest, APartFromAStreamIsReadOnceWithItsAnnouncedLength) {
     EXPECT_NE(body.find("\r\n\r\nstream\r\n--"), std::string::npos);
     EXPECT_EQ(readAll(*form->bodyStream()->again(), 1000), body) << "data can be had again";
 
-    form->appendPartWithInputStream(vexim::boundStreams(1).first, "p", "p", 1, "text/plain");
+    form->appendPartWithInputStream(vexim::testing::WrittenStream::make(), "p", "p", 1,
+                                    "text/plain");
     form->requestByFinalizingMultipartFormData();
-    EXPECT_EQ(form->bodyStream()->again(), nullptr) << "a pipe cannot";
+    EXPECT_EQ(form->bodyStream()->again(), nullptr) << "what is written meanwhile cannot";
 }
 
 TEST_F(MultipartTest, APartThatIsAddedAfterTheEndWasMarkedComesBeforeTheEnd) {

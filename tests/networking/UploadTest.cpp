@@ -15,10 +15,10 @@
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
 #include "VexIMLib/internal/Platform/Files/FileManager.h"
 #include "VexIMLib/internal/Platform/Files/InputStream.h"
-#include "VexIMLib/internal/Platform/Files/OutputStream.h"
 #include "networking/NetworkingFixture.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"
+#include "support/WrittenStream.h"
 
 using namespace std::chrono_literals;
 using namespace vexim;
@@ -249,14 +249,13 @@ TEST_F(UploadTest, IsRetriedOnlyUntilProgressWasReported) {
 
 TEST_F(UploadTest, WhatCannotBeGivenAgainEndsWithTheFirstError) {
     // only one byte is written, and the stream never ends
-    const auto [input, output] = vexim::boundStreams(100);
+    const auto input = WrittenStream::make();
     serve([](Connection& connection) {
         connection.readHead();
         if (connection.readSome(1).empty()) return;
         connection.reset();
     });
-    output->open();
-    output->write(reinterpret_cast<const std::uint8_t*>("a"), 1);
+    input->write("a");
     auto request = VXIMRequest::request();
     request->setMethod("POST");
     request->setPath("/x");

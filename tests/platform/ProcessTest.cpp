@@ -8,12 +8,12 @@
 #include <thread>
 
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/internal/Platform/Files/OutputStream.h"
 #include "VexIMLib/internal/Platform/Threads/HostResolver.h"
 #include "VexIMLib/internal/Platform/Threads/LibraryThreads.h"
 #include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
 #include "platform/SessionProbe.h"
 #include "support/ScriptedServer.h"
+#include "support/WrittenStream.h"
 
 namespace vexim::testing {
 namespace {
@@ -41,10 +41,10 @@ void judgeExit() {
     probe->task(server.url())->resume();
     probe->task("http://a.blocked.test/")->resume();
 
-    static auto& ends = *new auto(boundStreams(10));  // a body that never comes
+    static auto& body = *new auto(WrittenStream::make());  // never written
     auto request = SessionProbe::request(server.url());
     request.method = "POST";
-    request.bodyStream = ends.first;
+    request.bodyStream = body;
     probe->session->dataTaskWithRequest(request)->resume();
 
     std::atomic<int> ready{0};

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <iterator>
-#include <thread>
 #include <vector>
 
 #include "VexIMLib/internal/Platform/Files/FileManager.h"
@@ -103,28 +102,6 @@ TEST(Streams, WriteToMemoryAndFiles) {
         file->close();
     }
     EXPECT_EQ(FileManager::contents(scratch / "out")->view(), "somemore");
-}
-
-TEST(Streams, AreBoundThroughABoundedPipe) {
-    const auto ends = boundStreams(3);
-    const auto& [input, output] = ends;
-    input->open();
-    output->open();
-    std::thread writer([output = output] {
-        std::string_view rest = "a text longer than the pipe";
-        while (!rest.empty()) rest.remove_prefix(static_cast<std::size_t>(write(*output, rest)));
-        output->close();
-    });
-    EXPECT_EQ(readAll(*input, 5), "a text longer than the pipe");
-    writer.join();
-
-    const auto broken = boundStreams(3);
-    broken.first->open();
-    broken.second->open();
-    std::thread reader([stream = broken.first] { EXPECT_EQ(readAll(*stream, 4), ""); });
-    broken.first->interrupt();
-    reader.join();
-    EXPECT_EQ(write(*broken.second, "x"), -1);
 }
 
 TEST(FileManager, CreatesReplacesAndRemoves) {

@@ -5,11 +5,11 @@
 #include <condition_variable>
 
 #include "VexIMLib/internal/Platform/Files/FileManager.h"
-#include "VexIMLib/internal/Platform/Files/OutputStream.h"
 #include "platform/SessionProbe.h"
 #include "support/Eventually.h"
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"
+#include "support/WrittenStream.h"
 
 namespace vexim::testing {
 namespace {
@@ -270,7 +270,7 @@ TEST(URLSessionUpload, WaitsForASlowBodyWithoutHoldingUpAnythingElse) {
     ScriptedServer server(ScriptedServer::answering(
         [](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
     const auto probe = SessionProbe::make();
-    const auto [input, output] = boundStreams(100);
+    const auto input = WrittenStream::make();
     const auto slow = probe->session->dataTaskWithRequest(upload(server.url(), input, 10));
     slow->resume();
     EXPECT_TRUE(spinUntil([&] { return server.connectionCount() == 1; }));
@@ -279,9 +279,8 @@ TEST(URLSessionUpload, WaitsForASlowBodyWithoutHoldingUpAnythingElse) {
         EXPECT_EQ(probe->load(server.url()).body, "ok");
     }
     EXPECT_EQ(probe->story(slow).ends, 0) << "the silence is ours";
-    output->open();
-    output->write(reinterpret_cast<const std::uint8_t*>("0123456789"), 10);
-    output->close();
+    input->write("0123456789");
+    input->end();
     EXPECT_EQ(probe->waitForEnd(slow).body, "ok") << probe->story(slow).detail();
 }
 

@@ -9,7 +9,6 @@
 #include "VexIMLib/Foundation/Data.h"
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/Foundation/Object.h"
-#include "VexIMLib/internal/Platform/Files/InputStream.h"
 #include "VexIMLib/internal/Platform/Files/Stream.h"
 
 namespace vexim {
@@ -37,10 +36,5 @@ public:
     /// What was written so far to a stream in memory, even after `close`; empty for other streams.
     virtual Data dataWrittenToMemory() { return {}; }
 };
-
-/// The two ends of a pipe that holds `capacity` bytes. Reads wait for bytes, writes wait for space.
-/// Closing one end ends the other.
-std::pair<std::shared_ptr<InputStream>, std::shared_ptr<OutputStream>> boundStreams(
-    std::size_t capacity);
 
 }  // namespace vexim
