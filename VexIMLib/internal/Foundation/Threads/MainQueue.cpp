@@ -184,7 +184,7 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
         }
         if (next.step) impl_->turnEnd = impl_->endOfTurn();
         impl_->call(next);
-        next = {};  // what it held goes before the predicate looks
+        next = {};  // destroys what it held, before the predicate is checked
         if (SteadyClock::now() >= end) return predicate();
     }
     return true;

@@ -9,8 +9,8 @@ namespace vexim::detail {
 
 namespace {
 
-// SipHash-1-3 (Aumasson and Bernstein), with a random key per process, so that chosen dictionary
-// keys cannot collide.
+// SipHash-1-3 (Aumasson and Bernstein), with a random key per process, so that nobody can choose
+// dictionary keys that collide.
 struct HashKey {
     std::uint64_t first;
     std::uint64_t second;
