@@ -30,7 +30,7 @@ error_code beginConnecting(tcp::socket& socket, const tcp::endpoint& endpoint) {
     return error;
 }
 
-/// Whether the attempt has ended, well or not.
+/// Whether the attempt has ended, with success or without.
 bool hasEnded(tcp::socket& socket) {
     pollfd state{socket.native_handle(), POLLOUT, 0};
     return ::poll(&state, 1, 0) == 1;
@@ -44,8 +44,8 @@ error_code resultOf(tcp::socket& socket) {
     return {failure, asio::error::get_system_category()};
 }
 
-/// After a wait for room to write, asio watches for it until the socket is closed. Then each wait
-/// for input would be reported twice, once for the room. So the loop gets the socket anew.
+/// After one wait for room to write, asio watches for room until the socket is closed. Then each
+/// wait for input would be reported twice. So remove the socket from the loop and add it again.
 error_code watchAnew(tcp::socket& socket, const tcp& protocol) {
     error_code error;
     const auto descriptor = socket.release(error);
@@ -110,7 +110,7 @@ void Dialer::connectNext() {
     awaitEnd(endpoint.protocol());
 }
 
-/// False for a callback that was already queued when another address was tried.
+/// False for a callback that was queued before another address was tried.
 bool Dialer::isTrying(std::size_t attempt) const { return handler_ && next_ == attempt; }
 
 void Dialer::awaitEnd(const tcp& protocol) {
