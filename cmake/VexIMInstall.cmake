@@ -1,8 +1,15 @@
-# What `cmake --install` puts where, and the .deb packages made of it (`cpack -G DEB` in the build folder):
-#   runtime  the shared library        dev  headers, CMake package, pkg-config file, static library        tools  vexim
-#   store  the shared library of the store        store-dev  its headers, CMake target, pkg-config file, static library
-#   c  the shared library of the C interface        c-dev  its header, CMake package, pkg-config file and JSON Schema        python  the package
-#   c-store  the one with the store        c-store-dev  its CMake package and pkg-config file
+# What `cmake --install` puts where, and the .deb packages made of it (`cpack -G DEB` in the build
+# folder). The components:
+#   runtime      the shared library
+#   dev          headers, CMake package, pkg-config file, static library
+#   tools        vexim
+#   store        the shared library of the store
+#   store-dev    its headers, CMake target, pkg-config file, static library
+#   c            the shared library of the C interface
+#   c-dev        its header, CMake package, pkg-config file and JSON Schema
+#   c-store      the shared library of the C interface with the store
+#   c-store-dev  its CMake package and pkg-config file
+#   python       the Python package
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -15,8 +22,10 @@ install(TARGETS VexIMLib EXPORT VexIMLibTargets
   FILE_SET loops COMPONENT dev)
 install(EXPORT VexIMLibTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT dev)
 if(TARGET VexIMTesting)
-  install(TARGETS VexIMTesting EXPORT VexIMLibTestingTargets ARCHIVE COMPONENT dev FILE_SET HEADERS COMPONENT dev)
-  install(EXPORT VexIMLibTestingTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT dev)
+  install(TARGETS VexIMTesting EXPORT VexIMLibTestingTargets ARCHIVE COMPONENT dev FILE_SET HEADERS
+    COMPONENT dev)
+  install(EXPORT VexIMLibTestingTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR}
+    COMPONENT dev)
 endif()
 
 if(TARGET VexIMStore)
@@ -25,47 +34,59 @@ if(TARGET VexIMStore)
     LIBRARY COMPONENT store NAMELINK_COMPONENT store-dev
     ARCHIVE COMPONENT store-dev
     FILE_SET HEADERS COMPONENT store-dev)
-  install(EXPORT VexIMLibStoreTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT store-dev)
+  install(EXPORT VexIMLibStoreTargets NAMESPACE VexIMLib:: DESTINATION ${VEXIM_PACKAGE_DIR}
+    COMPONENT store-dev)
 endif()
 
 if(TARGET VexIMLibC)
   set_target_properties(VexIMLibC PROPERTIES INSTALL_RPATH "$ORIGIN")
   set(VEXIM_C_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VexIMLibC)
-  install(TARGETS VexIMLibC EXPORT VexIMLibCTargets LIBRARY COMPONENT c NAMELINK_COMPONENT c-dev FILE_SET HEADERS COMPONENT c-dev)
+  install(TARGETS VexIMLibC EXPORT VexIMLibCTargets LIBRARY COMPONENT c NAMELINK_COMPONENT c-dev
+    FILE_SET HEADERS COMPONENT c-dev)
   install(EXPORT VexIMLibCTargets NAMESPACE VexIMLib:: FILE VexIMLibCConfig.cmake
     DESTINATION ${VEXIM_C_PACKAGE_DIR} COMPONENT c-dev)
   write_basic_package_version_file(VexIMLibCConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-  install(FILES ${PROJECT_BINARY_DIR}/VexIMLibCConfigVersion.cmake DESTINATION ${VEXIM_C_PACKAGE_DIR} COMPONENT c-dev)
+  install(FILES ${PROJECT_BINARY_DIR}/VexIMLibCConfigVersion.cmake DESTINATION
+    ${VEXIM_C_PACKAGE_DIR} COMPONENT c-dev)
   find_package(Python3 REQUIRED COMPONENTS Interpreter)
   add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/vexim-api.json
-    COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/scripts/c_interface.py --schema ${PROJECT_BINARY_DIR}/vexim-api.json
-    DEPENDS ${PROJECT_SOURCE_DIR}/scripts/c_interface.py ${PROJECT_SOURCE_DIR}/scripts/c_interface_shapes.py ${PROJECT_SOURCE_DIR}/VexIMLib/C/internal/Operations.cpp
+    COMMAND Python3::Interpreter ${PROJECT_SOURCE_DIR}/scripts/c_interface.py --schema
+    ${PROJECT_BINARY_DIR}/vexim-api.json
+    DEPENDS ${PROJECT_SOURCE_DIR}/scripts/c_interface.py
+    ${PROJECT_SOURCE_DIR}/scripts/c_interface_shapes.py
+    ${PROJECT_SOURCE_DIR}/VexIMLib/C/internal/Operations.cpp
       ${PROJECT_SOURCE_DIR}/VexIMLib/C/internal/Store/StoreOperations.cpp)
   add_custom_target(vexim_api ALL DEPENDS ${PROJECT_BINARY_DIR}/vexim-api.json)
-  install(FILES ${PROJECT_BINARY_DIR}/vexim-api.json DESTINATION ${CMAKE_INSTALL_DATADIR}/vexim COMPONENT c-dev)
+  install(FILES ${PROJECT_BINARY_DIR}/vexim-api.json DESTINATION ${CMAKE_INSTALL_DATADIR}/vexim
+    COMPONENT c-dev)
 endif()
 
 if(TARGET VexIMLibCStore)
   set_target_properties(VexIMLibCStore PROPERTIES INSTALL_RPATH "$ORIGIN")
   set(VEXIM_C_STORE_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/VexIMLibCStore)
-  install(TARGETS VexIMLibCStore EXPORT VexIMLibCStoreTargets LIBRARY COMPONENT c-store NAMELINK_COMPONENT c-store-dev
+  install(TARGETS VexIMLibCStore EXPORT VexIMLibCStoreTargets LIBRARY COMPONENT c-store
+    NAMELINK_COMPONENT c-store-dev
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
   install(EXPORT VexIMLibCStoreTargets NAMESPACE VexIMLib:: FILE VexIMLibCStoreConfig.cmake
     DESTINATION ${VEXIM_C_STORE_PACKAGE_DIR} COMPONENT c-store-dev)
   write_basic_package_version_file(VexIMLibCStoreConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-  install(FILES ${PROJECT_BINARY_DIR}/VexIMLibCStoreConfigVersion.cmake DESTINATION ${VEXIM_C_STORE_PACKAGE_DIR} COMPONENT c-store-dev)
+  install(FILES ${PROJECT_BINARY_DIR}/VexIMLibCStoreConfigVersion.cmake DESTINATION
+    ${VEXIM_C_STORE_PACKAGE_DIR} COMPONENT c-store-dev)
 endif()
 
-configure_package_config_file(cmake/VexIMLibConfig.cmake.in VexIMLibConfig.cmake INSTALL_DESTINATION ${VEXIM_PACKAGE_DIR})
+configure_package_config_file(cmake/VexIMLibConfig.cmake.in VexIMLibConfig.cmake INSTALL_DESTINATION
+  ${VEXIM_PACKAGE_DIR})
 write_basic_package_version_file(VexIMLibConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/VexIMLibConfig.cmake ${PROJECT_BINARY_DIR}/VexIMLibConfigVersion.cmake
+install(FILES ${PROJECT_BINARY_DIR}/VexIMLibConfig.cmake
+  ${PROJECT_BINARY_DIR}/VexIMLibConfigVersion.cmake
   DESTINATION ${VEXIM_PACKAGE_DIR} COMPONENT dev)
 
 # The pkg-config file finds its prefix from its own place, so an installed tree can be moved.
 cmake_path(SET pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${pc_dir} OUTPUT_VARIABLE VEXIM_PC_PREFIX)
-# Our static library's users link what it is made of, which they normally have as shared libraries: so it is plainly required
-# then, and `--static` is left to those who link everything statically.
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX BASE_DIRECTORY ${CMAKE_INSTALL_PREFIX}/${pc_dir}
+  OUTPUT_VARIABLE VEXIM_PC_PREFIX)
+# Our static library's users link what it is made of, which they normally have as shared libraries:
+# so it is plainly required then, and `--static` is left to those who link everything statically.
 set(VEXIM_PC_LIBS " -lboost_json -pthread")
 if(BUILD_SHARED_LIBS)
   set(VEXIM_PC_PRIVATE ".private")
@@ -121,7 +142,8 @@ if(PROJECT_IS_TOP_LEVEL)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR} ${PROJECT_BINARY_DIR}/VexIMLib/Store ${PROJECT_BINARY_DIR}/VexIMLib/C)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}
+    ${PROJECT_BINARY_DIR}/VexIMLib/Store ${PROJECT_BINARY_DIR}/VexIMLib/C)
   # The development files and the tool go with the very library that they were built from.
   set(major ${PROJECT_VERSION_MAJOR})
   set(exactly "(= ${PROJECT_VERSION})")
@@ -144,19 +166,26 @@ if(PROJECT_IS_TOP_LEVEL)
  -- ${CPACK_PACKAGE_CONTACT}  ${today}
 ")
     execute_process(COMMAND gzip -9nf ${documents}/changelog COMMAND_ERROR_IS_FATAL ANY)
-    install(FILES ${documents}/changelog.gz DESTINATION share/doc/${name} COMPONENT ${component} EXCLUDE_FROM_ALL)
-    install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION share/doc/${name} RENAME copyright COMPONENT ${component} EXCLUDE_FROM_ALL)
+    install(FILES ${documents}/changelog.gz DESTINATION share/doc/${name} COMPONENT ${component}
+      EXCLUDE_FROM_ALL)
+    install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION share/doc/${name} RENAME copyright
+      COMPONENT ${component} EXCLUDE_FROM_ALL)
     if(section STREQUAL libs)
-      set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/triggers PARENT_SCOPE)
+      set(CPACK_DEBIAN_${COMPONENT}_PACKAGE_CONTROL_EXTRA
+        ${PROJECT_SOURCE_DIR}/cmake/debian/triggers PARENT_SCOPE)
     endif()
   endfunction()
 
-  vexim_debian_package(runtime libveximlib${major} libs shared-mime-info "instant messaging client library"
+  vexim_debian_package(runtime libveximlib${major} libs shared-mime-info
+    "instant messaging client library"
     "VexIMLib logs users in, sends and receives messages, and reads and writes
 users, friends, groups, rooms and attachments, over REST and one live
 Socket.IO connection.")
+  set(development libcurl4-openssl-dev libssl-dev libpng-dev libboost1.81-dev
+    libboost-json1.81-dev)
+  list(JOIN development ", " development)
   vexim_debian_package(dev libveximlib-dev libdevel
-    "${same_library}, libcurl4-openssl-dev, libssl-dev, libpng-dev, libboost1.81-dev, libboost-json1.81-dev"
+    "${same_library}, ${development}"
     "instant messaging client library (development files)"
     "Headers, CMake package and pkg-config file of VexIMLib, and the test kit for
 applications.")
@@ -169,7 +198,8 @@ applications.")
 messages, search and export what was kept, read and write a service's
 resources.")
   if(TARGET VexIMStore)
-    vexim_debian_package(store libveximlib-store${major} libs "${same_library}" "messages kept on the device, for VexIMLib"
+    vexim_debian_package(store libveximlib-store${major} libs "${same_library}"
+      "messages kept on the device, for VexIMLib"
       "VexIMLib::Store keeps conversations and messages in an SQLite file, with an
 outbox that survives the program's end.")
     vexim_debian_package(store-dev libveximlib-store-dev libdevel
@@ -185,29 +215,33 @@ outbox that survives the program's end.")
     vexim_debian_package(c libvexim-c${major} libs "${c_depends}" "C interface of VexIMLib"
       "Five functions that take and give JSON, so that any language can use the
 instant messaging library VexIMLib.")
-    vexim_debian_package(c-dev libvexim-c-dev libdevel "libvexim-c${major} ${exactly}" "C interface of VexIMLib (development files)"
+    vexim_debian_package(c-dev libvexim-c-dev libdevel "libvexim-c${major} ${exactly}"
+      "C interface of VexIMLib (development files)"
       "The header, CMake package and pkg-config file of libvexim-c, and a JSON Schema
 of its operations and events.")
     # The same for every kind of processor; it compiles to bytecode as Debian's own packages do.
     vexim_debian_package(python python3-vexim python "python3 (>= 3.11), \
-libvexim-c${major} (>= ${PROJECT_VERSION}) | libvexim-c-store${major} (>= ${PROJECT_VERSION})" "instant messaging with asyncio"
+libvexim-c${major} (>= ${PROJECT_VERSION}) | libvexim-c-store${major} (>=
+${PROJECT_VERSION})" "instant messaging with asyncio"
       "A Python package over the C interface of VexIMLib: asyncio first, typed, with
 a form for scripts.")
     set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
     set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
     set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS "libvexim-c-store${major} (>= ${PROJECT_VERSION})")
-    set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
-      "${PROJECT_SOURCE_DIR}/bindings/python/debian/postinst;${PROJECT_SOURCE_DIR}/bindings/python/debian/prerm")
+    set(control ${PROJECT_SOURCE_DIR}/bindings/python/debian)
+    set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA "${control}/postinst;${control}/prerm")
   endif()
   if(TARGET VexIMLibCStore)
     set(c_store_depends shared-mime-info)
     if(BUILD_SHARED_LIBS)
       set(c_store_depends "${same_library}, libveximlib-store${major} ${exactly}")
     endif()
-    vexim_debian_package(c-store libvexim-c-store${major} libs "${c_store_depends}" "C interface of VexIMLib with the store"
+    vexim_debian_package(c-store libvexim-c-store${major} libs "${c_store_depends}"
+      "C interface of VexIMLib with the store"
       "The library of libvexim-c${major}, with operations of VexIMLib::Store besides.")
     vexim_debian_package(c-store-dev libvexim-c-store-dev libdevel
-      "libvexim-c-store${major} ${exactly}, libvexim-c-dev ${exactly}" "C interface of VexIMLib with the store (development files)"
+      "libvexim-c-store${major} ${exactly}, libvexim-c-dev ${exactly}"
+      "C interface of VexIMLib with the store (development files)"
       "CMake package and pkg-config file of libvexim-c-store.")
   endif()
   include(CPack)

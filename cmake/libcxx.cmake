@@ -1,4 +1,5 @@
-# For scripts/machines libc++: what Debian has compiled for libstdc++ alone, and what we need of it, is compiled for libc++ from its sources.
+# For scripts/machines libc++: what Debian has compiled for libstdc++ alone, and what we need of it,
+# is compiled for libc++ from its sources.
 file(CONFIGURE OUTPUT boost_json.cpp CONTENT "#include <boost/json/src.hpp>\n")
 find_package(Boost 1.81 REQUIRED)
 add_library(boost_json_libcxx STATIC ${PROJECT_BINARY_DIR}/boost_json.cpp)

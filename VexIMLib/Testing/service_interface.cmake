@@ -1,9 +1,11 @@
-# Writes a C++ header with the constants of service/interface.json. The service loads the file; the test kit compiles it in.
+# Writes a C++ header with the constants of service/interface.json. The service loads the file; the
+# test kit compiles it in.
 #   vexim_service_interface(JSON HEADER)
 function(vexim_service_interface json header)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${json})
   file(READ ${json} all)
-  set(text "#pragma once\n\n// Made from service/interface.json.\n\nnamespace vexim::testing::fake {\n")
+  set(text
+    "#pragma once\n\n// Made from service/interface.json.\n\nnamespace vexim::testing::fake {\n")
   foreach(part IN ITEMS errors sentences paths records)
     string(APPEND text "\nnamespace ${part} {\n")
     string(JSON last LENGTH "${all}" ${part})
@@ -15,7 +17,8 @@ function(vexim_service_interface json header)
         foreach(entry IN ITEMS code status text)
           string(JSON ${entry}_ GET "${all}" errors ${key} ${entry})
         endforeach()
-        string(APPEND text "inline constexpr Refusal ${name}{${code_}, ${status_}, R\"~(${text_})~\"};\n")
+        string(APPEND text
+          "inline constexpr Refusal ${name}{${code_}, ${status_}, R\"~(${text_})~\"};\n")
       elseif(part STREQUAL "records")
         string(APPEND text "inline constexpr Field ${name}[] = {")
         foreach(role IN ITEMS answered given)
