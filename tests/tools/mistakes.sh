@@ -11,12 +11,13 @@ head -c 2000000 /dev/zero | tr '\0' x > "$folder/long"
 head -c 20000000 /dev/zero > "$folder/endless"
 head -c 5000 /dev/zero > "$folder/large.png"
 echo "sevrer = $url" > "$folder/settings"
+touch "$folder/my notes"
 unset VEXIM_SERVER VEXIM_USER
 export XDG_CONFIG_HOME=$folder
 
 # status | standard input | what must be said | the command; {} is a login and a receiver
 table="
-2 | /dev/null | not a service's URL: \"localhost:80\"      | send --server localhost:80 {} hi
+2 | /dev/null | not a service's URL: \"localhost:80\"; did you mean http://localhost:80 | send --server localhost:80 {} hi
 2 | /dev/null | not a service's URL: \"htp://localhost\"   | history --group g --server htp://localhost
 2 | /dev/null | not a service's URL: \"http://\"           | chat --server http:// {}
 2 | /dev/null | no such command: sned                      | sned --server $url {} hi
@@ -56,6 +57,8 @@ table="
 1 | long      | it is longer than the server accepts       | send --server $url {}
 1 | long      | it is longer than the server accepts       | chat --server $url {}
 2 | /dev/null | no such file: /no/such.png                 | send --server http://127.0.0.1:1 {} --file /no/such.png
+2 | /dev/null | the file's name needs quotes: --file \"my notes\" | send --server http://127.0.0.1:1 {} --file my notes
+2 | /dev/null | not both                                   | send --server http://127.0.0.1:1 {} --file latin1 notes
 2 | /dev/null | this is a directory, not a file: /         | send --server http://127.0.0.1:1 {} --file /
 1 | /dev/null | not sent: The body is too large            | send --server $url {} --file large.png
 1 | /dev/null | Is \"nobody\" a friend of yours?            | send --server $url --user alice --friend nobody hi

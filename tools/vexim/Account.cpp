@@ -20,8 +20,11 @@ std::shared_ptr<VXIMClient> Account::makeClient() const {
     const auto isSpoken = [&](const char* scheme) { return url->scheme() == scheme; };
     constexpr std::array kSchemes{"http", "https", "ws", "wss"};
     if (!url || url->host().empty() || std::none_of(kSchemes.begin(), kSchemes.end(), isSpoken)) {
-        throw std::invalid_argument("not a service's URL: \"" + server +
-                                    "\"; one looks like https://chat.example.org:8443");
+        const bool isBare = server.find('/') == std::string::npos;
+        throw std::invalid_argument(
+            "not a service's URL: \"" + server + "\"; " +
+            (isBare ? "did you mean http://" + server + " or https://" + server + "?"
+                    : "one looks like https://chat.example.org:8443"));
     }
     for (const auto& pin : pins) {
         if (VXIMClientConfiguration::isPin(pin)) continue;
@@ -78,6 +81,6 @@ void Credentials::logIn(VXIMClient& client, VXIMBooleanCompletion completion) co
     if (username) return client.loginWithUsername(username, password, std::move(completion));
     if (!userId)
         throw std::invalid_argument(
-            "say who you are with --user, or --username and --password; VEXIM_USER or the configuration file can say it, too");
+            "say who you are with --user, or with --username and --password; VEXIM_USER or the configuration file can do so, too");
     client.loginWithUserId(userId, std::move(completion));
 }

@@ -77,7 +77,7 @@ CommandSpec chatCommand() {
         std::move(options),
         runChat,
         "On a terminal it takes the whole screen; otherwise, and with --json, it reads and prints lines.\n"
-        "NO_COLOR does without colours. With --store the messages are kept: what could not be sent goes out in\n"
-        "the next run, and what was missed is read.\n\n" +
+        "NO_COLOR turns colours off. --store keeps the messages: those that could not be sent are sent in the\n"
+        "next run, and those that were missed are fetched.\n\n" +
             chat::helpText()};
 }

@@ -131,7 +131,7 @@ public:
             // What was not understood comes before what is missing.
             if (auto unknown = unknownWord()) return *unknown;
             if (chosen() == &app_)
-                return refused("say what to do: " + names(app_) + "; --help tells more");
+                return refused("say what to do: " + names(app_) + "; see --help");
             if (isTopic(*chosen()))
                 return refused(pathOf(*chosen()) + " takes one of: " + names(*chosen()));
             return refused(error.what() + hint());
@@ -191,7 +191,7 @@ private:
         while (!app->get_subcommands().empty()) app = app->get_subcommands().front();
         return app;
     }
-    std::string hint() const { return "; vexim " + pathOf(*chosen()) + " --help tells more"; }
+    std::string hint() const { return "; vexim " + pathOf(*chosen()) + " --help says more"; }
 
     std::string help() const {
         std::string text = app_.help();

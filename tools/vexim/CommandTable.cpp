@@ -47,17 +47,17 @@ const std::vector<OptionSpec>& commonOptions() {
     static const std::vector<OptionSpec> options = {
         {"--server", "URL", "The service's address", true},
         {"--user", "ID", "Who you are: your user id", true},
-        {"--username", "NAME", "Or your user name, which takes a password", true},
-        {"--password", "WORD", "The password; without it, it is asked for", true},
+        {"--username", "NAME", "Or your user name, together with a password", true},
+        {"--password", "WORD", "The password; if it is missing, vexim asks for it", true},
         {"--json", "", "Print JSON, for programs"},
-        {"--app", "ID", "The application's id; otherwise that of the local service", true},
-        {"--key", "KEY", "The application's key; otherwise that of the local service", true},
+        {"--app", "ID", "The application's id; by default the local service's", true},
+        {"--key", "KEY", "The application's key; by default the local service's", true},
         {"--ca", "FILE", "Trust the certificate authorities in this PEM file, not the system's",
          true},
         {"--pin", "KEY",
          "Accept only a server with this key: the base64 of its SHA-256; may be repeated", true,
          true},
-        {"--install", "ID", "This device's id; otherwise vexim-terminal", true},
+        {"--install", "ID", "This device's id; by default vexim-terminal", true},
         {"--config", "FILE",
          "Read this configuration file instead of the usual one [VEXIM_CONFIG]"},
     };
@@ -78,9 +78,9 @@ std::vector<OptionSpec> peerOptions(const std::string& verb) {
 
 const std::vector<std::pair<int, std::string>>& exitStatuses() {
     static const std::vector<std::pair<int, std::string>> statuses = {
-        {0, "It was done."},
-        {1, "It was tried and failed; standard error says why."},
-        {2, "Nothing was tried: the command line, a file or the configuration is wrong."},
+        {0, "Success."},
+        {1, "The command failed; standard error says why."},
+        {2, "Nothing was done: the command line, a file or the configuration is wrong."},
     };
     return statuses;
 }

@@ -16,7 +16,7 @@ using vexim::Value;
 
 constexpr std::int32_t kUsualLimit = 20;
 
-const OptionSpec kLimit{"--limit", "NUMBER", "How many at most; otherwise 20"};
+const OptionSpec kLimit{"--limit", "NUMBER", "How many at most; 20 by default"};
 const WordSpec kEntries{"KEY=VALUE", "Attributes; a value may be JSON", Count::Some};
 const WordSpec kPassenger{"PASSENGER", "The passenger's id"};
 
@@ -94,14 +94,14 @@ std::vector<CommandSpec> attributeCommands() {
              owner.fetchAttributesWithCompletion(done);
          })},
         {"attributes set",
-         "Set some, leaving the others",
+         "Set some; the others stay",
          {kEntries},
          owners,
          onAttributes([](VXIMAttributedObject& owner, const Given& given, Done done) {
              owner.updateAttributes(entriesOf(given.all("KEY=VALUE")), onlySuccess(done));
          })},
         {"attributes replace",
-         "Set these and drop all others",
+         "Set these and remove all others",
          {kEntries},
          owners,
          onAttributes([](VXIMAttributedObject& owner, const Given& given, Done done) {
@@ -143,7 +143,7 @@ std::vector<CommandSpec> passengerCommands() {
                          then(done, [visitor] { return recordOf(*visitor); }));
                  })},
         {"passengers create",
-         "Make one, and print its id",
+         "Create one, and print its id",
          {{kEntries.name, kEntries.help, Count::Any}},
          {},
          running(Acts::ForNobody,
@@ -172,7 +172,7 @@ std::vector<CommandSpec> passengerCommands() {
 std::vector<CommandSpec> lookupCommands() {
     std::vector<CommandSpec> all = {
         {"history",
-         "Read messages of the past, the newest first",
+         "Read earlier messages, the newest first",
          {},
          {{"--friend", "ID", "Between you and this friend"},
           {"--group", "ID", "Of this group"},
@@ -184,10 +184,10 @@ std::vector<CommandSpec> lookupCommands() {
          "Find users, groups or rooms by their attributes",
          {{"KIND", "users, groups or rooms", Count::One, {"users", "groups", "rooms"}},
           {kEntries.name, "Attributes that they have; without any, all are listed", Count::Any}},
-         {{"--sort", "KEY", "Sort by this key, downwards with a - in front; may be repeated", false,
-           true},
+         {{"--sort", "KEY", "Sort by this key; a - in front reverses the order; may be repeated",
+           false, true},
           kLimit,
-          {"--skip", "NUMBER", "Leave out so many at the start"}},
+          {"--skip", "NUMBER", "Skip this many results"}},
          running(Acts::ForNobody, find)},
     };
     for (auto& commands : {attributeCommands(), passengerCommands()})

@@ -78,7 +78,7 @@ std::string manualOf(const CommandTable& table) {
         ".Sh NAME\n.Nm vexim\n.Nd instant messaging in a terminal\n"
         ".Sh SYNOPSIS\n.Nm vexim\n.Ar command\n.Op Ar word ...\n.Op Ar option ...\n"
         ".Sh DESCRIPTION\n.Nm\n"
-        "chats, sends messages and reads and changes what an instant messaging service keeps.\n"
+        "chats, sends messages and reads and changes the data of an instant messaging service.\n"
         "Results are tables for people, or JSON with\n.Fl \"-json\" .\n"
         ".Pp\nThe commands are:\n.Bl -tag -width Ds\n";
     for (const auto& command : table.commands) text += sectionOf(command);
@@ -93,7 +93,7 @@ std::string manualOf(const CommandTable& table) {
     }
     text +=
         ".It Ev VEXIM_STORE\nStands for\n.Fl \"-store\" .\n"
-        ".It Ev NO_COLOR\nWith any value, the chat does without colours.\n.El\n"
+        ".It Ev NO_COLOR\nWith any value, the chat uses no colours.\n.El\n"
         ".Sh FILES\n.Bl -tag -width Ds\n.It Pa ~/.config/vexim/config\n"
         "Options that may also be variables of the environment, a line for each.\n"
         "What the command line or the environment says comes first.\n" +

@@ -27,7 +27,7 @@ std::string reasonOf(const VXIMDiagnosisEvent& failure) {
         case vexim::URLErrorCannotFindHost: return "no such host";
         case vexim::URLErrorCannotConnectToHost: return "cannot connect";
         case vexim::URLErrorNetworkConnectionLost: return "the connection was lost";
-        case vexim::URLErrorTimedOut: return "not in time";
+        case vexim::URLErrorTimedOut: return "timed out";
         default: return "see below";
     }
 }

@@ -14,8 +14,8 @@ using vexim::Value;
 const WordSpec kFriend{"FRIEND", "The friend's user id"};
 const WordSpec kGroup{"GROUP", "The group's id"};
 const WordSpec kRoom{"ROOM", "The room's id"};
-const WordSpec kName{"NAME", "The name, in quotes if it has blanks"};
-const WordSpec kMembers{"MEMBER", "User ids of who shall belong to it", Count::Any};
+const WordSpec kName{"NAME", "The name, in quotes if it contains spaces"};
+const WordSpec kMembers{"MEMBER", "User ids of its members", Count::Any};
 const WordSpec kUsers{"MEMBER", "Their user ids", Count::Some};
 
 /// Calls `act` with the group or the room that is named.
@@ -83,7 +83,7 @@ std::vector<CommandSpec> groupCommands() {
                          true, then(done, [user] { return recordsOf(user->groups()); }));
                  })},
         {"groups create",
-         "Found a group that belongs to you, and print its id",
+         "Create a group that you own, and print its id",
          {kName, kMembers},
          {},
          running(Acts::ForAUser,
@@ -102,7 +102,7 @@ std::vector<CommandSpec> groupCommands() {
                      group->fetchWithBlock(then(done, [group] { return recordOf(*group); }));
                  })},
         {"groups rename",
-         "Give a group another name",
+         "Rename a group",
          {kGroup, kName},
          {},
          running(Acts::ForNobody,
@@ -111,7 +111,7 @@ std::vector<CommandSpec> groupCommands() {
                          ->updateName(given.one("NAME"), onlySuccess(done));
                  })},
         {"groups owner",
-         "Give a group another owner",
+         "Change a group's owner",
          {kGroup, {"OWNER", "The new owner's user id"}},
          {},
          running(Acts::ForNobody,
@@ -150,7 +150,7 @@ std::vector<CommandSpec> roomCommands() {
                          }));
                  })},
         {"rooms create",
-         "Open a room, and print its id",
+         "Create a room, and print its id",
          {kName, kMembers},
          {},
          running(Acts::ForNobody,
@@ -171,7 +171,7 @@ std::vector<CommandSpec> roomCommands() {
                      room->fetchWithBlock(then(done, [room] { return recordOf(*room); }));
                  })},
         {"rooms rename",
-         "Give a room another name",
+         "Rename a room",
          {kRoom, kName},
          {},
          running(Acts::ForNobody,

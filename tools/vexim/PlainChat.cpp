@@ -44,8 +44,8 @@ constexpr std::size_t kLongestShown = 500;
 
 constexpr const char* kHelp =
     "  /friend ID   talk to a friend       /group ID   to a group       /room ID   to a room\n"
-    "  /pause       close the connection   /resume     open it again    /status    where the session stands\n"
-    "  /quit        log out and leave      anything else is sent";
+    "  /pause       close the connection   /resume     open it again    /status    the state of the session\n"
+    "  /quit        log out and quit       anything else is sent";
 
 int printError = 0;  // why standard output does not take any more: `errno`
 
@@ -155,7 +155,7 @@ private:
     void begin() {
         if (!isLoggedIn_ || !store()) return;
         print("logged in as " + client_->currentUser()->uid().description() +
-              "; /help tells the commands");
+              "; /help lists the commands");
         names_->read(*client_, [this] { input_.go(); });
         vexim::MainQueue::shared().after(kNamesTimeout, [this] { input_.go(); });
     }
@@ -246,7 +246,7 @@ private:
             {"quit", [&] { leave(); }},
         };
         const auto found = commands.find(command);
-        if (found == commands.end()) return print("no such command; /help tells them");
+        if (found == commands.end()) return print("no such command; /help lists them");
         found->second();
     }
 
@@ -259,7 +259,7 @@ private:
             text, to, [this, to, text](const auto& stored, const vexim::ErrorPtr& error) {
                 --adding_;
                 if (!stored) {
-                    didNotSend("not taken: " + explain(error) + ": " + shown(to, text));
+                    didNotSend("not accepted: " + explain(error) + ": " + shown(to, text));
                 } else {
                     if (client_->status() != VXIMClientStatusOpened)
                         print("it waits for a connection: " + shown(to, text));

@@ -78,7 +78,7 @@ void awaitEcho(const Echo& echo, const Peer& peer) {
     if (echo.hasCome()) return;
     if (echo.isLost()) {
         throw std::runtime_error(
-            "the connection was lost before the service had sent the message back: it may have arrived, or not");
+            "the connection was lost before the service confirmed the message: it may or may not have arrived");
     }
     const std::string doubt = peer.friendId ? "Is \"" + *peer.friendId + "\" a friend of yours?"
                               : peer.groupId
@@ -105,12 +105,18 @@ std::string readText() {
 
 std::shared_ptr<VXIMMessage> messageFrom(const Given& given) {
     if (const auto file = given.find("--file")) {
-        if (given.has("TEXT")) throw std::invalid_argument("a --file goes without a text");
+        if (given.has("TEXT")) {
+            const std::string both = *file + " " + given.text("TEXT");
+            std::error_code ignored;
+            throw std::invalid_argument(std::filesystem::exists(both, ignored)
+                                            ? "the file's name needs quotes: --file \"" + both + '"'
+                                            : "send either a text or a --file, not both");
+        }
         return messageWithFile(*file);
     }
     const bool hasText = given.has("TEXT");
     const bool isPiped = hasText ? given.text("TEXT") == "-" : isatty(STDIN_FILENO) == 0;
-    if (!hasText && !isPiped) throw std::invalid_argument("say what, or name a --file");
+    if (!hasText && !isPiped) throw std::invalid_argument("no text: write one, or name a --file");
     const std::string text = isPiped ? readText() : given.text("TEXT");
     if (text.empty()) throw std::invalid_argument("the text is empty");
     if (vexim::writeJSON(vexim::Value(text), vexim::JSONFragments::Allow).error) {

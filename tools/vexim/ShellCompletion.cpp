@@ -49,7 +49,7 @@ std::string optionsOf(const CommandSpec* command, const std::string& beginning) 
             lines += choice(option.name, option.help, beginning);
     }
     for (const auto& option : commonOptions()) lines += choice(option.name, option.help, beginning);
-    return lines + choice("--help", "Tell what may be given", beginning) +
+    return lines + choice("--help", "Show what can be given", beginning) +
            (command == nullptr ? choice("--version", "Print the version", beginning) : "");
 }
 

@@ -160,14 +160,14 @@ int runExport(const Given& given) {
 }  // namespace
 
 std::vector<CommandSpec> storeCommands() {
-    auto ofSearch = peerOptions("Only the talk with");
+    auto ofSearch = peerOptions("Only the conversation with");
     auto ofExport = ofSearch;
     ofSearch.insert(ofSearch.begin(), storeOption());
     ofExport.insert(ofExport.begin(), storeOption());
     ofSearch.insert(ofSearch.end(),
                     {{"--since", "TIME", "From this time on, written as for --until"},
                      {"--until", "TIME", kTimeHelp},
-                     {"--limit", "NUMBER", "How many at most; otherwise 50"}});
+                     {"--limit", "NUMBER", "How many at most; 50 by default"}});
     return {
         {"search",
          "Find messages in a store, the newest first",

@@ -7,16 +7,16 @@ namespace chat {
 namespace {
 
 constexpr std::pair<const char*, const char*> kKeys[] = {
-    {"Enter", "send; with nothing typed: to the newest message"},
+    {"Enter", "send; if nothing is typed: go to the newest message"},
     {"Tab", "complete a command or a name"},
-    {"Up, Down", "lines typed before"},
+    {"Up, Down", "earlier lines"},
     {"PageUp, PageDown", "scroll; older messages are loaded"},
     {"Alt-0 … Alt-9", "switch to that conversation"},
-    {"Alt-A", "next conversation with something unread"},
+    {"Alt-A", "next conversation with unread messages"},
     {"Ctrl-N, Ctrl-P", "next, previous conversation"},
-    {"Ctrl-C", "cancel the newest transfer; else empty the line"},
-    {"Ctrl-D", "leave, on an empty line"},
-    {"Ctrl-L", "paint the screen anew"},
+    {"Ctrl-C", "cancel the newest transfer; if there is none, clear the line"},
+    {"Ctrl-D", "quit, on an empty line"},
+    {"Ctrl-L", "redraw the screen"},
     {"Ctrl-Z", "suspend"},
     {"Ctrl-A E B F, Alt-B F", "move: line, character, word"},
     {"Ctrl-W U K, Alt-D, Ctrl-Y",
@@ -47,36 +47,37 @@ const std::vector<CommandForm>& commandForms() {
         {"friend", "add", "USER", "become friends", Names::Nothing},
         {"friend", "remove", "USER", "end a friendship", Names::Friend},
         {"group", "", "GROUP", "talk to a group", Names::Group},
-        {"group", "new", "NAME [USER …]", "found a group, and invite", Names::Friend},
-        {"group", "add", "USER …", "invite into this group", Names::Friend},
-        {"group", "remove", "USER …", "take out of this group", Names::Member},
+        {"group", "new", "NAME [USER …]", "create a group, and add users", Names::Friend},
+        {"group", "add", "USER …", "add users to this group", Names::Friend},
+        {"group", "remove", "USER …", "remove users from this group", Names::Member},
         {"group", "leave", "", "leave this group", Names::Nothing},
         {"group", "members", "", "who is in this group", Names::Nothing},
-        {"group", "rename", "NAME", "name this group anew", Names::Nothing},
+        {"group", "rename", "NAME", "rename this group", Names::Nothing},
         {"group", "delete", "", "delete this group, for everybody", Names::Nothing},
         {"room", "", "ROOM", "talk to a room", Names::Room},
         {"room", "join", "ROOM", "enter a room", Names::Nothing},
-        {"room", "new", "NAME [USER …]", "open a room, and invite", Names::Friend},
-        {"room", "add", "USER …", "invite into this room", Names::Friend},
-        {"room", "remove", "USER …", "take out of this room", Names::Member},
+        {"room", "new", "NAME [USER …]", "create a room, and add users", Names::Friend},
+        {"room", "add", "USER …", "add users to this room", Names::Friend},
+        {"room", "remove", "USER …", "remove users from this room", Names::Member},
         {"room", "leave", "", "leave this room", Names::Nothing},
         {"room", "members", "", "who is in this room", Names::Nothing},
-        {"room", "rename", "NAME", "name this room anew", Names::Nothing},
+        {"room", "rename", "NAME", "rename this room", Names::Nothing},
         {"room", "delete", "", "delete this room, for everybody", Names::Nothing},
         {"send", "", "FILE", "send a file; its name needs no quotes", Names::File},
-        {"save", "", "[NUMBER] [PATH]", "fetch a file: the newest, here, unless said otherwise",
-         Names::File},
-        {"cancel", "", "", "cancel the newest transfer, or what waits here", Names::Nothing},
-        {"retry", "", "", "send again here what could not be sent", Names::Nothing},
+        {"save", "", "[NUMBER] [PATH]",
+         "download a file: by default the newest one, to the current folder", Names::File},
+        {"cancel", "", "", "cancel the newest transfer, or the messages that wait here",
+         Names::Nothing},
+        {"retry", "", "", "send failed messages of this conversation again", Names::Nothing},
         {"search", "", "WORD …", "find messages, the newest first", Names::Nothing},
         {"refresh", "", "", "read the lists of friends, groups and rooms again", Names::Nothing},
         {"pause", "", "", "close the connection", Names::Nothing},
         {"resume", "", "", "open it again, or try now", Names::Nothing},
-        {"status", "", "", "where the session stands", Names::Nothing},
-        {"diagnose", "", "", "what the connection went through lately; holds no secret",
+        {"status", "", "", "the state of the session", Names::Nothing},
+        {"diagnose", "", "", "what has happened to the connection lately, without secrets",
          Names::Nothing},
-        {"help", "", "", "this", Names::Nothing},
-        {"quit", "", "", "log out and leave", Names::Nothing},
+        {"help", "", "", "this list", Names::Nothing},
+        {"quit", "", "", "log out and quit", Names::Nothing},
     };
     return forms;
 }
@@ -134,7 +135,7 @@ std::string keysText() {
 }
 
 std::string helpText() {
-    std::string text = "Anything that does not begin with / is sent.";
+    std::string text = "Text that does not begin with / is sent.";
     for (const auto& form : commandForms()) {
         std::string usage = "  /" + std::string(form.name);
         for (const char* part : {form.action, form.arguments}) {

@@ -92,7 +92,7 @@ Cells contentCells(const Entry& entry) {
     return cells += deliveryCells(entry);
 }
 
-/// Of a line of a table, "  /quit    log out and leave", where the explanation begins; 0 of any
+/// Of a line of a table, "  /quit    log out and quit", where the explanation begins; 0 of any
 /// other line.
 std::size_t explanationAt(const Cells& line) {
     const auto isBlank = [&](std::size_t at) { return at < line.size() && line[at].is(L' '); };
@@ -140,7 +140,7 @@ Cells topLine(const Conversation& conversation, int width) {
         case Older::Nothing: break;
     }
     if (conversation.address.kind == Kind::Console)
-        return say("(Alt-1 … Alt-9: talk to whom the list says; /help: all else)");
+        return say("(Alt-1 … Alt-9: open a conversation from the list; /help: everything else)");
     return say(conversation.hasHistory() ? "(the beginning)" : "(rooms keep no history)");
 }
 

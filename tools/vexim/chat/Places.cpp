@@ -28,7 +28,7 @@ const char* word(Kind kind) {
             if (*part != '\0') usage += " " + std::string(part);
         }
     }
-    throw std::invalid_argument("it is " + (usage.empty() ? "told by /help" : usage));
+    throw std::invalid_argument("usage: " + (usage.empty() ? "see /help" : usage));
 }
 
 std::string joined(const Words& words) {
@@ -83,7 +83,7 @@ VXIMBooleanCompletion Places::telling(std::string done, std::function<void()> ne
 Address Places::currentOf(Kind kind) const {
     const auto& address = roster_.current().address;
     if (address.kind != kind)
-        throw std::invalid_argument("this is no " + std::string(word(kind)) +
+        throw std::invalid_argument("this is not a " + std::string(word(kind)) +
                                     ": switch to one first");
     return address;
 }
@@ -137,7 +137,7 @@ void Places::obeyFriend(const Command& command) {
             id, [done](const Value&, const ErrorPtr& error) { done(!error, error); });
     }
     if (words[0] != "remove") misused(command);
-    user->deleteFriend(id, telling("you and " + id + " are friends no more", [this, id] {
+    user->deleteFriend(id, telling("you and " + id + " are no longer friends", [this, id] {
                            roster_.close({Kind::Friend, id});
                        }));
 }

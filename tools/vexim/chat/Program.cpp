@@ -183,7 +183,7 @@ void Program::didPressAlt(wchar_t character) {
     }
     if (character < L'0' || character > L'9') return;
     if (!roster_.selectAt(static_cast<std::size_t>(character - L'0')))
-        notice("there are not so many conversations");
+        notice("there are not that many conversations");
 }
 
 void Program::endPaste() {
@@ -246,13 +246,13 @@ void Program::take() {
 }
 
 void Program::obey(const Command& command) {
-    if (command.isUnfinished) throw std::invalid_argument("a quote is open");
+    if (command.isUnfinished) throw std::invalid_argument("a quotation mark has no end");
     if (places_.obey(command)) return;
     const auto& here = roster_.current().address;
     const std::map<std::string, std::function<void()>> commands = {
         {"send",
          [&] {
-             if (command.words.empty()) throw std::invalid_argument("it is /send FILE");
+             if (command.words.empty()) throw std::invalid_argument("usage: /send FILE");
              sender_.sendFile(here, fileIn(command, 0));
          }},
         {"save", [&] { save(command); }},
@@ -269,7 +269,7 @@ void Program::obey(const Command& command) {
          [&] {
              std::string words;
              for (const auto& word : command.words) words += (words.empty() ? "" : " ") + word;
-             if (words.empty()) throw std::invalid_argument("it is /search WORD …");
+             if (words.empty()) throw std::invalid_argument("usage: /search WORD …");
              session_->search(words);
          }},
         {"refresh", [&] { session_->refresh(); }},
@@ -278,7 +278,8 @@ void Program::obey(const Command& command) {
         {"status", [&] { notice(session_->statusLine()); }},
         {"diagnose",
          [&] {
-             std::string text = "what happened lately:\n" + session_->client().diagnose().text();
+             std::string text =
+                 "what has happened lately:\n" + session_->client().diagnose().text();
              noticeFromItsStart(text.substr(0, text.find_last_not_of('\n') + 1));
          }},
         {"help", [&] { noticeFromItsStart(helpText()); }},
@@ -286,7 +287,7 @@ void Program::obey(const Command& command) {
     };
     const auto found = commands.find(command.name);
     if (found == commands.end())
-        throw std::invalid_argument("no such command: /" + command.name + "; /help tells them");
+        throw std::invalid_argument("no such command: /" + command.name + "; /help lists them");
     found->second();
 }
 

@@ -66,7 +66,7 @@ void Sender::send(const Address& to, const std::shared_ptr<VXIMMessage>& message
         [this, to, id, path](const std::optional<VXIMStoredMessage>& stored,
                              const vexim::ErrorPtr& error) {
             if (!stored)
-                return roster_.notice("not taken: " + explain(error), Session::now(), true);
+                return roster_.notice("not accepted: " + explain(error), Session::now(), true);
             *id = static_cast<std::uint64_t>(stored->localId);
             auto* entry = find(to, *id);
             if (!entry || !entry->file) return;

@@ -18,7 +18,9 @@ constexpr int kLongestWait = 10;
 // After so long without a sign of what should happen by itself, it is started by hand.
 constexpr double kTooLong = 15;
 constexpr double kLoginTimeout = 30;
-constexpr double kRefreshInterval = 5;
+// New names and members of groups and rooms are seen this late. New friends, groups and rooms are
+// seen at the next tick.
+constexpr double kRefreshInterval = 30;
 
 std::string hostOf(VXIMClient& client) {
     const auto url = client.config()->socketURL();
@@ -145,8 +147,11 @@ void Session::tick() {
     const double time = now();
     for (const auto& conversation : roster_.all()) conversation->doubt(time);
     oldestHanded_ = roster_.oldestHanded();
-    // A service need not tell who has befriended the user, or taken them into a group.
-    if (state_.isConnected() && time - refreshed_ > kRefreshInterval) refresh(Asked::ByClock);
+    if (state_.isConnected() && time - refreshed_ > kRefreshInterval) {
+        refresh(Asked::ByClock);
+    } else if (state_.isConnected()) {
+        lookForNews();
+    }
 
     const bool isTooLong = state_.since(time) > kTooLong;
     if (state_.phase() == SessionState::Phase::Lost ||

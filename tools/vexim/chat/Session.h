@@ -98,6 +98,7 @@ private:
     void showGaps(const Address& address);
     void setOlder(Conversation& conversation);
     void readName(const std::string& friendId);
+    void lookForNews();
     template <class Seen>
     void markGone(Kind kind, const Seen& seen);
     void complain(const std::string& what, const vexim::ErrorPtr& error);
@@ -119,6 +120,8 @@ private:
     std::map<Address, Shown> shown_;
     std::set<std::string> asked_;  // friends whose names were asked for
     double refreshed_ = 0;         // when the lists were read last
+    std::set<std::string> known_;  // the ids in the user's record when it was read last
+    bool isLooking_ = false;       // the record is being read
 };
 
 }  // namespace chat

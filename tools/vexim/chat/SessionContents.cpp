@@ -5,6 +5,7 @@
 #include <iomanip>
 #include <set>
 #include <sstream>
+#include <utility>
 
 #include "../Attachment.h"
 #include "../Explain.h"
@@ -255,7 +256,10 @@ void Session::readName(const std::string& friendId) {
 
 void Session::clientFriendDidOnline(const std::shared_ptr<VXIMClient>&,
                                     const std::shared_ptr<VXIMFriendInfo>& info) {
-    roster_.open({Kind::Friend, info->uid().description()}).online = true;
+    const Address address{Kind::Friend, info->uid().description()};
+    const bool isNew = roster_.find(address) == nullptr;
+    roster_.open(address).online = true;
+    if (isNew) refresh();
 }
 
 void Session::clientFriendDidOffline(const std::shared_ptr<VXIMClient>&,
@@ -273,6 +277,27 @@ void Session::markGone(Kind kind, const Seen& seen) {
         if (conversation->address.kind == kind)
             conversation->gone = seen.count(conversation->address.id) == 0;
     }
+}
+
+/// No event tells that somebody has befriended the user, or taken them into a group or a room.
+/// Their record has all ids in one small answer, so it is cheap to look there every second.
+void Session::lookForNews() {
+    const auto user = client_->currentUser();
+    if (!user || isLooking_) return;
+    isLooking_ = true;
+    user->fetchWithCompletion([this, user](bool succeeded, const ErrorPtr&) {
+        isLooking_ = false;
+        if (!succeeded || !state_.isConnected()) return;
+        std::set<std::string> ids;
+        for (const auto& info :
+             user->friends().value_or(std::vector<std::shared_ptr<VXIMFriendInfo>>()))
+            ids.insert("friend " + info->uid().description());
+        for (const auto& group : user->groups().value_or(std::vector<std::shared_ptr<VXIMGroup>>()))
+            ids.insert("group " + group->groupId().description());
+        for (const auto& room : user->rooms().value_or(vexim::Array()))
+            ids.insert("room " + room.description());
+        if (std::exchange(known_, ids) != ids) refresh(Asked::ByClock);
+    });
 }
 
 void Session::refresh(Asked asked) {
