@@ -59,7 +59,7 @@ struct VXIMMetric {
 ///
 /// A connection is counted here if its options had this object under "metrics" when it was made. A
 /// REST request is counted here if `vxim_configuration` had it when the request was made, because
-/// requests belong to no client. A client without metrics counts nothing, at no cost.
+/// requests belong to no client. A client without metrics counts nothing.
 ///
 /// Every function may be called from any thread, at any time; none waits for the network. Each
 /// figure is exact, but while clients are working, two figures may be some events apart. A new
