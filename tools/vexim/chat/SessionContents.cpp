@@ -161,6 +161,7 @@ void Session::showMessages(const Address& address, const std::vector<VXIMStoredM
     auto* conversation = roster_.find(address);
     if (!conversation) return;
     std::vector<Entry> entries;
+    entries.reserve(messages.size());
     for (const auto& message : messages) entries.push_back(entryOf(message));
     conversation->show(std::move(entries));
     roster_.numberFiles(*conversation);
