@@ -79,7 +79,7 @@ TEST_F(CallTest, TheFirstThingThatHappensEndsIt) {
             // Like callbacks of the main queue: each one ends before the next starts.
             for (const auto& step : {each.first, each.second}) {
                 MainQueue::shared().async(step);
-                settle();
+                drainMainQueue();
             }
             EXPECT_EQ(asFuture ? describe(future) : awaited, each.outcome);
             EXPECT_EQ(held.starts, each.starts);
@@ -127,7 +127,7 @@ TEST_F(CallTest, EndsOnceWhenThreadsAnswerCancelAndLetTimeRunOutAtTheSameMoment)
         ASSERT_TRUE(eventually([&] { return ends > 0; }));
         cancelling.join();
         answering.join();
-        settle();
+        drainMainQueue();
         EXPECT_EQ(ends, 1);
         ++(how == kCancelled   ? cancelled
            : how == kTimedOut  ? timedOut
@@ -169,5 +169,5 @@ TEST_F(CallTest, WhatTheStartRaisesReachesTheCaller) {
     std::string outcome = "pending";
     EXPECT_THROW(vexim::wait(record(raising(), outcome)), Exception);
     EXPECT_EQ(outcome, "pending");
-    settle();
+    drainMainQueue();
 }

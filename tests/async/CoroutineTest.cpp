@@ -60,7 +60,7 @@ TEST(Task, AwaitsTasksAndGivesTheirResult) {
     spawn(answerBoth());
     EXPECT_EQ(vexim::wait(outer(held, log)), "3");
     EXPECT_EQ(log, "+outer+inner-inner+inner-inner-outer");
-    settle();
+    drainMainQueue();
 }
 
 TEST(Task, DestroyedWhileItWaitsReleasesAllThatItHolds) {
@@ -75,9 +75,9 @@ TEST(Task, DestroyedWhileItWaitsReleasesAllThatItHolds) {
     task = outer(held, log);  // the old task is destroyed
     EXPECT_EQ(log, "+outer+inner-inner-outer");
     held.answer(1);
-    settle();
+    drainMainQueue();
     held.completion = nullptr;
-    settle();
+    drainMainQueue();
     EXPECT_EQ(held.starts, 1) << "neither the late answer nor its end woke anybody";
 
     // Answered, but the task is destroyed before the answer is delivered.
@@ -85,7 +85,7 @@ TEST(Task, DestroyedWhileItWaitsReleasesAllThatItHolds) {
     task.start();
     held.completion = nullptr;  // abandoned; the result is still in the main queue
     task = outer(held, log);
-    settle();
+    drainMainQueue();
     EXPECT_EQ(log, "+outer+inner-inner-outer");
 }
 
@@ -118,9 +118,9 @@ TEST(Task, AnExceptionGoesToWhoeverWaitsAndElseToTheMainQueue) {
         if (name == "spawned") spawn(raise(held));
         if (name == "started") kept.emplace(raise(held)).start();
         if (name == "spawned" || name == "started") {
-            EXPECT_THROW(settle(), std::runtime_error);
+            EXPECT_THROW(drainMainQueue(), std::runtime_error);
         }
-        settle();
+        drainMainQueue();
     }
 }
 

@@ -31,7 +31,7 @@ struct Held {
     Completion completion;
 };
 
-inline void settle() {
+inline void drainMainQueue() {
     while (MainQueue::shared().drain() > 0) continue;
 }
 

@@ -35,7 +35,7 @@ constexpr std::chrono::seconds kClosingTimeout{5};
 constexpr std::chrono::seconds kNamesTimeout{3};
 constexpr std::int32_t kObserved = 200;
 // So many wait for their echo before more is read: what is observed has room for them.
-constexpr std::size_t kMostUnsettled = 150;
+constexpr std::size_t kMostUnreported = 150;
 constexpr std::int32_t kMostConversations = 10'000;
 constexpr std::int64_t kMostMissed = 500;  // of one conversation, that are printed
 
@@ -160,11 +160,11 @@ private:
         vexim::MainQueue::shared().after(kNamesTimeout, [this] { input_.go(); });
     }
 
-    /// Whether more may wait to be settled. Without a connection nothing is held back: a command
+    /// Whether more may wait for their outcome. Without a connection nothing is held back: a command
     /// may come that opens it again.
     bool isBusy() const {
         return client_->status() == VXIMClientStatusOpened &&
-               adding_ + unsettled_.size() >= kMostUnsettled;
+               adding_ + unreported_.size() >= kMostUnreported;
     }
 
     /// What came while nobody listened is printed now; the rest has been printed as it came.
@@ -263,7 +263,7 @@ private:
                 } else {
                     if (client_->status() != VXIMClientStatusOpened)
                         print("it waits for a connection: " + shown(to, text));
-                    unsettled_.emplace(stored->localId, to);
+                    unreported_.emplace(stored->localId, to);
                     observe(to);
                     ask(stored->localId);
                 }
@@ -286,9 +286,9 @@ private:
                 std::set<std::int64_t> seen;
                 for (const auto& message : change.list) {
                     seen.insert(message.localId);
-                    settle(message);
+                    report(message);
                 }
-                for (const auto& [localId, to] : unsettled_) {
+                for (const auto& [localId, to] : unreported_) {
                     if (to == conversation && !seen.contains(localId)) ask(localId);
                 }
             });
@@ -297,15 +297,15 @@ private:
     void ask(std::int64_t localId) {
         store()->message(localId, [this](const std::optional<VXIMStoredMessage>& message,
                                          const vexim::ErrorPtr&) {
-            if (message) settle(*message);
+            if (message) report(*message);
         });
     }
 
     /// Delivered, or not to be.
-    void settle(const VXIMStoredMessage& message) {
+    void report(const VXIMStoredMessage& message) {
         const bool isFailed = message.state == VXIMStoredMessageFailed;
         if (!isFailed && message.state != VXIMStoredMessageConfirmed) return;
-        if (unsettled_.erase(message.localId) == 0) return;
+        if (unreported_.erase(message.localId) == 0) return;
         if (isFailed)
             didNotSend("not sent: " + explain(message.error) + ": " +
                        shown(message.conversation, message.text()));
@@ -338,7 +338,7 @@ private:
 
     void logOutWhenSettled() {
         const bool isConnected = client_->status() == VXIMClientStatusOpened;
-        if (leaving_ && adding_ == 0 && (unsettled_.empty() || !isConnected)) logOut();
+        if (leaving_ && adding_ == 0 && (unreported_.empty() || !isConnected)) logOut();
     }
 
     void logOut() {
@@ -349,7 +349,7 @@ private:
 
     void end() {
         if (std::exchange(isEnding_, true)) return;
-        if (const auto count = unsettled_.size(); count > 0 && isKept_) {
+        if (const auto count = unreported_.size(); count > 0 && isKept_) {
             print(std::to_string(count) + (count == 1 ? " message waits" : " messages wait") +
                   " in the store, and will be sent in the next run");
         } else if (count > 0) {
@@ -378,7 +378,7 @@ private:
     std::shared_ptr<VXIMStoreObservation> list_;
     std::map<VXIMConversationId, std::shared_ptr<VXIMStoreObservation>> observed_;
     // queued in this run, and neither delivered nor failed
-    std::map<std::int64_t, VXIMConversationId> unsettled_;
+    std::map<std::int64_t, VXIMConversationId> unreported_;
     // those that the store has not answered yet
     std::size_t adding_ = 0;
     std::size_t settled_ = 0;

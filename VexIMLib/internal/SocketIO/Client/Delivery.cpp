@@ -82,7 +82,7 @@ void Delivery::endPause() {
 
 /// Resume reading only when half of the space is free; otherwise each event would stop and start
 /// it.
-bool Delivery::settle() {
+bool Delivery::subtractDelivered() {
     const MutexLock lock(mutex_);
     undeliveredBytes_ -= std::exchange(deliveredBytes_, 0);
     if (!isPaused_ || undeliveredBytes_ > maxReadAhead_ / 2) return false;

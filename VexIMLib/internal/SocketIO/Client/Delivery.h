@@ -34,7 +34,7 @@ public:
         std::size_t bytes = 0;
     };
 
-    /// `didDeliver` is called at the end of each `deliverSome`. It must call `settle`.
+    /// `didDeliver` is called at the end of each `deliverSome`. It must call `subtractDelivered`.
     Delivery(std::size_t maxReadAhead, std::function<void()> didDeliver);
 
     EventHandlers& handlers() noexcept { return handlers_; }
@@ -57,7 +57,7 @@ public:
     /// Ends the pause, because the connection has ended.
     void endPause();
     /// Subtracts what was delivered. Returns true if that ends a pause.
-    bool settle();
+    bool subtractDelivered();
     Levels levels() const;
 
     /// Delivers the items that are queued now, until the main queue's turn is over. Returns true if

@@ -276,7 +276,7 @@ void SocketIOCore::pushFailure(Acknowledgements::Callback callback, ErrorPtr err
 void SocketIOCore::didDeliver() {
     {
         const MutexLock lock(mutex_);
-        if (!delivery_.settle()) return;
+        if (!delivery_.subtractDelivered()) return;
         acks_.resume(clock_->now());
     }
     tellNetwork([](Network& network) { network.resumeReading(); });
