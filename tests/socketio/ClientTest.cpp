@@ -19,7 +19,7 @@
 #include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 #include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
-#include "VexIMLib/internal/SocketIO/Client/SocketIORecord.h"
+#include "VexIMLib/internal/SocketIO/Client/RecordedClient.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
 #include "support/Completions.h"

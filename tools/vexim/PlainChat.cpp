@@ -160,8 +160,8 @@ private:
         vexim::MainQueue::shared().after(kNamesTimeout, [this] { input_.go(); });
     }
 
-    /// Whether more may wait for their outcome. Without a connection nothing is held back: a command
-    /// may come that opens it again.
+    /// Whether more may wait for their outcome. Without a connection nothing is held back: a
+    /// command may come that opens it again.
     bool isBusy() const {
         return client_->status() == VXIMClientStatusOpened &&
                adding_ + unreported_.size() >= kMostUnreported;

@@ -11,7 +11,7 @@
 #include "VexIMLib/VXIMConstants.h"
 #include "VexIMLib/internal/Client/VXIMClientImpl.h"
 #include "VexIMLib/internal/Platform/Facts/EventNames.h"
-#include "VexIMLib/internal/SocketIO/Client/SocketIORecord.h"
+#include "VexIMLib/internal/SocketIO/Client/RecordedClient.h"
 
 VXIMClient::VXIMClient(vexim::Creation creation)
     : Object(creation),

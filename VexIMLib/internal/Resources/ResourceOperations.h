@@ -15,7 +15,7 @@
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMCompletions.h"
 #include "VexIMLib/VXIMMessage.h"
-#include "VexIMLib/internal/Resources/MakeErrors.h"
+#include "VexIMLib/internal/Resources/ResourceErrors.h"
 
 // What all operations of all resources share: how paths and queries are made, how an answer is
 // read, how an operation ends.

@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "VexIMLib/Foundation/NotificationCenter.h"
-#include "VexIMLib/internal/Foundation/Values/Stores.h"
+#include "VexIMLib/internal/Foundation/Values/Blocks.h"
 
 namespace vexim::detail {
 

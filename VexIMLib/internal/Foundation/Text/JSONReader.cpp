@@ -8,7 +8,7 @@
 #include "VexIMLib/internal/Foundation/Text/ASCII.h"
 #include "VexIMLib/internal/Foundation/Text/BoundedJSON.h"
 #include "VexIMLib/internal/Foundation/Text/Real.h"
-#include "VexIMLib/internal/Foundation/Values/Stores.h"
+#include "VexIMLib/internal/Foundation/Values/Blocks.h"
 
 // Boost.JSON's streaming parser calls a builder that keeps finished values on one stack. A
 // container's members are next to each other there, each key before its value, in the layout of its

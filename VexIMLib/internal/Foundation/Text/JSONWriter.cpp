@@ -11,7 +11,7 @@
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/internal/Foundation/Text/PlainText.h"
 #include "VexIMLib/internal/Foundation/Text/UTF8.h"
-#include "VexIMLib/internal/Foundation/Values/Stores.h"
+#include "VexIMLib/internal/Foundation/Values/Blocks.h"
 
 namespace vexim {
 

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/internal/Foundation/Threads/MainQueueLine.h"
+#include "VexIMLib/internal/Foundation/Threads/MainQueueEntries.h"
 #include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 #include "VexIMLib/internal/Foundation/Threads/WakePipe.h"
 

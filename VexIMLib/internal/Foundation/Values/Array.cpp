@@ -7,8 +7,8 @@
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/internal/Foundation/Text/Description.h"
+#include "VexIMLib/internal/Foundation/Values/Blocks.h"
 #include "VexIMLib/internal/Foundation/Values/Nil.h"
-#include "VexIMLib/internal/Foundation/Values/Stores.h"
 
 namespace vexim {
 

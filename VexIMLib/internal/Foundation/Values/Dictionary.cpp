@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/internal/Foundation/Values/Blocks.h"
 #include "VexIMLib/internal/Foundation/Values/Nil.h"
-#include "VexIMLib/internal/Foundation/Values/Stores.h"
 
 namespace vexim {
 

@@ -3,7 +3,7 @@
 #include <random>
 #include <utility>
 
-#include "VexIMLib/internal/Foundation/Values/Stores.h"
+#include "VexIMLib/internal/Foundation/Values/Blocks.h"
 
 namespace vexim::detail {
 

@@ -8,8 +8,8 @@
 #include "VexIMLib/Foundation/Object.h"
 #include "VexIMLib/Foundation/Scalars.h"
 #include "VexIMLib/internal/Foundation/Text/Description.h"
+#include "VexIMLib/internal/Foundation/Values/Blocks.h"
 #include "VexIMLib/internal/Foundation/Values/Nil.h"
-#include "VexIMLib/internal/Foundation/Values/Stores.h"
 
 namespace vexim {
 

@@ -5,8 +5,8 @@
 
 #include "VexIMLib/Foundation/Log.h"
 #include "VexIMLib/internal/SocketIO/Client/LinkKeeper.h"
+#include "VexIMLib/internal/SocketIO/Client/RecordedClient.h"
 #include "VexIMLib/internal/SocketIO/Client/SocketIOCore.h"
-#include "VexIMLib/internal/SocketIO/Client/SocketIORecord.h"
 
 namespace vexim {
 namespace {

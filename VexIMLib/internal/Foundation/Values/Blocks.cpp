@@ -1,4 +1,4 @@
-#include "VexIMLib/internal/Foundation/Values/Stores.h"
+#include "VexIMLib/internal/Foundation/Values/Blocks.h"
 
 #include <cstring>
 #include <new>

@@ -1,4 +1,4 @@
-#include "VexIMLib/internal/Resources/MakeErrors.h"
+#include "VexIMLib/internal/Resources/ResourceErrors.h"
 
 #include <utility>
 
