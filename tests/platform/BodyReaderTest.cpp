@@ -194,9 +194,10 @@ TEST(BodyReader, WaitingTakesNoThread) {
 TEST(BodyReader, FourBlockedBodiesLetAFifthThrough) {
     auto& pool = newPool(1ms);
     const auto blocked = begin(ReaderPool::kReaders, pool, Before::Release);
+    for (const auto& upload : blocked)
+        EXPECT_TRUE(spinUntil([&] { return upload->body->isBlocked.load(); }));
     const auto others = begin(20, pool, Before::Nothing);
     EXPECT_TRUE(spinUntil([&] { return areDone(others); }));
-    EXPECT_GT(pool.threadCount(), ReaderPool::kReaders);
     for (const auto& upload : blocked) upload->body->release();
     EXPECT_TRUE(
         spinUntil([&] { return areDone(blocked) && pool.threadCount() <= ReaderPool::kReaders; }));
