@@ -80,6 +80,11 @@ TEST(Proxy, IsWhatTheEnvironmentNames) {
         {"TLS", true, "h", {{"http_proxy", "http://a"}, {"HTTPS_PROXY", "b:8080"}}, "b:8080 "},
         {"for all", true, "h", {{"all_proxy", "p:1"}}, "p:1 "},
         {"credentials", true, "h", {{"https_proxy", "http://us%40er:p%3Aw@p:1"}}, "p:1 us@er:p:w"},
+        {"a percent sign in a password",
+         true,
+         "h",
+         {{"https_proxy", "u:5%2525@p:1"}},
+         "p:1 u:5%25"},
         {"without a port", true, "h", {{"https_proxy", "http://p"}}, "p:1080 "},
         {"a kind we do not speak", true, "h", {{"https_proxy", "socks5://p:1"}}, ":0 "},
         {"nor pass by where all is asked for", false, "h", {{"all_proxy", "https://p:1"}}, ":0 "},
@@ -244,6 +249,10 @@ TEST(OpenPacket, AllowsAtLeastWhatMemoryHoldsWhereABodyMayBeLarger) {
         R"({"sid":"s","pingInterval":25000,"pingTimeout":20000,"maxPayload":4294967296})");
     ASSERT_TRUE(open);
     EXPECT_GE(open->maxPayload, std::size_t{1} << 30);
+    const auto unlimited =
+        parseOpenPacket(R"({"sid":"s","pingInterval":25000,"pingTimeout":20000,"maxPayload":0})");
+    ASSERT_TRUE(unlimited);
+    EXPECT_EQ(unlimited->maxPayload, std::nullopt);
 }
 
 TEST(Options, NeverDowngradeASecureUrl) {

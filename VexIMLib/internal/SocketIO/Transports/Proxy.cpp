@@ -54,8 +54,8 @@ std::optional<ProxyServer> proxyFor(bool isSecure, std::string_view host, std::u
     // libcurl uses port 1080 if there is none.
     ProxyServer proxy{url->host(), url->port().value_or(1080), std::nullopt, {}};
     if (url->user()) {
-        proxy.user = percentDecode(*url->user());
-        proxy.password = percentDecode(url->password().value_or(""));
+        proxy.user = *url->user();
+        proxy.password = url->password().value_or("");
     }
     return proxy;
 }
