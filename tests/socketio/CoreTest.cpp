@@ -133,6 +133,7 @@ TEST(SendQueue, KeepsItsBoundsHoweverOftenItIsDrained) {
         }
     }
     EXPECT_EQ(queue.add(packetOf(1001)), EmitFault::Oversize);
+    EXPECT_EQ(queue.add({"x", {Data(std::string(1000, 'x'))}}), EmitFault::Oversize);
     queue.setServerLimit(50);
     EXPECT_EQ(queue.add({std::string(51, 'x'), {}}), EmitFault::TooLarge);
     EXPECT_EQ(queue.add({"x", {Data("x"), Data(std::string(51, 'x'))}}), EmitFault::TooLarge);
@@ -362,6 +363,36 @@ TEST_F(CoreTest, PausesReadingUntilHalfIsDelivered) {
     clock->time += 10ms;
     core->expireAcks();
     EXPECT_EQ(take(), (Lines{"message 1", "message 2", "message 3", "message 4", "late 3"}));
+}
+
+TEST_F(CoreTest, EndsAPauseWithItsConnection) {
+    core->joinNamespace("a,b?x=y");
+    EXPECT_EQ(core->nsp(), "/ab") << "a comma would end it in a packet";
+    const auto epoch = join();
+    std::vector<Delivery::Item> turn{event(1), event(2), event(3), event(4)};
+    core->deliver(epoch, turn);
+    EXPECT_TRUE(core->endTurn(epoch, true).pauses);
+    core->disconnect();
+    EXPECT_FALSE(core->isReadingPaused());
+    join();
+    core->emitWithAck("ask", {}, 10ms, note("late"));
+    EXPECT_EQ(core->expireAcks(), clock->time + 10ms);
+    clock->time += 10ms;
+    core->expireAcks();
+    EXPECT_EQ(take().back(), "late 3");
+}
+
+TEST(EventHandlers, CallNoneThatAnEarlierOneHasRemovedByName) {
+    EventHandlers handlers;
+    int calls = 0;
+    for (int i = 0; i < 2; ++i) {
+        handlers.add("event", [&](const Array&, const AckEmitter&) {
+            ++calls;
+            handlers.remove("event");
+        });
+    }
+    handlers.call("event", {}, {});
+    EXPECT_EQ(calls, 1);
 }
 
 }  // namespace
