@@ -30,6 +30,7 @@ public:
     Dictionary options;
     std::vector<std::pair<std::string, Array>> emitted;
     std::vector<std::string> eventsListenedTo;
+    int connects = 0;
     ErrorPtr refusal;  // the result of an emit while connected
 
     // The server's side.
@@ -59,6 +60,7 @@ public:
     }
     std::string nsp() const override { return nsp_; }
     void connect() override {
+        ++connects;
         if (status_ < SocketIOStatusConnecting) status_ = SocketIOStatusConnecting;
     }
     void disconnect() override {

@@ -1,8 +1,10 @@
 #include <functional>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/UntoldError.h"
 #include "VexIMLib/Testing/ManualClock.h"
 #include "client/ClientFixture.h"
 #include "support/LogCapture.h"
@@ -59,12 +61,13 @@ TEST_F(Messages, AreRefusedWithoutAReceiverOrAConnection) {
                                 description = error->localizedDescription();
                             }));
         EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
+        EXPECT_EQ(std::exchange(description, ""), "") << "not on the caller's turn";
         settle();
     };
     auto addressed = VXIMMessage::messageWithText("hi");
     addressed->receiver()->setUserId("u2");
     send(addressed);
-    EXPECT_EQ(description, noConnection) << "nobody is logged in";
+    EXPECT_EQ(std::exchange(description, ""), noConnection) << "nobody is logged in";
 
     login();
     for (auto type : {VXIMMessageTargetTypeAllUsers, VXIMMessageTargetTypeSystem,
@@ -72,12 +75,13 @@ TEST_F(Messages, AreRefusedWithoutAReceiverOrAConnection) {
         auto message = VXIMMessage::messageWithText("hi");
         message->receiver()->setType(type);
         send(message);
-        EXPECT_EQ(description, noReceiver) << type;
+        EXPECT_EQ(std::exchange(description, ""), noReceiver) << type;
     }
     client->pause();
     settle();
     send(VXIMMessage::messageWithText("hi"));
-    EXPECT_EQ(description, noConnection) << "the second check runs even when the first failed";
+    EXPECT_EQ(std::exchange(description, ""), noConnection)
+        << "the second check runs even when the first failed";
     send(addressed);
     EXPECT_EQ(description, noConnection);
     EXPECT_EQ(takeEmitted(), Lines());
@@ -92,6 +96,8 @@ TEST_F(Messages, RaiseForTheCallersMistakes) {
         {"no message", [&] { client->sendMessage(nullptr, {}); }},
         {"no message for a friend", [&] { client->sendMessageToFriend(nullptr, "u2", {}); }},
         {"no friend", [&] { client->sendMessageToFriend(text(), nullptr, {}); }},
+        {"a friend whose id is null",
+         [&] { client->sendMessageToFriend(text(), Value::null(), {}); }},
         {"no group", [&] { client->sendMessageToGroup(text(), nullptr, {}); }},
         {"no room", [&] { client->sendMessageToRoom(text(), nullptr, {}); }},
         {"a kind without its id", [&] { client->sendMessage(noReceiversId, {}); }},
@@ -205,20 +211,36 @@ TEST_F(Messages, WithAnAttachmentUploadItFirst) {
     service.answerWith(400, R"({"errorCode":7,"errorMessage":"no"})");
     auto failing = VXIMMessage::messageWithImageFileAtPath(image->attachmentPath());
     done = false;
-    client->sendMessageToFriend(
-        failing, "u2",
-        once([&](bool succeeded, const vexim::ErrorPtr& error) { done = succeeded && !error; }));
+    client->sendMessageToFriend(failing, "u2",
+                                once([&](bool succeeded, const vexim::ErrorPtr& error) {
+                                    const auto untold = vexim::UntoldError::current();
+                                    done = succeeded && !error && untold && untold->code() == 7;
+                                }));
     ASSERT_TRUE(eventually([&] { return done; })) << "a failed upload counts as a success, but";
     EXPECT_EQ(failing->status(), VXIMMessageStatusFailed);
     EXPECT_TRUE(failing->error() && failing->error()->code() == 7) << "the message knows why";
     failing->setStatus(VXIMMessageStatusSending);
     EXPECT_FALSE(failing->error());
+
+    service.answerWith(200, R"(["http://files/1"])");
+    int reports = 0;
+    const auto transfer = VXIMTransfer::transfer();
+    const auto stop = [&](std::int32_t) {
+        ++reports;
+        transfer->cancel();
+    };
+    failing->receiver()->setUserId("u2");
+    client->sendMessage(failing, stop, journal->completion("cancelled"), transfer);
+    Lines heard;
+    ASSERT_TRUE(eventually([&] { return !(heard = journal->take()).empty(); }));
+    EXPECT_EQ(heard, Lines{"cancelled no, NSURLErrorDomain -999"});
+    EXPECT_GT(reports, 0);
 }
 
 TEST_F(Messages, ForwardAReceivedAttachmentWithoutAnUpload) {
     login();
     auto received = VXIMMessage::initWithPayloadDictionary(dictionaryFrom(
-        R"({"from":{"id":"u9","type":0},"to":{"id":"u1","type":0},"content":{"media":1,"body":"http://a"}})"));
+        R"({"from":{"id":"u9","type":0},"to":{"id":"g1","type":1},"content":{"media":1,"body":"http://a"}})"));
     LogCapture log;
     std::thread([&] {
         client->sendMessageToFriend(received, "u2", journal->completion("send"));
@@ -227,7 +249,7 @@ TEST_F(Messages, ForwardAReceivedAttachmentWithoutAnUpload) {
     settle();
     EXPECT_EQ(journal->take(), Lines{"send yes"});
     EXPECT_EQ(log.lines(), Lines{"No attachment to upload"});
-    EXPECT_EQ(socket().emitted.at(0).second.get(0).get("to").get("id").description(), "u2");
+    EXPECT_EQ(json(socket().emitted.at(0).second.get(0).get("to")), R"({"id":"u2","type":0})");
     EXPECT_EQ(service.takeRequests(), Lines());
 }
 
@@ -274,6 +296,15 @@ TEST_F(Messages, OfTheSystemTellTheServicesError) {
             done = true;
         }));
     ASSERT_TRUE(eventually([&] { return done; }));
+    EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
+}
+
+TEST_F(Messages, OfTheSystemThatAreNoJSONFailInsteadOfRaising) {
+    auto message = VXIMMessage::messageWithText("hi");
+    message->payload().set("x", vexim::Data("x"));
+    client->sendSystemMessageToUser(message, "u2", journal->completion("send"));
+    EXPECT_NO_THROW(settle());
+    EXPECT_EQ(journal->take(), Lines{"send no, VXIMErrorDomain 1"});
     EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
 }
 

@@ -7,7 +7,9 @@
 #include <utility>
 
 #include "VexIMLib/Testing/FakeService.h"
+#include "VexIMLib/Testing/ManualClock.h"
 #include "VexIMLib/VXIMConstants.h"
+#include "VexIMLib/internal/Platform/Facts/EventRecord.h"
 #include "client/ClientFixture.h"
 
 using namespace vexim::testing;
@@ -73,6 +75,7 @@ TEST_F(SessionRaces, ResumingAConnectionThatStandsEndsInOpened) {
     client->resume();
     settle();
     EXPECT_EQ(state(), "1 offline") << "the login is not answered yet";
+    EXPECT_EQ(socket().connects, 2) << "the connection may be closing";
     for (const auto& [why, act] : moments) {
         login();
         act();
@@ -141,8 +144,7 @@ TEST_F(SessionRaces, TwoPausesAreToldOnce) {
     settle();
     EXPECT_EQ(journal->take(), Lines{"didDisconnect at 3"});
     for (const char* between : {"a resume", "a login"}) {
-        if (std::string_view(between) == "a login") login();
-        client->resume();
+        std::string_view(between) == "a login" ? login() : client->resume();
         settle();
         if (socket().status() != vexim::SocketIOStatusConnected) socket().accept();
         socket().drop();
@@ -231,6 +233,18 @@ TEST_F(SessionRaces, ALoginThatOvertakesALogoutStays) {
     }
 }
 
+TEST_F(SessionRaces, ALoginThatOvertakesALogoutLeavesNothingBehind) {
+    service.configuration()->setInstallationId("");
+    login();
+    client->logoutWithCompletion({});
+    vexim::MainQueue::shared().drain();
+    client->loginWithUserId("u2", {});
+    settle();
+    const std::weak_ptr<VXIMClient> released = client;
+    client = nullptr;
+    EXPECT_TRUE(released.expired()) << "nobody waits for the old connection any more";
+}
+
 TEST_F(SessionRaces, BothOfTwoLogoutsAreAnswered) {
     login();
     service.answerWith(400, R"({"errorCode":7,"errorMessage":"no"})");
@@ -257,6 +271,38 @@ TEST_F(SessionRaces, BothOfTwoLogoutsAreAnswered) {
                   (Lines{"didDisconnect at 6", "didLogout at 6", "logout yes", "logout yes"}));
         EXPECT_EQ(state(), "6 nobody no socket");
     }
+}
+
+TEST_F(SessionRaces, EachChangeOfTheStatusIsToldOnceAndAsItWas) {
+    Lines heard;
+    const auto observer = std::make_shared<int>();
+    vexim::NotificationCenter::defaultCenter().addObserver(
+        observer, VXIMClientDidChangeStatusNotification, client.get(),
+        [&](const vexim::Notification& notification) {
+            heard.push_back(notification.userInfo->get("status").description());
+        });
+    client->resume();
+    client->resume();
+    client->logoutWithCompletion({});
+    settle();
+    EXPECT_EQ(heard, (Lines{"4", "5"}));
+
+    static double epoch = 1'300'000'000;  // one for each time, as requests have one record for all
+    epoch += 1000;
+    ManualClock clock(epoch);
+    std::string told;
+    for (int i = 0; i < 2; ++i) {
+        vexim::EventRecord::ofRequests().add("asked");
+        clock.advance(std::chrono::seconds(1));
+        i == 0 ? client->resume() : client->pause();
+        settle();
+        clock.advance(std::chrono::seconds(1));
+    }
+    for (const auto& event : client->diagnose().events()) {
+        if (event.time >= epoch && event.time < epoch + 1000) told += event.name + " ";
+    }
+    EXPECT_EQ(told, "asked status asked ") << "by time, whoever recorded it";
+    EXPECT_TRUE(client->offlineTemporally()) << "a pause counts before there is a connection";
 }
 
 TEST_F(SessionRaces, WhoHearsOfTheStatusMayCallTheClientAndRunTheQueue) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "VexIMLib/Foundation/Exception.h"
+#include "VexIMLib/Foundation/FailureListener.h"
 #include "client/ClientFixture.h"
 
 using namespace vexim::testing;
@@ -82,6 +83,64 @@ TEST_F(SessionSeams, ARefusedLoginIsAtOpeningWhateverCameBefore) {
         socket().accept();
     };
     EXPECT_EQ(heardAfter(resumedEarly), Lines()) << "a first login";
+}
+
+TEST_F(SessionSeams, TellsWhoAwaitsALoginThatNoAnswerCanComeAnyMore) {
+    const auto fails = [&](vexim::Array arguments) {
+        socket().send("error", std::move(arguments));
+    };
+    const struct {
+        const char* why;
+        std::function<void()> happens;
+        std::string told;
+    } cases[] = {
+        {"the connection is lost", [&] { socket().drop(); },
+         "VXIMConnectionErrorDomain 11: The connection was lost: transport close."},
+        {"it tries again",
+         [&] {
+             socket().drop();
+             socket().attemptReconnect();
+         },
+         ""},
+        {"a pause", [&] { client->pause(); }, ""},
+        {"an error of an event", [&] { fails({"boom"}); }, ""},
+        {"a drop after the answer",
+         [&] {
+             socket().send("login", {Dictionary{{"success", false}, {"error", 7}}});
+             settle();
+             socket().drop();
+         },
+         ""},
+    };
+    for (const auto& c : cases) {
+        std::string told;
+        {
+            const vexim::FailureListener listener([&](const vexim::ErrorPtr& cause) {
+                told += describe(cause) + ": " + cause->localizedDescription();
+            });
+            client->loginWithUserId("u1", {});
+        }
+        settle();
+        socket().accept();
+        settle();
+        c.happens();
+        settle();
+        EXPECT_EQ(told, c.told) << c.why;
+    }
+}
+
+TEST_F(SessionSeams, ALogoutInsideALoginsCompletionIsTheLastWord) {
+    service.configuration()->setInstallationId("");
+    client->loginWithUserId("u1", once([&](bool, const vexim::ErrorPtr&) {
+                                client->logoutWithCompletion({});
+                                settle();
+                            }));
+    settle();
+    socket().accept();
+    socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
+    settle();
+    EXPECT_EQ(state(), "6 nobody no socket");
+    EXPECT_EQ(journal->take(), (Lines{"didLogout at 6", "didDisconnect at 6"}));
 }
 
 TEST_F(SessionSeams, RefusesCredentialsThatServersWouldNotTake) {

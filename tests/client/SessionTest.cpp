@@ -17,6 +17,7 @@ class Session : public ClientTest {};
 
 TEST_F(Session, LoginsCarryTheirCredentials) {
     ManualClock clock(1450000000);
+    service.configuration()->dictionary().set("connectParams", Dictionary{{"own", 1}});
     // MD5 of "1450000000key", from another implementation.
     const std::string common =
         R"({"app":"app","sign":"0b8c19c14752af29fc6dace579afc437,1450000000",)";
@@ -53,12 +54,15 @@ TEST_F(Session, LoginsCarryTheirCredentials) {
             json(user->uid()) + " " + json(user->username()) + " " + json(user->phoneNumber()),
             c.user);
         settle();
-        EXPECT_EQ(socket().options.get("connectParams").get("auth").description(), c.auth);
+        const Value parameters = socket().options.get("connectParams");
+        EXPECT_EQ(parameters.get("auth").description(), c.auth);
+        EXPECT_EQ(parameters.asDictionary()->size(), 1U);
         EXPECT_EQ(socket().nsp(), "/chat");
         EXPECT_EQ(socket().url, service.configuration()->socketURL());
         EXPECT_EQ(state(), "1 offline");
     }
-    EXPECT_EQ(json(service.configuration()->dictionary()), R"({"forceWebsockets":true})")
+    EXPECT_EQ(json(service.configuration()->dictionary()),
+              R"({"forceWebsockets":true,"connectParams":{"own":1}})")
         << "a login changes no option";
     EXPECT_EQ(socket().eventsListenedTo,
               (Lines{"connect", "reconnect", "disconnect", "error", "login", "message", "yourself",

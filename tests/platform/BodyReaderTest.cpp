@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -30,7 +31,7 @@ public:
         return true;
     }
 
-    void open() override {}
+    void open() override { opened = true; }
     void close() override { closed = true; }
     std::int64_t read(std::uint8_t* buffer, std::size_t most) override {
         if (before_ == Before::Flood)
@@ -66,6 +67,7 @@ public:
     }
 
     std::atomic<int> given{0};
+    std::atomic<bool> opened{false};
     std::atomic<bool> closed{false};
     std::atomic<bool> isBlocked{false};
     std::atomic<bool> calledOnMain{false};
@@ -140,6 +142,16 @@ Uploads begin(std::size_t count, ReaderPool& pool, Before before) {
     return uploads;
 }
 
+/// Returns when the network thread has called what was due within 50 ms.
+void letTimersFire() {
+    std::promise<void> fired;
+    NetworkThread::shared().post([&fired] {
+        const auto timer = std::make_shared<NetworkTimer>();
+        timer->start(50ms, [&fired, timer] { fired.set_value(); });
+    });
+    fired.get_future().get();
+}
+
 bool areDone(const Uploads& uploads) {
     return std::all_of(uploads.begin(), uploads.end(),
                        [](const auto& each) { return each->ended && each->taken == "abc"; });
@@ -178,6 +190,7 @@ TEST(BodyReader, WaitingTakesNoThread) {
         const auto other = Upload::begin(pool, Before::Nothing);
         EXPECT_TRUE(spinUntil([&] { return other->ended.load(); }))
             << "the main queue stands still";
+        letTimersFire();
         for (const auto& upload : waiting) {
             EXPECT_FALSE(upload->ended);
             upload->cancel();
@@ -208,9 +221,12 @@ TEST(BodyReader, ABlockedBodyThatIsCancelledIsNotWaitedFor) {
     const auto blocked = begin(ReaderPool::kReaders, pool, Before::Release);
     for (const auto& upload : blocked)
         EXPECT_TRUE(spinUntil([&] { return upload->body->isBlocked.load(); }));
+    const auto unwanted = Upload::begin(pool, Before::Nothing);
+    unwanted->cancel();
     const auto other = Upload::begin(pool, Before::Nothing);
     for (const auto& upload : blocked) upload->cancel();
     EXPECT_TRUE(spinUntil([&] { return other->ended.load(); }));
+    EXPECT_FALSE(unwanted->body->opened);
     EXPECT_LE(pool.threadCount(), ReaderPool::kReaders);
     for (const auto& upload : blocked) {
         upload->body->release();
@@ -229,6 +245,8 @@ TEST(BodyReader, NoMoreThreadsThanItsBoundAreBlocked) {
         });
         return inside == std::int64_t{ReaderPool::kMostThreads};
     }));
+    letTimersFire();  // the pool looks every millisecond whether it may start one more
+    EXPECT_EQ(pool.threadCount(), ReaderPool::kMostThreads);
     for (const auto& upload : blocked) upload->body->release();
     EXPECT_TRUE(
         spinUntil([&] { return areDone(blocked) && pool.threadCount() <= ReaderPool::kReaders; }));

@@ -1,6 +1,7 @@
 // The process as a whole: its exit, its environment, a name server that does not answer.
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -73,6 +74,21 @@ void judgeExit() {
 TEST(ProcessDeathTest, ExitsWhateverIsPending) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(exitWithEverythingPending(), ::testing::ExitedWithCode(0), "");
+}
+
+TEST(ProcessDeathTest, AForkedChildWaitsForNoThread) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto body = [] {
+        std::atexit([] { ::_exit(LibraryThreads::processIsExiting() ? 2 : 0); });
+        std::atomic<bool> runs{false};
+        NetworkThread::shared().post([&] { runs = true; });
+        while (!runs) std::this_thread::yield();
+        const pid_t child = ::fork();
+        if (child == 0) std::exit(0);
+        int status = -1;
+        ::_exit(::waitpid(child, &status, 0) == child && status == 0 ? 0 : 1);
+    };
+    EXPECT_EXIT(body(), ::testing::ExitedWithCode(0), "");
 }
 
 TEST(ProcessDeathTest, GoesThroughTheEnvironmentsProxyButNotToItself) {

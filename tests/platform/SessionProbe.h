@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -125,6 +127,7 @@ private:
         return request;
     }
     void note(const TaskPtr& task, char call, const std::function<void(TaskStory&)>& change) {
+        EXPECT_TRUE(session->delegateQueue()->isCurrent()) << call;
         const std::lock_guard lock(mutex_);
         TaskStory& story = stories_[task->taskIdentifier()];
         if (story.calls.empty() || story.calls.back() != call || call == 'e' || call == 'h')

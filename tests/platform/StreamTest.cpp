@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <iterator>
@@ -57,10 +58,12 @@ TEST(Streams, FailToOpenWithAnErrorThatSaysWhy) {
         {InputStream::withFileAtPath(scratch / "none"), 260},
         {InputStream::withFileAtPath(scratch.path()), 256},
         {InputStream::withFileAtPath(scratch / "mine"), 257},
+        {InputStream::withFileAtPath(scratch / std::string(300, 'n')), 258},
         {InputStream::withURL(*URL::parse("http://a.example/")), URLErrorUnsupportedURL},
     };
     for (const auto& [stream, code] : inputs) {
         stream->open();
+        EXPECT_FALSE(stream->hasBytesAvailable()) << "known before the first read";
         std::uint8_t byte = 0;
         EXPECT_EQ(stream->read(&byte, 1), -1);
         EXPECT_EQ(stream->streamStatus(), StreamStatus::Error);
@@ -92,8 +95,12 @@ TEST(Streams, WriteToMemoryAndFiles) {
         << "one run is kept, not copied";
     memory->writeData(Data("second "));
     write(*memory, "third");
+    const std::string longRun(100'000, 'x');
+    memory->writeData(Data(longRun));
     memory->close();
-    EXPECT_EQ(memory->dataWrittenToMemory().view(), "first second third");
+    for (const std::string& late : {std::string("late"), longRun})
+        EXPECT_EQ(memory->writeData(Data(late)), -1) << "closed";
+    EXPECT_EQ(memory->dataWrittenToMemory().view(), "first second third" + longRun);
 
     for (const bool append : {false, true}) {
         const auto file = OutputStream::toFileAtPath(scratch / "out", append);
@@ -102,6 +109,39 @@ TEST(Streams, WriteToMemoryAndFiles) {
         file->close();
     }
     EXPECT_EQ(FileManager::contents(scratch / "out")->view(), "somemore");
+}
+
+TEST(Streams, TellThatReadingFailed) {
+    const auto stream = InputStream::withFileAtPath("/proc/self/mem");  // nothing is at address 0
+    stream->open();
+    std::uint8_t byte = 0;
+    EXPECT_EQ(stream->read(&byte, 1), -1);
+    ASSERT_TRUE(stream->streamError());
+    EXPECT_EQ(stream->streamError()->code(), 256);
+}
+
+TEST(Streams, GiveAFileAgainButNoPipe) {
+    const TemporaryFolder scratch;
+    const std::string pipe = scratch / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_FALSE(InputStream::withFileAtPath(pipe)->again()) << "what was read of it is gone";
+    EXPECT_TRUE(InputStream::withFileAtPath(scratch / "none")->again()) << "opening it says why";
+}
+
+TEST(FileManager, KeepsAPrivateFolderClosed) {
+    const TemporaryFolder scratch;
+    const std::string folder = scratch / "a/private";
+    EXPECT_EQ(FileManager::ensurePrivateDirectory(folder), nullptr);
+    std::filesystem::permissions(folder, std::filesystem::perms(0755));
+    EXPECT_EQ(FileManager::ensurePrivateDirectory(folder), nullptr);
+    EXPECT_EQ(std::filesystem::status(folder).permissions(), std::filesystem::perms(0700));
+    std::filesystem::create_directory_symlink(folder, scratch / "link");
+    EXPECT_NE(FileManager::ensurePrivateDirectory(scratch / "link"), nullptr);
+    ASSERT_EQ(FileManager::writeAtomically(Data("x"), scratch / "file"), nullptr);
+    EXPECT_NE(FileManager::ensurePrivateDirectory(scratch / "file"), nullptr);
+    EXPECT_EQ(appendPathComponent("a//", "/b"), "a/b");
+    const TemporaryFilesIn slashed("/a/b//");
+    EXPECT_EQ(temporaryDirectory(), "/a/b");
 }
 
 TEST(FileManager, CreatesReplacesAndRemoves) {

@@ -1,7 +1,11 @@
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <thread>
 
@@ -49,11 +53,21 @@ TEST(NetworkThread, RunsEveryPostInItsPostersOrder) {
     EXPECT_FALSE(NetworkThread::shared().isCurrent());
 }
 
+TEST(NetworkThread, LeavesSignalsToTheApplicationsThreads) {
+    sigset_t blocked;
+    onNetworkThread([&] { ::pthread_sigmask(SIG_BLOCK, nullptr, &blocked); });
+    for (const int signal : {SIGTERM, SIGPIPE}) EXPECT_TRUE(sigismember(&blocked, signal));
+    EXPECT_FALSE(sigismember(&blocked, SIGSEGV)) << "a fault of the thread's own";
+}
+
 TEST(NetworkTimer, CallsOnceWhatWasStartedLast) {
     std::promise<int> due;
     std::atomic<int> wrong{0};
-    std::unique_ptr<NetworkTimer> timer;
+    std::unique_ptr<NetworkTimer> timer, later;
     onNetworkThread([&] {
+        later = std::make_unique<NetworkTimer>();
+        later->start(0ns, [&] { ++wrong; });
+        later->start(1h, [&] { ++wrong; });
         NetworkTimer cancelled;
         cancelled.start(0ns, [&] { ++wrong; });
         {
@@ -67,10 +81,11 @@ TEST(NetworkTimer, CallsOnceWhatWasStartedLast) {
             timer->start(1ms, [&] { due.set_value(2); });  // from inside its own call
         });
         cancelled.cancel();
+        EXPECT_FALSE(cancelled.isPending());
         EXPECT_TRUE(timer->isPending());
     });
     EXPECT_EQ(due.get_future().get(), 2);
-    onNetworkThread([&] { timer.reset(); });
+    onNetworkThread([&] { timer = nullptr, later = nullptr; });
     EXPECT_EQ(wrong, 0);
 }
 
@@ -79,7 +94,12 @@ TEST(OperationQueue, RunsOneAtATimeAndOutlivesItsOwner) {
     std::atomic<int> running{0};
     std::atomic<int> overlaps{0};
     std::vector<int> order;
-    auto queue = OperationQueue::create("test");
+    auto queue = OperationQueue::create("a-name-of-30-bytes-is-cut-short");
+    queue->addOperation([&] {
+        char name[16] = {};
+        ::pthread_getname_np(::pthread_self(), name, sizeof name);
+        EXPECT_STREQ(name, "a-name-of-30-by");
+    });
     for (int i = 0; i < 100; ++i) {
         queue->addOperation([&, i] {
             if (++running > 1) ++overlaps;
@@ -114,6 +134,7 @@ TEST(OperationQueue, RunsOnTheCallersThreadOnlyWhereNothingIsBefore) {
         });
         order.push_back(0);
     });
+    EXPECT_FALSE(queue->isCurrent());
     std::promise<void> begun, release, done;
     queue->addOperation([&] {
         begun.set_value();
@@ -149,6 +170,34 @@ TEST(OperationQueue, RunsOnTheCallersThreadOnlyWhereNothingIsBefore) {
     for (auto& caller : callers) caller.join();
     EXPECT_TRUE(spinUntil([&] { return ran == 2000; }));
     EXPECT_EQ(overlaps, 0);
+}
+
+/// How many threads of this process have this name.
+std::ptrdiff_t threadsNamed(const std::string& name) {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return std::count_if(begin(threads), end(threads), [&](const auto& thread) {
+        std::string own;
+        return std::getline(std::ifstream(thread.path() / "comm"), own) && own == name;
+    });
+}
+
+TEST(OperationQueue, KeepsItsOrderAndNoThreadBehindIt) {
+    for (int i = 0; i < 200; ++i) {
+        const auto queue = OperationQueue::create("left-behind");
+        std::atomic<bool> isFirstDone{false};
+        std::promise<bool> secondRan;
+        queue->addOperation([&] { isFirstDone = true; });
+        queue->runOrAdd([&] { secondRan.set_value(isFirstDone); });
+        ASSERT_TRUE(secondRan.get_future().get()) << "nothing overtakes what is in line";
+    }
+    EXPECT_TRUE(spinUntil([] { return threadsNamed("left-behind") == 0; }));
+}
+
+TEST(HostResolver, KnowsTheNamesOfThisMachine) {
+    for (const char* own : {"localhost", "a.localhost", "127.0.0.1", "127.1.2.3", "::1"})
+        EXPECT_TRUE(isThisMachine(own)) << own;
+    for (const char* other : {"", "127.a.example", "1.127.0.0", "localhost.example", "::2"})
+        EXPECT_FALSE(isThisMachine(other)) << other;
 }
 
 TEST(HostResolver, AnswersOnTheNetworkThreadUnlessDropped) {

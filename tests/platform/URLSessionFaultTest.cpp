@@ -99,6 +99,7 @@ TEST(URLSessionFaults, EndsWithAClearErrorOrTheAnswer) {
         EXPECT_EQ(story.code(), each.code) << each.why << ": " << story.detail();
         EXPECT_EQ(story.body, each.body) << each.why;
         EXPECT_EQ(story.ends, 1) << each.why;
+        EXPECT_NE(story.status / 100, 1) << "an interim answer is none: " << each.why;
         if (story.error) {
             EXPECT_EQ(story.error->domain(), kURLErrorDomain);
             EXPECT_FALSE(story.error->localizedDescription().empty());
@@ -378,7 +379,10 @@ TEST(URLSessionFaults, TimesOutOnlyForSilence) {
     task->resume();
     EXPECT_TRUE(spinUntil([&] { return heard == 21; }));
     pass(clock, 1s);
-    EXPECT_EQ(hasty->waitForEnd(task).code(), URLErrorTimedOut) << "altogether";
+    const auto altogether = hasty->waitForEnd(task);
+    EXPECT_EQ(altogether.code(), URLErrorTimedOut);
+    ASSERT_TRUE(altogether.error);
+    EXPECT_EQ(altogether.error->info("NSDebugDescription"), "the task took too long");
 }
 
 TEST(URLSessionFaults, BoundsACompressedBomb) {

@@ -141,6 +141,13 @@ TEST(URLSessionUpload, SendsAStreamAsItIs) {
         EXPECT_LE(body->opened, 1);
         probe->onSent = nullptr;
     }
+    auto kept = SessionProbe::request(server.url());
+    kept.method = "POST";
+    kept.body = Data(pattern(100'000));
+    probe->load(kept);
+    const int before = server.connectionCount();
+    probe->load(upload(server.url(), stream("body"), 4));
+    EXPECT_EQ(server.connectionCount(), before + 1) << "an idle one may be closing";
 }
 
 TEST(URLSessionUpload, FailsWhenTheBodyIsNotWhatWasAnnounced) {
@@ -170,6 +177,11 @@ TEST(URLSessionUpload, FailsWhenTheBodyIsNotWhatWasAnnounced) {
         ASSERT_TRUE(story.error) << each.why;
         EXPECT_TRUE(story.error->is(each.domain, each.code)) << each.why << ": " << story.detail();
     }
+    const auto cached = stream(pattern(3'000'001));
+    cached->isCached = true;
+    EXPECT_EQ(probe->load(upload(server.url(), cached, 3'000'000)).code(),
+              URLErrorRequestBodyStreamExhausted)
+        << "a byte too many, whoever reads the last ones";
     EXPECT_EQ(whole, 0) << "the peer must not take any of them for the whole body";
 }
 
@@ -229,8 +241,10 @@ TEST(URLSessionUpload, GivesABodyAgainFromItsStartWhereItCan) {
     const auto probe = SessionProbe::make();
     for (const auto& body :
          {InputStream::withData(Data(content)), InputStream::withFileAtPath(path)}) {
-        EXPECT_TRUE(probe->load(upload(server.url("/redirect"), body, content.size())).body ==
-                    content);
+        const auto task = probe->session->dataTaskWithRequest(
+            upload(server.url("/redirect"), body, content.size()));
+        EXPECT_TRUE(probe->run(task).body == content);
+        EXPECT_EQ(task->countOfBytesSent(), static_cast<std::int64_t>(content.size()));
         EXPECT_TRUE(body->isClaimed());
         EXPECT_TRUE(probe->load(upload(server.url("/end"), body, content.size())).body == content)
             << "begun before";

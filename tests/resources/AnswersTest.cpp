@@ -101,6 +101,7 @@ TEST_F(Answers, AnErrorNamesWhatIsWrongWithAList) {
         {"user groups in detail", R"([{}])", "group"},
         {"user friends in detail", R"(["u1"])", "not a dictionary"},
         {"user fetch", R"({"friends":5})", "friends"},
+        {"user fetch", R"({"groups":null})", "groups"},
         {"user history", "{}", "history"},
         {"group history", "[5]", "not a dictionary"},
         {"group fetch", "[]", "not a dictionary"},

@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 #include <string_view>
 
 #include "VexIMLib/Testing/FakeService.h"
 #include "resources/Operations.h"
 #include "support/Eventually.h"
+#include "support/RecordingService.h"
 #include "support/TemporaryFolder.h"
 
 using namespace vexim::testing;
@@ -48,6 +50,33 @@ TEST(Download, SignsOnlyWhatGoesToTheService) {
     EXPECT_EQ(signatures(service), "yes yes yes yes ");
     EXPECT_EQ(signatures(stranger), "no no ");
     vxim_configuration = nullptr;
+}
+
+TEST(Attachment, IsOfAFileThatIsThere) {
+    const TemporaryFolder folder;
+    const std::string path = folder / "film";
+    EXPECT_FALSE(VXIMMessage::messageWithVideoFileAtPath(path));
+    EXPECT_FALSE(VXIMMessage::messageWithAudioFileAtPath(path)) << "not there yet";
+    std::ofstream(path) << "x";
+    EXPECT_EQ(VXIMMessage::messageWithAudioFileAtPath(path)->mediaType(),
+              VXIMMessageMediaTypeAudio);
+    EXPECT_EQ(VXIMMessage::messageWithVideoFileAtPath(path)->mediaType(),
+              VXIMMessageMediaTypeVideo);
+}
+
+TEST(Download, CanBeCancelled) {
+    RecordingService service;
+    auto message = VXIMMessage::init();
+    message->setMediaType(VXIMMessageMediaTypeImage);
+    message->setAttachmentUrl("/files/1");
+    const TemporaryFolder folder;
+    const auto transfer = VXIMTransfer::transfer();
+    transfer->cancel();
+    Outcome outcome;
+    message->downloadAttachment(folder / "file", {}, outcome.result(), transfer);
+    EXPECT_TRUE(eventually([&] { return outcome.hasEnded(); }));
+    EXPECT_EQ(outcome.text(), "nil, NSURLErrorDomain -999");
+    EXPECT_EQ(folder.count(), 0u);
 }
 
 TEST(Download, WithoutAnAttachmentFails) {

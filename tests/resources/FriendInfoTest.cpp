@@ -63,7 +63,7 @@ TEST(FriendInfo, MetadataWithoutARecentMessageKeepsTheOldOne) {
 TEST(FriendInfo, FollowsThePresenceOfItsFriendOnly) {
     auto first = VXIMFriendInfo::infoWithId("u7");
     auto second = VXIMFriendInfo::infoWithId("u7");
-    auto other = VXIMFriendInfo::infoWithId("u8");
+    auto other = VXIMFriendInfo::infoWithDictionary(Dictionary{{"id", "u8"}});
     auto nobody = VXIMFriendInfo::initWithDictionary({});
     auto empty = VXIMFriendInfo::infoWithId("");
     const auto online = [&] {

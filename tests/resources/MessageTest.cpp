@@ -63,6 +63,7 @@ TEST(Message, ParsesSenderAndReceiver) {
         {"a group's id that is null is none",
          R"({"from":{"id":"u1","type":1,"gid":null},"to":{"id":null,"type":1}})",
          "from 1 user u1, to 1: nil"},
+        {"a receiver of no kind", R"({"to":{"id":"u2","type":null}})", "from -1, to -1: nil"},
         {"text where objects belong", R"({"from":"u1","to":"u2","content":"hi"})",
          "from -1, to -1: nil"},
         {"lists where objects belong", R"({"from":[{"id":"u1"}],"to":[1],"content":[2]})",
@@ -87,10 +88,13 @@ TEST(Message, WritesTargetsIntoThePayloadAndKeepsTheRest) {
     EXPECT_EQ(json(message->dictionaryRepresentation().get("to")), R"({"id":"g1","type":1})");
     EXPECT_EQ(json(message->payload().get("to")), R"({"id":"g1","type":1})");
 
-    message->receiver()->setType(VXIMMessageTargetTypeUnknown);
     message->sender()->setType(VXIMMessageTargetTypeSystem);
-    EXPECT_EQ(json(message->dictionaryRepresentation().get("to")), R"({"id":"g1","type":1})")
-        << "an earlier target stays";
+    message->receiver()->setUserId("u3");
+    for (const std::int32_t type : {-3, -2, -1, 3}) {
+        message->receiver()->setType(static_cast<VXIMMessageTargetType>(type));
+        EXPECT_EQ(json(message->dictionaryRepresentation().get("to")), R"({"id":"g1","type":1})")
+            << "an earlier target stays";
+    }
     EXPECT_TRUE(message->isSystemMessage());
 }
 
@@ -204,14 +208,15 @@ TEST(Message, StagesAPictureWhereNobodyElseCanReadOrReplaceIt) {
     const TemporaryFolder elsewhere;
     const TemporaryFilesIn inShared(shared.path());
     const std::string staging = shared / "com.vexora.message.attachments";
-    const auto stage = [] {
-        return VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {1, 2, 3, 255}));
+    const auto stage = [](std::uint8_t red = 1) {
+        return VXIMMessage::messageWithImage(*vexim::Image::fromPixels(1, 1, {red, 2, 3, 255}));
     };
     const auto modeOf = [](const std::string& path) {
         struct stat status {};
         return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
     };
     const auto picture = stage();
+    EXPECT_NE(stage(2)->attachmentPath(), picture->attachmentPath());
     EXPECT_EQ(modeOf(staging), 0700u);
     EXPECT_EQ(modeOf(picture->attachmentPath().value()), 0600u);
     ::chmod(staging.c_str(), 0777);

@@ -4,6 +4,7 @@
 
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/VexIMLib.h"
+#include "VexIMLib/internal/Resources/ResourceErrors.h"
 #include "support/Describe.h"
 
 using namespace vexim::testing;
@@ -36,6 +37,7 @@ TEST(Resources, ReadTheirRecordsThroughTheirKeyPaths) {
     EXPECT_EQ(json(group->dictionaryRepresentation().get("attributes")), R"({"name":"changed"})");
     EXPECT_EQ(group->recentMessage()->text(), "hi");
     EXPECT_NE(group->recentMessage(), group->recentMessage());
+    EXPECT_FALSE(VXIMGroup::groupWithId("g2")->recentMessage());
 
     auto room = VXIMRoom::roomWithDictionary(
         dictionaryFrom(R"({"id":"r1","name":"top","ts":1450000000123})"));
@@ -85,6 +87,28 @@ TEST(Resources, KeyPathsOverWhatIsNoDictionary) {
         VXIMGroup::groupWithDictionary(dictionaryFrom(R"({"id":"g1","attributes":"text"})"));
     EXPECT_EQ(json(group->name()), "nil");
     EXPECT_THROW(group->setName("x"), vexim::Exception);
+}
+
+TEST(Resources, MakeErrorsThatSayWhatAnApplicationNeeds) {
+    using namespace vexim;
+    const auto cause = [](const char* reason) {
+        return Error::make("D", 1, Dictionary{{kLocalizedFailureReasonKey, reason}});
+    };
+    const Exception raised(kInvalidArgumentException, "the reason");
+    const std::pair<ErrorPtr, const char*> cases[] = {
+        {errors::disconnected(), "Message cannot send when connection disconnected"},
+        {errors::notTaken(cause("it is too long")), "Message cannot send: it is too long."},
+        {errors::connectionLost(nullptr), "The connection was lost."},
+        {errors::connectionLost("ping timeout"), "The connection was lost: ping timeout."},
+        {errors::connectionLost("It is over."), "The connection was lost: It is over."},
+        {errors::unusableAnswer(raised),
+         "The service's answer cannot be used: NSInvalidArgumentException: the reason"},
+        {errors::unsendable(raised), "Message cannot send: NSInvalidArgumentException: the reason"},
+    };
+    for (const auto& [error, words] : cases) EXPECT_EQ(error->localizedDescription(), words);
+    EXPECT_TRUE(errors::disconnected()->info(kTemporaryKey).boolValue());
+    const auto kept = cause("it is too long");
+    EXPECT_EQ(errors::notTaken(kept)->underlyingError(), kept);
 }
 
 class Visitor : public VXIMPassenger {
@@ -141,6 +165,8 @@ TEST(Query, CombinesItsParameters) {
              q.orderBySortDescriptor({std::nullopt, true});
          },
          R"({"_sort":"-b","_limit":"20","_skip":"0"})"},
+        {"a limit of 0 is one", [](VXIMQuery& q) { q.setLimit(0); },
+         R"({"_limit":"0","_skip":"0"})"},
         {"a limit of 0 is one", [](VXIMQuery& q) { q.setLimit(0); },
          R"({"_limit":"0","_skip":"0"})"},
         {"negative paging is left out",

@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "VexIMLib/Foundation/Exception.h"
@@ -74,6 +75,10 @@ TEST_F(Operations, SendWhatTheServiceExpects) {
         EXPECT_EQ(service.takeRequests(), std::vector{expected.at(operation.name)})
             << operation.name;
     }
+    Outcome outcome;
+    resources.passenger->updatePassengerAttributes({{"id", "other"}}, outcome.boolean());
+    ASSERT_TRUE(eventually([&] { return outcome.hasEnded(); }));
+    EXPECT_EQ(service.takeRequests(), std::vector<std::string>{R"(POST /passengers {"id":"p1"})"});
 }
 
 TEST_F(Operations, ReadTheAnswerAndBringLocalStateInLine) {
@@ -196,6 +201,10 @@ TEST_F(Operations, OnMembersThatAreNotKnownSucceed) {
         EXPECT_EQ(run(name).text(), "yes") << name;
     EXPECT_EQ(json(resources.room->members()), "nil") << "appending to no list gives none";
     EXPECT_EQ(json(resources.group->members()), R"(["u2","u3"])") << "a group always has one";
+    Outcome removed;
+    resources.group->removeMembers({"u2", "u3"}, removed.boolean());
+    ASSERT_TRUE(eventually([&] { return removed.hasEnded(); }));
+    EXPECT_EQ(json(resources.group->members()), "[]");
 }
 
 TEST_F(Operations, ConvertASingleAttribute) {
@@ -217,6 +226,7 @@ TEST_F(Operations, ConvertASingleAttribute) {
         {"\xff", "nil"},
         {"[1]", "[1]"},
         {R"({"a":1})", R"({"a":1})"},
+        {"\"\xff\"", "nil"},
         {R"("a\"b")", R"("a\\\"b")"},  // the backslash stays in the value
         {"9223372036854775807", "9223372036854775807"},
     };
@@ -290,6 +300,15 @@ TEST_F(Operations, OnAPassengerWithoutAnIdFailAtOnce) {
               "Cannot get history message with an empty passenger id");
     passenger->setPid("");
     passenger->fetchWithCompletion({});  // silent
+    Outcome elsewhere;
+    std::thread([&] { passenger->fetchWithCompletion(elsewhere.boolean()); }).join();
+    EXPECT_FALSE(elsewhere.hasEnded()) << "on the main thread only";
+    vexim::MainQueue::shared().drain();
+    EXPECT_EQ(elsewhere.text(), fetch.text());
+    passenger = VXIMPassenger::initWithDictionary({{"id", vexim::Value::null()}});
+    Outcome null;
+    passenger->fetchWithCompletion(null.boolean());
+    EXPECT_EQ(null.text(), fetch.text());
     EXPECT_EQ(service.takeRequests(), std::vector<std::string>());
 }
 
