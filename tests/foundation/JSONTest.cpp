@@ -226,7 +226,7 @@ TEST(JSON, PartsOfAShortTextOutliveTheRest) {
 TEST(JSON, BoundsDepthBothWays) {
     for (const auto& [open, close] : {std::pair("[", "]"), std::pair(R"({"a":)", "}")}) {
         auto text = [&, o = open, c = close](std::size_t depth) {
-            return repeated(o, depth - 1) + "[]" + repeated(c, depth - 1);
+            return repeated(o, depth - 1) + (*o == '[' ? "[]" : "{}") + repeated(c, depth - 1);
         };
         const auto deepest = parseJSON(text(kJSONMaxDepth));
         ASSERT_FALSE(deepest.error);

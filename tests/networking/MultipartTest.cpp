@@ -285,6 +285,12 @@ TEST_F(MultipartTest, APauseOfThrottlingCanBeInterrupted) {
     form->appendPartWithInputStream(noted, "n", "n", 3, "x/y");
     form->throttleBandwidthWithPacketSize(1000, 1e300);  // longer than a clock counts
     form->requestByFinalizingMultipartFormData();
+    const auto again = newForm();
+    again->appendPartWithFormData(Data("x"), "f");
+    again->throttleBandwidthWithPacketSize(1, 1e300);
+    again->bodyStream()->open();
+    std::uint8_t byte = 0;
+    EXPECT_GT(again->bodyStream()->readPiece(&byte, 1).rest, std::chrono::hours(1));
     std::atomic<bool> done{false};
     std::thread reader([&] {
         readAll(*form->bodyStream(), 1000);
