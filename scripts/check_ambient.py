@@ -35,6 +35,7 @@ CLOCK = {
     "Clock::shared": [
         # timers that use whatever clock is set, and what compares times with them
         "internal/Foundation/Threads", "internal/Platform/Threads/ClockTimer.h", "internal/Platform/Loading/URLLoad.cpp",
+        "internal/Platform/Loading/LoadRunner.cpp",
         "Loops/Asio.h", "C/internal/Session.cpp", "Store/internal/OutboxSending.cpp",
         # moments and durations that are written down
         "internal/Foundation/Values/Date.cpp", "internal/Platform/Facts/EventRecord.cpp", "internal/Networking/VXIMUtils.cpp",

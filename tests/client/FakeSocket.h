@@ -11,6 +11,7 @@
 #include "VexIMLib/Foundation/Exception.h"
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/SocketIOClient.h"
+#include "VexIMLib/internal/SocketIO/Protocol/Namespace.h"
 
 namespace vexim::testing {
 
@@ -54,10 +55,7 @@ public:
     bool hasHandlers() const { return !handlers_.empty(); }
 
     // SocketIOClient.
-    void joinNamespace(std::string_view nsp) override {
-        nsp_ = nsp.substr(0, nsp.find('?'));
-        if (!nsp_.starts_with('/')) nsp_.insert(0, "/");
-    }
+    void joinNamespace(std::string_view nsp) override { nsp_ = parseNamespace(nsp).name; }
     std::string nsp() const override { return nsp_; }
     void connect() override {
         ++connects;

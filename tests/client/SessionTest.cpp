@@ -229,7 +229,7 @@ TEST_F(Session, IgnoresAConnectOfAnotherNamespace) {
 }
 
 TEST_F(Session, ResumesInANamespaceWrittenLoosely) {
-    service.configuration()->setNsp("chat?x=y");
+    service.configuration()->setNsp("ch,at?x=y");
     login();
     client->pause();
     client->resume();

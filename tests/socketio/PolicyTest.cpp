@@ -14,6 +14,7 @@
 #include "VexIMLib/internal/SocketIO/Client/SocketIOOptions.h"
 #include "VexIMLib/internal/SocketIO/Protocol/CookieJar.h"
 #include "VexIMLib/internal/SocketIO/Protocol/FrameScanner.h"
+#include "VexIMLib/internal/SocketIO/Protocol/Namespace.h"
 #include "VexIMLib/internal/SocketIO/Protocol/OpenPacket.h"
 #include "VexIMLib/internal/SocketIO/Protocol/ReconnectPolicy.h"
 #include "VexIMLib/internal/SocketIO/Transports/Proxy.h"
@@ -253,6 +254,23 @@ TEST(OpenPacket, AllowsAtLeastWhatMemoryHoldsWhereABodyMayBeLarger) {
         parseOpenPacket(R"({"sid":"s","pingInterval":25000,"pingTimeout":20000,"maxPayload":0})");
     ASSERT_TRUE(unlimited);
     EXPECT_EQ(unlimited->maxPayload, std::nullopt);
+}
+
+TEST(Namespace, IsReadInTheFormOfPackets) {
+    const struct {
+        const char *why, *given, *name, *query;
+    } rows[] = {
+        {"nothing", "", "/", ""},
+        {"no slash", "chat", "/chat", ""},
+        {"a query", "/chat?a=1?b,c", "/chat", "a=1?b,c"},
+        {"only a query", "?a=1", "/", "a=1"},
+        {"a comma, which would end it", ",ch,at,", "/chat", ""},
+    };
+    for (const auto& row : rows) {
+        const auto parsed = parseNamespace(row.given);
+        EXPECT_EQ(parsed.name, row.name) << row.why;
+        EXPECT_EQ(parsed.query, row.query) << row.why;
+    }
 }
 
 TEST(Options, NeverDowngradeASecureUrl) {

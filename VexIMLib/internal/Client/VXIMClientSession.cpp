@@ -16,6 +16,7 @@
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
 #include "VexIMLib/internal/Platform/Facts/EventNames.h"
 #include "VexIMLib/internal/Resources/ResourceOperations.h"
+#include "VexIMLib/internal/SocketIO/Protocol/Namespace.h"
 
 using vexim::Array;
 using vexim::Dictionary;
@@ -35,13 +36,6 @@ Dictionary authDictionary(const VXIMClientConfiguration& config, const Dictionar
                     {"sign", VXIMUtils::signatureForClientKey(config.clientKey())}};
     auth.addEntries(credentials);
     return auth;
-}
-
-/// A namespace in the form that the connection reports: with a leading slash, without a query.
-std::string normalisedNamespace(const std::optional<std::string>& nsp) {
-    std::string name = nsp.value_or("");
-    name = name.substr(0, name.find('?'));
-    return name.starts_with('/') ? name : "/" + name;
 }
 
 ErrorPtr loginError(const Value& error) {
@@ -228,8 +222,8 @@ void VXIMClient::Impl::setupEventHandlers(vexim::SocketIOClient& socket) {
 void VXIMClient::Impl::socketDidConnect() {
     // The first connect after a login does not change the status: the "login" event does.
     const auto socket = socketio.get();
-    if (!socket || socket->nsp() != normalisedNamespace(config->nsp()) || !offlineTemporally)
-        return;
+    const auto wanted = vexim::parseNamespace(config->nsp().value_or("")).name;
+    if (!socket || socket->nsp() != wanted || !offlineTemporally) return;
     if (const auto user = currentUser.get()) user->setOnline(true);
     enter(VXIMClientStatusOpened);
 }

@@ -44,6 +44,8 @@ std::optional<std::uint64_t> announcedBodyLength(const URLRequest& request) {
     return static_cast<std::uint64_t>(*length);
 }
 
+/// It has more than 25 functions because libcurl calls back for each thing that happens, and each
+/// option has to fit the others.
 class HTTPExchange::Impl final : public CurlMulti::Exchange {
 public:
     Impl(Handler& handler, std::shared_ptr<const URLRequest> request,

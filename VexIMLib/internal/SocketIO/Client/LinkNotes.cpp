@@ -9,14 +9,26 @@
 
 namespace vexim {
 
-std::optional<LinkNote> noteOfTrip(const SessionEvent& what) {
+namespace {
+
+const char* nameOf(event::WebSocketFailed::Stage stage) {
     using Stage = event::WebSocketFailed::Stage;
+    switch (stage) {
+        case Stage::Resolve: return "resolve";
+        case Stage::Connect: return "connect";
+        case Stage::Tls: return "tls";
+        case Stage::Proxy: return "proxy";
+        case Stage::Handshake: return "handshake";
+        case Stage::Cut: return "cut";
+    }
+    return "unknown";
+}
+
+}  // namespace
+
+std::optional<LinkNote> noteOfTrip(const SessionEvent& what) {
     if (const auto* failed = std::get_if<event::WebSocketFailed>(&what)) {
-        constexpr const char* kStages[] = {"resolve", "connect",   "tls",
-                                           "proxy",   "handshake", "cut"};
-        static_assert(static_cast<int>(Stage::Cut) == 5);
-        Dictionary details{{"stage", kStages[static_cast<std::size_t>(failed->stage)]},
-                           {"reason", failed->reason}};
+        Dictionary details{{"stage", nameOf(failed->stage)}, {"reason", failed->reason}};
         if (failed->httpStatus != 0) details.set("status", failed->httpStatus);
         return LinkNote{events::kWebSocketFailed, std::move(details)};
     }

@@ -5,6 +5,7 @@
 
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/internal/SocketIO/Protocol/ConnectionError.h"
+#include "VexIMLib/internal/SocketIO/Protocol/Namespace.h"
 
 namespace vexim {
 namespace {
@@ -45,14 +46,10 @@ SocketIOCore::Section::~Section() {
 // The application's side
 
 void SocketIOCore::joinNamespace(std::string_view nsp) {
-    const auto question = nsp.find('?');
-    std::string name(nsp.substr(0, question));
-    if (!name.starts_with('/')) name.insert(0, "/");
-    // A comma would end the namespace in a packet.
-    name.erase(std::remove(name.begin(), name.end(), ','), name.end());
+    auto parsed = parseNamespace(nsp);
     const MutexLock lock(mutex_);
-    nsp_ = std::move(name);
-    nspQuery_ = question == std::string_view::npos ? "" : std::string(nsp.substr(question + 1));
+    nsp_ = std::move(parsed.name);
+    nspQuery_ = std::move(parsed.query);
 }
 
 std::string SocketIOCore::nsp() const {

@@ -10,6 +10,7 @@
 
 #include "VexIMLib/Foundation/JSON.h"
 #include "VexIMLib/internal/Foundation/Values/ByteCount.h"
+#include "VexIMLib/internal/Platform/Loading/HTTPHeaderFields.h"
 
 namespace vexim {
 namespace {
@@ -60,23 +61,13 @@ bool readConnectParams(const Value& value, Reading& reading) {
     return true;
 }
 
-bool isToken(std::string_view name) {
-    constexpr std::string_view kOthers = "!#$%&'*+-.^_`|~";  // RFC 9110, section 5.6.2
-    return !name.empty() && std::ranges::all_of(name, [&](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-               kOthers.find(c) != kOthers.npos;
-    });
-}
-
 bool readHeaders(const Value& value, Reading& reading) {
     const Dictionary* headers = value.asDictionary();
     if (!headers) return false;
     HeaderList list;
     for (const auto& [name, content] : *headers) {
         const auto line = content.asString();
-        if (!line || !isToken(name) ||
-            line->find_first_of(std::string_view("\r\n\0", 3)) != std::string::npos)
-            return false;
+        if (!line || !isHeaderName(name) || !isHeaderValue(*line)) return false;
         list.emplace_back(name, *line);
     }
     reading.options.transport.headers = std::move(list);

@@ -230,8 +230,7 @@ void EngineSession::decide(EngineRevision revision) {
     if (revision == EngineRevision::V3) {
         pingDue_ = now_ + open_.pingInterval;
     } else {
-        heartbeatDeadline_ = now_ + open_.pingInterval + open_.pingTimeout;
-        enginePings_.heard(now_, open_.pingInterval);
+        waitForNextPing();
     }
     if (joinIsOut) return;
     if (revision == EngineRevision::V4) {

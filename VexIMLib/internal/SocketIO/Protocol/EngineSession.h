@@ -272,6 +272,8 @@ private:
     void joined(const Packet* reply);
     void didReceivePing();
 
+    void waitForNextPing();
+    void waitForNudge();
     void sendPing();
     void readPortion();
     void readToTheEnd();

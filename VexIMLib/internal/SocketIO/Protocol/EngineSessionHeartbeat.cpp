@@ -25,9 +25,8 @@ constexpr int kPortionsInPatience = 4096;
 void EngineSession::didReceivePing() {
     if (phase_ == Phase::Detecting) decide(EngineRevision::V4);  // servers of revision 3 never ping
     if (revision_ != EngineRevision::V4) return;
-    heartbeatDeadline_ = now_ + open_.pingInterval + open_.pingTimeout;
+    waitForNextPing();
     nudgeDeadline_.reset();
-    enginePings_.heard(now_, open_.pingInterval);
     if (isPaused_) expectPing();
     // One pong answers all pings received so far. This bounds the memory if a server keeps sending
     // pings and accepts no POST.
@@ -44,6 +43,15 @@ void EngineSession::handle(const event::WebSocketPing&) {
 
 void EngineSession::handle(const event::WebSocketPong&) { nudgeDeadline_.reset(); }
 
+void EngineSession::waitForNextPing() {
+    heartbeatDeadline_ = now_ + open_.patience();
+    enginePings_.heard(now_, open_.pingInterval);
+}
+
+void EngineSession::waitForNudge() {
+    nudgeDeadline_ = now_ + std::min<std::chrono::milliseconds>(open_.pingTimeout, kNudgeTimeout);
+}
+
 void EngineSession::sendPing() {
     send("2");
     if (!heartbeatDeadline_) heartbeatDeadline_ = now_ + open_.pingTimeout;
@@ -53,9 +61,7 @@ void EngineSession::sendPing() {
 void EngineSession::handle(const event::Nudge&) {
     if (!isJoined() || phase_ == Phase::Draining) return;
     if (carrier_ == Carrier::WebSocket) {
-        if (!nudgeDeadline_)
-            nudgeDeadline_ =
-                now_ + std::min<std::chrono::milliseconds>(open_.pingTimeout, kNudgeTimeout);
+        if (!nudgeDeadline_) waitForNudge();
         addAction(action::PingWebSocket{});
     } else if (revision_ == EngineRevision::V3) {
         sendPing();
@@ -105,9 +111,7 @@ void EngineSession::handle(const event::Resume&) {
     wantsGet_ = false;
     if (heartbeatDeadline_)
         heartbeatDeadline_ = std::max(*heartbeatDeadline_, now_ + open_.pingTimeout);
-    if (nudgeDeadline_)
-        nudgeDeadline_ =
-            now_ + std::min<std::chrono::milliseconds>(open_.pingTimeout, kNudgeTimeout);
+    if (nudgeDeadline_) waitForNudge();
 }
 
 void EngineSession::expectPing() {

@@ -135,9 +135,8 @@ void EngineSession::addFollowUps() {
         wantsGet_ = false;
         getSentAt_ = now_;
         getDue_.reset();
-        const auto patience = phase_ == Phase::OpeningPolling
-                                  ? config_.connectTimeout
-                                  : open_.pingInterval + open_.pingTimeout;
+        const auto patience =
+            phase_ == Phase::OpeningPolling ? config_.connectTimeout : open_.patience();
         addAction(action::Get{target("polling"), patience + kGetSlack});
     }
     if (phase_ == Phase::OpeningPolling) return;

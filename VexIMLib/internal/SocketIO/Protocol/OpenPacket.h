@@ -14,6 +14,10 @@ struct OpenPacket {
     bool offersWebSocket = false;
     std::chrono::milliseconds pingInterval{25'000};
     std::chrono::milliseconds pingTimeout{20'000};
+    /// How long a server of revision 4 may be silent: until its next ping, and as much longer as it
+    /// waits for our answer.
+    std::chrono::milliseconds patience() const noexcept { return pingInterval + pingTimeout; }
+
     /// The longest message or polling body that the server accepts. Servers send it since 4.5.
     std::optional<std::size_t> maxPayload;
 
