@@ -25,6 +25,8 @@ enum class Outcome { Answer, Error };
 ///
 /// The total size is limited. Above the limit events are dropped and new requests refused; above
 /// four times the limit answers are dropped, too.
+///
+/// It has more than 25 functions because requests, answers and events share one limit and one lock.
 class Mailbox : public std::enable_shared_from_this<Mailbox> {
 public:
     /// Identifies a request; never 0.

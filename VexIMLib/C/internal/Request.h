@@ -32,6 +32,8 @@ public:
 /// table, and the completions to pass to the library. The completions keep it alive. If the last
 /// one is destroyed without being called, the answer is that the operation was abandoned. Main
 /// thread.
+///
+/// It has more than 25 functions: one for each type of argument, and one for each kind of answer.
 class Request : public std::enable_shared_from_this<Request> {
 public:
     Request(std::shared_ptr<Mailbox> mailbox, Mailbox::RequestId id, Dictionary arguments);

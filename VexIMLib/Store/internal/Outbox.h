@@ -20,6 +20,9 @@ namespace vexim::store {
 /// A message is stored as Sending before the client gets it, so a message that may have been sent
 /// never counts as unsent. Messages that were out when the connection was lost are looked up before
 /// they are sent again.
+///
+/// It has more than 25 functions because each step of a message's way has one, and all of them
+/// change the same queues.
 class Outbox : public std::enable_shared_from_this<Outbox> {
 public:
     struct Limits {

@@ -22,6 +22,8 @@ enum class StringEncoding : std::uint64_t { UTF8 = 4 };
 
 /// One part of a multipart body. It is a small state machine that reads its boundary, its headers,
 /// its contents and, for the last part, the final boundary, in pieces of any size.
+///
+/// It has more than 25 functions: most of them read or set one field.
 class VXIMAFHTTPBodyPart : public vexim::Object {
 public:
     using vexim::Object::Object;

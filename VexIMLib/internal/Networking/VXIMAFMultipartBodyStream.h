@@ -14,6 +14,8 @@
 
 /// A "multipart/form-data" body as an input stream over its parts; it is never assembled in memory.
 /// The parts' contents are opened and closed on the main thread, and `read` waits for that.
+///
+/// It has more than 25 functions because it is a list of parts and, with 13 overrides, a stream.
 class VXIMAFMultipartBodyStream : public vexim::InputStream {
 public:
     using vexim::InputStream::InputStream;

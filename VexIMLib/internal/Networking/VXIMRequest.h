@@ -40,6 +40,9 @@ using VXIMNewOutputStreamBlock =
 ///     request->sendWithCompletion([](vexim::Value result, vexim::ErrorPtr error) { … });
 ///
 /// Not locked: build it on one thread, and do not change it while it is being sent.
+///
+/// It has more than 25 functions: half of them read or set one part of the request, and each way to
+/// send it has one. Three files share them by job.
 class VXIMRequest : public vexim::Object {
 public:
     using vexim::Object::Object;

@@ -24,6 +24,9 @@ class Meter;
 /// One task's delegate: collects the body in memory, turns a status outside 2xx into an error and
 /// delivers the completion on the main queue. Everything but the factory and the setters runs on
 /// the session's delegate queue, one at a time.
+///
+/// It has more than 25 functions: half of them say what the task is for, and the session calls the
+/// others.
 class VXIMURLSessionDataDelegate : public vexim::Object {
 public:
     using vexim::Object::Object;

@@ -11,6 +11,8 @@ namespace chat {
 
 /// The line that is being typed, and those typed before. Positions never lie between a character
 /// and its combining marks.
+///
+/// It has more than 25 functions: one for each key that edits.
 class EditLine {
 public:
     /// Longer input than this is not taken.

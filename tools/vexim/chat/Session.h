@@ -24,6 +24,9 @@ VXIMConversationId conversationOf(const Address& address);
 ///
 /// What it starts must not outlive the program's run of the main queue: answers find it by its
 /// address.
+///
+/// It has more than 25 functions because each thing that the user can do has one, and so has each
+/// event of the delegate. Two files share them.
 class Session : public VXIMClientDelegate, public std::enable_shared_from_this<Session> {
 public:
     /// `failed` is called when the service does not accept the first login, or the store cannot be

@@ -44,6 +44,9 @@ using Any = std::variant<SentBody, Redirection, Response, Received, End>;
 
 /// One task on the network thread: its redirections, its timeouts, and passing the answer to the
 /// delegate queue. Public functions may be called from any thread unless they say otherwise.
+///
+/// It has more than 25 functions because each event of an exchange and each decision has one, and
+/// all of them depend on the same phase. `LoadRunner` has what loads share.
 class URLLoad final : public std::enable_shared_from_this<URLLoad>, private HTTPExchange::Handler {
 public:
     class Client {

@@ -20,6 +20,9 @@ namespace vexim {
 
 /// One connection from its first lookup to its end: a session, its transports and its timer.
 /// Network thread only.
+///
+/// It has more than 25 functions because the session's actions and the transports' reports have one
+/// each.
 class SocketIOLink final : private TransportListener {
 public:
     class Owner {
