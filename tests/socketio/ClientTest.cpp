@@ -2,6 +2,7 @@
 // and answers.
 #include "VexIMLib/SocketIOClient.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -13,6 +14,7 @@
 #include <functional>
 #include <future>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,13 @@ namespace {
 
 using namespace std::chrono_literals;
 using Lines = std::vector<std::string>;
+
+std::set<int> openDescriptors() {
+    std::set<int> all;
+    for (int each = 0; each < 1024; ++each)
+        if (::fcntl(each, F_GETFD) != -1) all.insert(each);
+    return all;
+}
 
 TEST(SocketIOClient, GivesAnErrorAloneWhenTheFirstConnectFails) {
     ManualClock clock;
@@ -74,11 +83,17 @@ TEST(SocketIOClient, ReachesAServerThatAcceptsLate) {
                                    {{"reconnects", false}, {"connectTimeout", 60}});
     Recorder heard;
     heard.listen(*client);
+    const auto before = openDescriptors();
     client->connect();
     for (int step = 0; step < 3; ++step) {  // the start, the lookup's answer, and what it queued
         std::promise<void> done;
         NetworkThread::shared().post([&] { done.set_value(); });
         done.get_future().wait();
+    }
+    for (const int descriptor : openDescriptors()) {
+        const bool isNew = before.count(descriptor) == 0;
+        EXPECT_TRUE(!isNew || (::fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0)
+            << "a child would inherit it";
     }
     ::close(::accept(listener, nullptr, nullptr));
     const int late = ::accept(listener, nullptr, nullptr);

@@ -1,5 +1,6 @@
 #include "VexIMLib/internal/SocketIO/Transports/Dialer.h"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -21,7 +22,10 @@ constexpr std::chrono::seconds kPerAddress{3};
 error_code beginConnecting(tcp::socket& socket, const tcp::endpoint& endpoint) {
     error_code error;
     socket.open(endpoint.protocol(), error);
-    if (!error) socket.non_blocking(true, error);
+    if (error) return error;
+    // Programs that the application starts do not inherit the connection.
+    ::fcntl(socket.native_handle(), F_SETFD, FD_CLOEXEC);
+    socket.non_blocking(true, error);
     if (!error &&
         ::connect(socket.native_handle(), endpoint.data(),
                   static_cast<socklen_t>(endpoint.size())) != 0 &&
