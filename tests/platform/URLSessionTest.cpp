@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "VexIMLib/Foundation/Exception.h"
-#include "VexIMLib/internal/Platform/Loading/Redirection.h"
 #include "platform/SessionProbe.h"
 #include "support/Eventually.h"
 #include "support/Gzip.h"
@@ -177,72 +176,6 @@ TEST(URLSession, DecodesCompressedAnswersUnlessAskedNotTo) {
     EXPECT_EQ(probe->load(own).body, gzip) << "who asks for it decodes it";
 }
 
-TEST(URLSession, LetsTheDelegateDecideAboutRedirections) {
-    struct Case {
-        const char* why;
-        int status;
-        const char* method;
-        const char* expected;  // method and body of the second request
-    };
-    const Case cases[] = {
-        {"303 is answered elsewhere", 303, "POST", "GET "},
-        {"302 turns a POST into a GET, as everyone does", 302, "POST", "GET "},
-        {"302 leaves other methods", 302, "PUT", "PUT body"},
-        {"307 keeps method and body", 307, "POST", "POST body"},
-        {"308 too", 308, "POST", "POST body"},
-        {"303 leaves a HEAD", 303, "HEAD", "HEAD body"},
-    };
-    for (const auto& each : cases) {
-        ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
-            if (request.target == "/b?x=1")
-                return ScriptedServer::text(200, request.method + " " + request.body);
-            return ScriptedServer::text(each.status, "gone", "Location: ../b?x=1\r\n");
-        }));
-        const auto probe = SessionProbe::make();
-        auto request = SessionProbe::request(server.url("/dir/a"));
-        request.method = each.method;
-        request.body = Data("body");
-        const auto task = probe->session->dataTaskWithRequest(request);
-        const auto story = probe->run(task);
-        EXPECT_EQ(story.body, each.expected) << each.why << story.detail();
-        EXPECT_EQ(story.calls.find('h'), 1u) << story.calls;
-        EXPECT_EQ(task->originalRequest()->url->path(), "/dir/a");
-        EXPECT_EQ(task->currentRequest()->url->path(), "/b");
-    }
-}
-
-TEST(URLSession, TakesARefusedRedirectionAsTheAnswer) {
-    // the whole answer is held back while the delegate is asked
-    for (const std::size_t length : {std::size_t{4}, std::size_t{3'000'000}}) {
-        ScriptedServer server(ScriptedServer::answering([&](const WireRequest&) {
-            return ScriptedServer::text(302, std::string(length, 'x'), "Location: /b\r\n");
-        }));
-        const auto probe = SessionProbe::make();
-        probe->onRedirection = [](auto&, auto&, auto handler) { handler(std::nullopt); };
-        const auto refused = probe->load(server.url());
-        EXPECT_EQ(refused.status, 302) << refused.detail();
-        EXPECT_EQ(refused.body.size(), length);
-
-        probe->onRedirection = [](auto&, auto&, auto) {};  // dropped without an answer
-        EXPECT_EQ(probe->load(server.url()).body.size(), length);
-    }
-}
-
-TEST(URLSession, FollowsARedirectionWhoseBodyDoesNotEnd) {
-    ScriptedServer server([](ScriptedServer::Connection& connection) {
-        const auto request = connection.readRequest();
-        if (!request) return;
-        if (request->target == "/end") {
-            connection.answer(200, "ok");
-            return;
-        }
-        connection.write("HTTP/1.1 302 Found\r\nLocation: /end\r\n\r\n" +
-                         std::string(100'000, 'x'));
-        connection.waitForClose();
-    });
-    EXPECT_EQ(SessionProbe::make()->load(server.url()).body, "ok");
-}
-
 TEST(URLSession, WaitsForNoBodyOfAHead) {
     ScriptedServer server([](ScriptedServer::Connection& connection) {
         connection.readRequest();
@@ -266,80 +199,6 @@ TEST(URLSession, LogsNothingOfWhatADelegateSaysAtTheEnd) {
     session->dataTaskWithRequest(SessionProbe::request("nonsense://x"))->resume();
     ASSERT_TRUE(spinUntil([&] { return !log.lines().empty(); }));
     EXPECT_EQ(log.lines()[0], "The delegate raised NSInvalidArgumentException at a task's end.");
-}
-
-TEST(URLSession, GivesUpAfterTwentyHops) {
-    std::atomic<int> requests{0};
-    ScriptedServer server(ScriptedServer::answering([&](const WireRequest&) {
-        ++requests;
-        return ScriptedServer::text(302, "", "Location: /again\r\n");
-    }));
-    const auto probe = SessionProbe::make();
-    EXPECT_EQ(probe->load(server.url()).code(), URLErrorHTTPTooManyRedirects);
-    EXPECT_EQ(requests, 21);
-}
-
-TEST(URLSession, DropsCredentialsOnTheWayToAnotherOrigin) {
-    URLRequest request;
-    request.url = URL::parse("https://a.example/");
-    request.headers = {{"Authorization", "secret"},
-                       {"Cookie", "secret"},
-                       {"Proxy-Authorization", "secret"},
-                       {"X-Key", "1"}};
-    const std::pair<const char*, bool> cases[] = {
-        {"/x", true},
-        {"https://A.example:443/x", true},  // its usual port, spelled out
-        {"https://b.example/x", false},
-        {"https://a.example:8443/x", false},
-        {"http://a.example/x", false},
-        {"https://a.example.b.example/x", false},
-    };
-    for (const auto& [location, isSame] : cases) {
-        const auto next = redirectedRequest(request, {*request.url, 307, {{"Location", location}}});
-        ASSERT_TRUE(next) << location;
-        const auto kept = isSame ? request.headers : HTTPHeaderFields{{"X-Key", "1"}};
-        EXPECT_EQ(next->headers, kept) << location;
-    }
-    request.method = "POST";
-    request.headers = {{"Content-Type", "a/b"}, {"X-Key", "1"}};
-    request.bodyStream = InputStream::withData(Data("body"));
-    const auto get = redirectedRequest(request, {*request.url, 302, {{"Location", "/x"}}});
-    EXPECT_FALSE(get->bodyStream);
-    EXPECT_EQ(get->headers, (HTTPHeaderFields{{"X-Key", "1"}})) << "no body, no type";
-    EXPECT_FALSE(redirectedRequest(request, {*request.url, 304, {{"Location", "/x"}}}));
-    EXPECT_FALSE(redirectedRequest(request, {*request.url, 302, {}}));
-}
-
-TEST(URLSession, GivesTheDelegateTimeToDecideButTheTaskNoMoreThanItMayTake) {
-    ScriptedServer server(ScriptedServer::answering([&](const WireRequest& request) {
-        if (request.target == "/aaa") return ScriptedServer::text(200, "end");
-        return ScriptedServer::text(302, "", "Location: " + request.target + "a\r\n");
-    }));
-    URLSessionConfiguration configuration;
-    configuration.timeoutForResource = 1h;
-    const struct {
-        std::chrono::minutes decision;  // of each of three redirections
-        std::int64_t code;
-    } cases[] = {{15min, 0}, {25min, URLErrorTimedOut}};
-    for (const auto& each : cases) {
-        SCOPED_TRACE(each.decision.count());
-        ManualClock clock;
-        const auto probe = SessionProbe::make(configuration);
-        std::atomic<int> asked{0};
-        probe->onRedirection = [&](auto&, const URLRequest& next, auto handler) {
-            MainQueue::shared().async([&, next, handler = std::move(handler)] {
-                pass(clock, each.decision);
-                handler(next);
-                ++asked;
-            });
-        };
-        const auto task = probe->task(server.url());
-        task->resume();
-        EXPECT_TRUE(eventually([&] { return asked == 3; }));
-        const auto story = probe->waitForEnd(task);
-        EXPECT_EQ(story.code(), each.code) << story.detail();
-        EXPECT_EQ(story.body, each.code ? "" : "end");
-    }
 }
 
 TEST(URLSession, WaitsForTheDelegateToAllowAResponse) {
@@ -410,48 +269,6 @@ TEST(URLSession, BoundsAnswersHeldInMemory) {
     configuration.maximumAnswerBytes = 300'000;
     EXPECT_EQ(SessionProbe::make(configuration)->load(server.url("/chunked")).body, body)
         << "just as much";
-}
-
-TEST(URLSession, PausesADownloadWhoseConsumerLags) {
-    constexpr std::size_t kTotal = 64 << 20;
-    ManualClock clock;
-    std::atomic<std::size_t> written{0};
-    ScriptedServer server([&](ScriptedServer::Connection& connection) {
-        connection.readRequest();
-        connection.write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kTotal) +
-                         "\r\n\r\n");
-        const std::string piece(1 << 20, 'x');
-        while (written < kTotal && connection.write(piece)) written += piece.size();
-    });
-    const auto probe = SessionProbe::make();
-    std::mutex gate;
-    gate.lock();
-    std::atomic<std::size_t> largestLead{0};
-    std::atomic<std::size_t> consumed{0};
-    probe->onData = [&](auto&, const Data& data) {
-        const std::lock_guard wait(gate);
-        // bytes that were just read may not be counted as written yet
-        const std::size_t sent = std::max<std::size_t>(written, consumed);
-        largestLead = std::max<std::size_t>(largestLead, sent - consumed);
-        consumed += data.size();
-    };
-    auto request = SessionProbe::request(server.url());
-    request.acceptsCompression = false;
-    const auto task = probe->session->dataTaskWithRequest(request);
-    task->setAnswerIsStreamed(true);
-    task->resume();
-    ScriptedServer quick(ScriptedServer::answering(
-        [](const WireRequest&) { return ScriptedServer::text(200, "ok"); }));
-    const auto otherProbe = SessionProbe::make();
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(otherProbe->load(quick.url()).status, 200) << "the network thread goes on";
-    // we cause the pause, so it may last long
-    EXPECT_TRUE(spinUntil([&] { return written > (4 << 20); }));
-    for (int i = 0; i < 3; ++i) pass(clock, 15s);
-    gate.unlock();
-    EXPECT_EQ(probe->waitForEnd(task).body.size(), kTotal) << probe->story(task).detail();
-    // One MiB on our side; the rest is in the system's socket buffers.
-    EXPECT_LT(largestLead, std::size_t{24} << 20);
 }
 
 TEST(URLSession, EndsACancelledTaskOnceWhereverItStands) {
