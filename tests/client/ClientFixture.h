@@ -157,4 +157,7 @@ protected:
     std::shared_ptr<VXIMClient> client;
 };
 
+class Messages : public ClientTest {};
+class Session : public ClientTest {};
+
 }  // namespace vexim::testing

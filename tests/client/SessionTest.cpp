@@ -13,8 +13,6 @@ using vexim::Value;
 
 namespace {
 
-class Session : public ClientTest {};
-
 TEST_F(Session, LoginsCarryTheirCredentials) {
     ManualClock clock(1450000000);
     service.configuration()->dictionary().set("connectParams", Dictionary{{"own", 1}});
@@ -356,61 +354,6 @@ TEST_F(Session, TheLastClientsConfigurationServesAllRequests) {
     EXPECT_EQ(other->config()->appId(), "other");
     EXPECT_EQ(client->config(), service.configuration());
     EXPECT_THROW(VXIMClient::clientWithConfiguration(nullptr), vexim::Exception);
-}
-
-TEST_F(Session, CanBeReleasedInAnyCallback) {
-    const std::pair<const char*, std::function<void()>> endings[] = {
-        {"in the login's completion",
-         [&] {
-             client->loginWithUserId("u1",
-                                     once([&](bool, const vexim::ErrorPtr&) { client = nullptr; }));
-             settle();
-             socket().accept();
-             socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
-         }},
-        {"with a login pending",
-         [&] {
-             client->loginWithUserId("u1", {});
-             settle();
-             client = nullptr;
-             socket().accept();
-             socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
-         }},
-        {"before a login has begun",
-         [&] {
-             client->loginWithUserId("u1", {});
-             client = nullptr;
-         }},
-        {"in the logout's completion",
-         [&] {
-             login();
-             bool done = false;
-             client->logoutWithCompletion(once([&](bool, const vexim::ErrorPtr&) {
-                 client = nullptr;
-                 done = true;
-             }));
-             ASSERT_TRUE(eventually([&] { return done; }));
-         }},
-        {"its delegate, in the delegate",
-         [&] {
-             login();
-             journal = nullptr;
-             socket().send("online", {"u2"});
-         }},
-    };
-    for (const auto& [why, end] : endings) {
-        SCOPED_TRACE(why);
-        journal = Journal::make();
-        client = newClient();
-        client->setDelegate(journal);
-        const std::weak_ptr<void> held[] = {client, journal};
-        end();
-        settle();
-        client = nullptr;
-        journal = nullptr;
-        for (const auto& each : held)
-            EXPECT_TRUE(eventuallyElsewhere([&] { return each.expired(); })) << "nobody keeps them";
-    }
 }
 
 TEST_F(Session, CanBeReadAndStartedFromAnyThread) {
