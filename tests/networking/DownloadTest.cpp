@@ -11,9 +11,7 @@
 #include "VexIMLib/VXIMTransfer.h"
 #include "VexIMLib/internal/Networking/DownloadFile.h"
 #include "VexIMLib/internal/Networking/NetworkingErrors.h"
-#include "VexIMLib/internal/Networking/ProgressReport.h"
 #include "VexIMLib/internal/Networking/VXIMRequest.h"
-#include "VexIMLib/internal/Networking/VXIMTransferStages.h"
 #include "VexIMLib/internal/Networking/VXIMUtils.h"
 #include "VexIMLib/internal/Platform/Files/FileManager.h"
 #include "VexIMLib/internal/Platform/Files/OutputStream.h"
@@ -379,26 +377,6 @@ TEST_F(DownloadTest, CancelledWithoutAHandleItSaysNothingAndLeavesNothing) {
         downloadTo(folder / "target", nullptr, transfer).starts_with("NSURLErrorDomain -999"))
         << "though the peer is silent";
     EXPECT_FALSE(transfer->cancel());
-}
-
-TEST(Transfer, TellsNothingAfterItsEndAndKeepsNothing) {
-    const auto held = std::make_shared<int>();
-    const auto transfer = VXIMTransfer::transfer();
-    const VXIMTransferStages stages(transfer);
-    int told = 0;
-    transfer->setProgress([&told, held](VXIMTransferProgress) { ++told; });
-    stages.report(1, 2);
-    EXPECT_TRUE(transfer->cancel());
-    stages.report(2, 2);
-    EXPECT_EQ(told, 1);
-    bool ended = false;
-    stages.enter([&ended] { ended = true; });
-    EXPECT_TRUE(ended) << "a stage that begins after the cancellation";
-    EXPECT_FALSE(stages.finish());
-    EXPECT_EQ(held.use_count(), 1);
-    transfer->setProgress([held](VXIMTransferProgress) {});
-    EXPECT_EQ(held.use_count(), 1) << "too late";
-    EXPECT_EQ(rest::percentage(5, 0), 0) << "of nothing";
 }
 
 }  // namespace

@@ -9,6 +9,10 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 #include "VexIMLib/Foundation/URL.h"
 #include "VexIMLib/VXIMClientConfiguration.h"
+#include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
+#include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
+#include "VexIMLib/internal/Networking/VXIMRequest.h"
+#include "VexIMLib/internal/Platform/Files/InputStream.h"
 #include "support/Completions.h"
 #include "support/Eventually.h"
 
@@ -100,4 +104,21 @@ std::string NetworkingTest::contentsOf(const fs::path& path) {
     std::ostringstream contents;
     contents << std::ifstream(path, std::ios::binary).rdbuf();
     return contents.str();
+}
+
+std::string RequestTest::get(const std::string& path) {
+    return outcomeOf([&](VXIMResultCompletion done) {
+        VXIMHTTPRequest::get(path, std::nullopt, std::move(done));
+    });
+}
+
+std::shared_ptr<VXIMRequest> smallForm() {
+    auto request = VXIMRequest::request();
+    request->setMethod("POST");
+    request->setPath("/attachment");
+    auto form =
+        VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
+    form->appendPartWithInputStream(vexim::InputStream::withData(vexim::Data("abc")), "f", "f", 3,
+                                    "x/y");
+    return form->requestByFinalizingMultipartFormData();
 }

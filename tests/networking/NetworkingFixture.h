@@ -18,6 +18,8 @@
 #include "support/ScriptedServer.h"
 #include "support/TemporaryFolder.h"
 
+class VXIMRequest;
+
 /// What a completion got, as one line: the result as JSON text, `bytes "…"`, or
 /// `domain code "description" temporary over domain code`.
 std::string describe(const vexim::Value& result, const vexim::ErrorPtr& error);
@@ -54,6 +56,15 @@ private:
     mutable std::mutex mutex_;
     std::vector<vexim::testing::WireRequest> requests_;
 };
+
+/// Requests of a path, without a file.
+class RequestTest : public NetworkingTest {
+protected:
+    std::string get(const std::string& path = "/thing");
+};
+
+/// A form for "/attachment" that holds three bytes.
+std::shared_ptr<VXIMRequest> smallForm();
 
 /// Bytes without a pattern, so that a shift or a swap is noticed. Always the same for the same
 /// size.

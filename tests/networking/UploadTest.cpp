@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <boost/asio.hpp>
-#include <cstdlib>
 #include <thread>
 
 #include "VexIMLib/Foundation/MainQueue.h"
-#include "VexIMLib/VXIMClientConfiguration.h"
 #include "VexIMLib/VXIMTransfer.h"
 #include "VexIMLib/internal/Networking/VXIMAFStreamingMultipartFormData.h"
 #include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
@@ -36,17 +33,6 @@ protected:
         });
     }
 };
-
-/// A form for "/attachment" that holds three bytes.
-std::shared_ptr<VXIMRequest> smallForm() {
-    auto request = VXIMRequest::request();
-    request->setMethod("POST");
-    request->setPath("/attachment");
-    auto form =
-        VXIMAFStreamingMultipartFormData::initWithURLRequest(request, vexim::StringEncoding::UTF8);
-    form->appendPartWithInputStream(InputStream::withData(Data("abc")), "f", "f", 3, "x/y");
-    return form->requestByFinalizingMultipartFormData();
-}
 
 /// Runs cpp-httplib's server, because we did not write its multipart parser.
 class ParsingServer {
@@ -387,27 +373,6 @@ TEST_F(UploadTest, AHandleCancelsItInThePauseBeforeARetry) {
             << "it does not even begin";
     });
     EXPECT_TRUE(outcome.starts_with("NSURLErrorDomain -999"));
-}
-
-// Does not use the fixture, because the process would leave its folder behind.
-TEST(UploadDeathTest, TheProcessEndsWhileABodyWaitsForTheMainThread) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            // a listener without a thread: the exit would have to wait for a thread
-            boost::asio::io_context context;
-            boost::asio::ip::tcp::acceptor listener(context,
-                                                    {boost::asio::ip::address_v4::loopback(), 0});
-            vxim_configuration = VXIMClientConfiguration::defaultConfiguration();
-            vxim_configuration->setSocketURL(
-                URL::parse("http://127.0.0.1:" + std::to_string(listener.local_endpoint().port())));
-            smallForm()->uploadWithNewBodyStreamBlock(nullptr, nullptr, nullptr);
-            auto peer = listener.accept();
-            std::string head;
-            boost::asio::read_until(peer, boost::asio::dynamic_buffer(head), "\r\n\r\n");
-            std::exit(0);
-        },
-        ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
