@@ -1,0 +1,124 @@
+// What peers can make the client hold in memory: little, whatever they send or leave unread.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+
+#include "socketio/WireFault.h"
+#include "support/PeakMemory.h"
+
+namespace vexim::testing {
+namespace {
+
+TEST(WireFaults, KeepNothingOfWhatASlowPeerHasRead) {
+    // The peer always leaves some pongs unread, so the client always has something to send.
+    const std::string pings = repeated(frame(std::string(125, 'p'), 0x89), 1 << 12);
+    constexpr int kRounds = PeakMemory::kIsSanitized ? 80 : 150;  // half a MiB each
+    std::atomic<bool> isThrough{false};
+    ScriptedServer server(joinedThen([&](Connection& connection) {
+        for (int i = 0; i < 4; ++i) connection.write(pings);
+        for (int i = 0; i < kRounds; ++i) {
+            std::size_t read = 0;
+            while (read < pings.size()) {
+                const auto some = connection.readSome(pings.size() - read);
+                if (some.empty()) return;
+                read += some.size();
+            }
+            connection.write(pings);
+        }
+        isThrough = true;
+        connection.waitForClose();
+    }));
+    const auto client =
+        SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}});
+    client->joinNamespace("/chat");
+    const PeakMemory peak;
+    client->connect();
+    EXPECT_TRUE(eventuallyElsewhere([&] { return isThrough.load(); }));
+    EXPECT_LT(peak.grownMiB(), 32) << "2 MiB wait, 40 MiB and more have gone";
+}
+
+TEST(WireFaults, BoundThePongsThatAPeerDoesNotRead) {
+    for (const auto& ping : {frame("", 0x89), frame(std::string(125, 'p'), 0x89), frame("2")}) {
+        const std::string many = repeated(ping, 1000);
+        const PeakMemory peak;
+        expectOutcome({"endless pings",
+                       {},
+                       joinedThen([&](Connection& connection) {
+                           while (connection.write(many)) continue;
+                       }),
+                       "disconnect The server has stopped reading."},
+                      {{"forceWebsockets", true}});
+        EXPECT_LT(peak.grownMiB(), 32) << ping.substr(0, 8);
+    }
+    // A long message that is being sent does not count as pongs.
+    const std::string message(20'000'000, 'x');
+    ScriptedServer server([&](Connection& connection) {
+        LivePeer peer(connection);
+        if (!peer.open(
+                R"(0{"sid":"s","pingInterval":25000,"pingTimeout":20000,"maxPayload":100000000})") ||
+            !peer.readText())
+            return;
+        peer.sendText(R"(40/chat,{"sid":"x"})");
+        std::size_t read = connection.readSome().size();
+        for (int i = 0; i < 100; ++i) connection.write(frame("2"));
+        while (read < message.size()) read += connection.readSome().size();
+        connection.write(frame(R"(42/chat,["message",1])"));
+        connection.waitForClose();
+    });
+    const auto client = makeClient(server.url());
+    Recorder heard;
+    heard.listen(*client);
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    client->emit("say", {message});
+    EXPECT_TRUE(heard.waitFor("message 1")) << heard.last();
+}
+
+TEST(WireFaults, KeepLittleOfAnAnswerWithoutEnd) {
+    struct Row {
+        const char* name;
+        std::string head;   // behind the status
+        std::string piece;  // repeated without end
+        const char* heardOverPolling;
+    };
+    const std::string some(64 * 1024, 'x');
+    const std::string chunked = "Transfer-Encoding: chunked\r\n\r\n";
+    constexpr const char* kTooLong = "error The server's answer is too long.";
+    const Row rows[] = {
+        {"a body", "\r\n", some, kTooLong},
+        {"a body of a terabyte", "Content-Length: 1099511627776\r\n\r\n", some, kTooLong},
+        {"chunks", chunked, "10000\r\n" + some + "\r\n", kTooLong},
+        {"a chunk's extension", chunked + "1;", some, "error The server did not answer in time."},
+        {"trailers", chunked + "0\r\n", "A: " + std::string(1000, 'x') + "\r\n", kTooLong},
+        {"headers", "", "A: " + std::string(1000, 'x') + "\r\n", kTooLong},
+        {"one header", "A: ", some, "error"},
+        {"interim answers", "\r\n", "HTTP/1.1 100 Continue\r\n\r\n", nullptr},
+    };
+    constexpr int kMost = PeakMemory::kIsSanitized ? 40 << 20 : 64 << 20;  // more than any limit
+    for (const auto& row : rows) {
+        for (const bool isPolling : {false, true}) {
+            const auto endless = [&](Connection& connection) {
+                connection.readRequest();
+                const int status = row.heardOverPolling == nullptr ? 100 : isPolling ? 200 : 403;
+                connection.write("HTTP/1.1 " + std::to_string(status) + " X\r\n" + row.head);
+                for (std::size_t sent = 0; sent < kMost && connection.write(row.piece);
+                     sent += row.piece.size())
+                    continue;
+                connection.waitForClose();
+            };
+            const std::string name = std::string(row.name) + (isPolling ? " over polling" : "");
+            const PeakMemory peak;
+            expectOutcome({name.c_str(),
+                           {{"connectTimeout", 1}},
+                           endless,
+                           isPolling && row.heardOverPolling ? row.heardOverPolling : "error"},
+                          {{isPolling ? "forcePolling" : "forceWebsockets", true}});
+            EXPECT_LT(peak.grownMiB(), 32) << name;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace vexim::testing
