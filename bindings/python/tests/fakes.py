@@ -1,8 +1,12 @@
-"""The C library's five functions in Python: it says what a test tells it to."""
+"""The C library's five functions in Python: it says what a test tells it to. And how a test of a client begins."""
 
+import asyncio
 import collections
 import json
 import os
+import unittest
+
+import vexim
 
 
 class FakeClient:
@@ -94,3 +98,22 @@ def message_event(text, sender="bob", friend="bob", **entries):
                "sender": {"type": 0, "userId": sender} if isinstance(sender, str) else sender, "receiver": {"type": 0, "userId": "alice"}, **entries}
     return {"@type": "event", "name": "clientDidReceiveMessageFromFriend", "message": message,
             "from": {"uid": friend, "online": False}}
+
+
+async def turns(count=5):
+    for _ in range(count):
+        await asyncio.sleep(0)
+
+
+class ClientCase(unittest.IsolatedAsyncioTestCase):
+    """What the loop reports fails a test; one that expects reports looks at them and clears them."""
+
+    async def asyncSetUp(self):
+        self.reports = []
+        asyncio.get_running_loop().set_exception_handler(lambda loop, context: self.reports.append(context.get("exception")))
+
+    async def asyncTearDown(self):
+        self.assertEqual(self.reports, [])
+
+    def client(self, library, **arguments):
+        return vexim.Client("app", "key", library=library, **arguments)
