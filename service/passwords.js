@@ -4,7 +4,8 @@
 
 import { createHash, createHmac, randomBytes, scrypt, timingSafeEqual } from 'node:crypto';
 import { promisify } from 'node:util';
-import { isObject } from './values.js';
+import { must } from './errors.js';
+import { bounded, fitting, isObject } from './values.js';
 
 const cost = { N: 16_384, r: 8, p: 1 }; // 16 MiB and about 50 ms; a team may log in at once when the service comes back
 const derive = promisify(scrypt);
@@ -59,3 +60,20 @@ function canonical(value) {
   const keys = Object.keys(value).sort();
   return `{${keys.map((key) => `${JSON.stringify(key)}:${canonical(value[key])}`)}}`;
 }
+
+/**
+ * A user's record with hashed secrets. Hashing takes long, so do it before a transaction begins.
+ */
+export async function userRecord(user) {
+  const { id, username, password, phone, smsCode, oauth, attributes = {} } = user;
+  for (const text of [username, password, phone, smsCode]) {
+    must(text === undefined || (typeof text === 'string' && text !== ''), 'invalidValue', 'Names and secrets are texts.');
+  }
+  if (!secretsOf.has(user)) secretsOf.set(user, Promise.all([hashed(password), hashed(smsCode)]));
+  const [passwordHash, code] = await secretsOf.get(user);
+  const identity = identityDigests(oauth);
+  const names = { username: username && bounded(username), phone: phone && bounded(phone) };
+  return { id, ...names, password: passwordHash, code, identity_key: identity[0], identity, attributes: fitting(attributes) };
+}
+
+const secretsOf = new WeakMap(); // tests load a seed again and again

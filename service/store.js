@@ -8,9 +8,10 @@ import { isTaken, lockFolder, openDatabase } from './database.js';
 import { must } from './errors.js';
 import { Messages } from './history.js';
 import { sentences } from './interface.js';
-import { digest, hashed, identityDigests, isRight } from './passwords.js';
+import { identityDigests, isRight, userRecord } from './passwords.js';
+import { chunks, fromRow, term, toRow } from './rows.js';
 import { tables } from './schema.js';
-import { bounded, idPattern, isObject, limits } from './values.js';
+import { bounded, fitting, idPattern, limits } from './values.js';
 
 /** The names of conversations: between two people, or in a group. */
 export const conversation = {
@@ -19,9 +20,7 @@ export const conversation = {
 };
 
 const unknown = { users: 'unknownUser', groups: 'unknownGroup', rooms: 'unknownRoom', passengers: 'unknownPassenger' };
-const asJson = ['attributes', 'fields', 'name', 'identity']; // columns
 const hasMembers = (kind) => kind === 'groups' || kind === 'rooms';
-const batchSize = 200; // of rows
 
 /**
  * Opens the store. `database` is the URL of a PostgreSQL database, `data` the folder of an SQLite
@@ -375,41 +374,6 @@ export class Store {
     const [{ count }] = await this.#db('members').where({ kind, place }).count({ count: '*' });
     must(Number(count) <= limits.members, 'limitReached');
   }
-
-}
-
-/**
- * A user's record with hashed secrets. Hashing takes long, so do it before a transaction begins.
- */
-async function userRecord(user) {
-  const { id, username, password, phone, smsCode, oauth, attributes = {} } = user;
-  for (const text of [username, password, phone, smsCode]) {
-    must(text === undefined || (typeof text === 'string' && text !== ''), 'invalidValue', 'Names and secrets are texts.');
-  }
-  if (!secretsOf.has(user)) secretsOf.set(user, Promise.all([hashed(password), hashed(smsCode)]));
-  const [passwordHash, code] = await secretsOf.get(user);
-  const identity = identityDigests(oauth);
-  const names = { username: username && bounded(username), phone: phone && bounded(phone) };
-  return { id, ...names, password: passwordHash, code, identity_key: identity[0], identity, attributes: fitting(attributes) };
-}
-
-const secretsOf = new WeakMap(); // tests load a seed again and again
-
-const term = (...parts) => digest(JSON.stringify(parts));
-
-const chunks = (items) => Array.from({ length: Math.ceil(items.length / batchSize) }, (_, i) => items.slice(i * batchSize, (i + 1) * batchSize));
-
-const toRow = (record) =>
-  Object.fromEntries(Object.entries(record).map(([key, value]) => [key, asJson.includes(key) && value !== undefined ? JSON.stringify(value) : value]));
-
-const fromRow = (row) =>
-  Object.fromEntries(Object.entries(row).map(([key, value]) => [key, asJson.includes(key) && value !== null ? JSON.parse(value) : value]));
-
-/** `fields` itself if it is a JSON object and not too large. */
-function fitting(fields) {
-  must(isObject(fields), 'invalidValue', 'Attributes are a JSON object.');
-  must(JSON.stringify(fields).length <= limits.fieldsLength, 'limitReached');
-  return fields;
 }
 
 const newId = (prefix) => prefix + randomBytes(8).toString('hex');

@@ -24,6 +24,13 @@ export function object(body) {
   return body;
 }
 
+/** `fields` itself if it is a JSON object and not too large. */
+export function fitting(fields) {
+  must(isObject(fields), 'invalidValue', 'Attributes are a JSON object.');
+  must(JSON.stringify(fields).length <= limits.fieldsLength, 'limitReached');
+  return fields;
+}
+
 /** `value` itself. Throws unless it is a string that is not empty. */
 export function text(value, name) {
   must(typeof value === 'string' && value !== '', 'invalidValue', named('notText', name));
