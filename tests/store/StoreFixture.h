@@ -32,6 +32,7 @@ protected:
     static inline const VXIMConversationId bob{VXIMConversationKindFriend, "bob"};
     static inline const VXIMConversationId team{VXIMConversationKindGroup, "team"};
     static constexpr std::int64_t kNoon = 1'700'000'000'000;
+    static constexpr std::int64_t kHour = 3'600'000;
 
     std::string path() const { return (folder / "alice.vexim").string(); }
 
