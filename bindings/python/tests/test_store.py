@@ -84,6 +84,7 @@ async def tell_the_store(case):
                 await bob.login(user_id="bob")
                 await watch.until(confirmed("first"))
                 await alice._call("VXIMConversations.sendText", {"conversation": {"kind": "friend", "id": "bob"}, "text": "second"})
+                await watch.until(confirmed("first", "second"))
                 await bob.send("answer", friend="alice")
                 await watch.until(lambda items: len(items) == 3 and items[-1].state == State.CONFIRMED)
                 await conversations.until(lambda items: items and items[0].unread == 1)
