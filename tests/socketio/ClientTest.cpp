@@ -39,6 +39,13 @@ std::set<int> openDescriptors() {
     return all;
 }
 
+std::shared_ptr<SocketIOClient> makeRecordedClient(const std::string& url,
+                                                   const std::shared_ptr<EventRecord>& record) {
+    auto client = makeSocketIOClient(URL::parse(url), {{"forceWebsockets", true}}, record);
+    client->joinNamespace("/chat");
+    return client;
+}
+
 TEST(SocketIOClient, GivesAnErrorAloneWhenTheFirstConnectFails) {
     ManualClock clock;
     for (const auto& url : {"http://127.0.0.1:" + std::to_string(deadPort()),
@@ -194,9 +201,7 @@ TEST(SocketIOClient, LetsNoPeerPretendToBeTheConnection) {
         peer.waitForClose();
     });
     const auto record = std::make_shared<EventRecord>();
-    const auto client =
-        makeSocketIOClient(URL::parse(server.url()), {{"forceWebsockets", true}}, record);
-    client->joinNamespace("/chat");
+    const auto client = makeRecordedClient(server.url(), record);
     Recorder heard;
     heard.listen(*client);
     for (int connection = 1; connection <= 2; ++connection) {
@@ -255,9 +260,7 @@ TEST(SocketIOClient, TakesAServersRefusalForAnAnswer) {
             if (isRefusal ? peer.open() && peer.readText() : peer.join()) peer.sendText(row.packet);
         });  // and the connection ends
         const auto record = std::make_shared<EventRecord>();
-        const auto client =
-            makeSocketIOClient(URL::parse(server.url()), {{"forceWebsockets", true}}, record);
-        client->joinNamespace("/chat");
+        const auto client = makeRecordedClient(server.url(), record);
         Recorder heard;
         heard.listen(*client);
         client->connect();
@@ -306,9 +309,7 @@ TEST(SocketIOClient, CountsAttemptsAnewAfterAStableConnectionAndObeysARefusal) {
 TEST(SocketIOClient, SaysGoodbyeOnlyWhenServersHaveReadTheLastEvent) {
     ScriptedServer server(echo);
     const auto record = std::make_shared<EventRecord>();
-    const auto client =
-        makeSocketIOClient(URL::parse(server.url()), {{"forceWebsockets", true}}, record);
-    client->joinNamespace("/chat");
+    const auto client = makeRecordedClient(server.url(), record);
     Recorder heard;
     heard.listen(*client);
     client->connect();
