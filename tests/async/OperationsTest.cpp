@@ -120,10 +120,10 @@ TEST_F(OperationsTest, EveryShapeOfCompletion) {
 
 TEST_F(OperationsTest, ALoginThatIsNeverAnsweredEndsWithItsClientOrTheNextLogin) {
     auto first = vexim::future(&VXIMClient::loginWithUserId, client, "u1");
-    settle();
+    drainMainQueue();
     auto second = vexim::future(vexim::call(&VXIMClient::loginWithUserId, client, "u2"));
     EXPECT_THROW(vexim::wait(first), Failure) << "another login began";
-    settle();
+    drainMainQueue();
     const std::weak_ptr<VXIMClient> released = client;
     client = nullptr;
     try {
@@ -221,19 +221,19 @@ TEST_F(OperationsTest, ALoginOverADeadConnectionFailsAtOnceWithItsError) {
 TEST_F(OperationsTest, ALoginWaitsWhileTheConnectionTriesAgain) {
     auto login = vexim::future(&VXIMClient::loginWithUserId, client, "u1");
     const auto isOver = [&] { return login.wait_for(0s) == std::future_status::ready; };
-    settle();
+    drainMainQueue();
     socket().send("error", {"an attempt failed"});
-    settle();
+    drainMainQueue();
     EXPECT_FALSE(isOver());
     socket().accept();
     client->pause();
-    settle();
+    drainMainQueue();
     EXPECT_FALSE(isOver()) << "the application closed it for a while";
     client->resume();
-    settle();
+    drainMainQueue();
     socket().accept();
     socket().drop();
-    settle();
+    drainMainQueue();
     ASSERT_TRUE(isOver());
     try {
         login.get();
@@ -255,10 +255,10 @@ TEST_F(OperationsTest, ALoginIsAwaited) {
     };
     auto task = flow(client);
     task.start();
-    settle();
+    drainMainQueue();
     socket().accept();
     socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
-    settle();
+    drainMainQueue();
     EXPECT_TRUE(task.isDone());
     EXPECT_EQ(takeEmitted().size(), 1u);
     const std::shared_ptr<VXIMUser> nobody;

@@ -121,7 +121,7 @@ protected:
     }
 
     /// Runs everything that is queued on the main queue.
-    static void settle() {
+    static void drainMainQueue() {
         while (MainQueue::shared().drain() > 0) continue;
     }
     FakeSocket& socket() { return *sockets.back(); }
@@ -129,10 +129,10 @@ protected:
     /// Logs in "u1" and clears the journal.
     void login() {
         client->loginWithUserId("u1", {});
-        settle();
+        drainMainQueue();
         socket().accept();
         socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
-        settle();
+        drainMainQueue();
         journal->take();
     }
     /// "status, user's online, offlineTemporally, tryLogout" as one line.

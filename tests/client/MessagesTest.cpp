@@ -24,7 +24,7 @@ TEST_F(Messages, GoOutWithTheirReceiverAndTime) {
     client->sendMessageToGroup(text(), "g1", journal->completion("group"));
     client->sendMessageToRoom(text(), "r1", journal->completion("room"));
     EXPECT_EQ(takeEmitted(), Lines()) << "not on the caller's turn";
-    settle();
+    drainMainQueue();
     EXPECT_EQ(
         takeEmitted(),
         (Lines{
@@ -42,7 +42,7 @@ TEST_F(Messages, TheTimeOnTheWireIsThatOfTheBeginning) {
     EXPECT_EQ(message->status(), VXIMMessageStatusSending);
     EXPECT_EQ(message->sendTimestamp(), 100);
     clock.advance(std::chrono::seconds(5));
-    settle();
+    drainMainQueue();
     EXPECT_EQ(socket().emitted.at(0).second.get(0).get("ts").integer(), 100'000);
     EXPECT_EQ(message->sendTimestamp(), 105) << "the second one changes only the local message";
     EXPECT_EQ(message->status(), VXIMMessageStatusSent);
@@ -60,7 +60,7 @@ TEST_F(Messages, AreRefusedWithoutAReceiverOrAConnection) {
                             }));
         EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
         EXPECT_EQ(std::exchange(description, ""), "") << "not on the caller's turn";
-        settle();
+        drainMainQueue();
     };
     auto addressed = VXIMMessage::messageWithText("hi");
     addressed->receiver()->setUserId("u2");
@@ -76,7 +76,7 @@ TEST_F(Messages, AreRefusedWithoutAReceiverOrAConnection) {
         EXPECT_EQ(std::exchange(description, ""), noReceiver) << type;
     }
     client->pause();
-    settle();
+    drainMainQueue();
     send(VXIMMessage::messageWithText("hi"));
     EXPECT_EQ(std::exchange(description, ""), noConnection)
         << "the second check runs even when the first failed";
@@ -103,7 +103,7 @@ TEST_F(Messages, RaiseForTheCallersMistakes) {
         {"no user", [&] { client->sendSystemMessageToUser(text(), nullptr, {}); }},
     };
     for (const auto& [why, mistake] : cases) EXPECT_THROW(mistake(), vexim::Exception) << why;
-    settle();
+    drainMainQueue();
     EXPECT_EQ(noReceiversId->status(), VXIMMessageStatusNone);
     EXPECT_EQ(takeEmitted(), Lines());
 }
@@ -113,7 +113,7 @@ TEST_F(Messages, ChangedWhileTheyWaitFailInsteadOfRaising) {
     auto message = VXIMMessage::messageWithText("hi");
     client->sendMessageToFriend(message, "u2", journal->completion("send"));
     message->receiver()->setGroupId(nullptr);
-    settle();
+    drainMainQueue();
     EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
     EXPECT_EQ(takeEmitted(), Lines());
     EXPECT_EQ(journal->take(), Lines{"send no, VXIMErrorDomain 1"});
@@ -125,7 +125,7 @@ TEST_F(Messages, AreCountedByKind) {
     login();
     const auto say = [&] {
         client->sendMessageToFriend(VXIMMessage::messageWithText("hi"), "u2", {});
-        settle();
+        drainMainQueue();
     };
     say();
     socket().refusal = vexim::Error::make(vexim::kSocketIOErrorDomain, 1, {});
@@ -134,7 +134,7 @@ TEST_F(Messages, AreCountedByKind) {
     for (const char* event : {"message", "message", "message", "yourself", "yourself", "sys"})
         socket().send(event, {Dictionary{}});
     socket().send("login", {Dictionary{{"success", false}, {"error", 1105}}});
-    settle();
+    drainMainQueue();
     const std::string text = metrics->prometheusText();
     for (const char* line : {"vexim_messages_sent_total{outcome=\"taken\"} 1\n",
                              "vexim_messages_sent_total{outcome=\"refused\"} 2\n",
@@ -175,7 +175,7 @@ TEST_F(Messages, CountAsSentOnlyWhenTheConnectionTookThem) {
                                         told = error;
                                     }));
         row.meanwhile();
-        settle();
+        drainMainQueue();
         ASSERT_TRUE(told);
         EXPECT_EQ(describe(told) + ": " + told->localizedDescription(),
                   "VXIMErrorDomain 1: " + row.description);
@@ -244,7 +244,7 @@ TEST_F(Messages, ForwardAReceivedAttachmentWithoutAnUpload) {
         client->sendMessageToFriend(received, "u2", journal->completion("send"));
     }).join();
     EXPECT_EQ(takeEmitted(), Lines()) << "not on the caller's thread";
-    settle();
+    drainMainQueue();
     EXPECT_EQ(journal->take(), Lines{"send yes"});
     EXPECT_EQ(log.lines(), Lines{"No attachment to upload"});
     EXPECT_EQ(json(socket().emitted.at(0).second.get(0).get("to")), R"({"id":"u2","type":0})");
@@ -341,7 +341,7 @@ TEST_F(Messages, ArriveAsWhoTheyAreFrom) {
     login();
     for (const auto& c : cases) {
         socket().send(c.event, {dictionaryFrom(c.payload)});
-        settle();
+        drainMainQueue();
         EXPECT_EQ(journal->take(), c.heard) << c.why;
     }
 }
@@ -376,7 +376,7 @@ TEST_F(Messages, OfAnyShapeHarmNobody) {
                 socket().send(event, *vexim::parseJSON(payload).value.asArray());
             }
         }
-        EXPECT_NO_THROW(settle()) << event;
+        EXPECT_NO_THROW(drainMainQueue()) << event;
     }
 }
 

@@ -26,16 +26,16 @@ TEST_F(SessionRaces, ResumingAConnectionThatStandsEndsInOpened) {
          [&] {
              socket().drop();
              client->resume();
-             settle();
+             drainMainQueue();
              socket().accept();
          }},
         {"the next attempt is being waited for",
          [&] {
              socket().drop();
              socket().attemptReconnect();
-             settle();
+             drainMainQueue();
              client->resume();
-             settle();
+             drainMainQueue();
              socket().accept();
          }},
         {"all of the reconnect is still queued behind the resume",
@@ -56,7 +56,7 @@ TEST_F(SessionRaces, ResumingAConnectionThatStandsEndsInOpened) {
          [&] {
              socket().drop();
              socket().attemptReconnect();
-             settle();
+             drainMainQueue();
              client->resume();
              socket().accept();
          }},
@@ -65,21 +65,21 @@ TEST_F(SessionRaces, ResumingAConnectionThatStandsEndsInOpened) {
              socket().drop();
              socket().attemptReconnect();
              socket().accept();
-             settle();
+             drainMainQueue();
              client->resume();
          }},
     };
     client->loginWithUserId("u1", {});
-    settle();
+    drainMainQueue();
     socket().accept();
     client->resume();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "1 offline") << "the login is not answered yet";
     EXPECT_EQ(socket().connects, 2) << "the connection may be closing";
     for (const auto& [why, act] : moments) {
         login();
         act();
-        settle();
+        drainMainQueue();
         EXPECT_EQ(client->status(), VXIMClientStatusOpened) << why;
         EXPECT_TRUE(client->currentUser()->online()) << why;
     }
@@ -119,7 +119,7 @@ TEST_F(SessionRaces, ResumingARealConnectionMeetsItsReconnectAtAnyMoment) {
             eventuallyElsewhere([&] { return isOpened() && peer.dropConnections("u1") == 1; }));
         await();
         client->resume();
-        settle();
+        drainMainQueue();
         ASSERT_TRUE(eventuallyElsewhere([&] { return isOpened() && isConnected(); }));
     }
 }
@@ -128,28 +128,28 @@ TEST_F(SessionRaces, TwoPausesAreToldOnce) {
     login();
     client->pause();
     client->pause();
-    settle();
+    drainMainQueue();
     client->pause();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(journal->take(), Lines{"didDisconnect at 3"});
     client->resume();
-    settle();
+    drainMainQueue();
     client->pause();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(journal->take(), Lines{"didDisconnect at 3"}) << "a resume lies between";
     socket().connect();  // as an application may do
     socket().accept();
-    settle();
+    drainMainQueue();
     client->pause();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(journal->take(), Lines{"didDisconnect at 3"});
     for (const char* between : {"a resume", "a login"}) {
         std::string_view(between) == "a login" ? login() : client->resume();
-        settle();
+        drainMainQueue();
         if (socket().status() != vexim::SocketIOStatusConnected) socket().accept();
         socket().drop();
         client->pause();
-        settle();
+        drainMainQueue();
         EXPECT_EQ(journal->take(), (Lines{"didDisconnect at 3", "didDisconnect at 3"}))
             << "a drop, a pause after " << between;
     }
@@ -174,7 +174,7 @@ TEST_F(SessionRaces, AnAnswerToALogoutEndsNoLaterLogin) {
         vexim::MainQueue::shared().drain();
         Lines heard;
         ASSERT_TRUE(eventually([&] { return !(heard = journal->take()).empty(); }));
-        settle();
+        drainMainQueue();
         EXPECT_EQ(heard, Lines{c.heard});
         EXPECT_EQ(service.takeRequests(),
                   Lines{R"(DELETE /ctx/u1/installs {"installs":["installation"]})"});
@@ -182,7 +182,7 @@ TEST_F(SessionRaces, AnAnswerToALogoutEndsNoLaterLogin) {
         socket().accept();
         socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
         socket().drop();
-        settle();
+        drainMainQueue();
         EXPECT_EQ(state(), "3 offline offlineTemporally");
         client = newClient();
         client->setDelegate(journal);
@@ -218,14 +218,14 @@ TEST_F(SessionRaces, ALoginThatOvertakesALogoutStays) {
         client->logoutWithCompletion(journal->completion("logout"));
         for (int i = 0; i < c.turns; ++i) vexim::MainQueue::shared().drain();
         client->loginWithUserId("u2", {});
-        settle();
+        drainMainQueue();
         EXPECT_EQ(journal->take(), c.heard);
         socket().accept();
         socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
-        settle();
+        drainMainQueue();
         EXPECT_EQ(state(), "2 online");
         socket().drop();
-        settle();
+        drainMainQueue();
         EXPECT_EQ(state(), "3 offline offlineTemporally");
         ASSERT_TRUE(client->currentUser());
         EXPECT_EQ(json(client->currentUser()->uid()), "\"u2\"");
@@ -239,7 +239,7 @@ TEST_F(SessionRaces, ALoginThatOvertakesALogoutLeavesNothingBehind) {
     client->logoutWithCompletion({});
     vexim::MainQueue::shared().drain();
     client->loginWithUserId("u2", {});
-    settle();
+    drainMainQueue();
     const std::weak_ptr<VXIMClient> released = client;
     client = nullptr;
     EXPECT_TRUE(released.expired()) << "nobody waits for the old connection any more";
@@ -251,7 +251,7 @@ TEST_F(SessionRaces, BothOfTwoLogoutsAreAnswered) {
     client->logoutWithCompletion(journal->completion("first"));
     client->logoutWithCompletion(journal->completion("second"));
     ASSERT_TRUE(eventually([&] { return journal->count() == 2; }));
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "2 online") << "neither succeeded";
     journal->take();
 
@@ -264,7 +264,7 @@ TEST_F(SessionRaces, BothOfTwoLogoutsAreAnswered) {
         client->logoutWithCompletion(journal->completion("logout"));
         client->logoutWithCompletion(journal->completion("logout"));
         ASSERT_TRUE(eventually([&] { return journal->count() == 4; }));
-        settle();
+        drainMainQueue();
         auto heard = journal->take();
         std::ranges::sort(heard);
         EXPECT_EQ(heard,
@@ -284,7 +284,7 @@ TEST_F(SessionRaces, EachChangeOfTheStatusIsToldOnceAndAsItWas) {
     client->resume();
     client->resume();
     client->logoutWithCompletion({});
-    settle();
+    drainMainQueue();
     EXPECT_EQ(heard, (Lines{"4", "5"}));
 
     static double epoch = 1'300'000'000;  // one for each time, as requests have one record for all
@@ -295,7 +295,7 @@ TEST_F(SessionRaces, EachChangeOfTheStatusIsToldOnceAndAsItWas) {
         vexim::EventRecord::ofRequests().add("asked");
         clock.advance(std::chrono::seconds(1));
         i == 0 ? client->resume() : client->pause();
-        settle();
+        drainMainQueue();
         clock.advance(std::chrono::seconds(1));
     }
     for (const auto& event : client->diagnose().events()) {
@@ -320,7 +320,7 @@ TEST_F(SessionRaces, WhoHearsOfTheStatusMayCallTheClientAndRunTheQueue) {
     vexim::NotificationCenter::defaultCenter().addObserver(
         observer, VXIMClientDidChangeStatusNotification, client.get(), hear);
     client->logoutWithCompletion({});
-    settle();
+    drainMainQueue();
     EXPECT_EQ(heard, (Lines{"5", "6", "5"}));
     EXPECT_EQ(state(), "5 nobody tryLogout no socket")
         << "the last of them began without a connection";
@@ -335,14 +335,14 @@ TEST_F(Session, CanBeReleasedInAnyCallback) {
          [&] {
              client->loginWithUserId("u1",
                                      once([&](bool, const vexim::ErrorPtr&) { client = nullptr; }));
-             settle();
+             drainMainQueue();
              socket().accept();
              socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
          }},
         {"with a login pending",
          [&] {
              client->loginWithUserId("u1", {});
-             settle();
+             drainMainQueue();
              client = nullptr;
              socket().accept();
              socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
@@ -376,7 +376,7 @@ TEST_F(Session, CanBeReleasedInAnyCallback) {
         client->setDelegate(journal);
         const std::weak_ptr<void> held[] = {client, journal};
         end();
-        settle();
+        drainMainQueue();
         client = nullptr;
         journal = nullptr;
         for (const auto& each : held)

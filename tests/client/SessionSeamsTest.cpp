@@ -18,21 +18,21 @@ TEST_F(SessionSeams, TellsThatTheServiceRefusedTheLoginOfAConnectionThatCameBack
     login();
     for (int i = 0; i < 2; ++i) {
         socket().drop();
-        settle();
+        drainMainQueue();
         socket().attemptReconnect();
         socket().accept();
         socket().send("login",
                       {Dictionary{{"success", false}, {"error", Dictionary{{"errorCode", 211}}}}});
-        settle();
+        drainMainQueue();
         EXPECT_EQ(state(), "1 offline offlineTemporally");
         EXPECT_EQ(journal->take(), (Lines{"didDisconnect at 3", "reconnecting at 4",
                                           "refused at 1, VXIMErrorDomain 211"}));
     }
     client->loginWithUserId("u1", journal->completion("login"));
-    settle();
+    drainMainQueue();
     socket().accept();
     socket().send("login", {Dictionary{{"success", false}, {"error", 7}}});
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "1 offline offlineTemporally");
     EXPECT_EQ(journal->take(), Lines{"login no, VXIMErrorDomain 7"})
         << "a login of its own tells its completion alone";
@@ -44,15 +44,15 @@ TEST_F(SessionSeams, ARefusedLoginIsAtOpeningWhateverCameBefore) {
         client = newClient();
         client->setDelegate(journal);
         act();
-        settle();
+        drainMainQueue();
         journal->take();
         socket().send("login", refusal);
-        settle();
+        drainMainQueue();
         EXPECT_EQ(client->status(), VXIMClientStatusOpening);
         EXPECT_FALSE(client->currentUser()->online());
         const auto heard = journal->take();
         socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
-        settle();
+        drainMainQueue();
         EXPECT_EQ(state().substr(0, 8), "2 online") << "accepted in the end";
         journal->take();
         return heard;
@@ -69,16 +69,16 @@ TEST_F(SessionSeams, ARefusedLoginIsAtOpeningWhateverCameBefore) {
                   login();
                   socket().drop();
                   socket().attemptReconnect();
-                  settle();
+                  drainMainQueue();
                   client->resetFlags();  // so the status does not change
                   socket().accept();
               }),
               isRefused);
     const auto resumedEarly = [&] {
         client->loginWithUserId("u1", {});
-        settle();
+        drainMainQueue();
         client->resume();
-        settle();
+        drainMainQueue();
         EXPECT_EQ(client->status(), VXIMClientStatusResuming);
         socket().accept();
     };
@@ -107,7 +107,7 @@ TEST_F(SessionSeams, TellsWhoAwaitsALoginThatNoAnswerCanComeAnyMore) {
         {"a drop after the answer",
          [&] {
              socket().send("login", {Dictionary{{"success", false}, {"error", 7}}});
-             settle();
+             drainMainQueue();
              socket().drop();
          },
          ""},
@@ -120,11 +120,11 @@ TEST_F(SessionSeams, TellsWhoAwaitsALoginThatNoAnswerCanComeAnyMore) {
             });
             client->loginWithUserId("u1", {});
         }
-        settle();
+        drainMainQueue();
         socket().accept();
-        settle();
+        drainMainQueue();
         c.happens();
-        settle();
+        drainMainQueue();
         EXPECT_EQ(told, c.told) << c.why;
     }
 }
@@ -133,12 +133,12 @@ TEST_F(SessionSeams, ALogoutInsideALoginsCompletionIsTheLastWord) {
     service.configuration()->setInstallationId("");
     client->loginWithUserId("u1", once([&](bool, const vexim::ErrorPtr&) {
                                 client->logoutWithCompletion({});
-                                settle();
+                                drainMainQueue();
                             }));
-    settle();
+    drainMainQueue();
     socket().accept();
     socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "6 nobody no socket");
     EXPECT_EQ(journal->take(), (Lines{"didLogout at 6", "didDisconnect at 6"}));
 }
@@ -149,11 +149,11 @@ TEST_F(SessionSeams, RefusesCredentialsThatServersWouldNotTake) {
     EXPECT_THROW(client->loginWithAuthData(Dictionary{{"oauth", std::string(4'000, '"')}}, {}),
                  vexim::Exception)
         << "as they stand in the URL";
-    settle();
+    drainMainQueue();
     EXPECT_TRUE(sockets.empty());
     EXPECT_FALSE(client->currentUser());
     client->loginWithAuthData(Dictionary{{"oauth", std::string(11'900, 'x')}}, {});
-    settle();
+    drainMainQueue();
     EXPECT_EQ(sockets.size(), 1u);
 }
 

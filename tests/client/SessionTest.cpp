@@ -51,7 +51,7 @@ TEST_F(Session, LoginsCarryTheirCredentials) {
         EXPECT_EQ(
             json(user->uid()) + " " + json(user->username()) + " " + json(user->phoneNumber()),
             c.user);
-        settle();
+        drainMainQueue();
         const Value parameters = socket().options.get("connectParams");
         EXPECT_EQ(parameters.get("auth").description(), c.auth);
         EXPECT_EQ(parameters.asDictionary()->size(), 1U);
@@ -97,7 +97,7 @@ TEST_F(Session, RaisesForAMissingCredentialAtOnce) {
          }},
     };
     for (const auto& [why, login] : cases) EXPECT_THROW(login(), vexim::Exception) << why;
-    settle();
+    drainMainQueue();
     EXPECT_EQ(sockets.size(), 0u);
     EXPECT_EQ(state(), "0 nobody no socket");
 }
@@ -107,12 +107,12 @@ TEST_F(Session, ASuccessfulLoginIsToldInOrder) {
                                   journal->write("completion " + std::to_string(succeeded) +
                                                  " at " + std::to_string(client->status()));
                               }));
-    settle();
+    drainMainQueue();
     socket().accept();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "1 offline") << "the first connect decides nothing";
     socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
-    settle();
+    drainMainQueue();
     EXPECT_EQ(journal->take(), (Lines{"completion 1 at 1", "posted VXIMUserDidLoginNotification u1",
                                       "didLogin at 2"}));
     EXPECT_EQ(state(), "2 online");
@@ -120,7 +120,7 @@ TEST_F(Session, ASuccessfulLoginIsToldInOrder) {
     EXPECT_EQ(json(client->currentUser()->username()), "\"joe\"");
 
     socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
-    settle();
+    drainMainQueue();
     EXPECT_EQ(journal->take(), (Lines{"posted VXIMUserDidLoginNotification u1", "didLogin at 2"}))
         << "again, without a caller";
 }
@@ -148,10 +148,10 @@ TEST_F(Session, AFailedLoginNamesTheServicesCode) {
                                     EXPECT_FALSE(succeeded);
                                     failure = error;
                                 }));
-        settle();
+        drainMainQueue();
         socket().accept();
         socket().send("login", *vexim::parseJSON(c.answer).value.asArray());
-        settle();
+        drainMainQueue();
         ASSERT_TRUE(failure);
         EXPECT_TRUE(failure->is(VXIMErrorDomain, c.code)) << failure->code();
         EXPECT_EQ(json(failure->userInfo()), c.userInfo);
@@ -163,11 +163,11 @@ TEST_F(Session, AFailedLoginNamesTheServicesCode) {
 
 TEST_F(Session, ASecondLoginDropsTheFirstConnectionSilently) {
     client->loginWithUserId("u1", journal->completion("first"));
-    settle();
+    drainMainQueue();
     socket().accept();
-    settle();
+    drainMainQueue();
     client->loginWithUserId("u2", journal->completion("second"));
-    settle();
+    drainMainQueue();
     ASSERT_EQ(sockets.size(), 2u);
     EXPECT_EQ(sockets[0]->status(), vexim::SocketIOStatusDisconnected);
     EXPECT_FALSE(sockets[0]->hasHandlers());
@@ -176,7 +176,7 @@ TEST_F(Session, ASecondLoginDropsTheFirstConnectionSilently) {
     EXPECT_EQ(state(), "1 offline");
     socket().accept();
     socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
-    settle();
+    drainMainQueue();
     EXPECT_EQ(journal->take(),
               (Lines{"second yes", "posted VXIMUserDidLoginNotification u2", "didLogin at 2"}));
 }
@@ -185,16 +185,16 @@ TEST_F(Session, PausesAndResumes) {
     login();
     client->pause();
     EXPECT_EQ(state(), "2 online") << "not on the caller's turn";
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "3 offline offlineTemporally");
     EXPECT_EQ(journal->take(), Lines{"didDisconnect at 3"});
 
     client->resume();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "4 offline offlineTemporally");
     EXPECT_EQ(sockets.size(), 1u) << "the same connection";
     socket().accept();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "2 online offlineTemporally")
         << "without a new login; the flag stays until a logout";
     EXPECT_EQ(journal->take(), Lines());
@@ -203,13 +203,13 @@ TEST_F(Session, PausesAndResumes) {
 TEST_F(Session, ComesBackAfterADrop) {
     login();
     socket().drop();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "3 offline offlineTemporally");
     socket().attemptReconnect();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "4 offline offlineTemporally");
     socket().accept();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "2 online offlineTemporally");
     EXPECT_EQ(journal->take(), (Lines{"didDisconnect at 3", "reconnecting at 4"}));
 }
@@ -217,12 +217,12 @@ TEST_F(Session, ComesBackAfterADrop) {
 TEST_F(Session, IgnoresAConnectOfAnotherNamespace) {
     login();
     client->pause();
-    settle();
+    drainMainQueue();
     client->resume();
-    settle();
+    drainMainQueue();
     socket().joinNamespace("/other");
     socket().accept();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "4 offline offlineTemporally");
 }
 
@@ -231,9 +231,9 @@ TEST_F(Session, ResumesInANamespaceWrittenLoosely) {
     login();
     client->pause();
     client->resume();
-    settle();
+    drainMainQueue();
     socket().accept();
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "2 online offlineTemporally");
 }
 
@@ -244,7 +244,7 @@ TEST_F(Session, LogsOutOverRESTAndThenCloses) {
     }));
     EXPECT_EQ(state(), "2 online");
     ASSERT_TRUE(eventually([&] { return client->status() == VXIMClientStatusClosed; }));
-    settle();
+    drainMainQueue();
     EXPECT_EQ(service.takeRequests(),
               Lines{R"(DELETE /ctx/u1/installs {"installs":["installation"]})"});
     EXPECT_EQ(journal->take(),
@@ -263,18 +263,18 @@ TEST_F(Session, ALogoutKeepsItsClientUntilTheConnectionHasClosed) {
     const std::weak_ptr<VXIMClient> alive = client;
     client = nullptr;
     EXPECT_TRUE(eventually([&] { return done; }));
-    settle();
+    drainMainQueue();
     EXPECT_TRUE(alive.expired());
 }
 
 TEST_F(Session, LogsOutWhilePaused) {
     login();
     client->pause();
-    settle();
+    drainMainQueue();
     journal->take();
     client->logoutWithCompletion(journal->completion("logout"));
     ASSERT_TRUE(eventually([&] { return client->status() == VXIMClientStatusClosed; }));
-    settle();
+    drainMainQueue();
     EXPECT_EQ(journal->take(), (Lines{"logout yes", "didLogout at 6", "didDisconnect at 6"}));
 }
 
@@ -292,7 +292,7 @@ TEST_F(Session, AFailedLogoutLeavesEverythingAsItWas) {
 
 TEST_F(Session, ALogoutWithoutAConnectionNeverEnds) {
     client->logoutWithCompletion([](bool, const vexim::ErrorPtr&) { FAIL(); });
-    settle();
+    drainMainQueue();
     EXPECT_EQ(state(), "5 nobody tryLogout no socket");
     EXPECT_EQ(service.takeRequests(), Lines());
     client->resetFlags();
@@ -302,17 +302,17 @@ TEST_F(Session, ALogoutWithoutAConnectionNeverEnds) {
 TEST_F(Session, RemovesTheInstallationOnlyWhenBothIdsAreKnown) {
     client->deleteCurrentInstallIdCompletion(journal->completion("before a login"));
     EXPECT_EQ(journal->take(), Lines()) << "not on the caller's turn";
-    settle();
+    drainMainQueue();
     client->loginWithUsername("joe", "secret", {});
     client->deleteCurrentInstallIdCompletion(journal->completion("with an empty uid"));
-    settle();
+    drainMainQueue();
     login();
     std::thread([&] {
         client->deleteCurrentInstallIdCompletion(journal->completion("from another thread, later"));
     }).join();
     service.configuration()->setInstallationId("");
     client->deleteCurrentInstallIdCompletion(journal->completion("without an installation"));
-    settle();
+    drainMainQueue();
     EXPECT_EQ(journal->take(),
               (Lines{"without an installation yes", "from another thread, later yes"}));
     EXPECT_EQ(service.takeRequests(), Lines());
@@ -342,7 +342,7 @@ TEST_F(Session, TellsPresenceAndErrors) {
     login();
     for (const auto& c : cases) {
         socket().send(c.event, *vexim::parseJSON(c.arguments).value.asArray());
-        settle();
+        drainMainQueue();
         EXPECT_EQ(journal->take(), c.heard) << c.event << c.arguments;
         EXPECT_EQ(state(), "2 online");
     }
@@ -372,7 +372,7 @@ TEST_F(Session, CanBeReadAndStartedFromAnyThread) {
     });
     vexim::MainQueue::shared().run();
     caller.join();
-    settle();
+    drainMainQueue();
 }
 
 }  // namespace

@@ -61,7 +61,7 @@ TEST_F(Messages, OfTheSystemThatAreNoJSONFailInsteadOfRaising) {
     auto message = VXIMMessage::messageWithText("hi");
     message->payload().set("x", vexim::Data("x"));
     client->sendSystemMessageToUser(message, "u2", journal->completion("send"));
-    EXPECT_NO_THROW(settle());
+    EXPECT_NO_THROW(drainMainQueue());
     EXPECT_EQ(journal->take(), Lines{"send no, VXIMErrorDomain 1"});
     EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
 }
@@ -74,7 +74,7 @@ TEST_F(Messages, OfTheSystemWithoutAReceiverEndSilently) {
         client->sendSystemMessage(message, {}, [](bool, const vexim::ErrorPtr&) { FAIL(); });
         EXPECT_EQ(message->status(), VXIMMessageStatusFailed);
     }
-    settle();
+    drainMainQueue();
     EXPECT_EQ(log.lines(), Lines(3, "Internal error: invalid receiver type"));
     EXPECT_EQ(service.takeRequests(), Lines());
 }
