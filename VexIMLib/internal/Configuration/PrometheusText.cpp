@@ -8,6 +8,8 @@
 // its upper bound, and its figure counts everything up to that bound. All series of a name are
 // together.
 // Example: vexim_logins_total{outcome="accepted"} 17
+//
+// Meter.cpp has the names and the help texts.
 
 #include <algorithm>
 #include <array>

@@ -1,3 +1,4 @@
+// How the events of a diagnosis are written. EventNames.h lists the events.
 #include "VexIMLib/VXIMDiagnosis.h"
 
 #include <array>

@@ -1,3 +1,5 @@
+// Which errors are temporary. Their texts are where the errors are made, see docs/design.md; a
+// refused login has the service's own text.
 #include "VexIMLib/VXIMErrors.h"
 
 #include "VexIMLib/Foundation/Array.h"

@@ -1,3 +1,4 @@
+// VXIMRequest.cpp adds the headers and the signature; here are only paths and bodies.
 #include "VexIMLib/internal/Networking/VXIMHTTPRequest.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// The steps of one TLS connection. Trust.cpp decides about versions, certificates and pins.
 #include "VexIMLib/internal/Platform/Trust/TlsSession.h"
 
 #include <openssl/bio.h>

@@ -1,3 +1,4 @@
+// How the options are read. Trust.cpp applies them; it also sets the lowest TLS version.
 #include "VexIMLib/internal/Platform/Trust/TrustOptions.h"
 
 #include <optional>

@@ -1,5 +1,5 @@
 // The session's heartbeat, its deadlines, and how it reads on for the server's pings while the
-// application is too slow.
+// application is too slow. Delivery.cpp decides when reading pauses.
 #include <algorithm>
 #include <chrono>
 #include <utility>
