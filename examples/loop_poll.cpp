@@ -1,4 +1,4 @@
-// The library in a loop of the program's own: a descriptor, a time to wait at most, and turn().
+// The library in the program's own event loop: poll the queue's descriptor, then call turn().
 #include <VexIMLib/VexIMLib.h>
 #include <poll.h>
 
@@ -16,7 +16,7 @@ int main(int, char** arguments) {
     // [loop]
     auto& queue = vexim::MainQueue::shared();
     while (!loggedIn) {
-        pollfd descriptors[] = {{queue.fileDescriptor(), POLLIN, 0}};  // and the program's own
+        pollfd descriptors[] = {{queue.fileDescriptor(), POLLIN, 0}};  // and yours
         poll(descriptors, 1, queue.pollTimeout());
         queue.turn();
     }

@@ -1,5 +1,5 @@
-// Users and friends, groups, rooms, attributes, searches. None of it needs a live connection, but
-// for the current user.
+// Users and friends, groups, rooms, attributes, searches. Only the current user needs a login; the
+// rest works without a live connection.
 
 #include <VexIMLib/VexIMLib.h>
 
@@ -86,7 +86,7 @@ bool findsBob() {
     query->orderByAscending("nick");
     query->setLimit(10);
     query->findUserWithBlock([&found](const auto& users, vexim::ErrorPtr) {
-        if (!users) return;  // with an error, or with none when the answer was no list
+        if (!users) return;  // an error, or an answer that is not a list
         for (const auto& user : *users) found += user->uid().description();
     });
     // [/query]

@@ -38,7 +38,7 @@ std::shared_ptr<VXIMClient> Account::makeClient() const {
     configuration->setInstallationId(installation);
     configuration->setCaFile(authorityFile);
     configuration->setPinnedKeys(pins);
-    // a network may let nothing but plain requests through
+    // Some networks let only plain HTTP requests through.
     configuration->setForceWebsockets(false);
     return VXIMClient::clientWithConfiguration(configuration);
 }
@@ -48,7 +48,8 @@ void Credentials::askForPassword() {
     termios before{};
     if (tcgetattr(STDIN_FILENO, &before) != 0)
         throw std::invalid_argument("a --username needs a password: set VEXIM_PASSWORD");
-    // Ctrl-C must not leave a silent terminal behind: it ends the line instead of the process.
+    // While the terminal shows no input, Ctrl-C ends the line and not the process. Otherwise the
+    // terminal would stay silent.
     termios silent = before;
     silent.c_lflag &= ~static_cast<tcflag_t>(ECHO | ISIG);
     silent.c_cc[VEOL] = before.c_cc[VINTR];

@@ -28,7 +28,7 @@ std::string inSmallLetters(std::string text) {
     return text;
 }
 
-/// Types by what a name ends in, ".png".
+/// MIME types by the ending of a file name, such as ".png".
 std::map<std::string, std::string> readTypes() {
     std::map<std::string, std::string> types;
     std::ifstream table(kTable);
@@ -54,7 +54,7 @@ std::string kindOf(const std::string& type) {
 std::string mediaTypeOf(const std::string& name) {
     static const auto types = readTypes();
     const auto small = inSmallLetters(name);
-    // the longest ending that is known: "a.tar.gz" is no ".gz"
+    // The longest known ending wins: "a.tar.gz" is not just a ".gz".
     for (auto dot = small.find('.'); dot != std::string::npos; dot = small.find('.', dot + 1)) {
         const auto found = types.find(small.substr(dot));
         if (found != types.end()) return found->second;
@@ -78,7 +78,7 @@ std::shared_ptr<VXIMMessage> messageWithFile(const std::string& path) {
                          : kind == "video" ? VXIMMessage::messageWithVideoFileAtPath(path)
                                            : VXIMMessage::messageWithImageFileAtPath(path);
     if (!message) throw std::invalid_argument("this file cannot be read: " + path);
-    // A name may have any bytes, a message has none but UTF-8.
+    // A file name may have any bytes, but a message must be UTF-8.
     const auto name = chat::safeFileName(path);
     message->payload().update("content", [&](vexim::Value& content) {
         content.mutableDictionary().set("name", name);

@@ -5,25 +5,27 @@
 
 class VXIMMessage;
 
-/// What a message says of the file that it carries.
+/// What a message says about its file.
 struct Attachment {
     std::string kind;  ///< "image", "audio", "video" or "file"
-    std::string name;  ///< as its sender had it; from the URL where the message has none
-    std::string type;  ///< "application/pdf"; from the name's ending where the message has none
+    std::string name;  ///< as the sender named it, or from the URL
+    /// such as "application/pdf"; if the message has none, from the name's ending
+    std::string type;
 };
 
-/// A message that carries the file: as a sound or a film by its type, else as a picture, for the
-/// service knows no other kinds. Beside it stand the name that the file has here and its true type:
+/// Makes a message that carries the file. Its type decides whether it is sent as audio or video;
+/// everything else is sent as an image, because the service knows no other kinds. The content also
+/// gets the file's name and its true type:
 /// {"content": {"media": 1, "body": URL, "name": "plan.pdf", "type": "application/pdf"}}.
-/// Throws std::invalid_argument when there is no such file, or it cannot be read.
+/// Throws std::invalid_argument if the file does not exist or cannot be read.
 std::shared_ptr<VXIMMessage> messageWithFile(const std::string& path);
 
-/// Of a message that is not a text.
+/// The file of a message that is not a text.
 Attachment attachmentOf(VXIMMessage& message);
 
-/// A message in one line: a text as it is, a file as "[image] dot.png URL".
+/// A message in one line: the text, or for a file "[image] dot.png URL".
 std::string contentsOf(VXIMMessage& message);
 
-/// The media type that a file's name tells ("image/png"), by the system's table of types;
-/// "application/octet-stream" for one that it does not know.
+/// The MIME type for a file name ("image/png"), from the system's table of types;
+/// "application/octet-stream" if it is unknown.
 std::string mediaTypeOf(const std::string& name);

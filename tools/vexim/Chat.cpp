@@ -13,13 +13,13 @@
 
 namespace {
 
-// The service drops what goes to nobody without a word, and sends back what it delivers.
+// The service silently drops a message to nobody, and sends back what it delivers.
 constexpr std::chrono::seconds kEchoTimeout{5};
-// Of each conversation, where nothing is kept: the rest comes when it is scrolled to.
+// How many messages of a conversation to read if there is no store. Scrolling up fetches the rest.
 constexpr std::int32_t kMostRead = 50;
 
-/// A descriptor that tells of resizes and of requests to end, in place of handlers. From here on
-/// these signals reach no thread that is started afterwards.
+/// A descriptor that reports resizes of the terminal and requests to end, instead of signal
+/// handlers. Threads that are started later do not get these signals.
 int signalDescriptor() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -51,7 +51,7 @@ int runChat(const Given& given) {
         pthread_sigmask(SIG_SETMASK, &none, nullptr);
         return runPlainChat(conversations, given);
     }
-    vexim::setLogSink({});  // lines from elsewhere would run through the screen
+    vexim::setLogSink({});  // log lines would run through the screen
 
     std::string complaint;
     int status = 0;

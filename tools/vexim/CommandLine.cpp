@@ -27,7 +27,7 @@ std::string joined(const Strings& words, const std::string& between) {
     return text;
 }
 
-/// How many letters differ (Levenshtein).
+/// How many letters differ (Levenshtein distance).
 std::size_t distance(const std::string& one, const std::string& other) {
     std::vector<std::size_t> row(other.size() + 1);
     std::iota(row.begin(), row.end(), 0);
@@ -42,7 +42,7 @@ std::size_t distance(const std::string& one, const std::string& other) {
     return row.back();
 }
 
-/// " (did you mean send?)", when something is near.
+/// " (did you mean send?)" if a known word is similar, otherwise nothing.
 std::string guess(const std::string& word, const Strings& known) {
     const auto nearest = std::ranges::min_element(
         known, {}, [&](const std::string& one) { return distance(word, one); });
@@ -55,7 +55,8 @@ std::string guess(const std::string& word, const Strings& known) {
 CLI::Option* add(CLI::App& app, const OptionSpec& spec) {
     if (spec.value.empty()) return app.add_flag(spec.name, spec.help);
     auto* option = app.add_option(spec.name, spec.help)->type_name(spec.value);
-    // of a repeated one each has its own value, lest it take the command's words
+    // Each use of a repeatable option takes one value; otherwise it would take the command's words,
+    // too.
     if (!spec.isRepeatable) return option->expected(1);
     return option->expected(1, kUnlimited)->delimiter(',')->allow_extra_args(false);
 }
@@ -71,7 +72,7 @@ void add(CLI::App& app, const WordSpec& spec) {
     }
 }
 
-/// Help without the library's shorthand for what excludes what.
+/// The help text, without the library's notes about options that exclude each other.
 class Formatter : public CLI::Formatter {
 public:
     Formatter() {
@@ -93,7 +94,7 @@ public:
     explicit Parser(const CommandTable& table)
         : table_(table),
           app_("Instant messaging in a terminal", "vexim") {
-        app_.formatter(std::make_shared<Formatter>());  // the commands take it over
+        app_.formatter(std::make_shared<Formatter>());  // the commands inherit it
         app_.set_help_flag("--help,-h", "Print this");
         app_.set_version_flag("--version", "vexim " VEXIM_VERSION, "Print the version");
         app_.require_subcommand(1)->fallthrough();
@@ -119,7 +120,7 @@ public:
             arguments.erase(arguments.begin());
             arguments.push_back("--help");
         }
-        std::ranges::reverse(arguments);  // as the library wants them
+        std::ranges::reverse(arguments);  // the library reads them from the back
         try {
             app_.parse(arguments);
             return found();
@@ -128,7 +129,7 @@ public:
         } catch (const CLI::CallForVersion& version) {
             return {.text = version.what() + std::string("\n")};
         } catch (const CLI::ParseError& error) {
-            // What was not understood comes before what is missing.
+            // An unknown word matters more than a missing one, so it is reported first.
             if (auto unknown = unknownWord()) return *unknown;
             if (chosen() == &app_)
                 return refused("say what to do: " + names(app_) + "; see --help");
@@ -185,7 +186,7 @@ private:
         return joined(all, ", ");
     }
 
-    /// The innermost command that was understood.
+    /// The innermost command that the parser has recognised.
     const CLI::App* chosen() const {
         const CLI::App* app = &app_;
         while (!app->get_subcommands().empty()) app = app->get_subcommands().front();
@@ -204,7 +205,7 @@ private:
 
     static Parsed refused(const std::string& why) { return {.text = why, .status = 2}; }
 
-    /// The first word that means nothing, and what may have been meant.
+    /// Reports the first unknown word, with a guess at what was meant.
     std::optional<Parsed> unknownWord() const {
         auto left = app_.remaining(true);
         std::erase(left, "--");
@@ -272,14 +273,16 @@ private:
         return parsed;
     }
 
-    /// What the command line leaves open: from the environment, and from the configuration file.
+    /// Fills in what the command line does not say, from the environment and then from the
+    /// configuration file.
     void addSettings(Given& given, const CommandSpec& command) const {
         const auto file =
             given.find("--config")
                 .value_or(std::getenv("VEXIM_CONFIG") != nullptr ? std::getenv("VEXIM_CONFIG")
                                                                  : "");
         const auto configured = readConfiguration(file);
-        // Who is named in one place is not named otherwise in a lower one.
+        // A user who is named on the command line must not be mixed with one from the environment
+        // or from the file.
         const bool isNamed = given.has("--user") || given.has("--username");
         if (given.has("--user") && given.has("--username"))
             throw std::invalid_argument("--user and --username exclude each other");
@@ -318,7 +321,8 @@ private:
         }
         std::map<std::string, Strings> values;
         for (const auto& item : CLI::ConfigINI().from_file(path)) {
-            if (item.name == "++" || item.name == "--") continue;  // around a section
+            // the library's marks for a section's beginning and end
+            if (item.name == "++" || item.name == "--") continue;
             const std::string name = "--" + item.name;
             if (!item.parents.empty() || std::ranges::find(known, name) == known.end()) {
                 throw std::invalid_argument(path + ": no such setting: " + item.fullname() +

@@ -4,12 +4,12 @@
 
 class Stage;
 
-/// "demo": tells the library's whole story with two users of the local development service, checks
-/// each step, and prints it. Ends within 30 seconds. 0 when every step held.
+/// "demo": goes through the whole library with two users of the local development service, checks
+/// each step and prints it. Takes at most 30 seconds. The status is 0 if all steps succeeded.
 CommandSpec demoCommand();
 
-// The chapters, in the order in which they are told; each stands on the one before. False when the
-// story cannot go on.
+// The chapters, in order. Each builds on the one before. They return false if the story cannot go
+// on.
 bool tellLogin(Stage& stage);
 bool tellChat(Stage& stage);
 bool tellAttachments(Stage& stage);

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// A folder of the demo's own that goes with it.
+/// A temporary folder. It is removed with this object.
 class TemporaryFolder {
 public:
     TemporaryFolder()
@@ -51,7 +51,7 @@ vexim::Image picture() {
     return *vexim::Image::fromPixels(kSide, kSide, std::move(pixels));
 }
 
-/// What a recipient of an attachment sees: the last message of the given kind.
+/// What the recipient of an attachment sees: the last message of this kind.
 class LastMessage {
 public:
     LastMessage(const VXIMClient& client, VXIMMessageMediaType type) {
@@ -71,7 +71,7 @@ private:
         std::make_shared<std::shared_ptr<VXIMMessage>>();
 };
 
-/// alice sends `message`, bob receives and downloads it, and the bytes are those of the file at
+/// alice sends `message`, bob receives and downloads it, and its bytes must be those of the file at
 /// `original`.
 void passOn(Stage& stage, const std::string& what, const std::shared_ptr<VXIMMessage>& message,
             const std::string& original, const std::string& copy) {

@@ -8,17 +8,17 @@
 
 class VXIMMessage;
 
-/// A delegate that waits for one message to come back: the service sends a user's own messages
-/// back, and only then are they known to be delivered. They have no id: the first own one with this
-/// content at this place is it.
+/// A delegate that waits until a message comes back. The service sends a user's own messages back,
+/// and only then do we know that they were delivered. They have no id, so the first own message
+/// with the same content in the same conversation counts.
 class Echo : public VXIMClientDelegate {
 public:
     Echo(std::shared_ptr<VXIMMessage> message, Peer peer)
         : message_(std::move(message)),
           peer_(std::move(peer)) {}
 
-    /// The connection has the message: what comes from here on may be its echo, and what breaks may
-    /// have cost it.
+    /// The connection has accepted the message. From now on an arriving message may be its echo,
+    /// and if the connection breaks, the message may be lost.
     void expect() noexcept { isExpected_ = true; }
     bool hasCome() const noexcept { return hasCome_; }
     bool isLost() const noexcept { return isLost_; }

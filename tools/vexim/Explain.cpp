@@ -7,10 +7,10 @@ namespace {
 
 constexpr const char* kCheckAddress = " Are the address and the port right?";
 
-// What speaks TLS hangs up on a request that does not.
+// A server that expects TLS closes the connection when it gets a plain request.
 constexpr const char* kCheckScheme = " Are the address and the port right? Or is it https://?";
 
-/// For a connection that never stood.
+/// For a connection that could not be opened.
 const char* hintForConnection(std::int64_t kind) {
     switch (kind) {
         case VXIMConnectionErrorOther:
@@ -35,7 +35,7 @@ const char* hintForLoading(std::int64_t code) {
     }
 }
 
-/// What the service refuses for who asks, by its codes.
+/// For a request that the service refused, by the service's code.
 const char* hintForRefusal(std::int64_t code) {
     switch (code) {
         case 1102:
@@ -45,9 +45,9 @@ const char* hintForRefusal(std::int64_t code) {
     }
 }
 
-/// What a person can do about it; empty when nothing is likely.
+/// What the user can do about it; empty if we have no good guess.
 std::string hintFor(const vexim::Error& error, const std::string& words) {
-    // OpenSSL's words for an answer without TLS.
+    // OpenSSL says this if the server answers without TLS.
     if (words.find("wrong version number") != std::string::npos)
         return " The server does not speak TLS there: is it http://?";
     if (words.starts_with("TLS failed")) return kCheckAddress;

@@ -4,6 +4,6 @@
 
 #include "VexIMLib/Foundation/Error.h"
 
-/// An error for a person: what the service or the platform says about it, what to check, and its
-/// domain and code. Nothing in it is obeyed by a terminal.
+/// Explains an error to a person: what happened, what to check, and the error's domain and code.
+/// Control sequences are removed, so a terminal can show it safely.
 std::string explain(const vexim::ErrorPtr& error);

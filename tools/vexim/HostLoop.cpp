@@ -13,9 +13,9 @@ void HostLoop::run(const std::function<void()>& turned) {
         std::vector<pollfd> descriptors{{queue.fileDescriptor(), POLLIN, 0}};
         for (const auto& [descriptor, ready] : watched_)
             descriptors.push_back({descriptor, POLLIN, 0});
-        // a signal
+        // Interrupted by a signal.
         if (poll(descriptors.data(), descriptors.size(), queue.pollTimeout()) < 0) continue;
-        // which a callback may change
+        // A copy, because a callback may change the list.
         const auto watched = watched_;
         for (std::size_t at = 0; at < watched.size(); ++at) {
             const auto events = descriptors[at + 1].revents;

@@ -4,18 +4,18 @@
 #include <utility>
 #include <vector>
 
-/// A loop over descriptors that drives the main queue by the queue's own.
+/// An event loop over descriptors, which also runs the main queue.
 class HostLoop {
 public:
-    /// `ready` is called whenever `descriptor` can be read or its other end has gone; `isOver`
-    /// tells the latter, before which there may still be something to read.
+    /// Calls `ready` whenever `descriptor` can be read or its other end was closed. `isOver` is
+    /// true if it was closed; there may still be bytes to read then.
     void watch(int descriptor, std::function<void(bool isOver)> ready) {
         watched_.emplace_back(descriptor, std::move(ready));
     }
     void unwatch(int descriptor) {
         std::erase_if(watched_, [descriptor](const auto& one) { return one.first == descriptor; });
     }
-    /// Runs until `quit`; `turned` is called after each turn, before it waits.
+    /// Runs until `quit`. Calls `turned` after each turn, before it waits again.
     void run(const std::function<void()>& turned = {});
     void quit() noexcept { quit_ = true; }
 

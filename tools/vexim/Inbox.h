@@ -8,19 +8,19 @@
 #include "VexIMLib/Foundation/Error.h"
 #include "VexIMLib/VXIMClientDelegate.h"
 
-/// A delegate that writes down what it hears, one line an event: "friend alice: hello", "online
-/// bob", "logout".
+/// A delegate that writes down every event as a line: "friend alice: hello", "online bob",
+/// "logout".
 class Inbox : public VXIMClientDelegate {
 public:
     const std::vector<std::string>& lines() const noexcept { return lines_; }
     bool has(const std::string& line) const {
         return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
     }
-    /// How often `line` was heard.
+    /// How often `line` has occurred.
     std::ptrdiff_t count(const std::string& line) const {
         return std::count(lines_.begin(), lines_.end(), line);
     }
-    /// All lines in one, for a complaint.
+    /// All lines in one text, for error messages.
     std::string text() const;
 
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override;
@@ -45,11 +45,11 @@ public:
     void clientFriendDidOffline(const std::shared_ptr<VXIMClient>& client,
                                 const std::shared_ptr<VXIMFriendInfo>& info) override;
 
-    /// The line that stands for a message.
+    /// The line for a message.
     static std::string lineOf(const std::string& conversation, VXIMMessage& message);
 
 protected:
-    /// Hears each line as it is written down, and the same for programs: {"event": "message",
+    /// Called for each line when it is written, also in a form for programs: {"event": "message",
     /// "kind": "friend", "id": "bob", "message": …}, {"event": "online", "id": "bob"}.
     virtual void wrote(const std::string& line, const vexim::Dictionary& event);
 

@@ -26,7 +26,8 @@ void InputLines::go() {
         searched_ = bytes_.size();
     }
     if (isAtEnd_ && !isHeld) {
-        if (!bytes_.empty()) line_(std::exchange(bytes_, {}));  // the last line needs no end
+        // the last line may have no line end
+        if (!bytes_.empty()) line_(std::exchange(bytes_, {}));
         stop();
         return ended_();
     }

@@ -5,11 +5,11 @@
 
 #include "HostLoop.h"
 
-/// The lines of standard input, as they come, or as their reader can take them.
+/// Reads standard input line by line, as fast as its reader can take the lines.
 class InputLines {
 public:
-    /// `line` gets each line without its end, `ended` runs after the last one. `isBusy` is asked
-    /// before each line: while it says so, nothing more is read, until `go`.
+    /// Passes each line to `line`, without its end, and calls `ended` after the last one. Before
+    /// each line it asks `isBusy`: while that is true, it reads nothing, until `go` is called.
     InputLines(HostLoop& loop, std::function<bool()> isBusy,
                std::function<void(const std::string&)> line, std::function<void()> ended)
         : loop_(loop),
@@ -17,9 +17,9 @@ public:
           line_(std::move(line)),
           ended_(std::move(ended)) {}
 
-    /// Begins, or goes on when the reader is no longer busy.
+    /// Starts to read, or continues when the reader is no longer busy.
     void go();
-    /// No more is read.
+    /// Stops for good.
     void stop();
 
 private:
@@ -29,9 +29,9 @@ private:
     const std::function<bool()> isBusy_;
     const std::function<void(const std::string&)> line_;
     const std::function<void()> ended_;
-    std::string bytes_;  // read, from `taken_` on not handed over
+    std::string bytes_;  // what was read; before `taken_` it is already passed on
     std::size_t taken_ = 0;
-    std::size_t searched_ = 0;  // there is no line's end before; a long line is searched once
+    std::size_t searched_ = 0;  // before this there is no line end, so nothing is searched twice
     bool isWatching_ = false;
     bool isAtEnd_ = false;
     bool isHandingOver_ = false;

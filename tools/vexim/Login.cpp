@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::chrono::seconds kTimeout{30};  // a service that hangs does not answer
+constexpr std::chrono::seconds kTimeout{30};  // if the service hangs
 
 struct Attempt {
     std::string where;
@@ -38,7 +38,7 @@ void logInOnce(const std::shared_ptr<VXIMClient>& client, const Credentials& cre
         attempt, VXIMClientConnectionErrorNotification, client.get(),
         [seen = attempt.get()](const vexim::Notification& notification) {
             const auto error = vexim::connectionError(notification);
-            // After this one the connection goes on, and the answer may still come.
+            // After this error the connection stays open, and the answer may still come.
             if (!error->is(VXIMConnectionErrorDomain, VXIMConnectionErrorServerReported))
                 seen->end(explain(error));
         });

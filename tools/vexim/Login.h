@@ -6,15 +6,15 @@
 
 #include "Account.h"
 
-/// Logs in, and says why when that does not work: `ended` runs once, with an empty text when the
-/// service has accepted the login, else with the reason. It comes at once when the connection
-/// reports an error, for such a login is never answered, and after 30 seconds when nothing comes.
-/// Throws std::invalid_argument when nobody is named.
+/// Logs in. `ended` runs once: with an empty text if the service accepts the login, otherwise with
+/// the reason. It runs at once if the connection reports an error, because such a login never gets
+/// an answer, and after 30 seconds without an answer. Throws std::invalid_argument if no user is
+/// named.
 void logInOnce(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials,
                std::function<void(const std::string& complaint)> ended);
 
-/// Logs in and waits for it. Throws std::runtime_error with the reason when that does not work.
+/// Logs in and waits for the result. Throws std::runtime_error with the reason if that fails.
 void logIn(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials);
 
-/// The id of the user who is named; a user name is logged in to learn it. Throws as `logIn`.
+/// The user's id. If only a user name is given, it logs in to find out. Throws like `logIn`.
 std::string userIdOf(const std::shared_ptr<VXIMClient>& client, const Credentials& credentials);

@@ -1,4 +1,4 @@
-// Histories, attributes, searches by attributes, passengers.
+// Commands for histories, attributes, searches by attributes, and passengers.
 
 #include <stdexcept>
 
@@ -20,7 +20,7 @@ const OptionSpec kLimit{"--limit", "NUMBER", "How many at most; 20 by default"};
 const WordSpec kEntries{"KEY=VALUE", "Attributes; a value may be JSON", Count::Some};
 const WordSpec kPassenger{"PASSENGER", "The passenger's id"};
 
-/// Messages as people read them: when, who, what.
+/// Messages as people read them: time, sender, text.
 Value shownMessages(const Value& records) {
     Array rows;
     const auto* array = records.asArray();
@@ -61,7 +61,7 @@ int runHistory(const Given& given) {
                    shownMessages)(given);
 }
 
-/// Of a group or a room where one is named, else of the user.
+/// Runs on the attributes of a group or a room if one is named, otherwise on the user's.
 std::function<int(const Given&)> onAttributes(
     std::function<void(VXIMAttributedObject&, const Given&, Done)> act) {
     return [act = std::move(act)](const Given& given) {

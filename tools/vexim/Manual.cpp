@@ -10,8 +10,8 @@
 
 namespace {
 
-/// As plain text: a backslash, and a dot or a quote in front, mean something in this language,
-/// which is written in ASCII.
+/// Escapes text for mdoc: a backslash, or a dot or quote at the beginning of a line, has a meaning
+/// there. mdoc is ASCII.
 std::string plain(const std::string& text) {
     std::string safe;
     for (const wchar_t character : chat::wide(text)) {
@@ -29,7 +29,7 @@ std::string plain(const std::string& text) {
     return safe;
 }
 
-/// As an argument of a macro, where a word of few letters may be taken for a macro, too.
+/// Escapes an argument of a macro: a short word might be the name of another macro.
 std::string word(const std::string& text) {
     std::string quoted = "\"";
     for (const char c : plain(text)) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
@@ -47,7 +47,7 @@ std::string itemsOf(const std::vector<OptionSpec>& options) {
     return text;
 }
 
-/// Lines as they stand.
+/// Lines that keep their breaks.
 std::string literal(const std::string& text) {
     return ".Bd -literal -offset indent -compact\n" + plain(text) + "\n.Ed\n";
 }

@@ -4,5 +4,5 @@
 
 #include "CommandTable.h"
 
-/// The manual page, in mdoc.
+/// The manual page in mdoc format.
 std::string manualOf(const CommandTable& table);

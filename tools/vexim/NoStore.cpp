@@ -1,4 +1,4 @@
-// In a build without VexIMLib::Store.
+// Replaces the store's commands in a build without VexIMLib::Store.
 #include <stdexcept>
 
 #include "StoreCommands.h"

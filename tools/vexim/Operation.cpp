@@ -19,7 +19,7 @@ namespace {
 
 using vexim::Value;
 
-/// Why an attempt got no answer, as far as the record tells.
+/// Why an attempt got no answer, if the record of events says so.
 std::string reasonOf(const VXIMDiagnosisEvent& failure) {
     if (const auto status = failure.details.get("status"); status.isNumber())
         return "status " + status.description();
@@ -32,8 +32,8 @@ std::string reasonOf(const VXIMDiagnosisEvent& failure) {
     }
 }
 
-/// Runs the main queue until `hasArrived`, for 30 seconds at most. Says so when a first attempt has
-/// failed and others follow, which takes seconds.
+/// Runs the main queue until `hasArrived` is true, for 30 seconds at most. If the first attempt has
+/// failed, it says that others follow, because that takes seconds.
 bool await(const std::function<bool()>& hasArrived, const VXIMClient& client) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     bool isTold = false;
@@ -55,7 +55,7 @@ bool await(const std::function<bool()>& hasArrived, const VXIMClient& client) {
 void printJSON(const Value& value) {
     const auto text =
         vexim::writeJSON(value.isNil() ? Value::null() : value, vexim::JSONFragments::Allow).text;
-    // of a terminal's own, what it would obey is left out
+    // On a terminal, leave out control sequences.
     static const bool isTerminal = isatty(STDOUT_FILENO) != 0;
     std::printf("%s\n", isTerminal ? chat::harmless(text).c_str() : text.c_str());
 }

@@ -6,16 +6,17 @@
 
 class VXIMClient;
 
-/// How a result is printed.
+/// How to print results.
 enum class Output { Text, JSON };
 
-/// One line on standard output.
+/// Prints one line to standard output.
 void printJSON(const vexim::Value& value);
 
-/// Starts `operation`, runs the main queue until it has ended (30 seconds at most) and prints what
-/// it gave: as JSON, or as a table of what `shown` makes of it (empty: of itself). Standard error
-/// hears that another attempt is made. `client` is the one whose configuration counts. 0 on
-/// success; throws std::runtime_error after an error or without an answer.
+/// Starts `operation`, runs the main queue until it has ended (30 seconds at most) and prints the
+/// result: as JSON, or as a table. `shown` prepares the result for the table; if it is empty, the
+/// result itself is shown. Before another attempt it prints a note to standard error. `client`
+/// provides the configuration. Returns 0 on success; throws std::runtime_error after an error or if
+/// no answer comes.
 int perform(const VXIMClient& client, Output output,
             const std::function<void(VXIMResultCompletion)>& operation,
             const std::function<vexim::Value(const vexim::Value&)>& shown = {});

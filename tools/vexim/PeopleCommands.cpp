@@ -1,4 +1,4 @@
-// Friends, groups, rooms and their members.
+// Commands for friends, groups, rooms and their members.
 
 #include <stdexcept>
 
@@ -18,7 +18,7 @@ const WordSpec kName{"NAME", "The name, in quotes if it contains spaces"};
 const WordSpec kMembers{"MEMBER", "User ids of its members", Count::Any};
 const WordSpec kUsers{"MEMBER", "Their user ids", Count::Some};
 
-/// Calls `act` with the group or the room that is named.
+/// Calls `act` with the group or the room that the command names.
 template <class Act>
 void onPlace(const Given& given, Act act) {
     if (given.peer.groupId) return act(VXIMGroup::groupWithId(*given.peer.groupId));

@@ -26,20 +26,21 @@
 
 namespace {
 
-// A service that hangs does not answer.
+// If the service hangs, it does not answer the logout.
 constexpr std::chrono::seconds kLogoutTimeout{10};
-// What leaves is waited for so long at the end.
+// At the end, how long to wait for messages that are still being sent.
 constexpr std::chrono::seconds kPatience{20};
 constexpr std::chrono::seconds kClosingTimeout{5};
-// So long the names of groups and rooms are waited for before the first line is read.
+// How long to wait for the names of groups and rooms before the first line is read.
 constexpr std::chrono::seconds kNamesTimeout{3};
 constexpr std::int32_t kObserved = 200;
-// So many wait for their echo before more is read: what is observed has room for them.
+// If this many messages wait for their echo, no more input is read. The list that we observe has
+// room for them.
 constexpr std::size_t kMostUnreported = 150;
 constexpr std::int32_t kMostConversations = 10'000;
-constexpr std::int64_t kMostMissed = 500;  // of one conversation, that are printed
+constexpr std::int64_t kMostMissed = 500;  // the most missed messages to print for one conversation
 
-// Bytes of a message that was not sent.
+// How much of an unsent message to print, in bytes.
 constexpr std::size_t kLongestShown = 500;
 
 constexpr const char* kHelp =
@@ -47,9 +48,9 @@ constexpr const char* kHelp =
     "  /pause       close the connection   /resume     open it again    /status    the state of the session\n"
     "  /quit        log out and quit       anything else is sent";
 
-int printError = 0;  // why standard output does not take any more: `errno`
+int printError = 0;  // the `errno` of a failed write to standard output
 
-/// Others have a say in it: what a terminal would obey is left out.
+/// Removes control sequences, because other people wrote parts of the line.
 void printLine(const std::string& line) {
     if (std::printf("%s\n", chat::harmless(line).c_str()) < 0 || std::fflush(stdout) != 0)
         printError = errno;
@@ -131,7 +132,7 @@ protected:
             isCaughtUp_ = false;
             heardBefore_ = lines().size();
         }
-        if (line == "disconnect") input_.go();  // a command may have to be read
+        if (line == "disconnect") input_.go();  // the next line may be a command, such as /resume
         if (isJSON_) return printLine(vexim::writeJSON(event).text);
         printLine(names_->added(line, event));
     }
@@ -150,8 +151,8 @@ private:
         loop_.quit();
     }
 
-    /// Once the user is logged in and the store is open: what a script sent before would go
-    /// nowhere.
+    /// Begins to read input, once the user is logged in and the store is open. Earlier, a script's
+    /// lines would be lost.
     void begin() {
         if (!isLoggedIn_ || !store()) return;
         print("logged in as " + client_->currentUser()->uid().description() +
@@ -160,14 +161,16 @@ private:
         vexim::MainQueue::shared().after(kNamesTimeout, [this] { input_.go(); });
     }
 
-    /// Whether more may wait for their outcome. Without a connection nothing is held back: a
-    /// command may come that opens it again.
+    /// Whether to read no more input for now, because too many messages wait for their result.
+    /// Without a connection input is always read, because the next line may be the command that
+    /// reconnects.
     bool isBusy() const {
         return client_->status() == VXIMClientStatusOpened &&
                adding_ + unreported_.size() >= kMostUnreported;
     }
 
-    /// What came while nobody listened is printed now; the rest has been printed as it came.
+    /// Prints the messages that came while the user was away. Later ones were printed when they
+    /// came.
     void didCatchUp(const VXIMCaughtUp& caughtUp) {
         if (caughtUp.missedCount > 0) {
             const bool isOne = caughtUp.missedCount == 1;
@@ -193,7 +196,7 @@ private:
                 const std::optional<std::vector<VXIMStoredMessage>>& messages,
                 const vexim::ErrorPtr&) {
                 if (!messages) return;
-                std::vector<std::string> missed;  // the newest first
+                std::vector<std::string> missed;  // newest first
                 std::int64_t count = 0;
                 for (auto one = messages->rbegin(); one != messages->rend() && count < unread;
                      ++one) {
@@ -301,7 +304,7 @@ private:
         });
     }
 
-    /// Delivered, or not to be.
+    /// Reports a message that was delivered or has failed; ignores the others.
     void report(const VXIMStoredMessage& message) {
         const bool isFailed = message.state == VXIMStoredMessageFailed;
         if (!isFailed && message.state != VXIMStoredMessageConfirmed) return;
@@ -311,7 +314,7 @@ private:
                        shown(message.conversation, message.text()));
         ++settled_;
         logOutWhenSettled();
-        // not from within the list of those that are settled
+        // Later, because the caller is still going through `unreported_`.
         vexim::MainQueue::shared().async([this] { input_.go(); });
     }
 
@@ -329,7 +332,7 @@ private:
         logOutWhenSettled();
     }
 
-    /// As long as something comes back now and then, the rest is waited for.
+    /// Waits on as long as results still arrive, then logs out.
     void waitForMore(std::size_t settledBefore) {
         vexim::MainQueue::shared().after(kPatience, [this, settledBefore] {
             settled_ > settledBefore ? waitForMore(settled_) : logOut();
@@ -365,7 +368,7 @@ private:
     const std::shared_ptr<VXIMConversations> conversations_;
     const std::shared_ptr<VXIMClient> client_;
     Peer peer_;
-    const bool isKept_;  // beyond the end of this run
+    const bool isKept_;  // the store is a file, which outlives this run
     const bool isJSON_;
     HostLoop loop_;
     InputLines input_{loop_, [this] { return isBusy(); },
@@ -374,18 +377,18 @@ private:
                           if (!leaving_) leave();
                       }};
     const std::shared_ptr<PlaceNames> names_ = std::make_shared<PlaceNames>();
-    std::shared_ptr<int> alive_ = std::make_shared<int>();  // observes as long as this lives
+    std::shared_ptr<int> alive_ = std::make_shared<int>();  // its observers live as long as this
     std::shared_ptr<VXIMStoreObservation> list_;
     std::map<VXIMConversationId, std::shared_ptr<VXIMStoreObservation>> observed_;
-    // queued in this run, and neither delivered nor failed
+    // sent in this run; neither delivered nor failed yet
     std::map<std::int64_t, VXIMConversationId> unreported_;
-    // those that the store has not answered yet
+    // not yet accepted by the store
     std::size_t adding_ = 0;
     std::size_t settled_ = 0;
-    std::size_t heardBefore_ = 0;  // lines, at the last login
+    std::size_t heardBefore_ = 0;  // the number of lines at the last login
     bool isCaughtUp_ = false;
     bool isLoggedIn_ = false;
-    bool leaving_ = false;  // a second /quit does not wait for the service
+    bool leaving_ = false;  // a second /quit leaves at once
     bool isLoggingOut_ = false;
     bool isEnding_ = false;
     int status_ = 0;

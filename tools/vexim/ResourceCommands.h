@@ -4,7 +4,7 @@
 
 #include "CommandTable.h"
 
-/// Friends, groups, rooms and their members.
+/// Commands for friends, groups, rooms and their members.
 std::vector<CommandSpec> peopleCommands();
-/// Histories, attributes, searches by attributes, passengers.
+/// Commands for histories, attributes, searches by attributes, and passengers.
 std::vector<CommandSpec> lookupCommands();

@@ -11,7 +11,7 @@ using vexim::Value;
 std::function<int(const Given&)> running(Acts acts, ResourceOperation operation,
                                          std::function<Value(const Value&)> shown) {
     return [acts, operation = std::move(operation), shown = std::move(shown)](const Given& given) {
-        // its configuration is what requests are made with
+        // Requests use the configuration of the client that was made last.
         const auto client = given.account.makeClient();
         const auto me =
             acts == Acts::ForAUser ? userIdOf(client, given.credentials) : std::string();

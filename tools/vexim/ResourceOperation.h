@@ -12,20 +12,20 @@
 
 using Done = VXIMResultCompletion;
 
-/// What a resource command does. `me` is the user's id; empty where the command needs none.
+/// What a resource command does. `me` is the user's id, or empty if the command needs none.
 using ResourceOperation = std::function<void(const Given& given, const std::string& me, Done done)>;
 
-/// Whether a command acts for a user.
+/// Whether a command needs a user.
 enum class Acts { ForAUser, ForNobody };
 
-/// A command's `run`: starts the operation and prints what it gave. `shown` makes of a result what
-/// people see; empty: the result itself.
+/// Makes a command's `run`: it starts the operation and prints the result. `shown` prepares the
+/// result for people; if it is empty, the result itself is shown.
 std::function<int(const Given&)> running(
     Acts acts, ResourceOperation operation,
     std::function<vexim::Value(const vexim::Value&)> shown = {});
 
-/// "city=Oslo" as an entry. A value that is JSON is taken as such (31, true, ["a"]), anything else
-/// as text. Throws std::invalid_argument where there is no "=".
+/// Reads words like "city=Oslo" as entries. A value that is JSON (31, true, ["a"]) keeps its type;
+/// any other is text. Throws std::invalid_argument if a word has no "=".
 vexim::Dictionary entriesOf(const std::vector<std::string>& words);
 
 vexim::Value recordOf(const VXIMFriendInfo& info);
@@ -41,7 +41,7 @@ vexim::Value recordsOf(const std::optional<std::vector<std::shared_ptr<T>>>& obj
     return records;
 }
 
-/// Ends with `result()` when the operation succeeded.
+/// A completion that passes on `result()` if the operation succeeded.
 template <class Result>
 VXIMBooleanCompletion then(Done done, Result result) {
     return [done, result](bool succeeded, vexim::ErrorPtr error) {
@@ -56,7 +56,7 @@ inline VXIMBooleanCompletion onlySuccess(Done done) {
     return then(std::move(done), [] { return vexim::Value(); });
 }
 
-/// Ends with the records of what was found or read.
+/// A completion that passes on the records that were found or fetched.
 inline auto withRecords(Done done) {
     return [done](const auto& objects, vexim::ErrorPtr error) {
         done(error ? vexim::Value() : recordsOf(objects), error);

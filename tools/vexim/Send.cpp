@@ -24,20 +24,20 @@
 
 namespace {
 
-// A transfer ends by limits of its own, and so does a login.
+// Uploads and logins have time limits of their own.
 constexpr std::chrono::hours kForever{24};
-// The service drops what goes to nobody without a word, and sends back what it delivers.
+// The service silently drops a message to nobody, and sends back what it delivers.
 constexpr std::chrono::seconds kPatience{5};
 constexpr std::chrono::seconds kLogoutTimeout{3};
-// Far beyond what a service takes, so that an endless input ends.
+// Much more than a service accepts. It only stops an endless input.
 constexpr std::size_t kLongestText = std::size_t{16} << 20;
 
-/// A line on standard error: how far, how fast, how long still.
+/// A progress line on standard error: percentage, speed, remaining time.
 VXIMProgress progressLine(const std::string& file) {
     std::error_code ignored;
     const auto size = std::filesystem::file_size(file, ignored);
     const auto pace = std::make_shared<chat::Pace>(static_cast<std::int64_t>(ignored ? 0 : size));
-    // a value may come twice, and the end of the line must not
+    // A percentage may come twice, but the line must end only once.
     return [pace, drawn = -1](std::int32_t percent) mutable {
         constexpr int kWidth = 40;
         if (std::exchange(drawn, percent) == percent) return;
@@ -55,7 +55,7 @@ bool waitFor(const std::function<bool()>& predicate, std::chrono::seconds limit)
     return vexim::MainQueue::shared().runUntil(predicate, limit);
 }
 
-/// Returns once the connection has it; throws when it has not.
+/// Returns once the connection has accepted the message; throws if it refuses.
 void handOver(VXIMClient& client, const std::shared_ptr<VXIMMessage>& message, Echo& echo) {
     const bool isFile = message->mediaType() != VXIMMessageMediaTypeText;
     const auto isOver = std::make_shared<bool>(false);
@@ -69,7 +69,7 @@ void handOver(VXIMClient& client, const std::shared_ptr<VXIMMessage>& message, E
         });
     waitFor([&] { return *isOver; }, kForever);
     if (message->status() == VXIMMessageStatusSent) return;
-    if (isFile) std::fputc('\n', stderr);  // the progress stands there, unfinished
+    if (isFile) std::fputc('\n', stderr);  // end the unfinished progress line
     throw std::runtime_error("not sent: " + explain(*refusal ? *refusal : message->error()));
 }
 
@@ -140,7 +140,8 @@ int runSend(const Given& given) {
     const auto& peer = given.peer;
     if (!peer.isNamed())
         throw std::invalid_argument("say to whom with --friend, --group or --room");
-    // a wrong address is told before a text is waited for
+    // Make the client first: a wrong address should be reported before the program waits for a
+    // text.
     const auto client = given.account.makeClient();
     const auto message = messageFrom(given);
     logIn(client, given.credentials);
@@ -151,7 +152,8 @@ int runSend(const Given& given) {
     awaitEcho(*echo, peer);
     const auto isOut = std::make_shared<bool>(false);
     client->logoutWithCompletion([isOut](bool, const vexim::ErrorPtr&) { *isOut = true; });
-    waitFor([&] { return *isOut; }, kLogoutTimeout);  // whatever comes: the message has arrived
+    // whatever the result, the message has arrived
+    waitFor([&] { return *isOut; }, kLogoutTimeout);
     if (given.isJSON) printJSON(message->dictionaryRepresentation());
     return 0;
 }

@@ -4,6 +4,6 @@
 
 class VXIMMessage;
 
-/// "send": logs in, sends one message with a progress bar for its file, waits until the service has
+/// "send": logs in, sends one message (with a progress bar for a file), waits until the service has
 /// sent it back, and logs out.
 CommandSpec sendCommand();

@@ -20,7 +20,7 @@ std::string choice(const std::string& word, const std::string& help, const std::
     return word.starts_with(beginning) ? word + "\t" + help + "\n" : "";
 }
 
-/// Commands and topics at the top (`topic` is empty), or the commands of a topic.
+/// The commands of `topic`; if it is empty, the top level's commands and topics.
 std::string commandsOf(const CommandTable& table, const std::string& topic,
                        const std::string& beginning) {
     std::string lines;
@@ -68,11 +68,11 @@ std::string wordsAt(const CommandSpec& command, std::size_t place, const std::st
 
 std::string completionsOf(const CommandTable& table, const std::vector<std::string>& words) {
     const std::string beginning = words.empty() ? "" : words.back();
-    std::string path;  // "friends", then "friends list"
+    std::string path;  // first "friends", then "friends list"
     const CommandSpec* command = nullptr;
     std::size_t place = 0;
-    const OptionSpec* open = nullptr;  // waits for its value
-    bool isText = false;               // "--" was there
+    const OptionSpec* open = nullptr;  // the option that still needs its value
+    bool isText = false;               // after "--", everything is text
     for (std::size_t i = 0; i + 1 < words.size(); ++i) {
         const auto& word = words[i];
         if (open != nullptr) {

@@ -5,7 +5,7 @@
 
 #include "CommandTable.h"
 
-/// What may stand as the last of `words`, which are those of a command line so far without the
-/// program's name: a line for each choice, "WORD<tab>explanation", or "@files" where a file's name
-/// belongs. Nothing when there is nothing to choose from.
+/// The choices for the last of `words`, the command line so far without the program's name. One
+/// line for each: "WORD<tab>explanation", or "@files" if a file name is expected. Empty if there
+/// are none.
 std::string completionsOf(const CommandTable& table, const std::vector<std::string>& words);

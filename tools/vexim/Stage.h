@@ -11,7 +11,7 @@
 #include "Transcript.h"
 #include "VexIMLib/VexIMLib.h"
 
-/// What an operation answered, once it has.
+/// The result of an operation, once it has come.
 struct Answer {
     bool arrived = false;
     bool succeeded = false;
@@ -22,11 +22,10 @@ struct Answer {
 };
 using AnswerPtr = std::shared_ptr<Answer>;
 
-/// The two users on whom the demo's chapters play, what they hear, and the checks that the chapters
-/// are made of.
+/// The demo's two users, the events that they receive, and the checks for the chapters.
 class Stage {
 public:
-    // The users, the group and the room with which the development service starts.
+    // The users, the group and the room that exist when the development service starts.
     static constexpr const char* kAlice = "alice";
     static constexpr const char* kBob = "bob";
     static constexpr const char* kBobsPassword = "bob-secret";
@@ -35,10 +34,11 @@ public:
 
     Stage(const Account& account, bool isJSON);
 
-    /// Starts a login; one that cannot be answered fails with the connection's error.
+    /// Starts a login. If the connection fails, the login would get no answer, so it fails with the
+    /// connection's error.
     static AnswerPtr login(const std::shared_ptr<VXIMClient>& client,
                            const Credentials& credentials);
-    /// Starts an operation that ends with a flag, or with a result.
+    /// Starts an operation whose completion gets a boolean, or a result.
     static AnswerPtr flag(const std::function<void(VXIMBooleanCompletion)>& operation);
     static AnswerPtr result(const std::function<void(VXIMResultCompletion)>& operation);
 
@@ -48,7 +48,7 @@ public:
     void expectStatus(const std::string& step, const VXIMClient& client, VXIMClientStatus status);
     void expectHeard(const std::string& step, const Inbox& inbox, const std::string& line,
                      std::ptrdiff_t times = 1);
-    /// Something that holds now, or does not.
+    /// Checks something that must hold now.
     void expectNow(const std::string& step, bool holds, const std::string& seen);
 
     Transcript transcript;

@@ -29,10 +29,10 @@ namespace {
 
 constexpr std::int32_t kUsualLimit = 50;
 
-// A large store takes its time; one that does not answer at all must not hang a script.
+// A large store takes time, but a store that never answers must not block a script forever.
 constexpr std::chrono::minutes kTimeout{10};
 
-/// Runs the main queue until an operation has ended. Throws std::runtime_error with its error.
+/// Runs the main queue until an operation has ended. Throws std::runtime_error if it fails.
 template <class Result, class Start>
 Result resultOf(Start start) {
     struct Outcome {
@@ -61,7 +61,7 @@ std::shared_ptr<VXIMMessageStore> opened(const Given& given) {
         throw std::invalid_argument(
             "--store is a directory: say whose messages of which service with --user and --server");
     }
-    // As a reader: beside a chat that has it open.
+    // Opened for reading, so a running chat may have it open, too.
     VXIMMessageStoreOptions options{
         .path = path, .userId = user, .service = server, .readOnly = true};
     if (const auto url = vexim::URL::parse(server); url) options.service = url->absoluteString();
@@ -76,7 +76,7 @@ std::optional<VXIMConversationId> conversationOf(const Peer& peer) {
     return std::nullopt;
 }
 
-/// What people see of a message that was found.
+/// What to show of a message that was found.
 vexim::Value shown(const VXIMStoredMessage& message) {
     const auto& place = message.conversation;
     return vexim::Dictionary{{"time", localTime(message.sentAtMillis)},
@@ -113,7 +113,7 @@ int runSearch(const Given& given) {
     return 0;
 }
 
-/// A directory for this run, which goes with it.
+/// A temporary directory for this run. It is removed with this object.
 class Folder {
 public:
     Folder() : path_((std::filesystem::temp_directory_path() / "vexim-export-XXXXXX").string()) {
@@ -150,7 +150,7 @@ int runExport(const Given& given) {
     std::ifstream lines(folder.file(), std::ios::binary);
     for (std::array<char, 65'536> piece{};
          lines.read(piece.data(), piece.size()) || lines.gcount() > 0;) {
-        // main tells why
+        // main reports the reason
         if (std::fwrite(piece.data(), 1, static_cast<std::size_t>(lines.gcount()), stdout) == 0)
             break;
     }

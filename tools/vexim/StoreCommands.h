@@ -4,14 +4,14 @@
 
 #include "CommandTable.h"
 
-/// "chat", which uses the store. On a terminal it takes the whole screen, else it goes line by
-/// line.
+/// "chat", which uses the store. On a terminal it takes the whole screen; otherwise it reads and
+/// prints lines.
 CommandSpec chatCommand();
-/// "search" and "export", which read it. A build without the store has all three, too, and they say
-/// so.
+/// "search" and "export", which read the store. A build without the store has all three, too; they
+/// report that it is missing.
 std::vector<CommandSpec> storeCommands();
 
-/// Which file keeps the messages.
+/// The option that names the store's file.
 inline OptionSpec storeOption() {
     return {"--store", "PATH", "Keep the messages in this file, or in a file of this directory",
             true};

@@ -15,14 +15,14 @@ using vexim::Dictionary;
 using vexim::Value;
 using Row = std::vector<std::string>;
 
-// of a record, a time in milliseconds
+// in a record, a time in milliseconds
 constexpr const char* kTimestamp = "ts";
 
 std::string asJSON(const Value& value) {
     return vexim::writeJSON(value, vexim::JSONFragments::Allow).text;
 }
 
-/// One value in one line.
+/// A value as one line of text.
 std::string cellOf(const Value& value) {
     std::string text;
     if (value.isNil() || value.isNull()) return "";
@@ -51,7 +51,7 @@ std::string headingOf(const std::string& key) {
     return heading;
 }
 
-/// Columns as wide as their widest text; the last one is not filled up.
+/// Pads all columns except the last to their widest text.
 std::string aligned(const std::vector<Row>& rows) {
     std::vector<int> widths;
     for (const auto& row : rows) {

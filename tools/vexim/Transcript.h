@@ -6,23 +6,24 @@
 
 #include "VexIMLib/Foundation/Dictionary.h"
 
-/// The story as it is told: one line a step, with what was observed, and a verdict at the end.
+/// The demo's output: one line for each step, with what was observed, and the overall result at the
+/// end.
 class Transcript {
 public:
-    /// `budget` bounds the whole story: a step that begins later fails at once. With `isJSON` each
-    /// line is a JSON object.
+    /// `budget` limits the whole run: steps that begin later fail at once. With `isJSON` each line
+    /// is a JSON object.
     Transcript(std::chrono::seconds budget, bool isJSON);
 
-    /// A line that only tells.
+    /// A line without a check.
     void say(const std::string& line);
-    /// Runs the main queue until `arrived`, for as long as the budget lasts but no longer than ten
-    /// seconds, and prints the step with the verdict: whether `held`. `seen` tells what was there
-    /// instead when it did not.
+    /// Runs the main queue until `arrived` is true, for ten seconds at most and not beyond the
+    /// budget. Then prints the step, and whether `held` is true. If it is not, `seen` says what was
+    /// there instead.
     bool expect(const std::string& step, const std::function<bool()>& arrived,
                 const std::function<bool()>& held, const std::function<std::string()>& seen);
 
     bool allHeld() const noexcept { return failures_ == 0; }
-    /// The closing line.
+    /// Prints the last line.
     void finish();
 
 private:

@@ -1,4 +1,4 @@
-// vexim: the library in a terminal.
+// vexim: a terminal client for the library.
 
 #include <unistd.h>
 
@@ -53,7 +53,7 @@ int complain(const std::string& words, int status, bool isJSON) {
     return status;
 }
 
-/// Prints what has no client: texts, completions, the manual.
+/// Prints a text for which no client is needed: help, completions, the manual.
 int print(const std::string& text) {
     std::fputs(text.c_str(), stdout);
     if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return 0;
@@ -69,7 +69,7 @@ int run(const CommandSpec& command, Given& given) {
         throw std::runtime_error(std::string("cannot write the output: ") +
                                  std::strerror(errno != 0 ? errno : EIO));
     } catch (const std::invalid_argument& error) {
-        return complain(error.what(), 2, given.isJSON);  // nothing was tried
+        return complain(error.what(), 2, given.isJSON);  // nothing was sent
     } catch (const vexim::Exception& exception) {
         return complain(exception.reason(), 2, given.isJSON);
     } catch (const std::exception& error) {
@@ -92,7 +92,7 @@ int main(int argc, char** argv) {
     const bool isJSON = std::ranges::find(arguments, "--json") != arguments.end();
     if (parsed.command == nullptr && parsed.status == 0) return print(parsed.text);
     if (parsed.command == nullptr) return complain(parsed.text, parsed.status, isJSON);
-    for (std::size_t i = 0; i < arguments.size(); ++i) {  // a file's name may have any bytes
+    for (std::size_t i = 0; i < arguments.size(); ++i) {  // a file name may have any bytes
         const bool isText =
             !vexim::writeJSON(vexim::Value(arguments[i]), vexim::JSONFragments::Allow).error;
         if (!isText && ::access(arguments[i].c_str(), F_OK) != 0)

@@ -14,8 +14,8 @@ namespace vexim::c::handlers {
 
 namespace {
 
-/// If "appId" or "clientKey" is missing, C++ raises an exception that speaks of dictionaries; here
-/// the caller gets the name of the field.
+/// If "appId" or "clientKey" is missing, C++ raises an exception about a dictionary. Here the
+/// caller gets the name of the field.
 void requireConfigured(Request& request) {
     const auto config = request.client().config();
     const char* missing = !config->appId()                           ? "appId"

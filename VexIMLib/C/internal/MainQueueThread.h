@@ -2,8 +2,8 @@
 
 namespace vexim::c {
 
-/// Whether the calling process may use the library: not in a forked child of a process that has
-/// started it.
+/// Whether the calling process may use the library. False in a child that was forked after the
+/// library had started.
 bool isAtHome() noexcept;
 
 /// Makes sure that a thread of ours runs the main queue. False if the process is exiting or has no

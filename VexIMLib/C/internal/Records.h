@@ -63,8 +63,8 @@ void write(std::string& out, const std::vector<T>& elements) {
     out += elements.empty() ? "[]" : "]";
 }
 
-/// Begins an event up to its name, in the memory of `text`. Append its arguments and the closing
-/// brace.
+/// Returns the beginning of an event, up to its name. Reuses the memory of `text`. Append the
+/// event's arguments and the closing brace.
 std::string begunEvent(std::string_view name, std::string text = {});
 template <class T>
 void append(std::string& text, std::string_view name, const T& argument) {
@@ -97,7 +97,7 @@ public:
     }
 
 private:
-    // In one piece, because an event has a dozen of them.
+    // Appends everything at once, because an event has a dozen keys.
     template <std::size_t N>
     void key(const char (&name)[N]) {
         char text[N + 3];

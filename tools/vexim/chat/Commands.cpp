@@ -23,11 +23,11 @@ constexpr std::pair<const char*, const char*> kKeys[] = {
      "cut word, to the start, to the end, word on the right; insert it again"},
 };
 
-// of the explanations: two blanks after the longest of what they explain
+// The column of the explanations: two blanks after the longest form.
 constexpr std::size_t kColumn = 29;
 
 std::string padded(std::string text, std::size_t width) {
-    // a character
+    // Whether a character begins at this byte.
     const auto begins = [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0) != 0x80; };
     const auto columns = static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins));
     return text.append(std::max(columns + 1, width) - columns, ' ');

@@ -7,42 +7,41 @@
 
 namespace chat {
 
-/// What a word of a command names, for completion.
+/// What an argument of a command names, for completion.
 enum class Names { Nothing, Command, Friend, Group, Room, Member, File };
 
-/// One form of a command: "/group add USER …".
+/// One form of a command, such as "/group add USER …".
 struct CommandForm {
     const char* name;       ///< without the slash
-    const char* action;     ///< the word that must follow; empty: none
-    const char* arguments;  ///< as the help shows them
+    const char* action;     ///< the word that must follow; may be empty
+    const char* arguments;  ///< as in the help
     const char* help;
     Names names;  ///< what the arguments name
 };
 
 const std::vector<CommandForm>& commandForms();
 
-/// A line that begins with a slash, in words; blanks divide them, and double quotes hold one
-/// together.
+/// A line that begins with a slash, split at blanks. Double quotes keep words together.
 struct Command {
     std::string name;
     std::vector<std::string> words;
-    bool isUnfinished = false;  ///< a quote is open
-    std::string rest = {};      ///< all behind the name, as it was typed
+    bool isUnfinished = false;  ///< a quote was not closed
+    std::string rest = {};      ///< everything after the name, as typed
 };
 
-/// nullopt when the line is a message: it has no slash in front, or two ("//" writes a text that
-/// begins with one).
+/// nullopt if the line is a message: it does not begin with a slash, or begins with two. ("//"
+/// sends a text that begins with a slash.)
 std::optional<Command> parseCommand(std::string_view line);
 
-/// The file that a command names from its word `from` on: a name with blanks needs no quotes.
+/// The file name in a command, from its word number `from` on. A name with blanks needs no quotes.
 std::string fileIn(const Command& command, std::size_t from);
 
-/// The text that a line means that is no command: without the first of two slashes.
+/// The text of a line that is not a command: without the first of two slashes.
 std::string messageText(std::string_view line);
 
 /// What /help prints: the commands, then the keys.
 std::string helpText();
-/// The keys, as "--help" prints them, too.
+/// The keys; "--help" prints them as well.
 std::string keysText();
 
 }  // namespace chat

@@ -23,7 +23,7 @@ Strings namesOf(Names kind, const KnownNames& names, const std::string& beginnin
     return {};
 }
 
-/// What may stand as the word at `position` of a command (0: its name).
+/// The choices for the word at `position` of a command; 0 is its name.
 Strings candidates(const Command& command, std::size_t position, const std::string& beginning,
                    const KnownNames& names) {
     Strings found;
@@ -44,7 +44,7 @@ Strings candidates(const Command& command, std::size_t position, const std::stri
     return found;
 }
 
-/// How many bytes all have in common at the beginning, never part of a character.
+/// The length in bytes of the beginning that all share. It never ends inside a character.
 std::string commonBeginning(const Strings& texts) {
     std::string common = texts.front();
     for (const auto& text : texts) {
@@ -67,8 +67,8 @@ std::string quoted(const std::string& word) {
     return word.find(' ') == std::string::npos ? word : "\"" + word;
 }
 
-/// The name of a file as far as it was typed, blanks and all; nullopt where the line ends in
-/// something else.
+/// The file name as far as it is typed, with its blanks; nullopt if the line does not end in a file
+/// name.
 std::optional<std::string> unquotedFile(const Command& command, const std::string& typed) {
     const bool takesFile = std::ranges::any_of(commandForms(), [&](const CommandForm& form) {
         return command.name == form.name && form.names == Names::File;
@@ -89,7 +89,7 @@ Completion complete(const std::wstring& line, std::size_t cursor, const KnownNam
     const std::string typed = narrow(line.substr(0, cursor));
     const auto command = parseCommand(typed);
     Strings found;
-    std::size_t start = typed.find_last_of(" \n") + 1;  // of the word; 0 when there is no blank
+    std::size_t start = typed.find_last_of(" \n") + 1;  // of the word; 0 if there is no blank
     std::string beginning = typed.substr(start);
     if (command) {
         const bool isNewWord = typed.ends_with(' ') && !command->isUnfinished;

@@ -8,7 +8,7 @@
 
 namespace chat {
 
-/// Who and what can be named. `files` lists the paths that begin with a text.
+/// The names that can be completed. `files` lists the paths that begin with a text.
 struct KnownNames {
     std::vector<std::string> friends;
     std::vector<std::string> groups;
@@ -18,13 +18,13 @@ struct KnownNames {
 };
 
 struct Completion {
-    std::wstring text;  ///< the line afterwards
+    std::wstring text;  ///< the new line
     std::size_t cursor = 0;
-    std::vector<std::string> choices;  ///< when there are several ways on
+    std::vector<std::string> choices;  ///< if there are several
 };
 
-/// Completes the word before the cursor: a command, what it takes, or in a message a name. As far
-/// as all choices agree; a single one is finished with a blank.
+/// Completes the word before the cursor: a command, an argument, or in a message a name. It adds
+/// what all choices have in common; if there is only one, also a blank.
 Completion complete(const std::wstring& line, std::size_t cursor, const KnownNames& names);
 
 }  // namespace chat

@@ -7,7 +7,7 @@
 namespace chat {
 namespace {
 
-// Ids of what is not the store's.
+// Ids with this bit belong to notices, not to messages of the store.
 constexpr std::uint64_t kNotice = std::uint64_t{1} << 63;
 constexpr std::uint64_t kGap = kNotice | (std::uint64_t{1} << 62);
 
@@ -20,7 +20,7 @@ Conversation::Conversation(Address itsAddress)
       title(address.id) {}
 
 std::optional<std::size_t> Conversation::indexOf(std::uint64_t id) const {
-    for (std::size_t at = entries_.size(); at-- > 0;) {  // nearly always near the end
+    for (std::size_t at = entries_.size(); at-- > 0;) {  // it is nearly always near the end
         if (entries_[at].id == id) return at;
     }
     return std::nullopt;
@@ -73,7 +73,8 @@ void Conversation::notice(Entry notice) {
     notice.id = kNotice | ++lastNotice_;
     if (notices_.size() >= kMostNotices) notices_.erase(notices_.begin());
     notices_.push_back(notice);
-    // whatever others' clocks say; the next message puts it in its place
+    // It stands last even if other people's clocks are ahead. The next message moves it to its
+    // place.
     entries_.push_back(std::move(notice));
 }
 

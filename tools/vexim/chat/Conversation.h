@@ -9,11 +9,11 @@
 
 namespace chat {
 
-/// Seconds after which a message should have come back from the service.
+/// After this many seconds a message should have come back from the service.
 inline constexpr double kPatience = 5;
 
-/// The console holds what belongs to no conversation: system messages, and what the program has to
-/// say before there is one.
+/// The console is for everything that belongs to no conversation: system messages, and this
+/// program's own notices.
 enum class Kind : std::uint8_t { Console, Friend, Group, Room };
 
 struct Address {
@@ -22,62 +22,62 @@ struct Address {
     auto operator<=>(const Address&) const = default;
 };
 
-/// How far a message has come. The service sends a user's own messages back: only then are they
-/// known to be delivered.
+/// How far a message has come. The service sends a user's own messages back, and only then do we
+/// know that they were delivered.
 enum class Delivery : std::uint8_t {
     Received,
-    Waiting,      ///< goes out by itself when it can
-    Sending,      ///< being uploaded, or handed to the connection
-    Handed,       ///< handed to the connection
-    Unconfirmed,  ///< for longer than it should take
+    Waiting,      ///< is sent as soon as possible
+    Sending,      ///< being uploaded, or passed to the connection
+    Handed,       ///< passed to the connection
+    Unconfirmed,  ///< passed to it too long ago
     Delivered,
     Failed,
 };
 
-/// A file that a message carries.
+/// The file of a message.
 struct File {
     std::string kind;                 ///< "image", "audio", "video" …
-    std::string name;                 ///< as its sender had it
-    std::string path;                 ///< an own one that is sent
-    int number = 0;                   ///< by which /save names it; 0: it cannot be fetched yet
-    std::optional<int> percent = {};  ///< while it is being transferred
-    std::string pace = {};            ///< how fast, and how long still
+    std::string name;                 ///< as the sender named it
+    std::string path;                 ///< only for a file that is sent from here
+    int number = 0;                   ///< for /save; 0 if it cannot be fetched yet
+    std::optional<int> percent = {};  ///< during a transfer
+    std::string pace = {};            ///< speed and remaining time
 };
 
-/// One thing in a conversation: a message, or a notice of this program's.
+/// An entry in a conversation: a message, or a notice from this program.
 struct Entry {
-    std::uint64_t id = 0;  ///< unique within a conversation; a message's is the store's
+    std::uint64_t id = 0;  ///< unique in its conversation; for a message, the store's id
     double time = 0;       ///< seconds since 1970
     bool isNotice = false;
-    bool isAlert = false;  ///< of a notice: something went wrong
+    bool isAlert = false;  ///< a notice about something that went wrong
     bool isOwn = false;
     std::string sender;
-    std::string text;  ///< as it travelled: not to be painted as it is. A file's URL.
+    std::string text;  ///< as received, so make it harmless before painting; for a file, its URL
     Delivery delivery = Delivery::Received;
-    std::string failure;  ///< why it has failed, or waits
+    std::string failure;  ///< why it failed or waits
     std::optional<File> file;
 };
 
-/// What there is before the oldest entry.
+/// What is known about messages before the oldest entry.
 enum class Older : std::uint8_t { Unknown, Loading, There, Nothing };
 
-/// Where the view stands when it does not follow the newest entry: this line of this entry is the
+/// The position of the view if it does not follow the newest entry: this line of this entry is the
 /// lowest one shown.
 struct Anchor {
     std::uint64_t entry = 0;
     int line = 0;
 };
 
-/// A friend, a group or a room, and what was said there.
+/// A friend, a group or a room, with its messages.
 class Conversation {
 public:
     explicit Conversation(Address address);
 
     const Address address;
-    std::string title;                 ///< a name for people; the id until it is known
-    std::optional<bool> online;        ///< of a friend; nullopt: not known
-    std::vector<std::string> members;  ///< of a group or a room, as far as known
-    bool gone = false;                 ///< the service does not list it, or not any more
+    std::string title;                 ///< the name; the id until that is known
+    std::optional<bool> online;        ///< for a friend; nullopt if unknown
+    std::vector<std::string> members;  ///< for a group or a room, those that are known
+    bool gone = false;                 ///< the service does not list it, or no longer does
     int unread = 0;
     Older older = Older::Unknown;
     std::optional<Anchor> anchor;
@@ -86,31 +86,30 @@ public:
     bool hasHistory() const noexcept {
         return address.kind == Kind::Friend || address.kind == Kind::Group;
     }
-    /// Where the entry stands; nullopt when it is gone.
+    /// The entry's position; nullopt if there is none.
     std::optional<std::size_t> indexOf(std::uint64_t id) const;
     Entry* find(std::uint64_t id);
-    /// Calls `change` for each entry, the oldest first.
+    /// Calls `change` for each entry, from the oldest to the newest.
     template <class Change>
     void eachEntry(Change change) {
         for (auto& entry : entries_) change(entry);
     }
-    /// The file of that number; 0: the newest one that has a number.
+    /// The file with this number. 0 means the newest one that has a number.
     Entry* findFile(int number);
 
-    /// The messages as they are now, in their order, instead of those before. What this program
-    /// knows of a file stays.
+    /// Replaces all messages by these, which are in order. What is known about their files is kept.
     void show(std::vector<Entry> messages);
-    /// Where messages are missing: a notice each, at its time.
+    /// Shows a notice wherever messages are missing, at its time.
     void showGaps(std::vector<Entry> notices);
-    /// Adds a notice; it stands behind what is older.
+    /// Adds a notice, after everything that is older.
     void notice(Entry notice);
-    /// What was handed over longer than `kPatience` ago and has not come back is marked.
+    /// Marks messages that were passed on more than `kPatience` ago and have not come back.
     void doubt(double now);
 
 private:
     void arrange(std::deque<Entry> messages);
 
-    std::deque<Entry> entries_;  // messages in their order, notices between them by time
+    std::deque<Entry> entries_;  // messages in order, with notices between them by time
     std::vector<Entry> gaps_;
     std::vector<Entry> notices_;
     std::uint64_t lastNotice_ = 0;

@@ -94,7 +94,7 @@ EditLine::Shown EditLine::shown(int width) const {
         }
         return cellsOf(narrow(part));
     };
-    // Back from the cursor as far as there is room; the cursor itself needs a column.
+    // Show as much before the cursor as fits; the cursor itself needs one column.
     Shown result;
     std::size_t from = cursor_;
     while (from > 0) {

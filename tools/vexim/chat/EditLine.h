@@ -9,13 +9,13 @@
 
 namespace chat {
 
-/// The line that is being typed, and those typed before. Positions never lie between a character
-/// and its combining marks.
+/// The line that is being typed, and the lines typed before. A position is never between a
+/// character and its combining marks.
 ///
-/// It has more than 25 functions: one for each key that edits.
+/// The class has more than 25 functions because each editing key has one.
 class EditLine {
 public:
-    /// Longer input than this is not taken.
+    /// Longer input is cut off.
     static constexpr std::size_t kLongest = 65'536;
 
     void insert(std::wstring_view text);
@@ -27,17 +27,17 @@ public:
     void end() { cursor_ = text_.size(); }
     void eraseLeft() { erase(before(cursor_), cursor_); }
     void eraseRight() { erase(cursor_, after(cursor_)); }
-    // What these cut, `yank` inserts again.
+    // Each of these remembers what it cuts, for `yank`.
     void cutWordLeft() { cut(wordBefore(cursor_), cursor_); }
     void cutWordRight() { cut(cursor_, wordAfter(cursor_)); }
     void cutLeft() { cut(0, cursor_); }
     void cutRight() { cut(cursor_, text_.size()); }
     void yank() { insert(std::wstring(cut_)); }
 
-    // Through the lines typed before; the one being typed comes last and is kept.
+    // Move through the earlier lines. The line being typed comes last, and is kept.
     void previous();
     void next();
-    /// The line, which then is empty; it is remembered.
+    /// Returns the line, remembers it, and starts an empty one.
     std::string take();
     void clear();
     void set(std::wstring text, std::size_t cursor);
@@ -50,7 +50,8 @@ public:
         Cells cells;
         int cursorColumn = 0;
     };
-    /// The part around the cursor that fits into `width` columns; a line break shows as "⏎".
+    /// As much of the line around the cursor as fits into `width` columns. A line break is shown as
+    /// "⏎".
     Shown shown(int width) const;
 
 private:
@@ -65,9 +66,9 @@ private:
     std::wstring text_;
     std::size_t cursor_ = 0;
     std::wstring cut_;
-    std::vector<std::wstring> past_;  // the oldest first
-    std::size_t place_ = 0;           // in past_; its size is the line being typed
-    std::wstring typed_;              // that line, while another is shown
+    std::vector<std::wstring> past_;  // oldest first
+    std::size_t place_ = 0;           // an index into past_; its size means the line being typed
+    std::wstring typed_;              // that line, while an earlier one is shown
 };
 
 }  // namespace chat

@@ -13,9 +13,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kLongestName = 120;  // bytes; file systems take 255
+constexpr std::size_t kLongestName = 120;  // bytes; file systems allow 255
 
-/// "dot.png", or "dot (1).png" when that is there.
+/// "dot.png", or "dot (1).png" if that exists.
 fs::path freePath(const fs::path& folder, const std::string& name) {
     fs::path path = folder / name;
     for (int number = 1; fs::exists(fs::symlink_status(path)); ++number) {
@@ -52,9 +52,10 @@ std::string fileNameFor(const std::string& url) {
 }
 
 std::string safeFileName(const std::string& path) {
-    // all of it, when there is no slash
+    // Everything, if there is no slash.
     std::string name = harmlessLine(path.substr(path.find_last_of("/\\") + 1));
-    // Half a character may be left at the beginning; its ending is what matters of a long name.
+    // Keep the end of a long name, because the extension matters. It may begin with half a
+    // character.
     if (name.size() > kLongestName) name = narrow(wide(name.substr(name.size() - kLongestName)));
     if (name.starts_with('.') || name.starts_with('-') || name.starts_with('~')) name.front() = '_';
     return name.empty() ? "file" : name;

@@ -1,9 +1,9 @@
-// Text from others, disarmed. What a terminal obeys (ECMA-48):
+// Makes text from others harmless. These are the sequences that terminals obey (ECMA-48):
 //   CSI    := ESC '[' or U+009B, then parameters 30-3F, intermediates 20-2F, a final 40-7E
-// string := ESC one of ] P X ^ _ or U+009D, 90, 98, 9E, 9F, then anything up to BEL, ESC '\' or
-// U+009C
+//   string := ESC one of ] P X ^ _ or U+009D, 90, 98, 9E, 9F, then anything up to BEL, ESC '\' or
+//             U+009C
 //   other  := ESC, intermediates 20-2F, a final 30-7E
-// Example: "\e]0;title\amoney\e[31m" is "money".
+// Example: "\e]0;title\amoney\e[31m" becomes "money".
 
 #include <algorithm>
 #include <cwctype>
@@ -19,7 +19,7 @@ bool isBetween(wchar_t character, wchar_t first, wchar_t last) {
     return character >= first && character <= last;
 }
 
-/// Marks without a shape of their own: they hide text, or turn it around.
+/// Characters that cannot be seen: they hide text or reverse its direction.
 bool isInvisible(wchar_t c) {
     return c == 0xAD || c == 0x61C || isBetween(c, 0x115F, 0x1160) || c == 0x180E || c == 0x200B ||
            isBetween(c, 0x200E, 0x200F) || isBetween(c, 0x202A, 0x202E) ||
@@ -37,7 +37,7 @@ std::size_t afterCSI(std::wstring_view text, std::size_t at) {
     return at < text.size() && isBetween(text[at], 0x40, 0x7E) ? at + 1 : at;
 }
 
-/// Without an end, only the beginning is left out: it must not swallow what follows.
+/// If the string has no end, leave out only its introducer, so that the rest of the text stays.
 std::size_t afterString(std::wstring_view text, std::size_t at) {
     for (std::size_t end = at; end < text.size(); ++end) {
         if (text[end] == 0x07 || text[end] == 0x9C) return end + 1;
@@ -46,7 +46,7 @@ std::size_t afterString(std::wstring_view text, std::size_t at) {
     return at;
 }
 
-/// Where the escape sequence or the control character at `at` ends; `at` itself when none is there.
+/// The end of the escape sequence or control character at `at`; `at` itself if there is none.
 std::size_t afterControl(std::wstring_view text, std::size_t at) {
     const auto begins = [](std::wstring_view introducers, wchar_t c) {
         return introducers.find(c) != std::wstring_view::npos;

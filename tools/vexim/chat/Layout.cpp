@@ -8,7 +8,7 @@
 namespace chat {
 namespace {
 
-constexpr int kRoomForList = 60;  // columns from which on the conversations are listed
+constexpr int kRoomForList = 60;  // on a screen this wide the list of conversations is shown
 
 int listWidth(Size screen) {
     return screen.columns < kRoomForList ? 0 : std::clamp(screen.columns / 4, 18, 30);
@@ -35,7 +35,7 @@ std::string mark(const Conversation& conversation) {
 
 std::string titleOf(const Conversation& conversation) { return harmlessLine(conversation.title); }
 
-/// A name is not unique: its id stands beside it, " (g1)".
+/// The id, " (g1)", to stand beside a name, because names are not unique.
 std::string idBeside(const Conversation& conversation) {
     const auto& id = conversation.address.id;
     return conversation.title == id || id.empty() ? "" : " (" + harmlessLine(id) + ")";
@@ -85,8 +85,8 @@ const char* kindName(Kind kind) {
     return "";
 }
 
-/// The conversation at the left; at the right what waits elsewhere, where the list does not show
-/// all.
+/// The current conversation's name, and on the right what is unread elsewhere if the list does not
+/// show all conversations.
 Cells titleRow(const Roster& roster, int width, bool isListWhole) {
     const auto& current = roster.current();
     int elsewhere = 0;
@@ -108,7 +108,7 @@ Cells titleRow(const Roster& roster, int width, bool isListWhole) {
     return clipped(row, width);
 }
 
-/// The part of the list around the current conversation.
+/// As much of the list as fits, around the current conversation.
 std::vector<Cells> listRows(const Roster& roster, int width, int height) {
     const auto count = static_cast<int>(roster.all().size());
     const int first = std::clamp(static_cast<int>(roster.currentIndex()) - height / 2, 0,
@@ -121,7 +121,7 @@ std::vector<Cells> listRows(const Roster& roster, int width, int height) {
     return rows;
 }
 
-/// A reason is of no use without its end: the state goes on below.
+/// The state, on several rows if it is long, because an error is useless without its end.
 std::vector<Cells> statusRows(Size screen, const StatusLine& status) {
     if (!hasStatus(screen)) return {};
     const Style style = status.isAlert ? Style::BarAlert : Style::Bar;
@@ -158,7 +158,7 @@ Frame draw(const Roster& roster, const StatusLine& status, const EditLine& line,
     if (hasTitle(size)) frame.rows.push_back(titleRow(roster, size.columns, isListWhole));
 
     auto lines = linesOf(roster.current(), page.columns, page.rows);
-    // talk stands at the bottom
+    // A short conversation stands at the bottom of the page.
     lines.insert(lines.begin(), static_cast<std::size_t>(page.rows) - lines.size(), Cells());
     if (const int width = listWidth(size); width > 0) {
         auto list = listRows(roster, width, page.rows);

@@ -7,7 +7,8 @@
 namespace chat {
 namespace {
 
-// Over so long the speed is taken: shorter it jumps, longer it lags behind.
+// The speed is measured over this many seconds: over a shorter time it jumps, over a longer one it
+// lags.
 constexpr double kSpan = 5;
 constexpr double kLeast = 0.5;
 
@@ -33,7 +34,8 @@ std::string duration(double seconds) {
 
 void Pace::reached(std::int64_t bytes, std::optional<std::int64_t> total, double now) {
     total_ = total;
-    if (!samples_.empty() && bytes < samples_.back().bytes) samples_.clear();  // it began anew
+    // it has started again
+    if (!samples_.empty() && bytes < samples_.back().bytes) samples_.clear();
     samples_.push_back({now, bytes});
     while (samples_.size() > 2 && samples_.front().time < now - kSpan) samples_.pop_front();
 }

@@ -7,18 +7,18 @@
 
 namespace chat {
 
-/// How fast a transfer goes, from how far it has come when. It hears bytes, or the percents of a
-/// size that it knows; times are seconds, of any clock.
+/// The speed of a transfer. Report its progress with the time: in bytes, or in percent of a known
+/// size. Times are seconds by any clock.
 class Pace {
 public:
-    /// `size` is that of the file whose percents it will hear.
+    /// `size` is needed for `reachedPercent`.
     explicit Pace(std::optional<std::int64_t> size = std::nullopt) : total_(size), size_(size) {}
 
     void reached(std::int64_t bytes, std::optional<std::int64_t> total, double now);
-    /// Says nothing to one that does not know the size.
+    /// Does nothing if the size is unknown.
     void reachedPercent(int percent, double now);
-    /// "1.5 MB/s, 12 s left"; without the rest while the total is not known, and empty until half a
-    /// second has passed.
+    /// "1.5 MB/s, 12 s left". The second part is left out if the total is unknown. Empty during the
+    /// first half second.
     std::string text() const;
 
 private:
@@ -28,7 +28,7 @@ private:
     };
     std::optional<std::int64_t> total_;
     std::optional<std::int64_t> size_;
-    std::deque<Sample> samples_;  // of the last seconds
+    std::deque<Sample> samples_;  // those of the last seconds
 };
 
 }  // namespace chat

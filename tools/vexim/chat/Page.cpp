@@ -48,7 +48,7 @@ std::string progressBar(int percent) {
            std::to_string(std::clamp(percent, 0, 100)) + "%";
 }
 
-/// "[image] dot.png", then how far it is, or how to get it.
+/// "[image] dot.png", followed by its progress or by how to fetch it.
 Cells fileCells(const Entry& entry) {
     const auto& file = *entry.file;
     Cells cells = cellsOf("[" + file.kind + "] ", Style::Strong);
@@ -92,8 +92,8 @@ Cells contentCells(const Entry& entry) {
     return cells += deliveryCells(entry);
 }
 
-/// Of a line of a table, "  /quit    log out and quit", where the explanation begins; 0 of any
-/// other line.
+/// Where the explanation begins in a line like "  /quit    log out and quit"; 0 if the line is not
+/// like that.
 std::size_t explanationAt(const Cells& line) {
     const auto isBlank = [&](std::size_t at) { return at < line.size() && line[at].is(L' '); };
     if (!isBlank(0) || !isBlank(1) || isBlank(2)) return 0;
@@ -105,9 +105,9 @@ std::size_t explanationAt(const Cells& line) {
     return 0;
 }
 
-/// A notice, wrapped; a table's explanations go on below themselves.
+/// A notice, wrapped. The explanations of a table continue in their own column.
 std::vector<Cells> wrappedNotice(const Cells& cells, int width) {
-    constexpr int kLeast = 12;  // columns for an explanation
+    constexpr int kLeast = 12;  // columns that an explanation needs
     std::vector<Cells> lines;
     for (std::size_t from = 0; from <= cells.size();) {
         const auto begin = cells.begin() + static_cast<std::ptrdiff_t>(from);
@@ -150,7 +150,7 @@ struct Place {
     int line = 0;
 };
 
-/// Walks over a conversation's lines at a width.
+/// Walks through the lines of a conversation, wrapped at a width.
 class Walk {
 public:
     Walk(const Conversation& conversation, int width)
@@ -172,8 +172,8 @@ public:
         place = isInside ? Place{place.index, place.line + 1} : Place{place.index + 1, 0};
         return true;
     }
-    /// The lowest line that is shown: where the view is anchored, or below, when a page is not full
-    /// above; else the last.
+    /// The lowest line to show: the anchor's, or a later one if the page would not be full; without
+    /// an anchor, the last line.
     Place lowest(int height) const {
         const auto& anchor = conversation_.anchor;
         const auto index = anchor ? conversation_.indexOf(anchor->entry) : std::nullopt;
@@ -213,7 +213,7 @@ std::vector<Cells> linesOfEntry(const Conversation& conversation, std::size_t in
 }
 
 std::vector<Cells> linesOf(const Conversation& conversation, int width, int height) {
-    std::vector<Cells> lines;  // the lowest first
+    std::vector<Cells> lines;  // the lowest comes first
     if (height <= 0) return lines;
     if (conversation.entries().empty()) return {topLine(conversation, width)};
     const Place start = Walk(conversation, width).lowest(height);
@@ -242,7 +242,7 @@ bool scroll(Conversation& conversation, int width, int height, int lines) {
     const Walk walk(conversation, width);
     Place place = walk.lowest(height);
     while (lines > 0 && walk.down(place)) --lines;
-    // Up only as long as a full page stands above the lowest line.
+    // Do not scroll up so far that the page would not be full.
     Place top = place;
     int above = 0;
     while (above < height - 1 && walk.up(top)) ++above;

@@ -7,22 +7,23 @@
 
 namespace chat {
 
-// A conversation as lines on the screen. Only what is looked at is wrapped, so the length of a
-// history costs nothing.
+// Lays out a conversation as lines on the screen. Only the visible part is wrapped, so a long
+// history costs no time.
 
-/// The lines that fit into `height`, the lowest where the anchor says, else the newest.
+/// The lines that fit into `height`. The anchor says which is the lowest; without one it is the
+/// newest.
 std::vector<Cells> linesOf(const Conversation& conversation, int width, int height);
 
-/// Moves the view by `lines` (up when negative), no further than the first line stands at the top.
-/// At the end the anchor goes, and the view follows new entries. Whether it has come to the oldest
-/// entry, so that older ones are wanted.
+/// Moves the view by `lines` (negative: up), at most until the first line is at the top. At the end
+/// it removes the anchor, so that the view follows new entries. Returns whether the oldest entry is
+/// in view, so that older ones should be read.
 bool scroll(Conversation& conversation, int width, int height, int lines);
 
-/// One entry's lines, with the day above it when it is the first of its day.
+/// The lines of one entry. If it is the first of its day, the day comes first.
 std::vector<Cells> linesOfEntry(const Conversation& conversation, std::size_t index, int width);
 
-/// Shows the last entry, which must be there, from its first line on where it is longer than the
-/// page.
+/// Shows the last entry, which must exist. If it is longer than the page, it is shown from its
+/// first line.
 void showFromItsStart(Conversation& conversation, int width, int height);
 
 }  // namespace chat

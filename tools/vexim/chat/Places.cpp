@@ -42,7 +42,7 @@ Words idsOf(const Value& list) {
     return array ? array->strings() : Words();
 }
 
-// Where groups and rooms differ.
+// The differences between groups and rooms.
 template <class Place>
 struct Trait;
 template <>
@@ -96,8 +96,8 @@ void Places::show(Kind kind, const std::string& idOrName) {
     roster_.select(chosen ? *chosen : roster_.open({kind, idOrName}));
 }
 
-/// As `show`; who or what the list does not have is said to be missing: the service drops what is
-/// sent there without a word.
+/// Like `show`, but reports an id or a name that is not in the list, because the service silently
+/// drops messages to it.
 void Places::talkTo(Kind kind, const std::string& idOrName) {
     const auto known = roster_.all().size();
     show(kind, idOrName);

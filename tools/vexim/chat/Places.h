@@ -8,15 +8,15 @@
 
 namespace chat {
 
-/// Carries out /friend, /group and /room. What comes of it is told as a notice.
+/// Carries out /friend, /group and /room, and shows the result as a notice.
 class Places {
 public:
     Places(Session& session, Roster& roster) : session_(session), roster_(roster) {}
 
-    /// False when `command` is none of these. Throws std::invalid_argument when its words make no
-    /// sense.
+    /// Returns false if `command` is none of these. Throws std::invalid_argument if its arguments
+    /// are wrong.
     bool obey(const Command& command);
-    /// The conversation of that kind with that id or name becomes the current one.
+    /// Switches to the conversation of this kind with this id or name.
     void show(Kind kind, const std::string& idOrName);
 
 private:

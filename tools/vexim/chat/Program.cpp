@@ -36,7 +36,7 @@ int Program::run(const Peer& peer, int signals) {
     tick();
     loop_.run([this] { paint(); });
     sender_.cancelAll();
-    // What was half fetched goes with the transfer's end, which comes over the queue.
+    // Downloads remove their partial files when they end, and their ends arrive over the queue.
     const auto isClosed = std::make_shared<bool>(false);
     session_->closeStore([isClosed] { *isClosed = true; });
     vexim::MainQueue::shared().runUntil([this, isClosed] { return sender_.isIdle() && *isClosed; },
@@ -49,8 +49,8 @@ void Program::tick() {
     vexim::MainQueue::shared().after(std::chrono::seconds(1), [this] { tick(); });
 }
 
-/// What is being typed belongs to its conversation, lest it go to another one. From the console,
-/// where nothing can be said, it comes along.
+/// Keeps what is being typed with its conversation, so that it is not sent to another one. Text
+/// typed in the console moves along, because nothing can be sent there.
 void Program::keepDraft() {
     const Address& now = roster_.current().address;
     if (now == drafting_) return;
@@ -88,7 +88,7 @@ void Program::end(int status) {
 }
 
 void Program::leave() {
-    if (isLeaving_) return end(status_);  // asked twice: do not wait
+    if (isLeaving_) return end(status_);  // the second time, do not wait
     isLeaving_ = true;
     sender_.cancelAll();
     session_->leave([this] { end(status_); });
@@ -101,7 +101,8 @@ void Program::readSignals(int signals) {
             screen_->resize();
             scrollBy(0);
         } else {
-            isLeaving_ = isLeaving_ || signal.ssi_signo == SIGHUP;  // nobody is left to wait
+            // After SIGHUP the terminal is gone, so do not wait.
+            isLeaving_ = isLeaving_ || signal.ssi_signo == SIGHUP;
             leave();
         }
     }
@@ -120,7 +121,7 @@ void Program::readKeys(bool isOver) {
 
 void Program::didPress(const Key& key) {
     using Code = Key::Code;
-    keepDraft();  // the key before may have switched, and several come between two paintings
+    keepDraft();  // the last key may have switched, and several keys may come between two paintings
     if (paste_ && key.code != Code::PasteEnd) {
         if (key.code == Code::Character) *paste_ += key.character;
         if (key.code == Code::Enter) *paste_ += L'\n';
@@ -188,7 +189,7 @@ void Program::didPressAlt(wchar_t character) {
 
 void Program::endPaste() {
     std::wstring pasted = wide(harmless(narrow(std::exchange(paste_, std::nullopt).value_or(L""))));
-    // whoever copied a whole line does not mean its end
+    // A line break at the end of pasted text does not send it.
     while (pasted.ends_with(L'\n')) pasted.pop_back();
     line_.insert(pasted);
 }
@@ -241,7 +242,7 @@ void Program::take() {
     if (typed.find_first_not_of(" \t\n") == std::string::npos) return line_.clear();
     const auto command = parseCommand(typed);
     if (!command) sender_.sendText(roster_.current().address, messageText(typed));
-    line_.take();  // a text that cannot be sent stays
+    line_.take();  // if it cannot be sent, the text stays in the line
     if (command) obey(*command);
 }
 

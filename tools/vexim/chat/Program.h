@@ -16,15 +16,15 @@
 
 namespace chat {
 
-/// The chat on a full screen: keys in, frames out, and between them the conversations.
+/// The full-screen chat: it reads keys, changes the conversations and paints them.
 class Program {
 public:
     Program(std::shared_ptr<VXIMConversations> conversations, const Credentials& credentials,
             std::unique_ptr<Screen> screen);
 
-    /// Runs until the user leaves. `signals` is a descriptor (signalfd) of SIGWINCH and of those
-    /// that end the program. 0 after a quit, 1 when the login was refused or there is no store;
-    /// `complaint` then says why.
+    /// Runs until the user leaves. `signals` is a descriptor (signalfd) for SIGWINCH and the
+    /// signals that end the program. Returns 0 after a quit, and 1 if the login was refused or
+    /// there is no store; `complaint` then says why.
     int run(const Peer& peer, int signals);
     const std::string& complaint() const noexcept { return complaint_; }
 
@@ -43,7 +43,7 @@ private:
     void save(const Command& command);
     void scrollBy(int pages);
     Size page() const;
-    /// A long one, which is read from its first line on.
+    /// For long notices, which are read from the first line on.
     void noticeFromItsStart(std::string text);
     void notice(std::string text, bool isAlert = false);
     KnownNames knownNames() const;
@@ -57,12 +57,12 @@ private:
     HostLoop loop_;
     Roster roster_;
     EditLine line_;
-    Address drafting_;                        // the conversation that the line belongs to
-    std::map<Address, std::wstring> drafts_;  // the others' lines
+    Address drafting_;                        // the conversation of the line being typed
+    std::map<Address, std::wstring> drafts_;  // the lines of the others
     std::shared_ptr<Session> session_;
     Sender sender_;
     Places places_;
-    std::optional<std::wstring> paste_;  // what has come of it while one is going on
+    std::optional<std::wstring> paste_;  // the part of a paste that has arrived
     bool isLeaving_ = false;
     int status_ = 0;
     std::string complaint_;

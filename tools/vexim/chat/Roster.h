@@ -9,8 +9,8 @@
 
 namespace chat {
 
-/// All conversations, in the order in which they are shown: the console, friends, groups, rooms,
-/// each by name. One of them is the current one, on which the user looks.
+/// All conversations in the order of the screen: the console, friends, groups, rooms, each sorted
+/// by name. One of them is current: the user is looking at it.
 class Roster {
 public:
     Roster();
@@ -22,41 +22,41 @@ public:
     std::size_t currentIndex() const;
 
     Conversation* find(const Address& address);
-    /// The conversation of that address, made if there is none.
+    /// Returns the conversation with this address. Makes it if there is none.
     Conversation& open(const Address& address);
-    /// Removes it, unless it is the console. The current one's place is taken by the one before it.
+    /// Removes it, unless it is the console. If it was the current one, the one before it becomes
+    /// current.
     void close(const Address& address);
-    /// Whether it was closed, and not opened since: what the store still has of it does not bring
-    /// it back.
+    /// Whether it was closed and not opened again. Then messages in the store do not bring it back.
     bool wasClosed(const Address& address) const { return closed_.contains(address); }
-    /// Gives it a name, and its place by it.
+    /// Sets its name, and moves it to its place in the order.
     void rename(Conversation& conversation, std::string title);
 
-    // What is shown counts as read.
+    // The selected conversation counts as read.
     void select(Conversation& conversation);
-    /// False when there is none of that number.
+    /// Returns false if there is no conversation with this number.
     bool selectAt(std::size_t index);
-    /// `step` places on, around the end.
+    /// Moves on by `step` places; after the last comes the first.
     void selectBy(int step);
-    /// The next one with something unread; false without any.
+    /// Selects the next one with unread messages. Returns false if there is none.
     bool selectUnread();
 
-    /// Whether the user looks at its end, so that nothing there is unread.
+    /// Whether the user is looking at its end, so that nothing in it is unread.
     bool isRead(const Conversation& conversation) const {
         return &conversation == current_ && !conversation.anchor;
     }
     void setUnread(Conversation& conversation, int count) {
         conversation.unread = isRead(conversation) ? 0 : count;
     }
-    /// To the current conversation, except that trouble may come when nobody looks.
+    /// Adds a notice to the current conversation. An alert may come at a time when nobody is
+    /// looking.
     void notice(std::string text, double time, bool isAlert = false);
-    /// The current conversation follows its end again, and is read.
+    /// The current conversation shows its newest entry again, and counts as read.
     void follow();
 
-    /// Gives those files of the conversation a number that can be fetched and have none yet.
+    /// Gives a number to each file in the conversation that can be fetched and has none.
     void numberFiles(Conversation& conversation);
-    /// When the oldest message was handed over that the service should have sent back by now; 0:
-    /// none.
+    /// When the oldest message was passed on that should have come back by now; 0 if there is none.
     double oldestHanded() const;
 
 private:

@@ -1,6 +1,7 @@
 #include "Screen.h"
 
-// Wide characters are an option of the terminal library's, and macros are not how we call it.
+// ncurses hides its functions for wide characters unless this is set, and we want functions instead
+// of macros.
 #define NCURSES_WIDECHAR 1
 #define NCURSES_NOMACROS 1
 #include <curses.h>
@@ -26,12 +27,12 @@ constexpr int kPasteEnd = KEY_MAX + 2;
 constexpr int kWordLeft = KEY_MAX + 3;
 constexpr int kWordRight = KEY_MAX + 4;
 constexpr std::uint8_t kMostOfLibrary = CCHARW_MAX;
-constexpr int kMostPlaces = 1000;  // columns or rows; a terminal may claim more
+constexpr int kMostPlaces = 1000;  // columns or rows; a terminal may claim to have more
 
-// colour pairs
+// The numbers of colour pairs.
 constexpr short kRed = 1, kGreen = 2, kYellow = 3, kFirstName = 4, kBar = 10, kBarAlert = 11;
 
-/// What terminals send for a key whatever TERM says: over many a login the two do not agree.
+/// Some sequences that terminals send whatever TERM says. After a remote login TERM is often wrong.
 constexpr std::pair<const char*, int> kSequences[] = {
     {"\033[200~", kPasteBegin}, {"\033[201~", kPasteEnd},  {"\033[A", KEY_UP},
     {"\033OA", KEY_UP},         {"\033[B", KEY_DOWN},      {"\033OB", KEY_DOWN},
@@ -44,7 +45,7 @@ constexpr std::pair<const char*, int> kSequences[] = {
     {"\033[1;5C", kWordRight},  {"\033[1;3C", kWordRight}, {"\033Oc", kWordRight},
 };
 
-/// The rest of a key's sequence that nobody knows; it must not be taken for typed text.
+/// Reads the rest of an unknown key's sequence, which must not count as typed text.
 void skipSequence(wint_t introducer) {
     const wint_t first = introducer == L'[' ? 0x40 : 0x20;
     wint_t next = 0;
@@ -53,12 +54,12 @@ void skipSequence(wint_t introducer) {
 }
 
 void setBracketedPaste(bool on) {
-    // pasted text then comes between two keys of its own
+    // The terminal then marks the beginning and the end of pasted text.
     std::fputs(on ? "\033[?2004h" : "\033[?2004l", stdout);
     std::fflush(stdout);
 }
 
-/// What a terminal without UTF-8 gets instead.
+/// A replacement for terminals without UTF-8.
 wchar_t asciiFor(wchar_t character) {
     switch (character) {
         case L'│': return L'|';
@@ -96,9 +97,9 @@ struct Screen::Impl {
     bool isUTF8 = true;
     bool hasColours = false;
 
-    // Rows with emoji of several characters: as they were painted last.
+    // Rows with emoji of several characters, as they were last painted.
     std::map<int, Cells> painted;
-    bool isAnew = true;  // the next painting paints everything
+    bool isAnew = true;  // repaint everything next time
 
     struct Look {
         attr_t attributes = A_NORMAL;
@@ -135,9 +136,9 @@ struct Screen::Impl {
         return found;
     }
 
-    /// The terminal library takes no emoji of several characters. They are painted past it, each
-    /// followed by an order to go on at its right end: then it does not matter how wide the
-    /// terminal thinks it is, and one that takes it apart shows its beginning.
+    /// Paints emoji of several characters, which ncurses cannot do. Each is followed by an order to
+    /// move the cursor to its right end. So it does not matter how wide the terminal thinks it is,
+    /// and a terminal that cannot combine the characters shows the first one.
     void paintSequences(const Frame& frame, const std::map<int, Cells>& rows) {
         order.clear();
         for (const auto& [row, cells] : rows) {
@@ -145,7 +146,7 @@ struct Screen::Impl {
             if (row >= getmaxy(stdscr) || (before != painted.end() && before->second == cells))
                 continue;
             int column = 0;
-            bool isBehind = false;  // an emoji, from which on all is painted anew
+            bool isBehind = false;  // after an emoji everything in the row is painted again
             for (const auto& cell : cells) {
                 if (column + cell.width > getmaxx(stdscr)) break;
                 if (cell.isSequence() || isBehind) {
@@ -168,7 +169,7 @@ struct Screen::Impl {
         std::fputs(order.c_str(), stdout);
         std::fflush(stdout);
     }
-    // The terminal library wants a function for each byte.
+    // ncurses calls a function for each byte.
     static inline std::string order;
     static int append(int byte) {
         order += static_cast<char>(byte);
@@ -205,7 +206,7 @@ Screen::Screen(bool isUTF8) : impl_(std::make_unique<Impl>()) {
     if (impl_->terminal == nullptr) return;
     impl_->isUTF8 = isUTF8;
     set_escdelay(25);
-    raw();  // Ctrl-C and its like are keys
+    raw();  // so that Ctrl-C and others arrive as keys
     noecho();
     nonl();
     keypad(stdscr, TRUE);
@@ -229,12 +230,11 @@ void Screen::resize() {
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0)
         return;
     resizeterm(std::min<int>(size.ws_row, kMostPlaces), std::min<int>(size.ws_col, kMostPlaces));
-    repaint();  // a terminal rearranges its lines when it changes
+    repaint();  // terminals move lines when their size changes
 }
 
 void Screen::paint(const Frame& frame) {
-    // Of a line with an emoji in several characters, what stands there is not what the terminal
-    // library believes.
+    // In a row with emoji of several characters, the terminal does not show what ncurses assumes.
     auto sequences = impl_->rowsWithSequences(frame);
     for (const auto& [row, cells] : impl_->painted) {
         const auto found = sequences.find(row);
@@ -251,7 +251,7 @@ void Screen::paint(const Frame& frame) {
             std::array<wchar_t, Cell::kMost + 1> characters{};
             std::copy_n(cell.characters.begin(), std::min(cell.count, kMostOfLibrary),
                         characters.begin());
-            if (cell.isSequence()) {  // its place, to be filled below
+            if (cell.isSequence()) {  // leave room; it is painted below
                 const bool isAsWide = ::wcwidth(characters[0]) == cell.width;
                 characters = {isAsWide ? characters[0] : L'?'};
             }
@@ -303,8 +303,8 @@ std::optional<Key> Screen::read() {
 
 void Screen::suspend() {
     setBracketedPaste(false);
-    // the terminal library gives the terminal back, stops, and takes it again; without job control
-    // it goes on
+    // ncurses restores the terminal, stops the process, and takes the terminal back later. Without
+    // job control, the program just continues.
     std::raise(SIGTSTP);
     setBracketedPaste(true);
     resize();

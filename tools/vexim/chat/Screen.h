@@ -10,7 +10,7 @@ namespace chat {
 struct Key {
     enum class Code {
         Character,  ///< `character` was typed
-        Control,    ///< with Ctrl; `character` is the small letter
+        Control,    ///< with Ctrl; `character` is in lower case
         Alt,        ///< with Alt, or after Esc
         Enter,
         Tab,
@@ -32,26 +32,27 @@ struct Key {
     wchar_t character = 0;
 };
 
-/// The terminal in full-screen use, from construction to destruction. One at a time.
+/// The terminal in full-screen mode, as long as this object lives. Only one at a time.
 class Screen {
 public:
-    /// nullptr when the terminal cannot do it (TERM is unset or unknown, or it cannot move its
-    /// cursor). `isUTF8`: whether the terminal reads UTF-8; else what is not ASCII is painted as
-    /// '?'.
+    /// Returns nullptr if the terminal cannot do it (TERM is unset or unknown, or it cannot move
+    /// its cursor). `isUTF8` says whether the terminal reads UTF-8; otherwise characters outside
+    /// ASCII are painted as '?'.
     static std::unique_ptr<Screen> open(bool isUTF8);
     ~Screen();
     Screen(const Screen&) = delete;
     Screen& operator=(const Screen&) = delete;
 
     Size size() const;
-    /// Asks the terminal for its size, and takes it.
+    /// Asks the terminal for its size and uses it.
     void resize();
     void paint(const Frame& frame);
-    /// The next painting paints everything.
+    /// The next frame is painted completely.
     void repaint();
-    /// The next key, or nullopt when none was typed. Never waits.
+    /// The next key; nullopt if none was typed. Never waits.
     std::optional<Key> read();
-    /// Gives the terminal back, stops the process as Ctrl-Z does, and takes the terminal again.
+    /// Restores the terminal, stops the process like Ctrl-Z, and takes the terminal back when it
+    /// continues.
     void suspend();
 
 private:

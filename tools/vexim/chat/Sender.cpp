@@ -70,7 +70,7 @@ void Sender::send(const Address& to, const std::shared_ptr<VXIMMessage>& message
             *id = static_cast<std::uint64_t>(stored->localId);
             auto* entry = find(to, *id);
             if (!entry || !entry->file) return;
-            entry->file->path = path;  // the store's copy has another name
+            entry->file->path = path;  // the store's copy has a different name
             if (isUnsent(*entry) && !entry->file->percent) entry->file->percent = 0;
         });
 }
@@ -105,7 +105,7 @@ void Sender::save(const Address& from, int number, const std::string& path) {
     transfers_.push_back(transfer);
     entry->file->percent = 0;
     const auto id = entry->id;
-    // Of a download the bytes are heard, too, whose number is known when it has begun.
+    // A download also reports bytes; its size is known once it has begun.
     const auto pace = std::make_shared<Pace>();
     transfer->setProgress([pace](VXIMTransferProgress progress) {
         pace->reached(progress.bytes, progress.total, Session::now());
@@ -136,7 +136,7 @@ void Sender::takeBack(std::uint64_t id) {
 
 bool Sender::cancelNewest() {
     if (!transfers_.empty()) {
-        const auto newest = transfers_.back();  // its completion takes it out
+        const auto newest = transfers_.back();  // its completion removes it from the list
         newest->cancel();
         return true;
     }

@@ -10,28 +10,28 @@
 
 namespace chat {
 
-/// What the user sends and fetches: texts, files in both directions, and what has to be sent again.
-/// What comes of it stands in the conversation.
+/// Sends and fetches for the user: texts, files in both directions, and messages that failed. The
+/// results appear in the conversation.
 class Sender {
 public:
     Sender(Session& session, Roster& roster) : session_(session), roster_(roster) {}
 
     void sendText(const Address& to, std::string text);
-    /// Throws std::invalid_argument when there is no such file.
+    /// Throws std::invalid_argument if the file does not exist.
     void sendFile(const Address& to, const std::string& path);
-    /// Sends again what has failed there, and at once what waits; returns how much that was.
+    /// Sends failed messages again, and waiting ones at once. Returns how many there were.
     std::size_t retry(const Address& to);
-    /// Fetches the file of that number (0: the newest) to `path`: a file, a folder, or empty for
-    /// the current folder. What is there is never overwritten. Throws std::invalid_argument when it
-    /// cannot be done.
+    /// Downloads the file with this number (0: the newest) to `path`: a file, a folder, or empty
+    /// for the current folder. It never overwrites a file. Throws std::invalid_argument if that is
+    /// impossible.
     void save(const Address& from, int number, const std::string& path);
-    /// Ends the newest fetching, or else takes back the newest file that is being sent. False when
-    /// there is neither.
+    /// Cancels the newest download, or if there is none, the newest file that is being sent.
+    /// Returns false if there is neither.
     bool cancelNewest();
-    /// Takes back the newest message there that waits. False when none does.
+    /// Cancels the newest message that is still waiting. Returns false if there is none.
     bool cancelWaiting(const Address& to);
     void cancelAll();
-    /// Whether nothing is being fetched.
+    /// Whether no download is running.
     bool isIdle() const noexcept { return transfers_.empty(); }
 
 private:
@@ -47,7 +47,7 @@ private:
 
     Session& session_;
     Roster& roster_;
-    std::vector<Transfer> transfers_;  // of files that are fetched, the newest last
+    std::vector<Transfer> transfers_;  // downloads, the newest last
 };
 
 }  // namespace chat

@@ -1,4 +1,4 @@
-// The connection: login, losses, pauses, attempts. SessionContents.cpp has what comes over it.
+// The connection: login, losses, pauses, attempts. For what it delivers, see SessionContents.cpp.
 
 #include "Session.h"
 
@@ -13,13 +13,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// A person is watching: the library's half a minute between attempts would seem an age.
+// The longest wait between attempts. The library's 30 seconds are too long if a person is watching.
 constexpr int kLongestWait = 10;
-// After so long without a sign of what should happen by itself, it is started by hand.
+// If nothing happens for this many seconds, the next step is started from here.
 constexpr double kTooLong = 15;
 constexpr double kLoginTimeout = 30;
-// New names and members of groups and rooms are seen this late. New friends, groups and rooms are
-// seen at the next tick.
+// How often to look for new names and members of groups and rooms. New friends, groups and rooms
+// are found at every tick.
 constexpr double kRefreshInterval = 30;
 
 std::string hostOf(VXIMClient& client) {
@@ -118,7 +118,7 @@ void Session::resume() {
         case SessionState::Phase::Paused: return connectAgain();
         case SessionState::Phase::Waiting: return (this->*attempt_)();
         case SessionState::Phase::Lost:
-        // the attempt that is waited for starts now
+        // Starts the attempt that the library is waiting to make.
         case SessionState::Phase::Reconnecting: return client_->resume();
         case SessionState::Phase::Refused: return logIn();
         case SessionState::Phase::Connecting:
@@ -128,7 +128,7 @@ void Session::resume() {
 }
 
 void Session::leave(std::function<void()> left) {
-    // Without a connection a logout would never end, and a service that hangs does not answer it.
+    // A logout never ends without a connection, and a hanging service does not answer it.
     if (!state_.isConnected()) return left();
     state_.leaving(now());
     vexim::MainQueue::shared().after(3s, left);
@@ -159,11 +159,11 @@ void Session::tick() {
         askForNextAttempt();
     switch (state_.phase()) {
         case SessionState::Phase::Lost:
-            // The service has ended it: the library does not try again then.
+            // The service closed the connection. The library does not reconnect then.
             if (isTooLong) connectAgain();
             break;
         case SessionState::Phase::Reconnecting:
-            // Connected, but the service does not answer the login.
+            // The connection is open, but the login gets no answer.
             if (isTooLong && client_->status() == VXIMClientStatusOpened) logIn();
             break;
         case SessionState::Phase::Connecting:

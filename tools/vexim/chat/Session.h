@@ -15,34 +15,33 @@
 
 namespace chat {
 
-/// What the store calls it; the console is the conversation with the service's operators.
+/// The store's id for a conversation. The console's is the conversation with the service's
+/// operators.
 VXIMConversationId conversationOf(const Address& address);
 
-/// The user's session with the service: logs in and stays logged in, and keeps `roster` as the
-/// service and the store have it: friends, groups and rooms from the one, messages from the other.
-/// Main thread only.
+/// The user's session. It logs in, stays logged in, and keeps `roster` up to date: friends, groups
+/// and rooms come from the service, messages from the store. Main thread only.
 ///
-/// What it starts must not outlive the program's run of the main queue: answers find it by its
+/// What it starts must not outlive the program's run of the main queue, because answers use its
 /// address.
 ///
 /// It has more than 25 functions because each thing that the user can do has one, and so has each
 /// event of the delegate. Two files share them.
 class Session : public VXIMClientDelegate, public std::enable_shared_from_this<Session> {
 public:
-    /// `failed` is called when the service does not accept the first login, or the store cannot be
-    /// opened.
+    /// Calls `failed` if the service refuses the first login, or the store cannot be opened.
     Session(std::shared_ptr<VXIMConversations> conversations, Credentials credentials,
             Roster& roster, std::function<void(const std::string& reason)> failed);
 
     void start();
     void pause();
-    /// Goes on after a pause, or tries at once where an attempt is being waited for.
+    /// Ends a pause. If the session is waiting before an attempt, starts it now.
     void resume();
-    /// Logs out if it can, and calls `left`: after three seconds at the latest.
+    /// Logs out if possible, then calls `left`, after three seconds at the latest.
     void leave(std::function<void()> left);
-    /// What was asked of the store before is done then.
+    /// Calls `closed` when everything that the store was asked before is done.
     void closeStore(const std::function<void()>& closed);
-    /// To be called about once a second.
+    /// Call this about once a second.
     void tick();
 
     VXIMClient& client() { return *client_; }
@@ -54,17 +53,18 @@ public:
     const std::string& me() const noexcept { return me_; }
     static double now();
 
-    /// Why the lists are read again: what the clock began fails in silence, for it comes again.
+    /// Why the lists are read. If it was just time to, failures are not shown, because it will be
+    /// tried again.
     enum class Asked { ByNeed, ByClock };
-    /// Reads the lists of friends, groups and rooms again.
+    /// Reads the lists of friends, groups and rooms.
     void refresh(Asked asked = Asked::ByNeed);
-    /// The user looks at this one: its messages are there from now on, and are read.
+    /// The user selected this conversation: loads its messages, and counts them as read.
     void look(Conversation& conversation);
     void loadOlder(const Address& address);
-    /// Tells what the store finds, as a notice.
+    /// Searches the store and shows the results as a notice.
     void search(const std::string& words);
 
-    // The library's calls.
+    // From the library.
     void clientDidLogin(const std::shared_ptr<VXIMClient>& client) override;
     void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>& client,
                                    const vexim::ErrorPtr& error) override;
@@ -78,7 +78,7 @@ public:
 private:
     using Attempt = void (Session::*)();
 
-    // Connection.
+    // The connection.
     void logIn();
     void connectAgain();
     void tryAgainLater(const std::string& reason);
@@ -86,12 +86,12 @@ private:
     void setPresenceUnknown();
     void askForNextAttempt();
 
-    // Contents.
-    /// The messages of a conversation that are shown.
+    // Messages and lists.
+    /// What is shown of a conversation.
     struct Shown {
         std::shared_ptr<VXIMStoreObservation> observation;
         std::int32_t limit = 0;
-        std::int64_t unread = 0;  // as the store counts
+        std::int64_t unread = 0;  // by the store's count
         std::vector<VXIMStoredGap> gaps;
     };
     void didOpenStore();
@@ -116,14 +116,14 @@ private:
     std::string me_;
     bool hasLoggedIn_ = false;
     bool isPausing_ = false;
-    Attempt attempt_ = &Session::logIn;  // what an own attempt does
-    unsigned attemptNumber_ = 0;         // tells a timer whether it is still the one
+    Attempt attempt_ = &Session::logIn;  // what the next attempt of our own does
+    unsigned attemptNumber_ = 0;         // so that a timer knows whether it is still wanted
     double oldestHanded_ = 0;
     std::shared_ptr<VXIMStoreObservation> list_;
     std::map<Address, Shown> shown_;
-    std::set<std::string> asked_;  // friends whose names were asked for
-    double refreshed_ = 0;         // when the lists were read last
-    std::set<std::string> known_;  // the ids in the user's record when it was read last
+    std::set<std::string> asked_;  // whose names were requested
+    double refreshed_ = 0;         // when the lists were last read
+    std::set<std::string> known_;  // the ids in the user's record when it was last read
     bool isLooking_ = false;       // the record is being read
 };
 

@@ -1,4 +1,4 @@
-// What the store and the service have: messages, lists.
+// What the store and the service provide: messages and lists.
 
 #include <algorithm>
 #include <ctime>
@@ -23,13 +23,13 @@ std::vector<std::string> idsOf(const vexim::Value& list) {
     return array ? array->strings() : std::vector<std::string>();
 }
 
-/// A name, when the record has one.
+/// The name in a record; empty if there is none.
 std::string nameOf(const vexim::Value& name) { return name.asString().value_or(""); }
 
 constexpr std::int32_t kPage = 100;
 constexpr std::int32_t kMostListed = 10'000;
 constexpr std::int32_t kMostFound = 20;
-constexpr std::size_t kMostNames = 100;  // of friends, a request each
+constexpr std::size_t kMostNames = 100;  // of friends, with one request each
 
 double seconds(std::int64_t millis) { return static_cast<double>(millis) / 1000; }
 
@@ -136,7 +136,8 @@ void Session::showList(const std::vector<VXIMConversation>& list) {
         shown_[address].unread = one.unreadCount;
         isNew = isNew || !isKnown;
     }
-    if (isNew && state_.isConnected()) refresh();  // somebody has taken us in
+    // somebody has added the user to a group or a room
+    if (isNew && state_.isConnected()) refresh();
 }
 
 void Session::look(Conversation& conversation) {
@@ -168,7 +169,7 @@ void Session::showMessages(const Address& address, const std::vector<VXIMStoredM
     showGaps(address);
 }
 
-/// Where messages are missing behind the oldest one that is shown.
+/// Shows where messages are missing after the oldest one that is shown.
 void Session::showGaps(const Address& address) {
     conversations_->store()->gaps(
         conversationOf(address),
@@ -215,7 +216,7 @@ void Session::loadOlder(const Address& address) {
     conversation->older = Older::Loading;
     shown->second.limit += kPage;
     shown->second.observation->setLimit(shown->second.limit);
-    // What the store lacks, the service may have.
+    // If the store has no older messages, the service may.
     const auto& gaps = shown->second.gaps;
     if (!conversation->hasHistory() || gaps.empty()) return showGaps(address);
     conversations_->readGap(conversationOf(address), gaps.back(),
@@ -245,7 +246,7 @@ void Session::search(const std::string& words) {
                   });
 }
 
-/// A user's name is an attribute, as a group's is.
+/// A user's name is an attribute, like a group's.
 void Session::readName(const std::string& friendId) {
     if (asked_.size() >= kMostNames || !asked_.insert(friendId).second) return;
     VXIMUser::userWithId(friendId)->getAttributeForKey(
@@ -280,8 +281,9 @@ void Session::markGone(Kind kind, const Seen& seen) {
     }
 }
 
-/// No event tells that somebody has befriended the user, or taken them into a group or a room.
-/// Their record has all ids in one small answer, so it is cheap to look there every second.
+/// No event says that somebody has become a friend of the user, or has added them to a group or a
+/// room. But the user's record has all ids in one short answer, so reading it every second costs
+/// little.
 void Session::lookForNews() {
     const auto user = client_->currentUser();
     if (!user || isLooking_) return;

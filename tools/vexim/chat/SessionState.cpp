@@ -61,7 +61,7 @@ void SessionState::refused(std::string reason, double now) {
 }
 
 std::string SessionState::line(double now, double oldestHanded) const {
-    // Known to the second, or at least how long the library waits at most.
+    // The exact time if it is known, otherwise the longest possible wait.
     const bool isKnown = nextAttempt_ > now;
     const std::string wait = isKnown ? "in " + seconds(nextAttempt_ - now)
                                      : "within " + std::to_string(longestWait_) + " s";

@@ -6,23 +6,22 @@
 
 namespace chat {
 
-/// Where the session stands, and what happens next, in words: a machine over what is heard of the
-/// connection. Times are seconds; any clock does.
+/// The state of the session and what happens next, as text for the user. A state machine, driven by
+/// events of the connection. Times are seconds by any clock.
 class SessionState {
 public:
     enum class Phase {
-        Connecting,    ///< an attempt of this program's own: a first login, or a resume
-        Waiting,       ///< that has failed; the next one is being waited for
+        Connecting,    ///< our own attempt: the first login, or a resume
+        Waiting,       ///< it failed, and the next one has to wait
         Connected,     ///< the service has accepted the login
-        Lost,          ///< the link went down; the library is about to try again
-        Reconnecting,  ///< and does
+        Lost,          ///< the connection was lost; the library will reconnect
+        Reconnecting,  ///< the library is reconnecting
         Paused,
         Leaving,
-        Refused,  ///< the service does not accept the login
+        Refused,  ///< the service refused the login
     };
 
-    /// `where` is the service, `longestWait` how long the library waits at most between two
-    /// attempts.
+    /// `where` names the service. `longestWait` is the library's longest wait between two attempts.
     explicit SessionState(std::string where, int longestWait)
         : where_(std::move(where)),
           longestWait_(longestWait) {}
@@ -32,25 +31,25 @@ public:
     void connected(std::string user, double now);
     void lost(double now);
     void attempting(double now);
-    /// The library's next attempt begins then.
+    /// When the library's next attempt begins.
     void waitingUntil(double nextAttempt) { nextAttempt_ = nextAttempt; }
-    /// The attempt that is under way has failed.
+    /// The current attempt has failed.
     void attemptFailed(std::string reason, double now);
     void paused(double now) { enter(Phase::Paused, now); }
     void leaving(double now) { enter(Phase::Leaving, now); }
     void refused(std::string reason, double now);
 
     Phase phase() const noexcept { return phase_; }
-    /// How long it has been in this phase.
+    /// How long it has been in this state.
     double since(double now) const noexcept { return now - entered_; }
     bool isConnected() const noexcept { return phase_ == Phase::Connected; }
-    /// Our attempts since the last success, for the next wait.
+    /// Our own attempts since the last success. They decide the next wait.
     int attempts() const noexcept { return attempts_; }
 
-    /// The line. `oldestHanded` is when the oldest message was handed over that has not come back;
-    /// 0: none.
+    /// The text. `oldestHanded` is when the oldest message was passed on that has not come back; 0
+    /// if there is none.
     std::string line(double now, double oldestHanded = 0) const;
-    /// Whether something in it wants attention.
+    /// Whether the user should notice it.
     bool isAlert(double now, double oldestHanded = 0) const;
 
 private:
@@ -61,7 +60,7 @@ private:
     Phase phase_ = Phase::Connecting;
     double entered_ = 0;
     std::string user_;
-    std::string reason_;  // of the last failure; empty: none yet
+    std::string reason_;  // of the last failure; empty if there was none
     double nextAttempt_ = 0;
     int attempts_ = 0;
 };

@@ -1,6 +1,6 @@
 #include "Terminal.h"
 
-// By itself, because <term.h> makes macros of everyday words.
+// In a file of its own, because <term.h> defines common words as macros.
 #include <curses.h>
 #include <term.h>
 #include <unistd.h>

@@ -4,11 +4,11 @@
 
 namespace chat {
 
-/// Whether a terminal of that type (TERM; may be nullptr) is known and can place its cursor.
+/// Whether this type of terminal (TERM; may be nullptr) is known and can move its cursor.
 bool hasFullScreen(const char* type);
 
-/// The terminal's order to put the cursor there, counted from 0; and the one to empty the rest of
-/// the line.
+/// The terminal's sequences for moving the cursor, counted from 0, and for clearing the rest of the
+/// line.
 std::string cursorOrder(int row, int column);
 std::string restOfLineOrder();
 

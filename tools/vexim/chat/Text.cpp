@@ -14,26 +14,26 @@ namespace chat {
 namespace {
 
 constexpr wchar_t kUnknown = 0xFFFD;
-constexpr std::size_t kLongest = 16'384;       // characters of one text that are painted …
-constexpr std::size_t kLongestBytes = 65'536;  // … and bytes that are looked at
+constexpr std::size_t kLongest = 16'384;       // the most characters of a text to paint
+constexpr std::size_t kLongestBytes = 65'536;  // and the most bytes to read
 
 constexpr wchar_t kJoiner = 0x200D;
 constexpr wchar_t kEmojiStyle = 0xFE0F;
 
 bool isSkinTone(wchar_t c) { return c >= 0x1F3FB && c <= 0x1F3FF; }
-/// Two of them make a flag.
+/// Two of these make a flag.
 bool isFlagLetter(wchar_t c) { return c >= 0x1F1E6 && c <= 0x1F1FF; }
-/// Without effect where there is no emoji.
+/// Changes how an emoji looks; has no effect without one.
 bool isSelector(wchar_t c) {
     return c == 0x200C || c == kJoiner || c == 0xFE0E || c == kEmojiStyle;
 }
-/// What may be shown as a picture: no letter, no digit, nothing that combines.
+/// Whether it may be shown as a picture. Letters, digits and combining marks are not.
 bool isPicture(wchar_t c) {
     return c >= 0xA9 && ::wcwidth(c) > 0 && !isSkinTone(c) && !isFlagLetter(c) &&
            std::iswalpha(static_cast<std::wint_t>(c)) == 0;
 }
 
-/// Whether `next` goes into the emoji that begins or goes on in `cell`.
+/// Whether `next` continues the emoji in `cell`.
 bool goesOn(const Cell& cell, wchar_t next) {
     if (cell.count == 0 || cell.count == Cell::kMost) return false;
     const wchar_t first = cell.characters[0];
@@ -44,8 +44,8 @@ bool goesOn(const Cell& cell, wchar_t next) {
     return isPicture(first) || (isFlagLetter(first) && cell.count == 2);
 }
 
-/// Chinese and Japanese are written without blanks: a line may end beside any of their characters
-/// (UAX #14), but does not begin with a closing mark or a small sign, nor end with an opening one.
+/// Chinese and Japanese have no blanks. A line may break between any two of their characters (UAX
+/// #14), but must not begin with a closing mark or a small kana, nor end with an opening mark.
 bool isBreakBetween(const Cell& one, const Cell& next) {
     constexpr std::wstring_view kNotFirst =
         L"、。，．！？：；）」』】〉》〕］｝…‥・ー～々ぁぃぅぇぉっゃゅょゎァィゥェォッャュョヮ.,!?:;)]}\"'";
@@ -92,7 +92,7 @@ bool useUTF8() {
         named = named || (value != nullptr && *value != '\0');
     }
     std::setlocale(LC_CTYPE, "C.UTF-8");
-    return !named;  // an environment that says nothing is taken for a modern one
+    return !named;  // without any setting, assume UTF-8
 }
 
 std::wstring wide(std::string_view utf8) {
@@ -144,7 +144,7 @@ Cells cellsOf(std::string_view text, Style style) {
             cells.push_back(cell(kUnknown, 1, style));
         } else if (width > 0) {
             cells.push_back(cell(shown, width, style));
-        } else {  // a mark; one without a character to stand on gets a blank
+        } else {  // a combining mark; if it is the first character, it combines with a blank
             if (cells.empty() || cells.back().width == 0) cells.push_back(cell(L' ', 1, style));
             auto& base = cells.back();
             if (base.count < Cell::kMost) base.characters[base.count++] = shown;
@@ -183,8 +183,8 @@ std::vector<Cells> wrapped(const Cells& cells, int width) {
     Cells line;
     int used = 0;
     struct Break {
-        std::size_t end = 0;   // the line keeps what is before …
-        std::size_t next = 0;  // … and the next one begins here
+        std::size_t end = 0;   // the end of what stays on this line
+        std::size_t next = 0;  // the beginning of the next line
     };
     std::optional<Break> last;
     const auto breakAt = [&](Break at) {
@@ -201,7 +201,8 @@ std::vector<Cells> wrapped(const Cells& cells, int width) {
             continue;
         }
         const Cell fitting = one.width <= width ? one : cell(L'?', 1, one.style);
-        if (fitting.is(L' ') && used + 1 > width && !line.empty()) {  // the break stands in for it
+        // the line break replaces the blank
+        if (fitting.is(L' ') && used + 1 > width && !line.empty()) {
             breakAt({line.size(), line.size()});
             continue;
         }

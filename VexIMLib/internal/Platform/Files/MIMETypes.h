@@ -12,8 +12,9 @@ namespace vexim {
 /// nullopt if unknown or empty.
 std::optional<std::string> mimeTypeForExtension(std::string_view extension);
 
-/// The "*.extension" lines of a shared MIME database's "globs2" file, lower case; the greatest
-/// weight wins, then the first.
+/// The MIME types by extension (in lower case) from the "*.extension" lines of a shared MIME
+/// database's "globs2" file. If an extension has several lines, the one with the greatest weight
+/// wins, then the first.
 std::unordered_map<std::string, std::string> parseMIMEGlobs(std::string_view globs2);
 
 }  // namespace vexim
