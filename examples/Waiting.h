@@ -9,10 +9,10 @@
 #include <optional>
 
 // [succeeds]
-/// Starts an operation and runs the main queue until it has called back or ten seconds have passed:
-/// for programs that do one thing after the other.
+/// Starts an operation and runs the main queue until its completion has run, ten seconds at most.
+/// For programs that do one thing after the other.
 inline bool succeeds(const std::function<void(VXIMBooleanCompletion)>& start) {
-    // shared: the answer may come too late
+    // shared, because the answer may come after the ten seconds
     const auto outcome = std::make_shared<std::optional<bool>>();
     start([outcome](bool succeeded, vexim::ErrorPtr error) {
         if (error) std::cerr << error->description() << '\n';
@@ -24,7 +24,7 @@ inline bool succeeds(const std::function<void(VXIMBooleanCompletion)>& start) {
 }
 // [/succeeds]
 
-/// Runs the main queue until `predicate` holds; false when it does not within ten seconds.
+/// Runs the main queue until `predicate` is true. Returns false if that takes over ten seconds.
 inline bool becomesTrue(const std::function<bool()>& predicate) {
     return vexim::MainQueue::shared().runUntil(predicate, std::chrono::seconds(10));
 }

@@ -1,4 +1,4 @@
-// Logs in and sends with co_await, and lets go of what takes too long.
+// Logs in and sends with co_await, and gives up on what takes too long.
 #include <VexIMLib/Async/Coroutine.h>
 #include <VexIMLib/VexIMLib.h>
 
@@ -7,7 +7,7 @@
 using namespace std::chrono_literals;
 
 // [coroutine]
-// Coroutines outlive their caller's arguments: parameters by value.
+// A coroutine outlives its caller's arguments, so take parameters by value.
 vexim::Task<bool> greet(std::shared_ptr<VXIMClient> client, std::string friendId) {
     auto [loggedIn, error] =
         co_await vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s);
@@ -20,7 +20,7 @@ vexim::Task<bool> greet(std::shared_ptr<VXIMClient> client, std::string friendId
 
     if (!sent) co_return false;
 
-    // A name that is overloaded is called in a lambda, which names the completion's shape.
+    // The name has overloads, so call it in a lambda that says which completion it takes.
     auto again = co_await vexim::call(
         [&](VXIMBooleanCompletion done) { client->sendMessage(message, std::move(done)); });
     co_return static_cast<bool>(again);
@@ -32,7 +32,7 @@ int main(int, char** arguments) {
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
 
     // [wait]
-    // in a program with a loop of its own: vexim::spawn(…)
+    // in a program that runs an event loop: vexim::spawn(…)
     bool sent = vexim::wait(greet(client, "bob"));
     // [/wait]
     std::cout << (sent ? "sent" : "not sent") << '\n';

@@ -15,7 +15,7 @@ int main(int, char** arguments) try {
     // [several]
     auto login =
         vexim::future(vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s));
-    if (!vexim::wait(login)) return 1;  // turns the main queue; get() would wait for ever here
+    if (!vexim::wait(login)) return 1;  // runs the main queue; get() would block forever here
 
     auto alice = client->currentUser();
     auto friends = vexim::future(&VXIMUser::fetchFriendsWithDetail, alice, false);

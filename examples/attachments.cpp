@@ -1,4 +1,4 @@
-// A picture and a sound travel from Alice to Bob; a third transfer is called off.
+// Sends a picture and a sound from Alice to Bob, and cancels a third transfer.
 
 #include <VexIMLib/VexIMLib.h>
 
@@ -40,13 +40,13 @@ bool sendsPicture(const std::shared_ptr<VXIMClient>& alice) {
 bool sendsSound(const std::shared_ptr<VXIMClient>& alice, const std::string& path) {
     return succeeds([&](const VXIMBooleanCompletion& done) {
         // [progress]
-        // nullptr when there is no such file
+        // nullptr if the file does not exist
         auto message = VXIMMessage::messageWithAudioFileAtPath(path);
         message->receiver()->setUserId("bob");
         alice->sendMessage(
             message, [](std::int32_t percent) { std::cout << percent << " %\r"; },
             [message, done](bool sent, vexim::ErrorPtr error) {
-                // A chat message whose upload failed is reported as done: the message knows better.
+                // A chat message succeeds even if its upload failed, so ask the message.
                 done(sent && message->status() == VXIMMessageStatusSent,
                      error ? error : message->error());
             });
@@ -59,7 +59,7 @@ bool downloads(const std::shared_ptr<VXIMMessage>& message, const std::string& p
     // [download]
     message->downloadAttachment(path, {}, [&ended](vexim::Value file, vexim::ErrorPtr error) {
         ended = error == nullptr;
-        // the path; it appears when it is whole
+        // the path; the file appears when it is complete
         if (*ended) std::cout << "saved as " << file.description() << '\n';
     });
     // [/download]
@@ -74,7 +74,7 @@ bool isCalledOff(const std::shared_ptr<VXIMMessage>& message, const std::string&
     // [cancel]
     auto transfer = VXIMTransfer::transfer();
     message->downloadAttachment(path, {}, ended, transfer);
-    // from any thread; `ended` gets "NSURLErrorDomain" -999, and no file is left
+    // on any thread; `ended` gets "NSURLErrorDomain" -999, and no file is left
     transfer->cancel();
     // [/cancel]
     return becomesTrue([&] { return cancelled; }) && !std::filesystem::exists(path);

@@ -1,5 +1,4 @@
-// Tells what went wrong: live, through the log, and afterwards, as a report that can be shown to
-// anybody.
+// Shows what went wrong: at once, in the log, and afterwards as a report that contains no secrets.
 #include <VexIMLib/VexIMLib.h>
 
 #include <iostream>
@@ -12,10 +11,10 @@ int main() {
     // [/log]
 
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "my-laptop");
-    // where nobody listens
+    // nobody listens on this port
     client->config()->setSocketURL(vexim::URL::parse("http://127.0.0.1:1"));
 
-    auto observer = std::make_shared<int>();  // as long as it lives, it hears
+    auto observer = std::make_shared<int>();  // it observes as long as it lives
     // [trouble]
     vexim::NotificationCenter::defaultCenter().addObserver(
         observer, VXIMClientConnectionErrorNotification, client.get(),

@@ -1,4 +1,4 @@
-// A bot that says back what it is told, until it is told "bye" or the system ends it.
+// A bot that repeats what it is told, until it is told "bye" or the system ends it.
 //   echo_bot URL [USER PASSWORD]
 
 #include <VexIMLib/Async/Coroutine.h>
@@ -27,14 +27,15 @@ public:
         vexim::spawn(logIn(shared_from_this()));
     }
 
-    /// A logout ends when the connection has closed, and never without one: so there is a limit.
+    /// A logout ends when the connection has closed. It never ends without a connection, so there
+    /// is a time limit.
     void stop() {
         const auto quit = [] { vexim::MainQueue::shared().quit(); };
         client_->logoutWithCompletion([quit](bool, vexim::ErrorPtr) { quit(); });
         vexim::MainQueue::shared().after(5s, quit);
     }
 
-    /// The connection has come back, and the service refused the login with it.
+    /// The connection was restored, but the service refused the login.
     void clientDidFailToLoginAgain(const std::shared_ptr<VXIMClient>&,
                                    const vexim::ErrorPtr&) override {
         vexim::spawn(logIn(shared_from_this()));
@@ -43,7 +44,7 @@ public:
     void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
                                            const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override {
-        // our own echo
+        // the echo of our own message
         if (vexim::idsEqual(message->sender()->userId(), client->currentUser()->uid())) return;
         const auto text = message->text().value_or("?");
         client->sendMessageToFriend(
@@ -54,8 +55,8 @@ public:
     }
 
 private:
-    /// Until it succeeds. Without a connection, or when it breaks, the wait ends at once with the
-    /// reason.
+    /// Tries until it succeeds. Each attempt ends at once with the reason if there is no connection
+    /// or it breaks.
     static vexim::Task<> logIn(std::shared_ptr<EchoBot> self) {
         auto [loggedIn, error] = co_await vexim::call(&VXIMClient::loginWithUsername, self->client_,
                                                       self->name_, self->password_)
@@ -76,15 +77,15 @@ private:
 
 int main(int count, char** arguments) {
     if (count != 2 && count != 4) return 2;
-    // The signals that end programs go to one thread, which waits for them: all others, made later,
-    // inherit that they are blocked.
+    // Only the thread that waits for these signals gets them: every thread that is started later
+    // inherits that they are blocked.
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGINT);
     sigaddset(&ending, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
 
-    vexim::setKeepsFinishedDelegates(false);  // a request is forgotten when it has ended
+    vexim::setKeepsFinishedDelegates(false);  // forget requests that have ended
     auto client = VXIMClient::clientWithAppId("demo-app", "demo-key", "echo-bot");
     client->config()->setSocketURL(vexim::URL::parse(arguments[1]));
 

@@ -1,4 +1,4 @@
-// What can go wrong, and how it is told.
+// What can go wrong, and how the program learns of it.
 
 #include <VexIMLib/VexIMLib.h>
 
@@ -14,12 +14,12 @@ namespace {
 std::string explain(const vexim::ErrorPtr& error) {
     if (!error) return "no reason given";
     if (error->is(VXIMErrorDomain, 1)) return "Not connected.";
-    if (error->is(VXErrorDomain, 100)) {  // no usable answer; why, lies beneath
+    if (error->is(VXErrorDomain, 100)) {  // no usable answer; the underlying error says why
         const auto cause = error->underlyingError();
         const bool slow = cause && cause->is(vexim::kURLErrorDomain, vexim::URLErrorTimedOut);
         return slow ? "The service is slow." : "The service cannot be reached.";
     }
-    return error->localizedDescription();  // of a refusal: the service's own words
+    return error->localizedDescription();  // if the service refused, its own words
 }
 // [/explain]
 
@@ -42,7 +42,7 @@ bool asksForANobody() {
 }
 
 bool findsNoService() {
-    // where nothing listens
+    // nothing listens on this port
     vxim_configuration->setSocketURL(vexim::URL::parse("http://127.0.0.1:1"));
     std::string why;
     VXIMUser::userWithId("bob")->fetchWithCompletion(
@@ -53,7 +53,7 @@ bool findsNoService() {
 bool raisesForAMistake(const std::shared_ptr<VXIMClient>& client) {
     // [exception]
     try {
-        client->loginWithUserId(std::nullopt, {});  // a programmer's mistake: raised here and now
+        client->loginWithUserId(std::nullopt, {});  // a programmer's mistake raises at once
     } catch (const vexim::Exception& exception) {
         std::cout << exception.what() << '\n';
         return exception.name() == vexim::kInvalidArgumentException;

@@ -1,4 +1,4 @@
-// A gateway's dashboard: what Prometheus reads, and a line for people.
+// Metrics for a gateway: for Prometheus, and as a line for people.
 #include <VexIMLib/VexIMLib.h>
 
 #include <iostream>
@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
     std::vector<std::shared_ptr<VXIMClient>> clients;
     for (const char* user : {"alice", "bob"}) {
         auto client = demoClient(argv[1]);
-        client->config()->setMetrics(metrics);  // one for all
+        client->config()->setMetrics(metrics);  // the same object for all clients
         if (!succeeds([&](auto done) { client->loginWithUserId(user, done); })) return 1;
         clients.push_back(std::move(client));
     }
@@ -52,7 +52,7 @@ int main(int argc, char** argv) {
 
     // [answer]
     // What your HTTP server answers to GET /metrics, with the type
-    // "text/plain; version=0.0.4; charset=utf-8". It may ask on any thread.
+    // "text/plain; version=0.0.4; charset=utf-8". Call it on any thread.
     std::cout << metrics->prometheusText({{"gateway", "north"}});
     // [/answer]
     return metrics->total("vexim_request_duration_seconds", {{"outcome", "success"}}) >= 1 ? 0 : 1;

@@ -1,4 +1,4 @@
-// Every kind of login, a refusal, a pause, and the way out.
+// All kinds of login, a refusal, a pause, and a logout.
 
 #include <VexIMLib/VexIMLib.h>
 
@@ -26,7 +26,7 @@ std::shared_ptr<VXIMClient> makeClient(const std::string& url) {
 
 void allowPolling(const std::shared_ptr<VXIMClientConfiguration>& configuration) {
     // [fallback]
-    // WebSocket first, HTTP polling where that is refused
+    // WebSocket first; if it is refused, HTTP polling
     configuration->setForceWebsockets(false);
     // [/fallback]
 }
@@ -42,7 +42,7 @@ void trustOnly(VXIMClientConfiguration& configuration, const std::string& author
 bool logsInByEveryWay(const std::shared_ptr<VXIMClient>& client) {
     return succeeds([&](const VXIMBooleanCompletion& done) {
                // [user_id]
-               client->loginWithUserId("bob", done);  // vouched for by the client key alone
+               client->loginWithUserId("bob", done);  // the client key alone vouches for the user
                // [/user_id]
            }) &&
            succeeds([&](const VXIMBooleanCompletion& done) {
@@ -72,8 +72,8 @@ bool isRefused(const std::shared_ptr<VXIMClient>& client) {
     client->loginWithUsername(
         "bob", "not-his-password", [&refused](bool loggedIn, vexim::ErrorPtr error) {
             if (loggedIn) return;
-            refused = error->is(VXIMErrorDomain, 1105);  // the codes are the service's own
-            std::cout << error->localizedDescription();  // and so are the words
+            refused = error->is(VXIMErrorDomain, 1105);  // the codes and
+            std::cout << error->localizedDescription();  // the texts are the service's own
         });
     // [/refused]
     return becomesTrue([&] { return refused; });
@@ -91,11 +91,11 @@ void giveItAMinute(const std::shared_ptr<VXIMClient>& client) {
 
 bool pausesAndResumes(const std::shared_ptr<VXIMClient>& client) {
     // [pause]
-    client->pause();  // closes the connection; a send fails at once now
+    client->pause();  // closes the connection; sending fails until it resumes
     // [/pause]
     if (!becomesTrue([&] { return client->status() == VXIMClientStatusPaused; })) return false;
     // [resume]
-    client->resume();  // connects again, with the credentials of the login
+    client->resume();  // connects again with the same credentials
     // [/resume]
     return becomesTrue([&] { return client->status() == VXIMClientStatusOpened; });
 }
@@ -103,7 +103,7 @@ bool pausesAndResumes(const std::shared_ptr<VXIMClient>& client) {
 bool logsOut(const std::shared_ptr<VXIMClient>& client) {
     return succeeds([&](const VXIMBooleanCompletion& done) {
         // [logout]
-        // takes this installation off the user, then closes the connection
+        // removes this installation from the user, then closes the connection
         client->logoutWithCompletion(done);
         // [/logout]
     });

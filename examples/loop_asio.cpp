@@ -1,4 +1,4 @@
-// The library in a program whose loop is asio's.
+// The library in a program that runs an asio loop.
 #include <VexIMLib/Loops/Asio.h>
 #include <VexIMLib/VexIMLib.h>
 

@@ -1,4 +1,4 @@
-// The library in a program whose loop is GLib's, as every GTK program's is.
+// The library in a program that runs a GLib loop, like every GTK program.
 #include <VexIMLib/Loops/Glib.h>
 #include <VexIMLib/VexIMLib.h>
 

@@ -1,5 +1,4 @@
-// Alice and Bob in one program: messages to a friend, a group and a room, and what the service
-// itself has to say.
+// Alice and Bob in one program: messages to a friend, a group and a room, and system messages.
 
 #include <VexIMLib/VexIMLib.h>
 
@@ -21,7 +20,7 @@ public:
     void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
                                            const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override {
-        // One's own messages come back, too: so every device of a user shows the whole
+        // The service also sends a user's own messages, so every device shows the whole
         // conversation.
         const bool mine =
             vexim::idsEqual(message->sender()->userId(), client->currentUser()->uid());
@@ -67,7 +66,7 @@ bool sends(const std::shared_ptr<VXIMClient>& alice) {
            succeeds([&](const VXIMBooleanCompletion& done) {
                // [keys]
                auto message = VXIMMessage::messageWithText("as I said");
-               message->payload().set("replyTo", "message-17");  // keys of your own travel along
+               message->payload().set("replyTo", "message-17");  // your own keys are sent as well
                alice->sendMessageToFriend(message, "bob", done);
                // [/keys]
            }) &&
@@ -101,7 +100,7 @@ int main(int, char** arguments) {
     const auto alice = demoClient(arguments[1]), bob = demoClient(arguments[1]);
     // [delegate]
     auto inbox = std::make_shared<Inbox>();
-    bob->setDelegate(inbox);  // held weakly: keep it yourself
+    bob->setDelegate(inbox);  // the client holds it weakly, so keep it
     // [/delegate]
     auto recent = std::make_shared<std::string>();
     // [notification]

@@ -1,6 +1,6 @@
-// A messenger that loses nothing: what is typed offline goes out later, also in the next run.
+// A messenger that loses nothing: text typed offline is sent later, even in the next run.
 //   messenger URL USER FOLDER
-//   /friend ID, /group ID, /room ID: whom the lines go to from now on     /list     /image FILE
+//   /friend ID, /group ID, /room ID: where the next lines go     /list     /image FILE
 #include <VexIMLib/Store/VXIMConversations.h>
 #include <VexIMLib/VexIMLib.h>
 
@@ -29,7 +29,7 @@ public:
         logIn(client, user);
     }
 
-    /// Until it has worked once: from then on the client comes back by itself.
+    /// Tries until the first login succeeds. After that the client reconnects by itself.
     static void logIn(const std::shared_ptr<VXIMClient>& client, const std::string& user) {
         if (client->status() <= VXIMClientStatusOpening) client->loginWithUserId(user, nullptr);
         MainQueue::shared().after(std::chrono::seconds(5), [client, user] { logIn(client, user); });

@@ -43,10 +43,10 @@ int main(int count, char** arguments) {
     // [handlers]
     socket->on("message", [](const Array& what, const AckEmitter& ack) {
         std::cout << "message " << vexim::Value(what).description() << '\n';
-        ack.with({"thank you"});  // does nothing where the server asks for no answer
+        ack.with({"thank you"});  // does nothing if the server wants no answer
     });
     socket->on("error", [&](const Array& what, const AckEmitter&) {
-        std::cerr << what.get(0).description() << '\n';  // a sentence
+        std::cerr << what.get(0).description() << '\n';  // an error as a sentence
         status = 1;
     });
     socket->on("disconnect", [&](const Array& what, const AckEmitter&) {
@@ -56,7 +56,7 @@ int main(int count, char** arguments) {
     // [/handlers]
 
     // [emit]
-    // `socket` itself is not captured: a handler that kept its own socket would never let it go.
+    // Capture `socket` by reference: a handler that owns its socket would keep it alive forever.
     socket->on("connect", [&](const Array&, const AckEmitter&) {
         socket->emitWithAck(arguments[3], items, std::chrono::seconds(10),
                             [&](const Array& answer, const vexim::ErrorPtr& error) {

@@ -12,7 +12,7 @@ using vexim::testing::FakeService;
 using vexim::testing::ManualClock;
 
 // [application]
-// The application: greets everybody who writes to it, by nick name.
+// The application: it greets everyone who writes to it, by nickname.
 class Greeter final : public VXIMClientDelegate {
 public:
     static std::shared_ptr<Greeter> start(
@@ -30,7 +30,7 @@ public:
     void clientDidReceiveMessageFromFriend(const std::shared_ptr<VXIMClient>& client,
                                            const std::shared_ptr<VXIMMessage>& message,
                                            const std::shared_ptr<VXIMFriendInfo>& from) override {
-        // our own, on its way back
+        // the echo of our own message
         if (vexim::idsEqual(message->sender()->userId(), client->currentUser()->uid())) return;
         auto user = VXIMUser::userWithId(from->uid());
         user->getAttributeForKey(
@@ -54,8 +54,8 @@ void expect(bool holds, const char* what) {
 
 int main() {
     // [begin]
-    ManualClock clock;    // first: it must outlive what waits by it
-    FakeService service;  // alice and bob, who are friends
+    ManualClock clock;    // first, because it must outlive whatever waits by it
+    FakeService service;  // alice and bob exist, and are friends
     auto configuration = service.configuration();
     configuration->setAutoReconnect(true);
 
