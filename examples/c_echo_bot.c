@@ -1,5 +1,5 @@
-// A bot that says back to its friends what they say, in C with the JSON library cJSON. It leaves
-// when somebody says "bye".
+// A bot that repeats what its friends say, in C with the JSON library cJSON. It leaves when
+// somebody says "bye".
 //   c_echo_bot URL
 
 #include <VexIMLib/C/vexim.h>
@@ -36,7 +36,7 @@ int main(int argc, char** argv) {
         "{\"@op\": \"loginWithUserId\", \"userId\": \"bob\", \"@extra\": \"login\", \"@timeout\": 20}");
     puts("echoing");
     for (int over = 0; !over;) {
-        // NULL when a minute has passed: an empty item
+        // after a minute without anything: NULL, which gives an empty item
         cJSON* item = cJSON_Parse(vexim_receive(client, 60));
         const cJSON* message = cJSON_GetObjectItem(item, "message");
         const char* speaker = text_of(cJSON_GetObjectItem(item, "from"), "uid");
@@ -46,14 +46,14 @@ int main(int argc, char** argv) {
             over = strcmp(text_of(item, "@extra"), "login") == 0;
         } else if (strcmp(text_of(item, "name"), "clientDidReceiveMessageFromFriend") == 0 &&
                    strcmp(sender, speaker) == 0) {
-            // our own messages come, too, with us as the sender
+            // The condition leaves out our own messages, which come back, too.
             say(client, speaker, text_of(message, "text"));
             over = strcmp(text_of(message, "text"), "bye") == 0;
         }
         fflush(stdout);
         cJSON_Delete(item);
     }
-    // The last answer is awaited: what is freed sends nothing any more.
+    // Wait for the last answer, because a freed client sends nothing.
     for (const char* text;
          (text = vexim_receive(client, 5)) != NULL && strstr(text, "\"@type\":\"answer\"") == NULL;)
         continue;

@@ -75,7 +75,8 @@ public:
     Database& operator=(const Database&) = delete;
 
     void execute(const char* sql);
-    /// Prepared once for each text. Do not use one text twice at the same time.
+    /// Keeps the prepared statement for its text, and returns the same one the next time. So do not
+    /// use it twice at the same time.
     Statement prepare(std::string_view sql);
     std::int64_t integer(std::string_view sql);  // the first column of the first row; 0 without one
 

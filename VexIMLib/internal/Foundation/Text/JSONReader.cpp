@@ -11,8 +11,8 @@
 #include "VexIMLib/internal/Foundation/Values/Blocks.h"
 
 // Boost.JSON's streaming parser calls a builder that keeps finished values on one stack. A
-// container's members are next to each other there, each key before its value, in the layout of its
-// storage. So closing a container is a single copy of bytes.
+// container's members lie there as they will lie in its storage: next to each other, each key
+// before its value. So closing a container is a single copy of bytes.
 
 namespace vexim {
 

@@ -29,10 +29,10 @@ struct Chunk {
 
 struct BodyReader::Shared final : ReaderPool::Work,
                                   std::enable_shared_from_this<BodyReader::Shared> {
-    /// Who reads next, or what we wait for.
+    /// Who acts next.
     enum class Phase {
-        Parked,      // the network thread, which has enough for now or reads itself
-        Queued,      // a thread of the pool, or one is reading already
+        Parked,      // the network thread: it has enough for now, or reads itself
+        Queued,      // a thread of the pool, which may already be reading
         AwaitsMain,  // the main thread
         Rests,       // the timer
         Ended,

@@ -13,8 +13,8 @@ using namespace std::chrono_literals;
 
 constexpr auto kNudgeTimeout = 10s;
 constexpr const char* kPong = "3";
-// Before an unread ping there may be some MiB in the buffers of two systems. 64 KiB at a time, this
-// often within the server's timeout, is enough.
+// An unread ping may come after some MiB that wait in the buffers of both systems. Reading 64 KiB
+// this often within the server's timeout is enough to reach it.
 constexpr int kPortionsInPatience = 4096;
 
 }  // namespace
