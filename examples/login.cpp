@@ -72,8 +72,8 @@ bool isRefused(const std::shared_ptr<VXIMClient>& client) {
     client->loginWithUsername(
         "bob", "not-his-password", [&refused](bool loggedIn, vexim::ErrorPtr error) {
             if (loggedIn) return;
-            refused = error->is(VXIMErrorDomain, 1105);  // the codes and
-            std::cout << error->localizedDescription();  // the texts are the service's own
+            refused = error->is(VXIMErrorDomain, 1105);  // a code of the service
+            std::cout << error->localizedDescription();  // and its own text
         });
     // [/refused]
     return becomesTrue([&] { return refused; });

@@ -170,8 +170,8 @@ void VXIMMessageForwardProxy::loadResult(const VXIMPropertyInfo& info, VXIMRunti
     }
     if (info.ivar()) {
         std::memset(result, 0, type.size);
-        // One word of 64 bits whatever the type, although a setter stores all of it: a long double
-        // or a structure comes back cut short.
+        // A getter copies only 64 bits, although a setter stores the whole value: a long double or
+        // a structure comes back cut short.
         target.instanceStorage().copyBytes(*info.ivar(), result,
                                            std::min(type.size, sizeof(std::uint64_t)));
         return;

@@ -8,7 +8,8 @@
 namespace vexim {
 namespace {
 
-// Limits do not count messages in the transport, so messages wait in the outbox.
+// The limits of the send queue do not count what the transport holds. So give it no more than this,
+// and let the rest wait in the queue.
 constexpr std::size_t kEnoughUnsent = 256 * 1024;
 // The limit for pongs to a server that keeps sending pings and does not read. Messages of the
 // application are not included.
