@@ -23,6 +23,9 @@ LIMITS = {
     "JSON out, history of 1000": (0.8, None),
     "dynamic property, get": (3.5, None),
     "dynamic property, set": (4.0, None),
+    "dynamic property, get by key path": (10.0, None),
+    "dynamic property, set by key path": (20.0, None),
+    "scale: a heartbeat, among 10 000 against among 100": (1.15, None),
     "REST over HTTPS, 1 in flight": (1.5, None),
     "REST over HTTPS, 32 in flight": (1.15, None),
 }

@@ -191,6 +191,22 @@ Costs measureApart(std::size_t count) {
     return costs;
 }
 
+/// One row for scripts/bench_instructions.py, which leaves out what a round does not take: the
+/// start, the logins and the end.
+void countInstructions(const Selection& asked) {
+    const std::string row = "scale: a heartbeat, among 10 000 against among 100";
+    // So many that the logins, which vary a little, do not matter.
+    constexpr std::size_t kInARound = 100'000;
+    if (asked.isList) return Selection::list(row, kInARound);
+    if (asked.row != row) return;
+    const std::size_t count = asked.isOurs ? 10'000 : 100;
+    const std::size_t beats = static_cast<std::size_t>(asked.rounds) * kInARound / count;
+    const ScaleServer server;
+    const auto gateway = std::make_shared<Gateway>(server, count);
+    gateway->logAllIn();
+    for (std::size_t i = 0; i < beats; ++i) server.beat();
+}
+
 }  // namespace
 
 int main() {
@@ -201,12 +217,17 @@ int main() {
     ::setrlimit(RLIMIT_NOFILE, &files);
     if (files.rlim_max < 10'100) fail("10 000 connections need 'ulimit -n' of 10 100 at least");
 
+    if (const auto& asked = Selection::asked()) {
+        countInstructions(*asked);
+        return 0;
+    }
     const Costs few = measureApart(100);
     measureApart(1000);
     const Costs many = measureApart(10'000);
     printRatio("scale: a message, among 10 000 against among 100", many.message, few.message, "us",
                std::nullopt);
+    // What is not in a core's cache costs more on some machines: the limit stands on instructions.
     printRatio("scale: a heartbeat, among 10 000 against among 100", many.heartbeat, few.heartbeat,
-               "us", 1.5);
+               "us", std::nullopt);
     return 0;
 }
