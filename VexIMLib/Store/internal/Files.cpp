@@ -115,7 +115,7 @@ void prepareFile(const Location& location) {
     }
     const std::string folder = std::filesystem::path(location.path).parent_path().string();
     if (::faccessat(AT_FDCWD, folder.empty() ? "." : folder.c_str(), W_OK, AT_EACCESS) != 0) {
-        // the log is made in it
+        // SQLite makes its log in this folder.
         failWithSystem(VXIMStoreErrorReadOnly, "The message store's folder cannot be written.",
                        errno);
     }

@@ -22,7 +22,7 @@ std::optional<std::string_view> between(std::string_view text, std::string_view 
     return text.substr(0, end);
 }
 
-/// ".png" of "a.PNG", if it is a plain one.
+/// The extension in lower case, ".png" for "a.PNG"; empty unless it is short and plain.
 std::string extensionOf(std::string_view name) {
     const auto dot = name.rfind('.');
     if (dot == std::string_view::npos || name.size() - dot > 11) return "";
