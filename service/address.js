@@ -4,14 +4,16 @@
 import ipaddr from 'ipaddr.js';
 import proxyaddr from 'proxy-addr';
 
-export const isLoopback = (address) => address === 'localhost' || address === '::1' || /^(::ffff:)?127\./.test(address ?? '');
+export const isLoopback = (address) => address === 'localhost' || address === '::1' ||
+  /^(::ffff:)?127\./.test(address ?? '');
 
 /**
  * Whether a proxy forwarded the request, by the headers of RFC 7239 and RFC 9110 and the older
  * ones.
  */
 export const isForwarded = ({ headers }) =>
-  Object.keys(headers).some((name) => name === 'forwarded' || name === 'via' || name === 'x-real-ip' || name.startsWith('x-forwarded-'));
+  Object.keys(headers).some((name) => name === 'forwarded' || name === 'via' ||
+    name === 'x-real-ip' || name.startsWith('x-forwarded-'));
 
 /**
  * Returns a function that says whether an address is one of `proxies` (addresses, networks such as
@@ -36,5 +38,6 @@ export function clientAddress(request, isTrusted) {
 export function clientNetwork(address) {
   if (!ipaddr.isValid(address)) return address;
   const parsed = ipaddr.process(address);
-  return parsed.kind() === 'ipv4' ? parsed.toString() : parsed.parts.slice(0, 4).map((part) => part.toString(16)).join(':');
+  return parsed.kind() === 'ipv4' ? parsed.toString()
+    : parsed.parts.slice(0, 4).map((part) => part.toString(16)).join(':');
 }

@@ -11,7 +11,8 @@ import { removeUser, setPassword } from './users.js';
 import { keyring } from './userkeys.js';
 import { limits } from './values.js';
 
-export const usage = `usage: server.js admin COMMAND [--config FILE] [--data FOLDER] [--database URL]
+export const usage = `\
+usage: server.js admin COMMAND [--config FILE] [--data FOLDER] [--database URL]
   list                       the users
   add ID [NAME] [-]          a new user, who logs in as NAME (ID, when left out)
   password ID [-]            a new password; the user's key changes with it
@@ -19,12 +20,13 @@ export const usage = `usage: server.js admin COMMAND [--config FILE] [--data FOL
   remove ID                  the user, the talks with friends, and groups without other members
   backup FILE                writes everything to a tar file ("-" for standard output)
   restore FILE               replaces everything by what such a file holds ("-" for standard input)
-With "-" the password is read from the first line of standard input; otherwise one is made up and shown.`;
+With "-" the first line of standard input is the password; otherwise one is made up and shown.`;
 
 const commands = {
   async list({ store, print }, words) {
     expect(words, 0, 0);
-    for (const { id, username, created } of await store.search('users', [], { limit: limits.records })) {
+    const users = await store.search('users', [], { limit: limits.records });
+    for (const { id, username, created } of users) {
       print([id, username ?? '-', new Date(created).toISOString()].join('\t'));
     }
   },
@@ -47,7 +49,8 @@ const commands = {
 
   async key({ keyOf, print }, words) {
     expect(words, 1, 1);
-    if (keyOf === undefined) throw new UsageError('users have keys of their own when --user-secret is set');
+    if (keyOf === undefined)
+      throw new UsageError('users have keys of their own when --user-secret is set');
     const { app, key } = await keyOf(words[0]);
     print(`app: ${app}\nkey: ${key}`);
   },
@@ -76,26 +79,31 @@ export async function admin(words, { service: { data, database, app, userSecret 
   const [name, ...rest] = words;
   if (!Object.hasOwn(commands, name ?? '')) throw new UsageError('admin takes one of its commands');
   process.umask(0o077); // a backup contains people's messages
-  if (data === undefined && database === undefined) throw new UsageError('--data or --database says whose users are meant');
+  if (data === undefined && database === undefined)
+    throw new UsageError('--data or --database says whose users are meant');
   const isAboutAll = name === 'backup' || name === 'restore';
   const store = isAboutAll ? undefined : await openStore({ data, database, isShared: true });
   try {
     const keyOf = userSecret === undefined ? undefined : keyring({ store, app, userSecret });
-    await commands[name]({ store, keyOf, place: { data, database }, print: (text) => process.stdout.write(`${text}\n`) }, rest);
+    await commands[name]({ store, keyOf, place: { data, database },
+      print: (text) => process.stdout.write(`${text}\n`) }, rest);
   } finally {
     await store?.close();
   }
 }
 
 function expect(words, least, most) {
-  if (words.length < least || words.length > most) throw new UsageError('that command takes other words');
+  if (words.length < least || words.length > most)
+    throw new UsageError('that command takes other words');
 }
 
 /** Removes a final "-" from `words`. */
 async function choosePassword(words) {
-  if (words.at(-1) !== '-') return { password: randomBytes(12).toString('base64url'), isMadeUp: true };
+  if (words.at(-1) !== '-')
+    return { password: randomBytes(12).toString('base64url'), isMadeUp: true };
   words.pop();
-  const [line] = await Promise.race([once(createInterface(process.stdin), 'line'), once(process.stdin, 'end').then(() => [''])]);
+  const nothing = once(process.stdin, 'end').then(() => ['']);
+  const [line] = await Promise.race([once(createInterface(process.stdin), 'line'), nothing]);
   if (line === '') throw new UsageError('standard input holds no password');
   return { password: line };
 }

@@ -19,7 +19,8 @@ const formOverhead = 65_536; // boundaries, part headers and small fields around
 const thumbnailEdge = 256; // pixels
 const thumbnailLimits = ['--cpu=5', `--as=${2 ** 30}`]; // seconds, bytes
 // Only formats whose decoders can be trusted with files from strangers.
-const thumbnailRun = { timeout: 60_000, killSignal: 'SIGKILL', env: { ...process.env, VIPS_BLOCK_UNTRUSTED: '1', VIPS_CONCURRENCY: '1' } };
+const thumbnailRun = { timeout: 60_000, killSignal: 'SIGKILL',
+  env: { ...process.env, VIPS_BLOCK_UNTRUSTED: '1', VIPS_CONCURRENCY: '1' } };
 const runFile = promisify(execFile);
 
 export class Attachments {
@@ -37,7 +38,8 @@ export class Attachments {
     this.#store = store;
     this.#limit = limit;
     this.#isTemporary = data === undefined;
-    this.#directory = data === undefined ? mkdtempSync(join(tmpdir(), 'vexim-service-')) : join(data, 'attachments');
+    this.#directory = data === undefined ? mkdtempSync(join(tmpdir(), 'vexim-service-'))
+      : join(data, 'attachments');
     mkdirSync(this.#directory, { recursive: true, mode: 0o700 });
   }
 
@@ -61,7 +63,8 @@ export class Attachments {
 
   /** Removes all files, but not their records in the store. */
   clear() {
-    for (const name of readdirSync(this.#directory)) rmSync(join(this.#directory, name), { force: true });
+    for (const name of readdirSync(this.#directory))
+      rmSync(join(this.#directory, name), { force: true });
   }
 
   close() {
@@ -76,13 +79,15 @@ export class Attachments {
     const broken = new Promise((resolve, reject) => {
       form.on('file', (field, content, info) => {
         if (field !== 'attachment' || saved) return content.resume();
-        if (request.logEntry) request.logEntry.file = { field, name: info.filename, type: info.mimeType };
+        if (request.logEntry)
+          request.logEntry.file = { field, name: info.filename, type: info.mimeType };
         saved = this.#write(content, info);
         saved.catch(reject);
       });
       form.on('error', (error) => reject((fault = error)));
     });
-    request.once('close', () => request.complete || form.destroy(new Error('The sender has gone.')));
+    request.once('close',
+      () => request.complete || form.destroy(new Error('The sender has gone.')));
     request.pipe(form);
     try {
       await Promise.race([once(form, 'close'), broken]);
@@ -123,9 +128,11 @@ export class Attachments {
   #shrink(file) {
     const shrunk = this.#shrinking.then(async () => {
       const name = randomBytes(16).toString('hex');
-      const [from, made, path] = [file.name, `${name}.part.png`, `${name}.png`].map((one) => join(this.#directory, one));
+      const [from, made, path] =
+        [file.name, `${name}.part.png`, `${name}.png`].map((one) => join(this.#directory, one));
       try {
-        await runFile('prlimit', [...thumbnailLimits, '--', 'vipsthumbnail', `--size=${thumbnailEdge}x${thumbnailEdge}>`, `--output=${made}`, from], thumbnailRun);
+        await runFile('prlimit', [...thumbnailLimits, '--', 'vipsthumbnail',
+          `--size=${thumbnailEdge}x${thumbnailEdge}>`, `--output=${made}`, from], thumbnailRun);
         await rename(made, `${path}.part`);
         return await this.#keep(`${name}.png`, 'image/png', (await stat(`${path}.part`)).size);
       } catch {
@@ -172,4 +179,5 @@ function openForm(headers, fileSize) {
   }
 }
 
-const safeExtension = (filename) => /^\.[a-z0-9]{1,10}$/.exec(extname(filename).toLowerCase())?.[0] ?? '';
+const safeExtension = (filename) =>
+  /^\.[a-z0-9]{1,10}$/.exec(extname(filename).toLowerCase())?.[0] ?? '';

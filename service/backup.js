@@ -13,16 +13,19 @@ import { databaseFile, openDatabase } from './database.js';
 const require = createRequire(import.meta.url);
 const temporaryTables = ['sessions', 'nodes']; // who is connected at the moment
 
-/** `place` is {"data", "database"} as for the store; `target` is a file, or "-" for standard output. */
+/** `place` is {"data", "database"} as for the store; `target` a file, or "-" (standard output). */
 export async function backUp(place, target) {
   await within(place, async (folder) => {
     if (place.database) {
       const left = temporaryTables.map((table) => `--exclude-table-data=${table}`);
-      await run('pg_dump', ['--format=custom', '--no-owner', ...left, `--file=${join(folder, 'service.dump')}`], postgresEnvironment(place.database));
+      await run('pg_dump', ['--format=custom', '--no-owner', ...left,
+        `--file=${join(folder, 'service.dump')}`], postgresEnvironment(place.database));
     } else await copy(databaseFile(place.data), join(folder, 'service.sqlite'));
     // The files come last, so all that the database refers to are included.
-    const files = place.data && existsSync(join(place.data, 'attachments')) ? ['-C', place.data, '--exclude=*.part*', 'attachments'] : [];
-    await run('tar', ['--create', `--file=${target}`, '-C', folder, place.database ? 'service.dump' : 'service.sqlite', ...files]);
+    const files = place.data && existsSync(join(place.data, 'attachments'))
+      ? ['-C', place.data, '--exclude=*.part*', 'attachments'] : [];
+    await run('tar', ['--create', `--file=${target}`, '-C', folder,
+      place.database ? 'service.dump' : 'service.sqlite', ...files]);
   });
 }
 
@@ -34,7 +37,8 @@ export async function restore(place, source) {
   await within(place, async (folder) => {
     await run('tar', ['--extract', `--file=${source}`, '--no-same-owner', '-C', folder]);
     const [dump, sqlite] = ['service.dump', 'service.sqlite'].map((name) => join(folder, name));
-    if (!existsSync(place.database ? dump : sqlite)) throw new Error(`this is no backup of ${place.database ? 'PostgreSQL' : 'SQLite'}`);
+    if (!existsSync(place.database ? dump : sqlite))
+      throw new Error(`this is no backup of ${place.database ? 'PostgreSQL' : 'SQLite'}`);
     // checks it and brings it to our version
     if (!place.database) await openDatabase({ directory: folder }).then((db) => db.destroy());
     takeFiles(join(folder, 'attachments'), place.data);
@@ -86,6 +90,8 @@ async function run(program, words, environment = process.env) {
  */
 function postgresEnvironment(url) {
   const { host, port, user, password, database } = require('pg-connection-string').parse(url);
-  const set = Object.entries({ PGHOST: host, PGPORT: port, PGUSER: user, PGPASSWORD: password, PGDATABASE: database }).filter(([, value]) => value);
+  const given = { PGHOST: host, PGPORT: port, PGUSER: user, PGPASSWORD: password,
+    PGDATABASE: database };
+  const set = Object.entries(given).filter(([, value]) => value);
   return { ...process.env, ...Object.fromEntries(set) };
 }

@@ -1,4 +1,4 @@
-// The figures of README.md: node bench.mjs [CONNECTIONS] [MESSAGES]. Bounded, on loopback; several minutes.
+// Measures the figures of README.md on loopback, in minutes: node bench.mjs [CONNECTIONS] [MESSAGES]
 
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
@@ -17,10 +17,15 @@ const [idle = 10_000, kept = 1_000_000] = process.argv.slice(2).map(Number);
 const pairs = 20;
 const perPair = 150;
 
-/** A connection below the client's library: as little as possible of the machine is ours. Resolves once it is logged in. */
+/**
+ * A connection without the client's library, so that our side uses as little of the machine as
+ * possible. Resolves once it is logged in.
+ */
 function connect(url, credentials, onEvent = () => undefined) {
-  const query = `EIO=4&transport=websocket&auth=${encodeURIComponent(JSON.stringify(auth(credentials)))}`;
-  const socket = new WebSocket(`${url.replace('http', 'ws')}/socket.io/?${query}`, { perMessageDeflate: false });
+  const query =
+    `EIO=4&transport=websocket&auth=${encodeURIComponent(JSON.stringify(auth(credentials)))}`;
+  const socket = new WebSocket(`${url.replace('http', 'ws')}/socket.io/?${query}`,
+    { perMessageDeflate: false });
   return new Promise((resolve, reject) => {
     socket.on('error', reject);
     socket.on('message', (data) => {
@@ -36,11 +41,17 @@ function connect(url, credentials, onEvent = () => undefined) {
 }
 
 const rate = (count, since) => Math.round((count * 1000) / (performance.now() - since));
-const say = (socket, to) => socket.send(`42/chat,${JSON.stringify(['say', { content: { media: 0, body: 'hello' }, ts: Date.now(), to: { id: to, type: 0 } }])}`);
+const say = (socket, to) => {
+  const message = { content: { media: 0, body: 'hello' }, ts: Date.now(), to: { id: to, type: 0 } };
+  socket.send(`42/chat,${JSON.stringify(['say', message])}`);
+};
 
 async function inParallel(count, width, act) {
   let next = 0;
-  await Promise.all(Array.from({ length: width }, async () => { while (next < count) await act((next += 1) - 1); }));
+  const work = async () => {
+    while (next < count) await act((next += 1) - 1);
+  };
+  await Promise.all(Array.from({ length: width }, work));
 }
 
 async function logins(url, count, credentials) {
@@ -58,9 +69,12 @@ async function messages(url) {
   const all = new Promise((resolve) => (done = resolve));
   const heard = (event) => event === 'message' && (left -= 1) === 0 && done();
   const sockets = [];
-  for (let i = 0; i < pairs; i += 1) sockets.push([await connect(url, { client: `a${i}` }), await connect(url, { client: `b${i}` }, heard)]);
+  for (let i = 0; i < pairs; i += 1)
+    sockets.push([await connect(url, { client: `a${i}` }),
+      await connect(url, { client: `b${i}` }, heard)]);
   const since = performance.now();
-  for (let n = 0; n < perPair; n += 1) for (let i = 0; i < pairs; i += 1) say(sockets[i][0], `b${i}`);
+  for (let n = 0; n < perPair; n += 1)
+    for (let i = 0; i < pairs; i += 1) say(sockets[i][0], `b${i}`);
   await all;
   const result = rate(pairs * perPair, since);
   sockets.flat().forEach((socket) => socket.terminate());
@@ -76,7 +90,8 @@ async function people(node) {
   }
 }
 
-const memory = (pid) => Number(/VmRSS:\s+(\d+)/.exec(readFileSync(`/proc/${pid}/status`, 'utf8'))[1]) / 1024;
+const memory = (pid) =>
+  Number(/VmRSS:\s+(\d+)/.exec(readFileSync(`/proc/${pid}/status`, 'utf8'))[1]) / 1024;
 
 async function idleMemory(url, pid) {
   const before = memory(pid);
@@ -95,14 +110,19 @@ io.of('/chat').on('connection', (socket) => {
   const { client } = JSON.parse(socket.handshake.query.auth);
   socket.join(client);
   socket.emit('login', { success: true, id: client });
-  socket.on('say', (message) => { io.of('/chat').to(message.to.id).emit('message', message); socket.emit('yourself', message); });
+  socket.on('say', (message) => {
+    io.of('/chat').to(message.to.id).emit('message', message);
+    socket.emit('yourself', message);
+  });
 });
-server.listen(0, '127.0.0.1', () => console.log('listening on http://127.0.0.1:' + server.address().port));`;
+const url = () => 'http://127.0.0.1:' + server.address().port;
+server.listen(0, '127.0.0.1', () => console.log('listening on ' + url()));`;
 
 const folder = mkdtempSync(join(tmpdir(), 'vexim-bench-'));
 const report = (what, value) => console.log(`${what}: ${value}`);
 try {
-  const child = spawn(process.execPath, ['-e', bare], { stdio: ['ignore', 'pipe', 'inherit'], cwd: new URL('.', import.meta.url) });
+  const child = spawn(process.execPath, ['-e', bare],
+    { stdio: ['ignore', 'pipe', 'inherit'], cwd: new URL('.', import.meta.url) });
   const [line] = await once(child.stdout, 'data');
   const url = line.toString().trim().replace('listening on ', '');
   report('bare, logins/s', await logins(url, 2000, { client: 'alice' }));
@@ -114,23 +134,27 @@ try {
   await people(one.url);
   report('one node (SQLite), logins/s by id', await logins(one.url, 500, { client: 'alice' }));
   report('one node (SQLite), messages/s', await messages(one.url));
-  report(`one node (SQLite), memory for ${idle} idle connections`, await idleMemory(one.url, one.child.pid));
+  report(`one node (SQLite), memory for ${idle} idle connections`,
+    await idleMemory(one.url, one.child.pid));
   await one.stop('SIGKILL');
 
   const cluster = new Cluster({});
   await cluster.start(3);
   await people(cluster.nodes[0].url);
   report('one node of three (PostgreSQL), messages/s', await messages(cluster.nodes[0].url));
-  report('three nodes (PostgreSQL, nginx), logins/s by id', await logins(cluster.url, 500, { client: 'alice' }));
+  report('three nodes (PostgreSQL, nginx), logins/s by id',
+    await logins(cluster.url, 500, { client: 'alice' }));
   report('three nodes (PostgreSQL, nginx), messages/s', await messages(cluster.url));
   await cluster.close();
 
   const data = join(folder, 'many');
   const store = await openStore({ data, seed: { users: [{ id: 'alice' }, { id: 'bob' }] } });
-  const text = JSON.stringify({ content: { media: 0, body: 'x'.repeat(100) }, ts: 1, to: { id: 'bob', type: 0 } });
+  const text = JSON.stringify({ content: { media: 0, body: 'x'.repeat(100) }, ts: 1,
+    to: { id: 'bob', type: 0 } });
   await store.db.raw(
     `with recursive n(i) as (select 1 union all select i + 1 from n where i < ${kept})
-     insert into messages (conversation, ts, message) select '["u' || (i % 1000) || '","v"]', i, ? from n`, [text]);
+     insert into messages (conversation, ts, message)
+     select '["u' || (i % 1000) || '","v"]', i, ? from n`, [text]);
   await store.close();
   const since = performance.now();
   const again = await start('--development', '--data', data);

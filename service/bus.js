@@ -51,8 +51,10 @@ export class Bus {
     this.#node = node;
     this.#handlers = handlers;
     this.#onLoss = onLoss;
-    this.#pool = new pg.Pool({ connectionString: url, max: 3, keepAlive: true, connectionTimeoutMillis: 5_000, query_timeout: 10_000 });
-    this.#pool.on('error', () => undefined); // an idle connection has ended; the next query opens another
+    this.#pool = new pg.Pool({ connectionString: url, max: 3, keepAlive: true,
+      connectionTimeoutMillis: 5_000, query_timeout: 10_000 });
+    // an idle connection has ended; the next query opens another
+    this.#pool.on('error', () => undefined);
     this.#listener = new Listener(url);
   }
 
@@ -65,15 +67,18 @@ export class Bus {
   }
 
   async start() {
-    await this.#db.raw('create unlogged table if not exists parcels (id bigserial primary key, at double precision not null, text text not null)');
+    await this.#db.raw(`create unlogged table if not exists parcels
+      (id bigserial primary key, at double precision not null, text text not null)`);
     const pool = {
       query: (...query) => (this.#query = this.#pool.query(...query)),
       connect: async () => this.#listener,
     };
-    this.#io.adapter(createAdapter(pool, { errorHandler: () => undefined, cleanupInterval: never }));
+    this.#io.adapter(createAdapter(pool,
+      { errorHandler: () => undefined, cleanupInterval: never }));
     const space = this.#io.of(this.#namespace);
     space.on('bus', (node, number, text) => {
-      this.#hearing = this.#hearing.then(() => this.#hear(node, number, text)).catch(() => this.#onLoss());
+      this.#hearing = this.#hearing.then(() => this.#hear(node, number, text))
+        .catch(() => this.#onLoss());
     });
     space.on('ask', async (kind, answer) => {
       await this.#handlers[kind]?.();
@@ -121,8 +126,10 @@ export class Bus {
 
   /** A pooler that assigns a connection per transaction accepts our LISTEN but delivers nothing. */
   async #echo() {
-    const heard = once(this.#listener, 'notification', { signal: AbortSignal.timeout(echoMillis) }).catch((error) => {
-      throw new Error('What PostgreSQL notifies does not come through: a pooler in between must lend whole sessions.', { cause: error });
+    const signal = AbortSignal.timeout(echoMillis);
+    const heard = once(this.#listener, 'notification', { signal }).catch((cause) => {
+      const advice = 'A pooler in between must assign a connection to each session.';
+      throw new Error(`Notifications of PostgreSQL do not arrive. ${advice}`, { cause });
     });
     await Promise.all([heard, this.#send([])]);
   }
@@ -167,12 +174,14 @@ export class Bus {
   async #hear(node, number, text) {
     const last = this.#numbers.get(node);
     const isBeat = text === '[]';
-    const expected = last === undefined ? (Date.now() - this.#since < youngMillis ? number : 1) : last + (isBeat ? 0 : 1);
+    const first = Date.now() - this.#since < youngMillis ? number : 1;
+    const expected = last === undefined ? first : last + (isBeat ? 0 : 1);
     if (number < expected) return; // seen before
     this.#numbers.set(node, number);
     if (number > expected) this.#onLoss();
     if (isBeat) return;
-    if (!text.startsWith('[')) text = (await this.#db('parcels').where({ id: text }).first('text')).text;
+    if (!text.startsWith('['))
+      text = (await this.#db('parcels').where({ id: text }).first('text')).text;
     for (const entry of JSON.parse(text)) {
       const [kind, content] = JSON.parse(entry);
       await this.#handlers[kind]?.(content);

@@ -3,7 +3,8 @@
 
 import { spawn, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
-import { chmodSync, chownSync, mkdirSync, mkdtempSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
+import { chmodSync, chownSync, mkdirSync, mkdtempSync, readdirSync, rmSync,
+  writeFileSync } from 'node:fs';
 import { createServer } from 'node:net';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
@@ -58,8 +59,10 @@ export class Cluster {
   async startNode(i, { socket } = {}) {
     const node = this.nodes[i];
     const port = node.url ? new URL(node.url).port : '0';
-    const own = ['--development', '--port', port, '--database', this.databaseAt(socket), '--data', this.#path('data'), '--exit-with-parent'];
-    node.process = spawn(process.execPath, [program, ...own, ...this.#flags], { stdio: ['pipe', 'pipe', 'inherit'] });
+    const own = ['--development', '--port', port, '--database', this.databaseAt(socket), '--data',
+      this.#path('data'), '--exit-with-parent'];
+    node.process = spawn(process.execPath, [program, ...own, ...this.#flags],
+      { stdio: ['pipe', 'pipe', 'inherit'] });
     node.process.stdin.on('error', () => undefined);
     node.url = (await firstLine(node.process, 'listening on ')).replace('listening on ', '');
   }
@@ -69,11 +72,14 @@ export class Cluster {
   }
 
   async startDatabase() {
-    const settings = [`-cunix_socket_directories=${this.socket}`, '-clisten_addresses=', '-cmax_connections=200'];
-    this.#database = spawnWithUs('SIGQUIT', postgres('postgres'), ['-D', this.#path('database'), ...settings], { ...postgresUser(), stdio: 'ignore' });
+    const settings = [`-cunix_socket_directories=${this.socket}`, '-clisten_addresses=',
+      '-cmax_connections=200'];
+    this.#database = spawnWithUs('SIGQUIT', postgres('postgres'),
+      ['-D', this.#path('database'), ...settings], { ...postgresUser(), stdio: 'ignore' });
     const isReady = () => spawnSync(postgres('pg_isready'), ['-q', '-h', this.socket]).status === 0;
     for (let left = 300; !isReady(); left -= 1) {
-      if (left === 0 || this.#database.exitCode !== null) throw new Error('The database does not start.');
+      if (left === 0 || this.#database.exitCode !== null)
+        throw new Error('The database does not start.');
       await new Promise((resolve) => setTimeout(resolve, 100));
     }
   }
@@ -99,23 +105,24 @@ export class Cluster {
       mkdirSync(this.#path(name), { mode: 0o700 });
       if (uid !== undefined) chownSync(this.#path(name), uid, gid);
     }
-    const { status, stderr } = spawnSync(postgres('initdb'), ['-D', this.#path('database'), '-U', 'vexim', '-A', 'trust', '-E', 'UTF8', '--locale=C'], {
-      ...postgresUser(),
-      cwd: '/',
-    });
+    const options = ['-U', 'vexim', '-A', 'trust', '-E', 'UTF8', '--locale=C'];
+    const { status, stderr } = spawnSync(postgres('initdb'),
+      ['-D', this.#path('database'), ...options], { ...postgresUser(), cwd: '/' });
     if (status !== 0) throw new Error(`initdb: ${stderr}`);
   }
 
   async #startProxy() {
     const port = await freePort();
-    const servers = this.nodes.map(({ url }) => `server ${new URL(url).host} max_fails=1 fail_timeout=1s;`);
+    const servers = this.nodes.map(({ url }) =>
+      `server ${new URL(url).host} max_fails=1 fail_timeout=1s;`);
     writeFileSync(
       this.#path('nginx.conf'),
       `daemon off; master_process off; pid nginx.pid; error_log error.log;
 events { worker_connections 8192; }
 http {
   access_log off; client_max_body_size 0;
-  client_body_temp_path body; proxy_temp_path proxy; fastcgi_temp_path f; uwsgi_temp_path u; scgi_temp_path s;
+  client_body_temp_path body; proxy_temp_path proxy;
+  fastcgi_temp_path f; uwsgi_temp_path u; scgi_temp_path s;
   map $arg_auth $login { "" $request_id; default $arg_auth; }
   map $http_upgrade $connection_header { "" close; default upgrade; }
   upstream nodes { ${this.#isSticky ? 'hash $login consistent;' : ''} ${servers.join(' ')} }
@@ -134,7 +141,9 @@ http {
 }
 `,
     );
-    this.#proxy = spawnWithUs('SIGTERM', '/usr/sbin/nginx', ['-p', this.#folder, '-c', this.#path('nginx.conf'), '-e', 'error.log'], { stdio: ['ignore', 'ignore', 'inherit'] });
+    const words = ['-p', this.#folder, '-c', this.#path('nginx.conf'), '-e', 'error.log'];
+    this.#proxy = spawnWithUs('SIGTERM', '/usr/sbin/nginx', words,
+      { stdio: ['ignore', 'ignore', 'inherit'] });
     this.url = `http://127.0.0.1:${port}`;
     for (let left = 100; ; left -= 1) {
       const answer = await fetch(`${this.url}/health`).catch(() => undefined);
@@ -148,7 +157,8 @@ http {
 const postgres = (name) => join(installed, readdirSync(installed).sort().at(-1), 'bin', name);
 
 /** Starts a child process that gets `signal` if we end without close(), for whatever reason. */
-const spawnWithUs = (signal, program, words, options) => spawn('setpriv', ['--pdeathsig', signal.slice(3), '--', program, ...words], options);
+const spawnWithUs = (signal, program, words, options) => spawn('setpriv',
+  ['--pdeathsig', signal.slice(3), '--', program, ...words], options);
 
 /** PostgreSQL refuses to run as root. It then runs as the user that its package has created. */
 function postgresUser() {
@@ -159,9 +169,11 @@ function postgresUser() {
 
 async function firstLine(child, beginning) {
   const lines = createInterface(child.stdout);
-  const ended = once(child, 'exit').then(([code]) => Promise.reject(new Error(`A node ended with ${code}.`)));
+  const ended = once(child, 'exit')
+    .then(([code]) => Promise.reject(new Error(`A node ended with ${code}.`)));
   ended.catch(() => undefined);
-  const found = new Promise((resolve) => lines.on('line', (line) => line.startsWith(beginning) && resolve(line)));
+  const found = new Promise((resolve) =>
+    lines.on('line', (line) => line.startsWith(beginning) && resolve(line)));
   return Promise.race([found, ended]);
 }
 
@@ -229,5 +241,6 @@ if (process.argv[1] === fileURLToPath(import.meta.url)) {
   });
   for (const { url } of cluster.nodes) console.log(`node ${url}`);
   console.log(`listening on ${cluster.url}`);
-  for (let turn = 0; trouble && !isClosing; turn += 1) await trouble(cluster, turn).catch((error) => isClosing || console.error(error.message));
+  for (let turn = 0; trouble && !isClosing; turn += 1)
+    await trouble(cluster, turn).catch((error) => isClosing || console.error(error.message));
 }

@@ -18,7 +18,8 @@ export function control({ store, live, log, app, seed, attachments, faults, keyO
   router.use(express.json({ limit: '64mb' }));
 
   const add = (method, path, handle) => {
-    router[method](path, async (request, response) => response.json((await handle(request)) ?? { success: true }));
+    router[method](path,
+      async (request, response) => response.json((await handle(request)) ?? { success: true }));
   };
   add('get', '/seed', () => ({ ...app, ...seed }));
   add('post', '/reset', async () => {
@@ -56,5 +57,6 @@ function mayControl(request, secret) {
   if (!isLoopback(request.socket.remoteAddress) || isForwarded(request)) return false;
   if (secret !== undefined) return bears(request, secret);
   const { origin, host = '', 'sec-fetch-site': site } = request.headers;
-  return origin === undefined && site === undefined && isLoopback(host.replace(/:[0-9]+$/, '').replace(/^\[(.*)\]$/, '$1'));
+  return origin === undefined && site === undefined &&
+    isLoopback(host.replace(/:[0-9]+$/, '').replace(/^\[(.*)\]$/, '$1'));
 }

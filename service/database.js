@@ -18,7 +18,8 @@ const queryMillis = 15_000;
  */
 class SqliteClient extends BetterSqlite3Client {
   _query(connection, query) {
-    return super._query(connection, query.sql === 'BEGIN;' ? Object.assign(query, { sql: 'BEGIN IMMEDIATE;' }) : query);
+    return super._query(connection,
+      query.sql === 'BEGIN;' ? Object.assign(query, { sql: 'BEGIN IMMEDIATE;' }) : query);
   }
 }
 
@@ -28,7 +29,8 @@ class SqliteClient extends BetterSqlite3Client {
  */
 export function databaseFile(directory) {
   const file = join(directory, 'service.sqlite');
-  if (statSync(file, { throwIfNoEntry: false })?.size === 0) throw new Error(`${file} is empty. ${advice} Without a backup, and for a new service, only move it away.`);
+  if (statSync(file, { throwIfNoEntry: false })?.size === 0)
+    throw new Error(`${file} is empty. ${advice} If there is no backup, only move it away.`);
   return file;
 }
 
@@ -45,7 +47,8 @@ export async function openDatabase({ url, directory, migrations = released }) {
     await db.transaction(async (trx) => {
       // several nodes may start at the same time
       if (url) await trx.raw("select pg_advisory_xact_lock(hashtext('vexim-service schema'))");
-      await trx.migrate.latest({ migrationSource: sourceOf(migrations), tableName: 'schema_versions' }).catch(explain);
+      await trx.migrate.latest({ migrationSource: sourceOf(migrations),
+        tableName: 'schema_versions' }).catch(explain);
       await trx.raw(sessionsTable(url ? 'unlogged' : 'temporary'));
       await trx.raw(sessionsIndex(url ? '' : 'temp.'));
     });
@@ -64,12 +67,15 @@ function explain(error) {
 /** SQLite's errors do not name the file. */
 function explainDamage(error, directory) {
   if (!/^SQLITE_(CORRUPT|NOTADB)/.test(error.code)) return error;
-  return new Error(`${databaseFile(directory)} is damaged (${error.message}). ${advice}`, { cause: error });
+  return new Error(`${databaseFile(directory)} is damaged (${error.message}). ${advice}`,
+    { cause: error });
 }
 
 function postgres(url) {
-  const connection = { connectionString: url, keepAlive: true, query_timeout: queryMillis, connectionTimeoutMillis: 5_000 };
-  return { client: 'pg', connection, pool: { min: 0, max: 10 }, acquireConnectionTimeout: queryMillis };
+  const connection = { connectionString: url, keepAlive: true, query_timeout: queryMillis,
+    connectionTimeoutMillis: 5_000 };
+  return { client: 'pg', connection, pool: { min: 0, max: 10 },
+    acquireConnectionTimeout: queryMillis };
 }
 
 function sqlite(directory) {
@@ -80,7 +86,8 @@ function sqlite(directory) {
     done(null, connection);
   };
   const filename = directory ? databaseFile(directory) : ':memory:';
-  return { client: SqliteClient, connection: { filename }, useNullAsDefault: true, log: { warn: () => undefined }, pool: { min: 1, max: 1, afterCreate } };
+  return { client: SqliteClient, connection: { filename }, useNullAsDefault: true,
+    log: { warn: () => undefined }, pool: { min: 1, max: 1, afterCreate } };
 }
 
 /**
@@ -112,4 +119,5 @@ async function retryWhileStarting(act, tries = 50) {
 }
 
 /** Whether the error says that a unique value already exists. */
-export const isTaken = ({ code }) => code === '23505' || code === 'SQLITE_CONSTRAINT_UNIQUE' || code === 'SQLITE_CONSTRAINT_PRIMARYKEY';
+export const isTaken = ({ code }) => code === '23505' || code === 'SQLITE_CONSTRAINT_UNIQUE' ||
+  code === 'SQLITE_CONSTRAINT_PRIMARYKEY';

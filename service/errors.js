@@ -1,5 +1,5 @@
-// The errors of the service. Names, codes, HTTP statuses and default texts stand in interface.json. A failed login has the
-// same codes in its "login" event.
+// The errors of the service. Names, codes, HTTP statuses and default texts stand in interface.json.
+// A failed login has the same codes in its "login" event.
 
 import { errors } from './interface.js';
 

@@ -24,7 +24,8 @@ export class Faults {
   #faults = [];
 
   add({ method, path = '/', times = 1, skip = 0, ...effect }) {
-    must(typeof path === 'string' && Number.isInteger(times) && Number.isInteger(skip), 'invalidValue');
+    must(typeof path === 'string' && Number.isInteger(times) && Number.isInteger(skip),
+      'invalidValue');
     must(effect.headers === undefined || isObject(effect.headers), 'invalidValue');
     this.#faults.push({ method, path, times, skip, ...effect });
   }
@@ -61,7 +62,8 @@ export class Faults {
   }
 
   #take({ method, url }) {
-    const fault = this.#faults.find((one) => (one.method ?? method) === method && url.startsWith(one.path));
+    const fault = this.#faults.find((one) => (one.method ?? method) === method &&
+      url.startsWith(one.path));
     if (!fault) return undefined;
     if (fault.skip > 0) {
       fault.skip -= 1;
@@ -78,7 +80,8 @@ export function wrap(httpServer, event, before) {
   const listeners = httpServer.listeners(event);
   httpServer.removeAllListeners(event);
   httpServer.on(event, (request, channel, ...rest) => {
-    before(request, channel, () => listeners.forEach((listener) => listener.call(httpServer, request, channel, ...rest)));
+    before(request, channel,
+      () => listeners.forEach((listener) => listener.call(httpServer, request, channel, ...rest)));
   });
 }
 
@@ -94,7 +97,8 @@ async function answer(fault, request, response, proceed) {
   if (fault.status === undefined && bodyOf(fault) === undefined) return proceed();
   if (!fault.early) await readBody(request);
   const body = bodyOf(fault) ?? Buffer.alloc(0);
-  response.writeHead(fault.status ?? 200, { 'Content-Type': 'application/json', 'Content-Length': body.length, ...fault.headers });
+  response.writeHead(fault.status ?? 200,
+    { 'Content-Type': 'application/json', 'Content-Length': body.length, ...fault.headers });
   return response.end(body);
 }
 
@@ -107,7 +111,8 @@ async function refuse(fault, socket, proceed) {
   const body = bodyOf(fault) ?? Buffer.alloc(0);
   const headers = { Connection: 'close', 'Content-Length': body.length, ...fault.headers };
   const lines = Object.entries(headers).map(([name, value]) => `${name}: ${value}\r\n`);
-  socket.write(`HTTP/1.1 ${fault.status} ${STATUS_CODES[fault.status] ?? ''}\r\n${lines.join('')}\r\n`);
+  socket.write(
+    `HTTP/1.1 ${fault.status} ${STATUS_CODES[fault.status] ?? ''}\r\n${lines.join('')}\r\n`);
   return socket.end(body);
 }
 

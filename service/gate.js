@@ -25,7 +25,8 @@ export class Gate {
   constructor({ trustProxy, requestRate, connections, observe, refuse }) {
     this.#isTrusted = trust(trustProxy);
     // a burst at the start is fine
-    this.#rate = requestRate > 0 && new RateLimiterMemory({ points: requestRate * 10, duration: 10 });
+    this.#rate = requestRate > 0 &&
+      new RateLimiterMemory({ points: requestRate * 10, duration: 10 });
     this.#connections = connections;
     this.observe = observe;
     this.refuse = refuse;
@@ -45,14 +46,16 @@ export class Gate {
   /** Puts itself before all present listeners of `httpServer`. */
   guard(httpServer) {
     if (this.#connections > 0) httpServer.on('connection', (socket) => this.#count(socket));
-    wrap(httpServer, 'request', (request, response, proceed) => this.#pass(request, response, proceed));
+    wrap(httpServer, 'request',
+      (request, response, proceed) => this.#pass(request, response, proceed));
     if (httpServer.listenerCount('upgrade') === 0) return;
     wrap(httpServer, 'upgrade', async (request, socket, proceed) => {
       this.address(request);
       const gone = () => {};
       socket.on('error', gone); // until somebody else listens
       if (await this.#mayPass(request)) proceed();
-      else socket.end('HTTP/1.1 429 Too Many Requests\r\nConnection: close\r\nRetry-After: 10\r\nContent-Length: 0\r\n\r\n');
+      else socket.end('HTTP/1.1 429 Too Many Requests\r\nConnection: close\r\n' +
+        'Retry-After: 10\r\nContent-Length: 0\r\n\r\n');
       socket.off('error', gone);
     });
   }
@@ -80,13 +83,16 @@ export class Gate {
     if (!isPoll) this.#running.add(request);
     if (this.#isDraining) response.setHeader('Connection', 'close');
     response.on('close', () => {
-      this.observe({ request, response, address, seconds: Number(process.hrtime.bigint() - started) / 1e9 });
+      this.observe({ request, response, address,
+        seconds: Number(process.hrtime.bigint() - started) / 1e9 });
       if (this.#running.delete(request) && this.#running.size === 0) this.#whenIdle();
     });
     if (!isPoll) limitTime(request);
     if (this.#rate && !(await this.#mayPass(request))) {
-      response.writeHead(429, { 'Content-Type': 'application/json', 'Retry-After': '10', Connection: 'close' });
-      return response.end(JSON.stringify({ errorCode: 1007, errorMessage: 'Too many requests. Try again in 10 seconds.' }));
+      response.writeHead(429,
+        { 'Content-Type': 'application/json', 'Retry-After': '10', Connection: 'close' });
+      return response.end(JSON.stringify({ errorCode: 1007,
+        errorMessage: 'Too many requests. Try again in 10 seconds.' }));
     }
     return proceed();
   }

@@ -28,7 +28,8 @@ export class Messages {
    */
   add(conversation, message) {
     return new Promise((resolve, reject) => {
-      this.#waiting.push({ row: { conversation, ts: message.ts, message: JSON.stringify(message) }, resolve, reject });
+      this.#waiting.push({ row: { conversation, ts: message.ts, message: JSON.stringify(message) },
+        resolve, reject });
       if (!this.#isWriting) this.#write();
     });
   }
@@ -61,7 +62,8 @@ export class Messages {
    */
   async #gather() {
     const until = performance.now() + longestGather;
-    for (let before = 0; this.#waiting.length > before && this.#waiting.length < batchSize && performance.now() < until; ) {
+    const mayGrow = () => this.#waiting.length < batchSize && performance.now() < until;
+    for (let before = 0; this.#waiting.length > before && mayGrow(); ) {
       before = this.#waiting.length;
       await setTimeout(gatherStep);
     }
@@ -72,7 +74,8 @@ export class Messages {
     const written = (this.#written.get(conversation) ?? 0) + 1;
     this.#written.set(conversation, written % this.#kept);
     if (written < this.#kept) return;
-    const newest = this.#db('messages').select('seq').where({ conversation }).orderBy(newestFirst).limit(this.#kept);
+    const newest = this.#db('messages').select('seq').where({ conversation }).orderBy(newestFirst)
+      .limit(this.#kept);
     await this.#db('messages').where({ conversation }).whereNotIn('seq', newest).del();
   }
 }

@@ -49,9 +49,11 @@ export class Listener extends EventEmitter {
   }
 
   async #open() {
-    const client = new pg.Client({ connectionString: this.#url, keepAlive: true, connectionTimeoutMillis: answerMillis, query_timeout: answerMillis });
+    const client = new pg.Client({ connectionString: this.#url, keepAlive: true,
+      connectionTimeoutMillis: answerMillis, query_timeout: answerMillis });
     client.on('error', () => undefined); // "end" follows and is enough
-    client.on('notification', (message) => client === this.#client && this.emit('notification', message));
+    client.on('notification',
+      (message) => client === this.#client && this.emit('notification', message));
     this.#ended = new Promise((resolve) => client.once('end', resolve));
     try {
       await client.connect();

@@ -1,4 +1,4 @@
-// The live part: one namespace of a Socket.IO server. Here, and nowhere else, the lines 2.x, 3.x and 4.x differ.
+// The live part: one namespace of a Socket.IO server. Only here do lines 2.x, 3.x and 4.x differ.
 //   in:  the connect parameter "auth", the event "say"
 //   out: "login", "message", "yourself", "sys", "online", "offline"
 
@@ -49,9 +49,12 @@ export class Live {
       this.#report.loss();
       this.#handlers.drop(); // clients come back and read what they have missed in the history
     };
-    this.#presence = new Presence({ db: store.db, announceEnd: (id, friends) => this.send(friends, 'offline', id), onLost });
+    this.#presence = new Presence({ db: store.db,
+      announceEnd: (id, friends) => this.send(friends, 'offline', id), onLost });
     const { node } = this.#presence;
-    if (database && line === '4') this.#bus = new Bus({ io: this.#io, namespace, db: store.db, url: database, node, handlers: this.#handlers, onLoss: onLost });
+    if (database && line === '4')
+      this.#bus = new Bus({ io: this.#io, namespace, db: store.db, url: database, node,
+        handlers: this.#handlers, onLoss: onLost });
   }
 
   /** Await this before anybody connects. */
@@ -128,7 +131,8 @@ export class Live {
     await this.#idle();
     // without a database, the other nodes notice that our heartbeat is missing
     await this.#presence.stop().catch(() => undefined);
-    await Promise.race([this.#bus?.close(), setTimeout(longestClose, undefined, { ref: false })]); // a connection may hang
+    // a connection may hang
+    await Promise.race([this.#bus?.close(), setTimeout(longestClose, undefined, { ref: false })]);
   }
 
   /** What nodes ask each other to do. */
@@ -136,8 +140,10 @@ export class Live {
     send: ([ids, event, items]) => this.#deliver(ids, event, items),
     sendToAll: ([event, items]) => this.#deliver([...this.#connections.keys()], event, items),
     drop: (id) => this.#onLinks(id ?? undefined, cut),
-    stall: (id) => this.#onLinks(id ?? undefined, (link) => link.transport.socket?._socket.pause().cork()),
-    unstall: (id) => this.#onLinks(id ?? undefined, (link) => link.transport.socket?._socket.resume().uncork()),
+    stall: (id) =>
+      this.#onLinks(id ?? undefined, (link) => link.transport.socket?._socket.pause().cork()),
+    unstall: (id) =>
+      this.#onLinks(id ?? undefined, (link) => link.transport.socket?._socket.resume().uncork()),
     reset: () => this.#forget(),
   };
 
@@ -179,7 +185,8 @@ export class Live {
   }
 
   #onLinks(id, act) {
-    const links = id === undefined ? [...this.#links] : [...(this.#connections.get(id) ?? [])].map((socket) => socket.conn);
+    const links = id === undefined ? [...this.#links]
+      : [...(this.#connections.get(id) ?? [])].map((socket) => socket.conn);
     links.forEach(act);
     return links.length;
   }
@@ -209,7 +216,8 @@ export class Live {
       id = await this.#login(socket);
     });
     const tell = (act) => deliver(() => (hasFailed ? undefined : act()));
-    socket.on('say', (payload) => ask(() => id !== undefined && !hasFailed && this.#say(id, payload, tell)));
+    socket.on('say',
+      (payload) => ask(() => id !== undefined && !hasFailed && this.#say(id, payload, tell)));
     socket.on('disconnect', () => ask(() => deliver(() => this.#leave(socket, id))));
   }
 
@@ -284,7 +292,8 @@ export class Live {
       tell(async () => {
         await kept;
         const others = readers.filter((reader) => reader !== id);
-        await Promise.all([this.send(others, 'message', message), this.#bus?.publish('send', [[id], 'yourself', [message]])]);
+        await Promise.all([this.send(others, 'message', message),
+          this.#bus?.publish('send', [[id], 'yourself', [message]])]);
         // last: if we are killed before it, the sender does not believe that the others got the
         // message
         this.#deliver([id], 'yourself', [message]);
@@ -306,7 +315,8 @@ export class Live {
     this.#log.add('open', { sid, url, headers });
     connection.on('data', async (data) => {
       this.#log.add('packet', { sid, data: excerpt(data) });
-      if (!this.#known.has(connection) && !(await this.#report.maySay(`nobody ${sid}`))) cut(connection);
+      if (!this.#known.has(connection) && !(await this.#report.maySay(`nobody ${sid}`)))
+        cut(connection);
     });
     connection.on('close', (reason) => this.#log.add('close', { sid, reason }));
   }

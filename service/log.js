@@ -21,7 +21,8 @@ export class Log {
 
   /** Adds an entry and returns it, so that a body or a status can be added later. */
   add(kind, fields) {
-    const entry = { kind, number: (this.#count += 1), at: Date.now(), ...(this.#mask ? mask(fields) : fields) };
+    const entry = { kind, number: (this.#count += 1), at: Date.now(),
+      ...(this.#mask ? mask(fields) : fields) };
     if (!this.#isOn) return entry;
     if (this.#mask && kind === 'packet') entry.data = entry.data.replace(connectPacket, '$1');
     this.#entries.push(entry);
@@ -30,7 +31,8 @@ export class Log {
   }
 
   entries(kind) {
-    return kind === undefined ? this.#entries : this.#entries.filter((entry) => entry.kind === kind);
+    return kind === undefined ? this.#entries
+      : this.#entries.filter((entry) => entry.kind === kind);
   }
 
   clear() {
@@ -47,7 +49,8 @@ export function noteRequest(log, request, response) {
   const kind = url.startsWith('/socket.io/') ? 'poll' : 'request';
   request.logEntry = log.add(kind, { method, url, headers });
   response.on('finish', () => {
-    const answered = { type: response.getHeader('content-type'), length: Number(response.getHeader('content-length')) };
+    const answered = { type: response.getHeader('content-type'),
+      length: Number(response.getHeader('content-length')) };
     Object.assign(request.logEntry, { status: response.statusCode, ...answered });
   });
 }

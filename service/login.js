@@ -1,5 +1,7 @@
-// Who is it? A live connection names its user in the connect parameter "auth", a JSON object with "app", "sign" and one of
-//   {"client": id, "install": id}   {"username", "password"}   {"phone", "password": the SMS code}   {"oauth": {…}}
+// Who is it? A live connection names its user in the connect parameter "auth", a JSON object with
+// "app", "sign" and the keys of one kind of credentials:
+//   "client": id, "install": id     "username", "password"
+//   "phone", "password": SMS code   "oauth": {…}
 
 import { must } from './errors.js';
 import { sentences } from './interface.js';
@@ -21,13 +23,15 @@ export const identifier =
       // the key has proved who this is
       const id = await find(store, auth, user === undefined ? idLogin : 'any');
       must(user === undefined || user === id, 'notAllowed', 'This key belongs to another user.');
-      if (typeof auth.install === 'string' && !(await store.isPassenger(id))) await store.addInstall(id, auth.install);
+      if (typeof auth.install === 'string' && !(await store.isPassenger(id)))
+        await store.addInstall(id, auth.install);
       return id;
     });
   };
 
 /** The name of the account whose password is tried. */
-const accountOf = ({ username, phone }) => [username, phone].find((name) => typeof name === 'string' && name !== '');
+const accountOf = ({ username, phone }) =>
+  [username, phone].find((name) => typeof name === 'string' && name !== '');
 
 function parse(parameter) {
   let auth;

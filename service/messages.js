@@ -14,13 +14,18 @@ const toRoom = 2;
  * the ids of its readers. Throws if `sender`, the id of a user or passenger, may not write there.
  */
 export async function address(store, sender, payload) {
-  must(isObject(payload) && isObject(payload.content) && isObject(payload.to), 'invalidValue', sentences.notMessage);
+  must(isObject(payload) && isObject(payload.content) && isObject(payload.to), 'invalidValue',
+    sentences.notMessage);
   const { id, type } = payload.to;
   const from = { id: sender, type, ...(type === toUser ? {} : { gid: id }) };
   const message = { ...payload, ts: Number.isFinite(payload.ts) ? payload.ts : Date.now(), from };
   delete message.speaker; // readers would take it for the sender
-  if (type === toUser) return { message, conversation: conversation.between(sender, id), readers: [await partner(store, sender, id)] };
-  if (type === toGroup) return { message, conversation: conversation.inGroup(id), readers: members(await store.group(id), sender) };
+  if (type === toUser)
+    return { message, conversation: conversation.between(sender, id),
+      readers: [await partner(store, sender, id)] };
+  if (type === toGroup)
+    return { message, conversation: conversation.inGroup(id),
+      readers: members(await store.group(id), sender) };
   must(type === toRoom, 'invalidValue', sentences.notReceiver);
   return { message, readers: members(await store.room(id), sender) };
 }

@@ -15,13 +15,16 @@ const pingMillis = 3_000; // health checks do not wait long either
  * none.
  */
 export const makeLogger = (level) =>
-  pino({ level, base: undefined, timestamp: pino.stdTimeFunctions.isoTime, formatters: { level: (label) => ({ level: label }) } }, pino.destination({ dest: 2, sync: true }));
+  pino({ level, base: undefined, timestamp: pino.stdTimeFunctions.isoTime,
+    formatters: { level: (label) => ({ level: label }) } },
+  pino.destination({ dest: 2, sync: true }));
 
 /**
  * Where and how something failed, without the error's message: a database error contains the query
  * with all its values.
  */
-export const failure = ({ name, code, stack = '' }) => ({ error: name, code, at: stack.match(/^ +at .*$/gm)?.map((line) => line.trim()) });
+export const failure = ({ name, code, stack = '' }) =>
+  ({ error: name, code, at: stack.match(/^ +at .*$/gm)?.map((line) => line.trim()) });
 
 export class Metrics {
   #registry = new Registry();
@@ -29,9 +32,11 @@ export class Metrics {
   /** `connections()` returns the number of live connections. */
   constructor({ connections }) {
     const registers = [this.#registry];
-    const counter = (name, help, labelNames = []) => new Counter({ name, help, labelNames, registers });
+    const counter = (name, help, labelNames = []) =>
+      new Counter({ name, help, labelNames, registers });
     collectDefaultMetrics({ register: this.#registry });
-    new Gauge({ name: 'vexim_connections', help: 'Live connections', registers, collect: (function () { this.set(connections()); }) });
+    new Gauge({ name: 'vexim_connections', help: 'Live connections', registers,
+      collect: (function () { this.set(connections()); }) });
     this.logins = counter('vexim_logins_total', 'Logins by result', ['result']);
     this.messages = counter('vexim_messages_total', 'Messages by result', ['result']);
     this.refused = counter('vexim_rate_limited_total', 'What was turned away, by limit', ['limit']);
@@ -69,7 +74,8 @@ export function monitoring({ gate, ping, metrics, metricsSecret }) {
   const router = express.Router();
   router.get('/health', async (request, response) => {
     let status = gate.isDraining ? 'draining' : 'ok';
-    const late = sleep(pingMillis, undefined, { ref: false }).then(() => Promise.reject(new Error('no answer')));
+    const late = sleep(pingMillis, undefined, { ref: false })
+      .then(() => Promise.reject(new Error('no answer')));
     await Promise.race([ping(), late]).catch(() => (status = 'no database'));
     response.status(status === 'ok' ? 200 : 503).json({ status });
   });

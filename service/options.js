@@ -62,10 +62,12 @@ const readers = {
   flag: (value) => (typeof value === 'boolean' ? value : undefined),
   list: (value) => {
     const items = typeof value === 'string' ? value.split(',') : value;
-    return Array.isArray(items) && items.length > 0 && items.every((item) => typeof item === 'string' && item !== '') ? items : undefined;
+    return Array.isArray(items) && items.length > 0 &&
+      items.every((item) => typeof item === 'string' && item !== '') ? items : undefined;
   },
 };
-const wanted = { text: 'a text', number: 'a whole number', flag: 'true or false', list: 'one or more texts' };
+const wanted = { text: 'a text', number: 'a whole number', flag: 'true or false',
+  list: 'one or more texts' };
 
 /**
  * Reads the command line and the file that it names. `rest` has the words that belong to no flag.
@@ -85,19 +87,24 @@ export function readOptions(argv) {
     if (set[name] === undefined) throw new UsageError(`--${name} takes ${wanted[kind]}`);
   }
   const development = isDevelopment(set);
-  const defaults = Object.entries(table).map(([name, [, relaxed, ...strict]]) => [name, development || strict.length === 0 ? relaxed : strict[0]]);
+  const defaults = Object.entries(table).map(([name, [, relaxed, ...strict]]) =>
+    [name, development || strict.length === 0 ? relaxed : strict[0]]);
   const values = { ...Object.fromEntries(defaults), ...set };
   check(values);
-  return { rest, development, values, exitWithParent: values['exit-with-parent'], service: forService(values, development) };
+  return { rest, development, values, exitWithParent: values['exit-with-parent'],
+    service: forService(values, development) };
 }
 
-function isDevelopment({ host = '127.0.0.1', 'trust-proxy': proxies, data, database, development }) {
-  return development || (isLoopback(host) && proxies === undefined && data === undefined && database === undefined);
+function isDevelopment({ host = '127.0.0.1', development, ...set }) {
+  const { 'trust-proxy': proxies, data, database } = set;
+  return development ||
+    (isLoopback(host) && proxies === undefined && data === undefined && database === undefined);
 }
 
 function parse(argv) {
   const options = { config: { type: 'string' }, help: { type: 'boolean', short: 'h' } };
-  for (const [name, [kind]] of Object.entries(table)) options[name] = { type: kind === 'flag' ? 'boolean' : 'string' };
+  for (const [name, [kind]] of Object.entries(table))
+    options[name] = { type: kind === 'flag' ? 'boolean' : 'string' };
   try {
     return parseArgs({ args: argv, options, allowPositionals: true });
   } catch (error) {
@@ -112,7 +119,8 @@ function readJsonObject(file) {
   } catch (error) {
     throw new UsageError(`${file} cannot be read: ${error.message}`);
   }
-  if (typeof content !== 'object' || content === null || Array.isArray(content)) throw new UsageError(`${file} holds no JSON object`);
+  if (typeof content !== 'object' || content === null || Array.isArray(content))
+    throw new UsageError(`${file} holds no JSON object`);
   return content;
 }
 
@@ -134,15 +142,20 @@ function readSeed(file) {
 
 function check(values) {
   const oneOf = (name, ...choices) => {
-    if (!choices.includes(values[name])) throw new UsageError(`--${name} is one of ${choices.join(', ')}`);
+    if (!choices.includes(values[name]))
+      throw new UsageError(`--${name} is one of ${choices.join(', ')}`);
   };
   oneOf('socketio', ...Object.keys(lines));
   oneOf('id-login', 'any', 'passengers', 'off');
   oneOf('log-level', 'debug', 'info', 'warn', 'error', 'silent');
-  if (values.development && !isLoopback(values.host)) throw new UsageError('--development listens on loopback only');
-  if (values.database && !values.data) throw new UsageError('--database needs --data, the folder of attachments that all nodes share');
-  if (values.tls && values.tls.length !== 2) throw new UsageError('--tls takes a certificate and its key');
-  if (!values.key && !values['user-secret']) throw new UsageError('--user-secret or --key is needed: the demo key is known to all');
+  if (values.development && !isLoopback(values.host))
+    throw new UsageError('--development listens on loopback only');
+  if (values.database && !values.data)
+    throw new UsageError('--database needs --data, the folder of attachments that all nodes share');
+  if (values.tls && values.tls.length !== 2)
+    throw new UsageError('--tls takes a certificate and its key');
+  if (!values.key && !values['user-secret'])
+    throw new UsageError('--user-secret or --key is needed: the demo key is known to all');
   for (const name of ['control-secret', 'metrics-secret', 'user-secret']) {
     if (values[name]?.length < 16) throw new UsageError(`--${name} needs 16 characters or more`);
   }
@@ -177,7 +190,8 @@ function forService(values, development) {
       secret: values['control-secret'],
       maskSecrets: !development,
     },
-    gate: { trustProxy: values['trust-proxy'], requestRate: values['request-rate'], connections: values.connections },
+    gate: { trustProxy: values['trust-proxy'], requestRate: values['request-rate'],
+      connections: values.connections },
     loginFailures: values['login-failures'],
     metricsSecret: values['metrics-secret'],
     logLevel: values['log-level'],

@@ -7,7 +7,8 @@ import { promisify } from 'node:util';
 import { must } from './errors.js';
 import { bounded, fitting, isObject } from './values.js';
 
-const cost = { N: 16_384, r: 8, p: 1 }; // 16 MiB and about 50 ms; a team may log in at once when the service comes back
+// 16 MiB and about 50 ms; a team may log in at once when the service comes back
+const cost = { N: 16_384, r: 8, p: 1 };
 const derive = promisify(scrypt);
 const memory = ({ N, r }) => 256 * N * r;
 const keptProofs = 10_000;
@@ -17,7 +18,8 @@ export async function hashed(password) {
   if (password === undefined || password === null) return null;
   const salt = randomBytes(16);
   const key = await derive(password, salt, 32, { ...cost, maxmem: memory(cost) });
-  return ['scrypt', cost.N, cost.r, cost.p, salt.toString('base64'), key.toString('base64')].join('$');
+  return ['scrypt', cost.N, cost.r, cost.p, salt.toString('base64'),
+    key.toString('base64')].join('$');
 }
 
 const nobody = await hashed(randomBytes(16));
@@ -32,7 +34,8 @@ export async function isRight(password, hash) {
   if (hash && proven.has(proof)) return true;
   const options = { N: Number(N), r: Number(r), p: Number(p) };
   const expected = Buffer.from(key, 'base64');
-  const given = await derive(password, Buffer.from(salt, 'base64'), expected.length, { ...options, maxmem: memory(options) });
+  const given = await derive(password, Buffer.from(salt, 'base64'), expected.length,
+    { ...options, maxmem: memory(options) });
   if (!timingSafeEqual(given, expected) || !hash) return false;
   if (proven.size >= keptProofs) proven.delete(proven.values().next().value);
   proven.add(proof);
@@ -67,13 +70,15 @@ function canonical(value) {
 export async function userRecord(user) {
   const { id, username, password, phone, smsCode, oauth, attributes = {} } = user;
   for (const text of [username, password, phone, smsCode]) {
-    must(text === undefined || (typeof text === 'string' && text !== ''), 'invalidValue', 'Names and secrets are texts.');
+    must(text === undefined || (typeof text === 'string' && text !== ''), 'invalidValue',
+      'Names and secrets are texts.');
   }
   if (!secretsOf.has(user)) secretsOf.set(user, Promise.all([hashed(password), hashed(smsCode)]));
   const [passwordHash, code] = await secretsOf.get(user);
   const identity = identityDigests(oauth);
   const names = { username: username && bounded(username), phone: phone && bounded(phone) };
-  return { id, ...names, password: passwordHash, code, identity_key: identity[0], identity, attributes: fitting(attributes) };
+  return { id, ...names, password: passwordHash, code, identity_key: identity[0], identity,
+    attributes: fitting(attributes) };
 }
 
 const secretsOf = new WeakMap(); // tests load a seed again and again

@@ -7,7 +7,8 @@ import { paths } from './interface.js';
 
 const anyone = () => true;
 const oneself = ({ user, params }) => params.id === user;
-const member = (kind) => async ({ user, params, store }) => (await store.find(kind, params.id)).members.includes(user);
+const member = (kind) => async ({ user, params, store }) =>
+  (await store.find(kind, params.id)).members.includes(user);
 const owner = async ({ user, params, store }) => (await store.group(params.id)).owner === user;
 const onlyMe = (list) => (request) => {
   const ids = list(request.body ?? {});
@@ -59,7 +60,8 @@ export const policy = {
   ...attributes('group', member('groups'), owner),
   [paths.rooms]: { get: anyone, post: anyone },
   [paths.room]: { get: anyone, put: member('rooms') },
-  [paths.roomMembers]: { post: either(member('rooms'), onlyMe(inMembers)), delete: either(member('rooms'), onlyMe((body) => body)) },
+  [paths.roomMembers]: { post: either(member('rooms'), onlyMe(inMembers)),
+    delete: either(member('rooms'), onlyMe((body) => body)) },
   ...attributes('room', anyone, member('rooms')),
   [paths.passenger]: { get: anyone },
   [paths.passengerChats]: { get: ({ user, params }) => params.user === user },
@@ -81,7 +83,8 @@ export async function authorize(path, method, request, store) {
 export function visible(path, user, answer) {
   if (user === undefined) return answer;
   if (path === paths.users) return answer.map((record) => visible(paths.user, user, record));
-  if (path === paths.groups && Array.isArray(answer)) return answer.filter(({ members }) => members.includes(user));
+  if (path === paths.groups && Array.isArray(answer))
+    return answer.filter(({ members }) => members.includes(user));
   if (path !== paths.user || answer?.id === user) return answer;
   const { friends, groups, rooms, ...open } = answer;
   return open;

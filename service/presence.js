@@ -29,7 +29,8 @@ export class Presence {
     // the folder is ours alone, so any other node in it was killed
     if (this.#db.client.driverName !== 'pg') await this.#db('nodes').del();
     const others = await this.#db('nodes').where('seen', '>', Date.now() - deadMillis).first('id');
-    if (alone && others) throw new Error('Another node uses this database: several need --database and --socketio 4.');
+    if (alone && others)
+      throw new Error('Another node uses this database: several need --database and --socketio 4.');
     await this.#db('nodes').insert({ id: this.node, seen: Date.now() });
     this.#healthySince = Date.now();
     this.#timer = setInterval(() => this.#beat(), beatMillis).unref();
@@ -75,7 +76,9 @@ export class Presence {
 
   #locked(user, act) {
     return this.#db.transaction(async (trx) => {
-      if (trx.client.driverName === 'pg') await trx.raw('select pg_advisory_xact_lock(hashtext(?))', [user]); // SQLite runs one at a time
+      // SQLite runs one at a time
+      if (trx.client.driverName === 'pg')
+        await trx.raw('select pg_advisory_xact_lock(hashtext(?))', [user]);
       return act(trx, () => trx('friends').where({ user }).orderBy('seq').pluck('friend'));
     });
   }

@@ -1,5 +1,6 @@
-// The tables, version by version. A migration that was released is never changed: what comes later is added below it.
-// Texts that people choose stand as JSON: PostgreSQL's "text" holds no NUL character. Times are milliseconds since 1970.
+// The tables, version by version. A released migration never changes; later ones are added below.
+// Texts that people choose are stored as JSON, because PostgreSQL's "text" cannot hold the NUL
+// character. Times are milliseconds since 1970.
 
 const kinds = ['users', 'groups', 'rooms', 'passengers'];
 
@@ -92,5 +93,7 @@ export const tables = [...kinds, 'terms', 'members', 'friends', 'installs', 'mes
  * database may lose them.
  */
 export const sessionsTable = (temporary) =>
-  `create ${temporary} table if not exists sessions (id varchar(64) primary key, "user" varchar(64) not null, node varchar(32) not null)`;
-export const sessionsIndex = (temporary) => `create index if not exists ${temporary}sessions_user on sessions ("user")`;
+  `create ${temporary} table if not exists sessions
+    (id varchar(64) primary key, "user" varchar(64) not null, node varchar(32) not null)`;
+export const sessionsIndex = (temporary) =>
+  `create index if not exists ${temporary}sessions_user on sessions ("user")`;

@@ -24,6 +24,7 @@ export const seed = {
       friends: ['alice'],
     },
   ],
-  groups: [{ id: 'demo-group', owner: 'alice', members: ['alice', 'bob'], attributes: { name: 'Demo group' } }],
+  groups: [{ id: 'demo-group', owner: 'alice', members: ['alice', 'bob'],
+    attributes: { name: 'Demo group' } }],
   rooms: [{ id: 'demo-room', name: 'Demo room', members: ['alice', 'bob'], attributes: {} }],
 };

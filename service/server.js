@@ -12,7 +12,8 @@ function fail(error, help = usage) {
 function read(argv) {
   try {
     const options = readOptions(argv);
-    if (options.rest?.length > 0 && options.rest[0] !== 'admin') throw new UsageError(`unknown word: ${options.rest[0]}`);
+    if (options.rest?.length > 0 && options.rest[0] !== 'admin')
+      throw new UsageError(`unknown word: ${options.rest[0]}`);
     return options;
   } catch (error) {
     return fail(error);

@@ -39,7 +39,8 @@ export async function startService(options) {
   const log = new Log(options.control);
   const faults = new Faults();
   const store = await openStore({ ...options, seed });
-  const attachments = new Attachments({ store, data: options.data, limit: options.attachmentLimit });
+  const attachments =
+    new Attachments({ store, data: options.data, limit: options.attachmentLimit });
   const keys = { store, app, userSecret: options.userSecret };
   const verify = verifier(keys);
   const metrics = new Metrics({ connections: () => live.connections });
@@ -47,7 +48,8 @@ export async function startService(options) {
     ...options.gate,
     refuse: (limit) => metrics.refused.inc({ limit }),
     observe: ({ request, response, address, seconds }) => {
-      const labels = { method: request.method, route: routeOf(request), status: response.statusCode };
+      const { statusCode: status } = response;
+      const labels = { method: request.method, route: routeOf(request), status };
       metrics.requests.observe(labels, seconds);
       logger.debug({ ...labels, seconds, address }, 'request');
     },
@@ -60,14 +62,18 @@ export async function startService(options) {
     httpServer,
     store,
     log,
-    identify: identifier({ store, verify, idLogin: options.idLogin, throttle: new LoginThrottle(options.loginFailures) }),
+    identify: identifier({ store, verify, idLogin: options.idLogin,
+      throttle: new LoginThrottle(options.loginFailures) }),
     report: reporter({ logger, metrics, gate }),
   }); // handles its path before `site` does
-  if (options.control.isOn) faults.guard(httpServer, (request, response) => noteRequest(log, request, response));
+  if (options.control.isOn)
+    faults.guard(httpServer, (request, response) => noteRequest(log, request, response));
   gate.guard(httpServer);
 
-  const service = { app, seed, log, faults, store, live, attachments, verify, keyOf: keyring(keys), views: views({ store, live }) };
-  site.use(monitoring({ gate, metrics, metricsSecret: options.metricsSecret, ping: () => live.ping() }));
+  const service = { app, seed, log, faults, store, live, attachments, verify, keyOf: keyring(keys),
+    views: views({ store, live }) };
+  site.use(
+    monitoring({ gate, metrics, metricsSecret: options.metricsSecret, ping: () => live.ping() }));
   if (options.control.isOn) site.use('/_control', control(service, options.control));
   site.use(rest(service, options));
   site.use(() => {
@@ -89,7 +95,8 @@ export async function startService(options) {
     logger.info('ending');
     const late = setTimeout(options.drainSeconds * 1_000 + longestClose, 'late', { ref: false });
     // none of it was acknowledged
-    if ((await Promise.race([finish(), late])) === 'late') logger.warn('not all is done: the database does not answer');
+    if ((await Promise.race([finish(), late])) === 'late')
+      logger.warn('not all is done: the database does not answer');
     metrics.stop();
     logger.info('ended');
   };

@@ -22,7 +22,8 @@ export function checkSignature({ appId, clientKey }, app, signature) {
   const match = pattern.exec(signature);
   must(match, 'badSignature');
   const seconds = Number(match[2]);
-  must(timingSafeEqual(Buffer.from(signature), Buffer.from(sign(clientKey, match[2]))), 'badSignature');
+  must(timingSafeEqual(Buffer.from(signature), Buffer.from(sign(clientKey, match[2]))),
+    'badSignature');
   return seconds;
 }
 
@@ -32,7 +33,8 @@ export function checkSignature({ appId, clientKey }, app, signature) {
  */
 export function requireSignature(verify, maxAgeSeconds) {
   return async (request, response, next) => {
-    const { seconds, user } = await verify(request.get('X-VX-AppId'), request.get('X-VX-Request-Sign'));
+    const { seconds, user } = await verify(request.get('X-VX-AppId'),
+      request.get('X-VX-Request-Sign'));
     request.user = user;
     must(Math.abs(Date.now() / 1000 - seconds) <= maxAgeSeconds, 'oldSignature');
     next();

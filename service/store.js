@@ -19,7 +19,8 @@ export const conversation = {
   inGroup: (groupId) => `group ${groupId}`,
 };
 
-const unknown = { users: 'unknownUser', groups: 'unknownGroup', rooms: 'unknownRoom', passengers: 'unknownPassenger' };
+const unknown = { users: 'unknownUser', groups: 'unknownGroup', rooms: 'unknownRoom',
+  passengers: 'unknownPassenger' };
 const hasMembers = (kind) => kind === 'groups' || kind === 'rooms';
 
 /**
@@ -76,7 +77,8 @@ export class Store {
     await this.#within(async (store) => {
       for (const table of tables) await store.#db(table).del();
       for (const user of users) await store.#add('users', user);
-      for (const user of seed.users ?? []) for (const friend of user.friends ?? []) await store.#befriend(user.id, friend);
+      for (const user of seed.users ?? [])
+        for (const friend of user.friends ?? []) await store.#befriend(user.id, friend);
       for (const group of seed.groups ?? []) await store.#addGroup(group);
       for (const room of seed.rooms ?? []) await store.#addRoom(room);
     });
@@ -105,7 +107,8 @@ export class Store {
    */
   async search(kind, conditions, { sort, skip = 0, limit }) {
     const query = this.#db(kind).orderBy('seq');
-    for (const [name, text] of conditions) query.where((builder) => this.#matches(builder, kind, name, text));
+    for (const [name, text] of conditions)
+      query.where((builder) => this.#matches(builder, kind, name, text));
     if (!sort) return this.#records(kind, await query.offset(skip).limit(limit));
     // SQL cannot sort values of mixed types this way
     const found = (await query).map(fromRow).sort(sort);
@@ -120,11 +123,13 @@ export class Store {
 
   /** The id of the user with these credentials (see login.js), or nothing if there is none. */
   async userWith({ username, phone, password, oauth }) {
-    if (username !== undefined) return this.#userWithSecret('username', username, 'password', password);
+    if (username !== undefined)
+      return this.#userWithSecret('username', username, 'password', password);
     if (phone !== undefined) return this.#userWithSecret('phone', phone, 'code', password);
     const given = identityDigests(oauth);
     const candidates = await this.#db('users').whereIn('identity_key', given).orderBy('seq');
-    return candidates.find(({ identity }) => JSON.parse(identity).every((entry) => given.includes(entry)))?.id;
+    const isGiven = (entry) => given.includes(entry);
+    return candidates.find(({ identity }) => JSON.parse(identity).every(isGiven))?.id;
   }
 
   /** The ids of a user's friends, oldest friendship first. */
@@ -153,7 +158,8 @@ export class Store {
       toUser: count('users', { id: toId }),
       areFriends: count('friends', { user: fromId, friend: toId }),
     });
-    return Object.fromEntries(Object.entries(numbers).map(([name, number]) => [name, Number(number)]));
+    return Object.fromEntries(Object.entries(numbers)
+      .map(([name, number]) => [name, Number(number)]));
   }
 
   /** The groups or rooms that the user is a member of, in the order in which they were added. */
@@ -171,14 +177,12 @@ export class Store {
     await this.#within(async (store) => {
       await store.user(oneId);
       const ends = idPattern.test(otherId) ? [oneId, otherId] : [];
-      must((await store.#db('friends').whereIn('user', ends).whereIn('friend', ends).del()) > 0, 'notFriends');
+      const friendships = store.#db('friends').whereIn('user', ends).whereIn('friend', ends);
+      must((await friendships.del()) > 0, 'notFriends');
     });
   }
 
-  /**
-   * Adds a group; its owner becomes a member. `fields` has the fields that the service does not
-   * know.
-   */
+  /** Adds a group; its owner becomes a member. `fields` are those the service does not know. */
   addGroup(group) {
     return this.#within((store) => store.#addGroup(group));
   }
@@ -195,8 +199,10 @@ export class Store {
     await this.#within(async (store) => {
       const row = await store.#row(kind, id, { forUpdate: true });
       must(row, unknown[kind]);
-      const { owner, members, attributes, fields, name } = make((await store.#records(kind, [row]))[0]);
-      const changes = { attributes: attributes && fitting(attributes), fields: fields && fitting(fields), name };
+      const [record] = await store.#records(kind, [row]);
+      const { owner, members, attributes, fields, name } = make(record);
+      const changes = { attributes: attributes && fitting(attributes),
+        fields: fields && fitting(fields), name };
       if (owner !== undefined) changes.owner = (await store.user(owner)).id;
       await store.#db(kind).where({ id }).update(toRow({ ...changes, updated: Date.now() }));
       if (attributes) await store.#noteTerms(kind, id, attributes);
@@ -230,7 +236,8 @@ export class Store {
       await store.#db(kind).where({ id }).del();
       await store.#db('terms').where({ kind, id }).del();
       await store.#db('members').where({ kind, place: id }).del();
-      if (kind === 'groups') await store.#db('messages').where({ conversation: conversation.inGroup(id) }).del();
+      if (kind === 'groups')
+        await store.#db('messages').where({ conversation: conversation.inGroup(id) }).del();
     });
   }
 
@@ -241,17 +248,16 @@ export class Store {
     });
   }
 
-  /**
-   * Records `install` as a device of the user. If there are too many, the oldest one is removed.
-   */
+  /** Records `install` as a device of the user. If there are too many, the oldest is removed. */
   async addInstall(userId, install) {
     await this.#within(async (store) => {
       const row = { user: (await store.user(userId)).id, install: bounded(install) };
-      const newest = await store.#db('installs').where({ user: userId }).orderBy('seq', 'desc').first('install');
+      const known = () => store.#db('installs').where({ user: userId }).orderBy('seq', 'desc');
+      const newest = await known().first('install');
       if (newest?.install === row.install) return;
       await store.#db('installs').where(row).del();
       await store.#db('installs').insert(row);
-      const old = await store.#db('installs').where({ user: userId }).orderBy('seq', 'desc').offset(limits.installs).limit(100).pluck('seq');
+      const old = await known().offset(limits.installs).limit(100).pluck('seq');
       if (old.length > 0) await store.#db('installs').whereIn('seq', old).del();
     });
   }
@@ -259,7 +265,8 @@ export class Store {
   /** An unknown device is no error. */
   async removeInstalls(userId, installs) {
     const { id } = await this.user(userId);
-    for (const some of chunks(installs.map(bounded))) await this.#db('installs').where({ user: id }).whereIn('install', some).del();
+    for (const some of chunks(installs.map(bounded)))
+      await this.#db('installs').where({ user: id }).whereIn('install', some).del();
   }
 
   /** Stores a message in the order of its "ts". Resolves when it is on disk. */
@@ -300,8 +307,10 @@ export class Store {
 
   async #withMembers(kind, records) {
     if (!hasMembers(kind) || records.length === 0) return records;
-    const places = new Map(records.map((record) => [record.id, Object.assign(record, { members: [] })]));
-    const rows = await this.#db('members').where({ kind }).whereIn('place', [...places.keys()]).orderBy('seq');
+    for (const record of records) record.members = [];
+    const places = new Map(records.map((record) => [record.id, record]));
+    const rows = await this.#db('members').where({ kind }).whereIn('place', [...places.keys()])
+      .orderBy('seq');
     for (const { place, user } of rows) places.get(place).members.push(user);
     return records;
   }
@@ -311,29 +320,36 @@ export class Store {
    * attribute, the field of that name does.
    */
   #matches(builder, kind, name, text) {
-    const having = (...parts) => this.#db('terms').select('id').where({ kind, term: term(...parts) });
+    const having = (...parts) =>
+      this.#db('terms').select('id').where({ kind, term: term(...parts) });
     builder.whereIn('id', having(name, text));
-    const known = { id: [text, 'id'], owner: kind === 'groups' && [text, 'owner'], name: kind === 'rooms' && [JSON.stringify(text), 'name'] };
+    const known = { id: [text, 'id'], owner: kind === 'groups' && [text, 'owner'],
+      name: kind === 'rooms' && [JSON.stringify(text), 'name'] };
     known.ts = String(Number(text)) === text && [Number(text), 'created'];
     const [value, column] = (Object.hasOwn(known, name) && known[name]) || [];
-    if (column && !String(value).includes('\0')) builder.orWhere((or) => or.where({ [column]: value }).whereNotIn('id', having(name)));
+    if (column && !String(value).includes('\0'))
+      builder.orWhere((or) => or.where({ [column]: value }).whereNotIn('id', having(name)));
   }
 
   async #noteTerms(kind, id, attributes) {
     await this.#db('terms').where({ kind, id }).del();
-    const isScalar = (value) => value === null || ['string', 'number', 'boolean'].includes(typeof value);
-    const terms = Object.entries(attributes).flatMap(([key, value]) => [term(key), ...(isScalar(value) ? [term(key, String(value))] : [])]);
-    for (const some of chunks(terms)) await this.#db('terms').insert(some.map((one) => ({ kind, id, term: one })));
+    const isScalar = (value) => value === null || typeof value !== 'object';
+    const terms = Object.entries(attributes).flatMap(([key, value]) =>
+      isScalar(value) ? [term(key), term(key, String(value))] : [term(key)]);
+    for (const some of chunks(terms))
+      await this.#db('terms').insert(some.map((one) => ({ kind, id, term: one })));
   }
 
   async #userWithSecret(column, name, secretColumn, secret) {
     if (typeof name !== 'string' || typeof secret !== 'string') return undefined;
-    const row = await this.#db('users').where({ [column]: bounded(name) }).first('id', `${secretColumn} as hash`);
+    const row = await this.#db('users').where({ [column]: bounded(name) })
+      .first('id', `${secretColumn} as hash`);
     return (await isRight(secret, row?.hash)) ? row.id : undefined;
   }
 
   async #befriend(fromId, toId) {
-    for (const id of [fromId, toId].sort()) must(await this.#row('users', id, { forUpdate: true }), 'unknownUser');
+    for (const id of [fromId, toId].sort())
+      must(await this.#row('users', id, { forUpdate: true }), 'unknownUser');
     must(fromId !== toId, 'invalidValue', sentences.ownFriend);
     const friendship = { ts: Date.now(), from: fromId, to: toId };
     const ends = [[fromId, toId], [toId, fromId]];
@@ -342,8 +358,9 @@ export class Store {
   }
 
   async #addGroup({ id = newId('g'), owner, members = [], attributes = {}, fields = {} }) {
-    const group = { owner: (await this.user(owner)).id, attributes: fitting(attributes), fields: fitting(fields) };
-    return this.#add('groups', { id, ...group }, [owner, ...members]);
+    await this.user(owner);
+    const group = { id, owner, attributes: fitting(attributes), fields: fitting(fields) };
+    return this.#add('groups', group, [owner, ...members]);
   }
 
   #addRoom({ id = newId('r'), name, members = [], attributes = {} }) {
@@ -357,7 +374,10 @@ export class Store {
     const record = { id, ...fields, created: Date.now(), updated: Date.now() };
     await this.#db(kind)
       .insert(toRow(record))
-      .catch((error) => must(!isTaken(error), 'invalidValue', 'This id, user name or phone number is taken.') ?? Promise.reject(error));
+      .catch((error) => {
+        must(!isTaken(error), 'invalidValue', 'This id, user name or phone number is taken.');
+        throw error;
+      });
     if (members) await this.#join(kind, id, members);
     if (fields.attributes) await this.#noteTerms(kind, id, fields.attributes);
     return record;

@@ -20,8 +20,10 @@ export class LoginThrottle {
    */
   constructor(failures) {
     if (failures === 0) return;
-    this.#byAddress = new RateLimiterMemory({ keyPrefix: 'address', points: failures, duration: windowSeconds });
-    this.#byAccount = new RateLimiterMemory({ keyPrefix: 'account', points: failures, duration: windowSeconds });
+    this.#byAddress =
+      new RateLimiterMemory({ keyPrefix: 'address', points: failures, duration: windowSeconds });
+    this.#byAccount =
+      new RateLimiterMemory({ keyPrefix: 'account', points: failures, duration: windowSeconds });
   }
 
   /**

@@ -1,5 +1,6 @@
-// A key of a user's own. The application's key proves which application asks, and whoever has it may act for everybody; a user's key
-// proves who asks. It goes where the application's goes, so that clients need to know nothing of it:
+// A key of a user's own. The application's key proves which application asks, and whoever has it
+// may act for everybody; a user's key proves who asks. It goes where the application's goes, so
+// that clients need to know nothing of it:
 //   app id := application's id ':' user's id
 //   key    := base64url(HMAC-SHA-256(secret, JSON [user's id, password hash]))
 // It is not stored: a new password means a new key, and a removed user has none.
@@ -21,7 +22,8 @@ export const userKey = (secret, { id, password }) =>
 export const keyring =
   ({ store, app, userSecret }) =>
   async (id) => {
-    must(userSecret !== undefined, 'notAllowed', 'Users have keys of their own when --user-secret is set.');
+    must(userSecret !== undefined, 'notAllowed',
+      'Users have keys of their own when --user-secret is set.');
     const user = await store.user(id);
     return { app: `${app.appId}:${id}`, key: userKey(userSecret, user) };
   };
@@ -34,11 +36,13 @@ export const verifier =
   ({ store, app, userSecret }) =>
   async (appId, signature) => {
     const prefix = `${app.appId}:`;
-    if (userSecret === undefined || !appId?.startsWith?.(prefix)) return { seconds: checkSignature(app, appId, signature) };
+    if (userSecret === undefined || !appId?.startsWith?.(prefix))
+      return { seconds: checkSignature(app, appId, signature) };
     const user = appId.slice(prefix.length);
     const record = await store.user(user).catch((error) => {
       if (!(error instanceof ServiceError)) throw error;
       return { id: user, password: 'nobody' }; // so that strangers cannot find out who is a user
     });
-    return { seconds: checkSignature({ appId, clientKey: userKey(userSecret, record) }, appId, signature), user };
+    const clientKey = userKey(userSecret, record);
+    return { seconds: checkSignature({ appId, clientKey }, appId, signature), user };
   };

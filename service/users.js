@@ -6,7 +6,8 @@ import { conversation } from './store.js';
 
 export async function setPassword(db, id, password) {
   const hash = await hashed(password);
-  must((await db('users').where({ id }).update({ password: hash, updated: Date.now() })) > 0, 'unknownUser');
+  must((await db('users').where({ id }).update({ password: hash, updated: Date.now() })) > 0,
+    'unknownUser');
 }
 
 /**
@@ -18,12 +19,15 @@ export async function removeUser(db, id) {
     must(await trx('users').where({ id }).first('id').forUpdate(), 'unknownUser');
     await trx('members').where({ user: id }).del();
     for (const group of await trx('groups').where({ owner: id }).pluck('id')) {
-      const heir = await trx('members').where({ kind: 'groups', place: group }).orderBy('seq').first('user');
+      const heir = await trx('members').where({ kind: 'groups', place: group }).orderBy('seq')
+        .first('user');
       if (heir) await trx('groups').where({ id: group }).update({ owner: heir.user });
       else await removeGroup(trx, group);
     }
-    const talks = await trx('messages').distinct('conversation').where('conversation', 'like', `[%"${id}"%]`).pluck('conversation');
-    for (const talk of talks.filter((one) => JSON.parse(one).includes(id))) await trx('messages').where({ conversation: talk }).del();
+    const talks = await trx('messages').distinct('conversation')
+      .where('conversation', 'like', `[%"${id}"%]`).pluck('conversation');
+    for (const talk of talks.filter((one) => JSON.parse(one).includes(id)))
+      await trx('messages').where({ conversation: talk }).del();
     await trx('friends').where({ user: id }).orWhere({ friend: id }).del();
     await trx('installs').where({ user: id }).del();
     await trx('terms').where({ kind: 'users', id }).del();

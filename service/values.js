@@ -16,7 +16,8 @@ export const limits = {
   longestPage: 1_000, // results at most
 };
 
-export const isObject = (value) => typeof value === 'object' && value !== null && !Array.isArray(value);
+export const isObject = (value) => typeof value === 'object' && value !== null &&
+  !Array.isArray(value);
 
 /** `body` itself. Throws unless it is a JSON object. */
 export function object(body) {
@@ -39,7 +40,8 @@ export function text(value, name) {
 
 /** `value` itself. Throws unless it is an array of strings. */
 export function texts(value, name) {
-  must(Array.isArray(value) && value.every((item) => typeof item === 'string'), 'invalidValue', named('notTexts', name));
+  must(Array.isArray(value) && value.every((item) => typeof item === 'string'), 'invalidValue',
+    named('notTexts', name));
   return value;
 }
 
@@ -71,4 +73,5 @@ export async function inTurn(items, make) {
 }
 
 /** `text` itself, or a digest of it if it does not fit into a column. */
-export const bounded = (text) => (text.length <= 200 && !text.includes('\0') ? text : createHash('sha256').update(text).digest('hex'));
+export const bounded = (text) => (text.length <= 200 && !text.includes('\0') ? text
+  : createHash('sha256').update(text).digest('hex'));

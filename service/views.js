@@ -8,7 +8,8 @@ export function views({ store, live }) {
     const [message] = await store.latest(where);
     return message;
   };
-  const idsOf = async (kind, userId) => (await store.placesOf(kind, userId)).map((place) => place.id);
+  const idsOf = async (kind, userId) =>
+    (await store.placesOf(kind, userId)).map((place) => place.id);
 
   return {
     async user({ id, updated, attributes }) {
@@ -35,11 +36,13 @@ export function views({ store, live }) {
 
     group: async (group) => ({
       ...group.fields,
-      ...answered('group', { ...group, ts: group.created, recent: await recent(conversation.inGroup(group.id)) }),
+      ...answered('group',
+        { ...group, ts: group.created, recent: await recent(conversation.inGroup(group.id)) }),
     }),
 
     room: (room) => answered('room', { ...room, ts: room.created }),
 
-    passenger: (passenger) => ({ ...passenger.fields, ...answered('passenger', { ...passenger, ts: passenger.created }) }),
+    passenger: (passenger) =>
+      ({ ...passenger.fields, ...answered('passenger', { ...passenger, ts: passenger.created }) }),
   };
 }

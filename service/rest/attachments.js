@@ -20,7 +20,8 @@ export function files({ attachments }) {
     const file = await attachments.find(request.params.name);
     must(file, 'unknownFile');
     // An uploaded page must not run scripts in this origin.
-    const guards = { 'X-Content-Type-Options': 'nosniff', 'Content-Security-Policy': "sandbox; default-src 'none'" };
+    const guards = { 'X-Content-Type-Options': 'nosniff',
+      'Content-Security-Policy': "sandbox; default-src 'none'" };
     const headers = { 'Content-Type': file.type, ...guards };
     response.sendFile(file.name, { root: attachments.directory, headers });
   });

@@ -9,7 +9,8 @@ export const attributes = (record, store, kind) => ({
   [paths[`${record}Attributes`]]: {
     get: async ({ params }) => (await store.find(kind, params.id)).attributes,
     async post({ params, body }) {
-      await store.change(kind, params.id, ({ attributes }) => ({ attributes: { ...attributes, ...object(body) } }));
+      await store.change(kind, params.id,
+        ({ attributes }) => ({ attributes: { ...attributes, ...object(body) } }));
     },
     async put({ params, body }) {
       await store.change(kind, params.id, () => ({ attributes: object(body) }));

@@ -26,11 +26,14 @@ export const groups = ({ store, views }) => ({
     delete: ({ params }) => store.removePlace(params.id), // rooms are deleted here too
   },
   [paths.groupMembers]: {
-    post: ({ params, body }) => store.addMembers('groups', params.id, texts(object(body).members, 'members')),
-    delete: ({ params, body }) => store.removeMembers('groups', params.id, texts(object(body).members, 'members')),
+    post: ({ params, body }) =>
+      store.addMembers('groups', params.id, texts(object(body).members, 'members')),
+    delete: ({ params, body }) =>
+      store.removeMembers('groups', params.id, texts(object(body).members, 'members')),
   },
   [paths.groupChats]: {
-    get: async ({ params, query }) => history(store, conversation.inGroup((await store.group(params.id)).id), query),
+    get: async ({ params, query }) =>
+      history(store, conversation.inGroup((await store.group(params.id)).id), query),
   },
   ...attributes('group', store, 'groups'),
 });

@@ -28,9 +28,11 @@ export function rest(service, { maxSignatureAge, bodyLimit, publicUrl }) {
   router.use(files(service));
   router.use(requireSignature(service.verify, maxSignatureAge));
   router.use(uploads(service, { publicUrl }));
-  router.use(express.json({ limit: bodyLimit, verify: (request, response, bytes) => noteBody(request, bytes) }));
+  router.use(express.json({ limit: bodyLimit,
+    verify: (request, response, bytes) => noteBody(request, bytes) }));
   for (const resource of resources) {
-    for (const [path, methods] of Object.entries(resource(service))) addRoute(router, path, methods, service.store);
+    for (const [path, methods] of Object.entries(resource(service)))
+      addRoute(router, path, methods, service.store);
   }
   return router;
 }
@@ -68,7 +70,8 @@ function noteAnswer(request, response, next) {
 export const answerError = (logger) => (error, request, response, next) => {
   if (response.headersSent) return request.socket.destroy();
   const known = error instanceof ServiceError ? error : translate(error);
-  if (known.status >= 500) logger.error({ ...failure(error), route: request.route?.path }, 'failure');
+  if (known.status >= 500)
+    logger.error({ ...failure(error), route: request.route?.path }, 'failure');
   response.status(known.status).json(known);
 };
 
@@ -77,7 +80,9 @@ function translate(error) {
   if (error.type === 'entity.too.large') return new ServiceError('tooLarge');
   if (error.type !== undefined) return new ServiceError('malformedBody');
   if (error.status === 416) return new ServiceError('badRange');
-  if (error instanceof RangeError) return new ServiceError('invalidValue', 'The values are nested too deep.'); // for JSON.stringify
+  // for JSON.stringify
+  if (error instanceof RangeError)
+    return new ServiceError('invalidValue', 'The values are nested too deep.');
   if (error instanceof URIError) return new ServiceError('unknownPath');
   return new ServiceError('internal');
 }

@@ -12,7 +12,8 @@ export const passengers = ({ store, views }) => ({
       const { id } = given('passenger', object(body));
       const fields = free('passenger', body);
       if (!(await store.isPassenger(id))) return (await store.addPassenger(id, fields)).id;
-      await store.change('passengers', id, (passenger) => ({ fields: { ...passenger.fields, ...fields } }));
+      await store.change('passengers', id,
+        (passenger) => ({ fields: { ...passenger.fields, ...fields } }));
       return id;
     },
   },

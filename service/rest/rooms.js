@@ -11,7 +11,8 @@ export const rooms = ({ store, views }) => ({
     get: async ({ query }) => (await search(store, 'rooms', query)).map(views.room),
     async post({ body }) {
       const { name, members } = object(body);
-      return (await store.addRoom({ name: text(name, 'name'), members: texts(members, 'members') })).id;
+      const room = { name: text(name, 'name'), members: texts(members, 'members') };
+      return (await store.addRoom(room)).id;
     },
   },
   [paths.room]: {
@@ -22,7 +23,8 @@ export const rooms = ({ store, views }) => ({
     },
   },
   [paths.roomMembers]: {
-    post: ({ params, body }) => store.addMembers('rooms', params.id, texts(object(body).members, 'members')),
+    post: ({ params, body }) =>
+      store.addMembers('rooms', params.id, texts(object(body).members, 'members')),
     // A bare array, unlike everywhere else.
     delete: ({ params, body }) => store.removeMembers('rooms', params.id, texts(body, 'body')),
   },

@@ -8,7 +8,8 @@ export function search(store, kind, query) {
   const { _sort: order = '', _limit, _skip, ...conditions } = query;
   const limit = Math.min(count(_limit, '_limit', limits.page), limits.longestPage);
   const skip = count(_skip, '_skip', 0);
-  const wanted = Object.entries(conditions).flatMap(([name, values]) => [values].flat().map((value) => [name, value]));
+  const wanted = Object.entries(conditions)
+    .flatMap(([name, values]) => [values].flat().map((value) => [name, value]));
   const sort = order === '' ? undefined : byKeys([order].flat().join(',').split(','));
   return store.search(kind, wanted, { sort, skip, limit });
 }

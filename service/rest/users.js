@@ -13,7 +13,8 @@ export const users = ({ store, views }) => ({
     get: async ({ params }) => views.user(await store.user(params.id)),
   },
   [paths.userInstalls]: {
-    delete: ({ params, body }) => store.removeInstalls(params.id, texts(object(body).installs, 'installs')),
+    delete: ({ params, body }) =>
+      store.removeInstalls(params.id, texts(object(body).installs, 'installs')),
   },
   [paths.userGroups]: {
     get: ({ params, query }) => list(store, 'groups', params.id, query, views.group),
