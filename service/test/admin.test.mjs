@@ -1,4 +1,4 @@
-// What the keeper of a service does while it runs, with the command line.
+// What the operator of a running service does on the command line.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -33,27 +33,31 @@ describe('admin', { timeout: 120_000 }, () => {
   async function admin(words, { input = '', more = flags } = {}) {
     const child = spawn(process.execPath, [program, 'admin', ...words, ...more]);
     child.stdin.end(input);
-    const [out, err, [code]] = await Promise.all([contentOf(child.stdout), contentOf(child.stderr), once(child, 'exit')]);
+    const texts = [child.stdout, child.stderr].map((stream) => contentOf(stream));
+    const [out, err, [code]] = await Promise.all([...texts, once(child, 'exit')]);
     return { code, out, err };
   }
+  const lines = (out) => out.split('\n').filter(Boolean);
+  const ask = (who, method, path, body) => service.body(method, path, body, signedBy(who));
   const ok = async (words, options) => {
     const { code, out, err } = await admin(words, options);
     assert.equal(code, 0, `${words.join(' ')}: ${err}`);
-    return Object.fromEntries(out.split('\n').filter(Boolean).map((line) => line.split(': ')));
+    return Object.fromEntries(lines(out).map((line) => line.split(': ')));
   };
   const login = async ({ app, key }, username, password) => {
     const client = connect(service, '4', { app, sign: sign(key), username, password });
     const { id, error } = await client.next('login');
     return { ...client, result: id ?? error.errorCode };
   };
-  const ids = async () => (await admin(['list'])).out.split('\n').filter(Boolean).map((line) => line.split('\t')[0]);
+  const ids = async () => lines((await admin(['list'])).out).map((line) => line.split('\t')[0]);
 
   test('users come, change their password and go while it runs', async () => {
     const alice = await ok(['add', 'alice']);
     const bob = await ok(['add', 'bob', 'Bobby', '-'], { input: 'chosen by bob\n' });
     assert.equal(bob.password, undefined, 'what was chosen is not shown');
     assert.deepEqual(await ids(), ['alice', 'bob']);
-    const [first, second] = [await login(alice, 'alice', alice.password), await login(bob, 'Bobby', 'chosen by bob')];
+    const first = await login(alice, 'alice', alice.password);
+    const second = await login(bob, 'Bobby', 'chosen by bob');
     assert.deepEqual([first.result, second.result], ['alice', 'bob']);
     second.close();
 
@@ -70,19 +74,20 @@ describe('admin', { timeout: 120_000 }, () => {
       client.close();
     }
 
-    const group = await service.call('POST', '/groups', { owner: 'bob', members: ['alice'] }, signedBy(changed));
-    await service.call('POST', '/ctx/alice/friends/bob', undefined, signedBy(alice));
+    const group = await ask(changed, 'POST', '/groups', { owner: 'bob', members: ['alice'] });
+    await ask(alice, 'POST', '/ctx/alice/friends/bob');
     first.say(text('before you go', 'bob'));
     await first.next('yourself');
     await ok(['remove', 'bob']);
     assert.deepEqual(await ids(), ['alice']);
     assert.equal((await login(changed, 'Bobby', changed.password)).result, 1102);
-    assert.deepEqual((await service.call('GET', '/ctx/alice/friends', undefined, signedBy(alice))).body, []);
-    const { body } = await service.call('GET', `/groups/${group.body}`, undefined, signedBy(alice));
-    assert.deepEqual([body.owner, body.members], ['alice', ['alice']], 'a group passes to who is left');
+    assert.deepEqual(await ask(alice, 'GET', '/ctx/alice/friends'), []);
+    const { owner, members } = await ask(alice, 'GET', `/groups/${group}`);
+    assert.deepEqual([owner, members], ['alice', ['alice']], 'a remaining member gets the group');
     const again = await ok(['add', 'bob']);
-    await service.call('POST', '/ctx/bob/friends/alice', undefined, signedBy(again));
-    assert.deepEqual((await service.call('GET', '/ctx/bob/friends/alice/chats', undefined, signedBy(again))).body, [], 'a new bob does not read the old one’s talks');
+    await ask(again, 'POST', '/ctx/bob/friends/alice');
+    const talk = await ask(again, 'GET', '/ctx/bob/friends/alice/chats');
+    assert.deepEqual(talk, [], 'a new bob does not read the old one’s talks');
     first.close();
   });
 
@@ -90,9 +95,9 @@ describe('admin', { timeout: 120_000 }, () => {
     const carol = await ok(['add', 'carol', 'carol', '-'], { input: 'pw\n' });
     const form = new FormData();
     form.set('attachment', new Blob(['the minutes']), 'minutes.txt');
-    const [url] = (await service.call('POST', '/attachment', form, signedBy(carol))).body;
-    const [live] = [await login(carol, 'carol', 'pw')];
-    const { body: group } = await service.call('POST', '/groups', { owner: 'carol' }, signedBy(carol));
+    const [url] = await ask(carol, 'POST', '/attachment', form);
+    const live = await login(carol, 'carol', 'pw');
+    const group = await ask(carol, 'POST', '/groups', { owner: 'carol' });
     const say = async (body) => {
       live.say(text(body, group, 1));
       await live.next('yourself');
@@ -113,16 +118,18 @@ describe('admin', { timeout: 120_000 }, () => {
 
     await ok(['restore', file]);
     assert.ok(!(await ids()).includes('dave'));
-    const history = async () => (await service.call('GET', `/groups/${group}/chats`, undefined, signedBy(carol))).body.map(({ content }) => content.body);
+    const history = async () =>
+      (await ask(carol, 'GET', `/groups/${group}/chats`)).map(({ content }) => content.body);
     assert.deepEqual(await history(), ['kept']);
     assert.equal((await service.send('GET', url)).body, 'the minutes');
     await say('after');
     assert.deepEqual(await history(), ['after', 'kept'], 'the running service goes on with it');
     live.close();
-    assert.deepEqual(readdirSync(join(folder, 'data')).filter((name) => name.startsWith('backup-')), [], 'nothing is left lying about');
+    const left = readdirSync(join(folder, 'data')).filter((name) => name.startsWith('backup-'));
+    assert.deepEqual(left, [], 'no temporary files are left');
   });
 
-  test('a mistake is told, and by its name', async () => {
+  test('a mistake is named', async () => {
     const cases = [
       [['add'], /other words/],
       [['add', 'alice'], /taken/],
@@ -133,7 +140,8 @@ describe('admin', { timeout: 120_000 }, () => {
       [['restore', '/nonexistent.tar'], /tar/],
       [['list'], /--data or --database/, []],
     ];
-    for (const [words, message, more = flags] of cases) await assert.rejects(command(words, readOptions(more)), message, words.join(' '));
+    for (const [words, message, more = flags] of cases)
+      await assert.rejects(command(words, readOptions(more)), message, words.join(' '));
     const { code, err } = await admin(['add', 'x', 'x', '-']);
     assert.equal(code, 2);
     assert.match(err, /no password[^]*usage: server.js admin/);

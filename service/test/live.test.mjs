@@ -23,18 +23,21 @@ for (const line of ['2', '3', '4']) {
     };
 
     test('a login is let in or refused by its credentials', async () => {
+      const bob = { provider: 'example', uid: 'bob@example' };
+      const old = auth({ client: 'alice' }, sign('demo-key', 1_000));
+      const phone = { phone: '+15550100001', password: '100001' };
       const cases = [
         ['a user id', auth({ client: 'alice', install: 'i1' }), 'alice'],
         ['a user name and password', auth({ username: 'bob', password: 'bob-secret' }), 'bob'],
-        ['a phone number and SMS code', auth({ phone: '+15550100001', password: '100001' }), 'alice'],
-        ['an outside identity', auth({ oauth: { provider: 'example', uid: 'bob@example', token: 'bob-token', more: 1 } }), 'bob'],
-        ['a signature from long ago, as a reconnect sends it', auth({ client: 'alice' }, sign('demo-key', 1_000)), 'alice'],
+        ['a phone number and SMS code', auth(phone), 'alice'],
+        ['an outside identity', auth({ oauth: { ...bob, token: 'bob-token', more: 1 } }), 'bob'],
+        ['an old signature, as a reconnect sends it', old, 'alice'],
         ['a wrong password', auth({ username: 'bob', password: 'alice-secret' }), 1105],
         ['an unknown user name', auth({ username: 'zed', password: 'x' }), 1105],
-        ['an outside identity without its token', auth({ oauth: { provider: 'example', uid: 'bob@example' } }), 1105],
+        ['an outside identity without its token', auth({ oauth: bob }), 1105],
         ['no credentials at all', auth({}), 1105],
         ['an unknown user id', auth({ client: 'zed' }), 1201],
-        ['a user id that is no text', auth({ client: { $ne: 1 } }), 1201],
+        ['a user id that is not a string', auth({ client: { $ne: 1 } }), 1201],
         ['a wrong signature', auth({ client: 'alice' }, sign('other-key')), 1102],
         ['no signature', auth({ client: 'alice' }, null), 1101],
         ['an unknown application', { ...auth({ client: 'alice' }), app: 'other' }, 1104],
@@ -50,7 +53,7 @@ for (const line of ['2', '3', '4']) {
       }
     });
 
-    test('a message reaches its readers and comes back to every connection of its sender', async () => {
+    test('a message reaches its readers and all connections of its sender', async () => {
       const [alice, phone, bob] = [await login('alice'), await login('alice'), await login('bob')];
       const cases = [
         ['bob', 0, { id: 'alice', type: 0 }],
@@ -58,8 +61,9 @@ for (const line of ['2', '3', '4']) {
         ['demo-room', 2, { id: 'alice', type: 2, gid: 'demo-room' }],
       ];
       for (const [to, type, from] of cases) {
-        alice.say({ ...text('hé 😀', to, type, 1234567890123), extra: [1], from: { id: 'mallory' }, speaker: 'mallory' });
-        const expected = { ...text('hé 😀', to, type, 1234567890123), extra: [1], from };
+        const message = { ...text('hé 😀', to, type, 1234567890123), extra: [1] };
+        alice.say({ ...message, from: { id: 'mallory' }, speaker: 'mallory' });
+        const expected = { ...message, from };
         assert.deepEqual(await bob.next('message'), expected);
         assert.deepEqual(await alice.next('yourself'), expected);
         assert.deepEqual(await phone.next('yourself'), expected);
@@ -92,8 +96,11 @@ for (const line of ['2', '3', '4']) {
       assert.equal((await bob.next('message')).content.body, 'allowed');
       alice.say(text('still here', 'bob'));
       assert.equal((await bob.next('message')).content.body, 'still here');
-      const refused = (await service.control('GET', '/log?kind=say')).filter((entry) => entry.refused);
-      assert.deepEqual(refused.map((entry) => [entry.id, entry.refused.errorCode]), cases.map(([, , code]) => ['carol', code]));
+      const log = await service.control('GET', '/log?kind=say');
+      const refused = log.filter((entry) => entry.refused);
+      assert.deepEqual(
+        refused.map((entry) => [entry.id, entry.refused.errorCode]),
+        cases.map(([, , code]) => ['carol', code]));
     });
 
     test('friends hear when the first connection opens and the last one closes', async () => {
@@ -104,14 +111,16 @@ for (const line of ['2', '3', '4']) {
       bob.close();
       tablet.socket.disconnect();
       assert.equal(await alice.next('offline'), 'bob');
-      assert.deepEqual((await service.call('GET', '/ctx/alice/friends?detail')).body[0].online, false);
+      const [friend] = await service.body('GET', '/ctx/alice/friends?detail');
+      assert.equal(friend.online, false);
       await login('bob');
       assert.equal(await alice.next('online'), 'bob'); // so the second connection was no news
     });
 
     test('a system message reaches everybody, a user, a group or a room', async () => {
       await service.control('POST', '/users', { id: 'carol' });
-      const people = { alice: await login('alice'), bob: await login('bob'), carol: await login('carol') };
+      const people = {};
+      for (const id of ['alice', 'bob', 'carol']) people[id] = await login(id);
       for (const [path, readers] of [
         ['/system', ['alice', 'bob', 'carol']],
         ['/system/bob', ['bob']],
@@ -120,8 +129,9 @@ for (const line of ['2', '3', '4']) {
         ['/system/carol', ['carol']],
       ]) {
         const message = { content: { media: 0, body: path }, ts: 5 };
-        assert.equal((await service.call('POST', path, message)).status, 200);
-        for (const id of readers) assert.deepEqual(await people[id].next('sys'), message, `${id} of ${path}`);
+        assert.equal(await service.status('POST', path, message), 200);
+        for (const id of readers)
+          assert.deepEqual(await people[id].next('sys'), message, `${id} of ${path}`);
       }
     });
 
@@ -142,18 +152,21 @@ for (const line of ['2', '3', '4']) {
       assert.equal((await alice.next('yourself')).content.body, 'x');
     });
 
-    test('tests can send any event, cut connections, silence them and read what came', async () => {
+    test('tests can send any event, cut connections, silence them and read the log', async () => {
       const bob = await login('bob');
-      assert.deepEqual(await service.control('POST', '/emit', { user: 'bob', event: 'custom', args: [{ odd: null }] }), { connections: 1 });
+      const emit = (argument) =>
+        service.control('POST', '/emit', { user: 'bob', event: 'custom', args: [argument] });
+      assert.deepEqual(await emit({ odd: null }), { connections: 1 });
       assert.deepEqual(await bob.next('custom'), { odd: null });
       await service.control('POST', '/stall', { user: 'bob' });
-      await service.control('POST', '/emit', { user: 'bob', event: 'custom', args: ['late'] });
-      bob.say(text('late', 'demo-room', 2));
+      await emit('late');
+      const late = text('late', 'demo-room', 2);
+      bob.say(late);
       await service.control('POST', '/unstall', { user: 'bob' });
       assert.equal(await bob.next('custom'), 'late');
       await bob.next('yourself');
       const packets = await service.control('GET', '/log?kind=packet');
-      assert.equal(packets.at(-1).data, `2/chat,${JSON.stringify(['say', text('late', 'demo-room', 2)])}`);
+      assert.equal(packets.at(-1).data, `2/chat,${JSON.stringify(['say', late])}`);
       assert.deepEqual(await service.control('POST', '/drop', { user: 'bob' }), { connections: 1 });
       assert.equal(await bob.next('disconnect'), 'transport close');
       await service.control('POST', '/faults', { path: '/socket.io/', status: 503 });

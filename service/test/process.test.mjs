@@ -1,18 +1,14 @@
-// The process itself, and the faults that tests ask it for.
+// The process itself, and the faults that tests can ask for.
 
 import assert from 'node:assert/strict';
-import { execFileSync, spawnSync } from 'node:child_process';
 import { once } from 'node:events';
 import { mkdtempSync, rmSync } from 'node:fs';
 import { get } from 'node:https';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { after, before, describe, test } from 'node:test';
-import { fileURLToPath } from 'node:url';
 import { UsageError, readOptions } from '../options.js';
-import { auth, connect, start } from './support.mjs';
-
-const program = fileURLToPath(new URL('../server.js', import.meta.url));
+import { auth, certificate, connect, runServer, start } from './support.mjs';
 
 describe('the process', { timeout: 60_000 }, () => {
   test('it ends cleanly on SIGTERM with connections open', async () => {
@@ -32,21 +28,20 @@ describe('the process', { timeout: 60_000 }, () => {
   });
 
   test('a flag that it cannot use ends it at once', () => {
-    for (const flags of [['--socketio', '5'], ['--port', 'x'], ['--nothing'], ['--tls', 'cert-only']]) assert.throws(() => readOptions(flags), UsageError, flags[0]);
-    const { status, stderr } = spawnSync(process.execPath, [program, 'stray'], { encoding: 'utf8', timeout: 60_000 });
+    for (const flags of ['--socketio 5', '--port x', '--nothing', '--tls cert-only'])
+      assert.throws(() => readOptions(flags.split(' ')), UsageError, flags);
+    const { status, stderr } = runServer('stray');
     assert.equal(status, 2);
     assert.match(stderr, /unknown word: stray\n[^]*usage:/);
   });
 
   test('it speaks TLS', async () => {
     const folder = mkdtempSync(join(tmpdir(), 'tls-test-'));
-    const [key, cert] = [join(folder, 'key.pem'), join(folder, 'cert.pem')];
-    const subject = ['-days', '1', '-subj', '/CN=localhost'];
-    execFileSync('openssl', ['req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-keyout', key, '-out', cert, ...subject], { stdio: 'ignore' });
-    const service = await start('--tls', cert, key);
-    const [response] = await once(get(`${service.url}/_control/seed`, { rejectUnauthorized: false }), 'response');
+    const service = await start('--tls', ...certificate(folder, 'localhost'));
+    const trust = { rejectUnauthorized: false };
+    const [response] = await once(get(`${service.url}/_control/seed`, trust), 'response');
     assert.equal(response.resume().statusCode, 200);
-    const alice = connect(service, '4', auth({ client: 'alice' }), { rejectUnauthorized: false });
+    const alice = connect(service, '4', auth({ client: 'alice' }), trust);
     assert.equal((await alice.next('login')).success, true);
     alice.close();
     await service.stop();
@@ -61,17 +56,19 @@ describe('faults', { timeout: 60_000 }, () => {
   const plan = (fault) => service.control('POST', '/faults', fault);
 
   test('an answer is replaced as often as asked, on the requests asked for', async () => {
-    await plan({ method: 'GET', path: '/ctx/bob', times: 2, skip: 1, status: 503, headers: { 'Retry-After': '1' }, body: { a: 1 } });
+    const answer = { status: 503, headers: { 'Retry-After': '1' }, body: { a: 1 } };
+    await plan({ method: 'GET', path: '/ctx/bob', times: 2, skip: 1, ...answer });
     const statuses = [];
-    for (const request of ['GET /ctx/alice', 'DELETE /ctx/bob/friends/zed', 'GET /ctx/bob', 'GET /ctx/bob/friends', 'GET /ctx/bob', 'GET /ctx/bob']) {
+    for (const request of ['GET /ctx/alice', 'DELETE /ctx/bob/friends/zed', 'GET /ctx/bob',
+      'GET /ctx/bob/friends', 'GET /ctx/bob', 'GET /ctx/bob']) {
       const { status, body, headers } = await service.call(...request.split(' '));
       statuses.push(status);
       if (status === 503) assert.deepEqual([body, headers.get('retry-after')], [{ a: 1 }, '1']);
     }
     assert.deepEqual(statuses, [200, 404, 200, 503, 503, 200]);
     await plan({ bodyBase64: '/w==', headers: { 'Content-Type': 'x/y' } });
-    assert.equal((await service.call('POST', '/groups', { owner: 'alice' })).body, '\ufffd', 'any bytes');
-    assert.equal((await service.call('GET', '/groups')).body.length, 1, 'the service never saw it');
+    assert.equal(await service.body('POST', '/groups', { owner: 'alice' }), '\ufffd', 'any bytes');
+    assert.equal((await service.body('GET', '/groups')).length, 1, 'the service never saw it');
   });
 
   test('a connection is cut where asked', async () => {
@@ -81,12 +78,12 @@ describe('faults', { timeout: 60_000 }, () => {
       ['after the request', { dropAfterReceived: 1_000_000 }],
       ['before the body of a real answer', { dropAfterSent: 0 }],
       ['within a real answer', { dropAfterSent: 5 }],
-      ['within a made-up answer', { dropAfterSent: 5, status: 200, body: 'no more than half of it' }],
+      ['within a made-up answer', { dropAfterSent: 5, status: 200, body: 'only half of this' }],
     ];
     for (const [why, fault] of cases) {
       await plan(fault);
       await assert.rejects(service.call('POST', '/ctx/alice/attributes', { a: 1 }), TypeError, why);
-      assert.equal((await service.call('GET', '/ctx/alice')).status, 200, `${why}: the next one works`);
+      assert.equal(await service.status('GET', '/ctx/alice'), 200, `${why}: the next one works`);
     }
   });
 
@@ -106,14 +103,15 @@ describe('faults', { timeout: 60_000 }, () => {
   test('a delay holds one request up and no other', async () => {
     await plan({ path: '/ctx/alice', delayMs: 300 });
     const order = [];
-    await Promise.all(['/ctx/alice', '/ctx/bob'].map((path) => service.call('GET', path).then(() => order.push(path))));
+    const ask = (path) => service.call('GET', path).then(() => order.push(path));
+    await Promise.all(['/ctx/alice', '/ctx/bob'].map(ask));
     assert.deepEqual(order, ['/ctx/bob', '/ctx/alice']);
   });
 
   test('a client that leaves during a fault harms nobody', async () => {
     await plan({ path: '/ctx/alice', delayMs: 200, status: 500 });
     await assert.rejects(fetch(`${service.url}/ctx/alice`, { signal: AbortSignal.timeout(50) }));
-    await plan({ path: '/ctx/bob', delayMs: 300 }); // so that the first one's answer is due before the second's
-    assert.equal((await service.call('GET', '/ctx/bob')).status, 200);
+    await plan({ path: '/ctx/bob', delayMs: 300 }); // so that the first answer is due before
+    assert.equal(await service.status('GET', '/ctx/bob'), 200);
   });
 });

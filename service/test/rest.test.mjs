@@ -1,7 +1,7 @@
 import assert from 'node:assert/strict';
 import { after, before, beforeEach, describe, test } from 'node:test';
 import { sign } from '../signature.js';
-import { auth, connect, start, text } from './support.mjs';
+import { auth, connect, start, text, times } from './support.mjs';
 
 describe('REST', { timeout: 60_000 }, () => {
   let service;
@@ -17,67 +17,82 @@ describe('REST', { timeout: 60_000 }, () => {
 
   test('a request is refused by its signature, path, method or body', async () => {
     const now = Math.round(Date.now() / 1000);
+    const [digest] = sign('demo-key', now).split(',');
+    const signed = (why, sent, code) =>
+      [why, 'GET', '/ctx/alice', undefined, { 'X-VX-Request-Sign': sent }, 401, code];
+    const other = { 'X-VX-AppId': 'other' };
+    const nested = `{"owner":"alice","x":${'['.repeat(9_000)}${']'.repeat(9_000)}}`;
+    const plain = { 'Content-Type': 'text/plain' };
     const cases = [
-      ['no signature', 'GET', '/ctx/alice', undefined, { 'X-VX-Request-Sign': '' }, 401, 1101],
-      ['a signature with another key', 'GET', '/ctx/alice', undefined, { 'X-VX-Request-Sign': sign('other') }, 401, 1102],
-      ['a signature in capitals', 'GET', '/ctx/alice', undefined, { 'X-VX-Request-Sign': sign('demo-key').toUpperCase() }, 401, 1102],
-      ['a signature with another time', 'GET', '/ctx/alice', undefined, { 'X-VX-Request-Sign': `${sign('demo-key', now).split(',')[0]},${now - 1}` }, 401, 1102],
-      ['a signature eleven minutes old', 'GET', '/ctx/alice', undefined, { 'X-VX-Request-Sign': sign('demo-key', now - 660) }, 401, 1103],
-      ['a signature from the future', 'GET', '/ctx/alice', undefined, { 'X-VX-Request-Sign': sign('demo-key', now + 660) }, 401, 1103],
-      ['an unknown application', 'GET', '/ctx/alice', undefined, { 'X-VX-AppId': 'other' }, 403, 1104],
+      signed('no signature', '', 1101),
+      signed('a signature with another key', sign('other'), 1102),
+      signed('a signature in capitals', sign('demo-key').toUpperCase(), 1102),
+      signed('a signature with another time', `${digest},${now - 1}`, 1102),
+      signed('a signature eleven minutes old', sign('demo-key', now - 660), 1103),
+      signed('a signature from the future', sign('demo-key', now + 660), 1103),
+      ['an unknown application', 'GET', '/ctx/alice', undefined, other, 403, 1104],
       ['an unknown path', 'GET', '/nothing', undefined, {}, 404, 1004],
       ['a broken escape', 'GET', '/ctx/%ff', undefined, {}, 404, 1004],
       ['a method that the path does not take', 'PATCH', '/ctx/alice', undefined, {}, 405, 1005],
-      ['a body that is no JSON', 'POST', '/groups', '{"owner":', {}, 400, 1001],
-      ['a body that is no object', 'POST', '/groups', '"owner"', {}, 400, 1001],
+      ['a body that is not JSON', 'POST', '/groups', '{"owner":', {}, 400, 1001],
+      ['a body that is not an object', 'POST', '/groups', '"owner"', {}, 400, 1001],
       ['no body', 'POST', '/groups', undefined, {}, 400, 1001],
-      ['a body of another type', 'POST', '/groups', '{"owner":"alice"}', { 'Content-Type': 'text/plain' }, 400, 1001],
+      ['a body of another type', 'POST', '/groups', '{"owner":"alice"}', plain, 400, 1001],
       ['a body that is too large', 'POST', '/groups', { owner: 'a'.repeat(30_000) }, {}, 413, 1003],
-      ['a body that is nested too deep', 'POST', '/groups', `{"owner":"alice","x":${'['.repeat(9_000)}${']'.repeat(9_000)}}`, {}, 400, 1002],
+      ['a body that is nested too deep', 'POST', '/groups', nested, {}, 400, 1002],
       ['an unknown user', 'GET', '/ctx/zed', undefined, {}, 404, 1201],
-      ['a limit that is no number', 'GET', '/ctx?_limit=ten', undefined, {}, 400, 1002],
+      ['a limit that is not a number', 'GET', '/ctx?_limit=ten', undefined, {}, 400, 1002],
     ];
     for (const [why, method, path, body, headers, status, code] of cases) {
-      const { status: got, body: answer } = await service.call(method, path, body, headers);
-      assert.deepEqual([got, answer.errorCode, typeof answer.errorMessage], [status, code, 'string'], why);
+      const answer = await service.call(method, path, body, headers);
+      const { errorCode, errorMessage } = answer.body;
+      assert.deepEqual([answer.status, errorCode], [status, code], why);
+      assert.equal(typeof errorMessage, 'string', why);
     }
   });
 
   test('users befriend each other and part', async () => {
     await service.control('POST', '/users', { id: 'carol' });
-    const info = await ok('POST', '/ctx/carol/friends/bob');
-    assert.deepEqual({ ...info, ts: 0 }, { id: 'bob', online: false, ts: 0, from: 'carol', to: 'bob' });
-    assert.deepEqual(await ok('POST', '/ctx/bob/friends/carol'), { ...info, id: 'carol' }, 'asking again changes nothing');
+    const { ts, ...info } = await ok('POST', '/ctx/carol/friends/bob');
+    assert.deepEqual(info, { id: 'bob', online: false, from: 'carol', to: 'bob' });
+    const again = await ok('POST', '/ctx/bob/friends/carol');
+    assert.deepEqual(again, { ...info, ts, id: 'carol' }, 'asking again changes nothing');
     assert.deepEqual(await ok('GET', '/ctx/bob/friends'), ['alice', 'carol']);
     assert.deepEqual((await ok('GET', '/ctx/carol')).friends, ['bob']);
     await ok('DELETE', '/ctx/bob/friends/carol');
-    for (const path of ['/ctx/carol/friends/bob', '/ctx/carol/friends/bob/chats']) assert.equal((await service.call('GET', path)).body.errorCode, 1202);
-    assert.equal((await service.call('POST', '/ctx/bob/friends/bob')).status, 400);
+    for (const path of ['/ctx/carol/friends/bob', '/ctx/carol/friends/bob/chats'])
+      assert.equal(await service.code('GET', path), 1202);
+    assert.equal(await service.status('POST', '/ctx/bob/friends/bob'), 400);
   });
 
   test('a group lives: made, changed, joined, left, deleted', async () => {
-    const id = await ok('POST', '/groups', { owner: 'alice', name: 'Team', members: ['bob', 'bob'], topic: 'x' });
+    const given = { owner: 'alice', name: 'Team', members: ['bob', 'bob'], topic: 'x' };
+    const id = await ok('POST', '/groups', given);
     assert.equal(typeof id, 'string');
     await ok('PUT', `/groups/${id}`, { owner: 'bob', topic: 'y', id: 'other', ts: 1 });
     const { ts, ...group } = await ok('GET', `/groups/${id}`);
-    assert.deepEqual(group, { id, owner: 'bob', members: ['alice', 'bob'], attributes: { name: 'Team' }, topic: 'y' });
+    const expected = { id, owner: 'bob', attributes: { name: 'Team' }, topic: 'y' };
+    assert.deepEqual(group, { ...expected, members: ['alice', 'bob'] });
     assert.ok(ts > 1);
     await ok('DELETE', `/groups/${id}/members`, { members: ['alice', 'zed'] });
     assert.deepEqual(await ok('GET', '/ctx/alice/groups'), ['demo-group']);
     await ok('POST', `/groups/${id}/members`, { members: ['alice'] });
-    assert.deepEqual((await ok('GET', '/ctx/alice/groups?detail')).map((one) => one.members), [['alice', 'bob'], ['bob', 'alice']]);
+    const members = (await ok('GET', '/ctx/alice/groups?detail')).map((one) => one.members);
+    assert.deepEqual(members, [['alice', 'bob'], ['bob', 'alice']]);
+    const partly = { members: ['alice', 'zed'] };
     const cases = [
       ['an unknown owner', 'POST', '/groups', { owner: 'zed' }, 1201],
       ['no owner', 'POST', '/groups', { name: 'x' }, 1002],
       ['an unknown member', 'POST', '/groups', { owner: 'alice', members: ['zed'] }, 1201],
-      ['members that are no array', 'POST', `/groups/${id}/members`, { members: 'bob' }, 1002],
+      ['members that are not an array', 'POST', `/groups/${id}/members`, { members: 'bob' }, 1002],
       ['a bare array', 'DELETE', `/groups/${id}/members`, ['bob'], 1001],
-      ['an unknown member among known ones', 'POST', `/groups/${id}/members`, { members: ['alice', 'zed'] }, 1201],
+      ['an unknown member among known ones', 'POST', `/groups/${id}/members`, partly, 1201],
     ];
-    for (const [why, method, path, body, code] of cases) assert.equal((await service.call(method, path, body)).body.errorCode, code, why);
-    assert.equal((await ok('GET', '/groups')).length, 2, 'what was refused has left nothing behind');
+    for (const [why, method, path, body, code] of cases)
+      assert.equal(await service.code(method, path, body), code, why);
+    assert.equal((await ok('GET', '/groups')).length, 2, 'a refused request leaves nothing behind');
     await ok('DELETE', `/groups/${id}`);
-    assert.equal((await service.call('DELETE', `/groups/${id}`)).body.errorCode, 1301);
+    assert.equal(await service.code('DELETE', `/groups/${id}`), 1301);
   });
 
   test('a room lives: no owner, a bare array to leave, deleted under /groups', async () => {
@@ -89,9 +104,9 @@ describe('REST', { timeout: 60_000 }, () => {
     assert.deepEqual(room, { id, name: 'Foyer', members: ['bob'], attributes: {} });
     assert.ok(ts > 0);
     assert.deepEqual(await ok('GET', '/ctx/bob/rooms'), ['demo-room', id]);
-    assert.equal((await service.call('DELETE', `/rooms/${id}/members`, { members: ['bob'] })).status, 400);
+    assert.equal(await service.status('DELETE', `/rooms/${id}/members`, { members: ['bob'] }), 400);
     await ok('DELETE', `/groups/${id}`);
-    assert.equal((await service.call('GET', `/rooms/${id}`)).body.errorCode, 1401);
+    assert.equal(await service.code('GET', `/rooms/${id}`), 1401);
   });
 
   test('attributes are merged, replaced, read one by one and deleted', async () => {
@@ -99,16 +114,19 @@ describe('REST', { timeout: 60_000 }, () => {
       const path = `${owner}/attributes`;
       await ok('PUT', path, { a: 1, b: { c: [null] } });
       await ok('POST', path, '{"a": 12.5, "__proto__": "kept", "t": true, "z": null}');
-      assert.equal(JSON.stringify(await ok('GET', path)), '{"a":12.5,"b":{"c":[null]},"__proto__":"kept","t":true,"z":null}');
-      for (const [key, value] of [['a', 12.5], ['b', { c: [null] }], ['t', true], ['z', null], ['__proto__', 'kept']]) {
+      const merged = '{"a":12.5,"b":{"c":[null]},"__proto__":"kept","t":true,"z":null}';
+      assert.equal(JSON.stringify(await ok('GET', path)), merged);
+      for (const [key, value] of Object.entries(JSON.parse(merged)))
         assert.deepEqual(await ok('GET', `${path}/${key}`), value);
-      }
-      for (const key of ['nothing', 'toString']) assert.equal((await service.call('GET', `${path}/${key}`)).body.errorCode, 1701);
+      for (const key of ['nothing', 'toString'])
+        assert.equal(await service.code('GET', `${path}/${key}`), 1701);
       await ok('DELETE', path);
       assert.deepEqual(await ok('GET', path), {});
     }
-    for (let part = 0; part < 5; part += 1) await service.call('POST', '/ctx/alice/attributes', { [part]: 'x'.repeat(15_000) });
-    assert.deepEqual(Object.keys(await ok('GET', '/ctx/alice/attributes')), ['0', '1', '2', '3'], 'the fifth was too much');
+    const path = '/ctx/alice/attributes';
+    await times(5, (part) => service.call('POST', path, { [part]: 'x'.repeat(15_000) }));
+    const names = Object.keys(await ok('GET', path));
+    assert.deepEqual(names, ['0', '1', '2', '3'], 'the fifth was too much');
   });
 
   test('a passenger is made once and then changed', async () => {
@@ -117,12 +135,16 @@ describe('REST', { timeout: 60_000 }, () => {
     const { ts, ...passenger } = await ok('GET', `/passengers/${id}`);
     assert.deepEqual(passenger, { id, name: 'Visitor', a: 2 });
     assert.equal(await ok('POST', '/passengers', { id: 'own-id' }), 'own-id');
-    for (const taken of ['alice', 'a/b', '', 7, null]) assert.equal((await service.call('POST', '/passengers', { id: taken })).status, 400);
+    for (const wrong of ['alice', 'a/b', '', 7, null])
+      assert.equal(await service.status('POST', '/passengers', { id: wrong }), 400);
   });
 
   test('searches filter, sort and page', async () => {
-    const people = [['u1', { n: 2, c: 'x' }], ['u2', { n: 10, c: 'x' }], ['u3', { n: 2, c: 'y', on: true }], ['u4', { c: 'a&b', on: 'true' }]];
-    for (const [id, attributes] of people) await service.control('POST', '/users', { id, attributes });
+    const people = [{ n: 2, c: 'x' }, { n: 10, c: 'x' }, { n: 2, c: 'y', on: true },
+      { c: 'a&b', on: 'true' }];
+    for (const [i, attributes] of people.entries())
+      await service.control('POST', '/users', { id: `u${i + 1}`, attributes });
+    const found = async (path) => (await ok('GET', path)).map(({ id }) => id);
     const cases = [
       ['?c=x', ['u1', 'u2']],
       ['?c=x&n=2', ['u1']],
@@ -137,29 +159,36 @@ describe('REST', { timeout: 60_000 }, () => {
       ['?_skip=99', []],
       ['?password=bob-secret', []],
     ];
-    for (const [query, ids] of cases) assert.deepEqual((await ok('GET', `/ctx${query}`)).map((user) => user.id), ids, query);
-    assert.deepEqual((await ok('GET', '/groups?name=Demo%20group')).map((group) => group.id), ['demo-group']);
-    assert.deepEqual((await ok('GET', '/rooms?name=Demo%20room&_sort=-ts')).map((room) => room.id), ['demo-room']);
+    for (const [query, ids] of cases) assert.deepEqual(await found(`/ctx${query}`), ids, query);
+    assert.deepEqual(await found('/groups?name=Demo%20group'), ['demo-group']);
+    assert.deepEqual(await found('/rooms?name=Demo%20room&_sort=-ts'), ['demo-room']);
   });
 
-  test('history is what the live messages left, newest first, by time and not by arrival', async () => {
+  test('history has the live messages, newest first, by time and not by arrival', async () => {
     const alice = connect(service, '4', auth({ client: 'alice' }));
     await alice.next('login');
     for (const [to, type] of [['bob', 0], ['demo-group', 1]]) {
       for (const ts of [30, 10, 20, 40]) alice.say(text(`at ${ts}`, to, type, ts));
     }
-    for (let left = 8; left > 0; left -= 1) await alice.next('yourself');
+    await times(8, () => alice.next('yourself'));
     alice.close();
-    const cases = [['', [40, 30, 20, 10]], ['?ts=40&limit=2', [30, 20]], ['?ts=10&limit=20', []], ['?ts=0&limit=0', [40, 30, 20, 10]]];
-    for (const path of ['/ctx/alice/friends/bob/chats', '/ctx/bob/friends/alice/chats', '/groups/demo-group/chats']) {
-      for (const [query, times] of cases) assert.deepEqual((await ok('GET', path + query)).map((message) => message.ts), times, path + query);
+    const all = [40, 30, 20, 10];
+    const cases = { '': all, '?ts=40&limit=2': [30, 20], '?ts=10': [], '?ts=0&limit=0': all };
+    const places = ['/ctx/alice/friends/bob', '/ctx/bob/friends/alice', '/groups/demo-group'];
+    for (const place of places) {
+      for (const [query, expected] of Object.entries(cases)) {
+        const messages = await ok('GET', `${place}/chats${query}`);
+        assert.deepEqual(messages.map(({ ts }) => ts), expected, place + query);
+      }
     }
     assert.equal((await ok('GET', '/ctx/bob/friends/alice')).recent.content.body, 'at 40');
     assert.equal((await ok('GET', '/ctx/bob/groups?detail'))[0].recent.from.gid, 'demo-group');
   });
 
   test('an installation is gone after its removal, however often', async () => {
-    for (let time = 0; time < 2; time += 1) assert.deepEqual(await ok('DELETE', '/ctx/alice/installs', { installs: ['i1'] }), done);
-    assert.equal((await service.call('DELETE', '/ctx/alice/installs', { installs: 'i1' })).status, 400);
+    const path = '/ctx/alice/installs';
+    const answers = await times(2, () => ok('DELETE', path, { installs: ['i1'] }));
+    assert.deepEqual(answers, [done, done]);
+    assert.equal(await service.status('DELETE', path, { installs: 'i1' }), 400);
   });
 });
