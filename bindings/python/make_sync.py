@@ -8,6 +8,7 @@ the same methods, which wait.
 
 import ast
 import pathlib
+import re
 import sys
 import textwrap
 
@@ -22,8 +23,8 @@ HEAD = '''"""VexIM without asyncio, for scripts and notebooks: the same methods,
         for message in client.messages():
             print(message.sender, message.text)
 
-Each client has an event loop in a thread of its own. Any thread may call it; progress callbacks run in that thread, and must not
-wait for the client. Written by make_sync.py.
+Each client has an event loop in a thread of its own. Any thread may call the client. Progress
+callbacks run in the loop's thread and must not wait for the client. Written by make_sync.py.
 """
 
 from __future__ import annotations
@@ -84,11 +85,11 @@ CLIENT = '''
 class Client:
     """One user's connection to the service: `vexim.Client`, whose methods wait.
 
-    `timeout` bounds each call in seconds, but for uploads and downloads (TimeoutError); None waits for ever. The other
-    arguments are those of `vexim.Client`.
+    `timeout` limits each call in seconds, except uploads and downloads: after it the call raises
+    TimeoutError. None waits for ever. The other arguments are those of `vexim.Client`.
 
-    It is open from the start. `close`, or the end of a `with`, ends it without a logout; calls of other threads that are under
-    way then raise `ClosedError`.
+    The client is open from the start. `close`, or the end of a `with`, ends it without a logout.
+    Other threads' calls in progress then raise `ClosedError`.
     """
 
     def __init__(
@@ -104,8 +105,9 @@ class Client:
         timeout: float | None = 60.0,
         library: Library | None = None,
     ) -> None:
-        self._inner = _client.Client(app_id, client_key, url=url, installation_id=installation_id, namespace=namespace,
-                                     options=options, queue_size=queue_size, library=library)
+        self._inner = _client.Client(app_id, client_key, url=url, installation_id=installation_id,
+                                     namespace=namespace, options=options, queue_size=queue_size,
+                                     library=library)
         self._timeout = timeout
         self._portal = Portal()
         try:
@@ -130,7 +132,8 @@ class Client:
     def __enter__(self) -> Client:
         return self
 
-    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
         self.close()
 
     def __repr__(self) -> str:
@@ -140,8 +143,8 @@ class Client:
 STORE = '''
 
 class Store:
-    """A user's messages on this device, in one SQLite file: `vexim.Store`, whose methods wait. Made by `Client.open_store`; `with` opens
-    it and closes it."""
+    """A user's messages on this device, in one SQLite file: `vexim.Store`, whose methods wait.
+    `Client.open_store` makes it; `with` opens and closes it."""
 
     def __init__(self, inner: _store.Store, portal: Portal, timeout: float | None) -> None:
         self._inner = inner
@@ -149,8 +152,8 @@ class Store:
         self._timeout = timeout
 
     def close(self) -> None:
-        """Finishes earlier operations, then closes the file. Unsent messages are sent the next time. Closing again does
-        nothing."""
+        """Finishes earlier operations, then closes the file. Unsent messages are sent the next
+        time. Closing again does nothing."""
         try:
             self._portal.run(self._inner.close(), self._timeout)
         except ClosedError:
@@ -160,7 +163,8 @@ class Store:
         self.open()
         return self
 
-    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
         self.close()
 
     def __repr__(self) -> str:
@@ -170,34 +174,48 @@ class Store:
 
 def documentation(node):
     text = ast.get_docstring(node, clean=True) or ""
-    text = text.replace("asyncio.timeout", "the client's `timeout`") if "`asyncio" not in text else text.replace(
-        "`asyncio.timeout`", "the client's `timeout`")
-    lines = text.splitlines()
+    lines = re.sub("`?asyncio[.]timeout`?", "the client's `timeout`", text).splitlines()
     if len(lines) == 1:
-        return [f'"""{text}"""']
+        return [f'"""{lines[0]}"""']
     return [f'"""{lines[0]}', *lines[1:], '"""']
 
 
+def filled(start, parts, width):
+    """The parts behind `start`, on as few lines as possible."""
+    lines, line = [], start
+    for part in parts:
+        if len(line + part) > width:
+            lines.append(line.rstrip())
+            line = " " * len(start)
+        line += part + " "
+    return [*lines, line.rstrip()]
+
+
 def signature(node, returns):
-    arguments = ast.unparse(node.args)
-    text = f"def {node.name}({arguments}) -> {returns}:"
-    if len(text) <= 124:
-        return [text]
     parts, depth, part = [], 0, ""
-    for character in arguments:
+    for character in ast.unparse(node.args) + ",":
         depth += character in "([{"
         depth -= character in ")]}"
+        part += character
         if character == "," and depth == 0:
             parts.append(part.strip())
             part = ""
-        else:
-            part += character
-    return [f"def {node.name}(", *(f"    {each}," for each in [*parts, part.strip()]), f") -> {returns}:"]
+    parts[-1] = parts[-1].rstrip(",") + f") -> {returns}:"
+    return filled(f"def {node.name}(", parts, 96)
 
 
 def call(node):
     names = [argument.arg for argument in node.args.args if argument.arg != "self"]
-    return ", ".join([*names, *(f"{argument.arg}={argument.arg}" for argument in node.args.kwonlyargs)])
+    named = [f"{argument.arg}={argument.arg}" for argument in node.args.kwonlyargs]
+    return ", ".join([*names, *named])
+
+
+def folded(body, opening):
+    """The line, broken after `opening` if it is too long."""
+    if len(body) <= 92:
+        return [body]
+    start, rest = body.split(opening, 1)
+    return [start + opening, *textwrap.indent(textwrap.fill(rest, 88), "    ").splitlines()]
 
 
 def method(node, inner):
@@ -212,17 +230,22 @@ def method(node, inner):
     if is_property:
         body = f"return self._portal.do(lambda: {target})"
     elif is_stream:
-        body = f"return Sync{returns.split('[')[0]}(self._portal, self._portal.do(lambda: {target}({call(node)})))"
+        made = f"self._portal.do(lambda: {target}({call(node)}))"
+        body = f"return Sync{returns.split('[')[0]}(self._portal, {made})"
     elif returns == "Store":
-        body = f"return Store(self._portal.do(lambda: {target}({call(node)})), self._portal, self._timeout)"
+        made = f"self._portal.do(lambda: {target}({call(node)}))"
+        body = f"return Store({made}, self._portal, self._timeout)"
     elif is_async:
         # A stored message is written at once, and uploaded later.
-        is_transfer = any(argument.arg == "progress" for argument in node.args.kwonlyargs) and returns != "StoredMessage"
-        body = f"self._portal.run({target}({call(node)}), {'None' if is_transfer else 'self._timeout'})"
+        has_progress = any(argument.arg == "progress" for argument in node.args.kwonlyargs)
+        is_transfer = has_progress and returns != "StoredMessage"
+        timeout = "None" if is_transfer else "self._timeout"
+        body = f"self._portal.run({target}({call(node)}), {timeout})"
         body = body if returns == "None" else "return " + body
     else:
         body = f"return self._portal.do(lambda: {target}({call(node)}))"
-    return textwrap.indent("\n".join([*lines, "    " + body]), "    ")
+    lines += ["    " + line for line in folded(body, "(")]
+    return textwrap.indent("\n".join(lines), "    ")
 
 
 def public_methods(node, without=()):

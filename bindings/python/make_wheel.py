@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
-"""Makes a wheel of the package and a built C library. It needs no network, and the same input gives the same bytes.
+"""Makes a wheel of the package and a built C library. It needs no network, and the same input gives
+the same bytes.
 
-    make_wheel.py FOLDER LIBRARY...     FOLDER gets the wheel; LIBRARY is libvexim-c.so.1, libvexim-c-store.so.1 or both, and
-                                        libVexIMLib.so.1 and libVexIMLibStore.so.1 where these are libraries of their own:
-                                        installed ones, for those in a build folder look there
+    make_wheel.py FOLDER LIBRARY...     writes the wheel to FOLDER
 
-The libraries go into it without symbols. What they need besides, such as libcurl and SQLite, is the system's. Where SQLite is missing,
-the package takes the one without the store.
+LIBRARY is libvexim-c.so.1, libvexim-c-store.so.1 or both. Add libVexIMLib.so.1 and
+libVexIMLibStore.so.1 if these are separate libraries. Name installed libraries: those in a build
+folder look for each other there.
+
+The wheel gets the libraries without symbols. Other libraries that they need, such as libcurl and
+SQLite, come from the system. If SQLite is missing, the package uses the library without the store.
 """
 
 import base64
@@ -43,9 +46,11 @@ def contents(libraries):
     for path in libraries:
         yield f"vexim/_lib/{soname(path)}", stripped(path)
     information = f"vexim-{VERSION}.dist-info"
-    yield f"{information}/METADATA", (HERE / "METADATA.in").read_text().replace("@PROJECT_VERSION@", VERSION).encode()
+    yield f"{information}/METADATA", (HERE / "METADATA.in").read_text().replace(
+        "@PROJECT_VERSION@", VERSION).encode()
     yield f"{information}/LICENSE", (HERE.parents[1] / "LICENSE").read_bytes()
-    yield f"{information}/WHEEL", (f"Wheel-Version: 1.0\nGenerator: make_wheel\nRoot-Is-Purelib: false\nTag: {TAG}\n").encode()
+    yield f"{information}/WHEEL", (
+        f"Wheel-Version: 1.0\nGenerator: make_wheel\nRoot-Is-Purelib: false\nTag: {TAG}\n").encode()
 
 
 def make(folder, libraries):

@@ -22,7 +22,8 @@ class VexIMLibRecipe(ConanFile):
     topics = ("instant-messaging", "socket.io", "chat")
     package_type = "library"
     settings = "os", "arch", "compiler", "build_type"
-    options = {"shared": [True, False], "store": [True, False], "c": [True, False], "testing": [True, False]}
+    options = {"shared": [True, False], "store": [True, False], "c": [True, False],
+               "testing": [True, False]}
     default_options = {
         "shared": False, "store": True, "c": False, "testing": False,
         "libcurl/*:with_ssl": "openssl", "libcurl/*:with_nghttp2": True,
@@ -34,7 +35,8 @@ class VexIMLibRecipe(ConanFile):
 
     def export_sources(self):
         tree = os.path.join(self.recipe_folder, TREE)
-        for pattern in ("CMakeLists.txt", "LICENSE", "CHANGELOG.md", "cmake/*", "VexIMLib/*", "bindings/python/*", "scripts/c_interface*.py"):
+        for pattern in ("CMakeLists.txt", "LICENSE", "CHANGELOG.md", "cmake/*", "VexIMLib/*",
+                        "bindings/python/*", "scripts/c_interface*.py"):
             copy(self, pattern, tree, self.export_sources_folder, excludes="*__pycache__*")
 
     def requirements(self):
@@ -73,14 +75,16 @@ class VexIMLibRecipe(ConanFile):
     def package(self):
         copy(self, "LICENSE", self.source_folder, os.path.join(self.package_folder, "licenses"))
         CMake(self).install()
-        # Consumers get their own from the generators, and Python's package comes from pip or Debian.
+        # Consumers get their own from the generators, and Python's package comes from pip or
+        # Debian.
         for folder in ("lib/cmake", "lib/pkgconfig", "lib/python3"):
             rmdir(self, os.path.join(self.package_folder, folder))
 
     def package_info(self):
         self.cpp_info.set_property("cmake_file_name", "VexIMLib")
         core = self._component("core", "VexIMLib", "VexIMLib", "VexIMLib")
-        core.requires = ["libcurl::libcurl", "openssl::openssl", "libpng::libpng", "boost::headers", "boost::json"]
+        core.requires = ["libcurl::libcurl", "openssl::openssl", "libpng::libpng", "boost::headers",
+                         "boost::json"]
         core.system_libs = ["pthread"]
         if not self.options.shared:
             core.defines = ["VEXIM_STATIC"]
@@ -93,7 +97,8 @@ class VexIMLibRecipe(ConanFile):
         if self.options.c:
             self._component("c", "C", "vexim-c", "vexim-c").requires = ["core"]
         if self.options.c and self.options.store:
-            self._component("c-store", "CStore", "vexim-c-store", "vexim-c-store").requires = ["core", "store"]
+            self._component("c-store", "CStore", "vexim-c-store",
+                            "vexim-c-store").requires = ["core", "store"]
 
     def _component(self, component, target, library, pkg_config):
         info = self.cpp_info.components[component]

@@ -1,4 +1,5 @@
-"""What is sent is not lost: it waits in a file until there is a connection, and the conversation is in it.
+"""What is sent is not lost: it waits in a file until there is a connection, and the conversation is
+in it.
 
     store.py URL
 """

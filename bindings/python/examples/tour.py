@@ -45,7 +45,8 @@ async def resources(client: vexim.Client) -> None:
     await client.groups.delete(group.id)
 
 
-async def files(alice: vexim.Client, bob: vexim.Client, picture: pathlib.Path, copy: pathlib.Path) -> None:
+async def files(alice: vexim.Client, bob: vexim.Client, picture: pathlib.Path,
+                copy: pathlib.Path) -> None:
     messages = bob.messages()
     # [send]
     await alice.send(image=picture, friend="bob", progress=lambda percent: print(percent, "%"))

@@ -1,4 +1,4 @@
-"""The real C library, with every text that goes in or comes out held against the JSON Schema of the C interface."""
+"""The real C library, with all texts in and out checked against the C interface's JSON Schema."""
 
 import json
 import pathlib
@@ -13,31 +13,33 @@ import c_interface  # noqa: E402
 
 
 def strict(schema):
-    """What the service of these tests gives: what is normal, and no name that the schema lacks."""
+    """The schema of what our service sends: only normal values, and no names beyond the schema."""
     if isinstance(schema, list):
         return [strict(one) for one in schema]
     if not isinstance(schema, dict):
         return schema
     schema = {name: strict(one) for name, one in {**schema, **schema.get("x-normally", {})}.items()}
-    return {"additionalProperties": False, **schema} if "properties" in schema and "@op" not in schema["properties"] else schema
+    is_result = "properties" in schema and "@op" not in schema["properties"]
+    return {"additionalProperties": False, **schema} if is_result else schema
 
 
 def validators():
     definitions = strict(c_interface.schema())["$defs"]
-    del definitions["diagnosisEvent"]["additionalProperties"]  # it says that there is more
+    del definitions["diagnosisEvent"]["additionalProperties"]  # its names depend on the event
 
     def validator(*path):
-        return jsonschema.Draft202012Validator({"$ref": "#/$defs/" + "/".join(path), "$defs": definitions})
+        schema = {"$ref": "#/$defs/" + "/".join(path), "$defs": definitions}
+        return jsonschema.Draft202012Validator(schema)
 
     jsonschema.Draft202012Validator.check_schema(c_interface.schema())
     kinds = ("requests", "executions", "answers", "events")
-    return {(kind, name): validator(kind, name) for kind in kinds for name in definitions[kind]} | {
-        (name,): validator(name) for name in ("newConfiguration", "failure")
-    }
+    paths = [(kind, name) for kind in kinds for name in definitions[kind]]
+    return {path: validator(*path) for path in [*paths, ("newConfiguration",), ("failure",)]}
 
 
 class CheckedLibrary:
-    """Only what has been sent by it can be received by it. `seen` holds the names of what was valid, `wrong` says what was not."""
+    """Receives only answers to what was sent through it. `seen` has the names of valid texts, and
+    `wrong` says what was not valid."""
 
     seen = set()
     wrong = []
@@ -59,13 +61,16 @@ class CheckedLibrary:
 
     def _check(self, value, *path):
         found = self._validators.get(path)
-        errors = [f"{error.message} at {error.json_path}" for error in found.iter_errors(value)] if found else ["of no known name"]
+        errors = ["an unknown name"]
+        if found:
+            errors = [f"{each.message} at {each.json_path}" for each in found.iter_errors(value)]
         self.wrong.extend(f"{' '.join(path)}: {error}; in {json.dumps(value)}" for error in errors)
         if not errors:
             self.seen.add(path)
 
     def _check_answer(self, answer, operation):
-        self._check(answer, *(("failure",) if answer["@type"] == "error" else ("answers", operation)))
+        path = ("failure",) if answer["@type"] == "error" else ("answers", operation)
+        self._check(answer, *path)
 
     def create(self, configuration):
         self._check(json.loads(configuration), "newConfiguration")

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The story that `vexim demo` tells, step by step, told in Python: two users of the local service.
+"""The steps of `vexim demo` in Python: two users of the local service.
 
     demo.py URL
 """
@@ -33,8 +33,8 @@ class Stage:
                     if message.is_system:
                         lines.append(f"system: {message.text}")
                     else:
-                        where = (f"friend {message.friend}" if message.friend else f"group {message.group}" if message.group
-                                 else f"room {message.room}")
+                        where = f"friend {message.friend}" if message.friend else \
+                            f"group {message.group}" if message.group else f"room {message.room}"
                         lines.append(f"{where}, {message.sender}: {message.text}")
                     if message.attachment_url and client is self.bob:
                         self.pictures.append(message)
@@ -48,7 +48,7 @@ class Stage:
     def step(self, name, held, seen=""):
         self.steps += 1
         self.failures += not held
-        print(f"  {'ok  ' if held else 'FAIL'}  {name}{'' if held else f': saw {seen}'}", flush=True)
+        print(f"  ok    {name}" if held else f"  FAIL  {name}: saw {seen}", flush=True)
         return held
 
     async def succeeds(self, name, operation):
@@ -94,44 +94,50 @@ async def tell_login(stage):
     stage.say("Logging in")
     await stage.succeeds("alice logs in with her user id", stage.alice.login(user_id="alice"))
     await stage.reaches("her session is open", stage.alice, vexim.Status.OPENED)
-    await stage.refuses("bob is refused with a wrong password", stage.bob.login(username="bob", password="not-his-password"),
-                        vexim.LoginError)
-    await stage.succeeds("bob logs in with user name and password", stage.bob.login(username="bob", password="bob-secret"))
+    await stage.refuses("bob is refused with a wrong password",
+                        stage.bob.login(username="bob", password="wrong"), vexim.LoginError)
+    await stage.succeeds("bob logs in with user name and password",
+                         stage.bob.login(username="bob", password="bob-secret"))
     await stage.hears("alice sees bob come online", stage.alice_hears, "online bob")
 
 
 async def tell_chat(stage):
     stage.say("Chatting")
-    alice, bob = stage.alice, stage.bob
-    await stage.succeeds("alice sends a text to her friend bob", alice.send("hello, bob", friend="bob"))
-    await stage.hears("bob receives it from his friend alice", stage.bob_hears, "friend alice, alice: hello, bob")
-    await stage.hears("alice gets the echo of her own message", stage.alice_hears, "friend bob, alice: hello, bob")
-    await stage.succeeds("bob sends a text to the group", bob.send("hello, group", group="demo-group"))
-    await stage.hears("alice receives it from the group", stage.alice_hears, "group demo-group, bob: hello, group")
-    await stage.succeeds("alice sends a text to the room", alice.send("hello, room", room="demo-room"))
-    await stage.hears("bob receives it from the room", stage.bob_hears, "room demo-room, alice: hello, room")
-    await stage.succeeds("a system message for bob is posted", alice.send_system("maintenance at noon", user="bob"))
-    await stage.hears("bob receives the system message", stage.bob_hears, "system: maintenance at noon")
+    alice, bob, succeeds, hears = stage.alice, stage.bob, stage.succeeds, stage.hears
+    to_alice, to_bob = stage.alice_hears, stage.bob_hears
+    await succeeds("alice sends a text to her friend bob", alice.send("hello, bob", friend="bob"))
+    await hears("bob receives it from his friend alice", to_bob, "friend alice, alice: hello, bob")
+    await hears("alice gets the echo of her message", to_alice, "friend bob, alice: hello, bob")
+    await succeeds("bob sends a text to the group", bob.send("hello, group", group="demo-group"))
+    await hears("alice receives it there", to_alice, "group demo-group, bob: hello, group")
+    await succeeds("alice sends a text to the room", alice.send("hello, room", room="demo-room"))
+    await hears("bob receives it from the room", to_bob, "room demo-room, alice: hello, room")
+    await succeeds("bob is sent a system message", alice.send_system("maintenance", user="bob"))
+    await hears("bob receives the system message", to_bob, "system: maintenance")
 
 
 def picture():
     """A small gradient, as PNG."""
     side = 64
-    rows = b"".join(b"\0" + b"".join(bytes([4 * x, 4 * y, 128]) for x in range(side)) for y in range(side))
+    row = lambda y: b"\0" + b"".join(bytes([4 * x, 4 * y, 128]) for x in range(side))
+    rows = b"".join(map(row, range(side)))
 
     def chunk(name, data):
-        return struct.pack(">I", len(data)) + name + data + struct.pack(">I", zlib.crc32(name + data))
+        crc = zlib.crc32(name + data)
+        return struct.pack(">I", len(data)) + name + data + struct.pack(">I", crc)
 
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", side, side, 8, 2, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(rows)) + chunk(b"IEND", b""))
+    header = struct.pack(">IIBBBBB", side, side, 8, 2, 0, 0, 0)
+    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(rows))
+            + chunk(b"IEND", b""))
 
 
 async def pass_on(stage, what, original, copy, **file):
-    percents = []
-    before = len(stage.pictures)
-    await stage.succeeds(f"alice sends {what}", stage.alice.send(friend="bob", progress=percents.append, **file))
+    percents, before = [], len(stage.pictures)
+    send = stage.alice.send(friend="bob", progress=percents.append, **file)
+    await stage.succeeds(f"alice sends {what}", send)
     stage.step("its upload was followed to the end", percents[-1:] == [100], percents)
-    if await stage.eventually("bob receives it", lambda: len(stage.pictures) > before, lambda: stage.bob_hears):
+    has_come = lambda: len(stage.pictures) > before
+    if await stage.eventually("bob receives it", has_come, lambda: stage.bob_hears):
         await stage.succeeds("bob downloads it", stage.bob.download(stage.pictures[-1], copy))
         stage.step("byte for byte the same", copy.exists() and copy.read_bytes() == original, copy)
 
@@ -153,21 +159,26 @@ async def tell_resources(stage):
     stage.say("Friends, groups, rooms, attributes, history, searches")
     alice, bob = stage.alice, stage.bob
     friends = await stage.succeeds("alice fetches her friends", alice.friends.all()) or []
-    stage.step("bob is among them, online", any(friend.id == "bob" and friend.online for friend in friends), friends)
-    await stage.succeeds("alice sets an attribute of hers", alice.users.update_attributes("alice", {"mood": "fine"}))
+    online = [friend.id for friend in friends if friend.online]
+    stage.step("bob is among them, online", "bob" in online, friends)
+    update = alice.users.update_attributes("alice", {"mood": "fine"})
+    await stage.succeeds("alice sets an attribute of hers", update)
     mood = await stage.succeeds("and reads it back", alice.users.attribute("alice", "mood"))
     stage.step("it is the same", mood == "fine", mood)
 
-    history = await stage.succeeds("bob reads his history with alice", bob.friends.history("alice")) or []
-    stage.step("her first text is in it", "hello, bob" in [message.text for message in history], history)
+    read = bob.friends.history("alice")
+    history = await stage.succeeds("bob reads his history with alice", read) or []
+    texts = [message.text for message in history]
+    stage.step("her first text is in it", "hello, bob" in texts, history)
 
-    group = await stage.succeeds("alice creates a group", alice.groups.create("Reading circle", owner="alice", members=["alice"]))
+    create = alice.groups.create("Reading circle", owner="alice", members=["alice"])
+    group = await stage.succeeds("alice creates a group", create)
     if group is not None:
         await stage.succeeds("she adds bob", alice.groups.add_members(group.id, ["bob"]))
         await stage.succeeds("she renames it", alice.groups.rename(group.id, "Book club"))
         copy = await stage.succeeds("bob fetches it", bob.groups.fetch(group.id))
-        stage.step("with its new name and both members",
-                   copy is not None and (copy.name, list(copy.members)) == ("Book club", ["alice", "bob"]), copy)
+        is_right = copy and (copy.name, copy.members) == ("Book club", ("alice", "bob"))
+        stage.step("with its new name and both members", is_right, copy)
         await stage.succeeds("alice deletes it", alice.groups.delete(group.id))
 
     room = await stage.succeeds("bob creates a room", bob.rooms.create("Lounge", members=["bob"]))
@@ -175,7 +186,8 @@ async def tell_resources(stage):
         await stage.succeeds("he renames it", bob.rooms.rename(room.id, "Lobby"))
         await stage.succeeds("he deletes it", bob.rooms.delete(room.id))
     await stage.succeeds("a passenger comes aboard", bob.passengers.save({"name": "Visitor"}))
-    found = await stage.succeeds("a search for users in Oslo", alice.users.find({"city": "Oslo"})) or []
+    find = alice.users.find({"city": "Oslo"})
+    found = await stage.succeeds("a search for users in Oslo", find) or []
     stage.step("finds bob", "bob" in [user.id for user in found], found)
 
 
@@ -185,8 +197,8 @@ async def tell_pause_and_resume(stage):
     await bob.pause()
     await stage.reaches("bob pauses", bob, vexim.Status.PAUSED)
     await stage.hears("alice sees bob go offline", stage.alice_hears, "offline bob")
-    await stage.refuses("a send while paused fails", bob.send("can you hear me?", friend="alice"), vexim.NotConnectedError,
-                        "Message cannot send when connection disconnected")
+    await stage.refuses("a send while paused fails", bob.send("can you hear me?", friend="alice"),
+                        vexim.NotConnectedError, "Message cannot send when connection disconnected")
     await bob.resume()
     await stage.reaches("bob resumes", bob, vexim.Status.OPENED)
     await stage.hears("alice sees bob come back", stage.alice_hears, "online bob", 2)
@@ -209,7 +221,8 @@ async def main(url, **arguments):
     async with client() as alice, client() as bob:
         stage = Stage(alice, bob)
         async with asyncio.timeout(100):
-            for tell in (tell_login, tell_chat, tell_attachments, tell_resources, tell_pause_and_resume, tell_logout):
+            for tell in (tell_login, tell_chat, tell_attachments, tell_resources,
+                         tell_pause_and_resume, tell_logout):
                 await tell(stage)
     await asyncio.gather(*stage.listeners)
     print(f"{stage.steps - stage.failures} of {stage.steps} steps held")

@@ -1,4 +1,4 @@
-"""The C library's five functions in Python: it says what a test tells it to. And how a test of a client begins."""
+"""The C library's five functions in Python, which say what a test wants, and what tests share."""
 
 import asyncio
 import collections
@@ -24,11 +24,14 @@ class FakeClient:
         if self.queue and not self.freed:
             os.write(self.writable, b"!")
 
+    def tell(self, name, **entries):
+        self.say({"@type": "event", "name": name, **entries})
+
     def answer(self, request, result=True):
         self.say({"@type": "answer", "@extra": request.get("@extra"), "result": result})
 
     def refuse(self, request, **error):
-        self.say({"@type": "error", "@extra": request["@extra"], "error": error})
+        self.say({"@type": "error", "@extra": request.get("@extra"), "error": error})
 
     @property
     def last(self):
@@ -39,7 +42,7 @@ class FakeClient:
 
 
 class FakeLibrary:
-    """`respond(client, request)` is called for each request; by default each is answered with true."""
+    """`respond(client, request)` is called for each request; by default the answer is true."""
 
     def __init__(self, respond=FakeClient.answer):
         self.clients = {}
@@ -76,14 +79,17 @@ class FakeLibrary:
         return None
 
     def execute(self, number, request):
-        results = {"descriptor": {"descriptor": self.clients[number].readable}, "status": 2, "diagnose": []}
-        return json.dumps({"@type": "answer", "result": results[json.loads(request)["@op"]]}).encode()
+        descriptor = {"descriptor": self.clients[number].readable}
+        results = {"descriptor": descriptor, "status": 2, "diagnose": []}
+        result = results[json.loads(request)["@op"]]
+        return json.dumps({"@type": "answer", "result": result}).encode()
 
     def free(self, number):
         client = self.clients[number]
         assert not client.freed
         client.queue.clear()
-        client.say(*[{"@type": "error", "@extra": request.get("@extra"), "error": {}} for request in client.requests])
+        for request in client.requests:
+            client.refuse(request)
         client.freed = True
         os.close(client.readable)
         os.close(client.writable)
@@ -93,9 +99,16 @@ def silent(client, request):
     """Answers nothing."""
 
 
+def reports_progress(client, request):
+    client.tell("progress", **{"@extra": request["@extra"], "percent": 5})
+    client.answer(request)
+
+
 def message_event(text, sender="bob", friend="bob", **entries):
-    message = {"text": text, "mediaType": 0, "sendTimestamp": 1.5, "isSystemMessage": False, "payload": {},
-               "sender": {"type": 0, "userId": sender} if isinstance(sender, str) else sender, "receiver": {"type": 0, "userId": "alice"}, **entries}
+    author = {"type": 0, "userId": sender} if isinstance(sender, str) else sender
+    alice = {"type": 0, "userId": "alice"}
+    message = {"text": text, "mediaType": 0, "sendTimestamp": 1.5, "isSystemMessage": False,
+               "payload": {}, "sender": author, "receiver": alice, **entries}
     return {"@type": "event", "name": "clientDidReceiveMessageFromFriend", "message": message,
             "from": {"uid": friend, "online": False}}
 
@@ -105,12 +118,27 @@ async def turns(count=5):
         await asyncio.sleep(0)
 
 
-class ClientCase(unittest.IsolatedAsyncioTestCase):
-    """What the loop reports fails a test; one that expects reports looks at them and clears them."""
+async def first(stream, kind):
+    """The first event of a class, or the first item for which a function is true."""
+    async for item in stream:
+        if isinstance(item, kind) if isinstance(kind, type) else kind(item):
+            return item
+
+
+class AsyncCase(unittest.IsolatedAsyncioTestCase):
+    async def raises(self, kind, operation):
+        with self.assertRaises(kind) as raised:
+            await operation
+        return raised.exception
+
+
+class ClientCase(AsyncCase):
+    """What the loop reports fails a test. One that expects reports checks and clears them."""
 
     async def asyncSetUp(self):
         self.reports = []
-        asyncio.get_running_loop().set_exception_handler(lambda loop, context: self.reports.append(context.get("exception")))
+        loop = asyncio.get_running_loop()
+        loop.set_exception_handler(lambda _, context: self.reports.append(context.get("exception")))
 
     async def asyncTearDown(self):
         self.assertEqual(self.reports, [])

@@ -1,23 +1,25 @@
-"""What the tests with a service share: the real C library, the service, and clients that hold what passes against the schema."""
+"""What the tests with a service share: the real C library, the service, and clients that check all
+that passes against the schema."""
 
 import asyncio
-import unittest
 
 import vexim
 from tests.checked import CheckedLibrary
+from tests.fakes import AsyncCase
 from tests.service import Service
 
-LONG = 60  # seconds that nothing should take
+LONG = 60  # seconds; nothing should take as long
 
 
-class LiveCase(unittest.IsolatedAsyncioTestCase):
+class LiveCase(AsyncCase):
     @classmethod
     def setUpClass(cls):
         cls.service = Service()
         cls.addClassCleanup(cls.service.kill)
 
     def client(self, url=None, **arguments):
-        return vexim.Client("demo-app", "demo-key", url=url or self.service.url, library=CheckedLibrary(), **arguments)
+        arguments = {"url": url or self.service.url, "library": CheckedLibrary(), **arguments}
+        return vexim.Client("demo-app", "demo-key", **arguments)
 
     def tearDown(self):
         wrong, CheckedLibrary.wrong[:] = CheckedLibrary.wrong[:], []

@@ -18,8 +18,9 @@ def clean_environment():
 
 class Service:
     def __init__(self, *flags):
-        self._process = subprocess.Popen(["node", str(FOLDER / "server.js"), *flags, "--exit-with-parent"], env=clean_environment(),
-                                         stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        command = ["node", str(FOLDER / "server.js"), *flags, "--exit-with-parent"]
+        self._process = subprocess.Popen(command, env=clean_environment(), stdin=subprocess.PIPE,
+                                         stdout=subprocess.PIPE, text=True)
         for line in self._process.stdout:
             if "listening on " in line:
                 self.url = line.split("listening on ")[1].strip()
@@ -28,9 +29,10 @@ class Service:
             raise RuntimeError("the service did not start")
 
     def control(self, path, body=None):
-        """Asks the service's control endpoint. It waits, so call it in another thread (asyncio.to_thread)."""
+        """Asks the service's control endpoint. It blocks, so call it with asyncio.to_thread."""
         data = None if body is None else json.dumps(body).encode()
-        request = urllib.request.Request(f"{self.url}/_control/{path}", data, {"Content-Type": "application/json"})
+        headers = {"Content-Type": "application/json"}
+        request = urllib.request.Request(f"{self.url}/_control/{path}", data, headers)
         with urllib.request.urlopen(request, timeout=60) as answer:
             return json.load(answer)
 

@@ -8,7 +8,8 @@ import unittest
 import warnings
 
 import vexim
-from tests.fakes import ClientCase, FakeClient, FakeLibrary, message_event, silent, turns
+from tests.fakes import (ClientCase, FakeClient, FakeLibrary, message_event, reports_progress,
+                         silent, turns)
 
 
 class CallsTest(ClientCase):
@@ -22,6 +23,9 @@ class CallsTest(ClientCase):
             self.assertEqual(await asyncio.gather(*calls), ["a", "b", "c"])
 
     async def test_texts_that_nobody_expects_change_nothing(self):
+        of_friend = {"@type": "event", "name": "clientDidReceiveMessageFromFriend"}
+        wrong = {"sendTimestamp": "soon", "mediaType": "film", "sender": 5, "receiver": []}
+        progress = {"@type": "event", "name": "progress", "@extra": None}
         garbage = {
             "not JSON": b"{",
             "not UTF-8": b'"\xff"',
@@ -30,15 +34,15 @@ class CallsTest(ClientCase):
             "no type": {},
             "a type nobody knows": {"@type": "question"},
             "an event without a name": {"@type": "event"},
-            "a name that is no text": {"@type": "event", "name": [1]},
-            "a message that is no object": {"@type": "event", "name": "clientDidReceiveMessageFromFriend", "message": 7, "from": 8},
-            "fields of other types": message_event(["x"], sendTimestamp="soon", mediaType="film", sender=5, receiver=[], payload=1),
+            "a name that is not a string": {"@type": "event", "name": [1]},
+            "a message that is not an object": {**of_friend, "message": 7, "from": 8},
+            "fields of other types": message_event(["x"], payload=1, **wrong),
             "presence of nobody": {"@type": "event", "name": "clientFriendDidOnline", "info": None},
             "trouble without words": {"@type": "event", "name": "socket.io.error"},
             "an answer to nobody": {"@type": "answer", "@extra": 99, "result": 1},
             "an extra of another kind": {"@type": "answer", "@extra": {"a": 1}, "result": 1},
             "an error that says nothing": {"@type": "error", "@extra": 99},
-            "progress of nobody": {"@type": "event", "name": "progress", "@extra": None, "percent": 5},
+            "progress of nobody": {**progress, "percent": 5},
             "overflow without numbers": {"@type": "event", "name": "overflow"},
         }
         library = FakeLibrary(silent)
@@ -50,20 +54,23 @@ class CallsTest(ClientCase):
                     library.client.say(text)
                     library.client.answer(library.client.last, why)
                     self.assertEqual(await call, why)
-            self.assertTrue({type(report) for report in self.reports} <= {ValueError, UnicodeDecodeError, json.JSONDecodeError})
+            kinds = {ValueError, UnicodeDecodeError, json.JSONDecodeError}
+            self.assertTrue({type(report) for report in self.reports} <= kinds)
             self.reports.clear()
             stream = client.messages()
             client.close()
             messages = [message async for message in stream]
             self.assertEqual(len(messages), 2)
-            for message in messages:
-                self.assertEqual((message.timestamp, message.media, message.text, message.payload), (0.0, 0, None, {}))
+            for each in messages:
+                fields = (each.timestamp, each.media, each.text, each.payload)
+                self.assertEqual(fields, (0.0, 0, None, {}))
 
     async def test_what_cannot_be_sent_is_the_callers_mistake(self):
         deep = []
         for _ in range(600):
             deep = [deep]
-        cases = {"not a number": float("nan"), "bytes": b"x", "half a surrogate pair": "\ud800", "too deep": deep, "a set": {1}}
+        cases = {"not a number": float("nan"), "bytes": b"x", "half a surrogate pair": "\ud800",
+                 "too deep": deep, "a set": {1}}
         library = FakeLibrary()
         async with self.client(library) as client:
             for why, value in cases.items():
@@ -96,37 +103,41 @@ class CallsTest(ClientCase):
 
     async def test_errors_become_exceptions_of_their_kind(self):
         url = {"domain": "NSURLErrorDomain", "code": -1001, "description": "slow"}
-        cases = [  # why, error, class, temporary
-            ("a refused request", {"domain": "VXErrorDomain", "code": 1404}, vexim.ServiceError, False),
-            ("a busy service", {"domain": "VXErrorDomain", "code": 1, "userInfo": {"temporary": True}}, vexim.ServiceError, True),
-            ("no answer in time", {"domain": "VXErrorDomain", "code": 100, "userInfo": {"NSUnderlyingError": url}},
-             vexim.NetworkError, True),
-            ("a useless answer", {"domain": "VXErrorDomain", "code": 100}, vexim.ResponseError, False),
-            ("no connection", {"domain": "VXIMErrorDomain", "code": 1}, vexim.NotConnectedError, True),
-            ("no id", {"domain": "VXIMErrorDomain", "code": 5004}, vexim.UsageError, False),
-            ("a certificate", {"domain": "NSURLErrorDomain", "code": -1202}, vexim.NetworkError, False),
-            ("nobody listens", {"domain": "VXIMConnectionErrorDomain", "code": 3}, vexim.NetworkError, True),
-            ("a connection that is not secure", {"domain": "VXIMConnectionErrorDomain", "code": 5}, vexim.NetworkError, False),
-            ("a wrong argument", {"domain": "VXIMInterfaceErrorDomain", "code": 4}, vexim.UsageError, False),
-            ("too much at once", {"domain": "VXIMInterfaceErrorDomain", "code": 7}, vexim.BusyError, True),
-            ("another login", {"domain": "VXIMInterfaceErrorDomain", "code": 10}, vexim.AbandonedError, False),
-            ("a domain of tomorrow", {"domain": "NewDomain", "code": 3, "userInfo": [1]}, vexim.Error, False),
-            ("nothing at all", {}, vexim.Error, False),
+        busy, slow = {"temporary": True}, {"NSUnderlyingError": url}
+        cases = [  # why, class, whether it is temporary, domain, code, userInfo
+            ("a refused request", vexim.ServiceError, False, "VXErrorDomain", 1404),
+            ("a busy service", vexim.ServiceError, True, "VXErrorDomain", 1, busy),
+            ("no answer in time", vexim.NetworkError, True, "VXErrorDomain", 100, slow),
+            ("a useless answer", vexim.ResponseError, False, "VXErrorDomain", 100),
+            ("no connection", vexim.NotConnectedError, True, "VXIMErrorDomain", 1),
+            ("no id", vexim.UsageError, False, "VXIMErrorDomain", 5004),
+            ("a certificate", vexim.NetworkError, False, "NSURLErrorDomain", -1202),
+            ("nobody listens", vexim.NetworkError, True, "VXIMConnectionErrorDomain", 3),
+            ("an insecure connection", vexim.NetworkError, False, "VXIMConnectionErrorDomain", 5),
+            ("a wrong argument", vexim.UsageError, False, "VXIMInterfaceErrorDomain", 4),
+            ("too much at once", vexim.BusyError, True, "VXIMInterfaceErrorDomain", 7),
+            ("another login", vexim.AbandonedError, False, "VXIMInterfaceErrorDomain", 10),
+            ("an unknown domain", vexim.Error, False, "NewDomain", 3, [1]),
+            ("nothing at all", vexim.Error, False),
         ]
         library = FakeLibrary()
+
+        def respond(client, request):
+            client.refuse(request, description="why", **error)
+
+        library.respond = respond
         async with self.client(library) as client:
-            for why, error, kind, temporary in cases:
+            for why, kind, temporary, *given in cases:
+                error = dict(zip(("domain", "code", "userInfo"), given))
                 with self.subTest(why):
-                    library.respond = lambda client, request, error=error: client.refuse(request, description="why", **error)
-                    with self.assertRaises(vexim.Error) as raised:
-                        await client.groups.delete("g1")
-                    self.assertIs(type(raised.exception), kind)
-                    self.assertEqual(raised.exception.temporary, temporary)
-                    again = pickle.loads(pickle.dumps(raised.exception))
-                    self.assertEqual((type(again), again.code, str(again)), (kind, error.get("code", 0), str(raised.exception)))
-            library.respond = lambda client, request: client.refuse(request, domain="VXIMErrorDomain", code=1, description="no")
-            with self.assertRaises(vexim.LoginError):
-                await client.login(user_id="alice")
+                    raised = await self.raises(vexim.Error, client.groups.delete("g1"))
+                    self.assertIs(type(raised), kind)
+                    self.assertEqual(raised.temporary, temporary)
+                    again = pickle.loads(pickle.dumps(raised))
+                    self.assertEqual((type(again), str(again)), (kind, str(raised)))
+                    self.assertEqual(again.code, error.get("code", 0))
+            error = {"domain": "VXIMErrorDomain", "code": 1}
+            await self.raises(vexim.LoginError, client.login(user_id="alice"))
 
     async def test_trouble_of_the_connection_leaves_a_login_to_the_library(self):
         trouble = {"@type": "event", "name": "socket.io.error", "data": ["Could not connect."]}
@@ -147,10 +158,11 @@ class CallsTest(ClientCase):
 class EndsTest(ClientCase):
     async def test_a_cancelled_call_cancels_its_request_and_ignores_the_late_answer(self):
         library = FakeLibrary(silent)
+        message = vexim.Message(None, "bob", attachment_url="http://x/y")
         async with self.client(library) as client:
             with self.assertRaises(TimeoutError):
                 async with asyncio.timeout(0.01):
-                    await client.download(vexim.Message(None, "bob", attachment_url="http://x/y"), "/nowhere")
+                    await client.download(message, "/nowhere")
             download, cancel = library.client.requests
             self.assertEqual((cancel["@op"], cancel["extra"]), ("cancel", download["@extra"]))
             library.client.refuse(download, domain="NSURLErrorDomain", code=-999)
@@ -175,8 +187,7 @@ class EndsTest(ClientCase):
                 task = asyncio.ensure_future(story(client))
                 await turns(steps)
                 task.cancel()
-                with self.assertRaises(asyncio.CancelledError):
-                    await task
+                await self.raises(asyncio.CancelledError, task)
                 self.assertEqual(client._link._calls, {}, steps)
                 await client.groups.delete("g1")
             self.assertTrue(library.client.freed)
@@ -190,34 +201,23 @@ class EndsTest(ClientCase):
             await turns()
             client.close()
             client.close()
-            with self.assertRaises(vexim.ClosedError):
-                await call
+            await self.raises(vexim.ClosedError, call)
             self.assertIsNone(await reader)
             self.assertFalse(library.client.queue)
-        for why, operation in {"a call": client.groups.delete("g1"), "a send": client.send("hi", friend="bob")}.items():
-            with self.subTest(why), self.assertRaises(vexim.ClosedError):
-                await operation
+        await self.raises(vexim.ClosedError, client.groups.delete("g1"))
+        await self.raises(vexim.ClosedError, client.send("hi", friend="bob"))
         with self.assertRaises(vexim.ClosedError):
             client.status
         with self.assertRaises(ValueError):
             client.open()
 
     async def test_a_callback_may_close_the_client(self):
-        def respond(client, request):
-            client.say({"@type": "event", "name": "progress", "@extra": request["@extra"], "percent": 5})
-            client.answer(request)
-
-        library = FakeLibrary(respond)
-        async with self.client(library) as client:
-            with self.assertRaises(vexim.ClosedError):
-                await client.send(image=b"x", friend="bob", progress=lambda percent: client.close())
+        async with self.client(FakeLibrary(reports_progress)) as client:
+            send = client.send(image=b"x", friend="bob", progress=lambda percent: client.close())
+            await self.raises(vexim.ClosedError, send)
 
     async def test_a_callback_that_raises_is_reported_and_stops_nothing(self):
-        def respond(client, request):
-            client.say({"@type": "event", "name": "progress", "@extra": request["@extra"], "percent": 5})
-            client.answer(request)
-
-        async with self.client(FakeLibrary(respond)) as client:
+        async with self.client(FakeLibrary(reports_progress)) as client:
             await client.send(image=b"x", friend="bob", progress=lambda percent: 1 / 0)
         self.assertEqual([type(report) for report in self.reports], [ZeroDivisionError])
         self.reports.clear()
@@ -247,7 +247,7 @@ class EndsTest(ClientCase):
     async def test_two_clients_in_one_loop_hear_their_own(self):
         library = FakeLibrary(silent)
         async with self.client(library) as one, self.client(library) as other:
-            calls = [asyncio.ensure_future(client.users.attribute("u", "k")) for client in (one, other)]
+            calls = [asyncio.ensure_future(each.users.attribute("u", "k")) for each in (one, other)]
             streams = [client.messages() for client in (one, other)]
             await turns()
             for number, client in library.clients.items():

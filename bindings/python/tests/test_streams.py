@@ -12,21 +12,25 @@ class StreamsTest(ClientCase):
         library = FakeLibrary()
         async with self.client(library) as client:
             await client.login(user_id="alice")
-            group = {"type": 1, "groupId": "g1", "userId": "carol"}
+            group = {"type": 1, "groupId": "g1"}
+            carol = {**group, "userId": "carol"}
+            system = {"isSystemMessage": True, "sender": {"type": -2}, "receiver": {"type": -1}}
             library.client.say(
                 message_event("from bob"),
                 message_event("my own echo", sender="alice"),
-                message_event("from the group", sender=group, receiver={"type": 1, "groupId": "g1"}),
-                {**message_event("notice", isSystemMessage=True, sender={"type": -2}, receiver={"type": -1}),
+                message_event("from the group", sender=carol, receiver=group),
+                {**message_event("notice", **system),
                  "name": "clientDidReceiveSystemMessage", "from": None},
             )
             await turns()
             stream, events = client.messages(), client.events()
-            first, second = await anext(stream), await anext(stream)
-            self.assertEqual((first.text, first.sender, first.friend, first.group), ("from bob", "bob", "bob", None))
-            self.assertEqual((second.text, second.sender, second.friend, second.group), ("from the group", "carol", None, "g1"))
-            await client.reply(second, "yes")
-            self.assertEqual((library.client.last["@op"], library.client.last["groupId"]), ("sendMessageToGroup", "g1"))
+            both = [await anext(stream), await anext(stream)]
+            self.assertEqual([(each.text, each.sender, each.friend, each.group) for each in both],
+                             [("from bob", "bob", "bob", None),
+                              ("from the group", "carol", None, "g1")])
+            await client.reply(both[1], "yes")
+            last = library.client.last
+            self.assertEqual((last["@op"], last["groupId"]), ("sendMessageToGroup", "g1"))
             client.close()
             self.assertEqual([message.text async for message in stream], [])
             everything = [event async for event in events]
@@ -40,7 +44,8 @@ class StreamsTest(ClientCase):
             library.client.say(*[message_event(str(number)) for number in range(12)])
             await turns()
             self.assertEqual(stream.dropped, 7)
-            self.assertEqual([(await anext(stream)).text for _ in range(5)], ["7", "8", "9", "10", "11"])
+            texts = [(await anext(stream)).text for _ in range(5)]
+            self.assertEqual(texts, ["7", "8", "9", "10", "11"])
 
     async def test_a_reader_that_keeps_at_it_loses_nothing(self):
         count = 5000
@@ -104,32 +109,35 @@ class StreamsTest(ClientCase):
             stream = client.messages()
             first = asyncio.ensure_future(anext(stream))
             await turns()
-            with self.assertRaises(RuntimeError):
-                await anext(stream)
+            await self.raises(RuntimeError, anext(stream))
             first.cancel()
 
     async def test_each_kind_of_event_has_its_class(self):
         library = FakeLibrary()
         async with self.client(library) as client:
+            bob, seven = {"info": {"uid": "bob"}}, {"info": {"uid": 7}}
+            trouble = {"data": ["late", 3]}
             cases = [
-                ({"name": "clientDidLogin"}, vexim.LoggedIn()),
-                ({"name": "clientDidLogout"}, vexim.LoggedOut()),
-                ({"name": "clientAttemptReconnect"}, vexim.Reconnecting()),
-                ({"name": "clientDidDisconnect"}, vexim.Disconnected()),
-                ({"name": "clientFriendDidOnline", "info": {"uid": "bob"}}, vexim.PresenceChanged("bob", True)),
-                ({"name": "clientFriendDidOffline", "info": {"uid": 7}}, vexim.PresenceChanged("7", False)),
-                ({"name": "socket.io.error", "data": ["late", 3]}, vexim.ConnectionTrouble("late", [3])),
-                ({"name": "overflow", "events": 3}, vexim.EventsDropped(3)),
-                ({"name": "tomorrow", "what": 1}, vexim.OtherEvent("tomorrow", {"what": 1})),
+                ("clientDidLogin", {}, vexim.LoggedIn()),
+                ("clientDidLogout", {}, vexim.LoggedOut()),
+                ("clientAttemptReconnect", {}, vexim.Reconnecting()),
+                ("clientDidDisconnect", {}, vexim.Disconnected()),
+                ("clientFriendDidOnline", bob, vexim.PresenceChanged("bob", True)),
+                ("clientFriendDidOffline", seven, vexim.PresenceChanged("7", False)),
+                ("socket.io.error", trouble, vexim.ConnectionTrouble("late", [3])),
+                ("overflow", {"events": 3}, vexim.EventsDropped(3)),
+                ("tomorrow", {"what": 1}, vexim.OtherEvent("tomorrow", {"what": 1})),
             ]
-            library.client.say(*[{"@type": "event", **record} for record, _ in cases])
-            refused = {"domain": "VXIMErrorDomain", "code": 211, "description": "no", "userInfo": {"errorCode": 211}}
-            library.client.say({"@type": "event", "name": "clientDidFailToLoginAgain", "error": refused})
             stream = client.events()
-            for _, event in cases:
+            for name, entries, event in cases:
+                library.client.tell(name, **entries)
                 self.assertEqual(await anext(stream), event)
+            info = {"errorCode": 211}
+            error = {"domain": "VXIMErrorDomain", "code": 211, "userInfo": info}
+            library.client.tell("clientDidFailToLoginAgain", error=error)
             refusal = (await anext(stream)).error
-            self.assertEqual((type(refusal), refusal.code, refusal.user_info), (vexim.LoginError, 211, {"errorCode": 211}))
+            self.assertIsInstance(refusal, vexim.LoginError)
+            self.assertEqual((refusal.code, refusal.user_info), (211, info))
             presence = client.presence()
             self.assertEqual([(await anext(presence)).friend for _ in range(2)], ["bob", "7"])
 

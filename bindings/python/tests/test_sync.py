@@ -9,7 +9,7 @@ import unittest
 
 import vexim
 import vexim.sync
-from tests.fakes import FakeLibrary, message_event, silent
+from tests.fakes import FakeLibrary, message_event, reports_progress, silent
 
 
 class SyncTest(unittest.TestCase):
@@ -90,7 +90,8 @@ class SyncTest(unittest.TestCase):
         with self.client(library, timeout=0.01) as client:
             with self.assertRaises(TimeoutError):
                 client.groups.delete("g1")
-            self.until(lambda: library.client.operations() == ["VXIMGroup.deleteWithBlock", "cancel"])
+            both = ["VXIMGroup.deleteWithBlock", "cancel"]
+            self.until(lambda: library.client.operations() == both)
             with self.assertRaises(TimeoutError):
                 client.messages().get(timeout=0.01)
 
@@ -111,14 +112,11 @@ class SyncTest(unittest.TestCase):
         library = FakeLibrary()
         with self.client(library) as client:
             stream = client.messages()
-            library.client.say(*[message_event(str(number)) for number in range(100)])
-            self.assertEqual([stream.get(timeout=60).text for _ in range(100)], [str(number) for number in range(100)])
+            texts = [str(number) for number in range(100)]
+            library.client.say(*map(message_event, texts))
+            self.assertEqual([stream.get(timeout=60).text for _ in texts], texts)
 
     def test_a_progress_callback_that_waits_for_the_client_is_refused(self):
-        def respond(client, request):
-            client.say({"@type": "event", "name": "progress", "@extra": request["@extra"], "percent": 5})
-            client.answer(request)
-
         refusals = []
 
         def progress(percent):
@@ -127,12 +125,13 @@ class SyncTest(unittest.TestCase):
             except vexim.UsageError as error:
                 refusals.append(error)
 
-        with self.client(FakeLibrary(respond)) as client:
+        with self.client(FakeLibrary(reports_progress)) as client:
             client.send(image=b"x", friend="bob", progress=progress)
         self.assertEqual(len(refusals), 1)
 
     def test_a_program_that_forgets_to_close_can_end(self):
-        program = "import vexim.sync; from tests.fakes import *; c = vexim.sync.Client('a', 'k', library=FakeLibrary()); c.login(user_id='a')"
+        program = ("import vexim.sync; from tests.fakes import *\n"
+                   "vexim.sync.Client('a', 'k', library=FakeLibrary()).login(user_id='a')")
         self.assertEqual(subprocess.run([sys.executable, "-c", program], timeout=60).returncode, 0)
 
 

@@ -12,7 +12,8 @@
 
     asyncio.run(main())
 
-Scripts and notebooks without an event loop use `vexim.sync.Client`, which has the same methods without `await`.
+Scripts and notebooks without an event loop use `vexim.sync.Client`, which has the same methods
+without `await`.
 
 All failures raise `vexim.Error` or a subclass. The package uses the C library `libvexim-c`; see
 `vexim.library_version`.
@@ -86,19 +87,23 @@ __version__ = "1.0.0"
 _HOMES = {
     "client": ("Client",),
     "errors": (
-        "AbandonedError", "BusyError", "ClosedError", "Error", "LibraryNotFoundError", "LoginError", "NetworkError",
+        "AbandonedError", "BusyError", "ClosedError", "Error", "LibraryNotFoundError", "LoginError",
+        "NetworkError",
         "NotConnectedError", "ResponseError", "ServiceError", "StoreError", "UsageError",
     ),
     "events": (
-        "CaughtUp", "ConnectionTrouble", "Disconnected", "Event", "EventsDropped", "LoggedIn", "LoggedOut", "LoginRefused", "MessageReceived",
+        "CaughtUp", "ConnectionTrouble", "Disconnected", "Event", "EventsDropped", "LoggedIn",
+        "LoggedOut", "LoginRefused", "MessageReceived",
         "OtherEvent", "PresenceChanged", "Reconnecting", "StoreDamaged", "StoreTrouble", "Stream",
     ),
     "models": (
-        "Diagnosis", "DiagnosisEvent", "Friend", "Group", "Media", "Message", "Metrics", "Passenger", "Room", "Status", "User",
+        "Diagnosis", "DiagnosisEvent", "Friend", "Group", "Media", "Message", "Metrics",
+        "Passenger", "Room", "Status", "User",
     ),
     "observation": ("Observation",), "store": ("Store",),
     "stored": (
-        "Conversation", "Gap", "ListChange", "Peer", "Position", "State", "StoreDamage", "StoredMessage",
+        "Conversation", "Gap", "ListChange", "Peer", "Position", "State", "StoreDamage",
+        "StoredMessage",
     ),
     "_library": ("library_version", "metrics", "set_application_info", "set_log"),
 }

@@ -32,7 +32,8 @@ async def composed(
     payload: Mapping[str, Any] | None,
 ) -> dict[str, Any]:
     """A message in the form that the C library expects."""
-    files = [(media, file) for media, file in ((Media.IMAGE, image), (Media.AUDIO, audio), (Media.VIDEO, video)) if file is not None]
+    given = ((Media.IMAGE, image), (Media.AUDIO, audio), (Media.VIDEO, video))
+    files = [(media, file) for media, file in given if file is not None]
     if len(files) + (text is not None) != 1:
         raise usage("give a text, or one of image, audio and video")
     message: dict[str, Any] = {}

@@ -36,11 +36,13 @@ class CLibrary:
     """`Library` over ctypes."""
 
     def __init__(self, path: str) -> None:
-        # Functions that return at once keep Python's lock: giving it up costs more than they do, and with other threads
-        # running, getting it back may take milliseconds. Making and freeing a client may wait for other threads.
+        # Functions that return at once keep Python's lock: giving it up costs more than they do,
+        # and with other threads running, getting it back may take milliseconds. Making and freeing
+        # a client may wait for other threads.
         quick, waiting = ctypes.PyDLL(path), ctypes.CDLL(path)
         self._create, self._free = waiting.vexim_create, waiting.vexim_free
-        self._send, self._receive, self._execute = quick.vexim_send, quick.vexim_receive, quick.vexim_execute
+        self._send, self._receive = quick.vexim_send, quick.vexim_receive
+        self._execute = quick.vexim_execute
         handle, text = ctypes.c_int64, ctypes.c_char_p
         self._create.argtypes, self._create.restype = [text], handle
         self._free.argtypes, self._free.restype = [handle], None
@@ -94,7 +96,7 @@ def load() -> CLibrary:
                         # so that the loader uses this copy, not the system's
                         ctypes.CDLL(str(beneath))
                 library = CLibrary(path)
-                # It would remember every request that has ended, for a look that cannot be taken from here.
+                # Otherwise it keeps every finished request, which nobody can look at from here.
                 execute(library, 0, "setKeepsFinishedDelegates", keeps=False)
                 _loaded = library
                 break
@@ -130,11 +132,15 @@ def metrics() -> Metrics:
 
 
 def set_application_info(
-    bundle_identifier: str | None = None, bundle_version: str | None = None, system_version: str | None = None
+    bundle_identifier: str | None = None, bundle_version: str | None = None,
+    system_version: str | None = None
 ) -> None:
-    """Sets the application's name and version for the User-Agent of its requests. Call it before any client is opened."""
-    given = {"bundleIdentifier": bundle_identifier, "bundleVersion": bundle_version, "systemVersion": system_version}
-    execute(load(), 0, "setApplicationInfo", **{name: value for name, value in given.items() if value is not None})
+    """Sets the application's name and version for the User-Agent of its requests. Call it before
+    any client is opened."""
+    given = {"bundleIdentifier": bundle_identifier, "bundleVersion": bundle_version,
+             "systemVersion": system_version}
+    execute(load(), 0, "setApplicationInfo",
+            **{name: value for name, value in given.items() if value is not None})
 
 
 def set_log(level: str | None) -> None:

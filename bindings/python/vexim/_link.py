@@ -1,4 +1,5 @@
-"""One client of the C library in an asyncio loop: requests become awaitable calls, and events go to a handler.
+"""One client of the C library in an asyncio loop: requests become awaitable calls, and events go to
+a handler.
 
     request := {"@op": name, "@extra": number, argument: value, …}
     text    := {"@type": "answer" | "error" | "event", "@extra": number, …}
@@ -58,9 +59,11 @@ class _Call:
 
 
 class Link:
-    def __init__(self, library: Library, configuration: Mapping[str, Any], on_event: Callable[[str, Record], None],
+    def __init__(self, library: Library, configuration: Mapping[str, Any],
+                 on_event: Callable[[str, Record], None],
                  is_busy: Callable[[], bool], texts_per_turn: int) -> None:
-        """Makes the client. Raises `UsageError` for a configuration that cannot be used. Needs a running loop.
+        """Makes the client. Raises `UsageError` for a configuration that cannot be used. Needs a
+        running loop.
 
         While `is_busy` returns true, nothing is taken from the library. Each turn of the loop takes
         at most `texts_per_turn` texts, so that other tasks run in between.
@@ -76,9 +79,10 @@ class Link:
         self._process = os.getpid()
         self._client = library.create(_bytes(configuration))
         if self._client == 0:
-            raise Error(INTERFACE_DOMAIN, 6, "No client can be made: the process was forked, is ending, or is out of memory.")
+            why = "No client can be made: the process was forked, is ending, or is out of memory."
+            raise Error(INTERFACE_DOMAIN, 6, why)
         try:
-            first = library.receive(self._client)  # of a configuration that cannot be used: the error
+            first = library.receive(self._client)  # the error, if the configuration is unusable
             if first is not None:
                 record = json.loads(first)
                 if record.get("@type") == "error":
@@ -96,7 +100,8 @@ class Link:
     def close(self) -> None:
         """Ends the client at once. Open calls raise `ClosedError`."""
         client, self._client = self._client, 0
-        if client == 0 or os.getpid() != self._process:  # a forked child shares the loop's descriptors with its parent
+        # A forked child shares the loop's descriptors with its parent.
+        if client == 0 or os.getpid() != self._process:
             return
         if self._descriptor is not None and not self._loop.is_closed():
             self._loop.remove_reader(self._descriptor)
@@ -116,7 +121,8 @@ class Link:
             raise ClosedError()
         return execute(self._library, self._client, operation)
 
-    async def call(self, operation: str, arguments: Mapping[str, Any], progress: Progress | None = None,
+    async def call(self, operation: str, arguments: Mapping[str, Any],
+                   progress: Progress | None = None,
                    on_answer: Callable[[Any], None] | None = None) -> Any:
         """Returns the result. `on_answer` gets it before later events are handled. Cancelling the
         task cancels the request, and a transfer with it.
@@ -158,7 +164,8 @@ class Link:
         """Sends a request without waiting for the answer."""
         if self.is_open:
             self._last += 1
-            self._library.send(self._client, _bytes({"@op": operation, "@extra": self._last, **arguments}))
+            self._library.send(self._client,
+                               _bytes({"@op": operation, "@extra": self._last, **arguments}))
 
     def _cancel(self, extra: int) -> None:
         self.tell("cancel", extra=extra)
@@ -173,7 +180,8 @@ class Link:
             text = library.receive(self._client)
             if text is None:
                 return
-            self._take(json.loads(text))  # what raises here, the loop reports; then it comes back for the rest
+            # The loop reports what this raises, then calls us again for the rest.
+            self._take(json.loads(text))
 
     def _take(self, record: Any) -> None:
         kind = record.get("@type") if isinstance(record, dict) else None

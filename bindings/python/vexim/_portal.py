@@ -122,12 +122,14 @@ class _SyncIterator(Iterator[T], Generic[T]):
         except ClosedError:
             pass
 
-    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
         self.close()
 
 
 class SyncStream(_SyncIterator[T]):
-    """An iterator over a stream. It waits for the next item, and ends when the client is closed. See `vexim.Stream`."""
+    """An iterator over a stream. It waits for the next item, and ends when the client is closed.
+    See `vexim.Stream`."""
 
     def __init__(self, portal: Portal, stream: Stream[T]) -> None:
         super().__init__(portal, stream)
@@ -146,7 +148,8 @@ class SyncStream(_SyncIterator[T]):
 
 
 class SyncObservation(_SyncIterator[ListChange[T]], Generic[T]):
-    """An iterator over the changes of a list. It waits for the next one, and ends when the store is closed. See `vexim.Observation`."""
+    """An iterator over the changes of a list. It waits for the next one, and ends when the store is
+    closed. See `vexim.Observation`."""
 
     def __init__(self, portal: Portal, observation: Observation[T]) -> None:
         super().__init__(portal, observation)

@@ -39,12 +39,14 @@ class Users:
         self._portal.run(self._inner.delete_attributes(id), self._timeout)
 
     def fetch(self, id: str | None=None) -> User:
-        """The ids of a user's friends, groups and rooms; of the user who is logged in without an `id`."""
+        """The ids of a user's friends, groups and rooms. Without `id`: of the logged-in user."""
         return self._portal.run(self._inner.fetch(id), self._timeout)
 
-    def find(self, where: Mapping[str, str] | None=None, *, order: Iterable[str]=(), skip: int=0, limit: int=20) -> list[User]:
-        """Users whose attributes are as in `where`. `order` names attributes to sort by; "-name" is descending."""
-        return self._portal.run(self._inner.find(where, order=order, skip=skip, limit=limit), self._timeout)
+    def find(self, where: Mapping[str, str] | None=None, *, order: Iterable[str]=(), skip: int=0,
+             limit: int=20) -> list[User]:
+        """Users with the attributes in `where`, sorted by those in `order` ("-name": falling)."""
+        return self._portal.run(
+            self._inner.find(where, order=order, skip=skip, limit=limit), self._timeout)
 
 
 class Friends:
@@ -72,8 +74,9 @@ class Friends:
         self._portal.run(self._inner.remove(friend), self._timeout)
 
     def history(self, friend: str, *, before: float | None=None, limit: int=20) -> list[Message]:
-        """Messages with a friend before a time (seconds since 1970; None is now), the newest first."""
-        return self._portal.run(self._inner.history(friend, before=before, limit=limit), self._timeout)
+        """Messages with a friend before a time (seconds since 1970; None: now), newest first."""
+        return self._portal.run(
+            self._inner.history(friend, before=before, limit=limit), self._timeout)
 
 
 class Groups:
@@ -108,16 +111,18 @@ class Groups:
         """The groups of the user who is logged in. Without `detail` only ids are known."""
         return self._portal.run(self._inner.joined(detail=detail), self._timeout)
 
-    def create(self, name: str | None=None, *, owner: str | None=None, members: Iterable[str] | None=None) -> Group:
+    def create(self, name: str | None=None, *, owner: str | None=None,
+               members: Iterable[str] | None=None) -> Group:
         """Creates a group. The service chooses values for what is missing."""
-        return self._portal.run(self._inner.create(name, owner=owner, members=members), self._timeout)
+        return self._portal.run(
+            self._inner.create(name, owner=owner, members=members), self._timeout)
 
     def fetch(self, id: str) -> Group:
         """The group as the service knows it."""
         return self._portal.run(self._inner.fetch(id), self._timeout)
 
     def history(self, id: str, *, before: float | None=None, limit: int=20) -> list[Message]:
-        """Messages of the group before a time (seconds since 1970; None is now), the newest first."""
+        """Messages of the group before a time (seconds since 1970; None: now), newest first."""
         return self._portal.run(self._inner.history(id, before=before, limit=limit), self._timeout)
 
     def change_owner(self, id: str, owner: str) -> None:
@@ -144,9 +149,11 @@ class Groups:
         """Deletes the group."""
         self._portal.run(self._inner.delete(id), self._timeout)
 
-    def find(self, where: Mapping[str, str] | None=None, *, order: Iterable[str]=(), skip: int=0, limit: int=20) -> list[Group]:
-        """Groups whose attributes are as in `where`. `order` names attributes to sort by; "-name" is descending."""
-        return self._portal.run(self._inner.find(where, order=order, skip=skip, limit=limit), self._timeout)
+    def find(self, where: Mapping[str, str] | None=None, *, order: Iterable[str]=(), skip: int=0,
+             limit: int=20) -> list[Group]:
+        """Groups with the attributes in `where`, sorted by those in `order` ("-name": falling)."""
+        return self._portal.run(
+            self._inner.find(where, order=order, skip=skip, limit=limit), self._timeout)
 
 
 class Rooms:
@@ -205,9 +212,11 @@ class Rooms:
         """Deletes the room."""
         self._portal.run(self._inner.delete(id), self._timeout)
 
-    def find(self, where: Mapping[str, str] | None=None, *, order: Iterable[str]=(), skip: int=0, limit: int=20) -> list[Room]:
-        """Rooms whose attributes are as in `where`. `order` names attributes to sort by; "-name" is descending."""
-        return self._portal.run(self._inner.find(where, order=order, skip=skip, limit=limit), self._timeout)
+    def find(self, where: Mapping[str, str] | None=None, *, order: Iterable[str]=(), skip: int=0,
+             limit: int=20) -> list[Room]:
+        """Rooms with the attributes in `where`, sorted by those in `order` ("-name": falling)."""
+        return self._portal.run(
+            self._inner.find(where, order=order, skip=skip, limit=limit), self._timeout)
 
 
 class Passengers:
@@ -230,6 +239,8 @@ class Passengers:
         """The passenger as the service knows it."""
         return self._portal.run(self._inner.fetch(id), self._timeout)
 
-    def history(self, id: str, user: str, *, before: float | None=None, limit: int=20) -> list[Message]:
-        """Messages with a user before a time (seconds since 1970; None is now), the newest first."""
-        return self._portal.run(self._inner.history(id, user, before=before, limit=limit), self._timeout)
+    def history(self, id: str, user: str, *, before: float | None=None,
+                limit: int=20) -> list[Message]:
+        """Messages with a user before a time (seconds since 1970; None: now), newest first."""
+        return self._portal.run(
+            self._inner.history(id, user, before=before, limit=limit), self._timeout)

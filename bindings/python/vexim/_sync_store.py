@@ -17,8 +17,8 @@ from .stored import Conversation, Gap, Peer, Position, StoreDamage, StoredMessag
 
 
 class Store:
-    """A user's messages on this device, in one SQLite file: `vexim.Store`, whose methods wait. Made by `Client.open_store`; `with` opens
-    it and closes it."""
+    """A user's messages on this device, in one SQLite file: `vexim.Store`, whose methods wait.
+    `Client.open_store` makes it; `with` opens and closes it."""
 
     def __init__(self, inner: _store.Store, portal: Portal, timeout: float | None) -> None:
         self._inner = inner
@@ -26,8 +26,8 @@ class Store:
         self._timeout = timeout
 
     def close(self) -> None:
-        """Finishes earlier operations, then closes the file. Unsent messages are sent the next time. Closing again does
-        nothing."""
+        """Finishes earlier operations, then closes the file. Unsent messages are sent the next
+        time. Closing again does nothing."""
         try:
             self._portal.run(self._inner.close(), self._timeout)
         except ClosedError:
@@ -37,7 +37,8 @@ class Store:
         self.open()
         return self
 
-    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
         self.close()
 
     def __repr__(self) -> str:
@@ -74,44 +75,32 @@ class Store:
         """One conversation, or None if there is none."""
         return self._portal.run(self._inner.conversation(peer), self._timeout)
 
-    def messages_before(
-        self,
-        peer: Peer,
-        position: Position | StoredMessage | None=None,
-        *,
-        limit: int=50,
-    ) -> list[StoredMessage]:
+    def messages_before(self, peer: Peer, position: Position | StoredMessage | None=None, *,
+                        limit: int=50) -> list[StoredMessage]:
         """The messages right before a position (None: the newest), the oldest first."""
-        return self._portal.run(self._inner.messages_before(peer, position, limit=limit), self._timeout)
+        return self._portal.run(
+            self._inner.messages_before(peer, position, limit=limit), self._timeout)
 
-    def messages_after(
-        self,
-        peer: Peer,
-        position: Position | StoredMessage | None=None,
-        *,
-        limit: int=50,
-    ) -> list[StoredMessage]:
+    def messages_after(self, peer: Peer, position: Position | StoredMessage | None=None, *,
+                       limit: int=50) -> list[StoredMessage]:
         """The messages right behind a position (None: the oldest), the oldest first."""
-        return self._portal.run(self._inner.messages_after(peer, position, limit=limit), self._timeout)
+        return self._portal.run(
+            self._inner.messages_after(peer, position, limit=limit), self._timeout)
 
     def message(self, local_id: int) -> StoredMessage | None:
         """One message, or None if there is none."""
         return self._portal.run(self._inner.message(local_id), self._timeout)
 
-    def search(
-        self,
-        text: str,
-        *,
-        peer: Peer | None=None,
-        since: datetime.datetime | None=None,
-        until: datetime.datetime | None=None,
-        before: Position | StoredMessage | None=None,
-        limit: int=50,
-    ) -> list[StoredMessage]:
-        """Texts in which all words occur, the newest first. A word that ends in "*" is the beginning of one; words in double quotes
-        stand together. `before`, the last one found, gives the next page.
+    def search(self, text: str, *, peer: Peer | None=None, since: datetime.datetime | None=None,
+               until: datetime.datetime | None=None, before: Position | StoredMessage | None=None,
+               limit: int=50) -> list[StoredMessage]:
+        """Texts that have all the words, the newest first. "word*" matches the beginning of a word;
+        words in double quotes must follow each other. For the next page, give the last one found as
+        `before`.
         """
-        return self._portal.run(self._inner.search(text, peer=peer, since=since, until=until, before=before, limit=limit), self._timeout)
+        return self._portal.run(
+            self._inner.search(text, peer=peer, since=since, until=until, before=before,
+            limit=limit), self._timeout)
 
     def gaps(self, peer: Peer) -> list[Gap]:
         """The places where messages are missing."""
@@ -125,29 +114,27 @@ class Store:
         return self._portal.run(self._inner.read_gap(peer, gap), self._timeout)
 
     def export(self, path: str | os.PathLike[str], peer: Peer | None=None) -> int:
-        """Writes all messages, or those of one conversation, to a file: a JSON object a line. Returns how many."""
+        """Writes all messages, or those with a peer, to a file: one JSON object per line. Returns
+        how many.
+        """
         return self._portal.run(self._inner.export(path, peer), self._timeout)
 
-    def send(
-        self,
-        peer: Peer,
-        text: str | None=None,
-        *,
-        image: File | None=None,
-        audio: File | None=None,
-        video: File | None=None,
-        name: str | None=None,
-        payload: Mapping[str, Any] | None=None,
-        progress: Progress | None=None,
-    ) -> StoredMessage:
+    def send(self, peer: Peer, text: str | None=None, *, image: File | None=None,
+             audio: File | None=None, video: File | None=None, name: str | None=None,
+             payload: Mapping[str, Any] | None=None,
+             progress: Progress | None=None) -> StoredMessage:
         """Queues a message, as `Client.send` takes one, and returns it as it was written: from then
         on it cannot get lost. `observe` reports its state. `progress` is called during the upload,
         as long as this program runs.
         """
-        return self._portal.run(self._inner.send(peer, text, image=image, audio=audio, video=video, name=name, payload=payload, progress=progress), self._timeout)
+        return self._portal.run(
+            self._inner.send(peer, text, image=image, audio=audio, video=video, name=name,
+            payload=payload, progress=progress), self._timeout)
 
     def retry(self, message: StoredMessage | int) -> None:
-        """Sends a failed message again, at its old place; one that waits after a failure is tried at once."""
+        """Sends a failed message again, at its old place. A message that waits after a failure is
+        tried at once.
+        """
         self._portal.run(self._inner.retry(message), self._timeout)
 
     def cancel(self, message: StoredMessage | int) -> None:
@@ -168,16 +155,21 @@ class Store:
         """Removes a conversation with all its messages (also unsent ones) from this device."""
         self._portal.run(self._inner.remove(peer), self._timeout)
 
-    def set_retention(self, *, max_age: datetime.timedelta | None=None, max_count: int | None=None) -> int:
-        """Keeps messages no longer than `max_age` (in whole hours), and `max_count` of each conversation; None: no limit. Returns how many
-        were removed now. Unconfirmed messages are never removed.
+    def set_retention(self, *, max_age: datetime.timedelta | None=None,
+                      max_count: int | None=None) -> int:
+        """Keeps messages no longer than `max_age` (in whole hours), and at most `max_count` of each
+        conversation; None means no limit. Returns how many were removed now. Unconfirmed messages
+        are never removed.
         """
-        return self._portal.run(self._inner.set_retention(max_age=max_age, max_count=max_count), self._timeout)
+        return self._portal.run(
+            self._inner.set_retention(max_age=max_age, max_count=max_count), self._timeout)
 
     def observe(self, peer: Peer, *, limit: int=50) -> SyncObservation[StoredMessage]:
         """How the newest messages of a conversation change, the oldest first."""
-        return SyncObservation(self._portal, self._portal.do(lambda: self._inner.observe(peer, limit=limit)))
+        return SyncObservation(
+            self._portal, self._portal.do(lambda: self._inner.observe(peer, limit=limit)))
 
     def observe_conversations(self, *, limit: int=50) -> SyncObservation[Conversation]:
         """How the list of conversations changes, the one with the newest message first."""
-        return SyncObservation(self._portal, self._portal.do(lambda: self._inner.observe_conversations(limit=limit)))
+        return SyncObservation(
+            self._portal, self._portal.do(lambda: self._inner.observe_conversations(limit=limit)))

@@ -15,7 +15,8 @@ _PLAIN_EVENTS: dict[str, Event] = {
     "clientAttemptReconnect": happened.Reconnecting(),
     "clientDidDisconnect": happened.Disconnected(),
 }
-_MESSAGES = frozenset({"clientDidReceiveMessageFromFriend", "clientDidReceiveMessageFromGroup", "clientDidReceiveMessageFromRoom",
+_MESSAGES = frozenset({"clientDidReceiveMessageFromFriend", "clientDidReceiveMessageFromGroup",
+                       "clientDidReceiveMessageFromRoom",
                        "clientDidReceiveSystemMessage"})
 
 
@@ -35,7 +36,8 @@ def event_from(name: str, record: Record, own_id: str | None) -> Event:
     elif name == "socket.io.error":
         data = record.get("data")
         words, details = (data[0], data[1:]) if isinstance(data, list) and data else (data, None)
-        return happened.ConnectionTrouble(str(words), details or None, error_from(record.get("error")))
+        return happened.ConnectionTrouble(str(words), details or None,
+                                          error_from(record.get("error")))
     elif name == "overflow":
         count = record.get("events")
         return happened.EventsDropped(count if isinstance(count, int) else 0)
@@ -43,9 +45,11 @@ def event_from(name: str, record: Record, own_id: str | None) -> Event:
         return happened.LoginRefused(error_from(record.get("error"), "login"))
     elif name == "conversationsDidCatchUp":
         error = record.get("error")
-        return happened.CaughtUp(record["missedCount"], record["gapCount"], error_from(error) if error is not None else None)
+        return happened.CaughtUp(record["missedCount"], record["gapCount"],
+                                 error_from(error) if error is not None else None)
     elif name == "conversationsDidMeetTrouble":
         return happened.StoreTrouble(error_from(record.get("error")))
     elif name == "observedStoreWasDamaged":
         return happened.StoreDamaged(damage_from(record["damage"]))
-    return happened.OtherEvent(name, {key: value for key, value in record.items() if key not in ("@type", "name")})
+    rest = {key: value for key, value in record.items() if key not in ("@type", "name")}
+    return happened.OtherEvent(name, rest)

@@ -65,8 +65,7 @@ class Client:
         namespace
             The Socket.IO namespace; "/chat" by default.
         options
-            Options of the connection by name, such as {"forcePolling": True, "reconnectWait": 2, "caFile": "/etc/ca.pem"};
-            see docs/socketio.md.
+            Options of the connection by name, such as {"reconnectWait": 2}; see docs/socketio.md.
         queue_size
             How many items a stream holds before it drops the oldest.
         library
@@ -99,17 +98,16 @@ class Client:
 
     def open(self) -> None:
         """Makes the client ready for a login; `async with` does this. Needs a running event loop. A
-        closed client cannot be opened again.
-        """
+        closed client cannot be opened again."""
         if self._link is not None:
             raise usage("the client was opened before")
         self._link = Link(self._library or load(), self._configuration, self._on_event,
-                          is_busy=self._hubs.are_catching_up, texts_per_turn=min(100, (self._hubs.limit + 1) // 2))
+                          is_busy=self._hubs.are_catching_up,
+                          texts_per_turn=min(100, (self._hubs.limit + 1) // 2))
 
     def close(self) -> None:
         """Cuts the connection without a logout. Calls in progress raise `ClosedError`. Streams
-        return the items that they hold, then end. Closing again does nothing.
-        """
+        return the items that they hold, then end. Closing again does nothing."""
         if self._link is not None:
             self._link.close()
         self._stores.end()
@@ -119,7 +117,8 @@ class Client:
         self.open()
         return self
 
-    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                        trace: TracebackType | None) -> None:
         self.close()
 
     def __del__(self) -> None:
@@ -167,13 +166,11 @@ class Client:
 
         Raises `LoginError` if the service refuses, `NetworkError` if it cannot be reached. There is
         no time limit for a service that accepts the connection but does not answer: use
-        `asyncio.timeout`. Another login ends this one with `AbandonedError`. When the connection is
-        lost, the client connects and logs in again by itself.
-        """
+        `asyncio.timeout`. Another login ends this one with `AbandonedError`. When the
+        connection is lost, the client connects and logs in again by itself."""
         operation, credentials = login_call(
             user_id=user_id, username=username, password=password, phone_number=phone_number,
-            sms_code=sms_code, oauth=oauth, auth_data=auth_data,
-        )
+            sms_code=sms_code, oauth=oauth, auth_data=auth_data)
         await self._call(operation, credentials)
         self._user_id = user_id
         if user_id is None:
@@ -182,8 +179,7 @@ class Client:
 
     async def logout(self) -> None:
         """Removes this device's installation from the user, then closes the connection. Without a
-        connection it never ends, so give it a deadline.
-        """
+        connection it never ends, so give it a deadline."""
         await self._call("logoutWithCompletion")
         self._user_id = None
 
@@ -193,8 +189,7 @@ class Client:
 
     async def resume(self) -> None:
         """Starts to connect again, with the credentials of the last login. When that is done,
-        `status` is `Status.OPENED`.
-        """
+        `status` is `Status.OPENED`."""
         await self._call("resume")
 
     async def remove_installation(self) -> None:
@@ -202,7 +197,7 @@ class Client:
         await self._call("deleteCurrentInstallIdCompletion")
 
     async def reset_flags(self) -> None:
-        """Clears `was_offline` and `is_logging_out`, for example after a logout that did not end."""
+        """Clears `was_offline` and `is_logging_out`, for example after an unfinished logout."""
         await self._call("resetFlags")
 
     @property
@@ -252,11 +247,10 @@ class Client:
             Is called with the percentage of the upload, any number of times.
 
         Returns the message as it was sent. Sent means handed to the connection: there is no
-        receipt. Raises `NotConnectedError` if there is no connection.
-        """
+        receipt. Raises `NotConnectedError` if there is no connection."""
         operation, parameter, id = one_of(
-            ("sendMessageToFriend", "friendId", friend), ("sendMessageToGroup", "groupId", group), ("sendMessageToRoom", "roomId", room)
-        )
+            ("sendMessageToFriend", "friendId", friend), ("sendMessageToGroup", "groupId", group),
+            ("sendMessageToRoom", "roomId", room))
         message = await composed(text, image, audio, video, name, payload)
         record = await self._call(operation, {"message": message, parameter: id}, progress)
         return message_from(record, friend, self._user_id, author=self._user_id)
@@ -280,18 +274,21 @@ class Client:
         payload: Mapping[str, Any] | None = None,
         progress: Progress | None = None,
     ) -> None:
-        """Posts a system message to a user, a group, a room or everyone. Needs no connection. The
-        service decides whether this application may do so. The other arguments are those of `send`."""
+        """Posts a system message to a user, a group, a room or everyone, if the service allows it.
+        Needs no connection. The other arguments are those of `send`."""
         operation, parameter, id = one_of(
-            ("sendSystemMessageToUser", "userId", user), ("sendSystemMessageToGroup", "groupId", group),
-            ("sendSystemMessageToRoom", "roomId", room), ("sendSystemMessageToAllUsers", "", True if everyone else None),
-        )
+            ("sendSystemMessageToUser", "userId", user),
+            ("sendSystemMessageToGroup", "groupId", group),
+            ("sendSystemMessageToRoom", "roomId", room),
+            ("sendSystemMessageToAllUsers", "", True if everyone else None))
         message = await composed(text, image, audio, video, name, payload)
-        await self._call(operation, {"message": message, **({parameter: id} if parameter else {})}, progress)
+        receiver = {parameter: id} if parameter else {}
+        await self._call(operation, {"message": message, **receiver}, progress)
 
-    async def download(self, message: Message, path: str | os.PathLike[str], *, progress: Progress | None = None) -> pathlib.Path:
+    async def download(self, message: Message, path: str | os.PathLike[str], *,
+                       progress: Progress | None = None) -> pathlib.Path:
         """Downloads the message's file to `path`. The file appears when it is complete; a download
-        that fails or is cancelled leaves no file. `progress` is called with percentages, any number of times."""
+        that fails or is cancelled leaves no file. `progress` is called with percentages."""
         await self._download(message, {"path": os.path.abspath(os.fspath(path))}, progress)
         return pathlib.Path(path)
 
@@ -304,21 +301,19 @@ class Client:
         record = {"attachmentUrl": message.attachment_url, "mediaType": int(message.media)}
         if message.attachment_url is None:
             raise usage("the message has no file")
-        return await self._call("VXIMMessage.downloadAttachment", {"message": record, **target}, progress)
+        given = {"message": record, **target}
+        return await self._call("VXIMMessage.downloadAttachment", given, progress)
 
     # What comes
 
     def messages(self, *, own: bool = False, system: bool = False) -> Stream[Message]:
-        """Messages as they arrive, including those that have arrived since the client was opened
-        and were not read.
+        """Messages as they arrive, and those since the client was opened. Bounded: see `Stream`.
 
         own
             Include the messages of the user who is logged in, from this and other devices. A bot
             that answers them answers itself.
         system
             Include system messages.
-
-        It is bounded: see `Stream`.
         """
 
         def wants(message: Message) -> bool:
@@ -333,7 +328,7 @@ class Client:
         return self._hubs.presence.open()
 
     def events(self) -> Stream[Event]:
-        """Everything that happens to the client, including messages and presence. It is bounded: see `Stream`."""
+        """All that happens to the client, also messages and presence. Bounded: see `Stream`."""
         return self._hubs.events.open()
 
     # The store
@@ -350,34 +345,36 @@ class Client:
         most_caught_up: int | None = None,
         farthest_caught_up: datetime.timedelta | None = None,
     ) -> Store:
-        """The client's store: a memory of its conversations, and an outbox. `async with` opens it and closes it; a client has one at a
-        time. It needs the C library with the store (`libvexim-c-store`), and raises `StoreError` without it.
+        """The client's store: it keeps conversations on this device and has an outbox. `async with`
+        opens and closes it; a client has one at a time. Raises `StoreError` if the C library is one
+        without the store: `libvexim-c-store` has it.
 
         path
-            A file, made when it is missing; or a folder that exists, where each user of each service gets a file of its own.
+            A file, which may be new, or an existing folder, where each user of a service has one.
         user_id
-            Whose messages these are; the user who is logged in without one. Give it to open the store before the login.
+            Whose messages these are; None: the logged-in user's. Needed before the login.
         read_only
-            Only to look: nothing is sent or received. Another program may have the file open for writing, and this client another store.
+            Sends and receives nothing. The file may be in use, and the client have another store.
         most_unsent, longest_wait
-            How many messages may wait to be sent (10 000), and how long one waits before it fails (a week; in whole hours).
+            How many messages may wait to be sent (10 000), and how long (a week; in whole hours).
         echo_timeout
-            How many seconds the service may take to send a message back until it is asked for it (15).
+            After how many seconds without its echo a sent message is looked up (15).
         most_caught_up, farthest_caught_up
-            How far back a conversation is read after a login: messages (2 000) and time (30 days; in whole hours).
+            How far back a login reads a conversation: messages (2 000), time (30 days; in hours).
         """
         user = user_id or self._user_id
         given = os.fspath(path)
         place = os.path.abspath(given) + (os.sep if given.endswith(os.sep) else "")
         if read_only:
             service = self.configuration.get("socketURL")
-            return Store(self, "VXIMMessageStore.open", {"path": place, "userId": user, "service": service, "readOnly": True})
+            return Store(self, "VXIMMessageStore.open",
+                         {"path": place, "userId": user, "service": service, "readOnly": True})
         if user is None:
             raise usage("log in before, or give user_id")
         return Store(self, "VXIMConversations.open", {
-            "path": place, "userId": user, "mostUnsent": most_unsent, "longestWait": hours(longest_wait), "echoTimeout": echo_timeout,
-            "mostCaughtUp": most_caught_up, "farthestCaughtUp": hours(farthest_caught_up),
-        })
+            "path": place, "userId": user, "mostUnsent": most_unsent,
+            "longestWait": hours(longest_wait), "echoTimeout": echo_timeout,
+            "mostCaughtUp": most_caught_up, "farthestCaughtUp": hours(farthest_caught_up)})
 
     # Inside
 
@@ -386,13 +383,16 @@ class Client:
             raise ClosedError(description="The client is not open: use `async with`.")
         return self._link
 
-    async def _call(self, operation: str, arguments: Mapping[str, Any] | None = None, progress: Progress | None = None) -> Any:
+    async def _call(self, operation: str, arguments: Mapping[str, Any] | None = None,
+                    progress: Progress | None = None) -> Any:
         return await self._open_link().call(operation, arguments or {}, progress)
 
     def _on_event(self, name: str, record: Record) -> None:
         if self._stores.take(name, record):
             return
         event = event_from(name, record, self._user_id)
-        if isinstance(event, EventsDropped) and record.get("answers") and self._link is not None:  # nobody knows whose
-            self._link.fail(BusyError(INTERFACE_DOMAIN, 7, "Answers were dropped: too much was waiting."))
+        # Nobody knows whose answers were dropped, so all calls fail.
+        if isinstance(event, EventsDropped) and record.get("answers") and self._link is not None:
+            why = "Answers were dropped: too much was waiting."
+            self._link.fail(BusyError(INTERFACE_DOMAIN, 7, why))
         self._hubs.publish(event)

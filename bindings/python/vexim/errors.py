@@ -1,4 +1,5 @@
-"""What can go wrong. Every error is a `vexim.Error`; the subclasses sort them by what a program can do about them."""
+"""What can go wrong. Every error is a `vexim.Error`; its class says what a program can do about it.
+"""
 
 from __future__ import annotations
 
@@ -25,8 +26,9 @@ _BAD_URL = -1000  # an id that makes no URL
 class Error(Exception):
     """An operation failed.
 
-    `domain` and `code` name the error as the C++ library does; `description` is for people; `user_info` holds what else is
-    known, such as the service's own answer. What caused it, if known, is its `__cause__`.
+    `domain` and `code` name the error as the C++ library does; `description` is for people;
+    `user_info` holds what else is known, such as the service's own answer. What caused it, if
+    known, is its `__cause__`.
     """
 
     def __init__(self, domain: str, code: int, description: str, user_info: Any = None) -> None:
@@ -44,7 +46,7 @@ class Error(Exception):
 
     @property
     def temporary(self) -> bool:
-        """Whether the same operation may well succeed later: a timeout, a lost connection, a busy service."""
+        """Whether a retry may help: a timeout, a lost connection, a busy service."""
         passing = {URL_DOMAIN: _PASSING_URL_CODES, CONNECTION_DOMAIN: _PASSING_CONNECTION_CODES}
         if self.code in passing.get(self.domain, ()):
             return True
@@ -96,14 +98,16 @@ class AbandonedError(Error):
 class ClosedError(Error):
     """The client was closed before or during the call."""
 
-    def __init__(self, domain: str = INTERFACE_DOMAIN, code: int = 6, description: str = "The client is closed.",
+    def __init__(self, domain: str = INTERFACE_DOMAIN, code: int = 6,
+                 description: str = "The client is closed.",
                  user_info: Any = None) -> None:
         super().__init__(domain, code, description, user_info)
 
 
 class StoreError(Error):
-    """A store could not be opened, read or written, or the C library has no store. Codes of the domain "VXIMStoreErrorDomain" are
-    listed in docs/c-interface.md: 6 is a full disk, 8 a file that another program has open, 10 a message that is not there."""
+    """A store could not be opened, read or written, or the C library has no store. Codes of the
+    domain "VXIMStoreErrorDomain" are listed in docs/c-interface.md: 6 is a full disk, 8 a file that
+    another program has open, 10 a message that is not there."""
 
     @staticmethod
     def not_open() -> StoreError:
@@ -119,7 +123,8 @@ def usage(description: str) -> UsageError:
     return UsageError(INTERFACE_DOMAIN, 4, description)
 
 
-_INTERFACE_ERRORS: dict[int, type[Error]] = {6: ClosedError, 7: BusyError, 9: ResponseError, 10: AbandonedError,
+_INTERFACE_ERRORS: dict[int, type[Error]] = {6: ClosedError, 7: BusyError, 9: ResponseError,
+                                             10: AbandonedError,
                                             11: StoreError, 12: StoreError}
 
 
@@ -149,9 +154,11 @@ def error_from(record: Any, operation: str = "") -> Error:
     """The exception for an error of the C library."""
     if not isinstance(record, Mapping):
         record = {}
-    domain, code, info = str(record.get("domain", "")), _number(record.get("code")), record.get("userInfo")
+    domain, code = str(record.get("domain", "")), _number(record.get("code"))
+    info = record.get("userInfo")
     beneath = info.get(_UNDERLYING) if isinstance(info, Mapping) else None
     cause = error_from(beneath) if isinstance(beneath, Mapping) and "domain" in beneath else None
-    error = _class_for(domain, code, operation, cause)(domain, code, str(record.get("description", "")), info)
+    kind = _class_for(domain, code, operation, cause)
+    error = kind(domain, code, str(record.get("description", "")), info)
     error.__cause__ = cause
     return error

@@ -73,7 +73,8 @@ class ConnectionTrouble(Event):
     details: Any = field(default=None, hash=False)
     """What the service said, if anything."""
     error: Error | None = field(default=None, hash=False, compare=False)
-    """The same as an exception: its domain is "VXIMConnectionErrorDomain", its code tells the kind, and `temporary` whether it may pass."""
+    """The same as an exception. Its domain is "VXIMConnectionErrorDomain", its code says which kind
+    of trouble it is, and `temporary` whether it may pass."""
 
 
 @dataclass(frozen=True, slots=True)
@@ -166,7 +167,8 @@ class Stream(AsyncIterator[T], Generic[T]):
     async def __aenter__(self) -> Stream[T]:
         return self
 
-    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                        trace: TracebackType | None) -> None:
         self._close()
 
     def __del__(self) -> None:
@@ -218,8 +220,8 @@ class Hub(Generic[T]):
         return stream
 
     def is_catching_up(self) -> bool:
-        """Whether a stream's reader is at work and has much to do: then the next items had better wait. A reader that rests is
-        not waited for, since what it waits for may come behind these."""
+        """Whether a stream's reader is at work and far behind, so that the next items should wait.
+        An idle reader does not count: what it waits for may come after these items."""
         streams = [reference() for reference in self._streams]
         return any([stream is not None and stream._is_catching_up() for stream in streams])
 
@@ -233,7 +235,7 @@ class Hub(Generic[T]):
 
     def leave(self, stream: Stream[T], unread: collections.deque[T]) -> None:
         # A stream that is being deleted is dead to its reference already.
-        self._streams = [reference for reference in self._streams if reference() not in (None, stream)]
+        self._streams = [each for each in self._streams if each() not in (None, stream)]
         if not self._streams and not self.ended:
             self._keep(unread)
 

@@ -41,8 +41,9 @@ class Status(enum.IntEnum):
 class Message:
     """A message that was received or fetched.
 
-    Exactly one of `friend`, `group` and `room` says which conversation it belongs to; a system message has none of them. They
-    are the keywords of `Client.send`, so an answer is `client.reply(message, "…")`.
+    Exactly one of `friend`, `group` and `room` says which conversation it belongs to; a system
+    message has none of them. They are the keywords of `Client.send`, so an answer is
+    `client.reply(message, "…")`.
     """
 
     text: str | None
@@ -146,17 +147,19 @@ class Diagnosis:
     events: Sequence[DiagnosisEvent]
 
     def __str__(self) -> str:
-        return "\n".join(
-            " ".join([event.time, event.name, *(f"{key}={value}" for key, value in event.details.items())]) for event in self.events
-        )
+        def told(event: DiagnosisEvent) -> str:
+            details = (f"{key}={value}" for key, value in event.details.items())
+            return " ".join([event.time, event.name, *details])
+
+        return "\n".join(map(told, self.events))
 
 
 @dataclass(frozen=True, slots=True)
 class Metrics:
-    """What the clients of this process have done: connections, messages, bytes, times of requests, queues."""
+    """What the clients of this process have done: connections, messages, bytes, request times."""
 
     text: str
-    """What a Prometheus server reads; answer it with the type "text/plain; version=0.0.4; charset=utf-8"."""
+    """What a Prometheus server reads. Its type is "text/plain; version=0.0.4; charset=utf-8"."""
     values: Sequence[Mapping[str, Any]] = field(hash=False)
     """The same, a mapping a metric: "name", "help", "kind" and "series"."""
 
@@ -164,7 +167,8 @@ class Metrics:
         return self.text
 
 
-# From what the C library gives. What is missing or of another type than expected reads as absent, as it does in C++.
+# From what the C library gives. What is missing or of another type than expected reads as absent,
+# as it does in C++.
 
 
 def moment(seconds: Any) -> datetime.datetime | None:
@@ -197,11 +201,13 @@ def _ids(value: Any) -> tuple[str, ...]:
     return tuple(id for id in map(identity, items) if id is not None)
 
 
-def message_from(record: Any, friend: str | None = None, own_id: str | None = None, author: str | None = None) -> Message:
-    """`friend`: with whom, when that is known; `author`: who wrote it, when the record does not say."""
+def message_from(record: Any, friend: str | None = None, own_id: str | None = None,
+                 author: str | None = None) -> Message:
+    """`friend`: with whom, if known; `author`: who wrote it, if the record does not say."""
     record = _mapping(record)
     sender, receiver = _mapping(record.get("sender")), _mapping(record.get("receiver"))
-    author, kind = identity(sender.get("userId")) or author, receiver.get("type", sender.get("type"))
+    author = identity(sender.get("userId")) or author
+    kind = receiver.get("type", sender.get("type"))
     group = room = None
     if kind == 1:
         friend, group = None, identity(receiver.get("groupId")) or identity(sender.get("groupId"))
@@ -227,14 +233,17 @@ def message_from(record: Any, friend: str | None = None, own_id: str | None = No
 
 def friend_from(record: Any) -> Friend:
     record = _mapping(record)
-    uid, millis, recent = identity(record.get("uid")) or "", record.get("ts"), record.get("recentMessage")
+    uid, millis = identity(record.get("uid")) or "", record.get("ts")
+    recent = record.get("recentMessage")
     since = moment(millis / 1000) if isinstance(millis, (int, float)) else None
-    return Friend(uid, record.get("online") is True, since, message_from(recent, friend=uid) if recent is not None else None)
+    return Friend(uid, record.get("online") is True, since,
+                  message_from(recent, friend=uid) if recent is not None else None)
 
 
 def user_from(record: Any) -> User:
     record = _mapping(record)
-    friends, groups, rooms, count = (record.get(name) for name in ("friends", "groups", "rooms", "sessionCount"))
+    friends, groups, rooms, count = (record.get(name)
+                                     for name in ("friends", "groups", "rooms", "sessionCount"))
     return User(
         identity(record.get("uid")) or "",
         _attributes(record.get("attributes")),
@@ -282,11 +291,13 @@ def diagnosis_from(items: Any) -> Diagnosis:
     events = []
     for item in items if isinstance(items, list) else []:
         details = dict(_mapping(item))
-        events.append(DiagnosisEvent(str(details.pop("time", "")), str(details.pop("event", "")), details))
+        events.append(DiagnosisEvent(str(details.pop("time", "")),
+                                     str(details.pop("event", "")), details))
     return Diagnosis(tuple(events))
 
 
 def metrics_from(record: Any) -> Metrics:
     given = _mapping(record)
     values = given.get("values")
-    return Metrics(str(given.get("text", "")), tuple(map(_mapping, values if isinstance(values, list) else [])))
+    return Metrics(str(given.get("text", "")),
+                   tuple(map(_mapping, values if isinstance(values, list) else [])))

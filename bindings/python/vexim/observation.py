@@ -20,14 +20,16 @@ _MOST_PENDING = 100  # changes that nobody has taken; then they become one
 
 
 class Observation(AsyncIterator[ListChange[T]], Generic[T]):
-    """An asynchronous iterator over the changes of a list, made by `Store.observe` and `Store.observe_conversations`.
+    """An asynchronous iterator over the changes of a list, made by `Store.observe` and
+    `Store.observe_conversations`.
 
     The first change has the whole list. A slow reader loses nothing: changes that wait for it are
     merged into one. It ends
     when the store is closed. One task at a time reads it.
     """
 
-    def __init__(self, store: Store, operation: str, arguments: Mapping[str, Any], item: str, read: Callable[[Any], T]) -> None:
+    def __init__(self, store: Store, operation: str, arguments: Mapping[str, Any], item: str,
+                 read: Callable[[Any], T]) -> None:
         self._store = store
         self._operation = operation
         self._arguments = arguments
@@ -48,7 +50,8 @@ class Observation(AsyncIterator[ListChange[T]], Generic[T]):
         if self._number is None and not self._closed:
             if self._beginning is None or self._beginning.done():
                 self._beginning = asyncio.ensure_future(self._begin())
-            await asyncio.shield(self._beginning)  # it begins once, also when the wait for the first change is given up
+            # It begins only once, even if the wait for the first change is cancelled.
+            await asyncio.shield(self._beginning)
         while not self._pending:
             if self._closed:
                 raise StopAsyncIteration
@@ -67,7 +70,8 @@ class Observation(AsyncIterator[ListChange[T]], Generic[T]):
         """Makes the list longer or shorter, for example when the user scrolls to its end."""
         self._arguments = {**self._arguments, "limit": limit}
         if self._number is not None and not self._closed:
-            await self._store._link().call("VXIMStoreObservation.setLimit", {"observation": self._number, "limit": limit})
+            await self._store._link().call("VXIMStoreObservation.setLimit",
+                                           {"observation": self._number, "limit": limit})
 
     async def aclose(self) -> None:
         """Ends the observation."""
@@ -76,7 +80,8 @@ class Observation(AsyncIterator[ListChange[T]], Generic[T]):
     async def __aenter__(self) -> Observation[T]:
         return self
 
-    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                        trace: TracebackType | None) -> None:
         self._release()
 
     def __del__(self) -> None:
@@ -88,10 +93,12 @@ class Observation(AsyncIterator[ListChange[T]], Generic[T]):
             self._store._observations[self._number] = weakref.ref(self)
 
         arguments = {"store": self._store._number, **self._arguments}
-        await self._store._link().call(f"VXIMMessageStore.{self._operation}", arguments, on_answer=began)
+        await self._store._link().call(f"VXIMMessageStore.{self._operation}", arguments,
+                                       on_answer=began)
 
     def _release(self) -> None:
-        if self._number is not None and self._store._observations.pop(self._number, None) is not None:
+        if self._number is not None and self._store._observations.pop(
+                self._number, None) is not None:
             link = self._store._client._link
             if link is not None:
                 link.tell("VXIMStoreObservation.release", observation=self._number)
@@ -120,8 +127,10 @@ class Observation(AsyncIterator[ListChange[T]], Generic[T]):
         items = tuple(self._items)
         if len(self._pending) >= _MOST_PENDING:
             self._pending.clear()
-            self._pending.append(ListChange(items, tuple(range(len(self._taken))), tuple(range(len(items))), ()))
+            self._pending.append(ListChange(items, tuple(range(len(self._taken))),
+                                            tuple(range(len(items))), ()))
         else:
-            inserted, changed = (tuple(each["position"] for each in record[name]) for name in ("inserted", "changed"))
+            inserted, changed = (tuple(each["position"] for each in record[name])
+                                 for name in ("inserted", "changed"))
             self._pending.append(ListChange(items, tuple(removed), inserted, changed))
         self._wake()

@@ -50,16 +50,18 @@ class _Operations:
     async def _call(self, operation: str, **arguments: Any) -> Any:
         return await self._client._call(f"{self._class}.{operation}", arguments)
 
-    async def _find(self, operation: str, where: Mapping[str, str] | None, order: Iterable[str], skip: int, limit: int) -> list[Any]:
+    async def _find(self, operation: str, where: Mapping[str, str] | None, order: Iterable[str],
+                    skip: int, limit: int) -> list[Any]:
         where = where or {}
-        if not isinstance(where, Mapping) or not all(isinstance(value, str) for value in where.values()):
+        if not isinstance(where, Mapping) or not all(isinstance(value, str)
+                                                     for value in where.values()):
             raise usage("give the attributes to search for as a dictionary of strings")
         query = {"where": dict(where), "order": _strings(order), "skip": skip, "limit": limit}
         return _list(await self._client._call(f"VXIMQuery.{operation}", query))
 
 
 class _Attributed(_Operations):
-    """Custom attributes: a free-form dictionary that the application defines and the service stores."""
+    """Custom attributes: a dictionary that the application defines and the service stores."""
 
     async def attributes(self, id: str) -> dict[str, Any]:
         """All attributes."""
@@ -89,14 +91,16 @@ class Users(_Attributed):
     _class = "VXIMUser"
 
     async def fetch(self, id: str | None = None) -> User:
-        """The ids of a user's friends, groups and rooms; of the user who is logged in without an `id`."""
+        """The ids of a user's friends, groups and rooms. Without `id`: of the logged-in user."""
         return user_from(await self._call("fetchWithCompletion", id=id))
 
     async def find(
-        self, where: Mapping[str, str] | None = None, *, order: Iterable[str] = (), skip: int = 0, limit: int = 20
+        self, where: Mapping[str, str] | None = None, *, order: Iterable[str] = (), skip: int = 0,
+        limit: int = 20
     ) -> list[User]:
-        """Users whose attributes are as in `where`. `order` names attributes to sort by; "-name" is descending."""
-        return [user_from(item) for item in await self._find("findUserWithBlock", where, order, skip, limit)]
+        """Users with the attributes in `where`, sorted by those in `order` ("-name": falling)."""
+        return [user_from(item)
+                for item in await self._find("findUserWithBlock", where, order, skip, limit)]
 
 
 class Friends(_Operations):
@@ -121,9 +125,11 @@ class Friends(_Operations):
         """Ends a friendship."""
         await self._call("deleteFriend", friendId=friend)
 
-    async def history(self, friend: str, *, before: float | None = None, limit: int = 20) -> list[Message]:
-        """Messages with a friend before a time (seconds since 1970; None is now), the newest first."""
-        result = await self._call("getLatestChatsWithFriend", friendId=friend, timestamp=_before(before), limit=limit)
+    async def history(self, friend: str, *, before: float | None = None,
+                      limit: int = 20) -> list[Message]:
+        """Messages with a friend before a time (seconds since 1970; None: now), newest first."""
+        result = await self._call("getLatestChatsWithFriend", friendId=friend,
+                                  timestamp=_before(before), limit=limit)
         return [message_from(item, friend, self._client.user_id) for item in _list(result)]
 
 
@@ -137,18 +143,22 @@ class Groups(_Attributed):
         result = await self._client._call("VXIMUser.fetchGroupsWithDetail", {"detail": detail})
         return [group_from(item) for item in _list(result)]
 
-    async def create(self, name: str | None = None, *, owner: str | None = None, members: Iterable[str] | None = None) -> Group:
+    async def create(self, name: str | None = None, *, owner: str | None = None,
+                     members: Iterable[str] | None = None) -> Group:
         """Creates a group. The service chooses values for what is missing."""
         listed = None if members is None else _strings(members)
-        return group_from(await self._call("createWithBlock", name=name, members=listed, owner=owner))
+        return group_from(await self._call("createWithBlock", name=name, members=listed,
+                                           owner=owner))
 
     async def fetch(self, id: str) -> Group:
         """The group as the service knows it."""
         return group_from(await self._call("fetchWithBlock", id=id))
 
-    async def history(self, id: str, *, before: float | None = None, limit: int = 20) -> list[Message]:
-        """Messages of the group before a time (seconds since 1970; None is now), the newest first."""
-        result = await self._call("getLatestMessagesBefore", id=id, timestamp=_before(before), limit=limit)
+    async def history(self, id: str, *, before: float | None = None,
+                      limit: int = 20) -> list[Message]:
+        """Messages of the group before a time (seconds since 1970; None: now), newest first."""
+        result = await self._call("getLatestMessagesBefore", id=id, timestamp=_before(before),
+                                  limit=limit)
         return [message_from(item) for item in _list(result)]
 
     async def change_owner(self, id: str, owner: str) -> None:
@@ -176,10 +186,12 @@ class Groups(_Attributed):
         await self._call("deleteWithBlock", id=id)
 
     async def find(
-        self, where: Mapping[str, str] | None = None, *, order: Iterable[str] = (), skip: int = 0, limit: int = 20
+        self, where: Mapping[str, str] | None = None, *, order: Iterable[str] = (), skip: int = 0,
+        limit: int = 20
     ) -> list[Group]:
-        """Groups whose attributes are as in `where`. `order` names attributes to sort by; "-name" is descending."""
-        return [group_from(item) for item in await self._find("findGroupWithBlock", where, order, skip, limit)]
+        """Groups with the attributes in `where`, sorted by those in `order` ("-name": falling)."""
+        return [group_from(item)
+                for item in await self._find("findGroupWithBlock", where, order, skip, limit)]
 
 
 class Rooms(_Attributed):
@@ -218,10 +230,12 @@ class Rooms(_Attributed):
         await self._call("deleteWithBlock", id=id)
 
     async def find(
-        self, where: Mapping[str, str] | None = None, *, order: Iterable[str] = (), skip: int = 0, limit: int = 20
+        self, where: Mapping[str, str] | None = None, *, order: Iterable[str] = (), skip: int = 0,
+        limit: int = 20
     ) -> list[Room]:
-        """Rooms whose attributes are as in `where`. `order` names attributes to sort by; "-name" is descending."""
-        return [room_from(item) for item in await self._find("findRoomWithBlock", where, order, skip, limit)]
+        """Rooms with the attributes in `where`, sorted by those in `order` ("-name": falling)."""
+        return [room_from(item)
+                for item in await self._find("findRoomWithBlock", where, order, skip, limit)]
 
 
 class Passengers(_Operations):
@@ -231,7 +245,8 @@ class Passengers(_Operations):
 
     async def save(self, attributes: Mapping[str, Any]) -> Passenger:
         """Creates a passenger, or updates the one whose "id" is among the attributes."""
-        return passenger_from(await self._call("createOrUpdatePassengerWithAttributes", attributes=dict(attributes)))
+        return passenger_from(await self._call("createOrUpdatePassengerWithAttributes",
+                                               attributes=dict(attributes)))
 
     async def update(self, id: str, attributes: Mapping[str, Any]) -> None:
         """Changes attributes."""
@@ -241,9 +256,11 @@ class Passengers(_Operations):
         """The passenger as the service knows it."""
         return passenger_from(await self._call("fetchWithCompletion", id=id))
 
-    async def history(self, id: str, user: str, *, before: float | None = None, limit: int = 20) -> list[Message]:
-        """Messages with a user before a time (seconds since 1970; None is now), the newest first."""
-        result = await self._call("getHistoryMessagesWithUser", id=id, userId=user, beforeTime=_before(before), limit=limit)
+    async def history(self, id: str, user: str, *, before: float | None = None,
+                      limit: int = 20) -> list[Message]:
+        """Messages with a user before a time (seconds since 1970; None: now), newest first."""
+        result = await self._call("getHistoryMessagesWithUser", id=id, userId=user,
+                                  beforeTime=_before(before), limit=limit)
         return [message_from(item, user, id) for item in _list(result)]
 
 

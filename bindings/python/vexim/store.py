@@ -83,8 +83,8 @@ class Store:
             raise
 
     async def close(self) -> None:
-        """Finishes earlier operations, then closes the file. Unsent messages are sent the next time. Closing again does
-        nothing."""
+        """Finishes earlier operations, then closes the file. Unsent messages are sent the next
+        time. Closing again does nothing."""
         record, self._record = self._record, None
         self._end()
         link = self._client._link
@@ -95,7 +95,8 @@ class Store:
         await self.open()
         return self
 
-    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+    async def __aexit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                        trace: TracebackType | None) -> None:
         await self.close()
 
     def __repr__(self) -> str:
@@ -133,25 +134,32 @@ class Store:
     async def messages_before(self, peer: Peer, position: Position | StoredMessage | None = None, *,
                               limit: int = 50) -> list[StoredMessage]:
         """The messages right before a position (None: the newest), the oldest first."""
-        return await self._messages("messagesBefore", id=peer_record(peer), position=position_record(position), limit=limit)
+        return await self._messages("messagesBefore", id=peer_record(peer),
+                                    position=position_record(position), limit=limit)
 
     async def messages_after(self, peer: Peer, position: Position | StoredMessage | None = None, *,
                              limit: int = 50) -> list[StoredMessage]:
         """The messages right behind a position (None: the oldest), the oldest first."""
-        return await self._messages("messagesAfter", id=peer_record(peer), position=position_record(position), limit=limit)
+        return await self._messages("messagesAfter", id=peer_record(peer),
+                                    position=position_record(position), limit=limit)
 
     async def message(self, local_id: int) -> StoredMessage | None:
         """One message, or None if there is none."""
         record = await self._call("message", localId=local_id)
         return stored_message_from(record) if record is not None else None
 
-    async def search(self, text: str, *, peer: Peer | None = None, since: datetime.datetime | None = None,
-                     until: datetime.datetime | None = None, before: Position | StoredMessage | None = None,
+    async def search(self, text: str, *, peer: Peer | None = None,
+                     since: datetime.datetime | None = None,
+                     until: datetime.datetime | None = None,
+                     before: Position | StoredMessage | None = None,
                      limit: int = 50) -> list[StoredMessage]:
-        """Texts in which all words occur, the newest first. A word that ends in "*" is the beginning of one; words in double quotes
-        stand together. `before`, the last one found, gives the next page."""
-        return await self._messages("search", text=text, conversation=peer_record(peer) if peer else None, sinceMillis=_millis(since),
-                                    untilMillis=_millis(until), before=position_record(before), limit=limit)
+        """Texts that have all the words, the newest first. "word*" matches the beginning of a word;
+        words in double quotes must follow each other. For the next page, give the last one found as
+        `before`."""
+        conversation = peer_record(peer) if peer else None
+        return await self._messages("search", text=text, conversation=conversation,
+                                    sinceMillis=_millis(since), untilMillis=_millis(until),
+                                    before=position_record(before), limit=limit)
 
     async def gaps(self, peer: Peer) -> list[Gap]:
         """The places where messages are missing."""
@@ -163,10 +171,12 @@ class Store:
         many were stored."""
         self._needs_outbox()
         return int(await self._link().call("VXIMConversations.readGap", {
-            "conversation": peer_record(peer), "afterMillis": _millis(gap.after) or 0, "beforeMillis": _millis(gap.before) or 0}))
+            "conversation": peer_record(peer), "afterMillis": _millis(gap.after) or 0,
+            "beforeMillis": _millis(gap.before) or 0}))
 
     async def export(self, path: str | os.PathLike[str], peer: Peer | None = None) -> int:
-        """Writes all messages, or those of one conversation, to a file: a JSON object a line. Returns how many."""
+        """Writes all messages, or those with a peer, to a file: one JSON object per line. Returns
+        how many."""
         return int(await self._call("exportJSONLines", path=os.path.abspath(os.fspath(path)),
                                     conversation=peer_record(peer) if peer else None))
 
@@ -190,16 +200,19 @@ class Store:
         """
         self._needs_outbox()
         message = await composed(text, image, audio, video, name, payload)
-        arguments = {"conversation": peer_record(peer), "message": message, "progress": True if progress is not None else None}
+        arguments = {"conversation": peer_record(peer), "message": message,
+                     "progress": True if progress is not None else None}
 
         def queued(record: Any) -> None:
             if progress is not None:
                 self._client._stores.uploads[record["localId"]] = progress
 
-        return stored_message_from(await self._link().call("VXIMConversations.send", arguments, on_answer=queued))
+        return stored_message_from(await self._link().call("VXIMConversations.send", arguments,
+                                                           on_answer=queued))
 
     async def retry(self, message: StoredMessage | int) -> None:
-        """Sends a failed message again, at its old place; one that waits after a failure is tried at once."""
+        """Sends a failed message again, at its old place. A message that waits after a failure is
+        tried at once."""
         self._needs_outbox()
         await self._link().call("VXIMConversations.retry", {"localId": _local_id(message)})
 
@@ -222,20 +235,25 @@ class Store:
         """Removes a conversation with all its messages (also unsent ones) from this device."""
         await self._call("removeConversation", id=peer_record(peer))
 
-    async def set_retention(self, *, max_age: datetime.timedelta | None = None, max_count: int | None = None) -> int:
-        """Keeps messages no longer than `max_age` (in whole hours), and `max_count` of each conversation; None: no limit. Returns how many
-        were removed now. Unconfirmed messages are never removed."""
-        return int(await self._call("setRetention", maximumAge=hours(max_age), maximumCount=max_count))
+    async def set_retention(self, *, max_age: datetime.timedelta | None = None,
+                            max_count: int | None = None) -> int:
+        """Keeps messages no longer than `max_age` (in whole hours), and at most `max_count` of each
+        conversation; None means no limit. Returns how many were removed now. Unconfirmed messages
+        are never removed."""
+        return int(await self._call("setRetention", maximumAge=hours(max_age),
+                                    maximumCount=max_count))
 
     # Observing
 
     def observe(self, peer: Peer, *, limit: int = 50) -> Observation[StoredMessage]:
         """How the newest messages of a conversation change, the oldest first."""
-        return Observation(self, "observeMessages", {"id": peer_record(peer), "limit": limit}, "message", stored_message_from)
+        return Observation(self, "observeMessages", {"id": peer_record(peer), "limit": limit},
+                           "message", stored_message_from)
 
     def observe_conversations(self, *, limit: int = 50) -> Observation[Conversation]:
         """How the list of conversations changes, the one with the newest message first."""
-        return Observation(self, "observeConversations", {"limit": limit}, "conversation", conversation_from)
+        return Observation(self, "observeConversations", {"limit": limit}, "conversation",
+                           conversation_from)
 
     # Inside
 
@@ -257,7 +275,8 @@ class Store:
             raise usage("the store was opened to read only")
 
     def _call(self, operation: str, **arguments: Any) -> Awaitable[Any]:
-        return self._link().call(f"VXIMMessageStore.{operation}", {"store": self._number, **arguments})
+        return self._link().call(f"VXIMMessageStore.{operation}",
+                                 {"store": self._number, **arguments})
 
     async def _messages(self, operation: str, **arguments: Any) -> list[StoredMessage]:
         return [stored_message_from(record) for record in await self._call(operation, **arguments)]

@@ -16,7 +16,8 @@ T = TypeVar("T")
 
 @dataclass(frozen=True, slots=True)
 class Peer:
-    """With whom a conversation is: `Peer.friend("bob")`, `Peer.group(id)`, `Peer.room(id)`, or `Peer.SYSTEM` for system messages."""
+    """With whom a conversation is: `Peer.friend("bob")`, `Peer.group(id)`, `Peer.room(id)`, or
+    `Peer.SYSTEM` for system messages."""
 
     kind: str
     """One of "friend", "group", "room" and "system"."""
@@ -136,9 +137,9 @@ class StoreDamage:
 
 @dataclass(frozen=True, slots=True)
 class ListChange(Generic[T]):
-    """A list that is observed, and what has changed in it: take `removed` out of the old list, from the last position to the first,
-    put `inserted` into it, from the first to the last, and replace the items in `changed`. At first
-    everything is inserted."""
+    """A list that is observed, and what has changed in it: take `removed` out of the old list, from
+    the last position to the first, put `inserted` into it, from the first to the last, and replace
+    the items in `changed`. At first everything is inserted."""
 
     items: Sequence[T]
     """The whole list as it is now."""
@@ -202,7 +203,8 @@ def conversation_from(record: Mapping[str, Any]) -> Conversation:
 
 
 def gap_from(record: Mapping[str, Any]) -> Gap:
-    return Gap(moment(record.get("afterMillis", 0) / 1000), moment(record.get("beforeMillis", 0) / 1000))
+    return Gap(moment(record.get("afterMillis", 0) / 1000),
+               moment(record.get("beforeMillis", 0) / 1000))
 
 
 def damage_from(record: Mapping[str, Any]) -> StoreDamage:

@@ -6,8 +6,8 @@
         for message in client.messages():
             print(message.sender, message.text)
 
-Each client has an event loop in a thread of its own. Any thread may call it; progress callbacks run in that thread, and must not
-wait for the client. Written by make_sync.py.
+Each client has an event loop in a thread of its own. Any thread may call the client. Progress
+callbacks run in the loop's thread and must not wait for the client. Written by make_sync.py.
 """
 
 from __future__ import annotations
@@ -36,11 +36,11 @@ __all__ = ["Client", "Store", "SyncObservation", "SyncStream"]
 class Client:
     """One user's connection to the service: `vexim.Client`, whose methods wait.
 
-    `timeout` bounds each call in seconds, but for uploads and downloads (TimeoutError); None waits for ever. The other
-    arguments are those of `vexim.Client`.
+    `timeout` limits each call in seconds, except uploads and downloads: after it the call raises
+    TimeoutError. None waits for ever. The other arguments are those of `vexim.Client`.
 
-    It is open from the start. `close`, or the end of a `with`, ends it without a logout; calls of other threads that are under
-    way then raise `ClosedError`.
+    The client is open from the start. `close`, or the end of a `with`, ends it without a logout.
+    Other threads' calls in progress then raise `ClosedError`.
     """
 
     def __init__(
@@ -56,8 +56,9 @@ class Client:
         timeout: float | None = 60.0,
         library: Library | None = None,
     ) -> None:
-        self._inner = _client.Client(app_id, client_key, url=url, installation_id=installation_id, namespace=namespace,
-                                     options=options, queue_size=queue_size, library=library)
+        self._inner = _client.Client(app_id, client_key, url=url, installation_id=installation_id,
+                                     namespace=namespace, options=options, queue_size=queue_size,
+                                     library=library)
         self._timeout = timeout
         self._portal = Portal()
         try:
@@ -82,7 +83,8 @@ class Client:
     def __enter__(self) -> Client:
         return self
 
-    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None) -> None:
+    def __exit__(self, kind: type[BaseException] | None, error: BaseException | None,
+                 trace: TracebackType | None) -> None:
         self.close()
 
     def __repr__(self) -> str:
@@ -98,17 +100,10 @@ class Client:
         """The user who is logged in; None before the first login and after a logout."""
         return self._portal.do(lambda: self._inner.user_id)
 
-    def login(
-        self,
-        *,
-        user_id: str | None=None,
-        username: str | None=None,
-        password: str | None=None,
-        phone_number: str | None=None,
-        sms_code: str | None=None,
-        oauth: Mapping[str, Any] | None=None,
-        auth_data: Mapping[str, Any] | None=None,
-    ) -> None:
+    def login(self, *, user_id: str | None=None, username: str | None=None,
+              password: str | None=None, phone_number: str | None=None, sms_code: str | None=None,
+              oauth: Mapping[str, Any] | None=None,
+              auth_data: Mapping[str, Any] | None=None) -> None:
         """Connects and logs in, with one kind of credentials:
 
         - `user_id`: vouched for by the client key alone
@@ -119,10 +114,13 @@ class Client:
 
         Raises `LoginError` if the service refuses, `NetworkError` if it cannot be reached. There is
         no time limit for a service that accepts the connection but does not answer: use
-        the client's `timeout`. Another login ends this one with `AbandonedError`. When the connection is
-        lost, the client connects and logs in again by itself.
+        the client's `timeout`. Another login ends this one with `AbandonedError`. When the
+        connection is lost, the client connects and logs in again by itself.
         """
-        self._portal.run(self._inner.login(user_id=user_id, username=username, password=password, phone_number=phone_number, sms_code=sms_code, oauth=oauth, auth_data=auth_data), self._timeout)
+        self._portal.run(
+            self._inner.login(user_id=user_id, username=username, password=password,
+            phone_number=phone_number, sms_code=sms_code, oauth=oauth, auth_data=auth_data),
+            self._timeout)
 
     def logout(self) -> None:
         """Removes this device's installation from the user, then closes the connection. Without a
@@ -145,7 +143,7 @@ class Client:
         self._portal.run(self._inner.remove_installation(), self._timeout)
 
     def reset_flags(self) -> None:
-        """Clears `was_offline` and `is_logging_out`, for example after a logout that did not end."""
+        """Clears `was_offline` and `is_logging_out`, for example after an unfinished logout."""
         self._portal.run(self._inner.reset_flags(), self._timeout)
 
     @property
@@ -167,20 +165,10 @@ class Client:
         """What has happened to this client lately, for problem reports. Print it."""
         return self._portal.do(lambda: self._inner.diagnose())
 
-    def send(
-        self,
-        text: str | None=None,
-        *,
-        friend: str | None=None,
-        group: str | None=None,
-        room: str | None=None,
-        image: File | None=None,
-        audio: File | None=None,
-        video: File | None=None,
-        name: str | None=None,
-        payload: Mapping[str, Any] | None=None,
-        progress: Progress | None=None,
-    ) -> Message:
+    def send(self, text: str | None=None, *, friend: str | None=None, group: str | None=None,
+             room: str | None=None, image: File | None=None, audio: File | None=None,
+             video: File | None=None, name: str | None=None, payload: Mapping[str, Any] | None=None,
+             progress: Progress | None=None) -> Message:
         """Sends a message to a friend, a group or a room: a text, or a file.
 
         image, audio, video
@@ -195,35 +183,30 @@ class Client:
         Returns the message as it was sent. Sent means handed to the connection: there is no
         receipt. Raises `NotConnectedError` if there is no connection.
         """
-        return self._portal.run(self._inner.send(text, friend=friend, group=group, room=room, image=image, audio=audio, video=video, name=name, payload=payload, progress=progress), None)
+        return self._portal.run(
+            self._inner.send(text, friend=friend, group=group, room=room, image=image, audio=audio,
+            video=video, name=name, payload=payload, progress=progress), None)
 
     def reply(self, message: Message, text: str) -> Message:
         """Sends a text into the conversation that `message` came from."""
         return self._portal.run(self._inner.reply(message, text), self._timeout)
 
-    def send_system(
-        self,
-        text: str | None=None,
-        *,
-        user: str | None=None,
-        group: str | None=None,
-        room: str | None=None,
-        everyone: bool=False,
-        image: File | None=None,
-        audio: File | None=None,
-        video: File | None=None,
-        name: str | None=None,
-        payload: Mapping[str, Any] | None=None,
-        progress: Progress | None=None,
-    ) -> None:
-        """Posts a system message to a user, a group, a room or everyone. Needs no connection. The
-        service decides whether this application may do so. The other arguments are those of `send`.
+    def send_system(self, text: str | None=None, *, user: str | None=None, group: str | None=None,
+                    room: str | None=None, everyone: bool=False, image: File | None=None,
+                    audio: File | None=None, video: File | None=None, name: str | None=None,
+                    payload: Mapping[str, Any] | None=None, progress: Progress | None=None) -> None:
+        """Posts a system message to a user, a group, a room or everyone, if the service allows it.
+        Needs no connection. The other arguments are those of `send`.
         """
-        self._portal.run(self._inner.send_system(text, user=user, group=group, room=room, everyone=everyone, image=image, audio=audio, video=video, name=name, payload=payload, progress=progress), None)
+        self._portal.run(
+            self._inner.send_system(text, user=user, group=group, room=room, everyone=everyone,
+            image=image, audio=audio, video=video, name=name, payload=payload, progress=progress),
+            None)
 
-    def download(self, message: Message, path: str | os.PathLike[str], *, progress: Progress | None=None) -> pathlib.Path:
+    def download(self, message: Message, path: str | os.PathLike[str], *,
+                 progress: Progress | None=None) -> pathlib.Path:
         """Downloads the message's file to `path`. The file appears when it is complete; a download
-        that fails or is cancelled leaves no file. `progress` is called with percentages, any number of times.
+        that fails or is cancelled leaves no file. `progress` is called with percentages.
         """
         return self._portal.run(self._inner.download(message, path, progress=progress), None)
 
@@ -232,53 +215,49 @@ class Client:
         return self._portal.run(self._inner.read(message, progress=progress), None)
 
     def messages(self, *, own: bool=False, system: bool=False) -> SyncStream[Message]:
-        """Messages as they arrive, including those that have arrived since the client was opened
-        and were not read.
+        """Messages as they arrive, and those since the client was opened. Bounded: see `Stream`.
 
         own
             Include the messages of the user who is logged in, from this and other devices. A bot
             that answers them answers itself.
         system
             Include system messages.
-
-        It is bounded: see `Stream`.
         """
-        return SyncStream(self._portal, self._portal.do(lambda: self._inner.messages(own=own, system=system)))
+        return SyncStream(
+            self._portal, self._portal.do(lambda: self._inner.messages(own=own, system=system)))
 
     def presence(self) -> SyncStream[PresenceChanged]:
         """Friends who come online and go offline. It is bounded: see `Stream`."""
         return SyncStream(self._portal, self._portal.do(lambda: self._inner.presence()))
 
     def events(self) -> SyncStream[Event]:
-        """Everything that happens to the client, including messages and presence. It is bounded: see `Stream`."""
+        """All that happens to the client, also messages and presence. Bounded: see `Stream`."""
         return SyncStream(self._portal, self._portal.do(lambda: self._inner.events()))
 
-    def open_store(
-        self,
-        path: str | os.PathLike[str],
-        *,
-        user_id: str | None=None,
-        read_only: bool=False,
-        most_unsent: int | None=None,
-        longest_wait: datetime.timedelta | None=None,
-        echo_timeout: int | None=None,
-        most_caught_up: int | None=None,
-        farthest_caught_up: datetime.timedelta | None=None,
-    ) -> Store:
-        """The client's store: a memory of its conversations, and an outbox. `async with` opens it and closes it; a client has one at a
-        time. It needs the C library with the store (`libvexim-c-store`), and raises `StoreError` without it.
+    def open_store(self, path: str | os.PathLike[str], *, user_id: str | None=None,
+                   read_only: bool=False, most_unsent: int | None=None,
+                   longest_wait: datetime.timedelta | None=None, echo_timeout: int | None=None,
+                   most_caught_up: int | None=None,
+                   farthest_caught_up: datetime.timedelta | None=None) -> Store:
+        """The client's store: it keeps conversations on this device and has an outbox. `async with`
+        opens and closes it; a client has one at a time. Raises `StoreError` if the C library is one
+        without the store: `libvexim-c-store` has it.
 
         path
-            A file, made when it is missing; or a folder that exists, where each user of each service gets a file of its own.
+            A file, which may be new, or an existing folder, where each user of a service has one.
         user_id
-            Whose messages these are; the user who is logged in without one. Give it to open the store before the login.
+            Whose messages these are; None: the logged-in user's. Needed before the login.
         read_only
-            Only to look: nothing is sent or received. Another program may have the file open for writing, and this client another store.
+            Sends and receives nothing. The file may be in use, and the client have another store.
         most_unsent, longest_wait
-            How many messages may wait to be sent (10 000), and how long one waits before it fails (a week; in whole hours).
+            How many messages may wait to be sent (10 000), and how long (a week; in whole hours).
         echo_timeout
-            How many seconds the service may take to send a message back until it is asked for it (15).
+            After how many seconds without its echo a sent message is looked up (15).
         most_caught_up, farthest_caught_up
-            How far back a conversation is read after a login: messages (2 000) and time (30 days; in whole hours).
+            How far back a login reads a conversation: messages (2 000), time (30 days; in hours).
         """
-        return Store(self._portal.do(lambda: self._inner.open_store(path, user_id=user_id, read_only=read_only, most_unsent=most_unsent, longest_wait=longest_wait, echo_timeout=echo_timeout, most_caught_up=most_caught_up, farthest_caught_up=farthest_caught_up)), self._portal, self._timeout)
+        return Store(
+            self._portal.do(lambda: self._inner.open_store(path, user_id=user_id,
+            read_only=read_only, most_unsent=most_unsent, longest_wait=longest_wait,
+            echo_timeout=echo_timeout, most_caught_up=most_caught_up,
+            farthest_caught_up=farthest_caught_up)), self._portal, self._timeout)
