@@ -20,8 +20,7 @@ constexpr const char* kStates[] = {"connecting", "connected", "disconnected"};
 constexpr const char* kLoginOutcomes[] = {"accepted", "refused"};
 constexpr const char* kMessageKinds[] = {"peer", "own", "system"};
 constexpr const char* kSendOutcomes[] = {"taken", "refused"};
-constexpr const char* kEmitFaults[] = {"not connected", "too much waits", "too long",
-                                       "not encodable"};
+constexpr const char* kEmitFaults[] = {"not connected", "queue full", "too long", "not encodable"};
 constexpr const char* kRequestOutcomes[] = {"success", "refused", "failed", "no answer",
                                             "cancelled"};
 
@@ -38,13 +37,13 @@ constexpr Row kMetrics[] = {
     {Metric::Connections, VXIMMetricKindGauge, "vexim_connections",
      "Live connections that clients hold, by their state.", "status", kStates},
     {Metric::ConnectionsPaused, VXIMMetricKindGauge, "vexim_connections_paused",
-     "Connections that wait for the program to handle their events."},
+     "Connections that have stopped reading until the program handles their events."},
     {Metric::ConnectionAttempts, VXIMMetricKindCounter, "vexim_connection_attempts_total",
-     "Attempts to connect.", "kind", kAttemptKinds},
+     "Attempts to connect: the first of a connection, and reconnects.", "kind", kAttemptKinds},
     {Metric::ConnectionsJoined, VXIMMetricKindCounter, "vexim_connections_joined_total",
      "Attempts that reached the service and joined its namespace.", "kind", kAttemptKinds},
     {Metric::ConnectionsEnded, VXIMMetricKindCounter, "vexim_connections_ended_total",
-     "Attempts that failed and connections that ended.", "cause", kConnectionEndCauses},
+     "Failed attempts and ended connections, by the cause.", "cause", kConnectionEndCauses},
     {Metric::ConnectDuration, VXIMMetricKindHistogram, "vexim_connect_duration_seconds",
      "Time from the start of an attempt until the namespace was joined."},
     {Metric::Logins, VXIMMetricKindCounter, "vexim_logins_total",
@@ -54,7 +53,7 @@ constexpr Row kMetrics[] = {
      "Messages received: from others, echoes of own messages, and system messages.", "kind",
      kMessageKinds},
     {Metric::MessagesSent, VXIMMetricKindCounter, "vexim_messages_sent_total",
-     "Messages handed to connections, by whether the connection took them.", "outcome",
+     "Messages given to connections, by whether they were taken or refused.", "outcome",
      kSendOutcomes},
     {Metric::EventsReceived, VXIMMetricKindCounter, "vexim_events_received_total",
      "Events and acknowledgements received, including messages."},
@@ -65,7 +64,7 @@ constexpr Row kMetrics[] = {
     {Metric::EventsSentBytes, VXIMMetricKindCounter, "vexim_events_sent_bytes_total",
      "Length of the events and acknowledgements sent."},
     {Metric::EmitsRefused, VXIMMetricKindCounter, "vexim_emits_refused_total",
-     "Events and acknowledgements that connections did not take.", "reason", kEmitFaults},
+     "Events and acknowledgements that connections refused, by the reason.", "reason", kEmitFaults},
     {Metric::SendQueueEvents, VXIMMetricKindGauge, "vexim_send_queue_events",
      "Events waiting to be sent, over all connections."},
     {Metric::SendQueueBytes, VXIMMetricKindGauge, "vexim_send_queue_bytes",
