@@ -2,8 +2,8 @@
 //
 //   node server.mjs '{"version": "4.8", "tls": {"cert": PEM, "key": PEM}, "options": {…}}'
 //
-// Prints {"port": n} once it listens, obeys one JSON command a line on its standard input, prints one JSON line for each
-// thing that tests wait for, and ends with its parent: when the standard input closes.
+// Prints {"port": n} once it listens, then a JSON line for each thing that tests wait for. Each
+// line of its standard input is a JSON command. It ends when its standard input closes.
 import { createRequire } from "node:module";
 import { createServer as createHttp } from "node:http";
 import { createServer as createHttps } from "node:https";
@@ -22,7 +22,8 @@ http.on("connection", (socket) => {
   connections.add(socket);
   socket.on("close", () => connections.delete(socket));
 });
-const io = isOld ? module(http, config.options ?? {}) : new module.Server(http, config.options ?? {});
+const options = config.options ?? {};
+const io = isOld ? module(http, options) : new module.Server(http, options);
 
 const counted = []; // over all connections
 
@@ -35,8 +36,11 @@ const serve = (nsp) => {
     });
   }
   nsp.on("connection", (socket) => {
-    if (config.verbose) say({ connected: nsp.name, query: socket.handshake.query, auth: socket.handshake.auth, cookie: socket.handshake.headers.cookie, extra: socket.handshake.headers["x-extra"], transport: socket.conn.transport.name });
-    socket.emit("login", { success: true, id: socket.handshake.query.auth ?? null });
+    const { query, auth, headers } = socket.handshake;
+    const { name: transport } = socket.conn.transport;
+    const seen = { query, auth, cookie: headers.cookie, extra: headers["x-extra"], transport };
+    if (config.verbose) say({ connected: nsp.name, ...seen });
+    socket.emit("login", { success: true, id: query.auth ?? null });
     socket.on("say", (...args) => {
       const answer = typeof args[args.length - 1] === "function" ? args.pop() : null;
       if (answer) answer(...args);

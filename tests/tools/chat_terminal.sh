@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Plays the chat's story with two users in tmux: they talk, found a group, exchange a file, resize, and go on when the service
-# hangs, dies and comes back. Looks only at what stands on the screens; every wait ends when that is there, or after 20 seconds.
+# Plays the chat's story with two users in tmux: they talk, found a group, exchange a file, resize,
+# and go on when the service hangs, dies and comes back. Looks only at what stands on the screens;
+# every wait ends when that is there, or after 20 seconds.
 #   chat_terminal.sh VEXIM SERVICE-FOLDER [emulated]
 set -euo pipefail
 vexim=$1
@@ -30,7 +31,13 @@ start_service() {  # on the port that it had before
     port=$(sed -n 's/.*listening on .*:\([0-9]*\)$/\1/p' "$work/service.log")
 }
 
-screen() { panes capture-pane -p -t "$1" | tr -s ' '; }  # how wide the columns are is not the point here
+# how wide the columns are is not the point here
+control() {  # control PATH BODY
+    curl -sf "http://127.0.0.1:$port/_control/$1" -H 'Content-Type: application/json' \
+        -o /dev/null -d "$2"
+}
+
+screen() { panes capture-pane -p -t "$1" | tr -s ' '; }
 fail() {
     echo "FAILED: $1"
     for user in alice bob; do echo "-- $user:"; screen $user || cat "$work/$user.err"; done
@@ -60,21 +67,23 @@ start_chat() {  # start_chat USER [ARGUMENT...]
     shift
     mkdir -p "$work/$user"
     panes new-session -d -s "$user" -x 100 -y 24 -c "$work/$user" \
-        "'$vexim' chat --server http://127.0.0.1:$port --install '$user' $* 2> '$work/$user.err'; echo \$? > '$work/$user.status'; exec cat"
+        "'$vexim' chat --server http://127.0.0.1:$port --install '$user' $* 2> '$work/$user.err'
+            echo \$? > '$work/$user.status'; exec cat"
 }
 
 start_service
 step "a refused login ends with its reason, and nothing secret in the process list"
 start_chat mallory --username alice --password not-hers
 await_ended mallory
-has "$work/mallory.status" 1 && has "$work/mallory.err" 'The credentials match no user' || fail "mallory is not refused"
+has "$work/mallory.status" 1 && has "$work/mallory.err" 'The credentials match no user' ||
+    fail "mallory is not refused"
 
 step "two users come online, and talk"
 start_chat alice --user alice
 await alice 'alice connected to'
 start_chat bob --username bob --password bob-secret --friend alice
 await bob 'bob connected to'
-if [ -z "$emulated" ]; then  # an emulator's arguments, which the list shows, are not the program's to change
+if [ -z "$emulated" ]; then  # the program cannot change an emulator's arguments
     arguments=$(pgrep -ax "$(basename "$vexim")" | grep -- "127.0.0.1:$port --install bob ")
     case $arguments in *bob-secret*) fail "the password is in the process list: $arguments" ;; esac
 fi
@@ -93,7 +102,7 @@ await_file "$work/alice.raw" $'\U1F469\U1F3FD\u200D\U1F680'
 panes pipe-pane -t alice
 
 step "who befriends appears"
-curl -sf "http://127.0.0.1:$port/_control/users" -H 'Content-Type: application/json' -o /dev/null -d '{"id": "carol"}'
+control users '{"id": "carol"}'
 start_chat carol --user carol
 await carol 'carol connected to'
 "$vexim" friends add alice --user carol --server "http://127.0.0.1:$port" || fail "carol finds no friend"
@@ -113,11 +122,12 @@ keys alice C-u
 
 step "a hostile message is only text"
 title=$(panes display-message -p -t alice '#{pane_title}')
-curl -sf "http://127.0.0.1:$port/_control/emit" -H 'Content-Type: application/json' -o /dev/null -d '{"user": "alice",
-    "event": "message", "args": [{"content": {"media": 0, "body": "\u001b]0;owned\u0007\u001b[2J\u001b[31mfine\u009b5m \u202eso far"},
-    "ts": 1, "to": {"id": "alice", "type": 0}, "from": {"id": "bob", "type": 0}}]}'
+hostile='\u001b]0;owned\u0007\u001b[2J\u001b[31mfine\u009b5m \u202eso far'
+control emit '{"user": "alice", "event": "message", "args": [{"content": {"media": 0,
+    "body": "'"$hostile"'"}, "ts": 1, "to": {"id": "alice", "type": 0},
+    "from": {"id": "bob", "type": 0}}]}'
 await alice 'bob: fine so far'
-[ "$(panes display-message -p -t alice '#{pane_title}')" = "$title" ] || fail "the title was taken over"
+[ "$(panes display-message -p -t alice '#{pane_title}')" = "$title" ] || fail "the title changed"
 
 step "a group, by completion"
 say alice '/group new "Reading circle" bob'
@@ -152,7 +162,11 @@ panes resize-window -t alice -x 30 -y 6
 await alice '>'
 panes resize-window -t alice -x 120 -y 30
 await alice 'alice: which book?'
-{ printf 'long '; head -c 10000 /dev/zero | tr '\0' x; printf '\nand a second line'; } > "$work/paste"
+{
+    printf 'long '
+    head -c 10000 /dev/zero | tr '\0' x
+    printf '\nand a second line'
+} > "$work/paste"
 panes load-buffer "$work/paste"
 panes paste-buffer -p -t alice
 await alice '⏎and a second line'
@@ -207,6 +221,7 @@ say alice '/quit'
 keys bob C-d
 for user in alice bob; do
     await_ended $user
-    has "$work/$user.status" 0 || fail "$user ended with $(cat "$work/$user.status"): $(cat "$work/$user.err")"
+    has "$work/$user.status" 0 ||
+        fail "$user ended with $(cat "$work/$user.status"): $(cat "$work/$user.err")"
 done
 echo "all well after $SECONDS s"
