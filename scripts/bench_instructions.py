@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""For scripts/bench --instructions: prints how many instructions an operation takes, all threads of the process together. That is
-what valgrind's callgrind counts in a long run, less what it counts in a short one, over the operations between. Unlike times, it
-hardly changes with the machine and its load. Fails when a figure is beyond its limit.
+"""For scripts/bench --instructions: prints how many instructions an operation takes, in all threads
+of the process. valgrind's callgrind counts them in a long run and in a short one; the difference is
+divided by the additional operations. Unlike times, it hardly depends on the machine and its load.
+Fails if a figure is above its limit.
 
     scripts/bench_instructions.py NAME...     programs of the release build
 """
@@ -14,7 +15,8 @@ import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-# Of the ratio, and of our instructions; where the kernel does much of the work, limits stand on time (scripts/bench).
+# Of the ratio, and of our instructions. Where the kernel does much of the work, scripts/bench
+# limits the time instead.
 LIMITS = {
     "live: a message received": (1.0, 14_000),
     "JSON in, one message": (1.0, None),
@@ -29,11 +31,12 @@ LIMITS = {
     "REST over HTTPS, 1 in flight": (1.5, None),
     "REST over HTTPS, 32 in flight": (1.15, None),
 }
-ENOUGH = 20_000_000  # instructions between two runs, so that what differs from run to run does not matter
+ENOUGH = 20_000_000  # instructions between two runs, so that chance differences do not matter
 
 
 def ask(program, text, *prefix):
-    done = subprocess.run([*prefix, str(program)], env=os.environ | {"VEXIM_BENCH": text}, capture_output=True, text=True)
+    done = subprocess.run([*prefix, str(program)], env=os.environ | {"VEXIM_BENCH": text},
+                          capture_output=True, text=True)
     if done.returncode != 0:
         sys.exit(f"bench: {program.name} failed at {text}:\n{done.stdout}{done.stderr}")
     return done.stdout
@@ -42,9 +45,11 @@ def ask(program, text, *prefix):
 def instructions(program, side, rounds, row):
     with tempfile.TemporaryDirectory() as folder:
         log = pathlib.Path(folder) / "log"
-        ask(program, f"{side} {rounds} {row}", "valgrind", "--tool=callgrind", "--callgrind-out-file=/dev/null", f"--log-file={log}.%p")
+        ask(program, f"{side} {rounds} {row}", "valgrind", "--tool=callgrind",
+            "--callgrind-out-file=/dev/null", f"--log-file={log}.%p")
         # A server in a process of its own is killed, and so counts nothing.
-        counts = [found for each in pathlib.Path(folder).iterdir() if (found := re.search(r"Collected : (\d+)", each.read_text()))]
+        counts = [found for each in pathlib.Path(folder).iterdir()
+                  if (found := re.search(r"Collected : (\d+)", each.read_text()))]
         return sum(int(count[1]) for count in counts)
 
 
@@ -69,13 +74,15 @@ def verdict(row, ours, peer):
 def main():
     missed = False
     for name in sys.argv[1:]:
-        program = next(path for path in (ROOT / "build/release/benchmarks").rglob(f"{name}_benchmark") if path.is_file())
+        built = (ROOT / "build/release/benchmarks").rglob(f"{name}_benchmark")
+        program = next(path for path in built if path.is_file())
         for line in ask(program, "list").splitlines():
             row, operations = line.split("\t")
             ours, peer = (slope(program, side, row, int(operations)) for side in ("ours", "peer"))
             said = verdict(row, ours, peer)
             missed = missed or said.endswith("MISSED")
-            print(f"{row:60} {ours:12.0f} {peer:15.0f}     ratio {ours / peer:5.2f}   {said}", flush=True)
+            print(f"{row:60} {ours:12.0f} {peer:15.0f}     ratio {ours / peer:5.2f}   {said}",
+                  flush=True)
     sys.exit(missed)
 
 

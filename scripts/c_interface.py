@@ -1,11 +1,12 @@
 #!/usr/bin/env python3
-"""What the C interface's table, VexIMLib/C/internal/Operations.cpp with the store's part in C/internal/Store/StoreOperations.cpp, is made into besides the
-dispatch. What comes out of the interface is declared in c_interface_shapes.py.
+"""Makes the C interface's JSON Schema and the tables of its page. The operations are read from
+VexIMLib/C/internal/Operations.cpp and, with the store, C/internal/Store/StoreOperations.cpp.
+Results and events are declared in c_interface_shapes.py.
 
     scripts/c_interface.py --schema FILE    writes the JSON Schema of requests, answers and events
     scripts/c_interface.py --write          renews the tables of docs/c-interface.md
-    scripts/c_interface.py --check          fails when the page differs from the table, or when a public C++ header has an operation
-                                            that the table lacks
+    scripts/c_interface.py --check          fails if the page differs from the table, or if the
+                                            table lacks an operation of a public C++ header
 """
 
 import json
@@ -21,24 +22,27 @@ STORE_TABLE = ROOT / "VexIMLib/C/internal/Store/StoreOperations.cpp"
 PAGE = ROOT / "docs/c-interface.md"
 
 STRING = r'"((?:[^"\\]|\\.)*)"'
-ROW = re.compile(r"^    \{" + ", ".join([STRING] * 4) + r", (?:Needs::(\w+), )?handlers::(\w+)\},$", re.MULTILINE)
+ROW = re.compile(r"^    \{" + ", ".join([STRING] * 4) + r", (?:Needs::(\w+), )?handlers::(\w+)\},$",
+                 re.MULTILINE)
 
 
 class Row:
     def __init__(self, match):
-        self.name, parameters, self.result, self.doc = (text.replace('\\"', '"') for text in match.groups()[:4])
+        self.name, parameters, self.result, self.doc = (text.replace('\\"', '"')
+                                                        for text in match.groups()[:4])
         self.needs = match.group(5)
         self.parameters = declared(parameters)
 
 
 def declared(text):
-    """[(name, type, whether it may be left out)] of a declaration such as "friendId: id, limit: int32?"."""
+    """[(name, type, whether it is optional)] of a declaration: "friendId: id, limit: int32?"."""
     split = (one.split(":") for one in text.split(",") if one.strip())
-    return [(name.strip(), type_.strip().rstrip("?"), type_.strip().endswith("?")) for name, type_ in split]
+    return [(name.strip(), type_.strip().rstrip("?"), type_.strip().endswith("?"))
+            for name, type_ in split]
 
 
 def constants(text):
-    """The declarations that are constants: the configuration, a message, a target, a conversation's id."""
+    """The declarations that are constants: of the configuration, a message, a target and so on."""
     found = {}
     for match in re.finditer(r"const std::string_view (k\w+) =((?:\s*\"[^\"]*\")+);", text):
         found[match.group(1)] = declared("".join(re.findall(r'"([^"]*)"', match.group(2))))
@@ -53,7 +57,8 @@ def read_table():
     rows = [[Row(match) for match in ROW.finditer(part)] for part in (first, third, second)]
     written = len(re.findall(r"handlers::\w+\}", text))
     if sum(map(len, rows)) != written:
-        sys.exit(f"{TABLE.name}: {written} rows, but only {sum(map(len, rows))} are written in the one shape")
+        read = sum(map(len, rows))
+        sys.exit(f"{TABLE.name}: only {read} of {written} rows have the form that we can read")
     return *rows, constants(text)
 
 
@@ -62,7 +67,8 @@ def signature(row):
 
 
 def entries(declaration):
-    return ", ".join(f"`{name}`{'?' if optional else ''} {type_}" for name, type_, optional in declaration)
+    return ", ".join(f"`{name}`{'?' if optional else ''} {type_}"
+                     for name, type_, optional in declaration)
 
 
 def tables():
@@ -75,14 +81,17 @@ def tables():
         f"| {name} | {entries(declared(text))} | {doc} |" for name, (text, doc) in of.items()
     ]
     events = lambda of: ["| event | arguments | when |", "|---|---|---|"] + [
-        f"| `{name}` | {entries(declared(text))} | {when or ('With `notifications`.' if asked else '')} |"
+        f"| `{name}` | {entries(declared(text))} | {when or 'With `notifications`.' * asked} |"
         for name, (text, when, asked) in of.items()
     ]
     made = {
-        "requests": lines(requests), "immediate": lines(immediate), "objects": objects(shapes.OBJECTS), "events": events(shapes.EVENTS),
-        "store": lines(of_store), "storeobjects": objects(shapes.STORE_OBJECTS), "storeevents": events(shapes.STORE_EVENTS),
+        "requests": lines(requests), "immediate": lines(immediate),
+        "objects": objects(shapes.OBJECTS), "events": events(shapes.EVENTS),
+        "store": lines(of_store), "storeobjects": objects(shapes.STORE_OBJECTS),
+        "storeevents": events(shapes.STORE_EVENTS),
     }
-    return {name: "\n".join(line.replace(" |  |", " | |") for line in table) for name, table in made.items()}
+    return {name: "\n".join(line.replace(" |  |", " | |") for line in table)
+            for name, table in made.items()}
 
 
 def renewed_page():
@@ -118,8 +127,10 @@ def type_schema(name, optional):
 def object_schema(parameters, **more):
     return {
         "type": "object",
-        "properties": {**more, **{name: type_schema(type_, optional) for name, type_, optional in parameters}},
-        "required": [name for name in more if name == "@op"] + [name for name, _, optional in parameters if not optional],
+        "properties": {**more, **{name: type_schema(type_, optional)
+                                  for name, type_, optional in parameters}},
+        "required": [*(name for name in more if name == "@op"),
+                     *(name for name, _, optional in parameters if not optional)],
         "additionalProperties": False,
     }
 
@@ -132,10 +143,11 @@ def request_schema(row, timeout):
 
 
 def given_schema(parameters, doc="", **more):
-    """Of what comes out: nothing is null there, and a later version may add names."""
+    """The schema of what comes out: nothing is null there, and later versions may add names."""
     made = {
         "type": "object",
-        "properties": {**more, **{name: {"$ref": f"#/$defs/{type_}"} for name, type_, _ in parameters}},
+        "properties": {**more,
+                       **{name: {"$ref": f"#/$defs/{type_}"} for name, type_, _ in parameters}},
         "required": [*more, *(name for name, _, optional in parameters if not optional)],
     }
     return {"description": doc, **made} if doc else made
@@ -150,7 +162,8 @@ def answer_schema(result):
 
 
 def event_schema(name, declaration, doc):
-    return given_schema(declared(declaration), doc, **{"@type": {"const": "event"}, "name": {"const": name}})
+    return given_schema(declared(declaration), doc,
+                        **{"@type": {"const": "event"}, "name": {"const": name}})
 
 
 def schema():
@@ -168,24 +181,29 @@ def schema():
             "newMessage": object_schema(constant["kMessage"]),
             "conversationId": object_schema(constant["kConversationId"]),
             "storePosition": object_schema(constant["kStorePosition"]),
-            "newConfiguration": object_schema(constant["kConfiguration"] + constant["kConnectionOptions"]),
+            "newConfiguration": object_schema(
+                constant["kConfiguration"] + constant["kConnectionOptions"]),
             "request": one_of("requests", [row.name for row in requests]),
             "requests": {row.name: request_schema(row, True) for row in requests},
             "execution": one_of("executions", [row.name for row in immediate]),
             "executions": {row.name: request_schema(row, False) for row in immediate},
             "answer": answer_schema("any"),
             "answers": {row.name: answer_schema(row.result) for row in requests + immediate},
-            "failure": given_schema(declared("error: error"), **{"@type": {"const": "error"}, "@extra": {}}),
+            "failure": given_schema(declared("error: error"),
+                                    **{"@type": {"const": "error"}, "@extra": {}}),
             "event": one_of("events", all_events),
-            "events": {name: event_schema(name, text, doc) for name, (text, doc, _) in all_events.items()},
-            **{name: given_schema(declared(text), doc) for name, (text, doc) in {**shapes.OBJECTS, **shapes.STORE_OBJECTS}.items()},
+            "events": {name: event_schema(name, text, doc)
+                       for name, (text, doc, _) in all_events.items()},
+            **{name: given_schema(declared(text), doc)
+               for name, (text, doc) in {**shapes.OBJECTS, **shapes.STORE_OBJECTS}.items()},
         },
     }
 
 
 def findings():
     if renewed_page() != PAGE.read_text():
-        yield f"{PAGE.relative_to(ROOT)} differs from the table (scripts/c_interface.py --write mends it)"
+        page = PAGE.relative_to(ROOT)
+        yield f"{page} differs from the table (scripts/c_interface.py --write mends it)"
 
 
 def main(arguments):

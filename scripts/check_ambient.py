@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
-"""Checks who uses shared instances. A class gets what it needs through its constructor, except what docs/design.md calls ambient.
+"""Checks who uses shared instances. A class gets what it needs through its constructor, except what
+docs/design.md calls ambient.
 
-Each row names the folders and files of VexIMLib that may use an instance. A row that nobody needs is an error, too.
+Each row names the folders and files of VexIMLib that may use an instance. An unused row is an
+error, too.
 """
 
 import pathlib
@@ -13,9 +15,11 @@ CALL = re.compile(r"\b([A-Z]\w*)::(shared|system|defaultCenter|defaultManager|of
 
 # The process's threads, and what tells them something.
 THREADS = {
-    "MainQueue::shared": ["Async", "Loops", "C", "Store", "Testing", "internal/Foundation", "internal/Platform", "internal/Networking",
+    "MainQueue::shared": ["Async", "Loops", "C", "Store", "Testing", "internal/Foundation",
+                          "internal/Platform", "internal/Networking",
                           "internal/Resources", "internal/Client"],
-    "NetworkThread::shared": ["internal/Platform/Threads", "internal/Platform/Loading", "internal/SocketIO/Transports",
+    "NetworkThread::shared": ["internal/Platform/Threads", "internal/Platform/Loading",
+                              "internal/SocketIO/Transports",
                               "internal/SocketIO/Client/LinkKeeper.cpp"],
     "LoadRunner::shared": ["internal/Platform/Loading"],
     "ReaderPool::shared": ["internal/Platform/Threads", "internal/Platform/Loading"],
@@ -34,13 +38,16 @@ CLOCK = {
     "Clock::system": ["internal/Foundation/Threads"],
     "Clock::shared": [
         # timers that use whatever clock is set, and what compares times with them
-        "internal/Foundation/Threads", "internal/Platform/Threads/ClockTimer.h", "internal/Platform/Loading/URLLoad.cpp",
+        "internal/Foundation/Threads", "internal/Platform/Threads/ClockTimer.h",
+        "internal/Platform/Loading/URLLoad.cpp",
         "internal/Platform/Loading/LoadRunner.cpp",
         "Loops/Asio.h", "C/internal/Session.cpp", "Store/internal/OutboxSending.cpp",
         # moments and durations that are written down
-        "internal/Foundation/Values/Date.cpp", "internal/Platform/Facts/EventRecord.cpp", "internal/Networking/VXIMUtils.cpp",
+        "internal/Foundation/Values/Date.cpp", "internal/Platform/Facts/EventRecord.cpp",
+        "internal/Networking/VXIMUtils.cpp",
         "internal/Networking/VXIMURLSessionDataDelegate.cpp",
-        "internal/Resources/VXIMMessage.cpp", "internal/Client/VXIMClientMessages.cpp", "Store/internal", "Testing/internal",
+        "internal/Resources/VXIMMessage.cpp", "internal/Client/VXIMClientMessages.cpp",
+        "Store/internal", "Testing/internal",
         # passed down from here
         "internal/SocketIO/Client/SocketIOClient.cpp",
     ],
@@ -48,10 +55,12 @@ CLOCK = {
     "Random::shared": [
         "internal/Foundation/Threads", "internal/Networking/VXIMRequestRetries.cpp",
         # unique names
-        "internal/Networking/DownloadFile.cpp", "internal/Networking/VXIMAFStreamingMultipartFormData.cpp", "Store/internal/Outbox.cpp",
+        "internal/Networking/DownloadFile.cpp",
+        "internal/Networking/VXIMAFStreamingMultipartFormData.cpp", "Store/internal/Outbox.cpp",
         "internal/SocketIO/Client/SocketIOClient.cpp",
     ],
-    "HostResolver::system": ["internal/Platform/Threads", "internal/SocketIO/Client/SocketIOClient.cpp"],
+    "HostResolver::system": ["internal/Platform/Threads",
+                             "internal/SocketIO/Client/SocketIOClient.cpp"],
 }
 ALLOWED = THREADS | REGISTERS | CLOCK
 
@@ -66,7 +75,7 @@ def calls():
 def findings():
     unused = {(name, place) for name, places in ALLOWED.items() for place in places}
     for path, number, name in calls():
-        places = [place for place in ALLOWED.get(name, ()) if path == place or path.startswith(place + "/")]
+        places = [place for place in ALLOWED.get(name, ()) if f"{path}/".startswith(f"{place}/")]
         if not places:
             yield f"VexIMLib/{path}:{number}: {name}() is not ambient here; hand it down"
         unused -= {(name, place) for place in places}

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Compiles the benchmarks for their mistakes alone, about a minute of one core. The tests build none of them, and what nobody
-builds rots.
+"""Checks that the benchmarks compile, in about a minute of one core, because the tests do not build
+them.
 
     scripts/check_benchmarks.py
 """
@@ -25,9 +25,11 @@ def mistakes(entry):
 
 
 def main():
-    subprocess.run(["cmake", "--preset", "release", "--log-level=NOTICE"], cwd=ROOT, stdout=subprocess.DEVNULL, check=True)
+    subprocess.run(["cmake", "--preset", "release", "--log-level=NOTICE"], cwd=ROOT,
+                   stdout=subprocess.DEVNULL, check=True)
     commands = json.loads((ROOT / "build/release/compile_commands.json").read_text())
-    mine = [each for each in commands if pathlib.Path(each["file"]).is_relative_to(ROOT / "benchmarks")]
+    folder = ROOT / "benchmarks"
+    mine = [each for each in commands if pathlib.Path(each["file"]).is_relative_to(folder)]
     if not mine:
         sys.exit("check_benchmarks: the release build has no benchmarks")
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:

@@ -4,16 +4,16 @@
     scripts/check_docs.py            prints what is not, and fails then
     scripts/check_docs.py --write    takes the blocks over from their sources
 
-Every C, C++, CMake and Python block is the text of the file that the line above it names, or of a region of it, between the comments
-[name] and [/name]:
+Every C, C++, CMake and Python block is the text of the file that the line above it names, or of a
+region of it, between the comments [name] and [/name]:
 
     <!-- examples/login.cpp#username -->
     ```cpp
     client->loginWithUsername("bob", "bob-secret", done);
     ```
 
-Links lead to files and headings that exist, files that are named are there, and the library's names that stand in backticks
-are names in its sources.
+Links lead to files and headings that exist, files that are named are there, and the library's names
+that stand in backticks are names in its sources.
 """
 
 import pathlib
@@ -22,7 +22,8 @@ import sys
 import textwrap
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-BLOCK = re.compile(r"(?:^<!-- (?P<source>[^\s#]+)(?:#(?P<region>\S+))? -->\n)?^```(?P<language>cpp|c|cmake|python)\n(?P<text>.*?)^```$", re.M | re.S)
+BLOCK = re.compile(r"(?:^<!-- (?P<source>[^\s#]+)(?:#(?P<region>\S+))? -->\n)?"
+                   r"^```(?P<language>cpp|c|cmake|python)\n(?P<text>.*?)^```$", re.M | re.S)
 FENCE = re.compile(r"^```(\w*)\n(.*?)^```$", re.M | re.S)
 LINK = re.compile(r"\[[^\]]*\]\(([^)\s]+)\)")
 NAME = re.compile(r"(?<!`)`((?:VXIM\w+|VX[A-Z][a-z]\w*|vexim::\w+)[^`\n]*)`(?!`)")
@@ -31,27 +32,31 @@ NAME = re.compile(r"(?<!`)`((?:VXIM\w+|VX[A-Z][a-z]\w*|vexim::\w+)[^`\n]*)`(?!`)
 def region_of(path, name):
     """The lines between the comments, without the indentation that they share."""
     text = path.read_text()
-    match = re.search(rf"^[ \t]*(?://|#) \[{re.escape(name)}\]\n(.*?)^[ \t]*(?://|#) \[/{re.escape(name)}\]$", text, re.M | re.S)
+    match = re.search(
+        rf"^[ \t]*(?://|#) \[{re.escape(name)}\]\n(.*?)^[ \t]*(?://|#) \[/{re.escape(name)}\]$",
+        text, re.M | re.S)
     return textwrap.dedent(match[1]) if match else None
 
 
 def source_text(block):
     """What the block must say, or a complaint."""
     if block["source"] is None:
-        return None, f"a {block['language']} block that names no source; put <!-- examples/NAME.cpp --> above it"
+        return None, f"a {block['language']} block without <!-- examples/NAME.cpp --> above it"
     path = ROOT / block["source"]
     if not path.is_file():
         return None, f"{block['source']} does not exist"
     text = region_of(path, block["region"]) if block["region"] else path.read_text()
     if text is None:
         return None, f"{block['source']} has no region [{block['region']}]"
-    return re.sub(r"^[ \t]*(?://|#) \[/?\w+\]\n", "", text, flags=re.M), None  # without the marks of regions inside
+    # without the marks of inner regions
+    return re.sub(r"^[ \t]*(?://|#) \[/?\w+\]\n", "", text, flags=re.M), None
 
 
 def anchors(text):
     """The headings as GitHub names them."""
     prose = FENCE.sub("", text)
-    return {re.sub(r"[^\w\- ]", "", line.strip("# `").lower()).replace(" ", "-") for line in re.findall(r"^#+ .*$", prose, re.M)}
+    return {re.sub(r"[^\w\- ]", "", line.strip("# `").lower()).replace(" ", "-")
+            for line in re.findall(r"^#+ .*$", prose, re.M)}
 
 
 def findings(page, words):
@@ -65,8 +70,10 @@ def findings(page, words):
         if complaint:
             yield f"{where(block.start())}: {complaint}"
         elif block["text"] != wanted:
-            yield f"{where(block.start())}: differs from {block['source']} (scripts/check_docs.py --write)"
-    for named in re.finditer(r"(?<![\w/.-])(?:scripts|tests|examples|service|tools|bindings)/[\w./+-]*\w", text):
+            place = where(block.start())
+            yield f"{place}: differs from {block['source']} (scripts/check_docs.py --write)"
+    for named in re.finditer(
+            r"(?<![\w/.-])(?:scripts|tests|examples|service|tools|bindings)/[\w./+-]*\w", text):
         if not (ROOT / named[0]).exists():
             yield f"{where(named.start())}: {named[0]} does not exist"
     prose = FENCE.sub(lambda match: re.sub(r"[^\n]", " ", match[0]), text)
@@ -82,7 +89,7 @@ def findings(page, words):
     for name in NAME.finditer(prose):
         for word in re.findall(r"[A-Za-z_]\w*", name[1].split("(")[0].split("<")[0]):
             if word not in words:
-                yield f"{where(name.start())}: the library knows no {word}"
+                yield f"{where(name.start())}: the library has no {word}"
 
 
 def pages():
@@ -93,8 +100,10 @@ def pages():
 def refresh(page):
     def block(match):
         text, complaint = source_text(match)
-        return match[0] if complaint else match[0].replace(f"\n{match['text']}```", f"\n{text}```") if match["text"] else \
-            match[0].replace(f"```{match['language']}\n", f"```{match['language']}\n{text}")
+        if complaint:
+            return match[0]
+        start = f"```{match['language']}\n"
+        return match[0].replace(f"{start}{match['text']}", f"{start}{text}")
 
     page.write_text(BLOCK.sub(block, page.read_text()))
 
@@ -103,8 +112,9 @@ if __name__ == "__main__":
     if sys.argv[1:] == ["--write"]:
         for page in pages():
             refresh(page)
-    sources = [*(ROOT / "VexIMLib").rglob("*.h"), *(ROOT / "VexIMLib").rglob("CMakeLists.txt"), ROOT / "CMakeLists.txt"]
-    words = {word for source in sources for word in re.findall(r"[A-Za-z_]\w*", source.read_text())} | {"VXIMAF"}
+    lists = [ROOT / "CMakeLists.txt", *(ROOT / "VexIMLib").rglob("CMakeLists.txt")]
+    texts = (source.read_text() for source in [*(ROOT / "VexIMLib").rglob("*.h"), *lists])
+    words = {"VXIMAF"}.union(*(re.findall(r"[A-Za-z_]\w*", text) for text in texts))
     found = [finding for page in pages() for finding in findings(page, words)]
     print("\n".join(found))
     sys.exit(1 if found else 0)

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Checks the arrows of the house: who may include whom.
+"""Checks which rooms include which.
 
-A folder includes from floors below its own, public headers include public headers and the standard library only, programs
-include public headers only (tests may look inside), and no file includes itself by any way round.
+A folder may include only folders on lower floors. Public headers may include only public headers
+and the standard library, and programs only public headers (tests may use internal ones). No file
+may include itself through others.
 """
 
 import pathlib
@@ -11,42 +12,48 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 
-# From the ground up; folders of one floor do not know each other, but for the programs. docs/design.md has the same table with
-# words to it.
+# From the lowest floor up. Folders of one floor may not include each other, except programs.
+# docs/design.md has the same table and explains it.
 FLOORS = [
     ["VexIMLib/Foundation", "VexIMLib/internal/Foundation"],
     ["VexIMLib/internal/Configuration"],
     ["VexIMLib/internal/Platform", "VexIMLib/Async", "VexIMLib/Loops"],
-    ["VexIMLib/internal/MessageForwarding", "VexIMLib/internal/Networking", "VexIMLib/internal/SocketIO"],
+    ["VexIMLib/internal/MessageForwarding", "VexIMLib/internal/Networking",
+     "VexIMLib/internal/SocketIO"],
     ["VexIMLib/internal/Resources"],
     ["VexIMLib/internal/Client"],
     ["VexIMLib/Store", "VexIMLib/Testing", "VexIMLib/C"],
     ["tools", "examples", "tests", "benchmarks"],
 ]
-# Rooms whose folders are floors again.
+# Rooms whose folders are floors as well, the lowest first.
 INSIDE = {
     "VexIMLib/internal/Platform": ["Facts", "Files", "Trust", "Threads", "Loading"],
     "VexIMLib/internal/SocketIO": ["Protocol", "Transports", "Client"],
 }
-# One room: the public headers of the ground floor, and what they need inside.
+# One room: the public headers of the lowest floor, and their internal headers.
 TOGETHER = {"VexIMLib/internal/Foundation": "VexIMLib/Foundation"}
-FLOOR = {TOGETHER.get(folder, folder): floor for floor, folders in enumerate(FLOORS, 1) for folder in folders}
-# A public header belongs to the room of its source, but for these: two that declare shapes only, and the one that includes all.
+FLOOR = {TOGETHER.get(folder, folder): floor for floor, folders in enumerate(FLOORS, 1)
+         for folder in folders}
+# A public header belongs to the room of its source. These have none: two that only declare types,
+# and the one that includes all others.
 BELONGS = {
     "VXIMCompletions": "VexIMLib/internal/Configuration",
     "VXIMTransfer": "VexIMLib/internal/Configuration",
     "VexIMLib": "VexIMLib/internal/Client",
 }
-ON_PUBLIC_HEADERS = ["VexIMLib/Store"]  # what applications could have written, but for what each thread of ours needs
-WITH_THE_STORE = pathlib.Path("VexIMLib/C/internal/Store")  # of a floor, the one folder that knows another
+# Rooms that use only the public headers of others, like an application, except for two headers.
+ON_PUBLIC_HEADERS = ["VexIMLib/Store"]
 HEADERS_FOR_THREADS = ["ThreadSafety.h", "SignalsBlocked.h"]
+# The only folder that may include another room of its floor: the store.
+WITH_THE_STORE = pathlib.Path("VexIMLib/C/internal/Store")
 ADAPTERS = ["VexIMLib/Loops"]  # each may see the loop that it is for
 PROGRAMS_OF_APPLICATIONS = ["tools", "examples"]
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.MULTILINE)
-STANDARD = re.compile(r"[a-z0-9_]+|stdint\.h")  # <vector>, <cstdint>: no folder, no suffix; and what C has
+STANDARD = re.compile(r"[a-z0-9_]+|stdint\.h")  # <vector>, and what C has
 
-SOURCES = {path.stem: path.relative_to(ROOT) for path in (ROOT / "VexIMLib/internal").rglob("*.cpp")}
+SOURCES = {path.stem: path.relative_to(ROOT)
+           for path in (ROOT / "VexIMLib/internal").rglob("*.cpp")}
 
 
 def is_public(path):
@@ -68,7 +75,7 @@ def room_of(path):
 
 
 def storey(path, room):
-    """Where the file stands inside its room: 0 unless the room has floors of its own."""
+    """The file's floor inside its room; 0 if the room has no floors of its own."""
     inside = INSIDE.get(room)
     if not inside:
         return 0
@@ -77,7 +84,7 @@ def storey(path, room):
 
 
 def resolve(includer, name):
-    """The repository's file behind an include, or None for a foreign one."""
+    """The file of this repository that is included, or None if it is not ours."""
     for candidate in (ROOT / includer).parent / name, ROOT / name, ROOT / "tests" / name:
         if candidate.is_file() and ROOT in candidate.resolve().parents:
             return candidate.resolve().relative_to(ROOT)
@@ -96,7 +103,7 @@ def findings():
     for path in sources():
         room = room_of(path)
         if room is None:
-            yield f"{path}: belongs to no room; give its folder a floor in {pathlib.Path(__file__).name}"
+            yield f"{path}: belongs to no room; give its folder a floor in check_includes.py"
             continue
         if path.suffix == ".cpp" and path.parts[0] == "VexIMLib" and "internal" not in path.parts:
             yield f"{path}: a source lies among the public headers"
@@ -107,23 +114,28 @@ def findings():
                 if name.startswith("VexIMLib/"):
                     yield f"{path}: includes {name}, which does not exist"
                 elif is_public(path) and room not in ADAPTERS and not STANDARD.fullmatch(name):
-                    yield f"{path}: a public header includes {bracket}{name}; only the standard library and our own may be seen"
+                    yield (f"{path}: includes {bracket}{name}; a public header includes only the "
+                           "standard library and our public headers")
                 continue
             arrows[path].append(target)
             below = room_of(target)
             if below is None:
                 continue
-            is_known = room == "VexIMLib/C" and below == "VexIMLib/Store" and WITH_THE_STORE in path.parents
-            if below != room and FLOOR[below] >= FLOOR[room] and FLOOR[room] < len(FLOORS) and not is_known:
+            rooms = (room, below)
+            is_known = rooms == ("VexIMLib/C", "VexIMLib/Store") and WITH_THE_STORE in path.parents
+            is_program = FLOOR[room] == len(FLOORS)
+            if below != room and FLOOR[below] >= FLOOR[room] and not (is_program or is_known):
                 yield f"{path} includes {target}, which is not below it"
             if below == room and storey(target, room) > storey(path, room):
                 yield f"{path} includes {target}, which stands above it in {room}"
             if is_public(path) and not is_public(target):
                 yield f"{path}: a public header includes {target}, which is not installed"
-            if room in ON_PUBLIC_HEADERS and not (is_public(target) or below == room or target.name in HEADERS_FOR_THREADS):
-                yield f"{path}: includes {target}; this room has only the public headers of the others"
-            if room in PROGRAMS_OF_APPLICATIONS and target.parts[0] == "VexIMLib" and not is_public(target):
-                yield f"{path}: a program includes {target}; applications have only the public headers"
+            is_allowed = is_public(target) or target.name in HEADERS_FOR_THREADS
+            if room in ON_PUBLIC_HEADERS and below != room and not is_allowed:
+                yield f"{path}: includes {target}; this room may use only others' public headers"
+            is_internal = target.parts[0] == "VexIMLib" and not is_public(target)
+            if room in PROGRAMS_OF_APPLICATIONS and is_internal:
+                yield f"{path}: includes {target}; programs may use only public headers"
     yield from circles(arrows)
     yield from page()
 
@@ -145,12 +157,13 @@ def circles(arrows):
 
 def page():
     """The table of floors in docs/design.md names the same folders."""
-    told = {}
-    for floor, rooms in re.findall(r"^\| (\d+) \| (.*?) \|", (ROOT / "docs/design.md").read_text(), re.MULTILINE):
-        told.setdefault(int(floor), set()).update(folder.rstrip("/") for folder in re.findall(r"`([\w/]+/)`", rooms))
+    told, text = {}, (ROOT / "docs/design.md").read_text()
+    for floor, rooms in re.findall(r"^\| (\d+) \| (.*?) \|", text, re.MULTILINE):
+        told.setdefault(int(floor), set()).update(re.findall(r"`([\w/]+)/`", rooms))
     for floor, folders in enumerate(FLOORS, 1):
         if told.get(floor, set()) - {"bindings/python"} != set(folders):
-            yield f"docs/design.md: floor {floor} names {sorted(told.get(floor, set()))}; here it has {sorted(folders)}"
+            named = sorted(told.get(floor, set()))
+            yield f"docs/design.md: floor {floor} names {named}; here it has {sorted(folders)}"
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks that the recipes in packaging/, the versions and the public host's CI file fit the tree. Conan and vcpkg are not needed.
+"""Checks that the recipes in packaging/, the versions and the public host's CI file fit the tree.
+Conan and vcpkg are not needed.
 
     scripts/check_packaging.py       prints what does not fit, and fails then
 """
@@ -34,7 +35,8 @@ function(vcpkg_cmake_configure)
   message("SOURCE_PATH=${{arg_SOURCE_PATH}}")
   message("OPTIONS=${{arg_OPTIONS}}")
 endfunction()
-foreach(step IN ITEMS vcpkg_cmake_install vcpkg_cmake_config_fixup vcpkg_fixup_pkgconfig vcpkg_install_copyright)
+foreach(step IN ITEMS
+        vcpkg_cmake_install vcpkg_cmake_config_fixup vcpkg_fixup_pkgconfig vcpkg_install_copyright)
   cmake_language(EVAL CODE "function(${{step}})\nmessage(STEP=${{step}})\nendfunction()")
 endforeach()
 include("{port}/portfile.cmake")
@@ -52,40 +54,48 @@ def is_at_least(version, least):
 
 def versions():
     """Each place that says which version this is."""
-    yield "CMakeLists.txt", re.search(r"project\(VexIMLib VERSION ([\d.]+)", read("CMakeLists.txt"))[1]
+    yield "CMakeLists.txt", re.search(r"project\(VexIMLib VERSION ([\d.]+)",
+                                      read("CMakeLists.txt"))[1]
     yield "service/package.json", json.loads(read("service/package.json"))["version"]
-    yield "bindings/python/vexim/__init__.py", re.search(r'^__version__ = "(.*)"', read("bindings/python/vexim/__init__.py"), re.M)[1]
+    package = "bindings/python/vexim/__init__.py"
+    yield package, re.search(r'^__version__ = "(.*)"', read(package), re.M)[1]
     yield f"{PORT}/vcpkg.json", json.loads(read(f"{PORT}/vcpkg.json"))["version"]
     released = re.search(r"^## \[(\d.*?)\] - \d{4}-\d\d-\d\d$", read("CHANGELOG.md"), re.M)
     yield "CHANGELOG.md", released[1] if released else "none that has a date"
 
 
 def conan_recipe():
-    """(requirements with their least versions, options of the build, exported patterns, libraries) of the recipe."""
+    """The recipe's (requirements with least versions, build options, patterns, libraries)."""
     tree = ast.parse(read(CONAN))
     recipe = next(node for node in tree.body if isinstance(node, ast.ClassDef))
     methods = {node.name: node for node in recipe.body if isinstance(node, ast.FunctionDef)}
-    for name in ("set_version", "export_sources", "requirements", "generate", "build", "package", "package_info"):
+    for name in ("set_version", "export_sources", "requirements", "generate", "build", "package",
+                 "package_info"):
         if name not in methods:
             raise ValueError(f"has no {name}()")
-    texts = lambda method: [node.value for node in ast.walk(methods[method]) if isinstance(node, ast.Constant) and isinstance(node.value, str)]
-    required = dict(re.fullmatch(r"([\w-]+)/\[>=([\d.]+) <[\d.]+\]", text).groups() for text in texts("requirements") if "/" in text)
+    texts = lambda method: [node.value for node in ast.walk(methods[method])
+                            if isinstance(node, ast.Constant) and isinstance(node.value, str)]
+    required = dict(re.fullmatch(r"([\w-]+)/\[>=([\d.]+) <[\d.]+\]", text).groups()
+                    for text in texts("requirements") if "/" in text)
     switches = {text for text in texts("generate") if text.startswith("VEXIM_")}
     patterns = [text for text in texts("export_sources") if "__" not in text]
     libraries = [call.args[2].value for call in ast.walk(methods["package_info"])
                  if isinstance(call, ast.Call) and getattr(call.func, "attr", "") == "_component"]
-    used = {text.split("::")[0] for text in texts("package_info") if re.fullmatch(r"[a-z0-9-]+::[a-z0-9-]+", text)}
+    used = {text.split("::")[0] for text in texts("package_info")
+            if re.fullmatch(r"[a-z0-9-]+::[a-z0-9-]+", text)}
     if unlisted := used - set(required):
         raise ValueError(f"uses {unlisted} that it does not require")
     return required, switches, patterns, libraries
 
 
 def port():
-    """(dependencies with their least versions, options of the build, source folder, features) of the port."""
+    """The port's (dependencies with least versions, build options, source folder)."""
     manifest = json.loads(read(f"{PORT}/vcpkg.json"))
-    if unknown := set(manifest) - {"name", "version", "description", "license", "supports", "dependencies", "default-features", "features"}:
+    if unknown := set(manifest) - {"name", "version", "description", "license", "supports",
+                                   "dependencies", "default-features", "features"}:
         raise ValueError(f"knows no {unknown}")
-    dependencies = manifest["dependencies"] + [one for feature in manifest["features"].values() for one in feature.get("dependencies", [])]
+    dependencies = manifest["dependencies"] + [one for feature in manifest["features"].values()
+                                               for one in feature.get("dependencies", [])]
     least = {one["name"]: one.get("version>=", "0") for one in dependencies}
     with tempfile.TemporaryDirectory() as scratch:
         script = pathlib.Path(scratch, "vcpkg.cmake")
@@ -95,9 +105,11 @@ def port():
         raise ValueError(done.stderr)
     said = dict(line.split("=", 1) for line in done.stderr.splitlines() if "=" in line)
     pairs = said["FEATURES"].split(";")
-    if set(pairs[::2]) != set(manifest["features"]) or set(manifest["default-features"]) - set(manifest["features"]):
+    features = set(manifest["features"])
+    if set(pairs[::2]) != features or set(manifest["default-features"]) - features:
         raise ValueError("features of vcpkg.json and portfile.cmake differ")
-    return least, set(pairs[1::2]) | set(re.findall(r"-D(VEXIM_\w+)=", said["OPTIONS"])), pathlib.Path(said["SOURCE_PATH"])
+    switches = set(pairs[1::2]) | set(re.findall(r"-D(VEXIM_\w+)=", said["OPTIONS"]))
+    return least, switches, pathlib.Path(said["SOURCE_PATH"])
 
 
 def findings():
@@ -105,13 +117,15 @@ def findings():
     if len(set(found.values())) > 1:
         yield f"versions differ: {found}"
 
-    lists = "\n".join(path.read_text() for path in [ROOT / "CMakeLists.txt", *(ROOT / "VexIMLib").rglob("CMakeLists.txt")])
+    lists = [ROOT / "CMakeLists.txt", *(ROOT / "VexIMLib").rglob("CMakeLists.txt")]
+    lists = "\n".join(path.read_text() for path in lists)
     switches = set(re.findall(r"(?:option|set|cmake_dependent_option)\((VEXIM_\w+) ", lists))
     wanted = re.findall(r"^find_package\((\w+) ?([\d.]*)", lists, re.M)
     names = {name for name, _ in wanted}
     if unknown := names - set(CALLED) - {"Threads", "Python3"}:
-        yield f"CMakeLists.txt: needs {unknown}, which {CONAN} and {PORT} must name (and CALLED in this script)"
-    targets = {"VexIMLib", *re.findall(r"OUTPUT_NAME (\w+)", lists), *re.findall(r"vexim_add_c_library\(\w+ (\S+)\)", lists)}
+        yield f"CMakeLists.txt: needs {unknown}; add it to {CONAN}, {PORT} and, here, CALLED"
+    targets = {"VexIMLib", *re.findall(r"OUTPUT_NAME (\w+)", lists),
+               *re.findall(r"vexim_add_c_library\(\w+ (\S+)\)", lists)}
 
     for file, position, recipe in ((CONAN, 0, conan_recipe), (PORT, 1, port)):
         try:
@@ -124,7 +138,7 @@ def findings():
         for name, version in wanted:
             called = CALLED.get(name, ("", ""))[position]
             if called and not is_at_least(least.get(called, "0"), version or "0.0.1"):
-                yield f"{file}: {called} is not asked for in version {version}, as CMakeLists.txt does"
+                yield f"{file}: CMakeLists.txt asks for version {version} of {called}"
         if recipe is port:
             if rest[0].resolve() != ROOT:
                 yield f"{file}: builds from {rest[0]}"

@@ -1,18 +1,20 @@
 #!/usr/bin/env python3
-"""Copies the installed headers to a folder for Doxygen: the same lines, with our comments spelled out the way it wants them.
+"""Copies the installed headers to a folder for Doxygen: the same lines, with our comments in the
+form that it wants.
 
     doxygen_headers.py FOLDER
 
-    /// ...                  belongs to the declaration below it, and to what goes with that without a comment of its own:
-                             the setter of a getter, overloads, the next comparison operator
-    // ...                   above declarations (a blank line may stand between): belongs to all of them up to the next blank line,
-                             after what each says for itself. A blank line below a title of a few words makes it no more than that
-    int x;  // ...           belongs to the declaration before it
-    // ... at the file's top is the page of the header
+    /// ...          belongs to the declaration below it, and to those after it that have no comment
+                     of their own: a getter's setter, overloads, the next comparison operator
+    // ...           above declarations, perhaps with a blank line between: belongs to all of them
+                     up to the next blank line, and follows their own comments. A few words with a
+                     blank line below them are only a title
+    int x;  // ...   belongs to the declaration before it
+    // ...           at the top of the file: the page of the header
 
-Left out, unless it has a comment: what a class gets without being asked (copies, moves, destructors, what is defaulted or
-deleted), inherited constructors, those that only factories can call and what these run (`initialise`), forward declarations
-and friends. `staticClass` is explained once, at the root class.
+Without a comment, these are left out: what a class gets by itself (copies, moves, destructors, what
+is defaulted or deleted), inherited constructors, constructors for factories and the `initialise`
+that they run, forward declarations and friends. `staticClass` is explained once, at the root class.
 """
 
 import pathlib
@@ -24,7 +26,8 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 # What the rooms' CMake files install.
 HEADER_SETS = re.compile(r"FILE_SET\s+(?:HEADERS|loops)\s[^)]*?FILES\s+([^)]*)\)")
 OWN, RUN = re.compile(r"^\s*///(?!<)\s?(.*)$"), re.compile(r"^\s*//(?!/)\s?(.*)$")
-SCOPE = re.compile(r"^(?:template\s*<.*>\s*)?(?:inline\s+)?(namespace|class|struct|union|enum|extern\s+\"C\")\b")
+SCOPE = re.compile(
+    r"^(?:template\s*<.*>\s*)?(?:inline\s+)?(namespace|class|struct|union|enum|extern\s+\"C\")\b")
 ATTRIBUTE = re.compile(r"\([^()]*\)\s*\)|alignas\([^)]*\)|VEXIM_\w+\([^{]*\)")
 ACCESS = re.compile(r"^(public|protected|private)\s*:$")
 LITERAL = re.compile(r'"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])\'')
@@ -51,7 +54,8 @@ def name_of(statement):
 def is_no_news(statement, scope):
     name, own_type = name_of(statement), rf"(?:const\s+)?{re.escape(scope)}\s*&&?"
     return (
-        re.search(r"=\s*(default|delete)\s*;$|^friend\s+(class|struct)\b|^(class|struct|enum)\s[\w\s:]+;$|^using (\w+)::\2;$", statement)
+        re.search(r"=\s*(default|delete)\s*;$|^friend\s+(class|struct)\b|"
+                  r"^(class|struct|enum)\s[\w\s:]+;$|^using (\w+)::\2;$", statement)
         or re.search(r"^using [\w:]*?(\w+)::\1;$", statement)
         or re.search(r"\bfriend\b.*\bdetail::", statement)
         or re.search(r"\bfriend\b.*\bcreate\(|\(vexim::Creation\)|\(Creation\)", statement)
@@ -78,8 +82,8 @@ def one_line(text):
 
 
 class Header:
-    """One pass over a header's lines. `own` and `run` are the comments that wait for a declaration, `shared` the one that its
-    companions may have, too."""
+    """One pass over a header's lines. `own` and `run` are the comments for the next declaration;
+    `shared` is the one that the declarations after it may have, too."""
 
     def __init__(self, lines):
         self.lines, self.out = lines, list(lines)
@@ -121,7 +125,8 @@ class Header:
             text.append(match[1])
             self.at += 1
         following = self.lines[self.at].strip() if self.at < len(self.lines) else ""
-        if not self.code_seen and (not following or following.startswith("namespace")):  # of the file
+        is_of_file = not following or following.startswith("namespace")
+        if not self.code_seen and is_of_file:
             self.code_seen = True
             self.out[first - 1] = "/** \\file"
             self.out[first:self.at] = [re.sub("^  ", "    ", words) for words in text]
@@ -145,8 +150,10 @@ class Header:
             text = (text + " " + code.strip()).strip()
             parens += code.count("(") - code.count(")")
             depth += code.count("{") - code.count("}")
-            opens = depth > 0 and SCOPE.match(text) is not None and "(" not in ATTRIBUTE.sub("", text)
-            ends = depth == 0 and (scope_kind == "enum" or (parens == 0 and text[-1:] in (";", "}", ",")))
+            is_scope = SCOPE.match(text) is not None and "(" not in ATTRIBUTE.sub("", text)
+            opens = depth > 0 and is_scope
+            is_whole = parens == 0 and text[-1:] in (";", "}", ",")
+            ends = depth == 0 and (scope_kind == "enum" or is_whole)
             if opens or ends or self.at + 1 == len(self.lines):
                 break
             self.at += 1
@@ -185,16 +192,19 @@ class Header:
             self.out[first] = f"{line[:indent]}/** {words} */ {line[indent:]}"
 
     def trailing_comment(self):
-        comment = split(self.lines[self.at])[1]
-        if comment is None or self.lines[self.at].startswith("///", comment) or not self.out[self.at]:
+        line = self.lines[self.at]
+        comment = split(line)[1]
+        if comment is None or line.startswith("///", comment) or not self.out[self.at]:
             return
         at = self.out[self.at].rfind("//")
         self.out[self.at] = self.out[self.at][:at] + "///<" + self.out[self.at][at + 2:]
 
 
-# Classes whose names are everyday words. In our prose a name stands in backticks; at the beginning of a sentence it is the word.
-WORD = re.compile(r"(?<![\w:#%.<\\])(Array|Call|Class|Clock|Coder|Creation|Data|Date|Dictionary|Error|Exception|Failure|Image|"
-                  r"Invocation|Method|Notification|Object|Property|Random|Result|Selector|Task|Type|Value)(?![\w:(<])")
+# Classes whose names are everyday words. In our prose a name stands in backticks; at the beginning
+# of a sentence it is the word.
+WORD = re.compile(r"(?<![\w:#%.<\\])(Array|Call|Class|Clock|Coder|Creation|Data|Date|Dictionary|"
+                  r"Error|Exception|Failure|Image|Invocation|Method|Notification|Object|Property|"
+                  r"Random|Result|Selector|Task|Type|Value)(?![\w:(<])")
 
 
 def without_chance_links(line):
@@ -223,4 +233,5 @@ if __name__ == "__main__":
         copy = folder / header.resolve().relative_to(ROOT)
         copy.parent.mkdir(parents=True, exist_ok=True)
         text = re.sub(r"(?<=\d)'(?=\d{3})", "", text)  # Doxygen would put blanks into 1'000
-        copy.write_text("\n".join(map(without_chance_links, Header(text.split("\n")).spelled_out())))
+        lines = Header(text.split("\n")).spelled_out()
+        copy.write_text("\n".join(map(without_chance_links, lines)))

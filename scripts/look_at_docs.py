@@ -1,10 +1,12 @@
 #!/usr/bin/env python3
 """Looks at the site that scripts/docs has built.
 
-    look_at_docs.py FOLDER              without a browser: each link leads to a file and an anchor that exist, no name is missing
-    look_at_docs.py FOLDER --browser    its pages in Chromium, narrow and wide, light and dark; and its search
+    look_at_docs.py FOLDER              without a browser: whether each link leads to a file and an
+                                        anchor that exist, and whether a name is missing
+    look_at_docs.py FOLDER --browser    in Chromium, too: the pages, narrow and wide, light and
+                                        dark, and the search
 
-Prints what it finds, and fails then.
+Prints what is wrong, and fails if something is.
 """
 
 import html.parser
@@ -53,7 +55,8 @@ def missing_names(folder, headers):
         if compound is not None and compound.get("prot") != "private":
             for member in compound.iter("memberdef"):
                 if member.get("id") not in shown:
-                    yield f"the reference has no {member.findtext('qualifiedname') or member.findtext('name')}"
+                    name = member.findtext("qualifiedname") or member.findtext("name")
+                    yield f"the reference has no {name}"
 
 
 def broken_links(folder):
@@ -67,13 +70,15 @@ def broken_links(folder):
                 if tag != "a" and not target.startswith("data:"):
                     yield f"{path.relative_to(folder)}: <{tag}> needs a network: {link}"
                 continue
-            file = (path.parent / urllib.parse.unquote(target.split("?")[0])).resolve() if target else path
+            name, anchor = urllib.parse.unquote(target.split("?")[0]), urllib.parse.unquote(anchor)
+            file = (path.parent / name).resolve() if target else path
             if not file.is_file():
                 yield f"{path.relative_to(folder)}: {link} does not exist"
-            elif anchor and file in pages and urllib.parse.unquote(anchor) not in pages[file].anchors:
+            elif anchor and file in pages and anchor not in pages[file].anchors:
                 yield f"{path.relative_to(folder)}: {link}: no such anchor"
     for style in folder.rglob("*.css"):
-        for url in re.findall(r"(?:@import|url\()\s*[\"']?(?:url\()?(/|https?:)[^)\"';]*", style.read_text()):
+        for url in re.findall(r"(?:@import|url\()\s*[\"']?(?:url\()?(/|https?:)[^)\"';]*",
+                              style.read_text()):
             yield f"{style.relative_to(folder)}: needs {url}…"
 
 
@@ -84,7 +89,8 @@ class Browser:
 
         options = webdriver.ChromeOptions()
         options.binary_location = "/usr/bin/chromium"
-        for argument in ("--headless=new", "--no-sandbox", "--hide-scrollbars", "--disable-dev-shm-usage", "--host-resolver-rules=MAP * ~NOTFOUND"):
+        for argument in ("--headless=new", "--no-sandbox", "--hide-scrollbars",
+                         "--disable-dev-shm-usage", "--host-resolver-rules=MAP * ~NOTFOUND"):
             options.add_argument(argument)
         options.set_capability("goog:loggingPrefs", {"browser": "SEVERE"})
         self.driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
@@ -92,16 +98,21 @@ class Browser:
 
     def open(self, url, width):
         self.driver.execute_cdp_cmd(
-            "Emulation.setDeviceMetricsOverride", {"width": width, "height": 800, "deviceScaleFactor": 1, "mobile": width < 600})
+            "Emulation.setDeviceMetricsOverride",
+            {"width": width, "height": 800, "deviceScaleFactor": 1, "mobile": width < 600})
         self.driver.get(url)
 
     def prefer(self, scheme):
-        self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {"features": [{"name": "prefers-color-scheme", "value": scheme}]})
+        self.driver.execute_cdp_cmd("Emulation.setEmulatedMedia", {
+            "features": [{"name": "prefers-color-scheme", "value": scheme}]})
 
     def brightness(self):
         """Of the page and of its text, 0 to 1."""
-        return self.run("""return [getComputedStyle(document.body).backgroundColor, getComputedStyle(document.querySelector('h1')).color]
-            .map((colour) => colour.match(/[\\d.]+/g).slice(0, 3).reduce((sum, part) => sum + Number(part), 0) / 765)""")
+        return self.run("""
+            const text = getComputedStyle(document.querySelector('h1')).color;
+            return [getComputedStyle(document.body).backgroundColor, text].map((colour) =>
+                colour.match(/[\\d.]+/g).slice(0, 3).reduce((sum, part) => sum + Number(part), 0)
+                    / 765)""")
 
     def troubles(self):
         return [entry["message"] for entry in self.driver.get_log("browser")]
@@ -112,31 +123,44 @@ def seen(browser, folder):
         for width in (360, 1400):
             browser.open(path.as_uri(), width)
             where = f"{path.relative_to(folder)} at {width} px"
-            wide = browser.run("""const width = arguments[0], content = document.querySelector('.content');  // which scrolls by itself
-                if (document.documentElement.scrollWidth <= width && content.scrollWidth <= content.clientWidth) return null;
-                return [...document.querySelectorAll('.main *')].filter((each) => each.getBoundingClientRect().right > width + 1)
-                    .slice(0, 3).map((each) => `${each.tagName}.${each.className}: ${each.textContent.slice(0, 40)}`)""", width)
+            wide = browser.run("""
+                const width = arguments[0];
+                const content = document.querySelector('.content');  // which scrolls by itself
+                if (document.documentElement.scrollWidth <= width
+                    && content.scrollWidth <= content.clientWidth) return null;
+                return [...document.querySelectorAll('.main *')]
+                    .filter((each) => each.getBoundingClientRect().right > width + 1).slice(0, 3)
+                    .map(({ tagName, className, textContent }) =>
+                        `${tagName}.${className}: ${textContent.slice(0, 40)}`)""", width)
             if wide is not None:
                 yield f"{where}: wider than the screen: {wide}"
-            if broken := browser.run("return [...document.images].filter((each) => !each.complete || !each.naturalWidth).map((each) => each.src)"):
+            if broken := browser.run("""
+                return [...document.images].map((each) => each.complete && each.naturalWidth
+                    ? '' : each.src).filter(Boolean)"""):
                 yield f"{where}: pictures that do not show: {broken}"
             for scheme in ("light", "dark"):
                 browser.prefer(scheme)
                 page, text = browser.brightness()
                 if (page < 0.5) != (scheme == "dark") or abs(page - text) < 0.5:
-                    yield f"{where}: {scheme}: a page of brightness {page:.2f} with text of {text:.2f}"
+                    yield f"{where}: {scheme}: brightness {page:.2f}, its text {text:.2f}"
             for trouble in browser.troubles():
                 yield f"{where}: {trouble}"
 
 
 def searched(browser, folder):
-    typed = "const field = document.querySelector('.sidebar-search'); field.value = arguments[0]; field.dispatchEvent(new Event('input'));"
-    results = "return [...document.querySelectorAll('#searchbox a')].map((each) => decodeURI(each.href))"
+    typed = """
+        const field = document.querySelector('.sidebar-search');
+        field.value = arguments[0];
+        field.dispatchEvent(new Event('input'));"""
+    results = """
+        const found = [...document.querySelectorAll('#searchbox a')];
+        return found.map((each) => decodeURI(each.href));"""
     browser.open((folder / "docs/guide/login.html").as_uri(), 1400)
     for words, wanted, why in SEARCHES:
         found = browser.run(typed + results, words)
         if not found or wanted not in found[0]:
-            yield f"search for {words!r} ({why}): wanted {wanted} first, found {[each.split('/site/')[-1] for each in found[:4]]}"
+            first = [each.split("/site/")[-1] for each in found[:4]]
+            yield f"search for {words!r} ({why}): wanted {wanted} first, found {first}"
     if browser.run(typed + results, "zzqqy"):
         yield "search for nonsense finds something"
     browser.open((folder / "search.html").as_uri() + "?q=timeout", 360)
@@ -144,7 +168,8 @@ def searched(browser, folder):
         yield "the search page finds nothing"
     browser.run("document.getElementById('__navigation').click()")
     browser.run(typed, "timeout")
-    right = browser.run("return document.querySelector('#searchbox .found').getBoundingClientRect().right")
+    right = browser.run(
+        "return document.querySelector('#searchbox .found').getBoundingClientRect().right")
     if not 100 < right <= 360:
         yield f"on a phone the results end at {right} px"
 

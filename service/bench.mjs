@@ -1,4 +1,4 @@
-// Measures the figures of README.md on loopback, in minutes: node bench.mjs [CONNECTIONS] [MESSAGES]
+// Measures the figures of README.md on loopback, in minutes: bench.mjs [CONNECTIONS] [MESSAGES]
 
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';

@@ -1,4 +1,5 @@
-"""Receives floods of messages and prints the CPU time of one, in microseconds: the least of several rounds, of all threads.
+"""Receives floods of messages and prints the CPU time of one, in microseconds: the least of several
+rounds, of all threads.
 
     receive.py PORT MESSAGES
 """
@@ -12,7 +13,8 @@ import vexim
 
 async def main(port: str, count: int) -> float:
     best = float("inf")
-    async with vexim.Client("app", "key", url=f"http://127.0.0.1:{port}", options={"queueBytes": 1 << 30}) as client:
+    async with vexim.Client("app", "key", url=f"http://127.0.0.1:{port}",
+                            options={"queueBytes": 1 << 30}) as client:
         await client.login(user_id="5f2b7c9e8a1d4e00deadbeef")
         messages = client.messages()
         for _ in range(4):

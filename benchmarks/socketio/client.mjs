@@ -4,7 +4,8 @@ import { createRequire } from "node:module";
 const require = createRequire(new URL("../../tests/interop/package.json", import.meta.url));
 const { io } = require("socket.io-client");
 
-const [what, url, count, text] = [process.argv[2], process.argv[3], Number(process.argv[4]), process.argv[5]];
+const [what, url, count, text] = [process.argv[2], process.argv[3], Number(process.argv[4]),
+  process.argv[5]];
 const warm = count / 4;
 const socket = io(`${url}/chat`, {
   transports: ["websocket"],
@@ -24,7 +25,8 @@ const emit = async (times) => {
   const message = JSON.parse(text);
   for (let done = 0; done < times; ) {
     for (let i = 0; i < 500 && done < times; ++i, ++done) socket.emit("say", message);
-    while (socket.io.engine.transport.ws._socket?.writableLength > 0) await new Promise((resolve) => setImmediate(resolve));
+    while (socket.io.engine.transport.ws._socket?.writableLength > 0)
+      await new Promise((resolve) => setImmediate(resolve));
     await new Promise((resolve) => setImmediate(resolve));
   }
 };

@@ -1,4 +1,5 @@
-"""The site that scripts/docs builds: our pages as Sphinx reads them with MyST, and the reference that Breathe makes of Doxygen's XML."""
+"""The site that scripts/docs builds. Sphinx reads our pages with MyST, and Breathe makes the
+reference from Doxygen's XML."""
 
 import itertools
 import json
@@ -34,7 +35,9 @@ html_copy_source = html_show_sphinx = html_show_copyright = html_use_index = Fal
 html_theme_options = {"top_of_page_button": None}
 pygments_style, pygments_dark_style = "default", "github-dark"
 
-PRIVATE = re.compile(r'<sectiondef kind="private-.*?</sectiondef>|<innerclass [^>]*prot="private">.*?</innerclass>', re.S)
+PRIVATE = re.compile(
+    r'<sectiondef kind="private-.*?</sectiondef>|<innerclass [^>]*prot="private">.*?</innerclass>',
+    re.S)
 FOLDERS = {  # of the headers: the title of each, in the order of the navigation
     "VexIMLib": "Client, messages, people",
     "VexIMLib/Foundation": "Values, queue, errors",
@@ -52,14 +55,17 @@ def reference_pages(app):
     """A page for each header, and one for each folder."""
     headers = sorted((BUILD / "headers/VexIMLib").rglob("*.h"))
     for folder, title in FOLDERS.items():
-        inside = [header.relative_to(BUILD / "headers") for header in headers if folder_of(header) == folder]
+        inside = [header.relative_to(BUILD / "headers")
+                  for header in headers if folder_of(header) == folder]
         place = pathlib.Path(app.srcdir) / "reference" / folder.replace("/", "-")
         place.mkdir(parents=True, exist_ok=True)
         for header in inside:
             (place / f"{header.stem}.rst").write_text(
-                f"{header.stem}\n{'=' * 40}\n\n``#include <{header}>``\n\n.. doxygenfile:: {header}\n")
+                f"{header.stem}\n{'=' * 40}\n\n"
+                f"``#include <{header}>``\n\n.. doxygenfile:: {header}\n")
         names = "".join(f"   {place.name}/{header.stem}\n" for header in inside)
-        place.with_suffix(".rst").write_text(f"{title}\n{'=' * 40}\n\n.. toctree::\n   :maxdepth: 1\n\n{names}")
+        place.with_suffix(".rst").write_text(
+            f"{title}\n{'=' * 40}\n\n.. toctree::\n   :maxdepth: 1\n\n{names}")
 
 
 def folder_of(header):
@@ -77,30 +83,37 @@ def without_private_parts(app):
 
 
 def navigation(app, docname, source):
-    """README.md is the first page, here index.md; below it hangs the tree of pages, at its end those that navigation.txt does not name."""
+    """README.md is the first page, index.md. The tree of pages is added to it; the pages that
+    navigation.txt does not name come last."""
     source[0] = source[0].replace("../README.md", "../index.md")
     if docname == "index":
         named = (SITE / "navigation.txt").read_text()
-        others = [page for page in sorted(app.env.found_docs) if page not in {"index", *named.split()} and not page.startswith("reference/")]
+        others = [page for page in sorted(app.env.found_docs)
+                  if page not in {"index", *named.split()} and not page.startswith("reference/")]
         source[0] += named.rstrip().removesuffix("```") + "\n".join(others) + "\n```\n"
 
 
 def linked_names(app, doctree):
-    """A name of the library in backticks leads to its place in the reference, a page that a comment names to that page."""
+    """Links the library's names in backticks to the reference, and names of pages to the pages."""
+    links = (nodes.reference, addnodes.pending_xref)
     for literal in list(doctree.findall(nodes.literal)):
         name = re.match(r"(?:vexim::|VX)[\w:]+", literal.astext())
-        if name and [type(each) for each in literal] == [nodes.Text] and not isinstance(literal.parent, (nodes.reference, addnodes.pending_xref)):
-            link = addnodes.pending_xref("", refdomain="cpp", reftype="any", reftarget=name[0], refwarn=False, refexplicit=True)
+        is_plain = [type(each) for each in literal] == [nodes.Text]
+        if name and is_plain and not isinstance(literal.parent, links):
+            link = addnodes.pending_xref("", refdomain="cpp", reftype="any", reftarget=name[0],
+                                         refwarn=False, refexplicit=True)
             literal.replace_self(link)
             link += literal
     for text in list(doctree.findall(nodes.Text)):
         parts = re.split(r"\bdocs/([\w/-]+)\.md", text)
         if len(parts) > 1 and isinstance(text.parent, nodes.paragraph):
-            text.parent.replace(text, [nodes.Text(part) if at % 2 == 0 else page_link(part) for at, part in enumerate(parts)])
+            text.parent.replace(text, [nodes.Text(part) if at % 2 == 0 else page_link(part)
+                                       for at, part in enumerate(parts)])
 
 
 def page_link(page):
-    return addnodes.pending_xref("", nodes.inline(), refdomain="std", reftype="doc", reftarget=f"/docs/{page}", refwarn=True, refexplicit=False)
+    return addnodes.pending_xref("", nodes.inline(), refdomain="std", reftype="doc",
+                                 reftarget=f"/docs/{page}", refwarn=True, refexplicit=False)
 
 
 def members_beside(app, doctree):
@@ -108,7 +121,8 @@ def members_beside(app, doctree):
     seen = set()
     for signature in doctree.findall(addnodes.desc_signature):
         above = [each for each in ancestors(signature) if isinstance(each, addnodes.desc)]
-        parts = tuple(name_of(next(each.findall(addnodes.desc_signature))) for each in reversed(above))
+        parts = tuple(name_of(next(each.findall(addnodes.desc_signature)))
+                      for each in reversed(above))
         if above and above[0]["objtype"] != "enumerator" and parts not in seen:
             seen.add(parts)
             signature["_toc_name"], signature["_toc_parts"] = parts[-1], parts
@@ -120,24 +134,25 @@ def ancestors(node):
 
 
 def name_of(signature):
-    return [part.astext() for part in signature.findall(addnodes.desc_name)][-1]  # before it stand those of a template's parameters
+    # The last one: the names of a template's parameters come before it.
+    return [part.astext() for part in signature.findall(addnodes.desc_name)][-1]
 
 
 def named_rows(app, doctree):
-    """Rows of tables can be linked to, so that a search leads to the option and not only to its page."""
+    """Gives rows of tables an anchor, so that a search can lead to an option, not only its page."""
     for number, row in enumerate(doctree.findall(nodes.row)):
         row["ids"].append(f"row-{number}")
 
 
 def searchable(app, error):
-    """What search.js looks through: each section, each name of the reference, each row of a table."""
+    """Writes what search.js searches: sections, names of the reference and rows of tables."""
     if error:
         return
-    entries = []
+    entries, kinds = [], (nodes.section, nodes.row, addnodes.desc)
     for docname in sorted(app.env.found_docs):
         tree, page = app.env.get_doctree(docname), app.builder.get_target_uri(docname)
         title = app.env.titles[docname].astext()
-        for node in tree.findall(lambda node: isinstance(node, (nodes.section, nodes.row, addnodes.desc))):
+        for node in tree.findall(lambda node: isinstance(node, kinds)):
             if isinstance(node, addnodes.desc):
                 signature = next(node.findall(addnodes.desc_signature))
                 if not signature["ids"]:
@@ -146,38 +161,46 @@ def searchable(app, error):
             elif isinstance(node, nodes.row):
                 if isinstance(node.parent, nodes.thead):
                     continue
-                name, anchor = next(filter(None, (cell.astext() for cell in node)), ""), node["ids"][0]
+                name = next(filter(None, (cell.astext() for cell in node)), "")
+                anchor = node["ids"][0]
             else:
-                name, anchor = node[node.first_child_matching_class(nodes.title)].astext(), node["ids"][0]
+                name = node[node.first_child_matching_class(nodes.title)].astext()
+                anchor = node["ids"][0]
             kind = {nodes.section: "section", nodes.row: "row"}.get(type(node), "name")
             entries.append([name[:120], title, f"{page}#{anchor}", own_text(node)[:4000], kind])
-    pathlib.Path(app.outdir, "_static/pages.js").write_text("window.pages = " + json.dumps(entries, ensure_ascii=False))
+    pathlib.Path(app.outdir, "_static/pages.js").write_text(
+        "window.pages = " + json.dumps(entries, ensure_ascii=False))
 
 
 def own_text(node):
-    """Without what is an entry of its own."""
-    inside = (nodes.section, nodes.row, addnodes.desc, nodes.title, addnodes.desc_signature, nodes.comment, nodes.raw)
+    """The node's text without the parts that are entries of their own."""
+    inside = (nodes.section, nodes.row, addnodes.desc, nodes.title, addnodes.desc_signature,
+              nodes.comment, nodes.raw)
     children = node.children[1:] if isinstance(node, nodes.row) else node.children
     words = [text.astext() for child in children if not isinstance(child, inside)
              for text in child.findall(nodes.Text)
-             if not any(isinstance(above, inside) for above in itertools.takewhile(lambda above: above is not node, ancestors(text)))]
+             if not any(isinstance(above, inside)
+                        for above in itertools.takewhile(lambda each: each is not node,
+                                                         ancestors(text)))]
     return " ".join(" ".join(words).split())
 
 
 def mended_theme(app, error):
-    """Debian's Furo lacks what its build would bundle: Gumshoe in its script, normalize.css, and the dark colours of the system's choice."""
+    """Adds what Debian's Furo lacks: Gumshoe in its script, normalize.css, and dark colours for a
+    system that prefers them."""
     if error:
         return
     static = pathlib.Path(app.outdir, "_static")
     script = static / "scripts/furo.js"
     if "import Gumshoe" in script.read_text():
-        bundled = (static / "scripts/gumshoe-patched.js").read_text() + re.sub(r"^import .*$", "", script.read_text(), flags=re.M)
-        script.write_text(bundled)
+        gumshoe = (static / "scripts/gumshoe-patched.js").read_text()
+        script.write_text(gumshoe + re.sub(r"^import .*$", "", script.read_text(), flags=re.M))
     style = static / "styles/furo.css"
     text = style.read_text()
     if "prefers-color-scheme" not in text:
         dark = re.search(r'body\[data-theme="dark"\] \{(.*?)\}', text, re.S)[1]
-        text += f'@media not print {{ @media (prefers-color-scheme: dark) {{ body:not([data-theme="light"]) {{ {dark} }} }} }}\n'
+        text += ("@media not print { @media (prefers-color-scheme: dark) "
+                 f'{{ body:not([data-theme="light"]) {{ {dark} }} }} }}\n')
     normal = pathlib.Path("/usr/share/nodejs/normalize.css/normalize.css").read_text
     text = re.sub(r"@import url\(/javascript/normalize[^;]*;", lambda _: normal(), text)
     style.write_text(text)
@@ -185,7 +208,8 @@ def mended_theme(app, error):
 
 def setup(app):
     # A namespace is declared in every header.
-    logging.getLogger("sphinx.sphinx.domains.cpp").addFilter(lambda record: "Duplicate C++ declaration" not in str(record.msg))
+    logging.getLogger("sphinx.sphinx.domains.cpp").addFilter(
+        lambda record: "Duplicate C++ declaration" not in str(record.msg))
     without_private_parts(app)
     reference_pages(app)
     app.add_lexer("live", TextLexer)
