@@ -3,7 +3,6 @@
 // whole client's session.
 
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <chrono>
 #include <functional>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "endtoend/LiveWorld.h"
+#include "support/Gzip.h"
 #include "support/PeakMemory.h"
 #include "support/ScriptedServer.h"
 #include "support/WrongKinds.h"
@@ -106,20 +106,6 @@ TEST(HostileLive, AResolverThatNeverAnswersHoldsUpOnlyWhoAsked) {
     const std::weak_ptr<VXIMClient> alive = blocked->client;
     blocked->client = nullptr;
     EXPECT_TRUE(eventually([&] { return alive.expired(); }));
-}
-
-std::string deflated(std::string text) {
-    z_stream stream{};
-    deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY);
-    std::string out(deflateBound(&stream, text.size()) + 16, '\0');
-    stream.next_in = reinterpret_cast<unsigned char*>(text.data());
-    stream.avail_in = static_cast<unsigned>(text.size());
-    stream.next_out = reinterpret_cast<unsigned char*>(out.data());
-    stream.avail_out = static_cast<unsigned>(out.size());
-    deflate(&stream, Z_SYNC_FLUSH);
-    out.resize(stream.total_out - 4);  // without the flush's tail (RFC 7692, 7.2.1)
-    deflateEnd(&stream);
-    return out;
 }
 
 TEST(HostileLive, AFaultClosesTheSessionAndLosesNothingBeforeIt) {

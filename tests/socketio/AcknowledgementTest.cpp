@@ -19,9 +19,7 @@ using namespace std::chrono_literals;
 using Lines = std::vector<std::string>;
 
 TEST(SocketIOClient, CompletesEachAcknowledgementOnce) {
-    ScriptedServer server([](ScriptedServer::Connection& connection) {
-        LivePeer peer(connection);
-        if (!peer.join()) return;
+    ScriptedServer server(joined([](LivePeer& peer) {
         while (const auto message = peer.readText()) {
             if (message->starts_with("42/chat,0")) {
                 peer.sendText("43/chat,0[1]");
@@ -30,10 +28,9 @@ TEST(SocketIOClient, CompletesEachAcknowledgementOnce) {
             }
             if (message->starts_with("42/chat,3")) return;
         }
-    });
+    }));
     const auto client = makeClient(server.url(), {{"reconnects", false}});
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     std::vector<std::string> ends;
     const auto note = [&](const char* name) {
         return once([&ends, name](const Array& answer, const ErrorPtr& error) {
@@ -42,8 +39,7 @@ TEST(SocketIOClient, CompletesEachAcknowledgementOnce) {
         });
     };
     client->emitWithAck("a", {}, 0ms, note("early"));
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    ASSERT_TRUE(heard.connect(*client));
     client->emitWithAck("a", {}, 0ms, note("answered"));
     ASSERT_TRUE(eventually([&] { return ends.size() == 2; }))
         << "before a deadline that a busy machine may pass first";
@@ -57,8 +53,7 @@ TEST(SocketIOClient, CompletesEachAcknowledgementOnce) {
     EXPECT_EQ(ends, (Lines{"early error 1", "answered [1]", "timed out error 3", "reserved error 5",
                            "lost error 2", "also lost error 2"}));
 
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    ASSERT_TRUE(heard.connect(*client));
     client->emitWithAck("a", {}, 60s, note("abandoned"));
     const_cast<std::shared_ptr<SocketIOClient>&>(client).reset();
     EXPECT_TRUE(eventually([&] { return ends.size() == 7; })) << "also when the client goes";
@@ -71,10 +66,8 @@ TEST(SocketIOClient, FailsEveryAcknowledgementAtItsOwnDeadline) {
         if (peer.join()) peer.waitForClose();
     });
     const auto client = makeClient(server.url());
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    Recorder heard(*client);
+    ASSERT_TRUE(heard.connect(*client));
     const auto begin = clock.now();
     std::vector<std::chrono::nanoseconds> ends;
     for (int round = 0; round < 2; ++round) {

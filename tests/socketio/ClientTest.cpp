@@ -40,8 +40,9 @@ std::set<int> openDescriptors() {
 }
 
 std::shared_ptr<SocketIOClient> makeRecordedClient(const std::string& url,
-                                                   const std::shared_ptr<EventRecord>& record) {
-    auto client = makeSocketIOClient(URL::parse(url), {{"forceWebsockets", true}}, record);
+                                                   const std::shared_ptr<EventRecord>& record,
+                                                   const char* transport = "websocket") {
+    auto client = makeSocketIOClient(URL::parse(url), {{"transports", Array{transport}}}, record);
     client->joinNamespace("/chat");
     return client;
 }
@@ -53,8 +54,7 @@ TEST(SocketIOClient, GivesAnErrorAloneWhenTheFirstConnectFails) {
         SCOPED_TRACE(url);
         const auto client = makeClient(url);
         EXPECT_EQ(client->status(), SocketIOStatusNotConnected);
-        Recorder heard;
-        heard.listen(*client);
+        Recorder heard(*client);
         client->connect();
         ASSERT_TRUE(heard.waitFor("error"));
         EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
@@ -62,8 +62,7 @@ TEST(SocketIOClient, GivesAnErrorAloneWhenTheFirstConnectFails) {
         EXPECT_EQ(heard.lines().size(), 1u) << heard.last();
     }
     const auto none = SocketIOClient::create(std::nullopt, {});
-    Recorder heard;
-    heard.listen(*none);
+    Recorder heard(*none);
     none->connect();
     EXPECT_TRUE(heard.waitFor("error"));
 }
@@ -87,8 +86,7 @@ TEST(SocketIOClient, ReachesAServerThatAcceptsLate) {
 
     const auto client = makeClient("http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)),
                                    {{"reconnects", false}, {"connectTimeout", 60}});
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     const auto before = openDescriptors();
     client->connect();
     for (int step = 0; step < 3; ++step) {  // the start, the lookup's answer, and what it queued
@@ -114,8 +112,7 @@ TEST(SocketIOClient, ReachesAServerThatAcceptsLate) {
 TEST(SocketIOClient, GivesOneDisconnectForEachThatWasAskedFor) {
     ScriptedServer server(echo);
     const auto client = makeClient(server.url(), {{"reconnects", false}});
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     client->disconnect();
     MainQueue::shared().drain();
     EXPECT_EQ(heard.lines(), Lines{}) << "never asked to connect";
@@ -129,8 +126,7 @@ TEST(SocketIOClient, GivesOneDisconnectForEachThatWasAskedFor) {
     ASSERT_TRUE(heard.waitFor("disconnect"));
     EXPECT_EQ(heard.lines(), Lines{"disconnect io client disconnect"}) << "while connecting";
 
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    ASSERT_TRUE(heard.connect(*client));
     EXPECT_EQ(client->status(), SocketIOStatusConnected);
     heard.clear();
     client->emit("cut", {});
@@ -140,18 +136,15 @@ TEST(SocketIOClient, GivesOneDisconnectForEachThatWasAskedFor) {
         << "the link is already down";
     client->disconnect();
     ASSERT_TRUE(eventually([&] { return heard.lines().size() == 3; }));
-    client->connect();
-    EXPECT_TRUE(heard.waitFor("connect")) << "and it works again with the same handlers";
+    EXPECT_TRUE(heard.connect(*client)) << "and it works again with the same handlers";
 }
 
 TEST(SocketIOClient, ReconnectsAfterALossAndSaysSo) {
     const ManualClock clock;  // no attempt comes by itself
     ScriptedServer server(echo);
     const auto client = makeClient(server.url());
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    Recorder heard(*client);
+    ASSERT_TRUE(heard.connect(*client));
     int attempt = 0;
     client->on("disconnect", [&](const Array&, const AckEmitter&) {
         EXPECT_FALSE(client->emit("say", {"nothing is queued for later"}));
@@ -190,20 +183,17 @@ std::ptrdiff_t countOf(const EventRecord& record, std::string_view name) {
 }
 
 TEST(SocketIOClient, LetsNoPeerPretendToBeTheConnection) {
-    ScriptedServer server([](ScriptedServer::Connection& connection) {
-        LivePeer peer(connection);
-        if (!peer.join()) return;
+    ScriptedServer server(joined([](LivePeer& peer) {
         for (int i = 0; i < 100; ++i) {
             peer.sendText(R"(42/chat,7["error","not mine"])");
             peer.sendText(R"(42/chat,["reconnect",1])");
         }
         peer.emit("message", "1");
         peer.waitForClose();
-    });
+    }));
     const auto record = std::make_shared<EventRecord>();
     const auto client = makeRecordedClient(server.url(), record);
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     for (int connection = 1; connection <= 2; ++connection) {
         heard.clear();
         client->connect();
@@ -222,10 +212,8 @@ TEST(SocketIOClient, BoundsItsAttemptsAndKeepsThemApart) {
         if (up) echo(connection);
     });
     const auto client = makeClient(server.url(), {{"reconnectAttempts", 2}});
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    Recorder heard(*client);
+    ASSERT_TRUE(heard.connect(*client));
     up = false;
     client->emit("cut", {});
     ASSERT_TRUE(heard.waitFor("disconnect"));
@@ -261,8 +249,7 @@ TEST(SocketIOClient, TakesAServersRefusalForAnAnswer) {
         });  // and the connection ends
         const auto record = std::make_shared<EventRecord>();
         const auto client = makeRecordedClient(server.url(), record);
-        Recorder heard;
-        heard.listen(*client);
+        Recorder heard(*client);
         client->connect();
         ASSERT_TRUE(heard.waitFor(row.heard.back()));
         EXPECT_EQ(client->status(), SocketIOStatusDisconnected) << "it is not tried again";
@@ -286,8 +273,7 @@ TEST(SocketIOClient, CountsAttemptsAnewAfterAStableConnectionAndObeysARefusal) {
         if (peer.open() && peer.readText()) peer.sendText(R"(44/chat,{"message":"not you"})");
     });
     const auto client = makeClient(server.url(), {{"reconnectAttempts", 1}});
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     client->connect();
     for (int connection = 1; connection < 4; ++connection) {
         const char* const end = connection < 3 ? "connect" : "disconnect reconnect failed";
@@ -310,10 +296,8 @@ TEST(SocketIOClient, SaysGoodbyeOnlyWhenServersHaveReadTheLastEvent) {
     ScriptedServer server(echo);
     const auto record = std::make_shared<EventRecord>();
     const auto client = makeRecordedClient(server.url(), record);
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    Recorder heard(*client);
+    ASSERT_TRUE(heard.connect(*client));
     const auto began = std::chrono::steady_clock::now();
     client->emit("say", {"last"});
     client->disconnect();
@@ -325,25 +309,21 @@ TEST(SocketIOClient, SaysGoodbyeBehindWhatWasEmittedBefore) {
     std::mutex mutex;
     std::vector<Lines> received;
     std::atomic<int> ended{0};
-    ScriptedServer server([&](ScriptedServer::Connection& connection) {
-        LivePeer peer(connection);
-        if (!peer.join()) return;
+    ScriptedServer server(joined([&](LivePeer& peer) {
         Lines lines;
         while (const auto text = peer.readText()) lines.push_back(*text);
         const std::lock_guard lock(mutex);
         received.push_back(std::move(lines));
         ++ended;
-    });
+    }));
     const auto client = makeClient(server.url());
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     Lines expected;
     for (int i = 0; i < 100; ++i) expected.push_back("42/chat,[\"say\"," + std::to_string(i) + "]");
     expected.emplace_back("41/chat,");
     for (int connection = 1; connection <= 2; ++connection) {
         EXPECT_FALSE(client->tryEmit("too early", {}) == nullptr);
-        client->connect();
-        ASSERT_TRUE(heard.waitFor("connect"));
+        ASSERT_TRUE(heard.connect(*client));
         for (int i = 0; i < 100; ++i) EXPECT_TRUE(client->emit("say", {i}));
         client->disconnect();
         EXPECT_FALSE(client->tryEmit("too late", {}) == nullptr);

@@ -30,14 +30,13 @@ using Lines = std::vector<std::string>;
 
 TEST(SocketIOClient, CallsNothingAfterRemoval) {
     ManualClock clock;
-    ScriptedServer server([](ScriptedServer::Connection& connection) {
-        LivePeer peer(connection);
-        if (!peer.join()) return;
+    ScriptedServer server(joined([](LivePeer& peer) {
         // they come together
-        connection.write(frame("42/chat,[\"message\",0]") + frame("42/chat,[\"message\",1]") +
-                         frame("42/chat,[\"message\",2]"));
-        connection.waitForClose();
-    });
+        peer.connection().write(frame("42/chat,[\"message\",0]") +
+                                frame("42/chat,[\"message\",1]") +
+                                frame("42/chat,[\"message\",2]"));
+        peer.waitForClose();
+    }));
     auto client = makeClient(server.url());
     int first = 0;
     int second = 0;
@@ -76,12 +75,10 @@ TEST(SocketIOClient, IsCountedWhereItsOptionsSay) {
     const auto total = [&](const char* name, const VXIMMetricLabels& labels = {}) {
         return metrics->total(std::string("vexim_") + name, labels).value_or(-1);
     };
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     EXPECT_EQ(total("connections", {{"status", "disconnected"}}), 1);
     client->emit("say", {"too early"});
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    ASSERT_TRUE(heard.connect(*client));
     EXPECT_EQ(total("connections", {{"status", "connected"}}), 1);
 
     std::promise<void> mayGoOn;  // the network thread, which holds the queue until then
@@ -128,15 +125,13 @@ TEST(SocketIOClient, IsCountedWhereItsOptionsSay) {
 }
 
 TEST(SocketIOClient, KeepsTheRestInLineWhenAHandlerThrows) {
-    ScriptedServer server([](ScriptedServer::Connection& connection) {
-        LivePeer peer(connection);
-        if (!peer.join()) return;
+    ScriptedServer server(joined([](LivePeer& peer) {
         std::string frames;
         for (int i = 0; i < 4; ++i)
             frames += frame("42/chat,[\"message\"," + std::to_string(i) + "]");
-        connection.write(frames);
-        connection.waitForClose();
-    });
+        peer.connection().write(frames);
+        peer.waitForClose();
+    }));
     const auto client = makeClient(server.url());
     std::vector<std::int64_t> heard;
     client->on("message", [&](const Array& arguments, const AckEmitter&) {
@@ -150,13 +145,12 @@ TEST(SocketIOClient, KeepsTheRestInLineWhenAHandlerThrows) {
 }
 
 TEST(SocketIOClient, KeepsTheOrderWhenAHandlerRunsTheQueue) {
-    ScriptedServer server([](ScriptedServer::Connection& connection) {
-        LivePeer peer(connection);
-        if (!peer.join()) return;
-        connection.write(frame("42/chat,[\"message\",0]") + frame("42/chat,[\"message\",1]"));
+    ScriptedServer server(joined([](LivePeer& peer) {
+        peer.connection().write(frame("42/chat,[\"message\",0]") +
+                                frame("42/chat,[\"message\",1]"));
         if (peer.readText()) peer.sendText("42/chat,[\"message\",2]");
-        connection.waitForClose();
-    });
+        peer.waitForClose();
+    }));
     const auto client = makeClient(server.url());
     std::vector<std::int64_t> heard;
     client->on("message", [&](const Array& arguments, const AckEmitter&) {
@@ -173,8 +167,7 @@ TEST(SocketIOClient, KeepsTheOrderWhenAHandlerRunsTheQueue) {
 TEST(SocketIOClient, HoldsNoLockWhileTheHostIsWoken) {
     ScriptedServer server(echo);
     const auto client = makeClient(server.url());
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     MainQueue::shared().setWake([&] { (void)client->nsp(); });
     client->connect();
     const bool connected = heard.waitFor("connect");
@@ -187,8 +180,7 @@ TEST(SocketIOClient, HoldsNoLockWhileTheHostIsWoken) {
 TEST(SocketIOClient, BoundsTheComplaintsThatNobodyHears) {
     LogCapture log;
     const auto client = makeClient("http://127.0.0.1:1", {{"carrierPigeon", true}, {"log", 1}});
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     for (int i = 0; i < 20'000; ++i) EXPECT_FALSE(client->emit("say", {}));
     MainQueue::shared().drain();
     EXPECT_EQ(heard.lines().size(), 10'000u);
@@ -205,10 +197,8 @@ TEST(SocketIOClient, BoundsWhatIsQueuedAndWhatServersTake) {
         if (peer.join()) connection.pause(60s);  // and reads no more
     });
     const auto client = makeClient(server.url(), {{"maxQueuedBytes", 1 << 20}});
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    Recorder heard(*client);
+    ASSERT_TRUE(heard.connect(*client));
     EXPECT_FALSE(client->emit("say", {std::string(1'000'001, 'x')}));
     ASSERT_TRUE(heard.waitFor("error"));
     EXPECT_EQ(heard.last(), "error \"say\" was not sent: it is longer than the server accepts.");
@@ -269,8 +259,7 @@ TEST(SocketIOClient, ClosesWhenTheApplicationDoesNotKeepUp) {
             }
         });
         const auto client = makeClient(server.url(), {{"reconnects", false}});
-        Recorder heard;
-        heard.listen(*client);
+        Recorder heard(*client);
         const PeakMemory peak;
         client->connect();
         // The main queue does not run, so check the status.

@@ -1,7 +1,6 @@
 // A program that is slower than the server: reading waits for it, nothing is lost or reordered, and
 // the server gets its pongs.
 #include <gtest/gtest.h>
-#include <zlib.h>
 
 #include <atomic>
 #include <chrono>
@@ -16,6 +15,7 @@
 #include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
 #include "socketio/Peers.h"
 #include "socketio/Recorder.h"
+#include "support/Gzip.h"
 #include "support/PeakMemory.h"
 
 namespace vexim::testing {
@@ -272,10 +272,8 @@ TEST(Flow, AnAnswerThatWaitsUnreadIsNotLate) {
         peer.waitForClose();
     });
     const auto client = makeClient(server.url(), {{"maxReadAhead", 1}});
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    Recorder heard(*client);
+    ASSERT_TRUE(heard.connect(*client));
     client->on("message", [&](const Array&, const AckEmitter&) {
         awaitNetworkThread();  // which has paused by then
         goesOn = true;
@@ -298,18 +296,16 @@ TEST(Flow, AnAnswerThatWaitsUnreadIsNotLate) {
 TEST(Flow, AHandlerMayWaitForTheNextEventOrLeave) {
     std::atomic<int> goodbyes{0};
     std::atomic<bool> written{false};
-    ScriptedServer server([&](ScriptedServer::Connection& connection) {
-        LivePeer peer(connection);
-        if (!peer.join()) return;
+    ScriptedServer server(joined([&](LivePeer& peer) {
         std::string frames;
         for (int i = 0; i < 4; ++i) frames += frame(numbered(i));
-        if (!connection.write(frames)) return;
+        if (!peer.connection().write(frames)) return;
         for (int i = 4; i < 400; ++i) {
             if (!peer.sendText(numbered(i))) return;
         }
         written = true;
         while (const auto text = peer.readText()) goodbyes += text->starts_with("41/chat") ? 1 : 0;
-    });
+    }));
     const auto client = makeClient(server.url(), {{"maxReadAhead", 1}, {"reconnects", false}});
     Counter counter(*client);
     int connects = 0;
@@ -339,18 +335,8 @@ TEST(Flow, AHandlerMayWaitForTheNextEventOrLeave) {
 
 TEST(Flow, ShortFramesOfLongMessagesWaitToo) {
     // Each MiB takes one KiB on the wire, and the connection ends right after them.
-    const std::string text = "42/chat,[\"message\",0,\"" + std::string(1 << 20, 'x') + "\"]";
-    std::string deflated(4096, '\0');
-    z_stream stream{};
-    ASSERT_EQ(deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY),
-              Z_OK);
-    stream.next_in = reinterpret_cast<unsigned char*>(const_cast<char*>(text.data()));
-    stream.avail_in = static_cast<unsigned>(text.size());
-    stream.next_out = reinterpret_cast<unsigned char*>(deflated.data());
-    stream.avail_out = static_cast<unsigned>(deflated.size());
-    ASSERT_EQ(deflate(&stream, Z_SYNC_FLUSH), Z_OK);
-    deflated.resize(stream.total_out - 4);  // RFC 7692, section 7.2.1
-    deflateEnd(&stream);
+    const std::string text =
+        deflated("42/chat,[\"message\",0,\"" + std::string(1 << 20, 'x') + "\"]");
     for (const bool isSecure : {false, true}) {
         SCOPED_TRACE(isSecure);
         ScriptedServer server(
@@ -361,7 +347,7 @@ TEST(Flow, ShortFramesOfLongMessagesWaitToo) {
                     frame(LivePeer::kOpenPacket));
                 if (!isOpen || !peer.readFrame() || !peer.sendText(R"(40/chat,{"sid":"s2"})"))
                     return;
-                connection.write(repeated(frame(deflated, 0xC1), kLong));
+                connection.write(repeated(frame(text, 0xC1), kLong));
             },
             isSecure ? std::optional(CertificateAuthority::selfSigned()) : std::nullopt);
         const auto client = makeClient(

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "socketio/Peers.h"
 #include "socketio/SessionScript.h"
 
 namespace vexim::testing {
@@ -42,12 +43,6 @@ std::string outcomeOf(Script& script, const std::vector<std::string>& frames) {
         if (script.session.hasEnded()) break;
     }
     return outcomeIn(shown);
-}
-
-std::string repeated(std::string_view text, int times) {
-    std::string all;
-    for (int i = 0; i < times; ++i) all += text;
-    return all;
 }
 
 TEST(HostileSession, MeetsEachFrameWithTheRightEnd) {

@@ -36,11 +36,8 @@ std::string versionAgreedWith(const ScriptedServer& server) {
 
 std::string liveOutcome(const ScriptedServer& server, const std::string& authority,
                         const char* transport) {
-    const auto client =
-        SocketIOClient::create(URL::parse(server.url()), {{transport, true}, {"caPEM", authority}});
-    client->joinNamespace("/chat");
-    Recorder heard;
-    heard.listen(*client);
+    const auto client = makeClient(server.url(), {{transport, true}, {"caPEM", authority}});
+    Recorder heard(*client);
     client->connect();
     return eventually([&] { return !heard.lines().empty(); })
                ? heard.lines()[0].substr(0, heard.lines()[0].find(' '))

@@ -24,6 +24,14 @@ inline std::string repeated(std::string_view text, int times) {
     return all;
 }
 
+/// Joins, then plays `then`.
+inline ScriptedServer::Script joined(std::function<void(LivePeer&)> then) {
+    return [then = std::move(then)](ScriptedServer::Connection& connection) {
+        LivePeer peer(connection);
+        if (peer.join()) then(peer);
+    };
+}
+
 /// Joins, then sends every event back as "message". A "cut" ends the connection.
 inline void echo(ScriptedServer::Connection& connection) {
     LivePeer peer(connection);

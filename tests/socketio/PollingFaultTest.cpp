@@ -110,13 +110,10 @@ TEST(PollingFaults, FallBackToPollingWhereWebSocketsAreRefused) {
         }
         return ScriptedServer::text(200, R"(40/chat,{"sid":"x"})");
     }));
-    const auto client = SocketIOClient::create(URL::parse(server.url()),
-                                               {{"extraHeaders", Dictionary{{"X-Extra", "e"}}}});
-    client->joinNamespace("/chat");
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    const auto client = makeClient(server.url(), {{"transports", Array{"websocket", "polling"}},
+                                                  {"extraHeaders", Dictionary{{"X-Extra", "e"}}}});
+    Recorder heard(*client);
+    ASSERT_TRUE(heard.connect(*client));
     const std::lock_guard lock(mutex);
     ASSERT_GE(cookies.size(), 2u);
     EXPECT_EQ(cookies[0], "|e");
@@ -146,13 +143,10 @@ TEST(PollingFaults, CloseTheConnectionsOfAClientThatHasLeft) {
     });
     for (const bool isLost : {false, true}) {
         isReleased = false;
-        const auto client = SocketIOClient::create(URL::parse(server.url()),
-                                                   {{"forcePolling", true}, {"reconnects", false}});
-        client->joinNamespace("/chat");
-        Recorder heard;
-        heard.listen(*client);
-        client->connect();
-        ASSERT_TRUE(heard.waitFor("connect"));
+        const auto client =
+            makeClient(server.url(), {{"forcePolling", true}, {"reconnects", false}});
+        Recorder heard(*client);
+        ASSERT_TRUE(heard.connect(*client));
         ASSERT_TRUE(eventuallyElsewhere([&] { return gets % 2 == 0; }));
         if (!isLost) client->disconnect();
         isReleased = true;
@@ -223,12 +217,10 @@ TEST(PollingFaults, UpgradesLoseNothingAndMayFail) {
     for (const auto& [answersProbe, lines] : rows) {
         ManualClock clock;
         UpgradingServer server(answersProbe);
-        const auto client = SocketIOClient::create(
-            URL::parse(server.url()), {{"transports", Array{"polling", "websocket"}},
-                                       {"extraHeaders", Dictionary{{"cookie", "mine=1"}}}});
-        client->joinNamespace("/chat");
-        Recorder heard;
-        heard.listen(*client);
+        const auto client =
+            makeClient(server.url(), {{"transports", Array{"polling", "websocket"}},
+                                      {"extraHeaders", Dictionary{{"cookie", "mine=1"}}}});
+        Recorder heard(*client);
         client->connect();
         ASSERT_TRUE(eventuallyElsewhere([&] { return server.isProbed(); }));
         EXPECT_EQ(server.cookies(), "mine=1; AWSALB=node7") << "of the balancer, to reach its node";
@@ -242,10 +234,8 @@ TEST(Addresses, ASilentOneIsLeftForTheNext) {
     ScriptedServer server(serveEitherTransport());
     const SilentPort silent(server.port());
     const auto client = makeClient("http://twice.loopback.test:" + std::to_string(server.port()));
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    EXPECT_TRUE(heard.waitFor("connect")) << heard.last();
+    Recorder heard(*client);
+    EXPECT_TRUE(heard.connect(*client)) << heard.last();
 }
 
 TEST(Deadlines, EndEachStageOfConnecting) {
@@ -265,21 +255,15 @@ TEST(Deadlines, EndEachStageOfConnecting) {
              {Array{"websocket"}, Array{"polling"}, Array{"websocket", "polling"}}) {
             SCOPED_TRACE(std::string(stage) + " " + Value(transports).description());
             const auto begun = std::chrono::steady_clock::now();
-            const auto client = SocketIOClient::create(
-                URL::parse(url),
-                {{"transports", transports}, {"connectTimeout", 0.1}, {"reconnects", false}});
-            Recorder heard;
-            heard.listen(*client);
+            const auto client = makeClient(
+                url, {{"transports", transports}, {"connectTimeout", 0.1}, {"reconnects", false}});
+            Recorder heard(*client);
             client->connect();
             EXPECT_TRUE(heard.waitFor("error The server did not answer in time.")) << heard.last();
 
-            const auto other =
-                SocketIOClient::create(URL::parse(good.url()), {{"transports", transports}});
-            other->joinNamespace("/chat");
-            Recorder elsewhere;
-            elsewhere.listen(*other);
-            other->connect();
-            EXPECT_TRUE(elsewhere.waitFor("connect")) << "it held up nobody else";
+            const auto other = makeClient(good.url(), {{"transports", transports}});
+            Recorder elsewhere(*other);
+            EXPECT_TRUE(elsewhere.connect(*other)) << "it held up nobody else";
             EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(30));
         }
     }

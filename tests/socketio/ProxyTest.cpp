@@ -104,15 +104,13 @@ TEST(Proxies, AreTunnelledThroughByBothTransportsAlike) {
             ScriptedServer server(serveEitherTransport(), identity);
             ConnectProxy proxy(server.port());
             const auto connect = [&](const std::string& host) {
-                const auto client = SocketIOClient::create(
-                    URL::parse((isSecure ? "https://" : "http://") + host),
-                    {{transport, true},
-                     {"reconnects", false},
-                     {"extraHeaders", Dictionary{{"X-Extra", "for the server alone"}}},
-                     {"caPEM", authority.certificatePEM()}});
-                client->joinNamespace("/chat");
-                Recorder heard;
-                heard.listen(*client);
+                const auto client =
+                    makeClient((isSecure ? "https://" : "http://") + host,
+                               {{transport, true},
+                                {"reconnects", false},
+                                {"extraHeaders", Dictionary{{"X-Extra", "for the server alone"}}},
+                                {"caPEM", authority.certificatePEM()}});
+                Recorder heard(*client);
                 client->connect();
                 EXPECT_TRUE(eventually([&] { return !heard.lines().empty(); }));
                 return heard.last();
@@ -141,8 +139,7 @@ TEST(Proxies, AreTunnelledThroughByBothTransportsAlike) {
 TEST(Proxies, OfAnotherKindAreNotPassedBy) {
     const Variable variable("http_proxy", "socks5://127.0.0.1:1");
     const auto client = SocketIOClient::create(URL::parse("http://im.invalid:8080"), {});
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     client->connect();
     EXPECT_TRUE(heard.waitFor("error This kind of proxy is not supported.")) << heard.last();
     EXPECT_EQ(client->status(), SocketIOStatusDisconnected);
@@ -185,13 +182,11 @@ TEST(Proxies, MayBreakWithoutBreakingTheClient) {
             const bool isSilent = std::string(row.heard).ends_with("in time.");
             ScriptedServer proxy(row.script);
             const Variable variable("http_proxy", proxy.url());
-            const auto client =
-                SocketIOClient::create(URL::parse("http://im.example:8080"),
-                                       {{transport, true},
-                                        {"reconnects", false},
-                                        {"connectTimeout", isExact && !isSilent ? 20 : 0.2}});
-            Recorder heard;
-            heard.listen(*client);
+            const auto client = makeClient("http://im.example:8080",
+                                           {{transport, true},
+                                            {"reconnects", false},
+                                            {"connectTimeout", isExact && !isSilent ? 20 : 0.2}});
+            Recorder heard(*client);
             client->connect();
             EXPECT_TRUE(heard.waitFor(isExact ? row.heard : "error")) << heard.last();
         }

@@ -10,9 +10,10 @@
 
 namespace vexim::testing {
 
-/// A client of "/chat" that has not connected yet; over WebSocket if `options` name no transports.
+/// A client of "/chat" that has not connected yet; over WebSocket if `options` do not say how.
 inline std::shared_ptr<SocketIOClient> makeClient(const std::string& url, Dictionary options = {}) {
-    if (!options.contains("transports")) options.set("forceWebsockets", true);
+    if (!options.contains("transports") && !options.contains("forcePolling"))
+        options.set("forceWebsockets", true);
     auto client = SocketIOClient::create(URL::parse(url), options);
     client->joinNamespace("/chat");
     return client;
@@ -21,6 +22,9 @@ inline std::shared_ptr<SocketIOClient> makeClient(const std::string& url, Dictio
 /// Keeps what a client's handlers hear, one line an event.
 class Recorder {
 public:
+    Recorder() = default;
+    explicit Recorder(SocketIOClient& client) { listen(client); }
+
     void listen(SocketIOClient& client) {
         for (const char* event : {"connect", "disconnect", "error", "reconnect", "message"}) {
             client.on(event, [lines = lines_, event](const Array& arguments, const AckEmitter&) {
@@ -35,6 +39,10 @@ public:
     std::string last() const { return lines_->empty() ? "" : lines_->back(); }
     [[nodiscard]] bool waitFor(std::string_view beginning) const {
         return eventually([&] { return last().starts_with(beginning); });
+    }
+    [[nodiscard]] bool connect(SocketIOClient& client) const {
+        client.connect();
+        return waitFor("connect");
     }
     void clear() { lines_->clear(); }
 

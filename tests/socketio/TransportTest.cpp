@@ -39,10 +39,8 @@ TEST(Transports, SendCookiesBackOverEachOther) {
         const Array transports =
             beginsWithWebSocket ? Array{"websocket", "polling"} : Array{"polling", "websocket"};
         const auto client = makeClient(server.url(), {{"transports", transports}});
-        Recorder heard;
-        heard.listen(*client);
-        client->connect();
-        ASSERT_TRUE(heard.waitFor("connect"));
+        Recorder heard(*client);
+        ASSERT_TRUE(heard.connect(*client));
         const std::lock_guard lock(mutex);
         EXPECT_EQ(cookies, std::set<std::string>{"node=7"});
     }
@@ -53,18 +51,15 @@ TEST(Transports, CloseAWebSocketWithAFrameAndDoNotWaitLongForTheAnswer) {
         SCOPED_TRACE(serverCloses);
         std::atomic<int> closeFrames{0};
         std::atomic<bool> isClosed{false};
-        ScriptedServer server([&](ScriptedServer::Connection& connection) {
-            LivePeer peer(connection);
-            if (!peer.join()) return;
-            if (serverCloses) connection.write(LivePeer::frame(LivePeer::Close, "\x03\xE8"));
+        ScriptedServer server(joined([&](LivePeer& peer) {
+            if (serverCloses) peer.connection().write(LivePeer::frame(LivePeer::Close, "\x03\xE8"));
             // It never answers, and never hangs up by itself.
             while (const auto received = peer.readFrame())
                 closeFrames += received->opcode == LivePeer::Close;
             isClosed = true;
-        });
+        }));
         const auto client = makeClient(server.url(), {{"reconnects", false}});
-        Recorder heard;
-        heard.listen(*client);
+        Recorder heard(*client);
         client->connect();
         ASSERT_TRUE(heard.waitFor(serverCloses ? "disconnect" : "connect"));
         client->disconnect();
@@ -75,51 +70,53 @@ TEST(Transports, CloseAWebSocketWithAFrameAndDoNotWaitLongForTheAnswer) {
 
 TEST(Transports, PingTheServerWhenTheNetworkHasChanged) {
     std::atomic<bool> isPinged{false};
-    ScriptedServer server([&](ScriptedServer::Connection& connection) {
-        LivePeer peer(connection);
-        if (!peer.join()) return;
+    ScriptedServer server(joined([&](LivePeer& peer) {
         while (const auto received = peer.readFrame()) {
             if (received->opcode == LivePeer::Ping) isPinged = true;
         }
-    });
+    }));
     const auto client = makeClient(server.url());
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    Recorder heard(*client);
+    ASSERT_TRUE(heard.connect(*client));
     client->networkDidChange();
     EXPECT_TRUE(eventuallyElsewhere([&] { return isPinged.load(); }));
 }
 
-TEST(Transports, GoOnWhenASlowServerReadsAgain) {
+TEST(Transports, GoOnWhenASlowServerReadsAgainAndBeginAnewWhenItIsGone) {
     constexpr int kMessages = 400;  // 64 KiB each: more than the system's buffers take
-    std::atomic<bool> mayRead{false};
-    std::atomic<int> received{0};
-    ScriptedServer server([&](ScriptedServer::Connection& connection) {
-        LivePeer peer(connection);
-        if (!peer.join()) return;
-        while (!mayRead) {
-            if (!connection.pause(1ms)) return;
-        }
-        while (peer.readText()) ++received;
-    });
-    const auto metrics = VXIMMetrics::init();
-    const auto client = makeClient(server.url(), {{"metrics", metrics}});
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
     const std::string text(64 * 1024, 'x');
-    for (int i = 0; i < kMessages; ++i) ASSERT_TRUE(client->emit("say", {text}));
-    // Until the connection has taken what it can.
-    double waiting = -1;
-    ASSERT_TRUE(eventuallyElsewhere([&] {
-        const double before =
-            std::exchange(waiting, metrics->total("vexim_send_queue_events").value_or(0));
-        return waiting > 0 && waiting < kMessages && waiting == before;
-    }));
-    mayRead = true;
-    EXPECT_TRUE(eventuallyElsewhere([&] { return received == kMessages; })) << received;
+    for (const bool isGone : {false, true}) {
+        SCOPED_TRACE(isGone);
+        std::atomic<bool> mayGoOn{false};
+        std::atomic<int> received{0}, last{0};
+        ScriptedServer server(joined([&](LivePeer& peer) {
+            while (!mayGoOn && peer.connection().pause(1ms)) continue;
+            if (isGone && peer.connection().index() == 0) return;
+            while (const auto message = peer.readText())
+                ++(*message == R"(42/chat,["last"])" ? last : received);
+        }));
+        const auto metrics = VXIMMetrics::init();
+        const auto client = makeClient(server.url(), {{"metrics", metrics}});
+        Recorder heard(*client);
+        ASSERT_TRUE(heard.connect(*client));
+        for (int i = 0; i < kMessages; ++i) ASSERT_TRUE(client->emit("say", {text}));
+        // Until the connection has taken what it can.
+        double waiting = -1;
+        ASSERT_TRUE(eventuallyElsewhere([&] {
+            const double before =
+                std::exchange(waiting, metrics->total("vexim_send_queue_events").value_or(0));
+            return waiting > 0 && waiting < kMessages && waiting == before;
+        }));
+        mayGoOn = true;
+        if (isGone) {
+            ASSERT_TRUE(heard.waitFor("disconnect"));
+            client->networkDidChange();  // no wait for the next attempt
+            ASSERT_TRUE(heard.waitFor("connect"));
+        }
+        client->emit("last", {});
+        EXPECT_TRUE(eventuallyElsewhere([&] { return last == 1; }));
+        EXPECT_EQ(received, isGone ? 0 : kMessages);
+    }
 }
 
 TEST(Transports, TryTheNextAddressWhenOneRefusesOrIsSilent) {
@@ -170,8 +167,7 @@ TEST(Transports, AllowEachPollingAnswerTheSameHead) {
         return ScriptedServer::text(200, body, field);
     }));
     const auto client = makeClient(server.url(), {{"transports", Array{"polling"}}});
-    Recorder heard;
-    heard.listen(*client);
+    Recorder heard(*client);
     client->connect();
     EXPECT_TRUE(eventually([&] { return heard.lines().size() > 30; })) << heard.last();
     client->disconnect();

@@ -29,10 +29,7 @@ inline std::string closeFrame(int code, std::string_view reason = {}) {
 }
 
 inline ScriptedServer::Script joinedThen(std::function<void(Connection&)> then) {
-    return [then](Connection& connection) {
-        LivePeer peer(connection);
-        if (peer.join()) then(connection);
-    };
+    return joined([then](LivePeer& peer) { then(peer.connection()); });
 }
 
 inline ScriptedServer::Script joinedThenSend(std::string bytes) {
@@ -63,10 +60,8 @@ inline void expectOutcome(const WireFault& fault, Dictionary base) {
     Dictionary options = std::move(base);
     options.set("reconnects", false);
     options.addEntries(fault.options);
-    const auto client = SocketIOClient::create(URL::parse(server.url()), options);
-    client->joinNamespace("/chat");
-    Recorder heard;
-    heard.listen(*client);
+    const auto client = makeClient(server.url(), options);
+    Recorder heard(*client);
     client->connect();
     EXPECT_TRUE(heard.waitFor(fault.heard))
         << Value(Array::fromStrings(heard.lines())).description();

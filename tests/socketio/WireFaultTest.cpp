@@ -49,8 +49,7 @@ TEST(WireFaults, SilenceEndsEachPhaseOfConnecting) {
             connection.waitForClose();
         });
         const auto client = makeClient(server.url(), {{"reconnects", false}});
-        Recorder heard;
-        heard.listen(*client);
+        Recorder heard(*client);
         client->connect();
         ASSERT_TRUE(eventuallyElsewhere([&] { return isSilent.load(); }));
         pass(clock, std::chrono::seconds(20));
@@ -297,11 +296,8 @@ TEST(WireFaults, AnswerAPingAtOnce) {
             connection.write(frame(behind, before.empty() ? 0x81 : 0x80));
             connection.waitForClose();
         }));
-        const auto client =
-            SocketIOClient::create(URL::parse(server.url()), {{"forceWebsockets", true}});
-        client->joinNamespace("/chat");
-        Recorder heard;
-        heard.listen(*client);
+        const auto client = makeClient(server.url());
+        Recorder heard(*client);
         client->connect();
         EXPECT_TRUE(heard.waitFor("message 1"));
         EXPECT_EQ(answered, "are you there");

@@ -53,10 +53,8 @@ TEST(WireFaults, BoundThePongsThatAPeerDoesNotRead) {
         connection.waitForClose();
     });
     const auto client = makeClient(server.url());
-    Recorder heard;
-    heard.listen(*client);
-    client->connect();
-    ASSERT_TRUE(heard.waitFor("connect"));
+    Recorder heard(*client);
+    ASSERT_TRUE(heard.connect(*client));
     client->emit("say", {message});
     EXPECT_TRUE(heard.waitFor("message 1")) << heard.last();
 }
