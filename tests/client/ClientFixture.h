@@ -126,12 +126,16 @@ protected:
     }
     FakeSocket& socket() { return *sockets.back(); }
 
+    /// What the journal gets next, after anything that other threads have to do.
+    Lines nextHeard() {
+        EXPECT_TRUE(eventually([&] { return journal->count() > 0; }));
+        return journal->take();
+    }
     /// Logs in "u1" and clears the journal.
     void login() {
         client->loginWithUserId("u1", {});
         drainMainQueue();
-        socket().accept();
-        socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
+        socket().acceptLogin("u1");
         drainMainQueue();
         journal->take();
     }

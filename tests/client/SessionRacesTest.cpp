@@ -172,15 +172,12 @@ TEST_F(SessionRaces, AnAnswerToALogoutEndsNoLaterLogin) {
         client->logoutWithCompletion(journal->completion("logout"));
         client->loginWithUserId("u2", {});
         vexim::MainQueue::shared().drain();
-        Lines heard;
-        ASSERT_TRUE(eventually([&] { return !(heard = journal->take()).empty(); }));
+        EXPECT_EQ(nextHeard(), Lines{c.heard});
         drainMainQueue();
-        EXPECT_EQ(heard, Lines{c.heard});
         EXPECT_EQ(service.takeRequests(),
                   Lines{R"(DELETE /ctx/u1/installs {"installs":["installation"]})"});
         EXPECT_EQ(state(), "1 offline");
-        socket().accept();
-        socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
+        socket().acceptLogin("u2");
         socket().drop();
         drainMainQueue();
         EXPECT_EQ(state(), "3 offline offlineTemporally");
@@ -220,8 +217,7 @@ TEST_F(SessionRaces, ALoginThatOvertakesALogoutStays) {
         client->loginWithUserId("u2", {});
         drainMainQueue();
         EXPECT_EQ(journal->take(), c.heard);
-        socket().accept();
-        socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
+        socket().acceptLogin("u2");
         drainMainQueue();
         EXPECT_EQ(state(), "2 online");
         socket().drop();
@@ -271,6 +267,25 @@ TEST_F(SessionRaces, BothOfTwoLogoutsAreAnswered) {
                   (Lines{"didDisconnect at 6", "didLogout at 6", "logout yes", "logout yes"}));
         EXPECT_EQ(state(), "6 nobody no socket");
     }
+}
+
+TEST_F(SessionRaces, ALogoutThatFailsTakesNoOtherOneBack) {
+    login();
+    service.answerWith(400, R"({"errorCode":7,"errorMessage":"no"})");
+    auto held = service.hold();
+    client->logoutWithCompletion(journal->completion("first"));
+    drainMainQueue();
+    service.configuration()->setInstallationId("");  // so the second one needs no request
+    socket().isSlowToClose = true;
+    client->logoutWithCompletion(journal->completion("second"));
+    drainMainQueue();
+    held.unlock();
+    EXPECT_EQ(nextHeard(), Lines{"first no, VXErrorDomain 7"});
+    EXPECT_EQ(state(), "5 online tryLogout");
+    socket().isSlowToClose = false;
+    socket().disconnect();
+    drainMainQueue();
+    EXPECT_EQ(journal->take(), (Lines{"second yes", "didLogout at 6", "didDisconnect at 6"}));
 }
 
 TEST_F(SessionRaces, EachChangeOfTheStatusIsToldOnceAndAsItWas) {
@@ -336,16 +351,14 @@ TEST_F(Session, CanBeReleasedInAnyCallback) {
              client->loginWithUserId("u1",
                                      once([&](bool, const vexim::ErrorPtr&) { client = nullptr; }));
              drainMainQueue();
-             socket().accept();
-             socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
+             socket().acceptLogin("u1");
          }},
         {"with a login pending",
          [&] {
              client->loginWithUserId("u1", {});
              drainMainQueue();
              client = nullptr;
-             socket().accept();
-             socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
+             socket().acceptLogin("u1");
          }},
         {"before a login has begun",
          [&] {

@@ -136,8 +136,7 @@ TEST_F(SessionSeams, ALogoutInsideALoginsCompletionIsTheLastWord) {
                                 drainMainQueue();
                             }));
     drainMainQueue();
-    socket().accept();
-    socket().send("login", {Dictionary{{"success", true}, {"id", "u1"}}});
+    socket().acceptLogin("u1");
     drainMainQueue();
     EXPECT_EQ(state(), "6 nobody no socket");
     EXPECT_EQ(journal->take(), (Lines{"didLogout at 6", "didDisconnect at 6"}));

@@ -174,8 +174,7 @@ TEST_F(Session, ASecondLoginDropsTheFirstConnectionSilently) {
     EXPECT_EQ(client->socketio(), sockets[1]);
     EXPECT_EQ(journal->take(), Lines());
     EXPECT_EQ(state(), "1 offline");
-    socket().accept();
-    socket().send("login", {Dictionary{{"success", true}, {"id", "u2"}}});
+    socket().acceptLogin("u2");
     drainMainQueue();
     EXPECT_EQ(journal->take(),
               (Lines{"second yes", "posted VXIMUserDidLoginNotification u2", "didLogin at 2"}));
@@ -284,9 +283,7 @@ TEST_F(Session, AFailedLogoutLeavesEverythingAsItWas) {
     client->logoutWithCompletion(journal->completion("logout"));
     vexim::MainQueue::shared().drain();  // one turn: the answer comes in a later one
     EXPECT_EQ(state(), "5 online");
-    Lines heard;
-    ASSERT_TRUE(eventually([&] { return !(heard = journal->take()).empty(); }));
-    EXPECT_EQ(heard, Lines{"logout no, VXErrorDomain 7"});
+    EXPECT_EQ(nextHeard(), Lines{"logout no, VXErrorDomain 7"});
     EXPECT_EQ(state(), "2 online");
 }
 

@@ -222,6 +222,15 @@ TEST(URLSessionUpload, BeginsABodyOnceOnly) {
               URLErrorRequestBodyStreamExhausted);
 }
 
+TEST(URLSessionUpload, TellsAllThatWasSentBeforeALoss) {
+    const ManualClock clock;  // stands still, so only the first and the last report are due
+    ScriptedServer server([](Connection& connection) { connection.readRequest(); });
+    const auto lost =
+        SessionProbe::make()->load(upload(server.url(), stream(pattern(3'000'000)), 3'000'000));
+    EXPECT_EQ(lost.code(), URLErrorNetworkConnectionLost);
+    EXPECT_EQ(lost.sent, 3'000'000);
+}
+
 TEST(URLSessionUpload, GivesABodyAgainFromItsStartWhereItCan) {
     std::vector<std::string> seen;
     std::atomic<int> ended{0};

@@ -91,7 +91,7 @@ TEST_F(Answers, PassTheServicesErrorOn) {
     }
 }
 
-TEST_F(Answers, AnErrorNamesWhatIsWrongWithAList) {
+TEST_F(Answers, AnErrorNamesWhatIsWrongWithAListAndLeavesTheFormerOne) {
     const struct {
         const char* operation;
         const char* answer;
@@ -110,10 +110,14 @@ TEST_F(Answers, AnErrorNamesWhatIsWrongWithAList) {
         {"find users", R"([{"name":"x"}])", "user"},
         {"find rooms", "[[]]", "not a dictionary"},
     };
+    service.answerWith(200, R"(["x1"])");
+    for (const char* list : {"user friends", "user groups", "user rooms"}) run(list);
+    const std::string before = resources.describe();
     for (const auto& c : cases) {
         SCOPED_TRACE(c.operation);
         service.answerWith(200, c.answer);
         const Outcome& outcome = run(c.operation);
+        EXPECT_EQ(resources.describe(), before);
         ASSERT_TRUE(outcome.error());
         EXPECT_EQ(describe(outcome.error()), "VXIMErrorDomain 2");
         EXPECT_NE(outcome.error()->localizedDescription().find(c.named), std::string::npos)

@@ -167,8 +167,6 @@ TEST(Query, CombinesItsParameters) {
          R"({"_sort":"-b","_limit":"20","_skip":"0"})"},
         {"a limit of 0 is one", [](VXIMQuery& q) { q.setLimit(0); },
          R"({"_limit":"0","_skip":"0"})"},
-        {"a limit of 0 is one", [](VXIMQuery& q) { q.setLimit(0); },
-         R"({"_limit":"0","_skip":"0"})"},
         {"negative paging is left out",
          [](VXIMQuery& q) {
              q.setLimit(-1);

@@ -305,6 +305,33 @@ TEST(SocketIOClient, SaysGoodbyeOnlyWhenServersHaveReadTheLastEvent) {
     EXPECT_GE(std::chrono::steady_clock::now() - began, 50ms) << "2.x servers forget it otherwise";
 }
 
+TEST(SocketIOClient, SaysGoodbyeBehindAPostThatIsStillOnItsWay) {
+    const auto record = std::make_shared<EventRecord>();
+    std::mutex mutex;
+    std::string last;
+    std::atomic<int> posts{0};
+    ScriptedServer server(serveEitherTransport([&](const WireRequest& request) -> std::string {
+        if (request.method != "POST" || request.body.starts_with("40")) return "";
+        {
+            const std::lock_guard lock(mutex);
+            last = request.body;
+        }
+        if (++posts == 1) {
+            EXPECT_TRUE(spinUntil([&] { return countOf(*record, "ended") == 1; }));
+        }
+        return ScriptedServer::text(200, "ok");
+    }));
+    const auto client = makeRecordedClient(server.url(), record, "polling");
+    Recorder heard(*client);
+    ASSERT_TRUE(heard.connect(*client));
+    client->emit("say", {});
+    ASSERT_TRUE(eventuallyElsewhere([&] { return posts == 1; }));
+    client->disconnect();
+    ASSERT_TRUE(eventuallyElsewhere([&] { return posts == 2; }));
+    const std::lock_guard lock(mutex);
+    EXPECT_TRUE(last.starts_with("41/chat,")) << last;
+}
+
 TEST(SocketIOClient, SaysGoodbyeBehindWhatWasEmittedBefore) {
     std::mutex mutex;
     std::vector<Lines> received;

@@ -119,6 +119,31 @@ TEST(Transports, GoOnWhenASlowServerReadsAgainAndBeginAnewWhenItIsGone) {
     }
 }
 
+TEST(Transports, PreferAWebSocketWherePollingRequestsReachDifferentServers) {
+    std::mutex mutex;
+    std::vector<std::string> opened;
+    int gets = 0;  // of the polling session
+    ScriptedServer server(serveEitherTransport([&](const WireRequest& request) -> std::string {
+        const std::lock_guard lock(mutex);
+        const bool isPolling = request.header("Upgrade").empty();
+        if (request.target.find("&sid=") == std::string::npos) {
+            opened.emplace_back(isPolling ? "polling" : "WebSocket");
+            return "";
+        }
+        const bool isLost = request.method == "GET" && ++gets == 2;  // behind the join's answer
+        return isLost ? ScriptedServer::text(400, R"({"code":1,"message":"Session ID unknown"})")
+                      : "";
+    }));
+    const auto client = makeClient(server.url(), {{"transports", Array{"polling", "websocket"}}});
+    Recorder heard(*client);
+    client->connect();
+    ASSERT_TRUE(heard.waitFor("disconnect"));
+    client->networkDidChange();
+    ASSERT_TRUE(heard.waitFor("connect"));
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(opened, (std::vector<std::string>{"polling", "WebSocket"}));
+}
+
 TEST(Transports, TryTheNextAddressWhenOneRefusesOrIsSilent) {
     struct TwoAddresses final : HostResolver {
         struct Answer final : Lookup {

@@ -8,17 +8,19 @@
 #include <vector>
 
 #include "socketio/WireFault.h"
+#include "support/Gzip.h"
 #include "support/Pass.h"
 
 namespace vexim::testing {
 namespace {
 
-ScriptedServer::Script acceptingWith(std::string fields) {
-    return [fields](Connection& c) {
+ScriptedServer::Script acceptingWith(std::string fields, std::string then = {}) {
+    return [fields, then](Connection& c) {
         LivePeer peer(c);
         peer.acceptWebSocket(fields, frame(LivePeer::kOpenPacket));
         if (const auto text = peer.readText(); text && text->starts_with("40"))
             peer.sendText(R"(40/chat,{"sid":"x"})");
+        c.write(then);
         peer.waitForClose();
     };
 }
@@ -137,6 +139,11 @@ TEST(WireFaults, EndAWebSocketWithTheRightWord) {
          {{"maxMessageSize", 1000}},
          joinedThenSend(frame(std::string(2000, 'x'))),
          "disconnect The server sent a message that is too long."},
+        {"oversize, once it is inflated",
+         {{"maxMessageSize", 1000}, {"compress", true}},
+         acceptingWith("Sec-WebSocket-Extensions: permessage-deflate\r\n",
+                       frame(deflated(std::string(100'000, 'x')), 0xC1)),
+         "error The server sent a message that is too long."},
         {"an announced exabyte",
          {},
          joinedThenSend(std::string("\x81\x7f\x0f\xff\xff\xff\xff\xff\xff\xff", 10)),

@@ -32,6 +32,9 @@ public:
         answer_ = {.status = status, .body = Data(body)};
     }
 
+    /// Answers nothing while the result lives.
+    [[nodiscard]] std::unique_lock<std::mutex> hold() { return std::unique_lock(mutex_); }
+
     /// The requests since the last call, as "METHOD target body" (without a blank at the end where
     /// there is no body).
     std::vector<std::string> takeRequests() {

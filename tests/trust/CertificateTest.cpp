@@ -261,6 +261,8 @@ TEST_F(CertificateTest, OfEveryKindOfNameAreJudgedAlikeByAllTraffic) {
         {"an international name as UTF-8", root.issue({.exactName = "b\u00fccher.loopback.test"}),
          bucher, kName},
 
+        {"a host that is all names below it", named("DNS:*.loopback.test"), ".loopback.test",
+         "No certificate can match"},
         {"another address", named("IP:127.0.0.2"), "127.0.0.1", kName},
         {"one of several addresses", named("IP:10.0.0.1,IP:127.0.0.1,DNS:chat.test")},
         {"the address as a name", named("DNS:127.0.0.1"), "127.0.0.1", kName},
