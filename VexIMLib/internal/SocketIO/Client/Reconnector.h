@@ -17,8 +17,8 @@ public:
     using TimePoint = Clock::TimePoint;
 
     enum class Verdict : std::uint8_t {
-        Leave,   // nobody expects another attempt
-        GiveUp,  // after "reconnect" the application expects another event
+        Leave,   // stop silently: nobody expects another attempt
+        GiveUp,  // stop and report it: after "reconnect" the application expects another event
         Retry,
     };
 
