@@ -52,7 +52,9 @@ public:
     void setInstallationId(std::optional<std::string> installationId) {
         installationId_ = std::move(installationId);
     }
-    /// The origin of the live connection and of the REST interface.
+    /// The origin of the live connection and of the REST interface, such as
+    /// "https://chat.example.org:8443". If it is nil, the connection of a login reports
+    /// `VXIMConnectionErrorBadAddress`, and requests fail with -1000 as the underlying error.
     const std::optional<vexim::URL>& socketURL() const noexcept { return socketURL_; }
     void setSocketURL(std::optional<vexim::URL> url) { socketURL_ = std::move(url); }
     /// The Socket.IO namespace of the live connection, such as "/chat"; nil means "/".
@@ -128,6 +130,7 @@ public:
 private:
     void setText(const char* option, const std::optional<std::string>& text);
 
+    // The options are kept twice: here as last set, and in the dictionary, which logins use.
     std::optional<std::string> appId_;
     std::optional<std::string> clientKey_;
     std::optional<std::string> installationId_;

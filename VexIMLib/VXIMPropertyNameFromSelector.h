@@ -12,5 +12,6 @@
 /// always counts as a setter. Call from any thread.
 ///
 ///     VXIMPropertyNameFromSelector(VXIMUser::staticClass(), "setOnline:");  // "online"
+///     VXIMPropertyNameFromSelector(VXIMUser::staticClass(), "age");         // nullopt
 VEXIM_EXPORT std::optional<std::string> VXIMPropertyNameFromSelector(const vexim::Class& cls,
                                                                      vexim::Selector selector);

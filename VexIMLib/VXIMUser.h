@@ -73,6 +73,9 @@ public:
 
     // The lists that the fetches below fill. Each fetch replaces its list. nullopt until the first
     // one has succeeded.
+    //
+    // A list belongs to this object: two objects of one user each have their own, and nothing
+    // updates it when somebody else changes the record on the server.
     const std::optional<std::vector<std::shared_ptr<VXIMFriendInfo>>>& friends() const noexcept {
         return friends_;
     }
@@ -95,8 +98,8 @@ public:
     /// Makes a user a friend. The result is the service's answer. `friends` does not change: fetch
     /// it again to see the new friend.
     void addFriendWithUser(vexim::Value friendId, VXIMResultCompletion completion);
-    /// Fetches the record of one friend. `completion` gets (nullptr, nullptr) if the answer is not
-    /// a dictionary.
+    /// Fetches the record of one friend, as a new `VXIMFriendInfo`; `friends` does not change.
+    /// `completion` gets (nullptr, nullptr) if the answer is not a dictionary.
     void getFriendInfo(vexim::Value friendId, VXIMFriendInfoCompletion completion);
     /// Ends a friendship. `friends` does not change: fetch it again.
     void deleteFriend(vexim::Value friendId, VXIMBooleanCompletion completion);

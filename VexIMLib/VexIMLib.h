@@ -14,6 +14,17 @@
 // - vexim::Exception: a mistake in the program, such as a nil argument.
 // - vexim::SocketIOClient: the live connection; talks to any Socket.IO server.
 //
+// A program that logs in and prints what it receives:
+//
+//     auto configuration = VXIMClientConfiguration::defaultConfiguration();
+//     configuration->setAppId("app");
+//     configuration->setClientKey("key");
+//     configuration->setInstallationId("laptop");
+//     auto client = VXIMClient::clientWithConfiguration(configuration);
+//     client->setDelegate(printer);  // a VXIMClientDelegate, held weakly
+//     client->loginWithUserId("alice", [](bool succeeded, vexim::ErrorPtr error) { … });
+//     vexim::MainQueue::shared().run();
+//
 // To be included separately: futures and coroutines (Async/), adapters for event loops (Loops/),
 // the message store (Store/), the test kit (Testing/) and the C interface (C/).
 

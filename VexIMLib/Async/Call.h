@@ -34,6 +34,14 @@ namespace vexim {
 ///         co_await vexim::call(&VXIMUser::fetchFriendsWithDetail, user, true)
 ///             .within(10s)                       // at most ten seconds
 ///             .cancelledBy(window.stopToken());  // and only while the window is open
+///
+/// An upload or a download also reports its bytes:
+///
+///     auto file = co_await vexim::call(&VXIMMessage::downloadAttachment, message, path, nullptr)
+///                     .reporting([](VXIMTransferProgress progress) { … });
+///
+/// A call is used up by its start: move it, and start it once. Prepare it on any thread; one call
+/// must not be used by two threads at the same time.
 template <class T>
 class [[nodiscard]] Call {
 public:
@@ -66,8 +74,8 @@ public:
     }
 
     /// Reports a transfer's bytes to `progress`, on the main queue, any number of times before the
-    /// call ends. An operation that is not a transfer reports nothing. An empty function reports
-    /// nothing either.
+    /// call ends. It replaces a function that was set before. An operation that is not a transfer
+    /// reports nothing. An empty function reports nothing either.
     Call reporting(VXIMTransferProgressBlock progress) && {
         if (transfer_) transfer_->setProgress(std::move(progress));
         return std::move(*this);
@@ -78,7 +86,9 @@ public:
     /// the operation pass through.
     bool start(const std::shared_ptr<detail::PendingCall<T>>& pending) && {
         const auto transfer = std::move(transfer_);
+        // A stop that was requested before the start means that nothing is sent.
         if (!pending->begin(transfer, std::move(stop_))) return pending->started();
+        // for operations that find out why their completion will not run
         const FailureListener listener(pending->failure());
         // it may answer at once, inside another operation's completion
         const UntoldError none(nullptr);
@@ -91,19 +101,26 @@ public:
 
 private:
     // `start` uses these up.
+
+    /// The bound operation; empty after the start.
     Start start_;
+    /// nullptr if the operation cannot be cancelled.
     std::shared_ptr<VXIMTransfer> transfer_;
+    /// Counted from the start; nullopt means no limit.
     std::optional<std::chrono::nanoseconds> limit_;
+    /// Without a source it never asks to stop.
     std::stop_token stop_;
 };
 
 namespace detail {
 
+/// Whether an operation's last parameter is the object that can cancel it.
 template <class P>
 inline constexpr bool isTransfer =
     std::is_same_v<std::remove_cvref_t<P>, std::shared_ptr<VXIMTransfer>>;
 
-/// What a completion receives besides the error.
+/// What a completion receives besides the error: the T of a `std::function<void(T, ErrorPtr)>`. Any
+/// other parameter in its place does not compile.
 template <class P>
 struct Completed {
     static_assert(!sizeof(P*), "pass `call` exactly the arguments that come before the completion");
@@ -112,16 +129,20 @@ template <class T>
 struct Completed<std::function<void(T, ErrorPtr)>> {
     using Type = T;
 };
+/// The same for a parameter as it is declared, which may be a reference.
 template <class P>
 using CompletedBy = typename Completed<std::remove_cvref_t<P>>::Type;
 
 /// Makes a call of an operation with the parameters P...: arguments, the completion, perhaps a
-/// transfer. The number of arguments given decides which parameter is the completion. Arguments
+/// transfer. For example, `loginWithUserId` has two, an id and the completion, so it needs one
+/// argument. The number of arguments given decides which parameter is the completion. Arguments
 /// that do not fit do not compile, and the message says why.
 template <class... P>
 struct Binder {
+    /// Makes the call. `operation` takes all parameters P, in their order.
     template <class Operation, class... A>
     static auto bind(Operation operation, A&&... arguments) {
+        // Default arguments do not count: the language drops them when it takes an address.
         static_assert(sizeof...(A) < sizeof...(P),
                       "too many arguments: the operation has no completion after them");
         return bindEach(std::make_index_sequence<sizeof...(A)>(), std::move(operation),
@@ -129,8 +150,11 @@ struct Binder {
     }
 
 private:
+    /// All parameters without references, so that they can be stored.
     using All = std::tuple<std::remove_cvref_t<P>...>;
 
+    /// `I` counts the arguments given; the parameter after them is the completion.
+    // A transfer that the operation can take is always made, so that a deadline can cancel it.
     template <std::size_t... I, class Operation, class... A>
     static auto bindEach(std::index_sequence<I...>, Operation operation, A&&... arguments) {
         using T = CompletedBy<std::tuple_element_t<sizeof...(A), All>>;
@@ -158,8 +182,8 @@ private:
     }
 };
 
-/// Returns `receiver`. Raises if it is nullptr, which would otherwise be noticed only when the call
-/// starts.
+/// Returns `receiver`. Raises NSInvalidArgumentException if it is nullptr, which would otherwise be
+/// noticed only when the call starts, far from the mistake.
 template <class C, class Object>
 std::shared_ptr<Object> requireReceiver(std::shared_ptr<Object> receiver) {
     static_assert(std::is_base_of_v<C, Object>,
@@ -169,7 +193,8 @@ std::shared_ptr<Object> requireReceiver(std::shared_ptr<Object> receiver) {
     return receiver;
 }
 
-// The call of a lambda, whose parameters are those of its function call operator.
+// The call of a lambda, whose parameters are those of its function call operator. The second form
+// is for lambdas that are not `mutable`, which is nearly all of them.
 template <class F, class R, class... P>
 auto callOf(F operation, R (F::*)(P...)) {
     return Binder<P...>::bind(std::move(operation));
@@ -198,6 +223,7 @@ auto call(void (C::*operation)(P...), std::shared_ptr<Object> receiver, A&&... a
         },
         std::forward<A>(arguments)...);
 }
+/// The same for an operation that does not change the object.
 template <class C, class... P, class Object, class... A>
 auto call(void (C::*operation)(P...) const, std::shared_ptr<Object> receiver, A&&... arguments) {
     return detail::Binder<P...>::bind(
@@ -210,6 +236,8 @@ auto call(void (C::*operation)(P...) const, std::shared_ptr<Object> receiver, A&
 ///
 ///     const vexim::Dictionary attributes{{"name", "guest"}};
 ///     vexim::call(&VXIMPassenger::createOrUpdatePassengerWithAttributes, attributes)
+///
+/// Its arguments are bound like those of a member function.
 template <class... P, class... A>
 auto call(void (*operation)(P...), A&&... arguments) {
     return detail::Binder<P...>::bind(operation, std::forward<A>(arguments)...);
@@ -220,6 +248,10 @@ auto call(void (*operation)(P...), A&&... arguments) {
 ///
 ///     vexim::call([&](VXIMBooleanCompletion done) { client->sendMessage(message, done); })
 ///
+///     vexim::call([=](VXIMResultCompletion done, std::shared_ptr<VXIMTransfer> transfer) {
+///         message->downloadAttachment(path, nullptr, done, transfer);
+///     })
+///
 /// The lambda runs once, on the thread that starts the call. It must pass `done` to an operation or
 /// call it: if it just drops it, the call ends with "VXIMCallErrorDomain" 1. An exception from the
 /// lambda passes through to whoever starts the call.
@@ -227,7 +259,8 @@ template <class F>
 requires requires { &F::operator(); }
 auto call(F operation) { return detail::callOf(std::move(operation), &F::operator()); }
 
-/// Returns the call unchanged, so that functions like `future` accept a call as well.
+/// Returns the call unchanged, so that functions like `future` accept a call as well as the
+/// arguments for one.
 template <class T>
 Call<T> call(Call<T> made) {
     return made;

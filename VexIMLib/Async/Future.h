@@ -30,6 +30,8 @@ namespace vexim {
 
 namespace detail {
 
+/// Starts `call`. The future becomes ready on the main queue, or here if the call ends at once. The
+/// promise is shared with the call, so the future may be destroyed earlier.
 template <class T>
 std::future<T> futureOf(Call<T> call) {
     auto promise = std::make_shared<std::promise<T>>();
@@ -73,6 +75,7 @@ T wait(std::future<T>& future) {
     }
     return future.get();
 }
+/// The same for a future that nobody needs afterwards.
 template <class T>
 T wait(std::future<T>&& future) {
     return wait(future);

@@ -21,7 +21,13 @@ enum CallErrorCode : std::int64_t {
     CallErrorAbandoned = 1,
 };
 
-/// An error as an exception. `std::future::get` and `Result::orThrow` throw it.
+/// An error as an exception. `std::future::get` and `Result::orThrow` throw it. It is a failure of
+/// the network, a file or the service, so a program should expect it. (`Exception` is a mistake in
+/// the program.)
+///
+///     catch (const vexim::Failure& failure) {
+///         if (vexim::isTemporary(failure.error())) tryAgainLater();
+///     }
 class VEXIM_EXPORT Failure : public std::exception {
 public:
     /// Wraps `error`, which must not be nullptr. Applications that write their own operations may
@@ -36,20 +42,27 @@ public:
 
 private:
     ErrorPtr error_;
-    std::string what_;
+    std::string what_;  // a copy, because `what` returns a pointer into it
 };
 
 /// What an operation's completion received. `co_await` returns one. A value: copy it, keep it, move
 /// it to another thread.
 ///
 ///     auto [friends, error] = co_await vexim::call(…);
+///     if (error) std::cerr << error->localizedDescription();
 template <class T>
 struct Result {
-    T value{};       ///< false, nil, nullptr or nullopt if there is an error
-    ErrorPtr error;  ///< nullptr after a success, or a failure without an error
+    /// What the operation returned; false, nil, nullptr or nullopt if there is an error.
+    T value{};
+    /// Why it failed; nullptr after a success, or a failure without an error.
+    ErrorPtr error;
 
     /// True if there is no error and a value: true, an object, a list. (A few operations fail
     /// without an error.) A `Value` may be nil.
+    ///
+    ///     if (auto sent = co_await vexim::call(…)) …
+    ///
+    /// An empty list is a value, so it counts as true.
     explicit operator bool() const {
         if constexpr (std::is_same_v<T, Value>) {
             return !error;
@@ -63,6 +76,7 @@ struct Result {
         if (error) throw Failure(error);
         return value;
     }
+    /// The same for a temporary result: moves the value out.
     T orThrow() && {
         if (error) throw Failure(std::move(error));
         return std::move(value);

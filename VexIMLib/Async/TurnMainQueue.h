@@ -7,10 +7,14 @@
 
 namespace vexim::detail {
 
-/// Runs the main queue until `done` is true; something on the queue must make it so. Main thread
-/// only.
+/// Runs the main queue until `done` is true; something on the queue must make it so. `done` is
+/// checked after every function. Main thread only.
+///
 /// There is no timeout: the futures and tasks that it waits for have their own. A `quit()`
-/// meanwhile is passed on to the surrounding loop, which would otherwise never see it.
+/// meanwhile is passed on to the surrounding loop, which would otherwise never see it. An exception
+/// from a function on the queue passes through.
+///
+///     turnMainQueueUntil([&] { return task.isDone(); });
 inline void turnMainQueueUntil(const std::function<bool()>& done) {
     bool quit = false;
     while (!MainQueue::shared().runUntil(done, std::chrono::nanoseconds::max())) quit = true;

@@ -31,6 +31,7 @@ public:
     /// of one array write `Array{Value(inner)}`: with `Array{inner}` some compilers make a copy of
     /// `inner` (CWG 2137).
     Array(std::initializer_list<Value> elements);
+    /// The same with elements that are only known at run time.
     explicit Array(std::vector<Value> elements);
     /// Makes an array of string values.
     static Array fromStrings(const std::vector<std::string>& strings);
@@ -58,13 +59,18 @@ public:
 
     // The functions below change the array. A nil element raises NSInvalidArgumentException, an
     // index beyond the end raises NSRangeException, and the array does not change then.
+
+    /// Reserves memory for `count` elements in all. Only saves time; the size stays.
     void reserve(std::size_t count);
     void append(Value element);
+    /// Appends each element of `others`, which may be this array.
     void appendAll(const Array& others);
+    /// Replaces the element at `index`.
     void set(std::size_t index, Value element);
     /// Calls `change` with the element in place, so that it can change a container without a copy.
     /// If the element is nil afterwards, it is removed.
     void update(std::size_t index, const std::function<void(Value&)>& change);
+    /// Removes the element at `index`. Those behind it move up.
     void remove(std::size_t index);
 
     /// Removes every element equal to `value`.

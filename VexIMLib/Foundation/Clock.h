@@ -8,7 +8,8 @@
 
 namespace vexim {
 
-/// The source of time, with two readings. Tests replace it by a clock that they advance by hand.
+/// The source of time, with two readings. Tests replace it by a clock that they advance by hand,
+/// such as `vexim::testing::ManualClock` of the test kit.
 class VEXIM_EXPORT Clock {
 public:
     /// A monotonic time, unrelated to the calendar.

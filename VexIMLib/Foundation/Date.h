@@ -7,8 +7,13 @@
 
 namespace vexim {
 
-/// A point in time: seconds since 1970-01-01 00:00 UTC.
-/// A value: copy and compare it freely, on any thread.
+/// A point in time: seconds since 1970-01-01 00:00 UTC, in double precision. That is exact to less
+/// than a microsecond for the dates of our time.
+///
+/// A value: copy and compare it freely, on any thread. No function fails.
+///
+///     const double age = vexim::Date::now().timeIntervalSince1970() -
+///                        user->updatedAt().timeIntervalSince1970();  // in seconds
 class VEXIM_EXPORT Date {
 public:
     Date() noexcept = default;  ///< 1970-01-01
@@ -27,7 +32,7 @@ public:
 
 private:
     explicit Date(double seconds) noexcept : seconds_(seconds) {}
-    double seconds_ = 0;
+    double seconds_ = 0;  // since 1970
 };
 
 }  // namespace vexim

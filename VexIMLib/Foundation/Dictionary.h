@@ -31,12 +31,22 @@ struct DictionaryItem;
 ///     attributes.get("size").intValue();  // 5
 ///     attributes.get("weight").isNil();   // true
 ///     for (const auto& [key, value] : attributes) …
+///
+/// Keys are compared byte by byte: case counts, and an empty key is a key. A dictionary in a
+/// dictionary is changed in place with `update`:
+///
+///     attributes.update("address", [](vexim::Value& address) {
+///         if (!address.isDictionary()) address = vexim::Dictionary();
+///         address.mutableDictionary().set("city", "Rome");
+///     });
 class VEXIM_EXPORT Dictionary {
 public:
     /// An entry during iteration. Writing to the dictionary invalidates it.
     struct Entry {
-        std::string_view key;  // lies in the dictionary
-        const Value& value;    // never nil
+        /// It lies in the dictionary.
+        std::string_view key;
+        /// Never nil; JSON null is possible.
+        const Value& value;
     };
     /// Iterates forward, in insertion order.
     class VEXIM_EXPORT const_iterator {
@@ -78,7 +88,7 @@ public:
     bool empty() const noexcept { return size() == 0; }
     const_iterator begin() const noexcept;
     const_iterator end() const noexcept;
-    /// All keys, in insertion order.
+    /// Copies of all keys, in insertion order.
     std::vector<std::string> keys() const;
 
     /// The value under `key`, or nullptr. Writing to the dictionary invalidates the pointer.
@@ -89,7 +99,8 @@ public:
     /// reference.
     const Value& get(std::string_view key) const noexcept;
 
-    // The functions below change the dictionary. Copies do not change with it.
+    // The functions below change the dictionary. Copies do not change with it: if the storage is
+    // shared, it is copied first, which takes linear time.
 
     /// Reserves memory for `count` entries in all. Only saves time; the size stays.
     void reserve(std::size_t count);

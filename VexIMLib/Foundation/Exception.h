@@ -21,6 +21,12 @@ inline constexpr const char* kRangeException = "NSRangeException";
 /// A programmer's mistake. It is raised on the caller's thread before anything else happens.
 /// Failures of the network, of files or of the server are never exceptions; they are `Error`s.
 /// It means that the program must be corrected, so there is normally no reason to catch it.
+///
+///     try {
+///         client->sendMessageToFriend(message, nullptr, done);  // nil is not an id
+///     } catch (const vexim::Exception& mistake) {
+///         std::cerr << mistake.what();
+///     }
 class VEXIM_EXPORT Exception : public std::exception {
 public:
     /// `name` is one of the constants above, `reason` a sentence.

@@ -9,7 +9,9 @@
 namespace vexim {
 
 /// A bitmap in sRGB: rows from the top, four bytes per pixel (red, green, blue, alpha; not
-/// premultiplied). Immutable.
+/// premultiplied). Immutable, so copies may be used on any thread. A copy copies the pixels; pass
+/// it by reference. The library only writes images, as PNG: to show one that was received, decode
+/// its file with your toolkit.
 ///
 ///     // one red pixel
 ///     const auto image = vexim::Image::fromPixels(1, 1, {255, 0, 0, 255});
@@ -17,7 +19,8 @@ namespace vexim {
 class VEXIM_EXPORT Image {
 public:
     /// Makes an image, and takes over the buffer of `pixels`. nullopt unless both sides are 1 to
-    /// 65535 and `pixels` has width × height × 4 bytes. Call from any thread.
+    /// 65535 and `pixels` has width × height × 4 bytes. A row follows the one above it, without
+    /// padding. Call from any thread.
     static std::optional<Image> fromPixels(std::uint32_t width, std::uint32_t height,
                                            std::vector<std::uint8_t> pixels);
 
@@ -29,6 +32,7 @@ public:
 
 private:
     Image() = default;
+    // constant after `fromPixels`
     std::uint32_t width_ = 0;
     std::uint32_t height_ = 0;
     std::vector<std::uint8_t> pixels_;

@@ -17,6 +17,10 @@ inline constexpr std::size_t kJSONMaxDepth = 512;
 enum class JSONFragments { Refuse, Allow };
 
 /// The result of reading: the value, or nil and an error that names the offset.
+///
+///     const auto [value, error] = vexim::parseJSON(R"({"names": ["Alice", "Bob"]})");
+///     value.get("names").get(0).asString();  // "Alice"
+///     vexim::writeJSON(value).text;          // {"names":["Alice","Bob"]}
 struct JSONResult {
     Value value;     // nil after an error, never otherwise
     ErrorPtr error;  // nullptr after a success

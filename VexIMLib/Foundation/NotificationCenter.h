@@ -20,9 +20,12 @@ class EmbeddedObserver;
 /// What an observer receives. VXIMConstants.h lists the names that the library posts, with what
 /// their `object` and `userInfo` hold; applications may post names of their own.
 struct Notification {
-    std::string name;                    // observers register for a name, see VXIMConstants.h
-    std::shared_ptr<Object> object;      // the sender, or nullptr
-    std::optional<Dictionary> userInfo;  // see the documentation of the name
+    /// Observers register for a name, see VXIMConstants.h.
+    std::string name;
+    /// The sender, or nullptr.
+    std::shared_ptr<Object> object;
+    /// See the documentation of the name.
+    std::optional<Dictionary> userInfo;
 };
 
 /// Publish and subscribe by name. Call from any thread. `post` calls the handlers in the order of
@@ -33,6 +36,9 @@ struct Notification {
 ///     vexim::NotificationCenter::defaultCenter().addObserver(
 ///         observer, VXIMFriendOnlineNotification, nullptr,
 ///         [](const vexim::Notification& notification) { … });
+///
+/// The library posts on the main queue, so its handlers run there. To stop, remove the observer or
+/// destroy it: handlers of a destroyed observer are no longer called.
 class VEXIM_EXPORT NotificationCenter {
 public:
     /// Runs on the posting thread.
@@ -40,15 +46,15 @@ public:
 
     /// The centre of the process. The library posts to this one.
     static NotificationCenter& defaultCenter();
-    /// A separate centre; the library never posts to it.
+    /// A separate centre; the library never posts to it. Destroy it only when no thread is posting.
     NotificationCenter();
     ~NotificationCenter();
     NotificationCenter(const NotificationCenter&) = delete;
     NotificationCenter& operator=(const NotificationCenter&) = delete;
 
-    /// Registers `handler`. `observer` identifies the registration and is held weakly. An empty
-    /// `name` matches every name, a nullptr `sender` every sender. The sender is compared by
-    /// address and not kept alive.
+    /// Registers `handler`; an empty one is never called. `observer` identifies the registration
+    /// and is held weakly. An empty `name` matches every name, a nullptr `sender` every sender. The
+    /// sender is compared by address and not kept alive.
     void addObserver(const std::shared_ptr<void>& observer, std::string name, const Object* sender,
                      Handler handler);
 
@@ -66,10 +72,12 @@ public:
 
 private:
     friend class detail::EmbeddedObserver;
+    // for observers that contain their own registration
     void add(detail::EmbeddedObserver& observer);
     void remove(detail::EmbeddedObserver& observer) noexcept;
 
     struct Impl;
+    // the table of observers, with its lock
     std::unique_ptr<Impl> impl_;
 };
 

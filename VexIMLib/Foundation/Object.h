@@ -32,7 +32,17 @@ class Creation {
 };
 
 /// Makes a T and calls its `initialise(arguments…)`, in which virtual calls and `shared_from_this`
-/// work. Returns nullptr if `initialise` returns false.
+/// work. Returns nullptr if `initialise` returns false. Exceptions of `initialise` pass through. An
+/// application needs it only for classes of its own:
+///
+///     class Song final : public vexim::Object {
+///     public:
+///         using Object::Object;
+///         static std::shared_ptr<Song> song(std::string title) {
+///             return vexim::create<Song>(std::move(title));
+///         }
+///         bool initialise(std::string title) { … }
+///     };
 template <class T, class... Arguments>
 std::shared_ptr<T> create(Arguments&&... arguments) {
     auto object = std::make_shared<T>(Creation{});
@@ -42,8 +52,10 @@ std::shared_ptr<T> create(Arguments&&... arguments) {
 
 /// What an observer of a key receives.
 struct KeyValueChange {
-    std::string key;  // as registered
-    Value newValue;   // after the change; nil if the object cannot read the key
+    /// As registered.
+    std::string key;
+    /// The value after the change; nil if the object cannot read the key.
+    Value newValue;
 };
 
 /// The base class of the library's objects. They are shared by reference, compared by identity, and

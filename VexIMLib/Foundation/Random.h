@@ -8,7 +8,11 @@
 namespace vexim {
 
 /// A source of random numbers. A test can set one that always gives the same numbers. The library
-/// draws the waits before reconnects and retries, and the boundaries of forms, from it.
+/// draws the waits before reconnects and retries, and the boundaries of forms, from it. TLS has its
+/// own source, so a predictable one here does not weaken a connection.
+///
+///     struct Always7 : vexim::Random { std::uint32_t next32() override { return 7; } };
+///     vexim::Random::setShared(std::make_shared<Always7>());
 class VEXIM_EXPORT Random {
 public:
     virtual ~Random();

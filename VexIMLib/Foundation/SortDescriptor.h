@@ -7,9 +7,13 @@ namespace vexim {
 
 /// One sort key and its direction, for `VXIMQuery`. Without a key it has no effect. Of several
 /// descriptors, the first decides, the next one among equals, and so on.
+///
+///     query->orderBySortDescriptor({.key = "name", .ascending = false});
 struct SortDescriptor {
-    std::optional<std::string> key;  // an attribute's name
-    bool ascending = true;           // smallest first
+    /// An attribute's name, as in `VXIMQuery::orderByAscending`; nullopt sorts nothing.
+    std::optional<std::string> key;
+    /// Smallest first.
+    bool ascending = true;
 };
 
 }  // namespace vexim

@@ -18,6 +18,9 @@ namespace vexim {
 ///     vexim::AsioLoop loop(io.get_executor());
 ///     io.run();  // runs as long as `loop` lives: end it by io.stop(), or destroy `loop`
 ///
+/// A program that uses asio already needs nothing else: its own handlers and the library's
+/// callbacks then run on one thread, one at a time, and need no locks between them.
+///
 /// The loop's thread becomes the main thread; only one thread may run it. An exception from a
 /// callback leaves `io.run()`, which you may then call again. Loops may be nested. Use one adapter
 /// at a time. Make and destroy it on the loop's thread (inside a callback is fine) or while no
@@ -46,8 +49,11 @@ public:
     ~AsioLoop() { driver_->stop(); }
 
 private:
+    /// What waits. It is shared because a callback may destroy the adapter: the driver then lives
+    /// until that callback has returned. Asio's own callbacks hold it weakly.
     class Driver : public std::enable_shared_from_this<Driver> {
     public:
+        /// Makes the queue's descriptor if there is none yet, which may throw.
         explicit Driver(const boost::asio::any_io_executor& executor)
             : descriptor_(executor, MainQueue::shared().fileDescriptor()),
               timer_(executor) {}
@@ -65,6 +71,7 @@ private:
                     self->turn();
                 });
         }
+        /// Ends both waits. Their handlers are then called with an error, and do nothing.
         void stop() {
             if (std::exchange(stopped_, true)) return;
             descriptor_.release();  // it belongs to the queue
@@ -79,6 +86,7 @@ private:
             if (std::exchange(yields_, false)) return;
             awaitDeadline();  // before the callbacks, as above
             yields_ = MainQueue::shared().turn();
+            // With the timer as well, the loop would call us twice for the same work.
             if (yields_) return static_cast<void>(timer_.cancel());
             awaitDeadline();
         }
@@ -87,6 +95,8 @@ private:
             if (stopped_) return;
             const auto deadline = MainQueue::shared().nextDeadline();
             if (!deadline) return static_cast<void>(timer_.cancel());
+            // Waits by asio's clock for as long as ours says. A test that advances ours wakes the
+            // queue.
             timer_.expires_after(*deadline - Clock::shared()->now());
             timer_.async_wait([weak = weak_from_this()](const boost::system::error_code& error) {
                 const auto self = weak.lock();
@@ -94,10 +104,14 @@ private:
             });
         }
 
+        /// The queue's, only borrowed.
         boost::asio::posix::stream_descriptor descriptor_;
+        /// For the next delayed function.
         boost::asio::steady_timer timer_;
+        /// The adapter is gone.
         bool stopped_ = false;
-        bool yields_ = false;  // the last turn left work, so the loop's own comes first
+        /// The last turn left work, so the loop's own comes first.
+        bool yields_ = false;
     };
 
     std::shared_ptr<Driver> driver_;

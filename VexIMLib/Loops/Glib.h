@@ -16,6 +16,9 @@ namespace vexim {
 ///     vexim::GlibLoop loop;
 ///     g_main_loop_run(mainLoop);
 ///
+/// A GTK program makes it before `g_application_run`, and then handles messages where it handles
+/// clicks: widgets may be used in every callback.
+///
 /// The loop's thread becomes the main thread. Loops may be nested. Use one adapter at a time. Make
 /// and destroy it on that thread; inside a callback is fine.
 ///
@@ -37,6 +40,7 @@ public:
     explicit GlibLoop(GMainContext* context = nullptr, ExceptionHandler handler = {}) {
         static GSourceFuncs functions{&prepare, &check, &dispatch, &finalize, nullptr, nullptr};
         source_ = reinterpret_cast<Source*>(g_source_new(&functions, sizeof(Source)));
+        // GLib makes the source without a constructor, so it can only hold a pointer.
         source_->handler = new ExceptionHandler(std::move(handler));
         source_->tag =
             g_source_add_unix_fd(&source_->base, MainQueue::shared().fileDescriptor(), G_IO_IN);
@@ -53,9 +57,12 @@ public:
     }
 
 private:
+    /// GLib allocates it, without constructors, and finds it by its first member.
     struct Source {
         GSource base;
+        /// Owned; `finalize` deletes it, when GLib no longer uses the source.
         ExceptionHandler* handler;
+        /// GLib's name for the descriptor.
         gpointer tag;
     };
 
@@ -84,11 +91,14 @@ private:
         }
         return G_SOURCE_CONTINUE;
     }
+    /// Changes it only if it differs, because GLib sorts its sources again.
     static void setPriority(GSource* base, gint priority) {
         if (g_source_get_priority(base) != priority) g_source_set_priority(base, priority);
     }
+    /// GLib calls it once nothing uses the source any more, perhaps after the adapter is destroyed.
     static void finalize(GSource* base) { delete reinterpret_cast<Source*>(base)->handler; }
 
+    /// One reference is ours, another one GLib's.
     Source* source_;
 };
 

@@ -19,6 +19,8 @@ namespace vexim {
 ///     vexim::QtLoop loop;
 ///     return application.exec();
 ///
+/// Callbacks then run where Qt's slots run, so they may use widgets and models directly.
+///
 /// The loop's thread becomes the main thread. Loops may be nested (a dialog's `exec()`). Use one
 /// adapter at a time. Make and destroy it on that thread, while the application object lives;
 /// inside a callback is fine.
@@ -55,7 +57,10 @@ public:
     ~QtLoop() { driver_->stop(); }
 
 private:
+    /// What waits. It is shared because a callback may destroy the adapter: the driver then lives
+    /// until that callback has returned. Qt's connections hold it weakly.
     struct Driver {
+        /// Makes the queue's descriptor if there is none yet, which may throw.
         explicit Driver(ExceptionHandler given) : handler(std::move(given)) {}
 
         /// Runs what is due, for `MainQueue::turnLimit()` at most.
@@ -66,6 +71,7 @@ private:
             awaitDeadline();  // before the callbacks, because one may run a loop
             try {
                 yields = MainQueue::shared().turn();
+                // With the timer as well, the loop would call us twice for the same work.
                 if (yields) return timer.stop();
             } catch (...) {
                 if (!handler) std::terminate();  // its message names the exception
@@ -79,17 +85,23 @@ private:
             if (timeout < 0) return timer.stop();
             timer.start(timeout);
         }
+        /// Ends both waits at once.
         void stop() {
             stopped = true;
             notifier.setEnabled(false);
             timer.stop();
         }
 
+        /// Fires when the queue gets something to run.
         QSocketNotifier notifier{MainQueue::shared().fileDescriptor(), QSocketNotifier::Read};
+        /// For the next delayed function.
         QTimer timer;
+        /// May be empty.
         ExceptionHandler handler;
+        /// The adapter is gone.
         bool stopped = false;
-        bool yields = false;  // the last turn left work, so the loop's own comes first
+        /// The last turn left work, so the loop's own comes first.
+        bool yields = false;
     };
 
     std::shared_ptr<Driver> driver_;

@@ -29,6 +29,8 @@ enum VXIMConversationKind : std::int32_t {
 VEXIM_EXPORT const char* VXIMConversationKindName(VXIMConversationKind kind);
 
 /// Identifies a conversation.
+///
+///     const VXIMConversationId withBob{VXIMConversationKindFriend, "bob"};
 struct VXIMConversationId {
     /// what the id belongs to
     VXIMConversationKind kind = VXIMConversationKindFriend;

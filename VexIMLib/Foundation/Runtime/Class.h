@@ -26,15 +26,20 @@ struct Method {
     /// NSInvalidArgumentException.
     Method(Selector name, std::string_view types, Implementation body);
 
-    Selector selector;                                 // its name
-    std::shared_ptr<const MethodSignature> signature;  // never nullptr
-    Implementation implementation;                     // called with the receiver and the message
+    /// Its name.
+    Selector selector;
+    /// The types of its result and its arguments. Never nullptr.
+    std::shared_ptr<const MethodSignature> signature;
+    /// Called with the receiver and the message. Never nullptr.
+    Implementation implementation;
 };
 
 /// Declares an instance variable.
 struct InstanceVariableDeclaration {
-    std::string name;          // unique in its class
-    std::string typeEncoding;  // see TypeEncoding.h
+    /// Unique in its class.
+    std::string name;
+    /// One type, see TypeEncoding.h.
+    std::string typeEncoding;
 };
 
 /// The runtime record of a class. The class's `staticClass()` makes it once. It never changes and
@@ -46,6 +51,14 @@ struct InstanceVariableDeclaration {
 ///                                   {{"title", "T@\"NSString\",C,D,N"}, {"length", "Tq,D,N"}});
 ///         return cls;
 ///     }
+///
+/// A method that is called by name reads its arguments from the invocation. Index 2 is the first:
+///
+///     {"play:", "v@:q", [](vexim::Object& self, vexim::Invocation& invocation) {
+///          std::int64_t second = 0;
+///          invocation.getArgument(&second, 2);
+///          static_cast<Song&>(self).play(second);
+///      }}
 class VEXIM_EXPORT Class {
 public:
     /// Makes the record of a class. If another class has the same name, it raises
@@ -66,7 +79,8 @@ public:
     bool isSubclassOf(const Class& other) const noexcept;
 
     // Look up by name, first in this class and then in its superclasses. nullptr if there is none.
-    // What they point to lives until the process ends.
+    // What they point to lives until the process ends. The search is linear, so keep what you use
+    // often.
     const Property* property(std::string_view name) const noexcept;
     const InstanceVariable* instanceVariable(std::string_view name) const noexcept;
     const Method* method(Selector selector) const noexcept;
@@ -87,6 +101,7 @@ private:
     Class(std::string name, const Class* superclass, std::vector<Property> properties,
           std::vector<InstanceVariableDeclaration> instanceVariables, std::vector<Method> methods);
 
+    // All constant after construction.
     std::string name_;
     const Class* superclass_;
     std::vector<Property> properties_;

@@ -40,6 +40,9 @@ public:
     // Copy as many bytes as the type has; for an object type `location` is a `Value`. Index 2 is
     // the first argument after receiver and selector. An invalid index raises
     // NSInvalidArgumentException.
+    //
+    //     const std::int64_t second = 30;
+    //     invocation.setArgument(&second, 2);
     void setArgument(const void* location, std::size_t index);
     void getArgument(void* location, std::size_t index) const;
     void setReturnValue(const void* location);
@@ -52,13 +55,18 @@ public:
     void* returnValueLocation() noexcept { return frame_ + signature_.result_.offset; }
 
     /// Sends the message. Raises NSInvalidArgumentException if the receiver does not understand it.
-    /// Exceptions of the method pass through. May be called again, with other arguments.
+    /// Exceptions of the method pass through. May be called again, with other arguments. If the
+    /// class has a method of that name, its types must be those of the signature; other types raise
+    /// NSInvalidArgumentException. Without a method, the receiver's `forwardInvocation` is called.
     void invoke();
 
 private:
+    /// Enough for a result and three arguments of up to 16 bytes each.
     static constexpr std::size_t kInlineSize = 64;
 
+    /// An argument after receiver and selector; raises for any other index.
     const MethodSignature::Slot& ownArgument(std::size_t index) const;
+    /// The `Value` in an object's slot, which always holds one.
     Value* object(const MethodSignature::Slot& slot) const;
     void copyIn(const MethodSignature::Slot& slot, const void* from);
     void copyOut(const MethodSignature::Slot& slot, void* to) const;
@@ -67,6 +75,7 @@ private:
     const MethodSignature& signature_;
     Object& target_;
     Selector selector_;
+    // the result, then the arguments, each at a multiple of 16 bytes
     std::byte* frame_;
     std::unique_ptr<std::byte[]> heap_;  // for a frame that is larger than the inline one
     alignas(16) std::byte inline_[kInlineSize];

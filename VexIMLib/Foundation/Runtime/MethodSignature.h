@@ -11,7 +11,8 @@
 namespace vexim {
 
 /// The types of a method's result and arguments, made from a type string. "v@:q" means: no result,
-/// receiver, selector, and one 64-bit argument. Immutable.
+/// receiver, selector, and one 64-bit argument. Immutable, so any thread may use it. Making one
+/// parses the text, so keep it for messages that you send often.
 ///
 ///     const auto signature = vexim::MethodSignature::signatureWithObjCTypes("v@:q");
 ///     signature->numberOfArguments();  // 3
@@ -36,23 +37,27 @@ public:
     /// The size of the result in bytes; 0 for void.
     std::size_t methodReturnLength() const noexcept { return result_.size; }
 
-    /// Whether all types are equal.
+    /// Whether the result and all arguments have equal types, in the same order.
     friend VEXIM_EXPORT bool operator==(const MethodSignature& a,
                                         const MethodSignature& b) noexcept;
 
 private:
     friend class Invocation;
     struct Slot {
-        std::string type;
-        std::size_t size = 0;
-        std::size_t offset = 0;  // in an invocation's frame
+        std::string type;      // its encoding
+        std::size_t size = 0;  // in bytes
+        /// Where it begins in an invocation's frame.
+        std::size_t offset = 0;
+        /// Whether a `Value` is stored there.
         bool isObject = false;
     };
     MethodSignature() = default;
+    /// Raises beyond the end.
     const Slot& argument(std::size_t index) const;
 
     Slot result_;
     std::vector<Slot> arguments_;
+    /// How many bytes an invocation needs for the result and the arguments.
     std::size_t frameSize_ = 0;
 };
 

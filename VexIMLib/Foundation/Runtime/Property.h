@@ -12,8 +12,10 @@ namespace vexim {
 /// One attribute of a property: a letter and what follows it, such as {"T", "@\"NSString\""} or
 /// {"N", ""}.
 struct PropertyAttribute {
-    std::string name;   // the letter
-    std::string value;  // empty if the letter stands alone
+    /// The letter.
+    std::string name;
+    /// What follows it; empty if the letter stands alone.
+    std::string value;
     friend bool operator==(const PropertyAttribute&, const PropertyAttribute&) = default;
 };
 
@@ -29,7 +31,7 @@ public:
     /// Makes a property with attributes as above. Unknown attributes are kept.
     Property(std::string name, std::string attributes);
 
-    /// As declared.
+    /// The name as declared, such as "title".
     const std::string& name() const noexcept { return name_; }
     /// The attribute string as declared.
     const std::string& attributes() const noexcept { return attributes_; }
@@ -38,7 +40,8 @@ public:
     /// What follows the letter `name`; nullopt if the property has no such attribute.
     std::optional<std::string> attributeValue(std::string_view name) const;
 
-    /// The setter's name for a property that does not declare one: "setTitle:" for "title".
+    /// The setter's name for a property that does not declare one: "setTitle:" for "title". Only
+    /// the first letter changes.
     static std::string defaultSetterName(std::string_view name);
 
 private:

@@ -15,12 +15,14 @@ namespace vexim {
 ///
 ///     static const vexim::Selector kUid("uid");
 ///     const vexim::Value uid = user->perform(kUid);
+///     user->perform("setOnline:", {true});  // a text becomes a selector
 class VEXIM_EXPORT Selector {
 public:
     /// The null selector, which names no message.
     constexpr Selector() noexcept = default;
     // The selector of this name. An empty text is a valid name. nullptr is not allowed. The name of
-    // a setter ends with a colon, that of a getter does not; nothing checks the form.
+    // a setter ends with a colon, that of a getter does not; nothing checks the form. Names are
+    // never freed, so do not make selectors from texts that a server sends.
     Selector(std::string_view text);
     Selector(const char* text) : Selector(std::string_view(text)) {}
     Selector(const std::string& text) : Selector(std::string_view(text)) {}
@@ -35,13 +37,17 @@ public:
 
 private:
     friend struct std::hash<Selector>;
+    /// In the table of all names; nullptr for the null selector.
     const std::string* text_ = nullptr;
 };
 
 }  // namespace vexim
 
+/// Makes selectors the keys of a `std::unordered_map`. The hash differs between two runs of the
+/// program, because it is that of the address.
 template <>
 struct std::hash<vexim::Selector> {
+    /// Fast: the text is not read.
     std::size_t operator()(vexim::Selector selector) const noexcept {
         return std::hash<const void*>()(selector.text_);
     }
