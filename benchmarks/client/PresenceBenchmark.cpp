@@ -1,5 +1,5 @@
-// One friend's presence event, while an application holds very many friends' infos and while it
-// holds a few.
+// One friend's presence event, in an application that holds the infos of very many friends, and in
+// one that holds a few.
 
 #include <benchmark/benchmark.h>
 

@@ -62,8 +62,8 @@ const bool kRegistered =
     compare("JSON in, one message", readOurs<kMessage>, readPeer<kMessage>, 1.0) &&
     compare("JSON out, one message", writeOurs<kMessage>, writePeer<kMessage>, 0.9) &&
     compare("JSON in, history of 1000", readOurs<kHistory>, readPeer<kHistory>, 1.0) &&
-    // Its 200 KB are fresh pages for both, whose price is the system's: the limit stands on
-    // instructions.
+    // Both need 200 KB of new pages, which cost more or less on each system. So instructions are
+    // limited instead.
     compare("JSON out, history of 1000", writeOurs<kHistory>, writePeer<kHistory>, std::nullopt);
 
 }  // namespace

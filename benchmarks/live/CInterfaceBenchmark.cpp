@@ -1,7 +1,7 @@
-// A message received through the C interface against one received in C++: both through a client
-// that has logged in, from the same server. CPU time of all threads. The C interface turns the main
-// queue on a thread of its own, so C++ comes first.
-// cinterface_benchmark [c|cpp]     with a word: receives that side's messages once, for a profiler
+// A message received through the C interface, compared with one received in C++. Both clients have
+// logged in to the same server. CPU time of all threads. C++ comes first, because the C interface
+// runs the main queue on its own thread.
+// cinterface_benchmark [c|cpp]     with a word: receives messages of that side once, for a profiler
 
 #include <chrono>
 #include <cstdio>
@@ -96,7 +96,7 @@ private:
     const vexim_client client_;
 };
 
-/// The best of several rounds, after one that warms up.
+/// The best of several rounds, after one to warm up.
 template <class Side>
 double secondsOf(Side& side) {
     double best = std::numeric_limits<double>::max();

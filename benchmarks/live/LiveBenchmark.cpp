@@ -1,9 +1,9 @@
-// A message received through VXIMClient (message object, delegate, notification) against a Beast
-// async_read loop that parses each frame into a Boost.JSON tree; one sent, from its text to the
-// wire, against a Beast write for each frame, of a text that was ready before. That peer makes
-// nothing, but calls the system for each frame, as we do for each turn; the mirror image of
-// receiving, a peer that serialises a Boost.JSON tree made of the message, is shown for
-// information. CPU time of all threads; the server is another process.
+// Receiving: a message through VXIMClient (message object, delegate, notification), compared with a
+// loop of Beast's async_read that parses each frame into a Boost.JSON tree. Sending: a message from
+// its text to the wire, compared with a Beast write for each frame. That peer's text is ready
+// beforehand, but it calls the system for each frame, and we for each turn. A second peer, which
+// also makes and serialises a Boost.JSON tree, is shown for information. CPU time of all threads;
+// the server is another process.
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -63,14 +63,15 @@ public:
 
     void receive() { receive(1, {}); }
 
-    /// So many floods behind one another; each message takes the program that long.
+    /// Receives this many floods, one after the other. The program handles each message for this
+    /// long.
     void receive(int floods, std::chrono::microseconds handling) {
         heard_ = posted_ = 0;
         handling_ = handling;
         for (int i = 0; i < floods; ++i) say("flood");
         await([&] { return posted_ == floods * LiveServer::kFlood && heard_ == posted_; });
     }
-    /// Whether a connection ended in between.
+    /// Whether a connection has ended.
     bool wasDisconnected() const { return wasDisconnected_; }
 
     void send() {
@@ -202,7 +203,7 @@ int main() {
         "live: a message sent, peer with ready text", kSends, 2.0, [&] { ours->send(); },
         [&] { peer.sendReadyText(); });
     if (vexim::bench::Selection::asked()) return 0;
-    // Whatever is lost, or comes twice, keeps the wait from ending well.
+    // If a message is lost or comes twice, the wait fails.
     constexpr int kMillion = 1'000'000 / LiveServer::kFlood;
     vexim::bench::forgetPeakMemory();
     const long before = vexim::bench::peakMemory();

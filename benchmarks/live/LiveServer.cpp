@@ -21,7 +21,7 @@ namespace {
 
 using testing::LivePeer;
 
-/// Logs the client in. The server pings nobody, and whoever counts instructions needs minutes.
+/// Logs the client in. Without pings, because counting instructions takes minutes.
 bool letIn(LivePeer& peer) {
     return peer.open(
                R"(0{"sid":"s1","upgrades":[],"pingInterval":3600000,"pingTimeout":20000,"maxPayload":1000000})") &&

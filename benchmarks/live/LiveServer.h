@@ -7,10 +7,10 @@
 
 namespace vexim::bench {
 
-/// A live server in a process of its own, so that its time is not counted. A client of the library
-/// is let in and logged in; a plain WebSocket on "/peer" gets the same events without any ceremony.
-/// Then both say what they want in messages: one with "flood" is answered by `kFlood` messages, one
-/// with "end" by one, the others are read and dropped. Make it before the process has threads.
+/// A live server in its own process, so that its time is not counted. It logs a client of the
+/// library in; a plain WebSocket on "/peer" gets the same events without a login. It answers a
+/// message with "flood" with `kFlood` messages, one with "end" with one, and ignores the others.
+/// Make it before the process has threads.
 class LiveServer {
 public:
     static constexpr int kFlood = 50'000;

@@ -40,7 +40,7 @@ std::string head(std::uint64_t length) {
            std::to_string(length) + "\r\n\r\n";
 }
 
-/// One connection, request after request, until the peer goes (which throws).
+/// One connection, request after request, until the peer closes it (which throws).
 template <class Stream>
 void serve(Stream& stream) {
     std::string pending;
@@ -80,7 +80,7 @@ void acceptForEver(tcp::acceptor& acceptor, Play play) {
                 socket.set_option(tcp::no_delay(true));
                 play(std::move(socket));
             } catch (const std::exception&) {
-                // the peer has gone
+                // the peer has closed the connection
             }
         }).detach();
     }

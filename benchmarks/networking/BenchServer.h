@@ -7,7 +7,7 @@
 
 namespace vexim::bench {
 
-/// An HTTP/1.1 server in a process of its own, so that its time and memory are not counted. It
+/// An HTTP/1.1 server in its own process, so that its time and memory are not counted. It
 /// listens on two free loopback ports (plain and TLS), keeps connections, and answers
 ///     GET  /file?bytes=N   N zero bytes
 ///     GET  anything else   a JSON object of 206 bytes

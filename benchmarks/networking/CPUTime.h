@@ -24,8 +24,8 @@ inline double cpuSeconds(int who) {
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
 }
 
-/// Keeps this process, and those that it starts, on one core: hops between cores would make the
-/// figures jump.
+/// Keeps this process, and those that it starts, on one core, because switching cores makes the
+/// figures vary.
 inline void stayOnOneCore() {
     cpu_set_t cores;
     CPU_ZERO(&cores);
@@ -33,14 +33,14 @@ inline void stayOnOneCore() {
     ::sched_setaffinity(0, sizeof cores, &cores);
 }
 
-/// Lets both sides take turns and keeps the best of each: what else the machine does can only add
-/// to it. Prints one line.
+/// Lets both sides take turns and keeps the best of each, because other load can only make it
+/// worse. Prints one line.
 template <class Ours, class Peer>
 void compareCPU(const std::string& name, int rounds, int ownWho, int peerWho, double operations,
                 std::optional<double> limit, Ours ours, Peer peer) {
     if (Selection::handles(name, operations, ours, peer)) return;
     double best[2] = {1e9, 1e9};
-    for (int round = 0; round <= rounds; ++round) {  // the first one warms up
+    for (int round = 0; round <= rounds; ++round) {  // the first one is to warm up
         double before = cpuSeconds(ownWho);
         ours();
         const double own = cpuSeconds(ownWho) - before;

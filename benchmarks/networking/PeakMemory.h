@@ -6,7 +6,7 @@
 
 namespace vexim::bench {
 
-/// Of this process since its mark was set back, in KiB of resident memory.
+/// The peak of this process's resident memory since the last reset, in KiB.
 inline long peakMemory() {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
@@ -14,7 +14,7 @@ inline long peakMemory() {
     }
     return 0;
 }
-/// Sets the mark back to what is in use now.
+/// Resets the peak to the present use.
 inline void forgetPeakMemory() { std::ofstream("/proc/self/clear_refs") << '5'; }
 
 }  // namespace vexim::bench

@@ -119,7 +119,7 @@ void RawCurl::wait(const std::shared_ptr<Socket>& socket, bool forWriting) {
 }
 
 void RawCurl::schedule(long timeoutMillis) {
-    // nothing here takes so long that a timeout could matter
+    // without timeouts, because nothing here takes long
     if (timeoutMillis != 0 || kickPosted_) return;
     kickPosted_ = true;
     asio::post(context_, [this] {

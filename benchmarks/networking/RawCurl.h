@@ -12,8 +12,8 @@
 
 namespace vexim::bench {
 
-/// libcurl's multi interface on asio, as lean as it gets: a new handle for each request,
-/// connections reused, everything on one thread, the answer appended to a string and thrown away.
+/// libcurl's multi interface on asio, as lean as possible: a new handle for each request,
+/// connections reused, everything on one thread, the answer appended to a string and discarded.
 class RawCurl {
 public:
     RawCurl(std::string url, const std::string& authorityPEM);

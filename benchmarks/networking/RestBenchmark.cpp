@@ -1,6 +1,6 @@
-// A REST request over HTTPS, composed, signed, sent, its answer parsed and delivered on the main
-// queue, against libcurl's multi interface on asio doing no more than getting the bytes. CPU time
-// of all threads; the server is another process.
+// A REST request over HTTPS, from composing and signing it until its answer is parsed and delivered
+// on the main queue. It is compared with libcurl's multi interface on asio, which only gets the
+// bytes. CPU time of all threads; the server is another process.
 
 #include <chrono>
 #include <cstdlib>
@@ -22,7 +22,7 @@ namespace {
 
 using vexim::MainQueue;
 
-/// Keeps `inFlight` requests going until `count` were answered.
+/// Keeps `inFlight` requests open until `count` have been answered.
 class Requests {
 public:
     Requests(std::shared_ptr<VXIMURLSessionManager> manager, int count, int inFlight)
@@ -90,7 +90,7 @@ int main() {
     } cases[] = {{"REST over HTTPS, 1 in flight", 1, 1.5},
                  {"REST over HTTPS, 32 in flight", 32, 1.15}};
     for (const auto& test : cases) {
-        // valgrind takes fifty times as long
+        // because it takes fifty times as long with valgrind
         const int count = vexim::bench::Selection::asked() ? 400 : 4000;
         vexim::bench::compareCPU(
             test.name, 5, RUSAGE_SELF, RUSAGE_SELF, count, test.limit,

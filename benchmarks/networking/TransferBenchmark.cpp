@@ -1,5 +1,5 @@
-// 2 GiB up and down on loopback, plain and TLS, against "curl -F" and "curl -o": CPU time and the
-// growth of peak memory.
+// 2 GiB up and down on loopback, with and without TLS, compared with "curl -F" and "curl -o": CPU
+// time and growth of peak memory.
 //   transfer_benchmark [MiB]
 
 #include <fcntl.h>
@@ -53,7 +53,7 @@ void runCurl(std::vector<std::string> arguments) {
     if (status != 0) fail("curl failed");
 }
 
-/// One scheme's transfers; progress must never run backwards.
+/// The transfers with one scheme. Progress must never decrease.
 class Transfers {
 public:
     Transfers(std::string origin, const std::string& authorityPEM, fs::path source, fs::path target)
@@ -138,7 +138,7 @@ int main(int argc, char** argv) {
     const auto authority = folder / "authority.pem";
     std::ofstream(authority) << server.authorityPEM();
     std::ofstream(source) << "";
-    fs::resize_file(source, bytes);  // holes: the disk's own time is nobody's merit
+    fs::resize_file(source, bytes);  // a sparse file, so that the disk's time does not count
 
     for (const auto& origin : {server.plainURL(), server.tlsURL()}) {
         const std::string scheme = origin.substr(0, origin.find(':'));
@@ -161,7 +161,7 @@ int main(int argc, char** argv) {
                                   4096);
         vexim::bench::compareCPU(
             "download over " + scheme, 3, RUSAGE_SELF, RUSAGE_CHILDREN, 1, 1.10,
-            // Each replaces the file of the one before, and so pays for freeing it.
+            // Each replaces the previous file, so its time includes freeing that.
             [&] { growing([&] { transfers.download(bytes); }); },
             [&] {
                 runCurl({"curl", "-sS", "--fail", "--cacert", authority, "-o", target,

@@ -1,6 +1,6 @@
 // A message received through the Python package, from the frame to `async for`: CPU time of all
-// threads of a Python process, against the 50 microseconds that 20 000 messages a second leave of
-// one core. The server is another process.
+// threads of a Python process. The limit is 50 microseconds, so that one core can handle 20 000
+// messages a second. The server is another process.
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,6 +1,6 @@
-// Typed access to a dynamic 64-bit property against one look-up in a hash table by name, which is
-// what it replaces. Both are a few nanoseconds, of which what the processor does at once is another
-// part on each machine: the narrow limits stand on instructions, in scripts/bench_instructions.py.
+// Typed access to a dynamic 64-bit property, compared with a look-up in a hash table by name, which
+// it replaces. Both take a few nanoseconds, and how much the processor does in parallel differs
+// between machines. So scripts/bench_instructions.py has narrow limits for instructions instead.
 
 #include <benchmark/benchmark.h>
 
@@ -20,7 +20,7 @@ using vexim::Dictionary;
 using vexim::DynamicProperty;
 using vexim::testing::heapAllocations;
 
-/// Declared as the user resource is, with its key path table.
+/// Declared like the user resource, with its key path table.
 struct Account : VXIMRuntimeObject {
     using VXIMRuntimeObject::VXIMRuntimeObject;
 
@@ -80,7 +80,7 @@ void set(benchmark::State& state) {
     }
 }
 
-// A map this small is searched without hashing, which makes the peer as fast as it can be.
+// A map this small is searched without hashing, which makes the peer as fast as possible.
 void lookUp(benchmark::State& state) {
     const std::unordered_map<std::string, std::int64_t> map{{"id", 1},          {"sessions", 3},
                                                             {"online", 1},      {"ts", 1700000000},
@@ -96,7 +96,7 @@ void lookUp(benchmark::State& state) {
 
 using vexim::bench::compare;
 const bool kRegistered =
-    // The peer takes 2 to 3 ns, which no clock tells apart: the limits stand on instructions.
+    // The peer takes 2 to 3 ns, too short for a clock. So instructions are limited instead.
     compare("dynamic property, get", get<kSessionCount>, lookUp, std::nullopt) &&
     compare("dynamic property, set", set<kSessionCount>, lookUp, std::nullopt) &&
     compare("dynamic property, get atomic", get<kAtomicCount>, lookUp, 10.0) &&

@@ -1,6 +1,6 @@
-// Very many users in one process, as in a gateway: what one costs while nothing happens, a message
-// and a heartbeat while they do, how long all take to log in, and to be back after the service cut
-// everybody off. The server is another process.
+// Very many users in one process, as in a gateway: what an idle user costs, a message, and a
+// heartbeat; how long all take to log in, and to come back after the service has disconnected them.
+// The server is another process.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -25,7 +25,7 @@ using namespace std::chrono_literals;
 using vexim::MainQueue;
 using Clock = std::chrono::steady_clock;
 
-// logins under way: more would overrun a service's queue of connections to accept
+// logins at a time; more would overflow a service's queue of connections to accept
 constexpr std::size_t kAtOnce = 256;
 constexpr int kRounds = 10;
 
@@ -116,7 +116,7 @@ private:
     std::size_t heard_ = 0;
 };
 
-/// CPU microseconds of this process for each of `count` operations: the least of several rounds.
+/// CPU microseconds of this process for each of `count` operations: the best of several rounds.
 double costOfEach(std::size_t count, const std::function<void()>& operations) {
     double least = 1e9;
     for (int round = 0; round < kRounds; ++round) {
@@ -127,7 +127,7 @@ double costOfEach(std::size_t count, const std::function<void()>& operations) {
     return least / static_cast<double>(count) * 1e6;
 }
 
-/// What is compared between numbers of clients.
+/// What is compared between different numbers of clients.
 struct Costs {
     double message = 0;
     double heartbeat = 0;
@@ -153,7 +153,7 @@ Costs measure(std::size_t count) {
     printAmount(who + "CPU of a login", loginCost, "us", std::nullopt);
 
     Costs costs;
-    // Small numbers take more than one round, or the clock would be too coarse.
+    // Small numbers need more than one round, because the clock is too coarse.
     const std::size_t repeats = 10'000 / count;
     costs.message = costOfEach(count * repeats, [&] {
         for (std::size_t i = 0; i < repeats; ++i) gateway->deliver();
@@ -172,7 +172,7 @@ Costs measure(std::size_t count) {
     return costs;
 }
 
-/// In a process of its own.
+/// Runs in its own process.
 Costs measureApart(std::size_t count) {
     int ends[2];
     if (::pipe(ends) != 0) std::abort();
@@ -191,11 +191,11 @@ Costs measureApart(std::size_t count) {
     return costs;
 }
 
-/// One row for scripts/bench_instructions.py, which leaves out what a round does not take: the
+/// One row for scripts/bench_instructions.py, which subtracts everything outside a round: the
 /// start, the logins and the end.
 void countInstructions(const Selection& asked) {
     const std::string row = "scale: a heartbeat, among 10 000 against among 100";
-    // So many that the logins, which vary a little, do not matter.
+    // So many that the small variation of the logins does not matter.
     constexpr std::size_t kInARound = 100'000;
     if (asked.isList) return Selection::list(row, kInARound);
     if (asked.row != row) return;
@@ -226,7 +226,7 @@ int main() {
     const Costs many = measureApart(10'000);
     printRatio("scale: a message, among 10 000 against among 100", many.message, few.message, "us",
                std::nullopt);
-    // What is not in a core's cache costs more on some machines: the limit stands on instructions.
+    // Cache misses cost more on some machines. So instructions are limited instead.
     printRatio("scale: a heartbeat, among 10 000 against among 100", many.heartbeat, few.heartbeat,
                "us", std::nullopt);
     return 0;

@@ -21,7 +21,7 @@
 namespace vexim::bench {
 namespace {
 
-/// Everything that is sent is short, so the socket's buffer takes it whole.
+/// All texts are short, so the socket's buffer takes each at once.
 void write(int socket, std::string_view bytes) {
     (void)!::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
 }
@@ -97,7 +97,7 @@ private:
 
     void hear(int socket) {
         const auto found = connections_.find(socket);
-        if (found == connections_.end()) return;  // cut off in this very round
+        if (found == connections_.end()) return;  // disconnected in this round
         Connection& connection = found->second;
         std::array<char, 4096> buffer{};
         const auto got = ::recv(socket, buffer.data(), buffer.size(), 0);

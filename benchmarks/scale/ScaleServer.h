@@ -7,11 +7,11 @@
 
 namespace vexim::bench {
 
-/// A live server of few words for very many clients, in a process of its own: one loop over epoll
-/// that lets everybody in and logs them in, and otherwise does what it is told.
+/// A minimal live server for very many clients, in its own process: a loop over epoll that logs
+/// everybody in, and otherwise does what it is told.
 class ScaleServer {
 public:
-    /// To be made before this process has threads.
+    /// Make it before this process has threads.
     ScaleServer();
     ScaleServer(const ScaleServer&) = delete;
     ScaleServer& operator=(const ScaleServer&) = delete;
@@ -22,7 +22,7 @@ public:
     void sendMessages() const { tell('m'); }
     /// Sends everybody a ping, and waits for all pongs.
     void beat() const;
-    /// Cuts everybody off, as a restart does. `isEverybodyBack` tells when so many are logged in
+    /// Disconnects everybody, like a restart. `isEverybodyBack` says when as many are logged in
     /// again.
     void cutOff() const { tell('c'); }
     bool isEverybodyBack() const;

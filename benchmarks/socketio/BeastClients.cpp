@@ -23,7 +23,7 @@ using TlsSocket = beast::ssl_stream<tcp::socket>;
 
 constexpr std::size_t kPrefix = sizeof("42/chat,") - 1;
 
-/// A socket read through a buffer, with what Beast wants of a socket besides.
+/// A socket that is read through a buffer, with the other functions that Beast needs.
 template <class Socket>
 class Buffered : public beast::buffered_read_stream<Socket, beast::flat_buffer> {
 public:
@@ -39,7 +39,7 @@ public:
     }
 };
 
-/// Made once: reading certificates is not what is measured.
+/// Made once, because reading certificates is not to be measured.
 asio::ssl::context& contextFor(const PeerServer& server) {
     static asio::ssl::context context(asio::ssl::context::tls_client);
     static const bool isReady = [&] {
@@ -51,7 +51,7 @@ asio::ssl::context& contextFor(const PeerServer& server) {
     return context;
 }
 
-/// Calls `work` with a socket of the kind that the server wants.
+/// Calls `work` with a plain or a TLS socket, as the server needs.
 template <class Work>
 void withSocket(const PeerServer& server, Work work) {
     asio::io_context context(1);

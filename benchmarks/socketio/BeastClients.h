@@ -4,8 +4,8 @@
 
 namespace vexim::bench {
 
-// What one would write by hand with Beast, Boost.JSON and no regard for the protocol above the
-// frames. Each connects to the server, over TLS when that speaks it, and joins.
+// What one would write by hand with Beast and Boost.JSON, without the protocol above the frames.
+// Each connects to the server, over TLS if the server uses it, and joins.
 
 /// One async_read a frame, each parsed into a Boost.JSON tree.
 void receiveWithAsyncReads(const PeerServer& server, long count);

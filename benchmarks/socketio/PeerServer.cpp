@@ -37,7 +37,7 @@ struct Connection {
     std::string head;
     bool accepted = false;
     bool joined = false;
-    bool isSink = false;  // its frames are not looked at
+    bool isSink = false;  // its frames are ignored
 };
 
 void writeAll(const Connection& connection, std::string_view bytes) {
@@ -64,15 +64,15 @@ void join(const Connection& connection) {
     }
 }
 
-/// What is there, at least a byte; 0 or less at the end. The socket blocks, so a record is read
-/// whole.
+/// Reads what has arrived, at least a byte; 0 or less at the end. The socket blocks, so a record is
+/// read completely.
 ssize_t readSome(const Connection& connection, char* into, std::size_t most) {
     if (connection.tls) return SSL_read(connection.tls, into, static_cast<int>(most));
     return ::recv(connection.socket, into, most, 0);
 }
 
-/// Whether these frames, short ones of a client, end with a close frame. It has to be answered
-/// (RFC 6455, 5.5.1).
+/// Whether these short frames of a client end with a close frame, which needs an answer (RFC 6455,
+/// 5.5.1).
 bool endsWithClose(std::string_view frames) {
     constexpr std::size_t kHead = 6;  // with the mask, and a length of one byte
     bool isClose = false;
@@ -120,7 +120,7 @@ SSL_CTX* makeContext(const testing::TLSIdentity& identity) {
             const int socket = events[static_cast<std::size_t>(i)].data.fd;
             if (socket == listener) {
                 const int accepted = ::accept(listener, nullptr, nullptr);
-                // or each answer of a TLS handshake would wait for an acknowledgement
+                // otherwise each answer of a TLS handshake waits for an acknowledgement
                 const int yes = 1;
                 ::setsockopt(accepted, IPPROTO_TCP, TCP_NODELAY, &yes, sizeof yes);
                 connections[accepted].socket = accepted;
@@ -136,7 +136,7 @@ SSL_CTX* makeContext(const testing::TLSIdentity& identity) {
             const auto got = readSome(connection, buffer.data(), buffer.size());
             const bool isGoodbye = connection.joined && !connection.isSink && got > 0 &&
                                    endsWithClose({buffer.data(), static_cast<std::size_t>(got)});
-            // The rest of a record is no event.
+            // the rest of a record, not an event
             while (connection.joined && connection.tls && SSL_pending(connection.tls) > 0) {
                 SSL_read(connection.tls, buffer.data(), static_cast<int>(buffer.size()));
             }

@@ -7,14 +7,14 @@
 
 namespace vexim::bench {
 
-/// A WebSocket server of few words in a process of its own, so that its CPU time is not ours. It
-/// joins whoever comes and then does what the request's query says: "flood=N" sends N events,
-/// "silent" reads no more, nothing else is answered.
+/// A minimal WebSocket server in its own process, so that its CPU time does not count. It lets
+/// every client join and then does what the request's query says: "flood=N" sends N events,
+/// "silent" stops reading. It answers nothing else.
 class PeerServer {
 public:
     enum class Wire : std::uint8_t { Plain, Tls };
 
-    /// To be made before this process has threads.
+    /// Make it before this process has threads.
     explicit PeerServer(Wire wire);
     PeerServer(const PeerServer&) = delete;
     PeerServer& operator=(const PeerServer&) = delete;
@@ -22,7 +22,7 @@ public:
 
     std::uint16_t port() const noexcept { return port_; }
     bool isSecure() const noexcept { return !authorityPEM_.empty(); }
-    /// Who vouches for it; empty when it speaks no TLS.
+    /// The authority of its certificate; empty if it does not use TLS.
     const std::string& authorityPEM() const noexcept { return authorityPEM_; }
     std::string url() const {
         return (isSecure() ? "https://127.0.0.1:" : "http://127.0.0.1:") + std::to_string(port_);
@@ -34,7 +34,7 @@ private:
     std::string authorityPEM_;
 };
 
-/// What each event holds: 206 bytes of JSON, as a chat message is.
+/// The content of each event: 206 bytes of JSON, like a chat message.
 extern const char* const kMessage;
 
 }  // namespace vexim::bench

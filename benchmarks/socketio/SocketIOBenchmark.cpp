@@ -1,6 +1,5 @@
-// The live connection against what one would write by hand, and against the official JavaScript
-// client. All figures are CPU time of the whole process, threads included; peers that serve run in
-// processes of their own.
+// The live connection, compared with what one would write by hand and with the official JavaScript
+// client. All figures are CPU time of all threads of the process. Servers run in other processes.
 
 #include <chrono>
 #include <cstdio>
@@ -34,7 +33,7 @@ double costOf(long count, Work work) {
     return (cpuSeconds(RUSAGE_SELF) - before) * 1e6 / static_cast<double>(count);
 }
 
-/// The smallest of some rounds: what disturbs only adds.
+/// The best of some rounds, because other load can only make it worse.
 template <class Work>
 double leastOf(int rounds, long count, Work work) {
     double least = 1e18;
@@ -76,7 +75,7 @@ void receive(const PeerServer& server, long count) {
     wait([&] { return seen == count; });
 }
 
-/// As an application that emits now and then: in turns, each handed over before the next.
+/// Like an application that emits now and then: in turns, each sent before the next.
 void emitInTurns(SocketIOClient& client, const Array& items, long count) {
     for (long i = 0; i < count; ++i) {
         while (!client.emit("say", items)) MainQueue::shared().drain();
@@ -91,7 +90,7 @@ long residentKiB() {
     return 0;
 }
 
-/// CPU microseconds of each message; nothing when the official client is not installed.
+/// CPU microseconds of each message; nullopt if the official client is not installed.
 std::optional<double> withJavaScript(const char* what, const PeerServer& server, long count) {
     ::setenv("PEER_CA", server.authorityPEM().c_str(), 1);
     const std::string command = std::string("node " VEXIM_BENCH_FOLDER "/client.mjs ") + what +
@@ -109,7 +108,7 @@ std::optional<double> withJavaScript(const char* what, const PeerServer& server,
 constexpr const char* kReceive = "receive, Beast behind 64 KiB and a tree";
 constexpr const char* kConnect = "connect, Beast";
 
-/// For those who count instructions; false when nobody asked.
+/// Runs one row to count its instructions; false if that was not asked for.
 bool doneAsSelected(const PeerServer& server) {
     constexpr int kMessages = 20'000;
     constexpr int kConnects = 200;
@@ -122,7 +121,7 @@ bool doneAsSelected(const PeerServer& server) {
     const auto connectPeer = [&] {
         for (int i = 0; i < kConnects; ++i) connectAndClose(server);
     };
-    // Each does its own row only, so both are called.
+    // Each does only its own row, so call both.
     const bool isReceive =
         Selection::handles(group + kReceive, kMessages, receiveOurs, receivePeer);
     const bool isConnect =
@@ -130,7 +129,7 @@ bool doneAsSelected(const PeerServer& server) {
     return isReceive || isConnect;
 }
 
-/// Limits hold for plain connections; over TLS the same rows are there for information.
+/// Plain connections have limits; the same rows over TLS are for information.
 void printComparison(const PeerServer& server, const char* name, double ours, double peer,
                      std::optional<double> limit) {
     printRatio(std::string(server.isSecure() ? "Socket.IO over TLS " : "Socket.IO ") + name, ours,
@@ -138,7 +137,7 @@ void printComparison(const PeerServer& server, const char* name, double ours, do
 }
 
 void measureConnect(const PeerServer& server) {
-    // Many short turns: some of them meet no other work of the machine.
+    // Many short turns, so that some of them run while the machine does nothing else.
     const int turns = server.isSecure() ? 20 : 100;
     constexpr long kConnects = 100;
     double bare = 1e18;
@@ -165,9 +164,9 @@ void measure(const PeerServer& server) {
         printAmount(std::string(server.isSecure() ? "Socket.IO over TLS " : "Socket.IO ") + name,
                     amount, unit, server.isSecure() ? std::nullopt : std::optional(limit));
     };
-    receive(server, 1000);  // the network thread starts, or the TLS context is made
+    receive(server, 1000);  // to start the network thread, or make the TLS context
 
-    // First, while the heap has no free blocks to hide it in.
+    // First, because later the memory would come from free blocks of the heap.
     {
         constexpr long kIdle = 2000;
         std::vector<std::shared_ptr<SocketIOClient>> idle;

@@ -1,6 +1,6 @@
-// A million messages in a store: what it costs to put them there, beside SQLite alone with the same
-// tables and rows, and what it costs to look at them. The messages are of a year, in 200
-// conversations, with a key each and texts of words as frequent as in a language (Zipf's law).
+// A million messages in a store: what it costs to add them, compared with SQLite alone with the
+// same tables and rows, and what it costs to read them. The messages are from a year, in 200
+// conversations. Each has a key, and words are as frequent as in a language (Zipf's law).
 #include <malloc.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
@@ -41,7 +41,7 @@ constexpr int kConversations = 200;
 constexpr std::int64_t kBegin = 1'700'000'000'000;
 constexpr std::int64_t kStep = 31'536;  // milliseconds from one message to the next
 
-/// One message after the other, the same ones in each run.
+/// Makes one message after the other, the same ones in each run.
 class Messages {
 public:
     Messages() {
@@ -85,7 +85,7 @@ double secondsOf(const std::function<void()>& body) {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
 }
 
-/// What `body` takes at best in three rounds: what else the machine does can only add to it.
+/// The best time of `body` in three rounds, because other load can only make it worse.
 double bestMillisOf(const std::function<void()>& body) {
     double best = 1e9;
     for (int round = 0; round < 3; ++round) best = std::min(best, secondsOf(body));
@@ -115,7 +115,7 @@ void check(int code) {
     std::exit(1);
 }
 
-/// SQLite alone, with the same tables: the rows are made beforehand, and it looks for nothing.
+/// SQLite alone, with the same tables. The rows are made beforehand, and it looks up nothing.
 class Raw {
 public:
     explicit Raw(const std::string& path) {
@@ -246,7 +246,7 @@ private:
             1.5 + indexShare(payloads));
     }
 
-    /// By the best hundred batches in a row: what else the machine does can only add to it.
+    /// From the best hundred batches in a row, because other load can only make it worse.
     static double millisOf50000(const std::vector<double>& batches) {
         constexpr std::ptrdiff_t kStretch = 100;
         double best = 1e9;
@@ -256,7 +256,7 @@ private:
         return best / (kStretch * kBatch) * 50'000 * 1000;
     }
 
-    /// What the indexes take, as a share of the payloads.
+    /// The size of the indexes, as a share of the payloads.
     double indexShare(double payloads) {
         sqlite3* database = nullptr;
         check(sqlite3_open((folder_ / "store").c_str(), &database));
@@ -275,7 +275,7 @@ private:
 
     void look() {
         const VXIMConversationId first{VXIMConversationKindFriend, "friend-0"};
-        // or what filling the store left would be used again, and hide what this takes
+        // otherwise memory that was freed after filling the store would be used again
         ::malloc_trim(0);
         const double before = residentMiB();
         std::shared_ptr<VXIMMessageStore> store;

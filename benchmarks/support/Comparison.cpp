@@ -26,7 +26,7 @@ std::vector<Comparison>& comparisons() {
     return all;
 }
 
-/// Keeps the best repetition of each: what else the machine does can only add to it.
+/// Keeps the best repetition of each, because other load can only make it worse.
 class Table final : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context&) override { return true; }
@@ -81,13 +81,13 @@ void registerAll() {
 }  // namespace vexim::bench
 
 int main(int argc, char** argv) {
-    // The two sides take turns, several times, so that both meet the same machine.
+    // The two sides take turns several times, so that both run under the same load.
     std::vector<std::string> defaults = {argv[0], "--benchmark_repetitions=7",
                                          "--benchmark_enable_random_interleaving=true",
                                          "--benchmark_min_time=0.1"};
     std::vector<char*> arguments;
     for (auto& each : defaults) arguments.push_back(each.data());
-    arguments.insert(arguments.end(), argv + 1, argv + argc);  // given ones win
+    arguments.insert(arguments.end(), argv + 1, argv + argc);  // these override ours
     int count = static_cast<int>(arguments.size());
     benchmark::Initialize(&count, arguments.data());
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 1;

@@ -7,9 +7,9 @@
 
 namespace vexim::bench {
 
-/// What scripts/bench_instructions.py asks of a program through the variable VEXIM_BENCH: "list"
-/// prints its rows, and for example "ours 3 live: a message sent" does nothing but three rounds of
-/// one side of one row.
+/// What scripts/bench_instructions.py asks a program to do, in the variable VEXIM_BENCH. "list"
+/// prints its rows; "ours 3 live: a message sent", for example, only does three rounds of one side
+/// of that row.
 struct Selection {
     bool isList = false;
     bool isOurs = false;
@@ -36,8 +36,8 @@ struct Selection {
         std::printf("%s\t%.0f\n", name.c_str(), operations);
     }
 
-    /// True when the program is asked for one row, or for the list, and this did what concerns the
-    /// row of that name.
+    /// True if the program was asked for one row or for the list, and this has done what concerns
+    /// the row `name`.
     template <class Ours, class Peer>
     static bool handles(const std::string& name, double operations, Ours& ours, Peer& peer) {
         if (!asked()) return false;

@@ -6,8 +6,8 @@
 
 namespace vexim::bench {
 
-// The rows of the one table that scripts/bench prints. A figure beyond its limit is marked
-// "MISSED", which the script looks for; a row without a limit is there for information.
+// The rows of the table that scripts/bench prints. A figure above its limit is marked "MISSED",
+// which the script looks for. A row without a limit is for information.
 
 inline void printVerdict(double figure, std::optional<double> limit) {
     if (limit) {
@@ -18,7 +18,7 @@ inline void printVerdict(double figure, std::optional<double> limit) {
     std::fflush(stdout);
 }
 
-/// What an operation costs us and the peer, in `unit`, and the ratio, which is to stay within
+/// What an operation costs us and the peer, in `unit`, and the ratio, which must not exceed
 /// `limit`.
 inline void printRatio(const std::string& name, double ours, double peer, const char* unit,
                        std::optional<double> limit) {
@@ -27,7 +27,7 @@ inline void printRatio(const std::string& name, double ours, double peer, const 
     printVerdict(ours / peer, limit);
 }
 
-/// An amount of its own, without a peer.
+/// An amount without a peer.
 inline void printAmount(const std::string& name, double amount, const char* unit,
                         std::optional<double> limit) {
     std::printf("%-60s %12.1f %-3s %15s %-14s", name.c_str(), amount, unit, "", "");

@@ -9,7 +9,7 @@
 
 namespace vexim::bench {
 
-/// What a server answers to a client's opening handshake under Sec-WebSocket-Accept (RFC 6455,
+/// The value of Sec-WebSocket-Accept in a server's answer to an opening handshake (RFC 6455,
 /// 4.2.2).
 inline std::string acceptFor(std::string_view request) {
     const std::string_view name = "Sec-WebSocket-Key: ";
