@@ -47,7 +47,7 @@ def instructions(program, side, rounds, row):
         log = pathlib.Path(folder) / "log"
         ask(program, f"{side} {rounds} {row}", "valgrind", "--tool=callgrind",
             "--callgrind-out-file=/dev/null", f"--log-file={log}.%p")
-        # A server in a process of its own is killed, and so counts nothing.
+        # A server in another process is killed, so callgrind reports nothing for it.
         counts = [found for each in pathlib.Path(folder).iterdir()
                   if (found := re.search(r"Collected : (\d+)", each.read_text()))]
         return sum(int(count[1]) for count in counts)

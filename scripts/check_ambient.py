@@ -13,7 +13,7 @@ import sys
 ROOT = pathlib.Path(__file__).resolve().parent.parent / "VexIMLib"
 CALL = re.compile(r"\b([A-Z]\w*)::(shared|system|defaultCenter|defaultManager|ofRequests)\(\)")
 
-# The process's threads, and what tells them something.
+# The threads of the process, and the ways to reach them.
 THREADS = {
     "MainQueue::shared": ["Async", "Loops", "C", "Store", "Testing", "internal/Foundation",
                           "internal/Platform", "internal/Networking",
@@ -26,7 +26,7 @@ THREADS = {
     "TurnListeners::shared": ["internal/Foundation/Threads"],
     "Turner::shared": ["C"],
 }
-# One of each for a process, because applications see one of each.
+# There is one of each in a process, because applications see one of each.
 REGISTERS = {
     "NotificationCenter::defaultCenter": ["C", "Store", "internal/Foundation", "internal/Client"],
     "VXIMURLSessionManager::defaultManager": ["internal/Networking"],
@@ -37,12 +37,12 @@ REGISTERS = {
 CLOCK = {
     "Clock::system": ["internal/Foundation/Threads"],
     "Clock::shared": [
-        # timers that use whatever clock is set, and what compares times with them
+        # timers, which use the clock that is set, and code that compares times with theirs
         "internal/Foundation/Threads", "internal/Platform/Threads/ClockTimer.h",
         "internal/Platform/Loading/URLLoad.cpp",
         "internal/Platform/Loading/LoadRunner.cpp",
         "Loops/Asio.h", "C/internal/Session.cpp", "Store/internal/OutboxSending.cpp",
-        # moments and durations that are written down
+        # times and durations that are recorded
         "internal/Foundation/Values/Date.cpp", "internal/Platform/Facts/EventRecord.cpp",
         "internal/Networking/VXIMUtils.cpp",
         "internal/Networking/VXIMURLSessionDataDelegate.cpp",

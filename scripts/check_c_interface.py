@@ -18,17 +18,17 @@ LEFT_OUT = {
         "init": "vexim_create",
         "delegate": "events take its place", "setDelegate": "events take its place",
         "socketio": "a class for C++ programs",
-        "onlineFriends": "memory for C++ programs, which the library does not read",
+        "onlineFriends": "a place for C++ programs to keep them; the library does not read it",
         "setOnlineFriends": "likewise",
         "messages": "likewise", "setMessages": "likewise",
     },
     "VXIMMessage": {
-        "attachmentPath": "of a message to be sent only", "status": "the answer tells",
-        "error": "the answer tells",
+        "attachmentPath": "only of messages to be sent", "status": "the answer has it",
+        "error": "the answer has it",
         "senderDictionary": "in the payload",
         "receiverDictionary": "in the payload", "dictionaryRepresentation": "the payload",
     },
-    "VXIMClientConfiguration": {"dictionary": "the options stand in the configuration themselves"},
+    "VXIMClientConfiguration": {"dictionary": "the configuration itself has the options"},
 }
 STORE_LEFT_OUT = {
     "VXIMConversations": {
@@ -38,7 +38,7 @@ STORE_LEFT_OUT = {
     "VXIMMessageStore": {"path": "in the object", "service": "in the object",
                          "userId": "in the object", "damage": "in the object"},
 }
-# Structs whose fields are arguments themselves, and what the others are here.
+# Structs whose fields are arguments of their own, and the names of the other structs here.
 STORE_SPREAD = {"VXIMConversationsOptions", "VXIMMessageStoreOptions", "VXIMMessageSearch",
                 "VXIMRetention", "VXIMStoredGap"}
 STORE_OBJECTS = {

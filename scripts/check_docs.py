@@ -1,19 +1,19 @@
 #!/usr/bin/env python3
-"""Checks that the pages say what is so.
+"""Checks that the pages are true to the repository.
 
-    scripts/check_docs.py            prints what is not, and fails then
-    scripts/check_docs.py --write    takes the blocks over from their sources
+    scripts/check_docs.py            prints what is wrong, and fails then
+    scripts/check_docs.py --write    copies the blocks from their sources
 
-Every C, C++, CMake and Python block is the text of the file that the line above it names, or of a
-region of it, between the comments [name] and [/name]:
+Every C, C++, CMake and Python block must be the text of the file that the line above it names, or
+of a region of it, between the comments [name] and [/name]:
 
     <!-- examples/login.cpp#username -->
     ```cpp
     client->loginWithUsername("bob", "bob-secret", done);
     ```
 
-Links lead to files and headings that exist, files that are named are there, and the library's names
-that stand in backticks are names in its sources.
+Links must lead to files and headings that exist, named files must exist, and the library's names in
+backticks must be in its headers.
 """
 
 import pathlib
@@ -39,7 +39,7 @@ def region_of(path, name):
 
 
 def source_text(block):
-    """What the block must say, or a complaint."""
+    """(the text that the block must have, None) or (None, a complaint)."""
     if block["source"] is None:
         return None, f"a {block['language']} block without <!-- examples/NAME.cpp --> above it"
     path = ROOT / block["source"]

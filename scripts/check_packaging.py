@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Checks that the recipes in packaging/, the versions and the public host's CI file fit the tree.
-Conan and vcpkg are not needed.
+"""Checks that the recipes in packaging/, the version numbers and the public host's CI file agree
+with the repository. Needs neither Conan nor vcpkg.
 
-    scripts/check_packaging.py       prints what does not fit, and fails then
+    scripts/check_packaging.py       prints what is wrong, and fails then
 """
 
 import ast
@@ -16,12 +16,12 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 CONAN = "packaging/conan/conanfile.py"
 PORT = "packaging/vcpkg/veximlib"
-# What CMake looks for, and what it is called elsewhere.
+# The packages that CMake looks for, and their names in Conan and in vcpkg.
 CALLED = {
     "CURL": ("libcurl", "curl"), "OpenSSL": ("openssl", "openssl"), "PNG": ("libpng", "libpng"),
     "Boost": ("boost", "boost-json"), "SQLite3": ("sqlite3", "sqlite3"),
 }
-# Stands in for vcpkg: says what the port asks of it.
+# Replaces vcpkg, and prints what the port asks it to do.
 VCPKG = """
 set(PORT veximlib)
 set(CURRENT_PACKAGES_DIR "{scratch}")
@@ -53,7 +53,7 @@ def is_at_least(version, least):
 
 
 def versions():
-    """Each place that says which version this is."""
+    """Each place that has the version number, and the number there."""
     yield "CMakeLists.txt", re.search(r"project\(VexIMLib VERSION ([\d.]+)",
                                       read("CMakeLists.txt"))[1]
     yield "service/package.json", json.loads(read("service/package.json"))["version"]
@@ -93,7 +93,7 @@ def port():
     manifest = json.loads(read(f"{PORT}/vcpkg.json"))
     if unknown := set(manifest) - {"name", "version", "description", "license", "supports",
                                    "dependencies", "default-features", "features"}:
-        raise ValueError(f"knows no {unknown}")
+        raise ValueError(f"has {unknown}, which this script does not know")
     dependencies = manifest["dependencies"] + [one for feature in manifest["features"].values()
                                                for one in feature.get("dependencies", [])]
     least = {one["name"]: one.get("version>=", "0") for one in dependencies}
@@ -134,7 +134,7 @@ def findings():
             yield f"{file}: {error}"
             continue
         for name in set_options - switches:
-            yield f"{file}: sets {name}, which CMakeLists.txt does not know"
+            yield f"{file}: sets {name}, which CMakeLists.txt does not have"
         for name, version in wanted:
             called = CALLED.get(name, ("", ""))[position]
             if called and not is_at_least(least.get(called, "0"), version or "0.0.1"):
@@ -145,10 +145,10 @@ def findings():
             continue
         for pattern in rest[0]:
             if not any(ROOT.glob(pattern)):
-                yield f"{file}: exports {pattern}, and there is none"
+                yield f"{file}: exports {pattern}, which does not exist"
         for library in rest[1]:
             if library not in targets:
-                yield f"{file}: names the library {library}, and none is built"
+                yield f"{file}: names the library {library}, which is not built"
 
     if not re.search(r"^ *- name: .*\n +run: \.ci/run$", read(".github/workflows/ci.yml"), re.M):
         yield ".github/workflows/ci.yml: does not run .ci/run"

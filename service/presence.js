@@ -76,7 +76,7 @@ export class Presence {
 
   #locked(user, act) {
     return this.#db.transaction(async (trx) => {
-      // SQLite runs one at a time
+      // SQLite runs transactions one at a time, PostgreSQL does not.
       if (trx.client.driverName === 'pg')
         await trx.raw('select pg_advisory_xact_lock(hashtext(?))', [user]);
       return act(trx, () => trx('friends').where({ user }).orderBy('seq').pluck('friend'));

@@ -25,7 +25,7 @@ breathe_projects, breathe_default_project = {"VexIMLib": str(BUILD / "xml")}, "V
 smartquotes = False
 suppress_warnings = [
     "myst.header",
-    "misc.highlighting_failure",  # our blocks of "http" are a notation of our own
+    "misc.highlighting_failure",  # our "http" blocks are not real HTTP
 ]
 
 html_theme = "furo"
