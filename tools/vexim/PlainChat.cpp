@@ -34,14 +34,11 @@ constexpr std::chrono::seconds kClosingTimeout{5};
 // How long to wait for the names of groups and rooms before the first line is read.
 constexpr std::chrono::seconds kNamesTimeout{3};
 constexpr std::int32_t kObserved = 200;
-// If this many messages wait for their echo, no more input is read. The list that we observe has
-// room for them.
+// If this many messages wait for their echo, no more input is read. They fit into `kObserved`.
 constexpr std::size_t kMostUnreported = 150;
 constexpr std::int32_t kMostConversations = 10'000;
 constexpr std::int64_t kMostMissed = 500;  // the most missed messages to print for one conversation
-
-// How much of an unsent message to print, in bytes.
-constexpr std::size_t kLongestShown = 500;
+constexpr std::size_t kLongestShown = 500;  // how much of an unsent message to print, in bytes
 
 constexpr const char* kHelp =
     "  /friend ID   talk to a friend       /group ID   to a group       /room ID   to a room\n"
@@ -151,8 +148,7 @@ private:
         loop_.quit();
     }
 
-    /// Begins to read input, once the user is logged in and the store is open. Earlier, a script's
-    /// lines would be lost.
+    /// Begins to read input. Before the login and the open store, a script's lines would be lost.
     void begin() {
         if (!isLoggedIn_ || !store()) return;
         print("logged in as " + client_->currentUser()->uid().description() +
@@ -161,16 +157,14 @@ private:
         vexim::MainQueue::shared().after(kNamesTimeout, [this] { input_.go(); });
     }
 
-    /// Whether to read no more input for now, because too many messages wait for their result.
-    /// Without a connection input is always read, because the next line may be the command that
-    /// reconnects.
+    /// Whether too many messages wait for their result to read more input. Without a connection it
+    /// is always read, because the next line may be the command that reconnects.
     bool isBusy() const {
         return client_->status() == VXIMClientStatusOpened &&
                adding_ + unreported_.size() >= kMostUnreported;
     }
 
-    /// Prints the messages that came while the user was away. Later ones were printed when they
-    /// came.
+    /// Prints the messages that came while the user was away. Later ones are already printed.
     void didCatchUp(const VXIMCaughtUp& caughtUp) {
         if (caughtUp.missedCount > 0) {
             const bool isOne = caughtUp.missedCount == 1;
