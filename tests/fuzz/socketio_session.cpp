@@ -49,7 +49,7 @@ public:
             case 'e':
                 if (session_.canEmit()) happen(event::Emit{{"42/chat,[\"e\"]", {Data("a", 1)}}});
                 return happen(event::Flush{});
-            case 'n': return happen(event::Nudge{});
+            case 'n': return happen(event::NetworkChanged{});
             case 'w': return wait();
             case 'z': return happen(event::Close{});
             default: return;

@@ -101,8 +101,8 @@ EncodedPacket packetOf(std::size_t cost, std::size_t attachments = 0) {
     EncodedPacket packet;
     const auto each = attachments == 0 ? 0 : cost / 2 / attachments;
     for (std::size_t i = 0; i < attachments; ++i)
-        packet.attachments.emplace_back(std::string(each - Outbox::cost(Data()), 'x'));
-    packet.text = std::string(cost - Outbox::cost(packet), 'x');
+        packet.attachments.emplace_back(std::string(each - PacketQueue::cost(Data()), 'x'));
+    packet.text = std::string(cost - PacketQueue::cost(packet), 'x');
     return packet;
 }
 
@@ -122,11 +122,11 @@ TEST(SendQueue, KeepsItsBoundsHoweverOftenItIsDrained) {
             SCOPED_TRACE(row.why);
             for (const auto& packet : row.packets) ASSERT_EQ(queue.add(packet), EmitFault::None);
             EXPECT_EQ(queue.add(packetOf(6)), EmitFault::QueueFull);
-            Outbox sending;
+            PacketQueue sending;
             queue.takeInto(sending);
             EXPECT_TRUE(queue.empty());
             EXPECT_EQ(queue.add(packetOf(6)), EmitFault::QueueFull) << "taken is not written";
-            queue.didWrite({Outbox::cost(row.packets[0]), 1});
+            queue.didWrite({PacketQueue::cost(row.packets[0]), 1});
             EXPECT_EQ(queue.add(row.packets[0]), EmitFault::None);
             EXPECT_EQ(queue.add(packetOf(6)), EmitFault::QueueFull);
             EXPECT_EQ(queue.reset().count(), 1u);  // a new connection begins with an empty queue
@@ -140,7 +140,7 @@ TEST(SendQueue, KeepsItsBoundsHoweverOftenItIsDrained) {
     EXPECT_EQ(queue.add({std::string(50, 'x'), {}}), EmitFault::None);
     EXPECT_TRUE(queue.claimWake());
     EXPECT_FALSE(queue.claimWake()) << "one wake for all";
-    queue.wakeIsOver();
+    queue.releaseWake();
     EXPECT_TRUE(queue.claimWake());
 }
 
@@ -205,8 +205,8 @@ class CoreTest : public ::testing::Test {
 protected:
     struct Network final : SocketIOCore::Network {
         void start(SocketIOCore::Epoch epoch) override { epochs.push_back(epoch), told += 'S'; }
-        void hurry() override { told += 'h'; }
-        void stop(Outbox left) override { leftover = left.count(), told += 'x'; }
+        void attemptNow() override { told += 'h'; }
+        void stop(PacketQueue left) override { leftover = left.count(), told += 'x'; }
         void send() override { told += 's'; }
         void resumeReading() override { told += 'r'; }
         std::vector<SocketIOCore::Epoch> epochs;
@@ -254,7 +254,7 @@ protected:
     }
     /// The number of packets that the network thread would take now.
     std::size_t sent(SocketIOCore::Epoch epoch) {
-        Outbox sending;
+        PacketQueue sending;
         core->refill(epoch, {}, true, sending);
         return sending.count();
     }
@@ -275,7 +275,7 @@ TEST_F(CoreTest, KeepsTheAnswersOfAnEndedConnectionAndDropsItsEvents) {
     std::vector<Delivery::Item> turn{event(1), answer, event(2)};
     answer.callback = nullptr;
     core->deliver(epoch, turn);
-    EXPECT_FALSE(core->tell(epoch, "error", {"of the former connection"}));
+    EXPECT_FALSE(core->queueEvent(epoch, "error", {"of the former connection"}));
     EXPECT_EQ(take(), (Lines{"connect /", "disconnect io client disconnect", "answer [yes]"}));
     EXPECT_FALSE(core->didEnd(epoch, {.error = nullptr, .loss = "lost"}));
     EXPECT_EQ(take(), Lines{}) << "disconnect() has said everything";

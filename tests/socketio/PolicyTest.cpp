@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "VexIMLib/internal/SocketIO/Client/Outbox.h"
+#include "VexIMLib/internal/SocketIO/Client/PacketQueue.h"
 #include "VexIMLib/internal/SocketIO/Client/SocketIOOptions.h"
 #include "VexIMLib/internal/SocketIO/Protocol/CookieJar.h"
 #include "VexIMLib/internal/SocketIO/Protocol/FrameScanner.h"
@@ -286,24 +286,24 @@ TEST(Options, NeverDowngradeASecureUrl) {
     EXPECT_EQ(endpointOf(URL::parse("http://h"), false)->authority(), "h");
 }
 
-TEST(Outbox, GivesBackWhatWasPutIn) {
-    Outbox outbox;
+TEST(PacketQueue, GivesBackWhatWasPutIn) {
+    PacketQueue queue;
     for (int i = 0; i < 5000; ++i) {
         EncodedPacket packet{std::string(static_cast<std::size_t>(i % 97), 'x') + std::to_string(i),
                              {}};
         if (i % 10 == 0) packet.attachments.emplace_back(std::to_string(i));
-        outbox.push(packet);
+        queue.push(packet);
     }
     for (int i = 0; i < 5000; ++i) {
-        ASSERT_EQ(outbox.count(), static_cast<std::size_t>(5000 - i));
-        ASSERT_TRUE(outbox.front().text.ends_with(std::to_string(i)));
-        ASSERT_EQ(outbox.front().attachments, i % 10 == 0 ? 1 : 0);
+        ASSERT_EQ(queue.count(), static_cast<std::size_t>(5000 - i));
+        ASSERT_TRUE(queue.front().text.ends_with(std::to_string(i)));
+        ASSERT_EQ(queue.front().attachments, i % 10 == 0 ? 1 : 0);
         if (i % 10 == 0) {
-            ASSERT_EQ(outbox.takeAttachment().view(), std::to_string(i));
+            ASSERT_EQ(queue.takeAttachment().view(), std::to_string(i));
         }
-        outbox.pop();
+        queue.pop();
     }
-    EXPECT_TRUE(outbox.empty());
+    EXPECT_TRUE(queue.empty());
 }
 
 TEST(FrameScanner, FindsWholeFramesWhereverTheyAreCut) {

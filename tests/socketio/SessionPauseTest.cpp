@@ -52,7 +52,7 @@ TEST(EngineSession, WhilePausedPingsOfEachKindAreExpectedAtTheirDistance) {
     old.join(EngineRevision::V3);
     old.on(event::Pause{});
     EXPECT_EQ(old.wait(51s), ">2 >2") << "the client's go out, and the pongs wait unread";
-    old.on(event::Nudge{});
+    old.on(event::NetworkChanged{});
     EXPECT_EQ(old.wait(20s), "") << "so do those of the WebSocket";
     old.on(event::Resume{});
     EXPECT_EQ(old.wait(10s), ">2 END heartbeat-missed");

@@ -154,10 +154,10 @@ TEST(EngineSession, AnswersNewServersAndExpectsTheirPing) {
 TEST(EngineSession, AsksForASignOfLifeWhenTheNetworkChanges) {
     Script script;
     script.join(EngineRevision::V4);
-    EXPECT_EQ(script.on(event::Nudge{}), "ping-ws");
+    EXPECT_EQ(script.on(event::NetworkChanged{}), "ping-ws");
     EXPECT_EQ(script.on(event::WebSocketPong{}), "");
     EXPECT_EQ(script.wait(12s), "");
-    EXPECT_EQ(script.on(event::Nudge{}), "ping-ws");
+    EXPECT_EQ(script.on(event::NetworkChanged{}), "ping-ws");
     EXPECT_EQ(script.wait(10s), "END heartbeat-missed");
 }
 

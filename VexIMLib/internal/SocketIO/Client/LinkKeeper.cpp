@@ -30,10 +30,10 @@ struct Sent {
     std::size_t events = 0;
     std::size_t bytes = 0;
 };
-/// Sends the first packet of `outbox`, and returns its cost.
-std::size_t emitNext(SocketIOLink& link, Outbox& outbox, Sent& sent) {
-    const std::size_t overhead = Outbox::overhead(outbox.front());
-    const std::size_t cost = link.emitFrom(outbox);
+/// Sends the first packet of `queue`, and returns its cost.
+std::size_t emitNext(SocketIOLink& link, PacketQueue& queue, Sent& sent) {
+    const std::size_t overhead = PacketQueue::overhead(queue.front());
+    const std::size_t cost = link.emitFrom(queue);
     ++sent.events;
     sent.bytes += cost - overhead;
     return cost;
@@ -47,7 +47,7 @@ void count(Meter* meter, const Sent& sent) {
 /// How to connect, or why that is not possible.
 struct Route {
     TransportOptions transport;
-    ErrorPtr hindrance;
+    ErrorPtr error;
 };
 Route routeTo(const std::optional<Endpoint>& endpoint, TransportOptions transport) {
     if (!endpoint) {
@@ -88,11 +88,11 @@ void LinkKeeper::start(Epoch epoch) {
     });
 }
 
-void LinkKeeper::hurry() {
+void LinkKeeper::attemptNow() {
     NetworkThread::shared().post([self = shared_from_this()] { self->attempt(); });
 }
 
-void LinkKeeper::stop(Outbox leftover) {
+void LinkKeeper::stop(PacketQueue leftover) {
     NetworkThread::shared().post(
         [self = shared_from_this(), leftover = std::move(leftover)]() mutable {
             self->closeLink(std::move(leftover));
@@ -116,7 +116,7 @@ void LinkKeeper::networkDidChange() {
         if (self->waitingFor_) {
             self->attempt();
         } else if (self->link_) {
-            self->link_->nudge();
+            self->link_->networkDidChange();
         }
     });
 }
@@ -128,14 +128,13 @@ void LinkKeeper::openLink(Epoch epoch) {
     if (!nsp) return;
     if (meter_) meter_->add(Metric::ConnectionAttempts, attemptKind(reconnector_));
     Route route = routeTo(endpoint_, options_.transport);
-    if (route.hindrance) {
+    if (route.error) {
         const bool givesUp = reconnector_.didNotStart() == Reconnector::Verdict::GiveUp;
-        if (!core_->didEnd(epoch, {.error = route.hindrance, .loss = {}, .givesUp = givesUp}))
-            return;
+        if (!core_->didEnd(epoch, {.error = route.error, .loss = {}, .givesUp = givesUp})) return;
         if (meter_) meter_->add(Metric::ConnectionsEnded, EndCause::ConnectFailed);
         return note(events::kEnded, {{"cause", "connect failed"},
                                      {"joined", false},
-                                     {"reason", route.hindrance->localizedDescription()}});
+                                     {"reason", route.error->localizedDescription()}});
     }
     if (std::exchange(goodbyeTimer_, nullptr) && link_) link_->close();
     retireLink();
@@ -144,7 +143,7 @@ void LinkKeeper::openLink(Epoch epoch) {
     emittedAt_.reset();
     epoch_ = epoch;
     if (meter_) attemptedAt_ = now();
-    notedImpostor_ = false;
+    notedReservedName_ = false;
     if (isNoting())
         note(events::kConnecting, {{"to", endpoint_->authorityWithPort()},
                                    {"tls", endpoint_->isSecure},
@@ -160,7 +159,7 @@ void LinkKeeper::openLink(Epoch epoch) {
     link_->start();
 }
 
-void LinkKeeper::closeLink(Outbox leftover) {
+void LinkKeeper::closeLink(PacketQueue leftover) {
     reconnectTimer_.reset();
     ackTimer_.reset();
     ackArmedFor_.reset();
@@ -208,7 +207,7 @@ void LinkKeeper::attempt() {
     const auto epoch = std::exchange(waitingFor_, std::nullopt);
     if (!epoch) return;
     reconnectTimer_->cancel();
-    if (!core_->tell(*epoch, "reconnect", {std::int64_t{reconnector_.attempt()} + 1})) return;
+    if (!core_->queueEvent(*epoch, "reconnect", {std::int64_t{reconnector_.attempt()} + 1})) return;
     reconnector_.nextAttempt();
     openLink(*epoch);
 }
@@ -271,7 +270,7 @@ void LinkKeeper::linkDidReceive(Packet packet, std::size_t bytes) {
     } else {
         item.event = payload.get(0);
         const std::string_view name = item.event.asStringView().value_or("");
-        if (isOwnEvent(name)) return noteImpostor(name);
+        if (isOwnEvent(name)) return noteReservedName(name);
         payload.remove(0);
         if (packet.id) {
             item.ack = AckEmitter(
@@ -295,13 +294,13 @@ void LinkKeeper::flushTurn() {
     core_->deliver(epoch_, turn_);
 }
 
-void LinkKeeper::linkDidTrip(const SessionEvent& what) {
-    if (auto trip = noteOfTrip(what)) note(trip->name, std::move(trip->details));
+void LinkKeeper::linkDidLoseTransport(const SessionEvent& what) {
+    if (auto lost = noteOfLostTransport(what)) note(lost->name, std::move(lost->details));
 }
 
 void LinkKeeper::linkDidReport(const action::Report& report) {
     flushTurn();
-    core_->tell(
+    core_->queueEvent(
         epoch_, "error",
         errorArguments(makeConnectionError(report.kind, report.description, report.detail)));
 }
@@ -353,8 +352,8 @@ void LinkKeeper::note(std::string_view what, Dictionary details) const {
 }
 
 /// Only once for each connection; otherwise a server could push everything else out of the record.
-void LinkKeeper::noteImpostor(std::string_view event) {
-    if (!std::exchange(notedImpostor_, true))
+void LinkKeeper::noteReservedName(std::string_view event) {
+    if (!std::exchange(notedReservedName_, true))
         note(events::kEventDropped,
              {{"name", event}, {"reason", "the name is reserved for the connection"}});
 }

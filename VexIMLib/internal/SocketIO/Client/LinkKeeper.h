@@ -35,8 +35,8 @@ public:
     // Any thread.
 
     void start(Epoch epoch) override;
-    void hurry() override;
-    void stop(Outbox leftover) override;
+    void attemptNow() override;
+    void stop(PacketQueue leftover) override;
     void send() override;
     void resumeReading() override;
     void networkDidChange();
@@ -44,7 +44,7 @@ public:
 private:
     // Network thread.
     void openLink(Epoch epoch);
-    void closeLink(Outbox leftover);
+    void closeLink(PacketQueue leftover);
     void retireLink();
     void attempt();
     void waitForAttempt(Epoch epoch);
@@ -54,11 +54,11 @@ private:
     Clock::TimePoint now() const { return environment_.clock->now(); }
     bool isNoting() const noexcept { return options_.log || record_; }
     void note(std::string_view what, Dictionary details = {}) const;
-    void noteImpostor(std::string_view event);
+    void noteReservedName(std::string_view event);
 
     void linkDidJoin(const action::Joined& joined) override;
     void linkDidReceive(Packet packet, std::size_t bytes) override;
-    void linkDidTrip(const SessionEvent& what) override;
+    void linkDidLoseTransport(const SessionEvent& what) override;
     void linkDidReport(const action::Report& report) override;
     void linkDidEndTurn() override;
     void linkDidEnd(const action::Ended& ended) override;
@@ -74,11 +74,11 @@ private:
     std::shared_ptr<SocketIOLink> link_;
     Epoch epoch_ = 0;  // of the link
     Reconnector reconnector_;
-    Clock::TimePoint attemptedAt_;  // set only if there is a meter
-    bool notedImpostor_ = false;    // on this link
+    Clock::TimePoint attemptedAt_;    // set only if there is a meter
+    bool notedReservedName_ = false;  // on this link
     bool preferWebSocket_ = false;
     std::optional<Epoch> waitingFor_;  // the epoch that waits for the next attempt
-    Outbox sending_;
+    PacketQueue sending_;
     std::vector<Delivery::Item> turn_;
     std::optional<Clock::TimePoint> emittedAt_;  // when the link's last event was sent
     std::optional<Clock::TimePoint> ackArmedFor_;

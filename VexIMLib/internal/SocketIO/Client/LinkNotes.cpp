@@ -26,7 +26,7 @@ const char* nameOf(event::WebSocketFailed::Stage stage) {
 
 }  // namespace
 
-std::optional<LinkNote> noteOfTrip(const SessionEvent& what) {
+std::optional<LinkNote> noteOfLostTransport(const SessionEvent& what) {
     if (const auto* failed = std::get_if<event::WebSocketFailed>(&what)) {
         Dictionary details{{"stage", nameOf(failed->stage)}, {"reason", failed->reason}};
         if (failed->httpStatus != 0) details.set("status", failed->httpStatus);

@@ -15,7 +15,7 @@ struct LinkNote {
 };
 
 /// For a transport that failed or closed; nullopt for other events.
-std::optional<LinkNote> noteOfTrip(const SessionEvent& what);
+std::optional<LinkNote> noteOfLostTransport(const SessionEvent& what);
 /// Leaves out the text of a refusal, which the server has written.
 LinkNote noteOfEnd(const action::Ended& ended, bool wasJoined);
 

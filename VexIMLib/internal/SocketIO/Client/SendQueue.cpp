@@ -46,28 +46,28 @@ EmitFault SendQueue::add(const EncodedPacket& packet) {
     const auto isTooLarge = [this](const Data& each) { return each.size() > serverLimit_; };
     if (packet.text.size() > serverLimit_ || std::ranges::any_of(packet.attachments, isTooLarge))
         return EmitFault::TooLarge;
-    const std::size_t cost = Outbox::cost(packet);
+    const std::size_t cost = PacketQueue::cost(packet);
     if (cost > maxBytes_) return EmitFault::Oversize;
     if (unwritten_.bytes + cost > maxBytes_ || unwritten_.messages >= maxMessages_)
         return EmitFault::QueueFull;
     unwritten_.bytes += cost;
     ++unwritten_.messages;
-    outbox_.push(packet);
+    packets_.push(packet);
     return EmitFault::None;
 }
 
 bool SendQueue::claimWake() noexcept { return !std::exchange(isWakeClaimed_, true); }
 
-void SendQueue::takeInto(Outbox& sending) noexcept { std::swap(sending, outbox_); }
+void SendQueue::takeInto(PacketQueue& sending) noexcept { std::swap(sending, packets_); }
 
 void SendQueue::didWrite(Written written) noexcept {
     unwritten_.bytes -= written.bytes;
     unwritten_.messages -= written.messages;
 }
 
-Outbox SendQueue::reset() noexcept {
+PacketQueue SendQueue::reset() noexcept {
     unwritten_ = {};
-    return std::exchange(outbox_, {});
+    return std::exchange(packets_, {});
 }
 
 }  // namespace vexim

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "VexIMLib/Foundation/Error.h"
-#include "VexIMLib/internal/SocketIO/Client/Outbox.h"
+#include "VexIMLib/internal/SocketIO/Client/PacketQueue.h"
 #include "VexIMLib/internal/SocketIO/Protocol/Packet.h"
 
 namespace vexim {
@@ -42,24 +42,24 @@ public:
     /// The longest packet that the server accepts; 0 means no limit.
     void setServerLimit(std::size_t bytes) noexcept;
     EmitFault add(const EncodedPacket& packet);
-    bool empty() const noexcept { return outbox_.empty(); }
+    bool empty() const noexcept { return packets_.empty(); }
 
     /// Returns true to one caller, which must then wake the network thread to empty the queue.
     bool claimWake() noexcept;
-    void wakeIsOver() noexcept { isWakeClaimed_ = false; }
+    void releaseWake() noexcept { isWakeClaimed_ = false; }
 
     /// Moves what waits into `sending`, which must be empty.
-    void takeInto(Outbox& sending) noexcept;
+    void takeInto(PacketQueue& sending) noexcept;
     void didWrite(Written written) noexcept;
     Written unwritten() const noexcept { return unwritten_; }
     /// Starts again for another connection. Returns what was waiting.
-    Outbox reset() noexcept;
+    PacketQueue reset() noexcept;
 
 private:
     const std::size_t maxBytes_;
     const std::size_t maxMessages_;
     std::size_t serverLimit_ = std::numeric_limits<std::size_t>::max();
-    Outbox outbox_;
+    PacketQueue packets_;
     Written unwritten_;  // includes what the network thread has taken but not written yet
     bool isWakeClaimed_ = false;
 };

@@ -10,7 +10,7 @@
 namespace vexim {
 namespace {
 
-constexpr std::size_t kMostUnheard = 10'000;
+constexpr std::size_t kMostUndelivered = 10'000;
 
 EmitRefusal refusedAs(SocketIOErrorCode code, bool isQueueFull) {
     return code == SocketIOErrorNotConnected ? EmitRefusal::NotConnected
@@ -57,7 +57,7 @@ std::string SocketIOCore::nsp() const {
     return nsp_;
 }
 
-Outbox SocketIOCore::beginEpoch(SocketIOStatus status) {
+PacketQueue SocketIOCore::beginEpoch(SocketIOStatus status) {
     ++epoch_;
     status_ = status;
     delivery_.endPause();
@@ -79,7 +79,7 @@ void SocketIOCore::connect() {
     const Section section(*this);
     if (closed_ || status_ == SocketIOStatusConnected) return;
     if (status_ == SocketIOStatusConnecting)
-        return tellNetwork([](Network& network) { network.hurry(); });
+        return tellNetwork([](Network& network) { network.attemptNow(); });
     beginEpoch(SocketIOStatusConnecting);
     tellNetwork([epoch = epoch_](Network& network) { network.start(epoch); });
 }
@@ -87,7 +87,7 @@ void SocketIOCore::connect() {
 void SocketIOCore::disconnect() {
     const Section section(*this);
     if (closed_ || status_ == SocketIOStatusNotConnected) return;
-    Outbox leftover = beginEpoch(SocketIOStatusDisconnected);
+    PacketQueue leftover = beginEpoch(SocketIOStatusDisconnected);
     pushEvent("disconnect", {"io client disconnect"});
     tellNetwork([&](Network& network) { network.stop(std::move(leftover)); });
 }
@@ -96,7 +96,7 @@ void SocketIOCore::shutDown() {
     handlers().removeAll();
     const Section section(*this);
     closed_ = true;
-    Outbox leftover = beginEpoch(SocketIOStatusDisconnected);
+    PacketQueue leftover = beginEpoch(SocketIOStatusDisconnected);
     tellNetwork([&](Network& network) { network.stop(std::move(leftover)); });
 }
 
@@ -128,7 +128,7 @@ bool SocketIOCore::emit(std::string_view event, const Array& items) {
     const Section section(*this);
     // The return value already gives the reason. This bounds the memory when a caller keeps
     // emitting and never reads the errors.
-    if (delivery_.count() < kMostUnheard) pushEvent("error", errorArguments(refused));
+    if (delivery_.count() < kMostUndelivered) pushEvent("error", errorArguments(refused));
     return false;
 }
 
@@ -191,7 +191,7 @@ void SocketIOCore::didJoin(Epoch epoch, std::size_t serverLimit) {
     pushEvent("connect", {nsp_});
 }
 
-bool SocketIOCore::tell(Epoch epoch, const char* event, Array arguments) {
+bool SocketIOCore::queueEvent(Epoch epoch, const char* event, Array arguments) {
     const Section section(*this);
     if (epoch != epoch_) return false;
     pushEvent(event, std::move(arguments));
@@ -232,14 +232,15 @@ SocketIOCore::EndOfTurn SocketIOCore::endTurn(Epoch epoch, bool mayPause) {
     return end;
 }
 
-bool SocketIOCore::refill(Epoch epoch, SendQueue::Written written, bool canEmit, Outbox& sending) {
+bool SocketIOCore::refill(Epoch epoch, SendQueue::Written written, bool canEmit,
+                          PacketQueue& sending) {
     const MutexLock lock(mutex_);
     if (epoch == epoch_) {
         queue_.didWrite(written);
         if (sending.empty()) queue_.takeInto(sending);
     }
     if (canEmit && !sending.empty()) return true;
-    queue_.wakeIsOver();
+    queue_.releaseWake();
     return false;
 }
 

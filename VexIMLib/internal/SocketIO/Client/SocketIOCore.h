@@ -41,9 +41,9 @@ public:
     public:
         virtual void start(Epoch epoch) = 0;
         /// Starts the next attempt now, if one is waiting.
-        virtual void hurry() = 0;
+        virtual void attemptNow() = 0;
         /// Writes as much of `leftover` as the connection takes at once, then disconnects.
-        virtual void stop(Outbox leftover) = 0;
+        virtual void stop(PacketQueue leftover) = 0;
         virtual void send() = 0;
         virtual void resumeReading() = 0;
 
@@ -84,7 +84,7 @@ public:
     std::optional<Namespace> namespaceFor(Epoch epoch) const;
     void didJoin(Epoch epoch, std::size_t serverLimit);
     /// Queues an event. Returns false if the epoch is over.
-    bool tell(Epoch epoch, const char* event, Array arguments);
+    bool queueEvent(Epoch epoch, const char* event, Array arguments);
     /// What the application is told when a connection ends, in this order.
     struct Ending {
         ErrorPtr error;
@@ -110,7 +110,7 @@ public:
     bool isReadingPaused() const { return delivery_.isPaused(); }
     /// Subtracts what was written, and refills `sending` if that is empty. Returns whether there is
     /// something to write now; if not, the next emit calls `Network::send` again.
-    bool refill(Epoch epoch, SendQueue::Written written, bool canEmit, Outbox& sending);
+    bool refill(Epoch epoch, SendQueue::Written written, bool canEmit, PacketQueue& sending);
     /// Fails the callbacks that got no answer in time. Returns the next deadline, if there is one.
     std::optional<Clock::TimePoint> expireAcks();
 
@@ -129,7 +129,7 @@ private:
         SocketIOCore& core_;
     };
 
-    Outbox beginEpoch(SocketIOStatus status) VEXIM_REQUIRES(mutex_);
+    PacketQueue beginEpoch(SocketIOStatus status) VEXIM_REQUIRES(mutex_);
     EmitFault enqueue(const EncodedPacket& packet) VEXIM_REQUIRES(mutex_);
     void pushEvent(const char* event, Array arguments) VEXIM_REQUIRES(mutex_);
     void pushFailure(Acknowledgements::Callback callback, ErrorPtr error) VEXIM_REQUIRES(mutex_);

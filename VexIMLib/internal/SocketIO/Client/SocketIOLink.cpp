@@ -84,7 +84,7 @@ void SocketIOLink::didHappen(const SessionEvent& what) {
     if (std::holds_alternative<event::WebSocketFailed>(what) ||
         std::holds_alternative<event::WebSocketClosed>(what) ||
         std::holds_alternative<event::RequestFailed>(what)) {
-        owner_.linkDidTrip(what);
+        owner_.linkDidLoseTransport(what);
     }
     session_.on(what, environment_.clock->now(), actions_);
     perform();
@@ -118,27 +118,27 @@ bool SocketIOLink::canEmit() const {
     return !session_.emitsDirectly() || webSocket_->unsentBytes() < kEnoughUnsent;
 }
 
-std::size_t SocketIOLink::emitFrom(Outbox& outbox) {
-    const auto front = outbox.front();
-    std::size_t cost = Outbox::cost(front.text);
+std::size_t SocketIOLink::emitFrom(PacketQueue& queue) {
+    const auto front = queue.front();
+    std::size_t cost = PacketQueue::cost(front.text);
     if (session_.emitsDirectly()) {
         const std::size_t unsent = webSocket_->unsentBytes();
         webSocket_->writeText(front.text);
         for (unsigned i = 0; i < front.attachments; ++i) {
-            const Data attachment = outbox.takeAttachment();
-            cost += Outbox::cost(attachment);
+            const Data attachment = queue.takeAttachment();
+            cost += PacketQueue::cost(attachment);
             webSocket_->writeBinary(binaryPrefix(*session_.revision()), attachment.view());
         }
         emittedBytes_ = std::min(emittedBytes_, unsent) + cost;
     } else {
         EncodedPacket packet{std::string(front.text), {}};
         for (unsigned i = 0; i < front.attachments; ++i)
-            packet.attachments.push_back(outbox.takeAttachment());
-        cost = Outbox::cost(packet);
+            packet.attachments.push_back(queue.takeAttachment());
+        cost = PacketQueue::cost(packet);
         session_.on(event::Emit{std::move(packet)}, environment_.clock->now(), actions_);
         perform();
     }
-    outbox.pop();
+    queue.pop();
     return cost;
 }
 

@@ -8,7 +8,7 @@
 
 #include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/internal/Platform/Threads/NetworkThread.h"
-#include "VexIMLib/internal/SocketIO/Client/Outbox.h"
+#include "VexIMLib/internal/SocketIO/Client/PacketQueue.h"
 #include "VexIMLib/internal/SocketIO/Client/SocketIOEnvironment.h"
 #include "VexIMLib/internal/SocketIO/Protocol/CookieJar.h"
 #include "VexIMLib/internal/SocketIO/Protocol/EngineSession.h"
@@ -31,7 +31,7 @@ public:
         /// `bytes` is the size of the packet on the wire.
         virtual void linkDidReceive(Packet packet, std::size_t bytes) = 0;
         /// A transport failed or closed. The session may continue with another.
-        virtual void linkDidTrip(const SessionEvent& what) = 0;
+        virtual void linkDidLoseTransport(const SessionEvent& what) = 0;
         virtual void linkDidReport(const action::Report& report) = 0;
         /// The events received so far can be passed on together, and there may be room to emit.
         virtual void linkDidEndTurn() = 0;
@@ -51,11 +51,11 @@ public:
 
     void start() { apply(event::Start{}); }
     bool canEmit() const;
-    /// Removes the first packet of `outbox` and writes it; `flush` sends what was written. Returns
-    /// the packet's cost in the outbox.
-    std::size_t emitFrom(Outbox& outbox);
+    /// Removes the first packet of `queue` and writes it; `flush` sends what was written. Returns
+    /// the packet's cost in the queue.
+    std::size_t emitFrom(PacketQueue& queue);
     void flush();
-    void nudge() { apply(event::Nudge{}); }
+    void networkDidChange() { apply(event::NetworkChanged{}); }
     /// Reads only what the server's heartbeat needs. Call it only from `linkDidEndTurn`.
     void pauseReading() { apply(event::Pause{}); }
     void resumeReading();

@@ -81,7 +81,7 @@ std::optional<EngineSession::TimePoint> EngineSession::deadline() const {
         consider(readOnDue_);
     } else {
         consider(heartbeatDeadline_);
-        consider(nudgeDeadline_);
+        consider(livenessDeadline_);
         consider(getDue_);
     }
     return first;

@@ -96,7 +96,7 @@ struct Flush {};
 /// The time of `deadline()` has come.
 struct Tick {};
 /// The network changed: check the connection with a ping.
-struct Nudge {};
+struct NetworkChanged {};
 /// The application is too slow: read only what the server's heartbeat needs.
 struct Pause {};
 /// It has caught up.
@@ -111,8 +111,8 @@ using SessionEvent =
     std::variant<event::Start, event::WebSocketOpened, event::WebSocketFailed, event::WebSocketText,
                  event::WebSocketBinary, event::WebSocketClosed, event::WebSocketPong,
                  event::WebSocketPing, event::GetAnswered, event::PostAnswered,
-                 event::RequestFailed, event::Emit, event::Flush, event::Tick, event::Nudge,
-                 event::Pause, event::Resume, event::ReadOn, event::Close>;
+                 event::RequestFailed, event::Emit, event::Flush, event::Tick,
+                 event::NetworkChanged, event::Pause, event::Resume, event::ReadOn, event::Close>;
 
 enum class EndCause : std::uint8_t {
     Asked,             // event::Close
@@ -247,7 +247,7 @@ private:
     void handle(const event::Emit&);
     void handle(const event::Flush&) {}
     void handle(const event::Tick&);
-    void handle(const event::Nudge&);
+    void handle(const event::NetworkChanged&);
     void handle(const event::Pause&);
     void handle(const event::Resume&);
     void handle(const event::ReadOn&);
@@ -273,7 +273,7 @@ private:
     void didReceivePing();
 
     void waitForNextPing();
-    void waitForNudge();
+    void waitForSignOfLife();
     void sendPing();
     void readPortion();
     void readToTheEnd();
@@ -319,7 +319,7 @@ private:
     std::optional<TimePoint> upgradeDeadline_;
     std::optional<TimePoint> pingDue_;            // revision 3: our ping
     std::optional<TimePoint> heartbeatDeadline_;  // a pong (3) or a ping (4) must come before this
-    std::optional<TimePoint> nudgeDeadline_;
+    std::optional<TimePoint> livenessDeadline_;
 
     // Used while the application is too slow: when the next ping of each kind is expected.
     struct Rhythm {

@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kNudgeTimeout = 10s;
+constexpr auto kLivenessTimeout = 10s;
 constexpr const char* kPong = "3";
 // An unread ping may come after some MiB that wait in the buffers of both systems. Reading 64 KiB
 // this often within the server's timeout is enough to reach it.
@@ -26,7 +26,7 @@ void EngineSession::didReceivePing() {
     if (phase_ == Phase::Detecting) decide(EngineRevision::V4);  // servers of revision 3 never ping
     if (revision_ != EngineRevision::V4) return;
     waitForNextPing();
-    nudgeDeadline_.reset();
+    livenessDeadline_.reset();
     if (isPaused_) expectPing();
     // One pong answers all pings received so far. This bounds the memory if a server keeps sending
     // pings and accepts no POST.
@@ -41,15 +41,16 @@ void EngineSession::handle(const event::WebSocketPing&) {
     if (isPaused_) expectPing();
 }
 
-void EngineSession::handle(const event::WebSocketPong&) { nudgeDeadline_.reset(); }
+void EngineSession::handle(const event::WebSocketPong&) { livenessDeadline_.reset(); }
 
 void EngineSession::waitForNextPing() {
     heartbeatDeadline_ = now_ + open_.patience();
     enginePings_.heard(now_, open_.pingInterval);
 }
 
-void EngineSession::waitForNudge() {
-    nudgeDeadline_ = now_ + std::min<std::chrono::milliseconds>(open_.pingTimeout, kNudgeTimeout);
+void EngineSession::waitForSignOfLife() {
+    livenessDeadline_ =
+        now_ + std::min<std::chrono::milliseconds>(open_.pingTimeout, kLivenessTimeout);
 }
 
 void EngineSession::sendPing() {
@@ -58,10 +59,10 @@ void EngineSession::sendPing() {
     pingDue_ = now_ + open_.pingInterval;
 }
 
-void EngineSession::handle(const event::Nudge&) {
+void EngineSession::handle(const event::NetworkChanged&) {
     if (!isJoined() || phase_ == Phase::Draining) return;
     if (carrier_ == Carrier::WebSocket) {
-        if (!nudgeDeadline_) waitForNudge();
+        if (!livenessDeadline_) waitForSignOfLife();
         addAction(action::PingWebSocket{});
     } else if (revision_ == EngineRevision::V3) {
         sendPing();
@@ -81,7 +82,7 @@ void EngineSession::handle(const event::Tick&) {
         return openPolling();
     }
     // Unread data says nothing about the server.
-    if (!isPaused_ && (isDue(heartbeatDeadline_) || isDue(nudgeDeadline_)))
+    if (!isPaused_ && (isDue(heartbeatDeadline_) || isDue(livenessDeadline_)))
         return end(EndCause::HeartbeatMissed, "ping timeout");
     if ((phase_ == Phase::Probing || phase_ == Phase::Draining) && isDue(upgradeDeadline_))
         return abandonUpgrade();
@@ -111,7 +112,7 @@ void EngineSession::handle(const event::Resume&) {
     wantsGet_ = false;
     if (heartbeatDeadline_)
         heartbeatDeadline_ = std::max(*heartbeatDeadline_, now_ + open_.pingTimeout);
-    if (nudgeDeadline_) waitForNudge();
+    if (livenessDeadline_) waitForSignOfLife();
 }
 
 void EngineSession::expectPing() {

@@ -65,7 +65,7 @@ void EngineSession::didReceiveEngine(const EnginePacketView& packet) {
         case EnginePacketType::Pong:
             if (revision_ == EngineRevision::V3) {
                 heartbeatDeadline_.reset();
-                nudgeDeadline_.reset();
+                livenessDeadline_.reset();
             }
             return;
         case EnginePacketType::Upgrade:

@@ -72,7 +72,7 @@ private:
 
     void awaitInput();
     void readInput(int times);
-    void goOnReading();
+    void continueReading();
     bool deliverKept();
     void didReceive(std::string_view bytes);
     void didReceiveFromProxy(std::string_view bytes);
@@ -86,7 +86,8 @@ private:
 
     void fail(event::WebSocketFailed::Stage stage, std::string reason, int httpStatus = 0,
               std::string body = {});
-    void lose(event::WebSocketClosed::Cause cause, std::string reason);
+    /// Drops the connection. `why` is the last report.
+    void end(const SessionEvent& why);
     void report(const SessionEvent& what);
 
     const TransportOptions options_;

@@ -93,7 +93,7 @@ private:
         return (options_.endpoint.isSecure ? "https://" : "http://") +
                options_.endpoint.authorityWithPort() + target;
     }
-    void letGo();
+    void releaseSelf();
 
     const TransportOptions options_;
     TransportListener* listener_;  // nullptr once nothing must be called any more
@@ -246,7 +246,7 @@ void LivePolling::didEnd(Request& request, CURLcode result) {
             farewell_.reset();
             return post_.start(urlOf(last.target), last.cookies, kGoodbye, last.body);
         }
-        return letGo();
+        return releaseSelf();
     }
     TransportListener& listener = *listener_;
     if (!request.cookies().empty()) listener.didReceiveCookies(request.cookies());
@@ -265,7 +265,7 @@ void LivePolling::didEnd(Request& request, CURLcode result) {
 void LivePolling::close(const std::string& target, const std::string& cookies, std::string body) {
     listener_ = nullptr;
     self_ = shared_from_this();
-    goodbye_.start(kGoodbye, [this] { letGo(); });
+    goodbye_.start(kGoodbye, [this] { releaseSelf(); });
     // Keep the GET: a server that loses it drops the session, and with it the POST's contents.
     if (post_.isRunning()) {
         farewell_ = Farewell{target, cookies, std::move(body)};
@@ -274,7 +274,7 @@ void LivePolling::close(const std::string& target, const std::string& cookies, s
     }
 }
 
-void LivePolling::letGo() {
+void LivePolling::releaseSelf() {
     // Handles must not be destroyed inside their own callbacks.
     goodbye_.cancel();
     NetworkThread::shared().post([self = std::exchange(self_, nullptr)] {});

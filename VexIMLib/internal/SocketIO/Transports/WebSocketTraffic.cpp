@@ -44,7 +44,7 @@ void LiveWebSocket::awaitInput() {
 
 void LiveWebSocket::setPaused(bool paused) {
     if (std::exchange(isPaused_, paused) == paused || paused) return;
-    asio::post(socket_.get_executor(), [self = self()] { self->goOnReading(); });
+    asio::post(socket_.get_executor(), [self = self()] { self->continueReading(); });
 }
 
 void LiveWebSocket::readOn() {
@@ -54,7 +54,7 @@ void LiveWebSocket::readOn() {
     });
 }
 
-void LiveWebSocket::goOnReading() {
+void LiveWebSocket::continueReading() {
     if (stage_ != Stage::Closed && !isPaused_ && deliverKept()) awaitInput();
 }
 
@@ -129,18 +129,20 @@ void LiveWebSocket::didReceivePlain(std::string_view bytes) {
         keepsRest_ = false;
         const auto status = stream_.receive(std::exchange(bytes, {}), *this);
         if (stage_ == Stage::Closed) return;
-        using Cause = event::WebSocketClosed::Cause;
+        using Closed = event::WebSocketClosed;
         switch (status) {
             case WebSocketStream::Status::Open: break;
             case WebSocketStream::Status::ClosedByPeer:
                 flush();  // the answer to its close frame
-                return lose(Cause::Peer, stream_.fault());
+                return end(Closed{Closed::Cause::Peer, stream_.fault()});
             case WebSocketStream::Status::Malformed:
                 flush();
-                return lose(Cause::Malformed, "A malformed frame: " + stream_.fault() + ".");
+                return end(Closed{Closed::Cause::Malformed,
+                                  "A malformed frame: " + stream_.fault() + "."});
             case WebSocketStream::Status::TooLarge:
                 flush();
-                return lose(Cause::TooLarge, "The server sent a message that is too long.");
+                return end(
+                    Closed{Closed::Cause::TooLarge, "The server sent a message that is too long."});
         }
         if (listener_) listener_->didEndTurn();
         if (stage_ == Stage::Closed) return;
@@ -162,6 +164,7 @@ WebSocketStream::Listener::Next LiveWebSocket::didReceiveMessage(bool isText,
 }
 
 void LiveWebSocket::inputEnded(std::string reason) {
+    using Closed = event::WebSocketClosed;
     using Failed = event::WebSocketFailed::Stage;
     if (keepsRest_ && stage_ == Stage::Open) return void(end_ = std::move(reason));
     switch (stage_) {
@@ -171,9 +174,8 @@ void LiveWebSocket::inputEnded(std::string reason) {
         // an answer without a length ends when the connection closes
         case Stage::Handshaking: return stream_.endOfInput();
         case Stage::Open:
-            return lose(reason.empty() ? event::WebSocketClosed::Cause::Peer
-                                       : event::WebSocketClosed::Cause::Network,
-                        std::move(reason));
+            return end(Closed{reason.empty() ? Closed::Cause::Peer : Closed::Cause::Network,
+                              std::move(reason)});
         case Stage::Closing: return drop();
         case Stage::Closed: return;
     }

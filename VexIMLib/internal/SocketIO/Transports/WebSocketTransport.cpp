@@ -118,21 +118,15 @@ void LiveWebSocket::drop() {
 
 void LiveWebSocket::fail(event::WebSocketFailed::Stage stage, std::string reason, int httpStatus,
                          std::string body) {
-    TransportListener* const listener = listener_;
-    const auto owner = self();
-    drop();
-    if (!listener) return;
-    listener->didHappen(
-        event::WebSocketFailed{stage, std::move(reason), httpStatus, std::move(body)});
-    listener->didEndTurn();
+    end(event::WebSocketFailed{stage, std::move(reason), httpStatus, std::move(body)});
 }
 
-void LiveWebSocket::lose(event::WebSocketClosed::Cause cause, std::string reason) {
+void LiveWebSocket::end(const SessionEvent& why) {
     TransportListener* const listener = listener_;
     const auto owner = self();
     drop();
     if (!listener) return;
-    listener->didHappen(event::WebSocketClosed{cause, std::move(reason)});
+    listener->didHappen(why);
     listener->didEndTurn();
 }
 

@@ -11,9 +11,9 @@
 
 namespace vexim {
 
-/// The send queue. Packets are stored in blocks, so hundreds of thousands of them cost little more
-/// than their texts.
-class Outbox {
+/// Packets to send, in order. They are stored in blocks, so hundreds of thousands of them cost
+/// little more than their texts.
+class PacketQueue {
 public:
     struct Front {
         std::string_view text;

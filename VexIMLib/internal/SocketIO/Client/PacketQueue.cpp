@@ -1,4 +1,4 @@
-#include "VexIMLib/internal/SocketIO/Client/Outbox.h"
+#include "VexIMLib/internal/SocketIO/Client/PacketQueue.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,23 +12,23 @@ constexpr std::size_t kHeadBytes = sizeof(std::uint32_t) + 1;
 
 }  // namespace
 
-std::size_t Outbox::cost(std::string_view text) noexcept { return kHeadBytes + text.size(); }
+std::size_t PacketQueue::cost(std::string_view text) noexcept { return kHeadBytes + text.size(); }
 
-std::size_t Outbox::cost(const Data& attachment) noexcept {
+std::size_t PacketQueue::cost(const Data& attachment) noexcept {
     return sizeof(Data) + attachment.size();
 }
 
-std::size_t Outbox::cost(const EncodedPacket& packet) noexcept {
+std::size_t PacketQueue::cost(const EncodedPacket& packet) noexcept {
     std::size_t bytes = cost(std::string_view(packet.text));
     for (const Data& attachment : packet.attachments) bytes += cost(attachment);
     return bytes;
 }
 
-std::size_t Outbox::overhead(const Front& front) noexcept {
+std::size_t PacketQueue::overhead(const Front& front) noexcept {
     return kHeadBytes + front.attachments * sizeof(Data);
 }
 
-void Outbox::push(const EncodedPacket& packet) {
+void PacketQueue::push(const EncodedPacket& packet) {
     const std::size_t needed = kHeadBytes + packet.text.size();
     if (blocks_.empty() || blocks_.back().bytes.size() + needed > kBlockBytes) {
         const bool isFirst = blocks_.empty();  // an idle connection does not need a whole block
@@ -45,7 +45,7 @@ void Outbox::push(const EncodedPacket& packet) {
     ++count_;
 }
 
-Outbox::Front Outbox::front() const {
+PacketQueue::Front PacketQueue::front() const {
     const Block& block = blocks_.front();
     std::uint32_t length = 0;
     std::memcpy(&length, block.bytes.data() + block.read, sizeof length);
@@ -53,19 +53,19 @@ Outbox::Front Outbox::front() const {
     return {std::string_view(block.bytes).substr(block.read + kHeadBytes, length), attachments};
 }
 
-Data Outbox::takeAttachment() {
+Data PacketQueue::takeAttachment() {
     Data data = std::move(attachments_.front());
     attachments_.pop_front();
     return data;
 }
 
-void Outbox::pop() {
+void PacketQueue::pop() {
     Block& block = blocks_.front();
     block.read += kHeadBytes + front().text.size();
     if (block.read == block.bytes.size()) blocks_.pop_front();
     --count_;
 }
 
-void Outbox::clear() { *this = {}; }
+void PacketQueue::clear() { *this = {}; }
 
 }  // namespace vexim
