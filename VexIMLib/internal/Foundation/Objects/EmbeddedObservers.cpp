@@ -10,7 +10,7 @@ namespace vexim::detail {
 
 namespace {
 
-bool canBeMeant(const Value& value) noexcept { return value.isString() || value.isNumber(); }
+bool canMatch(const Value& value) noexcept { return value.isString() || value.isNumber(); }
 
 /// Mixes the bits, because some numbers differ only in their upper bits.
 std::size_t mix(std::uint64_t number) noexcept {
@@ -46,7 +46,7 @@ std::size_t EmbeddedObservers::addressHash(const EmbeddedObserver& observer) noe
 
 void EmbeddedObserver::join(const Kind& kind, Object& object, const Value& value) {
     if (kind_ != nullptr) leave();
-    if (!canBeMeant(value)) return;
+    if (!canMatch(value)) return;
     object_ = &object;
     value_ = &value;
     silenced_ = 0;
@@ -64,7 +64,7 @@ void EmbeddedObserver::leave() noexcept {
     kind_ = nullptr;
 }
 
-void EmbeddedObservers::Listener::hear(const Notification& notification) const {
+void EmbeddedObservers::Listener::notify(const Notification& notification) const {
     const auto held = object.lock();
     if (held && (observer->silenced_ & name) == 0) observer->kind_->hear(*held, notification);
 }
@@ -100,7 +100,7 @@ void EmbeddedObservers::remove(EmbeddedObserver& observer) noexcept {
     byAddress_.remove(observer);
 }
 
-void EmbeddedObservers::silence(const void* identity, std::string_view name) noexcept {
+void EmbeddedObservers::unsubscribe(const void* identity, std::string_view name) noexcept {
     moveNewToBuckets();
     for (auto* each = byAddress_.chain(hashOfAddress(identity)); each != nullptr;
          each = each->byAddress_.next) {
@@ -115,7 +115,7 @@ std::vector<EmbeddedObservers::Listener> EmbeddedObservers::listeners(
     for (const auto* kind : kinds_) {
         if (std::ranges::find(kind->names, notification.name) == kind->names.end()) continue;
         const Value& value = notification.userInfo->get(kind->key);
-        if (!canBeMeant(value)) continue;
+        if (!canMatch(value)) continue;
         moveNewToBuckets();
         const std::uint8_t name = bitsOf(*kind, notification.name);
         const std::size_t hash = hashOf(value);

@@ -27,14 +27,14 @@ public:
         std::uint8_t name;                 // the bit of the notification's name
 
         /// Calls it, unless it is gone or was removed. Call this without the lock.
-        void hear(const Notification& notification) const;
+        void notify(const Notification& notification) const;
     };
 
     void add(EmbeddedObserver& observer, std::uint64_t number);
     void remove(EmbeddedObserver& observer) noexcept;
     /// For an application that removes an observer: the one in the object at `identity` (if any) no
     /// longer receives `name`. If `name` is empty, it no longer receives anything.
-    void silence(const void* identity, std::string_view name) noexcept;
+    void unsubscribe(const void* identity, std::string_view name) noexcept;
     /// The observers to call for the notification, in order of their numbers.
     std::vector<Listener> listeners(const Notification& notification);
 

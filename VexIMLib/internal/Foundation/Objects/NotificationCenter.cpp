@@ -99,9 +99,9 @@ struct NotificationCenter::Impl {
         if (found->second.empty()) byObserver.erase(found);
     }
 
-    void silence(const void* identity, std::string_view name) {
+    void unsubscribe(const void* identity, std::string_view name) {
         MutexLock lock(mutex);
-        embedded.silence(identity, name);
+        embedded.unsubscribe(identity, name);
     }
 
     /// Drops registrations whose observers were destroyed without removing them. It runs whenever
@@ -180,13 +180,13 @@ void NotificationCenter::addObserver(const std::shared_ptr<void>& observer, std:
 
 void NotificationCenter::removeObserver(const void* observer) {
     impl_->remove(observer, [](const Registration&) { return true; });
-    impl_->silence(observer, {});
+    impl_->unsubscribe(observer, {});
 }
 
 void NotificationCenter::removeObserver(const void* observer, std::string_view name) {
     impl_->remove(observer,
                   [name](const Registration& registration) { return registration.name == name; });
-    if (!name.empty()) impl_->silence(observer, name);
+    if (!name.empty()) impl_->unsubscribe(observer, name);
 }
 
 void NotificationCenter::add(detail::EmbeddedObserver& observer) {
@@ -205,10 +205,10 @@ void NotificationCenter::post(const Notification& notification) {
     auto next = listeners.embedded.begin();
     for (const auto& registration : listeners.registrations) {
         while (next != listeners.embedded.end() && next->number < registration->number)
-            (next++)->hear(notification);
+            (next++)->notify(notification);
         impl_->call(*registration, notification);
     }
-    while (next != listeners.embedded.end()) (next++)->hear(notification);
+    while (next != listeners.embedded.end()) (next++)->notify(notification);
 }
 
 void NotificationCenter::post(std::string name, std::shared_ptr<Object> object,

@@ -45,7 +45,7 @@ void ArrayRep::destroy(ArrayRep* rep) noexcept {
 namespace {
 
 void drop(ArrayRep* rep) noexcept {
-    if (rep && rep->release()) bury(rep);
+    if (rep && rep->release()) destroyContainer(rep);
 }
 
 // Makes the storage ours alone, with room for `count` elements, and replaces what `rep` points to.

@@ -21,9 +21,9 @@ Slab::Scope::Scope(std::size_t bytes) {
     openSlab = new (::operator new(sizeof(Slab) + bytes)) Slab(bytes);
 }
 
-Slab::Scope::~Scope() { std::exchange(openSlab, nullptr)->letGo(); }
+Slab::Scope::~Scope() { std::exchange(openSlab, nullptr)->release(); }
 
-void Slab::letGo() noexcept {
+void Slab::release() noexcept {
     // The last owner needs no read-modify-write.
     if (owners_.load(std::memory_order_acquire) != 1 &&
         owners_.fetch_sub(1, std::memory_order_acq_rel) != 1)
@@ -46,7 +46,7 @@ Block Block::take(std::size_t bytes) {
 
 void Block::giveBack() const noexcept {
     if (offset == 0) return ::operator delete(at);
-    std::launder(reinterpret_cast<Slab*>(static_cast<std::byte*>(at) - offset))->letGo();
+    std::launder(reinterpret_cast<Slab*>(static_cast<std::byte*>(at) - offset))->release();
 }
 
 StringRep* StringRep::make(std::string_view text) {
@@ -66,11 +66,11 @@ namespace {
 
 // Storage that this thread still has to destroy. Plain data, so that it works until the very end of
 // the thread.
-struct Burials {
+struct Destructions {
     ContainerRep* pending = nullptr;
-    bool underWay = false;
+    bool isRunning = false;
 };
-thread_local constinit Burials burials;
+thread_local constinit Destructions destructions;
 
 void destroy(ContainerRep* rep) noexcept {
     if (rep->isDictionary) {
@@ -82,25 +82,25 @@ void destroy(ContainerRep* rep) noexcept {
 
 }  // namespace
 
-void bury(ContainerRep* rep) noexcept {
-    auto& mine = burials;
-    if (mine.underWay) {  // another destruction is running and handles this one next
-        rep->nextDead = std::exchange(mine.pending, rep);
+void destroyContainer(ContainerRep* rep) noexcept {
+    auto& mine = destructions;
+    if (mine.isRunning) {  // another destruction is running and handles this one next
+        rep->nextToDestroy = std::exchange(mine.pending, rep);
         return;
     }
-    mine.underWay = true;
+    mine.isRunning = true;
     destroy(rep);
     while (auto* next = mine.pending) {
-        mine.pending = next->nextDead;
+        mine.pending = next->nextToDestroy;
         destroy(next);
     }
-    mine.underWay = false;
+    mine.isRunning = false;
 }
 
-void releaseObject(ObjectRep* rep) noexcept {
-    auto outer = std::exchange(burials, Burials{});
+void destroyObject(ObjectRep* rep) noexcept {
+    auto outer = std::exchange(destructions, Destructions{});
     delete rep;
-    burials = outer;
+    destructions = outer;
 }
 
 }  // namespace vexim::detail

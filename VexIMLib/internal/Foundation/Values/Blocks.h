@@ -36,7 +36,7 @@ public:
     };
     static constexpr std::size_t kMostBytes = 4096;  // of a scope
 
-    void letGo() noexcept;
+    void release() noexcept;
 
 private:
     friend struct Block;
@@ -83,22 +83,22 @@ struct ObjectRep : Counted {
     std::shared_ptr<Object> object;
 };
 
-/// The storage of an array or a dictionary. The last owner passes it to `bury`.
+/// The storage of an array or a dictionary. The last owner passes it to `destroyContainer`.
 struct ContainerRep : Counted {
     ContainerRep(bool dictionary, std::uint16_t blockOffset) noexcept
         : isDictionary(dictionary),
           offset(blockOffset) {}
-    ContainerRep* nextDead = nullptr;
+    ContainerRep* nextToDestroy = nullptr;
     const bool isDictionary;
     const std::uint16_t offset;  // the block's
 };
 
 /// Destroys storage that has no owner any more, without recursion: a list nested a million levels
 /// deep must not exhaust the stack.
-void bury(ContainerRep* rep) noexcept;
-/// Destroys `rep` independently of a `bury` that is running, so that values that an application's
-/// destructor drops are destroyed at once.
-void releaseObject(ObjectRep* rep) noexcept;
+void destroyContainer(ContainerRep* rep) noexcept;
+/// Destroys `rep` independently of a `destroyContainer` that is running, so that values that an
+/// application's destructor drops are destroyed at once.
+void destroyObject(ObjectRep* rep) noexcept;
 
 struct alignas(Value) ArrayRep : ContainerRep {
     ArrayRep(std::size_t room, std::uint16_t blockOffset) noexcept

@@ -164,7 +164,7 @@ DictionaryRep* DictionaryRep::adopt(Value* keysAndValues, std::size_t count) {
 namespace {
 
 void drop(DictionaryRep* rep) noexcept {
-    if (rep && rep->release()) bury(rep);
+    if (rep && rep->release()) destroyContainer(rep);
 }
 
 // Makes the storage ours alone, with room for `count` entries, and replaces what `rep` points to.

@@ -92,7 +92,7 @@ void Value::release() noexcept {
         }
         case Kind::Object: {
             auto* rep = static_cast<detail::ObjectRep*>(word<detail::Counted*>());
-            if (rep->release()) detail::releaseObject(rep);
+            if (rep->release()) detail::destroyObject(rep);
             return;
         }
         case Kind::Data: held<vexim::Data>().~Data(); return;
