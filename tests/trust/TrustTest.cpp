@@ -288,7 +288,7 @@ TEST_F(TrustTest, WhatIsTooOldOrTooWeakIsRefusedWhateverTheSystemAllows) {
         SSL_CTX* const context = SSL_CTX_new(TLS_client_method());
         SSL_CTX_set_min_proto_version(context, row.version);
         SSL_CTX_set_security_level(context, row.level);
-        EXPECT_TRUE(TrustChoice::of(options).trust->govern(context, "127.0.0.1"));
+        EXPECT_TRUE(TrustChoice::of(options).trust->configure(context, "127.0.0.1"));
         EXPECT_EQ(SSL_CTX_get_min_proto_version(context), row.leastVersion);
         EXPECT_EQ(SSL_CTX_get_security_level(context), row.leastLevel);
         SSL_CTX_free(context);

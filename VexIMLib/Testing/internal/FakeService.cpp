@@ -34,14 +34,14 @@ public:
 
     void begin() {
         clockListener =
-            detail::onClockTurned([weak = weak_from_this()](std::shared_ptr<void> looking) {
+            detail::onClockTurned([weak = weak_from_this()](std::shared_ptr<void> checking) {
                 const auto self = weak.lock();
                 if (!self) return;
                 // Do not capture `self`: functions posted after the end are destroyed with the
                 // context.
                 boost::asio::post(self->context,
-                                  [&loop = self->context, looking = std::move(looking)] {
-                                      lookAtClock(loop, looking);
+                                  [&loop = self->context, checking = std::move(checking)] {
+                                      checkClock(loop, checking);
                                   });
             });
         thread = std::thread([this] { context.run(); });

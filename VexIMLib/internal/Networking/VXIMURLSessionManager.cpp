@@ -64,7 +64,7 @@ void VXIMURLSessionManager::setDelegateForTask(std::shared_ptr<VXIMURLSessionDat
     vexim::MutexLock lock(taskDelegatesMutex_);
     delegate->addStateObserverForTask(task);
     delegate->setMeter(task->originalRequest()->meter);
-    task->setIsHeardQuickly(false);
+    task->setMayCallOnNetworkThread(false);
     taskDelegatesMap_.insert_or_assign(task->taskIdentifier(), std::move(delegate));
 }
 
@@ -92,7 +92,7 @@ VXIMURLSessionManager::TaskPtr VXIMURLSessionManager::dataTaskWithRequest(
     auto delegate = vexim::create<VXIMURLSessionJSONDelegate>();
     delegate->setCompletionBlock(std::move(completion));
     setDelegateForTask(std::move(delegate), task);
-    task->setIsHeardQuickly(true);  // it only parses and leaves the rest to the main queue
+    task->setMayCallOnNetworkThread(true);  // it only parses and leaves the rest to the main queue
     return task;
 }
 

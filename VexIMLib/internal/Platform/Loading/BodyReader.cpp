@@ -34,7 +34,7 @@ struct BodyReader::Shared final : ReaderPool::Work,
         Parked,      // the network thread: it has enough for now, or reads itself
         Queued,      // a thread of the pool, which may already be reading
         AwaitsMain,  // the main thread
-        Rests,       // the timer
+        Paused,      // the timer
         Ended,
     };
 
@@ -73,20 +73,20 @@ struct BodyReader::Shared final : ReaderPool::Work,
     void turn() noexcept override;
     void interrupt() override;
     bool open();
-    bool mayReadOn();
-    bool readOn();
+    bool mayRead();
+    bool readMore();
     bool publish(bool mayLend);
     void wait(InputStream::Piece piece);
     void finish(ErrorPtr failure);
 
     // The network thread.
-    void rest(std::chrono::nanoseconds duration);
+    void pauseFor(std::chrono::nanoseconds duration);
     void abandon();
     std::size_t readLent(char* target, std::size_t most) VEXIM_REQUIRES(mutex);
 
     /// Continues on a thread of the pool, if it is still waiting for `from`. If there is no thread,
     /// it fails.
-    void goOn(Phase from) {
+    void resumeFrom(Phase from) {
         {
             const MutexLock lock(mutex);
             if (phase != from) return;
@@ -119,7 +119,7 @@ struct BodyReader::Shared final : ReaderPool::Work,
 
 void BodyReader::Shared::turn() noexcept {
     if (!open()) return;
-    while (mayReadOn() && readOn()) {
+    while (mayRead() && readMore()) {
     }
 }
 
@@ -141,7 +141,7 @@ bool BodyReader::Shared::open() {
 }
 
 /// False if it must wait, or has ended.
-bool BodyReader::Shared::mayReadOn() {
+bool BodyReader::Shared::mayRead() {
     {
         const MutexLock lock(mutex);
         if (!abandoned) {
@@ -154,7 +154,7 @@ bool BodyReader::Shared::mayReadOn() {
 }
 
 /// Reads one piece into the current chunk. False if it now waits for something else or has ended.
-bool BodyReader::Shared::readOn() {
+bool BodyReader::Shared::readMore() {
     if (!current.bytes) current.bytes = emptyBuffer();
     // Send the last bytes only if nothing follows: if the file has grown, the server must not get a
     // complete body.
@@ -211,35 +211,35 @@ bool BodyReader::Shared::publish(bool mayLend) {
 void BodyReader::Shared::wait(InputStream::Piece piece) {
     {
         const MutexLock lock(mutex);
-        phase = piece.onMain ? Phase::AwaitsMain : Phase::Rests;
+        phase = piece.onMain ? Phase::AwaitsMain : Phase::Paused;
     }
     auto thenRest = [self = shared_from_this(), duration = piece.rest] {
-        NetworkThread::shared().post([self, duration] { self->rest(duration); });
+        NetworkThread::shared().post([self, duration] { self->pauseFor(duration); });
     };
     if (!piece.onMain) return thenRest();
     MainQueue::shared().async(
         [self = shared_from_this(), piece = std::move(piece), thenRest = std::move(thenRest)] {
             piece.onMain();
             if (piece.rest.count() <= 0) {
-                self->goOn(Phase::AwaitsMain);
+                self->resumeFrom(Phase::AwaitsMain);
                 return;
             }
             {
                 const MutexLock lock(self->mutex);
-                self->phase = Phase::Rests;
+                self->phase = Phase::Paused;
             }
             thenRest();
         });
 }
 
 /// Without a timer the reader is gone, and only the stream must still be closed.
-void BodyReader::Shared::rest(std::chrono::nanoseconds duration) {
+void BodyReader::Shared::pauseFor(std::chrono::nanoseconds duration) {
     if (!pause) {
-        goOn(Phase::Rests);
+        resumeFrom(Phase::Paused);
         return;
     }
     pause->start(duration, [weak = weak_from_this()] {
-        if (const auto self = weak.lock()) self->goOn(Phase::Rests);
+        if (const auto self = weak.lock()) self->resumeFrom(Phase::Paused);
     });
 }
 
@@ -268,8 +268,8 @@ void BodyReader::Shared::abandon() {
     pause.reset();
     interrupt();
     pool.giveUp(*this);
-    goOn(Phase::Parked);
-    goOn(Phase::Rests);
+    resumeFrom(Phase::Parked);
+    resumeFrom(Phase::Paused);
 }
 
 std::size_t BodyReader::Shared::readLent(char* target, std::size_t most) {
@@ -302,7 +302,7 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
                                  "the body cannot be read a second time")};
         }
         shared_->started = true;
-        shared_->goOn(Shared::Phase::Parked);
+        shared_->resumeFrom(Shared::Phase::Parked);
     }
 
     Taken taken;
@@ -329,7 +329,7 @@ BodyReader::Taken BodyReader::take(char* target, std::size_t most) {
             shared_->awaited = !shared_->atEnd;
         }
     }
-    if (isReaderDue) shared_->goOn(Shared::Phase::Parked);
+    if (isReaderDue) shared_->resumeFrom(Shared::Phase::Parked);
     return taken;
 }
 

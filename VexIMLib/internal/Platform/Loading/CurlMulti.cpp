@@ -45,7 +45,7 @@ struct CurlMulti::Socket {
 
 namespace {
 
-constexpr std::chrono::milliseconds kConnectingLook{250};
+constexpr std::chrono::milliseconds kConnectingCheck{250};
 
 bool isConnected(int descriptor) {
     sockaddr_storage peer{};
@@ -145,7 +145,7 @@ void CurlMulti::watch(curl_socket_t socket, int what) {
     if (found == sockets_.end()) {
         if (what == CURL_POLL_REMOVE) return;
         found = sockets_.emplace(socket, std::make_shared<Socket>(context_, socket)).first;
-        if (!isConnected(socket)) lookAtConnecting();
+        if (!isConnected(socket)) checkConnecting();
     }
     // This is the last call for this socket.
     if (what == CURL_POLL_REMOVE && isClosedSilently(found->second->descriptor.native_handle()))
@@ -183,18 +183,18 @@ void CurlMulti::wait(const std::shared_ptr<Socket>& socket) {
 
 /// libcurl gives each of several addresses a limited time, but sets no timer for it. It gives up a
 /// silent address, and tries the next one, only when something makes it check the connection.
-void CurlMulti::lookAtConnecting() {
-    if (std::exchange(looksAtConnecting_, true)) return;
-    connecting_.expires_after(kConnectingLook);
+void CurlMulti::checkConnecting() {
+    if (std::exchange(checksConnecting_, true)) return;
+    connecting_.expires_after(kConnectingCheck);
     connecting_.async_wait([this, isAlive = isAlive_](const boost::system::error_code& error) {
         if (error || !*isAlive) return;
-        looksAtConnecting_ = false;
+        checksConnecting_ = false;
         const bool isConnecting = std::any_of(sockets_.begin(), sockets_.end(), [](auto& each) {
             return each.second->wantsWrite && !isConnected(each.first);
         });
         // one call gives up an address, and a second call tries the next address
         if (!std::exchange(wasConnecting_, isConnecting) && !isConnecting) return;
-        lookAtConnecting();
+        checkConnecting();
         int running = 0;
         curl_multi_socket_all(multi_, &running);
         reportEnded();
@@ -205,7 +205,7 @@ void CurlMulti::scheduleTimeout(std::chrono::milliseconds timeout) {
     if (timeout.count() < 0) {
         deadline_ = Clock::time_point::max();
     } else if (timeout.count() == 0) {
-        kickSoon();
+        callTimeoutSoon();
     } else {
         deadline_ = Clock::now() + timeout;
         if (deadline_ < armedFor_) armTimer();
@@ -225,13 +225,13 @@ void CurlMulti::armTimer() {
     });
 }
 
-void CurlMulti::kickSoon() {
+void CurlMulti::callTimeoutSoon() {
     // This is called from inside libcurl, so we cannot call libcurl right now.
-    if (kickPosted_) return;
-    kickPosted_ = true;
+    if (timeoutCallPosted_) return;
+    timeoutCallPosted_ = true;
     asio::post(context_, [this, isAlive = isAlive_] {
         if (!*isAlive) return;
-        kickPosted_ = false;
+        timeoutCallPosted_ = false;
         callSocketAction(CURL_SOCKET_TIMEOUT, 0);
     });
 }

@@ -72,10 +72,10 @@ private:
     void watch(curl_socket_t socket, int what);
     void forget(curl_socket_t socket);
     void wait(const std::shared_ptr<Socket>& socket);
-    void lookAtConnecting();
+    void checkConnecting();
     void scheduleTimeout(std::chrono::milliseconds timeout);
     void armTimer();
-    void kickSoon();
+    void callTimeoutSoon();
     void callSocketAction(curl_socket_t socket, int events);
     void reportEnded();
 
@@ -89,10 +89,10 @@ private:
     boost::asio::steady_timer timer_;
     Clock::time_point deadline_ = Clock::time_point::max();  // when libcurl wants to be called
     Clock::time_point armedFor_ = Clock::time_point::max();  // when the timer will fire
-    bool kickPosted_ = false;
+    bool timeoutCallPosted_ = false;
 
     boost::asio::steady_timer connecting_;
-    bool looksAtConnecting_ = false;
+    bool checksConnecting_ = false;
     bool wasConnecting_ = false;
 
     // Posted functions check this first.

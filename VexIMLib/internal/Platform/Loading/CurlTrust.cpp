@@ -10,7 +10,7 @@ namespace vexim {
 namespace {
 
 /// libcurl's context is OpenSSL's only if OpenSSL is its TLS library.
-bool speaksOpenSSL() {
+bool usesOpenSSL() {
     static const bool does = [] {
         const char* const library = curl_version_info(CURLVERSION_NOW)->ssl_version;
         return library && std::string_view(library).starts_with("OpenSSL/");
@@ -46,9 +46,9 @@ void CurlTrust::apply(CURL* easy, std::shared_ptr<const Trust> trust, std::strin
 
 CURLcode CurlTrust::onContext(CURL*, void* context, void* self) {
     const auto& [trust, host] = *static_cast<CurlTrust*>(self);
-    const bool governs =
-        speaksOpenSSL() && trust && trust->govern(static_cast<ssl_ctx_st*>(context), host);
-    return governs ? CURLE_OK : CURLE_SSL_CERTPROBLEM;
+    const bool isConfigured =
+        usesOpenSSL() && trust && trust->configure(static_cast<ssl_ctx_st*>(context), host);
+    return isConfigured ? CURLE_OK : CURLE_SSL_CERTPROBLEM;
 }
 
 std::optional<CertificateFault> CurlTrust::fault(CURL* easy, CURLcode result,

@@ -55,11 +55,11 @@ public:
     void transferEnded(CURLcode result) override;
     void resumeReceiving();
     std::int64_t bytesMoved() const;
-    bool waitsForUs() const {
+    bool isStalledByUs() const {
         return receivingPaused_ || (sendingPaused_ && reader_ && reader_->isAwaited()) ||
                (hasNoConnection() && !mayShare_);
     }
-    bool waitsForAnothersConnection() const { return hasNoConnection() && mayShare_; }
+    bool waitsForSharedConnection() const { return hasNoConnection() && mayShare_; }
     void openOwnConnection();
     void giveUpConnection() { curl_easy_setopt(easy(), CURLOPT_FORBID_REUSE, 1L); }
 
@@ -222,7 +222,7 @@ int HTTPExchange::Impl::onRequest(void* self, char*, char*, int, int) {
 }
 
 void HTTPExchange::Impl::openOwnConnection() {
-    if (!waitsForAnothersConnection()) return;
+    if (!waitsForSharedConnection()) return;
     multi_.remove(easy());
     mayShare_ = false;
     curl_easy_setopt(easy(), CURLOPT_PIPEWAIT, 0L);
@@ -387,10 +387,8 @@ HTTPExchange::HTTPExchange(Handler& handler, std::shared_ptr<const URLRequest> r
 HTTPExchange::~HTTPExchange() = default;
 void HTTPExchange::resumeReceiving() { impl_->resumeReceiving(); }
 std::int64_t HTTPExchange::bytesMoved() const { return impl_->bytesMoved(); }
-bool HTTPExchange::waitsForUs() const { return impl_->waitsForUs(); }
-bool HTTPExchange::waitsForAnothersConnection() const {
-    return impl_->waitsForAnothersConnection();
-}
+bool HTTPExchange::isStalledByUs() const { return impl_->isStalledByUs(); }
+bool HTTPExchange::waitsForSharedConnection() const { return impl_->waitsForSharedConnection(); }
 void HTTPExchange::openOwnConnection() { impl_->openOwnConnection(); }
 void HTTPExchange::giveUpConnection() { impl_->giveUpConnection(); }
 

@@ -49,10 +49,10 @@ public:
     std::int64_t bytesMoved() const;
     /// Whether we ourselves cause the silence: the body's reader or the answer's consumer is slow,
     /// or all connections to the host are in use.
-    bool waitsForUs() const;
+    bool isStalledByUs() const;
     /// Whether it is waiting for a connection that another exchange is opening to the same host, to
     /// share it over HTTP/2.
-    bool waitsForAnothersConnection() const;
+    bool waitsForSharedConnection() const;
     /// Ends that wait: it opens its own connection.
     void openOwnConnection();
     /// Closes the connection at the end, unless other exchanges use it. It has been silent for too

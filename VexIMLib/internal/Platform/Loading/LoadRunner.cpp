@@ -13,13 +13,13 @@ LoadRunner& LoadRunner::shared() {
 
 void LoadRunner::emit(const std::shared_ptr<OperationQueue>& queue,
                       std::shared_ptr<URLLoad::Client> client, LoadEvent::Any event,
-                      bool isHeardQuickly) {
+                      bool mayCallOnNetworkThread) {
     deliverSoon();
     auto batch = std::find_if(batches_.begin(), batches_.end(),
                               [&](const Batch& each) { return each.queue == queue; });
     if (batch == batches_.end()) batch = batches_.insert(batches_.end(), Batch{queue, {}, true});
     batch->events.push_back({std::move(client), std::move(event)});
-    batch->isHeardQuickly = batch->isHeardQuickly && isHeardQuickly;
+    batch->mayCallOnNetworkThread = batch->mayCallOnNetworkThread && mayCallOnNetworkThread;
 }
 
 void LoadRunner::flushSoon(std::shared_ptr<URLLoad> load) {
@@ -27,10 +27,10 @@ void LoadRunner::flushSoon(std::shared_ptr<URLLoad> load) {
     withData_.push_back(std::move(load));
 }
 
-void LoadRunner::lookAt(Clock::TimePoint when) {
-    if (timer_.isPending() && nextLook_ <= when) return;
-    nextLook_ = when;
-    timer_.startAt(when, [this] { look(); });
+void LoadRunner::checkTimeoutsAt(Clock::TimePoint when) {
+    if (timer_.isPending() && nextCheck_ <= when) return;
+    nextCheck_ = when;
+    timer_.startAt(when, [this] { checkTimeouts(); });
 }
 
 void LoadRunner::deliverSoon() {
@@ -56,7 +56,7 @@ void LoadRunner::deliverBatches() {
                 client = nullptr;
             }
         };
-        if (batch.isHeardQuickly) {
+        if (batch.mayCallOnNetworkThread) {
             batch.queue->runOrAdd(std::move(deliver));
         } else {
             batch.queue->addOperation(std::move(deliver));
@@ -64,13 +64,13 @@ void LoadRunner::deliverBatches() {
     }
 }
 
-void LoadRunner::look() {
+void LoadRunner::checkTimeouts() {
     const auto now = Clock::shared()->now();
     auto next = Clock::TimePoint::max();
     // a load that ends is removed from the set
     const std::vector<URLLoad*> loads(running_.begin(), running_.end());
-    for (URLLoad* const load : loads) next = std::min(next, load->checkPatience(now));
-    if (next != Clock::TimePoint::max()) lookAt(next);
+    for (URLLoad* const load : loads) next = std::min(next, load->checkTimeouts(now));
+    if (next != Clock::TimePoint::max()) checkTimeoutsAt(next);
 }
 
 }  // namespace vexim

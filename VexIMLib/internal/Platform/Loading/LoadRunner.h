@@ -21,11 +21,11 @@ public:
     void remove(URLLoad* load) { running_.erase(load); }
 
     void emit(const std::shared_ptr<OperationQueue>& queue, std::shared_ptr<URLLoad::Client> client,
-              LoadEvent::Any event, bool isHeardQuickly);
+              LoadEvent::Any event, bool mayCallOnNetworkThread);
     /// Makes `load` pass on its data at the end of this turn.
     void flushSoon(std::shared_ptr<URLLoad> load);
     /// Checks all timeouts at `when` at the latest.
-    void lookAt(Clock::TimePoint when);
+    void checkTimeoutsAt(Clock::TimePoint when);
 
 private:
     struct Event {
@@ -35,19 +35,19 @@ private:
     struct Batch {
         std::shared_ptr<OperationQueue> queue;
         std::vector<Event> events;
-        bool isHeardQuickly;
+        bool mayCallOnNetworkThread;
     };
 
     void deliverSoon();
     void deliverBatches();
-    void look();
+    void checkTimeouts();
 
     std::unordered_set<URLLoad*> running_;
     std::vector<Batch> batches_;
     std::vector<std::shared_ptr<URLLoad>> withData_;
     bool deliveryPosted_ = false;
     NetworkTimer timer_;
-    Clock::TimePoint nextLook_;
+    Clock::TimePoint nextCheck_;
 };
 
 }  // namespace vexim

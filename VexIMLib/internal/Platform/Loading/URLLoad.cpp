@@ -22,7 +22,8 @@ constexpr std::size_t kMostHeldBody = 64 * 1024;
 // passed to the delegate queue piece by piece; a piece and its copies fit in a core's cache
 constexpr std::size_t kDataPiece = 256 * 1024;
 constexpr std::int64_t kMostUnconsumed = 1024 * 1024;
-constexpr std::int64_t kMostHeardQuickly = 64 * 1024;  // takes a fraction of a millisecond to parse
+constexpr std::int64_t kMostOnNetworkThread =
+    64 * 1024;  // takes a fraction of a millisecond to parse
 constexpr std::chrono::milliseconds kSentReportInterval{10};
 // as browsers do, when an HTTPS connection takes long to open
 constexpr std::chrono::milliseconds kMostWaitToShare{300};
@@ -92,7 +93,7 @@ ErrorPtr URLLoad::refusal() const {
     if (url->scheme() != "http" && url->scheme() != "https")
         return makeURLError(URLErrorUnsupportedURL, url);
     if (url->host().empty()) return makeURLError(URLErrorBadURL, url);
-    if (auto fault = trust_.hindrance(url->scheme() == "https"); !fault.empty()) {
+    if (auto fault = trust_.faultFor(url->scheme() == "https"); !fault.empty()) {
         return makeTrustError(URLErrorSecureConnectionFailed, url, fault);
     }
     if (!isHeaderName(request_->method))
@@ -125,25 +126,25 @@ void URLLoad::startHop() {
     nextSentReport_ = {};
     HTTPExchange::Handler& handler = *this;
     exchange_ = std::make_unique<HTTPExchange>(handler, request_, trust_.trust);
-    LoadRunner::shared().lookAt(nextLook());
+    LoadRunner::shared().checkTimeoutsAt(nextTimeoutCheck());
 }
 
-Clock::TimePoint URLLoad::nextLook() const {
+Clock::TimePoint URLLoad::nextTimeoutCheck() const {
     const auto next = std::min(lastMove_ + request_->timeout, resourceDeadline_);
-    return exchange_ && exchange_->waitsForAnothersConnection()
+    return exchange_ && exchange_->waitsForSharedConnection()
                ? std::min(next, lastMove_ + kMostWaitToShare)
                : next;
 }
 
-/// Notes the time now, so that a later `checkPatience` does not take these bytes for new ones.
-void URLLoad::didMove(std::size_t uncounted) {
+/// Notes the time now, so that a later `checkTimeouts` does not take these bytes for new ones.
+void URLLoad::didTransfer(std::size_t uncounted) {
     lastMove_ = Clock::shared()->now();
     lastMoved_ = exchange_->bytesMoved() + static_cast<std::int64_t>(uncounted);
 }
 
 HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
     if (phase_ == Phase::Ended) return HTTPExchange::Flow::Abort;
-    didMove();
+    didTransfer();
     flushSent();
     if (auto next = redirectedRequest(*request_, *head)) {
         redirection_ = LoadEvent::Redirection{std::move(head), std::move(*next)};
@@ -156,7 +157,7 @@ HTTPExchange::Flow URLLoad::exchangeReceivedHead(HTTPURLResponsePtr head) {
 
 HTTPExchange::Flow URLLoad::exchangeReceivedBody(std::string_view bytes) {
     if (phase_ == Phase::Ended) return HTTPExchange::Flow::Abort;
-    didMove(bytes.size());
+    didTransfer(bytes.size());
     if (!redirection_) return passOn(bytes);
     if (phase_ == Phase::Exchanging && heldBody_.size() + bytes.size() <= kMostHeldBody) {
         heldBody_.append(bytes);
@@ -202,7 +203,7 @@ HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
 
 void URLLoad::exchangeSentBody(std::int64_t total) {
     if (phase_ == Phase::Ended) return;
-    didMove();
+    didTransfer();
     sent_ = total;
     // A report crosses two threads, and a fast connection would cause thousands per second. Never
     // hold back the first (it says that the body was started) or the last (it must come before what
@@ -262,7 +263,7 @@ void URLLoad::flushData() {
 
 void URLLoad::emit(LoadEvent::Any event) {
     LoadRunner::shared().emit(delegateQueue_, client_, std::move(event),
-                              heardQuickly_ && received_ <= kMostHeardQuickly);
+                              mayCallOnNetworkThread_ && received_ <= kMostOnNetworkThread);
 }
 
 void URLLoad::end(ErrorPtr error) {
@@ -283,7 +284,7 @@ void URLLoad::end(ErrorPtr error) {
                       });
 }
 
-Clock::TimePoint URLLoad::checkPatience(TimePoint now) {
+Clock::TimePoint URLLoad::checkTimeouts(TimePoint now) {
     if (phase_ == Phase::Ended) return TimePoint::max();
     if (now >= resourceDeadline_) {
         end(makeURLError(URLErrorTimedOut, request_->url, "the task took too long"));
@@ -293,7 +294,7 @@ Clock::TimePoint URLLoad::checkPatience(TimePoint now) {
     // The server is not to blame for the silence while the delegate decides, its consumer is slow,
     // the body's reader sleeps or no connection is free.
     if (moved != lastMoved_ || phase_ == Phase::Deciding || throttled_ ||
-        (exchange_ && exchange_->waitsForUs()))
+        (exchange_ && exchange_->isStalledByUs()))
         lastMove_ = now;
     lastMoved_ = moved;
     if (exchange_ && now - lastMove_ >= kMostWaitToShare) exchange_->openOwnConnection();
@@ -302,7 +303,7 @@ Clock::TimePoint URLLoad::checkPatience(TimePoint now) {
         end(makeURLError(URLErrorTimedOut, request_->url));
         return TimePoint::max();
     }
-    return nextLook();
+    return nextTimeoutCheck();
 }
 
 }  // namespace vexim

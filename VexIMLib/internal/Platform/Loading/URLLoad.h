@@ -77,7 +77,7 @@ public:
     bool answerIsStreamed() const noexcept { return streamed_; }
     /// Says that the client is quick with short answers, so it may get them on the network thread
     /// instead of the delegate queue.
-    void setIsHeardQuickly(bool quickly) noexcept { heardQuickly_ = quickly; }
+    void setMayCallOnNetworkThread(bool may) noexcept { mayCallOnNetworkThread_ = may; }
 
 private:
     friend class LoadRunner;
@@ -102,16 +102,16 @@ private:
     void emit(LoadEvent::Any event);
     void end(ErrorPtr error);
     /// Call it when bytes were received or sent. `uncounted` of them are not in `bytesMoved` yet.
-    void didMove(std::size_t uncounted = 0);
+    void didTransfer(std::size_t uncounted = 0);
     /// Ends it if it was silent for too long. Otherwise returns when to check again.
-    TimePoint checkPatience(TimePoint now);
-    TimePoint nextLook() const;
+    TimePoint checkTimeouts(TimePoint now);
+    TimePoint nextTimeoutCheck() const;
 
     const std::shared_ptr<const URLSessionConfiguration> configuration_;
     const TrustChoice trust_;  // the first request's, for every hop
     const std::shared_ptr<OperationQueue> delegateQueue_;
     std::atomic<bool> streamed_{false};
-    std::atomic<bool> heardQuickly_{false};
+    std::atomic<bool> mayCallOnNetworkThread_{false};
     std::atomic<std::int64_t> unconsumed_{0};  // bytes handed over and not yet consumed
     std::atomic<bool> throttled_{false};       // receiving pauses until enough is consumed
 

@@ -305,8 +305,8 @@ std::int64_t URLSessionTask::countOfBytesExpectedToSend() const noexcept {
 void URLSessionTask::setAnswerIsStreamed(bool streamed) noexcept {
     impl_->load->setAnswerIsStreamed(streamed);
 }
-void URLSessionTask::setIsHeardQuickly(bool quickly) noexcept {
-    impl_->load->setIsHeardQuickly(quickly);
+void URLSessionTask::setMayCallOnNetworkThread(bool may) noexcept {
+    impl_->load->setMayCallOnNetworkThread(may);
 }
 bool URLSessionTask::answerIsStreamed() const noexcept { return impl_->load->answerIsStreamed(); }
 

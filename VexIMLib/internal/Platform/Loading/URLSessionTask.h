@@ -52,7 +52,7 @@ public:
     bool answerIsStreamed() const noexcept;
     /// Says that the delegate is quick with short answers and calls no foreign code. While the
     /// delegate queue is idle, its operations for this task may then run on the network thread.
-    void setIsHeardQuickly(bool quickly) noexcept;
+    void setMayCallOnNetworkThread(bool may) noexcept;
 
     Value valueForKey(std::string_view key) const override;
     std::string description() const override;

@@ -25,13 +25,13 @@ struct SharedClock {
 using ClockTimer = boost::asio::basic_waitable_timer<SharedClock>;
 
 /// Makes the loop of `context` check the clock again after it was advanced. The loop does so when a
-/// timer is set that is earlier than all others. Releases `looking` when all due handlers, and
+/// timer is set that is earlier than all others. Releases `checking` when all due handlers, and
 /// those for readable data, have run.
-inline void lookAtClock(boost::asio::io_context& context, std::shared_ptr<void> looking) {
+inline void checkClock(boost::asio::io_context& context, std::shared_ptr<void> checking) {
     auto first = std::make_shared<ClockTimer>(context, Clock::TimePoint::min());
     first->async_wait(
-        [first, &context, looking = std::move(looking)](const boost::system::error_code&) {
-            boost::asio::post(context, [looking] {});
+        [first, &context, checking = std::move(checking)](const boost::system::error_code&) {
+            boost::asio::post(context, [checking] {});
         });
 }
 

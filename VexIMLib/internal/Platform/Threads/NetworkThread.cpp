@@ -56,9 +56,9 @@ NetworkThread::NetworkThread() : impl_(std::make_unique<Impl>()) {
         // After everything posted before, so that a message posted right before the exit is still
         // sent.
         [this] { post([impl = impl_.get()] { impl->context.stop(); }); });
-    impl_->clockListener = detail::onClockTurned([this](std::shared_ptr<void> looking) {
-        post([impl = impl_.get(), looking = std::move(looking)] {
-            lookAtClock(impl->context, looking);
+    impl_->clockListener = detail::onClockTurned([this](std::shared_ptr<void> checking) {
+        post([impl = impl_.get(), checking = std::move(checking)] {
+            checkClock(impl->context, checking);
         });
     });
 }

@@ -30,7 +30,7 @@ bool ReaderPool::add(std::shared_ptr<Work> work) {
         queue_.push_back(work);
         added_.notifyOne();
     }
-    if (startWhatIsMissing()) return true;
+    if (startMissingThreads()) return true;
     const MutexLock lock(mutex_);
     return std::erase(queue_, work) == 0;
 }
@@ -40,10 +40,10 @@ void ReaderPool::giveUp(const Work& work) {
         const MutexLock lock(mutex_);
         for (Place worker = workers_.begin(); worker != workers_.end(); ++worker) {
             if (worker->work.get() == &work && !std::exchange(worker->isGivenUp, true))
-                uncount(worker);
+                stopCounting(worker);
         }
     }
-    startWhatIsMissing();
+    startMissingThreads();
 }
 
 std::size_t ReaderPool::threadCount() {
@@ -54,12 +54,12 @@ std::size_t ReaderPool::threadCount() {
 bool ReaderPool::mayStartThread() {
     if (isExiting_ || queue_.size() <= idle_) return false;
     if (threads_ - blocked_ < kReaders && threads_ < kMostThreads) return true;
-    watchSoon();
+    checkBlockedSoon();
     return false;
 }
 
 /// False if there is no thread at all. Work that stays in line is tried again.
-bool ReaderPool::startWhatIsMissing() {
+bool ReaderPool::startMissingThreads() {
     for (;;) {
         Place worker;
         {
@@ -76,7 +76,7 @@ bool ReaderPool::startWhatIsMissing() {
         const MutexLock lock(mutex_);
         workers_.erase(worker);
         --idle_;
-        watchSoon();
+        checkBlockedSoon();
         return --threads_ > 0;
     }
 }
@@ -113,22 +113,22 @@ std::shared_ptr<ReaderPool::Work> ReaderPool::next(Place worker) {
     return worker->work;
 }
 
-void ReaderPool::uncount(Place worker) {
+void ReaderPool::stopCounting(Place worker) {
     --threads_;
     if (std::exchange(worker->isBlocked, false)) --blocked_;
 }
 
-void ReaderPool::watchSoon() {
+void ReaderPool::checkBlockedSoon() {
     if (std::exchange(isWatched_, true)) return;
     // By real time, whatever clock is set, because the system makes a thread wait.
     NetworkThread::shared().post([this] {
         auto timer = std::make_shared<NetworkTimer>();
         auto& watch = *timer;
-        watch.start(patience_, [this, timer = std::move(timer)] { look(); });
+        watch.start(patience_, [this, timer = std::move(timer)] { checkBlocked(); });
     });
 }
 
-void ReaderPool::look() {
+void ReaderPool::checkBlocked() {
     {
         const MutexLock lock(mutex_);
         isWatched_ = false;
@@ -138,7 +138,7 @@ void ReaderPool::look() {
             if (!std::exchange(worker.isBlocked, true)) ++blocked_;
         }
     }
-    startWhatIsMissing();
+    startMissingThreads();
 }
 
 void ReaderPool::interrupt() {

@@ -56,14 +56,14 @@ private:
 
     void run(Place worker);
     std::shared_ptr<Work> next(Place worker);
-    bool startWhatIsMissing();
+    bool startMissingThreads();
     bool mayStartThread() VEXIM_REQUIRES(mutex_);
-    void watchSoon() VEXIM_REQUIRES(mutex_);
-    void look();
+    void checkBlockedSoon() VEXIM_REQUIRES(mutex_);
+    void checkBlocked();
     /// At exit it interrupts all threads at once, because the second thread's worker may be gone
     /// when the hook calls it.
     void interrupt();
-    void uncount(Place worker) VEXIM_REQUIRES(mutex_);
+    void stopCounting(Place worker) VEXIM_REQUIRES(mutex_);
 
     const std::chrono::milliseconds patience_;
     Mutex mutex_;

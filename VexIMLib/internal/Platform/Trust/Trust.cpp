@@ -113,7 +113,7 @@ void Trust::prepare(ssl_ctx_st* context) const {
     SSL_CTX_set1_cert_store(context, authorities_.get());
 }
 
-bool Trust::govern(ssl_ctx_st* context, const std::string& host) const {
+bool Trust::configure(ssl_ctx_st* context, const std::string& host) const {
     prepare(context);
     if (expectHost(SSL_CTX_get0_param(context), host) == HostKind::Impossible) return false;
     auto owned = std::make_unique<TrustPtr>(shared_from_this());
@@ -174,8 +174,8 @@ TrustChoice TrustChoice::of(const TrustOptions& options) {
     });
     if (found != cache->kept.end()) return {found->trust, {}};
     auto [store, fault] = readAuthorities(options);
-    const bool isEnvironments = options.authorityFile.empty() && options.authorityPEM.empty();
-    if (!store) return {nullptr, std::move(fault), isEnvironments};
+    const bool affectsOnlyTLS = options.authorityFile.empty() && options.authorityPEM.empty();
+    if (!store) return {nullptr, std::move(fault), affectsOnlyTLS};
     auto trust = std::make_shared<const Trust>(options, std::move(store));
     if (cache->kept.size() == kMostKept) cache->kept.pop_front();
     cache->kept.push_back({options, std::move(version), trust});

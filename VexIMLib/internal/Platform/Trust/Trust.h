@@ -21,10 +21,10 @@ class Trust;
 struct TrustChoice {
     std::shared_ptr<const Trust> trust;
     std::string fault;
-    bool isEnvironments = false;  // the fault is in the environment, so it matters only to TLS
+    bool affectsOnlyTLS = false;  // the fault is in the system's authorities
 
-    /// The error, if it prevents the connection.
-    std::string hindrance(bool isSecure) const { return isEnvironments && !isSecure ? "" : fault; }
+    /// The fault, if it prevents a connection with (`isSecure`) or without TLS.
+    std::string faultFor(bool isSecure) const { return affectsOnlyTLS && !isSecure ? "" : fault; }
 
     /// Returns the same trust for equal options, until the authorities' file changes; without
     /// options, the trust in the system's authorities. Reads files the first time. Call from any
@@ -47,7 +47,7 @@ public:
 
     /// Makes this trust check all connections that `context` makes to `host`, a name or a numeric
     /// address. Returns false if it is not a possible host; then do not use the context.
-    bool govern(ssl_ctx_st* context, const std::string& host) const;
+    bool configure(ssl_ctx_st* context, const std::string& host) const;
     /// Makes a connection of our own; nullptr if the host is impossible. The caller frees it,
     /// before the trust. It sends the name to the server (SNI, RFC 6066, section 3).
     ssl_st* newConnection(const std::string& host) const;

@@ -62,7 +62,7 @@ Route routeTo(const std::optional<Endpoint>& endpoint, TransportOptions transpor
             {},
             makeConnectionError(VXIMConnectionErrorProxy, "This kind of proxy is not supported.")};
     }
-    if (const auto distrust = transport.trust.hindrance(endpoint->isSecure); !distrust.empty())
+    if (const auto distrust = transport.trust.faultFor(endpoint->isSecure); !distrust.empty())
         return {{}, makeConnectionError(VXIMConnectionErrorNotSecure, distrust)};
     return {std::move(transport), nullptr};
 }
