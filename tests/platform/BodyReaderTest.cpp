@@ -80,10 +80,19 @@ private:
 };
 using Before = Body::Before;
 
-ReaderPool& newPool(std::chrono::milliseconds patience) {
+class CountedPool : public ReaderPool {
+public:
+    using ReaderPool::ReaderPool;
+    std::size_t threadCount() {
+        const MutexLock lock(mutex_);
+        return threads_;
+    }
+};
+
+CountedPool& newPool(std::chrono::milliseconds patience) {
     // a pool outlives its threads, which outlive the test
-    static auto& kept = *new std::vector<ReaderPool*>;
-    return *kept.emplace_back(new ReaderPool(patience));
+    static auto& kept = *new std::vector<CountedPool*>;
+    return *kept.emplace_back(new CountedPool(patience));
 }
 
 /// Uploads a body to a connection that takes everything at once, but only a little of a flood.

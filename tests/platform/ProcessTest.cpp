@@ -25,6 +25,17 @@ std::chrono::steady_clock::time_point exitBegan;
 
 std::atomic<bool> networkThreadIsBusy{false};
 
+std::atomic<bool> exitHookRan{false};
+/// Sets `exitHookRan` when the library's exit hook interrupts its threads.
+void watchExitHook() {
+    LibraryThreads::start(
+        "exit-watch", LibraryThreads::AtExit::Leave, [] { exitHookRan.wait(false); },
+        [] {
+            exitHookRan = true;
+            exitHookRan.notify_all();
+        });
+}
+
 /// Registered before the library's hook, so it runs after it. The limit is long, so that it also
 /// holds on a busy machine.
 void judgeExit() {
@@ -60,12 +71,13 @@ void judgeExit() {
         ++ready;
         // as when it reads a store of certificates: longer than the exit waits for stuck threads
         networkThreadIsBusy = true;
-        while (!LibraryThreads::processIsExiting()) std::this_thread::yield();
+        while (!exitHookRan) std::this_thread::yield();
         for (const auto begin = std::chrono::steady_clock::now();
              std::chrono::steady_clock::now() - begin < 100ms;)
             continue;
         networkThreadIsBusy = false;
     });
+    watchExitHook();
     while (ready < 2) std::this_thread::yield();
     exitBegan = std::chrono::steady_clock::now();
     std::exit(0);
@@ -79,7 +91,8 @@ TEST(ProcessDeathTest, ExitsWhateverIsPending) {
 TEST(ProcessDeathTest, AForkedChildWaitsForNoThread) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto body = [] {
-        std::atexit([] { ::_exit(LibraryThreads::processIsExiting() ? 2 : 0); });
+        std::atexit([] { ::_exit(exitHookRan ? 2 : 0); });
+        watchExitHook();
         std::atomic<bool> runs{false};
         NetworkThread::shared().post([&] { runs = true; });
         while (!runs) std::this_thread::yield();

@@ -21,6 +21,7 @@ struct TaskStory {
     int status = 0;
     std::string body;
     std::int64_t sent = 0;
+    std::int64_t toSend = 0;  ///< as told with what was sent
     int ends = 0;
     ErrorPtr error;
 
@@ -88,9 +89,10 @@ public:
     }
 
     void taskDidSendBodyData(URLSession&, const TaskPtr& task, std::int64_t bytes,
-                             std::int64_t total, std::int64_t) override {
+                             std::int64_t total, std::int64_t expected) override {
         note(task, 's', [&](TaskStory& story) {
             story.sent += bytes;
+            story.toSend = expected;
             if (story.sent != total) story.calls += '!';
         });
         if (onSent) onSent(task);

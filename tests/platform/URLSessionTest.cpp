@@ -70,7 +70,7 @@ TEST(URLSession, TellsATasksStoryInOrder) {
     EXPECT_EQ(story.sent, 5);
     EXPECT_EQ(task->countOfBytesReceived(), 8);
     EXPECT_EQ(task->countOfBytesExpectedToReceive(), 8);
-    EXPECT_EQ(task->countOfBytesExpectedToSend(), 5);
+    EXPECT_EQ(story.toSend, 5);
     EXPECT_EQ(states, (std::vector{0, 3}));
     EXPECT_EQ(task->error(), nullptr);
     EXPECT_EQ(task->response()->headers.value("content-type"), "application/octet-stream");

@@ -299,9 +299,6 @@ std::int64_t URLSessionTask::countOfBytesExpectedToReceive() const noexcept {
     return impl_->bytesExpectedToReceive;
 }
 std::int64_t URLSessionTask::countOfBytesSent() const noexcept { return impl_->bytesSent; }
-std::int64_t URLSessionTask::countOfBytesExpectedToSend() const noexcept {
-    return impl_->bytesExpectedToSend;
-}
 void URLSessionTask::setAnswerIsStreamed(bool streamed) noexcept {
     impl_->load->setAnswerIsStreamed(streamed);
 }

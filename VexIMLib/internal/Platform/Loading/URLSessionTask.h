@@ -42,8 +42,6 @@ public:
     /// -1 when unknown, 0 before an answer.
     std::int64_t countOfBytesExpectedToReceive() const noexcept;
     std::int64_t countOfBytesSent() const noexcept;
-    /// -1 when unknown, 0 without a body.
-    std::int64_t countOfBytesExpectedToSend() const noexcept;
 
     /// Says that the answer is not kept in memory, so the session's limit does not apply. Set it
     /// before `resume`, or in the delegate's dataTaskDidReceiveResponse if the request accepts no

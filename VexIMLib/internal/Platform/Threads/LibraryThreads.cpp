@@ -141,6 +141,4 @@ bool startForgotten(const std::string& name, std::function<void()> body) {
     return !registry().exiting && spawn(name, std::move(body));
 }
 
-bool processIsExiting() noexcept { return registry().exiting; }
-
 }  // namespace vexim::LibraryThreads

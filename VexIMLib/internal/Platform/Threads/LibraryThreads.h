@@ -30,7 +30,5 @@ bool start(const std::string& name, AtExit atExit, std::function<void()> body,
 /// The same for a thread that cannot be interrupted; the exit does not wait for it.
 bool startForgotten(const std::string& name, std::function<void()> body);
 
-bool processIsExiting() noexcept;
-
 }  // namespace LibraryThreads
 }  // namespace vexim

@@ -46,11 +46,6 @@ void ReaderPool::giveUp(const Work& work) {
     startMissingThreads();
 }
 
-std::size_t ReaderPool::threadCount() {
-    const MutexLock lock(mutex_);
-    return threads_;
-}
-
 bool ReaderPool::mayStartThread() {
     if (isExiting_ || queue_.size() <= idle_) return false;
     if (threads_ - blocked_ < kReaders && threads_ < kMostThreads) return true;

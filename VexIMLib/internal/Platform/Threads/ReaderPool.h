@@ -42,8 +42,9 @@ public:
     /// longer counted and ends with its turn.
     void giveUp(const Work& work);
 
-    /// The number of threads, without abandoned ones. For tests.
-    std::size_t threadCount();
+protected:
+    Mutex mutex_;
+    std::size_t threads_ VEXIM_GUARDED_BY(mutex_) = 0;  // without abandoned ones
 
 private:
     struct Worker {
@@ -66,12 +67,10 @@ private:
     void stopCounting(Place worker) VEXIM_REQUIRES(mutex_);
 
     const std::chrono::milliseconds patience_;
-    Mutex mutex_;
     ConditionVariable added_;
     std::deque<std::shared_ptr<Work>> queue_ VEXIM_GUARDED_BY(mutex_);
     std::list<Worker> workers_ VEXIM_GUARDED_BY(mutex_);
-    std::size_t threads_ VEXIM_GUARDED_BY(mutex_) = 0;  // without abandoned ones
-    std::size_t blocked_ VEXIM_GUARDED_BY(mutex_) = 0;  // of these
+    std::size_t blocked_ VEXIM_GUARDED_BY(mutex_) = 0;  // of `threads_`
     std::size_t idle_ VEXIM_GUARDED_BY(mutex_) = 0;
     bool isWatched_ VEXIM_GUARDED_BY(mutex_) = false;
     bool isExiting_ VEXIM_GUARDED_BY(mutex_) = false;
