@@ -27,8 +27,8 @@ protected:
         insert(arrivals);
         setContent(folder / "picture", "png");
         unsent_ = write("unsent", kNoon + 1000, "k1", {folder / "picture"}).localId;
-        wait(call(&Operations::setGround, shared(), bob,
-                  store::Ground{.knownUntilMillis = kNoon, .gaps = {}}));
+        wait(call(&Operations::setKnownHistory, shared(), bob,
+                  store::KnownHistory{.knownUntilMillis = kNoon, .gaps = {}}));
         wait(call(&VXIMMessageStore::setDraft, store, bob, "draft"));
         shut();
         return contentOf(path());
@@ -102,7 +102,7 @@ TEST_F(StoreDamage, SetsADamagedFileAsideWithAllThatCanBeReadInTheNewOne) {
             EXPECT_TRUE(wait(call(&VXIMMessageStore::message, store, unsent_)))
                 << "what stands behind the damage";
         }
-        EXPECT_EQ(wait(call(&Operations::ground, shared(), bob))->knownUntilMillis, 0)
+        EXPECT_EQ(wait(call(&Operations::knownHistory, shared(), bob))->knownUntilMillis, 0)
             << "the histories are to be read again";
         EXPECT_NE(receive("goes on", kNoon + 3000).localId, 0);
         open();

@@ -194,7 +194,7 @@ TEST_F(StoreFaults, BringsAFileOfEveryEarlierVersionToThePresentOne) {
         EXPECT_EQ(texts(*wait(call(&Operations::waiting, shared()))), "unsent");
         EXPECT_EQ(conversations().front().draft, "a draft");
         EXPECT_EQ(conversations().front().unreadCount, 1);
-        EXPECT_EQ(wait(call(&Operations::ground, shared(), bob))->gaps,
+        EXPECT_EQ(wait(call(&Operations::knownHistory, shared(), bob))->gaps,
                   (std::vector<VXIMStoredGap>{{1000, 2000}}));
         change(after({}, 9).back().localId, {.state = VXIMStoredMessageSending, .attempts = 3});
         receive("new", kNoon + 5000);

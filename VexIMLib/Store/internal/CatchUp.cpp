@@ -29,16 +29,16 @@ constexpr std::int64_t kEndOfTime = 4'102'444'800'000;
 
 }  // namespace
 
-CatchUp::CatchUp(std::shared_ptr<VXIMMessageStore> store, Surroundings surroundings, Limits limits)
+CatchUp::CatchUp(std::shared_ptr<VXIMMessageStore> store, Callbacks callbacks, Limits limits)
     : store_(std::move(store)),
       operations_(store_),
-      surroundings_(std::move(surroundings)),
+      callbacks_(std::move(callbacks)),
       limits_(limits) {}
 
 void CatchUp::linkDidOpen() {
     linkDidClose();
     isOpen_ = true;
-    isTold_ = false;
+    isReported_ = false;
     result_ = {};
     isListing_ = true;
     const auto link = link_;
@@ -58,14 +58,14 @@ void CatchUp::linkDidClose() {
     for (const auto& [conversation, millis] : std::exchange(live_, {})) {
         if (!complete_.contains(conversation)) continue;
         // Without `weak`, because this object may be destroyed meanwhile.
-        operations_.ground(conversation,
-                           [operations = operations_, conversation = conversation,
-                            until = std::min(millis, wallMillis())](std::optional<Ground> ground,
-                                                                    const ErrorPtr&) mutable {
-                               if (!ground || ground->knownUntilMillis >= until) return;
-                               ground->knownUntilMillis = until;
-                               operations.setGround(conversation, *std::move(ground), nullptr);
-                           });
+        operations_.knownHistory(
+            conversation, [operations = operations_, conversation = conversation,
+                           until = std::min(millis, wallMillis())](
+                              std::optional<KnownHistory> history, const ErrorPtr&) mutable {
+                if (!history || history->knownUntilMillis >= until) return;
+                history->knownUntilMillis = until;
+                operations.setKnownHistory(conversation, *std::move(history), nullptr);
+            });
     }
     complete_.clear();
     readings_.clear();
@@ -78,8 +78,8 @@ void CatchUp::linkDidClose() {
 void CatchUp::read(const VXIMConversationId& conversation, std::int64_t sinceMillis) {
     Reading& reading = readings_[conversation];
     reading.sinceMillis = std::min(reading.sinceMillis, sinceMillis);
-    want(conversation);
-    startSome();
+    enqueue(conversation);
+    startQueued();
 }
 
 void CatchUp::didStoreLive(const VXIMConversationId& conversation, std::int64_t sentAtMillis) {
@@ -90,13 +90,13 @@ void CatchUp::didStoreLive(const VXIMConversationId& conversation, std::int64_t 
 void CatchUp::begin(std::vector<VXIMConversation> known) {
     isFresh_ = known.empty();
     for (const auto& conversation : known) {
-        if (hasHistory(conversation.id)) wantOnce(conversation.id);
+        if (hasHistory(conversation.id)) enqueueOnce(conversation.id);
         if (conversation.id.kind != VXIMConversationKindRoom) continue;
         markRoom(conversation.id,
                  conversation.lastMessage ? conversation.lastMessage->sentAtMillis : 0);
     }
     list(0);
-    startSome();
+    startQueued();
 }
 
 /// Asks the service for the user's conversations.
@@ -116,32 +116,33 @@ void CatchUp::list(int failures) {
             if (error) self->result_.error = error;
             for (const auto& info :
                  user->friends().value_or(std::vector<std::shared_ptr<VXIMFriendInfo>>())) {
-                self->wantOnce({VXIMConversationKindFriend, info->uid().description()});
+                self->enqueueOnce({VXIMConversationKindFriend, info->uid().description()});
             }
             for (const auto& group :
                  user->groups().value_or(std::vector<std::shared_ptr<VXIMGroup>>())) {
-                self->wantOnce({VXIMConversationKindGroup, group->groupId().description()});
+                self->enqueueOnce({VXIMConversationKindGroup, group->groupId().description()});
             }
             self->isListing_ = false;
-            self->startSome();
-            self->tellWhenDone();
+            self->startQueued();
+            self->reportWhenDone();
         });
 }
 
 /// Queues a reading from the end of the history. If the history is being read now, it is read once
 /// more afterwards, since newer messages may have come.
-void CatchUp::want(const VXIMConversationId& conversation) {
+void CatchUp::enqueue(const VXIMConversationId& conversation) {
     Reading& reading = readings_[conversation];
     if (std::exchange(reading.isWanted, true)) return;
     if (!reading.isRunning) queue_.push_back(conversation);
 }
 
 /// At most once for each login.
-void CatchUp::wantOnce(const VXIMConversationId& conversation) {
-    if (!readings_.contains(conversation) && !complete_.contains(conversation)) want(conversation);
+void CatchUp::enqueueOnce(const VXIMConversationId& conversation) {
+    if (!readings_.contains(conversation) && !complete_.contains(conversation))
+        enqueue(conversation);
 }
 
-void CatchUp::startSome() {
+void CatchUp::startQueued() {
     while (isOpen_ && runningCount_ < kMostAtOnce && !queue_.empty()) {
         const VXIMConversationId conversation = queue_.front();
         queue_.pop_front();
@@ -160,14 +161,16 @@ void CatchUp::start(const VXIMConversationId& conversation) {
     reading = std::move(fresh);
     reading.beforeMillis = kEndOfTime;
     reading.pageSize = kFirstPage;
-    operations_.ground(conversation, [weak = weak_from_this(), conversation, link = link_](
-                                         std::optional<Ground> ground, const ErrorPtr& error) {
-        const auto self = weak.lock();
-        if (!self || self->isStale(link)) return;
-        if (error || !ground) return self->tryAgainLater(conversation, error);
-        self->readings_[conversation].ground = *std::move(ground);
-        self->requestPage(conversation);
-    });
+    operations_.knownHistory(conversation,
+                             [weak = weak_from_this(), conversation, link = link_](
+                                 std::optional<KnownHistory> history, const ErrorPtr& error) {
+                                 const auto self = weak.lock();
+                                 if (!self || self->isStale(link)) return;
+                                 if (error || !history)
+                                     return self->tryAgainLater(conversation, error);
+                                 self->readings_[conversation].history = *std::move(history);
+                                 self->requestPage(conversation);
+                             });
 }
 
 void CatchUp::requestPage(const VXIMConversationId& conversation) {
@@ -187,7 +190,7 @@ void CatchUp::requestPage(const VXIMConversationId& conversation) {
 void CatchUp::didGetPage(const VXIMConversationId& conversation, const HistoryPage& page) {
     Reading& reading = readings_[conversation];
     auto arrivals = arrivalsOf(store_->userId(), conversation, page,
-                               reading.ground.knownUntilMillis != 0 || !isFresh_);
+                               reading.history.knownUntilMillis != 0 || !isFresh_);
     const bool bringsOlder = std::ranges::any_of(arrivals, [&](const Arrival& arrival) {
         const auto millis = timeOf(arrival.payload).value_or(0);
         return millis > 0 && millis < reading.oldestMillis;
@@ -195,24 +198,24 @@ void CatchUp::didGetPage(const VXIMConversationId& conversation, const HistoryPa
     if (arrivals.empty()) return finish(conversation, false);
 
     auto shared = std::make_shared<const std::vector<Arrival>>(arrivals);
-    surroundings_.insert(
-        std::move(arrivals),
-        [weak = weak_from_this(), conversation, link = link_, shared, bringsOlder](
-            const std::optional<std::vector<Merged>>& merged, const ErrorPtr& error) {
-            const auto self = weak.lock();
-            if (!self || self->isStale(link)) return;
-            // for example a full disk: nothing is marked as known, so this is read again
-            if (error || !merged) {
-                return self->tryAgainLater(conversation, error);
-            }
-            self->didStorePage(conversation, *shared, *merged, bringsOlder);
-        });
+    callbacks_.insert(std::move(arrivals),
+                      [weak = weak_from_this(), conversation, link = link_, shared, bringsOlder](
+                          const std::optional<std::vector<Merged>>& merged, const ErrorPtr& error) {
+                          const auto self = weak.lock();
+                          if (!self || self->isStale(link)) return;
+                          // for example a full disk: nothing is marked as known, so this is read
+                          // again
+                          if (error || !merged) {
+                              return self->tryAgainLater(conversation, error);
+                          }
+                          self->didStorePage(conversation, *shared, *merged, bringsOlder);
+                      });
 }
 
 void CatchUp::didStorePage(const VXIMConversationId& conversation, const std::vector<Arrival>& page,
                            const std::vector<Merged>& merged, bool bringsOlder) {
     Reading& reading = readings_[conversation];
-    const std::int64_t known = reading.ground.knownUntilMillis;
+    const std::int64_t known = reading.history.knownUntilMillis;
     for (std::size_t i = page.size(); i-- > 0;) {  // the newest first
         const bool isInserted = merged[i].outcome == Outcome::Inserted;
         const bool isOfKnownTime = timeOf(page[i].payload).value_or(0) <= known;
@@ -264,19 +267,19 @@ void CatchUp::tryAgainLater(const VXIMConversationId& conversation, const ErrorP
 
 void CatchUp::finish(const VXIMConversationId& conversation, bool isCutOff) {
     Reading& reading = readings_[conversation];
-    Ground ground = reading.ground;
+    KnownHistory history = reading.history;
     if (isCutOff) {
-        ground.gaps.push_back({ground.knownUntilMillis, reading.oldestMillis});
+        history.gaps.push_back({history.knownUntilMillis, reading.oldestMillis});
         ++result_.gapCount;
     }
     // Never later than now, whatever a sender's clock says: the next message may have an earlier
     // time.
     const std::int64_t reached = std::min(reading.newestMillis, wallMillis());
-    ground.knownUntilMillis = std::max({ground.knownUntilMillis, reached, std::int64_t{1}});
-    if (ground.knownUntilMillis == reading.ground.knownUntilMillis && !isCutOff)
+    history.knownUntilMillis = std::max({history.knownUntilMillis, reached, std::int64_t{1}});
+    if (history.knownUntilMillis == reading.history.knownUntilMillis && !isCutOff)
         return end(conversation, nullptr);
-    operations_.setGround(
-        conversation, std::move(ground),
+    operations_.setKnownHistory(
+        conversation, std::move(history),
         [weak = weak_from_this(), conversation, link = link_](bool, const ErrorPtr& error) {
             const auto self = weak.lock();
             if (!self || self->isStale(link)) return;
@@ -299,14 +302,14 @@ void CatchUp::end(const VXIMConversationId& conversation, const ErrorPtr& error)
         queue_.push_back(conversation);
     } else {
         readings_.erase(conversation);
-        surroundings_.didRead(conversation, error);
+        callbacks_.didRead(conversation, error);
     }
-    startSome();
-    tellWhenDone();
+    startQueued();
+    reportWhenDone();
 }
 
-void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap,
-                   VXIMCountCompletion completion) {
+void CatchUp::fillGap(const VXIMConversationId& conversation, VXIMStoredGap gap,
+                      VXIMCountCompletion completion) {
     // Messages of the same millisecond as the first one after the gap may be missing, too.
     requestHistory(
         store_->userId(), conversation, gap.beforeMillis + 1, kPageOfGap,
@@ -322,7 +325,7 @@ void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap,
             // A whole page of one millisecond: further messages of this millisecond cannot be read.
             const std::int64_t reached =
                 !isFull ? gap.afterMillis : std::min(oldest, gap.beforeMillis - 1);
-            self->surroundings_.insert(
+            self->callbacks_.insert(
                 std::move(arrivals),
                 [weak, conversation, gap, reached, completion](
                     const std::optional<std::vector<Merged>>& merged, const ErrorPtr& why) {
@@ -331,58 +334,58 @@ void CatchUp::fill(const VXIMConversationId& conversation, VXIMStoredGap gap,
                     if (!alive) return completion(std::nullopt, errors::notOpen());
                     const auto count =
                         std::ranges::count(*merged, Outcome::Inserted, &Merged::outcome);
-                    alive->narrow(conversation, gap, reached, count, completion);
+                    alive->narrowGap(conversation, gap, reached, count, completion);
                 });
         });
 }
 
-void CatchUp::narrow(const VXIMConversationId& conversation, VXIMStoredGap gap,
-                     std::int64_t reachedMillis, std::int64_t count,
-                     VXIMCountCompletion completion) {
-    operations_.ground(
+void CatchUp::narrowGap(const VXIMConversationId& conversation, VXIMStoredGap gap,
+                        std::int64_t reachedMillis, std::int64_t count,
+                        VXIMCountCompletion completion) {
+    operations_.knownHistory(
         conversation, [operations = operations_, conversation, gap, reachedMillis, count,
-                       completion = std::move(completion)](std::optional<Ground> ground,
+                       completion = std::move(completion)](std::optional<KnownHistory> history,
                                                            const ErrorPtr& error) mutable {
-            if (error || !ground) return completion(std::nullopt, error);
-            const auto found = std::ranges::find(ground->gaps, gap);
-            if (found == ground->gaps.end()) return completion(count, nullptr);
+            if (error || !history) return completion(std::nullopt, error);
+            const auto found = std::ranges::find(history->gaps, gap);
+            if (found == history->gaps.end()) return completion(count, nullptr);
             if (reachedMillis <= gap.afterMillis) {
-                ground->gaps.erase(found);
+                history->gaps.erase(found);
             } else {
                 found->beforeMillis = reachedMillis;
             }
-            operations.setGround(conversation, *std::move(ground),
-                                 [count, completion](bool, const ErrorPtr& why) {
-                                     completion(why ? std::nullopt : std::optional(count), why);
-                                 });
+            operations.setKnownHistory(
+                conversation, *std::move(history), [count, completion](bool, const ErrorPtr& why) {
+                    completion(why ? std::nullopt : std::optional(count), why);
+                });
         });
 }
 
 /// A room has no history, so messages sent since then cannot be read.
 void CatchUp::markRoom(const VXIMConversationId& conversation, std::int64_t lastMillis) {
-    operations_.ground(
+    operations_.knownHistory(
         conversation, [weak = weak_from_this(), conversation, lastMillis, link = link_](
-                          std::optional<Ground> ground, const ErrorPtr& error) {
+                          std::optional<KnownHistory> history, const ErrorPtr& error) {
             const auto self = weak.lock();
-            if (!self || self->isStale(link) || error || !ground) return;
+            if (!self || self->isStale(link) || error || !history) return;
             const std::int64_t now = wallMillis();
-            const std::int64_t after = std::max(ground->knownUntilMillis, lastMillis);
-            if (!ground->gaps.empty() && ground->gaps.back().beforeMillis >= after) {
-                ground->gaps.back().beforeMillis = now;  // nothing was received in between
+            const std::int64_t after = std::max(history->knownUntilMillis, lastMillis);
+            if (!history->gaps.empty() && history->gaps.back().beforeMillis >= after) {
+                history->gaps.back().beforeMillis = now;  // nothing was received in between
             } else if (after != 0) {
-                ground->gaps.push_back({after, now});
+                history->gaps.push_back({after, now});
                 ++self->result_.gapCount;
             }
-            ground->knownUntilMillis = now;
-            self->operations_.setGround(conversation, *std::move(ground), nullptr);
+            history->knownUntilMillis = now;
+            self->operations_.setKnownHistory(conversation, *std::move(history), nullptr);
             self->complete_.insert(conversation);
         });
 }
 
-void CatchUp::tellWhenDone() {
-    if (isTold_ || isListing_ || runningCount_ > 0 || !queue_.empty()) return;
-    isTold_ = true;
-    surroundings_.didCatchUp(result_);
+void CatchUp::reportWhenDone() {
+    if (isReported_ || isListing_ || runningCount_ > 0 || !queue_.empty()) return;
+    isReported_ = true;
+    callbacks_.didCatchUp(result_);
 }
 
 }  // namespace vexim::store

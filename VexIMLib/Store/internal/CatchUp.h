@@ -32,7 +32,7 @@ public:
         std::int64_t gapCount = 0;
         ErrorPtr error;
     };
-    struct Surroundings {
+    struct Callbacks {
         std::function<void(std::vector<Arrival>, MergedCompletion)> insert;
         /// A history that `read` asked for was read, or could not be (then with an error).
         std::function<void(const VXIMConversationId&, const ErrorPtr&)> didRead;
@@ -40,7 +40,7 @@ public:
         std::function<void(const Result&)> didCatchUp;
     };
 
-    CatchUp(std::shared_ptr<VXIMMessageStore> store, Surroundings surroundings, Limits limits);
+    CatchUp(std::shared_ptr<VXIMMessageStore> store, Callbacks callbacks, Limits limits);
 
     /// The service has accepted the login.
     void linkDidOpen();
@@ -48,8 +48,8 @@ public:
     /// Reads a history back to known messages, and at least to this time.
     void read(const VXIMConversationId& conversation, std::int64_t sinceMillis);
     /// Reads the newer end of a gap. `completion` gets how many messages were stored.
-    void fill(const VXIMConversationId& conversation, VXIMStoredGap gap,
-              VXIMCountCompletion completion);
+    void fillGap(const VXIMConversationId& conversation, VXIMStoredGap gap,
+                 VXIMCountCompletion completion);
     /// A live message was stored. While the connection is up, nothing is missing before it.
     void didStoreLive(const VXIMConversationId& conversation, std::int64_t sentAtMillis);
 
@@ -60,7 +60,7 @@ private:
         std::int64_t sinceMillis = INT64_MAX;
 
         // Of the current run.
-        Ground ground;
+        KnownHistory history;
         std::int64_t untilMillis = INT64_MAX;
         std::int64_t beforeMillis = 0;
         std::int32_t pageSize = 0;
@@ -75,13 +75,13 @@ private:
     bool isStale(std::uint64_t link) const noexcept { return link != link_ || !isOpen_; }
     void list(int failures);
     void begin(std::vector<VXIMConversation> known);
-    void want(const VXIMConversationId& conversation);
-    void wantOnce(const VXIMConversationId& conversation);
-    void startSome();
+    void enqueue(const VXIMConversationId& conversation);
+    void enqueueOnce(const VXIMConversationId& conversation);
+    void startQueued();
     void start(const VXIMConversationId& conversation);
     void requestPage(const VXIMConversationId& conversation);
-    void narrow(const VXIMConversationId& conversation, VXIMStoredGap gap,
-                std::int64_t reachedMillis, std::int64_t count, VXIMCountCompletion completion);
+    void narrowGap(const VXIMConversationId& conversation, VXIMStoredGap gap,
+                   std::int64_t reachedMillis, std::int64_t count, VXIMCountCompletion completion);
     void didGetPage(const VXIMConversationId& conversation, const HistoryPage& page);
     void didStorePage(const VXIMConversationId& conversation, const std::vector<Arrival>& page,
                       const std::vector<Merged>& merged, bool bringsOlder);
@@ -89,11 +89,11 @@ private:
     void finish(const VXIMConversationId& conversation, bool isCutOff);
     void end(const VXIMConversationId& conversation, const ErrorPtr& error);
     void markRoom(const VXIMConversationId& conversation, std::int64_t lastMillis);
-    void tellWhenDone();
+    void reportWhenDone();
 
     const std::shared_ptr<VXIMMessageStore> store_;
     Operations operations_;
-    const Surroundings surroundings_;
+    const Callbacks callbacks_;
     const Limits limits_;
     std::map<VXIMConversationId, Reading> readings_;
     std::deque<VXIMConversationId> queue_;
@@ -101,7 +101,7 @@ private:
     bool isOpen_ = false;
     bool isListing_ = false;
     bool isFresh_ = false;  // the store was empty: messages read now do not count as unread
-    bool isTold_ = true;
+    bool isReported_ = true;
     std::uint64_t link_ = 0;
     Result result_;
     // the newest time of live messages since the mark

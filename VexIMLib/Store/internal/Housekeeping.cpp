@@ -118,18 +118,18 @@ void removeConversation(Tables& tables, const VXIMConversationId& id) {
     tables.forget();
 }
 
-Ground ground(Tables& tables, const Tables::Conversation& conversation) {
+KnownHistory knownHistory(Tables& tables, const Tables::Conversation& conversation) {
     return {.knownUntilMillis = conversation.knownUntil, .gaps = gaps(tables, conversation.id)};
 }
 
-void setGround(Tables& tables, const VXIMConversationId& id, const Ground& ground) {
+void setKnownHistory(Tables& tables, const VXIMConversationId& id, const KnownHistory& history) {
     Tables::Conversation& conversation = tables.findOrMake(id);
-    conversation.knownUntil = ground.knownUntilMillis;
+    conversation.knownUntil = history.knownUntilMillis;
     tables.save(conversation);
     tables.database.prepare("DELETE FROM gap WHERE conversation = ?1")
         .bind(1, conversation.row)
         .run();
-    for (const VXIMStoredGap& gap : ground.gaps) {
+    for (const VXIMStoredGap& gap : history.gaps) {
         tables.database
             .prepare("INSERT OR REPLACE INTO gap(conversation, after, before) VALUES(?1, ?2, ?3)")
             .bind(1, conversation.row)
@@ -137,11 +137,6 @@ void setGround(Tables& tables, const VXIMConversationId& id, const Ground& groun
             .bind(3, gap.beforeMillis)
             .run();
     }
-}
-
-void forgetGrounds(Tables& tables) {
-    tables.database.execute("UPDATE conversation SET known_until = 0");
-    tables.forget();
 }
 
 void setRetention(Tables& tables, const VXIMRetention& retention) {

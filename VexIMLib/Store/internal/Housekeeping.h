@@ -15,11 +15,8 @@ void markRead(Tables& tables, const VXIMConversationId& id,
               const std::optional<VXIMStorePosition>& upTo);
 void setDraft(Tables& tables, const VXIMConversationId& id, const std::string& draft);
 void removeConversation(Tables& tables, const VXIMConversationId& id);
-Ground ground(Tables& tables, const Tables::Conversation& conversation);
-void setGround(Tables& tables, const VXIMConversationId& id, const Ground& ground);
-/// Resets the marks: messages that were read from the histories may have been lost with a damaged
-/// file.
-void forgetGrounds(Tables& tables);
+KnownHistory knownHistory(Tables& tables, const Tables::Conversation& conversation);
+void setKnownHistory(Tables& tables, const VXIMConversationId& id, const KnownHistory& history);
 
 void setRetention(Tables& tables, const VXIMRetention& retention);
 /// Removes messages beyond the limits, `most` at most, and returns how many.

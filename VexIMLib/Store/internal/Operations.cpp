@@ -73,20 +73,20 @@ void Operations::waiting(VXIMStoredMessagesCompletion completion) {
                          [](Tables& tables) { return store::waiting(tables); });
 }
 
-void Operations::ground(VXIMConversationId conversation, GroundCompletion completion) {
+void Operations::knownHistory(VXIMConversationId conversation, KnownHistoryCompletion completion) {
     store_->engine_->run(Mode::Read, std::move(completion),
                          [conversation = std::move(conversation)](Tables& tables) {
                              const Tables::Conversation* const found = tables.find(conversation);
-                             return found ? store::ground(tables, *found) : Ground();
+                             return found ? store::knownHistory(tables, *found) : KnownHistory();
                          });
 }
 
-void Operations::setGround(VXIMConversationId conversation, Ground ground,
-                           VXIMBooleanCompletion completion) {
+void Operations::setKnownHistory(VXIMConversationId conversation, KnownHistory history,
+                                 VXIMBooleanCompletion completion) {
     store_->engine_->run(
         Mode::Write, std::move(completion),
-        [conversation = std::move(conversation), ground = std::move(ground)](Tables& tables) {
-            store::setGround(tables, conversation, ground);
+        [conversation = std::move(conversation), history = std::move(history)](Tables& tables) {
+            store::setKnownHistory(tables, conversation, history);
             return true;
         });
 }

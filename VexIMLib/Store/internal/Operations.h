@@ -57,12 +57,13 @@ using MergedCompletion =
     std::function<void(std::optional<std::vector<Merged>> merged, ErrorPtr error)>;
 
 /// How far a conversation's history is known.
-struct Ground {
+struct KnownHistory {
     // everything up to here is stored, or in a recorded gap; 0: nothing is
     std::int64_t knownUntilMillis = 0;
     std::vector<VXIMStoredGap> gaps = {};
 };
-using GroundCompletion = std::function<void(std::optional<Ground> ground, ErrorPtr error)>;
+using KnownHistoryCompletion =
+    std::function<void(std::optional<KnownHistory> history, ErrorPtr error)>;
 
 /// The operations of outbox and catch-up on a store, in addition to the public ones, with the same
 /// threads and errors.
@@ -97,10 +98,10 @@ public:
     /// All unconfirmed own messages (queued, sending, sent, failed), in order within each
     /// conversation.
     void waiting(VXIMStoredMessagesCompletion completion);
-    void ground(VXIMConversationId conversation, GroundCompletion completion);
+    void knownHistory(VXIMConversationId conversation, KnownHistoryCompletion completion);
     /// Replaces it. Adds the conversation if it is missing.
-    void setGround(VXIMConversationId conversation, Ground ground,
-                   VXIMBooleanCompletion completion);
+    void setKnownHistory(VXIMConversationId conversation, KnownHistory history,
+                         VXIMBooleanCompletion completion);
 
 private:
     std::shared_ptr<VXIMMessageStore> store_;

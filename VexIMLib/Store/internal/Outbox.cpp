@@ -45,10 +45,10 @@ void address(VXIMMessage& message, const VXIMConversationId& conversation) {
 
 }  // namespace
 
-Outbox::Outbox(std::shared_ptr<VXIMMessageStore> store, Surroundings surroundings, Limits limits)
+Outbox::Outbox(std::shared_ptr<VXIMMessageStore> store, Callbacks callbacks, Limits limits)
     : store_(std::move(store)),
       operations_(store_),
-      surroundings_(std::move(surroundings)),
+      callbacks_(std::move(callbacks)),
       limits_(limits) {}
 
 void Outbox::load(VXIMBooleanCompletion completion) {
@@ -61,17 +61,17 @@ void Outbox::load(VXIMBooleanCompletion completion) {
                 if (row.state == VXIMStoredMessageFailed) continue;
                 const auto stage =
                     row.state == VXIMStoredMessageQueued ? Stage::Waiting : Stage::Doubtful;
-                self->take(std::move(row), stage, nullptr);
+                self->enqueue(std::move(row), stage, nullptr);
             }
             if (completion) completion(error == nullptr, error);
-            self->pumpAll();
+            self->sendAllWaiting();
         });
 }
 
 void Outbox::reload() {
     std::vector<std::int64_t> all;  // of each conversation in its order
-    for (const auto& [conversation, lane] : lanes_) {
-        for (const auto& [localId, item] : lane.items) all.push_back(localId);
+    for (const auto& [conversation, queue] : queues_) {
+        for (const auto& [localId, item] : queue.items) all.push_back(localId);
     }
     for (const auto localId : all) {
         ++reloading_;
@@ -93,8 +93,8 @@ void Outbox::restore(std::int64_t localId) {
     const Item lost = *find(conversation, localId);
     if (lost.transfer) lost.transfer->cancel();
     drop(conversation, localId);
-    const bool mayBeOut = lost.stage == Stage::Handing || lost.stage == Stage::Handed ||
-                          lost.stage == Stage::Doubtful;
+    const bool mayBeSent = lost.stage == Stage::Sending || lost.stage == Stage::AwaitingEcho ||
+                           lost.stage == Stage::Doubtful;
     std::vector<std::string> files;
     std::error_code ignored;
     for (const auto& file : lost.row.attachmentFiles) {
@@ -103,14 +103,14 @@ void Outbox::restore(std::int64_t localId) {
     ++adding_;
     operations_.addOutgoing(
         conversation, lost.row.payload, std::move(files),
-        [weak = weak_from_this(), conversation, mayBeOut, progress = lost.progress](
+        [weak = weak_from_this(), conversation, mayBeSent, progress = lost.progress](
             const std::optional<VXIMStoredMessage>& row, const ErrorPtr& error) {
             const auto self = weak.lock();
             if (!self) return;
             --self->adding_;
-            if (error) return self->surroundings_.complain(error);
-            if (row) self->take(*row, mayBeOut ? Stage::Doubtful : Stage::Waiting, progress);
-            self->pump(conversation);
+            if (error) return self->callbacks_.didFail(error);
+            if (row) self->enqueue(*row, mayBeSent ? Stage::Doubtful : Stage::Waiting, progress);
+            self->sendWaiting(conversation);
         });
 }
 
@@ -138,9 +138,9 @@ void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message,
                                              const ErrorPtr& error) {
             const auto self = weak.lock();
             if (self) --self->adding_;
-            if (self && row) self->take(*row, Stage::Waiting, progress);
+            if (self && row) self->enqueue(*row, Stage::Waiting, progress);
             if (completion) completion(row, error);
-            if (self) self->pump(conversation);
+            if (self) self->sendWaiting(conversation);
         });
 }
 
@@ -148,11 +148,11 @@ void Outbox::retry(std::int64_t localId, VXIMBooleanCompletion completion) {
     // it waits: try it now
     if (const auto place = places_.find(localId); place != places_.end()) {
         const VXIMConversationId conversation = place->second;
-        laneOf(conversation).isPaused = false;
+        queueOf(conversation).isPaused = false;
         MainQueue::shared().async([completion = std::move(completion)] {
             if (completion) completion(true, nullptr);
         });
-        return pump(conversation);
+        return sendWaiting(conversation);
     }
     store_->message(
         localId, [weak = weak_from_this(), completion = std::move(completion)](
@@ -171,10 +171,10 @@ void Outbox::retry(std::int64_t localId, VXIMBooleanCompletion completion) {
                     const auto outbox = weak.lock();
                     const bool isQueued = written && written->state == VXIMStoredMessageQueued;
                     if (outbox && isQueued && !outbox->places_.contains(written->localId)) {
-                        outbox->take(*written, Stage::Waiting, nullptr);
+                        outbox->enqueue(*written, Stage::Waiting, nullptr);
                     }
                     if (completion) completion(why == nullptr, why);
-                    if (outbox && written) outbox->pump(written->conversation);
+                    if (outbox && written) outbox->sendWaiting(written->conversation);
                 });
         });
 }
@@ -189,7 +189,7 @@ void Outbox::cancel(std::int64_t localId, VXIMBooleanCompletion completion) {
     operations_.remove(localId, [weak = weak_from_this(), completion = std::move(completion)](
                                     bool removed, const ErrorPtr& error) {
         if (completion) completion(removed, error);
-        if (const auto self = weak.lock()) self->pumpAll();
+        if (const auto self = weak.lock()) self->sendAllWaiting();
     });
 }
 
@@ -197,18 +197,19 @@ void Outbox::linkDidOpen() {
     if (isOpen_) linkDidClose();
     isOpen_ = true;
     ++link_;
-    pumpAll();
+    sendAllWaiting();
 }
 
 void Outbox::linkDidClose() {
     isOpen_ = false;
-    for (auto& [conversation, lane] : lanes_) {
-        lane.isLookingUp = lane.hasLookedTwice = lane.isAskingForEchoes = lane.isPaused = false;
-        lane.failures = 0;
-        for (auto& [localId, item] : lane.items) {
+    for (auto& [conversation, queue] : queues_) {
+        queue.isLookingUp = queue.hasLookedUpTwice = queue.isAskingForEchoes = queue.isPaused =
+            false;
+        queue.failures = 0;
+        for (auto& [localId, item] : queue.items) {
             switch (item.stage) {
-                case Stage::Handed: item.stage = Stage::Doubtful; break;
-                case Stage::Handing:
+                case Stage::AwaitingEcho: item.stage = Stage::Doubtful; break;
+                case Stage::Sending:
                     // It must not be sent on the next connection before doubtful messages have been
                     // looked up.
                     if (item.transfer) item.transfer->cancel();
@@ -231,16 +232,16 @@ void Outbox::didConfirm(std::int64_t localId, bool withItsKey) {
     if (place == places_.end()) return;
     const VXIMConversationId conversation = place->second;
     drop(conversation, localId);
-    pump(conversation);
+    sendWaiting(conversation);
 }
 
 void Outbox::didLookUp(const VXIMConversationId& conversation, const ErrorPtr& error) {
-    Lane& lane = laneOf(conversation);
-    if (std::exchange(lane.isAskingForEchoes, false)) didMissEchoes(conversation, error);
-    if (!lane.isLookingUp || (!error && looksOnceMore(conversation, lane))) return;
-    lane.isLookingUp = lane.hasLookedTwice = false;
+    Queue& queue = queueOf(conversation);
+    if (std::exchange(queue.isAskingForEchoes, false)) didMissEchoes(conversation, error);
+    if (!queue.isLookingUp || (!error && looksUpOnceMore(conversation, queue))) return;
+    queue.isLookingUp = queue.hasLookedUpTwice = false;
     std::vector<std::int64_t> doubtful;
-    for (const auto& [localId, item] : lane.items) {
+    for (const auto& [localId, item] : queue.items) {
         if (item.stage == Stage::Doubtful) doubtful.push_back(localId);
     }
     for (const auto localId : doubtful) {
@@ -248,30 +249,30 @@ void Outbox::didLookUp(const VXIMConversationId& conversation, const ErrorPtr& e
             fail(conversation, localId, errors::fateUnknown(error));
             continue;
         }
-        Item& item = lane.items.at(localId);  // the service does not have it
+        Item& item = queue.items.at(localId);  // the service does not have it
         item.stage = Stage::Waiting;
         write(item, VXIMStoredMessageQueued, nullptr, false, nullptr);
     }
-    pump(conversation);
+    sendWaiting(conversation);
 }
 
 Outbox::Item* Outbox::find(const VXIMConversationId& conversation, std::int64_t localId) {
-    Lane& lane = laneOf(conversation);
-    const auto found = lane.items.find(localId);
-    return found == lane.items.end() ? nullptr : &found->second;
+    Queue& queue = queueOf(conversation);
+    const auto found = queue.items.find(localId);
+    return found == queue.items.end() ? nullptr : &found->second;
 }
 
-void Outbox::take(VXIMStoredMessage row, Stage stage, VXIMProgress progress) {
+void Outbox::enqueue(VXIMStoredMessage row, Stage stage, VXIMProgress progress) {
     const auto localId = row.localId;
     places_.emplace(localId, row.conversation);
-    Item& item = laneOf(row.conversation).items[localId];
+    Item& item = queueOf(row.conversation).items[localId];
     item.row = std::move(row);
     item.stage = stage;
     item.progress = std::move(progress);
 }
 
 void Outbox::drop(const VXIMConversationId& conversation, std::int64_t localId) {
-    laneOf(conversation).items.erase(localId);
+    queueOf(conversation).items.erase(localId);
     places_.erase(localId);
 }
 
@@ -289,9 +290,9 @@ void Outbox::write(const Item& item, VXIMStoredMessageState state, const ErrorPt
     operations_.change(
         item.row.localId,
         {.state = state, .error = error, .payload = std::move(payload), .attempts = std::nullopt},
-        [complain = surroundings_.complain, completion = std::move(completion)](
+        [didFail = callbacks_.didFail, completion = std::move(completion)](
             const std::optional<VXIMStoredMessage>& row, const ErrorPtr& why) {
-            if (why && !why->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) complain(why);
+            if (why && !why->is(VXIMStoreErrorDomain, VXIMStoreErrorNotFound)) didFail(why);
             if (completion) completion(row, why);
         });
 }

@@ -30,17 +30,17 @@ public:
         std::chrono::milliseconds longestWait;  // from queueing to sending
         std::chrono::milliseconds echoTimeout;  // until a missing echo is looked up
     };
-    struct Surroundings {
+    struct Callbacks {
         std::function<void(const std::shared_ptr<VXIMMessage>&, VXIMProgress, VXIMBooleanCompletion,
                            std::shared_ptr<VXIMTransfer>)>
-            say;
+            send;
         /// Reads the conversation's history back to a time. `didLookUp` is called with the result.
         std::function<void(const VXIMConversationId&, std::int64_t sinceMillis)> lookUp;
         /// The store could not write a change; it is tried again.
-        std::function<void(const ErrorPtr&)> complain;
+        std::function<void(const ErrorPtr&)> didFail;
     };
 
-    Outbox(std::shared_ptr<VXIMMessageStore> store, Surroundings surroundings, Limits limits);
+    Outbox(std::shared_ptr<VXIMMessageStore> store, Callbacks callbacks, Limits limits);
 
     /// Loads the unsent messages of earlier runs of the program.
     void load(VXIMBooleanCompletion completion);
@@ -66,25 +66,25 @@ public:
 
 private:
     enum class Stage {
-        Waiting,   // waits for its turn
-        Writing,   // being stored as Sending
-        Ready,     // the store has it as Sending
-        Handing,   // the client has it, uploading or about to emit
-        Handed,    // the connection has it; waiting for its echo
-        Doubtful,  // it was passed on, and then the connection was lost
+        Waiting,       // waits for its turn
+        Writing,       // being stored as Sending
+        Ready,         // the store has it as Sending
+        Sending,       // the client has it, uploading or about to emit
+        AwaitingEcho,  // the connection has it; waiting for its echo
+        Doubtful,      // it was passed on, and then the connection was lost
     };
     struct Item {
         VXIMStoredMessage row;
         Stage stage = Stage::Waiting;
-        Clock::TimePoint handedAt{};
+        Clock::TimePoint awaitingEchoSince{};
         int missedEchoes = 0;
         std::shared_ptr<VXIMTransfer> transfer;  // while it is uploaded
         VXIMProgress progress;
     };
-    struct Lane {
+    struct Queue {
         std::map<std::int64_t, Item> items;  // by local id, which is the order of sending
         bool isLookingUp = false;            // before anything else is sent
-        bool hasLookedTwice = false;
+        bool hasLookedUpTwice = false;
         bool isAskingForEchoes = false;
         bool isPaused = false;  // after a temporary failure
         int failures = 0;       // in a row
@@ -92,37 +92,37 @@ private:
         std::int64_t lastMillis = 0;  // the time that the last message was sent with
     };
 
-    Lane& laneOf(const VXIMConversationId& conversation) { return lanes_[conversation]; }
+    Queue& queueOf(const VXIMConversationId& conversation) { return queues_[conversation]; }
     Item* find(const VXIMConversationId& conversation, std::int64_t localId);
-    void take(VXIMStoredMessage row, Stage stage, VXIMProgress progress);
+    void enqueue(VXIMStoredMessage row, Stage stage, VXIMProgress progress);
     void drop(const VXIMConversationId& conversation, std::int64_t localId);
-    void pump(const VXIMConversationId& conversation);
-    void pumpAll();
-    bool resolveDoubts(const VXIMConversationId& conversation, Lane& lane);
-    static std::int64_t oldestDoubt(const Lane& lane);
-    bool looksOnceMore(const VXIMConversationId& conversation, Lane& lane);
+    void sendWaiting(const VXIMConversationId& conversation);
+    void sendAllWaiting();
+    bool resolveDoubts(const VXIMConversationId& conversation, Queue& queue);
+    static std::int64_t oldestDoubt(const Queue& queue);
+    bool looksUpOnceMore(const VXIMConversationId& conversation, Queue& queue);
     void restore(std::int64_t localId);
-    void writeAhead(const VXIMConversationId& conversation, Lane& lane);
-    void handOver(const VXIMConversationId& conversation, Lane& lane);
-    void hand(const VXIMConversationId& conversation, Lane& lane, Item& item);
-    void didHand(const VXIMConversationId& conversation, std::int64_t localId, std::uint64_t link,
+    void writeAhead(const VXIMConversationId& conversation, Queue& queue);
+    void sendReady(const VXIMConversationId& conversation, Queue& queue);
+    void send(const VXIMConversationId& conversation, Queue& queue, Item& item);
+    void didSend(const VXIMConversationId& conversation, std::int64_t localId, std::uint64_t link,
                  Dictionary sent, const std::shared_ptr<VXIMMessage>& message,
                  const ErrorPtr& error);
-    void hold(const VXIMConversationId& conversation, Lane& lane, Item& item,
-              const ErrorPtr& error);
-    void pause(const VXIMConversationId& conversation, Lane& lane);
+    void requeue(const VXIMConversationId& conversation, Queue& queue, Item& item,
+                 const ErrorPtr& error);
+    void pause(const VXIMConversationId& conversation, Queue& queue);
     void fail(const VXIMConversationId& conversation, std::int64_t localId, const ErrorPtr& error);
     void write(const Item& item, VXIMStoredMessageState state, const ErrorPtr& error,
                bool withPayload, VXIMStoredMessageCompletion completion);
-    void awaitEchoes(const VXIMConversationId& conversation, Lane& lane);
+    void awaitEchoes(const VXIMConversationId& conversation, Queue& queue);
     void checkEchoes(const VXIMConversationId& conversation);
     void didMissEchoes(const VXIMConversationId& conversation, const ErrorPtr& cause);
 
     const std::shared_ptr<VXIMMessageStore> store_;
     Operations operations_;
-    const Surroundings surroundings_;
+    const Callbacks callbacks_;
     const Limits limits_;
-    std::map<VXIMConversationId, Lane> lanes_;
+    std::map<VXIMConversationId, Queue> queues_;
     std::unordered_map<std::int64_t, VXIMConversationId> places_;  // of all items
     // operations that the store has not answered yet
     std::size_t adding_ = 0;

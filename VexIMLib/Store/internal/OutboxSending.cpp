@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 
 // How many messages of a conversation may wait for their echoes, and how many are stored ahead. So
 // not every message costs a round trip.
-constexpr std::size_t kMostHanded = 64;
+constexpr std::size_t kMostAwaitingEcho = 64;
 constexpr std::size_t kMostWrittenAhead = 16;
 constexpr int kMostMissedEchoes = 2;
 // How far a history may be behind what was sent.
@@ -37,23 +37,23 @@ bool mayPass(const ErrorPtr& error) {
 
 }  // namespace
 
-void Outbox::pumpAll() {
+void Outbox::sendAllWaiting() {
     std::vector<VXIMConversationId> all;
-    for (const auto& [conversation, lane] : lanes_) all.push_back(conversation);
-    for (const auto& conversation : all) pump(conversation);
+    for (const auto& [conversation, queue] : queues_) all.push_back(conversation);
+    for (const auto& conversation : all) sendWaiting(conversation);
 }
 
-void Outbox::pump(const VXIMConversationId& conversation) {
-    Lane& lane = laneOf(conversation);
-    if (!isOpen_ || lane.isPaused || lane.isLookingUp) return;
-    if (!resolveDoubts(conversation, lane)) return;
-    writeAhead(conversation, lane);
-    handOver(conversation, lane);
+void Outbox::sendWaiting(const VXIMConversationId& conversation) {
+    Queue& queue = queueOf(conversation);
+    if (!isOpen_ || queue.isPaused || queue.isLookingUp) return;
+    if (!resolveDoubts(conversation, queue)) return;
+    writeAhead(conversation, queue);
+    sendReady(conversation, queue);
 }
 
-std::int64_t Outbox::oldestDoubt(const Lane& lane) {
+std::int64_t Outbox::oldestDoubt(const Queue& queue) {
     std::int64_t since = INT64_MAX;
-    for (const auto& [localId, item] : lane.items) {
+    for (const auto& [localId, item] : queue.items) {
         if (item.stage == Stage::Doubtful) since = std::min(since, item.row.sentAtMillis);
     }
     return since;
@@ -61,33 +61,34 @@ std::int64_t Outbox::oldestDoubt(const Lane& lane) {
 
 /// A history may be behind. If there are no keys to recognise a second copy, ask once more before
 /// sending anything again. Returns false if that was done already.
-bool Outbox::looksOnceMore(const VXIMConversationId& conversation, Lane& lane) {
-    if (keepsKeys_ || oldestDoubt(lane) == INT64_MAX || std::exchange(lane.hasLookedTwice, true))
+bool Outbox::looksUpOnceMore(const VXIMConversationId& conversation, Queue& queue) {
+    if (keepsKeys_ || oldestDoubt(queue) == INT64_MAX ||
+        std::exchange(queue.hasLookedUpTwice, true))
         return false;
     MainQueue::shared().after(kHistoryLag, [weak = weak_from_this(), conversation, link = link_] {
         const auto self = weak.lock();
         if (!self || link != self->link_ || !self->isOpen_) return;
         // Even if all were found meanwhile: the answer lets the other messages continue.
-        self->surroundings_.lookUp(conversation, self->oldestDoubt(self->laneOf(conversation)));
+        self->callbacks_.lookUp(conversation, self->oldestDoubt(self->queueOf(conversation)));
     });
     return true;
 }
 
 /// False if something must be looked up first.
-bool Outbox::resolveDoubts(const VXIMConversationId& conversation, Lane& lane) {
-    for (const auto& [localId, item] : lane.items) {
-        if (item.stage == Stage::Handing) return true;  // it ends first
+bool Outbox::resolveDoubts(const VXIMConversationId& conversation, Queue& queue) {
+    for (const auto& [localId, item] : queue.items) {
+        if (item.stage == Stage::Sending) return true;  // it ends first
     }
-    const auto since = oldestDoubt(lane);
+    const auto since = oldestDoubt(queue);
     if (since == INT64_MAX) return true;
     if (conversation.kind != VXIMConversationKindRoom) {
-        lane.isLookingUp = true;
-        surroundings_.lookUp(conversation, since);
+        queue.isLookingUp = true;
+        callbacks_.lookUp(conversation, since);
         return false;
     }
     // A room has no history. With keys a second copy is recognised; without them the user decides.
     std::vector<std::int64_t> doubtful;
-    for (const auto& [localId, item] : lane.items) {
+    for (const auto& [localId, item] : queue.items) {
         if (item.stage == Stage::Doubtful) doubtful.push_back(localId);
     }
     for (const auto localId : doubtful) {
@@ -95,15 +96,15 @@ bool Outbox::resolveDoubts(const VXIMConversationId& conversation, Lane& lane) {
             fail(conversation, localId, errors::fateUnknown(nullptr));
             continue;
         }
-        lane.items.at(localId).stage = Stage::Waiting;
+        queue.items.at(localId).stage = Stage::Waiting;
     }
     return true;
 }
 
-void Outbox::writeAhead(const VXIMConversationId& conversation, Lane& lane) {
+void Outbox::writeAhead(const VXIMConversationId& conversation, Queue& queue) {
     std::size_t ahead = 0;
     std::vector<std::int64_t> tooOld;
-    for (auto& [localId, item] : lane.items) {
+    for (auto& [localId, item] : queue.items) {
         if (item.stage == Stage::Writing || item.stage == Stage::Ready) ++ahead;
         if (ahead >= kMostWrittenAhead) break;
         if (item.stage == Stage::Waiting) {
@@ -130,42 +131,42 @@ void Outbox::writeAhead(const VXIMConversationId& conversation, Lane& lane) {
                       } else if (error) {
                           // store every message before sending it
                           ours->stage = Stage::Waiting;
-                          self->pause(conversation, self->laneOf(conversation));
+                          self->pause(conversation, self->queueOf(conversation));
                       } else {
                           ours->stage = Stage::Ready;
                       }
-                      self->pump(conversation);
+                      self->sendWaiting(conversation);
                   });
         }
-        if (item.stage != Stage::Handed && !item.row.attachmentFiles.empty())
+        if (item.stage != Stage::AwaitingEcho && !item.row.attachmentFiles.empty())
             break;  // messages after an upload are not sent yet
     }
     for (const auto localId : tooOld) fail(conversation, localId, errors::tooOld());
 }
 
-void Outbox::handOver(const VXIMConversationId& conversation, Lane& lane) {
-    std::size_t handed = 0;
-    for (auto& [localId, item] : lane.items) {
+void Outbox::sendReady(const VXIMConversationId& conversation, Queue& queue) {
+    std::size_t awaiting = 0;
+    for (auto& [localId, item] : queue.items) {
         switch (item.stage) {
-            case Stage::Handed:
-                if (++handed >= kMostHanded) return;
+            case Stage::AwaitingEcho:
+                if (++awaiting >= kMostAwaitingEcho) return;
                 break;
-            case Stage::Ready: return hand(conversation, lane, item);
+            case Stage::Ready: return send(conversation, queue, item);
             case Stage::Waiting:
             case Stage::Writing:
-            case Stage::Handing:
+            case Stage::Sending:
             case Stage::Doubtful: return;  // one message after the other
         }
     }
 }
 
-void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item) {
+void Outbox::send(const VXIMConversationId& conversation, Queue& queue, Item& item) {
     // No two messages of a conversation have the same time, so their order is the same for
     // everybody.
-    if (const auto ahead = lane.lastMillis - wallMillis();
+    if (const auto ahead = queue.lastMillis - wallMillis();
         ahead >= 0 && ahead < kMostClockStepMillis) {
         return MainQueue::shared().after(1ms, [weak = weak_from_this(), conversation] {
-            if (const auto self = weak.lock()) self->pump(conversation);
+            if (const auto self = weak.lock()) self->sendWaiting(conversation);
         });
     }
     const auto localId = item.row.localId;
@@ -178,122 +179,123 @@ void Outbox::hand(const VXIMConversationId& conversation, Lane& lane, Item& item
             fail(conversation, localId,
                  Error::withDescription(kURLErrorDomain, URLErrorFileDoesNotExist,
                                         "The file is missing: " + path));
-            return pump(conversation);
+            return sendWaiting(conversation);
         }
         message->setAttachmentPath(path);
         item.transfer = VXIMTransfer::transfer();
     }
-    item.stage = Stage::Handing;
+    item.stage = Stage::Sending;
     const auto sent = std::make_shared<Dictionary>();
     auto done = [weak = weak_from_this(), conversation, localId, link = link_, sent, message](
                     bool, const ErrorPtr& error) {
         // `say` may complete at once
         MainQueue::shared().async([weak, conversation, localId, link, sent, message, error] {
             if (const auto self = weak.lock())
-                self->didHand(conversation, localId, link, *sent, message, error);
+                self->didSend(conversation, localId, link, *sent, message, error);
         });
     };
     try {
-        surroundings_.say(message, item.progress, std::move(done), item.transfer);
+        callbacks_.send(message, item.progress, std::move(done), item.transfer);
     } catch (const Exception& cause) {
         fail(conversation, localId,
              Error::withDescription(VXIMErrorDomain, VXIMErrorCannotSend, cause.what()));
-        return pump(conversation);
+        return sendWaiting(conversation);
     }
     *sent = message->payload();  // with its send time; afterwards the client
                                  // writes another
-    lane.lastMillis = sent->get("ts").longLongValue();
+    queue.lastMillis = sent->get("ts").longLongValue();
 }
 
-void Outbox::didHand(const VXIMConversationId& conversation, std::int64_t localId,
+void Outbox::didSend(const VXIMConversationId& conversation, std::int64_t localId,
                      std::uint64_t link, Dictionary sent,
                      const std::shared_ptr<VXIMMessage>& message, const ErrorPtr& error) {
     Item* const item = find(conversation, localId);
     // cancelled, or an echo was faster
-    if (!item || item->stage != Stage::Handing) return pump(conversation);
-    Lane& lane = laneOf(conversation);
+    if (!item || item->stage != Stage::Sending) return sendWaiting(conversation);
+    Queue& queue = queueOf(conversation);
     item->transfer = nullptr;
     if (const auto url = message->attachmentUrl()) {  // not uploaded again
         sent.set("content", message->payload().get("content"));
         item->row.payload = sent;
     }
     if (message->status() == VXIMMessageStatusSent) {
-        lane.failures = 0;
+        queue.failures = 0;
         item->row.payload = std::move(sent);
-        item->row.sentAtMillis = lane.lastMillis;
-        item->handedAt = Clock::shared()->now();
-        item->stage = isOpen_ && link == link_ ? Stage::Handed : Stage::Doubtful;
+        item->row.sentAtMillis = queue.lastMillis;
+        item->awaitingEchoSince = Clock::shared()->now();
+        item->stage = isOpen_ && link == link_ ? Stage::AwaitingEcho : Stage::Doubtful;
         write(*item, VXIMStoredMessageSent, nullptr, true, nullptr);
-        awaitEchoes(conversation, lane);
+        awaitEchoes(conversation, queue);
     } else {
         const ErrorPtr cause = error ? error : message->error();
         if (!cause || mayPass(cause)) {
-            hold(conversation, lane, *item, cause);
+            requeue(conversation, queue, *item, cause);
         } else {
             fail(conversation, localId, cause);
         }
     }
-    pump(conversation);
+    sendWaiting(conversation);
 }
 
 /// Makes the message wait, and with it the later ones of its conversation.
-void Outbox::hold(const VXIMConversationId& conversation, Lane& lane, Item& item,
-                  const ErrorPtr& error) {
+void Outbox::requeue(const VXIMConversationId& conversation, Queue& queue, Item& item,
+                     const ErrorPtr& error) {
     item.stage = Stage::Waiting;
     write(item, VXIMStoredMessageQueued, error, true, nullptr);
-    pause(conversation, lane);
+    pause(conversation, queue);
 }
 
-void Outbox::pause(const VXIMConversationId& conversation, Lane& lane) {
+void Outbox::pause(const VXIMConversationId& conversation, Queue& queue) {
     if (!isOpen_) return;  // the next connection ends it
-    lane.isPaused = true;
-    MainQueue::shared().after(pauseAfter(lane.failures++),
+    queue.isPaused = true;
+    MainQueue::shared().after(pauseAfter(queue.failures++),
                               [weak = weak_from_this(), conversation, link = link_] {
                                   const auto self = weak.lock();
                                   if (!self || link != self->link_) return;
-                                  self->laneOf(conversation).isPaused = false;
-                                  self->pump(conversation);
+                                  self->queueOf(conversation).isPaused = false;
+                                  self->sendWaiting(conversation);
                               });
 }
 
-void Outbox::awaitEchoes(const VXIMConversationId& conversation, Lane& lane) {
-    if (std::exchange(lane.isTimerSet, true)) return;
+void Outbox::awaitEchoes(const VXIMConversationId& conversation, Queue& queue) {
+    if (std::exchange(queue.isTimerSet, true)) return;
     MainQueue::shared().after(limits_.echoTimeout, [weak = weak_from_this(), conversation] {
         const auto self = weak.lock();
         if (!self) return;
-        self->laneOf(conversation).isTimerSet = false;
+        self->queueOf(conversation).isTimerSet = false;
         self->checkEchoes(conversation);
     });
 }
 
 void Outbox::checkEchoes(const VXIMConversationId& conversation) {
-    Lane& lane = laneOf(conversation);
+    Queue& queue = queueOf(conversation);
     const auto now = Clock::shared()->now();
     std::int64_t since = INT64_MAX;
     bool areAwaited = false;
-    for (const auto& [localId, item] : lane.items) {
-        if (item.stage != Stage::Handed) continue;
+    for (const auto& [localId, item] : queue.items) {
+        if (item.stage != Stage::AwaitingEcho) continue;
         areAwaited = true;
-        if (now - item.handedAt >= limits_.echoTimeout)
+        if (now - item.awaitingEchoSince >= limits_.echoTimeout)
             since = std::min(since, item.row.sentAtMillis);
     }
-    if (areAwaited) awaitEchoes(conversation, lane);
-    if (since == INT64_MAX || lane.isAskingForEchoes) return;
+    if (areAwaited) awaitEchoes(conversation, queue);
+    if (since == INT64_MAX || queue.isAskingForEchoes) return;
     if (conversation.kind == VXIMConversationKindRoom) return didMissEchoes(conversation, nullptr);
-    lane.isAskingForEchoes = true;
-    surroundings_.lookUp(conversation, since);
+    queue.isAskingForEchoes = true;
+    callbacks_.lookUp(conversation, since);
 }
 
 void Outbox::didMissEchoes(const VXIMConversationId& conversation, const ErrorPtr& cause) {
     const auto now = Clock::shared()->now();
     std::vector<std::int64_t> lost;
-    for (auto& [localId, item] : laneOf(conversation).items) {
-        if (item.stage != Stage::Handed || now - item.handedAt < limits_.echoTimeout) continue;
-        item.handedAt = now;
+    for (auto& [localId, item] : queueOf(conversation).items) {
+        if (item.stage != Stage::AwaitingEcho || now - item.awaitingEchoSince < limits_.echoTimeout)
+            continue;
+        item.awaitingEchoSince = now;
         if (++item.missedEchoes >= kMostMissedEchoes || cause) lost.push_back(localId);
     }
     for (const auto localId : lost) fail(conversation, localId, errors::notAccepted(cause));
-    if (!lost.empty()) pump(conversation);
+    if (!lost.empty()) sendWaiting(conversation);
 }
 
 }  // namespace vexim::store

@@ -70,7 +70,7 @@ struct VXIMConversations::Impl : std::enable_shared_from_this<Impl> {
     void storeArrival(Arrival arrival);
     void storeKept();
     void didMerge(const std::vector<Arrival>& arrivals, const std::vector<Merged>& merged);
-    void complain(const ErrorPtr& error) const {
+    void report(const ErrorPtr& error) const {
         if (const auto handler = trouble) handler(error);
     }
     std::string userId() const {
@@ -129,9 +129,9 @@ void VXIMConversations::Impl::didOpen(std::shared_ptr<VXIMMessageStore> opened,
     if (!opened) return answerOpeners(error);
     store = std::move(opened);
     const auto weak = weak_from_this();
-    const auto say = [weak](const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress,
-                            VXIMBooleanCompletion completion,
-                            std::shared_ptr<VXIMTransfer> transfer) {
+    const auto send = [weak](const std::shared_ptr<VXIMMessage>& message, VXIMProgress progress,
+                             VXIMBooleanCompletion completion,
+                             std::shared_ptr<VXIMTransfer> transfer) {
         if (const auto self = weak.lock()) {
             self->client->sendMessage(message, std::move(progress), std::move(completion),
                                       std::move(transfer));
@@ -140,11 +140,11 @@ void VXIMConversations::Impl::didOpen(std::shared_ptr<VXIMMessageStore> opened,
     const auto lookUp = [weak](const VXIMConversationId& conversation, std::int64_t sinceMillis) {
         if (const auto self = weak.lock()) self->catchUp->read(conversation, sinceMillis);
     };
-    const auto tell = [weak](const ErrorPtr& why) {
-        if (const auto self = weak.lock()) self->complain(why);
+    const auto reportError = [weak](const ErrorPtr& why) {
+        if (const auto self = weak.lock()) self->report(why);
     };
     outbox = std::make_shared<Outbox>(
-        store, Outbox::Surroundings{say, lookUp, tell},
+        store, Outbox::Callbacks{send, lookUp, reportError},
         Outbox::Limits{static_cast<std::size_t>(std::max(options.mostUnsent, 1)),
                        options.longestWait, options.echoTimeout});
 
@@ -173,7 +173,7 @@ void VXIMConversations::Impl::didOpen(std::shared_ptr<VXIMMessageStore> opened,
             handler({result.missedCount, result.gapCount, result.error});
     };
     catchUp =
-        std::make_shared<CatchUp>(store, CatchUp::Surroundings{insert, didRead, didCatchUp},
+        std::make_shared<CatchUp>(store, CatchUp::Callbacks{insert, didRead, didCatchUp},
                                   CatchUp::Limits{options.mostCaughtUp, options.farthestCaughtUp});
     damage = store->observeDamage([weak](const VXIMStoreDamage&) {
         const auto self = weak.lock();
@@ -216,7 +216,7 @@ void VXIMConversations::Impl::didLogIn() {
 void VXIMConversations::Impl::link() {
     if (userId() != store->userId()) {
         unstored.clear();
-        return complain(vexim::store::errors::otherUser());
+        return report(vexim::store::errors::otherUser());
     }
     isLinked = true;
     catchUp->linkDidOpen();
@@ -259,7 +259,7 @@ void VXIMConversations::Impl::storeArrival(Arrival arrival) {
                                                 kept->payload.get("ts").longLongValue());
                 return self->didMerge({*kept}, *merged);
             }
-            self->complain(error);
+            self->report(error);
             if (error &&
                 (error->code() == VXIMStoreErrorUnusable || error->code() == VXIMStoreErrorClosed))
                 return;
@@ -362,7 +362,7 @@ void VXIMConversations::readGap(VXIMConversationId conversation, VXIMStoredGap g
         if (completion) completion(count, error);
     };
     if (impl_->catchUp && vexim::store::hasHistory(conversation))
-        return impl_->catchUp->fill(conversation, gap, std::move(told));
+        return impl_->catchUp->fillGap(conversation, gap, std::move(told));
     MainQueue::shared().async([isOpen = impl_->catchUp != nullptr, told = std::move(told)] {
         isOpen ? told(0, nullptr) : told(std::nullopt, vexim::store::errors::notOpen());
     });

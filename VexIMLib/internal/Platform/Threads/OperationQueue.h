@@ -26,7 +26,6 @@ public:
     void runOrAdd(Operation operation);
     /// Whether the caller is inside one of the queue's operations.
     bool isCurrent() const noexcept;
-    static constexpr int maxConcurrentOperationCount() noexcept { return 1; }
 
     /// The state of the queue, shared with its thread, which may outlive the queue.
     struct State;
