@@ -28,6 +28,11 @@ enum VXIMMessageMediaType : std::int32_t {
     VXIMMessageMediaTypeAudio = 2,
     VXIMMessageMediaTypeVideo = 3,
 };
+/// Whether a message of this type has an attachment: every type but Text, because a service may add
+/// types. Messages with an attachment upload their file before they are sent.
+inline bool VXIMMessageMediaTypeIsAttachment(VXIMMessageMediaType mediaType) noexcept {
+    return mediaType != VXIMMessageMediaTypeText;
+}
 
 /// The state of a send. It is kept in memory only. 3 is never used.
 enum VXIMMessageStatus : std::int32_t {

@@ -44,6 +44,8 @@ enum VXIMStoredMessageDirection : std::int32_t {
     VXIMStoredMessageIncoming = 0,
     VXIMStoredMessageOutgoing = 1,  ///< the store's user, on this device or another one
 };
+/// The word for it in exports: "incoming" or "outgoing"; "unknown" for any other number.
+VEXIM_EXPORT const char* VXIMStoredMessageDirectionName(VXIMStoredMessageDirection direction);
 
 /// The state of a message. The numbers are stored in files.
 enum VXIMStoredMessageState : std::int32_t {

@@ -102,8 +102,8 @@ Attachment attachmentOf(VXIMMessage& message) {
 }
 
 std::string contentsOf(VXIMMessage& message) {
-    if (message.mediaType() == VXIMMessageMediaTypeText) return message.text().value_or("");
     const auto media = message.mediaType();
+    if (!VXIMMessageMediaTypeIsAttachment(media)) return message.text().value_or("");
     if (media < VXIMMessageMediaTypeText || media > VXIMMessageMediaTypeVideo)
         return "[media " + std::to_string(media) + "]";
     const auto attachment = attachmentOf(message);

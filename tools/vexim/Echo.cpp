@@ -6,8 +6,9 @@ namespace {
 
 bool isSameContent(VXIMMessage& one, VXIMMessage& other) {
     if (one.mediaType() != other.mediaType()) return false;
-    if (one.mediaType() == VXIMMessageMediaTypeText) return one.text() == other.text();
-    return one.attachmentUrl() == other.attachmentUrl();
+    if (VXIMMessageMediaTypeIsAttachment(one.mediaType()))
+        return one.attachmentUrl() == other.attachmentUrl();
+    return one.text() == other.text();
 }
 
 }  // namespace

@@ -57,7 +57,7 @@ bool waitFor(const std::function<bool()>& predicate, std::chrono::seconds limit)
 
 /// Returns once the connection has accepted the message; throws if it refuses.
 void handOver(VXIMClient& client, const std::shared_ptr<VXIMMessage>& message, Echo& echo) {
-    const bool isFile = message->mediaType() != VXIMMessageMediaTypeText;
+    const bool isFile = VXIMMessageMediaTypeIsAttachment(message->mediaType());
     const auto isOver = std::make_shared<bool>(false);
     const auto refusal = std::make_shared<vexim::ErrorPtr>();
     client.sendMessage(

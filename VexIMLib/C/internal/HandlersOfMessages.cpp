@@ -79,7 +79,7 @@ MessagePtr messageFrom(Request& request) {
     if (const auto* receiver = given.get("receiver").asDictionary())
         address(*message->receiver(), *receiver);
     if (auto path = attachmentOf(request, given)) {
-        if (message->mediaType() == VXIMMessageMediaTypeText)
+        if (!VXIMMessageMediaTypeIsAttachment(message->mediaType()))
             refuse("A message with an attachment needs a \"mediaType\" of 1, 2 or 3.");
         message->setAttachmentPath(std::move(path));
     }

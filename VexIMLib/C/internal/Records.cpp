@@ -169,8 +169,8 @@ void write(std::string& out, VXIMMessage& message) {
     const VXIMMessageMediaType mediaType = message.mediaType();
     // Read it from the payload, because `text` would copy it.
     if (const Value& text = message.payload().get("content").get("body"); text.isString()) {
-        mediaType == VXIMMessageMediaTypeText ? object.add("text", text)
-                                              : object.add("attachmentUrl", text);
+        VXIMMessageMediaTypeIsAttachment(mediaType) ? object.add("attachmentUrl", text)
+                                                    : object.add("text", text);
     }
     object.add("mediaType", static_cast<std::int32_t>(mediaType));
     object.add("sendTimestamp", message.sendTimestamp());

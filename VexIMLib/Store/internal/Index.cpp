@@ -10,7 +10,7 @@ namespace {
 
 void changeWords(Database& database, const char* sql, std::int64_t id, std::int64_t conversation,
                  const Dictionary& payload) {
-    if (mediaTypeOf(payload) != VXIMMessageMediaTypeText) return;
+    if (VXIMMessageMediaTypeIsAttachment(mediaTypeOf(payload))) return;
     const auto text = payload.get("content").get("body").asStringView();
     if (!text || text->empty()) return;
     const std::string words = separateIdeographs(*text);

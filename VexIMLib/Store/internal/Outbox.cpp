@@ -127,7 +127,8 @@ void Outbox::add(const VXIMConversationId& conversation, VXIMMessage& message,
     for (const char* const field : {"ts", "from", "speaker", kServiceIdField})
         payload.remove(field);
     payload.set(kKeyField, newKey());
-    const bool isFile = message.mediaType() != VXIMMessageMediaTypeText && message.attachmentPath();
+    const bool isFile =
+        VXIMMessageMediaTypeIsAttachment(message.mediaType()) && message.attachmentPath();
     std::vector<std::string> files;
     if (isFile) files.push_back(*message.attachmentPath());
     ++adding_;

@@ -14,6 +14,14 @@ const char* VXIMConversationKindName(VXIMConversationKind kind) {
     return "unknown";
 }
 
+const char* VXIMStoredMessageDirectionName(VXIMStoredMessageDirection direction) {
+    switch (direction) {
+        case VXIMStoredMessageIncoming: return "incoming";
+        case VXIMStoredMessageOutgoing: return "outgoing";
+    }
+    return "unknown";
+}
+
 const char* VXIMStoredMessageStateName(VXIMStoredMessageState state) {
     switch (state) {
         case VXIMStoredMessageQueued: return "queued";
@@ -26,7 +34,7 @@ const char* VXIMStoredMessageStateName(VXIMStoredMessageState state) {
 }
 
 std::string VXIMStoredMessage::text() const {
-    if (mediaType != VXIMMessageMediaTypeText) return {};
+    if (VXIMMessageMediaTypeIsAttachment(mediaType)) return {};
     return payload.get("content").get("body").asString().value_or("");
 }
 
@@ -41,7 +49,7 @@ vexim::Dictionary VXIMStoredMessage::record() const {
                                     {"id", conversation.id}}},
         {"localId", localId},
         {"sentAt", sentAtMillis},
-        {"direction", direction == VXIMStoredMessageOutgoing ? "outgoing" : "incoming"},
+        {"direction", VXIMStoredMessageDirectionName(direction)},
         {"state", VXIMStoredMessageStateName(state)},
         {"sender", sender},
         {"receiver", receiver},

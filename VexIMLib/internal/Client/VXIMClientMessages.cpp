@@ -97,7 +97,7 @@ void VXIMClient::Impl::uploadMessageAttachment(const MessagePtr& message, VXIMPr
         }
         block(std::move(payload), std::move(error));
     };
-    if (message->mediaType() == VXIMMessageMediaTypeText) {
+    if (!VXIMMessageMediaTypeIsAttachment(message->mediaType())) {
         MainQueue::shared().async([finish = std::move(finish)] { finish(true, nullptr); });
         return;
     }

@@ -88,7 +88,7 @@ Entry Session::entryOf(const VXIMStoredMessage& message) const {
     if (message.conversation.kind == VXIMConversationKindSystem) entry.sender = "system";
     entry.delivery = deliveryOf(message, now());
     if (message.error) entry.failure = explain(message.error);
-    if (message.mediaType == VXIMMessageMediaTypeText) {
+    if (!VXIMMessageMediaTypeIsAttachment(message.mediaType)) {
         entry.text = message.text();
     } else {
         entry.text = message.message()->attachmentUrl().value_or("");

@@ -18,17 +18,15 @@ void writeStored(std::string& out, const VXIMStorePosition& position) {
 void writeStored(std::string& out, const VXIMStoredMessage& message) {
     ObjectWriter object(out);
     object.add("localId", message.localId).add("conversation", Stored{message.conversation});
-    if (message.mediaType == VXIMMessageMediaTypeText) {
-        object.add("text", std::string_view(message.text()));
-    } else {
+    if (VXIMMessageMediaTypeIsAttachment(message.mediaType)) {
         object.add("attachmentUrl", message.message()->attachmentUrl());
+    } else {
+        object.add("text", std::string_view(message.text()));
     }
     object.add("mediaType", static_cast<std::int32_t>(message.mediaType))
         .add("sentAtMillis", message.sentAtMillis);
-    object.add(
-        "direction",
-        std::string_view(message.direction == VXIMStoredMessageOutgoing ? "outgoing" : "incoming"));
-    object.add("state", std::string_view(VXIMStoredMessageStateName(message.state)))
+    object.add("direction", std::string_view(VXIMStoredMessageDirectionName(message.direction)))
+        .add("state", std::string_view(VXIMStoredMessageStateName(message.state)))
         .add("sender", std::string_view(message.sender));
     object.add("receiver", std::string_view(message.receiver))
         .add("key", message.key)
