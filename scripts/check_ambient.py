@@ -24,7 +24,7 @@ THREADS = {
     "LoadRunner::shared": ["internal/Platform/Loading"],
     "ReaderPool::shared": ["internal/Platform/Threads", "internal/Platform/Loading"],
     "TurnListeners::shared": ["internal/Foundation/Threads"],
-    "Turner::shared": ["C"],
+    "MainQueueThread::shared": ["C"],
 }
 # There is one of each in a process, because applications see one of each.
 REGISTERS = {

@@ -1,11 +1,6 @@
 #include "VexIMLib/C/internal/Mailbox.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <utility>
@@ -14,12 +9,6 @@
 #include "VexIMLib/Foundation/MainQueue.h"
 
 namespace vexim::c {
-
-Mailbox::~Mailbox() {
-    if (reading_ < 0) return;
-    ::close(reading_);
-    ::close(writing_);
-}
 
 std::optional<Mailbox::RequestId> Mailbox::open(std::string extra, std::size_t bytes) {
     bytes += extra.size() + kRequestBytes;
@@ -118,11 +107,7 @@ Mailbox::Transfers Mailbox::close(std::string_view error) {
     }
     std::ranges::sort(ids);
     for (const RequestId id : ids) end(requests_.find(id), Outcome::Error, error, transfers);
-    if (reading_ >= 0) {
-        ::close(reading_);
-        ::close(writing_);
-        reading_ = writing_ = -1;
-    }
+    pipe_.close();
     changed_.notifyAll();
     return transfers;
 }
@@ -153,7 +138,7 @@ bool Mailbox::receive(double seconds, std::string& text) {
     {
         const MutexLock lock(mutex_);
         while (items_.empty()) {
-            untell();
+            pipe_.clear();
             if (closed_ || !waits || SteadyClock::now() >= until) return false;
             ++waiting_;
             changed_.waitUntil(mutex_, until);
@@ -198,13 +183,10 @@ bool Mailbox::isSpent() const {
 
 std::optional<int> Mailbox::descriptor() {
     const MutexLock lock(mutex_);
-    if (reading_ >= 0) return reading_;
-    std::array<int, 2> ends{};
-    if (closed_ || ::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return std::nullopt;
-    reading_ = ends[0];
-    writing_ = ends[1];
-    if (!items_.empty()) wakeNow();
-    return reading_;
+    const bool isFirst = !pipe_.isOpen();
+    const auto descriptor = closed_ ? std::nullopt : pipe_.open();
+    if (descriptor && isFirst && !items_.empty()) wakeNow();
+    return descriptor;
 }
 
 void Mailbox::push(Item item) {
@@ -243,7 +225,7 @@ Mailbox::Requests::iterator Mailbox::end(Requests::iterator request, Outcome out
 }
 
 void Mailbox::wake() {
-    const bool pollerSleeps = writing_ >= 0 && !told_;
+    const bool pollerSleeps = pipe_.isOpen() && !pipe_.isTold();
     if (waking_ || (waiting_ == 0 && !pollerSleeps)) return;
     if (!MainQueue::shared().isMainThread()) return wakeNow();
     waking_ = true;
@@ -258,15 +240,7 @@ void Mailbox::wake() {
 
 void Mailbox::wakeNow() {
     if (waiting_ > 0) changed_.notifyOne();
-    if (writing_ < 0 || told_) return;
-    while (::write(writing_, "", 1) < 0 && errno == EINTR) continue;
-    told_ = true;
-}
-
-void Mailbox::untell() {
-    if (!std::exchange(told_, false)) return;
-    std::array<char, 8> bytes;
-    while (::read(reading_, bytes.data(), bytes.size()) < 0 && errno == EINTR) continue;
+    if (!pipe_.isTold()) pipe_.tell();
 }
 
 }  // namespace vexim::c

@@ -15,6 +15,7 @@
 #include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/VXIMTransfer.h"
 #include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
+#include "VexIMLib/internal/Foundation/Threads/WakePipe.h"
 
 namespace vexim::c {
 
@@ -34,7 +35,6 @@ public:
     using Transfers = std::vector<std::shared_ptr<VXIMTransfer>>;
 
     explicit Mailbox(std::size_t limit) noexcept : limit_(limit) {}
-    ~Mailbox();
     Mailbox(const Mailbox&) = delete;
     Mailbox& operator=(const Mailbox&) = delete;
 
@@ -117,7 +117,6 @@ private:
     /// Answers it and removes it.
     Requests::iterator end(Requests::iterator request, Outcome outcome, std::string_view body,
                            Transfers& transfers) VEXIM_REQUIRES(mutex_);
-    void untell() VEXIM_REQUIRES(mutex_);
 
     const std::size_t limit_;
     mutable Mutex mutex_;
@@ -130,9 +129,7 @@ private:
     std::size_t bytes_ VEXIM_GUARDED_BY(mutex_) = 0;
     int waiting_ VEXIM_GUARDED_BY(mutex_) = 0;
     bool closed_ VEXIM_GUARDED_BY(mutex_) = false;
-    int reading_ VEXIM_GUARDED_BY(mutex_) = -1;
-    int writing_ VEXIM_GUARDED_BY(mutex_) = -1;
-    bool told_ VEXIM_GUARDED_BY(mutex_) = false;    // there is a byte in the pipe
+    WakePipe pipe_ VEXIM_GUARDED_BY(mutex_);
     bool waking_ VEXIM_GUARDED_BY(mutex_) = false;  // a wake-up is queued
 };
 

@@ -19,15 +19,15 @@ namespace vexim::c {
 
 namespace {
 
-std::atomic<bool> isForkedChild{false};
+std::atomic<bool> forkedChild{false};
 
 /// The thread that runs the main queue. It runs until the process exits, and the exit waits for its
 /// current function.
-class Turner {
+class MainQueueThread {
 public:
-    static Turner& shared() {
-        static Turner& turner = *new Turner;
-        return turner;
+    static MainQueueThread& shared() {
+        static MainQueueThread& thread = *new MainQueueThread;
+        return thread;
     }
 
     bool start() {
@@ -40,12 +40,12 @@ public:
         if (!prepared_) {
             observeNotifications();
             if (std::atexit([] { shared().stop(); }) != 0) return false;
-            ::pthread_atfork(nullptr, nullptr, [] { isForkedChild = true; });
+            ::pthread_atfork(nullptr, nullptr, [] { forkedChild = true; });
             prepared_ = true;
         }
         const SignalsBlocked blocked;  // a new thread inherits the mask
         try {
-            std::thread([this] { turn(); }).detach();
+            std::thread([this] { run(); }).detach();
             running_ = true;
         } catch (const std::system_error&) {
         }
@@ -53,7 +53,7 @@ public:
     }
 
 private:
-    void turn() {
+    void run() {
         ::pthread_setname_np(::pthread_self(), "vexim-main");
         while (!isExiting()) {
             try {
@@ -73,7 +73,7 @@ private:
     bool isExiting() const noexcept { return exiting_; }
 
     void stop() {
-        if (isForkedChild) return;  // the thread belongs to the parent, and so may the locks
+        if (forkedChild) return;  // the thread belongs to the parent, and so may the locks
         exiting_ = true;
         MainQueue::shared().async([] {});  // wakes the thread, which then checks `exiting_`
         const auto until =
@@ -92,8 +92,8 @@ private:
 
 }  // namespace
 
-bool isAtHome() noexcept { return !isForkedChild; }
+bool isForkedChild() noexcept { return forkedChild; }
 
-bool turnMainQueue() { return Turner::shared().start(); }
+bool startMainQueueThread() { return MainQueueThread::shared().start(); }
 
 }  // namespace vexim::c

@@ -153,20 +153,20 @@ using namespace vexim::c;
 // the call then does nothing.
 
 vexim_client vexim_create(const char* configuration) try {
-    if (!isAtHome() || !turnMainQueue()) return 0;
+    if (isForkedChild() || !startMainQueueThread()) return 0;
     return Handles::shared().add(Session::make(textOr(configuration, "{}")));
 } catch (const std::exception&) {
     return 0;
 }
 
 void vexim_send(vexim_client client, const char* request) try {
-    if (!isAtHome()) return;
+    if (isForkedChild()) return;
     if (const auto session = Handles::shared().session(client)) session->send(textOr(request, ""));
 } catch (const std::exception&) {
 }
 
 const char* vexim_receive(vexim_client client, double seconds) try {
-    if (!isAtHome()) return nullptr;
+    if (isForkedChild()) return nullptr;
     const auto mailbox = Handles::shared().mailbox(client);
     received.clear();
     if (mailbox && mailbox->receive(seconds, received)) return received.c_str();
@@ -178,14 +178,14 @@ const char* vexim_receive(vexim_client client, double seconds) try {
 }
 
 const char* vexim_execute(vexim_client client, const char* request) try {
-    executed = execute(isAtHome() ? client : 0, textOr(request, ""));
+    executed = execute(isForkedChild() ? 0 : client, textOr(request, ""));
     return executed.c_str();
 } catch (const std::exception&) {
     return nullptr;
 }
 
 void vexim_free(vexim_client client) try {
-    if (!isAtHome()) return;
+    if (isForkedChild()) return;
     const auto session = Handles::shared().remove(client);
     if (!session) return;
     session->end();

@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
+#include <system_error>
 #include <utility>
 
 #include "VexIMLib/Foundation/UntoldError.h"
@@ -221,7 +223,11 @@ std::optional<Clock::TimePoint> MainQueue::nextDeadline() const {
 
 int MainQueue::fileDescriptor() {
     MutexLock lock(impl_->mutex);
-    return impl_->pipe.open();
+    const bool isFirst = !impl_->pipe.isOpen();
+    const auto descriptor = impl_->pipe.open();
+    if (!descriptor) throw std::system_error(errno, std::generic_category(), "pipe");
+    if (isFirst) impl_->pipe.tell();  // the host drains once at its start
+    return *descriptor;
 }
 
 int MainQueue::pollTimeout() const {

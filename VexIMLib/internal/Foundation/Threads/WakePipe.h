@@ -6,42 +6,55 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <system_error>
+#include <optional>
+#include <utility>
 
 namespace vexim {
 
-/// Wakes a host that polls, by a byte in a pipe. (Every system has pipes.) The pipe is made once
-/// and never closed.
+/// Wakes a host that polls, by a byte in a pipe. The owner's mutex is held in all calls but `tell`.
 class WakePipe {
 public:
-    /// Call it with the queue's mutex held. From then on `tell` writes.
-    int open() {
-        if (reading_ >= 0) return reading_;
+    WakePipe() = default;
+    ~WakePipe() { close(); }
+    WakePipe(const WakePipe&) = delete;
+    WakePipe& operator=(const WakePipe&) = delete;
+
+    /// The descriptor to poll. The first call makes the pipe; nullopt if there are no descriptors
+    /// left (`errno` says why).
+    std::optional<int> open() noexcept {
+        if (isOpen()) return reading_;
         std::array<int, 2> ends{};
-        if (::pipe(ends.data()) != 0)
-            throw std::system_error(errno, std::generic_category(), "pipe");
-        for (const int end : ends) {
-            ::fcntl(end, F_SETFD, FD_CLOEXEC);
-            ::fcntl(end, F_SETFL, O_NONBLOCK);
-        }
+        if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return std::nullopt;
         reading_ = ends[0];
         writing_ = ends[1];
-        tell();  // the host drains once at its start
         return reading_;
     }
-    /// Call from any thread. A full pipe needs no further byte.
+    bool isOpen() const noexcept { return reading_ >= 0; }
+    /// Whether there is a byte in the pipe.
+    bool isTold() const noexcept { return told_; }
+    /// Call from any thread. A full pipe needs no further byte, and one that is not open takes
+    /// none.
     void tell() noexcept {
         const int end = writing_;
         if (end < 0) return;
         while (::write(end, "", 1) < 0 && errno == EINTR) continue;
         told_ = true;  // set after the byte is written, so whoever sees it finds the byte
     }
-    /// Call it with the queue's mutex held. Otherwise it might remove the byte of a function that
-    /// is queued later.
+    /// Call it with the mutex held. Otherwise it might remove the byte of something that is added
+    /// later.
     void clear() noexcept {
         if (!told_.exchange(false)) return;
         std::array<char, 64> bytes;
-        while (::read(reading_, bytes.data(), bytes.size()) > 0) continue;
+        constexpr auto kFull = static_cast<ssize_t>(bytes.size());
+        for (ssize_t count = kFull; count == kFull || (count < 0 && errno == EINTR);)
+            count = ::read(reading_, bytes.data(), bytes.size());
+    }
+    /// No thread may be telling.
+    void close() noexcept {
+        if (!isOpen()) return;
+        ::close(std::exchange(reading_, -1));
+        ::close(writing_.exchange(-1));
+        told_ = false;
     }
 
 private:
