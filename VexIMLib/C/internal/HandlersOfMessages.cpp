@@ -88,6 +88,13 @@ MessagePtr messageFrom(Request& request) {
 
 namespace {
 
+/// The request's message, for the receiver whose id the request has under `name`.
+MessagePtr messageTo(Request& request, void (VXIMMessageTarget::*setId)(Value), const char* name) {
+    auto message = messageFrom(request);
+    (*message->receiver().*setId)(request.value(name));
+    return message;
+}
+
 std::shared_ptr<VXIMTransfer> transferOf(Request& request, const VXIMMessage& message) {
     return message.attachmentPath() ? request.transfer() : nullptr;
 }
@@ -105,22 +112,17 @@ void sendSystem(Request& request, const MessagePtr& message) {
 }  // namespace
 
 void sendMessageToFriend(Request& request) {
-    const auto message = messageFrom(request);
-    message->receiver()->setUserId(request.value("friendId"));
+    const auto message = messageTo(request, &VXIMMessageTarget::setUserId, "friendId");
     message->receiver()->setType(VXIMMessageTargetTypeUser);
     send(request, message);
 }
 
 void sendMessageToGroup(Request& request) {
-    const auto message = messageFrom(request);
-    message->receiver()->setGroupId(request.value("groupId"));
-    send(request, message);
+    send(request, messageTo(request, &VXIMMessageTarget::setGroupId, "groupId"));
 }
 
 void sendMessageToRoom(Request& request) {
-    const auto message = messageFrom(request);
-    message->receiver()->setRoomId(request.value("roomId"));
-    send(request, message);
+    send(request, messageTo(request, &VXIMMessageTarget::setRoomId, "roomId"));
 }
 
 void sendMessage(Request& request) { send(request, messageFrom(request)); }
@@ -132,21 +134,15 @@ void sendSystemMessageToAllUsers(Request& request) {
 }
 
 void sendSystemMessageToUser(Request& request) {
-    const auto message = messageFrom(request);
-    message->receiver()->setUserId(request.value("userId"));
-    sendSystem(request, message);
+    sendSystem(request, messageTo(request, &VXIMMessageTarget::setUserId, "userId"));
 }
 
 void sendSystemMessageToGroup(Request& request) {
-    const auto message = messageFrom(request);
-    message->receiver()->setGroupId(request.value("groupId"));
-    sendSystem(request, message);
+    sendSystem(request, messageTo(request, &VXIMMessageTarget::setGroupId, "groupId"));
 }
 
 void sendSystemMessageToRoom(Request& request) {
-    const auto message = messageFrom(request);
-    message->receiver()->setRoomId(request.value("roomId"));
-    sendSystem(request, message);
+    sendSystem(request, messageTo(request, &VXIMMessageTarget::setRoomId, "roomId"));
 }
 
 void sendSystemMessage(Request& request) { sendSystem(request, messageFrom(request)); }

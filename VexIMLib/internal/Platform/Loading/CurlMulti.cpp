@@ -157,28 +157,21 @@ void CurlMulti::watch(curl_socket_t socket, int what) {
 }
 
 void CurlMulti::wait(const std::shared_ptr<Socket>& socket) {
-    if (socket->wantsRead && !socket->readWaits) {
-        socket->readWaits = true;
-        socket->descriptor.async_wait(
-            asio::posix::descriptor_base::wait_read,
-            [this, socket](const boost::system::error_code& error) {
-                socket->readWaits = false;
-                if (socket->closed || !socket->wantsRead) return;
-                callSocketAction(socket->number, error ? CURL_CSELECT_ERR : CURL_CSELECT_IN);
-                if (!socket->closed) wait(socket);
-            });
-    }
-    if (socket->wantsWrite && !socket->writeWaits) {
-        socket->writeWaits = true;
-        socket->descriptor.async_wait(
-            asio::posix::descriptor_base::wait_write,
-            [this, socket](const boost::system::error_code& error) {
-                socket->writeWaits = false;
-                if (socket->closed || !socket->wantsWrite) return;
-                callSocketAction(socket->number, error ? CURL_CSELECT_ERR : CURL_CSELECT_OUT);
-                if (!socket->closed) wait(socket);
-            });
-    }
+    using Descriptor = asio::posix::descriptor_base;
+    const auto waitFor = [this, &socket](Descriptor::wait_type kind, bool Socket::*wants,
+                                         bool Socket::*waits, int event) {
+        if (!(*socket.*wants) || *socket.*waits) return;
+        *socket.*waits = true;
+        socket->descriptor.async_wait(kind, [this, socket = socket, wants, waits,
+                                             event](const boost::system::error_code& error) {
+            *socket.*waits = false;
+            if (socket->closed || !(*socket.*wants)) return;
+            callSocketAction(socket->number, error ? CURL_CSELECT_ERR : event);
+            if (!socket->closed) wait(socket);
+        });
+    };
+    waitFor(Descriptor::wait_read, &Socket::wantsRead, &Socket::readWaits, CURL_CSELECT_IN);
+    waitFor(Descriptor::wait_write, &Socket::wantsWrite, &Socket::writeWaits, CURL_CSELECT_OUT);
 }
 
 /// libcurl gives each of several addresses a limited time, but sets no timer for it. It gives up a
