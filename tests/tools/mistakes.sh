@@ -21,6 +21,7 @@ latin_id=$(printf 'al\xe9ce') long_id=$(head -c 12000 "$folder/long")
 # status | standard input | what must be said | the command; {} is a login and a receiver
 table="
 2 | /dev/null | URL: \"localhost:80\"; did you mean http://localhost:80 | send --server localhost:80 {} hi
+2 | /dev/null | leave out \"/api\" | send --server http://localhost:80/api {} hi
 2 | /dev/null | a service's URL: \"htp://localhost\" | history --group g --server htp://localhost
 2 | /dev/null | not a service's URL: \"http://\"           | chat --server http:// {}
 2 | /dev/null | no such command: sned                      | sned $at {} hi

@@ -26,6 +26,9 @@ std::shared_ptr<VXIMClient> Account::makeClient() const {
             (isBare ? "did you mean http://" + server + " or https://" + server + "?"
                     : "one looks like https://chat.example.org:8443"));
     }
+    if (const auto path = url->path(); !path.empty() && path != "/")
+        throw std::invalid_argument("the service's URL ends after its host and port: leave out \"" +
+                                    std::string(path) + "\"");
     for (const auto& pin : pins) {
         if (VXIMClientConfiguration::isPin(pin)) continue;
         throw std::invalid_argument(
