@@ -115,128 +115,105 @@ struct Operation {
 
 /// All of them, once.
 inline const std::vector<Operation>& allOperations() {
+    using R = Resources;
+    using O = Outcome;
     static const Dictionary some{{"a", 1}, {"c", 3}};
     static const std::vector<Operation> operations = {
-        {"user fetch", [](Resources& r, Outcome& o) { r.user->fetchWithCompletion(o.boolean()); }},
-        {"user friends",
-         [](Resources& r, Outcome& o) { r.user->fetchFriendsWithDetail(false, o.boolean()); }},
+        {"user fetch", [](R& r, O& o) { r.user->fetchWithCompletion(o.boolean()); }},
+        {"user friends", [](R& r, O& o) { r.user->fetchFriendsWithDetail(false, o.boolean()); }},
         {"user friends in detail",
-         [](Resources& r, Outcome& o) { r.user->fetchFriendsWithDetail(true, o.boolean()); }},
-        {"user groups",
-         [](Resources& r, Outcome& o) { r.user->fetchGroupsWithDetail(false, o.boolean()); }},
+         [](R& r, O& o) { r.user->fetchFriendsWithDetail(true, o.boolean()); }},
+        {"user groups", [](R& r, O& o) { r.user->fetchGroupsWithDetail(false, o.boolean()); }},
         {"user groups in detail",
-         [](Resources& r, Outcome& o) { r.user->fetchGroupsWithDetail(true, o.boolean()); }},
-        {"user rooms",
-         [](Resources& r, Outcome& o) { r.user->fetchRoomsWithDetail(false, o.boolean()); }},
+         [](R& r, O& o) { r.user->fetchGroupsWithDetail(true, o.boolean()); }},
+        {"user rooms", [](R& r, O& o) { r.user->fetchRoomsWithDetail(false, o.boolean()); }},
         {"user rooms in detail",
-         [](Resources& r, Outcome& o) { r.user->fetchRoomsWithDetail(true, o.boolean()); }},
-        {"user add friend",
-         [](Resources& r, Outcome& o) { r.user->addFriendWithUser("u2", o.result()); }},
+         [](R& r, O& o) { r.user->fetchRoomsWithDetail(true, o.boolean()); }},
+        {"user add friend", [](R& r, O& o) { r.user->addFriendWithUser("u2", o.result()); }},
         {"user friend info",
-         [](Resources& r, Outcome& o) { r.user->getFriendInfo("u2", o.object<VXIMFriendInfo>()); }},
-        {"user delete friend",
-         [](Resources& r, Outcome& o) { r.user->deleteFriend("u2", o.boolean()); }},
+         [](R& r, O& o) { r.user->getFriendInfo("u2", o.object<VXIMFriendInfo>()); }},
+        {"user delete friend", [](R& r, O& o) { r.user->deleteFriend("u2", o.boolean()); }},
         {"user history",
-         [](Resources& r, Outcome& o) {
+         [](R& r, O& o) {
              r.user->getLatestChatsWithFriend("u2", 1.5, 20, o.objects<VXIMMessage>());
          }},
-        {"user update attributes",
-         [](Resources& r, Outcome& o) { r.user->updateAttributes(some, o.boolean()); }},
+        {"user update attributes", [](R& r, O& o) { r.user->updateAttributes(some, o.boolean()); }},
         {"user replace attributes",
-         [](Resources& r, Outcome& o) { r.user->replaceAttributes(some, o.boolean()); }},
+         [](R& r, O& o) { r.user->replaceAttributes(some, o.boolean()); }},
         {"user fetch attributes",
-         [](Resources& r, Outcome& o) { r.user->fetchAttributesWithCompletion(o.result()); }},
-        {"user get attribute",
-         [](Resources& r, Outcome& o) { r.user->getAttributeForKey("a", o.result()); }},
+         [](R& r, O& o) { r.user->fetchAttributesWithCompletion(o.result()); }},
+        {"user get attribute", [](R& r, O& o) { r.user->getAttributeForKey("a", o.result()); }},
         {"user delete attributes",
-         [](Resources& r, Outcome& o) { r.user->deleteAttributesWithCompletion(o.boolean()); }},
+         [](R& r, O& o) { r.user->deleteAttributesWithCompletion(o.boolean()); }},
         {"group create",
-         [](Resources&, Outcome& o) {
+         [](R&, O& o) {
              VXIMGroup::createWithOwner("u1", "Team", vexim::Array{"u2"}, o.object<VXIMGroup>());
          }},
         {"group create without members",
-         [](Resources&, Outcome& o) {
-             VXIMGroup::createWithOwner("u1", "Team", o.object<VXIMGroup>());
-         }},
-        {"group fetch", [](Resources& r, Outcome& o) { r.group->fetchWithBlock(o.boolean()); }},
+         [](R&, O& o) { VXIMGroup::createWithOwner("u1", "Team", o.object<VXIMGroup>()); }},
+        {"group fetch", [](R& r, O& o) { r.group->fetchWithBlock(o.boolean()); }},
         {"group history",
-         [](Resources& r, Outcome& o) {
+         [](R& r, O& o) {
              r.group->getLatestMessagesBefore(1450000000.5, 5, o.objects<VXIMMessage>());
          }},
-        {"group owner", [](Resources& r, Outcome& o) { r.group->changeOwner("u2", o.boolean()); }},
-        {"group update",
-         [](Resources& r, Outcome& o) { r.group->updateWithAttributes(some, o.boolean()); }},
+        {"group owner", [](R& r, O& o) { r.group->changeOwner("u2", o.boolean()); }},
+        {"group update", [](R& r, O& o) { r.group->updateWithAttributes(some, o.boolean()); }},
         {"group add members",
-         [](Resources& r, Outcome& o) {
+         [](R& r, O& o) {
              r.group->addMembers({"u2", "u3"}, o.boolean());
          }},
-        {"group remove members",
-         [](Resources& r, Outcome& o) { r.group->removeMembers({"u1"}, o.boolean()); }},
-        {"group rename",
-         [](Resources& r, Outcome& o) { r.group->updateName("Team", o.boolean()); }},
-        {"group delete", [](Resources& r, Outcome& o) { r.group->deleteWithBlock(o.boolean()); }},
+        {"group remove members", [](R& r, O& o) { r.group->removeMembers({"u1"}, o.boolean()); }},
+        {"group rename", [](R& r, O& o) { r.group->updateName("Team", o.boolean()); }},
+        {"group delete", [](R& r, O& o) { r.group->deleteWithBlock(o.boolean()); }},
         {"group update attributes",
-         [](Resources& r, Outcome& o) { r.group->updateAttributes(some, o.boolean()); }},
+         [](R& r, O& o) { r.group->updateAttributes(some, o.boolean()); }},
         {"group replace attributes",
-         [](Resources& r, Outcome& o) { r.group->replaceAttributes(some, o.boolean()); }},
+         [](R& r, O& o) { r.group->replaceAttributes(some, o.boolean()); }},
         {"group fetch attributes",
-         [](Resources& r, Outcome& o) { r.group->fetchAttributesWithCompletion(o.result()); }},
-        {"group get attribute",
-         [](Resources& r, Outcome& o) { r.group->getAttributeForKey("a", o.result()); }},
+         [](R& r, O& o) { r.group->fetchAttributesWithCompletion(o.result()); }},
+        {"group get attribute", [](R& r, O& o) { r.group->getAttributeForKey("a", o.result()); }},
         {"group delete attributes",
-         [](Resources& r, Outcome& o) { r.group->deleteAttributesWithCompletion(o.boolean()); }},
+         [](R& r, O& o) { r.group->deleteAttributesWithCompletion(o.boolean()); }},
         {"room create",
-         [](Resources&, Outcome& o) {
+         [](R&, O& o) {
              VXIMRoom::createWithName("Hall", vexim::Array{"u2"}, o.object<VXIMRoom>());
          }},
         {"room create without members",
-         [](Resources&, Outcome& o) { VXIMRoom::createWithName("Hall", o.object<VXIMRoom>()); }},
-        {"room fetch", [](Resources& r, Outcome& o) { r.room->fetchWithBlock(o.boolean()); }},
-        {"room rename", [](Resources& r, Outcome& o) { r.room->updateName("new", o.boolean()); }},
+         [](R&, O& o) { VXIMRoom::createWithName("Hall", o.object<VXIMRoom>()); }},
+        {"room fetch", [](R& r, O& o) { r.room->fetchWithBlock(o.boolean()); }},
+        {"room rename", [](R& r, O& o) { r.room->updateName("new", o.boolean()); }},
         {"room add members",
-         [](Resources& r, Outcome& o) {
+         [](R& r, O& o) {
              r.room->addMembers({"u2", "u3"}, o.boolean());
          }},
-        {"room remove members",
-         [](Resources& r, Outcome& o) { r.room->removeMembers({"u1"}, o.boolean()); }},
-        {"room delete", [](Resources& r, Outcome& o) { r.room->deleteWithBlock(o.boolean()); }},
-        {"room update attributes",
-         [](Resources& r, Outcome& o) { r.room->updateAttributes(some, o.boolean()); }},
+        {"room remove members", [](R& r, O& o) { r.room->removeMembers({"u1"}, o.boolean()); }},
+        {"room delete", [](R& r, O& o) { r.room->deleteWithBlock(o.boolean()); }},
+        {"room update attributes", [](R& r, O& o) { r.room->updateAttributes(some, o.boolean()); }},
         {"room replace attributes",
-         [](Resources& r, Outcome& o) { r.room->replaceAttributes(some, o.boolean()); }},
+         [](R& r, O& o) { r.room->replaceAttributes(some, o.boolean()); }},
         {"room fetch attributes",
-         [](Resources& r, Outcome& o) { r.room->fetchAttributesWithCompletion(o.result()); }},
-        {"room get attribute",
-         [](Resources& r, Outcome& o) { r.room->getAttributeForKey("a", o.result()); }},
+         [](R& r, O& o) { r.room->fetchAttributesWithCompletion(o.result()); }},
+        {"room get attribute", [](R& r, O& o) { r.room->getAttributeForKey("a", o.result()); }},
         {"room delete attributes",
-         [](Resources& r, Outcome& o) { r.room->deleteAttributesWithCompletion(o.boolean()); }},
+         [](R& r, O& o) { r.room->deleteAttributesWithCompletion(o.boolean()); }},
         {"passenger create",
-         [](Resources&, Outcome& o) {
+         [](R&, O& o) {
              VXIMPassenger::createOrUpdatePassengerWithAttributes(some, o.object<VXIMPassenger>());
          }},
         {"passenger update",
-         [](Resources& r, Outcome& o) {
-             r.passenger->updatePassengerAttributes(some, o.boolean());
-         }},
-        {"passenger fetch",
-         [](Resources& r, Outcome& o) { r.passenger->fetchWithCompletion(o.boolean()); }},
+         [](R& r, O& o) { r.passenger->updatePassengerAttributes(some, o.boolean()); }},
+        {"passenger fetch", [](R& r, O& o) { r.passenger->fetchWithCompletion(o.boolean()); }},
         {"passenger history",
-         [](Resources& r, Outcome& o) {
+         [](R& r, O& o) {
              r.passenger->getHistoryMessagesWithUser("u1", 1450000000.5, 0,
                                                      o.objects<VXIMMessage>());
          }},
         {"find users",
-         [](Resources&, Outcome& o) {
-             VXIMQuery::query()->findUserWithBlock(o.objects<VXIMUser>());
-         }},
+         [](R&, O& o) { VXIMQuery::query()->findUserWithBlock(o.objects<VXIMUser>()); }},
         {"find groups",
-         [](Resources&, Outcome& o) {
-             VXIMQuery::query()->findGroupWithBlock(o.objects<VXIMGroup>());
-         }},
+         [](R&, O& o) { VXIMQuery::query()->findGroupWithBlock(o.objects<VXIMGroup>()); }},
         {"find rooms",
-         [](Resources&, Outcome& o) {
-             VXIMQuery::query()->findRoomWithBlock(o.objects<VXIMRoom>());
-         }},
+         [](R&, O& o) { VXIMQuery::query()->findRoomWithBlock(o.objects<VXIMRoom>()); }},
     };
     return operations;
 }

@@ -16,16 +16,18 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr const char* kLives = "lives";
+constexpr const char* kBad = "protocol-fault";
+constexpr const char* kFailed = "connect-failed";
+constexpr const char* kLost = "link-lost";
+
 struct Fault {
     const char* name;
     std::vector<std::string> frames;
-    const char* opening;  // outcome before the open packet
-    const char* idle;     // joined
-    const char* busy;     // joined, with attachments due
+    const char* opening = kBad;  // outcome before the open packet
+    const char* idle = kBad;     // joined
+    const char* busy = kBad;     // joined, with attachments due
 };
-
-constexpr const char* kLives = "lives";
-constexpr const char* kBad = "protocol-fault";
 
 /// The cause of the end in the list of actions, if there is one.
 std::string outcomeIn(std::string_view shown) {
@@ -48,113 +50,73 @@ std::string outcomeOf(Script& script, const std::vector<std::string>& frames) {
 TEST(HostileSession, MeetsEachFrameWithTheRightEnd) {
     const std::vector<std::string> storm(1000, "3");
     const Fault faults[] = {
-        {"nothing at all", {""}, kBad, kBad, kBad},
-        {"unknown packet type", {"9"}, kBad, kBad, kBad},
-        {"a letter for a type", {"x"}, kBad, kBad, kBad},
-        {"a second open", {kOpen, kOpen}, kBad, kBad, kBad},
-        {"open that is no JSON", {"0{"}, kBad, kBad, kBad},
-        {"open without sid", {R"(0{"pingInterval":1,"pingTimeout":1})"}, kBad, kBad, kBad},
-        {"open with an empty sid",
-         {R"(0{"sid":"","pingInterval":1,"pingTimeout":1})"},
-         kBad,
-         kBad,
-         kBad},
-        {"zero ping interval",
-         {R"(0{"sid":"a","pingInterval":0,"pingTimeout":1})"},
-         kBad,
-         kBad,
-         kBad},
-        {"zero ping timeout",
-         {R"(0{"sid":"a","pingInterval":1,"pingTimeout":0})"},
-         kBad,
-         kBad,
-         kBad},
+        {"nothing at all", {""}},
+        {"unknown packet type", {"9"}},
+        {"a letter for a type", {"x"}},
+        {"a second open", {kOpen, kOpen}},
+        {"open that is no JSON", {"0{"}},
+        {"open without sid", {R"(0{"pingInterval":1,"pingTimeout":1})"}},
+        {"open with an empty sid", {R"(0{"sid":"","pingInterval":1,"pingTimeout":1})"}},
+        {"zero ping interval", {R"(0{"sid":"a","pingInterval":0,"pingTimeout":1})"}},
+        {"zero ping timeout", {R"(0{"sid":"a","pingInterval":1,"pingTimeout":0})"}},
         {"ping interval over 31 bits",
-         {R"(0{"sid":"a","pingInterval":2147483648,"pingTimeout":1})"},
-         kBad,
-         kBad,
-         kBad},
+         {R"(0{"sid":"a","pingInterval":2147483648,"pingTimeout":1})"}},
         {"the longest ping interval",
          {R"(0{"sid":"a","pingInterval":2147483647,"pingTimeout":1})"},
          kLives,
          kBad,
          kBad},
-        {"ping interval that is text",
-         {R"(0{"sid":"a","pingInterval":"25000","pingTimeout":1})"},
-         kBad,
-         kBad,
-         kBad},
-        {"open that is an array", {"0[]"}, kBad, kBad, kBad},
-        {"close packet", {"1"}, kBad, "link-lost", "link-lost"},
+        {"ping interval that is text", {R"(0{"sid":"a","pingInterval":"25000","pingTimeout":1})"}},
+        {"open that is an array", {"0[]"}},
+        {"close packet", {"1"}, kBad, kLost, kLost},
         {"noop", {"6"}, kBad, kLives, kLives},
         {"upgrade from the server", {"5"}, kBad, kLives, kLives},
         {"pong storm", storm, kBad, kLives, kLives},
         {"probe answer out of place", {"3probe"}, kBad, kLives, kLives},
-        {"empty message", {"4"}, kBad, kBad, kBad},
-        {"unknown message type", {"47"}, kBad, kBad, kBad},
-        {"event without a name", {"42/chat,[]"}, kBad, kBad, kBad},
-        {"event that is an object", {"42/chat,{}"}, kBad, kBad, kBad},
-        {"event whose name is an object", {"42/chat,[{}]"}, kBad, kBad, kBad},
-        {"event whose name is a number", {"42/chat,[1]"}, kBad, kBad, kBad},
-        {"event with a reserved name", {R"(42/chat,["connect"])"}, kBad, kBad, kBad},
-        {"event cut short", {R"(42/chat,["a")"}, kBad, kBad, kBad},
+        {"empty message", {"4"}},
+        {"unknown message type", {"47"}},
+        {"event without a name", {"42/chat,[]"}},
+        {"event that is an object", {"42/chat,{}"}},
+        {"event whose name is an object", {"42/chat,[{}]"}},
+        {"event whose name is a number", {"42/chat,[1]"}},
+        {"event with a reserved name", {R"(42/chat,["connect"])"}},
+        {"event cut short", {R"(42/chat,["a")"}},
         {"event for another namespace", {R"(42/other,["a"])"}, kBad, kLives, kBad},
-        {"deep JSON", {"42/chat,[\"a\"," + repeated("[", 100'000)}, kBad, kBad, kBad},
-        {"closed deep JSON",
-         {"42/chat,[\"a\"," + repeated("[", 2000) + repeated("]", 2000) + "]"},
-         kBad,
-         kBad,
-         kBad},
+        {"deep JSON", {"42/chat,[\"a\"," + repeated("[", 100'000)}},
+        {"closed deep JSON", {"42/chat,[\"a\"," + repeated("[", 2000) + repeated("]", 2000) + "]"}},
         {"as many values as are taken",
          {"42/chat,[\"a\"" + repeated(",0", 99'998) + "]"},
          kBad,
          kLives,
          kBad},
-        {"one value more", {"42/chat,[\"a\"" + repeated(",0", 99'999) + "]"}, kBad, kBad, kBad},
-        {"one key more",
-         {"42/chat,[\"a\",{\"k\":0" + repeated(",\"k\":0", 49'998) + "}]"},
-         kBad,
-         kBad,
-         kBad},
-        {"bad UTF-8 in JSON", {"42/chat,[\"a\xff\"]"}, kBad, kBad, kBad},
+        {"one value more", {"42/chat,[\"a\"" + repeated(",0", 99'999) + "]"}},
+        {"one key more", {"42/chat,[\"a\",{\"k\":0" + repeated(",\"k\":0", 49'998) + "}]"}},
+        {"bad UTF-8 in JSON", {"42/chat,[\"a\xff\"]"}},
         {"answer for an unknown id", {"43/chat,99[]"}, kBad, kLives, kBad},
         {"the same answer twice", {"43/chat,0[]", "43/chat,0[]"}, kBad, kLives, kBad},
-        {"answer without id", {"43/chat,[]"}, kBad, kBad, kBad},
-        {"id over 64 bits", {R"(42/chat,99999999999999999999["a"])"}, kBad, kBad, kBad},
+        {"answer without id", {"43/chat,[]"}},
+        {"id over 64 bits", {R"(42/chat,99999999999999999999["a"])"}},
         {"attachment nobody announced", {"bytes:\x04xyz"}, kBad, kBad, kLives},
-        {"attachment that is no base64", {"b4!!!"}, kBad, kBad, kBad},
-        {"empty binary frame", {"bytes:"}, kBad, kBad, kBad},
-        {"count of nothing", {R"(450-/chat,["a"])"}, kBad, kBad, kBad},
-        {"huge count", {R"(4599999999999-/chat,["a"])"}, kBad, kBad, kBad},
-        {"count over 64 bits", {R"(4599999999999999999999999-/chat,["a"])"}, kBad, kBad, kBad},
-        {"count without a dash", {R"(451/chat,["a"])"}, kBad, kBad, kBad},
+        {"attachment that is no base64", {"b4!!!"}},
+        {"empty binary frame", {"bytes:"}},
+        {"count of nothing", {R"(450-/chat,["a"])"}},
+        {"huge count", {R"(4599999999999-/chat,["a"])"}},
+        {"count over 64 bits", {R"(4599999999999999999999999-/chat,["a"])"}},
+        {"count without a dash", {R"(451/chat,["a"])"}},
         {"placeholder out of range",
-         {R"(451-/chat,["a",{"_placeholder":true,"num":7}])", "bytes:\x04x"},
-         kBad,
-         kBad,
-         kBad},
+         {R"(451-/chat,["a",{"_placeholder":true,"num":7}])", "bytes:\x04x"}},
         {"placeholder below zero",
-         {R"(451-/chat,["a",{"_placeholder":true,"num":-1}])", "bytes:\x04x"},
-         kBad,
-         kBad,
-         kBad},
-        {"more attachments than announced",
-         {R"(451-/chat,["a"])", "bytes:\x04x", "bytes:\x04x"},
-         kBad,
-         kBad,
-         kBad},
+         {R"(451-/chat,["a",{"_placeholder":true,"num":-1}])", "bytes:\x04x"}},
+        {"more attachments than announced", {R"(451-/chat,["a"])", "bytes:\x04x", "bytes:\x04x"}},
         {"attachments never sent",
-         {R"(451-/chat,["a",{"_placeholder":true,"num":0}])", R"(42/chat,["b"])"},
-         kBad,
-         kBad,
-         kBad},
+         {R"(451-/chat,["a",{"_placeholder":true,"num":0}])", R"(42/chat,["b"])"}},
         {"join answered twice", {"40/chat,"}, kBad, kLives, kBad},
         {"namespace taken away", {"41/chat,"}, kBad, "server-disconnect", kBad},
-        {"disconnect with a payload", {R"(41/chat,{"a":1})"}, kBad, kBad, kBad},
+        {"disconnect with a payload", {R"(41/chat,{"a":1})"}},
         {"error for the joined namespace", {R"(44/chat,"oops")"}, kBad, kLives, kBad},
-        {"error with an id", {R"(44/chat,7"oops")"}, kBad, kBad, kBad},
-        {"error with nothing but an id", {"44/chat,7"}, kBad, kBad, kBad},
-        {"raw HTTP on the open socket", {"HTTP/1.1 400 Bad Request"}, kBad, kBad, kBad},
+        {"error with an id", {R"(44/chat,7"oops")"}},
+        {"error with nothing but an id", {"44/chat,7"}},
+        {"raw HTTP on the open socket", {"HTTP/1.1 400 Bad Request"}},
     };
     for (const auto& fault : faults) {
         SCOPED_TRACE(fault.name);
@@ -177,34 +139,32 @@ TEST(HostileSession, MeetsHostileAnswersToPolling) {
         const char* name;
         int status;
         std::string body;
-        const char* opening;
-        const char* idle;
-        const char* busy;  // attachments are due, and a POST is under way
+        const char* opening = kBad;
+        const char* idle = kBad;
+        const char* busy = kBad;  // attachments are due, and a POST is under way
     };
     const Row rows[] = {
-        {"moved", 301, "", "connect-failed", "link-lost", "link-lost"},
-        {"not authorised", 401, "", "connect-failed", "link-lost", "link-lost"},
-        {"forbidden", 403, R"({"code":4,"message":"Forbidden"})", "connect-failed", "link-lost",
-         "link-lost"},
-        {"not found", 404, "", "connect-failed", "link-lost", "link-lost"},
-        {"too many", 429, "", "connect-failed", "link-lost", "link-lost"},
-        {"broken", 500, "", "connect-failed", "link-lost", "link-lost"},
-        {"unknown session", 400, R"({"code":1,"message":"Session ID unknown"})", kLives,
-         "link-lost", "link-lost"},
-        {"empty body", 200, "", kBad, kBad, kBad},
-        {"a web page", 200, "<html>", kBad, kBad, kBad},
-        {"only a separator", 200, "\x1e", kBad, kBad, kBad},
-        {"the other revision's framing", 200, "8:40/chat,", kBad, kBad, kBad},
+        {"moved", 301, "", kFailed, kLost, kLost},
+        {"not authorised", 401, "", kFailed, kLost, kLost},
+        {"forbidden", 403, R"({"code":4,"message":"Forbidden"})", kFailed, kLost, kLost},
+        {"not found", 404, "", kFailed, kLost, kLost},
+        {"too many", 429, "", kFailed, kLost, kLost},
+        {"broken", 500, "", kFailed, kLost, kLost},
+        {"unknown session", 400, R"({"code":1,"message":"Session ID unknown"})", kLives, kLost,
+         kLost},
+        {"empty body", 200, ""},
+        {"a web page", 200, "<html>"},
+        {"only a separator", 200, "\x1e"},
+        {"the other revision's framing", 200, "8:40/chat,"},
         {"an unknown packet behind a good one", 200,
          "6\x1e"
-         "9",
-         kBad, kBad, kBad},
-        {"a second open", 200, std::string(kOpen) + "\x1e" + kOpen, kBad, kBad, kBad},
-        {"an attachment that is no base64", 200, "b!!!", kBad, kBad, kBad},
+         "9"},
+        {"a second open", 200, std::string(kOpen) + "\x1e" + kOpen},
+        {"an attachment that is no base64", 200, "b!!!"},
         {"an attachment nobody announced", 200, "bAAAA", kBad, kBad, kLives},
         {"another message before the attachments", 200, "42/chat,[\"a\"]", kBad, kLives, kBad},
-        {"deep JSON", 200, "42/chat,[" + repeated("[", 100'000), kBad, kBad, kBad},
-        {"close", 200, "1", kBad, "link-lost", "link-lost"},
+        {"deep JSON", 200, "42/chat,[" + repeated("[", 100'000)},
+        {"close", 200, "1", kBad, kLost, kLost},
         {"a million packets", 200, repeated("6\x1e", 999'999) + "6", kBad, kLives, kLives},
     };
     for (const auto& row : rows) {
@@ -222,7 +182,7 @@ TEST(HostileSession, MeetsHostileAnswersToPolling) {
         EXPECT_EQ(outcomeIn(busy.got(row.body, row.status)), row.busy);
     }
     const std::pair<int, const char*> posts[] = {
-        {200, kLives}, {413, kLives}, {302, "link-lost"}, {400, "link-lost"}, {500, "link-lost"}};
+        {200, kLives}, {413, kLives}, {302, kLost}, {400, kLost}, {500, kLost}};
     for (const auto& [status, outcome] : posts) {
         Script script(chat(TransportChoice::PollingOnly));
         script.joinPolling(EngineRevision::V4);
@@ -252,16 +212,15 @@ TEST(HostileSession, EndsWhenItsTransportDoes) {
         const char* joined;
     };
     const Row rows[] = {
-        {event::WebSocketClosed{Cause::Peer, "1001"}, TransportChoice::WebSocketOnly,
-         "connect-failed", "link-lost", "link-lost"},
-        {event::WebSocketClosed{Cause::Network, ""}, TransportChoice::WebSocketOnly,
-         "connect-failed", "link-lost", "link-lost"},
-        {event::WebSocketClosed{Cause::Malformed, ""}, TransportChoice::WebSocketOnly,
-         "connect-failed", kBad, kBad},
-        {event::WebSocketClosed{Cause::TooLarge, ""}, TransportChoice::WebSocketOnly,
-         "connect-failed", "limit-passed", "limit-passed"},
-        {event::RequestFailed{"reset"}, TransportChoice::PollingOnly, "connect-failed",
-         "connect-failed", "link-lost"},
+        {event::WebSocketClosed{Cause::Peer, "1001"}, TransportChoice::WebSocketOnly, kFailed,
+         kLost, kLost},
+        {event::WebSocketClosed{Cause::Network, ""}, TransportChoice::WebSocketOnly, kFailed, kLost,
+         kLost},
+        {event::WebSocketClosed{Cause::Malformed, ""}, TransportChoice::WebSocketOnly, kFailed,
+         kBad, kBad},
+        {event::WebSocketClosed{Cause::TooLarge, ""}, TransportChoice::WebSocketOnly, kFailed,
+         "limit-passed", "limit-passed"},
+        {event::RequestFailed{"reset"}, TransportChoice::PollingOnly, kFailed, kFailed, kLost},
         {event::RequestFailed{"too large", true}, TransportChoice::PollingOnly, "limit-passed",
          "limit-passed", "limit-passed"},
     };
@@ -290,50 +249,40 @@ TEST(HostileSession, EndsInTimeWhenThePeerFallsSilent) {
         const char* outcome;
     };
     const std::string join = R"(40/chat,{"sid":"x"})";
+    constexpr const char* kMissed = "heartbeat-missed";
+    const auto webSocket = TransportChoice::WebSocketOnly;
     const auto polling = TransportChoice::PollingOnly;
     const auto upgrading = TransportChoice::PollingThenWebSocket;
     const Row rows[] = {
-        {"no handshake", TransportChoice::WebSocketOnly, {}, 20s, "connect-failed"},
-        {"no open packet",
-         TransportChoice::WebSocketOnly,
-         {event::WebSocketOpened{}},
-         20s,
-         "connect-failed"},
-        {"no revision",
-         TransportChoice::WebSocketOnly,
-         {event::WebSocketText{kOpen}},
-         20s,
-         "connect-failed"},
-        {"no join",
-         TransportChoice::WebSocketOnly,
-         {event::WebSocketText{kOpenWithMaxPayload}},
-         20s,
-         "connect-failed"},
+        {"no handshake", webSocket, {}, 20s, kFailed},
+        {"no open packet", webSocket, {event::WebSocketOpened{}}, 20s, kFailed},
+        {"no revision", webSocket, {event::WebSocketText{kOpen}}, 20s, kFailed},
+        {"no join", webSocket, {event::WebSocketText{kOpenWithMaxPayload}}, 20s, kFailed},
         {"no heartbeat",
-         TransportChoice::WebSocketOnly,
+         webSocket,
          {event::WebSocketText{kOpen}, event::WebSocketText{join}},
          45s,
-         "heartbeat-missed"},
+         kMissed},
         {"no pong to an old server's client, which pings again meanwhile",
-         TransportChoice::WebSocketOnly,
+         webSocket,
          {event::WebSocketText{
               R"(0{"sid":"s1","upgrades":[],"pingInterval":25000,"pingTimeout":60000})"},
           event::WebSocketText{"40/chat,"}},
          85s,
-         "heartbeat-missed"},
-        {"no answer", polling, {}, 20s, "connect-failed"},
-        {"no join over polling", polling, {event::GetAnswered{200, kOpen}}, 20s, "connect-failed"},
+         kMissed},
+        {"no answer", polling, {}, 20s, kFailed},
+        {"no join over polling", polling, {event::GetAnswered{200, kOpen}}, 20s, kFailed},
         {"no heartbeat over polling",
          polling,
          {event::GetAnswered{200, kOpen}, event::GetAnswered{200, join}},
          45s,
-         "heartbeat-missed"},
+         kMissed},
         {"nothing runs dry for the upgrade",
          upgrading,
          {event::GetAnswered{200, kOpen}, event::GetAnswered{200, join}, event::WebSocketOpened{},
           event::WebSocketText{"3probe"}},
          45s,
-         "heartbeat-missed"},
+         kMissed},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.phase);
