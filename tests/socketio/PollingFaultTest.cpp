@@ -27,62 +27,48 @@ TEST(PollingFaults, EndPollingWithTheRightWord) {
     };
     const WireFault faults[] = {
         {"accepts and stays silent",
-         {{"connectTimeout", 0.1}},
          [](Connection& c) { c.waitForClose(); },
-         "error The server did not answer in time."},
-        {"a web page",
-         {},
-         ScriptedServer::answering(
-             [](const WireRequest&) { return ScriptedServer::text(200, "<html>"); }),
+         "error The server did not answer in time.",
+         {{"connectTimeout", 0.1}}},
+        {"a web page", ScriptedServer::answering([](const WireRequest&) {
+             return ScriptedServer::text(200, "<html>");
+         }),
          "error The answer does not come from a Socket.IO server."},
         {"truncated body",
-         {{"connectTimeout", 0.1}},
          answeringWith("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n0{"),
-         "error"},
-        {"closes at once",
-         {},
-         [](Connection& c) { c.readRequest(); },
+         "error",
+         {{"connectTimeout", 0.1}}},
+        {"closes at once", [](Connection& c) { c.readRequest(); },
          "error The server closed the connection before it answered."},
         {"closes in the middle of its answer",
-         {},
          [](Connection& c) {
              c.readRequest();
              c.write("HTTP/1.1 200 OK\r\nContent-Length: 500\r\n\r\n0{");
          },
          "error The server closed the connection in the middle of an answer."},
-        {"no HTTP at all",
-         {},
-         answeringWith("SSH-2.0-OpenSSH\r\n\r\n"),
+        {"no HTTP at all", answeringWith("SSH-2.0-OpenSSH\r\n\r\n"),
          "error The server's answer is not HTTP."},
         {"a chunk that is none",
-         {},
          answeringWith("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nxyz\r\n"),
          "error The server's answer is not valid HTTP."},
         {"compressed by half",
-         {},
          answeringWith(
              "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\nContent-Length: 4\r\n\r\nnone"),
          "error The server's answer cannot be decompressed."},
-        {"unknown session",
-         {},
-         polling([](const WireRequest&) {
+        {"unknown session", polling([](const WireRequest&) {
              return ScriptedServer::text(400, R"({"code":1,"message":"Session ID unknown"})");
          }),
          "error The server does not know the session."},
         {"an answer over the limit",
-         {{"maxMessageSize", 1000}},
          polling(
              [](const WireRequest&) { return ScriptedServer::text(200, std::string(2000, '6')); }),
-         "error The server's answer is too long."},
-        {"a million packets, then a malformed one",
-         {},
-         polling([](const WireRequest&) {
+         "error The server's answer is too long.",
+         {{"maxMessageSize", 1000}}},
+        {"a million packets, then a malformed one", polling([](const WireRequest&) {
              return ScriptedServer::text(200, repeated("6\x1e", 1'000'000) + "9");
          }),
          "error The server sent a malformed payload."},
-        {"a malformed payload",
-         {},
-         polling([](const WireRequest&) {
+        {"a malformed payload", polling([](const WireRequest&) {
              return ScriptedServer::text(200,
                                          "40/chat,{\"sid\":\"x\"}\x1e"
                                          "9");

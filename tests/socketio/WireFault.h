@@ -18,9 +18,9 @@ using Connection = ScriptedServer::Connection;
 /// A peer's script, and what a client must report.
 struct WireFault {
     const char* name;
-    Dictionary options;
     ScriptedServer::Script script;
     std::string heard;  // the beginning of the last line
+    Dictionary options = {};
 };
 
 inline std::string closeFrame(int code, std::string_view reason = {}) {
