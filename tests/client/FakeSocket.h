@@ -33,6 +33,7 @@ public:
     std::vector<std::string> eventsListenedTo;
     int connects = 0;
     ErrorPtr refusal;            // the result of an emit while connected
+    int refused = 0;             // how often it was
     bool isSlowToClose = false;  // "disconnect" comes with a later call of `disconnect`
 
     // The server's side.
@@ -86,7 +87,7 @@ public:
             return Error::withDescription(kSocketIOErrorDomain, SocketIOErrorNotConnected,
                                           "the link is gone");
         }
-        if (refusal) return refusal;
+        if (refusal) return ++refused, refusal;
         emitted.emplace_back(event, items);
         return nullptr;
     }

@@ -70,7 +70,7 @@ TEST_F(CatchUpTest, MergesWhatArrivesLiveMeanwhile) {
     cut();
     auto history = messages(1, 60);
     setHistory(history);
-    service.delay("GET", "/ctx/:id/friends/:other/chats", 2s);
+    service.delay("GET", "/ctx/:id/friends/:other/chats", 10s);
     reconnect();
     // One message that is also in the history, one that is newer, and one from another device, each
     // twice.

@@ -52,14 +52,14 @@ protected:
         vxim_configuration = nullptr;
     }
 
-    /// Runs the main queue until `predicate` is true, and advances the clock by a quarter of a
-    /// second every two real milliseconds. The store's thread works in real time, so the clock must
-    /// not run too fast.
+    /// Runs the main queue until `predicate` is true, and advances the clock by `step` every two
+    /// real milliseconds. The store's thread works in real time, so the clock must not run too
+    /// fast.
     [[nodiscard]] bool reaches(const std::function<bool()>& predicate) {
         const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (!MainQueue::shared().runUntil(predicate, std::chrono::milliseconds(2))) {
             if (std::chrono::steady_clock::now() > giveUp) return false;
-            clock.advance(std::chrono::milliseconds(250));
+            clock.advance(step);
         }
         return true;
     }
@@ -208,6 +208,7 @@ protected:
     }
 
     ManualClock clock;
+    std::chrono::milliseconds step{250};
     FakeService service;
     TemporaryFolder folder;
     std::shared_ptr<FakeSocket> socket;
