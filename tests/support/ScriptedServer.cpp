@@ -29,20 +29,24 @@ bool sameName(std::string_view a, std::string_view b) {
     });
 }
 
-int listenOn(std::uint32_t host, std::uint16_t& port, int backlog) {
-    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+int bindTo(std::uint32_t host, std::uint16_t& port) {
+    const int bound = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(host);
     address.sin_port = htons(port);
     socklen_t size = sizeof address;
-    if (listener < 0 ||
-        ::bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener, backlog) != 0 ||
-        ::getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
-        throw std::runtime_error("cannot listen on loopback");
+    if (bound < 0 || ::bind(bound, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::getsockname(bound, reinterpret_cast<sockaddr*>(&address), &size) != 0) {
+        throw std::runtime_error("cannot have a port on loopback");
     }
     port = ntohs(address.sin_port);
+    return bound;
+}
+
+int listenOn(std::uint32_t host, std::uint16_t& port, int backlog) {
+    const int listener = bindTo(host, port);
+    if (::listen(listener, backlog) != 0) throw std::runtime_error("cannot listen on loopback");
     return listener;
 }
 
@@ -354,8 +358,9 @@ std::string ScriptedServer::text(int status, std::string_view body, std::string_
 }
 
 std::uint16_t deadPort() {
-    std::uint16_t port = 0;
-    ::close(listenOnLoopback(port));
+    static std::uint16_t port = 0;
+    // stays taken: nobody else can listen there, nor a connection to it become one to itself
+    [[maybe_unused]] static const int taken = bindTo(INADDR_LOOPBACK, port);
     return port;
 }
 
