@@ -1,12 +1,11 @@
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
 
 #include "endtoend/EndToEnd.h"
+#include "support/ChildProcess.h"
 #include "support/TemporaryFolder.h"
 
 using namespace vexim::testing;
@@ -75,8 +74,7 @@ TEST_P(Chat, TwoUsersTalk) {
 TEST_P(Chat, WhatIsSentRightBeforeTheExitArrives) {
     auto bob = loggedIn("bob");
     // Ends its process as soon as its message counts as sent.
-    const std::string program = VEXIM_QUICK_START;
-    EXPECT_EQ(std::system((program + " " + service.origin() + " > /dev/null").c_str()), 0);
+    EXPECT_EQ(ChildProcess({VEXIM_QUICK_START, service.origin()}).wait(), 0);
     EXPECT_TRUE(bob->hears("friend alice: hello"));
 }
 #endif
@@ -85,11 +83,7 @@ TEST_P(Chat, WhatIsSentRightBeforeTheExitArrives) {
 TEST_P(Chat, TheGuidesBotAnswersAndLeavesInGoodOrder) {
     auto alice = loggedIn("alice");
     for (const bool toldToLeave : {true, false}) {
-        const std::string program = VEXIM_ECHO_BOT;
-        std::FILE* bot = popen(("echo $$; exec " + program + " " + service.origin()).c_str(), "r");
-        ASSERT_NE(bot, nullptr);
-        pid_t process = 0;
-        ASSERT_EQ(std::fscanf(bot, "%d", &process), 1);
+        ChildProcess bot({VEXIM_ECHO_BOT, service.origin()});
         EXPECT_TRUE(alice->hears("online bob"));
         const char* word = toldToLeave ? "bye" : "hello";
         EXPECT_EQ(run([&](auto done) {
@@ -99,11 +93,9 @@ TEST_P(Chat, TheGuidesBotAnswersAndLeavesInGoodOrder) {
                   "yes");
         EXPECT_TRUE(alice->hears(std::string("friend bob: ") + word)) << "her own";
         EXPECT_TRUE(alice->hears(std::string("friend bob: ") + word)) << "the bot's answer";
-        if (!toldToLeave) {
-            EXPECT_EQ(kill(process, SIGTERM), 0);
-        }
+        if (!toldToLeave) bot.signal(SIGTERM);
         EXPECT_TRUE(alice->hears("offline bob"));
-        EXPECT_EQ(pclose(bot), 0);
+        EXPECT_EQ(bot.wait(), 0);
     }
 }
 #endif

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +15,10 @@
 extern char** environ;
 
 namespace vexim::testing {
+
+namespace {
+constexpr int kPatienceMillis = 60'000;
+}
 
 ChildProcess::ChildProcess(std::vector<std::string> words) {
     std::array<int, 2> in{}, out{};
@@ -43,12 +48,11 @@ ChildProcess::~ChildProcess() {
     closeInput();
     ::close(output_);
     if (process_ < 0) return;
-    ::kill(process_, SIGKILL);
+    signal(SIGKILL);
     wait();
 }
 
 std::optional<std::string> ChildProcess::readLine() {
-    constexpr int kPatienceMillis = 20'000;
     for (;;) {
         if (const auto end = read_.find('\n'); end != std::string::npos) {
             std::string line = read_.substr(0, end);
@@ -74,9 +78,17 @@ void ChildProcess::closeInput() {
     if (input_ >= 0) ::close(std::exchange(input_, -1));
 }
 
+void ChildProcess::signal(int number) { ::kill(process_, number); }
+
 int ChildProcess::wait() {
+    if (process_ < 0) return -1;
+    pollfd end{static_cast<int>(::syscall(SYS_pidfd_open, process_, 0)), POLLIN, 0};
+    if (end.fd >= 0) {
+        if (::poll(&end, 1, kPatienceMillis) == 0) signal(SIGKILL);
+        ::close(end.fd);
+    }
     int status = -1;
-    if (process_ >= 0) ::waitpid(std::exchange(process_, -1), &status, 0);
+    ::waitpid(std::exchange(process_, -1), &status, 0);
     return status;
 }
 

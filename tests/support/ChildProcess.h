@@ -19,14 +19,16 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    /// The next line of its standard output, without the end; nullopt if none comes within a few
-    /// seconds.
+    /// The next line of its standard output, without the end; nullopt if none comes within a
+    /// minute.
     std::optional<std::string> readLine();
     /// Writes to its standard input. Throws std::runtime_error if it has ended.
     void writeLine(std::string line);
     /// Ends its standard input, which asks our programs to end.
     void closeInput();
-    /// Waits for its end. Returns its status as `waitpid` gives it.
+    void signal(int number);
+    /// Waits for its end, a minute at most: then it is killed. Returns its status as `waitpid`
+    /// gives it.
     int wait();
 
 private:
