@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "VexIMLib/Testing/ManualClock.h"
 #include "endtoend/LiveWorld.h"
 #include "support/Gzip.h"
 #include "support/PeakMemory.h"
@@ -20,7 +21,6 @@ namespace {
 
 using Connection = ScriptedServer::Connection;
 using namespace std::chrono_literals;
-using SteadyClock = std::chrono::steady_clock;
 
 constexpr const char* kLoginAnswer = R"({"success":true,"id":"u1"})";
 constexpr const char* kMessage =
@@ -31,12 +31,10 @@ std::string brackets(std::size_t depth) {
 }
 
 /// Logs in at `origin` and expects the connection never to come up: one error, no more.
-void expectNoConnection(const std::string& origin, Dictionary options) {
+void expectNoConnection(const std::string& origin, const Dictionary& options = {}) {
     auto ears = LiveClient::make(origin, options);
-    const auto start = SteadyClock::now();
     ears->login();
     EXPECT_TRUE(eventually([&] { return ears->errors > 0; }));
-    EXPECT_LT(SteadyClock::now() - start, 30s);
     MainQueue::shared().drain();
     EXPECT_EQ(ears->errors, 1);
     EXPECT_EQ(ears->disconnects, 0);
@@ -45,6 +43,7 @@ void expectNoConnection(const std::string& origin, Dictionary options) {
 }
 
 TEST(HostileLive, AServerThatCannotBeTalkedToIsAnError) {
+    ManualClock clock;
     const struct {
         const char* why;
         std::function<void(LivePeer&)> play;
@@ -52,10 +51,10 @@ TEST(HostileLive, AServerThatCannotBeTalkedToIsAnError) {
         {"it hangs up", [](LivePeer&) {}},
         {"it resets", [](LivePeer& p) { p.connection().reset(); }},
         {"a head byte by byte",
-         [](LivePeer& p) {
+         [&](LivePeer& p) {
              p.connection().readHead();
              p.connection().write("HTTP/1.1 101 Switching Protocols\r\nX: ");
-             while (p.connection().pause(20ms) && p.connection().write("x")) continue;
+             while (p.connection().pause(20ms) && p.connection().write("x")) clock.advance(5s);
          }},
         {"closed after the upgrade", [](LivePeer& p) { p.acceptWebSocket(); }},
         {"an open packet of 100 000 levels",
@@ -76,19 +75,19 @@ TEST(HostileLive, AServerThatCannotBeTalkedToIsAnError) {
             LivePeer peer(connection);
             each.play(peer);
         });
-        expectNoConnection(server.url(""), {{"connectTimeout", 0.3}});
+        expectNoConnection(server.url(""));
         EXPECT_EQ(server.connectionCount(), 1);
     }
 }
 
 TEST(HostileLive, AnUnreachableServerIsAnError) {
-    expectNoConnection("http://127.0.0.1:" + std::to_string(deadPort()), {});
-    expectNoConnection("http://name.invalid", {});  // RFC 6761: never resolves
-    expectNoConnection("gopher://127.0.0.1", {});
+    expectNoConnection("http://127.0.0.1:" + std::to_string(deadPort()));
+    expectNoConnection("http://name.invalid");  // RFC 6761: never resolves
+    expectNoConnection("gopher://127.0.0.1");
 }
 
 TEST(HostileLive, AResolverThatNeverAnswersHoldsUpOnlyWhoAsked) {
-    auto blocked = LiveClient::make("http://a.blocked.test");  // its deadline is in 20 seconds
+    auto blocked = LiveClient::make("http://a.blocked.test", {{"connectTimeout", 600}});
     blocked->login();
     for (const char* transport : {"forceWebsockets", "forcePolling"}) {
         SCOPED_TRACE(transport);
@@ -105,7 +104,7 @@ TEST(HostileLive, AResolverThatNeverAnswersHoldsUpOnlyWhoAsked) {
     EXPECT_EQ(blocked->errors, 0);
     const std::weak_ptr<VXIMClient> alive = blocked->client;
     blocked->client = nullptr;
-    EXPECT_TRUE(eventually([&] { return alive.expired(); }));
+    EXPECT_TRUE(eventuallyElsewhere([&] { return alive.expired(); }));
 }
 
 TEST(HostileLive, AFaultClosesTheSessionAndLosesNothingBeforeIt) {
@@ -188,19 +187,16 @@ TEST(HostileLive, AFaultClosesTheSessionAndLosesNothingBeforeIt) {
 }
 
 TEST(HostileLive, SilenceEndsASessionThatWasAlive) {
+    ManualClock clock;
     ScriptedServer server([](Connection& connection) {
         LivePeer peer(connection);
-        if (!peer.open(
-                R"(0{"sid":"s1","upgrades":[],"pingInterval":200,"pingTimeout":200,"maxPayload":1000})") ||
-            !peer.readText())
-            return;
-        peer.sendText(R"(40/chat,{"sid":"s2"})");
-        peer.emit("login", kLoginAnswer);
+        if (!peer.join() || !peer.emit("login", kLoginAnswer)) return;
         peer.waitForClose();  // and never a ping
     });
     auto ears = LiveClient::make(server.url(""));
     ears->login();
-    EXPECT_TRUE(eventually([&] { return ears->disconnects > 0; }));
+    EXPECT_TRUE(eventually([&] { return ears->client->status() == VXIMClientStatusOpened; }));
+    EXPECT_TRUE(clock.runUntil([&] { return ears->disconnects > 0; }, 1min));
     EXPECT_EQ(ears->client->status(), VXIMClientStatusPaused);
 }
 
