@@ -47,7 +47,6 @@ void upload() {
     message->receiver()->setUserId("u2");
     client->sendSystemMessage(
         message, [](std::int32_t) {}, [](bool, const vexim::ErrorPtr&) {});
-    MainQueue::shared().after(std::chrono::seconds(1), [path] { std::filesystem::remove(path); });
     std::atexit([] {
         std::filesystem::remove(std::filesystem::temp_directory_path() /
                                 ("vexim-exit-" + std::to_string(::getpid())));
