@@ -63,7 +63,7 @@ TEST_F(RequestTest, FinishedDelegatesStayUnlessToldOtherwiseButNeverTheirCallbac
             *VXIMRequest::request(),
             once([&, object](const Value&, const ErrorPtr&) { done = true; }));
         task->resume();
-        EXPECT_TRUE(eventually([&] { return done && object.use_count() == 1; }));
+        EXPECT_TRUE(eventuallyElsewhere([&] { return done && object.use_count() == 1; }));
         return task;
     };
     auto kept = finish();

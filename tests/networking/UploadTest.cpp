@@ -97,7 +97,8 @@ TEST_F(UploadTest, AnIndependentParserGetsTheFileAsItIs) {
         ASSERT_FALSE(percents.empty());
         EXPECT_TRUE(std::is_sorted(percents.begin(), percents.end()));
         EXPECT_EQ(percents.back(), 100);
-        EXPECT_TRUE(eventually([&] { return held.use_count() == 1; })) << "nothing is kept";
+        EXPECT_TRUE(eventuallyElsewhere([&] { return held.use_count() == 1; }))
+            << "nothing is kept";
     }
 }
 

@@ -282,7 +282,7 @@ TEST_F(Operations, KeepTheirReceiverUntilTheyEndAndNeedNoCompletion) {
     resources.group->addMembers({"u9"}, {});
     resources.group = nullptr;
     EXPECT_FALSE(group.expired());
-    EXPECT_TRUE(eventually([&] { return group.expired(); }));
+    EXPECT_TRUE(eventuallyElsewhere([&] { return group.expired(); }));
     EXPECT_EQ(service.takeRequests().size(), 1u);
 }
 
