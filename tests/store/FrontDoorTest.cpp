@@ -172,7 +172,7 @@ TEST_F(FrontDoorTest, SaysWhatIsWrongWithAFileAndLosesNothingMeanwhile) {
         EXPECT_EQ(send("too early"), -1);
         clock.advance(1s);  // messages sent from here on have later times
         mend();
-        EXPECT_EQ(codeOfOpening(), 0);
+        ASSERT_EQ(codeOfOpening(), 0);
         EXPECT_TRUE(becomes("<meanwhile unsent:sent"));
         EXPECT_EQ(saidTexts(), "unsent");
         end();

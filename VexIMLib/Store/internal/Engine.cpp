@@ -126,7 +126,10 @@ void Engine::work(Worker::Jobs jobs) {
             group.push_back(operation);
         } else if (auto* const opening = dynamic_cast<Opening*>(job.get())) {
             const ErrorPtr error = errorOf([this] { openFile(); });
-            if (error) closeFile();
+            if (error) {  // whoever hears of it may open again at once
+                closeFile();
+                lock_ = nullptr;
+            }
             opening->end(error ? nullptr : shared_from_this(), location_.path, error);
             std::unique_ptr<Job> none;
             if (error) worker_->finish(none);
