@@ -50,7 +50,7 @@ const commands = {
   async key({ keyOf, print }, words) {
     expect(words, 1, 1);
     if (keyOf === undefined)
-      throw new UsageError('users have keys of their own when --user-secret is set');
+      throw new UsageError('users have their own keys only with --user-secret');
     const { app, key } = await keyOf(words[0]);
     print(`app: ${app}\nkey: ${key}`);
   },
@@ -77,10 +77,11 @@ const commands = {
  */
 export async function admin(words, { service: { data, database, app, userSecret } }) {
   const [name, ...rest] = words;
-  if (!Object.hasOwn(commands, name ?? '')) throw new UsageError('admin takes one of its commands');
+  if (!Object.hasOwn(commands, name ?? ''))
+    throw new UsageError('admin needs one of these commands');
   process.umask(0o077); // a backup contains people's messages
   if (data === undefined && database === undefined)
-    throw new UsageError('--data or --database says whose users are meant');
+    throw new UsageError('--data or --database must say where the users are');
   const isAboutAll = name === 'backup' || name === 'restore';
   const store = isAboutAll ? undefined : await openStore({ data, database, isShared: true });
   try {
@@ -94,7 +95,7 @@ export async function admin(words, { service: { data, database, app, userSecret 
 
 function expect(words, least, most) {
   if (words.length < least || words.length > most)
-    throw new UsageError('that command takes other words');
+    throw new UsageError('this command needs other arguments');
 }
 
 /** Removes a final "-" from `words`. */
@@ -104,7 +105,7 @@ async function choosePassword(words) {
   words.pop();
   const nothing = once(process.stdin, 'end').then(() => ['']);
   const [line] = await Promise.race([once(createInterface(process.stdin), 'line'), nothing]);
-  if (line === '') throw new UsageError('standard input holds no password');
+  if (line === '') throw new UsageError('standard input has no password');
   return { password: line };
 }
 

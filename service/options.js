@@ -66,8 +66,8 @@ const readers = {
       items.every((item) => typeof item === 'string' && item !== '') ? items : undefined;
   },
 };
-const wanted = { text: 'a text', number: 'a whole number', flag: 'true or false',
-  list: 'one or more texts' };
+const wanted = { text: 'a string', number: 'a whole number', flag: 'true or false',
+  list: 'one or more strings' };
 
 /**
  * Reads the command line and the file that it names. `rest` has the words that belong to no flag.
@@ -155,7 +155,7 @@ function check(values) {
   if (values.tls && values.tls.length !== 2)
     throw new UsageError('--tls takes a certificate and its key');
   if (!values.key && !values['user-secret'])
-    throw new UsageError('--user-secret or --key is needed: the demo key is known to all');
+    throw new UsageError('--user-secret or --key is needed: everybody knows the demo key');
   for (const name of ['control-secret', 'metrics-secret', 'user-secret']) {
     if (values[name]?.length < 16) throw new UsageError(`--${name} needs 16 characters or more`);
   }

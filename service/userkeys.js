@@ -23,7 +23,7 @@ export const keyring =
   ({ store, app, userSecret }) =>
   async (id) => {
     must(userSecret !== undefined, 'notAllowed',
-      'Users have keys of their own when --user-secret is set.');
+      'Users have their own keys only with --user-secret.');
     const user = await store.user(id);
     return { app: `${app.appId}:${id}`, key: userKey(userSecret, user) };
   };

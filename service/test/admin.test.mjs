@@ -131,12 +131,12 @@ describe('admin', { timeout: 120_000 }, () => {
 
   test('a mistake is named', async () => {
     const cases = [
-      [['add'], /other words/],
+      [['add'], /other arguments/],
       [['add', 'alice'], /taken/],
       [['add', 'a b'], /An id must/],
       [['remove', 'nobody'], /no such user/],
       [['password', 'nobody'], /no such user/],
-      [['dance'], /one of its commands/],
+      [['dance'], /one of these commands/],
       [['restore', '/nonexistent.tar'], /tar/],
       [['list'], /--data or --database/, []],
     ];

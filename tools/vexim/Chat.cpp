@@ -44,7 +44,7 @@ int runChat(const Given& given) {
     const int signals = signalDescriptor();
     auto screen = chat::Screen::open(isUTF8);
     if (!screen || signals < 0) {
-        std::fputs("vexim: this terminal has no full screen (see TERM); going on line by line\n",
+        std::fputs("vexim: no full screen on this terminal (see TERM); going on line by line\n",
                    stderr);
         sigset_t none;
         sigemptyset(&none);

@@ -108,9 +108,9 @@ public:
             footer += "\n  " + std::to_string(status) + "  " + meaning;
         app_.footer(
             footer +
-            "\n\nvexim COMMAND --help tells what a command takes. The options above may stand anywhere; those\n"
-            "with a name in brackets may also be variables of the environment, or lines \"server = URL\"\n"
-            "of the configuration file (" +
+            "\n\nvexim COMMAND --help shows what a command takes. The options above can go anywhere. Those\n"
+            "with a name in brackets can also be environment variables, or lines like \"server = URL\"\n"
+            "in the configuration file (" +
             usualConfigurationFile() + ").");
         for (const auto& command : table.commands) add(command);
     }
@@ -200,7 +200,7 @@ private:
         Strings common;
         for (const auto& option : commonOptions()) common.push_back(option.name);
         return text +
-               "\nEvery command also takes what vexim --help tells: " + joined(common, ", ") + "\n";
+               "\nEvery command also takes what vexim --help shows: " + joined(common, ", ") + "\n";
     }
 
     static Parsed refused(const std::string& why) { return {.text = why, .status = 2}; }

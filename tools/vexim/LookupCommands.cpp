@@ -56,7 +56,7 @@ void readHistory(const Given& given, const std::string& me, Done done) {
 
 int runHistory(const Given& given) {
     if (!given.peer.isNamed() && !given.has("--passenger"))
-        throw std::invalid_argument("say of what with --friend, --group or --passenger");
+        throw std::invalid_argument("say which with --friend, --group or --passenger");
     return running(given.peer.groupId ? Acts::ForNobody : Acts::ForAUser, readHistory,
                    shownMessages)(given);
 }

@@ -95,8 +95,8 @@ std::string manualOf(const CommandTable& table) {
         ".It Ev VEXIM_STORE\nStands for\n.Fl \"-store\" .\n"
         ".It Ev NO_COLOR\nWith any value, the chat uses no colours.\n.El\n"
         ".Sh FILES\n.Bl -tag -width Ds\n.It Pa ~/.config/vexim/config\n"
-        "Options that may also be variables of the environment, a line for each.\n"
-        "What the command line or the environment says comes first.\n" +
+        "The options that can also be environment variables, a line for each.\n"
+        "The command line and the environment override them.\n" +
         literal(
             "server = \"https://chat.example.org\"\nuser = \"alice\"\nstore = \"/var/tmp/alice.vexim\"") +
         ".El\n.Sh EXIT STATUS\n.Bl -tag -width Ds\n";

@@ -23,7 +23,7 @@ template <class Act>
 void onPlace(const Given& given, Act act) {
     if (given.peer.groupId) return act(VXIMGroup::groupWithId(*given.peer.groupId));
     if (given.peer.roomId) return act(VXIMRoom::roomWithId(*given.peer.roomId));
-    throw std::invalid_argument("say of what with --group or --room");
+    throw std::invalid_argument("say which with --group or --room");
 }
 
 std::vector<CommandSpec> friendCommands() {

@@ -166,11 +166,10 @@ CommandSpec sendCommand() {
     return {
         "send",
         "Send one message",
-        {{"TEXT", "The text; \"-\" or none: what standard input holds, as one message",
-          Count::Any}},
+        {{"TEXT", "The text; \"-\" or none: all of standard input, as one message", Count::Any}},
         std::move(options),
         runSend,
-        "All of standard input is one text, without the line end that closes it; the text must be UTF-8.\n"
-        "A text that begins with a dash comes last, after \"--\".\n"
-        "The status is 0 when the service has delivered the message: it has sent it back."};
+        "All of standard input is one text, without the last line end; it must be UTF-8.\n"
+        "Put a text that begins with a dash last, after \"--\".\n"
+        "The status is 0 if the service has delivered the message: it has sent it back."};
 }

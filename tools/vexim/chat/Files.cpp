@@ -67,7 +67,7 @@ std::string placeFor(const std::string& wanted, const std::string& name) {
     if (fs::is_directory(path))
         return freePath(path, safeFileName(name)).lexically_normal().string();
     if (fs::exists(fs::symlink_status(path)))
-        throw std::invalid_argument("there is a file already: " + wanted);
+        throw std::invalid_argument("the file already exists: " + wanted);
     return path.string();
 }
 

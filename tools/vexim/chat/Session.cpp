@@ -56,7 +56,7 @@ void Session::start() {
     conversations_->setCaughtUpHandler(
         [this](const VXIMCaughtUp& caughtUp) { didCatchUp(caughtUp); });
     conversations_->setTroubleHandler(
-        [this](const vexim::ErrorPtr& error) { complain("the store has a trouble", error); });
+        [this](const vexim::ErrorPtr& error) { complain("the store has a problem", error); });
     conversations_->open([this](bool opened, const vexim::ErrorPtr& error) {
         if (!opened) return failed_("no store: " + harmlessLine(explain(error)));
         didOpenStore();
