@@ -103,7 +103,13 @@ TEST_F(SessionSeams, TellsWhoAwaitsALoginThatNoAnswerCanComeAnyMore) {
          },
          ""},
         {"a pause", [&] { client->pause(); }, ""},
-        {"an error of an event", [&] { fails({"boom"}); }, ""},
+        {"an error of an event, while nothing is connected",
+         [&] {
+             client->pause();
+             drainMainQueue();
+             fails({"boom", vexim::Error::make(vexim::kSocketIOErrorDomain, 1)});
+         },
+         ""},
         {"a drop after the answer",
          [&] {
              socket().send("login", {Dictionary{{"success", false}, {"error", 7}}});

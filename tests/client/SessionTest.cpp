@@ -303,6 +303,7 @@ TEST_F(Session, RemovesTheInstallationOnlyWhenBothIdsAreKnown) {
     client->loginWithUsername("joe", "secret", {});
     client->deleteCurrentInstallIdCompletion(journal->completion("with an empty uid"));
     drainMainQueue();
+    EXPECT_EQ(journal->take(), (Lines{"before a login yes", "with an empty uid yes"}));
     login();
     std::thread([&] {
         client->deleteCurrentInstallIdCompletion(journal->completion("from another thread, later"));

@@ -184,7 +184,9 @@ TEST(URLSession, WaitsForNoBodyOfAHead) {
     });
     auto request = SessionProbe::request(server.url());
     request.method = "HEAD";
-    EXPECT_EQ(SessionProbe::make()->load(request).calls, "re");
+    const auto story = SessionProbe::make()->load(request);
+    EXPECT_EQ(story.calls, "re");
+    EXPECT_EQ(story.code(), 0) << story.detail();
 }
 
 TEST(URLSession, LogsNothingOfWhatADelegateSaysAtTheEnd) {
