@@ -142,7 +142,8 @@ TEST(Diagnosis, IsReadAndWrittenByManyThreads) {
         for (int i = 0; i < 200; ++i)
             setLogSink(i % 2 == 0 ? LogSink([](LogLevel, std::string_view) {}) : LogSink());
     });
-    for (int i = 0; i < 200; ++i) EventRecord::ofRequests().add("something", {{"number", i}});
+    for (int i = 0; i < 200; ++i)
+        EventRecord::ofRequests().add(events::kRequestFailed, {{"number", i}});
     reading.join();
     logging.join();
     EXPECT_EQ(EventRecord::ofRequests().events().size(), 128u);

@@ -42,8 +42,9 @@ TEST_F(StoreFaults, RefusesWhatItMustNotOpenAndLeavesItAsItIs) {
          "",
          VXIMStoreErrorCannotOpen,
          {.path = folder / "other", .readOnly = true}},
-        {"no path", "", VXIMStoreErrorCannotOpen, {.path = "/dev/null"}},
+        {"a link to a device", "", VXIMStoreErrorCannotOpen, {.path = folder / "device"}},
     };
+    std::filesystem::create_symlink("/dev/null", folder / "device");
     const std::string good = contentOf(path());
     for (const Case& each : cases) {
         setContent(path(), good);
