@@ -28,6 +28,8 @@ ChildProcess::ChildProcess(std::vector<std::string> words) {
     ::posix_spawn_file_actions_init(&actions);
     ::posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
     ::posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    // or it would keep connections open that this process closes
+    ::posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     std::vector<char*> arguments;
     for (auto& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
