@@ -24,7 +24,12 @@ public:
     std::optional<int> open() noexcept {
         if (isOpen()) return reading_;
         std::array<int, 2> ends{};
-        if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return std::nullopt;
+        // Not pipe2: some of the systems that phones run lack it.
+        if (::pipe(ends.data()) != 0) return std::nullopt;
+        for (const int end : ends) {
+            ::fcntl(end, F_SETFD, FD_CLOEXEC);
+            ::fcntl(end, F_SETFL, O_NONBLOCK);
+        }
         reading_ = ends[0];
         writing_ = ends[1];
         return reading_;
