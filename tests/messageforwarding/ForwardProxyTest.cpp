@@ -181,15 +181,18 @@ TEST_F(ForwardProxy, ServesTheSetterFormOfAReadOnlyPropertyAsAGetter) {
 }
 
 TEST_F(ForwardProxy, LearnsACustomNameWithThePlainOne) {
-    static const Class& cls = Class::declare("FreshSample", &Sample::staticClass());
+    static int run = 0;  // each has a class that nobody has used yet
+    static const Class* cls = nullptr;
+    const std::string name = "FreshSample" + std::to_string(++run);
+    cls = &Class::declare(name, &Sample::staticClass());
     struct FreshSample : Sample {
         using Sample::Sample;
-        const Class& runtimeClass() const override { return cls; }
+        const Class& runtimeClass() const override { return *cls; }
     };
     auto fresh = vexim::create<FreshSample>(Dictionary{{"open", true}});
     EXPECT_NE(raised([&] {
                   fresh->perform("isOpen");
-              }).find("-[FreshSample isOpen]: unrecognized selector"),
+              }).find("-[" + name + " isOpen]: unrecognized selector"),
               std::string::npos);
     EXPECT_EQ(fresh->perform("open"), true);
     EXPECT_EQ(fresh->perform("isOpen"), true);
