@@ -31,12 +31,12 @@ start_service() {  # on the port that it had before
     port=$(sed -n 's/.*listening on .*:\([0-9]*\)$/\1/p' "$work/service.log")
 }
 
-# how wide the columns are is not the point here
 control() {  # control PATH BODY
     curl -sf "http://127.0.0.1:$port/_control/$1" -H 'Content-Type: application/json' \
         -o /dev/null -d "$2"
 }
 
+# how wide the columns are is not the point here
 screen() { panes capture-pane -p -t "$1" | tr -s ' '; }
 fail() {
     echo "FAILED: $1"
