@@ -60,6 +60,7 @@ void Session::start() {
     conversations_->open([this](bool opened, const vexim::ErrorPtr& error) {
         if (!opened) return failed_("no store: " + harmlessLine(explain(error)));
         didOpenStore();
+        begin();
     });
     logIn();
 }
@@ -167,7 +168,7 @@ void Session::tick() {
             if (isTooLong && client_->status() == VXIMClientStatusOpened) logIn();
             break;
         case SessionState::Phase::Connecting:
-            if (state_.since(time) > kLoginTimeout)
+            if (!isLoggedIn_ && state_.since(time) > kLoginTimeout)
                 tryAgainLater("the service does not answer the login");
             break;
         case SessionState::Phase::Waiting:
@@ -192,7 +193,14 @@ void Session::setPresenceUnknown() {
 
 void Session::clientDidLogin(const std::shared_ptr<VXIMClient>& client) {
     me_ = client->currentUser()->uid().description();
-    hasLoggedIn_ = true;
+    hasLoggedIn_ = isLoggedIn_ = true;
+    begin();
+}
+
+void Session::begin() {
+    // Only a login tells whose store to open, and until it is open no message is accepted.
+    if (!isLoggedIn_ || !conversations_->store()) return;
+    if (state_.phase() == SessionState::Phase::Leaving) return;
     state_.connected(harmlessLine(me_), now());
     refresh();
 }
@@ -208,6 +216,7 @@ void Session::clientAttemptReconnect(const std::shared_ptr<VXIMClient>&) {
 }
 
 void Session::clientDidDisconnect(const std::shared_ptr<VXIMClient>&) {
+    isLoggedIn_ = false;
     if (state_.phase() == SessionState::Phase::Leaving) return;
     setPresenceUnknown();
     if (std::exchange(isPausing_, false)) return state_.paused(now());

@@ -95,6 +95,7 @@ private:
         std::vector<VXIMStoredGap> gaps;
     };
     void didOpenStore();
+    void begin();
     void didCatchUp(const VXIMCaughtUp& caughtUp);
     void showList(const std::vector<VXIMConversation>& list);
     void showMessages(const Address& address, const std::vector<VXIMStoredMessage>& messages);
@@ -114,7 +115,8 @@ private:
     const std::function<void(const std::string&)> failed_;
     SessionState state_;
     std::string me_;
-    bool hasLoggedIn_ = false;
+    bool hasLoggedIn_ = false;  // at least once
+    bool isLoggedIn_ = false;
     bool isPausing_ = false;
     Attempt attempt_ = &Session::logIn;  // what the next attempt of our own does
     unsigned attemptNumber_ = 0;         // so that a timer knows whether it is still wanted
