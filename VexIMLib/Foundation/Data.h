@@ -36,6 +36,9 @@ public:
     explicit Data(std::vector<std::uint8_t> bytes);
     /// Takes over the string's buffer without a copy. The string is then valid but unspecified.
     static Data fromString(std::string&& bytes);
+    /// Takes the bytes out. They are copied unless they came from `fromString` and no other copy of
+    /// this object lives. The object is then empty.
+    std::string takeString() &&;
 
     // A copy shares the bytes; the last of the copies to be destroyed frees them. A moved-from
     // object is empty.

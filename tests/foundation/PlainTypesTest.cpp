@@ -22,17 +22,23 @@
 using namespace vexim;
 using namespace std::chrono_literals;
 
-TEST(Data, SharesAndTakesBuffersOver) {
+TEST(Data, SharesAndTakesBuffersOverAndGivesThemBack) {
     std::string text(1000, 'x');
     const char* buffer = text.data();
-    const auto data = Data::fromString(std::move(text));
+    auto data = Data::fromString(std::move(text));
     const Data copy = data;
     EXPECT_EQ(copy.view().data(), buffer);
+    EXPECT_EQ(std::move(data).takeString(), copy.view());  // a copy, because another one reads it
+    data = Data::fromString(std::string(1000, 'x'));
+    buffer = data.view().data();
+    EXPECT_EQ(std::move(data).takeString().data(), buffer);
+    data = copy;
     std::vector<std::uint8_t> bytes(1000, 'x');
     const auto* start = bytes.data();
     const Data other(std::move(bytes));
     EXPECT_EQ(other.bytes(), start);
     EXPECT_EQ(other, copy);
+    EXPECT_EQ(Data(other).takeString(), copy.view());
     EXPECT_NE(other, Data("x"));
     EXPECT_EQ(Data(std::string_view()), Data());
     EXPECT_EQ(Value(data).description().size(),

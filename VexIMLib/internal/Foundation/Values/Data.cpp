@@ -24,6 +24,12 @@ Data Data::fromString(std::string&& bytes) {
     return data;
 }
 
+std::string Data::takeString() && {
+    const Data taken(std::move(*this));
+    auto* text = taken.rep_ ? std::get_if<std::string>(&taken.rep_->bytes) : nullptr;
+    return text && !taken.rep_->isShared() ? std::move(*text) : std::string(taken.view());
+}
+
 Data::Data(const Data& other) noexcept : rep_(other.rep_) {
     if (rep_) rep_->retain();
 }

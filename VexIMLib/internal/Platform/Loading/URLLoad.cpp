@@ -22,6 +22,7 @@ constexpr std::size_t kMostHeldBody = 64 * 1024;
 // passed to the delegate queue piece by piece; a piece and its copies fit in a core's cache
 constexpr std::size_t kDataPiece = 256 * 1024;
 constexpr std::int64_t kMostUnconsumed = 1024 * 1024;
+constexpr std::size_t kMostSpare = kMostUnconsumed / kDataPiece;
 constexpr std::int64_t kMostOnNetworkThread =
     64 * 1024;  // takes a fraction of a millisecond to parse
 constexpr std::chrono::milliseconds kSentReportInterval{10};
@@ -76,9 +77,13 @@ void URLLoad::decideRedirection(std::optional<URLRequest> request) {
         });
 }
 
-void URLLoad::consumed(std::size_t bytes) {
-    const auto left =
-        unconsumed_.fetch_sub(static_cast<std::int64_t>(bytes)) - static_cast<std::int64_t>(bytes);
+void URLLoad::consumed(Data data) {
+    const auto bytes = static_cast<std::int64_t>(data.size());
+    if (streamed_) {
+        const MutexLock lock(spareMutex_);
+        if (spare_.size() < kMostSpare) spare_.push_back(std::move(data).takeString());
+    }
+    const auto left = unconsumed_.fetch_sub(bytes) - bytes;
     if (left > kMostUnconsumed / 2 || !throttled_.exchange(false)) return;
     NetworkThread::shared().post([self = shared_from_this()] {
         if (self->exchange_ && self->phase_ == Phase::Exchanging)
@@ -184,21 +189,30 @@ HTTPExchange::Flow URLLoad::passOn(std::string_view bytes) {
         end(makeURLError(URLErrorDataLengthExceedsMaximum, request_->url));
         return HTTPExchange::Flow::Abort;
     }
-    // libcurl's last write may make a piece longer than necessary.
-    constexpr std::size_t kMostInAPiece = kDataPiece + CURL_MAX_WRITE_SIZE;
-    if (data_.empty()) {
-        data_.reserve(expected_ > 0 ? std::min<std::size_t>(static_cast<std::size_t>(expected_),
-                                                            kMostInAPiece)
-                                    : bytes.size());
-        LoadRunner::shared().flushSoon(shared_from_this());
-    }
-    // By doubling, a piece could reserve twice its length.
-    if (data_.size() + bytes.size() > data_.capacity() && data_.size() >= kDataPiece / 4)
-        data_.reserve(kMostInAPiece);
+    if (data_.empty()) LoadRunner::shared().flushSoon(shared_from_this());
+    makeRoomFor(bytes.size());
     data_.append(bytes);
     unconsumed_ += static_cast<std::int64_t>(bytes.size());
     if (data_.size() >= kDataPiece) flushData();
     return HTTPExchange::Flow::Go;
+}
+
+void URLLoad::makeRoomFor(std::size_t bytes) {
+    // libcurl's last write may make a piece longer than necessary.
+    constexpr std::size_t kMostInAPiece = kDataPiece + CURL_MAX_WRITE_SIZE;
+    if (data_.empty()) {
+        if (const MutexLock lock(spareMutex_); !spare_.empty()) {
+            data_ = std::move(spare_.back());
+            spare_.pop_back();
+            data_.clear();
+        }
+        data_.reserve(expected_ > 0 ? std::min<std::size_t>(static_cast<std::size_t>(expected_),
+                                                            kMostInAPiece)
+                                    : bytes);
+    }
+    // By doubling, a piece could reserve twice its length.
+    if (data_.size() + bytes > data_.capacity() && data_.size() >= kDataPiece / 4)
+        data_.reserve(kMostInAPiece);
 }
 
 void URLLoad::exchangeSentBody(std::int64_t total) {

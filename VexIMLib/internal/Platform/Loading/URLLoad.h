@@ -7,10 +7,12 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/Foundation/Data.h"
 #include "VexIMLib/Foundation/Error.h"
+#include "VexIMLib/internal/Foundation/Threads/ThreadSafety.h"
 #include "VexIMLib/internal/Platform/Loading/HTTPExchange.h"
 #include "VexIMLib/internal/Platform/Loading/URLRequest.h"
 #include "VexIMLib/internal/Platform/Loading/URLResponse.h"
@@ -70,8 +72,8 @@ public:
     /// Decides about a `Redirection`: the next request, or nullopt to accept it as the answer. Only
     /// the first call for each counts.
     void decideRedirection(std::optional<URLRequest> request);
-    /// The delegate has consumed this many bytes, so receiving may continue.
-    void consumed(std::size_t bytes);
+    /// The delegate has consumed these bytes, so receiving may continue, into the same memory.
+    void consumed(Data data);
     /// Removes the limit on the answer's length.
     void setAnswerIsStreamed(bool streamed) noexcept { streamed_ = streamed; }
     bool answerIsStreamed() const noexcept { return streamed_; }
@@ -97,6 +99,7 @@ private:
     void followRedirection(std::optional<URLRequest> request);
     void takeRedirectionAsAnswer();
     HTTPExchange::Flow passOn(std::string_view bytes);
+    void makeRoomFor(std::size_t bytes);
     void flushData();
     void flushSent();
     void emit(LoadEvent::Any event);
@@ -114,6 +117,11 @@ private:
     std::atomic<bool> mayCallOnNetworkThread_{false};
     std::atomic<std::int64_t> unconsumed_{0};  // bytes handed over and not yet consumed
     std::atomic<bool> throttled_{false};       // receiving pauses until enough is consumed
+
+    // The buffers of pieces that were consumed. Without them, each piece's memory would go back to
+    // the system on one thread and come from it again, page by page, on another.
+    Mutex spareMutex_;
+    std::vector<std::string> spare_ VEXIM_GUARDED_BY(spareMutex_);
 
     Phase phase_ = Phase::Idle;
     std::shared_ptr<Client> client_;

@@ -206,7 +206,7 @@ void URLSessionTask::Impl::handle(LoadEvent::Received event) {
     callDelegate([&](URLSessionDelegate& listener) {
         listener.dataTaskDidReceiveData(*session, self(), event.data);
     });
-    load->consumed(size);
+    load->consumed(std::move(event.data));
 }
 
 void URLSessionTask::Impl::handle(LoadEvent::End event) {
