@@ -1,7 +1,6 @@
 // A message received through the C interface, compared with one received in C++. Both clients have
 // logged in to the same server. CPU time of all threads. C++ comes first, because the C interface
 // runs the main queue on its own thread.
-// cinterface_benchmark [c|cpp]     with a word: receives messages of that side once, for a profiler
 
 #include <chrono>
 #include <cstdio>
@@ -9,12 +8,14 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "VexIMLib/C/vexim.h"
 #include "VexIMLib/VexIMLib.h"
 #include "live/LiveServer.h"
 #include "networking/CPUTime.h"
+#include "support/Selection.h"
 
 namespace {
 
@@ -100,7 +101,7 @@ private:
 template <class Side>
 double secondsOf(Side& side) {
     double best = std::numeric_limits<double>::max();
-    for (int round = 0; round <= 5; ++round) {
+    for (int round = 0; round <= 10; ++round) {
         const double before = vexim::bench::cpuSeconds(RUSAGE_SELF);
         side.receive();
         if (round > 0) best = std::min(best, vexim::bench::cpuSeconds(RUSAGE_SELF) - before);
@@ -110,21 +111,23 @@ double secondsOf(Side& side) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    const std::string only = argc > 1 ? argv[1] : "";
+int main() {
+    constexpr const char* kRow = "C interface: a message received, against C++";
     vexim::bench::stayOnOneCore();
     const LiveServer server;
-    double inCpp = 0;
-    if (only != "c") {
-        const auto cpp = std::make_shared<InCpp>();
+    const auto logInCpp = [&] {
+        auto cpp = std::make_shared<InCpp>();
         cpp->logIn(server.port());
-        if (only == "cpp") return cpp->receive(), 0;
-        inCpp = secondsOf(*cpp);
-    }
+        return cpp;
+    };
+    const auto receiveInC = [&] { InC(server.port()).receive(); };
+    const auto receiveInCpp = [&] { logInCpp()->receive(); };
+    if (vexim::bench::Selection::handles(kRow, LiveServer::kFlood, receiveInC, receiveInCpp))
+        return 0;
+    const double inCpp = secondsOf(*logInCpp());
     InC c(server.port());
-    if (only == "c") return c.receive(), 0;
     const double scale = 1e6 / LiveServer::kFlood;
-    vexim::bench::printRatio("C interface: a message received, against C++", secondsOf(c) * scale,
-                             inCpp * scale, "us", 1.5);
+    // its limit is on instructions
+    vexim::bench::printRatio(kRow, secondsOf(c) * scale, inCpp * scale, "us", std::nullopt);
     return 0;
 }
