@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdio>
 
-#include "chat/Commands.h"
+#include "chat/SlashCommands.h"
 #include "chat/Text.h"
 
 namespace {

@@ -36,13 +36,13 @@ std::string reasonOf(const VXIMDiagnosisEvent& failure) {
 /// failed, it says that others follow, because that takes seconds.
 bool await(const std::function<bool()>& hasArrived, const VXIMClient& client) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    bool isTold = false;
+    bool isReported = false;
     while (std::chrono::steady_clock::now() < end) {
         if (vexim::MainQueue::shared().runUntil(hasArrived, std::chrono::milliseconds(500)))
             return true;
         const auto events = client.diagnose().events();
         const auto failure = std::ranges::find(events, "request failed", &VXIMDiagnosisEvent::name);
-        if (failure != events.end() && !std::exchange(isTold, true)) {
+        if (failure != events.end() && !std::exchange(isReported, true)) {
             std::fprintf(stderr, "vexim: no usable answer from %s (%s), trying again …\n",
                          client.config()->socketURL()->host().c_str(), reasonOf(*failure).c_str());
         }

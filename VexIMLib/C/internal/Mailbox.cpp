@@ -225,7 +225,7 @@ Mailbox::Requests::iterator Mailbox::end(Requests::iterator request, Outcome out
 }
 
 void Mailbox::wake() {
-    const bool pollerSleeps = pipe_.isOpen() && !pipe_.isTold();
+    const bool pollerSleeps = pipe_.isOpen() && !pipe_.isNotified();
     if (waking_ || (waiting_ == 0 && !pollerSleeps)) return;
     if (!MainQueue::shared().isMainThread()) return wakeNow();
     waking_ = true;
@@ -240,7 +240,7 @@ void Mailbox::wake() {
 
 void Mailbox::wakeNow() {
     if (waiting_ > 0) changed_.notifyOne();
-    if (!pipe_.isTold()) pipe_.tell();
+    if (!pipe_.isNotified()) pipe_.notify();
 }
 
 }  // namespace vexim::c

@@ -107,7 +107,7 @@ void CatchUp::list(int failures) {
         [weak = weak_from_this(), user, link = link_, failures](bool, const ErrorPtr& error) {
             const auto self = weak.lock();
             if (!self || self->isStale(link)) return;
-            if (errors::mayPass(error)) {
+            if (errors::isWorthRetrying(error)) {
                 return MainQueue::shared().after(pauseAfter(failures), [weak, link, failures] {
                     const auto later = weak.lock();
                     if (later && !later->isStale(link)) later->list(failures + 1);
@@ -179,7 +179,7 @@ void CatchUp::requestPage(const VXIMConversationId& conversation) {
                     const std::optional<HistoryPage>& page, const ErrorPtr& error) {
         const auto self = weak.lock();
         if (!self || self->isStale(link)) return;
-        if (errors::mayPass(error)) return self->tryAgainLater(conversation, error);
+        if (errors::isWorthRetrying(error)) return self->tryAgainLater(conversation, error);
         if (error) return self->end(conversation, error);
         self->didGetPage(conversation, page.value_or(HistoryPage()));
     };

@@ -45,7 +45,7 @@ ErrorPtr otherUser() {
                 "The store belongs to another user than the one who has logged in.");
 }
 
-bool mayPass(const ErrorPtr& error) {
+bool isWorthRetrying(const ErrorPtr& error) {
     if (!error || isTemporary(error)) return error != nullptr;
     const auto cause = error->underlyingError();
     return cause && cause->is(kURLErrorDomain, URLErrorBadServerResponse) &&

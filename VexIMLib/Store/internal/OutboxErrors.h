@@ -20,6 +20,6 @@ ErrorPtr otherUser();
 
 /// Whether trying again later may help: a temporary error, or too many requests (RFC 6585, 4),
 /// which the core treats as a refusal like any other 4xx.
-bool mayPass(const ErrorPtr& error);
+bool isWorthRetrying(const ErrorPtr& error);
 
 }  // namespace vexim::store::errors

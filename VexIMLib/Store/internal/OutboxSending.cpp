@@ -30,9 +30,9 @@ constexpr std::chrono::seconds kHistoryLag = 3s;
 // Do not wait for a clock that was set back by more than this.
 constexpr std::int64_t kMostClockStepMillis = 1'000;
 
-bool mayPass(const ErrorPtr& error) {
+bool isWorthSendingAgain(const ErrorPtr& error) {
     // we cancel when the connection is lost
-    return errors::mayPass(error) || error->is(kURLErrorDomain, URLErrorCancelled);
+    return errors::isWorthRetrying(error) || error->is(kURLErrorDomain, URLErrorCancelled);
 }
 
 }  // namespace
@@ -228,7 +228,7 @@ void Outbox::didSend(const VXIMConversationId& conversation, std::int64_t localI
         awaitEchoes(conversation, queue);
     } else {
         const ErrorPtr cause = error ? error : message->error();
-        if (!cause || mayPass(cause)) {
+        if (!cause || isWorthSendingAgain(cause)) {
             requeue(conversation, queue, *item, cause);
         } else {
             fail(conversation, localId, cause);

@@ -170,9 +170,9 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress,
         // does get a cancellation.
         const bool uploadFailed =
             !payload && !(refusal && refusal->is(VXIMErrorDomain, VXIMErrorCannotSend));
-        const bool isTold = refusal && (!uploadFailed || (transfer && transfer->isCancelled()));
-        const vexim::UntoldError untold(isTold ? nullptr : refusal);  // for the async styles
-        completion(!isTold, isTold ? refusal : nullptr);
+        const bool isReported = refusal && (!uploadFailed || (transfer && transfer->isCancelled()));
+        const vexim::UntoldError untold(isReported ? nullptr : refusal);  // for the async styles
+        completion(!isReported, isReported ? refusal : nullptr);
     };
     Impl::uploadMessageAttachment(message, std::move(progress), std::move(finish),
                                   std::move(transfer));

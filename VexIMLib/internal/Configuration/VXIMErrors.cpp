@@ -13,7 +13,7 @@ const char* const VXIMConnectionErrorDomain = "VXIMConnectionErrorDomain";
 namespace vexim {
 namespace {
 
-bool mayPass(URLErrorCode code) {
+bool isTemporary(URLErrorCode code) {
     switch (code) {
         case URLErrorTimedOut:
         case URLErrorCannotFindHost:
@@ -26,7 +26,7 @@ bool mayPass(URLErrorCode code) {
     }
 }
 
-bool mayPass(VXIMConnectionErrorKind kind) {
+bool isTemporary(VXIMConnectionErrorKind kind) {
     switch (kind) {
         case VXIMConnectionErrorHostNotFound:
         case VXIMConnectionErrorUnreachable:
@@ -50,11 +50,11 @@ bool mayPass(VXIMConnectionErrorKind kind) {
 bool isTemporary(const ErrorPtr& error) {
     if (!error) return false;
     if (error->domain() == VXIMConnectionErrorDomain)
-        return mayPass(static_cast<VXIMConnectionErrorKind>(error->code()));
+        return isTemporary(static_cast<VXIMConnectionErrorKind>(error->code()));
     // -1011 stands for an HTTP status; the mark in the outer error decides that case.
     const bool isTransport =
         error->domain() == kURLErrorDomain && error->code() != URLErrorBadServerResponse;
-    if (isTransport) return mayPass(static_cast<URLErrorCode>(error->code()));
+    if (isTransport) return isTemporary(static_cast<URLErrorCode>(error->code()));
     // Requests mark every transport failure as temporary. The underlying error is more precise.
     const ErrorPtr cause = error->underlyingError();
     if (cause && !cause->is(kURLErrorDomain, URLErrorBadServerResponse)) return isTemporary(cause);

@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "Commands.h"
 #include "Roster.h"
 #include "Session.h"
+#include "SlashCommands.h"
 
 namespace chat {
 

@@ -76,7 +76,7 @@ void MainQueue::after(std::chrono::nanoseconds delay, Function function) {
         earlier = impl_->delayed.empty() || deadline < impl_->delayed.top().deadline;
         impl_->delayed.push({deadline, impl_->nextNumber++, std::move(function)});
     }
-    if (earlier) impl_->tellWaiters(true, true);
+    if (earlier) impl_->wakeWaiters(true, true);
 }
 
 bool MainQueue::sync(const Function& function) {
@@ -85,7 +85,7 @@ bool MainQueue::sync(const Function& function) {
         return true;
     }
     auto waiter = std::make_shared<Waiter>();
-    bool tellHost = false;
+    bool wakesHost = false;
     {
         MutexLock lock(impl_->mutex);
         if (impl_->exiting) return false;
@@ -107,9 +107,9 @@ bool MainQueue::sync(const Function& function) {
             }
             impl_->changed.notifyAll();
         });
-        tellHost = !std::exchange(impl_->wakePending, true);
+        wakesHost = !std::exchange(impl_->wakePending, true);
     }
-    impl_->tellWaiters(true, tellHost);
+    impl_->wakeWaiters(true, wakesHost);
 
     MutexLock lock(impl_->mutex);
     while (waiter->state != Waiter::State::Done) {
@@ -169,7 +169,7 @@ bool MainQueue::runUntil(const std::function<bool()>& predicate, std::chrono::na
             impl_->wakePending = false;
             if (!impl_->delayed.empty()) {
                 clock = Clock::shared();
-                impl_->lineUpDue(clock->now());
+                impl_->queueDue(clock->now());
             }
             if (impl_->queue.empty()) {
                 const auto now = SteadyClock::now();
@@ -226,7 +226,7 @@ int MainQueue::fileDescriptor() {
     const bool isFirst = !impl_->pipe.isOpen();
     const auto descriptor = impl_->pipe.open();
     if (!descriptor) throw std::system_error(errno, std::generic_category(), "pipe");
-    if (isFirst) impl_->pipe.tell();  // the host drains once at its start
+    if (isFirst) impl_->pipe.notify();  // the host drains once at its start
     return *descriptor;
 }
 

@@ -55,7 +55,7 @@ struct MainQueue::Impl {
     }
 
     /// Moves delayed functions that are due into the queue.
-    void lineUpDue(Clock::TimePoint now) VEXIM_REQUIRES(mutex) {
+    void queueDue(Clock::TimePoint now) VEXIM_REQUIRES(mutex) {
         while (!delayed.empty() && delayed.top().deadline <= now) {
             push(std::move(delayed.top().function));
             delayed.pop();
@@ -74,25 +74,25 @@ struct MainQueue::Impl {
     }
 
     /// Call it without the mutex, after something was added.
-    void tellWaiters(bool someoneWaits, bool tellHost) {
+    void wakeWaiters(bool someoneWaits, bool wakesHost) {
         if (someoneWaits) changed.notifyAll();
-        if (!tellHost) return;
-        pipe.tell();
+        if (!wakesHost) return;
+        pipe.notify();
         MutexLock lock(wakeMutex);
         if (wake) wake();
     }
 
     void append(Queued queued) {
         bool someoneWaits = false;
-        bool tellHost = false;
+        bool wakesHost = false;
         {
             MutexLock lock(mutex);
             queued.number = nextNumber++;
             queue.push_back(std::move(queued));
             someoneWaits = waiting > 0;
-            tellHost = !std::exchange(wakePending, true);
+            wakesHost = !std::exchange(wakePending, true);
         }
-        tellWaiters(someoneWaits, tellHost);
+        wakeWaiters(someoneWaits, wakesHost);
     }
 
     /// Removes the first function of the queue.
@@ -135,7 +135,7 @@ struct MainQueue::Impl {
             MutexLock lock(mutex);
             wakePending = false;
             pipe.clear();
-            lineUpDue(now);
+            queueDue(now);
             end = nextNumber;
         }
         std::size_t count = 0;
@@ -146,23 +146,23 @@ struct MainQueue::Impl {
                 if (until != SteadyClock::time_point::max() && SteadyClock::now() >= until) break;
             }
         } catch (...) {
-            tellRest();
+            wakeHostForRest();
             throw;
         }
-        isRestLeft = tellRest();
+        isRestLeft = wakeHostForRest();
         return count;
     }
 
     /// Wakes the host again if something is left, and returns whether it is.
-    bool tellRest() {
+    bool wakeHostForRest() {
         bool isLeft = false;
-        bool tellHost = false;
+        bool wakesHost = false;
         {
             MutexLock lock(mutex);
             isLeft = !queue.empty();
-            tellHost = isLeft && !std::exchange(wakePending, true);
+            wakesHost = isLeft && !std::exchange(wakePending, true);
         }
-        tellWaiters(false, tellHost);
+        wakeWaiters(false, wakesHost);
         return isLeft;
     }
 

@@ -11,7 +11,8 @@
 
 namespace vexim {
 
-/// Wakes a host that polls, by a byte in a pipe. The owner's mutex is held in all calls but `tell`.
+/// Wakes a host that polls, by a byte in a pipe. The owner holds its mutex in all calls but
+/// `notify`.
 class WakePipe {
 public:
     WakePipe() = default;
@@ -36,36 +37,36 @@ public:
     }
     bool isOpen() const noexcept { return reading_ >= 0; }
     /// Whether there is a byte in the pipe.
-    bool isTold() const noexcept { return told_; }
+    bool isNotified() const noexcept { return notified_; }
     /// Call from any thread. A full pipe needs no further byte, and one that is not open takes
     /// none.
-    void tell() noexcept {
+    void notify() noexcept {
         const int end = writing_;
         if (end < 0) return;
         while (::write(end, "", 1) < 0 && errno == EINTR) continue;
-        told_ = true;  // set after the byte is written, so whoever sees it finds the byte
+        notified_ = true;  // set after the byte is written, so whoever sees it finds the byte
     }
     /// Call it with the mutex held. Otherwise it might remove the byte of something that is added
     /// later.
     void clear() noexcept {
-        if (!told_.exchange(false)) return;
+        if (!notified_.exchange(false)) return;
         std::array<char, 64> bytes;
         constexpr auto kFull = static_cast<ssize_t>(bytes.size());
         for (ssize_t count = kFull; count == kFull || (count < 0 && errno == EINTR);)
             count = ::read(reading_, bytes.data(), bytes.size());
     }
-    /// No thread may be telling.
+    /// No thread may be in `notify`.
     void close() noexcept {
         if (!isOpen()) return;
         ::close(std::exchange(reading_, -1));
         ::close(writing_.exchange(-1));
-        told_ = false;
+        notified_ = false;
     }
 
 private:
     int reading_ = -1;
     std::atomic<int> writing_{-1};
-    std::atomic<bool> told_{false};
+    std::atomic<bool> notified_{false};
 };
 
 }  // namespace vexim

@@ -39,7 +39,7 @@ void ArrayRep::destroy(ArrayRep* rep) noexcept {
     const Block block{rep, rep->offset};
     std::destroy_n(rep->elements(), rep->size);
     rep->~ArrayRep();
-    block.giveBack();
+    block.deallocate();
 }
 
 namespace {

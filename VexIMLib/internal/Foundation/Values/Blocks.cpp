@@ -44,7 +44,7 @@ Block Block::take(std::size_t bytes) {
     return {reinterpret_cast<std::byte*>(slab) + offset, static_cast<std::uint16_t>(offset)};
 }
 
-void Block::giveBack() const noexcept {
+void Block::deallocate() const noexcept {
     if (offset == 0) return ::operator delete(at);
     std::launder(reinterpret_cast<Slab*>(static_cast<std::byte*>(at) - offset))->release();
 }
@@ -59,7 +59,7 @@ StringRep* StringRep::make(std::string_view text) {
 void StringRep::destroy(StringRep* rep) noexcept {
     const Block block{rep, static_cast<std::uint16_t>(rep->offset)};
     rep->~StringRep();
-    block.giveBack();
+    block.deallocate();
 }
 
 namespace {

@@ -52,7 +52,7 @@ struct Block {
     std::uint16_t offset;  // offset in the slab; 0 if from the heap
 
     static Block take(std::size_t bytes);
-    void giveBack() const noexcept;
+    void deallocate() const noexcept;
 };
 
 struct StringRep : Counted {

@@ -33,7 +33,7 @@ void DictionaryRep::destroy(DictionaryRep* rep) noexcept {
     const Block block{rep, rep->offset};
     std::destroy_n(rep->items(), rep->size);
     rep->~DictionaryRep();
-    block.giveBack();
+    block.deallocate();
 }
 
 namespace {

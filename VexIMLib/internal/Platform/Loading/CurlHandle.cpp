@@ -45,7 +45,7 @@ std::unique_ptr<CurlHandle> CurlHandle::take() {
     return handle;
 }
 
-void CurlHandle::giveBack(std::unique_ptr<CurlHandle> handle) {
+void CurlHandle::recycle(std::unique_ptr<CurlHandle> handle) {
     if (spares().size() < kMostSpares) spares().push_back(std::move(handle));
 }
 

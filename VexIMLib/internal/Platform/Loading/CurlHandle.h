@@ -21,7 +21,7 @@ public:
     /// Returns a spare handle or a new one.
     static std::unique_ptr<CurlHandle> take();
     /// Takes back a handle that is not part of a multi any more.
-    static void giveBack(std::unique_ptr<CurlHandle> handle);
+    static void recycle(std::unique_ptr<CurlHandle> handle);
 
     /// The two pools of connections: one for short exchanges and downloads, with HTTP/2 where TLS
     /// offers it, and one for long uploads, with HTTP/1.1.

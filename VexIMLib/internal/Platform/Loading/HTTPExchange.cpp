@@ -129,7 +129,7 @@ HTTPExchange::Impl::Impl(Handler& handler, std::shared_ptr<const URLRequest> req
 
 HTTPExchange::Impl::~Impl() {
     if (running_) multi_.remove(easy());
-    CurlHandle::giveBack(std::move(handle_));
+    CurlHandle::recycle(std::move(handle_));
 }
 
 void HTTPExchange::Impl::describeRequest() {

@@ -84,7 +84,7 @@ public:
             deliver(weak, {{std::move(host)}, nullptr});
         } else if (Answer numeric = lookUp(host, AI_NUMERICHOST); !numeric.error) {
             deliver(weak, std::move(numeric));
-        } else if (!LibraryThreads::startForgotten(
+        } else if (!LibraryThreads::startUninterruptible(
                        "vexim-resolver", [host, weak] { deliver(weak, lookUp(host, 0)); })) {
             deliver(weak, {{}, makeURLError(URLErrorCannotFindHost)});
         }

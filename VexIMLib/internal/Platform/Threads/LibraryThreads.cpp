@@ -137,7 +137,7 @@ bool start(const std::string& name, AtExit atExit, std::function<void()> body,
     return spawned;
 }
 
-bool startForgotten(const std::string& name, std::function<void()> body) {
+bool startUninterruptible(const std::string& name, std::function<void()> body) {
     return !registry().exiting && spawn(name, std::move(body));
 }
 

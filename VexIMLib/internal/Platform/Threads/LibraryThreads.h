@@ -28,7 +28,7 @@ bool start(const std::string& name, AtExit atExit, std::function<void()> body,
            std::function<void()> interrupt);
 
 /// The same for a thread that cannot be interrupted; the exit does not wait for it.
-bool startForgotten(const std::string& name, std::function<void()> body);
+bool startUninterruptible(const std::string& name, std::function<void()> body);
 
 }  // namespace LibraryThreads
 }  // namespace vexim

@@ -7,6 +7,9 @@
 
 namespace vexim {
 
+/// How large a received message may be, with its attachments.
+inline constexpr std::size_t kDefaultMaxMessageBytes = std::size_t{16} << 20;
+
 /// Appends to a text that will have at most `most` bytes. A text that has become large reserves all
 /// of that at once, which costs memory only where it is written. Doubling it step by step would
 /// leave as much again as free blocks in the heap.

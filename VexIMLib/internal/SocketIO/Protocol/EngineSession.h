@@ -14,6 +14,7 @@
 #include "VexIMLib/Foundation/Clock.h"
 #include "VexIMLib/Foundation/Value.h"
 #include "VexIMLib/VXIMErrors.h"
+#include "VexIMLib/internal/SocketIO/Protocol/BoundedAppend.h"
 #include "VexIMLib/internal/SocketIO/Protocol/EnginePacket.h"
 #include "VexIMLib/internal/SocketIO/Protocol/OpenPacket.h"
 #include "VexIMLib/internal/SocketIO/Protocol/Packet.h"
@@ -41,7 +42,7 @@ struct SessionConfig {
     std::optional<EngineRevision> revision;  // nullopt: detected
     std::chrono::milliseconds connectTimeout{20'000};
     std::chrono::milliseconds upgradeTimeout{10'000};
-    std::size_t maxMessageBytes = std::size_t{16} << 20;
+    std::size_t maxMessageBytes = kDefaultMaxMessageBytes;
 };
 
 /// The events of a session. Views need to be valid only during the call.

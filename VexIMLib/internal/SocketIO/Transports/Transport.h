@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "VexIMLib/internal/Platform/Trust/Trust.h"
+#include "VexIMLib/internal/SocketIO/Protocol/BoundedAppend.h"
 #include "VexIMLib/internal/SocketIO/Protocol/EngineSession.h"
 #include "VexIMLib/internal/SocketIO/Protocol/HeaderList.h"
 #include "VexIMLib/internal/SocketIO/Transports/Proxy.h"
@@ -34,7 +35,7 @@ struct TransportOptions {
     TrustChoice trust;
     std::optional<ProxyServer> proxy;
     HeaderList headers;  // set by the application
-    std::size_t maxMessageBytes = std::size_t{16} << 20;
+    std::size_t maxMessageBytes = kDefaultMaxMessageBytes;
     bool offerDeflate = false;
 };
 

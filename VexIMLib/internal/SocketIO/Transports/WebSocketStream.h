@@ -11,6 +11,7 @@
 
 #include <boost/asio/io_context.hpp>
 
+#include "VexIMLib/internal/SocketIO/Protocol/BoundedAppend.h"
 #include "VexIMLib/internal/SocketIO/Protocol/HeaderList.h"
 
 namespace vexim {
@@ -20,7 +21,7 @@ namespace vexim {
 class WebSocketStream {
 public:
     struct Options {
-        std::size_t maxMessageBytes = std::size_t{16} << 20;
+        std::size_t maxMessageBytes = kDefaultMaxMessageBytes;
         bool offerDeflate = false;
     };
     struct HandshakeResult {

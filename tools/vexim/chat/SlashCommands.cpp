@@ -1,4 +1,4 @@
-#include "Commands.h"
+#include "SlashCommands.h"
 
 #include <algorithm>
 #include <utility>
