@@ -1,8 +1,8 @@
 #pragma once
 
 // One host class for each event loop, all with the same interface. `run` runs the loop until the
-// predicate is true, even inside a callback. `adapter` can be destroyed and made again. `caught`
-// keeps exceptions that leave a callback. `after` is a timer of the loop.
+// predicate is true; a callback may call it, too. `adapter` can be destroyed and made again.
+// `caught` keeps the last exception that left a callback. `after` starts a timer of the loop.
 
 #include "VexIMLib/Loops/Asio.h"
 #if defined(VEXIM_TEST_GLIB_AND_QT)
@@ -63,7 +63,7 @@ struct GlibHost {
         while (!done()) g_main_context_iteration(nullptr, TRUE);
     }
 
-    /// With the priority at which GTK draws.
+    /// The timer has the priority with which GTK draws.
     void after(std::chrono::milliseconds delay, std::function<void()> then) {
         const auto call = [](gpointer given) -> gboolean {
             const std::unique_ptr<std::function<void()>> function(

@@ -27,7 +27,7 @@ using vexim::Value;
 using vexim::testing::LogCapture;
 using vexim::testing::raised;
 
-/// One property for each way in which a value can travel.
+/// Has a property for each type and each kind of access.
 struct Sample : VXIMRuntimeObject {
     using VXIMRuntimeObject::VXIMRuntimeObject;
 
@@ -181,7 +181,7 @@ TEST_F(ForwardProxy, ServesTheSetterFormOfAReadOnlyPropertyAsAGetter) {
 }
 
 TEST_F(ForwardProxy, LearnsACustomNameWithThePlainOne) {
-    static int run = 0;  // each has a class that nobody has used yet
+    static int run = 0;  // each run needs a class that nobody has used yet
     static const Class* cls = nullptr;
     const std::string name = "FreshSample" + std::to_string(++run);
     cls = &Class::declare(name, &Sample::staticClass());

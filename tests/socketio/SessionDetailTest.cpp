@@ -1,5 +1,5 @@
-// What a session takes from its settings, tells with its end, and counts; and limits that hold for
-// the second message as for the first.
+// What a session takes from its settings, what it reports when it ends, and what it counts. Also
+// limits that apply to each message separately.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -83,7 +83,7 @@ TEST(EngineSession, TellsWhyAHandshakeWasRefusedButNotWithAPage) {
         SCOPED_TRACE(row.why);
         Script script(chat(TransportChoice::PollingOnly));
         script.on(event::Start{});
-        if (row.status == 400) script.got(row.body, 400);  // asked again, by the older revision
+        if (row.status == 400) script.got(row.body, 400);  // then it tries the older revision
         const auto end = lastOf<action::Ended>(script, event::GetAnswered{row.status, row.body});
         EXPECT_EQ(end.detail.get("status"), Value(row.status));
         EXPECT_EQ(end.detail.get("body"), row.showsBody ? Value(row.body) : Value());
@@ -136,13 +136,13 @@ TEST(EngineSession, CountsTheBytesOfEachEventByThemselves) {
     for (int i = 0; i < 3; ++i) {
         const SessionEvent received = event::WebSocketText{R"(42/chat,["a"])"};
         const auto bytes = lastOf<action::Deliver>(script, received).bytes;
-        if (i > 0) {  // the first brings those of the join's answer
+        if (i > 0) {  // the first count includes the join's answer
             EXPECT_EQ(bytes, std::string_view(R"(2/chat,["a"])").size());
         }
     }
 }
 
-// Limits that come back
+// Limits that start again with each message
 
 TEST(PacketDecoder, AllowsEachMessageTheSameAttachments) {
     PacketDecoder decoder(10);
@@ -174,7 +174,7 @@ TEST(CookieJar, KeepsABoundedNumberOfBoundedCookies) {
     CookieJar jar;
     jar.store("long=" + std::string(5000, 'x'));
     for (int i = 0; i < 100; ++i) jar.store("n" + std::to_string(i) + "=v");
-    jar.store("n0=w");  // one that it has
+    jar.store("n0=w");  // a new value for one that it has
     const std::string header = jar.header();
     EXPECT_TRUE(header.starts_with("n0=w; n1=v; ")) << header;
     EXPECT_TRUE(header.ends_with("; n31=v")) << header;

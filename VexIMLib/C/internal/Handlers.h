@@ -16,10 +16,10 @@ namespace handlers {
 
 // For arguments that are objects. Mistakes in them are thrown as a `Refusal`.
 
-/// Checks them against a declaration such as `kMessage`.
+/// Checks such an argument against a declaration such as `kMessage`.
 void require(const Dictionary& given, std::string_view declaration);
 [[noreturn]] void refuse(std::string description);
-/// The request's "message"; bytes for it are staged in the request's folder.
+/// The request's "message". An attachment given as bytes is first written to a temporary file.
 std::shared_ptr<VXIMMessage> messageFrom(Request& request);
 
 // Main thread.

@@ -42,8 +42,8 @@ public:
 
     // Requests. `extra` and `body` are JSON texts.
 
-    /// Registers a request of `bytes`. If too much is waiting, it is refused, and if the mailbox is
-    /// closed, ignored; the result is nullopt then.
+    /// Registers a request of `bytes`. Returns nullopt if too much is waiting, after answering with
+    /// an error, and if the mailbox is closed.
     std::optional<RequestId> open(std::string extra, std::size_t bytes);
     bool isOpen(RequestId id) const;
     /// Answers it, unless it was answered before.
@@ -52,15 +52,16 @@ public:
     std::optional<std::string> extraOf(RequestId id) const;
     /// Sets what to cancel together with the request. False if it was answered before.
     bool attach(RequestId id, std::shared_ptr<VXIMTransfer> transfer);
-    /// Sets the request's deadline. True if no other deadline is as early.
+    /// Sets the request's deadline. True if it is now the next one.
     bool setDeadline(RequestId id, Clock::TimePoint deadline);
     std::optional<Clock::TimePoint> nextDeadline() const;
 
-    // These return what the caller must cancel, so that no lock is held meanwhile.
+    // These return the transfers that the caller must cancel, so that no lock is held meanwhile.
 
     /// Answers overdue requests.
     Transfers expire(Clock::TimePoint now, std::string_view error);
-    /// Answers the open requests with this `extra`, except `except`, and returns their number.
+    /// Answers the open requests with this `extra`, except `except`, and adds their number to
+    /// `count`.
     Transfers cancel(std::string_view extra, RequestId except, std::string_view error,
                      std::size_t& count);
     /// Answers all open requests, drops the events, and accepts nothing more.
@@ -73,12 +74,12 @@ public:
     /// Puts the next text into `text`, waiting for up to `seconds`. False if there is none. Reuses
     /// the memory of `text`.
     bool receive(double seconds, std::string& text);
-    /// A text for writing an event, with the memory of a received one: allocating on one thread and
-    /// freeing on another is expensive for both.
+    /// An empty text for writing an event. It reuses the memory of a received one if it can,
+    /// because allocating on one thread and freeing on another is expensive for both.
     std::string blank();
     /// The bytes that wait to be received or are kept for open requests.
     std::size_t size() const;
-    /// Whether nothing will ever arrive any more.
+    /// Whether it is closed and everything has been received.
     bool isSpent() const;
     /// A descriptor that is readable while something waits. Made by the first call; nullopt if
     /// there are no descriptors left.

@@ -2,12 +2,12 @@
 
 namespace vexim::c {
 
-/// Whether the process was forked after the library had started. Such a child may not use the
-/// library.
+/// Whether this process is a child that was forked after the library had started. It may not use
+/// the library.
 bool isForkedChild() noexcept;
 
-/// Makes sure that a thread of ours runs the main queue. False if the process is exiting or has no
-/// more threads.
+/// Makes sure that a thread of ours runs the main queue. Returns false if the process is exiting or
+/// cannot start a thread.
 bool startMainQueueThread();
 
 }  // namespace vexim::c

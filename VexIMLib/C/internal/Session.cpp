@@ -18,8 +18,8 @@ namespace vexim::c {
 
 namespace {
 
-/// The session of a notification's sender. There is one observer for all sessions; with one each,
-/// every message would go to all.
+/// Finds the session of the client that posted a notification. All sessions share one observer: if
+/// each had its own, each would be called for every message.
 class Senders {
 public:
     static Senders& shared() {
@@ -124,7 +124,7 @@ void Session::send(std::string_view text) {
     MainQueue::shared().async(
         [self = shared_from_this(), request = std::move(request), run = operation.row->run] {
             auto client = self->client();
-            if (!client) return;  // freed: it was answered
+            if (!client) return;  // it was freed, and the request was answered then
             // REST requests take the application and the origin from here.
             vxim_configuration = client->config();
             request->start(run, std::move(client), self->stores_);
@@ -241,7 +241,7 @@ void Session::didPost(const Notification& notification) {
     auto info = notification.userInfo.value_or(Dictionary());
     std::string text = begunEvent(notification.name);
     if (notification.name == VXIMClientConnectionErrorNotification) {
-        // Its last argument is the error, which is elsewhere in the JSON.
+        // The last item of "data" is the error, which the event has as "error" instead.
         Array arguments = info.get("data").isArray() ? *info.get("data").asArray() : Array();
         if (!arguments.empty() && arguments.get(arguments.size() - 1).as<Error>())
             arguments.remove(arguments.size() - 1);

@@ -57,8 +57,8 @@ public:
         left_[client].mailbox = session->mailbox();
         return session;
     }
-    /// Notes how much is left of a freed client. If it is much, or there are many, the oldest are
-    /// dropped.
+    /// Notes how many bytes of answers a freed client has left. Above the limits, the answers of
+    /// the clients that were made first are dropped.
     void keep(vexim_client client, std::size_t bytes) {
         std::vector<Left> dropped;  // destroyed without the lock
         const MutexLock lock(mutex_);

@@ -10,15 +10,15 @@
 
 namespace vexim::store {
 
-/// A job of a store's thread. They run one after the other.
+/// A job for a store's thread. Jobs run one after the other.
 class Job {
 public:
     virtual ~Job() = default;
 };
 
 /// A queue of jobs with its own thread. The thread ends by itself after `finish`, and keeps its
-/// data until then. At the process's exit all workers are finished, which may take three seconds at
-/// most: pending jobs are done, but the process must be able to exit.
+/// data until then. When the process exits, all workers do their pending jobs and end. The exit
+/// waits for this, but for three seconds at most.
 class Worker {
 public:
     using Jobs = std::vector<std::unique_ptr<Job>>;
@@ -28,8 +28,8 @@ public:
     /// Throws std::system_error if the system has no more threads.
     static std::shared_ptr<Worker> start(Work work);
 
-    /// Returns false, and leaves the job unchanged, after `finish`, and in a forked child, which
-    /// has no such thread.
+    /// Returns false, and does not take the job, if `finish` was called or in a forked child, which
+    /// does not have the thread.
     bool add(std::unique_ptr<Job>& job);
     /// Adds the last job, which may be nullptr. Returns false as above.
     bool finish(std::unique_ptr<Job>& last);

@@ -10,8 +10,8 @@
 
 namespace chat {
 
-/// Sends and fetches for the user: texts, files in both directions, and messages that failed. The
-/// results appear in the conversation.
+/// Sends the user's texts and files, sends failed messages again, and downloads files. The results
+/// appear in the conversation.
 class Sender {
 public:
     Sender(Session& session, Roster& roster) : session_(session), roster_(roster) {}
@@ -19,17 +19,18 @@ public:
     void sendText(const Address& to, std::string text);
     /// Throws std::invalid_argument if the file does not exist.
     void sendFile(const Address& to, const std::string& path);
-    /// Sends failed messages again, and waiting ones at once. Returns how many there were.
+    /// Sends failed messages again, and those that wait for another attempt. Returns their number.
     std::size_t retry(const Address& to);
     /// Downloads the file with this number (0: the newest) to `path`: a file, a folder, or empty
-    /// for the current folder. It never overwrites a file. Throws std::invalid_argument if that is
-    /// impossible.
+    /// for the current folder. It never overwrites a file. Throws std::invalid_argument if the
+    /// download cannot begin.
     void save(const Address& from, int number, const std::string& path);
     /// Cancels the newest download, or if there is none, the newest file that is being sent.
     /// Returns false if there is neither.
     bool cancelNewest();
-    /// Cancels the newest message that is still waiting. Returns false if there is none.
+    /// Removes the newest message that is waiting or has failed. Returns false if there is none.
     bool cancelWaiting(const Address& to);
+    /// Cancels all downloads.
     void cancelAll();
     /// Whether no download is running.
     bool isIdle() const noexcept { return transfers_.empty(); }

@@ -1,5 +1,5 @@
-// The table of the store's operations, in the form of ../Operations.cpp, and read with it by
-// scripts/c_interface.py.
+// The table of the store's operations. It has the form of the one in ../Operations.cpp, and
+// scripts/c_interface.py reads both.
 //
 // Further types: conversationId {"kind": "friend", "group", "room" or "system", "id"},
 // storePosition {"sentAtMillis", "localId"}. `store` names a store that VXIMMessageStore.open has

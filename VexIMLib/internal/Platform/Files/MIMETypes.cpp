@@ -1,4 +1,4 @@
-// The shared MIME database's "globs2" is lines of
+// The shared MIME database's file "globs2" consists of lines of this form:
 //   weight ':' type ':' pattern [':' flags]      '#' begins a comment
 // Example: 50:image/png:*.png
 

@@ -46,7 +46,7 @@ public:
     /// Calls `function` on the network thread after `delay` of real time. Replaces the pending
     /// call.
     void start(std::chrono::nanoseconds delay, NetworkThread::Function function);
-    /// The same, at `deadline` by the shared clock. A test's clock may reach it at any moment.
+    /// The same, at `deadline` by the shared clock, which a test can move forward at any moment.
     void startAt(Clock::TimePoint deadline, NetworkThread::Function function);
     /// Cancels the pending call.
     void cancel();

@@ -9,7 +9,7 @@
 //           | 'b4' base64      an attachment, revision 3
 //           | 'b' base64       an attachment, revision 4
 //
-// In binary form (WebSocket only): 0x04 bytes in revision 3, only the bytes in revision 4.
+// In binary form (WebSocket only): the attachment's bytes, in revision 3 after a byte 0x04.
 // Example: 42["say"] is a message that holds the Socket.IO packet 2["say"].
 
 namespace vexim {
