@@ -36,6 +36,10 @@ export class LoginThrottle {
     const network = clientNetwork(address);
     let name;
     let isKnown = false;
+    const reward = async () => {
+      await this.#byAddress.reward(network);
+      if (name !== undefined && !isKnown) await this.#byAccount.reward(name);
+    };
     // Counted before the password is checked, so a hundred attempts at the same time count as a
     // hundred.
     await this.#take(this.#byAddress, network);
@@ -45,13 +49,12 @@ export class LoginThrottle {
         if (!isKnown) await this.#take(this.#byAccount, account);
         name = account;
       });
-      await this.#byAddress.reward(network);
-      if (name !== undefined && !isKnown) await this.#byAccount.reward(name);
+      await reward();
       if (name !== undefined) await this.#known.set(`${name} ${network}`, 1, rememberedSeconds);
       return person;
     } catch (error) {
       // our own failure does not count against the client
-      if (!(error instanceof ServiceError)) await this.#byAddress.reward(network);
+      if (!(error instanceof ServiceError)) await reward();
       throw error;
     }
   }

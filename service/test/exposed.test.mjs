@@ -12,6 +12,7 @@ import { after, before, describe, test } from 'node:test';
 import { connect as connectTls } from 'node:tls';
 import { readOptions } from '../options.js';
 import { sign } from '../signature.js';
+import { LoginThrottle } from '../throttle.js';
 import { auth, certificate, connect, runServer, start, text, times } from './support.mjs';
 
 const Sqlite = createRequire(import.meta.url)('better-sqlite3');
@@ -133,6 +134,17 @@ describe('limits', { timeout: 60_000 }, () => {
     const body = await metrics(service);
     assert.match(body, /vexim_logins_total\{result="wrongCredentials"\} 9/);
     assert.match(body, /vexim_rate_limited_total\{limit="logins"\} 6/);
+  });
+
+  test('a failure of the service itself counts against nobody', async () => {
+    const throttle = new LoginThrottle(1);
+    for (const address of ['192.0.2.1', '192.0.2.1', '192.0.2.2']) {
+      const login = throttle.attempt(address, async (account) => {
+        await account('alice');
+        throw new Error('no disk');
+      });
+      await assert.rejects(login, /no disk/);
+    }
   });
 
   test('requests and handshakes of a client are counted together, unread', async (t) => {
