@@ -53,21 +53,31 @@ int complain(const std::string& words, int status, bool isJSON) {
     return status;
 }
 
+/// Throws if the output was not written, such as to a full disk.
+void flushOutput() {
+    errno = 0;
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return;
+    throw std::runtime_error(std::string("cannot write the output: ") +
+                             std::strerror(errno != 0 ? errno : EIO));
+}
+
 /// Prints a text for which no client is needed: help, completions, the manual.
 int print(const std::string& text) {
-    std::fputs(text.c_str(), stdout);
-    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return 0;
-    return complain(std::string("cannot write the output: ") + std::strerror(errno), 1, false);
+    try {
+        std::fputs(text.c_str(), stdout);
+        flushOutput();
+        return 0;
+    } catch (const std::exception& error) {
+        return complain(error.what(), 1, false);
+    }
 }
 
 int run(const CommandSpec& command, Given& given) {
     try {
         given.credentials.askForPassword();
         const int status = command.run(given);
-        errno = 0;
-        if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return status;
-        throw std::runtime_error(std::string("cannot write the output: ") +
-                                 std::strerror(errno != 0 ? errno : EIO));
+        flushOutput();
+        return status;
     } catch (const std::invalid_argument& error) {
         return complain(error.what(), 2, given.isJSON);  // nothing was sent
     } catch (const vexim::Exception& exception) {
