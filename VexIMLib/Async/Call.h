@@ -65,7 +65,8 @@ public:
         limit_ = limit;
         return std::move(*this);
     }
-    /// Cancels it when a stop is requested, on any thread; the error is "NSURLErrorDomain" -999.
+    /// Cancels it when a stop is requested; the error is "NSURLErrorDomain" -999. Any thread may
+    /// request the stop.
     /// After a stop request it does not start at all. A token without a source never cancels. The
     /// last token that was set applies.
     Call cancelledBy(std::stop_token stop) && {
@@ -90,7 +91,7 @@ public:
         if (!pending->begin(transfer, std::move(stop_))) return pending->started();
         // for operations that find out why their completion will not run
         const FailureListener listener(pending->failure());
-        // it may answer at once, inside another operation's completion
+        // It may answer at once, inside another operation's completion, whose error is not its own.
         const UntoldError none(nullptr);
         // Release it as soon as it has run: what it holds must not keep the receiver alive until
         // the answer comes.
@@ -142,7 +143,7 @@ struct Binder {
     /// Makes the call. `operation` takes all parameters P, in their order.
     template <class Operation, class... A>
     static auto bind(Operation operation, A&&... arguments) {
-        // Default arguments do not count: the language drops them when it takes an address.
+        // A function's address has no default arguments, so none can be left out.
         static_assert(sizeof...(A) < sizeof...(P),
                       "too many arguments: the operation has no completion after them");
         return bindEach(std::make_index_sequence<sizeof...(A)>(), std::move(operation),
@@ -153,8 +154,8 @@ private:
     /// All parameters without references, so that they can be stored.
     using All = std::tuple<std::remove_cvref_t<P>...>;
 
-    /// `I` counts the arguments given; the parameter after them is the completion.
-    // A transfer that the operation can take is always made, so that a deadline can cancel it.
+    /// `I` counts the arguments given; the parameter after them is the completion. A transfer that
+    /// the operation can take is always made, so that a deadline can cancel it.
     template <std::size_t... I, class Operation, class... A>
     static auto bindEach(std::index_sequence<I...>, Operation operation, A&&... arguments) {
         using T = CompletedBy<std::tuple_element_t<sizeof...(A), All>>;
@@ -193,8 +194,8 @@ std::shared_ptr<Object> requireReceiver(std::shared_ptr<Object> receiver) {
     return receiver;
 }
 
-// The call of a lambda, whose parameters are those of its function call operator. The second form
-// is for lambdas that are not `mutable`, which is nearly all of them.
+// Makes a call from a lambda, whose parameters are those of its function call operator. The second
+// form is for lambdas that are not `mutable`, which is nearly all of them.
 template <class F, class R, class... P>
 auto callOf(F operation, R (F::*)(P...)) {
     return Binder<P...>::bind(std::move(operation));

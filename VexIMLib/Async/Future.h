@@ -53,9 +53,9 @@ std::future<T> futureOf(Call<T> call) {
 
 /// Starts an operation. Pass a call, or the arguments of `vexim::call`. `get()` returns the
 /// completion's value, or throws `Failure` with its error. If the operation fails without an error,
-/// it returns false, nullptr or nullopt. Call from any thread. Besides the operation's own errors
-/// there are those of `Call`: "NSURLErrorDomain" -1001 and -999, "VXIMCallErrorDomain" 1. A future
-/// may be destroyed early: the operation continues, and its result is dropped.
+/// `get()` returns false, nullptr or nullopt. Call from any thread. Besides the operation's own
+/// errors there are those of `Call`: "NSURLErrorDomain" -1001 and -999, "VXIMCallErrorDomain" 1. A
+/// future may be destroyed early: the operation continues, and its result is dropped.
 ///
 ///     vexim::future(vexim::call(&VXIMClient::loginWithUserId, client, "alice").within(10s))
 template <class... A>
@@ -65,8 +65,8 @@ auto future(A&&... arguments) {
 
 /// Like `get()`, but works on any thread: on the main thread it runs the main queue until the
 /// future is ready. Use it only for futures that the main queue makes ready, such as those of
-/// `vexim::future`. A `quit()` meanwhile ends the surrounding loop. Throws `Failure` with the
-/// operation's error, and `std::future_error` for a future without a state.
+/// `vexim::future`. If something calls `quit()` meanwhile, the loop around this call ends. Throws
+/// `Failure` with the operation's error, and `std::future_error` for a future without a state.
 template <class T>
 T wait(std::future<T>& future) {
     if (MainQueue::shared().isMainThread()) {

@@ -28,7 +28,8 @@ namespace vexim::detail {
 ///         [](PendingCall<T>& ended) { use(ended.take()); });
 ///     if (std::move(call).start(pending)) use(pending->take());  // it ended at once
 ///
-/// It keeps itself alive until the operation answers; `forget` breaks off earlier.
+/// The operation's callback keeps it alive until the operation answers. `forget` drops the receiver
+/// earlier.
 ///
 /// What ends a call, and what the receiver then takes:
 ///
@@ -44,8 +45,8 @@ template <class T>
 class PendingCall : public std::enable_shared_from_this<PendingCall<T>> {
 public:
     /// Called on the main queue, with no lock held. It gets the call itself, so that it can take
-    /// the result. It may destroy the last owner of the call. An exception from it
-    /// passes through the main queue, like one from any callback.
+    /// the result. It may destroy the last owner of the call. An exception from it passes through
+    /// the main queue, like one from any callback.
     using Receiver = std::function<void(PendingCall&)>;
 
     /// `receiver` is called once, on the main queue, when the result is ready for `take`. It is not
@@ -78,8 +79,8 @@ public:
     }
 
     /// The callback for the operation. If its last copy is destroyed without being called, the call
-    /// counts as abandoned. It may be called on any thread, and holds this object until then. Only
-    /// the first of all its copies that is called counts.
+    /// counts as abandoned. It may be called on any thread, and keeps this object alive until then.
+    /// If several copies are called, the first call counts.
     std::function<void(T, ErrorPtr)> completion() {
         return
             [answer = std::make_shared<Answer>(this->shared_from_this())](T value, ErrorPtr error) {
@@ -171,8 +172,8 @@ private:
         std::shared_ptr<PendingCall> call_;  // nullptr once it was given
     };
 
-    /// The errors that end a call from outside have the platform's domain and codes, those of a
-    /// request that timed out or was cancelled.
+    /// The errors that end a call from outside have the domain and codes of a request that timed
+    /// out or was cancelled.
     static ErrorPtr urlError(URLErrorCode code, const char* description) {
         return Error::withDescription(kURLErrorDomain, code, description);
     }
@@ -193,7 +194,7 @@ private:
         if (phase_.exchange(Phase::Finished) != Phase::Starting) deliver();
     }
     /// Queues the delivery, for places where the receiver must not run: under a lock, in a
-    /// destructor. Any thread. An answer that comes until then wins.
+    /// destructor. Any thread. An answer that comes before that wins.
     void finishLater(ErrorPtr error) {
         MainQueue::shared().async([self = this->shared_from_this(), error = std::move(error)] {
             self->finish({T{}, error});
