@@ -39,6 +39,7 @@ bool isWorthSendingAgain(const ErrorPtr& error) {
 
 void Outbox::sendAllWaiting() {
     std::vector<VXIMConversationId> all;
+    all.reserve(queues_.size());
     for (const auto& [conversation, queue] : queues_) all.push_back(conversation);
     for (const auto& conversation : all) sendWaiting(conversation);
 }

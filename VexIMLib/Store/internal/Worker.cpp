@@ -59,7 +59,7 @@ Worker::Worker() : process_(::getpid()) {}
 
 std::shared_ptr<Worker> Worker::start(Work work) {
     Running& all = running();
-    const std::shared_ptr<Worker> worker(new Worker);
+    std::shared_ptr<Worker> worker(new Worker);
     {
         const MutexLock lock(all.mutex);
         std::erase_if(all.workers, [](const auto& each) { return each.expired(); });
@@ -73,8 +73,7 @@ std::shared_ptr<Worker> Worker::start(Work work) {
     };
     const SignalsBlocked blocked;  // a new thread inherits the mask
     try {
-        std::thread([worker = std::shared_ptr<Worker>(worker), work = std::move(work),
-                     ended]() mutable {
+        std::thread([worker, work = std::move(work), ended]() mutable {
             ::pthread_setname_np(::pthread_self(), "vexim store");
             worker->run(std::move(work));
             worker = nullptr;

@@ -157,8 +157,9 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress,
     message->setSendTimestamp(currentTime());
     auto finish = [self = self(), message, completion = std::move(completion), transfer](
                       std::optional<Dictionary> payload, const ErrorPtr& uploadError) {
-        const ErrorPtr refusal = payload ? self->impl_->say(*std::move(payload)) : uploadError;
-        if (payload && !refusal) {
+        const bool isUploaded = payload.has_value();
+        const ErrorPtr refusal = isUploaded ? self->impl_->say(*std::move(payload)) : uploadError;
+        if (isUploaded && !refusal) {
             message->setStatus(VXIMMessageStatusSent);
             // Only for this side: the payload was sent with the time at which the send began.
             message->setSendTimestamp(currentTime());
@@ -169,7 +170,7 @@ void VXIMClient::sendMessage(MessagePtr message, VXIMProgress progress,
         // The completion does not get the error of a failed upload, which the message keeps. It
         // does get a cancellation.
         const bool uploadFailed =
-            !payload && !(refusal && refusal->is(VXIMErrorDomain, VXIMErrorCannotSend));
+            !isUploaded && !(refusal && refusal->is(VXIMErrorDomain, VXIMErrorCannotSend));
         const bool isReported = refusal && (!uploadFailed || (transfer && transfer->isCancelled()));
         const vexim::UntoldError untold(isReported ? nullptr : refusal);  // for the async styles
         completion(!isReported, isReported ? refusal : nullptr);
