@@ -184,8 +184,8 @@ TEST(Query, CombinesItsParameters) {
          R"({"_sort":"mine","_limit":"20","_skip":"mine"})"},
         {"collections written in place",
          [](VXIMQuery& q) {
-             q.order().push_back("");
-             q.order().push_back("a");
+             q.order().emplace_back("");
+             q.order().emplace_back("a");
              q.where().set("b", "c");
          },
          R"({"_sort":",a","b":"c","_limit":"20","_skip":"0"})"},

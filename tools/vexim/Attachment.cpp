@@ -74,9 +74,9 @@ std::shared_ptr<VXIMMessage> messageWithFile(const std::string& path) {
         throw std::invalid_argument("this file cannot be read: " + path);
     const std::string type = mediaTypeOf(path);
     const std::string kind = kindOf(type);
-    const auto message = kind == "audio"   ? VXIMMessage::messageWithAudioFileAtPath(path)
-                         : kind == "video" ? VXIMMessage::messageWithVideoFileAtPath(path)
-                                           : VXIMMessage::messageWithImageFileAtPath(path);
+    auto message = kind == "audio"   ? VXIMMessage::messageWithAudioFileAtPath(path)
+                   : kind == "video" ? VXIMMessage::messageWithVideoFileAtPath(path)
+                                     : VXIMMessage::messageWithImageFileAtPath(path);
     if (!message) throw std::invalid_argument("this file cannot be read: " + path);
     // A file name may have any bytes, but a message must be UTF-8.
     const auto name = chat::safeFileName(path);

@@ -154,8 +154,8 @@ void move(const std::string& from, const std::string& to) {
 std::string freeName(const std::string& path) {
     const auto seconds = static_cast<std::int64_t>(Clock::shared()->wallTime());
     for (int number = 0;; ++number) {
-        const std::string name = path + "-damaged-" + std::to_string(seconds) +
-                                 (number ? "-" + std::to_string(number) : "");
+        std::string name = path + "-damaged-" + std::to_string(seconds) +
+                           (number ? "-" + std::to_string(number) : "");
         if (!isThere(name)) return name;
     }
 }

@@ -29,8 +29,7 @@ Value field(const Record& record, std::string_view name) {
 }
 
 Value field(const Place& place, std::string_view name) {
-    if (const Value value = field(static_cast<const Record&>(place), name); !value.isNil())
-        return value;
+    if (Value value = field(static_cast<const Record&>(place), name); !value.isNil()) return value;
     if (name == "name" && !place.name.empty()) return place.name;
     if (name == "owner" && !place.owner.empty()) return place.owner;
     return nullptr;

@@ -76,18 +76,10 @@ std::string harmless(std::string_view text) {
     std::wstring kept;
     for (std::size_t at = 0; at < all.size();) {
         const wchar_t c = all[at];
-        if (c == L'\n' || c == L'\t') {
-            kept += c;
-            ++at;
-        } else if (c == 0x2028 || c == 0x2029 || c == 0x85) {
-            kept += L'\n';
-            ++at;
-        } else if (const auto end = afterControl(all, at); end > at) {
-            at = end;
-        } else {
-            kept += c;
-            ++at;
-        }
+        const bool isBreak = c == L'\n' || c == 0x2028 || c == 0x2029 || c == 0x85;
+        const auto end = isBreak || c == L'\t' ? at : afterControl(all, at);
+        if (end == at) kept += isBreak ? L'\n' : c;
+        at = std::max(end, at + 1);
     }
     return narrow(kept);
 }

@@ -29,7 +29,7 @@ std::string readText(const Value& value, const char* key, std::string& into) {
 
 std::string readPins(const Value& value, std::vector<std::string>& pins) {
     const Array* const list = value.asArray();
-    if (!list || list->size() == 0)
+    if (!list || list->empty())
         return "Option \"pinnedKeys\" must be a list with at least one pin.";
     for (std::size_t i = 0; i < list->size(); ++i) {
         const auto text = list->get(i).asStringView();
