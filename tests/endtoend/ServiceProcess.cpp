@@ -26,8 +26,9 @@ ServiceProcess::ServiceProcess(const std::string& socketIOLine) {
         controlOrigin_ = node;
         return;
     }
-    const std::vector<std::string> command{"node", VEXIM_SERVICE_DIRECTORY "/server.js",
-                                           "--exit-with-parent", "--socketio", socketIOLine};
+    const std::string server = std::string(VEXIM_SERVICE_DIRECTORY) + "/server.js";
+    const std::vector<std::string> command{"node", server, "--exit-with-parent", "--socketio",
+                                           socketIOLine};
     process_.emplace(command);
     const std::string line = process_->readLine().value_or("");
     const auto address = line.find("http://");

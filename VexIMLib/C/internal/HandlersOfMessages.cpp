@@ -27,7 +27,7 @@ void address(VXIMMessageTarget& target, const Dictionary& given) {
 
 /// The message's attachment file; nullopt if there is none.
 std::optional<std::string> attachmentOf(Request& request, const Dictionary& given) {
-    if (const auto path = given.get("attachmentPath").asString()) {
+    if (auto path = given.get("attachmentPath").asString()) {
         std::error_code failed;
         if (!std::filesystem::is_regular_file(*path, failed))
             refuse("There is no file \"" + *path + "\".");

@@ -73,8 +73,11 @@ void Stores::open(Request& request, VXIMConversationsOptions options) {
         if (self->mailbox().isOpen(self->id())) open(self, client, options);
     };
     // The file may be locked by us until the previous store is closed.
-    if (closing_ > 0) return waiting_.push_back(std::move(begin));
-    begin();
+    if (closing_ > 0) {
+        waiting_.emplace_back(std::move(begin));
+    } else {
+        begin();
+    }
 }
 
 void Stores::open(const RequestPtr& self, const std::shared_ptr<VXIMClient>& client,

@@ -10,7 +10,7 @@ namespace vexim {
 
 ErrorPtr emitRefusal(EncodeFault encodeFault, EmitFault fault, std::string_view what) {
     SocketIOErrorCode code = SocketIOErrorNotEncodable;
-    const char* why = "";
+    const char* why = nullptr;
     switch (encodeFault) {
         case EncodeFault::None:
             code = fault == EmitFault::NotConnected ? SocketIOErrorNotConnected
