@@ -40,10 +40,10 @@ std::shared_ptr<URLSession> URLSession::create(std::optional<URLSessionConfigura
                        std::move(delegateQueue)));
 }
 
-URLSession::URLSession(URLSessionConfiguration configuration,
+URLSession::URLSession(const URLSessionConfiguration& configuration,
                        std::weak_ptr<URLSessionDelegate> delegate,
                        std::shared_ptr<OperationQueue> delegateQueue)
-    : configuration_(std::make_shared<const URLSessionConfiguration>(std::move(configuration))),
+    : configuration_(std::make_shared<const URLSessionConfiguration>(configuration)),
       delegate_(std::move(delegate)),
       delegateQueue_(std::move(delegateQueue)) {}
 

@@ -98,7 +98,8 @@ public:
 
 private:
     friend class URLSessionTask;
-    URLSession(URLSessionConfiguration configuration, std::weak_ptr<URLSessionDelegate> delegate,
+    URLSession(const URLSessionConfiguration& configuration,
+               std::weak_ptr<URLSessionDelegate> delegate,
                std::shared_ptr<OperationQueue> delegateQueue);
 
     const std::shared_ptr<const URLSessionConfiguration> configuration_;

@@ -38,9 +38,11 @@ std::vector<Acknowledgements::Callback> Acknowledgements::takeExpired(TimePoint 
 
 std::vector<Acknowledgements::Callback> Acknowledgements::takeAll() {
     std::vector<std::uint64_t> ids;
+    ids.reserve(pending_.size());
     for (const auto& [id, pending] : pending_) ids.push_back(id);
     std::ranges::sort(ids);
     std::vector<Callback> all;
+    all.reserve(ids.size());
     for (const auto id : ids) all.push_back(*take(id));
     return all;
 }
