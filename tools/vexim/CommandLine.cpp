@@ -118,7 +118,7 @@ public:
     Parsed parse(Strings arguments) {
         if (!arguments.empty() && arguments.front() == "help") {  // "help send" is "send --help"
             arguments.erase(arguments.begin());
-            arguments.push_back("--help");
+            arguments.emplace_back("--help");
         }
         std::ranges::reverse(arguments);  // the library reads them from the back
         try {

@@ -68,6 +68,7 @@ std::vector<Tables::Conversation*> Tables::all() {
         areAllKnown_ = true;
     }
     std::vector<Conversation*> answer;
+    answer.reserve(known_.size());
     for (auto& [id, conversation] : known_) answer.push_back(&conversation);
     std::ranges::sort(answer, [](const Conversation* a, const Conversation* b) {
         return std::pair(b->last, b->row) < std::pair(a->last, a->row);

@@ -104,10 +104,12 @@ void Observers::refresh(Tables& tables, const Touched& touched, bool all, List& 
         if (newest.size() > static_cast<std::size_t>(limit))
             newest.resize(static_cast<std::size_t>(limit));
         std::vector<std::int64_t> rows;
+        rows.reserve(newest.size());
         for (const Tables::Conversation* const each : newest) rows.push_back(each->row);
         Difference difference = show(std::move(rows), touched.conversations);
         if (difference.isEmpty() && !isFirst) return;
         std::vector<VXIMConversation> conversations;
+        conversations.reserve(newest.size());
         for (const Tables::Conversation* const each : newest)
             conversations.push_back(tables.conversation(*each));
         post<VXIMConversationsObserver>(list.listener,
@@ -120,6 +122,7 @@ void Observers::refresh(Tables& tables, const Touched& touched, bool all, List& 
         std::vector<VXIMStoredMessage> messages =
             messagesBefore(tables, list.conversation, std::nullopt, limit);
         std::vector<std::int64_t> ids;
+        ids.reserve(messages.size());
         for (const VXIMStoredMessage& each : messages) ids.push_back(each.localId);
         Difference difference = show(std::move(ids), touched.messages);
         if (difference.isEmpty() && !isFirst) return;

@@ -71,7 +71,7 @@ void EditLine::next() {
 }
 
 std::string EditLine::take() {
-    const std::string line = narrow(text_);
+    std::string line = narrow(text_);
     if (!text_.empty() && (past_.empty() || past_.back() != text_)) past_.push_back(text_);
     if (past_.size() > kRemembered) past_.erase(past_.begin());
     clear();
