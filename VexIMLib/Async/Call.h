@@ -66,9 +66,8 @@ public:
         return std::move(*this);
     }
     /// Cancels it when a stop is requested; the error is "NSURLErrorDomain" -999. Any thread may
-    /// request the stop.
-    /// After a stop request it does not start at all. A token without a source never cancels. The
-    /// last token that was set applies.
+    /// request the stop. After a stop request it does not start at all. A token without a source
+    /// never cancels. The last token that was set applies.
     Call cancelledBy(std::stop_token stop) && {
         stop_ = std::move(stop);
         return std::move(*this);
