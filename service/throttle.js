@@ -36,26 +36,27 @@ export class LoginThrottle {
     const network = clientNetwork(address);
     let name;
     let isKnown = false;
-    const reward = async () => {
-      await this.#byAddress.reward(network);
-      if (name !== undefined && !isKnown) await this.#byAccount.reward(name);
-    };
     // Counted before the password is checked, so a hundred attempts at the same time count as a
     // hundred.
     await this.#take(this.#byAddress, network);
+    let isRefused = false;
     try {
       const person = await identify(async (account) => {
         isKnown = (await this.#known.get(`${account} ${network}`)) !== null;
         if (!isKnown) await this.#take(this.#byAccount, account);
         name = account;
       });
-      await reward();
       if (name !== undefined) await this.#known.set(`${name} ${network}`, 1, rememberedSeconds);
       return person;
     } catch (error) {
-      // our own failure does not count against the client
-      if (!(error instanceof ServiceError)) await reward();
+      isRefused = error instanceof ServiceError;
       throw error;
+    } finally {
+      // a success does not count, and neither does a failure of our own
+      if (!isRefused) {
+        await this.#byAddress.reward(network);
+        if (name !== undefined && !isKnown) await this.#byAccount.reward(name);
+      }
     }
   }
 
