@@ -47,22 +47,26 @@ TEST(URLSession, GivesTheDelegateTimeToDecideButTheTaskNoMoreThanItMayTake) {
 
 TEST(URLSession, PausesADownloadWhoseConsumerLags) {
     constexpr std::size_t kTotal = 64 << 20;
+    std::string whole;
+    for (char letter = '0'; whole.size() < kTotal; ++letter) whole.append(1 << 20, letter);
     ManualClock clock;
     std::atomic<std::size_t> written{0};
     ScriptedServer server([&](ScriptedServer::Connection& connection) {
         connection.readRequest();
         connection.write("HTTP/1.1 200 OK\r\nContent-Length: " + std::to_string(kTotal) +
                          "\r\n\r\n");
-        const std::string piece(1 << 20, 'x');
-        while (written < kTotal && connection.write(piece)) written += piece.size();
+        while (written < kTotal && connection.write(whole.substr(written, 1 << 20)))
+            written += 1 << 20;
     });
     const auto probe = SessionProbe::make();
     std::mutex gate;
     gate.lock();
     std::atomic<std::size_t> largestLead{0};
     std::atomic<std::size_t> consumed{0};
+    std::vector<std::pair<std::size_t, Data>> kept;
     probe->onData = [&](auto&, const Data& data) {
         const std::lock_guard wait(gate);
+        if (kept.size() < 8) kept.emplace_back(consumed, data);
         // bytes that were just read may not be counted as written yet
         const std::size_t sent = std::max<std::size_t>(written, consumed);
         largestLead = std::max<std::size_t>(largestLead, sent - consumed);
@@ -82,7 +86,10 @@ TEST(URLSession, PausesADownloadWhoseConsumerLags) {
     EXPECT_TRUE(spinUntil([&] { return written > (4 << 20); }));
     for (int i = 0; i < 3; ++i) pass(clock, 15s);
     gate.unlock();
-    EXPECT_EQ(probe->waitForEnd(task).body.size(), kTotal) << probe->story(task).detail();
+    EXPECT_TRUE(probe->waitForEnd(task).body == whole) << probe->story(task).detail();
+    for (const auto& [at, data] : kept)
+        EXPECT_TRUE(!data.empty() && whole.substr(at, data.size()) == data.view())
+            << "what the consumer keeps is not written again";
     // One MiB on our side; the rest is in the system's socket buffers.
     EXPECT_LT(largestLead, std::size_t{24} << 20);
 }

@@ -70,6 +70,11 @@ void URLLoad::cancel() {
     });
 }
 
+void URLLoad::freeSpareMemory() {
+    const MutexLock lock(spareMutex_);
+    spare_ = {};
+}
+
 void URLLoad::decideRedirection(std::optional<URLRequest> request) {
     NetworkThread::shared().post(
         [self = shared_from_this(), request = std::move(request)]() mutable {
@@ -80,8 +85,9 @@ void URLLoad::decideRedirection(std::optional<URLRequest> request) {
 void URLLoad::consumed(Data data) {
     const auto bytes = static_cast<std::int64_t>(data.size());
     if (streamed_) {
+        auto buffer = std::move(data).takeString();
         const MutexLock lock(spareMutex_);
-        if (spare_.size() < kMostSpare) spare_.push_back(std::move(data).takeString());
+        if (spare_.size() < kMostSpare) spare_.push_back(std::move(buffer));
     }
     const auto left = unconsumed_.fetch_sub(bytes) - bytes;
     if (left > kMostUnconsumed / 2 || !throttled_.exchange(false)) return;

@@ -74,6 +74,8 @@ public:
     void decideRedirection(std::optional<URLRequest> request);
     /// The delegate has consumed these bytes, so receiving may continue, into the same memory.
     void consumed(Data data);
+    /// Frees that memory. Call it after the end, because tasks are kept longer than transfers.
+    void freeSpareMemory();
     /// Removes the limit on the answer's length.
     void setAnswerIsStreamed(bool streamed) noexcept { streamed_ = streamed; }
     bool answerIsStreamed() const noexcept { return streamed_; }

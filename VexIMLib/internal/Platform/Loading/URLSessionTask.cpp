@@ -18,6 +18,7 @@ namespace vexim {
 /// meanwhile, and calls the delegate.
 struct URLSessionTask::Impl final : URLLoad::Client {
     explicit Impl(URLSessionTask& owner) : task(owner) {}
+    virtual ~Impl() = default;
 
     URLSessionTask& task;
     std::shared_ptr<URLSession> session;
@@ -212,6 +213,7 @@ void URLSessionTask::Impl::handle(LoadEvent::Received event) {
 void URLSessionTask::Impl::handle(LoadEvent::End event) {
     ended = true;
     held.clear();
+    load->freeSpareMemory();
     const bool givenUp =
         state.exchange(URLSessionTaskState::Completed) == URLSessionTaskState::Cancelling;
     ErrorPtr reason = std::move(event.error);
